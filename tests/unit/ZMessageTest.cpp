@@ -1,0 +1,316 @@
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZMessage.h>
+#include <Z/ZUTF8String.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Reports.h"
+
+namespace {
+
+// An exception with a number of the test's choice; print() hands over six inserts "1" to "6", of
+// which the text takes what it asks for.
+class Numbered : public ZZException_6_0 {
+public:
+    explicit Numbered(int number) : ZZException_6_0(number, "Numbered") {}
+    ZObject_6_0* clone() const override { return new Numbered(*this); }
+    [[noreturn]] void throwException(char const*, int) override { throw *this; }
+    void print() override { printinternal(this, "1", "2", "3", "4", "5", "6"); }
+};
+
+// The same without a print() of its own.
+class Bare : public ZZException_6_0 {
+public:
+    explicit Bare(int number) : ZZException_6_0(number, "Bare") {}
+    ZObject_6_0* clone() const override { return new Bare(*this); }
+    [[noreturn]] void throwException(char const*, int) override { throw *this; }
+};
+
+// Notes which of its operations ran.
+class NotingService : public ZMessageService_6_0 {
+public:
+    void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*) const override
+    {
+        noted += "message ";
+    }
+    void outputMessageUTF8(char const*, int, int, int, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*) const override
+    {
+        noted += "utf8 ";
+    }
+    void outputException(ZException_6_0& e) const override
+    {
+        noted += "exception ";
+        e.print();
+    }
+    void outputException(ZZException_6_0 const* e, va_list inserts) const override
+    {
+        noted += "inserts:";
+        noted += e->insertTypes();
+        if (*e->insertTypes() == 's')
+            noted += std::string(":") + va_arg(inserts, char const*);
+        noted += " ";
+    }
+
+    mutable std::string noted;
+};
+
+class ZMessage : public testing::Test {
+protected:
+    void TearDown() override { ZMessageService_6_0::setMessageService(nullptr); }
+};
+
+std::string textOf(ZException_6_0& e)
+{
+    std::string const report = reportOf([&] { e.print(); });
+    std::string const marker = "NUM_MSGS = 55\n";
+    size_t const at = report.find(marker);
+    return at == std::string::npos ? "no table size line" : report.substr(at + marker.size());
+}
+
+constexpr char kUnknown[] = "No default text defined in ZMessage.cpp for the exception\n";
+
+}  // namespace
+
+TEST_F(ZMessage, InstallsTheDefaultUntilToldOtherwise)
+{
+    EXPECT_NE(nullptr, ZMessageService_6_0::messageService());
+    EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
+    NotingService service;
+    ZMessageService_6_0::setMessageService(&service);
+    EXPECT_EQ(&service, ZMessageService_6_0::messageService());
+    EXPECT_NE(&service, ZMessageService_6_0::defaultMessageService());
+    ZMessageService_6_0::setMessageService(nullptr);
+    EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
+}
+
+TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
+{
+    NotingService service;
+    ZMessageService_6_0::setMessageService(&service);
+    ZUnexpectedEndOfFile_6_0 e("file");
+    EXPECT_EQ("", reportOf([&] {
+                  e.dumpException();
+                  // The default service hands over to print(), which comes to the installed one.
+                  ZMessageService_6_0::defaultMessageService()->outputException(e);
+              }));
+    EXPECT_EQ("exception inserts:s:file inserts:s:file ", service.noted);
+}
+
+TEST_F(ZMessage, UnknownNumbersSaySo)
+{
+    // 23 is an empty slot of the table.
+    for (int number : {0, 23, 55, 56, 1000, -1, INT32_MAX, INT32_MIN}) {
+        SCOPED_TRACE(number);
+        Numbered e(number);
+        e.addLocation("src/x", 3);
+        EXPECT_EQ(exceptionReport("Numbered", "src/x", 3, number, kUnknown),
+                  reportOf([&] { e.print(); }));
+    }
+}
+
+TEST_F(ZMessage, KeepsEveryTextToTheByte)
+{
+    std::ifstream in(Z_TEST_DATA "/messages.txt");
+    ASSERT_TRUE(in) << "tests/data/messages.txt";
+    int rows = 0;
+    std::string line;
+    while (std::getline(in, line)) {
+        size_t const tab = line.find('\t');
+        ASSERT_NE(std::string::npos, tab);
+        int const number = std::stoi(line.substr(0, tab));
+        SCOPED_TRACE(number);
+        // In the file: %s and %d as empty, "\n" for a line feed.
+        std::string expected;
+        for (size_t i = tab + 1; i < line.size(); ++i) {
+            if (line[i] == '%')
+                ++i;
+            else if (line[i] == '\\' && line[i + 1] == 'n')
+                expected += '\n', ++i;
+            else
+                expected += line[i];
+        }
+        // A class whose report has no inserts shows the bare text.
+        class Empty : public Bare {
+        public:
+            using Bare::Bare;
+            char const* insertTypes() const override { return ""; }
+        } e(number);
+        EXPECT_EQ(expected, textOf(e));
+        ++rows;
+    }
+    EXPECT_EQ(53, rows);
+}
+
+TEST_F(ZMessage, KeepsTheTableSizeLine)
+{
+    ZUnsupportedException_6_0 e;
+    EXPECT_NE(std::string::npos, reportOf([&] { e.print(); }).find("\nNUM_MSGS = 55\n"));
+}
+
+TEST_F(ZMessage, NothingFollowsTheText)
+{
+    ZUnsupportedException_6_0 e;
+    std::string const report = reportOf([&] { e.print(); });
+    EXPECT_EQ('.', report.back());
+}
+
+TEST_F(ZMessage, AnExceptionWithoutPrintReportsNoInserts)
+{
+    struct Case {
+        int number;
+        char const* text;
+    };
+    Case const cases[] = {
+        {1, "Memory allocation failure."},
+        {2, "iconv_open failed for codepage  to  conversion. errno = ."},
+        {3, "Unexpected error from pthread_mutex_init().  rc = 0."},
+        {44, "The configuration file \"\" contains invalid data at line 0.\nData: \"\""},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.number);
+        Bare e(c.number);
+        EXPECT_EQ(c.text, textOf(e));
+    }
+}
+
+TEST_F(ZMessage, AForeignNumberTakesTheInsertsThatThereAre)
+{
+    // The raiser may choose any number for a class; no insert is read that was not handed over.
+    struct Case {
+        int number;
+        char const* text;
+    };
+    Case const cases[] = {
+        {28, "The configuration file 9 is missing the required attribute  in stanza ."},
+        {37, "Create failed for a process lock.  rc = 9 and the lock file name is ."},
+        {44, "The configuration file \"9\" contains invalid data at line .\nData: \"\""},
+        {25, "Unexpected error from gethostname().  rc = 9."},
+        {1, "Memory allocation failure."},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.number);
+        ZCreateResourceException_6_0 e(c.number, 9);
+        EXPECT_EQ(c.text, textOf(e));
+    }
+    ZOpenResourceException_6_0 both(39, 9, "name");
+    EXPECT_EQ("The configuration file 9 has an invalid value name for key  in stanza .",
+              textOf(both));
+}
+
+TEST_F(ZMessage, AClassOfTheCallersHandsOverWhatTheTextAsksFor)
+{
+    Numbered e(39);
+    EXPECT_EQ("The configuration file 1 has an invalid value 2 for key 3 in stanza 4.", textOf(e));
+}
+
+TEST_F(ZMessage, MessagesListTheirInserts)
+{
+    ZLCString_6_0 const a("a");
+    ZLCString_6_0 const b("");
+    auto const& service = *ZMessageService_6_0::defaultMessageService();
+    struct Case {
+        char const* name;
+        int count;
+        std::string inserts;
+    };
+    Case const cases[] = {
+        {"none", 0, ""},
+        {"below none", -1, ""},
+        {"one", 1, "Additional Information:\na\n"},
+        {"two", 2, "Additional Information:\na\n\n"},
+        {"six, absent ones left out", 6, "Additional Information:\na\n\na\n"},
+        {"more than there are", 7, "Additional Information:\na\n\na\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ("Error: 25\n File: \"src/x\" 12\n" + threadLine() + c.inserts, reportOf([&] {
+                      service.outputMessage("src/x", 12, 25, c.count, &a, &b, nullptr, nullptr,
+                                            nullptr, &a);
+                  }));
+    }
+}
+
+TEST_F(ZMessage, KeepsUTF8InsertsOutOfTheReport)
+{
+    ZUTF8String_6_0 const text("text");
+    EXPECT_EQ("Error: 5\n File: \"src/x\" 1\n" + threadLine() + "Additional Information:\n\n\n",
+              reportOf([&] {
+                  ZMessageService_6_0::defaultMessageService()->outputMessageUTF8(
+                      "src/x", 1, 5, 2, &text, &text, nullptr, nullptr, nullptr, nullptr);
+              }));
+}
+
+TEST_F(ZMessage, LongInsertsArePrintedWhole)
+{
+    for (size_t length : {95u, 96u, 4000u, 4096u, 20000u}) {
+        SCOPED_TRACE(length);
+        std::string const name(length, 'x');
+        ZUnexpectedEndOfFile_6_0 e(name.c_str());
+        EXPECT_EQ("Unexpected end of file encounted while reading " + name + ".", textOf(e));
+    }
+}
+
+TEST_F(ZMessage, ConversionsInsideInsertsArePlainText)
+{
+    ZUnexpectedEndOfFile_6_0 e("%s%n%d");
+    EXPECT_EQ("Unexpected end of file encounted while reading %s%n%d.", textOf(e));
+}
+
+TEST_F(ZMessage, ReportingLeavesErrnoAlone)
+{
+    ZUnsupportedException_6_0 e;
+    testing::internal::CaptureStderr();
+    int const saved = dup(2);
+    close(2);
+    errno = ENOENT;
+    e.print();
+    int const after = errno;
+    dup2(saved, 2);
+    close(saved);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(ENOENT, after);
+}
+
+TEST_F(ZMessage, ServiceClonesItself)
+{
+    ZDefaultMessageService_6_0 const service;
+    std::unique_ptr<ZObject_6_0> const copy(service.clone());
+    EXPECT_NE(nullptr, dynamic_cast<ZDefaultMessageService_6_0*>(copy.get()));
+}
+
+TEST_F(ZMessage, ReportsOfSeveralThreadsDoNotMix)
+{
+    constexpr int kThreads = 8;
+    constexpr int kReports = 50;
+    std::string const all = reportOf([] {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([] {
+                for (int i = 0; i < kReports; ++i)
+                    ZMessageService_6_0::messageService()->outputMessage(
+                        "src/x", 1, 2, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+    });
+    size_t at = 0;
+    for (int i = 0; i < kThreads * kReports; ++i) {
+        std::string const head = "Error: 2\n File: \"src/x\" 1\n Thread: ";
+        ASSERT_EQ(head, all.substr(at, head.size()));
+        at = all.find('\n', at + head.size()) + 1;
+    }
+    EXPECT_EQ(all.size(), at);
+}

@@ -1,0 +1,119 @@
+#include <Z/ZException.h>
+#include <Z/ZObject.h>
+#include <gtest/gtest.h>
+
+#include <new>
+#include <vector>
+
+namespace {
+
+// Orders by a number, so that the operators can be told from the address order.
+class Number : public ZObject_6_0 {
+public:
+    explicit Number(int value) : value_(value) {}
+    int compare(ZObject_6_0 const& other) const override
+    {
+        return value_ - static_cast<Number const&>(other).value_;
+    }
+
+private:
+    int value_;
+};
+
+}  // namespace
+
+TEST(ZObject, HashesToItsAddress)
+{
+    ZObject_6_0 const object;
+    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&object)), object.hash());
+}
+
+TEST(ZObject, OrdersByAddress)
+{
+    ZObject_6_0 const pair[2];
+    EXPECT_EQ(0, pair[0].compare(pair[0]));
+    EXPECT_EQ(-1, pair[0].compare(pair[1]));
+    EXPECT_EQ(1, pair[1].compare(pair[0]));
+    EXPECT_TRUE(pair[0].equals(pair[0]));
+    EXPECT_FALSE(pair[0].equals(pair[1]));
+}
+
+TEST(ZObject, OrdersByTheWholeAddress)
+{
+    // Two objects whose addresses agree in the low 32 bits are two objects all the same.
+    union Storage {
+        Storage() {}
+        ~Storage() {}
+        ZObject_6_0 object;
+    };
+    Storage storage;
+    auto const& here = *new (&storage.object) ZObject_6_0;
+    auto const far = reinterpret_cast<uintptr_t>(&here) + (uintptr_t{1} << 32);
+    auto const& there = *reinterpret_cast<ZObject_6_0 const*>(far);  // only its address is used
+    EXPECT_EQ(-1, here.compare(there));
+}
+
+TEST(ZObject, IsNotCloneableByDefault)
+{
+    ZObject_6_0 const object;
+    EXPECT_EQ(nullptr, object.clone());
+}
+
+TEST(ZObject, ComparesThroughTheVirtualCompare)
+{
+    Number const two(2);
+    Number const alsoTwo(2);
+    Number const three(3);
+    EXPECT_TRUE(two == alsoTwo);
+    EXPECT_FALSE(two == three);
+    EXPECT_TRUE(two != three);
+    EXPECT_FALSE(two != alsoTwo);
+    EXPECT_TRUE(two < three);
+    EXPECT_FALSE(two < alsoTwo);
+    EXPECT_TRUE(three > two);
+    EXPECT_FALSE(two > alsoTwo);
+    EXPECT_TRUE(two <= alsoTwo);
+    EXPECT_FALSE(three <= two);
+    EXPECT_TRUE(two >= alsoTwo);
+    EXPECT_FALSE(two >= three);
+    EXPECT_TRUE(two.equals(alsoTwo));
+}
+
+TEST(ZObject, LivesInStorageOfTheCaller)
+{
+    alignas(ZObject_6_0) unsigned char place[sizeof(ZObject_6_0)];
+    auto* const object = new (place) ZObject_6_0;
+    EXPECT_EQ(static_cast<void*>(place), object);
+    object->~ZObject_6_0();
+}
+
+TEST(ZObject, ReleasesWhatItAllocates)
+{
+    delete new ZObject_6_0;
+    delete[] new ZObject_6_0[3];
+    ZObject_6_0* const none = nullptr;
+    delete none;
+}
+
+TEST(ZObject, ExhaustedHeapIsAnException)
+{
+    // No heap has room for half the address space.
+    size_t const volatile hopeless = SIZE_MAX / 2;
+    struct Call {
+        char const* name;
+        void* (*allocate)(size_t);
+    };
+    Call const calls[] = {{"object", [](size_t n) { return ZObject_6_0::operator new(n); }},
+                          {"array", [](size_t n) { return ZObject_6_0::operator new[](n); }}};
+    for (Call const& call : calls) {
+        SCOPED_TRACE(call.name);
+        try {
+            call.allocate(hopeless);
+            FAIL() << "allocated";
+        } catch (ZOutOfMemoryException_6_0 const& e) {
+            EXPECT_EQ(1u, e.messageNumber());
+            EXPECT_STREQ("src/Z/ZObject", e.who());
+            EXPECT_EQ(65u, e.where());
+        }
+    }
+}
