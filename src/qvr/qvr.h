@@ -1,0 +1,236 @@
+// qvr: text services. Codesets, locales and character classes behind plain functions.
+//
+// Subsystem: text services.  Stands on: nothing of the library.
+//
+// Text is bytes in a codeset; a codeset is named once and then passed as a handle. "A character"
+// is the run of bytes that encodes one character in that codeset. Every function that takes text
+// by pointer alone reads up to its terminator, a zero byte; every function that takes a length in
+// bytes reads no byte beyond it.
+//
+// A byte at which no character begins (an invalid byte) has no length and no value. The string
+// functions (from qvr_strchr on) never fail on it: they step over it as one byte that equals only
+// the same invalid byte.
+//
+// Some codesets convert only: those whose bytes have a meaning only in their order (ISO-2022-JP,
+// UTF-7, HZ) and those whose text holds zero bytes (UTF-16, UTF-32). qvr_to_utf8 and
+// qvr_from_utf8 serve them like any other; to every other function each of their bytes but the
+// terminator is invalid.
+//
+// Ownership: handles are the caller's, released with qvr_cs_free and qvr_loc_free. No function
+// keeps a pointer to the caller's text, except qvr_strtok as said there.
+// Threads: a handle never changes after it was made and may be used by every thread at once.
+// qvr_set_dir may run beside everything else. qvr_os_lang_name and qvr_os_cs_name must not run
+// beside setlocale.
+//
+// No function throws, ends the process or prints. A null handle or a null text is a failure as
+// stated at each function, never a crash.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// A codeset. Null is "no codeset".
+typedef struct qvr_cs const* qvr_cs_t;
+
+/// A locale. Null is accepted wherever a locale is taken and means: no language's own rules.
+typedef struct qvr_loc const* qvr_loc_t;
+
+enum {
+    qvrInvalid = -1,   ///< invalid or truncated text, no counterpart, or a null argument
+    qvrNoRoom = -2,    ///< the result is longer than the room given
+    qvrNoMemory = -3,  ///< the operation needed memory that was not there
+    qvrMbLenMax = 8    ///< no character is longer than this many bytes
+};
+
+// Tables, names and handles.
+
+/// Takes the alias tables and converter files of directory `dir` into use for names looked up
+/// from now on, in place of those of an earlier call; handles already made keep what they have.
+/// The built-in tables stand behind them: a missing or empty directory leaves those alone in
+/// force and is a success.
+/// codes   0 done; qvrInvalid when `dir` is null or a table is unreadable or has a bad line;
+///         qvrNoMemory. On a failure the tables stay as they were.
+/// threads any; a look-up sees all of the old tables or all of the new ones.
+int qvr_set_dir(char const* dir);
+
+/// Writes the operating system's name of the locale in force for characters, as
+/// setlocale(LC_CTYPE, NULL) gives it, and a terminator.
+/// units   `room` counts bytes, terminator included.
+/// codes   0 done; qvrInvalid when `buf` is null; qvrNoRoom. On a failure `buf` is the empty
+///         text when it has room for that.
+int qvr_os_lang_name(char* buf, size_t room);
+
+/// Writes the canonical form of an operating system's locale name, and a terminator:
+/// `language[_TERRITORY][.codeset][@modifier]` with the case as shown and the codeset's preferred
+/// name ("en_US.utf8" gives "en_US.UTF-8"), and "C" for "C" and "POSIX". A name that the locale
+/// alias table knows ("german") is replaced by what it stands for first.
+/// range   `osName` of the form above; a codeset that is not known stays as it is written.
+/// codes   0 done; qvrInvalid when an argument is null or the name is empty or of another form;
+///         qvrNoRoom; qvrNoMemory. On a failure `buf` is the empty text when it has room.
+int qvr_canonical_loc(char const* osName, char* buf, size_t room);
+
+/// Returns a locale for `name`, which is brought to its canonical form first. The language
+/// decides how case changes; day and month names and the usual forms of date and time are those
+/// that the operating system has for the locale, and English ones when it has none.
+/// owns    the caller's, released with qvr_loc_free.
+/// codes   null when `name` is null or not a locale name, or when there is no memory.
+qvr_loc_t qvr_loc_new(char const* name);
+
+/// Releases a locale. Null is accepted.
+void qvr_loc_free(qvr_loc_t loc);
+
+/// Writes the name of the local codeset, as nl_langinfo(CODESET) gives it, and a terminator.
+/// codes   as qvr_os_lang_name.
+int qvr_os_cs_name(char* buf, size_t room);
+
+/// Returns a codeset for `name`. Case, blanks, hyphens and underscores in a name do not count.
+/// The name is looked up in the alias table, then among the converter files of the directory,
+/// then among the names that are known without it, which are all that ICU knows.
+/// owns    the caller's, released with qvr_cs_free. Every call returns another handle, also for
+///         the same codeset, so that a handle's address tells who made it.
+/// codes   null when `name` is null, empty or unknown, or when there is no memory.
+/// cost    the first handle of a multibyte codeset builds its tables (about a millisecond).
+qvr_cs_t qvr_cs_new(char const* name);
+
+/// Releases a codeset. Null is accepted. No thread may be using it.
+void qvr_cs_free(qvr_cs_t cs);
+
+// Conversion. All `srcLen` bytes are converted, terminators among them included; nothing is
+// written that does not come from the source. Conversion is strict both ways: a character
+// without a counterpart is a failure, never replaced.
+
+/// Converts from `cs` to UTF-8. Returns the number of bytes written.
+/// range   `src` and `dst` must not overlap.
+/// codes   qvrInvalid when `cs` is null, a text is null while its length is not 0, or the source
+///         is invalid or ends inside a character; qvrNoRoom; qvrNoMemory. On a failure what
+///         the `dstLen` bytes at `dst` hold is undefined; nothing behind them is touched.
+ptrdiff_t qvr_to_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen);
+
+/// Converts from UTF-8 to `cs`. Returns the number of bytes written.
+/// range, codes   as qvr_to_utf8; a character that `cs` does not have is qvrInvalid.
+ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen);
+
+// One character.
+
+/// Returns the length in bytes of the character at `s`, 0 when that is the terminator.
+/// range   reads at most `n` bytes, and none behind the terminator.
+/// codes   -1 when `cs` or `s` is null, `n` is 0, the character is invalid or does not end
+///         within `n` bytes.
+/// cost    a few nanoseconds, no memory, no lock; characters of more than two bytes of a
+///         multibyte codeset other than UTF-8 and EUC-JP take a converter of the thread's own.
+int qvr_mblen(qvr_cs_t cs, char const* s, size_t n);
+
+/// Decodes the character at `s` into `*wc`, a Unicode code point, and returns its length; 0 with
+/// a value of 0 at the terminator.
+/// range   `wc` may be null. Otherwise as qvr_mblen.
+/// codes   as qvr_mblen, and -1 for the few characters (of Big5-HKSCS, for one) that stand for
+///         more than one code point. On a failure `*wc` stays as it is.
+int qvr_mbtowc(qvr_cs_t cs, uint32_t* wc, char const* s, size_t n);
+
+/// Encodes the 16-bit unit `wc` at `s` and returns the number of bytes written; 0 is one zero
+/// byte. No terminator is added.
+/// range   `room` bytes are writable at `s`; qvrMbLenMax are always enough.
+/// codes   -1, with nothing written, when `cs` or `s` is null, `cs` does not have the
+///         character, it needs more than `room` bytes, or `wc` is a surrogate (0xD800 to
+///         0xDFFF): half a pair is no character, and the other half is not at hand.
+int qvr_wctomb(qvr_cs_t cs, char* s, size_t room, uint16_t wc);
+
+// Classes of code points: 1 or 0. Surrogates and values above 0x10FFFF are in no class.
+
+int qvr_iswupper(uint32_t wc);  ///< Unicode Uppercase
+int qvr_iswlower(uint32_t wc);  ///< Unicode Lowercase
+int qvr_iswspace(uint32_t wc);  ///< Unicode White_Space, except the three no-break spaces
+int qvr_iswdigit(uint32_t wc);  ///< the ten digits 0 to 9 of ASCII, no others
+int qvr_iswalpha(uint32_t wc);  ///< Unicode Alphabetic
+int qvr_iswalnum(uint32_t wc);  ///< Unicode Alphabetic or a decimal digit of any script
+
+// The standard string functions on whole characters. Sizes and results count bytes.
+
+/// Returns the first occurrence of `needle` in `s` that begins and ends at characters of `s`,
+/// `s` itself for an empty needle, null when there is none or an argument is null.
+char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle);
+
+/// Returns the first character of `s` that occurs in `set`, null when there is none or an
+/// argument is null.
+char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set);
+
+/// Returns the next token of a text: skips characters that occur in `delimiters`, ends the token
+/// at the next one of them by zeros over all its bytes, and remembers where to go on.
+/// owns    `s` starts a new text and stays borrowed until its last token; null goes on.
+/// codes   null when there is no further token, or `cs` or `delimiters` is null.
+/// threads each thread has its own place.
+char* qvr_strtok(qvr_cs_t cs, char* s, char const* delimiters);
+
+/// Returns the length of the start of `s` that consists of characters that occur in `set`; 0 when
+/// an argument is null.
+size_t qvr_strspn(qvr_cs_t cs, char const* s, char const* set);
+
+/// Returns the length of the start of `s` that consists of characters that do not occur in `set`;
+/// 0 when an argument is null.
+size_t qvr_strcspn(qvr_cs_t cs, char const* s, char const* set);
+
+/// Appends to `dst` as many whole characters of `src` as `n` bytes hold, and a terminator.
+/// Returns `dst`.
+/// range   behind the text at `dst` are at least `n` + 1 bytes. `src` may lack its terminator
+///         when it has `n` bytes.
+/// codes   null, with nothing written, when an argument is null.
+char* qvr_strncat(qvr_cs_t cs, char* dst, char const* src, size_t n);
+
+/// Copies as many whole characters of `src` as `n` bytes hold to `dst` and fills the rest of the
+/// `n` bytes with zeros. Returns `dst`.
+/// range   `src` may lack its terminator when it has `n` bytes; the copy has none when the
+///         characters fill the `n` bytes.
+/// codes   null, with nothing written, when an argument is null.
+char* qvr_strncpy(qvr_cs_t cs, char* dst, char const* src, size_t n);
+
+/// Returns the last character of `s` that is the single byte `c`, null when there is none or `cs`
+/// or `s` is null.
+/// range   `c` is taken as unsigned char; 0 finds the terminator.
+char* qvr_strrchr(qvr_cs_t cs, char const* s, int c);
+
+/// Returns the first character of `s` that is the single byte `c`, null when there is none or `cs`
+/// or `s` is null.
+/// range   as qvr_strrchr.
+char* qvr_strchr(qvr_cs_t cs, char const* s, int c);
+
+// With a locale. In Turkish and Azerbaijani i pairs with dotted I and I with dotless i.
+
+/// Changes every character of `s` to its upper-case counterpart, in place and one to one; a
+/// character whose counterpart takes more or fewer bytes, or is not in the codeset, stays as it
+/// is. Returns `s`.
+/// codes   null when `cs` or `s` is null.
+char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s);
+
+/// Changes every character of `s` to its lower-case counterpart. Otherwise as qvr_strupper.
+char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s);
+
+/// Compares two texts without regard to case: below 0, 0 or above 0 as `a` is before, equal to or
+/// behind `b`. Characters are folded one to one and ordered by code point; invalid bytes come
+/// behind all characters, by value.
+/// codes   -1 when `cs`, `a` or `b` is null.
+int qvr_stricmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b);
+
+/// Compares at most the first `n` bytes of each text like qvr_stricmp. A character that `n` cuts
+/// counts as invalid bytes.
+/// range   neither text is read beyond its `n` bytes or its terminator.
+/// codes   0 when `n` is 0; otherwise as qvr_stricmp.
+int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_t n);
+
+/// Reads a date and time from `s` as `format` says, both in `cs`, into the fields of `*result`
+/// that the format names, and the day of the week and of the year when a whole date is known.
+/// Returns the first byte of `s` behind what was read.
+/// range   conversions: those of POSIX strptime, and %F %h %k %l %P %s %u %z. The modifiers E and O
+///         are read over. Names are taken in either case, long or short.
+/// codes   null, with `*result` as it was, when `s` does not match, the format has another
+///         conversion, or an argument other than `loc` is null.
+char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format,
+                   struct tm* result);
+
+#ifdef __cplusplus
+}
+#endif
