@@ -1,0 +1,82 @@
+// ZQVRUTF8Converter: converts text between one codeset and UTF-8, into buffers.
+//
+// Subsystem: text.  Stands on: ZObject, ZException, ZLCString, ZBuffer.
+//
+// Ownership: a converter makes its codeset handle and releases it; it cannot be copied.
+// Threads: no lock; a converter never changes after it was made, so that any number of threads
+// may convert with one, each into its own buffer.
+#pragma once
+
+#include "ZLCString.h"
+#include "ZObject.h"
+
+class ZBuffer_6_0;
+struct qvr_cs;  // a codeset handle, qvr.h
+
+// What a converter does, without a base and without fields.
+class ZUTF8ConverterInterface_6_0 {
+public:
+    // Virtual functions in slot order. The order is binary interface: append only.
+
+    /// Returns the name of the codeset on the local side.
+    /// owns    borrowed until the converter is destroyed.
+    virtual ZLCString_6_0 const& getLocalCodeSet() const = 0;
+
+    /// Converts UTF-8 `text`, its ending zero included, and puts the result into `buffer`.
+    virtual void convertToLocal(char const* text, ZBuffer_6_0& buffer) const = 0;
+
+    /// Converts local `text`, its ending zero included, and puts the result into `buffer`.
+    virtual void convertToUTF8(char const* text, ZBuffer_6_0& buffer) const = 0;
+
+    virtual ~ZUTF8ConverterInterface_6_0() noexcept(false);
+};
+
+class ZAbstractUTF8Converter_6_0 : public ZObject_6_0, public ZUTF8ConverterInterface_6_0 {
+public:
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ZLCString_6_0 const& getLocalCodeSet() const override = 0;
+    void convertToLocal(char const* text, ZBuffer_6_0& buffer) const override = 0;
+    void convertToUTF8(char const* text, ZBuffer_6_0& buffer) const override = 0;
+    ~ZAbstractUTF8Converter_6_0() override;
+};
+
+class ZQVRUTF8Converter_6_0 : public ZAbstractUTF8Converter_6_0 {
+public:
+    /// Makes a converter without a codeset: its name is empty and it converts nothing.
+    /// throws  ZNoQVREnvironmentException_6_0 when QVRDIR is unset; a value that a set-uid program
+    ///         inherited counts as unset.
+    ZQVRUTF8Converter_6_0();
+
+    /// Makes a converter for the codeset named `codeset`.
+    /// range   null `codeset` is the codeset of the process's locale; a name that nothing knows
+    /// gives a
+    ///         converter that converts nothing. `qvrDir` names the tables to use from now on, for
+    ///         the whole process; null leaves them.
+    /// throws  ZNoQVREnvironmentException_6_0 when `qvrDir` is null and QVRDIR is unset.
+    ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir);
+
+    ZQVRUTF8Converter_6_0(ZQVRUTF8Converter_6_0 const&) = delete;
+    ZQVRUTF8Converter_6_0& operator=(ZQVRUTF8Converter_6_0 const&) = delete;
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ZLCString_6_0 const& getLocalCodeSet() const override;
+
+    /// Converts UTF-8 `text`, its ending zero included, and puts the result into `buffer`.
+    /// range   null `text` is the empty text.
+    /// throws  ZOutOfMemoryException_6_0 with `buffer` as it was.
+    /// kept    text that does not convert leaves `buffer` as it was and is not reported.
+    void convertToLocal(char const* text, ZBuffer_6_0& buffer) const override;
+
+    /// Converts local `text`, its ending zero included, and puts the result into `buffer`.
+    /// range   null `text` is the empty text.
+    /// throws  ZOutOfMemoryException_6_0 with `buffer` as it was.
+    /// kept    text that does not convert leaves `buffer` as it was and is not reported.
+    void convertToUTF8(char const* text, ZBuffer_6_0& buffer) const override;
+
+    ~ZQVRUTF8Converter_6_0() override;
+
+private:
+    ZLCString_6_0 codeset_;
+    ZLCConstString_6_0 unused_;    // empty; holds its place in the object
+    struct qvr_cs const* handle_;  // null: converts nothing
+};
