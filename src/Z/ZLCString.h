@@ -1,0 +1,203 @@
+// ZLCString: text in the local codeset.
+//
+// Subsystem: text.  Stands on: ZAbstractMutableString, ZAbstractString, ZStringIterator,
+// ZUTF8String.
+//
+// Plain texts are taken as they are, as text of the local codeset. Text is converted only when a
+// string is made or assigned from a string of UTF-8.
+// Ownership: a ZLCString_6_0 owns its text; a ZLCConstString_6_0 borrows it and copies nothing.
+// Threads: unsynchronised; callers serialise changes to one string.
+#pragma once
+
+#include "ZAbstractMutableString.h"
+
+class ZLCConstString_6_0;
+class ZUTF8String_6_0;
+class ZUTF8ConstString_6_0;
+
+class ZLCString_6_0 : public ZAbstractMutableString_6_0 {
+public:
+    ZLCString_6_0() = default;
+
+    /// Makes a string of the text up to its terminator, taken as local text.
+    /// range   null makes an empty string.
+    ZLCString_6_0(char const* text) : ZAbstractMutableString_6_0(text) {}
+
+    /// Makes a string of `length` bytes, taken as local text.
+    /// range   null makes an empty string.
+    ZLCString_6_0(char const* text, unsigned int length) : ZAbstractMutableString_6_0(text, length)
+    {
+    }
+
+    // Of one byte, or of a number written in decimal.
+    explicit ZLCString_6_0(char c) : ZAbstractMutableString_6_0(c) {}
+    explicit ZLCString_6_0(int number) : ZAbstractMutableString_6_0(number) {}
+    explicit ZLCString_6_0(unsigned int number) : ZAbstractMutableString_6_0(number) {}
+    explicit ZLCString_6_0(long number) : ZAbstractMutableString_6_0(number) {}
+    explicit ZLCString_6_0(unsigned long number) : ZAbstractMutableString_6_0(number) {}
+
+    ZLCString_6_0(ZLCString_6_0 const& other) = default;
+    ZLCString_6_0(ZLCConstString_6_0 const& other);
+
+    // Converts. A source that cannot be converted makes an empty string.
+    ZLCString_6_0(ZUTF8String_6_0 const& other);
+    ZLCString_6_0(ZUTF8ConstString_6_0 const& other);
+
+    // Assignment replaces the contents; a null text changes nothing, numbers are written in
+    // decimal, a string of the other codeset is converted or, when that fails, leaves the string
+    // empty.
+    ZLCString_6_0& operator=(ZLCString_6_0 const& other) = default;
+    ZLCString_6_0& operator=(ZLCConstString_6_0 const& other);
+    ZLCString_6_0& operator=(ZUTF8String_6_0 const& other);
+    ZLCString_6_0& operator=(ZUTF8ConstString_6_0 const& other);
+    ZLCString_6_0& operator=(char const* text) { return self(setChars(text)); }
+    ZLCString_6_0& operator=(char c) { return self(ZAbstractMutableString_6_0::operator=(c)); }
+    ZLCString_6_0& operator=(int number)
+    {
+        return self(ZAbstractMutableString_6_0::operator=(number));
+    }
+    ZLCString_6_0& operator=(unsigned int number)
+    {
+        return self(ZAbstractMutableString_6_0::operator=(number));
+    }
+    ZLCString_6_0& operator=(long number)
+    {
+        return self(ZAbstractMutableString_6_0::operator=(number));
+    }
+    ZLCString_6_0& operator=(unsigned long number)
+    {
+        return self(ZAbstractMutableString_6_0::operator=(number));
+    }
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZLCString_6_0() override = default;
+
+    int compare(ZObject_6_0 const& other) const override;
+
+    /// Returns a copy of the string.
+    /// owns    owned by the caller; released with delete.
+    ZLCString_6_0* clone() const override;
+
+    int compare(char const* text) const override;
+    int compareignorecase(char const* text) const override;
+
+    /// Returns `lcs_handle_`.
+    qvr_cs const* getCodesetHandle() const override;
+
+    ZLCString_6_0& replaceAll(char const* set, char b) override;
+
+    /// Replaces every character that occurs in `set` by `replacement`.
+    /// range   a null text changes nothing, nor does an empty `set`; an empty `replacement`
+    ///         removes.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
+    ZLCString_6_0& replaceAll(char const* set, char const* replacement) override;
+
+    /// Replaces every character that does not occur in `set` by `replacement`.
+    /// range   a null text changes nothing; an empty `set` replaces every character, an empty
+    ///         `replacement` removes.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
+    ZLCString_6_0& replaceOther(char const* set, char const* replacement) override;
+
+    using ZAbstractMutableString_6_0::operator+=;
+    ZLCString_6_0& operator+=(char c) { return self(append(c)); }
+    ZLCString_6_0& operator+=(char const* text) { return self(append(text)); }
+    ZLCString_6_0& operator+=(ZLCString_6_0 const& other)
+    {
+        return self(appendBytes(other.getChars(), other.getLength()));
+    }
+    ZLCString_6_0& operator+=(ZLCConstString_6_0 const& other);
+
+    // A new string: a copy of this one, with the argument behind it.
+    ZLCString_6_0 operator+(char const* text) const;
+    ZLCString_6_0 operator+(ZLCString_6_0 const& other) const;
+    ZLCString_6_0 operator+(ZLCConstString_6_0 const& other) const;
+
+    int compare(ZLCString_6_0 const& other) const { return compare(other.getChars()); }
+    int compare(ZLCConstString_6_0 const& other) const;
+    int compareignorecase(ZLCString_6_0 const& other) const
+    {
+        return compareignorecase(other.getChars());
+    }
+    int compareignorecase(ZLCConstString_6_0 const& other) const;
+
+    // Byte equality.
+    bool operator==(char const* text) const { return ZAbstractMutableString_6_0::operator==(text); }
+    bool operator!=(char const* text) const { return !(*this == text); }
+    bool operator==(ZLCString_6_0 const& other) const
+    {
+        return hasBytes(other.ZLCString_6_0::getChars(), other.ZLCString_6_0::getLength());
+    }
+    bool operator!=(ZLCString_6_0 const& other) const { return !(*this == other); }
+    bool operator==(ZLCConstString_6_0 const& other) const;
+    bool operator!=(ZLCConstString_6_0 const& other) const { return !(*this == other); }
+
+    /// Returns the text from `from` to the end; empty when `from` is behind the end.
+    /// units   bytes.
+    ZLCString_6_0 subString(unsigned int from) const;
+
+    /// Returns `count` bytes from `from`, or as many as there are.
+    /// units   bytes.
+    ZLCString_6_0 subString(unsigned int from, unsigned int count) const;
+
+private:
+    // What an operation of the base returned is this very string.
+    static ZLCString_6_0& self(ZAbstractMutableString_6_0& string)
+    {
+        return static_cast<ZLCString_6_0&>(string);
+    }
+};
+
+class ZLCConstString_6_0 : public ZAbstractConstString_6_0 {
+public:
+    ZLCConstString_6_0() = default;
+
+    // Views. The text is borrowed; a view of a string holds while that keeps its buffer.
+    ZLCConstString_6_0(char const* text) : ZAbstractConstString_6_0(text) {}
+    ZLCConstString_6_0(ZLCConstString_6_0 const& other) = default;
+    ZLCConstString_6_0(ZLCString_6_0 const& other) : ZAbstractConstString_6_0(other.getChars()) {}
+    ZLCConstString_6_0& operator=(ZLCConstString_6_0 const& other) = default;
+    ZLCConstString_6_0& operator=(char const* text)
+    {
+        ZAbstractConstString_6_0::operator=(text);
+        return *this;
+    }
+    ZLCConstString_6_0& operator=(ZLCString_6_0 const& other)
+    {
+        setChars(other);
+        return *this;
+    }
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZLCConstString_6_0() override = default;
+
+    int compare(ZObject_6_0 const& other) const override;
+
+    /// Returns another view of the same text.
+    /// owns    owned by the caller; released with delete. The text stays borrowed.
+    ZLCConstString_6_0* clone() const override;
+
+    int compare(char const* text) const override;
+    int compareignorecase(char const* text) const override;
+
+    /// Returns `lcs_handle_`.
+    qvr_cs const* getCodesetHandle() const override;
+
+    int compare(ZLCConstString_6_0 const& other) const { return compare(other.getChars()); }
+    int compare(ZLCString_6_0 const& other) const { return compare(other.getChars()); }
+    int compareignorecase(ZLCConstString_6_0 const& other) const
+    {
+        return compareignorecase(other.getChars());
+    }
+    int compareignorecase(ZLCString_6_0 const& other) const
+    {
+        return compareignorecase(other.getChars());
+    }
+
+    // Byte equality.
+    bool operator==(char const* text) const { return equals(text); }
+    bool operator!=(char const* text) const { return !equals(text); }
+    bool operator==(ZLCConstString_6_0 const& other) const { return equals(other); }
+    bool operator!=(ZLCConstString_6_0 const& other) const { return !equals(other); }
+    bool operator==(ZLCString_6_0 const& other) const { return other == *this; }
+    bool operator!=(ZLCString_6_0 const& other) const { return !(other == *this); }
+};
