@@ -1,0 +1,190 @@
+// Takes every configuration file of the machine through load, store and load again, beside a model
+// of the format that is short enough to be checked by eye.
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Values = std::vector<std::string>;
+
+std::string trimmed(std::string const& text)
+{
+    size_t begin = 0;
+    size_t end = text.size();
+    while (end > begin && isspace(static_cast<unsigned char>(text[end - 1])))
+        --end;
+    while (begin < end && isspace(static_cast<unsigned char>(text[begin])))
+        ++begin;
+    return text.substr(begin, end - begin);
+}
+
+// The model: what a file means and what it looks like once stored.
+struct Model {
+    explicit Model(std::string const& bytes)
+    {
+        size_t at = 0;
+        while (at < bytes.size() && badLine == 0) {
+            size_t const feed = bytes.find('\n', at);
+            size_t const length =
+                std::min<size_t>(8191, (feed == std::string::npos ? bytes.size() : feed + 1) - at);
+            ++lines;
+            addLine(trimmed(bytes.substr(at, length).c_str()));  // a zero byte ends the line
+            at += length;
+        }
+    }
+
+    void addLine(std::string const& line)
+    {
+        size_t const equals = line.find('=');
+        size_t const bracket = line.find(']');
+        if (line.empty() || line[0] == '#') {
+            order.push_back({line, ""});
+        } else if (line[0] == '[') {
+            if (bracket == std::string::npos ||
+                !stanzas.emplace(line.substr(1, bracket - 1), std::map<std::string, Values>())
+                     .second)
+                return refuse(line);
+            stanza = line.substr(1, bracket - 1);
+            order.push_back({"[" + stanza + "]", ""});
+        } else if (order.empty() || stanzas.empty() || equals == 0 || equals == std::string::npos) {
+            refuse(line);
+        } else {
+            std::string const key = trimmed(line.substr(0, equals));
+            std::string const value = trimmed(line.substr(equals + 1));
+            auto const [entry, isNew] = stanzas[stanza].emplace(key, Values());
+            if (!value.empty())
+                entry->second.push_back(value);
+            if (isNew)
+                order.push_back({stanza, key});
+        }
+    }
+
+    void refuse(std::string const& line)
+    {
+        badLine = lines;
+        badText = line;
+    }
+
+    std::string text() const
+    {
+        std::string out;
+        for (auto const& [first, key] : order) {
+            if (key.empty()) {
+                out += first + "\n";
+                continue;
+            }
+            Values const& values = stanzas.at(first).at(key);
+            for (std::string const& value : values)
+                out += key + " = " + value + "\n";
+            if (values.empty())
+                out += key + " =\n";
+        }
+        return out;
+    }
+
+    int lines = 0;
+    int badLine = 0;
+    std::string badText;
+    std::string stanza;
+    std::map<std::string, std::map<std::string, Values>> stanzas;
+    std::vector<std::pair<std::string, std::string>> order;  // text, or stanza and key
+};
+
+std::string bytesOf(fs::path const& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void expectSame(Model const& model, ZStanzaFileProperties_6_0 const& store)
+{
+    ASSERT_EQ(static_cast<int>(model.stanzas.size()), store.count());
+    for (auto const& [stanza, keys] : model.stanzas) {
+        if (stanza.empty())
+            continue;  // "[]" heads a stanza that no caller can name
+        ASSERT_EQ(static_cast<int>(keys.size()), store.count(stanza.c_str())) << stanza;
+        for (auto const& [key, values] : keys) {
+            ZArrayList_6_0 list(2, 1);
+            store.getValues(stanza.c_str(), key.c_str(), list, static_cast<ZPropertyStringType>(0));
+            ASSERT_EQ(values.size(), list.size()) << stanza << "/" << key;
+            for (unsigned i = 0; i < list.size(); ++i)
+                ASSERT_EQ(values[i], static_cast<ZLCString_6_0 const*>(list.get(i))->getChars());
+        }
+    }
+}
+
+std::vector<fs::path> configurationFiles()
+{
+    std::set<std::string> const kinds = {".conf",   ".ini",   ".cnf",    ".service",
+                                         ".socket", ".timer", ".desktop"};
+    std::vector<fs::path> found;
+    for (char const* root : {"/etc", "/usr/lib", "/usr/share"}) {
+        std::error_code ignored;
+        for (fs::recursive_directory_iterator
+                 it(root, fs::directory_options::skip_permission_denied, ignored),
+             end;
+             it != end; it.increment(ignored)) {
+            std::error_code bad;
+            if (kinds.count(it->path().extension().string()) &&
+                fs::is_regular_file(it->path(), bad))
+                found.push_back(it->path());
+        }
+    }
+    return found;
+}
+
+}  // namespace
+
+TEST(RealFiles, AreRefusedAtTheLineOfTheModelOrSurviveUnchanged)
+{
+    fs::path const dir = fs::path(testing::TempDir()) / ("real." + std::to_string(getpid()));
+    fs::create_directory(dir);
+    fs::path const copy = dir / "copy";
+    int kept = 0;
+    int refused = 0;
+    for (fs::path const& path : configurationFiles()) {
+        SCOPED_TRACE(path);
+        std::string const bytes = bytesOf(path);
+        Model const model(bytes);
+        std::ofstream(copy, std::ios::binary) << bytes;
+        try {
+            ZStanzaFileProperties_6_0 store(copy.c_str(), 1);
+            ASSERT_EQ(0, model.badLine) << "accepted, the model refuses " << model.badText;
+            expectSame(model, store);
+            store.store(copy.c_str());
+            ASSERT_EQ(model.text(), bytesOf(copy));
+            ZStanzaFileProperties_6_0 again(copy.c_str(), 1);
+            expectSame(model, again);
+            again.store(copy.c_str());
+            ASSERT_EQ(model.text(), bytesOf(copy));
+            ++kept;
+        } catch (ZPropertiesInvalidDataException_6_0 const& e) {
+            ASSERT_EQ(model.badLine, e.badline());
+            ASSERT_EQ(model.badText, e.baddata().getChars());
+            ASSERT_STREQ(copy.c_str(), e.propFile().getChars());
+            ASSERT_EQ(bytes, bytesOf(copy));
+            ++refused;
+        }
+    }
+    fs::remove_all(dir);
+    std::cout << kept << " files kept, " << refused << " refused\n";
+    EXPECT_GT(kept, 0);
+    EXPECT_GT(refused, 0);
+}
