@@ -123,7 +123,7 @@ ZException_6_0::Text& ZException_6_0::Text::operator=(Text const& other) noexcep
 
 ZException_6_0::Text::~Text() = default;
 
-ZObject_6_0* ZException_6_0::Text::clone() const
+ZException_6_0::Text* ZException_6_0::Text::clone() const
 {
     return new Text(*this);
 }

@@ -68,7 +68,7 @@ public:
         Text(Text const& other) noexcept;
         Text& operator=(Text const& other) noexcept;
         ~Text() override;
-        ZObject_6_0* clone() const override;
+        Text* clone() const override;
     };
 
 protected:
