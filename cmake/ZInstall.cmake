@@ -1,0 +1,34 @@
+# What `cmake --install` puts into a prefix: libraries, headers, tables, the CMake package and the
+# pkg-config file. The tool installs itself (tools/zstz).
+
+include(CMakePackageConfigHelpers)
+
+set(z_include ${CMAKE_INSTALL_INCLUDEDIR}/zfoundation-6.0)
+set(z_package ${CMAKE_INSTALL_LIBDIR}/cmake/ZFoundation)
+
+# The two libraries lie side by side and find each other there.
+set_target_properties(Z PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS Z qvr EXPORT ZFoundationTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+get_target_property(z_headers Z Z_PUBLIC_HEADERS)
+install(FILES ${z_headers} DESTINATION ${z_include}/Z)
+install(FILES src/qvr/qvr.h DESTINATION ${z_include})
+install(DIRECTORY src/qvr/tables/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qvr)
+
+install(EXPORT ZFoundationTargets NAMESPACE ZFoundation:: DESTINATION ${z_package})
+configure_package_config_file(cmake/ZFoundationConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/ZFoundationConfig.cmake
+    INSTALL_DESTINATION ${z_package} PATH_VARS CMAKE_INSTALL_DATADIR)
+# Another generation is another package beside this one, never a newer version of it.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZFoundationConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ZFoundationConfig.cmake
+              ${PROJECT_BINARY_DIR}/ZFoundationConfigVersion.cmake
+        DESTINATION ${z_package})
+
+# The prefix is taken from where the file lies, so that an installed tree may be moved.
+file(RELATIVE_PATH z_up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" z_up "${z_up}")
+configure_file(cmake/zfoundation-6.0.pc.in ${PROJECT_BINARY_DIR}/zfoundation-6.0.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zfoundation-6.0.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

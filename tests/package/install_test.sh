@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Installs a build folder into a prefix, moves the prefix, and uses what lies there as a stranger
+# would: a C++ project through CMake, a C99 program through pkg-config, the tool by its name.
+# usage: install_test.sh BUILD-FOLDER CMAKE C-COMPILER C++-COMPILER
+set -euo pipefail
+
+build=$1 cmake=$2 cc=$3 cxx=$4
+here=$(dirname "$(readlink -f "$0")")
+room=$(mktemp -d)
+trap 'rm -rf "$room"' EXIT
+
+fail()
+{
+    echo "install_test: $*" >&2
+    exit 1
+}
+
+unset QVRDIR
+"$cmake" --install "$build" --prefix "$room/first" >"$room/install.log" ||
+    fail "installing failed: $(tail -n 3 "$room/install.log")"
+mv "$room/first" "$room/prefix"
+prefix=$room/prefix
+libdir=$(dirname "$(find "$prefix" -name libzfoundation-6.0.so.0)")
+[ -n "$libdir" ] || fail "the library is not installed"
+[ -e "$libdir/libqvr.so.1" ] || fail "the text services are not installed"
+
+# Every public header and nothing else of the sources.
+for header in "$here"/../../src/Z/*.h; do
+    name=$(basename "$header")
+    installed=$prefix/include/zfoundation-6.0/Z/$name
+    case $name in
+        *_p.h) [ ! -e "$installed" ] || fail "$name is private and installed" ;;
+        *) cmp -s "$header" "$installed" || fail "$name is not installed" ;;
+    esac
+done
+[ -e "$prefix/include/zfoundation-6.0/qvr.h" ] || fail "qvr.h is not installed"
+diff -r "$here/../../src/qvr/tables" "$prefix/share/qvr" || fail "the tables are not installed"
+
+# Headers and libraries may not name the folders they were built in.
+if grep -rlIF "$build" "$prefix"; then
+    fail "these installed files name the build folder"
+fi
+
+expected='service: port 8080, name "gateway"'
+cat >"$room/service.conf" <<'END'
+# a small service
+[service]
+port = 8080
+name = gateway
+END
+
+"$cmake" -S "$here/cxx" -B "$room/cxx" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$cxx" >"$room/cxx.log" 2>&1 ||
+    fail "the CMake project cannot be configured: $(cat "$room/cxx.log")"
+"$cmake" --build "$room/cxx" >"$room/cxx.log" 2>&1 ||
+    fail "the CMake project cannot be built: $(cat "$room/cxx.log")"
+printed=$(QVRDIR=$prefix/share/qvr "$room/cxx/service" "$room/service.conf")
+[ "$printed" = "$expected" ] || fail "the C++ program printed: $printed"
+
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+# Word splitting is wanted: pkg-config prints a list.
+# shellcheck disable=SC2046
+"$cc" -std=c99 -pedantic-errors -Wall -Wextra -Werror "$here/c/service.c" -o "$room/service" \
+    $(pkg-config --cflags --libs zfoundation-6.0) -Wl,-rpath,"$libdir"
+printed=$(QVRDIR=$(pkg-config --variable=qvrdir zfoundation-6.0) "$room/service" \
+    "$room/service.conf")
+[ "$printed" = "$expected" ] || fail "the C program printed: $printed"
+
+printed=$("$prefix/bin/zstz" get "$room/service.conf" service port)
+[ "$printed" = 8080 ] || fail "the installed tool printed: $printed"
+echo "installed, moved and used"

@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""Compiles every public header alone, and included twice.
+
+usage: headers.py [COMPILER [C COMPILER]]
+
+Each must be C++17 by itself; a header that has a C side (it asks for __cplusplus) must be C99 too.
+Of system headers a public one includes only what a signature needs.
+"""
+import concurrent.futures
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SOURCES = ROOT / "src"
+
+ALLOWED = {"stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", "time.h", "pthread.h"}
+# What plain C programs include.
+C_HEADERS = {"qvr.h", "Z/zproperties_c.h", "Z/zsnprintf.h", "Z/zqvrutil.h"}
+
+
+def public_headers():
+    yield "qvr.h"
+    for path in sorted((SOURCES / "Z").glob("*.h")):
+        if not path.stem.endswith("_p"):
+            yield f"Z/{path.name}"
+
+
+def compile_twice(command, header):
+    text = f"#include <{header}>\n#include <{header}>\n"
+    folders = [f"-I{SOURCES}", f"-I{SOURCES / 'qvr'}"]
+    run = subprocess.run([*command, "-pedantic-errors", "-Wall", "-Wextra", "-Werror",
+                          "-fsyntax-only", *folders, "-"],
+                         input=text, capture_output=True, text=True, check=False)
+    return run.stderr if run.returncode else ""
+
+
+def check(header, cxx, c):
+    path = SOURCES / ("qvr/qvr.h" if header == "qvr.h" else header)
+    text = path.read_text(encoding="utf-8")
+    wrong = [f"{header}: includes <{name}>"
+             for name in re.findall(r"^\s*#\s*include\s*<([^>]+)>", text, re.M)
+             if name not in ALLOWED]
+    report = compile_twice([cxx, "-x", "c++", "-std=c++17"], header)
+    if report:
+        wrong.append(f"{header} does not stand alone as C++17:\n{report}")
+    if header in C_HEADERS or "__cplusplus" in text:
+        report = compile_twice([c, "-x", "c", "-std=c99"], header)
+        if report:
+            wrong.append(f"{header} does not stand alone as C99:\n{report}")
+    return wrong
+
+
+def main():
+    cxx = sys.argv[1] if len(sys.argv) > 1 else "g++"
+    c = sys.argv[2] if len(sys.argv) > 2 else "gcc"
+    headers = list(public_headers())
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        wrong = [row for rows in pool.map(lambda h: check(h, cxx, c), headers) for row in rows]
+    for row in wrong:
+        print(row, file=sys.stderr)
+    print(f"{len(headers)} public headers, {len(wrong)} faults")
+    return 1 if wrong else 0
+
+
+sys.exit(main())
