@@ -1,0 +1,110 @@
+// ZArray: a fixed number of slots, each empty or holding an object.
+//
+// Subsystem: collections.  Stands on: ZObject, ZException.
+//
+// Ownership is fixed at construction: an owning array stores clones and deletes what leaves a slot;
+// a borrowing array stores the caller's pointers and deletes nothing. setNoCopy() stores the
+// pointer as given in both; an owning array takes it over.
+// Threads: unsynchronised; callers serialise access to one array.
+// An operation that raises leaves the array as it was.
+#pragma once
+
+#include "ZObject.h"
+
+class ZArrayInterface_6_0 {
+public:
+    // Virtual functions in slot order. The order is binary interface: append only.
+
+    /// Returns the number of slots.
+    virtual unsigned int size() const = 0;
+    /// Returns whether a slot holds an object that `obj` equals; false for null.
+    virtual bool contains(ZObject_6_0 const* obj) const = 0;
+    /// Empties slot `index`; the others stay where they are.
+    virtual void remove(unsigned int index) = 0;
+    /// Empties every slot.
+    virtual void removeAll() = 0;
+    /// Returns the object in slot `index`; null when the slot is empty.
+    virtual ZObject_6_0* get(unsigned int index) const = 0;
+    /// Puts `obj` into slot `index`.
+    virtual void set(unsigned int index, ZObject_6_0 const* obj) = 0;
+    /// Returns the first slot whose object `obj` equals; -1 when there is none or `obj` is null.
+    virtual int indexOf(ZObject_6_0 const* obj) const = 0;
+    /// Returns the last slot whose object `obj` equals; -1 when there is none or `obj` is null.
+    virtual int lastIndexOf(ZObject_6_0 const* obj) const = 0;
+    /// Exchanges the contents of two slots.
+    virtual void swap(unsigned int one, unsigned int other) = 0;
+
+protected:
+    ZArrayInterface_6_0() = default;
+    ZArrayInterface_6_0(ZArrayInterface_6_0 const&) = default;
+    ZArrayInterface_6_0& operator=(ZArrayInterface_6_0 const&) = default;
+    ~ZArrayInterface_6_0() = default;
+};
+
+class ZAbstractArray_6_0 : public ZObject_6_0, public ZArrayInterface_6_0 {
+public:
+    ZAbstractArray_6_0() = default;
+    // What an array holds is copied by the class that holds it.
+    ZAbstractArray_6_0(ZAbstractArray_6_0 const&) : ZObject_6_0(), ZArrayInterface_6_0() {}
+    ZAbstractArray_6_0& operator=(ZAbstractArray_6_0 const&) { return *this; }
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZAbstractArray_6_0() override;
+};
+
+class ZArray_6_0 : public ZAbstractArray_6_0 {
+public:
+    /// Makes an array of empty slots.
+    /// range   `size` 0 is taken as 1.
+    /// throws  ZOutOfMemoryException_6_0.
+    ZArray_6_0(unsigned int size, int owns);
+    /// Makes an array with the slots and the ownership of `source`.
+    /// owns    an owning copy holds clones; a borrowing one the same pointers.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    ZArray_6_0(ZArray_6_0 const& source);
+    /// Takes the number of slots and the contents of `source`; what was held goes as removeAll()
+    /// lets it go. Assigning an array to itself does nothing.
+    /// owns    this array's own flag decides whether clones or the same pointers are stored.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// kept    the ownership flag is not assigned, though a copy takes it over.
+    ZArray_6_0& operator=(ZArray_6_0 const& source);
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZArray_6_0() override;
+
+    unsigned int size() const override;
+    /// Returns the flag given at construction: not 0 when the array owns what it holds.
+    virtual int ownsMembers() const;
+    bool contains(ZObject_6_0 const* obj) const override;
+    /// Empties slot `index`; the others stay where they are.
+    /// owns    an owning array deletes what the slot held.
+    /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
+    void remove(unsigned int index) override;
+    /// Empties every slot; the number of slots stays.
+    /// owns    an owning array deletes what the slots held.
+    void removeAll() override;
+    /// Returns the object in slot `index`; null when the slot is empty.
+    /// owns    borrowed until the slot is emptied or filled anew.
+    /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
+    ZObject_6_0* get(unsigned int index) const override;
+    /// Puts `obj` into slot `index`.
+    /// owns    an owning array stores `obj->clone()` and deletes what the slot held; `obj` stays
+    ///         the caller's.
+    /// throws  ZInvalidParameterException_6_0 when `index >= size()`; what clone() raises.
+    void set(unsigned int index, ZObject_6_0 const* obj) override;
+    /// Puts `obj` itself into slot `index`.
+    /// owns    an owning array takes `obj` over and deletes what the slot held.
+    /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
+    /// kept    an owning array deletes what the slot held even when it is `obj`.
+    virtual void setNoCopy(unsigned int index, ZObject_6_0 const* obj);
+    int indexOf(ZObject_6_0 const* obj) const override;
+    int lastIndexOf(ZObject_6_0 const* obj) const override;
+    /// Exchanges the contents of two slots.
+    /// throws  ZInvalidParameterException_6_0 when `one` or `other` is not below `size()`.
+    void swap(unsigned int one, unsigned int other) override;
+
+private:
+    ZObject_6_0** elements_;  // never null; count_ slots, null when empty
+    int owns_;                // not 0: clones and deletes
+    unsigned int count_;      // slots, at least 1
+};

@@ -1,0 +1,145 @@
+// ZHashKeyMap: a map from key objects to value objects.
+//
+// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList, ZHashMap.
+//
+// Keys are found by their own hash() and equals(); keys that are equal must hash alike.
+// Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
+// them with their entry; a borrowing map stores the caller's pointers and deletes neither.
+// Threads: unsynchronised; callers serialise access to one map.
+// An operation that raises leaves the map as it was.
+#pragma once
+
+#include "ZArrayList.h"
+#include "ZHashMap.h"
+#include "ZObject.h"
+
+class ZKeyMap_6_0 {
+public:
+    // Virtual functions in slot order. The order is binary interface: append only.
+
+    /// Returns the number of keys.
+    virtual unsigned int size() const = 0;
+    /// Returns whether the map has no keys.
+    virtual bool isEmpty() const = 0;
+    /// Returns whether the map has the key.
+    virtual bool contains(ZObject_6_0 const* key) const = 0;
+    /// Returns the value of the key; null when the map does not have it.
+    virtual ZObject_6_0* getEntry(ZObject_6_0 const* key) const = 0;
+    /// Sets the value of the key.
+    virtual void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) = 0;
+    /// Sets every key of `other` to its value there.
+    virtual void putAll(ZKeyMap_6_0 const& other) = 0;
+    /// Removes the key and its value.
+    virtual void removeEntry(ZObject_6_0 const* key) = 0;
+    /// Removes every key.
+    virtual void removeAll() = 0;
+    /// Adds every key to `target`, in the order of the map.
+    virtual void listKeys(ZList_6_0& target) const = 0;
+    /// Adds every value to `target`, in the order of the map.
+    virtual void listObjects(ZList_6_0& target) const = 0;
+
+protected:
+    ZKeyMap_6_0() = default;
+    ZKeyMap_6_0(ZKeyMap_6_0 const&) = default;
+    ZKeyMap_6_0& operator=(ZKeyMap_6_0 const&) = default;
+    ~ZKeyMap_6_0() = default;
+};
+
+class ZAbstractKeyMap_6_0 : public ZObject_6_0, public ZKeyMap_6_0 {
+public:
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZAbstractKeyMap_6_0() override;
+
+    bool isEmpty() const override;
+};
+
+/// A key and its value, as a map of entries stores them.
+class ZKeyEntry_6_0 : public ZObject_6_0 {
+public:
+    /// Makes an entry of `key` and `value`.
+    /// owns    taken over when `owns` is not 0, else borrowed; never copied.
+    ZKeyEntry_6_0(ZObject_6_0* key, ZObject_6_0* value, int owns);
+    ZKeyEntry_6_0(ZKeyEntry_6_0 const&) = delete;
+    ZKeyEntry_6_0& operator=(ZKeyEntry_6_0 const&) = delete;
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZKeyEntry_6_0() override;
+
+    /// Returns the key's hash and remembers it for equals().
+    uint32_t hash() const override;
+    /// Returns how the keys compare.
+    /// range   `other` is a ZKeyEntry_6_0.
+    int compare(ZObject_6_0 const& other) const override;
+    /// Returns an entry with the same flag and the same remembered hash.
+    /// owns    owned by the caller, released with delete. An owning entry clones key and value; a
+    ///         borrowing one shares them.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    ZObject_6_0* clone() const override;
+    /// Returns whether the remembered hashes are the same and this key equals the other one.
+    /// range   `other` is a ZKeyEntry_6_0, and hash() has been called for both.
+    bool equals(ZObject_6_0 const& other) const override;
+
+    ZObject_6_0* key() const { return key_; }      // null only if made so
+    ZObject_6_0* value() const { return value_; }  // may be null
+
+private:
+    ZObject_6_0* key_;
+    ZObject_6_0* value_;
+    int owns_;                   // not 0: key_ and value_ are deleted with the entry
+    mutable uint32_t hashCode_;  // as hash() last found it; 0 until then
+};
+
+class ZHashKeyMap_6_0 : public ZAbstractKeyMap_6_0 {
+public:
+    /// Makes an empty map with max(`capacity`, 2) * 3 / 2 buckets, as ZHashMap_6_0 does.
+    /// throws  ZOutOfMemoryException_6_0.
+    ZHashKeyMap_6_0(unsigned int capacity, int owns);
+    /// Makes a map with the buckets, the ownership and the entries of `source`.
+    /// owns    an owning copy holds clones; a borrowing one the same pointers.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    ZHashKeyMap_6_0(ZHashKeyMap_6_0 const& source);
+    /// Takes buckets, ownership and entries of `source`; what was held goes as removeAll() lets it
+    /// go. Assigning a map to itself does nothing.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    ZHashKeyMap_6_0& operator=(ZHashKeyMap_6_0 const& source);
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZHashKeyMap_6_0() override;
+
+    /// Returns a copy of the map.
+    /// owns    owned by the caller; released with delete.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    ZObject_6_0* clone() const override;
+    unsigned int size() const override;
+    bool contains(ZObject_6_0 const* key) const override;
+    /// Returns the value of the key; null when the map does not have it.
+    /// owns    borrowed until the map lets the value go.
+    /// cost    O(1) expected.
+    ZObject_6_0* getEntry(ZObject_6_0 const* key) const override;
+    /// Sets the value of the key. Key and value take the place of an equal key and its value, or
+    /// come behind the others of their bucket.
+    /// range   `key` is not null; `value` may be.
+    /// owns    an owning map stores clones; key and value stay the caller's either way.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// cost    O(1) expected, plus the clones when owning.
+    /// kept    what an owning map stores are clones of clones.
+    void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) override;
+    /// Sets every key of `other` to its value there, in the order of `other`.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises. Keys set before stay set.
+    void putAll(ZKeyMap_6_0 const& other) override;
+    /// Removes the key and its value.
+    /// owns    an owning map deletes its copies of both.
+    /// cost    O(1) expected.
+    void removeEntry(ZObject_6_0 const* key) override;
+    void removeAll() override;
+    /// Adds every key to `target`, in the order of ZHashMap_6_0.
+    /// owns    as `target.add()` does.
+    void listKeys(ZList_6_0& target) const override;
+    /// Adds every value to `target`, in the order of ZHashMap_6_0.
+    /// owns    as `target.add()` does.
+    void listObjects(ZList_6_0& target) const override;
+
+private:
+    ZHashMap_6_0 map_;  // of ZKeyEntry_6_0, which it owns
+    int owns_;          // not 0: the entries own clones of key and value
+};

@@ -1,0 +1,49 @@
+// ZSortCompare: the order in which a list is sorted.
+//
+// Subsystem: collections.  Stands on: ZObject.
+//
+// Ownership: a comparator holds nothing; the shared default comparator lives as long as the
+// process. Threads: comparators without state may be used by every thread at once; the default one
+// is.
+#pragma once
+
+#include "ZObject.h"
+
+class ZDefaultSortCompare_6_0;
+
+class ZSortCompare_6_0 {
+public:
+    /// Direction of a sort. Only 1 is ascending; every other value is descending.
+    enum sortorder : int { descending = 0, ascending = 1 };
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+
+    /// Returns a negative number, 0 or a positive number as `left` sorts before, with or after
+    /// `right`.
+    /// range   a sort never passes null.
+    virtual int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const = 0;
+
+    /// Returns the comparator that every caller shares: the elements' own order.
+    /// owns    borrowed for the life of the process.
+    /// threads any thread, at any time.
+    static ZSortCompare_6_0 const& defaultSortCompare();
+
+    /// Puts the shared comparator in place. `defaultSortCompare()` calls it once per process.
+    static void init();
+
+protected:
+    constexpr ZSortCompare_6_0() = default;
+    constexpr ZSortCompare_6_0(ZSortCompare_6_0 const&) = default;
+    ZSortCompare_6_0& operator=(ZSortCompare_6_0 const&) = default;
+    ~ZSortCompare_6_0() = default;
+
+    static ZDefaultSortCompare_6_0 const* dsc_;  // null until init()
+};
+
+class ZDefaultSortCompare_6_0 final : public ZSortCompare_6_0 {
+public:
+    constexpr ZDefaultSortCompare_6_0() = default;
+
+    /// Returns `left->compare(*right)`.
+    int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override;
+};
