@@ -49,9 +49,8 @@ public:
 
     /// Makes a converter for the codeset named `codeset`.
     /// range   null `codeset` is the codeset of the process's locale; a name that nothing knows
-    /// gives a
-    ///         converter that converts nothing. `qvrDir` names the tables to use from now on, for
-    ///         the whole process; null leaves them.
+    ///         gives a converter that converts nothing. `qvrDir` names the tables to use from now
+    ///         on, for the whole process; null leaves them.
     /// throws  ZNoQVREnvironmentException_6_0 when `qvrDir` is null and QVRDIR is unset.
     ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir);
 

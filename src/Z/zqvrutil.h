@@ -114,7 +114,7 @@ char* zstrrchr_6_0(struct qvr_cs const* cs, char const* s, int c);
 /// Returns the first character of `s` that is the byte `c`, null when there is none.
 char* zstrchr_6_0(struct qvr_cs const* cs, char const* s, int c);
 
-/* With the process's locale, which the first of these calls makes. */
+/* With the process's locale; before the initialisation with no language's own rules. */
 
 /// Changes `s` to upper case in place and returns it; null when an argument is null.
 /// range   a character whose counterpart has another byte length stays.

@@ -1,0 +1,401 @@
+#include "zqvrutil.h"
+
+#include <pthread.h>
+#include <string.h>
+
+#include <atomic>
+#include <clocale>
+#include <cstdlib>
+
+#include "ZAbstractMutableString.h"
+#include "ZException.h"
+#include "qvr.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/zqvrutil";
+constexpr char kDefaultDir[] = "/opt/Tarsenna/nls/QVR";
+constexpr char kUTF8[] = "UTF8";
+constexpr size_t kMostBytesPerCharacter = 4;
+
+// The number each raise site puts into its report; it belongs to the site.
+enum RaiseSite { raiseWithoutDirectory = 125, raiseWithoutCodeset = 129 };
+
+// What the process has once. The initialisation alone writes it, each handle after everything that
+// its user reads with it, so that a handle seen set says that the rest is there.
+pthread_once_t once = PTHREAD_ONCE_INIT;
+bool hasDirectory;          // QVRDIR was set
+char localeName[512];       // canonical; published by localeKnown
+char localCodesetName[32];  // published by codesetKnown
+std::atomic<bool> localeKnown;
+std::atomic<bool> codesetKnown;
+std::atomic<int> longestCharacter;  // in bytes, of the locale
+std::atomic<qvr_loc_t> localeHandle;
+std::atomic<qvr_cs_t> localHandle;
+std::atomic<qvr_cs_t> utf8Handle;
+
+// True while this thread makes or prints the report of a failed initialisation. The report is made
+// of strings and every string asks for the handles: those calls answer null instead of failing
+// once more.
+thread_local bool reporting;
+
+class ReportingScope {
+public:
+    ReportingScope() { reporting = true; }
+    ReportingScope(ReportingScope const&) = delete;
+    ReportingScope& operator=(ReportingScope const&) = delete;
+    ~ReportingScope() { reporting = false; }
+};
+
+// A thread that is cancelled half-way would leave the others with a half-made state.
+class CancellationOff {
+public:
+    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    CancellationOff(CancellationOff const&) = delete;
+    CancellationOff& operator=(CancellationOff const&) = delete;
+    ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
+
+private:
+    int before_;
+};
+
+// Runs under pthread_once: it makes no string and raises nothing, because a second entry from here
+// would wait for itself.
+void zonce_init()
+{
+    CancellationOff const guard;
+    if (localeKnown.load(std::memory_order_relaxed))
+        return;
+    setlocale(LC_ALL, "");
+    longestCharacter.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
+    qvr_set_dir(kDefaultDir);
+    // A set-uid program must not read tables that its caller names: there QVRDIR counts as unset.
+    char const* const directory = secure_getenv("QVRDIR");
+    hasDirectory = directory != nullptr;
+    if (!hasDirectory)
+        return;
+    // The services look at no environment; a directory that they refuse leaves their own tables.
+    qvr_set_dir(directory);
+
+    char systemName[512];
+    if (qvr_os_lang_name(systemName, sizeof systemName) != 0)
+        return;
+    systemName[sizeof systemName - 1] = '\0';
+    if (qvr_canonical_loc(systemName, localeName, sizeof localeName) != 0)
+        return;
+    localeName[sizeof localeName - 1] = '\0';
+    localeHandle.store(qvr_loc_new(localeName), std::memory_order_release);
+    localeKnown.store(true, std::memory_order_release);
+
+    if (qvr_os_cs_name(localCodesetName, sizeof localCodesetName) != 0)
+        return;
+    localCodesetName[sizeof localCodesetName - 1] = '\0';
+    codesetKnown.store(true, std::memory_order_release);
+    localHandle.store(qvr_cs_new(localCodesetName), std::memory_order_release);
+    utf8Handle.store(qvr_cs_new(kUTF8), std::memory_order_release);
+}
+
+char const* localCodesetNameIfKnown()
+{
+    return codesetKnown.load(std::memory_order_acquire) ? localCodesetName : nullptr;
+}
+
+char const* localeNameIfKnown()
+{
+    return localeKnown.load(std::memory_order_acquire) ? localeName : nullptr;
+}
+
+void commonInit()
+{
+    pthread_once(&once, zonce_init);
+    if (!hasDirectory)
+        ZNoQVREnvironmentException_6_0().throwException(kSource, raiseWithoutDirectory);
+    bool const hasLocal = localHandle.load(std::memory_order_relaxed) != nullptr;
+    if (hasLocal && utf8Handle.load(std::memory_order_relaxed) != nullptr)
+        return;
+    char const* const missing = hasLocal ? kUTF8 : localCodesetNameIfKnown();
+    ZCodesetException_6_0(missing != nullptr ? missing : "")
+        .throwException(kSource, raiseWithoutCodeset);
+}
+
+// Initialises, or reports why that failed.
+bool initialised()
+{
+    ReportingScope const scope;
+    try {
+        commonInit();
+        return true;
+    } catch (ZException_6_0& e) {
+        e.print();
+        return false;
+    }
+}
+
+qvr_cs_t handleOrAbort(std::atomic<qvr_cs_t> const& handle)
+{
+    qvr_cs_t const made = handle.load(std::memory_order_acquire);
+    if (made != nullptr || reporting)
+        return made;
+    if (!initialised())
+        abort();
+    return handle.load(std::memory_order_acquire);
+}
+
+qvr_loc_t processLocale()
+{
+    return localeHandle.load(std::memory_order_acquire);
+}
+
+// The byte length of the character at `s` when `accepts` says yes to it, else 0.
+int lengthIfOfClass(qvr_cs_t cs, char const* s, size_t n, int (*accepts)(uint32_t))
+{
+    if (s == nullptr || n == 0)
+        return 0;
+    uint32_t wc = 0;
+    int const length = qvr_mbtowc(cs, &wc, s, n);
+    return length >= 1 && accepts(wc) ? length : 0;
+}
+
+}  // namespace
+
+qvr_cs_t zgetLCSHandle_6_0()
+{
+    return handleOrAbort(localHandle);
+}
+
+qvr_cs_t zgetUTF8Handle_6_0()
+{
+    return handleOrAbort(utf8Handle);
+}
+
+char const* zgetLocalCodesetName_6_0()
+{
+    if (localCodesetNameIfKnown() == nullptr && !reporting)
+        initialised();
+    return localCodesetNameIfKnown();
+}
+
+char const* zgetlocale_6_0()
+{
+    if (localeNameIfKnown() == nullptr && !reporting)
+        initialised();
+    return localeNameIfKnown();
+}
+
+void zset_cs_dir_6_0(char const* dir)
+{
+    if (dir != nullptr)
+        qvr_set_dir(dir);
+}
+
+int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)
+{
+    // KEPT: the terminator has length 1 here too, unlike in every other codeset. Callers stop at
+    // the terminator themselves. Test: zqvrutil.KeepsLengthOneInSingleByteLocales
+    if (cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
+        longestCharacter.load(std::memory_order_relaxed) == 1)
+        return 1;
+    return qvr_mblen(cs, s, n);
+}
+
+int zmbtowc_6_0(qvr_cs_t cs, uint16_t* wc, char const* s, size_t n)
+{
+    uint32_t decoded = 0;
+    int const length = qvr_mbtowc(cs, &decoded, s, n);
+    // KEPT: 16 bits of the character; wide text of this library has 16-bit units.
+    // Test: zqvrutil.KeepsSixteenBitsOfACharacter
+    if (wc != nullptr)
+        *wc = static_cast<uint16_t>(decoded);
+    return length;
+}
+
+int zisspace_6_0(qvr_cs_t cs, char const* s, size_t n)
+{
+    return lengthIfOfClass(cs, s, n, qvr_iswspace);
+}
+
+int zisalpha_6_0(qvr_cs_t cs, char const* s, size_t n)
+{
+    return lengthIfOfClass(cs, s, n, qvr_iswalpha);
+}
+
+int ziswupper_6_0(uint32_t wc)
+{
+    return qvr_iswupper(wc);
+}
+
+int ziswlower_6_0(uint32_t wc)
+{
+    return qvr_iswlower(wc);
+}
+
+int ziswspace_6_0(uint32_t wc)
+{
+    return qvr_iswspace(wc);
+}
+
+int ziswdigit_6_0(uint32_t wc)
+{
+    return qvr_iswdigit(wc);
+}
+
+int ziswalpha_6_0(uint32_t wc)
+{
+    return qvr_iswalpha(wc);
+}
+
+int ziswalnum_6_0(uint32_t wc)
+{
+    return qvr_iswalnum(wc);
+}
+
+char* zstrstr_6_0(qvr_cs_t cs, char const* s, char const* needle)
+{
+    return qvr_strstr(cs, s, needle);
+}
+
+char* zstrpbrk_6_0(qvr_cs_t cs, char const* s, char const* set)
+{
+    return qvr_strpbrk(cs, s, set);
+}
+
+char* zstrtok_6_0(qvr_cs_t cs, char* s, char const* delimiters)
+{
+    return qvr_strtok(cs, s, delimiters);
+}
+
+size_t zstrspn_6_0(qvr_cs_t cs, char const* s, char const* set)
+{
+    return qvr_strspn(cs, s, set);
+}
+
+size_t zstrcspn_6_0(qvr_cs_t cs, char const* s, char const* set)
+{
+    return qvr_strcspn(cs, s, set);
+}
+
+char* zstrncat_6_0(qvr_cs_t cs, char* dst, char const* src, size_t n)
+{
+    return qvr_strncat(cs, dst, src, n);
+}
+
+char* zstrncpy_6_0(qvr_cs_t cs, char* dst, char const* src, size_t n)
+{
+    return qvr_strncpy(cs, dst, src, n);
+}
+
+char* zstrrchr_6_0(qvr_cs_t cs, char const* s, int c)
+{
+    return qvr_strrchr(cs, s, c);
+}
+
+char* zstrchr_6_0(qvr_cs_t cs, char const* s, int c)
+{
+    return qvr_strchr(cs, s, c);
+}
+
+char* zstrupper_6_0(qvr_cs_t cs, char* s)
+{
+    return qvr_strupper(cs, processLocale(), s);
+}
+
+char* zstrlower_6_0(qvr_cs_t cs, char* s)
+{
+    return qvr_strlower(cs, processLocale(), s);
+}
+
+int zstricmp_6_0(qvr_cs_t cs, char const* a, char const* b)
+{
+    return qvr_stricmp(cs, processLocale(), a, b);
+}
+
+int zstrnicmp_6_0(qvr_cs_t cs, char const* a, char const* b, size_t n)
+{
+    return qvr_strnicmp(cs, processLocale(), a, b, n);
+}
+
+char* zstrptime_6_0(qvr_cs_t cs, char const* s, char const* format, struct tm* result)
+{
+    return qvr_strptime(cs, processLocale(), s, format, result);
+}
+
+size_t zstrcount_6_0(qvr_cs_t cs, char const* s)
+{
+    if (s == nullptr)
+        return 0;
+    // KEPT: bytes, although the name says characters; lengths of buffers are computed from it.
+    // Test: zqvrutil.KeepsCountingBytes
+    bool const isUTF8 = cs != nullptr && cs == utf8Handle.load(std::memory_order_acquire);
+    char const* at = s;
+    while (*at != '\0') {
+        if (isUTF8 && static_cast<unsigned char>(*at) < 0x80) {
+            ++at;
+            continue;
+        }
+        // A character that the terminator cuts is invalid either way; what lies behind the
+        // terminator may not be readable.
+        int const length = zmblen_6_0(cs, at, strnlen(at, kMostBytesPerCharacter));
+        if (length <= 0)
+            break;
+        at += length;
+    }
+    return static_cast<size_t>(at - s);
+}
+
+ptrdiff_t zlcs_to_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen)
+{
+    if (src == nullptr || srcLen == 0 || dst == nullptr || dstLen == 0)
+        return 0;
+    return qvr_to_utf8(zgetLCSHandle_6_0(), src, srcLen, dst, dstLen);
+}
+
+ptrdiff_t zlcs_from_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen)
+{
+    if (src == nullptr || srcLen == 0 || dst == nullptr || dstLen == 0)
+        return 0;
+    return qvr_from_utf8(zgetLCSHandle_6_0(), src, srcLen, dst, dstLen);
+}
+
+int zconvert_UTF16_to_UTF8_6_0(uint16_t const** src, uint16_t const* srcEnd, char** dst,
+                               char const* dstEnd)
+{
+    constexpr int kConverted = 0;
+    constexpr int kTargetExhausted = 2;
+    constexpr unsigned char kLeadMark[] = {0x00, 0x00, 0xC0, 0xE0, 0xF0};  // by byte count
+
+    uint16_t const* from = *src;
+    char* to = *dst;
+    int result = kConverted;
+    while (from < srcEnd) {
+        uint32_t value = *from;
+        int units = 1;
+        // KEPT: a surrogate without its other half is encoded like any other unit; callers have
+        // such text and get back what they put in. Test: zqvrutil.KeepsUnpairedSurrogates
+        bool const isHigh = value >= 0xD800 && value <= 0xDBFF;
+        if (isHigh && srcEnd - from > 1 && from[1] >= 0xDC00 && from[1] <= 0xDFFF) {
+            value = (value - 0xD800) * 1024 + (from[1] - 0xDC00u) + 0x10000;
+            units = 2;
+        }
+        int const count = value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
+        if (dstEnd - to < count) {
+            result = kTargetExhausted;
+            break;
+        }
+        for (int i = count - 1; i > 0; --i) {
+            to[i] = static_cast<char>(0x80 | (value & 0x3F));
+            value >>= 6;
+        }
+        to[0] = static_cast<char>(kLeadMark[count] | value);
+        to += count;
+        from += units;
+    }
+    *src = from;
+    *dst = to;
+    return result;
+}
+
+int ZGetLocale(ZAbstractMutableString_6_0& out)
+{
+    out.setChars(zgetlocale_6_0());
+    return 0;
+}
