@@ -121,7 +121,6 @@ private:
 
     ZLock_6_0* lock_;
     int ownsLock_;  // 1 when the condition made its lock and deletes it
-    int unused_;
     alignas(long long) unsigned char condition_[48];  // a pthread_cond_t
 };
 

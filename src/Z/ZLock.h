@@ -65,7 +65,9 @@ public:
 private:
     friend class ZCondition_6_0;  // marks the lock free while it waits on the mutex
 
-    bool heldByCaller() const;
+    bool heldByCaller();
+    int markFree();  // returns the depth that markHeld() gives back
+    void markHeld(int depth);
 
     alignas(long) unsigned char mutex_[48];  // a pthread_mutex_t
     unsigned long owner_;  // atomic: the pthread_t of the holder, all bits set when free

@@ -44,6 +44,6 @@ public:
 private:
     unsigned char* source_;
     unsigned long sourceLength_;
-    int level_;  // -1 is the default level
-    int flag_;   // 1; nothing reads it
+    int level_;                  // -1 is the default level
+    [[maybe_unused]] int flag_;  // 1; nothing reads it
 };

@@ -1,0 +1,175 @@
+#include "ZFileMap.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "ZLock_p.h"
+
+namespace {
+
+constexpr mode_t kCreateMode = 0600;
+constexpr int kFirstFreeDescriptor = 3;
+
+// A report to standard error must never end up in a mapped file: when the process has closed
+// descriptor 1 or 2, the next open() returns it.
+int moveOffStandardStreams(int fd)
+{
+    if (fd <= STDIN_FILENO || fd >= kFirstFreeDescriptor)
+        return fd;
+    int const moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+    int const error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
+// Makes the file `length` bytes long with room on the disk for them: writing through a mapping of
+// a file with holes kills the process when the disk is full. Returns 0 or an errno.
+int extend(int fd, unsigned long size, unsigned long length)
+{
+    if (length > LONG_MAX)
+        return EFBIG;
+    int rc = 0;
+    do {
+        rc = posix_fallocate(fd, static_cast<off_t>(size), static_cast<off_t>(length - size));
+    } while (rc == EINTR);
+    if (rc != 0 && ftruncate(fd, static_cast<off_t>(size)) != 0)
+        return errno;
+    return rc;
+}
+
+}  // namespace
+
+ZAbstractFileMap_6_0::ZAbstractFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved)
+    : name_(name), mode_(mode), reserved_(reserved), address_(nullptr), length_(0)
+{
+}
+
+ZAbstractFileMap_6_0::ZAbstractFileMap_6_0(ZAbstractFileMap_6_0 const& other)
+    : ZAbstractFileMap_6_0(other.name_, other.mode_, other.reserved_)
+{
+}
+
+ZAbstractFileMap_6_0& ZAbstractFileMap_6_0::operator=(ZAbstractFileMap_6_0 const&)
+{
+    // KEPT: nothing is copied; a mapping that others hold an address of stays where it is.
+    // Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    return *this;
+}
+
+ZAbstractFileMap_6_0::~ZAbstractFileMap_6_0() = default;
+
+ZUnixFileMap_6_0::ZUnixFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved)
+    : ZAbstractFileMap_6_0(name, mode, reserved), descriptor_(0)
+{
+}
+
+ZUnixFileMap_6_0::ZUnixFileMap_6_0(ZUnixFileMap_6_0 const& other)
+    : ZAbstractFileMap_6_0(other), descriptor_(0)
+{
+}
+
+ZUnixFileMap_6_0& ZUnixFileMap_6_0::operator=(ZUnixFileMap_6_0 const& other)
+{
+    // KEPT: assigning a map that is in use maps this object's own file; see the base class.
+    // Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    if (this != &other && other.address_ != nullptr) {
+        int ignored = 0;
+        mapfile(&ignored, 0);
+    }
+    return *this;
+}
+
+void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
+{
+    ZCancelGuard const uncancelled;
+    int scratch = 0;
+    int& code = err != nullptr ? *err : scratch;
+    unmapfile(&scratch);
+    code = 0;
+
+    struct stat status;
+    unsigned long size = 0;
+    if (stat(name_.getChars(), &status) != 0)
+        code = errno;
+    else
+        size = static_cast<unsigned long>(status.st_size);
+    // KEPT: an empty file counts as missing: it has nothing to map and is made anew the same way.
+    // Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
+    if (size == 0)
+        code = ENOENT;
+    if (length == 0 && size == 0) {
+        code = EINVAL;
+        return nullptr;
+    }
+
+    bool const writable = mode_ != readOnly;
+    int flags = (writable ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC;
+    if (code == ENOENT && mode_ == readWrite)
+        flags |= O_CREAT;
+    int const fd = moveOffStandardStreams(open(name_.getChars(), flags, kCreateMode));
+    if (fd < 0) {
+        code = errno;
+        return nullptr;
+    }
+    // KEPT: descriptor 0 is no descriptor, because 0 marks an object without one: nothing is
+    // mapped and the code stays. Test: ZFileMap.KeepsDescriptorZeroAFailure
+    if (fd == 0) {
+        close(fd);
+        return nullptr;
+    }
+
+    // The file may have been replaced or changed between stat() and open(): from here on, what
+    // was opened counts.
+    descriptor_ = fd;
+    code = fstat(fd, &status) == 0 ? 0 : errno;
+    if (code == 0) {
+        size = static_cast<unsigned long>(status.st_size);
+        length_ = length != 0 ? length : size;
+        if (length_ == 0)
+            code = EINVAL;
+        else if (mode_ == readWrite && length_ > size)
+            code = extend(fd, size, length_);
+    }
+    if (code == 0) {
+        int const protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+        address_ = mmap(nullptr, length_, protection, MAP_SHARED, fd, 0);
+        if (address_ == MAP_FAILED) {
+            address_ = nullptr;
+            code = errno;
+        }
+    }
+    if (code != 0)
+        unmapfile(&scratch);
+    return address_;
+}
+
+void ZUnixFileMap_6_0::unmapfile(int* err)
+{
+    ZCancelGuard const uncancelled;
+    int scratch = 0;
+    int& code = err != nullptr ? *err : scratch;
+    if (address_ != nullptr) {
+        if (munmap(address_, length_) == 0)
+            address_ = nullptr;
+        else
+            code = errno;
+    }
+    if (descriptor_ != 0) {
+        // A failed close() has given the descriptor back all the same: closing it again would hit
+        // whatever another thread opened meanwhile.
+        if (close(descriptor_) != 0)
+            code = errno;
+        descriptor_ = 0;
+    }
+}
+
+ZUnixFileMap_6_0::~ZUnixFileMap_6_0()
+{
+    int ignored = 0;
+    unmapfile(&ignored);
+}
