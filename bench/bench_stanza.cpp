@@ -1,0 +1,638 @@
+// Configuration files: load, look a key up, change one key and store, walk everything.
+//
+// Shapes: "wide" has 100 keys a stanza, "one" a single stanza, "thin" a stanza a key. Every file
+// has a comment and a blank line per stanza, and a comment every ten keys.
+#include <Z/ZArrayList.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#ifdef Z_PEER_GLIB
+#include <glib.h>
+#endif
+#ifdef Z_PEER_INIH
+#include <ini.h>
+#endif
+#ifdef Z_PEER_SIMPLEINI
+#include <SimpleIni.h>
+#endif
+#ifdef Z_PEER_POCO
+#include <Poco/Util/IniFileConfiguration.h>
+#endif
+#ifdef Z_PEER_BOOST
+#include <boost/property_tree/ini_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#endif
+#ifdef Z_PEER_QT
+#include <QSettings>
+#include <QString>
+#endif
+
+namespace {
+
+struct Shape {
+    char const* name;
+    size_t keysPerStanza;  // 0: all
+    std::vector<size_t> sizes;
+};
+
+Shape const kShapes[] = {
+    {"wide", 100, {100, 1000, 10000, 100000, 1000000}},
+    {"one", 0, {100000}},
+    {"thin", 1, {100000}},
+};
+
+struct Name {
+    std::string stanza;
+    std::string key;
+};
+
+// A generated file and the names in it.
+struct File {
+    std::string path;
+    std::string text;
+    std::vector<Name> names;
+};
+
+File const& fileOf(Shape const& shape, size_t keys)
+{
+    static std::map<std::pair<std::string, size_t>, File> made;
+    File& file = made[{shape.name, keys}];
+    if (!file.path.empty())
+        return file;
+    size_t const perStanza = shape.keysPerStanza == 0 ? keys : shape.keysPerStanza;
+    std::string text = "# Generated for the benchmark\n";
+    std::string stanza;
+    for (size_t i = 0; i < keys; ++i) {
+        if (i % perStanza == 0) {
+            stanza = "service" + std::to_string(i / perStanza);
+            text += "\n# what " + stanza + " does\n[" + stanza + "]\n";
+        }
+        if (i % 10 == 5)
+            text += "# the next one matters\n";
+        std::string const key = "parameter" + std::to_string(i % perStanza);
+        text += key + " = value of number " + std::to_string(i) + "\n";
+        file.names.push_back({stanza, key});
+    }
+    file.text = text;
+    file.path = "/tmp/zbench." + std::to_string(getpid()) + "." + shape.name + std::to_string(keys);
+    std::ofstream(file.path, std::ios::binary) << text;
+    return file;
+}
+
+// Removes the generated files when the program ends.
+struct Cleaner {
+    ~Cleaner()
+    {
+        for (Shape const& shape : kShapes)
+            for (size_t keys : shape.sizes)
+                unlink(("/tmp/zbench." + std::to_string(getpid()) + "." + shape.name +
+                        std::to_string(keys))
+                           .c_str());
+    }
+} const cleaner;
+
+// What a contender offers; an operation that it has not stays empty.
+class Store {
+public:
+    virtual ~Store() = default;
+    virtual void load(std::string const& path) = 0;
+    virtual size_t lookUp(Name const& name) = 0;  // length of the value
+    virtual void changeAndStore(Name const&, std::string const&, std::string const&) {}
+    virtual size_t walk() = 0;  // lengths of all values
+};
+
+class ZStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        store_ = std::make_unique<ZStanzaFileProperties_6_0>(path.c_str(), 1);
+    }
+    size_t lookUp(Name const& name) override
+    {
+        store_->getValue(name.stanza.c_str(), name.key.c_str(), value_, 0, nullptr);
+        return value_.getLength();
+    }
+    void changeAndStore(Name const& name, std::string const& value,
+                        std::string const& path) override
+    {
+        store_->setValue(name.stanza.c_str(), name.key.c_str(), value.c_str());
+        store_->store(path.c_str());
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        ZArrayList_6_0 stanzas(16, 1);
+        store_->getStanzaNames(stanzas);
+        for (unsigned s = 0; s < stanzas.size(); ++s) {
+            char const* const stanza =
+                static_cast<ZLCString_6_0 const*>(stanzas.get(s))->getChars();
+            ZStanzaIterator_6_0 keys(*store_, stanza);
+            while (keys.hasMore()) {
+                keys.nextEntry();
+                for (int i = 0; i < keys.valueCount(); ++i)
+                    sum += strlen(keys.entryValue(i));
+            }
+        }
+        return sum;
+    }
+
+private:
+    std::unique_ptr<ZStanzaFileProperties_6_0> store_;
+    ZLCString_6_0 value_;
+};
+
+// Reads the bytes and splits them into lines: what no reader can do without.
+class FloorStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat info;
+        fstat(fd, &info);
+        text_.resize(static_cast<size_t>(info.st_size));
+        benchmark::DoNotOptimize(read(fd, text_.data(), text_.size()));
+        close(fd);
+        lines_.clear();
+        char const* at = text_.data();
+        char const* const end = at + text_.size();
+        while (at < end) {
+            auto const* feed =
+                static_cast<char const*>(memchr(at, '\n', static_cast<size_t>(end - at)));
+            feed = feed == nullptr ? end : feed;
+            lines_.emplace_back(at, static_cast<size_t>(feed - at));
+            at = feed + 1;
+        }
+    }
+    size_t lookUp(Name const&) override { return 0; }
+    size_t walk() override { return 0; }
+
+protected:
+    std::string text_;
+    std::vector<std::string_view> lines_;
+};
+
+// An arena of views with one index over stanza and key.
+class FloorArena : public FloorStore {
+public:
+    void load(std::string const& path) override
+    {
+        FloorStore::load(path);
+        index_.clear();
+        index_.reserve(lines_.size());
+        std::string_view stanza;
+        for (std::string_view line : lines_) {
+            size_t const equals = line.find('=');
+            if (line.empty() || line[0] == '#')
+                continue;
+            if (line[0] == '[')
+                stanza = line.substr(1, line.size() - 2);
+            else if (equals != std::string_view::npos)
+                index_[{stanza, line.substr(0, equals - 1)}] = line.substr(equals + 2);
+        }
+    }
+    size_t lookUp(Name const& name) override
+    {
+        auto const found = index_.find({name.stanza, name.key});
+        return found == index_.end() ? 0 : found->second.size();
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        for (auto const& entry : index_)
+            sum += entry.second.size();
+        return sum;
+    }
+
+private:
+    using Pair = std::pair<std::string_view, std::string_view>;
+    struct Hash {
+        size_t operator()(Pair const& pair) const
+        {
+            std::hash<std::string_view> const hash;
+            return hash(pair.first) * 31 + hash(pair.second);
+        }
+    };
+    std::unordered_map<Pair, std::string_view, Hash> index_;
+};
+
+// A plain map of strings; the yardstick for look-ups.
+class MapStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        map_.clear();
+        std::ifstream in(path);
+        std::string line;
+        std::string stanza;
+        while (std::getline(in, line)) {
+            size_t const equals = line.find('=');
+            if (line.empty() || line[0] == '#')
+                continue;
+            if (line[0] == '[')
+                stanza = line.substr(1, line.size() - 2);
+            else if (equals != std::string::npos)
+                map_[stanza + "\x1f" + line.substr(0, equals - 1)] = line.substr(equals + 2);
+        }
+    }
+    size_t lookUp(Name const& name) override
+    {
+        name_ = name.stanza;
+        name_ += "\x1f";
+        name_ += name.key;
+        auto const found = map_.find(name_);
+        value_ = found == map_.end() ? "" : found->second;
+        return value_.size();
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        for (auto const& entry : map_)
+            sum += entry.second.size();
+        return sum;
+    }
+
+private:
+    std::unordered_map<std::string, std::string> map_;
+    std::string name_;
+    std::string value_;
+};
+
+#ifdef Z_PEER_GLIB
+class GLibStore : public Store {
+public:
+    explicit GLibStore(bool comments) : comments_(comments) {}
+    ~GLibStore() override
+    {
+        if (file_ != nullptr)
+            g_key_file_free(file_);
+    }
+    void load(std::string const& path) override
+    {
+        if (file_ != nullptr)
+            g_key_file_free(file_);
+        file_ = g_key_file_new();
+        g_key_file_load_from_file(file_, path.c_str(),
+                                  comments_ ? G_KEY_FILE_KEEP_COMMENTS : G_KEY_FILE_NONE, nullptr);
+    }
+    size_t lookUp(Name const& name) override
+    {
+        char* const value =
+            g_key_file_get_value(file_, name.stanza.c_str(), name.key.c_str(), nullptr);
+        size_t const length = value == nullptr ? 0 : strlen(value);
+        g_free(value);
+        return length;
+    }
+    void changeAndStore(Name const& name, std::string const& value,
+                        std::string const& path) override
+    {
+        g_key_file_set_value(file_, name.stanza.c_str(), name.key.c_str(), value.c_str());
+        gsize length = 0;
+        char* const text = g_key_file_to_data(file_, &length, nullptr);
+        g_file_set_contents_full(path.c_str(), text, static_cast<gssize>(length),
+                                 static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT |
+                                                                    G_FILE_SET_CONTENTS_DURABLE),
+                                 0666, nullptr);
+        g_free(text);
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        char** const groups = g_key_file_get_groups(file_, nullptr);
+        for (char** group = groups; *group != nullptr; ++group) {
+            char** const keys = g_key_file_get_keys(file_, *group, nullptr, nullptr);
+            for (char** key = keys; *key != nullptr; ++key) {
+                char* const value = g_key_file_get_value(file_, *group, *key, nullptr);
+                sum += strlen(value);
+                g_free(value);
+            }
+            g_strfreev(keys);
+        }
+        g_strfreev(groups);
+        return sum;
+    }
+
+private:
+    bool const comments_;
+    GKeyFile* file_ = nullptr;
+};
+#endif
+
+#ifdef Z_PEER_INIH
+class InihStore : public MapStore {
+public:
+    void load(std::string const& path) override
+    {
+        map_.clear();
+        ini_parse(
+            path.c_str(),
+            [](void* user, char const* section, char const* name, char const* value) {
+                auto& map = *static_cast<std::unordered_map<std::string, std::string>*>(user);
+                map[std::string(section) + "\x1f" + name] = value;
+                return 1;
+            },
+            &map_);
+    }
+    size_t lookUp(Name const& name) override
+    {
+        auto const found = map_.find(name.stanza + "\x1f" + name.key);
+        return found == map_.end() ? 0 : found->second.size();
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        for (auto const& entry : map_)
+            sum += entry.second.size();
+        return sum;
+    }
+
+private:
+    std::unordered_map<std::string, std::string> map_;
+};
+#endif
+
+#ifdef Z_PEER_SIMPLEINI
+class SimpleIniStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        ini_ = std::make_unique<CSimpleIniA>();
+        ini_->LoadFile(path.c_str());
+    }
+    size_t lookUp(Name const& name) override
+    {
+        return strlen(ini_->GetValue(name.stanza.c_str(), name.key.c_str(), ""));
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        CSimpleIniA::TNamesDepend sections;
+        ini_->GetAllSections(sections);
+        for (auto const& section : sections) {
+            CSimpleIniA::TNamesDepend keys;
+            ini_->GetAllKeys(section.pItem, keys);
+            for (auto const& key : keys)
+                sum += strlen(ini_->GetValue(section.pItem, key.pItem, ""));
+        }
+        return sum;
+    }
+
+private:
+    std::unique_ptr<CSimpleIniA> ini_;
+};
+#endif
+
+#ifdef Z_PEER_POCO
+class PocoStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        ini_ = new Poco::Util::IniFileConfiguration(path);
+    }
+    size_t lookUp(Name const& name) override
+    {
+        return ini_->getString(name.stanza + "." + name.key, "").size();
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        Poco::Util::AbstractConfiguration::Keys stanzas;
+        ini_->keys(stanzas);
+        for (std::string const& stanza : stanzas) {
+            Poco::Util::AbstractConfiguration::Keys keys;
+            ini_->keys(stanza, keys);
+            for (std::string const& key : keys)
+                sum += ini_->getRawString(stanza + "." + key).size();
+        }
+        return sum;
+    }
+
+private:
+    Poco::AutoPtr<Poco::Util::IniFileConfiguration> ini_;
+};
+#endif
+
+#ifdef Z_PEER_BOOST
+class BoostStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        tree_.clear();
+        boost::property_tree::ini_parser::read_ini(path, tree_);
+    }
+    size_t lookUp(Name const& name) override
+    {
+        auto const stanza = tree_.find(name.stanza);
+        if (stanza == tree_.not_found())
+            return 0;
+        auto const key = stanza->second.find(name.key);
+        return key == stanza->second.not_found() ? 0 : key->second.data().size();
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        for (auto const& stanza : tree_)
+            for (auto const& key : stanza.second)
+                sum += key.second.data().size();
+        return sum;
+    }
+
+private:
+    boost::property_tree::ptree tree_;
+};
+#endif
+
+#ifdef Z_PEER_QT
+class QtStore : public Store {
+public:
+    void load(std::string const& path) override
+    {
+        // Settings are cached by path in the process; a name of its own makes every load a read.
+        std::string const link = path + ".qt" + std::to_string(++loads_);
+        if (::link(path.c_str(), link.c_str()) != 0)
+            return;
+        settings_ = std::make_unique<QSettings>(QString::fromStdString(link), QSettings::IniFormat);
+        benchmark::DoNotOptimize(settings_->contains(QStringLiteral("none")));
+        unlink(link.c_str());
+    }
+    size_t lookUp(Name const& name) override
+    {
+        return static_cast<size_t>(
+            settings_->value(QString::fromStdString(name.stanza + "/" + name.key))
+                .toString()
+                .size());
+    }
+    size_t walk() override
+    {
+        size_t sum = 0;
+        for (QString const& key : settings_->allKeys())
+            sum += static_cast<size_t>(settings_->value(key).toString().size());
+        return sum;
+    }
+
+private:
+    static inline size_t loads_ = 0;
+    std::unique_ptr<QSettings> settings_;
+};
+#endif
+
+using Make = std::function<std::unique_ptr<Store>()>;
+
+struct Contender {
+    char const* name;
+    Make make;
+    size_t most;   // the largest file it is given; some peers do not come back from larger ones
+    bool changes;  // has changeAndStore()
+};
+
+template <class S, class... Args>
+Make maker(Args... args)
+{
+    return [args...] { return std::make_unique<S>(args...); };
+}
+
+std::vector<Contender> contenders()
+{
+    size_t const all = 1000000;
+    std::vector<Contender> list;
+    list.push_back({"Z", maker<ZStore>(), all, true});
+#ifdef Z_PEER_GLIB
+    list.push_back({"GKeyFile+comments", maker<GLibStore>(true), all, true});
+    list.push_back({"GKeyFile", maker<GLibStore>(false), all, false});
+#endif
+#ifdef Z_PEER_INIH
+    list.push_back({"inih+unordered_map", maker<InihStore>(), all, false});
+#endif
+#ifdef Z_PEER_SIMPLEINI
+    list.push_back({"SimpleIni", maker<SimpleIniStore>(), all, false});
+#endif
+#ifdef Z_PEER_POCO
+    list.push_back({"Poco.IniFile", maker<PocoStore>(), 100000, false});
+#endif
+#ifdef Z_PEER_BOOST
+    list.push_back({"Boost.PropertyTree", maker<BoostStore>(), all, false});
+#endif
+#ifdef Z_PEER_QT
+    list.push_back({"QSettings", maker<QtStore>(), 100000, false});
+#endif
+    list.push_back({"unordered_map", maker<MapStore>(), all, false});
+    list.push_back({"floor.split", maker<FloorStore>(), all, false});
+    list.push_back({"floor.arena", maker<FloorArena>(), all, false});
+    return list;
+}
+
+size_t heapInUse()
+{
+    struct mallinfo2 const info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void loadRow(benchmark::State& state, Contender const& contender, File const& file)
+{
+    size_t const before = heapInUse();
+    std::unique_ptr<Store> store = contender.make();
+    store->load(file.path);
+    auto const keys = static_cast<double>(file.names.size());
+    state.counters["B/key"] = static_cast<double>(heapInUse() - before) / keys;
+    for (auto _ : state) {
+        state.PauseTiming();
+        store = contender.make();
+        state.ResumeTiming();
+        store->load(file.path);
+    }
+    state.counters["s/key"] = benchmark::Counter(
+        keys, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void lookUpRow(benchmark::State& state, Contender const& contender, File const& file)
+{
+    std::unique_ptr<Store> const store = contender.make();
+    store->load(file.path);
+    std::mt19937 random(7);
+    std::vector<Name const*> names;
+    for (int i = 0; i < 65536; ++i)
+        names.push_back(&file.names[random() % file.names.size()]);
+    size_t i = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store->lookUp(*names[i++ & 65535]));
+}
+
+void changeRow(benchmark::State& state, Contender const& contender, File const& file)
+{
+    std::unique_ptr<Store> const store = contender.make();
+    std::string const copy = file.path + ".change";
+    std::ofstream(copy, std::ios::binary) << file.text;
+    store->load(copy);
+    size_t i = 0;
+    for (auto _ : state) {
+        ++i;
+        store->changeAndStore(file.names[i * 7919 % file.names.size()],
+                              "changed " + std::to_string(i), copy);
+    }
+    unlink(copy.c_str());
+}
+
+void walkRow(benchmark::State& state, Contender const& contender, File const& file)
+{
+    std::unique_ptr<Store> const store = contender.make();
+    store->load(file.path);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(store->walk());
+}
+
+bool registerAll()
+{
+    using RowFunction = void (*)(benchmark::State&, Contender const&, File const&);
+    struct Row {
+        char const* name;
+        RowFunction run;
+        bool onlyFull;  // for contenders that keep the whole file
+    };
+    Row const rows[] = {{"Load", loadRow, false},
+                        {"LookUp", lookUpRow, false},
+                        {"ChangeAndStore", changeRow, true},
+                        {"Walk", walkRow, false}};
+    for (Row const& row : rows)
+        for (Shape const& shape : kShapes)
+            for (size_t keys : shape.sizes)
+                for (Contender const& contender : contenders()) {
+                    bool const floor = strncmp(contender.name, "floor", 5) == 0;
+                    bool const map = strcmp(contender.name, "unordered_map") == 0;
+                    if (keys > contender.most || (row.onlyFull && !contender.changes) ||
+                        (map && row.run == loadRow) ||
+                        (strcmp(contender.name, "floor.split") == 0 && row.run != loadRow) ||
+                        (floor && row.run == changeRow))
+                        continue;
+                    std::string const name = std::string(row.name) + "/" + contender.name + "/" +
+                                             shape.name + "/" + std::to_string(keys);
+                    RowFunction const run = row.run;
+                    benchmark::RegisterBenchmark(name.c_str(),
+                                                 [run, contender, &shape, keys](auto& state) {
+                                                     run(state, contender, fileOf(shape, keys));
+                                                 })
+                        ->UseRealTime()
+                        ->Unit(benchmark::kMicrosecond);
+                }
+    return true;
+}
+
+bool const registered = registerAll();
+
+}  // namespace
