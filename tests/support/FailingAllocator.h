@@ -1,0 +1,70 @@
+// FailingAllocator: makes the n-th allocation of a piece of code fail, and counts blocks in use.
+//
+// A test program that lists ../support/FailingAllocator.cpp in its row replaces malloc(), calloc(),
+// realloc(), aligned_alloc(), posix_memalign() and free() for itself and for every library that it
+// loads. Under AddressSanitizer and ThreadSanitizer the replacements call the sanitizer's own
+// functions, and operator new and delete are replaced as well, since those of a sanitizer do not
+// call malloc() (but not with clang's ThreadSanitizer, where new and delete never fail). Build with
+// Z_TEST_ONLY_OPERATOR_NEW defined to replace only operator new and delete: for a sanitizer that
+// does not let malloc() be replaced.
+//
+// Each thread counts and fails for itself; other threads go on undisturbed.
+//
+//     failEachAllocation([&] { list.add(&object); }, [&] { EXPECT_EQ(3u, list.size()); });
+#pragma once
+
+#include <Z/ZException.h>
+#include <gtest/gtest.h>
+
+#include <new>
+#include <string>
+
+class FailingAllocator {
+public:
+    enum Mode { once, forEver };
+
+    // Fails the n-th allocation of this thread from now on, counted from 1; with `forEver` all
+    // that follow it as well.
+    static void failAt(unsigned long n, Mode mode = once);
+
+    // Lets every allocation through again. Returns whether one failed.
+    static bool stop();
+
+    // Allocations that this thread has asked for since failAt().
+    static unsigned long asked();
+
+    // Blocks that this thread has allocated and not freed, less those of others that it freed.
+    static long blocks();
+};
+
+// Runs `call` with its first allocation failing, then with its second, and so on, until it runs to
+// its end without a failure. Each run that fails must raise ZOutOfMemoryException_6_0, leak no
+// block, and leave behind what `check` expects. Returns the number of runs that failed.
+template <class Call, class Check>
+unsigned long failEachAllocation(Call call, Check check,
+                                 FailingAllocator::Mode mode = FailingAllocator::once)
+{
+    for (unsigned long n = 1;; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        long const before = FailingAllocator::blocks();
+        bool raised = false;
+        FailingAllocator::failAt(n, mode);
+        try {
+            call();
+        } catch (ZOutOfMemoryException_6_0 const&) {
+            raised = true;
+        } catch (std::bad_alloc const&) {
+            FailingAllocator::stop();
+            ADD_FAILURE() << "std::bad_alloc";
+            return n;
+        }
+        bool const failed = FailingAllocator::stop();
+        EXPECT_EQ(failed, raised);
+        if (!failed)
+            return n - 1;
+        EXPECT_EQ(before, FailingAllocator::blocks());
+        check();
+        if (testing::Test::HasFailure())
+            return n;
+    }
+}
