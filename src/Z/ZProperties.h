@@ -1,0 +1,223 @@
+// ZProperties: the configuration store: a cache of values, and around it files, locking between
+// processes, typed access and change notices.
+//
+// Subsystem: properties.  Stands on: ZPropertiesInterface, ZPropertyChanged, ZPropertiesImpl,
+// ZObserver, ZLock, ZLCString, ZUTF8String, ZArrayList, ZBuffer, ZException.
+//
+// Ownership: a store owns its cache and borrows its observers. Names and values are copied in.
+// Threads: every operation is safe from every thread and runs under the store's own recursive lock.
+// Observers are told of a change on the changing thread after it has released the lock; changes
+// made while the thread holds the lock further out (an iterator lives) are told when it lets go.
+// Processes: load() takes a shared and store() an exclusive record lock on the whole file, neither
+// waiting; stores of one process that use one file take turns.
+// Durability: store() leaves, whatever happens, the old contents or the new ones, see
+// docs/durability.md.
+#pragma once
+
+#include "ZLCString.h"
+#include "ZLock.h"
+#include "ZObserver.h"
+#include "ZPropertiesInterface.h"
+#include "ZPropertyChanged.h"
+
+class ZAbstractPropertyValuesIterator_6_0;
+class ZArrayList_6_0;
+class ZLCConstString_6_0;
+class ZPCache_6_0;
+class ZPCategoryBasedCache_6_0;
+class ZPropertiesIterator_6_0;
+class ZUTF8ConstString_6_0;
+class ZUTF8String_6_0;
+
+class ZProperties_6_0 : public ZAbstractProperties_6_0,
+                        public ZAbstractObservable_6_0,
+                        public ZPropertiesMutableInterface_6_0 {
+public:
+    /// Makes a store over `cache`.
+    /// owns    `cache` is taken over.
+    /// throws  ZInvalidParameterException_6_0 when it is null.
+    explicit ZProperties_6_0(ZPCache_6_0* cache);
+
+    /// Makes a store of its own with the same contents, file name and modified flag; the observers
+    /// stay with `other`.
+    ZProperties_6_0(ZProperties_6_0 const& other);
+    ZProperties_6_0& operator=(ZProperties_6_0 const&) = delete;
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZProperties_6_0() override;
+
+    int exists(char const* category, char const* key) const override;
+    int exists(char const* category) const override;
+
+    /// Returns 1 when `key` holds obfuscated values, else 0.
+    /// throws  ZInvalidParameterException_6_0 when a name is null or empty.
+    virtual int isObfuscated(char const* category, char const* key) const;
+
+    /// Returns 1 when some key of `category` holds obfuscated values, else 0.
+    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    virtual int isObfuscated(char const* category) const;
+
+    /// Copies the last value of `key` into `out`, converted when `out` is of another codeset.
+    /// throws  as in ZPropertiesInterface.h.
+    /// cost    O(1), no allocation unless `out` has to grow.
+    void getValue(char const* category, char const* key, ZAbstractMutableString_6_0& out,
+                  int required, char const* defaultValue) const override;
+
+    /// Returns the last value of `key` as a number.
+    /// range   above 4294967295 gives 4294967295; a "-" negates modulo 2^32.
+    /// throws  as in ZPropertiesInterface.h.
+    unsigned int getIntegerValue(char const* category, char const* key, int required,
+                                 unsigned int defaultValue) const override;
+    int getBooleanValue(char const* category, char const* key, int required,
+                        int defaultValue) const override;
+    void getValues(char const* category, char const* key, ZArrayList_6_0& out,
+                   ZPropertyStringType type) const override;
+    int numValues(char const* category) const override;
+    int numValues(char const* category, char const* key) const override;
+    int count() const override;
+    int count(char const* category) const override;
+
+    /// Reads the file at `path`, adding to what the store holds, and clears the modified flag. The
+    /// first path that is loaded or stored becomes the store's file name.
+    /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
+    ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores), or
+    ///         "mapFile()" and "access()" for the companion file;
+    ///         ZPropertiesInvalidDataException_6_0 for a line or a companion that is not valid.
+    ///         The store is as it was then.
+    /// threads waits for stores of this process that write the file; never for another process.
+    void load(char const* path) override;
+
+    /// Reads the file at `path` in place of what the store holds.
+    /// throws  as load(); the old values stay then.
+    void reload(char const* path) override;
+
+    /// Writes the file at `path`, makes it when it is missing, and clears the modified flag.
+    /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
+    ///         ZPropertiesIOException_6_0 with the name of the call that failed: "fopen(r+)",
+    ///         "fcntl()" (another process reads or writes), "access()", "fopen(w)" for the
+    ///         companion, "write()", "fsync()", "ftruncate()", "rename()" and so on. Files and
+    ///         store are as they were then, and the modified flag stays set.
+    /// threads as load().
+    /// cost    O(size); the disk is waited for.
+    void store(char const* path) override;
+    void list() const override;
+
+    void setValue(char const* category, char const* key, char const* value) override;
+
+    /// Sets `key` to the one value `value`, in the open or, when `obfuscated` is not 0, obfuscated.
+    /// range   an empty or null value leaves the key without values.
+    /// throws  as setValue(); ZInvalidParameterException_6_0 when the key holds values of the other
+    ///         kind. Nothing is changed then.
+    virtual void setValue(char const* category, char const* key, char const* value, int obfuscated);
+
+    // The same for the four kinds of strings. UTF-8 text is converted to the local codeset; what
+    // cannot be converted raises ZFromUTF8Exception_6_0 and changes nothing.
+    virtual void setValue(char const* category, char const* key, ZLCString_6_0 const& value,
+                          int obfuscated);
+    virtual void setValue(char const* category, char const* key, ZUTF8String_6_0 const& value,
+                          int obfuscated);
+    virtual void setValue(char const* category, char const* key, ZLCConstString_6_0 const& value,
+                          int obfuscated);
+    virtual void setValue(char const* category, char const* key, ZUTF8ConstString_6_0 const& value,
+                          int obfuscated);
+    void setIntegerValue(char const* category, char const* key, unsigned int value) override;
+    void setBooleanValue(char const* category, char const* key, int value) override;
+    void deleteKey(char const* category, char const* key) override;
+    void addFileComment(char const* comment) override;
+    void addEntryComment(char const* category, char const* key, char const* comment) override;
+
+    /// Is called at the end of every load(); here it does nothing.
+    /// threads the store is locked.
+    virtual void postLoad(char const* path);
+
+    /// Makes `comment` a comment of the file's form; here it does nothing.
+    virtual void checkComment(ZLCString_6_0& comment);
+
+    /// Sets the cache's attributes, see ZPCache_6_0.
+    virtual void setAttributes(unsigned long attributes, void* argument);
+
+    /// Checks that `key` may take values of a kind: a key that holds values keeps their kind.
+    /// throws  ZInvalidParameterException_6_0 when it holds plain values and `obfuscated` is not 0,
+    ///         or the other way round.
+    virtual void checkAccess(char const* category, char const* key, int obfuscated);
+
+    /// Returns the one store that `factory` keeps for `path`, made and loaded at the first call.
+    /// Later calls read the file again when `force` is not 0, or when the file has changed and the
+    /// store has no unsaved changes.
+    /// owns    the factory's.
+    /// throws  as load() and reload(); ZInvalidParameterException_6_0 when `path` is null or empty.
+    /// threads any; a caller that asks for a path that another thread is loading waits for it.
+    static ZProperties_6_0* getPropertiesFor(char const* path,
+                                             ZAbstractPropertiesFactory_6_0& factory, int force);
+
+    /// Stores the modification time of the file at `path` in `stamp` and returns 1 when it differs
+    /// from `stamp`; returns 0 when it does not, or when there is no file that can be examined.
+    /// units   whole seconds since the epoch.
+    static int checkAndSetTimeStamp(char const* path, long& stamp);
+
+    /// Checks that the file at `path` can be read and written or, when it is missing, that its
+    /// directory can.
+    /// throws  ZPropertiesIOException_6_0 (file or directory, "access()", errno).
+    static void checkFileAccess(char const* path);
+
+    /// Returns the names of the keys of `category`; null when it is missing.
+    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 members.
+    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    ZArrayList_6_0* keyNames(char const* category) const;
+
+    /// Returns the names of the categories.
+    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 members.
+    ZArrayList_6_0* categoryNames() const;
+
+    void setModified();
+    void resetModified();
+    int isModified() const;
+
+    /// Returns the file name: the first path that was loaded or stored; empty before.
+    /// owns    borrowed; the name does not change once it is set.
+    ZLCString_6_0 const& fileName() const { return fileName_; }
+
+    /// Returns the modification time of the file as last loaded or stored; 0 before.
+    /// units   whole seconds since the epoch.
+    long timeStamp() const;
+
+protected:
+    // Holds the store's lock for a scope; every operation and iterator has one. When the last one
+    // of a thread lets go, the notices that were queued meanwhile are sent, without the lock.
+    class Hold {
+    public:
+        explicit Hold(ZProperties_6_0 const& store);
+        Hold(Hold const&) = delete;
+        Hold& operator=(Hold const&) = delete;
+
+        /// Lets go. What an observer or the unlock raises is passed on, unless an exception is on
+        /// its way already: then it is reported through the message service.
+        ~Hold() noexcept(false);
+
+    private:
+        ZProperties_6_0& store_;
+    };
+
+    /// Tells the observers of a change, after the lock is released; nothing while the store loads.
+    void sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style,
+                          ZPropertyChanged_6_0::PropertyChangeType type, char const* category,
+                          char const* key);
+
+    ZPCache_6_0& cache() const { return *cache_; }  // used under a Hold
+
+private:
+    friend class ZAbstractPropertyValuesIterator_6_0;
+    friend class ZPropertiesIterator_6_0;
+    friend class ZStanzaFileProperties_6_0;
+
+    struct Notice;  // ZProperties.cpp
+    struct Rep;
+
+    ZLock_6_0 lock_;
+    ZPCache_6_0* cache_;  // never null; what follows is guarded by lock_
+    ZLCString_6_0 fileName_;
+    int modified_;
+    int loading_;
+    long timeStamp_;
+    Rep* rep_;  // never null
+};
