@@ -139,11 +139,10 @@ public:
     size_t walk() override
     {
         size_t sum = 0;
-        ZArrayList_6_0 stanzas(16, 1);
-        store_->getStanzaNames(stanzas);
-        for (unsigned s = 0; s < stanzas.size(); ++s) {
+        std::unique_ptr<ZArrayList_6_0> const stanzas(store_->categoryNames());
+        for (unsigned s = 0; s < stanzas->size(); ++s) {
             char const* const stanza =
-                static_cast<ZLCString_6_0 const*>(stanzas.get(s))->getChars();
+                static_cast<ZLCString_6_0 const*>(stanzas->get(s))->getChars();
             ZStanzaIterator_6_0 keys(*store_, stanza);
             while (keys.hasMore()) {
                 keys.nextEntry();
