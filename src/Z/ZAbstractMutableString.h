@@ -1,6 +1,6 @@
 // ZAbstractMutableString: an owned, growing, terminated text with all editing operations.
 //
-// Subsystem: text.  Stands on: ZAbstractString, ZStringIterator, zqvrutil, zsnprintf.
+// Subsystem: text.  Stands on: ZAbstractString, ZLCString, ZStringIterator, zqvrutil, zsnprintf.
 //
 // Up to 95 bytes live inside the object; a longer text moves to the heap and stays there. Bytes
 // are kept as they are; what is a character is for the string's codeset to say.
@@ -209,6 +209,13 @@ public:
         return text == nullptr ? *this : assign(text, strlen(text));
     }
 
+    /// Replaces the contents with exactly `n` bytes.
+    /// range   null changes nothing.
+    ZAbstractMutableString_6_0& setChars(char const* text, unsigned int n)
+    {
+        return text == nullptr ? *this : assign(text, n);
+    }
+
     /// Reads up to the end of the line or of the stream; returns the stream.
     /// range   a line ends with a line feed, a carriage return or a zero byte, which is taken and
     ///         not stored: a carriage return with a line feed behind it gives an empty line next.
@@ -261,10 +268,14 @@ protected:
         return *this;
     }
 
+    /// Returns whether `n` bytes are the contents.
     bool hasBytes(char const* bytes, size_t n) const
     {
         return length_ == n && memcmp(text_, bytes, n) == 0;
     }
+
+    // The text, to be changed in place; its length stays.
+    char* buffer() { return text_; }
 
 private:
     static constexpr unsigned int kDefaultLength = 95;
@@ -278,6 +289,7 @@ private:
     ZAbstractMutableString_6_0& assignLong(char const* bytes, size_t n);
     ZAbstractMutableString_6_0& appendLong(char const* bytes, size_t n);
     static void release(char* text);
+    bool hasOneByteSpaces() const;
 
     char* text_;         // the inline buffer, or an owned one
     uint32_t length_;    // bytes of text, at most the capacity

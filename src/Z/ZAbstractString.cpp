@@ -1,0 +1,300 @@
+#include "ZAbstractString.h"
+
+#include <limits.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <typeinfo>
+
+#include "ZException.h"
+#include "zqvrutil.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZAbstractString";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseInCompare = 68,
+    raiseInLastIndexOf = 290,
+    raiseInPosition = 301,
+    raiseInGetLength = 412
+};
+
+constexpr size_t kMaxLength = 0xFFFFFFFE;
+
+// Positions are signed numbers because -1 says "not found".
+int position(size_t offset)
+{
+    if (offset > INT_MAX)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInPosition);
+    return static_cast<int>(offset);
+}
+
+// Returns `object` as a string, null when it is none. Strings mostly meet their own kind, and that
+// is known without a walk through the class tree.
+ZAbstractString_6_0 const* asString(ZAbstractString_6_0 const& self, ZObject_6_0 const& object)
+{
+    if (typeid(object) == typeid(self))
+        return static_cast<ZAbstractString_6_0 const*>(&object);
+    return dynamic_cast<ZAbstractString_6_0 const*>(&object);
+}
+
+char const* orEmpty(char const* text)
+{
+    return text == nullptr ? ZAbstractConstString_6_0::zemptyString : text;
+}
+
+// KEPT: the last `c` behind position 0, its position negated; callers take a result other than -1
+// for "found" and search again where they need the place. Test: ZAbstractString.KeepsNegatedLast
+int lastByte(char const* text, size_t length, char c)
+{
+    if (length == 0)
+        return -1;
+    for (size_t at = length; at > 0; --at)
+        if (text[at] == c)
+            return -position(at);
+    return -1;
+}
+
+}  // namespace
+
+qvr_cs const* ZAbstractString_6_0::lcs_handle_ = nullptr;
+qvr_cs const* ZAbstractString_6_0::utf8_handle_ = nullptr;
+char const ZAbstractConstString_6_0::zemptyString[1] = "";
+
+void ZAbstractString_6_0::initHandles()
+{
+    // When a handle cannot be made, the report of that is an exception with strings inside. Those
+    // come through here and must not ask for the handle again.
+    static thread_local bool asking = false;
+    if (asking)
+        return;
+    asking = true;
+    qvr_cs const* const lcs = zgetLCSHandle_6_0();
+    qvr_cs const* const utf8 = zgetUTF8Handle_6_0();
+    asking = false;
+
+    // Only the first thread stores, so that whoever has seen the UTF-8 handle may read both.
+    qvr_cs const* unset = nullptr;
+    __atomic_compare_exchange_n(&lcs_handle_, &unset, lcs, false, __ATOMIC_ACQ_REL,
+                                __ATOMIC_ACQUIRE);
+    unset = nullptr;
+    __atomic_compare_exchange_n(&utf8_handle_, &unset, utf8, false, __ATOMIC_ACQ_REL,
+                                __ATOMIC_ACQUIRE);
+}
+
+bool ZAbstractString_6_0::isSingleByteLocal() const
+{
+    return getCodesetHandle() == lcs_handle_ && MB_CUR_MAX == 1;
+}
+
+uint32_t ZAbstractString_6_0::hash() const
+{
+    uint32_t h = 5381;
+    for (char const* at = getChars(); *at != 0; ++at)
+        h = (h * 33) ^ static_cast<unsigned char>(*at);
+    return h;
+}
+
+int ZAbstractString_6_0::compare(ZObject_6_0 const& other) const
+{
+    ZAbstractString_6_0 const* const string = asString(*this, other);
+    if (string == nullptr || string->getCodesetHandle() != getCodesetHandle())
+        ZUnsupportedException_6_0().throwException(kSource, raiseInCompare);
+    return compare(string->getChars());
+}
+
+bool ZAbstractString_6_0::equals(ZObject_6_0 const& other) const
+{
+    ZAbstractString_6_0 const* const string = asString(*this, other);
+    if (string == nullptr)
+        return false;
+    size_t const length = getLength();
+    return string->getLength() == length && memcmp(string->getChars(), getChars(), length) == 0;
+}
+
+int ZAbstractString_6_0::compare(char const* text) const
+{
+    // Equal bytes sort alike in every locale, and finding that out costs little.
+    text = orEmpty(text);
+    char const* const chars = getChars();
+    return strcmp(chars, text) == 0 ? 0 : strcoll(chars, text);
+}
+
+int ZAbstractString_6_0::compareignorecase(char const* text) const
+{
+    return zstricmp_6_0(getCodesetHandle(), getChars(), orEmpty(text));
+}
+
+unsigned int ZAbstractString_6_0::getCharCount() const
+{
+    // KEPT: bytes, not characters; callers size buffers with it.
+    // Test: ZAbstractString.KeepsCountingBytes
+    return static_cast<unsigned int>(zstrcount_6_0(getCodesetHandle(), getChars()));
+}
+
+bool ZAbstractString_6_0::contains(int c) const
+{
+    return strchr(getChars(), c) != nullptr;
+}
+
+bool ZAbstractString_6_0::contains(char const* text) const
+{
+    return text != nullptr && strstr(getChars(), text) != nullptr;
+}
+
+int ZAbstractString_6_0::indexOf(int c, unsigned int from) const
+{
+    char const* const chars = getChars();
+    char const* const found = strchr(chars + std::min(from, getLength()), c);
+    return found == nullptr ? -1 : position(static_cast<size_t>(found - chars));
+}
+
+int ZAbstractString_6_0::indexOf(char const* text, unsigned int from) const
+{
+    if (text == nullptr)
+        return -1;
+    char const* const chars = getChars();
+    char const* const found = strstr(chars + std::min(from, getLength()), text);
+    return found == nullptr ? -1 : position(static_cast<size_t>(found - chars));
+}
+
+int ZAbstractString_6_0::lastIndexOf(int c) const
+{
+    char const* const chars = getChars();
+    size_t const length = getLength();
+    if (isSingleByteLocal())
+        return lastByte(chars, length, static_cast<char>(c));
+
+    char const* last = nullptr;
+    char const* found = strchr(chars, c);
+    while (found != nullptr) {
+        last = found;
+        size_t const left = length - std::min(length, static_cast<size_t>(found - chars));
+        if (left == 0 || *found == 0)
+            break;
+        int const step = zmblen_6_0(getCodesetHandle(), found, left);
+        if (step < 1 || static_cast<size_t>(step) > left)
+            ZQVRMBLenException_6_0().throwException(kSource, raiseInLastIndexOf);
+        found = strchr(found + step, c);
+    }
+    return last == nullptr ? -1 : position(static_cast<size_t>(last - chars));
+}
+
+int ZAbstractString_6_0::lastIndexOf(char const* text) const
+{
+    char const* const chars = getChars();
+    size_t const length = getLength();
+    if (text == nullptr)
+        return position(length);
+    if (isSingleByteLocal())
+        return lastByte(chars, length, *text);
+    if (*text == 0)
+        return position(length);
+
+    size_t const step = strlen(text);
+    char const* last = nullptr;
+    for (char const* found = strstr(chars, text); found != nullptr;
+         found = strstr(found + step, text))
+        last = found;
+    return last == nullptr ? -1 : position(static_cast<size_t>(last - chars));
+}
+
+bool ZAbstractString_6_0::beginsWith(char const* text) const
+{
+    if (text == nullptr)
+        return true;
+    return !isEmpty() && strncmp(getChars(), text, strlen(text)) == 0;
+}
+
+bool ZAbstractString_6_0::endsWith(char const* text) const
+{
+    if (text == nullptr)
+        return true;
+    size_t const tail = strlen(text);
+    size_t const length = getLength();
+    return tail != 0 && tail <= length && strcmp(getChars() + (length - tail), text) == 0;
+}
+
+bool ZAbstractString_6_0::equals(char const* text) const
+{
+    return text != nullptr && strcmp(getChars(), text) == 0;
+}
+
+bool ZAbstractString_6_0::isEmpty() const
+{
+    return getLength() == 0;
+}
+
+ZAbstractString_6_0::operator char const*() const
+{
+    return getChars();
+}
+
+char const* ZAbstractString_6_0::data() const
+{
+    return getChars();
+}
+
+bool ZAbstractString_6_0::beginsWithCaseIgnored(ZAbstractString_6_0 const& other) const
+{
+    if (isEmpty() || other.isEmpty())
+        return false;
+    return zstrnicmp_6_0(getCodesetHandle(), getChars(), other.getChars(), other.getLength()) == 0;
+}
+
+bool ZAbstractString_6_0::endsWithCaseIgnored(ZAbstractString_6_0 const& other) const
+{
+    size_t const tail = other.getLength();
+    size_t const length = getLength();
+    return tail != 0 && tail <= length &&
+           zstrnicmp_6_0(getCodesetHandle(), getChars() + (length - tail), other.getChars(),
+                         tail) == 0;
+}
+
+// ---- Views -----------------------------------------------------------------------------------
+
+ZAbstractConstString_6_0::ZAbstractConstString_6_0(ZAbstractConstString_6_0 const& other)
+    : ZAbstractString_6_0(other),
+      text_(other.text_),
+      length_(__atomic_load_n(&other.length_, __ATOMIC_RELAXED))
+{
+}
+
+ZAbstractConstString_6_0& ZAbstractConstString_6_0::operator=(ZAbstractConstString_6_0 const& other)
+{
+    return setChars(other);
+}
+
+ZAbstractConstString_6_0& ZAbstractConstString_6_0::operator=(char const* text)
+{
+    text_ = orEmpty(text);
+    __atomic_store_n(&length_, 0, __ATOMIC_RELAXED);
+    return *this;
+}
+
+char const* ZAbstractConstString_6_0::getChars() const
+{
+    return text_;
+}
+
+ZAbstractConstString_6_0& ZAbstractConstString_6_0::setChars(ZAbstractString_6_0 const& other)
+{
+    if (&other == this || other.getCodesetHandle() != getCodesetHandle())
+        return *this;
+    return *this = other.getChars();
+}
+
+unsigned int ZAbstractConstString_6_0::getLength() const
+{
+    uint32_t const known = __atomic_load_n(&length_, __ATOMIC_RELAXED);
+    if (known != 0)
+        return known;
+    size_t const length = strlen(text_);
+    if (length > kMaxLength)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGetLength);
+    __atomic_store_n(&length_, static_cast<uint32_t>(length), __ATOMIC_RELAXED);
+    return static_cast<unsigned int>(length);
+}
