@@ -25,8 +25,8 @@ LIBRARIES = (
                 r"(?:Z\w*_6_0\b|ZPROP_\w+|z\w+_6_0\b|ZGetLocale\b)")),
     ("src/qvr/libqvr.so.1", "exports-qvr.txt", re.compile(r"^qvr_\w+$")),
 )
-# Parts of a class that its own sources alone may use.
-PRIVATE = re.compile(r"\b(?:Rep|std)\b::|\b(?:vtable|typeinfo|typeinfo name) for .*\bRep\b")
+# What a class keeps to its own sources.
+PRIVATE = re.compile(r"\bRep\b")
 
 
 def run(*command):

@@ -16,7 +16,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = ROOT / "src"
 
-ALLOWED = {"stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", "time.h", "pthread.h"}
+ALLOWED = {"iosfwd", "stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", "time.h", "pthread.h"}
 # What plain C programs include.
 C_HEADERS = {"qvr.h", "Z/zproperties_c.h", "Z/zsnprintf.h", "Z/zqvrutil.h"}
 

@@ -10,8 +10,8 @@ int main(int argc, char** argv)
         ZStanzaFileProperties_6_0 const config(argv[1], 0);
         ZLCString_6_0 name;
         config.getValue("service", "name", name, 1, nullptr);
-        printf("service: port %u, name \"%s\"\n",
-               config.getIntegerValue("service", "port", 1, 0), name.getChars());
+        printf("service: port %u, name \"%s\"\n", config.getIntegerValue("service", "port", 1, 0),
+               name.getChars());
     } catch (ZException_6_0& e) {
         e.dumpException();
         return 1;

@@ -1,0 +1,378 @@
+#!/usr/bin/env python3
+"""Tests of zstz. usage: zstz_test.py TOOL [unittest arguments]"""
+import fcntl
+import os
+import pathlib
+import pty
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOL = ""
+
+DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
+    0, 1, 2, 3, 4, 5, 6, 7, 9)
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check")
+
+GATEWAY = """\
+# The gateway of the office.
+
+[listener]
+# ports to listen on
+port = 8080
+port = 8443
+name = front door
+motd =
+
+[upstream]
+weight = 0x1F
+ready = Yes
+"""
+
+
+class ToolTest(unittest.TestCase):
+    def setUp(self):
+        self.room = tempfile.TemporaryDirectory()
+        self.addCleanup(self.room.cleanup)
+        self.path = pathlib.Path(self.room.name) / "gateway.conf"
+        self.path.write_text(GATEWAY)
+        self.file = str(self.path)
+
+    def run_tool(self, *arguments, given="", **options):
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        environment["LC_ALL"] = "C.UTF-8"
+        environment.update(options.pop("environment", {}))
+        return subprocess.run([TOOL, *arguments], input=given, capture_output=True, text=True,
+                              env=environment, check=False, timeout=60, **options)
+
+    def expect(self, code, printed, *arguments, **options):
+        """Runs the tool; with a failing code `printed` stands in its one line of report."""
+        run = self.run_tool(*arguments, **options)
+        self.assertEqual((code, "" if code else printed), (run.returncode, run.stdout), run.stderr)
+        if code:
+            self.assertRegex(run.stderr, r"\Azstz: [^\n]+\n\Z")
+            self.assertIn(printed, run.stderr)
+        else:
+            self.assertEqual("", run.stderr)
+
+    def expect_unchanged(self, code, printed, *arguments, **options):
+        before = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
+        self.expect(code, printed, *arguments, **options)
+        after = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
+        self.assertEqual(before, after)
+
+    def expect_text(self, text):
+        self.assertEqual(text, self.path.read_text())
+
+    # ---- Reading ----
+
+    def test_get_prints_the_last_value(self):
+        rows = (
+            ("8443\n", ["listener", "port"]),
+            ("front door\n", ["listener", "name"]),
+            ("\n", ["listener", "motd"]),
+            ("8080\n8443\n", ["listener", "port", "--all"]),
+            ("", ["listener", "motd", "--all"]),
+            ("8443\n", ["listener", "port", "--as", "number"]),
+            ("31\n", ["upstream", "weight", "--as", "number"]),
+            ("0x1F\n", ["upstream", "weight", "--as", "text"]),
+            ("yes\n", ["upstream", "ready", "--as", "boolean"]),
+            ("0\n", ["listener", "motd", "--as", "number"]),
+            ("no\n", ["listener", "motd", "--as", "boolean"]),
+        )
+        for printed, arguments in rows:
+            with self.subTest(arguments):
+                self.expect_unchanged(DONE, printed, "get", self.file, *arguments)
+
+    def test_get_says_what_is_missing(self):
+        self.expect(NOT_FOUND, "there is no stanza [cellar]", "get", self.file, "cellar", "port")
+        self.expect(NOT_FOUND, "there is no key colour in stanza [listener]", "get", self.file,
+                    "listener", "colour")
+
+    def test_get_refuses_a_value_of_another_kind(self):
+        self.expect(INVALID_VALUE, 'the value "front door" of key name in [listener] is no number',
+                    "get", self.file, "listener", "name", "--as", "number")
+        self.expect(INVALID_VALUE, 'the value "8443" of key port in [listener] is no truth value',
+                    "get", self.file, "listener", "port", "--as", "boolean")
+
+    def test_names_come_in_file_order(self):
+        self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
+        self.expect(DONE, "port\nname\nmotd\n", "keys", self.file, "listener")
+        self.expect(NOT_FOUND, "there is no stanza [cellar]", "keys", self.file, "cellar")
+        many = [f"s{(i * 37) % 100:02}" for i in range(100)]
+        self.path.write_text("".join(f"[{name}]\nb = 1\na = 2\nb = 3\n" for name in many))
+        self.expect(DONE, "".join(f"{name}\n" for name in many), "stanzas", self.file)
+        self.expect(DONE, "b\na\n", "keys", self.file, "s42")
+
+    def test_list_prints_what_is_in_the_file(self):
+        self.expect(DONE, "[listener]\nport = 8080\nport = 8443\nname = front door\nmotd =\n\n"
+                    "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file)
+        self.expect(DONE, "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file, "upstream")
+        self.expect(NOT_FOUND, "there is no stanza [cellar]", "list", self.file, "cellar")
+
+    def test_an_empty_file_has_nothing(self):
+        self.path.write_text("")
+        self.expect(DONE, "", "stanzas", self.file)
+        self.expect(DONE, "", "list", self.file)
+        self.expect(DONE, f"{self.file}: 0 stanzas, 0 keys, 0 values\n", "check", self.file)
+
+    def test_check_counts(self):
+        counts = f"{self.file}: 2 stanzas, 5 keys, 5 values\n"
+        self.expect(DONE, counts, "check", self.file)
+        self.expect(DONE, counts * 2, "check", self.file, self.file)
+
+    # ---- Changing ----
+
+    def test_set_changes_that_line_alone(self):
+        self.expect(DONE, "", "set", self.file, "listener", "name", "back door")
+        self.expect_text(GATEWAY.replace("front", "back"))
+
+    def test_set_makes_key_and_stanza(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "host", "10.0.0.7")
+        self.expect(DONE, "", "set", self.file, "cellar", "door", "closed")
+        self.expect_text(GATEWAY + "host = 10.0.0.7\n\n[cellar]\ndoor = closed\n")
+
+    def test_set_refuses_several_values_unless_told(self):
+        self.expect_unchanged(REFUSED, "has 2 values; use --all", "set", self.file, "listener",
+                              "port", "80")
+        self.expect(DONE, "", "set", self.file, "listener", "port", "80", "--all")
+        self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", "port = 80\n"))
+
+    def test_set_empties_a_key(self):
+        self.expect(DONE, "", "set", self.file, "listener", "name", "")
+        self.expect_text(GATEWAY.replace("name = front door", "name ="))
+
+    def test_a_value_may_begin_with_a_dash(self):
+        self.expect(DONE, "", "set", self.file, "listener", "name", "--", "-5")
+        self.expect(DONE, "-5\n", "get", self.file, "listener", "name")
+
+    def test_add_adds_a_value_once(self):
+        for _ in range(2):
+            self.expect(DONE, "", "add", self.file, "listener", "port", "9000")
+        self.expect_text(GATEWAY.replace("8443\n", "8443\nport = 9000\n"))
+        self.expect(DONE, "", "add", self.file, "cellar", "door", "closed")
+        self.expect(DONE, "closed\n", "get", self.file, "cellar", "door")
+        self.expect_unchanged(INVALID_VALUE, "an empty value cannot be added", "add", self.file,
+                              "listener", "port", "")
+
+    def test_unset_removes_a_key_or_a_stanza(self):
+        self.expect(DONE, "", "unset", self.file, "listener", "port")
+        self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", ""))
+        self.expect_unchanged(NOT_FOUND, "there is no key port", "unset", self.file, "listener",
+                              "port")
+        self.expect(DONE, "", "unset", self.file, "upstream", "--stanza")
+        self.expect(DONE, "listener\n", "stanzas", self.file)
+        self.expect_unchanged(NOT_FOUND, "there is no stanza [upstream]", "unset", self.file,
+                              "upstream", "--stanza")
+
+    def test_text_that_would_not_read_back_is_refused(self):
+        rows = (
+            ("the stanza name", ["a]b", "key", "value"]),
+            ("the stanza name", ["a\nb", "key", "value"]),
+            ("the key", ["listener", "a=b", "value"]),
+            ("the key", ["listener", "#key", "value"]),
+            ("the key", ["listener", "[key", "value"]),
+            ("the key", ["listener", " key", "value"]),
+            ("the key", ["listener", "a\nb", "value"]),
+            ("the value of key name", ["listener", "name", "one\ntwo"]),
+            ("the value of key name", ["listener", "name", "x" * 8190]),
+        )
+        for verb in ("set", "add"):
+            for printed, arguments in rows:
+                with self.subTest(verb=verb, arguments=arguments):
+                    self.expect_unchanged(INVALID_VALUE, printed, verb, self.file, *arguments)
+
+    # ---- Obfuscated values ----
+
+    def test_obfuscated_values_come_from_standard_input_and_stay_out_of_the_file(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated",
+                    given="hunter2\n")
+        self.assertNotIn("hunter2", self.path.read_text())
+        self.assertTrue(pathlib.Path(self.file + ".obf").exists())
+        self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
+        self.expect(DONE, "[upstream]\nweight = 0x1F\nready = Yes\npassword = ********\n", "list",
+                    self.file, "upstream")
+        self.expect(DONE, "weight\nready\npassword\n", "keys", self.file, "upstream")
+        self.expect(DONE, "", "add", self.file, "upstream", "password", "--obfuscated",
+                    given="second")
+        self.expect(DONE, "hunter2\nsecond\n", "get", self.file, "upstream", "password", "--all")
+        self.expect_unchanged(REFUSED, "has 2 values", "set", self.file, "upstream", "password",
+                              "--obfuscated", given="third")
+        self.expect(DONE, "", "unset", self.file, "upstream", "password")
+        self.assertFalse(pathlib.Path(self.file + ".obf").exists())
+        self.expect_text(GATEWAY)
+
+    def test_a_key_keeps_its_kind_of_values(self):
+        self.expect_unchanged(REFUSED, "holds plain values", "set", self.file, "listener", "name",
+                              "--obfuscated", given="x")
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        for verb in ("set", "add"):
+            self.expect_unchanged(REFUSED, "holds obfuscated values", verb, self.file, "upstream",
+                                  "password", "y")
+
+    def test_an_obfuscated_value_is_never_an_argument(self):
+        for verb in ("set", "add"):
+            self.expect_unchanged(USAGE, "VALUE", verb, self.file, "upstream", "password", "x",
+                                  "--obfuscated", given="y")
+
+    def test_an_obfuscated_value_may_not_have_a_nul_byte(self):
+        self.expect_unchanged(INVALID_VALUE, "NUL byte", "set", self.file, "upstream", "password",
+                              "--obfuscated", given="a\0b")
+
+    def test_a_terminal_does_not_show_the_value(self):
+        master, slave = pty.openpty()
+        environment = dict(os.environ, LC_ALL="C.UTF-8")
+        run = subprocess.Popen([TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
+                               stdin=slave, stdout=slave, stderr=slave, env=environment)
+        shown = b""
+        while b"value: " not in shown:
+            shown += os.read(master, 100)
+        os.write(master, b"hunter2\n")
+        self.assertEqual(DONE, run.wait(60))
+        os.close(slave)
+        while True:
+            try:
+                part = os.read(master, 100)
+            except OSError:
+                break
+            if not part:
+                break
+            shown += part
+        os.close(master)
+        self.assertNotIn(b"hunter2", shown)
+        self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
+
+    # ---- Failures ----
+
+    def test_invalid_data_names_file_line_and_text(self):
+        rows = (
+            ("[a]\nk = v\n[b\n", 3, "[b", 'has no "]"'),
+            ("[a]\n[b]\n  [a]  \n", 3, "[a]", "further up"),
+            ("[a]\nno equals sign\n", 2, "no equals sign", "KEY = VALUE"),
+            ("[a]\n= v\n", 2, "= v", "no key before"),
+            ("\nk = v\n", 2, "k = v", "before the first stanza"),
+            ("[a]\n\x1b[31mred\n", 2, "?[31mred", "KEY = VALUE"),
+        )
+        for text, number, line, reason in rows:
+            self.path.write_text(text)
+            for verb in ("check", "stanzas", "list"):
+                with self.subTest(text=text, verb=verb):
+                    self.expect_unchanged(INVALID_DATA, f'{self.file}:{number}: "{line}": ', verb,
+                                          self.file)
+                    self.expect_unchanged(INVALID_DATA, reason, verb, self.file)
+        self.expect_unchanged(INVALID_DATA, self.file, "set", self.file, "a", "k", "v")
+
+    def test_a_damaged_companion_is_invalid_data(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        pathlib.Path(self.file + ".obf").write_bytes(b"no such stream")
+        self.expect_unchanged(INVALID_DATA, "companion file", "check", self.file)
+        pathlib.Path(self.file + ".obf").unlink()
+        self.expect_unchanged(NO_ACCESS, "cannot read the companion file", "check", self.file)
+
+    def test_a_file_that_cannot_be_opened(self):
+        missing = self.file + ".missing"
+        folder = self.room.name
+        for verb, *rest in (("get", "a", "b"), ("set", "a", "b", "c"), ("add", "a", "b", "c"),
+                            ("unset", "a", "b"), ("stanzas",), ("keys", "a"), ("list",),
+                            ("check",)):
+            with self.subTest(verb):
+                self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such file", verb,
+                                      missing, *rest)
+                self.expect_unchanged(NO_ACCESS, folder, verb, folder, *rest)
+
+    @unittest.skipIf(os.geteuid() == 0, "root may open everything")
+    def test_a_file_that_may_not_be_read(self):
+        self.path.chmod(0)
+        self.expect(NO_ACCESS, f"cannot open {self.file}: Permission denied", "list", self.file)
+
+    def test_a_file_that_another_process_holds(self):
+        with open(self.path, "r+b") as held:
+            fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            self.expect(LOCKED, "in use by another process", "list", self.file)
+            self.expect(LOCKED, "in use by another process", "set", self.file, "listener", "name",
+                        "x")
+            fcntl.lockf(held, fcntl.LOCK_UN)
+            fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
+            self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
+            self.expect(LOCKED, "in use by another process", "set", self.file, "listener", "name",
+                        "x")
+        self.expect_text(GATEWAY)
+
+    def test_changes_at_the_same_time_do_not_lose_one_another(self):
+        environment = dict(os.environ, LC_ALL="C.UTF-8")
+        keys = [f"key{i}" for i in range(12)]
+        runs = [subprocess.Popen([TOOL, "set", self.file, "upstream", key, "1"], env=environment)
+                for key in keys]
+        self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
+        printed = self.run_tool("keys", self.file, "upstream").stdout.split()
+        self.assertEqual(sorted(keys + ["weight", "ready"]), sorted(printed))
+
+    def test_standard_output_that_takes_nothing(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            run = subprocess.run([TOOL, "list", self.file], stdout=full, stderr=subprocess.PIPE,
+                                 text=True, check=False, timeout=60)
+        self.assertEqual(NO_ACCESS, run.returncode)
+        self.assertIn("standard output", run.stderr)
+
+    # ---- Usage ----
+
+    def test_wrong_command_lines(self):
+        rows = (
+            [], ["frobnicate"], ["get"], ["get", self.file], ["get", self.file, "listener"],
+            ["get", self.file, "listener", "port", "surplus"],
+            ["get", self.file, "listener", "port", "--as", "colour"],
+            ["get", self.file, "listener", "port", "--as", "number", "--all"],
+            ["get", "", "listener", "port"], ["get", self.file, "", "port"],
+            ["get", self.file, "listener", ""], ["list", self.file, ""],
+            ["set", self.file, "listener", "port"], ["add", self.file, "listener", "port"],
+            ["unset", self.file, "listener"], ["unset", self.file],
+            ["unset", self.file, "listener", "port", "--stanza"],
+            ["keys", self.file], ["stanzas"], ["list"], ["check"], ["check", ""],
+            ["set", self.file, "listener", "name", "x", "--force"],
+            ["get", self.file, "listener", "port", "keys", self.file, "listener"],
+        )
+        for arguments in rows:
+            with self.subTest(arguments):
+                self.expect_unchanged(USAGE, "--help", *arguments)
+
+    def test_help_goes_to_standard_output_with_an_example(self):
+        for verb in ((), *((v,) for v in VERBS)):
+            for flag in ("--help", "-h"):
+                with self.subTest(verb=verb, flag=flag):
+                    run = self.run_tool(*verb, flag)
+                    self.assertEqual((DONE, ""), (run.returncode, run.stderr))
+                    self.assertRegex(run.stdout, r"Example:\n  zstz ")
+                    for name in verb:
+                        self.assertIn(f"  zstz {name} ", run.stdout)
+        whole = self.run_tool("--help").stdout
+        for verb in VERBS:
+            self.assertRegex(whole, rf"(?m)^  {verb} ")
+        self.assertIn("Exit codes: 0 done", whole)
+
+    def test_version(self):
+        self.expect(DONE, "zstz 6.0\n", "--version")
+
+    # ---- Surroundings ----
+
+    def test_tables_are_found_from_any_folder_and_over_a_link(self):
+        link = pathlib.Path(self.room.name) / "elsewhere"
+        link.symlink_to(TOOL)
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        run = subprocess.run([str(link), "stanzas", self.file], cwd="/", env=environment,
+                             capture_output=True, text=True, check=False)
+        self.assertEqual((DONE, "listener\nupstream\n", ""), (run.returncode, run.stdout, run.stderr))
+
+    def test_text_is_taken_as_it_is_in_every_locale(self):
+        for locale in ("C", "C.UTF-8"):
+            with self.subTest(locale):
+                environment = {"LC_ALL": locale}
+                self.expect(DONE, "", "set", self.file, "listener", "name", "Grüße",
+                            environment=environment)
+                self.expect(DONE, "Grüße\n", "get", self.file, "listener", "name",
+                            environment=environment)
+
+
+if __name__ == "__main__":
+    TOOL = os.path.abspath(sys.argv.pop(1))
+    unittest.main()
