@@ -69,7 +69,8 @@ int qvr_os_lang_name(char* buf, size_t room);
 /// `language[_TERRITORY][.codeset][@modifier]` with the case as shown and the codeset's preferred
 /// name ("en_US.utf8" gives "en_US.UTF-8"), and "C" for "C" and "POSIX". A name that the locale
 /// alias table knows ("german") is replaced by what it stands for first.
-/// range   `osName` of the form above; a codeset that is not known stays as it is written.
+/// range   `osName` of the form above, and may be `buf`; a codeset that is not known stays as it is
+///         written.
 /// codes   0 done; qvrInvalid when an argument is null or the name is empty or of another form;
 ///         qvrNoRoom; qvrNoMemory. On a failure `buf` is the empty text when it has room.
 int qvr_canonical_loc(char const* osName, char* buf, size_t room);
@@ -119,10 +120,10 @@ ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, 
 
 /// Returns the length in bytes of the character at `s`, 0 when that is the terminator.
 /// range   reads at most `n` bytes, and none behind the terminator.
-/// codes   -1 when `cs` or `s` is null, `n` is 0, the character is invalid or does not end
+/// codes   -1 when `cs` or `s` is null, `n` is 0, or the character is invalid or does not end
 ///         within `n` bytes.
-/// cost    a few nanoseconds, no memory, no lock; characters of more than two bytes of a
-///         multibyte codeset other than UTF-8 and EUC-JP take a converter of the thread's own.
+/// cost    a few nanoseconds, no memory, no lock. Only the four-byte characters of GB18030 and
+///         EUC-TW take a converter of the thread's own (and are invalid without memory for it).
 int qvr_mblen(qvr_cs_t cs, char const* s, size_t n);
 
 /// Decodes the character at `s` into `*wc`, a Unicode code point, and returns its length; 0 with
@@ -159,8 +160,8 @@ char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle);
 /// argument is null.
 char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set);
 
-/// Returns the next token of a text: skips characters that occur in `delimiters`, ends the token
-/// at the next one of them by zeros over all its bytes, and remembers where to go on.
+/// Returns the next token of a text: skips characters that occur in `delimiters`, puts a
+/// terminator over the first byte of the next one of them and remembers where to go on.
 /// owns    `s` starts a new text and stays borrowed until its last token; null goes on.
 /// codes   null when there is no further token, or `cs` or `delimiters` is null.
 /// threads each thread has its own place.
@@ -224,8 +225,8 @@ int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_
 /// Reads a date and time from `s` as `format` says, both in `cs`, into the fields of `*result`
 /// that the format names, and the day of the week and of the year when a whole date is known.
 /// Returns the first byte of `s` behind what was read.
-/// range   conversions: those of POSIX strptime, and %F %h %k %l %P %s %u %z. The modifiers E and O
-///         are read over. Names are taken in either case, long or short.
+/// range   conversions: those of POSIX strptime, and %F %k %l %s %u %z. The modifiers E and O are
+///         read over. Names are taken in either case, long or short.
 /// codes   null, with `*result` as it was, when `s` does not match, the format has another
 ///         conversion, or an argument other than `loc` is null.
 char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format,

@@ -1,0 +1,123 @@
+#include <cstring>
+
+#include "codeset_p.h"
+#include "locale_p.h"
+
+namespace qvr {
+namespace {
+
+uint32_t upperOf(uint32_t value, bool turkic)
+{
+    if (turkic && value == 'i')
+        return kDottedCapitalI;
+    return static_cast<uint32_t>(u_toupper(static_cast<UChar32>(value)));
+}
+
+uint32_t lowerOf(uint32_t value, bool turkic)
+{
+    if (turkic && value == 'I')
+        return kDotlessSmallI;
+    return static_cast<uint32_t>(u_tolower(static_cast<UChar32>(value)));
+}
+
+// Replaces each character by its counterpart when that takes as many bytes. An ASCII letter from
+// `first` to `last` differs from its counterpart in one bit.
+template <class Counterpart>
+void change(qvr_cs const& cs, char* text, bool turkic, char first, char last,
+            Counterpart counterpart)
+{
+    unsigned char* s = bytes(text);
+    while (*s != 0) {
+        if (cs.ascii && *s < 0x80 && !(turkic && (*s == 'i' || *s == 'I'))) {
+            if (*s >= first && *s <= last)
+                *s ^= 0x20;
+            ++s;
+            continue;
+        }
+        Step const step = decode(cs, s, SIZE_MAX);
+        if (step.length < 0) {
+            ++s;
+            continue;
+        }
+        if (step.value <= kMaxCodePoint) {
+            uint32_t const other = counterpart(step.value, turkic);
+            unsigned char out[qvrMbLenMax];
+            if (other != step.value && encode(cs, other, out) == step.length)
+                std::memcpy(s, out, static_cast<size_t>(step.length));
+        }
+        s += step.length;
+    }
+}
+
+// A text that is compared: at most `left` bytes of it.
+struct Side {
+    unsigned char const* s;
+    size_t left;
+};
+
+// Takes the next unit, folded; 0 at the end. Invalid bytes, and the few characters without a
+// value of their own, come byte by byte behind all characters.
+uint32_t takeFolded(qvr_cs const& cs, bool turkic, Side& side)
+{
+    if (side.left == 0 || *side.s == 0)
+        return 0;
+    Step step{1, *side.s};
+    if (!cs.ascii || *side.s >= 0x80)
+        step = decode(cs, side.s, side.left);
+    if (step.length < 0 || step.value > kMaxCodePoint) {
+        --side.left;
+        return kMaxCodePoint + 1 + *side.s++;
+    }
+    side.left -= static_cast<size_t>(step.length);
+    side.s += step.length;
+    return fold(step.value, turkic);
+}
+
+int compare(qvr_cs const& cs, bool turkic, Side a, Side b)
+{
+    for (;;) {
+        uint32_t const fromA = takeFolded(cs, turkic, a);
+        uint32_t const fromB = takeFolded(cs, turkic, b);
+        if (fromA != fromB)
+            return fromA < fromB ? -1 : 1;
+        if (fromA == 0)
+            return 0;
+    }
+}
+
+}  // namespace
+}  // namespace qvr
+
+using namespace qvr;
+
+char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s)
+{
+    if (cs == nullptr || s == nullptr)
+        return nullptr;
+    change(*cs, s, isTurkic(loc), 'a', 'z', upperOf);
+    return s;
+}
+
+char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s)
+{
+    if (cs == nullptr || s == nullptr)
+        return nullptr;
+    change(*cs, s, isTurkic(loc), 'A', 'Z', lowerOf);
+    return s;
+}
+
+int qvr_stricmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b)
+{
+    if (cs == nullptr || a == nullptr || b == nullptr)
+        return -1;
+    return compare(*cs, isTurkic(loc), {bytes(a), SIZE_MAX}, {bytes(b), SIZE_MAX});
+}
+
+int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_t n)
+{
+    if (n == 0)
+        return 0;
+    if (cs == nullptr || a == nullptr || b == nullptr)
+        return -1;
+    return compare(*cs, isTurkic(loc), {bytes(a), n}, {bytes(b), n});
+}

@@ -1,0 +1,371 @@
+#include "codeset_p.h"
+
+#include <unicode/ucnv.h>
+
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+
+#include "converter_p.h"
+#include "tables_p.h"
+
+namespace qvr {
+namespace {
+
+// All codesets that have a handle.
+constinit std::mutex lock_;
+constinit Codeset* codesets_ = nullptr;  // guarded by lock_
+constinit uint64_t lastId_ = 0;          // guarded by lock_
+
+// ISO-8859-16, which ICU does not have, from 0xA0 on.
+constexpr char16_t kIso8859_16[96] = {
+    0x00A0, 0x0104, 0x0105, 0x0141, 0x20AC, 0x201E, 0x0160, 0x00A7, 0x0161, 0x00A9, 0x0218, 0x00AB,
+    0x0179, 0x00AD, 0x017A, 0x017B, 0x00B0, 0x00B1, 0x010C, 0x0142, 0x017D, 0x201D, 0x00B6, 0x00B7,
+    0x017E, 0x010D, 0x0219, 0x00BB, 0x0152, 0x0153, 0x0178, 0x017C, 0x00C0, 0x00C1, 0x00C2, 0x0102,
+    0x00C4, 0x0106, 0x00C6, 0x00C7, 0x00C8, 0x00C9, 0x00CA, 0x00CB, 0x00CC, 0x00CD, 0x00CE, 0x00CF,
+    0x0110, 0x0143, 0x00D2, 0x00D3, 0x00D4, 0x0150, 0x00D6, 0x015A, 0x0170, 0x00D9, 0x00DA, 0x00DB,
+    0x00DC, 0x0118, 0x021A, 0x00DF, 0x00E0, 0x00E1, 0x00E2, 0x0103, 0x00E4, 0x0107, 0x00E6, 0x00E7,
+    0x00E8, 0x00E9, 0x00EA, 0x00EB, 0x00EC, 0x00ED, 0x00EE, 0x00EF, 0x0111, 0x0144, 0x00F2, 0x00F3,
+    0x00F4, 0x0151, 0x00F6, 0x015B, 0x0171, 0x00F9, 0x00FA, 0x00FB, 0x00FC, 0x0119, 0x021B, 0x00FF,
+};
+
+// ICU's tables of PC codesets turn these three control characters round, to what terminals of
+// old made of them. Everybody else takes them as they are in ASCII.
+constexpr Exchange kControls[] = {{0x001C, 0x001A}, {0x007F, 0x001C}, {0x001A, 0x007F}};
+
+// Where ICU's EUC-JP has the half-width and full-width forms the other way round than the
+// operating system.
+constexpr Exchange kEucJp[] = {
+    {0xFFE0, 0x00A2}, {0x00A2, 0xFFE0}, {0xFFE1, 0x00A3}, {0x00A3, 0xFFE1},
+    {0xFFE2, 0x00AC}, {0x00AC, 0xFFE2}, {0x2014, 0x2015}, {0x2015, 0x2014},
+};
+
+struct ConverterCloser {
+    void operator()(UConverter* converter) const { ucnv_close(converter); }
+};
+using ConverterPtr = std::unique_ptr<UConverter, ConverterCloser>;
+
+// No codeset has the name.
+struct Unknown {};
+
+// What ICU says when it gives no converter.
+[[noreturn]] void raise(UErrorCode rc)
+{
+    if (rc == U_MEMORY_ALLOCATION_ERROR)
+        throw std::bad_alloc();
+    throw Unknown();
+}
+
+void fillAscii(Codeset& codeset)
+{
+    codeset.ascii = true;
+    codeset.first.fill(kNoCharacter);
+    for (uint32_t byte = 0; byte < 0x80; ++byte)
+        codeset.first[byte] = byte;
+}
+
+// Makes the reverse table of a single-byte codeset. `roundTrip(byte)` says whether the byte is
+// what its character is encoded as.
+template <class RoundTrip>
+void fillReverse(Codeset& codeset, RoundTrip roundTrip)
+{
+    codeset.pages.assign(1, {});  // page 0 is empty, for all that have no character
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        uint32_t const value = codeset.first[byte];
+        if (value > 0xFFFF || !roundTrip(byte))
+            continue;
+        uint8_t& page = codeset.page[value >> 8];
+        if (page == 0) {
+            page = static_cast<uint8_t>(codeset.pages.size());
+            codeset.pages.push_back({});
+        }
+        codeset.pages[page][value & 0xFF] = static_cast<uint8_t>(byte);
+    }
+}
+
+// Codesets that need no converter. Returns false when the name is none of theirs.
+bool buildWithoutConverter(Codeset& codeset, char const* name)
+{
+    auto const is = [name](char const* other) { return ucnv_compareNames(name, other) == 0; };
+    if (is("UTF-8")) {
+        codeset.kind = Kind::utf8;
+        codeset.ascii = true;
+        return true;
+    }
+    bool const latin1 = is("ISO-8859-1");
+    bool const latin10 = is("ISO-8859-16");
+    if (!latin1 && !latin10 && !is("US-ASCII"))
+        return false;
+    codeset.kind = Kind::singleByte;
+    fillAscii(codeset);
+    if (latin1 || latin10) {
+        for (uint32_t byte = 0x80; byte < 0x100; ++byte)
+            codeset.first[byte] = latin10 && byte >= 0xA0 ? kIso8859_16[byte - 0xA0] : byte;
+    }
+    fillReverse(codeset, [](unsigned) { return true; });
+    return true;
+}
+
+uint32_t exchanged(Codeset const& codeset, uint32_t value)
+{
+    for (Exchange const& exchange : codeset.exchanges)
+        if (exchange.icu == value)
+            return exchange.ours;
+    return value;
+}
+
+uint32_t original(Codeset const& codeset, uint32_t value)
+{
+    for (Exchange const& exchange : codeset.exchanges)
+        if (exchange.ours == value)
+            return exchange.icu;
+    return value;
+}
+
+// Whether `byte` alone is what its character is encoded as.
+bool isRoundTrip(UConverter* converter, uint32_t value, unsigned byte)
+{
+    UChar const unit = static_cast<UChar>(value);
+    UChar const* source = &unit;
+    char out[qvrMbLenMax];
+    char* end = out;
+    UErrorCode rc = U_ZERO_ERROR;
+    ucnv_resetFromUnicode(converter);
+    ucnv_fromUnicode(converter, &end, out + sizeof out, &source, source + 1, nullptr, true, &rc);
+    return U_SUCCESS(rc) && end - out == 1 && static_cast<unsigned char>(*out) == byte;
+}
+
+// Fills the decoding table `at` (npos: the first one) for the characters that begin with the
+// `length` bytes of `prefix`, and those below it, down to `depth` bytes.
+constexpr size_t kFirst = SIZE_MAX;
+
+void fillDecoding(Codeset& codeset, UConverter* converter, size_t at, char* prefix, size_t length,
+                  size_t depth)
+{
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        prefix[length] = static_cast<char>(byte);
+        uint32_t value = judge(converter, prefix, length + 1);
+        if (byte == 0 && length > 0) {
+            value = kNoCharacter;  // text ends at a zero byte, whatever is before it
+        } else if (value == kLonger && length + 1 < depth) {
+            size_t const below = codeset.tables.size();
+            codeset.tables.push_back({});
+            fillDecoding(codeset, converter, below, prefix, length + 1, depth);
+            value = kTable + static_cast<uint32_t>(below);
+        } else if (value <= kMaxCodePoint) {
+            value = exchanged(codeset, value);
+        }
+        (at == kFirst ? codeset.first : codeset.tables[at])[byte] = value;
+    }
+}
+
+void addExchanges(Codeset& codeset, UConverter* converter, char const* icuName)
+{
+    auto const decodes = [converter](char byte, uint32_t value) {
+        return judge(converter, &byte, 1) == value;
+    };
+    if (decodes(0x1A, 0x1C) && decodes(0x1C, 0x7F) && decodes(0x7F, 0x1A))
+        codeset.exchanges.assign(std::begin(kControls), std::end(kControls));
+    else if (std::strcmp(icuName, "ibm-954_P101-2007") == 0)
+        codeset.exchanges.assign(std::begin(kEucJp), std::end(kEucJp));
+}
+
+ConverterPtr openConverter(CodesetName const& found)
+{
+    UErrorCode rc = U_ZERO_ERROR;
+    ConverterPtr converter(found.directory.empty() ? ucnv_open(found.name.c_str(), &rc)
+                                                   : ucnv_openPackage(found.directory.c_str(),
+                                                                      found.name.c_str(), &rc));
+    if (U_FAILURE(rc))
+        raise(rc);
+    return converter;
+}
+
+// Builds from an ICU converter, which becomes the codeset's master when it is needed later on.
+void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
+{
+    if (!makeStrict(converter.get()))
+        throw std::bad_alloc();
+    UErrorCode rc = U_ZERO_ERROR;
+    char const* const icuName = ucnv_getName(converter.get(), &rc);
+    if (U_FAILURE(rc))
+        raise(rc);
+    if (ours)
+        addExchanges(codeset, converter.get(), icuName);
+
+    char prefix[4] = {};
+    UConverterType const type = ucnv_getType(converter.get());
+    bool const bytesAlone =
+        type == UCNV_SBCS || type == UCNV_MBCS || type == UCNV_LATIN_1 || type == UCNV_US_ASCII;
+    if (!bytesAlone || judge(converter.get(), prefix, 1) != 0) {
+        codeset.kind = Kind::convertOnly;
+        codeset.exchanges.clear();
+        codeset.master = converter.release();
+        return;
+    }
+
+    // Deeper than three bytes the tables would take more memory than their characters are worth.
+    size_t const longest = static_cast<size_t>(ucnv_getMaxCharSize(converter.get()));
+    fillDecoding(codeset, converter.get(), kFirst, prefix, 0, longest > 3 ? 2 : longest);
+    codeset.ascii = true;
+    codeset.kind = Kind::singleByte;
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t const value = codeset.first[byte];
+        codeset.ascii = codeset.ascii && (byte >= 0x80 || value == byte);
+        if (value > 0xFFFF && value != kNoCharacter)
+            codeset.kind = Kind::multiByte;
+    }
+    if (codeset.kind == Kind::singleByte)
+        fillReverse(codeset, [&](unsigned byte) {
+            return isRoundTrip(converter.get(), original(codeset, codeset.first[byte]), byte);
+        });
+    else
+        codeset.master = converter.release();
+}
+
+// Returns the codeset of that name, with one handle more. Throws Unknown and std::bad_alloc.
+Codeset* acquire(char const* name)
+{
+    if (std::string_view const all = name;
+        all.empty() || all.size() > kMaxName || all.find_first_of("/\\") != std::string_view::npos)
+        throw Unknown();
+    CodesetName found = resolveCodeset(name);
+    auto fresh = std::make_unique<Codeset>();
+    ConverterPtr converter;
+    if (!found.directory.empty() || !buildWithoutConverter(*fresh, found.name.c_str())) {
+        converter = openConverter(found);
+        if (found.directory.empty()) {
+            // One name for the many that ICU has for a codeset.
+            UErrorCode rc = U_ZERO_ERROR;
+            char const* const icuName = ucnv_getName(converter.get(), &rc);
+            if (U_FAILURE(rc))
+                raise(rc);
+            if (icuName != found.name) {
+                found.name = icuName;
+                if (buildWithoutConverter(*fresh, icuName))
+                    converter.reset();
+            }
+        }
+    }
+    fresh->key = found.name + '/' + std::to_string(found.generation);
+
+    std::lock_guard<std::mutex> const guard(lock_);
+    for (Codeset* each = codesets_; each != nullptr; each = each->next) {
+        if (each->key == fresh->key) {
+            ++each->handles;
+            return each;
+        }
+    }
+    if (converter != nullptr)
+        buildFromConverter(*fresh, std::move(converter), found.directory.empty());
+    fresh->id = ++lastId_;
+    fresh->handles = 1;
+    fresh->next = codesets_;
+    codesets_ = fresh.release();
+    return codesets_;
+}
+
+void release(Codeset const* codeset)
+{
+    std::unique_ptr<Codeset> last;
+    std::lock_guard<std::mutex> const guard(lock_);
+    Codeset** place = &codesets_;
+    while (*place != codeset)
+        place = &(*place)->next;
+    if (--(*place)->handles == 0) {
+        last.reset(*place);
+        *place = last->next;
+    }
+}
+
+}  // namespace
+
+Codeset::~Codeset()
+{
+    ucnv_close(master);
+}
+
+Step decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n)
+{
+    uint32_t value = codeset.first[*s];
+    int length = 1;
+    while (value >= kTable && value < kLonger) {
+        if (static_cast<size_t>(length) == n)
+            return {kTruncated, 0};
+        value = codeset.tables[value - kTable][s[length]];
+        ++length;
+    }
+    if (value == kNoCharacter)
+        return {kInvalid, 0};
+    if (value != kLonger)
+        return {length, value};
+
+    ThreadConverter const converter(codeset);
+    if (converter.get() == nullptr)
+        return {kInvalid, 0};
+    char const* const text = reinterpret_cast<char const*>(s);
+    while (value == kLonger) {
+        if (static_cast<size_t>(length) == n)
+            return {kTruncated, 0};
+        if (s[length] == 0 || length == qvrMbLenMax)
+            return {kInvalid, 0};
+        ++length;
+        value = judge(converter.get(), text, static_cast<size_t>(length));
+    }
+    if (value == kNoCharacter)
+        return {kInvalid, 0};
+    return {length, value <= kMaxCodePoint ? exchanged(codeset, value) : value};
+}
+
+int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out)
+{
+    ThreadConverter const converter(codeset);
+    if (converter.get() == nullptr)
+        return kInvalid;
+    value = original(codeset, value);
+    UChar units[2] = {static_cast<UChar>(value), 0};
+    int count = 1;
+    if (value > 0xFFFF) {
+        units[0] = static_cast<UChar>(0xD7C0 + (value >> 10));
+        units[1] = static_cast<UChar>(0xDC00 + (value & 0x3FF));
+        count = 2;
+    }
+    UChar const* source = units;
+    char* const begin = reinterpret_cast<char*>(out);
+    char* end = begin;
+    UErrorCode rc = U_ZERO_ERROR;
+    ucnv_fromUnicode(converter.get(), &end, begin + qvrMbLenMax, &source, units + count, nullptr,
+                     true, &rc);
+    return U_SUCCESS(rc) && end > begin ? static_cast<int>(end - begin) : kInvalid;
+}
+
+}  // namespace qvr
+
+using namespace qvr;
+
+qvr_cs_t qvr_cs_new(char const* name)
+{
+    if (name == nullptr)
+        return nullptr;
+    try {
+        auto handle = std::make_unique<qvr_cs>();
+        handle->codeset = acquire(name);
+        handle->kind = handle->codeset->kind;
+        handle->ascii = handle->codeset->ascii;
+        return handle.release();
+    } catch (Unknown const&) {
+        return nullptr;
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}
+
+void qvr_cs_free(qvr_cs_t cs)
+{
+    if (cs == nullptr)
+        return;
+    release(cs->codeset);
+    delete cs;
+}

@@ -1,0 +1,279 @@
+#include <unicode/ucnv.h>
+#include <unicode/utf16.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "codeset_p.h"
+#include "converter_p.h"
+
+namespace qvr {
+namespace {
+
+// Where a conversion writes: never behind `end`.
+class Output {
+public:
+    Output(char* begin, size_t room) : begin_(bytes(begin)), at_(begin_), end_(begin_ + room) {}
+
+    unsigned char* at() { return at_; }
+    size_t room() const { return static_cast<size_t>(end_ - at_); }
+    ptrdiff_t written() const { return at_ - begin_; }
+    void advance(size_t n) { at_ += n; }
+
+    bool copy(unsigned char const* s, size_t n)
+    {
+        if (room() < n)
+            return false;
+        std::memcpy(at_, s, n);
+        at_ += n;
+        return true;
+    }
+
+    bool put(uint32_t value)
+    {
+        int const length = utf8Length(value);
+        if (room() < static_cast<size_t>(length))
+            return false;
+        encodeUtf8(value, length, at_);
+        at_ += length;
+        return true;
+    }
+
+private:
+    unsigned char* begin_;
+    unsigned char* at_;
+    unsigned char* end_;
+};
+
+// Copies valid UTF-8.
+ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
+{
+    for (size_t i = 0; i < n;) {
+        i += asciiRun(s + i, n - i);
+        if (i == n)
+            break;
+        Step const step = decodeUtf8(s + i, n - i);
+        if (step.length < 0)
+            return qvrInvalid;
+        i += static_cast<size_t>(step.length);
+    }
+    if (!out.copy(s, n))
+        return qvrNoRoom;
+    return out.written();
+}
+
+ptrdiff_t singleByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    DecodeTable const& table = cs.codeset->first;
+    for (size_t i = 0; i < n;) {
+        if (cs.ascii) {
+            size_t const run = asciiRun(s + i, n - i);
+            if (!out.copy(s + i, run))
+                return qvrNoRoom;
+            i += run;
+            if (i == n)
+                break;
+        }
+        uint32_t const value = table[s[i++]];
+        if (value == kNoCharacter)
+            return qvrInvalid;
+        if (!out.put(value))
+            return qvrNoRoom;
+    }
+    return out.written();
+}
+
+ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    for (size_t i = 0; i < n;) {
+        if (cs.ascii) {
+            size_t const run = asciiRun(s + i, n - i);
+            if (!out.copy(s + i, run))
+                return qvrNoRoom;
+            i += run;
+            if (i == n)
+                break;
+        }
+        Step const step = decodeUtf8(s + i, n - i);
+        if (step.length < 0)
+            return qvrInvalid;
+        unsigned char byte;
+        if (encodeSingleByte(*cs.codeset, step.value, &byte) < 0)
+            return qvrInvalid;
+        if (!out.copy(&byte, 1))
+            return qvrNoRoom;
+        i += static_cast<size_t>(step.length);
+    }
+    return out.written();
+}
+
+ptrdiff_t failure(UErrorCode rc)
+{
+    return rc == U_BUFFER_OVERFLOW_ERROR     ? qvrNoRoom
+           : rc == U_MEMORY_ALLOCATION_ERROR ? qvrNoMemory
+                                             : qvrInvalid;
+}
+
+constexpr size_t kUnits = 1024;     // of UTF-16 between the converter and UTF-8
+constexpr size_t kBlock = 1 << 16;  // bytes in one call of ICU, whose lengths have 31 bits
+static_assert(kBlock >= kUnits * 32, "what kUnits become must fit into a block");
+
+// Puts the characters straight for which ICU's table and ours differ, in one direction.
+void exchange(Codeset const& codeset, UChar* begin, UChar* end, char16_t Exchange::*from,
+              char16_t Exchange::*to)
+{
+    if (codeset.exchanges.empty())
+        return;
+    for (UChar* unit = begin; unit != end; ++unit) {
+        for (Exchange const& each : codeset.exchanges) {
+            if (each.*from == *unit) {
+                *unit = each.*to;
+                break;
+            }
+        }
+    }
+}
+
+// Appends UTF-16 units. `high` keeps the first half of a pair from one call to the next.
+ptrdiff_t appendUnits(UChar const* begin, UChar const* end, UChar& high, Output& out)
+{
+    for (UChar const* unit = begin; unit != end; ++unit) {
+        uint32_t value = *unit;
+        if (high != 0) {
+            if (!U16_IS_TRAIL(value))
+                return qvrInvalid;
+            value = static_cast<uint32_t>(U16_GET_SUPPLEMENTARY(high, value));
+            high = 0;
+        } else if (U16_IS_LEAD(value)) {
+            high = *unit;
+            continue;
+        } else if (U16_IS_TRAIL(value)) {
+            return qvrInvalid;
+        }
+        if (!out.put(value))
+            return qvrNoRoom;
+    }
+    return 0;
+}
+
+ptrdiff_t converterToUtf8(Codeset const& codeset, unsigned char const* s, size_t n, Output& out)
+{
+    ThreadConverter const converter(codeset);
+    if (converter.get() == nullptr)
+        return qvrNoMemory;
+    char const* source = reinterpret_cast<char const*>(s);
+    char const* const sourceEnd = source + n;
+    UChar units[kUnits];
+    UChar high = 0;
+    for (;;) {
+        char const* const blockEnd =
+            source + std::min<ptrdiff_t>(sourceEnd - source, ptrdiff_t{kBlock});
+        UChar* end = units;
+        UErrorCode rc = U_ZERO_ERROR;
+        ucnv_toUnicode(converter.get(), &end, units + kUnits, &source, blockEnd, nullptr,
+                       blockEnd == sourceEnd, &rc);
+        if (U_FAILURE(rc) && rc != U_BUFFER_OVERFLOW_ERROR)
+            return failure(rc);
+        exchange(codeset, units, end, &Exchange::icu, &Exchange::ours);
+        if (ptrdiff_t const failed = appendUnits(units, end, high, out); failed != 0)
+            return failed;
+        if (U_SUCCESS(rc) && blockEnd == sourceEnd)
+            break;
+    }
+    if (high != 0)
+        return qvrInvalid;
+    return out.written();
+}
+
+ptrdiff_t utf8ToConverter(Codeset const& codeset, unsigned char const* s, size_t n, Output& out)
+{
+    ThreadConverter const converter(codeset);
+    if (converter.get() == nullptr)
+        return qvrNoMemory;
+    UChar units[kUnits];
+    size_t i = 0;
+    do {
+        UChar* end = units;
+        while (i < n && end + 2 <= units + kUnits) {
+            Step const step = decodeUtf8(s + i, n - i);
+            if (step.length < 0)
+                return qvrInvalid;
+            i += static_cast<size_t>(step.length);
+            if (step.value > 0xFFFF) {
+                *end++ = static_cast<UChar>(U16_LEAD(step.value));
+                *end++ = static_cast<UChar>(U16_TRAIL(step.value));
+            } else {
+                *end++ = static_cast<UChar>(step.value);
+            }
+        }
+        exchange(codeset, units, end, &Exchange::ours, &Exchange::icu);
+        UChar const* source = units;
+        char* const begin = reinterpret_cast<char*>(out.at());
+        char* target = begin;
+        UErrorCode rc = U_ZERO_ERROR;
+        ucnv_fromUnicode(converter.get(), &target, begin + std::min(out.room(), kBlock), &source,
+                         end, nullptr, i == n, &rc);
+        if (U_FAILURE(rc))
+            return failure(rc);
+        out.advance(static_cast<size_t>(target - begin));
+    } while (i < n);
+    return out.written();
+}
+
+bool isUsable(qvr_cs_t cs, char const* src, size_t srcLen, char const* dst, size_t dstLen)
+{
+    return cs != nullptr && (src != nullptr || srcLen == 0) && (dst != nullptr || dstLen == 0);
+}
+
+}  // namespace
+}  // namespace qvr
+
+using namespace qvr;
+
+ptrdiff_t qvr_to_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen)
+{
+    if (!isUsable(cs, src, srcLen, dst, dstLen))
+        return qvrInvalid;
+    if (srcLen == 0)
+        return 0;
+    unsigned char const* const s = bytes(src);
+    Output out(dst, dstLen);
+    switch (cs->kind) {
+        case Kind::utf8:
+            return copyUtf8(s, srcLen, out);
+        case Kind::singleByte:
+            return singleByteToUtf8(*cs, s, srcLen, out);
+        default: {
+            size_t const run = cs->ascii ? asciiRun(s, srcLen) : 0;
+            if (!out.copy(s, run))
+                return qvrNoRoom;
+            if (run == srcLen)
+                return out.written();
+            return converterToUtf8(*cs->codeset, s + run, srcLen - run, out);
+        }
+    }
+}
+
+ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen)
+{
+    if (!isUsable(cs, src, srcLen, dst, dstLen))
+        return qvrInvalid;
+    if (srcLen == 0)
+        return 0;
+    unsigned char const* const s = bytes(src);
+    Output out(dst, dstLen);
+    switch (cs->kind) {
+        case Kind::utf8:
+            return copyUtf8(s, srcLen, out);
+        case Kind::singleByte:
+            return utf8ToSingleByte(*cs, s, srcLen, out);
+        default: {
+            size_t const run = cs->ascii ? asciiRun(s, srcLen) : 0;
+            if (!out.copy(s, run))
+                return qvrNoRoom;
+            if (run == srcLen)
+                return out.written();
+            return utf8ToConverter(*cs->codeset, s + run, srcLen - run, out);
+        }
+    }
+}

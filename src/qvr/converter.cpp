@@ -1,0 +1,141 @@
+#include <pthread.h>
+#include <unicode/ucnv_err.h>
+#include <unicode/utf16.h>
+
+#include <memory>
+#include <new>
+
+#include "converter_p.h"
+
+namespace qvr {
+namespace {
+
+// ICU's own stopping callbacks let ignorable characters vanish; these stop at every character.
+void stopToUnicode(void const*, UConverterToUnicodeArgs*, char const*, int32_t,
+                   UConverterCallbackReason, UErrorCode*)
+{
+}
+
+void stopFromUnicode(void const*, UConverterFromUnicodeArgs*, UChar const*, int32_t, UChar32,
+                     UConverterCallbackReason, UErrorCode*)
+{
+}
+
+// The converters that one thread used last.
+struct Kept {
+    static constexpr unsigned kRoom = 4;
+
+    struct Slot {
+        uint64_t id = 0;
+        UConverter* converter = nullptr;
+    };
+
+    Kept() = default;
+    Kept(Kept const&) = delete;
+    Kept& operator=(Kept const&) = delete;
+    ~Kept()
+    {
+        for (Slot const& each : slot)
+            ucnv_close(each.converter);
+    }
+
+    Slot slot[kRoom];
+    unsigned oldest = 0;
+};
+
+constinit pthread_once_t once_ = PTHREAD_ONCE_INIT;
+constinit pthread_key_t key_ = 0;  // of a thread's Kept
+constinit bool haveKey_ = false;   // false: the process has no key left, nothing is kept
+
+extern "C" void destroyKept(void* kept)
+{
+    delete static_cast<Kept*>(kept);
+}
+
+extern "C" void makeKey()
+{
+    haveKey_ = pthread_key_create(&key_, destroyKept) == 0;
+}
+
+// The calling thread's converters, or null when it cannot keep any.
+Kept* threadsKept()
+{
+    pthread_once(&once_, makeKey);
+    if (!haveKey_)
+        return nullptr;
+    auto* kept = static_cast<Kept*>(pthread_getspecific(key_));
+    if (kept == nullptr) {
+        kept = new (std::nothrow) Kept;
+        if (kept != nullptr && pthread_setspecific(key_, kept) != 0) {
+            delete kept;
+            kept = nullptr;
+        }
+    }
+    return kept;
+}
+
+}  // namespace
+
+bool makeStrict(UConverter* converter)
+{
+    UErrorCode rc = U_ZERO_ERROR;
+    ucnv_setToUCallBack(converter, stopToUnicode, nullptr, nullptr, nullptr, &rc);
+    ucnv_setFromUCallBack(converter, stopFromUnicode, nullptr, nullptr, nullptr, &rc);
+    ucnv_setFallback(converter, false);
+    return U_SUCCESS(rc);
+}
+
+ThreadConverter::ThreadConverter(Codeset const& codeset) : converter_(nullptr), kept_(false)
+{
+    Kept* const kept = threadsKept();
+    if (kept != nullptr) {
+        for (Kept::Slot const& slot : kept->slot) {
+            if (slot.id == codeset.id) {
+                converter_ = slot.converter;
+                kept_ = true;
+                ucnv_reset(converter_);
+                return;
+            }
+        }
+    }
+    UErrorCode rc = U_ZERO_ERROR;
+    converter_ = ucnv_clone(codeset.master, &rc);
+    if (U_FAILURE(rc)) {
+        ucnv_close(converter_);
+        converter_ = nullptr;
+        return;
+    }
+    if (kept != nullptr) {
+        Kept::Slot& slot = kept->slot[kept->oldest];
+        kept->oldest = (kept->oldest + 1) % Kept::kRoom;
+        ucnv_close(slot.converter);
+        slot = {codeset.id, converter_};
+        kept_ = true;
+    }
+}
+
+ThreadConverter::~ThreadConverter()
+{
+    if (!kept_)
+        ucnv_close(converter_);
+}
+
+uint32_t judge(UConverter* converter, char const* bytes, size_t n)
+{
+    UChar units[8];
+    UChar* end = units;
+    UErrorCode rc = U_ZERO_ERROR;
+    ucnv_resetToUnicode(converter);
+    ucnv_toUnicode(converter, &end, units + 8, &bytes, bytes + n, nullptr, true, &rc);
+    if (rc == U_TRUNCATED_CHAR_FOUND)
+        return kLonger;
+    if (U_FAILURE(rc) || end == units)
+        return kNoCharacter;
+    if (end - units == 1 && !U16_IS_SURROGATE(units[0]))
+        return units[0];
+    if (end - units == 2 && U16_IS_LEAD(units[0]) && U16_IS_TRAIL(units[1]))
+        return static_cast<uint32_t>(U16_GET_SUPPLEMENTARY(units[0], units[1]));
+    return kManyCodePoints;
+}
+
+}  // namespace qvr

@@ -1,0 +1,278 @@
+#include "locale_p.h"
+
+#include <errno.h>
+#include <langinfo.h>
+#include <locale.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "tables_p.h"
+
+namespace qvr {
+namespace {
+
+// A name that has not the form of a locale's.
+struct Malformed {};
+
+bool isLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isAlphanumeric(char c)
+{
+    return isLetter(c) || (c >= '0' && c <= '9');
+}
+
+bool isNameByte(char c)
+{
+    return c != 0 && (isAlphanumeric(c) || std::strchr("_-.:+=,", c) != nullptr);
+}
+
+template <class Test>
+void require(std::string_view part, size_t least, size_t most, Test test)
+{
+    if (part.size() < least || part.size() > most || !std::all_of(part.begin(), part.end(), test))
+        throw Malformed();
+}
+
+// ASCII, whatever locale is in force.
+std::string changed(std::string_view part, char first, char last, int by)
+{
+    std::string result(part);
+    for (char& c : result)
+        if (c >= first && c <= last)
+            c = static_cast<char>(c + by);
+    return result;
+}
+
+std::string lowered(std::string_view part)
+{
+    return changed(part, 'A', 'Z', 'a' - 'A');
+}
+
+std::string raised(std::string_view part)
+{
+    return changed(part, 'a', 'z', 'A' - 'a');
+}
+
+// Cuts off and returns what begins with `mark`, without it; empty when there is none.
+std::string_view cutFrom(std::string_view& text, char mark)
+{
+    size_t const at = text.find(mark);
+    if (at == std::string_view::npos)
+        return {};
+    std::string_view const part = text.substr(at + 1);
+    if (part.empty())
+        throw Malformed();
+    text = text.substr(0, at);
+    return part;
+}
+
+std::string canonicalLocale(char const* name)
+{
+    if (std::strlen(name) > kMaxName)
+        throw Malformed();
+    std::string const resolved = resolveLocale(name);
+    std::string_view language = resolved;
+    std::string_view const modifier = cutFrom(language, '@');
+    std::string_view const codeset = cutFrom(language, '.');
+    std::string_view const territory = cutFrom(language, '_');
+
+    bool const isC = language == "C" || language == "POSIX";
+    if (isC && !territory.empty())
+        throw Malformed();
+    if (!isC)
+        require(language, 2, 8, isLetter);
+    std::string canonical = isC ? std::string("C") : lowered(language);
+    if (!territory.empty()) {
+        require(territory, 2, 8, isAlphanumeric);
+        canonical += '_' + raised(territory);
+    }
+    if (!codeset.empty()) {
+        require(codeset, 1, kMaxName, isNameByte);
+        canonical += '.' + preferredCodesetName(std::string(codeset).c_str());
+    }
+    if (!modifier.empty()) {
+        require(modifier, 1, kMaxName, isNameByte);
+        canonical += '@' + lowered(modifier);
+    }
+    return canonical;
+}
+
+int write(std::string_view text, char* buf, size_t room)
+{
+    if (text.size() >= room)
+        return qvrNoRoom;
+    std::memcpy(buf, text.data(), text.size());
+    buf[text.size()] = 0;
+    return 0;
+}
+
+// What every function that fills a name does first.
+int prepare(char* buf, size_t room)
+{
+    if (buf == nullptr)
+        return qvrInvalid;
+    if (room == 0)
+        return qvrNoRoom;
+    *buf = 0;
+    return 0;
+}
+
+constexpr nl_item kDays[] = {DAY_1,   DAY_2,   DAY_3,   DAY_4,   DAY_5,   DAY_6,   DAY_7,
+                             ABDAY_1, ABDAY_2, ABDAY_3, ABDAY_4, ABDAY_5, ABDAY_6, ABDAY_7};
+constexpr nl_item kMonths[] = {MON_1,   MON_2,   MON_3,   MON_4,    MON_5,    MON_6,
+                               MON_7,   MON_8,   MON_9,   MON_10,   MON_11,   MON_12,
+                               ABMON_1, ABMON_2, ABMON_3, ABMON_4,  ABMON_5,  ABMON_6,
+                               ABMON_7, ABMON_8, ABMON_9, ABMON_10, ABMON_11, ABMON_12};
+constexpr nl_item kHalves[] = {AM_STR, PM_STR};
+
+constexpr char const* kEnglishDays[] = {"sunday", "monday",   "tuesday", "wednesday", "thursday",
+                                        "friday", "saturday", "sun",     "mon",       "tue",
+                                        "wed",    "thu",      "fri",     "sat"};
+constexpr char const* kEnglishMonths[] = {
+    "january",   "february", "march",    "april",    "may", "june", "july", "august",
+    "september", "october",  "november", "december", "jan", "feb",  "mar",  "apr",
+    "may",       "jun",      "jul",      "aug",      "sep", "oct",  "nov",  "dec"};
+constexpr char const* kEnglishHalves[] = {"am", "pm"};
+
+std::u32string fromAscii(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+struct LocaleFreer {
+    void operator()(locale_t locale) const { freelocale(locale); }
+};
+using LocalePtr = std::unique_ptr<std::remove_pointer_t<locale_t>, LocaleFreer>;
+
+struct CodesetFreer {
+    void operator()(qvr_cs_t cs) const { qvr_cs_free(cs); }
+};
+using CodesetPtr = std::unique_ptr<qvr_cs const, CodesetFreer>;
+
+// Reads a text of an operating system's locale; empty when it is not valid there.
+std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic, bool folded)
+{
+    std::u32string text;
+    for (char const* s = nl_langinfo_l(item, locale);;) {
+        uint32_t value;
+        int const length = qvr_mbtowc(cs, &value, s, qvrMbLenMax);
+        if (length < 0)
+            return {};
+        if (length == 0)
+            return text;
+        text += static_cast<char32_t>(folded ? fold(value, turkic) : value);
+        s += length;
+    }
+}
+
+// Takes what the operating system knows of the locale, in place of the English words.
+void readWords(char const* name, bool turkic, TimeWords& words)
+{
+    LocalePtr const locale(newlocale(LC_ALL_MASK, name, nullptr));
+    if (locale == nullptr) {
+        if (errno == ENOMEM)
+            throw std::bad_alloc();
+        return;
+    }
+    CodesetPtr const cs(qvr_cs_new(nl_langinfo_l(CODESET, locale.get())));
+    if (cs == nullptr)
+        return;
+    auto const take = [&](std::u32string& word, nl_item item, bool folded) {
+        std::u32string text = readText(locale.get(), cs.get(), item, turkic, folded);
+        if (!text.empty())
+            word = std::move(text);
+    };
+    for (size_t i = 0; i < words.days.size(); ++i)
+        take(words.days[i], kDays[i], true);
+    for (size_t i = 0; i < words.months.size(); ++i)
+        take(words.months[i], kMonths[i], true);
+    for (size_t i = 0; i < words.halves.size(); ++i)
+        take(words.halves[i], kHalves[i], true);
+    take(words.dateAndTime, D_T_FMT, false);
+    take(words.date, D_FMT, false);
+    take(words.time, T_FMT, false);
+    take(words.time12, T_FMT_AMPM, false);
+}
+
+}  // namespace
+
+TimeWords englishWords()
+{
+    TimeWords words;
+    std::transform(std::begin(kEnglishDays), std::end(kEnglishDays), words.days.begin(), fromAscii);
+    std::transform(std::begin(kEnglishMonths), std::end(kEnglishMonths), words.months.begin(),
+                   fromAscii);
+    std::transform(std::begin(kEnglishHalves), std::end(kEnglishHalves), words.halves.begin(),
+                   fromAscii);
+    words.dateAndTime = U"%a %b %e %H:%M:%S %Y";
+    words.date = U"%m/%d/%y";
+    words.time = U"%H:%M:%S";
+    words.time12 = U"%I:%M:%S %p";
+    return words;
+}
+
+}  // namespace qvr
+
+using namespace qvr;
+
+int qvr_os_lang_name(char* buf, size_t room)
+{
+    if (int const failed = prepare(buf, room); failed != 0)
+        return failed;
+    return write(setlocale(LC_CTYPE, nullptr), buf, room);
+}
+
+int qvr_os_cs_name(char* buf, size_t room)
+{
+    if (int const failed = prepare(buf, room); failed != 0)
+        return failed;
+    return write(nl_langinfo(CODESET), buf, room);
+}
+
+int qvr_canonical_loc(char const* osName, char* buf, size_t room)
+{
+    int failed = qvrInvalid;
+    try {
+        // Before anything is written: both arguments may be the same.
+        std::string const canonical = canonicalLocale(osName == nullptr ? "" : osName);
+        failed = prepare(buf, room);
+        return failed != 0 ? failed : write(canonical, buf, room);
+    } catch (Malformed const&) {
+    } catch (std::bad_alloc const&) {
+        failed = qvrNoMemory;
+    }
+    prepare(buf, room);
+    return failed;
+}
+
+qvr_loc_t qvr_loc_new(char const* name)
+{
+    if (name == nullptr)
+        return nullptr;
+    try {
+        std::string const canonical = canonicalLocale(name);
+        std::string const language = canonical.substr(0, canonical.find_first_of("_.@"));
+        auto loc = std::make_unique<qvr_loc>();
+        loc->turkic = language == "tr" || language == "az";
+        loc->words = englishWords();
+        readWords(canonical.c_str(), loc->turkic, loc->words);
+        return loc.release();
+    } catch (Malformed const&) {
+        return nullptr;
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}
+
+void qvr_loc_free(qvr_loc_t loc)
+{
+    delete loc;
+}

@@ -1,0 +1,222 @@
+#include <cstring>
+#include <string_view>
+
+#include "codeset_p.h"
+
+// Text is walked in units: whole characters, and single invalid bytes between them. Two units are
+// the same when their bytes are.
+
+namespace qvr {
+namespace {
+
+constinit thread_local char* rest_ = nullptr;  // where qvr_strtok goes on
+
+using Unit = std::string_view;
+
+Unit unitAt(qvr_cs const& cs, char const* s)
+{
+    return {s, *s == 0 ? 0 : unitLength(cs, bytes(s))};  // empty at the terminator
+}
+
+Unit nextUnit(qvr_cs const& cs, Unit unit)
+{
+    return unitAt(cs, unit.data() + unit.size());
+}
+
+bool isAscii(char const* s)
+{
+    for (; *s != 0; ++s)
+        if (static_cast<unsigned char>(*s) >= 0x80)
+            return false;
+    return true;
+}
+
+// Whether libc's function, which takes each byte for a character, gives the same answer: in UTF-8
+// no byte below 0x80 is a part of a longer character.
+bool isForLibc(qvr_cs const& cs, char const* set)
+{
+    return cs.kind == Kind::singleByte || (cs.kind == Kind::utf8 && isAscii(set));
+}
+
+bool isForLibc(qvr_cs const& cs, char c)
+{
+    return cs.kind == Kind::singleByte || c == 0 ||
+           (cs.kind == Kind::utf8 && static_cast<unsigned char>(c) < 0x80);
+}
+
+bool isIn(qvr_cs const& cs, Unit unit, char const* set)
+{
+    for (Unit each = unitAt(cs, set); !each.empty(); each = nextUnit(cs, each))
+        if (each == unit)
+            return true;
+    return false;
+}
+
+// The first unit of `s` for which being in `set` is `wanted`; its terminator when there is none.
+char const* findInSet(qvr_cs const& cs, char const* s, char const* set, bool wanted)
+{
+    Unit unit = unitAt(cs, s);
+    while (!unit.empty() && isIn(cs, unit, set) != wanted)
+        unit = nextUnit(cs, unit);
+    return unit.data();
+}
+
+char const* skip(qvr_cs const& cs, char const* s, char const* set)
+{
+    return isForLibc(cs, set) ? s + std::strspn(s, set) : findInSet(cs, s, set, false);
+}
+
+char const* skipOther(qvr_cs const& cs, char const* s, char const* set)
+{
+    return isForLibc(cs, set) ? s + std::strcspn(s, set) : findInSet(cs, s, set, true);
+}
+
+// Whether the units at `s` begin with those of `needle`.
+bool beginsWith(qvr_cs const& cs, char const* s, char const* needle)
+{
+    for (Unit part = unitAt(cs, needle); !part.empty(); part = nextUnit(cs, part)) {
+        if (unitAt(cs, s) != part)
+            return false;
+        s += part.size();
+    }
+    return true;
+}
+
+bool isValidUtf8(char const* s)
+{
+    while (*s != 0) {
+        int const length = decodeUtf8(bytes(s), SIZE_MAX).length;
+        if (length < 0)
+            return false;
+        s += length;
+    }
+    return true;
+}
+
+// The length of as many whole units of `s` as `n` bytes hold, of which none behind is read.
+size_t wholeUnits(qvr_cs const& cs, char const* s, size_t n)
+{
+    size_t length = 0;
+    while (length < n && s[length] != 0) {
+        int const step = decode(cs, bytes(s) + length, n - length).length;
+        if (step == kTruncated)
+            break;
+        length += step > 0 ? static_cast<size_t>(step) : 1;
+    }
+    return length;
+}
+
+char* writable(char const* s)
+{
+    return const_cast<char*>(s);  // as the functions of <string.h> do
+}
+
+}  // namespace
+}  // namespace qvr
+
+using namespace qvr;
+
+char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle)
+{
+    if (cs == nullptr || s == nullptr || needle == nullptr)
+        return nullptr;
+    // In UTF-8 no whole character lies inside another one, nor across two.
+    if (cs->kind == Kind::singleByte || (cs->kind == Kind::utf8 && isValidUtf8(needle)))
+        return writable(std::strstr(s, needle));
+    if (*needle == 0)
+        return writable(s);
+    for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
+        if (beginsWith(*cs, unit.data(), needle))
+            return writable(unit.data());
+    return nullptr;
+}
+
+char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set)
+{
+    if (cs == nullptr || s == nullptr || set == nullptr)
+        return nullptr;
+    char const* const found = skipOther(*cs, s, set);
+    return *found == 0 ? nullptr : writable(found);
+}
+
+char* qvr_strtok(qvr_cs_t cs, char* s, char const* delimiters)
+{
+    if (cs == nullptr || delimiters == nullptr)
+        return nullptr;
+    if (s == nullptr)
+        s = rest_;
+    rest_ = nullptr;
+    if (s == nullptr)
+        return nullptr;
+    char* const token = writable(skip(*cs, s, delimiters));
+    if (*token == 0)
+        return nullptr;
+    char* const end = writable(skipOther(*cs, token, delimiters));
+    if (*end != 0) {
+        rest_ = end + unitLength(*cs, bytes(end));
+        *end = 0;
+    }
+    return token;
+}
+
+size_t qvr_strspn(qvr_cs_t cs, char const* s, char const* set)
+{
+    if (cs == nullptr || s == nullptr || set == nullptr)
+        return 0;
+    return static_cast<size_t>(skip(*cs, s, set) - s);
+}
+
+size_t qvr_strcspn(qvr_cs_t cs, char const* s, char const* set)
+{
+    if (cs == nullptr || s == nullptr || set == nullptr)
+        return 0;
+    return static_cast<size_t>(skipOther(*cs, s, set) - s);
+}
+
+char* qvr_strncat(qvr_cs_t cs, char* dst, char const* src, size_t n)
+{
+    if (cs == nullptr || dst == nullptr || src == nullptr)
+        return nullptr;
+    size_t const length = wholeUnits(*cs, src, n);
+    char* const end = dst + std::strlen(dst);
+    std::memcpy(end, src, length);
+    end[length] = 0;
+    return dst;
+}
+
+char* qvr_strncpy(qvr_cs_t cs, char* dst, char const* src, size_t n)
+{
+    if (cs == nullptr || dst == nullptr || src == nullptr)
+        return nullptr;
+    size_t const length = wholeUnits(*cs, src, n);
+    std::memcpy(dst, src, length);
+    std::memset(dst + length, 0, n - length);
+    return dst;
+}
+
+char* qvr_strrchr(qvr_cs_t cs, char const* s, int c)
+{
+    if (cs == nullptr || s == nullptr)
+        return nullptr;
+    char const wanted = static_cast<char>(c);
+    if (isForLibc(*cs, wanted))
+        return writable(std::strrchr(s, wanted));
+    char const* found = nullptr;
+    for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
+        if (unit.size() == 1 && unit[0] == wanted)
+            found = unit.data();
+    return writable(found);
+}
+
+char* qvr_strchr(qvr_cs_t cs, char const* s, int c)
+{
+    if (cs == nullptr || s == nullptr)
+        return nullptr;
+    char const wanted = static_cast<char>(c);
+    if (isForLibc(*cs, wanted))
+        return writable(std::strchr(s, wanted));
+    for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
+        if (unit.size() == 1 && unit[0] == wanted)
+            return writable(unit.data());
+    return nullptr;
+}

@@ -1,0 +1,306 @@
+#include "tables_p.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unicode/ucnv.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "qvr.h"
+
+namespace qvr {
+namespace {
+
+struct BuiltIn {
+    char const* alias;
+    char const* name;
+};
+
+// Names that ICU does not know, or gives another meaning than the operating system does.
+constexpr BuiltIn kCodesets[] = {
+    {"ANSI_X3.4-1968", "US-ASCII"},
+    {"ASCII", "US-ASCII"},
+    {"UTF8", "UTF-8"},
+    {"SJIS", "Shift_JIS"},
+    {"CP932", "windows-31j"},
+    {"UHC", "windows-949"},
+    {"CP949", "windows-949"},
+    {"CP936", "GBK"},
+    {"CP950", "windows-950"},
+    {"CP874", "windows-874"},
+    // ICU's own choice writes kanji of JIS X 0212 as bytes that no other program reads.
+    {"EUC-JP", "ibm-954_P101-2007"},
+    {"eucJIS", "ibm-954_P101-2007"},
+    {"UJIS", "ibm-954_P101-2007"},
+    {"X-EUC-JP", "ibm-954_P101-2007"},
+    {"csEUCPkdFmtJapanese", "ibm-954_P101-2007"},
+    {"Extended_UNIX_Code_Packed_Format_for_Japanese", "ibm-954_P101-2007"},
+    {"ISO_8859-16:2001", "ISO-8859-16"},
+    {"iso-ir-226", "ISO-8859-16"},
+    {"latin10", "ISO-8859-16"},
+    {"l10", "ISO-8859-16"},
+};
+
+// Preferred names that ICU does not have.
+constexpr char const* kPreferred[] = {"ISO-8859-11", "ISO-8859-16"};
+
+constexpr BuiltIn kLocales[] = {
+    {"bokmal", "nb_NO.ISO-8859-1"},    {"catalan", "ca_ES.ISO-8859-1"},
+    {"croatian", "hr_HR.ISO-8859-2"},  {"czech", "cs_CZ.ISO-8859-2"},
+    {"danish", "da_DK.ISO-8859-1"},    {"dutch", "nl_NL.ISO-8859-1"},
+    {"estonian", "et_EE.ISO-8859-1"},  {"finnish", "fi_FI.ISO-8859-1"},
+    {"french", "fr_FR.ISO-8859-1"},    {"galician", "gl_ES.ISO-8859-1"},
+    {"german", "de_DE.ISO-8859-1"},    {"greek", "el_GR.ISO-8859-7"},
+    {"hebrew", "he_IL.ISO-8859-8"},    {"hungarian", "hu_HU.ISO-8859-2"},
+    {"icelandic", "is_IS.ISO-8859-1"}, {"italian", "it_IT.ISO-8859-1"},
+    {"japanese", "ja_JP.EUC-JP"},      {"japanese.euc", "ja_JP.EUC-JP"},
+    {"japanese.sjis", "ja_JP.SJIS"},   {"korean", "ko_KR.EUC-KR"},
+    {"korean.euc", "ko_KR.EUC-KR"},    {"lithuanian", "lt_LT.ISO-8859-13"},
+    {"norwegian", "nb_NO.ISO-8859-1"}, {"nynorsk", "nn_NO.ISO-8859-1"},
+    {"polish", "pl_PL.ISO-8859-2"},    {"portuguese", "pt_PT.ISO-8859-1"},
+    {"romanian", "ro_RO.ISO-8859-2"},  {"russian", "ru_RU.ISO-8859-5"},
+    {"slovak", "sk_SK.ISO-8859-2"},    {"slovenian", "sl_SI.ISO-8859-2"},
+    {"spanish", "es_ES.ISO-8859-1"},   {"swedish", "sv_SE.ISO-8859-1"},
+    {"thai", "th_TH.TIS-620"},         {"turkish", "tr_TR.ISO-8859-9"},
+};
+
+struct Alias {
+    std::string alias;
+    std::string name;
+};
+
+// What one directory gives.
+struct Tables {
+    uint64_t generation = 0;
+    std::string converterDirectory;
+    std::vector<Alias> codesets;
+    std::vector<Alias> locales;
+    std::vector<std::string> converters;  // names of the converter files, without ".cnv"
+};
+
+constinit std::mutex lock_;
+constinit Tables* tables_ = nullptr;     // guarded by lock_; null until a directory is given
+constinit uint64_t lastGeneration_ = 0;  // guarded by lock_
+
+using Compare = bool (*)(char const*, char const*);
+
+bool sameCodeset(char const* a, char const* b)
+{
+    return ucnv_compareNames(a, b) == 0;
+}
+
+bool sameLocale(char const* a, char const* b)
+{
+    return strcasecmp(a, b) == 0;
+}
+
+// A table of the directory that cannot be used: qvr_set_dir fails and changes nothing.
+struct BadTable {};
+
+constexpr size_t kMaxTable = 1 << 20;  // bytes; a table is some kilobytes at most
+
+// Reads a whole file; false when there is none.
+bool readFile(std::string const& path, std::string& text)
+{
+    // Not blocking, so that a FIFO in the place of a table is refused instead of waited for.
+    int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return false;
+        throw BadTable();
+    }
+    struct Closer {
+        int fd;
+        ~Closer() { close(fd); }
+    } const closer{fd};
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > static_cast<off_t>(kMaxTable))
+        throw BadTable();
+    char block[4096];
+    for (;;) {
+        ssize_t const got = read(fd, block, sizeof block);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0 || text.size() > kMaxTable)
+            throw BadTable();
+        if (got == 0)
+            return true;
+        text.append(block, static_cast<size_t>(got));
+    }
+}
+
+// The next word of a line; empty at its end.
+std::string_view takeWord(std::string_view& line)
+{
+    constexpr std::string_view kBlanks = " \t\r";
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+    std::string_view const word = line.substr(0, line.find_first_of(kBlanks));
+    line.remove_prefix(word.size());
+    return word;
+}
+
+bool isName(std::string_view word)
+{
+    return !word.empty() && word.size() <= kMaxName &&
+           std::all_of(word.begin(), word.end(),
+                       [](char c) { return c > ' ' && c < 0x7F && c != '/' && c != '\\'; });
+}
+
+// Parses a table: on each line an alias and the name it stands for, "#" begins a comment.
+std::vector<Alias> readTable(std::string const& path, Compare same)
+{
+    std::vector<Alias> rows;
+    std::string text;
+    if (!readFile(path, text))
+        return rows;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        line = line.substr(0, line.find('#'));
+        std::string_view const alias = takeWord(line);
+        std::string_view const name = takeWord(line);
+        if (alias.empty())
+            continue;
+        if (!isName(alias) || !isName(name) || !takeWord(line).empty())
+            throw BadTable();
+        Alias row{std::string(alias), std::string(name)};
+        for (Alias const& other : rows)
+            if (same(other.alias.c_str(), row.alias.c_str()))
+                throw BadTable();
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+std::vector<std::string> readConverterNames(std::string const& directory)
+{
+    constexpr std::string_view kSuffix = ".cnv";
+    std::vector<std::string> names;
+    std::unique_ptr<DIR, int (*)(DIR*)> const stream(opendir(directory.c_str()), closedir);
+    if (stream == nullptr) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return names;
+        if (errno == ENOMEM)
+            throw std::bad_alloc();
+        throw BadTable();
+    }
+    while (dirent const* const entry = readdir(stream.get())) {
+        std::string_view file = entry->d_name;
+        if (file.size() <= kSuffix.size() || file.substr(file.size() - kSuffix.size()) != kSuffix)
+            continue;
+        file.remove_suffix(kSuffix.size());
+        if (isName(file))
+            names.emplace_back(file);
+    }
+    return names;
+}
+
+template <class Rows>
+char const* find(Rows const& rows, char const* name, Compare same)
+{
+    for (auto const& row : rows) {
+        std::string_view const alias = row.alias;
+        if (same(alias.data(), name))
+            return std::string_view(row.name).data();
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+CodesetName resolveCodeset(char const* name)
+{
+    CodesetName found{name, {}, 0};
+    {
+        std::lock_guard<std::mutex> const guard(lock_);
+        if (tables_ != nullptr) {
+            if (char const* const other = find(tables_->codesets, name, sameCodeset))
+                found.name = other;
+            for (std::string const& converter : tables_->converters) {
+                if (!sameCodeset(converter.c_str(), found.name.c_str()))
+                    continue;
+                found.name = converter;
+                found.directory = tables_->converterDirectory;
+                found.generation = tables_->generation;
+                return found;
+            }
+        }
+    }
+    if (char const* const other = find(kCodesets, found.name.c_str(), sameCodeset))
+        found.name = other;
+    return found;
+}
+
+std::string preferredCodesetName(char const* name)
+{
+    std::string const resolved = resolveCodeset(name).name;
+    // The name as it is first: what it resolves to may be a table of ICU's without other names.
+    for (char const* each : {name, resolved.c_str()}) {
+        for (char const* standard : {"MIME", "IANA"}) {
+            UErrorCode rc = U_ZERO_ERROR;
+            char const* const preferred = ucnv_getStandardName(each, standard, &rc);
+            if (U_SUCCESS(rc) && preferred != nullptr)
+                return preferred;
+        }
+        for (char const* preferred : kPreferred)
+            if (sameCodeset(each, preferred))
+                return preferred;
+    }
+    return name;
+}
+
+std::string resolveLocale(char const* name)
+{
+    std::string found = name;
+    {
+        std::lock_guard<std::mutex> const guard(lock_);
+        if (tables_ != nullptr)
+            if (char const* const other = find(tables_->locales, name, sameLocale))
+                found = other;
+    }
+    if (char const* const other = find(kLocales, found.c_str(), sameLocale))
+        found = other;
+    return found;
+}
+
+}  // namespace qvr
+
+using namespace qvr;
+
+int qvr_set_dir(char const* dir)
+{
+    if (dir == nullptr)
+        return qvrInvalid;
+    try {
+        std::string const directory = dir;
+        auto fresh = std::make_unique<Tables>();
+        if (!directory.empty()) {  // an empty name is no directory, not the root
+            fresh->converterDirectory = directory + "/converters";
+            fresh->codesets = readTable(directory + "/codesets.alias", sameCodeset);
+            fresh->locales = readTable(directory + "/locales.alias", sameLocale);
+            fresh->converters = readConverterNames(fresh->converterDirectory);
+        }
+
+        std::lock_guard<std::mutex> const guard(lock_);
+        fresh->generation = ++lastGeneration_;
+        std::unique_ptr<Tables> const old(tables_);
+        tables_ = fresh.release();
+        return 0;
+    } catch (BadTable const&) {
+        return qvrInvalid;
+    } catch (std::bad_alloc const&) {
+        return qvrNoMemory;
+    }
+}

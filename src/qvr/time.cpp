@@ -1,0 +1,431 @@
+#include <new>
+#include <string_view>
+
+#include "codeset_p.h"
+#include "locale_p.h"
+
+namespace qvr {
+namespace {
+
+constexpr int kMonthStart[2][13] = {
+    {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
+    {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366},
+};
+
+bool isLeap(int year)
+{
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+// The day of the week of the first of January.
+int newYearsDay(int year)
+{
+    int const before = year + 399;  // in the same place of the calendar's 400 years, and positive
+    return (before + before / 4 - before / 100 + before / 400 + 1) % 7;
+}
+
+// The two things a format can be: bytes in the caller's codeset, or a form of the locale's.
+class CodesetFormat {
+public:
+    CodesetFormat(qvr_cs const& cs, char const* s) : cs_(&cs), s_(s) {}
+
+    // Takes the next character; 0 at the end. False when it is not valid.
+    bool next(uint32_t& value)
+    {
+        int const length = qvr_mbtowc(cs_, &value, s_, SIZE_MAX);
+        s_ += length > 0 ? length : 0;
+        return length >= 0;
+    }
+
+private:
+    qvr_cs_t cs_;
+    char const* s_;
+};
+
+class WideFormat {
+public:
+    explicit WideFormat(std::u32string_view text) : rest_(text) {}
+
+    bool next(uint32_t& value)
+    {
+        value = rest_.empty() ? 0 : rest_.front();
+        rest_ = rest_.substr(rest_.empty() ? 0 : 1);
+        return true;
+    }
+
+private:
+    std::u32string_view rest_;
+};
+
+// Reads one text.
+class TimeReader {
+public:
+    TimeReader(qvr_cs const& cs, bool turkic, TimeWords const& words, char const* s,
+               tm const& start)
+        : cs_(cs), turkic_(turkic), words_(words), s_(s), time_(start)
+    {
+    }
+
+    template <class Format>
+    bool read(Format format, int depth = 0);
+
+    // Works out what follows from the fields that were read.
+    bool finish();
+
+    char const* position() const { return s_; }
+    tm const& time() const { return time_; }
+
+private:
+    // The character at `s`, and in `length` its bytes: 0 at the end, also where text is invalid.
+    uint32_t at(char const* s, int& length) const
+    {
+        uint32_t value = 0;
+        length = qvr_mbtowc(&cs_, &value, s, SIZE_MAX);
+        if (length < 0)
+            length = 0;
+        return value;
+    }
+
+    void skipSpace()
+    {
+        int length;
+        while (qvr_iswspace(at(s_, length)))
+            s_ += length;
+    }
+
+    bool takeLiteral(uint32_t wanted)
+    {
+        int length;
+        if (at(s_, length) != wanted || length == 0)
+            return false;
+        s_ += length;
+        return true;
+    }
+
+    bool takeDigit(int& digit)
+    {
+        int length;
+        uint32_t const value = at(s_, length);
+        if (!qvr_iswdigit(value))
+            return false;
+        digit = static_cast<int>(value - '0');
+        s_ += length;
+        return true;
+    }
+
+    bool takeNumber(int least, int most, int& value);
+    bool takeWord(std::u32string const* words, int count, int& index);
+    bool takeZone();
+    bool takeEpoch();
+    bool convert(uint32_t conversion, int depth);
+    void setMonthAndDay(int year);
+
+    qvr_cs const& cs_;
+    bool const turkic_;
+    TimeWords const& words_;
+    char const* s_;
+    tm time_;
+
+    bool haveYear_ = false;
+    bool haveMonth_ = false;
+    bool haveDay_ = false;
+    bool haveDayOfYear_ = false;
+    bool haveDayOfWeek_ = false;
+    int century_ = -1;
+    int yearOfCentury_ = -1;
+    int week_ = -1;
+    int weekBegins_ = 0;  // 0 Sunday, 1 Monday
+    bool halfDay_ = false;
+    bool afternoon_ = false;
+};
+
+// Reads digits as long as one more could still give a number up to `most`.
+bool TimeReader::takeNumber(int least, int most, int& value)
+{
+    skipSpace();
+    int number;
+    if (!takeDigit(number))
+        return false;
+    int digit;
+    for (int rest = most; rest >= 10 && number * 10 <= most && takeDigit(digit); rest /= 10)
+        number = number * 10 + digit;
+    if (number < least || number > most)
+        return false;
+    value = number;
+    return true;
+}
+
+// Reads the longest of the words that the text begins with.
+bool TimeReader::takeWord(std::u32string const* words, int count, int& index)
+{
+    char const* longest = nullptr;
+    for (int i = 0; i < count; ++i) {
+        char const* s = s_;
+        bool same = true;
+        for (char32_t const wanted : words[i]) {
+            int length;
+            uint32_t const value = at(s, length);
+            same = length > 0 && fold(value, turkic_) == wanted;
+            if (!same)
+                break;
+            s += length;
+        }
+        if (same && s > s_ && (longest == nullptr || s > longest)) {
+            longest = s;
+            index = i;
+        }
+    }
+    if (longest == nullptr)
+        return false;
+    s_ = longest;
+    return true;
+}
+
+bool TimeReader::takeZone()
+{
+    skipSpace();
+    if (takeLiteral('Z')) {
+        time_.tm_gmtoff = 0;
+        return true;
+    }
+    bool const west = takeLiteral('-');
+    if (!west && !takeLiteral('+'))
+        return false;
+    int part[4] = {};
+    if (!takeDigit(part[0]) || !takeDigit(part[1]))
+        return false;
+    bool const colon = takeLiteral(':');
+    if (takeDigit(part[2])) {
+        if (!takeDigit(part[3]))
+            return false;
+    } else if (colon) {
+        return false;
+    }
+    int const hours = part[0] * 10 + part[1];
+    int const minutes = part[2] * 10 + part[3];
+    if (hours > 14 || minutes > 59)
+        return false;
+    time_.tm_gmtoff = (west ? -1L : 1L) * (hours * 3600 + minutes * 60);
+    return true;
+}
+
+bool TimeReader::takeEpoch()
+{
+    skipSpace();
+    int digit;
+    if (!takeDigit(digit))
+        return false;
+    time_t seconds = digit;
+    while (takeDigit(digit))
+        if (__builtin_mul_overflow(seconds, 10, &seconds) ||
+            __builtin_add_overflow(seconds, digit, &seconds))
+            return false;
+    return localtime_r(&seconds, &time_) != nullptr;
+}
+
+bool TimeReader::convert(uint32_t conversion, int depth)
+{
+    int value;
+    switch (conversion) {
+        case '%':
+            return takeLiteral('%');
+        case 'n':
+        case 't':
+            skipSpace();
+            return true;
+        case 'a':
+        case 'A':
+            if (!takeWord(words_.days.data(), 14, value))
+                return false;
+            time_.tm_wday = value % 7;
+            haveDayOfWeek_ = true;
+            return true;
+        case 'b':
+        case 'B':
+        case 'h':
+            if (!takeWord(words_.months.data(), 24, value))
+                return false;
+            time_.tm_mon = value % 12;
+            haveMonth_ = true;
+            return true;
+        case 'c':
+            return read(WideFormat(words_.dateAndTime), depth + 1);
+        case 'x':
+            return read(WideFormat(words_.date), depth + 1);
+        case 'X':
+            return read(WideFormat(words_.time), depth + 1);
+        case 'r':
+            return read(WideFormat(words_.time12), depth + 1);
+        case 'D':
+            return read(WideFormat(U"%m/%d/%y"), depth + 1);
+        case 'F':
+            return read(WideFormat(U"%Y-%m-%d"), depth + 1);
+        case 'R':
+            return read(WideFormat(U"%H:%M"), depth + 1);
+        case 'T':
+            return read(WideFormat(U"%H:%M:%S"), depth + 1);
+        case 'C':
+            haveYear_ = true;
+            return takeNumber(0, 99, century_);
+        case 'y':
+            haveYear_ = true;
+            return takeNumber(0, 99, yearOfCentury_);
+        case 'Y':
+            if (!takeNumber(0, 9999, value))
+                return false;
+            haveYear_ = true;
+            century_ = value / 100;
+            yearOfCentury_ = value % 100;
+            return true;
+        case 'm':
+            if (!takeNumber(1, 12, value))
+                return false;
+            time_.tm_mon = value - 1;
+            haveMonth_ = true;
+            return true;
+        case 'd':
+        case 'e':
+            haveDay_ = true;
+            return takeNumber(1, 31, time_.tm_mday);
+        case 'j':
+            if (!takeNumber(1, 366, value))
+                return false;
+            time_.tm_yday = value - 1;
+            haveDayOfYear_ = true;
+            return true;
+        case 'U':
+        case 'W':
+            weekBegins_ = conversion == 'W' ? 1 : 0;
+            return takeNumber(0, 53, week_);
+        case 'w':
+            haveDayOfWeek_ = true;
+            return takeNumber(0, 6, time_.tm_wday);
+        case 'u':
+            if (!takeNumber(1, 7, value))
+                return false;
+            time_.tm_wday = value % 7;
+            haveDayOfWeek_ = true;
+            return true;
+        case 'H':
+        case 'k':
+            halfDay_ = false;
+            return takeNumber(0, 23, time_.tm_hour);
+        case 'I':
+        case 'l':
+            if (!takeNumber(1, 12, value))
+                return false;
+            time_.tm_hour = value % 12;
+            halfDay_ = true;
+            return true;
+        case 'p':
+            if (!takeWord(words_.halves.data(), 2, value))
+                return false;
+            afternoon_ = value == 1;
+            return true;
+        case 'M':
+            return takeNumber(0, 59, time_.tm_min);
+        case 'S':
+            return takeNumber(0, 61, time_.tm_sec);  // two leap seconds, as of old
+        case 's':
+            return takeEpoch();
+        case 'z':
+            return takeZone();
+        default:
+            return false;
+    }
+}
+
+template <class Format>
+bool TimeReader::read(Format format, int depth)
+{
+    constexpr int kDeepest = 3;  // a locale's form may name another one, but not itself
+    if (depth > kDeepest)
+        return false;
+    for (;;) {
+        uint32_t c;
+        if (!format.next(c))
+            return false;
+        if (c == 0)
+            return true;
+        if (qvr_iswspace(c)) {
+            skipSpace();
+            continue;
+        }
+        if (c != '%') {
+            if (!takeLiteral(c))
+                return false;
+            continue;
+        }
+        if (!format.next(c))
+            return false;
+        if ((c == 'E' || c == 'O') && !format.next(c))
+            return false;
+        if (!convert(c, depth))
+            return false;
+    }
+}
+
+// Finds month and day from the day of the year.
+void TimeReader::setMonthAndDay(int year)
+{
+    int const* const start = kMonthStart[isLeap(year)];
+    int month = 0;
+    while (start[month + 1] <= time_.tm_yday)
+        ++month;
+    time_.tm_mon = month;
+    time_.tm_mday = time_.tm_yday - start[month] + 1;
+    haveMonth_ = haveDay_ = true;
+}
+
+bool TimeReader::finish()
+{
+    if (halfDay_ && afternoon_)
+        time_.tm_hour += 12;
+    if (yearOfCentury_ >= 0 && century_ < 0)
+        century_ = yearOfCentury_ < 69 ? 20 : 19;
+    if (century_ >= 0)
+        time_.tm_year = century_ * 100 + (yearOfCentury_ < 0 ? 0 : yearOfCentury_) - 1900;
+    if (!haveYear_)
+        return true;
+
+    int const year = time_.tm_year + 1900;
+    int const first = newYearsDay(year);
+    bool const haveDate = haveMonth_ && haveDay_;
+    if (!haveDate && !haveDayOfYear_ && week_ >= 0 && haveDayOfWeek_) {
+        int const firstWeek = (7 - (first - weekBegins_)) % 7;  // its first day in the year
+        time_.tm_yday = firstWeek + (week_ - 1) * 7 + (time_.tm_wday - weekBegins_ + 7) % 7;
+        haveDayOfYear_ = true;
+    }
+    if (haveDayOfYear_ && (time_.tm_yday < 0 || time_.tm_yday >= kMonthStart[isLeap(year)][12]))
+        return false;  // not a day of this year
+    if (haveDate && !haveDayOfYear_) {
+        time_.tm_yday = kMonthStart[isLeap(year)][time_.tm_mon] + time_.tm_mday - 1;
+        haveDayOfYear_ = true;
+    } else if (haveDayOfYear_ && !haveDate) {
+        setMonthAndDay(year);
+    }
+    if (haveDayOfYear_ && !haveDayOfWeek_)
+        time_.tm_wday = (first + time_.tm_yday) % 7;
+    return true;
+}
+
+}  // namespace
+}  // namespace qvr
+
+using namespace qvr;
+
+char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format, struct tm* result)
+{
+    if (cs == nullptr || s == nullptr || format == nullptr || result == nullptr)
+        return nullptr;
+    try {
+        TimeWords const english = loc == nullptr ? englishWords() : TimeWords();
+        TimeReader reader(*cs, isTurkic(loc), loc == nullptr ? english : loc->words, s, *result);
+        if (!reader.read(CodesetFormat(*cs, format)) || !reader.finish())
+            return nullptr;
+        *result = reader.time();
+        return const_cast<char*>(reader.position());
+    } catch (std::bad_alloc const&) {
+        return nullptr;
+    }
+}

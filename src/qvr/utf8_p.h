@@ -1,0 +1,115 @@
+// utf8_p: UTF-8 by hand, strictly: shortest form, no surrogates, at most U+10FFFF.
+//
+// Subsystem: text services.  Stands on: nothing.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <cstring>
+
+namespace qvr {
+
+// What the bytes at one place of a text are.
+struct Step {
+    int length;      // bytes of the character, or one of the two below
+    uint32_t value;  // its code point; without meaning when there is no character
+};
+
+constexpr int kInvalid = -1;    // no character begins here
+constexpr int kTruncated = -2;  // the room ends before the character does
+
+constexpr uint32_t kMaxCodePoint = 0x10FFFF;
+
+inline bool isSurrogate(uint32_t value)
+{
+    return (value & 0xFFFFF800u) == 0xD800;
+}
+
+inline bool isContinuation(unsigned byte)
+{
+    return (byte & 0xC0) == 0x80;
+}
+
+// Decodes the character at `s`, of which `n` bytes may be read (at least 1). The terminator is a
+// character like any other and is not read over: no other character contains a zero byte.
+inline Step decodeUtf8(unsigned char const* s, size_t n)
+{
+    unsigned const lead = s[0];
+    if (lead < 0x80)
+        return {1, lead};
+    if (lead < 0xC2 || lead > 0xF4)
+        return {kInvalid, 0};
+    if (n < 2)
+        return {kTruncated, 0};
+    unsigned const second = s[1];
+    if (lead < 0xE0) {
+        if (!isContinuation(second))
+            return {kInvalid, 0};
+        return {2, (lead & 0x1F) << 6 | (second & 0x3F)};
+    }
+    // The second byte alone decides about longer forms than needed, surrogates and the end of
+    // the code points.
+    unsigned const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    unsigned const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    if (second < lowest || second > highest)
+        return {kInvalid, 0};
+    if (n < 3)
+        return {kTruncated, 0};
+    if (!isContinuation(s[2]))
+        return {kInvalid, 0};
+    if (lead < 0xF0)
+        return {3, (lead & 0x0F) << 12 | (second & 0x3F) << 6 | (s[2] & 0x3Fu)};
+    if (n < 4)
+        return {kTruncated, 0};
+    if (!isContinuation(s[3]))
+        return {kInvalid, 0};
+    return {4, (lead & 0x07) << 18 | (second & 0x3F) << 12 | (s[2] & 0x3Fu) << 6 | (s[3] & 0x3Fu)};
+}
+
+inline int utf8Length(uint32_t value)
+{
+    return value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
+}
+
+// Writes the `length` = utf8Length(value) bytes of a code point that is no surrogate.
+inline void encodeUtf8(uint32_t value, int length, unsigned char* out)
+{
+    switch (length) {
+        case 1:
+            out[0] = static_cast<unsigned char>(value);
+            break;
+        case 2:
+            out[0] = static_cast<unsigned char>(0xC0 | value >> 6);
+            out[1] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+            break;
+        case 3:
+            out[0] = static_cast<unsigned char>(0xE0 | value >> 12);
+            out[1] = static_cast<unsigned char>(0x80 | (value >> 6 & 0x3F));
+            out[2] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+            break;
+        default:
+            out[0] = static_cast<unsigned char>(0xF0 | value >> 18);
+            out[1] = static_cast<unsigned char>(0x80 | (value >> 12 & 0x3F));
+            out[2] = static_cast<unsigned char>(0x80 | (value >> 6 & 0x3F));
+            out[3] = static_cast<unsigned char>(0x80 | (value & 0x3F));
+            break;
+    }
+}
+
+// The number of bytes below 0x80 at the start of `n` bytes.
+inline size_t asciiRun(unsigned char const* s, size_t n)
+{
+    size_t i = 0;
+    for (; n - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
+        uint64_t word;
+        std::memcpy(&word, s + i, sizeof word);
+        if ((word & 0x8080808080808080u) != 0)
+            break;
+    }
+    while (i < n && s[i] < 0x80)
+        ++i;
+    return i;
+}
+
+}  // namespace qvr
