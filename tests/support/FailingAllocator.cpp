@@ -10,6 +10,10 @@
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define UNDER_SANITIZER 1
 #endif
+// clang links all of ThreadSanitizer into the program, where it cannot be replaced.
+#if __has_feature(thread_sanitizer)
+#define NOTHING_FAILS 1
+#endif
 #endif
 
 extern "C" {
@@ -84,7 +88,7 @@ long FailingAllocator::blocks()
     return blocks_;
 }
 
-#ifndef Z_TEST_ONLY_OPERATOR_NEW
+#if !defined(Z_TEST_ONLY_OPERATOR_NEW) && !defined(NOTHING_FAILS)
 
 extern "C" {
 
@@ -185,16 +189,9 @@ PLAIN void free(void* block)
 
 }  // extern "C"
 
-#endif  // Z_TEST_ONLY_OPERATOR_NEW
-
-// clang links the operators of ThreadSanitizer into the program: they cannot be replaced.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define OPERATORS_ARE_TAKEN 1
-#endif
 #endif
 
-#if (defined(UNDER_SANITIZER) || defined(Z_TEST_ONLY_OPERATOR_NEW)) && !defined(OPERATORS_ARE_TAKEN)
+#if (defined(UNDER_SANITIZER) || defined(Z_TEST_ONLY_OPERATOR_NEW)) && !defined(NOTHING_FAILS)
 
 namespace {
 

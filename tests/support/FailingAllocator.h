@@ -4,7 +4,7 @@
 // realloc(), aligned_alloc(), posix_memalign() and free() for itself and for every library that it
 // loads. Under AddressSanitizer and ThreadSanitizer the replacements call the sanitizer's own
 // functions, and operator new and delete are replaced as well, since those of a sanitizer do not
-// call malloc() (but not with clang's ThreadSanitizer, where new and delete never fail). Build with
+// call malloc(); with clang's ThreadSanitizer nothing is replaced and nothing fails. Build with
 // Z_TEST_ONLY_OPERATOR_NEW defined to replace only operator new and delete: for a sanitizer that
 // does not let malloc() be replaced.
 //
