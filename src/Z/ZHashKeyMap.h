@@ -118,7 +118,8 @@ public:
     ZObject_6_0* getEntry(ZObject_6_0 const* key) const override;
     /// Sets the value of the key. Key and value take the place of an equal key and its value, or
     /// come behind the others of their bucket.
-    /// range   `key` is not null; `value` may be.
+    /// range   `key` is not null; `value` may be. An owning map puts nothing when `key` cannot be
+    ///         cloned.
     /// owns    an owning map stores clones; key and value stay the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     /// cost    O(1) expected, plus the clones when owning.

@@ -84,6 +84,7 @@ public:
     /// cost    O(1) expected.
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others of its bucket.
+    /// range   not null; an owning map puts nothing when `entry` cannot be cloned.
     /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
     /// the
     ///         caller's either way.
@@ -108,8 +109,7 @@ private:
     friend class ZHashKeyMap_6_0;
     struct Rep;  // ZHashMap_p.h
 
-    Rep* rep_;  // never null; the buckets and what finds an entry in them
-    int owns_;  // not 0: the map clones and deletes
+    Rep* rep_;  // never null; the buckets, and whether the map clones and deletes
 };
 
 /// A list searched from its beginning; its order is that in which entries were first put.

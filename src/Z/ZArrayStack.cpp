@@ -1,0 +1,39 @@
+#include "ZArrayStack.h"
+
+void ZAbstractStack_6_0::popall()
+{
+    // KEPT: a null on the stack looks like its end, so what lies under it stays; callers put a null
+    // in as a mark. Test: ZArrayStack.KeepsWhatLiesUnderANull
+    while (pop() != nullptr) {
+    }
+}
+
+ZArrayStack_6_0::ZArrayStack_6_0(unsigned int initialCapacity) : ZArrayList_6_0(initialCapacity, 0)
+{
+}
+
+ZArrayStack_6_0::ZArrayStack_6_0(ZArrayStack_6_0 const& source) = default;
+
+ZArrayStack_6_0& ZArrayStack_6_0::operator=(ZArrayStack_6_0 const& source) = default;
+
+ZArrayStack_6_0::~ZArrayStack_6_0() = default;
+
+ZObject_6_0* ZArrayStack_6_0::clone() const
+{
+    return new ZArrayStack_6_0(*this);
+}
+
+void ZArrayStack_6_0::push(ZObject_6_0* obj)
+{
+    add(obj);
+}
+
+ZObject_6_0* ZArrayStack_6_0::pop()
+{
+    if (isEmpty())
+        return nullptr;
+    unsigned int const top = size() - 1;
+    ZObject_6_0* const obj = get(top);
+    remove(top);
+    return obj;
+}

@@ -1,0 +1,117 @@
+// ZArray_p: what the containers share. Not installed.
+#pragma once
+
+#include <cxxabi.h>
+#include <stdlib.h>
+
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+#include "ZException.h"
+#include "ZObject.h"
+
+/// Returns a clone of `obj`; null for null.
+inline ZObject_6_0* cloneOf(ZObject_6_0 const* obj)
+{
+    return obj != nullptr ? obj->clone() : nullptr;
+}
+
+/// Deletes objects one after another, all of them even when a destructor raises.
+class ObjectDeleter {
+public:
+    void drop(ZObject_6_0 const* obj)
+    {
+        try {
+            delete obj;
+        } catch (abi::__forced_unwind&) {
+            throw;
+        } catch (...) {
+            if (first_ == nullptr)
+                first_ = std::current_exception();
+        }
+    }
+
+    /// Raises what the first failing destructor raised.
+    void finish()
+    {
+        if (first_ != nullptr)
+            std::rethrow_exception(std::exchange(first_, nullptr));
+    }
+
+private:
+    std::exception_ptr first_;
+};
+
+/// A block of the C heap that holds plain values and may grow.
+template <class T>
+class PlainBlock {
+    static_assert(std::is_trivially_copyable_v<T>);
+
+public:
+    PlainBlock() = default;
+    PlainBlock(PlainBlock const&) = delete;
+    PlainBlock& operator=(PlainBlock const&) = delete;
+    ~PlainBlock() { free(at_); }
+
+    T& operator[](size_t index) { return at_[index]; }
+    T const& operator[](size_t index) const { return at_[index]; }
+    T* data() { return at_; }
+    T const* data() const { return at_; }
+
+    T* release() { return std::exchange(at_, nullptr); }
+    void swap(PlainBlock& other) { std::swap(at_, other.at_); }
+    void clear() { free(release()); }
+
+    /// Makes the block one of `count` values, all bytes zero. What it held is gone.
+    /// throws  ZOutOfMemoryException_6_0; the block is as it was then.
+    void makeZero(size_t count, char const* source, int site)
+    {
+        void* const block = calloc(count, sizeof(T));
+        if (block == nullptr)
+            ZOutOfMemoryException_6_0().throwException(source, site);
+        free(at_);
+        at_ = static_cast<T*>(block);
+    }
+
+    /// Makes room for `count` values; those that fit stay.
+    /// throws  ZOutOfMemoryException_6_0; the block is as it was then.
+    void resize(size_t count, char const* source, int site)
+    {
+        void* const block = reallocarray(at_, count, sizeof(T));
+        if (block == nullptr)
+            ZOutOfMemoryException_6_0().throwException(source, site);
+        at_ = static_cast<T*>(block);
+    }
+
+private:
+    T* at_ = nullptr;
+};
+
+/// The slots of an array or a list while they are filled: clones in an owning container, the
+/// pointers themselves in a borrowing one. What is not released goes with this object.
+class SlotFiller {
+public:
+    SlotFiller(ZObject_6_0** slots, int owns) : slots_(slots), owns_(owns) {}
+    SlotFiller(SlotFiller const&) = delete;
+    SlotFiller& operator=(SlotFiller const&) = delete;
+    ~SlotFiller()
+    {
+        if (owns_ != 0) {
+            while (count_ > 0)
+                delete slots_[--count_];
+        }
+    }
+
+    void add(ZObject_6_0* obj)
+    {
+        slots_[count_] = owns_ != 0 ? cloneOf(obj) : obj;
+        ++count_;
+    }
+    void release() { count_ = 0; }
+
+private:
+    ZObject_6_0** const slots_;
+    int const owns_;
+    size_t count_ = 0;
+};

@@ -1,0 +1,34 @@
+#include "ZSortCompare.h"
+
+#include <pthread.h>
+
+#include <atomic>
+
+namespace {
+
+// Laid down by the compiler, so that making it the shared one can neither fail nor leak.
+constinit ZDefaultSortCompare_6_0 const shared;
+
+pthread_once_t once = PTHREAD_ONCE_INIT;
+
+}  // namespace
+
+constinit ZDefaultSortCompare_6_0 const* ZSortCompare_6_0::dsc_ = nullptr;
+
+ZSortCompare_6_0 const& ZSortCompare_6_0::defaultSortCompare()
+{
+    std::atomic_ref<ZDefaultSortCompare_6_0 const*> const current(dsc_);
+    if (current.load(std::memory_order_acquire) == nullptr)
+        pthread_once(&once, init);
+    return *current.load(std::memory_order_acquire);
+}
+
+void ZSortCompare_6_0::init()
+{
+    std::atomic_ref<ZDefaultSortCompare_6_0 const*>(dsc_).store(&shared, std::memory_order_release);
+}
+
+int ZDefaultSortCompare_6_0::sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const
+{
+    return left->compare(*right);
+}
