@@ -114,6 +114,7 @@ typedef struct ZPrintfContext_6_0 {
     ZPrintfArgument_6_0* arguments; /* inlineArguments or a heap array; index 0 is unused */
     int32_t argumentCount;          /* the largest number referenced */
     char const* format;             /* borrowed from parse to done */
+    char const* formatEnd;          /* its terminator */
 } ZPrintfContext_6_0;
 
 /// Reads `format` and fetches its arguments from `args`.

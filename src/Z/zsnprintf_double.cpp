@@ -1,0 +1,400 @@
+// Doubles. The digits are those of the platform's snprintf, byte for byte. Where flags, locale and
+// rounding allow, they are computed here, faster; everything else is handed to the platform.
+// Width is applied here in every case, so that a width of two thousand million costs nothing.
+
+#include <langinfo.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <cfenv>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <type_traits>
+
+#include "zsnprintf_p.h"
+
+using zprintf::kTooLong;
+using zprintf::Output;
+using zprintf::RenderParams;
+using zprintf::renderParams;
+
+namespace {
+
+constexpr int kDefaultPrecision = 6;
+
+// No long double has more digits; behind them are zeros for ever.
+constexpr int kMostPrecision = 16500;
+
+// What is computed here: decimals and digits for which the arithmetic below is exact in 128 bits,
+// and digits that the standard library's conversion is asked for beyond that.
+constexpr int kExactDecimals = 17;
+constexpr int kMostScale = 19;
+constexpr int kQuickPrecision = 40;
+constexpr size_t kQuickSize = 400;
+
+constexpr uint64_t kPowersOf10[kMostScale + 1] = {1ull,
+                                                  10ull,
+                                                  100ull,
+                                                  1000ull,
+                                                  10000ull,
+                                                  100000ull,
+                                                  1000000ull,
+                                                  10000000ull,
+                                                  100000000ull,
+                                                  1000000000ull,
+                                                  10000000000ull,
+                                                  100000000000ull,
+                                                  1000000000000ull,
+                                                  10000000000000ull,
+                                                  100000000000000ull,
+                                                  1000000000000000ull,
+                                                  10000000000000000ull,
+                                                  100000000000000000ull,
+                                                  1000000000000000000ull,
+                                                  10000000000000000000ull};
+
+__extension__ typedef unsigned __int128 Wide;
+
+struct Free {
+    void operator()(char* p) const { free(p); }
+};
+
+// The size of a value: mantissa * 2^exponent.
+struct Magnitude {
+    uint64_t mantissa;
+    int exponent;
+};
+
+bool split(double value, Magnitude& magnitude)
+{
+    constexpr uint64_t kHiddenBit = uint64_t{1} << 52;
+    uint64_t bits;
+    memcpy(&bits, &value, sizeof bits);
+    int const biased = static_cast<int>(bits >> 52) & 0x7FF;
+    bits &= kHiddenBit - 1;
+    magnitude.mantissa = biased == 0 ? bits : bits | kHiddenBit;
+    magnitude.exponent = std::max(biased, 1) - 1075;
+    return biased != 0x7FF;
+}
+
+bool split(long double value, Magnitude& magnitude)
+{
+    // Only the form of ten bytes, whose mantissa has 64 bits, the highest of them written.
+    if constexpr (std::numeric_limits<long double>::digits == 64) {
+        uint16_t signAndExponent;
+        memcpy(&magnitude.mantissa, &value, sizeof magnitude.mantissa);
+        memcpy(&signAndExponent, reinterpret_cast<char const*>(&value) + sizeof magnitude.mantissa,
+               sizeof signAndExponent);
+        int const biased = signAndExponent & 0x7FFF;
+        magnitude.exponent = biased - 16446;
+        return biased != 0x7FFF && (value == 0 || magnitude.mantissa >> 63 == 1);
+    } else {
+        return false;
+    }
+}
+
+// Rounds `quotient` up when the rest behind it is more than a half, or a half and the quotient odd.
+uint64_t rounded(Wide quotient, Wide rest, Wide half, bool isMore)
+{
+    bool const isOdd = quotient & 1;
+    bool const up = rest > half || (rest == half && (isMore || isOdd));
+    return static_cast<uint64_t>(quotient + (up ? 1 : 0));
+}
+
+// Writes the last `count` digits of `number` at `at` and returns the end.
+char* writeDigits(uint64_t number, int count, char* at)
+{
+    char* digit = at + count;
+    for (; digit - at >= 2; number /= 100)
+        memcpy(digit -= 2, zprintf::kDigitPairs + number % 100 * 2, 2);
+    if (digit != at)
+        *--digit = static_cast<char>('0' + number % 10);
+    return at + count;
+}
+
+// Writes `magnitude` at `at` with `decimals` digits behind the point and returns the end; null when
+// it is 2^64 or more. `decimals` is at most kExactDecimals.
+//
+// The part of the mantissa behind the point times 10^decimals is below 2^121, so that quotient and
+// rest by 2^-exponent are exact in 128 bits; further down everything rounds to 0.
+char* writeFixed(Magnitude magnitude, int decimals, char* at)
+{
+    uint64_t const scale = kPowersOf10[decimals];
+    uint64_t whole = 0;
+    uint64_t fraction = 0;
+    if (magnitude.exponent > 0) {
+        if (magnitude.mantissa != 0 && magnitude.exponent > __builtin_clzll(magnitude.mantissa))
+            return nullptr;
+        whole = magnitude.mantissa << magnitude.exponent;
+    } else if (int const shift = -magnitude.exponent; shift == 0) {
+        whole = magnitude.mantissa;
+    } else if (shift < 122) {
+        whole = shift < 64 ? magnitude.mantissa >> shift : 0;
+        uint64_t const behindPoint =
+            shift < 64 ? magnitude.mantissa - (whole << shift) : magnitude.mantissa;
+        Wide const product = Wide{behindPoint} * scale;
+        Wide const quotient = product >> shift;
+        bool const isTieToOdd = decimals == 0 && (whole & 1);
+        fraction =
+            rounded(quotient, product - (quotient << shift), Wide{1} << (shift - 1), isTieToOdd);
+        if (fraction == scale) {
+            fraction = 0;
+            ++whole;
+        }
+    }
+
+    at = std::to_chars(at, at + 20, whole).ptr;
+    if (decimals > 0) {
+        *at++ = '.';
+        at = writeDigits(fraction, decimals, at);
+    }
+    return at;
+}
+
+// Delivers `magnitude` * 10^scale, rounded to a whole number. False when that is not exact in
+// 128 bits.
+bool scaled(Magnitude magnitude, int scale, uint64_t& result)
+{
+    int const exponent = magnitude.exponent;
+    if (scale > kMostScale || scale < -kMostScale || exponent < -126 || exponent > 63)
+        return false;
+    Wide const mantissa = magnitude.mantissa;
+    if (scale >= 0) {
+        Wide const product = mantissa * kPowersOf10[scale];
+        if (exponent >= 0) {
+            result = static_cast<uint64_t>(product << exponent);
+            return true;
+        }
+        Wide const quotient = product >> -exponent;
+        result =
+            rounded(quotient, product - (quotient << -exponent), Wide{1} << (-exponent - 1), false);
+        return true;
+    }
+    Wide const whole = exponent >= 0 ? mantissa << exponent : mantissa >> -exponent;
+    bool const isMore = exponent < 0 && (whole << -exponent) != mantissa;
+    uint64_t const divisor = kPowersOf10[-scale];
+    if (whole >> 64 != 0) {
+        result = rounded(whole / divisor, whole % divisor, divisor / 2, isMore);
+    } else {
+        uint64_t const low = static_cast<uint64_t>(whole);
+        result = rounded(low / divisor, low % divisor, divisor / 2, isMore);
+    }
+    return true;
+}
+
+// Writes `magnitude` with `count` significant digits, 1 to kExactDecimals + 1, as %e does or, when
+// `isGeneral`, as %g does. Returns the end, null when that is not exact in 128 bits.
+char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, char* at)
+{
+    uint64_t number = 0;
+    int tens = 0;  // decimal exponent of the first digit
+    if (magnitude.mantissa != 0) {
+        // The logarithm of the power of two below the value may be one too small, never too large.
+        // A number of one digit more shows it, also when only the rounding made that digit.
+        int const binary = magnitude.exponent + 63 - __builtin_clzll(magnitude.mantissa);
+        tens = (binary * 1233) >> 12;
+        if (!scaled(magnitude, count - 1 - tens, number))
+            return nullptr;
+        if (number >= kPowersOf10[count]) {
+            ++tens;
+            if (!scaled(magnitude, count - 1 - tens, number))
+                return nullptr;
+        }
+    }
+
+    char digits[kMostScale + 1];
+    char* last = writeDigits(number, count, digits);
+    bool const hasExponent = !isGeneral || tens < -4 || tens >= count;
+    if (isGeneral) {
+        while (last - digits > 1 && last[-1] == '0')
+            --last;
+    }
+    int const kept = static_cast<int>(last - digits);
+    int const whole = hasExponent ? 1 : tens + 1;  // digits in front of the point
+    if (whole <= 0) {
+        *at++ = '0';
+        *at++ = '.';
+        for (int i = whole; i < 0; ++i)
+            *at++ = '0';
+        for (int i = 0; i < kept; ++i)
+            *at++ = digits[i];
+    } else {
+        for (int i = 0; i < whole; ++i)
+            *at++ = i < kept ? digits[i] : '0';
+        if (kept > whole) {
+            *at++ = '.';
+            for (int i = whole; i < kept; ++i)
+                *at++ = digits[i];
+        }
+    }
+    if (hasExponent) {
+        *at++ = 'e';
+        *at++ = tens < 0 ? '-' : '+';
+        at = writeDigits(static_cast<uint64_t>(tens < 0 ? -tens : tens), 2, at);
+    }
+    return at;
+}
+
+// Writes a magnitude as the platform would, at `at`. Returns the end, null when it is left to the
+// platform.
+template <class Real>
+char* writeMagnitude(int32_t type, Real value, int precision, char* at, char* end)
+{
+    Magnitude magnitude;
+    if (!split(value, magnitude))
+        return nullptr;
+    bool const isFixed = type == zprintfFixed || type == zprintfLongDoubleFixed;
+    bool const isGeneral = type == zprintfGeneral || type == zprintfLongDoubleGeneral;
+    int const count = isGeneral ? std::max(precision, 1) : precision + 1;
+    char* const exact = precision > kExactDecimals ? nullptr
+                        : isFixed                  ? writeFixed(magnitude, precision, at)
+                                  : writeSignificant(magnitude, count, isGeneral, at);
+    if (exact != nullptr)
+        return exact;
+    // The standard library converts doubles fast, and long doubles by the platform's printf.
+    if constexpr (std::is_same_v<Real, double>) {
+        std::chars_format const format = isFixed     ? std::chars_format::fixed
+                                         : isGeneral ? std::chars_format::general
+                                                     : std::chars_format::scientific;
+        auto const [last, error] = std::to_chars(at, end, std::fabs(value), format, precision);
+        if (error == std::errc())
+            return last;
+    }
+    return nullptr;
+}
+
+// Writes a value where flags and locale allow it to be done here. Returns the length, 0 when it is
+// left to the platform.
+template <class Real>
+size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
+                    char (&text)[kQuickSize])
+{
+    if ((conversion.flags & (zprintfAlternate | zprintfGrouped)) || precision > kQuickPrecision ||
+        fegetround() != FE_TONEAREST)
+        return 0;
+    char const* const point = nl_langinfo(RADIXCHAR);
+    if (point[0] == '\0' || point[1] != '\0')
+        return 0;
+
+    char* at = text;
+    if (std::signbit(value))
+        *at++ = '-';
+    else if (conversion.flags & zprintfPlus)
+        *at++ = '+';
+    else if (conversion.flags & zprintfBlank)
+        *at++ = ' ';
+    at = writeMagnitude(conversion.type, value, precision, at, text + sizeof text);
+    if (at == nullptr)
+        return 0;
+    size_t const length = static_cast<size_t>(at - text);
+    if (*point != '.') {
+        if (void* const found = memchr(text, '.', length))
+            *static_cast<char*>(found) = *point;
+    }
+    if (conversion.flags & zprintfUpperExponent) {
+        if (void* const found = memchr(text, 'e', length))
+            *static_cast<char*>(found) = 'E';
+    }
+    return length;
+}
+
+// Lets the platform write a value into `text` of `size` bytes. Returns the length that it needs,
+// negative when the platform cannot.
+int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
+                    int precision, char* text, size_t size)
+{
+    constexpr char kLetters[] = {'e', 'f', 'g', 'e', 'f', 'g'};
+    constexpr char kUpperLetters[] = {'E', 'f', 'G', 'E', 'f', 'G'};
+    bool const isLong = conversion.type >= zprintfLongDoubleExponent;
+    int const row = conversion.type - zprintfExponent;
+
+    char format[sizeof "%# +'.*Lf"];
+    char* at = format;
+    *at++ = '%';
+    if (conversion.flags & zprintfAlternate)
+        *at++ = '#';
+    if (conversion.flags & zprintfBlank)
+        *at++ = ' ';
+    if (conversion.flags & zprintfPlus)
+        *at++ = '+';
+    if (conversion.flags & zprintfGrouped)
+        *at++ = '\'';
+    *at++ = '.';
+    *at++ = '*';
+    if (isLong)
+        *at++ = 'L';
+    *at++ = conversion.flags & zprintfUpperExponent ? kUpperLetters[row] : kLetters[row];
+    *at = '\0';
+    return isLong ? snprintf(text, size, format, precision, argument.value.longReal)
+                  : snprintf(text, size, format, precision, argument.value.real);
+}
+
+}  // namespace
+
+int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
+                               ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+{
+    ZPrintfArgument_6_0 const& argument = arguments[conversion.argIndex];
+    RenderParams const params = renderParams(conversion, arguments);
+    int const precision = params.hasPrecision ? params.precision : kDefaultPrecision;
+    bool const isLong = conversion.type >= zprintfLongDoubleExponent;
+    bool const isFinite =
+        isLong ? std::isfinite(argument.value.longReal) : std::isfinite(argument.value.real);
+
+    char scratch[kQuickSize];
+    std::unique_ptr<char, Free> block;
+    char const* text = scratch;
+    size_t length = isLong ? writeQuickly(conversion, argument.value.longReal, precision, scratch)
+                           : writeQuickly(conversion, argument.value.real, precision, scratch);
+    int64_t zerosBehind = 0;
+    if (length == 0) {
+        int const shown = std::min(precision, kMostPrecision);
+        int const needed = writeByPlatform(conversion, argument, shown, scratch, sizeof scratch);
+        if (needed < 0)
+            return -1;
+        length = static_cast<size_t>(needed);
+        if (length >= sizeof scratch) {
+            block.reset(static_cast<char*>(malloc(length + 1)));
+            if (block == nullptr)
+                return -1;
+            writeByPlatform(conversion, argument, shown, block.get(), length + 1);
+            text = block.get();
+        }
+        bool const isGeneral =
+            conversion.type == zprintfGeneral || conversion.type == zprintfLongDoubleGeneral;
+        if (isFinite && !(isGeneral && !(conversion.flags & zprintfAlternate)))
+            zerosBehind = precision - shown;
+    }
+
+    // Sign, zeros of the width, digits, zeros of the precision, exponent.
+    int64_t const width = params.hasWidth ? params.width : 0;
+    int64_t const needed = static_cast<int64_t>(length) + zerosBehind;
+    int64_t const pad = std::max<int64_t>((width < 0 ? -width : width) - needed, 0);
+    Output output(out, room);
+    if (pad == 0 && zerosBehind == 0) {
+        output.put(text, length);
+        return needed;
+    }
+    bool const isLeft = (conversion.flags & zprintfLeft) || width < 0;
+    bool const isZero = !isLeft && isFinite && params.padChar == '0';
+    size_t const sign = *text == '-' || *text == '+' || *text == ' ' ? 1 : 0;
+    char const* const end = text + length;
+    char const* const exponent =
+        zerosBehind == 0 ? end
+                         : std::find_if(text, end, [](char c) { return c == 'e' || c == 'E'; });
+    if (!isLeft && !isZero)
+        output.fill(' ', pad);
+    output.put(text, sign);
+    if (isZero)
+        output.fill('0', pad);
+    output.put(text + sign, static_cast<size_t>(exponent - text) - sign);
+    output.fill('0', zerosBehind);
+    output.put(exponent, static_cast<size_t>(end - exponent));
+    if (isLeft)
+        output.fill(' ', pad);
+    return needed + pad;
+}
