@@ -1,0 +1,669 @@
+#include <Z/ZCondition.h>
+#include <Z/ZException.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "NotedMessages.h"
+
+extern "C" {
+int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
+int __real_pthread_cond_destroy(pthread_cond_t*);
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, timespec const*);
+int __real_pthread_cond_signal(pthread_cond_t*);
+int __real_pthread_cond_broadcast(pthread_cond_t*);
+}
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZCondition";
+enum Site {
+    siteInConstructor = 52,
+    siteInDestructor = 68,
+    siteInWait = 121,
+    siteInSignal = 136,
+    siteInBroadcast = 150,
+    siteInValidateLock = 164
+};
+
+// What the calls of this thread answer instead of being made, when not 0, and what was asked for.
+struct Calls {
+    int failInit = 0;
+    int failDestroy = 0;
+    int failWait = 0;
+    int failTimedWait = 0;
+    int failSignal = 0;
+    int failBroadcast = 0;
+    int waits = 0;
+    int timedWaits = 0;
+    bool defaultAttributes = true;
+    pthread_mutex_t* mutex = nullptr;
+    timespec until = {-1, -1};
+};
+thread_local Calls calls;
+
+template <class Exception, class Action>
+void expectFailure(Action action, uint32_t number, int rc, unsigned site)
+{
+    try {
+        action();
+        FAIL() << "nothing was thrown";
+    } catch (Exception const& failure) {
+        EXPECT_EQ(number, failure.messageNumber());
+        EXPECT_EQ(rc, failure.returnCode());
+        EXPECT_STREQ(kSource, failure.who());
+        EXPECT_EQ(site, failure.where());
+    }
+}
+
+template <class Action>
+void expectNotHolder(Action action)
+{
+    calls.waits = 0;
+    calls.timedWaits = 0;
+    expectFailure<ZLockResourceException_6_0>(action, 5, 0, siteInValidateLock);
+    EXPECT_EQ(0, calls.waits);
+    EXPECT_EQ(0, calls.timedWaits);
+}
+
+void expectReported(NotedMessages const& noted, int site, int number, std::string const& rc)
+{
+    ASSERT_EQ(1u, noted.messages().size());
+    NotedMessages::Message const message = noted.messages()[0];
+    EXPECT_EQ(kSource, message.file);
+    EXPECT_EQ(site, message.line);
+    EXPECT_EQ(number, message.number);
+    EXPECT_EQ(1, message.insertCount);
+    std::vector<std::string> const inserts = {rc, "(null)", "(null)", "(null)", "(null)", "(null)"};
+    EXPECT_EQ(inserts, message.inserts);
+}
+
+// Unlocks until that is refused and returns how often it was not.
+template <class Lock>
+int depthOf(Lock& lock)
+{
+    for (int depth = 0;; ++depth) {
+        try {
+            lock.unlock();
+        } catch (ZUnlockResourceException_6_0 const&) {
+            return depth;
+        }
+    }
+}
+
+// A condition whose hook counts its calls and does as it is told.
+class Hooked : public ZCondition_6_0 {
+public:
+    using ZCondition_6_0::ZCondition_6_0;
+    void waitTimedOut() override
+    {
+        ++timeOuts;
+        try {
+            validateLock();
+            heldInHook = true;
+        } catch (ZLockResourceException_6_0 const&) {
+        }
+        if (throws)
+            throw std::runtime_error("hook");
+    }
+
+    int timeOuts = 0;
+    bool heldInHook = false;
+    bool throws = false;
+};
+
+// A condition that anybody may wait for: the check can be replaced.
+class Unchecked : public ZCondition_6_0 {
+public:
+    void validateLock() override { ++checks; }
+    int checks = 0;
+};
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_pthread_cond_init(pthread_cond_t* condition, pthread_condattr_t const* attributes)
+{
+    if (calls.failInit != 0)
+        return calls.failInit;
+    calls.defaultAttributes = calls.defaultAttributes && attributes == nullptr;
+    return __real_pthread_cond_init(condition, attributes);
+}
+
+int __wrap_pthread_cond_destroy(pthread_cond_t* condition)
+{
+    int const rc = __real_pthread_cond_destroy(condition);
+    return calls.failDestroy != 0 ? calls.failDestroy : rc;
+}
+
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
+{
+    ++calls.waits;
+    calls.mutex = mutex;
+    return calls.failWait != 0 ? calls.failWait : __real_pthread_cond_wait(condition, mutex);
+}
+
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  timespec const* until)
+{
+    ++calls.timedWaits;
+    calls.mutex = mutex;
+    calls.until = *until;
+    return calls.failTimedWait != 0 ? calls.failTimedWait
+                                    : __real_pthread_cond_timedwait(condition, mutex, until);
+}
+
+int __wrap_pthread_cond_signal(pthread_cond_t* condition)
+{
+    return calls.failSignal != 0 ? calls.failSignal : __real_pthread_cond_signal(condition);
+}
+
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
+{
+    return calls.failBroadcast != 0 ? calls.failBroadcast
+                                    : __real_pthread_cond_broadcast(condition);
+}
+
+}  // extern "C"
+
+TEST(ZCondition, WakesAWaiterWhoHoldsTheLockAsDeepAsBefore)
+{
+    ZLock_6_0 lock;
+    ZCondition_6_0 condition(lock);
+    bool waiting = false;
+    bool ready = false;
+    int depth = 0;
+    std::thread waiter([&] {
+        lock.lock();
+        condition.lock();
+        lock.lock();
+        waiting = true;
+        while (!ready)
+            condition.wait();
+        depth = depthOf(condition);
+    });
+    for (bool signalled = false; !signalled;) {
+        // The lock can only be taken once the waiter has released all of its three levels.
+        ZResourceLock_6_0 const guard(lock);
+        if (waiting) {
+            ready = true;
+            condition.signal();
+            signalled = true;
+        }
+    }
+    waiter.join();
+    EXPECT_EQ(3, depth);
+}
+
+TEST(ZCondition, BroadcastWakesAllWaiters)
+{
+    constexpr int kWaiters = 4;
+    ZCondition_6_0 condition;
+    int waiting = 0;
+    bool ready = false;
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < kWaiters; ++i) {
+        waiters.emplace_back([&] {
+            ZResourceLock_6_0 const guard(*condition.getResource());
+            ++waiting;
+            while (!ready)
+                condition.wait();
+        });
+    }
+    for (bool all = false; !all; std::this_thread::yield()) {
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        all = waiting == kWaiters;
+    }
+    condition.lock();
+    ready = true;
+    condition.unlock();
+    condition.broadcast();
+    for (std::thread& waiter : waiters)
+        waiter.join();
+}
+
+TEST(ZCondition, SignalAndBroadcastNeedNoLock)
+{
+    ZCondition_6_0 condition;
+    condition.signal();
+    condition.broadcast();
+}
+
+TEST(ZCondition, IsMadeWithDefaultAttributes)
+{
+    calls = Calls();
+    ZCondition_6_0 const condition;
+    EXPECT_TRUE(calls.defaultAttributes);
+}
+
+TEST(ZCondition, KnowsItsLock)
+{
+    ZLock_6_0 lock;
+    ZCondition_6_0 const borrowing(lock);
+    EXPECT_EQ(&lock, borrowing.getResource());
+    ZCondition_6_0 owning;
+    ASSERT_NE(nullptr, owning.getResource());
+    owning.lock();
+    EXPECT_EQ(1, depthOf(*owning.getResource()));
+}
+
+TEST(ZCondition, DestroysOnlyALockOfItsOwn)
+{
+    // An own lock that leaked or a borrowed one that was deleted is the sanitizer's finding.
+    ZLock_6_0 lock;
+    {
+        ZCondition_6_0 const owning;
+        ZCondition_6_0 const borrowing(lock);
+    }
+    lock.lock();
+    EXPECT_EQ(1, depthOf(lock));
+}
+
+TEST(ZCondition, ZeroSecondsRunOutAtOnce)
+{
+    ZCondition_6_0 condition;
+    condition.lock();
+    condition.lock();
+    int timedOut = 7;
+    condition.wait(0, timedOut);
+    EXPECT_EQ(1, timedOut);
+    EXPECT_EQ(2, depthOf(condition));
+}
+
+TEST(ZCondition, ATimedWaitTakesItsTime)
+{
+    ZCondition_6_0 condition;
+    condition.lock();
+    auto const start = std::chrono::steady_clock::now();
+    int timedOut = 0;
+    condition.wait(2, timedOut);
+    auto const taken = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(1, timedOut);
+    EXPECT_GT(taken, std::chrono::milliseconds(900));  // whole seconds of the wall clock
+    EXPECT_LT(taken, std::chrono::seconds(20));
+    EXPECT_EQ(1, depthOf(condition));
+}
+
+TEST(ZCondition, ATimedWaitThatIsSignalledDoesNotRunOut)
+{
+    ZCondition_6_0 condition;
+    bool waiting = false;
+    bool ready = false;
+    int timedOut = 7;
+    std::thread waiter([&] {
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        waiting = true;
+        while (!ready)
+            condition.wait(600, timedOut);
+    });
+    for (bool signalled = false; !signalled; std::this_thread::yield()) {
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        if (waiting) {
+            ready = true;
+            condition.signal();
+            signalled = true;
+        }
+    }
+    waiter.join();
+    EXPECT_EQ(0, timedOut);
+}
+
+TEST(ZCondition, SecondsCountFromNowAndStayInRange)
+{
+    constexpr long kMost = std::numeric_limits<long>::max();
+    constexpr long kLeast = std::numeric_limits<long>::min();
+    long const now = time(nullptr);
+    struct Case {
+        char const* name;
+        long seconds;
+        long until;  // 0: seconds from now
+    };
+    Case const cases[] = {{"now", 0, 0},
+                          {"a minute", 60, 0},
+                          {"a moment ago", -60, 0},
+                          {"at the epoch", -now, 1},
+                          {"before the epoch", -now - 1000, 1},
+                          {"as early as can be", kLeast, 1},
+                          {"beyond the end of time", kMost, kMost}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZCondition_6_0 condition;
+        condition.lock();
+        calls = Calls();
+        calls.failTimedWait = ETIMEDOUT;
+        int timedOut = 0;
+        condition.wait(c.seconds, timedOut);
+        EXPECT_EQ(1, timedOut);
+        EXPECT_EQ(0, calls.waits);
+        EXPECT_EQ(1, calls.timedWaits);
+        EXPECT_EQ(0, calls.until.tv_nsec);
+        if (c.until != 0) {
+            EXPECT_EQ(c.until, calls.until.tv_sec);
+        } else {
+            EXPECT_LE(now + c.seconds, calls.until.tv_sec);
+            EXPECT_GE(now + c.seconds + 60, calls.until.tv_sec);
+        }
+        condition.unlock();
+    }
+    calls = Calls();
+}
+
+TEST(ZCondition, OnlyTheZeroMomentWaitsWithoutLimit)
+{
+    struct Case {
+        char const* name;
+        timespec until;
+        int waits;
+    };
+    Case const cases[] = {
+        {"zero", {0, 0}, 1}, {"a nanosecond", {0, 1}, 0}, {"a second", {1, 0}, 0}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZCondition_6_0 condition;
+        condition.lock();
+        calls = Calls();
+        calls.failTimedWait = ETIMEDOUT;
+        calls.failWait = EINTR;
+        timespec until = c.until;
+        int timedOut = 7;
+        NotedMessages const noted;
+        try {
+            condition.wait(until, timedOut);
+        } catch (ZConditionException_6_0 const&) {
+        }
+        EXPECT_EQ(c.waits, calls.waits);
+        EXPECT_EQ(1 - c.waits, calls.timedWaits);
+        EXPECT_EQ(1 - c.waits, timedOut);
+        condition.unlock();
+    }
+    calls = Calls();
+}
+
+TEST(ZCondition, AWaitWithoutTheLockRaisesBeforeItWaits)
+{
+    ZLock_6_0 lock;
+    ZCondition_6_0 condition(lock);
+    int timedOut = 7;
+    timespec until = {1, 0};
+    expectNotHolder([&] { condition.wait(); });
+    expectNotHolder([&] { condition.wait(1, timedOut); });
+    expectNotHolder([&] { condition.wait(until, timedOut); });
+    expectNotHolder([&] { condition.validateLock(); });
+    EXPECT_EQ(7, timedOut);
+
+    lock.lock();
+    std::thread([&] { expectNotHolder([&] { condition.wait(); }); }).join();
+    EXPECT_EQ(1, depthOf(lock));
+}
+
+TEST(ZCondition, AsksItsVirtualCheckForTheLock)
+{
+    Unchecked condition;
+    condition.lock();
+    int timedOut = 0;
+    condition.wait(0, timedOut);
+    EXPECT_EQ(1, condition.checks);
+    condition.unlock();
+}
+
+TEST(ZCondition, LockingFailsAsTheLockDoes)
+{
+    ZCondition_6_0 condition;
+    EXPECT_THROW(condition.unlock(), ZUnlockResourceException_6_0);
+}
+
+TEST(ZCondition, ReportsAndRaisesWhatTheWaitAnswers)
+{
+    ZCondition_6_0 condition;
+    condition.lock();
+    condition.lock();
+    NotedMessages const noted;
+    calls = Calls();
+    calls.failWait = EINVAL;
+    expectFailure<ZConditionException_6_0>([&] { condition.wait(); }, 9, EINVAL, siteInWait);
+    calls = Calls();
+    expectReported(noted, siteInWait, 9, "22");
+    EXPECT_EQ(2, depthOf(condition));
+}
+
+TEST(ZCondition, KeepsOneMessageForBothWaits)
+{
+    ZCondition_6_0 condition;
+    condition.lock();
+    NotedMessages const noted;
+    timespec noTime = {1, -1};  // the system's own refusal
+    int timedOut = 7;
+    expectFailure<ZConditionException_6_0>([&] { condition.wait(noTime, timedOut); }, 9, EINVAL,
+                                           siteInWait);
+    EXPECT_EQ(0, timedOut);
+    expectReported(noted, siteInWait, 9, "22");
+    EXPECT_EQ(1, depthOf(condition));
+}
+
+TEST(ZCondition, ReportsAndRaisesWhatSignalAndBroadcastAnswer)
+{
+    ZCondition_6_0 condition;
+    {
+        NotedMessages const noted;
+        calls.failSignal = EINVAL;
+        expectFailure<ZConditionException_6_0>([&] { condition.signal(); }, 10, EINVAL,
+                                               siteInSignal);
+        calls = Calls();
+        expectReported(noted, siteInSignal, 10, "22");
+    }
+    NotedMessages const noted;
+    calls.failBroadcast = EPERM;
+    expectFailure<ZConditionException_6_0>([&] { condition.broadcast(); }, 27, EPERM,
+                                           siteInBroadcast);
+    calls = Calls();
+    expectReported(noted, siteInBroadcast, 27, "1");
+}
+
+TEST(ZCondition, IsNotMadeWhenTheSystemRefuses)
+{
+    ZLock_6_0 lock;
+    calls.failInit = EAGAIN;
+    expectFailure<ZConditionException_6_0>([&] { ZCondition_6_0 const condition(lock); }, 7, EAGAIN,
+                                           siteInConstructor);
+    expectFailure<ZConditionException_6_0>([] { ZCondition_6_0 const condition; }, 7, EAGAIN,
+                                           siteInConstructor);
+    expectFailure<ZConditionException_6_0>([] { ZBooleanCondition_6_0 const condition; }, 7, EAGAIN,
+                                           siteInConstructor);
+    calls = Calls();
+}
+
+TEST(ZCondition, IsNotMadeWithoutMemoryForItsLock)
+{
+    EXPECT_EQ(1u, failEachAllocation([] { ZCondition_6_0 const condition; }, [] {}));
+    ZLock_6_0 lock;
+    EXPECT_EQ(0u, failEachAllocation([&] { ZCondition_6_0 const condition(lock); }, [] {}));
+}
+
+TEST(ZCondition, OnlyReportsAFailureToBeDestroyed)
+{
+    NotedMessages const noted;
+    {
+        ZCondition_6_0 const condition;
+        calls.failDestroy = EBUSY;
+    }
+    calls = Calls();
+    expectReported(noted, siteInDestructor, 8, "16");
+}
+
+TEST(ZCondition, CallsItsHookOnceWhenTheTimeRunsOut)
+{
+    Hooked condition;
+    condition.lock();
+    int timedOut = 0;
+    condition.wait(0, timedOut);
+    EXPECT_EQ(1, condition.timeOuts);
+    EXPECT_EQ(1, depthOf(condition));
+}
+
+TEST(ZCondition, KeepsTheLockMarkedFreeInTheTimeOutHook)
+{
+    Hooked condition;
+    condition.lock();
+    int timedOut = 7;
+    condition.wait(0, timedOut);
+    EXPECT_FALSE(condition.heldInHook);
+    EXPECT_EQ(1, timedOut);
+
+    condition.throws = true;
+    timedOut = 7;
+    EXPECT_THROW(condition.wait(0, timedOut), std::runtime_error);
+    EXPECT_EQ(0, timedOut);
+    EXPECT_EQ(0, depthOf(condition)) << "marked free, although the mutex is held";
+    EXPECT_EQ(EBUSY, pthread_mutex_trylock(calls.mutex));
+    pthread_mutex_unlock(calls.mutex);
+}
+
+TEST(ZCondition, ACancelledWaiterLetsGoOfTheLock)
+{
+    ZCondition_6_0 condition;
+    struct Shared {
+        ZCondition_6_0& condition;
+        bool waiting = false;
+    } shared = {condition, false};
+    pthread_t waiter;
+    auto const body = [](void* arg) -> void* {
+        auto& s = *static_cast<Shared*>(arg);
+        ZResourceLock_6_0 const outer(*s.condition.getResource());
+        ZResourceLock_6_0 const inner(*s.condition.getResource());
+        s.waiting = true;
+        for (;;)
+            s.condition.wait();
+    };
+    ASSERT_EQ(0, pthread_create(&waiter, nullptr, body, &shared));
+    for (bool waiting = false; !waiting; std::this_thread::yield()) {
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        waiting = shared.waiting;
+    }
+    ASSERT_EQ(0, pthread_cancel(waiter));
+    void* result = nullptr;
+    ASSERT_EQ(0, pthread_join(waiter, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    condition.lock();
+    EXPECT_EQ(1, depthOf(condition));
+}
+
+TEST(ZBooleanCondition, CarriesAFlag)
+{
+    ZLock_6_0 lock;
+    ZBooleanCondition_6_0 borrowing(lock);
+    ZBooleanCondition_6_0 owning;
+    for (ZBooleanCondition_6_0* condition : {&borrowing, &owning}) {
+        condition->lock();
+        EXPECT_EQ(0, condition->testCondition());
+        EXPECT_EQ(1, condition->setCondition(-5));
+        EXPECT_EQ(-5, condition->testCondition());
+        condition->waitTimedOut();
+        EXPECT_EQ(1, condition->testCondition());
+        condition->initCondition();
+        EXPECT_EQ(0, condition->testCondition());
+        EXPECT_EQ(1, condition->setCondition(0));
+        condition->unlock();
+    }
+}
+
+TEST(ZBooleanCondition, RefusesItsFlagWithoutTheLock)
+{
+    ZBooleanCondition_6_0 condition;
+    int timedOut = 7;
+    timespec until = {1, 0};
+    expectNotHolder([&] { condition.initCondition(); });
+    expectNotHolder([&] { condition.testCondition(); });
+    expectNotHolder([&] { condition.setCondition(1); });
+    expectNotHolder([&] { condition.waitTimedOut(); });
+    expectNotHolder([&] { condition.wait(); });
+    expectNotHolder([&] { condition.wait(1, timedOut); });
+    expectNotHolder([&] { condition.wait(until, timedOut); });
+    condition.lock();
+    EXPECT_EQ(0, condition.testCondition());
+    condition.unlock();
+}
+
+TEST(ZBooleanCondition, DoesNotWaitWhenTheFlagIsSet)
+{
+    ZBooleanCondition_6_0 condition;
+    condition.lock();
+    condition.setCondition(2);
+    calls = Calls();
+    int timedOut = 7;
+    timespec past = {1, 0};
+    condition.wait();
+    condition.wait(0, timedOut);
+    condition.wait(past, timedOut);
+    EXPECT_EQ(0, calls.waits);
+    EXPECT_EQ(0, calls.timedWaits);
+    EXPECT_EQ(7, timedOut);
+    condition.unlock();
+}
+
+TEST(ZBooleanCondition, WaitsUntilTheFlagIsSet)
+{
+    ZBooleanCondition_6_0 condition;
+    std::atomic<bool> waiting = false;
+    int seen = 0;
+    std::thread waiter([&] {
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        waiting = true;
+        condition.wait();
+        seen = condition.testCondition();
+    });
+    while (!waiting)
+        std::this_thread::yield();
+    condition.lock();
+    condition.signal();  // without the flag: the waiter goes back to wait
+    condition.unlock();
+    condition.lock();
+    condition.setCondition(3);
+    condition.broadcast();
+    condition.unlock();
+    waiter.join();
+    EXPECT_EQ(3, seen);
+}
+
+TEST(ZBooleanCondition, KeepsThrowingWhenTheTimeRunsOut)
+{
+    struct Case {
+        char const* name;
+        bool absolute;
+    };
+    Case const cases[] = {{"seconds", false}, {"absolute time", true}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZBooleanCondition_6_0 condition;
+        condition.lock();
+        condition.lock();
+        timespec past = {1, 0};
+        int timedOut = 7;
+        expectFailure<ZLockResourceException_6_0>(
+            [&] {
+                if (c.absolute)
+                    condition.wait(past, timedOut);
+                else
+                    condition.wait(0, timedOut);
+            },
+            5, 0, siteInValidateLock);
+        EXPECT_EQ(0, timedOut);
+        EXPECT_EQ(0, depthOf(condition)) << "marked free, although the mutex is held";
+        EXPECT_EQ(EBUSY, pthread_mutex_trylock(calls.mutex));
+        pthread_mutex_unlock(calls.mutex);
+        condition.lock();
+        EXPECT_EQ(0, condition.testCondition());
+        condition.unlock();
+    }
+}

@@ -1,0 +1,412 @@
+#include <Z/ZException.h>
+#include <Z/ZLock.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NotedMessages.h"
+#include "Reports.h"
+
+extern "C" {
+int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
+int __real_pthread_mutex_destroy(pthread_mutex_t*);
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __real_pthread_mutex_unlock(pthread_mutex_t*);
+}
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZLock";
+enum Site {
+    siteInConstructor = 40,
+    siteInDestructor = 58,
+    siteInLock = 77,
+    siteInUnlockOfStranger = 91,
+    siteInUnlock = 106
+};
+
+// What the calls of this thread answer instead of being made, when not 0, and how often each was
+// made for real.
+struct Calls {
+    int failInit = 0;
+    int failDestroy = 0;
+    int failLock = 0;
+    int failUnlock = 0;
+    int inits = 0;
+    int locks = 0;
+    int unlocks = 0;
+    bool defaultAttributes = true;
+};
+thread_local Calls calls;
+
+template <class Exception, class Action>
+void expectFailure(Action action, uint32_t number, int rc, unsigned site)
+{
+    try {
+        action();
+        FAIL() << "nothing was thrown";
+    } catch (Exception const& failure) {
+        EXPECT_EQ(number, failure.messageNumber());
+        EXPECT_EQ(rc, failure.returnCode());
+        EXPECT_STREQ(kSource, failure.who());
+        EXPECT_EQ(site, failure.where());
+    }
+}
+
+void expectNotHeld(ZLock_6_0& lock)
+{
+    expectFailure<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6, 0,
+                                                siteInUnlockOfStranger);
+}
+
+template <class Action>
+void inAnotherThread(Action action)
+{
+    std::thread(action).join();
+}
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, pthread_mutexattr_t const* attributes)
+{
+    if (calls.failInit != 0)
+        return calls.failInit;
+    ++calls.inits;
+    calls.defaultAttributes = calls.defaultAttributes && attributes == nullptr;
+    return __real_pthread_mutex_init(mutex, attributes);
+}
+
+int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex)
+{
+    int const rc = __real_pthread_mutex_destroy(mutex);
+    return calls.failDestroy != 0 ? calls.failDestroy : rc;
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    if (calls.failLock != 0)
+        return calls.failLock;
+    ++calls.locks;
+    return __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
+{
+    if (calls.failUnlock != 0)
+        return calls.failUnlock;
+    ++calls.unlocks;
+    return __real_pthread_mutex_unlock(mutex);
+}
+
+}  // extern "C"
+
+TEST(ZLock, IsReleasedByTheLastOfAsManyUnlocks)
+{
+    ZLock_6_0 lock;
+    calls = Calls();
+    lock.lock();
+    lock.lock();
+    lock.lock();
+    EXPECT_EQ(1, calls.locks) << "only the first lock() touches the mutex";
+    lock.unlock();
+    lock.unlock();
+    EXPECT_EQ(0, calls.unlocks);
+    lock.unlock();
+    EXPECT_EQ(1, calls.unlocks);
+    expectNotHeld(lock);
+}
+
+TEST(ZLock, CanBeTakenAgainByAnyThread)
+{
+    ZLock_6_0 lock;
+    for (int i = 0; i < 3; ++i) {
+        lock.lock();
+        lock.unlock();
+        inAnotherThread([&] {
+            lock.lock();
+            lock.unlock();
+        });
+    }
+    expectNotHeld(lock);
+}
+
+TEST(ZLock, MakesItsMutexWithDefaultAttributes)
+{
+    calls = Calls();
+    ZLock_6_0 const lock;
+    EXPECT_EQ(1, calls.inits);
+    EXPECT_TRUE(calls.defaultAttributes);
+}
+
+TEST(ZLock, IsLockedThroughItsInterface)
+{
+    ZLock_6_0 lock;
+    ZLockInterface_6_0& interface = lock;
+    interface.lock();
+    interface.unlock();
+    expectNotHeld(lock);
+}
+
+TEST(ZLock, KeepsTheIdentityOfItsRoot)
+{
+    ZLock_6_0 const lock;
+    ZLock_6_0 const other;
+    ZObject_6_0 const& object = lock;
+    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&object)), lock.hash());
+    EXPECT_EQ(0, lock.compare(lock));
+    EXPECT_NE(0, lock.compare(other));
+    EXPECT_EQ(nullptr, lock.clone());
+}
+
+TEST(ZLock, ExcludesOtherThreads)
+{
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 5000;
+    ZLock_6_0 lock;
+    long counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < kRounds; ++i) {
+                lock.lock();
+                ++counter;
+                lock.lock();
+                ++counter;
+                lock.unlock();
+                lock.unlock();
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(2L * kThreads * kRounds, counter);
+}
+
+TEST(ZLock, UnlockByAStrangerRaisesAndChangesNothing)
+{
+    ZLock_6_0 lock;
+    lock.lock();
+    lock.lock();
+    inAnotherThread([&] { expectNotHeld(lock); });
+    lock.unlock();
+    lock.unlock();
+    expectNotHeld(lock);
+}
+
+TEST(ZLock, UnlockOfAFreeLockRaisesAndChangesNothing)
+{
+    ZLock_6_0 lock;
+    expectNotHeld(lock);
+    lock.lock();
+    lock.unlock();
+}
+
+// Thread ids are addresses: with large stacks two of them may have the same low 32 bits.
+TEST(ZLock, TellsThreadsApartByTheirWholeId)
+{
+    constexpr size_t kApart = size_t{1} << 32;
+    constexpr size_t kStack = size_t{1} << 21;
+    char* const room = static_cast<char*>(mmap(nullptr, kApart + kStack, PROT_READ | PROT_WRITE,
+                                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    if (room == MAP_FAILED)
+        GTEST_SKIP() << "no address space for two stacks 4 GiB apart";
+
+    struct Shared {
+        ZLock_6_0 lock;
+        std::atomic<pthread_t> holder{0};
+        std::atomic<pthread_t> stranger{0};
+        std::atomic<bool> done{false};
+        bool raised = false;
+    } shared;
+    auto const hold = [](void* arg) -> void* {
+        auto& s = *static_cast<Shared*>(arg);
+        s.lock.lock();
+        s.holder = pthread_self();
+        while (!s.done)
+            std::this_thread::yield();
+        s.lock.unlock();
+        return nullptr;
+    };
+    auto const intrude = [](void* arg) -> void* {
+        auto& s = *static_cast<Shared*>(arg);
+        while (s.holder == 0)
+            std::this_thread::yield();
+        s.stranger = pthread_self();
+        try {
+            s.lock.unlock();
+        } catch (ZUnlockResourceException_6_0&) {
+            s.raised = true;
+        }
+        s.done = true;
+        return nullptr;
+    };
+    pthread_t threads[2];
+    void* (*const bodies[2])(void*) = {hold, intrude};
+    for (int i = 0; i < 2; ++i) {
+        pthread_attr_t attributes;
+        ASSERT_EQ(0, pthread_attr_init(&attributes));
+        ASSERT_EQ(0, pthread_attr_setstack(&attributes, room + i * kApart, kStack));
+        ASSERT_EQ(0, pthread_create(&threads[i], &attributes, bodies[i], &shared));
+        ASSERT_EQ(0, pthread_attr_destroy(&attributes));
+    }
+    for (pthread_t thread : threads)
+        ASSERT_EQ(0, pthread_join(thread, nullptr));
+    EXPECT_NE(shared.holder.load(), shared.stranger.load());
+    EXPECT_EQ(static_cast<uint32_t>(shared.holder), static_cast<uint32_t>(shared.stranger));
+    EXPECT_TRUE(shared.raised);
+    munmap(room, kApart + kStack);
+}
+
+TEST(ZLock, ReportsWhatTheMutexCallsAnswer)
+{
+    calls.failInit = ENOMEM;
+    expectFailure<ZCreateResourceException_6_0>([] { ZLock_6_0 const lock; }, 3, ENOMEM,
+                                                siteInConstructor);
+    calls = Calls();
+
+    ZLock_6_0 lock;
+    calls.failLock = EAGAIN;
+    expectFailure<ZLockResourceException_6_0>([&] { lock.lock(); }, 5, EAGAIN, siteInLock);
+    calls = Calls();
+    expectNotHeld(lock);
+
+    lock.lock();
+    calls.failUnlock = EPERM;
+    expectFailure<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6, EPERM, siteInUnlock);
+    calls = Calls();
+    lock.lock();
+    EXPECT_EQ(0, calls.locks) << "the lock is still held after the failed unlock()";
+    lock.unlock();
+    lock.unlock();
+    EXPECT_EQ(1, calls.unlocks);
+}
+
+TEST(ZLock, OnlyReportsAFailureToDestroyItsMutex)
+{
+    NotedMessages const noted;
+    {
+        ZLock_6_0 const lock;
+        calls.failDestroy = EBUSY;
+    }
+    calls = Calls();
+    ASSERT_EQ(1u, noted.messages().size());
+    NotedMessages::Message const message = noted.messages()[0];
+    EXPECT_EQ(kSource, message.file);
+    EXPECT_EQ(siteInDestructor, message.line);
+    EXPECT_EQ(4, message.number);
+    EXPECT_EQ(1, message.insertCount);
+    std::vector<std::string> const inserts = {"16",     "(null)", "(null)",
+                                              "(null)", "(null)", "(null)"};
+    EXPECT_EQ(inserts, message.inserts);
+}
+
+TEST(ZLock, WritesTheReportOfAFailureToDestroyItsMutex)
+{
+    std::string const report = reportOf([] {
+        ZLock_6_0 const lock;
+        calls.failDestroy = EBUSY;
+    });
+    calls = Calls();
+    EXPECT_EQ(
+        "Error: 4\n File: \"src/Z/ZLock\" 58\n" + threadLine() + "Additional Information:\n16\n",
+        report);
+}
+
+TEST(ZLock, KeepsACopyFreeAndUninitialised)
+{
+    ZLock_6_0 lock;
+    lock.lock();
+    calls = Calls();
+    NotedMessages const noted;
+    {
+        ZLock_6_0 copy(lock);
+        EXPECT_EQ(0, calls.inits);
+        expectNotHeld(copy);
+    }
+    EXPECT_TRUE(noted.messages().empty());
+    lock.unlock();
+}
+
+TEST(ZLock, KeepsItsStateWhenAssignedTo)
+{
+    ZLock_6_0 held;
+    ZLock_6_0 free;
+    held.lock();
+    held = free;
+    free = held;
+    expectNotHeld(free);
+    held.unlock();
+    expectNotHeld(held);
+}
+
+TEST(ZResourceLock, HoldsTheLockForItsScope)
+{
+    ZLock_6_0 lock;
+    {
+        ZResourceLock_6_0 const outer(lock);
+        inAnotherThread([&] { expectNotHeld(lock); });
+        {
+            ZResourceLock_6_0 const inner(lock);
+        }
+        lock.lock();
+        lock.unlock();
+    }
+    expectNotHeld(lock);
+}
+
+TEST(ZResourceLock, ReleasesTheLockWhenAnExceptionPasses)
+{
+    ZLock_6_0 lock;
+    EXPECT_THROW(
+        {
+            ZResourceLock_6_0 const guard(lock);
+            throw std::runtime_error("passes");
+        },
+        std::runtime_error);
+    expectNotHeld(lock);
+}
+
+TEST(ZResourceLock, IsNotMadeWhenTheLockCannotBeTaken)
+{
+    ZLock_6_0 lock;
+    calls.failLock = EINVAL;
+    expectFailure<ZLockResourceException_6_0>([&] { ZResourceLock_6_0 const guard(lock); }, 5,
+                                              EINVAL, siteInLock);
+    calls = Calls();
+    expectNotHeld(lock);
+}
+
+TEST(ZResourceLock, RaisesWhenTheLockIsNotHeldAnyMore)
+{
+    ZLock_6_0 lock;
+    expectFailure<ZUnlockResourceException_6_0>(
+        [&] {
+            ZResourceLock_6_0 const guard(lock);
+            lock.unlock();
+        },
+        6, 0, siteInUnlockOfStranger);
+}
+
+TEST(ZResourceLock, ReportsInsteadOfRaisingWhileAnotherExceptionIsOnItsWay)
+{
+    ZLock_6_0 lock;
+    NotedMessages const noted;
+    EXPECT_THROW(
+        {
+            ZResourceLock_6_0 const guard(lock);
+            lock.unlock();
+            throw std::runtime_error("the first one");
+        },
+        std::runtime_error);
+    EXPECT_EQ(1, noted.exceptions());
+    expectNotHeld(lock);
+}
