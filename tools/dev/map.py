@@ -4,6 +4,7 @@
 The groups of src/Z/CMakeLists.txt, the tables of src/Z/README.md and the second paragraph of each
 header ("Subsystem: x.  Stands on: A, B.") must name the same modules in the same subsystems and the
 same dependencies, and a header or its source includes only what it stands on.
+--update copies what the headers stand on into src/Z/README.md.
 """
 import pathlib
 import re
@@ -45,7 +46,7 @@ def map_tables():
 
 
 def header_paragraph(module):
-    """Returns (subsystem, set of what the module stands on) as its header says, or None."""
+    """Returns what the header says, or None: subsystem, what it stands on as a set and in order."""
     comment = []
     for line in (LIBRARY / f"{module}.h").read_text(encoding="utf-8").splitlines():
         if not line.startswith("//"):
@@ -54,7 +55,8 @@ def header_paragraph(module):
     match = re.search(r"Subsystem: ([\w ]+)\.\s+Stands on: ([^.]+)\.", " ".join(comment))
     if not match:
         return None
-    return match.group(1), set(re.findall(r"\w+", match.group(2))) - {"nothing"}
+    names = [name for name in re.findall(r"\w+", match.group(2)) if name != "nothing"]
+    return match.group(1), set(names), names
 
 
 def included(module, modules):
@@ -73,11 +75,25 @@ def included(module, modules):
     return found - {module}
 
 
+def update_map(modules):
+    path = LIBRARY / "README.md"
+    lines = path.read_text(encoding="utf-8").split("\n")
+    for i, line in enumerate(lines):
+        row = re.match(r"(\| `(\w+)` \|[^|]*\|)[^|]*\|$", line)
+        if row and row.group(2) in modules:
+            paragraph = header_paragraph(row.group(2))
+            names = ", ".join(f"`{name}`" for name in paragraph[2]) if paragraph else ""
+            lines[i] = f"{row.group(1)} {names} |".replace("|  |", "| |")
+    path.write_text("\n".join(lines), encoding="utf-8")
+
+
 def main():
     wrong = []
     groups = cmake_groups()
-    tables = map_tables()
     modules = {module for group in groups.values() for module in group}
+    if "--update" in sys.argv[1:]:
+        update_map(modules)
+    tables = map_tables()
 
     used = [subsystem for subsystem, group in groups.items() if group]
     if list(tables) != used:

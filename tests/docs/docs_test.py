@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""Tries out what the documents say. usage: docs_test.py BUILD-FOLDER C-COMPILER C++-COMPILER"""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path()
+COMPILER = {}
+
+
+def blocks(language):
+    """Returns the blocks of README.md in a language."""
+    text = (ROOT / "README.md").read_text(encoding="utf-8")
+    return re.findall(rf"^```{language}\n(.*?)^```$", text, re.M | re.S)
+
+
+class Readme(unittest.TestCase):
+    def setUp(self):
+        room = tempfile.TemporaryDirectory()
+        self.addCleanup(room.cleanup)
+        self.room = pathlib.Path(room.name)
+        shutil.copy(ROOT / "examples" / "gateway.conf", self.room)
+
+    def run_block(self, language, *flags):
+        (program,) = blocks(language)
+        source = self.room / f"program.{language}"
+        source.write_text(program, encoding="utf-8")
+        libraries = [BUILD / "src" / "Z", BUILD / "src" / "qvr"]
+        subprocess.run([COMPILER[language], *flags, "-pedantic-errors", "-Wall", "-Wextra",
+                        "-Werror", f"-I{ROOT / 'src'}", f"-I{ROOT / 'src' / 'qvr'}", source, "-o",
+                        self.room / "program", *(f"-L{folder}" for folder in libraries),
+                        *(f"-Wl,-rpath,{folder}" for folder in libraries), "-lzfoundation-6.0",
+                        "-lqvr"], check=True)
+        environment = dict(os.environ, QVRDIR=str(ROOT / "src" / "qvr" / "tables"))
+        run = subprocess.run([self.room / "program"], cwd=self.room, env=environment,
+                             capture_output=True, text=True, check=False)
+        self.assertEqual((0, ""), (run.returncode, run.stderr))
+        return run.stdout
+
+    def test_c_program(self):
+        self.assertEqual("idle timeout: 30 s\n", self.run_block("c", "-std=c99"))
+        self.assertIn("idle-timeout = 60\n", (self.room / "gateway.conf").read_text())
+
+    def test_cpp_program(self):
+        self.assertEqual("address = 0.0.0.0:8080\nidle-timeout = 30\n"
+                         "certificate = portal.example.net\n", self.run_block("cpp", "-std=c++17"))
+        self.assertIn("address = 0.0.0.0:8443\naddress = [::]:8443\n",
+                      (self.room / "gateway.conf").read_text())
+
+    def test_command_lines(self):
+        shown = next(text for text in blocks("") if text.startswith("$ zstz"))
+        tool = next(BUILD.glob("*/zstz"))
+        for command, printed in re.findall(r"^\$ zstz (.*)\n((?:(?!\$).*\n)*)", shown, re.M):
+            run = subprocess.run([tool, *command.split()], cwd=self.room, capture_output=True,
+                                 text=True, check=True)
+            self.assertEqual(printed, run.stdout, command)
+
+    def test_the_two_commands_stand_in_the_first_screen(self):
+        first = (ROOT / "README.md").read_text(encoding="utf-8").split("\n")[:25]
+        for command in ("./dev run", "./dev test"):
+            self.assertTrue(any(line.startswith(command) for line in first), command)
+
+
+class Documents(unittest.TestCase):
+    def test_links_lead_somewhere(self):
+        for path in [ROOT / "README.md", ROOT / "src" / "Z" / "README.md",
+                     *sorted((ROOT / "docs").glob("*.md"))]:
+            text = path.read_text(encoding="utf-8")
+            for target in re.findall(r"\]\((?!http)([^)#]+)", text):
+                self.assertTrue((path.parent / target).exists(), f"{path.name}: {target}")
+
+    def test_folders_of_the_readme_exist(self):
+        text = (ROOT / "README.md").read_text(encoding="utf-8")
+        for folder in re.findall(r"^\| `([\w/]+/)` \|", text, re.M):
+            self.assertTrue((ROOT / folder).is_dir(), folder)
+
+    def test_message_texts(self):
+        rows = re.findall(r"^\| (\d+) \| `(.*)` \|$",
+                          (ROOT / "docs" / "failures.md").read_text(encoding="utf-8"), re.M)
+        pinned = re.findall(r"^(\d+)[ \t](.*)$",
+                            (ROOT / "tests" / "data" / "messages.txt").read_text(encoding="utf-8"),
+                            re.M)
+        self.assertEqual(pinned, rows)
+
+    def test_every_exception_class_is_listed(self):
+        header = (ROOT / "src" / "Z" / "ZException.h").read_text(encoding="utf-8")
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        listed = set(re.findall(r"^\| `(Z\w+)` \|", text, re.M))
+        abstract = {"ZException", "ZZException", "ZSharedLibraryException", "ZPropertiesException"}
+        declared = set(re.findall(r"^class (Z\w+)_6_0\b(?! *;)", header, re.M)) - abstract
+        self.assertEqual(declared, listed)
+
+
+if __name__ == "__main__":
+    BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
+    COMPILER["c"] = sys.argv.pop(1)
+    COMPILER["cpp"] = sys.argv.pop(1)
+    unittest.main()
