@@ -32,3 +32,19 @@ string(REGEX REPLACE "/$" "" z_up "${z_up}")
 configure_file(cmake/zfoundation-6.0.pc.in ${PROJECT_BINARY_DIR}/zfoundation-6.0.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zfoundation-6.0.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# ./dev package
+set(CPACK_PACKAGE_NAME zfoundation-6.0)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "General-purpose foundation library, generation 6.0")
+set(CPACK_PACKAGE_CONTACT "The zfoundation developers <zfoundation@localhost>")
+set(CPACK_RESOURCE_FILE_README ${PROJECT_SOURCE_DIR}/README.md)
+set(CPACK_GENERATOR TGZ DEB)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The Debian archive lies below /usr, an unpacked tar archive anywhere.
+set(CPACK_SET_DESTDIR OFF)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+include(CPack)
