@@ -99,7 +99,7 @@ public:
     {
         if (owns_ != 0) {
             while (count_ > 0)
-                delete slots_[--count_];
+                delete std::exchange(slots_[--count_], nullptr);
         }
     }
 
