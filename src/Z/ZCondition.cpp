@@ -1,6 +1,5 @@
 #include "ZCondition.h"
 
-#include <cxxabi.h>
 #include <errno.h>
 #include <pthread.h>
 
@@ -121,9 +120,10 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
             waitTimedOut();
             timedOut = 1;
         }
-    } catch (abi::__forced_unwind&) {
+    } catch (...) {
         // A cancelled wait has the mutex again: the guards up the stack unlock it.
-        lock_->markHeld(depth);
+        if (zcaughtCancellation())
+            lock_->markHeld(depth);
         throw;
     }
     lock_->markHeld(depth);

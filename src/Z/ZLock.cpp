@@ -1,6 +1,5 @@
 #include "ZLock.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -196,8 +195,6 @@ ZResourceLock_6_0::~ZResourceLock_6_0()
     // A second exception would end the process while a first one unwinds the stack.
     try {
         lock_.unlock();
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         if (std::uncaught_exceptions() == 0)
             throw;

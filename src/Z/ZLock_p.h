@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include <exception>
+
 class ZException_6_0;
 
 /// Holds off the cancellation of the thread while it lives: a cancellation inside a destructor
@@ -17,6 +19,13 @@ public:
 private:
     int before_;
 };
+
+/// Returns, in a `catch (...)`, whether it has caught the cancellation of the thread: that unwinds
+/// the stack without a C++ exception, and must be thrown on.
+inline bool zcaughtCancellation()
+{
+    return std::current_exception() == nullptr;
+}
 
 /// Reports a failed system call through the message service: message number and rc.
 void zreportRc(char const* source, int site, int messageNumber, int rc) noexcept;

@@ -8,12 +8,12 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "FailingAllocator.h"
 #include "NotedMessages.h"
 
 extern "C" {
@@ -39,6 +39,7 @@ enum Site {
 
 // What the calls of this thread answer instead of being made, when not 0, and what was asked for.
 struct Calls {
+    bool failNew = false;
     int failInit = 0;
     int failDestroy = 0;
     int failWait = 0;
@@ -131,6 +132,12 @@ public:
 };
 
 }  // namespace
+
+// The form that the library's objects are allocated with.
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept
+{
+    return calls.failNew ? nullptr : ::operator new(size);
+}
 
 extern "C" {
 
@@ -486,9 +493,12 @@ TEST(ZCondition, IsNotMadeWhenTheSystemRefuses)
 
 TEST(ZCondition, IsNotMadeWithoutMemoryForItsLock)
 {
-    EXPECT_EQ(1u, failEachAllocation([] { ZCondition_6_0 const condition; }, [] {}));
+    calls.failNew = true;
+    EXPECT_THROW(ZCondition_6_0 const condition, ZOutOfMemoryException_6_0);
+    EXPECT_THROW(ZBooleanCondition_6_0 const condition, ZOutOfMemoryException_6_0);
     ZLock_6_0 lock;
-    EXPECT_EQ(0u, failEachAllocation([&] { ZCondition_6_0 const condition(lock); }, [] {}));
+    EXPECT_NO_THROW(ZCondition_6_0 const condition(lock)) << "needs no memory";
+    calls = Calls();
 }
 
 TEST(ZCondition, OnlyReportsAFailureToBeDestroyed)
@@ -557,6 +567,41 @@ TEST(ZCondition, ACancelledWaiterLetsGoOfTheLock)
     EXPECT_EQ(PTHREAD_CANCELED, result);
     condition.lock();
     EXPECT_EQ(1, depthOf(condition));
+}
+
+TEST(ZCondition, AHookThatIsCancelledLeavesTheLockHeld)
+{
+    class Cancelled : public ZCondition_6_0 {
+    public:
+        void waitTimedOut() override
+        {
+            pthread_cancel(pthread_self());
+            pthread_testcancel();
+        }
+    } condition;
+    std::atomic<int> depth = -1;
+    struct Shared {
+        ZCondition_6_0& condition;
+        std::atomic<int>& depth;
+    } shared = {condition, depth};
+    auto const body = [](void* arg) -> void* {
+        auto& s = *static_cast<Shared*>(arg);
+        struct AtTheEnd {
+            Shared& shared;
+            ~AtTheEnd() { shared.depth = depthOf(shared.condition); }
+        } const atTheEnd = {s};
+        s.condition.lock();
+        s.condition.lock();
+        int timedOut = 0;
+        s.condition.wait(0, timedOut);
+        return nullptr;
+    };
+    pthread_t waiter;
+    ASSERT_EQ(0, pthread_create(&waiter, nullptr, body, &shared));
+    void* result = nullptr;
+    ASSERT_EQ(0, pthread_join(waiter, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    EXPECT_EQ(2, depth.load());
 }
 
 TEST(ZBooleanCondition, CarriesAFlag)
