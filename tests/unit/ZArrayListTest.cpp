@@ -1,0 +1,1141 @@
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "CountedObject.h"
+#include "FailingAllocator.h"
+#include "Raises.h"
+#include "ThrowingObject.h"
+
+namespace {
+
+constexpr int kBorrows = 0;
+constexpr int kOwns = 1;
+
+using Numbers = std::vector<int>;
+
+// The numbers of the members; -1 stands for a null.
+Numbers numbersOf(ZList_6_0 const& list)
+{
+    Numbers numbers;
+    for (unsigned i = 0; i < list.size(); ++i)
+        numbers.push_back(numberOf(list.get(i)));
+    return numbers;
+}
+
+void fill(ZArrayList_6_0& list, Numbers const& numbers)
+{
+    for (int number : numbers)
+        list.addNoCopy(number < 0 ? nullptr : new CountedObject(number));
+}
+
+// An owning list of objects with these numbers; -1 stands for a null.
+struct OwningList : ZArrayList_6_0 {
+    explicit OwningList(Numbers const& numbers) : ZArrayList_6_0(1, kOwns) { fill(*this, numbers); }
+};
+
+class ZArrayList : public testing::Test {
+protected:
+    void SetUp() override { CountedObject::alive = 0; }
+    void TearDown() override
+    {
+        CountedObject::clonesUntilThrow = 0;
+        EXPECT_EQ(0, CountedObject::alive);
+    }
+};
+
+class ZListIterator : public ZArrayList {};
+class ZArrayListSort : public ZArrayList {};
+
+}  // namespace
+
+TEST_F(ZArrayList, StartsEmptyWithRoomForAtLeastOne)
+{
+    struct Case {
+        char const* name;
+        unsigned asked;
+        unsigned capacity;
+    };
+    Case const cases[] = {{"none asked", 0, 1}, {"one asked", 1, 1}, {"several asked", 12, 12}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZArrayList_6_0 const list(c.asked, kOwns);
+        EXPECT_EQ(c.capacity, list.capacity());
+        EXPECT_EQ(0u, list.size());
+        EXPECT_TRUE(list.isEmpty());
+        EXPECT_EQ(1, list.ownsMembers());
+    }
+    EXPECT_EQ(0, ZArrayList_6_0(1, kBorrows).ownsMembers());
+}
+
+TEST_F(ZArrayList, GrowsByHalfAtLeastByOne)
+{
+    CountedObject object;
+    ZArrayList_6_0 list(0, kBorrows);
+    std::vector<unsigned> capacities{list.capacity()};
+    for (int i = 0; i < 200; ++i) {
+        list.add(&object);
+        if (list.capacity() != capacities.back())
+            capacities.push_back(list.capacity());
+    }
+    EXPECT_EQ((std::vector<unsigned>{1, 2, 3, 4, 6, 9, 13, 19, 28, 42, 63, 94, 141, 211}),
+              capacities);
+    ZArrayList_6_0 ten(10, kBorrows);
+    for (int i = 0; i < 11; ++i)
+        ten.add(&object);
+    EXPECT_EQ(15u, ten.capacity());
+}
+
+TEST_F(ZArrayList, EveryWayInGrowsAlike)
+{
+    CountedObject object;
+    ZArrayList_6_0 source(1, kBorrows);
+    for (unsigned members = 0; members < 50; ++members) {
+        ZArrayList_6_0 added(3, kBorrows), inserted(3, kBorrows), listed(3, kBorrows);
+        ZArrayList_6_0 assigned(3, kBorrows);
+        for (unsigned i = 0; i < members; ++i) {
+            added.add(&object);
+            inserted.addNoCopy(0, &object);
+        }
+        listed.addList(source);
+        assigned = source;
+        EXPECT_EQ(added.capacity(), inserted.capacity());
+        EXPECT_EQ(added.capacity(), listed.capacity());
+        EXPECT_EQ(added.capacity(), assigned.capacity());
+        source.add(&object);
+    }
+}
+
+TEST_F(ZArrayList, OwningAddStoresAClone)
+{
+    CountedObject const object(5);
+    {
+        ZArrayList_6_0 list(1, kOwns);
+        list.add(&object);
+        list.add(0, &object);
+        EXPECT_EQ((Numbers{5, 5}), numbersOf(list));
+        EXPECT_NE(&object, list.get(0));
+        EXPECT_NE(&object, list.get(1));
+        EXPECT_EQ(3, CountedObject::alive);
+    }
+    EXPECT_EQ(1, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, BorrowingStoresThePointersAndDeletesNothing)
+{
+    CountedObject one(1), two(2);
+    {
+        ZArrayList_6_0 list(1, kBorrows);
+        list.add(&one);
+        list.add(0, &two);
+        list.addNoCopy(&one);
+        EXPECT_EQ(&two, list.get(0));
+        EXPECT_EQ(&one, list.get(1));
+        list.set(0, &one);
+        list.remove(0u);
+        list.remove(&one);
+        EXPECT_EQ(Numbers{1}, numbersOf(list));
+        list.add(&two);
+        list.removeAll();
+        list.add(&two);
+    }
+    EXPECT_EQ(2, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, AddNoCopyTakesThePointerOver)
+{
+    ZArrayList_6_0 list(1, kOwns);
+    auto* const one = new CountedObject(1);
+    auto* const two = new CountedObject(2);
+    list.addNoCopy(one);
+    list.addNoCopy(0, two);
+    EXPECT_EQ(two, list.get(0));
+    EXPECT_EQ(one, list.get(1));
+    list.removeAll();
+    EXPECT_EQ(0, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, InsertsAtEveryIndex)
+{
+    for (unsigned index = 0; index <= 3; ++index) {
+        SCOPED_TRACE(index);
+        OwningList list({1, 2, 3});
+        Numbers expected{1, 2, 3};
+        expected.insert(expected.begin() + index, 9);
+        list.addNoCopy(index, new CountedObject(9));
+        EXPECT_EQ(expected, numbersOf(list));
+    }
+}
+
+TEST_F(ZArrayList, IgnoresWhatIsOutOfRange)
+{
+    CountedObject const object(9);
+    for (unsigned index : {4u, 5u, 0x80000000u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(index);
+        OwningList list({1, 2, 3});
+        unsigned const capacity = list.capacity();
+        list.add(index, &object);
+        list.addNoCopy(index, &object);
+        list.set(index - 1, &object);
+        list.remove(index - 1);
+        list.swap(0, index - 1);
+        list.swap(index - 1, 0);
+        EXPECT_EQ(nullptr, list.get(index - 1));
+        EXPECT_EQ((Numbers{1, 2, 3}), numbersOf(list));
+        EXPECT_EQ(capacity, list.capacity());
+        EXPECT_EQ(4, CountedObject::alive);
+    }
+}
+
+TEST_F(ZArrayList, StoresNulls)
+{
+    for (int owns : {kBorrows, kOwns}) {
+        ZArrayList_6_0 list(1, owns);
+        list.add(nullptr);
+        list.add(0, nullptr);
+        list.addNoCopy(nullptr);
+        list.set(0, nullptr);
+        EXPECT_EQ((Numbers{-1, -1, -1}), numbersOf(list));
+        list.remove(0u);
+        EXPECT_EQ(2u, list.size());
+        ZArrayList_6_0 const copy(list);
+        EXPECT_EQ(2u, copy.size());
+    }
+}
+
+TEST_F(ZArrayList, SetReplacesAndDeletesTheOldMember)
+{
+    OwningList list({1, 2, 3});
+    CountedObject const object(9);
+    list.set(1, &object);
+    EXPECT_EQ((Numbers{1, 9, 3}), numbersOf(list));
+    EXPECT_NE(&object, list.get(1));
+    EXPECT_EQ(4, CountedObject::alive);
+    list.set(2, list.get(2));
+    EXPECT_EQ((Numbers{1, 9, 3}), numbersOf(list));
+    EXPECT_EQ(4, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, RemoveByIndexMovesTheOthersUp)
+{
+    for (unsigned index = 0; index < 3; ++index) {
+        SCOPED_TRACE(index);
+        OwningList list({1, 2, 3});
+        Numbers expected{1, 2, 3};
+        expected.erase(expected.begin() + index);
+        list.remove(index);
+        EXPECT_EQ(expected, numbersOf(list));
+        EXPECT_EQ(2, CountedObject::alive);
+    }
+}
+
+TEST_F(ZArrayList, RemoveByObjectTakesTheFirstEqualOnly)
+{
+    OwningList list({1, 2, 1});
+    CountedObject const one(1);
+    CountedObject const nine(9);
+    list.remove(&one);
+    EXPECT_EQ((Numbers{2, 1}), numbersOf(list));
+    list.remove(&nine);
+    EXPECT_EQ((Numbers{2, 1}), numbersOf(list));
+    list.remove(static_cast<ZObject_6_0 const*>(nullptr));
+    EXPECT_EQ((Numbers{2, 1}), numbersOf(list));
+    EXPECT_EQ(4, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, AMemberMayBeRemovedByItself)
+{
+    OwningList list({1, 2, 3});
+    list.remove(list.get(1));
+    EXPECT_EQ((Numbers{1, 3}), numbersOf(list));
+    EXPECT_EQ(2, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, RemoveAllKeepsTheCapacity)
+{
+    OwningList list({1, -1, 3, 4, 5});
+    EXPECT_EQ(6u, list.capacity());
+    list.removeAll();
+    EXPECT_EQ(0u, list.size());
+    EXPECT_EQ(6u, list.capacity());
+    EXPECT_EQ(0, CountedObject::alive);
+    EXPECT_EQ(nullptr, list.get(0));
+}
+
+TEST_F(ZArrayList, FindsTheFirstAndTheLastEqual)
+{
+    OwningList const list({7, -1, 5, 7, -1});
+    struct Case {
+        char const* name;
+        int number;
+        int first;
+        int last;
+    };
+    Case const cases[] = {{"twice", 7, 0, 3}, {"once", 5, 2, 2}, {"never", 9, -1, -1}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        CountedObject const probe(c.number);
+        EXPECT_EQ(c.first, list.indexOf(&probe));
+        EXPECT_EQ(c.last, list.lastIndexOf(&probe));
+        EXPECT_EQ(c.first >= 0, list.contains(&probe));
+    }
+    EXPECT_EQ(-1, list.indexOf(nullptr));
+    EXPECT_EQ(-1, list.lastIndexOf(nullptr));
+    EXPECT_FALSE(list.contains(nullptr));
+}
+
+TEST_F(ZArrayList, AddListAddsInOrderAsTheTargetOwns)
+{
+    OwningList source({1, -1, 3});
+    OwningList owning({8, 9});
+    owning.addList(source);
+    EXPECT_EQ((Numbers{8, 9, 1, -1, 3}), numbersOf(owning));
+    EXPECT_NE(source.get(0), owning.get(2));
+    ZArrayList_6_0 borrowing(1, kBorrows);
+    borrowing.addList(source);
+    EXPECT_EQ((Numbers{1, -1, 3}), numbersOf(borrowing));
+    EXPECT_EQ(source.get(0), borrowing.get(0));
+    EXPECT_EQ(6, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, MayBeAddedToItself)
+{
+    for (unsigned capacity : {2u, 100u}) {
+        SCOPED_TRACE(capacity);
+        ZArrayList_6_0 list(capacity, kOwns);
+        fill(list, {1, 2});
+        list.addList(list);
+        EXPECT_EQ((Numbers{1, 2, 1, 2}), numbersOf(list));
+        EXPECT_NE(list.get(0), list.get(2));
+        EXPECT_EQ(4, CountedObject::alive);
+    }
+}
+
+TEST_F(ZArrayList, SubListAddsBothEndsToTheTarget)
+{
+    OwningList list({1, 2, 3, 4});
+    struct Case {
+        char const* name;
+        unsigned from;
+        unsigned to;
+        Numbers added;
+    };
+    Case const cases[] = {
+        {"all", 0, 3, {1, 2, 3, 4}},
+        {"middle", 1, 2, {2, 3}},
+        {"one", 3, 3, {4}},
+        {"end is the size", 0, 4, {}},
+        {"end far out", 0, 0xFFFFFFFFu, {}},
+        {"wrong way round", 2, 1, {}},
+        {"all out", 4, 4, {}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZArrayList_6_0 owning(1, kOwns), borrowing(1, kBorrows);
+        list.subList(owning, c.from, c.to);
+        EXPECT_EQ(c.added, numbersOf(owning));
+        EXPECT_EQ(4 + static_cast<long>(c.added.size()), CountedObject::alive);
+        list.subList(borrowing, c.from, c.to);
+        EXPECT_EQ(c.added, numbersOf(borrowing));
+        EXPECT_EQ(c.added.empty() ? nullptr : list.get(c.from), borrowing.get(0));
+    }
+    ZArrayList_6_0 const none(1, kOwns);
+    none.subList(list, 0, 0);
+    EXPECT_EQ(4u, list.size());
+    list.subList(list, 1, 2);
+    EXPECT_EQ((Numbers{1, 2, 3, 4, 2, 3}), numbersOf(list));
+}
+
+TEST_F(ZArrayList, SwapsMembers)
+{
+    OwningList list({1, 2, -1});
+    list.swap(0, 1);
+    EXPECT_EQ((Numbers{2, 1, -1}), numbersOf(list));
+    list.swap(0, 2);
+    EXPECT_EQ((Numbers{-1, 1, 2}), numbersOf(list));
+    list.swap(1, 1);
+    EXPECT_EQ((Numbers{-1, 1, 2}), numbersOf(list));
+}
+
+TEST_F(ZArrayList, CopyHasCapacityAndOwnershipOfItsSource)
+{
+    ZArrayList_6_0 owning(20, kOwns);
+    fill(owning, {1, -1, 3});
+    std::unique_ptr<ZObject_6_0> const clone(owning.clone());
+    auto const* const copy = dynamic_cast<ZArrayList_6_0*>(clone.get());
+    ASSERT_NE(nullptr, copy);
+    EXPECT_EQ(20u, copy->capacity());
+    EXPECT_EQ(kOwns, copy->ownsMembers());
+    EXPECT_EQ((Numbers{1, -1, 3}), numbersOf(*copy));
+    EXPECT_NE(owning.get(0), copy->get(0));
+    EXPECT_EQ(4, CountedObject::alive);
+
+    ZArrayList_6_0 borrowing(7, kBorrows);
+    borrowing.addList(owning);
+    ZArrayList_6_0 const borrowingCopy(borrowing);
+    EXPECT_EQ(7u, borrowingCopy.capacity());
+    EXPECT_EQ(kBorrows, borrowingCopy.ownsMembers());
+    EXPECT_EQ(owning.get(0), borrowingCopy.get(0));
+}
+
+TEST_F(ZArrayList, AssignmentToItselfDoesNothing)
+{
+    OwningList list({1, 2});
+    ZObject_6_0* const member = list.get(0);
+    ZArrayList_6_0& self = list;
+    self = self;
+    EXPECT_EQ(member, list.get(0));
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+}
+
+TEST_F(ZArrayList, IsUsedThroughItsInterface)
+{
+    ZArrayList_6_0 held(1, kOwns);
+    ZList_6_0& list = held;
+    CountedObject const two(2);
+    CountedObject const one(1);
+    list.add(&two);
+    list.add(0, &one);
+    list.addList(list);
+    EXPECT_EQ((Numbers{1, 2, 1, 2}), numbersOf(list));
+    list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::descending);
+    EXPECT_EQ((Numbers{2, 2, 1, 1}), numbersOf(list));
+    EXPECT_EQ(2, list.indexOf(&one));
+    EXPECT_EQ(3, list.lastIndexOf(&one));
+    EXPECT_TRUE(list.contains(&two));
+    list.swap(0, 3);
+    list.set(1, &one);
+    list.remove(0u);
+    list.remove(&one);
+    ZListIterator_6_0 iterator(list);
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+    EXPECT_EQ(0, list.indexOf(iterator));
+    list.backUp(iterator);
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+    list.remove(iterator);
+    EXPECT_EQ((Numbers{2}), numbersOf(list));
+    list.shuffle();
+    list.removeAll();
+    EXPECT_TRUE(list.isEmpty());
+}
+
+// ---- The iterator
+
+TEST_F(ZListIterator, WalksFromTheFirstToTheLast)
+{
+    OwningList const list({1, -1, 3});
+    ZListIterator_6_0 iterator(list);
+    EXPECT_EQ(-1, iterator.indexOf());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(iterator.hasMore());
+        EXPECT_EQ(list.get(static_cast<unsigned>(i)), iterator.getNext());
+        EXPECT_EQ(i, iterator.indexOf());
+    }
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+    EXPECT_EQ(2, iterator.indexOf());
+    iterator.reset();
+    EXPECT_EQ(list.get(0), iterator.getNext());
+}
+
+TEST_F(ZListIterator, HasNothingInAnEmptyList)
+{
+    ZArrayList_6_0 const list(1, kOwns);
+    ZListIterator_6_0 iterator(list);
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+}
+
+TEST_F(ZListIterator, BacksUpByOne)
+{
+    OwningList const list({1, 2});
+    ZListIterator_6_0 iterator(list);
+    iterator.getNext();
+    iterator.getNext();
+    iterator.backUp();
+    EXPECT_EQ(0, iterator.indexOf());
+    EXPECT_EQ(list.get(1), iterator.getNext());
+}
+
+TEST_F(ZListIterator, FindsEqualsAndPassesOverNulls)
+{
+    OwningList const list({-1, 2, -1, 2, 3});
+    ZListIterator_6_0 iterator(list);
+    CountedObject const two(2);
+    EXPECT_EQ(list.get(1), iterator.findNext(two));
+    EXPECT_EQ(1, iterator.indexOf());
+    EXPECT_EQ(list.get(3), iterator.findNext(two));
+    EXPECT_EQ(nullptr, iterator.findNext(two));
+    EXPECT_FALSE(iterator.hasMore());
+}
+
+TEST_F(ZListIterator, CopiesAreAtTheSamePlace)
+{
+    OwningList const list({1, 2, 3});
+    OwningList const other({7, 8});
+    ZListIterator_6_0 iterator(list);
+    iterator.getNext();
+    ZListIterator_6_0 copy(iterator);
+    std::unique_ptr<ZObject_6_0> const clone(iterator.clone());
+    ZListIterator_6_0 assigned(other);
+    assigned = iterator;
+    iterator.getNext();
+    EXPECT_EQ(list.get(1), copy.getNext());
+    EXPECT_EQ(list.get(1), dynamic_cast<ZListIterator_6_0&>(*clone).getNext());
+    EXPECT_EQ(list.get(1), assigned.getNext());
+}
+
+TEST_F(ZListIterator, GoesOnByIndexWhenTheListChanges)
+{
+    OwningList list({1, 2, 3});
+    ZListIterator_6_0 iterator(list);
+    iterator.getNext();
+    list.remove(0u);
+    EXPECT_EQ(3, numberOf(iterator.getNext()));
+    list.addNoCopy(new CountedObject(4));
+    EXPECT_EQ(4, numberOf(iterator.getNext()));
+    list.removeAll();
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+}
+
+TEST_F(ZListIterator, RemovingThroughItMeetsEveryMemberOnce)
+{
+    for (int which = 0; which < 32; ++which) {
+        SCOPED_TRACE(which);
+        OwningList list({0, 1, 2, 3, 4});
+        Numbers met, stay;
+        ZListIterator_6_0 iterator(list);
+        while (iterator.hasMore()) {
+            int const number = numberOf(iterator.getNext());
+            met.push_back(number);
+            if (which >> number & 1)
+                list.remove(iterator);
+            else
+                stay.push_back(number);
+        }
+        EXPECT_EQ((Numbers{0, 1, 2, 3, 4}), met);
+        EXPECT_EQ(stay, numbersOf(list));
+        EXPECT_EQ(static_cast<long>(stay.size()), CountedObject::alive);
+    }
+}
+
+// ---- Sorting
+
+namespace {
+
+// Sorts by the last digit as the list does, written as the rule is told: by recursion. The upper
+// end may be one past the last member.
+void sortByTheRule(Numbers& list, bool ascending, int low, int high)
+{
+    auto const get = [&](int at) { return at < static_cast<int>(list.size()) ? list[at] : -1; };
+    auto const isBefore = [](int left, int right) { return left % 10 < right % 10; };
+    while (low < high) {
+        int pivot = -1;
+        int const middle = (low + high) / 2;
+        for (int away = 0; pivot < 0 && away <= high - low; ++away) {
+            if (middle - away >= low)
+                pivot = get(middle - away);
+            if (pivot < 0 && middle + away <= high)
+                pivot = get(middle + away);
+        }
+        if (pivot < 0)
+            return;
+        int i = low;
+        int j = high;
+        do {
+            while (i < high &&
+                   (get(i) < 0 || (ascending ? isBefore(get(i), pivot) : isBefore(pivot, get(i)))))
+                ++i;
+            while (j > low &&
+                   (get(j) < 0 || (ascending ? isBefore(pivot, get(j)) : isBefore(get(j), pivot))))
+                --j;
+            if (i <= j) {
+                if (i < static_cast<int>(list.size()) && j < static_cast<int>(list.size()))
+                    std::swap(list[i], list[j]);
+                ++i;
+                --j;
+            }
+        } while (i <= j);
+        if (low < j)
+            sortByTheRule(list, ascending, low, j);
+        low = i;
+    }
+}
+
+// Compares by the last digit only, so that equal members can be told apart.
+class ByLastDigit final : public ZSortCompare_6_0 {
+public:
+    int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override
+    {
+        ++calls;
+        if (calls == raisesAt)
+            throw std::runtime_error("no order");
+        return numberOf(left) % 10 - numberOf(right) % 10;
+    }
+    mutable long calls = 0;
+    long raisesAt = 0;
+};
+
+}  // namespace
+
+TEST_F(ZArrayListSort, SortsShortLists)
+{
+    struct Case {
+        Numbers before;
+        Numbers ascending;
+        Numbers descending;
+    };
+    Case const cases[] = {
+        {{}, {}, {}},
+        {{1}, {1}, {1}},
+        {{1, 2}, {1, 2}, {2, 1}},
+        {{2, 1}, {1, 2}, {2, 1}},
+        {{3, 1, 2}, {1, 2, 3}, {3, 2, 1}},
+        {{2, 2, 1, 1}, {1, 1, 2, 2}, {2, 2, 1, 1}},
+    };
+    for (Case const& c : cases) {
+        for (int owns : {kBorrows, kOwns}) {
+            OwningList members(c.before);
+            ZArrayList_6_0 list(1, owns);
+            list.addList(members);
+            list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+            EXPECT_EQ(c.ascending, numbersOf(list));
+            list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::descending);
+            EXPECT_EQ(c.descending, numbersOf(list));
+        }
+    }
+}
+
+TEST_F(ZArrayListSort, EveryOrderButOneIsDescending)
+{
+    for (int order : {0, 2, -1, 1000}) {
+        OwningList list({1, 3, 2});
+        list.sort(ZSortCompare_6_0::defaultSortCompare(),
+                  static_cast<ZSortCompare_6_0::sortorder>(order));
+        EXPECT_EQ((Numbers{3, 2, 1}), numbersOf(list)) << order;
+    }
+}
+
+TEST_F(ZArrayListSort, SortsAroundTheNullsThatItPassesOver)
+{
+    OwningList list({5, -1, 3, -1, 1});
+    list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+    EXPECT_EQ((Numbers{1, -1, 3, -1, 5}), numbersOf(list));
+    OwningList nulls({-1, -1, -1});
+    nulls.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+    EXPECT_EQ((Numbers{-1, -1, -1}), numbersOf(nulls));
+    OwningList last({-1, -1, 2, 1});
+    last.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+    EXPECT_EQ((Numbers{-1, -1, 1, 2}), numbersOf(last));
+}
+
+TEST_F(ZArrayListSort, EveryArrangementOfMembersAndNullsIsSortedWithTheNullsInPlace)
+{
+    for (int length = 0; length <= 7; ++length) {
+        for (int nulls = 0; nulls < 1 << length; ++nulls) {
+            Numbers numbers(static_cast<size_t>(length));
+            std::iota(numbers.begin(), numbers.end(), 0);
+            do {
+                Numbers before = numbers;
+                for (int i = 0; i < length; ++i) {
+                    if (nulls >> i & 1)
+                        before[i] = -1;
+                }
+                Numbers sorted;
+                std::copy_if(before.begin(), before.end(), std::back_inserter(sorted),
+                             [](int number) { return number >= 0; });
+                std::sort(sorted.begin(), sorted.end());
+                std::vector<CountedObject> members;
+                members.reserve(8);
+                ZArrayList_6_0 list(8, kBorrows);
+                for (int number : before)
+                    list.add(number < 0 ? nullptr : &members.emplace_back(number));
+                list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+                Numbers const after = numbersOf(list);
+                Numbers rest;
+                for (int i = 0; i < length; ++i) {
+                    ASSERT_EQ(nulls >> i & 1, after[i] < 0);
+                    if (after[i] >= 0)
+                        rest.push_back(after[i]);
+                }
+                ASSERT_EQ(sorted, rest);
+            } while (length < 7 && std::next_permutation(numbers.begin(), numbers.end()));
+        }
+    }
+}
+
+TEST_F(ZArrayListSort, PlacesEqualMembersAsTheRuleDoes)
+{
+    constexpr unsigned kSeed = 31002;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    ByLastDigit const comparator;
+    for (int round = 0; round < 3000; ++round) {
+        // Numbers that agree in the last digit are equal to the comparator alone.
+        unsigned const size = random() % 60;
+        bool const ascending = random() % 2 == 0;
+        Numbers model;
+        for (unsigned i = 0; i < size; ++i)
+            model.push_back(random() % 5 == 0 ? -1 : static_cast<int>(i * 10 + random() % 10));
+        OwningList list(model);
+        list.sort(comparator,
+                  ascending ? ZSortCompare_6_0::ascending : ZSortCompare_6_0::descending);
+        sortByTheRule(model, ascending, 0, static_cast<int>(size));
+        ASSERT_EQ(model, numbersOf(list)) << "round " << round;
+    }
+}
+
+TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
+{
+    constexpr int kMembers = 8000;
+    std::vector<Numbers> shapes(4, Numbers(kMembers));
+    std::iota(shapes[0].begin(), shapes[0].end(), 0);
+    std::iota(shapes[1].rbegin(), shapes[1].rend(), 0);
+    shapes[2].assign(kMembers, 7);
+    // The middle is the largest again and again: a recursion would go as deep as the list is long.
+    Numbers& worst = shapes[3];
+    std::iota(worst.begin(), worst.end(), 0);
+    for (int high = 2; high < kMembers; ++high)
+        std::swap(worst[high], worst[high / 2]);
+    for (Numbers const& shape : shapes) {
+        OwningList list(shape);
+        pthread_attr_t smallStack;
+        pthread_attr_init(&smallStack);
+        ASSERT_EQ(0, pthread_attr_setstacksize(&smallStack, 256 * 1024));
+        auto const sort = [](void* argument) -> void* {
+            static_cast<OwningList*>(argument)->sort(ZSortCompare_6_0::defaultSortCompare(),
+                                                     ZSortCompare_6_0::ascending);
+            return nullptr;
+        };
+        pthread_t thread;
+        ASSERT_EQ(0, pthread_create(&thread, &smallStack, sort, &list));
+        pthread_join(thread, nullptr);
+        pthread_attr_destroy(&smallStack);
+        Numbers sorted = shape;
+        std::sort(sorted.begin(), sorted.end());
+        EXPECT_EQ(sorted, numbersOf(list));
+    }
+}
+
+TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMember)
+{
+    Numbers const before{9, 4, 7, 1, 8, 2, 6, 3, 5, 0};
+    for (long raisesAt = 1; raisesAt < 20; ++raisesAt) {
+        OwningList list(before);
+        ByLastDigit comparator;
+        comparator.raisesAt = raisesAt;
+        EXPECT_THROW(list.sort(comparator, ZSortCompare_6_0::ascending), std::runtime_error);
+        Numbers after = numbersOf(list);
+        std::sort(after.begin(), after.end());
+        EXPECT_EQ((Numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), after);
+    }
+}
+
+TEST_F(ZArrayListSort, ThePivotIsTheSecondArgument)
+{
+    class Recorder final : public ZSortCompare_6_0 {
+    public:
+        int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override
+        {
+            pivots.push_back(numberOf(right));
+            return left->compare(*right);
+        }
+        mutable Numbers pivots;
+    };
+    OwningList list({1, 2});
+    Recorder const recorder;
+    list.sort(recorder, ZSortCompare_6_0::ascending);
+    ASSERT_FALSE(recorder.pivots.empty());
+    EXPECT_EQ(2, recorder.pivots.front());  // the middle of 0 and 2, one past the last
+}
+
+TEST_F(ZArrayListSort, AComparatorWithoutAnOrderEnds)
+{
+    class Contrary final : public ZSortCompare_6_0 {
+    public:
+        int sortCompare(ZObject_6_0 const*, ZObject_6_0 const*) const override { return result; }
+        int result = -1;
+    };
+    for (int result : {-1, 1, 0}) {
+        OwningList list({3, 1, 2, 5, 4});
+        Contrary comparator;
+        comparator.result = result;
+        list.sort(comparator, ZSortCompare_6_0::ascending);
+        EXPECT_EQ(5u, list.size());
+    }
+}
+
+TEST_F(ZArrayListSort, APartOfTheListMayBeSorted)
+{
+    struct Open : ZArrayList_6_0 {
+        Open() : ZArrayList_6_0(1, kOwns) {}
+        using ZArrayList_6_0::quickSort;
+    };
+    Open list;
+    fill(list, {9, 5, 4, 3, 0});
+    list.quickSort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending, 1, 3);
+    EXPECT_EQ((Numbers{9, 3, 4, 5, 0}), numbersOf(list));
+    list.quickSort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending, 3, 1);
+    EXPECT_EQ((Numbers{9, 3, 4, 5, 0}), numbersOf(list));
+}
+
+// ---- Failures
+
+TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
+{
+    OwningList source({4, 5, 6});
+    OwningList list({1, 2});
+    unsigned const capacity = list.capacity();
+    ZArrayList_6_0 wide(50, kOwns);
+    for (long clone : {1, 2, 3}) {
+        SCOPED_TRACE(clone);
+        using Action = void (*)(OwningList&, OwningList&);
+        Action const actions[] = {
+            [](OwningList& l, OwningList& s) { static_cast<ZArrayList_6_0&>(l) = s; },
+            [](OwningList& l, OwningList& s) { l.addList(s); },
+            [](OwningList& l, OwningList& s) { s.subList(l, 0, 2); },
+            [](OwningList&, OwningList& s) { ZArrayList_6_0 copy(s); },
+        };
+        for (Action action : actions) {
+            CountedObject::clonesUntilThrow = clone;
+            EXPECT_THROW(action(list, source), std::runtime_error);
+            EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+            EXPECT_EQ(5, CountedObject::alive);
+        }
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(wide.addList(source), std::runtime_error);
+        EXPECT_EQ(0u, wide.size());
+        EXPECT_EQ(5, CountedObject::alive);
+    }
+    // One member at a time: the list is full, so adding would have grown it.
+    CountedObject::clonesUntilThrow = 1;
+    EXPECT_THROW(list.add(source.get(0)), std::runtime_error);
+    CountedObject::clonesUntilThrow = 1;
+    EXPECT_THROW(list.add(0, source.get(0)), std::runtime_error);
+    CountedObject::clonesUntilThrow = 1;
+    EXPECT_THROW(list.set(0, source.get(0)), std::runtime_error);
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+    EXPECT_LE(capacity, list.capacity());
+    EXPECT_EQ(5, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
+{
+    OwningList source({4, 5, 6});
+    OwningList list({1, 2});
+    CountedObject const object(3);
+    ASSERT_EQ(2u, list.capacity());
+    auto const unchanged = [&] {
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+        EXPECT_EQ(2u, list.capacity());
+        EXPECT_EQ(6, CountedObject::alive);
+    };
+    EXPECT_EQ(1u, failEachAllocation([] { ZArrayList_6_0 made(8, kOwns); }, unchanged));
+    EXPECT_EQ(4u, failEachAllocation([&] { ZArrayList_6_0 copy(source); }, unchanged));
+    EXPECT_EQ(5u, failEachAllocation([&] { delete source.clone(); }, unchanged));
+    EXPECT_EQ(1u, failEachAllocation([&] { list.set(1, list.get(1)); }, unchanged));
+    auto const andUndo = [&](auto action) {
+        EXPECT_LT(0u, failEachAllocation(action, unchanged));
+        OwningList fresh({1, 2});
+        static_cast<ZArrayList_6_0&>(list).~ZArrayList_6_0();
+        new (&list) OwningList({1, 2});
+    };
+    andUndo([&] { list.add(&object); });
+    andUndo([&] { list.add(0, &object); });
+    andUndo([&] { list.addNoCopy(nullptr); });
+    andUndo([&] { list.addNoCopy(1, nullptr); });
+    andUndo([&] { list.addList(source); });
+    andUndo([&] { static_cast<ZArrayList_6_0&>(list) = source; });
+}
+
+TEST_F(ZArrayList, FailedAllocationNamesTheList)
+{
+    CountedObject const object;
+    ZArrayList_6_0 list(1, kBorrows);
+    list.add(&object);
+    unsigned site = 0;
+    char const* source = nullptr;
+    FailingAllocator::failAt(1);
+    try {
+        list.add(&object);
+    } catch (ZOutOfMemoryException_6_0 const& exception) {
+        source = exception.who();
+        site = exception.where();
+    }
+    FailingAllocator::stop();
+    EXPECT_STREQ("src/Z/ZArrayList", source);
+    EXPECT_EQ(187u, site);
+    EXPECT_EQ(1u, list.size());
+    list.add(&object);
+    EXPECT_EQ(2u, list.size());
+}
+
+TEST_F(ZArrayList, AListThatIsTooLargeIsOutOfMemory)
+{
+    // A list that claims more members than there is room for.
+    class Endless : public ZArrayList_6_0 {
+    public:
+        Endless() : ZArrayList_6_0(1, kBorrows) {}
+        unsigned int size() const override { return 0xFFFFFFFFu; }
+        ZObject_6_0* get(unsigned int) const override { return nullptr; }
+    };
+    CountedObject const object;
+    ZArrayList_6_0 list(1, kBorrows);
+    list.add(&object);
+    expectRaises<ZOutOfMemoryException_6_0>(1, "src/Z/ZArrayList", 187,
+                                            [&] { list.addList(Endless()); });
+    EXPECT_EQ(1u, list.size());
+    EXPECT_EQ(1u, list.capacity());
+}
+
+TEST_F(ZArrayList, ADestructorThatRaisesKeepsNoOtherMember)
+{
+    auto list = std::make_unique<ZArrayList_6_0>(1, kOwns);
+    auto const refill = [&] {
+        list->addNoCopy(new CountedObject(1));
+        list->addNoCopy(new ThrowingObject(2));
+        list->addNoCopy(new ThrowingObject(3));
+        list->addNoCopy(new CountedObject(4));
+    };
+    refill();
+    EXPECT_THROW(list->removeAll(), std::runtime_error);
+    EXPECT_TRUE(list->isEmpty());
+    EXPECT_EQ(0, CountedObject::alive);
+    refill();
+    EXPECT_THROW(list->remove(1u), std::runtime_error);
+    EXPECT_EQ((Numbers{1, 3, 4}), numbersOf(*list));
+    CountedObject const object(5);
+    EXPECT_THROW(list->set(1, &object), std::runtime_error);
+    EXPECT_EQ((Numbers{1, 5, 4}), numbersOf(*list));
+    list->addNoCopy(1, new ThrowingObject(6));
+    ZListIterator_6_0 iterator(*list);
+    iterator.getNext();
+    iterator.getNext();
+    EXPECT_THROW(list->remove(iterator), std::runtime_error);
+    EXPECT_EQ(5, numberOf(iterator.getNext()));
+    list->addNoCopy(new ThrowingObject(7));
+    ZArrayList_6_0 const none(1, kOwns);
+    EXPECT_THROW(*list = none, std::runtime_error);
+    EXPECT_TRUE(list->isEmpty());
+    refill();
+    EXPECT_THROW(delete list.release(), std::runtime_error);
+}
+
+TEST_F(ZArrayList, AgreesWithAVectorOverRandomOperations)
+{
+    constexpr unsigned kSeed = 31003;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    std::vector<CountedObject> pool;
+    pool.reserve(50);
+    for (int i = 0; i < 50; ++i)
+        pool.emplace_back(i);
+    for (int owns : {kBorrows, kOwns}) {
+        ZArrayList_6_0 list(1, owns);
+        Numbers model;
+        for (int step = 0; step < 100000; ++step) {
+            CountedObject& object = pool[random() % 50];
+            auto const size = static_cast<unsigned>(model.size());
+            unsigned const i = random() % (size + 2);
+            unsigned const j = random() % (size + 2);
+            // More goes in than comes out, until one of the rare big steps.
+            switch (random() % 16) {
+                case 0:
+                case 1:
+                case 2:
+                    list.add(&object);
+                    model.push_back(object.number());
+                    break;
+                case 3:
+                case 4:
+                    list.add(i, &object);
+                    if (i <= size)
+                        model.insert(model.begin() + i, object.number());
+                    break;
+                case 5:
+                    list.addNoCopy(i, owns && i <= size ? new CountedObject(object) : &object);
+                    if (i <= size)
+                        model.insert(model.begin() + i, object.number());
+                    break;
+                case 6:
+                    list.set(i, &object);
+                    if (i < size)
+                        model[i] = object.number();
+                    break;
+                case 7:
+                    list.remove(i);
+                    if (i < size)
+                        model.erase(model.begin() + i);
+                    break;
+                case 8: {
+                    list.remove(&object);
+                    auto const at = std::find(model.begin(), model.end(), object.number());
+                    if (at != model.end())
+                        model.erase(at);
+                    break;
+                }
+                case 9:
+                    list.swap(i, j);
+                    if (i < size && j < size)
+                        std::swap(model[i], model[j]);
+                    break;
+                case 10: {
+                    auto const at = std::find(model.begin(), model.end(), object.number());
+                    ASSERT_EQ(at == model.end() ? -1 : at - model.begin(), list.indexOf(&object));
+                    auto const last = std::find(model.rbegin(), model.rend(), object.number());
+                    ASSERT_EQ(model.rend() - last - 1, list.lastIndexOf(&object));
+                    break;
+                }
+                case 11: {
+                    ZListIterator_6_0 iterator(list);
+                    if (iterator.findNext(object) != nullptr) {
+                        model.erase(model.begin() + iterator.indexOf());
+                        list.remove(iterator);
+                    }
+                    break;
+                }
+                case 12:
+                    if (random() % 50 == 0) {
+                        list.sort(ZSortCompare_6_0::defaultSortCompare(),
+                                  ZSortCompare_6_0::ascending);
+                        std::sort(model.begin(), model.end());
+                    }
+                    break;
+                case 13:
+                    if (size < 60 && random() % 20 == 0) {
+                        list.addList(list);
+                        model.insert(model.end(), model.begin(), model.begin() + size);
+                    }
+                    break;
+                case 14:
+                    if (random() % 20 == 0) {
+                        ZArrayList_6_0 part(1, owns);
+                        list.subList(part, i, j);
+                        list = part;
+                        model = i <= j && j < size
+                                    ? Numbers(model.begin() + i, model.begin() + j + 1)
+                                    : Numbers();
+                    }
+                    break;
+                default: {
+                    std::unique_ptr<ZObject_6_0> const clone(list.clone());
+                    ASSERT_EQ(model, numbersOf(static_cast<ZArrayList_6_0&>(*clone)));
+                }
+            }
+            ASSERT_EQ(model.size(), list.size()) << "step " << step;
+            if (step % 16 == 0) {
+                ASSERT_EQ(model, numbersOf(list)) << "step " << step;
+            }
+        }
+    }
+}
+
+// ---- Shuffling
+
+TEST_F(ZArrayList, ShuffleKeepsEveryMember)
+{
+    OwningList list({0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
+    list.shuffle();
+    Numbers after = numbersOf(list);
+    std::sort(after.begin(), after.end());
+    EXPECT_EQ((Numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}), after);
+}
+
+TEST_F(ZArrayList, ShuffleLeavesShortListsAlone)
+{
+    OwningList none({});
+    none.shuffle();
+    EXPECT_TRUE(none.isEmpty());
+    OwningList one({1});
+    one.shuffle();
+    EXPECT_EQ((Numbers{1}), numbersOf(one));
+}
+
+// ---- Kept behaviours
+
+TEST_F(ZArrayList, KeepsSeedingTheProcessGenerator)
+{
+    // The order is the one that the generator gives when seeded with the second of the call.
+    Numbers const before{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+    OwningList list(before);
+    time_t earliest = 0;
+    time_t latest = 0;
+    do {
+        list.removeAll();
+        fill(list, before);
+        earliest = time(nullptr);
+        list.shuffle();
+        latest = time(nullptr);
+    } while (earliest != latest);
+    int const next = rand();
+
+    Numbers model = before;
+    srand(static_cast<unsigned>(earliest));
+    for (unsigned k = 9; k > 0; --k)
+        std::swap(model[k], model[static_cast<unsigned>(rand()) % (k + 1)]);
+    EXPECT_EQ(model, numbersOf(list));
+    EXPECT_EQ(rand(), next);
+
+    OwningList one({1});
+    do {
+        earliest = time(nullptr);
+        one.shuffle();
+        latest = time(nullptr);
+    } while (earliest != latest);
+    int const first = rand();
+    srand(static_cast<unsigned>(earliest));
+    EXPECT_EQ(rand(), first);
+}
+
+TEST_F(ZArrayList, KeepsItsOwnershipAndCapacityWhenAssigned)
+{
+    OwningList owning({1, 2});
+    ZArrayList_6_0 borrowing(30, kBorrows);
+    borrowing = owning;
+    EXPECT_EQ(kBorrows, borrowing.ownsMembers());
+    EXPECT_EQ(30u, borrowing.capacity());
+    EXPECT_EQ(owning.get(0), borrowing.get(0));
+    ZArrayList_6_0 other(5, kOwns);
+    fill(other, {7, 8, 9});
+    other = borrowing;
+    EXPECT_EQ(kOwns, other.ownsMembers());
+    EXPECT_EQ(5u, other.capacity());
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(other));
+    EXPECT_NE(owning.get(0), other.get(0));
+    EXPECT_EQ(4, CountedObject::alive);
+}
+
+TEST_F(ZArrayList, KeepsSteppingBackAFreshIterator)
+{
+    OwningList list({1, 2});
+    ZListIterator_6_0 iterator(list);
+    list.remove(iterator);
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+    iterator.reset();
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+}
+
+TEST_F(ZListIterator, KeepsWrappingRoundBeforeTheFirstMember)
+{
+    OwningList const list({1, 2});
+    ZListIterator_6_0 iterator(list);
+    iterator.backUp();
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+    iterator.reset();
+    EXPECT_TRUE(iterator.hasMore());
+}
