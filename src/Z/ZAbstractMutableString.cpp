@@ -9,6 +9,8 @@
 #include <charconv>
 #include <istream>
 
+#include "qvr.h"
+
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZStringIterator.h"
@@ -25,7 +27,7 @@ enum RaiseSite { raiseInBump = 436, raiseInCharacterLength = 512 };
 
 constexpr size_t kMaxLength = 0xFFFFFFFE;  // one byte less than what 32 bits count, for the end
 constexpr size_t kForeign = SIZE_MAX;
-constexpr size_t kLongestCharacter = 8;
+constexpr size_t kLongestCharacter = qvrMbLenMax;
 
 // Returns the capacity that takes over when `required` bytes do not fit.
 size_t grownCapacity(size_t required, bool exact)
@@ -72,15 +74,15 @@ size_t characterLength(qvr_cs const* cs, char const* text, size_t left)
 // Text that is being put together is a ZLCString_6_0 below, whatever its codeset: it is a buffer
 // that cleans up after itself.
 
-// A set of whole characters. A character has no zero byte and at most eight bytes, so its bytes
-// filled up with zeros are a number of its own.
+// A set of whole characters. A character has no zero byte and few bytes, so its bytes filled up
+// with zeros are a number of its own.
 class CharacterSet {
 public:
     void add(char const* character, size_t length)
     {
         if (length == 1)
             single_[static_cast<unsigned char>(*character)] = true;
-        else if (length > 1)
+        else if (length > 1 && length <= kLongestCharacter)
             wide_.append(Number(character, length).bytes, kLongestCharacter);
     }
 
@@ -88,6 +90,8 @@ public:
     {
         if (length == 1)
             return single_[static_cast<unsigned char>(*character)];
+        if (length > kLongestCharacter)
+            return false;
         Number const number(character, length);
         char const* const numbers = wide_.getChars();
         for (size_t at = 0; at < wide_.getLength(); at += kLongestCharacter)
@@ -198,6 +202,22 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::appendLong(char const* b
     return *this;
 }
 
+// Replaces the contents with those of `result`: takes over its buffer when the own one has no room
+// for `required` bytes.
+ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::take(ZAbstractMutableString_6_0& result,
+                                                             size_t required)
+{
+    if (required <= capacity_)
+        return assign(result.text_, result.length_);
+    if (text_ != inline_)
+        release(text_);
+    text_ = result.text_;
+    length_ = result.length_;
+    capacity_ = result.capacity_;
+    result.init();
+    return *this;
+}
+
 void ZAbstractMutableString_6_0::release(char* text)
 {
     free(text);
@@ -286,7 +306,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char const* text
         total = total - textLength + byLength;
 
     ZLCString_6_0 result;
-    result.bump(total, true);
+    result.bump(total, false);
     char const* from = text_;
     for (; found != nullptr; found = find(from)) {
         result.appendBytes(from, static_cast<size_t>(found - from));
@@ -294,7 +314,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char const* text
         from = found + textLength;
     }
     result.appendBytes(from, static_cast<size_t>(text_ + length_ - from));
-    return assign(result.text_, result.length_);
+    return take(result, total);
 }
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::stripLeading()
@@ -342,22 +362,17 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::convertFromCodeSet(
     size_t const length = source.getLength();
     if (length == 0)
         return *this;
-    ZLCString_6_0 copy;  // of a source that views this very text
-    char const* chars = source.getChars();
-    if (offsetIn(text_, capacity_, chars) != kForeign) {
-        copy.append(chars, static_cast<unsigned int>(length));
-        chars = copy.getChars();
-    }
-    ptrdiff_t written;
-    if (getCodesetHandle() == utf8_handle_) {
-        bump(length * 3 + 1, true);
-        written = zlcs_to_utf8_6_0(chars, length, text_, capacity_);
-    } else {
-        bump(length * 2 + 1, true);
-        written = zlcs_from_utf8_6_0(chars, length, text_, capacity_);
-    }
-    end(static_cast<size_t>(std::clamp<ptrdiff_t>(written, 0, capacity_)));
-    return *this;
+    bool const toUTF8 = getCodesetHandle() == utf8_handle_;
+    size_t const required = length * (toUTF8 ? 3 : 2) + 1;
+    ZLCString_6_0 result;  // apart from the text, which the source may view
+    result.bump(required, true);
+    ptrdiff_t const written =
+        toUTF8 ? zlcs_to_utf8_6_0(source.getChars(), length, result.text_, result.capacity_)
+               : zlcs_from_utf8_6_0(source.getChars(), length, result.text_, result.capacity_);
+    if (written == qvrNoMemory)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
+    result.end(static_cast<size_t>(std::clamp<ptrdiff_t>(written, 0, result.capacity_)));
+    return take(result, required);
 }
 
 // ---- Editing
@@ -534,9 +549,12 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::format(char const* forma
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
 
     ZLCString_6_0 result;
-    result.bump(n, true);
+    result.bump(n, false);
     va_start(args, format);
     int const again = zvsnprintf_6_0(result.text_, length + 1, format, args);
     va_end(args);
-    return again == length ? assign(result.text_, n) : *this;
+    if (again != length)
+        return *this;
+    result.end(n);
+    return take(result, n);
 }

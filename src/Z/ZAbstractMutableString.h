@@ -1,6 +1,7 @@
 // ZAbstractMutableString: an owned, growing, terminated text with all editing operations.
 //
-// Subsystem: text.  Stands on: ZAbstractString, ZLCString, ZStringIterator, zqvrutil, zsnprintf.
+// Subsystem: text.  Stands on: ZAbstractString, ZException, ZLCString, ZStringIterator, zqvrutil,
+// zsnprintf.
 //
 // Up to 95 bytes live inside the object; a longer text moves to the heap and stays there. Bytes
 // are kept as they are; what is a character is for the string's codeset to say.
@@ -223,7 +224,7 @@ public:
     std::istream& readLine(std::istream& stream, int skipWhite);
 
     /// Replaces the contents with formatted output; `zvsnprintf_6_0` has the conversions.
-    /// range   a null or invalid format changes nothing.
+    /// range   null, and a format that `zvsnprintf_6_0` refuses, change nothing.
     ZAbstractMutableString_6_0& format(char const* format, ...);
 
     bool operator==(char const* text) const { return text != nullptr && strcmp(text_, text) == 0; }
@@ -288,6 +289,7 @@ private:
     void grow(size_t required, bool exact);
     ZAbstractMutableString_6_0& assignLong(char const* bytes, size_t n);
     ZAbstractMutableString_6_0& appendLong(char const* bytes, size_t n);
+    ZAbstractMutableString_6_0& take(ZAbstractMutableString_6_0& result, size_t required);
     static void release(char* text);
     bool hasOneByteSpaces() const;
 

@@ -111,6 +111,8 @@ bool ZAbstractString_6_0::equals(ZObject_6_0 const& other) const
     ZAbstractString_6_0 const* const string = asString(*this, other);
     if (string == nullptr)
         return false;
+    // KEPT: the codesets may differ; maps find keys of one family by those of the other.
+    // Test: ZAbstractString.KeepsEqualAcrossCodesets
     size_t const length = getLength();
     return string->getLength() == length && memcmp(string->getChars(), getChars(), length) == 0;
 }

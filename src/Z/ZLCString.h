@@ -112,7 +112,10 @@ public:
     ZLCString_6_0 operator+(ZLCString_6_0 const& other) const;
     ZLCString_6_0 operator+(ZLCConstString_6_0 const& other) const;
 
-    int compare(ZLCString_6_0 const& other) const { return compare(other.getChars()); }
+    int compare(ZLCString_6_0 const& other) const
+    {
+        return *this == other ? 0 : compare(other.getChars());
+    }
     int compare(ZLCConstString_6_0 const& other) const;
     int compareignorecase(ZLCString_6_0 const& other) const
     {
@@ -121,6 +124,8 @@ public:
     int compareignorecase(ZLCConstString_6_0 const& other) const;
 
     // Byte equality.
+    using ZAbstractMutableString_6_0::equals;
+    bool equals(ZLCString_6_0 const& other) const { return *this == other; }
     bool operator==(char const* text) const { return ZAbstractMutableString_6_0::operator==(text); }
     bool operator!=(char const* text) const { return !(*this == text); }
     bool operator==(ZLCString_6_0 const& other) const

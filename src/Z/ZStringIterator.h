@@ -1,6 +1,7 @@
 // ZStringIterator: walks a string one character at a time.
 //
-// Subsystem: text.  Stands on: ZIterator, ZLCString, ZUTF8String, zqvrutil.
+// Subsystem: text.  Stands on: ZAbstractMutableString, ZException, ZIterator, ZLCString,
+// ZUTF8String, zqvrutil.
 //
 // A character is a whole multibyte sequence of the string's codeset. Each is written into a string
 // that the caller supplies, so that a step allocates nothing.

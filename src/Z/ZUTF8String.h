@@ -1,6 +1,7 @@
 // ZUTF8String: text in UTF-8.
 //
-// Subsystem: text.  Stands on: ZAbstractMutableString, ZAbstractString, ZStringIterator, ZLCString.
+// Subsystem: text.  Stands on: ZAbstractMutableString, ZAbstractString, ZException,
+// ZLCString, ZStringIterator, zqvrutil.
 //
 // Plain texts are taken as they are, as UTF-8. Text is converted only when a string is made or
 // assigned from a string of the local codeset.
@@ -120,7 +121,10 @@ public:
     ZUTF8String_6_0 operator+(ZUTF8String_6_0 const& other) const;
     ZUTF8String_6_0 operator+(ZUTF8ConstString_6_0 const& other) const;
 
-    int compare(ZUTF8String_6_0 const& other) const { return compare(other.getChars()); }
+    int compare(ZUTF8String_6_0 const& other) const
+    {
+        return *this == other ? 0 : compare(other.getChars());
+    }
     int compare(ZUTF8ConstString_6_0 const& other) const;
     int compareignorecase(ZUTF8String_6_0 const& other) const
     {
@@ -129,6 +133,8 @@ public:
     int compareignorecase(ZUTF8ConstString_6_0 const& other) const;
 
     // Byte equality.
+    using ZAbstractMutableString_6_0::equals;
+    bool equals(ZUTF8String_6_0 const& other) const { return *this == other; }
     bool operator==(char const* text) const { return ZAbstractMutableString_6_0::operator==(text); }
     bool operator!=(char const* text) const { return !(*this == text); }
     bool operator==(ZUTF8String_6_0 const& other) const

@@ -1,0 +1,27 @@
+// Raised: what a call throws, down to the place that it names.
+#pragma once
+
+#include <Z/ZException.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <typeinfo>
+
+// Says whether `call` throws exactly an `Exception` with this message number, raised at `site` of
+// `source`.
+template <class Exception, class Call>
+testing::AssertionResult raises(uint32_t message, char const* source, unsigned site, Call call)
+{
+    try {
+        call();
+    } catch (ZException_6_0 const& e) {
+        char const* const who = e.who() == nullptr ? "" : e.who();
+        if (typeid(e) == typeid(Exception) && e.messageNumber() == message &&
+            std::strcmp(who, source) == 0 && e.where() == site)
+            return testing::AssertionSuccess();
+        return testing::AssertionFailure()
+               << e.exceptionName() << " with message " << e.messageNumber() << " from " << who
+               << " " << e.where();
+    }
+    return testing::AssertionFailure() << "nothing was thrown";
+}

@@ -1,0 +1,243 @@
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStringIterator.h>
+#include <Z/ZUTF8String.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "LocalText.h"
+#include "PageEnd.h"
+#include "Raised.h"
+#include "Slots.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZStringIterator";
+
+using Characters = std::vector<std::string>;
+
+template <class String, class Source>
+Characters charactersOf(Source const& source)
+{
+    String target;
+    ZStringIterator_6_0 iterator(source, target);
+    Characters characters;
+    while (iterator.hasMore()) {
+        ZObject_6_0 const* const next = iterator.getNext();
+        EXPECT_EQ(&target, next);
+        characters.emplace_back(target.getChars(), target.getLength());
+    }
+    return characters;
+}
+
+}  // namespace
+
+TEST(ZStringIterator, WalksUtf8CharacterByCharacter)
+{
+    struct Case {
+        char const* text;
+        Characters characters;
+    };
+    Case const cases[] = {
+        {"", {}},
+        {"abc", {"a", "b", "c"}},
+        {"a\xC3\xA4\xE3\x81\x82\xF0\x9F\x98\x80z",
+         {"a", "\xC3\xA4", "\xE3\x81\x82", "\xF0\x9F\x98\x80", "z"}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(c.characters, charactersOf<ZUTF8String_6_0>(ZUTF8String_6_0(c.text)));
+        EXPECT_EQ(c.characters, charactersOf<ZUTF8String_6_0>(ZUTF8ConstString_6_0(c.text)));
+    }
+}
+
+TEST(ZStringIterator, WalksLocalTextAsTheLocaleHasIt)
+{
+    std::string const wide = localCharacter().local;
+    std::string const text = "a" + wide + "b";
+    Characters expected = {"a", wide, "b"};
+    if (wide.empty())
+        expected = {"a", "b"};
+    EXPECT_EQ(expected, charactersOf<ZLCString_6_0>(ZLCString_6_0(text.c_str())));
+    EXPECT_EQ(expected, charactersOf<ZLCString_6_0>(ZLCConstString_6_0(text.c_str())));
+}
+
+TEST(ZStringIterator, InASingleByteLocaleEveryByteIsACharacter)
+{
+    if (!isSingleByteLocale())
+        GTEST_SKIP() << "the locale has several bytes per character";
+    std::string text;
+    Characters expected;
+    for (int byte = 1; byte < 256; ++byte) {
+        text += static_cast<char>(byte);
+        expected.emplace_back(1, static_cast<char>(byte));
+    }
+    EXPECT_EQ(expected, charactersOf<ZLCString_6_0>(ZLCString_6_0(text.c_str())));
+}
+
+TEST(ZStringIterator, AtTheEndTheTargetIsEmptied)
+{
+    ZUTF8String_6_0 utf8("before");
+    ZUTF8String_6_0 const none;
+    ZStringIterator_6_0 atNothing(none, utf8);
+    EXPECT_FALSE(atNothing.hasMore());
+    EXPECT_EQ(&utf8, atNothing.getNext());
+    EXPECT_STREQ("", utf8);
+
+    ZLCString_6_0 local("before");
+    ZLCString_6_0 const one("a");
+    ZStringIterator_6_0 iterator(one, local);
+    iterator.getNext();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(iterator.hasMore());
+        EXPECT_EQ(&local, iterator.getNext());
+        EXPECT_EQ(0u, local.getLength());
+    }
+}
+
+TEST(ZStringIterator, EndsAtAZeroByte)
+{
+    EXPECT_EQ(Characters({"a"}), charactersOf<ZUTF8String_6_0>(ZUTF8String_6_0("a\0b", 3)));
+    EXPECT_EQ(Characters({"a"}), charactersOf<ZLCString_6_0>(ZLCString_6_0("a\0b", 3)));
+}
+
+TEST(ZStringIterator, ResetGoesBackAndFollowsTheSource)
+{
+    ZUTF8String_6_0 source("ab");
+    ZUTF8String_6_0 target;
+    ZStringIterator_6_0 iterator(source, target);
+    iterator.getNext();
+    iterator.getNext();
+    iterator.reset();
+    EXPECT_STREQ("a", *iterator.getNext());
+    source.setCapacity(1000);
+    source = "xyz";
+    iterator.reset();
+    EXPECT_STREQ("x", *iterator.getNext());
+    EXPECT_STREQ("y", *iterator.getNext());
+}
+
+TEST(ZStringIterator, ACopyStandsWhereTheOriginalDoes)
+{
+    ZUTF8String_6_0 const source("abc");
+    ZUTF8String_6_0 target;
+    ZStringIterator_6_0 iterator(source, target);
+    iterator.getNext();
+    ZStringIterator_6_0 copy(iterator);
+    std::unique_ptr<ZObject_6_0> const object(static_cast<ZObject_6_0&>(iterator).clone());
+    auto& clone = dynamic_cast<ZStringIterator_6_0&>(*object);
+    EXPECT_EQ(&target, copy.getNext());
+    EXPECT_STREQ("b", target);
+    EXPECT_EQ(&target, clone.getNext());
+    EXPECT_STREQ("b", target);
+    EXPECT_STREQ("c", *clone.getNext());
+    EXPECT_STREQ("b", *iterator.getNext());
+    copy = clone;
+    EXPECT_FALSE(copy.hasMore());
+}
+
+TEST(ZStringIterator, FindsTheNextEqualCharacter)
+{
+    ZUTF8String_6_0 const source(
+        "a\xE3\x81\x82"
+        "b");
+    ZUTF8String_6_0 target;
+    ZStringIterator_6_0 iterator(source, target);
+    ZUTF8String_6_0 const wanted("\xE3\x81\x82");
+    EXPECT_EQ(&target, iterator.findNext(wanted));
+    EXPECT_STREQ("b", *iterator.getNext());
+    EXPECT_EQ(nullptr, iterator.findNext(wanted));
+}
+
+TEST(ZStringIterator, ACharacterThatCannotBeMeasuredRaises)
+{
+    char const* const texts[] = {"a\xE3", "a\xE3\x81", "a\xF0\x9F\x98",
+                                 "a\x81", "a\xFF\xFF", "a\xE3\x81z"};
+    for (char const* text : texts) {
+        SCOPED_TRACE(text);
+        PageEnd const end(text);
+        ZUTF8ConstString_6_0 const source(end.text());
+        ZUTF8String_6_0 target;
+        ZStringIterator_6_0 iterator(source, target);
+        EXPECT_STREQ("a", *iterator.getNext());
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(iterator.hasMore());
+            EXPECT_TRUE(
+                raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
+            EXPECT_STREQ("a", target);
+        }
+        iterator.reset();
+        EXPECT_STREQ("a", *iterator.getNext());
+    }
+}
+
+TEST(ZStringIterator, ACutLocalCharacterRaises)
+{
+    std::string const cut = localCharacter().cut;
+    if (cut.empty())
+        GTEST_SKIP() << "every byte of the locale is a character";
+    PageEnd const end("a" + cut);
+    ZLCConstString_6_0 const source(end.text());
+    ZLCString_6_0 target;
+    ZStringIterator_6_0 iterator(source, target);
+    EXPECT_STREQ("a", *iterator.getNext());
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
+    EXPECT_STREQ("a", target);
+}
+
+// The text is put together from known characters, so the list of them is the model.
+TEST(ZStringIterator, GivesBackTheCharactersATextWasMadeOf)
+{
+    constexpr unsigned kSeed = 20240612;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    char const* const alphabet[] = {"a",
+                                    " ",
+                                    "\x7F",
+                                    "\xC2\x80",
+                                    "\xDF\xBF",
+                                    "\xE0\xA0\x80",
+                                    "\xEF\xBF\xBF",
+                                    "\xF0\x90\x80\x80",
+                                    "\xF4\x8F\xBF\xBF"};
+    for (int round = 0; round < 2000; ++round) {
+        Characters characters;
+        std::string text;
+        for (size_t n = random() % 60; n > 0; --n) {
+            characters.emplace_back(alphabet[random() % std::size(alphabet)]);
+            text += characters.back();
+        }
+        PageEnd const end(text);
+        ASSERT_EQ(characters, charactersOf<ZUTF8String_6_0>(ZUTF8ConstString_6_0(end.text())));
+    }
+}
+
+TEST(ZStringIterator, AStepAllocatesNothing)
+{
+    ZUTF8String_6_0 const source("a\xE3\x81\x82");
+    ZUTF8String_6_0 target;
+    ZStringIterator_6_0 iterator(source, target);
+    EXPECT_EQ(0u, failEachAllocation(
+                      [&] {
+                          iterator.reset();
+                          while (iterator.hasMore())
+                              iterator.getNext();
+                      },
+                      [] {}));
+    EXPECT_EQ(1u, failEachAllocation([&] { delete iterator.clone(); }, [] {}));
+}
+
+TEST(ZStringIterator, VirtualFunctionsKeepTheirSlots)
+{
+    using S = ZStringIterator_6_0;
+    EXPECT_EQ(4, slotOf(&S::clone));
+    EXPECT_EQ(6, slotOf(&S::findNext));
+    EXPECT_EQ(7, slotOf(&S::hasMore));
+    EXPECT_EQ(8, slotOf(&S::getNext));
+    EXPECT_EQ(9, slotOf(&S::reset));
+}

@@ -1,0 +1,424 @@
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStringTokenizer.h>
+#include <Z/ZUTF8String.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "LocalText.h"
+#include "PageEnd.h"
+#include "Raised.h"
+#include "Slots.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZStringTokenizer";
+
+using Tokens = std::vector<std::string>;
+
+std::string textOf(ZObject_6_0 const* object)
+{
+    auto const& string = dynamic_cast<ZAbstractString_6_0 const&>(*object);
+    return std::string(string.getChars(), string.getLength());
+}
+
+Tokens tokensOf(ZStringTokenizer_6_0& tokenizer)
+{
+    Tokens tokens;
+    while (tokenizer.hasMore())
+        tokens.push_back(textOf(tokenizer.getNext()));
+    return tokens;
+}
+
+// How many objects of a list are alive is known by who deletes them: these tests run under a
+// leak checker as well.
+void deleteMembers(ZArrayList_6_0& list)
+{
+    for (unsigned i = 0; i < list.size(); ++i)
+        delete list.get(i);
+}
+
+}  // namespace
+
+TEST(ZStringTokenizer, SplitsAtWhiteSpaceByDefault)
+{
+    ZLCString_6_0 const source("  a\tbc \r\n d ");
+    ZLCString_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    EXPECT_TRUE(tokenizer.hasMore());
+    EXPECT_EQ(&target, tokenizer.getNext());
+    EXPECT_STREQ("a", target);
+    EXPECT_TRUE(tokenizer.hasMore());
+    EXPECT_EQ("bc", textOf(tokenizer.getNext()));
+    EXPECT_TRUE(tokenizer.hasMore());
+    EXPECT_EQ("d", textOf(tokenizer.getNext()));
+    EXPECT_FALSE(tokenizer.hasMore());
+}
+
+TEST(ZStringTokenizer, SplitsAtEachDelimiter)
+{
+    struct Case {
+        char const* text;
+        char const* delimiters;
+        Tokens tokens;
+    };
+    Case const cases[] = {
+        {"a=b:c", "=:", {"a", "b", "c"}},
+        {"a=:=b", "=:", {"a", "b"}},
+        {"=a=", "=", {"a"}},
+        {"abc", "", {"abc"}},
+        {"abc", "xyz", {"abc"}},
+        {"", "=", {}},
+        {"===", "=", {}},
+        {"a\vb", " \t\r\n", {"a\vb"}},
+        {"a\xE3\x81\x82z", "\xE3\x81\x82", {"a", "z"}},
+        {"a\xE3\x81\x82z\xC3\xA4q", "\xC3\xA4\xE3\x81\x82", {"a", "z", "q"}},
+        {"\xE3\x81\x82\xE3\x82\x81", "\xE3\x81\x81", {"\xE3\x81\x82\xE3\x82\x81"}}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.text) + " at " + c.delimiters);
+        ZUTF8String_6_0 target;
+        ZUTF8String_6_0 const delimiters(c.delimiters);
+        ZUTF8ConstString_6_0 const view(c.text);
+        ZStringTokenizer_6_0 tokenizer(view, target, delimiters);
+        EXPECT_EQ(c.tokens, tokensOf(tokenizer));
+        ZUTF8String_6_0 const source(c.text);
+        ZStringTokenizer_6_0 ofString(source, target, delimiters);
+        EXPECT_EQ(c.tokens, tokensOf(ofString));
+    }
+}
+
+TEST(ZStringTokenizer, NeverSplitsALocalCharacter)
+{
+    std::string const wide = localCharacter().local;
+    ZLCString_6_0 const source((wide + "=" + wide + "a " + wide).c_str());
+    ZLCString_6_0 target;
+    ZLCString_6_0 const delimiters("= ");
+    ZStringTokenizer_6_0 tokenizer(source, target, delimiters);
+    Tokens expected = {wide, wide + "a", wide};
+    if (wide.empty())
+        expected = {"a"};
+    EXPECT_EQ(expected, tokensOf(tokenizer));
+    if (!wide.empty()) {
+        ZLCString_6_0 const atWide(wide.c_str());
+        ZStringTokenizer_6_0 splits(source, target, atWide);
+        EXPECT_EQ(Tokens({"=", "a "}), tokensOf(splits));
+    }
+}
+
+TEST(ZStringTokenizer, DelimitersAreCopied)
+{
+    ZLCString_6_0 const source("a=b");
+    ZLCString_6_0 target;
+    ZLCString_6_0 delimiters("=");
+    ZStringTokenizer_6_0 tokenizer(source, target, delimiters);
+    delimiters = "b";
+    EXPECT_EQ(Tokens({"a", "b"}), tokensOf(tokenizer));
+}
+
+TEST(ZStringTokenizer, DelimitersMayDifferFromCallToCall)
+{
+    ZLCString_6_0 const source("key = a,b ; c");
+    ZLCString_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    ZLCConstString_6_0 const equals("= ");
+    ZLCConstString_6_0 const comma(",");
+    ZUTF8ConstString_6_0 const semicolon(" ;");
+    EXPECT_TRUE(tokenizer.hasMore(equals));
+    EXPECT_EQ("key", textOf(tokenizer.getNext(equals)));
+    EXPECT_EQ(" = a", textOf(tokenizer.getNext(comma)));
+    EXPECT_EQ(",b", textOf(tokenizer.getNext(semicolon)));
+    EXPECT_TRUE(tokenizer.hasMore(comma));
+    EXPECT_EQ(";", textOf(tokenizer.getNext()));
+    EXPECT_EQ("c", textOf(tokenizer.getNext()));
+    EXPECT_FALSE(tokenizer.hasMore(comma));
+}
+
+TEST(ZStringTokenizer, AtTheEndTheTargetIsEmptied)
+{
+    for (char const* text : {"", "   ", "\t\r\n"}) {
+        SCOPED_TRACE(text);
+        ZLCString_6_0 const source(text);
+        ZLCString_6_0 target("before");
+        ZStringTokenizer_6_0 tokenizer(source, target);
+        EXPECT_FALSE(tokenizer.hasMore());
+        EXPECT_STREQ("before", target);
+        EXPECT_EQ(&target, tokenizer.getNext());
+        EXPECT_STREQ("", target);
+        EXPECT_EQ(&target, tokenizer.getNext());
+        EXPECT_FALSE(tokenizer.hasMore());
+    }
+}
+
+TEST(ZStringTokenizer, SkippingMeasuresAndStays)
+{
+    ZUTF8String_6_0 const source(
+        "  \xE3\x81\x82"
+        "b c");
+    ZUTF8String_6_0 target;
+    ZStringTokenizer_6_0 const tokenizer(source, target);
+    ZUTF8ConstString_6_0 const blank(" ");
+    ZUTF8ConstString_6_0 const letter("b");
+    EXPECT_EQ(2u, tokenizer.skipAll(blank));
+    EXPECT_EQ(2u, tokenizer.skipAll(blank));
+    EXPECT_EQ(0u, tokenizer.skipAll(letter));
+    EXPECT_EQ(0u, tokenizer.skipOther(blank));
+    EXPECT_EQ(5u, tokenizer.skipOther(letter));
+    ZUTF8ConstString_6_0 const none("");
+    EXPECT_EQ(0u, tokenizer.skipAll(none));
+    EXPECT_EQ(8u, tokenizer.skipOther(none));
+}
+
+TEST(ZStringTokenizer, ResetGoesBackAndFollowsTheSource)
+{
+    ZLCString_6_0 source("a b");
+    ZLCString_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    EXPECT_EQ(Tokens({"a", "b"}), tokensOf(tokenizer));
+    tokenizer.reset();
+    EXPECT_EQ(Tokens({"a", "b"}), tokensOf(tokenizer));
+    source.setCapacity(1000);
+    source = "x y z";
+    tokenizer.reset();
+    EXPECT_EQ(Tokens({"x", "y", "z"}), tokensOf(tokenizer));
+}
+
+TEST(ZStringTokenizer, ACopyStandsWhereTheOriginalDoesWithItsOwnDelimiters)
+{
+    ZUTF8String_6_0 const source("a=b=c");
+    ZUTF8String_6_0 target;
+    ZUTF8ConstString_6_0 const equals("=");
+    auto original = std::make_unique<ZStringTokenizer_6_0>(source, target, equals);
+    original->getNext();
+    ZStringTokenizer_6_0 copy(*original);
+    ZStringTokenizer_6_0 assigned(source, target);
+    assigned = *original;
+    ZStringTokenizer_6_0& self = assigned;
+    assigned = self;
+    std::unique_ptr<ZObject_6_0> const object(static_cast<ZObject_6_0&>(*original).clone());
+    original.reset();
+    EXPECT_EQ(Tokens({"b", "c"}), tokensOf(copy));
+    EXPECT_EQ(Tokens({"b", "c"}), tokensOf(assigned));
+    EXPECT_EQ(Tokens({"b", "c"}), tokensOf(dynamic_cast<ZStringTokenizer_6_0&>(*object)));
+}
+
+TEST(ZStringTokenizer, FindsTheNextEqualToken)
+{
+    ZLCString_6_0 const source("a b c");
+    ZLCString_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    ZLCString_6_0 const wanted("b");
+    EXPECT_EQ(&target, tokenizer.findNext(wanted));
+    EXPECT_EQ("c", textOf(tokenizer.getNext()));
+    EXPECT_EQ(nullptr, tokenizer.findNext(wanted));
+}
+
+TEST(ZStringTokenizer, ListsIndependentTokens)
+{
+    ZLCString_6_0 const source("a bc  d");
+    for (int owns : {0, 1}) {
+        SCOPED_TRACE(owns);
+        ZLCString_6_0 target;
+        ZStringTokenizer_6_0 tokenizer(source, target);
+        ZArrayList_6_0 list(1, owns);
+        tokenizer.list(list);
+        target = "changed";
+        ASSERT_EQ(3u, list.size());
+        EXPECT_EQ("a", textOf(list.get(0)));
+        EXPECT_EQ("bc", textOf(list.get(1)));
+        EXPECT_EQ("d", textOf(list.get(2)));
+        EXPECT_NE(nullptr, dynamic_cast<ZLCString_6_0 const*>(list.get(0)));
+        tokenizer.list(list);  // nothing is left
+        EXPECT_EQ(3u, list.size());
+        if (owns == 0)
+            deleteMembers(list);
+    }
+}
+
+TEST(ZStringTokenizer, ListsWhatIsLeft)
+{
+    ZUTF8String_6_0 const source("a b c");
+    ZUTF8String_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    tokenizer.getNext();
+    ZArrayList_6_0 list(1, 1);
+    tokenizer.list(list);
+    ASSERT_EQ(2u, list.size());
+    EXPECT_EQ("b", textOf(list.get(0)));
+    EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0 const*>(list.get(0)));
+}
+
+// ---- Failures --------------------------------------------------------------------------------
+
+TEST(ZStringTokenizer, UnlikeCodesetsRaise)
+{
+    ZLCString_6_0 local("a");
+    ZUTF8String_6_0 utf8("b");
+    EXPECT_TRUE(raises<ZUnsupportedException_6_0>(
+        48, kSource, 97, [&] { ZStringTokenizer_6_0 const made(local, utf8); }));
+    EXPECT_TRUE(raises<ZUnsupportedException_6_0>(
+        48, kSource, 97, [&] { ZStringTokenizer_6_0 const made(utf8, local); }));
+    EXPECT_TRUE(raises<ZUnsupportedException_6_0>(
+        48, kSource, 72, [&] { ZStringTokenizer_6_0 const made(local, utf8, local); }));
+    EXPECT_TRUE(raises<ZUnsupportedException_6_0>(
+        48, kSource, 72, [&] { ZStringTokenizer_6_0 const made(utf8, local, utf8); }));
+    EXPECT_STREQ("a", local);
+    EXPECT_STREQ("b", utf8);
+}
+
+TEST(ZStringTokenizer, ACharacterThatCannotBeMeasuredRaises)
+{
+    ZUTF8ConstString_6_0 const blank(" ");
+    for (char const* text : {"a \xE3\x81", "a \x81", "a \xE3\x81 b"}) {
+        SCOPED_TRACE(text);
+        PageEnd const end(text);
+        ZUTF8ConstString_6_0 const source(end.text());
+        ZUTF8String_6_0 target("before");
+        ZStringTokenizer_6_0 tokenizer(source, target);
+        EXPECT_EQ("a", textOf(tokenizer.getNext()));
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(
+                raises<ZQVRMBLenException_6_0>(46, kSource, 269, [&] { tokenizer.hasMore(); }));
+            EXPECT_TRUE(
+                raises<ZQVRMBLenException_6_0>(46, kSource, 269, [&] { tokenizer.getNext(); }));
+            EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 269,
+                                                       [&] { tokenizer.skipAll(blank); }));
+            EXPECT_EQ(0u, tokenizer.skipOther(blank));
+            EXPECT_STREQ("a", target);
+        }
+    }
+    PageEnd const end(" ab\xE3\x81");
+    ZUTF8ConstString_6_0 const source(end.text());
+    ZUTF8String_6_0 target("before");
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.getNext(); }));
+    EXPECT_STREQ("before", target);
+    EXPECT_EQ(1u, tokenizer.skipAll(blank));
+    EXPECT_TRUE(tokenizer.hasMore());
+    EXPECT_TRUE(
+        raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.skipOther(blank); }));
+}
+
+TEST(ZStringTokenizer, ACutLocalCharacterRaises)
+{
+    std::string const cut = localCharacter().cut;
+    if (cut.empty())
+        GTEST_SKIP() << "every byte of the locale is a character";
+    PageEnd const end(" a" + cut);
+    ZLCConstString_6_0 const source(end.text());
+    ZLCString_6_0 target("before");
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    EXPECT_TRUE(tokenizer.hasMore());
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.getNext(); }));
+    EXPECT_STREQ("before", target);
+}
+
+TEST(ZStringTokenizer, AFailedAllocationLosesNothing)
+{
+    std::string const longToken(300, 'x');
+    ZUTF8String_6_0 const source((longToken + " a").c_str());
+    ZUTF8String_6_0 target("before");
+    ZUTF8String_6_0 const delimiters(std::string(200, ' ').c_str());
+    EXPECT_EQ(1u,
+              failEachAllocation([&] { ZStringTokenizer_6_0 const made(source, target); }, [] {}));
+    EXPECT_EQ(2u, failEachAllocation(
+                      [&] { ZStringTokenizer_6_0 const made(source, target, delimiters); }, [] {}));
+    ZStringTokenizer_6_0 tokenizer(source, target, delimiters);
+    ZStringTokenizer_6_0 other(source, target);
+    EXPECT_EQ(2u, failEachAllocation([&] { other = tokenizer; }, [] {}));
+    EXPECT_EQ(3u, failEachAllocation([&] { delete tokenizer.clone(); }, [] {}));
+    EXPECT_EQ(1u, failEachAllocation([&] { tokenizer.getNext(); },
+                                     [&] { EXPECT_STREQ("before", target); }));
+    EXPECT_EQ(longToken, textOf(&target));
+    for (int owns : {0, 1}) {
+        ZArrayList_6_0 list(1, owns);
+        unsigned long const failed = failEachAllocation(
+            [&] {
+                tokenizer.reset();
+                struct Emptied {
+                    ZArrayList_6_0& list;
+                    ~Emptied()
+                    {
+                        if (list.ownsMembers() == 0)
+                            deleteMembers(list);
+                        list.removeAll();
+                    }
+                } const emptied{list};
+                ZArrayList_6_0 fresh(1, owns);
+                struct Freed {
+                    ZArrayList_6_0& list;
+                    ~Freed()
+                    {
+                        if (list.ownsMembers() == 0)
+                            deleteMembers(list);
+                    }
+                } const freed{fresh};
+                tokenizer.list(fresh);
+            },
+            [] {});
+        EXPECT_GE(failed, 4u);
+    }
+}
+
+// ---- Against a model
+// -----------------------------------------------------------------------------
+
+TEST(ZStringTokenizer, GivesTheTokensOfAModel)
+{
+    constexpr unsigned kSeed = 20240613;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    char const* const alphabet[] = {
+        "a", "b", " ", ",", "\xC3\xA4", "\xE3\x81\x82", "\xF0\x9F\x98\x80"};
+    constexpr size_t kLetters = std::size(alphabet);
+    for (int round = 0; round < 5000; ++round) {
+        bool isDelimiter[kLetters] = {};
+        std::string delimiters;
+        for (size_t i = 0; i < kLetters; ++i) {
+            isDelimiter[i] = random() % 3 == 0;
+            if (isDelimiter[i])
+                delimiters += alphabet[i];
+        }
+        std::string text;
+        std::string token;
+        Tokens expected;
+        for (size_t n = random() % 40; n > 0; --n) {
+            size_t const letter = random() % kLetters;
+            text += alphabet[letter];
+            if (!isDelimiter[letter]) {
+                token += alphabet[letter];
+            } else if (!token.empty()) {
+                expected.push_back(token);
+                token.clear();
+            }
+        }
+        if (!token.empty())
+            expected.push_back(token);
+        PageEnd const end(text);
+        ZUTF8ConstString_6_0 const source(end.text());
+        ZUTF8String_6_0 target;
+        ZUTF8String_6_0 const set(delimiters.c_str());
+        ZStringTokenizer_6_0 tokenizer(source, target, set);
+        ASSERT_EQ(expected, tokensOf(tokenizer)) << text << " at " << delimiters;
+    }
+}
+
+TEST(ZStringTokenizer, VirtualFunctionsKeepTheirSlots)
+{
+    using S = ZStringTokenizer_6_0;
+    EXPECT_EQ(4, slotOf(&S::clone));
+    EXPECT_EQ(6, slotOf(&S::findNext));
+    EXPECT_EQ(7, slotOf(static_cast<bool (S::*)(ZAbstractString_6_0 const&)>(&S::hasMore)));
+    EXPECT_EQ(8, slotOf(static_cast<bool (S::*)()>(&S::hasMore)));
+    EXPECT_EQ(9, slotOf(static_cast<ZAbstractMutableString_6_0* (S::*)(ZAbstractString_6_0 const&)>(
+                     &S::getNext)));
+    EXPECT_EQ(10, slotOf(static_cast<ZAbstractMutableString_6_0* (S::*)()>(&S::getNext)));
+    EXPECT_EQ(11, slotOf(&S::reset));
+    EXPECT_EQ(12, slotOf(&S::list));
+}

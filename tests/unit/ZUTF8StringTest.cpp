@@ -1,0 +1,124 @@
+#include <Z/ZException.h>
+#include <Z/ZUTF8String.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Raised.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZUTF8String";
+
+std::string textOf(ZAbstractString_6_0 const& string)
+{
+    return std::string(string.getChars(), string.getLength());
+}
+
+}  // namespace
+
+TEST(ZUTF8String, LowerAndUpperChangeAsciiAndTheRest)
+{
+    struct Case {
+        char const* text;
+        char const* lower;
+        char const* upper;
+    };
+    Case const cases[] = {
+        {"", "", ""},
+        {"AbZz@[`{19", "abzz@[`{19", "ABZZ@[`{19"},
+        {"AB\xC3\x84"
+         "CD",
+         "ab\xC3\xA4"
+         "cd",
+         "AB\xC3\x84"
+         "CD"},
+        {"ab\xC3\xA4"
+         "cd",
+         "ab\xC3\xA4"
+         "cd",
+         "AB\xC3\x84"
+         "CD"},
+        {"\xD0\x96z", "\xD0\xB6z", "\xD0\x96Z"},                 // Cyrillic
+        {"A\xE3\x81\x82Z", "a\xE3\x81\x82z", "A\xE3\x81\x82Z"},  // no case
+        {"\xC3\x9F", "\xC3\x9F", "\xC3\x9F"},  // ß has no counterpart of its length
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        ZUTF8String_6_0 lower(c.text);
+        EXPECT_EQ(&lower, &lower.lower());
+        EXPECT_EQ(c.lower, textOf(lower));
+        ZUTF8String_6_0 upper(c.text);
+        EXPECT_EQ(&upper, &upper.upper());
+        EXPECT_EQ(c.upper, textOf(upper));
+    }
+}
+
+TEST(ZUTF8String, ReplaceOverwritesAnAsciiCharacter)
+{
+    struct Case {
+        char const* text;
+        char from;
+        char to;
+        char const* result;
+    };
+    Case const cases[] = {{"banana", 'a', 'o', "bonono"},
+                          {"banana", 'x', 'y', "banana"},
+                          {"", 'a', 'b', ""},
+                          {"banana", 0, 'x', "banana"},
+                          {"a\xE3\x81\x82"
+                           "a",
+                           'a', 'b',
+                           "b\xE3\x81\x82"
+                           "b"},
+                          {"a\x7F", '\x7F', '-', "a-"}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        ZUTF8String_6_0 string(c.text);
+        EXPECT_EQ(&string, &string.replace(c.from, c.to));
+        EXPECT_EQ(c.result, textOf(string));
+        ZAbstractMutableString_6_0& base = string.setChars(c.text);
+        EXPECT_EQ(c.result, textOf(base.replace(c.from, c.to)));
+    }
+}
+
+TEST(ZUTF8String, ReplacingAByteThatIsNoCharacterRaises)
+{
+    ZUTF8String_6_0 string("a\xC3\xA4");
+    for (char byte : {'\xC3', '\xA4', '\x80', '\xFF'}) {
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 299,
+                                                           [&] { string.replace(byte, 'x'); }));
+    }
+    EXPECT_EQ("a\xC3\xA4", textOf(string));
+}
+
+TEST(ZUTF8String, ReplacesWholeTexts)
+{
+    ZUTF8String_6_0 string("\xE3\x81\x82\xE3\x82\x81");
+    EXPECT_EQ(&string, &string.replace("\xE3\x82\x81", "x"));
+    EXPECT_EQ("\xE3\x81\x82x", textOf(string));
+    string.replaceAll("\xE3\x81\x82", "yz");
+    EXPECT_EQ("yzx", textOf(string));
+    ZUTF8String_6_0 other("a\xE3\x81\x82\xC3\xA4");
+    other.replaceOther("\xE3\x81\x82", "-");
+    EXPECT_EQ("-\xE3\x81\x82-", textOf(other));
+    // A set is its characters, not its bytes.
+    ZUTF8String_6_0 set("\xE3\x81\x82");
+    set.replaceAll("\xE3\x82\x81\xC3\xA4", "x");
+    EXPECT_EQ("\xE3\x81\x82", textOf(set));
+}
+
+TEST(ZUTF8String, InvalidTextCanStillBeReplacedByText)
+{
+    ZUTF8String_6_0 string("a\xFF-\xFF");
+    string.replace("\xFF", "?");
+    EXPECT_EQ("a?-?", textOf(string));
+}
+
+TEST(ZUTF8String, KeepsLengthWhenReplacingByZero)
+{
+    ZUTF8String_6_0 string("a,b,c");
+    string.replace(',', '\0');
+    EXPECT_EQ(std::string("a\0b\0c", 5), textOf(string));
+    EXPECT_EQ(5u, string.getLength());
+}
