@@ -707,8 +707,9 @@ TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
     // The middle is the largest again and again: a recursion would go as deep as the list is long.
     Numbers& worst = shapes[3];
     std::iota(worst.begin(), worst.end(), 0);
-    for (int high = 2; high < kMembers; ++high)
+    for (int high = 1; high < kMembers - 1; ++high)
         std::swap(worst[high], worst[high / 2]);
+    std::swap(worst[kMembers - 1], worst[kMembers / 2]);
     for (Numbers const& shape : shapes) {
         OwningList list(shape);
         pthread_attr_t smallStack;

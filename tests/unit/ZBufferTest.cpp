@@ -1,0 +1,422 @@
+#include <Z/ZBuffer.h>
+#include <Z/ZException.h>
+#include <gtest/gtest.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <iostream>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "FailingAllocator.h"
+#include "Raises.h"
+
+namespace {
+
+std::string bytesOf(ZBufferInterface_6_0 const& buffer)
+{
+    return std::string(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
+}
+
+// A pointer that is taken as bytes to copy; buffers take what is not const.
+void* bytes(char const* text)
+{
+    return const_cast<char*>(text);
+}
+
+int signOf(int number)
+{
+    return number < 0 ? -1 : number > 0;
+}
+
+void expectEmpty(ZBufferInterface_6_0 const& buffer)
+{
+    EXPECT_EQ(0u, buffer.getLength());
+    EXPECT_EQ(nullptr, buffer.getBuffer());
+}
+
+}  // namespace
+
+// ---- The owning buffer
+
+TEST(ZBuffer, StartsEmpty)
+{
+    ZBuffer_6_0 const buffer;
+    expectEmpty(buffer);
+    EXPECT_EQ(nullptr, static_cast<void*>(buffer));
+}
+
+TEST(ZBuffer, CopiesTheBytes)
+{
+    char source[] = "abcdef";
+    ZBuffer_6_0 const buffer(3, source);
+    source[0] = 'X';
+    EXPECT_EQ("abc", bytesOf(buffer));
+    EXPECT_NE(static_cast<void*>(source), buffer.getBuffer());
+    EXPECT_EQ(buffer.getBuffer(), static_cast<void*>(buffer));
+}
+
+TEST(ZBuffer, TextKeepsItsTerminatingZero)
+{
+    ZBuffer_6_0 const buffer("abc");
+    EXPECT_EQ(4u, buffer.getLength());
+    EXPECT_EQ(std::string("abc\0", 4), bytesOf(buffer));
+    ZBuffer_6_0 const empty("");
+    EXPECT_EQ(std::string("\0", 1), bytesOf(empty));
+    char const* const none = nullptr;
+    expectEmpty(ZBuffer_6_0(none));
+}
+
+TEST(ZBuffer, CopiesAreDeep)
+{
+    ZBuffer_6_0 source("abc");
+    ZBuffer_6_0 const copy(source);
+    ZBuffer_6_0 assigned("something longer");
+    assigned = source;
+    std::unique_ptr<ZObject_6_0> const clone(source.clone());
+    auto const& cloned = dynamic_cast<ZBuffer_6_0 const&>(*clone);
+    static_cast<char*>(source.getBuffer())[0] = 'X';
+    EXPECT_EQ(std::string("abc\0", 4), bytesOf(copy));
+    EXPECT_EQ(std::string("abc\0", 4), bytesOf(assigned));
+    EXPECT_EQ(std::string("abc\0", 4), bytesOf(cloned));
+    ZBuffer_6_0 const none;
+    assigned = none;
+    expectEmpty(assigned);
+    expectEmpty(ZBuffer_6_0(none));
+}
+
+TEST(ZBuffer, AssignmentToItselfKeepsTheBytes)
+{
+    ZBuffer_6_0 buffer("abc");
+    ZBuffer_6_0& self = buffer;
+    buffer = self;
+    EXPECT_EQ(std::string("abc\0", 4), bytesOf(buffer));
+}
+
+TEST(ZBuffer, LengthZeroReleasesTheBlock)
+{
+    ZBuffer_6_0 buffer("abc");
+    long const before = FailingAllocator::blocks();
+    buffer.setLength(0);
+    expectEmpty(buffer);
+    EXPECT_EQ(before - 1, FailingAllocator::blocks());
+    buffer.setLength(0);
+    expectEmpty(buffer);
+}
+
+TEST(ZBuffer, ShorterLengthKeepsTheBlock)
+{
+    ZBuffer_6_0 buffer("abc");
+    void* const block = buffer.getBuffer();
+    buffer.setLength(2);
+    EXPECT_EQ(2u, buffer.getLength());
+    EXPECT_EQ(block, buffer.getBuffer());
+    EXPECT_EQ("ab", bytesOf(buffer));
+}
+
+TEST(ZBuffer, LongerLengthKeepsTheBytesAndAddsZeros)
+{
+    ZBuffer_6_0 buffer("abc");
+    buffer.setLength(2);
+    buffer.setLength(6);
+    EXPECT_EQ(std::string("ab\0\0\0\0", 6), bytesOf(buffer));
+    ZBuffer_6_0 empty;
+    empty.setLength(3);
+    EXPECT_EQ(std::string(3, '\0'), bytesOf(empty));
+}
+
+TEST(ZBuffer, SetBufferReplacesTheBytes)
+{
+    ZBuffer_6_0 buffer("abc");
+    buffer.setBuffer(5, bytes("12345"));
+    EXPECT_EQ("12345", bytesOf(buffer));
+    buffer.setBuffer(1, bytes("x"));
+    EXPECT_EQ("x", bytesOf(buffer));
+    buffer.setBuffer(0, bytes("x"));
+    expectEmpty(buffer);
+    buffer.setBuffer(0, nullptr);
+    expectEmpty(buffer);
+}
+
+TEST(ZBuffer, SetBufferTakesText)
+{
+    ZBuffer_6_0 buffer;
+    char text[] = "ab";
+    buffer.setBuffer(text);
+    EXPECT_EQ(std::string("ab\0", 3), bytesOf(buffer));
+    char* const none = nullptr;
+    buffer.setBuffer(none);
+    expectEmpty(buffer);
+}
+
+TEST(ZBuffer, SetBufferOfNullGivesZeros)
+{
+    ZBuffer_6_0 buffer("abcdefgh");
+    buffer.setBuffer(3, nullptr);
+    EXPECT_EQ(std::string(3, '\0'), bytesOf(buffer));
+    buffer.setBuffer(20, nullptr);
+    EXPECT_EQ(std::string(20, '\0'), bytesOf(buffer));
+}
+
+TEST(ZBuffer, SetBufferMayTakeFromInsideTheBuffer)
+{
+    struct Case {
+        char const* name;
+        unsigned offset;
+        unsigned long length;
+        std::string expected;
+    };
+    std::string const large(100000, '\0');
+    Case const cases[] = {
+        {"all", 0, 6, "abcdef"},
+        {"head", 0, 2, "ab"},
+        {"tail", 3, 3, "def"},
+        {"overlapping", 1, 5, "bcdef"},
+        {"behind the end", 4, 4, std::string("ef\0\0", 4)},
+        {"longer", 0, 8, std::string("abcdef\0\0", 8)},
+        {"so long that the block moves", 2, 100000, "cdef" + large.substr(4)},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZBuffer_6_0 buffer(6, bytes("abcdef"));
+        buffer.setBuffer(c.length, static_cast<char*>(buffer.getBuffer()) + c.offset);
+        EXPECT_EQ(c.expected, bytesOf(buffer));
+    }
+    ZBuffer_6_0 text("abc");
+    text.setBuffer(static_cast<char*>(text.getBuffer()) + 1);
+    EXPECT_EQ(std::string("bc\0", 3), bytesOf(text));
+}
+
+TEST(ZBuffer, SetBufferNoCopyTakesTheBlockOver)
+{
+    ZBuffer_6_0 buffer("abc");
+    long const before = FailingAllocator::blocks();
+    void* const block = strdup("xy");
+    buffer.setBufferNoCopy(2, block);
+    EXPECT_EQ(block, buffer.getBuffer());
+    EXPECT_EQ("xy", bytesOf(buffer));
+    EXPECT_EQ(before, FailingAllocator::blocks());
+    buffer.setBufferNoCopy(1, block);
+    EXPECT_EQ("x", bytesOf(buffer));
+    buffer.setBufferNoCopy(9, nullptr);
+    expectEmpty(buffer);
+    EXPECT_EQ(before - 1, FailingAllocator::blocks());
+}
+
+TEST(ZBuffer, TakeBufferHandsTheBlockOut)
+{
+    unsigned long length = 99;
+    void* data = nullptr;
+    {
+        ZBuffer_6_0 buffer("abc");
+        buffer.takeBuffer(length, data);
+        expectEmpty(buffer);
+    }
+    EXPECT_EQ(4u, length);
+    EXPECT_STREQ("abc", static_cast<char*>(data));
+    free(data);
+    ZBuffer_6_0 empty;
+    empty.takeBuffer(length, data);
+    EXPECT_EQ(0u, length);
+    EXPECT_EQ(nullptr, data);
+}
+
+TEST(ZBuffer, HashesToItsAddress)
+{
+    ZBuffer_6_0 const one("abc"), same("abc");
+    EXPECT_EQ(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&one)), one.hash());
+    EXPECT_NE(one.hash(), same.hash());
+}
+
+TEST(ZBuffer, TooLongALengthRaisesAndChangesNothing)
+{
+    ZBuffer_6_0 buffer("abc");
+    void* const block = buffer.getBuffer();
+    auto const unchanged = [&] {
+        EXPECT_EQ(block, buffer.getBuffer());
+        EXPECT_EQ(std::string("abc\0", 4), bytesOf(buffer));
+    };
+    for (unsigned long length : {1ul << 62, ~0ul}) {
+        expectRaises<ZOutOfMemoryException_6_0>(1, "src/Z/ZBuffer", 143,
+                                                [&] { buffer.setLength(length); });
+        unchanged();
+        expectRaises<ZOutOfMemoryException_6_0>(1, "src/Z/ZBuffer", 143,
+                                                [&] { buffer.setBuffer(length, nullptr); });
+        unchanged();
+    }
+}
+
+TEST(ZBuffer, EveryFailedAllocationLeavesTheBufferAsItWas)
+{
+    for (auto mode : {FailingAllocator::once, FailingAllocator::forEver}) {
+        ZBuffer_6_0 const source("something longer");
+        ZBuffer_6_0 buffer("abc");
+        auto const unchanged = [&] { EXPECT_EQ(std::string("abc\0", 4), bytesOf(buffer)); };
+        EXPECT_EQ(1u, failEachAllocation([] { ZBuffer_6_0 made("x"); }, unchanged, mode));
+        EXPECT_EQ(1u, failEachAllocation([&] { ZBuffer_6_0 copy(source); }, unchanged, mode));
+        EXPECT_EQ(2u, failEachAllocation([&] { delete source.clone(); }, unchanged, mode));
+        EXPECT_EQ(1u, failEachAllocation([&] { buffer = source; }, unchanged, mode));
+        EXPECT_EQ(bytesOf(source), bytesOf(buffer));
+    }
+}
+
+// ---- The view
+
+TEST(ZConstBuffer, ViewsTheBytesOfAnother)
+{
+    char text[] = "abc";
+    ZConstBuffer_6_0 view(3, text);
+    EXPECT_EQ(text, view.getBuffer());
+    EXPECT_EQ(text, static_cast<void*>(view));
+    EXPECT_EQ(3u, view.getLength());
+    text[0] = 'X';
+    EXPECT_EQ("Xbc", bytesOf(view));
+    expectEmpty(ZConstBuffer_6_0());
+}
+
+TEST(ZConstBuffer, CopiesViewTheSameBytes)
+{
+    char text[] = "abc";
+    ZConstBuffer_6_0 const view(3, text);
+    ZConstBuffer_6_0 const copy(view);
+    ZConstBuffer_6_0 assigned;
+    assigned = view;
+    std::unique_ptr<ZObject_6_0> const clone(view.clone());
+    auto const& cloned = dynamic_cast<ZConstBuffer_6_0 const&>(*clone);
+    EXPECT_EQ(text, copy.getBuffer());
+    EXPECT_EQ(text, assigned.getBuffer());
+    EXPECT_EQ(text, cloned.getBuffer());
+    EXPECT_EQ(3u, cloned.getLength());
+}
+
+TEST(ZConstBuffer, SettingAllocatesAndFreesNothing)
+{
+    char text[] = "abcdef";
+    long const before = FailingAllocator::blocks();
+    ZConstBuffer_6_0 view(3, text);
+    view.setLength(5);
+    EXPECT_EQ(text, view.getBuffer());
+    EXPECT_EQ("abcde", bytesOf(view));
+    view.setLength(0);
+    EXPECT_EQ(text, view.getBuffer());
+    view.setBuffer(2, text + 1);
+    EXPECT_EQ(text + 1, view.getBuffer());
+    EXPECT_EQ(2u, view.getLength());
+    unsigned long length = 0;
+    void* data = nullptr;
+    view.takeBuffer(length, data);
+    EXPECT_EQ(2u, length);
+    EXPECT_EQ(text + 1, data);
+    expectEmpty(view);
+    EXPECT_EQ(before, FailingAllocator::blocks());
+}
+
+TEST(ZConstBuffer, FailedCloneRaises)
+{
+    ZConstBuffer_6_0 const view;
+    EXPECT_EQ(1u, failEachAllocation([&] { delete view.clone(); }, [] {}));
+}
+
+// ---- Order
+
+TEST(ZAbstractBuffer, ShorterSortsFirstThenTheBytes)
+{
+    struct Case {
+        char const* name;
+        std::string left;
+        std::string right;
+        int order;
+    };
+    Case const cases[] = {
+        {"both empty", "", "", 0},
+        {"same", "abc", "abc", 0},
+        {"shorter", "zzz", "aaaa", -1},
+        {"longer", "aaaa", "zzz", 1},
+        {"less", "abc", "abd", -1},
+        {"more", "abd", "abc", 1},
+        {"bytes are unsigned", "\x7f", "\x80", -1},
+        {"zeros count", std::string("a\0b", 3), std::string("a\0c", 3), -1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZBuffer_6_0 const left(c.left.size(), bytes(c.left.data()));
+        ZConstBuffer_6_0 const right(c.right.size(), bytes(c.right.data()));
+        EXPECT_EQ(c.order, signOf(left.compare(right)));
+        EXPECT_EQ(-c.order, signOf(right.compare(left)));
+        EXPECT_EQ(c.order == 0, left.equals(right));
+        EXPECT_EQ(c.order < 0, left < right);
+    }
+    ZBuffer_6_0 const three(3, bytes("zzz")), four(4, bytes("aaaa"));
+    EXPECT_EQ(-1, three.compare(four));
+    EXPECT_EQ(1, four.compare(three));
+}
+
+TEST(ZAbstractBuffer, GivesTheResultOfMemcmpAsItIs)
+{
+    char const left[] = "a\x01";
+    char const right[] = "a\x41";
+    size_t const volatile length =
+        2;  // hides the call from the compiler, which gives the sign only
+    EXPECT_EQ(memcmp(left, right, length),
+              ZConstBuffer_6_0(2, bytes(left)).compare(ZConstBuffer_6_0(2, bytes(right))));
+}
+
+TEST(ZAbstractBuffer, SameBytesAreNotLookedAt)
+{
+    // A view of bytes that are not there: only length and place are compared.
+    void* const nowhere = reinterpret_cast<void*>(16);
+    EXPECT_EQ(0, ZConstBuffer_6_0(1000, nowhere).compare(ZConstBuffer_6_0(1000, nowhere)));
+    EXPECT_EQ(-1, ZConstBuffer_6_0(10, nowhere).compare(ZConstBuffer_6_0(1000, nowhere)));
+}
+
+TEST(ZAbstractBuffer, SortsByAddressWithWhatIsNoBuffer)
+{
+    ZObject_6_0 const object;
+    ZBuffer_6_0 const buffer("abc");
+    EXPECT_EQ(&object < static_cast<ZObject_6_0 const*>(&buffer) ? 1 : -1, buffer.compare(object));
+}
+
+TEST(ZBuffer, AgreesWithAStringOverRandomOperations)
+{
+    constexpr unsigned kSeed = 33003;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    ZBuffer_6_0 buffer;
+    std::string model;
+    for (int step = 0; step < 100000; ++step) {
+        unsigned long const length = random() % 300;
+        switch (random() % 5) {
+            case 0:
+                buffer.setLength(length);
+                model.resize(length);
+                break;
+            case 1: {
+                std::string text(length, static_cast<char>('a' + random() % 26));
+                buffer.setBuffer(length, text.data());
+                model = text;
+                break;
+            }
+            case 2:
+                if (!model.empty()) {
+                    size_t const offset = random() % model.size();
+                    buffer.setBuffer(length, static_cast<char*>(buffer.getBuffer()) + offset);
+                    model.erase(0, offset);
+                    model.resize(length);
+                }
+                break;
+            case 3: {
+                void* block = nullptr;
+                unsigned long taken = 0;
+                buffer.takeBuffer(taken, block);
+                ASSERT_EQ(model.size(), taken);
+                buffer.setBufferNoCopy(taken, block);
+                break;
+            }
+            default:
+                buffer = ZBuffer_6_0(buffer);
+        }
+        ASSERT_EQ(model, bytesOf(buffer)) << "step " << step;
+    }
+}
