@@ -88,7 +88,7 @@ std::string canonicalLocale(char const* name)
     if (isC && !territory.empty())
         throw Malformed();
     if (!isC)
-        require(language, 2, 8, isLetter);
+        require(language, 2, 3, isLetter);
     std::string canonical = isC ? std::string("C") : lowered(language);
     if (!territory.empty()) {
         require(territory, 2, 8, isAlphanumeric);

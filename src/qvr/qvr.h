@@ -129,8 +129,8 @@ int qvr_mblen(qvr_cs_t cs, char const* s, size_t n);
 /// Decodes the character at `s` into `*wc`, a Unicode code point, and returns its length; 0 with
 /// a value of 0 at the terminator.
 /// range   `wc` may be null. Otherwise as qvr_mblen.
-/// codes   as qvr_mblen, and -1 for the few characters (of Big5-HKSCS, for one) that stand for
-///         more than one code point. On a failure `*wc` stays as it is.
+/// codes   as qvr_mblen, and -1 for a character that stands for more than one code point, as one
+///         of a converter file may. On a failure `*wc` stays as it is.
 int qvr_mbtowc(qvr_cs_t cs, uint32_t* wc, char const* s, size_t n);
 
 /// Encodes the 16-bit unit `wc` at `s` and returns the number of bytes written; 0 is one zero

@@ -1,0 +1,309 @@
+// The table directory: alias tables, converter files, and what a bad one leaves behind.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "TextServices.h"
+
+namespace {
+
+// Leaves the built-in tables alone in force, whatever a test did.
+class qvrTables : public testing::Test {
+protected:
+    ~qvrTables() override { qvr_set_dir(""); }
+
+    TemporaryDirectory directory_;
+};
+
+// What a codeset makes of the euro sign; "none" when there is no such codeset.
+std::string euroIn(char const* codeset)
+{
+    Codeset const cs(codeset);
+    return cs == nullptr ? "none" : hex(fromUtf8(cs, "\u20ac"));
+}
+
+std::string canonical(char const* name)
+{
+    char buf[512];
+    return qvr_canonical_loc(name, buf, sizeof buf) == 0 ? buf : "none";
+}
+
+TEST_F(qvrTables, AMissingOrEmptyDirectoryLeavesTheBuiltInNames)
+{
+    directory_.write("file", "");
+    std::string const names[] = {directory_.path(), directory_.path("missing"),
+                                 directory_.path("missing/deeper"), directory_.path("file"), ""};
+    for (std::string const& name : names) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(0, qvr_set_dir(name.c_str()));
+        EXPECT_EQ("a4", euroIn("latin10"));
+        EXPECT_EQ("ja_JP.EUC-JP", canonical("japanese"));
+    }
+}
+
+TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
+{
+    directory_.write("codesets.alias",
+                     "# our own names\n"
+                     "\n"
+                     "house-codeset  ISO-8859-15\n"
+                     "\tLATIN1\twindows-1252   # as most texts that say so are\r\n"
+                     "second latin10\n"
+                     "loop-a loop-b\n"
+                     "loop-b loop-a\n"
+                     "last UTF-8");
+    directory_.write("locales.alias",
+                     "house  fr_FR.latin1\n"
+                     "german de_AT.UTF-8\n"
+                     "nihon  japanese\n");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ("a4", euroIn("house-codeset"));
+    EXPECT_EQ("a4", euroIn("House_Codeset")) << "case, hyphens and underscores do not count";
+    EXPECT_EQ("80", euroIn("latin-1"));
+    EXPECT_EQ("80", euroIn("windows-1252"));
+    EXPECT_EQ("a4", euroIn("second")) << "through the built-in table as well";
+    EXPECT_EQ("e282ac", euroIn("last"));
+    EXPECT_EQ("none", euroIn("loop-a"));
+    EXPECT_EQ("none", euroIn("house"));
+    EXPECT_EQ("fr_FR.ISO-8859-1", canonical("house"));
+    EXPECT_EQ("de_AT.UTF-8", canonical("GERMAN"));
+    EXPECT_EQ("ja_JP.EUC-JP", canonical("nihon"));
+    EXPECT_EQ("fr_FR.ISO-8859-1", canonical("french"));
+
+    ASSERT_EQ(0, qvr_set_dir(""));
+    EXPECT_EQ("none", euroIn("house-codeset"));
+    EXPECT_EQ("none", canonical("house"));
+    EXPECT_EQ("de_DE.ISO-8859-1", canonical("german"));
+}
+
+TEST_F(qvrTables, HandlesKeepWhatTheyHave)
+{
+    directory_.write("codesets.alias", "house ISO-8859-15\n");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    Codeset const cs("house");
+    ASSERT_EQ(0, qvr_set_dir(""));
+    EXPECT_EQ("\xA4", fromUtf8(cs, "\u20ac"));
+}
+
+TEST_F(qvrTables, ABadTableChangesNothing)
+{
+    struct Case {
+        char const* name;
+        char const* table;
+        std::string text;
+    };
+    std::string const longest(127, 'x');
+    Case const cases[] = {
+        {"one word", "codesets.alias", "good UTF-8\nalone\n"},
+        {"three words", "codesets.alias", "good UTF-8\nhouse ISO-8859-15 really\n"},
+        {"last line, no line feed", "codesets.alias", "good UTF-8\nalone"},
+        {"name behind a comment", "codesets.alias", "alone # UTF-8\n"},
+        {"too long an alias", "codesets.alias", longest + "y UTF-8\n"},
+        {"too long a name", "codesets.alias", "house " + longest + "y\n"},
+        {"not ASCII", "codesets.alias", "h\u00e4user UTF-8\n"},
+        {"control character", "codesets.alias", "hou\x01se UTF-8\n"},
+        {"NUL", "codesets.alias", std::string("house UTF\0-8\n", 13)},
+        {"slash", "codesets.alias", "house ../UTF-8\n"},
+        {"backslash", "codesets.alias", "house a\\b\n"},
+        {"twice", "codesets.alias", "house UTF-8\nother UTF-8\nHOUSE UTF-8\n"},
+        {"twice, written differently", "codesets.alias", "my-house UTF-8\nmyhouse UTF-8\n"},
+        {"too big", "codesets.alias", std::string((1 << 20) + 1, '\n')},
+        {"in the other table", "locales.alias", "alone\n"},
+        {"twice in the other table", "locales.alias", "house C\nHouse C\n"},
+    };
+    TemporaryDirectory before;
+    before.write("codesets.alias", "before ISO-8859-15\n");
+    before.write("locales.alias", "before fr_FR\n");
+    ASSERT_EQ(0, qvr_set_dir(before.path().c_str()));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryDirectory bad;
+        bad.write(std::strcmp(c.table, "codesets.alias") == 0 ? "locales.alias" : "codesets.alias",
+                  "good UTF-8\n");
+        bad.write(c.table, c.text);
+        EXPECT_EQ(qvrInvalid, qvr_set_dir(bad.path().c_str()));
+        EXPECT_EQ("a4", euroIn("before"));
+        EXPECT_EQ("fr_FR", canonical("before"));
+        EXPECT_EQ("none", euroIn("good"));
+    }
+}
+
+TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
+{
+    struct Case {
+        char const* name;
+        void (*make)(char const* path);
+    };
+    Case const cases[] = {
+        {"directory", [](char const* path) { mkdir(path, 0700); }},
+        {"FIFO", [](char const* path) { EXPECT_EQ(0, mkfifo(path, 0600)); }},
+        {"device", [](char const* path) { EXPECT_EQ(0, symlink("/dev/zero", path)); }},
+        {"link to itself", [](char const* path) { EXPECT_EQ(0, symlink(path, path)); }},
+        {"unreadable",
+         [](char const* path) {
+             std::ofstream(path) << "house UTF-8\n";
+             chmod(path, 0);
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (std::strcmp(c.name, "unreadable") == 0 && geteuid() == 0)
+            continue;  // nothing is unreadable for root
+        TemporaryDirectory directory;
+        c.make(directory.path("codesets.alias").c_str());
+        EXPECT_EQ(qvrInvalid, qvr_set_dir(directory.path().c_str()));
+    }
+}
+
+TEST_F(qvrTables, LongNamesFillTheirRoom)
+{
+    std::string const longest(127, 'x');
+    directory_.write("codesets.alias", longest + " ISO-8859-15\n");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ("a4", euroIn(longest.c_str()));
+}
+
+// The tables that are delivered say what is built in, and every name in them has a meaning.
+TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
+{
+    char const* const shipped = std::getenv("QVRDIR");
+    if (shipped == nullptr)
+        GTEST_SKIP() << "QVRDIR does not name the tables";
+    for (bool const given : {false, true}) {
+        ASSERT_EQ(0, qvr_set_dir(given ? shipped : ""));
+        size_t rows = 0;
+        for (char const* const table : {"codesets.alias", "locales.alias"}) {
+            std::ifstream file(std::string(shipped) + '/' + table);
+            ASSERT_TRUE(file.good());
+            for (std::string line; std::getline(file, line);) {
+                if (line.empty() || line[0] == '#')
+                    continue;
+                SCOPED_TRACE(line);
+                ++rows;
+                std::string const alias = line.substr(0, line.find(' '));
+                std::string const name = line.substr(line.rfind(' ') + 1);
+                if (table[0] == 'l') {
+                    EXPECT_EQ(canonical(name.c_str()), canonical(alias.c_str()));
+                    EXPECT_NE("none", canonical(alias.c_str()));
+                    continue;
+                }
+                Codeset const one(alias.c_str());
+                Codeset const other(name.c_str());
+                ASSERT_NE(nullptr, qvr_cs_t(one));
+                ASSERT_NE(nullptr, qvr_cs_t(other));
+                for (char const* const probe : {"A\\~", "\u20ac", "\u8868", "\u4e02", "\u0416"})
+                    EXPECT_EQ(hex(fromUtf8(other, probe)), hex(fromUtf8(one, probe)));
+            }
+        }
+        EXPECT_LT(50u, rows);
+    }
+}
+
+// A small character map, with a character of two code points.
+constexpr char kMap[] = R"(<code_set_name>  "house"
+<mb_cur_min>     1
+<mb_cur_max>     2
+<uconv_class>    "MBCS"
+<subchar>        \x1A
+<icu:state>      0-80, 88:1
+<icu:state>      40-7e
+CHARMAP
+<U0000> \x00 |0
+<U001A> \x1A |0
+<U0041> \x41 |0
+<U0061> \x61 |0
+<U20AC> \x80 |0
+<U8868> \x88\x41 |0
+<U00CA><U0304> \x88\x62 |0
+END CHARMAP
+)";
+
+class qvrConverterFiles : public qvrTables {
+protected:
+    // Makes converters/<name>.cnv in the test's directory; false when the tool is not there.
+    bool make(char const* name, std::string const& map)
+    {
+        std::filesystem::create_directory(directory_.path("converters"));
+        std::string const source = directory_.path(name) + ".ucm";
+        std::ofstream(source, std::ios::binary) << map;
+        std::string const command = "makeconv --small -d " + directory_.path("converters") + ' ' +
+                                    source + " >/dev/null 2>&1";
+        return std::system(command.c_str()) == 0;
+    }
+};
+
+TEST_F(qvrConverterFiles, AddACodeset)
+{
+    if (!make("house", kMap))
+        GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
+    directory_.write("codesets.alias", "own-name house\n");
+    EXPECT_EQ("none", euroIn("house"));
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    for (char const* const name : {"house", "HOUSE", "own-name"}) {
+        SCOPED_TRACE(name);
+        Codeset const cs(name);
+        ASSERT_NE(nullptr, qvr_cs_t(cs));
+        EXPECT_EQ("A\x88\x41", fromUtf8(cs, "A\u8868"));
+        EXPECT_EQ("A\u8868", toUtf8(cs, "A\x88\x41"));
+        EXPECT_EQ("failed: -1", fromUtf8(cs, "B"));
+        EXPECT_EQ(2, qvr_mblen(cs, "\x88\x41", 2));
+        EXPECT_EQ(-1, qvr_mblen(cs, "\x88\x42", 2));
+    }
+    Codeset const cs("house");
+    ASSERT_EQ(0, qvr_set_dir(""));
+    EXPECT_EQ("none", euroIn("house"));
+    EXPECT_EQ("A\x88\x41", fromUtf8(cs, "A\u8868")) << "handles keep what they have";
+}
+
+TEST_F(qvrConverterFiles, ACharacterOfSeveralCodePointsHasALengthButNoValue)
+{
+    if (!make("house", kMap))
+        GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    Codeset const cs("house");
+    char const text[] = "\x88\x62";
+    uint32_t value = 7;
+    EXPECT_EQ(2, qvr_mblen(cs, text, 2));
+    EXPECT_EQ(-1, qvr_mbtowc(cs, &value, text, 2));
+    EXPECT_EQ(7u, value);
+    EXPECT_EQ("\u00ca\u0304", toUtf8(cs, text));
+    EXPECT_EQ(text, fromUtf8(cs, "\u00ca\u0304"));
+    char copy[] =
+        "a\x88\x62"
+        "a";
+    EXPECT_STREQ(
+        "A\x88\x62"
+        "A",
+        qvr_strupper(cs, nullptr, copy));
+    EXPECT_EQ(0, qvr_stricmp(cs, nullptr, "A\x88\x62", "a\x88\x62"));
+    EXPECT_EQ(copy + 1, qvr_strpbrk(cs, copy, "x\x88\x62"));
+}
+
+TEST_F(qvrConverterFiles, TakeThePlaceOfAKnownCodeset)
+{
+    if (!make("iso-8859-15", kMap))
+        GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
+    EXPECT_EQ("a4", euroIn("ISO-8859-15"));
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ("failed: -1", toUtf8(Codeset("ISO-8859-15"), "\xA4"));
+    EXPECT_EQ("\u20ac", toUtf8(Codeset("ISO-8859-15"), "\x80"));
+    ASSERT_EQ(0, qvr_set_dir(""));
+    EXPECT_EQ("a4", euroIn("ISO-8859-15"));
+}
+
+TEST_F(qvrConverterFiles, WhatIsNoConverterGivesNoHandle)
+{
+    std::filesystem::create_directory(directory_.path("converters"));
+    directory_.write("converters/house.cnv", "this is no converter");
+    directory_.write("converters/empty.cnv", "");
+    directory_.write("converters/README", "nor is this");
+    directory_.write("converters/.cnv", "nor this");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ("none", euroIn("house"));
+    EXPECT_EQ("none", euroIn("empty"));
+    EXPECT_EQ("none", euroIn("README"));
+    EXPECT_EQ("a4", euroIn("ISO-8859-15"));
+}
+
+}  // namespace
