@@ -1,0 +1,365 @@
+// The string functions: examples, then against a model that cuts texts into units first.
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "GuardedBytes.h"
+#include "TextServices.h"
+
+namespace {
+
+// Offsets, so that rows can say where something is found; -1 is null.
+ptrdiff_t offset(char const* found, char const* text)
+{
+    return found == nullptr ? -1 : found - text;
+}
+
+TEST(qvrStrings, TextsAreFoundAtWholeCharacters)
+{
+    struct Case {
+        char const* name;
+        char const* codeset;
+        std::string text;
+        std::string needle;
+        ptrdiff_t expected;
+    };
+    Case const cases[] = {
+        {"plain", "UTF-8", "abcabc", "ca", 2},
+        {"at the end", "UTF-8", "abc", "c", 2},
+        {"whole text", "UTF-8", "abc", "abc", 0},
+        {"longer than the text", "UTF-8", "abc", "abcd", -1},
+        {"empty needle", "UTF-8", "abc", "", 0},
+        {"empty text", "UTF-8", "", "a", -1},
+        {"both empty", "UTF-8", "", "", 0},
+        {"many bytes", "UTF-8", "x\u00e9\u20ac", "\u20ac", 3},
+        {"half a character", "UTF-8", "x\u00e9", "\xA9", -1},
+        {"beginning of a character", "UTF-8", "x\u00e9", "\xC3", -1},
+        {"end in the middle", "UTF-8", "x\u00e9", "x\xC3", -1},
+        {"invalid byte itself", "UTF-8", "x\xA9y", "\xA9", 1},
+        {"overlapping start", "UTF-8", "aab", "ab", 1},
+        {"single byte", "ISO-8859-1", "x\xE9y", "\xE9y", 1},
+        {"second byte", "Shift_JIS", "\x95\x5C\\", "\\", 2},
+        {"second byte only", "Shift_JIS", "\x95\x5C", "\\", -1},
+        {"across two characters", "EUC-JP", "\xC9\xBD\xC9\xBD", "\xBD\xC9", -1},
+        {"three bytes", "EUC-JP", "\xB0\xA1\x8F\xB0\xA1", "\x8F\xB0\xA1", 2},
+        {"inside three bytes", "EUC-JP", "\x8F\xB0\xA1", "\xB0\xA1", -1},
+        {"inside four bytes", "GB18030",
+         "\x81\x30\x81\x30"
+         "0",
+         "0", 4},
+        {"convert-only bytes", "ISO-2022-JP", "abc", "bc", 1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.codeset);
+        GuardedBytes const text(c.text + '\0');
+        GuardedBytes const needle(c.needle + '\0');
+        EXPECT_EQ(c.expected, offset(qvr_strstr(cs, text, needle), text));
+    }
+}
+
+TEST(qvrStrings, SingleBytesAreFound)
+{
+    struct Case {
+        char const* name;
+        char const* codeset;
+        std::string text;
+        int c;
+        ptrdiff_t first;
+        ptrdiff_t last;
+    };
+    Case const cases[] = {
+        {"plain", "UTF-8", "abcabc", 'b', 1, 4},
+        {"missing", "UTF-8", "abc", 'x', -1, -1},
+        {"terminator", "UTF-8", "abc", 0, 3, 3},
+        {"terminator of an empty text", "EUC-JP", "", 0, 0, 0},
+        {"a part of a character", "UTF-8", "\u00e9\u00e9", 0xA9, -1, -1},
+        {"as a char", "UTF-8", "\u00e9\xA9\u00e9", '\xA9', 2, 2},
+        {"single byte", "ISO-8859-1", "x\xE9y\xE9", 0xE9, 1, 3},
+        {"single byte as a char", "ISO-8859-1", "x\xE9y\xE9", '\xE9', 1, 3},
+        {"second byte", "Shift_JIS", "\x95\x5C\\\x95\x5C", '\\', 2, 2},
+        {"half-width letter", "Shift_JIS", "\xB1\x95\x5C\xB1", 0xB1, 0, 3},
+        {"digit in four bytes", "GB18030",
+         "\x81\x30\x81\x30"
+         "0\x81\x30\x81\x30",
+         '0', 4, 4},
+        {"invalid byte", "EUC-JP", "\xC9\xBD\xFFz", 0xFF, 2, 2},
+        {"more than a byte", "UTF-8", "abc", 'b' + 256, 1, 1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.codeset);
+        GuardedBytes const text(c.text + '\0');
+        EXPECT_EQ(c.first, offset(qvr_strchr(cs, text, c.c), text));
+        EXPECT_EQ(c.last, offset(qvr_strrchr(cs, text, c.c), text));
+    }
+}
+
+TEST(qvrStrings, SetsAreOfWholeCharacters)
+{
+    struct Case {
+        char const* name;
+        char const* codeset;
+        std::string text;
+        std::string set;
+        size_t in;   // length of the start that consists of the set
+        size_t out;  // length of the start without any of it
+    };
+    Case const cases[] = {
+        {"plain", "UTF-8", "aabc", "ab", 3, 0},
+        {"not at the start", "UTF-8", "xxa", "ab", 0, 2},
+        {"all of it", "UTF-8", "abab", "ab", 4, 0},
+        {"none of it", "UTF-8", "xyz", "ab", 0, 3},
+        {"empty set", "UTF-8", "xyz", "", 0, 3},
+        {"empty text", "UTF-8", "", "ab", 0, 0},
+        {"many bytes", "UTF-8", "\u00e9\u20acx", "\u20ac\u00e9", 5, 0},
+        {"a shared byte", "UTF-8", "\u00e8x", "\u00e9", 0, 3},
+        {"invalid bytes are themselves", "UTF-8", "\xA9\u00e9", "\xA9", 1, 0},
+        {"second bytes do not count", "Shift_JIS", "\x95\x5C\\", "\\", 0, 2},
+        {"three bytes", "EUC-JP", "\x8F\xB0\xA1\xB0\xA1", "\xB0\xA1", 0, 3},
+        {"single byte", "ISO-8859-1", "\xE9\xE8x", "\xE8\xE9", 2, 0},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.codeset);
+        GuardedBytes const text(c.text + '\0');
+        GuardedBytes const set(c.set + '\0');
+        EXPECT_EQ(c.in, qvr_strspn(cs, text, set));
+        EXPECT_EQ(c.out, qvr_strcspn(cs, text, set));
+        EXPECT_EQ(c.out == c.text.size() ? -1 : static_cast<ptrdiff_t>(c.out),
+                  offset(qvr_strpbrk(cs, text, set), text));
+    }
+}
+
+std::vector<std::string> tokens(qvr_cs_t cs, std::string text, char const* delimiters)
+{
+    std::vector<std::string> found;
+    for (char* token = qvr_strtok(cs, text.data(), delimiters); token != nullptr;
+         token = qvr_strtok(cs, nullptr, delimiters))
+        found.push_back(token);
+    return found;
+}
+
+TEST(qvrStrings, TokensAreBetweenWholeDelimiters)
+{
+    using List = std::vector<std::string>;
+    struct Case {
+        char const* name;
+        char const* codeset;
+        char const* text;
+        char const* delimiters;
+        List expected;
+    };
+    Case const cases[] = {
+        {"blanks", "UTF-8", "  a bc  d ", " ", {"a", "bc", "d"}},
+        {"several", "UTF-8", "a=b:c", "=:", {"a", "b", "c"}},
+        {"none there", "UTF-8", "abc", ",", {"abc"}},
+        {"no delimiters", "UTF-8", "a b", "", {"a b"}},
+        {"only delimiters", "UTF-8", ",,,", ",", {}},
+        {"empty", "UTF-8", "", ",", {}},
+        {"long delimiter", "UTF-8", "a\u3000b\u3000\u3000c", "\u3000", {"a", "b", "c"}},
+        {"second byte", "Shift_JIS", "\x95\x5C\\b", "\\", {"\x95\x5C", "b"}},
+        {"long delimiter in EUC", "EUC-JP", "a\xA1\xA1\x62", "\xA1\xA1", {"a", "b"}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.codeset);
+        EXPECT_EQ(c.expected, tokens(cs, c.text, c.delimiters));
+        EXPECT_EQ(nullptr, qvr_strtok(cs, nullptr, c.delimiters)) << "nothing is left";
+    }
+}
+
+TEST(qvrStrings, DelimitersMayChangeFromTokenToToken)
+{
+    Codeset const cs("UTF-8");
+    char text[] = "key=a,b";
+    EXPECT_STREQ("key", qvr_strtok(cs, text, "="));
+    EXPECT_STREQ("a", qvr_strtok(cs, nullptr, ","));
+    EXPECT_STREQ("b", qvr_strtok(cs, nullptr, ","));
+    EXPECT_EQ(nullptr, qvr_strtok(cs, nullptr, ","));
+}
+
+TEST(qvrStrings, CopiesEndAtWholeCharacters)
+{
+    struct Case {
+        char const* name;
+        char const* codeset;
+        std::string source;
+        size_t n;
+        std::string copied;
+    };
+    Case const cases[] = {
+        {"all of it", "UTF-8", "abc", 5, "abc"},
+        {"exactly", "UTF-8", "abc", 3, "abc"},
+        {"a part", "UTF-8", "abc", 2, "ab"},
+        {"nothing", "UTF-8", "abc", 0, ""},
+        {"empty", "UTF-8", "", 3, ""},
+        {"whole character fits", "UTF-8", "a\u20ac", 4, "a\u20ac"},
+        {"last byte does not fit", "UTF-8", "a\u20ac", 3, "a"},
+        {"first byte alone fits", "UTF-8", "a\u20ac", 2, "a"},
+        {"four bytes", "UTF-8", "\U0001F600", 3, ""},
+        {"invalid byte", "UTF-8", "a\xFFz", 2, "a\xFF"},
+        {"character cut by the terminator", "UTF-8", "a\xE2\x82", 9, "a\xE2\x82"},
+        {"two bytes", "EUC-JP", "\xC9\xBD\xC9\xBD", 3, "\xC9\xBD"},
+        {"three bytes", "EUC-JP", "\x8F\xB0\xA1", 2, ""},
+        {"four bytes of GB18030", "GB18030", "\x81\x30\x81\x30", 3, ""},
+        {"half of GB18030", "GB18030", "\x81\x30\x81\x30", 2, ""},
+        {"second byte", "Shift_JIS", "\x95\x5C\\", 1, ""},
+        {"single byte", "ISO-8859-1", "\xE9\xE8", 1, "\xE9"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.codeset);
+        // No more of the source is there than may be read.
+        GuardedBytes const source(c.source.size() >= c.n ? c.source.substr(0, c.n)
+                                                         : c.source + '\0');
+        GuardedBytes const copy(std::string(c.n, 'x'));
+        EXPECT_EQ(copy, qvr_strncpy(cs, copy, source, c.n));
+        EXPECT_EQ(hex(c.copied + std::string(c.n - c.copied.size(), '\0')),
+                  hex(std::string(copy, c.n)));
+
+        GuardedBytes const joined(std::string("<>\0", 3) + std::string(c.n, 'x'));
+        EXPECT_EQ(joined, qvr_strncat(cs, joined, source, c.n));
+        EXPECT_EQ(hex("<>" + c.copied), hex(static_cast<char*>(joined)));
+    }
+}
+
+// The model: a text as a list of units, by the one function that measures a character.
+class Model {
+public:
+    using Units = std::vector<std::string>;
+
+    Model(qvr_cs_t cs, std::string const& text) : cs_(cs)
+    {
+        for (size_t at = 0; at < text.size();) {
+            int const length = qvr_mblen(cs, text.c_str() + at, text.size() - at);
+            size_t const step = length > 0 ? static_cast<size_t>(length) : 1;
+            units_.push_back(text.substr(at, step));
+            starts_.push_back(static_cast<ptrdiff_t>(at));
+            at += step;
+        }
+    }
+
+    ptrdiff_t find(std::string const& needle) const
+    {
+        Units const wanted = Model(cs_, needle).units_;
+        if (wanted.empty())
+            return 0;
+        auto const at = std::search(units_.begin(), units_.end(), wanted.begin(), wanted.end());
+        return at == units_.end() ? -1 : starts_[static_cast<size_t>(at - units_.begin())];
+    }
+
+    size_t span(std::string const& set, bool wanted) const
+    {
+        Units const members = Model(cs_, set).units_;
+        size_t length = 0;
+        for (std::string const& unit : units_) {
+            if ((std::count(members.begin(), members.end(), unit) > 0) != wanted)
+                break;
+            length += unit.size();
+        }
+        return length;
+    }
+
+    ptrdiff_t find(char c, bool last) const
+    {
+        ptrdiff_t found = -1;
+        for (size_t i = 0; i < units_.size(); ++i)
+            if (units_[i] == std::string(1, c) && (last || found < 0))
+                found = starts_[i];
+        return found;
+    }
+
+    Units tokens(std::string const& set) const
+    {
+        Units const members = Model(cs_, set).units_;
+        Units found;
+        bool open = false;
+        for (std::string const& unit : units_) {
+            bool const ends = std::count(members.begin(), members.end(), unit) > 0;
+            if (!ends && !open)
+                found.push_back("");
+            if (!ends)
+                found.back() += unit;
+            open = !ends;
+        }
+        return found;
+    }
+
+    std::string head(size_t n) const
+    {
+        std::string text;
+        for (std::string const& unit : units_) {
+            if (text.size() + unit.size() > n)
+                break;
+            text += unit;
+        }
+        return text;
+    }
+
+private:
+    qvr_cs_t const cs_;
+    Units units_;
+    std::vector<ptrdiff_t> starts_;
+};
+
+TEST(qvrStrings, AgreeWithAModelOverRandomTexts)
+{
+    struct Case {
+        char const* codeset;
+        std::vector<std::string> pieces;
+    };
+    Case const cases[] = {
+        {"UTF-8", {"a", "b", "\u00e9", "\u00e8", "\u20ac", "\U0001F600", "\xA9", "\xC3", "\xF0"}},
+        {"ISO-8859-1", {"a", "b", "\xE9", "\xE8", "\x80"}},
+        {"US-ASCII", {"a", "b", "\x80", "\xFF"}},
+        {"IBM-1047", {"\x81", "\x82", "\x15", "\xFF"}},
+        {"Shift_JIS", {"a", "\\", "\x95\x5C", "\x95", "\x5C", "\x83\x61", "\xB1", "\xFF"}},
+        {"EUC-JP", {"a", "\xC9\xBD", "\xBD\xC9", "\x8F\xB0\xA1", "\xB0\xA1", "\x8F", "\x8E\xB1"}},
+        {"GB18030",
+         {"a", "0", "\xD2\xBB", "\x81\x30\x81\x30", "\x81", "\x30", "\x94\x39\xFC\x36", "\xFF"}},
+        {"Big5", {"a", "\xA4\x40", "\xA4", "\x40", "\xF9\xF9"}},
+        {"ISO-2022-JP", {"a", "b", "\x1B"}},
+    };
+    unsigned const seed = 20250;
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.codeset);
+        Codeset const cs(c.codeset);
+        auto const make = [&](unsigned most) {
+            std::string text;
+            for (unsigned n = random() % (most + 1); n > 0; --n)
+                text += c.pieces[random() % c.pieces.size()];
+            return text;
+        };
+        for (int run = 0; run < 4000; ++run) {
+            std::string const text = make(10);
+            std::string const other = make(3);
+            SCOPED_TRACE(hex(text) + " and " + hex(other));
+            Model const model(cs, text);
+            char const* const s = text.c_str();
+            ASSERT_EQ(model.find(other), offset(qvr_strstr(cs, s, other.c_str()), s));
+            ASSERT_EQ(model.span(other, true), qvr_strspn(cs, s, other.c_str()));
+            size_t const outside = model.span(other, false);
+            ASSERT_EQ(outside, qvr_strcspn(cs, s, other.c_str()));
+            ASSERT_EQ(outside == text.size() ? -1 : static_cast<ptrdiff_t>(outside),
+                      offset(qvr_strpbrk(cs, s, other.c_str()), s));
+            if (!other.empty()) {
+                ASSERT_EQ(model.find(other[0], false), offset(qvr_strchr(cs, s, other[0]), s));
+                ASSERT_EQ(model.find(other[0], true), offset(qvr_strrchr(cs, s, other[0]), s));
+            }
+            ASSERT_EQ(model.tokens(other), tokens(cs, text, other.c_str()));
+            size_t const n = random() % (text.size() + 2);
+            std::string copy(n, 'x');
+            qvr_strncpy(cs, copy.data(), s, n);
+            ASSERT_EQ(hex(model.head(n)), hex(copy.c_str()));
+            ASSERT_EQ(0, qvr_stricmp(cs, nullptr, s, s));
+            ASSERT_EQ(qvr_stricmp(cs, nullptr, s, other.c_str()),
+                      -qvr_stricmp(cs, nullptr, other.c_str(), s));
+        }
+    }
+}
+
+}  // namespace
