@@ -280,7 +280,7 @@ public:
     ZPCategoryBasedCache_6_0 const* direct() const;
 
     /// Returns the path of the companion file; empty while none is known.
-    ZLCString_6_0 const& companionFile() const { return companionFile_; }
+    ZLCString_6_0 const& companionFile() const { return *companionFile_; }
 
     /// Sets the path of the companion file; null is taken as "".
     void setCompanionFile(char const* path);
@@ -295,9 +295,10 @@ public:
 protected:
     void listsWentAway() { ++generation_; }
     void swapCompanionFile(ZPCache_6_0& other);
+    void takeCompanionFile(ZLCString_6_0* path);  // takes `path` over
 
 private:
-    ZLCString_6_0 companionFile_;
+    ZLCString_6_0* companionFile_;  // never null
     unsigned long attributes_;
     void* attributeArgument_;
     unsigned long generation_;
@@ -432,6 +433,7 @@ protected:
 
     Rep& rep() { return *rep_; }
     Rep const& rep() const { return *rep_; }
+    void changed();  // to be called behind every change of the contents
 
 private:
     Rep* rep_;  // never null
@@ -478,4 +480,7 @@ public:
 
     /// Makes `buffer` the text that `be_write` writes; empty when there is none.
     void writeText(ZBuffer_6_0& buffer) const;
+
+private:
+    void readBlock(char const* path, void* block, size_t length);
 };

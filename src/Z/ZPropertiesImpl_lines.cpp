@@ -1,0 +1,894 @@
+// The lines of a cache.
+
+#include <string.h>
+
+#include "ZPropertiesImpl_p.h"
+
+namespace cache {
+
+// --- Trees
+
+void Trees::reserve(Records<Line> const& lines)
+{
+    if (capacity_ >= lines.capacity())
+        return;
+    nodes_ =
+        static_cast<Node*>(reallocate(static_cast<void*>(nodes_), lines.capacity() * sizeof(Node)));
+    capacity_ = lines.capacity();
+}
+
+void Trees::swap(Trees& other)
+{
+    std::swap(nodes_, other.nodes_);
+    std::swap(capacity_, other.capacity_);
+}
+
+void Trees::update(Records<Line> const& lines, Id id)
+{
+    Node& node = nodes_[id];
+    node.size = 1;
+    node.hasKeyLine = lines[id].kind == keyLine;
+    node.hasBlank = lines[id].kind == blankLine;
+    for (Id const child : {node.left, node.right}) {
+        if (child != 0) {
+            node.size += nodes_[child].size;
+            node.hasKeyLine |= nodes_[child].hasKeyLine;
+            node.hasBlank |= nodes_[child].hasBlank;
+        }
+    }
+}
+
+// Every line in turn becomes the last one: it takes the place of those on the right edge whose
+// priority is lower, and they become its left subtree.
+Id Trees::build(Records<Line> const& lines, Id first, Id end)
+{
+    Id last = 0;
+    for (Id id = first; id != end; id = lines[id].next) {
+        Id below = 0;
+        while (last != 0 && priority(last) < priority(id)) {
+            update(lines, last);
+            below = last;
+            last = nodes_[last].parent;
+        }
+        nodes_[id] = {};
+        nodes_[id].left = below;
+        nodes_[id].parent = last;
+        if (below != 0)
+            nodes_[below].parent = id;
+        if (last != 0)
+            nodes_[last].right = id;
+        last = id;
+    }
+    Id root = 0;
+    for (; last != 0; last = nodes_[last].parent) {
+        update(lines, last);
+        root = last;
+    }
+    return root;
+}
+
+void Trees::rotateUp(Records<Line> const& lines, Id id)
+{
+    Id const parent = nodes_[id].parent;
+    Id const above = nodes_[parent].parent;
+    Id moved;
+    if (nodes_[parent].left == id) {
+        moved = nodes_[id].right;
+        nodes_[parent].left = moved;
+        nodes_[id].right = parent;
+    } else {
+        moved = nodes_[id].left;
+        nodes_[parent].right = moved;
+        nodes_[id].left = parent;
+    }
+    if (moved != 0)
+        nodes_[moved].parent = parent;
+    nodes_[parent].parent = id;
+    nodes_[id].parent = above;
+    if (above != 0)
+        (nodes_[above].left == parent ? nodes_[above].left : nodes_[above].right) = id;
+    update(lines, parent);
+    update(lines, id);
+}
+
+// Brings what is above `id` up to date. Returns the root.
+Id Trees::settle(Records<Line> const& lines, Id id)
+{
+    update(lines, id);
+    while (nodes_[id].parent != 0) {
+        id = nodes_[id].parent;
+        update(lines, id);
+    }
+    return id;
+}
+
+Id Trees::insert(Records<Line> const& lines, Id root, Id id, Id before)
+{
+    nodes_[id] = {};
+    Id parent = before;
+    if (before != 0 && nodes_[before].right == 0) {
+        nodes_[before].right = id;
+    } else {
+        parent = before == 0 ? root : nodes_[before].right;
+        while (nodes_[parent].left != 0)
+            parent = nodes_[parent].left;
+        nodes_[parent].left = id;
+    }
+    nodes_[id].parent = parent;
+    update(lines, id);
+    while (nodes_[id].parent != 0 && priority(nodes_[id].parent) < priority(id))
+        rotateUp(lines, id);
+    return settle(lines, id);
+}
+
+Id Trees::remove(Records<Line> const& lines, Id id)
+{
+    for (;;) {
+        Id const left = nodes_[id].left;
+        Id const right = nodes_[id].right;
+        if (left == 0 && right == 0)
+            break;
+        rotateUp(lines,
+                 right == 0 || (left != 0 && priority(left) > priority(right)) ? left : right);
+    }
+    Id const parent = nodes_[id].parent;
+    if (parent == 0)
+        return 0;
+    (nodes_[parent].left == id ? nodes_[parent].left : nodes_[parent].right) = 0;
+    return settle(lines, parent);
+}
+
+Id Trees::lastKeyLine(Records<Line> const& lines, Id root) const
+{
+    if (root == 0 || !nodes_[root].hasKeyLine)
+        return 0;
+    for (Id id = root;;) {
+        Id const right = nodes_[id].right;
+        if (right != 0 && nodes_[right].hasKeyLine)
+            id = right;
+        else if (lines[id].kind == keyLine)
+            return id;
+        else
+            id = nodes_[id].left;
+    }
+}
+
+// Returns the first blank line of the subtree, which has one.
+Id Trees::firstBlank(Records<Line> const& lines, Id id) const
+{
+    for (;;) {
+        Id const left = nodes_[id].left;
+        if (left != 0 && nodes_[left].hasBlank)
+            id = left;
+        else if (lines[id].kind == blankLine)
+            return id;
+        else
+            id = nodes_[id].right;
+    }
+}
+
+Id Trees::blankBehind(Records<Line> const& lines, Id id) const
+{
+    for (;;) {
+        Id const right = nodes_[id].right;
+        if (right != 0 && nodes_[right].hasBlank)
+            return firstBlank(lines, right);
+        // Up to the first node that has this one on its left: the next one in order.
+        Id parent = nodes_[id].parent;
+        while (parent != 0 && nodes_[parent].right == id) {
+            id = parent;
+            parent = nodes_[id].parent;
+        }
+        if (parent == 0 || lines[parent].kind == blankLine)
+            return parent;
+        id = parent;
+    }
+}
+
+uint32_t Trees::rank(Id id) const
+{
+    uint32_t before = nodes_[id].left == 0 ? 0 : nodes_[nodes_[id].left].size;
+    for (Id parent = nodes_[id].parent; parent != 0; id = parent, parent = nodes_[id].parent) {
+        if (nodes_[parent].right == id) {
+            Id const left = nodes_[parent].left;
+            before += 1 + (left == 0 ? 0 : nodes_[left].size);
+        }
+    }
+    return before;
+}
+
+// --- comments as they are stored
+
+// Cuts a comment into the lines that it becomes: at its line feeds, and where a line would be too
+// long to be read back as one. Every line but the first gets a "#" when it has none.
+class Store::Pieces {
+public:
+    explicit Pieces(View comment)
+    {
+        char const* const end = comment.chars + comment.length;
+        isClosed_ = comment.length != 0 && end[-1] == '\n';  // the last line feed begins no line
+        rest_ = {comment.chars, comment.length - (isClosed_ ? size_t{1} : size_t{0})};
+        Pieces counting(*this, 0);
+        do {
+            bytes_ += counting.size() + 1;
+            ++count_;
+        } while (counting.step());
+    }
+
+    size_t count() const { return count_; }
+    size_t bytes() const { return bytes_; }  // of all texts with their terminators
+
+    // Calls `call(bool isMarked, View)` for each piece; one that is marked lacks its "#".
+    template <class Call>
+    void each(Call call) const
+    {
+        Pieces walk(*this, 0);
+        do
+            call(walk.lacksMark(), walk.piece());
+        while (walk.step());
+    }
+
+private:
+    Pieces(Pieces const& other, int) : rest_(other.rest_), isClosed_(other.isClosed_) {}
+
+    bool lacksMark() const { return !isFirst_ && (rest_.length == 0 || rest_.chars[0] != '#'); }
+
+    View piece() const
+    {
+        size_t const room = kLongestLine - (lacksMark() ? 1 : 0);
+        size_t const most = rest_.length < room ? rest_.length : room;
+        void const* const feed = memchr(rest_.chars, '\n', most);
+        return {rest_.chars, feed == nullptr ? most
+                                             : static_cast<size_t>(static_cast<char const*>(feed) -
+                                                                   rest_.chars)};
+    }
+
+    size_t size() const { return piece().length + size_t{lacksMark()}; }
+
+    bool step()
+    {
+        View const taken = piece();
+        char const* const at = taken.chars + taken.length;
+        size_t const left = rest_.length - taken.length;
+        if (left == 0)
+            return false;
+        rest_ = *at == '\n' ? View(at + 1, left - 1) : View(at, left);
+        isFirst_ = false;
+        return true;
+    }
+
+    View rest_;
+    bool isClosed_ = false;
+    bool isFirst_ = true;
+    size_t count_ = 0;
+    size_t bytes_ = 0;
+};
+
+// --- lines
+
+View Store::text(Line const& line) const
+{
+    switch (line.kind) {
+        case commentLine:
+            return comments_[line.of].view();
+        case headLine:
+            return categories_[line.of].nameView();
+        case keyLine:
+            return keys_[line.of].nameView();
+        default:
+            return {};
+    }
+}
+
+void Store::reserveLines(size_t count)
+{
+    lines_.reserve(count);
+    if (trees_.isUsed())
+        trees_.reserve(lines_);
+}
+
+// Makes a line behind `before`, or at the front when that is 0, in the section of `category`, which
+// is 0 for the lines before the first head. Never raises after reserveLines().
+Id Store::makeLine(LineKind kind, Id of, Id categoryId, Id before)
+{
+    Id const id = lines_.make();
+    Line& line = lines_[id];
+    line.kind = kind;
+    line.of = of & kMostRecords;
+    line.previous = before;
+    line.next = before == 0 ? firstLine_ : lines_[before].next;
+    (line.next == 0 ? lastLine_ : lines_[line.next].previous) = id;
+    (before == 0 ? firstLine_ : lines_[before].next) = id;
+
+    if (categoryId == 0 || kind == headLine)
+        return id;
+    Category& category = categories_[categoryId];
+    if (kind == commentLine)
+        ++category.comments;
+    if (category.tree != 0) {
+        category.tree =
+            trees_.insert(lines_, category.tree, id, before == category.head ? 0 : before);
+        if (kind == commentLine)
+            noteTemplate(categoryId, id);
+    }
+    return id;
+}
+
+void Store::unlinkLine(Id id)
+{
+    Line const& line = lines_[id];
+    (line.previous == 0 ? firstLine_ : lines_[line.previous].next) = line.next;
+    (line.next == 0 ? lastLine_ : lines_[line.next].previous) = line.previous;
+}
+
+// Frees a line that is not in the list any more, with what it alone holds.
+void Store::freeLine(Id id)
+{
+    Line const line = lines_[id];
+    if (line.kind == commentLine) {
+        arena_.drop(comments_[line.of].view());
+        comments_.free(line.of);
+    }
+    lines_.free(id);
+}
+
+// Puts a category behind the last one that has a head.
+void Store::enlistHead(Id id)
+{
+    Category& category = categories_[id];
+    category.previousHead = lastHead_;
+    category.nextHead = 0;
+    (lastHead_ == 0 ? firstHead_ : categories_[lastHead_].nextHead) = id;
+    lastHead_ = id;
+}
+
+// Appends a blank line and the head of a category that has none. Needs room for two lines.
+void Store::appendHead(Id id)
+{
+    makeLine(blankLine, 0, lastHead_, lastLine_);
+    categories_[id].head = makeLine(headLine, id, 0, lastLine_);
+    enlistHead(id);
+}
+
+void Store::removeSection(Id id)
+{
+    Category& category = categories_[id];
+    Id const before = lines_[category.head].previous;
+    Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;
+    for (Id line = category.head; line != end;) {
+        Id const next = lines_[line].next;
+        if (lines_[line].kind == keyLine)
+            freeKey(lines_[line].of);
+        else if (lines_[line].kind == commentLine && category.tree != 0)
+            forgetTemplate(id, line);
+        freeLine(line);
+        line = next;
+    }
+    (before == 0 ? firstLine_ : lines_[before].next) = end;
+    (end == 0 ? lastLine_ : lines_[end].previous) = before;
+    (category.previousHead == 0 ? firstHead_ : categories_[category.previousHead].nextHead) =
+        category.nextHead;
+    (category.nextHead == 0 ? lastHead_ : categories_[category.nextHead].previousHead) =
+        category.previousHead;
+}
+
+// --- templates
+
+namespace {
+
+// Steps `text`, which is terminated, over `pattern`, skipping blanks before each character. Returns
+// false when something else stands there.
+bool stepOver(char const*& text, View pattern)
+{
+    for (uint32_t i = 0; i < pattern.length; ++i, ++text) {
+        while (*text == ' ')
+            ++text;
+        if (*text != pattern.chars[i])
+            return false;
+    }
+    return true;
+}
+
+// Takes the key of a template comment such as "# port = 5" into `key`, without its blanks. Returns
+// its length; 0 when the comment is no template.
+size_t takeTemplateKey(View comment, char* key)
+{
+    char const* at = comment.chars;
+    char const* const end = at + comment.length;
+    while (at != end && *at == ' ')
+        ++at;
+    if (at == end || *at != '#')
+        return 0;
+    size_t length = 0;
+    for (++at; at != end; ++at) {
+        if (*at == '=')
+            return length;
+        if (*at != ' ')
+            key[length++] = *at;
+    }
+    return 0;
+}
+
+bool isTemplateFor(View key, char const* comment)
+{
+    return stepOver(comment, View("#", 1)) && stepOver(comment, key) &&
+           stepOver(comment, View("=", 1));
+}
+
+}  // namespace
+
+// Notes the comment on `line`, which is in the section's tree, when it is the first template for
+// its key. Never raises when room was reserved.
+void Store::noteTemplate(Id category, Id line)
+{
+    char text[kLineRoom];
+    View const key(text, takeTemplateKey(comments_[lines_[line].of].view(), text));
+    if (key.isEmpty())
+        return;
+    if (Id const known = findTemplate(category, key); known != 0) {
+        if (trees_.isBefore(line, templates_[known].line))
+            templates_[known].line = line;
+        return;
+    }
+    Id const id = templates_.make();
+    View const kept = arena_.add(key);
+    templates_[id] = {kept.chars, kept.length, category, line, 0};
+    templateIndex_.add(hashOf(key, category), id);
+}
+
+void Store::forgetTemplate(Id category, Id line)
+{
+    char text[kLineRoom];
+    View const key(text, takeTemplateKey(comments_[lines_[line].of].view(), text));
+    Id const id = key.isEmpty() ? 0 : findTemplate(category, key);
+    if (id == 0)
+        return;
+    templateIndex_.remove(hashOf(key, category), id);
+    arena_.drop(templates_[id].keyView());
+    templates_[id].line = 0;
+    templates_.free(id);
+}
+
+Id Store::findTemplate(Id category, View key) const
+{
+    return templateIndex_.find(hashOf(key, category), [&](Id id) {
+        return templates_[id].category == category && templates_[id].keyView().is(key);
+    });
+}
+
+// Gives a section its tree and its templates. May raise, and then changed nothing.
+void Store::indexSection(Id id)
+{
+    Id const first = lines_[categories_[id].head].next;
+    Id const next = categories_[id].nextHead;
+    Id const end = next == 0 ? 0 : categories_[next].head;
+    size_t bytes = 0;
+    for (Id line = first; line != end; line = lines_[line].next)
+        if (lines_[line].kind == commentLine)
+            bytes += comments_[lines_[line].of].length;
+    trees_.reserve(lines_);
+    templates_.reserve(categories_[id].comments);
+    templateIndex_.reserve(categories_[id].comments);
+    arena_.reserve(bytes);
+
+    categories_[id].tree = trees_.build(lines_, first, end);
+    for (Id line = first; line != end; line = lines_[line].next)
+        if (lines_[line].kind == commentLine)
+            noteTemplate(id, line);
+}
+
+void Store::unindexSection(Id id)
+{
+    Category& category = categories_[id];
+    Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;
+    for (Id line = lines_[category.head].next; line != end; line = lines_[line].next)
+        if (lines_[line].kind == commentLine)
+            forgetTemplate(id, line);
+    category.tree = 0;
+}
+
+// --- key lines
+
+bool beginsWithPattern(View pattern, char const* text)
+{
+    return stepOver(text, pattern);
+}
+
+// Returns the line behind which a new key's line belongs: behind the last key line of the section,
+// or its head; but when a template for the key stands in the section, and a blank line somewhere
+// behind the template, right before the first such blank line.
+Id Store::placeForKeyLine(Id id, View key) const
+{
+    Category const& category = categories_[id];
+    if (category.comments == 0)
+        return category.lastKeyLine == 0 ? category.head : category.lastKeyLine;
+    if (memchr(key.chars, '=', key.length) != nullptr)
+        return placeByWalk(id, key);
+    // A template's key has no blanks, so a key with blanks is not found.
+    if (Id const known = findTemplate(id, key); known != 0) {
+        Id const blank = trees_.blankBehind(lines_, templates_[known].line);
+        if (blank != 0)
+            return lines_[blank].previous;
+    }
+    Id const last = trees_.lastKeyLine(lines_, category.tree);
+    return last == 0 ? category.head : last;
+}
+
+// The same for a key that the templates are not sorted by: one with "=" in it.
+Id Store::placeByWalk(Id id, View key) const
+{
+    Id place = categories_[id].head;
+    bool isTemplateSeen = false;
+    for (Id line = lines_[place].next; line != 0; line = lines_[line].next) {
+        switch (lines_[line].kind) {
+            case keyLine:
+                place = line;
+                break;
+            case commentLine:
+                isTemplateSeen =
+                    isTemplateSeen || isTemplateFor(key, comments_[lines_[line].of].chars);
+                break;
+            case blankLine:
+                if (isTemplateSeen)
+                    return lines_[line].previous;
+                break;
+            default:
+                return place;
+        }
+    }
+    return place;
+}
+
+// Gives a key its line. Needs room for three lines, and a section with comments its index.
+void Store::makeKeyLine(Id keyId)
+{
+    Key& key = keys_[keyId];
+    if (categories_[key.category].head == 0)
+        appendHead(key.category);
+    Id const place = placeForKeyLine(key.category, key.nameView());
+    key.line = makeLine(keyLine, keyId, key.category, place);
+    if (categories_[key.category].comments == 0)
+        categories_[key.category].lastKeyLine = key.line;
+}
+
+void Store::removeKeyLine(Id keyId)
+{
+    Id const id = std::exchange(keys_[keyId].line, 0);
+    Category& category = categories_[keys_[keyId].category];
+    if (category.tree != 0)
+        category.tree = trees_.remove(lines_, id);
+    if (category.comments == 0 && category.lastKeyLine == id) {
+        Id last = lines_[id].previous;
+        while (last != category.head && lines_[last].kind != keyLine)
+            last = lines_[last].previous;
+        category.lastKeyLine = last == category.head ? 0 : last;
+    }
+    unlinkLine(id);
+    freeLine(id);
+}
+
+// --- what callers ask for
+
+// Removes the lines of a category that was removed without them: they would come back as a second
+// section of the same name.
+void Store::removeDormant(Id category)
+{
+    removeSection(category);
+    freeCategory(category);
+}
+
+void Store::addStanzaLine(View name)
+{
+    Id const known = findCategory(name);
+    if (known != 0 && categories_[known].isLive)
+        return;
+    reserveLines(2);
+    reserveFor(name, View(), View());
+    if (known != 0)
+        removeDormant(known);
+    appendHead(wakeCategory(name));
+}
+
+void Store::addLine(View categoryName, View name, View value, Kind kind)
+{
+    if (name.isEmpty()) {
+        addStanzaLine(categoryName);
+        return;
+    }
+    reserveLines(3);
+    Id const known = reserveKeyLine(categoryName, name);
+    reserveFor(categoryName, name, value);
+    if (known != 0 && !categories_[known].isLive)
+        removeDormant(known);
+    Id const key = set(categoryName, name, value, kind);
+    if (keys_[key].line == 0)
+        makeKeyLine(key);
+}
+
+void Store::deleteLine(View categoryName, View name)
+{
+    Id const category = findCategory(categoryName);
+    Id const key = category == 0 ? 0 : findKey(category, name, hashOf(name, category));
+    if (key == 0)
+        return;
+    bool const hasLine = keys_[key].line != 0;
+    if (keys_[key].isLive)
+        removeKey(key);
+    if (hasLine) {
+        removeKeyLine(key);
+        freeKey(key);
+    }
+}
+
+void Store::deleteStanza(View name)
+{
+    Id const category = findCategory(name);
+    if (category == 0)
+        return;
+    bool const hasHead = categories_[category].head != 0;
+    if (categories_[category].isLive)
+        removeCategory(category);
+    if (hasHead)
+        removeDormant(category);
+}
+
+// Makes sure that a key line can be made, and its place found, without raising. Returns the
+// category, or 0.
+Id Store::reserveKeyLine(View categoryName, View name)
+{
+    Id const id = findCategory(categoryName);
+    if (id == 0)
+        return 0;
+    Category const& category = categories_[id];
+    if (!category.isLive || category.comments == 0 || category.tree != 0)
+        return id;
+    Id const key = findKey(id, name, hashOf(name, id));
+    if (key == 0 || keys_[key].line == 0)
+        indexSection(id);
+    return id;
+}
+
+// Makes sure that comment lines can be made without raising, and besides them `lines` more and
+// texts of `bytes`.
+void Store::reserveComments(Pieces const& pieces, size_t lines, size_t bytes)
+{
+    reserveLines(pieces.count() + lines);
+    comments_.reserve(pieces.count());
+    templates_.reserve(pieces.count());
+    templateIndex_.reserve(pieces.count());
+    arena_.reserve(pieces.bytes() * 2 + bytes);  // a template stores its key once more
+}
+
+// Makes comment lines behind `before`. Returns the last one.
+Id Store::makeComments(Pieces const& pieces, Id category, Id before)
+{
+    pieces.each([&](bool lacksMark, View text) {
+        View const kept = lacksMark ? arena_.add('#', text) : arena_.add(text);
+        Id const comment = comments_.make();
+        comments_[comment] = {kept.chars, kept.length, 0};
+        before = makeLine(commentLine, comment, category, before);
+    });
+    return before;
+}
+
+void Store::addFileComment(View comment)
+{
+    Pieces const pieces(comment);
+    reserveComments(pieces, 1, 0);
+    // The block is the run of comments that the file begins with. Its lines are never removed one
+    // by one, so the walk goes on from where it ended last time.
+    Id last = lastLeading_;
+    for (Id next = last == 0 ? firstLine_ : lines_[last].next;
+         next != 0 && lines_[next].kind == commentLine; next = lines_[next].next)
+        last = next;
+    lastLeading_ = makeComments(pieces, 0, last);
+    Id const next = lines_[lastLeading_].next;
+    if (next != 0 && lines_[next].kind == headLine)
+        makeLine(blankLine, 0, 0, lastLeading_);
+}
+
+void Store::addStanzaComment(Id id, View comment)
+{
+    Pieces const pieces(comment);
+    reserveComments(pieces, 3, 0);
+    if (categories_[id].head == 0)
+        appendHead(id);
+    // What stands above a head belongs to the section before it.
+    Category const& category = categories_[id];
+    Id before = lines_[category.head].previous;
+    if (before == 0 || lines_[before].kind != blankLine)
+        before = makeLine(blankLine, 0, category.previousHead, before);
+    makeComments(pieces, category.previousHead, before);
+}
+
+void Store::addLineComment(View categoryName, View name, View comment)
+{
+    Pieces const pieces(comment);
+    reserveLines(pieces.count() + 4);
+    reserveKeyLine(categoryName, name);
+    reserveComments(pieces, 4, size_t{categoryName.length} + name.length + 3);
+    Id category = findCategory(categoryName);
+    Id key = category == 0 || !categories_[category].isLive
+                 ? 0
+                 : findKey(category, name, hashOf(name, category));
+    if (key == 0 || !keys_[key].isLive) {
+        addLine(categoryName, name, View(), plain);
+        category = findCategory(categoryName);
+        key = findKey(category, name, hashOf(name, category));
+    } else if (keys_[key].line == 0) {
+        makeKeyLine(key);
+    }
+    Id before = lines_[keys_[key].line].previous;
+    LineKind const above = static_cast<LineKind>(lines_[before].kind);
+    if (above == keyLine || above == headLine)
+        before = makeLine(blankLine, 0, category, before);
+    makeComments(pieces, category, before);
+}
+
+// --- Reader
+
+Reader::Reader(Store& store) : store_(store), lastLine_(store.lastLine_), lastHead_(store.lastHead_)
+{
+    if (lastHead_ != 0 && store_.categories_[lastHead_].tree != 0)
+        store_.unindexSection(lastHead_);
+}
+
+Reader::~Reader()
+{
+    if (!isDone_)
+        undo();
+}
+
+void Reader::adopt(Arena::Block& block, size_t bytes)
+{
+    store_.arena_.adopt(block, bytes);
+    isAdopted_ = true;
+}
+
+void Reader::expect(size_t lines)
+{
+    store_.lines_.reserve(lines);
+    store_.keys_.reserve(lines);
+    store_.keyIndex_.reserve(lines);
+}
+
+bool Reader::addHead(View name)
+{
+    while (count_ != 0)
+        enterFirst();
+    Store& store = store_;
+    uint32_t const hash = hashOf(name, 0);
+    Id const known = store.findCategory(name);
+    if (known != 0 && store.categories_[known].isLive)
+        return false;
+    store.categories_.reserve(1);
+    store.categoryIndex_.reserve(1);
+    store.lines_.reserve(1);
+
+    // A dormant category of that name stays aside until all is read.
+    Id const id = store.categories_.make();
+    if (known == 0)
+        store.categoryIndex_.add(hash, id);
+    else
+        store.categoryIndex_.replace(hash, known, id);
+    Category& category = store.categories_[id];
+    category.name = name.chars;
+    category.nameLength = name.length;
+    category.replaced = known;
+    store.enlist(id);
+    category.head = append(headLine, id);
+    store.enlistHead(id);
+    category_ = id;
+    return true;
+}
+
+// Appends a line. Needs room for it.
+Id Reader::append(LineKind kind, Id of)
+{
+    Store& store = store_;
+    Id const id = store.lines_.make();
+    Line& line = store.lines_[id];
+    line.kind = kind;
+    line.of = of & kMostRecords;
+    line.previous = store.lastLine_;
+    (store.lastLine_ == 0 ? store.firstLine_ : store.lines_[store.lastLine_].next) = id;
+    store.lastLine_ = id;
+    return id;
+}
+
+void Reader::enterFirst()
+{
+    Waiting const line = waiting_[first_];
+    first_ = (first_ + 1) % kMostWaiting;
+    --count_;
+    Store& store = store_;
+    switch (line.kind) {
+        case keyLine:
+            enterKey(line);
+            break;
+        case commentLine: {
+            store.lines_.reserve(1);
+            Id const comment = store.comments_.make();
+            store.comments_[comment] = {line.text.chars, line.text.length, 0};
+            append(commentLine, comment);
+            if (store.lastHead_ != 0)
+                ++store.categories_[store.lastHead_].comments;
+            break;
+        }
+        default:
+            store.lines_.reserve(1);
+            append(blankLine, 0);
+            break;
+    }
+}
+
+void Reader::enterKey(Waiting const& line)
+{
+    Store& store = store_;
+    store.keys_.reserve(1);
+    store.keyIndex_.reserve(1);
+    store.keyMores_.reserve(1);
+    store.values_.reserve(1);
+    store.lines_.reserve(1);
+    Id id = store.findKey(category_, line.text, line.hash);
+    if (id == 0) {
+        id = store.newKey(category_, line.text, line.hash);
+        store.enlistKey(id);
+        store.keys_[id].line = append(keyLine, id);
+        store.categories_[category_].lastKeyLine = store.keys_[id].line;
+    } else {
+        store.arena_.drop(line.text);
+    }
+    if (!line.value.isEmpty())
+        store.appendText(id, line.value, Store::plain);
+}
+
+void Reader::finish()
+{
+    while (count_ != 0)
+        enterFirst();
+    isDone_ = true;
+    Store& store = store_;
+    Id stop = lastHead_;
+    for (Id id = store.lastHead_; id != stop; id = store.categories_[id].previousHead) {
+        Id const old = std::exchange(store.categories_[id].replaced, 0);
+        if (old == 0)
+            continue;
+        if (old == stop)
+            stop = store.categories_[old].previousHead;
+        store.removeSection(old);
+        store.arena_.drop(store.categories_[old].nameView());
+        store.categories_.free(old);
+    }
+    store.fit();
+}
+
+// Takes out what was appended. Nothing in it is known to callers yet.
+void Reader::undo()
+{
+    Store& store = store_;
+    while (store.lastHead_ != lastHead_) {
+        Id const id = store.lastHead_;
+        View const name = store.categories_[id].nameView();
+        Id const old = store.categories_[id].replaced;
+        store.removeCategory(id);
+        store.removeSection(id);
+        if (old == 0)
+            store.categoryIndex_.remove(hashOf(name, 0), id);
+        else
+            store.categoryIndex_.replace(hashOf(name, 0), id, old);
+        store.categories_.free(id);
+    }
+    while (store.lastLine_ != lastLine_) {
+        Id const id = store.lastLine_;
+        if (store.lines_[id].kind == commentLine && lastHead_ != 0)
+            --store.categories_[lastHead_].comments;
+        store.unlinkLine(id);
+        store.freeLine(id);
+    }
+    store.lastLeading_ = 0;
+    if (isAdopted_)
+        store.arena_.dropAdopted(kept_);
+}
+
+}  // namespace cache

@@ -1,0 +1,858 @@
+// ZPropertiesImpl_p: how a cache holds its contents. Private to ZPropertiesImpl.
+//
+// The text of a file is read once into an arena; names, values and comments are views into it.
+// What refers to a text is a record in a flat array, and records refer to one another by their
+// 32-bit place in it (an Id; 0 is none), so that nothing is allocated for a single key:
+//
+//     Category  its keys in the order in which they came, the head line, what the section needs
+//     Key       name, first plain value, category, line; `more` when there is more to tell
+//     KeyMore   further values, obfuscated values, lists that were made for callers
+//     Value     one value in a chain of values
+//     Line      a doubly linked list in file order: comment, blank, head or key line
+//     Comment   the text of a comment line
+//
+// One open-addressing table finds a key by (category, name), a second one a category by its name.
+//
+// A section is what stands behind a head line up to the next head line. Key lines stand only in
+// the section of their category. A category or key that was removed without its lines is kept
+// `dormant`: it is found by what deals with lines, and by nothing else.
+//
+// Every operation first reserves what it may need, which may raise, and then changes the contents,
+// which cannot fail.
+#pragma once
+
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
+#include <utility>
+
+#include "ZArrayList.h"
+#include "ZPropertiesImpl.h"
+
+namespace cache {
+
+using Id = uint32_t;  // place of a record in its array; 0 is none
+
+constexpr Id kMostRecords = (1u << 30) - 1;     // ids of lines share a word with two bits
+constexpr size_t kLongestText = 0xFFFFFFF0u;    // lengths are kept in 32 bits
+constexpr size_t kLineRoom = 8192;              // of the buffer that a line is read into
+constexpr size_t kLongestLine = kLineRoom - 2;  // that reads back as one, without its line feed
+
+[[noreturn]] void raiseOutOfMemory();
+
+// As realloc(), but raises ZOutOfMemoryException_6_0.
+void* reallocate(void* block, size_t size);
+
+// As new, for classes without an operator of their own, but raises ZOutOfMemoryException_6_0.
+template <class Class, class... Arguments>
+Class* make(Arguments const&... arguments)
+{
+    Class* const made = new (std::nothrow) Class(arguments...);
+    if (made == nullptr)
+        raiseOutOfMemory();
+    return made;
+}
+
+// A text that somebody else holds.
+struct View {
+    View() = default;
+    View(char const* text, size_t size) : chars(text), length(static_cast<uint32_t>(size)) {}
+
+    // Views a terminated text; null is an empty one. Raises when it is too long for a record.
+    static View of(char const* text);
+
+    bool isEmpty() const { return length == 0; }
+    bool is(View other) const
+    {
+        return length == other.length && memcmp(chars, other.chars, length) == 0;
+    }
+
+    char const* chars = "";
+    uint32_t length = 0;
+};
+
+// The bytes that are white space: those of ASCII in every locale, and what isspace() of the current
+// locale adds.
+struct Spaces {
+    Spaces();
+    bool has(char c) const { return is[static_cast<unsigned char>(c)]; }
+
+    bool is[256];
+};
+
+// Returns whether `text` begins with `pattern` when the blanks in the text are skipped.
+bool beginsWithPattern(View pattern, char const* text);
+
+// Hashes `text` under `salt`. A secret of the process goes into it: nobody can prepare a file whose
+// names fall together.
+uint32_t hashOf(View text, uint32_t salt);
+
+// ------------------------------------------------------------------------------------------------
+
+// Records in one block, found by their place. Freed places are used again.
+template <class Record>
+class Records {
+public:
+    Records() = default;
+    Records(Records const&) = delete;
+    Records& operator=(Records const&) = delete;
+    ~Records() { ::free(records_); }
+
+    // Makes this empty array a copy of `other`.
+    void copy(Records const& other)
+    {
+        if (other.size_ == 0)
+            return;
+        setCapacity(other.size_);
+        memcpy(static_cast<void*>(records_), other.records_, other.size_ * sizeof(Record));
+        size_ = other.size_;
+        free_ = other.free_;
+        freeCount_ = other.freeCount_;
+    }
+
+    Record& operator[](Id id) { return records_[id]; }
+    Record const& operator[](Id id) const { return records_[id]; }
+    Record const* data() const { return records_; }
+
+    // Makes sure that `count` records can be made without raising.
+    void reserve(size_t count)
+    {
+        if (capacity_ - size_ + freeCount_ < count)
+            grow(count);
+    }
+
+    // Returns the place of a new record, which is all zero. Never raises after reserve().
+    Id make()
+    {
+        Id id = free_;
+        if (id != 0) {
+            memcpy(&free_, static_cast<void const*>(&records_[id]), sizeof free_);
+            --freeCount_;
+        } else {
+            if (size_ == capacity_)
+                grow(1);
+            id = size_++;
+        }
+        memset(static_cast<void*>(&records_[id]), 0, sizeof(Record));
+        return id;
+    }
+
+    void free(Id id)
+    {
+        memcpy(static_cast<void*>(&records_[id]), &free_, sizeof free_);
+        free_ = id;
+        ++freeCount_;
+    }
+
+    // Returns how many records there are; place 0 is none.
+    size_t count() const { return size_ == 0 ? 0 : size_ - 1 - freeCount_; }
+
+    // Returns a number above the place of every record.
+    Id end() const { return size_; }
+
+    size_t capacity() const { return capacity_; }
+    size_t bytes() const { return capacity_ * sizeof(Record); }
+
+    // Gives back what is not in use, when that is worth the call.
+    void fit()
+    {
+        if (capacity_ - size_ > capacity_ / 16) {
+            void* const block = realloc(static_cast<void*>(records_), size_ * sizeof(Record));
+            if (block != nullptr) {
+                records_ = static_cast<Record*>(block);
+                capacity_ = size_;
+            }
+        }
+    }
+
+    void swap(Records& other)
+    {
+        std::swap(records_, other.records_);
+        std::swap(capacity_, other.capacity_);
+        std::swap(size_, other.size_);
+        std::swap(free_, other.free_);
+        std::swap(freeCount_, other.freeCount_);
+    }
+
+private:
+    void grow(size_t count)
+    {
+        size_t const needed = size_ + count + 1;  // one more: place 0
+        size_t const wished = capacity_ + capacity_ / 2;
+        setCapacity(needed > wished ? needed : wished);
+        if (size_ == 0)
+            size_ = 1;
+    }
+
+    void setCapacity(size_t wished)
+    {
+        if (wished > kMostRecords)
+            raiseOutOfMemory();
+        wished = wished < 8 ? 8 : wished;
+        records_ =
+            static_cast<Record*>(reallocate(static_cast<void*>(records_), wished * sizeof(Record)));
+        capacity_ = wished;
+    }
+
+    Record* records_ = nullptr;
+    size_t capacity_ = 0;
+    Id size_ = 0;  // places in use or free, place 0 included
+    Id free_ = 0;  // the free place to use next; each holds the one behind it
+    Id freeCount_ = 0;
+};
+
+// ------------------------------------------------------------------------------------------------
+
+// Finds the ids of records by the hash of their names. Linear probing over slots that are sorted by
+// hash, but for what moved on: growing the table reads and writes it once from start to end.
+class Index {
+public:
+    Index() = default;
+    Index(Index const&) = delete;
+    Index& operator=(Index const&) = delete;
+    ~Index() { free(slots_); }
+
+    // Makes this empty table a copy of `other`.
+    void copy(Index const& other);
+
+    // Returns the id under `hash` for which `isIt(id)` is true, or 0.
+    template <class IsIt>
+    Id find(uint32_t hash, IsIt isIt) const
+    {
+        if (count_ == 0)
+            return 0;
+        for (size_t at = home(hash);; at = next(at)) {
+            Slot const slot = slots_[at];
+            if (slot.id == 0)
+                return 0;
+            if (slot.hash == hash && isIt(slot.id))
+                return slot.id;
+        }
+    }
+
+    // Asks the memory for the slots where find() will begin.
+    void prefetch(uint32_t hash) const
+    {
+        if (size_ != 0)
+            __builtin_prefetch(&slots_[home(hash)]);
+    }
+
+    // Makes sure that `count` ids can be entered without raising.
+    void reserve(size_t count)
+    {
+        if (count_ + count > most_)
+            grow(count);
+    }
+
+    // Enters `id`, which is not in the table. Never raises after reserve().
+    void add(uint32_t hash, Id id);
+
+    // Removes `id`, which is in the table.
+    void remove(uint32_t hash, Id id);
+
+    // Puts `id` in the place of `old`, which is in the table.
+    void replace(uint32_t hash, Id old, Id id) { slots_[find(hash, old)].id = id; }
+
+    size_t bytes() const { return size_ * sizeof(Slot); }
+    void swap(Index& other);
+
+private:
+    struct Slot {
+        uint32_t hash;
+        Id id;  // 0: the slot is empty
+    };
+
+    size_t home(uint32_t hash) const
+    {
+        return static_cast<size_t>((static_cast<uint64_t>(hash) * size_) >> 32);
+    }
+    size_t next(size_t at) const { return at + 1 == size_ ? 0 : at + 1; }
+    size_t find(uint32_t hash, Id id) const;
+    void grow(size_t count);
+    static void put(Slot* slots, size_t size, size_t home, Slot slot);
+
+    Slot* slots_ = nullptr;
+    size_t size_ = 0;
+    size_t count_ = 0;
+    size_t most_ = 0;  // ids that may be in the table before it grows
+};
+
+// ------------------------------------------------------------------------------------------------
+
+// The texts: blocks that are filled from their start and given back together.
+class Arena {
+public:
+    Arena() = default;
+    Arena(Arena const&) = delete;
+    Arena& operator=(Arena const&) = delete;
+    ~Arena() { clear(); }
+
+    // A block as it is filled by others; the arena takes it over with adopt().
+    class Block {
+    public:
+        Block() = default;
+        Block(Block const&) = delete;
+        Block& operator=(Block const&) = delete;
+        ~Block() { free(chunk_); }
+
+        char* chars() { return reinterpret_cast<char*>(chunk_ + 1); }
+        size_t room() const { return room_; }
+        void setRoom(size_t room);  // keeps what is in it, as far as it goes
+
+    private:
+        friend class Arena;
+        struct Chunk {
+            Chunk* next;
+            size_t size;
+        };
+        Chunk* chunk_ = nullptr;
+        size_t room_ = 0;
+    };
+
+    // Makes sure that texts of `bytes` together, their terminators included, can be added without
+    // raising.
+    void reserve(size_t bytes)
+    {
+        if (static_cast<size_t>(end_ - next_) < bytes)
+            addChunk(bytes);
+    }
+
+    // Stores a copy of `text` and a zero byte. Never raises after reserve().
+    View add(View text)
+    {
+        reserve(text.length + size_t{1});
+        char* const at = next_;
+        memcpy(at, text.chars, text.length);
+        at[text.length] = '\0';
+        next_ += text.length + size_t{1};
+        return {at, text.length};
+    }
+
+    // Takes over a block; of its room `bytes` are in use.
+    void adopt(Block& block, size_t bytes);
+
+    // Gives back the block that was adopted last, and forgets what was dropped since but `dead`
+    // bytes. None of its texts is used any more.
+    void dropAdopted(size_t dead);
+
+    // Stores `text` with `first` in front of it.
+    View add(char first, View text)
+    {
+        reserve(text.length + size_t{2});
+        *next_++ = first;
+        View const rest = add(text);
+        return {rest.chars - 1, rest.length + size_t{1}};
+    }
+
+    // Notes that a text is not used any more.
+    void drop(View text) { dead_ += text.length + size_t{1}; }
+
+    size_t dead() const { return dead_; }
+    size_t used() const { return bytes_ - static_cast<size_t>(end_ - next_); }
+    size_t bytes() const { return bytes_; }
+    void clear();
+    void swap(Arena& other);
+
+private:
+    using Chunk = Block::Chunk;
+
+    void addChunk(size_t bytes);
+
+    Chunk* chunks_ = nullptr;
+    char* next_ = nullptr;  // free room of the chunk that takes texts
+    char* end_ = nullptr;
+    size_t bytes_ = 0;  // of all chunks
+    size_t dead_ = 0;
+    Chunk* adopted_ = nullptr;  // the block that was adopted last
+    size_t deadBefore_ = 0;     // what was dead then
+};
+
+// ------------------------------------------------------------------------------------------------
+
+struct Value {
+    char const* chars;
+    uint32_t length;
+    Id next;
+
+    View view() const { return {chars, length}; }
+};
+
+struct Key {
+    char const* name;
+    char const* value;  // the first plain value; null when there is none, or when a list holds it
+    uint32_t nameLength;
+    uint32_t valueLength;
+    Id category;
+    Id more;
+    Id line;
+    Id previous;  // of the keys of its category, in the order in which they came
+    Id next;
+    uint32_t isLive;  // 0: dormant
+
+    View nameView() const { return {name, nameLength}; }
+    View valueView() const { return {value, valueLength}; }
+};
+
+// What most keys do without. There are two kinds of values: 0 plain, 1 obfuscated.
+struct KeyMore {
+    ZArrayList_6_0* lists[2];  // the values, once a caller asked for them
+    ZLCString_6_0* name;       // the name, once it was lent to a caller
+    Id first[2];               // else the values; of the plain ones those behind the first
+    Id last[2];
+    uint32_t counts[2];
+    Id key;           // 0: the record is not in use
+    uint32_t isItem;  // 1: in the list of obfuscated items
+    Id previousItem;
+    Id nextItem;
+};
+
+struct Category {
+    char const* name;
+    uint32_t nameLength;
+    uint32_t isLive;  // 0: dormant
+    uint32_t keyCount;
+    Id firstKey;  // in the order in which they came
+    Id lastKey;
+    Id previous;  // of the categories, in the order in which they came
+    Id next;
+    Id more;
+    Id head;          // the head line
+    Id previousHead;  // the categories whose heads stand before and behind, in file order
+    Id nextHead;
+    uint32_t comments;  // in the section
+    Id lastKeyLine;     // kept while the section has no comments
+    Id tree;            // root of the section's tree, see Trees; 0: none was made
+    uint32_t items;     // keys in the list of obfuscated items
+    Id replaced;        // while reading: the dormant category of the same name
+
+    View nameView() const { return {name, nameLength}; }
+};
+
+struct CategoryMore {
+    ZArrayList_6_0* values;  // what get(category) returned last
+    ZLCString_6_0* name;     // the name, once it was lent to a caller
+    Id category;             // 0: the record is not in use
+    uint32_t unused;
+};
+
+enum LineKind : uint32_t { commentLine, blankLine, headLine, keyLine };
+
+struct Line {
+    Id previous;
+    Id next;
+    uint32_t of : 30;  // a Comment, a Category or a Key, by kind
+    uint32_t kind : 2;
+};
+
+struct Comment {
+    char const* chars;
+    uint32_t length;
+    uint32_t unused;
+
+    View view() const { return {chars, length}; }
+};
+
+// A comment such as "# port = 5": the first one of its section for its key.
+struct Template {
+    char const* key;  // without blanks
+    uint32_t length;
+    Id category;
+    Id line;
+    uint32_t unused;
+
+    View keyView() const { return {key, length}; }
+};
+
+// ------------------------------------------------------------------------------------------------
+
+// The lines of a section as a search tree in file order, so that places are found without a walk. A
+// treap: a node is a line, its priority comes from its number, and every node knows what is below.
+// Only sections with comments that get a new key have one.
+class Trees {
+public:
+    Trees() = default;
+    Trees(Trees const&) = delete;
+    Trees& operator=(Trees const&) = delete;
+    ~Trees() { free(nodes_); }
+
+    // Makes sure that a tree may hold every line that `lines` has room for.
+    void reserve(Records<Line> const& lines);
+    bool isUsed() const { return nodes_ != nullptr; }
+
+    // Makes a tree of the lines from `first` up to, not including, `end`. Returns its root.
+    Id build(Records<Line> const& lines, Id first, Id end);
+
+    // Puts `line` into the tree behind `before`, at the front when that is 0. Returns the root.
+    Id insert(Records<Line> const& lines, Id root, Id line, Id before);
+
+    // Takes `line` out of its tree. Returns the root; 0 when the tree is empty.
+    Id remove(Records<Line> const& lines, Id line);
+
+    // Returns the last key line of the tree, or 0.
+    Id lastKeyLine(Records<Line> const& lines, Id root) const;
+
+    // Returns the first blank line behind `line`, or 0.
+    Id blankBehind(Records<Line> const& lines, Id line) const;
+
+    // Returns whether `line` stands before `other` of the same tree.
+    bool isBefore(Id line, Id other) const { return rank(line) < rank(other); }
+
+    size_t bytes() const { return capacity_ * sizeof(Node); }
+    void swap(Trees& other);
+
+private:
+    struct Node {
+        Id left;
+        Id right;
+        Id parent;
+        uint32_t size : 30;  // of the subtree
+        uint32_t hasKeyLine : 1;
+        uint32_t hasBlank : 1;
+    };
+
+    static uint32_t priority(Id line) { return line * 0x9E3779B1u ^ (line * 0x85EBCA77u >> 15); }
+    void update(Records<Line> const& lines, Id node);
+    void rotateUp(Records<Line> const& lines, Id node);
+    Id settle(Records<Line> const& lines, Id node);
+    Id firstBlank(Records<Line> const& lines, Id node) const;
+    uint32_t rank(Id line) const;
+
+    Node* nodes_ = nullptr;  // the node of a line has the line's place
+    size_t capacity_ = 0;
+};
+
+// ------------------------------------------------------------------------------------------------
+
+class Store {
+public:
+    enum Kind { plain, obfuscated };
+
+    Store() = default;
+    Store(Store const& other);
+    Store& operator=(Store const&) = delete;
+    ~Store();
+
+    // Categories, keys and values: ZPropertiesImpl_store.cpp.
+
+    Id findCategory(View name) const;  // dormant ones too
+    Id findKey(Id category, View name, uint32_t hash) const;
+    Id liveCategory(char const* name) const;
+    Id liveKey(char const* category, char const* key) const;
+
+    size_t categoryCount() const { return categoryCount_; }
+    size_t itemCount() const { return itemCount_; }
+    size_t valueCount(Id key, Kind kind) const;
+
+    // Returns the kind that a caller means who takes either.
+    Kind eitherKind(Id key) const
+    {
+        return valueCount(key, plain) == 0 && valueCount(key, obfuscated) != 0 ? obfuscated : plain;
+    }
+
+    // Calls `call(View)` for each value.
+    template <class Call>
+    void eachValue(Id key, Kind kind, Call call) const;
+
+    // Returns the list of the values, making it when there is none: from then on it holds them.
+    ZArrayList_6_0* list(Id key, Kind kind);
+
+    // Returns a list of copies of the category's values.
+    ZArrayList_6_0* valuesOf(Id category, ZPCache_6_0::get_type_e type);
+
+    // Returns the name as an object that stays until the key or category is removed.
+    ZLCString_6_0* keyName(Id key);
+    ZLCString_6_0* categoryName(Id category);
+
+    // An empty `key` names none: only the category is made. An empty value is none.
+    void add(View category, View key, View value, Kind kind);
+    Id set(View category, View key, View value, Kind kind);  // returns the key
+    void removeKey(Id key);                                  // the line stays
+    void removeCategory(Id category);                        // the lines stay
+
+    // Adds obfuscated values from the first `bytes` of `block`, which is taken over. It holds
+    // `records` times category, key, value and an empty text, each with its zero byte.
+    void addObfuscated(Arena::Block& block, size_t bytes, size_t records);
+
+    // Lines: ZPropertiesImpl_lines.cpp.
+
+    void addStanzaLine(View category);
+    void addLine(View category, View key, View value, Kind kind);
+    void deleteLine(View category, View key);
+    void deleteStanza(View category);
+    void addFileComment(View comment);
+    void addStanzaComment(Id category, View comment);
+    void addLineComment(View category, View key, View comment);
+
+    // All of it.
+
+    Category const& category(Id id) const { return categories_[id]; }
+    Key const& key(Id id) const { return keys_[id]; }
+    KeyMore const* more(Id key) const
+    {
+        return keys_[key].more == 0 ? nullptr : &keyMores_[keys_[key].more];
+    }
+    Value const& value(Id id) const { return values_[id]; }
+    Line const& line(Id id) const { return lines_[id]; }
+    View text(Line const& line) const;
+    Id firstCategory() const { return firstCategory_; }
+    Id firstLine() const { return firstLine_; }
+    Id firstItem() const { return firstItem_; }
+    KeyMore const& item(Id id) const { return keyMores_[id]; }
+
+    // Gives back the room of dead texts once they are more than the living ones.
+    void tidy();
+
+    size_t memoryUsed() const;
+    void swap(Store& other);
+
+    // Returns whether lists that callers may know went away since the last call.
+    bool takeListsWentAway() { return std::exchange(listsWentAway_, false); }
+
+private:
+    friend class Reader;
+    class NewString;
+    class Pieces;
+
+    enum Place { elsewhere, inArena };  // where a text is
+
+    Id newCategory(View name);
+    void enlist(Id category);
+    Id wakeCategory(View name, Place place = elsewhere);
+    Id wakeKey(Id category, View name, uint32_t hash, Place place = elsewhere);
+    Id newKey(Id category, View name, uint32_t hash);
+    void enlistKey(Id key);
+    KeyMore& moreOf(Id key);
+    void reserveFor(View category, View key, View value);
+    void appendText(Id key, View value, Kind kind);
+    void dropValues(Id key, Kind kind);
+    void dropTexts(Id key, Kind kind);
+    void addItem(Id key);
+    void removeItem(Id key);
+    void unlinkKey(Id key);
+    void freeKey(Id key);
+    void dropCategoryMore(Id category);
+    void freeCategory(Id category);
+    template <class Call>
+    void eachText(Call call);
+    void moveTexts(Arena& arena);
+    void fit();
+
+    void reserveLines(size_t count);
+    Id reserveKeyLine(View category, View key);
+    void reserveComments(Pieces const& pieces, size_t lines, size_t bytes);
+    Id makeLine(LineKind kind, Id of, Id category, Id before);
+    Id makeComments(Pieces const& pieces, Id category, Id before);
+    void unlinkLine(Id line);
+    void freeLine(Id line);
+    void enlistHead(Id category);
+    void appendHead(Id category);
+    Id placeForKeyLine(Id category, View key) const;
+    Id placeByWalk(Id category, View key) const;
+    void makeKeyLine(Id key);
+    void removeKeyLine(Id key);
+    void removeSection(Id category);
+    void removeDormant(Id category);
+    void indexSection(Id category);
+    void unindexSection(Id category);
+    void noteTemplate(Id category, Id line);
+    void forgetTemplate(Id category, Id line);
+    Id findTemplate(Id category, View key) const;
+
+    Arena arena_;
+    Records<Category> categories_;
+    Records<CategoryMore> categoryMores_;
+    Records<Key> keys_;
+    Records<KeyMore> keyMores_;
+    Records<Value> values_;
+    Records<Line> lines_;
+    Records<Comment> comments_;
+    Records<Template> templates_;
+    Index categoryIndex_;
+    Index keyIndex_;
+    Index templateIndex_;
+    Trees trees_;
+
+    Id firstCategory_ = 0;  // the live ones, in the order in which they came
+    Id lastCategory_ = 0;
+    size_t categoryCount_ = 0;
+    Id firstItem_ = 0;  // of KeyMore, in the order in which they came
+    Id lastItem_ = 0;
+    size_t itemCount_ = 0;
+    Id firstLine_ = 0;
+    Id lastLine_ = 0;
+    Id firstHead_ = 0;  // categories with a head line, in file order
+    Id lastHead_ = 0;
+    Id lastLeading_ = 0;  // of the comments that lead the file, as far as they were walked
+    size_t tidyAt_ = 0;   // dead bytes to wait for before tidy() tries again
+    bool listsWentAway_ = false;
+};
+
+template <class Call>
+void Store::eachValue(Id id, Kind kind, Call call) const
+{
+    Key const& key = keys_[id];
+    KeyMore const* const further = more(id);
+    if (further != nullptr && further->lists[kind] != nullptr) {
+        ZArrayList_6_0 const& list = *further->lists[kind];
+        for (unsigned i = 0; i < list.size(); ++i) {
+            auto const* const text = static_cast<ZAbstractString_6_0 const*>(list.get(i));
+            if (text != nullptr)
+                call(View(text->getChars(), text->getLength()));
+        }
+        return;
+    }
+    if (kind == plain && key.value != nullptr)
+        call(key.valueView());
+    for (Id i = further == nullptr ? 0 : further->first[kind]; i != 0; i = values_[i].next)
+        call(values_[i].view());
+}
+
+// The keys of a category, or all categories, in the order of a map with 15 buckets: bucket by
+// bucket, in a bucket as they came.
+class MapOrder {
+public:
+    explicit MapOrder(Store const& store);  // categories
+    MapOrder(Store const& store, Id category);
+    MapOrder(MapOrder const&) = delete;
+    MapOrder& operator=(MapOrder const&) = delete;
+    ~MapOrder();
+
+    Id const* begin() const { return sorted_; }
+    Id const* end() const { return sorted_ + count_; }
+
+private:
+    template <class NameOf, class NextOf>
+    void fill(size_t count, Id first, NameOf nameOf, NextOf nextOf);
+
+    static constexpr size_t kFew = 128;
+    Id few_[kFew];
+    Id* sorted_ = few_;
+    size_t count_ = 0;
+};
+
+// A text that is made piece by piece.
+class TextBuffer {
+public:
+    TextBuffer() = default;
+    TextBuffer(TextBuffer const&) = delete;
+    TextBuffer& operator=(TextBuffer const&) = delete;
+    ~TextBuffer() { free(chars_); }
+
+    void add(View text)
+    {
+        memcpy(take(text.length), text.chars, text.length);
+        length_ += text.length;
+    }
+
+    // Adds `text`, a literal, without its zero byte.
+    template <size_t Size>
+    void add(char const (&text)[Size])
+    {
+        memcpy(take(Size - 1), text, Size - 1);
+        length_ += Size - 1;
+    }
+
+    char const* chars() const { return chars_; }
+    size_t length() const { return length_; }
+
+    // Hands the text over; it is released with free().
+    char* release()
+    {
+        length_ = room_ = 0;
+        return std::exchange(chars_, nullptr);
+    }
+
+private:
+    char* take(size_t length)
+    {
+        if (room_ - length_ <= length)
+            grow(length);
+        return chars_ + length_;
+    }
+
+    void grow(size_t length)
+    {
+        size_t const wished = room_ * 2 < 4096 ? 4096 : room_ * 2;
+        size_t const room = wished <= length_ + length ? length_ + length + 1 : wished;
+        chars_ = static_cast<char*>(reallocate(chars_, room));
+        room_ = room;
+    }
+
+    char* chars_ = nullptr;
+    size_t length_ = 0;
+    size_t room_ = 0;
+};
+
+// Appends what a file holds to a store, and takes it out again unless finish() was called.
+class Reader {
+public:
+    explicit Reader(Store& store);
+    Reader(Reader const&) = delete;
+    Reader& operator=(Reader const&) = delete;
+    ~Reader();
+
+    // Takes over the text that the views point into, of which `bytes` are in use.
+    void adopt(Arena::Block& block, size_t bytes);
+
+    void expect(size_t lines);  // makes room for about so many
+
+    // Returns a copy of a text that has no room for its terminator.
+    View keep(View text)
+    {
+        View const kept = store_.arena_.add(text);
+        kept_ += kept.length + size_t{1};
+        return kept;
+    }
+
+    void drop(View text) { store_.arena_.drop(text); }  // nothing will refer to it
+
+    bool addHead(View name);  // false, and nothing was done, when the category exists
+    void addComment(View text) { push({commentLine, 0, text, View()}); }
+    void addBlank() { push({blankLine, 0, View(), View()}); }
+    void addKey(View name, View value)
+    {
+        uint32_t const hash = hashOf(name, category_);
+        store_.keyIndex_.prefetch(hash);
+        push({keyLine, hash, name, value});
+    }
+    bool hasStanza() const { return category_ != 0; }
+    void finish();
+
+private:
+    // A line that waits until the memory has brought what finding its key needs.
+    struct Waiting {
+        LineKind kind;
+        uint32_t hash;
+        View text;  // comment or key
+        View value;
+    };
+    static constexpr unsigned kMostWaiting = 16;
+
+    void push(Waiting const& line)
+    {
+        if (count_ == kMostWaiting)
+            enterFirst();
+        waiting_[(first_ + count_++) % kMostWaiting] = line;
+    }
+    void enterFirst();
+    void enterKey(Waiting const& line);
+    Id append(LineKind kind, Id of);
+    void undo();
+
+    Store& store_;
+    Id category_ = 0;    // of the section that lines are appended to
+    Id const lastLine_;  // what was there before
+    Id const lastHead_;
+    size_t kept_ = 0;  // bytes of copies
+    bool isAdopted_ = false;
+    bool isDone_ = false;
+    unsigned first_ = 0;  // of those that wait
+    unsigned count_ = 0;
+    Waiting waiting_[kMostWaiting];
+};
+
+}  // namespace cache
+
+struct ZPCategoryBasedCache_6_0::Rep : cache::Store {};

@@ -1,0 +1,1038 @@
+// Memory, look-up and values of a cache.
+
+#include <stdlib.h>
+#include <sys/random.h>
+#include <time.h>
+
+#include <atomic>
+
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+
+namespace cache {
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZPropertiesImpl";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite { raiseInAllocate = 61 };
+
+constexpr size_t kFirstChunk = 512;        // room for texts that are set one by one,
+constexpr size_t kLargestChunk = 1 << 20;  // doubled from chunk to chunk
+constexpr size_t kWorthTidying = 1 << 16;  // dead bytes
+
+constexpr unsigned kBuckets = 15;  // of the maps whose order callers see
+
+// Two secret numbers of the process.
+struct Secret {
+    uint64_t one;
+    uint64_t two;
+};
+
+Secret secret()
+{
+    static std::atomic<uint64_t> one;
+    static std::atomic<uint64_t> two;
+    uint64_t first = one.load(std::memory_order_acquire);
+    if (first == 0) {
+        uint64_t drawn[2];
+        if (getrandom(drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
+            // Without random bytes, where things lie and the time must do.
+            timespec now = {};
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            drawn[0] = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
+            drawn[1] = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
+                       static_cast<uint64_t>(now.tv_sec);
+        }
+        // `two` goes first: who sees `one` sees both. Whoever draws first decides.
+        uint64_t none = 0;
+        two.compare_exchange_strong(none, drawn[1] | 1);
+        none = 0;
+        one.compare_exchange_strong(none, drawn[0] | 1);
+        first = one.load();
+    }
+    return {first, two.load(std::memory_order_relaxed)};
+}
+
+__extension__ using Wide = unsigned __int128;
+
+uint64_t mix(uint64_t a, uint64_t b)
+{
+    Wide const product = static_cast<Wide>(a) * b;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+uint64_t read8(char const* at)
+{
+    uint64_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+uint64_t read4(char const* at)
+{
+    uint32_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+// The hash that string objects have: the order of the maps comes from it.
+uint32_t visibleHash(View name)
+{
+    uint32_t hash = 5381;
+    for (uint32_t i = 0; i < name.length; ++i)
+        hash = (hash * 33) ^ static_cast<unsigned char>(name.chars[i]);
+    return hash;
+}
+
+}  // namespace
+
+void raiseOutOfMemory()
+{
+    ZOutOfMemoryException_6_0().throwException(kSource, raiseInAllocate);
+}
+
+void* reallocate(void* block, size_t size)
+{
+    void* const moved = realloc(block, size);
+    if (moved == nullptr)
+        raiseOutOfMemory();
+    return moved;
+}
+
+View View::of(char const* text)
+{
+    if (text == nullptr)
+        return {};
+    size_t const length = strlen(text);
+    if (length > kLongestText)
+        raiseOutOfMemory();
+    return {text, length};
+}
+
+uint32_t hashOf(View text, uint32_t salt)
+{
+    Secret const key = secret();
+    char const* at = text.chars;
+    size_t left = text.length;
+    uint64_t state = mix(key.one ^ salt, key.two);
+    for (; left > 16; left -= 16, at += 16)
+        state = mix(read8(at) ^ key.one, read8(at + 8) ^ state);
+    // The last 16 bytes, or what there is of them, make two words.
+    uint64_t low = 0;
+    uint64_t high = 0;
+    if (left >= 8) {
+        low = read8(at);
+        high = read8(at + left - 8);
+    } else if (left >= 4) {
+        low = read4(at);
+        high = read4(at + left - 4);
+    } else if (left > 0) {
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(at);
+        low = static_cast<uint64_t>(bytes[0]) << 16 | static_cast<uint64_t>(bytes[left / 2]) << 8 |
+              bytes[left - 1];
+    }
+    return static_cast<uint32_t>(mix(low ^ key.one ^ text.length, mix(high ^ state, key.two)) >>
+                                 32);
+}
+
+// --- Index
+
+void Index::copy(Index const& other)
+{
+    if (other.size_ == 0)
+        return;
+    slots_ = static_cast<Slot*>(reallocate(nullptr, other.size_ * sizeof(Slot)));
+    memcpy(slots_, other.slots_, other.size_ * sizeof(Slot));
+    size_ = other.size_;
+    count_ = other.count_;
+    most_ = other.most_;
+}
+
+void Index::put(Slot* slots, size_t size, size_t at, Slot slot)
+{
+    while (slots[at].id != 0)
+        at = at + 1 == size ? 0 : at + 1;
+    slots[at] = slot;
+}
+
+void Index::add(uint32_t hash, Id id)
+{
+    reserve(1);
+    put(slots_, size_, home(hash), {hash, id});
+    ++count_;
+}
+
+size_t Index::find(uint32_t hash, Id id) const
+{
+    size_t at = home(hash);
+    while (slots_[at].id != id)
+        at = next(at);
+    return at;
+}
+
+void Index::remove(uint32_t hash, Id id)
+{
+    size_t gap = find(hash, id);
+    // What follows moves up into the gap, unless its search begins behind the gap.
+    for (size_t at = next(gap); slots_[at].id != 0; at = next(at)) {
+        size_t const begin = home(slots_[at].hash);
+        bool const beginsBehind =
+            gap < at ? gap < begin && begin <= at : gap < begin || begin <= at;
+        if (!beginsBehind) {
+            slots_[gap] = slots_[at];
+            gap = at;
+        }
+    }
+    slots_[gap].id = 0;
+    --count_;
+}
+
+void Index::grow(size_t count)
+{
+    size_t const needed = (count_ + count) * 8 / 5 + 1;  // at most five of eight in use
+    size_t const size = needed > size_ * 2 ? needed : size_ * 2;
+    size_t const wished = size < 8 ? 8 : size;
+    auto* const slots = static_cast<Slot*>(calloc(wished, sizeof(Slot)));
+    if (slots == nullptr)
+        raiseOutOfMemory();
+    for (size_t i = 0; i < size_; ++i) {
+        Slot const slot = slots_[i];
+        if (slot.id != 0)
+            put(slots, wished,
+                static_cast<size_t>((static_cast<uint64_t>(slot.hash) * wished) >> 32), slot);
+    }
+    free(slots_);
+    slots_ = slots;
+    size_ = wished;
+    most_ = wished * 7 / 10;
+}
+
+void Index::swap(Index& other)
+{
+    std::swap(slots_, other.slots_);
+    std::swap(size_, other.size_);
+    std::swap(count_, other.count_);
+    std::swap(most_, other.most_);
+}
+
+// --- Arena
+
+void Arena::Block::setRoom(size_t room)
+{
+    chunk_ = static_cast<Chunk*>(reallocate(chunk_, sizeof(Chunk) + room));
+    chunk_->size = room;
+    room_ = room;
+}
+
+void Arena::addChunk(size_t bytes)
+{
+    size_t size = chunks_ == nullptr ? kFirstChunk : bytes_;
+    size = size > kLargestChunk ? kLargestChunk : size;
+    size = size < bytes ? bytes : size;
+    auto* const chunk = static_cast<Chunk*>(reallocate(nullptr, sizeof(Chunk) + size));
+    chunk->next = chunks_;
+    chunk->size = size;
+    chunks_ = chunk;
+    dead_ += static_cast<size_t>(end_ - next_);  // what is left of the last one
+    next_ = reinterpret_cast<char*>(chunk + 1);
+    end_ = next_ + size;
+    bytes_ += size;
+}
+
+void Arena::adopt(Block& block, size_t bytes)
+{
+    adopted_ = block.chunk_;
+    adopted_->next = chunks_;
+    adopted_->size = bytes;
+    chunks_ = adopted_;
+    bytes_ += bytes;
+    deadBefore_ = dead_;
+    block.chunk_ = nullptr;
+    block.room_ = 0;
+}
+
+void Arena::dropAdopted(size_t dead)
+{
+    for (Chunk** at = &chunks_; *at != nullptr; at = &(*at)->next) {
+        if (*at == adopted_) {
+            *at = adopted_->next;
+            bytes_ -= adopted_->size;
+            free(adopted_);
+            break;
+        }
+    }
+    adopted_ = nullptr;
+    dead_ = deadBefore_ + dead;
+}
+
+void Arena::clear()
+{
+    while (chunks_ != nullptr)
+        free(std::exchange(chunks_, chunks_->next));
+    next_ = end_ = nullptr;
+    bytes_ = dead_ = 0;
+    adopted_ = nullptr;
+}
+
+void Arena::swap(Arena& other)
+{
+    std::swap(chunks_, other.chunks_);
+    std::swap(next_, other.next_);
+    std::swap(end_, other.end_);
+    std::swap(bytes_, other.bytes_);
+    std::swap(dead_, other.dead_);
+    std::swap(adopted_, other.adopted_);
+    std::swap(deadBefore_, other.deadBefore_);
+}
+
+// --- MapOrder
+
+MapOrder::MapOrder(Store const& store)
+{
+    fill(
+        store.categoryCount(), store.firstCategory(),
+        [&](Id id) { return store.category(id).nameView(); },
+        [&](Id id) { return store.category(id).next; });
+}
+
+MapOrder::MapOrder(Store const& store, Id category)
+{
+    fill(
+        store.category(category).keyCount, store.category(category).firstKey,
+        [&](Id id) { return store.key(id).nameView(); }, [&](Id id) { return store.key(id).next; });
+}
+
+MapOrder::~MapOrder()
+{
+    if (sorted_ != few_)
+        free(sorted_);
+}
+
+template <class NameOf, class NextOf>
+void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
+{
+    if (count > kFew)
+        sorted_ = static_cast<Id*>(reallocate(nullptr, count * sizeof(Id)));
+    count_ = count;
+    // Count the members of each bucket, turn the counts into first places, fill the places.
+    size_t places[kBuckets + 1] = {};
+    for (Id id = first; id != 0; id = nextOf(id))
+        ++places[visibleHash(nameOf(id)) % kBuckets + 1];
+    for (unsigned i = 1; i <= kBuckets; ++i)
+        places[i] += places[i - 1];
+    for (Id id = first; id != 0; id = nextOf(id))
+        sorted_[places[visibleHash(nameOf(id)) % kBuckets]++] = id;
+}
+
+// --- Store: all of it
+
+Store::Store(Store const& other) : Store()
+{
+    categories_.copy(other.categories_);
+    keys_.copy(other.keys_);
+    values_.copy(other.values_);
+    lines_.copy(other.lines_);
+    comments_.copy(other.comments_);
+    categoryIndex_.copy(other.categoryIndex_);
+    keyIndex_.copy(other.keyIndex_);
+    firstCategory_ = other.firstCategory_;
+    lastCategory_ = other.lastCategory_;
+    categoryCount_ = other.categoryCount_;
+    firstLine_ = other.firstLine_;
+    lastLine_ = other.lastLine_;
+    firstHead_ = other.firstHead_;
+    lastHead_ = other.lastHead_;
+    lastLeading_ = other.lastLeading_;
+    // What was made for callers, and the trees, stay behind.
+    for (Id i = firstCategory_; i != 0; i = categories_[i].next)
+        categories_[i].more = 0;
+    for (Id i = firstHead_; i != 0; i = categories_[i].nextHead)
+        categories_[i].tree = 0;
+
+    keyMores_.copy(other.keyMores_);
+    for (Id i = 1; i < keyMores_.end(); ++i) {
+        KeyMore& more = keyMores_[i];
+        if (more.key != 0)
+            more.lists[plain] = more.lists[obfuscated] = nullptr, more.name = nullptr;
+    }
+    firstItem_ = other.firstItem_;
+    lastItem_ = other.lastItem_;
+    itemCount_ = other.itemCount_;
+    for (Id i = 1; i < keyMores_.end(); ++i) {
+        KeyMore const& more = other.keyMores_[i];
+        if (more.key == 0)
+            continue;
+        for (Kind const kind : {plain, obfuscated})
+            if (more.lists[kind] != nullptr)
+                keyMores_[i].lists[kind] = new ZArrayList_6_0(*more.lists[kind]);
+    }
+    moveTexts(arena_);
+}
+
+Store::~Store()
+{
+    for (Id i = 1; i < keyMores_.end(); ++i) {
+        KeyMore const& more = keyMores_[i];
+        if (more.key == 0)
+            continue;
+        delete more.lists[plain];
+        delete more.lists[obfuscated];
+        delete more.name;
+    }
+    for (Id i = 1; i < categoryMores_.end(); ++i) {
+        CategoryMore const& more = categoryMores_[i];
+        if (more.category == 0)
+            continue;
+        delete more.values;
+        delete more.name;
+    }
+}
+
+void Store::swap(Store& other)
+{
+    arena_.swap(other.arena_);
+    categories_.swap(other.categories_);
+    categoryMores_.swap(other.categoryMores_);
+    keys_.swap(other.keys_);
+    keyMores_.swap(other.keyMores_);
+    values_.swap(other.values_);
+    lines_.swap(other.lines_);
+    comments_.swap(other.comments_);
+    templates_.swap(other.templates_);
+    categoryIndex_.swap(other.categoryIndex_);
+    keyIndex_.swap(other.keyIndex_);
+    templateIndex_.swap(other.templateIndex_);
+    trees_.swap(other.trees_);
+    std::swap(firstCategory_, other.firstCategory_);
+    std::swap(lastCategory_, other.lastCategory_);
+    std::swap(categoryCount_, other.categoryCount_);
+    std::swap(firstItem_, other.firstItem_);
+    std::swap(lastItem_, other.lastItem_);
+    std::swap(itemCount_, other.itemCount_);
+    std::swap(firstLine_, other.firstLine_);
+    std::swap(lastLine_, other.lastLine_);
+    std::swap(firstHead_, other.firstHead_);
+    std::swap(lastHead_, other.lastHead_);
+    std::swap(lastLeading_, other.lastLeading_);
+    std::swap(tidyAt_, other.tidyAt_);
+}
+
+size_t Store::memoryUsed() const
+{
+    return arena_.bytes() + categories_.bytes() + categoryMores_.bytes() + keys_.bytes() +
+           keyMores_.bytes() + values_.bytes() + lines_.bytes() + comments_.bytes() +
+           templates_.bytes() + categoryIndex_.bytes() + keyIndex_.bytes() +
+           templateIndex_.bytes() + trees_.bytes();
+}
+
+// Calls `call(char const*& chars, uint32_t length)` for each text that is in use.
+template <class Call>
+void Store::eachText(Call call)
+{
+    auto const keyTexts = [&](Key& key) {
+        call(key.name, key.nameLength);
+        if (key.value != nullptr)
+            call(key.value, key.valueLength);
+        if (key.more == 0)
+            return;
+        for (Id const first : keyMores_[key.more].first)
+            for (Id i = first; i != 0; i = values_[i].next)
+                call(values_[i].chars, values_[i].length);
+    };
+    for (Id i = firstCategory_; i != 0; i = categories_[i].next) {
+        call(categories_[i].name, categories_[i].nameLength);
+        for (Id k = categories_[i].firstKey; k != 0; k = keys_[k].next)
+            keyTexts(keys_[k]);
+    }
+    for (Id i = firstLine_; i != 0; i = lines_[i].next) {
+        Id const of = lines_[i].of;
+        switch (lines_[i].kind) {
+            case commentLine:
+                call(comments_[of].chars, comments_[of].length);
+                break;
+            case headLine:
+                if (!categories_[of].isLive)
+                    call(categories_[of].name, categories_[of].nameLength);
+                break;
+            case keyLine:
+                if (!keys_[of].isLive)
+                    keyTexts(keys_[of]);
+                break;
+            default:
+                break;
+        }
+    }
+    for (Id i = 1; i < templates_.end(); ++i)
+        if (templates_[i].line != 0)
+            call(templates_[i].key, templates_[i].length);
+}
+
+// Copies the texts in use into one new chunk of `arena`, which then holds them alone.
+void Store::moveTexts(Arena& arena)
+{
+    size_t bytes = 0;
+    eachText([&](char const*, uint32_t length) { bytes += length + size_t{1}; });
+    Arena fresh;
+    if (bytes != 0)
+        fresh.reserve(bytes);
+    eachText(
+        [&](char const*& chars, uint32_t length) { chars = fresh.add(View(chars, length)).chars; });
+    arena.swap(fresh);
+}
+
+void Store::tidy()
+{
+    size_t const dead = arena_.dead();
+    if (dead <= kWorthTidying || dead <= arena_.used() / 2 || dead <= tidyAt_)
+        return;
+    try {
+        moveTexts(arena_);
+        tidyAt_ = 0;
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        tidyAt_ = dead * 2;  // it can wait: nothing depends on it
+    }
+}
+
+// --- Store: look-up
+
+Id Store::findCategory(View name) const
+{
+    return categoryIndex_.find(hashOf(name, 0),
+                               [&](Id id) { return categories_[id].nameView().is(name); });
+}
+
+Id Store::findKey(Id category, View name, uint32_t hash) const
+{
+    return keyIndex_.find(hash, [&](Id id) {
+        return keys_[id].category == category && keys_[id].nameView().is(name);
+    });
+}
+
+Id Store::liveCategory(char const* name) const
+{
+    if (name == nullptr)
+        return 0;
+    Id const category = findCategory({name, strlen(name)});
+    return category != 0 && categories_[category].isLive ? category : 0;
+}
+
+Id Store::liveKey(char const* categoryName, char const* name) const
+{
+    Id const category = liveCategory(categoryName);
+    if (category == 0 || name == nullptr)
+        return 0;
+    View const view(name, strlen(name));
+    Id const key = findKey(category, view, hashOf(view, category));
+    return key != 0 && keys_[key].isLive ? key : 0;
+}
+
+size_t Store::valueCount(Id id, Kind kind) const
+{
+    KeyMore const* const further = more(id);
+    if (further != nullptr && further->lists[kind] != nullptr)
+        return further->lists[kind]->size();
+    return (kind == plain && keys_[id].value != nullptr ? 1 : 0) +
+           (further == nullptr ? 0 : further->counts[kind]);
+}
+
+// --- Store: changes
+
+// A string object that a list will take over.
+class Store::NewString {
+public:
+    NewString() = default;
+    NewString(NewString const&) = delete;
+    NewString& operator=(NewString const&) = delete;
+    ~NewString() { delete string_; }
+
+    void make(View text) { string_ = new ZLCString_6_0(text.chars, text.length); }
+
+    void appendTo(ZArrayList_6_0& list)
+    {
+        list.addNoCopy(string_);
+        string_ = nullptr;
+    }
+
+private:
+    ZLCString_6_0* string_ = nullptr;
+};
+
+// Makes sure that category, key and value can be made without raising.
+void Store::reserveFor(View category, View key, View value)
+{
+    categories_.reserve(1);
+    categoryIndex_.reserve(1);
+    keys_.reserve(1);
+    keyIndex_.reserve(1);
+    keyMores_.reserve(1);
+    values_.reserve(1);
+    arena_.reserve(size_t{category.length} + key.length + value.length + 3);
+}
+
+// Makes a dormant category of a name in the arena.
+Id Store::newCategory(View name)
+{
+    Id const id = categories_.make();
+    categories_[id].name = name.chars;
+    categories_[id].nameLength = name.length;
+    categoryIndex_.add(hashOf(name, 0), id);
+    return id;
+}
+
+// Puts a category behind the live ones.
+void Store::enlist(Id id)
+{
+    Category& category = categories_[id];
+    category.isLive = 1;
+    category.previous = lastCategory_;
+    category.next = 0;
+    (lastCategory_ == 0 ? firstCategory_ : categories_[lastCategory_].next) = id;
+    lastCategory_ = id;
+    ++categoryCount_;
+}
+
+// Finds the category, wakes it, or makes it. A name in the arena is kept where it is.
+Id Store::wakeCategory(View name, Place place)
+{
+    Id id = findCategory(name);
+    if (id == 0)
+        id = newCategory(place == inArena ? name : arena_.add(name));
+    else if (place == inArena)
+        arena_.drop(name);
+    if (!categories_[id].isLive)
+        enlist(id);
+    return id;
+}
+
+// Makes a dormant key of a name in the arena.
+Id Store::newKey(Id category, View name, uint32_t hash)
+{
+    Id const id = keys_.make();
+    Key& key = keys_[id];
+    key.name = name.chars;
+    key.nameLength = name.length;
+    key.category = category;
+    keyIndex_.add(hash, id);
+    return id;
+}
+
+// Puts a key behind the live ones of its category.
+void Store::enlistKey(Id id)
+{
+    Key& key = keys_[id];
+    Category& category = categories_[key.category];
+    key.isLive = 1;
+    key.previous = category.lastKey;
+    key.next = 0;
+    (category.lastKey == 0 ? category.firstKey : keys_[category.lastKey].next) = id;
+    category.lastKey = id;
+    ++category.keyCount;
+}
+
+// Finds the key, wakes it, or makes it. A name in the arena is kept where it is.
+Id Store::wakeKey(Id category, View name, uint32_t hash, Place place)
+{
+    Id id = findKey(category, name, hash);
+    if (id == 0)
+        id = newKey(category, place == inArena ? name : arena_.add(name), hash);
+    else if (place == inArena)
+        arena_.drop(name);
+    if (!keys_[id].isLive)
+        enlistKey(id);
+    return id;
+}
+
+KeyMore& Store::moreOf(Id key)
+{
+    if (keys_[key].more == 0) {
+        keys_[key].more = keyMores_.make();
+        keyMores_[keys_[key].more].key = key;
+    }
+    return keyMores_[keys_[key].more];
+}
+
+// Puts a text of the arena behind the texts of a kind.
+void Store::appendText(Id key, View text, Kind kind)
+{
+    if (kind == plain && keys_[key].value == nullptr) {
+        keys_[key].value = text.chars;
+        keys_[key].valueLength = text.length;
+        return;
+    }
+    Id const id = values_.make();
+    values_[id] = {text.chars, text.length, 0};
+    KeyMore& more = moreOf(key);
+    (more.last[kind] == 0 ? more.first[kind] : values_[more.last[kind]].next) = id;
+    more.last[kind] = id;
+    ++more.counts[kind];
+}
+
+// Removes the values of a kind that no list holds.
+void Store::dropTexts(Id id, Kind kind)
+{
+    Key& key = keys_[id];
+    if (kind == plain && key.value != nullptr) {
+        arena_.drop(key.valueView());
+        key.value = nullptr;
+        key.valueLength = 0;
+    }
+    if (key.more == 0)
+        return;
+    KeyMore& more = keyMores_[key.more];
+    while (more.first[kind] != 0) {
+        Id const value = more.first[kind];
+        more.first[kind] = values_[value].next;
+        arena_.drop(values_[value].view());
+        values_.free(value);
+    }
+    more.last[kind] = 0;
+    more.counts[kind] = 0;
+}
+
+// Removes the values of a kind; a list that holds them stays, empty.
+void Store::dropValues(Id key, Kind kind)
+{
+    KeyMore const* const further = more(key);
+    if (further != nullptr && further->lists[kind] != nullptr)
+        further->lists[kind]->removeAll();
+    else
+        dropTexts(key, kind);
+}
+
+void Store::addItem(Id key)
+{
+    KeyMore& more = moreOf(key);
+    if (more.isItem)
+        return;
+    Id const id = keys_[key].more;
+    more.isItem = 1;
+    more.previousItem = lastItem_;
+    more.nextItem = 0;
+    (lastItem_ == 0 ? firstItem_ : keyMores_[lastItem_].nextItem) = id;
+    lastItem_ = id;
+    ++itemCount_;
+    ++categories_[keys_[key].category].items;
+}
+
+void Store::removeItem(Id key)
+{
+    if (keys_[key].more == 0 || !keyMores_[keys_[key].more].isItem)
+        return;
+    KeyMore& more = keyMores_[keys_[key].more];
+    more.isItem = 0;
+    (more.previousItem == 0 ? firstItem_ : keyMores_[more.previousItem].nextItem) = more.nextItem;
+    (more.nextItem == 0 ? lastItem_ : keyMores_[more.nextItem].previousItem) = more.previousItem;
+    --itemCount_;
+    --categories_[keys_[key].category].items;
+}
+
+void Store::add(View category, View key, View value, Kind kind)
+{
+    Id const known = findCategory(category);
+    uint32_t const hash = hashOf(key, known);
+    Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
+    if (old != 0 && more(old) != nullptr && more(old)->lists[kind] != nullptr) {
+        if (!value.isEmpty()) {
+            NewString string;
+            string.make(value);
+            string.appendTo(*more(old)->lists[kind]);
+            if (kind == obfuscated)
+                addItem(old);
+        }
+        return;
+    }
+    reserveFor(category, key, value);
+    Id const id = wakeCategory(category);
+    if (key.isEmpty())
+        return;
+    Id const keyId = wakeKey(id, key, known == id ? hash : hashOf(key, id));
+    if (value.isEmpty())
+        return;
+    appendText(keyId, arena_.add(value), kind);
+    if (kind == obfuscated)
+        addItem(keyId);
+}
+
+Id Store::set(View category, View key, View value, Kind kind)
+{
+    Id const known = findCategory(category);
+    uint32_t const hash = hashOf(key, known);
+    Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
+    ZArrayList_6_0* const list =
+        old == 0 || more(old) == nullptr ? nullptr : more(old)->lists[kind];
+    NewString string;
+    if (list != nullptr && !value.isEmpty())
+        string.make(value);
+    reserveFor(category, key, value);
+    Id const id = wakeCategory(category);
+    if (key.isEmpty())
+        return 0;
+    Id const keyId = wakeKey(id, key, known == id ? hash : hashOf(key, id));
+    // The value may be one of those that go.
+    View const kept = list != nullptr || value.isEmpty() ? View() : arena_.add(value);
+    dropValues(keyId, obfuscated);
+    dropValues(keyId, plain);
+    if (kind == plain || value.isEmpty())
+        removeItem(keyId);
+    if (value.isEmpty())
+        return keyId;
+    if (list != nullptr)
+        string.appendTo(*list);  // its room for one stays: this does not raise
+    else
+        appendText(keyId, kept, kind);
+    if (kind == obfuscated)
+        addItem(keyId);
+    return keyId;
+}
+
+void Store::unlinkKey(Id id)
+{
+    Key& key = keys_[id];
+    Category& category = categories_[key.category];
+    (key.previous == 0 ? category.firstKey : keys_[key.previous].next) = key.next;
+    (key.next == 0 ? category.lastKey : keys_[key.next].previous) = key.previous;
+    --category.keyCount;
+    key.isLive = 0;
+}
+
+void Store::freeKey(Id id)
+{
+    keyIndex_.remove(hashOf(keys_[id].nameView(), keys_[id].category), id);
+    arena_.drop(keys_[id].nameView());
+    keys_.free(id);
+}
+
+void Store::removeKey(Id id)
+{
+    removeItem(id);
+    dropTexts(id, plain);
+    dropTexts(id, obfuscated);
+    unlinkKey(id);
+    if (Id const moreId = std::exchange(keys_[id].more, 0); moreId != 0) {
+        KeyMore& more = keyMores_[moreId];
+        listsWentAway_ |= more.lists[plain] != nullptr || more.lists[obfuscated] != nullptr;
+        delete more.lists[plain];
+        delete more.lists[obfuscated];
+        delete more.name;
+        more.key = 0;
+        keyMores_.free(moreId);
+    }
+    if (keys_[id].line == 0)
+        freeKey(id);
+}
+
+void Store::dropCategoryMore(Id id)
+{
+    Id const moreId = std::exchange(categories_[id].more, 0);
+    if (moreId == 0)
+        return;
+    CategoryMore& more = categoryMores_[moreId];
+    listsWentAway_ |= more.values != nullptr;
+    delete more.values;
+    delete more.name;
+    more.category = 0;
+    categoryMores_.free(moreId);
+}
+
+void Store::freeCategory(Id id)
+{
+    categoryIndex_.remove(hashOf(categories_[id].nameView(), 0), id);
+    arena_.drop(categories_[id].nameView());
+    categories_.free(id);
+}
+
+void Store::removeCategory(Id id)
+{
+    while (categories_[id].firstKey != 0)
+        removeKey(categories_[id].firstKey);
+    dropCategoryMore(id);
+    Category& category = categories_[id];
+    (category.previous == 0 ? firstCategory_ : categories_[category.previous].next) = category.next;
+    (category.next == 0 ? lastCategory_ : categories_[category.next].previous) = category.previous;
+    --categoryCount_;
+    category.isLive = 0;
+    if (category.head == 0)
+        freeCategory(id);
+}
+
+// --- Store: what callers see as objects
+
+ZArrayList_6_0* Store::list(Id key, Kind kind)
+{
+    if (KeyMore const* const known = more(key); known != nullptr && known->lists[kind] != nullptr)
+        return known->lists[kind];
+    keyMores_.reserve(1);
+    auto* const list = new ZArrayList_6_0(1, 1);
+    try {
+        eachValue(key, kind, [&](View value) {
+            NewString string;
+            string.make(value);
+            string.appendTo(*list);
+        });
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        delete list;
+        throw;
+    }
+    dropTexts(key, kind);
+    moreOf(key).lists[kind] = list;
+    return list;
+}
+
+ZArrayList_6_0* Store::valuesOf(Id id, ZPCache_6_0::get_type_e type)
+{
+    if (categories_[id].more == 0) {
+        categories_[id].more = categoryMores_.make();
+        categoryMores_[categories_[id].more].category = id;
+    }
+    CategoryMore& more = categoryMores_[categories_[id].more];
+    if (more.values == nullptr)
+        more.values = new ZArrayList_6_0(1, 1);
+    ZArrayList_6_0& list = *more.values;
+
+    // The new values come behind the old ones and change places with them in the end: until then
+    // the old ones are there to go back to.
+    unsigned const before = list.size();
+    try {
+        for (Id const key : MapOrder(*this, id)) {
+            Kind const kind = type == ZPCache_6_0::plainValues        ? plain
+                              : type == ZPCache_6_0::obfuscatedValues ? obfuscated
+                                                                      : eitherKind(key);
+            eachValue(key, kind, [&](View value) {
+                NewString string;
+                string.make(value);
+                string.appendTo(list);
+            });
+        }
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        while (list.size() > before)
+            list.remove(list.size() - 1);
+        throw;
+    }
+    unsigned const count = list.size() - before;
+    for (unsigned i = 0; i < count && before != 0; ++i)
+        list.swap(i, before + i);
+    while (list.size() > count)
+        list.remove(list.size() - 1);
+    return &list;
+}
+
+ZLCString_6_0* Store::keyName(Id key)
+{
+    keyMores_.reserve(1);
+    if (KeyMore const* const known = more(key); known != nullptr && known->name != nullptr)
+        return known->name;
+    auto* const name = new ZLCString_6_0(keys_[key].name, keys_[key].nameLength);
+    return moreOf(key).name = name;
+}
+
+ZLCString_6_0* Store::categoryName(Id id)
+{
+    if (categories_[id].more == 0) {
+        categories_[id].more = categoryMores_.make();
+        categoryMores_[categories_[id].more].category = id;
+    }
+    CategoryMore& more = categoryMores_[categories_[id].more];
+    if (more.name == nullptr)
+        more.name = new ZLCString_6_0(categories_[id].name, categories_[id].nameLength);
+    return more.name;
+}
+
+// --- Store: the companion file
+
+namespace {
+
+// Takes the texts of one record from the front of a block.
+struct ObfuscatedRecord {
+    explicit ObfuscatedRecord(char const*& at) : category(take(at)), key(take(at)), value(take(at))
+    {
+        ++at;  // the empty text
+    }
+
+    static View take(char const*& at)
+    {
+        View const text(at, strlen(at));
+        at += text.length + 1;
+        return text;
+    }
+
+    View category;
+    View key;
+    View value;
+};
+
+}  // namespace
+
+void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
+{
+    categories_.reserve(records);
+    categoryIndex_.reserve(records);
+    keys_.reserve(records);
+    keyIndex_.reserve(records);
+    keyMores_.reserve(records);
+    values_.reserve(records);
+
+    // Lists that callers know come first: adding to them may raise.
+    auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
+        Id const category = findCategory(record.category);
+        Id const key =
+            category == 0 ? 0 : findKey(category, record.key, hashOf(record.key, category));
+        return key == 0 || more(key) == nullptr || record.value.isEmpty()
+                   ? nullptr
+                   : more(key)->lists[obfuscated];
+    };
+    size_t done = 0;
+    try {
+        char const* at = block.chars();
+        for (; done < records; ++done) {
+            ObfuscatedRecord const record(at);
+            if (ZArrayList_6_0* const list = listOf(record); list != nullptr) {
+                NewString string;
+                string.make(record.value);
+                string.appendTo(*list);
+            }
+        }
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        char const* at = block.chars();
+        for (; done > 0; --done) {
+            ObfuscatedRecord const record(at);
+            if (ZArrayList_6_0* const list = listOf(record); list != nullptr)
+                list->remove(list->size() - 1);
+        }
+        throw;
+    }
+
+    // Nothing raises from here on. Names that are new stay where they are, as the values do.
+    char const* at = block.chars();
+    arena_.adopt(block, bytes);
+    for (; done > 0; --done) {
+        ObfuscatedRecord const record(at);
+        bool const isInList = listOf(record) != nullptr;
+        arena_.drop(View());
+        Id const category = wakeCategory(record.category, inArena);
+        Id const key = record.key.isEmpty()
+                           ? 0
+                           : wakeKey(category, record.key, hashOf(record.key, category), inArena);
+        if (key == 0 || isInList || record.value.isEmpty())
+            arena_.drop(record.value);
+        else
+            appendText(key, record.value, obfuscated);
+        if (key != 0 && !record.value.isEmpty())
+            addItem(key);
+    }
+    fit();
+}
+
+void Store::fit()
+{
+    categories_.fit();
+    keys_.fit();
+    keyMores_.fit();
+    values_.fit();
+    lines_.fit();
+    comments_.fit();
+}
+
+}  // namespace cache

@@ -1,0 +1,465 @@
+// The text of a stanza file, and its companion file.
+
+#include <ctype.h>
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+#include "ZSqueeze.h"
+
+using cache::Arena;
+using cache::Id;
+using cache::Line;
+using cache::Reader;
+using cache::Spaces;
+using cache::Store;
+using cache::TextBuffer;
+using cache::View;
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZPropertiesImpl";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseInRead = 71,
+    raiseAtLine = 72,
+    raiseInWrite = 81,
+    raiseInUnpack = 91,
+    raiseAtRecord = 92,
+    raiseInPack = 95,
+};
+
+constexpr char kCompanionCategory[] = "configuration-database";
+constexpr char kCompanionKey[] = "file";
+
+// What a line is read into takes so many bytes of it, and a zero byte.
+constexpr size_t kMostOfLine = cache::kLineRoom - 1;
+
+constexpr size_t kFirstRead = 1 << 16;
+
+// A zlib stream expands to at most 1,032 times its size, and a little for its head. What expands to
+// more than the limit is taken for an attack.
+constexpr size_t kMostExpansion = 1032;
+constexpr size_t kExpansionSlack = 4096;
+constexpr size_t kMostUnpacked = size_t{256} << 20;
+
+constexpr int kNoMemory = -4;  // codes of ZSqueeze_6_0
+constexpr int kNoRoom = -5;
+
+// Reads `file` to its end. Returns the number of bytes; the block has room for one more.
+size_t readAll(char const* path, FILE* file, Arena::Block& block)
+{
+    struct stat status;
+    bool const isSized = fileno(file) >= 0 && fstat(fileno(file), &status) == 0 &&
+                         S_ISREG(status.st_mode) && status.st_size > 0;
+    // Two more than a file of that size needs: one to see its end, one for the last zero byte.
+    block.setRoom(isSized ? static_cast<size_t>(status.st_size) + 2 : kFirstRead);
+    size_t length = 0;
+    for (;;) {
+        errno = 0;
+        length += fread(block.chars() + length, 1, block.room() - 1 - length, file);
+        if (ferror(file) && errno == EINTR)
+            clearerr(file);
+        else if (ferror(file))
+            ZPropertiesIOException_6_0(path, "fgets()", errno).throwException(kSource, raiseInRead);
+        else if (feof(file))
+            return length;
+        else if (length + 1 == block.room())
+            block.setRoom(block.room() * 2);
+    }
+}
+
+// Cuts a text into lines as fgets() does with a buffer of 8192 bytes: a line feed ends a line, and
+// so do 8191 bytes; what follows a zero byte in a line is lost.
+class LineCutter {
+public:
+    LineCutter(char* text, size_t length)
+        : next_(text), end_(text + length), hasZero_(memchr(text, '\0', length) != nullptr)
+    {
+    }
+
+    // Stores the next line and returns true; false behind the last one.
+    bool next(char*& line, size_t& length)
+    {
+        if (next_ == end_)
+            return false;
+        ++number_;
+        line = next_;
+        size_t const left = static_cast<size_t>(end_ - next_);
+        size_t const most = left < kMostOfLine ? left : kMostOfLine;
+        auto* const feed = static_cast<char*>(memchr(next_, '\n', most));
+        length = feed == nullptr ? most : static_cast<size_t>(feed - next_);
+        next_ = feed == nullptr ? next_ + most : feed + 1;
+        // Without a line feed, and before the end, the byte behind the line is the next line's.
+        isTorn_ = feed == nullptr && next_ != end_;
+        if (hasZero_)
+            length = strnlen(line, length);
+        return true;
+    }
+
+    bool isTorn() const { return isTorn_; }
+    int number() const { return number_ < INT_MAX ? static_cast<int>(number_) : INT_MAX; }
+
+private:
+    char* next_;
+    char* const end_;
+    bool const hasZero_;
+    bool isTorn_ = false;
+    size_t number_ = 0;  // of the line, counted from 1
+};
+
+size_t countLines(char const* text, size_t length)
+{
+    size_t lines = 0;
+    char const* const end = text + length;
+    for (char const* at = text; at != end; ++lines) {
+        auto const* const feed =
+            static_cast<char const*>(memchr(at, '\n', static_cast<size_t>(end - at)));
+        if (feed == nullptr)
+            return lines + 1;
+        at = feed + 1;
+    }
+    return lines;
+}
+
+// Parses a text into a store; what went in goes out again unless finish() was called.
+class Parser {
+public:
+    Parser(char const* path, Store& store, bool keepsComments)
+        : path_(path), reader_(store), keepsComments_(keepsComments)
+    {
+    }
+
+    // Parses the first `length` bytes of `block`, which has room for one more, and takes it over.
+    void parse(Arena::Block& block, size_t length)
+    {
+        block.setRoom(length + 1);
+        char* const text = block.chars();
+        text[length] = '\0';
+        reader_.adopt(block, length + 1);
+        reader_.expect(countLines(text, length));
+        LineCutter lines(text, length);
+        for (char* line; lines.next(line, length);) {
+            number_ = lines.number();
+            if (lines.isTorn())
+                line = const_cast<char*>(reader_.keep(View(line, length)).chars);
+            while (length > 0 && spaces_.has(line[length - 1]))
+                --length;
+            for (; length > 0 && spaces_.has(*line); --length)
+                ++line;
+            line[length] = '\0';
+            takeLine(line, length);
+        }
+    }
+
+    // Returns the name of the companion file, if the text has one; owned by the caller.
+    ZLCString_6_0* finish()
+    {
+        auto* const companion =
+            companion_.chars == nullptr ? nullptr : new ZLCString_6_0(companion_.chars);
+        try {
+            reader_.finish();
+        } catch (ZOutOfMemoryException_6_0 const&) {
+            delete companion;
+            throw;
+        }
+        return companion;
+    }
+
+private:
+    void takeLine(char* line, size_t length)
+    {
+        if (length == 0) {
+            if (keepsComments_)
+                reader_.addBlank();
+        } else if (*line == '#') {
+            if (keepsComments_)
+                reader_.addComment(View(line, length));
+            else
+                reader_.drop(View(line, length));
+        } else if (*line == '[') {
+            takeHead(line, length);
+        } else {
+            takeKey(line, length);
+        }
+    }
+
+    void takeHead(char* line, size_t length)
+    {
+        auto* const end = static_cast<char*>(memchr(line, ']', length));
+        if (end == nullptr)
+            refuse(line);
+        View const name(line + 1, static_cast<size_t>(end - line) - 1);
+        *end = '\0';  // what follows it is ignored
+        if (!reader_.addHead(name)) {
+            *end = ']';
+            refuse(line);
+        }
+        namesCompanion_ = name.is(View::of(kCompanionCategory));
+    }
+
+    void takeKey(char* line, size_t length)
+    {
+        auto* const sign = static_cast<char*>(memchr(line, '=', length));
+        if (sign == nullptr || sign == line || !reader_.hasStanza())
+            refuse(line);
+        char* end = sign;
+        while (spaces_.has(end[-1]))
+            --end;
+        char* value = sign + 1;
+        while (spaces_.has(*value))
+            ++value;
+        *end = '\0';
+        View const key(line, static_cast<size_t>(end - line));
+        View const text(value, static_cast<size_t>(line + length - value));
+        reader_.addKey(key, text);
+        if (namesCompanion_ && key.is(View::of(kCompanionKey)))
+            companion_ = text;
+    }
+
+    [[noreturn]] void refuse(char const* line) const
+    {
+        ZPropertiesInvalidDataException_6_0(path_, line, number_)
+            .throwException(kSource, raiseAtLine);
+    }
+
+    char const* const path_;
+    Reader reader_;
+    Spaces const spaces_;
+    bool const keepsComments_;
+    bool namesCompanion_ = false;  // the current stanza does, with one of its keys
+    int number_ = 0;               // of the current line
+    View companion_ = {nullptr, 0};
+};
+
+void writeKey(Store const& store, Id key, TextBuffer& text)
+{
+    View const name = store.key(key).nameView();
+    bool isWritten = false;
+    store.eachValue(key, Store::plain, [&](View value) {
+        text.add(name);
+        text.add(" = ");
+        text.add(value);
+        text.add("\n");
+        isWritten = true;
+    });
+    // Obfuscated values live in the companion file alone.
+    if (!isWritten && store.valueCount(key, Store::obfuscated) == 0) {
+        text.add(name);
+        text.add(" =\n");
+    }
+}
+
+void write(Store const& store, TextBuffer& text)
+{
+    bool isSkipping = false;  // the lines of a stanza that was removed
+    for (Id id = store.firstLine(); id != 0; id = store.line(id).next) {
+        Line const& line = store.line(id);
+        if (line.kind == cache::headLine)
+            isSkipping = !store.category(line.of).isLive;
+        if (isSkipping)
+            continue;
+        switch (line.kind) {
+            case cache::headLine:
+                text.add("[");
+                text.add(store.text(line));
+                text.add("]\n");
+                break;
+            case cache::keyLine:
+                if (store.key(line.of).isLive)
+                    writeKey(store, line.of, text);
+                break;
+            default:
+                text.add(store.text(line));
+                text.add("\n");
+                break;
+        }
+    }
+}
+
+void handOver(TextBuffer& text, ZBuffer_6_0& buffer)
+{
+    size_t const length = text.length();
+    if (length == 0)
+        buffer.setLength(0);
+    else
+        buffer.setBufferNoCopy(length, text.release());
+}
+
+// Returns how many bytes `packed` may expand to.
+size_t mostUnpacked(size_t packed)
+{
+    size_t const most = packed * kMostExpansion + kExpansionSlack;
+    return most < kMostUnpacked ? most : kMostUnpacked;
+}
+
+// Counts the records in the first `length` bytes of `text`, behind which there is a zero byte.
+// Returns false when they are none.
+bool countRecords(char const* text, size_t length, size_t& records)
+{
+    char const* at = text;
+    char const* const end = text + length + 1;
+    for (records = 0; at != end; ++records) {
+        for (int i = 0; i < 3; ++i) {  // category, key, value
+            auto const* const zero =
+                static_cast<char const*>(memchr(at, '\0', static_cast<size_t>(end - at)));
+            if (zero == nullptr)
+                return false;
+            at = zero + 1;
+        }
+        if (at == end || *at != '\0')
+            return false;
+        ++at;
+    }
+    return true;
+}
+
+}  // namespace
+
+cache::Spaces::Spaces()
+{
+    for (int c = 0; c < 256; ++c)
+        is[c] = c == ' ' || (c >= '\t' && c <= '\r') || isspace(c) != 0;
+}
+
+ZSCFData_6_0::ZSCFData_6_0() = default;
+
+ZSCFData_6_0::ZSCFData_6_0(ZSCFData_6_0 const& other) = default;
+
+ZSCFData_6_0::~ZSCFData_6_0() = default;
+
+ZPCache_6_0* ZSCFData_6_0::clone() const
+{
+    return cache::make<ZSCFData_6_0>(*this);
+}
+
+ZPCache_6_0* ZSCFData_6_0::makeEmpty() const
+{
+    auto* const made = cache::make<ZSCFData_6_0>();
+    made->setAttributes(attributes(), attributeArgument());
+    return made;
+}
+
+void ZSCFData_6_0::be_read(char const* path, FILE* file)
+{
+    Arena::Block block;
+    size_t const length = readAll(path, file, block);
+    readBlock(path, &block, length);
+}
+
+void ZSCFData_6_0::readText(char const* path, char const* text, size_t length)
+{
+    Arena::Block block;
+    block.setRoom(length + 1);
+    memcpy(block.chars(), text, length);
+    readBlock(path, &block, length);
+}
+
+void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
+{
+    Parser parser(path, rep(), (attributes() & keepComments) != 0);
+    parser.parse(*static_cast<Arena::Block*>(block), length);
+    if (ZLCString_6_0* const companion = parser.finish(); companion != nullptr)
+        takeCompanionFile(companion);
+    changed();
+}
+
+void ZSCFData_6_0::be_write(char const* path, FILE* file)
+{
+    TextBuffer text;
+    write(rep(), text);
+    errno = 0;
+    if (text.length() != 0 && fwrite(text.chars(), 1, text.length(), file) != text.length())
+        ZPropertiesIOException_6_0(path, "fwrite()", errno).throwException(kSource, raiseInWrite);
+}
+
+void ZSCFData_6_0::writeText(ZBuffer_6_0& buffer) const
+{
+    TextBuffer text;
+    write(rep(), text);
+    handOver(text, buffer);
+}
+
+void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
+{
+    ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
+    unsigned long const packed = buffer.getLength();
+    ZSqueeze_6_0 squeeze;
+    squeeze.setSource(static_cast<unsigned char*>(buffer.getBuffer()), packed);
+
+    // One byte more than what is asked for: the writer leaves out the last one, which is zero.
+    Arena::Block block;
+    size_t const most = mostUnpacked(packed);
+    size_t room = packed < most / 8 ? packed * 8 : most;
+    int length = kNoRoom;
+    for (;; room = room < most / 2 ? room * 2 : most) {
+        block.setRoom(room + 1);
+        length = squeeze.unsqueeze(reinterpret_cast<unsigned char*>(block.chars()), room);
+        if (length != kNoRoom || room == most)
+            break;
+    }
+    if (length < 0)
+        refusal.throwException(kSource, raiseInUnpack);
+    if (length == 0)
+        return;
+    auto const bytes = static_cast<size_t>(length);
+    block.chars()[bytes] = '\0';
+    block.setRoom(bytes + 1);
+    size_t records = 0;
+    if (!countRecords(block.chars(), bytes, records))
+        refusal.throwException(kSource, raiseAtRecord);
+    rep().addObfuscated(block, bytes + 1, records);
+    changed();
+}
+
+void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
+{
+    Store const& store = rep();
+    TextBuffer records;
+    for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
+        Id const key = store.item(id).key;
+        store.eachValue(key, Store::obfuscated, [&](View value) {
+            records.add(store.category(store.key(key).category).nameView());
+            records.add("\0");
+            records.add(store.key(key).nameView());
+            records.add("\0");
+            records.add(value);
+            records.add("\0\0");
+        });
+    }
+    if (records.length() == 0) {
+        buffer.setLength(0);
+        return;
+    }
+    size_t const length = records.length() - 1;
+    ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
+    if (length > kMostUnpacked)
+        refusal.throwException(kSource, raiseInPack);
+
+    ZSqueeze_6_0 squeeze;
+    squeeze.setSource(
+        const_cast<unsigned char*>(reinterpret_cast<unsigned char const*>(records.chars())),
+        length);
+    ZBuffer_6_0 packed;
+    int result = kNoRoom;
+    for (size_t room = length * 2; result == kNoRoom && room <= kMostUnpacked * 4; room *= 2) {
+        packed.setLength(room);
+        result = squeeze.squeeze(static_cast<unsigned char*>(packed.getBuffer()), room);
+    }
+    if (result == kNoMemory)
+        cache::raiseOutOfMemory();
+    if (result < 0)
+        refusal.throwException(kSource, raiseInPack);
+    packed.setLength(static_cast<unsigned long>(result));
+    unsigned long taken = 0;
+    void* bytes = nullptr;
+    packed.takeBuffer(taken, bytes);
+    buffer.setBufferNoCopy(taken, bytes);
+}
