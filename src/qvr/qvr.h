@@ -175,15 +175,15 @@ size_t qvr_strspn(qvr_cs_t cs, char const* s, char const* set);
 /// 0 when an argument is null.
 size_t qvr_strcspn(qvr_cs_t cs, char const* s, char const* set);
 
-/// Appends to `dst` as many whole characters of `src` as `n` bytes hold, and a terminator.
-/// Returns `dst`.
+/// Appends to `dst` as many whole characters of `src` as `n` bytes hold, and a terminator; bytes
+/// at the end of the `n` that could begin a longer character are left out. Returns `dst`.
 /// range   behind the text at `dst` are at least `n` + 1 bytes. `src` may lack its terminator
 ///         when it has `n` bytes.
 /// codes   null, with nothing written, when an argument is null.
 char* qvr_strncat(qvr_cs_t cs, char* dst, char const* src, size_t n);
 
-/// Copies as many whole characters of `src` as `n` bytes hold to `dst` and fills the rest of the
-/// `n` bytes with zeros. Returns `dst`.
+/// Copies to `dst` as many whole characters of `src` as qvr_strncat would append and fills the
+/// rest of the `n` bytes with zeros. Returns `dst`.
 /// range   `src` may lack its terminator when it has `n` bytes; the copy has none when the
 ///         characters fill the `n` bytes.
 /// codes   null, with nothing written, when an argument is null.

@@ -287,18 +287,38 @@ public:
         return found;
     }
 
+    // What `n` bytes hold, without bytes at their end that could begin a longer character.
     std::string head(size_t n) const
     {
         std::string text;
-        for (std::string const& unit : units_) {
-            if (text.size() + unit.size() > n)
-                break;
+        for (std::string const& unit : units_)
             text += unit;
+        bool const sawEnd = n > text.size();
+        text.resize(std::min(n, text.size()));
+        size_t at = 0;
+        for (std::string const& unit : units_) {
+            if (unit.size() > text.size() - at || (!sawEnd && isBeginning(text.substr(at))))
+                break;
+            at += unit.size();
         }
-        return text;
+        return text.substr(0, at);
     }
 
 private:
+    // Whether up to three bytes more make one character of the bytes.
+    bool isBeginning(std::string const& bytes, int more = 3) const
+    {
+        if (bytes.empty() || qvr_mblen(cs_, bytes.data(), bytes.size()) > 0)
+            return false;
+        for (char const byte : {'\x30', '\x36', '\x40', '\x81', '\x90', '\xA1', '\xBF'}) {
+            std::string const longer = bytes + byte;
+            if (qvr_mblen(cs_, longer.data(), longer.size()) == static_cast<int>(longer.size()) ||
+                (more > 1 && isBeginning(longer, more - 1)))
+                return true;
+        }
+        return false;
+    }
+
     qvr_cs_t const cs_;
     Units units_;
     std::vector<ptrdiff_t> starts_;
@@ -318,7 +338,7 @@ TEST(qvrStrings, AgreeWithAModelOverRandomTexts)
         {"Shift_JIS", {"a", "\\", "\x95\x5C", "\x95", "\x5C", "\x83\x61", "\xB1", "\xFF"}},
         {"EUC-JP", {"a", "\xC9\xBD", "\xBD\xC9", "\x8F\xB0\xA1", "\xB0\xA1", "\x8F", "\x8E\xB1"}},
         {"GB18030",
-         {"a", "0", "\xD2\xBB", "\x81\x30\x81\x30", "\x81", "\x30", "\x94\x39\xFC\x36", "\xFF"}},
+         {"a", "0", "\xD2\xBB", "\x81\x30\x81\x30", "\x81", "\x30", "\x94\x39\xDA\x36", "\xFF"}},
         {"Big5", {"a", "\xA4\x40", "\xA4", "\x40", "\xF9\xF9"}},
         {"ISO-2022-JP", {"a", "b", "\x1B"}},
     };
