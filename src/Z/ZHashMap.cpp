@@ -373,9 +373,10 @@ ZMapIterator_6_0::ZMapIterator_6_0(ZMap_6_0 const& map)
 ZMapIterator_6_0::ZMapIterator_6_0(ZMapIterator_6_0 const& source) : ZAbstractIterator_6_0(source)
 {
     std::unique_ptr<ZArrayList_6_0> snapshot(new ZArrayList_6_0(*source.snapshot_));
-    // KEPT: the copied place walks the source's list, not the copy of it made here; callers let
-    // copies go first. Test: ZMapIterator.KeepsWalkingTheListOfItsSource
-    iterator_ = new ZListIterator_6_0(*source.iterator_);
+    std::unique_ptr<ZListIterator_6_0> iterator(new ZListIterator_6_0(*snapshot));
+    while (iterator->indexOf() != source.iterator_->indexOf())
+        iterator->getNext();
+    iterator_ = iterator.release();
     snapshot_ = snapshot.release();
 }
 

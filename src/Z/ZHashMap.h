@@ -171,16 +171,15 @@ public:
     /// owns    the entries stay the map's: once it lets one go, the iterator must not reach it.
     /// throws  ZOutOfMemoryException_6_0.
     explicit ZMapIterator_6_0(ZMap_6_0 const& map);
-    /// Makes an iterator at the same place.
+    /// Makes an iterator over the same entries, at the same place.
     /// throws  ZOutOfMemoryException_6_0.
-    /// kept    the copy walks the list of `source`, which must outlive it.
     ZMapIterator_6_0(ZMapIterator_6_0 const& source);
     ZMapIterator_6_0& operator=(ZMapIterator_6_0 const&) = delete;
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZMapIterator_6_0() override;
 
-    /// Returns an iterator at the same place; this one must outlive it.
+    /// Returns an iterator over the same entries, at the same place.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
@@ -191,7 +190,7 @@ public:
 
 private:
     ZArrayList_6_0* snapshot_;     // owned; borrows the entries
-    ZListIterator_6_0* iterator_;  // owned; walks snapshot_, in a copy that of the source
+    ZListIterator_6_0* iterator_;  // owned; walks snapshot_
 };
 
 /// Walks the entries of an array map as they are: what is added behind its place is met. The entry

@@ -74,7 +74,7 @@ TEST(ZAdler32, AnyLengthAndAnyValueFollowTheDefinition)
     std::vector<size_t> lengths(400);
     for (size_t i = 0; i < lengths.size(); ++i)
         lengths[i] = i + 1;
-    for (size_t around : {5504, 5552, 11008, 11104, 65536})
+    for (size_t around : {5504, 5552, 11104})
         for (size_t length = around - 3; length <= around + 70; ++length)
             lengths.push_back(length);
     for (int fill : {0, 1, 0x7f, 0x80, 0xff}) {

@@ -1,0 +1,854 @@
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZHashMap.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "CountedObject.h"
+#include "FailingAllocator.h"
+#include "Raises.h"
+#include "ThrowingObject.h"
+
+namespace {
+
+constexpr int kBorrows = 0;
+constexpr int kOwns = 1;
+
+using Numbers = std::vector<int>;
+
+Numbers numbersOf(ZList_6_0 const& list)
+{
+    Numbers numbers;
+    for (unsigned i = 0; i < list.size(); ++i)
+        numbers.push_back(numberOf(list.get(i)));
+    return numbers;
+}
+
+// The entries of a map in its order.
+Numbers orderOf(ZMap_6_0 const& map)
+{
+    ZArrayList_6_0 list(1, kBorrows);
+    map.list(list);
+    return numbersOf(list);
+}
+
+void put(ZMap_6_0& map, Numbers const& numbers)
+{
+    for (int number : numbers) {
+        CountedObject entry(number);
+        map.putEntry(&entry);
+    }
+}
+
+// An entry whose key is its number; the version tells equal ones apart.
+class Versioned : public CountedObject {
+public:
+    Versioned(int number, int version) : CountedObject(number), version_(version) {}
+    ZObject_6_0* clone() const override { return new Versioned(*this); }
+    int version() const { return version_; }
+
+private:
+    int version_;
+};
+
+int versionOf(ZObject_6_0 const* entry)
+{
+    return entry == nullptr ? -1 : static_cast<Versioned const*>(entry)->version();
+}
+
+class ZHashMap : public testing::Test {
+protected:
+    void SetUp() override { CountedObject::alive = 0; }
+    void TearDown() override
+    {
+        CountedObject::clonesUntilThrow = 0;
+        EXPECT_EQ(0, CountedObject::alive);
+    }
+};
+
+class ZArrayMap : public ZHashMap {};
+class ZMapIterator : public ZHashMap {};
+class ZArrayMapIterator : public ZHashMap {};
+
+// Runs a test on each class of map.
+void forEachMap(std::function<void(ZMap_6_0&, int owns)> test)
+{
+    for (int owns : {kBorrows, kOwns}) {
+        {
+            SCOPED_TRACE("ZHashMap " + std::to_string(owns));
+            ZHashMap_6_0 map(10, owns);
+            test(map, owns);
+        }
+        {
+            SCOPED_TRACE("ZArrayMap " + std::to_string(owns));
+            ZArrayMap_6_0 map(1, owns);
+            test(map, owns);
+        }
+    }
+}
+
+}  // namespace
+
+// ---- Every map
+
+TEST_F(ZHashMap, MapsStartEmpty)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        CountedObject probe(1);
+        EXPECT_EQ(0u, map.size());
+        EXPECT_TRUE(map.isEmpty());
+        EXPECT_FALSE(map.contains(&probe));
+        EXPECT_EQ(nullptr, map.getEntry(&probe));
+        map.removeEntry(&probe);
+        map.removeAll();
+        EXPECT_EQ(Numbers{}, orderOf(map));
+    });
+}
+
+TEST_F(ZHashMap, MapsFindWhatTheProbeEquals)
+{
+    forEachMap([](ZMap_6_0& map, int owns) {
+        CountedObject one(1), two(2);
+        map.putEntry(&one);
+        map.putEntry(&two);
+        CountedObject const probe(2);
+        EXPECT_EQ(2u, map.size());
+        EXPECT_FALSE(map.isEmpty());
+        EXPECT_TRUE(map.contains(&probe));
+        EXPECT_EQ(2, numberOf(map.getEntry(&probe)));
+        EXPECT_EQ(owns == kBorrows, map.getEntry(&probe) == &two);
+        CountedObject const other(3);
+        EXPECT_FALSE(map.contains(&other));
+        EXPECT_EQ(nullptr, map.getEntry(&other));
+        EXPECT_EQ(owns == kOwns ? 6 : 4, CountedObject::alive);
+        map.removeAll();
+    });
+}
+
+TEST_F(ZHashMap, MapsReplaceAnEqualEntryInItsPlace)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        Versioned old1(1, 1), old16(16, 1), old31(31, 1);  // one bucket in a map of 15
+        map.putEntry(&old1);
+        map.putEntry(&old16);
+        map.putEntry(&old31);
+        long const before = CountedObject::alive;
+        Versioned next(16, 2);
+        map.putEntry(&next);
+        EXPECT_EQ(before + 1, CountedObject::alive);
+        EXPECT_EQ(3u, map.size());
+        EXPECT_EQ((Numbers{1, 16, 31}), orderOf(map));
+        EXPECT_EQ(2, versionOf(map.getEntry(&old16)));
+        map.removeAll();
+    });
+}
+
+TEST_F(ZHashMap, MapsRemoveTheEqualEntry)
+{
+    forEachMap([](ZMap_6_0& map, int owns) {
+        CountedObject one(1), two(16), three(31);
+        map.putEntry(&one);
+        map.putEntry(&two);
+        map.putEntry(&three);
+        CountedObject probe(16), stranger(46);
+        map.removeEntry(&stranger);
+        EXPECT_EQ(3u, map.size());
+        map.removeEntry(&probe);
+        EXPECT_EQ((Numbers{1, 31}), orderOf(map));
+        EXPECT_EQ(owns == kOwns ? 7 : 5, CountedObject::alive);
+        map.removeAll();
+        EXPECT_TRUE(map.isEmpty());
+        EXPECT_EQ(5, CountedObject::alive);
+        map.putEntry(&three);
+        EXPECT_EQ(1u, map.size());
+        map.removeAll();
+    });
+}
+
+TEST_F(ZHashMap, MapsFindNoNull)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        CountedObject one(1);
+        map.putEntry(&one);
+        EXPECT_FALSE(map.contains(nullptr));
+        EXPECT_EQ(nullptr, map.getEntry(nullptr));
+        map.removeEntry(nullptr);
+        EXPECT_EQ(1u, map.size());
+        map.removeAll();
+    });
+}
+
+TEST_F(ZHashMap, MapsListAsTheTargetOwns)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        CountedObject one(1), two(2);
+        map.putEntry(&one);
+        map.putEntry(&two);
+        ZArrayList_6_0 owning(1, kOwns), borrowing(1, kBorrows);
+        owning.addNoCopy(new CountedObject(9));
+        map.list(owning);
+        map.list(borrowing);
+        EXPECT_EQ((Numbers{9, 1, 2}), numbersOf(owning));
+        EXPECT_EQ(map.getEntry(&one), borrowing.get(0));
+        EXPECT_NE(map.getEntry(&one), owning.get(1));
+        map.removeAll();
+    });
+}
+
+// ---- The hash map
+
+TEST_F(ZHashMap, BucketsFollowTheCapacity)
+{
+    // Two entries whose hashes differ by the number of buckets share one, so that their order is
+    // that of insertion; those of another bucket come by its number.
+    struct Case {
+        unsigned capacity;
+        uint32_t buckets;
+    };
+    Case const cases[] = {{0, 3},           {1, 3},           {2, 3},          {3, 4},
+                          {7, 10},          {10, 15},         {100, 150},      {1000, 1500},
+                          {0xAAAAAAABu, 1}, {0xAAAAAAACu, 2}, {0xAAAAAAADu, 3}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.capacity);
+        ZHashMap_6_0 map(c.capacity, kBorrows);
+        CountedObject late(0, c.buckets * 2), early(1, 0), before(2, c.buckets - 1);
+        CountedObject last(3, 0xFFFFFFFFu / c.buckets * c.buckets - 1);
+        map.putEntry(&last);
+        map.putEntry(&before);
+        map.putEntry(&late);
+        map.putEntry(&early);
+        EXPECT_EQ(c.buckets == 1 ? (Numbers{3, 2, 0, 1}) : (Numbers{0, 1, 3, 2}), orderOf(map));
+    }
+}
+
+TEST_F(ZHashMap, OrdersByBucketThenByInsertion)
+{
+    ZHashMap_6_0 map(0, kOwns);  // 3 buckets
+    put(map, {5, 4, 3, 2, 1, 0, 8, 7, 6});
+    EXPECT_EQ((Numbers{3, 0, 6, 4, 1, 7, 5, 2, 8}), orderOf(map));
+    CountedObject probe(0);
+    map.removeEntry(&probe);
+    put(map, {0});
+    EXPECT_EQ((Numbers{3, 6, 0, 4, 1, 7, 5, 2, 8}), orderOf(map));
+    map.removeAll();
+    put(map, {2, 1, 0});
+    EXPECT_EQ((Numbers{0, 1, 2}), orderOf(map));
+}
+
+TEST_F(ZHashMap, KeepsItsOrderWhenItGrowsFarPastItsBuckets)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    Numbers numbers;
+    for (int i = 0; i < 5000; ++i)
+        numbers.push_back(i * 7919 % 5003);
+    put(map, numbers);
+    std::stable_sort(numbers.begin(), numbers.end(),
+                     [](int left, int right) { return left % 15 < right % 15; });
+    EXPECT_EQ(numbers, orderOf(map));
+    EXPECT_EQ(5000u, map.size());
+}
+
+TEST_F(ZHashMap, LookUpDoesNotGrowWithTheEntries)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    for (int i = 0; i < 20000; ++i)
+        put(map, {i});
+    CountedObject::compared = 0;
+    for (int i = 0; i < 40000; ++i) {
+        CountedObject const probe(i);
+        EXPECT_EQ(i < 20000, map.contains(&probe));
+    }
+    EXPECT_EQ(20000, CountedObject::compared);
+    for (int i = 0; i < 20000; ++i) {
+        CountedObject probe(i);
+        map.removeEntry(&probe);
+    }
+    EXPECT_EQ(40000, CountedObject::compared);
+    EXPECT_TRUE(map.isEmpty());
+}
+
+TEST_F(ZHashMap, EntriesOfOneHashAreToldApart)
+{
+    ZHashMap_6_0 map(10, kBorrows);
+    std::vector<std::unique_ptr<CountedObject>> entries;
+    for (int i = 0; i < 100; ++i) {
+        entries.push_back(std::make_unique<CountedObject>(i, 77));
+        map.putEntry(entries.back().get());
+    }
+    EXPECT_EQ(100u, map.size());
+    for (int i = 0; i < 100; i += 2)
+        map.removeEntry(entries[i].get());
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(i % 2 ? entries[i].get() : nullptr, map.getEntry(entries[i].get()));
+}
+
+TEST_F(ZHashMap, CopyHasBucketsAndOwnershipOfItsSource)
+{
+    for (int count : {4, 200}) {
+        SCOPED_TRACE(count);
+        ZHashMap_6_0 owning(0, kOwns);
+        for (int i = count; i-- > 0;)
+            put(owning, {i});
+        std::unique_ptr<ZObject_6_0> const clone(owning.clone());
+        auto& copy = dynamic_cast<ZHashMap_6_0&>(*clone);
+        EXPECT_EQ(orderOf(owning), orderOf(copy));
+        EXPECT_EQ(2 * count, CountedObject::alive);
+        put(copy, {count, count + 1, count + 2});
+        EXPECT_EQ(static_cast<unsigned>(count), owning.size());
+        CountedObject const probe(count + 2);
+        EXPECT_TRUE(copy.contains(&probe));
+
+        ZHashMap_6_0 borrowing(5, kBorrows);
+        CountedObject const zero(0);
+        borrowing.putEntry(owning.getEntry(&zero));
+        ZHashMap_6_0 const borrowingCopy(borrowing);
+        EXPECT_EQ(owning.getEntry(&zero), borrowingCopy.getEntry(&zero));
+    }
+}
+
+TEST_F(ZHashMap, CopyKeepsTheOrderInEachBucket)
+{
+    ZHashMap_6_0 map(0, kOwns);
+    put(map, {9, 3, 6, 0, 12, 1});
+    CountedObject probe(6);
+    map.removeEntry(&probe);
+    put(map, {6});
+    ZHashMap_6_0 const copy(map);
+    EXPECT_EQ((Numbers{9, 3, 0, 12, 6, 1}), orderOf(copy));
+}
+
+TEST_F(ZHashMap, AssignmentTakesBucketsAndOwnership)
+{
+    ZHashMap_6_0 owning(0, kOwns);
+    put(owning, {5, 4, 3, 2, 1, 0});
+    CountedObject nine(9);
+    ZHashMap_6_0 target(100, kBorrows);
+    target.putEntry(&nine);
+    target = owning;
+    EXPECT_EQ((Numbers{3, 0, 4, 1, 5, 2}), orderOf(target));
+    EXPECT_EQ(13, CountedObject::alive);
+    put(target, {6});  // owned now: the entry outlives the one given
+    EXPECT_EQ((Numbers{3, 0, 6, 4, 1, 5, 2}), orderOf(target));
+
+    ZHashMap_6_0 borrowing(0, kBorrows);
+    borrowing.putEntry(&nine);
+    target = borrowing;
+    EXPECT_EQ(7, CountedObject::alive);
+    EXPECT_EQ(&nine, target.getEntry(&nine));
+    ZHashMap_6_0& self = target;
+    target = self;
+    EXPECT_EQ(&nine, target.getEntry(&nine));
+}
+
+TEST_F(ZHashMap, PutAllReplacesEqualEntries)
+{
+    Versioned one(1, 1), two(2, 1), newTwo(2, 2), newThree(3, 2);
+    ZHashMap_6_0 map(10, kBorrows), other(10, kBorrows);
+    map.putEntry(&one);
+    map.putEntry(&two);
+    other.putEntry(&newTwo);
+    other.putEntry(&newThree);
+    map.putAll(other);
+    EXPECT_EQ((Numbers{1, 2, 3}), orderOf(map));
+    EXPECT_EQ(&newTwo, map.getEntry(&two));
+    map.putAll(map);
+    EXPECT_EQ((Numbers{1, 2, 3}), orderOf(map));
+    ZArrayMap_6_0 linear(1, kOwns);
+    linear.add(&newThree);
+    linear.add(&one);
+    map.putAll(linear);
+    EXPECT_EQ(linear.get(0), map.getEntry(&newThree));
+}
+
+TEST_F(ZHashMap, WhatCannotBeClonedIsNotPut)
+{
+    class Single : public CountedObject {
+        ZObject_6_0* clone() const override { return nullptr; }
+    };
+    Single entry;
+    ZHashMap_6_0 map(1, kOwns);
+    map.putEntry(&entry);
+    EXPECT_EQ(0u, map.size());
+    map.putEntry(nullptr);
+    EXPECT_EQ(0u, map.size());
+}
+
+TEST_F(ZHashMap, ACloneThatRaisesLeavesTheMapAsItWas)
+{
+    ZHashMap_6_0 source(0, kOwns);
+    put(source, {4, 5, 6});
+    ZHashMap_6_0 map(0, kOwns);
+    put(map, {1, 2});
+    auto const unchanged = [&] {
+        EXPECT_EQ((Numbers{1, 2}), orderOf(map));
+        EXPECT_EQ(5, CountedObject::alive);
+    };
+    for (long clone : {1, 2, 3}) {
+        SCOPED_TRACE(clone);
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(map = source, std::runtime_error);
+        unchanged();
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(ZHashMap_6_0{source}, std::runtime_error);
+        unchanged();
+        ZArrayList_6_0 target(1, kOwns);
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(source.list(target), std::runtime_error);
+        EXPECT_EQ(0u, target.size());
+        unchanged();
+    }
+    for (int number : {1, 3}) {
+        auto const entry = std::make_unique<CountedObject>(number);
+        CountedObject::clonesUntilThrow = 1;
+        EXPECT_THROW(map.putEntry(entry.get()), std::runtime_error);
+        EXPECT_EQ((Numbers{1, 2}), orderOf(map));
+    }
+    unchanged();
+}
+
+TEST_F(ZHashMap, EveryFailedAllocationLeavesTheMapAsItWas)
+{
+    // At each size the next entry is put with every allocation failing once: on the way the block
+    // of nodes grows and the index is laid and grows.
+    ZHashMap_6_0 map(0, kOwns);
+    unsigned long failures = 0;
+    for (int number = 0; number < 300; ++number) {
+        Numbers const before = orderOf(map);
+        CountedObject entry(number);
+        failures += failEachAllocation([&] { map.putEntry(&entry); },
+                                       [&] {
+                                           EXPECT_EQ(before, orderOf(map));
+                                           EXPECT_EQ(nullptr, map.getEntry(&entry));
+                                       });
+        ASSERT_EQ(number, numberOf(map.getEntry(&entry)));
+    }
+    EXPECT_LT(310u, failures);
+    Numbers const all = orderOf(map);
+    auto const unchanged = [&] { EXPECT_EQ(all, orderOf(map)); };
+    ZHashMap_6_0 other(2, kOwns);
+    put(other, {1, 2, 3});
+    failEachAllocation([&] { ZHashMap_6_0 made(10, kOwns); }, unchanged);
+    failEachAllocation([&] { delete other.clone(); }, unchanged);
+    failEachAllocation([&] { ZHashMap_6_0 copy(map); }, unchanged);
+    failEachAllocation([&] { map = other; }, unchanged);
+    EXPECT_EQ(orderOf(other), orderOf(map));
+}
+
+TEST_F(ZHashMap, AHugeCapacityIsOutOfMemoryAtMost)
+{
+    // 2^31 - 2 buckets, 16 GiB: whether there is room depends on the machine.
+    try {
+        ZHashMap_6_0 const map(0xFFFFFFFFu, kOwns);
+        CountedObject const probe(1);
+        EXPECT_EQ(nullptr, map.getEntry(&probe));
+        EXPECT_EQ(0u, map.size());
+    } catch (ZOutOfMemoryException_6_0 const& exception) {
+        EXPECT_STREQ("src/Z/ZHashMap", exception.who());
+        EXPECT_EQ(74u, exception.where());
+    }
+}
+
+TEST_F(ZHashMap, ADestructorThatRaisesKeepsNoOtherEntry)
+{
+    class Throwing : public ThrowingObject {
+    public:
+        using ThrowingObject::ThrowingObject;
+        ZObject_6_0* clone() const override { return new ThrowingObject(*this); }
+    };
+    auto map = std::make_unique<ZHashMap_6_0>(0, kOwns);
+    auto const refill = [&] {
+        for (int number : {1, 2, 3, 4}) {
+            auto* const entry = new Throwing(number);
+            map->putEntry(entry);
+            EXPECT_THROW(delete entry, std::runtime_error);
+        }
+    };
+    refill();
+    EXPECT_THROW(map->removeAll(), std::runtime_error);
+    EXPECT_TRUE(map->isEmpty());
+    EXPECT_EQ(0, CountedObject::alive);
+    refill();
+    {
+        CountedObject two(2);
+        EXPECT_THROW(map->removeEntry(&two), std::runtime_error);
+        EXPECT_THROW(put(*map, {3}), std::runtime_error);
+        EXPECT_EQ((Numbers{3, 1, 4}), orderOf(*map));
+    }
+    ZHashMap_6_0 const none(1, kOwns);
+    EXPECT_THROW(*map = none, std::runtime_error);
+    EXPECT_TRUE(map->isEmpty());
+    refill();
+    EXPECT_THROW(delete map.release(), std::runtime_error);
+}
+
+namespace {
+
+// A hash map as it is told: buckets that are searched from their beginning.
+class Model {
+public:
+    explicit Model(uint32_t buckets) : buckets_(buckets) {}
+
+    void put(int number, uint32_t hash, int version)
+    {
+        auto& bucket = buckets_[hash % buckets_.size()];
+        auto const at = find(bucket, number);
+        if (at == bucket.end())
+            bucket.emplace_back(number, version);
+        else
+            at->second = version;
+    }
+    void remove(int number, uint32_t hash)
+    {
+        auto& bucket = buckets_[hash % buckets_.size()];
+        auto const at = find(bucket, number);
+        if (at != bucket.end())
+            bucket.erase(at);
+    }
+    int get(int number, uint32_t hash)
+    {
+        auto& bucket = buckets_[hash % buckets_.size()];
+        auto const at = find(bucket, number);
+        return at == bucket.end() ? -1 : at->second;
+    }
+    void clear()
+    {
+        for (auto& bucket : buckets_)
+            bucket.clear();
+    }
+    Numbers order() const
+    {
+        Numbers numbers;
+        for (auto const& bucket : buckets_) {
+            for (auto const& entry : bucket)
+                numbers.push_back(entry.first);
+        }
+        return numbers;
+    }
+
+private:
+    using Bucket = std::vector<std::pair<int, int>>;
+    static Bucket::iterator find(Bucket& bucket, int number)
+    {
+        return std::find_if(bucket.begin(), bucket.end(),
+                            [&](auto const& entry) { return entry.first == number; });
+    }
+    std::vector<Bucket> buckets_;
+};
+
+// Hashes of many shapes, always the same for one number.
+uint32_t hashOf(int number, int shape)
+{
+    auto const n = static_cast<uint32_t>(number);
+    switch (shape) {
+        case 0:
+            return n;
+        case 1:
+            return n * 16;  // as addresses are
+        case 2:
+            return n % 7;
+        case 3:
+            return n * 0x9E3779B1u;
+        default:
+            return n << 24 | n >> 8;
+    }
+}
+
+class Shaped : public CountedObject {
+public:
+    Shaped(int number, int shape, int version)
+        : CountedObject(number, hashOf(number, shape)), version_(version)
+    {
+    }
+    ZObject_6_0* clone() const override { return new Shaped(*this); }
+    int version() const { return version_; }
+
+private:
+    int version_;
+};
+
+}  // namespace
+
+TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
+{
+    constexpr unsigned kSeed = 32001;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    for (int shape = 0; shape < 5; ++shape) {
+        for (int owns : {kBorrows, kOwns}) {
+            for (int range : {40, 2000}) {
+                unsigned const capacity = std::vector<unsigned>{0, 10, 500}[random() % 3];
+                ZHashMap_6_0 map(capacity, owns);
+                Model model(std::max(capacity, 2u) * 3 / 2);
+                std::vector<std::unique_ptr<Shaped>> kept;  // what the borrowing map points to
+                for (int step = 0; step < 10000; ++step) {
+                    int const number = static_cast<int>(random() % range);
+                    Shaped probe(number, shape, step);
+                    switch (random() % 8) {
+                        case 0:
+                        case 1:
+                        case 2:
+                        case 3:
+                            if (owns) {
+                                map.putEntry(&probe);
+                            } else {
+                                kept.push_back(std::make_unique<Shaped>(number, shape, step));
+                                map.putEntry(kept.back().get());
+                            }
+                            model.put(number, probe.hash(), step);
+                            break;
+                        case 4:
+                        case 5:
+                            map.removeEntry(&probe);
+                            model.remove(number, probe.hash());
+                            break;
+                        case 6:
+                            if (random() % 1000 == 0) {
+                                map.removeAll();
+                                model.clear();
+                            } else if (random() % 500 == 0) {
+                                ZHashMap_6_0 const copy(map);
+                                map.removeAll();
+                                map = copy;
+                            }
+                            break;
+                        default: {
+                            auto const* const entry = static_cast<Shaped*>(map.getEntry(&probe));
+                            ASSERT_EQ(model.get(number, probe.hash()),
+                                      entry == nullptr ? -1 : entry->version());
+                        }
+                    }
+                    if (step % 500 == 0) {
+                        ASSERT_EQ(model.order(), orderOf(map)) << "step " << step;
+                        ASSERT_EQ(model.order().size(), map.size());
+                    }
+                }
+            }
+        }
+    }
+}
+
+// ---- The linear map
+
+TEST_F(ZArrayMap, IsAListInTheOrderOfInsertion)
+{
+    ZArrayMap_6_0 map(0, kOwns);
+    EXPECT_EQ(1u, map.capacity());
+    put(map, {5, 1, 3});
+    EXPECT_EQ((Numbers{5, 1, 3}), numbersOf(map));
+    CountedObject one(1), nine(9);
+    EXPECT_EQ(1, map.getIndex(&one));
+    EXPECT_EQ(-1, map.getIndex(&nine));
+    EXPECT_EQ(map.get(1), map.getEntry(&one));
+    map.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+    EXPECT_EQ((Numbers{1, 3, 5}), orderOf(map));
+    map.add(&nine);
+    EXPECT_EQ(4u, map.size());
+    ZList_6_0& list = map;
+    EXPECT_TRUE(list.contains(&nine));
+    list.removeAll();
+    ZMap_6_0& asMap = map;
+    EXPECT_TRUE(asMap.isEmpty());
+}
+
+TEST_F(ZArrayMap, RemovesTheFirstOfEqualEntries)
+{
+    Versioned first(1, 1), second(1, 2);
+    ZArrayMap_6_0 map(1, kBorrows);
+    map.add(&first);
+    map.add(&second);
+    EXPECT_EQ(&first, map.getEntry(&second));
+    map.removeEntry(&second);
+    EXPECT_EQ(&second, map.getEntry(&first));
+    EXPECT_EQ(1u, map.size());
+}
+
+TEST_F(ZArrayMap, CopiesAsAListDoes)
+{
+    ZArrayMap_6_0 owning(7, kOwns);
+    put(owning, {1, 2});
+    std::unique_ptr<ZObject_6_0> const clone(owning.clone());
+    auto const& copy = dynamic_cast<ZArrayMap_6_0 const&>(*clone);
+    EXPECT_EQ(7u, copy.capacity());
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(copy));
+    EXPECT_EQ(4, CountedObject::alive);
+    ZArrayMap_6_0 borrowing(1, kBorrows);
+    borrowing = owning;
+    EXPECT_EQ(kBorrows, borrowing.ownsMembers());
+    EXPECT_EQ(owning.get(0), borrowing.get(0));
+}
+
+TEST_F(ZArrayMap, FailuresLeaveItAsItWas)
+{
+    ZArrayMap_6_0 map(2, kOwns);
+    put(map, {1, 2});
+    ZHashMap_6_0 other(2, kOwns);
+    put(other, {3, 4});
+    auto const unchanged = [&] {
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(map));
+        EXPECT_EQ(4, CountedObject::alive);
+    };
+    for (long clone : {1, 2}) {
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(map.putAll(other), std::runtime_error);
+        unchanged();
+    }
+    EXPECT_LT(2u, failEachAllocation([&] { map.putAll(other); }, unchanged));
+    EXPECT_EQ((Numbers{1, 2, 3, 4}), numbersOf(map));
+}
+
+TEST_F(ZArrayMap, KeepsEqualEntriesTwiceWhenPuttingAll)
+{
+    Versioned one(1, 1), two(2, 1), newTwo(2, 2), three(3, 2);
+    ZArrayMap_6_0 map(1, kBorrows), other(1, kBorrows);
+    map.putEntry(&one);
+    map.putEntry(&two);
+    other.putEntry(&newTwo);
+    other.putEntry(&three);
+    map.putAll(other);
+    EXPECT_EQ((Numbers{1, 2, 2, 3}), orderOf(map));
+    EXPECT_EQ(&two, map.getEntry(&newTwo));
+    map.putAll(map);
+    EXPECT_EQ(8u, map.size());
+}
+
+// ---- The iterators
+
+TEST_F(ZMapIterator, WalksTheEntriesInTheOrderOfTheMap)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        CountedObject five(5), one(1), three(3);
+        map.putEntry(&five);
+        map.putEntry(&one);
+        map.putEntry(&three);
+        Numbers const order = orderOf(map);
+        ZMapIterator_6_0 iterator(map);
+        for (int round = 0; round < 2; ++round) {
+            for (int number : order) {
+                EXPECT_TRUE(iterator.hasMore());
+                EXPECT_EQ(number, numberOf(iterator.getNext()));
+            }
+            EXPECT_FALSE(iterator.hasMore());
+            EXPECT_EQ(nullptr, iterator.getNext());
+            iterator.reset();
+        }
+        EXPECT_EQ(3, numberOf(iterator.findNext(CountedObject(3))));
+        map.removeAll();
+    });
+}
+
+TEST_F(ZMapIterator, HasNothingInAnEmptyMap)
+{
+    ZHashMap_6_0 const map(10, kOwns);
+    ZMapIterator_6_0 iterator(map);
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+}
+
+TEST_F(ZMapIterator, SeesTheEntriesThatWereThereWhenItWasMade)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    put(map, {1, 2});
+    ZMapIterator_6_0 iterator(map);
+    put(map, {0, 3});
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+    EXPECT_EQ(2, numberOf(iterator.getNext()));
+    EXPECT_FALSE(iterator.hasMore());
+
+    CountedObject five(5);
+    ZHashMap_6_0 borrowing(10, kBorrows);
+    borrowing.putEntry(&five);
+    ZMapIterator_6_0 second(borrowing);
+    borrowing.removeAll();
+    EXPECT_EQ(&five, second.getNext());
+}
+
+TEST_F(ZMapIterator, DeletesNoEntry)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    put(map, {1, 2});
+    {
+        ZMapIterator_6_0 iterator(map);
+        iterator.getNext();
+    }
+    EXPECT_EQ(2, CountedObject::alive);
+}
+
+TEST_F(ZMapIterator, CopiesAreAtTheSamePlace)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    put(map, {1, 2, 3});
+    ZMapIterator_6_0 iterator(map);
+    iterator.getNext();
+    ZMapIterator_6_0 copy(iterator);
+    std::unique_ptr<ZObject_6_0> const clone(iterator.clone());
+    iterator.getNext();
+    EXPECT_EQ(2, numberOf(copy.getNext()));
+    EXPECT_EQ(2, numberOf(dynamic_cast<ZMapIterator_6_0&>(*clone).getNext()));
+    EXPECT_EQ(3, numberOf(iterator.getNext()));
+}
+
+TEST_F(ZMapIterator, FailedAllocationsLeaveNothingBehind)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    put(map, {1, 2, 3});
+    EXPECT_EQ(3u, failEachAllocation([&] { ZMapIterator_6_0 iterator(map); }, [] {}));
+    ZMapIterator_6_0 const iterator(map);
+    EXPECT_EQ(4u, failEachAllocation([&] { delete iterator.clone(); }, [] {}));
+}
+
+TEST_F(ZMapIterator, CopiesOutliveTheirSource)
+{
+    ZHashMap_6_0 map(10, kOwns);
+    put(map, {1, 2});
+    auto source = std::make_unique<ZMapIterator_6_0>(map);
+    ZMapIterator_6_0 copy(*source);
+    source->getNext();
+    source->getNext();
+    ZMapIterator_6_0 atEnd(*source);
+    source.reset();
+    EXPECT_EQ(1, numberOf(copy.getNext()));
+    EXPECT_EQ(2, numberOf(copy.getNext()));
+    EXPECT_FALSE(copy.hasMore());
+    EXPECT_FALSE(atEnd.hasMore());
+    atEnd.reset();
+    EXPECT_EQ(1, numberOf(atEnd.getNext()));
+}
+
+TEST_F(ZArrayMapIterator, WalksTheMapAsItIs)
+{
+    ZArrayMap_6_0 map(1, kOwns);
+    put(map, {1, 2});
+    ZArrayMapIterator_6_0 iterator(map);
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+    put(map, {3});
+    EXPECT_EQ(2, numberOf(iterator.getNext()));
+    EXPECT_EQ(3, numberOf(iterator.getNext()));
+    EXPECT_FALSE(iterator.hasMore());
+    std::unique_ptr<ZObject_6_0> const clone(iterator.clone());
+    auto& cloned = dynamic_cast<ZArrayMapIterator_6_0&>(*clone);
+    put(map, {4});
+    EXPECT_EQ(4, numberOf(cloned.getNext()));
+}
+
+TEST_F(ZArrayMapIterator, EntriesMayBeRemovedWhileItWalks)
+{
+    ZArrayMap_6_0 map(1, kOwns);
+    put(map, {0, 1, 2, 3, 4, 5});
+    ZArrayMapIterator_6_0 iterator(map);
+    Numbers met;
+    while (iterator.hasMore()) {
+        met.push_back(numberOf(iterator.getNext()));
+        if (met.back() % 3 != 1)
+            map.remove(iterator);
+    }
+    EXPECT_EQ((Numbers{0, 1, 2, 3, 4, 5}), met);
+    EXPECT_EQ((Numbers{1, 4}), orderOf(map));
+}
