@@ -196,6 +196,7 @@ void readWords(char const* name, bool turkic, TimeWords& words)
         take(words.months[i], kMonths[i], true);
     for (size_t i = 0; i < words.halves.size(); ++i)
         take(words.halves[i], kHalves[i], true);
+    words.halvesUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
     take(words.dateAndTime, D_T_FMT, false);
     take(words.date, D_FMT, false);
     take(words.time, T_FMT, false);

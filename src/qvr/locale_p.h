@@ -19,6 +19,7 @@ struct TimeWords {
     std::array<std::u32string, 14> days;    // Sunday first: long names, then short ones
     std::array<std::u32string, 24> months;  // January first: long names, then short ones
     std::array<std::u32string, 2> halves;   // of the day
+    bool halvesUnnamed = false;             // the language leaves them out
     std::u32string dateAndTime;             // %c
     std::u32string date;                    // %x
     std::u32string time;                    // %X

@@ -225,8 +225,8 @@ int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_
 /// Reads a date and time from `s` as `format` says, both in `cs`, into the fields of `*result`
 /// that the format names, and the day of the week and of the year when a whole date is known.
 /// Returns the first byte of `s` behind what was read.
-/// range   conversions: those of POSIX strptime, and %F %k %l %s %u %z. The modifiers E and O are
-///         read over. Names are taken in either case, long or short.
+/// range   conversions: those of POSIX strptime, and %F %k %l %s %u %z. %Z and the modifiers E and
+///         O are read over. Names are taken in either case, long or short.
 /// codes   null, with `*result` as it was, when `s` does not match, the format has another
 ///         conversion, or an argument other than `loc` is null.
 char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format,

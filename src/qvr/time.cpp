@@ -116,6 +116,7 @@ private:
     bool takeNumber(int least, int most, int& value);
     bool takeWord(std::u32string const* words, int count, int& index);
     bool takeZone();
+    bool takeZoneName();
     bool takeEpoch();
     bool convert(uint32_t conversion, int depth);
     void setMonthAndDay(int year);
@@ -131,6 +132,7 @@ private:
     bool haveDay_ = false;
     bool haveDayOfYear_ = false;
     bool haveDayOfWeek_ = false;
+    bool wholeYear_ = false;  // century and year of century were given together
     int century_ = -1;
     int yearOfCentury_ = -1;
     int week_ = -1;
@@ -209,6 +211,18 @@ bool TimeReader::takeZone()
     return true;
 }
 
+bool TimeReader::takeZoneName()
+{
+    char const* const begin = s_;
+    for (;;) {
+        int length;
+        uint32_t const value = at(s_, length);
+        if (!qvr_iswalnum(value) && value != '+' && value != '-' && value != '<' && value != '>')
+            return s_ != begin;
+        s_ += length;
+    }
+}
+
 bool TimeReader::takeEpoch()
 {
     skipSpace();
@@ -269,11 +283,14 @@ bool TimeReader::convert(uint32_t conversion, int depth)
             return takeNumber(0, 99, century_);
         case 'y':
             haveYear_ = true;
+            if (wholeYear_)  // the later one counts, and it is of this century or the last
+                century_ = -1;
+            wholeYear_ = false;
             return takeNumber(0, 99, yearOfCentury_);
         case 'Y':
             if (!takeNumber(0, 9999, value))
                 return false;
-            haveYear_ = true;
+            haveYear_ = wholeYear_ = true;
             century_ = value / 100;
             yearOfCentury_ = value % 100;
             return true;
@@ -319,7 +336,7 @@ bool TimeReader::convert(uint32_t conversion, int depth)
             return true;
         case 'p':
             if (!takeWord(words_.halves.data(), 2, value))
-                return false;
+                return words_.halvesUnnamed;
             afternoon_ = value == 1;
             return true;
         case 'M':
@@ -330,6 +347,8 @@ bool TimeReader::convert(uint32_t conversion, int depth)
             return takeEpoch();
         case 'z':
             return takeZone();
+        case 'Z':
+            return takeZoneName();
         default:
             return false;
     }
