@@ -25,6 +25,7 @@
 #ifdef Z_PEER_APR
 #include <apr_general.h>
 #include <apr_hash.h>
+#include <apr_strings.h>
 #include <apr_tables.h>
 #endif
 

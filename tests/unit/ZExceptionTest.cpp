@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "FailingAllocator.h"
 #include "Reports.h"
 
 namespace {
@@ -293,4 +294,42 @@ TEST(ZException, KeepsConverterTextsOutOfTheReport)
     for (char const* held : {"from ", "to ", "why"})
         EXPECT_EQ(std::string::npos, report.find(std::string("page ") + held));
     EXPECT_NE(std::string::npos, report.find("codepage  to  conversion. errno = ."));
+}
+
+TEST(ZException, ShortMemoryCutsInsertsAndReplacesNothing)
+{
+    std::string const name(200, 'n');
+    ZPropertiesIOException_6_0 const whole(name.c_str(), "fopen(r)", 12);
+    for (FailingAllocator::Mode mode : {FailingAllocator::once, FailingAllocator::forEver})
+        for (unsigned long n = 1; n <= 8; ++n) {
+            SCOPED_TRACE(n);
+            FailingAllocator::failAt(n, mode);
+            try {
+                ZPropertiesIOException_6_0 copy(whole);
+                copy.throwException("src/x", 3);
+            } catch (ZPropertiesIOException_6_0 const& e) {
+                FailingAllocator::stop();
+                EXPECT_STREQ("fopen(r)", e.api().getChars());
+                EXPECT_EQ(12, e.excerrno());
+                EXPECT_EQ(3u, e.where());
+                std::string const file = e.propFile().getChars();
+                EXPECT_TRUE(file == name || file == name.substr(0, 95)) << file.size();
+            } catch (ZException_6_0 const& e) {
+                FailingAllocator::stop();
+                ADD_FAILURE() << "replaced by " << e.exceptionName();
+            }
+        }
+}
+
+TEST(ZException, OutOfMemoryIsThrownWithoutMemory)
+{
+    FailingAllocator::failAt(1, FailingAllocator::forEver);
+    unsigned number = 0;
+    try {
+        ZOutOfMemoryException_6_0().throwException("src/x", 3);
+    } catch (ZOutOfMemoryException_6_0 const& e) {
+        number = e.messageNumber();
+    }
+    FailingAllocator::stop();
+    EXPECT_EQ(1u, number);
 }

@@ -36,7 +36,7 @@ public:
 };
 
 // Notes which of its operations ran.
-class NotingService : public ZMessageService_6_0 {
+class NotingService final : public ZMessageService_6_0 {
 public:
     void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
                        ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,

@@ -1,0 +1,92 @@
+#include "ZQVRUTF8Converter.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "qvr.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZQVRUTF8Converter";
+
+// The number each raise site puts into its report; it belongs to the site.
+enum RaiseSite { raiseInDefaultConstructor = 39, raiseInConstructor = 59 };
+
+// Passes `codeset` on when there is a directory: `qvrDir` or QVRDIR. Asked before the first string
+// is made, because making it would end the process where this raises.
+char const* requireDirectory(char const* codeset, char const* qvrDir, RaiseSite site)
+{
+    // A set-uid program must not read tables that its caller names: there QVRDIR counts as unset.
+    if (qvrDir == nullptr && secure_getenv("QVRDIR") == nullptr)
+        ZNoQVREnvironmentException_6_0().throwException(kSource, site);
+    return codeset;
+}
+
+using Conversion = ptrdiff_t(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen);
+
+// Converts `text` with its terminator into a scratch buffer of `growth` bytes for each byte of the
+// text and one more, and hands the result to `buffer`.
+void convertInto(ZBuffer_6_0& buffer, char const* text, size_t growth, Conversion* convert,
+                 qvr_cs_t cs)
+{
+    ZLCConstString_6_0 const source(text);
+    size_t const length = strlen(source.getChars());
+    ZBuffer_6_0 scratch;
+    scratch.setLength(length * growth + 1);
+    char* const converted = static_cast<char*>(scratch.getBuffer());
+    ptrdiff_t const result =
+        convert(cs, source.getChars(), length + 1, converted, scratch.getLength());
+    // KEPT: a text that does not convert is passed over in silence; callers see that the buffer
+    // did not change. Test: ZQVRUTF8Converter.KeepsSilentAboutTextThatDoesNotConvert
+    if (result >= 0)
+        buffer.setBuffer(static_cast<unsigned long>(result), converted);
+}
+
+}  // namespace
+
+ZUTF8ConverterInterface_6_0::~ZUTF8ConverterInterface_6_0() noexcept(false) = default;
+
+ZAbstractUTF8Converter_6_0::~ZAbstractUTF8Converter_6_0() = default;
+
+ZQVRUTF8Converter_6_0::ZQVRUTF8Converter_6_0()
+    : codeset_(requireDirectory(nullptr, nullptr, raiseInDefaultConstructor)), handle_(nullptr)
+{
+}
+
+ZQVRUTF8Converter_6_0::ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir)
+    : codeset_(requireDirectory(codeset, qvrDir, raiseInConstructor)), handle_(nullptr)
+{
+    if (qvrDir != nullptr)
+        qvr_set_dir(qvrDir);
+    if (codeset == nullptr) {
+        char name[32];
+        if (qvr_os_cs_name(name, sizeof name) == 0) {
+            name[sizeof name - 1] = '\0';
+            codeset_ = name;
+        }
+    }
+    if (!codeset_.isEmpty())
+        handle_ = qvr_cs_new(codeset_.getChars());
+}
+
+ZLCString_6_0 const& ZQVRUTF8Converter_6_0::getLocalCodeSet() const
+{
+    return codeset_;
+}
+
+void ZQVRUTF8Converter_6_0::convertToLocal(char const* text, ZBuffer_6_0& buffer) const
+{
+    convertInto(buffer, text, 2, qvr_from_utf8, handle_);
+}
+
+void ZQVRUTF8Converter_6_0::convertToUTF8(char const* text, ZBuffer_6_0& buffer) const
+{
+    convertInto(buffer, text, 3, qvr_to_utf8, handle_);
+}
+
+ZQVRUTF8Converter_6_0::~ZQVRUTF8Converter_6_0()
+{
+    qvr_cs_free(handle_);
+}

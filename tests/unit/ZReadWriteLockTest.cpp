@@ -1,0 +1,538 @@
+#include <Z/ZException.h>
+#include <Z/ZReadWriteLock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Reports.h"
+
+namespace {
+
+using State = ZReadWriteLockInterface_6_0::zlockstate;
+constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
+constexpr State kRead = ZReadWriteLockInterface_6_0::read;
+constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
+constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
+
+// Runs `action` on another thread and waits for its end.
+void elsewhere(std::function<void()> const& action)
+{
+    std::thread(action).join();
+}
+
+// A thread that does what it is told, one action at a time.
+class Worker {
+public:
+    // Starts `action`; it is finished when the future is ready.
+    std::future<void> start(std::function<void()> action)
+    {
+        std::packaged_task<void()> task(std::move(action));
+        std::future<void> done = task.get_future();
+        thread_ = std::thread(std::move(task));
+        return done;
+    }
+    ~Worker()
+    {
+        if (thread_.joinable())
+            thread_.join();
+    }
+
+private:
+    std::thread thread_;
+};
+
+bool isReady(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready;
+}
+
+// Long enough for a thread that can go on to have done so.
+bool staysBlocked(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
+}
+
+bool comesThrough(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+}
+
+template <class Exception>
+void expectRaised(std::function<void()> const& action, unsigned message)
+{
+    try {
+        action();
+        ADD_FAILURE() << "nothing raised";
+    } catch (Exception const& e) {
+        EXPECT_EQ(message, e.messageNumber());
+        EXPECT_EQ(0, e.returnCode());
+        EXPECT_STREQ("src/Z/ZReadWriteLock", e.who());
+    }
+}
+
+struct Counts {
+    int readers;
+    State state;
+};
+
+void expectState(Counts expected, ZReadWriteLock_6_0& lock)
+{
+    EXPECT_EQ(expected.readers, lock.getReaderCount());
+    for (State state : {kUnset, kRead, kProtect, kWrite})
+        EXPECT_EQ(state == expected.state, lock.haveLock(state) != 0) << "state " << state;
+}
+
+}  // namespace
+
+TEST(ZReadWriteLock, NamesItsStates)
+{
+    ZReadWriteLock_6_0 const lock;
+    EXPECT_STREQ("unset", lock.getLockStateName(kUnset));
+    EXPECT_STREQ("read", lock.getLockStateName(kRead));
+    EXPECT_STREQ("protect", lock.getLockStateName(kProtect));
+    EXPECT_STREQ("write", lock.getLockStateName(kWrite));
+    EXPECT_EQ(nullptr, lock.getLockStateName(static_cast<State>(7)));
+    EXPECT_EQ(nullptr, lock.getLockStateName(static_cast<State>(-1)));
+}
+
+TEST(ZReadWriteLock, StatesHaveTheirNumbers)
+{
+    EXPECT_EQ(0, static_cast<int>(kUnset));
+    EXPECT_EQ(1, static_cast<int>(kRead));
+    EXPECT_EQ(2, static_cast<int>(kProtect));
+    EXPECT_EQ(3, static_cast<int>(kWrite));
+}
+
+TEST(ZReadWriteLock, EveryStateIsEnteredAndLeft)
+{
+    ZReadWriteLock_6_0 lock;
+    expectState({0, kUnset}, lock);
+    lock.readLock();
+    expectState({1, kRead}, lock);
+    lock.readLock();
+    expectState({2, kRead}, lock);
+    lock.unlock();
+    expectState({1, kRead}, lock);
+    lock.unlock();
+    expectState({0, kUnset}, lock);
+    lock.readWithIntentToWriteLock();
+    expectState({0, kProtect}, lock);
+    lock.promoteReadToWriteLock();
+    expectState({0, kWrite}, lock);
+    lock.unlock();
+    expectState({0, kUnset}, lock);
+    lock.writeLock();
+    expectState({0, kWrite}, lock);
+    lock.unlock(1);
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZReadWriteLock, LocksByState)
+{
+    ZReadWriteLock_6_0 lock;
+    for (State state : {kRead, kProtect, kWrite}) {
+        lock.lock(state);
+        EXPECT_NE(0, lock.haveLock(state));
+        lock.lock(kUnset);
+        EXPECT_NE(0, lock.haveLock(kUnset));
+    }
+    lock.lock();
+    EXPECT_NE(0, lock.haveLock(kWrite));
+    lock.unlock();
+    lock.lock(static_cast<State>(7));
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZReadWriteLock, ReadersAndAnIntendingWriterCoexist)
+{
+    ZReadWriteLock_6_0 lock;
+    elsewhere([&] { lock.readLock(); });
+    lock.readWithIntentToWriteLock();
+    elsewhere([&] { lock.readLock(); });
+    expectState({2, kProtect}, lock);
+    elsewhere([&] { lock.unlock(); });
+    elsewhere([&] { lock.unlock(); });
+    expectState({0, kProtect}, lock);
+    lock.unlock();
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZReadWriteLock, ReadersOutliveTheWriterTheyEnteredBeside)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.readWithIntentToWriteLock();
+    elsewhere([&] { lock.readLock(); });
+    lock.unlock();
+    expectState({1, kRead}, lock);
+    elsewhere([&] { lock.unlock(); });
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZReadWriteLock, WriterKeepsEveryoneOut)
+{
+    for (State wanted : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(wanted);
+        ZReadWriteLock_6_0 lock;
+        lock.writeLock();
+        Worker worker;
+        std::future<void> const done = worker.start([&] {
+            lock.lock(wanted);
+            lock.unlock();
+        });
+        EXPECT_TRUE(staysBlocked(done));
+        lock.unlock();
+        EXPECT_TRUE(comesThrough(done));
+        expectState({0, kUnset}, lock);
+    }
+}
+
+TEST(ZReadWriteLock, IntendingWriterKeepsOnlyWritersOut)
+{
+    for (State wanted : {kProtect, kWrite}) {
+        SCOPED_TRACE(wanted);
+        ZReadWriteLock_6_0 lock;
+        lock.readWithIntentToWriteLock();
+        Worker worker;
+        std::future<void> const done = worker.start([&] {
+            lock.lock(wanted);
+            lock.unlock();
+        });
+        EXPECT_TRUE(staysBlocked(done));
+        lock.unlock();
+        EXPECT_TRUE(comesThrough(done));
+    }
+}
+
+TEST(ZReadWriteLock, WriterWaitsForReaders)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.readLock();
+    lock.readLock();
+    Worker worker;
+    std::future<void> const done = worker.start([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(staysBlocked(done));
+    lock.unlock();
+    EXPECT_TRUE(staysBlocked(done));
+    lock.unlock();
+    EXPECT_TRUE(comesThrough(done));
+}
+
+TEST(ZReadWriteLock, PromotionWaitsForReadersAndLetsNobodyElseIn)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.readLock();
+    std::promise<void> release;
+    Worker promoter;
+    std::atomic<bool> promoted{false};
+    std::future<void> const promoterDone = promoter.start([&] {
+        lock.readWithIntentToWriteLock();
+        lock.promoteReadToWriteLock();
+        promoted = true;
+        release.get_future().wait();
+        lock.unlock();
+    });
+    while (lock.haveLock(kWrite) == 0)
+        std::this_thread::yield();
+    Worker reader;
+    std::future<void> const readerDone = reader.start([&] {
+        lock.readLock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(staysBlocked(readerDone));
+    EXPECT_FALSE(promoted);
+    lock.unlock();
+    while (!promoted)
+        std::this_thread::yield();
+    EXPECT_FALSE(isReady(readerDone));
+    release.set_value();
+    EXPECT_TRUE(comesThrough(promoterDone));
+    EXPECT_TRUE(comesThrough(readerDone));
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZReadWriteLock, RecursionOfAWriterRaises)
+{
+    for (State held : {kProtect, kWrite})
+        for (State wanted : {kRead, kProtect, kWrite}) {
+            SCOPED_TRACE(held);
+            SCOPED_TRACE(wanted);
+            ZReadWriteLock_6_0 lock;
+            lock.lock(held);
+            expectRaised<ZLockResourceException_6_0>([&] { lock.lock(wanted); }, 5);
+            expectState({0, held}, lock);
+            lock.unlock();
+        }
+}
+
+TEST(ZReadWriteLock, PromotionIsForTheIntendingWriterAlone)
+{
+    ZReadWriteLock_6_0 lock;
+    expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
+    for (State held : {kRead, kWrite}) {
+        SCOPED_TRACE(held);
+        lock.lock(held);
+        expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
+        expectState({held == kRead ? 1 : 0, held}, lock);
+        lock.unlock();
+    }
+    lock.readWithIntentToWriteLock();
+    elsewhere([&] {
+        expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
+    });
+    expectState({0, kProtect}, lock);
+    lock.unlock();
+}
+
+TEST(ZReadWriteLock, ReleasingWhatIsNotHeldRaises)
+{
+    ZReadWriteLock_6_0 lock;
+    expectRaised<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6);
+    for (State held : {kProtect, kWrite}) {
+        SCOPED_TRACE(held);
+        lock.lock(held);
+        elsewhere([&] { expectRaised<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6); });
+        expectState({0, held}, lock);
+        lock.unlock();
+    }
+}
+
+TEST(ZReadWriteLock, CopiesAreFreeLocks)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.writeLock();
+    ZReadWriteLock_6_0 copy(lock);
+    expectState({0, kUnset}, copy);
+    EXPECT_EQ(0, copy.ownWriteLock());
+    std::unique_ptr<ZObject_6_0> const clone(lock.clone());
+    auto* const cloned = dynamic_cast<ZReadWriteLock_6_0*>(clone.get());
+    ASSERT_NE(nullptr, cloned);
+    expectState({0, kUnset}, *cloned);
+    lock.unlock();
+}
+
+TEST(ZReadWriteLock, HasTheDefaultsOfItsBase)
+{
+    ZReadWriteLock_6_0 lock;
+    EXPECT_EQ(1, lock.isCurrent());
+    EXPECT_EQ(0, lock.getUpdate());
+    lock.setUpdate(1);
+    EXPECT_EQ(0, lock.getUpdate());
+    EXPECT_EQ(0u, lock.countObservers());
+}
+
+TEST(ZReadWriteLock, KeepsTheLastWriterAfterItsRelease)
+{
+    ZReadWriteLock_6_0 lock;
+    EXPECT_EQ(0, lock.ownWriteLock());
+    lock.writeLock();
+    lock.unlock();
+    EXPECT_NE(0, lock.ownWriteLock());
+    elsewhere([&] {
+        EXPECT_EQ(0, lock.ownWriteLock());
+        lock.readWithIntentToWriteLock();
+        EXPECT_NE(0, lock.ownWriteLock());
+        lock.unlock();
+    });
+    EXPECT_EQ(0, lock.ownWriteLock());
+}
+
+TEST(ZReadWriteLock, ACancelledWaitLeavesTheLockUsable)
+{
+    for (State wanted : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(wanted);
+        ZReadWriteLock_6_0 lock;
+        lock.writeLock();
+        struct Task {
+            ZReadWriteLock_6_0& lock;
+            State wanted;
+            std::atomic<bool> started{false};
+        } task{lock, wanted};
+        pthread_t thread;
+        ASSERT_EQ(0, pthread_create(
+                         &thread, nullptr,
+                         [](void* argument) -> void* {
+                             auto& mine = *static_cast<Task*>(argument);
+                             mine.started = true;
+                             mine.lock.lock(mine.wanted);
+                             return nullptr;
+                         },
+                         &task));
+        while (!task.started)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        pthread_cancel(thread);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        EXPECT_EQ(PTHREAD_CANCELED, result);
+        expectState({0, kWrite}, lock);
+        lock.unlock();
+        elsewhere([&] {
+            lock.writeLock();
+            lock.unlock();
+        });
+        expectState({0, kUnset}, lock);
+    }
+}
+
+TEST(ZReadWriteLock, ACancelledPromotionLeavesProtectAsItWas)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.readLock();
+    struct Task {
+        ZReadWriteLock_6_0& lock;
+        std::atomic<bool> cleaned{false};
+    } task{lock};
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, nullptr,
+                     [](void* argument) -> void* {
+                         auto& mine = *static_cast<Task*>(argument);
+                         struct Release {
+                             Task& task;
+                             ~Release()
+                             {
+                                 EXPECT_NE(0, task.lock.haveLock(kProtect));
+                                 task.lock.unlock();
+                                 task.cleaned = true;
+                             }
+                         };
+                         mine.lock.readWithIntentToWriteLock();
+                         Release const release{mine};
+                         mine.lock.promoteReadToWriteLock();
+                         return nullptr;
+                     },
+                     &task));
+    while (lock.haveLock(kWrite) == 0)
+        std::this_thread::yield();
+    Worker reader;
+    std::future<void> const readerDone = reader.start([&] {
+        lock.readLock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(staysBlocked(readerDone));
+    pthread_cancel(thread);
+    pthread_join(thread, nullptr);
+    EXPECT_TRUE(task.cleaned);
+    EXPECT_TRUE(comesThrough(readerDone));
+    expectState({1, kRead}, lock);
+    lock.unlock();
+}
+
+TEST(ZStackReadWriteLock, ReleasesWhatIsHeldAtTheEndOfTheScope)
+{
+    ZReadWriteLock_6_0 lock;
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        EXPECT_EQ(&lock, &guard.getReadWriteLock());
+        expectState({0, kUnset}, lock);
+        guard.readWithIntentToWriteLock();
+        guard.promoteReadToWriteLock();
+        expectState({0, kWrite}, lock);
+        guard.unlock(1);
+        guard.writeLock();
+        guard.unlock(0);
+        guard.setUpdate(1);
+        EXPECT_EQ(0, guard.getUpdate());
+        guard.readLock();
+        expectState({1, kRead}, lock);
+    }
+    expectState({0, kUnset}, lock);
+}
+
+TEST(ZStackReadWriteLock, RaisesWhenNothingIsHeld)
+{
+    ZReadWriteLock_6_0 lock;
+    expectRaised<ZUnlockResourceException_6_0>(
+        [&] { ZStackReadWriteLock_6_0 const guard(lock, 0); }, 6);
+}
+
+TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
+{
+    ZReadWriteLock_6_0 lock;
+    std::string const report = reportOf([&] {
+        try {
+            ZStackReadWriteLock_6_0 const guard(lock, 0);
+            throw 5;
+        } catch (int) {
+        }
+    });
+    EXPECT_NE(std::string::npos, report.find("Exception: ZResourceException\n"));
+    EXPECT_NE(std::string::npos, report.find(" Error: 6\n"));
+}
+
+// Eight threads do what they like; counters of the test's own say who is inside.
+TEST(ZReadWriteLock, NeverLetsTheWrongOnesInTogether)
+{
+    constexpr int kThreads = 8;
+    constexpr int kOperations = 1000000 / kThreads;
+    constexpr unsigned kSeed = 20;
+    ZReadWriteLock_6_0 lock;
+    std::atomic<int> readers{0};
+    std::atomic<int> intending{0};
+    std::atomic<int> writers{0};
+    std::atomic<int> wrong{0};
+    long guardedByTheWriteLock = 0;
+    std::atomic<long> written{0};
+    auto const check = [&](bool holds) { wrong += holds ? 0 : 1; };
+    auto const work = [&](unsigned seed) {
+        std::minstd_rand random(seed);
+        for (int i = 0; i < kOperations; ++i)
+            switch (random() % 8) {
+                default:
+                    lock.readLock();
+                    ++readers;
+                    check(writers == 0);
+                    --readers;
+                    lock.unlock();
+                    break;
+                case 0:
+                    lock.writeLock();
+                    check(++writers == 1 && readers == 0 && intending == 0);
+                    ++guardedByTheWriteLock;
+                    ++written;
+                    --writers;
+                    lock.unlock();
+                    break;
+                case 1:
+                    lock.readWithIntentToWriteLock();
+                    check(++intending == 1 && writers == 0);
+                    --intending;
+                    lock.unlock();
+                    break;
+                case 2: {
+                    lock.readWithIntentToWriteLock();
+                    check(++intending == 1 && writers == 0);
+                    long const before = written;
+                    lock.promoteReadToWriteLock();
+                    // Nobody wrote between the two.
+                    check(written == before && ++writers == 1 && readers == 0);
+                    ++guardedByTheWriteLock;
+                    ++written;
+                    --writers;
+                    --intending;
+                    lock.unlock();
+                    break;
+                }
+            }
+    };
+    SCOPED_TRACE(kSeed);
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < kThreads; ++t)
+        threads.emplace_back(work, kSeed + t);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, wrong);
+    EXPECT_EQ(written, guardedByTheWriteLock);
+    expectState({0, kUnset}, lock);
+}
