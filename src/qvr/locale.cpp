@@ -176,6 +176,7 @@ std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic,
 // Takes what the operating system knows of the locale, in place of the English words.
 void readWords(char const* name, bool turkic, TimeWords& words)
 {
+    errno = 0;  // a locale that is not there need not set it
     LocalePtr const locale(newlocale(LC_ALL_MASK, name, nullptr));
     if (locale == nullptr) {
         if (errno == ENOMEM)

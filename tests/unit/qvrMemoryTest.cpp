@@ -1,0 +1,194 @@
+// The n-th allocation fails, for every n: each function returns its failure and leaks nothing.
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "TextServices.h"
+
+namespace {
+
+// Runs `call`, which says whether it succeeded, with each of its allocations failing in turn, once
+// and for ever. ICU and the C library keep some things: a first call with all the memory it wants
+// lets them.
+template <class Call>
+void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
+                             FailingAllocator::once, FailingAllocator::forEver})
+{
+    ASSERT_TRUE(call()) << "with all the memory it wants";
+    for (FailingAllocator::Mode const mode : modes) {
+        bool failed = true;
+        for (unsigned long n = 1; failed; ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            long const before = FailingAllocator::blocks();
+            FailingAllocator::failAt(n, mode);
+            bool const succeeded = call();
+            failed = FailingAllocator::stop();
+            EXPECT_EQ(before, FailingAllocator::blocks());
+            EXPECT_TRUE(succeeded || failed);
+        }
+    }
+    EXPECT_TRUE(call()) << "as if nothing had happened";
+}
+
+// The same in threads of their own, which have no converters yet.
+template <class Call>
+void failEachInANewThread(Call call)
+{
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        bool succeeded = false;
+        std::thread([&] {
+            FailingAllocator::failAt(n);
+            succeeded = call();
+            failed = FailingAllocator::stop();
+        }).join();
+        EXPECT_TRUE(succeeded || failed);
+    }
+}
+
+TEST(qvrMemory, CodesetsAreMadeOrNot)
+{
+    char const* const names[] = {"UTF-8",  "ISO-8859-16", "KOI8-R",   "IBM-1047",
+                                 "EUC-KR", "GB18030",     "UTF-16LE", "ISO-2022-JP"};
+    for (char const* const name : names) {
+        SCOPED_TRACE(name);
+        failEach([&] {
+            qvr_cs_t const cs = qvr_cs_new(name);
+            qvr_cs_free(cs);
+            return cs != nullptr;
+        });
+    }
+}
+
+TEST(qvrMemory, LocalesAreMadeOrNot)
+{
+    for (char const* const name : {"C", "C.UTF-8", "tr_TR.UTF-8", "japanese"}) {
+        SCOPED_TRACE(name);
+        auto const call = [&] {
+            qvr_loc_t const loc = qvr_loc_new(name);
+            qvr_loc_free(loc);
+            return loc != nullptr;
+        };
+        // Not for ever: newlocale() of C library 2.36 loses a block when it fails at its third
+        // allocation and at all that follow.
+        failEach(call, {FailingAllocator::once});
+    }
+}
+
+TEST(qvrMemory, CanonicalNamesFailWithACode)
+{
+    failEach([] {
+        char name[128] = "before";
+        int const rc = qvr_canonical_loc("German", name, sizeof name);
+        EXPECT_STREQ(rc == 0 ? "de_DE.ISO-8859-1" : "", name);
+        EXPECT_TRUE(rc == 0 || rc == qvrNoMemory) << rc;
+        return rc == 0;
+    });
+}
+
+TEST(qvrMemory, TheTablesStayAsTheyWere)
+{
+    TemporaryDirectory before;
+    TemporaryDirectory after;
+    before.write("codesets.alias", "house ISO-8859-15\n");
+    after.write("codesets.alias", "house windows-1252\nanother UTF-8\n");
+    after.write("locales.alias", "house fr_FR.UTF-8\n");
+    std::filesystem::create_directory(after.path("converters"));
+    after.write("converters/some-converter-with-a-long-name.cnv", "");
+    std::string const beforePath = before.path();
+    std::string const afterPath = after.path();
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        ASSERT_EQ(0, qvr_set_dir(beforePath.c_str()));
+        long const blocks = FailingAllocator::blocks();
+        FailingAllocator::failAt(n);
+        int const rc = qvr_set_dir(afterPath.c_str());
+        failed = FailingAllocator::stop();
+        EXPECT_EQ(failed ? qvrNoMemory : 0, rc);
+        if (failed) {
+            EXPECT_EQ(blocks, FailingAllocator::blocks());
+        }
+        EXPECT_EQ(failed ? "a4" : "80", hex(fromUtf8(Codeset("house"), "\u20ac")));
+        EXPECT_EQ(failed, qvr_cs_t(Codeset("another")) == nullptr);
+    }
+    qvr_set_dir("");
+}
+
+TEST(qvrMemory, ConversionFailsWithACode)
+{
+    Codeset const cs("EUC-JP");
+    Codeset const utf16("UTF-16");
+    for (qvr_cs_t const each : {qvr_cs_t(cs), qvr_cs_t(utf16)}) {
+        std::string const encoded = fromUtf8(each, "\u8868");
+        failEachInANewThread([&] {
+            char out[16];
+            ptrdiff_t const n = qvr_from_utf8(each, "\u8868", 3, out, sizeof out);
+            EXPECT_TRUE(n > 0 || n == qvrNoMemory) << n;
+            return n > 0;
+        });
+        failEachInANewThread([&] {
+            char out[16];
+            ptrdiff_t const n = qvr_to_utf8(each, encoded.data(), encoded.size(), out, sizeof out);
+            EXPECT_TRUE(n > 0 || n == qvrNoMemory) << n;
+            return n > 0;
+        });
+    }
+}
+
+TEST(qvrMemory, FourByteCharactersAreInvalidWithoutMemory)
+{
+    Codeset const cs("GB18030");
+    failEachInANewThread([&] {
+        int const length = qvr_mblen(cs, "\x81\x30\x81\x30", 4);
+        EXPECT_TRUE(length == 4 || length == -1) << length;
+        return length == 4;
+    });
+    failEachInANewThread([&] {
+        char out[8];
+        int const length = qvr_wctomb(cs, out, sizeof out, 0x80);
+        EXPECT_TRUE(length == 4 || length == -1) << length;
+        return length == 4;
+    });
+}
+
+TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
+{
+    Codeset const utf8Codeset("UTF-8");
+    Codeset const latin1("ISO-8859-1");
+    Codeset const eucJp("EUC-JP");
+    Locale const loc("de_DE.UTF-8");
+    FailingAllocator::failAt(1, FailingAllocator::forEver);
+    char out[64];
+    char text[] = "a\u00e9 b \u8868";
+    uint32_t value;
+    struct tm time = {};
+    EXPECT_EQ(2, qvr_mblen(utf8Codeset, text + 1, 2));
+    EXPECT_EQ(2, qvr_mbtowc(utf8Codeset, &value, text + 1, 2));
+    EXPECT_EQ(2, qvr_wctomb(utf8Codeset, out, sizeof out, 0xE9));
+    EXPECT_EQ(9, qvr_from_utf8(utf8Codeset, text, 9, out, sizeof out));
+    EXPECT_EQ(2, qvr_from_utf8(latin1, text, 3, out, sizeof out));
+    EXPECT_EQ(3, qvr_to_utf8(latin1, out, 2, out + 8, 8));
+    EXPECT_EQ(3, qvr_mblen(eucJp, "\x8F\xB0\xA1", 3));
+    EXPECT_EQ(text + 6, qvr_strstr(utf8Codeset, text, "\u8868"));
+    EXPECT_EQ(text, qvr_strupper(utf8Codeset, loc, text));
+    EXPECT_EQ(0, qvr_stricmp(utf8Codeset, loc, "A\u00c9", "a\u00e9"));
+    EXPECT_EQ(1, qvr_iswalpha(0xE9));
+    EXPECT_NE(nullptr, qvr_strptime(utf8Codeset, loc, "1 March 2024", "%d %B %Y", &time));
+    unsigned long const asked = FailingAllocator::asked();
+    EXPECT_FALSE(FailingAllocator::stop());
+    EXPECT_EQ(0u, asked);
+}
+
+TEST(qvrMemory, TimesWithoutALocaleFailOrAreRead)
+{
+    Codeset const cs("UTF-8");
+    failEach([&] {
+        struct tm time = {};
+        return qvr_strptime(cs, nullptr, "1 September 2024", "%d %B %Y", &time) != nullptr;
+    });
+}
+
+}  // namespace
