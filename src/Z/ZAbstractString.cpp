@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <mutex>
 #include <typeinfo>
 
 #include "ZException.h"
@@ -76,13 +77,14 @@ void ZAbstractString_6_0::initHandles()
     qvr_cs const* const utf8 = zgetUTF8Handle_6_0();
     asking = false;
 
-    // Only the first thread stores, so that whoever has seen the UTF-8 handle may read both.
-    qvr_cs const* unset = nullptr;
-    __atomic_compare_exchange_n(&lcs_handle_, &unset, lcs, false, __ATOMIC_ACQ_REL,
-                                __ATOMIC_ACQUIRE);
-    unset = nullptr;
-    __atomic_compare_exchange_n(&utf8_handle_, &unset, utf8, false, __ATOMIC_ACQ_REL,
-                                __ATOMIC_ACQUIRE);
+    // Each is stored once, so that whoever has seen the UTF-8 handle may read both without more
+    // ado.
+    static constinit std::mutex storing;
+    std::lock_guard const guard(storing);
+    if (utf8_handle_ != nullptr)
+        return;
+    lcs_handle_ = lcs;
+    __atomic_store_n(&utf8_handle_, utf8, __ATOMIC_RELEASE);
 }
 
 bool ZAbstractString_6_0::isSingleByteLocal() const

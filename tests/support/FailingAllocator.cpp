@@ -116,6 +116,17 @@ PLAIN void* realloc(void* block, size_t size)
     return moved;
 }
 
+// The sanitizers have one of their own, which does not come by realloc().
+PLAIN void* reallocarray(void* block, size_t count, size_t size)
+{
+    size_t bytes;
+    if (__builtin_mul_overflow(count, size, &bytes)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return realloc(block, bytes);
+}
+
 PLAIN void* aligned_alloc(size_t alignment, size_t size)
 {
     return fails() ? nullptr : counted(__interceptor_aligned_alloc(alignment, size));

@@ -1,8 +1,8 @@
 // FailingAllocator: makes the n-th allocation of a piece of code fail, and counts blocks in use.
 //
 // A test program that lists ../support/FailingAllocator.cpp in its row replaces malloc(), calloc(),
-// realloc(), aligned_alloc(), posix_memalign() and free() for itself and for every library that it
-// loads. Under AddressSanitizer and ThreadSanitizer the replacements call the sanitizer's own
+// realloc(), reallocarray(), aligned_alloc(), posix_memalign() and free() for itself and for every
+// library that it loads. Under AddressSanitizer and ThreadSanitizer they call the sanitizer's own
 // functions, and operator new and delete are replaced as well, since those of a sanitizer do not
 // call malloc(); with clang's ThreadSanitizer nothing is replaced and nothing fails. Build with
 // Z_TEST_ONLY_OPERATOR_NEW defined to replace only operator new and delete: for a sanitizer that
