@@ -397,7 +397,8 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
     // One byte more than what is asked for: the writer leaves out the last one, which is zero.
     Arena::Block block;
     size_t const most = mostUnpacked(packed);
-    size_t room = packed < most / 8 ? packed * 8 : most;
+    // Never 0, which doubling would leave at 0.
+    size_t room = packed < (most - kExpansionSlack) / 8 ? packed * 8 + kExpansionSlack : most;
     int length = kNoRoom;
     for (;; room = room < most / 2 ? room * 2 : most) {
         block.setRoom(room + 1);
