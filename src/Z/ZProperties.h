@@ -196,6 +196,7 @@ protected:
 
     private:
         ZProperties_6_0& store_;
+        unsigned long thread_;  // that made it
     };
 
     /// Tells the observers of a change, after the lock is released; nothing while the store loads.
@@ -210,8 +211,12 @@ private:
     friend class ZPropertiesIterator_6_0;
     friend class ZStanzaFileProperties_6_0;
 
-    struct Notice;  // ZProperties.cpp
+    struct Notice;  // ZProperties_p.h
     struct Rep;
+
+    static ZProperties_6_0* makeFor(ZLCString_6_0 const& path,
+                                    ZAbstractPropertiesFactory_6_0& factory);
+    void refresh(char const* path, int force);
 
     ZLock_6_0 lock_;
     ZPCache_6_0* cache_;  // never null; what follows is guarded by lock_

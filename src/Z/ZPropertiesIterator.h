@@ -33,7 +33,7 @@ public:
     virtual char const* entryName() const = 0;
 
     /// Returns the value at `index` of the current key; 0 is the first. Null when it has no values.
-    /// owns    borrowed until the value is changed or removed.
+    /// owns    borrowed until the store is changed.
     /// throws  ZPropertiesIteratorException_6_0 before the first step;
     ///         ZInvalidParameterException_6_0 when `index` is at or beyond the number of values.
     virtual char const* entryValue(int index) const = 0;
@@ -42,7 +42,7 @@ public:
     virtual int keyCount() const = 0;
 
     /// Returns the number of values of the current key; 0 when it was removed.
-    /// throws  ZPropertiesIteratorException_6_0 before the first step.
+    /// throws  ZPropertiesIteratorException_6_0 before anything was made current.
     virtual int valueCount() const = 0;
 
 protected:
@@ -79,25 +79,17 @@ public:
     /// category, of the category of that name.
     virtual void getValues(char const* name);
 
-protected:
-    struct Names;  // ZPropertiesIterator.cpp
-    class Held : public ZProperties_6_0::Hold {
-    public:
-        using Hold::Hold;
-    };
-
 private:
-    ZArrayList_6_0* values() const;
+    ZPropertiesIterator_6_0(ZProperties_6_0& store, char const* category, bool walks);
     void needEntry() const;
+    int countOf(char const* name) const;
 
-    ZLCString_6_0 category_;
+    ZLCString_6_0 category_;  // empty when none was given
     ZProperties_6_0& store_;
-    Held hold_;
-    Names* names_;                      // null: no key list
-    mutable ZArrayList_6_0* values_;    // the cache's list; null when the key is missing
-    int position_;                      // -1 before the first step
-    mutable unsigned long generation_;  // of the cache when `values_` was fetched
-    ZLCString_6_0 valuesOf_;            // the name that `values_` belong to
+    ZProperties_6_0::Hold hold_;
+    ZArrayList_6_0* names_;  // the keys; null: none
+    ZLCString_6_0 current_;  // what getValues() was called for
+    int position_;           // -1 before the first step
 };
 
 // Which values of a key a ZAbstractPropertyValuesIterator_6_0 walks.
@@ -176,20 +168,15 @@ public:
     int isValid() const;
 
 private:
-    class Held : public ZProperties_6_0::Hold {
-    public:
-        using Hold::Hold;
-    };
-
     ZArrayList_6_0* values() const;
-    char const* step();
+    void step();
     void needValue() const;
     void toLocal(char const* value, ZLCString_6_0& out) const;
 
     mutable ZArrayList_6_0* values_;  // the cache's list; null when the key is missing
     int position_;                    // -1 before the first step
     ZProperties_6_0& store_;
-    Held hold_;
+    ZProperties_6_0::Hold hold_;
     ZLCString_6_0 category_;
     ZLCString_6_0 key_;
     ZPropertyStringType type_;

@@ -1,0 +1,1156 @@
+#include "ZProperties.h"
+
+#include <ctype.h>
+#include <cxxabi.h>
+#include <errno.h>
+#include <limits.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "ZArrayList.h"
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZLock_p.h"
+#include "ZPropertiesImpl.h"
+#include "ZProperties_p.h"
+#include "ZStoreFile_p.h"
+#include "ZUTF8String.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZProperties";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseInConstructor = 60,
+    raiseForNames = 75,
+    raiseForDefault = 85,
+    raiseForMissing = 95,
+    raiseForNumber = 160,
+    raiseForTruth = 185,
+    raiseInGetValues = 210,
+    raiseForPath = 260,
+    raiseInLoad = 290,
+    raiseInReload = 340,
+    raiseInStore = 400,
+    raiseForNewText = 450,
+    raiseForConversion = 465,
+    raiseForComment = 480,
+    raiseInCheckAccess = 510,
+    raiseInCheckFileAccess = 540,
+    raiseInGetPropertiesFor = 600
+};
+
+using ZPropertiesText = ZPCategoryBasedCache_6_0::Text;
+
+// The reserved entry: the path of the companion file.
+constexpr char kReservedCategory[] = "configuration-database";
+constexpr char kReservedKey[] = "file";
+
+constexpr size_t kLongestLine = 8190;  // bytes; the reader takes more as several lines
+constexpr size_t kWorkingDirectory = 1024;
+
+bool isEmpty(char const* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+void needName(char const* category)
+{
+    if (isEmpty(category))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
+}
+
+void needNames(char const* category, char const* key)
+{
+    if (isEmpty(category) || isEmpty(key))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
+}
+
+// Runs `body`, and raises what goes wrong in it as an exception of the library.
+template <class Body>
+void raising(RaiseSite site, Body body)
+{
+    try {
+        body();
+    } catch (ZStoreFile::Failure const& failure) {
+        ZPropertiesIOException_6_0(failure.file.c_str(), failure.call, failure.error)
+            .throwException(kSource, site);
+    } catch (std::bad_alloc const&) {
+        ZOutOfMemoryException_6_0().throwException(kSource, site);
+    }
+}
+
+// Sets an int for a scope.
+class Setting {
+public:
+    Setting(int& flag, int value) : flag_(flag), before_(flag) { flag = value; }
+    Setting(Setting const&) = delete;
+    Setting& operator=(Setting const&) = delete;
+    ~Setting() { flag_ = before_; }
+
+private:
+    int& flag_;
+    int const before_;
+};
+
+// The texts that stand for a truth value; case does not count.
+struct TruthWord {
+    char const* word;
+    int value;
+};
+constexpr TruthWord kTruthWords[] = {{"yes", 1}, {"y", 1}, {"true", 1},  {"t", 1}, {"1", 1},
+                                     {"no", 0},  {"n", 0}, {"false", 0}, {"f", 0}, {"0", 0}};
+
+// Reads a whole text as a number of 32 bits as strtoul() does where a long has 32 bits: what is too
+// big is the biggest, "-" negates.
+bool toNumber(char const* text, unsigned int& number)
+{
+    errno = 0;
+    char* end;
+    unsigned long const wide = strtoul(text, &end, 0);
+    if (end == text || *end != '\0')
+        return false;
+    while (isspace(static_cast<unsigned char>(*text)))
+        ++text;
+    unsigned long const magnitude = *text == '-' ? 0 - wide : wide;
+    number = errno == ERANGE || magnitude > UINT_MAX ? UINT_MAX : static_cast<unsigned int>(wide);
+    return true;
+}
+
+void bufferFrom(ZStoreFile::Bytes& bytes, ZBuffer_6_0& buffer)
+{
+    size_t const length = bytes.length();
+    buffer.setBufferNoCopy(length, bytes.release());
+}
+
+bool equalIgnoringCase(char const* lower, char const* text)
+{
+    for (; *lower != '\0'; ++lower, ++text) {
+        char const c = *text >= 'A' && *text <= 'Z' ? static_cast<char>(*text - 'A' + 'a') : *text;
+        if (c != *lower)
+            return false;
+    }
+    return *text == '\0';
+}
+
+ZStoreFile::View viewOf(ZBuffer_6_0 const& buffer)
+{
+    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+}
+
+// Refuses what a file would not give back when it is read again.
+void needStorable(char const* category, char const* key)
+{
+    if (ZPCategoryBasedCache_6_0::validateKey(category, key) == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+}
+
+void needStorableValue(char const* key, char const* value)
+{
+    if (ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+}
+
+// Converts to the local codeset; a text that cannot be converted would be lost.
+template <class UTF8>
+void toLocal(UTF8 const& value, ZLCString_6_0& local)
+{
+    local = value;
+    if (local.isEmpty() && !value.isEmpty())
+        ZFromUTF8Exception_6_0().throwException(kSource, raiseForConversion);
+}
+
+struct CloseFile {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+}  // namespace
+
+// ---- Holding the lock, and notices -------------------------------------------------------------
+
+ZProperties_6_0::Rep::Queue::~Queue()
+{
+    while (!isEmpty())
+        pop();
+}
+
+void ZProperties_6_0::Rep::Queue::push(std::unique_ptr<Notice> notice)
+{
+    *end_ = notice.release();
+    end_ = &(*end_)->next;
+}
+
+std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::Queue::pop()
+{
+    std::unique_ptr<Notice> notice(first_);
+    first_ = notice->next;
+    if (first_ == nullptr)
+        end_ = &first_;
+    return notice;
+}
+
+void ZProperties_6_0::Rep::Queue::takeFrom(Queue& other)
+{
+    if (other.isEmpty())
+        return;
+    first_ = other.first_;
+    end_ = other.end_;
+    other.first_ = nullptr;
+    other.end_ = &other.first_;
+}
+
+std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::makeNotice(
+    ZPropertyChanged_6_0::PropertyChangeType type, char const* category, char const* key)
+{
+    return std::unique_ptr<Notice>(
+        new Notice(ZPropertyChanged_6_0::storeChanged, type, category, key));
+}
+
+void ZProperties_6_0::Rep::changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice)
+{
+    store.modified_ = 1;
+    if (store.loading_ == 0)
+        store.rep_->queued.push(std::move(notice));
+}
+
+void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
+{
+    std::exception_ptr first;
+    bool const mayRaise = std::uncaught_exceptions() == 0;
+    while (!queue.isEmpty()) {
+        std::unique_ptr<Notice> const notice = queue.pop();
+        try {
+            store.notifyObservers(*notice);
+        } catch (abi::__forced_unwind&) {
+            throw;
+        } catch (ZException_6_0& failure) {
+            if (mayRaise && first == nullptr)
+                first = std::current_exception();
+            else
+                zreportException(failure);
+        } catch (...) {
+            if (mayRaise && first == nullptr)
+                first = std::current_exception();
+        }
+    }
+    if (first != nullptr)
+        std::rethrow_exception(first);
+}
+
+ZProperties_6_0::Hold::Hold(ZProperties_6_0 const& store)
+    : store_(const_cast<ZProperties_6_0&>(store)), thread_(pthread_self())
+{
+    store_.lock_.lock();
+    ++store_.rep_->depth;
+}
+
+// The notices are told when the lock is free: an observer that uses the store, while its own thread
+// holds the list of observers, never waits for a thread that waits for that list.
+ZProperties_6_0::Hold::~Hold() noexcept(false)
+{
+    Rep::Queue due;
+    bool const holds = pthread_equal(thread_, pthread_self()) != 0;
+    if (holds && --store_.rep_->depth == 0)
+        due.takeFrom(store_.rep_->queued);
+    try {
+        store_.lock_.unlock();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (ZException_6_0& failure) {
+        if (std::uncaught_exceptions() == 0)
+            throw;
+        zreportException(failure);
+    }
+    if (!due.isEmpty())
+        Rep::send(store_, due);
+}
+
+void ZProperties_6_0::sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style,
+                                       ZPropertyChanged_6_0::PropertyChangeType type,
+                                       char const* category, char const* key)
+{
+    std::unique_ptr<Notice> notice(new Notice(style, type, category, key));
+    Hold hold(*this);
+    if (loading_ == 0)
+        rep_->queued.push(std::move(notice));
+}
+
+// ---- The cache
+// -----------------------------------------------------------------------------------
+
+void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
+{
+    direct = cache.direct();
+    stanzas = direct == nullptr ? nullptr : dynamic_cast<ZSCFData_6_0*>(&cache);
+}
+
+std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const& store)
+{
+    ZPCache_6_0 const& cache = *store.cache_;
+    std::unique_ptr<ZPCache_6_0> copy(cache.clone());
+    if (copy != nullptr) {
+        ZPCache_6_0 const& copied = *copy;
+        if (typeid(copied) != typeid(cache))
+            copy.reset();  // a class that inherited its clone(): part of it would be lost
+    }
+    return copy;
+}
+
+void ZProperties_6_0::Rep::exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy)
+{
+    if (store.rep_->direct != nullptr && store.cache_->swapContents(*copy) != 0)
+        return;
+    ZPCache_6_0* const old = store.cache_;
+    store.rep_->replaced += old->generation() + 1;
+    store.cache_ = copy.release();
+    copy.reset(old);
+    store.rep_->setCache(*store.cache_);
+}
+
+bool ZProperties_6_0::Rep::lastValue(ZProperties_6_0 const& store, char const* category,
+                                     char const* key, ZPropertiesText& value)
+{
+    if (store.rep_->direct != nullptr)
+        return store.rep_->direct->lastValue(category, key, ZPCache_6_0::anyValues, value);
+    ZArrayList_6_0 const* const values = store.cache_->get(category, key, ZPCache_6_0::anyValues);
+    if (values == nullptr || values->size() == 0)
+        return false;
+    auto const* const last = static_cast<ZLCString_6_0 const*>(values->get(values->size() - 1));
+    value = {last->getChars(), last->getLength()};
+    return true;
+}
+
+ZProperties_6_0::ZProperties_6_0(ZPCache_6_0* cache)
+try : cache_(cache), modified_(0), loading_(0), timeStamp_(0), rep_(nullptr) {
+    if (cache == nullptr)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInConstructor);
+    raising(raiseInConstructor, [&] { rep_ = new Rep(*cache); });
+} catch (...) {
+    delete cache;
+    throw;
+}
+
+ZProperties_6_0::ZProperties_6_0(ZProperties_6_0 const& other)
+    : ZAbstractProperties_6_0(other),
+      ZAbstractObservable_6_0(),
+      ZPropertiesMutableInterface_6_0(),
+      lock_(),
+      cache_(nullptr),
+      modified_(0),
+      loading_(0),
+      timeStamp_(0),
+      rep_(nullptr)
+{
+    raising(raiseInConstructor, [&] {
+        Hold const hold(other);
+        std::unique_ptr<ZPCache_6_0> copy(other.cache_->clone());
+        if (copy == nullptr)
+            ZNotClonableException_6_0().throwException(kSource, raiseInConstructor);
+        fileName_ = other.fileName_;
+        auto rep = std::make_unique<Rep>(*copy);
+        rep->stamp = other.rep_->stamp;
+        modified_ = other.modified_;
+        timeStamp_ = other.timeStamp_;
+        cache_ = copy.release();
+        rep_ = rep.release();
+    });
+}
+
+ZProperties_6_0::~ZProperties_6_0()
+{
+    delete cache_;
+    delete rep_;
+}
+
+// ---- Reading values
+// ------------------------------------------------------------------------------
+
+int ZProperties_6_0::exists(char const* category, char const* key) const
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    return cache_->contains(category, key);
+}
+
+int ZProperties_6_0::exists(char const* category) const
+{
+    needName(category);
+    Hold const hold(*this);
+    return cache_->contains(category);
+}
+
+int ZProperties_6_0::isObfuscated(char const* category, char const* key) const
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    return cache_->isObfuscated(category, key);
+}
+
+int ZProperties_6_0::isObfuscated(char const* category) const
+{
+    needName(category);
+    Hold const hold(*this);
+    return cache_->isObfuscated(category);
+}
+
+namespace {
+
+void needOneOf(int required, bool hasDefault)
+{
+    if (required != 0 && hasDefault)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForDefault);
+}
+
+[[noreturn]] void raiseMissing(ZLCString_6_0 const& file, char const* category, char const* key)
+{
+    ZPropertiesMissingPropertyException_6_0(file.getChars(), category, key)
+        .throwException(kSource, raiseForMissing);
+}
+
+}  // namespace
+
+void ZProperties_6_0::getValue(char const* category, char const* key,
+                               ZAbstractMutableString_6_0& out, int required,
+                               char const* defaultValue) const
+{
+    needNames(category, key);
+    needOneOf(required, defaultValue != nullptr);
+    Hold const hold(*this);
+    ZPropertiesText value;
+    if (!Rep::lastValue(*this, category, key, value)) {
+        if (required != 0)
+            raiseMissing(fileName_, category, key);
+        if (defaultValue != nullptr)
+            out.setChars(defaultValue);
+        else
+            out.clear();
+    } else if (out.getCodesetHandle() == fileName_.getCodesetHandle()) {
+        out.setChars(value.chars);
+    } else {
+        out.clear();
+        out.convertFromCodeSet(ZLCConstString_6_0(value.chars));
+    }
+}
+
+unsigned int ZProperties_6_0::getIntegerValue(char const* category, char const* key, int required,
+                                              unsigned int defaultValue) const
+{
+    needNames(category, key);
+    needOneOf(required, defaultValue != 0);
+    Hold const hold(*this);
+    ZPropertiesText value;
+    if (!Rep::lastValue(*this, category, key, value)) {
+        if (required != 0)
+            raiseMissing(fileName_, category, key);
+        return defaultValue;
+    }
+    unsigned int number = 0;
+    if (value.length > 0 && !toNumber(value.chars, number))
+        ZPropertiesInvalidNumValueException_6_0(fileName_.getChars(), category, key, value.chars)
+            .throwException(kSource, raiseForNumber);
+    return number;
+}
+
+int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int required,
+                                     int defaultValue) const
+{
+    needNames(category, key);
+    needOneOf(required, defaultValue != 0);
+    Hold const hold(*this);
+    ZPropertiesText value;
+    if (!Rep::lastValue(*this, category, key, value)) {
+        if (required != 0)
+            raiseMissing(fileName_, category, key);
+        return defaultValue;
+    }
+    if (value.length == 0)
+        return 0;
+    for (TruthWord const& truth : kTruthWords)
+        if (equalIgnoringCase(truth.word, value.chars))
+            return truth.value;
+    ZPropertiesInvalidBoolValueException_6_0(fileName_.getChars(), category, key, value.chars)
+        .throwException(kSource, raiseForTruth);
+}
+
+namespace {
+
+// Strings that are to become the members of a list.
+class Members {
+public:
+    Members() : members_(4, 0) {}
+    Members(Members const&) = delete;
+    Members& operator=(Members const&) = delete;
+    ~Members()
+    {
+        for (unsigned i = 0; i < members_.size(); ++i)
+            delete members_.get(i);
+    }
+
+    void add(char const* text, ZPropertyStringType type)
+    {
+        std::unique_ptr<ZObject_6_0> member;
+        if (type == zPropUTF8Strings)
+            member.reset(new ZUTF8String_6_0(ZLCConstString_6_0(text)));
+        else
+            member.reset(new ZLCString_6_0(text));
+        members_.addNoCopy(member.get());
+        (void)member.release();
+    }
+
+    // Makes them the members of an owning list: all, or none when there is no room.
+    void replace(ZArrayList_6_0& out)
+    {
+        unsigned const before = out.size();
+        try {
+            while (out.capacity() < members_.size())
+                out.addNoCopy(nullptr);
+        } catch (ZOutOfMemoryException_6_0 const&) {
+            while (out.size() > before)
+                out.remove(out.size() - 1);
+            throw;
+        }
+        out.removeAll();
+        for (unsigned i = 0; i < members_.size(); ++i)
+            out.addNoCopy(members_.get(i));
+        members_.removeAll();
+    }
+
+private:
+    ZArrayList_6_0 members_;
+};
+
+}  // namespace
+
+void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayList_6_0& out,
+                                ZPropertyStringType type) const
+{
+    needNames(category, key);
+    if (out.ownsMembers() == 0 || (type != zPropLocalStrings && type != zPropUTF8Strings))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
+    Hold const hold(*this);
+    Members fresh;
+    if (rep_->direct != nullptr) {
+        auto values = rep_->direct->values(category, key, ZPCache_6_0::anyValues);
+        for (ZPropertiesText value; values.next(value);)
+            fresh.add(value.chars, type);
+    } else if (auto const* list = cache_->get(category, key, ZPCache_6_0::anyValues)) {
+        for (unsigned i = 0; i < list->size(); ++i)
+            fresh.add(static_cast<ZLCString_6_0 const*>(list->get(i))->getChars(), type);
+    }
+    fresh.replace(out);
+}
+
+int ZProperties_6_0::numValues(char const* category) const
+{
+    needName(category);
+    Hold const hold(*this);
+    return cache_->countValues(category);
+}
+
+int ZProperties_6_0::numValues(char const* category, char const* key) const
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    return cache_->countValues(category, key);
+}
+
+int ZProperties_6_0::count() const
+{
+    Hold const hold(*this);
+    return cache_->count();
+}
+
+int ZProperties_6_0::count(char const* category) const
+{
+    needName(category);
+    Hold const hold(*this);
+    return cache_->keyCount(category);
+}
+
+void ZProperties_6_0::list() const
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    cache_->list(stdout);
+}
+
+ZArrayList_6_0* ZProperties_6_0::keyNames(char const* category) const
+{
+    needName(category);
+    Hold const hold(*this);
+    return cache_->getNames(category);
+}
+
+ZArrayList_6_0* ZProperties_6_0::categoryNames() const
+{
+    Hold const hold(*this);
+    std::unique_ptr<ZArrayList_6_0> names(new ZArrayList_6_0(16, 1));
+    cache_->getNames(*names);
+    return names.release();
+}
+
+// ---- Files -------------------------------------------------------------------------------------
+
+namespace {
+
+// Parses a text into a cache. A cache of somebody else's class reads it from a stream.
+void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZStoreFile::View text)
+{
+    if (stanzas != nullptr) {
+        stanzas->readText(path, text.data, text.length);
+        return;
+    }
+    char none[1] = "";
+    char* const data = text.length == 0 ? none : const_cast<char*>(text.data);
+    File const file(fmemopen(data, text.length, "r"));
+    if (file == nullptr)
+        throw ZStoreFile::Failure{path, "fmemopen()", errno};
+    cache.be_read(path, file.get());
+}
+
+// Has a cache write its text.
+void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer_6_0& text)
+{
+    if (stanzas != nullptr) {
+        stanzas->writeText(text);
+        return;
+    }
+    char* data = nullptr;
+    size_t length = 0;
+    File file(open_memstream(&data, &length));
+    if (file == nullptr)
+        throw ZStoreFile::Failure{path, "open_memstream()", errno};
+    bool failed = true;
+    int error = 0;
+    try {
+        cache.be_write(path, file.get());
+        failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
+        error = errno;
+    } catch (...) {
+        file.reset();
+        free(data);
+        throw;
+    }
+    file.reset();
+    if (failed) {
+        free(data);
+        throw ZStoreFile::Failure{path, "fwrite()", error};
+    }
+    if (length > 0)
+        text.setBufferNoCopy(length, data);
+    else
+        free(data);
+}
+
+}  // namespace
+
+char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const* path)
+{
+    ZLCString_6_0& name = store.fileName_;
+    if (isEmpty(path)) {
+        if (name.isEmpty())
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
+        return name.getChars();
+    }
+    if (name.isEmpty())
+        name.setCapacity(static_cast<unsigned>(strlen(path)));
+    return path;
+}
+
+void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
+                                    ZStoreFile const& file)
+{
+    if (store.fileName_.isEmpty())
+        store.fileName_ = path;
+    store.rep_->stamp = file.stamp();
+    store.timeStamp_ = file.stamp().seconds;
+}
+
+bool ZProperties_6_0::Rep::hasCompanionEntry(ZProperties_6_0 const& store)
+{
+    ZPropertiesText entry;
+    return lastValue(store, kReservedCategory, kReservedKey, entry) && entry.length > 0;
+}
+
+std::string ZProperties_6_0::Rep::companionOf(ZProperties_6_0 const& store)
+{
+    ZPropertiesText entry;
+    if (lastValue(store, kReservedCategory, kReservedKey, entry) && entry.length > 0)
+        return std::string(entry.chars, entry.length);
+    return store.cache_->companionFile().getChars();
+}
+
+ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char const* path,
+                                                 std::unique_ptr<ZPCache_6_0>& edited)
+{
+    edited = copyOf(store);
+    ZPCache_6_0* const target = edited != nullptr ? edited.get() : store.cache_;
+    if (path != nullptr) {
+        needStorableValue(kReservedKey, path);
+        target->addLine(kReservedCategory, kReservedKey, path, 0);
+    } else {
+        target->delLine(kReservedCategory, kReservedKey);
+    }
+    target->setCompanionFile(path);
+    return target;
+}
+
+void ZProperties_6_0::load(char const* path)
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    char const* const chosen = Rep::choosePath(*this, path);
+    Setting const loading(loading_, 1);
+    raising(raiseInLoad, [&] {
+        // The file is read into a copy of the cache, so that a failure changes nothing.
+        std::unique_ptr<ZPCache_6_0> copy = Rep::copyOf(*this);
+        ZPCache_6_0& target = copy != nullptr ? *copy : *cache_;
+        auto* const stanzas =
+            rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
+
+        ZStoreFile file(chosen, ZStoreFile::Use::load);
+        parse(target, stanzas, chosen, file.text());
+        if (!target.companionFile().isEmpty()) {
+            ZStoreFile::Bytes packed = file.readCompanion(target.companionFile().getChars());
+            ZBuffer_6_0 buffer;
+            bufferFrom(packed, buffer);
+            target.be_read_obfuscated(buffer);
+        }
+        file.close();
+
+        if (copy != nullptr)
+            Rep::exchange(*this, copy);
+        try {
+            postLoad(chosen);
+        } catch (...) {
+            if (copy != nullptr)
+                Rep::exchange(*this, copy);
+            throw;
+        }
+        Rep::noteFile(*this, chosen, file);
+        modified_ = 0;
+    });
+}
+
+void ZProperties_6_0::reload(char const* path)
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    if (isEmpty(path) && fileName_.isEmpty())
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInReload);
+    raising(raiseInReload, [&] {
+        std::unique_ptr<ZPCache_6_0> empty(rep_->direct != nullptr ? cache_->makeEmpty()
+                                                                   : Rep::copyOf(*this).release());
+        if (empty == nullptr) {
+            cache_->clear();
+            load(path);
+            return;
+        }
+        if (rep_->direct == nullptr)
+            empty->clear();
+        Rep::exchange(*this, empty);
+        try {
+            load(path);
+        } catch (...) {
+            Rep::exchange(*this, empty);
+            throw;
+        }
+    });
+}
+
+void ZProperties_6_0::store(char const* path)
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    char const* const chosen = Rep::choosePath(*this, path);
+    raising(raiseInStore, [&] {
+        std::string companion = Rep::companionOf(*this);
+        bool const hasItems = cache_->obfuscatedItemCount() > 0;
+        if (hasItems)
+            checkFileAccess(
+                (companion.empty() ? ZStoreFile::companionBeside(chosen) : companion).c_str());
+
+        ZStoreFile file(chosen, ZStoreFile::Use::store);
+        std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry
+        ZPCache_6_0* source = cache_;
+        ZStoreFile::Companion change;
+        ZBuffer_6_0 packed;
+        if (hasItems) {
+            if (companion.empty())
+                companion = file.newCompanion();
+            if (Rep::hasCompanionEntry(*this))
+                cache_->setCompanionFile(companion.c_str());
+            else
+                source = Rep::nameCompanion(*this, companion.c_str(), edited);
+            source->be_write_obfuscated(packed);
+        }
+        change.path = companion;
+        if (packed.getLength() > 0) {
+            change.change = ZStoreFile::Companion::write;
+            change.contents = viewOf(packed);
+        } else if (!companion.empty()) {
+            // Only what certainly is this file's companion is removed.
+            if (file.isOwnCompanion(companion) && file.mayName(companion) == 0)
+                change.change = ZStoreFile::Companion::remove;
+            source = Rep::nameCompanion(*this, nullptr, edited);
+        }
+
+        ZBuffer_6_0 text;
+        render(*source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(source) : nullptr,
+               chosen, text);
+        file.commit(viewOf(text), change);
+        file.close();
+
+        if (edited != nullptr)
+            Rep::exchange(*this, edited);
+        Rep::noteFile(*this, chosen, file);
+        loading_ = 0;
+        modified_ = 0;
+    });
+}
+
+int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)
+{
+    struct stat status;
+    if (isEmpty(path) || access(path, F_OK) != 0 || stat(path, &status) != 0 ||
+        status.st_mtim.tv_sec == stamp)
+        return 0;
+    stamp = status.st_mtim.tv_sec;
+    return 1;
+}
+
+void ZProperties_6_0::checkFileAccess(char const* path)
+{
+    auto const check = [](char const* file) {
+        if (access(file, R_OK | W_OK) != 0)
+            throw ZStoreFile::Failure{file, "access()", errno};
+    };
+    if (isEmpty(path))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
+    raising(raiseInCheckFileAccess, [&] {
+        if (access(path, F_OK) == 0) {
+            check(path);
+            return;
+        }
+        std::string directory(path);
+        size_t const slash = directory.rfind('/');
+        if (slash != std::string::npos) {
+            directory.resize(slash == 0 ? 1 : slash);
+            check(directory.c_str());
+            return;
+        }
+        char current[kWorkingDirectory];
+        if (getcwd(current, sizeof current) == nullptr)
+            throw ZStoreFile::Failure{path, "getcwd()", errno};
+        check(current);
+    });
+}
+
+// ---- Changing ----------------------------------------------------------------------------------
+
+void ZProperties_6_0::setValue(char const* category, char const* key, char const* value)
+{
+    setValue(category, key, value, 0);
+}
+
+void ZProperties_6_0::setValue(char const* category, char const* key, char const* value,
+                               int obfuscated)
+{
+    needStorable(category, key);
+    bool const reserved =
+        strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
+    if (obfuscated == 0)
+        needStorableValue(key, value);
+    else if (reserved)  // without it in the file the companion would not be found
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
+    Hold const hold(*this);
+    if (!isEmpty(value))
+        checkAccess(category, key, obfuscated);
+    cache_->addLine(category, key, value, obfuscated);
+    Rep::changed(*this, std::move(notice));
+}
+
+void ZProperties_6_0::setValue(char const* category, char const* key, ZLCString_6_0 const& value,
+                               int obfuscated)
+{
+    setValue(category, key, value.getChars(), obfuscated);
+}
+
+void ZProperties_6_0::setValue(char const* category, char const* key, ZUTF8String_6_0 const& value,
+                               int obfuscated)
+{
+    ZLCString_6_0 local;
+    toLocal(value, local);
+    setValue(category, key, local.getChars(), obfuscated);
+}
+
+void ZProperties_6_0::setValue(char const* category, char const* key,
+                               ZLCConstString_6_0 const& value, int obfuscated)
+{
+    setValue(category, key, value.getChars(), obfuscated);
+}
+
+void ZProperties_6_0::setValue(char const* category, char const* key,
+                               ZUTF8ConstString_6_0 const& value, int obfuscated)
+{
+    ZLCString_6_0 local;
+    toLocal(value, local);
+    setValue(category, key, local.getChars(), obfuscated);
+}
+
+void ZProperties_6_0::setIntegerValue(char const* category, char const* key, unsigned int value)
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    checkAccess(category, key, 0);
+    setValue(category, key, ZLCString_6_0(value), 0);
+}
+
+void ZProperties_6_0::setBooleanValue(char const* category, char const* key, int value)
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    checkAccess(category, key, 0);
+    setValue(category, key, value != 0 ? "yes" : "no", 0);
+}
+
+void ZProperties_6_0::deleteKey(char const* category, char const* key)
+{
+    needNames(category, key);
+    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, category, key);
+    Hold const hold(*this);
+    cache_->delLine(category, key);
+    Rep::changed(*this, std::move(notice));
+}
+
+// Returns the lines of a comment, each as checkComment() makes it.
+ZArrayList_6_0* ZProperties_6_0::Rep::commentLines(ZProperties_6_0& store, char const* comment)
+{
+    if (comment == nullptr)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
+    std::unique_ptr<ZArrayList_6_0> lines(new ZArrayList_6_0(1, 1));
+    for (char const* at = comment;;) {
+        char const* const end = strchrnul(at, '\n');
+        std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
+        store.checkComment(*line);
+        if (line->getLength() > kLongestLine)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
+        lines->addNoCopy(line.get());
+        (void)line.release();
+        if (*end == '\0')
+            return lines.release();
+        at = end + 1;
+    }
+}
+
+void ZProperties_6_0::addFileComment(char const* comment)
+{
+    Hold const hold(*this);
+    Rep::addComment(*this, comment,
+                    [](ZPCache_6_0& cache, char const* line) { cache.addFileComment(line); });
+}
+
+void ZProperties_6_0::addEntryComment(char const* category, char const* key, char const* comment)
+{
+    needStorable(category, key);
+    Hold const hold(*this);
+    Rep::addComment(*this, comment, [&](ZPCache_6_0& cache, char const* line) {
+        cache.addLineComment(category, key, line);
+    });
+}
+
+void ZProperties_6_0::postLoad(char const*)
+{
+}
+
+void ZProperties_6_0::checkComment(ZLCString_6_0&)
+{
+}
+
+void ZProperties_6_0::setAttributes(unsigned long attributes, void* argument)
+{
+    Hold const hold(*this);
+    cache_->setAttributes(attributes, argument);
+}
+
+void ZProperties_6_0::checkAccess(char const* category, char const* key, int obfuscated)
+{
+    needNames(category, key);
+    Hold const hold(*this);
+    bool const hidden = cache_->isObfuscated(category, key) != 0;
+    bool plain;
+    if (rep_->direct != nullptr) {
+        plain = rep_->direct->values(category, key, ZPCache_6_0::plainValues).count() > 0;
+    } else {
+        auto const* const values = cache_->get(category, key, ZPCache_6_0::plainValues);
+        plain = values != nullptr && values->size() > 0;
+    }
+    bool const allowed = obfuscated != 0 ? hidden || !plain : plain || !hidden;
+    if (!allowed)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckAccess);
+}
+
+void ZProperties_6_0::setModified()
+{
+    Hold const hold(*this);
+    modified_ = 1;
+}
+
+void ZProperties_6_0::resetModified()
+{
+    Hold const hold(*this);
+    modified_ = 0;
+}
+
+int ZProperties_6_0::isModified() const
+{
+    Hold const hold(*this);
+    return modified_;
+}
+
+long ZProperties_6_0::timeStamp() const
+{
+    Hold const hold(*this);
+    return timeStamp_;
+}
+
+// ---- One store for a path
+// ------------------------------------------------------------------------
+
+namespace {
+
+// A store that a thread is making. The registry is locked only to look at the maps: whoever loads
+// or waits holds none but the locks that it came with, so that no two threads wait for each other.
+struct Making {
+    ZAbstractPropertiesFactory_6_0 const* factory;
+    std::string path;
+    pthread_t thread;
+    bool done = false;  // guarded by Makings::mutex
+};
+
+struct Makings {
+    std::vector<std::shared_ptr<Making>> list;  // guarded by the registry
+    std::mutex mutex;
+    std::condition_variable ended;
+};
+
+Makings& makings()
+{
+    static Makings* const all = new Makings;
+    return *all;
+}
+
+// Ends a Making, however it went.
+class EndOfMaking {
+public:
+    explicit EndOfMaking(std::shared_ptr<Making> const& making) : making_(making) {}
+    EndOfMaking(EndOfMaking const&) = delete;
+    EndOfMaking& operator=(EndOfMaking const&) = delete;
+    ~EndOfMaking()
+    {
+        Makings& all = makings();
+        {
+            ZPropRegistry_6_0 const registry;
+            std::erase(all.list, making_);
+        }
+        std::lock_guard<std::mutex> const guard(all.mutex);
+        making_->done = true;
+        all.ended.notify_all();
+    }
+
+private:
+    std::shared_ptr<Making> const making_;
+};
+
+}  // namespace
+
+ZProperties_6_0* ZProperties_6_0::getPropertiesFor(char const* path,
+                                                   ZAbstractPropertiesFactory_6_0& factory,
+                                                   int force)
+{
+    if (isEmpty(path))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInGetPropertiesFor);
+    ZCancelGuard const uncancelled;
+    ZProperties_6_0* found = nullptr;
+    raising(raiseInGetPropertiesFor, [&] {
+        ZLCString_6_0 const key(path);
+        Makings& all = makings();
+        for (;;) {
+            auto const mine = std::make_shared<Making>(Making{&factory, path, pthread_self()});
+            std::shared_ptr<Making> other;
+            {
+                ZPropRegistry_6_0 const registry;
+                found = static_cast<ZProperties_6_0*>(factory.map_.getEntry(&key));
+                for (auto const& making : all.list)
+                    if (making->factory == &factory && making->path == path)
+                        other = making;
+                if (found == nullptr && other == nullptr)
+                    all.list.push_back(mine);
+            }
+            if (found != nullptr) {
+                found->refresh(path, force);
+                return;
+            }
+            if (other == nullptr) {
+                EndOfMaking const end(mine);
+                found = makeFor(key, factory);
+                return;
+            }
+            if (pthread_equal(other->thread, pthread_self()))
+                throw ZStoreFile::Failure{path, "fcntl()", EDEADLK};
+            std::unique_lock<std::mutex> guard(all.mutex);
+            all.ended.wait(guard, [&] { return other->done; });
+        }
+    });
+    return found;
+}
+
+// Makes and loads the factory's store for a path, and enters it.
+ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
+                                          ZAbstractPropertiesFactory_6_0& factory)
+{
+    std::unique_ptr<ZProperties_6_0> store;
+    {
+        ZResourceLock_6_0 const making(factory.lock_);
+        store.reset(factory.makePropertiesInstance());
+    }
+    if (store == nullptr)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInGetPropertiesFor);
+    store->load(path.getChars());
+    std::unique_ptr<ZLCString_6_0> key(path.clone());
+    ZPropRegistry_6_0 const registry;
+    factory.map_.putEntry(key.get(), store.get());
+    (void)key.release();
+    return store.release();
+}
+
+// Reads the file again when that is asked for, or when it has changed and the store has not.
+void ZProperties_6_0::refresh(char const* path, int force)
+{
+    Hold const hold(*this);
+    if (force != 0) {
+        reload(path);
+        return;
+    }
+    struct stat status;
+    if (modified_ == 0 && stat(path, &status) == 0 && !(ZStoreFile::Stamp(status) == rep_->stamp))
+        reload(path);
+}

@@ -1,0 +1,96 @@
+#include "ZPropertiesInterface.h"
+
+#include <cxxabi.h>
+
+#include <exception>
+
+#include "ZArrayList.h"
+#include "ZException.h"
+#include "ZLock_p.h"
+
+namespace {
+
+// Paths are few.
+constexpr unsigned kBuckets = 10;
+
+// Unlocks in a destructor. A second exception would end the process while a first one unwinds the
+// stack: it is reported instead.
+void unlockAtEnd(ZLockInterface_6_0& lock)
+{
+    try {
+        lock.unlock();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (ZException_6_0& failure) {
+        if (std::uncaught_exceptions() == 0)
+            throw;
+        zreportException(failure);
+    }
+}
+
+}  // namespace
+
+ZPropertiesInterface_6_0::~ZPropertiesInterface_6_0() noexcept(false) = default;
+
+ZAbstractProperties_6_0::ZAbstractProperties_6_0() = default;
+
+ZAbstractProperties_6_0::ZAbstractProperties_6_0(ZAbstractProperties_6_0 const&) = default;
+
+ZAbstractProperties_6_0::~ZAbstractProperties_6_0() = default;
+
+ZAbstractProperties_6_0::ZPropResourceLock::ZPropResourceLock(ZLockInterface_6_0& lock)
+    : lock_(lock)
+{
+    lock_.lock();
+}
+
+ZAbstractProperties_6_0::ZPropResourceLock::~ZPropResourceLock() noexcept(false)
+{
+    unlockAtEnd(lock_);
+}
+
+ZAbstractPropertiesFactory_6_0::ZAbstractPropertiesFactory_6_0() : map_(kBuckets, 0)
+{
+}
+
+// The map owns neither paths nor stores: an owning map would take clones, and stores have none.
+ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
+{
+    try {
+        ZArrayList_6_0 members(2 * map_.size(), 0);
+        map_.listKeys(members);
+        map_.listObjects(members);
+        map_.removeAll();
+        for (unsigned i = 0; i < members.size(); ++i)
+            delete members.get(i);
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (ZException_6_0& failure) {
+        zreportException(failure);
+    }
+}
+
+ZLock_6_0* ZPropRegistry_6_0::res_ = nullptr;
+
+// Of several threads that find no lock the first one stores its own; the others drop theirs. A
+// once routine would do, too, but could not be tried again after running out of memory.
+void ZPropRegistry_6_0::init()
+{
+    if (__atomic_load_n(&res_, __ATOMIC_ACQUIRE) != nullptr)
+        return;
+    auto* const made = new ZLock_6_0;
+    ZLock_6_0* none = nullptr;
+    if (!__atomic_compare_exchange_n(&res_, &none, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
+        delete made;
+}
+
+ZPropRegistry_6_0::ZPropRegistry_6_0()
+{
+    init();
+    __atomic_load_n(&res_, __ATOMIC_ACQUIRE)->lock();
+}
+
+ZPropRegistry_6_0::~ZPropRegistry_6_0() noexcept(false)
+{
+    unlockAtEnd(*__atomic_load_n(&res_, __ATOMIC_ACQUIRE));
+}

@@ -1,0 +1,127 @@
+// ZProperties_p: what the parts of the configuration store share: its hidden state, the notices
+// that wait, and changes that happen as a whole or not at all.
+//
+// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZStoreFile, ZLCString.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ZLCString.h"
+#include "ZProperties.h"
+#include "ZPropertiesImpl.h"
+#include "ZStoreFile_p.h"
+
+// One change that is to be told.
+struct ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
+    using ZPropertyChanged_6_0::ZPropertyChanged_6_0;
+
+    Notice* next = nullptr;
+};
+
+// Guarded by the store's lock.
+struct ZProperties_6_0::Rep {
+    // Notices in the order in which they came.
+    class Queue {
+    public:
+        Queue() = default;
+        Queue(Queue const&) = delete;
+        Queue& operator=(Queue const&) = delete;
+        ~Queue();
+
+        void push(std::unique_ptr<Notice> notice);
+        std::unique_ptr<Notice> pop();  // not from an empty queue
+        bool isEmpty() const { return first_ == nullptr; }
+        void takeFrom(Queue& other);  // into an empty queue
+
+    private:
+        Notice* first_ = nullptr;
+        Notice** end_ = &first_;
+    };
+
+    explicit Rep(ZPCache_6_0& cache) { setCache(cache); }
+
+    /// Looks at what kind of cache the store has.
+    void setCache(ZPCache_6_0& cache);
+
+    /// Returns a number that changes whenever a list that the store's cache handed out went away.
+    static unsigned long generation(ZProperties_6_0 const& store)
+    {
+        return store.cache_->generation() + store.rep_->replaced;
+    }
+
+    /// Returns a notice, made before the change so that the change is the last thing to happen.
+    static std::unique_ptr<Notice> makeNotice(ZPropertyChanged_6_0::PropertyChangeType type,
+                                              char const* category, char const* key);
+
+    /// Sets the modified flag and queues the notice, unless the store loads.
+    static void changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice);
+
+    /// Sends queued notices.
+    /// throws  what an observer raises first, unless an exception is on its way already; the other
+    ///         notices are sent all the same.
+    static void send(ZProperties_6_0& store, Queue& queue);
+
+    /// Stores the last value of (category, key) and returns true; false when there is none.
+    static bool lastValue(ZProperties_6_0 const& store, char const* category, char const* key,
+                          ZPCategoryBasedCache_6_0::Text& value);
+
+    /// Returns a copy of the store's cache to be changed; null when a cache of somebody else's
+    /// class does not clone itself: then it is changed as it is.
+    static std::unique_ptr<ZPCache_6_0> copyOf(ZProperties_6_0 const& store);
+
+    /// Makes the store's contents those of `copy`, and `copy` what the store had. Never fails.
+    static void exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy);
+
+    /// Returns the path that is meant: `path`, or the file name for a null or empty one. Makes room
+    /// for it as the file name, so that noteFile() cannot fail.
+    /// throws  ZInvalidParameterException_6_0 when there is neither.
+    static char const* choosePath(ZProperties_6_0& store, char const* path);
+
+    /// Notes the state of the file that was loaded or stored, and its path if it is the first.
+    static void noteFile(ZProperties_6_0& store, char const* path, ZStoreFile const& file);
+
+    /// Returns whether the contents have an entry that names the companion file.
+    static bool hasCompanionEntry(ZProperties_6_0 const& store);
+
+    /// Returns the path of the companion file that the contents name; empty when they name none.
+    static std::string companionOf(ZProperties_6_0 const& store);
+
+    /// Makes `edited` a copy of the cache that names `path`, or with null none, as its companion,
+    /// in its entry too, and returns it.
+    static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
+                                      std::unique_ptr<ZPCache_6_0>& edited);
+
+    /// Makes every line of `comment` a comment line and hands it to `add(cache, line)`: all or
+    /// none.
+    template <class Add>
+    static void addComment(ZProperties_6_0& store, char const* comment, Add add);
+
+    int depth = 0;  // Holds of the thread that has the lock
+    Queue queued;
+    ZStoreFile::Stamp stamp;                           // of the file as last loaded or stored
+    ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, when it may be looked into
+    ZSCFData_6_0* stanzas = nullptr;  // the cache, when it is the library's own for stanza files
+    unsigned long replaced = 0;       // grows when another cache takes the cache's place
+
+private:
+    static ZArrayList_6_0* commentLines(ZProperties_6_0& store, char const* comment);
+};
+
+template <class Add>
+void ZProperties_6_0::Rep::addComment(ZProperties_6_0& store, char const* comment, Add add)
+{
+    std::unique_ptr<ZArrayList_6_0> const lines(commentLines(store, comment));
+    auto const addAll = [&](ZPCache_6_0& cache) {
+        for (unsigned i = 0; i < lines->size(); ++i)
+            add(cache, static_cast<ZLCString_6_0*>(lines->get(i))->getChars());
+    };
+    std::unique_ptr<ZPCache_6_0> copy = lines->size() > 1 ? copyOf(store) : nullptr;
+    if (copy != nullptr) {
+        addAll(*copy);
+        exchange(store, copy);
+    } else {
+        addAll(*store.cache_);
+    }
+    store.modified_ = 1;
+}

@@ -1,0 +1,71 @@
+// ZSharedFile: the process-wide table of the files that are open for locking, one entry per inode.
+//
+// Subsystem: properties.  Stands on: nothing of the library.
+//
+// Record locks belong to a process and an inode, and closing any descriptor of the inode drops
+// them all:
+//
+//     int a = open("x", O_RDWR), b = open("x", O_RDWR);
+//     fcntl(a, F_SETLK, &whole);   // locked
+//     close(b);                    // no longer
+//
+// So every user of one file in this process shares one entry: its descriptors are closed together,
+// by the last user, and users that want the same range exclude each other inside the process,
+// where record locks would let all of them through.
+//
+// Ownership: a ZSharedFile is one user's reference to an entry.
+// Threads: the table is safe from every thread; a reference belongs to one thread at a time.
+// Processes: a child made by fork() starts with an empty table of its own.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+class ZSharedFile {
+public:
+    ZSharedFile() = default;
+    ZSharedFile(ZSharedFile const&) = delete;
+    ZSharedFile& operator=(ZSharedFile const&) = delete;
+
+    /// Closes.
+    ~ZSharedFile() { close(); }
+
+    /// Opens `path` as open() does, or shares what is open already, and returns 0.
+    /// range   `flags`: O_RDONLY or O_RDWR, with O_CREAT, O_EXCL and O_NOFOLLOW if wanted. Nothing
+    ///         but regular files is opened.
+    /// codes   errno of the call that failed; EISDIR for a directory, EINVAL for what is no regular
+    ///         file either.
+    /// throws  std::bad_alloc.
+    int open(char const* path, int flags, mode_t mode);
+
+    /// Releases what this reference has locked; the last reference closes the file.
+    void close();
+
+    /// Locks `length` bytes from `start` (length 0: up to whatever the end is) and returns 0. Other
+    /// references of this process that hold the range in a conflicting way are waited for, other
+    /// processes are not.
+    /// range   `type` F_RDLCK or F_WRLCK. Ranges of one file are the same or do not overlap.
+    /// codes   EDEADLK when the calling thread itself holds the range in a conflicting way; errno
+    ///         of fcntl(): EAGAIN or EACCES when another process holds it.
+    /// throws  std::bad_alloc.
+    int lock(short type, off_t start, off_t length);
+
+    /// Releases a range locked with lock().
+    void unlock(off_t start, off_t length);
+
+    bool isOpen() const { return entry_ != nullptr; }
+
+    /// Returns a descriptor of the file, one for reading and writing when any user asked for that.
+    /// Use it with calls that name the offset: the position is everybody's.
+    int descriptor() const;
+
+    struct Entry;  // ZSharedFile.cpp
+
+private:
+    Entry* entry_ = nullptr;
+};
+
+/// Opens a file that is never locked and returns its descriptor, at least 3, so that nothing that
+/// is meant for standard output or standard error ever gets into it; -1 with errno when it fails.
+int zopenPrivate(char const* path, int flags, mode_t mode);

@@ -1,0 +1,345 @@
+#include "ZStanzaFileProperties.h"
+
+#include <cxxabi.h>
+#include <string.h>
+
+#include <memory>
+#include <new>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+
+#include "ZArrayList.h"
+#include "ZException.h"
+#include "ZPropertiesImpl.h"
+#include "ZProperties_p.h"
+#include "ZUTF8String.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseForName = 55,
+    raiseForNewText = 65,
+    raiseForConversion = 75,
+    raiseInAddValue = 110,
+    raiseInAddValues = 140,
+    raiseInGetItems = 260
+};
+
+bool isEmpty(char const* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+void needName(char const* stanza)
+{
+    if (isEmpty(stanza))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForName);
+}
+
+// The text of a string in the local codeset. `local` receives what has to be converted; a text
+// that cannot be would be lost.
+char const* localText(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
+{
+    if (string.getCodesetHandle() == local.getCodesetHandle())
+        return string.getChars();
+    local = ZUTF8ConstString_6_0(string.getChars());
+    if (local.isEmpty() && !string.isEmpty())
+        ZFromUTF8Exception_6_0().throwException(kSource, raiseForConversion);
+    return local.getChars();
+}
+
+char const* textAt(ZArrayList_6_0 const& values, unsigned index)
+{
+    return static_cast<ZLCString_6_0 const*>(values.get(index))->getChars();
+}
+
+// A set of borrowed texts.
+class Texts {
+public:
+    // Returns whether the text was not there yet.
+    bool insert(char const* text)
+    {
+        try {
+            return texts_.insert(text).second;
+        } catch (std::bad_alloc const&) {
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInAddValues);
+        }
+    }
+
+private:
+    std::unordered_set<std::string_view> texts_;
+};
+
+}  // namespace
+
+ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0(int keepComments)
+    : ZProperties_6_0(new ZSCFData_6_0)
+{
+    getFactory();
+    if (keepComments != 0)
+        setAttributes(ZPCache_6_0::keepComments, nullptr);
+}
+
+ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0(char const* path, int keepComments)
+    : ZStanzaFileProperties_6_0(keepComments)
+{
+    load(path);
+}
+
+ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0(ZStanzaFileProperties_6_0 const& other) =
+    default;
+
+ZStanzaFileProperties_6_0::~ZStanzaFileProperties_6_0() = default;
+
+void ZStanzaFileProperties_6_0::addEntryComment(char const* stanza, char const* key,
+                                                char const* comment)
+{
+    ZProperties_6_0::addEntryComment(stanza, key, comment);
+}
+
+void ZStanzaFileProperties_6_0::checkComment(ZLCString_6_0& comment)
+{
+    if (comment.getChars()[0] != '#')
+        comment.prepend("#");
+}
+
+void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key, char const* value,
+                                         int obfuscated)
+{
+    if (isEmpty(value))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValue);
+    ZArrayList_6_0 values(1, 0);
+    ZLCConstString_6_0 const text(value);
+    values.addNoCopy(&text);
+    addValues(stanza, key, values, obfuscated);
+}
+
+void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
+                                         ZLCString_6_0 const& value, int obfuscated)
+{
+    addValue(stanza, key, value.getChars(), obfuscated);
+}
+
+void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
+                                         ZUTF8String_6_0 const& value, int obfuscated)
+{
+    ZLCString_6_0 local;
+    addValue(stanza, key, localText(value, local), obfuscated);
+}
+
+void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
+                                         ZLCConstString_6_0 const& value, int obfuscated)
+{
+    addValue(stanza, key, value.getChars(), obfuscated);
+}
+
+void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
+                                         ZUTF8ConstString_6_0 const& value, int obfuscated)
+{
+    ZLCString_6_0 local;
+    addValue(stanza, key, localText(value, local), obfuscated);
+}
+
+void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
+                                          ZArrayList_6_0 const& values, int obfuscated)
+{
+    if (ZPCategoryBasedCache_6_0::validateKey(stanza, key) == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    Hold const hold(*this);
+    // Every new text is looked at before the first one is stored.
+    std::unique_ptr<ZArrayList_6_0> const texts(new ZArrayList_6_0(values.size(), 1));
+    for (unsigned i = 0; i < values.size(); ++i) {
+        auto const* const string = dynamic_cast<ZAbstractString_6_0 const*>(values.get(i));
+        if (string == nullptr)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValues);
+        ZLCString_6_0 converted;
+        ZLCString_6_0 const text(localText(*string, converted));
+        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text.getChars()) == 0)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+        if (!text.isEmpty())
+            texts->add(&text);
+    }
+    // Nor is anything added when the key holds values of the other kind.
+    bool const isNewStanza = cache().contains(stanza) == 0;
+    bool const isNewKey = cache().contains(stanza, key) == 0;
+    int const wasModified = modified_;
+    ZStanzaValueIterator_6_0 iterator(*this, stanza, key, zPropLocalStrings,
+                                      obfuscated != 0 ? zPropIterObfuscated : zPropIterPlain);
+    unsigned added = 0;
+    try {
+        // One value, the usual case, needs no set of those that are there.
+        Texts held;
+        char const* const only = texts->size() == 1 ? textAt(*texts, 0) : nullptr;
+        while (iterator.hasMore()) {
+            char const* value;
+            iterator.nextValue(value);
+            if (only == nullptr)
+                held.insert(value);
+            else if (strcmp(only, value) == 0)
+                return;
+        }
+        for (unsigned i = 0; i < texts->size(); ++i) {
+            char const* const text = textAt(*texts, i);
+            if (only == nullptr && !held.insert(text))
+                continue;
+            iterator.addValue(text);
+            ++added;
+        }
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        for (; added > 0; --added)
+            iterator.removeValue();
+        if (isNewStanza)
+            cache().delLine(stanza);
+        else if (isNewKey)
+            cache().delLine(stanza, key);
+        modified_ = wasModified;
+        throw;
+    }
+}
+
+void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_6_0& out)
+{
+    needName(stanza);
+    Hold const hold(*this);
+    ZPropertiesKVList_6_0 items(out.stringType());
+    // KEPT: the first of several values, though getValue() gives the last; callers list a stanza
+    // as it reads from the top. Test: ZStanzaFileProperties.KeepsTheFirstValueInAStanzaList
+    ZStanzaIterator_6_0 iterator(*this, stanza);
+    while (iterator.hasMore()) {
+        iterator.nextEntry();
+        items.addItem(ZLCConstString_6_0(iterator.entryName()),
+                      ZLCConstString_6_0(iterator.entryValue(0)));
+    }
+    out = items;
+}
+
+void ZStanzaFileProperties_6_0::addStanza(char const* stanza)
+{
+    if (ZPCategoryBasedCache_6_0::validateCategory(stanza) == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::added, stanza, nullptr);
+    Hold const hold(*this);
+    cache().addLine(stanza, nullptr, 0);
+    Rep::changed(*this, std::move(notice));
+}
+
+void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
+{
+    needName(stanza);
+    auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, nullptr);
+    Hold const hold(*this);
+    cache().delLine(stanza);
+    Rep::changed(*this, std::move(notice));
+}
+
+void ZStanzaFileProperties_6_0::addStanzaComment(char const* stanza, char const* comment)
+{
+    needName(stanza);
+    Hold const hold(*this);
+    Rep::addComment(*this, comment, [stanza](ZPCache_6_0& cache, char const* line) {
+        cache.addLineComment(stanza, line);
+    });
+}
+
+ZArrayList_6_0* ZStanzaFileProperties_6_0::getKeys(char const* stanza) const
+{
+    return keyNames(stanza);
+}
+
+void ZStanzaFileProperties_6_0::getItems(ZStzFileItem_6_0* items, int count) const
+{
+    if (items == nullptr || count == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInGetItems);
+    Hold const hold(*this);
+    for (int i = 0; i < count; ++i) {
+        ZStzFileItem_6_0 const& item = items[i];
+        if (item.type < zStzBoolean || item.type > zStzStanza)
+            return;
+        if (item.result == nullptr)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseInGetItems);
+        int const required = item.required > 0;
+        auto const& fallback = item.defaultValue;
+        switch (item.type) {
+            case zStzBoolean:
+                *static_cast<int*>(item.result) =
+                    getBooleanValue(item.stanza, item.key, required, fallback.truth);
+                break;
+            case zStzInteger:
+                *static_cast<unsigned int*>(item.result) =
+                    getIntegerValue(item.stanza, item.key, required, fallback.number);
+                break;
+            case zStzString:
+                getValue(item.stanza, item.key,
+                         *static_cast<ZAbstractMutableString_6_0*>(item.result), required,
+                         fallback.text);
+                break;
+            case zStzStrings:
+            case zStzUTF8Strings:
+                getValues(item.stanza, item.key, *static_cast<ZArrayList_6_0*>(item.result),
+                          item.type == zStzStrings ? zPropLocalStrings : zPropUTF8Strings);
+                break;
+            default:
+                const_cast<ZStanzaFileProperties_6_0*>(this)->getStanza(
+                    item.stanza, *static_cast<ZPropertiesKVList_6_0*>(item.result));
+        }
+    }
+}
+
+// ---- The factory -------------------------------------------------------------------------------
+
+ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory::ZStanzaFilePropertiesFactory() = default;
+
+ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory::~ZStanzaFilePropertiesFactory() = default;
+
+ZProperties_6_0* ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory::makePropertiesInstance()
+{
+    return new ZStanzaFileProperties_6_0(1);
+}
+
+ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::factory_ =
+    nullptr;
+
+// Of several threads that find no factory the first one stores its own; the others drop theirs. A
+// once routine would do, too, but could not be tried again after running out of memory.
+void ZStanzaFileProperties_6_0::init()
+{
+    if (__atomic_load_n(&factory_, __ATOMIC_ACQUIRE) != nullptr)
+        return;
+    auto* const made = new ZStanzaFilePropertiesFactory;
+    ZStanzaFilePropertiesFactory* none = nullptr;
+    if (!__atomic_compare_exchange_n(&factory_, &none, made, false, __ATOMIC_ACQ_REL,
+                                     __ATOMIC_ACQUIRE))
+        delete made;
+}
+
+ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::getFactory()
+{
+    init();
+    return __atomic_load_n(&factory_, __ATOMIC_ACQUIRE);
+}
+
+// ---- Iterators ---------------------------------------------------------------------------------
+
+ZStanzaIterator_6_0::ZStanzaIterator_6_0(ZStanzaFileProperties_6_0& store, char const* stanza)
+    : ZPropertiesIterator_6_0(store, stanza)
+{
+}
+
+ZStanzaIterator_6_0::~ZStanzaIterator_6_0() = default;
+
+ZStanzaValueIterator_6_0::ZStanzaValueIterator_6_0(ZStanzaFileProperties_6_0& store,
+                                                   char const* stanza, char const* key,
+                                                   ZPropertyStringType type,
+                                                   ZPropIter_valtype valtype)
+    : ZAbstractPropertyValuesIterator_6_0(store, stanza, key, type, valtype)
+{
+}
+
+ZStanzaValueIterator_6_0::~ZStanzaValueIterator_6_0() = default;

@@ -1,0 +1,999 @@
+#include "ZStoreFile_p.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <new>
+#include <utility>
+
+namespace {
+
+using Bytes = ZStoreFile::Bytes;
+using View = ZStoreFile::View;
+
+constexpr int kAttempts = 100;  // at a file that is replaced again and again while it is opened
+constexpr char kMapCall[] = "mapFile()";
+constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
+
+bool sameBytes(View a, View b)
+{
+    return a.length == b.length && (a.length == 0 || memcmp(a.data, b.data, a.length) == 0);
+}
+
+View viewOf(Bytes const& bytes)
+{
+    return {bytes.data(), bytes.length()};
+}
+
+// The checksum of the bytes behind those that `crc` stands for; 0 to begin with.
+uint32_t checksum(View bytes, uint32_t crc = 0)
+{
+    if (bytes.length == 0)
+        return crc;
+    return static_cast<uint32_t>(
+        crc32_z(crc, reinterpret_cast<Bytef const*>(bytes.data), bytes.length));
+}
+
+// ---- Paths -------------------------------------------------------------------------------------
+
+std::string directoryOf(std::string const& path)
+{
+    size_t const slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string nameOf(std::string const& path)
+{
+    size_t const slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// A hidden neighbour of `path`: ".<name><end>" in the same directory.
+std::string neighbour(std::string const& path, char const* end)
+{
+    std::string const directory = directoryOf(path);
+    return directory + (directory == "/" ? "." : "/.") + nameOf(path) + end;
+}
+
+bool sameFile(struct stat const& a, struct stat const& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+bool sameDirectory(std::string const& a, std::string const& b)
+{
+    struct stat one, other;
+    return stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0 && sameFile(one, other);
+}
+
+// ---- Calls that go on after a signal. Each returns 0 or the errno. -----------------------------
+
+template <class Call>
+int retrying(Call call)
+{
+    while (call() < 0)
+        if (errno != EINTR)
+            return errno;
+    return 0;
+}
+
+int syncFile(int fd)
+{
+    int const error = retrying([fd] { return fsync(fd); });
+    return error == EINVAL ? 0 : error;  // a file system that has nothing to sync
+}
+
+int syncDirectory(std::string const& path)
+{
+    int const fd = zopenPrivate(path.c_str(), O_RDONLY | O_DIRECTORY, 0);
+    if (fd < 0)
+        return errno;
+    int const error = syncFile(fd);
+    close(fd);
+    return error;
+}
+
+int writeAll(int fd, View bytes)
+{
+    while (bytes.length > 0) {
+        ssize_t const n = write(fd, bytes.data, bytes.length);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return n < 0 ? errno : EIO;
+        bytes = {bytes.data + n, bytes.length - static_cast<size_t>(n)};
+    }
+    return 0;
+}
+
+int writeAllAt(int fd, View bytes, off_t offset)
+{
+    while (bytes.length > 0) {
+        ssize_t const n = pwrite(fd, bytes.data, bytes.length, offset);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return n < 0 ? errno : EIO;
+        bytes = {bytes.data + n, bytes.length - static_cast<size_t>(n)};
+        offset += n;
+    }
+    return 0;
+}
+
+// Reads the file from its start to its end, wherever its position is.
+int readAll(int fd, Bytes& out)
+{
+    struct stat status;
+    if (fstat(fd, &status) != 0)
+        return errno;
+    // One byte more than the size, so that the end shows in the same call.
+    size_t room = static_cast<size_t>(status.st_size) + 1;
+    Bytes bytes(room);
+    size_t length = 0;
+    for (;;) {
+        if (length == room)
+            bytes.grow(room *= 2);
+        ssize_t const n =
+            pread(fd, bytes.data() + length, room - length, static_cast<off_t>(length));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return errno;
+        if (n == 0)
+            break;
+        length += static_cast<size_t>(n);
+    }
+    bytes.setLength(length);
+    out = std::move(bytes);
+    return 0;
+}
+
+int removeFile(std::string const& path)
+{
+    return unlink(path.c_str()) != 0 && errno != ENOENT ? errno : 0;
+}
+
+// Makes a new file for writing, readable by nobody else, and returns its descriptor; -1 with errno
+// when it fails. One that is there already was left by a dead writer: we hold the lock.
+int makeFile(std::string const& path)
+{
+    int const flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    int const fd = zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
+    if (fd >= 0 || errno != EEXIST)
+        return fd;
+    if (unlink(path.c_str()) != 0)
+        return -1;
+    return zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
+}
+
+// Gives a new file the owner, group and mode of `model`, before it has contents. What cannot be
+// given away to the owner is kept from the group and from others, unless the group can be given.
+int takeAfter(int fd, struct stat const& model)
+{
+    struct stat status;
+    if (fstat(fd, &status) != 0)
+        return errno;
+    mode_t mode = model.st_mode & kPermissions;
+    bool const same = status.st_uid == model.st_uid && status.st_gid == model.st_gid;
+    if (!same && fchown(fd, model.st_uid, model.st_gid) != 0 &&
+        fchown(fd, static_cast<uid_t>(-1), model.st_gid) != 0)
+        mode &= S_IRWXU;
+    return fchmod(fd, mode) != 0 ? errno : 0;
+}
+
+// The errnos of a directory that does not let us make a file in it.
+bool isRefusal(int error)
+{
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
+}
+
+// Whether the contents can be those of a companion file: nothing, or a zlib stream's first bytes.
+bool looksPacked(View bytes)
+{
+    if (bytes.length < 2)
+        return bytes.length == 0;
+    auto const first = static_cast<unsigned char>(bytes.data[0]);
+    auto const second = static_cast<unsigned char>(bytes.data[1]);
+    return (first & 0x0F) == Z_DEFLATED && (first * 256 + second) % 31 == 0;
+}
+
+// Turns the signal that a file grown beyond the limit raises into the errno EFBIG, for a scope.
+class SizeSignalGuard {
+public:
+    SizeSignalGuard()
+    {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+        sigset_t pending;
+        sigpending(&pending);
+        wasPending_ = sigismember(&pending, SIGXFSZ) == 1;
+    }
+    SizeSignalGuard(SizeSignalGuard const&) = delete;
+    SizeSignalGuard& operator=(SizeSignalGuard const&) = delete;
+    ~SizeSignalGuard()
+    {
+        timespec const now = {0, 0};
+        if (!wasPending_)
+            while (sigtimedwait(&signal_, nullptr, &now) < 0 && errno == EINTR)
+                continue;
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+private:
+    sigset_t signal_;
+    sigset_t before_;
+    bool wasPending_;
+};
+
+}  // namespace
+
+// ---- The journal -------------------------------------------------------------------------------
+
+// Its form; numbers are little-endian:
+//
+//     0   8  "ZSTORE1\n"
+//     8   8  length of the old text
+//    16   8  length of the new text
+//    24   8  length of the new companion, all ones: there is to be none
+//    32   8  length of the old companion, all ones: there was none
+//    40   4  CRC-32 of the old companion
+//    44   4  length of the companion's path, 0: the companion is not concerned
+//    48      the path, the old text, the new text, the new companion
+//         4  CRC-32 of all that comes before
+struct ZStoreFile::Journal {
+    static constexpr char kMagic[] = "ZSTORE1\n";
+    static constexpr size_t kHeader = 48;
+    static constexpr size_t kChecksum = 4;
+    static constexpr uint64_t kNone = ~uint64_t{0};
+
+    View oldText;
+    View newText;
+    std::string companion;  // path; empty: not concerned
+    bool newIsNone = true;
+    View newCompanion;
+    bool oldIsNone = true;
+    uint64_t oldLength = 0;
+    uint32_t oldChecksum = 0;
+
+    Bytes bytes;  // what the views look into, when it was read
+
+    std::string header() const;
+    static std::unique_ptr<Journal> read(std::string const& path, struct stat const& main);
+    bool parse();
+    bool concernsFile(bool present, View contents) const;
+    bool mixes(View main) const;
+};
+
+namespace {
+
+void putNumber(std::string& out, uint64_t number, size_t bytes)
+{
+    for (size_t i = 0; i < bytes; ++i)
+        out += static_cast<char>(number >> (8 * i));
+}
+
+uint64_t getNumber(char const* from, size_t bytes)
+{
+    uint64_t number = 0;
+    for (size_t i = bytes; i-- > 0;)
+        number = number << 8 | static_cast<unsigned char>(from[i]);
+    return number;
+}
+
+}  // namespace
+
+// Everything before the texts.
+std::string ZStoreFile::Journal::header() const
+{
+    std::string out(kMagic, sizeof kMagic - 1);
+    putNumber(out, oldText.length, 8);
+    putNumber(out, newText.length, 8);
+    putNumber(out, newIsNone ? kNone : newCompanion.length, 8);
+    putNumber(out, oldIsNone ? kNone : oldLength, 8);
+    putNumber(out, oldChecksum, 4);
+    putNumber(out, companion.size(), 4);
+    return out + companion;
+}
+
+// Takes `bytes` apart; false when they are no whole journal.
+bool ZStoreFile::Journal::parse()
+{
+    char const* const data = bytes.data();
+    size_t left = bytes.length();
+    if (left < kHeader + kChecksum || memcmp(data, kMagic, sizeof kMagic - 1) != 0)
+        return false;
+    left -= kChecksum;
+    if (getNumber(data + left, kChecksum) != checksum({data, left}))
+        return false;
+    uint64_t const oldSize = getNumber(data + 8, 8);
+    uint64_t const newSize = getNumber(data + 16, 8);
+    uint64_t const packed = getNumber(data + 24, 8);
+    oldLength = getNumber(data + 32, 8);
+    oldChecksum = static_cast<uint32_t>(getNumber(data + 40, 4));
+    uint64_t const pathSize = getNumber(data + 44, 4);
+    newIsNone = packed == kNone;
+    oldIsNone = oldLength == kNone;
+
+    char const* at = data + kHeader;
+    left -= kHeader;
+    auto const take = [&](uint64_t length, View& view) {
+        if (length > left)
+            return false;
+        view = {at, static_cast<size_t>(length)};
+        at += length;
+        left -= static_cast<size_t>(length);
+        return true;
+    };
+    View path;
+    if (!take(pathSize, path) || !take(oldSize, oldText) || !take(newSize, newText) ||
+        !take(newIsNone ? 0 : packed, newCompanion) || left != 0)
+        return false;
+    companion.assign(path.data, path.length);
+    return companion.find('\0') == std::string::npos;
+}
+
+// Reads the journal at `path` of the file `main`. Null when there is none that counts: a whole one,
+// that nobody could have planted who could not have written the file itself.
+std::unique_ptr<ZStoreFile::Journal> ZStoreFile::Journal::read(std::string const& path,
+                                                               struct stat const& main)
+{
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return nullptr;
+    int const fd = zopenPrivate(path.c_str(), O_RDONLY | O_NOFOLLOW, 0);
+    if (fd < 0)
+        return nullptr;
+    auto journal = std::make_unique<Journal>();
+    mode_t const writers = S_IWGRP | S_IWOTH;
+    bool usable = false;
+    try {
+        usable =
+            fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+            (status.st_uid == main.st_uid || status.st_uid == 0 || status.st_uid == geteuid()) &&
+            (status.st_mode & writers & ~main.st_mode) == 0 && readAll(fd, journal->bytes) == 0;
+    } catch (std::bad_alloc const&) {
+        ::close(fd);
+        throw;
+    }
+    ::close(fd);
+    return usable && journal->parse() ? std::move(journal) : nullptr;
+}
+
+// Whether a companion file is the one that the journal's writer found or the one it wrote.
+bool ZStoreFile::Journal::concernsFile(bool present, View contents) const
+{
+    bool const isNew = newIsNone ? !present : present && sameBytes(contents, newCompanion);
+    bool const isOld =
+        oldIsNone ? !present
+                  : present && contents.length == oldLength && checksum(contents) == oldChecksum;
+    return isNew || isOld;
+}
+
+// Whether `main` is the new text, or what an interrupted rewrite of the old text leaves: at each
+// place the old byte or the new one. Behind the shorter text it may be a zero byte: cutting a file
+// zeroes the rest of its last block, and that may reach the disk before the new length does.
+bool ZStoreFile::Journal::mixes(View main) const
+{
+    View const& shorter = oldText.length < newText.length ? oldText : newText;
+    View const& longer = oldText.length < newText.length ? newText : oldText;
+    if (main.length < shorter.length || main.length > longer.length)
+        return false;
+    for (size_t i = 0; i < main.length; ++i) {
+        char const c = main.data[i];
+        bool const either = (i < oldText.length && c == oldText.data[i]) ||
+                            (i < newText.length && c == newText.data[i]);
+        if (!either && (i < shorter.length || c != '\0'))
+            return false;
+    }
+    return true;
+}
+
+// ---- Writing -----------------------------------------------------------------------------------
+
+// Replaces text and companion of a locked file. Each step returns 0 or an errno and says which call
+// failed on which file; undo() takes back what was done.
+class ZStoreFile::Writer {
+public:
+    Writer(ZStoreFile& file, View text, Companion const& companion);
+    Writer(Writer const&) = delete;
+    Writer& operator=(Writer const&) = delete;
+
+    /// Writes the journal, then everything else.
+    void commit();
+
+    /// Does what a dead writer, whose journal is there, did not get to.
+    void finish();
+
+private:
+    int failed(char const* call, std::string const& file, int error);
+    [[noreturn]] void raise() const;
+
+    int writeJournal();
+    int writeJournalTo(int fd, Journal const& journal);
+    int reserve();
+    int prepareCompanion(View contents);
+    int writeText();
+    int moveCompanion();
+    int writeCompanionInPlace(View contents);
+    int removeJournal();
+
+    void undo();
+    int restoreText();
+    int restoreCompanion();
+
+    ZStoreFile& file_;
+    View const text_;
+    Companion const& companion_;
+
+    // Made beforehand: once the journal is there, nothing allocates any more.
+    std::string const directory_;  // of file and journal
+    std::string const newJournal_;
+    std::string const companionDirectory_;
+    std::string const newCompanion_;
+    Bytes padded_;        // the text as written without a journal, when the old one is longer
+    Bytes oldCompanion_;  // what the companion held
+    bool hadCompanion_ = false;
+    ZSharedFile companionFile_;  // open when it has to be written in place
+
+    bool journalled_ = false;  // the journal is on disk
+    bool inPlace_ = false;     // the companion's directory allows no new file
+    bool textTouched_ = false;
+    bool companionTouched_ = false;
+
+    char const* call_ = "";
+    std::string const* failedFile_ = nullptr;
+    int error_ = 0;
+};
+
+ZStoreFile::Writer::Writer(ZStoreFile& file, View text, Companion const& companion)
+    : file_(file),
+      text_(text),
+      companion_(companion),
+      directory_(directoryOf(file.journal_)),
+      newJournal_(file.journal_ + ".new"),
+      companionDirectory_(directoryOf(companion.path)),
+      newCompanion_(neighbour(companion.path, ".new"))
+{
+}
+
+int ZStoreFile::Writer::failed(char const* call, std::string const& file, int error)
+{
+    if (error != 0 && error_ == 0) {
+        call_ = call;
+        failedFile_ = &file;
+        error_ = error;
+    }
+    return error;
+}
+
+void ZStoreFile::Writer::raise() const
+{
+    throw Failure{*failedFile_, call_, error_};
+}
+
+void ZStoreFile::Writer::commit()
+{
+    if (companion_.change != Companion::keep) {
+        std::string const& path = companion_.path;
+        ZSharedFile shared;
+        int error = shared.open(path.c_str(), O_RDONLY, 0);
+        if (error == 0) {
+            hadCompanion_ = true;
+            error = readAll(shared.descriptor(), oldCompanion_);
+        }
+        // A file that this one names but that no store of ours can have written is left alone.
+        if (error == EISDIR || error == EINVAL ||
+            (hadCompanion_ && !looksPacked(viewOf(oldCompanion_)) && !file_.isOwnCompanion(path)))
+            throw Failure{path, "access()", EPERM};
+        if (error != 0 && error != ENOENT)
+            throw Failure{path, "fopen(w)", error};
+    }
+    if (text_.length < file_.main_.length()) {
+        padded_ = Bytes(file_.main_.length());
+        if (text_.length > 0)
+            memcpy(padded_.data(), text_.data, text_.length);
+        memset(padded_.data() + text_.length, '\n', padded_.length() - text_.length);
+    }
+
+    try {
+        bool const writes = companion_.change == Companion::write;
+        if (writeJournal() == 0 && reserve() == 0 &&
+            (!writes || prepareCompanion(companion_.contents) == 0) && writeText() == 0 &&
+            moveCompanion() == 0 && removeJournal() == 0)
+            return;
+    } catch (std::bad_alloc const&) {
+        undo();
+        throw;
+    }
+    undo();
+    raise();
+}
+
+void ZStoreFile::Writer::finish()
+{
+    journalled_ = true;
+    bool const writes = companion_.change == Companion::write;
+    if (reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
+        writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0)
+        return;
+    removeFile(newCompanion_);
+    raise();
+}
+
+// Leaves `journalled_` false, and returns 0, when the directory does not allow a journal.
+int ZStoreFile::Writer::writeJournal()
+{
+    Journal journal;
+    journal.oldText = viewOf(file_.main_);
+    journal.newText = text_;
+    if (companion_.change != Companion::keep) {
+        journal.companion = companion_.path;
+        journal.newIsNone = companion_.change == Companion::remove;
+        journal.newCompanion = journal.newIsNone ? View() : companion_.contents;
+        journal.oldIsNone = !hadCompanion_;
+        journal.oldLength = oldCompanion_.length();
+        journal.oldChecksum = checksum(viewOf(oldCompanion_));
+    }
+    int const fd = makeFile(newJournal_);
+    if (fd < 0)
+        return isRefusal(errno) ? 0 : failed("open()", newJournal_, errno);
+    int error;
+    try {
+        error = writeJournalTo(fd, journal);
+    } catch (std::bad_alloc const&) {
+        ::close(fd);
+        removeFile(newJournal_);
+        throw;
+    }
+    if (::close(fd) != 0 && error == 0)
+        error = failed("close()", newJournal_, errno);
+    if (error == 0 && rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
+        error = failed("rename()", file_.journal_, errno);
+    if (error != 0) {
+        removeFile(newJournal_);
+        return error;
+    }
+    journalled_ = true;
+    return failed("fsync()", file_.journal_, syncDirectory(directory_));
+}
+
+int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
+{
+    if (int const error = takeAfter(fd, file_.status_))
+        return failed("fchmod()", newJournal_, error);
+    std::string const header = journal.header();
+    View const parts[] = {
+        {header.data(), header.size()}, journal.oldText, journal.newText, journal.newCompanion};
+    uint32_t crc = 0;
+    for (View const& part : parts) {
+        crc = checksum(part, crc);
+        if (int const error = writeAll(fd, part))
+            return failed("write()", newJournal_, error);
+    }
+    std::string end;
+    putNumber(end, crc, Journal::kChecksum);
+    if (int const error = writeAll(fd, {end.data(), end.size()}))
+        return failed("write()", newJournal_, error);
+    return failed("fsync()", newJournal_, syncFile(fd));
+}
+
+// Has the file system set the room for a longer text aside.
+int ZStoreFile::Writer::reserve()
+{
+    if (text_.length <= file_.main_.length())
+        return 0;
+    int const fd = file_.fd_;
+    auto const length = static_cast<off_t>(text_.length);
+    int const error = retrying([=] { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); });
+    if (error == EOPNOTSUPP || error == ENOSYS || error == EINVAL)
+        return 0;
+    return failed("fallocate()", file_.path_, error);
+}
+
+// Writes what the companion is to hold into a new file beside it.
+int ZStoreFile::Writer::prepareCompanion(View contents)
+{
+    int const fd = makeFile(newCompanion_);
+    if (fd < 0 && isRefusal(errno) && hadCompanion_) {
+        inPlace_ = true;
+        return failed("fopen(w)", companion_.path,
+                      companionFile_.open(companion_.path.c_str(), O_RDWR | O_NOFOLLOW, 0));
+    }
+    if (fd < 0)
+        return failed("fopen(w)", companion_.path, errno);
+    int error = failed("fchmod()", companion_.path, takeAfter(fd, file_.status_));
+    if (error == 0)
+        error = failed("write()", companion_.path, writeAll(fd, contents));
+    if (error == 0)
+        error = failed("fsync()", companion_.path, syncFile(fd));
+    if (::close(fd) != 0 && error == 0)
+        error = failed("close()", companion_.path, errno);
+    return error;
+}
+
+int ZStoreFile::Writer::writeText()
+{
+    bool const pads = !journalled_ && padded_.length() > 0;
+    auto const length = static_cast<off_t>(text_.length);
+    int const fd = file_.fd_;
+    textTouched_ = true;
+    if (int const error = writeAllAt(fd, pads ? viewOf(padded_) : text_, 0))
+        return failed("write()", file_.path_, error);
+    if (int const error = retrying([=] { return ftruncate(fd, length); }))
+        return failed("ftruncate()", file_.path_, error);
+    if (int const error = syncFile(fd))
+        return failed("fsync()", file_.path_, error);
+    return failed("fstat()", file_.path_, fstat(fd, &file_.status_) != 0 ? errno : 0);
+}
+
+int ZStoreFile::Writer::moveCompanion()
+{
+    if (companion_.change == Companion::keep)
+        return 0;
+    std::string const& path = companion_.path;
+    companionTouched_ = true;
+    if (inPlace_)
+        return writeCompanionInPlace(companion_.contents);
+    if (companion_.change == Companion::remove) {
+        if (int const error = removeFile(path))
+            return failed("unlink()", path, error);
+    } else if (rename(newCompanion_.c_str(), path.c_str()) != 0) {
+        return failed("rename()", path, errno);
+    }
+    return failed("fsync()", path, syncDirectory(companionDirectory_));
+}
+
+// What follows a packed companion's end is not read, so a longer old one does no harm until it is
+// cut.
+int ZStoreFile::Writer::writeCompanionInPlace(View contents)
+{
+    std::string const& path = companion_.path;
+    int const fd = companionFile_.descriptor();
+    auto const length = static_cast<off_t>(contents.length);
+    if (int const error = writeAllAt(fd, contents, 0))
+        return failed("write()", path, error);
+    if (int const error = retrying([=] { return ftruncate(fd, length); }))
+        return failed("ftruncate()", path, error);
+    return failed("fsync()", path, syncFile(fd));
+}
+
+// From here on the pair is new and on disk. A journal that stays would be taken for a rewrite that
+// was interrupted if somebody edited the file to something between the two texts: if it cannot be
+// removed it is made invalid. That the removal is on disk as well is not needed: the journal's
+// new text is the file's.
+int ZStoreFile::Writer::removeJournal()
+{
+    if (!journalled_)
+        return 0;
+    int const error = removeFile(file_.journal_);
+    if (error != 0 && truncate(file_.journal_.c_str(), 0) != 0)
+        return failed("unlink()", file_.journal_, error);
+    syncDirectory(directory_);
+    return 0;
+}
+
+// Puts the old pair back. Where that fails as well the journal stays: the next reader takes the
+// new pair from it, whole.
+void ZStoreFile::Writer::undo()
+{
+    bool const restored =
+        (!textTouched_ || restoreText() == 0) && (!companionTouched_ || restoreCompanion() == 0);
+    removeFile(newCompanion_);
+    if (!textTouched_)
+        retrying([this] {
+            return ftruncate(file_.fd_, static_cast<off_t>(file_.main_.length()));
+        });  // gives back what was set aside
+    if (restored && journalled_) {
+        if (removeFile(file_.journal_) != 0)
+            (void)!truncate(file_.journal_.c_str(), 0);
+        syncDirectory(directory_);
+    }
+}
+
+int ZStoreFile::Writer::restoreText()
+{
+    int const fd = file_.fd_;
+    auto const length = static_cast<off_t>(file_.main_.length());
+    if (int const error = writeAllAt(fd, viewOf(file_.main_), 0))
+        return error;
+    if (int const error = retrying([=] { return ftruncate(fd, length); }))
+        return error;
+    return syncFile(fd);
+}
+
+int ZStoreFile::Writer::restoreCompanion()
+{
+    if (!hadCompanion_)
+        return removeFile(companion_.path);
+    if (inPlace_)
+        return writeCompanionInPlace(viewOf(oldCompanion_));
+    if (int const error = prepareCompanion(viewOf(oldCompanion_)))
+        return error;
+    if (rename(newCompanion_.c_str(), companion_.path.c_str()) != 0)
+        return errno;
+    return syncDirectory(companionDirectory_);
+}
+
+// ---- The file ----------------------------------------------------------------------------------
+
+ZStoreFile::Bytes::Bytes(size_t length)
+    : bytes_(static_cast<char*>(malloc(length > 0 ? length : 1))), length_(length)
+{
+    if (bytes_ == nullptr)
+        throw std::bad_alloc();
+}
+
+void ZStoreFile::Bytes::grow(size_t length)
+{
+    void* const block = realloc(bytes_.get(), length);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    (void)bytes_.release();
+    bytes_.reset(static_cast<char*>(block));
+    length_ = length;
+}
+
+ZStoreFile::Stamp::Stamp(struct stat const& status)
+    : seconds(status.st_mtim.tv_sec),
+      nanoseconds(status.st_mtim.tv_nsec),
+      size(status.st_size),
+      inode(status.st_ino),
+      device(status.st_dev)
+{
+}
+
+bool ZStoreFile::Stamp::operator==(Stamp const& other) const
+{
+    return seconds == other.seconds && nanoseconds == other.nanoseconds && size == other.size &&
+           inode == other.inode && device == other.device;
+}
+
+ZStoreFile::ZStoreFile(char const* path, Use use) : path_(path)
+{
+    char const* const openCall = use == Use::load ? "fopen(r)" : "fopen(r+)";
+    int attempts = 0;
+    while (!open(use, openCall))
+        if (++attempts == kAttempts)
+            throw Failure{path_, openCall, ESTALE};
+    try {
+        stamp_ = Stamp(status_);
+        if (int const error = readAll(fd_, main_))
+            throw Failure{path_, "read()", error};
+        pick(use);
+    } catch (...) {
+        close();
+        throw;
+    }
+}
+
+ZStoreFile::~ZStoreFile()
+{
+    close();
+}
+
+// Opens and locks the file; false when its name came to mean another file meanwhile: editors
+// replace files by renaming.
+bool ZStoreFile::open(Use use, char const* openCall)
+{
+    int error = use == Use::load ? file_.open(path_.c_str(), O_RDONLY, 0) : openForStore();
+    if (use == Use::store && error == EEXIST)
+        return false;
+    if (error != 0)
+        throw Failure{path_, openCall, error};
+
+    char real[PATH_MAX];
+    real_ = realpath(path_.c_str(), real) == nullptr ? path_ : real;
+    journal_ = neighbour(real_, ".zjn");
+
+    error = file_.lock(use == Use::load ? F_RDLCK : F_WRLCK, 0, 0);
+    if (error != 0) {
+        // Somebody else may have found the file that we made, and hold it: it is theirs then.
+        if (error == EAGAIN || error == EACCES)
+            made_ = false;
+        close();
+        throw Failure{path_, "fcntl()", error};
+    }
+    fd_ = file_.descriptor();
+    struct stat named;
+    if (fstat(fd_, &status_) != 0) {
+        error = errno;
+        close();
+        throw Failure{path_, "fstat()", error};
+    }
+    if (stat(real_.c_str(), &named) == 0 && sameFile(named, status_))
+        return true;
+    made_ = false;
+    close();
+    return false;
+}
+
+// Opens for reading and writing, making the file when it is missing; nothing is ever cut here.
+int ZStoreFile::openForStore()
+{
+    char const* const path = path_.c_str();
+    constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    int error = file_.open(path, O_RDWR, 0);
+    if (error != ENOENT)
+        return error;
+    // A link that leads nowhere is no reason not to make the file where it points.
+    struct stat status;
+    bool const link = lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+    error = file_.open(path, O_RDWR | O_CREAT | (link ? 0 : O_EXCL), kMode);
+    made_ = error == 0;
+    return error;
+}
+
+// Decides between the files and a journal that a dead writer left. We hold the lock: a live one
+// would not let us.
+void ZStoreFile::pick(Use use)
+{
+    std::unique_ptr<Journal> journal = Journal::read(journal_, status_);
+    if (journal == nullptr)
+        return;
+    View const main = viewOf(main_);
+    bool known = true;
+    if (!journal->companion.empty()) {
+        ZSharedFile shared;
+        Bytes contents;
+        int error = mayName(journal->companion);
+        if (error == 0)
+            error = shared.open(journal->companion.c_str(), O_RDONLY, 0);
+        bool const present = error == 0;
+        if (present)
+            error = readAll(shared.descriptor(), contents);
+        known = (error == 0 || error == ENOENT) && journal->concernsFile(present, viewOf(contents));
+    }
+    bool const untouched =
+        sameBytes(main, journal->oldText) && !sameBytes(journal->oldText, journal->newText);
+    if (known && !untouched && journal->mixes(main)) {
+        if (use == Use::load) {
+            picked_ = std::move(journal);
+            return;
+        }
+        Companion companion;
+        companion.path = journal->companion;
+        companion.contents = journal->newCompanion;
+        if (!companion.path.empty() && !journal->newIsNone)
+            companion.change = Companion::write;
+        else if (!companion.path.empty() && isOwnCompanion(companion.path))
+            companion.change = Companion::remove;
+        SizeSignalGuard const noSignal;
+        Writer(*this, journal->newText, companion).finish();
+        if (int const error = readAll(fd_, main_))
+            throw Failure{path_, "read()", error};
+        stamp_ = Stamp(status_);
+        return;
+    }
+    if (use == Use::load)
+        return;
+    // The writer died before it touched the file, or somebody has written it since.
+    if (known && untouched) {
+        if (!journal->companion.empty())
+            removeFile(neighbour(journal->companion, ".new"));
+        removeFile(journal_);
+    } else {
+        rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str());
+    }
+}
+
+ZStoreFile::View ZStoreFile::text() const
+{
+    return picked_ != nullptr ? picked_->newText : viewOf(main_);
+}
+
+ZStoreFile::Bytes ZStoreFile::readCompanion(char const* name)
+{
+    if (int const error = mayName(name))
+        throw Failure{name, "access()", error};
+    if (picked_ != nullptr && picked_->companion == name) {
+        View const& packed = picked_->newCompanion;
+        if (packed.length == 0)
+            throw Failure{name, kMapCall, EINVAL};
+        Bytes contents(packed.length);
+        memcpy(contents.data(), packed.data, packed.length);
+        return contents;
+    }
+    // The codes are those of mapping the file: a length of 0, also for want of a file, cannot be
+    // mapped, nor can what is no regular file.
+    struct stat status;
+    if (stat(name, &status) != 0 || status.st_size == 0)
+        throw Failure{name, kMapCall, EINVAL};
+    if (!S_ISREG(status.st_mode))
+        throw Failure{name, kMapCall, ENODEV};
+    ZSharedFile shared;
+    Bytes contents;
+    int error = shared.open(name, O_RDONLY, 0);
+    if (error == 0)
+        error = readAll(shared.descriptor(), contents);
+    if (error == 0 && contents.length() == 0)
+        error = EINVAL;
+    if (error != 0)
+        throw Failure{name, kMapCall, error};
+    return contents;
+}
+
+namespace {
+
+// Nobody but us may write it.
+bool oursAlone(struct stat const& status)
+{
+    return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+constexpr char kCompanionEnd[] = ".obf";
+
+}  // namespace
+
+std::string ZStoreFile::newCompanion() const
+{
+    return oursAlone(status_) ? companionBeside(path_) : real_ + kCompanionEnd;
+}
+
+std::string ZStoreFile::companionBeside(std::string const& path)
+{
+    if (path[0] == '/')
+        return path + kCompanionEnd;
+    char directory[4096];
+    if (getcwd(directory, sizeof directory) == nullptr)
+        throw Failure{path, "getcwd()", errno};
+    return std::string(directory) + "/" + path + kCompanionEnd;
+}
+
+bool ZStoreFile::isOwnCompanion(std::string const& name) const
+{
+    for (std::string const* path : {&real_, &path_})
+        if (nameOf(name) == nameOf(*path) + kCompanionEnd &&
+            sameDirectory(directoryOf(name), directoryOf(*path)))
+            return true;
+    return false;
+}
+
+int ZStoreFile::mayName(std::string const& name) const
+{
+    struct stat status;
+    bool const exists = lstat(name.c_str(), &status) == 0;
+    struct stat target;
+    bool const leads = stat(name.c_str(), &target) == 0;
+    bool const journal =
+        nameOf(name) == nameOf(journal_) && sameDirectory(directoryOf(name), directoryOf(journal_));
+    if (journal || (leads && sameFile(target, status_)))
+        return EPERM;
+    if (oursAlone(status_))
+        return 0;
+    if (!isOwnCompanion(name))
+        return EPERM;
+    if (exists &&
+        (!S_ISREG(status.st_mode) || status.st_nlink != 1 || status.st_uid != status_.st_uid))
+        return EPERM;
+    return 0;
+}
+
+void ZStoreFile::commit(View text, Companion const& companion)
+{
+    SizeSignalGuard const noSignal;
+    if (companion.change != Companion::keep)
+        if (int const error = mayName(companion.path))
+            throw Failure{companion.path, "access()", error};
+    Writer(*this, text, companion).commit();
+    made_ = false;
+    stamp_ = Stamp(status_);
+}
+
+void ZStoreFile::close()
+{
+    struct stat named;
+    if (made_ && fd_ >= 0 && stat(real_.c_str(), &named) == 0 && sameFile(named, status_))
+        removeFile(real_);
+    made_ = false;
+    fd_ = -1;
+    file_.close();
+}

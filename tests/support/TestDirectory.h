@@ -1,0 +1,77 @@
+// TestDirectory: a fresh directory for one test, and files in it.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+class TestDirectory {
+public:
+    TestDirectory()
+    {
+        char name[] = "/tmp/zstoreXXXXXX";
+        path_ = std::filesystem::canonical(mkdtemp(name)).string();
+    }
+    TestDirectory(TestDirectory const&) = delete;
+    TestDirectory& operator=(TestDirectory const&) = delete;
+    ~TestDirectory()
+    {
+        chmod(path_.c_str(), 0700);
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    std::string const& path() const { return path_; }
+    std::string at(std::string const& name) const { return path_ + "/" + name; }
+
+    // Writes a file anew, with mode 0600 unless it is there, and returns its path.
+    std::string write(std::string const& name, std::string const& text) const
+    {
+        std::string const file = at(name);
+        int const fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        EXPECT_EQ(static_cast<ssize_t>(text.size()), ::write(fd, text.data(), text.size()));
+        close(fd);
+        return file;
+    }
+
+    // Returns what a file holds; "(missing)" when there is none.
+    std::string read(std::string const& name) const
+    {
+        std::ifstream in(at(name), std::ios::binary);
+        if (!in)
+            return "(missing)";
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    // Returns the names in the directory, sorted, separated by blanks.
+    std::string names() const
+    {
+        std::vector<std::string> found;
+        for (auto const& entry : std::filesystem::directory_iterator(path_))
+            found.push_back(entry.path().filename().string());
+        std::sort(found.begin(), found.end());
+        std::string all;
+        for (std::string const& name : found)
+            all += all.empty() ? name : " " + name;
+        return all;
+    }
+
+private:
+    std::string path_;
+};
+
+// Returns the number of open descriptors of the process.
+inline long openDescriptors()
+{
+    auto const all = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}

@@ -1,0 +1,1532 @@
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZProperties.h>
+#include <Z/ZPropertiesImpl.h>
+#include <Z/ZPropertiesIterator.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/ZUTF8String.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utime.h>
+#include <zlib.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "EachAllocation.h"
+#include "LockingProcess.h"
+#include "NotedMessages.h"
+#include "TestDirectory.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZProperties";
+
+// A store over the cache of stanza files.
+class Store : public ZProperties_6_0 {
+public:
+    explicit Store(unsigned long attributes = ZPCache_6_0::keepComments)
+        : ZProperties_6_0(new ZSCFData_6_0)
+    {
+        setAttributes(attributes, nullptr);
+    }
+    using ZProperties_6_0::sendChangeNotice;
+
+    std::function<void()> onPostLoad;
+    void postLoad(char const* path) override
+    {
+        loaded = path;
+        if (onPostLoad)
+            onPostLoad();
+    }
+
+    std::string loaded;
+};
+
+class Factory final : public ZAbstractPropertiesFactory_6_0 {
+public:
+    ZProperties_6_0* makePropertiesInstance() override
+    {
+        ++made;
+        auto* const store = new Store;
+        store->onPostLoad = onPostLoad;
+        return store;
+    }
+
+    std::atomic<int> made{0};
+    std::function<void()> onPostLoad;
+};
+
+// Writes down what it is told: "2[category]key".
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
+        EXPECT_EQ(0, change.style());
+        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
+               change.key().getChars() + " ";
+        if (action)
+            action();
+    }
+
+    std::string log;
+    std::function<void()> action;
+};
+
+// What a call raised, in one line.
+template <class Call>
+std::string raised(Call call)
+{
+    try {
+        call();
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        return std::string("io ") + e.propFile().getChars() + " " + e.api().getChars() + " " +
+               std::to_string(e.excerrno());
+    } catch (ZPropertiesInvalidDataException_6_0 const& e) {
+        return std::string("data ") + e.propFile().getChars() + " " + std::to_string(e.badline()) +
+               " " + e.baddata().getChars();
+    } catch (ZPropertiesMissingPropertyException_6_0 const& e) {
+        return std::string("missing ") + e.propFile().getChars() + " " + e.category().getChars() +
+               " " + e.key().getChars();
+    } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+        return std::string("value ") + std::to_string(e.messageNumber()) + " " +
+               e.propFile().getChars() + " " + e.category().getChars() + " " + e.key().getChars() +
+               " " + e.value().getChars();
+    } catch (ZException_6_0 const& e) {
+        return e.exceptionName();
+    }
+    return "nothing";
+}
+
+std::string valueOf(ZProperties_6_0 const& store, char const* category, char const* key)
+{
+    ZLCString_6_0 value;
+    store.getValue(category, key, value, 0, "(none)");
+    return value.getChars();
+}
+
+std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
+{
+    ZArrayList_6_0 values(1, 1);
+    store.getValues(category, key, values, zPropLocalStrings);
+    std::string all;
+    for (unsigned i = 0; i < values.size(); ++i)
+        all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
+    return all;
+}
+
+// The bytes of a companion file with one record for each triple.
+std::string packed(std::vector<std::string> const& triples)
+{
+    std::string plain;
+    for (size_t i = 0; i < triples.size(); i += 3)
+        plain += triples[i] + '\0' + triples[i + 1] + '\0' + triples[i + 2] + '\0' + '\0';
+    plain.pop_back();
+    std::string out(compressBound(plain.size()), '\0');
+    uLongf length = out.size();
+    compress(reinterpret_cast<Bytef*>(out.data()), &length,
+             reinterpret_cast<Bytef const*>(plain.data()), plain.size());
+    out.resize(length);
+    return out;
+}
+
+class PropertiesTest : public testing::Test {
+public:
+    ~PropertiesTest() noexcept override {}
+
+protected:
+    TestDirectory directory_;
+    Store store_;
+
+    std::string load(std::string const& text)
+    {
+        std::string const path = directory_.write("conf", text);
+        store_.load(path.c_str());
+        return path;
+    }
+};
+
+constexpr char kText[] =
+    "# head\n\n[server]\nport = 80\nname = a\nname = b\nempty =\n\n[client]\n# port = 5\n\nx = 1\n";
+
+}  // namespace
+
+using ZProperties = PropertiesTest;
+
+// ---- Construction
+// --------------------------------------------------------------------------------
+
+TEST(ZPropertiesObject, RefusesANullCache)
+{
+    EXPECT_EQ("ZInvalidParameterException", raised([] { ZProperties_6_0 store(nullptr); }));
+}
+
+TEST_F(ZProperties, StartsEmptyUnmodifiedAndNameless)
+{
+    EXPECT_EQ(0, store_.count());
+    EXPECT_EQ(0, store_.isModified());
+    EXPECT_TRUE(store_.fileName().isEmpty());
+    EXPECT_EQ(0, store_.timeStamp());
+}
+
+TEST_F(ZProperties, CopyIsAStoreOfItsOwn)
+{
+    std::string const path = load(kText);
+    Observer observer;
+    store_.addObserver(&observer);
+    ZProperties_6_0 copy(store_);
+    copy.setValue("server", "port", "81");
+    EXPECT_EQ("80", valueOf(store_, "server", "port"));
+    EXPECT_EQ("81", valueOf(copy, "server", "port"));
+    EXPECT_STREQ(path.c_str(), copy.fileName().getChars());
+    EXPECT_EQ(0u, copy.countObservers());
+    EXPECT_EQ("", observer.log);
+    EXPECT_EQ(nullptr, store_.clone());
+}
+
+// ---- Names and defaults
+// ----------------------------------------------------------------------------
+
+TEST_F(ZProperties, RefusesNullAndEmptyNamesEverywhere)
+{
+    load(kText);
+    ZLCString_6_0 out("before");
+    ZArrayList_6_0 list(1, 1);
+    struct Case {
+        char const* name;
+        std::function<void(char const*, char const*)> call;
+        bool takesKey;
+    };
+    Case const cases[] = {
+        {"exists", [&](auto* c, auto* k) { store_.exists(c, k); }, true},
+        {"exists category", [&](auto* c, auto*) { store_.exists(c); }, false},
+        {"isObfuscated", [&](auto* c, auto* k) { store_.isObfuscated(c, k); }, true},
+        {"isObfuscated category", [&](auto* c, auto*) { store_.isObfuscated(c); }, false},
+        {"getValue", [&](auto* c, auto* k) { store_.getValue(c, k, out, 0, nullptr); }, true},
+        {"getIntegerValue", [&](auto* c, auto* k) { store_.getIntegerValue(c, k, 0, 0); }, true},
+        {"getBooleanValue", [&](auto* c, auto* k) { store_.getBooleanValue(c, k, 0, 0); }, true},
+        {"getValues", [&](auto* c, auto* k) { store_.getValues(c, k, list, zPropLocalStrings); },
+         true},
+        {"count", [&](auto* c, auto*) { store_.count(c); }, false},
+        {"numValues", [&](auto* c, auto* k) { store_.numValues(c, k); }, true},
+        {"numValues category", [&](auto* c, auto*) { store_.numValues(c); }, false},
+        {"setValue", [&](auto* c, auto* k) { store_.setValue(c, k, "v"); }, true},
+        {"setIntegerValue", [&](auto* c, auto* k) { store_.setIntegerValue(c, k, 1); }, true},
+        {"setBooleanValue", [&](auto* c, auto* k) { store_.setBooleanValue(c, k, 1); }, true},
+        {"deleteKey", [&](auto* c, auto* k) { store_.deleteKey(c, k); }, true},
+        {"addEntryComment", [&](auto* c, auto* k) { store_.addEntryComment(c, k, "#x"); }, true},
+        {"checkAccess", [&](auto* c, auto* k) { store_.checkAccess(c, k, 0); }, true},
+        {"keyNames", [&](auto* c, auto*) { delete store_.keyNames(c); }, false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call(nullptr, "k"); }));
+        EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("", "k"); }));
+        if (c.takesKey) {
+            EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("server", nullptr); }));
+            EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("server", ""); }));
+        }
+    }
+    EXPECT_STREQ("before", out.getChars());
+    EXPECT_EQ(0, store_.isModified());
+    EXPECT_EQ(2, store_.count());
+}
+
+TEST_F(ZProperties, RequiredAndADefaultExcludeEachOther)
+{
+    load(kText);
+    ZLCString_6_0 out("before");
+    for (char const* key : {"port", "missing"}) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { store_.getValue("server", key, out, 1, "x"); }));
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { store_.getIntegerValue("server", key, 1, 5); }));
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { store_.getBooleanValue("server", key, 1, 1); }));
+    }
+    EXPECT_STREQ("before", out.getChars());
+    EXPECT_EQ(80u, store_.getIntegerValue("server", "port", 1, 0));
+}
+
+TEST_F(ZProperties, MissingKeyRaisesWhenRequiredAndGivesTheDefaultOtherwise)
+{
+    std::string const path = load(kText);
+    ZLCString_6_0 out("before");
+    for (char const* key : {"missing", "empty"}) {
+        SCOPED_TRACE(key);
+        std::string const expected = "missing " + path + " server " + key;
+        EXPECT_EQ(expected, raised([&] { store_.getValue("server", key, out, 1, nullptr); }));
+        EXPECT_EQ(expected, raised([&] { store_.getIntegerValue("server", key, 1, 0); }));
+        EXPECT_EQ(expected, raised([&] { store_.getBooleanValue("server", key, 1, 0); }));
+        EXPECT_STREQ("before", out.getChars());
+        EXPECT_EQ(7u, store_.getIntegerValue("server", key, 0, 7));
+        EXPECT_EQ(1, store_.getBooleanValue("server", key, 0, 1));
+        EXPECT_EQ("(none)", valueOf(store_, "server", key));
+    }
+    store_.getValue("server", "missing", out, 0, nullptr);
+    EXPECT_TRUE(out.isEmpty());
+    EXPECT_EQ("missing " + path + " nowhere port",
+              raised([&] { store_.getValue("nowhere", "port", out, 1, nullptr); }));
+}
+
+TEST_F(ZProperties, MissingKeyNamesItsPlaceInTheReport)
+{
+    load(kText);
+    try {
+        store_.getIntegerValue("server", "missing", 1, 0);
+        FAIL();
+    } catch (ZPropertiesMissingPropertyException_6_0 const& e) {
+        EXPECT_EQ(28u, e.messageNumber());
+        EXPECT_STREQ(kSource, e.who());
+        EXPECT_EQ(95u, e.where());
+    }
+}
+
+// ---- Values
+// --------------------------------------------------------------------------------------
+
+TEST_F(ZProperties, SingleValueIsTheLastOne)
+{
+    load("[s]\nk = a\nk = b\n");
+    EXPECT_EQ("b", valueOf(store_, "s", "k"));
+    EXPECT_EQ("a,b,", valuesOf(store_, "s", "k"));
+}
+
+TEST_F(ZProperties, NumberForms)
+{
+    struct Case {
+        char const* text;
+        unsigned expected;
+        bool valid;
+    };
+    Case const cases[] = {
+        {"0", 0, true},
+        {"15", 15, true},
+        {"0x1F", 31, true},
+        {"0X1f", 31, true},
+        {"017", 15, true},
+        {"+5", 5, true},
+        {"-1", 4294967295u, true},
+        {"-2", 4294967294u, true},
+        {"4294967295", 4294967295u, true},
+        {"4294967296", 4294967295u, true},
+        {"-4294967295", 1, true},
+        {"-4294967296", 4294967295u, true},
+        {"99999999999999999999999", 4294967295u, true},
+        {"-99999999999999999999999", 4294967295u, true},
+        {"0xFFFFFFFFF", 4294967295u, true},
+        {"0x", 0, false},
+        {"08", 0, false},
+        {"12abc", 0, false},
+        {"abc", 0, false},
+        {"1 2", 0, false},
+        {"1.5", 0, false},
+        {"1e3", 0, false},
+        {"-", 0, false},
+        {"- 5", 0, false},
+        {"--5", 0, false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        store_.setValue("s", "n", c.text);
+        if (c.valid)
+            EXPECT_EQ(c.expected, store_.getIntegerValue("s", "n", 1, 0));
+        else
+            EXPECT_EQ(std::string("value 40  s n ") + c.text,
+                      raised([&] { store_.getIntegerValue("s", "n", 1, 0); }));
+    }
+}
+
+TEST_F(ZProperties, NumberFailureNamesItsPlaceInTheReport)
+{
+    std::string const path = load("[s]\nn = 12abc\n");
+    try {
+        store_.getIntegerValue("s", "n", 0, 0);
+        FAIL();
+    } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+        EXPECT_EQ(40u, e.messageNumber());
+        EXPECT_STREQ(kSource, e.who());
+        EXPECT_EQ(160u, e.where());
+        EXPECT_STREQ(path.c_str(), e.propFile().getChars());
+    }
+}
+
+TEST_F(ZProperties, TruthForms)
+{
+    struct Case {
+        char const* text;
+        int expected;
+    };
+    Case const cases[] = {{"yes", 1},
+                          {"y", 1},
+                          {"true", 1},
+                          {"t", 1},
+                          {"1", 1},
+                          {"no", 0},
+                          {"n", 0},
+                          {"false", 0},
+                          {"f", 0},
+                          {"0", 0},
+                          {"YES", 1},
+                          {"Yes", 1},
+                          {"TRUE", 1},
+                          {"T", 1},
+                          {"FaLsE", 0},
+                          {"NO", 0},
+                          {"maybe", 2},
+                          {"ye", 2},
+                          {"yess", 2},
+                          {"2", 2},
+                          {"00", 2},
+                          {"tr\xC3\xBC"
+                           "e",
+                           2}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        store_.setValue("s", "b", c.text);
+        if (c.expected < 2)
+            EXPECT_EQ(c.expected, store_.getBooleanValue("s", "b", 1, 0));
+        else
+            EXPECT_EQ(std::string("value 41  s b ") + c.text,
+                      raised([&] { store_.getBooleanValue("s", "b", 1, 0); }));
+    }
+}
+
+TEST_F(ZProperties, AnEmptyValueIsZeroAndFalse)
+{
+    store_.setValue("s", "k", "x");
+    {
+        ZAbstractPropertyValuesIterator_6_0 values(store_, "s", "k", zPropLocalStrings,
+                                                   zPropIterPlain);
+        values.nextValue();
+        values.changeValue("");
+    }
+    EXPECT_EQ(0u, store_.getIntegerValue("s", "k", 1, 0));
+    EXPECT_EQ(0, store_.getBooleanValue("s", "k", 1, 0));
+    EXPECT_EQ("", valueOf(store_, "s", "k"));
+}
+
+TEST_F(ZProperties, CountsAndExistence)
+{
+    load(kText);
+    EXPECT_EQ(2, store_.count());
+    EXPECT_EQ(3, store_.count("server"));
+    EXPECT_EQ(1, store_.count("client"));
+    EXPECT_EQ(0, store_.count("nowhere"));
+    EXPECT_EQ(2, store_.numValues("server", "name"));
+    EXPECT_EQ(0, store_.numValues("server", "empty"));
+    EXPECT_EQ(0, store_.numValues("server", "missing"));
+    EXPECT_EQ(0, store_.numValues("nowhere", "x"));
+    EXPECT_EQ(3, store_.numValues("server"));
+    EXPECT_EQ(0, store_.numValues("nowhere"));
+    EXPECT_EQ(1, store_.exists("server", "empty"));
+    EXPECT_EQ(0, store_.exists("server", "missing"));
+    EXPECT_EQ(1, store_.exists("client"));
+    EXPECT_EQ(0, store_.exists("nowhere"));
+    EXPECT_EQ(0, store_.isObfuscated("server"));
+    EXPECT_EQ(0, store_.isObfuscated("server", "port"));
+    store_.setValue("client", "secret", "s", 1);
+    EXPECT_EQ(1, store_.isObfuscated("client"));
+    EXPECT_EQ(1, store_.isObfuscated("client", "secret"));
+    EXPECT_EQ(1, store_.numValues("client", "secret"));
+}
+
+TEST_F(ZProperties, ValuesFillAnOwningListOfEitherKind)
+{
+    load("[s]\nk = a\nk = b\n");
+    ZArrayList_6_0 out(1, 1);
+    ZLCString_6_0 const old("old");
+    out.add(&old);
+    store_.getValues("s", "k", out, zPropUTF8Strings);
+    ASSERT_EQ(2u, out.size());
+    auto const* const first = dynamic_cast<ZUTF8String_6_0 const*>(out.get(0));
+    ASSERT_NE(nullptr, first);
+    EXPECT_STREQ("a", first->getChars());
+    store_.getValues("s", "k", out, zPropLocalStrings);
+    ASSERT_EQ(2u, out.size());
+    ASSERT_NE(nullptr, dynamic_cast<ZLCString_6_0 const*>(out.get(1)));
+    store_.getValues("s", "missing", out, zPropLocalStrings);
+    EXPECT_EQ(0u, out.size());
+}
+
+TEST_F(ZProperties, ValuesRefuseABorrowingListAndAnUnknownKind)
+{
+    load("[s]\nk = a\n");
+    ZLCString_6_0 const old("old");
+    ZArrayList_6_0 borrowing(1, 0);
+    borrowing.addNoCopy(&old);
+    ZArrayList_6_0 owning(1, 1);
+    owning.add(&old);
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { store_.getValues("s", "k", borrowing, zPropLocalStrings); }));
+    for (int type : {1, 4, 7, 9, -1})
+        EXPECT_EQ("ZInvalidParameterException", raised([&] {
+                      store_.getValues("s", "k", owning, static_cast<ZPropertyStringType>(type));
+                  }));
+    EXPECT_EQ(1u, borrowing.size());
+    EXPECT_EQ(1u, owning.size());
+}
+
+TEST_F(ZProperties, ValueGoesIntoAStringOfEitherCodeset)
+{
+    load("[s]\nk = plain\n");
+    ZUTF8String_6_0 utf8("before");
+    store_.getValue("s", "k", utf8, 1, nullptr);
+    EXPECT_STREQ("plain", utf8.getChars());
+}
+
+TEST_F(ZProperties, NamesAreListed)
+{
+    load(kText);
+    std::unique_ptr<ZArrayList_6_0> const keys(store_.keyNames("server"));
+    EXPECT_EQ(3u, keys->size());
+    EXPECT_NE(0, keys->ownsMembers());
+    EXPECT_EQ(nullptr, store_.keyNames("nowhere"));
+    std::unique_ptr<ZArrayList_6_0> const categories(store_.categoryNames());
+    EXPECT_EQ(2u, categories->size());
+}
+
+TEST_F(ZProperties, ListPrintsToStandardOutput)
+{
+    load("[s]\nk = a\nk = b\nempty =\n");
+    testing::internal::CaptureStdout();
+    store_.list();
+    fflush(stdout);
+    std::string const out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(0u, out.find("\n[s]\n"));
+    EXPECT_NE(std::string::npos, out.find("k = a\nk = b\n"));
+    EXPECT_NE(std::string::npos, out.find("empty =\n"));
+}
+
+// ---- Setting
+// ---------------------------------------------------------------------------------------
+
+TEST_F(ZProperties, SetReplacesEveryValue)
+{
+    load("[s]\nk = a\nk = b\n");
+    store_.setValue("s", "k", "c");
+    EXPECT_EQ("c,", valuesOf(store_, "s", "k"));
+    EXPECT_EQ(1, store_.isModified());
+    store_.setValue("s", "k", "");
+    EXPECT_EQ(1, store_.exists("s", "k"));
+    EXPECT_EQ(0, store_.numValues("s", "k"));
+    store_.setValue("s", "k", nullptr);
+    EXPECT_EQ(1, store_.exists("s", "k"));
+}
+
+TEST_F(ZProperties, SixFormsOfSettingAText)
+{
+    store_.setValue("s", "1", "text");
+    store_.setValue("s", "2", "text", 0);
+    store_.setValue("s", "3", ZLCString_6_0("text"), 0);
+    store_.setValue("s", "4", ZUTF8String_6_0("text"), 0);
+    store_.setValue("s", "5", ZLCConstString_6_0("text"), 0);
+    store_.setValue("s", "6", ZUTF8ConstString_6_0("text"), 0);
+    for (char const* key : {"1", "2", "3", "4", "5", "6"}) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ("text", valueOf(store_, "s", key));
+    }
+}
+
+TEST_F(ZProperties, NumbersAndTruthsAreWrittenAsText)
+{
+    store_.setIntegerValue("s", "n", 4294967295u);
+    store_.setBooleanValue("s", "y", 5);
+    store_.setBooleanValue("s", "f", 0);
+    EXPECT_EQ("4294967295", valueOf(store_, "s", "n"));
+    EXPECT_EQ("yes", valueOf(store_, "s", "y"));
+    EXPECT_EQ("no", valueOf(store_, "s", "f"));
+}
+
+TEST_F(ZProperties, KeyKeepsItsKindOfValues)
+{
+    store_.setValue("s", "plain", "p");
+    store_.setValue("s", "hidden", "h", 1);
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.setValue("s", "plain", "x", 1); }));
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.setValue("s", "hidden", "x"); }));
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { store_.setIntegerValue("s", "hidden", 1); }));
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { store_.setBooleanValue("s", "hidden", 1); }));
+    EXPECT_EQ("p", valueOf(store_, "s", "plain"));
+    EXPECT_EQ("h", valueOf(store_, "s", "hidden"));
+    store_.checkAccess("s", "plain", 0);
+    store_.checkAccess("s", "hidden", 1);
+    store_.checkAccess("s", "missing", 1);
+    store_.setValue("s", "hidden", "");  // no value, no kind
+    store_.checkAccess("s", "hidden", 0);
+    store_.setValue("s", "hidden", "open now");
+    EXPECT_EQ(0, store_.isObfuscated("s", "hidden"));
+}
+
+TEST_F(ZProperties, RefusesTextThatAFileWouldNotGiveBack)
+{
+    load("[s]\nk = a\n");
+    struct Case {
+        char const* name;
+        std::string category;
+        std::string key;
+        std::string value;
+    };
+    Case const cases[] = {
+        {"bracket in the category", "a]b", "k", "v"},
+        {"line feed in the category", "a\nb", "k", "v"},
+        {"equals in the key", "s", "a=b", "v"},
+        {"comment as key", "s", "#k", "v"},
+        {"head as key", "s", "[k", "v"},
+        {"blank before the key", "s", " k", "v"},
+        {"tab behind the key", "s", "k\t", "v"},
+        {"line feed in the key", "s", "a\nb", "v"},
+        {"line feed in the value", "s", "k", "a\n[x]"},
+        {"line too long", "s", "k", std::string(8190, 'x')},
+        {"key too long", "s", std::string(9000, 'x'), "v"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ("ZInvalidParameterException", raised([&] {
+                      store_.setValue(c.category.c_str(), c.key.c_str(), c.value.c_str());
+                  }));
+    }
+    EXPECT_EQ(0, store_.isModified());
+    EXPECT_EQ(1, store_.count());
+    EXPECT_EQ("a", valueOf(store_, "s", "k"));
+    // An obfuscated value stands in no line.
+    store_.setValue("s", "secret", "a\nb", 1);
+    EXPECT_EQ("a\nb", valueOf(store_, "s", "secret"));
+    // The longest line that fits.
+    std::string const longest(8190 - strlen("k = "), 'x');
+    store_.setValue("s", "k", longest.c_str());
+    store_.store(nullptr);
+    Store again;
+    again.load(directory_.at("conf").c_str());
+    EXPECT_EQ(longest, valueOf(again, "s", "k"));
+}
+
+TEST_F(ZProperties, CompanionEntryCannotBeHidden)
+{
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { store_.setValue("configuration-database", "file", "/x", 1); }));
+    EXPECT_EQ(0, store_.exists("configuration-database"));
+}
+
+TEST_F(ZProperties, UTF8ThatHasNoLocalFormIsRefused)
+{
+    // In a UTF-8 locale every valid text has one; a torn sequence has none anywhere.
+    EXPECT_EQ("ZFromUTF8Exception",
+              raised([&] { store_.setValue("s", "k", ZUTF8String_6_0("\xC3"), 0); }));
+    EXPECT_EQ("ZFromUTF8Exception",
+              raised([&] { store_.setValue("s", "k", ZUTF8ConstString_6_0("\xFF"), 0); }));
+    EXPECT_EQ(0, store_.exists("s"));
+}
+
+TEST_F(ZProperties, DeletedKeyIsGone)
+{
+    load(kText);
+    store_.deleteKey("server", "port");
+    EXPECT_EQ(0, store_.exists("server", "port"));
+    EXPECT_EQ(1, store_.isModified());
+    store_.deleteKey("server", "port");
+    store_.deleteKey("nowhere", "port");
+}
+
+TEST_F(ZProperties, CommentsOfSeveralLinesBecomeLines)
+{
+    load("[s]\nk = a\n");
+    store_.addFileComment("# one\n# two");
+    store_.addEntryComment("s", "k", "# three\n# four");
+    store_.addEntryComment("s", "new", "# five");
+    store_.store(nullptr);
+    EXPECT_EQ("# one\n# two\n\n[s]\n\n# three\n# four\nk = a\n\n# five\nnew =\n",
+              directory_.read("conf"));
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.addFileComment(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { store_.addFileComment(("#" + std::string(8190, 'x')).c_str()); }));
+}
+
+TEST_F(ZProperties, ModifiedFlagFollowsChangesLoadsAndStores)
+{
+    std::string const path = load(kText);
+    EXPECT_EQ(0, store_.isModified());
+    std::vector<std::function<void()>> const changes = {
+        [&] { store_.setValue("s", "k", "v"); },
+        [&] { store_.setIntegerValue("s", "k", 1); },
+        [&] { store_.setBooleanValue("s", "k", 1); },
+        [&] { store_.deleteKey("s", "k"); },
+        [&] { store_.addFileComment("# x"); },
+        [&] { store_.addEntryComment("s", "k", "# x"); },
+    };
+    for (auto const& change : changes) {
+        change();
+        EXPECT_EQ(1, store_.isModified());
+        store_.resetModified();
+    }
+    store_.setModified();
+    store_.store(nullptr);
+    EXPECT_EQ(0, store_.isModified());
+    store_.setModified();
+    store_.reload(nullptr);
+    EXPECT_EQ(0, store_.isModified());
+}
+
+// ---- Files
+// -----------------------------------------------------------------------------------------
+
+TEST_F(ZProperties, FirstPathBecomesTheFileName)
+{
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.load(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.load(""); }));
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.store(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.reload(""); }));
+    EXPECT_NE("nothing", raised([&] { store_.load(directory_.at("missing").c_str()); }));
+    EXPECT_TRUE(store_.fileName().isEmpty());
+    std::string const path = load("[s]\nk = a\n");
+    EXPECT_STREQ(path.c_str(), store_.fileName().getChars());
+    std::string const other = directory_.at("other");
+    store_.store(other.c_str());
+    EXPECT_STREQ(path.c_str(), store_.fileName().getChars());
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("other"));
+    Store fresh;
+    fresh.setValue("s", "k", "v");
+    fresh.store(other.c_str());
+    EXPECT_STREQ(other.c_str(), fresh.fileName().getChars());
+}
+
+TEST_F(ZProperties, StoreMakesAMissingFileAndLeavesNothingElse)
+{
+    store_.setValue("s", "k", "v");
+    store_.store(directory_.at("new").c_str());
+    EXPECT_EQ("\n[s]\nk = v\n", directory_.read("new"));
+    EXPECT_EQ("new", directory_.names());
+}
+
+TEST_F(ZProperties, ShorterTextLeavesNoTail)
+{
+    std::string const path = load("[s]\nk = " + std::string(4000, 'x') + "\n");
+    store_.setValue("s", "k", "y");
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = y\n", directory_.read("conf"));
+}
+
+TEST_F(ZProperties, StoreKeepsInodeOwnerAndMode)
+{
+    std::string const path = load(kText);
+    chmod(path.c_str(), 0640);
+    struct stat before;
+    stat(path.c_str(), &before);
+    store_.setValue("server", "port", "8080");
+    store_.store(nullptr);
+    struct stat after;
+    stat(path.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(before.st_mode, after.st_mode);
+    EXPECT_EQ(before.st_uid, after.st_uid);
+}
+
+TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
+{
+    load("[s]\nk = a\n");
+    store_.setValue("s", "k", "changed");
+    std::string const conf = directory_.at("conf");
+    mkdir(directory_.at("dir").c_str(), 0700);
+    mkfifo(directory_.at("fifo").c_str(), 0600);
+    struct Case {
+        char const* name;
+        char const* file;
+        std::string text;
+        std::string expected;
+    };
+    std::string const at = directory_.path() + "/";
+    Case const cases[] = {
+        {"missing", "missing", "", "io " + at + "missing fopen(r) 2"},
+        {"missing directory", "no/where", "", "io " + at + "no/where fopen(r) 2"},
+        {"file as directory", "conf/x", "", "io " + at + "conf/x fopen(r) 20"},
+        {"directory", "dir", "", "io " + at + "dir fopen(r) 21"},
+        {"fifo", "fifo", "", "io " + at + "fifo fopen(r) 22"},
+        {"key before a head", "bad", "k = v\n", "data " + at + "bad 1 k = v"},
+        {"no equals", "bad", "[t]\n\nword\n", "data " + at + "bad 3 word"},
+        {"equals first", "bad", "[t]\n  = v  \n", "data " + at + "bad 2 = v"},
+        {"no closing bracket", "bad", "# x\n[t\n", "data " + at + "bad 2 [t"},
+        {"stanza twice", "bad", "[a]\nk=1\n[b]\n[a]\n", "data " + at + "bad 4 [a]"},
+        {"long line", "bad", "[t]\nk = " + std::string(9000, 'x') + "\n",
+         "data " + at + "bad 3 " + std::string(9000 - 8191 + 4, 'x')},
+        {"byte order mark", "bad", "\xEF\xBB\xBF[t]\nk = v\n",
+         "data " + at + "bad 1 \xEF\xBB\xBF[t]"},
+        {"missing companion", "bad", "[configuration-database]\nfile = " + at + "nocompanion\n",
+         "io " + at + "nocompanion mapFile() 22"},
+    };
+    long const descriptors = openDescriptors();
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (!c.text.empty())
+            directory_.write(c.file, c.text);
+        std::string const path = directory_.at(c.file);
+        EXPECT_EQ(c.expected, raised([&] { store_.load(path.c_str()); }));
+        EXPECT_EQ(c.expected, raised([&] { store_.reload(path.c_str()); }));
+        Store fresh;
+        EXPECT_EQ(c.expected, raised([&] { fresh.load(path.c_str()); }));
+        EXPECT_TRUE(fresh.fileName().isEmpty());
+        EXPECT_EQ(0, fresh.count());
+        EXPECT_EQ("changed", valueOf(store_, "s", "k"));
+        EXPECT_EQ(1, store_.count());
+        EXPECT_EQ(1, store_.isModified());
+        EXPECT_STREQ(conf.c_str(), store_.fileName().getChars());
+    }
+    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+}
+
+TEST_F(ZProperties, UnusualTextIsRead)
+{
+    struct Case {
+        char const* name;
+        std::string text;
+        char const* expected;
+    };
+    Case const cases[] = {
+        {"CRLF", "[s]\r\nk = v\r\n", "v"},
+        {"no line feed at the end", "[s]\nk = v", "v"},
+        {"NUL cuts the line", std::string("[s]\nk = v\0w\n", 12), "v"},
+        {"invalid UTF-8", "[s]\nk = \xFF\xFE\n", "\xFF\xFE"},
+        {"blanks", "  [s] tail\n  k   =   v  \n", "v"},
+        {"blank before equals only", "[s]\nk =\n", "(none)"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Store store;
+        store.load(directory_.write("conf", c.text).c_str());
+        EXPECT_EQ(c.expected, valueOf(store, "s", "k"));
+    }
+    Store empty;
+    empty.load(directory_.write("conf", "").c_str());
+    EXPECT_EQ(0, empty.count());
+}
+
+TEST_F(ZProperties, LoadAddsToWhatIsThere)
+{
+    load("[a]\nk = 1\n");
+    store_.load(directory_.write("more", "[b]\nk = 2\n").c_str());
+    EXPECT_EQ("1", valueOf(store_, "a", "k"));
+    EXPECT_EQ("2", valueOf(store_, "b", "k"));
+    std::string const again = directory_.write("again", "[c]\nk = 3\n[b]\nk = 4\n");
+    EXPECT_EQ("data " + again + " 3 [b]", raised([&] { store_.load(again.c_str()); }));
+    EXPECT_EQ(2, store_.count());
+}
+
+TEST_F(ZProperties, ReloadTakesThePlaceOfWhatIsThere)
+{
+    std::string const path = load("[a]\nk = 1\n");
+    store_.setValue("b", "k", "2");
+    store_.reload(nullptr);
+    EXPECT_EQ(0, store_.exists("b"));
+    EXPECT_EQ("1", valueOf(store_, "a", "k"));
+    EXPECT_EQ(path, store_.loaded);
+    directory_.write("conf", "broken");
+    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store_.reload(nullptr); }));
+    EXPECT_EQ("1", valueOf(store_, "a", "k"));
+}
+
+TEST_F(ZProperties, UnreadableAndUnwritableFilesAreRefused)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    chmod(directory_.path().c_str(), 0755);
+    chmod(path.c_str(), 0000);
+    pid_t const child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(9);
+        Store store;
+        bool const load =
+            raised([&] { store.load(path.c_str()); }) == "io " + path + " fopen(r) 13";
+        store.setValue("s", "k", "b");
+        bool const save =
+            raised([&] { store.store(path.c_str()); }) == "io " + path + " fopen(r+) 13";
+        _exit(load && save && store.isModified() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    chmod(path.c_str(), 0600);
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+}
+
+TEST_F(ZProperties, AnotherProcessThatHoldsTheFileIsNotWaitedFor)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "k", "b");
+    {
+        LockingProcess const writer(path, F_WRLCK);
+        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.reload(nullptr); }));
+        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ("b", valueOf(store_, "s", "k"));
+        EXPECT_EQ(1, store_.isModified());
+    }
+    {
+        LockingProcess const reader(path, F_RDLCK);
+        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.store(nullptr); }));
+        Store other;
+        other.load(path.c_str());
+        EXPECT_EQ("a", valueOf(other, "s", "k"));
+    }
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+    EXPECT_EQ("conf", directory_.names());
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = b\n", directory_.read("conf"));
+}
+
+TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    std::string seen;
+    Observer observer;
+    store_.addObserver(&observer);
+    store_.onPostLoad = [&] {
+        seen = valueOf(store_, "s", "k");
+        store_.setValue("s", "made", "in postLoad");
+    };
+    store_.load(path.c_str());
+    EXPECT_EQ("a", seen);
+    EXPECT_EQ(path, store_.loaded);
+    EXPECT_EQ(0, store_.isModified());
+    EXPECT_EQ("", observer.log);
+    store_.onPostLoad = [&] { throw std::runtime_error("no"); };
+    directory_.write("conf", "[s]\nk = b\n");
+    EXPECT_THROW(store_.reload(nullptr), std::runtime_error);
+    EXPECT_EQ("a", valueOf(store_, "s", "k"));
+    store_.onPostLoad = nullptr;
+    store_.setValue("s", "k", "c");
+    EXPECT_EQ("2[s]k ", observer.log);  // the loading flag is not stuck
+}
+
+TEST_F(ZProperties, FileReplacedByRenameIsTheOneThatIsWritten)
+{
+    std::string const path = load("[s]\nk = a\n");
+    directory_.write("edited", "[s]\nk = by an editor\n");
+    rename(directory_.at("edited").c_str(), path.c_str());
+    store_.setValue("s", "k", "b");
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = b\n", directory_.read("conf"));
+}
+
+TEST_F(ZProperties, StoreThroughALinkWritesItsTarget)
+{
+    std::string const path = directory_.write("real", "[s]\nk = a\n");
+    std::string const link = directory_.at("link");
+    ASSERT_EQ(0, symlink(path.c_str(), link.c_str()));
+    store_.load(link.c_str());
+    store_.setValue("s", "k", "b");
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = b\n", directory_.read("real"));
+    struct stat status;
+    ASSERT_EQ(0, lstat(link.c_str(), &status));
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    EXPECT_EQ("link real", directory_.names());
+}
+
+TEST_F(ZProperties, TimeStampIsThatOfTheFile)
+{
+    std::string const path = load("[s]\nk = a\n");
+    utimbuf const times = {1000000000, 1000000000};
+    utime(path.c_str(), &times);
+    store_.reload(nullptr);
+    EXPECT_EQ(1000000000, store_.timeStamp());
+    long stamp = 0;
+    EXPECT_EQ(1, ZProperties_6_0::checkAndSetTimeStamp(path.c_str(), stamp));
+    EXPECT_EQ(1000000000, stamp);
+    EXPECT_EQ(0, ZProperties_6_0::checkAndSetTimeStamp(path.c_str(), stamp));
+    EXPECT_EQ(0, ZProperties_6_0::checkAndSetTimeStamp("/no/such/file", stamp));
+    EXPECT_EQ(0, ZProperties_6_0::checkAndSetTimeStamp(nullptr, stamp));
+    EXPECT_EQ(1000000000, stamp);
+}
+
+TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
+{
+    std::string const path = directory_.write("conf", "");
+    ZProperties_6_0::checkFileAccess(path.c_str());
+    ZProperties_6_0::checkFileAccess(directory_.at("missing").c_str());
+    ZProperties_6_0::checkFileAccess("missing-in-the-current-directory");
+    EXPECT_EQ("io /no/such access() 2",
+              raised([] { ZProperties_6_0::checkFileAccess("/no/such/file"); }));
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([] { ZProperties_6_0::checkFileAccess(nullptr); }));
+    pid_t const child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(9);
+        bool const root =
+            raised([] { ZProperties_6_0::checkFileAccess("/missing"); }) == "io / access() 13";
+        bool const file = raised([] { ZProperties_6_0::checkFileAccess("/etc/passwd"); }) ==
+                          "io /etc/passwd access() 13";
+        _exit(root && file ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+// ---- The companion file
+// ----------------------------------------------------------------------------
+
+TEST_F(ZProperties, ObfuscatedValuesLiveInTheCompanion)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = a\n\n[configuration-database]\nfile = " + path + ".obf\n",
+              directory_.read("conf"));
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    EXPECT_EQ(std::string::npos, directory_.read("conf.obf").find("hidden"));
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+    EXPECT_EQ(1, again.isObfuscated("s", "secret"));
+}
+
+TEST_F(ZProperties, CompanionHasTheModeOfItsFile)
+{
+    std::string const path = load("[s]\n");
+    chmod(path.c_str(), 0640);
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    struct stat status;
+    ASSERT_EQ(0, stat(directory_.at("conf.obf").c_str(), &status));
+    EXPECT_EQ(0640u, status.st_mode & 07777);
+}
+
+TEST_F(ZProperties, CompanionGoesWithItsLastItem)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    store_.setValue("s", "secret", "");
+    store_.store(nullptr);
+    EXPECT_EQ("conf", directory_.names());
+    EXPECT_EQ(0, store_.exists("configuration-database", "file"));
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ(0, again.isObfuscated("s"));
+}
+
+TEST_F(ZProperties, RelativePathMakesAnAbsoluteCompanion)
+{
+    char before[4096];
+    ASSERT_NE(nullptr, getcwd(before, sizeof before));
+    ASSERT_EQ(0, chdir(directory_.path().c_str()));
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store("conf");
+    ASSERT_EQ(0, chdir(before));
+    EXPECT_EQ(directory_.at("conf.obf"), valueOf(store_, "configuration-database", "file"));
+    EXPECT_EQ("conf conf.obf", directory_.names());
+}
+
+TEST_F(ZProperties, NamedCompanionIsUsedAsWritten)
+{
+    directory_.write("elsewhere", packed({"s", "secret", "old"}));
+    std::string const path =
+        load("[s]\n[configuration-database]\nfile = " + directory_.at("elsewhere") + "\n");
+    EXPECT_EQ("old", valueOf(store_, "s", "secret"));
+    store_.setValue("s", "secret", "new", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("conf elsewhere", directory_.names());
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ("new", valueOf(again, "s", "secret"));
+    // Nothing but a companion of the file's own name is ever removed.
+    store_.setValue("s", "secret", "");
+    store_.store(nullptr);
+    EXPECT_EQ("conf elsewhere", directory_.names());
+    EXPECT_EQ(0, store_.exists("configuration-database", "file"));
+}
+
+TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
+{
+    std::string const path = load("[s]\n");
+    std::string const companion = directory_.at("mine");
+    store_.setValue("configuration-database", "file", companion.c_str());
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("conf mine", directory_.names());
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+}
+
+TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
+{
+    std::string const companion = directory_.at("conf.obf");
+    std::string const whole = packed({"s", "secret", "value"});
+    struct Case {
+        char const* name;
+        std::string contents;
+        std::string expected;
+    };
+    std::string const data = "data " + companion + " 0 ";
+    Case const cases[] = {
+        {"empty", "", "io " + companion + " mapFile() 22"},
+        {"truncated", whole.substr(0, whole.size() - 5), data},
+        {"not packed", "this is no zlib data", data},
+    };
+    load("[s]\nk = a\n");
+    std::string const path = directory_.write(
+        "conf", "[s]\nk = b\n[configuration-database]\nfile = " + companion + "\n");
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        directory_.write("conf.obf", c.contents);
+        EXPECT_EQ(c.expected, raised([&] { store_.reload(nullptr); }));
+        EXPECT_EQ("a", valueOf(store_, "s", "k"));
+    }
+    std::filesystem::remove(companion);
+    mkdir(companion.c_str(), 0700);
+    EXPECT_EQ("io " + companion + " mapFile() 19", raised([&] { store_.reload(nullptr); }));
+    EXPECT_EQ("a", valueOf(store_, "s", "k"));
+}
+
+TEST_F(ZProperties, CompanionThatUnpacksToTooMuchIsRefused)
+{
+    std::string const companion = directory_.at("conf.obf");
+    std::string const plain(size_t{257} << 20, 'x');
+    std::string contents(plain.size() / 100, '\0');
+    uLongf length = contents.size();
+    ASSERT_EQ(Z_OK, compress2(reinterpret_cast<Bytef*>(contents.data()), &length,
+                              reinterpret_cast<Bytef const*>(plain.data()), plain.size(), 1));
+    directory_.write("conf.obf", contents.substr(0, length));
+    std::string const path =
+        directory_.write("conf", "[configuration-database]\nfile = " + companion + "\n");
+    EXPECT_EQ("data " + companion + " 0 ", raised([&] { store_.load(path.c_str()); }));
+    EXPECT_EQ(0, store_.count());
+}
+
+TEST_F(ZProperties, FileThatOthersMayWriteMayNameOnlyItsOwnCompanion)
+{
+    std::string const decoy = directory_.write("decoy", packed({"s", "secret", "stolen"}));
+    std::string const path =
+        directory_.write("conf", "[s]\n[configuration-database]\nfile = " + decoy + "\n");
+    chmod(path.c_str(), 0666);
+    EXPECT_EQ("io " + decoy + " access() 1", raised([&] { store_.load(path.c_str()); }));
+    store_.setValue("configuration-database", "file", decoy.c_str());
+    store_.setValue("s", "secret", "mine", 1);
+    EXPECT_EQ("io " + decoy + " access() 1", raised([&] { store_.store(path.c_str()); }));
+    EXPECT_EQ(packed({"s", "secret", "stolen"}), directory_.read("decoy"));
+    // Its own is allowed, when it is a plain file of the same owner.
+    store_.setValue("configuration-database", "file", directory_.at("conf.obf").c_str());
+    store_.store(path.c_str());
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ("mine", valueOf(again, "s", "secret"));
+    std::filesystem::remove(directory_.at("conf.obf"));
+    ASSERT_EQ(0, symlink(decoy.c_str(), directory_.at("conf.obf").c_str()));
+    EXPECT_EQ("io " + directory_.at("conf.obf") + " access() 1",
+              raised([&] { again.reload(nullptr); }));
+    std::filesystem::remove(directory_.at("conf.obf"));
+    ASSERT_EQ(0, link(decoy.c_str(), directory_.at("conf.obf").c_str()));
+    EXPECT_EQ("io " + directory_.at("conf.obf") + " access() 1",
+              raised([&] { again.reload(nullptr); }));
+}
+
+TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
+{
+    std::string const foreign = directory_.write("foreign", "root:x:0:0\n");
+    std::string const path = load("[s]\n");
+    for (std::string const& name : {foreign, path, directory_.path()}) {
+        SCOPED_TRACE(name);
+        store_.setValue("configuration-database", "file", name.c_str());
+        store_.setValue("s", "secret", "hidden", 1);
+        EXPECT_EQ("io " + name + " access() 1", raised([&] { store_.store(nullptr); }));
+        store_.setValue("s", "secret", "");
+        EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+    }
+    EXPECT_EQ("root:x:0:0\n", directory_.read("foreign"));
+    EXPECT_EQ("conf foreign", directory_.names());
+}
+
+TEST_F(ZProperties, CompanionDirectoryIsChecked)
+{
+    std::string const path = load("[s]\n");
+    store_.setValue("configuration-database", "file", "/no/such/companion");
+    store_.setValue("s", "secret", "hidden", 1);
+    EXPECT_EQ("io /no/such access() 2", raised([&] { store_.store(nullptr); }));
+    EXPECT_EQ("[s]\n", directory_.read("conf"));
+}
+
+// ---- Notices
+// ---------------------------------------------------------------------------------------
+
+TEST_F(ZProperties, ObserversAreToldOfChanges)
+{
+    load(kText);
+    Observer observer;
+    store_.addObserver(&observer);
+    store_.setValue("s", "a", "1");
+    store_.setIntegerValue("s", "b", 1);
+    store_.setBooleanValue("s", "c", 1);
+    store_.deleteKey("s", "a");
+    store_.addFileComment("# nobody is told of comments");
+    EXPECT_EQ("2[s]a 2[s]b 2[s]c 1[s]a ", observer.log);
+    observer.log.clear();
+    EXPECT_NE("nothing", raised([&] { store_.setValue("s", "a=b", "1"); }));
+    store_.reload(nullptr);
+    store_.store(nullptr);
+    EXPECT_EQ("", observer.log);
+    store_.sendChangeNotice(ZPropertyChanged_6_0::storeChanged, ZPropertyChanged_6_0::added, "x",
+                            nullptr);
+    EXPECT_EQ("0[x] ", observer.log);
+}
+
+TEST_F(ZProperties, NoticesComeWhenTheLockIsFree)
+{
+    Observer observer;
+    bool free = false;
+    observer.action = [&] {
+        std::thread([&] {
+            store_.exists("s", "k");
+            free = true;
+        }).join();
+    };
+    store_.addObserver(&observer);
+    store_.setValue("s", "k", "v");
+    EXPECT_TRUE(free);
+    free = false;
+    {
+        ZPropertiesIterator_6_0 const iterator(store_, "s");
+        store_.setValue("s", "k", "w");
+        EXPECT_FALSE(free);
+    }
+    EXPECT_TRUE(free);
+    EXPECT_EQ("2[s]k 2[s]k ", observer.log);
+}
+
+TEST_F(ZProperties, ObserverMayUseTheStoreAndItsObservers)
+{
+    Observer observer;
+    Observer second;
+    store_.addObserver(&observer);
+    observer.action = [&] {
+        store_.addObserver(&second);
+        store_.deleteObserver(&observer);
+        store_.setValue("s", "answer", "1");
+    };
+    store_.setValue("s", "k", "v");
+    EXPECT_EQ("2[s]k ", observer.log);
+    EXPECT_EQ("2[s]answer ", second.log);
+    EXPECT_EQ("1", valueOf(store_, "s", "answer"));
+}
+
+TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
+{
+    Observer observer;
+    observer.action = [] { throw std::runtime_error("told"); };
+    store_.addObserver(&observer);
+    EXPECT_THROW(store_.setValue("s", "k", "v"), std::runtime_error);
+    EXPECT_EQ("v", valueOf(store_, "s", "k"));
+    std::thread([&] { EXPECT_EQ(1, store_.exists("s", "k")); }).join();
+    {
+        SCOPED_TRACE("several at once");
+        EXPECT_THROW(
+            {
+                ZPropertiesIterator_6_0 const iterator(store_, "s");
+                store_.setValue("s", "a", "1");
+                store_.setValue("s", "b", "1");
+            },
+            std::runtime_error);
+        EXPECT_EQ("2[s]k 2[s]a 2[s]b ", observer.log);
+    }
+}
+
+// ---- One store for a path
+// --------------------------------------------------------------------------
+
+TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("a", valueOf(*store, "s", "k"));
+    directory_.write("conf", "[s]\nk = b\n");
+    EXPECT_EQ("a", valueOf(*store, "s", "k"));
+    EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
+    EXPECT_EQ("b", valueOf(*store, "s", "k"));
+    EXPECT_EQ(1, factory.made);
+    // The file that an editor put in its place.
+    directory_.write("edited", "[s]\nk = c\n");
+    rename(directory_.at("edited").c_str(), path.c_str());
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("c", valueOf(*store, "s", "k"));
+    // A file that went away changes nothing.
+    std::filesystem::remove(path);
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("c", valueOf(*store, "s", "k"));
+}
+
+TEST_F(ZProperties, TwoChangesOfOneSecondAreBothNoticed)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    struct stat status;
+    stat(path.c_str(), &status);
+    directory_.write("conf", "[s]\nk = b\n");
+    timespec const sameSecond[2] = {
+        status.st_atim,
+        {status.st_mtim.tv_sec, status.st_mtim.tv_nsec == 0 ? 1 : status.st_mtim.tv_nsec - 1}};
+    utimensat(AT_FDCWD, path.c_str(), sameSecond, 0);
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("b", valueOf(*store, "s", "k"));
+}
+
+TEST_F(ZProperties, UnsavedChangesStayUnlessForced)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    store->setValue("s", "k", "mine");
+    directory_.write("conf", "[s]\nk = theirs\n");
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("mine", valueOf(*store, "s", "k"));
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1);
+    EXPECT_EQ("theirs", valueOf(*store, "s", "k"));
+    directory_.write("conf", "broken");
+    EXPECT_EQ("data " + path + " 1 broken",
+              raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1); }));
+    EXPECT_EQ("theirs", valueOf(*store, "s", "k"));
+}
+
+TEST_F(ZProperties, PathIsNeeded)
+{
+    Factory factory;
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { ZProperties_6_0::getPropertiesFor(nullptr, factory, 0); }));
+    EXPECT_EQ("ZInvalidParameterException",
+              raised([&] { ZProperties_6_0::getPropertiesFor("", factory, 0); }));
+    EXPECT_EQ(0, factory.made);
+}
+
+TEST_F(ZProperties, OneThreadMakesAndTheOthersWait)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    std::mutex mutex;
+    std::condition_variable changed;
+    int arrived = 0;
+    factory.onPostLoad = [&] {
+        std::unique_lock<std::mutex> guard(mutex);
+        changed.wait(guard, [&] { return arrived == 8; });
+    };
+    std::vector<ZProperties_6_0*> found(8);
+    std::vector<std::thread> threads;
+    for (ZProperties_6_0*& one : found)
+        threads.emplace_back([&] {
+            {
+                std::lock_guard<std::mutex> const guard(mutex);
+                ++arrived;
+                changed.notify_all();
+            }
+            one = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(1, factory.made);
+    for (ZProperties_6_0 const* one : found)
+        EXPECT_EQ(found[0], one);
+}
+
+TEST_F(ZProperties, ThreadThatAsksForWhatItIsMakingIsRefused)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    std::string inner;
+    factory.onPostLoad = [&] {
+        inner = raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); });
+    };
+    EXPECT_NE(nullptr, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
+    EXPECT_EQ("io " + path + " fcntl() 35", inner);
+}
+
+// ---- Threads
+// ---------------------------------------------------------------------------------------
+
+TEST_F(ZProperties, EightThreadsUseOneStore)
+{
+    std::string const path = load(kText);
+    class Counting final : public ZObserverInterface_6_0 {
+    public:
+        explicit Counting(ZProperties_6_0& store) : store_(store) {}
+        void update(ZObservableInterface_6_0* sender, ZObservedParm_6_0 const&) override
+        {
+            ++calls;
+            store_.exists("server", "port");
+            sender->countObservers();
+        }
+
+        std::atomic<int> calls{0};
+
+    private:
+        ZProperties_6_0& store_;
+    };
+    Counting permanent(store_);
+    store_.addObserver(&permanent);
+    std::atomic<int> stored{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 8; ++number)
+        threads.emplace_back([&, number] {
+            Counting own(store_);
+            std::string const key = "k" + std::to_string(number);
+            for (int round = 0; round < 40; ++round) {
+                store_.addObserver(&own);
+                store_.setIntegerValue("threads", key.c_str(), static_cast<unsigned>(round));
+                EXPECT_EQ(static_cast<unsigned>(round),
+                          store_.getIntegerValue("threads", key.c_str(), 0, 0));
+                {
+                    ZPropertiesIterator_6_0 iterator(store_, "server");
+                    while (iterator.hasMore()) {
+                        iterator.nextEntry();
+                        iterator.entryValue(0);
+                    }
+                    store_.setValue("threads", key.c_str(), std::to_string(round).c_str());
+                }
+                if (round % 8 == number) {
+                    store_.store(nullptr);
+                    ++stored;
+                }
+                store_.deleteObserver(&own);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(8 * 40 * 2, permanent.calls);
+    EXPECT_EQ(8 * 5, stored);
+    store_.deleteObserver(&permanent);
+    store_.store(nullptr);
+    Store again;
+    again.load(path.c_str());
+    for (int number = 0; number < 8; ++number)
+        EXPECT_EQ("39", valueOf(again, "threads", ("k" + std::to_string(number)).c_str()));
+}
+
+TEST_F(ZProperties, StoresOnOneFileTakeTurnsAndNeverFail)
+{
+    std::string const path = directory_.write("conf", "[s]\nn = 0\n");
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number)
+        threads.emplace_back([&, number] {
+            for (int round = 0; round < 25; ++round) {
+                Store store;
+                store.load(path.c_str());
+                unsigned const n = store.getIntegerValue("s", "n", 1, 0);
+                if (store.numValues("s", "n") != 1 || n > 100)
+                    ++torn;
+                if (number % 2 == 0) {
+                    store.setIntegerValue("s", "n", static_cast<unsigned>(round));
+                    store.store(nullptr);
+                }
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, torn);
+    EXPECT_EQ("conf", directory_.names());
+}
+
+// ---- Want of memory
+// --------------------------------------------------------------------------------
+
+TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
+{
+    std::string const path = load("[s]\nk = a\nk = b\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    std::string const text = directory_.read("conf");
+    std::string const companion = directory_.read("conf.obf");
+    store_.setValue("s", "k", "changed");
+    std::string const longText(300, 'x');
+    ZLCString_6_0 out("before");
+    ZArrayList_6_0 list(1, 1);
+    ZLCString_6_0 const old("old");
+    list.add(&old);
+    long const descriptors = openDescriptors();
+
+    auto const check = [&] {
+        EXPECT_EQ(2, store_.count("s"));
+        EXPECT_EQ("changed,", valuesOf(store_, "s", "k"));
+        EXPECT_EQ("hidden,", valuesOf(store_, "s", "secret"));
+        EXPECT_EQ(1, store_.isModified());
+        EXPECT_STREQ("before", out.getChars());
+        EXPECT_EQ(1u, list.size());
+        EXPECT_EQ(text, directory_.read("conf"));
+        EXPECT_EQ(companion, directory_.read("conf.obf"));
+        EXPECT_EQ("conf conf.obf", directory_.names());
+        EXPECT_EQ(descriptors, openDescriptors());
+    };
+    // Each call is run with every allocation failing in turn, then once more to its end; what the
+    // last run did is taken back.
+    struct Case {
+        char const* name;
+        std::function<void()> call;
+        std::function<void()> undo;
+    };
+    Case const cases[] = {
+        {"get", [&] { store_.getValue("s", "long", out, 0, longText.c_str()); },
+         [&] { out = "before"; }},
+        {"get all", [&] { store_.getValues("s", "k", list, zPropUTF8Strings); },
+         [&] {
+             list.removeAll();
+             list.add(&old);
+         }},
+        {"set", [&] { store_.setValue("s", "new", longText.c_str()); },
+         [&] { store_.deleteKey("s", "new"); }},
+        {"set obfuscated", [&] { store_.setValue("s", "new", longText.c_str(), 1); },
+         [&] { store_.deleteKey("s", "new"); }},
+        {"set number", [&] { store_.setIntegerValue("s", "new", 5); },
+         [&] { store_.deleteKey("s", "new"); }},
+        {"delete", [&] { store_.deleteKey("s", "missing"); }, [] {}},
+        {"iterate",
+         [&] {
+             ZPropertiesIterator_6_0 iterator(store_, "s");
+             while (iterator.hasMore()) {
+                 iterator.nextEntry();
+                 iterator.entryValue(0);
+             }
+         },
+         [] {}},
+        {"names", [&] { delete store_.keyNames("s"); }, [] {}},
+        {"categories", [&] { delete store_.categoryNames(); }, [] {}},
+        {"reload", [&] { store_.reload(nullptr); }, [&] { store_.setValue("s", "k", "changed"); }},
+        {"load into another", [&] { Store().load(path.c_str()); }, [] {}},
+        {"copy", [&] { ZProperties_6_0 const copy(store_); }, [] {}},
+        {"store", [&] { store_.store(nullptr); },
+         [&] {
+             directory_.write("conf", text);
+             directory_.write("conf.obf", companion);
+             store_.setModified();
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_LT(0u, failEachAllocationOfSome(c.call, c.undo, check));
+        if (HasFailure())
+            break;
+    }
+}
+
+int main(int argc, char** argv)
+{
+    if (LockingProcess::isWanted(argc, argv))
+        return LockingProcess::run(argv);
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
