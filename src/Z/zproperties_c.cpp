@@ -1,0 +1,618 @@
+#include "zproperties_c.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "ZArrayList.h"
+#include "ZException.h"
+#include "ZLCString.h"
+#include "ZStanzaFileProperties.h"
+#include "zproperties_c_p.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/zproperties_c";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite { raiseInGetValues = 431 };
+
+using Files = ZHandleTable<ZPROP_handle>;
+using Iterators = ZHandleTable<ZPROP_iter_handle>;
+using Store = ZStanzaFileProperties_6_0;
+
+// ---- Exceptions to codes ------------------------------------------------------------------------
+
+// The code of the exception that is being handled, in a function that reads.
+int readCode()
+{
+    try {
+        throw;
+    } catch (ZPropertiesMissingPropertyException_6_0 const&) {
+        return zpropMissing;
+    } catch (ZPropertiesInvalidValueException_6_0 const&) {
+        return zpropInvalidValue;
+    } catch (ZPropertiesIteratorException_6_0 const&) {
+        return zpropIterator;
+    } catch (ZInvalidParameterException_6_0 const&) {
+        return zpropBadHandle;
+    } catch (...) {
+        return zpropChangeFailed;
+    }
+}
+
+// The code of the exception that is being handled, in a function that changes through an iterator.
+int iteratorChangeCode()
+{
+    try {
+        throw;
+    } catch (ZPropertiesIteratorException_6_0 const&) {
+        return zpropIterator;
+    } catch (...) {
+        return zpropChangeFailed;
+    }
+}
+
+int changeCode()
+{
+    return zpropChangeFailed;
+}
+
+int openStoreCode()
+{
+    return zpropOpenStoreFailed;
+}
+
+// Runs `action`; what it throws becomes a code and goes no further. Only the cancellation of the
+// thread, which travels as an exception too, must reach the thread's end.
+template <class Action>
+int codeOf(int (*codeOfFailure)(), Action action)
+{
+    try {
+        action();
+        return zpropOk;
+    } catch (...) {
+        if (zcaughtCancellation())
+            throw;
+        return codeOfFailure();
+    }
+}
+
+// ---- Handles ------------------------------------------------------------------------------------
+
+template <class Action>
+int withFile(ZPROP_handle* handle, int (*codeOfFailure)(), Action action)
+{
+    Files::Use const file = zpropFiles.use(handle);
+    if (!file || !file->intact())
+        return zpropBadHandle;
+    return codeOf(codeOfFailure, [&] { action(*file->store); });
+}
+
+template <class Action>
+int changeFile(ZPROP_handle* handle, Action action)
+{
+    return withFile(handle, changeCode, action);
+}
+
+// Returns what `read` returns, 0 when it fails, and stores the code.
+template <class Read>
+std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, int* code, Read read)
+{
+    std::invoke_result_t<Read, Store&> result = {};
+    *code = withFile(handle, readCode, [&](Store& store) { result = read(store); });
+    return result;
+}
+
+// An iterator holds the lock of its store in the name of the thread that made it; no other thread
+// may use what that lock guards, or let go of it.
+bool madeHere(ZPROP_iter_handle const& iterator)
+{
+    return pthread_equal(iterator.maker, pthread_self()) != 0;
+}
+
+// Runs the action for the kind of the iterator.
+template <class OverKeys, class OverValues>
+int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys overKeys,
+                 OverValues overValues)
+{
+    Iterators::Use const iterator = zpropIterators.use(handle);
+    if (!iterator || !iterator->intact())
+        return zpropBadHandle;
+    if (!madeHere(*iterator))
+        return zpropIterator;
+    int code = zpropOk;
+    int const failure = codeOf(codeOfFailure, [&] {
+        if (iterator->type == zpropOverKeys)
+            code = overKeys(static_cast<ZPROP_stz_iter_handle&>(*iterator));
+        else
+            code = overValues(static_cast<ZPROP_stzvalue_iter_handle&>(*iterator));
+    });
+    return failure != zpropOk ? failure : code;
+}
+
+int notOverKeys(ZPROP_stz_iter_handle&)
+{
+    return zpropIterator;
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+// A flag of 1 asks for a default, so that the key is not required.
+int required(int defaultFlag)
+{
+    return defaultFlag == 1 ? 0 : 1;
+}
+
+char const* orEmpty(char const* value)
+{
+    return value != nullptr ? value : "";
+}
+
+// Stores a returned text, null for an empty one, in `result`, and returns the code.
+int returnText(char const* text, size_t length, char*& result)
+{
+    if (length == 0)
+        return zpropOk;
+    result = zpropNewText(text, length);
+    return result != nullptr ? zpropOk : zpropChangeFailed;
+}
+
+// Reads the last value of a key. A key that is there without a value has an empty one, also where
+// the store, asked for a required value, calls that missing.
+void readValue(Store const& store, char const* stanza, char const* key, int defaultFlag,
+               ZLCString_6_0& value)
+{
+    try {
+        store.getValue(stanza, key, value, required(defaultFlag), nullptr);
+    } catch (ZPropertiesMissingPropertyException_6_0 const&) {
+        if (store.exists(stanza, key) == 0)
+            throw;
+    }
+}
+
+char* duplicate(char const* text)
+{
+    char* const copy = strdup(text);
+    if (copy == nullptr)
+        throw std::bad_alloc();
+    return copy;
+}
+
+void freeList(char** list)
+{
+    for (char** element = list; *element != nullptr; ++element)
+        free(*element);
+    free(list);
+}
+
+struct ListDeleter {
+    void operator()(char** list) const { freeList(list); }
+};
+
+char** listOf(Store const& store, char const* stanza, char const* key)
+{
+    ZArrayList_6_0 values(1, 1);
+    store.getValues(stanza, key, values, zPropLocalStrings);
+    size_t const count = values.size();
+    // Zeroed, so that the list has its end wherever filling it stops.
+    std::unique_ptr<char*, ListDeleter> list(static_cast<char**>(calloc(count + 1, sizeof(char*))));
+    if (list == nullptr)
+        throw std::bad_alloc();
+    for (size_t i = 0; i < count; ++i) {
+        auto const* const value =
+            static_cast<ZLCString_6_0 const*>(values.get(static_cast<unsigned int>(i)));
+        list.get()[i] = duplicate(value->getChars());
+    }
+    return list.release();
+}
+
+bool hasText(ZPROPValue const& record)
+{
+    return record.result != nullptr &&
+           (record.type == zpropString || record.type == zpropStringList);
+}
+
+void serve(Store const& store, ZPROPValue const& record)
+{
+    int const isRequired = required(record.flag);
+    switch (record.type) {
+        case zpropBoolean:
+            *static_cast<int*>(record.result) =
+                store.getBooleanValue(record.stanza, record.key, isRequired, 0);
+            break;
+        case zpropInteger:
+            *static_cast<unsigned int*>(record.result) =
+                store.getIntegerValue(record.stanza, record.key, isRequired, 0);
+            break;
+        case zpropString: {
+            ZLCString_6_0 value;
+            readValue(store, record.stanza, record.key, record.flag, value);
+            if (value.getLength() > 0)
+                *static_cast<char**>(record.result) = duplicate(value.getChars());
+            break;
+        }
+        case zpropStringList:
+            *static_cast<char***>(record.result) = listOf(store, record.stanza, record.key);
+            break;
+    }
+}
+
+}  // namespace
+
+// ---- Files --------------------------------------------------------------------------------------
+
+int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode)
+{
+    if (handle == nullptr || file == nullptr || (mode != zpropOpenRead && mode != zpropOpenUpdate))
+        return zpropBadHandle;
+    *handle = nullptr;
+    return codeOf(openStoreCode, [&] {
+        constexpr int kKeepComments = 1;
+        auto store = std::make_shared<Store>(file, kKeepComments);
+        *handle = zpropFiles.enter(std::make_unique<ZPROP_handle>(mode, std::move(store)));
+    });
+}
+
+void zstzPropClose_6_0(ZPROP_handle* handle)
+{
+    Files::Use const file = zpropFiles.use(handle);
+    if (file && file->intact())
+        zpropFiles.retire(handle);
+}
+
+int zstzPropStore_6_0(ZPROP_handle* handle, char const* file)
+{
+    return withFile(handle, openStoreCode, [&](Store& store) { store.store(file); });
+}
+
+// ---- Changes ------------------------------------------------------------------------------------
+
+int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                               char const* value)
+{
+    if (stanza == nullptr || key == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.setValue(stanza, key, orEmpty(value)); });
+}
+
+int zstzPropSetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                int value)
+{
+    if (stanza == nullptr || key == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.setBooleanValue(stanza, key, value); });
+}
+
+int zstzPropSetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                unsigned int value)
+{
+    if (stanza == nullptr || key == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.setIntegerValue(stanza, key, value); });
+}
+
+int zstzPropRemoveKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key)
+{
+    if (stanza == nullptr || key == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.deleteKey(stanza, key); });
+}
+
+int zstzPropRemoveStanza_6_0(ZPROP_handle* handle, char const* stanza)
+{
+    if (stanza == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.deleteStanza(stanza); });
+}
+
+int zstzPropAddLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                               char const* comment)
+{
+    if (stanza == nullptr || key == nullptr || comment == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.addEntryComment(stanza, key, comment); });
+}
+
+int zstzPropAddStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment)
+{
+    if (stanza == nullptr || comment == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.addStanzaComment(stanza, comment); });
+}
+
+int zstzPropAddFileComment_6_0(ZPROP_handle* handle, char const* comment)
+{
+    if (comment == nullptr)
+        return zpropBadHandle;
+    return changeFile(handle, [&](Store& store) { store.addFileComment(comment); });
+}
+
+// ---- Lists of values ----------------------------------------------------------------------------
+
+int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
+{
+    if (records == nullptr && count != 0)
+        return zpropBadHandle;
+    Files::Use const file = zpropFiles.use(handle);
+    if (!file || !file->intact())
+        return zpropBadHandle;
+    // What zstzPropFreeValuesList_6_0 finds in the records behind a failure must not be garbage.
+    for (int i = 0; i < count; ++i) {
+        if (hasText(records[i]))
+            *static_cast<void**>(records[i].result) = nullptr;
+    }
+    for (int i = 0; i < count; ++i) {
+        ZPROPValue const& record = records[i];
+        // KEPT: this leaves a plain function as an exception; callers written in C++ catch it as
+        // the mistake in their program that it is. Test: ZPropertiesC.KeepsOneExceptionOfItsOwn
+        if (record.type < zpropBoolean || record.type > zpropStringList)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
+        if (record.result == nullptr)
+            return zpropBadHandle;
+        int const code = codeOf(readCode, [&] { serve(*file->store, record); });
+        if (code != zpropOk)
+            return code;
+    }
+    return zpropOk;
+}
+
+void zstzPropFreeValuesList_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
+{
+    if (records == nullptr)
+        return;
+    Files::Use const file = zpropFiles.use(handle);
+    if (!file || !file->intact())
+        return;
+    for (int i = 0; i < count; ++i) {
+        if (!hasText(records[i]))
+            continue;
+        void*& result = *static_cast<void**>(records[i].result);
+        if (records[i].type == zpropString)
+            free(result);
+        else if (result != nullptr)
+            freeList(static_cast<char**>(result));
+        result = nullptr;
+    }
+}
+
+// ---- Single values ------------------------------------------------------------------------------
+
+char* zstzPropGetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                 int defaultFlag, int* code)
+{
+    if (stanza == nullptr || key == nullptr || code == nullptr)
+        return nullptr;
+    return readFile(handle, code, [&](Store const& store) {
+        ZLCString_6_0 value;
+        readValue(store, stanza, key, defaultFlag, value);
+        char* text = nullptr;
+        if (returnText(value.getChars(), value.getLength(), text) != zpropOk)
+            throw std::bad_alloc();
+        return text;
+    });
+}
+
+int zstzPropGetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                int defaultFlag, int* code)
+{
+    if (stanza == nullptr || key == nullptr || code == nullptr)
+        return zpropBadHandle;
+    return readFile(handle, code, [&](Store const& store) {
+        return store.getBooleanValue(stanza, key, required(defaultFlag), 0);
+    });
+}
+
+unsigned int zstzPropGetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                         int defaultFlag, int* code)
+{
+    if (stanza == nullptr || key == nullptr || code == nullptr)
+        return zpropBadHandle;
+    return readFile(handle, code, [&](Store const& store) {
+        return store.getIntegerValue(stanza, key, required(defaultFlag), 0);
+    });
+}
+
+int zstzPropExists_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
+{
+    if (stanza == nullptr || code == nullptr)
+        return 0;
+    return readFile(handle, code, [&](Store const& store) {
+        return key != nullptr ? store.exists(stanza, key) : store.exists(stanza);
+    });
+}
+
+int zstzPropNumStanzas_6_0(ZPROP_handle* handle, int* code)
+{
+    if (code == nullptr)
+        return 0;
+    return readFile(handle, code, [](Store const& store) { return store.count(); });
+}
+
+int zstzPropNumKeys_6_0(ZPROP_handle* handle, char const* stanza, int* code)
+{
+    if (stanza == nullptr || code == nullptr)
+        return 0;
+    return readFile(handle, code, [&](Store const& store) { return store.count(stanza); });
+}
+
+int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
+{
+    if (stanza == nullptr || key == nullptr || code == nullptr)
+        return 0;
+    return readFile(handle, code, [&](Store const& store) { return store.numValues(stanza, key); });
+}
+
+// ---- Iterators ----------------------------------------------------------------------------------
+
+int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                          ZPROP_iter_handle** iterator)
+{
+    if (stanza == nullptr || iterator == nullptr)
+        return zpropBadHandle;
+    Files::Use const file = zpropFiles.use(handle);
+    if (!file || !file->intact())
+        return zpropBadHandle;
+    *iterator = nullptr;
+    return codeOf(readCode, [&] {
+        std::unique_ptr<ZPROP_iter_handle> made;
+        if (key != nullptr)
+            made = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
+        else
+            made = std::make_unique<ZPROP_stz_iter_handle>(file->store, stanza);
+        *iterator = zpropIterators.enter(std::move(made));
+    });
+}
+
+int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
+{
+    Iterators::Use const iterator = zpropIterators.use(handle);
+    if (!iterator)
+        return zpropBadHandle;
+    if (!madeHere(*iterator))
+        return zpropIterator;
+    // KEPT: an iterator whose words were overwritten is answered as a bad one and goes all the
+    // same: it holds a lock. Test: ZPropertiesC.KeepsClosingADamagedIterator
+    bool const intact = iterator->intact();
+    zpropIterators.retire(handle);
+    return intact ? zpropOk : zpropBadHandle;
+}
+
+int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value)
+{
+    return withIterator(iterator, iteratorChangeCode, notOverKeys,
+                        [&](ZPROP_stzvalue_iter_handle& over) {
+                            std::string changed(orEmpty(value));
+                            over.values.changeValue(changed.c_str());
+                            over.current.swap(changed);
+                            return zpropOk;
+                        });
+}
+
+int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value)
+{
+    return withIterator(iterator, iteratorChangeCode, notOverKeys,
+                        [&](ZPROP_stzvalue_iter_handle& over) {
+                            std::string added(orEmpty(value));
+                            over.values.addValue(added.c_str());
+                            over.current.swap(added);
+                            return zpropOk;
+                        });
+}
+
+int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator)
+{
+    return withIterator(iterator, iteratorChangeCode, notOverKeys,
+                        [](ZPROP_stzvalue_iter_handle& over) {
+                            over.values.removeValue();
+                            over.current.clear();
+                            return zpropOk;
+                        });
+}
+
+int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code)
+{
+    if (code == nullptr)
+        return 0;
+    int advanced = 0;
+    *code = withIterator(
+        iterator, readCode,
+        [&](ZPROP_stz_iter_handle& over) {
+            if (over.entries.hasMore()) {
+                over.entries.nextEntry();
+                advanced = 1;
+            }
+            return zpropOk;
+        },
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            if (over.values.hasMore()) {
+                char const* value = nullptr;
+                over.values.nextValue(value);
+                over.current = orEmpty(value);
+                advanced = 1;
+            }
+            return zpropOk;
+        });
+    return advanced;
+}
+
+char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code)
+{
+    if (code == nullptr)
+        return nullptr;
+    char* text = nullptr;
+    *code = withIterator(
+        iterator, readCode,
+        [&](ZPROP_stz_iter_handle& over) {
+            char const* const name = orEmpty(over.entries.entryName());
+            return returnText(name, strlen(name), text);
+        },
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            return returnText(over.key.data(), over.key.size(), text);
+        });
+    return text;
+}
+
+char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code)
+{
+    if (code == nullptr)
+        return nullptr;
+    char* text = nullptr;
+    *code = withIterator(
+        iterator, readCode,
+        [&](ZPROP_stz_iter_handle& over) {
+            char const* const value = orEmpty(over.entries.entryValue(0));
+            return returnText(value, strlen(value), text);
+        },
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            return returnText(over.current.data(), over.current.size(), text);
+        });
+    return text;
+}
+
+int zstzPropIter_numKeys_6_0(ZPROP_iter_handle* iterator, int* code)
+{
+    if (code == nullptr)
+        return 0;
+    int count = 0;
+    *code = withIterator(
+        iterator, readCode,
+        [&](ZPROP_stz_iter_handle& over) {
+            count = over.entries.keyCount();
+            return zpropOk;
+        },
+        [&](ZPROP_stzvalue_iter_handle&) {
+            count = 1;
+            return zpropOk;
+        });
+    return count;
+}
+
+int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code)
+{
+    if (code == nullptr)
+        return 0;
+    int count = 0;
+    *code = withIterator(
+        iterator, readCode,
+        [&](ZPROP_stz_iter_handle& over) {
+            count = over.entries.valueCount();
+            return zpropOk;
+        },
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            count = over.values.valueCount();
+            return zpropOk;
+        });
+    return count;
+}
+
+void zstzPropFree_6_0(char* text)
+{
+    zpropFreeText(text);
+}

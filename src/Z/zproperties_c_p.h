@@ -1,0 +1,251 @@
+// What stands behind the handles and texts that zproperties_c gives out: the handle classes, the
+// table that tells live handles from dead ones, and the blocks that texts are returned in.
+#pragma once
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "ZException.h"
+#include "ZLock_p.h"
+#include "ZStanzaFileProperties.h"
+#include "zproperties_c.h"
+
+constexpr uint32_t kZPropFirstMagic = 0xbeeff00d;
+constexpr uint32_t kZPropSecondMagic = 0xd00ffeeb;
+
+// An open file. The words are volatile so that clearing them is not optimised away.
+struct [[gnu::visibility("hidden")]] ZPROP_handle
+{
+    ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
+    ZPROP_handle(ZPROP_handle const&) = delete;
+    ZPROP_handle& operator=(ZPROP_handle const&) = delete;
+    virtual ~ZPROP_handle();
+
+    bool intact() const
+    {
+        return first == kZPropFirstMagic && second == kZPropSecondMagic;
+    }
+
+    uint32_t volatile first = kZPropFirstMagic;
+    int32_t volatile mode;
+    uint32_t volatile second = kZPropSecondMagic;
+    std::shared_ptr<ZStanzaFileProperties_6_0> const store;
+};
+
+enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2 };
+
+// An open iterator; shares the store, so that the handle it was made from may be closed first.
+struct [[gnu::visibility("hidden")]] ZPROP_iter_handle
+{
+    ZPROP_iter_handle(ZPROPIterType iterType, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
+    ZPROP_iter_handle(ZPROP_iter_handle const&) = delete;
+    ZPROP_iter_handle& operator=(ZPROP_iter_handle const&) = delete;
+    virtual ~ZPROP_iter_handle() noexcept(false);
+
+    bool intact() const
+    {
+        return first == kZPropFirstMagic && second == kZPropSecondMagic;
+    }
+
+    int32_t volatile type;
+    uint32_t volatile first = kZPropFirstMagic;
+    uint32_t volatile second = kZPropSecondMagic;
+    std::shared_ptr<ZStanzaFileProperties_6_0> const store;
+    pthread_t const maker;  // the thread that holds the store's lock through the iterator
+};
+
+struct [[gnu::visibility("hidden")]] ZPROP_stz_iter_handle : ZPROP_iter_handle
+{
+    ZPROP_stz_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
+                          char const* stanza);
+    ~ZPROP_stz_iter_handle() override;
+
+    ZStanzaIterator_6_0 entries;
+};
+
+struct [[gnu::visibility("hidden")]] ZPROP_stzvalue_iter_handle : ZPROP_iter_handle
+{
+    ZPROP_stzvalue_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
+                               char const* stanza, char const* keyName);
+    ~ZPROP_stzvalue_iter_handle() override;
+
+    ZStanzaValueIterator_6_0 values;
+    std::string current;  // the current value
+    std::string const key;
+};
+
+/// Names live objects by tokens: pointers that callers hold, that point nowhere and that are never
+/// given out twice. A token says in which slot its object is and which of the slot's generations
+/// it is; the slot says the same while the object lives. A token of a dead object, of another
+/// table or no token at all differs in one of them, and no memory that was freed is looked into.
+///
+///     token:      1 | generation (31 bits) | slot (30 bits) | tag (2 bits)
+///     slot state: live (1 bit) | generation (31 bits) | users (32 bits)
+///
+/// The first bit of a token is set, so that no address of a process is one.
+/// Threads: any. An object that is retired while it is used dies with its last use.
+template <class Object>
+class ZHandleTable {
+public:
+    explicit constexpr ZHandleTable(uint32_t tag) : tag_(tag) {}
+    ZHandleTable(ZHandleTable const&) = delete;
+    ZHandleTable& operator=(ZHandleTable const&) = delete;
+
+    struct Slot {
+        std::atomic<uint64_t> state{0};
+        Object* object = nullptr;
+        Slot* nextFree = nullptr;
+        uint32_t index = 0;
+    };
+
+    // Keeps an object alive for a scope.
+    class Use {
+    public:
+        Use(ZHandleTable& table, Slot* slot) : table_(table), slot_(slot) {}
+        Use(Use const&) = delete;
+        Use& operator=(Use const&) = delete;
+        ~Use()
+        {
+            if (slot_ != nullptr)
+                table_.leave(*slot_);
+        }
+
+        explicit operator bool() const { return slot_ != nullptr; }
+        Object& operator*() const { return *slot_->object; }
+        Object* operator->() const { return slot_->object; }
+
+    private:
+        ZHandleTable& table_;
+        Slot* const slot_;  // null: the token names no live object
+    };
+
+    /// Enters `object` and returns its token.
+    /// throws  std::bad_alloc; `object` is destroyed then.
+    Object* enter(std::unique_ptr<Object> object)
+    {
+        Slot& slot = takeSlot();
+        uint64_t const live = slot.state.load(std::memory_order_relaxed) | kLive;
+        slot.object = object.release();
+        slot.state.store(live, std::memory_order_release);
+        uint64_t const token = (live & kNameBits) | (uint64_t{slot.index} << kTagBits) | tag_;
+        return reinterpret_cast<Object*>(static_cast<uintptr_t>(token));
+    }
+
+    /// Uses the object that `token` names.
+    Use use(Object const* token)
+    {
+        return Use(*this, change(token, [](uint64_t state) { return state + 1; }));
+    }
+
+    /// Retires the object that `token` names; it is destroyed when its last use ends.
+    /// Returns false when there is none.
+    bool retire(Object const* token)
+    {
+        return bool(Use(*this, change(token, [](uint64_t state) { return (state & ~kLive) + 1; })));
+    }
+
+private:
+    static constexpr uint64_t kLive = uint64_t{1} << 63;
+    static constexpr uint64_t kNameBits = ~uint64_t{0} << 32;
+    static constexpr uint64_t kUserBits = ~kNameBits;
+    static constexpr uint64_t kNextGeneration = uint64_t{1} << 32;
+    static constexpr unsigned kTagBits = 2;
+    static constexpr uint32_t kChunkSize = 256;
+    static constexpr uint32_t kChunks = 4096;
+
+    // Applies `step` to the state of the slot that `token` names while its object lives, and
+    // returns the slot; null when there is no such object.
+    template <class Step>
+    Slot* change(Object const* token, Step step)
+    {
+        auto const word = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(token));
+        auto const index = static_cast<uint32_t>(word & kUserBits) >> kTagBits;
+        if ((word & kLive) == 0 || (word & ((1u << kTagBits) - 1)) != tag_ ||
+            index / kChunkSize >= kChunks)
+            return nullptr;
+        Slot* const chunk = chunks_[index / kChunkSize].load(std::memory_order_acquire);
+        if (chunk == nullptr)
+            return nullptr;
+        Slot& slot = chunk[index % kChunkSize];
+        uint64_t state = slot.state.load(std::memory_order_relaxed);
+        do {
+            if ((state & kNameBits) != (word & kNameBits))
+                return nullptr;
+        } while (!slot.state.compare_exchange_weak(state, step(state), std::memory_order_acquire,
+                                                   std::memory_order_relaxed));
+        return &slot;
+    }
+
+    void leave(Slot& slot)
+    {
+        uint64_t const before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
+        if ((before & kLive) != 0 || (before & kUserBits) != 1)
+            return;
+        destroy(slot.object);
+        slot.object = nullptr;
+        slot.state.store((before + kNextGeneration) & kNameBits & ~kLive,
+                         std::memory_order_relaxed);
+        std::lock_guard<std::mutex> const guard(mutex_);
+        slot.nextFree = free_;
+        free_ = &slot;
+    }
+
+    // Nothing may leave the end of a use; what cannot let go of its lock is reported.
+    static void destroy(Object* object) noexcept
+    {
+        ZCancelGuard const uncancelled;
+        try {
+            delete object;
+        } catch (ZException_6_0& failure) {
+            zreportException(failure);
+        }
+    }
+
+    Slot& takeSlot()
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (free_ == nullptr)
+            addChunk();
+        Slot& slot = *free_;
+        free_ = slot.nextFree;
+        return slot;
+    }
+
+    void addChunk()
+    {
+        if (chunkCount_ == kChunks)
+            throw std::bad_alloc();
+        Slot* const chunk = new Slot[kChunkSize];
+        for (uint32_t i = kChunkSize; i-- > 0;) {
+            chunk[i].index = chunkCount_ * kChunkSize + i;
+            chunk[i].nextFree = free_;
+            free_ = &chunk[i];
+        }
+        chunks_[chunkCount_++].store(chunk, std::memory_order_release);
+    }
+
+    uint32_t const tag_;  // tells the tokens of one table from those of another
+    std::atomic<Slot*> chunks_[kChunks] = {};  // never freed: tokens outlive their objects
+    std::mutex mutex_;
+    uint32_t chunkCount_ = 0;  // guarded by mutex_
+    Slot* free_ = nullptr;     // guarded by mutex_
+};
+
+/// The process's open files and iterators.
+extern ZHandleTable<ZPROP_handle> zpropFiles;
+extern ZHandleTable<ZPROP_iter_handle> zpropIterators;
+
+/// Returns a copy of `length` bytes at `text` with a zero behind them, in a block that is marked
+/// and remembered as ours; null when there is no memory.
+/// owns    owned by the caller; released with zpropFreeText.
+char* zpropNewText(char const* text, size_t length) noexcept;
+
+/// Releases what zpropNewText returned; any other pointer is ignored, and not looked behind.
+void zpropFreeText(char* text) noexcept;
