@@ -21,17 +21,13 @@ constexpr uint32_t kZPropFirstMagic = 0xbeeff00d;
 constexpr uint32_t kZPropSecondMagic = 0xd00ffeeb;
 
 // An open file. The words are volatile so that clearing them is not optimised away.
-struct [[gnu::visibility("hidden")]] ZPROP_handle
-{
+struct ZPROP_handle {
     ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
     ZPROP_handle(ZPROP_handle const&) = delete;
     ZPROP_handle& operator=(ZPROP_handle const&) = delete;
     virtual ~ZPROP_handle();
 
-    bool intact() const
-    {
-        return first == kZPropFirstMagic && second == kZPropSecondMagic;
-    }
+    bool intact() const { return first == kZPropFirstMagic && second == kZPropSecondMagic; }
 
     uint32_t volatile first = kZPropFirstMagic;
     int32_t volatile mode;
@@ -42,17 +38,13 @@ struct [[gnu::visibility("hidden")]] ZPROP_handle
 enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2 };
 
 // An open iterator; shares the store, so that the handle it was made from may be closed first.
-struct [[gnu::visibility("hidden")]] ZPROP_iter_handle
-{
+struct ZPROP_iter_handle {
     ZPROP_iter_handle(ZPROPIterType iterType, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
     ZPROP_iter_handle(ZPROP_iter_handle const&) = delete;
     ZPROP_iter_handle& operator=(ZPROP_iter_handle const&) = delete;
     virtual ~ZPROP_iter_handle() noexcept(false);
 
-    bool intact() const
-    {
-        return first == kZPropFirstMagic && second == kZPropSecondMagic;
-    }
+    bool intact() const { return first == kZPropFirstMagic && second == kZPropSecondMagic; }
 
     int32_t volatile type;
     uint32_t volatile first = kZPropFirstMagic;
@@ -61,8 +53,7 @@ struct [[gnu::visibility("hidden")]] ZPROP_iter_handle
     pthread_t const maker;  // the thread that holds the store's lock through the iterator
 };
 
-struct [[gnu::visibility("hidden")]] ZPROP_stz_iter_handle : ZPROP_iter_handle
-{
+struct ZPROP_stz_iter_handle : ZPROP_iter_handle {
     ZPROP_stz_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
                           char const* stanza);
     ~ZPROP_stz_iter_handle() override;
@@ -70,8 +61,7 @@ struct [[gnu::visibility("hidden")]] ZPROP_stz_iter_handle : ZPROP_iter_handle
     ZStanzaIterator_6_0 entries;
 };
 
-struct [[gnu::visibility("hidden")]] ZPROP_stzvalue_iter_handle : ZPROP_iter_handle
-{
+struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
     ZPROP_stzvalue_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
                                char const* stanza, char const* keyName);
     ~ZPROP_stzvalue_iter_handle() override;
