@@ -38,6 +38,7 @@ constexpr char kSource[] = "src/Z/ZProperties";
 // to the site and does not follow the line when the file is edited.
 enum RaiseSite {
     raiseInConstructor = 60,
+    raiseInCopy = 70,
     raiseForNames = 75,
     raiseForDefault = 85,
     raiseForMissing = 95,
@@ -304,7 +305,8 @@ void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
 std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const& store)
 {
     ZPCache_6_0 const& cache = *store.cache_;
-    std::unique_ptr<ZPCache_6_0> copy(cache.clone());
+    std::unique_ptr<ZPCache_6_0> copy;
+    raising(raiseInCopy, [&] { copy.reset(cache.clone()); });
     if (copy != nullptr) {
         ZPCache_6_0 const& copied = *copy;
         if (typeid(copied) != typeid(cache))

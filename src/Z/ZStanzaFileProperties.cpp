@@ -22,6 +22,7 @@ constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
 enum RaiseSite {
+    raiseInConstructor = 45,
     raiseForName = 55,
     raiseForNewText = 65,
     raiseForConversion = 75,
@@ -58,6 +59,14 @@ char const* textAt(ZArrayList_6_0 const& values, unsigned index)
     return static_cast<ZLCString_6_0 const*>(values.get(index))->getChars();
 }
 
+ZPCache_6_0* newCache()
+{
+    auto* const cache = new (std::nothrow) ZSCFData_6_0;
+    if (cache == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInConstructor);
+    return cache;
+}
+
 // A set of borrowed texts.
 class Texts {
 public:
@@ -77,8 +86,7 @@ private:
 
 }  // namespace
 
-ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0(int keepComments)
-    : ZProperties_6_0(new ZSCFData_6_0)
+ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0(int keepComments) : ZProperties_6_0(newCache())
 {
     getFactory();
     if (keepComments != 0)

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -32,9 +33,17 @@ public:
     bool refuses = false;
 };
 
+ZPCache_6_0* newCache()
+{
+    auto* const cache = new (std::nothrow) ZSCFData_6_0;
+    if (cache == nullptr)
+        ZOutOfMemoryException_6_0().throwException("test", 1);
+    return cache;
+}
+
 class CountingStore final : public ZProperties_6_0 {
 public:
-    CountingStore() : ZProperties_6_0(new ZSCFData_6_0) { ++alive; }
+    CountingStore() : ZProperties_6_0(newCache()) { ++alive; }
     ~CountingStore() override { --alive; }
 
     static inline int alive = 0;

@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -35,11 +36,19 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZProperties";
 
+ZPCache_6_0* newCache()
+{
+    auto* const cache = new (std::nothrow) ZSCFData_6_0;
+    if (cache == nullptr)
+        ZOutOfMemoryException_6_0().throwException("test", 1);
+    return cache;
+}
+
 // A store over the cache of stanza files.
 class Store : public ZProperties_6_0 {
 public:
     explicit Store(unsigned long attributes = ZPCache_6_0::keepComments)
-        : ZProperties_6_0(new ZSCFData_6_0)
+        : ZProperties_6_0(newCache())
     {
         setAttributes(attributes, nullptr);
     }
@@ -1472,6 +1481,14 @@ TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
         EXPECT_EQ("conf conf.obf", directory_.names());
         EXPECT_EQ(descriptors, openDescriptors());
     };
+    // Want of memory while a companion is unpacked shows as data that cannot be unpacked.
+    auto const unpacking = [](auto call) {
+        try {
+            call();
+        } catch (ZPropertiesInvalidDataException_6_0 const&) {
+            ZOutOfMemoryException_6_0().throwException("test", 1);
+        }
+    };
     // Each call is run with every allocation failing in turn, then once more to its end; what the
     // last run did is taken back.
     struct Case {
@@ -1505,8 +1522,9 @@ TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
          [] {}},
         {"names", [&] { delete store_.keyNames("s"); }, [] {}},
         {"categories", [&] { delete store_.categoryNames(); }, [] {}},
-        {"reload", [&] { store_.reload(nullptr); }, [&] { store_.setValue("s", "k", "changed"); }},
-        {"load into another", [&] { Store().load(path.c_str()); }, [] {}},
+        {"reload", [&] { unpacking([&] { store_.reload(nullptr); }); },
+         [&] { store_.setValue("s", "k", "changed"); }},
+        {"load into another", [&] { unpacking([&] { Store().load(path.c_str()); }); }, [] {}},
         {"copy", [&] { ZProperties_6_0 const copy(store_); }, [] {}},
         {"store", [&] { store_.store(nullptr); },
          [&] {
