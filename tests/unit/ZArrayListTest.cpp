@@ -699,7 +699,7 @@ TEST_F(ZArrayListSort, PlacesEqualMembersAsTheRuleDoes)
 
 TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
 {
-    constexpr int kMembers = 8000;
+    constexpr int kMembers = 4000;
     std::vector<Numbers> shapes(4, Numbers(kMembers));
     std::iota(shapes[0].begin(), shapes[0].end(), 0);
     std::iota(shapes[1].rbegin(), shapes[1].rend(), 0);
@@ -714,7 +714,7 @@ TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
         OwningList list(shape);
         pthread_attr_t smallStack;
         pthread_attr_init(&smallStack);
-        ASSERT_EQ(0, pthread_attr_setstacksize(&smallStack, 256 * 1024));
+        ASSERT_EQ(0, pthread_attr_setstacksize(&smallStack, 128 * 1024));
         auto const sort = [](void* argument) -> void* {
             static_cast<OwningList*>(argument)->sort(ZSortCompare_6_0::defaultSortCompare(),
                                                      ZSortCompare_6_0::ascending);

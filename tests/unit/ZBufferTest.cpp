@@ -193,7 +193,8 @@ TEST(ZBuffer, SetBufferNoCopyTakesTheBlockOver)
 {
     ZBuffer_6_0 buffer("abc");
     long const before = FailingAllocator::blocks();
-    void* const block = strdup("xy");
+    void* const block = malloc(2);
+    memcpy(block, "xy", 2);
     buffer.setBufferNoCopy(2, block);
     EXPECT_EQ(block, buffer.getBuffer());
     EXPECT_EQ("xy", bytesOf(buffer));
