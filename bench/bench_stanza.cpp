@@ -112,7 +112,7 @@ struct Cleaner {
 // What a contender offers; an operation that it has not stays empty.
 class Store {
 public:
-    virtual ~Store() = default;
+    virtual ~Store() noexcept(false) = default;  // as our own classes have it
     virtual void load(std::string const& path) = 0;
     virtual size_t lookUp(Name const& name) = 0;  // length of the value
     virtual void changeAndStore(Name const&, std::string const&, std::string const&) {}
