@@ -358,7 +358,8 @@ void ZSCFData_6_0::readText(char const* path, char const* text, size_t length)
 {
     Arena::Block block;
     block.setRoom(length + 1);
-    memcpy(block.chars(), text, length);
+    if (length != 0)  // an empty text may be null
+        memcpy(block.chars(), text, length);
     readBlock(path, &block, length);
 }
 
