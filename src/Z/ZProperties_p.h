@@ -20,7 +20,8 @@ struct ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
 };
 
 // Guarded by the store's lock.
-struct ZProperties_6_0::Rep {
+// Hidden here, because in signatures like these the patterns of exports.map see public names.
+struct [[gnu::visibility("hidden")]] ZProperties_6_0::Rep {
     // Notices in the order in which they came.
     class Queue {
     public:

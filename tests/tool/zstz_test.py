@@ -201,7 +201,7 @@ class ToolTest(unittest.TestCase):
                               "--obfuscated", given="third")
         self.expect(DONE, "", "unset", self.file, "upstream", "password")
         self.assertFalse(pathlib.Path(self.file + ".obf").exists())
-        self.expect_text(GATEWAY)
+        self.expect_text(GATEWAY + "\n[configuration-database]\n")
 
     def test_a_key_keeps_its_kind_of_values(self):
         self.expect_unchanged(REFUSED, "holds plain values", "set", self.file, "listener", "name",
