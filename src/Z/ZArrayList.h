@@ -1,6 +1,6 @@
 // ZArrayList: a list that grows, and the iterator that walks it.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZSortCompare.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZSortCompare, ZArray.
 //
 // Ownership is fixed at construction: an owning list stores clones and deletes what it removes,
 // replaces or clears; a borrowing list stores the caller's pointers and deletes nothing.

@@ -1,7 +1,8 @@
 // ZPropertiesInterface: what every configuration store offers, the base of the concrete stores and
 // the factories that hand out one shared store per file.
 //
-// Subsystem: properties.  Stands on: ZObject, ZException, ZLock, ZHashKeyMap, ZLCString.
+// Subsystem: properties.  Stands on: ZObject, ZException, ZLock, ZHashKeyMap, ZLCString,
+// ZArrayList.
 //
 // A value is addressed by two names, its category (in a stanza file: the stanza) and its key. A key
 // may hold several values; where one is asked for, the last one counts.

@@ -1,6 +1,7 @@
 // ZPropertiesKVList: an ordered list of keys with one value each.
 //
-// Subsystem: properties.  Stands on: ZObject, ZException, ZArrayList, ZLCString, ZUTF8String.
+// Subsystem: properties.  Stands on: ZObject, ZException, ZArrayList, ZLCString, ZUTF8String,
+// ZAbstractString, ZPropertiesInterface.
 //
 // It receives what a stanza holds. The string type given at construction fixes the kind of strings
 // it hands out: local codeset or UTF-8; what is added in the other kind is converted.

@@ -13,7 +13,7 @@
 #include "ZStoreFile_p.h"
 
 // One change that is to be told.
-struct ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
+struct __attribute__((visibility("hidden"))) ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
     using ZPropertyChanged_6_0::ZPropertyChanged_6_0;
 
     Notice* next = nullptr;
@@ -21,7 +21,7 @@ struct ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
 
 // Guarded by the store's lock.
 // Hidden here, because in signatures like these the patterns of exports.map see public names.
-struct [[gnu::visibility("hidden")]] ZProperties_6_0::Rep {
+struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     // Notices in the order in which they came.
     class Queue {
     public:

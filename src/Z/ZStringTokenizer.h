@@ -1,7 +1,7 @@
 // ZStringTokenizer: splits a string into the runs of characters between delimiters.
 //
-// Subsystem: text.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator, ZLCString,
-// ZUTF8String, zqvrutil.
+// Subsystem: text.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator,
+// ZLCString, ZUTF8String, zqvrutil.
 //
 // Delimiters are never handed out, several in a row give no empty tokens, and there is no quoting.
 // Each token is written into a string that the caller supplies. Delimiters may differ from call to

@@ -1,7 +1,7 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
 // Subsystem: properties.  Stands on: ZStanzaFileProperties, ZPropertiesIterator, ZLCString, ZLock,
-// ZException.
+// ZException, ZArrayList.
 //
 // C99 and C++. A file is opened into a handle, read and changed in memory, and written back with
 // zstzPropStore_6_0; its comments, blank lines and order are kept.
