@@ -133,20 +133,6 @@ constexpr nl_item kMonths[] = {MON_1,   MON_2,   MON_3,   MON_4,    MON_5,    MO
                                ABMON_7, ABMON_8, ABMON_9, ABMON_10, ABMON_11, ABMON_12};
 constexpr nl_item kHalves[] = {AM_STR, PM_STR};
 
-constexpr char const* kEnglishDays[] = {"sunday", "monday",   "tuesday", "wednesday", "thursday",
-                                        "friday", "saturday", "sun",     "mon",       "tue",
-                                        "wed",    "thu",      "fri",     "sat"};
-constexpr char const* kEnglishMonths[] = {
-    "january",   "february", "march",    "april",    "may", "june", "july", "august",
-    "september", "october",  "november", "december", "jan", "feb",  "mar",  "apr",
-    "may",       "jun",      "jul",      "aug",      "sep", "oct",  "nov",  "dec"};
-constexpr char const* kEnglishHalves[] = {"am", "pm"};
-
-std::u32string fromAscii(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
-
 struct LocaleFreer {
     void operator()(locale_t locale) const { freelocale(locale); }
 };
@@ -174,7 +160,7 @@ std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic,
 }
 
 // Takes what the operating system knows of the locale, in place of the English words.
-void readWords(char const* name, bool turkic, TimeWords& words)
+void readWords(char const* name, qvr_loc& loc)
 {
     errno = 0;  // a locale that is not there need not set it
     LocalePtr const locale(newlocale(LC_ALL_MASK, name, nullptr));
@@ -186,40 +172,25 @@ void readWords(char const* name, bool turkic, TimeWords& words)
     CodesetPtr const cs(qvr_cs_new(nl_langinfo_l(CODESET, locale.get())));
     if (cs == nullptr)
         return;
-    auto const take = [&](std::u32string& word, nl_item item, bool folded) {
-        std::u32string text = readText(locale.get(), cs.get(), item, turkic, folded);
+    auto const take = [&](std::u32string_view& word, nl_item item, bool folded) {
+        std::u32string text = readText(locale.get(), cs.get(), item, loc.turkic, folded);
         if (!text.empty())
-            word = std::move(text);
+            word = loc.texts.emplace_front(std::move(text));
     };
-    for (size_t i = 0; i < words.days.size(); ++i)
-        take(words.days[i], kDays[i], true);
-    for (size_t i = 0; i < words.months.size(); ++i)
-        take(words.months[i], kMonths[i], true);
-    for (size_t i = 0; i < words.halves.size(); ++i)
-        take(words.halves[i], kHalves[i], true);
-    words.halvesUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
-    take(words.dateAndTime, D_T_FMT, false);
-    take(words.date, D_FMT, false);
-    take(words.time, T_FMT, false);
-    take(words.time12, T_FMT_AMPM, false);
+    for (size_t i = 0; i < loc.words.days.size(); ++i)
+        take(loc.words.days[i], kDays[i], true);
+    for (size_t i = 0; i < loc.words.months.size(); ++i)
+        take(loc.words.months[i], kMonths[i], true);
+    for (size_t i = 0; i < loc.words.halves.size(); ++i)
+        take(loc.words.halves[i], kHalves[i], true);
+    loc.words.halvesUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
+    take(loc.words.dateAndTime, D_T_FMT, false);
+    take(loc.words.date, D_FMT, false);
+    take(loc.words.time, T_FMT, false);
+    take(loc.words.time12, T_FMT_AMPM, false);
 }
 
 }  // namespace
-
-TimeWords englishWords()
-{
-    TimeWords words;
-    std::transform(std::begin(kEnglishDays), std::end(kEnglishDays), words.days.begin(), fromAscii);
-    std::transform(std::begin(kEnglishMonths), std::end(kEnglishMonths), words.months.begin(),
-                   fromAscii);
-    std::transform(std::begin(kEnglishHalves), std::end(kEnglishHalves), words.halves.begin(),
-                   fromAscii);
-    words.dateAndTime = U"%a %b %e %H:%M:%S %Y";
-    words.date = U"%m/%d/%y";
-    words.time = U"%H:%M:%S";
-    words.time12 = U"%I:%M:%S %p";
-    return words;
-}
 
 }  // namespace qvr
 
@@ -264,8 +235,7 @@ qvr_loc_t qvr_loc_new(char const* name)
         std::string const language = canonical.substr(0, canonical.find_first_of("_.@"));
         auto loc = std::make_unique<qvr_loc>();
         loc->turkic = language == "tr" || language == "az";
-        loc->words = englishWords();
-        readWords(canonical.c_str(), loc->turkic, loc->words);
+        readWords(canonical.c_str(), *loc);
         return loc.release();
     } catch (Malformed const&) {
         return nullptr;

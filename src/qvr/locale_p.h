@@ -7,7 +7,9 @@
 #include <unicode/uchar.h>
 
 #include <array>
+#include <forward_list>
 #include <string>
+#include <string_view>
 
 #include "qvr.h"
 #include "utf8_p.h"
@@ -16,21 +18,37 @@ namespace qvr {
 
 // The words and forms of dates and times in one language. Words are folded (see fold).
 struct TimeWords {
-    std::array<std::u32string, 14> days;    // Sunday first: long names, then short ones
-    std::array<std::u32string, 24> months;  // January first: long names, then short ones
-    std::array<std::u32string, 2> halves;   // of the day
-    bool halvesUnnamed = false;             // the language leaves them out
-    std::u32string dateAndTime;             // %c
-    std::u32string date;                    // %x
-    std::u32string time;                    // %X
-    std::u32string time12;                  // %r
+    std::array<std::u32string_view, 14> days;    // Sunday first: long names, then short ones
+    std::array<std::u32string_view, 24> months;  // January first: long names, then short ones
+    std::array<std::u32string_view, 2> halves;   // of the day
+    bool halvesUnnamed;                          // the language leaves them out
+    std::u32string_view dateAndTime;             // %c
+    std::u32string_view date;                    // %x
+    std::u32string_view time;                    // %X
+    std::u32string_view time12;                  // %r
+};
+
+// The words of the C locale.
+inline constexpr TimeWords kEnglishWords = {
+    {U"sunday", U"monday", U"tuesday", U"wednesday", U"thursday", U"friday", U"saturday", U"sun",
+     U"mon", U"tue", U"wed", U"thu", U"fri", U"sat"},
+    {U"january",   U"february", U"march",    U"april",    U"may", U"june", U"july", U"august",
+     U"september", U"october",  U"november", U"december", U"jan", U"feb",  U"mar",  U"apr",
+     U"may",       U"jun",      U"jul",      U"aug",      U"sep", U"oct",  U"nov",  U"dec"},
+    {U"am", U"pm"},
+    false,
+    U"%a %b %e %H:%M:%S %Y",
+    U"%m/%d/%y",
+    U"%H:%M:%S",
+    U"%I:%M:%S %p",
 };
 
 }  // namespace qvr
 
 struct qvr_loc {
     bool turkic = false;  // i pairs with dotted I and I with dotless i
-    qvr::TimeWords words;
+    qvr::TimeWords words = qvr::kEnglishWords;
+    std::forward_list<std::u32string> texts;  // what the words view, unless they are English
 };
 
 namespace qvr {
@@ -54,8 +72,5 @@ inline uint32_t fold(uint32_t value, bool turkic)
     return static_cast<uint32_t>(u_foldCase(
         static_cast<UChar32>(value), turkic ? U_FOLD_CASE_EXCLUDE_SPECIAL_I : U_FOLD_CASE_DEFAULT));
 }
-
-// The words of the C locale, for a null handle. Throws std::bad_alloc.
-TimeWords englishWords();
 
 }  // namespace qvr

@@ -1,4 +1,3 @@
-#include <new>
 #include <string_view>
 
 #include "codeset_p.h"
@@ -114,7 +113,7 @@ private:
     }
 
     bool takeNumber(int least, int most, int& value);
-    bool takeWord(std::u32string const* words, int count, int& index);
+    bool takeWord(std::u32string_view const* words, int count, int& index);
     bool takeZone();
     bool takeZoneName();
     bool takeEpoch();
@@ -158,7 +157,7 @@ bool TimeReader::takeNumber(int least, int most, int& value)
 }
 
 // Reads the longest of the words that the text begins with.
-bool TimeReader::takeWord(std::u32string const* words, int count, int& index)
+bool TimeReader::takeWord(std::u32string_view const* words, int count, int& index)
 {
     char const* longest = nullptr;
     for (int i = 0; i < count; ++i) {
@@ -437,14 +436,9 @@ char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format
 {
     if (cs == nullptr || s == nullptr || format == nullptr || result == nullptr)
         return nullptr;
-    try {
-        TimeWords const english = loc == nullptr ? englishWords() : TimeWords();
-        TimeReader reader(*cs, isTurkic(loc), loc == nullptr ? english : loc->words, s, *result);
-        if (!reader.read(CodesetFormat(*cs, format)) || !reader.finish())
-            return nullptr;
-        *result = reader.time();
-        return const_cast<char*>(reader.position());
-    } catch (std::bad_alloc const&) {
+    TimeReader reader(*cs, isTurkic(loc), loc == nullptr ? kEnglishWords : loc->words, s, *result);
+    if (!reader.read(CodesetFormat(*cs, format)) || !reader.finish())
         return nullptr;
-    }
+    *result = reader.time();
+    return const_cast<char*>(reader.position());
 }

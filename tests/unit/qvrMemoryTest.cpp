@@ -64,6 +64,7 @@ TEST(qvrMemory, CodesetsAreMadeOrNot)
 
 TEST(qvrMemory, LocalesAreMadeOrNot)
 {
+    unsetenv("LOCPATH");  // newlocale() of C library 2.36 loses a block when it is set
     for (char const* const name : {"C", "C.UTF-8", "tr_TR.UTF-8", "japanese"}) {
         SCOPED_TRACE(name);
         auto const call = [&] {
@@ -71,8 +72,7 @@ TEST(qvrMemory, LocalesAreMadeOrNot)
             qvr_loc_free(loc);
             return loc != nullptr;
         };
-        // Not for ever: newlocale() of C library 2.36 loses a block when it fails at its third
-        // allocation and at all that follow.
+        // Not for ever: newlocale() loses a block there, too.
         failEach(call, {FailingAllocator::once});
     }
 }
@@ -177,18 +177,10 @@ TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
     EXPECT_EQ(0, qvr_stricmp(utf8Codeset, loc, "A\u00c9", "a\u00e9"));
     EXPECT_EQ(1, qvr_iswalpha(0xE9));
     EXPECT_NE(nullptr, qvr_strptime(utf8Codeset, loc, "1 March 2024", "%d %B %Y", &time));
+    EXPECT_NE(nullptr, qvr_strptime(utf8Codeset, nullptr, "1 March 2024", "%d %B %Y", &time));
     unsigned long const asked = FailingAllocator::asked();
     EXPECT_FALSE(FailingAllocator::stop());
     EXPECT_EQ(0u, asked);
-}
-
-TEST(qvrMemory, TimesWithoutALocaleFailOrAreRead)
-{
-    Codeset const cs("UTF-8");
-    failEach([&] {
-        struct tm time = {};
-        return qvr_strptime(cs, nullptr, "1 September 2024", "%d %B %Y", &time) != nullptr;
-    });
 }
 
 }  // namespace
