@@ -116,12 +116,13 @@ char* writeDigits(uint64_t number, int count, char* at)
     return at + count;
 }
 
-// Writes `magnitude` at `at` with `decimals` digits behind the point and returns the end; null when
-// it is 2^64 or more. `decimals` is at most kExactDecimals.
+// Writes `magnitude` at `at` with `decimals` digits behind the point, which is there for them or
+// when `showsPoint`, and returns the end; null when it is 2^64 or more. `decimals` is at most
+// kExactDecimals.
 //
 // The part of the mantissa behind the point times 10^decimals is below 2^121, so that quotient and
 // rest by 2^-exponent are exact in 128 bits; further down everything rounds to 0.
-char* writeFixed(Magnitude magnitude, int decimals, char* at)
+char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
 {
     uint64_t const scale = kPowersOf10[decimals];
     uint64_t whole = 0;
@@ -148,11 +149,9 @@ char* writeFixed(Magnitude magnitude, int decimals, char* at)
     }
 
     at = std::to_chars(at, at + 20, whole).ptr;
-    if (decimals > 0) {
+    if (decimals > 0 || showsPoint)
         *at++ = '.';
-        at = writeDigits(fraction, decimals, at);
-    }
-    return at;
+    return writeDigits(fraction, decimals, at);
 }
 
 // Delivers `magnitude` * 10^scale, rounded to a whole number. False when that is not exact in
@@ -187,8 +186,9 @@ bool scaled(Magnitude magnitude, int scale, uint64_t& result)
 }
 
 // Writes `magnitude` with `count` significant digits, 1 to kExactDecimals + 1, as %e does or, when
-// `isGeneral`, as %g does. Returns the end, null when that is not exact in 128 bits.
-char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, char* at)
+// `isGeneral`, as %g does; with `showsPoint` as the # flag has it. Returns the end, null when that
+// is not exact in 128 bits.
+char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool showsPoint, char* at)
 {
     uint64_t number = 0;
     int tens = 0;  // decimal exponent of the first digit
@@ -204,12 +204,15 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, char* at)
             if (!scaled(magnitude, count - 1 - tens, number))
                 return nullptr;
         }
+        // When a number is rounded up to a power of ten, %#g of the platform may lose its zeros.
+        if (isGeneral && showsPoint && number == kPowersOf10[count - 1])
+            return nullptr;
     }
 
     char digits[kMostScale + 1];
     char* last = writeDigits(number, count, digits);
     bool const hasExponent = !isGeneral || tens < -4 || tens >= count;
-    if (isGeneral) {
+    if (isGeneral && !showsPoint) {
         while (last - digits > 1 && last[-1] == '0')
             --last;
     }
@@ -225,11 +228,10 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, char* at)
     } else {
         for (int i = 0; i < whole; ++i)
             *at++ = i < kept ? digits[i] : '0';
-        if (kept > whole) {
+        if (kept > whole || showsPoint)
             *at++ = '.';
-            for (int i = whole; i < kept; ++i)
-                *at++ = digits[i];
-        }
+        for (int i = whole; i < kept; ++i)
+            *at++ = digits[i];
     }
     if (hasExponent) {
         *at++ = 'e';
@@ -242,8 +244,11 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, char* at)
 // Writes a magnitude as the platform would, at `at`. Returns the end, null when it is left to the
 // platform.
 template <class Real>
-char* writeMagnitude(int32_t type, Real value, int precision, char* at, char* end)
+char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int precision, char* at,
+                     char* end)
 {
+    int32_t const type = conversion.type;
+    bool const showsPoint = conversion.flags & zprintfAlternate;
     Magnitude magnitude;
     if (!split(value, magnitude))
         return nullptr;
@@ -251,12 +256,14 @@ char* writeMagnitude(int32_t type, Real value, int precision, char* at, char* en
     bool const isGeneral = type == zprintfGeneral || type == zprintfLongDoubleGeneral;
     int const count = isGeneral ? std::max(precision, 1) : precision + 1;
     char* const exact = precision > kExactDecimals ? nullptr
-                        : isFixed                  ? writeFixed(magnitude, precision, at)
-                                  : writeSignificant(magnitude, count, isGeneral, at);
+                        : isFixed ? writeFixed(magnitude, precision, showsPoint, at)
+                                  : writeSignificant(magnitude, count, isGeneral, showsPoint, at);
     if (exact != nullptr)
         return exact;
     // The standard library converts doubles fast, and long doubles by the platform's printf.
     if constexpr (std::is_same_v<Real, double>) {
+        if (showsPoint)
+            return nullptr;
         std::chars_format const format = isFixed     ? std::chars_format::fixed
                                          : isGeneral ? std::chars_format::general
                                                      : std::chars_format::scientific;
@@ -273,13 +280,6 @@ template <class Real>
 size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
                     char (&text)[kQuickSize])
 {
-    if ((conversion.flags & (zprintfAlternate | zprintfGrouped)) || precision > kQuickPrecision ||
-        fegetround() != FE_TONEAREST)
-        return 0;
-    char const* const point = nl_langinfo(RADIXCHAR);
-    if (point[0] == '\0' || point[1] != '\0')
-        return 0;
-
     char* at = text;
     if (std::signbit(value))
         *at++ = '-';
@@ -287,7 +287,19 @@ size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int pre
         *at++ = '+';
     else if (conversion.flags & zprintfBlank)
         *at++ = ' ';
-    at = writeMagnitude(conversion.type, value, precision, at, text + sizeof text);
+
+    bool const isUpper = conversion.flags & zprintfUpperExponent;
+    if (!std::isfinite(value)) {
+        memcpy(at, std::isnan(value) ? (isUpper ? "NAN" : "nan") : (isUpper ? "INF" : "inf"), 3);
+        return static_cast<size_t>(at + 3 - text);
+    }
+    if ((conversion.flags & zprintfGrouped) || precision > kQuickPrecision ||
+        fegetround() != FE_TONEAREST)
+        return 0;
+    char const* const point = nl_langinfo(RADIXCHAR);
+    if (point[0] == '\0' || point[1] != '\0')
+        return 0;
+    at = writeMagnitude(conversion, value, precision, at, text + sizeof text);
     if (at == nullptr)
         return 0;
     size_t const length = static_cast<size_t>(at - text);
@@ -295,7 +307,7 @@ size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int pre
         if (void* const found = memchr(text, '.', length))
             *static_cast<char*>(found) = *point;
     }
-    if (conversion.flags & zprintfUpperExponent) {
+    if (isUpper) {
         if (void* const found = memchr(text, 'e', length))
             *static_cast<char*>(found) = 'E';
     }
@@ -339,11 +351,11 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
                                ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
 {
     ZPrintfArgument_6_0 const& argument = arguments[conversion.argIndex];
-    RenderParams const params = renderParams(conversion, arguments);
+    RenderParams params = {0, 0, ' ', false, false};
+    if (conversion.flags & (zprintf::kHasWidth | zprintf::kHasPrecision))
+        params = renderParams(conversion, arguments);
     int const precision = params.hasPrecision ? params.precision : kDefaultPrecision;
     bool const isLong = conversion.type >= zprintfLongDoubleExponent;
-    bool const isFinite =
-        isLong ? std::isfinite(argument.value.longReal) : std::isfinite(argument.value.real);
 
     char scratch[kQuickSize];
     std::unique_ptr<char, Free> block;
@@ -364,9 +376,10 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
             writeByPlatform(conversion, argument, shown, block.get(), length + 1);
             text = block.get();
         }
+        // Only finite values come here. %g ends in no zeros, unless # keeps them.
         bool const isGeneral =
             conversion.type == zprintfGeneral || conversion.type == zprintfLongDoubleGeneral;
-        if (isFinite && !(isGeneral && !(conversion.flags & zprintfAlternate)))
+        if (!isGeneral || (conversion.flags & zprintfAlternate))
             zerosBehind = precision - shown;
     }
 
@@ -380,6 +393,8 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
         return needed;
     }
     bool const isLeft = (conversion.flags & zprintfLeft) || width < 0;
+    bool const isFinite =
+        isLong ? std::isfinite(argument.value.longReal) : std::isfinite(argument.value.real);
     bool const isZero = !isLeft && isFinite && params.padChar == '0';
     size_t const sign = *text == '-' || *text == '+' || *text == ' ' ? 1 : 0;
     char const* const end = text + length;

@@ -15,6 +15,10 @@ namespace zprintf {
 // More bytes than any one conversion may have; what reaches it fails.
 constexpr int64_t kTooLong = static_cast<int64_t>(INT32_MAX) + 1;
 
+// The flags without which there is no width, and no precision.
+constexpr uint32_t kHasWidth = zprintfWidth | zprintfStarWidth | zprintfWidthOf8;
+constexpr uint32_t kHasPrecision = zprintfPrecision | zprintfStarPrecision | zprintfPrecisionOf8;
+
 // The digits of 00 to 99, two bytes each.
 extern char const kDigitPairs[201];
 

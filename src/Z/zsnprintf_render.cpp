@@ -7,6 +7,8 @@
 #include "qvr.h"
 #include "zsnprintf_p.h"
 
+using zprintf::kHasPrecision;
+using zprintf::kHasWidth;
 using zprintf::kTooLong;
 using zprintf::Output;
 using zprintf::RenderParams;
@@ -16,10 +18,6 @@ namespace {
 
 constexpr int64_t kFailed = -1;
 constexpr size_t kMostDigits = 22;  // of 64 bits, octal
-
-// The flags without which there is no width, and no precision.
-constexpr uint32_t kHasWidth = zprintfWidth | zprintfStarWidth | zprintfWidthOf8;
-constexpr uint32_t kHasPrecision = zprintfPrecision | zprintfStarPrecision | zprintfPrecisionOf8;
 
 // Blanks and zeros in front of, inside and behind a conversion.
 struct Padding {
