@@ -108,7 +108,7 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     int rc = 0;
     try {
         auto* const condition = conditionIn(condition_);
-        auto* const mutex = reinterpret_cast<pthread_mutex_t*>(lock_->mutex_);
+        pthread_mutex_t* const mutex = &lock_->mutex_;
         bool const unlimited = absTime.tv_sec == 0 && absTime.tv_nsec == 0;
         rc = unlimited ? pthread_cond_wait(condition, mutex)
                        : pthread_cond_timedwait(condition, mutex, &absTime);

@@ -2,11 +2,8 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <charconv>
-#include <cstring>
 #include <exception>
-#include <type_traits>
 
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -28,48 +25,6 @@ enum RaiseSite {
 };
 
 enum Message { mutexInit = 3, mutexDestroy = 4, mutexLock = 5, mutexUnlock = 6 };
-
-constexpr unsigned long kNobody = ~0ul;
-
-static_assert(std::is_same_v<pthread_t, unsigned long>);
-
-// The id that pthread_self() gives. On x86-64 glibc's id is the thread pointer, which the compiler
-// reads in one instruction; the call would cost as much as the rest of the fast path.
-inline unsigned long self()
-{
-#if defined(__x86_64__) && defined(__GLIBC__)
-    return reinterpret_cast<unsigned long>(__builtin_thread_pointer());
-#else
-    return pthread_self();
-#endif
-}
-
-// The owner word is read by threads that do not hold the mutex: only the holder can find its own
-// id there, so that no order is needed.
-inline unsigned long loadOwner(unsigned long& owner)
-{
-    return std::atomic_ref<unsigned long>(owner).load(std::memory_order_relaxed);
-}
-
-inline void storeOwner(unsigned long& owner, unsigned long id)
-{
-    std::atomic_ref<unsigned long>(owner).store(id, std::memory_order_relaxed);
-}
-
-inline pthread_mutex_t* mutexIn(unsigned char* storage)
-{
-    return reinterpret_cast<pthread_mutex_t*>(storage);
-}
-
-[[noreturn, gnu::cold, gnu::noinline]] void raiseLock(int rc)
-{
-    ZLockResourceException_6_0(mutexLock, rc).throwException(kSource, raiseInLock);
-}
-
-[[noreturn, gnu::cold, gnu::noinline]] void raiseUnlock(int rc, RaiseSite site)
-{
-    ZUnlockResourceException_6_0(mutexUnlock, rc).throwException(kSource, site);
-}
 
 }  // namespace
 
@@ -97,12 +52,9 @@ void zreportException(ZException_6_0& failure) noexcept
     }
 }
 
-ZLock_6_0::ZLock_6_0() : owner_(kNobody), count_(0)
+ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), count_(0)
 {
-    static_assert(sizeof(pthread_mutex_t) <= sizeof mutex_);
-    static_assert(alignof(pthread_mutex_t) <= alignof(long));
-    std::memset(mutex_, 0, sizeof mutex_);
-    int const rc = pthread_mutex_init(mutexIn(mutex_), nullptr);
+    int const rc = pthread_mutex_init(&mutex_, nullptr);
     if (rc != 0)
         ZCreateResourceException_6_0(mutexInit, rc).throwException(kSource, raiseInConstructor);
 }
@@ -111,9 +63,8 @@ ZLock_6_0::ZLock_6_0() : owner_(kNobody), count_(0)
 // and each copy is given a lock of its own before it is used. Zeroes, so that destroying it is
 // harmless. Test: ZLock.KeepsACopyFreeAndUninitialised
 ZLock_6_0::ZLock_6_0(ZLock_6_0 const& other)
-    : ZAbstractLock_6_0(), ZObject_6_0(other), owner_(kNobody), count_(0)
+    : ZAbstractLock_6_0(), ZObject_6_0(other), mutex_(), owner_(kNobody), count_(0)
 {
-    std::memset(mutex_, 0, sizeof mutex_);
 }
 
 // KEPT: assigning changes nothing: the threads that hold or wait for the target rely on it.
@@ -125,56 +76,21 @@ ZLock_6_0& ZLock_6_0::operator=(ZLock_6_0 const&)
 
 ZLock_6_0::~ZLock_6_0()
 {
-    int const rc = pthread_mutex_destroy(mutexIn(mutex_));
+    int const rc = pthread_mutex_destroy(&mutex_);
     if (rc != 0)
         zreportRc(kSource, reportInDestructor, mutexDestroy, rc);
 }
 
-void ZLock_6_0::lock()
+// The holder is asked first: the count is his alone.
+bool ZLock_6_0::heldByCaller() const
 {
-    unsigned long const caller = self();
-    if (loadOwner(owner_) == caller) {
-        ++count_;
-        return;
-    }
-    int const rc = pthread_mutex_lock(mutexIn(mutex_));
-    if (rc != 0) [[unlikely]]
-        raiseLock(rc);
-    count_ = 1;
-    storeOwner(owner_, caller);
-}
-
-void ZLock_6_0::unlock()
-{
-    unsigned long const caller = self();
-    if (loadOwner(owner_) != caller) [[unlikely]]
-        raiseUnlock(0, raiseInUnlockOfStranger);
-    if (count_ != 1) {
-        if (count_ <= 0) [[unlikely]]
-            raiseUnlock(0, raiseInUnlockOfFree);
-        --count_;
-        return;
-    }
-    storeOwner(owner_, kNobody);
-    count_ = 0;
-    int const rc = pthread_mutex_unlock(mutexIn(mutex_));
-    if (rc != 0) [[unlikely]] {
-        count_ = 1;
-        storeOwner(owner_, caller);
-        raiseUnlock(rc, raiseInUnlock);
-    }
-}
-
-// The owner is asked first: the count is the holder's alone.
-bool ZLock_6_0::heldByCaller()
-{
-    return pthread_equal(pthread_self(), loadOwner(owner_)) != 0 && count_ > 0;
+    return pthread_equal(pthread_self(), owner()) != 0 && count_ > 0;
 }
 
 int ZLock_6_0::markFree()
 {
     int const depth = count_;
-    storeOwner(owner_, kNobody);
+    setOwner(kNobody);
     count_ = 0;
     return depth;
 }
@@ -182,7 +98,18 @@ int ZLock_6_0::markFree()
 void ZLock_6_0::markHeld(int depth)
 {
     count_ = depth;
-    storeOwner(owner_, self());
+    setOwner(pthread_self());
+}
+
+void ZLock_6_0::raiseLock(int rc)
+{
+    ZLockResourceException_6_0(mutexLock, rc).throwException(kSource, raiseInLock);
+}
+
+void ZLock_6_0::raiseUnlock(int rc, UnlockFailure failure)
+{
+    constexpr RaiseSite kSites[] = {raiseInUnlockOfStranger, raiseInUnlockOfFree, raiseInUnlock};
+    ZUnlockResourceException_6_0(mutexUnlock, rc).throwException(kSource, kSites[failure]);
 }
 
 ZResourceLock_6_0::ZResourceLock_6_0(ZLock_6_0& lock) : lock_(lock)
