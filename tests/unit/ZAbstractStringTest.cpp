@@ -6,10 +6,14 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <qvr.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,6 +32,37 @@ int sign(int number)
 {
     return number < 0 ? -1 : number > 0;
 }
+
+// A text of `length` bytes x that takes little memory: the same few megabytes over and over.
+class LongText {
+public:
+    explicit LongText(size_t length) : room_(length / kPiece * kPiece + kPiece)
+    {
+        int const fd = memfd_create("text", 0);
+        std::string const piece(kPiece, 'x');
+        void* const block =
+            mmap(nullptr, room_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (fd < 0 || write(fd, piece.data(), kPiece) != ssize_t{kPiece} || block == MAP_FAILED)
+            throw std::runtime_error("no pages");
+        text_ = static_cast<char*>(block);
+        for (size_t at = 0; at < length; at += kPiece)
+            if (mmap(text_ + at, kPiece, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, fd, 0) ==
+                MAP_FAILED)
+                throw std::runtime_error("no pages");
+        close(fd);
+        text_[length] = 0;
+    }
+    LongText(LongText const&) = delete;
+    LongText& operator=(LongText const&) = delete;
+    ~LongText() { munmap(text_, room_); }
+
+    char const* text() const { return text_; }
+
+private:
+    static constexpr size_t kPiece = size_t{8} << 20;
+    size_t room_;
+    char* text_;
+};
 
 // The name of the codeset that cannot be had, in a child process that tests the failure.
 char const* missingCodeset = nullptr;
@@ -507,6 +542,30 @@ TEST(ZAbstractString, ViewsCompareWithText)
     EXPECT_TRUE(view != "texts");
     EXPECT_FALSE(view == nullptr);
 }
+
+#ifndef __SANITIZE_THREAD__  // which remembers every byte that is read
+
+TEST(ZAbstractString, PositionsThatDoNotFitRaise)
+{
+    LongText const text(size_t{INT_MAX} + 10);
+    ZUTF8ConstString_6_0 const view(text.text());
+    EXPECT_EQ(unsigned{INT_MAX} + 10, view.getLength());
+    EXPECT_EQ(INT_MAX, view.indexOf('x', INT_MAX));
+    EXPECT_TRUE(
+        raises<ZOutOfMemoryException_6_0>(1, kSource, 301, [&] { view.indexOf(0, INT_MAX); }));
+    EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, kSource, 301,
+                                                  [&] { view.indexOf("x", INT_MAX + 1u); }));
+}
+
+TEST(ZAbstractString, ALengthThatDoesNotFitRaises)
+{
+    LongText const text(size_t{UINT_MAX});
+    ZLCConstString_6_0 const view(text.text());
+    EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, kSource, 412, [&] { view.getLength(); }));
+    EXPECT_EQ(text.text(), view.getChars());
+}
+
+#endif
 
 TEST(ZAbstractString, AViewMayBeReadByThreadsAtOnce)
 {

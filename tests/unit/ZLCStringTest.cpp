@@ -145,6 +145,10 @@ TYPED_TEST(ZLCString, ComparesWithItsFamily)
     EXPECT_LT(string.compare("texts"), 0);
     EXPECT_GT(string.compare(String("a")), 0);
     EXPECT_LT(view.compare(View("z")), 0);
+    ZObject_6_0 const& object = view;
+    EXPECT_EQ(0, object.compare(string));
+    EXPECT_EQ(0, static_cast<ZObject_6_0 const&>(string).compare(view));
+    EXPECT_LT(object.compare(String("z")), 0);
     EXPECT_EQ(0, string.compareignorecase("TEXT"));
     EXPECT_EQ(0, string.compareignorecase(String("TEXT")));
     EXPECT_EQ(0, string.compareignorecase(View("tExt")));
@@ -176,13 +180,15 @@ TYPED_TEST(ZLCString, CloneIsACopyOfTheClass)
     using View = typename TypeParam::View;
     String const string(std::string(200, 'x').c_str());
     std::unique_ptr<ZObject_6_0> const copy(static_cast<ZObject_6_0 const&>(string).clone());
-    EXPECT_TRUE(typeid(*copy) == typeid(String));
+    ZObject_6_0 const& made = *copy;
+    EXPECT_TRUE(typeid(made) == typeid(String));
     EXPECT_TRUE(string.equals(*copy));
     EXPECT_NE(string.getChars(), static_cast<String&>(*copy).getChars());
 
     View const view("text");
     std::unique_ptr<ZObject_6_0> const other(static_cast<ZObject_6_0 const&>(view).clone());
-    EXPECT_TRUE(typeid(*other) == typeid(View));
+    ZObject_6_0 const& second = *other;
+    EXPECT_TRUE(typeid(second) == typeid(View));
     EXPECT_EQ(view.getChars(), static_cast<View&>(*other).getChars());
 }
 

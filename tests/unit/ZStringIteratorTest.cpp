@@ -35,7 +35,23 @@ Characters charactersOf(Source const& source)
     return characters;
 }
 
+// A string that has no text at all.
+class NoText : public ZUTF8ConstString_6_0 {
+public:
+    char const* getChars() const override { return nullptr; }
+};
+
 }  // namespace
+
+TEST(ZStringIterator, WithoutATextThereIsNothing)
+{
+    NoText const source;
+    ZUTF8String_6_0 target("before");
+    ZStringIterator_6_0 iterator(source, target);
+    EXPECT_FALSE(iterator.hasMore());
+    EXPECT_EQ(nullptr, iterator.getNext());
+    EXPECT_STREQ("before", target);
+}
 
 TEST(ZStringIterator, WalksUtf8CharacterByCharacter)
 {

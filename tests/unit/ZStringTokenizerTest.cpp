@@ -45,7 +45,29 @@ void deleteMembers(ZArrayList_6_0& list)
         delete list.get(i);
 }
 
+// A string that has no text at all.
+class NoText : public ZUTF8ConstString_6_0 {
+public:
+    char const* getChars() const override { return nullptr; }
+};
+
 }  // namespace
+
+TEST(ZStringTokenizer, WithoutATextThereIsNothing)
+{
+    NoText const source;
+    ZUTF8String_6_0 target("before");
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    ZUTF8ConstString_6_0 const blank(" ");
+    ZArrayList_6_0 list(1, 1);
+    EXPECT_FALSE(tokenizer.hasMore());
+    EXPECT_EQ(nullptr, tokenizer.getNext());
+    EXPECT_EQ(0u, tokenizer.skipAll(blank));
+    EXPECT_EQ(0u, tokenizer.skipOther(blank));
+    tokenizer.list(list);
+    EXPECT_EQ(0u, list.size());
+    EXPECT_STREQ("before", target);
+}
 
 TEST(ZStringTokenizer, SplitsAtWhiteSpaceByDefault)
 {
