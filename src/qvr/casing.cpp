@@ -55,6 +55,22 @@ struct Side {
     size_t left;
 };
 
+bool isSameAscii(unsigned a, unsigned b)
+{
+    return a < 0x80 && (a == b || ((a ^ b) == 0x20 && (a | 0x20) >= 'a' && (a | 0x20) <= 'z'));
+}
+
+// Steps over the ASCII characters in which both sides agree.
+void skipSameAscii(Side& a, Side& b)
+{
+    size_t const most = a.left < b.left ? a.left : b.left;
+    size_t i = 0;
+    while (i < most && a.s[i] != 0 && isSameAscii(a.s[i], b.s[i]))
+        ++i;
+    a = {a.s + i, a.left - i};
+    b = {b.s + i, b.left - i};
+}
+
 // Takes the next unit, folded; 0 at the end. Invalid bytes, and the few characters without a
 // value of their own, come byte by byte behind all characters.
 uint32_t takeFolded(qvr_cs const& cs, bool turkic, Side& side)
@@ -76,6 +92,8 @@ uint32_t takeFolded(qvr_cs const& cs, bool turkic, Side& side)
 int compare(qvr_cs const& cs, bool turkic, Side a, Side b)
 {
     for (;;) {
+        if (cs.ascii && !turkic)
+            skipSameAscii(a, b);
         uint32_t const fromA = takeFolded(cs, turkic, a);
         uint32_t const fromB = takeFolded(cs, turkic, b);
         if (fromA != fromB)

@@ -289,23 +289,16 @@ Codeset::~Codeset()
 
 Step decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n)
 {
-    uint32_t value = codeset.first[*s];
-    int length = 1;
-    while (value >= kTable && value < kLonger) {
-        if (static_cast<size_t>(length) == n)
-            return {kTruncated, 0};
-        value = codeset.tables[value - kTable][s[length]];
-        ++length;
-    }
-    if (value == kNoCharacter)
-        return {kInvalid, 0};
-    if (value != kLonger)
-        return {length, value};
+    Step const step = decodeByTables(codeset, s, n);
+    if (step.length < 0 || step.value != kLonger)
+        return step;
 
     ThreadConverter const converter(codeset);
     if (converter.get() == nullptr)
         return {kInvalid, 0};
     char const* const text = reinterpret_cast<char const*>(s);
+    uint32_t value = kLonger;
+    int length = step.length;
     while (value == kLonger) {
         if (static_cast<size_t>(length) == n)
             return {kTruncated, 0};

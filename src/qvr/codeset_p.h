@@ -65,6 +65,21 @@ struct Codeset {
     UConverter* master = nullptr;  // never converts; what the threads' converters are cloned from
 };
 
+// Decodes the character of a multibyte codeset at `s` as far as the tables go: the value kLonger
+// says that only a converter can judge what begins with these bytes.
+inline Step decodeByTables(Codeset const& codeset, unsigned char const* s, size_t n)
+{
+    uint32_t value = codeset.first[*s];
+    int length = 1;
+    while (value >= kTable && value < kLonger) {
+        if (static_cast<size_t>(length) == n)
+            return {kTruncated, 0};
+        value = codeset.tables[value - kTable][s[length]];
+        ++length;
+    }
+    return {value == kNoCharacter ? kInvalid : length, value};
+}
+
 Step decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n);
 int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out);
 

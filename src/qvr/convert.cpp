@@ -185,6 +185,31 @@ ptrdiff_t converterToUtf8(Codeset const& codeset, unsigned char const* s, size_t
     return out.written();
 }
 
+// By the tables as long as they know the characters, then by a converter: a character of its own
+// begins wherever one ended.
+ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    for (size_t i = 0; i < n;) {
+        if (cs.ascii) {
+            size_t const run = asciiRun(s + i, n - i);
+            if (!out.copy(s + i, run))
+                return qvrNoRoom;
+            i += run;
+            if (i == n)
+                break;
+        }
+        Step const step = decodeByTables(*cs.codeset, s + i, n - i);
+        if (step.length < 0)
+            return qvrInvalid;
+        if (step.value > kMaxCodePoint)
+            return converterToUtf8(*cs.codeset, s + i, n - i, out);
+        if (!out.put(step.value))
+            return qvrNoRoom;
+        i += static_cast<size_t>(step.length);
+    }
+    return out.written();
+}
+
 ptrdiff_t utf8ToConverter(Codeset const& codeset, unsigned char const* s, size_t n, Output& out)
 {
     ThreadConverter const converter(codeset);
@@ -243,14 +268,10 @@ ptrdiff_t qvr_to_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, si
             return copyUtf8(s, srcLen, out);
         case Kind::singleByte:
             return singleByteToUtf8(*cs, s, srcLen, out);
-        default: {
-            size_t const run = cs->ascii ? asciiRun(s, srcLen) : 0;
-            if (!out.copy(s, run))
-                return qvrNoRoom;
-            if (run == srcLen)
-                return out.written();
-            return converterToUtf8(*cs->codeset, s + run, srcLen - run, out);
-        }
+        case Kind::multiByte:
+            return multiByteToUtf8(*cs, s, srcLen, out);
+        default:
+            return converterToUtf8(*cs->codeset, s, srcLen, out);
     }
 }
 
