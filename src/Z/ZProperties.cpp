@@ -293,8 +293,7 @@ void ZProperties_6_0::sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style
         rep_->queued.push(std::move(notice));
 }
 
-// ---- The cache
-// -----------------------------------------------------------------------------------
+// ---- The cache ---------------------------------------------------------------------------------
 
 void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
 {
@@ -381,8 +380,7 @@ ZProperties_6_0::~ZProperties_6_0()
     delete rep_;
 }
 
-// ---- Reading values
-// ------------------------------------------------------------------------------
+// ---- Reading values ----------------------------------------------------------------------------
 
 int ZProperties_6_0::exists(char const* category, char const* key) const
 {
@@ -1034,8 +1032,7 @@ long ZProperties_6_0::timeStamp() const
     return timeStamp_;
 }
 
-// ---- One store for a path
-// ------------------------------------------------------------------------
+// ---- One store for a path ----------------------------------------------------------------------
 
 namespace {
 

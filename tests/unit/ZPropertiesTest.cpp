@@ -176,8 +176,7 @@ constexpr char kText[] =
 
 using ZProperties = PropertiesTest;
 
-// ---- Construction
-// --------------------------------------------------------------------------------
+// ---- Construction ------------------------------------------------------------------------------
 
 TEST(ZPropertiesObject, RefusesANullCache)
 {
@@ -207,8 +206,7 @@ TEST_F(ZProperties, CopyIsAStoreOfItsOwn)
     EXPECT_EQ(nullptr, store_.clone());
 }
 
-// ---- Names and defaults
-// ----------------------------------------------------------------------------
+// ---- Names and defaults ------------------------------------------------------------------------
 
 TEST_F(ZProperties, RefusesNullAndEmptyNamesEverywhere)
 {
@@ -306,8 +304,7 @@ TEST_F(ZProperties, MissingKeyNamesItsPlaceInTheReport)
     }
 }
 
-// ---- Values
-// --------------------------------------------------------------------------------------
+// ---- Values ------------------------------------------------------------------------------------
 
 TEST_F(ZProperties, SingleValueIsTheLastOne)
 {
@@ -522,8 +519,7 @@ TEST_F(ZProperties, ListPrintsToStandardOutput)
     EXPECT_NE(std::string::npos, out.find("empty =\n"));
 }
 
-// ---- Setting
-// ---------------------------------------------------------------------------------------
+// ---- Setting -----------------------------------------------------------------------------------
 
 TEST_F(ZProperties, SetReplacesEveryValue)
 {
@@ -692,8 +688,7 @@ TEST_F(ZProperties, ModifiedFlagFollowsChangesLoadsAndStores)
     EXPECT_EQ(0, store_.isModified());
 }
 
-// ---- Files
-// -----------------------------------------------------------------------------------------
+// ---- Files -------------------------------------------------------------------------------------
 
 TEST_F(ZProperties, FirstPathBecomesTheFileName)
 {
@@ -988,8 +983,7 @@ TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
     EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
-// ---- The companion file
-// ----------------------------------------------------------------------------
+// ---- The companion file ------------------------------------------------------------------------
 
 TEST_F(ZProperties, ObfuscatedValuesLiveInTheCompanion)
 {
@@ -1108,12 +1102,26 @@ TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
 TEST_F(ZProperties, CompanionThatUnpacksToTooMuchIsRefused)
 {
     std::string const companion = directory_.at("conf.obf");
-    std::string const plain(size_t{257} << 20, 'x');
-    std::string contents(plain.size() / 100, '\0');
-    uLongf length = contents.size();
-    ASSERT_EQ(Z_OK, compress2(reinterpret_cast<Bytef*>(contents.data()), &length,
-                              reinterpret_cast<Bytef const*>(plain.data()), plain.size(), 1));
-    directory_.write("conf.obf", contents.substr(0, length));
+    // One block that unpacks to 64 KiB, again and again.
+    z_stream stream = {};
+    ASSERT_EQ(Z_OK, deflateInit(&stream, 9));
+    std::string zeros(1 << 16, '\0');
+    std::string contents;
+    std::string room(1 << 16, '\0');
+    std::string block;
+    for (int i = 0; i < 2; ++i) {
+        stream.next_in = reinterpret_cast<Bytef*>(zeros.data());
+        stream.avail_in = static_cast<uInt>(zeros.size());
+        stream.next_out = reinterpret_cast<Bytef*>(room.data());
+        stream.avail_out = static_cast<uInt>(room.size());
+        ASSERT_EQ(Z_OK, deflate(&stream, Z_FULL_FLUSH));
+        block.assign(room.data(), room.size() - stream.avail_out);
+        contents += block;
+    }
+    deflateEnd(&stream);
+    for (int i = 0; i < (300 << 20) / (1 << 16); ++i)
+        contents += block;
+    directory_.write("conf.obf", contents);
     std::string const path =
         directory_.write("conf", "[configuration-database]\nfile = " + companion + "\n");
     EXPECT_EQ("data " + companion + " 0 ", raised([&] { store_.load(path.c_str()); }));
@@ -1172,8 +1180,7 @@ TEST_F(ZProperties, CompanionDirectoryIsChecked)
     EXPECT_EQ("[s]\n", directory_.read("conf"));
 }
 
-// ---- Notices
-// ---------------------------------------------------------------------------------------
+// ---- Notices -----------------------------------------------------------------------------------
 
 TEST_F(ZProperties, ObserversAreToldOfChanges)
 {
@@ -1256,8 +1263,7 @@ TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
     }
 }
 
-// ---- One store for a path
-// --------------------------------------------------------------------------
+// ---- One store for a path ----------------------------------------------------------------------
 
 TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
 {
@@ -1365,8 +1371,7 @@ TEST_F(ZProperties, ThreadThatAsksForWhatItIsMakingIsRefused)
     EXPECT_EQ("io " + path + " fcntl() 35", inner);
 }
 
-// ---- Threads
-// ---------------------------------------------------------------------------------------
+// ---- Threads -----------------------------------------------------------------------------------
 
 TEST_F(ZProperties, EightThreadsUseOneStore)
 {
@@ -1451,8 +1456,7 @@ TEST_F(ZProperties, StoresOnOneFileTakeTurnsAndNeverFail)
     EXPECT_EQ("conf", directory_.names());
 }
 
-// ---- Want of memory
-// --------------------------------------------------------------------------------
+// ---- Want of memory ----------------------------------------------------------------------------
 
 TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
 {

@@ -1,0 +1,523 @@
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZPropertiesImpl.h>
+#include <Z/ZPropertiesIterator.h>
+#include <Z/ZUTF8String.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "EachAllocation.h"
+#include "NotedMessages.h"
+#include "Raised.h"
+#include "TestDirectory.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZPropertiesIterator";
+
+class Store final : public ZProperties_6_0 {
+public:
+    Store() : ZProperties_6_0(new ZSCFData_6_0) { setAttributes(1, nullptr); }
+};
+
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
+        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
+               change.key().getChars() + " ";
+    }
+
+    std::string log;
+};
+
+constexpr char kText[] = "[s]\na = 1\nb = 2\nb = 3\nempty =\n[t]\nx = 1\n";
+
+class IteratorTest : public testing::Test {
+public:
+    ~IteratorTest() noexcept override {}
+
+protected:
+    void SetUp() override
+    {
+        path_ = directory_.write("conf", kText);
+        store_.load(path_.c_str());
+    }
+
+    std::string valuesOf(char const* key)
+    {
+        ZArrayList_6_0 values(1, 1);
+        store_.getValues("s", key, values, zPropLocalStrings);
+        std::string all;
+        for (unsigned i = 0; i < values.size(); ++i)
+            all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
+        return all;
+    }
+
+    TestDirectory directory_;
+    std::string path_;
+    Store store_;
+};
+
+using Keys = ZPropertiesIterator_6_0;
+using Values = ZAbstractPropertyValuesIterator_6_0;
+
+}  // namespace
+
+using ZPropertiesIterator = IteratorTest;
+
+// ---- Keys --------------------------------------------------------------------------------------
+
+TEST_F(ZPropertiesIterator, WalksEveryKeyOnceWithItsValues)
+{
+    Keys keys(store_, "s");
+    EXPECT_EQ(3, keys.keyCount());
+    std::string seen;
+    while (keys.hasMore()) {
+        keys.nextEntry();
+        seen += std::string(keys.entryName()) + ":" + std::to_string(keys.valueCount());
+        for (int i = 0; i < keys.valueCount(); ++i)
+            seen += std::string(" ") + keys.entryValue(i);
+        seen += ";";
+    }
+    EXPECT_NE(std::string::npos, seen.find("a:1 1;"));
+    EXPECT_NE(std::string::npos, seen.find("b:2 2 3;"));
+    EXPECT_NE(std::string::npos, seen.find("empty:0;"));
+    EXPECT_EQ(0, keys.hasMore());
+}
+
+TEST_F(ZPropertiesIterator, RaisesBeforeTheFirstStepAndBehindTheLast)
+{
+    Keys keys(store_, "t");
+    auto const before = [&](auto call) {
+        return raises<ZPropertiesIteratorException_6_0>(42, kSource, 80, call);
+    };
+    EXPECT_TRUE(before([&] { keys.entryName(); }));
+    EXPECT_TRUE(before([&] { keys.entryValue(0); }));
+    EXPECT_TRUE(before([&] { keys.valueCount(); }));
+    keys.nextEntry();
+    EXPECT_TRUE(
+        raises<ZPropertiesIteratorException_6_0>(42, kSource, 70, [&] { keys.nextEntry(); }));
+    EXPECT_STREQ("x", keys.entryName());
+    try {
+        keys.nextEntry();
+    } catch (ZPropertiesIteratorException_6_0 const& e) {
+        EXPECT_STREQ(path_.c_str(), e.propFile().getChars());
+    }
+}
+
+TEST_F(ZPropertiesIterator, EntryValueChecksItsIndex)
+{
+    Keys keys(store_, "s");
+    for (keys.nextEntry(); std::string("b") != keys.entryName();)
+        keys.nextEntry();
+    EXPECT_STREQ("2", keys.entryValue(0));
+    EXPECT_STREQ("3", keys.entryValue(1));
+    for (int index : {2, 100, -1})
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 95,
+                                                           [&] { keys.entryValue(index); }));
+}
+
+TEST_F(ZPropertiesIterator, KeyWithoutValuesGivesNull)
+{
+    Keys keys(store_, "s");
+    for (keys.nextEntry(); std::string("empty") != keys.entryName();)
+        keys.nextEntry();
+    EXPECT_EQ(nullptr, keys.entryValue(0));
+    EXPECT_EQ(nullptr, keys.entryValue(7));
+    EXPECT_EQ(0, keys.valueCount());
+}
+
+TEST_F(ZPropertiesIterator, NeedsACategory)
+{
+    EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 45,
+                                                       [&] { Keys keys(store_, nullptr); }));
+    Keys missing(store_, "nowhere");
+    EXPECT_EQ(0, missing.hasMore());
+    EXPECT_EQ(0, missing.keyCount());
+}
+
+TEST_F(ZPropertiesIterator, WithoutACategoryWalksNothingAndCountsACategory)
+{
+    Keys all(store_);
+    EXPECT_EQ(0, all.hasMore());
+    EXPECT_EQ(0, all.keyCount());
+    EXPECT_THROW(all.nextEntry(), ZPropertiesIteratorException_6_0);
+    all.getValues("s");
+    EXPECT_EQ(store_.numValues("s"), all.valueCount());
+    EXPECT_THROW(all.entryValue(0), ZPropertiesIteratorException_6_0);
+}
+
+TEST_F(ZPropertiesIterator, ValuesOfAnotherKeyCanBeMadeCurrent)
+{
+    Keys keys(store_, "s");
+    keys.nextEntry();
+    keys.getValues("b");
+    EXPECT_EQ(2, keys.valueCount());
+    EXPECT_STREQ("3", keys.entryValue(1));
+}
+
+TEST_F(ZPropertiesIterator, KeysAreThoseOfTheBeginningAndValuesThoseOfNow)
+{
+    Keys keys(store_, "s");
+    store_.setValue("s", "later", "1");
+    store_.setValue("s", "a", "changed");
+    store_.deleteKey("s", "b");
+    int count = 0;
+    while (keys.hasMore()) {
+        keys.nextEntry();
+        ++count;
+        if (std::string("a") == keys.entryName()) {
+            EXPECT_STREQ("changed", keys.entryValue(0));
+        }
+        if (std::string("b") == keys.entryName()) {
+            EXPECT_EQ(nullptr, keys.entryValue(0));
+            EXPECT_EQ(0, keys.valueCount());
+        }
+    }
+    EXPECT_EQ(3, count);
+}
+
+TEST_F(ZPropertiesIterator, ReloadMeanwhileIsHarmless)
+{
+    Keys keys(store_, "s");
+    Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+    keys.nextEntry();
+    values.nextValue();
+    directory_.write("conf", "[s]\nb = new\n");
+    store_.reload(nullptr);
+    while (keys.hasMore()) {
+        keys.nextEntry();
+        if (std::string("b") == keys.entryName())
+            EXPECT_STREQ("new", keys.entryValue(0));
+        else
+            EXPECT_EQ(nullptr, keys.entryValue(0));
+    }
+    EXPECT_EQ(1, values.valueCount());
+    EXPECT_EQ(1, values.isValid());
+    EXPECT_EQ(0, values.hasMore());
+    values.changeValue("newer");
+    EXPECT_EQ("newer,", valuesOf("b"));
+}
+
+TEST_F(ZPropertiesIterator, HoldsTheStoreForItsLife)
+{
+    std::atomic<bool> done{false};
+    std::thread other;
+    {
+        Keys keys(store_, "s");
+        Values values(store_, "s", "a", zPropLocalStrings, zPropIterAny);
+        other = std::thread([&] {
+            store_.setValue("s", "other", "1");
+            done = true;
+        });
+        while (keys.hasMore()) {
+            keys.nextEntry();
+            EXPECT_EQ(1, store_.exists("s", keys.entryName()));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(done);
+    }
+    other.join();
+    EXPECT_TRUE(done);
+}
+
+TEST_F(ZPropertiesIterator, DestroyedByAStrangerRaisesAndTheStoreStaysHeld)
+{
+    NotedMessages const messages;  // of the mutex that stays locked
+    auto store = std::make_unique<Store>();
+    store->load(path_.c_str());
+    auto* const keys = new Keys(*store, "s");
+    std::thread([&] { EXPECT_THROW(keys->~Keys(), ZUnlockResourceException_6_0); }).join();
+    EXPECT_EQ(1, store->exists("s"));  // the lock is this thread's still
+    operator delete(keys);
+    store.reset();
+    EXPECT_EQ(1u, messages.messages().size());
+}
+
+// ---- Values ------------------------------------------------------------------------------------
+
+TEST_F(ZPropertiesIterator, WalksTheValuesOfAKey)
+{
+    Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+    EXPECT_EQ(2, values.valueCount());
+    EXPECT_EQ(0, values.isValid());
+    EXPECT_EQ(1, values.hasMore());
+    ZAbstractString_6_0 const& first = values.nextValue();
+    EXPECT_STREQ("2", first.getChars());
+    EXPECT_NE(nullptr, dynamic_cast<ZLCConstString_6_0 const*>(&first));
+    EXPECT_EQ(1, values.isValid());
+    char const* second = nullptr;
+    values.nextValue(second);
+    EXPECT_STREQ("3", second);
+    EXPECT_EQ(0, values.hasMore());
+    EXPECT_TRUE(
+        raises<ZPropertiesIteratorException_6_0>(42, kSource, 185, [&] { values.nextValue(); }));
+    EXPECT_TRUE(raises<ZPropertiesIteratorException_6_0>(42, kSource, 185,
+                                                         [&] { values.nextValue(second); }));
+    EXPECT_EQ(1, values.isValid());
+}
+
+TEST_F(ZPropertiesIterator, GivesUTF8WhenAsked)
+{
+    Values values(store_, "s", "a", zPropUTF8Strings, zPropIterAny);
+    EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0 const*>(&values.nextValue()));
+    values.changeValue("neu");
+    EXPECT_EQ("neu,", valuesOf("a"));
+    EXPECT_TRUE(
+        raises<ZFromUTF8Exception_6_0>(50, kSource, 240, [&] { values.changeValue("\xC3"); }));
+    EXPECT_EQ("neu,", valuesOf("a"));
+}
+
+TEST_F(ZPropertiesIterator, ChecksItsArguments)
+{
+    store_.setValue("s", "hidden", "h", 1);
+    struct Case {
+        char const* name;
+        char const* category;
+        char const* key;
+        int type;
+        int kind;
+    };
+    Case const cases[] = {
+        {"null category", nullptr, "a", 0, 0},
+        {"null key", "s", nullptr, 0, 0},
+        {"string type", "s", "a", 1, 0},
+        {"string type 7", "s", "a", 7, 0},
+        {"kind 3", "s", "a", 0, 3},
+        {"kind -1", "s", "a", 0, -1},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 150, [&] {
+            Values values(store_, c.category, c.key, static_cast<ZPropertyStringType>(c.type),
+                          static_cast<ZPropIter_valtype>(c.kind));
+        }));
+    }
+    // The wrong kind is found by the store.
+    EXPECT_THROW(Values(store_, "s", "a", zPropLocalStrings, zPropIterObfuscated),
+                 ZInvalidParameterException_6_0);
+    EXPECT_THROW(Values(store_, "s", "hidden", zPropLocalStrings, zPropIterPlain),
+                 ZInvalidParameterException_6_0);
+    // Nothing was left locked.
+    std::thread([&] { EXPECT_EQ(1, store_.exists("s")); }).join();
+}
+
+TEST_F(ZPropertiesIterator, KindFollowsTheKey)
+{
+    store_.setValue("s", "hidden", "h", 1);
+    {
+        Values values(store_, "s", "hidden", zPropLocalStrings, zPropIterAny);
+        values.nextValue();
+        values.addValue("h2");
+    }
+    EXPECT_EQ(1, store_.isObfuscated("s", "hidden"));
+    EXPECT_EQ("h,h2,", valuesOf("hidden"));
+    Values missing(store_, "s", "missing", zPropLocalStrings, zPropIterObfuscated);
+    EXPECT_EQ(0, missing.hasMore());
+    missing.addValue("m");
+    EXPECT_EQ(1, store_.isObfuscated("s", "missing"));
+}
+
+TEST_F(ZPropertiesIterator, ChangesTheCurrentValueInPlace)
+{
+    Observer observer;
+    store_.addObserver(&observer);
+    {
+        Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
+        EXPECT_TRUE(raises<ZPropertiesIteratorException_6_0>(42, kSource, 195,
+                                                             [&] { values.changeValue("x"); }));
+        EXPECT_EQ(0, store_.isModified());
+        values.nextValue();
+        values.changeValue("two");
+        EXPECT_EQ(1, store_.isModified());
+    }
+    EXPECT_EQ("two,3,", valuesOf("b"));
+    EXPECT_EQ("", observer.log);
+}
+
+TEST_F(ZPropertiesIterator, AddsBehindTheCurrentValueAndMakesItCurrent)
+{
+    {
+        Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
+        values.addValue("first");
+        EXPECT_EQ(1, values.isValid());
+        values.nextValue();
+        values.addValue("middle");
+        values.changeValue("centre");
+    }
+    EXPECT_EQ("first,2,centre,3,", valuesOf("b"));
+    EXPECT_EQ(1, store_.isModified());
+}
+
+TEST_F(ZPropertiesIterator, AddToAKeyWithoutValuesSetsItAndTellsObservers)
+{
+    Observer observer;
+    store_.addObserver(&observer);
+    {
+        Values values(store_, "s", "new", zPropLocalStrings, zPropIterPlain);
+        EXPECT_EQ(0, values.valueCount());
+        values.addValue("1");
+        EXPECT_EQ(1, values.isValid());
+        EXPECT_EQ(1, values.valueCount());
+        values.addValue("2");
+    }
+    EXPECT_EQ("1,2,", valuesOf("new"));
+    EXPECT_EQ("2[s]new ", observer.log);
+    store_.store(nullptr);
+    EXPECT_NE(std::string::npos, directory_.read("conf").find("new = 1\nnew = 2\n"));
+}
+
+TEST_F(ZPropertiesIterator, RemovesTheCurrentValueAndStepsBack)
+{
+    {
+        Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
+        EXPECT_TRUE(raises<ZPropertiesIteratorException_6_0>(42, kSource, 195,
+                                                             [&] { values.removeValue(); }));
+        values.nextValue();
+        values.removeValue();
+        EXPECT_EQ(0, values.isValid());
+        EXPECT_EQ(1, values.hasMore());
+        EXPECT_STREQ("3", values.nextValue().getChars());
+        values.removeValue();
+        EXPECT_EQ(0, values.valueCount());
+        EXPECT_EQ(0, values.hasMore());
+        values.addValue("again");
+        EXPECT_EQ(1, values.isValid());
+    }
+    EXPECT_EQ("again,", valuesOf("b"));
+}
+
+TEST_F(ZPropertiesIterator, KeepsRemovingAllObfuscatedValuesWithTheFirst)
+{
+    store_.setValue("s", "hidden", "1", 1);
+    Observer observer;
+    store_.addObserver(&observer);
+    {
+        Values values(store_, "s", "hidden", zPropLocalStrings, zPropIterAny);
+        values.nextValue();
+        values.addValue("2");
+        values.addValue("3");
+        values.removeValue();
+        EXPECT_EQ(2, values.valueCount());
+    }
+    EXPECT_EQ("1,2,", valuesOf("hidden"));
+    {
+        Values values(store_, "s", "hidden", zPropLocalStrings, zPropIterAny);
+        values.nextValue();
+        values.removeValue();
+        EXPECT_EQ(0, values.valueCount());
+        EXPECT_EQ(0, values.isValid());
+        EXPECT_EQ(0, values.hasMore());
+    }
+    EXPECT_EQ("", valuesOf("hidden"));
+    EXPECT_EQ(1, store_.exists("s", "hidden"));
+    EXPECT_EQ(0, store_.isObfuscated("s", "hidden"));
+    EXPECT_EQ("2[s]hidden ", observer.log);
+}
+
+TEST_F(ZPropertiesIterator, RefusesTextThatAFileWouldNotGiveBack)
+{
+    Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
+    values.nextValue();
+    std::string const tooLong(8190, 'x');
+    for (char const* text : {"a\nb", tooLong.c_str(), static_cast<char const*>(nullptr)}) {
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 230,
+                                                           [&] { values.changeValue(text); }));
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 230,
+                                                           [&] { values.addValue(text); }));
+    }
+    EXPECT_EQ("2,3,", valuesOf("b"));
+    EXPECT_EQ(0, store_.isModified());
+    Values bad(store_, "s", "a=b", zPropLocalStrings, zPropIterPlain);
+    EXPECT_THROW(bad.addValue("x"), ZInvalidParameterException_6_0);
+}
+
+TEST_F(ZPropertiesIterator, KeyThatGoesAwayMeanwhileIsHarmless)
+{
+    Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
+    values.nextValue();
+    store_.deleteKey("s", "b");
+    EXPECT_EQ(0, values.isValid());
+    EXPECT_EQ(0, values.hasMore());
+    EXPECT_EQ(0, values.valueCount());
+    EXPECT_THROW(values.changeValue("x"), ZPropertiesIteratorException_6_0);
+    store_.setValue("s", "b", "back");
+    EXPECT_EQ(1, values.isValid());
+    EXPECT_EQ(1, values.valueCount());
+}
+
+// ---- Want of memory ----------------------------------------------------------------------------
+
+TEST_F(ZPropertiesIterator, WantOfMemoryLeavesEverythingAsItWas)
+{
+    std::string const text(300, 'x');
+    Values(store_, "s", "b", zPropLocalStrings, zPropIterAny);  // makes the list, which stays
+    auto const check = [&] {
+        EXPECT_EQ("2,3,", valuesOf("b"));
+        EXPECT_EQ(0, store_.exists("s", "new"));
+        EXPECT_EQ(3, store_.count("s"));
+        EXPECT_EQ(0, store_.isModified());
+    };
+    auto const nothing = [] {};
+    failEachAllocationOfSome(
+        [&] {
+            Keys keys(store_, "s");
+            while (keys.hasMore()) {
+                keys.nextEntry();
+                keys.entryValue(0);
+            }
+        },
+        nothing, check);
+    failEachAllocationOfSome(
+        [&] {
+            Values values(store_, "s", "b", zPropUTF8Strings, zPropIterAny);
+            while (values.hasMore())
+                values.nextValue();
+        },
+        nothing, check);
+    failEachAllocationOfSome(
+        [&] {
+            Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+            values.nextValue();
+            values.changeValue(text.c_str());
+        },
+        [&] {
+            Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+            values.nextValue();
+            values.changeValue("2");
+            store_.resetModified();
+        },
+        check);
+    failEachAllocationOfSome(
+        [&] {
+            Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+            values.addValue(text.c_str());
+        },
+        [&] {
+            Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+            values.nextValue();
+            values.removeValue();
+            store_.resetModified();
+        },
+        check);
+    failEachAllocationOfSome(
+        [&] {
+            Values values(store_, "s", "new", zPropLocalStrings, zPropIterAny);
+            values.addValue(text.c_str());
+        },
+        [&] {
+            store_.deleteKey("s", "new");
+            store_.resetModified();
+        },
+        check);
+}
