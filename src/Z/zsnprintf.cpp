@@ -391,14 +391,16 @@ bool fetchPositional(ZPrintfContext_6_0& context, ArgumentList& args)
 void fetchInOrder(ZPrintfContext_6_0& context, ArgumentList& args)
 {
     ZPrintfArgument_6_0* next = context.arguments;
-    for (int32_t i = 0; i < context.conversionCount; ++i) {
-        ZPrintfConversion_6_0 const& conversion = context.conversions[i];
-        if (conversion.flags & zprintfStarWidth)
-            fetch(zprintfInt, args, *++next);
-        if (conversion.flags & zprintfStarPrecision)
-            fetch(zprintfInt, args, *++next);
-        if (!(conversion.flags & zprintfNoArgument))
-            fetch(conversion.type, args, *++next);
+    ZPrintfConversion_6_0 const* const end = context.conversions + context.conversionCount;
+    for (ZPrintfConversion_6_0 const* at = context.conversions; at != end; ++at) {
+        if (at->flags & (zprintfStarWidth | zprintfStarPrecision)) {
+            if (at->flags & zprintfStarWidth)
+                fetch(zprintfInt, args, *++next);
+            if (at->flags & zprintfStarPrecision)
+                fetch(zprintfInt, args, *++next);
+        }
+        if (at->type != zprintfPercent)
+            fetch(at->type, args, *++next);
     }
 }
 
@@ -473,7 +475,7 @@ int zvsnprintf_6_0(char* buf, int size, char const* format, va_list args)
     if (zvsnprintf_parse_6_0(&context, zgetLCSHandle_6_0(), format, args) != kDone)
         return kFailed;
     int const length = zvsnprintf_render_6_0(&context, buf, size);
-    zvsnprintf_done_6_0(&context);
+    release(context);
     return length;
 }
 

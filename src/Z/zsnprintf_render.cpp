@@ -376,7 +376,8 @@ int render(ZPrintfContext_6_0 const& context, char* out, size_t size)
     for (ZPrintfConversion_6_0 const* conversion = context.conversions; conversion != end;
          ++conversion) {
         size_t const literalLength = static_cast<size_t>(conversion->start - literal);
-        output.put(literal, literalLength);
+        if (literalLength > 0)
+            output.put(literal, literalLength);
         literal = conversion->end + 1;
         int64_t const length = kRenderers[conversion->type](
             context.codeset, *conversion, context.arguments, output.at(), output.room());
