@@ -1,33 +1,25 @@
 #include <Z/ZException.h>
 #include <Z/zproperties_c.h>
 #include <Z/zproperties_c_p.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "FailingAllocator.h"
+#include "LockingProcess.h"
+#include "TestDirectory.h"
 
 namespace {
 
-constexpr char kHoldLock[] = "--hold-lock";
 constexpr int kDefault = 1;   // a missing key is an empty value
 constexpr int kRequired = 0;  // a missing key is an error
 constexpr int kUntouched = 12345;
@@ -62,29 +54,18 @@ class FlatTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        char name[] = "/tmp/zpropXXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(name));
-        directory_ = name;
         write("service.conf", kText);
         ASSERT_EQ(0, zstzPropOpen_6_0(&file_, path("service.conf").c_str(), zpropOpenUpdate));
         ASSERT_NE(nullptr, file_);
     }
-    void TearDown() override
-    {
-        zstzPropClose_6_0(file_);
-        ASSERT_EQ(0, system(("rm -rf " + directory_).c_str()));
-    }
+    void TearDown() override { zstzPropClose_6_0(file_); }
 
-    std::string path(std::string const& name) const { return directory_ + "/" + name; }
-    void write(std::string const& name, std::string const& text) const
+    std::string path(std::string const& name) const { return directory_.at(name); }
+    std::string write(std::string const& name, std::string const& text) const
     {
-        std::ofstream(path(name), std::ios::binary) << text;
+        return directory_.write(name, text);
     }
-    std::string read(std::string const& name) const
-    {
-        std::ifstream file(path(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
+    std::string read(std::string const& name) const { return directory_.read(name); }
     std::string stored()
     {
         EXPECT_EQ(0, zstzPropStore_6_0(file_, path("stored.conf").c_str()));
@@ -117,7 +98,7 @@ protected:
         return all;
     }
 
-    std::string directory_;
+    TestDirectory directory_;
     ZPROP_handle* file_ = nullptr;
 };
 
@@ -221,67 +202,12 @@ std::vector<IterCall> iterCalls()
     };
 }
 
-// Another process that holds a record lock on a file for as long as this object lives.
-class LockedElsewhere {
-public:
-    LockedElsewhere(std::string const& path, short type)
-    {
-        int in[2];
-        int out[2];
-        EXPECT_EQ(0, pipe2(in, O_CLOEXEC));
-        EXPECT_EQ(0, pipe2(out, O_CLOEXEC));
-        std::string const kind = std::to_string(type);
-        char const* const arguments[] = {"/proc/self/exe", kHoldLock, path.c_str(), kind.c_str(),
-                                         nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        EXPECT_EQ(0, posix_spawn(&pid_, "/proc/self/exe", &actions, nullptr,
-                                 const_cast<char**>(arguments), environ));
-        posix_spawn_file_actions_destroy(&actions);
-        close(in[0]);
-        close(out[1]);
-        char held = 0;
-        EXPECT_EQ(1, ::read(out[0], &held, 1));
-        close(out[0]);
-        release_ = in[1];
-    }
-    LockedElsewhere(LockedElsewhere const&) = delete;
-    LockedElsewhere& operator=(LockedElsewhere const&) = delete;
-    ~LockedElsewhere()
-    {
-        close(release_);
-        int status = -1;
-        EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
-        EXPECT_EQ(0, status);
-    }
-
-private:
-    pid_t pid_ = -1;
-    int release_ = -1;
-};
-
-int holdLock(char const* path, char const* type)
-{
-    int const fd = open(path, O_RDWR | O_CLOEXEC);
-    struct flock range = {};
-    range.l_type = static_cast<short>(atoi(type));
-    range.l_whence = SEEK_SET;
-    if (fd < 0 || fcntl(fd, F_SETLK, &range) != 0)
-        return 1;
-    char byte = 'h';
-    if (::write(STDOUT_FILENO, &byte, 1) != 1)
-        return 2;
-    return ::read(STDIN_FILENO, &byte, 1) == 0 ? 0 : 3;
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc == 4 && strcmp(argv[1], kHoldLock) == 0)
-        return holdLock(argv[2], argv[3]);
+    if (LockingProcess::isWanted(argc, argv))
+        return LockingProcess::run(argv);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
@@ -334,7 +260,7 @@ TEST_F(ZPropertiesC, OpenFailsWithoutAFileThatCanBeRead)
     };
     Case const cases[] = {
         {"missing", path("none.conf")},     {"an empty name", ""},
-        {"a directory", directory_},        {"below a file", path("service.conf/none")},
+        {"a directory", directory_.path()}, {"below a file", path("service.conf/none")},
         {"invalid data", path("bad.conf")}, {"a missing companion", path("companion.conf")}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -364,7 +290,7 @@ TEST_F(ZPropertiesC, StoreToAnotherFileKeepsTheText)
 
 TEST_F(ZPropertiesC, StoreFailsWhereNothingCanBeWritten)
 {
-    EXPECT_EQ(51, zstzPropStore_6_0(file_, directory_.c_str()));
+    EXPECT_EQ(51, zstzPropStore_6_0(file_, directory_.path().c_str()));
     EXPECT_EQ(51, zstzPropStore_6_0(file_, path("none/none").c_str()));
     EXPECT_EQ("8080", value("server", "port"));
     EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr)) << "the handle goes on";
@@ -377,14 +303,14 @@ TEST_F(ZPropertiesC, AnotherProcessLocksTheFileOut)
     EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "server", "port", "9"));
     ZPROP_handle* second = nullptr;
     {
-        LockedElsewhere const reading(name, F_RDLCK);
+        LockingProcess const reading(name, F_RDLCK);
         EXPECT_EQ(0, zstzPropOpen_6_0(&second, name.c_str(), zpropOpenRead));
         zstzPropClose_6_0(second);
         EXPECT_EQ(51, zstzPropStore_6_0(file_, nullptr));
         EXPECT_EQ(kText, read("service.conf"));
     }
     {
-        LockedElsewhere const writing(name, F_WRLCK);
+        LockingProcess const writing(name, F_WRLCK);
         EXPECT_EQ(51, zstzPropOpen_6_0(&second, name.c_str(), zpropOpenRead));
         EXPECT_EQ(nullptr, second);
         EXPECT_EQ(51, zstzPropStore_6_0(file_, nullptr));
@@ -793,6 +719,28 @@ TEST_F(ZPropertiesC, CountsAndKnowsWhatIsThere)
         EXPECT_EQ(c.expected, c.result);
     }
     EXPECT_EQ(0, worst);
+}
+
+TEST_F(ZPropertiesC, ReadsObfuscatedValuesAsAnyOther)
+{
+    std::string const name = path("secret.conf");
+    {
+        ZStanzaFileProperties_6_0 store(1);
+        store.addValue("login", "password", "open sesame", 1);
+        store.addValue("login", "password", "second", 1);
+        store.setValue("login", "user", "ali");
+        store.store(name.c_str());
+    }
+    EXPECT_EQ(std::string::npos, read("secret.conf").find("sesame"));
+    zstzPropClose_6_0(file_);
+    ASSERT_EQ(0, zstzPropOpen_6_0(&file_, name.c_str(), zpropOpenUpdate));
+    EXPECT_EQ("second", value("login", "password"));
+    EXPECT_EQ("open sesame second ", values("login", "password"));
+    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ(std::string::npos, read("secret.conf").find("sesame"));
+    zstzPropClose_6_0(file_);
+    ASSERT_EQ(0, zstzPropOpen_6_0(&file_, name.c_str(), zpropOpenUpdate));
+    EXPECT_EQ("open sesame second ", values("login", "password"));
 }
 
 // ---- Changing -----------------------------------------------------------------------------------
@@ -1398,7 +1346,7 @@ TEST_F(ZPropertiesC, StoresOrGivesItsCodeWithoutMemory)
     int const failures = failEach(
         51,
         [&] {
-            std::ofstream(name, std::ios::binary) << kText;
+            write("service.conf", kText);
             EXPECT_EQ(0, zstzPropOpen_6_0(&handle, name.c_str(), zpropOpenRead));
             EXPECT_EQ(0, zstzPropSetStringValue_6_0(handle, "server", "port", longText.c_str()));
         },
