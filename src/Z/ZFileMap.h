@@ -71,6 +71,8 @@ public:
     /// codes   `*err` is 0, or: 22 (EINVAL) when there is nothing to map, which is also how an
     ///         empty file answers to a length of 0; else the errno of what failed. Nothing stays
     ///         mapped or open then.
+    /// kept    an empty file counts as missing. In a process without a standard input the file gets
+    ///         its descriptor, 0, which counts as none: null is returned and the code may be 0.
     void* mapfile(int* err, unsigned long length) override;
 
     /// Takes the mapping back and closes the file.

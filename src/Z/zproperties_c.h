@@ -172,7 +172,9 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
                           ZPROP_iter_handle** iterator);
 
 /// Closes an iterator.
-/// codes   55 when it is no open iterator. One that is open but damaged is closed as well, and 55.
+/// codes   55 when it is no open iterator, or a damaged one; 57 in another thread, where it stays
+///         open.
+/// kept    a damaged iterator is closed although the code is 55: it holds a lock.
 int zstzPropIter_close_6_0(ZPROP_iter_handle* iterator);
 
 /// Replaces the current value.
@@ -186,12 +188,14 @@ int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value);
 /// codes   55 for a bad iterator; 57 for an iterator over keys; 52 when refused.
 int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value);
 
-/// Removes the current value; the one before it becomes current.
+/// Removes the current value. The one before it becomes current for the next change, but is not
+/// given again: zstzPropIter_getValue_6_0 returns null until the next step.
 /// codes   55 for a bad iterator; 57 for an iterator over keys or without a current value; 52 when
 ///         it fails.
 int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator);
 
 /// Moves to the next key or value and returns 1, or 0 when there is none.
+/// codes   57 in another thread; 52 no memory: the value is passed over.
 int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code);
 
 /// Returns the current key; of an iterator over values, its key.
