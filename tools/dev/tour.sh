@@ -13,21 +13,32 @@ cd "$room"
 
 zstz() { "$tool" "$@"; }
 
-say() { printf '\n%s\n' "$*"; }
+# say LINE…
+say()
+{
+    echo
+    printf '%s\n' "$@"
+}
 
-# Shows a command, then what it prints and an exit code other than 0.
+# Shows a command, then what it prints, then the exit code of a zstz that refuses.
 show()
 {
     printf '  $ %s\n' "$*"
-    { eval "$*" || printf 'exit code %d\n' $?; } 2>&1 | sed 's/^/  /'
+    {
+        local code=0
+        eval "$*" || code=$?
+        if [[ $* == *zstz* && $code != 0 ]]; then
+            echo "exit code $code"
+        fi
+    } 2>&1 | sed 's/^/  /'
 }
 
 # What an administrator has put there before: a password that stands in no readable line.
 printf 'correct horse' | zstz set gateway.conf upstream password --obfuscated
 cp gateway.conf before.conf
 
-say "A gateway has this configuration: comments, several values for a key, and in the stanza"
-say "configuration-database the name of a companion file with the values that are kept out of it."
+say "A gateway has this configuration: comments, several values for a key, and in the stanza" \
+    "configuration-database the name of a companion file with the values that are kept out of it."
 show cat gateway.conf
 
 say "Is it valid, and what is in it? Obfuscated values are masked."
