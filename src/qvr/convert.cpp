@@ -24,7 +24,12 @@ public:
     {
         if (room() < n)
             return false;
-        std::memcpy(at_, s, n);
+        if (n < kShort) {  // words between other characters: a call would take longer
+            for (size_t i = 0; i < n; ++i)
+                at_[i] = s[i];
+        } else {
+            std::memcpy(at_, s, n);
+        }
         at_ += n;
         return true;
     }
@@ -40,6 +45,8 @@ public:
     }
 
 private:
+    static constexpr size_t kShort = 16;
+
     unsigned char* begin_;
     unsigned char* at_;
     unsigned char* end_;
@@ -66,13 +73,12 @@ ptrdiff_t singleByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, O
 {
     DecodeTable const& table = cs.codeset->first;
     for (size_t i = 0; i < n;) {
-        if (cs.ascii) {
+        if (cs.ascii && s[i] < 0x80) {
             size_t const run = asciiRun(s + i, n - i);
             if (!out.copy(s + i, run))
                 return qvrNoRoom;
             i += run;
-            if (i == n)
-                break;
+            continue;
         }
         uint32_t const value = table[s[i++]];
         if (value == kNoCharacter)
@@ -86,13 +92,12 @@ ptrdiff_t singleByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, O
 ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
 {
     for (size_t i = 0; i < n;) {
-        if (cs.ascii) {
+        if (cs.ascii && s[i] < 0x80) {
             size_t const run = asciiRun(s + i, n - i);
             if (!out.copy(s + i, run))
                 return qvrNoRoom;
             i += run;
-            if (i == n)
-                break;
+            continue;
         }
         Step const step = decodeUtf8(s + i, n - i);
         if (step.length < 0)
@@ -190,13 +195,12 @@ ptrdiff_t converterToUtf8(Codeset const& codeset, unsigned char const* s, size_t
 ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
 {
     for (size_t i = 0; i < n;) {
-        if (cs.ascii) {
+        if (cs.ascii && s[i] < 0x80) {
             size_t const run = asciiRun(s + i, n - i);
             if (!out.copy(s + i, run))
                 return qvrNoRoom;
             i += run;
-            if (i == n)
-                break;
+            continue;
         }
         Step const step = decodeByTables(*cs.codeset, s + i, n - i);
         if (step.length < 0)

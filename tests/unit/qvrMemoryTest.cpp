@@ -35,16 +35,18 @@ void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
 template <class Call>
 void failEachInANewThread(Call call)
 {
-    bool failed = true;
-    for (unsigned long n = 1; failed; ++n) {
+    for (unsigned long n = 1;; ++n) {
         SCOPED_TRACE("allocation " + std::to_string(n));
         bool succeeded = false;
+        bool failed = false;
         std::thread([&] {
             FailingAllocator::failAt(n);
             succeeded = call();
             failed = FailingAllocator::stop();
         }).join();
         EXPECT_TRUE(succeeded || failed);
+        if (!failed)
+            break;
     }
 }
 
