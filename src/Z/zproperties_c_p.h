@@ -141,6 +141,12 @@ public:
         return bool(Use(*this, change(token, [](uint64_t state) { return (state & ~kLive) + 1; })));
     }
 
+    // The slot with this index, which has been in use; for tests.
+    Slot& slotAt(uint32_t index)
+    {
+        return chunks_[index / kChunkSize].load(std::memory_order_acquire)[index % kChunkSize];
+    }
+
 private:
     static constexpr uint64_t kLive = uint64_t{1} << 63;
     static constexpr uint64_t kNameBits = ~uint64_t{0} << 32;
@@ -180,8 +186,10 @@ private:
             return;
         destroy(slot.object);
         slot.object = nullptr;
-        slot.state.store((before + kNextGeneration) & kNameBits & ~kLive,
-                         std::memory_order_relaxed);
+        uint64_t const next = (before + kNextGeneration) & kNameBits & ~kLive;
+        slot.state.store(next, std::memory_order_relaxed);
+        if (next == 0)
+            return;  // the slot has used up its generations and is not given out again
         std::lock_guard<std::mutex> const guard(mutex_);
         slot.nextFree = free_;
         free_ = &slot;

@@ -5,6 +5,7 @@
 #include <Z/ZMessage.h>
 
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,8 @@ public:
         return exceptions_;
     }
 
+    bool throwsToo = false;
+
     void outputMessage(char const* file, int line, int errorNumber, int insertCount,
                        ZLCString_6_0 const* i1, ZLCString_6_0 const* i2, ZLCString_6_0 const* i3,
                        ZLCString_6_0 const* i4, ZLCString_6_0 const* i5,
@@ -45,6 +48,8 @@ public:
             message.inserts.push_back(insert == nullptr ? "(null)" : insert->getChars());
         std::lock_guard<std::mutex> const guard(mutex_);
         messages_.push_back(message);
+        if (throwsToo)
+            throw std::runtime_error("message service");
     }
 
     void outputMessageUTF8(char const*, int, int, int, ZUTF8String_6_0 const*,
@@ -57,6 +62,8 @@ public:
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         ++exceptions_;
+        if (throwsToo)
+            throw std::runtime_error("message service");
     }
 
     void outputException(ZZException_6_0 const*, va_list) const override {}

@@ -309,6 +309,28 @@ TEST(ZLock, OnlyReportsAFailureToDestroyItsMutex)
     EXPECT_EQ(inserts, message.inserts);
 }
 
+TEST(ZLock, IsDestroyedInPeaceWhenEvenTheReportFails)
+{
+    NotedMessages noted;
+    noted.throwsToo = true;
+    {
+        ZLock_6_0 const lock;
+        calls.failDestroy = EBUSY;
+    }
+    calls = Calls();
+    EXPECT_EQ(1u, noted.messages().size());
+
+    ZLock_6_0 lock;
+    EXPECT_THROW(
+        {
+            ZResourceLock_6_0 const guard(lock);
+            lock.unlock();
+            throw std::runtime_error("the first one");
+        },
+        std::runtime_error);
+    EXPECT_EQ(1, noted.exceptions());
+}
+
 TEST(ZLock, WritesTheReportOfAFailureToDestroyItsMutex)
 {
     std::string const report = reportOf([] {

@@ -472,6 +472,49 @@ TEST_F(ZPropertiesC, ManyHandlesHaveManyNames)
     }
 }
 
+TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
+{
+    constexpr uint64_t kGeneration = uint64_t{1} << 32;
+    constexpr uint64_t kLast = 0x7FFFFFFF * kGeneration;
+    struct Counted {
+        explicit Counted(int& liveObjects) : live(liveObjects) { ++live; }
+        ~Counted() { --live; }
+        int& live;
+    };
+    int live = 0;
+    static ZHandleTable<Counted> table(3);
+    auto const enter = [&] { return table.enter(std::make_unique<Counted>(live)); };
+    auto const word = [](Counted* token) { return reinterpret_cast<uintptr_t>(token); };
+
+    Counted* const first = enter();
+    EXPECT_EQ((uint64_t{1} << 63) | 3, word(first));
+    EXPECT_TRUE(table.retire(first));
+    EXPECT_FALSE(table.retire(first));
+    EXPECT_EQ(0, live);
+    Counted* const second = enter();
+    EXPECT_EQ(word(first) + kGeneration, word(second)) << "the same slot, the next generation";
+    EXPECT_FALSE(table.use(first));
+    {
+        auto const use = table.use(second);
+        ASSERT_TRUE(use);
+        EXPECT_TRUE(table.retire(second));
+        EXPECT_FALSE(table.use(second));
+        EXPECT_EQ(1, use->live) << "its last use has not ended";
+    }
+    EXPECT_EQ(0, live);
+
+    // A slot in its last generation is left behind.
+    table.slotAt(0).state = kLast;
+    Counted* const last = enter();
+    EXPECT_EQ(word(first) + kLast, word(last));
+    EXPECT_TRUE(table.retire(last));
+    Counted* const next = enter();
+    EXPECT_EQ(word(first) + 4, word(next)) << "the next slot";
+    EXPECT_FALSE(table.use(first));
+    EXPECT_TRUE(table.retire(next));
+    EXPECT_EQ(0, live);
+}
+
 // ---- Missing arguments --------------------------------------------------------------------------
 
 TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
@@ -1185,6 +1228,17 @@ TEST_F(ZPropertiesC, FreeIgnoresWhatIsNoText)
     EXPECT_STREQ("8080", text);
     zstzPropFree_6_0(text);
     zstzPropFree_6_0(text);  // a second time: ignored
+}
+
+TEST_F(ZPropertiesC, ATextWhoseMarkIsGoneIsNotTrusted)
+{
+    int code = kUntouched;
+    char* const text = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
+    uint32_t const nothing = 0;
+    memcpy(text - sizeof nothing, &nothing, sizeof nothing);
+    zstzPropFree_6_0(text);
+    EXPECT_STREQ("8080", text) << "still there";
+    free(text - sizeof nothing);
 }
 
 TEST_F(ZPropertiesC, ManyTextsLiveAtOnce)
