@@ -425,6 +425,7 @@ private:
     int moveCompanion();
     int writeCompanionInPlace(View contents);
     int removeJournal();
+    int dropJournal();
 
     void undo();
     int restoreText();
@@ -666,19 +667,27 @@ int ZStoreFile::Writer::writeCompanionInPlace(View contents)
     return failed("fsync()", path, syncFile(fd));
 }
 
-// From here on the pair is new and on disk. A journal that stays would be taken for a rewrite that
-// was interrupted if somebody edited the file to something between the two texts: if it cannot be
-// removed it is made invalid. That the removal is on disk as well is not needed: the journal's
-// new text is the file's.
+// From here on the pair is new and on disk. That the removal is on disk as well is not needed: the
+// journal's new text is the file's.
 int ZStoreFile::Writer::removeJournal()
 {
     if (!journalled_)
         return 0;
-    int const error = removeFile(file_.journal_);
-    if (error != 0 && truncate(file_.journal_.c_str(), 0) != 0)
+    if (int const error = dropJournal())
         return failed("unlink()", file_.journal_, error);
     syncDirectory(directory_);
     return 0;
+}
+
+// Removes the journal, or at least makes it invalid: one that stays would be taken for a rewrite
+// that was interrupted if somebody edited the file to something between the two texts.
+int ZStoreFile::Writer::dropJournal()
+{
+    int const error = removeFile(file_.journal_);
+    if (error == 0)
+        return 0;
+    bool const cut = truncate(file_.journal_.c_str(), 0) == 0;
+    return removeFile(file_.journal_) == 0 || cut ? 0 : error;
 }
 
 // Puts the old pair back. Where that fails as well the journal stays: the next reader takes the
@@ -693,8 +702,7 @@ void ZStoreFile::Writer::undo()
             return ftruncate(file_.fd_, static_cast<off_t>(file_.main_.length()));
         });  // gives back what was set aside
     if (restored && journalled_) {
-        if (removeFile(file_.journal_) != 0)
-            (void)!truncate(file_.journal_.c_str(), 0);
+        dropJournal();
         syncDirectory(directory_);
     }
 }

@@ -16,10 +16,14 @@
 
 class TestDirectory {
 public:
-    TestDirectory()
+    // Where it lies: on disk, or in memory where there is such a place.
+    enum class Place { disk, memory };
+
+    explicit TestDirectory(Place place = Place::disk)
     {
-        char name[] = "/tmp/zstoreXXXXXX";
-        path_ = std::filesystem::canonical(mkdtemp(name)).string();
+        bool const memory = place == Place::memory && access("/dev/shm", W_OK) == 0;
+        std::string name = memory ? "/dev/shm/zstoreXXXXXX" : "/tmp/zstoreXXXXXX";
+        path_ = std::filesystem::canonical(mkdtemp(name.data())).string();
     }
     TestDirectory(TestDirectory const&) = delete;
     TestDirectory& operator=(TestDirectory const&) = delete;

@@ -1,0 +1,1050 @@
+#include <Z/ZSharedFile_p.h>
+#include <Z/ZStoreFile_p.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LockingProcess.h"
+#include "TestDirectory.h"
+
+// ---- System calls that fail on demand ----------------------------------------------------------
+
+namespace {
+
+// What the calls below do while they are watched.
+struct Plan {
+    bool watched = false;
+    int calls = 0;             // seen while watched
+    int failAt = 0;            // number of the call that fails, counted from 1; 0: none
+    int failFrom = 0;          // all from this one on fail
+    int error = 0;             // with this errno
+    int dieAt = 0;             // number of the call before which the process ends
+    bool shortWrites = false;  // every write and read moves one byte
+    std::string failed;        // name of the call that failed
+    size_t longestWrite = 0;   // by pwrite()
+};
+Plan plan;
+
+constexpr int kDied = 77;
+
+// Counts a call; returns whether it is to fail.
+bool fails(char const* name)
+{
+    if (!plan.watched)
+        return false;
+    ++plan.calls;
+    if (plan.calls == plan.dieAt)
+        _exit(kDied);
+    if (plan.calls != plan.failAt && (plan.failFrom == 0 || plan.calls < plan.failFrom))
+        return false;
+    plan.failed += name;
+    errno = plan.error;
+    return true;
+}
+
+size_t lengthOf(size_t length)
+{
+    return plan.watched && plan.shortWrites && length > 1 ? 1 : length;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(char const*, int, ...);
+int __real_close(int);
+ssize_t __real_pread(int, void*, size_t, off_t);
+ssize_t __real_write(int, void const*, size_t);
+ssize_t __real_pwrite(int, void const*, size_t, off_t);
+int __real_fsync(int);
+int __real_ftruncate(int, off_t);
+int __real_truncate(char const*, off_t);
+int __real_rename(char const*, char const*);
+int __real_unlink(char const*);
+int __real_fchown(int, uid_t, gid_t);
+int __real_fchmod(int, mode_t);
+int __real_fstat(int, struct stat*);
+int __real_fallocate(int, int, off_t, off_t);
+int __real_fcntl(int, int, ...);
+
+int __wrap_open(char const* path, int flags, ...)
+{
+    va_list more;
+    va_start(more, flags);
+    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return fails("open") ? -1 : __real_open(path, flags, mode);
+}
+// A close that fails has closed all the same, as on Linux.
+int __wrap_close(int fd)
+{
+    bool const failed = fails("close");
+    int const error = errno;
+    int const rc = __real_close(fd);
+    if (!failed)
+        return rc;
+    errno = error;
+    return -1;
+}
+ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
+{
+    return fails("pread") ? -1 : __real_pread(fd, to, lengthOf(length), offset);
+}
+ssize_t __wrap_write(int fd, void const* from, size_t length)
+{
+    return fails("write") ? -1 : __real_write(fd, from, lengthOf(length));
+}
+ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
+{
+    if (length > plan.longestWrite)
+        plan.longestWrite = length;
+    return fails("pwrite") ? -1 : __real_pwrite(fd, from, lengthOf(length), offset);
+}
+int __wrap_fsync(int fd)
+{
+    return fails("fsync") ? -1 : __real_fsync(fd);
+}
+int __wrap_ftruncate(int fd, off_t length)
+{
+    return fails("ftruncate") ? -1 : __real_ftruncate(fd, length);
+}
+int __wrap_truncate(char const* path, off_t length)
+{
+    return fails("truncate") ? -1 : __real_truncate(path, length);
+}
+int __wrap_rename(char const* from, char const* to)
+{
+    return fails("rename") ? -1 : __real_rename(from, to);
+}
+int __wrap_unlink(char const* path)
+{
+    return fails("unlink") ? -1 : __real_unlink(path);
+}
+int __wrap_fchown(int fd, uid_t user, gid_t group)
+{
+    return fails("fchown") ? -1 : __real_fchown(fd, user, group);
+}
+int __wrap_fchmod(int fd, mode_t mode)
+{
+    return fails("fchmod") ? -1 : __real_fchmod(fd, mode);
+}
+int __wrap_fstat(int fd, struct stat* status)
+{
+    return fails("fstat") ? -1 : __real_fstat(fd, status);
+}
+int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
+{
+    return fails("fallocate") ? -1 : __real_fallocate(fd, mode, offset, length);
+}
+int __wrap_fcntl(int fd, int command, ...)
+{
+    va_list more;
+    va_start(more, command);
+    void* const argument = va_arg(more, void*);
+    va_end(more);
+    return fails("fcntl") ? -1 : __real_fcntl(fd, command, argument);
+}
+}
+
+namespace {
+
+// Watches the calls for a scope.
+class Watch {
+public:
+    explicit Watch(Plan const& wanted = Plan())
+    {
+        plan = wanted;
+        plan.watched = true;
+    }
+    Watch(Watch const&) = delete;
+    Watch& operator=(Watch const&) = delete;
+    ~Watch() { plan.watched = false; }
+};
+
+// Text and companion of one generation: both say which. The companion of a generation without one
+// is "".
+struct Pair {
+    std::string text;
+    std::string companion;
+
+    bool operator==(Pair const& other) const
+    {
+        return text == other.text && companion == other.companion;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, Pair const& pair)
+{
+    return out << "\"" << pair.text.substr(0, 60) << "\" (" << pair.text.size() << ") with "
+               << pair.companion.size();
+}
+
+ZStoreFile::View viewOf(std::string const& text)
+{
+    return {text.data(), text.size()};
+}
+
+// Contents that look packed.
+std::string packed(std::string const& text)
+{
+    return "\x78\x9C" + text;
+}
+
+class StoreFileTest : public testing::Test {
+public:
+    ~StoreFileTest() noexcept override {}
+
+protected:
+    void SetUp() override { plan = Plan(); }
+
+    // Puts a pair where the store will find it, and no journal.
+    void put(Pair const& pair)
+    {
+        std::filesystem::remove(journal_);
+        directory_.write("conf", pair.text);
+        if (pair.companion.empty())
+            std::filesystem::remove(companion_);
+        else
+            directory_.write("conf.obf", pair.companion);
+    }
+
+    Pair load()
+    {
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+        Pair pair;
+        pair.text.assign(file.text().data, file.text().length);
+        try {
+            ZStoreFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            pair.companion.assign(bytes.data(), bytes.length());
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_STREQ("mapFile()", failure.call);
+            EXPECT_EQ(EINVAL, failure.error);
+        }
+        return pair;
+    }
+
+    ZStoreFile::Companion change(Pair const& pair, bool hadCompanion = true) const
+    {
+        ZStoreFile::Companion companion;
+        companion.path = companion_;
+        companion.contents = viewOf(pair.companion);
+        if (!pair.companion.empty())
+            companion.change = ZStoreFile::Companion::write;
+        else if (hadCompanion)
+            companion.change = ZStoreFile::Companion::remove;
+        return companion;
+    }
+
+    void store(Pair const& pair)
+    {
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        file.commit(viewOf(pair.text), change(pair));
+    }
+
+    // Stores in a child that ends at its n-th call; returns false when it got through.
+    bool storeUpTo(int n, Pair const& pair)
+    {
+        pid_t const child = fork();
+        if (child == 0) {
+            Plan dying;
+            dying.dieAt = n;
+            try {
+                Watch const watch(dying);
+                store(pair);
+            } catch (...) {
+                _exit(1);
+            }
+            _exit(0);
+        }
+        int status = 0;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == kDied))
+            << status;
+        return WEXITSTATUS(status) == kDied;
+    }
+
+    // Runs `body` as somebody who is not root, in a child; expects it to return true.
+    static void asNobody(std::function<bool()> const& body)
+    {
+        pid_t const child = fork();
+        if (child == 0) {
+            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+                _exit(9);
+            bool good = false;
+            try {
+                good = body();
+            } catch (ZStoreFile::Failure const& failure) {
+                fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.call, failure.error);
+            }
+            _exit(good ? 0 : 1);
+        }
+        int status = 0;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, WEXITSTATUS(status));
+    }
+
+    TestDirectory directory_{TestDirectory::Place::memory};
+    std::string const path_ = directory_.at("conf");
+    std::string const companion_ = directory_.at("conf.obf");
+    std::string const journal_ = directory_.at(".conf.zjn");
+};
+
+Pair const kShort = {"one\n", packed("1")};
+Pair const kLong = {"two two two two two two\n", packed("22")};
+Pair const kPlain = {"three\n", ""};
+
+// The shapes of a store: what is there, and what is to be.
+struct Shape {
+    char const* name;
+    Pair before;
+    Pair after;
+};
+Shape const kShapes[] = {
+    {"longer", kShort, kLong},
+    {"shorter", kLong, kShort},
+    {"companion comes", kPlain, kLong},
+    {"companion goes", kLong, kPlain},
+    {"text only", kPlain, {"four four four\n", ""}},
+    {"companion only", kShort, {kShort.text, packed("other")}},
+    {"nothing changes", kShort, kShort},
+    {"to nothing", kLong, {"", ""}},
+    {"from nothing", {"", ""}, kLong},
+};
+
+}  // namespace
+
+using ZStoreFileCase = StoreFileTest;
+
+// ---- Ordinary use ------------------------------------------------------------------------------
+
+TEST_F(ZStoreFileCase, ReplacesThePairAndLeavesNothingElse)
+{
+    long const descriptors = openDescriptors();
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        put(shape.before);
+        EXPECT_EQ(shape.before, load());
+        store(shape.after);
+        EXPECT_EQ(shape.after, load());
+        EXPECT_EQ(shape.after.text, directory_.read("conf"));
+        EXPECT_EQ(shape.after.companion.empty() ? "conf" : "conf conf.obf", directory_.names());
+    }
+    EXPECT_EQ(descriptors, openDescriptors());
+}
+
+TEST_F(ZStoreFileCase, StampIsThatOfTheFileItWrote)
+{
+    put(kShort);
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    file.commit(viewOf(kLong.text), change(kLong));
+    struct stat status;
+    ASSERT_EQ(0, stat(path_.c_str(), &status));
+    EXPECT_EQ(ZStoreFile::Stamp(status), file.stamp());
+    EXPECT_EQ(static_cast<off_t>(kLong.text.size()), file.stamp().size);
+}
+
+TEST_F(ZStoreFileCase, FileThatWasMadeForNothingIsRemoved)
+{
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        EXPECT_EQ("conf", directory_.names());
+        EXPECT_EQ(0u, file.text().length);
+    }
+    EXPECT_EQ("", directory_.names());
+}
+
+TEST_F(ZStoreFileCase, MakesTheFileWhereADanglingLinkPoints)
+{
+    ASSERT_EQ(0, symlink("target", path_.c_str()));
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+    }
+    EXPECT_EQ("conf", directory_.names());
+    store(kPlain);
+    EXPECT_EQ("conf target", directory_.names());
+    EXPECT_EQ(kPlain.text, directory_.read("target"));
+}
+
+TEST_F(ZStoreFileCase, NewFileHasTheModeThatTheMaskLeaves)
+{
+    for (mode_t mask : {0000u, 0022u, 0077u}) {
+        mode_t const before = umask(mask);
+        store(kPlain);
+        umask(before);
+        struct stat status;
+        ASSERT_EQ(0, stat(path_.c_str(), &status));
+        EXPECT_EQ(0666u & ~mask, status.st_mode & 07777);
+        std::filesystem::remove(path_);
+    }
+}
+
+TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
+{
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        put(shape.before);
+        Plan shortWrites;
+        shortWrites.shortWrites = true;
+        {
+            Watch const watch(shortWrites);
+            store(shape.after);
+            EXPECT_EQ(shape.after, load());
+        }
+    }
+    // A name that leaves no room for the journal's: written without one.
+    std::string const name(250, 'n');
+    std::string const file = directory_.write(name, "old\n");
+    ZStoreFile stored(file.c_str(), ZStoreFile::Use::store);
+    stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+    EXPECT_EQ(kPlain.text, directory_.read(name));
+}
+
+// ---- Faults ------------------------------------------------------------------------------------
+
+TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
+{
+    int const errors[] = {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, EACCES, EROFS, ENOLCK};
+    int failed = 0;
+    int runs = 0;
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        for (int error : errors) {
+            SCOPED_TRACE(strerror(error));
+            for (int call = 1;; ++call) {
+                SCOPED_TRACE(call);
+                put(shape.before);
+                long const descriptors = openDescriptors();
+                Plan failing;
+                failing.failAt = call;
+                failing.error = error;
+                bool raised = false;
+                bool reached;
+                {
+                    Watch const watch(failing);
+                    try {
+                        store(shape.after);
+                    } catch (ZStoreFile::Failure const& failure) {
+                        raised = true;
+                        EXPECT_EQ(error, failure.error);
+                    }
+                    reached = !plan.failed.empty();
+                }
+                EXPECT_EQ(descriptors, openDescriptors());
+                EXPECT_TRUE(reached || !raised);
+                EXPECT_EQ(raised ? shape.before : shape.after, load()) << plan.failed;
+                EXPECT_EQ(directory_.names().find(".conf"), std::string::npos)
+                    << directory_.names() << " " << plan.failed;
+                if (HasFailure())
+                    return;
+                if (!reached)
+                    break;
+                ++runs;
+                failed += raised;
+            }
+        }
+    }
+    EXPECT_LT(1000, runs);
+    EXPECT_LT(300, failed);
+}
+
+TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
+{
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        for (int call = 1;; ++call) {
+            SCOPED_TRACE(call);
+            put(shape.before);
+            Plan failing;
+            failing.failFrom = call;
+            failing.error = EIO;
+            bool raised = false;
+            bool reached;
+            {
+                Watch const watch(failing);
+                try {
+                    store(shape.after);
+                } catch (ZStoreFile::Failure const&) {
+                    raised = true;
+                }
+                reached = !plan.failed.empty();
+            }
+            Pair const found = load();
+            EXPECT_TRUE(found == shape.after || (raised && found == shape.before))
+                << plan.failed << " " << found;
+            store(kPlain);
+            EXPECT_EQ(kPlain, load());
+            EXPECT_EQ("conf", directory_.names());
+            if (HasFailure())
+                return;
+            if (!reached)
+                break;
+        }
+    }
+}
+
+TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
+{
+    put(kShort);
+    for (int call = 1;; ++call) {
+        SCOPED_TRACE(call);
+        Plan failing;
+        failing.failAt = call;
+        failing.error = EIO;
+        std::string seen;
+        bool reached;
+        {
+            Watch const watch(failing);
+            try {
+                ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+            } catch (ZStoreFile::Failure const& failure) {
+                seen = failure.call;
+                EXPECT_EQ(path_, failure.file);
+            }
+            reached = !plan.failed.empty();
+        }
+        if (!reached)
+            break;
+        std::string const expected = plan.failed == "open"    ? "fopen(r)"
+                                     : plan.failed == "fcntl" ? "fcntl()"
+                                     : plan.failed == "pread" ? "read()"
+                                                              : seen;
+        if (plan.failed != "close" && !seen.empty()) {
+            EXPECT_EQ(expected, seen) << plan.failed;
+        }
+    }
+}
+
+TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
+{
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        int olds = 0;
+        int news = 0;
+        for (int call = 1;; ++call) {
+            SCOPED_TRACE(call);
+            put(shape.before);
+            bool const died = storeUpTo(call, shape.after);
+            Pair const found = load();
+            EXPECT_TRUE(found == shape.after || (died && found == shape.before)) << found;
+            (found == shape.after ? news : olds) += 1;
+            // A store that begins finds the same pair, and leaves nothing of the dead one's.
+            {
+                ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+                EXPECT_EQ(found.text, std::string(file.text().data, file.text().length));
+                file.commit(viewOf(kPlain.text), change(kPlain));
+            }
+            EXPECT_EQ(kPlain, load());
+            EXPECT_EQ("conf", directory_.names());
+            if (HasFailure())
+                return;
+            if (!died)
+                break;
+        }
+        EXPECT_LT(0, news);
+        EXPECT_TRUE(olds > 0 || shape.before == shape.after);
+    }
+}
+
+TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
+{
+    // Find the call after which the text is torn, then die at each call of the store that finishes.
+    int torn = 0;
+    for (int call = 1; torn == 0; ++call) {
+        put(kLong);
+        ASSERT_TRUE(storeUpTo(call, kShort));
+        if (directory_.read("conf") != kLong.text && directory_.read("conf") != kShort.text)
+            torn = call;
+    }
+    for (int call = 1;; ++call) {
+        SCOPED_TRACE(call);
+        put(kLong);
+        storeUpTo(torn, kShort);
+        EXPECT_EQ(kShort, load());
+        bool const died = storeUpTo(call, kPlain);
+        Pair const found = load();
+        EXPECT_TRUE(found == kShort || found == kPlain) << found;
+        if (HasFailure() || !died)
+            break;
+    }
+}
+
+TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
+{
+    put(kShort);
+    std::string const big(1 << 20, 'x');
+    pid_t const child = fork();
+    if (child == 0) {
+        rlimit const limit = {1 << 16, 1 << 16};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        int error = 0;
+        try {
+            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+            file.commit(viewOf(big), ZStoreFile::Companion());
+        } catch (ZStoreFile::Failure const& failure) {
+            error = failure.error;
+        }
+        sigset_t pending;
+        sigpending(&pending);
+        _exit(error == EFBIG && sigismember(&pending, SIGXFSZ) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(kShort, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
+}
+
+// ---- Without a journal -------------------------------------------------------------------------
+
+TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
+{
+    for (Shape const& shape : kShapes) {
+        if (shape.before.companion.empty() != shape.after.companion.empty())
+            continue;  // a companion cannot be made or removed there
+        SCOPED_TRACE(shape.name);
+        put(shape.before);
+        chmod(directory_.path().c_str(), 0755);
+        chmod(path_.c_str(), 0606);
+        if (!shape.before.companion.empty())
+            chmod(companion_.c_str(), 0606);
+        chmod(directory_.path().c_str(), 0555);
+        asNobody([&] {
+            Watch const watch;
+            store(shape.after);
+            size_t const longer = std::max(shape.before.text.size(), shape.after.text.size());
+            return plan.longestWrite >= longer;
+        });
+        chmod(directory_.path().c_str(), 0755);
+        EXPECT_EQ(shape.after.text, directory_.read("conf"));
+        if (!shape.after.companion.empty()) {
+            EXPECT_EQ(shape.after.companion, directory_.read("conf.obf"));
+        }
+        std::filesystem::remove(path_);
+        std::filesystem::remove(companion_);
+    }
+}
+
+TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
+{
+    put(kLong);
+    chmod(path_.c_str(), 0606);
+    chmod(companion_.c_str(), 0606);
+    chmod(directory_.path().c_str(), 0555);
+    asNobody([&] {
+        for (int call = 1;; ++call) {
+            Plan failing;
+            failing.failAt = call;
+            failing.error = EIO;
+            bool raised = false;
+            bool reached;
+            {
+                Watch const watch(failing);
+                try {
+                    store(kShort);
+                } catch (ZStoreFile::Failure const&) {
+                    raised = true;
+                }
+                reached = !plan.failed.empty();
+            }
+            std::string const text = directory_.read("conf");
+            std::string const companion = directory_.read("conf.obf");
+            Pair const expected = raised ? kLong : kShort;
+            if (text != expected.text || companion != expected.companion) {
+                fprintf(stderr, "call %d, %s\n", call, plan.failed.c_str());
+                return false;
+            }
+            if (!reached)
+                return true;
+            store(kLong);
+        }
+    });
+    chmod(directory_.path().c_str(), 0700);
+}
+
+// ---- The journal -------------------------------------------------------------------------------
+
+namespace {
+
+void putNumber(std::string& out, uint64_t number, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        out += static_cast<char>(number >> (8 * i));
+}
+
+constexpr uint64_t kNone = ~uint64_t{0};
+
+// A journal by the form that it is documented to have.
+std::string journalOf(Pair const& before, Pair const& after, std::string const& path)
+{
+    std::string out = "ZSTORE1\n";
+    putNumber(out, before.text.size(), 8);
+    putNumber(out, after.text.size(), 8);
+    putNumber(out, after.companion.empty() ? kNone : after.companion.size(), 8);
+    putNumber(out, before.companion.empty() ? kNone : before.companion.size(), 8);
+    putNumber(out,
+              before.companion.empty()
+                  ? 0
+                  : crc32(0, reinterpret_cast<Bytef const*>(before.companion.data()),
+                          static_cast<uInt>(before.companion.size())),
+              4);
+    putNumber(out, path.size(), 4);
+    out += path + before.text + after.text + after.companion;
+    putNumber(out,
+              crc32(0, reinterpret_cast<Bytef const*>(out.data()), static_cast<uInt>(out.size())),
+              4);
+    return out;
+}
+
+}  // namespace
+
+TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
+{
+    std::string const mixed = kShort.text + kLong.text.substr(kShort.text.size(), 5);
+    struct Case {
+        char const* name;
+        Pair found;
+        Pair expected;
+        bool orphan;
+    };
+    Case const cases[] = {
+        {"both old: files", kShort, kShort, false},
+        {"text new, companion old: journal", {kLong.text, kShort.companion}, kLong, false},
+        {"both new: journal", kLong, kLong, false},
+        {"text mixed, companion old: journal", {mixed, kShort.companion}, kLong, false},
+        {"text mixed, companion new: journal", {mixed, kLong.companion}, kLong, false},
+        {"text of somebody else: files",
+         {"else\n", kShort.companion},
+         {"else\n", kShort.companion},
+         true},
+        {"companion of somebody else: files",
+         {kLong.text, packed("?")},
+         {kLong.text, packed("?")},
+         true},
+        {"companion gone: files", {mixed, ""}, {mixed, ""}, true},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        put(c.found);
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+        EXPECT_EQ(c.expected, load());
+        EXPECT_EQ(c.found.text, directory_.read("conf"));  // load writes nothing
+        {
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+            EXPECT_EQ(c.expected.text, std::string(file.text().data, file.text().length));
+        }
+        EXPECT_EQ(c.expected, load());
+        EXPECT_EQ(c.expected.text, directory_.read("conf"));
+        EXPECT_EQ(c.orphan, directory_.names().find(".conf.zjn.orphan") != std::string::npos);
+        EXPECT_EQ(std::string::npos, directory_.names().find(".conf.zjn "));
+        std::filesystem::remove(directory_.at(".conf.zjn.orphan"));
+    }
+}
+
+TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
+{
+    // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
+    // a file leaves for a moment.
+    Pair const pairs[][2] = {
+        {kShort, kLong}, {kLong, kShort}, {kLong, {"", ""}}, {{"", ""}, kLong}};
+    for (auto const& pair : pairs) {
+        std::string const& before = pair[0].text;
+        std::string const& after = pair[1].text;
+        size_t const longer = std::max(before.size(), after.size());
+        size_t const shorter = std::min(before.size(), after.size());
+        for (size_t length = shorter; length <= longer; ++length)
+            for (size_t done = 0; done <= length; ++done)
+                for (bool zeroes : {false, true}) {
+                    std::string text;
+                    for (size_t i = 0; i < length; ++i) {
+                        bool const isNew = i < done;
+                        if (zeroes && i >= shorter && i >= done)
+                            text += '\0';
+                        else if (isNew ? i < after.size() : i >= before.size())
+                            text += i < after.size() ? after[i] : '\0';
+                        else
+                            text += before[i];
+                    }
+                    directory_.write("conf", text);
+                    directory_.write(".conf.zjn", journalOf({before, ""}, {after, ""}, ""));
+                    std::string const expected = text == before && before != after ? before : after;
+                    ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+                    ASSERT_EQ(expected, std::string(file.text().data, file.text().length))
+                        << length << " " << done << " " << zeroes;
+                }
+    }
+}
+
+TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
+{
+    Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
+    std::string const whole = journalOf(kShort, kLong, companion_);
+    put(torn);
+    directory_.write(".conf.zjn", whole);
+    EXPECT_EQ(kLong, load());
+    for (size_t length = 0; length < whole.size(); ++length) {
+        directory_.write(".conf.zjn", whole.substr(0, length));
+        ASSERT_EQ(torn, load()) << length;
+    }
+    for (size_t i = 0; i < whole.size(); ++i) {
+        std::string damaged = whole;
+        damaged[i] = static_cast<char>(damaged[i] ^ 0x10);
+        directory_.write(".conf.zjn", damaged);
+        ASSERT_EQ(torn, load()) << i;
+    }
+    directory_.write(".conf.zjn", whole + "x");
+    EXPECT_EQ(torn, load());
+    // Lengths that do not add up, with a checksum that does.
+    for (size_t at : {8, 16, 24, 44}) {
+        std::string wrong = whole.substr(0, whole.size() - 4);
+        wrong[at + 3] = '\x7F';
+        putNumber(
+            wrong,
+            crc32(0, reinterpret_cast<Bytef const*>(wrong.data()), static_cast<uInt>(wrong.size())),
+            4);
+        directory_.write(".conf.zjn", wrong);
+        EXPECT_EQ(torn, load()) << at;
+    }
+}
+
+TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
+{
+    Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
+    std::string const whole = journalOf(kShort, kLong, companion_);
+    put(torn);
+    directory_.write(".conf.zjn", whole);
+    chmod(journal_.c_str(), 0620);
+    EXPECT_EQ(torn, load());
+    chmod(journal_.c_str(), 0602);
+    EXPECT_EQ(torn, load());
+    chmod(journal_.c_str(), 0644);
+    EXPECT_EQ(kLong, load());
+    ASSERT_EQ(0, link(journal_.c_str(), directory_.at("second").c_str()));
+    EXPECT_EQ(torn, load());
+    std::filesystem::remove(journal_);
+    ASSERT_EQ(0, symlink("second", journal_.c_str()));
+    EXPECT_EQ(torn, load());
+    std::filesystem::remove(journal_);
+    ASSERT_EQ(0, mkfifo(journal_.c_str(), 0600));
+    EXPECT_EQ(torn, load());
+    std::filesystem::remove(journal_);
+    ASSERT_EQ(0, mkdir(journal_.c_str(), 0700));
+    EXPECT_EQ(torn, load());
+    if (geteuid() == 0) {
+        std::filesystem::remove(journal_);
+        directory_.write(".conf.zjn", whole);
+        ASSERT_EQ(0, chown(journal_.c_str(), 12345, 0));
+        EXPECT_EQ(torn, load());
+    }
+}
+
+TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
+{
+    put(kShort);
+    chmod(path_.c_str(), 0640);
+    bool seen = false;
+    for (int call = 1; storeUpTo(call, kLong); ++call) {
+        for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
+            struct stat status;
+            if (stat(directory_.at(name).c_str(), &status) != 0)
+                continue;
+            seen = true;
+            mode_t const allowed = status.st_size == 0 ? 0640 | 0600 : 0640;
+            EXPECT_EQ(0u, status.st_mode & 07777 & ~allowed) << name << " at " << call;
+        }
+        chmod(path_.c_str(), 0640);
+    }
+    EXPECT_TRUE(seen);
+}
+
+// ---- Locks -------------------------------------------------------------------------------------
+
+TEST_F(ZStoreFileCase, ThreadThatStoresCannotLoadTheSameFile)
+{
+    put(kShort);
+    ZStoreFile const storing(path_.c_str(), ZStoreFile::Use::store);
+    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+        try {
+            ZStoreFile const again(path_.c_str(), use);
+            ADD_FAILURE();
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_STREQ("fcntl()", failure.call);
+            EXPECT_EQ(EDEADLK, failure.error);
+        }
+    }
+}
+
+TEST_F(ZStoreFileCase, OtherThreadsTakeTurns)
+{
+    put(kShort);
+    std::atomic<bool> loaded{false};
+    std::thread other;
+    {
+        ZStoreFile storing(path_.c_str(), ZStoreFile::Use::store);
+        other = std::thread([&] {
+            EXPECT_EQ(kLong, load());
+            loaded = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(loaded);
+        storing.commit(viewOf(kLong.text), change(kLong));
+    }
+    other.join();
+    EXPECT_TRUE(loaded);
+}
+
+namespace {
+
+// Whether another process could lock the file for writing.
+bool isFree(std::string const& path)
+{
+    pid_t const child = fork();
+    if (child == 0) {
+        int const fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        struct flock whole = {};
+        whole.l_type = F_WRLCK;
+        _exit(fcntl(fd, F_SETLK, &whole) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status) == 0;
+}
+
+}  // namespace
+
+TEST_F(ZStoreFileCase, ClosingOneUserOfAFileKeepsTheLockOfAnother)
+{
+    put(kShort);
+    auto first = std::make_unique<ZStoreFile>(path_.c_str(), ZStoreFile::Use::load);
+    EXPECT_FALSE(isFree(path_));
+    {
+        ZStoreFile const second(path_.c_str(), ZStoreFile::Use::load);
+    }
+    EXPECT_FALSE(isFree(path_));
+    {
+        ZSharedFile file;
+        ASSERT_EQ(0, file.open(path_.c_str(), O_RDWR, 0));
+    }
+    EXPECT_FALSE(isFree(path_));
+    first.reset();
+    EXPECT_TRUE(isFree(path_));
+}
+
+TEST_F(ZStoreFileCase, SharedFilesLockRangesForEachOther)
+{
+    put(kShort);
+    ZSharedFile one;
+    ZSharedFile other;
+    ASSERT_EQ(0, one.open(path_.c_str(), O_RDONLY, 0));
+    ASSERT_EQ(0, other.open(path_.c_str(), O_RDWR, 0));
+    EXPECT_EQ(one.descriptor(), other.descriptor());
+    EXPECT_EQ(0, one.lock(F_RDLCK, 0, 1));
+    EXPECT_EQ(0, other.lock(F_RDLCK, 0, 1));
+    EXPECT_EQ(0, other.lock(F_WRLCK, 1, 1));
+    EXPECT_EQ(EDEADLK, one.lock(F_RDLCK, 1, 1));
+    EXPECT_EQ(EDEADLK, one.lock(F_WRLCK, 0, 1));
+    one.unlock(0, 1);
+    std::thread waiting([&] {
+        ZSharedFile third;
+        ASSERT_EQ(0, third.open(path_.c_str(), O_RDWR, 0));
+        EXPECT_EQ(0, third.lock(F_WRLCK, 0, 1));
+        EXPECT_EQ(0, third.lock(F_WRLCK, 1, 1));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    other.unlock(0, 1);
+    other.close();
+    waiting.join();
+    EXPECT_TRUE(isFree(path_));
+    EXPECT_TRUE(one.isOpen());
+    EXPECT_FALSE(other.isOpen());
+}
+
+TEST_F(ZStoreFileCase, OnlyRegularFilesAreOpened)
+{
+    ZSharedFile file;
+    EXPECT_EQ(EISDIR, file.open(directory_.path().c_str(), O_RDONLY, 0));
+    ASSERT_EQ(0, mkfifo(path_.c_str(), 0600));
+    EXPECT_EQ(EINVAL, file.open(path_.c_str(), O_RDWR, 0));
+    EXPECT_EQ(EINVAL, file.open("/dev/null", O_RDONLY, 0));
+    EXPECT_EQ(ENOENT, file.open(directory_.at("missing").c_str(), O_RDONLY, 0));
+    directory_.write("real", "");
+    ASSERT_EQ(0, symlink("real", directory_.at("link").c_str()));
+    EXPECT_EQ(ELOOP, file.open(directory_.at("link").c_str(), O_RDONLY | O_NOFOLLOW, 0));
+    EXPECT_EQ(0, file.open(directory_.at("link").c_str(), O_RDONLY, 0));
+    EXPECT_FALSE(!file.isOpen());
+}
+
+TEST_F(ZStoreFileCase, ClosedStandardDescriptorsDoNotGetIntoAFile)
+{
+    put(kShort);
+    for (int closed = 0; closed < 8; ++closed) {
+        SCOPED_TRACE(closed);
+        pid_t const child = fork();
+        if (child == 0) {
+            for (int fd = 0; fd < 3; ++fd)
+                if ((closed & (1 << fd)) != 0)
+                    close(fd);
+            bool good = true;
+            {
+                ZSharedFile file;
+                good = file.open(path_.c_str(), O_RDWR, 0) == 0 && file.descriptor() >= 3;
+            }
+            store(kLong);
+            (void)!write(1, "report", 6);
+            (void)!write(2, "report", 6);
+            store(kShort);
+            _exit(good ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(0, WEXITSTATUS(status));
+        EXPECT_EQ(kShort, load());
+    }
+}
+
+TEST_F(ZStoreFileCase, ChildOfAForkStartsAnew)
+{
+    put(kShort);
+    ZStoreFile const loading(path_.c_str(), ZStoreFile::Use::load);
+    pid_t const child = fork();
+    if (child == 0) {
+        Pair const found = load();
+        _exit(found == kShort ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+TEST_F(ZStoreFileCase, FileThatIsReplacedAgainAndAgainIsGivenUp)
+{
+    put(kShort);
+    std::atomic<bool> stop{false};
+    std::thread editor([&] {
+        for (int i = 0; !stop; ++i) {
+            directory_.write("edited", "edit " + std::to_string(i) + "\n");
+            rename(directory_.at("edited").c_str(), path_.c_str());
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+        std::string const text(file.text().data, file.text().length);
+        EXPECT_TRUE(text == kShort.text || text.compare(0, 5, "edit ") == 0) << text;
+    }
+    stop = true;
+    editor.join();
+}
