@@ -557,16 +557,15 @@ int ZStoreFile::Writer::writeJournal()
     }
     if (::close(fd) != 0 && error == 0)
         error = failed("close()", newJournal_, errno);
-    if (error == 0 && rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
-        error = failed("rename()", file_.journal_, errno);
     if (error != 0) {
         removeFile(newJournal_);
         return error;
     }
-    journalled_ = true;
     return failed("fsync()", file_.journal_, syncDirectory(directory_));
 }
 
+// The journal gets its name before it is synced, so that most file systems write both at once: one
+// that a crash leaves torn does not count, and nothing has changed by then.
 int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
 {
     if (int const error = takeAfter(fd, file_.status_))
@@ -584,7 +583,10 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     putNumber(end, crc, Journal::kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
         return failed("write()", newJournal_, error);
-    return failed("fsync()", newJournal_, syncFile(fd));
+    if (rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
+        return failed("rename()", file_.journal_, errno);
+    journalled_ = true;
+    return failed("fsync()", file_.journal_, syncFile(fd));
 }
 
 // Has the file system set the room for a longer text aside.
@@ -667,15 +669,14 @@ int ZStoreFile::Writer::writeCompanionInPlace(View contents)
     return failed("fsync()", path, syncFile(fd));
 }
 
-// From here on the pair is new and on disk. That the removal is on disk as well is not needed: the
-// journal's new text is the file's.
+// From here on the pair is new and on disk. The removal of the journal need not be: its new text is
+// the file's.
 int ZStoreFile::Writer::removeJournal()
 {
     if (!journalled_)
         return 0;
     if (int const error = dropJournal())
         return failed("unlink()", file_.journal_, error);
-    syncDirectory(directory_);
     return 0;
 }
 
