@@ -39,6 +39,12 @@ unsigned int grownFor(unsigned int capacity, size_t count)
     return capacity;
 }
 
+// The slots allocated for a capacity: no block of the heap is smaller than the least.
+unsigned int roomFor(unsigned int capacity)
+{
+    return std::max(capacity, 3u);
+}
+
 // A member for the partition to compare with: the middle one, or the one nearest to it that is
 // not null. Null when the range has nothing but nulls.
 ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
@@ -149,18 +155,22 @@ void ZAbstractList_6_0::quickSort(ZSortCompare_6_0 const& comparator,
 }
 
 ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
-    : capacity_(std::max(initialCapacity, 1u)), count_(0), owns_(owns)
+    : capacity_(std::max(initialCapacity, 1u)), count_(0), owns_(owns), room_(roomFor(capacity_))
 {
     PlainBlock<ZObject_6_0*> slots;
-    slots.resize(capacity_, kSource, raiseInAllocate);
+    slots.resize(room_, kSource, raiseInAllocate);
     elements_ = slots.release();
 }
 
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
-    : ZAbstractList_6_0(source), capacity_(source.capacity_), count_(0), owns_(source.owns_)
+    : ZAbstractList_6_0(source),
+      capacity_(source.capacity_),
+      count_(0),
+      owns_(source.owns_),
+      room_(roomFor(capacity_))
 {
     PlainBlock<ZObject_6_0*> slots;
-    slots.resize(capacity_, kSource, raiseInAllocate);
+    slots.resize(room_, kSource, raiseInAllocate);
     SlotFiller filler(slots.data(), owns_);
     for (unsigned int i = 0; i < source.count_; ++i)
         filler.add(source.elements_[i]);
@@ -183,6 +193,7 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
     filler.release();
     old.count_ = source.count_;
     std::swap(capacity_, old.capacity_);
+    std::swap(room_, old.room_);
     std::swap(elements_, old.elements_);
     std::swap(count_, old.count_);
     old.removeAll();
@@ -224,18 +235,20 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     unsigned int const capacity = grownFor(capacity_, size_t{count_} + more);
     // A list that must grow is filled beside the old slots, so that nothing shows of a failure.
     PlainBlock<ZObject_6_0*> slots;
-    if (capacity > capacity_) {
+    bool const moves = capacity > room_;
+    if (moves) {
         slots.resize(capacity, kSource, raiseInGrow);
         memcpy(slots.data(), elements_, count_ * sizeof(ZObject_6_0*));
     }
-    SlotFiller filler((capacity > capacity_ ? slots.data() : elements_) + count_, owns_);
+    SlotFiller filler((moves ? slots.data() : elements_) + count_, owns_);
     for (unsigned int i = 0; i < more; ++i)
         filler.add(other.get(i));
     filler.release();
-    if (capacity > capacity_) {
+    if (moves) {
         free(std::exchange(elements_, slots.release()));
-        capacity_ = capacity;
+        room_ = capacity;
     }
+    capacity_ = capacity;
     count_ += more;
 }
 
@@ -248,14 +261,8 @@ void ZArrayList_6_0::addNoCopy(unsigned int index, ZObject_6_0 const* obj)
 {
     if (index > count_)
         return;
-    if (count_ == capacity_) {
-        unsigned int const capacity = grown(capacity_);
-        void* const slots = reallocarray(elements_, capacity, sizeof(ZObject_6_0*));
-        if (slots == nullptr)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
-        elements_ = static_cast<ZObject_6_0**>(slots);
-        capacity_ = capacity;
-    }
+    if (count_ == capacity_)
+        grow();
     ZObject_6_0** const slot = elements_ + index;
     memmove(slot + 1, slot, (count_ - index) * sizeof(ZObject_6_0*));
     *slot = const_cast<ZObject_6_0*>(obj);
@@ -365,10 +372,30 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
     return iterator.indexOf();
 }
 
+// Slots are allocated one growth ahead, since moving them costs more than the growth itself.
+void ZArrayList_6_0::grow()
+{
+    unsigned int const capacity = grown(capacity_);
+    if (capacity > room_) {
+        unsigned int const room = grown(capacity);
+        void* const slots = reallocarray(elements_, room, sizeof(ZObject_6_0*));
+        if (slots == nullptr)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
+        elements_ = static_cast<ZObject_6_0**>(slots);
+        room_ = room;
+    }
+    capacity_ = capacity;
+}
+
 // add() comes here when there is more to do than to put a pointer into a free slot.
 void ZArrayList_6_0::append(ZObject_6_0 const* obj)
 {
-    ZArrayList_6_0::add(count_, obj);
+    if (owns_ != 0) {
+        ZArrayList_6_0::add(count_, obj);
+        return;
+    }
+    grow();
+    elements_[count_++] = const_cast<ZObject_6_0*>(obj);
 }
 
 ZListIterator_6_0::ZListIterator_6_0(ZList_6_0 const& list) : next_(0), list_(&list)

@@ -195,11 +195,13 @@ public:
 
 private:
     void append(ZObject_6_0 const* obj);
+    void grow();
 
-    unsigned int capacity_;   // slots in elements_, at least 1
+    unsigned int capacity_;   // members before the list grows, at least 1
     ZObject_6_0** elements_;  // never null
     unsigned int count_;      // slots in use, from the first one on
     int owns_;                // not 0: clones and deletes
+    unsigned int room_;       // slots in elements_, at least capacity_
 };
 
 class ZListIterator_6_0 : public ZAbstractIterator_6_0 {

@@ -834,53 +834,78 @@ TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
 
 TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
 {
+    Numbers const before(9, 1);
     OwningList source({4, 5, 6});
-    OwningList list({1, 2});
     CountedObject const object(3);
-    ASSERT_EQ(2u, list.capacity());
+    auto const list = std::make_unique<ZArrayList_6_0>(9, kOwns);
+    fill(*list, before);
     auto const unchanged = [&] {
-        EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
-        EXPECT_EQ(2u, list.capacity());
-        EXPECT_EQ(6, CountedObject::alive);
+        EXPECT_EQ(before, numbersOf(*list));
+        EXPECT_EQ(9u, list->capacity());
+        EXPECT_EQ(13, CountedObject::alive);
     };
     EXPECT_EQ(1u, failEachAllocation([] { ZArrayList_6_0 made(8, kOwns); }, unchanged));
     EXPECT_EQ(4u, failEachAllocation([&] { ZArrayList_6_0 copy(source); }, unchanged));
     EXPECT_EQ(5u, failEachAllocation([&] { delete source.clone(); }, unchanged));
-    EXPECT_EQ(1u, failEachAllocation([&] { list.set(1, list.get(1)); }, unchanged));
-    auto const andUndo = [&](auto action) {
-        EXPECT_LT(0u, failEachAllocation(action, unchanged));
-        OwningList fresh({1, 2});
-        static_cast<ZArrayList_6_0&>(list).~ZArrayList_6_0();
-        new (&list) OwningList({1, 2});
+    EXPECT_EQ(1u, failEachAllocation([&] { list->set(1, list->get(1)); }, unchanged));
+    // The list is full: every addition makes it grow, and the last run leaves it as it was too.
+    auto const failing = [&](auto action) {
+        unsigned long const failures = failEachAllocation(action, unchanged);
+        list->~ZArrayList_6_0();
+        new (list.get()) ZArrayList_6_0(9, kOwns);
+        fill(*list, before);
+        return failures;
     };
-    andUndo([&] { list.add(&object); });
-    andUndo([&] { list.add(0, &object); });
-    andUndo([&] { list.addNoCopy(nullptr); });
-    andUndo([&] { list.addNoCopy(1, nullptr); });
-    andUndo([&] { list.addList(source); });
-    andUndo([&] { static_cast<ZArrayList_6_0&>(list) = source; });
+    EXPECT_EQ(2u, failing([&] { list->add(&object); }));
+    EXPECT_EQ(2u, failing([&] { list->add(0, &object); }));
+    EXPECT_EQ(1u, failing([&] { list->addNoCopy(nullptr); }));
+    EXPECT_EQ(1u, failing([&] { list->addNoCopy(1, nullptr); }));
+    EXPECT_EQ(4u, failing([&] { list->addList(source); }));
+    EXPECT_EQ(4u, failing([&] { *list = source; }));
+}
+
+TEST_F(ZArrayList, EveryFailedAllocationLeavesABorrowingListAsItWas)
+{
+    CountedObject const object;
+    ZArrayList_6_0 list(1, kBorrows);
+    unsigned long failures = 0;
+    for (unsigned members = 0; members < 200; ++members) {
+        unsigned const capacity = list.capacity();
+        failures += failEachAllocation([&] { list.add(&object); },
+                                       [&] {
+                                           EXPECT_EQ(members, list.size());
+                                           EXPECT_EQ(capacity, list.capacity());
+                                       });
+    }
+    EXPECT_LT(2u, failures);
 }
 
 TEST_F(ZArrayList, FailedAllocationNamesTheList)
 {
-    CountedObject const object;
-    ZArrayList_6_0 list(1, kBorrows);
-    list.add(&object);
-    unsigned site = 0;
     char const* source = nullptr;
-    FailingAllocator::failAt(1);
-    try {
-        list.add(&object);
-    } catch (ZOutOfMemoryException_6_0 const& exception) {
-        source = exception.who();
-        site = exception.where();
-    }
-    FailingAllocator::stop();
+    unsigned site = 0;
+    auto const note = [&](auto action) {
+        FailingAllocator::failAt(1);
+        try {
+            action();
+        } catch (ZOutOfMemoryException_6_0 const& exception) {
+            source = exception.who();
+            site = exception.where();
+        }
+        FailingAllocator::stop();
+    };
+    note([] { ZArrayList_6_0 made(5, kBorrows); });
+    EXPECT_STREQ("src/Z/ZArrayList", source);
+    EXPECT_EQ(61u, site);
+    ZArrayList_6_0 list(4, kBorrows);
+    for (int i = 0; i < 4; ++i)
+        list.add(nullptr);
+    note([&] { list.add(nullptr); });
     EXPECT_STREQ("src/Z/ZArrayList", source);
     EXPECT_EQ(187u, site);
-    EXPECT_EQ(1u, list.size());
-    list.add(&object);
-    EXPECT_EQ(2u, list.size());
+    EXPECT_EQ(4u, list.size());
+    list.add(nullptr);
+    EXPECT_EQ(5u, list.size());
 }
 
 TEST_F(ZArrayList, AListThatIsTooLargeIsOutOfMemory)

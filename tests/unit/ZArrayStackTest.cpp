@@ -74,12 +74,13 @@ TEST(ZArrayStack, IsAListToo)
 TEST(ZArrayStack, FailedAllocationLeavesItAsItWas)
 {
     CountedObject one(1), two(2);
-    ZArrayStack_6_0 stack(1);
-    stack.push(&one);
+    ZArrayStack_6_0 stack(4);
+    for (int i = 0; i < 4; ++i)
+        stack.push(&one);
     EXPECT_EQ(1u, failEachAllocation([&] { stack.push(&two); },
                                      [&] {
-                                         EXPECT_EQ(1u, stack.size());
-                                         EXPECT_EQ(&one, stack.get(0));
+                                         EXPECT_EQ(4u, stack.size());
+                                         EXPECT_EQ(&one, stack.get(3));
                                      }));
     EXPECT_EQ(&two, stack.pop());
 }
