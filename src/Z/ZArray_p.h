@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <exception>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -15,6 +16,17 @@
 inline ZObject_6_0* cloneOf(ZObject_6_0 const* obj)
 {
     return obj != nullptr ? obj->clone() : nullptr;
+}
+
+/// Makes a Rep, the part of an object that its header hides.
+/// throws  ZOutOfMemoryException_6_0, at `site` or as the Rep does.
+template <class Rep, class... Arguments>
+Rep* makeRep(char const* source, int site, Arguments const&... arguments)
+{
+    Rep* const rep = new (std::nothrow) Rep(arguments...);
+    if (rep == nullptr)
+        ZOutOfMemoryException_6_0().throwException(source, site);
+    return rep;
 }
 
 /// Deletes objects one after another, all of them even when a destructor raises.

@@ -1,6 +1,6 @@
 // ZHashKeyMap: a map from key objects to value objects.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList, ZHashMap.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList.
 //
 // Keys are found by their own hash() and equals(); keys that are equal must hash alike.
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
@@ -10,7 +10,6 @@
 #pragma once
 
 #include "ZArrayList.h"
-#include "ZHashMap.h"
 #include "ZObject.h"
 
 class ZKeyMap_6_0 {
@@ -53,7 +52,7 @@ public:
     bool isEmpty() const override;
 };
 
-/// A key and its value, as a map of entries stores them.
+/// A key and its value in one object, for a map of entries.
 class ZKeyEntry_6_0 : public ZObject_6_0 {
 public:
     /// Makes an entry of `key` and `value`.
@@ -141,6 +140,7 @@ public:
     void listObjects(ZList_6_0& target) const override;
 
 private:
-    ZHashMap_6_0 map_;  // of ZKeyEntry_6_0, which it owns
-    int owns_;          // not 0: the entries own clones of key and value
+    struct Rep;  // ZHashMap_p.h
+
+    Rep* rep_;  // never null; the buckets, and whether the map clones and deletes
 };

@@ -106,7 +106,6 @@ public:
     void list(ZList_6_0& target) const override;
 
 private:
-    friend class ZHashKeyMap_6_0;
     struct Rep;  // ZHashMap_p.h
 
     Rep* rep_;  // never null; the buckets, and whether the map clones and deletes

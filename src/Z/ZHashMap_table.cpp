@@ -1,0 +1,199 @@
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "ZException.h"
+#include "ZHashMap_p.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZHashMap";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite { raiseInMake = 74, raiseInReserve = 152, raiseInLayIndex = 178 };
+
+uint32_t bucketsFor(unsigned int capacity)
+{
+    uint32_t const buckets = std::max(uint32_t{capacity}, uint32_t{2}) * 3 / 2;
+    return std::max(buckets, uint32_t{1});  // the product may have wrapped round
+}
+
+}  // namespace
+
+HashTable::HashTable(unsigned int capacity, int owns)
+    : bucketCount_(bucketsFor(capacity)), owns_(owns != 0)
+{
+    buckets_.makeZero(bucketCount_, kSource, raiseInMake);
+}
+
+HashTable::HashTable(HashTable const& source)
+    : bucketCount_(source.bucketCount_), owns_(source.owns_)
+{
+    buckets_.makeZero(bucketCount_, kSource, raiseInMake);
+    try {
+        source.forEach([this](Node const& node) {
+            std::unique_ptr<ZObject_6_0> key(owns_ ? cloneOf(node.key) : nullptr);
+            if (owns_ && key == nullptr)
+                return;
+            std::unique_ptr<ZObject_6_0> value(owns_ ? cloneOf(node.value) : nullptr);
+            reserve(0, node.hash);
+            append(node.hash, owns_ ? key.release() : node.key,
+                   owns_ ? value.release() : node.value);
+        });
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+        removeAll();
+        throw;
+    }
+}
+
+// What the table still holds is let go before, where a destructor may raise.
+HashTable::~HashTable() = default;
+
+void HashTable::reserve(Place place, uint32_t hash)
+{
+    if (place != 0)
+        return;
+    if (freeNodes_ == 0 && nodesUsed_ == nodeRoom_) {
+        if (nodeRoom_ == kMostNodes)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
+        uint32_t const room = std::max(nodeRoom_ * 2, uint32_t{4});
+        nodes_.resize(room, kSource, raiseInReserve);
+        nodeRoom_ = room;
+    }
+    if (markCount_ != 0) {
+        if (size_ >= markCount_ / 2)
+            layIndex(markCount_ * 2);
+    } else if (size_ >= kLongChain && chainLength(hash) >= kLongChain) {
+        uint32_t markCount = 4 * kLongChain;
+        while (markCount / 4 < size_)
+            markCount *= 2;
+        layIndex(markCount);
+    }
+}
+
+void HashTable::put(Place place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+{
+    if (place == 0) {
+        append(hash, key, value);
+        return;
+    }
+    Node& node = nodeAt(place);
+    node.hash = hash;
+    ZObject_6_0* const oldKey = std::exchange(node.key, key);
+    ZObject_6_0* const oldValue = std::exchange(node.value, value);
+    if (owns_) {
+        ObjectDeleter deleter;
+        deleter.drop(oldKey);
+        deleter.drop(oldValue);
+        deleter.finish();
+    }
+}
+
+void HashTable::remove(Place place)
+{
+    Node& node = nodeAt(place);
+    if (markCount_ != 0)
+        unmark(node.hash, place);
+    Chain& chain = buckets_[bucketOf(node.hash)];
+    (node.previous != 0 ? nodeAt(node.previous).next : chain.first) = node.next;
+    (node.next != 0 ? nodeAt(node.next).previous : chain.last) = node.previous;
+    node.next = freeNodes_;
+    freeNodes_ = place;
+    --size_;
+    ZObject_6_0* const key = std::exchange(node.key, nullptr);
+    ZObject_6_0* const value = std::exchange(node.value, nullptr);
+    if (owns_) {
+        ObjectDeleter deleter;
+        deleter.drop(key);
+        deleter.drop(value);
+        deleter.finish();
+    }
+}
+
+void HashTable::removeAll()
+{
+    if (size_ == 0)
+        return;
+    ObjectDeleter deleter;
+    for (uint32_t bucket = 0; bucket < bucketCount_; ++bucket) {
+        for (Place place = buckets_[bucket].first; place != 0; place = nodeAt(place).next) {
+            ZObject_6_0* const key = std::exchange(nodeAt(place).key, nullptr);
+            ZObject_6_0* const value = std::exchange(nodeAt(place).value, nullptr);
+            if (owns_) {
+                deleter.drop(key);
+                deleter.drop(value);
+            }
+        }
+        buckets_[bucket] = Chain{0, 0};
+    }
+    nodes_.clear();
+    marks_.clear();
+    markCount_ = size_ = nodesUsed_ = nodeRoom_ = 0;
+    freeNodes_ = 0;
+    deleter.finish();
+}
+
+uint32_t HashTable::chainLength(uint32_t hash) const
+{
+    uint32_t length = 0;
+    for (Place place = buckets_[bucketOf(hash)].first; place != 0; place = at(place).next)
+        ++length;
+    return length;
+}
+
+void HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+{
+    Place place = freeNodes_;
+    if (place != 0)
+        freeNodes_ = nodeAt(place).next;
+    else
+        place = ++nodesUsed_;
+    Chain& chain = buckets_[bucketOf(hash)];
+    nodeAt(place) = Node{key, value, hash, 0, chain.last};
+    (chain.last != 0 ? nodeAt(chain.last).next : chain.first) = place;
+    chain.last = place;
+    ++size_;
+    if (markCount_ != 0)
+        mark(marks_, markCount_, Mark{hash, place});
+}
+
+// Lays the index anew over every node.
+void HashTable::layIndex(uint32_t markCount)
+{
+    PlainBlock<Mark> marks;
+    marks.makeZero(markCount, kSource, raiseInLayIndex);
+    for (Place place = 1; place <= nodesUsed_; ++place) {
+        if (nodeAt(place).key != nullptr)
+            mark(marks, markCount, Mark{nodeAt(place).hash, place});
+    }
+    marks_.swap(marks);
+    markCount_ = markCount;
+}
+
+void HashTable::mark(PlainBlock<Mark>& marks, uint32_t markCount, Mark mark) const
+{
+    uint32_t i = startOf(mark.hash, markCount);
+    while (marks[i].place != 0)
+        i = (i + 1) & (markCount - 1);
+    marks[i] = mark;
+}
+
+// Frees the mark and moves those behind it up that would no longer be found across the gap.
+void HashTable::unmark(uint32_t hash, Place place)
+{
+    uint32_t const wrap = markCount_ - 1;
+    uint32_t gap = startOf(hash, markCount_);
+    while (marks_[gap].place != place)
+        gap = (gap + 1) & wrap;
+    for (uint32_t i = (gap + 1) & wrap; marks_[i].place != 0; i = (i + 1) & wrap) {
+        uint32_t const start = startOf(marks_[i].hash, markCount_);
+        if (((i - start) & wrap) >= ((i - gap) & wrap)) {
+            marks_[gap] = marks_[i];
+            gap = i;
+        }
+    }
+    marks_[gap] = Mark{0, 0};
+}
