@@ -25,6 +25,10 @@ auto isKey(ZObject_6_0 const* key, uint32_t hash)
 
 }  // namespace
 
+struct ZHashKeyMap_6_0::Rep : HashTable {
+    using HashTable::HashTable;
+};
+
 ZAbstractKeyMap_6_0::~ZAbstractKeyMap_6_0() = default;
 
 bool ZAbstractKeyMap_6_0::isEmpty() const

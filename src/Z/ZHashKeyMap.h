@@ -1,6 +1,6 @@
 // ZHashKeyMap: a map from key objects to value objects.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList, ZHashMap, ZArray.
 //
 // Keys are found by their own hash() and equals(); keys that are equal must hash alike.
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
@@ -140,7 +140,7 @@ public:
     void listObjects(ZList_6_0& target) const override;
 
 private:
-    struct Rep;  // ZHashMap_p.h
+    struct Rep;  // ZHashKeyMap.cpp
 
     Rep* rep_;  // never null; the buckets, and whether the map clones and deletes
 };

@@ -6,7 +6,6 @@
 #include <new>
 
 #include "ZArray_p.h"
-#include "ZHashKeyMap.h"
 #include "ZHashMap.h"
 
 // Keys and their values in buckets. A map of entries has the entries as keys and no values.
@@ -96,10 +95,6 @@ private:
 };
 
 struct ZHashMap_6_0::Rep : HashTable {
-    using HashTable::HashTable;
-};
-
-struct ZHashKeyMap_6_0::Rep : HashTable {
     using HashTable::HashTable;
 };
 
