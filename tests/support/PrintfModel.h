@@ -1,0 +1,497 @@
+// PrintfModel: formats of several conversions out of a source of numbers, and what our formatted
+// output is to give for them: what the platform gives, but for what stands in kDifferences.
+#pragma once
+
+#include <limits.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace printf_model {
+
+using Value = std::variant<int, long, long long, double, long double, char const*>;
+enum class Given { none, empty, digits, argument };
+
+struct Conversion {
+    std::string flags;
+    Given width = Given::none;
+    int widthValue = 0;
+    Given precision = Given::none;
+    int precisionValue = 0;
+    std::string length;
+    char letter = 'd';
+    Value value;
+
+    bool has(char flag) const { return flags.find(flag) != std::string::npos; }
+    bool isOneOf(char const* letters) const { return strchr(letters, letter) != nullptr; }
+    bool hasPrecision() const
+    {
+        return precision == Given::empty || precision == Given::digits ||
+               (precision == Given::argument && precisionValue >= 0);
+    }
+    bool isZero() const
+    {
+        int const* const number = std::get_if<int>(&value);
+        if (number != nullptr && length == "h")
+            return static_cast<short>(*number) == 0;
+        return std::visit(
+            [](auto v) {
+                if constexpr (std::is_same_v<decltype(v), char const*>)
+                    return v == nullptr;
+                else
+                    return v == 0;
+            },
+            value);
+    }
+    void drop(char flag)
+    {
+        size_t at;
+        while ((at = flags.find(flag)) != std::string::npos)
+            flags.erase(at, 1);
+    }
+};
+
+inline size_t widthOf(Conversion const& c)
+{
+    return c.width == Given::none || c.widthValue < 0 ? 0 : static_cast<size_t>(c.widthValue);
+}
+
+// True when a 0 stands behind a 0 that counts, and something else than the width behind that.
+inline bool hasFlagBehindSecondZero(Conversion const& c)
+{
+    bool zero = false;
+    bool left = false;
+    for (size_t i = 0; i < c.flags.size(); ++i) {
+        if (c.flags[i] == '-') {
+            left = true;
+            zero = false;
+        }
+        if (c.flags[i] != '0')
+            continue;
+        if (zero)
+            return c.flags.find_first_not_of('0', i) != std::string::npos ||
+                   c.width == Given::argument;
+        zero = !left;
+    }
+    return false;
+}
+
+// What differs: when it does, how to ask the platform for what comes closest, and how to edit its
+// answer. Without `adapt` we refuse the format. Rows are tried in their order, each on what the
+// ones before it left.
+struct Difference {
+    char const* what;
+    bool (*applies)(Conversion const& c);
+    void (*adapt)(Conversion& c);
+    std::string (*edit)(std::string text, Conversion const& c);
+};
+
+inline std::string asItIs(std::string text, Conversion const&)
+{
+    return text;
+}
+
+constexpr char kReal[] = "eEfgG";
+constexpr char kInteger[] = "diouxX";
+
+inline Difference const kDifferences[] = {
+    {"hh, j, z and t are no lengths",
+     [](Conversion const& c) {
+         return c.length == "hh" || c.length == "j" || c.length == "z" || c.length == "t";
+     },
+     nullptr, asItIs},
+    {"h and l do not go with doubles",
+     [](Conversion const& c) { return c.isOneOf(kReal) && (c.length == "h" || c.length == "l"); },
+     nullptr, asItIs},
+    {"a, A and F are no conversions", [](Conversion const& c) { return c.isOneOf("aAF"); }, nullptr,
+     asItIs},
+    {"a second 0 begins the width", hasFlagBehindSecondZero, nullptr, asItIs},
+    {"texts, pointers and % know no length",
+     [](Conversion const& c) { return c.isOneOf("scp%") && !c.length.empty(); },
+     [](Conversion& c) { c.length.clear(); }, asItIs},
+    {"L and q are ll for integers; to the platform only while arguments are not numbered",
+     [](Conversion const& c) {
+         return c.isOneOf(kInteger) && (c.length == "L" || c.length == "q");
+     },
+     [](Conversion& c) { c.length = "ll"; }, asItIs},
+    {"% is padded like a character", [](Conversion const& c) { return c.letter == '%'; },
+     [](Conversion& c) {
+         c.letter = 'c';
+         c.value = int{'%'};
+     },
+     asItIs},
+    {"the 0 flag does nothing for texts",
+     [](Conversion const& c) { return c.isOneOf("sc") && c.has('0'); },
+     [](Conversion& c) { c.drop('0'); }, asItIs},
+    {"a null text is empty", [](Conversion const& c) { return c.letter == 's' && c.isZero(); },
+     [](Conversion& c) { c.value = ""; }, asItIs},
+    {"a negative width does nothing, but for doubles",
+     [](Conversion const& c) {
+         return !c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0;
+     },
+     [](Conversion& c) { c.width = Given::none; }, asItIs},
+    {"a negative width of a double clears the 0 flag; to the platform only while unnumbered",
+     [](Conversion const& c) {
+         return c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0 && c.has('0');
+     },
+     [](Conversion& c) { c.drop('0'); }, asItIs},
+    {"any precision clears the 0 flag",
+     [](Conversion const& c) {
+         return c.precision != Given::none && c.has('0') && (c.isOneOf(kReal) || !c.hasPrecision());
+     },
+     [](Conversion& c) { c.drop('0'); }, asItIs},
+    {"integers are not grouped",
+     [](Conversion const& c) { return c.isOneOf(kInteger) && c.has('\''); },
+     [](Conversion& c) { c.drop('\''); }, asItIs},
+    {"# does not save the digit of an octal 0 of precision 0",
+     [](Conversion const& c) {
+         return c.letter == 'o' && c.has('#') && c.isZero() && c.hasPrecision() &&
+                c.precisionValue == 0;
+     },
+     [](Conversion& c) { c.drop('#'); }, asItIs},
+    {"zeros of the 0 flag stand before the sign",
+     [](Conversion const& c) {
+         return c.isOneOf("di") && c.has('0') && !c.has('-') && !c.hasPrecision() && widthOf(c) > 0;
+     },
+     [](Conversion&) {},
+     [](std::string text, Conversion const&) {
+         size_t const sign = text.find_first_of("+- ");
+         size_t const digits = std::min(text.find_first_of("123456789"), text.size() - 1);
+         if (sign == 0 && digits > 1)
+             std::rotate(text.begin(), text.begin() + 1,
+                         text.begin() + static_cast<ptrdiff_t>(digits));
+         return text;
+     }},
+    {"# gives a hexadecimal 0 its prefix, which the padding does not count",
+     [](Conversion const& c) { return c.isOneOf("xX") && c.has('#') && c.isZero(); },
+     [](Conversion& c) { c.drop('#'); },
+     [](std::string text, Conversion const& c) {
+         bool const isZeroPadded = c.has('0') && !c.has('-') && !c.hasPrecision();
+         size_t const at = isZeroPadded || c.has('-') ? 0 : std::min(text.find('0'), text.size());
+         return text.insert(at, {'0', c.letter});
+     }},
+    {"a pointer is a hexadecimal number with prefix and padded with zeros",
+     [](Conversion const& c) { return c.letter == 'p'; },
+     [](Conversion& c) {
+         c.letter = 'x';
+         c.length = "l";
+         c.flags.clear();
+         c.width = Given::none;
+         c.value = static_cast<long>(reinterpret_cast<intptr_t>(std::get<char const*>(c.value)));
+     },
+     [](std::string digits, Conversion const& c) {
+         size_t const counted = digits.size() + (c.isZero() ? 0 : 2);
+         std::string const zeros(std::max(widthOf(c), counted) - counted, '0');
+         return "0x" + (c.has('-') ? digits + zeros : zeros + digits);
+     }},
+};
+
+constexpr size_t kDifferenceCount = sizeof kDifferences / sizeof *kDifferences;
+
+// Calls `print` with up to three values as variable arguments.
+template <class Print>
+int withArguments(std::vector<Value> const& values, Print print)
+{
+    switch (values.size()) {
+        case 0:
+            return print();
+        case 1:
+            return std::visit([&](auto a) { return print(a); }, values[0]);
+        case 2:
+            return std::visit([&](auto a, auto b) { return print(a, b); }, values[0], values[1]);
+        default:
+            return std::visit([&](auto a, auto b, auto c) { return print(a, b, c); }, values[0],
+                              values[1], values[2]);
+    }
+}
+
+[[gnu::noinline]] inline std::string platformText(std::string const& format,
+                                                  std::vector<Value> const& values)
+{
+    static char out[1 << 16];
+    int const length = withArguments(values, [&](auto... arguments) {
+        return snprintf(out, sizeof out, format.c_str(), arguments...);
+    });
+    if (length < 0 || length >= static_cast<int>(sizeof out)) {
+        std::fprintf(stderr, "the platform refuses \"%s\"\n", format.c_str());
+        std::abort();
+    }
+    return std::string(out, static_cast<size_t>(length));
+}
+
+// What we are to give for one conversion: the platform's answer, edited as the table says. False in
+// `known` when the table says that we refuse. Counts the rows that applied.
+inline std::string expectedText(Conversion c, std::vector<unsigned>& hits, bool& known)
+{
+    std::vector<std::pair<Difference const*, Conversion>> edits;
+    known = true;
+    for (size_t i = 0; i < kDifferenceCount; ++i) {
+        Difference const& row = kDifferences[i];
+        if (!row.applies(c))
+            continue;
+        ++hits[i];
+        if (row.adapt == nullptr) {
+            known = false;
+            return "";
+        }
+        edits.emplace_back(&row, c);
+        row.adapt(c);
+    }
+    std::string format = "%" + c.flags;
+    if (c.width != Given::none)
+        format += std::to_string(c.widthValue);
+    if (c.precision == Given::empty)
+        format += ".";
+    else if (c.precision == Given::digits || (c.precision == Given::argument && c.hasPrecision()))
+        format += "." + std::to_string(c.precisionValue);
+    format += c.length + c.letter;
+    std::string text = platformText(format, {c.value});
+    for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
+        text = edit->first->edit(std::move(text), edit->second);
+    return text;
+}
+
+// Makes conversions out of the numbers of `source`.
+template <class Source>
+class Generator {
+public:
+    explicit Generator(Source source) : random_(std::move(source)) {}
+
+    unsigned below(unsigned n) { return static_cast<unsigned>(random_() % n); }
+    bool oneIn(unsigned n) { return below(n) == 0; }
+
+    long long integer()
+    {
+        static constexpr long long kSpecial[] = {
+            0,   0,       1,       -1, 7,        -42,      9,        10,        99,
+            100, INT_MIN, INT_MAX, -9, UINT_MAX, SHRT_MAX, SHRT_MIN, LLONG_MIN, LLONG_MAX};
+        switch (below(4)) {
+            case 0:
+                return kSpecial[below(sizeof kSpecial / sizeof *kSpecial)];
+            case 1:
+                return static_cast<int>(below(2000)) - 1000;
+            case 2:
+                return static_cast<long long>(random_() >> below(64));
+            default:
+                return -static_cast<long long>(random_() >> (1 + below(63)));
+        }
+    }
+
+    long double real()
+    {
+        static long double const kSpecial[] = {0.0L,
+                                               -0.0L,
+                                               1.0L,
+                                               0.5L,
+                                               1.5L,
+                                               2.5L,
+                                               0.125L,
+                                               0.1L,
+                                               9.995L,
+                                               9.9999995L,
+                                               999999.5L,
+                                               999999.4999L,
+                                               0.0001L,
+                                               0.00001L,
+                                               1e15L,
+                                               1e16L,
+                                               1e17L,
+                                               123456.789L,
+                                               1e22L,
+                                               1e23L,
+                                               1e300L,
+                                               5e-324L,
+                                               HUGE_VALL,
+                                               -HUGE_VALL,
+                                               18446744073709551615.0L,
+                                               18446744073709551616.0L};
+        switch (below(5)) {
+            case 0:
+                return kSpecial[below(sizeof kSpecial / sizeof *kSpecial)];
+            case 1:
+                return static_cast<long double>(integer()) / 1000;
+            case 2:
+                return static_cast<long double>(integer());
+            case 3:
+                return std::ldexp(static_cast<long double>(random_()), -64) *
+                       std::pow(10.0L, static_cast<int>(below(40)) - 20);
+            default: {
+                uint64_t const bits = random_();
+                double value;
+                memcpy(&value, &bits, sizeof value);
+                return value;
+            }
+        }
+    }
+
+    char const* text()
+    {
+        static char const* const kTexts[] = {
+            nullptr,
+            "",
+            "a",
+            "abc",
+            "hello, world",
+            "%d is no conversion here",
+            "a text that is longer than most of the widths that are generated"};
+        return kTexts[below(sizeof kTexts / sizeof *kTexts)];
+    }
+
+    // A conversion of at most `arguments` arguments.
+    Conversion conversion(unsigned arguments)
+    {
+        Conversion c;
+        for (unsigned n = below(4); n > 0; --n)
+            c.flags += " #+-0'"[below(6)];
+        static constexpr char kLetters[] = "diouxXdiouxXcspeEfgGeEfgG%aAF";
+        // Letters that we refuse are rare, and so are lengths.
+        c.letter = kLetters[below(oneIn(50) ? sizeof kLetters - 1 : sizeof kLetters - 4)];
+        if (c.letter == '%' || arguments == 0)
+            c.letter = '%';
+        if (c.isOneOf(kInteger)) {
+            static char const* const kLengths[] = {"", "", "h", "l", "ll", "L", "q"};
+            static char const* const kRefused[] = {"hh", "j", "z", "t"};
+            c.length = oneIn(50) ? kRefused[below(4)] : kLengths[below(7)];
+        } else if (c.isOneOf(kReal)) {
+            static char const* const kLengths[] = {"", "", "", "L", "ll", "q"};
+            static char const* const kRefused[] = {"h", "l"};
+            c.length = oneIn(50) ? kRefused[below(2)] : kLengths[below(6)];
+        } else if (oneIn(20)) {
+            static char const* const kLengths[] = {"h", "l", "ll", "L", "q"};
+            c.length = kLengths[below(5)];
+        }
+        fillValue(c);
+        unsigned left = c.letter == '%' ? arguments : arguments - 1;
+        c.width = static_cast<Given>(below(4));
+        if (c.width == Given::empty || (c.width == Given::argument && left == 0))
+            c.width = Given::none;
+        if (c.width == Given::argument)
+            --left;
+        c.widthValue = c.width == Given::none       ? 0
+                       : c.width == Given::argument ? static_cast<int>(below(60)) - 20
+                                                    : static_cast<int>(1 + below(40));
+        c.precision = static_cast<Given>(below(4));
+        if (c.precision == Given::argument && left == 0)
+            c.precision = Given::none;
+        if (c.precision == Given::digits || c.precision == Given::argument)
+            c.precisionValue = static_cast<int>(oneIn(20) ? below(600) : below(24));
+        if (c.precision == Given::argument && oneIn(4))
+            c.precisionValue = -1 - c.precisionValue;
+        return c;
+    }
+
+private:
+    void fillValue(Conversion& c)
+    {
+        if (c.letter == 's') {
+            c.value = text();
+        } else if (c.letter == 'p') {
+            c.value = reinterpret_cast<char const*>(static_cast<intptr_t>(integer()));
+        } else if (c.letter == 'c') {
+            c.value = static_cast<int>(below(256));
+        } else if (c.isOneOf(kInteger)) {
+            if (c.length == "l" || c.length == "j" || c.length == "z" || c.length == "t")
+                c.value = static_cast<long>(integer());
+            else if (c.length == "ll" || c.length == "L" || c.length == "q")
+                c.value = integer();
+            else
+                c.value = static_cast<int>(integer());
+        } else if (c.letter != '%') {
+            if (c.length == "L" || c.length == "ll" || c.length == "q")
+                c.value = real();
+            else
+                c.value = static_cast<double>(real());
+        }
+    }
+
+    Source random_;
+};
+
+// A format of several conversions with its arguments in order.
+struct Format {
+    std::string text;
+    std::vector<Value> values;
+};
+
+// Spells conversions as a format. With `order` every argument is named by its number there.
+inline Format spell(std::vector<Conversion> const& conversions, std::vector<size_t> const* order)
+{
+    Format format;
+    std::vector<Value> values;
+    auto const take = [&](Value const& value) {
+        values.push_back(value);
+        return order != nullptr ? std::to_string((*order)[values.size() - 1] + 1) + "$"
+                                : std::string();
+    };
+    for (Conversion const& c : conversions) {
+        // In a conversion the value is named first, but comes behind width and precision.
+        std::string width, precision;
+        if (c.width == Given::argument)
+            width = "*" + take(c.widthValue);
+        else if (c.width == Given::digits)
+            width = std::to_string(c.widthValue);
+        if (c.precision == Given::argument)
+            precision = ".*" + take(c.precisionValue);
+        else if (c.precision == Given::digits)
+            precision = "." + std::to_string(c.precisionValue);
+        else if (c.precision == Given::empty)
+            precision = ".";
+        std::string const number = c.letter == '%' ? "" : take(c.value);
+        format.text += "%" + number + c.flags + width + precision + c.length + c.letter;
+        format.text += "|";
+    }
+    format.values = values;
+    if (order != nullptr)
+        for (size_t i = 0; i < values.size(); ++i)
+            format.values[(*order)[i]] = values[i];
+    return format;
+}
+
+// A format and what is to come of it.
+struct Example {
+    Format format;
+    std::string expected;
+    bool isKnown;         // otherwise we refuse it
+    bool isThePlatforms;  // no row of kDifferences applied
+};
+
+// Makes a format of up to three arguments. Counts the rows of kDifferences that applied in `hits`.
+template <class Source>
+Example example(Generator<Source>& generate, std::vector<unsigned>& hits)
+{
+    std::vector<Conversion> conversions;
+    unsigned left = 3;
+    do {
+        conversions.push_back(generate.conversion(left));
+        Conversion const& c = conversions.back();
+        left -= (c.letter != '%') + (c.width == Given::argument) + (c.precision == Given::argument);
+    } while (!generate.oneIn(left == 0 ? 1 : 3) && conversions.size() < 6);
+
+    std::vector<size_t> order;
+    for (unsigned n = 0; n < 3 - left; ++n)
+        order.insert(order.begin() + generate.below(n + 1), n);
+    bool const isPositional = generate.oneIn(3);
+
+    Example made = {spell(conversions, isPositional ? &order : nullptr), "", true, true};
+    std::vector<unsigned> const before = hits;
+    for (Conversion const& c : conversions) {
+        bool known;
+        made.expected += expectedText(c, hits, known) + "|";
+        made.isKnown = made.isKnown && known;
+    }
+    made.isThePlatforms = hits == before;
+    if (made.isThePlatforms)  // the platform gets the very same call
+        made.expected = platformText(made.format.text, made.format.values);
+    return made;
+}
+
+}  // namespace printf_model
