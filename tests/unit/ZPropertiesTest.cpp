@@ -1180,6 +1180,118 @@ TEST_F(ZProperties, CompanionDirectoryIsChecked)
     EXPECT_EQ("[s]\n", directory_.read("conf"));
 }
 
+// ---- A cache of somebody else's class ----------------------------------------------------------
+
+namespace {
+
+// Reads and writes through the streams it is given, and counts.
+class OwnCache : public ZSCFData_6_0 {
+public:
+    OwnCache() = default;
+    OwnCache(OwnCache const&) = default;
+    ZPCache_6_0* clone() const override { return new OwnCache(*this); }
+
+    void be_read(char const* path, FILE* file) override
+    {
+        ++reads;
+        ZSCFData_6_0::be_read(path, file);
+    }
+    void be_write(char const* path, FILE* file) override
+    {
+        ++writes;
+        if (refuses)
+            throw std::runtime_error("no text");
+        fputs("# mine\n", file);
+        ZSCFData_6_0::be_write(path, file);
+    }
+
+    static inline int reads = 0;
+    static inline int writes = 0;
+    static inline bool refuses = false;
+};
+
+// Inherits clone(): a copy would not be of its class.
+class UncopiedCache final : public OwnCache {
+public:
+    void be_read(char const* path, FILE* file) override
+    {
+        ++ownReads;
+        OwnCache::be_read(path, file);
+    }
+
+    static inline int ownReads = 0;
+};
+
+}  // namespace
+
+TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\nk = b\n");
+    ZProperties_6_0 store(new OwnCache);
+    OwnCache::reads = OwnCache::writes = 0;
+    store.load(path.c_str());
+    EXPECT_EQ(1, OwnCache::reads);
+    EXPECT_EQ("b", valueOf(store, "s", "k"));
+    EXPECT_EQ("a,b,", valuesOf(store, "s", "k"));
+    store.checkAccess("s", "k", 0);
+    EXPECT_EQ("ZInvalidParameterException", raised([&] { store.checkAccess("s", "k", 1); }));
+    {
+        ZPropertiesIterator_6_0 keys(store, "s");
+        keys.nextEntry();
+        EXPECT_EQ(2, keys.valueCount());
+        EXPECT_STREQ("a", keys.entryValue(0));
+        ZAbstractPropertyValuesIterator_6_0 values(store, "s", "k", zPropLocalStrings,
+                                                   zPropIterAny);
+        values.nextValue();
+        store.reload(nullptr);
+        EXPECT_STREQ("b", values.nextValue().getChars());
+        values.changeValue("c");
+    }
+    store.setValue("s", "secret", "hidden", 1);
+    store.store(nullptr);
+    EXPECT_EQ(1, OwnCache::writes);
+    EXPECT_EQ("# mine\n[s]\nk = a\nk = c\n\n[configuration-database]\nfile = " + path + ".obf\n",
+              directory_.read("conf"));
+    store.reload(nullptr);
+    EXPECT_EQ("hidden", valueOf(store, "s", "secret"));
+    EXPECT_EQ("c", valueOf(store, "s", "k"));
+}
+
+TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new OwnCache);
+    store.load(path.c_str());
+    store.setValue("s", "k", "b");
+    OwnCache::refuses = true;
+    EXPECT_THROW(store.store(nullptr), std::runtime_error);
+    OwnCache::refuses = false;
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+    EXPECT_EQ(1, store.isModified());
+    directory_.write("conf", "broken");
+    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.reload(nullptr); }));
+    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.load(nullptr); }));
+    EXPECT_EQ("b", valueOf(store, "s", "k"));
+    directory_.write("conf", "");
+    store.reload(nullptr);
+    EXPECT_EQ(0, store.count());
+}
+
+TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new UncopiedCache);
+    UncopiedCache::ownReads = 0;
+    store.load(path.c_str());
+    store.reload(nullptr);
+    EXPECT_EQ(2, UncopiedCache::ownReads);
+    EXPECT_EQ("a", valueOf(store, "s", "k"));
+    store.setValue("s", "secret", "hidden", 1);
+    store.store(nullptr);
+    store.reload(nullptr);
+    EXPECT_EQ("hidden", valueOf(store, "s", "secret"));
+}
+
 // ---- Notices -----------------------------------------------------------------------------------
 
 TEST_F(ZProperties, ObserversAreToldOfChanges)
