@@ -1,6 +1,7 @@
 // ZHashMap: maps of entries; an entry is one object whose own hash() and equals() are the key.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray,
+// ZHashKeyMap.
 //
 // What is looked up is given as a probe: any object that equals the stored entry and hashes alike.
 // Ownership is fixed at construction, as with lists: an owning map stores clones and deletes what
