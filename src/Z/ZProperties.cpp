@@ -803,12 +803,12 @@ void ZProperties_6_0::store(char const* path)
         }
         change.path = companion;
         if (packed.getLength() > 0) {
-            change.change = ZStoreFile::Companion::write;
+            change.change = ZStoreFile::Companion::written;
             change.contents = viewOf(packed);
         } else if (!companion.empty()) {
             // Only what certainly is this file's companion is removed.
             if (file.isOwnCompanion(companion) && file.mayName(companion) == 0)
-                change.change = ZStoreFile::Companion::remove;
+                change.change = ZStoreFile::Companion::removed;
             source = Rep::nameCompanion(*this, nullptr, edited);
         }
 

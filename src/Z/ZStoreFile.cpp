@@ -483,7 +483,7 @@ void ZStoreFile::Writer::raise() const
 
 void ZStoreFile::Writer::commit()
 {
-    if (companion_.change != Companion::keep) {
+    if (companion_.change != Companion::kept) {
         std::string const& path = companion_.path;
         ZSharedFile shared;
         int error = shared.open(path.c_str(), O_RDONLY, 0);
@@ -506,7 +506,7 @@ void ZStoreFile::Writer::commit()
     }
 
     try {
-        bool const writes = companion_.change == Companion::write;
+        bool const writes = companion_.change == Companion::written;
         if (writeJournal() == 0 && reserve() == 0 &&
             (!writes || prepareCompanion(companion_.contents) == 0) && writeText() == 0 &&
             moveCompanion() == 0 && removeJournal() == 0)
@@ -522,7 +522,7 @@ void ZStoreFile::Writer::commit()
 void ZStoreFile::Writer::finish()
 {
     journalled_ = true;
-    bool const writes = companion_.change == Companion::write;
+    bool const writes = companion_.change == Companion::written;
     if (reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
         writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0)
         return;
@@ -536,9 +536,9 @@ int ZStoreFile::Writer::writeJournal()
     Journal journal;
     journal.oldText = viewOf(file_.main_);
     journal.newText = text_;
-    if (companion_.change != Companion::keep) {
+    if (companion_.change != Companion::kept) {
         journal.companion = companion_.path;
-        journal.newIsNone = companion_.change == Companion::remove;
+        journal.newIsNone = companion_.change == Companion::removed;
         journal.newCompanion = journal.newIsNone ? View() : companion_.contents;
         journal.oldIsNone = !hadCompanion_;
         journal.oldLength = oldCompanion_.length();
@@ -640,13 +640,13 @@ int ZStoreFile::Writer::writeText()
 
 int ZStoreFile::Writer::moveCompanion()
 {
-    if (companion_.change == Companion::keep)
+    if (companion_.change == Companion::kept)
         return 0;
     std::string const& path = companion_.path;
     companionTouched_ = true;
     if (inPlace_)
         return writeCompanionInPlace(companion_.contents);
-    if (companion_.change == Companion::remove) {
+    if (companion_.change == Companion::removed) {
         if (int const error = removeFile(path))
             return failed("unlink()", path, error);
     } else if (rename(newCompanion_.c_str(), path.c_str()) != 0) {
@@ -872,9 +872,9 @@ void ZStoreFile::pick(Use use)
         companion.path = journal->companion;
         companion.contents = journal->newCompanion;
         if (!companion.path.empty() && !journal->newIsNone)
-            companion.change = Companion::write;
+            companion.change = Companion::written;
         else if (!companion.path.empty() && isOwnCompanion(companion.path))
-            companion.change = Companion::remove;
+            companion.change = Companion::removed;
         SizeSignalGuard const noSignal;
         Writer(*this, journal->newText, companion).finish();
         if (int const error = readAll(fd_, main_))
@@ -989,7 +989,7 @@ int ZStoreFile::mayName(std::string const& name) const
 void ZStoreFile::commit(View text, Companion const& companion)
 {
     SizeSignalGuard const noSignal;
-    if (companion.change != Companion::keep)
+    if (companion.change != Companion::kept)
         if (int const error = mayName(companion.path))
             throw Failure{companion.path, "access()", error};
     Writer(*this, text, companion).commit();

@@ -84,7 +84,7 @@ public:
 
     // What a store does with the companion file.
     struct Companion {
-        enum Change { keep, write, remove } change = keep;
+        enum Change { kept, written, removed } change = kept;
         std::string path;
         View contents;  // to write
     };

@@ -243,9 +243,9 @@ protected:
         companion.path = companion_;
         companion.contents = viewOf(pair.companion);
         if (!pair.companion.empty())
-            companion.change = ZStoreFile::Companion::write;
+            companion.change = ZStoreFile::Companion::written;
         else if (hadCompanion)
-            companion.change = ZStoreFile::Companion::remove;
+            companion.change = ZStoreFile::Companion::removed;
         return companion;
     }
 
