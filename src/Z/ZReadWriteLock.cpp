@@ -1,6 +1,5 @@
 #include "ZReadWriteLock.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 
 #include <exception>
@@ -287,8 +286,6 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
             lock_.unlock(0);
             throw;
         }
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         if (std::uncaught_exceptions() == 0)
             throw;
