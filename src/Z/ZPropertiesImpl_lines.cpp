@@ -586,7 +586,7 @@ void Store::addStanzaLine(View name)
     reserveFor(name, View(), View());
     if (known != 0)
         removeDormant(known);
-    appendHead(wakeCategory(name));
+    appendHead(wakeCategory(name, hashOf(name)));
 }
 
 void Store::addLine(View categoryName, View name, View value, Kind kind)
@@ -608,7 +608,7 @@ void Store::addLine(View categoryName, View name, View value, Kind kind)
 void Store::deleteLine(View categoryName, View name)
 {
     Id const category = findCategory(categoryName);
-    Id const key = category == 0 ? 0 : findKey(category, name, hashOf(name, category));
+    Id const key = category == 0 ? 0 : findKey(category, name);
     if (key == 0)
         return;
     bool const hasLine = keys_[key].line != 0;
@@ -642,7 +642,7 @@ Id Store::reserveKeyLine(View categoryName, View name)
     Category const& category = categories_[id];
     if (!category.isLive || category.comments == 0 || category.tree != 0)
         return id;
-    Id const key = findKey(id, name, hashOf(name, id));
+    Id const key = findKey(id, name);
     if (key == 0 || keys_[key].line == 0)
         indexSection(id);
     return id;
@@ -708,13 +708,11 @@ void Store::addLineComment(View categoryName, View name, View comment)
     reserveKeyLine(categoryName, name);
     reserveComments(pieces, 4, size_t{categoryName.length} + name.length + 3);
     Id category = findCategory(categoryName);
-    Id key = category == 0 || !categories_[category].isLive
-                 ? 0
-                 : findKey(category, name, hashOf(name, category));
+    Id key = category == 0 || !categories_[category].isLive ? 0 : findKey(category, name);
     if (key == 0 || !keys_[key].isLive) {
         addLine(categoryName, name, View(), plain);
         category = findCategory(categoryName);
-        key = findKey(category, name, hashOf(name, category));
+        key = findKey(category, name);
     } else if (keys_[key].line == 0) {
         makeKeyLine(key);
     }
@@ -745,41 +743,72 @@ void Reader::adopt(Arena::Block& block, size_t bytes)
     isAdopted_ = true;
 }
 
-void Reader::expect(size_t lines)
+void Reader::reserve(Expected const& lines)
 {
-    store_.lines_.reserve(lines);
-    store_.keys_.reserve(lines);
-    store_.keyIndex_.reserve(lines);
+    store_.categories_.reserve(lines.heads);
+    store_.categoryIndex_.reserve(lines.heads);
+    store_.keys_.reserve(lines.keys);
+    store_.keyIndex_.reserve(lines.keys);
+    store_.comments_.reserve(lines.comments);
+    store_.lines_.reserve(lines.heads + lines.keys + lines.comments + lines.blanks);
 }
 
-bool Reader::addHead(View name)
+void Reader::enterFirst()
 {
-    while (count_ != 0)
-        enterFirst();
+    Waiting const line = waiting_[first_];
+    first_ = (first_ + 1) % kMostWaiting;
+    --count_;
+    if (repetition_.lineNumber != 0)
+        return;
+    switch (line.kind) {
+        case headLine:
+            enterHead(line);
+            break;
+        case keyLine:
+            enterKey(line);
+            break;
+        case commentLine:
+            enterComment(line);
+            break;
+        default:
+            store_.lines_.reserve(1);
+            append(blankLine, 0);
+            break;
+    }
+}
+
+void Reader::enterHead(Waiting const& line)
+{
     Store& store = store_;
-    uint32_t const hash = hashOf(name, 0);
-    Id const known = store.findCategory(name);
-    if (known != 0 && store.categories_[known].isLive)
-        return false;
+    Id const known = store.findCategory(line.text, line.hash);
+    if (known != 0 && store.categories_[known].isLive) {
+        repetition_ = {line.text, line.lineNumber};
+        return;
+    }
     store.categories_.reserve(1);
     store.categoryIndex_.reserve(1);
     store.lines_.reserve(1);
 
     // A dormant category of that name stays aside until all is read.
-    Id const id = store.categories_.make();
-    if (known == 0)
-        store.categoryIndex_.add(hash, id);
-    else
-        store.categoryIndex_.replace(hash, known, id);
-    Category& category = store.categories_[id];
-    category.name = name.chars;
-    category.nameLength = name.length;
-    category.replaced = known;
+    if (known != 0)
+        store.categoryIndex_.remove(line.hash, known);
+    Id const id = store.newCategory(line.text, line.hash);
+    store.categories_[id].replaced = known;
+    store.categories_[id].head = append(headLine, id);
     store.enlist(id);
-    category.head = append(headLine, id);
     store.enlistHead(id);
     category_ = id;
-    return true;
+}
+
+void Reader::enterComment(Waiting const& line)
+{
+    Store& store = store_;
+    store.lines_.reserve(1);
+    Id const comment = store.comments_.make();
+    store.comments_[comment] = {line.text.chars, line.text.length, 0};
+    append(commentLine, comment);
+    if (store.lastHead_ != 0)
+        ++store.categories_[store.lastHead_].comments;
 }
 
 // Appends a line. Needs room for it.
@@ -794,32 +823,6 @@ Id Reader::append(LineKind kind, Id of)
     (store.lastLine_ == 0 ? store.firstLine_ : store.lines_[store.lastLine_].next) = id;
     store.lastLine_ = id;
     return id;
-}
-
-void Reader::enterFirst()
-{
-    Waiting const line = waiting_[first_];
-    first_ = (first_ + 1) % kMostWaiting;
-    --count_;
-    Store& store = store_;
-    switch (line.kind) {
-        case keyLine:
-            enterKey(line);
-            break;
-        case commentLine: {
-            store.lines_.reserve(1);
-            Id const comment = store.comments_.make();
-            store.comments_[comment] = {line.text.chars, line.text.length, 0};
-            append(commentLine, comment);
-            if (store.lastHead_ != 0)
-                ++store.categories_[store.lastHead_].comments;
-            break;
-        }
-        default:
-            store.lines_.reserve(1);
-            append(blankLine, 0);
-            break;
-    }
 }
 
 void Reader::enterKey(Waiting const& line)
@@ -845,8 +848,7 @@ void Reader::enterKey(Waiting const& line)
 
 void Reader::finish()
 {
-    while (count_ != 0)
-        enterFirst();
+    flush();
     isDone_ = true;
     Store& store = store_;
     Id stop = lastHead_;
@@ -869,14 +871,14 @@ void Reader::undo()
     Store& store = store_;
     while (store.lastHead_ != lastHead_) {
         Id const id = store.lastHead_;
-        View const name = store.categories_[id].nameView();
+        uint32_t const hash = store.categories_[id].hash;
         Id const old = store.categories_[id].replaced;
         store.removeCategory(id);
         store.removeSection(id);
         if (old == 0)
-            store.categoryIndex_.remove(hashOf(name, 0), id);
+            store.categoryIndex_.remove(hash, id);
         else
-            store.categoryIndex_.replace(hashOf(name, 0), id, old);
+            store.categoryIndex_.replace(hash, id, old);
         store.categories_.free(id);
     }
     while (store.lastLine_ != lastLine_) {

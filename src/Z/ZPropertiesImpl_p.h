@@ -87,7 +87,7 @@ bool beginsWithPattern(View pattern, char const* text);
 
 // Hashes `text` under `salt`. A secret of the process goes into it: nobody can prepare a file whose
 // names fall together.
-uint32_t hashOf(View text, uint32_t salt);
+uint32_t hashOf(View text, uint32_t salt = 0);
 
 // ------------------------------------------------------------------------------------------------
 
@@ -411,6 +411,7 @@ struct KeyMore {
 struct Category {
     char const* name;
     uint32_t nameLength;
+    uint32_t hash;    // of the name; the hashes of its keys are salted with it
     uint32_t isLive;  // 0: dormant
     uint32_t keyCount;
     Id firstKey;  // in the order in which they came
@@ -534,10 +535,13 @@ public:
     Store& operator=(Store const&) = delete;
     ~Store();
 
-    // Categories, keys and values: ZPropertiesImpl_store.cpp.
+    // Categories, keys and values: ZPropertiesImpl_store.cpp. To find gives dormant ones too.
 
-    Id findCategory(View name) const;  // dormant ones too
-    Id findKey(Id category, View name, uint32_t hash) const;
+    Id findCategory(View name) const { return findCategory(name, hashOf(name)); }
+    Id findKey(Id category, View name) const
+    {
+        return findKey(category, name, hashOf(name, categories_[category].hash));
+    }
     Id liveCategory(char const* name) const;
     Id liveKey(char const* category, char const* key) const;
 
@@ -617,9 +621,11 @@ private:
 
     enum Place { elsewhere, inArena };  // where a text is
 
-    Id newCategory(View name);
+    Id findCategory(View name, uint32_t hash) const;
+    Id findKey(Id category, View name, uint32_t hash) const;
+    Id newCategory(View name, uint32_t hash);
     void enlist(Id category);
-    Id wakeCategory(View name, Place place = elsewhere);
+    Id wakeCategory(View name, uint32_t hash, Place place = elsewhere);
     Id wakeKey(Id category, View name, uint32_t hash, Place place = elsewhere);
     Id newKey(Id category, View name, uint32_t hash);
     void enlistKey(Id key);
@@ -785,7 +791,8 @@ private:
     size_t room_ = 0;
 };
 
-// Appends what a file holds to a store, and takes it out again unless finish() was called.
+// Appends what a file holds to a store, and takes it out again unless finish() was called. What
+// comes waits in a short queue, while the memory brings what finding it needs.
 class Reader {
 public:
     explicit Reader(Store& store);
@@ -796,7 +803,14 @@ public:
     // Takes over the text that the views point into, of which `bytes` are in use.
     void adopt(Arena::Block& block, size_t bytes);
 
-    void expect(size_t lines);  // makes room for about so many
+    // Makes room for about so many lines of each kind.
+    struct Expected {
+        size_t heads;
+        size_t keys;
+        size_t comments;
+        size_t blanks;
+    };
+    void reserve(Expected const& lines);
 
     // Returns a copy of a text that has no room for its terminator.
     View keep(View text)
@@ -808,25 +822,48 @@ public:
 
     void drop(View text) { store_.arena_.drop(text); }  // nothing will refer to it
 
-    bool addHead(View name);  // false, and nothing was done, when the category exists
-    void addComment(View text) { push({commentLine, 0, text, View()}); }
-    void addBlank() { push({blankLine, 0, View(), View()}); }
+    // A head that names a category that there is.
+    struct Repetition {
+        View name;
+        int lineNumber;  // 0: there is none
+    };
+
+    void addHead(View name, int lineNumber)
+    {
+        categoryHash_ = hashOf(name);
+        store_.categoryIndex_.prefetch(categoryHash_);
+        push({headLine, categoryHash_, name, View(), lineNumber});
+    }
+    void addComment(View text) { push({commentLine, 0, text, View(), 0}); }
+    void addBlank() { push({blankLine, 0, View(), View(), 0}); }
+
+    // Adds a key to the category of the last head; there must be one.
     void addKey(View name, View value)
     {
-        uint32_t const hash = hashOf(name, category_);
+        uint32_t const hash = hashOf(name, categoryHash_);
         store_.keyIndex_.prefetch(hash);
-        push({keyLine, hash, name, value});
+        push({keyLine, hash, name, value, 0});
     }
-    bool hasStanza() const { return category_ != 0; }
+
+    // Returns the first head that repeated another; what came behind it was ignored.
+    Repetition const& repetition() const { return repetition_; }
+
+    // Enters what waits.
+    void flush()
+    {
+        while (count_ != 0)
+            enterFirst();
+    }
+
     void finish();
 
 private:
-    // A line that waits until the memory has brought what finding its key needs.
     struct Waiting {
         LineKind kind;
         uint32_t hash;
-        View text;  // comment or key
+        View text;  // comment, category or key
         View value;
+        int lineNumber;
     };
     static constexpr unsigned kMostWaiting = 16;
 
@@ -837,15 +874,19 @@ private:
         waiting_[(first_ + count_++) % kMostWaiting] = line;
     }
     void enterFirst();
+    void enterHead(Waiting const& line);
     void enterKey(Waiting const& line);
+    void enterComment(Waiting const& line);
     Id append(LineKind kind, Id of);
     void undo();
 
     Store& store_;
-    Id category_ = 0;    // of the section that lines are appended to
-    Id const lastLine_;  // what was there before
+    uint32_t categoryHash_ = 0;  // of the last head that came
+    Id category_ = 0;            // of the last head that was entered
+    Id const lastLine_;          // what was there before
     Id const lastHead_;
     size_t kept_ = 0;  // bytes of copies
+    Repetition repetition_ = {View(), 0};
     bool isAdopted_ = false;
     bool isDone_ = false;
     unsigned first_ = 0;  // of those that wait

@@ -1,10 +1,7 @@
-// Memory, look-up and values of a cache.
+// Categories, keys and values of a cache.
 
 #include <stdlib.h>
-#include <sys/random.h>
-#include <time.h>
-
-#include <atomic>
+#include <string.h>
 
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
@@ -13,70 +10,9 @@ namespace cache {
 
 namespace {
 
-constexpr char kSource[] = "src/Z/ZPropertiesImpl";
-
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInAllocate = 61 };
-
-constexpr size_t kFirstChunk = 512;        // room for texts that are set one by one,
-constexpr size_t kLargestChunk = 1 << 20;  // doubled from chunk to chunk
 constexpr size_t kWorthTidying = 1 << 16;  // dead bytes
 
 constexpr unsigned kBuckets = 15;  // of the maps whose order callers see
-
-// Two secret numbers of the process.
-struct Secret {
-    uint64_t one;
-    uint64_t two;
-};
-
-Secret secret()
-{
-    static std::atomic<uint64_t> one;
-    static std::atomic<uint64_t> two;
-    uint64_t first = one.load(std::memory_order_acquire);
-    if (first == 0) {
-        uint64_t drawn[2];
-        if (getrandom(drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
-            // Without random bytes, where things lie and the time must do.
-            timespec now = {};
-            clock_gettime(CLOCK_MONOTONIC, &now);
-            drawn[0] = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
-            drawn[1] = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
-                       static_cast<uint64_t>(now.tv_sec);
-        }
-        // `two` goes first: who sees `one` sees both. Whoever draws first decides.
-        uint64_t none = 0;
-        two.compare_exchange_strong(none, drawn[1] | 1);
-        none = 0;
-        one.compare_exchange_strong(none, drawn[0] | 1);
-        first = one.load();
-    }
-    return {first, two.load(std::memory_order_relaxed)};
-}
-
-__extension__ using Wide = unsigned __int128;
-
-uint64_t mix(uint64_t a, uint64_t b)
-{
-    Wide const product = static_cast<Wide>(a) * b;
-    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
-}
-
-uint64_t read8(char const* at)
-{
-    uint64_t word;
-    memcpy(&word, at, sizeof word);
-    return word;
-}
-
-uint64_t read4(char const* at)
-{
-    uint32_t word;
-    memcpy(&word, at, sizeof word);
-    return word;
-}
 
 // The hash that string objects have: the order of the maps comes from it.
 uint32_t visibleHash(View name)
@@ -88,205 +24,6 @@ uint32_t visibleHash(View name)
 }
 
 }  // namespace
-
-void raiseOutOfMemory()
-{
-    ZOutOfMemoryException_6_0().throwException(kSource, raiseInAllocate);
-}
-
-void* reallocate(void* block, size_t size)
-{
-    void* const moved = realloc(block, size);
-    if (moved == nullptr)
-        raiseOutOfMemory();
-    return moved;
-}
-
-View View::of(char const* text)
-{
-    if (text == nullptr)
-        return {};
-    size_t const length = strlen(text);
-    if (length > kLongestText)
-        raiseOutOfMemory();
-    return {text, length};
-}
-
-uint32_t hashOf(View text, uint32_t salt)
-{
-    Secret const key = secret();
-    char const* at = text.chars;
-    size_t left = text.length;
-    uint64_t state = mix(key.one ^ salt, key.two);
-    for (; left > 16; left -= 16, at += 16)
-        state = mix(read8(at) ^ key.one, read8(at + 8) ^ state);
-    // The last 16 bytes, or what there is of them, make two words.
-    uint64_t low = 0;
-    uint64_t high = 0;
-    if (left >= 8) {
-        low = read8(at);
-        high = read8(at + left - 8);
-    } else if (left >= 4) {
-        low = read4(at);
-        high = read4(at + left - 4);
-    } else if (left > 0) {
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(at);
-        low = static_cast<uint64_t>(bytes[0]) << 16 | static_cast<uint64_t>(bytes[left / 2]) << 8 |
-              bytes[left - 1];
-    }
-    return static_cast<uint32_t>(mix(low ^ key.one ^ text.length, mix(high ^ state, key.two)) >>
-                                 32);
-}
-
-// --- Index
-
-void Index::copy(Index const& other)
-{
-    if (other.size_ == 0)
-        return;
-    slots_ = static_cast<Slot*>(reallocate(nullptr, other.size_ * sizeof(Slot)));
-    memcpy(slots_, other.slots_, other.size_ * sizeof(Slot));
-    size_ = other.size_;
-    count_ = other.count_;
-    most_ = other.most_;
-}
-
-void Index::put(Slot* slots, size_t size, size_t at, Slot slot)
-{
-    while (slots[at].id != 0)
-        at = at + 1 == size ? 0 : at + 1;
-    slots[at] = slot;
-}
-
-void Index::add(uint32_t hash, Id id)
-{
-    reserve(1);
-    put(slots_, size_, home(hash), {hash, id});
-    ++count_;
-}
-
-size_t Index::find(uint32_t hash, Id id) const
-{
-    size_t at = home(hash);
-    while (slots_[at].id != id)
-        at = next(at);
-    return at;
-}
-
-void Index::remove(uint32_t hash, Id id)
-{
-    size_t gap = find(hash, id);
-    // What follows moves up into the gap, unless its search begins behind the gap.
-    for (size_t at = next(gap); slots_[at].id != 0; at = next(at)) {
-        size_t const begin = home(slots_[at].hash);
-        bool const beginsBehind =
-            gap < at ? gap < begin && begin <= at : gap < begin || begin <= at;
-        if (!beginsBehind) {
-            slots_[gap] = slots_[at];
-            gap = at;
-        }
-    }
-    slots_[gap].id = 0;
-    --count_;
-}
-
-void Index::grow(size_t count)
-{
-    size_t const needed = (count_ + count) * 8 / 5 + 1;  // at most five of eight in use
-    size_t const size = needed > size_ * 2 ? needed : size_ * 2;
-    size_t const wished = size < 8 ? 8 : size;
-    auto* const slots = static_cast<Slot*>(calloc(wished, sizeof(Slot)));
-    if (slots == nullptr)
-        raiseOutOfMemory();
-    for (size_t i = 0; i < size_; ++i) {
-        Slot const slot = slots_[i];
-        if (slot.id != 0)
-            put(slots, wished,
-                static_cast<size_t>((static_cast<uint64_t>(slot.hash) * wished) >> 32), slot);
-    }
-    free(slots_);
-    slots_ = slots;
-    size_ = wished;
-    most_ = wished * 7 / 10;
-}
-
-void Index::swap(Index& other)
-{
-    std::swap(slots_, other.slots_);
-    std::swap(size_, other.size_);
-    std::swap(count_, other.count_);
-    std::swap(most_, other.most_);
-}
-
-// --- Arena
-
-void Arena::Block::setRoom(size_t room)
-{
-    chunk_ = static_cast<Chunk*>(reallocate(chunk_, sizeof(Chunk) + room));
-    chunk_->size = room;
-    room_ = room;
-}
-
-void Arena::addChunk(size_t bytes)
-{
-    size_t size = chunks_ == nullptr ? kFirstChunk : bytes_;
-    size = size > kLargestChunk ? kLargestChunk : size;
-    size = size < bytes ? bytes : size;
-    auto* const chunk = static_cast<Chunk*>(reallocate(nullptr, sizeof(Chunk) + size));
-    chunk->next = chunks_;
-    chunk->size = size;
-    chunks_ = chunk;
-    dead_ += static_cast<size_t>(end_ - next_);  // what is left of the last one
-    next_ = reinterpret_cast<char*>(chunk + 1);
-    end_ = next_ + size;
-    bytes_ += size;
-}
-
-void Arena::adopt(Block& block, size_t bytes)
-{
-    adopted_ = block.chunk_;
-    adopted_->next = chunks_;
-    adopted_->size = bytes;
-    chunks_ = adopted_;
-    bytes_ += bytes;
-    deadBefore_ = dead_;
-    block.chunk_ = nullptr;
-    block.room_ = 0;
-}
-
-void Arena::dropAdopted(size_t dead)
-{
-    for (Chunk** at = &chunks_; *at != nullptr; at = &(*at)->next) {
-        if (*at == adopted_) {
-            *at = adopted_->next;
-            bytes_ -= adopted_->size;
-            free(adopted_);
-            break;
-        }
-    }
-    adopted_ = nullptr;
-    dead_ = deadBefore_ + dead;
-}
-
-void Arena::clear()
-{
-    while (chunks_ != nullptr)
-        free(std::exchange(chunks_, chunks_->next));
-    next_ = end_ = nullptr;
-    bytes_ = dead_ = 0;
-    adopted_ = nullptr;
-}
-
-void Arena::swap(Arena& other)
-{
-    std::swap(chunks_, other.chunks_);
-    std::swap(next_, other.next_);
-    std::swap(end_, other.end_);
-    std::swap(bytes_, other.bytes_);
-    std::swap(dead_, other.dead_);
-    std::swap(adopted_, other.adopted_);
-    std::swap(deadBefore_, other.deadBefore_);
-}
 
 // --- MapOrder
 
@@ -498,10 +235,9 @@ void Store::tidy()
 
 // --- Store: look-up
 
-Id Store::findCategory(View name) const
+Id Store::findCategory(View name, uint32_t hash) const
 {
-    return categoryIndex_.find(hashOf(name, 0),
-                               [&](Id id) { return categories_[id].nameView().is(name); });
+    return categoryIndex_.find(hash, [&](Id id) { return categories_[id].nameView().is(name); });
 }
 
 Id Store::findKey(Id category, View name, uint32_t hash) const
@@ -521,11 +257,15 @@ Id Store::liveCategory(char const* name) const
 
 Id Store::liveKey(char const* categoryName, char const* name) const
 {
-    Id const category = liveCategory(categoryName);
-    if (category == 0 || name == nullptr)
+    if (categoryName == nullptr || name == nullptr)
         return 0;
+    // The table of the keys alone will do: a key leads to its category.
+    View const category(categoryName, strlen(categoryName));
     View const view(name, strlen(name));
-    Id const key = findKey(category, view, hashOf(view, category));
+    Id const key = keyIndex_.find(hashOf(view, hashOf(category)), [&](Id id) {
+        return keys_[id].nameView().is(view) &&
+               categories_[keys_[id].category].nameView().is(category);
+    });
     return key != 0 && keys_[key].isLive ? key : 0;
 }
 
@@ -573,12 +313,13 @@ void Store::reserveFor(View category, View key, View value)
 }
 
 // Makes a dormant category of a name in the arena.
-Id Store::newCategory(View name)
+Id Store::newCategory(View name, uint32_t hash)
 {
     Id const id = categories_.make();
     categories_[id].name = name.chars;
     categories_[id].nameLength = name.length;
-    categoryIndex_.add(hashOf(name, 0), id);
+    categories_[id].hash = hash;
+    categoryIndex_.add(hash, id);
     return id;
 }
 
@@ -595,11 +336,11 @@ void Store::enlist(Id id)
 }
 
 // Finds the category, wakes it, or makes it. A name in the arena is kept where it is.
-Id Store::wakeCategory(View name, Place place)
+Id Store::wakeCategory(View name, uint32_t hash, Place place)
 {
-    Id id = findCategory(name);
+    Id id = findCategory(name, hash);
     if (id == 0)
-        id = newCategory(place == inArena ? name : arena_.add(name));
+        id = newCategory(place == inArena ? name : arena_.add(name), hash);
     else if (place == inArena)
         arena_.drop(name);
     if (!categories_[id].isLive)
@@ -731,8 +472,9 @@ void Store::removeItem(Id key)
 
 void Store::add(View category, View key, View value, Kind kind)
 {
-    Id const known = findCategory(category);
-    uint32_t const hash = hashOf(key, known);
+    uint32_t const categoryHash = hashOf(category);
+    uint32_t const hash = hashOf(key, categoryHash);
+    Id const known = findCategory(category, categoryHash);
     Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
     if (old != 0 && more(old) != nullptr && more(old)->lists[kind] != nullptr) {
         if (!value.isEmpty()) {
@@ -745,10 +487,10 @@ void Store::add(View category, View key, View value, Kind kind)
         return;
     }
     reserveFor(category, key, value);
-    Id const id = wakeCategory(category);
+    Id const id = wakeCategory(category, categoryHash);
     if (key.isEmpty())
         return;
-    Id const keyId = wakeKey(id, key, known == id ? hash : hashOf(key, id));
+    Id const keyId = wakeKey(id, key, hash);
     if (value.isEmpty())
         return;
     appendText(keyId, arena_.add(value), kind);
@@ -758,8 +500,9 @@ void Store::add(View category, View key, View value, Kind kind)
 
 Id Store::set(View category, View key, View value, Kind kind)
 {
-    Id const known = findCategory(category);
-    uint32_t const hash = hashOf(key, known);
+    uint32_t const categoryHash = hashOf(category);
+    uint32_t const hash = hashOf(key, categoryHash);
+    Id const known = findCategory(category, categoryHash);
     Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
     ZArrayList_6_0* const list =
         old == 0 || more(old) == nullptr ? nullptr : more(old)->lists[kind];
@@ -767,10 +510,10 @@ Id Store::set(View category, View key, View value, Kind kind)
     if (list != nullptr && !value.isEmpty())
         string.make(value);
     reserveFor(category, key, value);
-    Id const id = wakeCategory(category);
+    Id const id = wakeCategory(category, categoryHash);
     if (key.isEmpty())
         return 0;
-    Id const keyId = wakeKey(id, key, known == id ? hash : hashOf(key, id));
+    Id const keyId = wakeKey(id, key, hash);
     // The value may be one of those that go.
     View const kept = list != nullptr || value.isEmpty() ? View() : arena_.add(value);
     dropValues(keyId, obfuscated);
@@ -800,7 +543,7 @@ void Store::unlinkKey(Id id)
 
 void Store::freeKey(Id id)
 {
-    keyIndex_.remove(hashOf(keys_[id].nameView(), keys_[id].category), id);
+    keyIndex_.remove(hashOf(keys_[id].nameView(), categories_[keys_[id].category].hash), id);
     arena_.drop(keys_[id].nameView());
     keys_.free(id);
 }
@@ -839,7 +582,7 @@ void Store::dropCategoryMore(Id id)
 
 void Store::freeCategory(Id id)
 {
-    categoryIndex_.remove(hashOf(categories_[id].nameView(), 0), id);
+    categoryIndex_.remove(categories_[id].hash, id);
     arena_.drop(categories_[id].nameView());
     categories_.free(id);
 }
@@ -977,8 +720,7 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     // Lists that callers know come first: adding to them may raise.
     auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
         Id const category = findCategory(record.category);
-        Id const key =
-            category == 0 ? 0 : findKey(category, record.key, hashOf(record.key, category));
+        Id const key = category == 0 ? 0 : findKey(category, record.key);
         return key == 0 || more(key) == nullptr || record.value.isEmpty()
                    ? nullptr
                    : more(key)->lists[obfuscated];
@@ -1011,10 +753,11 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
         ObfuscatedRecord const record(at);
         bool const isInList = listOf(record) != nullptr;
         arena_.drop(View());
-        Id const category = wakeCategory(record.category, inArena);
+        uint32_t const hash = hashOf(record.category);
+        Id const category = wakeCategory(record.category, hash, inArena);
         Id const key = record.key.isEmpty()
                            ? 0
-                           : wakeKey(category, record.key, hashOf(record.key, category), inArena);
+                           : wakeKey(category, record.key, hashOf(record.key, hash), inArena);
         if (key == 0 || isInList || record.value.isEmpty())
             arena_.drop(record.value);
         else

@@ -115,18 +115,31 @@ private:
     size_t number_ = 0;  // of the line, counted from 1
 };
 
-size_t countLines(char const* text, size_t length)
+// Counts the lines of each kind by their first bytes: near enough to know what room they need.
+Reader::Expected expect(char const* text, size_t length)
 {
-    size_t lines = 0;
+    Reader::Expected expected = {};
     char const* const end = text + length;
-    for (char const* at = text; at != end; ++lines) {
+    for (char const* at = text; at != end;) {
+        switch (*at) {
+            case '[':
+                ++expected.heads;
+                break;
+            case '#':
+                ++expected.comments;
+                break;
+            case '\n':
+                ++expected.blanks;
+                break;
+            default:
+                ++expected.keys;
+                break;
+        }
         auto const* const feed =
             static_cast<char const*>(memchr(at, '\n', static_cast<size_t>(end - at)));
-        if (feed == nullptr)
-            return lines + 1;
-        at = feed + 1;
+        at = feed == nullptr ? end : feed + 1;
     }
-    return lines;
+    return expected;
 }
 
 // Parses a text into a store; what went in goes out again unless finish() was called.
@@ -144,7 +157,10 @@ public:
         char* const text = block.chars();
         text[length] = '\0';
         reader_.adopt(block, length + 1);
-        reader_.expect(countLines(text, length));
+        Reader::Expected expected = expect(text, length);
+        if (!keepsComments_)
+            expected.comments = expected.blanks = 0;
+        reader_.reserve(expected);
         LineCutter lines(text, length);
         for (char* line; lines.next(line, length);) {
             number_ = lines.number();
@@ -157,6 +173,8 @@ public:
             line[length] = '\0';
             takeLine(line, length);
         }
+        reader_.flush();
+        refuseRepetition();
     }
 
     // Returns the name of the companion file, if the text has one; owned by the caller.
@@ -198,17 +216,15 @@ private:
             refuse(line);
         View const name(line + 1, static_cast<size_t>(end - line) - 1);
         *end = '\0';  // what follows it is ignored
-        if (!reader_.addHead(name)) {
-            *end = ']';
-            refuse(line);
-        }
+        reader_.addHead(name, number_);
+        hasStanza_ = true;
         namesCompanion_ = name.is(View::of(kCompanionCategory));
     }
 
     void takeKey(char* line, size_t length)
     {
         auto* const sign = static_cast<char*>(memchr(line, '=', length));
-        if (sign == nullptr || sign == line || !reader_.hasStanza())
+        if (sign == nullptr || sign == line || !hasStanza_)
             refuse(line);
         char* end = sign;
         while (spaces_.has(end[-1]))
@@ -224,9 +240,24 @@ private:
             companion_ = text;
     }
 
-    [[noreturn]] void refuse(char const* line) const
+    [[noreturn]] void refuse(char const* line)
     {
+        reader_.flush();
+        refuseRepetition();
         ZPropertiesInvalidDataException_6_0(path_, line, number_)
+            .throwException(kSource, raiseAtLine);
+    }
+
+    // Refuses the first head, if any, that names a stanza that there is.
+    void refuseRepetition()
+    {
+        Reader::Repetition const& repetition = reader_.repetition();
+        if (repetition.lineNumber == 0)
+            return;
+        // A zero byte was put into the line behind the name.
+        auto* const name = const_cast<char*>(repetition.name.chars);
+        name[repetition.name.length] = ']';
+        ZPropertiesInvalidDataException_6_0(path_, name - 1, repetition.lineNumber)
             .throwException(kSource, raiseAtLine);
     }
 
@@ -234,6 +265,7 @@ private:
     Reader reader_;
     Spaces const spaces_;
     bool const keepsComments_;
+    bool hasStanza_ = false;
     bool namesCompanion_ = false;  // the current stanza does, with one of its keys
     int number_ = 0;               // of the current line
     View companion_ = {nullptr, 0};
@@ -407,6 +439,8 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
         if (length != kNoRoom || room == most)
             break;
     }
+    if (length == kNoMemory)
+        cache::raiseOutOfMemory();
     if (length < 0)
         refusal.throwException(kSource, raiseInUnpack);
     if (length == 0)
