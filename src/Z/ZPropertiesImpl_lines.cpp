@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 
 namespace cache {
@@ -745,12 +746,16 @@ void Reader::adopt(Arena::Block& block, size_t bytes)
 
 void Reader::reserve(Expected const& lines)
 {
-    store_.categories_.reserve(lines.heads);
-    store_.categoryIndex_.reserve(lines.heads);
-    store_.keys_.reserve(lines.keys);
-    store_.keyIndex_.reserve(lines.keys);
-    store_.comments_.reserve(lines.comments);
-    store_.lines_.reserve(lines.heads + lines.keys + lines.comments + lines.blanks);
+    try {
+        store_.categories_.reserve(lines.heads);
+        store_.categoryIndex_.reserve(lines.heads);
+        store_.keys_.reserve(lines.keys);
+        store_.keyIndex_.reserve(lines.keys);
+        store_.comments_.reserve(lines.comments);
+        store_.lines_.reserve(lines.heads + lines.keys + lines.comments + lines.blanks);
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        // What looks like so many lines need not be: room is made as they come.
+    }
 }
 
 void Reader::enterFirst()
