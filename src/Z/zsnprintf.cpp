@@ -35,6 +35,9 @@ struct Letter {
 
 constexpr int8_t kNoType = -1;
 
+// KEPT: a length does nothing to a text, a pointer or a percent sign, where the platform takes wide
+// characters for l. Wide text has letters of its own here.
+// Test: zsnprintf.KeepsLengthsWithoutEffectOnTexts
 constexpr Letter kLetters[] = {
     {'\0', {kNoType, kNoType, kNoType, kNoType}, 0},  // what is no letter
     {'%', {19, 19, 19, 19}, zprintfNoArgument},
@@ -122,7 +125,10 @@ bool readStar(char const*& at, uint32_t positionalFlag, int32_t& number, uint32_
     return true;
 }
 
-// Reads the flags at `at`. A 0 behind a 0 begins the width.
+// Reads the flags at `at`.
+//
+// KEPT: a 0 behind a 0 begins the width instead of being a flag once more, so that no other flag
+// may follow it. Test: zsnprintf.KeepsASecondZeroAsTheWidth
 char const* readFlags(char const* at, uint32_t& flags)
 {
     for (;; ++at) {

@@ -155,7 +155,8 @@ void get_render_params(ZPrintfConversion_6_0 const* conversion,
 /// codes   the length of the complete text; -1 as parse and render give it. A format that parse
 ///         refuses leaves `buf` untouched.
 /// kept    zero padding stands before the sign (%05d of -42 gives 00-42); # with a hexadecimal 0
-///         gives 0x0; signs and grouping do nothing for unsigned and for integers.
+///         gives 0x0; behind a left-justified %p the padding is zeros; grouping does nothing for
+///         integers nor a sign flag for unsigned ones; a null text is empty.
 int zsnprintf_6_0(char* buf, int size, char const* format, ...);
 
 /// Formats as zsnprintf_6_0 does, from an argument list.

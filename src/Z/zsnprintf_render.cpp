@@ -25,6 +25,8 @@ struct Padding {
     int64_t after;
 };
 
+// KEPT: a negative width from an argument pads nothing, where the platform justifies to the left;
+// doubles alone do as the platform. Test: zsnprintf.KeepsANegativeWidthWithoutEffectExceptOnDoubles
 Padding paddingFor(ZPrintfConversion_6_0 const& conversion, int width, int64_t length)
 {
     int64_t const pad = std::max<int64_t>(width - length, 0);
@@ -176,6 +178,8 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
 {
     if (conversion.type == zprintfWideString)
         return renderWideString(codeset, conversion, arguments, out, room);
+    // KEPT: a null text is empty, with nothing shown in its place; reports rely on it.
+    // Test: zsnprintf.KeepsANullTextEmpty
     char const* const given =
         static_cast<char const*>(arguments[conversion.argIndex].value.pointer);
     char const* const text = given != nullptr ? given : "";
@@ -197,6 +201,9 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
 }
 
 // The flags under which an integer is more than its digits and a minus sign.
+//
+// KEPT: the ' flag is none of them, and an unsigned number takes no sign: what reads our output
+// does not expect either. Test: zsnprintf.KeepsSignsAndGroupingWithoutEffectOnIntegers
 constexpr uint32_t kShapesInteger =
     zprintfAlternate | zprintfBlank | zprintfPlus | kHasWidth | kHasPrecision;
 

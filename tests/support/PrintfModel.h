@@ -219,7 +219,8 @@ int withArguments(std::vector<Value> const& values, Print print)
 {
     static char out[1 << 16];
     int const length = withArguments(values, [&](auto... arguments) {
-        return snprintf(out, sizeof out, format.c_str(), arguments...);
+        // One argument more than the format asks for does no harm; none at all is warned about.
+        return snprintf(out, sizeof out, format.c_str(), arguments..., 0);
     });
     if (length < 0 || length >= static_cast<int>(sizeof out)) {
         std::fprintf(stderr, "the platform refuses \"%s\"\n", format.c_str());

@@ -156,7 +156,7 @@ TEST(zsnprintf, WritesEachConversion)
     EXPECT_EQ("100% of key=42", text("%d%% of %s=%ld", 100, "key", 42L));
 }
 
-TEST(zsnprintf, KeepsTheWholeWidthOfTheMachinesTypes)
+TEST(zsnprintf, PrintsTheWholeWidthOfTheMachinesTypes)
 {
     long double const third = 1.0L / 3;
     char expected[64];
@@ -370,7 +370,7 @@ TEST(zsnprintf, RecordsArgumentNumbers)
     }
 }
 
-TEST(zsnprintf, KeepsArgumentsInTheirOwnWidth)
+TEST(zsnprintf, StoresArgumentsInTheirOwnWidth)
 {
     Parsed const parsed("%hd %hu %d %u %ld %lu %lld %llu %c", -1, -1, -1, -1, -1L, -1L, -1LL, -1LL,
                         0x141);
