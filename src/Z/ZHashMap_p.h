@@ -70,7 +70,7 @@ private:
         Place place;  // 0: the mark is free
     };
 
-    static constexpr uint32_t kLongChain = 8;
+    static constexpr uint32_t kLongChain = 4;
     static constexpr uint32_t kMostNodes = uint32_t{1} << 30;
 
     uint32_t bucketOf(uint32_t hash) const { return hash % bucketCount_; }
