@@ -2,6 +2,7 @@
 #include <Z/ZObject.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -89,8 +90,10 @@ TEST(ZObject, LivesInStorageOfTheCaller)
 
 TEST(ZObject, ReleasesWhatItAllocates)
 {
-    delete new ZObject_6_0;
-    delete[] new ZObject_6_0[3];
+    std::unique_ptr<ZObject_6_0> const one(new ZObject_6_0);
+    std::unique_ptr<ZObject_6_0[]> const several(new ZObject_6_0[3]);
+    EXPECT_NE(nullptr, one);
+    EXPECT_NE(nullptr, several);
 }
 
 TEST(ZObject, ExhaustedHeapIsAnException)
