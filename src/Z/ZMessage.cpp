@@ -124,8 +124,14 @@ public:
 private:
     void flush()
     {
-        if (used_ > 0)
-            fwrite(buffer_, 1, used_, stderr);
+        if (used_ == 0)
+            return;
+        // Writing is a cancellation point, and this may run in a destructor, out of which a
+        // cancellation ends the process: it waits until the report is out.
+        int before;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+        fwrite(buffer_, 1, used_, stderr);
+        pthread_setcancelstate(before, nullptr);
         used_ = 0;
     }
 

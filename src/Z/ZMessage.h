@@ -7,7 +7,7 @@
 // Ownership: an installed service stays the caller's and must live while it is installed.
 // Threads: the first use is safe from every thread; installing is a single pointer store, meant to
 // happen before threads report. Reports of several threads do not mix: each is one write, unless
-// it is longer than 4 KiB.
+// it is longer than 4 KiB. A thread that is being cancelled finishes its report first.
 #pragma once
 
 #include <stdarg.h>
