@@ -7,7 +7,7 @@
 // are kept as they are; what is a character is for the string's codeset to say.
 // Ownership: the text is the string's own; every argument is copied. Arguments may point into the
 // string's own text.
-// Failures: an operation that fails leaves the string as it was.
+// Failures: an operation that fails leaves the string as it was; readLine() keeps what it has read.
 // Threads: unsynchronised; callers serialise changes to one string.
 #pragma once
 
@@ -220,6 +220,7 @@ public:
     /// Reads up to the end of the line or of the stream; returns the stream.
     /// range   a line ends with a line feed, a carriage return or a zero byte, which is taken and
     ///         not stored: a carriage return with a line feed behind it gives an empty line next.
+    /// throws  ZOutOfMemoryException_6_0, and what the stream throws; what has been read stays.
     /// kept    a non-zero `skipWhite` turns the stream's skipws flag on, and it stays on.
     std::istream& readLine(std::istream& stream, int skipWhite);
 

@@ -5,8 +5,8 @@
 //
 // A character is a whole multibyte sequence of the string's codeset. Each is written into a string
 // that the caller supplies, so that a step allocates nothing.
-// Ownership: source and target are borrowed and must outlive the iterator. When the source has
-// changed, reset() comes before everything else.
+// Ownership: source and target, two strings, are borrowed and must outlive the iterator. When the
+// source has changed, reset() comes before everything else.
 // Threads: unsynchronised; an iterator belongs to one thread at a time, as do source and target.
 #pragma once
 

@@ -6,8 +6,8 @@
 // Delimiters are never handed out, several in a row give no empty tokens, and there is no quoting.
 // Each token is written into a string that the caller supplies. Delimiters may differ from call to
 // call.
-// Ownership: source and target are borrowed and must outlive the tokenizer, the delimiters are
-// copied. When the source has changed, reset() comes before everything else.
+// Ownership: source and target, two strings, are borrowed and must outlive the tokenizer, the
+// delimiters are copied. When the source has changed, reset() comes before everything else.
 // Threads: unsynchronised; a tokenizer belongs to one thread at a time, as do source and target.
 #pragma once
 
