@@ -458,6 +458,7 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
 void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
 {
     Store const& store = rep();
+    ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
     TextBuffer records;
     for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
         Id const key = store.item(id).key;
@@ -468,6 +469,8 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
             records.add("\0");
             records.add(value);
             records.add("\0\0");
+            if (records.length() - 1 > kMostUnpacked)
+                refusal.throwException(kSource, raiseInPack);
         });
     }
     if (records.length() == 0) {
@@ -475,9 +478,6 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
         return;
     }
     size_t const length = records.length() - 1;
-    ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
-    if (length > kMostUnpacked)
-        refusal.throwException(kSource, raiseInPack);
 
     ZSqueeze_6_0 squeeze;
     squeeze.setSource(

@@ -3,6 +3,7 @@
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl.h>
+#include <Z/ZSqueeze.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -355,4 +356,54 @@ TEST(ZPropertiesImplModel, LongRandomChangesGiveWhatTheModelGives)
         Sequence(seed + i).run(1500);
         ASSERT_FALSE(HasFailure());
     }
+}
+
+TEST(ZPropertiesImplModel, CompanionThatWouldBeRefusedIsNotWritten)
+{
+    // 17 values of 16 MiB are more than the 256 MiB that are read back.
+    ZSCFData_6_0 data;
+    data.setCompanionFile("/x/test.obf");
+    std::string const value(size_t{16} << 20, 'v');
+    for (int i = 0; i < 17; ++i)
+        data.add("stanza", "key", value.c_str(), 1);
+    ZBuffer_6_0 buffer("as it was");
+    try {
+        data.be_write_obfuscated(buffer);
+        ADD_FAILURE() << "written";
+    } catch (ZPropertiesInvalidDataException_6_0 const& e) {
+        EXPECT_EQ(44u, e.messageNumber());
+        EXPECT_STREQ("/x/test.obf", e.propFile().getChars());
+        EXPECT_EQ(0, e.badline());
+        EXPECT_STREQ("src/Z/ZPropertiesImpl", e.who());
+        EXPECT_EQ(95u, e.where());
+    }
+    EXPECT_STREQ("as it was", static_cast<char const*>(buffer.getBuffer()));
+    EXPECT_EQ(17, data.countValues("stanza", "key"));
+
+    // A little less is written and read back.
+    data.clear();
+    for (int i = 0; i < 3; ++i)
+        data.add("stanza", "key", value.c_str(), 1);
+    data.be_write_obfuscated(buffer);
+    ZSCFData_6_0 other;
+    other.be_read_obfuscated(buffer);
+    EXPECT_EQ(3, other.countValues("stanza", "key"));
+}
+
+TEST(ZPropertiesImplModel, CompanionThatExpandsWithoutEndIsRefused)
+{
+    // 300 MiB of zero bytes, packed into some 300 KiB.
+    std::vector<unsigned char> zeros(size_t{300} << 20);
+    ZBuffer_6_0 buffer;
+    buffer.setLength(1 << 20);
+    ZSqueeze_6_0 squeeze;
+    squeeze.setSource(zeros.data(), zeros.size());
+    int const length =
+        squeeze.squeeze(static_cast<unsigned char*>(buffer.getBuffer()), buffer.getLength());
+    ASSERT_GT(length, 0);
+    zeros = {};
+    buffer.setLength(static_cast<unsigned long>(length));
+    ZSCFData_6_0 data;
+    EXPECT_THROW(data.be_read_obfuscated(buffer), ZPropertiesInvalidDataException_6_0);
+    EXPECT_EQ(0, data.count());
 }
