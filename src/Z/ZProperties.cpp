@@ -164,7 +164,9 @@ void needStorable(char const* category, char const* key)
 
 void needStorableValue(char const* key, char const* value)
 {
-    if (ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
+    // An empty one leaves the key without values, and its line is "key =".
+    if (value != nullptr && *value != '\0' &&
+        ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 

@@ -281,12 +281,17 @@ void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
 {
     ZLCString_6_0 local;
     toLocal(value, local);
-    if (valueCount() > 0)
-        values()->add(static_cast<unsigned>(position_ + 1), &local);
-    else
+    // The store may have removed values since the last step: the current one, or all.
+    int const count = valueCount();
+    if (count > 0) {
+        int const next = position_ < count ? position_ + 1 : count;
+        values()->add(static_cast<unsigned>(next), &local);
+        position_ = next;
+    } else {
         store_.setValue(category_.getChars(), key_.getChars(), local.getChars(),
                         valtype_ == zPropIterObfuscated);
-    ++position_;
+        position_ = local.isEmpty() ? -1 : 0;
+    }
     store_.modified_ = 1;
 }
 
