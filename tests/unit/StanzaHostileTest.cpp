@@ -387,6 +387,40 @@ TEST_F(StanzaHostile, TemplateCommentNeedsItsBlankLine)
     }
 }
 
+TEST_F(StanzaHostile, CommentsKeepTheirBlankLines)
+{
+    load("[s]\nk = v\n[t]\n");
+    store_.addStanzaComment("t", "one");
+    store_.addEntryComment("s", "k", "two");
+    store_.addEntryComment("s", "k", "three");
+    EXPECT_EQ("[s]\n\n#two\n#three\nk = v\n\n#one\n[t]\n", stored());
+    store_.addFileComment("#four");
+    store_.addFileComment("five");
+    store_.addStanzaComment("none", "nowhere");
+    EXPECT_EQ("#four\n#five\n\n[s]\n\n#two\n#three\nk = v\n\n#one\n[t]\n", stored());
+    std::string const text = stored();
+    store_.reload(nullptr);
+    EXPECT_EQ(text, stored());
+}
+
+TEST_F(StanzaHostile, TwoStoresOnOneFileEachWriteAllTheyHold)
+{
+    std::string const path = load("[s]\nk = v\n");
+    Store other(path.c_str(), 1);
+    other.setValue("s", "k", "secret only in part");
+    other.setValue("s", "o", "hidden", 1);
+    other.store(nullptr);
+    EXPECT_EQ("v,", valuesOf(store_, "s", "k"));
+    store_.reload(nullptr);
+    EXPECT_EQ("hidden,", valuesOf(store_, "s", "o"));
+    store_.deleteKey("s", "o");
+    store_.store(nullptr);
+    EXPECT_EQ("conf", directory_.names());
+    other.reload(nullptr);
+    EXPECT_EQ(0, other.exists("s", "o"));
+    EXPECT_EQ(0, other.exists("configuration-database", "file"));
+}
+
 // ---- Iterators ---------------------------------------------------------------------------------
 
 TEST_F(StanzaHostile, IteratorIndexOfEverySize)
