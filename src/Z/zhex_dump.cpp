@@ -1,0 +1,158 @@
+#include "zhex_dump.h"
+
+#include <pthread.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
+
+#include "ZLock.h"
+#include "ZLock_p.h"
+
+namespace {
+
+constexpr int kBytesPerLine = 16;
+constexpr int kBytesPerGroup = 8;
+// "\n", 8 digits at most and a blank, two group blanks, three characters a byte, "  *", the column
+// and "*".
+constexpr size_t kMostPerLine = 1 + 8 + 1 + 2 + 3 * kBytesPerLine + 3 + kBytesPerLine + 1;
+
+constexpr char kDigits[] = "0123456789abcdef";
+
+// The lock that keeps dumps apart: made at the first dump, never destroyed.
+pthread_once_t utl_once = PTHREAD_ONCE_INIT;
+alignas(ZLock_6_0) unsigned char home[sizeof(ZLock_6_0)];
+ZLock_6_0* res_;
+
+void makeLock()
+{
+    res_ = new (home) ZLock_6_0;
+}
+
+// Where the dump is put together: memory for all of it, so that it goes out in one write; where
+// there is none, a line at a time.
+class Output {
+public:
+    Output(FILE* stream, size_t most) : stream_(stream), room_(most)
+    {
+        text_ = static_cast<char*>(malloc(most));
+        if (text_ == nullptr) {
+            text_ = line_;
+            room_ = sizeof line_;
+        }
+    }
+    Output(Output const&) = delete;
+    Output& operator=(Output const&) = delete;
+    ~Output()
+    {
+        flush();
+        if (text_ != line_)
+            free(text_);
+    }
+
+    void add(char const* bytes, size_t count)
+    {
+        while (count > room_ - used_) {
+            size_t const part = room_ - used_;
+            memcpy(text_ + used_, bytes, part);
+            used_ = room_;
+            flush();
+            bytes += part;
+            count -= part;
+        }
+        memcpy(text_ + used_, bytes, count);
+        used_ += count;
+    }
+
+    // Returns room for a line; what is written there counts with took().
+    char* line()
+    {
+        if (room_ - used_ < kMostPerLine)
+            flush();
+        return text_ + used_;
+    }
+    void took(char const* end) { used_ = static_cast<size_t>(end - text_); }
+
+private:
+    void flush()
+    {
+        if (used_ > 0)
+            fwrite(text_, 1, used_, stream_);
+        used_ = 0;
+    }
+
+    FILE* const stream_;
+    char line_[kMostPerLine];
+    char* text_;
+    size_t room_;
+    size_t used_ = 0;
+};
+
+char* putOffset(char* to, unsigned offset)
+{
+    int shift = 12;
+    while (shift < 28 && offset >> (shift + 4) != 0)
+        shift += 4;
+    for (; shift >= 0; shift -= 4)
+        *to++ = kDigits[offset >> shift & 0xF];
+    return to;
+}
+
+char shown(unsigned char byte)
+{
+    // KEPT: 127 to 253 go out raw: files in the local codeset stay legible.
+    // Test: zhex_dump.KeepsTheUpperHalfLegible
+    return byte >= 32 && byte <= 253 ? static_cast<char>(byte) : '.';
+}
+
+// Writes the line of `count` bytes, 1 to 16, at `offset`.
+char* putLine(char* to, unsigned offset, unsigned char const* data, int count)
+{
+    char column[kBytesPerLine];
+    memset(column, ' ', sizeof column);
+    *to++ = '\n';
+    to = putOffset(to, offset);
+    *to++ = ' ';
+    for (int i = 0; i < kBytesPerLine; ++i) {
+        if (i % kBytesPerGroup == 0)
+            *to++ = ' ';
+        *to++ = ' ';
+        if (i < count) {
+            *to++ = kDigits[data[i] >> 4];
+            *to++ = kDigits[data[i] & 0xF];
+            column[i] = shown(data[i]);
+        } else {
+            *to++ = ' ';
+            *to++ = ' ';
+        }
+    }
+    memcpy(to, "  *", 3);
+    memcpy(to + 3, column, sizeof column);
+    to[3 + sizeof column] = '*';
+    return to + 3 + sizeof column + 1;
+}
+
+}  // namespace
+
+void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char const* title)
+{
+    pthread_once(&utl_once, &makeLock);
+    ZResourceLock_6_0 const guard(*res_);
+    ZCancelGuard const uncancelled;
+    size_t const lines = length > 0 ? (static_cast<size_t>(length) + 15) / kBytesPerLine : 0;
+    size_t const titleLength = title != nullptr ? strlen(title) : 0;
+    Output output(stream != nullptr ? stream : stderr, lines * kMostPerLine + titleLength + 4);
+    if (title != nullptr) {
+        output.add("\n\t", 2);
+        output.add(title, titleLength);
+        output.add("\n", 1);
+    }
+    for (int at = 0; at < length; at += kBytesPerLine) {
+        int const left = length - at;
+        output.took(putLine(output.line(), static_cast<unsigned>(at), data + at,
+                            left < kBytesPerLine ? left : kBytesPerLine));
+        if (left <= kBytesPerLine)
+            break;  // the last step would leave the range of an int
+    }
+    output.add("\n", 1);
+}

@@ -1,0 +1,7 @@
+/* The library that the tests load: one function. */
+int sampleAnswer(void);
+
+int sampleAnswer(void)
+{
+    return 42;
+}

@@ -1,0 +1,129 @@
+#include <Z/ZException.h>
+#include <Z/ZLocalHostName.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "FailingAllocator.h"
+#include "NotedMessages.h"
+#include "Raised.h"
+
+// What the system answers, for one test at a time.
+namespace {
+
+struct System {
+    char const* name = "host";
+    int nameError = 0;
+    char const* official = "host.example";
+    int lookUpError = 0;
+    size_t roomNeeded = 0;
+    std::string asked;
+    int lookUps = 0;
+} system_;
+
+}  // namespace
+
+extern "C" int __wrap_gethostname(char* buffer, size_t size)
+{
+    if (system_.nameError != 0) {
+        errno = system_.nameError;
+        return -1;
+    }
+    strncpy(buffer, system_.name, size);  // like the call itself: cut without a terminator
+    return 0;
+}
+
+extern "C" int __wrap_gethostbyname_r(char const* name, hostent* entry, char* buffer, size_t size,
+                                      hostent** result, int* error)
+{
+    ++system_.lookUps;
+    system_.asked = name;
+    *result = nullptr;
+    if (system_.lookUpError != 0) {
+        errno = system_.lookUpError;
+        *error = HOST_NOT_FOUND;
+        return system_.lookUpError;
+    }
+    if (size < system_.roomNeeded)
+        return ERANGE;
+    strcpy(buffer, system_.official);
+    entry->h_name = buffer;
+    *result = entry;
+    return 0;
+}
+
+namespace {
+
+class ZLocalHostName : public testing::Test {
+protected:
+    void SetUp() override { system_ = System(); }
+};
+
+}  // namespace
+
+TEST_F(ZLocalHostName, IsTheOfficialName)
+{
+    EXPECT_STREQ("host.example", ZLocalHostName_6_0::getLocalHostName().getChars());
+    EXPECT_EQ("host", system_.asked);
+}
+
+TEST_F(ZLocalHostName, AsksAgainEveryTime)
+{
+    ZLocalHostName_6_0::getLocalHostName();
+    ZLocalHostName_6_0::getLocalHostName();
+    EXPECT_EQ(2, system_.lookUps);
+}
+
+TEST_F(ZLocalHostName, GivesALongAnswerTheRoomItNeeds)
+{
+    system_.roomNeeded = 50000;
+    EXPECT_STREQ("host.example", ZLocalHostName_6_0::getLocalHostName().getChars());
+}
+
+TEST_F(ZLocalHostName, CutsAnEndlessName)
+{
+    std::string const endless(400, 'x');
+    system_.name = endless.c_str();
+    ZLocalHostName_6_0::getLocalHostName();
+    EXPECT_EQ(std::string(255, 'x'), system_.asked);
+}
+
+TEST_F(ZLocalHostName, ReportsAHostWithoutAName)
+{
+    NotedMessages noted;
+    system_.nameError = EPERM;
+    EXPECT_TRUE(ZLocalHostName_6_0::getLocalHostName().isEmpty());
+    ASSERT_EQ(1u, noted.messages().size());
+    NotedMessages::Message const message = noted.messages()[0];
+    EXPECT_EQ("src/Z/ZLocalHostName", message.file);
+    EXPECT_EQ(25, message.number);
+    EXPECT_EQ(1, message.insertCount);
+    EXPECT_EQ(std::to_string(EPERM), message.inserts[0]);
+    EXPECT_EQ(0, system_.lookUps);
+}
+
+TEST_F(ZLocalHostName, ReportsANameThatDoesNotResolve)
+{
+    NotedMessages noted;
+    system_.lookUpError = ENOENT;
+    EXPECT_TRUE(ZLocalHostName_6_0::getLocalHostName().isEmpty());
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(26, noted.messages()[0].number);
+    EXPECT_EQ(std::to_string(ENOENT), noted.messages()[0].inserts[0]);
+}
+
+TEST_F(ZLocalHostName, RaisesWithoutMemory)
+{
+    ZLocalHostName_6_0::getLocalHostName();
+    for (unsigned long n : {1ul, 2ul}) {
+        SCOPED_TRACE(n);
+        FailingAllocator::failAt(n);
+        EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(
+            1, "src/Z/ZLocalHostName", 40, [] { ZLocalHostName_6_0::getLocalHostName(); }));
+        FailingAllocator::stop();
+    }
+}

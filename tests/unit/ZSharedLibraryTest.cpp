@@ -1,0 +1,238 @@
+#include <Z/ZException.h>
+#include <Z/ZSharedLibrary.h>
+#include <dlfcn.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Raised.h"
+
+namespace {
+
+std::string const kFolder = Z_SAMPLE_FOLDER;
+std::string const kPlain = kFolder + "/libsample.so";     // exists under this name alone
+std::string const kBare = kFolder + "/libsample";         // so this one lacks its suffix
+std::string const kNoSuffix = kFolder + "/samplemodule";  // exists without a suffix
+std::string const kMissing = kFolder + "/libmissing.so";
+
+class FailingToInitialize : public ZSharedLibrary_6_0 {
+public:
+    using ZSharedLibrary_6_0::ZSharedLibrary_6_0;
+    int initialize() override { return 1; }
+};
+
+template <class Exception>
+std::string raisedText(std::function<void()> const& call)
+{
+    try {
+        call();
+    } catch (Exception& e) {
+        testing::internal::CaptureStderr();
+        e.print();
+        std::string const report = testing::internal::GetCapturedStderr();
+        return report.substr(report.find("NUM_MSGS = 55\n") + 14);
+    }
+    return "nothing raised";
+}
+
+}  // namespace
+
+TEST(ZSharedLibrary, LoadsResolvesAndUnloads)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    EXPECT_EQ(nullptr, library.getHandle());
+    library.loadLibrary();
+    EXPECT_NE(nullptr, library.getHandle());
+    auto const answer = reinterpret_cast<int (*)()>(library.resolveSymbol("sampleAnswer"));
+    EXPECT_EQ(42, answer());
+    library.unloadLibrary();
+    EXPECT_EQ(nullptr, library.getHandle());
+    EXPECT_EQ(nullptr, dlopen(kPlain.c_str(), RTLD_NOLOAD | RTLD_NOW));
+}
+
+TEST(ZSharedLibrary, TriesTheOtherSpelling)
+{
+    for (std::string const& name : {kBare, kNoSuffix + ".so"}) {
+        SCOPED_TRACE(name);
+        ZSharedLibrary_6_0 library(name.c_str());
+        library.loadLibrary();
+        EXPECT_NE(nullptr, library.getHandle());
+        EXPECT_STREQ(name.c_str(), library.getLibraryName().getChars());
+        library.unloadLibrary();
+    }
+}
+
+TEST(ZSharedLibrary, AFailedLoadTellsOfTheFirstAttempt)
+{
+    ZSharedLibrary_6_0 library(kMissing.c_str());
+    dlopen(kMissing.c_str(), RTLD_NOW | RTLD_GLOBAL);
+    std::string const first = dlerror();
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 187,
+                                                        [&] { library.loadLibrary(); }));
+    EXPECT_EQ(first, library.getLastErrorMessage().getChars());
+    EXPECT_EQ(nullptr, library.getHandle());
+    EXPECT_EQ("Shared library load/unload error (" + kMissing + ") " +
+                  std::to_string(library.getLastErrorNumber()) + ".  " + first,
+              raisedText<ZSharedLibraryLoadException_6_0>([&] { library.loadLibrary(); }));
+}
+
+TEST(ZSharedLibrary, AFailedInitializeFailsTheLoad)
+{
+    FailingToInitialize library(kPlain.c_str());
+    EXPECT_EQ("Shared library load/unload error (" + kPlain + ") 0.  initialize",
+              raisedText<ZSharedLibraryLoadException_6_0>([&] { library.loadLibrary(); }));
+    EXPECT_NE(nullptr, library.getHandle());
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, AMissingSymbolRaises)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    EXPECT_TRUE(raises<ZSharedLibraryResolveException_6_0>(
+        52, "src/Z/ZSharedLibrary", 236, [&] { library.resolveSymbol("sampleAnswer"); }));
+    library.loadLibrary();
+    std::string const text = raisedText<ZSharedLibraryResolveException_6_0>(
+        [&] { library.resolveSymbol("sampleQuestion"); });
+    EXPECT_EQ(0u, text.find("Shared library resolve error (" + kPlain + ":sampleQuestion) "));
+    EXPECT_NE(std::string::npos, text.find("sampleQuestion", kPlain.size() + 50));
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, UnloadingTwiceRaises)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 214,
+                                                        [&] { library.unloadLibrary(); }));
+    EXPECT_EQ(2, library.getLastErrorNumber());
+    library.loadLibrary();
+    library.unloadLibrary();
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 214,
+                                                        [&] { library.unloadLibrary(); }));
+}
+
+TEST(ZSharedLibrary, ScopeAndResolutionAreFlags)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    EXPECT_EQ(0, library.getFlags());
+    library.setLocalScope(1);
+    EXPECT_EQ(0, library.getFlags());
+    library.setLocalScope(0);
+    EXPECT_EQ(RTLD_GLOBAL, library.getFlags());
+    library.setLazyResolution(1);
+    EXPECT_EQ(RTLD_GLOBAL | RTLD_LAZY, library.getFlags());
+    EXPECT_EQ(1, library.getLazyResolution());
+    library.setLazyResolution(0);
+    EXPECT_EQ(RTLD_GLOBAL | RTLD_NOW, library.getFlags());
+    EXPECT_EQ(0, library.getLazyResolution());
+    library.setLocalScope(1);
+    EXPECT_EQ(RTLD_NOW, library.getFlags());
+    library.setFlags(RTLD_LAZY);
+    EXPECT_EQ(RTLD_LAZY, library.getFlags());
+}
+
+TEST(ZSharedLibrary, ScopeDecidesWhoSeesTheSymbols)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    library.setLazyResolution(0);
+    library.setLocalScope(1);
+    library.loadLibrary();
+    EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, "sampleAnswer"));
+    library.unloadLibrary();
+    library.setLocalScope(0);
+    library.loadLibrary();
+    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "sampleAnswer"));
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, NamesDecideOrderAndHash)
+{
+    ZSharedLibrary_6_0 const a("a");
+    ZSharedLibrary_6_0 const alsoA("a");
+    ZSharedLibrary_6_0 const b("b");
+    EXPECT_EQ(0, a.compare(alsoA));
+    EXPECT_LT(a.compare(b), 0);
+    EXPECT_GT(b.compare(a), 0);
+    EXPECT_EQ(a.hash(), alsoA.hash());
+    EXPECT_EQ(ZLCString_6_0("a").hash(), a.hash());
+}
+
+TEST(ZSharedLibrary, CopiesAreNotLoaded)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    library.setFlags(RTLD_LAZY);
+    library.loadLibrary();
+    std::unique_ptr<ZObject_6_0> const copy(library.clone());
+    auto const& same = dynamic_cast<ZSharedLibrary_6_0 const&>(*copy);
+    EXPECT_EQ(nullptr, same.getHandle());
+    EXPECT_EQ(RTLD_LAZY, same.getFlags());
+    EXPECT_EQ(0, library.compare(same));
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, KeepsSayingGlobalScope)
+{
+    ZSharedLibrary_6_0 library;
+    EXPECT_EQ(0, library.getLocalScope());
+    library.setLocalScope(1);
+    EXPECT_EQ(0, library.getLocalScope());
+}
+
+TEST(zdlopen, NullNamesAndHandlesHaveCodes)
+{
+    int err = -1;
+    EXPECT_EQ(nullptr, zdlopen_6_0(nullptr, 0, &err));
+    EXPECT_EQ(2, err);
+    EXPECT_EQ(nullptr, zdlopen_6_0(nullptr, 0, nullptr));
+    err = -1;
+    EXPECT_NE(0, zdlclose_6_0(nullptr, &err));
+    EXPECT_EQ(2, err);
+}
+
+TEST(zdlopen, SuccessClearsTheCode)
+{
+    int err = -1;
+    void* const handle = zdlopen_6_0(kPlain.c_str(), 0, &err);
+    ASSERT_NE(nullptr, handle);
+    EXPECT_EQ(0, err);
+    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "sampleAnswer"));  // 0 loads globally
+    err = -1;
+    EXPECT_NE(nullptr, zdlsym_6_0(handle, "sampleAnswer", &err));
+    EXPECT_EQ(0, err);
+    err = -1;
+    EXPECT_EQ(0, zdlclose_6_0(handle, &err));
+    EXPECT_EQ(0, err);
+}
+
+TEST(zdlopen, AStaleErrnoIsNoReason)
+{
+    int err = -1;
+    errno = EBUSY;
+    EXPECT_EQ(nullptr, zdlopen_6_0(kMissing.c_str(), 0, &err));
+    EXPECT_NE(EBUSY, err);
+}
+
+TEST(zdlopen, TheErrorTextIsTheCallers)
+{
+    dlerror();
+    EXPECT_EQ(nullptr, zdlerror_6_0());
+    zdlopen_6_0(kMissing.c_str(), 0, nullptr);
+    char* const text = zdlerror_6_0();
+    ASSERT_NE(nullptr, text);
+    EXPECT_NE(std::string::npos, std::string(text).find("libmissing"));
+    free(text);
+}
+
+TEST(ZSharedLibrary, KeepsErrnoOfASymbolThatWasNotLookedFor)
+{
+    int err = -1;
+    errno = EBUSY;
+    EXPECT_EQ(nullptr, zdlsym_6_0(nullptr, "x", &err));
+    EXPECT_EQ(EBUSY, err);
+    errno = 0;
+    EXPECT_EQ(nullptr, zdlsym_6_0(&err, nullptr, &err));
+    EXPECT_EQ(0, err);
+}
