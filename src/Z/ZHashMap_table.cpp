@@ -113,26 +113,33 @@ void HashTable::remove(Place place)
     }
 }
 
+// The table is empty before the first destructor runs: one that looks into the map, or puts into
+// it, must not meet nodes that are on their way out.
 void HashTable::removeAll()
 {
     if (size_ == 0)
         return;
-    ObjectDeleter deleter;
+    Place first = 0;
+    Place last = 0;
     for (uint32_t bucket = 0; bucket < bucketCount_; ++bucket) {
-        for (Place place = buckets_[bucket].first; place != 0; place = nodeAt(place).next) {
-            ZObject_6_0* const key = std::exchange(nodeAt(place).key, nullptr);
-            ZObject_6_0* const value = std::exchange(nodeAt(place).value, nullptr);
-            if (owns_) {
-                deleter.drop(key);
-                deleter.drop(value);
-            }
-        }
-        buckets_[bucket] = Chain{0, 0};
+        Chain const chain = std::exchange(buckets_[bucket], Chain{0, 0});
+        if (chain.first == 0)
+            continue;
+        (last != 0 ? nodeAt(last).next : first) = chain.first;
+        last = chain.last;
     }
-    nodes_.clear();
+    PlainBlock<Node> nodes;
+    nodes.swap(nodes_);
     marks_.clear();
     markCount_ = size_ = nodesUsed_ = nodeRoom_ = 0;
     freeNodes_ = 0;
+    if (!owns_)
+        return;
+    ObjectDeleter deleter;
+    for (Place place = first; place != 0; place = nodes[place - 1].next) {
+        deleter.drop(nodes[place - 1].key);
+        deleter.drop(nodes[place - 1].value);
+    }
     deleter.finish();
 }
 

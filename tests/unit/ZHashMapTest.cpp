@@ -462,6 +462,45 @@ TEST_F(ZHashMap, FailedAllocationNamesTheMap)
     }
 }
 
+TEST_F(ZHashMap, ADestructorMayLookIntoTheMapThatIsEmptied)
+{
+    class Looking : public CountedObject {
+    public:
+        Looking(int number, ZMap_6_0& map, int& found)
+            : CountedObject(number), map_(map), found_(found)
+        {
+        }
+        ~Looking() override
+        {
+            for (int number = 1; number <= 20; ++number) {
+                CountedObject const probe(number);
+                found_ += map_.contains(&probe) ? 1 : 0;
+            }
+            found_ += static_cast<int>(map_.size());
+        }
+        ZObject_6_0* clone() const override { return new Looking(*this); }
+
+    private:
+        ZMap_6_0& map_;
+        int& found_;
+    };
+    for (int last : {3, 20}) {  // 3 buckets: without the index and with it
+        SCOPED_TRACE(last);
+        ZHashMap_6_0 map(0, kOwns);
+        int found = 0;
+        for (int number = 1; number <= last; ++number) {
+            Looking entry(number, map, found);
+            map.putEntry(&entry);
+        }
+        found = 0;
+        map.removeAll();
+        EXPECT_EQ(0, found);
+        EXPECT_TRUE(map.isEmpty());
+        put(map, {1});
+        EXPECT_EQ(Numbers{1}, orderOf(map));
+    }
+}
+
 TEST_F(ZHashMap, ADestructorThatRaisesKeepsNoOtherEntry)
 {
     class Throwing : public ThrowingObject {
