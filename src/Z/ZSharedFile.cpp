@@ -257,7 +257,12 @@ int ZSharedFile::lock(short type, off_t start, off_t length)
     files.released.wait(guard, [&] { return !files.blocked(entry, type, start, length); });
     if (type == F_WRLCK)
         --entry.waitingWriters;
-    entry.held.reserve(entry.held.size() + 1);
+    try {
+        entry.held.reserve(entry.held.size() + 1);
+    } catch (...) {
+        files.released.notify_all();  // readers may have stood back for this writer
+        throw;
+    }
     int const error = setLock(entry.fd, type, start, length);
     if (error == 0)
         entry.held.push_back({this, self, type, start, length});

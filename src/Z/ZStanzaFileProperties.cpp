@@ -201,12 +201,14 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        for (; added > 0; --added)
-            iterator.removeValue();
+        // What is new goes whole, which needs no memory; removing value by value may.
         if (isNewStanza)
             cache().delLine(stanza);
         else if (isNewKey)
             cache().delLine(stanza, key);
+        else
+            for (; added > 0; --added)
+                iterator.removeValue();
         modified_ = wasModified;
         throw;
     }

@@ -492,3 +492,33 @@ TEST_F(ZStanzaFileProperties, WantOfMemoryLeavesEverythingAsItWas)
             break;
     }
 }
+
+TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
+{
+    load("[s]\nk = a\n");
+    ZArrayList_6_0 values(4, 1);
+    for (int i = 0; i < 20; ++i) {
+        ZLCString_6_0 const value(i);
+        values.add(&value);
+    }
+    unsigned long failures = 0;
+    for (unsigned long n = 1;; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        bool raised = false;
+        FailingAllocator::failAt(n, FailingAllocator::forEver);
+        try {
+            store_.addValues("new", "k", values, 1);
+        } catch (ZOutOfMemoryException_6_0 const&) {
+            raised = true;
+        }
+        bool const failed = FailingAllocator::stop();
+        ASSERT_EQ(failed, raised);
+        if (!failed)
+            break;
+        ++failures;
+        ASSERT_EQ(0, store_.exists("new"));
+        ASSERT_EQ(0, store_.isModified());
+    }
+    EXPECT_LT(0u, failures);
+    EXPECT_EQ(20, store_.numValues("new", "k"));
+}
