@@ -137,5 +137,5 @@ public:
 
 private:
     unsigned long length_;
-    void* data_;  // from malloc(); null when length_ is 0
+    void* data_;  // from malloc(), or null
 };
