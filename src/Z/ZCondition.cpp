@@ -50,14 +50,14 @@ inline pthread_cond_t* conditionIn(unsigned char* storage)
 
 ZAbstractCondition_6_0::~ZAbstractCondition_6_0() = default;
 
-ZCondition_6_0::ZCondition_6_0() : lock_(nullptr), ownsLock_(1)
+ZCondition_6_0::ZCondition_6_0() : lock_(nullptr), ownsLock_(1), reserved_(0)
 {
     std::unique_ptr<ZLock_6_0> lock(new ZLock_6_0);
     makeCondition();
     lock_ = lock.release();
 }
 
-ZCondition_6_0::ZCondition_6_0(ZLock_6_0& lock) : lock_(&lock), ownsLock_(0)
+ZCondition_6_0::ZCondition_6_0(ZLock_6_0& lock) : lock_(&lock), ownsLock_(0), reserved_(0)
 {
     makeCondition();
 }

@@ -120,7 +120,8 @@ private:
     void makeCondition();
 
     ZLock_6_0* lock_;
-    int ownsLock_;  // 1 when the condition made its lock and deletes it
+    int ownsLock_;                   // 1 when the condition made its lock and deletes it
+    [[maybe_unused]] int reserved_;  // 0; nothing reads it
     alignas(long long) unsigned char condition_[48];  // a pthread_cond_t
 };
 
