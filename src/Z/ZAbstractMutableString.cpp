@@ -495,6 +495,8 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAllOf(ZStringIter
         return *this;
     CharacterSet replaced;
     set.reset();
+    if (!set.hasMore())
+        return *this;
     while (set.hasMore()) {
         ZAbstractMutableString_6_0 const& character = *set.getNext();
         replaced.add(character.text_, character.length_);

@@ -92,6 +92,18 @@ TEST(ZUTF8String, ReplacingAByteThatIsNoCharacterRaises)
     EXPECT_EQ("a\xC3\xA4", textOf(string));
 }
 
+TEST(ZUTF8String, ReplacingNoCharacterLooksAtNone)
+{
+    // Neither valid UTF-8 nor free of zero bytes: a walk along the characters would not get
+    // through.
+    std::string const bytes("a\xFF\0b", 4);
+    for (char const* const set : {static_cast<char const*>(nullptr), ""}) {
+        ZUTF8String_6_0 text(bytes.data(), static_cast<unsigned>(bytes.size()));
+        EXPECT_EQ(&text, &text.replaceAll(set, "x"));
+        EXPECT_EQ(bytes, textOf(text));
+    }
+}
+
 TEST(ZUTF8String, ReplacesWholeTexts)
 {
     ZUTF8String_6_0 string("\xE3\x81\x82\xE3\x82\x81");
