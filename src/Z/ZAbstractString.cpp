@@ -73,9 +73,17 @@ void ZAbstractString_6_0::initHandles()
     if (asking)
         return;
     asking = true;
-    qvr_cs const* const lcs = zgetLCSHandle_6_0();
-    qvr_cs const* const utf8 = zgetUTF8Handle_6_0();
-    asking = false;
+    // A message service that throws leaves through here, and the next string asks again.
+    struct Scope {
+        ~Scope() { asking = false; }
+    };
+    qvr_cs const* lcs = nullptr;
+    qvr_cs const* utf8 = nullptr;
+    {
+        Scope const scope;
+        lcs = zgetLCSHandle_6_0();
+        utf8 = zgetUTF8Handle_6_0();
+    }
 
     // Each is stored once, so that whoever has seen the UTF-8 handle may read both without more
     // ado.

@@ -1,4 +1,5 @@
 #include <Z/ZLCString.h>
+#include <Z/ZMessage.h>
 #include <Z/ZUTF8String.h>
 #include <Z/zqvrutil.h>
 #include <gtest/gtest.h>
@@ -204,6 +205,24 @@ Converted fromUTF16(std::vector<uint16_t> const& units, size_t room)
             std::string(static_cast<char*>(out), static_cast<size_t>(dst - out))};
 }
 
+class ThrowingService final : public ZMessageService_6_0 {
+public:
+    void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*) const override
+    {
+        throw 1;
+    }
+    void outputMessageUTF8(char const*, int, int, int, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*) const override
+    {
+        throw 1;
+    }
+    void outputException(ZException_6_0&) const override { throw 1; }
+    void outputException(ZZException_6_0 const*, va_list) const override { throw 1; }
+};
+
 }  // namespace
 
 // The initialisation.
@@ -310,6 +329,18 @@ TEST_F(zqvrutilStart, AnswersNullNamesAfterAReportAndDoesNotTryAgain)
                               services().calls);
                 }),
                 testing::ExitedWithCode(0), withoutDirectory());
+}
+
+TEST_F(zqvrutilStart, AsksAgainAfterAMessageServiceThatThrows)
+{
+    EXPECT_EXIT(exitWith([] {
+                    ThrowingService const service;
+                    ZMessageService_6_0::setMessageService(&service);
+                    unsetenv("QVRDIR");
+                    for (int i = 0; i < 2; ++i)
+                        EXPECT_THROW(ZLCString_6_0("a string"), int);
+                }),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST_F(zqvrutilStart, AbortsWithAReportWithoutAHandle)
