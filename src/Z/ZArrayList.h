@@ -207,9 +207,9 @@ private:
 class ZListIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
     /// Makes an iterator that stands before the first member.
-    /// owns    `list` is borrowed and must outlive the iterator. Changes to the list do not harm
-    /// the
-    ///         iterator: it goes on by index.
+    /// owns    `list` is borrowed and must outlive the iterator.
+    ///         Changes to the list do not harm the iterator:
+    ///         it goes on by index.
     explicit ZListIterator_6_0(ZList_6_0 const& list);
     /// Makes an iterator over the same list, at the same place.
     ZListIterator_6_0(ZListIterator_6_0 const&) = default;
@@ -228,9 +228,9 @@ public:
     /// Goes back before the first member.
     virtual void reset();
     /// Goes back by one member.
-    /// kept    before the first member the place wraps round: the iterator is at its end then,
-    /// until
-    ///         `reset()`.
+    /// kept    before the first member the place wraps round:
+    ///         the iterator is at its end then,
+    ///         until `reset()`.
     virtual void backUp();
     /// Returns the index of the member handed out last; -1 when there is none.
     virtual int indexOf();

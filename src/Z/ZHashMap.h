@@ -86,9 +86,9 @@ public:
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others of its bucket.
     /// range   not null; an owning map puts nothing when `entry` cannot be cloned.
-    /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
-    /// the
-    ///         caller's either way.
+    /// owns    an owning map stores `entry->clone()`
+    ///         and deletes what it replaces;
+    ///         `entry` stays the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what clone() raises.
     /// cost    O(1) expected, plus one clone when owning.
     void putEntry(ZObject_6_0* entry) override;
@@ -102,7 +102,7 @@ public:
     void removeAll() override;
     /// Adds every entry to `target`: bucket after bucket, in each in the order of insertion.
     /// owns    as `target.add()` does.
-    /// throws  what `target.add()` raises; entries added before stay in `target`.
+    /// throws  what `target.add()` raises; `target` has the members it had before then.
     /// cost    O(buckets + entries).
     void list(ZList_6_0& target) const override;
 
@@ -142,9 +142,9 @@ public:
     /// cost    O(n).
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others.
-    /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
-    /// the
-    ///         caller's either way.
+    /// owns    an owning map stores `entry->clone()`
+    ///         and deletes what it replaces;
+    ///         `entry` stays the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what clone() raises.
     /// cost    O(n).
     void putEntry(ZObject_6_0* entry) override;
