@@ -91,8 +91,11 @@ void ZCondition_6_0::wait()
 void ZCondition_6_0::wait(long seconds, int& timedOut)
 {
     // {0, 0} would wait for ever, so the earliest moment is the first second after the epoch.
+    // Not time(): it may lag a tick behind the clock of the wait, which would then end at once.
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
     time_t end = 0;
-    if (__builtin_add_overflow(time(nullptr), seconds, &end))
+    if (__builtin_add_overflow(now.tv_sec, seconds, &end))
         end = std::numeric_limits<time_t>::max();
     timespec absTime = {std::max<time_t>(end, 1), 0};
     wait(absTime, timedOut);
