@@ -32,3 +32,6 @@ void zreportRc(char const* source, int site, int messageNumber, int rc) noexcept
 
 /// Reports an exception through the message service.
 void zreportException(ZException_6_0& failure) noexcept;
+
+/// Reports through the message service that an exception of no known class was caught.
+void zreportUnknownException(char const* source, int site) noexcept;

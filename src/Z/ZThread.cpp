@@ -1,0 +1,247 @@
+#include "ZThread.h"
+
+#include <cxxabi.h>
+#include <errno.h>
+#include <pthread.h>
+
+#include <atomic>
+
+#include "ZException.h"
+#include "ZLock_p.h"
+#include "ZMessage.h"
+#include "ZThreadPool.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZThread";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseInClone = 88,
+    raiseInAttrInit = 103,
+    raiseInSetDetached = 112,
+    raiseInCreate = 124,
+    reportInAttrDestroy = 133,
+    raiseInJoin = 151,
+    reportInRun = 179,
+    reportInExit = 196,
+    raiseInKeyCreate = 221,
+    raiseInSetSpecific = 234
+};
+
+enum Message {
+    attrInit = 15,
+    setDetachState = 16,
+    threadCreate = 17,
+    attrDestroy = 18,
+    unknownException = 19,
+    threadJoin = 20,
+    keyCreate = 29,
+    setSpecific = 30
+};
+
+static_assert(sizeof(pthread_t) == sizeof(unsigned long));
+static_assert(sizeof(pthread_key_t) == sizeof(unsigned int));
+
+[[noreturn]] void raise(Message message, int rc, RaiseSite site)
+{
+    ZThreadException_6_0(message, rc).throwException(kSource, site);
+}
+
+// The attributes of one start; destroying them is no reason to fail.
+class Attributes {
+public:
+    explicit Attributes(bool detached)
+    {
+        int rc = pthread_attr_init(&attributes_);
+        if (rc != 0)
+            raise(attrInit, rc, raiseInAttrInit);
+        rc = pthread_attr_setdetachstate(
+            &attributes_, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
+        if (rc != 0) {
+            destroy();
+            raise(setDetachState, rc, raiseInSetDetached);
+        }
+    }
+    Attributes(Attributes const&) = delete;
+    Attributes& operator=(Attributes const&) = delete;
+    ~Attributes() { destroy(); }
+
+    pthread_attr_t const* get() const { return &attributes_; }
+
+private:
+    void destroy()
+    {
+        int const rc = pthread_attr_destroy(&attributes_);
+        if (rc != 0)
+            zreportRc(kSource, reportInAttrDestroy, attrDestroy, rc);
+    }
+
+    pthread_attr_t attributes_;
+};
+
+extern "C" void deleteThreadObject(void* object)
+{
+    ZThread_6_0::key_delete_routine(static_cast<ZObject_6_0*>(object));
+}
+
+}  // namespace
+
+void zreportUnknownException(char const* source, int site) noexcept
+{
+    ZCancelGuard const uncancelled;
+    try {
+        ZMessageService_6_0::messageService()->outputMessage(source, site, unknownException, 0,
+                                                             nullptr, nullptr, nullptr, nullptr,
+                                                             nullptr, nullptr);
+    } catch (...) {
+        // There is nobody left to tell.
+    }
+}
+
+// What the new thread does.
+struct ZThread_6_0::Entry {
+    // Ends the thread, however it comes to its end.
+    struct End {
+        ZThread_6_0& thread;
+
+        ~End()
+        {
+            // The notice lets others destroy the object: look at it before.
+            bool const deletesItself = thread.detached_ != 0 && thread.autoDelete_ != 0;
+            ZThreadPool_6_0* const pool = thread.pool_;
+            tell([this] { thread.exit(); });
+            if (pool != nullptr)
+                tell([&] { pool->threadDeathNotification(thread); });
+            if (deletesItself)
+                tell([this] { delete &thread; });
+        }
+
+        // Nothing may leave a destructor that cancelling runs.
+        template <class Action>
+        static void tell(Action action) noexcept
+        {
+            ZCancelGuard const uncancelled;
+            try {
+                action();
+            } catch (ZException_6_0& failure) {
+                zreportException(failure);
+            } catch (...) {
+                zreportUnknownException(kSource, reportInExit);
+            }
+        }
+    };
+
+    static void* run(void* argument)
+    {
+        auto& thread = *static_cast<ZThread_6_0*>(argument);
+        // The starter learns the id when pthread_create() returns, which may be after the end.
+        std::atomic_ref(thread.id_).store(pthread_self(), std::memory_order_relaxed);
+        End const end{thread};
+        try {
+            thread.run();
+        } catch (abi::__forced_unwind&) {
+            throw;
+        } catch (ZException_6_0& failure) {
+            zreportException(failure);
+        } catch (...) {
+            zreportUnknownException(kSource, reportInRun);
+        }
+        return nullptr;
+    }
+};
+
+ZThread_6_0::ZThread_6_0(int detached, int autoDelete)
+    : id_(0), detached_(detached), autoDelete_(autoDelete), pool_(nullptr), joinable_(0)
+{
+}
+
+ZThread_6_0::ZThread_6_0(unsigned long threadId)
+    : id_(threadId), detached_(0), autoDelete_(0), pool_(nullptr), joinable_(1)
+{
+}
+
+ZThread_6_0::~ZThread_6_0() = default;
+
+uint32_t ZThread_6_0::hash() const
+{
+    return static_cast<uint32_t>(getPThreadID());
+}
+
+int ZThread_6_0::compare(ZObject_6_0 const& other) const
+{
+    auto const* const thread = dynamic_cast<ZThread_6_0 const*>(&other);
+    if (thread == nullptr)
+        return ZObject_6_0::compare(other);
+    unsigned long const mine = getPThreadID();
+    unsigned long const theirs = thread->getPThreadID();
+    return mine == theirs ? 0 : mine < theirs ? -1 : 1;
+}
+
+ZObject_6_0* ZThread_6_0::clone() const
+{
+    ZNotClonableException_6_0().throwException(kSource, raiseInClone);
+}
+
+void ZThread_6_0::start()
+{
+    Attributes const attributes(detached_ != 0);
+    bool const joins = detached_ == 0;
+    std::atomic_ref(joinable_).store(joins ? 1 : 0);
+    pthread_t id = 0;
+    int const rc = pthread_create(&id, attributes.get(), &Entry::run, this);
+    if (rc != 0) {
+        std::atomic_ref(joinable_).store(0);
+        raise(threadCreate, rc, raiseInCreate);
+    }
+    // A detached thread may have ended by now and taken the object with it.
+    if (joins)
+        std::atomic_ref(id_).store(id, std::memory_order_relaxed);
+}
+
+void ZThread_6_0::waitForExit()
+{
+    if (detached_ != 0)
+        return;
+    if (std::atomic_ref(joinable_).exchange(0) == 0)
+        raise(threadJoin, ESRCH, raiseInJoin);
+    int const rc = pthread_join(getPThreadID(), nullptr);
+    if (rc != 0) {
+        std::atomic_ref(joinable_).store(1);
+        raise(threadJoin, rc, raiseInJoin);
+    }
+}
+
+void ZThread_6_0::exit()
+{
+}
+
+unsigned long ZThread_6_0::getPThreadID() const
+{
+    return std::atomic_ref(const_cast<unsigned long&>(id_)).load(std::memory_order_relaxed);
+}
+
+void ZThread_6_0::createThreadKey(unsigned int& key)
+{
+    int const rc = pthread_key_create(&key, &deleteThreadObject);
+    if (rc != 0)
+        raise(keyCreate, rc, raiseInKeyCreate);
+}
+
+void ZThread_6_0::setThreadObject(unsigned int& key, ZObject_6_0* object)
+{
+    int const rc = pthread_setspecific(key, object);
+    if (rc != 0)
+        raise(setSpecific, rc, raiseInSetSpecific);
+}
+
+ZObject_6_0* ZThread_6_0::getThreadObject(unsigned int& key)
+{
+    return static_cast<ZObject_6_0*>(pthread_getspecific(key));
+}
+
+void ZThread_6_0::key_delete_routine(ZObject_6_0* object)
+{
+    delete object;
+}

@@ -1,0 +1,50 @@
+// ThreadCalls: lets the calls that make threads fail, in a test program that wraps them (WRAP).
+#pragma once
+
+#include <pthread.h>
+
+// What each call returns instead of doing its work; 0 lets it through.
+struct Calls {
+    int attrInit = 0;
+    int setDetachState = 0;
+    int create = 0;
+    int attrDestroy = 0;
+    int keyCreate = 0;
+};
+inline Calls calls_;
+
+extern "C" {
+int __real_pthread_attr_init(pthread_attr_t*);
+int __real_pthread_attr_setdetachstate(pthread_attr_t*, int);
+int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
+int __real_pthread_attr_destroy(pthread_attr_t*);
+int __real_pthread_key_create(pthread_key_t*, void (*)(void*));
+
+inline __attribute__((used)) int __wrap_pthread_attr_init(pthread_attr_t* attributes)
+{
+    return calls_.attrInit != 0 ? calls_.attrInit : __real_pthread_attr_init(attributes);
+}
+inline __attribute__((used)) int __wrap_pthread_attr_setdetachstate(pthread_attr_t* attributes,
+                                                                    int state)
+{
+    return calls_.setDetachState != 0 ? calls_.setDetachState
+                                      : __real_pthread_attr_setdetachstate(attributes, state);
+}
+inline __attribute__((used)) int __wrap_pthread_create(pthread_t* id,
+                                                       pthread_attr_t const* attributes,
+                                                       void* (*entry)(void*), void* argument)
+{
+    return calls_.create != 0 ? calls_.create
+                              : __real_pthread_create(id, attributes, entry, argument);
+}
+inline __attribute__((used)) int __wrap_pthread_attr_destroy(pthread_attr_t* attributes)
+{
+    int const rc = __real_pthread_attr_destroy(attributes);
+    return calls_.attrDestroy != 0 ? calls_.attrDestroy : rc;
+}
+inline __attribute__((used)) int __wrap_pthread_key_create(pthread_key_t* key,
+                                                           void (*destroy)(void*))
+{
+    return calls_.keyCreate != 0 ? calls_.keyCreate : __real_pthread_key_create(key, destroy);
+}
+}

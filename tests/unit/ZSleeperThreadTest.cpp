@@ -1,0 +1,167 @@
+#include <Z/ZCondition.h>
+#include <Z/ZException.h>
+#include <Z/ZSleeperThread.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "NotedMessages.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Counts its units of work.
+class TestSleeper : public ZSleeperThread_6_0 {
+public:
+    using ZSleeperThread_6_0::ZSleeperThread_6_0;
+    ~TestSleeper() override { ++destroyed; }
+    void doWork() override
+    {
+        if (work)
+            work();
+        ++units;
+    }
+    void exit() override { ++exits; }
+
+    std::function<void()> work;
+    std::atomic<int> units{0};
+    std::atomic<int> exits{0};
+    static inline std::atomic<int> destroyed{0};
+};
+
+void waitUntil(std::function<bool()> const& condition)
+{
+    while (!condition())
+        std::this_thread::yield();
+}
+
+}  // namespace
+
+TEST(ZSleeperThread, WorksWhenWoken)
+{
+    TestSleeper sleeper;
+    sleeper.start();
+    EXPECT_EQ(0, sleeper.units);
+    for (int i = 1; i <= 100; ++i) {
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == i; });
+    }
+    sleeper.waitForExit();
+    EXPECT_EQ(100, sleeper.units);
+    EXPECT_EQ(1, sleeper.exits);
+}
+
+TEST(ZSleeperThread, FindsAWakeUpThatCameBeforeTheStart)
+{
+    TestSleeper sleeper;
+    sleeper.wakeUp();
+    sleeper.start();
+    waitUntil([&] { return sleeper.units == 1; });
+    sleeper.waitForExit();
+}
+
+TEST(ZSleeperThread, WakeUpsDuringTheWorkCountAsOne)
+{
+    TestSleeper sleeper;
+    std::atomic<bool> working{false};
+    std::atomic<bool> release{false};
+    sleeper.work = [&] {
+        working = true;
+        waitUntil([&] { return release.load(); });
+    };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return working.load(); });
+    std::thread one([&] { sleeper.wakeUp(); });
+    std::thread two([&] { sleeper.wakeUp(); });
+    release = true;
+    one.join();
+    two.join();
+    waitUntil([&] { return sleeper.units >= 2; });
+    sleeper.waitForExit();
+    EXPECT_GE(sleeper.units, 2);
+    EXPECT_LE(sleeper.units, 3);
+}
+
+TEST(ZSleeperThread, WorksAtItsInterval)
+{
+    TestSleeper sleeper(1ul);
+    Clock::time_point const before = Clock::now();
+    sleeper.start();
+    waitUntil([&] { return sleeper.units >= 3; });
+    auto const passed = Clock::now() - before;
+    sleeper.waitForExit();
+    // Whole seconds of the clock on the wall: the first may be short.
+    EXPECT_GE(passed, std::chrono::milliseconds(1900));
+    EXPECT_LE(passed, std::chrono::seconds(40));
+}
+
+TEST(ZSleeperThread, MayBeStartedAgain)
+{
+    TestSleeper sleeper;
+    for (int i = 1; i <= 20; ++i) {
+        sleeper.start();
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == i; });
+        sleeper.waitForExit();
+        EXPECT_EQ(i, sleeper.exits);
+    }
+}
+
+TEST(ZSleeperThread, ADetachedSleeperEndsAndMayBeStartedAgain)
+{
+    TestSleeper sleeper(1, 0);
+    for (int i = 1; i <= 20; ++i) {
+        sleeper.start();
+        sleeper.waitForExit();
+        waitUntil([&] { return sleeper.exits == i; });
+    }
+    // The last end still has to leave the object.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+TEST(ZSleeperThread, ADetachedSleeperDeletesItself)
+{
+    TestSleeper::destroyed = 0;
+    for (int i = 1; i <= 20; ++i) {
+        auto* const sleeper = new TestSleeper(1, 1);
+        sleeper->start();
+        sleeper->waitForExit();
+        waitUntil([&] { return TestSleeper::destroyed == i; });
+    }
+}
+
+TEST(ZSleeperThread, SleepsOnTheLockOfTheCaller)
+{
+    ZLock_6_0 lock;
+    TestSleeper sleeper(lock);
+    std::atomic<bool> held{false};
+    sleeper.work = [&] {
+        // The work is done with the wake lock held, so that this thread may take it again.
+        lock.lock();
+        held = true;
+        lock.unlock();
+    };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return sleeper.units == 1; });
+    EXPECT_TRUE(held);
+    sleeper.waitForExit();
+}
+
+TEST(ZSleeperThread, WorkThatThrowsEndsTheThread)
+{
+    NotedMessages noted;
+    TestSleeper sleeper;
+    sleeper.work = [] { ZUnsupportedException_6_0().throwException("src/x", 1); };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return sleeper.exits == 1; });
+    sleeper.waitForExit();
+    EXPECT_EQ(1, noted.exceptions());
+    EXPECT_EQ(0, sleeper.units);
+}

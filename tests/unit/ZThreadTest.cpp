@@ -1,0 +1,254 @@
+#include <Z/ZException.h>
+#include <Z/ZThread.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "NotedMessages.h"
+#include "Raised.h"
+#include "ThreadCalls.h"
+
+namespace {
+
+// A thread that does what the test says; counts its ends.
+class TestThread : public ZThread_6_0 {
+public:
+    explicit TestThread(std::function<void()> work, int detached = 0, int autoDelete = 0)
+        : ZThread_6_0(detached, autoDelete), work_(std::move(work))
+    {
+    }
+    ~TestThread() override { ++destroyed; }
+    void run() override { work_(); }
+    void exit() override { ++exits; }
+
+    std::atomic<int> exits{0};
+    static inline std::atomic<int> destroyed{0};
+
+private:
+    std::function<void()> work_;
+};
+
+class ZThread : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        calls_ = Calls();
+        TestThread::destroyed = 0;
+    }
+};
+
+void waitUntil(std::function<bool()> const& condition)
+{
+    while (!condition())
+        std::this_thread::yield();
+}
+
+}  // namespace
+
+TEST_F(ZThread, RunsOnAThreadOfItsOwn)
+{
+    std::atomic<unsigned long> id{0};
+    TestThread thread([&] { id = pthread_self(); });
+    EXPECT_EQ(0u, thread.getPThreadID());
+    thread.start();
+    thread.waitForExit();
+    EXPECT_NE(0u, id);
+    EXPECT_NE(pthread_self(), id);
+    EXPECT_EQ(id, thread.getPThreadID());
+    EXPECT_EQ(static_cast<uint32_t>(id), thread.hash());
+    EXPECT_EQ(1, thread.exits);
+}
+
+TEST_F(ZThread, MayBeStartedAgain)
+{
+    std::atomic<int> runs{0};
+    TestThread thread([&] { ++runs; });
+    for (int i = 1; i <= 3; ++i) {
+        thread.start();
+        thread.waitForExit();
+        EXPECT_EQ(i, runs);
+    }
+}
+
+TEST_F(ZThread, OrdersById)
+{
+    TestThread one([] {});
+    TestThread two([] {});
+    EXPECT_EQ(0, one.compare(two));  // neither has an id
+    one.start();
+    one.waitForExit();
+    EXPECT_EQ(1, one.compare(two));
+    EXPECT_EQ(-1, two.compare(one));
+}
+
+TEST_F(ZThread, RefusesToBeCloned)
+{
+    TestThread thread([] {});
+    EXPECT_TRUE(
+        raises<ZNotClonableException_6_0>(14, "src/Z/ZThread", 88, [&] { thread.clone(); }));
+}
+
+TEST_F(ZThread, WaitingForADetachedThreadReturnsAtOnce)
+{
+    std::atomic<bool> release{false};
+    std::atomic<bool> ended{false};
+    TestThread thread(
+        [&] {
+            waitUntil([&] { return release.load(); });
+            ended = true;
+        },
+        1);
+    thread.start();
+    thread.waitForExit();
+    EXPECT_FALSE(ended);
+    release = true;
+    waitUntil([&] { return thread.exits == 1; });
+    EXPECT_TRUE(ended);
+}
+
+TEST_F(ZThread, ADetachedThreadDeletesItself)
+{
+    for (int i = 1; i <= 50; ++i) {
+        (new TestThread([] {}, 1, 1))->start();
+        waitUntil([&] { return TestThread::destroyed == i; });
+    }
+}
+
+TEST_F(ZThread, AutoDeleteIsForDetachedThreadsAlone)
+{
+    TestThread thread([] {}, 0, 1);
+    thread.start();
+    thread.waitForExit();
+    EXPECT_EQ(0, TestThread::destroyed);
+}
+
+TEST_F(ZThread, ExceptionsEndTheThreadAndAreReported)
+{
+    NotedMessages noted;
+    TestThread library([] { ZUnsupportedException_6_0().throwException("src/x", 1); });
+    library.start();
+    library.waitForExit();
+    EXPECT_EQ(1, noted.exceptions());
+    EXPECT_EQ(1, library.exits);
+    TestThread foreign([] { throw std::runtime_error("x"); });
+    foreign.start();
+    foreign.waitForExit();
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(0, noted.messages()[0].insertCount);
+    EXPECT_EQ("src/Z/ZThread", noted.messages()[0].file);
+    EXPECT_EQ(1, foreign.exits);
+}
+
+TEST_F(ZThread, CancellingEndsTheThread)
+{
+    std::atomic<bool> running{false};
+    TestThread thread([&] {
+        running = true;
+        for (;;)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+    thread.start();
+    waitUntil([&] { return running.load(); });
+    pthread_cancel(thread.getPThreadID());
+    thread.waitForExit();
+    EXPECT_EQ(1, thread.exits);
+}
+
+TEST_F(ZThread, WaitingForNoThreadRaises)
+{
+    TestThread thread([] {});
+    EXPECT_TRUE(
+        raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { thread.waitForExit(); }));
+    thread.start();
+    thread.waitForExit();
+    EXPECT_TRUE(
+        raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { thread.waitForExit(); }));
+}
+
+TEST_F(ZThread, FailingCallsRaise)
+{
+    struct Case {
+        char const* name;
+        int Calls::*result;
+        uint32_t message;
+        unsigned site;
+    };
+    Case const cases[] = {{"attr_init", &Calls::attrInit, 15, 103},
+                          {"setdetachstate", &Calls::setDetachState, 16, 112},
+                          {"create", &Calls::create, 17, 124}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestThread thread([] {});
+        calls_.*c.result = EAGAIN;
+        EXPECT_TRUE(raises<ZThreadException_6_0>(c.message, "src/Z/ZThread", c.site,
+                                                 [&] { thread.start(); }));
+        calls_ = Calls();
+        EXPECT_EQ(0u, thread.getPThreadID());
+        thread.start();
+        thread.waitForExit();
+    }
+}
+
+TEST_F(ZThread, AttributesThatCannotBeDestroyedAreReported)
+{
+    NotedMessages noted;
+    calls_.attrDestroy = EINVAL;
+    TestThread thread([] {});
+    thread.start();
+    thread.waitForExit();
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(18, noted.messages()[0].number);
+    EXPECT_EQ(std::to_string(EINVAL), noted.messages()[0].inserts[0]);
+}
+
+TEST_F(ZThread, ObjectsBelongToAThread)
+{
+    class Counted : public ZObject_6_0 {
+    public:
+        explicit Counted(std::atomic<int>& count) : count_(count) {}
+        ~Counted() override { ++count_; }
+
+    private:
+        std::atomic<int>& count_;
+    };
+    std::atomic<int> deleted{0};
+    unsigned int key = 0;
+    ZThread_6_0::createThreadKey(key);
+    EXPECT_EQ(nullptr, ZThread_6_0::getThreadObject(key));
+    Counted mine(deleted);
+    ZThread_6_0::setThreadObject(key, &mine);
+    TestThread thread([&] {
+        EXPECT_EQ(nullptr, ZThread_6_0::getThreadObject(key));
+        auto* const theirs = new Counted(deleted);
+        ZThread_6_0::setThreadObject(key, theirs);
+        EXPECT_EQ(theirs, ZThread_6_0::getThreadObject(key));
+    });
+    thread.start();
+    thread.waitForExit();
+    EXPECT_EQ(1, deleted);
+    EXPECT_EQ(&mine, ZThread_6_0::getThreadObject(key));
+    ZThread_6_0::setThreadObject(key, nullptr);
+    ZThread_6_0::key_delete_routine(nullptr);
+    ZThread_6_0::key_delete_routine(new Counted(deleted));
+    EXPECT_EQ(2, deleted);
+    pthread_key_delete(key);
+}
+
+TEST_F(ZThread, KeysThatCannotBeHadRaise)
+{
+    unsigned int key = 0;
+    calls_.keyCreate = EAGAIN;
+    EXPECT_TRUE(raises<ZThreadException_6_0>(29, "src/Z/ZThread", 221,
+                                             [&] { ZThread_6_0::createThreadKey(key); }));
+    unsigned int none = 12345678;
+    EXPECT_TRUE(raises<ZThreadException_6_0>(30, "src/Z/ZThread", 234,
+                                             [&] { ZThread_6_0::setThreadObject(none, nullptr); }));
+}
