@@ -1,6 +1,5 @@
 #include "ZThread.h"
 
-#include <cxxabi.h>
 #include <errno.h>
 #include <pthread.h>
 
@@ -141,11 +140,11 @@ struct ZThread_6_0::Entry {
         End const end{thread};
         try {
             thread.run();
-        } catch (abi::__forced_unwind&) {
-            throw;
         } catch (ZException_6_0& failure) {
             zreportException(failure);
         } catch (...) {
+            if (zcaughtCancellation())
+                throw;
             zreportUnknownException(kSource, reportInRun);
         }
         return nullptr;

@@ -1,6 +1,5 @@
 #include "ZThreadPool.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -168,11 +167,11 @@ bool reported(RaiseSite site, Action action)
     try {
         action();
         return true;
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         zreportException(failure);
     } catch (...) {
+        if (zcaughtCancellation())
+            throw;
         zreportUnknownException(kSource, site);
     }
     return false;
