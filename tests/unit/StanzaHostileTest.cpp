@@ -98,8 +98,8 @@ TEST_F(StanzaHostile, NamesMayBeTheReceiversOwnText)
     EXPECT_EQ(kLong, name.getChars());
 
     ZArrayList_6_0 list(1, 1);
-    list.add(new ZLCString_6_0("s"));
-    list.add(new ZLCString_6_0("k"));
+    list.addNoCopy(new ZLCString_6_0("s"));
+    list.addNoCopy(new ZLCString_6_0("k"));
     store_.getValues(static_cast<ZLCString_6_0*>(list.get(0))->getChars(),
                      static_cast<ZLCString_6_0*>(list.get(1))->getChars(), list, zPropLocalStrings);
     ASSERT_EQ(1u, list.size());
@@ -526,7 +526,7 @@ TEST_F(StanzaHostile, AddedValuesTellOnlyOfTheFirstOfANewKey)
     store_.addObserver(&observer);
     ZArrayList_6_0 values(2, 1);
     for (char const* value : {"1", "2", "1", "2", "3"})
-        values.add(new ZLCString_6_0(value));
+        values.addNoCopy(new ZLCString_6_0(value));
     store_.addValues("s", "k", values, 0);
     EXPECT_EQ("1,2,3,", valuesOf(store_, "s", "k"));
     EXPECT_EQ("", observer.log);
