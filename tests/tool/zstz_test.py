@@ -308,6 +308,13 @@ class ToolTest(unittest.TestCase):
         printed = self.run_tool("keys", self.file, "upstream").stdout.split()
         self.assertEqual(sorted(keys + ["weight", "ready"]), sorted(printed))
 
+    def test_a_turn_that_never_comes(self):
+        with open(self.file, "rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            self.expect(LOCKED, "is being changed by another process", "set", self.file,
+                        "upstream", "weight", "9")
+        self.expect(DONE, "", "set", self.file, "upstream", "weight", "9")
+
     def test_standard_output_that_takes_nothing(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             run = subprocess.run([TOOL, "list", self.file], stdout=full, stderr=subprocess.PIPE,

@@ -3,6 +3,7 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZStanzaFileProperties.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
@@ -119,14 +120,24 @@ void needKey(ZProperties_6_0& store, Request const& request)
 // ---- Changing ---------------------------------------------------------------------------------
 
 // Keeps other zstz processes from changing the file between our reading and storing it. The
-// library locks it against everybody, but only while it reads and while it writes.
+// library locks it against everybody, but only while it reads and while it writes. Whoever may read
+// the file may hold this lock, so that waiting for it has an end.
 class Turn {
 public:
-    explicit Turn(std::string const& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+    explicit Turn(std::string const& path)
+        : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
     {
         // A file that cannot be opened is reported when it is loaded.
-        if (fd_ >= 0)
-            flock(fd_, LOCK_EX);
+        if (fd_ < 0)
+            return;
+        for (int tries = 0; flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; ++tries) {
+            if (tries == kTries) {
+                close(fd_);
+                throw Failure{exitLocked,
+                              path + " is being changed by another process; try again in a moment"};
+            }
+            usleep(kBetweenTries);
+        }
     }
     Turn(Turn const&) = delete;
     Turn& operator=(Turn const&) = delete;
@@ -137,6 +148,9 @@ public:
     }
 
 private:
+    static constexpr int kTries = 100;
+    static constexpr useconds_t kBetweenTries = 50000;  // microseconds
+
     int fd_;
 };
 
