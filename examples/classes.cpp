@@ -26,7 +26,7 @@ void printStanza(ZStanzaFileProperties_6_0& config, char const* stanza)
     while (entry.hasMore()) {
         entry.nextEntry();
         printf("  %s: %d value(s), the first is %s\n", entry.entryName(), entry.valueCount(),
-               entry.entryValue(0));
+               entry.valueCount() > 0 ? entry.entryValue(0) : "none");
     }
 }
 
