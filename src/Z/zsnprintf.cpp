@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <array>
+#include <type_traits>
 
 #include "zqvrutil.h"
 #include "zsnprintf_p.h"
@@ -432,12 +433,33 @@ bool fetchArguments(ZPrintfContext_6_0& context, Demand const& demand, va_list l
     return true;
 }
 
+// Makes the context an empty one on its inline arrays.
+void clear(ZPrintfContext_6_0& context)
+{
+    context.conversions = context.inlineConversions;
+    context.conversionCount = 0;
+    context.arguments = context.inlineArguments;
+    context.argumentCount = 0;
+}
+
+// Leaves the context fit for another release: callers may clean up behind a failed parse as well.
 void release(ZPrintfContext_6_0& context)
 {
     if (context.conversions != context.inlineConversions)
         free(context.conversions);
     if (context.arguments != context.inlineArguments)
         free(context.arguments);
+    clear(context);
+}
+
+// Whether there is no list. Only where a list is handed over as a pointer can there be none.
+template <class List>
+bool isNone(List const& list)
+{
+    if constexpr (std::is_pointer_v<List>)
+        return list == nullptr;
+    else
+        return false;
 }
 
 }  // namespace
@@ -445,14 +467,11 @@ void release(ZPrintfContext_6_0& context)
 int zvsnprintf_parse_6_0(ZPrintfContext_6_0* context, qvr_cs_t codeset, char const* format,
                          va_list args)
 {
+    clear(*context);
+    context->codeset = codeset;
+    context->format = format;
     if (format == nullptr)
         return kFailed;
-    context->codeset = codeset;
-    context->conversions = context->inlineConversions;
-    context->conversionCount = 0;
-    context->arguments = context->inlineArguments;
-    context->argumentCount = 0;
-    context->format = format;
 
     Demand demand;
     if (readFormat(*context, demand) && fetchArguments(*context, demand, args))
@@ -513,6 +532,8 @@ int zvasprintf_6_0(char** result, char const* format, va_list args)
     if (result == nullptr)
         return kFailed;
     *result = nullptr;
+    if (isNone(args))
+        return kFailed;
     ZPrintfContext_6_0 context;
     if (zvsnprintf_parse_6_0(&context, zgetLCSHandle_6_0(), format, args) != kDone)
         return kFailed;

@@ -139,7 +139,8 @@ int zvsnprintf_parse_6_0(ZPrintfContext_6_0* context, struct qvr_cs const* codes
 int zvsnprintf_render_6_0(ZPrintfContext_6_0 const* context, char* out, int size);
 
 /// Releases what the parse of `context` allocated.
-/// range   only after a parse that returned 0, once.
+/// range   after a parse, failed or not; a second time does nothing. The context holds no
+///         conversions then.
 void zvsnprintf_done_6_0(ZPrintfContext_6_0* context);
 
 /// Delivers the width, the precision and the pad character of one conversion.
@@ -169,6 +170,7 @@ int zvsnprintf_6_0(char* buf, int size, char const* format, va_list args);
 int zsprintf_6_0(char** result, char const* format, ...);
 
 /// Formats as zsprintf_6_0 does, from an argument list.
+/// range   where a list is a pointer, a null one gives -1.
 int zvsprintf_6_0(char** result, char const* format, va_list args);
 
 /// Formats as zsprintf_6_0 does.

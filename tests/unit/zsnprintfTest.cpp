@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "FailingAllocator.h"
@@ -705,6 +706,40 @@ TEST(zsnprintf, RefusesOneArgumentOfTwoTypes)
     };
     for (char const* format : formats)
         EXPECT_EQ(kFailure, text(format, "a")) << format;
+}
+
+TEST(zsnprintf, RefusesANullArgumentList)
+{
+    // Where a list is a pointer, that is what a caller without one hands over.
+    if constexpr (std::is_array_v<va_list>) {
+        std::remove_extent_t<va_list>* const none = nullptr;
+        char buffer[8] = "~";
+        char* result = buffer;
+        EXPECT_EQ(-1, zvsprintf_6_0(&result, "x%d", none));
+        EXPECT_EQ(nullptr, result);
+        result = buffer;
+        EXPECT_EQ(-1, zvasprintf_6_0(&result, "x%d", none));
+        EXPECT_EQ(nullptr, result);
+    }
+}
+
+TEST(zsnprintf, MayBeDoneAfterAFailedParseAndTwice)
+{
+    auto const parse = [](ZPrintfContext_6_0* context, char const* format, ...) {
+        va_list args;
+        va_start(args, format);
+        int const rc = zvsnprintf_parse_6_0(context, zgetLCSHandle_6_0(), format, args);
+        va_end(args);
+        return rc;
+    };
+    char const* const formats[] = {"%%%%%%%%%%%%%%%%%%%%%%%y",  // fails behind its eleventh
+                                   nullptr, "%1$d%2$d%3$d%4$d%5$d%6$d%7$d%8$d%9$d%10$d%11$d"};
+    for (char const* format : formats) {
+        ZPrintfContext_6_0 context;
+        parse(&context, format, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11);
+        zvsnprintf_done_6_0(&context);
+        zvsnprintf_done_6_0(&context);
+    }
 }
 
 TEST(zsnprintf, RefusesNullArguments)
