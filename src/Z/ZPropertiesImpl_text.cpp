@@ -276,8 +276,14 @@ void writeKey(Store const& store, Id key, TextBuffer& text)
     View const name = store.key(key).nameView();
     bool isWritten = false;
     store.eachValue(key, Store::plain, [&](View value) {
+        // A line that was read without the blanks may have no room for them: with them it would
+        // come back as two.
+        bool const hasRoom = name.length + 3 + value.length <= cache::kLongestLine;
         text.add(name);
-        text.add(" = ");
+        if (hasRoom)
+            text.add(" = ");
+        else
+            text.add("=");
         text.add(value);
         text.add("\n");
         isWritten = true;

@@ -333,6 +333,19 @@ TEST_F(StanzaHostile, LongestValueIsReadBack)
     EXPECT_EQ(value + "," + value.substr(1) + ",", readBack("s", "k"));
 }
 
+TEST_F(StanzaHostile, LongestLinesThatWereReadAreReadBack)
+{
+    // "k=" and a value: with a blank on each side of "=" the longer ones would become two lines.
+    for (size_t length = 8180; length <= 8188; ++length) {
+        SCOPED_TRACE(length);
+        std::string const value(length, 'v');
+        store_.reload(directory_.write("conf", "[s]\nk=" + value + "\n").c_str());
+        std::string const separator = length <= 8186 ? " = " : "=";
+        EXPECT_EQ("[s]\nk" + separator + value + "\n", stored());
+        EXPECT_EQ(value + ",", readBack("s", "k"));
+    }
+}
+
 TEST_F(StanzaHostile, StrangeNamesAreReadBack)
 {
     load("");

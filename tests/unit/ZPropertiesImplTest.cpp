@@ -1287,17 +1287,12 @@ TEST(ZPropertiesImpl, ReservedEntryNamesTheCompanionFile)
 TEST(ZPropertiesImpl, LongLinesAreReadInPieces)
 {
     // A piece is what fits beside a zero byte into 8192 bytes. A line feed may be its last byte.
-    for (size_t const length : {kMostOfLine - 2, kMostOfLine - 1, kMostOfLine, kMostOfLine + 1}) {
+    for (size_t const length : {kMostOfLine - 2, kMostOfLine - 1, kMostOfLine}) {
         SCOPED_TRACE(length);
         std::string const line = "k = " + std::string(length - 4, 'v');
         auto const data = parsed("[a]\n" + line + "\nl = w\n");
-        bool const isTorn = length > kMostOfLine;
-        if (isTorn)
-            FAIL() << "the rest of a torn line has no sign";
         EXPECT_EQ((Strings{std::string(length - 4, 'v')}), values(*data, "a", "k"));
         EXPECT_EQ((Strings{"w"}), values(*data, "a", "l"));
-        if (length == kMostOfLine)
-            break;
     }
     ZSCFData_6_0 data;
     Refusal const refused =
@@ -1307,9 +1302,10 @@ TEST(ZPropertiesImpl, LongLinesAreReadInPieces)
     auto const torn = parsed("[a]\nk = " + std::string(kMostOfLine - 4, 'v') + "l = w\n");
     EXPECT_EQ((Strings{std::string(kMostOfLine - 4, 'v')}), values(*torn, "a", "k"));
     EXPECT_EQ((Strings{"w"}), values(*torn, "a", "l"));
-    // The line feed behind a full piece is a line of its own.
+    // The line feed behind a full piece is a line of its own. Written without blanks, the line is
+    // no full piece any more.
     auto const full = parsed("[a]\nk = " + std::string(kMostOfLine - 4, 'v') + "\nl = w\n");
-    EXPECT_EQ("[a]\nk = " + std::string(kMostOfLine - 4, 'v') + "\n\nl = w\n", textOf(*full));
+    EXPECT_EQ("[a]\nk=" + std::string(kMostOfLine - 4, 'v') + "\n\nl = w\n", textOf(*full));
 }
 
 TEST(ZPropertiesImpl, LinesAreCutAsFgetsCutsThem)
