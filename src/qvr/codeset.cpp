@@ -2,6 +2,7 @@
 
 #include <unicode/ucnv.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -229,7 +230,7 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
 Codeset* acquire(char const* name)
 {
     if (std::string_view const all = name;
-        all.empty() || all.size() > kMaxName || all.find_first_of("/\\") != std::string_view::npos)
+        all.empty() || all.size() > kMaxName || std::any_of(all.begin(), all.end(), isReserved))
         throw Unknown();
     CodesetName found = resolveCodeset(name);
     auto fresh = std::make_unique<Codeset>();

@@ -92,17 +92,11 @@ constinit std::mutex lock_;
 constinit Tables* tables_ = nullptr;     // guarded by lock_; null until a directory is given
 constinit uint64_t lastGeneration_ = 0;  // guarded by lock_
 
-using Compare = bool (*)(char const*, char const*);
+// How names are compared: below 0, 0 or above 0, an order in which equal names stand together.
+using Compare = int (*)(char const*, char const*);
 
-bool sameCodeset(char const* a, char const* b)
-{
-    return ucnv_compareNames(a, b) == 0;
-}
-
-bool sameLocale(char const* a, char const* b)
-{
-    return strcasecmp(a, b) == 0;
-}
+constexpr Compare kCompareCodesets = ucnv_compareNames;
+constexpr Compare kCompareLocales = strcasecmp;
 
 // A table of the directory that cannot be used: qvr_set_dir fails and changes nothing.
 struct BadTable {};
@@ -154,11 +148,12 @@ bool isName(std::string_view word)
 {
     return !word.empty() && word.size() <= kMaxName &&
            std::all_of(word.begin(), word.end(),
-                       [](char c) { return c > ' ' && c < 0x7F && c != '/' && c != '\\'; });
+                       [](char c) { return c > ' ' && c < 0x7F && !isReserved(c); });
 }
 
-// Parses a table: on each line an alias and the name it stands for, "#" begins a comment.
-std::vector<Alias> readTable(std::string const& path, Compare same)
+// Parses a table: on each line an alias and the name it stands for, "#" begins a comment. The rows
+// come back in the order of their aliases.
+std::vector<Alias> readTable(std::string const& path, Compare compare)
 {
     std::vector<Alias> rows;
     std::string text;
@@ -175,12 +170,17 @@ std::vector<Alias> readTable(std::string const& path, Compare same)
             continue;
         if (!isName(alias) || !isName(name) || !takeWord(line).empty())
             throw BadTable();
-        Alias row{std::string(alias), std::string(name)};
-        for (Alias const& other : rows)
-            if (same(other.alias.c_str(), row.alias.c_str()))
-                throw BadTable();
-        rows.push_back(std::move(row));
+        rows.push_back({std::string(alias), std::string(name)});
     }
+    std::sort(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
+        return compare(a.alias.c_str(), b.alias.c_str()) < 0;
+    });
+    auto const twice =
+        std::adjacent_find(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
+            return compare(a.alias.c_str(), b.alias.c_str()) == 0;
+        });
+    if (twice != rows.end())
+        throw BadTable();
     return rows;
 }
 
@@ -196,7 +196,13 @@ std::vector<std::string> readConverterNames(std::string const& directory)
             throw std::bad_alloc();
         throw BadTable();
     }
-    while (dirent const* const entry = readdir(stream.get())) {
+    for (;;) {
+        errno = 0;
+        dirent const* const entry = readdir(stream.get());
+        if (entry == nullptr && errno != 0)
+            throw BadTable();
+        if (entry == nullptr)
+            return names;
         std::string_view file = entry->d_name;
         if (file.size() <= kSuffix.size() || file.substr(file.size() - kSuffix.size()) != kSuffix)
             continue;
@@ -204,17 +210,26 @@ std::vector<std::string> readConverterNames(std::string const& directory)
         if (isName(file))
             names.emplace_back(file);
     }
-    return names;
 }
 
-template <class Rows>
-char const* find(Rows const& rows, char const* name, Compare same)
+// What `name` stands for in a table of the directory; null when it is not there.
+char const* find(std::vector<Alias> const& rows, char const* name, Compare compare)
 {
-    for (auto const& row : rows) {
-        std::string_view const alias = row.alias;
-        if (same(alias.data(), name))
-            return std::string_view(row.name).data();
-    }
+    auto const row = std::lower_bound(rows.begin(), rows.end(), name,
+                                      [compare](Alias const& each, char const* wanted) {
+                                          return compare(each.alias.c_str(), wanted) < 0;
+                                      });
+    return row != rows.end() && compare(row->alias.c_str(), name) == 0 ? row->name.c_str()
+                                                                       : nullptr;
+}
+
+// The same in a built-in table, whose rows stand in no order.
+template <size_t kRows>
+char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare)
+{
+    for (BuiltIn const& row : rows)
+        if (compare(row.alias, name) == 0)
+            return row.name;
     return nullptr;
 }
 
@@ -226,10 +241,10 @@ CodesetName resolveCodeset(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr) {
-            if (char const* const other = find(tables_->codesets, name, sameCodeset))
+            if (char const* const other = find(tables_->codesets, name, kCompareCodesets))
                 found.name = other;
             for (std::string const& converter : tables_->converters) {
-                if (!sameCodeset(converter.c_str(), found.name.c_str()))
+                if (kCompareCodesets(converter.c_str(), found.name.c_str()) != 0)
                     continue;
                 found.name = converter;
                 found.directory = tables_->converterDirectory;
@@ -238,7 +253,7 @@ CodesetName resolveCodeset(char const* name)
             }
         }
     }
-    if (char const* const other = find(kCodesets, found.name.c_str(), sameCodeset))
+    if (char const* const other = find(kCodesets, found.name.c_str(), kCompareCodesets))
         found.name = other;
     return found;
 }
@@ -255,7 +270,7 @@ std::string preferredCodesetName(char const* name)
                 return preferred;
         }
         for (char const* preferred : kPreferred)
-            if (sameCodeset(each, preferred))
+            if (kCompareCodesets(each, preferred) == 0)
                 return preferred;
     }
     return name;
@@ -267,10 +282,10 @@ std::string resolveLocale(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr)
-            if (char const* const other = find(tables_->locales, name, sameLocale))
+            if (char const* const other = find(tables_->locales, name, kCompareLocales))
                 found = other;
     }
-    if (char const* const other = find(kLocales, found.c_str(), sameLocale))
+    if (char const* const other = find(kLocales, found.c_str(), kCompareLocales))
         found = other;
     return found;
 }
@@ -288,8 +303,8 @@ int qvr_set_dir(char const* dir)
         auto fresh = std::make_unique<Tables>();
         if (!directory.empty()) {  // an empty name is no directory, not the root
             fresh->converterDirectory = directory + "/converters";
-            fresh->codesets = readTable(directory + "/codesets.alias", sameCodeset);
-            fresh->locales = readTable(directory + "/locales.alias", sameLocale);
+            fresh->codesets = readTable(directory + "/codesets.alias", kCompareCodesets);
+            fresh->locales = readTable(directory + "/locales.alias", kCompareLocales);
             fresh->converters = readConverterNames(fresh->converterDirectory);
         }
 

@@ -16,6 +16,13 @@ namespace qvr {
 // Longest name of a codeset or locale that is looked at, terminator not counted.
 constexpr size_t kMaxName = 127;
 
+// Whether a name cannot hold `c`: a name becomes part of a path, and ICU takes what stands behind a
+// comma for options.
+constexpr bool isReserved(char c)
+{
+    return c == '/' || c == '\\' || c == ',';
+}
+
 // What a codeset name stands for.
 struct CodesetName {
     std::string name;       // what ICU, or the converter file, calls it

@@ -1,10 +1,31 @@
 // The table directory: alias tables, converter files, and what a bad one leaves behind.
+#include <dirent.h>
+#include <dlfcn.h>
+#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "TextServices.h"
+
+namespace {
+
+int readdirError = 0;  // what readdir() fails with; 0 lets it work
+
+}  // namespace
+
+// Goes before the C library's, also for the calls of the text services.
+extern "C" dirent* readdir(DIR* stream)
+{
+    if (readdirError != 0) {
+        errno = readdirError;
+        return nullptr;
+    }
+    static auto const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
+    return real(stream);
+}
 
 namespace {
 
@@ -106,8 +127,11 @@ TEST_F(qvrTables, ABadTableChangesNothing)
         {"NUL", "codesets.alias", std::string("house UTF\0-8\n", 13)},
         {"slash", "codesets.alias", "house ../UTF-8\n"},
         {"backslash", "codesets.alias", "house a\\b\n"},
+        {"comma in a name", "codesets.alias", "house ISO-2022-JP,version=2\n"},
+        {"comma in an alias", "codesets.alias", "hou,se UTF-8\n"},
         {"twice", "codesets.alias", "house UTF-8\nother UTF-8\nHOUSE UTF-8\n"},
         {"twice, written differently", "codesets.alias", "my-house UTF-8\nmyhouse UTF-8\n"},
+        {"twice but for leading zeros", "codesets.alias", "no1 UTF-8\nxyz UTF-8\nno001 UTF-8\n"},
         {"too big", "codesets.alias", std::string((1 << 20) + 1, '\n')},
         {"in the other table", "locales.alias", "alone\n"},
         {"twice in the other table", "locales.alias", "house C\nHouse C\n"},
@@ -154,6 +178,66 @@ TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
         c.make(directory.path("codesets.alias").c_str());
         EXPECT_EQ(qvrInvalid, qvr_set_dir(directory.path().c_str()));
     }
+}
+
+TEST_F(qvrTables, AnUnreadableDirectoryOfConvertersChangesNothing)
+{
+    directory_.write("codesets.alias", "house ISO-8859-15\n");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    TemporaryDirectory other;
+    std::filesystem::create_directory(other.path("converters"));
+    other.write("codesets.alias", "other ISO-8859-15\n");
+    readdirError = EIO;
+    int const rc = qvr_set_dir(other.path().c_str());
+    readdirError = 0;
+    EXPECT_EQ(qvrInvalid, rc);
+    EXPECT_EQ("a4", euroIn("house"));
+    EXPECT_EQ("none", euroIn("other"));
+    EXPECT_EQ(0, qvr_set_dir(other.path().c_str()));
+}
+
+// As many rows as the largest table holds, each of another name.
+std::string fullTable()
+{
+    std::string table;
+    std::string name = "aaaa";
+    while (table.size() + 7 <= 1 << 20) {
+        table += name + " C\n";
+        for (size_t at = name.size(); at-- > 0;) {
+            if (name[at] != 'z') {
+                ++name[at];
+                break;
+            }
+            name[at] = 'a';
+        }
+    }
+    return table;
+}
+
+TEST_F(qvrTables, TheLargestTableIsReadAtOnce)
+{
+    std::string table = fullTable();
+    directory_.write("codesets.alias", table);
+    directory_.write("locales.alias", table);
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    // A comparison of all rows with all others takes more than a minute.
+    EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - start);
+    for (char const* const name : {"aaaa", "FNJG", "zzz"})
+        EXPECT_EQ(name[3] != 0 ? "C" : "zzz", canonical(name)) << name;
+
+    table.replace(table.size() - 7, 4, "aaaa");
+    directory_.write("codesets.alias", table);
+    EXPECT_EQ(qvrInvalid, qvr_set_dir(directory_.path().c_str()));
+}
+
+// What stands behind a comma would be an option of ICU's.
+TEST_F(qvrTables, NamesWithOptionsAreUnknown)
+{
+    for (char const* const name :
+         {"ISO-2022-JP,version=2", "IBM-1047,swaplfnl", "UTF-8,", ",UTF-8"})
+        EXPECT_EQ(nullptr, qvr_cs_t(Codeset(name))) << name;
+    EXPECT_NE(nullptr, qvr_cs_t(Codeset("ISO-2022-JP")));
 }
 
 TEST_F(qvrTables, LongNamesFillTheirRoom)
