@@ -3,10 +3,10 @@
 // Subsystem: text services.  Stands on: utf8_p, qvr.h.
 //
 // A Codeset holds the tables of one codeset and is shared by all its handles; it is built once,
-// when the first handle is made, and never changes afterwards. Single bytes of every codeset, and
-// the two- and three-byte characters of the multibyte ones, are decoded from tables. What is
-// longer, and everything that is encoded into a multibyte codeset, goes through a converter
-// object of the calling thread (converter_p).
+// when the first handle is made, and never changes afterwards. Characters of one and two bytes are
+// decoded from tables, and those of three where a codeset has none of four. What is longer, and
+// everything that is encoded into a multibyte codeset, goes through a converter object of the
+// calling thread (converter_p).
 #pragma once
 
 #include <unicode/utypes.h>

@@ -12,9 +12,16 @@
 // the same invalid byte.
 //
 // Some codesets convert only: those whose bytes have a meaning only in their order (ISO-2022-JP,
-// UTF-7, HZ) and those whose text holds zero bytes (UTF-16, UTF-32). qvr_to_utf8 and
-// qvr_from_utf8 serve them like any other; to every other function each of their bytes but the
-// terminator is invalid.
+// HZ, the EBCDIC ones with shifts) and every form of Unicode but UTF-8 (UTF-16, UTF-32, UTF-7,
+// CESU-8, SCSU). qvr_to_utf8 and qvr_from_utf8 serve them like any other; to every other function
+// each of their bytes but the terminator is invalid.
+//
+// Memory: handles and whole-text conversions may fail for the lack of it and say so. Of the other
+// functions only those ask for memory that meet one of two things, and the calling thread then
+// keeps a converter until it ends: a character to be encoded into a multibyte codeset other than
+// UTF-8, which without memory counts as one that the codeset does not have; and a character of
+// more than two bytes in a codeset that has some of four (GB18030, EUC-TW), whose bytes without
+// memory count as invalid. ASCII asks for none.
 //
 // Ownership: handles are the caller's, released with qvr_cs_free and qvr_loc_free. No function
 // keeps a pointer to the caller's text, except qvr_strtok as said there.
@@ -53,8 +60,10 @@ enum {
 /// from now on, in place of those of an earlier call; handles already made keep what they have.
 /// The built-in tables stand behind them: a missing or empty directory leaves those alone in
 /// force and is a success.
-/// codes   0 done; qvrInvalid when `dir` is null or a table is unreadable or has a bad line;
+/// codes   0 done; qvrInvalid when `dir` is null, a table or the directory of the converter files
+///         is unreadable, or a table has a bad line;
 ///         qvrNoMemory. On a failure the tables stay as they were.
+/// cost    O(n log n) in the rows of the tables.
 /// threads any; a look-up sees all of the old tables or all of the new ones.
 int qvr_set_dir(char const* dir);
 
@@ -89,21 +98,24 @@ void qvr_loc_free(qvr_loc_t loc);
 /// codes   as qvr_os_lang_name.
 int qvr_os_cs_name(char* buf, size_t room);
 
-/// Returns a codeset for `name`. Case, blanks, hyphens and underscores in a name do not count.
+/// Returns a codeset for `name`. Of a name only letters, in either case, and digits count, and
+/// of a number not its leading zeros: "ISO_8859-01" is "iso88591".
 /// The name is looked up in the alias table, then among the converter files of the directory,
 /// then among the names that are known without it, which are all that ICU knows.
+/// range   at most 127 bytes, none of them a slash, a backslash or a comma.
 /// owns    the caller's, released with qvr_cs_free. Every call returns another handle, also for
 ///         the same codeset, so that a handle's address tells who made it.
-/// codes   null when `name` is null, empty or unknown, or when there is no memory.
+/// codes   null when `name` is null, empty, out of range or unknown, or when there is no memory.
 /// cost    the first handle of a multibyte codeset builds its tables (about a millisecond).
 qvr_cs_t qvr_cs_new(char const* name);
 
 /// Releases a codeset. Null is accepted. No thread may be using it.
 void qvr_cs_free(qvr_cs_t cs);
 
-// Conversion. All `srcLen` bytes are converted, terminators among them included; nothing is
-// written that does not come from the source. Conversion is strict both ways: a character
-// without a counterpart is a failure, never replaced.
+// Conversion. All `srcLen` bytes are converted, terminators among them included; no terminator is
+// added. What a codeset puts around its characters is written and read over: the byte order mark
+// of UTF-16 and UTF-32, the shifts of ISO-2022-JP and the like, which a text ends by undoing.
+// Conversion is strict both ways: a character without a counterpart is a failure, never replaced.
 
 /// Converts from `cs` to UTF-8. Returns the number of bytes written.
 /// range   `src` and `dst` must not overlap.
@@ -122,8 +134,8 @@ ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, 
 /// range   reads at most `n` bytes, and none behind the terminator.
 /// codes   -1 when `cs` or `s` is null, `n` is 0, or the character is invalid or does not end
 ///         within `n` bytes.
-/// cost    a few nanoseconds, no memory, no lock. Only the four-byte characters of GB18030 and
-///         EUC-TW take a converter of the thread's own (and are invalid without memory for it).
+/// cost    a few nanoseconds, no memory, no lock; not so for what is longer than two bytes in a
+///         codeset that has characters of four (GB18030, EUC-TW): see "Memory" above.
 int qvr_mblen(qvr_cs_t cs, char const* s, size_t n);
 
 /// Decodes the character at `s` into `*wc`, a Unicode code point, and returns its length; 0 with
@@ -137,8 +149,9 @@ int qvr_mbtowc(qvr_cs_t cs, uint32_t* wc, char const* s, size_t n);
 /// byte. No terminator is added.
 /// range   `room` bytes are writable at `s`; qvrMbLenMax are always enough.
 /// codes   -1, with nothing written, when `cs` or `s` is null, `cs` does not have the
-///         character, it needs more than `room` bytes, or `wc` is a surrogate (0xD800 to
-///         0xDFFF): half a pair is no character, and the other half is not at hand.
+///         character (or memory for its converter is short), it needs more than `room` bytes, or
+///         `wc` is a surrogate (0xD800 to 0xDFFF): half a pair is no character, and the other half
+///         is not at hand.
 int qvr_wctomb(qvr_cs_t cs, char* s, size_t room, uint16_t wc);
 
 // Classes of code points: 1 or 0. Surrogates and values above 0x10FFFF are in no class.
@@ -203,7 +216,7 @@ char* qvr_strchr(qvr_cs_t cs, char const* s, int c);
 
 /// Changes every character of `s` to its upper-case counterpart, in place and one to one; a
 /// character whose counterpart takes more or fewer bytes, or is not in the codeset, stays as it
-/// is. Returns `s`.
+/// is, and so does one whose counterpart is not found for lack of memory. Returns `s`.
 /// codes   null when `cs` or `s` is null.
 char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s);
 
@@ -212,7 +225,7 @@ char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s);
 
 /// Compares two texts without regard to case: below 0, 0 or above 0 as `a` is before, equal to or
 /// behind `b`. Characters are folded one to one and ordered by code point; invalid bytes come
-/// behind all characters, by value.
+/// behind all characters, by value; so do those of a four-byte character when memory is short.
 /// codes   -1 when `cs`, `a` or `b` is null.
 int qvr_stricmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b);
 

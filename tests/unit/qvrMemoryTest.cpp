@@ -156,6 +156,44 @@ TEST(qvrMemory, FourByteCharactersAreInvalidWithoutMemory)
     });
 }
 
+TEST(qvrMemory, CaseStaysAsItIsWithoutMemory)
+{
+    Codeset const cs("EUC-JP");
+    std::string const small = fromUtf8(cs, "a\u0436");
+    std::string const capital = fromUtf8(cs, "A\u0416");
+    std::string const half = "A" + small.substr(1);  // ASCII needs no converter
+    failEachInANewThread([&] {
+        std::string text = small;
+        EXPECT_EQ(text.data(), qvr_strupper(cs, nullptr, text.data()));
+        EXPECT_TRUE(text == capital || text == half) << hex(text);
+        return text == capital;
+    });
+    failEachInANewThread([&] {
+        std::string text = capital;
+        EXPECT_EQ(text.data(), qvr_strlower(cs, nullptr, text.data()));
+        return text == small;
+    });
+    failEachInANewThread([&] {
+        char out[qvrMbLenMax] = "##";
+        int const length = qvr_wctomb(cs, out, sizeof out, 0x0436);
+        EXPECT_EQ(length == -1 ? "##" : small.substr(1), std::string(out, 2));
+        return length == 2;
+    });
+}
+
+TEST(qvrMemory, FourByteCharactersCompareAsBytesWithoutMemory)
+{
+    Codeset const cs("GB18030");
+    std::string const small = fromUtf8(cs, "\u00fe");
+    std::string const capital = fromUtf8(cs, "\u00de");
+    ASSERT_EQ(4u, small.size());
+    failEachInANewThread([&] {
+        int const order = qvr_stricmp(cs, nullptr, small.c_str(), capital.c_str());
+        EXPECT_TRUE(order == 0 || order == 1) << order;
+        return order == 0;
+    });
+}
+
 TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
 {
     Codeset const utf8Codeset("UTF-8");

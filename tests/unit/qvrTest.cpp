@@ -55,6 +55,9 @@ TEST(qvr, CodesetNamesAreTakenAsPeopleWriteThem)
         {"UTF-16BE", "A", std::string("\0A", 2)},
         {"ISO-2022-JP", "\u8868", "\x1B$BI=\x1B(B"},
         {"UTF-7", "\u8868", "+iGg-"},
+        {"CESU-8", "\U0001F600", "\xED\xA0\xBD\xED\xB8\x80"},
+        {"I.S.O:8859*015", "\u20ac", "\xA4"},
+        {"ISO_8859-015", "\u20ac", "\xA4"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -62,6 +65,29 @@ TEST(qvr, CodesetNamesAreTakenAsPeopleWriteThem)
         ASSERT_NE(nullptr, qvr_cs_t(cs));
         EXPECT_EQ(hex(c.encoded), hex(fromUtf8(cs, c.text)));
         EXPECT_EQ(c.text, toUtf8(cs, c.encoded));
+    }
+}
+
+TEST(qvr, EncodersWriteWhatTheCodesetPutsAroundItsCharacters)
+{
+    struct Case {
+        char const* name;
+        char const* text;
+        std::string encoded;
+    };
+    Case const cases[] = {
+        {"UTF-16", "A", std::string("\xFF\xFE\x41\0", 4)},
+        {"UTF-32", "A", std::string("\xFF\xFE\0\0A\0\0\0", 8)},
+        {"ISO-2022-JP", "A\u8868", "A\x1B$BI=\x1B(B"},
+        {"HZ", "A", "~}A"},
+        {"IBM-930", "A\u8868", "\xC1\x0E\x46\xC0\x0F"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Codeset const cs(c.name);
+        EXPECT_EQ(hex(c.encoded), hex(fromUtf8(cs, c.text)));
+        EXPECT_EQ(c.text, toUtf8(cs, c.encoded));
+        EXPECT_EQ("", fromUtf8(cs, ""));
     }
 }
 
@@ -403,6 +429,7 @@ TEST(qvr, CharactersAreMeasuredAndDecoded)
         {"UTF-16LE", "a", -1, 0},
         {"ISO-2022-JP", "a", -1, 0},
         {"UTF-7", "a", -1, 0},
+        {"CESU-8", "a", -1, 0},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.codeset + (": " + hex(c.bytes)));
