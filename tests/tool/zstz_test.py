@@ -122,6 +122,37 @@ class ToolTest(unittest.TestCase):
         self.expect(DONE, counts, "check", self.file)
         self.expect(DONE, counts * 2, "check", self.file, self.file)
 
+    def test_check_goes_on_behind_a_bad_file(self):
+        bad = pathlib.Path(self.room.name) / "bad.conf"
+        bad.write_text("[a]\nno equals sign\n")
+        missing = self.file + ".missing"
+        run = self.run_tool("check", str(bad), self.file, missing, self.file)
+        counts = f"{self.file}: 2 stanzas, 5 keys, 5 values\n"
+        self.assertEqual((NO_ACCESS, counts * 2), (run.returncode, run.stdout))
+        self.assertRegex(run.stderr, rf"\Azstz: {bad}:2: [^\n]+\nzstz: cannot open {missing}: "
+                         r"[^\n]+\n\Z")
+        self.assertEqual(INVALID_DATA, self.run_tool("check", str(bad), self.file).returncode)
+
+    def test_check_says_what_storing_would_lose(self):
+        self.path.write_text(f"[a]\n# {'x' * 8188}\nk = {'x' * 8190}=y\nz = 1\0 2\n")
+        self.expect_unchanged(
+            DONE, f"{self.file}: 1 stanzas, 3 keys, 3 values\n"
+            f"{self.file}:3: note: the line is longer than 8190 bytes and is read as several; "
+            "shorten it, or spread the values over several lines of the key\n"
+            f"{self.file}:4: note: the line has a zero byte, behind which nothing is read; take it "
+            "out\n", "check", self.file)
+
+    def test_what_storing_would_lose_keeps_a_file_from_being_changed(self):
+        rows = ((f"[a]\n\nk = {'x' * 8190}=y\n", 3, "longer than 8190 bytes"),
+                ("[a]\nk = 1\0 2\n", 2, "zero byte"))
+        for text, line, printed in rows:
+            self.path.write_text(text)
+            for verb in (["set", self.file, "a", "b", "1"], ["add", self.file, "a", "b", "1"],
+                         ["unset", self.file, "a", "k"]):
+                with self.subTest(line=line, verb=verb):
+                    self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not", *verb)
+                    self.expect_unchanged(REFUSED, printed, *verb)
+
     # ---- Changing ----
 
     def test_set_changes_that_line_alone(self):
@@ -157,7 +188,9 @@ class ToolTest(unittest.TestCase):
                               "listener", "port", "")
 
     def test_unset_removes_a_key_or_a_stanza(self):
-        self.expect(DONE, "", "unset", self.file, "listener", "port")
+        self.expect_unchanged(REFUSED, "has 2 values; use --all", "unset", self.file, "listener",
+                              "port")
+        self.expect(DONE, "", "unset", self.file, "listener", "port", "--all")
         self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", ""))
         self.expect_unchanged(NOT_FOUND, "there is no key port", "unset", self.file, "listener",
                               "port")
@@ -177,6 +210,10 @@ class ToolTest(unittest.TestCase):
             ("the key", ["listener", "a\nb", "value"]),
             ("the value of key name", ["listener", "name", "one\ntwo"]),
             ("the value of key name", ["listener", "name", "x" * 8190]),
+            ("white space", ["listener", "name", " x"]),
+            ("white space", ["listener", "name", "x\t"]),
+            ("white space", ["listener", "name", "x\r"]),
+            ("use --obfuscated", ["listener", "name", "   "]),
         )
         for verb in ("set", "add"):
             for printed, arguments in rows:
@@ -199,9 +236,23 @@ class ToolTest(unittest.TestCase):
         self.expect(DONE, "hunter2\nsecond\n", "get", self.file, "upstream", "password", "--all")
         self.expect_unchanged(REFUSED, "has 2 values", "set", self.file, "upstream", "password",
                               "--obfuscated", given="third")
-        self.expect(DONE, "", "unset", self.file, "upstream", "password")
+        self.expect(DONE, "", "unset", self.file, "upstream", "password", "--all")
         self.assertFalse(pathlib.Path(self.file + ".obf").exists())
         self.expect_text(GATEWAY + "\n[configuration-database]\n")
+
+    def test_an_obfuscated_value_keeps_its_outer_blanks(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "motto", "--obfuscated", given=" x\t\n")
+        self.expect(DONE, " x\t\n", "get", self.file, "upstream", "motto")
+
+    def test_the_reserved_stanza_is_not_changed(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        reserved = "configuration-database"
+        for rest in (["set", "file", "/tmp/x"], ["set", "other", "x"], ["add", "file", "/tmp/x"],
+                     ["set", "password", "--obfuscated"], ["unset", "file"], ["unset", "--stanza"]):
+            with self.subTest(rest):
+                self.expect_unchanged(REFUSED, "the stanza [configuration-database] is reserved",
+                                      rest[0], self.file, reserved, *rest[1:], given="x")
+        self.expect(DONE, self.file + ".obf\n", "get", self.file, reserved, "file")
 
     def test_a_key_keeps_its_kind_of_values(self):
         self.expect_unchanged(REFUSED, "holds plain values", "set", self.file, "listener", "name",
@@ -263,12 +314,38 @@ class ToolTest(unittest.TestCase):
                     self.expect_unchanged(INVALID_DATA, reason, verb, self.file)
         self.expect_unchanged(INVALID_DATA, self.file, "set", self.file, "a", "k", "v")
 
+    def test_the_bytes_of_a_line_tell_more_than_its_text(self):
+        rows = (
+            (f"[a]\n\nk = {'x' * 9000}\n".encode(), 3, "x" * 60 + "...", "longer than 8190 bytes"),
+            (b"[a]\n" + b"k" * 9000 + b" = v\n", 2, "k" * 60 + "...", "longer than 8190 bytes"),
+            (f"[a]\nx = {'y' * 9000}\nq\n".encode(), 2, "y" * 60 + "...",
+             "longer than 8190 bytes"),
+            (b"[a]\n" + b"# " + b"c" * 8189 + b"\nq\n", 3, "q", "KEY = VALUE"),
+            (b"\xEF\xBB\xBF[a]\nk = v\n", 1, None, "UTF-8 without one"),
+            ("[a]\nk = v\n".encode("utf-16"), 1, None, "UTF-16"),
+            (b"[a]\nk\0 = v\n", 2, "k", "zero byte"),
+            (b"[a]\nk = v\n\xFF\xFE\n", 3, "??", "KEY = VALUE"),
+            ("[a]\n".encode() + "ü".encode() * 40, 2, "ü" * 30 + "...", "KEY = VALUE"),
+            (b"[a]\nx" + "ü".encode() * 40, 2, "x" + "ü" * 29 + "...", "KEY = VALUE"),
+        )
+        for data, number, line, reason in rows:
+            self.path.write_bytes(data)
+            with self.subTest(number=number, line=line, reason=reason):
+                place = f"{self.file}:{number}: " + ("" if line is None else f'"{line}": ')
+                self.expect_unchanged(INVALID_DATA, place, "list", self.file)
+                self.expect_unchanged(INVALID_DATA, reason, "list", self.file)
+
     def test_a_damaged_companion_is_invalid_data(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         pathlib.Path(self.file + ".obf").write_bytes(b"no such stream")
         self.expect_unchanged(INVALID_DATA, "companion file", "check", self.file)
         pathlib.Path(self.file + ".obf").unlink()
-        self.expect_unchanged(NO_ACCESS, "cannot read the companion file", "check", self.file)
+        self.expect_unchanged(NO_ACCESS, f"cannot read the companion file {self.file}.obf: No such "
+                              "file", "check", self.file)
+        pathlib.Path(self.file + ".obf").write_bytes(b"")
+        self.expect_unchanged(NO_ACCESS, f"{self.file}.obf: it is empty", "check", self.file)
+        self.expect_unchanged(NO_ACCESS, 'put back a copy of it, or edit the line "file = ..." of '
+                              f"[configuration-database] out of {self.file}\n", "list", self.file)
 
     def test_a_file_that_cannot_be_opened(self):
         missing = self.file + ".missing"
@@ -280,6 +357,16 @@ class ToolTest(unittest.TestCase):
                 self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such file", verb,
                                       missing, *rest)
                 self.expect_unchanged(NO_ACCESS, folder, verb, folder, *rest)
+
+    def test_what_is_no_regular_file(self):
+        pipe = self.file + ".pipe"
+        os.mkfifo(pipe)
+        for path, kind in ((pipe, "a pipe"), (self.room.name, "a folder"),
+                           ("/dev/null", "no regular file")):
+            for verb, *rest in (("list",), ("set", "a", "b", "c")):
+                with self.subTest(path=path, verb=verb):
+                    self.expect(NO_ACCESS, f"{path} is {kind}; name a regular file", verb, path,
+                                *rest)
 
     @unittest.skipIf(os.geteuid() == 0, "root may open everything")
     def test_a_file_that_may_not_be_read(self):
@@ -316,11 +403,27 @@ class ToolTest(unittest.TestCase):
         self.expect(DONE, "", "set", self.file, "upstream", "weight", "9")
 
     def test_standard_output_that_takes_nothing(self):
-        with open("/dev/full", "w", encoding="utf-8") as full:
-            run = subprocess.run([TOOL, "list", self.file], stdout=full, stderr=subprocess.PIPE,
-                                 text=True, check=False, timeout=60)
+        for arguments in (["list", self.file], ["--help"], ["set", "--help"], ["--version"]):
+            with self.subTest(arguments), open("/dev/full", "w", encoding="utf-8") as full:
+                run = subprocess.run([TOOL, *arguments], stdout=full, stderr=subprocess.PIPE,
+                                     text=True, check=False, timeout=60)
+                self.assertEqual(NO_ACCESS, run.returncode)
+                self.assertIn("standard output", run.stderr)
+
+    def test_standard_descriptors_that_are_closed(self):
+        text = self.path.read_bytes()
+        rows = (("list", ">&-", NO_ACCESS), ("list", ">&- 2>&-", NO_ACCESS),
+                ("check", "<&- 2>&-", DONE), ("list", "<&- >&- 2>&-", NO_ACCESS))
+        for verb, closed, code in rows:
+            with self.subTest(verb=verb, closed=closed):
+                run = subprocess.run(f'"{TOOL}" {verb} "{self.file}" {closed}', shell=True,
+                                     capture_output=True, check=False, timeout=60)
+                self.assertEqual(code, run.returncode)
+                self.assertEqual(text, self.path.read_bytes())
+        run = subprocess.run(f'"{TOOL}" set "{self.file}" listener name --obfuscated <&-',
+                             shell=True, capture_output=True, text=True, check=False, timeout=60)
         self.assertEqual(NO_ACCESS, run.returncode)
-        self.assertIn("standard output", run.stderr)
+        self.assertIn("give it on standard input", run.stderr)
 
     # ---- Usage ----
 
@@ -335,6 +438,7 @@ class ToolTest(unittest.TestCase):
             ["set", self.file, "listener", "port"], ["add", self.file, "listener", "port"],
             ["unset", self.file, "listener"], ["unset", self.file],
             ["unset", self.file, "listener", "port", "--stanza"],
+            ["unset", self.file, "listener", "--stanza", "--all"],
             ["keys", self.file], ["stanzas"], ["list"], ["check"], ["check", ""],
             ["set", self.file, "listener", "name", "x", "--force"],
             ["get", self.file, "listener", "port", "keys", self.file, "listener"],
@@ -342,6 +446,17 @@ class ToolTest(unittest.TestCase):
         for arguments in rows:
             with self.subTest(arguments):
                 self.expect_unchanged(USAGE, "--help", *arguments)
+
+    def test_an_unknown_verb(self):
+        verbs = "use one of " + ", ".join(VERBS)
+        for verb in ("frobnicate", "Get", ""):
+            self.expect(USAGE, f'there is no verb "{verb}"; {verbs}', verb)
+        self.expect(USAGE, 'there is no verb "li?st"', "li\nst", self.file)
+        self.expect(USAGE, f"a verb is missing; {verbs}")
+
+    def test_a_report_is_one_line(self):
+        self.expect(NOT_FOUND, "[a?b]", "keys", self.file, "a\nb")
+        self.expect(NO_ACCESS, "a?b", "list", "a\nb")
 
     def test_help_goes_to_standard_output_with_an_example(self):
         for verb in ((), *((v,) for v in VERBS)):
@@ -356,6 +471,8 @@ class ToolTest(unittest.TestCase):
         for verb in VERBS:
             self.assertRegex(whole, rf"(?m)^  {verb} ")
         self.assertIn("Exit codes: 0 done", whole)
+        self.assertRegex(self.run_tool("set", "--help").stdout,
+                         r"Example:\n  zstz set .*\n  zstz set .* --obfuscated <")
 
     def test_version(self):
         self.expect(DONE, "zstz 6.0\n", "--version")

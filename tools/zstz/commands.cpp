@@ -3,6 +3,7 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZStanzaFileProperties.h>
+#include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -10,14 +11,18 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <unordered_map>
+#include <algorithm>
 #include <unordered_set>
 
 #include "failures.h"
+#include "survey.h"
 
 namespace {
 
 constexpr char kMask[] = "********";
+
+// The stanza in which a store keeps the name of the companion file.
+constexpr char kReserved[] = "configuration-database";
 
 std::string text(ZLCString_6_0 const& string)
 {
@@ -199,9 +204,25 @@ std::string valueOf(Request const& request)
     return request.obfuscated ? readValue() : request.value;
 }
 
+bool isSpace(char c)
+{
+    return isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+// The store writes the reserved stanza itself; what is changed there by hand costs the obfuscated
+// values.
+void checkReserved(Request const& request)
+{
+    if (request.stanza == kReserved)
+        throw Failure{exitRefused, "the stanza [" + request.stanza +
+                                       "] is reserved for the name of the companion file and is "
+                                       "kept up to date by itself; use another stanza"};
+}
+
 // Says what is wrong with names and value where the file could not give them back.
 void checkText(Request const& request, std::string const& value)
 {
+    checkReserved(request);
     if (ZPCategoryBasedCache_6_0::validateCategory(request.stanza.c_str()) == 0)
         throw Failure{exitInvalidValue,
                       "the stanza name " + quoted(request.stanza) +
@@ -211,11 +232,17 @@ void checkText(Request const& request, std::string const& value)
                       "the key " + quoted(request.key) +
                           " cannot be stored; use one line of text that has no \"=\", no outer "
                           "blanks and no leading \"#\" or \"[\""};
-    if (!request.obfuscated &&
-        ZPCategoryBasedCache_6_0::validateValue(request.key.c_str(), value.c_str()) == 0)
+    if (request.obfuscated)
+        return;
+    if (ZPCategoryBasedCache_6_0::validateValue(request.key.c_str(), value.c_str()) == 0)
         throw Failure{exitInvalidValue,
                       "the value of key " + request.key +
                           " cannot be stored; use one line of at most 8190 bytes"};
+    if (!value.empty() && (isSpace(value.front()) || isSpace(value.back())))
+        throw Failure{exitInvalidValue, "the value " + quoted(value) + " of key " + request.key +
+                                            " begins or ends with white space, which a line does "
+                                            "not keep; leave that out, or use --obfuscated, "
+                                            "which keeps it"};
 }
 
 // A key keeps one kind of values.
@@ -233,9 +260,42 @@ void checkKind(ZProperties_6_0& store, Request const& request)
                         : " holds plain values; leave out --obfuscated, or unset it first")};
 }
 
+// A file that is read, changed and stored with its comments, while no other zstz does so.
+class EditedFile {
+public:
+    explicit EditedFile(std::string const& path) : turn_(path), store_(path.c_str(), 1)
+    {
+        // What is not read whole would not be written back whole.
+        survey(path, [&path](Piece const& piece) {
+            if (char const* const loss = piece.isTorn    ? kTornLine
+                                         : piece.hasZero ? kZeroByte
+                                                         : nullptr)
+                throw Failure{exitRefused, path + ":" + std::to_string(piece.line) +
+                                               ": the file would not be stored as it is: " + loss};
+            return true;
+        });
+    }
+
+    ZStanzaFileProperties_6_0& store() { return store_; }
+
+private:
+    Turn const turn_;
+    ZStanzaFileProperties_6_0 store_;
+};
+
+// Refuses what would take several values from a key at once.
+void checkCount(ZProperties_6_0& store, Request const& request, char const* advice)
+{
+    int const count = store.numValues(request.stanza.c_str(), request.key.c_str());
+    if (count > 1 && !request.all)
+        throw Failure{exitRefused, "key " + request.key + " in [" + request.stanza + "] of " +
+                                       request.file + " has " + std::to_string(count) +
+                                       " values; use --all to " + advice};
+}
+
 }  // namespace
 
-void runGet(Request const& request)
+int runGet(Request const& request)
 {
     LoadedFile file(request.file);
     needKey(file.store(), request);
@@ -254,25 +314,23 @@ void runGet(Request const& request)
             puts(values.empty() ? "" : values.back().c_str());
         }
     }
+    return exitDone;
 }
 
-void runSet(Request const& request)
+int runSet(Request const& request)
 {
     std::string const value = valueOf(request);
     checkText(request, value);
-    Turn const turn(request.file);
-    ZStanzaFileProperties_6_0 store(request.file.c_str(), 1);
-    checkKind(store, request);
-    int const count = store.numValues(request.stanza.c_str(), request.key.c_str());
-    if (count > 1 && !request.all)
-        throw Failure{exitRefused, "key " + request.key + " in [" + request.stanza + "] of " +
-                                       request.file + " has " + std::to_string(count) +
-                                       " values; use --all to replace them all, or `zstz add`"};
-    store.setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(), request.obfuscated);
-    store.store(nullptr);
+    EditedFile file(request.file);
+    checkKind(file.store(), request);
+    checkCount(file.store(), request, "replace them all, or `zstz add`");
+    file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
+                          request.obfuscated);
+    file.store().store(nullptr);
+    return exitDone;
 }
 
-void runAdd(Request const& request)
+int runAdd(Request const& request)
 {
     std::string const value = valueOf(request);
     checkText(request, value);
@@ -280,35 +338,39 @@ void runAdd(Request const& request)
         throw Failure{exitInvalidValue,
                       "an empty value cannot be added; `zstz set` makes a key "
                       "without a value"};
-    Turn const turn(request.file);
-    ZStanzaFileProperties_6_0 store(request.file.c_str(), 1);
-    checkKind(store, request);
-    store.addValue(request.stanza.c_str(), request.key.c_str(), value.c_str(), request.obfuscated);
-    store.store(nullptr);
+    EditedFile file(request.file);
+    checkKind(file.store(), request);
+    file.store().addValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
+                          request.obfuscated);
+    file.store().store(nullptr);
+    return exitDone;
 }
 
-void runUnset(Request const& request)
+int runUnset(Request const& request)
 {
-    Turn const turn(request.file);
-    ZStanzaFileProperties_6_0 store(request.file.c_str(), 1);
+    checkReserved(request);
+    EditedFile file(request.file);
     if (request.wholeStanza) {
-        needStanza(store, request);
-        store.deleteStanza(request.stanza.c_str());
+        needStanza(file.store(), request);
+        file.store().deleteStanza(request.stanza.c_str());
     } else {
-        needKey(store, request);
-        store.deleteKey(request.stanza.c_str(), request.key.c_str());
+        needKey(file.store(), request);
+        checkCount(file.store(), request, "remove them all");
+        file.store().deleteKey(request.stanza.c_str(), request.key.c_str());
     }
-    store.store(nullptr);
+    file.store().store(nullptr);
+    return exitDone;
 }
 
-void runStanzas(Request const& request)
+int runStanzas(Request const& request)
 {
     LoadedFile const file(request.file);
     for (Stanza const& stanza : file.outline())
         puts(stanza.name.c_str());
+    return exitDone;
 }
 
-void runKeys(Request const& request)
+int runKeys(Request const& request)
 {
     LoadedFile file(request.file);
     needStanza(file.store(), request);
@@ -317,9 +379,10 @@ void runKeys(Request const& request)
             for (std::string const& key : stanza.keys)
                 puts(key.c_str());
     }
+    return exitDone;
 }
 
-void runList(Request const& request)
+int runList(Request const& request)
 {
     LoadedFile file(request.file);
     if (!request.stanza.empty())
@@ -339,20 +402,42 @@ void runList(Request const& request)
                 printf("%s = %s\n", key.c_str(), masked ? kMask : value.c_str());
         }
     }
+    return exitDone;
 }
 
-void runCheck(Request const& request)
+namespace {
+
+void checkFile(std::string const& path)
 {
-    for (std::string const& path : request.files) {
-        LoadedFile file(path);
-        size_t stanzas = 0, keys = 0, values = 0;
-        for (Stanza const& stanza : file.outline()) {
-            ++stanzas;
-            keys += stanza.keys.size();
-            for (std::string const& key : stanza.keys)
-                values +=
-                    static_cast<size_t>(file.store().numValues(stanza.name.c_str(), key.c_str()));
-        }
-        printf("%s: %zu stanzas, %zu keys, %zu values\n", path.c_str(), stanzas, keys, values);
+    LoadedFile file(path);
+    size_t stanzas = 0, keys = 0, values = 0;
+    for (Stanza const& stanza : file.outline()) {
+        ++stanzas;
+        keys += stanza.keys.size();
+        for (std::string const& key : stanza.keys)
+            values += static_cast<size_t>(file.store().numValues(stanza.name.c_str(), key.c_str()));
     }
+    printf("%s: %zu stanzas, %zu keys, %zu values\n", path.c_str(), stanzas, keys, values);
+    size_t line = 0;
+    survey(path, [&](Piece const& piece) {
+        if ((piece.isTorn || piece.hasZero) && piece.line != line)
+            printf("%s:%zu: note: %s\n", path.c_str(), line = piece.line,
+                   piece.isTorn ? kTornLine : kZeroByte);
+        return true;
+    });
+}
+
+}  // namespace
+
+int runCheck(Request const& request)
+{
+    int worst = exitDone;
+    for (std::string const& path : request.files) {
+        try {
+            checkFile(path);
+        } catch (...) {
+            worst = std::max(worst, report(describe(std::current_exception(), path)));
+        }
+    }
+    return worst;
 }

@@ -1,5 +1,6 @@
-// commands: the verbs of zstz. Each does its work and returns, or throws: a Failure, or what the
-// library throws. A change is stored before the verb returns; a verb that throws changes nothing.
+// commands: the verbs of zstz. Each does its work and returns the exit code, or throws: a Failure,
+// or what the library throws. A change is stored before the verb returns; a verb that throws
+// changes nothing.
 #pragma once
 
 #include <string>
@@ -13,31 +14,32 @@ struct Request {
     std::string key;
     std::string value;
     std::string as = "text";   // of get: text, number or boolean
-    bool all = false;          // get: every value; set: although there are several values
+    bool all = false;          // get: every value; set, unset: although there are several values
     bool obfuscated = false;   // the value comes from standard input
     bool wholeStanza = false;  // of unset
 };
 
 /// Prints the last value of a key, or each of its values on a line of its own.
-void runGet(Request const& request);
+int runGet(Request const& request);
 
 /// Makes a value the only one of a key.
-void runSet(Request const& request);
+int runSet(Request const& request);
 
 /// Adds a value to those of a key, unless it has an equal one.
-void runAdd(Request const& request);
+int runAdd(Request const& request);
 
 /// Removes a key, or a whole stanza.
-void runUnset(Request const& request);
+int runUnset(Request const& request);
 
 /// Prints the names of the stanzas, in file order.
-void runStanzas(Request const& request);
+int runStanzas(Request const& request);
 
 /// Prints the names of the keys of a stanza, in file order.
-void runKeys(Request const& request);
+int runKeys(Request const& request);
 
 /// Prints stanzas, keys and values in file order, obfuscated values masked.
-void runList(Request const& request);
+int runList(Request const& request);
 
-/// Loads each file and says what is in it.
-void runCheck(Request const& request);
+/// Loads each file and says what is in it, and what storing it would lose. Goes on behind a file
+/// that cannot be loaded; the code is the highest of all files.
+int runCheck(Request const& request);

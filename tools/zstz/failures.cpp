@@ -2,9 +2,21 @@
 
 #include <Z/ZException.h>
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <wchar.h>
+#include <wctype.h>
+
+#include "survey.h"
 
 namespace {
+
+// The bytes of a line that a report shows.
+constexpr size_t kMostShown = 60;
+
+constexpr char kWithoutCompanion[] =
+    "put back a copy of it, or edit the line \"file = ...\" of [configuration-database] out of ";
 
 std::string text(ZLCString_6_0 const& string)
 {
@@ -30,19 +42,59 @@ char const* reason(std::string const& line)
     return "a key before the first stanza; put it below a [stanza] head";
 }
 
-Failure describeData(ZPropertiesInvalidDataException_6_0 const& e)
+bool beginsWith(std::string_view text, std::string_view start)
 {
-    std::string const file = text(e.propFile());
-    if (e.badline() == 0)
-        return {exitInvalidData, file + ": the companion file of obfuscated values is damaged; " +
-                                     "put back a copy of it, or take its entry out of " +
-                                     "[configuration-database]"};
-    std::string const line = text(e.baddata());
-    return {exitInvalidData,
-            file + ":" + std::to_string(e.badline()) + ": " + quoted(line) + ": " + reason(line)};
+    return text.substr(0, start.size()) == start;
 }
 
-Failure describeAccess(ZPropertiesIOException_6_0 const& e)
+// What is wrong with a line, judged by its bytes in the file; null when they tell no more than its
+// text.
+char const* reason(Piece const& piece)
+{
+    if (piece.isTorn)
+        return kTornLine;
+    if (piece.line == 1 && beginsWith(piece.bytes, "\xEF\xBB\xBF"))
+        return "the file begins with a byte order mark; save it as UTF-8 without one";
+    if (piece.line == 1 &&
+        (beginsWith(piece.bytes, "\xFF\xFE") || beginsWith(piece.bytes, "\xFE\xFF")))
+        return "the file is UTF-16 text; save it as UTF-8 without a byte order mark";
+    return piece.hasZero ? kZeroByte : nullptr;
+}
+
+Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string const& file)
+{
+    std::string const damaged = text(e.propFile());
+    if (e.badline() == 0)
+        return {exitInvalidData, damaged +
+                                     ": the companion file of obfuscated values is damaged; " +
+                                     kWithoutCompanion + file};
+    std::string const line = text(e.baddata());
+    size_t number = static_cast<size_t>(e.badline());
+    char const* why = reason(line);
+    survey(damaged, [&](Piece const& piece) {
+        if (piece.number != static_cast<size_t>(e.badline()))
+            return true;
+        number = piece.line;
+        if (char const* const more = reason(piece))
+            why = more;
+        return false;
+    });
+    return {exitInvalidData,
+            damaged + ":" + std::to_string(number) + ": " + quoted(line) + ": " + why};
+}
+
+// What a path names that can be no configuration file; null when it may be one.
+char const* otherKind(std::string const& path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode))
+        return nullptr;
+    return S_ISDIR(status.st_mode)    ? "a folder"
+           : S_ISFIFO(status.st_mode) ? "a pipe"
+                                      : "no regular file";
+}
+
+Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
     struct Row {
         char const* api;
@@ -54,8 +106,6 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e)
         {"fopen(r+)", "cannot write ", "check the path and its permissions"},
         {"fopen(w)", "cannot write ", "check the permissions of its folder"},
         {"fgets()", "cannot read ", "check that it is a text file"},
-        {"mapFile()", "cannot read the companion file ",
-         "put it back, or take its entry out of [configuration-database]"},
         {"access()", "may not use ", "check its owner and permissions"},
     };
     std::string const file = text(e.propFile());
@@ -63,6 +113,19 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e)
     int const error = e.excerrno();
     if (api == "fcntl()" && (error == EAGAIN || error == EACCES || error == EDEADLK))
         return {exitLocked, file + " is in use by another process; try again in a moment"};
+
+    if (api == "mapFile()") {
+        // The library tells a missing and an empty companion by the same code.
+        struct stat status;
+        bool const isThere = stat(file.c_str(), &status) == 0;
+        std::string const why = !isThere          ? strerror(errno)
+                                : error == EINVAL ? "it is empty"
+                                                  : strerror(error);
+        return {exitNoAccess, "cannot read the companion file " + file + ": " + why + "; " +
+                                  kWithoutCompanion + mainFile};
+    }
+    if (char const* const kind = otherKind(file))
+        return {exitNoAccess, file + " is " + kind + "; name a regular file"};
 
     char const* what = "cannot write ";
     char const* advice = "check the room and the permissions there";
@@ -90,24 +153,54 @@ Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 
 std::string quoted(std::string const& text)
 {
-    std::string line = "\"";
-    for (char const c : text) {
-        auto const byte = static_cast<unsigned char>(c);
-        line += byte < 0x20 || byte == 0x7F ? '?' : c;
-    }
-    return line + "\"";
+    if (text.size() <= kMostShown)
+        return '"' + text + '"';
+    size_t end = kMostShown;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)  // inside a character
+        --end;
+    return '"' + text.substr(0, end) + "...\"";
 }
 
-Failure describe(std::exception_ptr exception)
+std::string printable(std::string const& text)
+{
+    std::string shown;
+    mbstate_t state = {};
+    for (size_t at = 0; at < text.size();) {
+        wchar_t character;
+        size_t const length = mbrtowc(&character, text.data() + at, text.size() - at, &state);
+        if (length == 0 || length > text.size() - at) {
+            state = {};
+            shown += '?';
+            ++at;
+            continue;
+        }
+        if (iswprint(static_cast<wint_t>(character)))
+            shown.append(text, at, length);
+        else
+            shown += '?';
+        at += length;
+    }
+    return shown;
+}
+
+int report(Failure const& failure)
+{
+    // What was printed before stands before it, also where both go to one place.
+    fflush(stdout);
+    fprintf(stderr, "zstz: %s\n", printable(failure.text).c_str());
+    return failure.code;
+}
+
+Failure describe(std::exception_ptr exception, std::string const& file)
 {
     try {
         std::rethrow_exception(exception);
     } catch (Failure const& failure) {
         return failure;
     } catch (ZPropertiesInvalidDataException_6_0 const& e) {
-        return describeData(e);
+        return describeData(e, file);
     } catch (ZPropertiesIOException_6_0 const& e) {
-        return describeAccess(e);
+        return describeAccess(e, file);
     } catch (ZPropertiesInvalidValueException_6_0 const& e) {
         return describeValue(e);
     } catch (ZOutOfMemoryException_6_0 const&) {

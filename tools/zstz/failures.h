@@ -23,8 +23,15 @@ struct Failure {
     std::string text;
 };
 
-/// Returns `text` in double quotes as one line: what is no printable character becomes "?".
+/// Returns `text` in double quotes, shortened when it is long.
 std::string quoted(std::string const& text);
 
-/// Returns what is to be said about an exception of the library, or of anything else.
-Failure describe(std::exception_ptr exception);
+/// Returns `text` as one line that a terminal can show: what is no printable character becomes "?".
+std::string printable(std::string const& text);
+
+/// Reports a failure on standard error, in one line; returns its code.
+int report(Failure const& failure);
+
+/// Returns what is to be said about an exception of the library, or of anything else, that ended
+/// the work on `file`.
+Failure describe(std::exception_ptr exception, std::string const& file);

@@ -1,13 +1,16 @@
 // zstz: reads and edits stanza configuration files from the command line.
 //
 // Options are parsed here; the verbs stand in commands.h, exit codes and messages in failures.h.
+#include <fcntl.h>
 #include <limits.h>
+#include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <sstream>
 
 #include "commands.h"
 #include "failures.h"
@@ -17,19 +20,24 @@ namespace {
 struct Verb {
     char const* name;
     char const* purpose;
-    char const* example;
-    void (*run)(Request const&);
+    char const* example;  // one command a line
+    int (*run)(Request const&);
 };
 
 constexpr Verb kVerbs[] = {
     {"get", "prints the value of a key, the last one when it has several",
      "zstz get /etc/gateway.conf listener port", runGet},
     {"set", "makes a value the only one of a key; makes stanza and key when they are missing",
-     "zstz set /etc/gateway.conf listener port 8443", runSet},
+     "zstz set /etc/gateway.conf listener port 8443\n"
+     "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
+     runSet},
     {"add", "adds a value to those of a key, unless it has an equal one",
      "zstz add /etc/gateway.conf listener address 10.0.0.7", runAdd},
     {"unset", "removes a key with all its values, or a stanza with all its keys",
-     "zstz unset /etc/gateway.conf listener port", runUnset},
+     "zstz unset /etc/gateway.conf listener motd\n"
+     "zstz unset /etc/gateway.conf listener port --all\n"
+     "zstz unset /etc/gateway.conf upstream --stanza",
+     runUnset},
     {"stanzas", "prints the names of the stanzas", "zstz stanzas /etc/gateway.conf", runStanzas},
     {"keys", "prints the names of the keys of a stanza", "zstz keys /etc/gateway.conf listener",
      runKeys},
@@ -84,7 +92,11 @@ void addArguments(CLI::App& verb, std::string const& name, Request& request)
     CLI::Option* const key =
         verb.add_option("KEY", request.key, "name of the key")->check(notEmpty, "");
     if (name == "unset") {
-        verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")->excludes(key);
+        CLI::Option* const all =
+            verb.add_flag("--all", request.all, "remove the key although it has several values");
+        verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")
+            ->excludes(key)
+            ->excludes(all);
         return;
     }
     key->required();
@@ -103,6 +115,14 @@ void addArguments(CLI::App& verb, std::string const& name, Request& request)
         verb.add_flag("--all", request.all, "replace several values by this one");
 }
 
+Verb const& verbOf(CLI::App const& app)
+{
+    for (Verb const& verb : kVerbs)
+        if (app.got_subcommand(verb.name))
+            return verb;
+    throw CLI::RequiredError("VERB");
+}
+
 // What the parser cannot express.
 void checkUsage(std::string const& verb, CLI::App const& app, Request const& request)
 {
@@ -112,55 +132,93 @@ void checkUsage(std::string const& verb, CLI::App const& app, Request const& req
         throw CLI::RequiredError("KEY or --stanza");
 }
 
-int fail(Failure const& failure)
+std::string examples(char const* commands)
 {
-    fprintf(stderr, "zstz: %s\n", failure.text.c_str());
-    return failure.code;
+    std::string text = "Example:\n  ";
+    for (char const* c = commands; *c != 0; ++c) {
+        text += *c;
+        if (*c == '\n')
+            text += "  ";
+    }
+    return text;
 }
 
-// One line: the parser's own texts may have several.
-int failUsage(CLI::App const& app, std::string text)
+std::string verbs()
 {
-    for (char& c : text)
-        if (c == '\n')
-            c = ' ';
+    std::string names;
+    for (Verb const& verb : kVerbs)
+        names += std::string(names.empty() ? "" : ", ") + verb.name;
+    return names;
+}
+
+// Nothing behind the tool's name, or something that is no verb.
+Failure describeVerb(int argc, char const* const* argv)
+{
+    std::string const what = argc < 2 ? "a verb is missing" : "there is no verb " + quoted(argv[1]);
+    return {exitUsage, what + "; use one of " + verbs() + ", and see zstz --help"};
+}
+
+int failUsage(CLI::App const& app, std::string const& text)
+{
     auto const verbs = app.get_subcommands();
     std::string const verb = verbs.empty() ? "" : " " + verbs.front()->get_name();
-    return fail({exitUsage, text + "; see zstz" + verb + " --help"});
+    return report({exitUsage, text + "; see zstz" + verb + " --help"});
+}
+
+// A descriptor that is not there would be given to the next file that is opened, and what is
+// printed would go into it. What stands there instead fails when it is used.
+void holdStandardDescriptors()
+{
+    for (int fd = 0; fd < 3; ++fd)
+        if (fcntl(fd, F_GETFD) < 0)
+            open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
+}
+
+void needPrinted()
+{
+    if (fflush(stdout) != 0 || ferror(stdout))
+        throw Failure{exitNoAccess, "cannot write to standard output; check where it goes"};
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
+    holdStandardDescriptors();
+    setlocale(LC_CTYPE, "");
     findTables();
 
     Request request;
     CLI::App app("Reads and edits stanza configuration files.", "zstz");
     app.require_subcommand(1);
     app.set_version_flag("--version", "zstz 6.0");
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.footer(std::string("Example:\n  zstz list /etc/gateway.conf\n\n") + kExitCodes);
     for (Verb const& verb : kVerbs) {
-        CLI::App& sub = *app.add_subcommand(verb.name, verb.purpose);
-        sub.footer(std::string("Example:\n  ") + verb.example);
+        CLI::App& sub = *app.add_subcommand(verb.name, verb.purpose)->group("Verbs");
+        sub.footer(examples(verb.example));
         addArguments(sub, verb.name, request);
     }
 
     try {
-        app.parse(argc, argv);
-        for (Verb const& verb : kVerbs) {
-            CLI::App const& sub = *app.get_subcommand(verb.name);
-            if (!sub.parsed())
-                continue;
-            checkUsage(verb.name, sub, request);
-            verb.run(request);
+        int code = exitDone;
+        try {
+            app.parse(argc, argv);
+            Verb const& verb = verbOf(app);
+            checkUsage(verb.name, *app.get_subcommand(verb.name), request);
+            code = verb.run(request);
+        } catch (CLI::ParseError const& e) {
+            if (e.get_exit_code() != 0)
+                return app.get_subcommands().empty() && (argc < 2 || argv[1][0] != '-')
+                           ? report(describeVerb(argc, argv))
+                           : failUsage(app, e.what());
+            std::ostringstream help;
+            app.exit(e, help, help);
+            fputs(help.str().c_str(), stdout);
         }
-        if (fflush(stdout) != 0)
-            throw Failure{exitNoAccess, "cannot write to standard output; check where it goes"};
-    } catch (CLI::ParseError const& e) {
-        return e.get_exit_code() == 0 ? app.exit(e) : failUsage(app, e.what());
+        needPrinted();
+        return code;
     } catch (...) {
-        return fail(describe(std::current_exception()));
+        return report(describe(std::current_exception(), request.file));
     }
-    return exitDone;
 }

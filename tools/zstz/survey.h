@@ -1,0 +1,30 @@
+// survey: what the bytes of a stanza file show and the library, which reads it line by line, does
+// not say: where a line is torn because it is too long, where a zero byte cuts it.
+#pragma once
+
+#include <stddef.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+/// The bytes of a line that is read back whole, without its line feed.
+constexpr size_t kLongestLine = 8190;
+
+constexpr char kTornLine[] =
+    "the line is longer than 8190 bytes and is read as several; shorten it, or spread the values "
+    "over several lines of the key";
+constexpr char kZeroByte[] = "the line has a zero byte, behind which nothing is read; take it out";
+
+// A part of a line that the library reads as a line of its own.
+struct Piece {
+    size_t number;  // as the library counts lines, from 1
+    size_t line;    // as an editor counts them, from 1
+    bool isTorn;    // the rest of the line, or its beginning, is another piece
+    bool hasZero;   // what follows the zero byte is not read
+    std::string_view bytes;
+};
+
+/// Calls `visit` for the pieces of a file, in order, until it returns false.
+/// range   a file that is no regular one, or cannot be read, has none.
+void survey(std::string const& path, std::function<bool(Piece const&)> const& visit);
