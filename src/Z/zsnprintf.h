@@ -11,6 +11,8 @@
 // flags blank # ' + - 0, length h l ll L q, letter one of % C E G S X c d e f g i o p s u x.
 // C takes a 16-bit wide character and S a text of them; both come out in the local codeset.
 // Digits and letters of doubles are the platform's, in the locale of the calling thread.
+// The drivers convert to the local codeset: the first call of one of them starts the text services
+// and, without QVRDIR or without a local codeset, ends the process as zgetLCSHandle_6_0 does.
 // Ownership: results of the allocating drivers are released with zasprintf_free_6_0.
 // Threads: no shared state; every call works in its own context.
 #pragma once
@@ -73,7 +75,8 @@ enum {
     zprintfUpperExponent = 0x80000,      /* E G */
     zprintfNoArgument = 0x100000,        /* %% */
     zprintfWidthOf8 = 0x200000,          /* width at least 8; set by no conversion */
-    zprintfPrecisionOf8 = 0x400000       /* precision at least 8; set by no conversion */
+    zprintfPrecisionOf8 = 0x400000       /* precision at least 8; set by no conversion, and no limit
+                                            to a text */
 };
 
 /* Room of a context before it allocates: conversions, and arguments counting the unused 0. */

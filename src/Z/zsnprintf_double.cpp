@@ -17,7 +17,6 @@
 
 #include "zsnprintf_p.h"
 
-using zprintf::kTooLong;
 using zprintf::Output;
 using zprintf::RenderParams;
 using zprintf::renderParams;
@@ -351,10 +350,11 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
                                ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
 {
     ZPrintfArgument_6_0 const& argument = arguments[conversion.argIndex];
-    RenderParams params = {0, 0, ' ', false, false};
+    RenderParams params = {0, 0, ' ', false};
     if (conversion.flags & (zprintf::kHasWidth | zprintf::kHasPrecision))
         params = renderParams(conversion, arguments);
-    int const precision = params.hasPrecision ? params.precision : kDefaultPrecision;
+    bool const hasPrecision = params.hasPrecision || (conversion.flags & zprintfPrecisionOf8);
+    int const precision = hasPrecision ? params.precision : kDefaultPrecision;
     bool const isLong = conversion.type >= zprintfLongDoubleExponent;
 
     char scratch[kQuickSize];
@@ -384,7 +384,7 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
     }
 
     // Sign, zeros of the width, digits, zeros of the precision, exponent.
-    int64_t const width = params.hasWidth ? params.width : 0;
+    int64_t const width = params.width;
     int64_t const needed = static_cast<int64_t>(length) + zerosBehind;
     int64_t const pad = std::max<int64_t>((width < 0 ? -width : width) - needed, 0);
     Output output(out, room);

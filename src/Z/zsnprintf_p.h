@@ -12,9 +12,6 @@
 
 namespace zprintf {
 
-// More bytes than any one conversion may have; what reaches it fails.
-constexpr int64_t kTooLong = static_cast<int64_t>(INT32_MAX) + 1;
-
 // The flags without which there is no width, and no precision.
 constexpr uint32_t kHasWidth = zprintfWidth | zprintfStarWidth | zprintfWidthOf8;
 constexpr uint32_t kHasPrecision = zprintfPrecision | zprintfStarPrecision | zprintfPrecisionOf8;
@@ -95,13 +92,12 @@ private:
     size_t room_;
 };
 
-// What get_render_params delivers, and whether width and precision were given at all. A negative
-// precision from an argument was not.
+// What get_render_params delivers, and whether a precision was given at all. A negative one from an
+// argument was not, and neither was the 8 that a flag stands for.
 struct RenderParams {
     int width;
     int precision;
     char padChar;
-    bool hasWidth;
     bool hasPrecision;
 };
 

@@ -9,7 +9,6 @@
 
 using zprintf::kHasPrecision;
 using zprintf::kHasWidth;
-using zprintf::kTooLong;
 using zprintf::Output;
 using zprintf::RenderParams;
 using zprintf::renderParams;
@@ -17,7 +16,8 @@ using zprintf::renderParams;
 namespace {
 
 constexpr int64_t kFailed = -1;
-constexpr size_t kMostDigits = 22;  // of 64 bits, octal
+constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; a text of as many fails
+constexpr size_t kMostDigits = 22;                    // of 64 bits, octal
 
 // Blanks and zeros in front of, inside and behind a conversion.
 struct Padding {
@@ -131,7 +131,7 @@ int64_t render_wchar(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
 }
 
 // Converts wide `text` into `output`, up to its terminator or to `limit` bytes, and returns the
-// length of all that was converted.
+// length of all that was converted; fails when that is too long.
 int64_t convertWide(qvr_cs_t codeset, uint16_t const* text, int64_t limit, Output& output)
 {
     int64_t total = 0;
@@ -144,6 +144,8 @@ int64_t convertWide(qvr_cs_t codeset, uint16_t const* text, int64_t limit, Outpu
             break;
         output.putWhole(character, static_cast<size_t>(length));
         total += length;
+        if (total >= kTooLong)
+            return kFailed;
     }
     return total;
 }
@@ -155,7 +157,7 @@ int64_t renderWideString(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversi
     RenderParams const params = renderParams(conversion, arguments);
     void const* const given = arguments[conversion.argIndex].value.pointer;
     uint16_t const* const text = given != nullptr ? static_cast<uint16_t const*>(given) : kEmpty;
-    int64_t const limit = params.hasPrecision ? params.precision : kTooLong;
+    int64_t const limit = params.hasPrecision ? params.precision : INT64_MAX;
 
     Output output(out, room);
     Padding pad = {0, 0};
@@ -344,11 +346,10 @@ RenderParams renderParams(ZPrintfConversion_6_0 const& conversion,
 {
     uint32_t const flags = conversion.flags;
     int32_t const type = conversion.type;
-    RenderParams params = {0, 0, ' ', false, false};
+    RenderParams params = {0, 0, ' ', false};
     if ((flags & zprintfZero) && type >= zprintfShort && type <= zprintfLongDoubleGeneral)
         params.padChar = '0';
 
-    params.hasWidth = flags & (zprintfWidth | zprintfStarWidth);
     if (flags & zprintfWidth)
         params.width = conversion.width;
     else if (flags & zprintfStarWidth)

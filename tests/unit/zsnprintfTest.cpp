@@ -486,6 +486,88 @@ TEST(zsnprintf, HonoursTheFlagsThatNoConversionSets)
     for (int i = 0; i < 3; ++i)
         parsed.context.conversions[i].flags ^= zprintfWidthOf8 | zprintfPrecisionOf8;
     EXPECT_EQ("000000ab|00000042|ab", parsed.render());
+
+    Parsed reals("%g|%f|%e|%Lg|%Lf|%Le", 0.5, 0.5, 0.5, 0.5L, 0.5L, 0.5L);
+    ASSERT_EQ(0, reals.result());
+    for (int i = 0; i < 6; ++i)
+        reals.context.conversions[i].flags |= zprintfWidthOf8;
+    EXPECT_EQ(withPoint("     0.5|0.500000|5.000000e-01|     0.5|0.500000|5.000000e-01"),
+              reals.render());
+    for (int i = 0; i < 6; ++i)
+        reals.context.conversions[i].flags |= zprintfPrecisionOf8;
+    EXPECT_EQ(withPoint("     0.5|0.50000000|5.00000000e-01|     0.5|0.50000000|5.00000000e-01"),
+              reals.render());
+
+    Parsed given("%.2f|%.10f|%-3.0f|%s", 0.5, 0.5, 2.0, "longer than 8");
+    ASSERT_EQ(0, given.result());
+    for (int i = 0; i < 4; ++i)
+        given.context.conversions[i].flags |= zprintfWidthOf8 | zprintfPrecisionOf8;
+    EXPECT_EQ(withPoint("0.50000000|0.5000000000|2.00000000|longer than 8"), given.render());
+}
+
+TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
+{
+    struct Type {
+        int32_t code;
+        bool isNumber;         // the 0 flag pads with zeros
+        int defaultPrecision;  // when none is given
+    };
+    Type const types[] = {
+        {0, false, 0}, {1, false, 0}, {2, false, 0}, {3, false, 0}, {4, true, 1},
+        {5, true, 1},  {6, true, 1},  {7, true, 1},  {8, true, 1},  {9, true, 1},
+        {10, true, 1}, {11, true, 1}, {12, true, 0}, {13, true, 0}, {14, true, 6},
+        {15, true, 0}, {16, true, 0}, {17, true, 6}, {18, true, 0}, {19, false, 0},
+    };
+    constexpr int kDefault = -1;
+    struct Form {
+        uint32_t flags;
+        int32_t field;   // of the conversion: the value, or the number of its argument
+        int value;       // what is meant
+        int valueWith8;  // and when it is at least 8
+    };
+    ZPrintfArgument_6_0 arguments[5] = {};
+    for (int i = 1; i < 5; ++i)
+        arguments[i].type = 6;
+    arguments[1].value.integer = 12;
+    arguments[2].value.integer = -12;
+    arguments[3].value.integer = 0;
+    Form const widths[] = {{0, 77, 0, 8},    {0x80, 0, 0, 8},    {0x80, 5, 5, 8},
+                           {0x80, 9, 9, 9},  {0x100, 1, 12, 12}, {0x100, 2, -12, 8},
+                           {0x100, 3, 0, 8}, {0x300, 1, 12, 12}};
+    Form const precisions[] = {
+        {0, 77, kDefault, 8}, {0x400, 0, 0, 8},        {0x400, 5, 5, 8},
+        {0x400, 9, 9, 9},     {0x800, 1, 12, 12},      {0x800, 3, 0, 8},
+        {0x1800, 1, 12, 12},  {0x800, 2, kDefault, 8},  // a negative one is not given
+    };
+    for (Type const& type : types) {
+        for (Form const& width : widths) {
+            for (Form const& precision : precisions) {
+                for (uint32_t const others : {0x0u, 0x8u, 0x4u, 0x200000u, 0x400000u, 0x600008u}) {
+                    ZPrintfConversion_6_0 const conversion = {
+                        nullptr,
+                        nullptr,
+                        type.code,
+                        width.flags | precision.flags | others,
+                        4,
+                        width.field,
+                        precision.field,
+                    };
+                    int const given =
+                        precision.value == kDefault ? type.defaultPrecision : precision.value;
+                    int gotWidth = -99;
+                    int gotPrecision = -99;
+                    char pad = '?';
+                    get_render_params(&conversion, arguments, &gotWidth, &gotPrecision, &pad);
+                    ASSERT_EQ(others & 0x200000 ? width.valueWith8 : width.value, gotWidth)
+                        << type.code << std::hex << " flags " << conversion.flags;
+                    ASSERT_EQ(others & 0x400000 ? precision.valueWith8 : given, gotPrecision)
+                        << type.code << std::hex << " flags " << conversion.flags;
+                    ASSERT_EQ((others & 0x8) && type.isNumber ? '0' : ' ', pad)
+                        << type.code << std::hex << " flags " << conversion.flags;
+                }
+            }
+        }
+    }
 }
 
 // Room.
