@@ -695,8 +695,9 @@ int ZStoreFile::Writer::dropJournal()
 // new pair from it, whole.
 void ZStoreFile::Writer::undo()
 {
+    // The companion goes first: while the text is new, or a mixture, the journal counts.
     bool const restored =
-        (!textTouched_ || restoreText() == 0) && (!companionTouched_ || restoreCompanion() == 0);
+        (!companionTouched_ || restoreCompanion() == 0) && (!textTouched_ || restoreText() == 0);
     removeFile(newCompanion_);
     if (!textTouched_)
         retrying([this] {
@@ -721,14 +722,17 @@ int ZStoreFile::Writer::restoreText()
 
 int ZStoreFile::Writer::restoreCompanion()
 {
-    if (!hadCompanion_)
-        return removeFile(companion_.path);
     if (inPlace_)
         return writeCompanionInPlace(viewOf(oldCompanion_));
-    if (int const error = prepareCompanion(viewOf(oldCompanion_)))
-        return error;
-    if (rename(newCompanion_.c_str(), companion_.path.c_str()) != 0)
-        return errno;
+    if (!hadCompanion_) {
+        if (int const error = removeFile(companion_.path))
+            return error;
+    } else {
+        if (int const error = prepareCompanion(viewOf(oldCompanion_)))
+            return error;
+        if (rename(newCompanion_.c_str(), companion_.path.c_str()) != 0)
+            return errno;
+    }
     return syncDirectory(companionDirectory_);
 }
 

@@ -255,18 +255,21 @@ protected:
         file.commit(viewOf(pair.text), change(pair));
     }
 
-    // Stores in a child that ends at its n-th call; returns false when it got through.
-    bool storeUpTo(int n, Pair const& pair)
+    // Stores in a child that ends at its n-th call; returns false when it got through. Its call
+    // `failAt` fails.
+    bool storeUpTo(int n, Pair const& pair, int failAt = 0)
     {
         pid_t const child = fork();
         if (child == 0) {
             Plan dying;
             dying.dieAt = n;
+            dying.failAt = failAt;
+            dying.error = EIO;
             try {
                 Watch const watch(dying);
                 store(pair);
             } catch (...) {
-                _exit(1);
+                _exit(failAt != 0 ? 0 : 1);
             }
             _exit(0);
         }
@@ -580,6 +583,30 @@ TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
         if (HasFailure() || !died)
             break;
     }
+}
+
+TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
+{
+    int calls = 0;
+    do
+        put(kLong);
+    while (storeUpTo(++calls, kShort));
+    int kills = 0;
+    for (int failing = 1; failing < calls; ++failing)
+        for (int call = failing + 1;; ++call) {
+            SCOPED_TRACE(failing);
+            SCOPED_TRACE(call);
+            put(kLong);
+            bool const died = storeUpTo(call, kShort, failing);
+            Pair const found = load();
+            EXPECT_TRUE(found == kLong || found == kShort) << found;
+            if (HasFailure())
+                return;
+            if (!died)
+                break;
+            ++kills;
+        }
+    EXPECT_LT(300, kills);
 }
 
 TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
