@@ -445,8 +445,9 @@ private:
     bool hadCompanion_ = false;
     ZSharedFile companionFile_;  // open when it has to be written in place
 
-    bool journalled_ = false;  // the journal is on disk
-    bool inPlace_ = false;     // the companion's directory allows no new file
+    bool journalled_ = false;   // the journal is on disk
+    bool journalGone_ = false;  // it was, and has been removed
+    bool inPlace_ = false;      // the companion's directory allows no new file
     bool textTouched_ = false;
     bool companionTouched_ = false;
 
@@ -557,15 +558,18 @@ int ZStoreFile::Writer::writeJournal()
     }
     if (::close(fd) != 0 && error == 0)
         error = failed("close()", newJournal_, errno);
+    if (error == 0 && rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
+        error = failed("rename()", file_.journal_, errno);
     if (error != 0) {
         removeFile(newJournal_);
         return error;
     }
+    journalled_ = true;
     return failed("fsync()", file_.journal_, syncDirectory(directory_));
 }
 
-// The journal gets its name before it is synced, so that most file systems write both at once: one
-// that a crash leaves torn does not count, and nothing has changed by then.
+// The journal is synced before it gets its name. A file system that writes names before contents
+// could otherwise leave the name on blocks of an earlier journal: whole, and out of date.
 int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
 {
     if (int const error = takeAfter(fd, file_.status_))
@@ -583,10 +587,7 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     putNumber(end, crc, Journal::kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
         return failed("write()", newJournal_, error);
-    if (rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
-        return failed("rename()", file_.journal_, errno);
-    journalled_ = true;
-    return failed("fsync()", file_.journal_, syncFile(fd));
+    return failed("fsync()", newJournal_, syncFile(fd));
 }
 
 // Has the file system set the room for a longer text aside.
@@ -669,15 +670,18 @@ int ZStoreFile::Writer::writeCompanionInPlace(View contents)
     return failed("fsync()", path, syncFile(fd));
 }
 
-// From here on the pair is new and on disk. The removal of the journal need not be: its new text is
-// the file's.
+// From here on the pair is new and on disk. The removal of the journal has to get there too: if a
+// power cut brought it back, it would take what another program has made of the file meanwhile for
+// an interrupted rewrite, where each byte is that of the old text or of the new one.
 int ZStoreFile::Writer::removeJournal()
 {
     if (!journalled_)
         return 0;
     if (int const error = dropJournal())
         return failed("unlink()", file_.journal_, error);
-    return 0;
+    journalled_ = false;
+    journalGone_ = true;
+    return failed("fsync()", file_.journal_, syncDirectory(directory_));
 }
 
 // Removes the journal, or at least makes it invalid: one that stays would be taken for a rewrite
@@ -692,9 +696,11 @@ int ZStoreFile::Writer::dropJournal()
 }
 
 // Puts the old pair back. Where that fails as well the journal stays: the next reader takes the
-// new pair from it, whole.
+// new pair from it, whole. Nothing is put back without it, so that a crash now does no harm either.
 void ZStoreFile::Writer::undo()
 {
+    if (journalGone_ && (writeJournal() != 0 || !journalled_))
+        return;
     // The companion goes first: while the text is new, or a mixture, the journal counts.
     bool const restored =
         (!companionTouched_ || restoreCompanion() == 0) && (!textTouched_ || restoreText() == 0);
@@ -896,6 +902,7 @@ void ZStoreFile::pick(Use use)
     } else {
         rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str());
     }
+    syncDirectory(directoryOf(journal_));  // as in removeJournal()
 }
 
 ZStoreFile::View ZStoreFile::text() const
