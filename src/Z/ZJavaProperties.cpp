@@ -1,0 +1,647 @@
+#include "ZJavaProperties.h"
+
+#include <errno.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ZArrayList_p.h"
+#include "ZArray_p.h"
+#include "ZException.h"
+#include "ZHashMap_p.h"
+#include "ZLock_p.h"
+#include "ZStoreFile_p.h"
+#include "zqvrutil.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZJavaProperties";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite {
+    raiseInConstructor = 75,
+    raiseInClone = 112,
+    raiseForReadOpen = 151,
+    raiseForReadLock = 166,
+    raiseInLoad = 180,
+    raiseInSetValue = 205,
+    raiseForReadError = 291,
+    raiseForState = 310,
+    raiseForPath = 352,
+    raiseForWriteOpen = 360,
+    raiseForWriteLock = 373,
+    raiseInStore = 410,
+    raiseForUnit = 914
+};
+
+constexpr unsigned kCapacity = 10;     // of the map, whose order callers see
+constexpr ptrdiff_t kLongestUnit = 3;  // bytes of UTF-8 for 16 bits
+
+bool isBlank(char c)
+{
+    return c == '\t' || c == '\v' || c == '\f' || c == ' ';
+}
+
+bool isLineEnd(char c)
+{
+    return c == '\n' || c == '\r';
+}
+
+bool isSeparator(char c)
+{
+    return c == ':' || c == '=';
+}
+
+bool isComment(char c)
+{
+    return c == '!' || c == '#';
+}
+
+bool isEmpty(char const* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+// ---- Failures ----------------------------------------------------------------------------------
+
+// Raises the failure of a call while loading. That a directory cannot be read shows at its first
+// byte, not when it is opened.
+[[noreturn]] void raiseLoading(ZStoreFile::Failure const& failure)
+{
+    char const* const file = failure.file.c_str();
+    std::string_view const call = failure.call;
+    if (call == "read()" || failure.error == EISDIR)
+        ZUnexpectedEndOfFile_6_0(file).throwException(kSource, raiseForReadError);
+    RaiseSite const site = call == "fopen(r)"  ? raiseForReadOpen
+                           : call == "fcntl()" ? raiseForReadLock
+                                               : raiseInLoad;
+    ZPropertiesIOException_6_0(file, failure.call, failure.error).throwException(kSource, site);
+}
+
+// The same while storing; callers know the opening of the file as that of a stream.
+[[noreturn]] void raiseStoring(ZStoreFile::Failure const& failure)
+{
+    char const* const file = failure.file.c_str();
+    std::string_view const call = failure.call;
+    if (call == "fopen(r+)")
+        ZPropertiesIOException_6_0(file, "fopen(wt)", failure.error)
+            .throwException(kSource, raiseForWriteOpen);
+    ZPropertiesIOException_6_0(file, failure.call, failure.error)
+        .throwException(kSource, call == "fcntl()" ? raiseForWriteLock : raiseInStore);
+}
+
+// Runs `body`, and raises what goes wrong in it as an exception of the library.
+template <class Body>
+void raising(void (*raise)(ZStoreFile::Failure const&), RaiseSite site, Body body)
+{
+    try {
+        body();
+    } catch (ZStoreFile::Failure const& failure) {
+        raise(failure);
+    } catch (std::bad_alloc const&) {
+        ZOutOfMemoryException_6_0().throwException(kSource, site);
+    }
+}
+
+// ---- Runs of text -------------------------------------------------------------------------------
+
+// Most bytes are taken as they are, and many at a time. What ends such a run of bytes:
+enum RunEnd : unsigned char { kNoRun = 0, kEndsComment = 1, kEndsKey = 2, kEndsValue = 4 };
+
+constexpr std::array<unsigned char, 256> makeEnds()
+{
+    std::array<unsigned char, 256> ends = {};
+    ends['\n'] = ends['\r'] = kEndsComment | kEndsKey | kEndsValue;
+    ends['\\'] = kEndsKey | kEndsValue;
+    for (unsigned char c : {'\t', '\v', '\f', ' ', ':', '='})
+        ends[c] = kEndsKey;
+    return ends;
+}
+
+constexpr std::array<unsigned char, 256> kEnds = makeEnds();
+constexpr ptrdiff_t kLongestRun = 1 << 30;
+
+// ---- What bytes are read from -------------------------------------------------------------------
+
+class MemoryBytes {
+public:
+    explicit MemoryBytes(ZStoreFile::View text) : at_(text.data), end_(text.data + text.length) {}
+
+    int next() { return at_ != end_ ? static_cast<unsigned char>(*at_++) : EOF; }
+    bool failed() const { return false; }
+
+    // Takes the bytes up to the next that is in `ends`.
+    ZStoreFile::View run(unsigned char ends)
+    {
+        char const* const begin = at_;
+        char const* const limit = at_ + std::min<ptrdiff_t>(end_ - at_, kLongestRun);
+        while (at_ != limit && (kEnds[static_cast<unsigned char>(*at_)] & ends) == 0)
+            ++at_;
+        return {begin, static_cast<size_t>(at_ - begin)};
+    }
+
+private:
+    char const* at_;
+    char const* const end_;
+};
+
+// Takes no byte more than it gives: where reading stops, the caller goes on.
+class StreamBytes {
+public:
+    explicit StreamBytes(FILE* stream) : stream_(stream) { flockfile(stream); }
+    StreamBytes(StreamBytes const&) = delete;
+    StreamBytes& operator=(StreamBytes const&) = delete;
+    ~StreamBytes() { funlockfile(stream_); }
+
+    int next() { return getc_unlocked(stream_); }
+    bool failed() const { return ferror_unlocked(stream_) != 0; }
+    ZStoreFile::View run(unsigned char) { return {}; }
+
+private:
+    FILE* const stream_;
+};
+
+// ---- What is written ----------------------------------------------------------------------------
+
+// Writes a value's text so that "\uXXXX" stands for what is not ASCII.
+void writeValue(std::string& text, char const* value, size_t length)
+{
+    char const* const end = value + length;
+    // What a character cut short lacks counts as 0.
+    auto const bits = [end](char const* at, int i) {
+        return end - at > i ? static_cast<unsigned char>(at[i]) & 0x3Fu : 0u;
+    };
+    while (value < end) {
+        auto const lead = static_cast<unsigned char>(*value);
+        if (lead <= 0x7E) {
+            if (lead == '\\' || lead == ':')
+                text += '\\';
+            text += *value++;
+            continue;
+        }
+        // KEPT: of what two or three bytes do not encode only "\u" is written, for every byte one,
+        // and reading skips such a line; readers of these files have seen that for long.
+        // Test: ZJavaProperties.KeepsWritingUAlone
+        text += "\\u";
+        unsigned unit;
+        int bytes;
+        if (lead >= 0xC0 && lead <= 0xDF) {
+            unit = (lead & 0x1Fu) << 6 | bits(value, 1);
+            bytes = 2;
+        } else if (lead >= 0xE0 && lead <= 0xEF) {
+            unit = (lead & 0x0Fu) << 12 | bits(value, 1) << 6 | bits(value, 2);
+            bytes = 3;
+        } else {
+            ++value;
+            continue;
+        }
+        constexpr char kDigits[] = "0123456789abcdef";
+        for (int shift = 12; shift >= 0; shift -= 4)
+            text += kDigits[unit >> shift & 0xF];
+        value += std::min<ptrdiff_t>(bytes, end - value);
+    }
+}
+
+}  // namespace
+
+// ---- The entries --------------------------------------------------------------------------------
+
+struct ZJavaProperties_6_0::Rep {
+    // A state's handler, and the bytes that end a run of text which it takes as it is.
+    struct Row {
+        Handler handler;
+        unsigned char ends;
+    };
+    static constexpr Row kTable[kStates] = {
+        {nullptr, kNoRun},
+        {&ZJavaProperties_6_0::doStartLineState, kNoRun},
+        {&ZJavaProperties_6_0::doStartLineBlanksState, kNoRun},
+        {&ZJavaProperties_6_0::doCommentLineState, kEndsComment},
+        {&ZJavaProperties_6_0::doKeyCharsState, kEndsKey},
+        {&ZJavaProperties_6_0::doKeyCharEscapeState, kNoRun},
+        {&ZJavaProperties_6_0::doKeyEndBlanksFirstState, kNoRun},
+        {&ZJavaProperties_6_0::doKeyEndBlanksFinalState, kNoRun},
+        {&ZJavaProperties_6_0::doValCharsState, kEndsValue},
+        {&ZJavaProperties_6_0::doValEscapeState, kNoRun},
+        {&ZJavaProperties_6_0::doMultiLineValState, kNoRun},
+        {&ZJavaProperties_6_0::doUU0State, kNoRun},
+        {&ZJavaProperties_6_0::doUU1State, kNoRun},
+        {&ZJavaProperties_6_0::doUU2State, kNoRun},
+        {&ZJavaProperties_6_0::doUU3State, kNoRun},
+    };
+
+    // An entry that was read. Its key and value are gone once they have been added.
+    struct Entry {
+        std::unique_ptr<ZObject_6_0> key;
+        std::unique_ptr<ZObject_6_0> value;
+        uint32_t hash;
+        ZObject_6_0 const* added;  // the key, among the entries
+    };
+
+    HashTable::Place find(ZObject_6_0 const& key, uint32_t hash) const
+    {
+        return entries.find(hash, [&key, hash](HashTable::Node const& node) {
+            return node.hash == hash && key.equals(*node.key);
+        });
+    }
+
+    void put(HashTable::Place place, Entry& entry)
+    {
+        entry.added = entry.key.get();
+        entries.put(place, entry.hash, entry.key.release(), entry.value.release());
+    }
+
+    void addRead();
+
+    HashTable entries{kCapacity, 1};
+    std::vector<Entry> read;  // by the load that is running, in the order of the file
+};
+
+// Adds all that has been read, or nothing. New keys come first: only they need memory, and taking
+// them out again needs none.
+void ZJavaProperties_6_0::Rep::addRead()
+{
+    try {
+        for (Entry& entry : read) {
+            if (find(*entry.key, entry.hash) != 0)
+                continue;
+            entries.reserve(0, entry.hash);
+            put(0, entry);
+        }
+    } catch (ZException_6_0&) {
+        for (Entry const& entry : read)
+            if (entry.added != nullptr)
+                entries.remove(find(*entry.added, entry.hash));
+        throw;
+    }
+    for (Entry& entry : read)
+        if (entry.key != nullptr)
+            put(find(*entry.key, entry.hash), entry);
+}
+
+ZJavaProperties_6_0::ZJavaProperties_6_0()
+    : rep_(makeRep<Rep>(kSource, raiseInConstructor)), unicodeUnit_{0, 0}
+{
+    for (int state = 0; state < kStates; ++state)
+        handlers_[state] = Rep::kTable[state].handler;
+}
+
+ZJavaProperties_6_0::~ZJavaProperties_6_0()
+{
+    std::unique_ptr<Rep> const rep(rep_);
+    rep->entries.removeAll();
+}
+
+ZObject_6_0* ZJavaProperties_6_0::clone() const
+{
+    ZAbstractNotImplementedException_6_0("ZJavaProperties::clone")
+        .throwException(kSource, raiseInClone);
+}
+
+void ZJavaProperties_6_0::setValue(ZAbstractString_6_0 const& key, ZAbstractString_6_0 const& value)
+{
+    Rep::Entry entry{std::unique_ptr<ZObject_6_0>(key.clone()),
+                     std::unique_ptr<ZObject_6_0>(value.clone()), key.hash(), nullptr};
+    if (entry.key == nullptr || entry.value == nullptr)
+        ZNotClonableException_6_0().throwException(kSource, raiseInSetValue);
+    HashTable::Place const place = rep_->find(key, entry.hash);
+    rep_->entries.reserve(place, entry.hash);
+    rep_->put(place, entry);
+}
+
+void ZJavaProperties_6_0::getValue(ZAbstractString_6_0 const& key,
+                                   ZAbstractMutableString_6_0& out) const
+{
+    ZUTF8String_6_0 sought;
+    sought.setChars(key);
+    HashTable::Place const place = rep_->find(sought, sought.hash());
+    if (place != 0)
+        out.setChars(*static_cast<ZAbstractString_6_0 const*>(rep_->entries.at(place).value));
+    else
+        out.clear();
+}
+
+void ZJavaProperties_6_0::listKeys(ZList_6_0& target) const
+{
+    addAllOrNothing(target, [&] {
+        rep_->entries.forEach([&](HashTable::Node const& node) { target.add(node.key); });
+    });
+}
+
+int ZJavaProperties_6_0::hexConv(char digit)
+{
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return -1;
+}
+
+// ---- Reading -----------------------------------------------------------------------------------
+
+int ZJavaProperties_6_0::load(char const* path)
+{
+    if (isEmpty(path))
+        return 1;
+    ZCancelGuard const uncancelled;
+    raising(raiseLoading, raiseInLoad, [&] {
+        ZStoreFile file(path, ZStoreFile::Use::load);
+        MemoryBytes bytes(file.text());
+        read(bytes, path);
+    });
+    return 1;
+}
+
+int ZJavaProperties_6_0::load(char const* path, char const* stopKey)
+{
+    struct ClearKey {
+        ZUTF8String_6_0& key;
+        ~ClearKey() { key.clear(); }
+    } const clearKey{stopKey_};
+    stopKey_ = stopKey;
+    return load(path);
+}
+
+int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
+{
+    ZCancelGuard const uncancelled;
+    int ended = 0;
+    raising(raiseLoading, raiseInLoad, [&] {
+        StreamBytes bytes(stream);
+        ended = read(bytes, path);
+    });
+    return ended;
+}
+
+// Runs the states over `bytes`, and adds what was read when that went well.
+template <class Bytes>
+int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
+{
+    struct ClearRead {
+        std::vector<Rep::Entry>& entries;
+        ~ClearRead() { std::vector<Rep::Entry>().swap(entries); }
+    } const clearRead{rep_->read};
+
+    int state = startLine;
+    char previous = 0;
+    for (int byte; (byte = bytes.next()) != EOF;) {
+        char const c = static_cast<char>(byte);
+        bool const ignored = (c == '\r' && previous == '\n') || (c == '\n' && previous == '\r');
+        previous = c;
+        // KEPT: a byte that was ignored is the previous one of the next all the same, so that empty
+        // lines that end in two bytes do not count, not even behind a backslash; files with them
+        // are read as they always were. Test: ZJavaProperties.KeepsPairingIgnoredLineEnds
+        if (ignored)
+            continue;
+        Handler const handler = handlers_[state];
+        if (handler == nullptr)
+            ZJavaPropertyParseException_6_0(path).throwException(kSource, raiseForState);
+        state = (this->*handler)(c);
+        // KEPT: a line end that was the error has been taken, and the line behind it is skipped
+        // too; files have comments there. Test: ZJavaProperties.KeepsSkippingTheLineBehindAnError
+        if (state == syntaxError)
+            state = commentLine;
+        if (state < startLine || state >= kStates) {
+            rep_->addRead();
+            return state == stop;
+        }
+        Rep::Row const& row = Rep::kTable[state];
+        if (row.ends == kNoRun || handlers_[state] != row.handler)
+            continue;
+        ZStoreFile::View const run = bytes.run(row.ends);
+        if (run.length == 0)
+            continue;
+        previous = run.data[run.length - 1];
+        if (state != commentLine)
+            (state == keyChars ? key_ : value_).append(run.data, static_cast<unsigned>(run.length));
+    }
+    if (bytes.failed())
+        ZUnexpectedEndOfFile_6_0(path).throwException(kSource, raiseForReadError);
+    // KEPT: a last line without a line end is not stored, unless it is the stop key's; then with
+    // what has been read of it, an error or not. Writers end every line, and one that was cut off
+    // is not to be trusted. Test: ZJavaProperties.KeepsLosingTheLastLine
+    // KEPT: before the first byte nothing is cleared, and key and value are those of the last read;
+    // callers who look for one key again and again have always been given it.
+    // Test: ZJavaProperties.KeepsTheEntryBeforeAnEmptyFile
+    if (!key_.isEmpty() && key_ == stopKey_)
+        storeEntry();
+    rep_->addRead();
+    return 1;
+}
+
+void ZJavaProperties_6_0::storeEntry()
+{
+    auto key = std::make_unique<ZUTF8String_6_0>(key_);
+    auto value = std::make_unique<ZUTF8String_6_0>(value_);
+    uint32_t const hash = key->hash();
+    rep_->read.push_back(Rep::Entry{std::move(key), std::move(value), hash, nullptr});
+}
+
+// At the line end behind a value.
+int ZJavaProperties_6_0::endEntry()
+{
+    storeEntry();
+    return key_ == stopKey_ ? stop : startLine;
+}
+
+// ---- The states --------------------------------------------------------------------------------
+
+// KEPT: here ":" and "=" begin a key, as does a backslash, which escapes nothing; files have such
+// keys. Test: ZJavaProperties.KeepsSeparatorsAndBackslashesThatBeginALine
+int ZJavaProperties_6_0::doStartLineState(char c)
+{
+    key_.clear();
+    value_.clear();
+    if (isBlank(c))
+        return startLineBlanks;
+    if (isComment(c))
+        return commentLine;
+    if (isLineEnd(c))
+        return startLine;
+    key_ += c;
+    return keyChars;
+}
+
+int ZJavaProperties_6_0::doStartLineBlanksState(char c)
+{
+    if (isBlank(c))
+        return startLineBlanks;
+    if (isComment(c))
+        return commentLine;
+    if (isLineEnd(c))
+        return startLine;
+    if (isSeparator(c))
+        return syntaxError;
+    key_ += c;
+    return keyChars;
+}
+
+int ZJavaProperties_6_0::doCommentLineState(char c)
+{
+    return isLineEnd(c) ? startLine : commentLine;
+}
+
+int ZJavaProperties_6_0::doKeyCharsState(char c)
+{
+    if (c == '\\')
+        return keyCharEscape;
+    if (isBlank(c))
+        return keyEndBlanksFirst;
+    if (isSeparator(c))
+        return keyEndBlanksFinal;
+    if (isLineEnd(c))
+        return syntaxError;
+    key_ += c;
+    return keyChars;
+}
+
+int ZJavaProperties_6_0::doKeyCharEscapeState(char c)
+{
+    if (c != '\\' && !isBlank(c) && !isSeparator(c))
+        return syntaxError;
+    key_ += c;
+    return keyChars;
+}
+
+int ZJavaProperties_6_0::doKeyEndBlanksFirstState(char c)
+{
+    if (isBlank(c))
+        return keyEndBlanksFirst;
+    if (isSeparator(c))
+        return keyEndBlanksFinal;
+    if (c == '\\')
+        return valEscape;
+    if (isLineEnd(c))
+        return syntaxError;
+    value_ += c;
+    return valChars;
+}
+
+int ZJavaProperties_6_0::doKeyEndBlanksFinalState(char c)
+{
+    if (isBlank(c))
+        return keyEndBlanksFinal;
+    if (isLineEnd(c))
+        return endEntry();
+    if (c == '\\')
+        return valEscape;
+    value_ += c;
+    return valChars;
+}
+
+int ZJavaProperties_6_0::doValCharsState(char c)
+{
+    if (c == '\\')
+        return valEscape;
+    if (isLineEnd(c))
+        return endEntry();
+    value_ += c;
+    return valChars;
+}
+
+int ZJavaProperties_6_0::doValEscapeState(char c)
+{
+    if (isLineEnd(c))
+        return multiLineVal;
+    if (c == 'u' || c == 'U')
+        return uu0;
+    // KEPT: not the escapes of keys: "=" is none here, quotes are; nor are the letters that stand
+    // for control characters. Files written for this reader have no others.
+    // Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
+    if (c != '\\' && !isBlank(c) && c != ':' && c != '"' && c != '\'')
+        return syntaxError;
+    value_ += c;
+    return valChars;
+}
+
+int ZJavaProperties_6_0::doMultiLineValState(char c)
+{
+    if (c == '\\')
+        return valEscape;
+    if (isBlank(c))
+        return multiLineVal;
+    if (isLineEnd(c)) {
+        // KEPT: such an entry never stops the reading, and with a stop key no other is stored;
+        // callers who look for one key have always been given this.
+        // Test: ZJavaProperties.KeepsTheStopKeyFromEmptyContinuationLines
+        if (stopKey_.isEmpty() || key_ == stopKey_)
+            storeEntry();
+        return startLine;
+    }
+    value_ += c;
+    return valChars;
+}
+
+int ZJavaProperties_6_0::readDigit(char c, int next)
+{
+    int const digit = hexConv(c);
+    if (digit < 0)
+        return syntaxError;
+    unicodeUnit_[0] = static_cast<uint16_t>(unicodeUnit_[0] * 16 + digit);
+    return next;
+}
+
+int ZJavaProperties_6_0::doUU0State(char c)
+{
+    unicodeUnit_[0] = 0;
+    return readDigit(c, uu1);
+}
+
+int ZJavaProperties_6_0::doUU1State(char c)
+{
+    return readDigit(c, uu2);
+}
+
+int ZJavaProperties_6_0::doUU2State(char c)
+{
+    return readDigit(c, uu3);
+}
+
+int ZJavaProperties_6_0::doUU3State(char c)
+{
+    int const next = readDigit(c, valChars);
+    if (next == syntaxError)
+        return next;
+    uint16_t const* unit = unicodeUnit_;
+    char text[kLongestUnit + 1];
+    char* end = text;
+    if (zconvert_UTF16_to_UTF8_6_0(&unit, unit + 1, &end, text + kLongestUnit) != 0)
+        ZToUTF8Exception_6_0().throwException(kSource, raiseForUnit);
+    // A text ends at its zero: the unit 0 adds nothing.
+    *end = 0;
+    value_ += text;
+    return next;
+}
+
+// ---- Writing -----------------------------------------------------------------------------------
+
+void ZJavaProperties_6_0::store(char const* path)
+{
+    if (isEmpty(path))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
+    ZCancelGuard const uncancelled;
+    raising(raiseStoring, raiseInStore, [&] {
+        ZStoreFile file(path, ZStoreFile::Use::store);
+        std::string text = "#\n";
+        rep_->entries.forEach([&text](HashTable::Node const& node) {
+            auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);
+            auto const& value = static_cast<ZAbstractString_6_0 const&>(*node.value);
+            // KEPT: a key is not escaped, and may read back as something else; other programs find
+            // their lines by it. Test: ZJavaProperties.KeepsKeysUnescaped
+            text.append(key.getChars(), key.getLength()).append(" = ");
+            writeValue(text, value.getChars(), value.getLength());
+            text += '\n';
+        });
+        file.commit({text.data(), text.size()}, {});
+        file.close();
+    });
+}
