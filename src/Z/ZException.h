@@ -534,9 +534,7 @@ private:
 
 // A value cannot be read as a number. Message 40; inserts as its base.
 //
-// kept    throwException() is the base's, so what is thrown is a
-// ZPropertiesInvalidValueException_6_0
-//         with message number 40: catch that class.
+// kept    throwException() is the base's: what is thrown is the base class with message number 40.
 class ZPropertiesInvalidNumValueException_6_0 : public ZPropertiesInvalidValueException_6_0 {
 public:
     ZPropertiesInvalidNumValueException_6_0(char const* file, char const* category, char const* key,
@@ -547,9 +545,7 @@ public:
 
 // A value cannot be read as a truth value. Message 41; inserts as its base.
 //
-// kept    throwException() is the base's, so what is thrown is a
-// ZPropertiesInvalidValueException_6_0
-//         with message number 41: catch that class.
+// kept    throwException() is the base's: what is thrown is the base class with message number 41.
 class ZPropertiesInvalidBoolValueException_6_0 : public ZPropertiesInvalidValueException_6_0 {
 public:
     ZPropertiesInvalidBoolValueException_6_0(char const* file, char const* category,

@@ -450,9 +450,8 @@ public:
     ZPCache_6_0* clone() const override;
 
     /// Reads a stanza file from where `file` stands to its end, adding to what the cache holds.
-    /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for a line that
-    /// is
-    ///         none; ZPropertiesIOException_6_0 (path, "fgets()", errno) when reading fails. The
+    /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for a line of no
+    ///         kind; ZPropertiesIOException_6_0 (path, "fgets()", errno) when reading fails. The
     ///         cache is then as it was.
     /// cost    O(bytes).
     void be_read(char const* path, FILE* file) override;
@@ -467,9 +466,8 @@ public:
     void be_read_obfuscated(ZBuffer_6_0& buffer) override;
 
     /// Makes `buffer` the contents of a companion file; empty when no key holds obfuscated values.
-    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) when
-    /// `be_read_obfuscated`
-    ///         would refuse the contents; `buffer` is then as it was.
+    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) when the contents would
+    ///         be refused by `be_read_obfuscated`; `buffer` is then as it was.
     void be_write_obfuscated(ZBuffer_6_0& buffer) override;
 
     ZPCache_6_0* makeEmpty() const override;

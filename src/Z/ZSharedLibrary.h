@@ -122,9 +122,8 @@ public:
 
     /// Loads the library and calls initialize(). A name that does not load is tried without its
     /// suffix ".so" when it has it, with it otherwise.
-    /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt; or with the
-    /// text
-    ///         "initialize" when that fails, the library then being loaded.
+    /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt, or, when
+    ///         initialize() fails, with the text "initialize"; the library is loaded then.
     void loadLibrary() override;
 
     /// Unloads the library.

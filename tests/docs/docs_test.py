@@ -97,6 +97,14 @@ class Documents(unittest.TestCase):
         declared = set(re.findall(r"^class (Z\w+)_6_0\b(?! *;)", header, re.M)) - abstract
         self.assertEqual(declared, listed)
 
+    def test_every_return_code_is_listed(self):
+        header = (ROOT / "src" / "Z" / "zproperties_c.h").read_text(encoding="utf-8")
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        codes = re.search(r"enum ZPROPCode \{(.*?)\};", header, re.S)[1]
+        self.assertEqual(re.findall(r"(zprop\w+) = (\d+)", codes),
+                         [(name, code) for code, name in
+                          re.findall(r"^\| (\d+) \| `(zprop\w+)` \|", text, re.M)])
+
 
 if __name__ == "__main__":
     BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
