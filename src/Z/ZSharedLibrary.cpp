@@ -96,6 +96,8 @@ char* zdlerror_6_0(void)
 
 // ---- The base --------------------------------------------------------------------------------
 
+// KEPT: two slots with the same suffix; derived classes put their own into one of them.
+// Test: ZSharedLibrary.KeepsTwoSlotsOfOneSuffix
 ZAbstractSharedLibrary_6_0::ZAbstractSharedLibrary_6_0(char const* name)
     : name_(name), suffix1_(kSuffix), suffix2_(kSuffix), flags_(0), errorNumber_(0)
 {

@@ -78,10 +78,9 @@ protected:
     ZAbstractSharedLibrary_6_0& operator=(ZAbstractSharedLibrary_6_0 const&) = delete;
 
     ZLCString_6_0 name_;
-    // kept    two slots with the same suffix: a name is tried once more for each.
-    ZLCString_6_0 suffix1_;
-    ZLCString_6_0 suffix2_;
-    int flags_;  // dlopen()'s; 0 for zdlopen_6_0()'s default
+    ZLCString_6_0 suffix1_;  // ".so"; empty ends the search
+    ZLCString_6_0 suffix2_;  // ".so"
+    int flags_;              // dlopen()'s; 0 for zdlopen_6_0()'s default
 
 private:
     ZLCString_6_0 errorMessage_;
@@ -124,6 +123,7 @@ public:
     /// suffix ".so" when it has it, with it otherwise.
     /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt, or, when
     ///         initialize() fails, with the text "initialize"; the library is loaded then.
+    /// kept    with two slots of one suffix, the other spelling is tried twice.
     void loadLibrary() override;
 
     /// Unloads the library.

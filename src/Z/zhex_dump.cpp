@@ -45,7 +45,6 @@ public:
     Output& operator=(Output const&) = delete;
     ~Output()
     {
-        flush();
         if (text_ != line_)
             free(text_);
     }
@@ -73,7 +72,6 @@ public:
     }
     void took(char const* end) { used_ = static_cast<size_t>(end - text_); }
 
-private:
     void flush()
     {
         if (used_ > 0)
@@ -81,6 +79,7 @@ private:
         used_ = 0;
     }
 
+private:
     FILE* const stream_;
     char line_[kMostPerLine];
     char* text_;
@@ -155,4 +154,5 @@ void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char con
             break;  // the last step would leave the range of an int
     }
     output.add("\n", 1);
+    output.flush();
 }

@@ -15,7 +15,7 @@ extern "C" {
 /// two groups and a column of characters, then a line feed.
 /// range   null `stream`: standard error. `length` 0 or less: the title and the line feed alone.
 ///         Null `title`: none.
-/// throws  what a lock throws.
+/// throws  what a lock throws, and what the stream's own functions throw (fopencookie).
 /// threads a dump is one write to the stream; a thread that is cancelled meanwhile finishes it.
 /// kept    bytes 32 to 253 stand in the column as they are, also those that no terminal shows; take
 ///         care where the dump goes.

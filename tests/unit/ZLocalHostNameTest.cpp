@@ -126,4 +126,13 @@ TEST_F(ZLocalHostName, RaisesWithoutMemory)
             1, "src/Z/ZLocalHostName", 40, [] { ZLocalHostName_6_0::getLocalHostName(); }));
         FailingAllocator::stop();
     }
+
+    // Room for the name, for two answers, and for the result.
+    std::string const official(200, 'h');
+    system_.official = official.c_str();
+    system_.roomNeeded = 2000;
+    EXPECT_EQ(4u,
+              failEachAllocation(
+                  [&] { EXPECT_EQ(official, ZLocalHostName_6_0::getLocalHostName().getChars()); },
+                  [] {}));
 }

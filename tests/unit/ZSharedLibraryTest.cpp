@@ -4,12 +4,31 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "EachAllocation.h"
 #include "Raised.h"
+
+namespace {
+
+int dlcloseError = 0;  // what dlclose() fails with; 0 lets it work
+
+}  // namespace
+
+// Goes before the C library's, also for the calls of the library under test.
+extern "C" int dlclose(void* handle) noexcept
+{
+    if (dlcloseError != 0) {
+        errno = dlcloseError;
+        return -1;
+    }
+    static auto const real = reinterpret_cast<int (*)(void*)>(dlsym(RTLD_NEXT, "dlclose"));
+    return real(handle);
+}
 
 namespace {
 
@@ -17,12 +36,26 @@ std::string const kFolder = Z_SAMPLE_FOLDER;
 std::string const kPlain = kFolder + "/libsample.so";     // exists under this name alone
 std::string const kBare = kFolder + "/libsample";         // so this one lacks its suffix
 std::string const kNoSuffix = kFolder + "/samplemodule";  // exists without a suffix
+std::string const kUnresolved = kFolder + "/libsampleunresolved.so";  // calls what is nowhere
 std::string const kMissing = kFolder + "/libmissing.so";
 
 class FailingToInitialize : public ZSharedLibrary_6_0 {
 public:
     using ZSharedLibrary_6_0::ZSharedLibrary_6_0;
     int initialize() override { return 1; }
+};
+
+// Lets the test see the suffixes, and set them.
+class Suffixed : public ZSharedLibrary_6_0 {
+public:
+    Suffixed(char const* name, char const* first, char const* second) : ZSharedLibrary_6_0(name)
+    {
+        suffix1_ = first;
+        suffix2_ = second;
+    }
+    explicit Suffixed(char const* name) : ZSharedLibrary_6_0(name) {}
+    char const* first() const { return suffix1_.getChars(); }
+    char const* second() const { return suffix2_.getChars(); }
 };
 
 template <class Exception>
@@ -102,6 +135,118 @@ TEST(ZSharedLibrary, AMissingSymbolRaises)
     library.unloadLibrary();
 }
 
+TEST(ZSharedLibrary, ANullSymbolIsNoSymbol)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    library.loadLibrary();
+    EXPECT_TRUE(raises<ZSharedLibraryResolveException_6_0>(
+        52, "src/Z/ZSharedLibrary", 236, [&] { library.resolveSymbol(nullptr); }));
+    EXPECT_NE(nullptr, library.getHandle());
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, LazyResolutionLoadsWhatCannotBeResolvedNow)
+{
+    ZSharedLibrary_6_0 library(kUnresolved.c_str());
+    library.setLazyResolution(0);
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 187,
+                                                        [&] { library.loadLibrary(); }));
+    EXPECT_NE(nullptr, strstr(library.getLastErrorMessage(), "sampleNowhere"));
+    EXPECT_EQ(nullptr, library.getHandle());
+    library.setFlags(0);  // now, too
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 187,
+                                                        [&] { library.loadLibrary(); }));
+    library.setLazyResolution(1);
+    library.loadLibrary();
+    EXPECT_EQ(43, reinterpret_cast<int (*)()>(library.resolveSymbol("sampleAnswer"))());
+    library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, AFailedUnloadKeepsTheHandle)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    library.loadLibrary();
+    void* const handle = library.getHandle();
+    dlcloseError = EBUSY;
+    EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 214,
+                                                        [&] { library.unloadLibrary(); }));
+    dlcloseError = 0;
+    EXPECT_EQ(EBUSY, library.getLastErrorNumber());
+    EXPECT_EQ(handle, library.getHandle());
+    library.unloadLibrary();
+    EXPECT_EQ(nullptr, library.getHandle());
+}
+
+TEST(ZSharedLibrary, SuffixesAreTriedInTheirOrderUpToAnEmptyOne)
+{
+    Suffixed second(kBare.c_str(), ".none", ".so");
+    second.loadLibrary();
+    EXPECT_NE(nullptr, second.getHandle());
+    second.unloadLibrary();
+    for (Suffixed library : {Suffixed(kBare.c_str(), "", ".so"), Suffixed(kBare.c_str(), "", "")}) {
+        EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 187,
+                                                            [&] { library.loadLibrary(); }));
+    }
+    Suffixed other((kNoSuffix + ".so.1.so.1").c_str(), ".so.1", ".so.1.so.1");
+    other.loadLibrary();  // cut at the end only
+    other.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, EveryFailingAllocationLeavesTheObjectUsable)
+{
+    std::string const longName = std::string(200, '.') + "/libmissing";
+    // The loader keeps some things from its first failure on.
+    ZSharedLibrary_6_0 missing(longName.c_str());
+    auto const load = [&] {
+        try {
+            missing.loadLibrary();
+        } catch (ZSharedLibraryLoadException_6_0 const&) {
+        }
+    };
+    load();
+    EXPECT_LT(1u, failEachAllocationOfSome(
+                      load, [] {},
+                      [&] {
+                          EXPECT_EQ(nullptr, missing.getHandle());
+                          EXPECT_EQ(longName, missing.getLibraryName().getChars());
+                      },
+                      false));
+
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    failEachAllocationOfSome(
+        [&] {
+            try {
+                library.loadLibrary();
+            } catch (ZSharedLibraryLoadException_6_0 const&) {
+                EXPECT_EQ(nullptr, library.getHandle());
+            }
+        },
+        [&] {
+            if (library.getHandle() != nullptr)
+                library.unloadLibrary();
+        },
+        [&] { EXPECT_EQ(nullptr, library.getHandle()); }, false);
+
+    library.loadLibrary();
+    std::string const longSymbol(200, 's');
+    failEachAllocationOfSome(
+        [&] {
+            try {
+                library.resolveSymbol(longSymbol.c_str());
+            } catch (ZSharedLibraryResolveException_6_0 const&) {
+            }
+        },
+        [] {},
+        [&] {
+            EXPECT_EQ(42, reinterpret_cast<int (*)()>(library.resolveSymbol("sampleAnswer"))());
+        },
+        false);
+    library.unloadLibrary();
+
+    // The object, its name and the message.
+    EXPECT_EQ(3u, failEachAllocation([&] { delete missing.clone(); }, [] {}));
+}
+
 TEST(ZSharedLibrary, UnloadingTwiceRaises)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
@@ -171,6 +316,13 @@ TEST(ZSharedLibrary, CopiesAreNotLoaded)
     EXPECT_EQ(RTLD_LAZY, same.getFlags());
     EXPECT_EQ(0, library.compare(same));
     library.unloadLibrary();
+}
+
+TEST(ZSharedLibrary, KeepsTwoSlotsOfOneSuffix)
+{
+    Suffixed const library("name");
+    EXPECT_STREQ(".so", library.first());
+    EXPECT_STREQ(".so", library.second());
 }
 
 TEST(ZSharedLibrary, KeepsSayingGlobalScope)

@@ -1,9 +1,11 @@
 #include <Z/zhex_dump.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -139,6 +141,60 @@ TEST(zhex_dump, GoesOnWithoutMemory)
     FailingAllocator::stop();
     fclose(stream);
     EXPECT_EQ(expected, std::string(room, expected.size()));
+}
+
+TEST(zhex_dump, WhatTheStreamThrowsLeavesTheNextDumpToOthers)
+{
+    cookie_io_functions_t const functions = {
+        nullptr,
+        [](void*, char const*, size_t) -> ssize_t { throw std::runtime_error("stream"); },
+        nullptr,
+        nullptr,
+    };
+    FILE* const stream = fopencookie(nullptr, "w", functions);
+    ASSERT_NE(nullptr, stream);
+    setvbuf(stream, nullptr, _IONBF, 0);
+    std::vector<unsigned char> const bytes = someBytes(100);
+    EXPECT_THROW(zhex_dump_6_0(stream, 100, bytes.data(), "title"), std::runtime_error);
+    fclose(stream);
+    std::string dump;
+    std::thread([&] { dump = dumpOf(100, bytes.data(), "title"); }).join();
+    EXPECT_EQ(slowDumpOf(100, bytes.data(), "title"), dump);
+}
+
+TEST(zhex_dump, ACancelledThreadFinishesItsDump)
+{
+    struct Shared {
+        std::vector<unsigned char> bytes = someBytes(100);
+        std::string dump;
+        bool isCancelled = true;
+    } shared;
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, nullptr,
+                     [](void* argument) -> void* {
+                         auto& its = *static_cast<Shared*>(argument);
+                         char* text = nullptr;
+                         size_t size = 0;
+                         FILE* const stream = open_memstream(&text, &size);
+                         pthread_cancel(pthread_self());
+                         zhex_dump_6_0(stream, 100, its.bytes.data(), "title");
+                         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+                         fclose(stream);
+                         its.dump.assign(text, size);
+                         free(text);
+                         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+                         pthread_testcancel();
+                         its.isCancelled = false;
+                         return nullptr;
+                     },
+                     &shared));
+    void* result = nullptr;
+    ASSERT_EQ(0, pthread_join(thread, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    EXPECT_TRUE(shared.isCancelled);
+    EXPECT_EQ(slowDumpOf(100, shared.bytes.data(), "title"), shared.dump);
+    EXPECT_EQ(shared.dump, dumpOf(100, shared.bytes.data(), "title"));  // the lock is free
 }
 
 TEST(zhex_dump, DumpsOfSeveralThreadsDoNotMix)
