@@ -45,8 +45,7 @@ ZArray_6_0::ZArray_6_0(ZArray_6_0 const& source)
     PlainBlock<ZObject_6_0*> slots;
     slots.makeZero(count_, kSource, raiseInAllocate);
     SlotFiller filler(slots.data(), owns_);
-    for (unsigned int i = 0; i < count_; ++i)
-        filler.add(source.elements_[i]);
+    filler.addAll(source.elements_, source.count_);
     filler.release();
     elements_ = slots.release();
 }
@@ -59,8 +58,7 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
     // between owning and borrowing arrays. Test: ZArray.KeepsItsOwnershipWhenAssigned
     ZArray_6_0 old(source.count_, owns_);
     SlotFiller filler(old.elements_, owns_);
-    for (unsigned int i = 0; i < source.count_; ++i)
-        filler.add(source.elements_[i]);
+    filler.addAll(source.elements_, source.count_);
     filler.release();
     std::swap(elements_, old.elements_);
     std::swap(count_, old.count_);
@@ -117,7 +115,13 @@ ZObject_6_0* ZArray_6_0::get(unsigned int index) const
 void ZArray_6_0::set(unsigned int index, ZObject_6_0 const* obj)
 {
     checkIndex(index < count_, raiseInSet);
-    setNoCopy(index, owns_ != 0 ? cloneOf(obj) : obj);
+    if (owns_ == 0) {
+        setNoCopy(index, obj);
+        return;
+    }
+    std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+    checkIndex(index < count_, raiseInSet);  // the clone() may have changed the array
+    setNoCopy(index, copy.release());
 }
 
 void ZArray_6_0::setNoCopy(unsigned int index, ZObject_6_0 const* obj)
@@ -132,24 +136,12 @@ void ZArray_6_0::setNoCopy(unsigned int index, ZObject_6_0 const* obj)
 
 int ZArray_6_0::indexOf(ZObject_6_0 const* obj) const
 {
-    if (obj == nullptr)
-        return -1;
-    for (unsigned int i = 0; i < count_; ++i) {
-        if (elements_[i] != nullptr && obj->equals(*elements_[i]))
-            return static_cast<int>(i);
-    }
-    return -1;
+    return firstEqual(elements_, count_, obj);
 }
 
 int ZArray_6_0::lastIndexOf(ZObject_6_0 const* obj) const
 {
-    if (obj == nullptr)
-        return -1;
-    for (unsigned int i = count_; i-- > 0;) {
-        if (elements_[i] != nullptr && obj->equals(*elements_[i]))
-            return static_cast<int>(i);
-    }
-    return -1;
+    return lastEqual(elements_, count_, obj);
 }
 
 void ZArray_6_0::swap(unsigned int one, unsigned int other)

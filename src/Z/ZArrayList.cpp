@@ -172,11 +172,9 @@ ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
     PlainBlock<ZObject_6_0*> slots;
     slots.resize(room_, kSource, raiseInAllocate);
     SlotFiller filler(slots.data(), owns_);
-    for (unsigned int i = 0; i < source.count_; ++i)
-        filler.add(source.elements_[i]);
-    filler.release();
+    filler.addAll(source.elements_, source.count_);
+    count_ = filler.release();
     elements_ = slots.release();
-    count_ = source.count_;
 }
 
 ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
@@ -188,10 +186,8 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
     // Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
     ZArrayList_6_0 old(grownFor(capacity_, source.count_), owns_);
     SlotFiller filler(old.elements_, owns_);
-    for (unsigned int i = 0; i < source.count_; ++i)
-        filler.add(source.elements_[i]);
-    filler.release();
-    old.count_ = source.count_;
+    filler.addAll(source.elements_, source.count_);
+    old.count_ = filler.release();
     std::swap(capacity_, old.capacity_);
     std::swap(room_, old.room_);
     std::swap(elements_, old.elements_);
@@ -218,13 +214,15 @@ bool ZArrayList_6_0::contains(ZObject_6_0 const* obj) const
 
 void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
 {
-    if (index > count_)
-        return;
     if (owns_ == 0) {
         ZArrayList_6_0::addNoCopy(index, obj);
         return;
     }
+    if (index > count_)
+        return;
     std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+    if (index > count_)  // the clone() has taken members away
+        return;
     ZArrayList_6_0::addNoCopy(index, copy.get());
     copy.release();
 }
@@ -232,24 +230,18 @@ void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
 void ZArrayList_6_0::addList(ZList_6_0 const& other)
 {
     unsigned int const more = other.size();
-    unsigned int const capacity = grownFor(capacity_, size_t{count_} + more);
-    // A list that must grow is filled beside the old slots, so that nothing shows of a failure.
-    PlainBlock<ZObject_6_0*> slots;
-    bool const moves = capacity > room_;
-    if (moves) {
-        slots.resize(capacity, kSource, raiseInGrow);
-        memcpy(slots.data(), elements_, count_ * sizeof(ZObject_6_0*));
-    }
-    SlotFiller filler((moves ? slots.data() : elements_) + count_, owns_);
+    if (more == 0)
+        return;
+    grownFor(capacity_, size_t{count_} + more);  // raises before anything is cloned
+    // Gathered beside the list: nothing shows of a failure, and a clone() may change the list.
+    PlainBlock<ZObject_6_0*> members;
+    members.resize(more, kSource, raiseInGrow);
+    SlotFiller filler(members.data(), owns_);
     for (unsigned int i = 0; i < more; ++i)
         filler.add(other.get(i));
-    filler.release();
-    if (moves) {
-        free(std::exchange(elements_, slots.release()));
-        room_ = capacity;
-    }
-    capacity_ = capacity;
-    count_ += more;
+    growFor(size_t{count_} + more);
+    memcpy(elements_ + count_, members.data(), more * sizeof(ZObject_6_0*));
+    count_ += filler.release();
 }
 
 void ZArrayList_6_0::addNoCopy(ZObject_6_0 const* obj)
@@ -262,7 +254,7 @@ void ZArrayList_6_0::addNoCopy(unsigned int index, ZObject_6_0 const* obj)
     if (index > count_)
         return;
     if (count_ == capacity_)
-        grow();
+        growFor(size_t{count_} + 1);
     ZObject_6_0** const slot = elements_ + index;
     memmove(slot + 1, slot, (count_ - index) * sizeof(ZObject_6_0*));
     *slot = const_cast<ZObject_6_0*>(obj);
@@ -313,7 +305,10 @@ void ZArrayList_6_0::set(unsigned int index, ZObject_6_0 const* obj)
 {
     if (index >= count_)
         return;
-    ZObject_6_0* const member = owns_ != 0 ? cloneOf(obj) : const_cast<ZObject_6_0*>(obj);
+    std::unique_ptr<ZObject_6_0> copy(owns_ != 0 ? cloneOf(obj) : nullptr);
+    if (index >= count_)  // the clone() has taken members away
+        return;
+    ZObject_6_0* const member = owns_ != 0 ? copy.release() : const_cast<ZObject_6_0*>(obj);
     ZObject_6_0* const old = std::exchange(elements_[index], member);
     if (owns_ != 0)
         delete old;
@@ -321,24 +316,12 @@ void ZArrayList_6_0::set(unsigned int index, ZObject_6_0 const* obj)
 
 int ZArrayList_6_0::indexOf(ZObject_6_0 const* obj) const
 {
-    if (obj == nullptr)
-        return -1;
-    for (unsigned int i = 0; i < count_; ++i) {
-        if (elements_[i] != nullptr && obj->equals(*elements_[i]))
-            return static_cast<int>(i);
-    }
-    return -1;
+    return firstEqual(elements_, count_, obj);
 }
 
 int ZArrayList_6_0::lastIndexOf(ZObject_6_0 const* obj) const
 {
-    if (obj == nullptr)
-        return -1;
-    for (unsigned int i = count_; i-- > 0;) {
-        if (elements_[i] != nullptr && obj->equals(*elements_[i]))
-            return static_cast<int>(i);
-    }
-    return -1;
+    return lastEqual(elements_, count_, obj);
 }
 
 void ZArrayList_6_0::subList(ZList_6_0& target, unsigned int from, unsigned int to) const
@@ -373,9 +356,9 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
 }
 
 // Slots are allocated one growth ahead, since moving them costs more than the growth itself.
-void ZArrayList_6_0::grow()
+void ZArrayList_6_0::growFor(size_t count)
 {
-    unsigned int const capacity = grown(capacity_);
+    unsigned int const capacity = grownFor(capacity_, count);
     if (capacity > room_) {
         unsigned int const room = grown(capacity);
         void* const slots = reallocarray(elements_, room, sizeof(ZObject_6_0*));
@@ -391,10 +374,12 @@ void ZArrayList_6_0::grow()
 void ZArrayList_6_0::append(ZObject_6_0 const* obj)
 {
     if (owns_ != 0) {
-        ZArrayList_6_0::add(count_, obj);
+        std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+        ZArrayList_6_0::addNoCopy(count_, copy.get());
+        copy.release();
         return;
     }
-    grow();
+    growFor(size_t{count_} + 1);
     elements_[count_++] = const_cast<ZObject_6_0*>(obj);
 }
 

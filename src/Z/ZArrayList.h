@@ -9,6 +9,10 @@
 // A null may be a member of either kind of list; it is stored as it is.
 // Threads: unsynchronised; callers serialise access to one list.
 // An operation that raises leaves the members as they were.
+// Callbacks: what a list calls while it works (clone(), equals(), a destructor, a comparator, the
+// target of subList()) may read the list. All but the destructors that removeAll() runs may change
+// it too, as long as they leave the members alone that they were called with: the operation goes on
+// with the list as it finds it.
 #pragma once
 
 #include "ZIterator.h"
@@ -180,8 +184,9 @@ public:
     /// null. Nulls in the list are passed over.
     int lastIndexOf(ZObject_6_0 const* obj) const override;
     /// Adds the members from index `from` to index `to`, both included, to `target`; nothing
-    /// happens unless `from <= to` and `to < size()`. owns    as `target.add()` does. throws  what
-    /// `target.add()` raises; what it had added is removed again.
+    /// happens unless `from <= to` and `to < size()`.
+    /// owns    as `target.add()` does.
+    /// throws  what `target.add()` raises; what it had added is removed again.
     void subList(ZList_6_0& target, unsigned int from, unsigned int to) const override;
     /// Exchanges two members; nothing happens unless both indexes are below `size()`.
     void swap(unsigned int one, unsigned int other) override;
@@ -195,7 +200,7 @@ public:
 
 private:
     void append(ZObject_6_0 const* obj);
-    void grow();
+    void growFor(size_t count);
 
     unsigned int capacity_;   // members before the list grows, at least 1
     ZObject_6_0** elements_;  // never null

@@ -1,7 +1,6 @@
 // ZArray_p: what the containers share. Not installed.
 #pragma once
 
-#include <cxxabi.h>
 #include <stdlib.h>
 
 #include <exception>
@@ -10,12 +9,39 @@
 #include <utility>
 
 #include "ZException.h"
+#include "ZException_p.h"
 #include "ZObject.h"
 
 /// Returns a clone of `obj`; null for null.
 inline ZObject_6_0* cloneOf(ZObject_6_0 const* obj)
 {
     return obj != nullptr ? obj->clone() : nullptr;
+}
+
+/// Returns the index of the first of the `count` members at `slots` that `obj` equals; -1 when
+/// there is none or `obj` is null. Both are read afresh for each member: an equals() may change
+/// what they are of.
+inline int firstEqual(ZObject_6_0** const& slots, unsigned int const& count, ZObject_6_0 const* obj)
+{
+    if (obj == nullptr)
+        return -1;
+    for (unsigned int i = 0; i < count; ++i) {
+        if (slots[i] != nullptr && obj->equals(*slots[i]))
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+/// Returns the index of the last of them, as firstEqual() does that of the first.
+inline int lastEqual(ZObject_6_0** const& slots, unsigned int const& count, ZObject_6_0 const* obj)
+{
+    if (obj == nullptr)
+        return -1;
+    for (unsigned int i = count; i-- > 0;) {
+        if (i < count && slots[i] != nullptr && obj->equals(*slots[i]))
+            return static_cast<int>(i);
+    }
+    return -1;
 }
 
 /// Makes a Rep, the part of an object that its header hides.
@@ -36,9 +62,9 @@ public:
     {
         try {
             delete obj;
-        } catch (abi::__forced_unwind&) {
-            throw;
         } catch (...) {
+            if (zcaughtCancellation())
+                throw;
             if (first_ == nullptr)
                 first_ = std::current_exception();
         }
@@ -120,10 +146,21 @@ public:
         slots_[count_] = owns_ != 0 ? cloneOf(obj) : obj;
         ++count_;
     }
-    void release() { count_ = 0; }
+    /// Adds the `count` members at `slots`, which are those of a container. A clone() may change
+    /// that container: both are read afresh for each member, and none that comes meanwhile is
+    /// added.
+    void addAll(ZObject_6_0** const& slots, unsigned int const& count)
+    {
+        unsigned int const most = count;
+        for (unsigned int i = 0; i < most && i < count; ++i)
+            add(slots[i]);
+    }
+
+    /// Lets go of the slots and returns how many have been filled.
+    unsigned int release() { return std::exchange(count_, 0); }
 
 private:
     ZObject_6_0** const slots_;
     int const owns_;
-    size_t count_ = 0;
+    unsigned int count_ = 0;
 };

@@ -59,7 +59,8 @@ uint32_t ZKeyEntry_6_0::hash() const
 
 int ZKeyEntry_6_0::compare(ZObject_6_0 const& other) const
 {
-    return key_->compare(*static_cast<ZKeyEntry_6_0 const&>(other).key_);
+    auto const* const entry = dynamic_cast<ZKeyEntry_6_0 const*>(&other);
+    return entry != nullptr ? key_->compare(*entry->key_) : ZObject_6_0::compare(other);
 }
 
 ZObject_6_0* ZKeyEntry_6_0::clone() const
@@ -73,8 +74,8 @@ ZObject_6_0* ZKeyEntry_6_0::clone() const
 
 bool ZKeyEntry_6_0::equals(ZObject_6_0 const& other) const
 {
-    auto const& entry = static_cast<ZKeyEntry_6_0 const&>(other);
-    return hashCode_ == entry.hashCode_ && key_->equals(*entry.key_);
+    auto const* const entry = dynamic_cast<ZKeyEntry_6_0 const*>(&other);
+    return entry != nullptr && hashCode_ == entry->hashCode_ && key_->equals(*entry->key_);
 }
 
 ZHashKeyMap_6_0::ZHashKeyMap_6_0(unsigned int capacity, int owns)
@@ -148,12 +149,13 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
     if (probeKey == nullptr)
         return;
     ZKeyEntry_6_0 const probe(probeKey.release(), probeValue.release(), 1);
-    uint32_t const hash = probe.hash();
-    auto const place = rep_->find(hash, isKey(probe.key(), hash));
     std::unique_ptr<ZObject_6_0> storedKey(probe.key()->clone());
     std::unique_ptr<ZObject_6_0> storedValue(cloneOf(probe.value()));
     if (storedKey == nullptr)
         return;
+    // Looked for only now: a clone() may have changed the map.
+    uint32_t const hash = probe.hash();
+    auto const place = rep_->find(hash, isKey(probe.key(), hash));
     rep_->reserve(place, hash);
     rep_->put(place, hash, storedKey.release(), storedValue.release());
 }

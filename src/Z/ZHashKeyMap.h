@@ -7,6 +7,8 @@
 // them with their entry; a borrowing map stores the caller's pointers and deletes neither.
 // Threads: unsynchronised; callers serialise access to one map.
 // An operation that raises leaves the map as it was.
+// Callbacks: what a map calls while it works (hash(), equals(), clone(), a destructor, the target
+// of listKeys() and listObjects()) may read the map. The clone() of putEntry() may change it too.
 #pragma once
 
 #include "ZArrayList.h"
@@ -67,7 +69,7 @@ public:
     /// Returns the key's hash and remembers it for equals().
     uint32_t hash() const override;
     /// Returns how the keys compare.
-    /// range   `other` is a ZKeyEntry_6_0.
+    /// range   an object that is no entry sorts by address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
     /// Returns an entry with the same flag and the same remembered hash.
     /// owns    owned by the caller, released with delete. An owning entry clones key and value; a
@@ -75,7 +77,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZObject_6_0* clone() const override;
     /// Returns whether the remembered hashes are the same and this key equals the other one.
-    /// range   `other` is a ZKeyEntry_6_0, and hash() has been called for both.
+    /// range   hash() has been called for both. No entry equals what is none.
     bool equals(ZObject_6_0 const& other) const override;
 
     ZObject_6_0* key() const { return key_; }      // null only if made so

@@ -81,11 +81,12 @@ void ZHashMap_6_0::putEntry(ZObject_6_0* entry)
 {
     if (entry == nullptr)
         return;
-    uint32_t const hash = entry->hash();
-    auto const place = rep_->find(hash, equalTo(entry));
     std::unique_ptr<ZObject_6_0> clone(rep_->owns() ? entry->clone() : nullptr);
     if (rep_->owns() && clone == nullptr)
         return;
+    // Looked for only now: the clone() may have changed the map.
+    uint32_t const hash = entry->hash();
+    auto const place = rep_->find(hash, equalTo(entry));
     rep_->reserve(place, hash);
     rep_->put(place, hash, rep_->owns() ? clone.release() : entry, nullptr);
 }

@@ -8,6 +8,8 @@
 // it removes or replaces; a borrowing map stores the caller's pointers and deletes nothing.
 // Threads: unsynchronised; callers serialise access to one map.
 // An operation that raises leaves the entries as they were.
+// Callbacks: what a map calls while it works (hash(), equals(), clone(), a destructor, the target
+// of list()) may read the map. The clone() of putEntry() may change it too.
 #pragma once
 
 #include "ZArrayList.h"

@@ -35,6 +35,10 @@ public:
     HashTable& operator=(HashTable const&) = delete;
     ~HashTable();
 
+    /// Returns how many marks an index over `size` nodes is laid with: a power of 2, four for each
+    /// node and at least two for as many nodes as there may ever be.
+    static constexpr uint32_t marksFor(uint32_t size);
+
     bool owns() const { return owns_; }
     uint32_t size() const { return size_; }
     Node const& at(Place place) const { return nodes_[place - 1]; }
@@ -72,6 +76,7 @@ private:
 
     static constexpr uint32_t kLongChain = 4;
     static constexpr uint32_t kMostNodes = uint32_t{1} << 30;
+    static constexpr uint32_t kMostMarks = 2 * kMostNodes;
 
     uint32_t bucketOf(uint32_t hash) const { return hash % bucketCount_; }
     uint32_t startOf(uint32_t hash, uint32_t markCount) const;
@@ -97,6 +102,14 @@ private:
 struct ZHashMap_6_0::Rep : HashTable {
     using HashTable::HashTable;
 };
+
+constexpr uint32_t HashTable::marksFor(uint32_t size)
+{
+    uint32_t marks = 4 * kLongChain;
+    while (marks < kMostMarks && marks / 4 < size)
+        marks *= 2;
+    return marks;
+}
 
 // Hashes may differ in few bits only (addresses do): multiplying by the golden ratio carries every
 // bit into the upper ones, and those choose the mark.

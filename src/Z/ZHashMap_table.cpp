@@ -41,8 +41,6 @@ HashTable::HashTable(HashTable const& source)
             append(node.hash, owns_ ? key.release() : node.key,
                    owns_ ? value.release() : node.value);
         });
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (...) {
         removeAll();
         throw;
@@ -65,12 +63,9 @@ void HashTable::reserve(Place place, uint32_t hash)
     }
     if (markCount_ != 0) {
         if (size_ >= markCount_ / 2)
-            layIndex(markCount_ * 2);
+            layIndex(marksFor(size_));
     } else if (size_ >= kLongChain && chainLength(hash) >= kLongChain) {
-        uint32_t markCount = 4 * kLongChain;
-        while (markCount / 4 < size_)
-            markCount *= 2;
-        layIndex(markCount);
+        layIndex(marksFor(size_));
     }
 }
 

@@ -3,7 +3,7 @@
 
 #include <pthread.h>
 
-#include <exception>
+#include "ZException_p.h"
 
 class ZException_6_0;
 
@@ -19,13 +19,6 @@ public:
 private:
     int before_;
 };
-
-/// Returns, in a `catch (...)`, whether it has caught the cancellation of the thread: that unwinds
-/// the stack without a C++ exception, and must be thrown on.
-inline bool zcaughtCancellation()
-{
-    return std::current_exception() == nullptr;
-}
 
 /// Reports a failed system call through the message service: message number and rc.
 void zreportRc(char const* source, int site, int messageNumber, int rc) noexcept;

@@ -13,26 +13,12 @@
 #include <stdexcept>
 #include <vector>
 
-#include "CountedObject.h"
+#include "Containers.h"
 #include "FailingAllocator.h"
 #include "Raises.h"
 #include "ThrowingObject.h"
 
 namespace {
-
-constexpr int kBorrows = 0;
-constexpr int kOwns = 1;
-
-using Numbers = std::vector<int>;
-
-// The numbers of the members; -1 stands for a null.
-Numbers numbersOf(ZList_6_0 const& list)
-{
-    Numbers numbers;
-    for (unsigned i = 0; i < list.size(); ++i)
-        numbers.push_back(numberOf(list.get(i)));
-    return numbers;
-}
 
 void fill(ZArrayList_6_0& list, Numbers const& numbers)
 {
@@ -45,15 +31,7 @@ struct OwningList : ZArrayList_6_0 {
     explicit OwningList(Numbers const& numbers) : ZArrayList_6_0(1, kOwns) { fill(*this, numbers); }
 };
 
-class ZArrayList : public testing::Test {
-protected:
-    void SetUp() override { CountedObject::alive = 0; }
-    void TearDown() override
-    {
-        CountedObject::clonesUntilThrow = 0;
-        EXPECT_EQ(0, CountedObject::alive);
-    }
-};
+class ZArrayList : public CountingTest {};
 
 class ZListIterator : public ZArrayList {};
 class ZArrayListSort : public ZArrayList {};
@@ -428,6 +406,111 @@ TEST_F(ZArrayList, IsUsedThroughItsInterface)
     list.shuffle();
     list.removeAll();
     EXPECT_TRUE(list.isEmpty());
+}
+
+// ---- What is called may change the list
+
+TEST_F(ZArrayList, ACloneMayAddToTheListThatItGoesInto)
+{
+    OwningList list({1, 2});
+    auto const addMany = [&] {
+        for (int i = 0; i < 50; ++i)
+            list.addNoCopy(0, new CountedObject(9));
+    };
+    Numbers expected(50, 9);
+    expected.insert(expected.end(), {1, 2, 3});
+    list.add(std::make_unique<Meddler>(3, addMany).get());
+    EXPECT_EQ(expected, numbersOf(list));
+
+    OwningList other({});
+    other.addNoCopy(new Meddler(4, addMany));
+    other.addNoCopy(new CountedObject(5));
+    expected.insert(expected.begin(), 50, 9);
+    expected.insert(expected.end(), {4, 5});
+    list.addList(other);
+    EXPECT_EQ(expected, numbersOf(list));
+}
+
+TEST_F(ZArrayList, ACloneMayEmptyTheListThatItGoesInto)
+{
+    struct Case {
+        char const* name;
+        void (*action)(ZArrayList_6_0&, ZObject_6_0 const*);
+        Numbers left;
+    };
+    Case const cases[] = {
+        {"add", [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(object); }, {9}},
+        {"add in front",
+         [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(0, object); },
+         {9}},
+        {"add behind",
+         [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(2, object); },
+         {}},
+        {"set", [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.set(1, object); }, {}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        OwningList list({1, 2, 3});
+        Meddler const object(9, [&] { list.removeAll(); });
+        c.action(list, &object);
+        EXPECT_EQ(c.left, numbersOf(list));
+        EXPECT_EQ(1 + static_cast<long>(c.left.size()), CountedObject::alive);
+    }
+}
+
+TEST_F(ZArrayList, ACloneMayChangeTheListThatIsCopied)
+{
+    struct Case {
+        char const* name;
+        void (*deed)(ZArrayList_6_0&);
+        Numbers copied;
+    };
+    Case const cases[] = {
+        {"adds",
+         [](ZArrayList_6_0& list) {
+             for (int i = 0; i < 50; ++i)
+                 list.addNoCopy(new CountedObject(9));
+         },
+         {1, 2, 3}},
+        {"takes away",
+         [](ZArrayList_6_0& list) {
+             list.remove(2u);
+             list.remove(1u);
+         },
+         {1}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto const sourceOf = [&](ZArrayList_6_0& source) {
+            source.addNoCopy(new Meddler(1, [&] { c.deed(source); }));
+            source.addNoCopy(new CountedObject(2));
+            source.addNoCopy(new CountedObject(3));
+        };
+        ZArrayList_6_0 source(3, kOwns), second(3, kOwns);
+        sourceOf(source);
+        EXPECT_EQ(c.copied, numbersOf(ZArrayList_6_0(source)));
+        sourceOf(second);
+        OwningList target({7});
+        static_cast<ZArrayList_6_0&>(target) = second;
+        EXPECT_EQ(c.copied, numbersOf(target));
+    }
+}
+
+TEST_F(ZArrayList, APartIsTakenBackFromATargetThatLetsNothingGo)
+{
+    class Stubborn : public ZArrayList_6_0 {
+    public:
+        Stubborn() : ZArrayList_6_0(1, kOwns) {}
+        using ZArrayList_6_0::remove;
+        void remove(unsigned int) override { ++asked; }
+        int asked = 0;
+    };
+    OwningList const list({1, 2, 3});
+    Stubborn target;
+    CountedObject::clonesUntilThrow = 3;
+    EXPECT_THROW(list.subList(target, 0, 2), std::runtime_error);
+    EXPECT_EQ(2, target.asked);
+    EXPECT_EQ((Numbers{1, 2}), numbersOf(target));
 }
 
 // ---- The iterator
@@ -860,7 +943,7 @@ TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
     EXPECT_EQ(2u, failing([&] { list->add(0, &object); }));
     EXPECT_EQ(1u, failing([&] { list->addNoCopy(nullptr); }));
     EXPECT_EQ(1u, failing([&] { list->addNoCopy(1, nullptr); }));
-    EXPECT_EQ(4u, failing([&] { list->addList(source); }));
+    EXPECT_EQ(5u, failing([&] { list->addList(source); }));
     EXPECT_EQ(4u, failing([&] { *list = source; }));
 }
 

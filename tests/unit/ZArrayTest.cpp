@@ -7,24 +7,12 @@
 #include <stdexcept>
 #include <vector>
 
-#include "CountedObject.h"
+#include "Containers.h"
 #include "FailingAllocator.h"
 #include "Raises.h"
 #include "ThrowingObject.h"
 
 namespace {
-
-constexpr int kBorrows = 0;
-constexpr int kOwns = 1;
-
-// The numbers of what the slots hold; -1 stands for an empty one.
-std::vector<int> numbersOf(ZArray_6_0 const& array)
-{
-    std::vector<int> numbers;
-    for (unsigned i = 0; i < array.size(); ++i)
-        numbers.push_back(numberOf(array.get(i)));
-    return numbers;
-}
 
 void fill(ZArray_6_0& array, std::vector<int> const& numbers)
 {
@@ -32,18 +20,7 @@ void fill(ZArray_6_0& array, std::vector<int> const& numbers)
         array.setNoCopy(i, numbers[i] < 0 ? nullptr : new CountedObject(numbers[i]));
 }
 
-using Numbers = std::vector<int>;
-
-// Leaves no object behind that a test made.
-class ZArray : public testing::Test {
-protected:
-    void SetUp() override { CountedObject::alive = 0; }
-    void TearDown() override
-    {
-        CountedObject::clonesUntilThrow = 0;
-        EXPECT_EQ(0, CountedObject::alive);
-    }
-};
+class ZArray : public CountingTest {};
 
 }  // namespace
 
@@ -296,6 +273,22 @@ TEST_F(ZArray, IndexOutOfRangeRaisesAndChangesNothing)
             EXPECT_EQ(before, CountedObject::alive);
         }
     }
+}
+
+TEST_F(ZArray, ACloneMayChangeTheArray)
+{
+    ZArray_6_0 const one(1, kOwns);
+    ZArray_6_0 array(3, kOwns);
+    Meddler const object(9, [&] { array = one; });
+    expectRaises<ZInvalidParameterException_6_0>(22, "src/Z/ZArray", 161,
+                                                 [&] { array.set(2, &object); });
+    EXPECT_EQ(Numbers{-1}, numbersOf(array));
+    EXPECT_EQ(1, CountedObject::alive);
+
+    ZArray_6_0 source(3, kOwns);
+    fill(source, {1, -1, 3});
+    source.setNoCopy(1, new Meddler(2, [&] { source.remove(2); }));
+    EXPECT_EQ((Numbers{1, 2, -1}), numbersOf(ZArray_6_0(source)));
 }
 
 TEST_F(ZArray, ACloneThatRaisesLeavesTheArrayAsItWas)

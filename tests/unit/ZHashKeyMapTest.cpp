@@ -13,24 +13,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "CountedObject.h"
+#include "Containers.h"
 #include "FailingAllocator.h"
 #include "ThrowingObject.h"
 
 namespace {
-
-constexpr int kBorrows = 0;
-constexpr int kOwns = 1;
-
-using Numbers = std::vector<int>;
-
-Numbers numbersOf(ZList_6_0 const& list)
-{
-    Numbers numbers;
-    for (unsigned i = 0; i < list.size(); ++i)
-        numbers.push_back(numberOf(list.get(i)));
-    return numbers;
-}
 
 Numbers keysOf(ZKeyMap_6_0 const& map)
 {
@@ -58,15 +45,7 @@ int get(ZKeyMap_6_0 const& map, int key)
     return numberOf(map.getEntry(&keyObject));
 }
 
-class ZHashKeyMap : public testing::Test {
-protected:
-    void SetUp() override { CountedObject::alive = 0; }
-    void TearDown() override
-    {
-        CountedObject::clonesUntilThrow = 0;
-        EXPECT_EQ(0, CountedObject::alive);
-    }
-};
+class ZHashKeyMap : public CountingTest {};
 
 class ZKeyEntry : public ZHashKeyMap {};
 
@@ -110,6 +89,16 @@ TEST_F(ZKeyEntry, EqualityComparesTheRememberedHashesThenTheKeys)
     }
     ZKeyEntry_6_0 const one(&key, nullptr, kBorrows), two(&otherHash, nullptr, kBorrows);
     EXPECT_TRUE(one.equals(two));  // 0 is remembered until hash() is called
+}
+
+TEST_F(ZKeyEntry, WhatIsNoEntrySortsByAddressAndIsNotEqual)
+{
+    CountedObject key(1);
+    ZKeyEntry_6_0 const entry(&key, nullptr, kBorrows);
+    ZObject_6_0 const& asObject = entry;
+    EXPECT_EQ(asObject.ZObject_6_0::compare(key), entry.compare(key));
+    EXPECT_NE(0, entry.compare(key));
+    EXPECT_FALSE(entry.equals(key));
 }
 
 TEST_F(ZKeyEntry, OrderIsThatOfTheKeys)
@@ -401,6 +390,39 @@ TEST_F(ZHashKeyMap, StringsAreKeys)
     ASSERT_NE(nullptr, map.getEntry(&key));
     EXPECT_TRUE(map.getEntry(&key)->equals(blue));
     EXPECT_EQ(nullptr, map.getEntry(&otherCase));
+}
+
+TEST_F(ZHashKeyMap, ACloneMayChangeTheMapThatItGoesInto)
+{
+    struct Case {
+        char const* name;
+        void (*deed)(ZKeyMap_6_0&);
+        Numbers keys;
+        Numbers values;
+    };
+    Case const cases[] = {
+        {"removes the key",
+         [](ZKeyMap_6_0& map) {
+             CountedObject const key(5);
+             map.removeEntry(&key);
+         },
+         {1, 5},
+         {10, 9}},
+        {"sets the key", [](ZKeyMap_6_0& map) { put(map, 5, 7); }, {1, 5}, {10, 9}},
+        {"removes everything", [](ZKeyMap_6_0& map) { map.removeAll(); }, {5}, {9}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZHashKeyMap_6_0 map(0, kOwns);  // 3 buckets
+        put(map, 1, 10);
+        put(map, 5, 50);
+        CountedObject const key(5);
+        Meddler const value(9, [&] { c.deed(map); });
+        map.putEntry(&key, &value);
+        EXPECT_EQ(c.keys, keysOf(map));
+        EXPECT_EQ(c.values, valuesOf(map));
+        EXPECT_EQ(2 + 2 * static_cast<long>(c.keys.size()), CountedObject::alive);
+    }
 }
 
 TEST_F(ZHashKeyMap, ACloneThatRaisesLeavesTheMapAsItWas)

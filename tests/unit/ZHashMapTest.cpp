@@ -1,6 +1,7 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZHashMap.h>
+#include <Z/ZHashMap_p.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,25 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "CountedObject.h"
+#include "Containers.h"
 #include "FailingAllocator.h"
 #include "Raises.h"
 #include "ThrowingObject.h"
 
 namespace {
-
-constexpr int kBorrows = 0;
-constexpr int kOwns = 1;
-
-using Numbers = std::vector<int>;
-
-Numbers numbersOf(ZList_6_0 const& list)
-{
-    Numbers numbers;
-    for (unsigned i = 0; i < list.size(); ++i)
-        numbers.push_back(numberOf(list.get(i)));
-    return numbers;
-}
 
 // The entries of a map in its order.
 Numbers orderOf(ZMap_6_0 const& map)
@@ -52,6 +40,10 @@ void put(ZMap_6_0& map, Numbers const& numbers)
 class Versioned : public CountedObject {
 public:
     Versioned(int number, int version) : CountedObject(number), version_(version) {}
+    Versioned(int number, int version, uint32_t hash)
+        : CountedObject(number, hash), version_(version)
+    {
+    }
     ZObject_6_0* clone() const override { return new Versioned(*this); }
     int version() const { return version_; }
 
@@ -64,15 +56,7 @@ int versionOf(ZObject_6_0 const* entry)
     return entry == nullptr ? -1 : static_cast<Versioned const*>(entry)->version();
 }
 
-class ZHashMap : public testing::Test {
-protected:
-    void SetUp() override { CountedObject::alive = 0; }
-    void TearDown() override
-    {
-        CountedObject::clonesUntilThrow = 0;
-        EXPECT_EQ(0, CountedObject::alive);
-    }
-};
+class ZHashMap : public CountingTest {};
 
 class ZArrayMap : public ZHashMap {};
 class ZMapIterator : public ZHashMap {};
@@ -381,6 +365,60 @@ TEST_F(ZHashMap, WhatCannotBeClonedIsNotPut)
     EXPECT_EQ(0u, map.size());
 }
 
+TEST_F(ZHashMap, ACloneMayChangeTheMapThatItGoesInto)
+{
+    struct Case {
+        char const* name;
+        void (*deed)(ZHashMap_6_0&);
+        Numbers before;
+        Numbers after;
+    };
+    Case const cases[] = {
+        {"removes its equal",
+         [](ZHashMap_6_0& map) {
+             CountedObject probe(5);
+             map.removeEntry(&probe);
+         },
+         {1, 5, 9},
+         {9, 1, 5}},
+        {"puts its equal", [](ZHashMap_6_0& map) { put(map, {5}); }, {1, 9}, {9, 1, 5}},
+        {"removes everything", [](ZHashMap_6_0& map) { map.removeAll(); }, {1, 5, 9}, {5}},
+        {"puts many",
+         [](ZHashMap_6_0& map) {
+             put(map, {2, 8, 11, 14, 17, 20, 23});
+         },
+         {1, 5},
+         {1, 5, 2, 8, 11, 14, 17, 20, 23}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZHashMap_6_0 map(0, kOwns);  // 3 buckets
+        put(map, c.before);
+        Meddler entry(5, [&] { c.deed(map); });
+        map.putEntry(&entry);
+        EXPECT_EQ(c.after, orderOf(map));
+        EXPECT_EQ(1 + static_cast<long>(c.after.size()), CountedObject::alive);
+    }
+}
+
+TEST_F(ZHashMap, TheIndexHasRoomForAsManyEntriesAsThereMayBe)
+{
+    struct Case {
+        uint32_t entries;
+        uint32_t marks;
+    };
+    Case const cases[] = {{0, 16},
+                          {4, 16},
+                          {5, 32},
+                          {8, 32},
+                          {1000, 4096},
+                          {1u << 29, 1u << 31},
+                          {(1u << 29) + 1, 1u << 31},
+                          {1u << 30, 1u << 31}};
+    for (Case const& c : cases)
+        EXPECT_EQ(c.marks, HashTable::marksFor(c.entries)) << c.entries;
+}
+
 TEST_F(ZHashMap, ACloneThatRaisesLeavesTheMapAsItWas)
 {
     ZHashMap_6_0 source(0, kOwns);
@@ -606,19 +644,6 @@ uint32_t hashOf(int number, int shape)
     }
 }
 
-class Shaped : public CountedObject {
-public:
-    Shaped(int number, int shape, int version)
-        : CountedObject(number, hashOf(number, shape)), version_(version)
-    {
-    }
-    ZObject_6_0* clone() const override { return new Shaped(*this); }
-    int version() const { return version_; }
-
-private:
-    int version_;
-};
-
 }  // namespace
 
 TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
@@ -632,10 +657,10 @@ TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
                 unsigned const capacity = std::vector<unsigned>{0, 10, 500}[random() % 3];
                 ZHashMap_6_0 map(capacity, owns);
                 Model model(std::max(capacity, 2u) * 3 / 2);
-                std::vector<std::unique_ptr<Shaped>> kept;  // what the borrowing map points to
+                std::vector<std::unique_ptr<Versioned>> kept;  // what the borrowing map points to
                 for (int step = 0; step < 10000; ++step) {
                     int const number = static_cast<int>(random() % range);
-                    Shaped probe(number, shape, step);
+                    Versioned probe(number, step, hashOf(number, shape));
                     switch (random() % 8) {
                         case 0:
                         case 1:
@@ -644,7 +669,8 @@ TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
                             if (owns) {
                                 map.putEntry(&probe);
                             } else {
-                                kept.push_back(std::make_unique<Shaped>(number, shape, step));
+                                kept.push_back(
+                                    std::make_unique<Versioned>(number, step, probe.hash()));
                                 map.putEntry(kept.back().get());
                             }
                             model.put(number, probe.hash(), step);
@@ -664,11 +690,9 @@ TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
                                 map = copy;
                             }
                             break;
-                        default: {
-                            auto const* const entry = static_cast<Shaped*>(map.getEntry(&probe));
+                        default:
                             ASSERT_EQ(model.get(number, probe.hash()),
-                                      entry == nullptr ? -1 : entry->version());
-                        }
+                                      versionOf(map.getEntry(&probe)));
                     }
                     if (step % 500 == 0) {
                         ASSERT_EQ(model.order(), orderOf(map)) << "step " << step;

@@ -1,0 +1,53 @@
+// Containers: what the tests of the containers share.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <vector>
+
+#include "CountedObject.h"
+
+constexpr int kBorrows = 0;
+constexpr int kOwns = 1;
+
+using Numbers = std::vector<int>;
+
+// The numbers of what a list or an array holds; -1 stands for a null.
+template <class Container>
+Numbers numbersOf(Container const& container)
+{
+    Numbers numbers;
+    for (unsigned i = 0; i < container.size(); ++i)
+        numbers.push_back(numberOf(container.get(i)));
+    return numbers;
+}
+
+// Expects of a test that no object outlives it.
+class CountingTest : public testing::Test {
+protected:
+    void SetUp() override { CountedObject::alive = 0; }
+    void TearDown() override
+    {
+        CountedObject::clonesUntilThrow = 0;
+        EXPECT_EQ(0, CountedObject::alive);
+    }
+};
+
+// An object whose cloning first does something else, once: to the container that it is put into, as
+// a rule.
+class Meddler : public CountedObject {
+public:
+    Meddler(int number, std::function<void()> deed) : CountedObject(number), deed_(std::move(deed))
+    {
+    }
+    ZObject_6_0* clone() const override
+    {
+        if (auto const deed = std::exchange(deed_, nullptr))
+            deed();
+        return new CountedObject(*this);
+    }
+
+private:
+    mutable std::function<void()> deed_;
+};
