@@ -29,9 +29,11 @@ uint32_t Voyeur_6_0::hash() const
 
 int Voyeur_6_0::compare(ZObject_6_0 const& other) const
 {
+    auto const* const voyeur = dynamic_cast<Voyeur_6_0 const*>(&other);
+    if (voyeur == nullptr)
+        return ZObject_6_0::compare(other);
     auto const mine = reinterpret_cast<uintptr_t>(observer_);
-    auto const theirs =
-        reinterpret_cast<uintptr_t>(static_cast<Voyeur_6_0 const&>(other).observer_);
+    auto const theirs = reinterpret_cast<uintptr_t>(voyeur->observer_);
     return mine == theirs ? 0 : mine < theirs ? -1 : 1;
 }
 
@@ -102,9 +104,11 @@ ZSequenceUpdate_6_0::~ZSequenceUpdate_6_0() = default;
 
 int ZSequenceUpdate_6_0::compare(ZObject_6_0 const& other) const
 {
-    auto const& update = static_cast<ZSequenceUpdate_6_0 const&>(other);
-    return sequence_ != update.sequence_ ? difference(sequence_, update.sequence_)
-                                         : difference(lastSequence_, update.lastSequence_);
+    auto const* const update = dynamic_cast<ZSequenceUpdate_6_0 const*>(&other);
+    if (update == nullptr)
+        return ZObject_6_0::compare(other);
+    return sequence_ != update->sequence_ ? difference(sequence_, update->sequence_)
+                                          : difference(lastSequence_, update->lastSequence_);
 }
 
 ZObject_6_0* ZSequenceUpdate_6_0::clone() const

@@ -73,6 +73,7 @@ public:
     uint32_t hash() const override;
 
     /// Orders by the observers' addresses: -1, 0 or 1.
+    /// range   an object of another class sorts by its own address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns a new wrapper of the same observer.
@@ -138,6 +139,7 @@ public:
 
     /// Returns the difference of the sequences or, when they are the same, of the last sequences.
     /// units   32 bits, wrapping around.
+    /// range   an object of another class sorts by its address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns a new announcement of the same numbers.

@@ -272,6 +272,21 @@ TEST_F(ZObserver, FourGigabytesApartAreTwo)
     EXPECT_EQ(Voyeur_6_0(here).hash(), Voyeur_6_0(there).hash());
 }
 
+TEST_F(ZObserver, WhatIsOfAnotherClassSortsByAddress)
+{
+    ZSequenceUpdate_6_0 const update(5, 3);
+    Voyeur_6_0 const voyeur(&a_);
+    ZObject_6_0 const object;
+    struct Case {
+        ZObject_6_0 const& one;
+        ZObject_6_0 const& other;
+    };
+    for (Case const& c : {Case{update, object}, Case{voyeur, object}, Case{voyeur, update}}) {
+        EXPECT_EQ(&c.one < &c.other ? -1 : 1, c.one.compare(c.other));
+        EXPECT_FALSE(c.one.equals(c.other));
+    }
+}
+
 TEST(ZSequenceUpdate, KeepsItsTwoNumbers)
 {
     ZSequenceUpdate_6_0 const update(5, 3);
