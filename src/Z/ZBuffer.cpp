@@ -85,7 +85,7 @@ void ZConstBuffer_6_0::takeBuffer(unsigned long& length, void*& data)
     data = std::exchange(data_, nullptr);
 }
 
-ZBuffer_6_0::ZBuffer_6_0() : length_(0), data_(nullptr)
+ZBuffer_6_0::ZBuffer_6_0() : length_(0), data_(nullptr), room_(0)
 {
 }
 
@@ -123,13 +123,10 @@ void ZBuffer_6_0::setLength(unsigned long length)
 {
     if (length == 0) {
         free(std::exchange(data_, nullptr));
+        room_ = 0;
     } else if (length > length_) {
-        void* const grown = realloc(data_, length);
-        if (grown == nullptr)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseInSetLength);
-        data_ = grown;
         // Buffers are written to files: what was in the heap before must not get there.
-        memset(static_cast<char*>(grown) + length_, 0, length - length_);
+        memset(static_cast<char*>(roomFor(length)) + length_, 0, length - length_);
     }
     length_ = length;
 }
@@ -138,20 +135,22 @@ void ZBuffer_6_0::setBuffer(unsigned long length, void* data)
 {
     // Where `data` lies in this buffer; growing may move the block, but not what it holds.
     uintptr_t const offset = reinterpret_cast<uintptr_t>(data) - reinterpret_cast<uintptr_t>(data_);
-    bool const inside = data != nullptr && data_ != nullptr && offset < length_;
-    unsigned long const given = inside ? std::min(length, length_ - offset) : length;
+    bool const inside = data != nullptr && data_ != nullptr && offset < room_;
+    unsigned long const given = inside ? std::min(length, room_ - offset) : length;
 
-    setLength(length);
-    if (length_ == 0)
+    if (length == 0) {
+        setLength(0);
         return;
-    char* const bytes = static_cast<char*>(data_);
+    }
+    char* const bytes = static_cast<char*>(roomFor(length));
+    length_ = length;
     if (inside) {
         memmove(bytes, bytes + offset, given);
-        memset(bytes + given, 0, length_ - given);
+        memset(bytes + given, 0, length - given);
     } else if (data != nullptr) {
-        memcpy(bytes, data, length_);
+        memcpy(bytes, data, length);
     } else {
-        memset(bytes, 0, length_);
+        memset(bytes, 0, length);
     }
 }
 
@@ -169,6 +168,7 @@ void ZBuffer_6_0::setBufferNoCopy(unsigned long length, void* data)
         setLength(0);
     data_ = data;
     length_ = data != nullptr ? length : 0;
+    room_ = std::max(room_, length_);  // of the old block again when it is taken over anew
 }
 
 unsigned long ZBuffer_6_0::getLength() const
@@ -185,4 +185,18 @@ void ZBuffer_6_0::takeBuffer(unsigned long& length, void*& data)
 {
     length = std::exchange(length_, 0);
     data = std::exchange(data_, nullptr);
+    room_ = 0;
+}
+
+// Returns the block, made longer when it has no room for `length` bytes. What it holds stays.
+void* ZBuffer_6_0::roomFor(unsigned long length)
+{
+    if (length > room_) {
+        void* const grown = realloc(data_, length);
+        if (grown == nullptr)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInSetLength);
+        data_ = grown;
+        room_ = length;
+    }
+    return data_;
 }

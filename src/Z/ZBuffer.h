@@ -112,8 +112,8 @@ public:
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     void setLength(unsigned long length) override;
     /// Makes the buffer a copy of the `length` bytes at `data`, which may lie inside the buffer.
-    /// range   `data` null: the bytes are zero. Of bytes inside the buffer, those behind its end
-    ///         are zero.
+    /// range   `data` null: the bytes are zero. Inside the buffer is all of its block, also what a
+    ///         shorter length has kept; bytes behind the end of the block are zero.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     void setBuffer(unsigned long length, void* data) override;
@@ -136,6 +136,9 @@ public:
     operator void*() const { return getBuffer(); }
 
 private:
+    void* roomFor(unsigned long length);
+
     unsigned long length_;
-    void* data_;  // from malloc(), or null
+    void* data_;          // from malloc(), or null
+    unsigned long room_;  // bytes of the block, at least length_
 };

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -187,6 +188,47 @@ TEST(ZBuffer, SetBufferMayTakeFromInsideTheBuffer)
     ZBuffer_6_0 text("abc");
     text.setBuffer(static_cast<char*>(text.getBuffer()) + 1);
     EXPECT_EQ(std::string("bc\0", 3), bytesOf(text));
+}
+
+TEST(ZBuffer, SetBufferMayTakeWhatAShorterLengthHasKept)
+{
+    struct Case {
+        char const* name;
+        unsigned offset;
+        unsigned long length;
+        std::string expected;
+    };
+    std::string const large(100000, '\0');
+    Case const cases[] = {
+        {"across the end", 1, 4, "bcde"},
+        {"behind the end", 3, 3, "def"},
+        {"behind the end of the block", 4, 6, std::string("ef\0\0\0\0", 6)},
+        {"so long that the block moves", 3, 100000, "def" + large.substr(3)},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZBuffer_6_0 buffer(6, bytes("abcdef"));
+        buffer.setLength(2);
+        buffer.setBuffer(c.length, static_cast<char*>(buffer.getBuffer()) + c.offset);
+        EXPECT_EQ(c.expected, bytesOf(buffer));
+    }
+}
+
+TEST(ZBuffer, ABlockIsKeptUntilItIsTooShort)
+{
+    ZBuffer_6_0 buffer("abcdefgh");
+    void* const block = buffer.getBuffer();
+    buffer.setLength(1);
+    FailingAllocator::failAt(1, FailingAllocator::forEver);
+    buffer.setLength(9);
+    buffer.setBuffer(2, bytes("xy"));
+    buffer.setBuffer(9, bytes("012345678"));
+    EXPECT_FALSE(FailingAllocator::stop());
+    EXPECT_EQ(block, buffer.getBuffer());
+    EXPECT_EQ("012345678", bytesOf(buffer));
+    buffer.setBufferNoCopy(2, block);
+    buffer.setBuffer(3, static_cast<char*>(block) + 4);
+    EXPECT_EQ("456", bytesOf(buffer));
 }
 
 TEST(ZBuffer, SetBufferNoCopyTakesTheBlockOver)
@@ -379,45 +421,72 @@ TEST(ZAbstractBuffer, SortsByAddressWithWhatIsNoBuffer)
     EXPECT_EQ(&object < static_cast<ZObject_6_0 const*>(&buffer) ? 1 : -1, buffer.compare(object));
 }
 
-TEST(ZBuffer, AgreesWithAStringOverRandomOperations)
+namespace {
+
+// What a buffer holds, as it is told: a block, of which a length counts.
+struct Model {
+    std::string block;
+    size_t length = 0;
+
+    void setLength(size_t to)
+    {
+        block.resize(to == 0 ? 0 : std::max(to, block.size()));
+        if (to > length)
+            std::fill(block.begin() + length, block.begin() + to, '\0');
+        length = to;
+    }
+    void set(std::string const& bytes)
+    {
+        setLength(bytes.size());
+        std::copy(bytes.begin(), bytes.end(), block.begin());
+    }
+    std::string bytes() const { return block.substr(0, length); }
+};
+
+}  // namespace
+
+TEST(ZBuffer, AgreesWithAModelOverRandomOperations)
 {
     constexpr unsigned kSeed = 33003;
     std::cout << "seed " << kSeed << "\n";
     std::mt19937 random(kSeed);
     ZBuffer_6_0 buffer;
-    std::string model;
+    Model model;
     for (int step = 0; step < 100000; ++step) {
         unsigned long const length = random() % 300;
         switch (random() % 5) {
             case 0:
                 buffer.setLength(length);
-                model.resize(length);
+                model.setLength(length);
                 break;
             case 1: {
                 std::string text(length, static_cast<char>('a' + random() % 26));
                 buffer.setBuffer(length, text.data());
-                model = text;
+                model.set(text);
                 break;
             }
             case 2:
-                if (!model.empty()) {
-                    size_t const offset = random() % model.size();
+                if (!model.block.empty()) {
+                    size_t const offset = random() % model.block.size();
                     buffer.setBuffer(length, static_cast<char*>(buffer.getBuffer()) + offset);
-                    model.erase(0, offset);
-                    model.resize(length);
+                    std::string taken = model.block.substr(offset);
+                    taken.resize(length);
+                    model.set(taken);
                 }
                 break;
             case 3: {
                 void* block = nullptr;
                 unsigned long taken = 0;
                 buffer.takeBuffer(taken, block);
-                ASSERT_EQ(model.size(), taken);
+                ASSERT_EQ(model.length, taken);
                 buffer.setBufferNoCopy(taken, block);
+                model.block.resize(taken);
                 break;
             }
             default:
                 buffer = ZBuffer_6_0(buffer);
+                model.set(model.bytes());
         }
-        ASSERT_EQ(model, bytesOf(buffer)) << "step " << step;
+        ASSERT_EQ(model.bytes(), bytesOf(buffer)) << "step " << step;
     }
 }
