@@ -33,12 +33,19 @@ int extend(int fd, unsigned long size, unsigned long length)
 {
     if (length > LONG_MAX)
         return EFBIG;
+    auto const from = static_cast<off_t>(size);
+    auto const more = static_cast<off_t>(length - size);
+    // The room first and the length only when there is room: an extension that fails half way must
+    // not be cut off again, for another process may have made the file longer meanwhile.
     int rc = 0;
     do {
-        rc = posix_fallocate(fd, static_cast<off_t>(size), static_cast<off_t>(length - size));
+        rc = fallocate(fd, FALLOC_FL_KEEP_SIZE, from, more) == 0 ? 0 : errno;
     } while (rc == EINTR);
-    if (rc != 0 && ftruncate(fd, static_cast<off_t>(size)) != 0)
-        return errno;
+    if (rc != 0 && rc != EOPNOTSUPP)
+        return rc;
+    do {
+        rc = posix_fallocate(fd, from, more);
+    } while (rc == EINTR);
     return rc;
 }
 
@@ -90,7 +97,10 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     int scratch = 0;
     int& code = err != nullptr ? *err : scratch;
     unmapfile(&scratch);
-    code = 0;
+    // A mapping that could not be given back is kept, so that it can be asked for again.
+    code = address_ != nullptr ? scratch : 0;
+    if (code != 0)
+        return nullptr;
 
     struct stat status;
     unsigned long size = 0;

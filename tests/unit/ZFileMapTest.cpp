@@ -20,6 +20,7 @@ int __real_close(int);
 int __real_munmap(void*, size_t);
 int __real_open(char const*, int, ...);
 int __real_fstat(int, struct stat*);
+int __real_fallocate(int, int, off_t, off_t);
 int __real_posix_fallocate(int, off_t, off_t);
 }
 
@@ -30,8 +31,10 @@ struct Calls {
     int failClose = 0;  // closes all the same, as Linux does
     int failUnmap = 0;
     int failFstat = 0;
-    int failAllocate = 0;
-    int interruptAllocate = 0;  // times
+    int failReserve = 0;   // the room without the length
+    int failAllocate = 0;  // the room and the length
+    int interrupt = 0;     // times, of both
+    std::function<void()> beforeReserve;
     std::function<void()> beforeOpen;
     int openFlags = 0;
     int descriptor = -1;
@@ -134,10 +137,23 @@ int __wrap_fstat(int fd, struct stat* status)
     return __real_fstat(fd, status);
 }
 
+int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
+{
+    if (calls.beforeReserve)
+        calls.beforeReserve();
+    int const failure = calls.interrupt > 0 ? EINTR : calls.failReserve;
+    if (calls.interrupt > 0)
+        --calls.interrupt;
+    if (failure == 0)
+        return __real_fallocate(fd, mode, offset, length);
+    errno = failure;
+    return -1;
+}
+
 int __wrap_posix_fallocate(int fd, off_t offset, off_t length)
 {
-    if (calls.interruptAllocate > 0) {
-        --calls.interruptAllocate;
+    if (calls.interrupt > 0) {
+        --calls.interrupt;
         return EINTR;
     }
     return calls.failAllocate != 0 ? calls.failAllocate
@@ -333,18 +349,79 @@ TEST_F(ZFileMap, BelievesTheFileThatItOpened)
 
 TEST_F(ZFileMap, AFullDiskIsReportedAndTheFileKeepsItsLength)
 {
-    ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
-    calls.failAllocate = ENOSPC;
-    int code = 7;
-    EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
-    EXPECT_EQ(ENOSPC, code);
-    EXPECT_FALSE(isOpen(calls.descriptor));
-    EXPECT_EQ(kText, read("text"));
+    struct Case {
+        char const* name;
+        int failReserve;
+        int failAllocate;
+        int code;
+    };
+    Case const cases[] = {
+        {"no room", ENOSPC, 0, ENOSPC},
+        {"no length", 0, EFBIG, EFBIG},
+        {"no room can be reserved, and there is none", EOPNOTSUPP, ENOSPC, ENOSPC}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        calls = Calls();
+        calls.failReserve = c.failReserve;
+        calls.failAllocate = c.failAllocate;
+        ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
+        int code = 7;
+        EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
+        EXPECT_EQ(c.code, code);
+        EXPECT_FALSE(isOpen(calls.descriptor));
+        EXPECT_EQ(kText, read("text"));
+    }
+}
 
-    calls.failAllocate = 0;
-    calls.interruptAllocate = 2;
-    EXPECT_NE(nullptr, map.mapfile(&code, 1000));
+TEST_F(ZFileMap, ExtendsWhereNoRoomCanBeReservedAndAfterInterruptions)
+{
+    for (int reserve : {0, EOPNOTSUPP}) {
+        SCOPED_TRACE(reserve);
+        write("text", kText);
+        calls.failReserve = reserve;
+        calls.interrupt = 2;
+        ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
+        int code = 7;
+        EXPECT_NE(nullptr, map.mapfile(&code, 1000));
+        EXPECT_EQ(0, code);
+        EXPECT_EQ(kText + std::string(900, '\0'), read("text"));
+    }
+}
+
+TEST_F(ZFileMap, AFailedExtensionTakesNothingAwayFromOthers)
+{
+    ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
+    std::string const longer = kText + "what another process has added meanwhile";
+    calls.beforeReserve = [&] { write("text", longer); };
+    for (int reserve : {0, ENOSPC}) {
+        SCOPED_TRACE(reserve);
+        write("text", kText);
+        calls.failReserve = reserve;
+        calls.failAllocate = ENOSPC;
+        int code = 7;
+        EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
+        EXPECT_EQ(ENOSPC, code);
+        EXPECT_EQ(longer, read("text"));
+    }
+}
+
+TEST_F(ZFileMap, AMappingThatCannotBeGivenBackIsKept)
+{
+    ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
+    int code = 7;
+    void* const address = map.mapfile(&code, 0);
+    ASSERT_NE(nullptr, address);
+    calls.failUnmap = ENOMEM;
+    EXPECT_EQ(nullptr, map.mapfile(&code, 10));
+    EXPECT_EQ(ENOMEM, code);
+    EXPECT_FALSE(isOpen(calls.descriptor));
+    EXPECT_EQ(0, msync(address, 1, MS_ASYNC));
+    calls.failUnmap = 0;
+    EXPECT_NE(nullptr, map.mapfile(&code, 10));
     EXPECT_EQ(0, code);
+    map.unmapfile(&code);
+    EXPECT_EQ(0, code);
+    EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 }
 
 TEST_F(ZFileMap, ReportsWhatUnmappingAnswers)
