@@ -1,5 +1,5 @@
 // The main program of every benchmark: runs the rows, then prints for each how our time compares
-// with the best peer's.
+// with the best peer's, and whether the rows that have a target reach it.
 //
 // A row is named Row/contender/arguments: contender "Z" is ours, names that begin with "floor" are
 // no peers (they do less than the service asks for), every other one is a peer.
@@ -13,11 +13,111 @@
 
 namespace {
 
-struct Group {
-    double ours = 0;
-    double best = 0;
-    double floor = 0;
-    std::string bestName;
+constexpr double kNoise = 1.02;  // two measurements of the same code differ by that much
+
+// At most so many times what the contender takes; a null contender is the best peer.
+struct Target {
+    char const* row;  // how the row begins, its arguments included
+    char const* contender;
+    double limit;
+};
+
+constexpr Target kTargets[] = {
+    {"StringMake/", "std.string", 1.3},
+    {"StringAppend/", "std.string", 1.3},
+    {"StringEquals/", "std.string", 1.3},
+    {"StringCompare/", "std.string", 1.3},
+    {"ZSnprintf/", "libc", 1.0},
+    {"ListAdd/", "std.vector", 1.0},
+    {"ListIndex/", "std.vector", 1.0},
+    {"KeyMapHit/10000", "std.unordered_map", 1.0},
+    {"KeyMapMiss/10000", "std.unordered_map", 1.0},
+    {"Adler32/", "zlib", 1.0},
+    {"Adler32/", "libdeflate", 1.5},
+    {"Squeeze/", "zlib", 1.02},
+    {"Unsqueeze/", "zlib", 1.02},
+    {"LockUnlock", "std.recursive_mutex", 1.0},
+    {"ReadLock", nullptr, 1.0},
+    {"WriteLock", nullptr, 1.0},
+    {"ProtectAndPromote", nullptr, 1.0},
+    {"MostlyRead", nullptr, 1.0},
+    {"PingPong", nullptr, 1.0},
+    {"StartAndJoin", nullptr, 1.0},
+    {"HandOutWork", nullptr, 1.0},
+    {"ProcessLock", "floor", 1.3},
+    {"Load/", "GKeyFile+comments", 1.0},
+    {"LookUp/", "unordered_map", 1.0},
+    {"ChangeAndStore/", "GKeyFile+comments", 1.0},
+};
+
+// A large row takes at most so many times as long a key as the small one beside it.
+struct Growth {
+    char const* row;
+    unsigned small;
+    unsigned large;
+    double limit;
+};
+
+constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 2.5}};
+
+// A counter of our row that has a limit of its own.
+struct CounterLimit {
+    char const* row;
+    char const* ending;
+    char const* counter;
+    double limit;
+};
+
+constexpr CounterLimit kCounterLimits[] = {{"Load/", "/1000000", "B/key", 170}};
+
+bool beginsWith(std::string const& text, std::string const& beginning)
+{
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+bool endsWith(std::string const& text, std::string const& ending)
+{
+    return text.size() >= ending.size() &&
+           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool isFloor(std::string const& contender)
+{
+    return beginsWith(contender, "floor");
+}
+
+// What the contenders of one row took.
+struct Row {
+    std::map<std::string, double> times;
+    benchmark::UserCounters counters;  // of ours
+
+    double of(std::string const& contender) const
+    {
+        auto const at = times.find(contender);
+        return at == times.end() ? 0 : at->second;
+    }
+
+    // The name of the fastest peer; empty when there is none.
+    std::string bestPeer() const
+    {
+        std::string best;
+        for (auto const& [contender, time] : times) {
+            if (contender != "Z" && !isFloor(contender) && (best.empty() || time < of(best)))
+                best = contender;
+        }
+        return best;
+    }
+
+    // The time of the fastest floor; 0 when there is none.
+    double floor() const
+    {
+        double best = 0;
+        for (auto const& [contender, time] : times) {
+            if (isFloor(contender) && (best == 0 || time < best))
+                best = time;
+        }
+        return best;
+    }
 };
 
 // Prints what the console reporter prints, and remembers the times.
@@ -26,33 +126,99 @@ public:
     void ReportRuns(std::vector<Run> const& runs) override
     {
         ConsoleReporter::ReportRuns(runs);
-        for (Run const& run : runs)
+        for (Run const& run : runs) {
             if (!run.error_occurred && run.run_type == Run::RT_Iteration)
-                note(run.benchmark_name(), run.GetAdjustedRealTime());
+                note(run);
+        }
     }
 
     void printRatios() const
     {
         std::printf("\n%-52s %10s  %s\n", "row", "ratio", "our time by the best peer's");
-        for (std::string const& key : order_) {
-            Group const& group = groups_.at(key);
-            if (group.ours == 0)
+        for (std::string const& name : order_) {
+            Row const& row = rows_.at(name);
+            double const ours = row.of("Z");
+            if (ours == 0)
                 continue;
-            if (group.best == 0) {
-                std::printf("%-52s %10s  no peer installed\n", key.c_str(), "-");
+            std::string const peer = row.bestPeer();
+            if (peer.empty()) {
+                std::printf("%-52s %10s  no peer installed\n", name.c_str(), "-");
                 continue;
             }
-            std::printf("%-52s %10.2f  %s%s", key.c_str(), group.ours / group.best,
-                        group.bestName.c_str(), group.ours > group.best * 1.02 ? "  (behind)" : "");
-            if (group.floor != 0)
-                std::printf("; %.1f times the floor", group.ours / group.floor);
+            double const ratio = ours / row.of(peer);
+            std::printf("%-52s %10.2f  %s%s", name.c_str(), ratio, peer.c_str(),
+                        ratio > kNoise ? "  (behind)" : "");
+            if (row.floor() != 0)
+                std::printf("; %.1f times the floor", ours / row.floor());
             std::printf("\n");
         }
     }
 
-private:
-    void note(std::string name, double time)
+    void printTargets()
     {
+        std::printf("\n%-52s %10s %7s  %s\n", "target", "reached", "limit", "");
+        for (std::string const& name : order_) {
+            Row const& row = rows_.at(name);
+            if (row.of("Z") == 0)
+                continue;
+            printTimes(name, row);
+            printGrowth(name, row);
+            for (CounterLimit const& target : kCounterLimits) {
+                auto const counter = row.counters.find(target.counter);
+                if (beginsWith(name, target.row) && endsWith(name, target.ending) &&
+                    counter != row.counters.end())
+                    judge(name, counter->second, target.limit, target.counter);
+            }
+        }
+        std::printf("%zu of %zu targets met\n", judged_ - missed_.size(), judged_);
+        for (std::string const& name : missed_)
+            std::printf("  short: %s\n", name.c_str());
+    }
+
+private:
+    void printTimes(std::string const& name, Row const& row)
+    {
+        for (Target const& target : kTargets) {
+            if (!beginsWith(name + "/", target.row))
+                continue;
+            std::string const contender =
+                target.contender != nullptr ? target.contender : row.bestPeer();
+            double const theirs = contender == "floor" ? row.floor() : row.of(contender);
+            if (theirs != 0)
+                judge(name, row.of("Z") / theirs, target.limit, contender);
+            else
+                std::printf("%-52s %10s %7.2f  %s: not measured\n", name.c_str(), "-", target.limit,
+                            contender.c_str());
+        }
+    }
+
+    void printGrowth(std::string const& name, Row const& row)
+    {
+        for (Growth const& growth : kGrowth) {
+            std::string const large = "/" + std::to_string(growth.large);
+            if (!beginsWith(name, growth.row) || !endsWith(name, large))
+                continue;
+            std::string const base = name.substr(0, name.size() - large.size());
+            auto const small = rows_.find(base + "/" + std::to_string(growth.small));
+            if (small != rows_.end() && small->second.of("Z") != 0)
+                judge(name, row.of("Z") / growth.large / (small->second.of("Z") / growth.small),
+                      growth.limit, "a key at " + std::to_string(growth.small));
+        }
+    }
+
+    void judge(std::string const& name, double reached, double limit, std::string const& beside)
+    {
+        ++judged_;
+        bool const met = reached <= limit * kNoise;
+        std::printf("%-52s %10.2f %7.2f  %s: %s\n", name.c_str(), reached, limit, beside.c_str(),
+                    met ? "met" : "short");
+        if (!met)
+            missed_.push_back(name + " (" + beside + ")");
+    }
+
+    void note(Run const& run)
+    {
+        std::string name = run.benchmark_name();
         // Settings of the run stand behind the arguments.
         for (char const* setting :
              {"/min_time:", "/iterations:", "/real_time", "/threads:", "/process_time"})
@@ -65,21 +231,20 @@ private:
         std::string const contender = name.substr(first + 1, second - first - 1);
         std::string const key =
             name.substr(0, first) + (second == std::string::npos ? "" : name.substr(second));
-        if (groups_.find(key) == groups_.end())
+        if (rows_.find(key) == rows_.end())
             order_.push_back(key);
-        Group& group = groups_[key];
-        double& slot = contender == "Z"                   ? group.ours
-                       : contender.rfind("floor", 0) == 0 ? group.floor
-                                                          : group.best;
-        if (slot != 0 && slot <= time)
-            return;
-        slot = time;
-        if (&slot == &group.best)
-            group.bestName = contender;
+        Row& row = rows_[key];
+        double& time = row.times[contender];
+        if (time == 0 || run.GetAdjustedRealTime() < time)
+            time = run.GetAdjustedRealTime();
+        if (contender == "Z")
+            row.counters = run.counters;
     }
 
-    std::map<std::string, Group> groups_;
+    std::map<std::string, Row> rows_;
     std::vector<std::string> order_;
+    size_t judged_ = 0;
+    std::vector<std::string> missed_;
 };
 
 }  // namespace
@@ -93,5 +258,6 @@ int main(int argc, char** argv)
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatios();
+    reporter.printTargets();
     return 0;
 }
