@@ -13,7 +13,7 @@ TOOL = ""
 
 DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
     0, 1, 2, 3, 4, 5, 6, 7, 9)
-VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check")
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "hexdump")
 
 GATEWAY = """\
 # The gateway of the office.
@@ -152,6 +152,51 @@ class ToolTest(unittest.TestCase):
                 with self.subTest(line=line, verb=verb):
                     self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not", *verb)
                     self.expect_unchanged(REFUSED, printed, *verb)
+
+    # ---- Hexadecimal dumps ----
+
+    @staticmethod
+    def dump(data):
+        """The dump of `data`, put together the slow way."""
+        lines = []
+        for at in range(0, len(data), 16):
+            line = data[at:at + 16]
+            groups = (b"".join(b" %02x" % c for c in line[i:i + 8]).ljust(24) for i in (0, 8))
+            column = bytes(c if 32 <= c <= 253 else ord(".") for c in line)
+            lines.append(b"\n%04x  %b %b  *%b*" % (at, *groups, column.ljust(16)))
+        return b"".join(lines) + b"\n"
+
+    def test_hexdump(self):
+        data = bytes(i * 7 % 251 + i // 251 % 5 for i in range(140000))
+        binary = pathlib.Path(self.room.name) / "binary"
+        for length in (0, 1, 8, 16, 17, 65535, 65536, 65537, 131072, len(data)):
+            with self.subTest(length):
+                binary.write_bytes(data[:length])
+                for arguments, given in (([str(binary)], b""), (["-"], data[:length])):
+                    run = subprocess.run([TOOL, "hexdump", *arguments], input=given, check=True,
+                                         capture_output=True, timeout=60)
+                    self.assertTrue(run.stdout == self.dump(data[:length]), "another dump")
+
+    def test_hexdump_of_several_files_has_titles_and_goes_on_behind_a_missing_one(self):
+        missing = self.file + ".missing"
+        run = self.run_tool("hexdump", self.file, missing, "-", self.room.name, given="")
+        self.assertEqual((NO_ACCESS, f"\n\t{self.file}\n" + self.dump(GATEWAY.encode()).decode() +
+                          f"\n\t-\n\n\n\t{self.room.name}\n"), (run.returncode, run.stdout))
+        self.assertRegex(run.stderr, rf"\Azstz: cannot open {missing}: No such [^\n]+\n"
+                         rf"zstz: cannot read {self.room.name}: Is a dir[^\n]+\n\Z")
+
+    def test_hexdump_shows_a_terminal_no_bytes_that_could_steer_it(self):
+        self.path.write_bytes(bytes(range(256)))
+        master, slave = pty.openpty()
+        run = subprocess.run([TOOL, "hexdump", self.file], stdout=slave, check=False, timeout=60)
+        self.assertEqual(DONE, run.returncode)
+        os.close(slave)
+        shown = b""
+        while b"00f0" not in shown or shown.count(b"*") < 33:
+            shown += os.read(master, 10000)
+        os.close(master)
+        self.assertEqual([], [c for c in shown if c >= 0x7F])
+        self.assertIn(b"  *pqrstuvwxyz{|}~.*", shown)
 
     # ---- Changing ----
 

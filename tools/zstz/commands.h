@@ -9,7 +9,7 @@
 // What the command line says.
 struct Request {
     std::string file;
-    std::vector<std::string> files;  // of check
+    std::vector<std::string> files;  // of check and hexdump
     std::string stanza;              // of list: empty for all
     std::string key;
     std::string value;
@@ -43,3 +43,7 @@ int runList(Request const& request);
 /// Loads each file and says what is in it, and what storing it would lose. Goes on behind a file
 /// that cannot be loaded; the code is the highest of all files.
 int runCheck(Request const& request);
+
+/// Prints the bytes of files, "-" being standard input, as hexadecimal dumps. Goes on behind a file
+/// that cannot be read; the code is the highest of all files.
+int runHexdump(Request const& request);

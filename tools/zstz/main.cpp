@@ -45,6 +45,9 @@ constexpr Verb kVerbs[] = {
      "zstz list /etc/gateway.conf listener", runList},
     {"check", "says whether files can be read, and what is in them", "zstz check /etc/gateway.conf",
      runCheck},
+    {"hexdump",
+     "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
+     "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", runHexdump},
 };
 
 constexpr char kExitCodes[] =
@@ -73,8 +76,10 @@ std::string notEmpty(std::string const& text)
 
 void addArguments(CLI::App& verb, std::string const& name, Request& request)
 {
-    if (name == "check") {
-        verb.add_option("FILE", request.files, "configuration files")
+    if (name == "check" || name == "hexdump") {
+        verb.add_option(
+                "FILE", request.files,
+                name == "check" ? "configuration files" : "files of any kind; - is standard input")
             ->required()
             ->check(notEmpty, "");
         return;

@@ -1,0 +1,112 @@
+// zstz hexdump: files of any size as the hexadecimal dump of the library.
+#include <Z/zhex_dump.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "commands.h"
+#include "failures.h"
+
+namespace {
+
+constexpr size_t kBytesPerLine = 16;
+
+// The library counts offsets from 0 in each dump. A part of this size has offsets of four digits,
+// so that each of its lines has the same length and another offset can be put in their place.
+constexpr size_t kPart = 0x10000;
+constexpr size_t kOffsetEnd = 5;  // of a line: a line feed and four digits
+constexpr size_t kColumnStart = 59;
+constexpr size_t kColumnEnd = kColumnStart + kBytesPerLine;
+constexpr size_t kLine = kColumnEnd + 1;
+
+// The dump of some bytes, as the library makes it.
+std::string dump(unsigned char const* data, size_t length, char const* title)
+{
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* const memory = open_memstream(&text, &size);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    zhex_dump_6_0(memory, static_cast<int>(length), data, title);
+    bool const isWhole = fclose(memory) == 0;
+    std::string const result = isWhole ? std::string(text, size) : "";
+    free(text);
+    if (!isWhole)
+        throw std::bad_alloc();
+    return result;
+}
+
+// Bytes that are no ASCII text could steer a terminal.
+void mask(std::string& line)
+{
+    for (size_t i = kColumnStart; i < kColumnEnd; ++i)
+        if (static_cast<unsigned char>(line[i]) >= 0x7F)
+            line[i] = '.';
+}
+
+void dumpStream(FILE* in, std::string const& path, char const* title)
+{
+    bool const toTerminal = isatty(STDOUT_FILENO) != 0;
+    if (title != nullptr) {
+        std::string head = dump(nullptr, 0, title);
+        head.pop_back();  // the line feed that ends a dump
+        fputs(head.c_str(), stdout);
+    }
+    std::vector<unsigned char> part(kPart);
+    unsigned long long offset = 0;
+    for (;;) {
+        size_t const got = fread(part.data(), 1, part.size(), in);
+        if (ferror(in))
+            throw Failure{exitNoAccess, "cannot read " + path + ": " + strerror(errno) +
+                                            "; check that it is a file with contents"};
+        std::string const text = dump(part.data(), got, nullptr);
+        for (size_t at = 0; at + kLine <= text.size(); at += kLine) {
+            std::string line = text.substr(at, kLine);
+            if (toTerminal)
+                mask(line);
+            printf("\n%4.4llx%s", offset, line.c_str() + kOffsetEnd);
+            offset += kBytesPerLine;
+        }
+        if (got < part.size() || ferror(stdout))
+            break;
+    }
+    putchar('\n');
+}
+
+void dumpFile(std::string const& path, char const* title)
+{
+    if (path == "-") {
+        dumpStream(stdin, "standard input", title);
+        return;
+    }
+    FILE* const file = fopen(path.c_str(), "re");
+    if (file == nullptr)
+        throw Failure{exitNoAccess, "cannot open " + path + ": " + strerror(errno) +
+                                        "; check the path and its permissions"};
+    try {
+        dumpStream(file, path, title);
+    } catch (...) {
+        fclose(file);
+        throw;
+    }
+    fclose(file);
+}
+
+}  // namespace
+
+int runHexdump(Request const& request)
+{
+    int worst = exitDone;
+    for (std::string const& path : request.files) {
+        try {
+            dumpFile(path, request.files.size() > 1 ? path.c_str() : nullptr);
+        } catch (...) {
+            worst = std::max(worst, report(describe(std::current_exception(), path)));
+        }
+    }
+    return worst;
+}
