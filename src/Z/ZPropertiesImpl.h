@@ -231,6 +231,7 @@ public:
     /// Removes a category with its values and its lines: head, keys, comments and blank lines.
     virtual void delLine(char const* category);
 
+    /// kept    comments that stand above the next head go along.
     /// Removes a key with its values and its line.
     virtual void delLine(char const* category, char const* key);
 
@@ -238,6 +239,7 @@ public:
     /// and the key a line where they have none. Null or empty `key`: the category alone.
     virtual void addLine(char const* category, char const* key, char const* value, int obfuscated);
 
+    /// kept    a new head has a blank line above it, also at the top of a new file.
     /// Does the same without a value.
     virtual void addLine(char const* category, char const* key, int obfuscated);
 
@@ -481,4 +483,5 @@ public:
 
 private:
     void readBlock(char const* path, void* block, size_t length);
+    /// kept    lines are cut behind 8191 bytes; the line feed behind a full piece is a blank line.
 };

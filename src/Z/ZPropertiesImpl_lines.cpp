@@ -344,6 +344,9 @@ void Store::enlistHead(Id id)
 }
 
 // Appends a blank line and the head of a category that has none. Needs room for two lines.
+//
+// KEPT: the blank line comes first in a new file, too; files written so are compared byte for byte.
+// Test: ZPropertiesImpl.KeepsABlankLineAtTheTopOfANewFile
 void Store::appendHead(Id id)
 {
     makeLine(blankLine, 0, lastHead_, lastLine_);
@@ -353,6 +356,9 @@ void Store::appendHead(Id id)
 
 void Store::removeSection(Id id)
 {
+    // KEPT: the comments right above the next head go along, though they speak of the next stanza:
+    // a section is what callers see between two heads.
+    // Test: ZPropertiesImpl.KeepsTakingTheCommentsAboveTheNextHeadAlong
     Category& category = categories_[id];
     Id const before = lines_[category.head].previous;
     Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;

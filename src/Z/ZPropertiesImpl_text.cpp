@@ -97,6 +97,9 @@ public:
         auto* const feed = static_cast<char*>(memchr(next_, '\n', most));
         length = feed == nullptr ? most : static_cast<size_t>(feed - next_);
         next_ = feed == nullptr ? next_ + most : feed + 1;
+        // KEPT: a line feed right behind 8191 bytes is a line of its own, a blank one: programs
+        // that read the same files with fgets() see it so. Test:
+        // ZPropertiesImpl.KeepsTheLineFeedOfATornLineAsABlankLine
         // Without a line feed, and before the end, the byte behind the line is the next line's.
         isTorn_ = feed == nullptr && next_ != end_;
         if (hasZero_)

@@ -914,7 +914,6 @@ TEST(ZPropertiesImpl, NewStanzaGoesToTheEndBehindABlankLine)
               changed("[a]\nk=1\n", [](Cache& cache) { cache.addStanzaLine("b"); }));
     EXPECT_EQ("[a]\nk = 1\n\n[b]\nl = 2\n",
               changed("[a]\nk=1\n", [](Cache& cache) { cache.addLine("b", "l", "2", 0); }));
-    EXPECT_EQ("\n[a]\n", changed("", [](Cache& cache) { cache.addLine("a", nullptr, 0); }));
     EXPECT_EQ("[a]\nk = 1\n",
               changed("[a]\nk=1\n", [](Cache& cache) { cache.addStanzaLine("a"); }));
 }
@@ -1033,7 +1032,7 @@ TEST(ZPropertiesImpl, RemovedKeyKeepsItsPlaceForComingBack)
 
 TEST(ZPropertiesImpl, DeletedStanzaTakesItsLinesAlong)
 {
-    auto const data = parsed("# file\n\n[a]\nk=1\n# about\n\n[b]\nk=2\n");
+    auto const data = parsed("# file\n\n[a]\nk=1\n# about\nl=1\n\n[b]\nk=2\n");
     data->delLine("a");
     EXPECT_EQ("# file\n\n[b]\nk = 2\n", textOf(*data));
     data->delLine("b");
@@ -1070,6 +1069,11 @@ TEST(ZPropertiesImpl, StanzaWithoutAHeadGetsOneWithItsFirstKeyLine)
     data->addLineComment("c", "# about c");
     EXPECT_EQ("[a]\nk = 1\n\n[b]\nk = 2\n\n# about c\n[c]\n", textOf(*data));
 }
+TEST(ZPropertiesImpl, KeepsABlankLineAtTheTopOfANewFile)
+{
+    EXPECT_EQ("\n[a]\n", changed("", [](Cache& cache) { cache.addLine("a", nullptr, 0); }));
+}
+
 
 TEST(ZPropertiesImpl, FileCommentsJoinTheBlockThatLeadsTheFile)
 {
@@ -1194,6 +1198,12 @@ TEST(ZPropertiesImpl, ReadingTakesLinesApart)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
+TEST(ZPropertiesImpl, KeepsTakingTheCommentsAboveTheNextHeadAlong)
+{
+    EXPECT_EQ("# about a\n[b]\nk = 2\n", changed("# about a\n[a]\nk=1\n\n# about b\n[b]\nk=2\n",
+                                                 [](Cache& cache) { cache.delLine("a"); }));
+}
+
         auto const data = parsed(c.text);
         EXPECT_EQ(c.expected, values(*data, "a", c.key));
         EXPECT_EQ(1, data->contains("a", c.key));
@@ -1302,8 +1312,11 @@ TEST(ZPropertiesImpl, LongLinesAreReadInPieces)
     auto const torn = parsed("[a]\nk = " + std::string(kMostOfLine - 4, 'v') + "l = w\n");
     EXPECT_EQ((Strings{std::string(kMostOfLine - 4, 'v')}), values(*torn, "a", "k"));
     EXPECT_EQ((Strings{"w"}), values(*torn, "a", "l"));
-    // The line feed behind a full piece is a line of its own. Written without blanks, the line is
-    // no full piece any more.
+}
+
+TEST(ZPropertiesImpl, KeepsTheLineFeedOfATornLineAsABlankLine)
+{
+    // Written without blanks, the line is no full piece any more.
     auto const full = parsed("[a]\nk = " + std::string(kMostOfLine - 4, 'v') + "\nl = w\n");
     EXPECT_EQ("[a]\nk=" + std::string(kMostOfLine - 4, 'v') + "\n\nl = w\n", textOf(*full));
 }
