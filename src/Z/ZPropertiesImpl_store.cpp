@@ -706,16 +706,57 @@ struct ObfuscatedRecord {
     View value;
 };
 
+// How many different names the records of a block have, and how many values.
+struct ObfuscatedNames {
+    ObfuscatedNames(char const* text, size_t records)
+    {
+        // An id is the place of the record that came first with a name, counted from 1.
+        Index categoryIndex;
+        Index keyIndex;
+        for (char const* at = text; records > 0; --records) {
+            Id const id = static_cast<Id>(at - text) + 1;
+            ObfuscatedRecord const record(at);
+            auto const isCategory = [&](Id other) {
+                return strcmp(text + other - 1, record.category.chars) == 0;
+            };
+            auto const isKey = [&](Id other) {
+                return isCategory(other) &&
+                       strcmp(text + other + record.category.length, record.key.chars) == 0;
+            };
+            uint32_t const categoryHash = hashOf(record.category);
+            if (categoryIndex.find(categoryHash, isCategory) == 0) {
+                categoryIndex.add(categoryHash, id);
+                ++categories;
+            }
+            if (record.key.isEmpty())
+                continue;
+            uint32_t const hash = hashOf(record.key, categoryHash);
+            if (keyIndex.find(hash, isKey) == 0) {
+                keyIndex.add(hash, id);
+                ++keys;
+            }
+            values += record.value.isEmpty() ? 0 : 1;
+        }
+    }
+
+    size_t categories = 0;
+    size_t keys = 0;
+    size_t values = 0;
+};
+
 }  // namespace
 
 void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
 {
-    categories_.reserve(records);
-    categoryIndex_.reserve(records);
-    keys_.reserve(records);
-    keyIndex_.reserve(records);
-    keyMores_.reserve(records);
-    values_.reserve(records);
+    // Room is made for what the records name, not for their number: a packed file of some KiB can
+    // hold millions of empty ones.
+    ObfuscatedNames const names(block.chars(), records);
+    categories_.reserve(names.categories);
+    categoryIndex_.reserve(names.categories);
+    keys_.reserve(names.keys);
+    keyIndex_.reserve(names.keys);
+    keyMores_.reserve(names.keys);
+    values_.reserve(names.values);
 
     // Lists that callers know come first: adding to them may raise.
     auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
