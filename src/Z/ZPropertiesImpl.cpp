@@ -465,6 +465,15 @@ bool ZPCategoryBasedCache_6_0::Values::next(Text& value)
     return true;
 }
 
+bool ZPCategoryBasedCache_6_0::Values::stepTo(int index, Text& value)
+{
+    if (list_ != nullptr && index >= 0 && index < count_)
+        next_ = static_cast<uint32_t>(given_ = index);
+    while (given_ < index && next(value))
+        continue;
+    return given_ == index && next(value);
+}
+
 bool ZPCategoryBasedCache_6_0::Values::last(Text& value) const
 {
     if (count_ <= 0)
@@ -475,12 +484,12 @@ bool ZPCategoryBasedCache_6_0::Values::last(Text& value) const
 
 // --- ZPCategoryBasedCache_6_0
 
-ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(cache::make<Rep>())
+ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(cache::make<Rep>()), changes_(0)
 {
 }
 
 ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0(ZPCategoryBasedCache_6_0 const& other)
-    : ZPCache_6_0(other), rep_(cache::make<Rep>(*other.rep_))
+    : ZPCache_6_0(other), rep_(cache::make<Rep>(*other.rep_)), changes_(0)
 {
 }
 
@@ -496,6 +505,7 @@ ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 
 void ZPCategoryBasedCache_6_0::changed()
 {
+    ++changes_;
     rep_->tidy();
     if (rep_->takeListsWentAway())
         listsWentAway();
@@ -505,7 +515,10 @@ ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, char const* 
                                               get_type_e type)
 {
     Id const id = rep_->liveKey(category, key);
-    return id == 0 ? nullptr : rep_->list(id, kindOf(*rep_, id, type));
+    if (id == 0)
+        return nullptr;
+    ++changes_;  // the texts may go into a list
+    return rep_->list(id, kindOf(*rep_, id, type));
 }
 
 ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, get_type_e type)
@@ -675,6 +688,8 @@ ZArrayList_6_0* ZPCategoryBasedCache_6_0::getNames(char const* category) const
 
 void ZPCategoryBasedCache_6_0::list(FILE* file) const
 {
+    if (file == nullptr)
+        return;
     cache::TextBuffer text;
     for (Id const category : MapOrder(*rep_)) {
         text.add("\n[");

@@ -163,7 +163,8 @@ public:
     /// Leaves the key without value.
     virtual void set(char const* category, char const* key);
 
-    /// Makes `value` the key's one value, as an obfuscated one.
+    /// Makes `value` the key's one value, as an obfuscated one. A key that held obfuscated values
+    /// already keeps its place among those that do.
     virtual void setObfuscated(char const* category, char const* key, char const* value);
 
     /// Leaves the key without value.
@@ -213,7 +214,8 @@ public:
     virtual ZArrayList_6_0* getNames(char const* category) const;
 
     /// Prints every category with its plain values, in map order: "\n[%s]\n", then "%s = %s\n" for
-    /// each value, or "%s =\n" for a key without one.
+    /// each value, or "%s =\n" for a key without one. When writing fails, ferror() of `file` tells.
+    /// range   null does nothing.
     virtual void list(FILE* file) const;
 
     /// Reads the text of `file` from where it stands to its end.
@@ -229,17 +231,17 @@ public:
     virtual void be_write_obfuscated(ZBuffer_6_0& buffer);
 
     /// Removes a category with its values and its lines: head, keys, comments and blank lines.
+    /// kept    comments that stand above the next head go along.
     virtual void delLine(char const* category);
 
-    /// kept    comments that stand above the next head go along.
     /// Removes a key with its values and its line.
     virtual void delLine(char const* category, char const* key);
 
     /// Sets the value of a key as `set` or `setObfuscated` does, and gives the category a head line
     /// and the key a line where they have none. Null or empty `key`: the category alone.
+    /// kept    a new head has a blank line above it, also at the top of a new file.
     virtual void addLine(char const* category, char const* key, char const* value, int obfuscated);
 
-    /// kept    a new head has a blank line above it, also at the top of a new file.
     /// Does the same without a value.
     virtual void addLine(char const* category, char const* key, int obfuscated);
 
@@ -316,14 +318,35 @@ public:
     };
 
     // Steps through the values of a key without making lists of them. Valid until the cache is
-    // changed in any way.
+    // changed in any way, or `get` is called for the key: see `changes()`.
     class Values {
     public:
+        // Where a walk stands.
+        struct Place {
+            uint32_t next;
+            int given;
+        };
+
         /// Returns the number of values; -1 when the key is missing.
         int count() const { return count_; }
 
         /// Stores the next value and returns true; false behind the last one.
         bool next(Text& value);
+
+        /// Steps to the value at `index`, which is not behind this place, stores it and returns
+        /// true; false when there is none.
+        /// cost    O(values stepped over); O(1) when a list was made of them.
+        bool stepTo(int index, Text& value);
+
+        /// Returns the place where the walk stands.
+        Place place() const { return {next_, given_}; }
+
+        /// Goes on from a place in another walk through the same values.
+        void resume(Place place)
+        {
+            next_ = place.next;
+            given_ = place.given;
+        }
 
         /// Stores the last of all values and returns true; false when there is none.
         /// cost    O(1), wherever the walk stands.
@@ -388,7 +411,7 @@ public:
 
     /// Stores the last value that `type` selects and returns true; false when the key is missing or
     /// has none.
-    /// owns    borrowed until the cache is changed in any way.
+    /// owns    borrowed until the cache is changed in any way, or `get` is called for the key.
     /// cost    O(1).
     bool lastValue(char const* category, char const* key, get_type_e type, Text& value) const;
 
@@ -427,6 +450,10 @@ public:
     /// owns    `out` must own its members; it gets items of its own.
     void getObfuscatedItems(ZArrayList_6_0& out) const;
 
+    /// Returns a number that changes with every change of the cache, and with `get`; what changes
+    /// hands with another cache is told by `generation()`.
+    unsigned long changes() const { return changes_; }
+
     /// Returns the bytes that the cache has allocated for values and lines.
     size_t memoryUsed() const;
 
@@ -439,6 +466,7 @@ protected:
 
 private:
     Rep* rep_;  // never null
+    unsigned long changes_;
 };
 
 // The cache of a stanza file: adds the reading and writing of the text and of the companion file.
@@ -456,9 +484,10 @@ public:
     ///         kind; ZPropertiesIOException_6_0 (path, "fgets()", errno) when reading fails. The
     ///         cache is then as it was.
     /// cost    O(bytes).
+    /// kept    lines are cut behind 8191 bytes; the line feed behind a full piece is a blank line.
     void be_read(char const* path, FILE* file) override;
 
-    /// Writes the stanza file where `file` stands.
+    /// Writes the stanza file where `file` stands, and flushes it.
     /// throws  ZPropertiesIOException_6_0 (path, "fwrite()", errno) when writing fails.
     void be_write(char const* path, FILE* file) override;
 
@@ -483,5 +512,4 @@ public:
 
 private:
     void readBlock(char const* path, void* block, size_t length);
-    /// kept    lines are cut behind 8191 bytes; the line feed behind a full piece is a blank line.
 };

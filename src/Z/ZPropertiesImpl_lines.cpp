@@ -732,7 +732,12 @@ void Store::addLineComment(View categoryName, View name, View comment)
 
 // --- Reader
 
-Reader::Reader(Store& store) : store_(store), lastLine_(store.lastLine_), lastHead_(store.lastHead_)
+Reader::Reader(Store& store)
+    : store_(store),
+      lastLine_(store.lastLine_),
+      lastHead_(store.lastHead_),
+      ends_{store.categories_.end(), store.keys_.end(),  store.keyMores_.end(),
+            store.values_.end(),     store.lines_.end(), store.comments_.end()}
 {
     if (lastHead_ != 0 && store_.categories_[lastHead_].tree != 0)
         store_.unindexSection(lastHead_);
@@ -902,6 +907,14 @@ void Reader::undo()
     store.lastLeading_ = 0;
     if (isAdopted_)
         store.arena_.dropAdopted(kept_);
+    store.categories_.cut(ends_.categories);
+    store.keys_.cut(ends_.keys);
+    store.keyMores_.cut(ends_.keyMores);
+    store.values_.cut(ends_.values);
+    store.lines_.cut(ends_.lines);
+    store.comments_.cut(ends_.comments);
+    store.categoryIndex_.fit();
+    store.keyIndex_.fit();
 }
 
 }  // namespace cache

@@ -197,25 +197,52 @@ void Index::remove(uint32_t hash, Id id)
     --count_;
 }
 
+namespace {
+
+// Returns the slots that so many ids need: at most five of eight are in use.
+size_t slotsFor(size_t count)
+{
+    return count * 8 / 5 + 1;
+}
+
+}  // namespace
+
 void Index::grow(size_t count)
 {
-    size_t const needed = (count_ + count) * 8 / 5 + 1;  // at most five of eight in use
+    size_t const needed = slotsFor(count_ + count);
     size_t const size = needed > size_ * 2 ? needed : size_ * 2;
-    size_t const wished = size < 8 ? 8 : size;
-    auto* const slots = static_cast<Slot*>(calloc(wished, sizeof(Slot)));
-    if (slots == nullptr)
+    if (!resize(size < 8 ? 8 : size))
         raiseOutOfMemory();
-    preferLargePages(slots, wished * sizeof(Slot));
+}
+
+void Index::fit()
+{
+    if (count_ == 0) {
+        free(std::exchange(slots_, nullptr));
+        size_ = most_ = 0;
+    } else if (size_ > 2 * slotsFor(count_)) {
+        resize(slotsFor(count_) + 8);  // where there is no memory for it, it stays as large
+    }
+}
+
+// Moves to a table of `size` slots. Returns false when there is no memory for it.
+bool Index::resize(size_t size)
+{
+    auto* const slots = static_cast<Slot*>(calloc(size, sizeof(Slot)));
+    if (slots == nullptr)
+        return false;
+    preferLargePages(slots, size * sizeof(Slot));
     for (size_t i = 0; i < size_; ++i) {
         Slot const slot = slots_[i];
         if (slot.id != 0)
-            put(slots, wished,
-                static_cast<size_t>((static_cast<uint64_t>(slot.hash) * wished) >> 32), slot);
+            put(slots, size, static_cast<size_t>((static_cast<uint64_t>(slot.hash) * size) >> 32),
+                slot);
     }
     free(slots_);
     slots_ = slots;
-    size_ = wished;
-    most_ = wished * 7 / 10;
+    size_ = size;
+    most_ = size * 7 / 10;
+    return true;
 }
 
 void Index::swap(Index& other)

@@ -155,10 +155,28 @@ public:
     size_t capacity() const { return capacity_; }
     size_t bytes() const { return capacity_ * sizeof(Record); }
 
+    // Forgets the places from `end` on, which are all free, and gives their room back.
+    void cut(Id end)
+    {
+        Id id = std::exchange(free_, 0);
+        freeCount_ = 0;
+        while (id != 0) {
+            Id const place = id;
+            memcpy(&id, static_cast<void const*>(&records_[place]), sizeof id);
+            if (place < end)
+                free(place);
+        }
+        size_ = end < size_ ? end : size_;
+        fit();
+    }
+
     // Gives back what is not in use, when that is worth the call.
     void fit()
     {
-        if (capacity_ - size_ > capacity_ / 16) {
+        if (size_ == 0) {
+            ::free(std::exchange(records_, nullptr));
+            capacity_ = 0;
+        } else if (capacity_ - size_ > capacity_ / 16) {
             void* const block = realloc(static_cast<void*>(records_), size_ * sizeof(Record));
             if (block != nullptr) {
                 records_ = static_cast<Record*>(block);
@@ -255,6 +273,9 @@ public:
     // Puts `id` in the place of `old`, which is in the table.
     void replace(uint32_t hash, Id old, Id id) { slots_[find(hash, old)].id = id; }
 
+    // Gives back slots that so few ids do not need.
+    void fit();
+
     size_t bytes() const { return size_ * sizeof(Slot); }
     void swap(Index& other);
 
@@ -271,6 +292,7 @@ private:
     size_t next(size_t at) const { return at + 1 == size_ ? 0 : at + 1; }
     size_t find(uint32_t hash, Id id) const;
     void grow(size_t count);
+    bool resize(size_t size);
     static void put(Slot* slots, size_t size, size_t home, Slot slot);
 
     Slot* slots_ = nullptr;
@@ -867,6 +889,16 @@ private:
     };
     static constexpr unsigned kMostWaiting = 16;
 
+    // Where the records ended.
+    struct Ends {
+        Id categories;
+        Id keys;
+        Id keyMores;
+        Id values;
+        Id lines;
+        Id comments;
+    };
+
     void push(Waiting const& line)
     {
         if (count_ == kMostWaiting)
@@ -885,6 +917,7 @@ private:
     Id category_ = 0;            // of the last head that was entered
     Id const lastLine_;          // what was there before
     Id const lastHead_;
+    Ends const ends_;
     size_t kept_ = 0;  // bytes of copies
     Repetition repetition_ = {View(), 0};
     bool isAdopted_ = false;

@@ -222,8 +222,9 @@ void Store::moveTexts(Arena& arena)
 
 void Store::tidy()
 {
+    // To move the texts takes time for every line, with a text or without: so many must have died.
     size_t const dead = arena_.dead();
-    if (dead <= kWorthTidying || dead <= arena_.used() / 2 || dead <= tidyAt_)
+    if (dead <= kWorthTidying || dead <= arena_.used() / 2 + lines_.count() || dead <= tidyAt_)
         return;
     try {
         moveTexts(arena_);
@@ -249,9 +250,10 @@ Id Store::findKey(Id category, View name, uint32_t hash) const
 
 Id Store::liveCategory(char const* name) const
 {
-    if (name == nullptr)
+    size_t const length = name == nullptr ? 0 : strlen(name);
+    if (name == nullptr || length > kLongestText)
         return 0;
-    Id const category = findCategory({name, strlen(name)});
+    Id const category = findCategory({name, length});
     return category != 0 && categories_[category].isLive ? category : 0;
 }
 
@@ -259,9 +261,13 @@ Id Store::liveKey(char const* categoryName, char const* name) const
 {
     if (categoryName == nullptr || name == nullptr)
         return 0;
+    size_t const categoryLength = strlen(categoryName);
+    size_t const length = strlen(name);
+    if (categoryLength > kLongestText || length > kLongestText)
+        return 0;
     // The table of the keys alone will do: a key leads to its category.
-    View const category(categoryName, strlen(categoryName));
-    View const view(name, strlen(name));
+    View const category(categoryName, categoryLength);
+    View const view(name, length);
     Id const key = keyIndex_.find(hashOf(view, hashOf(category)), [&](Id id) {
         return keys_[id].nameView().is(view) &&
                categories_[keys_[id].category].nameView().is(category);
@@ -509,7 +515,9 @@ Id Store::set(View category, View key, View value, Kind kind)
     NewString string;
     if (list != nullptr && !value.isEmpty())
         string.make(value);
-    reserveFor(category, key, value);
+    // To take its values from a key needs no memory.
+    if (old == 0 || !keys_[old].isLive || !value.isEmpty())
+        reserveFor(category, key, value);
     Id const id = wakeCategory(category, categoryHash);
     if (key.isEmpty())
         return 0;

@@ -62,6 +62,7 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
     // Two more than a file of that size needs: one to see its end, one for the last zero byte.
     block.setRoom(isSized ? static_cast<size_t>(status.st_size) + 2 : kFirstRead);
     size_t length = 0;
+    clearerr(file);  // an error of before is not one of this reading
     for (;;) {
         errno = 0;
         length += fread(block.chars() + length, 1, block.room() - 1 - length, file);
@@ -96,10 +97,10 @@ public:
         size_t const most = left < kMostOfLine ? left : kMostOfLine;
         auto* const feed = static_cast<char*>(memchr(next_, '\n', most));
         length = feed == nullptr ? most : static_cast<size_t>(feed - next_);
-        next_ = feed == nullptr ? next_ + most : feed + 1;
         // KEPT: a line feed right behind 8191 bytes is a line of its own, a blank one: programs
         // that read the same files with fgets() see it so. Test:
         // ZPropertiesImpl.KeepsTheLineFeedOfATornLineAsABlankLine
+        next_ = feed == nullptr ? next_ + most : feed + 1;
         // Without a line feed, and before the end, the byte behind the line is the next line's.
         isTorn_ = feed == nullptr && next_ != end_;
         if (hasZero_)
@@ -418,7 +419,10 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
     TextBuffer text;
     write(rep(), text);
     errno = 0;
-    if (text.length() != 0 && fwrite(text.chars(), 1, text.length(), file) != text.length())
+    // Where the stream keeps the text to write it later, the error would come when nobody looks.
+    bool const isTaken =
+        text.length() == 0 || fwrite(text.chars(), 1, text.length(), file) == text.length();
+    if (!isTaken || fflush(file) != 0)
         ZPropertiesIOException_6_0(path, "fwrite()", errno).throwException(kSource, raiseInWrite);
 }
 

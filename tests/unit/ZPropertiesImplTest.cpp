@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
@@ -730,6 +731,53 @@ TEST(ZPropertiesImpl, ListOfOneValueHasRoomForOne)
     EXPECT_EQ(1u, cache.get("c", "k", ZPCache_6_0::obfuscatedValues)->capacity());
 }
 
+TEST(ZPropertiesImpl, ChangesTellThatAWalkIsNotValidAnyMore)
+{
+    Cache cache;
+    cache.add("c", "k", "a", 0);
+    cache.add("c", "k", "b", 0);
+    unsigned long seen = cache.changes();
+    auto const changed = [&] { return std::exchange(seen, cache.changes()) != seen; };
+    Cache::Text text;
+    cache.lastValue("c", "k", ZPCache_6_0::anyValues, text);
+    cache.values("c", "k", ZPCache_6_0::anyValues).next(text);
+    EXPECT_FALSE(changed());
+    cache.add("c", "k", "c", 0);
+    EXPECT_TRUE(changed());
+    cache.get("c", "k", ZPCache_6_0::anyValues);  // the texts went into a list
+    EXPECT_TRUE(changed());
+    cache.get("c", "none", ZPCache_6_0::anyValues);
+    EXPECT_FALSE(changed());
+}
+
+TEST(ZPropertiesImpl, WalkGoesToAPlaceAndOnFromIt)
+{
+    for (bool const isListed : {false, true}) {
+        SCOPED_TRACE(isListed);
+        Cache cache;
+        for (char const* value : {"a", "b", "c", "d"})
+            cache.add("c", "k", value, 0);
+        if (isListed)
+            cache.get("c", "k", ZPCache_6_0::plainValues);
+        Cache::Text text;
+        Cache::Values walk = cache.values("c", "k", ZPCache_6_0::plainValues);
+        ASSERT_TRUE(walk.stepTo(0, text));
+        EXPECT_STREQ("a", text.chars);
+        Cache::Values::Place const place = walk.place();
+        ASSERT_TRUE(walk.stepTo(2, text));
+        EXPECT_STREQ("c", text.chars);
+        EXPECT_FALSE(walk.stepTo(4, text));
+        EXPECT_FALSE(walk.stepTo(-1, text));
+        Cache::Values second = cache.values("c", "k", ZPCache_6_0::plainValues);
+        second.resume(place);
+        ASSERT_TRUE(second.next(text));
+        EXPECT_STREQ("b", text.chars);
+        ASSERT_TRUE(second.stepTo(3, text));
+        EXPECT_STREQ("d", text.chars);
+        EXPECT_FALSE(second.next(text));
+    }
+}
+
 TEST(ZPropertiesImpl, GenerationTellsThatListsWentAway)
 {
     Cache cache;
@@ -914,6 +962,33 @@ TEST(ZPropertiesImpl, RoomThatCannotBeUsedAgainIsNoFailure)
     EXPECT_EQ((Strings{"again"}), values(cache, "c", "k"));
 }
 
+TEST(ZPropertiesImpl, RoomIsUsedAgainInTimeThatTheChangesPayFor)
+{
+    // Two million blank lines have no text, but to walk them takes time.
+    auto const workFor = [](std::string const& before) {
+        auto const data = parsed(before + "[c]\nk = a\n");
+        std::string const value(100, 'v');
+        double const start = secondsOfWork();
+        for (int i = 0; i < 50000; ++i)
+            data->set("c", "k", value.c_str());
+        return secondsOfWork() - start;
+    };
+    EXPECT_GT(20 * (workFor("") + 0.005), workFor(std::string(2000000, '\n')));
+}
+
+TEST(ZPropertiesImpl, NamesOf4GiBAreNobodys)
+{
+    // Cut to 32 bits their length is 3.
+    EndlessText const name((size_t{1} << 32) + 3);
+    Cache cache;
+    cache.add("nnn", "nnn", "v", 0);
+    EXPECT_EQ(0, cache.contains(name.chars()));
+    EXPECT_EQ(0, cache.contains("nnn", name.chars()));
+    EXPECT_EQ(0, cache.contains(name.chars(), "nnn"));
+    EXPECT_THROW(cache.add("nnn", name.chars(), "v", 0), ZOutOfMemoryException_6_0);
+    EXPECT_EQ(1, cache.keyCount("nnn"));
+}
+
 TEST(ZPropertiesImpl, ManyKeysComeAndGo)
 {
     Cache cache;
@@ -969,6 +1044,19 @@ TEST(ZPropertiesImpl, ListPrintsEveryCategoryInMapOrder)
     free(chars);
 }
 
+TEST(ZPropertiesImpl, ListTellsAFailureThroughTheStream)
+{
+    Cache cache;
+    cache.add("c", "k", std::string(8000, 'v').c_str(), 0);
+    cache.list(nullptr);
+    FILE* const full = fopen("/dev/full", "w");
+    ASSERT_NE(nullptr, full);
+    setvbuf(full, nullptr, _IONBF, 0);
+    cache.list(full);
+    EXPECT_NE(0, ferror(full));
+    fclose(full);
+}
+
 // --- lines
 
 TEST(ZPropertiesImpl, NewStanzaGoesToTheEndBehindABlankLine)
@@ -979,6 +1067,11 @@ TEST(ZPropertiesImpl, NewStanzaGoesToTheEndBehindABlankLine)
               changed("[a]\nk=1\n", [](Cache& cache) { cache.addLine("b", "l", "2", 0); }));
     EXPECT_EQ("[a]\nk = 1\n",
               changed("[a]\nk=1\n", [](Cache& cache) { cache.addStanzaLine("a"); }));
+}
+
+TEST(ZPropertiesImpl, KeepsABlankLineAtTheTopOfANewFile)
+{
+    EXPECT_EQ("\n[a]\n", changed("", [](Cache& cache) { cache.addLine("a", nullptr, 0); }));
 }
 
 TEST(ZPropertiesImpl, NewKeyGoesBehindTheLastKeyLine)
@@ -1105,6 +1198,12 @@ TEST(ZPropertiesImpl, DeletedStanzaTakesItsLinesAlong)
     EXPECT_EQ("# file\n\n\n[b]\nk = 3\n", textOf(*data));
 }
 
+TEST(ZPropertiesImpl, KeepsTakingTheCommentsAboveTheNextHeadAlong)
+{
+    EXPECT_EQ("# about a\n[b]\nk = 2\n", changed("# about a\n[a]\nk=1\n\n# about b\n[b]\nk=2\n",
+                                                 [](Cache& cache) { cache.delLine("a"); }));
+}
+
 TEST(ZPropertiesImpl, RemovedStanzaIsNotWritten)
 {
     auto const data = parsed("[a]\nk=1\n# about b\n\n[b]\nk=2\n");
@@ -1132,11 +1231,6 @@ TEST(ZPropertiesImpl, StanzaWithoutAHeadGetsOneWithItsFirstKeyLine)
     data->addLineComment("c", "# about c");
     EXPECT_EQ("[a]\nk = 1\n\n[b]\nk = 2\n\n# about c\n[c]\n", textOf(*data));
 }
-TEST(ZPropertiesImpl, KeepsABlankLineAtTheTopOfANewFile)
-{
-    EXPECT_EQ("\n[a]\n", changed("", [](Cache& cache) { cache.addLine("a", nullptr, 0); }));
-}
-
 
 TEST(ZPropertiesImpl, FileCommentsJoinTheBlockThatLeadsTheFile)
 {
@@ -1261,12 +1355,6 @@ TEST(ZPropertiesImpl, ReadingTakesLinesApart)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-TEST(ZPropertiesImpl, KeepsTakingTheCommentsAboveTheNextHeadAlong)
-{
-    EXPECT_EQ("# about a\n[b]\nk = 2\n", changed("# about a\n[a]\nk=1\n\n# about b\n[b]\nk=2\n",
-                                                 [](Cache& cache) { cache.delLine("a"); }));
-}
-
         auto const data = parsed(c.text);
         EXPECT_EQ(c.expected, values(*data, "a", c.key));
         EXPECT_EQ(1, data->contains("a", c.key));
@@ -1520,6 +1608,20 @@ TEST(ZPropertiesImpl, HalfAFileIsNoFile)
     EXPECT_EQ(before, stateOf(*data));
 }
 
+TEST(ZPropertiesImpl, FailureBeforeTheReadIsNoneOfTheRead)
+{
+    Failing failing = {"[b]\nk = v\n", 0, 0};
+    cookie_io_functions_t functions = {};
+    functions.read = readFailing;
+    FILE* const file = fopencookie(&failing, "r", functions);
+    EXPECT_EQ(EOF, fputc('x', file));
+    EXPECT_NE(0, ferror(file));
+    ZSCFData_6_0 data;
+    data.be_read("path", file);
+    fclose(file);
+    EXPECT_EQ("[b]\nk = v\n", textOf(data));
+}
+
 TEST(ZPropertiesImpl, InterruptedReadGoesOn)
 {
     Failing failing = {"[b]\nk = v\n", 0, EINTR};
@@ -1569,6 +1671,31 @@ TEST(ZPropertiesImpl, RefusedTextLeavesTheCacheAsItWas)
         EXPECT_EQ("# c\n# d\n\n[gone]\nk = w\n[a]\nk = v\ny = 2\n# t = 1\nt = 3\n\n",
                   textOf(*data));
     }
+}
+
+TEST(ZPropertiesImpl, RefusedTextKeepsNoRoom)
+{
+    std::string text;
+    for (int i = 0; i < 20000; ++i)
+        text +=
+            "[s" + std::to_string(i) + "]\n# c\n\nk = 1\nk = 2\nl = " + std::to_string(i) + "\n";
+    auto const data = parsed("# c\n[a]\nk = v\nk = w\n");
+    data->delLine("a", "k");  // leaves places that the reading uses
+    size_t const before = data->memoryUsed();
+    refusal(*data, text + "word\n");
+    EXPECT_LT(data->memoryUsed(), before + 1000);
+    // The places are good for use.
+    data->readText("test.conf", text.data(), text.size());
+    EXPECT_EQ(20001, data->count());
+    EXPECT_EQ((Strings{"1", "2"}), values(*data, "s19999", "k"));
+    EXPECT_EQ((Strings{"777"}), values(*data, "s777", "l"));
+
+    ZSCFData_6_0 empty;
+    size_t const none = empty.memoryUsed();
+    refusal(empty, text + "word\n");
+    EXPECT_EQ(none, empty.memoryUsed());
+    empty.readText("test.conf", text.data(), text.size());
+    EXPECT_EQ(20000, empty.count());
 }
 
 TEST(ZPropertiesImpl, RemovedStanzaMayBeReadAnew)
@@ -1641,6 +1768,22 @@ TEST(ZPropertiesImpl, FailureToWriteIsReported)
         EXPECT_STREQ("fwrite()", e.api().getChars());
         EXPECT_EQ(ENOSPC, e.excerrno());
         EXPECT_STREQ("src/Z/ZPropertiesImpl", e.who());
+        EXPECT_EQ(81u, e.where());
+    }
+    fclose(full);
+}
+
+TEST(ZPropertiesImpl, FailureToFlushIsReported)
+{
+    auto const data = parsed("[a]\nk = v\n");
+    FILE* const full = fopen("/dev/full", "w");  // its buffer takes the text
+    ASSERT_NE(nullptr, full);
+    try {
+        data->be_write("/some/path", full);
+        ADD_FAILURE() << "accepted";
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        EXPECT_STREQ("fwrite()", e.api().getChars());
+        EXPECT_EQ(ENOSPC, e.excerrno());
         EXPECT_EQ(81u, e.where());
     }
     fclose(full);
