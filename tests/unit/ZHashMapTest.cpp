@@ -15,7 +15,7 @@
 
 #include "Containers.h"
 #include "FailingAllocator.h"
-#include "Raises.h"
+#include "Raised.h"
 #include "ThrowingObject.h"
 
 namespace {
