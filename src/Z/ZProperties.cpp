@@ -1,7 +1,6 @@
 #include "ZProperties.h"
 
 #include <ctype.h>
-#include <cxxabi.h>
 #include <errno.h>
 #include <limits.h>
 #include <pthread.h>
@@ -45,6 +44,7 @@ enum RaiseSite {
     raiseForNumber = 160,
     raiseForTruth = 185,
     raiseInGetValues = 210,
+    reportInSend = 235,
     raiseForPath = 260,
     raiseInLoad = 290,
     raiseInReload = 340,
@@ -241,8 +241,6 @@ void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
         std::unique_ptr<Notice> const notice = queue.pop();
         try {
             store.notifyObservers(*notice);
-        } catch (abi::__forced_unwind&) {
-            throw;
         } catch (ZException_6_0& failure) {
             if (mayRaise && first == nullptr)
                 first = std::current_exception();
@@ -251,6 +249,8 @@ void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
         } catch (...) {
             if (mayRaise && first == nullptr)
                 first = std::current_exception();
+            else
+                zreportUnknownException(kSource, reportInSend);
         }
     }
     if (first != nullptr)
@@ -274,8 +274,6 @@ ZProperties_6_0::Hold::~Hold() noexcept(false)
         due.takeFrom(store_.rep_->queued);
     try {
         store_.lock_.unlock();
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         if (std::uncaught_exceptions() == 0)
             throw;

@@ -1,7 +1,5 @@
 #include "ZPropertiesInterface.h"
 
-#include <cxxabi.h>
-
 #include <exception>
 
 #include "ZArrayList.h"
@@ -19,8 +17,6 @@ void unlockAtEnd(ZLockInterface_6_0& lock)
 {
     try {
         lock.unlock();
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         if (std::uncaught_exceptions() == 0)
             throw;
@@ -63,8 +59,6 @@ ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
         map_.removeAll();
         for (unsigned i = 0; i < members.size(); ++i)
             delete members.get(i);
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (ZException_6_0& failure) {
         zreportException(failure);
     }

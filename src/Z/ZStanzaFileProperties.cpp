@@ -1,6 +1,5 @@
 #include "ZStanzaFileProperties.h"
 
-#include <cxxabi.h>
 #include <string.h>
 
 #include <memory>
@@ -198,8 +197,6 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             iterator.addValue(text);
             ++added;
         }
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (...) {
         // What is new goes whole, which needs no memory; removing value by value may.
         if (isNewStanza)

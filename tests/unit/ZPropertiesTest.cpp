@@ -1375,6 +1375,42 @@ TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
     }
 }
 
+TEST_F(ZProperties, WhatObserversThrowBesideAnotherExceptionIsReported)
+{
+    NotedMessages messages;
+    NotedChanges observer;
+    store_.addObserver(&observer);
+    for (bool const isOurs : {true, false}) {
+        SCOPED_TRACE(isOurs);
+        observer.action = [&] {
+            if (isOurs)
+                ZInvalidParameterException_6_0().throwException("test", 1);
+            throw std::runtime_error("told");
+        };
+        EXPECT_THROW(
+            {
+                ZPropertiesIterator_6_0 const iterator(store_, "s");
+                store_.setValue("s", "a", "1");
+                throw std::logic_error("on its way");
+            },
+            std::logic_error);
+    }
+    EXPECT_EQ(1, messages.exceptions());
+    ASSERT_EQ(1u, messages.messages().size());
+    EXPECT_EQ(kSource, messages.messages()[0].file);
+    EXPECT_EQ(235, messages.messages()[0].line);
+    // Of several notices the first failure goes to the caller, the second is reported.
+    observer.action = [] { throw std::runtime_error("told"); };
+    EXPECT_THROW(
+        {
+            ZPropertiesIterator_6_0 const iterator(store_, "s");
+            store_.setValue("s", "a", "1");
+            store_.setValue("s", "b", "1");
+        },
+        std::runtime_error);
+    EXPECT_EQ(2u, messages.messages().size());
+}
+
 // ---- One store for a path ----------------------------------------------------------------------
 
 TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
