@@ -465,13 +465,14 @@ bool ZPCategoryBasedCache_6_0::Values::next(Text& value)
     return true;
 }
 
-bool ZPCategoryBasedCache_6_0::Values::stepTo(int index, Text& value)
+bool ZPCategoryBasedCache_6_0::Values::skipTo(int index)
 {
-    if (list_ != nullptr && index >= 0 && index < count_)
+    if (list_ != nullptr && given_ <= index && index < count_)
         next_ = static_cast<uint32_t>(given_ = index);
-    while (given_ < index && next(value))
-        continue;
-    return given_ == index && next(value);
+    for (Text skipped; given_ < index;)
+        if (!next(skipped))
+            return false;
+    return given_ == index;
 }
 
 bool ZPCategoryBasedCache_6_0::Values::last(Text& value) const

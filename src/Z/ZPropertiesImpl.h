@@ -333,10 +333,10 @@ public:
         /// Stores the next value and returns true; false behind the last one.
         bool next(Text& value);
 
-        /// Steps to the value at `index`, which is not behind this place, stores it and returns
-        /// true; false when there is none.
-        /// cost    O(values stepped over); O(1) when a list was made of them.
-        bool stepTo(int index, Text& value);
+        /// Goes on to where the value at `index` is the next one and returns true; false when that
+        /// place was passed already, or is none.
+        /// cost    O(values skipped); O(1) when a list was made of them.
+        bool skipTo(int index);
 
         /// Returns the place where the walk stands.
         Place place() const { return {next_, given_}; }

@@ -42,7 +42,15 @@ int sizeOf(ZArrayList_6_0 const* values)
 
 ZPropertiesIterator_6_0::ZPropertiesIterator_6_0(ZProperties_6_0& store, char const* category,
                                                  bool walks)
-    : category_(category), store_(store), hold_(store), names_(nullptr), position_(-1)
+    : category_(category),
+      store_(store),
+      hold_(store),
+      names_(nullptr),
+      position_(-1),
+      valueToCome_(0),
+      valuesGiven_(0),
+      changes_(0),
+      generation_(0)
 {
     if (walks && category == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInConstructor);
@@ -82,6 +90,7 @@ void ZPropertiesIterator_6_0::nextEntry()
 void ZPropertiesIterator_6_0::getValues(char const* name)
 {
     current_ = name;
+    valuesGiven_ = -1;
 }
 
 void ZPropertiesIterator_6_0::needEntry() const
@@ -97,7 +106,8 @@ char const* ZPropertiesIterator_6_0::entryName() const
     return textAt(*names_, position_);
 }
 
-// The values are looked up at each call: the iterating thread may have changed them.
+// The values are looked up at each call: the iterating thread may have changed them. Where it has
+// not, the search for the value goes on where the last one ended.
 char const* ZPropertiesIterator_6_0::entryValue(int index) const
 {
     needEntry();
@@ -109,10 +119,18 @@ char const* ZPropertiesIterator_6_0::entryValue(int index) const
         if (values.count() <= 0)
             return nullptr;
         Text value;
-        if (index >= 0 && index == values.count() - 1 && values.last(value))
+        if (index == values.count() - 1 && values.last(value))
             return value.chars;
-        for (int i = 0; i <= index && values.next(value); ++i)
-            if (i == index)
+        unsigned long const generation = ZProperties_6_0::Rep::generation(store_);
+        bool const isUnchanged = changes_ == direct->changes() && generation_ == generation;
+        if (valuesGiven_ >= 0 && valuesGiven_ <= index && isUnchanged)
+            values.resume({valueToCome_, valuesGiven_});
+        if (index >= 0 && values.skipTo(index)) {
+            valueToCome_ = values.place().next;
+            valuesGiven_ = values.place().given;
+            changes_ = direct->changes();
+            generation_ = generation;
+            if (values.next(value))
                 return value.chars;
     } else {
         auto const* const values = store_.cache_->get(category, key, ZPCache_6_0::anyValues);

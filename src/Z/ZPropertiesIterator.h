@@ -9,6 +9,8 @@
 // made it.
 #pragma once
 
+#include <stdint.h>
+
 #include "ZLCString.h"
 #include "ZProperties.h"
 
@@ -36,6 +38,7 @@ public:
     /// owns    borrowed until the store is changed.
     /// throws  ZPropertiesIteratorException_6_0 before the first step;
     ///         ZInvalidParameterException_6_0 when `index` is at or beyond the number of values.
+    /// cost    O(1) for the first value, the last one and the one behind that of the last call.
     virtual char const* entryValue(int index) const = 0;
 
     /// Returns the number of keys.
@@ -90,6 +93,12 @@ private:
     ZArrayList_6_0* names_;  // the keys; null: none
     ZLCString_6_0 current_;  // what getValues() was called for
     int position_;           // -1 before the first step
+
+    // Where entryValue() found its last value, to go on from as long as nothing changes.
+    mutable uint32_t valueToCome_;
+    mutable int valuesGiven_;  // -1: nowhere yet
+    mutable unsigned long changes_;
+    mutable unsigned long generation_;
 };
 
 // Which values of a key a ZAbstractPropertyValuesIterator_6_0 walks.

@@ -750,7 +750,7 @@ TEST(ZPropertiesImpl, ChangesTellThatAWalkIsNotValidAnyMore)
     EXPECT_FALSE(changed());
 }
 
-TEST(ZPropertiesImpl, WalkGoesToAPlaceAndOnFromIt)
+TEST(ZPropertiesImpl, WalkSkipsToAPlaceAndGoesOnFromIt)
 {
     for (bool const isListed : {false, true}) {
         SCOPED_TRACE(isListed);
@@ -761,20 +761,24 @@ TEST(ZPropertiesImpl, WalkGoesToAPlaceAndOnFromIt)
             cache.get("c", "k", ZPCache_6_0::plainValues);
         Cache::Text text;
         Cache::Values walk = cache.values("c", "k", ZPCache_6_0::plainValues);
-        ASSERT_TRUE(walk.stepTo(0, text));
-        EXPECT_STREQ("a", text.chars);
+        ASSERT_TRUE(walk.skipTo(0));
+        ASSERT_TRUE(walk.skipTo(1));
         Cache::Values::Place const place = walk.place();
-        ASSERT_TRUE(walk.stepTo(2, text));
-        EXPECT_STREQ("c", text.chars);
-        EXPECT_FALSE(walk.stepTo(4, text));
-        EXPECT_FALSE(walk.stepTo(-1, text));
+        ASSERT_TRUE(walk.next(text));
+        EXPECT_STREQ("b", text.chars);
+        EXPECT_FALSE(walk.skipTo(1));
+        ASSERT_TRUE(walk.skipTo(3));
+        ASSERT_TRUE(walk.next(text));
+        EXPECT_STREQ("d", text.chars);
+        EXPECT_FALSE(walk.next(text));
+        EXPECT_FALSE(walk.skipTo(5));
+        EXPECT_FALSE(walk.skipTo(-1));
         Cache::Values second = cache.values("c", "k", ZPCache_6_0::plainValues);
         second.resume(place);
         ASSERT_TRUE(second.next(text));
         EXPECT_STREQ("b", text.chars);
-        ASSERT_TRUE(second.stepTo(3, text));
-        EXPECT_STREQ("d", text.chars);
-        EXPECT_FALSE(second.next(text));
+        ASSERT_TRUE(second.next(text));
+        EXPECT_STREQ("c", text.chars);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <new>
@@ -124,6 +125,63 @@ TEST_F(ZPropertiesIterator, EntryValueChecksItsIndex)
     for (int index : {2, 100, -1})
         EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 95,
                                                            [&] { keys.entryValue(index); }));
+}
+
+TEST_F(ZPropertiesIterator, EntryValueIsThatOfNowInAnyOrder)
+{
+    for (char const* value : {"4", "5", "6"})
+        Values(store_, "s", "b", zPropLocalStrings, zPropIterAny).addValue(value);
+    store_.store(nullptr);
+    store_.reload(nullptr);
+    ASSERT_EQ("6,5,4,2,3,", valuesOf(store_, "s", "b"));
+    Keys keys(store_, "s");
+    for (keys.nextEntry(); std::string("b") != keys.entryName();)
+        keys.nextEntry();
+    auto const all = [&](std::vector<int> const& order) {
+        std::string texts;
+        for (int const index : order)
+            texts += keys.entryValue(index);
+        return texts;
+    };
+    EXPECT_EQ("65423", all({0, 1, 2, 3, 4}));
+    EXPECT_EQ("3245666", all({4, 3, 2, 1, 0, 0, 0}));
+    EXPECT_EQ("54425", all({1, 2, 2, 3, 1}));
+    {
+        // The values move from the file's text into a list.
+        Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+        EXPECT_EQ("42", all({2, 3}));
+        values.nextValue();
+        values.removeValue();
+        EXPECT_EQ("2", all({2}));
+    }
+    store_.reload(nullptr);
+    EXPECT_EQ("42", all({2, 3}));
+    keys.getValues("a");
+    EXPECT_EQ("1", all({0}));
+    keys.getValues("b");
+    EXPECT_EQ("42", all({2, 3}));
+    store_.setValue("s", "b", "only");
+    EXPECT_EQ("only", all({0}));
+    EXPECT_TRUE(
+        raises<ZInvalidParameterException_6_0>(22, kSource, 95, [&] { keys.entryValue(2); }));
+}
+
+TEST_F(ZPropertiesIterator, WalkThroughValuesTakesTimeForEachOnce)
+{
+    auto const workFor = [&](int count) {
+        std::string text = "[s]\n";
+        for (int i = 0; i < count; ++i)
+            text += "k = v\n";
+        directory_.write("conf", text);
+        store_.reload(path_.c_str());
+        Keys keys(store_, "s");
+        keys.nextEntry();
+        clock_t const start = clock();
+        for (int i = 0; i < count; ++i)
+            EXPECT_STREQ("v", keys.entryValue(i));
+        return static_cast<double>(clock() - start) / CLOCKS_PER_SEC;
+    };
+    EXPECT_LT(workFor(64000), 8 * 64 * (workFor(1000) + 0.0005));
 }
 
 TEST_F(ZPropertiesIterator, KeyWithoutValuesGivesNull)
