@@ -209,6 +209,13 @@ std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::Queue::pop()
     return notice;
 }
 
+void ZProperties_6_0::Rep::Queue::dropFrom(Notice** mark)
+{
+    end_ = mark;
+    while (*mark != nullptr)
+        delete std::exchange(*mark, (*mark)->next);
+}
+
 void ZProperties_6_0::Rep::Queue::takeFrom(Queue& other)
 {
     if (other.isEmpty())
@@ -247,6 +254,8 @@ void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
             else
                 zreportException(failure);
         } catch (...) {
+            if (zcaughtCancellation())
+                throw;
             if (mayRaise && first == nullptr)
                 first = std::current_exception();
             else
@@ -951,7 +960,9 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentLines(ZProperties_6_0& store, char 
         char const* const end = strchrnul(at, '\n');
         std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
         store.checkComment(*line);
-        if (line->getLength() > kLongestLine)
+        // What is not marked as a comment would come back as a key, or as the head of a stanza.
+        bool const isMarked = store.rep_->stanzas == nullptr || line->getChars()[0] == '#';
+        if (!isMarked || line->getLength() > kLongestLine)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
         lines->addNoCopy(line.get());
         (void)line.release();

@@ -79,6 +79,7 @@ public:
 
     /// Reads the file at `path`, adding to what the store holds, and clears the modified flag. The
     /// first path that is loaded or stored becomes the store's file name.
+    /// range   a regular file, or a link to one: for anything else, "fopen(r)" fails.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores), or
     ///         "mapFile()" and "access()" for the companion file;
@@ -123,7 +124,14 @@ public:
     void setIntegerValue(char const* category, char const* key, unsigned int value) override;
     void setBooleanValue(char const* category, char const* key, int value) override;
     void deleteKey(char const* category, char const* key) override;
+
+    /// Adds a comment to the block that leads the file.
+    /// throws  as in ZPropertiesInterface.h; ZInvalidParameterException_6_0 when a line of it, as
+    ///         checkComment() leaves it, does not begin with the "#" of a stanza file.
     void addFileComment(char const* comment) override;
+
+    /// Adds a comment above the line of a key.
+    /// throws  as addFileComment().
     void addEntryComment(char const* category, char const* key, char const* comment) override;
 
     /// Is called at the end of every load(); here it does nothing.

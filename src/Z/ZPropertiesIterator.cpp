@@ -132,6 +132,7 @@ char const* ZPropertiesIterator_6_0::entryValue(int index) const
             generation_ = generation;
             if (values.next(value))
                 return value.chars;
+        }
     } else {
         auto const* const values = store_.cache_->get(category, key, ZPCache_6_0::anyValues);
         if (sizeOf(values) == 0)
@@ -291,6 +292,9 @@ void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
     needValue();
     ZLCString_6_0 local;
     toLocal(value, local);
+    // KEPT: an empty value stands in the list as any other, though a file that is read gives its
+    // key none; callers blank a value and count on the places of the others. Test:
+    // ZPropertiesIterator.KeepsAnEmptyValueUntilTheFileIsReadAgain
     values()->set(static_cast<unsigned>(position_), &local);
     store_.modified_ = 1;
 }

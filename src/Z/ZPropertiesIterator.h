@@ -131,10 +131,12 @@ public:
     ///         ZInvalidParameterException_6_0 when the text is null or could not be read back from
     ///         the file; ZFromUTF8Exception_6_0 when it cannot be converted. Nothing is changed
     ///         then.
+    /// kept    an empty value counts as one until the file is read again: a file has none.
     virtual void changeValue(char const* value) = 0;
 
     /// Adds a value behind the current one and makes it current.
     /// throws  as changeValue(), without the first.
+    /// kept    an empty value, as in changeValue(); a key without values gets none by it.
     virtual void addValue(char const* value) = 0;
 
     /// Removes the current value and steps back by one.

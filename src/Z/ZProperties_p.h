@@ -35,6 +35,10 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         bool isEmpty() const { return first_ == nullptr; }
         void takeFrom(Queue& other);  // into an empty queue
 
+        // The end, and what takes away all that came since; nothing was popped meanwhile.
+        Notice** mark() { return end_; }
+        void dropFrom(Notice** mark);
+
     private:
         Notice* first_ = nullptr;
         Notice** end_ = &first_;

@@ -168,15 +168,16 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         ZLCString_6_0 const text(localText(*string, converted));
         if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text.getChars()) == 0)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-        if (!text.isEmpty())
-            texts->add(&text);
+        texts->add(&text);
     }
     // Nor is anything added when the key holds values of the other kind.
     bool const isNewStanza = cache().contains(stanza) == 0;
     bool const isNewKey = cache().contains(stanza, key) == 0;
     int const wasModified = modified_;
+    Notice** const noticesBefore = rep_->queued.mark();
     ZStanzaValueIterator_6_0 iterator(*this, stanza, key, zPropLocalStrings,
                                       obfuscated != 0 ? zPropIterObfuscated : zPropIterPlain);
+    bool const hadValues = iterator.valueCount() > 0;
     unsigned added = 0;
     try {
         // One value, the usual case, needs no set of those that are there.
@@ -198,14 +199,17 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             ++added;
         }
     } catch (...) {
-        // What is new goes whole, which needs no memory; removing value by value may.
+        // None of these needs memory. What is new goes whole.
         if (isNewStanza)
             cache().delLine(stanza);
         else if (isNewKey)
             cache().delLine(stanza, key);
+        else if (!hadValues)
+            cache().set(stanza, key);
         else
             for (; added > 0; --added)
                 iterator.removeValue();
+        rep_->queued.dropFrom(noticesBefore);
         modified_ = wasModified;
         throw;
     }

@@ -78,8 +78,10 @@ public:
                           int obfuscated);
 
     /// Adds those of `values` that `key` does not have, in list order, behind those that it has.
-    /// range   the members are strings, of any of the four kinds; empty ones are left out.
-    /// throws  as addValue().
+    /// range   the members are strings, of any of the four kinds.
+    /// throws  as addValue(), but empty values are taken. Nothing is changed then, and no observer
+    ///         is told.
+    /// kept    an empty value counts as one until the file is read again.
     /// cost    O(values held + values given).
     virtual void addValues(char const* stanza, char const* key, ZArrayList_6_0 const& values,
                            int obfuscated);

@@ -13,66 +13,17 @@
 #include <string>
 #include <vector>
 
-#include "TestDirectory.h"
+#include "StanzaStore.h"
 
 namespace {
 
 using Store = ZStanzaFileProperties_6_0;
 
-class Observer final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
-               change.key().getChars() + " ";
-    }
-
-    std::string log;
-};
-
-std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
-{
-    ZArrayList_6_0 values(1, 1);
-    store.getValues(category, key, values, zPropLocalStrings);
-    std::string all;
-    for (unsigned i = 0; i < values.size(); ++i)
-        all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
-    return all;
-}
-
-class StanzaHostileTest : public testing::Test {
-public:
-    ~StanzaHostileTest() noexcept override {}
-
-protected:
-    std::string load(std::string const& text)
-    {
-        std::string const path = directory_.write("conf", text);
-        store_.load(path.c_str());
-        return path;
-    }
-    std::string stored()
-    {
-        store_.store(nullptr);
-        return directory_.read("conf");
-    }
-    // What a fresh store finds in the file that this one wrote.
-    std::string readBack(char const* category, char const* key)
-    {
-        store_.store(nullptr);
-        return valuesOf(Store(directory_.at("conf").c_str(), 1), category, key);
-    }
-
-    TestDirectory directory_{TestDirectory::Place::memory};
-    Store store_{1};
-};
-
 std::string const kLong(3000, 'x');  // no short text that lies inside its object
 
 }  // namespace
 
-using StanzaHostile = StanzaHostileTest;
+using StanzaHostile = StanzaStoreTest;
 
 // ---- Texts of the store itself -----------------------------------------------------------------
 
@@ -454,7 +405,7 @@ TEST_F(StanzaHostile, FirstOfSeveralObfuscatedValuesTakesAllAndTellsOnce)
     store_.setValue("s", "k", "1", 1);
     store_.addValue("s", "k", "2", 1);
     store_.addValue("s", "k", "3", 1);
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     {
         ZStanzaValueIterator_6_0 values(store_, "s", "k", zPropLocalStrings, zPropIterAny);
@@ -535,7 +486,7 @@ TEST_F(StanzaHostile, ValueIsAddedAlthoughTheKeyLostItsOthersMeanwhile)
 TEST_F(StanzaHostile, AddedValuesTellOnlyOfTheFirstOfANewKey)
 {
     load("[s]\nk = 1\n");
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     ZArrayList_6_0 values(2, 1);
     for (char const* value : {"1", "2", "1", "2", "3"})
@@ -555,7 +506,7 @@ TEST_F(StanzaHostile, AddedValuesTellOnlyOfTheFirstOfANewKey)
 TEST_F(StanzaHostile, EveryChangeTellsEvenWhenNothingWasThere)
 {
     load("[s]\nk = 1\n");
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     store_.deleteKey("s", "none");
     store_.deleteKey("none", "none");

@@ -17,7 +17,7 @@
 
 #include "EachAllocation.h"
 #include "Raised.h"
-#include "TestDirectory.h"
+#include "StanzaStore.h"
 
 namespace {
 
@@ -26,18 +26,6 @@ constexpr char kSource[] = "src/Z/ZPropertiesIterator";
 class Store final : public ZProperties_6_0 {
 public:
     Store() : ZProperties_6_0(new ZSCFData_6_0) { setAttributes(1, nullptr); }
-};
-
-class Observer final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
-               change.key().getChars() + " ";
-    }
-
-    std::string log;
 };
 
 constexpr char kText[] = "[s]\na = 1\nb = 2\nb = 3\nempty =\n[t]\nx = 1\n";
@@ -51,16 +39,6 @@ protected:
     {
         path_ = directory_.write("conf", kText);
         store_.load(path_.c_str());
-    }
-
-    std::string valuesOf(char const* key)
-    {
-        ZArrayList_6_0 values(1, 1);
-        store_.getValues("s", key, values, zPropLocalStrings);
-        std::string all;
-        for (unsigned i = 0; i < values.size(); ++i)
-            all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
-        return all;
     }
 
     TestDirectory directory_;
@@ -263,7 +241,7 @@ TEST_F(ZPropertiesIterator, ReloadMeanwhileIsHarmless)
     EXPECT_EQ(1, values.isValid());
     EXPECT_EQ(0, values.hasMore());
     values.changeValue("newer");
-    EXPECT_EQ("newer,", valuesOf("b"));
+    EXPECT_EQ("newer,", valuesOf(store_, "s", "b"));
 }
 
 TEST_F(ZPropertiesIterator, HoldsTheStoreForItsLife)
@@ -326,10 +304,10 @@ TEST_F(ZPropertiesIterator, GivesUTF8WhenAsked)
     Values values(store_, "s", "a", zPropUTF8Strings, zPropIterAny);
     EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0 const*>(&values.nextValue()));
     values.changeValue("neu");
-    EXPECT_EQ("neu,", valuesOf("a"));
+    EXPECT_EQ("neu,", valuesOf(store_, "s", "a"));
     EXPECT_TRUE(
         raises<ZFromUTF8Exception_6_0>(50, kSource, 240, [&] { values.changeValue("\xC3"); }));
-    EXPECT_EQ("neu,", valuesOf("a"));
+    EXPECT_EQ("neu,", valuesOf(store_, "s", "a"));
 }
 
 TEST_F(ZPropertiesIterator, ChecksItsArguments)
@@ -375,7 +353,7 @@ TEST_F(ZPropertiesIterator, KindFollowsTheKey)
         values.addValue("h2");
     }
     EXPECT_EQ(1, store_.isObfuscated("s", "hidden"));
-    EXPECT_EQ("h,h2,", valuesOf("hidden"));
+    EXPECT_EQ("h,h2,", valuesOf(store_, "s", "hidden"));
     Values missing(store_, "s", "missing", zPropLocalStrings, zPropIterObfuscated);
     EXPECT_EQ(0, missing.hasMore());
     missing.addValue("m");
@@ -384,7 +362,7 @@ TEST_F(ZPropertiesIterator, KindFollowsTheKey)
 
 TEST_F(ZPropertiesIterator, ChangesTheCurrentValueInPlace)
 {
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     {
         Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
@@ -395,7 +373,7 @@ TEST_F(ZPropertiesIterator, ChangesTheCurrentValueInPlace)
         values.changeValue("two");
         EXPECT_EQ(1, store_.isModified());
     }
-    EXPECT_EQ("two,3,", valuesOf("b"));
+    EXPECT_EQ("two,3,", valuesOf(store_, "s", "b"));
     EXPECT_EQ("", observer.log);
 }
 
@@ -409,13 +387,13 @@ TEST_F(ZPropertiesIterator, AddsBehindTheCurrentValueAndMakesItCurrent)
         values.addValue("middle");
         values.changeValue("centre");
     }
-    EXPECT_EQ("first,2,centre,3,", valuesOf("b"));
+    EXPECT_EQ("first,2,centre,3,", valuesOf(store_, "s", "b"));
     EXPECT_EQ(1, store_.isModified());
 }
 
 TEST_F(ZPropertiesIterator, AddToAKeyWithoutValuesSetsItAndTellsObservers)
 {
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     {
         Values values(store_, "s", "new", zPropLocalStrings, zPropIterPlain);
@@ -425,7 +403,7 @@ TEST_F(ZPropertiesIterator, AddToAKeyWithoutValuesSetsItAndTellsObservers)
         EXPECT_EQ(1, values.valueCount());
         values.addValue("2");
     }
-    EXPECT_EQ("1,2,", valuesOf("new"));
+    EXPECT_EQ("1,2,", valuesOf(store_, "s", "new"));
     EXPECT_EQ("2[s]new ", observer.log);
     store_.store(nullptr);
     EXPECT_NE(std::string::npos, directory_.read("conf").find("new = 1\nnew = 2\n"));
@@ -448,13 +426,13 @@ TEST_F(ZPropertiesIterator, RemovesTheCurrentValueAndStepsBack)
         values.addValue("again");
         EXPECT_EQ(1, values.isValid());
     }
-    EXPECT_EQ("again,", valuesOf("b"));
+    EXPECT_EQ("again,", valuesOf(store_, "s", "b"));
 }
 
 TEST_F(ZPropertiesIterator, KeepsRemovingAllObfuscatedValuesWithTheFirst)
 {
     store_.setValue("s", "hidden", "1", 1);
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     {
         Values values(store_, "s", "hidden", zPropLocalStrings, zPropIterAny);
@@ -464,7 +442,7 @@ TEST_F(ZPropertiesIterator, KeepsRemovingAllObfuscatedValuesWithTheFirst)
         values.removeValue();
         EXPECT_EQ(2, values.valueCount());
     }
-    EXPECT_EQ("1,2,", valuesOf("hidden"));
+    EXPECT_EQ("1,2,", valuesOf(store_, "s", "hidden"));
     {
         Values values(store_, "s", "hidden", zPropLocalStrings, zPropIterAny);
         values.nextValue();
@@ -473,7 +451,7 @@ TEST_F(ZPropertiesIterator, KeepsRemovingAllObfuscatedValuesWithTheFirst)
         EXPECT_EQ(0, values.isValid());
         EXPECT_EQ(0, values.hasMore());
     }
-    EXPECT_EQ("", valuesOf("hidden"));
+    EXPECT_EQ("", valuesOf(store_, "s", "hidden"));
     EXPECT_EQ(1, store_.exists("s", "hidden"));
     EXPECT_EQ(0, store_.isObfuscated("s", "hidden"));
     EXPECT_EQ("2[s]hidden ", observer.log);
@@ -490,7 +468,7 @@ TEST_F(ZPropertiesIterator, RefusesTextThatAFileWouldNotGiveBack)
         EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 230,
                                                            [&] { values.addValue(text); }));
     }
-    EXPECT_EQ("2,3,", valuesOf("b"));
+    EXPECT_EQ("2,3,", valuesOf(store_, "s", "b"));
     EXPECT_EQ(0, store_.isModified());
     Values bad(store_, "s", "a=b", zPropLocalStrings, zPropIterPlain);
     EXPECT_THROW(bad.addValue("x"), ZInvalidParameterException_6_0);
@@ -510,6 +488,28 @@ TEST_F(ZPropertiesIterator, KeyThatGoesAwayMeanwhileIsHarmless)
     EXPECT_EQ(1, values.valueCount());
 }
 
+TEST_F(ZPropertiesIterator, KeepsAnEmptyValueUntilTheFileIsReadAgain)
+{
+    {
+        Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
+        values.nextValue();
+        values.changeValue("");
+        EXPECT_EQ(2, values.valueCount());
+        values.addValue("");
+        EXPECT_EQ(3, values.valueCount());
+    }
+    EXPECT_EQ(",,3,", valuesOf(store_, "s", "b"));
+    store_.store(nullptr);
+    EXPECT_NE(std::string::npos, directory_.read("conf").find("b = \nb = \nb = 3\n"));
+    store_.reload(nullptr);
+    EXPECT_EQ("3,", valuesOf(store_, "s", "b"));
+    // A key without values gets none.
+    Values values(store_, "s", "empty", zPropLocalStrings, zPropIterAny);
+    values.addValue("");
+    EXPECT_EQ(0, values.isValid());
+    EXPECT_EQ(0, values.valueCount());
+}
+
 // ---- Want of memory ----------------------------------------------------------------------------
 
 TEST_F(ZPropertiesIterator, WantOfMemoryLeavesEverythingAsItWas)
@@ -517,7 +517,7 @@ TEST_F(ZPropertiesIterator, WantOfMemoryLeavesEverythingAsItWas)
     std::string const text(300, 'x');
     Values(store_, "s", "b", zPropLocalStrings, zPropIterAny);  // makes the list, which stays
     auto const check = [&] {
-        EXPECT_EQ("2,3,", valuesOf("b"));
+        EXPECT_EQ("2,3,", valuesOf(store_, "s", "b"));
         EXPECT_EQ(0, store_.exists("s", "new"));
         EXPECT_EQ(3, store_.count("s"));
         EXPECT_EQ(0, store_.isModified());

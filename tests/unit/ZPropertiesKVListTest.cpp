@@ -9,6 +9,7 @@
 #include <string>
 
 #include "FailingAllocator.h"
+#include "LocalText.h"
 
 namespace {
 
@@ -61,17 +62,24 @@ TEST(ZPropertiesKVList, TypeFixesTheKindOfStrings)
 
 TEST(ZPropertiesKVList, StringsOfTheOtherKindAreConverted)
 {
-    // What the local codeset makes of the text is what a string makes of it.
-    ZUTF8String_6_0 const text("caf\xC3\xA9");
-    ZLCString_6_0 const converted(text);
-    ZPropertiesKVList_6_0 local(zPropLocalStrings);
-    local.addItem(text, text);
-    EXPECT_STREQ(converted.getChars(), local.getItemKey(0)->getChars());
-    EXPECT_STREQ(converted.getChars(), local.getItemValue(0)->getChars());
-    ZPropertiesKVList_6_0 utf8(zPropUTF8Strings);
-    utf8.addItem(text, converted);
-    EXPECT_STREQ("caf\xC3\xA9", utf8.getItemKey(0)->getChars());
-    EXPECT_STREQ(ZUTF8String_6_0(converted).getChars(), utf8.getItemValue(0)->getChars());
+    LocalCharacter const character = localCharacter();
+    std::string const localText = "caf" + character.local;
+    std::string const utf8Text = "caf" + character.utf8;
+    ZLCString_6_0 const local(localText.c_str());
+    ZUTF8String_6_0 const utf8(utf8Text.c_str());
+    for (bool const fromLocal : {true, false}) {
+        SCOPED_TRACE(fromLocal);
+        ZAbstractString_6_0 const& given =
+            fromLocal ? static_cast<ZAbstractString_6_0 const&>(local) : utf8;
+        ZPropertiesKVList_6_0 locals(zPropLocalStrings);
+        locals.addItem(given, given);
+        EXPECT_EQ(localText, locals.getItemKey(0)->getChars());
+        EXPECT_EQ(localText, locals.getItemValue(0)->getChars());
+        ZPropertiesKVList_6_0 utf8s(zPropUTF8Strings);
+        utf8s.addItem(given, given);
+        EXPECT_EQ(utf8Text, utf8s.getItemKey(0)->getChars());
+        EXPECT_EQ(utf8Text, utf8s.getItemValue(0)->getChars());
+    }
 }
 
 TEST(ZPropertiesKVList, IndexOutsideTheListGivesNull)

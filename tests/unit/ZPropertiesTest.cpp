@@ -30,6 +30,7 @@
 #include "EachAllocation.h"
 #include "LockingProcess.h"
 #include "NotedMessages.h"
+#include "StanzaStore.h"
 #include "TestDirectory.h"
 
 namespace {
@@ -79,23 +80,6 @@ public:
     std::function<void()> onPostLoad;
 };
 
-// Writes down what it is told: "2[category]key".
-class Observer final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        EXPECT_EQ(0, change.style());
-        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
-               change.key().getChars() + " ";
-        if (action)
-            action();
-    }
-
-    std::string log;
-    std::function<void()> action;
-};
-
 // What a call raised, in one line.
 template <class Call>
 std::string raised(Call call)
@@ -126,16 +110,6 @@ std::string valueOf(ZProperties_6_0 const& store, char const* category, char con
     ZLCString_6_0 value;
     store.getValue(category, key, value, 0, "(none)");
     return value.getChars();
-}
-
-std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
-{
-    ZArrayList_6_0 values(1, 1);
-    store.getValues(category, key, values, zPropLocalStrings);
-    std::string all;
-    for (unsigned i = 0; i < values.size(); ++i)
-        all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
-    return all;
 }
 
 // The bytes of a companion file with one record for each triple.
@@ -194,7 +168,7 @@ TEST_F(ZProperties, StartsEmptyUnmodifiedAndNameless)
 TEST_F(ZProperties, CopyIsAStoreOfItsOwn)
 {
     std::string const path = load(kText);
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     ZProperties_6_0 copy(store_);
     copy.setValue("server", "port", "81");
@@ -663,6 +637,20 @@ TEST_F(ZProperties, CommentsOfSeveralLinesBecomeLines)
               raised([&] { store_.addFileComment(("#" + std::string(8190, 'x')).c_str()); }));
 }
 
+TEST_F(ZProperties, CommentsWithoutTheirMarkAreRefused)
+{
+    load("[s]\nk = a\n");
+    for (char const* comment : {"[x]", "k = b", "", " # blank first", "# one\n[x]", "# one\n"}) {
+        SCOPED_TRACE(comment);
+        EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.addFileComment(comment); }));
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { store_.addEntryComment("s", "k", comment); }));
+    }
+    EXPECT_EQ(0, store_.isModified());
+    store_.store(nullptr);
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+}
+
 TEST_F(ZProperties, ModifiedFlagFollowsChangesLoadsAndStores)
 {
     std::string const path = load(kText);
@@ -897,7 +885,7 @@ TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     std::string seen;
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     store_.onPostLoad = [&] {
         seen = valueOf(store_, "s", "k");
@@ -1297,7 +1285,7 @@ TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
 TEST_F(ZProperties, ObserversAreToldOfChanges)
 {
     load(kText);
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     store_.setValue("s", "a", "1");
     store_.setIntegerValue("s", "b", 1);
@@ -1317,7 +1305,7 @@ TEST_F(ZProperties, ObserversAreToldOfChanges)
 
 TEST_F(ZProperties, NoticesComeWhenTheLockIsFree)
 {
-    Observer observer;
+    NotedChanges observer;
     bool free = false;
     observer.action = [&] {
         std::thread([&] {
@@ -1340,8 +1328,8 @@ TEST_F(ZProperties, NoticesComeWhenTheLockIsFree)
 
 TEST_F(ZProperties, ObserverMayUseTheStoreAndItsObservers)
 {
-    Observer observer;
-    Observer second;
+    NotedChanges observer;
+    NotedChanges second;
     store_.addObserver(&observer);
     observer.action = [&] {
         store_.addObserver(&second);
@@ -1356,7 +1344,7 @@ TEST_F(ZProperties, ObserverMayUseTheStoreAndItsObservers)
 
 TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
 {
-    Observer observer;
+    NotedChanges observer;
     observer.action = [] { throw std::runtime_error("told"); };
     store_.addObserver(&observer);
     EXPECT_THROW(store_.setValue("s", "k", "v"), std::runtime_error);

@@ -15,7 +15,7 @@
 
 #include "EachAllocation.h"
 #include "Raised.h"
-#include "TestDirectory.h"
+#include "StanzaStore.h"
 
 namespace {
 
@@ -23,52 +23,9 @@ constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
 
 using Store = ZStanzaFileProperties_6_0;
 
-class Observer final : public ZObserverInterface_6_0 {
-public:
-    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
-    {
-        auto const& change = dynamic_cast<ZPropertyChanged_6_0 const&>(parm);
-        log += std::to_string(change.type()) + "[" + change.category().getChars() + "]" +
-               change.key().getChars() + " ";
-    }
-
-    std::string log;
-};
-
-std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
-{
-    ZArrayList_6_0 values(1, 1);
-    store.getValues(category, key, values, zPropLocalStrings);
-    std::string all;
-    for (unsigned i = 0; i < values.size(); ++i)
-        all += std::string(static_cast<ZLCString_6_0*>(values.get(i))->getChars()) + ",";
-    return all;
-}
-
-class StanzaTest : public testing::Test {
-public:
-    ~StanzaTest() noexcept override {}
-
-protected:
-    std::string load(std::string const& text)
-    {
-        std::string const path = directory_.write("conf", text);
-        store_.load(path.c_str());
-        return path;
-    }
-    std::string stored()
-    {
-        store_.store(nullptr);
-        return directory_.read("conf");
-    }
-
-    TestDirectory directory_;
-    Store store_{1};
-};
-
 }  // namespace
 
-using ZStanzaFileProperties = StanzaTest;
+using ZStanzaFileProperties = StanzaStoreTest;
 
 // ---- Files -------------------------------------------------------------------------------------
 
@@ -162,7 +119,7 @@ TEST_F(ZStanzaFileProperties, CommentsCheckTheirArguments)
 TEST_F(ZStanzaFileProperties, StanzasAreAddedAndDeleted)
 {
     load("[s]\nk = v\n# c\n[t]\nx = 1\n");
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     store_.addStanza("new");
     EXPECT_EQ(1, store_.exists("new"));
@@ -177,7 +134,7 @@ TEST_F(ZStanzaFileProperties, StanzasAreAddedAndDeleted)
 
 TEST_F(ZStanzaFileProperties, StanzaNamesAreChecked)
 {
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     for (char const* name : {static_cast<char const*>(nullptr), "", "a]b", "a\nb"}) {
         EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 65,
@@ -222,7 +179,7 @@ TEST_F(ZStanzaFileProperties, KeepsTheFirstValueInAStanzaList)
 TEST_F(ZStanzaFileProperties, AddedValuesComeBehindTheOthersOnce)
 {
     load("[s]\nk = a\nk = b\n");
-    Observer observer;
+    NotedChanges observer;
     store_.addObserver(&observer);
     store_.addValue("s", "k", "c", 0);
     store_.addValue("s", "k", "a", 0);
@@ -254,13 +211,28 @@ TEST_F(ZStanzaFileProperties, ManyValuesAreAddedWithoutDuplicates)
     ZUTF8String_6_0 const last("d");
     values.add(&last);
     store_.addValues("s", "k", values, 0);
-    EXPECT_EQ("a,b,c,d,", valuesOf(store_, "s", "k"));
+    EXPECT_EQ("a,b,,c,d,", valuesOf(store_, "s", "k"));
     store_.addValues("s", "hidden", values, 1);
-    EXPECT_EQ("b,a,c,d,", valuesOf(store_, "s", "hidden"));
+    EXPECT_EQ("b,a,,c,d,", valuesOf(store_, "s", "hidden"));
     EXPECT_EQ(1, store_.isObfuscated("s", "hidden"));
     ZArrayList_6_0 const none(1, 1);
     store_.addValues("s", "k", none, 0);
-    EXPECT_EQ("a,b,c,d,", valuesOf(store_, "s", "k"));
+    EXPECT_EQ("a,b,,c,d,", valuesOf(store_, "s", "k"));
+    // The empty one is no value once it is read from a file.
+    EXPECT_EQ("a,b,c,d,", readBack("s", "k"));
+    EXPECT_EQ("b,a,c,d,", readBack("s", "hidden"));
+}
+
+TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesMakesTheKey)
+{
+    ZArrayList_6_0 values(2, 1);
+    values.addNoCopy(new ZLCString_6_0(""));
+    store_.addValues("s", "k", values, 0);
+    EXPECT_EQ(1, store_.exists("s", "k"));
+    EXPECT_EQ("", valuesOf(store_, "s", "k"));
+    values.addNoCopy(new ZLCString_6_0("a"));
+    store_.addValues("s", "k", values, 0);
+    EXPECT_EQ("a,", valuesOf(store_, "s", "k"));
 }
 
 TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)
@@ -495,30 +467,48 @@ TEST_F(ZStanzaFileProperties, WantOfMemoryLeavesEverythingAsItWas)
 
 TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
 {
-    load("[s]\nk = a\n");
+    struct Case {
+        char const* stanza;
+        char const* key;
+        int obfuscated;
+        int values;  // that the key has before
+    };
+    Case const cases[] = {{"new", "k", 1, 0},   {"s", "new", 0, 0},   {"s", "k", 0, 1},
+                          {"s", "empty", 0, 0}, {"s", "empty", 1, 0}, {"s", "hidden", 1, 1}};
     ZArrayList_6_0 values(4, 1);
-    for (int i = 0; i < 20; ++i) {
-        ZLCString_6_0 const value(i);
-        values.add(&value);
-    }
-    unsigned long failures = 0;
-    for (unsigned long n = 1;; ++n) {
-        SCOPED_TRACE("allocation " + std::to_string(n));
-        bool raised = false;
-        FailingAllocator::failAt(n, FailingAllocator::forEver);
-        try {
-            store_.addValues("new", "k", values, 1);
-        } catch (ZOutOfMemoryException_6_0 const&) {
-            raised = true;
+    for (int i = 0; i < 20; ++i)
+        values.addNoCopy(new ZLCString_6_0(i));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.stanza) + "/" + c.key);
+        Store store(directory_.write("conf", "[s]\nk = a\nempty =\n").c_str(), 1);
+        store.setValue("s", "hidden", "h", 1);
+        store.resetModified();
+        NotedChanges observer;
+        store.addObserver(&observer);
+        int const stanzas = store.count();
+        int const keys = store.count("s");
+        unsigned long failures = 0;
+        for (unsigned long n = 1;; ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            bool raised = false;
+            FailingAllocator::failAt(n, FailingAllocator::forEver);
+            try {
+                store.addValues(c.stanza, c.key, values, c.obfuscated);
+            } catch (ZOutOfMemoryException_6_0 const&) {
+                raised = true;
+            }
+            bool const failed = FailingAllocator::stop();
+            ASSERT_EQ(failed, raised);
+            if (!failed)
+                break;
+            ++failures;
+            ASSERT_EQ("", observer.log);
+            ASSERT_EQ(stanzas, store.count());
+            ASSERT_EQ(keys, store.count("s"));
+            ASSERT_EQ(c.values, store.numValues(c.stanza, c.key));
+            ASSERT_EQ(0, store.isModified());
         }
-        bool const failed = FailingAllocator::stop();
-        ASSERT_EQ(failed, raised);
-        if (!failed)
-            break;
-        ++failures;
-        ASSERT_EQ(0, store_.exists("new"));
-        ASSERT_EQ(0, store_.isModified());
+        EXPECT_LT(20u, failures);
+        EXPECT_EQ(20 + c.values, store.numValues(c.stanza, c.key));
     }
-    EXPECT_LT(0u, failures);
-    EXPECT_EQ(20, store_.numValues("new", "k"));
 }
