@@ -11,23 +11,31 @@
 #include <mutex>
 #include <vector>
 
+#include "ZLock_p.h"
+
 namespace {
 
 constexpr int kFirstDescriptor = 3;
+constexpr pthread_t kNobody = ~pthread_t{0};
+constexpr int kLongestRing = 16;  // of threads that wait for one another
 
-// A range that a reference holds.
-struct Held {
+// A range that a reference holds, or that it waits for.
+struct Range {
     ZSharedFile const* user;
     pthread_t thread;
     short type;
     off_t start;
     off_t length;
-};
+    bool waits;           // for other users of this process
+    bool joined = false;  // `thread` has been counted with join()
 
-bool sameRange(Held const& held, off_t start, off_t length)
-{
-    return held.start == start && held.length == length;
-}
+    // Ranges of one file are the same or do not overlap.
+    bool is(off_t otherStart, off_t otherLength) const
+    {
+        return start == otherStart && length == otherLength;
+    }
+    bool overlaps(Range const& other) const { return is(other.start, other.length); }
+};
 
 int openRetrying(char const* path, int flags, mode_t mode)
 {
@@ -38,7 +46,8 @@ int openRetrying(char const* path, int flags, mode_t mode)
     return fd;
 }
 
-int setLock(int fd, short type, off_t start, off_t length)
+// Locks or unlocks with `command`, F_SETLK or F_SETLKW. Only waiting ends at a signal.
+int setLock(int fd, int command, short type, off_t start, off_t length)
 {
     struct flock range = {};
     range.l_type = type;
@@ -47,8 +56,8 @@ int setLock(int fd, short type, off_t start, off_t length)
     range.l_len = length;
     int rc;
     do {
-        rc = fcntl(fd, F_SETLK, &range);
-    } while (rc < 0 && errno == EINTR);
+        rc = fcntl(fd, command, &range);
+    } while (rc < 0 && errno == EINTR && command == F_SETLK);
     return rc < 0 ? errno : 0;
 }
 
@@ -59,7 +68,15 @@ int kindError(struct stat const& status)
     return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
 }
 
+std::atomic<unsigned> forks{0};
+
 }  // namespace
+
+unsigned zforkMark()
+{
+    static bool const counts = pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0;
+    return counts ? forks.load(std::memory_order_relaxed) : static_cast<unsigned>(getpid());
+}
 
 // All fields are guarded by the table's mutex.
 struct ZSharedFile::Entry {
@@ -69,19 +86,20 @@ struct ZSharedFile::Entry {
     int fd = -1;                   // the descriptor in use
     bool writable = false;         // it was opened for writing too
     std::vector<int> descriptors;  // every descriptor of the inode, `fd` among them
-    std::vector<Held> held;
-    int waitingWriters = 0;  // they go before readers that come later
+    std::vector<Range> ranges;
 };
 
 namespace {
 
+using Entry = ZSharedFile::Entry;
+
 struct Table {
-    pid_t const owner = getpid();
+    unsigned const forks = zforkMark();
     std::mutex mutex;
     std::condition_variable released;
-    std::vector<std::unique_ptr<ZSharedFile::Entry>> entries;
+    std::vector<std::unique_ptr<Entry>> entries;
 
-    ZSharedFile::Entry* find(struct stat const& status)
+    Entry* find(struct stat const& status)
     {
         for (auto const& entry : entries)
             if (entry->device == status.st_dev && entry->inode == status.st_ino)
@@ -89,30 +107,91 @@ struct Table {
         return nullptr;
     }
 
-    // Returns whether `user` must wait for the range.
-    bool blocked(ZSharedFile::Entry const& entry, short type, off_t start, off_t length) const
+    static bool holds(Entry const& entry, Range const& wanted)
     {
-        pthread_t const self = pthread_self();
-        bool holdsOne = false;
-        for (Held const& held : entry.held) {
-            if (!sameRange(held, start, length))
-                continue;
-            if (type == F_WRLCK || held.type == F_WRLCK)
+        for (Range const& range : entry.ranges)
+            if (!range.waits && range.overlaps(wanted) &&
+                pthread_equal(range.thread, wanted.thread))
                 return true;
-            holdsOne = holdsOne || pthread_equal(held.thread, self);
-        }
-        return type == F_RDLCK && entry.waitingWriters > 0 && !holdsOne;
+        return false;
     }
 
-    // Takes back the held range at `index`; the record lock goes with its last holder.
-    static void release(ZSharedFile::Entry& entry, size_t index)
+    // Returns whether `wanted` has to wait for `range`. Writers that wait go before readers that
+    // come later, except for a reader that has the range already: the writer waits for that one.
+    static bool standsInTheWay(Entry const& entry, Range const& range, Range const& wanted)
     {
-        Held const range = entry.held[index];
-        entry.held.erase(entry.held.begin() + static_cast<std::ptrdiff_t>(index));
-        for (Held const& other : entry.held)
-            if (sameRange(other, range.start, range.length))
-                return;
-        setLock(entry.fd, F_UNLCK, range.start, range.length);
+        if (!range.overlaps(wanted))
+            return false;
+        if (!range.waits)
+            return wanted.type == F_WRLCK || range.type == F_WRLCK;
+        return wanted.type == F_RDLCK && range.type == F_WRLCK && !holds(entry, wanted);
+    }
+
+    static bool blocked(Entry const& entry, Range const& wanted)
+    {
+        for (Range const& range : entry.ranges)
+            if (standsInTheWay(entry, range, wanted))
+                return true;
+        return false;
+    }
+
+    // Returns whether `self` would wait for itself: it holds the range, or who stands in its way
+    // waits in this process for what `self` holds, and so on.
+    bool closesRing(Entry const& entry, pthread_t self, Range const& wanted, int depth = 0) const
+    {
+        if (depth == kLongestRing)
+            return false;
+        for (Range const& range : entry.ranges) {
+            if (!standsInTheWay(entry, range, wanted))
+                continue;
+            if (pthread_equal(range.thread, self))
+                return true;
+            for (auto const& other : entries)
+                for (Range const& next : other->ranges)
+                    if (next.waits && pthread_equal(next.thread, range.thread) &&
+                        closesRing(*other, self, next, depth + 1))
+                        return true;
+        }
+        return false;
+    }
+
+    // Takes back the range at `index`; the record lock goes with its last holder. A failure to
+    // release the record lock changes nothing and is returned.
+    static int release(Entry& entry, size_t index)
+    {
+        Range const range = entry.ranges[index];
+        bool last = true;
+        for (size_t i = 0; i < entry.ranges.size(); ++i)
+            if (i != index && !entry.ranges[i].waits && entry.ranges[i].overlaps(range))
+                last = false;
+        if (last)
+            if (int const error = setLock(entry.fd, F_SETLK, F_UNLCK, range.start, range.length))
+                return error;
+        erase(entry, index);
+        return 0;
+    }
+
+    // Takes back the range at `index` whatever becomes of the record lock.
+    static void drop(Entry& entry, size_t index)
+    {
+        if (release(entry, index) != 0)
+            erase(entry, index);
+    }
+
+    static void erase(Entry& entry, size_t index)
+    {
+        entry.ranges.erase(entry.ranges.begin() + static_cast<std::ptrdiff_t>(index));
+    }
+
+    // Returns where the range stands that a thread has added last for `wanted`.
+    static size_t indexOf(Entry const& entry, Range const& wanted)
+    {
+        size_t i = entry.ranges.size();
+        do {
+            --i;
+        } while (entry.ranges[i].user != wanted.user || !entry.ranges[i].overlaps(wanted) ||
+                 !pthread_equal(entry.ranges[i].thread, wanted.thread));
+        return i;
     }
 };
 
@@ -122,7 +201,7 @@ Table& table()
 {
     static std::atomic<Table*> current{nullptr};
     Table* found = current.load(std::memory_order_acquire);
-    while (found == nullptr || found->owner != getpid()) {
+    while (found == nullptr || found->forks != zforkMark()) {
         auto made = std::make_unique<Table>();
         if (current.compare_exchange_strong(found, made.get(), std::memory_order_acq_rel))
             return *made.release();
@@ -146,6 +225,7 @@ int zopenPrivate(char const* path, int flags, mode_t mode)
 
 int ZSharedFile::open(char const* path, int flags, mode_t mode)
 {
+    ZCancelGuard const uncancelled;
     close();
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -154,8 +234,9 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     // What is no regular file is not even opened: opening a device may do something. And a file
     // that is open already is not opened again, see above.
     struct stat status;
+    bool const asksFirst = (flags & O_NONBLOCK) == 0 || !files.entries.empty();
     bool const follows = (flags & O_NOFOLLOW) == 0;
-    if ((follows ? stat(path, &status) : lstat(path, &status)) == 0) {
+    if (asksFirst && (follows ? stat(path, &status) : lstat(path, &status)) == 0) {
         bool const link = S_ISLNK(status.st_mode);
         if (int const error = link ? ELOOP : kindError(status))
             return error;
@@ -221,6 +302,7 @@ void ZSharedFile::close()
 {
     if (entry_ == nullptr)
         return;
+    ZCancelGuard const uncancelled;
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     auto const at = std::find_if(files.entries.begin(), files.entries.end(),
@@ -229,10 +311,9 @@ void ZSharedFile::close()
         entry_ = nullptr;
         return;
     }
-    auto& held = entry_->held;
-    for (size_t i = held.size(); i-- > 0;)
-        if (held[i].user == this)
-            files.release(*entry_, i);
+    for (size_t i = entry_->ranges.size(); i-- > 0;)
+        if (entry_->ranges[i].user == this)
+            Table::drop(*entry_, i);
     if (--entry_->users == 0) {
         for (int fd : entry_->descriptors)
             ::close(fd);
@@ -242,44 +323,123 @@ void ZSharedFile::close()
     files.released.notify_all();
 }
 
+void ZSharedFile::abandon()
+{
+    if (entry_ == nullptr)
+        return;
+    std::lock_guard<std::mutex> guard(table().mutex);
+    for (Range& range : entry_->ranges)
+        if (range.user == this)
+            range.user = nullptr;
+    entry_ = nullptr;
+}
+
 int ZSharedFile::lock(short type, off_t start, off_t length)
+{
+    return lockWith(F_SETLK, type, start, length);
+}
+
+int ZSharedFile::lockWaiting(short type, off_t start, off_t length)
+{
+    return lockWith(F_SETLKW, type, start, length);
+}
+
+int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
 {
     Table& files = table();
     std::unique_lock<std::mutex> guard(files.mutex);
     Entry& entry = *entry_;
-    pthread_t const self = pthread_self();
-    for (Held const& held : entry.held)
-        if (sameRange(held, start, length) && pthread_equal(held.thread, self) &&
-            (type == F_WRLCK || held.type == F_WRLCK))
-            return EDEADLK;
-    if (type == F_WRLCK)
-        ++entry.waitingWriters;
-    files.released.wait(guard, [&] { return !files.blocked(entry, type, start, length); });
-    if (type == F_WRLCK)
-        --entry.waitingWriters;
-    try {
-        entry.held.reserve(entry.held.size() + 1);
-    } catch (...) {
-        files.released.notify_all();  // readers may have stood back for this writer
-        throw;
-    }
-    int const error = setLock(entry.fd, type, start, length);
-    if (error == 0)
-        entry.held.push_back({this, self, type, start, length});
-    else
-        files.released.notify_all();
+    Range const wanted = {this, pthread_self(), type, start, length, true};
+    if (files.closesRing(entry, wanted.thread, wanted))
+        return EDEADLK;
+    entry.ranges.push_back(wanted);
+
+    // Takes the range back unless it is locked in the end: a wait can fail or be cancelled.
+    struct Undo {
+        Table& files;
+        Entry& entry;
+        Range const& wanted;
+        std::unique_lock<std::mutex>& guard;
+        bool done = false;
+        ~Undo()
+        {
+            if (done)
+                return;
+            if (!guard.owns_lock())
+                guard.lock();
+            Table::drop(entry, Table::indexOf(entry, wanted));
+            files.released.notify_all();  // readers may have stood back for this writer
+        }
+    } undo{files, entry, wanted, guard};
+
+    files.released.wait(guard, [&] { return !Table::blocked(entry, wanted); });
+    entry.ranges[Table::indexOf(entry, wanted)].waits = false;
+    int const fd = entry.fd;
+    if (command == F_SETLKW)  // others must be able to release meanwhile
+        guard.unlock();
+    int const error = setLock(fd, command, type, start, length);
+    undo.done = error == 0;
     return error;
 }
 
-void ZSharedFile::unlock(off_t start, off_t length)
+int ZSharedFile::unlock(off_t start, off_t length)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
-    auto& held = entry_->held;
-    for (size_t i = held.size(); i-- > 0;)
-        if (held[i].user == this && sameRange(held[i], start, length))
-            files.release(*entry_, i);
+    int error = 0;
+    for (size_t i = entry_->ranges.size(); i-- > 0;)
+        if (entry_->ranges[i].user == this && entry_->ranges[i].is(start, length)) {
+            int const failed = Table::release(*entry_, i);
+            error = error == 0 ? failed : error;
+        }
     files.released.notify_all();
+    return error;
+}
+
+void ZSharedFile::join(off_t start, off_t length)
+{
+    std::lock_guard<std::mutex> guard(table().mutex);
+    pthread_t const self = pthread_self();
+    for (Range& range : entry_->ranges)
+        if (range.user == this && range.is(start, length) && !range.joined &&
+            (pthread_equal(range.thread, self) || pthread_equal(range.thread, kNobody))) {
+            range.thread = self;
+            range.joined = true;
+            return;
+        }
+    entry_->ranges.push_back({this, self, F_RDLCK, start, length, false, true});
+}
+
+void ZSharedFile::leave(off_t start, off_t length)
+{
+    std::lock_guard<std::mutex> guard(table().mutex);
+    auto& ranges = entry_->ranges;
+    pthread_t const self = pthread_self();
+    size_t count = 0;
+    size_t leaving = ranges.size();
+    for (size_t i = 0; i < ranges.size(); ++i)
+        if (ranges[i].user == this && ranges[i].is(start, length)) {
+            ++count;
+            if (ranges[i].joined && pthread_equal(ranges[i].thread, self))
+                leaving = i;
+        }
+    if (leaving == ranges.size())
+        return;
+    if (count > 1) {
+        Table::erase(*entry_, leaving);
+    } else {
+        ranges[leaving].thread = kNobody;
+        ranges[leaving].joined = false;
+    }
+}
+
+bool ZSharedFile::isNamed(char const* path) const
+{
+    struct stat status;
+    if (stat(path, &status) != 0)
+        return errno != ENOENT;
+    // The identity of an entry never changes.
+    return status.st_dev == entry_->device && status.st_ino == entry_->inode;
 }
 
 int ZSharedFile::descriptor() const

@@ -1,6 +1,6 @@
 // ZSharedFile: the process-wide table of the files that are open for locking, one entry per inode.
 //
-// Subsystem: properties.  Stands on: nothing of the library.
+// Subsystem: process locks.  Stands on: nothing of the library.
 //
 // Record locks belong to a process and an inode, and closing any descriptor of the inode drops
 // them all:
@@ -32,8 +32,9 @@ public:
     ~ZSharedFile() { close(); }
 
     /// Opens `path` as open() does, or shares what is open already, and returns 0.
-    /// range   `flags`: O_RDONLY or O_RDWR, with O_CREAT, O_EXCL and O_NOFOLLOW if wanted. Nothing
-    ///         but regular files is opened.
+    /// range   `flags`: O_RDONLY or O_RDWR, with O_CREAT, O_EXCL, O_NOFOLLOW and O_SYNC if wanted.
+    ///         Nothing but regular files is opened; with O_NONBLOCK, what is none may be opened and
+    ///         closed again.
     /// codes   errno of the call that failed; EISDIR for a directory, EINVAL for what is no regular
     ///         file either.
     /// throws  std::bad_alloc.
@@ -51,8 +52,30 @@ public:
     /// throws  std::bad_alloc.
     int lock(short type, off_t start, off_t length);
 
-    /// Releases a range locked with lock().
-    void unlock(off_t start, off_t length);
+    /// Locks as lock() does; other processes are waited for too. A wait for them ends with the
+    /// cancellation of the thread, too.
+    /// codes   EDEADLK also when fcntl() says so; EINTR after a signal, while another process
+    ///         holds the range.
+    /// throws  std::bad_alloc.
+    int lockWaiting(short type, off_t start, off_t length);
+
+    /// Releases a range and returns 0. Ranges that are not locked are no failure.
+    /// codes   errno of fcntl(); the range is still locked.
+    int unlock(off_t start, off_t length);
+
+    /// Counts the calling thread among those that hold a range which this reference has locked for
+    /// reading.
+    /// throws  std::bad_alloc.
+    void join(off_t start, off_t length);
+
+    /// Counts it out again; the range stays locked.
+    void leave(off_t start, off_t length);
+
+    /// Forgets the file. It stays open, and locked, until the process ends.
+    void abandon();
+
+    /// Returns whether `path` still means the file.
+    bool isNamed(char const* path) const;
 
     bool isOpen() const { return entry_ != nullptr; }
 
@@ -63,8 +86,13 @@ public:
     struct Entry;  // ZSharedFile.cpp
 
 private:
+    int lockWith(int command, short type, off_t start, off_t length);
+
     Entry* entry_ = nullptr;
 };
+
+/// Returns a number that is another one in every child made by fork(), without a system call.
+unsigned zforkMark();
 
 /// Opens a file that is never locked and returns its descriptor, at least 3, so that nothing that
 /// is meant for standard output or standard error ever gets into it; -1 with errno when it fails.
