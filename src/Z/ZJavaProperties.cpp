@@ -15,6 +15,7 @@
 #include "ZArray_p.h"
 #include "ZException.h"
 #include "ZHashMap_p.h"
+#include "ZJavaProperties_p.h"
 #include "ZLock_p.h"
 #include "ZStoreFile_p.h"
 #include "zqvrutil.h"
@@ -32,6 +33,7 @@ enum RaiseSite {
     raiseForReadLock = 166,
     raiseInLoad = 180,
     raiseInSetValue = 205,
+    raiseInListKeys = 220,
     raiseForReadError = 291,
     raiseForState = 310,
     raiseForPath = 352,
@@ -260,6 +262,7 @@ struct ZJavaProperties_6_0::Rep {
 
     void addRead();
 
+    ReadText::Room room;
     HashTable entries{kCapacity, 1};
     std::vector<Entry> read;  // by the load that is running, in the order of the file
 };
@@ -328,8 +331,10 @@ void ZJavaProperties_6_0::getValue(ZAbstractString_6_0 const& key,
         out.clear();
 }
 
-void ZJavaProperties_6_0::listKeys(ZList_6_0& target) const
+void ZJavaProperties_6_0::listKeys(ZArrayList_6_0& target) const
 {
+    if (target.ownsMembers() == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInListKeys);
     addAllOrNothing(target, [&] {
         rep_->entries.forEach([&](HashTable::Node const& node) { target.add(node.key); });
     });
@@ -440,8 +445,9 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
 
 void ZJavaProperties_6_0::storeEntry()
 {
-    auto key = std::make_unique<ZUTF8String_6_0>(key_);
-    auto value = std::make_unique<ZUTF8String_6_0>(value_);
+    std::unique_ptr<ReadText> key(ReadText::make(rep_->room, key_.getChars(), key_.getLength()));
+    std::unique_ptr<ReadText> value(
+        ReadText::make(rep_->room, value_.getChars(), value_.getLength()));
     uint32_t const hash = key->hash();
     rep_->read.push_back(Rep::Entry{std::move(key), std::move(value), hash, nullptr});
 }

@@ -84,8 +84,9 @@ public:
     void getValue(ZAbstractString_6_0 const& key, ZAbstractMutableString_6_0& out) const;
 
     /// Adds the keys to `target`, in the order of a ZHashKeyMap_6_0 of capacity 10.
-    /// owns    as `target.add()` does.
-    void listKeys(ZList_6_0& target) const;
+    /// owns    `target` gets strings of its own.
+    /// throws  ZInvalidParameterException_6_0 when `target` does not own its members.
+    void listKeys(ZArrayList_6_0& target) const;
 
     /// Returns the value of a hexadecimal digit, -1 for anything else.
     static int hexConv(char digit);

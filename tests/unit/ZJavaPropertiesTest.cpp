@@ -1,4 +1,3 @@
-#include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZJavaProperties.h>
 #include <Z/ZLCString.h>
@@ -10,10 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <map>
 #include <string>
 #include <string_view>
 
+#include "JavaEntries.h"
 #include "LockingProcess.h"
 #include "Raised.h"
 #include "TestDirectory.h"
@@ -23,38 +22,12 @@ namespace {
 constexpr char kSource[] = "src/Z/ZJavaProperties";
 
 using Store = ZJavaProperties_6_0;
-using Entries = std::map<std::string, std::string>;
-
-std::string textOf(ZAbstractString_6_0 const& string)
-{
-    return {string.getChars(), string.getLength()};
-}
-
-Entries entriesOf(Store const& store)
-{
-    ZArrayList_6_0 keys(10, 0);
-    store.listKeys(keys);
-    Entries entries;
-    for (unsigned i = 0; i < keys.size(); ++i) {
-        auto const& key = static_cast<ZAbstractString_6_0 const&>(*keys.get(i));
-        ZUTF8String_6_0 value;
-        store.getValue(key, value);
-        entries[textOf(key)] = textOf(value);
-    }
-    return entries;
-}
-
-void set(Store& store, std::string const& key, std::string const& value)
-{
-    store.setValue(ZUTF8String_6_0(key.data(), static_cast<unsigned>(key.size())),
-                   ZUTF8String_6_0(value.data(), static_cast<unsigned>(value.size())));
-}
 
 std::string get(Store const& store, char const* key)
 {
     ZUTF8String_6_0 value;
     store.getValue(ZUTF8String_6_0(key), value);
-    return textOf(value);
+    return bytesOf(value);
 }
 
 // Reads a text from a file and from a stream, which must come to the same, and returns what that
@@ -65,14 +38,14 @@ Entries readOf(std::string const& text, char const* stopKey = nullptr, Entries c
     std::string const path = directory.write("f", text);
     Store fromFile;
     for (auto const& [key, value] : before)
-        set(fromFile, key, value);
+        setBytes(fromFile, key, value);
     EXPECT_EQ(1, fromFile.load(path.c_str(), stopKey));
     if (stopKey != nullptr)
         return entriesOf(fromFile);
 
     Store fromStream;
     for (auto const& [key, value] : before)
-        set(fromStream, key, value);
+        setBytes(fromStream, key, value);
     FILE* const stream = fopen(path.c_str(), "r");
     EXPECT_EQ(1, fromStream.loadProperties(stream, path.c_str()));
     fclose(stream);
@@ -85,7 +58,7 @@ std::string writtenOf(std::string const& key, std::string const& value)
 {
     TestDirectory const directory(TestDirectory::Place::memory);
     Store store;
-    set(store, key, value);
+    setBytes(store, key, value);
     store.store(directory.at("f").c_str());
     std::string const text = directory.read("f");
     EXPECT_EQ("#\n", text.substr(0, 2));
@@ -162,7 +135,7 @@ TEST(ZJavaProperties, KeepsTheEntryBeforeAnEmptyFile)
     std::string const empty = directory.write("empty", "");
     Store store;
     store.load(file.c_str(), "b");
-    set(store, "b", "3");
+    setBytes(store, "b", "3");
     store.load(empty.c_str());
     EXPECT_EQ("3", get(store, "b"));
     store.load(empty.c_str(), "a");

@@ -1,0 +1,99 @@
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <new>
+
+#include "ZException.h"
+#include "ZJavaProperties_p.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZJavaProperties";
+
+// The number each raise site puts into its report. Log scanners match on it, so it belongs
+// to the site and does not follow the line when the file is edited.
+enum RaiseSite { raiseForRoom = 190, raiseInSetChars = 195 };
+
+// A piece begins at a multiple of this, and leaves room before the next one for what the heap
+// writes there: so they lie side by side.
+constexpr size_t kAlignment = 4096;
+constexpr size_t kPieceSize = kAlignment - 2 * sizeof(void*);
+
+constexpr size_t roundedUp(size_t size, size_t unit)
+{
+    return (size + unit - 1) / unit * unit;
+}
+
+}  // namespace
+
+// A piece is told from the address of a text in it: that begins before the next multiple of the
+// alignment. The piece goes with the last of its users: the texts in it, and the room that is
+// filling it.
+struct ReadText::Room::Piece {
+    static Piece* of(void* place)
+    {
+        return reinterpret_cast<Piece*>(reinterpret_cast<uintptr_t>(place) & ~(kAlignment - 1));
+    }
+    static Piece* make(size_t size)
+    {
+        void* block = nullptr;
+        if (posix_memalign(&block, kAlignment, size) != 0)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseForRoom);
+        return ::new (block) Piece{sizeof(Piece), size, 1};
+    }
+    void release()
+    {
+        if (--users == 0)
+            free(this);
+    }
+
+    size_t used;  // bytes, with the piece's head
+    size_t size;
+    size_t users;
+};
+
+ReadText::Room::~Room()
+{
+    if (piece_ != nullptr)
+        piece_->release();
+}
+
+void* ReadText::Room::take(size_t size)
+{
+    if (piece_ == nullptr || piece_->size - piece_->used < size) {
+        Piece* const next = Piece::make(std::max(sizeof(Piece) + size, kPieceSize));
+        if (piece_ != nullptr)
+            piece_->release();
+        piece_ = next;
+    }
+    void* const place = reinterpret_cast<char*>(piece_) + piece_->used;
+    piece_->used += size;
+    ++piece_->users;
+    return place;
+}
+
+ReadText* ReadText::make(Room& room, char const* bytes, uint32_t length)
+{
+    size_t const size = roundedUp(sizeof(ReadText) + length + 1, alignof(ReadText));
+    auto* const text = ::new (room.take(size)) ReadText(length);
+    char* const chars = reinterpret_cast<char*>(text + 1);
+    memcpy(chars, bytes, length);
+    chars[length] = '\0';
+    return text;
+}
+
+void ReadText::operator delete(void* place) noexcept
+{
+    Room::Piece::of(place)->release();
+}
+
+ZUTF8String_6_0* ReadText::clone() const
+{
+    return new ZUTF8String_6_0(getChars(), length_);
+}
+
+ZAbstractString_6_0& ReadText::setChars(ZAbstractString_6_0 const&)
+{
+    ZUnsupportedException_6_0().throwException(kSource, raiseInSetChars);
+}
