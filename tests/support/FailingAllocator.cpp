@@ -33,6 +33,18 @@ void __libc_free(void*);
 #endif
 }
 
+#ifdef UNDER_SANITIZER
+// A leak checker knows the loader's own blocks by their caller, and that is malloc() below now.
+extern "C" char const* __lsan_default_suppressions()
+{
+    return "leak:_dl_map_object\nleak:add_to_global_resize\n";
+}
+extern "C" char const* __lsan_default_options()
+{
+    return "print_suppressions=0";
+}
+#endif
+
 // The replacements run before a sanitizer is ready, so they must not be instrumented.
 #define PLAIN __attribute__((no_sanitize("address"), no_sanitize("thread")))
 

@@ -164,37 +164,28 @@ TEST(zhex_dump, WhatTheStreamThrowsLeavesTheNextDumpToOthers)
 
 TEST(zhex_dump, ACancelledThreadFinishesItsDump)
 {
-    struct Shared {
-        std::vector<unsigned char> bytes = someBytes(100);
-        std::string dump;
-        bool isCancelled = true;
-    } shared;
+    static std::vector<unsigned char> const bytes = someBytes(100);
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* const stream = open_memstream(&text, &size);
     pthread_t thread;
     ASSERT_EQ(0, pthread_create(
                      &thread, nullptr,
                      [](void* argument) -> void* {
-                         auto& its = *static_cast<Shared*>(argument);
-                         char* text = nullptr;
-                         size_t size = 0;
-                         FILE* const stream = open_memstream(&text, &size);
                          pthread_cancel(pthread_self());
-                         zhex_dump_6_0(stream, 100, its.bytes.data(), "title");
-                         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-                         fclose(stream);
-                         its.dump.assign(text, size);
-                         free(text);
-                         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+                         zhex_dump_6_0(static_cast<FILE*>(argument), 100, bytes.data(), "title");
                          pthread_testcancel();
-                         its.isCancelled = false;
                          return nullptr;
                      },
-                     &shared));
-    void* result = nullptr;
-    ASSERT_EQ(0, pthread_join(thread, &result));
-    EXPECT_EQ(PTHREAD_CANCELED, result);
-    EXPECT_TRUE(shared.isCancelled);
-    EXPECT_EQ(slowDumpOf(100, shared.bytes.data(), "title"), shared.dump);
-    EXPECT_EQ(shared.dump, dumpOf(100, shared.bytes.data(), "title"));  // the lock is free
+                     stream));
+    void* end = nullptr;
+    ASSERT_EQ(0, pthread_join(thread, &end));
+    fclose(stream);
+    std::string const dump(text, size);
+    free(text);
+    EXPECT_EQ(PTHREAD_CANCELED, end);
+    EXPECT_EQ(slowDumpOf(100, bytes.data(), "title"), dump);
+    EXPECT_EQ(dump, dumpOf(100, bytes.data(), "title"));  // the lock is free
 }
 
 TEST(zhex_dump, DumpsOfSeveralThreadsDoNotMix)
