@@ -29,6 +29,9 @@ constexpr size_t kMaxLength = 0xFFFFFFFE;  // one byte less than what 32 bits co
 constexpr size_t kForeign = SIZE_MAX;
 constexpr size_t kLongestCharacter = qvrMbLenMax;
 
+// Up to here the room of a text that grows is doubled. A larger block is moved without copying.
+constexpr size_t kDoubledRoom = 1 << 20;
+
 // Returns the capacity that takes over when `required` bytes do not fit.
 size_t grownCapacity(size_t required, bool exact)
 {
@@ -37,22 +40,22 @@ size_t grownCapacity(size_t required, bool exact)
     return exact ? required : std::min(required + (required + 7) / 5, kMaxLength);
 }
 
-// Returns `block`, grown or made to hold `capacity` bytes and a terminator; on a failure it is as
-// it was.
-char* allocate(void* block, size_t capacity)
+// Returns `block`, grown or made to hold `room` bytes and a terminator; on a failure it is as it
+// was.
+char* allocate(void* block, size_t room)
 {
-    void* const grown = realloc(block, capacity + 1);
+    void* const grown = realloc(block, room + 1);
     if (grown == nullptr)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
     return static_cast<char*>(grown);
 }
 
-// Returns where `bytes` stands in the `capacity` + 1 bytes at `text`, kForeign when it is not
-// one of them.
-size_t offsetIn(char const* text, size_t capacity, char const* bytes)
+// Returns where `bytes` stands in the `room` + 1 bytes at `text`, kForeign when it is not one of
+// them.
+size_t offsetIn(char const* text, size_t room, char const* bytes)
 {
     auto const offset = reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(text);
-    return offset <= capacity ? offset : kForeign;
+    return offset <= room ? offset : kForeign;
 }
 
 bool isSpace(char c)
@@ -168,26 +171,41 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::operator=(unsigned long 
 
 // ---- The buffer --------------------------------------------------------------------------------
 
+// The capacity is a number that callers see and that grows by a fifth. The buffer behind it is made
+// as malloc serves it best: as small as the first text that needs one, doubled for one that grows.
 void ZAbstractMutableString_6_0::grow(size_t required, bool exact)
 {
-    size_t const capacity = grownCapacity(required, exact);
-    bool const inside = text_ == inline_;
-    char* const text = allocate(inside ? nullptr : text_, capacity);
-    if (inside)
-        memcpy(text, inline_, length_ + size_t{1});
-    text_ = text;
+    size_t const capacity = required > capacity_ ? grownCapacity(required, exact) : capacity_;
+    if (required > room_) {
+        bool const inside = text_ == inline_;
+        size_t room = required;
+        if (!exact && (!inside || length_ > 0))
+            room = room_ < kDoubledRoom ? std::max<size_t>(capacity, size_t{2} * room_) : capacity;
+        char* const text = allocate(inside ? nullptr : text_, room);
+        if (inside)
+            memcpy(text, inline_, length_ + size_t{1});
+        text_ = text;
+        room_ = static_cast<uint32_t>(room);
+    }
     capacity_ = static_cast<uint32_t>(capacity);
 }
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::assignLong(char const* bytes, size_t n)
 {
-    // The old text is not needed, unless `bytes` are part of it: it goes last.
-    size_t const capacity = grownCapacity(n, false);
-    char* const text = allocate(nullptr, capacity);
-    memcpy(text, bytes, n);
-    if (text_ != inline_)
-        release(text_);
-    text_ = text;
+    size_t const capacity = n > capacity_ ? grownCapacity(n, false) : capacity_;
+    if (n <= room_) {
+        memmove(text_, bytes, n);
+    } else {
+        // The old text is not needed, unless `bytes` are part of it: it goes last.
+        bool const inside = text_ == inline_;
+        size_t const room = inside ? n : capacity;
+        char* const text = allocate(nullptr, room);
+        memcpy(text, bytes, n);
+        if (!inside)
+            release(text_);
+        text_ = text;
+        room_ = static_cast<uint32_t>(room);
+    }
     capacity_ = static_cast<uint32_t>(capacity);
     end(n);
     return *this;
@@ -195,7 +213,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::assignLong(char const* b
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::appendLong(char const* bytes, size_t n)
 {
-    size_t const own = offsetIn(text_, capacity_, bytes);
+    size_t const own = offsetIn(text_, room_, bytes);
     bump(length_ + n, false);
     memmove(text_ + length_, own == kForeign ? bytes : text_ + own, n);
     end(length_ + n);
@@ -214,6 +232,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::take(ZAbstractMutableStr
     text_ = result.text_;
     length_ = result.length_;
     capacity_ = result.capacity_;
+    room_ = result.room_;
     result.init();
     return *this;
 }
@@ -394,7 +413,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::prepend(char const* text
 
     char* const target = capacity > kDefaultLength ? allocate(nullptr, capacity) : inline_;
     char* const old = text_;
-    size_t const own = offsetIn(old, capacity_, text);
+    size_t const own = offsetIn(old, room_, text);
     if (target == old) {
         memmove(old + n, old, length_);
         memmove(old, own == kForeign ? text : text + n, n);
@@ -406,6 +425,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::prepend(char const* text
     }
     text_ = target;
     capacity_ = static_cast<uint32_t>(capacity);
+    room_ = capacity_;
     end(total);
     return *this;
 }
@@ -415,7 +435,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::insert(unsigned int pos,
     if (text == nullptr || pos > length_)
         return *this;
     size_t const n = strlen(text);
-    size_t const own = offsetIn(text_, capacity_, text);
+    size_t const own = offsetIn(text_, room_, text);
     bump(length_ + n, false);
     memmove(text_ + pos + n, text_ + pos, length_ - pos);
     if (own == kForeign) {

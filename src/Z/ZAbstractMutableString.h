@@ -26,7 +26,7 @@ public:
     ZAbstractMutableString_6_0(char const* text)
     {
         init();
-        append(text);
+        setChars(text);
     }
 
     /// Makes a string of `length` bytes.
@@ -34,7 +34,7 @@ public:
     ZAbstractMutableString_6_0(char const* text, unsigned int length)
     {
         init();
-        append(text, length);
+        setChars(text, length);
     }
 
     explicit ZAbstractMutableString_6_0(char c)
@@ -52,7 +52,7 @@ public:
     ZAbstractMutableString_6_0(ZAbstractMutableString_6_0 const& other) : ZAbstractString_6_0(other)
     {
         init();
-        append(other.text_, other.length_);
+        assign(other.text_, other.length_);
     }
 
     // Assignment replaces the contents; numbers are written in decimal, a null text changes
@@ -238,6 +238,7 @@ protected:
         text_ = inline_;
         length_ = 0;
         capacity_ = kDefaultLength;
+        room_ = kDefaultLength;
         inline_[0] = 0;
     }
 
@@ -246,14 +247,14 @@ protected:
     /// throws  ZOutOfMemoryException_6_0 when there is no memory, or a length does not fit.
     void bump(size_t required, bool exact)
     {
-        if (required > capacity_)
+        if (!fits(required))
             grow(required, exact);
     }
 
     /// Replaces the contents with `n` bytes, which may be the string's own.
     ZAbstractMutableString_6_0& assign(char const* bytes, size_t n)
     {
-        if (n > capacity_)
+        if (!fits(n))
             return assignLong(bytes, n);
         memmove(text_, bytes, n);
         end(n);
@@ -263,7 +264,7 @@ protected:
     /// Appends `n` bytes, which may be the string's own.
     ZAbstractMutableString_6_0& appendBytes(char const* bytes, size_t n)
     {
-        if (n > capacity_ - length_)
+        if (!fits(length_ + n))
             return appendLong(bytes, n);
         memmove(text_ + length_, bytes, n);
         end(length_ + n);
@@ -282,6 +283,9 @@ protected:
 private:
     static constexpr unsigned int kDefaultLength = 95;
 
+    // Whether a text of `length` bytes changes neither the capacity nor the buffer.
+    bool fits(size_t length) const { return length <= capacity_ && length <= room_; }
+
     void end(size_t length)
     {
         length_ = static_cast<uint32_t>(length);
@@ -296,6 +300,8 @@ private:
 
     char* text_;         // the inline buffer, or an owned one
     uint32_t length_;    // bytes of text, at most the capacity
-    uint32_t capacity_;  // bytes of text that fit; the buffer holds one more
+    uint32_t capacity_;  // bytes of text that the string says it has room for
     char inline_[kDefaultLength + 1];
+    uint32_t room_;  // bytes of text that fit into the buffer, which holds one more: fewer than the
+                     // capacity after the first text that needs one, more while the text grows
 };

@@ -5,6 +5,7 @@
 #include <Z/ZUTF8String.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <qvr.h>
 
 #include <climits>
@@ -166,6 +167,56 @@ TYPED_TEST(ZAbstractMutableString, Byte96MovesTheTextToTheHeap)
     string.clear();
     EXPECT_EQ(grown(117), string.getCapacity());
     EXPECT_STREQ("", string.getChars());
+}
+
+// What the capacity says and what the buffer has room for are two things.
+TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
+{
+    for (size_t const length : {96u, 97u, 115u, 116u, 200u, 1000u}) {
+        SCOPED_TRACE(length);
+        std::string expected = filled(length);
+        TypeParam string(expected.c_str());
+        ASSERT_EQ(grown(length), string.getCapacity());
+        EXPECT_GT(length + 32, malloc_usable_size(const_cast<char*>(string.getChars())));
+        while (string.getLength() < grown(length)) {
+            string.append("y", 1);
+            expected += 'y';
+            ASSERT_EQ(expected, textOf(string));
+            ASSERT_EQ(grown(length), string.getCapacity());
+        }
+        string.append('z');
+        EXPECT_EQ(grown(grown(length) + 1), string.getCapacity());
+        EXPECT_EQ(expected + "z", textOf(string));
+
+        // Within the capacity, and more than the room: by its own text, and by others.
+        size_t const slack = grown(length) - length;
+        std::string const some = filled(slack, 's');
+        TypeParam own(filled(length).c_str());
+        own.append(own.getChars() + 1, static_cast<unsigned>(slack));
+        EXPECT_EQ(filled(grown(length)), textOf(own));
+        TypeParam inserted(filled(length).c_str());
+        inserted.insert(1, some.c_str());
+        EXPECT_EQ("x" + some + filled(length - 1), textOf(inserted));
+        TypeParam set(filled(length).c_str());
+        set.setChars(filled(grown(length), 's').c_str());
+        EXPECT_EQ(filled(grown(length), 's'), textOf(set));
+        TypeParam made(filled(length).c_str());
+        EXPECT_EQ(grown(length), made.setCapacity(static_cast<unsigned>(length) + 1));
+        for (TypeParam const* each : {&own, &inserted, &set, &made})
+            EXPECT_EQ(grown(length), each->getCapacity());
+    }
+}
+
+TYPED_TEST(ZAbstractMutableString, AGrowingTextMovesSeldom)
+{
+    TypeParam string;
+    FailingAllocator::failAt(ULONG_MAX);
+    for (int i = 0; i < 512; ++i)
+        string.append("01234567");
+    unsigned long const asked = FailingAllocator::asked();
+    FailingAllocator::stop();
+    EXPECT_EQ(4096u, string.getLength());
+    EXPECT_GT(10u, asked);
 }
 
 TYPED_TEST(ZAbstractMutableString, SetCapacityGrowsExactlyAndNeverShrinks)
