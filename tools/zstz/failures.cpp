@@ -18,11 +18,6 @@ constexpr size_t kMostShown = 60;
 constexpr char kWithoutCompanion[] =
     "put back a copy of it, or edit the line \"file = ...\" of [configuration-database] out of ";
 
-std::string text(ZLCString_6_0 const& string)
-{
-    return std::string(string.getChars(), string.getLength());
-}
-
 bool begins(std::string const& line, char c)
 {
     return !line.empty() && line[0] == c;
@@ -150,6 +145,11 @@ Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 }
 
 }  // namespace
+
+std::string text(ZLCString_6_0 const& string)
+{
+    return std::string(string.getChars(), string.getLength());
+}
 
 std::string quoted(std::string const& text)
 {

@@ -1,6 +1,8 @@
 // failures: how zstz ends and what it says then.
 #pragma once
 
+#include <Z/ZLCString.h>
+
 #include <exception>
 #include <string>
 
@@ -22,6 +24,9 @@ struct Failure {
     ExitCode code;
     std::string text;
 };
+
+/// Returns the bytes of a string of the library.
+std::string text(ZLCString_6_0 const& string);
 
 /// Returns `text` in double quotes, shortened when it is long.
 std::string quoted(std::string const& text);

@@ -1,0 +1,125 @@
+#include "stanza_file.h"
+
+#include <Z/ZArrayList.h>
+#include <ctype.h>
+
+#include <unordered_set>
+
+#include "failures.h"
+#include "survey.h"
+
+namespace {
+
+// The stanza in which a store keeps the name of the companion file.
+constexpr char kReserved[] = "configuration-database";
+
+std::string text(ZObject_6_0 const* name)
+{
+    return text(static_cast<ZLCString_6_0 const&>(*name));
+}
+
+bool isSpace(char c)
+{
+    return isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+}  // namespace
+
+LoadedFile::LoadedFile(std::string const& path) : cache_(new ZSCFData_6_0), store_(cache_)
+{
+    store_.load(path.c_str());
+}
+
+std::vector<Stanza> LoadedFile::outline() const
+{
+    std::vector<Stanza> stanzas;
+    std::unordered_set<std::string> placed;  // "stanza", "stanza\nkey"
+
+    ZArrayList_6_0 lines(64, 1);
+    cache_->getLines(lines);
+    for (unsigned i = 0; i < lines.size(); ++i) {
+        auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
+        std::string const name = text(line.text());
+        if (line.type() == ZPropLine_6_0::stanzaHead) {
+            stanzas.push_back({name, {}});
+            placed.insert(name);
+        } else if (line.type() == ZPropLine_6_0::keyLine && !stanzas.empty()) {
+            stanzas.back().keys.push_back(name);
+            placed.insert(stanzas.back().name + '\n' + name);
+        }
+    }
+
+    ZArrayList_6_0 names(64, 1);
+    cache_->getNames(names);
+    for (unsigned i = 0; i < names.size(); ++i) {
+        std::string const name = text(names.get(i));
+        if (placed.insert(name).second)
+            stanzas.push_back({name, {}});
+    }
+    for (Stanza& stanza : stanzas) {
+        ZArrayList_6_0 keys(64, 1);
+        cache_->getNames(stanza.name.c_str(), keys);
+        for (unsigned i = 0; i < keys.size(); ++i) {
+            std::string const key = text(keys.get(i));
+            if (placed.insert(stanza.name + '\n' + key).second)
+                stanza.keys.push_back(key);
+        }
+    }
+    return stanzas;
+}
+
+std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key)
+{
+    ZArrayList_6_0 list(4, 1);
+    store_.getValues(stanza.c_str(), key.c_str(), list, zPropLocalStrings);
+    std::vector<std::string> values;
+    for (unsigned i = 0; i < list.size(); ++i)
+        values.push_back(text(list.get(i)));
+    return values;
+}
+
+EditedFile::EditedFile(std::string const& path) : turn_(path), store_(path.c_str(), 1)
+{
+    // What is not read whole would not be written back whole.
+    survey(path, [&path](Piece const& piece) {
+        if (char const* const loss = piece.isTorn ? kTornLine : piece.hasZero ? kZeroByte : nullptr)
+            throw Failure{exitRefused, path + ":" + std::to_string(piece.line) +
+                                           ": the file would not be stored as it is: " + loss};
+        return true;
+    });
+}
+
+void checkReserved(std::string const& stanza)
+{
+    if (stanza == kReserved)
+        throw Failure{exitRefused, "the stanza [" + stanza +
+                                       "] is reserved for the name of the companion file and is "
+                                       "kept up to date by itself; use another stanza"};
+}
+
+void checkNames(std::string const& stanza, std::string const& key)
+{
+    checkReserved(stanza);
+    if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
+        throw Failure{exitInvalidValue,
+                      "the stanza name " + quoted(stanza) +
+                          " cannot be stored; use one line of text without \"]\""};
+    if (ZPCategoryBasedCache_6_0::validateKey(stanza.c_str(), key.c_str()) == 0)
+        throw Failure{exitInvalidValue,
+                      "the key " + quoted(key) +
+                          " cannot be stored; use one line of text that has no \"=\", no outer "
+                          "blanks and no leading \"#\" or \"[\""};
+}
+
+void checkValue(std::string const& key, std::string const& value)
+{
+    if (ZPCategoryBasedCache_6_0::validateValue(key.c_str(), value.c_str()) == 0)
+        throw Failure{
+            exitInvalidValue,
+            "the value of key " + key + " cannot be stored; use one line of at most 8190 bytes"};
+    if (!value.empty() && (isSpace(value.front()) || isSpace(value.back())))
+        throw Failure{exitInvalidValue, "the value " + quoted(value) + " of key " + key +
+                                            " begins or ends with white space, which a line does "
+                                            "not keep; leave that out, or use --obfuscated, "
+                                            "which keeps it"};
+}

@@ -1,0 +1,60 @@
+// stanza_file: stanza files as the verbs of zstz read and change them.
+#pragma once
+
+#include <Z/ZPropertiesImpl.h>
+#include <Z/ZStanzaFileProperties.h>
+
+#include <string>
+#include <vector>
+
+#include "turn.h"
+
+struct Stanza {
+    std::string name;
+    std::vector<std::string> keys;
+};
+
+// A configuration file as it was read: the store, and the cache in which its lines stand in order.
+class LoadedFile {
+public:
+    /// throws  what loading throws.
+    explicit LoadedFile(std::string const& path);
+
+    /// Returns the stanzas with their keys, in file order. Behind them comes what has no line in
+    /// the file because the companion file alone knows it.
+    std::vector<Stanza> outline() const;
+
+    /// Returns the values of a key, in order.
+    std::vector<std::string> values(std::string const& stanza, std::string const& key);
+
+    ZProperties_6_0& store() { return store_; }
+
+private:
+    ZSCFData_6_0* cache_;  // owned by the store
+    ZProperties_6_0 store_;
+};
+
+// A file that is read, changed and stored with its comments, while no other zstz does so.
+class EditedFile {
+public:
+    /// throws  Failure when the file is not read whole, and would not be written back whole; what
+    ///         loading throws.
+    explicit EditedFile(std::string const& path);
+
+    ZStanzaFileProperties_6_0& store() { return store_; }
+
+private:
+    Turn const turn_;
+    ZStanzaFileProperties_6_0 store_;
+};
+
+/// Refuses the stanza that a store writes itself: what is changed there by hand costs the
+/// obfuscated values.
+/// throws  Failure, as do the two below.
+void checkReserved(std::string const& stanza);
+
+/// Says what is wrong with names that the file could not give back.
+void checkNames(std::string const& stanza, std::string const& key);
+
+/// Says what is wrong with a plain value that the file could not give back.
+void checkValue(std::string const& key, std::string const& value);

@@ -1,0 +1,21 @@
+// turn: keeps two zstz processes from changing a file at the same time.
+#pragma once
+
+#include <string>
+
+// Keeps other zstz processes from changing the file between our reading and storing it. The
+// library locks it against everybody, but only while it reads and while it writes. Whoever may read
+// the file may hold this lock, so that waiting for it has an end.
+class Turn {
+public:
+    /// Waits up to five seconds for the turn.
+    /// range   a file that cannot be opened gives none; that is reported when it is loaded.
+    /// throws  Failure.
+    explicit Turn(std::string const& path);
+    Turn(Turn const&) = delete;
+    Turn& operator=(Turn const&) = delete;
+    ~Turn();
+
+private:
+    int fd_;
+};
