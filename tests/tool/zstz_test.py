@@ -1,70 +1,20 @@
 #!/usr/bin/env python3
-"""Tests of zstz. usage: zstz_test.py TOOL [unittest arguments]"""
+"""Tests of zstz on stanza files. usage: zstz_test.py TOOL [unittest arguments]"""
 import fcntl
 import os
 import pathlib
 import pty
 import subprocess
-import sys
-import tempfile
 import unittest
 
-TOOL = ""
+import tool
+from tool import (DONE, GATEWAY, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED,
+                  USAGE)
 
-DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
-    0, 1, 2, 3, 4, 5, 6, 7, 9)
-VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "hexdump")
-
-GATEWAY = """\
-# The gateway of the office.
-
-[listener]
-# ports to listen on
-port = 8080
-port = 8443
-name = front door
-motd =
-
-[upstream]
-weight = 0x1F
-ready = Yes
-"""
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert", "hexdump")
 
 
-class ToolTest(unittest.TestCase):
-    def setUp(self):
-        self.room = tempfile.TemporaryDirectory()
-        self.addCleanup(self.room.cleanup)
-        self.path = pathlib.Path(self.room.name) / "gateway.conf"
-        self.path.write_text(GATEWAY)
-        self.file = str(self.path)
-
-    def run_tool(self, *arguments, given="", **options):
-        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
-        environment["LC_ALL"] = "C.UTF-8"
-        environment.update(options.pop("environment", {}))
-        return subprocess.run([TOOL, *arguments], input=given, capture_output=True, text=True,
-                              env=environment, check=False, timeout=60, **options)
-
-    def expect(self, code, printed, *arguments, **options):
-        """Runs the tool; with a failing code `printed` stands in its one line of report."""
-        run = self.run_tool(*arguments, **options)
-        self.assertEqual((code, "" if code else printed), (run.returncode, run.stdout), run.stderr)
-        if code:
-            self.assertRegex(run.stderr, r"\Azstz: [^\n]+\n\Z")
-            self.assertIn(printed, run.stderr)
-        else:
-            self.assertEqual("", run.stderr)
-
-    def expect_unchanged(self, code, printed, *arguments, **options):
-        before = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
-        self.expect(code, printed, *arguments, **options)
-        after = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
-        self.assertEqual(before, after)
-
-    def expect_text(self, text):
-        self.assertEqual(text, self.path.read_text())
-
+class ZstzTest(tool.ToolTest):
     # ---- Reading ----
 
     def test_get_prints_the_last_value(self):
@@ -173,7 +123,7 @@ class ToolTest(unittest.TestCase):
             with self.subTest(length):
                 binary.write_bytes(data[:length])
                 for arguments, given in (([str(binary)], b""), (["-"], data[:length])):
-                    run = subprocess.run([TOOL, "hexdump", *arguments], input=given, check=True,
+                    run = subprocess.run([tool.TOOL, "hexdump", *arguments], input=given, check=True,
                                          capture_output=True, timeout=60)
                     self.assertTrue(run.stdout == self.dump(data[:length]), "another dump")
 
@@ -188,7 +138,7 @@ class ToolTest(unittest.TestCase):
     def test_hexdump_shows_a_terminal_no_bytes_that_could_steer_it(self):
         self.path.write_bytes(bytes(range(256)))
         master, slave = pty.openpty()
-        run = subprocess.run([TOOL, "hexdump", self.file], stdout=slave, check=False, timeout=60)
+        run = subprocess.run([tool.TOOL, "hexdump", self.file], stdout=slave, check=False, timeout=60)
         self.assertEqual(DONE, run.returncode)
         os.close(slave)
         shown = b""
@@ -258,7 +208,7 @@ class ToolTest(unittest.TestCase):
             ("white space", ["listener", "name", " x"]),
             ("white space", ["listener", "name", "x\t"]),
             ("white space", ["listener", "name", "x\r"]),
-            ("use --obfuscated", ["listener", "name", "   "]),
+            ("--obfuscated", ["listener", "name", "   "]),
         )
         for verb in ("set", "add"):
             for printed, arguments in rows:
@@ -319,7 +269,7 @@ class ToolTest(unittest.TestCase):
     def test_a_terminal_does_not_show_the_value(self):
         master, slave = pty.openpty()
         environment = dict(os.environ, LC_ALL="C.UTF-8")
-        run = subprocess.Popen([TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
+        run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
                                stdin=slave, stdout=slave, stderr=slave, env=environment)
         shown = b""
         while b"value: " not in shown:
@@ -434,7 +384,7 @@ class ToolTest(unittest.TestCase):
     def test_changes_at_the_same_time_do_not_lose_one_another(self):
         environment = dict(os.environ, LC_ALL="C.UTF-8")
         keys = [f"key{i}" for i in range(12)]
-        runs = [subprocess.Popen([TOOL, "set", self.file, "upstream", key, "1"], env=environment)
+        runs = [subprocess.Popen([tool.TOOL, "set", self.file, "upstream", key, "1"], env=environment)
                 for key in keys]
         self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
         printed = self.run_tool("keys", self.file, "upstream").stdout.split()
@@ -450,7 +400,7 @@ class ToolTest(unittest.TestCase):
     def test_standard_output_that_takes_nothing(self):
         for arguments in (["list", self.file], ["--help"], ["set", "--help"], ["--version"]):
             with self.subTest(arguments), open("/dev/full", "w", encoding="utf-8") as full:
-                run = subprocess.run([TOOL, *arguments], stdout=full, stderr=subprocess.PIPE,
+                run = subprocess.run([tool.TOOL, *arguments], stdout=full, stderr=subprocess.PIPE,
                                      text=True, check=False, timeout=60)
                 self.assertEqual(NO_ACCESS, run.returncode)
                 self.assertIn("standard output", run.stderr)
@@ -461,11 +411,11 @@ class ToolTest(unittest.TestCase):
                 ("check", "<&- 2>&-", DONE), ("list", "<&- >&- 2>&-", NO_ACCESS))
         for verb, closed, code in rows:
             with self.subTest(verb=verb, closed=closed):
-                run = subprocess.run(f'"{TOOL}" {verb} "{self.file}" {closed}', shell=True,
+                run = subprocess.run(f'"{tool.TOOL}" {verb} "{self.file}" {closed}', shell=True,
                                      capture_output=True, check=False, timeout=60)
                 self.assertEqual(code, run.returncode)
                 self.assertEqual(text, self.path.read_bytes())
-        run = subprocess.run(f'"{TOOL}" set "{self.file}" listener name --obfuscated <&-',
+        run = subprocess.run(f'"{tool.TOOL}" set "{self.file}" listener name --obfuscated <&-',
                              shell=True, capture_output=True, text=True, check=False, timeout=60)
         self.assertEqual(NO_ACCESS, run.returncode)
         self.assertIn("give it on standard input", run.stderr)
@@ -526,7 +476,7 @@ class ToolTest(unittest.TestCase):
 
     def test_tables_are_found_from_any_folder_and_over_a_link(self):
         link = pathlib.Path(self.room.name) / "elsewhere"
-        link.symlink_to(TOOL)
+        link.symlink_to(tool.TOOL)
         environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
         run = subprocess.run([str(link), "stanzas", self.file], cwd="/", env=environment,
                              capture_output=True, text=True, check=False)
@@ -543,5 +493,4 @@ class ToolTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    TOOL = os.path.abspath(sys.argv.pop(1))
-    unittest.main()
+    tool.main()

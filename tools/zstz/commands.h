@@ -17,6 +17,11 @@ struct Request {
     bool all = false;          // get: every value; set, unset: although there are several values
     bool obfuscated = false;   // the value comes from standard input
     bool wholeStanza = false;  // of unset
+    std::string action;        // of java: get, set, list or check
+    std::string javaFrom;      // of convert: one of the two
+    std::string javaTo;
+    bool dropComments = false;  // java, convert: although comments are lost
+    bool overwrite = false;     // convert: although the target is there
 };
 
 /// Prints the last value of a key, or each of its values on a line of its own.
@@ -47,3 +52,10 @@ int runCheck(Request const& request);
 /// Prints the bytes of files, "-" being standard input, as hexadecimal dumps. Goes on behind a file
 /// that cannot be read; the code is the highest of all files.
 int runHexdump(Request const& request);
+
+/// Reads or changes a Java property file, as the action says.
+int runJava(Request const& request);
+
+/// Makes a stanza of a Java property file, or the other way round; refuses what the result could
+/// not give back.
+int runConvert(Request const& request);

@@ -99,6 +99,7 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     static constexpr Row kRows[] = {
         {"fopen(r)", "cannot open ", "check the path and its permissions"},
         {"fopen(r+)", "cannot write ", "check the path and its permissions"},
+        {"fopen(wt)", "cannot write ", "check the path and its permissions"},
         {"fopen(w)", "cannot write ", "check the permissions of its folder"},
         {"fgets()", "cannot read ", "check that it is a text file"},
         {"access()", "may not use ", "check its owner and permissions"},
@@ -203,6 +204,13 @@ Failure describe(std::exception_ptr exception, std::string const& file)
         return describeAccess(e, file);
     } catch (ZPropertiesInvalidValueException_6_0 const& e) {
         return describeValue(e);
+    } catch (ZUnexpectedEndOfFile_6_0 const&) {
+        char const* const kind = otherKind(file);
+        return {exitNoAccess, kind != nullptr
+                                  ? file + " is " + kind + "; name a regular file"
+                                  : "cannot read " + file + "; check the disk that it is on"};
+    } catch (ZToUTF8Exception_6_0 const&) {
+        return {exitInvalidData, file + ": a \\u escape is no character; correct it"};
     } catch (ZOutOfMemoryException_6_0 const&) {
         return {exitInternal, "memory is exhausted; free some and try again"};
     } catch (std::bad_alloc const&) {

@@ -45,6 +45,15 @@ constexpr Verb kVerbs[] = {
      "zstz list /etc/gateway.conf listener", runList},
     {"check", "says whether files can be read, and what is in them", "zstz check /etc/gateway.conf",
      runCheck},
+    {"java", "reads and changes Java property files: get KEY, set KEY VALUE, list, check",
+     "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
+     "zstz java app.properties list",
+     runJava},
+    {"convert",
+     "makes a stanza of a Java property file, or the other way round; refuses what would be lost",
+     "zstz convert /etc/gateway.conf app --from app.properties\n"
+     "zstz convert /etc/gateway.conf app --to app.properties",
+     runConvert},
     {"hexdump",
      "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
      "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", runHexdump},
@@ -84,7 +93,20 @@ void addArguments(CLI::App& verb, std::string const& name, Request& request)
             ->check(notEmpty, "");
         return;
     }
-    verb.add_option("FILE", request.file, "configuration file")->required()->check(notEmpty, "");
+    verb.add_option("FILE", request.file,
+                    name == "java" ? "Java property file" : "configuration file")
+        ->required()
+        ->check(notEmpty, "");
+    if (name == "java") {
+        verb.add_option("ACTION", request.action, "get, set, list or check")
+            ->required()
+            ->check(CLI::IsMember({"get", "set", "list", "check"}));
+        verb.add_option("KEY", request.key, "name of the key, of get and set");
+        verb.add_option("VALUE", request.value, "the value, of set");
+        verb.add_flag("--drop-comments", request.dropComments,
+                      "set the value although storing drops the comments");
+        return;
+    }
     if (name == "stanzas")
         return;
     CLI::Option* const stanza =
@@ -94,6 +116,18 @@ void addArguments(CLI::App& verb, std::string const& name, Request& request)
     stanza->required();
     if (name == "keys")
         return;
+    if (name == "convert") {
+        CLI::Option* const from =
+            verb.add_option("--from", request.javaFrom, "make the stanza of this Java file")
+                ->check(notEmpty, "");
+        verb.add_option("--to", request.javaTo, "make this Java file of the stanza")
+            ->check(notEmpty, "")
+            ->excludes(from);
+        verb.add_flag("--drop-comments", request.dropComments, "do without the comments");
+        verb.add_flag("--overwrite", request.overwrite,
+                      "replace the stanza, or the Java file, that is there");
+        return;
+    }
     CLI::Option* const key =
         verb.add_option("KEY", request.key, "name of the key")->check(notEmpty, "");
     if (name == "unset") {
@@ -135,6 +169,18 @@ void checkUsage(std::string const& verb, CLI::App const& app, Request const& req
         throw CLI::RequiredError("VALUE");
     if (verb == "unset" && !request.wholeStanza && app.count("KEY") == 0)
         throw CLI::RequiredError("KEY or --stanza");
+    if (verb == "convert" && app.count("--from") + app.count("--to") == 0)
+        throw CLI::RequiredError("--from or --to");
+    if (verb == "java") {
+        bool const needsValue = request.action == "set";
+        bool const needsKey = needsValue || request.action == "get";
+        if (needsKey && app.count("KEY") == 0)
+            throw CLI::RequiredError("KEY");
+        if (needsValue && app.count("VALUE") == 0)
+            throw CLI::RequiredError("VALUE");
+        if (app.count("VALUE") > needsValue || app.count("KEY") > needsKey)
+            throw CLI::ExtrasError({needsKey ? request.value : request.key});
+    }
 }
 
 std::string examples(char const* commands)

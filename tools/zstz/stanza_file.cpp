@@ -2,6 +2,7 @@
 
 #include <Z/ZArrayList.h>
 #include <ctype.h>
+#include <unistd.h>
 
 #include <unordered_set>
 
@@ -27,6 +28,7 @@ bool isSpace(char c)
 
 LoadedFile::LoadedFile(std::string const& path) : cache_(new ZSCFData_6_0), store_(cache_)
 {
+    store_.setAttributes(ZPCache_6_0::keepComments, nullptr);
     store_.load(path.c_str());
 }
 
@@ -78,8 +80,29 @@ std::vector<std::string> LoadedFile::values(std::string const& stanza, std::stri
     return values;
 }
 
-EditedFile::EditedFile(std::string const& path) : turn_(path), store_(path.c_str(), 1)
+bool LoadedFile::hasComments(std::string const& stanza) const
 {
+    ZArrayList_6_0 lines(64, 1);
+    cache_->getLines(lines);
+    bool isInside = false, isBehindComment = false;
+    for (unsigned i = 0; i < lines.size(); ++i) {
+        auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
+        bool const isHead = line.type() == ZPropLine_6_0::stanzaHead;
+        bool const belongs = isHead ? text(line.text()) == stanza : isInside;
+        if (isBehindComment && belongs)
+            return true;
+        isBehindComment = line.type() == ZPropLine_6_0::comment;
+        if (isHead)
+            isInside = belongs;
+    }
+    return isBehindComment && isInside;
+}
+
+EditedFile::EditedFile(std::string const& path, Need need) : turn_(path), store_(1)
+{
+    if (need == mayBeMissing && access(path.c_str(), F_OK) != 0)
+        return;
+    store_.load(path.c_str());
     // What is not read whole would not be written back whole.
     survey(path, [&path](Piece const& piece) {
         if (char const* const loss = piece.isTorn ? kTornLine : piece.hasZero ? kZeroByte : nullptr)
@@ -120,6 +143,6 @@ void checkValue(std::string const& key, std::string const& value)
     if (!value.empty() && (isSpace(value.front()) || isSpace(value.back())))
         throw Failure{exitInvalidValue, "the value " + quoted(value) + " of key " + key +
                                             " begins or ends with white space, which a line does "
-                                            "not keep; leave that out, or use --obfuscated, "
-                                            "which keeps it"};
+                                            "not keep; leave that out, or use `zstz set "
+                                            "--obfuscated`, which keeps it"};
 }

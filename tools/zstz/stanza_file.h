@@ -27,6 +27,9 @@ public:
     /// Returns the values of a key, in order.
     std::vector<std::string> values(std::string const& stanza, std::string const& key);
 
+    /// Returns whether a stanza has comments: between its lines, or right above its head.
+    bool hasComments(std::string const& stanza) const;
+
     ZProperties_6_0& store() { return store_; }
 
 private:
@@ -37,9 +40,11 @@ private:
 // A file that is read, changed and stored with its comments, while no other zstz does so.
 class EditedFile {
 public:
+    enum Need { mustExist, mayBeMissing };
+
     /// throws  Failure when the file is not read whole, and would not be written back whole; what
     ///         loading throws.
-    explicit EditedFile(std::string const& path);
+    explicit EditedFile(std::string const& path, Need need = mustExist);
 
     ZStanzaFileProperties_6_0& store() { return store_; }
 

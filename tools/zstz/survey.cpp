@@ -5,9 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
-
-// The text of a regular file; empty when it cannot be had.
 std::string contents(std::string const& path)
 {
     std::string text;
@@ -24,8 +21,6 @@ std::string contents(std::string const& path)
     close(fd);
     return text;
 }
-
-}  // namespace
 
 void survey(std::string const& path, std::function<bool(Piece const&)> const& visit)
 {

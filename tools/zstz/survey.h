@@ -25,6 +25,9 @@ struct Piece {
     std::string_view bytes;
 };
 
+/// Returns the bytes of a file; none when it is no regular file or cannot be read.
+std::string contents(std::string const& path);
+
 /// Calls `visit` for the pieces of a file, in order, until it returns false.
 /// range   a file that is no regular one, or cannot be read, has none.
 void survey(std::string const& path, std::function<bool(Piece const&)> const& visit);

@@ -1,0 +1,265 @@
+#!/usr/bin/env python3
+"""Tests of zstz on Java property files. usage: java_test.py TOOL [unittest arguments]"""
+import fcntl
+import pathlib
+import random
+
+import tool
+from tool import (DONE, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
+
+UNREAD = "the line is no entry and is not read"
+
+
+class JavaTest(tool.ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.java_path = pathlib.Path(self.room.name) / "app.properties"
+        self.java = str(self.java_path)
+
+    def given(self, text):
+        self.java_path.write_bytes(text if isinstance(text, bytes) else text.encode())
+
+    # ---- java ----
+
+    def test_get_and_list_read_as_the_library_does(self):
+        self.given("# old\nb.c:2\na = 1\n  d   e f\nu = caf\\u00e9 \\:x\nempty=\na = one\\\n  two\n"
+                   "feed = 1\\u000a2\nface = \\ud83d\\ude00 \\ud83d\n")
+        self.expect_unchanged(DONE, "onetwo\n", "java", self.java, "get", "a")
+        self.expect_unchanged(DONE, "café :x\n", "java", self.java, "get", "u")
+        self.expect_unchanged(DONE, "\n", "java", self.java, "get", "empty")
+        self.expect_unchanged(DONE, "1\n2\n", "java", self.java, "get", "feed")
+        self.expect(DONE, "a = onetwo\nb.c = 2\nd = e f\nempty =\nface = 😀 \udced\udca0\udcbd\n"
+                    "feed = 1\\u000a2\nu = café :x\n", "java", self.java, "list",
+                    errors="surrogateescape")
+        self.expect_unchanged(NOT_FOUND, "there is no key zz in ", "java", self.java, "get", "zz")
+
+    def test_text_is_utf8_in_every_locale(self):
+        for locale in ("C", "C.UTF-8"):
+            environment = {"LC_ALL": locale}
+            self.given("a = 1\n")
+            self.expect(DONE, "", "java", self.java, "set", "k", "Grüße", environment=environment)
+            self.assertIn("k = Gr\\u00fc\\u00dfe\n", self.java_path.read_text())
+            self.expect(DONE, "Grüße\n", "java", self.java, "get", "k", environment=environment)
+
+    def test_set_changes_and_adds(self):
+        self.given("#\na = 1\n")
+        self.expect(DONE, "", "java", self.java, "set", "a", "2")
+        self.expect(DONE, "", "java", self.java, "set", "b", "--", "-x : \\ \" ' =# ")
+        self.expect(DONE, "", "java", self.java, "set", "c", "")
+        self.expect(DONE, "a = 2\nb = -x : \\ \" ' =# \nc =\n", "java", self.java, "list")
+        self.assertEqual("#", self.java_path.read_text().split("\n")[0])
+
+    def test_check_names_what_is_not_read(self):
+        self.given("# hello\nbad\nnext = 1\n\nc = 1\\q\n =x\nk = v\nlast = x")
+        run = self.run_tool("java", self.java, "check")
+        self.assertEqual((INVALID_DATA, f"{self.java}: 1 entries, 1 comments\n"),
+                         (run.returncode, run.stdout))
+        lines = [f'zstz: {self.java}:{number}: "{text}": {why}' for number, text, why in (
+            (2, "bad", UNREAD), (3, "next = 1", "the line is not read, because it follows"),
+            (5, "c = 1\\q", UNREAD), (6, " =x", UNREAD), (8, "last = x", "the last line has no line")
+        )]
+        for line, printed in zip(lines, run.stderr.split("\n")):
+            self.assertTrue(printed.startswith(line), printed)
+        self.assertEqual(len(lines), run.stderr.count("\n"))
+        self.given("a = 1\r\n\r\n! c\r\nb = 2\r\n#\r\n")
+        self.expect(DONE, f"{self.java}: 2 entries, 1 comments\n", "java", self.java, "check")
+        self.given("")
+        self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
+
+    def test_line_numbers_are_those_of_an_editor(self):
+        for end in ("\n", "\r\n", "\r"):
+            with self.subTest(end):
+                self.given(end.join(("a = 1", "", "", "b = 2", "bad one\\x", "")))
+                self.expect(INVALID_DATA, f'{self.java}:5: "bad one\\x": ', "java", self.java, "set",
+                            "a", "1")
+
+    def test_set_refuses_what_storing_would_lose(self):
+        rows = (
+            (INVALID_DATA, "a = 1\nbad\n", UNREAD),
+            (INVALID_DATA, "a = 1", "the last line has no line end"),
+            (INVALID_DATA, "a = 1\0 2\n", "zero byte"),
+            (REFUSED, "# words\na = 1\n", "use --drop-comments"),
+            (REFUSED, "a = 1\n! words", "use --drop-comments"),
+            (INVALID_VALUE, "k = 😀\n", "the value \"😀\" of key k has a character"),
+            (INVALID_VALUE, "k = \x7f\n", "of key k has a character"),
+            (INVALID_VALUE, b"k = \xFF\n", "of key k has a character"),
+            (INVALID_VALUE, "k = 1\\u000a2\n", "of key k has a line end"),
+            (INVALID_VALUE, "k = \\ x\n", "of key k begins with white space"),
+            (INVALID_VALUE, "a\\=b = x\n", 'the key "a=b" cannot be stored'),
+        )
+        for code, text, printed in rows:
+            with self.subTest(text):
+                self.given(text)
+                self.expect_unchanged(code, printed, "java", self.java, "set", "new", "1")
+        self.given("# words\na = 1\n")
+        self.expect(DONE, "", "java", self.java, "set", "a", "2", "--drop-comments")
+        self.assertEqual("#\na = 2\n", self.java_path.read_text())
+
+    def test_set_refuses_what_would_not_read_back(self):
+        self.given("a = 1\n")
+        for key in ("", " k", "#k", "!k", "a b", "a=b", "a:b", "a\\b", "a\tb", "a\nb"):
+            with self.subTest(key):
+                self.expect_unchanged(INVALID_VALUE, "the key ", "java", self.java, "set", key, "x")
+        for value in (" x", "\tx", "x\ny", "x\r", "\x7f", "😀"):
+            with self.subTest(value):
+                self.expect_unchanged(INVALID_VALUE, "of key k ", "java", self.java, "set", "k",
+                                      value)
+
+    def test_every_character_of_two_or_three_bytes_reads_back(self):
+        text = "".join(chr(c) for c in range(0x80, 0x10000) if not 0xD800 <= c < 0xE000)
+        self.given(f"k = {text}\n")
+        self.expect(DONE, "", "java", self.java, "set", "a", "1")
+        self.assertNotIn(text[:3], self.java_path.read_text())
+        self.expect(DONE, text + "\n", "java", self.java, "get", "k")
+
+    def test_files_that_cannot_be_used(self):
+        missing = self.java + ".missing"
+        for action in (["get", "a"], ["set", "a", "b"], ["list"], ["check"]):
+            self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such", "java", missing,
+                                  *action)
+            self.expect_unchanged(NO_ACCESS, "is a folder", "java", self.room.name, *action)
+        self.given("ok = 1\nk = \\ud83d\n")
+        with open(self.java, "r+b") as held:
+            fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            self.expect(LOCKED, "in use by another process", "java", self.java, "list")
+            fcntl.lockf(held, fcntl.LOCK_UN)
+            fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
+            self.expect(LOCKED, "in use by another process", "java", self.java, "set", "a", "1")
+
+    # ---- convert ----
+
+    def test_there_and_back(self):
+        self.expect(DONE, "", "convert", self.file, "upstream", "--to", self.java)
+        self.expect(DONE, "ready = Yes\nweight = 0x1F\n", "java", self.java, "list")
+        self.expect(DONE, "", "convert", self.file, "copy", "--from", self.java)
+        self.expect(DONE, "[copy]\nready = Yes\nweight = 0x1F\n", "list", self.file, "copy")
+        self.expect_text(tool.GATEWAY + "\n[copy]\nready = Yes\nweight = 0x1F\n")
+
+    def test_a_new_file_and_an_empty_one(self):
+        new = self.file + ".new"
+        self.given("a = ü\n")
+        self.expect(DONE, "", "convert", new, "app", "--from", self.java)
+        self.expect(DONE, "[app]\na = ü\n", "list", new)
+        self.given("")
+        self.expect(DONE, "", "convert", self.file, "empty", "--from", self.java)
+        self.expect(DONE, "[empty]\n", "list", self.file, "empty")
+        self.expect(DONE, "", "convert", self.file, "empty", "--to", self.java, "--overwrite")
+        self.assertEqual("#\n", self.java_path.read_text())
+
+    def test_what_is_there_is_not_replaced_unless_told(self):
+        self.given("a = 1\n")
+        self.expect_unchanged(REFUSED, f"{self.java} exists; use --overwrite", "convert", self.file,
+                              "upstream", "--to", self.java)
+        self.expect(DONE, "", "convert", self.file, "upstream", "--to", self.java, "--overwrite")
+        self.expect_unchanged(REFUSED, "there is a stanza [upstream]", "convert", self.file,
+                              "upstream", "--from", self.java)
+        self.given("a = 1\n")
+        self.expect(DONE, "", "convert", self.file, "upstream", "--from", self.java, "--overwrite")
+        self.expect(DONE, "[upstream]\na = 1\n", "list", self.file, "upstream")
+
+    def test_a_java_file_takes_no_entry_that_it_cannot_give_back(self):
+        rows = (
+            (REFUSED, "k = 1\nk = 2\n", "key k in [s] of "),
+            (REFUSED, "k = 1\n# words\n", "has comments"),
+            (INVALID_VALUE, "a b = 1\n", 'the key "a b" cannot'),
+            (INVALID_VALUE, "a:b = 1\n", 'the key "a:b" cannot'),
+            (INVALID_VALUE, "!k = 1\n", 'the key "!k" cannot'),
+            (INVALID_VALUE, "a\\b = 1\n", 'the key "a\\b" cannot'),
+            (INVALID_VALUE, "k = 😀\n", "of key k has a character"),
+            (INVALID_VALUE, "k = a\x7f\n", "of key k has a character"),
+            (INVALID_VALUE, "k = a\rb\n", "of key k has a line end"),
+            (INVALID_VALUE, b"k = \xFF\n", "key k or its value cannot be converted"),
+        )
+        for code, text, printed in rows:
+            with self.subTest(text):
+                self.path.write_bytes(b"[s]\n" + (text if isinstance(text, bytes) else text.encode()))
+                self.expect_unchanged(code, printed, "convert", self.file, "s", "--to", self.java)
+        self.path.write_text("[s]\nother = 1\n")
+        self.expect(DONE, "", "set", self.file, "s", "k", "--obfuscated", given="x")
+        self.expect_unchanged(REFUSED, "key k in [s] of ", "convert", self.file, "s", "--to",
+                              self.java)
+        self.expect_unchanged(NOT_FOUND, "there is no stanza [t]", "convert", self.file, "t", "--to",
+                              self.java)
+
+    def test_comments_belong_to_the_stanza_that_they_stand_in_or_above(self):
+        self.path.write_text("# file\n\n[a]\nk = 1\n\n# above b\n[b]\nk = 1\n\n[c]\nk = 1\n# last\n")
+        for stanza, has in (("a", False), ("b", True), ("c", True)):
+            with self.subTest(stanza):
+                self.expect(REFUSED if has else DONE, "has comments" if has else "", "convert",
+                            self.file, stanza, "--to", self.java)
+                self.java_path.unlink(missing_ok=True)
+        self.expect(DONE, "", "convert", self.file, "b", "--to", self.java, "--drop-comments")
+
+    def test_a_stanza_takes_no_entry_that_it_cannot_give_back(self):
+        rows = (
+            (INVALID_DATA, "a = 1\nbad\n", UNREAD),
+            (INVALID_DATA, "a = 1", "the last line has no line end"),
+            (REFUSED, "# words\na = 1\n", "use --drop-comments"),
+            (INVALID_VALUE, "a\\=b = 1\n", 'the key "a=b" cannot be stored'),
+            (INVALID_VALUE, "a\\  = 1\n", 'the key "a " cannot be stored'),
+            (INVALID_VALUE, "[a = 1\n", 'the key "[a" cannot be stored'),
+            (INVALID_VALUE, "a = 1 \n", "of key a begins or ends with white space"),
+            (INVALID_VALUE, "a = \\ 1\n", "of key a begins or ends with white space"),
+            (INVALID_VALUE, "a = 1\\u000a2\n", "the value of key a cannot be stored"),
+            (INVALID_VALUE, f"a = {'x' * 8190}\n", "the value of key a cannot be stored"),
+            (INVALID_VALUE, b"a = \xFF\n", "key a or its value cannot be converted"),
+        )
+        for code, text, printed in rows:
+            with self.subTest(text):
+                self.given(text)
+                self.expect_unchanged(code, printed, "convert", self.file, "s", "--from", self.java)
+        self.given("a = ü\n")
+        self.expect_unchanged(INVALID_VALUE, "set LC_ALL", "convert", self.file, "s", "--from",
+                              self.java, environment={"LC_ALL": "C"})
+        self.expect_unchanged(REFUSED, "is reserved", "convert", self.file,
+                              "configuration-database", "--from", self.java)
+        self.expect_unchanged(INVALID_VALUE, "the stanza name", "convert", self.file, "a]", "--from",
+                              self.java)
+
+    def test_what_is_taken_reads_back_equal(self):
+        seed = random.randrange(1 << 30)
+        choice = random.Random(seed)
+        alphabet = "ab=:#!\\ \t'\"[]\r\x7f\x01üß€\uffff😀"
+        taken = 0
+        for _ in range(60):
+            entries = {}
+            for _ in range(choice.randrange(1, 4)):
+                key = "".join(choice.choices(alphabet, [9] * 2 + [1] * 19, k=choice.randrange(1, 6)))
+                value = "".join(choice.choices(alphabet, k=choice.randrange(6)))
+                entries[key] = value
+            self.path.write_text("[s]\n" + "".join(f"{k} = {v}\n" for k, v in entries.items()),
+                                 newline="\n")
+            before = self.run_tool("list", self.file)
+            if before.returncode != DONE:
+                continue
+            with self.subTest(seed=seed, entries=entries):
+                run = self.run_tool("convert", self.file, "s", "--to", self.java, "--overwrite")
+                self.assertIn(run.returncode, (DONE, INVALID_VALUE, REFUSED), run.stderr)
+                if run.returncode == DONE:
+                    taken += 1
+                    self.expect(DONE, "", "convert", self.file, "s", "--from", self.java,
+                                "--overwrite")
+                    after = self.run_tool("list", self.file)
+                    self.assertEqual(sorted(before.stdout.split("\n")),
+                                     sorted(after.stdout.split("\n")))
+        self.assertGreater(taken, 3)
+
+    # ---- Usage ----
+
+    def test_wrong_command_lines(self):
+        self.given("a = 1\n")
+        rows = (
+            ["java"], ["java", self.java], ["java", self.java, "frob"], ["java", self.java, "get"],
+            ["java", self.java, "set", "a"], ["java", self.java, "set", "a", "b", "c"],
+            ["java", self.java, "get", "a", "b"], ["java", self.java, "list", "a"],
+            ["java", "", "list"], ["convert", self.file, "s"], ["convert", self.file],
+            ["convert", self.file, "s", "--from", self.java, "--to", self.java],
+            ["convert", self.file, "s", "--from", ""], ["convert", self.file, "", "--to", "x"],
+        )
+        for arguments in rows:
+            with self.subTest(arguments):
+                self.expect_unchanged(USAGE, "--help", *arguments)
+
+
+if __name__ == "__main__":
+    tool.main()

@@ -1,0 +1,71 @@
+"""What the tests of zstz share: running it in a folder of its own, and looking at what it did."""
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOL = ""
+
+DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
+    0, 1, 2, 3, 4, 5, 6, 7, 9)
+
+GATEWAY = """\
+# The gateway of the office.
+
+[listener]
+# ports to listen on
+port = 8080
+port = 8443
+name = front door
+motd =
+
+[upstream]
+weight = 0x1F
+ready = Yes
+"""
+
+
+class ToolTest(unittest.TestCase):
+    """Each test has a folder of its own, with a configuration file."""
+
+    def setUp(self):
+        self.room = tempfile.TemporaryDirectory()
+        self.addCleanup(self.room.cleanup)
+        self.path = pathlib.Path(self.room.name) / "gateway.conf"
+        self.path.write_text(GATEWAY)
+        self.file = str(self.path)
+
+    def run_tool(self, *arguments, given="", **options):
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        environment["LC_ALL"] = "C.UTF-8"
+        environment.update(options.pop("environment", {}))
+        return subprocess.run([TOOL, *arguments], input=given, capture_output=True, text=True,
+                              env=environment, check=False, timeout=60, **options)
+
+    def expect(self, code, printed, *arguments, **options):
+        """Runs the tool; with a failing code `printed` stands in its one line of report."""
+        run = self.run_tool(*arguments, **options)
+        self.assertEqual((code, "" if code else printed), (run.returncode, run.stdout), run.stderr)
+        if code:
+            self.assertRegex(run.stderr, r"\Azstz: [^\n]+\n\Z")
+            self.assertIn(printed, run.stderr)
+        else:
+            self.assertEqual("", run.stderr)
+
+    def expect_unchanged(self, code, printed, *arguments, **options):
+        before = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
+        self.expect(code, printed, *arguments, **options)
+        after = sorted((p.name, p.read_bytes()) for p in self.path.parent.iterdir())
+        self.assertEqual(before, after)
+
+    def expect_text(self, text):
+        self.assertEqual(text, self.path.read_text())
+
+
+def main():
+    """Runs the tests of the calling module with the tool that the first argument names."""
+    global TOOL
+    TOOL = os.path.abspath(sys.argv.pop(1))
+    unittest.main()

@@ -1,0 +1,239 @@
+// zstz java and zstz convert: Java property files, alone and against a stanza.
+#include <Z/ZUTF8String.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include "commands.h"
+#include "failures.h"
+#include "java_file.h"
+#include "stanza_file.h"
+
+namespace {
+
+using Entries = std::map<std::string, std::string>;
+
+// Refuses to go on where what has been read is not all that the file holds.
+void checkLost(std::string const& path, JavaFile const& file, bool dropComments)
+{
+    for (LostLine const& line : file.lost())
+        if (!line.isComment)
+            throw Failure{exitInvalidData, lineReport(path, line)};
+    if (!file.lost().empty() && !dropComments)
+        throw Failure{exitRefused, lineReport(path, file.lost().front()) +
+                                       "; use --drop-comments to do without the comments"};
+}
+
+// Two "\u" escapes that stand for one character are read as three bytes each. Returns the text with
+// the four bytes that UTF-8 has for the character.
+std::string joinedPairs(std::string const& value)
+{
+    auto const isHalf = [&value](size_t at, unsigned char least, unsigned char most) {
+        return at + 2 < value.size() && value[at] == '\xED' &&
+               static_cast<unsigned char>(value[at + 1]) >= least &&
+               static_cast<unsigned char>(value[at + 1]) <= most;
+    };
+    auto const unit = [&value](size_t at) {
+        return (value[at + 1] & 0x0Fu) << 6 | (value[at + 2] & 0x3Fu);
+    };
+    std::string text;
+    for (size_t at = 0; at < value.size();) {
+        if (isHalf(at, 0xA0, 0xAF) && isHalf(at + 3, 0xB0, 0xBF)) {
+            unsigned const point = 0x10000 + (unit(at) << 10) + (unit(at + 3) & 0x3FF);
+            for (int shift = 18; shift >= 0; shift -= 6)
+                text += static_cast<char>((shift == 18 ? 0xF0 : 0x80) | (point >> shift & 0x3F));
+            at += 6;
+        } else {
+            text += value[at++];
+        }
+    }
+    return text;
+}
+
+// ---- java -------------------------------------------------------------------------------------
+
+int javaGet(Request const& request)
+{
+    JavaFile const file(request.file);
+    auto const entry = file.entries().find(request.key);
+    if (entry != file.entries().end()) {
+        puts(joinedPairs(entry->second).c_str());
+        return exitDone;
+    }
+    std::string text = "there is no key " + request.key + " in " + request.file +
+                       "; `zstz java FILE list` lists what there is";
+    for (LostLine const& line : file.lost())
+        if (!line.isComment)
+            throw Failure{exitNotFound, text +
+                                            ", `zstz java FILE check` what is not read, as line " +
+                                            std::to_string(line.number)};
+    throw Failure{exitNotFound, text};
+}
+
+int javaSet(Request const& request)
+{
+    checkJavaEntry(request.key, request.value);
+    Turn const turn(request.file);
+    JavaFile const file(request.file);
+    checkLost(request.file, file, request.dropComments);
+    Entries entries = file.entries();
+    entries[request.key] = request.value;
+    for (auto const& [key, value] : entries)
+        checkJavaEntry(key, value);
+    storeJavaFile(request.file, entries);
+    return exitDone;
+}
+
+// One line for each entry: what would break it is shown as an escape.
+int javaList(Request const& request)
+{
+    JavaFile const file(request.file);
+    for (auto const& [key, value] : file.entries()) {
+        std::string shown;
+        for (char const c : joinedPairs(value)) {
+            char escape[sizeof "\\u0000"];
+            snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c) & 0xFF);
+            shown += static_cast<unsigned char>(c) < 0x20 ? escape : std::string(1, c);
+        }
+        printf("%s =%s%s\n", key.c_str(), shown.empty() ? "" : " ", shown.c_str());
+    }
+    return exitDone;
+}
+
+int javaCheck(Request const& request)
+{
+    JavaFile const file(request.file);
+    int code = exitDone;
+    size_t comments = 0;
+    for (LostLine const& line : file.lost()) {
+        if (line.isComment)
+            ++comments;
+        else
+            code = report({exitInvalidData, lineReport(request.file, line)});
+    }
+    printf("%s: %zu entries, %zu comments\n", request.file.c_str(), file.entries().size(),
+           comments);
+    return code;
+}
+
+// ---- convert ----------------------------------------------------------------------------------
+
+// Text of a stanza file is in the local codeset, that of a Java file in UTF-8. What cannot be
+// converted comes out empty.
+template <class To, class From>
+std::string converted(std::string const& key, std::string const& source)
+{
+    To const result(From(source.c_str()));
+    if (result.isEmpty() && !source.empty())
+        throw Failure{exitInvalidValue,
+                      "key " + key +
+                          " or its value cannot be converted between UTF-8 and the codeset of this "
+                          "locale; set LC_ALL to a locale of the stanza file's codeset"};
+    return std::string(result.getChars(), result.getLength());
+}
+
+std::string toUTF8(std::string const& key, std::string const& local)
+{
+    return converted<ZUTF8String_6_0, ZLCString_6_0>(key, local);
+}
+
+std::string toLocal(std::string const& key, std::string const& utf8)
+{
+    return converted<ZLCString_6_0, ZUTF8String_6_0>(key, utf8);
+}
+
+bool exists(std::string const& path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// The entries of a stanza, as a Java file can hold them.
+Entries javaEntries(Request const& request)
+{
+    LoadedFile file(request.file);
+    char const* const stanza = request.stanza.c_str();
+    if (file.store().exists(stanza) == 0)
+        throw Failure{exitNotFound, "there is no stanza [" + request.stanza + "] in " +
+                                        request.file + "; `zstz stanzas` lists what there is"};
+    if (!request.dropComments && file.hasComments(request.stanza))
+        throw Failure{exitRefused, "the stanza [" + request.stanza + "] of " + request.file +
+                                       " has comments, which a Java file of this library cannot "
+                                       "hold; use --drop-comments to do without them"};
+    Entries entries;
+    for (Stanza const& outlined : file.outline()) {
+        if (outlined.name != request.stanza)
+            continue;
+        for (std::string const& key : outlined.keys) {
+            if (file.store().isObfuscated(stanza, key.c_str()) != 0)
+                throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
+                                               request.file +
+                                               " holds obfuscated values, which would stand in a "
+                                               "Java file for everybody to read; unset it first"};
+            std::vector<std::string> const values = file.values(request.stanza, key);
+            if (values.size() > 1)
+                throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
+                                               request.file + " has " +
+                                               std::to_string(values.size()) +
+                                               " values, and a Java file has one for each key; use "
+                                               "`zstz set --all` to make them one"};
+            std::string const value = values.empty() ? "" : values.front();
+            entries[toUTF8(key, key)] = toUTF8(key, value);
+        }
+    }
+    for (auto const& [key, value] : entries)
+        checkJavaEntry(key, value);
+    return entries;
+}
+
+int convertToJava(Request const& request)
+{
+    Turn const turn(request.javaTo);
+    Entries const entries = javaEntries(request);
+    if (exists(request.javaTo) && !request.overwrite)
+        throw Failure{exitRefused, request.javaTo + " exists; use --overwrite to replace it"};
+    storeJavaFile(request.javaTo, entries);
+    return exitDone;
+}
+
+int convertFromJava(Request const& request)
+{
+    JavaFile const java(request.javaFrom);
+    checkLost(request.javaFrom, java, request.dropComments);
+    std::vector<std::pair<std::string, std::string>> entries;
+    for (auto const& [key, value] : java.entries()) {
+        entries.emplace_back(toLocal(key, key), toLocal(key, value));
+        checkNames(request.stanza, entries.back().first);
+        checkValue(entries.back().first, entries.back().second);
+    }
+    checkNames(request.stanza, "key");
+
+    EditedFile file(request.file, EditedFile::mayBeMissing);
+    ZStanzaFileProperties_6_0& store = file.store();
+    char const* const stanza = request.stanza.c_str();
+    if (store.exists(stanza) != 0) {
+        if (!request.overwrite)
+            throw Failure{exitRefused, "there is a stanza [" + request.stanza + "] in " +
+                                           request.file + "; use --overwrite to replace it"};
+        store.deleteStanza(stanza);
+    }
+    store.addStanza(stanza);
+    for (auto const& [key, value] : entries)
+        store.setValue(stanza, key.c_str(), value.c_str(), 0);
+    store.store(request.file.c_str());
+    return exitDone;
+}
+
+}  // namespace
+
+int runJava(Request const& request)
+{
+    if (request.action == "get")
+        return javaGet(request);
+    if (request.action == "set")
+        return javaSet(request);
+    return request.action == "list" ? javaList(request) : javaCheck(request);
+}
+
+int runConvert(Request const& request)
+{
+    return request.javaTo.empty() ? convertFromJava(request) : convertToJava(request);
+}

@@ -1,0 +1,246 @@
+#include "java_file.h"
+
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <stdio.h>
+
+#include <array>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "failures.h"
+#include "survey.h"
+
+namespace {
+
+constexpr char kUnread[] =
+    "the line is no entry and is not read; write KEY = VALUE with known escapes, or a leading "
+    "\"#\"";
+constexpr char kBehindUnread[] = "the line is not read, because it follows one that is no entry";
+constexpr char kLastLine[] = "the last line has no line end and is not read; end it with one";
+constexpr char kNoCharacter[] = "a \\u escape in this line is no character; correct it";
+constexpr char kComment[] = "the comment would be lost";
+
+struct CloseStream {
+    void operator()(FILE* stream) const { fclose(stream); }
+};
+
+// Reads a text as the library does, and notes what it passes over: each of its states is watched.
+class Watch : public ZJavaProperties_6_0 {
+public:
+    explicit Watch(std::string& text)
+        : text_(text), stream_(fmemopen(text.data(), text.size(), "r"))
+    {
+        if (stream_ == nullptr)
+            throw std::bad_alloc();
+        watchAll(std::make_index_sequence<kStates>());
+    }
+
+    std::vector<LostLine> run(char const* path)
+    {
+        try {
+            loadProperties(stream_.get(), path);
+        } catch (ZToUTF8Exception_6_0 const&) {
+            note(at(), kNoCharacter);
+            return lost_;
+        }
+        if (state_ != startLine && state_ != startLineBlanks && state_ != commentLine)
+            note(text_.size() - 1, kLastLine);
+        return lost_;
+    }
+
+private:
+    template <size_t... states>
+    void watchAll(std::index_sequence<states...>)
+    {
+        for (int state = 0; state < kStates; ++state)
+            library_[state] = handlers_[state];
+        ((handlers_[states] = library_[states] == nullptr
+                                  ? nullptr
+                                  : static_cast<Handler>(&Watch::watch<static_cast<int>(states)>)),
+         ...);
+    }
+
+    template <int state>
+    int watch(char c)
+    {
+        int const next = (this->*library_[state])(c);
+        bool const begins = state == startLine || state == startLineBlanks;
+        if (next == syntaxError)
+            note(at(), kUnread);
+        else if (c == '\0')
+            note(at(), kZeroByte);
+        else if (begins && next == commentLine)
+            note(at(), kComment);
+        // A line end that is an error takes the line behind it along.
+        if (next == syntaxError && (c == '\n' || c == '\r'))
+            noteFollowing();
+        state_ = next == syntaxError ? commentLine : next;
+        return next;
+    }
+
+    // Where the byte stands that was read last.
+    size_t at() const { return static_cast<size_t>(ftell(stream_.get())) - 1; }
+
+    size_t lineStart(size_t at) const
+    {
+        size_t const feed = at == 0 ? text_.npos : text_.find_last_of("\r\n", at - 1);
+        return feed == text_.npos ? 0 : feed + 1;
+    }
+
+    void noteFollowing()
+    {
+        size_t next = at() + 1;
+        if (next < text_.size() && text_[next - 1] != text_[next] &&
+            (text_[next] == '\n' || text_[next] == '\r'))
+            ++next;
+        if (next < text_.size())
+            note(next, kBehindUnread);
+    }
+
+    // Notes the line with the byte at `at`, once, unless there is nothing in it.
+    void note(size_t at, char const* why)
+    {
+        size_t const start = lineStart(at);
+        while (counted_ < start) {
+            char const c = text_[counted_++];
+            if (c == '\n' || (c == '\r' && text_[counted_] != '\n'))
+                ++number_;
+        }
+        size_t const end = std::min(text_.find_first_of("\r\n", start), text_.size());
+        std::string const line = text_.substr(start, end - start);
+        bool const isComment = why == kComment;
+        if (line.find_first_not_of(isComment ? " \t\v\f#!" : " \t\v\f") == line.npos)
+            return;
+        if (lost_.empty() || lost_.back().number != number_)
+            lost_.push_back({number_, line, why, isComment});
+    }
+
+    std::string const& text_;
+    std::unique_ptr<FILE, CloseStream> const stream_;
+    std::array<Handler, kStates> library_ = {};
+    int state_ = startLine;  // after the byte that was read last
+    size_t counted_ = 0;     // the bytes whose line ends number_ has counted
+    size_t number_ = 1;
+    std::vector<LostLine> lost_;
+};
+
+std::string bytes(ZAbstractString_6_0 const& string)
+{
+    return std::string(string.getChars(), string.getLength());
+}
+
+std::map<std::string, std::string> entriesOf(ZJavaProperties_6_0 const& store)
+{
+    std::map<std::string, std::string> entries;
+    ZArrayList_6_0 keys(64, 1);
+    store.listKeys(keys);
+    for (unsigned i = 0; i < keys.size(); ++i) {
+        auto const& key = static_cast<ZAbstractString_6_0 const&>(*keys.get(i));
+        ZUTF8String_6_0 value;
+        store.getValue(key, value);
+        entries[bytes(key)] = bytes(value);
+    }
+    return entries;
+}
+
+bool isOneOf(char c, char const* set)
+{
+    return std::string_view(set).find(c) != std::string_view::npos;
+}
+
+// Whether the reader gives the key back from a line that begins with it as it is.
+bool isJavaKey(std::string const& key)
+{
+    if (key.empty() || isOneOf(key[0], " \t\v\f#!\n\r"))
+        return false;
+    return key.find_first_of(" \t\v\f\\:=\n\r", 1) == key.npos;
+}
+
+// The length of the character at the start of `text` when it is written so that it reads back: of
+// one byte, or of two or three in their shortest form. 0 for any other.
+size_t javaCharacter(std::string_view text)
+{
+    auto const byte = [text](size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
+    };
+    auto const follows = [byte](size_t i) { return (byte(i) & 0xC0u) == 0x80u; };
+    if (byte(0) < 0x7F)
+        return 1;
+    if (byte(0) >= 0xC2 && byte(0) <= 0xDF && follows(1))
+        return 2;
+    if (byte(0) >= 0xE0 && byte(0) <= 0xEF && follows(1) && follows(2) &&
+        (byte(0) > 0xE0 || byte(1) >= 0xA0))
+        return 3;
+    return 0;
+}
+
+// What keeps a value from being read back; null when nothing does.
+char const* valueFault(std::string const& value)
+{
+    if (!value.empty() && isOneOf(value[0], " \t\v\f"))
+        return "begins with white space, which is not read back; leave that out";
+    if (value.find_first_of("\n\r") != value.npos)
+        return "has a line end, which a Java file of this library cannot hold; use one line";
+    for (size_t i = 0; i < value.size();) {
+        size_t const length = javaCharacter(std::string_view(value).substr(i));
+        if (length == 0)
+            return "has a character that a Java file of this library cannot hold; use characters "
+                   "of UTF-8 up to U+FFFF other than DEL";
+        i += length;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+JavaFile::JavaFile(std::string const& path)
+{
+    ZJavaProperties_6_0 store;
+    std::string text = contents(path);
+    try {
+        store.load(path.c_str());
+    } catch (ZToUTF8Exception_6_0 const&) {
+        if (!text.empty())
+            for (LostLine const& line : Watch(text).run(path.c_str()))
+                if (line.why == kNoCharacter)
+                    throw Failure{exitInvalidData, lineReport(path, line)};
+        throw;
+    }
+    entries_ = entriesOf(store);
+    if (!text.empty())
+        lost_ = Watch(text).run(path.c_str());
+}
+
+std::string lineReport(std::string const& path, LostLine const& line)
+{
+    return path + ":" + std::to_string(line.number) + ": " + quoted(line.text) + ": " + line.why;
+}
+
+void checkJavaEntry(std::string const& key, std::string const& value)
+{
+    if (!isJavaKey(key))
+        throw Failure{
+            exitInvalidValue,
+            "the key " + quoted(key) +
+                " cannot be stored in a Java file; use one without blanks, line ends, "
+                "\"=\", \":\" and backslashes in it, and without a leading \"#\" or \"!\""};
+    if (char const* const fault = valueFault(value))
+        throw Failure{exitInvalidValue,
+                      "the value " + quoted(value) + " of key " + key + " " + fault};
+}
+
+void storeJavaFile(std::string const& path, std::map<std::string, std::string> const& entries)
+{
+    ZJavaProperties_6_0 store;
+    for (auto const& [key, value] : entries)
+        store.setValue(ZUTF8String_6_0(key.c_str()), ZUTF8String_6_0(value.c_str()));
+    store.store(path.c_str());
+
+    ZJavaProperties_6_0 stored;
+    stored.load(path.c_str());
+    if (entriesOf(stored) != entries)
+        throw Failure{exitInternal,
+                      path + " does not read back as it was stored; please report it"};
+}
