@@ -322,9 +322,22 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
     constexpr char kUpperLetters[] = {'E', 'f', 'G', 'E', 'f', 'G'};
     bool const isLong = conversion.type >= zprintfLongDoubleExponent;
     int const row = conversion.type - zprintfExponent;
+    bool const isUpper = conversion.flags & zprintfUpperExponent;
+    char const letter = isUpper ? kUpperLetters[row] : kLetters[row];
 
-    char format[sizeof "%# +'.*Lf"];
+    char format[sizeof "%# +'.2147483647Lf"];
     char* at = format;
+    constexpr uint32_t kShapes = zprintfAlternate | zprintfBlank | zprintfPlus | zprintfGrouped;
+    if (!(conversion.flags & kShapes)) {
+        // What snprintf does in the end, without its way there.
+        *at++ = '%';
+        *at++ = '.';
+        at = std::to_chars(at, std::end(format), precision).ptr;
+        *at++ = letter;
+        *at = '\0';
+        return isLong ? strfroml(text, size, format, argument.value.longReal)
+                      : strfromd(text, size, format, argument.value.real);
+    }
     *at++ = '%';
     if (conversion.flags & zprintfAlternate)
         *at++ = '#';
@@ -338,7 +351,7 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
     *at++ = '*';
     if (isLong)
         *at++ = 'L';
-    *at++ = conversion.flags & zprintfUpperExponent ? kUpperLetters[row] : kLetters[row];
+    *at++ = letter;
     *at = '\0';
     return isLong ? snprintf(text, size, format, precision, argument.value.longReal)
                   : snprintf(text, size, format, precision, argument.value.real);
@@ -365,6 +378,9 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
     int64_t zerosBehind = 0;
     if (length == 0) {
         int const shown = std::min(precision, kMostPrecision);
+        // Without a width and zeros to add, the platform writes where the text belongs.
+        if (params.width == 0 && shown == precision && room > 0)
+            return writeByPlatform(conversion, argument, shown, out, room + 1);
         int const needed = writeByPlatform(conversion, argument, shown, scratch, sizeof scratch);
         if (needed < 0)
             return -1;
