@@ -48,6 +48,7 @@ constexpr Target kTargets[] = {
     {"Load/", "GKeyFile+comments", 1.0},
     {"LookUp/", "unordered_map", 1.0},
     {"ChangeAndStore/", "GKeyFile+comments", 1.0},
+    {"CacheLookUp/", "unordered_map", 1.0},
 };
 
 // A large row takes at most so many times as long a key as the small one beside it.
@@ -58,7 +59,7 @@ struct Growth {
     double limit;
 };
 
-constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 2.5}};
+constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 2.5}, {"CacheLoad/", 10000, 1000000, 2.5}};
 
 // A counter of our row that has a limit of its own.
 struct CounterLimit {
@@ -68,7 +69,8 @@ struct CounterLimit {
     double limit;
 };
 
-constexpr CounterLimit kCounterLimits[] = {{"Load/", "/1000000", "B/key", 170}};
+constexpr CounterLimit kCounterLimits[] = {{"Load/", "/1000000", "B/key", 170},
+                                           {"CacheLoad/", "/1000000", "B/key", 170}};
 
 bool beginsWith(std::string const& text, std::string const& beginning)
 {

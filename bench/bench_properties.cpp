@@ -1,8 +1,7 @@
 // The cache of a configuration store alone: load, look up, change, add, delete, write, let go.
 //
-// Shapes as in bench_stanza: "wide" has 100 keys a stanza, "one" a single stanza, "thin" a stanza a
-// key. The yardsticks: reading the bytes and splitting lines ("floor"), and an unordered_map of
-// strings for the look-up.
+// The yardsticks: reading the bytes and splitting lines, copying the text, and an unordered_map of
+// strings with stanza and key in one name.
 #include <Z/ZArrayList.h>
 #include <Z/ZPropertiesImpl.h>
 #include <benchmark/benchmark.h>
@@ -12,52 +11,38 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <unordered_map>
-#include <utility>
 #include <vector>
+
+#include "generated_file.h"
 
 namespace {
 
-struct Shape {
-    char const* name;
-    size_t keysPerStanza;  // 0: all
-};
-
-constexpr Shape kShapes[] = {{"wide", 100}, {"one", 0}, {"thin", 1}};
 constexpr size_t kSizes[] = {100, 10000, 100000, 1000000};
 
-struct File {
-    std::string text;
-    std::vector<std::pair<std::string, std::string>> names;  // shuffled
-};
+using File = GeneratedFile;
 
-File const& fileOf(Shape const& shape, size_t keys)
+// The names of a file in an order that helps nobody.
+std::vector<Name> shuffledNames(File const& file)
 {
-    static std::map<std::pair<std::string, size_t>, File> made;
-    File& file = made[{shape.name, keys}];
-    if (!file.names.empty())
-        return file;
-    size_t const perStanza = shape.keysPerStanza == 0 ? keys : shape.keysPerStanza;
-    std::string text = "# Generated for the benchmark\n";
-    std::string stanza;
-    for (size_t i = 0; i < keys; ++i) {
-        if (i % perStanza == 0) {
-            stanza = "service" + std::to_string(i / perStanza);
-            text += "\n# what " + stanza + " does\n[" + stanza + "]\n";
-        }
-        if (i % 10 == 5)
-            text += "# the next one matters\n";
-        std::string const key = "parameter" + std::to_string(i % perStanza);
-        text += key + " = value of number " + std::to_string(i) + "\n";
-        file.names.emplace_back(stanza, key);
+    std::vector<Name> names = file.names;
+    std::shuffle(names.begin(), names.end(), std::mt19937_64(1));
+    return names;
+}
+
+// Calls `call(name)` with one name after the other, again and again.
+template <class Call>
+void eachName(benchmark::State& state, File const& file, Call call)
+{
+    std::vector<Name> const names = shuffledNames(file);
+    size_t i = 0;
+    for (auto _ : state) {
+        call(names[i]);
+        i = i + 1 == names.size() ? 0 : i + 1;
     }
-    file.text = text;
-    std::shuffle(file.names.begin(), file.names.end(), std::mt19937_64(1));
-    return file;
 }
 
 size_t heapInUse()
@@ -147,51 +132,72 @@ void floorRow(benchmark::State& state, File const& file)
 void lookUpRow(benchmark::State& state, File const& file)
 {
     auto const data = load(file);
-    size_t i = 0;
     ZPCategoryBasedCache_6_0::Text value;
-    for (auto _ : state) {
-        auto const& name = file.names[i];
-        benchmark::DoNotOptimize(data->lastValue(name.first.c_str(), name.second.c_str(),
-                                                 ZPCache_6_0::anyValues, value));
-        i = i + 1 == file.names.size() ? 0 : i + 1;
-    }
+    eachName(state, file, [&](Name const& name) {
+        benchmark::DoNotOptimize(
+            data->lastValue(name.stanza.c_str(), name.key.c_str(), ZPCache_6_0::anyValues, value));
+    });
 }
 
-void lookUpPeerRow(benchmark::State& state, File const& file)
-{
-    std::unordered_map<std::string, std::string> map;
-    for (auto const& name : file.names)
-        map[name.first + ']' + name.second] = "value";
-    size_t i = 0;
-    std::string name;
-    for (auto _ : state) {
-        name.assign(file.names[i].first).append(1, ']').append(file.names[i].second);
-        benchmark::DoNotOptimize(map.find(name));
-        i = i + 1 == file.names.size() ? 0 : i + 1;
+// A map of strings from stanza and key to the value.
+class Map {
+public:
+    explicit Map(File const& file)
+    {
+        for (Name const& name : file.names)
+            map_[joined(name)] = "value of number 1";
     }
+
+    std::string const& joined(Name const& name)
+    {
+        return joined_.assign(name.stanza).append(1, ']').append(name.key);
+    }
+
+    std::unordered_map<std::string, std::string>& operator*() { return map_; }
+
+private:
+    std::unordered_map<std::string, std::string> map_;
+    std::string joined_;
+};
+
+void lookUpMapRow(benchmark::State& state, File const& file)
+{
+    Map map(file);
+    eachName(state, file,
+             [&](Name const& name) { benchmark::DoNotOptimize((*map).find(map.joined(name))); });
 }
 
 void setRow(benchmark::State& state, File const& file)
 {
     auto const data = load(file);
-    size_t i = 0;
-    for (auto _ : state) {
-        auto const& name = file.names[i];
-        data->addLine(name.first.c_str(), name.second.c_str(), "changed a little", 0);
-        i = i + 1 == file.names.size() ? 0 : i + 1;
-    }
+    eachName(state, file, [&](Name const& name) {
+        data->addLine(name.stanza.c_str(), name.key.c_str(), "changed a little", 0);
+    });
+}
+
+void setMapRow(benchmark::State& state, File const& file)
+{
+    Map map(file);
+    eachName(state, file, [&](Name const& name) { (*map)[map.joined(name)] = "changed a little"; });
 }
 
 void addAndDeleteRow(benchmark::State& state, File const& file)
 {
     auto const data = load(file);
-    size_t i = 0;
-    for (auto _ : state) {
-        auto const& name = file.names[i];
-        data->addLine(name.first.c_str(), "a new one", "value", 0);
-        data->delLine(name.first.c_str(), "a new one");
-        i = i + 1 == file.names.size() ? 0 : i + 1;
-    }
+    eachName(state, file, [&](Name const& name) {
+        data->addLine(name.stanza.c_str(), "a new one", "value", 0);
+        data->delLine(name.stanza.c_str(), "a new one");
+    });
+}
+
+void addAndDeleteMapRow(benchmark::State& state, File const& file)
+{
+    Map map(file);
+    eachName(state, file, [&](Name const& name) {
+        Name const fresh{name.stanza, "a new one"};
+        (*map)[map.joined(fresh)] = "value";
+        (*map).erase(map.joined(fresh));
+    });
 }
 
 void writeRow(benchmark::State& state, File const& file)
@@ -232,32 +238,52 @@ void namesRow(benchmark::State& state, File const& file)
     perKey(state, file.names.size());
 }
 
-[[maybe_unused]] int const registered = [] {
+// Copies the text, which is less than to write it line by line.
+void writeFloorRow(benchmark::State& state, File const& file)
+{
+    for (auto _ : state) {
+        std::string copy = file.text;
+        benchmark::DoNotOptimize(copy.data());
+    }
+    perKey(state, file.names.size());
+}
+
+bool registerAll()
+{
     struct Row {
         char const* name;
         void (*run)(benchmark::State&, File const&);
     };
     constexpr Row kRows[] = {
-        {"load", loadRow},     {"load_floor", floorRow},
-        {"lookup", lookUpRow}, {"lookup_unordered_map", lookUpPeerRow},
-        {"set", setRow},       {"add_and_delete", addAndDeleteRow},
-        {"write", writeRow},   {"let_go", letGoRow},
-        {"names", namesRow},
+        {"CacheLoad/Z", loadRow},
+        {"CacheLoad/floor.split", floorRow},
+        {"CacheLookUp/Z", lookUpRow},
+        {"CacheLookUp/unordered_map", lookUpMapRow},
+        {"CacheSet/Z", setRow},
+        {"CacheSet/unordered_map", setMapRow},
+        {"CacheAddAndDelete/Z", addAndDeleteRow},
+        {"CacheAddAndDelete/unordered_map", addAndDeleteMapRow},
+        {"CacheWrite/Z", writeRow},
+        {"CacheWrite/floor.copy", writeFloorRow},
+        {"CacheLetGo/Z", letGoRow},
+        {"CacheNames/Z", namesRow},
     };
     for (Row const& row : kRows) {
         for (Shape const& shape : kShapes) {
             for (size_t const keys : kSizes) {
-                std::string const name = std::string("cache/") + row.name + "/" + shape.name + "/" +
-                                         std::to_string(keys);
+                std::string const name =
+                    std::string(row.name) + "/" + shape.name + "/" + std::to_string(keys);
                 auto const run = row.run;
                 benchmark::RegisterBenchmark(name.c_str(),
                                              [run, &shape, keys](benchmark::State& state) {
-                                                 run(state, fileOf(shape, keys));
+                                                 run(state, generatedFile(shape, keys));
                                              });
             }
         }
     }
-    return 0;
-}();
+    return true;
+}
+
+bool const registered = registerAll();
 
 }  // namespace

@@ -1,7 +1,4 @@
 // Configuration files: load, look a key up, change one key and store, walk everything.
-//
-// Shapes: "wide" has 100 keys a stanza, "one" a single stanza, "thin" a stanza a key. Every file
-// has a comment and a blank line per stanza, and a comment every ten keys.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
@@ -23,6 +20,8 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "generated_file.h"
 
 #ifdef Z_PEER_GLIB
 #include <glib.h>
@@ -47,67 +46,48 @@
 
 namespace {
 
-struct Shape {
-    char const* name;
-    size_t keysPerStanza;  // 0: all
-    std::vector<size_t> sizes;
-};
+constexpr size_t kSmall[] = {100, 1000};  // of "wide" alone
+constexpr size_t kLarge[] = {10000, 100000, 1000000};
 
-Shape const kShapes[] = {
-    {"wide", 100, {100, 1000, 10000, 100000, 1000000}},
-    {"one", 0, {100000}},
-    {"thin", 1, {100000}},
-};
-
-struct Name {
-    std::string stanza;
-    std::string key;
-};
-
-// A generated file and the names in it.
-struct File {
-    std::string path;
-    std::string text;
-    std::vector<Name> names;
-};
-
-File const& fileOf(Shape const& shape, size_t keys)
+std::vector<size_t> sizesOf(Shape const& shape)
 {
-    static std::map<std::pair<std::string, size_t>, File> made;
-    File& file = made[{shape.name, keys}];
-    if (!file.path.empty())
-        return file;
-    size_t const perStanza = shape.keysPerStanza == 0 ? keys : shape.keysPerStanza;
-    std::string text = "# Generated for the benchmark\n";
-    std::string stanza;
-    for (size_t i = 0; i < keys; ++i) {
-        if (i % perStanza == 0) {
-            stanza = "service" + std::to_string(i / perStanza);
-            text += "\n# what " + stanza + " does\n[" + stanza + "]\n";
-        }
-        if (i % 10 == 5)
-            text += "# the next one matters\n";
-        std::string const key = "parameter" + std::to_string(i % perStanza);
-        text += key + " = value of number " + std::to_string(i) + "\n";
-        file.names.push_back({stanza, key});
-    }
-    file.text = text;
-    file.path = "/tmp/zbench." + std::to_string(getpid()) + "." + shape.name + std::to_string(keys);
-    std::ofstream(file.path, std::ios::binary) << text;
-    return file;
+    std::vector<size_t> sizes(std::begin(kLarge), std::end(kLarge));
+    if (shape.keysPerStanza == 100)
+        sizes.insert(sizes.begin(), std::begin(kSmall), std::end(kSmall));
+    return sizes;
 }
 
-// Removes the generated files when the program ends.
-struct Cleaner {
-    ~Cleaner()
+// A generated file on disk.
+struct File {
+    std::string path;
+    std::string const& text;
+    std::vector<Name> const& names;
+};
+
+// The files that were written, removed when the program ends.
+class Files {
+public:
+    ~Files()
     {
-        for (Shape const& shape : kShapes)
-            for (size_t keys : shape.sizes)
-                unlink(("/tmp/zbench." + std::to_string(getpid()) + "." + shape.name +
-                        std::to_string(keys))
-                           .c_str());
+        for (auto const& file : written_)
+            unlink(file.second.path.c_str());
     }
-} const cleaner;
+
+    File const& of(Shape const& shape, size_t keys)
+    {
+        std::string const name = shape.name + std::to_string(keys);
+        if (auto const known = written_.find(name); known != written_.end())
+            return known->second;
+        GeneratedFile const& made = generatedFile(shape, keys);
+        File const file{"/tmp/zbench." + std::to_string(getpid()) + "." + name, made.text,
+                        made.names};
+        std::ofstream(file.path, std::ios::binary) << made.text;
+        return written_.emplace(name, file).first->second;
+    }
+
+private:
+    std::map<std::string, File> written_;
+} files;
 
 // What a contender offers; an operation that it has not stays empty.
 class Store {
@@ -610,7 +590,7 @@ bool registerAll()
                         {"Walk", walkRow, false}};
     for (Row const& row : rows)
         for (Shape const& shape : kShapes)
-            for (size_t keys : shape.sizes)
+            for (size_t const keys : sizesOf(shape))
                 for (Contender const& contender : contenders()) {
                     bool const floor = strncmp(contender.name, "floor", 5) == 0;
                     bool const map = strcmp(contender.name, "unordered_map") == 0;
@@ -624,7 +604,7 @@ bool registerAll()
                     RowFunction const run = row.run;
                     benchmark::RegisterBenchmark(name.c_str(),
                                                  [run, contender, &shape, keys](auto& state) {
-                                                     run(state, contender, fileOf(shape, keys));
+                                                     run(state, contender, files.of(shape, keys));
                                                  })
                         ->UseRealTime()
                         ->Unit(benchmark::kMicrosecond);
