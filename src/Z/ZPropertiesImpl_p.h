@@ -631,6 +631,10 @@ public:
     void tidy();
 
     size_t memoryUsed() const;
+
+    // Returns about how long the text of the file is: the texts, and what stands between them.
+    size_t textLength() const { return arena_.used() + 4 * lines_.count(); }
+
     void swap(Store& other);
 
     // Returns whether lists that callers may know went away since the last call.
@@ -782,6 +786,13 @@ public:
         length_ += Size - 1;
     }
 
+    // Makes room for a text of about `length` bytes at once.
+    void expect(size_t length)
+    {
+        if (room_ <= length)
+            setRoom(length + 1);
+    }
+
     char const* chars() const { return chars_; }
     size_t length() const { return length_; }
 
@@ -803,7 +814,11 @@ private:
     void grow(size_t length)
     {
         size_t const wished = room_ * 2 < 4096 ? 4096 : room_ * 2;
-        size_t const room = wished <= length_ + length ? length_ + length + 1 : wished;
+        setRoom(wished <= length_ + length ? length_ + length + 1 : wished);
+    }
+
+    void setRoom(size_t room)
+    {
         chars_ = static_cast<char*>(reallocate(chars_, room));
         room_ = room;
     }

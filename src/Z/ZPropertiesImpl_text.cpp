@@ -301,6 +301,8 @@ void writeKey(Store const& store, Id key, TextBuffer& text)
 
 void write(Store const& store, TextBuffer& text)
 {
+    if (store.firstLine() != 0)
+        text.expect(store.textLength());
     bool isSkipping = false;  // the lines of a stanza that was removed
     for (Id id = store.firstLine(); id != 0; id = store.line(id).next) {
         Line const& line = store.line(id);

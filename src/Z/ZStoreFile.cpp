@@ -419,6 +419,7 @@ private:
 
     int writeJournal();
     int writeJournalTo(int fd, Journal const& journal);
+    int pad();
     int reserve();
     int prepareCompanion(View contents);
     int writeText();
@@ -499,16 +500,9 @@ void ZStoreFile::Writer::commit()
         if (error != 0 && error != ENOENT)
             throw Failure{path, "fopen(w)", error};
     }
-    if (text_.length < file_.main_.length()) {
-        padded_ = Bytes(file_.main_.length());
-        if (text_.length > 0)
-            memcpy(padded_.data(), text_.data, text_.length);
-        memset(padded_.data() + text_.length, '\n', padded_.length() - text_.length);
-    }
-
     try {
         bool const writes = companion_.change == Companion::written;
-        if (writeJournal() == 0 && reserve() == 0 &&
+        if (writeJournal() == 0 && pad() == 0 && reserve() == 0 &&
             (!writes || prepareCompanion(companion_.contents) == 0) && writeText() == 0 &&
             moveCompanion() == 0 && removeJournal() == 0)
             return;
@@ -590,6 +584,18 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     return failed("fsync()", newJournal_, syncFile(fd));
 }
 
+// Without a journal, makes a shorter text as long as the old one.
+int ZStoreFile::Writer::pad()
+{
+    if (journalled_ || text_.length >= file_.main_.length())
+        return 0;
+    padded_ = Bytes(file_.main_.length());
+    if (text_.length > 0)
+        memcpy(padded_.data(), text_.data, text_.length);
+    memset(padded_.data() + text_.length, '\n', padded_.length() - text_.length);
+    return 0;
+}
+
 // Has the file system set the room for a longer text aside.
 int ZStoreFile::Writer::reserve()
 {
@@ -626,7 +632,7 @@ int ZStoreFile::Writer::prepareCompanion(View contents)
 
 int ZStoreFile::Writer::writeText()
 {
-    bool const pads = !journalled_ && padded_.length() > 0;
+    bool const pads = padded_.length() > 0;
     auto const length = static_cast<off_t>(text_.length);
     int const fd = file_.fd_;
     textTouched_ = true;
