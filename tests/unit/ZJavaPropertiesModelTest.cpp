@@ -13,6 +13,7 @@
 #include "JavaEntries.h"
 #include "JavaModel.h"
 #include "TestDirectory.h"
+#include "Visible.h"
 
 namespace {
 
@@ -79,18 +80,6 @@ std::string randomText(std::mt19937& random)
     std::string text;
     for (size_t pieces = 1 + random() % 14; pieces > 0; --pieces)
         text += kPieces[random() % std::size(kPieces)];
-    return text;
-}
-
-// Shown when a text is read in another way than the model does.
-std::string visible(std::string_view bytes)
-{
-    std::string text;
-    for (char const c : bytes) {
-        char code[5];
-        snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(c));
-        text += c > ' ' && c < 0x7F && c != '\\' ? std::string(1, c) : code;
-    }
     return text;
 }
 
