@@ -107,7 +107,7 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     timedOut = 0;
 
     // The mutex stays locked until the wait below releases it; only the marks go now.
-    int const depth = lock_->markFree();
+    int const nested = lock_->markFree();
     int rc = 0;
     try {
         auto* const condition = conditionIn(condition_);
@@ -126,10 +126,10 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     } catch (...) {
         // A cancelled wait has the mutex again: the guards up the stack unlock it.
         if (zcaughtCancellation())
-            lock_->markHeld(depth);
+            lock_->markHeld(nested);
         throw;
     }
-    lock_->markHeld(depth);
+    lock_->markHeld(nested);
 
     // KEPT: a timed wait that fails reports the text of the untimed one; log scanners know only
     // that. Test: ZCondition.KeepsOneMessageForBothWaits

@@ -20,7 +20,6 @@ enum RaiseSite {
     reportInDestructor = 58,
     raiseInLock = 77,
     raiseInUnlockOfStranger = 91,
-    raiseInUnlockOfFree = 94,
     raiseInUnlock = 106
 };
 
@@ -52,7 +51,7 @@ void zreportException(ZException_6_0& failure) noexcept
     }
 }
 
-ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), count_(0)
+ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), nested_(0)
 {
     int const rc = pthread_mutex_init(&mutex_, nullptr);
     if (rc != 0)
@@ -63,7 +62,7 @@ ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), count_(0)
 // and each copy is given a lock of its own before it is used. Zeroes, so that destroying it is
 // harmless. Test: ZLock.KeepsACopyFreeAndUninitialised
 ZLock_6_0::ZLock_6_0(ZLock_6_0 const& other)
-    : ZAbstractLock_6_0(), ZObject_6_0(other), mutex_(), owner_(kNobody), count_(0)
+    : ZAbstractLock_6_0(), ZObject_6_0(other), mutex_(), owner_(kNobody), nested_(0)
 {
 }
 
@@ -81,24 +80,23 @@ ZLock_6_0::~ZLock_6_0()
         zreportRc(kSource, reportInDestructor, mutexDestroy, rc);
 }
 
-// The holder is asked first: the count is his alone.
 bool ZLock_6_0::heldByCaller() const
 {
-    return pthread_equal(pthread_self(), owner()) != 0 && count_ > 0;
+    return owner() == self();
 }
 
 int ZLock_6_0::markFree()
 {
-    int const depth = count_;
+    int const nested = nested_;
+    nested_ = 0;
     setOwner(kNobody);
-    count_ = 0;
-    return depth;
+    return nested;
 }
 
-void ZLock_6_0::markHeld(int depth)
+void ZLock_6_0::markHeld(int nested)
 {
-    count_ = depth;
-    setOwner(pthread_self());
+    nested_ = nested;
+    setOwner(self());
 }
 
 void ZLock_6_0::raiseLock(int rc)
@@ -108,7 +106,7 @@ void ZLock_6_0::raiseLock(int rc)
 
 void ZLock_6_0::raiseUnlock(int rc, UnlockFailure failure)
 {
-    constexpr RaiseSite kSites[] = {raiseInUnlockOfStranger, raiseInUnlockOfFree, raiseInUnlock};
+    constexpr RaiseSite kSites[] = {raiseInUnlockOfStranger, raiseInUnlock};
     ZUnlockResourceException_6_0(mutexUnlock, rc).throwException(kSource, kSites[failure]);
 }
 

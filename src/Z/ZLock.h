@@ -61,13 +61,12 @@ public:
     {
         pthread_t const caller = self();
         if (owner() == caller) {
-            ++count_;
+            ++nested_;
             return;
         }
         int const rc = pthread_mutex_lock(&mutex_);
         if (__builtin_expect(rc != 0, 0))
             raiseLock(rc);
-        count_ = 1;
         setOwner(caller);
     }
 
@@ -79,17 +78,13 @@ public:
         pthread_t const caller = self();
         if (__builtin_expect(owner() != caller, 0))
             raiseUnlock(0, stranger);
-        if (count_ != 1) {
-            if (count_ <= 0)
-                raiseUnlock(0, notLocked);
-            --count_;
+        if (nested_ != 0) {
+            --nested_;
             return;
         }
         setOwner(kNobody);
-        count_ = 0;
         int const rc = pthread_mutex_unlock(&mutex_);
         if (__builtin_expect(rc != 0, 0)) {
-            count_ = 1;
             setOwner(caller);
             raiseUnlock(rc, mutexFailed);
         }
@@ -99,10 +94,11 @@ public:
     ~ZLock_6_0() override;
 
 private:
-    friend class ZCondition_6_0;  // marks the lock free while it waits on the mutex
+    friend class ZCondition_6_0;      // marks the lock free while it waits on the mutex
+    friend class ZReadWriteLock_6_0;  // knows its threads by self()
 
     static constexpr pthread_t kNobody = ~pthread_t{0};
-    enum UnlockFailure { stranger, notLocked, mutexFailed };
+    enum UnlockFailure { stranger, mutexFailed };
 
     // The id that pthread_self() gives. On x86-64 glibc's id is the thread pointer, which the
     // compiler reads in one instruction.
@@ -127,15 +123,15 @@ private:
     }
 
     bool heldByCaller() const;
-    int markFree();  // returns the depth that markHeld() gives back
-    void markHeld(int depth);
+    int markFree();  // returns what markHeld() gives back
+    void markHeld(int nested);
 
     [[noreturn]] static void raiseLock(int rc);
     [[noreturn]] static void raiseUnlock(int rc, UnlockFailure failure);
 
     pthread_mutex_t mutex_;
     pthread_t owner_;  // the thread that holds the mutex, kNobody when it is free
-    int count_;        // lock() calls not yet matched; only the holder reads or writes it
+    int nested_;       // lock() calls of the holder beyond his first; his alone, 0 when free
 };
 
 /// Holds a lock from construction to destruction.

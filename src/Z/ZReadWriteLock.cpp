@@ -1,7 +1,6 @@
 #include "ZReadWriteLock.h"
 
-#include <pthread.h>
-
+#include <atomic>
 #include <exception>
 
 #include "ZException.h"
@@ -14,7 +13,6 @@ constexpr char kSource[] = "src/Z/ZReadWriteLock";
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
 enum RaiseSite {
-    raiseInUnlockOfReader = 88,
     raiseInUnlockOfFree = 97,
     raiseInUnlockBesideWriter = 104,
     raiseInRecursion = 61,
@@ -89,20 +87,112 @@ void ZAbstractReadWriteLock_6_0::setUpdate(int)
 // protect, write  unlock by the writer                 read with readers left, else unset
 // protect, write  unlock by a reader                   the same (1 reader less)
 // Every other acquisition waits until the state allows it.
+//
+// The state is one word: the number of readers and the flags below; "read" and "unset" are the
+// absence of the other two. Who finds nothing in the way changes the word in one step. Who does
+// takes the condition's lock, announces himself in the word and sleeps. While somebody is
+// announced every release goes through the condition's lock as well: no wake-up falls between the
+// look and the sleep, and a woken thread that destroys this object finds nobody inside any more.
 
-// Counts a thread as waiting for as long as it waits, however the wait ends.
+namespace {
+
+constexpr unsigned long kReader = 1;
+constexpr unsigned long kReaders = 0xFFFFFFFF;
+constexpr unsigned long kProtect = 1ul << 32;
+constexpr unsigned long kWrite = 1ul << 33;
+constexpr unsigned long kWaiting = 1ul << 34;  // somebody waits; changes under the condition's lock
+constexpr unsigned long kPromotion = kWrite - kProtect;
+
+using Word = std::atomic_ref<unsigned long>;
+
+ZReadWriteLockInterface_6_0::zlockstate stateIn(unsigned long word)
+{
+    using Lock = ZReadWriteLockInterface_6_0;
+    if ((word & kWrite) != 0)
+        return Lock::write;
+    if ((word & kProtect) != 0)
+        return Lock::protect;
+    return (word & kReaders) != 0 ? Lock::read : Lock::unset;
+}
+
+// What is left of `word` when its holder of "protect" or "write" lets go, or one of its readers.
+inline unsigned long released(unsigned long word, bool byHolder)
+{
+    if (byHolder)
+        return word & ~(kProtect | kWrite);
+    if ((word & kReaders) == 0)
+        raiseUnlock(stateIn(word) == ZReadWriteLockInterface_6_0::unset
+                        ? raiseInUnlockOfFree
+                        : raiseInUnlockBesideWriter);
+    return word - kReader;
+}
+
+// Adds `step` to the word as soon as nothing of `blockers` is in it. Returns whether it was so.
+inline bool enter(unsigned long& state, unsigned long blockers, unsigned long step)
+{
+    Word const word(state);
+    unsigned long now = word.load(std::memory_order_relaxed);
+    while ((now & blockers) == 0)
+        if (word.compare_exchange_weak(now, now + step, std::memory_order_acquire,
+                                       std::memory_order_relaxed))
+            return true;
+    return false;
+}
+
+}  // namespace
+
+inline unsigned long ZReadWriteLock_6_0::word() const
+{
+    return Word(const_cast<unsigned long&>(word_)).load(std::memory_order_relaxed);
+}
+
+// Only the thread that holds "protect" or "write" can find its own id there, so that no order is
+// needed.
+inline bool ZReadWriteLock_6_0::callerHolds() const
+{
+    unsigned long& holder = const_cast<unsigned long&>(holder_);
+    return Word(holder).load(std::memory_order_relaxed) == ZLock_6_0::self();
+}
+
+inline void ZReadWriteLock_6_0::setHolder(unsigned long id)
+{
+    Word(holder_).store(id, std::memory_order_relaxed);
+}
+
+inline void ZReadWriteLock_6_0::noteCallerAsHolder()
+{
+    setHolder(ZLock_6_0::self());
+    Word(writer_).store(ZLock_6_0::self(), std::memory_order_relaxed);
+}
+
+inline void ZReadWriteLock_6_0::failIfCallerHolds() const
+{
+    if (callerHolds())
+        raiseLock(raiseInRecursion);
+}
+
+// Announces a thread as waiting for as long as it waits, however the wait ends; lives under the
+// condition's lock.
 class ZReadWriteLock_6_0::Waiter {
 public:
-    explicit Waiter(int& waiters) : waiters_(waiters) { ++waiters_; }
+    explicit Waiter(ZReadWriteLock_6_0& lock) : lock_(lock)
+    {
+        if (++lock_.waiters_ == 1)
+            Word(lock_.word_).fetch_or(kWaiting, std::memory_order_relaxed);
+    }
     Waiter(Waiter const&) = delete;
     Waiter& operator=(Waiter const&) = delete;
-    ~Waiter() { --waiters_; }
+    ~Waiter()
+    {
+        if (--lock_.waiters_ == 0)
+            Word(lock_.word_).fetch_and(~kWaiting, std::memory_order_relaxed);
+    }
 
 private:
-    int& waiters_;
+    ZReadWriteLock_6_0& lock_;
 };
 
-ZReadWriteLock_6_0::ZReadWriteLock_6_0() : readers_(0), state_(unset), writer_(kNobody), waiters_(0)
+ZReadWriteLock_6_0::ZReadWriteLock_6_0() : word_(0), holder_(kNobody), writer_(kNobody), waiters_(0)
 {
 }
 
@@ -138,32 +228,42 @@ void ZReadWriteLock_6_0::lock(zlockstate state)
 
 void ZReadWriteLock_6_0::unlock()
 {
+    bool const byHolder = callerHolds();
+    if (byHolder)
+        setHolder(kNobody);
+    Word const word(word_);
+    unsigned long now = word.load(std::memory_order_relaxed);
+    while ((now & kWaiting) == 0)
+        if (word.compare_exchange_weak(now, released(now, byHolder), std::memory_order_release,
+                                       std::memory_order_relaxed))
+            return;
+    if (byHolder)
+        setHolder(ZLock_6_0::self());
+    if (!releaseAndWake(byHolder))
+        unlock();
+}
+
+// Releases while somebody waits. Returns false, and has released nothing, when nobody does any
+// more: a lock that nobody waits for may be destroyed as soon as it is released, and here the
+// condition's lock is still to be unlocked.
+bool ZReadWriteLock_6_0::releaseAndWake(bool byHolder)
+{
     ZResourceLock_6_0 const guard(*changed_.getResource());
-    switch (state_) {
-        case unset:
-            raiseUnlock(raiseInUnlockOfFree);
-        case read:
-            if (readers_ < 1)
-                raiseUnlock(raiseInUnlockOfReader);
-            --readers_;
-            break;
-        case protect:
-        case write:
-            if (callerIsWriter())
-                state_ = read;
-            else if (readers_ < 1)
-                raiseUnlock(raiseInUnlockBesideWriter);
-            else
-                --readers_;
-            break;
-    }
-    if (readers_ == 0 && state_ == read)
-        state_ = unset;
-    // Nobody can go on while "protect" lasts, or before the last reader makes way for the writer.
-    // Woken under the lock: a woken thread may destroy this object once it has the lock.
-    bool const someoneCanGoOn = state_ != protect && !(state_ == write && readers_ > 0);
-    if (waiters_ > 0 && someoneCanGoOn)
+    Word const word(word_);
+    if ((word.load(std::memory_order_relaxed) & kWaiting) == 0)
+        return false;
+    if (byHolder)
+        setHolder(kNobody);
+    unsigned long now = word.load(std::memory_order_relaxed);
+    unsigned long next = 0;
+    do
+        next = released(now, byHolder);
+    while (!word.compare_exchange_weak(now, next, std::memory_order_release,
+                                       std::memory_order_relaxed));
+    // A reader that leaves makes way only as the last one, and for nobody while "protect" lasts.
+    if (byHolder || (next & (kReaders | kProtect)) == 0)
         changed_.broadcast();
+    return true;
 }
 
 void ZReadWriteLock_6_0::unlock(int)
@@ -173,56 +273,64 @@ void ZReadWriteLock_6_0::unlock(int)
 
 int ZReadWriteLock_6_0::haveLock(zlockstate state) const
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    return state_ == state ? 1 : 0;
+    return stateIn(word()) == state ? 1 : 0;
 }
 
 int ZReadWriteLock_6_0::ownWriteLock() const
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
     // KEPT: not tied to the state; the process locks ask after a release who wrote last.
     // Test: ZReadWriteLock.KeepsTheLastWriterAfterItsRelease
-    return callerIsWriter() ? 1 : 0;
+    unsigned long& writer = const_cast<unsigned long&>(writer_);
+    return Word(writer).load(std::memory_order_relaxed) == ZLock_6_0::self() ? 1 : 0;
 }
 
 void ZReadWriteLock_6_0::readLock()
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    failIfCallerMayWrite();
-    while (state_ == write)
-        waitForChange();
-    ++readers_;
-    if (state_ == unset)
-        state_ = read;
+    failIfCallerHolds();
+    if (!enter(word_, kWrite, kReader))
+        waitAndEnter(kWrite, kReader);
 }
 
 void ZReadWriteLock_6_0::writeLock()
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    failIfCallerMayWrite();
-    // A free lock has no readers, so that there is nobody left to wait for behind this.
-    while (state_ != unset)
-        waitForChange();
-    writer_ = pthread_self();
-    state_ = write;
+    failIfCallerHolds();
+    if (!enter(word_, kReaders | kProtect | kWrite, kWrite))
+        waitAndEnter(kReaders | kProtect | kWrite, kWrite);
+    noteCallerAsHolder();
 }
 
 void ZReadWriteLock_6_0::readWithIntentToWriteLock()
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    failIfCallerMayWrite();
-    while (state_ == protect || state_ == write)
-        waitForChange();
-    writer_ = pthread_self();
-    state_ = protect;
+    failIfCallerHolds();
+    if (!enter(word_, kProtect | kWrite, kProtect))
+        waitAndEnter(kProtect | kWrite, kProtect);
+    noteCallerAsHolder();
 }
 
 void ZReadWriteLock_6_0::promoteReadToWriteLock()
 {
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    if (state_ != protect || !callerIsWriter())
+    if (!callerHolds() || stateIn(word()) != protect)
         raiseLock(raiseInPromote);
-    state_ = write;
+    if (!enter(word_, kReaders, kPromotion))
+        waitAndPromote();
+}
+
+int ZReadWriteLock_6_0::getReaderCount()
+{
+    return static_cast<int>(word() & kReaders);
+}
+
+void ZReadWriteLock_6_0::waitAndEnter(unsigned long blockers, unsigned long step)
+{
+    ZResourceLock_6_0 const guard(*changed_.getResource());
+    Waiter const waiter(*this);
+    while (!enter(word_, blockers, step))
+        changed_.wait();
+}
+
+void ZReadWriteLock_6_0::waitAndPromote()
+{
+    ZResourceLock_6_0 const guard(*changed_.getResource());
     // A wait that does not come back as it should leaves "protect" as it was, for those who were
     // kept out meanwhile too.
     struct Undo {
@@ -231,40 +339,20 @@ void ZReadWriteLock_6_0::promoteReadToWriteLock()
         {
             if (lock == nullptr)
                 return;
-            lock->state_ = protect;
+            Word(lock->word_).fetch_sub(kPromotion, std::memory_order_release);
             try {
                 lock->changed_.broadcast();
             } catch (ZException_6_0 const&) {
                 // Reported where it was raised; the exception on its way matters more.
             }
         }
-    } undo{this};
-    while (readers_ > 0)
-        waitForChange();
+    };
+    Word(word_).fetch_add(kPromotion, std::memory_order_relaxed);
+    Undo undo{this};
+    Waiter const waiter(*this);
+    while (!enter(word_, kReaders, 0))
+        changed_.wait();
     undo.lock = nullptr;
-}
-
-int ZReadWriteLock_6_0::getReaderCount()
-{
-    ZResourceLock_6_0 const guard(*changed_.getResource());
-    return readers_;
-}
-
-void ZReadWriteLock_6_0::waitForChange()
-{
-    Waiter const waiter(waiters_);
-    changed_.wait();
-}
-
-void ZReadWriteLock_6_0::failIfCallerMayWrite()
-{
-    if ((state_ == protect || state_ == write) && callerIsWriter())
-        raiseLock(raiseInRecursion);
-}
-
-bool ZReadWriteLock_6_0::callerIsWriter() const
-{
-    return pthread_equal(pthread_self(), writer_) != 0;
 }
 
 // ---- The guard -------------------------------------------------------------------------------

@@ -152,17 +152,22 @@ public:
     virtual int getReaderCount();
 
 private:
-    class Waiter;
+    class Waiter;  // ZReadWriteLock.cpp
 
-    void waitForChange();
-    void failIfCallerMayWrite();
-    bool callerIsWriter() const;
+    void waitAndEnter(unsigned long blockers, unsigned long step);
+    void waitAndPromote();
+    bool releaseAndWake(bool byHolder);
+    unsigned long word() const;
+    bool callerHolds() const;
+    void setHolder(unsigned long id);
+    void noteCallerAsHolder();
+    void failIfCallerHolds() const;
 
-    int readers_;           // read locks held          } guarded by
-    zlockstate state_;      //                          } the condition's
-    unsigned long writer_;  // the last pthread_t that took "protect" or "write" } lock
-    int waiters_;           // threads in a wait        }
-    mutable ZCondition_6_0 changed_;
+    unsigned long word_;    // atomic: readers and state
+    unsigned long holder_;  // atomic: the pthread_t that holds "protect" or "write"
+    unsigned long writer_;  // atomic: the last pthread_t that took "protect" or "write"
+    int waiters_;           // threads in a wait; guarded by the condition's lock
+    ZCondition_6_0 changed_;
 };
 
 /// Releases a read-write lock at the end of a scope; acquiring is done through it or otherwise.

@@ -8,9 +8,7 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <random>
 #include <thread>
-#include <vector>
 
 #include "Reports.h"
 
@@ -469,70 +467,4 @@ TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
     });
     EXPECT_NE(std::string::npos, report.find("Exception: ZResourceException\n"));
     EXPECT_NE(std::string::npos, report.find(" Error: 6\n"));
-}
-
-// Eight threads do what they like; counters of the test's own say who is inside.
-TEST(ZReadWriteLock, NeverLetsTheWrongOnesInTogether)
-{
-    constexpr int kThreads = 8;
-    constexpr int kOperations = 1000000 / kThreads;
-    constexpr unsigned kSeed = 20;
-    ZReadWriteLock_6_0 lock;
-    std::atomic<int> readers{0};
-    std::atomic<int> intending{0};
-    std::atomic<int> writers{0};
-    std::atomic<int> wrong{0};
-    long guardedByTheWriteLock = 0;
-    std::atomic<long> written{0};
-    auto const check = [&](bool holds) { wrong += holds ? 0 : 1; };
-    auto const work = [&](unsigned seed) {
-        std::minstd_rand random(seed);
-        for (int i = 0; i < kOperations; ++i)
-            switch (random() % 8) {
-                default:
-                    lock.readLock();
-                    ++readers;
-                    check(writers == 0);
-                    --readers;
-                    lock.unlock();
-                    break;
-                case 0:
-                    lock.writeLock();
-                    check(++writers == 1 && readers == 0 && intending == 0);
-                    ++guardedByTheWriteLock;
-                    ++written;
-                    --writers;
-                    lock.unlock();
-                    break;
-                case 1:
-                    lock.readWithIntentToWriteLock();
-                    check(++intending == 1 && writers == 0);
-                    --intending;
-                    lock.unlock();
-                    break;
-                case 2: {
-                    lock.readWithIntentToWriteLock();
-                    check(++intending == 1 && writers == 0);
-                    long const before = written;
-                    lock.promoteReadToWriteLock();
-                    // Nobody wrote between the two.
-                    check(written == before && ++writers == 1 && readers == 0);
-                    ++guardedByTheWriteLock;
-                    ++written;
-                    --writers;
-                    --intending;
-                    lock.unlock();
-                    break;
-                }
-            }
-    };
-    SCOPED_TRACE(kSeed);
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < kThreads; ++t)
-        threads.emplace_back(work, kSeed + t);
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(0, wrong);
-    EXPECT_EQ(written, guardedByTheWriteLock);
-    expectState({0, kUnset}, lock);
 }

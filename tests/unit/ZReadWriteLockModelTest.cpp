@@ -1,0 +1,492 @@
+#include <Z/ZException.h>
+#include <Z/ZReadWriteLock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ReadWriteModel.h"
+
+namespace {
+
+using Model = ReadWriteModel;
+using State = Model::State;
+
+constexpr int kThreads = 8;
+constexpr auto kLongest = std::chrono::seconds(20);
+
+// ---- One action at a time --------------------------------------------------------------------
+
+enum class Outcome { done, lockRaised, unlockRaised };
+
+Outcome outcomeOf(std::function<void()> const& action)
+{
+    try {
+        action();
+        return Outcome::done;
+    } catch (ZLockResourceException_6_0 const&) {
+        return Outcome::lockRaised;
+    } catch (ZUnlockResourceException_6_0 const&) {
+        return Outcome::unlockRaised;
+    }
+}
+
+// Threads that do what they are told and report each end of an action.
+class Troupe {
+public:
+    struct Report {
+        int thread;
+        Outcome outcome;
+    };
+
+    Troupe()
+    {
+        for (int t = 0; t < kThreads; ++t)
+            threads_[t] = std::thread([this, t] { play(t); });
+    }
+    ~Troupe()
+    {
+        // Behind a failure some may wait for ever.
+        if (testing::Test::HasFailure()) {
+            std::fflush(nullptr);
+            std::quick_exit(1);
+        }
+        for (int t = 0; t < kThreads; ++t)
+            tell(t, nullptr);
+        for (std::thread& thread : threads_)
+            thread.join();
+    }
+
+    void tell(int thread, std::function<void()> action)
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        told_[thread] = std::move(action);
+        changed_.notify_all();
+    }
+
+    // Waits for the next report; none when it does not come in time.
+    std::optional<Report> next()
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        if (!changed_.wait_for(guard, kLongest, [this] { return !reports_.empty(); }))
+            return std::nullopt;
+        Report const report = reports_.front();
+        reports_.pop_front();
+        return report;
+    }
+
+    bool hasReport()
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        return !reports_.empty();
+    }
+
+private:
+    void play(int thread)
+    {
+        for (;;) {
+            std::function<void()> action;
+            {
+                std::unique_lock<std::mutex> guard(mutex_);
+                changed_.wait(guard, [&] { return told_[thread].has_value(); });
+                action = *std::exchange(told_[thread], std::nullopt);
+            }
+            if (action == nullptr)
+                return;
+            Outcome const outcome = outcomeOf(action);
+            std::lock_guard<std::mutex> const guard(mutex_);
+            reports_.push_back({thread, outcome});
+            changed_.notify_all();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::array<std::optional<std::function<void()>>, kThreads> told_;
+    std::deque<Report> reports_;
+    std::array<std::thread, kThreads> threads_;
+};
+
+// What a thread of the troupe holds or waits for.
+struct Role {
+    enum Wish { none, read, protect, write, promotion };
+    int reads = 0;
+    Wish waitsFor = none;
+};
+
+class Play {
+public:
+    explicit Play(unsigned seed) : random_(seed) {}
+
+    // Each action is random; the model says what must come of it, and is compared with the lock
+    // behind each. A wrong outcome ends the play.
+    void run(int actions)
+    {
+        for (int i = 0; i < actions && !testing::Test::HasFailure(); ++i) {
+            SCOPED_TRACE("action " + std::to_string(i));
+            act();
+            compare();
+        }
+        // Whoever holds something lets go, until all threads are idle.
+        for (int t = 0; !testing::Test::HasFailure() && !allIdle(); t = (t + 1) % kThreads) {
+            if (role_[t].waitsFor == Role::none && (role_[t].reads > 0 || model_.holds(t)))
+                release(t);
+            compare();
+        }
+    }
+
+    int raised = 0;
+    int waited = 0;
+
+private:
+    void act()
+    {
+        int const t = static_cast<int>(random_() % kThreads);
+        if (role_[t].waitsFor != Role::none)
+            return;
+        unsigned const what = random_() % 8;
+        if (what < 3)
+            return take(t, what == 0 ? Model::kWrite : what == 1 ? Model::kProtect : Model::kRead);
+        if (what == 3)
+            return promote(t);
+        release(t);
+    }
+
+    void take(int t, State wanted)
+    {
+        auto const action = [this, wanted] { lock_.lock(wanted); };
+        if (model_.holds(t))
+            return expect(t, action, Outcome::lockRaised);
+        // A reader must not wait for what waits for him.
+        if (role_[t].reads > 0 && (wanted != Model::kRead || !model_.admits(wanted)))
+            return;
+        if (model_.admits(wanted)) {
+            expect(t, action, Outcome::done);
+            enter(t, wanted);
+            return;
+        }
+        waitFor(t, action,
+                wanted == Model::kRead      ? Role::read
+                : wanted == Model::kProtect ? Role::protect
+                                            : Role::write);
+    }
+
+    void promote(int t)
+    {
+        auto const action = [this] { lock_.promoteReadToWriteLock(); };
+        if (!model_.holds(t) || model_.state != Model::kProtect)
+            return expect(t, action, Outcome::lockRaised);
+        model_.beginPromotion();
+        if (model_.readers == 0)
+            return expect(t, action, Outcome::done);
+        waitFor(t, action, Role::promotion);
+        // It keeps new readers out from the start; the next action must meet that.
+        auto const end = std::chrono::steady_clock::now() + kLongest;
+        while (lock_.haveLock(Model::kWrite) == 0 && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+    }
+
+    void release(int t)
+    {
+        auto const action = [this] { lock_.unlock(); };
+        if (!model_.mayLeave(t))
+            return expect(t, action, Outcome::unlockRaised);
+        bool const reads = !model_.holds(t);
+        if (reads && role_[t].reads == 0)
+            return;  // it would release another thread's read lock
+        troupe_.tell(t, action);
+        // Those whom it lets in may report before it does.
+        for (;;) {
+            std::optional<Troupe::Report> const report = troupe_.next();
+            ASSERT_TRUE(report.has_value()) << "thread " << t << " does not come back";
+            if (report->thread != t) {
+                letIn_.push_back(*report);
+                continue;
+            }
+            ASSERT_EQ(Outcome::done, report->outcome);
+            break;
+        }
+        model_.leave(t);
+        if (reads)
+            --role_[t].reads;
+        letWaitersIn();
+    }
+
+    // Everyone who can go on must do so; who comes first is theirs.
+    void letWaitersIn()
+    {
+        while (!testing::Test::HasFailure() &&
+               std::any_of(role_.begin(), role_.end(),
+                           [this](Role const& role) { return canGoOn(role.waitsFor); })) {
+            std::optional<Troupe::Report> const report = nextLetIn();
+            ASSERT_TRUE(report.has_value()) << "nobody goes on";
+            ASSERT_EQ(Outcome::done, report->outcome);
+            Role& role = role_[report->thread];
+            ASSERT_TRUE(canGoOn(role.waitsFor)) << "thread " << report->thread << " goes on";
+            if (role.waitsFor == Role::read)
+                enter(report->thread, Model::kRead);
+            else if (role.waitsFor == Role::protect)
+                enter(report->thread, Model::kProtect);
+            else if (role.waitsFor == Role::write)
+                enter(report->thread, Model::kWrite);
+            role.waitsFor = Role::none;
+        }
+    }
+
+    std::optional<Troupe::Report> nextLetIn()
+    {
+        if (letIn_.empty())
+            return troupe_.next();
+        Troupe::Report const report = letIn_.front();
+        letIn_.pop_front();
+        return report;
+    }
+
+    bool canGoOn(Role::Wish wish) const
+    {
+        switch (wish) {
+            case Role::none:
+                return false;
+            case Role::read:
+                return model_.admits(Model::kRead);
+            case Role::protect:
+                return model_.admits(Model::kProtect);
+            case Role::write:
+                return model_.admits(Model::kWrite);
+            case Role::promotion:
+                return model_.readers == 0;
+        }
+        return false;
+    }
+
+    void enter(int t, State wanted)
+    {
+        model_.enter(t, wanted);
+        if (wanted == Model::kRead)
+            ++role_[t].reads;
+    }
+
+    void expect(int t, std::function<void()> const& action, Outcome outcome)
+    {
+        raised += outcome != Outcome::done ? 1 : 0;
+        troupe_.tell(t, action);
+        std::optional<Troupe::Report> const report = troupe_.next();
+        ASSERT_TRUE(report.has_value()) << "thread " << t << " does not come back";
+        ASSERT_EQ(t, report->thread) << "a thread that has to wait goes on";
+        ASSERT_EQ(outcome, report->outcome);
+    }
+
+    void waitFor(int t, std::function<void()> const& action, Role::Wish wish)
+    {
+        ++waited;
+        role_[t].waitsFor = wish;
+        troupe_.tell(t, action);
+    }
+
+    void compare()
+    {
+        EXPECT_FALSE(troupe_.hasReport() || !letIn_.empty()) << "a thread that has to wait goes on";
+        EXPECT_EQ(model_.readers, lock_.getReaderCount());
+        for (State state : {Model::kUnset, Model::kRead, Model::kProtect, Model::kWrite})
+            EXPECT_EQ(state == model_.state, lock_.haveLock(state) != 0) << "state " << state;
+    }
+
+    bool allIdle() const
+    {
+        return model_.state == Model::kUnset &&
+               std::all_of(role_.begin(), role_.end(),
+                           [](Role const& role) { return role.waitsFor == Role::none; });
+    }
+
+    std::minstd_rand random_;
+    ZReadWriteLock_6_0 lock_;
+    Model model_;
+    std::array<Role, kThreads> role_;
+    std::deque<Troupe::Report> letIn_;
+    Troupe troupe_;
+};
+
+// ---- Everybody at once -----------------------------------------------------------------------
+
+// What a thread wrote down: behind each acquisition and before each release. The tickets put all
+// into one order, in which no more is held than truly was.
+struct Event {
+    enum Kind { gotRead, gotProtect, gotWrite, promoted, leaves };
+    unsigned ticket;
+    int thread;
+    Kind kind;
+};
+
+class Crowd {
+public:
+    std::vector<Event> run(int rounds, unsigned seed)
+    {
+        std::vector<std::vector<Event>> notes(kThreads);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([&, t] { work(t, rounds, seed + t, notes[t]); });
+        for (std::thread& thread : threads)
+            thread.join();
+        std::vector<Event> all(ticket_.load(), Event{});
+        for (std::vector<Event> const& mine : notes)
+            for (Event const& event : mine)
+                all[event.ticket] = event;
+        return all;
+    }
+
+    std::atomic<int> wrong{0};
+    long written = 0;  // guarded by the write lock
+    ZReadWriteLock_6_0 lock;
+
+private:
+    void work(int t, int rounds, unsigned seed, std::vector<Event>& notes)
+    {
+        std::minstd_rand random(seed);
+        notes.reserve(static_cast<size_t>(rounds) * 3);
+        auto const note = [&](Event::Kind kind) {
+            notes.push_back({ticket_.fetch_add(1, std::memory_order_relaxed), t, kind});
+        };
+        for (int i = 0; i < rounds; ++i) {
+            unsigned const what = random() % 16;
+            // Some stay long enough for others to come.
+            auto const stay = [&] {
+                if (random() % 4 == 0)
+                    std::this_thread::yield();
+            };
+            if (what < 9) {
+                lock.readLock();
+                note(Event::gotRead);
+                wrong += lock.getReaderCount() < 1;
+                stay();
+            } else if (what < 11) {
+                lock.writeLock();
+                note(Event::gotWrite);
+                ++written;
+                wrong += lock.getReaderCount() != 0 || !lock.haveLock(Model::kWrite);
+                stay();
+            } else {
+                lock.readWithIntentToWriteLock();
+                note(Event::gotProtect);
+                wrong += !lock.haveLock(Model::kProtect) || !lock.ownWriteLock();
+                stay();
+                if (what > 12) {
+                    lock.promoteReadToWriteLock();
+                    note(Event::promoted);
+                    ++written;
+                    stay();
+                }
+            }
+            note(Event::leaves);
+            release(random() % 3);
+        }
+    }
+
+    void release(unsigned how)
+    {
+        if (how == 0)
+            return lock.unlock();
+        if (how == 1)
+            return lock.lock(Model::kUnset);
+        ZStackReadWriteLock_6_0 const guard(lock, 1);
+    }
+
+    std::atomic<unsigned> ticket_{0};
+};
+
+// Says where the events leave the model; "" when they follow it.
+std::string judge(std::vector<Event> const& events)
+{
+    Model model;
+    for (Event const& event : events) {
+        std::string const where = "event " + std::to_string(event.ticket) + " of thread " +
+                                  std::to_string(event.thread) + ": ";
+        if (event.kind == Event::leaves) {
+            if (!model.mayLeave(event.thread))
+                return where + "releases nothing";
+            model.leave(event.thread);
+        } else if (event.kind == Event::promoted) {
+            // Still "protect", and his: nobody wrote since he took it.
+            if (model.state != Model::kProtect || !model.holds(event.thread) || model.readers != 0)
+                return where + "is promoted beside others";
+            model.beginPromotion();
+        } else {
+            State const wanted = event.kind == Event::gotRead      ? Model::kRead
+                                 : event.kind == Event::gotProtect ? Model::kProtect
+                                                                   : Model::kWrite;
+            if (!model.admits(wanted))
+                return where + "enters beside others";
+            model.enter(event.thread, wanted);
+        }
+    }
+    return model.state == Model::kUnset ? "" : "somebody never left";
+}
+
+}  // namespace
+
+TEST(ZReadWriteLockModel, EveryActionEndsAsTheModelSays)
+{
+    constexpr unsigned kSeed = 41;
+    SCOPED_TRACE("seed " + std::to_string(kSeed));
+    Play play(kSeed);
+    play.run(20000);
+    EXPECT_LT(500, play.raised);
+    EXPECT_LT(500, play.waited);
+}
+
+TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsFollowIt)
+{
+    constexpr unsigned kSeed = 42;
+    SCOPED_TRACE("seed " + std::to_string(kSeed));
+    Crowd crowd;
+    std::vector<Event> const events = crowd.run(60000, kSeed);
+    EXPECT_LE(1000000u, events.size());
+    EXPECT_EQ("", judge(events));
+    EXPECT_EQ(0, crowd.wrong);
+    EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                            [](Event const& event) {
+                                return event.kind == Event::gotWrite ||
+                                       event.kind == Event::promoted;
+                            }),
+              crowd.written);
+    EXPECT_NE(0, crowd.lock.haveLock(Model::kUnset));
+}
+
+TEST(ZReadWriteLockModel, AWrongHistoryIsNoticed)
+{
+    struct Case {
+        char const* name;
+        std::vector<Event> events;
+    };
+    Case const cases[] = {
+        {"a reader beside the writer", {{0, 1, Event::gotWrite}, {1, 2, Event::gotRead}}},
+        {"a writer beside a reader", {{0, 1, Event::gotRead}, {1, 2, Event::gotWrite}}},
+        {"two who mean to write", {{0, 1, Event::gotProtect}, {1, 2, Event::gotProtect}}},
+        {"a promotion beside a reader",
+         {{0, 1, Event::gotProtect}, {1, 2, Event::gotRead}, {2, 1, Event::promoted}}},
+        {"a write before the promotion",
+         {{0, 1, Event::gotProtect}, {1, 2, Event::gotWrite}, {2, 1, Event::promoted}}},
+        {"a release by a stranger", {{0, 1, Event::gotWrite}, {1, 2, Event::leaves}}},
+        {"no release", {{0, 1, Event::gotRead}}}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_NE("", judge(c.events));
+    }
+    EXPECT_EQ("", judge({{0, 1, Event::gotProtect},
+                         {1, 2, Event::gotRead},
+                         {2, 2, Event::leaves},
+                         {3, 1, Event::promoted},
+                         {4, 1, Event::leaves}}));
+}
