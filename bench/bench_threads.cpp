@@ -1,18 +1,35 @@
-// Locks: lock and unlock, alone, nested and contended.
+// Locks: lock and unlock, alone, nested and contended; read-write locks; conditions; threads.
+#include <Z/ZCondition.h>
 #include <Z/ZLock.h>
+#include <Z/ZReadWriteLock.h>
+#include <Z/ZSleeperThread.h>
+#include <Z/ZThread.h>
 #include <benchmark/benchmark.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
+#include <thread>
 
 #ifdef Z_PEER_GLIB
 #include <glib.h>
 #endif
 #ifdef Z_PEER_QT
 #include <QMutex>
+#include <QReadWriteLock>
+#include <QRunnable>
+#include <QThreadPool>
 #endif
 #ifdef Z_PEER_POCO
 #include <Poco/Mutex.h>
+#include <Poco/RWLock.h>
+#include <Poco/Runnable.h>
+#include <Poco/ThreadPool.h>
+#endif
+#ifdef Z_PEER_BOOST_THREAD
+#include <boost/thread/shared_mutex.hpp>
 #endif
 #ifdef Z_PEER_APR
 #include <apr_general.h>
@@ -106,7 +123,272 @@ void registerLockRows(std::string const& contender, Round round)
     }
 }
 
-bool const areLockRowsRegistered = [] {
+// ---- Read-write locks ------------------------------------------------------------------------
+//
+// Peers that cannot take "protect" have no row for it; of the others only boost's is upgradable.
+
+struct OurReadWrite {
+    static constexpr bool kUpgrades = true;
+    ZReadWriteLock_6_0 lock;
+    void readLock() { lock.readLock(); }
+    void readUnlock() { lock.unlock(); }
+    void writeLock() { lock.writeLock(); }
+    void writeUnlock() { lock.unlock(); }
+    void protectAndPromote()
+    {
+        lock.readWithIntentToWriteLock();
+        lock.promoteReadToWriteLock();
+    }
+};
+
+// The standard's names for the four operations.
+template <class Mutex>
+struct Shared {
+    static constexpr bool kUpgrades = false;
+    Mutex lock;
+    void readLock() { lock.lock_shared(); }
+    void readUnlock() { lock.unlock_shared(); }
+    void writeLock() { lock.lock(); }
+    void writeUnlock() { lock.unlock(); }
+};
+
+#ifdef Z_PEER_BOOST_THREAD
+struct BoostUpgrade : Shared<boost::upgrade_mutex> {
+    static constexpr bool kUpgrades = true;
+    void protectAndPromote()
+    {
+        lock.lock_upgrade();
+        lock.unlock_upgrade_and_lock();
+    }
+};
+#endif
+
+#ifdef Z_PEER_QT
+struct QtReadWrite {
+    static constexpr bool kUpgrades = false;
+    QReadWriteLock lock;
+    void readLock() { lock.lockForRead(); }
+    void readUnlock() { lock.unlock(); }
+    void writeLock() { lock.lockForWrite(); }
+    void writeUnlock() { lock.unlock(); }
+};
+#endif
+
+#ifdef Z_PEER_POCO
+struct PocoReadWrite {
+    static constexpr bool kUpgrades = false;
+    Poco::RWLock lock;
+    void readLock() { lock.readLock(); }
+    void readUnlock() { lock.unlock(); }
+    void writeLock() { lock.writeLock(); }
+    void writeUnlock() { lock.unlock(); }
+};
+#endif
+
+template <class Lock>
+void readAlone(benchmark::State& state)
+{
+    Lock lock;
+    for (auto _ : state) {
+        lock.readLock();
+        lock.readUnlock();
+    }
+}
+
+template <class Lock>
+void writeAlone(benchmark::State& state)
+{
+    Lock lock;
+    for (auto _ : state) {
+        lock.writeLock();
+        lock.writeUnlock();
+    }
+}
+
+template <class Lock>
+void promoteAlone(benchmark::State& state)
+{
+    Lock lock;
+    for (auto _ : state) {
+        lock.protectAndPromote();
+        lock.writeUnlock();
+    }
+}
+
+// 95 reads for 5 writes, from two threads.
+template <class Lock>
+void mostlyRead(benchmark::State& state)
+{
+    static Lock lock;
+    static long shared = 0;
+    unsigned turn = state.thread_index() == 0 ? 0 : 10;
+    for (auto _ : state) {
+        if (++turn % 20 == 0) {
+            lock.writeLock();
+            benchmark::DoNotOptimize(++shared);
+            lock.writeUnlock();
+        } else {
+            lock.readLock();
+            benchmark::DoNotOptimize(shared);
+            lock.readUnlock();
+        }
+    }
+}
+
+template <class Lock>
+void registerReadWriteRows(std::string const& contender)
+{
+    auto const add = [&contender](char const* row, void (*run)(benchmark::State&)) {
+        return benchmark::RegisterBenchmark((row + contender).c_str(), run);
+    };
+    add("ReadLock/", readAlone<Lock>);
+    add("WriteLock/", writeAlone<Lock>);
+    if constexpr (Lock::kUpgrades)
+        add("ProtectAndPromote/", promoteAlone<Lock>);
+    add("MostlyRead/", mostlyRead<Lock>)->Threads(2)->UseRealTime();
+}
+
+// ---- Conditions ------------------------------------------------------------------------------
+
+struct OurCondition {
+    ZCondition_6_0 condition;
+    void lock() { condition.lock(); }
+    void unlock() { condition.unlock(); }
+    void wait() { condition.wait(); }
+    void signal() { condition.signal(); }
+};
+
+struct StdCondition {
+    std::mutex mutex;
+    std::condition_variable condition;
+    void lock() { mutex.lock(); }
+    void unlock() { mutex.unlock(); }
+    void wait()
+    {
+        std::unique_lock<std::mutex> held(mutex, std::adopt_lock);
+        condition.wait(held);
+        held.release();
+    }
+    void signal() { condition.notify_one(); }
+};
+
+// A ball that goes to another thread and back: one iteration is two wake-ups.
+template <class Condition>
+void pingPong(benchmark::State& state)
+{
+    enum Place { here, there, away };
+    Condition moved;
+    Place ball = here;
+    auto const pass = [&](Place from, Place to) {
+        moved.lock();
+        while (ball != from && ball != away)
+            moved.wait();
+        bool const goesOn = ball != away;
+        if (goesOn)
+            ball = to;
+        moved.signal();
+        moved.unlock();
+        return goesOn;
+    };
+    std::thread other([&] {
+        while (pass(there, here)) {
+        }
+    });
+    for (auto _ : state) {
+        pass(here, there);
+        moved.lock();
+        while (ball != here)
+            moved.wait();
+        moved.unlock();
+    }
+    pass(here, away);
+    other.join();
+}
+
+// ---- Threads ---------------------------------------------------------------------------------
+
+class EmptyThread : public ZThread_6_0 {
+public:
+    EmptyThread() : ZThread_6_0(0, 0) {}
+    void run() override {}
+};
+
+void startAndJoinOurs(benchmark::State& state)
+{
+    EmptyThread thread;
+    for (auto _ : state) {
+        thread.start();
+        thread.waitForExit();
+    }
+}
+
+void startAndJoinStd(benchmark::State& state)
+{
+    for (auto _ : state)
+        std::thread([] {}).join();
+}
+
+// Counts the units of work done; the thread that hands them out waits for each.
+std::atomic<unsigned> done{0};
+
+void workIsDone()
+{
+    done.fetch_add(1);
+    done.notify_one();
+}
+
+template <class HandOut>
+void handOut(benchmark::State& state, HandOut one)
+{
+    for (auto _ : state) {
+        unsigned const before = done;
+        one();
+        done.wait(before);
+    }
+}
+
+void wakeASleeper(benchmark::State& state)
+{
+    class Worker : public ZSleeperThread_6_0 {
+    public:
+        void doWork() override { workIsDone(); }
+    } worker;
+    worker.start();
+    handOut(state, [&] { worker.wakeUp(); });
+    worker.waitForExit();
+}
+
+#ifdef Z_PEER_QT
+void submitToQt(benchmark::State& state)
+{
+    class Work : public QRunnable {
+    public:
+        void run() override { workIsDone(); }
+    } work;
+    work.setAutoDelete(false);
+    QThreadPool pool;
+    pool.setMaxThreadCount(1);
+    handOut(state, [&] { pool.start(&work); });
+    pool.waitForDone();
+}
+#endif
+
+#ifdef Z_PEER_POCO
+void submitToPoco(benchmark::State& state)
+{
+    class Work : public Poco::Runnable {
+    public:
+        void run() override { workIsDone(); }
+    } work;
+    // Its thread reports itself free a moment after the work: with one thread alone the next
+    // submission would find none.
+    Poco::ThreadPool pool(2, 16);
+    handOut(state, [&] { pool.start(work); });
+    pool.joinAll();
+}
+#endif
+
+bool const areRowsRegistered = [] {
     for (Round const round : {withoutThreads, withThreads}) {
         registerLockRows<Ours>("Z", round);
         registerLockRows<std::recursive_mutex>("std.recursive_mutex", round);
@@ -123,6 +405,29 @@ bool const areLockRowsRegistered = [] {
         registerLockRows<Apr>("apr_thread_mutex", round);
 #endif
     }
+    registerReadWriteRows<OurReadWrite>("Z");
+    registerReadWriteRows<Shared<std::shared_mutex>>("std.shared_mutex");
+#ifdef Z_PEER_BOOST_THREAD
+    registerReadWriteRows<BoostUpgrade>("boost.upgrade_mutex");
+#endif
+#ifdef Z_PEER_QT
+    registerReadWriteRows<QtReadWrite>("QReadWriteLock");
+#endif
+#ifdef Z_PEER_POCO
+    registerReadWriteRows<PocoReadWrite>("Poco.RWLock");
+#endif
+    benchmark::RegisterBenchmark("PingPong/Z", pingPong<OurCondition>)->UseRealTime();
+    benchmark::RegisterBenchmark("PingPong/std.condition_variable", pingPong<StdCondition>)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("StartAndJoin/Z", startAndJoinOurs)->UseRealTime();
+    benchmark::RegisterBenchmark("StartAndJoin/std.thread", startAndJoinStd)->UseRealTime();
+    benchmark::RegisterBenchmark("HandOutWork/Z", wakeASleeper)->UseRealTime();
+#ifdef Z_PEER_QT
+    benchmark::RegisterBenchmark("HandOutWork/QThreadPool", submitToQt)->UseRealTime();
+#endif
+#ifdef Z_PEER_POCO
+    benchmark::RegisterBenchmark("HandOutWork/Poco.ThreadPool", submitToPoco)->UseRealTime();
+#endif
     return true;
 }();
 
