@@ -1,6 +1,7 @@
 #include "ZLCString.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include "ZStringIterator.h"
 #include "ZUTF8String.h"
@@ -43,6 +44,14 @@ int ZLCString_6_0::compare(ZObject_6_0 const& other) const
 ZLCString_6_0* ZLCString_6_0::clone() const
 {
     return new ZLCString_6_0(*this);
+}
+
+bool ZLCString_6_0::equals(ZObject_6_0 const& other) const
+{
+    // Two strings of this very class, as the keys of maps are, need no calls to be compared.
+    if (typeid(*this) == typeid(ZLCString_6_0) && typeid(other) == typeid(ZLCString_6_0))
+        return *this == static_cast<ZLCString_6_0 const&>(other);
+    return ZAbstractMutableString_6_0::equals(other);
 }
 
 int ZLCString_6_0::compare(char const* text) const

@@ -1,6 +1,7 @@
 #include "ZUTF8String.h"
 
 #include <algorithm>
+#include <typeinfo>
 
 #include "ZException.h"
 #include "ZLCString.h"
@@ -60,6 +61,14 @@ int ZUTF8String_6_0::compare(ZObject_6_0 const& other) const
 ZUTF8String_6_0* ZUTF8String_6_0::clone() const
 {
     return new ZUTF8String_6_0(*this);
+}
+
+bool ZUTF8String_6_0::equals(ZObject_6_0 const& other) const
+{
+    // Two strings of this very class, as the keys of maps are, need no calls to be compared.
+    if (typeid(*this) == typeid(ZUTF8String_6_0) && typeid(other) == typeid(ZUTF8String_6_0))
+        return *this == static_cast<ZUTF8String_6_0 const&>(other);
+    return ZAbstractMutableString_6_0::equals(other);
 }
 
 int ZUTF8String_6_0::compare(char const* text) const

@@ -134,6 +134,7 @@ public:
 
     // Byte equality.
     using ZAbstractMutableString_6_0::equals;
+    bool equals(ZObject_6_0 const& other) const override;
     bool equals(ZUTF8String_6_0 const& other) const { return *this == other; }
     bool operator==(char const* text) const { return ZAbstractMutableString_6_0::operator==(text); }
     bool operator!=(char const* text) const { return !(*this == text); }

@@ -623,6 +623,47 @@ TEST(ZAbstractString, KeepsNegatedLast)
     EXPECT_EQ(3, ZLCString_6_0("abc").lastIndexOf(static_cast<char const*>(nullptr)));
 }
 
+namespace {
+
+// A string whose accessors tell another text than its buffer holds.
+template <class String>
+class Masked : public String {
+public:
+    Masked() : String("buffer") {}
+    char const* getChars() const override { return "mask"; }
+    unsigned int getLength() const override { return 4; }
+};
+
+// Strings of one class are compared on a path of their own; all others by their accessors.
+template <class String>
+void expectEqualObjects()
+{
+    String const text("mask"), same("mask"), other("math"), longer("masks"), buffer("buffer");
+    Masked<String> const masked, alsoMasked;
+    auto const equal = [](ZObject_6_0 const& one, ZObject_6_0 const& two) {
+        EXPECT_EQ(one.equals(two), two.equals(one));
+        return one.equals(two);
+    };
+    EXPECT_TRUE(equal(text, text));
+    EXPECT_TRUE(equal(text, same));
+    EXPECT_FALSE(equal(text, other));
+    EXPECT_FALSE(equal(text, longer));
+    EXPECT_TRUE(equal(String("a\0b", 3), String("a\0b", 3)));
+    EXPECT_FALSE(equal(String("a\0b", 3), String("a\0c", 3)));
+    EXPECT_TRUE(equal(text, masked));
+    EXPECT_FALSE(equal(buffer, masked));
+    EXPECT_TRUE(equal(masked, alsoMasked));
+    EXPECT_FALSE(text.equals(static_cast<ZObject_6_0 const&>(ZObject_6_0())));
+}
+
+}  // namespace
+
+TEST(ZAbstractString, ObjectsAreEqualWhenTheirAccessorsTellTheSameBytes)
+{
+    expectEqualObjects<ZLCString_6_0>();
+    expectEqualObjects<ZUTF8String_6_0>();
+}
+
 TEST(ZAbstractString, KeepsEqualAcrossCodesets)
 {
     EXPECT_TRUE(
