@@ -15,14 +15,6 @@ constexpr char kSource[] = "src/Z/ZHashKeyMap";
 // to the site and does not follow the line when the file is edited.
 enum RaiseSite { raiseInConstruct = 81, raiseInCopy = 86 };
 
-// Whether a node is that of `key`, whose hash is `hash`.
-auto isKey(ZObject_6_0 const* key, uint32_t hash)
-{
-    return [key, hash](HashTable::Node const& node) {
-        return node.hash == hash && key->equals(*node.key);
-    };
-}
-
 }  // namespace
 
 struct ZHashKeyMap_6_0::Rep : HashTable {
@@ -118,16 +110,14 @@ bool ZHashKeyMap_6_0::contains(ZObject_6_0 const* key) const
 {
     if (key == nullptr)
         return false;
-    uint32_t const hash = key->hash();
-    return rep_->find(hash, isKey(key, hash)) != 0;
+    return rep_->findKey(*key, key->hash()) != 0;
 }
 
 ZObject_6_0* ZHashKeyMap_6_0::getEntry(ZObject_6_0 const* key) const
 {
     if (key == nullptr)
         return nullptr;
-    uint32_t const hash = key->hash();
-    auto const place = rep_->find(hash, isKey(key, hash));
+    auto const place = rep_->findKey(*key, key->hash());
     return place != 0 ? rep_->at(place).value : nullptr;
 }
 
@@ -137,7 +127,7 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         return;
     if (!rep_->owns()) {
         uint32_t const hash = key->hash();
-        auto const place = rep_->find(hash, isKey(key, hash));
+        auto const place = rep_->findKey(*key, hash);
         rep_->reserve(place, hash);
         rep_->put(place, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
         return;
@@ -155,7 +145,7 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         return;
     // Looked for only now: a clone() may have changed the map.
     uint32_t const hash = probe.hash();
-    auto const place = rep_->find(hash, isKey(probe.key(), hash));
+    auto const place = rep_->findKey(*probe.key(), hash);
     rep_->reserve(place, hash);
     rep_->put(place, hash, storedKey.release(), storedValue.release());
 }
@@ -172,8 +162,7 @@ void ZHashKeyMap_6_0::removeEntry(ZObject_6_0 const* key)
 {
     if (key == nullptr)
         return;
-    uint32_t const hash = key->hash();
-    if (auto const place = rep_->find(hash, isKey(key, hash)))
+    if (auto const place = rep_->findKey(*key, key->hash()))
         rep_->remove(place);
 }
 

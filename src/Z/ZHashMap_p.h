@@ -46,6 +46,13 @@ public:
     /// Returns the place of the node with `hash` that `isIt(node)` accepts; 0 when there is none.
     template <class IsIt>
     Place find(uint32_t hash, IsIt isIt) const;
+    /// Returns the place of the node with this hash whose key `key` equals; 0 when there is none.
+    Place findKey(ZObject_6_0 const& key, uint32_t hash) const
+    {
+        return find(hash, [&key, hash](Node const& node) {
+            return node.hash == hash && key.equals(*node.key);
+        });
+    }
     /// Calls `visit(node)` for every node, bucket after bucket.
     template <class Visit>
     void forEach(Visit visit) const;

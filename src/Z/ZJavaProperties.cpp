@@ -249,9 +249,7 @@ struct ZJavaProperties_6_0::Rep {
 
     HashTable::Place find(ZObject_6_0 const& key, uint32_t hash) const
     {
-        return entries.find(hash, [&key, hash](HashTable::Node const& node) {
-            return node.hash == hash && key.equals(*node.key);
-        });
+        return entries.findKey(key, hash);
     }
 
     void put(HashTable::Place place, Entry& entry)
