@@ -44,13 +44,13 @@ std::vector<std::unique_ptr<ZLCString_6_0>> const& members(size_t count)
 struct ZList {
     ZArrayList_6_0 list{1, 0};
     void add(ZLCString_6_0* member) { list.add(member); }
-    void const* at(size_t i) { return list.get(static_cast<unsigned>(i)); }
+    void const* at(unsigned i) { return list.get(i); }
 };
 
 struct StdVector {
     std::vector<void*> list;
     void add(ZLCString_6_0* member) { list.push_back(member); }
-    void const* at(size_t i) { return list[i]; }
+    void const* at(unsigned i) { return list[i]; }
 };
 
 #ifdef Z_PEER_GLIB
@@ -58,7 +58,7 @@ struct GLibArray {
     GPtrArray* list = g_ptr_array_new();
     ~GLibArray() { g_ptr_array_free(list, TRUE); }
     void add(ZLCString_6_0* member) { g_ptr_array_add(list, member); }
-    void const* at(size_t i) { return g_ptr_array_index(list, i); }
+    void const* at(unsigned i) { return g_ptr_array_index(list, i); }
 };
 #endif
 
@@ -66,18 +66,18 @@ struct GLibArray {
 struct QtVector {
     QVector<void*> list;
     void add(ZLCString_6_0* member) { list.append(member); }
-    void const* at(size_t i) { return list.at(static_cast<int>(i)); }
+    void const* at(unsigned i) { return list.at(static_cast<int>(i)); }
 };
 #endif
 
 template <class List>
 void listAdd(benchmark::State& state)
 {
-    auto const count = static_cast<size_t>(state.range(0));
+    auto const count = static_cast<unsigned>(state.range(0));
     auto const& all = members(count);
     for (auto _ : state) {
         List list;
-        for (size_t i = 0; i < count; ++i)
+        for (unsigned i = 0; i < count; ++i)
             list.add(all[i].get());
         benchmark::DoNotOptimize(list.at(count - 1));
     }
@@ -86,12 +86,12 @@ void listAdd(benchmark::State& state)
 template <class List>
 void listIndex(benchmark::State& state)
 {
-    auto const count = static_cast<size_t>(state.range(0));
+    auto const count = static_cast<unsigned>(state.range(0));
     List list;
-    for (auto const& member : members(count))
-        list.add(member.get());
+    for (unsigned i = 0; i < count; ++i)
+        list.add(members(count)[i].get());
     for (auto _ : state)
-        for (size_t i = 0; i < count; ++i)
+        for (unsigned i = 0; i < count; ++i)
             benchmark::DoNotOptimize(list.at(i));
 }
 

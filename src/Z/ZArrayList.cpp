@@ -164,7 +164,7 @@ ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
 
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
     : ZAbstractList_6_0(source),
-      capacity_(source.capacity_),
+      capacity_(source.ZArrayList_6_0::capacity()),
       count_(0),
       owns_(source.owns_),
       room_(roomFor(capacity_))
@@ -184,7 +184,7 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
     // KEPT: neither owns_ nor the capacity is assigned although the copy constructor takes both;
     // callers assign between owning and borrowing lists.
     // Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
-    ZArrayList_6_0 old(grownFor(capacity_, source.count_), owns_);
+    ZArrayList_6_0 old(grownFor(ZArrayList_6_0::capacity(), source.count_), owns_);
     SlotFiller filler(old.elements_, owns_);
     filler.addAll(source.elements_, source.count_);
     old.count_ = filler.release();
@@ -199,7 +199,8 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 ZArrayList_6_0::~ZArrayList_6_0()
 {
     std::unique_ptr<ZObject_6_0*, decltype(&free)> const slots(elements_, free);
-    ZArrayList_6_0::removeAll();
+    if (owns_ != 0)
+        ZArrayList_6_0::removeAll();
 }
 
 ZObject_6_0* ZArrayList_6_0::clone() const
@@ -239,7 +240,7 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     SlotFiller filler(members.data(), owns_);
     for (unsigned int i = 0; i < more; ++i)
         filler.add(other.get(i));
-    growFor(size_t{count_} + more);
+    makeRoom(size_t{count_} + more);
     memcpy(elements_ + count_, members.data(), more * sizeof(ZObject_6_0*));
     count_ += filler.release();
 }
@@ -253,8 +254,7 @@ void ZArrayList_6_0::addNoCopy(unsigned int index, ZObject_6_0 const* obj)
 {
     if (index > count_)
         return;
-    if (count_ == capacity_)
-        growFor(size_t{count_} + 1);
+    makeRoom(size_t{count_} + 1);
     ZObject_6_0** const slot = elements_ + index;
     memmove(slot + 1, slot, (count_ - index) * sizeof(ZObject_6_0*));
     *slot = const_cast<ZObject_6_0*>(obj);
@@ -274,6 +274,7 @@ void ZArrayList_6_0::remove(unsigned int index)
         return;
     ZObject_6_0** const slot = elements_ + index;
     ZObject_6_0* const old = *slot;
+    capacity_ = ZArrayList_6_0::capacity();
     --count_;
     memmove(slot, slot + 1, (count_ - index) * sizeof(ZObject_6_0*));
     if (owns_ != 0)
@@ -291,6 +292,7 @@ void ZArrayList_6_0::remove(ZListIterator_6_0& iterator)
 
 void ZArrayList_6_0::removeAll()
 {
+    capacity_ = ZArrayList_6_0::capacity();
     if (owns_ != 0) {
         ObjectDeleter deleter;
         for (unsigned int i = 0; i < count_; ++i)
@@ -340,6 +342,11 @@ void ZArrayList_6_0::swap(unsigned int one, unsigned int other)
         std::swap(elements_[one], elements_[other]);
 }
 
+unsigned int ZArrayList_6_0::capacity() const
+{
+    return grownFor(capacity_, count_);
+}
+
 void ZArrayList_6_0::shuffle()
 {
     // KEPT: seeds the generator of the whole process anew each time, although that repeats an
@@ -355,19 +362,20 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
     return iterator.indexOf();
 }
 
-// Slots are allocated one growth ahead, since moving them costs more than the growth itself.
-void ZArrayList_6_0::growFor(size_t count)
+// Slots are allocated two growths ahead, since moving them costs more than the growth itself.
+void ZArrayList_6_0::makeRoom(size_t count)
 {
+    if (count <= room_)
+        return;
     unsigned int const capacity = grownFor(capacity_, count);
-    if (capacity > room_) {
-        unsigned int const room = grown(capacity);
-        void* const slots = reallocarray(elements_, room, sizeof(ZObject_6_0*));
-        if (slots == nullptr)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
-        elements_ = static_cast<ZObject_6_0**>(slots);
-        room_ = room;
-    }
+    size_t const ahead = size_t{capacity} * 9 / 4;
+    unsigned int const room = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
+    void* const slots = reallocarray(elements_, room, sizeof(ZObject_6_0*));
+    if (slots == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
+    elements_ = static_cast<ZObject_6_0**>(slots);
     capacity_ = capacity;
+    room_ = room;
 }
 
 // add() comes here when there is more to do than to put a pointer into a free slot.
@@ -379,7 +387,7 @@ void ZArrayList_6_0::append(ZObject_6_0 const* obj)
         copy.release();
         return;
     }
-    growFor(size_t{count_} + 1);
+    makeRoom(size_t{count_} + 1);
     elements_[count_++] = const_cast<ZObject_6_0*>(obj);
 }
 

@@ -129,7 +129,7 @@ public:
     /// cost    O(1) amortised, plus one clone when owning.
     void add(ZObject_6_0 const* obj) override
     {
-        if (owns_ == 0 && count_ < capacity_)
+        if (owns_ == 0 && count_ < room_)
             elements_[count_++] = const_cast<ZObject_6_0*>(obj);
         else
             append(obj);
@@ -171,7 +171,7 @@ public:
     /// owns    borrowed until the list lets the member go.
     ZObject_6_0* get(unsigned int index) const override
     {
-        return index < count_ ? elements_[index] : nullptr;
+        return __builtin_expect(index < count_, 1) ? elements_[index] : nullptr;
     }
     /// Replaces the member at `index` by `obj`; nothing happens when `index >= size()`.
     /// owns    an owning list stores `obj->clone()` and deletes the old member.
@@ -191,7 +191,7 @@ public:
     /// Exchanges two members; nothing happens unless both indexes are below `size()`.
     void swap(unsigned int one, unsigned int other) override;
     /// Returns how many members there is room for before the list grows.
-    virtual unsigned int capacity() const { return capacity_; }
+    virtual unsigned int capacity() const;
     /// Puts the members into a random order.
     /// kept    seeds the C library's generator with the time of day at each call: rand() of the
     ///         whole process starts anew, and two calls within a second shuffle alike.
@@ -200,21 +200,21 @@ public:
 
 private:
     void append(ZObject_6_0 const* obj);
-    void growFor(size_t count);
+    void makeRoom(size_t count);
 
-    unsigned int capacity_;   // members before the list grows, at least 1
+    unsigned int capacity_;   // at least 1, as when room_ last rose or count_ last fell; capacity()
+                              // adds what the list has grown by since
     ZObject_6_0** elements_;  // never null
     unsigned int count_;      // slots in use, from the first one on
     int owns_;                // not 0: clones and deletes
-    unsigned int room_;       // slots in elements_, at least capacity_
+    unsigned int room_;       // slots in elements_
 };
 
 class ZListIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
     /// Makes an iterator that stands before the first member.
-    /// owns    `list` is borrowed and must outlive the iterator.
-    ///         Changes to the list do not harm the iterator:
-    ///         it goes on by index.
+    /// owns    `list` is borrowed and must outlive the iterator. Changes to the list do not harm
+    ///         the iterator: it goes on by index.
     explicit ZListIterator_6_0(ZList_6_0 const& list);
     /// Makes an iterator over the same list, at the same place.
     ZListIterator_6_0(ZListIterator_6_0 const&) = default;

@@ -95,6 +95,48 @@ TEST_F(ZArrayList, EveryWayInGrowsAlike)
     }
 }
 
+TEST_F(ZArrayList, TheCapacityIsThatOfTheMostMembersThereWere)
+{
+    constexpr unsigned kSeed = 31005;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    CountedObject object;
+    for (unsigned asked : {1u, 4u, 17u}) {
+        SCOPED_TRACE(asked);
+        ZArrayList_6_0 list(asked, kBorrows);
+        unsigned capacity = asked;
+        auto const grow = [&] {
+            if (list.size() == capacity)
+                capacity += std::max(list.size() / 2, 1u);
+        };
+        for (int step = 0; step < 2000; ++step) {
+            switch (random() % 8) {
+                case 0:
+                case 1:
+                case 2:
+                    grow();
+                    list.add(&object);
+                    break;
+                case 3:
+                    grow();
+                    list.addNoCopy(0, &object);
+                    break;
+                case 4:
+                case 5:
+                    list.remove(0u);
+                    break;
+                case 6:
+                    if (random() % 100 == 0)
+                        list.removeAll();
+                    break;
+                default:
+                    ASSERT_EQ(capacity, ZArrayList_6_0(list).capacity());
+            }
+            ASSERT_EQ(capacity, list.capacity()) << "step " << step;
+        }
+    }
+}
+
 TEST_F(ZArrayList, OwningAddStoresAClone)
 {
     CountedObject const object(5);
