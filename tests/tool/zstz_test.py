@@ -11,7 +11,7 @@ import tool
 from tool import (DONE, GATEWAY, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED,
                   USAGE)
 
-VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert", "hexdump")
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert", "lock", "hexdump")
 
 
 class ZstzTest(tool.ToolTest):

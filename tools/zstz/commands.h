@@ -22,6 +22,13 @@ struct Request {
     std::string javaTo;
     bool dropComments = false;  // java, convert: although comments are lost
     bool overwrite = false;     // convert: although the target is there
+    std::string lockName;       // of lock
+    std::string lockDir;        // empty: the working directory
+    bool read = false;
+    bool write = false;
+    bool show = false;
+    double wait = 0;  // seconds
+    std::vector<std::string> command;
 };
 
 /// Prints the last value of a key, or each of its values on a line of its own.
@@ -59,3 +66,7 @@ int runJava(Request const& request);
 /// Makes a stanza of a Java property file, or the other way round; refuses what the result could
 /// not give back.
 int runConvert(Request const& request);
+
+/// Runs a command under a process lock and returns the command's exit code, or prints who holds the
+/// lock.
+int runLock(Request const& request);

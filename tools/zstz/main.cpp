@@ -54,6 +54,11 @@ constexpr Verb kVerbs[] = {
      "zstz convert /etc/gateway.conf app --from app.properties\n"
      "zstz convert /etc/gateway.conf app --to app.properties",
      runConvert},
+    {"lock",
+     "runs a command under a process lock, and ends as it does; or shows who holds the lock",
+     "zstz lock --write --dir /run/gateway --wait 10 routes -- make -C /etc/gateway routes\n"
+     "zstz lock --read routes -- cat routes.conf\nzstz lock --show --dir /run/gateway routes",
+     runLock},
     {"hexdump",
      "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
      "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", runHexdump},
@@ -91,6 +96,28 @@ void addArguments(CLI::App& verb, std::string const& name, Request& request)
                 name == "check" ? "configuration files" : "files of any kind; - is standard input")
             ->required()
             ->check(notEmpty, "");
+        return;
+    }
+    if (name == "lock") {
+        verb.add_option("NAME", request.lockName, "name of the lock; its file is DIR/._zplNAME")
+            ->required()
+            ->check(notEmpty, "");
+        verb.add_option("COMMAND", request.command, "behind --: what to run, and its arguments");
+        CLI::Option* const read =
+            verb.add_flag("--read", request.read, "share the lock with other readers");
+        CLI::Option* const write =
+            verb.add_flag("--write", request.write,
+                          "be alone, and raise the sequence number when the command has ended")
+                ->excludes(read);
+        verb.add_option("--dir", request.lockDir, "folder of the lock file, else the working one")
+            ->check(notEmpty, "");
+        CLI::Option* const wait = verb.add_option("--wait", request.wait,
+                                                  "seconds to wait for the lock, else fail at once")
+                                      ->check(CLI::Range(0.0, 1e9));
+        verb.add_flag("--show", request.show, "print file, state and sequence number; run nothing")
+            ->excludes(read)
+            ->excludes(write)
+            ->excludes(wait);
         return;
     }
     verb.add_option("FILE", request.file,
@@ -165,6 +192,14 @@ Verb const& verbOf(CLI::App const& app)
 // What the parser cannot express.
 void checkUsage(std::string const& verb, CLI::App const& app, Request const& request)
 {
+    if (verb == "lock") {
+        if (!request.show && !request.read && !request.write)
+            throw CLI::RequiredError("--read, --write or --show");
+        if (!request.show && request.command.empty())
+            throw CLI::RequiredError("-- COMMAND");
+        if (request.show && !request.command.empty())
+            throw CLI::ExcludesError("--show", "COMMAND");
+    }
     if ((verb == "set" || verb == "add") && !request.obfuscated && app.count("VALUE") == 0)
         throw CLI::RequiredError("VALUE");
     if (verb == "unset" && !request.wholeStanza && app.count("KEY") == 0)

@@ -1,0 +1,299 @@
+#!/usr/bin/env python3
+"""Tests of zstz lock. usage: lock_test.py TOOL [unittest arguments]"""
+import os
+import pathlib
+import signal
+import struct
+import subprocess
+import time
+
+import tool
+from tool import DONE, LOCKED, NO_ACCESS, USAGE
+
+
+class LockTest(tool.ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.folder = pathlib.Path(self.room.name)
+        self.lock_file = self.folder / "._zplroutes"
+
+    def start(self, *arguments, **options):
+        """Starts the tool and goes on; it is ended with the test."""
+        run = subprocess.Popen([tool.TOOL, "lock", "--dir", self.room.name, *arguments],
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
+
+        def end():
+            run.kill()
+            run.communicate()
+        self.addCleanup(end)
+        return run
+
+    def lock(self, *arguments, **options):
+        return self.run_tool("lock", "--dir", self.room.name, *arguments, **options)
+
+    def hold(self, kind):
+        """Starts a command that holds the lock until its standard input ends."""
+        run = self.start(kind, "routes", "--", "sh", "-c", "echo held; cat", stdin=subprocess.PIPE)
+        self.assertEqual("held\n", run.stdout.readline())
+        return run
+
+    def shown(self):
+        run = self.lock("--show", "routes")
+        self.assertEqual((DONE, ""), (run.returncode, run.stderr))
+        lines = dict(line.split(": ", 1) for line in run.stdout.splitlines())
+        self.assertEqual(str(self.lock_file), lines["file"])
+        return lines["state"], int(lines["sequence"])
+
+    def wait_for(self, condition):
+        until = time.monotonic() + 20
+        while not condition():
+            self.assertLess(time.monotonic(), until)
+            time.sleep(0.01)
+
+    # ---- Running a command ----
+
+    def test_the_command_runs_and_its_exit_code_is_the_result(self):
+        for kind in ("--read", "--write"):
+            for code in (0, 1, 5, 77):
+                with self.subTest(kind=kind, code=code):
+                    run = self.lock(kind, "routes", "--", "sh", "-c",
+                                    f"cat; echo out; echo err >&2; exit {code}", given="in\n")
+                    self.assertEqual((code, "in\nout\n", "err\n"),
+                                     (run.returncode, run.stdout, run.stderr))
+                    self.assertEqual("free", self.shown()[0])
+
+    def test_the_command_has_its_arguments_as_they_are(self):
+        run = self.lock("--read", "routes", "--", "printf", "<%s>", "a b", "", "--write", "--", "*")
+        self.assertEqual((DONE, "<a b><><--write><--><*>"), (run.returncode, run.stdout))
+
+    def test_a_command_that_cannot_run(self):
+        plain = self.folder / "plain"
+        plain.write_text("no program\n")
+        for command, code, printed in (("no-such-command", 127, "No such file"),
+                                       (str(self.folder / "none"), 127, "No such file"),
+                                       (str(plain), 126, "Permission denied"),
+                                       (self.room.name, 126, "Permission denied")):
+            with self.subTest(command):
+                run = self.lock("--write", "routes", "--", command)
+                self.assertEqual((code, ""), (run.returncode, run.stdout))
+                self.assertRegex(run.stderr, rf"\Azstz: cannot run {command}: {printed}[^\n]*\n\Z")
+                self.assertEqual("free", self.shown()[0])
+
+    def test_a_command_that_a_signal_ends(self):
+        for number in (signal.SIGKILL, signal.SIGTERM, signal.SIGSEGV):
+            run = self.lock("--write", "routes", "--", "sh", "-c", f"kill -{int(number)} $$")
+            self.assertEqual((128 + number, ""), (run.returncode, run.stderr))
+            self.assertEqual("free", self.shown()[0])
+
+    def test_a_writer_raises_the_sequence_number_and_a_reader_does_not(self):
+        self.assertEqual(("free", 0), self.shown())
+        self.assertFalse(self.lock_file.exists())
+        for kind, number in (("--read", 0), ("--write", 1), ("--read", 1), ("--write", 2)):
+            self.assertEqual(DONE, self.lock(kind, "routes", "--", "true").returncode)
+            self.assertEqual(("free", number), self.shown())
+        self.assertEqual(2, struct.unpack("=I", self.lock_file.read_bytes()[:4])[0])
+
+    def test_the_lock_is_in_the_working_directory_unless_told(self):
+        run = subprocess.run([tool.TOOL, "lock", "--write", "here", "--", "true"], check=False,
+                             cwd=self.room.name)
+        self.assertEqual(DONE, run.returncode)
+        self.assertTrue((self.folder / "._zplhere").exists())
+
+    # ---- Several processes ----
+
+    def test_who_holds_the_lock(self):
+        writer = self.hold("--write")
+        self.assertEqual((f"write by process {writer.pid}", 0), self.shown())
+        writer.communicate()
+        reader = self.hold("--read")
+        self.assertEqual((f"read by process {reader.pid}", 1), self.shown())
+        waiting = self.start("--write", "--wait", "20", "routes", "--", "true")
+        self.wait_for(lambda: self.shown()[0] == f"read by process {reader.pid}, process "
+                      f"{waiting.pid} waits to write")
+        reader.communicate()
+        self.assertEqual(DONE, waiting.wait(20))
+        self.assertEqual(("free", 2), self.shown())
+
+    def test_a_held_lock_fails_at_once(self):
+        for held, wanted in (("--write", "--write"), ("--write", "--read"), ("--read", "--write")):
+            with self.subTest(held=held, wanted=wanted):
+                holder = self.hold(held)
+                began = time.monotonic()
+                run = self.lock(wanted, "routes", "--", "touch", str(self.folder / "ran"))
+                self.assertLess(time.monotonic() - began, 10)
+                self.assertEqual((LOCKED, ""), (run.returncode, run.stdout))
+                self.assertRegex(run.stderr, r"\Azstz: the lock routes is held by another[^\n]*\n\Z")
+                self.assertFalse((self.folder / "ran").exists())
+                holder.communicate()
+                self.assertEqual(0, holder.returncode)
+                self.assertEqual(DONE, self.lock(wanted, "routes", "--", "true").returncode)
+
+    def test_readers_share(self):
+        first, second = self.hold("--read"), self.hold("--read")
+        self.assertRegex(self.shown()[0], r"\Aread by process \d+\Z")
+        first.communicate()
+        self.assertEqual(LOCKED, self.lock("--write", "routes", "--", "true").returncode)
+        second.communicate()
+        self.assertEqual(DONE, self.lock("--write", "routes", "--", "true").returncode)
+
+    def test_waiting_has_an_end(self):
+        holder = self.hold("--write")
+        began = time.monotonic()
+        run = self.lock("--write", "--wait", "0.7", "routes", "--", "true")
+        waited = time.monotonic() - began
+        self.assertEqual(LOCKED, run.returncode)
+        self.assertGreaterEqual(waited, 0.7)
+        self.assertLess(waited, 10)
+        waiting = self.start("--read", "--wait", "20", "routes", "--", "echo", "in")
+        time.sleep(0.1)
+        self.assertIsNone(waiting.poll())
+        holder.communicate()
+        self.assertEqual(("in\n", ""), waiting.communicate(timeout=20))
+        self.assertEqual(DONE, waiting.returncode)
+
+    def test_writers_exclude_each_other(self):
+        counter = self.folder / "counter"
+        counter.write_text("0\n")
+        script = f'read n <"{counter}"; sleep 0.01; echo $((n + 1)) >"{counter}"'
+        runs = [self.start("--write", "--wait", "60", "routes", "--", "sh", "-c", script)
+                for _ in range(16)]
+        self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
+        self.assertEqual("16\n", counter.read_text())
+        self.assertEqual(("free", 16), self.shown())
+
+    # ---- Signals, and ends before the end ----
+
+    def test_signals_are_handed_on(self):
+        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1,
+                       signal.SIGUSR2, signal.SIGALRM):
+            with self.subTest(number):
+                name = number.name[3:]
+                run = self.start("--write", "routes", "--", "sh", "-c",
+                                 f"trap 'echo got {name}; exit 9' {name}; echo ready; "
+                                 "while :; do sleep 0.02; done")
+                self.assertEqual("ready\n", run.stdout.readline())
+                run.send_signal(number)
+                self.assertEqual((f"got {name}\n", ""), run.communicate(timeout=20))
+                self.assertEqual(9, run.returncode)
+                self.assertEqual("free", self.shown()[0])
+
+    def test_a_signal_of_the_terminal_comes_once(self):
+        # The terminal sends it to both processes; the command must not get a second one from zstz.
+        script = ("import signal, time\n"
+                  "signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT})\n"
+                  "print('ready', flush=True)\n"
+                  "count, until = 0, time.monotonic() + 0.5\n"
+                  "while time.monotonic() < until:\n"
+                  "    count += signal.sigtimedwait({signal.SIGINT}, 0.05) is not None\n"
+                  "print('count', count, flush=True)\n")
+        child, terminal = os.forkpty()
+        if child == 0:
+            os.execv(tool.TOOL, [tool.TOOL, "lock", "--dir", self.room.name, "--write", "routes",
+                                 "--", "python3", "-c", script])
+        shown = b""
+        while b"ready" not in shown:
+            shown += os.read(terminal, 1000)
+        os.write(terminal, b"\x03")
+        while b"count" not in shown or not shown.endswith(b"\n"):
+            shown += os.read(terminal, 1000)
+        self.assertIn(b"count 1", shown)
+        self.assertEqual(0, os.waitpid(child, 0)[1])
+        os.close(terminal)
+
+    def test_a_signal_while_waiting_ends_it(self):
+        holder = self.hold("--write")
+        waiting = self.start("--write", "--wait", "60", "routes", "--", "true")
+        time.sleep(0.2)
+        waiting.terminate()
+        self.assertEqual(-signal.SIGTERM, waiting.wait(20))
+        holder.communicate()
+        self.assertEqual(("free", 1), self.shown())
+
+    def test_what_the_command_leaves_behind_does_not_keep_the_lock(self):
+        run = self.start("--write", "routes", "--", "sh", "-c", "sleep 60 >&- 2>&- & echo $!")
+        left = int(run.stdout.readline())
+        try:
+            self.assertEqual(DONE, run.wait(20))
+            os.kill(left, 0)
+            self.assertEqual(("free", 1), self.shown())
+        finally:
+            os.kill(left, signal.SIGKILL)
+
+    def test_without_zstz_the_command_is_ended(self):
+        run = self.start("--write", "routes", "--", "sh", "-c", "echo $$; exec sleep 60")
+        command = int(run.stdout.readline())
+        run.kill()
+        run.wait(20)
+
+        def has_ended():
+            try:
+                state = pathlib.Path(f"/proc/{command}/stat").read_text().rsplit(")", 1)[1].split()[0]
+            except (FileNotFoundError, ProcessLookupError):
+                return True
+            return state == "Z"
+        self.wait_for(has_ended)
+        self.assertEqual(("free", 0), self.shown())
+
+    def test_an_ignored_end_of_a_child_is_noticed_all_the_same(self):
+        run = subprocess.run([tool.TOOL, "lock", "--dir", self.room.name, "--read", "routes", "--",
+                              "sh", "-c", "exit 3"], check=False, timeout=60,
+                             preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        self.assertEqual(3, run.returncode)
+
+    # ---- Failures ----
+
+    def test_lock_files_that_cannot_be_used(self):
+        def torn():
+            self.lock_file.write_bytes(b"ab")
+
+        def folder():
+            self.lock_file.mkdir()
+
+        def link():
+            self.lock_file.symlink_to("elsewhere")
+
+        def pipe():
+            os.mkfifo(self.lock_file)
+
+        for make, printed in ((torn, "too short"), (folder, "Is a directory"),
+                              (link, "symbolic link"), (pipe, "no regular file")):
+            with self.subTest(make.__name__):
+                make()
+                run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"))
+                if make is torn:  # taking the gate makes it longer
+                    self.assertEqual(DONE, run.returncode)
+                else:
+                    self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
+                    self.assertRegex(run.stderr, r"\Azstz: cannot use the lock file [^\n]+\n\Z")
+                    self.assertIn(printed, run.stderr)
+                    self.assertFalse((self.folder / "ran").exists())
+                if make is folder:
+                    self.lock_file.rmdir()
+                else:
+                    self.lock_file.unlink()
+                (self.folder / "ran").unlink(missing_ok=True)
+        self.assertFalse((self.folder / "elsewhere").exists())
+
+    def test_folders_that_cannot_be_used(self):
+        for folder in (self.room.name + "/none", self.file):
+            for verb in (["--write", "routes", "--", "true"], ["--show", "routes"]):
+                with self.subTest(folder=folder, verb=verb):
+                    self.expect_unchanged(NO_ACCESS, f"cannot lock in {folder}: ", "lock", "--dir",
+                                          folder, *verb)
+
+    def test_wrong_command_lines(self):
+        rows = (
+            [], ["routes"], ["--read", "routes"], ["routes", "--", "true"],
+            ["--read", "--write", "routes", "--", "true"], ["--read", "", "--", "true"],
+            ["--show", "routes", "--", "true"], ["--show", "--read", "routes"],
+            ["--show", "--wait", "1", "routes"], ["--read", "--wait", "-1", "routes", "--", "true"],
+            ["--read", "--wait", "soon", "routes", "--", "true"],
+            ["--read", "--dir", "", "routes", "--", "true"], ["--read", "routes", "ls", "-l"],
+        )
+        for arguments in rows:
+            with self.subTest(arguments):
+                self.expect_unchanged(USAGE, "--help", "lock", *arguments)
+
+
+if __name__ == "__main__":
+    tool.main()

@@ -1,0 +1,301 @@
+// zstz lock: runs a command under a process lock, or shows who holds one.
+#include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "commands.h"
+#include "failures.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Lock = ZUnixProcessReadWriteFileLock_6_0;
+
+// How a command ends that has not run, as in a shell.
+constexpr int kCannotRun = 126;
+constexpr int kNotFound = 127;
+constexpr int kBySignal = 128;
+
+std::string pathOf(Request const& request)
+{
+    return (request.lockDir.empty() ? "" : request.lockDir + "/") + "._zpl" + request.lockName;
+}
+
+char const* dirOf(Request const& request)
+{
+    return request.lockDir.empty() ? nullptr : request.lockDir.c_str();
+}
+
+// ---- Waiting ----------------------------------------------------------------------------------
+
+// Ends the library's wait for a lock, which has no time limit of its own: an alarm interrupts it,
+// again and again, because the first one may come just before the wait begins.
+class Alarm {
+public:
+    explicit Alarm(double seconds)
+    {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};  // without SA_RESTART
+        sigaction(SIGALRM, &action, &before_);
+        sigset_t alarm;
+        sigemptyset(&alarm);
+        sigaddset(&alarm, SIGALRM);
+        sigprocmask(SIG_UNBLOCK, &alarm, &mask_);
+        itimerval timer = {};
+        timer.it_value.tv_sec = static_cast<time_t>(seconds);
+        timer.it_value.tv_usec =
+            static_cast<suseconds_t>((seconds - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
+        timer.it_interval.tv_usec = kAgain;
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+    Alarm(Alarm const&) = delete;
+    Alarm& operator=(Alarm const&) = delete;
+    ~Alarm()
+    {
+        itimerval const off = {};
+        setitimer(ITIMER_REAL, &off, nullptr);
+        sigprocmask(SIG_SETMASK, &mask_, nullptr);
+        sigaction(SIGALRM, &before_, nullptr);
+    }
+
+private:
+    static constexpr suseconds_t kAgain = 20000;
+
+    struct sigaction before_;
+    sigset_t mask_;
+};
+
+[[noreturn]] void failToUse(Request const& request, std::string const& why)
+{
+    throw Failure{exitNoAccess, "cannot use the lock file " + pathOf(request) + ": " + why +
+                                    "; check it, its folder and their permissions"};
+}
+
+// The library does not tell why a lock file could not be opened.
+std::string whyNotOpened(std::string const& path)
+{
+    int const fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
+    if (fd < 0)
+        return errno == ELOOP ? "it is a symbolic link" : strerror(errno);
+    close(fd);
+    return "it is no regular file";
+}
+
+void acquire(Lock& lock, Request const& request)
+{
+    // Without --wait: a reader that enters holds others up for a moment, which is no reason to
+    // fail.
+    constexpr double kMoment = 0.05;
+    double const seconds = std::max(request.wait, kMoment);
+    auto const deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                             std::chrono::duration<double>(seconds));
+    Alarm const alarm(seconds);
+    for (;;) {
+        try {
+            lock.lock(request.write ? Lock::write : Lock::read);
+            return;
+        } catch (ZLockResourceException_6_0 const& e) {
+            if (e.returnCode() == EBADF)
+                failToUse(request, whyNotOpened(pathOf(request)));
+            if (e.returnCode() != EINTR)
+                failToUse(request, strerror(e.returnCode()));
+            if (Clock::now() >= deadline)
+                throw Failure{exitLocked, "the lock " + request.lockName +
+                                              " is held by another process; try again later, or "
+                                              "use --wait SECONDS"};
+        } catch (ZWriteResourceException_6_0 const& e) {
+            failToUse(request, strerror(e.returnCode()));
+        } catch (ZReadResourceException_6_0 const& e) {
+            failToUse(request,
+                      e.returnCode() < 0 ? "it is too short to be one" : strerror(e.returnCode()));
+        }
+    }
+}
+
+// ---- Running ----------------------------------------------------------------------------------
+
+// The signals that are handed on to the command.
+constexpr int kHandedOn[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM};
+
+// Blocks the signals that are waited for, and makes sure that the end of a child is told.
+class Signals {
+public:
+    Signals()
+    {
+        sigemptyset(&awaited_);
+        sigaddset(&awaited_, SIGCHLD);
+        for (int const signal : kHandedOn)
+            sigaddset(&awaited_, signal);
+        sigprocmask(SIG_BLOCK, &awaited_, &mask_);
+        struct sigaction action = {};
+        action.sa_handler = SIG_DFL;
+        sigaction(SIGCHLD, &action, &child_);
+    }
+    Signals(Signals const&) = delete;
+    Signals& operator=(Signals const&) = delete;
+    ~Signals() { restore(); }
+
+    void restore() const
+    {
+        sigaction(SIGCHLD, &child_, nullptr);
+        sigprocmask(SIG_SETMASK, &mask_, nullptr);
+    }
+
+    // Hands signals on until `command` ends; returns how it ended.
+    int wait(pid_t command) const
+    {
+        for (;;) {
+            int status;
+            if (waitpid(command, &status, WNOHANG) == command)
+                return WIFSIGNALED(status) ? kBySignal + WTERMSIG(status) : WEXITSTATUS(status);
+            siginfo_t info;
+            int const signal = sigwaitinfo(&awaited_, &info);
+            // What the terminal sends, it sends to the command as well.
+            if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL)
+                kill(command, signal);
+        }
+    }
+
+private:
+    sigset_t awaited_;
+    sigset_t mask_;
+    struct sigaction child_;
+};
+
+// Becomes the command; tells through `report` why it cannot.
+[[noreturn]] void become(std::vector<std::string> const& command, pid_t parent, int report)
+{
+    // Without the parent the lock is gone, and what it guards must not be touched any more.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent)
+        _exit(kBySignal + SIGTERM);
+    std::vector<char*> arguments;
+    for (std::string const& argument : command)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    int const error = errno;
+    [[maybe_unused]] ssize_t const written = write(report, &error, sizeof error);
+    _exit(error == ENOENT ? kNotFound : kCannotRun);
+}
+
+int runCommand(std::vector<std::string> const& command)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(errno)};
+    fflush(nullptr);
+    Signals const signals;
+    pid_t const parent = getpid();
+    pid_t const child = fork();
+    if (child == 0) {
+        signals.restore();
+        become(command, parent, ends[1]);
+    }
+    int const forkError = errno;
+    close(ends[1]);
+    if (child < 0) {
+        close(ends[0]);
+        throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(forkError)};
+    }
+    int error = 0;
+    ssize_t got;
+    do
+        got = read(ends[0], &error, sizeof error);
+    while (got < 0 && errno == EINTR);
+    close(ends[0]);
+    int const code = signals.wait(child);
+    if (got > 0)
+        report({exitNoAccess, "cannot run " + command.front() + ": " + strerror(error) +
+                                  "; check its name and permissions"});
+    return code;
+}
+
+int runLocked(Request const& request)
+{
+    Lock lock(dirOf(request), request.lockName.c_str());
+    acquire(lock, request);
+    int code;
+    try {
+        code = runCommand(request.command);
+    } catch (...) {
+        lock.unlock(0);
+        throw;
+    }
+    try {
+        lock.unlock();
+    } catch (ZWriteResourceException_6_0 const& e) {
+        // Still held: the number could not be raised.
+        lock.unlock(0);
+        int const failed = report(
+            {exitNoAccess, "cannot write the sequence number into " + pathOf(request) + ": " +
+                               strerror(e.returnCode()) + "; check the room on its disk"});
+        return code != 0 ? code : failed;
+    }
+    return code;
+}
+
+// ---- Showing ----------------------------------------------------------------------------------
+
+// Who keeps a lock of this type from the range; 0 for nobody.
+struct flock holder(int fd, short type, off_t start)
+{
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = start;
+    range.l_len = sizeof(uint32_t);
+    if (fcntl(fd, F_GETLK, &range) != 0)
+        range.l_type = F_UNLCK;
+    return range;
+}
+
+int show(Request const& request)
+{
+    std::string const path = Lock(dirOf(request), request.lockName.c_str()).getLockFileName();
+    uint32_t sequence = 0;
+    std::string state = "free";
+    int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+    if (fd < 0 && errno != ENOENT)
+        failToUse(request, strerror(errno));
+    if (fd >= 0) {
+        struct flock const data = holder(fd, F_WRLCK, 0);
+        struct flock const gate = holder(fd, F_WRLCK, sizeof sequence);
+        if (data.l_type != F_UNLCK)
+            state = (data.l_type == F_RDLCK ? "read by process " : "write by process ") +
+                    std::to_string(data.l_pid);
+        if (data.l_type == F_RDLCK && gate.l_type != F_UNLCK)
+            state += ", process " + std::to_string(gate.l_pid) + " waits to write";
+        // An empty file counts as 0.
+        ssize_t const got = pread(fd, &sequence, sizeof sequence, 0);
+        close(fd);
+        if (got != 0 && got != sizeof sequence)
+            failToUse(request, "it is too short to be one");
+    }
+    printf("file: %s\nstate: %s\nsequence: %u\n", path.c_str(), state.c_str(), sequence);
+    return exitDone;
+}
+
+}  // namespace
+
+int runLock(Request const& request)
+{
+    try {
+        return request.show ? show(request) : runLocked(request);
+    } catch (ZInvalidParameterException_6_0 const&) {
+        throw Failure{exitNoAccess, "cannot lock in " + request.lockDir +
+                                        ": it is no folder that its owner may write and search; "
+                                        "make it, or name another with --dir"};
+    }
+}
