@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "commands.h"
 #include "failures.h"
@@ -16,8 +17,9 @@ namespace {
 constexpr size_t kBytesPerLine = 16;
 
 // The library counts offsets from 0 in each dump. A part of this size has offsets of four digits,
-// so that each of its lines has the same length and another offset can be put in their place.
-constexpr size_t kPart = 0x10000;
+// so that each of its lines has the same length and another offset can be put in their place. Its
+// dump is small enough for malloc to reuse memory instead of asking the system for it every time.
+constexpr size_t kPart = 0x1000;
 constexpr size_t kOffsetEnd = 5;  // of a line: a line feed and four digits
 constexpr size_t kColumnStart = 59;
 constexpr size_t kColumnEnd = kColumnStart + kBytesPerLine;
@@ -41,11 +43,20 @@ std::string dump(unsigned char const* data, size_t length, char const* title)
 }
 
 // Bytes that are no ASCII text could steer a terminal.
-void mask(std::string& line)
+void mask(char* line)
 {
     for (size_t i = kColumnStart; i < kColumnEnd; ++i)
         if (static_cast<unsigned char>(line[i]) >= 0x7F)
             line[i] = '.';
+}
+
+// Appends `offset` in hexadecimal, at least four digits.
+void appendOffset(std::string& out, unsigned long long offset)
+{
+    char digits[16];
+    char* const end = std::to_chars(digits, digits + sizeof digits, offset, 16).ptr;
+    size_t const count = static_cast<size_t>(end - digits);
+    out.append(count < 4 ? 4 - count : 0, '0').append(digits, count);
 }
 
 void dumpStream(FILE* in, std::string const& path, char const* title)
@@ -57,20 +68,24 @@ void dumpStream(FILE* in, std::string const& path, char const* title)
         fputs(head.c_str(), stdout);
     }
     std::vector<unsigned char> part(kPart);
+    std::string out;
     unsigned long long offset = 0;
     for (;;) {
         size_t const got = fread(part.data(), 1, part.size(), in);
         if (ferror(in))
             throw Failure{exitNoAccess, "cannot read " + path + ": " + strerror(errno) +
                                             "; check that it is a file with contents"};
-        std::string const text = dump(part.data(), got, nullptr);
+        std::string text = dump(part.data(), got, nullptr);
+        out.clear();
         for (size_t at = 0; at + kLine <= text.size(); at += kLine) {
-            std::string line = text.substr(at, kLine);
             if (toTerminal)
-                mask(line);
-            printf("\n%4.4llx%s", offset, line.c_str() + kOffsetEnd);
+                mask(text.data() + at);
+            out += '\n';
+            appendOffset(out, offset);
+            out.append(text, at + kOffsetEnd, kLine - kOffsetEnd);
             offset += kBytesPerLine;
         }
+        fwrite(out.data(), 1, out.size(), stdout);
         if (got < part.size() || ferror(stdout))
             break;
     }
