@@ -1,10 +1,8 @@
 // Containers: list add and index; key map insert, hit and miss.
-#include <Z/ZAdler32.h>
 #include <Z/ZArrayList.h>
 #include <Z/ZHashKeyMap.h>
 #include <Z/ZLCString.h>
 #include <benchmark/benchmark.h>
-#include <zlib.h>
 
 #include <memory>
 #include <string>
@@ -291,31 +289,5 @@ bool const areMapRowsRegistered = [] {
 #endif
     return true;
 }();
-
-// ---- Adler-32 of 64 KiB.
-
-std::vector<unsigned char> const& bytes()
-{
-    static std::vector<unsigned char> const made = [] {
-        std::vector<unsigned char> data(65536);
-        for (size_t i = 0; i < data.size(); ++i)
-            data[i] = static_cast<unsigned char>(i * 31 ^ i >> 8);
-        return data;
-    }();
-    return made;
-}
-
-void adlerOurs(benchmark::State& state)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(ZAdler32_6_0::adler32(1, bytes().data(), 65536));
-}
-void adlerZlib(benchmark::State& state)
-{
-    for (auto _ : state)
-        benchmark::DoNotOptimize(adler32(1, bytes().data(), 65536));
-}
-BENCHMARK(adlerOurs)->Name("Adler32/Z/65536");
-BENCHMARK(adlerZlib)->Name("Adler32/zlib/65536");
 
 }  // namespace
