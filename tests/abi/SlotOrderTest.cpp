@@ -12,6 +12,7 @@
 #include <Z/ZLock.h>
 #include <Z/ZMessage.h>
 #include <Z/ZObserver.h>
+#include <Z/ZProcessReadWriteFileLock.h>
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZPropertiesKVList.h>
 #include <Z/ZQVRUTF8Converter.h>
@@ -504,6 +505,73 @@ TEST(SlotOrder, Stores)
                  {"getItemKey", slot(&ZPropertiesKVList_6_0::getItemKey)},
                  {"getItemValue", slot(&ZPropertiesKVList_6_0::getItemValue)},
                  {"clear", slot(&ZPropertiesKVList_6_0::clear)}});
+}
+
+TEST(SlotOrder, ReadWriteLocks)
+{
+    using A = ZAbstractReadWriteLock_6_0;
+    using State = A::zlockstate;
+    std::vector<Row> const base = {{"lock", slot<void()>(&A::lock)},
+                                   {"lock by state", slot<void(State)>(&A::lock)},
+                                   {"getLockStateName", slot(&A::getLockStateName)},
+                                   {"isCurrent", slot(&A::isCurrent)},
+                                   {"unlock", slot<void()>(&A::unlock)},
+                                   {"unlock with update", slot<void(int)>(&A::unlock)},
+                                   {"haveLock", slot(&A::haveLock)},
+                                   {"ownWriteLock", slot(&A::ownWriteLock)},
+                                   {"getUpdate", slot(&A::getUpdate)},
+                                   {"setUpdate", slot(&A::setUpdate)}};
+    expectOrder("ZAbstractReadWriteLock", kBehindObject, base);
+    int const behindBase = kBehindObject + static_cast<int>(base.size());
+
+    using L = ZReadWriteLock_6_0;
+    expectOrder("ZReadWriteLock", behindBase,
+                {{"readLock", slot(&L::readLock)},
+                 {"writeLock", slot(&L::writeLock)},
+                 {"readWithIntentToWriteLock", slot(&L::readWithIntentToWriteLock)},
+                 {"promoteReadToWriteLock", slot(&L::promoteReadToWriteLock)},
+                 {"getReaderCount", slot(&L::getReaderCount)}});
+
+    using P = ZAbstractProcessReadWriteLock_6_0;
+    std::vector<Row> const process = {
+        {"readLock", slot(&P::readLock)},
+        {"writeLock", slot(&P::writeLock)},
+        {"readWithIntentToWriteLock", slot(&P::readWithIntentToWriteLock)},
+        {"promoteReadToWriteLock", slot(&P::promoteReadToWriteLock)},
+        {"getLockState", slot(&P::getLockState)},
+        {"getLockName", slot(&P::getLockName)},
+        {"setLockName", slot(&P::setLockName)},
+        {"getReaderCount", slot(&P::getReaderCount)},
+        {"getSequence", slot(&P::getSequence)},
+        {"incSequence", slot(&P::incSequence)},
+        {"getLastSequence", slot(&P::getLastSequence)},
+        {"setLastSequence to", slot<void(unsigned long)>(&P::setLastSequence)},
+        {"setLastSequence", slot<void()>(&P::setLastSequence)},
+        {"sync", slot(&P::sync)}};
+    expectOrder("ZAbstractProcessReadWriteLock", behindBase, process);
+
+    using F = ZAbstractProcessReadWriteFileLock_6_0;
+    std::vector<Row> const file = {{"getLockDirName", slot(&F::getLockDirName)},
+                                   {"setLockDirName", slot(&F::setLockDirName)},
+                                   {"getLockFileName", slot(&F::getLockFileName)},
+                                   {"lockFile", slot(&F::lockFile)},
+                                   {"unlockFile", slot(&F::unlockFile)},
+                                   {"dolock", slot(&F::dolock)},
+                                   {"setLockFileName", slot(&F::setLockFileName)},
+                                   {"lockFileRange", slot(&F::lockFileRange)},
+                                   {"unlockFileRange", slot(&F::unlockFileRange)},
+                                   {"readSequenceNumber", slot(&F::readSequenceNumber)},
+                                   {"writeSequenceNumber", slot(&F::writeSequenceNumber)},
+                                   {"writePid", slot(&F::writePid)},
+                                   {"writeBytes", slot(&F::writeBytes)},
+                                   {"readBytes", slot(&F::readBytes)}};
+    int const behindProcess = behindBase + static_cast<int>(process.size());
+    expectOrder("ZAbstractProcessReadWriteFileLock", behindProcess, file);
+
+    using U = ZUnixProcessReadWriteFileLock_6_0;
+    expectOrder(
+        "ZUnixProcessReadWriteFileLock", behindProcess + static_cast<int>(file.size()),
+        {{"createLockFile", slot(&U::createLockFile)}, {"closeLockFile", slot(&U::closeLockFile)}});
 }
 
 TEST(SlotOrder, Caches)

@@ -1,0 +1,154 @@
+// OtherLocker: another process that uses a process lock as it is told.
+//
+// The other process is the test program itself, run again with a switch: its main() must begin with
+//
+//     if (OtherLocker::isWanted(argc, argv))
+//         return OtherLocker::run(argv);
+#pragma once
+
+#include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+class OtherLocker {
+public:
+    OtherLocker(std::string const& directory, std::string const& name)
+    {
+        int to[2];
+        int from[2];
+        EXPECT_EQ(0, pipe2(to, O_CLOEXEC));
+        EXPECT_EQ(0, pipe2(from, O_CLOEXEC));
+        child_ = fork();
+        if (child_ == 0) {
+            dup2(to[0], STDIN_FILENO);
+            dup2(from[1], STDOUT_FILENO);
+            execl("/proc/self/exe", "test", kSwitch, directory.c_str(), name.c_str(), nullptr);
+            _exit(127);
+        }
+        close(to[0]);
+        close(from[1]);
+        to_ = to[1];
+        from_ = from[0];
+    }
+    OtherLocker(OtherLocker const&) = delete;
+    OtherLocker& operator=(OtherLocker const&) = delete;
+
+    // Lets the process end by itself.
+    ~OtherLocker()
+    {
+        close(to_);
+        close(from_);
+        if (child_ > 0)
+            waitpid(child_, nullptr, 0);
+    }
+
+    // Gives an order, which is one letter:
+    //   r read, w write, p protect, u unlock, n unlock without update, o begin to observe.
+    void order(char letter) { EXPECT_EQ(1, write(to_, &letter, 1)); }
+
+    // Returns the answer to the oldest order: the state, the sequence number, and the changes told
+    // to the observer so far; or the message number and the rc of an exception. "" when there is
+    // none within the time.
+    std::string answer(int milliseconds = 10000)
+    {
+        std::string line;
+        pollfd ready = {from_, POLLIN, 0};
+        char c = 0;
+        while (poll(&ready, 1, milliseconds) == 1 && read(from_, &c, 1) == 1 && c != '\n')
+            line += c;
+        return line;
+    }
+
+    std::string does(char letter)
+    {
+        order(letter);
+        return answer();
+    }
+
+    // Returns whether there is no answer yet, nor soon.
+    bool waits() { return answer(60).empty(); }
+
+    // Kills it and waits for its end.
+    void kill()
+    {
+        ::kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+        child_ = -1;
+    }
+
+    pid_t id() const { return child_; }
+
+    static bool isWanted(int argc, char** argv)
+    {
+        return argc == 4 && std::strcmp(argv[1], kSwitch) == 0;
+    }
+
+    static int run(char** argv)
+    {
+        struct Observer final : ZObserverInterface_6_0 {
+            std::string told;
+            void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+            {
+                auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
+                told += " " + std::to_string(change.getLastSequence()) + ">" +
+                        std::to_string(change.getSequence());
+            }
+        } observer;
+        // The handler lets SIGUSR1 interrupt a call.
+        struct sigaction handler = {};
+        handler.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &handler, nullptr);
+
+        ZUnixProcessReadWriteFileLock_6_0 lock(argv[2], argv[3]);
+        char letter;
+        while (read(STDIN_FILENO, &letter, 1) == 1) {
+            std::string line;
+            try {
+                switch (letter) {
+                    case 'r':
+                        lock.readLock();
+                        break;
+                    case 'w':
+                        lock.writeLock();
+                        break;
+                    case 'p':
+                        lock.readWithIntentToWriteLock();
+                        break;
+                    case 'u':
+                        lock.unlock();
+                        break;
+                    case 'n':
+                        lock.unlock(0);
+                        break;
+                    case 'o':
+                        lock.addObserver(&observer);
+                        break;
+                }
+                line = lock.getLockStateName(lock.getLockState());
+                line += " " + std::to_string(lock.getSequence()) + observer.told + "\n";
+            } catch (ZResourceException_6_0 const& e) {
+                line = std::to_string(e.messageNumber()) + " " + std::to_string(e.returnCode());
+                line += "\n";
+            }
+            if (write(STDOUT_FILENO, line.data(), line.size()) < 0)
+                return 1;
+        }
+        // What is still held goes with the process.
+        _exit(0);
+    }
+
+private:
+    static constexpr char kSwitch[] = "--use-process-lock";
+
+    pid_t child_ = -1;
+    int to_ = -1;
+    int from_ = -1;
+};

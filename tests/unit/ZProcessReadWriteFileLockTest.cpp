@@ -1,0 +1,1390 @@
+#include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "EachAllocation.h"
+#include "FailingAllocator.h"
+#include "NotedMessages.h"
+#include "OtherLocker.h"
+#include "Raised.h"
+#include "SeenRanges.h"
+#include "TestDirectory.h"
+
+// ---- System calls that fail on demand ----------------------------------------------------------
+
+namespace {
+
+// What the calls below do while they are watched; on the thread that watches them.
+struct Plan {
+    bool watched = false;
+    int calls = 0;                // seen while watched
+    int failAt = 0;               // number of the call that fails, counted from 1; 0: none
+    int failFrom = 0;             // all from this one on fail
+    int error = EIO;              // with this errno
+    bool onlyTransfers = false;   // fails reads and writes alone
+    bool shortTransfers = false;  // every read and write moves one byte
+    bool interrupted = false;     // every second read, write or release ends at a signal
+    bool nothingWritten = false;  // every write writes nothing
+    std::string failed;           // name of the call that failed
+};
+thread_local Plan plan;
+
+bool fails(char const* name)
+{
+    if (!plan.watched)
+        return false;
+    ++plan.calls;
+    if (plan.calls != plan.failAt && (plan.failFrom == 0 || plan.calls < plan.failFrom))
+        return false;
+    plan.failed = name;
+    errno = plan.error;
+    return true;
+}
+
+bool endsAtASignal()
+{
+    static thread_local bool turn = false;
+    if (!plan.watched || !plan.interrupted)
+        return false;
+    turn = !turn;
+    if (turn)
+        errno = EINTR;
+    return turn;
+}
+
+size_t lengthOf(size_t length)
+{
+    return plan.watched && plan.shortTransfers && length > 1 ? 1 : length;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(char const*, int, ...);
+int __real_close(int);
+int __real_fstat(int, struct stat*);
+int __real_stat(char const*, struct stat*);
+int __real_fcntl(int, int, ...);
+ssize_t __real_pread(int, void*, size_t, off_t);
+ssize_t __real_pwrite(int, void const*, size_t, off_t);
+
+int __wrap_open(char const* path, int flags, ...)
+{
+    va_list more;
+    va_start(more, flags);
+    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return fails("open") ? -1 : __real_open(path, flags, mode);
+}
+// A close that fails has closed all the same, as on Linux.
+int __wrap_close(int fd)
+{
+    bool const failed = fails("close");
+    int const rc = __real_close(fd);
+    if (!failed)
+        return rc;
+    errno = plan.error;
+    return -1;
+}
+int __wrap_fstat(int fd, struct stat* status)
+{
+    return fails("fstat") ? -1 : __real_fstat(fd, status);
+}
+int __wrap_stat(char const* path, struct stat* status)
+{
+    return fails("stat") ? -1 : __real_stat(path, status);
+}
+int __wrap_fcntl(int fd, int command, ...)
+{
+    va_list more;
+    va_start(more, command);
+    void* const argument = va_arg(more, void*);
+    va_end(more);
+    bool const releases = command == F_SETLK;
+    if (releases && endsAtASignal())
+        return -1;
+    return fails(releases ? "release" : "fcntl") ? -1 : __real_fcntl(fd, command, argument);
+}
+ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
+{
+    if (endsAtASignal())
+        return -1;
+    return fails("pread") ? -1 : __real_pread(fd, to, lengthOf(length), offset);
+}
+ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
+{
+    if (endsAtASignal())
+        return -1;
+    if (plan.watched && plan.nothingWritten)
+        return 0;
+    return fails("pwrite") ? -1 : __real_pwrite(fd, from, lengthOf(length), offset);
+}
+}
+
+namespace {
+
+using State = ZReadWriteLockInterface_6_0::zlockstate;
+constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
+constexpr State kRead = ZReadWriteLockInterface_6_0::read;
+constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
+constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
+
+constexpr char kSource[] = "src/Z/ZProcessReadWriteFileLock";
+constexpr char kBaseSource[] = "src/Z/ZProcessReadWriteLock";
+constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
+
+using Lock = ZUnixProcessReadWriteFileLock_6_0;
+
+// Watches the calls of this thread for a scope.
+class Watch {
+public:
+    explicit Watch(Plan const& wanted = Plan())
+    {
+        plan = wanted;
+        plan.watched = true;
+    }
+    Watch(Watch const&) = delete;
+    Watch& operator=(Watch const&) = delete;
+    ~Watch() { plan = Plan(); }
+};
+
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    std::string told;  // "old>new " for each change
+    bool throws = false;
+
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
+        told += std::to_string(change.getLastSequence()) + ">" +
+                std::to_string(change.getSequence()) + " ";
+        if (throws)
+            throw std::runtime_error("observer");
+    }
+};
+
+template <class Action>
+void elsewhere(Action action)
+{
+    std::thread(action).join();
+}
+
+bool staysBlocked(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
+}
+
+bool comesThrough(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+}
+
+class ZProcessReadWriteFileLock : public testing::Test {
+protected:
+    std::string const& dir() const { return directory_.path(); }
+    std::string path() const { return directory_.at("._zpla"); }
+    std::string seen() const { return seenRanges(path()); }
+
+    // The words of the lock file.
+    uint32_t word(size_t index) const
+    {
+        std::string const text = directory_.read("._zpla");
+        uint32_t value = 0xDEADBEEF;
+        if (text.size() >= 4 * index + 4)
+            std::memcpy(&value, text.data() + 4 * index, sizeof value);
+        return value;
+    }
+    void putSequence(uint32_t value) const
+    {
+        directory_.write("._zpla",
+                         std::string(reinterpret_cast<char const*>(&value), sizeof value));
+    }
+
+    // Another process changes what the lock protects.
+    void changeElsewhere() const
+    {
+        OtherLocker other(dir(), "a");
+        EXPECT_EQ("write", other.does('w').substr(0, 5));
+        EXPECT_EQ("unset", other.does('u').substr(0, 5));
+    }
+
+    void expectFree(Lock& lock) const
+    {
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(-1, lock.getFileHandle());
+        EXPECT_EQ(0, lock.getReaderCount());
+        std::string const ranges = seen();
+        EXPECT_TRUE(ranges == "--" || ranges == "??") << ranges;
+        // Nobody holds the lock between the threads either.
+        Plan const before = plan;
+        plan = Plan();
+        elsewhere([&] {
+            lock.writeLock();
+            lock.unlock(0);
+        });
+        plan = before;
+    }
+
+    TestDirectory directory_{TestDirectory::Place::memory};
+};
+
+}  // namespace
+
+// ---- Names and directories ---------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryAndPrefixAndName)
+{
+    EXPECT_EQ(dir() + "/._zplorders", Lock(dir().c_str(), "orders").getLockFileName());
+    EXPECT_STREQ("._zplorders", Lock("orders").getLockFileName());
+    EXPECT_STREQ("", Lock("orders").getLockDirName());
+    EXPECT_STREQ("._zplorders", Lock(nullptr, "orders").getLockFileName());
+    EXPECT_EQ(dir() + "/._zpla/b", Lock(dir().c_str(), "a/b").getLockFileName());
+    Lock const unnamed;
+    EXPECT_EQ(std::string("._zpl") + unnamed.getLockName().getChars(), unnamed.getLockFileName());
+    ZStubProcessReadWriteFileLock_6_0 const stub(dir().c_str(), "s");
+    EXPECT_EQ(dir() + "/._zpls", stub.getLockFileName());
+}
+
+TEST_F(ZProcessReadWriteFileLock, HashesAndComparesByPath)
+{
+    Lock const a(dir().c_str(), "a");
+    Lock const b(dir().c_str(), "b");
+    Lock const alsoA(dir().c_str(), "a");
+    EXPECT_EQ(ZLCString_6_0(path().c_str()).hash(), a.hash());
+    EXPECT_EQ(0, a.compare(alsoA));
+    EXPECT_LT(a.compare(b), 0);
+    EXPECT_GT(b.compare(a), 0);
+    EXPECT_NE(0, a.compare(Lock("a")));
+}
+
+TEST_F(ZProcessReadWriteFileLock, RenamingItDoesNotMoveTheFile)
+{
+    Lock lock(dir().c_str(), "a");
+    ZLCString_6_0 name("b");
+    lock.setLockName(name);
+    EXPECT_EQ(path(), lock.getLockFileName());
+    lock.setLockFileName("c");
+    EXPECT_EQ(directory_.at("._zplc"), lock.getLockFileName());
+    EXPECT_STREQ("b", lock.getLockName());
+}
+
+TEST_F(ZProcessReadWriteFileLock, MovesToAnotherDirectory)
+{
+    ASSERT_EQ(0, mkdir(directory_.at("sub").c_str(), 0700));
+    Lock lock("a");
+    lock.setLockDirName(directory_.at("sub").c_str());
+    EXPECT_EQ(directory_.at("sub"), lock.getLockDirName());
+    EXPECT_EQ(directory_.at("sub/._zpla"), lock.getLockFileName());
+    lock.setLockDirName(nullptr);
+    EXPECT_STREQ("", lock.getLockDirName());
+    EXPECT_STREQ("._zpla", lock.getLockFileName());
+}
+
+TEST_F(ZProcessReadWriteFileLock, RefusesWhatIsNoWritableDirectory)
+{
+    std::string const file = directory_.write("file", "");
+    std::string const shut = directory_.at("shut");
+    ASSERT_EQ(0, mkdir(shut.c_str(), 0500));
+    std::string const blind = directory_.at("blind");
+    ASSERT_EQ(0, mkdir(blind.c_str(), 0600));
+    std::string const missing = directory_.at("missing");
+    struct Case {
+        char const* name;
+        std::string dir;
+    };
+    Case const cases[] = {{"a file", file},
+                          {"a device", "/dev/null"},
+                          {"not there", missing},
+                          {"not writable by its owner", shut},
+                          {"not to be searched", blind},
+                          {"empty", ""}};
+    Lock lock(dir().c_str(), "a");
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
+            22, kSource, 131, [&] { lock.setLockDirName(c.dir.c_str()); }));
+        EXPECT_EQ(path(), lock.getLockFileName());
+        EXPECT_EQ(dir(), lock.getLockDirName());
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
+            22, kSource, 131, [&] { Lock const other(c.dir.c_str(), "a"); }));
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, StaysInItsDirectoryWhileItIsHeld)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, kSource, 137,
+                                                           [&] { lock.setLockDirName("/tmp"); }));
+    EXPECT_EQ(dir(), lock.getLockDirName());
+    EXPECT_EQ(path(), lock.getLockFileName());
+    lock.setLockDirName(dir().c_str());
+    lock.unlock();
+    lock.setLockDirName("/tmp");
+    EXPECT_STREQ("/tmp/._zpla", lock.getLockFileName());
+}
+
+// ---- The file ----------------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, FileIsMadeWhenItIsFirstLocked)
+{
+    mode_t const mask = umask(0);
+    Lock lock(dir().c_str(), "a");
+    EXPECT_EQ("", directory_.names());
+    lock.readLock();
+    EXPECT_EQ("._zpla", directory_.names());
+    struct stat status;
+    ASSERT_EQ(0, stat(path().c_str(), &status));
+    EXPECT_EQ(02600u, status.st_mode & 07777);
+    lock.unlock();
+    umask(mask);
+    EXPECT_EQ("._zpla", directory_.names());
+    EXPECT_EQ(0ul, lock.getSequence());
+    EXPECT_EQ(8u, directory_.read("._zpla").size());
+    EXPECT_EQ(0u, word(0));
+    EXPECT_EQ(static_cast<uint32_t>(getpid()), word(1));
+}
+
+TEST_F(ZProcessReadWriteFileLock, FileIsOpenOnlyWhileItIsLocked)
+{
+    long const before = openDescriptors();
+    Lock lock(dir().c_str(), "a");
+    EXPECT_EQ(-1, lock.getFileHandle());
+    for (State state : {kRead, kProtect, kWrite}) {
+        lock.lock(state);
+        int const fd = lock.getFileHandle();
+        EXPECT_GE(fd, 3);
+        EXPECT_EQ(before + 1, openDescriptors());
+        EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD));
+        EXPECT_EQ(O_RDWR | O_SYNC, fcntl(fd, F_GETFL) & (O_ACCMODE | O_SYNC));
+        lock.unlock();
+        EXPECT_EQ(-1, lock.getFileHandle());
+        EXPECT_EQ(before, openDescriptors());
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, FirstUpdateOfAFreshFileWritesOne)
+{
+    directory_.write("._zpla", "");
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    EXPECT_EQ(0ul, lock.getSequence());
+    lock.unlock();
+    EXPECT_EQ(1ul, lock.getSequence());
+    EXPECT_EQ(1u, word(0));
+    EXPECT_EQ(8u, directory_.read("._zpla").size());
+}
+
+TEST_F(ZProcessReadWriteFileLock, SequenceNeverIsTheInvalidNumber)
+{
+    for (uint32_t const last : {0xFFFFFFFEu, 0xFFFFFFFFu}) {
+        putSequence(last);
+        Lock lock(dir().c_str(), "a");
+        lock.writeLock();
+        EXPECT_EQ(last, lock.getSequence());
+        EXPECT_EQ(0ul, lock.incSequence());
+        EXPECT_EQ(0u, word(0));
+        lock.unlock();
+        EXPECT_EQ(1u, word(0));
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, SequenceRisesWhenAWriterReleasesWithUpdate)
+{
+    struct Case {
+        char const* name;
+        State state;
+        int update;
+        unsigned raisedBy;
+    };
+    Case const cases[] = {{"writer with update", kWrite, 1, 1},
+                          {"writer without", kWrite, 0, 0},
+                          {"protect is a writer", kProtect, 1, 1},
+                          {"reader", kRead, 1, 0}};
+    Lock lock(dir().c_str(), "a");
+    uint32_t before = 0;
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        lock.lock(c.state);
+        lock.unlock(c.update);
+        EXPECT_EQ(before + c.raisedBy, word(0));
+        EXPECT_EQ(before + c.raisedBy, lock.getSequence());
+        EXPECT_EQ(lock.getSequence(), lock.getLastSequence());
+        before += c.raisedBy;
+    }
+    // A writer's flag is set, a reader's is not.
+    lock.lock();
+    lock.unlock();
+    lock.readLock();
+    lock.unlock();
+    EXPECT_EQ(before + 1, word(0));
+}
+
+TEST_F(ZProcessReadWriteFileLock, SequenceIsRaisedByWritersOnly)
+{
+    Lock lock(dir().c_str(), "a");
+    auto const raisesState = [&](char const* state) {
+        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, kSource, 112,
+                                                               [&] { lock.incSequence(); }));
+        try {
+            lock.incSequence();
+        } catch (ZInvalidResourceStateException_6_0 const& e) {
+            EXPECT_STREQ(state, e.value());
+        }
+    };
+    raisesState("unset");
+    lock.readLock();
+    raisesState("read");
+    lock.unlock();
+    EXPECT_EQ(0u, word(0));
+}
+
+TEST_F(ZProcessReadWriteFileLock, WordsInTheFileHave32Bits)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    lock.writeSequenceNumber(0x1122334455667788ul);
+    unsigned long sequence = ~0ul;
+    lock.readSequenceNumber(&sequence);
+    EXPECT_EQ(0x55667788ul, sequence);
+    lock.readSequenceNumber(nullptr);
+    lock.unlock(0);
+    EXPECT_EQ(static_cast<uint32_t>(getpid()), word(1));
+}
+
+TEST_F(ZProcessReadWriteFileLock, EmptyFileLeavesWhatIsReadAsItIs)
+{
+    directory_.write("._zpla", "");
+    Lock lock(dir().c_str(), "a");
+    lock.createLockFile();
+    unsigned long sequence = 17;
+    lock.readSequenceNumber(&sequence);
+    EXPECT_EQ(17ul, sequence);
+    lock.closeLockFile();
+    lock.closeLockFile();
+    EXPECT_EQ(-1, lock.getFileHandle());
+}
+
+TEST_F(ZProcessReadWriteFileLock, TornFileIsAFailureOfItsOwn)
+{
+    for (char const* text : {"1", "12", "123"}) {
+        directory_.write("._zpla", text);
+        Lock lock(dir().c_str(), "a");
+        lock.createLockFile();
+        unsigned long sequence = 0;
+        EXPECT_TRUE(raises<ZReadResourceException_6_0>(
+            35, kSource, 377, [&] { lock.readSequenceNumber(&sequence); }));
+        try {
+            lock.readSequenceNumber(&sequence);
+        } catch (ZReadResourceException_6_0 const& e) {
+            EXPECT_EQ(-1, e.returnCode());
+        }
+        lock.closeLockFile();
+    }
+}
+
+// ---- Ranges ------------------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, OtherProcessesSeeTheRanges)
+{
+    struct Case {
+        State asked;
+        State state;
+        char const* ranges;
+    };
+    Case const cases[] = {{kRead, kRead, "r-"}, {kProtect, kWrite, "ww"}, {kWrite, kWrite, "ww"}};
+    Lock lock(dir().c_str(), "a");
+    for (Case const& c : cases) {
+        lock.lock(c.asked);
+        EXPECT_EQ(c.state, lock.getLockState());
+        EXPECT_EQ(c.ranges, seen());
+        lock.promoteReadToWriteLock();
+        EXPECT_EQ(c.ranges, seen());
+        lock.unlock(0);
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ("--", seen());
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, RangesAreLockedOneByOne)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.lockFileRange(kRead, 0, 4);
+    EXPECT_EQ("r-", seen());
+    lock.lockFileRange(kProtect, 4, 4);
+    EXPECT_EQ("rw", seen());
+    lock.lockFileRange(kUnset, 0, 4);
+    EXPECT_EQ("-w", seen());
+    lock.unlockFileRange(4, 4);
+    EXPECT_EQ("--", seen());
+    EXPECT_GE(lock.getFileHandle(), 3);
+    EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(
+        32, kSource, 318, [&] { lock.lockFileRange(static_cast<State>(4), 0, 4); }));
+    lock.closeLockFile();
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, ProtocolTakesTheStepsInOrder)
+{
+    // A lock whose file is a list of what was done with it.
+    class Traced : public ZAbstractProcessReadWriteFileLock_6_0 {
+    public:
+        std::string steps;
+        Traced() : ZAbstractProcessReadWriteFileLock_6_0("t") {}
+        void lockFileRange(State state, unsigned start, unsigned length) override
+        {
+            steps += std::string(getLockStateName(state)) + std::to_string(start) +
+                     std::to_string(length) + " ";
+        }
+        void unlockFileRange(unsigned start, unsigned length) override
+        {
+            lockFileRange(kUnset, start, length);
+        }
+        void writeBytes(void*, unsigned offset, unsigned length) override
+        {
+            steps += "put" + std::to_string(offset) + std::to_string(length) + " ";
+        }
+        void readBytes(void*, unsigned offset, unsigned length) override
+        {
+            steps += "get" + std::to_string(offset) + std::to_string(length) + " ";
+        }
+        std::string taken() { return std::move(steps); }
+    } lock;
+    lock.readLock();
+    EXPECT_EQ("write44 put44 read04 unset44 get04 ", lock.taken());
+    elsewhere([&] { lock.readLock(); });
+    EXPECT_EQ("", lock.taken());
+    lock.unlock();
+    EXPECT_EQ("", lock.taken());
+    elsewhere([&] { lock.unlock(); });
+    EXPECT_EQ("unset04 ", lock.taken());
+    lock.readWithIntentToWriteLock();
+    EXPECT_EQ("write44 put44 write04 get04 ", lock.taken());
+    lock.unlock(1);
+    EXPECT_EQ("put04 unset04 unset44 ", lock.taken());
+}
+
+TEST_F(ZProcessReadWriteFileLock, LastReaderOfTheProcessReleasesTheFile)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    int const fd = lock.getFileHandle();
+    elsewhere([&] {
+        lock.readLock();
+        EXPECT_EQ(2, lock.getReaderCount());
+        EXPECT_EQ(fd, lock.getFileHandle());
+    });
+    lock.unlock();
+    EXPECT_EQ(kRead, lock.getLockState());
+    EXPECT_EQ("r-", seen());
+    EXPECT_EQ(fd, lock.getFileHandle());
+    elsewhere([&] { lock.unlock(); });
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, OneThreadMayReadTwice)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    lock.readLock();
+    EXPECT_EQ(2, lock.getReaderCount());
+    lock.unlock();
+    EXPECT_EQ("r-", seen());
+    lock.unlock();
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, ThreadsExcludeOneAnother)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    std::future<void> reading = std::async(std::launch::async, [&] {
+        lock.readLock();
+        lock.unlock();
+    });
+    EXPECT_TRUE(staysBlocked(reading));
+    lock.unlock();
+    EXPECT_TRUE(comesThrough(reading));
+    expectFree(lock);
+}
+
+// ---- Several lock objects ----------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, TwoObjectsOnOneFileExcludeOneAnother)
+{
+    Lock one(dir().c_str(), "a");
+    ASSERT_EQ(0, mkdir(directory_.at("sub").c_str(), 0700));
+    one.readLock();
+    one.unlock();
+    ASSERT_EQ(0, link(path().c_str(), directory_.at("sub/._zplb").c_str()));
+    Lock sameFile(directory_.at("sub").c_str(), "b");
+    for (State first : {kRead, kWrite})
+        for (State second : {kRead, kWrite}) {
+            SCOPED_TRACE(first * 10 + second);
+            one.lock(first);
+            std::future<void> done = std::async(std::launch::async, [&] {
+                sameFile.lock(second);
+                sameFile.unlock(0);
+            });
+            bool const together = first == kRead && second == kRead;
+            EXPECT_EQ(!together, staysBlocked(done));
+            // The other object has closed its file, or waits: this one's lock is untouched.
+            EXPECT_EQ(first == kRead ? 'r' : 'w', seen()[0]);
+            one.unlock(0);
+            EXPECT_TRUE(comesThrough(done));
+            expectFree(one);
+            expectFree(sameFile);
+        }
+}
+
+TEST_F(ZProcessReadWriteFileLock, ThreadThatWouldWaitForItselfIsTold)
+{
+    Lock one(dir().c_str(), "a");
+    Lock two(dir().c_str(), "a");
+    for (State first : {kRead, kWrite})
+        for (State second : {kRead, kWrite}) {
+            SCOPED_TRACE(first * 10 + second);
+            if (first == kRead && second == kRead)
+                continue;
+            one.lock(first);
+            std::string const ranges = seen();
+            EXPECT_TRUE(
+                raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { two.lock(second); }));
+            try {
+                two.lock(second);
+            } catch (ZLockResourceException_6_0 const& e) {
+                EXPECT_EQ(EDEADLK, e.returnCode());
+            }
+            EXPECT_EQ(ranges, seen());
+            EXPECT_EQ(kUnset, two.getLockState());
+            EXPECT_EQ(0, two.getReaderCount());
+            EXPECT_EQ(-1, two.getFileHandle());
+            one.unlock(0);
+            expectFree(one);
+            expectFree(two);
+        }
+}
+
+TEST_F(ZProcessReadWriteFileLock, ReaderThatLeftIsNotTakenForOneThatReads)
+{
+    Lock one(dir().c_str(), "a");
+    Lock two(dir().c_str(), "a");
+    one.readLock();
+    std::promise<void> leave;
+    std::promise<void> entered;
+    std::thread other([&] {
+        one.readLock();
+        entered.set_value();
+        leave.get_future().wait();
+        one.unlock();
+    });
+    entered.get_future().wait();
+    one.unlock();
+    // The file was locked by this thread, which reads no longer: it may wait for the other.
+    std::thread release([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        leave.set_value();
+    });
+    two.writeLock();
+    two.unlock();
+    release.join();
+    other.join();
+    // And one that came later is known as well.
+    one.readLock();
+    elsewhere([&] {
+        one.readLock();
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { two.writeLock(); }));
+        one.unlock();
+    });
+    one.unlock();
+    expectFree(one);
+    expectFree(two);
+}
+
+TEST_F(ZProcessReadWriteFileLock, RingOfObjectsAndThreadsIsBroken)
+{
+    Lock reads(dir().c_str(), "a");
+    Lock writes(dir().c_str(), "a");
+    Lock readsToo(dir().c_str(), "a");
+    reads.readLock();
+    std::future<void> writing = std::async(std::launch::async, [&] {
+        writes.writeLock();
+        writes.unlock(0);
+    });
+    EXPECT_TRUE(staysBlocked(writing));
+    // The writer has the gate and waits for this very thread.
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { readsToo.readLock(); }));
+    reads.unlock();
+    EXPECT_TRUE(comesThrough(writing));
+    expectFree(reads);
+    expectFree(readsToo);
+}
+
+// ---- Releasing ---------------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, ReleasingAFreeLockRaisesAndMakesNoFile)
+{
+    Lock lock(dir().c_str(), "a");
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, kThreadLock, 97, [&] { lock.unlock(); }));
+    EXPECT_EQ("", directory_.names());
+}
+
+TEST_F(ZProcessReadWriteFileLock, ReleasingAsAStrangerRaisesAndChangesNothing)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    elsewhere([&] {
+        EXPECT_TRUE(
+            raises<ZUnlockResourceException_6_0>(6, kThreadLock, 104, [&] { lock.unlock(); }));
+        EXPECT_TRUE(
+            raises<ZUnlockResourceException_6_0>(6, kThreadLock, 104, [&] { lock.lock(kUnset); }));
+    });
+    EXPECT_EQ("ww", seen());
+    EXPECT_EQ(0u, word(0));
+    EXPECT_EQ(kWrite, lock.getLockState());
+    lock.unlock();
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, StateThatIsNoneRaisesAndChangesNothing)
+{
+    Lock lock(dir().c_str(), "a");
+    for (int value : {4, 7, -1})
+        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(
+            32, kSource, 203, [&] { lock.lock(static_cast<State>(value)); }));
+    EXPECT_EQ("", directory_.names());
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, AskingTwiceForTheWriteLockRaisesAndChangesNothing)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, kThreadLock, 61, [&] { lock.writeLock(); }));
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, kThreadLock, 61, [&] { lock.readLock(); }));
+    EXPECT_EQ("ww", seen());
+    lock.unlock();
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, WriterIsRefusedAFileThatNobodyInTheProcessShouldHold)
+{
+    class Inconsistent : public ZStubProcessReadWriteFileLock_6_0 {
+    public:
+        void leaveReadBehind() { setLockState(kRead); }
+        void repair() { setLockState(kUnset); }
+    } lock;
+    lock.leaveReadBehind();
+    EXPECT_TRUE(
+        raises<ZInvalidResourceStateException_6_0>(32, kSource, 211, [&] { lock.writeLock(); }));
+    EXPECT_EQ(kRead, lock.getLockState());
+    lock.repair();
+    elsewhere([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+}
+
+TEST_F(ZProcessReadWriteFileLock, DestroyingAHeldLockRaises)
+{
+    for (State state : {kRead, kWrite}) {
+        auto lock = std::make_unique<ZStubProcessReadWriteFileLock_6_0>();
+        lock->lock(state);
+        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, kBaseSource, 64,
+                                                               [&] { delete lock.release(); }));
+    }
+}
+
+// ---- Changes -----------------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, FirstAcquisitionTellsNobody)
+{
+    putSequence(7);
+    Lock lock(dir().c_str(), "a");
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.readLock();
+    EXPECT_EQ(kRead, lock.getLockState());
+    EXPECT_EQ(7ul, lock.getSequence());
+    EXPECT_EQ(7ul, lock.getLastSequence());
+    lock.unlock();
+    EXPECT_EQ("", observer.told);
+}
+
+TEST_F(ZProcessReadWriteFileLock, KeepsTheWriteLockOfAReaderThatNotifies)
+{
+    for (State asked : {kRead, kProtect}) {
+        SCOPED_TRACE(asked);
+        Lock lock(dir().c_str(), "a");
+        Observer observer;
+        lock.addObserver(&observer);
+        lock.lock(asked);
+        lock.unlock(0);
+        changeElsewhere();
+        uint32_t const sequence = word(0);
+        lock.lock(asked);
+        EXPECT_EQ(std::to_string(sequence - 1) + ">" + std::to_string(sequence) + " ",
+                  observer.told);
+        EXPECT_EQ(kWrite, lock.getLockState());
+        EXPECT_EQ("ww", seen());
+        EXPECT_EQ(0, lock.getUpdate());
+        EXPECT_EQ(0, lock.isCurrent());
+        lock.unlock();
+        EXPECT_EQ(sequence, word(0));
+        EXPECT_EQ(1, lock.isCurrent());
+        expectFree(lock);
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, WriterTellsAndItsReleaseIsAnUpdate)
+{
+    Lock lock(dir().c_str(), "a");
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.readLock();
+    lock.unlock();
+    changeElsewhere();
+    lock.writeLock();
+    EXPECT_EQ("0>1 ", observer.told);
+    EXPECT_EQ(1, lock.getUpdate());
+    lock.unlock();
+    EXPECT_EQ(2u, word(0));
+    // Its own change is none for it.
+    lock.readLock();
+    EXPECT_EQ(kRead, lock.getLockState());
+    lock.unlock();
+    EXPECT_EQ("0>1 ", observer.told);
+}
+
+TEST_F(ZProcessReadWriteFileLock, NobodyIsToldWithoutObservers)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    lock.unlock();
+    changeElsewhere();
+    lock.readLock();
+    EXPECT_EQ(kRead, lock.getLockState());
+    EXPECT_EQ(0, lock.isCurrent());
+    lock.unlock();
+    EXPECT_EQ(1, lock.isCurrent());
+}
+
+TEST_F(ZProcessReadWriteFileLock, ObserverThatThrowsLeavesNothingHeld)
+{
+    for (State asked : {kRead, kWrite}) {
+        SCOPED_TRACE(asked);
+        Lock lock(dir().c_str(), "a");
+        Observer observer;
+        observer.throws = true;
+        lock.addObserver(&observer);
+        lock.readLock();
+        lock.unlock();
+        changeElsewhere();
+        uint32_t const sequence = word(0);
+        EXPECT_THROW(lock.lock(asked), std::runtime_error);
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(-1, lock.getFileHandle());
+        EXPECT_EQ("--", seen());
+        EXPECT_EQ(sequence, word(0));
+        // The change is still to be told.
+        observer.throws = false;
+        observer.told = "";
+        lock.lock(asked);
+        EXPECT_NE("", observer.told);
+        lock.unlock(0);
+        expectFree(lock);
+    }
+}
+
+// ---- Other processes ---------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, ChildDoesNotHoldWhatItsParentHolds)
+{
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        Lock lock(dir().c_str(), "a");
+        Lock unused(dir().c_str(), "b");
+        lock.lock(state);
+        pid_t const child = fork();
+        if (child == 0) {
+            int bad = 0;
+            bad |= lock.getLockState() == kUnset ? 0 : 1;
+            bad |= lock.haveLock(state) == 0 && lock.ownWriteLock() == 0 ? 0 : 2;
+            auto const refused = [&](auto action) {
+                return raises<ZInvalidResourceStateException_6_0>(32, kBaseSource, 83, action);
+            };
+            bad |= refused([&] { lock.unlock(); }) ? 0 : 4;
+            bad |= refused([&] { lock.readLock(); }) ? 0 : 8;
+            bad |= refused([&] { lock.lock(kUnset); }) ? 0 : 16;
+            // One that its parent did not hold is its own.
+            unused.writeLock();
+            bad |= unused.getLockState() == kWrite ? 0 : 32;
+            unused.unlock();
+            _exit(bad);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, WEXITSTATUS(status));
+        EXPECT_EQ(state, lock.getLockState());
+        EXPECT_EQ(state == kRead ? "r-" : "ww", seen());
+        lock.unlock(0);
+        expectFree(lock);
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, ChildMayDestroyWhatItsParentHolds)
+{
+    auto lock = std::make_unique<Lock>(dir().c_str(), "a");
+    lock->writeLock();
+    pid_t const child = fork();
+    if (child == 0) {
+        int bad = 0;
+        try {
+            lock.reset();
+        } catch (ZException_6_0 const&) {
+            bad = 1;
+        }
+        _exit(bad);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ("ww", seen());
+    lock->unlock();
+}
+
+TEST_F(ZProcessReadWriteFileLock, SignalEndsAWaitForAnotherProcess)
+{
+    struct sigaction handler = {};
+    handler.sa_handler = [](int) {};
+    struct sigaction before;
+    sigaction(SIGUSR1, &handler, &before);
+    OtherLocker other(dir(), "a");
+    ASSERT_EQ("write 0", other.does('w'));
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        Lock lock(dir().c_str(), "a");
+        std::atomic<bool> ended{false};
+        int rc = 0;
+        std::thread waiting([&] {
+            try {
+                lock.lock(state);
+            } catch (ZLockResourceException_6_0 const& e) {
+                rc = e.returnCode();
+            }
+            ended = true;
+        });
+        while (!ended) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            pthread_kill(waiting.native_handle(), SIGUSR1);
+        }
+        waiting.join();
+        EXPECT_EQ(EINTR, rc);
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(-1, lock.getFileHandle());
+        EXPECT_EQ(0, lock.getReaderCount());
+    }
+    EXPECT_EQ("unset 1", other.does('u'));
+    EXPECT_EQ("--", seen());
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST_F(ZProcessReadWriteFileLock, CancellationEndsAWaitForAnotherProcess)
+{
+    OtherLocker other(dir(), "a");
+    for (char holds : {'r', 'w'}) {
+        other.does(holds);
+        Lock lock(dir().c_str(), "a");
+        pthread_t waiting;
+        auto const entry = [](void* argument) -> void* {
+            static_cast<Lock*>(argument)->writeLock();
+            return nullptr;
+        };
+        ASSERT_EQ(0, pthread_create(&waiting, nullptr, entry, &lock));
+        while (lock.getFileHandle() == -1)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pthread_cancel(waiting);
+        void* result = nullptr;
+        pthread_join(waiting, &result);
+        EXPECT_EQ(PTHREAD_CANCELED, result);
+        other.does('n');
+        expectFree(lock);
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, FileThatWasRemovedMeanwhileIsLockedAnew)
+{
+    OtherLocker other(dir(), "a");
+    ASSERT_EQ("write 0", other.does('w'));
+    Lock lock(dir().c_str(), "a");
+    std::future<void> waiting = std::async(std::launch::async, [&] { lock.readLock(); });
+    EXPECT_TRUE(staysBlocked(waiting));
+    ASSERT_EQ(0, unlink(path().c_str()));
+    EXPECT_TRUE(staysBlocked(waiting));
+    other.does('u');
+    EXPECT_TRUE(comesThrough(waiting));
+    // The file that it has locked is the one of the name, and a new one.
+    struct stat locked;
+    struct stat named;
+    ASSERT_EQ(0, fstat(lock.getFileHandle(), &locked));
+    ASSERT_EQ(0, stat(path().c_str(), &named));
+    EXPECT_EQ(named.st_ino, locked.st_ino);
+    EXPECT_EQ("r-", seen());
+    EXPECT_EQ(0ul, lock.getSequence());
+    lock.unlock();
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
+{
+    std::string const victim = directory_.write("victim", "untouched");
+    struct Case {
+        char const* name;
+        void (*make)(std::string const&);
+    };
+    Case const cases[] = {
+        {"a link", [](std::string const& path) { (void)!symlink("victim", path.c_str()); }},
+        {"a link that leads nowhere",
+         [](std::string const& path) { (void)!symlink("new", path.c_str()); }},
+        {"a directory", [](std::string const& path) { mkdir(path.c_str(), 0700); }},
+        {"a FIFO", [](std::string const& path) { mkfifo(path.c_str(), 0600); }},
+    };
+    long const before = openDescriptors();
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        c.make(path());
+        Lock lock(dir().c_str(), "a");
+        EXPECT_TRUE(
+            raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { lock.writeLock(); }));
+        try {
+            lock.readLock();
+        } catch (ZLockResourceException_6_0 const& e) {
+            EXPECT_EQ(EBADF, e.returnCode());
+        }
+        EXPECT_EQ(before, openDescriptors());
+        EXPECT_EQ(0, lock.getReaderCount());
+        remove(path().c_str());
+        expectFree(lock);
+        remove(path().c_str());
+    }
+    EXPECT_EQ("untouched", directory_.read("victim"));
+    EXPECT_EQ("victim", directory_.names());
+}
+
+// ---- Failures ----------------------------------------------------------------------------------
+
+// Every call on the way to a lock fails in turn: nothing stays behind.
+TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
+{
+    NotedMessages const noted;
+    for (State state : {kRead, kWrite})
+        for (bool forEver : {false, true})
+            for (int n = 1;; ++n) {
+                SCOPED_TRACE(state * 1000 + forEver * 100 + n);
+                unlink(path().c_str());
+                Lock lock(dir().c_str(), "a");
+                long const before = openDescriptors();
+                int message = 0;
+                int rc = 0;
+                std::string failed;
+                {
+                    Plan wanted;
+                    (forEver ? wanted.failFrom : wanted.failAt) = n;
+                    Watch const watch(wanted);
+                    try {
+                        lock.lock(state);
+                    } catch (ZResourceException_6_0 const& e) {
+                        message = static_cast<int>(e.messageNumber());
+                        rc = e.returnCode();
+                        EXPECT_STREQ(kSource, e.who());
+                    }
+                    failed = plan.failed;
+                }
+                if (message == 0) {
+                    // A file whose name cannot be looked at is as good as one that can.
+                    EXPECT_TRUE(failed.empty() || failed == "stat" || failed == "pread") << failed;
+                    lock.unlock(0);
+                    expectFree(lock);
+                    if (failed.empty())
+                        break;
+                    continue;
+                }
+                std::string const& first = failed;
+                if (!forEver) {
+                    int const expected = first == "pread" ? 35 : first == "release" ? 34 : 33;
+                    EXPECT_EQ(expected, message) << first;
+                    EXPECT_EQ(first == "open" || first == "fstat" ? EBADF : EIO, rc) << first;
+                }
+                EXPECT_EQ(kUnset, lock.getLockState()) << first;
+                EXPECT_EQ(-1, lock.getFileHandle()) << first;
+                EXPECT_EQ(before, openDescriptors()) << first;
+                expectFree(lock);
+            }
+}
+
+TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
+{
+    for (State state : {kRead, kWrite})
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(state * 100 + n);
+            Lock lock(dir().c_str(), "a");
+            lock.lock(state);
+            bool raised = false;
+            std::string failed;
+            {
+                Plan wanted;
+                wanted.failAt = n;
+                Watch const watch(wanted);
+                try {
+                    lock.unlock(0);
+                } catch (ZUnlockResourceException_6_0 const& e) {
+                    raised = true;
+                    EXPECT_EQ(34u, e.messageNumber());
+                    EXPECT_EQ(EIO, e.returnCode());
+                    EXPECT_EQ(331u, e.where());
+                }
+                failed = plan.failed;
+            }
+            EXPECT_EQ(failed == "release", raised) << failed;
+            if (raised) {
+                EXPECT_EQ(state, lock.getLockState());
+                EXPECT_NE("--", seen());
+                lock.unlock(0);
+            }
+            expectFree(lock);
+            if (failed.empty())
+                break;
+        }
+}
+
+TEST_F(ZProcessReadWriteFileLock, FailedRaiseOfTheSequenceLeavesTheLockHeld)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    lock.unlock();
+    lock.writeLock();
+    {
+        Plan wanted;
+        wanted.failAt = 1;
+        wanted.error = ENOSPC;
+        Watch const watch(wanted);
+        EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, kSource, 352, [&] { lock.unlock(); }));
+        EXPECT_EQ("pwrite", plan.failed);
+    }
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ("ww", seen());
+    EXPECT_EQ(0ul, lock.getSequence());
+    EXPECT_EQ(1u, word(0));
+    lock.unlock(0);
+    EXPECT_EQ(1u, word(0));
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheUpdateThatFailed)
+{
+    Lock lock(dir().c_str(), "a");
+    EXPECT_THROW(
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 1);
+            guard.writeLock();
+            Plan wanted;
+            wanted.failAt = 1;
+            plan = wanted;
+            plan.watched = true;
+        },
+        ZWriteResourceException_6_0);
+    plan = Plan();
+    EXPECT_EQ(0u, word(0));
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    uint32_t value = 5;
+    {
+        Plan wanted;
+        wanted.nothingWritten = true;
+        Watch const watch(wanted);
+        EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, kSource, 352,
+                                                        [&] { lock.writeBytes(&value, 0, 4); }));
+    }
+    EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, kSource, 352,
+                                                    [&] { lock.writeBytes(&value, 0, 0); }));
+    lock.unlock(0);
+    EXPECT_EQ(0u, word(0));
+}
+
+TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)
+{
+    Lock lock(dir().c_str(), "a");
+    Plan wanted;
+    wanted.shortTransfers = true;
+    wanted.interrupted = true;
+    {
+        Watch const watch(wanted);
+        lock.writeLock();
+        lock.writeSequenceNumber(0x01020304);
+        unsigned long sequence = 0;
+        lock.readSequenceNumber(&sequence);
+        EXPECT_EQ(0x01020304ul, sequence);
+        lock.unlock(0);
+        lock.readLock();
+        EXPECT_EQ(0x01020304ul, lock.getSequence());
+        lock.unlock();
+    }
+    EXPECT_EQ(static_cast<uint32_t>(getpid()), word(1));
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, ProcessIdThatIsThereIsNotWrittenAgain)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    lock.unlock();
+    Plan wanted;
+    wanted.nothingWritten = true;
+    Watch const watch(wanted);
+    lock.readLock();
+    lock.unlock();
+}
+
+TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
+{
+    Lock warm(dir().c_str(), "a");
+    warm.writeLock();
+    warm.unlock(0);
+    std::string const name(300, 'n');
+    unsigned long const made =
+        failEachAllocation([&] { Lock const lock(dir().c_str(), name.c_str()); }, [] {});
+    EXPECT_LT(0u, made);
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        Lock lock(dir().c_str(), "a");
+        unsigned long const locked = failEachAllocation([&] { lock.lock(state); },
+                                                        [&] {
+                                                            EXPECT_EQ(kUnset, lock.getLockState());
+                                                            EXPECT_EQ(-1, lock.getFileHandle());
+                                                            expectFree(lock);
+                                                        });
+        EXPECT_LT(0u, locked);
+        lock.unlock(0);
+        expectFree(lock);
+    }
+    // A reader that joins others.
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    elsewhere([&] {
+        failEachAllocation([&] { lock.readLock(); },
+                           [&] {
+                               EXPECT_EQ(kRead, lock.getLockState());
+                               EXPECT_EQ(1, lock.getReaderCount());
+                           });
+        lock.unlock();
+    });
+    lock.unlock();
+    expectFree(lock);
+    Lock moved("b");
+    std::string const deep = directory_.at(std::string(200, 'd'));
+    ASSERT_EQ(0, mkdir(deep.c_str(), 0700));
+    // The string keeps room that it has got.
+    failEachAllocationOfSome([&] { moved.setLockDirName(deep.c_str()); },
+                             [&] { moved.setLockDirName(nullptr); },
+                             [&] {
+                                 EXPECT_STREQ("", moved.getLockDirName());
+                                 EXPECT_STREQ("._zplb", moved.getLockFileName());
+                             },
+                             false);
+}
+
+// ---- Without a file ----------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, StubKeepsTheSequenceInMemory)
+{
+    ZStubProcessReadWriteFileLock_6_0 lock(dir().c_str(), "a");
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.writeLock();
+    EXPECT_EQ(kWrite, lock.getLockState());
+    lock.unlock();
+    EXPECT_EQ(1ul, lock.getSequence());
+    lock.readLock();
+    EXPECT_EQ(kRead, lock.getLockState());
+    EXPECT_EQ(1ul, lock.getSequence());
+    lock.unlock();
+    EXPECT_EQ("", directory_.names());
+    unsigned long sequence = 0;
+    lock.readSequenceNumber(&sequence);
+    EXPECT_EQ(1ul, sequence);
+    lock.readSequenceNumber(nullptr);
+    lock.writeSequenceNumber(0x100000009ul);
+    lock.readSequenceNumber(&sequence);
+    EXPECT_EQ(9ul, sequence);
+    // A number that another wrote is told as everywhere.
+    lock.readLock();
+    EXPECT_EQ("1>9 ", observer.told);
+    EXPECT_EQ(kWrite, lock.getLockState());
+    lock.unlock();
+    char bytes[4] = {'a', 'b', 'c', 'd'};
+    lock.writeBytes(bytes, 0, 4);
+    lock.readBytes(bytes, 0, 4);
+    EXPECT_EQ("abcd", std::string(bytes, 4));
+    lock.lockFileRange(kWrite, 0, 4);
+    lock.unlockFileRange(0, 4);
+}
+
+// ---- Kept --------------------------------------------------------------------------------------
+
+TEST_F(ZProcessReadWriteFileLock, KeepsTheFileLockedThatAHeldLockLeaves)
+{
+    // In a child: what it leaves locked would be in the way of other tests.
+    pid_t const child = fork();
+    if (child == 0) {
+        bool raised = false;
+        int fd = -1;
+        try {
+            Lock lock(dir().c_str(), "a");
+            lock.writeLock();
+            fd = lock.getFileHandle();
+        } catch (ZInvalidResourceStateException_6_0 const&) {
+            raised = true;
+        }
+        bool const open = fcntl(fd, F_GETFD) != -1;
+        Lock next(dir().c_str(), "a");
+        bool const told = static_cast<bool>(
+            raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { next.readLock(); }));
+        _exit(raised && open && told && seen() == "ww" ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ("--", seen());
+}
+
+int main(int argc, char** argv)
+{
+    if (OtherLocker::isWanted(argc, argv))
+        return OtherLocker::run(argv);
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
