@@ -1,0 +1,240 @@
+// Kills processes while they hold or await a process lock, and looks whether the lock keeps what it
+// promises. usage: process_lock_kills [--kills N]
+//
+// Eight processes of four threads raise the number in a file under the write lock, and look at it
+// under the read lock. One of them is killed every five milliseconds, and another takes its place.
+//
+// - Never two writers: a word in shared memory says which process writes. Who finds another's id
+//   there must find that process dead.
+// - A kill never keeps the others out: the next acquisition comes within a second.
+// - Nothing is lost: the number is that of the raises the processes know of, and at most one more
+//   for each kill.
+// - The sequence number rises by one with each update, and never is the invalid one.
+#include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestDirectory.h"
+
+namespace {
+
+using Lock = ZUnixProcessReadWriteFileLock_6_0;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kProcesses = 8;
+constexpr int kThreads = 4;
+constexpr auto kBetweenKills = std::chrono::milliseconds(5);
+constexpr auto kLongestWait = std::chrono::seconds(1);
+constexpr unsigned long kInvalid = Lock::invalidSequence;
+
+// In memory that all processes share.
+struct Shared {
+    std::atomic<bool> stop;
+    std::atomic<pid_t> writer;            // 0: nobody
+    std::atomic<unsigned long> sequence;  // of the last update that ended
+    std::atomic<unsigned long> acquisitions;
+    std::atomic<unsigned long> raises;  // that the processes know of
+    std::atomic<int> faults;
+    char firstFault[200];
+};
+
+void fault(Shared& shared, std::string const& what)
+{
+    if (shared.faults.fetch_add(1) == 0)
+        std::snprintf(shared.firstFault, sizeof shared.firstFault, "%s", what.c_str());
+}
+
+// Whether a process ends soon: its locks go a little before it is seen to be dead.
+bool ends(pid_t process)
+{
+    std::string const path = "/proc/" + std::to_string(process) + "/stat";
+    for (int i = 0; i < 1000; ++i) {
+        FILE* const file = std::fopen(path.c_str(), "re");
+        if (file == nullptr)
+            return true;
+        char state = '?';
+        int const got = std::fscanf(file, "%*d (%*[^)]) %c", &state);
+        std::fclose(file);
+        if (got != 1 || state == 'Z' || state == 'X')
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+unsigned long readCounter(int fd)
+{
+    unsigned long counter = 0;
+    return pread(fd, &counter, sizeof counter, 0) == sizeof counter ? counter : 0;
+}
+
+void raiseCounter(Shared& shared, Lock& lock, int fd)
+{
+    lock.writeLock();
+    shared.acquisitions.fetch_add(1);
+    pid_t const before = shared.writer.exchange(getpid());
+    if (before != 0 && (before == getpid() || !ends(before)))
+        fault(shared,
+              "two writers: " + std::to_string(before) + " and " + std::to_string(getpid()));
+    unsigned long const sequence = lock.getSequence();
+    unsigned long const last = shared.sequence.load();
+    if (sequence != last && !(before != 0 && sequence == last + 1))
+        fault(shared,
+              "the sequence went from " + std::to_string(last) + " to " + std::to_string(sequence));
+    if (sequence == kInvalid)
+        fault(shared, "the sequence is the invalid number");
+    unsigned long const raised = readCounter(fd) + 1;
+    if (pwrite(fd, &raised, sizeof raised, 0) != sizeof raised)
+        fault(shared, "the counter cannot be written");
+    // An update is what unlock() does, in two steps: between them stands the mark of the sequence.
+    lock.sync(1);
+    shared.sequence.store(lock.getSequence());
+    pid_t self = getpid();
+    if (!shared.writer.compare_exchange_strong(self, 0))
+        fault(shared, "two writers at the end: " + std::to_string(self));
+    lock.unlock(0);
+    shared.raises.fetch_add(1);
+}
+
+void lookAtCounter(Shared& shared, Lock& lock, int fd)
+{
+    lock.readLock();
+    shared.acquisitions.fetch_add(1);
+    pid_t const writer = shared.writer.load();
+    unsigned long const counter = readCounter(fd);
+    std::this_thread::yield();
+    if (readCounter(fd) != counter || shared.writer.load() != writer)
+        fault(shared, "a writer beside a reader");
+    if (writer != 0 && !ends(writer))
+        fault(shared, "a living writer beside a reader");
+    lock.unlock();
+}
+
+[[noreturn]] void work(Shared& shared, std::string const& folder)
+{
+    int const fd = open((folder + "/counter").c_str(), O_RDWR | O_CLOEXEC);
+    Lock lock(folder.c_str(), "kills");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&, i] {
+            try {
+                for (int n = i; !shared.stop; ++n)
+                    n % 4 == 0 ? lookAtCounter(shared, lock, fd) : raiseCounter(shared, lock, fd);
+            } catch (ZResourceException_6_0 const& e) {
+                fault(shared, "message " + std::to_string(e.messageNumber()) + ", rc " +
+                                  std::to_string(e.returnCode()));
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    _exit(0);
+}
+
+pid_t start(Shared& shared, std::string const& folder)
+{
+    pid_t const process = fork();
+    if (process == 0)
+        work(shared, folder);
+    return process;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    int kills = 200;
+    if (argc == 3 && std::strcmp(argv[1], "--kills") == 0)
+        kills = std::atoi(argv[2]);
+    else if (argc != 1) {
+        std::fprintf(stderr, "usage: %s [--kills N]\n", argv[0]);
+        return 2;
+    }
+    TestDirectory const directory(TestDirectory::Place::memory);
+    directory.write("counter", std::string(sizeof(unsigned long), '\0'));
+    void* const memory =
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        return 2;
+    Shared& shared = *new (memory) Shared{};
+
+    pid_t processes[kProcesses];
+    for (pid_t& process : processes)
+        process = start(shared, directory.path());
+
+    std::mt19937 random(7);
+    Clock::duration longest{};
+    bool awaited = false;  // an acquisition, since the kill at `since`
+    Clock::time_point since;
+    unsigned long acquisitions = 0;
+    auto const look = [&] {
+        Clock::duration const waited = Clock::now() - since;
+        if (!awaited)
+            return;
+        if (shared.acquisitions != acquisitions)
+            awaited = false;
+        else if (waited > kLongestWait)
+            fault(shared, "no acquisition within a second of a kill");
+        longest = std::max(longest, waited);
+    };
+    int killed = 0;
+    while (killed < kills && shared.faults == 0) {
+        auto const next = Clock::now() + kBetweenKills;
+        do {
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+            look();
+        } while (Clock::now() < next);
+        pid_t& process = processes[random() % kProcesses];
+        kill(process, SIGKILL);
+        ++killed;
+        if (!awaited) {
+            awaited = true;
+            since = Clock::now();
+            acquisitions = shared.acquisitions;
+        }
+        waitpid(process, nullptr, 0);
+        process = start(shared, directory.path());
+    }
+    while (awaited && shared.faults == 0)
+        look();
+    shared.stop = true;
+    for (pid_t const process : processes)
+        waitpid(process, nullptr, 0);
+
+    int const fd = open(directory.at("counter").c_str(), O_RDONLY | O_CLOEXEC);
+    unsigned long const counter = readCounter(fd);
+    close(fd);
+    Lock lock(directory.path().c_str(), "kills");
+    lock.readLock();
+    unsigned long const sequence = lock.getSequence();
+    lock.unlock();
+    unsigned long const raises = shared.raises;
+    auto const most = static_cast<unsigned long>(killed);
+    if (counter < raises || counter > raises + most)
+        fault(shared, "the counter is not what was raised");
+    if (sequence > counter || sequence + most < counter)
+        fault(shared, "the sequence is not what was raised");
+    if (raises == 0)
+        fault(shared, "nothing was raised");
+
+    std::printf(
+        "process locks: %d kills, %lu acquisitions, counter %lu, known raises %lu, "
+        "sequence %lu, longest wait %.1f ms, %d faults%s%s\n",
+        killed, shared.acquisitions.load(), counter, raises, sequence,
+        std::chrono::duration<double, std::milli>(longest).count(), shared.faults.load(),
+        shared.faults == 0 ? "" : ": ", shared.firstFault);
+    return shared.faults == 0 ? 0 : 1;
+}
