@@ -62,6 +62,13 @@ class Readme(unittest.TestCase):
                                  text=True, check=True)
             self.assertEqual(printed, run.stdout, command)
 
+    def test_every_verb_is_listed(self):
+        listed = re.findall(r"^\| ((?:`[a-z]+`(?:, )?)+) \|", (ROOT / "README.md").read_text(), re.M)
+        whole = subprocess.run([BUILD / "bin" / "zstz", "--help"], capture_output=True, text=True,
+                               check=True).stdout
+        verbs = re.findall(r"^  ([a-z]+) ", whole.split("\nVerbs:\n")[1].split("\n\n")[0], re.M)
+        self.assertEqual(sorted(verbs), sorted(re.findall(r"`([a-z]+)`", " ".join(listed))))
+
     def test_the_two_commands_stand_in_the_first_screen(self):
         first = (ROOT / "README.md").read_text(encoding="utf-8").split("\n")[:25]
         for command in ("./dev run", "./dev test"):

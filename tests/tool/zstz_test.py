@@ -299,6 +299,7 @@ class ZstzTest(tool.ToolTest):
             ("[a]\n= v\n", 2, "= v", "no key before"),
             ("\nk = v\n", 2, "k = v", "before the first stanza"),
             ("[a]\n\x1b[31mred\n", 2, "?[31mred", "KEY = VALUE"),
+            ("\nHOME\t\t= .\n", 2, "HOME  = .", "before the first stanza"),
         )
         for text, number, line, reason in rows:
             self.path.write_text(text)

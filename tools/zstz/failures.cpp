@@ -178,7 +178,7 @@ std::string printable(std::string const& text)
         if (iswprint(static_cast<wint_t>(character)))
             shown.append(text, at, length);
         else
-            shown += '?';
+            shown += text[at] == '\t' ? ' ' : '?';
         at += length;
     }
     return shown;

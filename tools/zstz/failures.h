@@ -31,7 +31,8 @@ std::string text(ZLCString_6_0 const& string);
 /// Returns `text` in double quotes, shortened when it is long.
 std::string quoted(std::string const& text);
 
-/// Returns `text` as one line that a terminal can show: what is no printable character becomes "?".
+/// Returns `text` as one line that a terminal can show: a tab becomes a blank, what is no printable
+/// character a "?".
 std::string printable(std::string const& text);
 
 /// Reports a failure on standard error, in one line; returns its code.
