@@ -251,6 +251,7 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     // Room for everything first: nothing may fail once the file is open.
     auto fresh = std::make_unique<Entry>();
     fresh->descriptors.reserve(2);
+    fresh->ranges.reserve(1);
     files.entries.reserve(files.entries.size() + 1);
     for (auto const& entry : files.entries)
         entry->descriptors.reserve(entry->descriptors.size() + 2);

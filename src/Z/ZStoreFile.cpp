@@ -786,10 +786,11 @@ ZStoreFile::ZStoreFile(char const* path, Use use) : path_(path)
 {
     char const* const openCall = use == Use::load ? "fopen(r)" : "fopen(r+)";
     int attempts = 0;
-    while (!open(use, openCall))
-        if (++attempts == kAttempts)
-            throw Failure{path_, openCall, ESTALE};
+    real_.reserve(PATH_MAX);  // a file that is made must not stay for want of its name
     try {
+        while (!open(use, openCall))
+            if (++attempts == kAttempts)
+                throw Failure{path_, openCall, ESTALE};
         stamp_ = Stamp(status_);
         if (int const error = readAll(fd_, main_))
             throw Failure{path_, "read()", error};
@@ -816,7 +817,10 @@ bool ZStoreFile::open(Use use, char const* openCall)
         throw Failure{path_, openCall, error};
 
     char real[PATH_MAX];
-    real_ = realpath(path_.c_str(), real) == nullptr ? path_ : real;
+    if (realpath(path_.c_str(), real) != nullptr)
+        real_ = real;
+    else
+        real_ = path_;
     journal_ = neighbour(real_, ".zjn");
 
     error = file_.lock(use == Use::load ? F_RDLCK : F_WRLCK, 0, 0);
@@ -1017,6 +1021,10 @@ void ZStoreFile::commit(View text, Companion const& companion)
 void ZStoreFile::close()
 {
     struct stat named;
+    // Memory may have been exhausted between the making of the file and its locking.
+    if (made_ && fd_ < 0 && file_.isOpen() && file_.lock(F_WRLCK, 0, 0) == 0 &&
+        fstat(file_.descriptor(), &status_) == 0)
+        fd_ = file_.descriptor();
     if (made_ && fd_ >= 0 && stat(real_.c_str(), &named) == 0 && sameFile(named, status_))
         removeFile(real_);
     made_ = false;
