@@ -260,9 +260,11 @@ struct ZJavaProperties_6_0::Rep {
 
     void addRead();
 
-    ReadText::Room room;
     HashTable entries{kCapacity, 1};
-    std::vector<Entry> read;  // by the load that is running, in the order of the file
+
+    // Of the load that is running:
+    ReadText::Room room;
+    std::vector<Entry> read;  // in the order of the file
 };
 
 // Adds all that has been read, or nothing. New keys come first: only they need memory, and taking
@@ -389,10 +391,14 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
 template <class Bytes>
 int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
 {
-    struct ClearRead {
-        std::vector<Rep::Entry>& entries;
-        ~ClearRead() { std::vector<Rep::Entry>().swap(entries); }
-    } const clearRead{rep_->read};
+    struct EndOfReading {
+        Rep& rep;
+        ~EndOfReading()
+        {
+            std::vector<Rep::Entry>().swap(rep.read);
+            rep.room.leave();
+        }
+    } const endOfReading{*rep_};
 
     int state = startLine;
     char previous = 0;

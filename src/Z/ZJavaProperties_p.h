@@ -17,7 +17,10 @@ public:
         Room() = default;
         Room(Room const&) = delete;
         Room& operator=(Room const&) = delete;
-        ~Room();
+        ~Room() { leave(); }
+
+        /// Places no more texts where the last one is.
+        void leave();
 
     private:
         friend class ReadText;

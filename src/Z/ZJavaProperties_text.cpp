@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "ZException.h"
 #include "ZJavaProperties_p.h"
@@ -53,18 +54,17 @@ struct ReadText::Room::Piece {
     size_t users;
 };
 
-ReadText::Room::~Room()
+void ReadText::Room::leave()
 {
     if (piece_ != nullptr)
-        piece_->release();
+        std::exchange(piece_, nullptr)->release();
 }
 
 void* ReadText::Room::take(size_t size)
 {
     if (piece_ == nullptr || piece_->size - piece_->used < size) {
         Piece* const next = Piece::make(std::max(sizeof(Piece) + size, kPieceSize));
-        if (piece_ != nullptr)
-            piece_->release();
+        leave();
         piece_ = next;
     }
     void* const place = reinterpret_cast<char*>(piece_) + piece_->used;

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <charconv>
+#include <exception>
 
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -120,7 +121,7 @@ ZResourceLock_6_0::~ZResourceLock_6_0()
     try {
         lock_.unlock();
     } catch (ZException_6_0& failure) {
-        if (!zunwinding())
+        if (std::uncaught_exceptions() == 0)
             throw;
         zreportException(failure);
     }

@@ -1,6 +1,7 @@
 #include "ZReadWriteLock.h"
 
 #include <atomic>
+#include <exception>
 
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -374,7 +375,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
             throw;
         }
     } catch (ZException_6_0& failure) {
-        if (!zunwinding())
+        if (std::uncaught_exceptions() == 0)
             throw;
         zreportException(failure);
     }

@@ -1,7 +1,6 @@
 #include "ZThreadPool.h"
 
 #include <pthread.h>
-#include <sched.h>
 
 #include <algorithm>
 #include <new>
@@ -29,8 +28,7 @@ enum RaiseSite {
     reportInWait = 126,
     reportInStart = 148,
     raiseInSignal = 173,
-    reportInWaitForExit = 201,
-    reportInWake = 208
+    reportInWaitForExit = 201
 };
 
 enum Message {
@@ -52,30 +50,6 @@ enum Message {
 }  // namespace
 
 struct ZThreadPool_6_0::Rep {
-    // A thread that a waitForExit() tells to end, for as long as it does; made and destroyed under
-    // the mutex.
-    struct Told {
-        Told(Rep& pool, ZThread_6_0& sleeper) : rep(pool), thread(sleeper), next(pool.told)
-        {
-            rep.told = this;
-        }
-        Told(Told const&) = delete;
-        Told& operator=(Told const&) = delete;
-        ~Told()
-        {
-            Told** link = &rep.told;
-            while (*link != this)
-                link = &(*link)->next;
-            *link = next;
-            // The thread's end may wait for this.
-            rep.wake();
-        }
-
-        Rep& rep;
-        ZThread_6_0& thread;
-        Told* next;
-    };
-
     Rep(unsigned most, unsigned mostIdle)
         : idle(std::min(mostIdle, 16u), 0), maximumActive(most), maximumIdle(mostIdle)
     {
@@ -109,44 +83,6 @@ struct ZThreadPool_6_0::Rep {
         return -1;
     }
 
-    // Takes out the thread that was parked first; null when none is parked.
-    ZThread_6_0* takeIdle()
-    {
-        if (idle.isEmpty())
-            return nullptr;
-        auto* const thread = const_cast<ZObject_6_0*>(idle.get(0));
-        idle.remove(0u);
-        return static_cast<ZThread_6_0*>(thread);
-    }
-
-    bool isToldToEnd(ZThread_6_0 const& thread) const
-    {
-        for (Told const* one = told; one != nullptr; one = one->next)
-            if (&one->thread == &thread)
-                return true;
-        return false;
-    }
-
-    // Tells those who wait that something has changed. One is enough for a free slot; of several
-    // some may wait for something else.
-    int signal()
-    {
-        int const rc =
-            waiting > 1 ? pthread_cond_broadcast(&condition) : pthread_cond_signal(&condition);
-        // Those who wait are not to miss it for that.
-        if (rc != 0)
-            pthread_cond_broadcast(&condition);
-        return rc;
-    }
-
-    // The same, where a failure is no reason to raise.
-    void wake()
-    {
-        int const rc = signal();
-        if (rc != 0)
-            zreportRc(kSource, reportInWake, conditionSignal, rc);
-    }
-
     void forget(ZThread_6_0 const& thread)
     {
         int const index = indexOf(thread);
@@ -162,7 +98,6 @@ struct ZThreadPool_6_0::Rep {
     unsigned const maximumIdle;
     unsigned closing = 0;  // calls that wait for all to end: nothing is parked meanwhile } guarded
     unsigned waiting = 0;  // threads in a wait on the condition       } by mutex
-    Told* told = nullptr;  // threads that are being told to end       }
 };
 
 namespace {
@@ -183,14 +118,6 @@ private:
 class Guard {
 public:
     explicit Guard(pthread_mutex_t& mutex) : mutex_(&mutex) { lock(); }
-    enum Twice { twice };
-    Guard(pthread_mutex_t& mutex, Twice) : mutex_(&mutex)
-    {
-        if (pthread_mutex_lock(mutex_) == 0)
-            locked_ = true;
-        else
-            lock();
-    }
     Guard(Guard const&) = delete;
     Guard& operator=(Guard const&) = delete;
     ~Guard()
@@ -219,20 +146,13 @@ public:
             raise(mutexUnlock, rc, raiseInUnlock);
     }
 
-    // A failed wait is reported; the caller looks again, once others have had the mutex.
+    // A failed wait is reported; the caller looks again.
     void wait(pthread_cond_t& condition, unsigned& waiting)
     {
-        int rc = 0;
-        {
-            Count const counted(waiting);
-            rc = pthread_cond_wait(&condition, mutex_);
-        }
-        if (rc == 0)
-            return;
-        zreportRc(kSource, reportInWait, conditionWait, rc);
-        unlock();
-        sched_yield();
-        lock();
+        Count const counted(waiting);
+        int const rc = pthread_cond_wait(&condition, mutex_);
+        if (rc != 0)
+            zreportRc(kSource, reportInWait, conditionWait, rc);
     }
 
 private:
@@ -240,12 +160,13 @@ private:
     bool locked_ = false;
 };
 
-// Runs `action`; whatever it raises is reported.
+// Runs `action`; whatever it raises is reported. Returns whether it raised nothing.
 template <class Action>
-void reported(RaiseSite site, Action action)
+bool reported(RaiseSite site, Action action)
 {
     try {
         action();
+        return true;
     } catch (ZException_6_0& failure) {
         zreportException(failure);
     } catch (...) {
@@ -253,31 +174,8 @@ void reported(RaiseSite site, Action action)
             throw;
         zreportUnknownException(kSource, site);
     }
+    return false;
 }
-
-// Lets go of the pool's mutex for a scope.
-class Unlocked {
-public:
-    explicit Unlocked(Guard& guard) : guard_(guard)
-    {
-        reported(raiseInUnlock, [&] { guard_.unlock(); });
-    }
-    Unlocked(Unlocked const&) = delete;
-    Unlocked& operator=(Unlocked const&) = delete;
-    ~Unlocked() noexcept(false)
-    {
-        try {
-            guard_.lock();
-        } catch (ZException_6_0& failure) {
-            if (!zunwinding())
-                throw;
-            zreportException(failure);
-        }
-    }
-
-private:
-    Guard& guard_;
-};
 
 }  // namespace
 
@@ -308,36 +206,18 @@ void ZThreadPool_6_0::start(ZThread_6_0& thread)
     Guard guard(rep_->mutex);
     while (rep_->active >= rep_->maximumActive)
         guard.wait(rep_->condition, rep_->waiting);
-    startInSlot(thread);
-    guard.unlock();
-}
-
-void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
-{
-    // Gives the slot back unless there is a thread now, which gives it back by its end: a start
-    // may fail, or be cancelled, on either side of that. The end waits for the mutex, and the
-    // object is there until then.
-    struct Slot {
-        Rep& rep;
-        ZThread_6_0& thread;
-        ZThreadPool_6_0* const poolBefore;
-        unsigned const creationsBefore;
-
-        ~Slot()
-        {
-            if (thread.creations_ != creationsBefore)
-                return;
-            thread.pool_ = poolBefore;
-            --rep.active;
-            rep.wake();
-        }
-    };
-    // Counted before it runs: a short thread tells of its death before start() has returned.
-    Slot const slot{*rep_, thread, std::exchange(thread.pool_, this), thread.creations_};
+    // Counted before it runs: a short thread tells of its death before start() has returned, and
+    // waits for the mutex with it.
+    ZThreadPool_6_0* const before = std::exchange(thread.pool_, this);
     ++rep_->active;
     // KEPT: a thread that does not start is told to the message service alone; callers see it by
     // its work not being done. Test: ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
-    reported(reportInStart, [&] { thread.start(); });
+    if (!reported(reportInStart, [&] { thread.start(); })) {
+        thread.pool_ = before;
+        --rep_->active;
+        return;
+    }
+    guard.unlock();
 }
 
 void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
@@ -345,7 +225,11 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
     thread = nullptr;
     {
         Guard guard(rep_->mutex);
-        thread = rep_->takeIdle();
+        if (!rep_->idle.isEmpty()) {
+            thread = static_cast<ZThread_6_0*>(
+                const_cast<ZObject_6_0*>(static_cast<ZObject_6_0 const*>(rep_->idle.get(0))));
+            rep_->idle.remove(0u);
+        }
         guard.unlock();
     }
     if (thread == nullptr)
@@ -355,19 +239,20 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
 void ZThreadPool_6_0::waitForExit()
 {
     Guard guard(rep_->mutex);
-    {
-        // Nothing is parked from here on, until this is left, however that comes about.
-        Count const closing(rep_->closing);
-        while (ZThread_6_0* const sleeper = rep_->takeIdle()) {
-            // An ending sleeper needs the mutex to say so: let go of it meanwhile.
-            Rep::Told const told(*rep_, *sleeper);
-            Unlocked const unlocked(guard);
-            reported(reportInWaitForExit, [&] { sleeper->waitForExit(); });
-        }
-        while (rep_->active != 0)
-            guard.wait(rep_->condition, rep_->waiting);
+    // Nothing is parked from here on, until this is left, however that comes about.
+    Count const closing(rep_->closing);
+
+    // An ending sleeper needs the mutex to say so: let go of it while waiting for one.
+    while (!rep_->idle.isEmpty()) {
+        auto* const sleeper =
+            static_cast<ZThread_6_0*>(const_cast<ZObject_6_0*>(rep_->idle.get(0)));
+        rep_->idle.remove(0u);
+        guard.unlock();
+        reported(reportInWaitForExit, [&] { sleeper->waitForExit(); });
+        guard.lock();
     }
-    guard.unlock();
+    while (rep_->active != 0)
+        guard.wait(rep_->condition, rep_->waiting);
 }
 
 void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
@@ -377,25 +262,21 @@ void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
     // A parked sleeper with an interval reports again and again: it is parked once.
     if (rep_->closing == 0) {
         bool const parked = rep_->indexOf(thread) >= 0;
-        bool const hasRoom = rep_->idle.size() < rep_->maximumIdle;
-        if (!parked && hasRoom)
+        if (!parked && rep_->idle.size() < rep_->maximumIdle)
             rep_->idle.add(&thread);
-        keep = parked || hasRoom ? 1 : 0;
+        keep = rep_->indexOf(thread) >= 0 ? 1 : 0;
     }
     guard.unlock();
 }
 
 void ZThreadPool_6_0::threadDeathNotification(ZThread_6_0& thread)
 {
-    // The slot would be lost without the mutex: it is asked for twice.
-    Guard guard(rep_->mutex, Guard::twice);
-    // Nobody waits for a detached thread, and this one may delete its object behind this call: not
-    // while waitForExit() still speaks to it.
-    while (thread.detached_ != 0 && rep_->isToldToEnd(thread))
-        guard.wait(rep_->condition, rep_->waiting);
+    Guard guard(rep_->mutex);
     rep_->forget(thread);
     --rep_->active;
-    int const rc = rep_->signal();
+    // One waiter is enough for a free slot; of several, some may wait for the last end instead.
+    int const rc = rep_->waiting > 1 ? pthread_cond_broadcast(&rep_->condition)
+                                     : pthread_cond_signal(&rep_->condition);
     if (rc != 0)
         raise(conditionSignal, rc, raiseInSignal);
     guard.unlock();

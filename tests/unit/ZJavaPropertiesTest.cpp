@@ -1,21 +1,46 @@
+#include <Z/ZArrayList.h>
 #include <Z/ZException.h>
+#include <Z/ZHashKeyMap.h>
 #include <Z/ZJavaProperties.h>
 #include <Z/ZLCString.h>
+#include <Z/ZLock.h>
 #include <Z/ZUTF8String.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
+#include "FailingAllocator.h"
 #include "JavaEntries.h"
 #include "LockingProcess.h"
+#include "PageEnd.h"
 #include "Raised.h"
 #include "TestDirectory.h"
+
+// The conversion of a unit fails when this says so.
+inline bool convertingFails_ = false;
+extern "C" {
+int __real_zconvert_UTF16_to_UTF8_6_0(uint16_t const**, uint16_t const*, char**, char const*);
+int __wrap_zconvert_UTF16_to_UTF8_6_0(uint16_t const** from, uint16_t const* fromEnd, char** to,
+                                      char const* toEnd)
+{
+    return convertingFails_ ? 2 : __real_zconvert_UTF16_to_UTF8_6_0(from, fromEnd, to, toEnd);
+}
+}
 
 namespace {
 
@@ -114,6 +139,721 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.expected, readOf(c.text));
     }
+}
+
+TEST(ZJavaProperties, TakesHexadecimalDigitsAlone)
+{
+    std::string const digits = "0123456789abcdef";
+    for (int c = 0; c < 256; ++c) {
+        size_t const small = digits.find(static_cast<char>(c));
+        size_t const large = digits.find(static_cast<char>(c >= 'A' && c <= 'F' ? c + 32 : 0));
+        int const expected = small != digits.npos   ? static_cast<int>(small)
+                             : large != digits.npos ? static_cast<int>(large)
+                                                    : -1;
+        EXPECT_EQ(expected, Store::hexConv(static_cast<char>(c))) << c;
+    }
+}
+
+TEST(ZJavaProperties, SkipsALineWithAnError)
+{
+    struct Case {
+        char const* name;
+        char const* line;
+    };
+    Case const cases[] = {
+        {"separator behind blanks", "  = b\n"},
+        {"letter escaped in a key", "a\\n = b\n"},
+        {"quote escaped in a key", "a\\' = b\n"},
+        {"unit in a key", "a\\u0041 = b\n"},
+        {"letter escaped", "a = \\t\n"},
+        {"equals escaped", "a = b\\=c\n"},
+        {"comment sign escaped", "a = \\#\n"},
+        {"zero byte escaped", "a = \\0\n"},
+        {"no digit", "a = \\uG\n"},
+        {"one digit", "a = \\u1 \n"},
+        {"two digits", "a = \\u12:\n"},
+        {"three digits", "a = \\u123g\n"},
+        {"four digits cut", "a = \\u1\\\n"},
+        {"error on a continuation line", "a = b\\\n c\\d\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ((Entries{{"x", "1"}, {"y", "2"}}),
+                  readOf("x=1\n" + std::string(c.line) + "y=2\n"));
+    }
+}
+
+TEST(ZJavaProperties, EncodesUnitsOneByOne)
+{
+    EXPECT_EQ((Entries{{"a", "x"}}), readOf("a=\\u0000x\n"));
+    EXPECT_EQ((Entries{{"a", "\x01\x7F"}}), readOf("a=\\u0001\\u007f\n"));
+    EXPECT_EQ((Entries{{"a", "\xC2\x80\xDF\xBF"}}), readOf("a=\\u0080\\u07ff\n"));
+    EXPECT_EQ((Entries{{"a", "\xE0\xA0\x80"}}), readOf("a=\\u0800\n"));
+    // Two halves of a pair stay two.
+    std::string const halves = "\xED\xA0\xBD\xED\xB8\x80";
+    EXPECT_EQ((Entries{{"a", halves}}), readOf("a=\\ud83d\\uDE00\n"));
+    EXPECT_EQ("a = \\ud83d\\ude00\n", writtenOf("a", halves));
+}
+
+TEST(ZJavaProperties, ReadsZeroBytesLikeOthers)
+{
+    using namespace std::string_literals;
+    EXPECT_EQ((Entries{{"a\0b"s, "c\0d"s}}), readOf("a\0b = c\0d\n"s));
+    EXPECT_EQ((Entries{{"\0"s, "\0"s}}), readOf("\0=\0\n"s));
+    EXPECT_EQ((Entries{{"a\0b"s, "c\0d"s}}), readOf(writtenOf("a\0b"s, "c\0d"s)));
+}
+
+TEST(ZJavaProperties, AddsToWhatIsThere)
+{
+    Entries const before = {{"a", "1"}, {"b", "2"}};
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "3"}, {"c", "4"}}), readOf("b=3\nc=4\n", nullptr, before));
+    EXPECT_EQ(before, readOf("", nullptr, before));
+    EXPECT_EQ((Entries{{"a", "5"}, {"b", "2"}}), readOf("a=3\na=4\na=5\n", nullptr, before));
+}
+
+TEST(ZJavaProperties, StopsBehindTheStopKey)
+{
+    std::string const text = "a=1\nb=2\nc=3\n";
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}}), readOf(text, "b"));
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}}), readOf(text, "d"));
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}}), readOf(text, ""));
+    EXPECT_EQ((Entries{{"b", ""}}), readOf("b=\nc=3\n", "b"));
+    EXPECT_EQ((Entries{{"b", "2"}}), readOf("b=2\nb=3\n", "b"));
+}
+
+TEST(ZJavaProperties, ForgetsTheStopKey)
+{
+    TestDirectory const directory;
+    std::string const path = directory.write("f", "a=1\nb=2\nc=3\n");
+    Store store;
+    store.load(path.c_str(), "a");
+    store.load(path.c_str());
+    EXPECT_EQ(3u, entriesOf(store).size());
+
+    Store other;
+    EXPECT_THROW(other.load(directory.at("missing").c_str(), "a"), ZPropertiesIOException_6_0);
+    other.load(path.c_str());
+    EXPECT_EQ(3u, entriesOf(other).size());
+}
+
+TEST(ZJavaProperties, LeavesAStreamBehindTheLastByteThatItTook)
+{
+    // Taken by a stream that was read in part, too.
+    char text[] = "first\na=1\nb=2";
+    FILE* const stream = fmemopen(text, sizeof text - 1, "r");
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(text[i], getc(stream));
+    Store store;
+    EXPECT_EQ(1, store.loadProperties(stream, "memory"));
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+    EXPECT_TRUE(feof(stream));
+    fclose(stream);
+}
+
+TEST(ZJavaProperties, ReadsNothingWithoutAPath)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    EXPECT_EQ(1, store.load(nullptr));
+    EXPECT_EQ(1, store.load(""));
+    EXPECT_EQ(1, store.load(nullptr, "a"));
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+}
+
+TEST(ZJavaProperties, HoldsLongTexts)
+{
+    for (size_t length : {95, 96, 3000, 4000, 4096, 5000, 1000000}) {
+        SCOPED_TRACE(length);
+        std::string const key(length, 'k');
+        std::string const value(length, 'v');
+        std::string const file = "a=1\n" + key + "=" + value + "\nb=2\n";
+        EXPECT_EQ((Entries{{"a", "1"}, {key, value}, {"b", "2"}}), readOf(file));
+        EXPECT_EQ(key + " = " + value + "\n", writtenOf(key, value));
+    }
+}
+
+TEST(ZJavaProperties, TakesNoMoreMemoryForTheSameFileAgain)
+{
+    TestDirectory const directory;
+    std::string text;
+    for (int i = 0; i < 1000; ++i)
+        text += "key" + std::to_string(i) + " = value\n";
+    std::string const path = directory.write("f", text);
+    Store store;
+    store.load(path.c_str());
+    FailingAllocator::failAt(0);
+    long const before = FailingAllocator::blocks();
+    for (int i = 0; i < 10; ++i)
+        store.load(path.c_str());
+    long const after = FailingAllocator::blocks();
+    FailingAllocator::stop();
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(1000u, entriesOf(store).size());
+}
+
+// ---- Values ------------------------------------------------------------------------------------
+
+TEST(ZJavaProperties, GetsWhatWasSet)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    setBytes(store, "b", "");
+    setBytes(store, "a", "2");
+    EXPECT_EQ((Entries{{"a", "2"}, {"b", ""}}), entriesOf(store));
+    ZUTF8String_6_0 value("before");
+    store.getValue(ZUTF8String_6_0("c"), value);
+    EXPECT_EQ("", bytesOf(value));
+    setBytes(store, "", "empty key");
+    EXPECT_EQ("empty key", get(store, ""));
+}
+
+TEST(ZJavaProperties, TakesEveryKindOfString)
+{
+    std::string const keyText = "k\xC3\xA9y";
+    char const* const key = keyText.c_str();
+    std::unique_ptr<ZAbstractString_6_0> const keys[] = {
+        std::make_unique<ZUTF8String_6_0>(key), std::make_unique<ZUTF8ConstString_6_0>(key),
+        std::make_unique<ZLCString_6_0>(key), std::make_unique<ZLCConstString_6_0>(key)};
+    for (auto const& setter : keys) {
+        Store store;
+        store.setValue(*setter, ZLCConstString_6_0("v\xC3\xA9"));
+        for (auto const& getter : keys) {
+            ZUTF8String_6_0 utf8;
+            ZLCString_6_0 local;
+            store.getValue(*getter, utf8);
+            store.getValue(*getter, local);
+            EXPECT_EQ("v\xC3\xA9", bytesOf(utf8));
+            EXPECT_EQ("v\xC3\xA9", bytesOf(local));
+        }
+        EXPECT_EQ(1u, entriesOf(store).size());
+    }
+}
+
+TEST(ZJavaProperties, TakesAKeyThatIsToReceiveTheValue)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    ZUTF8String_6_0 text("a");
+    store.getValue(text, text);
+    EXPECT_EQ("1", bytesOf(text));
+}
+
+TEST(ZJavaProperties, ListsKeysInTheOrderOfAMapOfTen)
+{
+    std::string text;
+    ZHashKeyMap_6_0 map(10, 1);
+    for (int i = 0; i < 100; ++i) {
+        std::string const key = "key" + std::to_string(i * 7 % 100);
+        text += key + " = " + std::to_string(i) + "\n";
+        map.putEntry(std::make_unique<ZUTF8String_6_0>(key.c_str()).get(),
+                     std::make_unique<ZUTF8String_6_0>("").get());
+    }
+    TestDirectory const directory;
+    ZArrayList_6_0 keys(10, 1);
+    {
+        Store store;
+        store.load(directory.write("f", text).c_str());
+        store.listKeys(keys);
+    }
+    ZArrayList_6_0 expected(10, 1);
+    map.listKeys(expected);
+    ASSERT_EQ(100u, keys.size());
+    for (unsigned i = 0; i < 100; ++i)
+        EXPECT_TRUE(expected.get(i)->equals(*keys.get(i))) << i;
+    EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0*>(keys.get(0)));
+}
+
+TEST(ZJavaProperties, ListsNoKeysIntoAListThatBorrows)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    ZArrayList_6_0 keys(10, 0);
+    EXPECT_TRUE(
+        raises<ZInvalidParameterException_6_0>(22, kSource, 220, [&] { store.listKeys(keys); }));
+    EXPECT_EQ(0u, keys.size());
+}
+
+TEST(ZJavaProperties, IsNotCloned)
+{
+    Store const store;
+    auto const clone = [&] { delete store.clone(); };
+    EXPECT_TRUE(raises<ZAbstractNotImplementedException_6_0>(31, kSource, 112, clone));
+    try {
+        clone();
+    } catch (ZAbstractNotImplementedException_6_0& e) {
+        EXPECT_STREQ("ZJavaProperties::clone", e.value().getChars());
+    }
+}
+
+// A string whose class forgot to say how it is cloned.
+class Unclonable final : public ZUTF8String_6_0 {
+public:
+    using ZUTF8String_6_0::ZUTF8String_6_0;
+    ZUTF8String_6_0* clone() const override { return nullptr; }
+};
+
+TEST(ZJavaProperties, RefusesStringsThatCannotBeCloned)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    Unclonable const text("a");
+    ZUTF8String_6_0 const other("b");
+    for (auto const& set : {std::function([&] { store.setValue(text, other); }),
+                            std::function([&] { store.setValue(other, text); })})
+        EXPECT_TRUE(raises<ZNotClonableException_6_0>(14, kSource, 205, set));
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+}
+
+// ---- Writing -----------------------------------------------------------------------------------
+
+TEST(ZJavaProperties, WritesValues)
+{
+    struct Case {
+        char const* name;
+        std::string value;
+        char const* written;
+    };
+    Case const cases[] = {
+        {"plain", "value of = it's \"x\" # !", "value of = it's \"x\" # !"},
+        {"empty", "", ""},
+        {"colon and backslash", "c:\\d", "c\\:\\\\d"},
+        {"control characters", "\x01\t\x1F", "\x01\t\x1F"},
+        {"the last as it is", "~", "~"},
+        {"two bytes", "caf\xC3\xA9", "caf\\u00e9"},
+        {"lowest and highest of two", "\xC2\x80\xDF\xBF", "\\u0080\\u07ff"},
+        {"three bytes", "\xE2\x82\xAC", "\\u20ac"},
+        {"highest of three", "\xEF\xBF\xBF", "\\uffff"},
+        {"two of two cut short", "\xC3", "\\u00c0"},
+        {"three cut short", "\xE2", "\\u2000"},
+        {"three cut shorter", "\xE2\x82", "\\u2080"},
+        {"what follows a lead byte goes with it",
+         "\xC3"
+         "Ab\xE2:c",
+         "\\u00c1b\\u2ea3"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(std::string("a = ") + c.written + "\n", writtenOf("a", c.value));
+    }
+}
+
+TEST(ZJavaProperties, WritesWithoutLookingBehindTheEndOfAValue)
+{
+    TestDirectory const directory;
+    for (char const* text : {"\xC3", "\xE2", "\xE2\x82", "x\xF0", "x"}) {
+        PageEnd const end(text);
+        Store store;
+        store.setValue(ZUTF8ConstString_6_0("a"), ZUTF8ConstString_6_0(end.text()));
+        store.store(directory.at("f").c_str());
+        EXPECT_EQ("#\n" + writtenOf("a", text), directory.read("f"));
+    }
+}
+
+TEST(ZJavaProperties, WritesTheFileInPlace)
+{
+    TestDirectory const directory;
+    std::string const path = directory.write("f", std::string(5000, 'x'));
+    chmod(path.c_str(), 0640);
+    struct stat before;
+    stat(path.c_str(), &before);
+    Store store;
+    setBytes(store, "a", "1");
+    setBytes(store, "b", "2");
+    store.store(path.c_str());
+    struct stat after;
+    stat(path.c_str(), &after);
+    EXPECT_EQ("#\na = 1\nb = 2\n", directory.read("f"));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(before.st_mode, after.st_mode);
+    EXPECT_EQ("f", directory.names());
+}
+
+TEST(ZJavaProperties, MakesAFileThatIsMissing)
+{
+    TestDirectory const directory;
+    Store const empty;
+    Store store;
+    store.store(directory.at("f").c_str());
+    EXPECT_EQ("#\n", directory.read("f"));
+    EXPECT_EQ((Entries{}), readOf("#\n"));
+}
+
+TEST(ZJavaProperties, GivesBackWhatItWrote)
+{
+    TestDirectory const directory;
+    Store store;
+    for (int i = 0; i < 2000; ++i)
+        setBytes(store, "key" + std::to_string(i),
+                 "c:\\" + std::to_string(i) + " caf\xC3\xA9\xE2\x82\xAC");
+    store.store(directory.at("f").c_str());
+    Store again;
+    again.load(directory.at("f").c_str());
+    EXPECT_EQ(entriesOf(store), entriesOf(again));
+    again.store(directory.at("g").c_str());
+    EXPECT_EQ(directory.read("f"), directory.read("g"));
+}
+
+// ---- Failures ----------------------------------------------------------------------------------
+
+// What a call raised: class, file, call and errno.
+template <class Call>
+std::string raised(Call call)
+{
+    try {
+        call();
+    } catch (ZPropertiesIOException_6_0 const& e) {
+        return std::to_string(e.where()) + " " + e.propFile().getChars() + " " +
+               e.api().getChars() + " " + std::to_string(e.excerrno());
+    } catch (ZUnexpectedEndOfFile_6_0& e) {
+        testing::internal::CaptureStderr();
+        e.dumpException();
+        std::string const report = testing::internal::GetCapturedStderr();
+        return std::to_string(e.where()) + " " + report.substr(report.find("Unexpected end"));
+    } catch (ZException_6_0 const& e) {
+        return e.exceptionName();
+    }
+    return "nothing";
+}
+
+class ZJavaPropertiesFiles : public testing::Test {
+protected:
+    ZJavaPropertiesFiles() { setBytes(store_, "a", "1"); }
+    ~ZJavaPropertiesFiles() noexcept override {}  // the store's own may raise
+
+    // Loading raises this and changes nothing, with a stop key or without.
+    void expectNoLoad(std::string const& path, std::string const& failure)
+    {
+        std::string const names = directory_.names();
+        EXPECT_EQ(failure, raised([&] { store_.load(path.c_str()); }));
+        EXPECT_EQ(failure, raised([&] { store_.load(path.c_str(), "a"); }));
+        EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+        EXPECT_EQ(names, directory_.names());
+    }
+
+    void expectNoStore(std::string const& path, std::string const& failure)
+    {
+        std::string const names = directory_.names();
+        EXPECT_EQ(failure, raised([&] { store_.store(path.c_str()); }));
+        EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+        EXPECT_EQ(names, directory_.names());
+    }
+
+    TestDirectory const directory_{TestDirectory::Place::memory};
+    Store store_;
+};
+
+TEST_F(ZJavaPropertiesFiles, ThatCannotBeReadAreRefused)
+{
+    std::string const file = directory_.write("f", "b=2\n");
+    std::string const fifo = directory_.at("fifo");
+    std::string const loop = directory_.at("loop");
+    std::string const longName = directory_.at(std::string(300, 'x'));
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    ASSERT_EQ(0, symlink("loop", loop.c_str()));
+    struct Case {
+        char const* name;
+        std::string path;
+        int error;
+    };
+    Case const cases[] = {
+        {"missing", directory_.at("missing"), ENOENT},
+        {"folder missing", directory_.at("missing/f"), ENOENT},
+        {"below a file", file + "/f", ENOTDIR},
+        {"FIFO", fifo, EINVAL},
+        {"device", "/dev/null", EINVAL},
+        {"link to itself", loop, ELOOP},
+        {"name too long", longName, ENAMETOOLONG},
+    };
+    long const open = openDescriptors();
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        expectNoLoad(c.path, "151 " + c.path + " fopen(r) " + std::to_string(c.error));
+    }
+    // A directory can be opened, and not read.
+    expectNoLoad(directory_.path(),
+                 "291 Unexpected end of file encounted while reading " + directory_.path() + ".");
+    EXPECT_EQ(open, openDescriptors());
+}
+
+TEST_F(ZJavaPropertiesFiles, ThatCannotBeWrittenAreRefused)
+{
+    std::string const file = directory_.write("f", "b=2\n");
+    std::string const fifo = directory_.at("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    struct Case {
+        char const* name;
+        std::string path;
+        int error;
+    };
+    Case const cases[] = {
+        {"folder missing", directory_.at("missing/f"), ENOENT},
+        {"below a file", file + "/f", ENOTDIR},
+        {"directory", directory_.path(), EISDIR},
+        {"FIFO", fifo, EINVAL},
+        {"name too long", directory_.at(std::string(300, 'x')), ENAMETOOLONG},
+    };
+    long const open = openDescriptors();
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        expectNoStore(c.path, "360 " + c.path + " fopen(wt) " + std::to_string(c.error));
+    }
+    for (char const* path : {static_cast<char const*>(nullptr), ""})
+        EXPECT_TRUE(
+            raises<ZInvalidParameterException_6_0>(22, kSource, 352, [&] { store_.store(path); }));
+    EXPECT_EQ("b=2\n", directory_.read("f"));
+    EXPECT_EQ(open, openDescriptors());
+}
+
+TEST_F(ZJavaPropertiesFiles, OfOthersAreRefused)
+{
+    std::string const path = directory_.write("f", "b=2\n");
+    chmod(directory_.path().c_str(), 0755);
+    chmod(path.c_str(), 0000);
+    pid_t const child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(9);
+        expectNoLoad(path, "151 " + path + " fopen(r) 13");
+        expectNoStore(path, "360 " + path + " fopen(wt) 13");
+        expectNoStore(directory_.at("new"), "360 " + directory_.at("new") + " fopen(wt) 13");
+        _exit(HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("b=2\n", directory_.read("f"));
+}
+
+TEST_F(ZJavaPropertiesFiles, ThatAnotherProcessHoldsAreNotWaitedFor)
+{
+    std::string const path = directory_.write("f", "b=2\n");
+    {
+        LockingProcess const writer(path, F_WRLCK);
+        expectNoLoad(path, "166 " + path + " fcntl() 11");
+        expectNoStore(path, "373 " + path + " fcntl() 11");
+    }
+    {
+        LockingProcess const reader(path, F_RDLCK);
+        expectNoStore(path, "373 " + path + " fcntl() 11");
+        Store other;
+        EXPECT_EQ(1, other.load(path.c_str()));
+        EXPECT_EQ("2", get(other, "b"));
+    }
+    EXPECT_EQ("b=2\n", directory_.read("f"));
+    store_.store(path.c_str());
+    EXPECT_EQ("#\na = 1\n", directory_.read("f"));
+}
+
+TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenThereIsNoRoom)
+{
+    std::string const path = directory_.write("f", "b=2\n");
+    struct rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    struct rlimit limit = before;
+    limit.rlim_cur = 5;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::string const existing = raised([&] { store_.store(path.c_str()); });
+    std::string const made = raised([&] { store_.store(directory_.at("new").c_str()); });
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ("410 " + directory_.at(".f.zjn.new") + " write() 27", existing);
+    EXPECT_EQ("410 " + directory_.at(".new.zjn.new") + " write() 27", made);
+    EXPECT_EQ("b=2\n", directory_.read("f"));
+    EXPECT_EQ("f", directory_.names());
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+}
+
+TEST_F(ZJavaPropertiesFiles, ThatFailWhileTheyAreReadAddNothing)
+{
+    FILE* const unreadable = fopen(directory_.at("w").c_str(), "w");
+    EXPECT_TRUE(raises<ZUnexpectedEndOfFile_6_0>(53, kSource, 291,
+                                                 [&] { store_.loadProperties(unreadable, "w"); }));
+    fclose(unreadable);
+
+    // Fails behind a whole entry.
+    int reads = 0;
+    cookie_io_functions_t const functions = {[](void* cookie, char* buffer, size_t) -> ssize_t {
+                                                 if (++*static_cast<int*>(cookie) > 1) {
+                                                     errno = EIO;
+                                                     return -1;
+                                                 }
+                                                 std::string_view const text = "a=2\nb=2\n";
+                                                 text.copy(buffer, text.size());
+                                                 return static_cast<ssize_t>(text.size());
+                                             },
+                                             nullptr, nullptr, nullptr};
+    FILE* const failing = fopencookie(&reads, "r", functions);
+    EXPECT_EQ("291 Unexpected end of file encounted while reading the path.",
+              raised([&] { store_.loadProperties(failing, "the path"); }));
+    fclose(failing);
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+}
+
+TEST_F(ZJavaPropertiesFiles, WithAUnitThatCannotBeConvertedAddNothing)
+{
+    std::string const path = directory_.write("f", "a=2\nb=\\u0041\n");
+    convertingFails_ = true;
+    EXPECT_TRUE(raises<ZToUTF8Exception_6_0>(49, kSource, 914, [&] { store_.load(path.c_str()); }));
+    convertingFails_ = false;
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+    store_.load(path.c_str());
+    EXPECT_EQ((Entries{{"a", "2"}, {"b", "A"}}), entriesOf(store_));
+}
+
+// A store with states of its own.
+class OtherStates final : public Store {
+public:
+    void drop(int state) { handlers_[state] = nullptr; }
+    void leave(int state) { handlers_[state] = static_cast<Handler>(&OtherStates::nowhere); }
+    void shout() { handlers_[valChars] = static_cast<Handler>(&OtherStates::upper); }
+
+private:
+    int nowhere(char) { return 99; }
+    int upper(char c)
+    {
+        return doValCharsState(c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c);
+    }
+};
+
+TEST_F(ZJavaPropertiesFiles, LeadToAStateWithoutHandler)
+{
+    std::string const path = directory_.write("f", "a=2\nb\\=c=2\n");
+    OtherStates store;
+    setBytes(store, "a", "1");
+    store.drop(5);
+    EXPECT_TRUE(raises<ZJavaPropertyParseException_6_0>(54, kSource, 310,
+                                                        [&] { store.load(path.c_str()); }));
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+}
+
+TEST_F(ZJavaPropertiesFiles, AreReadByTheHandlersOfADerivedClass)
+{
+    std::string const path = directory_.write("f", "a=bcd\nb=ef\n");
+    OtherStates store;
+    store.shout();
+    store.load(path.c_str());
+    // The first character of a value belongs to the state before.
+    EXPECT_EQ((Entries{{"a", "bCD"}, {"b", "eF"}}), entriesOf(store));
+
+    OtherStates leaving;
+    leaving.leave(5);
+    FILE* const stream = fopen(directory_.write("g", "a=1\nb\\=c=2\nd=3\n").c_str(), "r");
+    EXPECT_EQ(0, leaving.loadProperties(stream, "g"));
+    EXPECT_EQ('c', getc(stream));
+    fclose(stream);
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(leaving));
+}
+
+// ---- Memory and threads ------------------------------------------------------------------------
+
+TEST_F(ZJavaPropertiesFiles, AddNothingWhenMemoryIsExhausted)
+{
+    std::string const longText(200, 'x');
+    std::string text;
+    Entries expected = {{"a", "2"}, {longText, "1"}};
+    for (int i = 0; i < 100; ++i) {
+        text += "key" + std::to_string(i) + " = one \\u20ac\\\n " + longText + "\n";
+        expected["key" + std::to_string(i)] = "one \xE2\x82\xAC" + longText;
+    }
+    expected["key7"] = "3";
+    // Keys that are there, new ones, and one twice.
+    std::string const path = directory_.write("f", text + "a = 2\nkey7 = 3\n");
+    Entries const before = {{"a", "1"}, {"key50", "before"}, {longText, "1"}};
+
+    unsigned long n = 1;
+    for (bool failed = true; failed && !HasFailure(); ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        long const blocks = FailingAllocator::blocks();
+        {
+            Store store;
+            for (auto const& [key, value] : before)
+                setBytes(store, key, value);
+            bool raised = false;
+            FailingAllocator::failAt(n);
+            try {
+                store.load(path.c_str(), "none");
+            } catch (ZOutOfMemoryException_6_0 const&) {
+                raised = true;
+            }
+            failed = FailingAllocator::stop();
+            EXPECT_EQ(failed, raised);
+            EXPECT_EQ(failed ? before : expected, entriesOf(store));
+        }
+        EXPECT_EQ(blocks, FailingAllocator::blocks());
+    }
+    EXPECT_LT(20u, n);
+}
+
+TEST_F(ZJavaPropertiesFiles, AndValuesStayAsTheyWereWhenMemoryIsExhausted)
+{
+    std::string const longText(200, 'x');
+    setBytes(store_, longText, longText);
+    Entries const before = entriesOf(store_);
+    ZUTF8String_6_0 const key(longText.c_str());
+    ZUTF8String_6_0 const newKey("new");
+    ZUTF8String_6_0 value("before");
+    ZArrayList_6_0 keys(1, 1);
+    std::string const path = directory_.at("f");
+    auto const store = [&] { store_.store(path.c_str()); };
+
+    EXPECT_LT(0u, failEachAllocation([] { Store const made; }, [] {}));
+    EXPECT_LT(0u, failEachAllocation([&] { store_.getValue(key, value); },
+                                     [&] { EXPECT_EQ("before", bytesOf(value)); }));
+    EXPECT_EQ(longText, bytesOf(value));
+    EXPECT_LT(2u, failEachAllocation([&] { store_.listKeys(keys); },
+                                     [&] { EXPECT_EQ(0u, keys.size()); }));
+    EXPECT_LT(3u, failEachAllocation(store, [&] { EXPECT_EQ("", directory_.names()); }));
+    std::string const written = directory_.read("f");
+    directory_.write("f", "old\n");
+    EXPECT_LT(3u, failEachAllocation(store, [&] {
+                  EXPECT_EQ("old\n", directory_.read("f"));
+                  EXPECT_EQ("f", directory_.names());
+              }));
+    EXPECT_EQ(written, directory_.read("f"));
+    EXPECT_LT(2u, failEachAllocation([&] { store_.setValue(newKey, key); },
+                                     [&] { EXPECT_EQ(before, entriesOf(store_)); }));
+    EXPECT_EQ(longText, get(store_, "new"));
+}
+
+TEST_F(ZJavaPropertiesFiles, AndAStoreServeEightThreads)
+{
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 20;
+    std::string text;
+    for (int i = 0; i < 100; ++i)
+        text += "key" + std::to_string(i) + " = caf\\u00e9 " + std::to_string(i) + "\n";
+    std::string const path = directory_.write("f", text);
+    Store const* readOnly = nullptr;
+    Store loaded;
+    loaded.load(path.c_str());
+    readOnly = &loaded;
+
+    ZLock_6_0 lock;  // around one store, as its contract asks for
+    std::atomic<int> wrong = 0;
+    auto const work = [&](int number) {
+        std::string const own = directory_.at("t" + std::to_string(number));
+        for (int i = 0; i < kRounds; ++i) {
+            // One that nobody changes may be read by all.
+            if (get(*readOnly, "key42") != "caf\xC3\xA9 42")
+                ++wrong;
+            // Every thread has one of its own, all on one file.
+            Store mine;
+            mine.load(path.c_str());
+            setBytes(mine, "thread", std::to_string(number));
+            mine.store(own.c_str());
+            ZResourceLock_6_0 const hold(lock);
+            store_.load(own.c_str());
+            if (get(store_, "thread") != std::to_string(number))
+                ++wrong;
+            store_.store(directory_.at("shared").c_str());
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back(work, i);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, wrong);
+    EXPECT_EQ(102u, entriesOf(store_).size());
 }
 
 // ---- Kept behaviours ---------------------------------------------------------------------------
