@@ -5,6 +5,7 @@
 // no peers (they do less than the service asks for), every other one is a peer.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <map>
@@ -125,6 +126,8 @@ struct Row {
 // Prints what the console reporter prints, and remembers the times.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
+
     void ReportRuns(std::vector<Run> const& runs) override
     {
         ConsoleReporter::ReportRuns(runs);

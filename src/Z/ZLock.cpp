@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <charconv>
-#include <exception>
 
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -121,7 +120,7 @@ ZResourceLock_6_0::~ZResourceLock_6_0()
     try {
         lock_.unlock();
     } catch (ZException_6_0& failure) {
-        if (std::uncaught_exceptions() == 0)
+        if (!zunwinding())
             throw;
         zreportException(failure);
     }

@@ -1,7 +1,6 @@
 #include "ZReadWriteLock.h"
 
 #include <atomic>
-#include <exception>
 
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -375,7 +374,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
             throw;
         }
     } catch (ZException_6_0& failure) {
-        if (std::uncaught_exceptions() == 0)
+        if (!zunwinding())
             throw;
         zreportException(failure);
     }

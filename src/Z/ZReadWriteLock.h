@@ -179,8 +179,9 @@ public:
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
     /// Releases the lock. Where raising the sequence number fails, it is released without.
-    /// throws  what `unlock()` throws; while another exception is on its way that failure is
-    ///         reported through the message service instead.
+    /// throws  what `unlock()` throws; while another exception is on its way, or the thread was
+    ///         cancelled in a wait for the lock, that failure is reported through the message
+    ///         service instead.
     ~ZStackReadWriteLock_6_0() override;
 
     // Each does what the lock's operation of the same name does.

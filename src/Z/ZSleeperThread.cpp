@@ -1,8 +1,12 @@
 #include "ZSleeperThread.h"
 
+#include <sched.h>
+
 #include <limits>
 
+#include "ZException.h"
 #include "ZLock.h"
+#include "ZLock_p.h"
 #include "ZThreadPool.h"
 
 namespace {
@@ -16,10 +20,14 @@ public:
     }
     Underway(Underway const&) = delete;
     Underway& operator=(Underway const&) = delete;
-    ~Underway() noexcept(false)
+    ~Underway()
     {
         --calls_;
-        condition_.broadcast();
+        try {
+            condition_.broadcast();
+        } catch (ZException_6_0 const&) {
+            // Reported where it was raised.
+        }
     }
 
 private:
@@ -29,11 +37,43 @@ private:
 
 }  // namespace
 
+// The begin of a loop, which start() waits for; one that fails before it has begun counts as well.
+// At its end a detached sleeper makes itself ready again: nobody waits to do it.
+class ZSleeperThread_6_0::Begin {
+public:
+    explicit Begin(ZSleeperThread_6_0& sleeper) : sleeper_(sleeper) {}
+    Begin(Begin const&) = delete;
+    Begin& operator=(Begin const&) = delete;
+    ~Begin()
+    {
+        try {
+            if (!told_)
+                tell();
+            if (sleeper_.isDetached() != 0)
+                sleeper_.reset();
+        } catch (ZException_6_0& failure) {
+            zreportException(failure);
+        }
+    }
+
+    void tell()
+    {
+        ZResourceLock_6_0 const guard(*sleeper_.startCondition_.getResource());
+        ++sleeper_.begun_;
+        sleeper_.startCondition_.broadcast();
+        told_ = true;
+    }
+
+private:
+    ZSleeperThread_6_0& sleeper_;
+    bool told_ = false;
+};
+
 ZSleeperThread_6_0::ZSleeperThread_6_0(int detached, int autoDelete, unsigned long interval)
     : ZThread_6_0(detached, autoDelete),
       exit_(0),
       wake_(0),
-      started_(0),
+      begun_(0),
       starts_(0),
       interval_(interval)
 {
@@ -56,7 +96,7 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(ZLock_6_0& lock)
     : ZThread_6_0(0, 0),
       exit_(0),
       wake_(0),
-      started_(0),
+      begun_(0),
       starts_(0),
       interval_(0),
       wakeCondition_(lock)
@@ -65,30 +105,52 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(ZLock_6_0& lock)
 
 ZSleeperThread_6_0::~ZSleeperThread_6_0()
 {
-    // A sleeper that deletes itself may be done before its start() has returned.
-    ZResourceLock_6_0 const guard(*startCondition_.getResource());
-    while (starts_ > 0)
-        startCondition_.wait();
+    ZCancelGuard const uncancelled;
+    try {
+        // A sleeper that deletes itself may be done before its start() has returned.
+        ZResourceLock_6_0 const guard(*startCondition_.getResource());
+        while (starts_ > 0)
+            startCondition_.wait();
+    } catch (ZException_6_0& failure) {
+        zreportException(failure);
+    }
 }
 
 void ZSleeperThread_6_0::start()
 {
     ZResourceLock_6_0 const guard(*startCondition_.getResource());
     Underway const underway(starts_, startCondition_);
+    // Counted, not flagged: a short loop may be over before this wakes up.
+    unsigned const before = begun_;
     ZThread_6_0::start();
-    while (started_ == 0)
+    while (begun_ == before)
+        waitForBegin();
+}
+
+void ZSleeperThread_6_0::waitForBegin()
+{
+    try {
         startCondition_.wait();
+    } catch (ZConditionException_6_0 const&) {
+        // Reported where it was raised. The thread is there, and needs the lock to begin.
+        startCondition_.unlock();
+        sched_yield();
+        startCondition_.lock();
+    }
 }
 
 void ZSleeperThread_6_0::waitForExit()
 {
     bool const joins = isDetached() == 0;
+    // Nothing to end: refused before the next start could find the flag.
+    if (joins && isJoinable() == 0)
+        return ZThread_6_0::waitForExit();
     {
         ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
         exit_ = 1;
         wakeCondition_.signal();
     }
-    // A detached sleeper may be gone by now, or see the flag later: it makes itself ready again.
+    // A detached sleeper may be gone by now, or see the flag later.
     if (!joins)
         return;
     ZThread_6_0::waitForExit();
@@ -97,12 +159,9 @@ void ZSleeperThread_6_0::waitForExit()
 
 void ZSleeperThread_6_0::run()
 {
+    Begin begin(*this);
     ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
-    {
-        ZResourceLock_6_0 const startGuard(*startCondition_.getResource());
-        started_ = 1;
-        startCondition_.broadcast();
-    }
+    begin.tell();
     while (exit_ == 0) {
         sleep();
         if (exit_ != 0 || wake_ == 0)
@@ -116,8 +175,6 @@ void ZSleeperThread_6_0::run()
                 exit_ = 1;
         }
     }
-    if (isDetached() != 0)
-        reset();
 }
 
 // Sleeps until there is work or the end; a wake-up that came before is not slept through.
@@ -145,10 +202,6 @@ void ZSleeperThread_6_0::wakeUp()
 
 void ZSleeperThread_6_0::reset()
 {
-    {
-        ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
-        exit_ = 0;
-    }
-    ZResourceLock_6_0 const guard(*startCondition_.getResource());
-    started_ = 0;
+    ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
+    exit_ = 0;
 }

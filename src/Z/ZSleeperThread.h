@@ -51,16 +51,19 @@ public:
     /// Wakes the sleeper for one unit of work; one that does not sleep yet finds it waiting.
     void wakeUp();
 
-    /// Makes an ended sleeper ready for another start.
+    /// Makes an ended sleeper ready for another start; waitForExit() has done so.
     void reset();
 
 private:
+    class Begin;  // ZSleeperThread.cpp
+
+    void waitForBegin();
     void sleep();
 
-    int exit_;     // the loop must end     } guarded by
-    int wake_;     // work is pending       } wakeCondition_'s lock
-    int started_;  // the loop has begun     } guarded by
-    int starts_;   // start() calls under way } startCondition_'s lock
+    int exit_;        // the loop must end        } guarded by
+    int wake_;        // work is pending          } wakeCondition_'s lock
+    unsigned begun_;  // loops begun              } guarded by
+    int starts_;      // start() calls under way  } startCondition_'s lock
     unsigned long const interval_;
     ZCondition_6_0 startCondition_;
     ZCondition_6_0 wakeCondition_;

@@ -152,12 +152,17 @@ struct ZThread_6_0::Entry {
 };
 
 ZThread_6_0::ZThread_6_0(int detached, int autoDelete)
-    : id_(0), detached_(detached), autoDelete_(autoDelete), pool_(nullptr), joinable_(0)
+    : id_(0),
+      detached_(detached),
+      autoDelete_(autoDelete),
+      pool_(nullptr),
+      joinable_(0),
+      creations_(0)
 {
 }
 
 ZThread_6_0::ZThread_6_0(unsigned long threadId)
-    : id_(threadId), detached_(0), autoDelete_(0), pool_(nullptr), joinable_(1)
+    : id_(threadId), detached_(0), autoDelete_(0), pool_(nullptr), joinable_(1), creations_(0)
 {
 }
 
@@ -187,14 +192,16 @@ void ZThread_6_0::start()
 {
     Attributes const attributes(detached_ != 0);
     bool const joins = detached_ == 0;
-    std::atomic_ref(joinable_).store(joins ? 1 : 0);
+    // Noted before it runs: a detached thread may end at once and take the object with it.
+    int const before = std::atomic_ref(joinable_).exchange(joins ? 1 : 0);
+    ++creations_;
     pthread_t id = 0;
     int const rc = pthread_create(&id, attributes.get(), &Entry::run, this);
     if (rc != 0) {
-        std::atomic_ref(joinable_).store(0);
+        --creations_;
+        std::atomic_ref(joinable_).store(before);
         raise(threadCreate, rc, raiseInCreate);
     }
-    // A detached thread may have ended by now and taken the object with it.
     if (joins)
         std::atomic_ref(id_).store(id, std::memory_order_relaxed);
 }
@@ -205,7 +212,15 @@ void ZThread_6_0::waitForExit()
         return;
     if (std::atomic_ref(joinable_).exchange(0) == 0)
         raise(threadJoin, ESRCH, raiseInJoin);
-    int const rc = pthread_join(getPThreadID(), nullptr);
+    int rc = 0;
+    try {
+        rc = pthread_join(getPThreadID(), nullptr);
+    } catch (...) {
+        // Cancelled: the thread is still to be joined.
+        if (zcaughtCancellation())
+            std::atomic_ref(joinable_).store(1);
+        throw;
+    }
     if (rc != 0) {
         std::atomic_ref(joinable_).store(1);
         raise(threadJoin, rc, raiseInJoin);
@@ -219,6 +234,11 @@ void ZThread_6_0::exit()
 unsigned long ZThread_6_0::getPThreadID() const
 {
     return std::atomic_ref(const_cast<unsigned long&>(id_)).load(std::memory_order_relaxed);
+}
+
+int ZThread_6_0::isJoinable() const
+{
+    return std::atomic_ref(const_cast<int&>(joinable_)).load();
 }
 
 void ZThread_6_0::createThreadKey(unsigned int& key)

@@ -45,6 +45,7 @@ public:
     /// Waits for the thread's end; returns at once for a detached thread.
     /// throws  ZThreadException_6_0 (message 20): the rc of pthread_join(), or ESRCH for a thread
     ///         that was not started or was waited for already.
+    /// threads a wait that is cancelled leaves the thread to be waited for again.
     virtual void waitForExit();
 
     /// Does the thread's work. An exception that leaves it ends the thread and is reported through
@@ -77,15 +78,17 @@ public:
 protected:
     int isDetached() const { return detached_; }
     int isAutoDelete() const { return autoDelete_; }
+    int isJoinable() const;  // started, not detached, and not waited for yet
     ZThreadPool_6_0* pool() const { return pool_; }
 
 private:
-    friend class ZThreadPool_6_0;  // sets pool_
+    friend class ZThreadPool_6_0;  // sets pool_, sees by creations_ whether a start made a thread
     struct Entry;                  // ZThread.cpp
 
     unsigned long id_;  // atomic: a pthread_t, 0 before the start
     int const detached_;
     int const autoDelete_;
     ZThreadPool_6_0* pool_;  // the pool that started it, or null; set before the start
-    int joinable_;  // atomic: 1 from the start to the join of a thread that is not detached
+    int joinable_;        // atomic: 1 from the start to the join of a thread that is not detached
+    unsigned creations_;  // threads made for this object; changed by start()
 };

@@ -1,6 +1,7 @@
 #include "ZThreadPool.h"
 
 #include <pthread.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <new>
@@ -28,7 +29,8 @@ enum RaiseSite {
     reportInWait = 126,
     reportInStart = 148,
     raiseInSignal = 173,
-    reportInWaitForExit = 201
+    reportInWaitForExit = 201,
+    reportInWake = 208
 };
 
 enum Message {
@@ -50,6 +52,30 @@ enum Message {
 }  // namespace
 
 struct ZThreadPool_6_0::Rep {
+    // A thread that a waitForExit() tells to end, for as long as it does; made and destroyed under
+    // the mutex.
+    struct Told {
+        Told(Rep& pool, ZThread_6_0& sleeper) : rep(pool), thread(sleeper), next(pool.told)
+        {
+            rep.told = this;
+        }
+        Told(Told const&) = delete;
+        Told& operator=(Told const&) = delete;
+        ~Told()
+        {
+            Told** link = &rep.told;
+            while (*link != this)
+                link = &(*link)->next;
+            *link = next;
+            // The thread's end may wait for this.
+            rep.wake();
+        }
+
+        Rep& rep;
+        ZThread_6_0& thread;
+        Told* next;
+    };
+
     Rep(unsigned most, unsigned mostIdle)
         : idle(std::min(mostIdle, 16u), 0), maximumActive(most), maximumIdle(mostIdle)
     {
@@ -83,6 +109,44 @@ struct ZThreadPool_6_0::Rep {
         return -1;
     }
 
+    // Takes out the thread that was parked first; null when none is parked.
+    ZThread_6_0* takeIdle()
+    {
+        if (idle.isEmpty())
+            return nullptr;
+        auto* const thread = const_cast<ZObject_6_0*>(idle.get(0));
+        idle.remove(0u);
+        return static_cast<ZThread_6_0*>(thread);
+    }
+
+    bool isToldToEnd(ZThread_6_0 const& thread) const
+    {
+        for (Told const* one = told; one != nullptr; one = one->next)
+            if (&one->thread == &thread)
+                return true;
+        return false;
+    }
+
+    // Tells those who wait that something has changed. One is enough for a free slot; of several
+    // some may wait for something else.
+    int signal()
+    {
+        int const rc =
+            waiting > 1 ? pthread_cond_broadcast(&condition) : pthread_cond_signal(&condition);
+        // Those who wait are not to miss it for that.
+        if (rc != 0)
+            pthread_cond_broadcast(&condition);
+        return rc;
+    }
+
+    // The same, where a failure is no reason to raise.
+    void wake()
+    {
+        int const rc = signal();
+        if (rc != 0)
+            zreportRc(kSource, reportInWake, conditionSignal, rc);
+    }
+
     void forget(ZThread_6_0 const& thread)
     {
         int const index = indexOf(thread);
@@ -98,6 +162,7 @@ struct ZThreadPool_6_0::Rep {
     unsigned const maximumIdle;
     unsigned closing = 0;  // calls that wait for all to end: nothing is parked meanwhile } guarded
     unsigned waiting = 0;  // threads in a wait on the condition       } by mutex
+    Told* told = nullptr;  // threads that are being told to end       }
 };
 
 namespace {
@@ -118,6 +183,14 @@ private:
 class Guard {
 public:
     explicit Guard(pthread_mutex_t& mutex) : mutex_(&mutex) { lock(); }
+    enum Twice { twice };
+    Guard(pthread_mutex_t& mutex, Twice) : mutex_(&mutex)
+    {
+        if (pthread_mutex_lock(mutex_) == 0)
+            locked_ = true;
+        else
+            lock();
+    }
     Guard(Guard const&) = delete;
     Guard& operator=(Guard const&) = delete;
     ~Guard()
@@ -146,13 +219,20 @@ public:
             raise(mutexUnlock, rc, raiseInUnlock);
     }
 
-    // A failed wait is reported; the caller looks again.
+    // A failed wait is reported; the caller looks again, once others have had the mutex.
     void wait(pthread_cond_t& condition, unsigned& waiting)
     {
-        Count const counted(waiting);
-        int const rc = pthread_cond_wait(&condition, mutex_);
-        if (rc != 0)
-            zreportRc(kSource, reportInWait, conditionWait, rc);
+        int rc = 0;
+        {
+            Count const counted(waiting);
+            rc = pthread_cond_wait(&condition, mutex_);
+        }
+        if (rc == 0)
+            return;
+        zreportRc(kSource, reportInWait, conditionWait, rc);
+        unlock();
+        sched_yield();
+        lock();
     }
 
 private:
@@ -160,13 +240,12 @@ private:
     bool locked_ = false;
 };
 
-// Runs `action`; whatever it raises is reported. Returns whether it raised nothing.
+// Runs `action`; whatever it raises is reported.
 template <class Action>
-bool reported(RaiseSite site, Action action)
+void reported(RaiseSite site, Action action)
 {
     try {
         action();
-        return true;
     } catch (ZException_6_0& failure) {
         zreportException(failure);
     } catch (...) {
@@ -174,8 +253,31 @@ bool reported(RaiseSite site, Action action)
             throw;
         zreportUnknownException(kSource, site);
     }
-    return false;
 }
+
+// Lets go of the pool's mutex for a scope.
+class Unlocked {
+public:
+    explicit Unlocked(Guard& guard) : guard_(guard)
+    {
+        reported(raiseInUnlock, [&] { guard_.unlock(); });
+    }
+    Unlocked(Unlocked const&) = delete;
+    Unlocked& operator=(Unlocked const&) = delete;
+    ~Unlocked() noexcept(false)
+    {
+        try {
+            guard_.lock();
+        } catch (ZException_6_0& failure) {
+            if (!zunwinding())
+                throw;
+            zreportException(failure);
+        }
+    }
+
+private:
+    Guard& guard_;
+};
 
 }  // namespace
 
@@ -206,18 +308,36 @@ void ZThreadPool_6_0::start(ZThread_6_0& thread)
     Guard guard(rep_->mutex);
     while (rep_->active >= rep_->maximumActive)
         guard.wait(rep_->condition, rep_->waiting);
-    // Counted before it runs: a short thread tells of its death before start() has returned, and
-    // waits for the mutex with it.
-    ZThreadPool_6_0* const before = std::exchange(thread.pool_, this);
+    startInSlot(thread);
+    guard.unlock();
+}
+
+void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
+{
+    // Gives the slot back unless there is a thread now, which gives it back by its end: a start
+    // may fail, or be cancelled, on either side of that. The end waits for the mutex, and the
+    // object is there until then.
+    struct Slot {
+        Rep& rep;
+        ZThread_6_0& thread;
+        ZThreadPool_6_0* const poolBefore;
+        unsigned const creationsBefore;
+
+        ~Slot()
+        {
+            if (thread.creations_ != creationsBefore)
+                return;
+            thread.pool_ = poolBefore;
+            --rep.active;
+            rep.wake();
+        }
+    };
+    // Counted before it runs: a short thread tells of its death before start() has returned.
+    Slot const slot{*rep_, thread, std::exchange(thread.pool_, this), thread.creations_};
     ++rep_->active;
     // KEPT: a thread that does not start is told to the message service alone; callers see it by
     // its work not being done. Test: ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
-    if (!reported(reportInStart, [&] { thread.start(); })) {
-        thread.pool_ = before;
-        --rep_->active;
-        return;
-    }
-    guard.unlock();
+    reported(reportInStart, [&] { thread.start(); });
 }
 
 void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
@@ -225,11 +345,7 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
     thread = nullptr;
     {
         Guard guard(rep_->mutex);
-        if (!rep_->idle.isEmpty()) {
-            thread = static_cast<ZThread_6_0*>(
-                const_cast<ZObject_6_0*>(static_cast<ZObject_6_0 const*>(rep_->idle.get(0))));
-            rep_->idle.remove(0u);
-        }
+        thread = rep_->takeIdle();
         guard.unlock();
     }
     if (thread == nullptr)
@@ -239,20 +355,19 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
 void ZThreadPool_6_0::waitForExit()
 {
     Guard guard(rep_->mutex);
-    // Nothing is parked from here on, until this is left, however that comes about.
-    Count const closing(rep_->closing);
-
-    // An ending sleeper needs the mutex to say so: let go of it while waiting for one.
-    while (!rep_->idle.isEmpty()) {
-        auto* const sleeper =
-            static_cast<ZThread_6_0*>(const_cast<ZObject_6_0*>(rep_->idle.get(0)));
-        rep_->idle.remove(0u);
-        guard.unlock();
-        reported(reportInWaitForExit, [&] { sleeper->waitForExit(); });
-        guard.lock();
+    {
+        // Nothing is parked from here on, until this is left, however that comes about.
+        Count const closing(rep_->closing);
+        while (ZThread_6_0* const sleeper = rep_->takeIdle()) {
+            // An ending sleeper needs the mutex to say so: let go of it meanwhile.
+            Rep::Told const told(*rep_, *sleeper);
+            Unlocked const unlocked(guard);
+            reported(reportInWaitForExit, [&] { sleeper->waitForExit(); });
+        }
+        while (rep_->active != 0)
+            guard.wait(rep_->condition, rep_->waiting);
     }
-    while (rep_->active != 0)
-        guard.wait(rep_->condition, rep_->waiting);
+    guard.unlock();
 }
 
 void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
@@ -262,21 +377,25 @@ void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
     // A parked sleeper with an interval reports again and again: it is parked once.
     if (rep_->closing == 0) {
         bool const parked = rep_->indexOf(thread) >= 0;
-        if (!parked && rep_->idle.size() < rep_->maximumIdle)
+        bool const hasRoom = rep_->idle.size() < rep_->maximumIdle;
+        if (!parked && hasRoom)
             rep_->idle.add(&thread);
-        keep = rep_->indexOf(thread) >= 0 ? 1 : 0;
+        keep = parked || hasRoom ? 1 : 0;
     }
     guard.unlock();
 }
 
 void ZThreadPool_6_0::threadDeathNotification(ZThread_6_0& thread)
 {
-    Guard guard(rep_->mutex);
+    // The slot would be lost without the mutex: it is asked for twice.
+    Guard guard(rep_->mutex, Guard::twice);
+    // Nobody waits for a detached thread, and this one may delete its object behind this call: not
+    // while waitForExit() still speaks to it.
+    while (thread.detached_ != 0 && rep_->isToldToEnd(thread))
+        guard.wait(rep_->condition, rep_->waiting);
     rep_->forget(thread);
     --rep_->active;
-    // One waiter is enough for a free slot; of several, some may wait for the last end instead.
-    int const rc = rep_->waiting > 1 ? pthread_cond_broadcast(&rep_->condition)
-                                     : pthread_cond_signal(&rep_->condition);
+    int const rc = rep_->signal();
     if (rc != 0)
         raise(conditionSignal, rc, raiseInSignal);
     guard.unlock();

@@ -58,6 +58,8 @@ public:
     void threadDeathNotification(ZThread_6_0& thread);
 
 private:
+    void startInSlot(ZThread_6_0& thread);
+
     struct Rep;       // ZThreadPool.cpp
     Rep* const rep_;  // never null
 };

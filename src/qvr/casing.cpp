@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "codeset_p.h"
@@ -60,15 +61,42 @@ bool isSameAscii(unsigned a, unsigned b)
     return a < 0x80 && (a == b || ((a ^ b) == 0x20 && (a | 0x20) >= 'a' && (a | 0x20) <= 'z'));
 }
 
+constexpr uint64_t kEachByte = 0x0101010101010101;
+
+// Whether eight bytes at `a` and `b` are ASCII characters that differ in nothing but case.
+bool areSameAscii(unsigned char const* a, unsigned char const* b)
+{
+    uint64_t one, other;
+    std::memcpy(&one, a, sizeof one);
+    std::memcpy(&other, b, sizeof other);
+    if (((one | other) & kEachByte * 0x80) != 0)
+        return false;
+    // The highest bit of each byte, free in ASCII, tells whether the byte is a letter.
+    auto const lowered = [](uint64_t word) {
+        uint64_t const fromA = word + kEachByte * (0x80 - 'A');
+        uint64_t const behindZ = word + kEachByte * (0x80 - 'Z' - 1);
+        return word | (fromA & ~behindZ & kEachByte * 0x80) >> 2;
+    };
+    return one == other || lowered(one) == lowered(other);
+}
+
 // Steps over the ASCII characters in which both sides agree.
 void skipSameAscii(Side& a, Side& b)
 {
-    size_t const most = a.left < b.left ? a.left : b.left;
-    size_t i = 0;
-    while (i < most && a.s[i] != 0 && isSameAscii(a.s[i], b.s[i]))
-        ++i;
-    a = {a.s + i, a.left - i};
-    b = {b.s + i, b.left - i};
+    constexpr size_t kBlock = 256;  // bytes whose terminator is looked for at once
+    size_t i;
+    do {
+        size_t most = std::min({a.left, b.left, kBlock});
+        most = strnlen(reinterpret_cast<char const*>(a.s), most);
+        most = strnlen(reinterpret_cast<char const*>(b.s), most);
+        i = 0;
+        while (most - i >= sizeof(uint64_t) && areSameAscii(a.s + i, b.s + i))
+            i += sizeof(uint64_t);
+        while (i < most && isSameAscii(a.s[i], b.s[i]))
+            ++i;
+        a = {a.s + i, a.left - i};
+        b = {b.s + i, b.left - i};
+    } while (i == kBlock);
 }
 
 // Takes the next unit, folded; 0 at the end. Invalid bytes, and the few characters without a

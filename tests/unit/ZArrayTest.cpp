@@ -96,6 +96,25 @@ TEST_F(ZArray, SetNoCopyTakesThePointerOver)
     EXPECT_EQ(0, CountedObject::alive);
 }
 
+TEST_F(ZArray, SetStoresThroughSetNoCopy)
+{
+    class Noting : public ZArray_6_0 {
+    public:
+        Noting() : ZArray_6_0(2, kOwns) {}
+        void setNoCopy(unsigned int index, ZObject_6_0 const* obj) override
+        {
+            stored.push_back(numberOf(obj));
+            ZArray_6_0::setNoCopy(index, obj);
+        }
+        Numbers stored;
+    };
+    Noting array;
+    CountedObject const object(7);
+    array.set(1, &object);
+    array.set(1, nullptr);
+    EXPECT_EQ((Numbers{7, -1}), array.stored);
+}
+
 TEST_F(ZArray, AnOwnedObjectMayBeSetAgain)
 {
     ZArray_6_0 array(1, kOwns);

@@ -86,6 +86,15 @@ protected:
 
 using ZFileMap = FileMapTest;
 
+// A map whose fields a test may read.
+struct Seen : ZUnixFileMap_6_0 {
+    using ZUnixFileMap_6_0::ZUnixFileMap_6_0;
+    using ZUnixFileMap_6_0::operator=;
+    void const* address() const { return address_; }
+    unsigned long length() const { return length_; }
+    int reserved() const { return reserved_; }
+};
+
 bool isOpen(int fd)
 {
     return fcntl(fd, F_GETFD) >= 0;
@@ -488,18 +497,21 @@ TEST_F(ZFileMap, ToleratesNoPlaceForTheCode)
     EXPECT_EQ(nullptr, none.mapfile(nullptr, 0));
 }
 
-TEST_F(ZFileMap, CopiesNameAGivenFileAndMapNothing)
+TEST_F(ZFileMap, CopiesHaveFileAndModeOfTheirSourceAndMapNothing)
 {
-    ZUnixFileMap_6_0 map(name("text"), kReadOnly, 42);
+    Seen map(name("text"), kReadWrite, 42);
     int code = 7;
     ASSERT_NE(nullptr, map.mapfile(&code, 0));
-    ZUnixFileMap_6_0 copy(map);
+    Seen copy(map);
+    EXPECT_EQ(42, copy.reserved());
+    EXPECT_EQ(nullptr, copy.address());
     calls.closed = -1;
     copy.unmapfile(&code);
     EXPECT_EQ(-1, calls.closed);
-    auto const* const bytes = static_cast<char const*>(copy.mapfile(&code, 1));
+    auto* const bytes = static_cast<char*>(copy.mapfile(&code, 1));
     ASSERT_NE(nullptr, bytes);
-    EXPECT_EQ('a', *bytes);
+    *bytes = '!';
+    EXPECT_EQ("!" + kText.substr(1), read("text"));
 }
 
 TEST_F(ZFileMap, KeepsItsOwnFileWhenAssignedTo)
@@ -508,13 +520,7 @@ TEST_F(ZFileMap, KeepsItsOwnFileWhenAssignedTo)
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     ZUnixFileMap_6_0 other(name("other"), kReadOnly, 0);
     int code = 7;
-    struct Seen : ZUnixFileMap_6_0 {
-        using ZUnixFileMap_6_0::ZUnixFileMap_6_0;
-        using ZUnixFileMap_6_0::operator=;
-        void const* address() const { return address_; }
-        unsigned long length() const { return length_; }
-        int reserved() const { return reserved_; }
-    } target(name("text"), kReadOnly, 42);
+    Seen target(name("text"), kReadOnly, 42);
     EXPECT_EQ(42, target.reserved());
 
     target = other;

@@ -96,6 +96,20 @@ TEST_F(ZMessage, InstallsTheDefaultUntilToldOtherwise)
     EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
 }
 
+TEST_F(ZMessage, NullBeforeAnythingElseInstallsTheDefault)
+{
+    // In a process of its own, in which nothing has asked for a service yet.
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            ZMessageService_6_0::setMessageService(nullptr);
+            auto const* const service = ZMessageService_6_0::messageService();
+            bool const isDefault = service == ZMessageService_6_0::defaultMessageService();
+            _exit(service != nullptr && isDefault ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
 {
     NotingService service;

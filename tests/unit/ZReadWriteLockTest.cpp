@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include "NotedMessages.h"
 #include "Reports.h"
 
 namespace {
@@ -467,4 +468,41 @@ TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
     });
     EXPECT_NE(std::string::npos, report.find("Exception: ZResourceException\n"));
     EXPECT_NE(std::string::npos, report.find(" Error: 6\n"));
+}
+
+// The cancellation is no exception that the guard could see.
+TEST(ZStackReadWriteLock, IsDestroyedInPeaceWhenItsWaitIsCancelled)
+{
+    NotedMessages const noted;
+    for (State wanted : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(wanted);
+        ZReadWriteLock_6_0 lock;
+        lock.writeLock();
+        struct Task {
+            ZReadWriteLock_6_0& lock;
+            State wanted;
+        } task{lock, wanted};
+        pthread_t thread;
+        ASSERT_EQ(0, pthread_create(
+                         &thread, nullptr,
+                         [](void* argument) -> void* {
+                             auto& mine = *static_cast<Task*>(argument);
+                             ZStackReadWriteLock_6_0 guard(mine.lock, 1);
+                             if (mine.wanted == kRead)
+                                 guard.readLock();
+                             else if (mine.wanted == kProtect)
+                                 guard.readWithIntentToWriteLock();
+                             else
+                                 guard.writeLock();
+                             return nullptr;
+                         },
+                         &task));
+        pthread_cancel(thread);
+        void* result = nullptr;
+        pthread_join(thread, &result);
+        EXPECT_EQ(PTHREAD_CANCELED, result);
+        expectState({0, kWrite}, lock);
+        lock.unlock();
+    }
+    EXPECT_EQ(3, noted.exceptions());  // each guard had nothing to release
 }

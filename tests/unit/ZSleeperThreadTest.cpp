@@ -1,6 +1,8 @@
 #include <Z/ZCondition.h>
 #include <Z/ZException.h>
 #include <Z/ZSleeperThread.h>
+#include <Z/ZThreadPool.h>
+#include <errno.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,6 +11,7 @@
 #include <thread>
 
 #include "NotedMessages.h"
+#include "Raised.h"
 
 namespace {
 
@@ -164,4 +167,50 @@ TEST(ZSleeperThread, WorkThatThrowsEndsTheThread)
     sleeper.waitForExit();
     EXPECT_EQ(1, noted.exceptions());
     EXPECT_EQ(0, sleeper.units);
+}
+
+// Its loop may be over before start() looks whether it has begun.
+TEST(ZSleeperThread, MayBeShorterThanItsOwnStart)
+{
+    ZThreadPool_6_0 pool(0, 1);
+    for (int i = 1; i <= 200; ++i) {
+        TestSleeper sleeper(1, 0);
+        sleeper.wakeUp();
+        pool.start(sleeper);
+        pool.waitForExit();
+        EXPECT_EQ(1, sleeper.units);
+        EXPECT_EQ(1, sleeper.exits);
+    }
+}
+
+TEST(ZSleeperThread, WaitingForOneThatDoesNotRunRaisesAndChangesNothing)
+{
+    TestSleeper sleeper;
+    for (int i = 1; i <= 2; ++i) {
+        EXPECT_TRUE(
+            raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { sleeper.waitForExit(); }));
+        sleeper.start();
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == i; });
+        sleeper.waitForExit();
+    }
+}
+
+// Parked, woken by their interval and told to end, all at the same time.
+TEST(ZSleeperThread, ParkedSleepersThatDeleteThemselvesMayBeWaitedFor)
+{
+    TestSleeper::destroyed = 0;
+    constexpr int kSleepers = 8;
+    {
+        ZThreadPool_6_0 pool(kSleepers, kSleepers);
+        std::atomic<int> units{0};
+        for (int i = 0; i < kSleepers; ++i) {
+            auto* const sleeper = new TestSleeper(1, 1, 1);
+            sleeper->work = [&] { ++units; };
+            pool.start(*sleeper);
+        }
+        waitUntil([&] { return units >= kSleepers; });
+        pool.waitForExit();
+        waitUntil([&] { return TestSleeper::destroyed == kSleepers; });
+    }
 }

@@ -7,12 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "FailingAllocator.h"
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
 constexpr int kStreamError = -2;
 constexpr int kDataError = -3;
+constexpr int kMemoryError = -4;
 constexpr int kBufferError = -5;
 
 Bytes bytesOf(std::string const& text)
@@ -190,6 +193,44 @@ TEST(ZSqueeze, LengthsOf33BitsDoNotFit)
     squeeze.setSource(some, 1);
     EXPECT_EQ(kBufferError, squeeze.squeeze(some, tooLong));
     EXPECT_EQ(kBufferError, squeeze.unsqueeze(some, tooLong));
+}
+
+TEST(ZSqueeze, AFailedAllocationGivesAMemoryErrorAndLosesNothing)
+{
+    Bytes source = bytesOf("a text that is worth to be squeezed, squeezed, squeezed");
+    Bytes packed = squeezed(source);
+    struct Case {
+        char const* name;
+        Bytes& source;
+        int (ZSqueeze_6_0::*call)(unsigned char*, unsigned long);
+        Bytes const& expected;
+    };
+    Case const cases[] = {{"squeeze", source, &ZSqueeze_6_0::squeeze, packed},
+                          {"unsqueeze", packed, &ZSqueeze_6_0::unsqueeze, source}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes dest(1000);
+        ZSqueeze_6_0 squeeze;
+        squeeze.setSource(c.source.data(), c.source.size());
+        unsigned long failures = 0;
+        for (unsigned long n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            long const before = FailingAllocator::blocks();
+            FailingAllocator::failAt(n);
+            int const rc = (squeeze.*c.call)(dest.data(), dest.size());
+            bool const failed = FailingAllocator::stop();
+            EXPECT_EQ(before, FailingAllocator::blocks());
+            if (!failed) {
+                EXPECT_EQ(static_cast<int>(c.expected.size()), rc);
+                break;
+            }
+            ++failures;
+            EXPECT_EQ(kMemoryError, rc);
+        }
+        dest.resize(c.expected.size());
+        EXPECT_EQ(c.expected, dest);
+        EXPECT_LE(1u, failures);
+    }
 }
 
 TEST(ZSqueeze, CopiesShareTheSource)

@@ -803,6 +803,40 @@ TEST(qvr, TextsCompareWithoutRegardToCase)
     }
 }
 
+// ASCII is compared several bytes at a time, and each side ends where its memory does.
+TEST(qvr, ComparisonDoesNotDependOnWhereADifferenceStands)
+{
+    auto const orderOf = [](unsigned char a, unsigned char b) {
+        int const difference = tolower(a) - tolower(b);
+        return difference < 0 ? -1 : difference > 0 ? 1 : 0;
+    };
+    Codeset const cs("UTF-8");
+    for (size_t const at : {0u, 3u, 7u, 8u, 63u, 255u, 256u, 257u, 600u}) {
+        std::string const same(at, 'q');
+        std::string const other(at, 'Q');
+        for (size_t const behind : {0u, 1u, 9u}) {
+            GuardedBytes const a(same + '?' + std::string(behind, 'r') + '\0');
+            GuardedBytes const b(other + '?' + std::string(behind, 'R') + '\0');
+            for (int first = 0; first < 0x80; ++first) {
+                for (int second = 0; second < 0x80; ++second) {
+                    a[at] = static_cast<char>(first);
+                    b[at] = static_cast<char>(second);
+                    int const order = orderOf(static_cast<unsigned char>(first),
+                                              static_cast<unsigned char>(second));
+                    ASSERT_EQ(order, qvr_stricmp(cs, nullptr, a, b))
+                        << at << ": " << first << " and " << second;
+                    ASSERT_EQ(order, qvr_strnicmp(cs, nullptr, a, b, at + 1));
+                    ASSERT_EQ(0, qvr_strnicmp(cs, nullptr, a, b, at));
+                }
+            }
+        }
+        std::string const accented = same + "\u00e9" + same;
+        GuardedBytes const a(accented + '\0');
+        EXPECT_EQ(0, qvr_stricmp(cs, nullptr, a, (other + "\u00c9" + other).c_str()));
+        EXPECT_EQ(-1, qvr_stricmp(cs, nullptr, a, (other + "\u00c9" + other + "x").c_str()));
+    }
+}
+
 TEST(qvr, AtMostTheFirstBytesCompare)
 {
     struct Case {

@@ -1,0 +1,230 @@
+// Process locks: acquire and release, alone and in turns with another process.
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+
+#ifdef Z_PEER_BOOST
+#include <boost/interprocess/sync/file_lock.hpp>
+#endif
+#ifdef Z_PEER_QT
+#include <QLockFile>
+#endif
+
+namespace {
+
+// A folder in memory, where there is such a place: what a disk takes is another question.
+class Folder {
+public:
+    Folder()
+    {
+        std::string name =
+            access("/dev/shm", W_OK) == 0 ? "/dev/shm/zbenchXXXXXX" : "/tmp/zbenchXXXXXX";
+        path_ = mkdtemp(name.data());
+        std::ofstream(file()) << "abcdefgh";
+    }
+    ~Folder()
+    {
+        for (char const* name : {"/file", "/._zpla", "/qt"})
+            unlink((path_ + name).c_str());
+        rmdir(path_.c_str());
+    }
+    std::string const& path() const { return path_; }
+    std::string file() const { return path_ + "/file"; }
+
+private:
+    std::string path_;
+};
+
+struct Ours {
+    ZUnixProcessReadWriteFileLock_6_0 lock;
+    explicit Ours(Folder const& folder) : lock(folder.path().c_str(), "a") {}
+    void read() { lock.readLock(); }
+    void write() { lock.writeLock(); }
+    void unlock() { lock.unlock(0); }
+};
+
+void setLock(int fd, short type, off_t start)
+{
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = start;
+    range.l_len = 4;
+    benchmark::DoNotOptimize(fcntl(fd, F_SETLKW, &range));
+}
+
+// What no lock by way of a file can do without: it excludes the threads of the process from
+// nothing, lets writers starve, and does not see that its file was replaced.
+struct Floor {
+    std::string const path;
+    int fd = -1;
+    char number[4];
+    explicit Floor(Folder const& folder) : path(folder.file()) {}
+    void acquire(short type)
+    {
+        fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        setLock(fd, type, 0);
+        benchmark::DoNotOptimize(::read(fd, number, sizeof number));
+    }
+    void read() { acquire(F_RDLCK); }
+    void write() { acquire(F_WRLCK); }
+    void unlock()
+    {
+        setLock(fd, F_UNLCK, 0);
+        close(fd);
+    }
+};
+
+// The same with the gate, the process id and the look at the file that ours takes besides.
+struct Protocol {
+    std::string const path;
+    int fd = -1;
+    bool writes = false;
+    char number[4];
+    explicit Protocol(Folder const& folder) : path(folder.file()) {}
+    void acquire(short type)
+    {
+        struct stat status;
+        fd = open(path.c_str(), O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, 0600);
+        benchmark::DoNotOptimize(fstat(fd, &status));
+        setLock(fd, F_WRLCK, 4);
+        benchmark::DoNotOptimize(getpid());
+        benchmark::DoNotOptimize(pread(fd, number, sizeof number, 4));
+        setLock(fd, type, 0);
+        writes = type == F_WRLCK;
+        if (!writes)
+            setLock(fd, F_UNLCK, 4);
+        benchmark::DoNotOptimize(stat(path.c_str(), &status));
+        benchmark::DoNotOptimize(pread(fd, number, sizeof number, 0));
+    }
+    void read() { acquire(F_RDLCK); }
+    void write() { acquire(F_WRLCK); }
+    void unlock()
+    {
+        setLock(fd, F_UNLCK, 0);
+        if (writes)
+            setLock(fd, F_UNLCK, 4);
+        close(fd);
+    }
+};
+
+#ifdef Z_PEER_BOOST
+// Its file stays open; it excludes no threads and carries no number.
+struct BoostFileLock {
+    boost::interprocess::file_lock lock;
+    bool reads = false;
+    explicit BoostFileLock(Folder const& folder) : lock(folder.file().c_str()) {}
+    void read()
+    {
+        lock.lock_sharable();
+        reads = true;
+    }
+    void write()
+    {
+        lock.lock();
+        reads = false;
+    }
+    void unlock() { reads ? lock.unlock_sharable() : lock.unlock(); }
+};
+#endif
+
+#ifdef Z_PEER_QT
+// It has writers only.
+struct QtLockFile {
+    QLockFile lock;
+    explicit QtLockFile(Folder const& folder) : lock(QString::fromStdString(folder.path() + "/qt"))
+    {
+    }
+    void write() { lock.lock(); }
+    void unlock() { lock.unlock(); }
+};
+#endif
+
+template <class Lock>
+void readAlone(benchmark::State& state)
+{
+    Folder const folder;
+    Lock lock(folder);
+    for (auto _ : state) {
+        lock.read();
+        lock.unlock();
+    }
+}
+
+template <class Lock>
+void writeAlone(benchmark::State& state)
+{
+    Folder const folder;
+    Lock lock(folder);
+    for (auto _ : state) {
+        lock.write();
+        lock.unlock();
+    }
+}
+
+// Two processes take turns: who has the lock and the turn gives the turn away.
+template <class Lock>
+void inTurns(benchmark::State& state)
+{
+    Folder const folder;
+    auto* const turn = static_cast<std::atomic<int>*>(mmap(nullptr, sizeof(std::atomic<int>),
+                                                           PROT_READ | PROT_WRITE,
+                                                           MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    auto const takeTurn = [turn](Lock& lock, int mine) {
+        for (bool taken = false; !taken;) {
+            lock.write();
+            taken = turn->load(std::memory_order_relaxed) == mine;
+            if (taken)
+                turn->store(1 - mine, std::memory_order_relaxed);
+            lock.unlock();
+        }
+    };
+    pid_t const other = fork();
+    if (other == 0) {
+        Lock lock(folder);
+        for (;;)
+            takeTurn(lock, 1);
+    }
+    {
+        Lock lock(folder);
+        for (auto _ : state)
+            takeTurn(lock, 0);
+    }
+    kill(other, SIGKILL);
+    waitpid(other, nullptr, 0);
+    munmap(turn, sizeof(std::atomic<int>));
+}
+
+template <class Lock>
+void registerAll(std::string const& contender)
+{
+    benchmark::RegisterBenchmark(("ProcessLockRead/" + contender).c_str(), readAlone<Lock>);
+    benchmark::RegisterBenchmark(("ProcessLockWrite/" + contender).c_str(), writeAlone<Lock>);
+    benchmark::RegisterBenchmark(("BetweenProcesses/" + contender).c_str(), inTurns<Lock>)
+        ->UseRealTime();
+}
+
+bool const registered = [] {
+    registerAll<Ours>("Z");
+    registerAll<Floor>("floor");
+    registerAll<Protocol>("floor.protocol");
+#ifdef Z_PEER_BOOST
+    registerAll<BoostFileLock>("boost.file_lock");
+#endif
+#ifdef Z_PEER_QT
+    // In turns it would measure how long it sleeps between two looks.
+    benchmark::RegisterBenchmark("ProcessLockWrite/QLockFile", writeAlone<QtLockFile>);
+#endif
+    return true;
+}();
+
+}  // namespace

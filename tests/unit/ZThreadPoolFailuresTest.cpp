@@ -1,0 +1,367 @@
+// A pool and its sleepers when the calls beneath them fail: each call in turn, and then no slot may
+// be lost and nobody left waiting.
+#include <Z/ZException.h>
+#include <Z/ZReadWriteLock.h>
+#include <Z/ZSleeperThread.h>
+#include <Z/ZThread.h>
+#include <Z/ZThreadPool.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "NotedMessages.h"
+#include "Raised.h"
+
+extern "C" {
+int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
+int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __real_pthread_mutex_unlock(pthread_mutex_t*);
+int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __real_pthread_cond_signal(pthread_cond_t*);
+int __real_pthread_cond_broadcast(pthread_cond_t*);
+}
+
+namespace {
+
+enum Call {
+    create,
+    mutexInit,
+    mutexLock,
+    mutexUnlock,
+    condInit,
+    condWait,
+    condSignal,
+    condBroadcast
+};
+constexpr char const* kName[] = {
+    "pthread_create",    "pthread_mutex_init", "pthread_mutex_lock",  "pthread_mutex_unlock",
+    "pthread_cond_init", "pthread_cond_wait",  "pthread_cond_signal", "pthread_cond_broadcast"};
+
+// The n-th call of one kind, of whichever thread, fails.
+std::atomic<int> failing{-1};
+std::atomic<long> left{0};
+
+bool fails(Call call)
+{
+    return failing == call && left.fetch_sub(1) == 1;
+}
+
+void failAt(Call call, long n)
+{
+    left = n;
+    failing = call;
+}
+
+// Lets every call through again. Returns whether one has failed.
+bool stopFailing()
+{
+    failing = -1;
+    return left <= 0;
+}
+
+// A test that hangs ends the program.
+struct Watchdog {
+    explicit Watchdog(unsigned seconds) { alarm(seconds); }
+    ~Watchdog() { alarm(0); }
+};
+
+void waitUntil(std::function<bool()> const& condition)
+{
+    while (!condition())
+        std::this_thread::yield();
+}
+
+// Library exceptions are expected where calls fail.
+void attempt(std::function<void()> const& action)
+{
+    try {
+        action();
+    } catch (ZException_6_0 const&) {
+    }
+}
+
+class Runner : public ZThread_6_0 {
+public:
+    explicit Runner(int detached = 1) : ZThread_6_0(detached, 0) {}
+    void run() override { ++runs; }
+    std::atomic<int> runs{0};
+};
+
+class Sleeper : public ZSleeperThread_6_0 {
+public:
+    using ZSleeperThread_6_0::ZSleeperThread_6_0;
+    void doWork() override
+    {
+        if (allocationToFail > 0)
+            FailingAllocator::failAt(allocationToFail);
+        ++units;
+    }
+    void exit() override
+    {
+        failed = FailingAllocator::stop();
+        ++exits;
+    }
+
+    unsigned long allocationToFail = 0;
+    std::atomic<bool> failed{false};
+    std::atomic<int> units{0};
+    std::atomic<int> exits{0};
+};
+
+// Starts as many threads as there may be, all at the same time.
+void expectAllSlotsFree(ZThreadPool_6_0& pool, int slots)
+{
+    class Meeting : public ZThread_6_0 {
+    public:
+        Meeting(std::atomic<int>& come, int all) : ZThread_6_0(1, 0), come_(come), all_(all) {}
+        void run() override
+        {
+            ++come_;
+            waitUntil([this] { return come_ == all_; });
+        }
+
+    private:
+        std::atomic<int>& come_;
+        int const all_;
+    };
+    std::atomic<int> come{0};
+    std::vector<std::unique_ptr<Meeting>> threads;
+    for (int i = 0; i < slots; ++i) {
+        threads.push_back(std::make_unique<Meeting>(come, slots));
+        pool.start(*threads.back());
+    }
+    pool.waitForExit();
+    EXPECT_EQ(slots, come);
+}
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_pthread_create(pthread_t* id, pthread_attr_t const* attributes, void* (*entry)(void*),
+                          void* argument)
+{
+    return fails(create) ? EAGAIN : __real_pthread_create(id, attributes, entry, argument);
+}
+
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, pthread_mutexattr_t const* attributes)
+{
+    return fails(mutexInit) ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    return fails(mutexLock) ? EAGAIN : __real_pthread_mutex_lock(mutex);
+}
+
+// Unlocks all the same: a mutex that stays locked leaves nothing to test.
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
+{
+    bool const fail = fails(mutexUnlock);
+    int const rc = __real_pthread_mutex_unlock(mutex);
+    return fail ? EPERM : rc;
+}
+
+int __wrap_pthread_cond_init(pthread_cond_t* condition, pthread_condattr_t const* attributes)
+{
+    return fails(condInit) ? EAGAIN : __real_pthread_cond_init(condition, attributes);
+}
+
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
+{
+    return fails(condWait) ? EINVAL : __real_pthread_cond_wait(condition, mutex);
+}
+
+int __wrap_pthread_cond_signal(pthread_cond_t* condition)
+{
+    return fails(condSignal) ? EINVAL : __real_pthread_cond_signal(condition);
+}
+
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
+{
+    return fails(condBroadcast) ? EINVAL : __real_pthread_cond_broadcast(condition);
+}
+
+}  // extern "C"
+
+TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
+{
+    constexpr int kSlots = 2;
+    NotedMessages const noted;
+    for (Call const call : {create, mutexLock, condWait, condSignal, condBroadcast}) {
+        SCOPED_TRACE(kName[call]);
+        bool hasFailed = true;
+        long n = 0;
+        // Which call is the n-th depends on who comes first: the last ones may not be met.
+        for (int missed = 0; missed < 3; missed += hasFailed ? 0 : 1) {
+            SCOPED_TRACE(++n);
+            Watchdog const watchdog(60);
+            ZThreadPool_6_0 pool(1, kSlots);
+            Sleeper sleeper;
+            Runner one;
+            Runner two;
+            failAt(call, n);
+            attempt([&] { pool.start(sleeper); });
+            attempt([&] { sleeper.wakeUp(); });
+            attempt([&] { pool.start(one); });
+            attempt([&] { pool.start(two); });
+            ZThread_6_0* parked = nullptr;
+            attempt([&] { pool.getAvailableIdleThread(parked); });
+            attempt([&] { sleeper.wakeUp(); });
+            hasFailed = stopFailing();
+            // A sleeper that still runs works once more, and is parked then.
+            sleeper.wakeUp();
+            pool.waitForExit();
+            expectAllSlotsFree(pool, kSlots);
+            attempt([&] { sleeper.waitForExit(); });
+            EXPECT_LE(sleeper.exits, 1);
+        }
+        EXPECT_LT(call == create ? 2 : 3, n);
+    }
+}
+
+TEST(ZThreadPoolFailures, ASleeperThatLacksMemoryFreesItsSlot)
+{
+    NotedMessages const noted;
+    // The list of the parked makes room, and whatever else may want memory on the way.
+    bool hasFailed = true;
+    for (unsigned long n = 1; hasFailed; ++n) {
+        SCOPED_TRACE(n);
+        Watchdog const watchdog(60);
+        ZThreadPool_6_0 pool(1, 1);
+        Sleeper sleeper;
+        sleeper.allocationToFail = n;
+        pool.start(sleeper);
+        sleeper.wakeUp();
+        pool.waitForExit();
+        attempt([&] { sleeper.ZThread_6_0::waitForExit(); });
+        hasFailed = sleeper.failed;
+        EXPECT_EQ(1, sleeper.units);
+        EXPECT_EQ(1, sleeper.exits);
+        expectAllSlotsFree(pool, 1);
+    }
+}
+
+TEST(ZThreadPoolFailures, MakingAPoolOrASleeperFailsWhole)
+{
+    auto const unchanged = [] {};
+    EXPECT_LE(2u, failEachAllocation([] { ZThreadPool_6_0 const pool(2, 3); }, unchanged));
+    EXPECT_LE(2u, failEachAllocation([] { Sleeper const sleeper; }, unchanged));
+    EXPECT_LE(1u, failEachAllocation([] { ZReadWriteLock_6_0 const lock; }, unchanged));
+    long const before = FailingAllocator::blocks();
+    failAt(mutexInit, 1);
+    EXPECT_TRUE(raises<ZThreadException_6_0>(3, "src/Z/ZThreadPool", 52,
+                                             [] { ZThreadPool_6_0 const pool(1, 1); }));
+    failAt(condInit, 1);
+    EXPECT_TRUE(raises<ZThreadException_6_0>(7, "src/Z/ZThreadPool", 58,
+                                             [] { ZThreadPool_6_0 const pool(1, 1); }));
+    stopFailing();
+    EXPECT_EQ(before, FailingAllocator::blocks());
+}
+
+TEST(ZThreadPoolFailures, MutexFailuresRaise)
+{
+    ZThreadPool_6_0 pool(1, 1);
+    Runner thread;
+    ZThread_6_0* parked = nullptr;
+    int keep = 7;
+    std::function<void()> const calls[] = {[&] { pool.start(thread); }, [&] { pool.waitForExit(); },
+                                           [&] { pool.getAvailableIdleThread(parked); },
+                                           [&] { pool.threadDoneNotification(thread, keep); }};
+    for (auto const& call : calls) {
+        failAt(mutexLock, 1);
+        EXPECT_TRUE(raises<ZThreadException_6_0>(5, "src/Z/ZThreadPool", 97, call));
+        stopFailing();
+    }
+    EXPECT_EQ(0, keep);
+    EXPECT_EQ(0, thread.runs);
+    failAt(mutexUnlock, 1);
+    EXPECT_TRUE(
+        raises<ZThreadException_6_0>(6, "src/Z/ZThreadPool", 109, [&] { pool.waitForExit(); }));
+    stopFailing();
+    failAt(mutexUnlock, 1);
+    EXPECT_TRUE(raises<ZThreadException_6_0>(6, "src/Z/ZThreadPool", 109,
+                                             [&] { pool.getAvailableIdleThread(parked); }));
+    stopFailing();
+    expectAllSlotsFree(pool, 1);
+}
+
+TEST(ZThreadPoolFailures, AFailedStartMakesRoomForThoseWhoWait)
+{
+    Watchdog const watchdog(60);
+    NotedMessages const noted;
+    // One slot, taken; three want it, and two of their starts fail.
+    ZThreadPool_6_0 pool(0, 1);
+    std::atomic<bool> release{false};
+    class Holder : public ZThread_6_0 {
+    public:
+        explicit Holder(std::atomic<bool>& release) : ZThread_6_0(1, 0), release_(release) {}
+        void run() override
+        {
+            waitUntil([this] { return release_.load(); });
+        }
+
+    private:
+        std::atomic<bool>& release_;
+    } holder(release);
+    class Unstartable : public Runner {
+    public:
+        void start() override { ZUnsupportedException_6_0().throwException("src/x", 1); }
+    };
+    Unstartable bad[2];
+    Runner good;
+    pool.start(holder);
+    std::vector<std::thread> starters;
+    for (ZThread_6_0* thread :
+         {static_cast<ZThread_6_0*>(&bad[0]), static_cast<ZThread_6_0*>(&good),
+          static_cast<ZThread_6_0*>(&bad[1])})
+        starters.emplace_back([&pool, thread] { pool.start(*thread); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    release = true;
+    for (std::thread& starter : starters)
+        starter.join();
+    pool.waitForExit();
+    EXPECT_EQ(1, good.runs);
+    EXPECT_EQ(2, noted.exceptions());
+}
+
+TEST(ZThreadPoolFailures, AStartThatFailsBehindItsThreadStaysCounted)
+{
+    Watchdog const watchdog(60);
+    NotedMessages const noted;
+    class Late : public Runner {
+    public:
+        void start() override
+        {
+            Runner::start();
+            ZUnsupportedException_6_0().throwException("src/x", 1);
+        }
+    } thread;
+    ZThreadPool_6_0 pool(1, 1);
+    pool.start(thread);
+    pool.waitForExit();
+    EXPECT_EQ(1, thread.runs);
+    expectAllSlotsFree(pool, 1);
+}
+
+TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesTheFormerThreadToBeJoined)
+{
+    Runner thread(0);
+    thread.start();
+    failAt(create, 1);
+    EXPECT_TRUE(raises<ZThreadException_6_0>(17, "src/Z/ZThread", 124, [&] { thread.start(); }));
+    stopFailing();
+    thread.waitForExit();
+    EXPECT_EQ(1, thread.runs);
+}
