@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs an example beside a copy of gateway.conf. What it prints, and the file that it leaves, must be
-# byte for byte what stands in expected/. usage: test_example.sh PROGRAM ARGUMENT…
+# Runs an example beside copies of gateway.conf and app.properties. What it prints, and the files that
+# it leaves, must be byte for byte what stands in expected/, or what they were.
+# usage: test_example.sh PROGRAM ARGUMENT…
 set -euo pipefail
 here=$(dirname "$(readlink -f "$0")")
 program=$(readlink -f "$1")
@@ -9,7 +10,7 @@ shift
 
 room=$(mktemp -d)
 trap 'rm -rf "$room"' EXIT
-cp "$here/gateway.conf" "$room/"
+cp "$here/gateway.conf" "$here/app.properties" "$room/"
 cd "$room"
 "$program" "$@" >printed.txt
 # The name of the companion file has the folder in it.
@@ -22,8 +23,10 @@ if [ "$(basename "$program")" = hostname ]; then
     sed -i "s|= $name\$|= gateway.example.net|" gateway.conf
 fi
 diff "$expected.txt" printed.txt
-if [ -e "$expected.conf" ]; then
-    diff "$expected.conf" gateway.conf
-else
-    diff "$here/gateway.conf" gateway.conf
-fi
+for file in gateway.conf app.properties; do
+    if [ -e "$expected.${file##*.}" ]; then
+        diff "$expected.${file##*.}" "$file"
+    else
+        diff "$here/$file" "$file"
+    fi
+done
