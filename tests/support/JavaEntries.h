@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 using Entries = std::map<std::string, std::string>;
 
@@ -33,4 +34,43 @@ inline void setBytes(ZJavaProperties_6_0& store, std::string const& key, std::st
 {
     store.setValue(ZUTF8String_6_0(key.data(), static_cast<unsigned>(key.size())),
                    ZUTF8String_6_0(value.data(), static_cast<unsigned>(value.size())));
+}
+
+inline bool keyArrives(std::string_view key)
+{
+    for (char const c : key)
+        if (static_cast<unsigned char>(c) > 0x7F ||
+            std::string_view(" \t\v\f\r\n:=\\").find(c) != std::string_view::npos)
+            return false;
+    return !key.empty() && key[0] != '#' && key[0] != '!';
+}
+
+inline bool valueArrives(std::string_view value)
+{
+    if (!value.empty() && std::string_view(" \t\v\f").find(value[0]) != std::string_view::npos)
+        return false;
+    for (size_t i = 0; i < value.size();) {
+        auto const byte = [&](size_t at) {
+            return at < value.size() ? static_cast<unsigned char>(value[at]) : 0u;
+        };
+        auto const follows = [&](size_t at) { return (byte(at) & 0xC0) == 0x80; };
+        unsigned const lead = byte(i);
+        bool const two = lead >= 0xC2 && lead <= 0xDF && follows(i + 1);
+        bool const three = lead >= 0xE0 && lead <= 0xEF && follows(i + 1) && follows(i + 2) &&
+                           (lead > 0xE0 || byte(i + 1) >= 0xA0);
+        if (lead == '\n' || lead == '\r' || (lead >= 0x7F && !two && !three))
+            return false;
+        i += two ? 2 : three ? 3 : 1;
+    }
+    return true;
+}
+
+// Whether these entries come back from the file that is written for them, to the library and to the
+// Java platform.
+inline bool arrives(Entries const& entries)
+{
+    for (auto const& [key, value] : entries)
+        if (!keyArrives(key) || !valueArrives(value))
+            return false;
+    return true;
 }

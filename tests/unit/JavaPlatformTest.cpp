@@ -109,43 +109,6 @@ protected:
         return bytes;
     }
 
-    // Whether what the library writes gives these entries back to both.
-    static bool arrives(Entries const& entries)
-    {
-        for (auto const& [key, value] : entries)
-            if (!keyArrives(key) || !valueArrives(value))
-                return false;
-        return true;
-    }
-
-    static bool keyArrives(std::string_view key)
-    {
-        for (char const c : key)
-            if (static_cast<unsigned char>(c) > 0x7F ||
-                std::string_view(" \t\v\f\r\n:=\\").find(c) != std::string_view::npos)
-                return false;
-        return !key.empty() && key[0] != '#' && key[0] != '!';
-    }
-
-    static bool valueArrives(std::string_view value)
-    {
-        if (!value.empty() && std::string_view(" \t\v\f").find(value[0]) != std::string_view::npos)
-            return false;
-        for (size_t i = 0; i < value.size();) {
-            auto const byte = [&](size_t at) {
-                return at < value.size() ? static_cast<unsigned char>(value[at]) : 0u;
-            };
-            unsigned const lead = byte(i);
-            bool const two = lead >= 0xC2 && lead <= 0xDF && (byte(i + 1) & 0xC0) == 0x80;
-            bool const three = lead >= 0xE0 && lead <= 0xEF && (byte(i + 1) & 0xC0) == 0x80 &&
-                               (byte(i + 2) & 0xC0) == 0x80 && (lead > 0xE0 || byte(i + 1) >= 0xA0);
-            if (lead == '\n' || lead == '\r' || (lead >= 0x7F && !two && !three))
-                return false;
-            i += two ? 2 : three ? 3 : 1;
-        }
-        return true;
-    }
-
     static std::unique_ptr<JavaPeer> java;
     TestDirectory const directory{TestDirectory::Place::memory};
     std::map<JavaRule, unsigned> met;

@@ -1,0 +1,90 @@
+// Property files: read as a model of the table of states reads them, from a stream and from a file,
+// with a stop key and without; what was written for entries that can be written gives them back,
+// and is written again as it was.
+#include <Z/ZJavaProperties.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "JavaEntries.h"
+#include "JavaModel.h"
+#include "check.h"
+
+namespace {
+
+// A file, in memory where there is such a place, that goes with the process.
+class Scratch {
+public:
+    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
+    {
+        int const fd = mkstemp(path_.data());
+        check(fd >= 0, "there is a place for a file");
+        close(fd);
+    }
+    ~Scratch() { unlink(path_.c_str()); }
+
+    char const* path() const { return path_.c_str(); }
+    void write(std::string const& bytes) const { std::ofstream(path_, std::ios::binary) << bytes; }
+    std::string read() const
+    {
+        std::ifstream in(path_, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+private:
+    std::string path_;
+};
+
+Entries entriesOf(JavaModel const& model)
+{
+    Entries entries;
+    for (auto const& [key, value] : model.stored)
+        entries[key] = value;
+    return entries;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    static Scratch const file;
+    std::string text(reinterpret_cast<char const*>(data), size);
+    JavaModel const model(text);
+
+    ZJavaProperties_6_0 fromStream;
+    if (FILE* const stream = size > 0 ? fmemopen(text.data(), size, "r") : nullptr) {
+        check(fromStream.loadProperties(stream, "stream") == 1, "a stream is read to its end");
+        fclose(stream);
+    }
+    check(entriesOf(fromStream) == entriesOf(model), "a stream is read as the model reads it");
+
+    file.write(text);
+    ZJavaProperties_6_0 store;
+    store.load(file.path());
+    check(entriesOf(store) == entriesOf(model), "a file is read as the model reads it");
+    if (!model.stored.empty() && model.stored[0].first.find('\0') == std::string::npos) {
+        std::string const& stopKey = model.stored[model.stored.size() / 2].first;
+        ZJavaProperties_6_0 stopped;
+        stopped.load(file.path(), stopKey.c_str());
+        check(entriesOf(stopped) == entriesOf(JavaModel(text, stopKey.c_str())),
+              "a stop key stops where it stops the model");
+    }
+
+    store.store(file.path());
+    std::string const written = file.read();
+    ZJavaProperties_6_0 again;
+    again.load(file.path());
+    check(entriesOf(again) == entriesOf(JavaModel(written)), "so is what was written");
+    if (arrives(entriesOf(store))) {
+        check(entriesOf(again) == entriesOf(store), "what was written gives back the entries");
+        again.store(file.path());
+        check(file.read() == written, "it is written again as it was");
+    }
+    return 0;
+}
