@@ -3,6 +3,7 @@
 import fcntl
 import pathlib
 import random
+import subprocess
 
 import tool
 from tool import (DONE, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
@@ -125,6 +126,14 @@ class JavaTest(tool.ToolTest):
             fcntl.lockf(held, fcntl.LOCK_UN)
             fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
             self.expect(LOCKED, "in use by another process", "java", self.java, "set", "a", "1")
+
+    def test_changes_at_the_same_time_do_not_lose_one_another(self):
+        self.given("a = 1\n")
+        runs = [subprocess.Popen([tool.TOOL, "java", self.java, "set", f"key{i}", "1"])
+                for i in range(8)]
+        self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
+        self.expect(DONE, "a = 1\n" + "".join(f"key{i} = 1\n" for i in range(8)), "java",
+                    self.java, "list")
 
     # ---- convert ----
 
