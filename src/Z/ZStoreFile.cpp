@@ -342,30 +342,41 @@ bool ZStoreFile::Journal::parse()
 }
 
 // Reads the journal at `path` of the file `main`. Null when there is none that counts: a whole one,
-// that nobody could have planted who could not have written the file itself.
+// that nobody could have planted who could not have written the file itself. When that cannot be
+// found out it is a Failure: without its journal a file may be torn.
 std::unique_ptr<ZStoreFile::Journal> ZStoreFile::Journal::read(std::string const& path,
                                                                struct stat const& main)
 {
+    auto const trusted = [&main](struct stat const& status) {
+        mode_t const writers = S_IWGRP | S_IWOTH;
+        return S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+               (status.st_uid == main.st_uid || status.st_uid == 0 || status.st_uid == geteuid()) &&
+               (status.st_mode & writers & ~main.st_mode) == 0;
+    };
     struct stat status;
-    if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (lstat(path.c_str(), &status) != 0) {
+        if (errno == ENOENT || errno == ENAMETOOLONG)
+            return nullptr;
+        throw Failure{path, "lstat()", errno};
+    }
+    if (!trusted(status))
         return nullptr;
     int const fd = zopenPrivate(path.c_str(), O_RDONLY | O_NOFOLLOW, 0);
     if (fd < 0)
-        return nullptr;
-    auto journal = std::make_unique<Journal>();
-    mode_t const writers = S_IWGRP | S_IWOTH;
-    bool usable = false;
+        throw Failure{path, "open()", errno};
+    std::unique_ptr<Journal> journal;
+    int error;
     try {
-        usable =
-            fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
-            (status.st_uid == main.st_uid || status.st_uid == 0 || status.st_uid == geteuid()) &&
-            (status.st_mode & writers & ~main.st_mode) == 0 && readAll(fd, journal->bytes) == 0;
+        journal = std::make_unique<Journal>();
+        error = fstat(fd, &status) != 0 ? errno : readAll(fd, journal->bytes);
     } catch (std::bad_alloc const&) {
         ::close(fd);
         throw;
     }
     ::close(fd);
-    return usable && journal->parse() ? std::move(journal) : nullptr;
+    if (error != 0)
+        throw Failure{path, "read()", error};
+    return trusted(status) && journal->parse() ? std::move(journal) : nullptr;
 }
 
 // Whether a companion file is the one that the journal's writer found or the one it wrote.
@@ -816,11 +827,22 @@ bool ZStoreFile::open(Use use, char const* openCall)
     if (error != 0)
         throw Failure{path_, openCall, error};
 
+    // Only where the path itself is a link does it matter that its end can be told.
     char real[PATH_MAX];
-    if (realpath(path_.c_str(), real) != nullptr)
+    struct stat named;
+    if (realpath(path_.c_str(), real) != nullptr) {
         real_ = real;
-    else
+    } else {
+        error = errno;
         real_ = path_;
+        if (lstat(path_.c_str(), &named) != 0 || S_ISLNK(named.st_mode)) {
+            made_ = false;
+            close();
+            if (error == ENOENT)
+                return false;
+            throw Failure{path_, openCall, error};
+        }
+    }
     journal_ = neighbour(real_, ".zjn");
 
     error = file_.lock(use == Use::load ? F_RDLCK : F_WRLCK, 0, 0);
@@ -832,7 +854,6 @@ bool ZStoreFile::open(Use use, char const* openCall)
         throw Failure{path_, "fcntl()", error};
     }
     fd_ = file_.descriptor();
-    struct stat named;
     if (fstat(fd_, &status_) != 0) {
         error = errno;
         close();
@@ -869,18 +890,7 @@ void ZStoreFile::pick(Use use)
     if (journal == nullptr)
         return;
     View const main = viewOf(main_);
-    bool known = true;
-    if (!journal->companion.empty()) {
-        ZSharedFile shared;
-        Bytes contents;
-        int error = mayName(journal->companion);
-        if (error == 0)
-            error = shared.open(journal->companion.c_str(), O_RDONLY, 0);
-        bool const present = error == 0;
-        if (present)
-            error = readAll(shared.descriptor(), contents);
-        known = (error == 0 || error == ENOENT) && journal->concernsFile(present, viewOf(contents));
-    }
+    bool const known = journal->companion.empty() || concernsCompanion(*journal);
     bool const untouched =
         sameBytes(main, journal->oldText) && !sameBytes(journal->oldText, journal->newText);
     if (known && !untouched && journal->mixes(main)) {
@@ -913,6 +923,27 @@ void ZStoreFile::pick(Use use)
         rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str());
     }
     syncDirectory(directoryOf(journal_));  // as in removeJournal()
+}
+
+// Whether the companion is the one that the journal's writer found or the one it wrote.
+bool ZStoreFile::concernsCompanion(Journal const& journal) const
+{
+    std::string const& path = journal.companion;
+    int error = mayName(path);
+    if (error == EPERM)
+        return false;
+    ZSharedFile shared;
+    Bytes contents;
+    if (error == 0)
+        error = shared.open(path.c_str(), O_RDONLY, 0);
+    bool const present = error == 0;
+    if (present)
+        error = readAll(shared.descriptor(), contents);
+    if (error == EISDIR || error == EINVAL || error == ENOTDIR)  // no file that a store made
+        return false;
+    if (error != 0 && error != ENOENT)
+        throw Failure{path, kMapCall, error};
+    return journal.concernsFile(present, viewOf(contents));
 }
 
 ZStoreFile::View ZStoreFile::text() const
@@ -991,6 +1022,7 @@ int ZStoreFile::mayName(std::string const& name) const
 {
     struct stat status;
     bool const exists = lstat(name.c_str(), &status) == 0;
+    int const missing = errno;
     struct stat target;
     bool const leads = stat(name.c_str(), &target) == 0;
     bool const journal =
@@ -1001,6 +1033,8 @@ int ZStoreFile::mayName(std::string const& name) const
         return 0;
     if (!isOwnCompanion(name))
         return EPERM;
+    if (!exists && missing != ENOENT)
+        return missing;
     if (exists &&
         (!S_ISREG(status.st_mode) || status.st_nlink != 1 || status.st_uid != status_.st_uid))
         return EPERM;

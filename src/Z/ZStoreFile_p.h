@@ -93,8 +93,10 @@ public:
 
     /// Opens and locks `path`, and reads it. For a store, a missing file is made, and a store that
     /// died half-way is finished first.
-    /// throws  Failure with "fopen(r)", "fopen(r+)", "fcntl()", "read()", or, while finishing, as
-    ///         commit(); std::bad_alloc.
+    /// throws  Failure with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; with
+    /// "lstat()",
+    ///         "open()", "read()" or "mapFile()" when a journal, or the companion that it is about,
+    ///         cannot be looked at; while finishing, as commit(); std::bad_alloc.
     ZStoreFile(char const* path, Use use);
     ZStoreFile(ZStoreFile const&) = delete;
     ZStoreFile& operator=(ZStoreFile const&) = delete;
@@ -129,7 +131,7 @@ public:
     /// it, nobody else may write it) may name any; another only the one that belongs to its path,
     /// and only a regular file with one link that the file's owner owns. Nobody may name the file
     /// itself or its journal.
-    /// codes   EPERM.
+    /// codes   EPERM; errno when that cannot be found out.
     int mayName(std::string const& name) const;
 
     /// Replaces text and companion.
@@ -149,6 +151,7 @@ private:
     bool open(Use use, char const* openCall);
     int openForStore();
     void pick(Use use);
+    bool concernsCompanion(Journal const& journal) const;
 
     std::string const path_;  // as given
     std::string real_;        // without symbolic links

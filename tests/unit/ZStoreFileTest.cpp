@@ -531,6 +531,43 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
     }
 }
 
+TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
+{
+    // Find the call after which the text is torn: without its journal it is nothing.
+    int torn = 0;
+    for (int call = 1; torn == 0; ++call) {
+        put(kLong);
+        ASSERT_TRUE(storeUpTo(call, kShort));
+        if (directory_.read("conf") != kLong.text && directory_.read("conf") != kShort.text)
+            torn = call;
+    }
+    int raised = 0;
+    bool reached = true;
+    for (int call = 1; reached; ++call) {
+        SCOPED_TRACE(call);
+        Plan failing;
+        failing.failAt = call;
+        failing.error = EMFILE;
+        try {
+            Watch const watch(failing);
+            EXPECT_EQ(kShort, load());
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(EMFILE, failure.error);
+            ++raised;
+        }
+        reached = !plan.failed.empty();
+    }
+    EXPECT_LT(8, raised);
+    // The next store does not take it for somebody else's either.
+    for (int call = 1, died = 1; died != 0; ++call) {
+        put(kLong);
+        storeUpTo(torn, kShort);
+        died = storeUpTo(1000, kPlain, call) || !(load() == kPlain);
+        Pair const found = load();
+        EXPECT_TRUE(found == kPlain || found == kShort) << found << " " << call;
+    }
+}
+
 TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
 {
     for (Shape const& shape : kShapes) {
