@@ -14,6 +14,19 @@
 #include <string>
 #include <vector>
 
+// Returns the names in a directory, sorted, separated by blanks.
+inline std::string namesIn(std::string const& directory)
+{
+    std::vector<std::string> found;
+    for (auto const& entry : std::filesystem::directory_iterator(directory))
+        found.push_back(entry.path().filename().string());
+    std::sort(found.begin(), found.end());
+    std::string all;
+    for (std::string const& name : found)
+        all += all.empty() ? name : " " + name;
+    return all;
+}
+
 class TestDirectory {
 public:
     // Where it lies: on disk, or in memory where there is such a place.
@@ -22,9 +35,9 @@ public:
     explicit TestDirectory(Place place = Place::disk)
     {
         bool const memory = place == Place::memory && access("/dev/shm", W_OK) == 0;
-        std::string name = memory ? "/dev/shm/zstoreXXXXXX" : "/tmp/zstoreXXXXXX";
-        path_ = std::filesystem::canonical(mkdtemp(name.data())).string();
+        make(memory ? "/dev/shm" : "/tmp");
     }
+    explicit TestDirectory(std::string const& under) { make(under); }
     TestDirectory(TestDirectory const&) = delete;
     TestDirectory& operator=(TestDirectory const&) = delete;
     ~TestDirectory()
@@ -56,20 +69,15 @@ public:
         return {std::istreambuf_iterator<char>(in), {}};
     }
 
-    // Returns the names in the directory, sorted, separated by blanks.
-    std::string names() const
-    {
-        std::vector<std::string> found;
-        for (auto const& entry : std::filesystem::directory_iterator(path_))
-            found.push_back(entry.path().filename().string());
-        std::sort(found.begin(), found.end());
-        std::string all;
-        for (std::string const& name : found)
-            all += all.empty() ? name : " " + name;
-        return all;
-    }
+    std::string names() const { return namesIn(path_); }
 
 private:
+    void make(std::string const& under)
+    {
+        std::string name = under + "/zstoreXXXXXX";
+        path_ = std::filesystem::canonical(mkdtemp(name.data())).string();
+    }
+
     std::string path_;
 };
 

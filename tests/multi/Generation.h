@@ -1,0 +1,147 @@
+// Generation: contents of a configuration file that say of every value which store wrote it, so
+// that a reader can tell a whole file from a torn one.
+#pragma once
+
+#include <Z/ZArrayList.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+// Contents that are of no single generation.
+struct Torn : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class Generation {
+public:
+    /// Generation 0 is an empty file, or none.
+    Generation() = default;
+
+    /// The values are of about `size` bytes altogether; with `secret` there is a companion.
+    Generation(long number, size_t size, bool secret)
+        : number_(number), size_(size), secret_(secret)
+    {
+    }
+
+    long number() const { return number_; }
+    size_t size() const { return size_; }
+    bool isSecret() const { return secret_; }
+
+    /// Returns the text of the file, but for the entry that names the companion.
+    std::string text() const
+    {
+        std::string all = "[state]\ngeneration = " + std::to_string(number_) +
+                          "\nsize = " + std::to_string(size_) + "\n\n[data]\n";
+        for (size_t i = 0; i < lines(); ++i)
+            all += lineName(i) + " = " + line(i) + "\n";
+        return all;
+    }
+
+    /// Puts the values in place of those that `store` holds.
+    void change(ZStanzaFileProperties_6_0& store) const
+    {
+        put(store, "state", "generation", std::to_string(number_));
+        put(store, "state", "size", std::to_string(size_));
+        for (size_t i = 0; i < lines(); ++i)
+            put(store, "data", lineName(i), line(i));
+        for (size_t i = lines(); !value(store, "data", lineName(i)).empty(); ++i)
+            store.deleteKey("data", lineName(i).c_str());
+        if (secret_)
+            put(store, "state", "secret", secret(), 1);
+        else if (!value(store, "state", "secret").empty())
+            store.deleteKey("state", "secret");
+    }
+
+    /// Stores it as a program would: load, change, store.
+    /// throws  as ZProperties_6_0::load() and store().
+    void store(std::string const& path) const
+    {
+        ZStanzaFileProperties_6_0 store(1);
+        if (access(path.c_str(), F_OK) == 0)
+            store.load(path.c_str());
+        change(store);
+        store.store(path.c_str());
+    }
+
+    /// Returns what a program finds.
+    /// throws  Torn; as ZProperties_6_0::load().
+    static Generation load(std::string const& path)
+    {
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+        std::string const number = value(store, "state", "generation");
+        if (number.empty())
+            return {};
+        std::string const secret = value(store, "state", "secret");
+        Generation const found(std::strtol(number.c_str(), nullptr, 10),
+                               std::strtoul(value(store, "state", "size").c_str(), nullptr, 10),
+                               !secret.empty());
+        for (size_t i = 0; i < found.lines(); ++i)
+            if (value(store, "data", lineName(i)) != found.line(i))
+                throw Torn("line " + std::to_string(i) + " is not of generation " + number);
+        std::unique_ptr<ZArrayList_6_0> const keys(store.keyNames("data"));
+        if (keys != nullptr && keys->size() != found.lines())
+            throw Torn("generation " + number + " has lines of another one");
+        if (found.secret_ && secret != found.secret())
+            throw Torn("the companion is not of generation " + number);
+        return found;
+    }
+
+    /// Returns whether `text` is the whole text of some generation without a secret.
+    static bool isWhole(std::string const& text)
+    {
+        long number = 0;
+        size_t size = 0;
+        if (sscanf(text.c_str(), "[state]\ngeneration = %ld\nsize = %zu\n", &number, &size) != 2)
+            return false;
+        return text == Generation(number, size, false).text();
+    }
+
+private:
+    static constexpr size_t kLine = 4000;
+
+    size_t lines() const { return size_ / kLine + 1; }
+
+    static std::string lineName(size_t i) { return "line" + std::to_string(i); }
+
+    std::string line(size_t i) const
+    {
+        return letters(i, i + 1 < lines() ? kLine : size_ % kLine + 1);
+    }
+
+    std::string secret() const { return letters(~size_t{0}, 1 + number_ * 997 % 3000); }
+
+    // Letters that only this place of this generation has.
+    std::string letters(size_t place, size_t length) const
+    {
+        std::minstd_rand random(static_cast<unsigned>(number_ * 7919 + place * 31 + 1));
+        std::string all(length, ' ');
+        for (char& c : all)
+            c = static_cast<char>('a' + random() / 64 % 26);
+        return all;
+    }
+
+    static void put(ZStanzaFileProperties_6_0& store, char const* stanza, std::string const& key,
+                    std::string const& value, int obfuscated = 0)
+    {
+        store.setValue(stanza, key.c_str(), value.c_str(), obfuscated);
+    }
+
+    static std::string value(ZStanzaFileProperties_6_0& store, char const* stanza,
+                             std::string const& key)
+    {
+        ZLCString_6_0 out;
+        store.getValue(stanza, key.c_str(), out, 0, "");
+        return out.getChars();
+    }
+
+    long number_ = 0;
+    size_t size_ = 0;
+    bool secret_ = false;
+};

@@ -1,0 +1,98 @@
+// StoreFolder: a folder with one configuration file, and what must hold there after a store was
+// interrupted.
+#pragma once
+
+#include <Z/ZException.h>
+
+#include <string>
+#include <utility>
+
+#include "Campaign.h"
+#include "Generation.h"
+#include "TestDirectory.h"
+
+class StoreFolder {
+public:
+    explicit StoreFolder(std::string folder) : folder_(std::move(folder)) {}
+
+    std::string path() const { return folder_ + "/conf"; }
+    std::string names() const { return namesIn(folder_); }
+
+    /// Begins anew with `first`, in files that their owner may write and their group may read.
+    void reset(Generation const& first) const
+    {
+        for (auto const& entry : std::filesystem::directory_iterator(folder_))
+            if (entry.is_regular_file())
+                std::filesystem::remove(entry.path());
+        if (first.number() == 0)
+            return;
+        first.store(path());
+        // The companion is made with the file's mode, so the file needs it first.
+        chmod(path().c_str(), kMode);
+        first.store(path());
+    }
+
+    /// Loads, and counts what is found: it has to be `before` or `after`.
+    /// codes   number of the generation found; -1 for anything else.
+    long judge(Counts& counts, Generation const& before, Generation const& after,
+               std::string const& event) const
+    {
+        ++counts.events;
+        try {
+            Generation const found =
+                access(path().c_str(), F_OK) == 0 ? Generation::load(path()) : Generation();
+            for (Generation const* expected : {&before, &after})
+                if (found.number() == expected->number() &&
+                    found.isSecret() == expected->isSecret()) {
+                    ++(expected == &before ? counts.olds : counts.news);
+                    return found.number();
+                }
+            complain(counts, event + ": generation " + std::to_string(found.number()) +
+                                 " was found, not " + std::to_string(before.number()) + " or " +
+                                 std::to_string(after.number()));
+        } catch (Torn const& torn) {
+            complain(counts, event + ": " + torn.what());
+        } catch (ZException_6_0& exception) {
+            complain(counts, event + ": cannot be loaded");
+            exception.print();
+        }
+        return -1;
+    }
+
+    /// Looks for a file that is more readable than the file itself.
+    void checkModes(Counts& counts, std::string const& event) const
+    {
+        struct stat file;
+        if (stat(path().c_str(), &file) != 0)
+            return;
+        for (auto const& entry : std::filesystem::directory_iterator(folder_)) {
+            struct stat status;
+            if (stat(entry.path().c_str(), &status) == 0 &&
+                (status.st_mode & 07777 & ~file.st_mode) != 0)
+                complain(counts, event + ": mode of " + entry.path().filename().string());
+        }
+    }
+
+    /// Stores `next` and looks whether anything is left of the interrupted store.
+    void tidy(Counts& counts, Generation const& next, std::string const& event) const
+    {
+        try {
+            next.store(path());
+            std::string const expected = next.isSecret() ? "conf conf.obf" : "conf";
+            if (names() != expected)
+                complain(counts, event + ": left are " + names());
+            if (Generation::load(path()).number() != next.number())
+                complain(counts, event + ": the next store is not there");
+        } catch (Torn const& torn) {
+            complain(counts, event + ", then a store: " + torn.what());
+        } catch (ZException_6_0& exception) {
+            complain(counts, event + ": then no store succeeds");
+            exception.print();
+        }
+    }
+
+private:
+    static constexpr mode_t kMode = 0640;
+
+    std::string const folder_;
+};

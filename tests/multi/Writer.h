@@ -1,0 +1,87 @@
+// Writer: a process that stores one generation after another, with a companion, and tells which of
+// them were acknowledged to it.
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <random>
+#include <string>
+
+#include "Campaign.h"
+#include "Generation.h"
+
+class Writer {
+public:
+    /// Starts behind generation `last`, in files of 0 to `largest` bytes.
+    Writer(std::string const& path, long last, size_t largest) : last_(last), largest_(largest)
+    {
+        if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0)
+            throw std::bad_alloc();
+        child_ = inChild([&] {
+            ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+            for (long number = last + 1;; ++number) {
+                generation(number, largest).change(store);
+                store.store(nullptr);
+                if (write(ends_[1], &number, sizeof number) != sizeof number)
+                    return 1;
+            }
+        });
+        close(ends_[1]);
+    }
+    Writer(Writer const&) = delete;
+    Writer& operator=(Writer const&) = delete;
+    ~Writer()
+    {
+        if (child_ > 0)
+            kill();
+        close(ends_[0]);
+    }
+
+    /// Returns the generation of a number: its size is random, but always the same.
+    static Generation generation(long number, size_t largest)
+    {
+        std::minstd_rand random(static_cast<unsigned>(number));
+        random.discard(3);
+        return {number, random() % (largest + 1), true};
+    }
+
+    /// Stops it until go(), where it is.
+    void stop()
+    {
+        ::kill(child_, SIGSTOP);
+        int status = 0;
+        waitpid(child_, &status, WUNTRACED);
+        if (!WIFSTOPPED(status))
+            child_ = -1;
+        listen();
+    }
+    bool isAlive() const { return child_ > 0; }
+    void go() const { ::kill(child_, SIGCONT); }
+
+    void kill()
+    {
+        ::kill(child_, SIGKILL);
+        ended(child_);
+        child_ = -1;
+        listen();
+    }
+
+    Generation acknowledged() const { return generation(last_, largest_); }
+    Generation inFlight() const { return generation(last_ + 1, largest_); }
+
+private:
+    void listen()
+    {
+        long number;
+        while (read(ends_[0], &number, sizeof number) == sizeof number)
+            last_ = number;
+    }
+
+    int ends_[2];
+    pid_t child_ = -1;
+    long last_;
+    size_t const largest_;
+};

@@ -1,0 +1,150 @@
+// The crash program: kills, cuts and starves stores of configuration files, and looks whether
+// anything was lost. `./dev crash` runs all of it, the tests a share.
+//
+//     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs
+//     crash --store PATH NUMBER SIZE SECRET     } what the campaigns have strace look at:
+//     crash --load PATH                         } see Marked.h
+//
+// Exit code 0: every outcome was one that is promised.
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Campaign.h"
+#include "Marked.h"
+
+namespace {
+
+constexpr Campaign kCampaigns[] = {
+    {"kill at every call of a store", killAtEveryCall},
+    {"kill at random, on disk", killAtRandomOnDisk},
+    {"kill at random, in memory", killAtRandomInMemory},
+    {"fault in every call", failEveryCall},
+    {"full disk, tmpfs", fillMemoryDisk},
+    {"full disk, ext4", fillDisk},
+    {"file size limit", limitFileSize},
+    {"power cut", cutPower},
+    {"power cut behind an edit", cutPowerBehindAnEdit},
+    {"other programs beside", storeBesideOthers},
+    {"other programs beside, kills", killBesideOthers},
+    {"odd places", storeInOddPlaces},
+};
+
+double now()
+{
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// Shows how far a campaign is: over and over on a terminal, now and then elsewhere.
+class Progress {
+public:
+    explicit Progress(char const* name) : name_(name) {}
+
+    void show(Counts const& counts)
+    {
+        double const time = now();
+        if (time < next_)
+            return;
+        next_ = time + (terminal_ ? 0.2 : 15);
+        std::fprintf(stderr, "%s%s: %ld of %ld, %ld bad%s", terminal_ ? "\r" : "", name_,
+                     counts.events.load(), counts.planned.load(), counts.bad.load(),
+                     terminal_ ? "   " : "\n");
+    }
+
+    ~Progress()
+    {
+        if (terminal_)
+            std::fprintf(stderr, "\r%70s\r", "");
+    }
+
+private:
+    char const* const name_;
+    bool const terminal_ = isatty(STDERR_FILENO) == 1;
+    double next_ = now() + 0.2;
+};
+
+void run(Campaign const& campaign, Counts& counts, Extent extent)
+{
+    pid_t const child = inChild([&] {
+        campaign.run(counts, extent);
+        return 0;
+    });
+    Progress progress(campaign.name);
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        progress.show(counts);
+        usleep(20000);
+    }
+    if (status != 0)
+        complain(counts, std::string(campaign.name) + " did not get to its end");
+    else if (counts.events == 0 && !counts.leftOut)
+        complain(counts, std::string(campaign.name) + " did nothing");
+}
+
+bool isWanted(Campaign const& campaign, std::vector<std::string> const& names)
+{
+    for (std::string const& name : names)
+        if (std::strstr(campaign.name, name.c_str()) != nullptr)
+            return true;
+    return names.empty();
+}
+
+int runAll(Extent extent, std::vector<std::string> const& names)
+{
+    struct Row {
+        Campaign const* campaign;
+        Counts* counts;
+        double seconds;
+    };
+    std::vector<Row> rows;
+    for (Campaign const& campaign : kCampaigns) {
+        if (!isWanted(campaign, names))
+            continue;
+        Counts& counts = shared<Counts>();
+        double const start = now();
+        run(campaign, counts, extent);
+        rows.push_back({&campaign, &counts, now() - start});
+    }
+
+    long bad = 0;
+    std::printf("%-30s %8s %8s %8s %5s %6s\n", "campaign", "events", "old", "new", "bad", "s");
+    for (Row const& row : rows) {
+        Counts const& counts = *row.counts;
+        if (counts.leftOut)
+            std::printf("%-30s left out: %s\n", row.campaign->name, counts.note);
+        else
+            std::printf("%-30s %8ld %8ld %8ld %5ld %6.1f%s%s\n", row.campaign->name,
+                        counts.events.load(), counts.olds.load(), counts.news.load(),
+                        counts.bad.load(), row.seconds, counts.note[0] != '\0' ? "  " : "",
+                        counts.note);
+        bad += counts.bad;
+    }
+    std::printf("%s\n", bad == 0 ? "nothing was lost" : "THERE WERE BAD OUTCOMES");
+    return bad == 0 && !rows.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    setenv("QVRDIR", Z_TABLES, 0);
+    if (Marked::isWanted(argc, argv))
+        return Marked::run(argv);
+    Extent extent = Extent::full;
+    std::vector<std::string> names;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--share") == 0)
+            extent = Extent::share;
+        else
+            names.emplace_back(argv[i]);
+    }
+    return runAll(extent, names);
+}

@@ -1,0 +1,334 @@
+// Stores on disks that are full, and on disks that lose their power.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Campaign.h"
+#include "Generation.h"
+#include "Mounts.h"
+#include "StoreFolder.h"
+#include "Writer.h"
+
+namespace {
+
+constexpr long kPage = 4096;
+
+// Counts are of the store's outcomes: refused, then the old generation is there, or accepted.
+void storeAndJudge(Counts& counts, StoreFolder const& folder, Generation const& before,
+                   Generation const& after, std::string const& event)
+{
+    bool stored = true;
+    try {
+        after.store(folder.path());
+    } catch (ZPropertiesIOException_6_0&) {
+        stored = false;
+    }
+    long const found = folder.judge(counts, before, after, event);
+    if (found >= 0 && (found == after.number()) != stored)
+        complain(counts, event + (stored ? ": success was reported" : ": a failure was reported"));
+    if (!stored && folder.names() != (before.isSecret() ? "conf conf.obf" : "conf"))
+        complain(counts, event + ": left are " + folder.names());
+    folder.checkModes(counts, event);
+}
+
+// ---- Full disks --------------------------------------------------------------------------------
+
+struct Growth {
+    Generation before;
+    Generation after;
+};
+Growth const kShare = {{1, 12000, true}, {2, 40000, true}};
+Growth const kMore[] = {
+    {{1, 40000, true}, {2, 12000, true}},   {{1, 40000, true}, {2, 40000, true}},
+    {{1, 12000, false}, {2, 40000, false}}, {{1, 12000, false}, {2, 12000, true}},
+    {{1, 12000, true}, {2, 12000, false}},  {{1, 200000, true}, {2, 190000, true}},
+};
+
+std::vector<Growth> growths(Extent extent)
+{
+    std::vector<Growth> all = {kShare};
+    if (extent == Extent::full)
+        all.insert(all.end(), std::begin(kMore), std::end(kMore));
+    return all;
+}
+
+// Twice what a store needs: the journal with both texts, the longer file, two companions.
+long pagesFor(Growth const& growth)
+{
+    size_t const texts = growth.before.size() + growth.after.size();
+    size_t const longer = std::max(growth.before.size(), growth.after.size());
+    return static_cast<long>(2 * (texts + longer - growth.before.size() + 3 * kPage) / kPage);
+}
+
+// Runs a store for each amount of free pages; `limit` sets it, and lifts it for -1.
+void sweep(Counts& counts, StoreFolder const& folder, Extent extent,
+           std::function<bool(long)> const& limit)
+{
+    for (Growth const& growth : growths(extent)) {
+        long const most = pagesFor(growth);
+        long const steps = extent == Extent::full ? most : 20;
+        counts.planned += steps + 1;
+        for (long i = 0; i <= steps; ++i) {
+            long const pages = i * most / steps;
+            std::string const event = std::to_string(growth.before.size()) + " to " +
+                                      std::to_string(growth.after.size()) + " with " +
+                                      std::to_string(pages) + " pages free";
+            folder.reset(growth.before);
+            if (!limit(pages)) {
+                complain(counts, event + ": cannot be had");
+                return;
+            }
+            storeAndJudge(counts, folder, growth.before, growth.after, event);
+            limit(-1);
+            folder.tidy(counts, {3, 1000, true}, event);
+        }
+    }
+}
+
+long freePages(std::string const& where)
+{
+    struct statvfs status;
+    return statvfs(where.c_str(), &status) != 0 ? -1 : static_cast<long>(status.f_bavail);
+}
+
+// Leaves `pages` free by means of the file `filler`; -1 removes it.
+bool fill(std::string const& where, std::string const& filler, long pages)
+{
+    if (pages < 0)
+        return unlink(filler.c_str()) == 0;
+    int const fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    long size = 0;
+    bool done = false;
+    // A large file needs pages for itself: go nearer step by step.
+    for (int i = 0; i < 20 && !done; ++i) {
+        size += freePages(where) - pages;
+        done = (size == 0 || posix_fallocate(fd, 0, size * kPage) == 0) &&
+               ftruncate(fd, size * kPage) == 0 && fsync(fd) == 0 && freePages(where) == pages;
+    }
+    close(fd);
+    return done;
+}
+
+}  // namespace
+
+void fillMemoryDisk(Counts& counts, Extent extent)
+{
+    constexpr long kRoom = 8 << 20;
+    if (std::string const why = Mounts::separate(); !why.empty())
+        return leaveOut(counts, why);
+    TestDirectory const place;
+    std::string const& where = place.path();
+    if (!Mounts::memory(where, kRoom))
+        return leaveOut(counts, "no tmpfs may be mounted here");
+    {
+        StoreFolder const folder(where);
+        sweep(counts, folder, extent, [&](long pages) {
+            struct statvfs status;
+            statvfs(where.c_str(), &status);
+            long const used = static_cast<long>(status.f_blocks - status.f_bfree);
+            return Mounts::memory(where, pages < 0 ? kRoom : (used + pages) * kPage, true);
+        });
+    }
+    Mounts::unmount(where);
+}
+
+void fillDisk(Counts& counts, Extent extent)
+{
+    if (extent == Extent::share)
+        return leaveOut(counts, "in the full run");
+    if (std::string const why = Mounts::separate(); !why.empty())
+        return leaveOut(counts, why);
+    TestDirectory const place;
+    std::string const where = place.at("mounted");
+    std::filesystem::create_directory(where);
+    std::string why = Mounts::makeImage(place.at("image"), 16)
+                          ? Mounts::image(place.at("image"), where)
+                          : "there is no mkfs.ext4";
+    if (!why.empty())
+        return leaveOut(counts, why);
+    std::filesystem::create_directory(where + "/folder");
+    {
+        StoreFolder const folder(where + "/folder");
+        sweep(counts, folder, extent,
+              [&](long pages) { return fill(where, where + "/filler", pages); });
+    }
+    Mounts::unmount(where);
+}
+
+void limitFileSize(Counts& counts, Extent extent)
+{
+    TestDirectory const place;
+    StoreFolder const folder(place.path());
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    sweep(counts, folder, extent, [&](long pages) {
+        rlimit limit = before;
+        if (pages >= 0)
+            limit.rlim_cur = static_cast<rlim_t>(pages * kPage);
+        return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    });
+}
+
+// ---- Power cuts --------------------------------------------------------------------------------
+
+namespace {
+
+constexpr long kMegabytes = 8;
+
+// A disk whose power can be cut: an ext4 in a file, mounted through a loop device. What is in the
+// file at some moment is what the disk keeps.
+class Disk {
+public:
+    Disk()
+    {
+        std::filesystem::create_directory(folder());
+        obstacle_ = Mounts::separate();
+        if (obstacle_.empty())
+            obstacle_ = Mounts::makeImage(at("disk"), kMegabytes)
+                            ? Mounts::image(at("disk"), folder())
+                            : "there is no mkfs.ext4";
+        running_ = obstacle_.empty();
+        std::filesystem::remove(folder() + "/lost+found");
+    }
+    Disk(Disk const&) = delete;
+    Disk& operator=(Disk const&) = delete;
+    ~Disk()
+    {
+        if (running_)
+            Mounts::unmount(folder());
+    }
+
+    std::string const& obstacle() const { return obstacle_; }
+    std::string folder() const { return at("mounted"); }
+
+    // Copies the disk as it is, and mounts the copy in its place, which does what a restart does,
+    // for a process that looks at it.
+    bool restart(std::function<void()> const& look) const
+    {
+        copy();
+        return ended(inChild([&] {
+                   if (!Mounts::separate().empty() || !Mounts::image(at("copy"), folder()).empty())
+                       return 1;
+                   look();
+                   Mounts::unmount(folder());
+                   return 0;
+               })) == 0;
+    }
+
+private:
+    std::string at(std::string const& name) const { return place_.at(name); }
+
+    void copy() const
+    {
+        constexpr size_t kLength = static_cast<size_t>(kMegabytes) << 20;
+        int const from = open(at("disk").c_str(), O_RDONLY | O_CLOEXEC);
+        std::filesystem::remove(at("copy"));
+        int const to = open(at("copy").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        std::vector<char> bytes(kLength);
+        if (pread(from, bytes.data(), kLength, 0) != static_cast<ssize_t>(kLength) ||
+            pwrite(to, bytes.data(), kLength, 0) != static_cast<ssize_t>(kLength))
+            throw std::bad_alloc();
+        close(from);
+        close(to);
+    }
+
+    TestDirectory const place_{TestDirectory::Place::memory};
+    std::string obstacle_;
+    bool running_ = false;
+};
+
+}  // namespace
+
+void cutPower(Counts& counts, Extent extent)
+{
+    long const cuts = extent == Extent::full ? 1000 : 10;
+    constexpr size_t kLargest = 60000;
+    Disk const disk;
+    if (!disk.obstacle().empty())
+        return leaveOut(counts, disk.obstacle());
+    counts.planned = cuts;
+    StoreFolder const folder(disk.folder());
+    Generation const first(1, 1000, true);
+    folder.reset(first);
+    Writer writer(folder.path(), first.number(), kLargest);
+    std::minstd_rand random(1);
+    for (long i = 0; i < cuts; ++i) {
+        usleep(300 + random() % 20000);
+        writer.stop();
+        std::string const event = "cut " + std::to_string(i);
+        bool const restarted = disk.restart([&] {
+            folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
+            folder.checkModes(counts, event);
+            folder.tidy(counts, {writer.inFlight().number() + 1, 5000, true}, event);
+        });
+        if (!restarted || !writer.isAlive())
+            return complain(counts, event + ": the disk or the writer is gone");
+        writer.go();
+    }
+}
+
+namespace {
+
+// Two switches that another program can turn back one by one: what it writes lies between the old
+// and the new text of the store before.
+constexpr char const* kSwitches[] = {"[s]\na = 0\nb = 0\n", "[s]\na = 1\nb = 1\n",
+                                     "[s]\na = 1\nb = 0\n"};
+
+void turnSwitches(std::string const& path, long number)
+{
+    char const* const text = kSwitches[number % 3];
+    if (number % 3 != 2) {
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+        store.setValue("s", "a", std::string(1, text[8]).c_str(), 0);
+        store.setValue("s", "b", std::string(1, text[14]).c_str(), 0);
+        store.store(nullptr);
+        return;
+    }
+    int const fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (pwrite(fd, text, strlen(text), 0) < 0 || fdatasync(fd) != 0)
+        throw std::bad_alloc();
+    close(fd);
+}
+
+}  // namespace
+
+void cutPowerBehindAnEdit(Counts& counts, Extent extent)
+{
+    long const cuts = extent == Extent::full ? 200 : 4;
+    Disk const disk;
+    if (!disk.obstacle().empty())
+        return leaveOut(counts, disk.obstacle());
+    counts.planned = cuts;
+    std::string const path = disk.folder() + "/conf";
+    std::ofstream(path) << kSwitches[0];
+    sync();
+    for (long i = 0; i < cuts; ++i) {
+        long const last = i % 6;
+        for (long number = 0; number <= last; ++number)
+            turnSwitches(path, number);
+        bool const restarted = disk.restart([&] {
+            ++counts.events;
+            ZStanzaFileProperties_6_0 const store(path.c_str(), 1);
+            std::string const expected = kSwitches[last % 3];
+            if (store.getIntegerValue("s", "a", 1, 0) == static_cast<unsigned>(expected[8] - '0') &&
+                store.getIntegerValue("s", "b", 1, 0) == static_cast<unsigned>(expected[14] - '0'))
+                ++counts.news;
+            else
+                complain(counts, "cut behind step " + std::to_string(last) + ": it is lost");
+        });
+        if (!restarted)
+            return complain(counts, "the disk is gone");
+    }
+}

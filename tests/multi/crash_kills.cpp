@@ -1,0 +1,97 @@
+// Stores that are killed at random moments, with files of 0 to 200 KB and a companion.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/vfs.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Campaign.h"
+#include "Generation.h"
+#include "StoreFolder.h"
+#include "Writer.h"
+
+namespace {
+
+constexpr int kWorkers = 2;
+constexpr size_t kLargest = 200000;
+
+// Kills one writer after another, each after 0.3 to 12 ms.
+void killWriters(Counts& counts, std::string const& under, long kills, unsigned seed)
+{
+    TestDirectory const place(under);
+    StoreFolder const folder(place.path());
+    std::minstd_rand random(seed);
+    Generation last(1, 1000, true);
+    folder.reset(last);
+    for (long i = 0; i < kills; ++i) {
+        Writer writer(folder.path(), last.number(), kLargest);
+        usleep(300 + random() % 11700);
+        writer.kill();
+        std::string const event = "kill " + std::to_string(i) + " of " + std::to_string(seed);
+        folder.checkModes(counts, event);
+        long const found = folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
+        if (found < 0)
+            folder.reset(last = Generation(found + 2, 1000, true));
+        else
+            last = found == writer.inFlight().number() ? writer.inFlight() : writer.acknowledged();
+        // Every other writer finds what the dead one left; the others find it tidied up.
+        if (i % 2 == 0) {
+            last = Writer::generation(last.number() + 1, kLargest);
+            folder.tidy(counts, last, event);
+        }
+    }
+}
+
+void killAtRandom(Counts& counts, std::string const& under, long kills)
+{
+    counts.planned = kills;
+    std::vector<pid_t> workers;
+    for (int i = 0; i < kWorkers; ++i)
+        workers.push_back(inChild([&] {
+            killWriters(counts, under, kills / kWorkers, static_cast<unsigned>(i + 1));
+            return 0;
+        }));
+    for (pid_t const worker : workers)
+        if (ended(worker) != 0)
+            complain(counts, "a worker did not get to its end");
+}
+
+std::string kindOf(std::string const& folder)
+{
+    struct statfs status;
+    if (statfs(folder.c_str(), &status) != 0)
+        return "?";
+    switch (status.f_type) {
+        case 0xEF53:
+            return "ext4";
+        case 0x01021994:
+            return "tmpfs";
+        case 0x58465342:
+            return "xfs";
+        case 0x9123683E:
+            return "btrfs";
+        case 0x794C7630:
+            return "overlay";
+        default:
+            return "type " + std::to_string(status.f_type);
+    }
+}
+
+}  // namespace
+
+void killAtRandomOnDisk(Counts& counts, Extent extent)
+{
+    remark(counts, "/tmp is on " + kindOf("/tmp"));
+    killAtRandom(counts, "/tmp", extent == Extent::full ? 20000 : 200);
+}
+
+void killAtRandomInMemory(Counts& counts, Extent extent)
+{
+    if (access("/dev/shm", W_OK) != 0)
+        return leaveOut(counts, "there is no /dev/shm");
+    killAtRandom(counts, "/dev/shm", extent == Extent::full ? 5000 : 100);
+}

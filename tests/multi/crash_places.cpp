@@ -1,0 +1,304 @@
+// Stores where something else stands in a file's place, under every mask, with standard
+// descriptors closed: nothing that is not ours may change.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "Campaign.h"
+#include "Generation.h"
+#include "StoreFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t kMasks[] = {0000, 0022, 0077};
+constexpr int kClosings = 8;  // of descriptors 0 to 2
+constexpr unsigned kPatience = 20;
+
+enum Answer { stored = 0, raised = 100, leaking = 101 };
+
+// The folder with the file, and a folder with what belongs to somebody else.
+class Scene {
+public:
+    explicit Scene(std::string const& root) : root_(root)
+    {
+        fs::create_directory(root_ + "/ours");
+        fs::create_directory(root_ + "/elsewhere");
+        fs::create_directories(root_ + "/foreign/folder");
+        put("/foreign/open", "text of somebody else\n", 0644);
+        put("/foreign/secret", "secret of somebody else\n", 0600);
+        put("/foreign/shared", "text of many\n", 0666);
+        put("/foreign/folder/deep", "deep\n", 0640);
+        // The companion of another file: a zlib stream.
+        Generation(1, 100, true).store(root_ + "/foreign/other");
+    }
+
+    std::string ours(std::string const& name) const { return root_ + "/ours/" + name; }
+    std::string elsewhere() const { return root_ + "/elsewhere/conf"; }
+    std::string foreign(std::string const& name) const { return root_ + "/foreign/" + name; }
+
+    void clear() const
+    {
+        for (char const* folder : {"/ours", "/elsewhere"})
+            for (auto const& entry : fs::directory_iterator(root_ + folder))
+                fs::remove_all(entry.path());
+    }
+
+    /// Says of everything that is foreign what it is and holds.
+    std::string foreignState() const
+    {
+        std::ostringstream state;
+        for (auto const& entry : fs::recursive_directory_iterator(root_ + "/foreign")) {
+            struct stat status;
+            lstat(entry.path().c_str(), &status);
+            state << entry.path().string() << ' ' << status.st_mode << ' ' << status.st_uid << ' '
+                  << status.st_gid << ' ' << status.st_size << ' ' << status.st_mtim.tv_sec << '.'
+                  << status.st_mtim.tv_nsec << ' ' << status.st_ino;
+            if (S_ISREG(status.st_mode))
+                state << ' ' << checksum(entry.path());
+            state << '\n';
+        }
+        return state.str();
+    }
+
+    void put(std::string const& name, std::string const& text, mode_t mode) const
+    {
+        std::ofstream(root_ + name) << text;
+        chmod((root_ + name).c_str(), mode);
+    }
+
+private:
+    static uLong checksum(fs::path const& file)
+    {
+        std::ifstream in(file, std::ios::binary);
+        std::string const text{std::istreambuf_iterator<char>(in), {}};
+        return crc32_z(0, reinterpret_cast<Bytef const*>(text.data()), text.size());
+    }
+
+    std::string const root_;
+};
+
+// ---- What may stand somewhere ------------------------------------------------------------------
+
+struct Kind {
+    char const* name;
+    bool (*plant)(Scene const& scene, std::string const& path);
+};
+constexpr Kind kKinds[] = {
+    {"link",
+     [](Scene const& scene, std::string const& path) {
+         return symlink(scene.foreign("secret").c_str(), path.c_str()) == 0;
+     }},
+    {"link to a folder",
+     [](Scene const& scene, std::string const& path) {
+         return symlink(scene.foreign("folder").c_str(), path.c_str()) == 0;
+     }},
+    {"link to nowhere",
+     [](Scene const& scene, std::string const& path) {
+         return symlink(scene.ours("nowhere/file").c_str(), path.c_str()) == 0;
+     }},
+    {"hard link",
+     [](Scene const& scene, std::string const& path) {
+         return link(scene.foreign("shared").c_str(), path.c_str()) == 0;
+     }},
+    {"FIFO", [](Scene const&, std::string const& path) { return mkfifo(path.c_str(), 0600) == 0; }},
+    {"folder",
+     [](Scene const&, std::string const& path) { return mkdir(path.c_str(), 0700) == 0; }},
+    {"device",
+     [](Scene const&, std::string const& path) {
+         return mknod(path.c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0 ||
+                symlink("/dev/null", path.c_str()) == 0;
+     }},
+};
+constexpr char const* kRoles[] = {"conf.obf", ".conf.zjn", ".conf.zjn.new", ".conf.obf.new",
+                                  ".conf.zjn.orphan"};
+
+// ---- One store ---------------------------------------------------------------------------------
+
+struct Circumstances {
+    mode_t mask;
+    int closed;  // bits: descriptors
+};
+
+int storeUnder(Circumstances const& circumstances, Generation const& what, std::string const& path)
+{
+    return ended(inChild([&] {
+        alarm(kPatience);
+        umask(circumstances.mask);
+        for (int fd = 0; fd < 3; ++fd)
+            if ((circumstances.closed & 1 << fd) != 0)
+                close(fd);
+        long const before = openDescriptors();
+        int answer = stored;
+        try {
+            what.store(path);
+        } catch (ZException_6_0&) {
+            answer = raised;
+        }
+        return openDescriptors() == before ? answer : leaking;
+    }));
+}
+
+// Every value of the masks and of the closed descriptors.
+template <class Body>
+void underAll(Body body)
+{
+    for (mode_t mask : kMasks)
+        for (int closed = 0; closed < kClosings; ++closed)
+            body(Circumstances{mask, closed},
+                 ", mask " + std::to_string(mask) + ", closed " + std::to_string(closed));
+}
+
+mode_t modeOf(std::string const& path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+Generation const kFirst(1, 3000, false);
+Generation const kSecond(2, 9000, true);
+
+// Judges a store of kSecond over kFirst (or over what cannot be loaded).
+void judge(Counts& counts, Scene const& scene, int answer, bool loadable, std::string const& event)
+{
+    std::string const path = scene.ours("conf");
+    StoreFolder const folder(scene.ours(""));
+    if (answer == stored) {
+        folder.judge(counts, kSecond, kSecond, event);
+        if (modeOf(path + ".obf") != modeOf(path))
+            complain(counts, event + ": mode of the companion");
+    } else if (answer == raised && loadable) {
+        folder.judge(counts, kFirst, kFirst, event);
+    } else {
+        ++counts.events;
+        if (answer != raised)
+            complain(counts, event + ": ended with " + std::to_string(answer));
+    }
+}
+
+// ---- The combinations --------------------------------------------------------------------------
+
+// Something stands where companion, journal or a temporary file would.
+void besideTheFile(Counts& counts, Scene const& scene)
+{
+    for (char const* role : kRoles)
+        for (Kind const& kind : kKinds)
+            underAll([&](Circumstances const& circumstances, std::string const& how) {
+                std::string const event = std::string(kind.name) + " as " + role + how;
+                scene.clear();
+                kFirst.store(scene.ours("conf"));
+                if (!kind.plant(scene, scene.ours(role)))
+                    return complain(counts, event + ": cannot be made");
+                std::string const before = scene.foreignState();
+                int const answer = storeUnder(circumstances, kSecond, scene.ours("conf"));
+                judge(counts, scene, answer, true, event);
+                if (scene.foreignState() != before)
+                    complain(counts, event + ": a foreign file has changed");
+                // A companion that was stored has taken the place of what stood there.
+                if (answer != stored || std::string(role) != kRoles[0])
+                    fs::remove_all(scene.ours(role));
+                StoreFolder(scene.ours("")).tidy(counts, {3, 100, false}, event);
+            });
+}
+
+// Something stands where the file would: links are followed, the rest is refused.
+void inTheFilesPlace(Counts& counts, Scene const& scene)
+{
+    std::string const path = scene.ours("conf");
+    for (Kind const& kind : kKinds)
+        underAll([&](Circumstances const& circumstances, std::string const& how) {
+            std::string const event = std::string(kind.name) + " as file" + how;
+            scene.clear();
+            std::string const name = kind.name;
+            bool const isFile = name == "link" || name == "hard link";
+            if (isFile) {
+                kFirst.store(scene.elsewhere());
+                name == "link" ? fs::create_symlink(scene.elsewhere(), path)
+                               : fs::create_hard_link(scene.elsewhere(), path);
+            } else if (!kind.plant(scene, path)) {
+                return complain(counts, event + ": cannot be made");
+            }
+            std::string const before = scene.foreignState();
+            int const answer = storeUnder(circumstances, kSecond, path);
+            judge(counts, scene, answer, isFile, event);
+            if ((answer == stored) != isFile)
+                complain(counts, event + ": answer " + std::to_string(answer));
+            if (scene.foreignState() != before)
+                complain(counts, event + ": a foreign file has changed");
+        });
+    // Nothing stands there: the mask decides.
+    underAll([&](Circumstances const& circumstances, std::string const& how) {
+        std::string const event = "new file" + how;
+        scene.clear();
+        int const answer = storeUnder(circumstances, kSecond, path);
+        judge(counts, scene, answer, false, event);
+        if (answer != stored || modeOf(path) != (0666 & ~circumstances.mask))
+            complain(counts, event + ": answer " + std::to_string(answer) + ", mode " +
+                                 std::to_string(modeOf(path)));
+    });
+}
+
+// The file names a companion that is not its own.
+void withAForeignCompanion(Counts& counts, Scene const& scene)
+{
+    struct Case {
+        char const* named;  // in the foreign folder, or an absolute path
+        mode_t mode;        // of the file
+        bool secret;        // whether the store has something for a companion
+    };
+    constexpr Case kCases[] = {
+        {"open", 0600, true},       {"secret", 0600, true},    {"folder", 0600, true},
+        {"missing", 0600, false},   {"/dev/null", 0600, true}, {"/dev/zero", 0600, true},
+        {"other.obf", 0600, false}, {"other.obf", 0666, true}, {"other.obf", 0666, false},
+        {"open", 0666, true},       {"secret", 0666, false},
+    };
+    std::string const path = scene.ours("conf");
+    for (Case const& c : kCases)
+        underAll([&](Circumstances const& circumstances, std::string const& how) {
+            std::string const event = std::string("companion ") + c.named + how;
+            scene.clear();
+            std::string const named = c.named[0] == '/' ? c.named : scene.foreign(c.named);
+            scene.put("/ours/conf",
+                      kFirst.text() + "\n[configuration-database]\nfile = " + named + "\n", c.mode);
+            std::string const before = scene.foreignState();
+            Generation const next(2, 9000, c.secret);
+            int const answer = storeUnder(circumstances, next, path);
+            ++counts.events;
+            if (answer != raised && answer != stored)
+                complain(counts, event + ": ended with " + std::to_string(answer));
+            if (answer == stored && Generation::load(path).number() != 2)
+                complain(counts, event + ": is not stored");
+            if (scene.foreignState() != before)
+                complain(counts, event + ": a foreign file has changed");
+            // A program that starts the file anew, without loading it.
+            int const anew = ended(inChild([&] {
+                ZStanzaFileProperties_6_0 store(1);
+                next.change(store);
+                store.store(path.c_str());
+                return Generation::load(path).number() == 2 ? 0 : 1;
+            }));
+            if (anew != 0)
+                complain(counts, event + ": cannot be started anew");
+            if (scene.foreignState() != before)
+                complain(counts, event + ": a foreign file has changed in the end");
+        });
+}
+
+}  // namespace
+
+void storeInOddPlaces(Counts& counts, Extent)
+{
+    TestDirectory const place(TestDirectory::Place::memory);
+    Scene const scene(place.path());
+    besideTheFile(counts, scene);
+    inTheFilesPlace(counts, scene);
+    withAForeignCompanion(counts, scene);
+}
