@@ -594,7 +594,10 @@ bool registerAll()
                 for (Contender const& contender : contenders()) {
                     bool const floor = strncmp(contender.name, "floor", 5) == 0;
                     bool const map = strcmp(contender.name, "unordered_map") == 0;
+                    // The largest files of unusual shape are for those that targets name.
+                    bool const named = contender.changes || map || floor;
                     if (keys > contender.most || (row.onlyFull && !contender.changes) ||
+                        (keys > 100000 && shape.keysPerStanza != 100 && !named) ||
                         (map && row.run == loadRow) ||
                         (strcmp(contender.name, "floor.split") == 0 && row.run != loadRow) ||
                         (floor && row.run == changeRow))
@@ -602,12 +605,13 @@ bool registerAll()
                     std::string const name = std::string(row.name) + "/" + contender.name + "/" +
                                              shape.name + "/" + std::to_string(keys);
                     RowFunction const run = row.run;
-                    benchmark::RegisterBenchmark(name.c_str(),
-                                                 [run, contender, &shape, keys](auto& state) {
-                                                     run(state, contender, files.of(shape, keys));
-                                                 })
-                        ->UseRealTime()
-                        ->Unit(benchmark::kMicrosecond);
+                    auto* const made = benchmark::RegisterBenchmark(
+                        name.c_str(), [run, contender, &shape, keys](auto& state) {
+                            run(state, contender, files.of(shape, keys));
+                        });
+                    made->Unit(benchmark::kMicrosecond);
+                    if (run == changeRow)
+                        made->UseRealTime();
                 }
     return true;
 }
