@@ -37,6 +37,8 @@ constexpr Target kTargets[] = {
     {"Adler32/", "libdeflate", 1.5},
     {"Squeeze/", "zlib", 1.02},
     {"Unsqueeze/", "zlib", 1.02},
+    {"Library/", "dlopen", 1.0},
+    {"HexDump/", nullptr, 1.0},
     {"LockUnlock", "std.recursive_mutex", 1.0},
     {"ReadLock", nullptr, 1.0},
     {"WriteLock", nullptr, 1.0},
