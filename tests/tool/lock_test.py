@@ -66,6 +66,12 @@ class LockTest(tool.ToolTest):
         run = self.lock("--read", "routes", "--", "printf", "<%s>", "a b", "", "--write", "--", "*")
         self.assertEqual((DONE, "<a b><><--write><--><*>"), (run.returncode, run.stdout))
 
+    def test_the_command_has_the_environment_that_the_tool_was_given(self):
+        for given, printed in (({}, "unset"), ({"QVRDIR": "/nowhere"}, "/nowhere")):
+            run = self.lock("--read", "routes", "--", "sh", "-c", 'echo "${QVRDIR-unset}"',
+                            environment=given)
+            self.assertEqual(printed + "\n", run.stdout)
+
     def test_a_command_that_cannot_run(self):
         plain = self.folder / "plain"
         plain.write_text("no program\n")

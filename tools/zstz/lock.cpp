@@ -174,14 +174,16 @@ private:
 };
 
 // Becomes the command; tells through `report` why it cannot.
-[[noreturn]] void become(std::vector<std::string> const& command, pid_t parent, int report)
+[[noreturn]] void become(Request const& request, pid_t parent, int report)
 {
     // Without the parent the lock is gone, and what it guards must not be touched any more.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
         _exit(kBySignal + SIGTERM);
+    if (request.hasSetTables)
+        unsetenv("QVRDIR");
     std::vector<char*> arguments;
-    for (std::string const& argument : command)
+    for (std::string const& argument : request.command)
         arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
@@ -190,7 +192,7 @@ private:
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
-int runCommand(std::vector<std::string> const& command)
+int runCommand(Request const& request)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -201,7 +203,7 @@ int runCommand(std::vector<std::string> const& command)
     pid_t const child = fork();
     if (child == 0) {
         signals.restore();
-        become(command, parent, ends[1]);
+        become(request, parent, ends[1]);
     }
     int const forkError = errno;
     close(ends[1]);
@@ -217,7 +219,7 @@ int runCommand(std::vector<std::string> const& command)
     close(ends[0]);
     int const code = signals.wait(child);
     if (got > 0)
-        report({exitNoAccess, "cannot run " + command.front() + ": " + strerror(error) +
+        report({exitNoAccess, "cannot run " + request.command.front() + ": " + strerror(error) +
                                   "; check its name and permissions"});
     return code;
 }
@@ -228,7 +230,7 @@ int runLocked(Request const& request)
     acquire(lock, request);
     int code;
     try {
-        code = runCommand(request.command);
+        code = runCommand(request);
     } catch (...) {
         lock.unlock(0);
         throw;

@@ -17,70 +17,7 @@
 
 namespace {
 
-struct Verb {
-    char const* name;
-    char const* purpose;
-    char const* example;  // one command a line
-    int (*run)(Request const&);
-};
-
-constexpr Verb kVerbs[] = {
-    {"get", "prints the value of a key, the last one when it has several",
-     "zstz get /etc/gateway.conf listener port", runGet},
-    {"set", "makes a value the only one of a key; makes stanza and key when they are missing",
-     "zstz set /etc/gateway.conf listener port 8443\n"
-     "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
-     runSet},
-    {"add", "adds a value to those of a key, unless it has an equal one",
-     "zstz add /etc/gateway.conf listener address 10.0.0.7", runAdd},
-    {"unset", "removes a key with all its values, or a stanza with all its keys",
-     "zstz unset /etc/gateway.conf listener motd\n"
-     "zstz unset /etc/gateway.conf listener port --all\n"
-     "zstz unset /etc/gateway.conf upstream --stanza",
-     runUnset},
-    {"stanzas", "prints the names of the stanzas", "zstz stanzas /etc/gateway.conf", runStanzas},
-    {"keys", "prints the names of the keys of a stanza", "zstz keys /etc/gateway.conf listener",
-     runKeys},
-    {"list", "prints stanzas, keys and values; obfuscated values are masked",
-     "zstz list /etc/gateway.conf listener", runList},
-    {"check", "says whether files can be read, and what is in them", "zstz check /etc/gateway.conf",
-     runCheck},
-    {"java", "reads and changes Java property files: get KEY, set KEY VALUE, list, check",
-     "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
-     "zstz java app.properties list",
-     runJava},
-    {"convert",
-     "makes a stanza of a Java property file, or the other way round; refuses what would be lost",
-     "zstz convert /etc/gateway.conf app --from app.properties\n"
-     "zstz convert /etc/gateway.conf app --to app.properties",
-     runConvert},
-    {"lock",
-     "runs a command under a process lock, and ends as it does; or shows who holds the lock",
-     "zstz lock --write --dir /run/gateway --wait 10 routes -- make -C /etc/gateway routes\n"
-     "zstz lock --read routes -- cat routes.conf\nzstz lock --show --dir /run/gateway routes",
-     runLock},
-    {"hexdump",
-     "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
-     "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", runHexdump},
-};
-
-constexpr char kExitCodes[] =
-    "Exit codes: 0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write,\n"
-    "5 locked by another process, 6 invalid value, 7 change refused, 9 internal";
-
-// Finds the tables of the text services beside the tool, unless the user names others.
-void findTables()
-{
-    char self[PATH_MAX];
-    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0)
-        return;
-    self[length] = 0;
-    *strrchr(self, '/') = 0;
-    std::string const tables = std::string(self) + "/" + ZSTZ_TABLES;
-    int const keepWhatIsSet = 0;
-    setenv("QVRDIR", tables.c_str(), keepWhatIsSet);
-}
+// ---- The arguments of each verb ----------------------------------------------------------------
 
 // A file, stanza or key without a name is a slip of the caller's, often an unset shell variable.
 std::string notEmpty(std::string const& text)
@@ -88,98 +25,222 @@ std::string notEmpty(std::string const& text)
     return text.empty() ? "it may not be empty" : "";
 }
 
-void addArguments(CLI::App& verb, std::string const& name, Request& request)
+CLI::Option* addText(CLI::App& verb, char const* name, std::string& text, char const* what)
 {
-    if (name == "check" || name == "hexdump") {
-        verb.add_option(
-                "FILE", request.files,
-                name == "check" ? "configuration files" : "files of any kind; - is standard input")
-            ->required()
-            ->check(notEmpty, "");
-        return;
-    }
-    if (name == "lock") {
-        verb.add_option("NAME", request.lockName, "name of the lock; its file is DIR/._zplNAME")
-            ->required()
-            ->check(notEmpty, "");
-        verb.add_option("COMMAND", request.command, "behind --: what to run, and its arguments");
-        CLI::Option* const read =
-            verb.add_flag("--read", request.read, "share the lock with other readers");
-        CLI::Option* const write =
-            verb.add_flag("--write", request.write,
-                          "be alone, and raise the sequence number when the command has ended")
-                ->excludes(read);
-        verb.add_option("--dir", request.lockDir, "folder of the lock file, else the working one")
-            ->check(notEmpty, "");
-        CLI::Option* const wait = verb.add_option("--wait", request.wait,
-                                                  "seconds to wait for the lock, else fail at once")
-                                      ->check(CLI::Range(0.0, 1e9));
-        verb.add_flag("--show", request.show, "print file, state and sequence number; run nothing")
-            ->excludes(read)
-            ->excludes(write)
-            ->excludes(wait);
-        return;
-    }
-    verb.add_option("FILE", request.file,
-                    name == "java" ? "Java property file" : "configuration file")
-        ->required()
-        ->check(notEmpty, "");
-    if (name == "java") {
-        verb.add_option("ACTION", request.action, "get, set, list or check")
-            ->required()
-            ->check(CLI::IsMember({"get", "set", "list", "check"}));
-        verb.add_option("KEY", request.key, "name of the key, of get and set");
-        verb.add_option("VALUE", request.value, "the value, of set");
-        verb.add_flag("--drop-comments", request.dropComments,
-                      "set the value although storing drops the comments");
-        return;
-    }
-    if (name == "stanzas")
-        return;
-    CLI::Option* const stanza =
-        verb.add_option("STANZA", request.stanza, "name of the stanza")->check(notEmpty, "");
-    if (name == "list")
-        return;
-    stanza->required();
-    if (name == "keys")
-        return;
-    if (name == "convert") {
-        CLI::Option* const from =
-            verb.add_option("--from", request.javaFrom, "make the stanza of this Java file")
-                ->check(notEmpty, "");
-        verb.add_option("--to", request.javaTo, "make this Java file of the stanza")
-            ->check(notEmpty, "")
-            ->excludes(from);
-        verb.add_flag("--drop-comments", request.dropComments, "do without the comments");
-        verb.add_flag("--overwrite", request.overwrite,
-                      "replace the stanza, or the Java file, that is there");
-        return;
-    }
-    CLI::Option* const key =
-        verb.add_option("KEY", request.key, "name of the key")->check(notEmpty, "");
-    if (name == "unset") {
-        CLI::Option* const all =
-            verb.add_flag("--all", request.all, "remove the key although it has several values");
-        verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")
-            ->excludes(key)
-            ->excludes(all);
-        return;
-    }
-    key->required();
-    if (name == "get") {
-        CLI::Option* const all = verb.add_flag("--all", request.all, "print every value");
-        verb.add_option("--as", request.as, "print it as text, number or boolean (yes or no)")
-            ->check(CLI::IsMember({"text", "number", "boolean"}))
-            ->excludes(all);
-        return;
-    }
+    return verb.add_option(name, text, what)->check(notEmpty, "");
+}
+
+void addFile(CLI::App& verb, Request& request)
+{
+    addText(verb, "FILE", request.file, "configuration file")->required();
+}
+
+void addFiles(CLI::App& verb, Request& request)
+{
+    verb.add_option("FILE", request.files, "configuration files")->required()->check(notEmpty, "");
+}
+
+void addFileAndStanza(CLI::App& verb, Request& request)
+{
+    addFile(verb, request);
+    addText(verb, "STANZA", request.stanza, "name of the stanza")->required();
+}
+
+CLI::Option* addKey(CLI::App& verb, Request& request)
+{
+    addFileAndStanza(verb, request);
+    return addText(verb, "KEY", request.key, "name of the key");
+}
+
+void addGet(CLI::App& verb, Request& request)
+{
+    addKey(verb, request)->required();
+    CLI::Option* const all = verb.add_flag("--all", request.all, "print every value");
+    verb.add_option("--as", request.as, "print it as text, number or boolean (yes or no)")
+        ->check(CLI::IsMember({"text", "number", "boolean"}))
+        ->excludes(all);
+}
+
+void addAdd(CLI::App& verb, Request& request)
+{
+    addKey(verb, request)->required();
     CLI::Option* const value = verb.add_option("VALUE", request.value, "the value");
     verb.add_flag("--obfuscated", request.obfuscated,
                   "keep the value out of the file; it is read from standard input")
         ->excludes(value);
-    if (name == "set")
-        verb.add_flag("--all", request.all, "replace several values by this one");
 }
+
+void addSet(CLI::App& verb, Request& request)
+{
+    addAdd(verb, request);
+    verb.add_flag("--all", request.all, "replace several values by this one");
+}
+
+void checkValue(CLI::App const& verb, Request const& request)
+{
+    if (!request.obfuscated && verb.count("VALUE") == 0)
+        throw CLI::RequiredError("VALUE");
+}
+
+void addUnset(CLI::App& verb, Request& request)
+{
+    CLI::Option* const key = addKey(verb, request);
+    CLI::Option* const all =
+        verb.add_flag("--all", request.all, "remove the key although it has several values");
+    verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")
+        ->excludes(key)
+        ->excludes(all);
+}
+
+void checkUnset(CLI::App const& verb, Request const& request)
+{
+    if (!request.wholeStanza && verb.count("KEY") == 0)
+        throw CLI::RequiredError("KEY or --stanza");
+}
+
+void addList(CLI::App& verb, Request& request)
+{
+    addFile(verb, request);
+    addText(verb, "STANZA", request.stanza, "name of the stanza");
+}
+
+void addJava(CLI::App& verb, Request& request)
+{
+    addText(verb, "FILE", request.file, "Java property file")->required();
+    verb.add_option("ACTION", request.action, "get, set, list or check")
+        ->required()
+        ->check(CLI::IsMember({"get", "set", "list", "check"}));
+    verb.add_option("KEY", request.key, "name of the key, of get and set");
+    verb.add_option("VALUE", request.value, "the value, of set");
+    verb.add_flag("--drop-comments", request.dropComments,
+                  "set the value although storing drops the comments");
+}
+
+void checkJava(CLI::App const& verb, Request const& request)
+{
+    bool const needsValue = request.action == "set";
+    bool const needsKey = needsValue || request.action == "get";
+    if (needsKey && verb.count("KEY") == 0)
+        throw CLI::RequiredError("KEY");
+    if (needsValue && verb.count("VALUE") == 0)
+        throw CLI::RequiredError("VALUE");
+    if (!needsKey && verb.count("KEY") != 0)
+        throw CLI::ExtrasError({request.key});
+    if (!needsValue && verb.count("VALUE") != 0)
+        throw CLI::ExtrasError({request.value});
+}
+
+void addConvert(CLI::App& verb, Request& request)
+{
+    addFileAndStanza(verb, request);
+    CLI::Option* const from =
+        addText(verb, "--from", request.javaFrom, "make the stanza of this Java file");
+    addText(verb, "--to", request.javaTo, "make this Java file of the stanza")->excludes(from);
+    verb.add_flag("--drop-comments", request.dropComments, "do without the comments");
+    verb.add_flag("--overwrite", request.overwrite,
+                  "replace the stanza, or the Java file, that is there");
+}
+
+void checkConvert(CLI::App const&, Request const& request)
+{
+    if (request.javaFrom.empty() && request.javaTo.empty())
+        throw CLI::RequiredError("--from or --to");
+}
+
+void addLock(CLI::App& verb, Request& request)
+{
+    addText(verb, "NAME", request.lockName, "name of the lock; its file is DIR/._zplNAME")
+        ->required();
+    verb.add_option("COMMAND", request.command, "behind --: what to run, and its arguments");
+    CLI::Option* const read =
+        verb.add_flag("--read", request.read, "share the lock with other readers");
+    CLI::Option* const write =
+        verb.add_flag("--write", request.write,
+                      "be alone, and raise the sequence number when the command has ended")
+            ->excludes(read);
+    addText(verb, "--dir", request.lockDir, "folder of the lock file, else the working one");
+    CLI::Option* const wait =
+        verb.add_option("--wait", request.wait, "seconds to wait for the lock, else fail at once")
+            ->check(CLI::Range(0.0, 1e9));
+    verb.add_flag("--show", request.show, "print file, state and sequence number; run nothing")
+        ->excludes(read)
+        ->excludes(write)
+        ->excludes(wait);
+}
+
+void checkLock(CLI::App const&, Request const& request)
+{
+    if (!request.show && !request.read && !request.write)
+        throw CLI::RequiredError("--read, --write or --show");
+    if (!request.show && request.command.empty())
+        throw CLI::RequiredError("-- COMMAND");
+    if (request.show && !request.command.empty())
+        throw CLI::ExcludesError("--show", "COMMAND");
+}
+
+void addHexdump(CLI::App& verb, Request& request)
+{
+    verb.add_option("FILE", request.files, "files of any kind; - is standard input")
+        ->required()
+        ->check(notEmpty, "");
+}
+
+// ---- The verbs ---------------------------------------------------------------------------------
+
+struct Verb {
+    char const* name;
+    char const* purpose;
+    char const* example;  // one command a line
+    void (*add)(CLI::App&, Request&);
+    void (*check)(CLI::App const&, Request const&);  // what the parser cannot express; may be null
+    int (*run)(Request const&);
+};
+
+constexpr Verb kVerbs[] = {
+    {"get", "prints the value of a key, the last one when it has several",
+     "zstz get /etc/gateway.conf listener port", addGet, nullptr, runGet},
+    {"set", "makes a value the only one of a key; makes stanza and key when they are missing",
+     "zstz set /etc/gateway.conf listener port 8443\n"
+     "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
+     addSet, checkValue, runSet},
+    {"add", "adds a value to those of a key, unless it has an equal one",
+     "zstz add /etc/gateway.conf listener address 10.0.0.7", addAdd, checkValue, runAdd},
+    {"unset", "removes a key with all its values, or a stanza with all its keys",
+     "zstz unset /etc/gateway.conf listener motd\n"
+     "zstz unset /etc/gateway.conf listener port --all\n"
+     "zstz unset /etc/gateway.conf upstream --stanza",
+     addUnset, checkUnset, runUnset},
+    {"stanzas", "prints the names of the stanzas", "zstz stanzas /etc/gateway.conf", addFile,
+     nullptr, runStanzas},
+    {"keys", "prints the names of the keys of a stanza", "zstz keys /etc/gateway.conf listener",
+     addFileAndStanza, nullptr, runKeys},
+    {"list", "prints stanzas, keys and values; obfuscated values are masked",
+     "zstz list /etc/gateway.conf listener", addList, nullptr, runList},
+    {"check", "says whether files can be read, and what is in them", "zstz check /etc/gateway.conf",
+     addFiles, nullptr, runCheck},
+    {"java", "reads and changes Java property files: get KEY, set KEY VALUE, list, check",
+     "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
+     "zstz java app.properties list",
+     addJava, checkJava, runJava},
+    {"convert",
+     "makes a stanza of a Java property file, or the other way round; refuses what would be lost",
+     "zstz convert /etc/gateway.conf app --from app.properties\n"
+     "zstz convert /etc/gateway.conf app --to app.properties",
+     addConvert, checkConvert, runConvert},
+    {"lock",
+     "runs a command under a process lock, and ends as it does; or shows who holds the lock",
+     "zstz lock --write --dir /run/gateway --wait 10 routes -- make -C /etc/gateway routes\n"
+     "zstz lock --read routes -- cat routes.conf\nzstz lock --show --dir /run/gateway routes",
+     addLock, checkLock, runLock},
+    {"hexdump",
+     "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
+     "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", addHexdump,
+     nullptr, runHexdump},
+};
+
+constexpr char kExitCodes[] =
+    "Exit codes: 0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write,\n"
+    "5 locked by another process, 6 invalid value, 7 change refused, 9 internal";
 
 Verb const& verbOf(CLI::App const& app)
 {
@@ -187,35 +248,6 @@ Verb const& verbOf(CLI::App const& app)
         if (app.got_subcommand(verb.name))
             return verb;
     throw CLI::RequiredError("VERB");
-}
-
-// What the parser cannot express.
-void checkUsage(std::string const& verb, CLI::App const& app, Request const& request)
-{
-    if (verb == "lock") {
-        if (!request.show && !request.read && !request.write)
-            throw CLI::RequiredError("--read, --write or --show");
-        if (!request.show && request.command.empty())
-            throw CLI::RequiredError("-- COMMAND");
-        if (request.show && !request.command.empty())
-            throw CLI::ExcludesError("--show", "COMMAND");
-    }
-    if ((verb == "set" || verb == "add") && !request.obfuscated && app.count("VALUE") == 0)
-        throw CLI::RequiredError("VALUE");
-    if (verb == "unset" && !request.wholeStanza && app.count("KEY") == 0)
-        throw CLI::RequiredError("KEY or --stanza");
-    if (verb == "convert" && app.count("--from") + app.count("--to") == 0)
-        throw CLI::RequiredError("--from or --to");
-    if (verb == "java") {
-        bool const needsValue = request.action == "set";
-        bool const needsKey = needsValue || request.action == "get";
-        if (needsKey && app.count("KEY") == 0)
-            throw CLI::RequiredError("KEY");
-        if (needsValue && app.count("VALUE") == 0)
-            throw CLI::RequiredError("VALUE");
-        if (app.count("VALUE") > needsValue || app.count("KEY") > needsKey)
-            throw CLI::ExtrasError({needsKey ? request.value : request.key});
-    }
 }
 
 std::string examples(char const* commands)
@@ -251,6 +283,23 @@ int failUsage(CLI::App const& app, std::string const& text)
     return report({exitUsage, text + "; see zstz" + verb + " --help"});
 }
 
+// Finds the tables of the text services beside the tool, unless the user names others. Returns
+// whether it has set QVRDIR.
+bool findTables()
+{
+    if (getenv("QVRDIR") != nullptr)
+        return false;
+    char self[PATH_MAX];
+    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0)
+        return false;
+    self[length] = 0;
+    *strrchr(self, '/') = 0;
+    std::string const tables = std::string(self) + "/" + ZSTZ_TABLES;
+    setenv("QVRDIR", tables.c_str(), 1);
+    return true;
+}
+
 // A descriptor that is not there would be given to the next file that is opened, and what is
 // printed would go into it. What stands there instead fails when it is used.
 void holdStandardDescriptors()
@@ -272,9 +321,8 @@ int main(int argc, char** argv)
 {
     holdStandardDescriptors();
     setlocale(LC_CTYPE, "");
-    findTables();
-
     Request request;
+    request.hasSetTables = findTables();
     CLI::App app("Reads and edits stanza configuration files.", "zstz");
     app.require_subcommand(1);
     app.set_version_flag("--version", "zstz 6.0");
@@ -283,7 +331,7 @@ int main(int argc, char** argv)
     for (Verb const& verb : kVerbs) {
         CLI::App& sub = *app.add_subcommand(verb.name, verb.purpose)->group("Verbs");
         sub.footer(examples(verb.example));
-        addArguments(sub, verb.name, request);
+        verb.add(sub, request);
     }
 
     try {
@@ -291,7 +339,8 @@ int main(int argc, char** argv)
         try {
             app.parse(argc, argv);
             Verb const& verb = verbOf(app);
-            checkUsage(verb.name, *app.get_subcommand(verb.name), request);
+            if (verb.check != nullptr)
+                verb.check(*app.get_subcommand(verb.name), request);
             code = verb.run(request);
         } catch (CLI::ParseError const& e) {
             if (e.get_exit_code() != 0)
