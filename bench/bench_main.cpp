@@ -52,6 +52,7 @@ constexpr Target kTargets[] = {
     {"LookUp/", "unordered_map", 1.0},
     {"ChangeAndStore/", "GKeyFile+comments", 1.0},
     {"CacheLookUp/", "unordered_map", 1.0},
+    {"JavaLoad/", nullptr, 1.0},
 };
 
 // A large row takes at most so many times as long a key as the small one beside it.
@@ -235,8 +236,8 @@ private:
     {
         std::string name = run.benchmark_name();
         // Settings of the run stand behind the arguments.
-        for (char const* setting :
-             {"/min_time:", "/iterations:", "/real_time", "/threads:", "/process_time"})
+        for (char const* setting : {"/min_time:", "/iterations:", "/real_time", "/manual_time",
+                                    "/threads:", "/process_time"})
             if (size_t const at = name.find(setting); at != std::string::npos)
                 name.erase(at);
         size_t const first = name.find('/');

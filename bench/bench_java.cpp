@@ -1,0 +1,119 @@
+// Java-style property files: load and let go.
+//
+// The Java platform loads in a process of its own, which is warm when it is timed and says itself
+// how long a load took; what it lets go is collected while it runs on.
+#include <Z/ZJavaProperties.h>
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "JavaPeer.h"
+
+#ifdef Z_PEER_POCO
+#include <Poco/Util/PropertyFileConfiguration.h>
+#endif
+
+namespace {
+
+constexpr int kWarmLoads = 100;
+
+// Generated files by the number of their keys; they are removed when the program ends.
+class Files {
+public:
+    Files() = default;
+    Files(Files const&) = delete;
+    Files& operator=(Files const&) = delete;
+    ~Files()
+    {
+        for (auto const& [keys, path] : paths_)
+            unlink(path.c_str());
+    }
+
+    // A quarter of the values is plain, one has escapes, one units, one goes over two lines.
+    std::string const& of(long keys)
+    {
+        std::string& path = paths_[keys];
+        if (!path.empty())
+            return path;
+        path =
+            "/tmp/zbench." + std::to_string(getpid()) + "." + std::to_string(keys) + ".properties";
+        std::ofstream out(path, std::ios::binary);
+        for (long i = 0; i < keys; ++i) {
+            std::string const number = std::to_string(i);
+            std::string const values[] = {"value of number " + number, "C\\:\\\\data\\\\" + number,
+                                          "caf\\u00e9 \\u20ac " + number,
+                                          "first part, \\\n    second part " + number};
+            if (i % 10 == 5)
+                out << "# the next one matters\n";
+            out << "service." << i / 100 << ".parameter" << i % 100 << " = " << values[i % 4]
+                << "\n";
+        }
+        return path;
+    }
+
+private:
+    std::map<long, std::string> paths_;
+};
+Files files;
+
+void zLoad(benchmark::State& state)
+{
+    std::string const& path = files.of(state.range(0));
+    for (auto _ : state) {
+        ZJavaProperties_6_0 store;
+        store.load(path.c_str());
+        benchmark::DoNotOptimize(&store);
+    }
+}
+
+#ifdef Z_PEER_POCO
+void pocoLoad(benchmark::State& state)
+{
+    std::string const& path = files.of(state.range(0));
+    for (auto _ : state) {
+        Poco::AutoPtr<Poco::Util::PropertyFileConfiguration> const store(
+            new Poco::Util::PropertyFileConfiguration(path));
+        benchmark::DoNotOptimize(store.get());
+    }
+}
+#endif
+
+#ifdef Z_PEER_JAVA
+void javaLoad(benchmark::State& state)
+{
+    std::string const& path = files.of(state.range(0));
+    static JavaPeer java(Z_PEER_JAVA, Z_PEER_JAVA_PROGRAM);
+    for (int i = 0; i < kWarmLoads; ++i)
+        java.time(path);
+    for (auto _ : state)
+        state.SetIterationTime(static_cast<double>(java.time(path)) * 1e-9);
+}
+#endif
+
+void sizes(benchmark::internal::Benchmark* row)
+{
+    row->Arg(1000)->Arg(100000)->UseRealTime()->Unit(benchmark::kMicrosecond);
+}
+
+bool registerAll()
+{
+    benchmark::RegisterBenchmark("JavaLoad/Z", zLoad)->Apply(sizes);
+#ifdef Z_PEER_POCO
+    benchmark::RegisterBenchmark("JavaLoad/Poco.PropertyFileConfiguration", pocoLoad)->Apply(sizes);
+#endif
+#ifdef Z_PEER_JAVA
+    benchmark::RegisterBenchmark("JavaLoad/java.util.Properties", javaLoad)
+        ->Arg(1000)
+        ->Arg(100000)
+        ->UseManualTime()
+        ->Unit(benchmark::kMicrosecond);
+#endif
+    return true;
+}
+bool const registered = registerAll();
+
+}  // namespace
