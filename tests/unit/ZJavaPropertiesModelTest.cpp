@@ -5,11 +5,13 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
 #include <string_view>
 
+#include "JavaDifferences.h"
 #include "JavaEntries.h"
 #include "JavaModel.h"
 #include "TestDirectory.h"
@@ -132,6 +134,14 @@ TEST(ZJavaPropertiesModel, TakesEveryByteInEveryStateAsTheModelDoes)
             }
         }
     }
+}
+
+TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreWrittenDown)
+{
+    std::ifstream in(Z_TEST_DATA "/../../docs/file-formats.md");
+    std::string const text{std::istreambuf_iterator<char>(in), {}};
+    for (JavaDifference const& row : javaDifferences())
+        EXPECT_NE(text.npos, text.find(std::string("| ") + row.name + " |")) << row.name;
 }
 
 }  // namespace
