@@ -357,13 +357,15 @@ void ZReadWriteLock_6_0::waitAndPromote()
 // ---- The guard -------------------------------------------------------------------------------
 
 ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update)
-    : lock_(lock)
+    : lock_(lock), failed_(0)
 {
     lock_.setUpdate(update);
 }
 
 ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
 {
+    if (failed_ != 0)
+        return;
     // A second exception would end the process while a first one unwinds the stack.
     try {
         try {
@@ -380,19 +382,34 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
     }
 }
 
+template <class Action>
+void ZStackReadWriteLock_6_0::acquire(Action action)
+{
+    failed_ = 1;
+    try {
+        action();
+    } catch (ZLockResourceException_6_0 const& failure) {
+        // Refused because this thread holds the lock: that is what the guard releases.
+        if (failure.messageNumber() == mutexLock && failure.returnCode() == 0)
+            failed_ = 0;
+        throw;
+    }
+    failed_ = 0;
+}
+
 void ZStackReadWriteLock_6_0::readLock()
 {
-    lock_.readLock();
+    acquire([this] { lock_.readLock(); });
 }
 
 void ZStackReadWriteLock_6_0::writeLock()
 {
-    lock_.writeLock();
+    acquire([this] { lock_.writeLock(); });
 }
 
 void ZStackReadWriteLock_6_0::readWithIntentToWriteLock()
 {
-    lock_.readWithIntentToWriteLock();
+    acquire([this] { lock_.readWithIntentToWriteLock(); });
 }
 
 void ZStackReadWriteLock_6_0::promoteReadToWriteLock()

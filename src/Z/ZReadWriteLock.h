@@ -178,7 +178,9 @@ public:
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
-    /// Releases the lock. Where raising the sequence number fails, it is released without.
+    /// Releases the lock, unless acquiring it through this guard has just failed: there is nothing
+    /// to release then, or only what is another thread's. Where raising the sequence number fails,
+    /// it is released without.
     /// throws  what `unlock()` throws; while another exception is on its way, or the thread was
     ///         cancelled in a wait for the lock, that failure is reported through the message
     ///         service instead.
@@ -197,5 +199,9 @@ public:
     ZAbstractReadWriteLock_6_0& getReadWriteLock() const;
 
 private:
+    template <class Action>
+    void acquire(Action action);
+
     ZAbstractReadWriteLock_6_0& lock_;
+    int failed_;  // 1 behind an acquisition that failed
 };

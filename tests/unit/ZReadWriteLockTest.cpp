@@ -470,8 +470,8 @@ TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
     EXPECT_NE(std::string::npos, report.find(" Error: 6\n"));
 }
 
-// The cancellation is no exception that the guard could see.
-TEST(ZStackReadWriteLock, IsDestroyedInPeaceWhenItsWaitIsCancelled)
+// It would raise, or release what another thread reads by then.
+TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
 {
     NotedMessages const noted;
     for (State wanted : {kRead, kProtect, kWrite}) {
@@ -504,5 +504,42 @@ TEST(ZStackReadWriteLock, IsDestroyedInPeaceWhenItsWaitIsCancelled)
         expectState({0, kWrite}, lock);
         lock.unlock();
     }
-    EXPECT_EQ(3, noted.exceptions());  // each guard had nothing to release
+    EXPECT_EQ(0, noted.exceptions());
+}
+
+TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
+{
+    ZReadWriteLock_6_0 lock;
+    lock.writeLock();
+    expectRaised<ZLockResourceException_6_0>(
+        [&] {
+            ZStackReadWriteLock_6_0 guard(lock, 1);
+            guard.readLock();
+        },
+        5);
+    expectState({0, kUnset}, lock);
+}
+
+// The cancellation is no exception that the guard could see.
+TEST(ZStackReadWriteLock, ReportsWhenAWaitBesideItIsCancelled)
+{
+    NotedMessages const noted;
+    ZReadWriteLock_6_0 lock;
+    lock.writeLock();
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, nullptr,
+                     [](void* argument) -> void* {
+                         auto& theLock = *static_cast<ZReadWriteLock_6_0*>(argument);
+                         ZStackReadWriteLock_6_0 const guard(theLock, 1);
+                         theLock.readLock();
+                         return nullptr;
+                     },
+                     &lock));
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    EXPECT_EQ(1, noted.exceptions());
+    lock.unlock();
 }
