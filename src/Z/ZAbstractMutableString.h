@@ -242,8 +242,8 @@ protected:
         inline_[0] = 0;
     }
 
-    /// Sees to it that the buffer has room for `required` bytes of text: for exactly as many, or
-    /// for a fifth more.
+    /// Sees to it that the buffer has room for `required` bytes of text, and that the capacity is
+    /// exactly as much, a fifth more, or what it was when that suffices.
     /// throws  ZOutOfMemoryException_6_0 when there is no memory, or a length does not fit.
     void bump(size_t required, bool exact)
     {
