@@ -16,9 +16,13 @@
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZPropertiesKVList.h>
 #include <Z/ZQVRUTF8Converter.h>
+#include <Z/ZSharedLibrary.h>
+#include <Z/ZSleeperThread.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/ZStringIterator.h>
 #include <Z/ZStringTokenizer.h>
+#include <Z/ZThread.h>
+#include <Z/ZThreadPool.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
 
@@ -505,6 +509,48 @@ TEST(SlotOrder, Stores)
                  {"getItemKey", slot(&ZPropertiesKVList_6_0::getItemKey)},
                  {"getItemValue", slot(&ZPropertiesKVList_6_0::getItemValue)},
                  {"clear", slot(&ZPropertiesKVList_6_0::clear)}});
+}
+
+TEST(SlotOrder, Threads)
+{
+    using T = ZThread_6_0;
+    expectOrder("ZThread", kBehindObject,
+                {{"start", slot(&T::start)},
+                 {"waitForExit", slot(&T::waitForExit)},
+                 {"run", slot(&T::run)},
+                 {"exit", slot(&T::exit)}});
+    using S = ZSleeperThread_6_0;
+    expectOrder("ZSleeperThread", slot(&T::exit) + 1, {{"doWork", slot(&S::doWork)}});
+    expectOrder("ZThreadPool", kBehindObject,
+                {{"createThread", slot(&ZThreadPool_6_0::createThread)}});
+}
+
+TEST(SlotOrder, SharedLibrary)
+{
+    using A = ZAbstractSharedLibrary_6_0;
+    // Two entries of the destructor; the root's functions follow in the derived class.
+    expectOrder("ZAbstractSharedLibrary", 2,
+                {{"getLibraryName", slot(&A::getLibraryName)},
+                 {"getFlags", slot(&A::getFlags)},
+                 {"setFlags", slot(&A::setFlags)},
+                 {"getLastErrorMessage", slot(&A::getLastErrorMessage)},
+                 {"getLastErrorNumber", slot(&A::getLastErrorNumber)},
+                 {"getLocalScope", slot(&A::getLocalScope)},
+                 {"setLocalScope", slot(&A::setLocalScope)},
+                 {"getLazyResolution", slot(&A::getLazyResolution)},
+                 {"setLazyResolution", slot(&A::setLazyResolution)},
+                 {"loadLibrary", slot(&A::loadLibrary)},
+                 {"unloadLibrary", slot(&A::unloadLibrary)},
+                 {"resolveSymbol", slot(&A::resolveSymbol)},
+                 {"setLastErrorMessage", slot(&A::setLastErrorMessage)},
+                 {"setLastErrorNumber", slot(&A::setLastErrorNumber)}});
+    using L = ZSharedLibrary_6_0;
+    expectOrder("ZSharedLibrary", slot(&A::setLastErrorNumber) + 1,
+                {{"compare", slot(&L::compare)},
+                 {"hash", slot(&L::hash)},
+                 {"clone", slot(&L::clone)},
+                 {"getHandle", slot(&L::getHandle)},
+                 {"initialize", slot(&L::initialize)}});
 }
 
 TEST(SlotOrder, ReadWriteLocks)
