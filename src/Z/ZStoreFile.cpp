@@ -161,6 +161,35 @@ int removeFile(std::string const& path)
     return unlink(path.c_str()) != 0 && errno != ENOENT ? errno : 0;
 }
 
+// Overwrites the head of a journal, so that it does not count any more, and waits until that is on
+// disk.
+int invalidate(std::string const& path)
+{
+    int const fd = zopenPrivate(path.c_str(), O_WRONLY | O_NOFOLLOW, 0);
+    if (fd < 0)
+        return errno == ENOENT ? 0 : errno;
+    constexpr char kNothing[8] = "";
+    struct stat status;
+    int error = fstat(fd, &status) != 0 ? errno : 0;
+    if (error == 0 && (!S_ISREG(status.st_mode) || status.st_nlink != 1))
+        error = EPERM;  // something else was put there
+    if (error == 0)
+        error = writeAllAt(fd, {kNothing, sizeof kNothing}, 0);
+    if (error == 0)
+        error = retrying([fd] { return fdatasync(fd); });
+    close(fd);
+    return error == EINVAL ? 0 : error;
+}
+
+// Removes the journal in `directory` for good: nothing that a power cut may bring back counts. The
+// removal need not be on disk for that, which saves two waits for the disk.
+int dropJournal(std::string const& path, std::string const& directory)
+{
+    int const error = invalidate(path);
+    bool const removed = removeFile(path) == 0 || removeFile(path) == 0;
+    return error == 0 || (removed && syncDirectory(directory) == 0) ? 0 : error;
+}
+
 // Makes a new file for writing, readable by nobody else, and returns its descriptor; -1 with errno
 // when it fails. One that is there already was left by a dead writer: we hold the lock.
 int makeFile(std::string const& path)
@@ -169,6 +198,7 @@ int makeFile(std::string const& path)
     int const fd = zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
     if (fd >= 0 || errno != EEXIST)
         return fd;
+    invalidate(path);  // it may be a whole journal, see writeJournalTo()
     if (unlink(path.c_str()) != 0)
         return -1;
     return zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
@@ -437,7 +467,6 @@ private:
     int moveCompanion();
     int writeCompanionInPlace(View contents);
     int removeJournal();
-    int dropJournal();
 
     void undo();
     int restoreText();
@@ -563,18 +592,17 @@ int ZStoreFile::Writer::writeJournal()
     }
     if (::close(fd) != 0 && error == 0)
         error = failed("close()", newJournal_, errno);
-    if (error == 0 && rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
-        error = failed("rename()", file_.journal_, errno);
     if (error != 0) {
         removeFile(newJournal_);
         return error;
     }
-    journalled_ = true;
     return failed("fsync()", file_.journal_, syncDirectory(directory_));
 }
 
-// The journal is synced before it gets its name. A file system that writes names before contents
-// could otherwise leave the name on blocks of an earlier journal: whole, and out of date.
+// The journal gets its name before it is synced, so that most file systems write both at once: one
+// that a crash leaves torn does not count, and nothing has changed by then. Nor can it be mistaken
+// for an earlier journal, whose blocks a file system that writes names before contents might leave
+// in it: no journal is removed before it is invalid on disk.
 int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
 {
     if (int const error = takeAfter(fd, file_.status_))
@@ -592,7 +620,10 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     putNumber(end, crc, Journal::kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
         return failed("write()", newJournal_, error);
-    return failed("fsync()", newJournal_, syncFile(fd));
+    if (rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
+        return failed("rename()", file_.journal_, errno);
+    journalled_ = true;
+    return failed("fsync()", file_.journal_, syncFile(fd));
 }
 
 // Without a journal, makes a shorter text as long as the old one.
@@ -687,29 +718,16 @@ int ZStoreFile::Writer::writeCompanionInPlace(View contents)
     return failed("fsync()", path, syncFile(fd));
 }
 
-// From here on the pair is new and on disk. The removal of the journal has to get there too: if a
-// power cut brought it back, it would take what another program has made of the file meanwhile for
-// an interrupted rewrite, where each byte is that of the old text or of the new one.
+// From here on the pair is new and on disk. The journal must be gone for good: if a power cut
+// brought it back, it would take what another program has made of the file meanwhile for an
+// interrupted rewrite, where each byte is that of the old text or of the new one.
 int ZStoreFile::Writer::removeJournal()
 {
     if (!journalled_)
         return 0;
-    if (int const error = dropJournal())
-        return failed("unlink()", file_.journal_, error);
     journalled_ = false;
     journalGone_ = true;
-    return failed("fsync()", file_.journal_, syncDirectory(directory_));
-}
-
-// Removes the journal, or at least makes it invalid: one that stays would be taken for a rewrite
-// that was interrupted if somebody edited the file to something between the two texts.
-int ZStoreFile::Writer::dropJournal()
-{
-    int const error = removeFile(file_.journal_);
-    if (error == 0)
-        return 0;
-    bool const cut = truncate(file_.journal_.c_str(), 0) == 0;
-    return removeFile(file_.journal_) == 0 || cut ? 0 : error;
+    return failed("unlink()", file_.journal_, dropJournal(file_.journal_, directory_));
 }
 
 // Puts the old pair back. Where that fails as well the journal stays: the next reader takes the
@@ -726,10 +744,8 @@ void ZStoreFile::Writer::undo()
         retrying([this] {
             return ftruncate(file_.fd_, static_cast<off_t>(file_.main_.length()));
         });  // gives back what was set aside
-    if (restored && journalled_) {
-        dropJournal();
-        syncDirectory(directory_);
-    }
+    if (restored && journalled_)
+        dropJournal(file_.journal_, directory_);
 }
 
 int ZStoreFile::Writer::restoreText()
@@ -918,11 +934,12 @@ void ZStoreFile::pick(Use use)
     if (known && untouched) {
         if (!journal->companion.empty())
             removeFile(neighbour(journal->companion, ".new"));
-        removeFile(journal_);
+        dropJournal(journal_, directoryOf(journal_));
     } else {
+        // It keeps its texts, for whoever wants to compare.
+        invalidate(journal_);
         rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str());
     }
-    syncDirectory(directoryOf(journal_));  // as in removeJournal()
 }
 
 // Whether the companion is the one that the journal's writer found or the one it wrote.

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +38,7 @@ struct Plan {
     bool shortWrites = false;  // every write and read moves one byte
     std::string failed;        // name of the call that failed
     size_t longestWrite = 0;   // by pwrite()
+    std::string heads;         // first letters of the journals that were removed
 };
 Plan plan;
 
@@ -57,6 +59,16 @@ bool fails(char const* name)
     return true;
 }
 
+// Returns the first letter of a journal, "." where it is zero; "" for what is none or missing.
+std::string headOf(char const* path)
+{
+    std::ifstream in(path, std::ios::binary);
+    char c = 0;
+    if (strstr(path, ".zjn") == nullptr || !in.get(c))
+        return "";
+    return c == '\0' ? "." : std::string(1, c);
+}
+
 size_t lengthOf(size_t length)
 {
     return plan.watched && plan.shortWrites && length > 1 ? 1 : length;
@@ -71,8 +83,8 @@ ssize_t __real_pread(int, void*, size_t, off_t);
 ssize_t __real_write(int, void const*, size_t);
 ssize_t __real_pwrite(int, void const*, size_t, off_t);
 int __real_fsync(int);
+int __real_fdatasync(int);
 int __real_ftruncate(int, off_t);
-int __real_truncate(char const*, off_t);
 int __real_rename(char const*, char const*);
 int __real_unlink(char const*);
 int __real_fchown(int, uid_t, gid_t);
@@ -118,13 +130,13 @@ int __wrap_fsync(int fd)
 {
     return fails("fsync") ? -1 : __real_fsync(fd);
 }
+int __wrap_fdatasync(int fd)
+{
+    return fails("fdatasync") ? -1 : __real_fdatasync(fd);
+}
 int __wrap_ftruncate(int fd, off_t length)
 {
     return fails("ftruncate") ? -1 : __real_ftruncate(fd, length);
-}
-int __wrap_truncate(char const* path, off_t length)
-{
-    return fails("truncate") ? -1 : __real_truncate(path, length);
 }
 int __wrap_rename(char const* from, char const* to)
 {
@@ -132,6 +144,8 @@ int __wrap_rename(char const* from, char const* to)
 }
 int __wrap_unlink(char const* path)
 {
+    if (plan.watched)
+        plan.heads += headOf(path);
     return fails("unlink") ? -1 : __real_unlink(path);
 }
 int __wrap_fchown(int fd, uid_t user, gid_t group)
@@ -914,6 +928,24 @@ TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
         ASSERT_EQ(0, chown(journal_.c_str(), 12345, 0));
         EXPECT_EQ(torn, load());
     }
+}
+
+TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
+{
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        put(shape.before);
+        // A dead writer's, whole but without its name.
+        directory_.write(".conf.zjn.new", journalOf(shape.before, shape.after, companion_));
+        Watch const watch;
+        store(shape.after);
+        EXPECT_EQ("..", plan.heads);
+    }
+    // One that is about somebody else's text is put aside.
+    put(kPlain);
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
+    store(kShort);
+    EXPECT_EQ(std::string(8, '\0'), directory_.read(".conf.zjn.orphan").substr(0, 8));
 }
 
 TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
