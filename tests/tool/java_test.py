@@ -53,7 +53,7 @@ class JavaTest(tool.ToolTest):
     def test_check_names_what_is_not_read(self):
         self.given("# hello\nbad\nnext = 1\n\nc = 1\\q\n =x\nk = v\nlast = x")
         run = self.run_tool("java", self.java, "check")
-        self.assertEqual((INVALID_DATA, f"{self.java}: 1 entries, 1 comments\n"),
+        self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 1 comment\n"),
                          (run.returncode, run.stdout))
         lines = [f'zstz: {self.java}:{number}: "{text}": {why}' for number, text, why in (
             (2, "bad", UNREAD), (3, "next = 1", "the line is not read, because it follows"),
@@ -63,7 +63,7 @@ class JavaTest(tool.ToolTest):
             self.assertTrue(printed.startswith(line), printed)
         self.assertEqual(len(lines), run.stderr.count("\n"))
         self.given("a = 1\r\n\r\n! c\r\nb = 2\r\n#\r\n")
-        self.expect(DONE, f"{self.java}: 2 entries, 1 comments\n", "java", self.java, "check")
+        self.expect(DONE, f"{self.java}: 2 entries, 1 comment\n", "java", self.java, "check")
         self.given("")
         self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
 

@@ -86,7 +86,7 @@ class ZstzTest(tool.ToolTest):
     def test_check_says_what_storing_would_lose(self):
         self.path.write_text(f"[a]\n# {'x' * 8188}\nk = {'x' * 8190}=y\nz = 1\0 2\n")
         self.expect_unchanged(
-            DONE, f"{self.file}: 1 stanzas, 3 keys, 3 values\n"
+            DONE, f"{self.file}: 1 stanza, 3 keys, 3 values\n"
             f"{self.file}:3: note: the line is longer than 8190 bytes and is read as several; "
             "shorten it, or spread the values over several lines of the key\n"
             f"{self.file}:4: note: the line has a zero byte, behind which nothing is read; take it "

@@ -230,7 +230,8 @@ void checkFile(std::string const& path)
         for (std::string const& key : stanza.keys)
             values += static_cast<size_t>(file.store().numValues(stanza.name.c_str(), key.c_str()));
     }
-    printf("%s: %zu stanzas, %zu keys, %zu values\n", path.c_str(), stanzas, keys, values);
+    printf("%s: %s, %s, %s\n", path.c_str(), counted(stanzas, "stanza", "stanzas").c_str(),
+           counted(keys, "key", "keys").c_str(), counted(values, "value", "values").c_str());
     size_t line = 0;
     survey(path, [&](Piece const& piece) {
         if ((piece.isTorn || piece.hasZero) && piece.line != line)

@@ -184,6 +184,11 @@ std::string printable(std::string const& text)
     return shown;
 }
 
+std::string counted(size_t number, char const* one, char const* several)
+{
+    return std::to_string(number) + " " + (number == 1 ? one : several);
+}
+
 int report(Failure const& failure)
 {
     // What was printed before stands before it, also where both go to one place.

@@ -35,6 +35,9 @@ std::string quoted(std::string const& text);
 /// character a "?".
 std::string printable(std::string const& text);
 
+/// Returns a number with the word for what is counted: "1 key", "2 keys".
+std::string counted(size_t number, char const* one, char const* several);
+
 /// Reports a failure on standard error, in one line; returns its code.
 int report(Failure const& failure);
 

@@ -110,8 +110,9 @@ int javaCheck(Request const& request)
         else
             code = report({exitInvalidData, lineReport(request.file, line)});
     }
-    printf("%s: %zu entries, %zu comments\n", request.file.c_str(), file.entries().size(),
-           comments);
+    printf("%s: %s, %s\n", request.file.c_str(),
+           counted(file.entries().size(), "entry", "entries").c_str(),
+           counted(comments, "comment", "comments").c_str());
     return code;
 }
 
