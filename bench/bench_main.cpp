@@ -51,6 +51,8 @@ constexpr Target kTargets[] = {
     {"Load/", "GKeyFile+comments", 1.0},
     {"LookUp/", "unordered_map", 1.0},
     {"ChangeAndStore/", "GKeyFile+comments", 1.0},
+    {"StoreText/", "GLib.durable", 1.0},
+    {"StoreStanzas/", "GLib.durable", 1.0},
     {"CacheLookUp/", "unordered_map", 1.0},
     {"JavaLoad/", nullptr, 1.0},
 };

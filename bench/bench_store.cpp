@@ -1,0 +1,181 @@
+// Replacing a file so that a crash leaves the old text or the new one.
+//
+// Row "StoreText" replaces a text that is there already: ours is the routine below every store,
+// ZStoreFile. Row "StoreStanzas" changes a value and stores: ours is a stanza store, which writes
+// its text anew, while the peers write the same text as in the other row.
+//
+// What a crash may do to each: ours keeps the inode, and waits for the disk until the new text and
+// the end of the journal are there; g_file_set_contents_full, consistent and durable, and
+// "fsync-rename-fsync" wait until the new file and its name are there; QSaveFile, and the floor,
+// wait for the contents alone, so that a power cut may bring the old file back.
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/ZStoreFile_p.h>
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#ifdef Z_PEER_GLIB
+#include <glib.h>
+#endif
+#ifdef Z_PEER_QT
+#include <QByteArray>
+#include <QSaveFile>
+#include <QString>
+#endif
+
+namespace {
+
+constexpr int kSizes[] = {12 << 10, 1 << 20};
+
+// A folder for the file, with what is to be written in turn.
+class Place {
+public:
+    explicit Place(int size)
+    {
+        char name[] = "/tmp/zbenchXXXXXX";
+        folder_ = mkdtemp(name);
+        for (int i = 0; i < 2; ++i) {
+            std::string& text = texts_[i];
+            text = "[state]\nturn = " + std::to_string(i) + "\n\n[data]\n";
+            for (int line = 0; text.size() < static_cast<size_t>(size); ++line)
+                text += "parameter" + std::to_string(line) + " = value of number " +
+                        std::to_string(line) + "\n";
+        }
+        std::FILE* const file = std::fopen(path().c_str(), "w");
+        std::fwrite(texts_[0].data(), 1, texts_[0].size(), file);
+        std::fclose(file);
+    }
+    Place(Place const&) = delete;
+    Place& operator=(Place const&) = delete;
+    ~Place() { std::filesystem::remove_all(folder_); }
+
+    std::string const& folder() const { return folder_; }
+    std::string path() const { return folder_ + "/conf"; }
+    std::string const& next() { return texts_[++turn_ % 2]; }
+
+private:
+    std::string folder_;
+    std::string texts_[2];
+    unsigned turn_ = 0;
+};
+
+using Store = bool (*)(Place& place, std::string const& text);
+
+bool storeOurs(Place& place, std::string const& text)
+{
+    ZStoreFile file(place.path().c_str(), ZStoreFile::Use::store);
+    file.commit({text.data(), text.size()}, ZStoreFile::Companion());
+    return true;
+}
+
+bool syncFolder(Place const& place)
+{
+    int const fd = open(place.folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    bool const done = fsync(fd) == 0;
+    close(fd);
+    return done;
+}
+
+bool renameSynced(Place& place, std::string const& text)
+{
+    std::string const path = place.path();
+    std::string const fresh = path + ".new";
+    int const fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    bool const written =
+        write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(fd) == 0;
+    close(fd);
+    return written && rename(fresh.c_str(), path.c_str()) == 0;
+}
+
+bool renameDurably(Place& place, std::string const& text)
+{
+    return renameSynced(place, text) && syncFolder(place);
+}
+
+#ifdef Z_PEER_GLIB
+bool storeGLib(Place& place, std::string const& text)
+{
+    auto const flags = static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT |
+                                                          G_FILE_SET_CONTENTS_DURABLE);
+    return g_file_set_contents_full(place.path().c_str(), text.data(),
+                                    static_cast<gssize>(text.size()), flags, 0600, nullptr) != 0;
+}
+#endif
+
+#ifdef Z_PEER_QT
+bool storeQt(Place& place, std::string const& text)
+{
+    QSaveFile file(QString::fromStdString(place.path()));
+    return file.open(QIODevice::WriteOnly) &&
+           file.write(text.data(), static_cast<qint64>(text.size())) ==
+               static_cast<qint64>(text.size()) &&
+           file.commit();
+}
+#endif
+
+void runRow(benchmark::State& state, Store store, int size)
+{
+    Place place(size);
+    for (auto _ : state)
+        if (!store(place, place.next()))
+            state.SkipWithError("cannot be stored");
+}
+
+void runStanzas(benchmark::State& state, int size)
+{
+    Place const place(size);
+    ZStanzaFileProperties_6_0 store(place.path().c_str(), 1);
+    int turn = 0;
+    for (auto _ : state) {
+        store.setValue("state", "turn", ++turn % 2 == 0 ? "0" : "1", 0);
+        store.store(nullptr);
+    }
+}
+
+struct Contender {
+    char const* name;
+    Store store;
+};
+
+constexpr Contender kPeers[] = {
+    {"fsync-rename-fsync", renameDurably},
+    {"floor.fsync-rename", renameSynced},
+#ifdef Z_PEER_GLIB
+    {"GLib.durable", storeGLib},
+#endif
+#ifdef Z_PEER_QT
+    {"QSaveFile", storeQt},
+#endif
+};
+
+template <class Body>
+void add(std::string const& row, char const* contender, int size, Body body)
+{
+    benchmark::RegisterBenchmark((row + "/" + contender + "/" + std::to_string(size)).c_str(), body)
+        ->UseRealTime()
+        ->Unit(benchmark::kMicrosecond);
+}
+
+int addRows()
+{
+    for (int size : kSizes) {
+        add("StoreText", "Z", size, [=](auto& state) { runRow(state, storeOurs, size); });
+        for (Contender const& peer : kPeers)
+            add("StoreText", peer.name, size,
+                [=](auto& state) { runRow(state, peer.store, size); });
+        add("StoreStanzas", "Z", size, [=](auto& state) { runStanzas(state, size); });
+        for (Contender const& peer : kPeers)
+            add("StoreStanzas", peer.name, size,
+                [=](auto& state) { runRow(state, peer.store, size); });
+    }
+    return 0;
+}
+
+int const kRows = addRows();
+
+}  // namespace
