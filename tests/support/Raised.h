@@ -25,3 +25,18 @@ testing::AssertionResult raises(uint32_t message, char const* source, unsigned s
     }
     return testing::AssertionFailure() << "nothing was thrown";
 }
+
+// The same for an exception that carries a return code.
+template <class Exception, class Call>
+testing::AssertionResult raises(uint32_t message, int rc, char const* source, unsigned site,
+                                Call call)
+{
+    return raises<Exception>(message, source, site, [&] {
+        try {
+            call();
+        } catch (Exception const& e) {
+            EXPECT_EQ(rc, e.returnCode());
+            throw;
+        }
+    });
+}

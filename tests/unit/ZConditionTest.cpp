@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "NotedMessages.h"
+#include "Raised.h"
 
 extern "C" {
 int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
@@ -57,15 +58,7 @@ thread_local Calls calls;
 template <class Exception, class Action>
 void expectFailure(Action action, uint32_t number, int rc, unsigned site)
 {
-    try {
-        action();
-        FAIL() << "nothing was thrown";
-    } catch (Exception const& failure) {
-        EXPECT_EQ(number, failure.messageNumber());
-        EXPECT_EQ(rc, failure.returnCode());
-        EXPECT_STREQ(kSource, failure.who());
-        EXPECT_EQ(site, failure.where());
-    }
+    EXPECT_TRUE(raises<Exception>(number, rc, kSource, site, action));
 }
 
 template <class Action>

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "NotedMessages.h"
+#include "Raised.h"
 #include "Reports.h"
+#include "Threads.h"
 
 extern "C" {
 int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
@@ -49,27 +51,13 @@ thread_local Calls calls;
 template <class Exception, class Action>
 void expectFailure(Action action, uint32_t number, int rc, unsigned site)
 {
-    try {
-        action();
-        FAIL() << "nothing was thrown";
-    } catch (Exception const& failure) {
-        EXPECT_EQ(number, failure.messageNumber());
-        EXPECT_EQ(rc, failure.returnCode());
-        EXPECT_STREQ(kSource, failure.who());
-        EXPECT_EQ(site, failure.where());
-    }
+    EXPECT_TRUE(raises<Exception>(number, rc, kSource, site, action));
 }
 
 void expectNotHeld(ZLock_6_0& lock)
 {
     expectFailure<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6, 0,
                                                 siteInUnlockOfStranger);
-}
-
-template <class Action>
-void inAnotherThread(Action action)
-{
-    std::thread(action).join();
 }
 
 }  // namespace
@@ -131,7 +119,7 @@ TEST(ZLock, CanBeTakenAgainByAnyThread)
     for (int i = 0; i < 3; ++i) {
         lock.lock();
         lock.unlock();
-        inAnotherThread([&] {
+        elsewhere([&] {
             lock.lock();
             lock.unlock();
         });
@@ -196,7 +184,7 @@ TEST(ZLock, UnlockByAStrangerRaisesAndChangesNothing)
     ZLock_6_0 lock;
     lock.lock();
     lock.lock();
-    inAnotherThread([&] { expectNotHeld(lock); });
+    elsewhere([&] { expectNotHeld(lock); });
     lock.unlock();
     lock.unlock();
     expectNotHeld(lock);
@@ -375,7 +363,7 @@ TEST(ZResourceLock, HoldsTheLockForItsScope)
     ZLock_6_0 lock;
     {
         ZResourceLock_6_0 const outer(lock);
-        inAnotherThread([&] { expectNotHeld(lock); });
+        elsewhere([&] { expectNotHeld(lock); });
         {
             ZResourceLock_6_0 const inner(lock);
         }

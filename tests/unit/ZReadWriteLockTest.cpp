@@ -12,6 +12,7 @@
 
 #include "NotedMessages.h"
 #include "Reports.h"
+#include "Threads.h"
 
 namespace {
 
@@ -20,12 +21,6 @@ constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
 constexpr State kRead = ZReadWriteLockInterface_6_0::read;
 constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
 constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
-
-// Runs `action` on another thread and waits for its end.
-void elsewhere(std::function<void()> const& action)
-{
-    std::thread(action).join();
-}
 
 // A thread that does what it is told, one action at a time.
 class Worker {

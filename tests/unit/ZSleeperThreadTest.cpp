@@ -12,6 +12,7 @@
 
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "Threads.h"
 
 namespace {
 
@@ -35,12 +36,6 @@ public:
     std::atomic<int> exits{0};
     static inline std::atomic<int> destroyed{0};
 };
-
-void waitUntil(std::function<bool()> const& condition)
-{
-    while (!condition())
-        std::this_thread::yield();
-}
 
 }  // namespace
 

@@ -20,6 +20,7 @@
 #include "FailingAllocator.h"
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "Threads.h"
 
 extern "C" {
 int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
@@ -75,12 +76,6 @@ struct Watchdog {
     explicit Watchdog(unsigned seconds) { alarm(seconds); }
     ~Watchdog() { alarm(0); }
 };
-
-void waitUntil(std::function<bool()> const& condition)
-{
-    while (!condition())
-        std::this_thread::yield();
-}
 
 // Library exceptions are expected where calls fail.
 void attempt(std::function<void()> const& action)

@@ -13,14 +13,9 @@
 
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "Threads.h"
 
 namespace {
-
-void waitUntil(std::function<bool()> const& condition)
-{
-    while (!condition())
-        std::this_thread::yield();
-}
 
 class TestThread : public ZThread_6_0 {
 public:

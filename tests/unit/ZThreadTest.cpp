@@ -14,6 +14,7 @@
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "ThreadCalls.h"
+#include "Threads.h"
 
 namespace {
 
@@ -43,12 +44,6 @@ protected:
         TestThread::destroyed = 0;
     }
 };
-
-void waitUntil(std::function<bool()> const& condition)
-{
-    while (!condition())
-        std::this_thread::yield();
-}
 
 }  // namespace
 
