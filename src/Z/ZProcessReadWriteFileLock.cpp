@@ -143,15 +143,19 @@ void ZAbstractProcessReadWriteFileLock_6_0::lock(zlockstate state)
     // KEPT: observers bring up to date what the lock protects, for which they need the write lock,
     // whatever was asked for; that is no change that others should hear of.
     // Test: ZProcessReadWriteFileLock.KeepsTheWriteLockOfAReaderThatNotifies
-    if (state != write) {
-        dolock(unset);
-        dolock(write);
-        setUpdate(0);
-    }
+    bool held = true;
     try {
+        if (state != write) {
+            dolock(unset);
+            held = false;
+            dolock(write);
+            held = true;
+            setUpdate(0);
+        }
         notifyLockObservers();
     } catch (...) {
-        quietly([this] { dolock(unset); });
+        if (held)
+            quietly([this] { release(Release::whateverHappens); });
         throw;
     }
 }
@@ -256,7 +260,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
     failIfInherited();
     switch (state) {
         case unset:
-            return release();
+            return release(Release::ifItSucceeds);
         case read:
             return acquire(read);
         case protect:
@@ -290,23 +294,32 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquireFile(zlockstate state)
         readSequenceNumber(&sequence);
         setSequence(sequence);
     } catch (...) {
-        bool const freed = quietly([this] { unlockFile(); });
-        setLockState(unset);
-        if (!freed)  // without a state nothing is left locked, whatever happens
-            quietly([this] { unlockFile(); });
+        dropFile();
         throw;
     }
 }
 
-void ZAbstractProcessReadWriteFileLock_6_0::release()
+void ZAbstractProcessReadWriteFileLock_6_0::dropFile()
+{
+    bool const freed = quietly([this] { unlockFile(); });
+    setLockState(unset);
+    if (!freed)  // without a state nothing is left locked, whatever happens
+        quietly([this] { unlockFile(); });
+}
+
+void ZAbstractProcessReadWriteFileLock_6_0::release(Release how)
 {
     ZResourceLock_6_0 const guard(file_);
     failIfStranger();
     zlockstate const state = getLockState();
     bool const othersRead = state == read && getReaderCount() > 1;
     if (state != unset && !othersRead) {
-        unlockFile();
-        setLockState(unset);
+        if (how == Release::whateverHappens) {
+            dropFile();
+        } else {
+            unlockFile();
+            setLockState(unset);
+        }
     }
     ZAbstractProcessReadWriteLock_6_0::lock(unset);
 }

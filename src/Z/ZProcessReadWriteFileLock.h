@@ -132,9 +132,12 @@ public:
     virtual void readBytes(void* bytes, unsigned int offset, unsigned int length) = 0;
 
 private:
+    enum class Release { ifItSucceeds, whateverHappens };
+
     void acquire(zlockstate state);
     void acquireFile(zlockstate state);
-    void release();
+    void dropFile();
+    void release(Release how);
     void notifyLockObservers();
 
     ZLCString_6_0 directory_;

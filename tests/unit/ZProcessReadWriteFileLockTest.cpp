@@ -192,9 +192,13 @@ bool staysBlocked(std::future<void> const& done)
     return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
 }
 
-bool comesThrough(std::future<void> const& done)
+// Waits for the end of the thread as well.
+bool comesThrough(std::future<void>& done)
 {
-    return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    if (done.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        return false;
+    done.get();
+    return true;
 }
 
 class ZProcessReadWriteFileLock : public testing::Test {
@@ -645,11 +649,11 @@ TEST_F(ZProcessReadWriteFileLock, TwoObjectsOnOneFileExcludeOneAnother)
                 sameFile.unlock(0);
             });
             bool const together = first == kRead && second == kRead;
-            EXPECT_EQ(!together, staysBlocked(done));
+            EXPECT_TRUE(together ? comesThrough(done) : staysBlocked(done));
             // The other object has closed its file, or waits: this one's lock is untouched.
             EXPECT_EQ(first == kRead ? 'r' : 'w', seen()[0]);
             one.unlock(0);
-            EXPECT_TRUE(comesThrough(done));
+            EXPECT_TRUE(together || comesThrough(done));
             expectFree(one);
             expectFree(sameFile);
         }
@@ -911,6 +915,67 @@ TEST_F(ZProcessReadWriteFileLock, ObserverThatThrowsLeavesNothingHeld)
         EXPECT_NE("", observer.told);
         lock.unlock(0);
         expectFree(lock);
+    }
+}
+
+TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
+{
+    Lock lock(dir().c_str(), "a");
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.readLock();
+    lock.unlock();
+    for (int round = 1; round <= 20; ++round) {
+        observer.told = "";
+        // What another process writes at a moment when nobody here holds the lock.
+        putSequence(static_cast<uint32_t>(round));
+        std::vector<std::thread> readers;
+        for (int i = 0; i < 4; ++i)
+            readers.emplace_back([&] {
+                lock.readLock();
+                lock.unlock();
+            });
+        for (std::thread& reader : readers)
+            reader.join();
+        EXPECT_EQ(std::to_string(round - 1) + ">" + std::to_string(round) + " ", observer.told);
+        EXPECT_EQ(static_cast<uint32_t>(round), word(0));
+    }
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, ReaderThatFailsWhileItNotifiesHoldsNothing)
+{
+    NotedMessages const noted;
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        Lock lock(dir().c_str(), "a");
+        Observer observer;
+        lock.addObserver(&observer);
+        lock.setLastSequence(0);
+        putSequence(5);
+        bool raised = false;
+        bool failed = false;
+        {
+            Plan wanted;
+            wanted.failAt = n;
+            Watch const watch(wanted);
+            try {
+                lock.readLock();
+            } catch (ZResourceException_6_0 const&) {
+                raised = true;
+            }
+            failed = !plan.failed.empty();
+        }
+        ASSERT_LT(n, 100);
+        if (!raised) {
+            EXPECT_EQ("0>5 ", observer.told);
+            EXPECT_EQ(kWrite, lock.getLockState());
+            lock.unlock();
+        }
+        expectFree(lock);
+        EXPECT_EQ(5u, word(0));
+        if (!failed)
+            break;
     }
 }
 
