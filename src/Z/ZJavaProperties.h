@@ -44,22 +44,23 @@ public:
     ///         read at all; a separator or a backslash that begins a line begins a key; values have
     ///         other escapes than keys; of several line ends of two bytes in turn only the first
     ///         counts.
+    /// cost    O(bytes of the file), whatever the store holds already.
     int load(char const* path);
 
     /// Reads as load(path) does, up to the entry whose key is `stopKey`.
     /// range   null or an empty `stopKey` stops nowhere.
     /// kept    the entry of the stop key is read also from a last line without a line end, or with
     ///         an error. Of the entries that end in an empty continuation line only that one is
-    ///         read, and it does not stop the reading.
+    ///         read, and it does not stop the reading. From a file without a single byte the entry
+    ///         is stored once more at which the read before had ended, when its key is the stop
+    ///         key.
     int load(char const* path, char const* stopKey);
 
-    /// Reads the entries of an open stream, up to its end or the stop key's line. Returns 1 when it
-    /// got there.
+    /// Reads the entries of an open stream, as load(path) does those of a file. Returns 1; 0 when a
+    /// handler of a derived class led out of the states.
     /// range   `path` is for reports alone.
     /// throws  ZUnexpectedEndOfFile_6_0 when reading fails; ZJavaPropertyParseException_6_0 when a
     ///         derived class took the handler of a state away. The store is as it was then.
-    /// kept    a stream without a single byte leaves the entry in place that was being read last;
-    ///         when its key is the stop key, it is stored once more.
     int loadProperties(FILE* stream, char const* path);
 
     /// Replaces the file at `path` by "#" and a line for every key, in the order of listKeys(). The
@@ -108,7 +109,7 @@ protected:
         uu1 = 12,
         uu2 = 13,
         uu3 = 14,
-        stop = 15,        // the stop key has been stored, or the stream has ended
+        stop = 15,        // the stop key has been stored
         syntaxError = 16  // the rest of the line is skipped
     };
     static constexpr int kStates = 15;  // those with a handler, and 0
