@@ -161,20 +161,24 @@ int removeFile(std::string const& path)
     return unlink(path.c_str()) != 0 && errno != ENOENT ? errno : 0;
 }
 
-// Overwrites the head of a journal, so that it does not count any more, and waits until that is on
-// disk.
+constexpr size_t kChecksum = 4;  // length of what ends a journal
+
+// Overwrites the checksum of a journal, so that it does not count any more, and waits until that is
+// on disk. The checksum, not the head: two journals may begin alike, so that the head of the next
+// one could make the rest of this one whole again where its blocks are used once more.
 int invalidate(std::string const& path)
 {
     int const fd = zopenPrivate(path.c_str(), O_WRONLY | O_NOFOLLOW, 0);
     if (fd < 0)
         return errno == ENOENT ? 0 : errno;
-    constexpr char kNothing[8] = "";
+    constexpr char kNothing[kChecksum] = "";
     struct stat status;
     int error = fstat(fd, &status) != 0 ? errno : 0;
     if (error == 0 && (!S_ISREG(status.st_mode) || status.st_nlink != 1))
         error = EPERM;  // something else was put there
-    if (error == 0)
-        error = writeAllAt(fd, {kNothing, sizeof kNothing}, 0);
+    off_t const end = error == 0 ? status.st_size : 0;
+    if (error == 0 && end > static_cast<off_t>(kChecksum))
+        error = writeAllAt(fd, {kNothing, kChecksum}, end - static_cast<off_t>(kChecksum));
     if (error == 0)
         error = retrying([fd] { return fdatasync(fd); });
     close(fd);
@@ -282,7 +286,6 @@ private:
 struct ZStoreFile::Journal {
     static constexpr char kMagic[] = "ZSTORE1\n";
     static constexpr size_t kHeader = 48;
-    static constexpr size_t kChecksum = 4;
     static constexpr uint64_t kNone = ~uint64_t{0};
 
     View oldText;
@@ -617,7 +620,7 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
             return failed("write()", newJournal_, error);
     }
     std::string end;
-    putNumber(end, crc, Journal::kChecksum);
+    putNumber(end, crc, kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
         return failed("write()", newJournal_, error);
     if (rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)

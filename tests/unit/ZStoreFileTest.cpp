@@ -38,7 +38,7 @@ struct Plan {
     bool shortWrites = false;  // every write and read moves one byte
     std::string failed;        // name of the call that failed
     size_t longestWrite = 0;   // by pwrite()
-    std::string heads;         // first letters of the journals that were removed
+    std::string endings;       // of the journals that were removed, see endingOf()
 };
 Plan plan;
 
@@ -59,14 +59,16 @@ bool fails(char const* name)
     return true;
 }
 
-// Returns the first letter of a journal, "." where it is zero; "" for what is none or missing.
-std::string headOf(char const* path)
+// Returns what a journal ends with: "." when that is no checksum, "?" when it is; "" for what is no
+// journal or missing.
+std::string endingOf(char const* path)
 {
     std::ifstream in(path, std::ios::binary);
-    char c = 0;
-    if (strstr(path, ".zjn") == nullptr || !in.get(c))
+    if (strstr(path, ".zjn") == nullptr || !in)
         return "";
-    return c == '\0' ? "." : std::string(1, c);
+    std::string const all{std::istreambuf_iterator<char>(in), {}};
+    bool const whole = all.size() >= 4 && all.substr(all.size() - 4) != std::string(4, '\0');
+    return whole ? "?" : ".";
 }
 
 size_t lengthOf(size_t length)
@@ -145,7 +147,7 @@ int __wrap_rename(char const* from, char const* to)
 int __wrap_unlink(char const* path)
 {
     if (plan.watched)
-        plan.heads += headOf(path);
+        plan.endings += endingOf(path);
     return fails("unlink") ? -1 : __real_unlink(path);
 }
 int __wrap_fchown(int fd, uid_t user, gid_t group)
@@ -225,10 +227,11 @@ public:
 protected:
     void SetUp() override { plan = Plan(); }
 
-    // Puts a pair where the store will find it, and no journal.
+    // Puts a pair where the store will find it, and nothing that a dead writer leaves.
     void put(Pair const& pair)
     {
-        std::filesystem::remove(journal_);
+        for (char const* left : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"})
+            std::filesystem::remove(directory_.at(left));
         directory_.write("conf", pair.text);
         if (pair.companion.empty())
             std::filesystem::remove(companion_);
@@ -939,13 +942,13 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
         directory_.write(".conf.zjn.new", journalOf(shape.before, shape.after, companion_));
         Watch const watch;
         store(shape.after);
-        EXPECT_EQ("..", plan.heads);
+        EXPECT_EQ("..", plan.endings);
     }
     // One that is about somebody else's text is put aside.
     put(kPlain);
     directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
     store(kShort);
-    EXPECT_EQ(std::string(8, '\0'), directory_.read(".conf.zjn.orphan").substr(0, 8));
+    EXPECT_EQ(".", endingOf(directory_.at(".conf.zjn.orphan").c_str()));
 }
 
 TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)

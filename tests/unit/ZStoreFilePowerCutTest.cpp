@@ -1,0 +1,442 @@
+// What a power cut may leave of stores, on a disk that promises no more than it must.
+//
+// The calls of some stores are written down. Then the power is cut behind each of them, again and
+// again: of what had not been synced by then the disk has any sectors, any sizes and any names; in
+// the place of a sector that it has not, a new file shows what a removed one had there.
+#include <Z/ZStoreFile_p.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TestDirectory.h"
+
+// ---- Writing down ------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kFolder = -1;  // in place of a file
+
+struct Step {
+    enum Kind { write, cut, make, rename, remove, sync } kind;
+    int file = 0;
+    size_t offset = 0;  // of a write; the length of a cut
+    std::string bytes;
+    std::string name;  // made, removed, or to be renamed
+    std::string newName;
+};
+
+// What the calls below note while they are watched.
+struct Notes {
+    bool watched = false;
+    std::vector<Step> steps;
+    std::map<std::string, int> files;  // by path
+    std::map<int, int> open;           // file by descriptor
+    std::map<int, size_t> position;    // by descriptor
+    int count = 0;                     // of files
+};
+Notes notes;
+
+void noteWrite(int fd, void const* from, ssize_t length, size_t offset)
+{
+    auto const file = notes.open.find(fd);
+    if (notes.watched && length > 0 && file != notes.open.end())
+        notes.steps.push_back({Step::write,
+                               file->second,
+                               offset,
+                               {static_cast<char const*>(from), static_cast<size_t>(length)},
+                               "",
+                               ""});
+}
+
+int noteSync(int fd, int rc)
+{
+    auto const file = notes.open.find(fd);
+    if (notes.watched && rc == 0 && file != notes.open.end())
+        notes.steps.push_back({Step::sync, file->second, 0, "", "", ""});
+    return rc;
+}
+
+}  // namespace
+
+extern "C" {
+int __real_open(char const*, int, ...);
+int __real_close(int);
+ssize_t __real_write(int, void const*, size_t);
+ssize_t __real_pwrite(int, void const*, size_t, off_t);
+int __real_fsync(int);
+int __real_fdatasync(int);
+int __real_ftruncate(int, off_t);
+int __real_rename(char const*, char const*);
+int __real_unlink(char const*);
+
+int __wrap_open(char const* path, int flags, ...)
+{
+    va_list more;
+    va_start(more, flags);
+    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    int const fd = __real_open(path, flags, mode);
+    if (!notes.watched || fd < 0)
+        return fd;
+    if ((flags & O_DIRECTORY) == 0 && notes.files.count(path) == 0) {
+        notes.files[path] = ++notes.count;
+        notes.steps.push_back({Step::make, notes.count, 0, "", path, ""});
+    }
+    notes.open[fd] = (flags & O_DIRECTORY) != 0 ? kFolder : notes.files[path];
+    notes.position[fd] = 0;
+    return fd;
+}
+int __wrap_close(int fd)
+{
+    notes.open.erase(fd);
+    return __real_close(fd);
+}
+ssize_t __wrap_write(int fd, void const* from, size_t length)
+{
+    ssize_t const n = __real_write(fd, from, length);
+    noteWrite(fd, from, n, notes.position[fd]);
+    notes.position[fd] += static_cast<size_t>(std::max<ssize_t>(n, 0));
+    return n;
+}
+ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
+{
+    ssize_t const n = __real_pwrite(fd, from, length, offset);
+    noteWrite(fd, from, n, static_cast<size_t>(offset));
+    return n;
+}
+int __wrap_fsync(int fd)
+{
+    return noteSync(fd, __real_fsync(fd));
+}
+int __wrap_fdatasync(int fd)
+{
+    return noteSync(fd, __real_fdatasync(fd));
+}
+int __wrap_ftruncate(int fd, off_t length)
+{
+    if (notes.watched)
+        notes.steps.push_back(
+            {Step::cut, notes.open.at(fd), static_cast<size_t>(length), "", "", ""});
+    return __real_ftruncate(fd, length);
+}
+int __wrap_rename(char const* from, char const* to)
+{
+    int const rc = __real_rename(from, to);
+    if (notes.watched && rc == 0) {
+        notes.steps.push_back({Step::rename, notes.files.at(from), 0, "", from, to});
+        notes.files[to] = notes.files.at(from);
+        notes.files.erase(from);
+    }
+    return rc;
+}
+int __wrap_unlink(char const* path)
+{
+    int const rc = __real_unlink(path);
+    if (notes.watched && rc == 0) {
+        notes.steps.push_back({Step::remove, notes.files.at(path), 0, "", path, ""});
+        notes.files.erase(path);
+    }
+    return rc;
+}
+}
+
+namespace {
+
+// ---- The disk ----------------------------------------------------------------------------------
+
+constexpr size_t kSector = 512;
+
+using Files = std::map<std::string, std::string>;  // contents by path
+
+class Disk {
+public:
+    explicit Disk(unsigned seed) : random_(seed) {}
+
+    void run(Step const& step)
+    {
+        switch (step.kind) {
+            case Step::write:
+            case Step::cut:
+                pending_[step.file].push_back(&step);
+                break;
+            case Step::make:
+            case Step::rename:
+            case Step::remove:
+                pendingNames_.push_back(&step);
+                if (step.kind == Step::remove)
+                    removed_.push_back(step.file);
+                break;
+            case Step::sync:
+                if (step.file == kFolder) {
+                    for (Step const* one : pendingNames_)
+                        apply(*one, names_);
+                    pendingNames_.clear();
+                } else {
+                    for (Step const* one : pending_[step.file])
+                        apply(*one, contents_[step.file]);
+                    pending_[step.file].clear();
+                }
+        }
+    }
+
+    // What is there when the power comes back.
+    Files cutPower()
+    {
+        std::map<std::string, int> names = names_;
+        unsigned const chance = random_() % 5;  // of four
+        for (Step const* one : pendingNames_)
+            if (happens(chance))
+                apply(*one, names);
+        Files files;
+        for (auto const& [name, file] : names)
+            files[name] = survivor(file);
+        return files;
+    }
+
+private:
+    bool happens(unsigned chance) { return random_() % 4 < chance; }
+
+    static void apply(Step const& step, std::map<std::string, int>& names)
+    {
+        if (step.kind != Step::make)
+            names.erase(step.name);
+        if (step.kind != Step::remove)
+            names[step.kind == Step::make ? step.name : step.newName] = step.file;
+    }
+
+    static void apply(Step const& step, std::string& contents)
+    {
+        if (step.kind == Step::cut) {
+            contents.resize(step.offset);
+            return;
+        }
+        contents.resize(std::max(contents.size(), step.offset + step.bytes.size()));
+        contents.replace(step.offset, step.bytes.size(), step.bytes);
+    }
+
+    // A file of which any part that was not synced may be missing.
+    std::string survivor(int file)
+    {
+        std::string const& synced = contents_[file];
+        std::string all = synced;
+        std::vector<size_t> sizes = {all.size()};
+        size_t longest = all.size();
+        for (Step const* one : pending_[file]) {
+            apply(*one, all);
+            sizes.push_back(all.size());
+            longest = std::max(longest, all.size());
+        }
+        // A file that was never synced may lie where a removed one was.
+        bool const haunted = synced.empty() && !removed_.empty() && random_() % 2 == 0;
+        std::string const& ghost =
+            haunted ? contents_[removed_[random_() % removed_.size()]] : synced;
+        unsigned const chance = random_() % 5;  // of four: that a sector is there
+
+        std::string out(longest, '\0');
+        for (size_t at = 0; at < longest; at += kSector) {
+            bool const written = happens(chance) && !pending_[file].empty();
+            std::string sector = sectorOf(written ? synced : ghost, at);
+            if (written)
+                runUpTo(file, 1 + random_() % pending_[file].size(), at, sector);
+            out.replace(at, std::min(kSector, longest - at), sector, 0, kSector);
+        }
+        out.resize(longest);
+        out.resize(sizes[chance == 4 ? sizes.size() - 1 : random_() % sizes.size()]);
+        return out;
+    }
+
+    static std::string sectorOf(std::string const& contents, size_t at)
+    {
+        std::string sector = at < contents.size() ? contents.substr(at, kSector) : "";
+        sector.resize(kSector);
+        return sector;
+    }
+
+    // Does to the sector at `at` what the first `count` steps did that are pending.
+    void runUpTo(int file, size_t count, size_t at, std::string& sector)
+    {
+        std::string whole(at, '\0');
+        whole += sector;
+        for (size_t i = 0; i < count; ++i) {
+            apply(*pending_[file][i], whole);
+            whole.resize(std::max(whole.size(), at + kSector));
+        }
+        sector = whole.substr(at, kSector);
+    }
+
+    std::minstd_rand random_;
+    std::map<int, std::string> contents_;  // synced
+    std::map<int, std::vector<Step const*>> pending_;
+    std::map<std::string, int> names_;
+    std::vector<Step const*> pendingNames_;
+    std::vector<int> removed_;
+};
+
+// ---- The stores --------------------------------------------------------------------------------
+
+// A generation: its text in two halves, so that one generation may lie between two others.
+struct Generation {
+    std::string text;
+    std::string companion;
+
+    bool operator==(Generation const& other) const
+    {
+        return text == other.text && companion == other.companion;
+    }
+};
+
+Generation generation(char first, char second, size_t half, std::string const& companion)
+{
+    // All begin alike, so that the first sector of one journal may be that of another.
+    return {std::string(kSector, '-') + std::string(half, first) + std::string(half, second) + "\n",
+            companion.empty() ? "" : "\x78\x9C" + companion};
+}
+
+class PowerCutTest : public testing::Test {
+public:
+    ~PowerCutTest() noexcept override {}
+
+protected:
+    void SetUp() override { notes = Notes(); }
+    void TearDown() override { notes.watched = false; }
+
+    // Stores a generation, and notes that it is acknowledged.
+    void store(Generation const& next)
+    {
+        {
+            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+            ZStoreFile::Companion companion;
+            companion.path = companion_;
+            companion.contents = {next.companion.data(), next.companion.size()};
+            if (!next.companion.empty())
+                companion.change = ZStoreFile::Companion::written;
+            else if (std::filesystem::exists(companion_))
+                companion.change = ZStoreFile::Companion::removed;
+            file.commit({next.text.data(), next.text.size()}, companion);
+        }
+        acknowledge(next);
+    }
+
+    // What another program does: it knows nothing of a journal.
+    void edit(Generation const& next)
+    {
+        int const fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+        auto const length = static_cast<ssize_t>(next.text.size());
+        EXPECT_EQ(length, pwrite(fd, next.text.data(), next.text.size(), 0));
+        EXPECT_EQ(0, fdatasync(fd));
+        close(fd);
+        acknowledge(next);
+    }
+
+    void acknowledge(Generation const& next)
+    {
+        acknowledged_.push_back(notes.steps.size());
+        generations_.push_back(next);
+    }
+
+    // Cuts the power behind every step, many times.
+    void cutPowerEverywhere(unsigned times)
+    {
+        notes.watched = false;
+        size_t states = 0;
+        for (size_t end = acknowledged_.front(); end <= notes.steps.size(); ++end) {
+            auto const behind = std::upper_bound(acknowledged_.begin(), acknowledged_.end(), end);
+            auto const last = static_cast<size_t>(behind - acknowledged_.begin()) - 1;
+            size_t const next = std::min(last + 1, generations_.size() - 1);
+            for (unsigned seed = 1; seed <= times; ++seed, ++states) {
+                Disk disk(seed * 7919 + static_cast<unsigned>(end));
+                for (size_t i = 0; i < end; ++i)
+                    disk.run(notes.steps[i]);
+                put(disk.cutPower());
+                Generation const found = load();
+                if (!(found == generations_[last] || found == generations_[next])) {
+                    ADD_FAILURE() << "behind step " << end << ", seed " << seed << ": "
+                                  << found.text.size() << " bytes, " << found.text[0]
+                                  << found.text[found.text.size() / 2] << ", with "
+                                  << found.companion.substr(
+                                         std::min<size_t>(2, found.companion.size()))
+                                  << " behind generation " << last << "; there are "
+                                  << directory_.names();
+                    return;
+                }
+            }
+        }
+        EXPECT_LT(10000u, states);
+    }
+
+    void put(Files const& files) const
+    {
+        for (auto const& entry : std::filesystem::directory_iterator(directory_.path()))
+            std::filesystem::remove(entry.path());
+        for (auto const& [name, contents] : files)
+            directory_.write(name.substr(directory_.path().size() + 1), contents);
+    }
+
+    Generation load() const
+    {
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+        Generation found;
+        found.text.assign(file.text().data, file.text().length);
+        try {
+            ZStoreFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            found.companion.assign(bytes.data(), bytes.length());
+        } catch (ZStoreFile::Failure const&) {
+        }
+        return found;
+    }
+
+    TestDirectory const directory_{TestDirectory::Place::memory};
+    std::string const path_ = directory_.at("conf");
+    std::string const companion_ = directory_.at("conf.obf");
+    std::vector<size_t> acknowledged_;  // number of the steps before, for each generation
+    std::vector<Generation> generations_;
+};
+
+}  // namespace
+
+using ZStoreFilePowerCut = PowerCutTest;
+
+TEST_F(ZStoreFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
+{
+    notes.watched = true;
+    store(generation('a', 'a', 1000, "1"));
+    store(generation('b', 'b', 1000, "2"));
+    store(generation('b', 'a', 1000, "3"));
+    store(generation('c', 'c', 2000, "four"));
+    store(generation('a', 'c', 300, "5"));
+    store(generation('a', 'a', 300, ""));
+    store(generation('b', 'b', 300, "7"));
+    cutPowerEverywhere(120);
+}
+
+TEST_F(ZStoreFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
+{
+    // Of one length, so that a journal fits exactly where an earlier one was.
+    notes.watched = true;
+    store(generation('a', 'a', 1000, ""));
+    for (char const* halves : {"bb", "ba", "ab", "cc", "ca", "aa", "bb", "ba"})
+        store(generation(halves[0], halves[1], 1000, ""));
+    cutPowerEverywhere(150);
+}
+
+TEST_F(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasEdited)
+{
+    notes.watched = true;
+    store(generation('a', 'a', 200, ""));
+    for (int i = 0; i < 4; ++i) {
+        store(generation('b', 'b', 200, ""));
+        edit(generation('b', 'a', 200, ""));
+        store(generation('a', 'a', 200, ""));
+    }
+    cutPowerEverywhere(150);
+}
