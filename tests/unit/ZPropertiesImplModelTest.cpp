@@ -1,4 +1,4 @@
-// The cache against a slow model: random texts and random changes.
+// The cache against a slow model: random texts and random changes; and contents that take a while.
 #include <Z/ZArrayList.h>
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
@@ -6,7 +6,11 @@
 #include <Z/ZSqueeze.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -342,6 +346,58 @@ uint64_t firstSeed()
     return given == nullptr ? 20260601 : strtoull(given, nullptr, 10);
 }
 
+// Lets the process have no more than `bytes` of further address space while it lives.
+class SpaceLimit {
+public:
+    explicit SpaceLimit(size_t bytes)
+    {
+        size_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        getrlimit(RLIMIT_AS, &before_);
+        rlimit const limit = {pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + bytes,
+                              before_.rlim_max};
+        setrlimit(RLIMIT_AS, &limit);
+    }
+    SpaceLimit(SpaceLimit const&) = delete;
+    SpaceLimit& operator=(SpaceLimit const&) = delete;
+    ~SpaceLimit() { setrlimit(RLIMIT_AS, &before_); }
+
+private:
+    rlimit before_ = {};
+};
+
+// A text of `size` times 'n', longer than the memory it takes: one piece is mapped again and again.
+class EndlessText {
+public:
+    explicit EndlessText(size_t size)
+        : file_(memfd_create("text", MFD_CLOEXEC)),
+          size_((size + kPiece) / kPiece * kPiece),
+          chars_(static_cast<char*>(
+              mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
+    {
+        std::string const piece(kPiece, 'n');
+        EXPECT_EQ(static_cast<ssize_t>(kPiece), write(file_, piece.data(), kPiece));
+        for (size_t at = 0; at < size_; at += kPiece)
+            mmap(chars_ + at, kPiece, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, file_, 0);
+        chars_[size] = '\0';
+    }
+    EndlessText(EndlessText const&) = delete;
+    EndlessText& operator=(EndlessText const&) = delete;
+    ~EndlessText()
+    {
+        munmap(chars_, size_);
+        close(file_);
+    }
+
+    char const* chars() const { return chars_; }
+
+private:
+    static constexpr size_t kPiece = 1 << 24;
+    int const file_;
+    size_t const size_;
+    char* const chars_;
+};
+
 }  // namespace
 
 TEST(ZPropertiesImplModel, RandomChangesGiveWhatTheModelGives)
@@ -413,4 +469,51 @@ TEST(ZPropertiesImplModel, CompanionThatExpandsWithoutEndIsRefused)
     ZSCFData_6_0 data;
     EXPECT_THROW(data.be_read_obfuscated(buffer), ZPropertiesInvalidDataException_6_0);
     EXPECT_EQ(0, data.count());
+}
+
+TEST(ZPropertiesImplModel, RoomIsMadeForWhatRecordsNameNotForTheirNumber)
+{
+    // Four million empty records, then a few that say something.
+    std::string records(16 << 20, '\0');
+    for (int i = 0; i < 3000; ++i) {
+        std::string const texts[] = {"c" + std::to_string(i % 7), "k" + std::to_string(i % 1000),
+                                     "v" + std::to_string(i), ""};
+        for (std::string const& text : texts)
+            records.append(text).append(1, '\0');
+    }
+    records.pop_back();
+    ZBuffer_6_0 buffer;
+    buffer.setLength(1 << 20);
+    ZSqueeze_6_0 squeeze;
+    squeeze.setSource(reinterpret_cast<unsigned char*>(records.data()), records.size());
+    int const length =
+        squeeze.squeeze(static_cast<unsigned char*>(buffer.getBuffer()), buffer.getLength());
+    ASSERT_GT(length, 0);
+    buffer.setLength(static_cast<unsigned long>(length));
+    ZSCFData_6_0 data;
+    {
+        SpaceLimit const limit(size_t{200} << 20);
+        data.be_read_obfuscated(buffer);
+    }
+    EXPECT_EQ(8, data.count());
+    int count = 0;
+    for (int i = 0; i < 7; ++i)
+        count += data.countValues(("c" + std::to_string(i)).c_str());
+    EXPECT_EQ(3000, count);
+    ZPCategoryBasedCache_6_0::Text value;
+    ASSERT_TRUE(data.lastValue("c0", "k0", ZPCache_6_0::anyValues, value));
+    EXPECT_STREQ("v0", value.chars);
+}
+
+TEST(ZPropertiesImplModel, NamesOf4GiBAreNobodys)
+{
+    // Cut to 32 bits their length is 3.
+    EndlessText const name((size_t{1} << 32) + 3);
+    ZSCFData_6_0 cache;
+    cache.add("nnn", "nnn", "v", 0);
+    EXPECT_EQ(0, cache.contains(name.chars()));
+    EXPECT_EQ(0, cache.contains("nnn", name.chars()));
+    EXPECT_EQ(0, cache.contains(name.chars(), "nnn"));
+    EXPECT_THROW(cache.add("nnn", name.chars(), "v", 0), ZOutOfMemoryException_6_0);
+    EXPECT_EQ(1, cache.keyCount("nnn"));
 }

@@ -7,12 +7,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <memory>
 #include <random>
 #include <string>
@@ -218,58 +215,6 @@ double secondsOfWork()
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
-
-// Lets the process have no more than `bytes` of further address space while it lives.
-class SpaceLimit {
-public:
-    explicit SpaceLimit(size_t bytes)
-    {
-        size_t pages = 0;
-        std::ifstream("/proc/self/statm") >> pages;
-        getrlimit(RLIMIT_AS, &before_);
-        rlimit const limit = {pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + bytes,
-                              before_.rlim_max};
-        setrlimit(RLIMIT_AS, &limit);
-    }
-    SpaceLimit(SpaceLimit const&) = delete;
-    SpaceLimit& operator=(SpaceLimit const&) = delete;
-    ~SpaceLimit() { setrlimit(RLIMIT_AS, &before_); }
-
-private:
-    rlimit before_ = {};
-};
-
-// A text of `size` times 'n', longer than the memory it takes: one piece is mapped again and again.
-class EndlessText {
-public:
-    explicit EndlessText(size_t size)
-        : file_(memfd_create("text", MFD_CLOEXEC)),
-          size_((size + kPiece) / kPiece * kPiece),
-          chars_(static_cast<char*>(
-              mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)))
-    {
-        std::string const piece(kPiece, 'n');
-        EXPECT_EQ(static_cast<ssize_t>(kPiece), write(file_, piece.data(), kPiece));
-        for (size_t at = 0; at < size_; at += kPiece)
-            mmap(chars_ + at, kPiece, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, file_, 0);
-        chars_[size] = '\0';
-    }
-    EndlessText(EndlessText const&) = delete;
-    EndlessText& operator=(EndlessText const&) = delete;
-    ~EndlessText()
-    {
-        munmap(chars_, size_);
-        close(file_);
-    }
-
-    char const* chars() const { return chars_; }
-
-private:
-    static constexpr size_t kPiece = 1 << 24;
-    int const file_;
-    size_t const size_;
-    char* const chars_;
-};
 
 #define BYTES(literal) std::string(literal, sizeof(literal) - 1)
 
@@ -978,19 +923,6 @@ TEST(ZPropertiesImpl, RoomIsUsedAgainInTimeThatTheChangesPayFor)
         return secondsOfWork() - start;
     };
     EXPECT_GT(20 * (workFor("") + 0.005), workFor(std::string(2000000, '\n')));
-}
-
-TEST(ZPropertiesImpl, NamesOf4GiBAreNobodys)
-{
-    // Cut to 32 bits their length is 3.
-    EndlessText const name((size_t{1} << 32) + 3);
-    Cache cache;
-    cache.add("nnn", "nnn", "v", 0);
-    EXPECT_EQ(0, cache.contains(name.chars()));
-    EXPECT_EQ(0, cache.contains("nnn", name.chars()));
-    EXPECT_EQ(0, cache.contains(name.chars(), "nnn"));
-    EXPECT_THROW(cache.add("nnn", name.chars(), "v", 0), ZOutOfMemoryException_6_0);
-    EXPECT_EQ(1, cache.keyCount("nnn"));
 }
 
 TEST(ZPropertiesImpl, ManyKeysComeAndGo)
@@ -1875,28 +1807,6 @@ TEST(ZPropertiesImpl, KeyThatIsObfuscatedAgainKeepsItsPlace)
     data.setObfuscated("a", "k", "5");
     data.be_write_obfuscated(buffer);
     EXPECT_EQ(BYTES("b\0k\0002\0\0a\0k\0005\0"), unpacked(buffer));
-}
-
-TEST(ZPropertiesImpl, RoomIsMadeForWhatRecordsNameNotForTheirNumber)
-{
-    // Four million empty records, then a few that say something.
-    std::string records(16 << 20, '\0');
-    for (int i = 0; i < 3000; ++i)
-        records += "c" + std::to_string(i % 7) + BYTES("\0k") + std::to_string(i % 1000) +
-                   BYTES("\0v") + std::to_string(i) + BYTES("\0\0");
-    records.pop_back();
-    std::string const content = packed(records);
-    ZSCFData_6_0 data;
-    {
-        SpaceLimit const limit(size_t{200} << 20);
-        readCompanion(data, content);
-    }
-    EXPECT_EQ(8, data.count());
-    int count = 0;
-    for (int i = 0; i < 7; ++i)
-        count += data.countValues(("c" + std::to_string(i)).c_str());
-    EXPECT_EQ(3000, count);
-    EXPECT_EQ((Strings{"v0"}), values(data, "c0", "k0"));
 }
 
 TEST(ZPropertiesImpl, BadCompanionsAreRefused)
