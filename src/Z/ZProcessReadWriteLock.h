@@ -139,14 +139,15 @@ private:
     zlockstate rawState() const;
     bool inherited() const;
 
-    int state_;              // a zlockstate       } read and written as
-    ZLCString_6_0 name_;     //                    } relaxed atomics, except
-    uint32_t sequence_;      //                    } for the name: several
-    uint32_t lastSequence_;  //                    } readers may write
-    uint32_t reserved_;      // 0; nothing reads it
+    // Words that several readers may read and write are relaxed atomics.
+    int state_;  // a zlockstate
+    ZLCString_6_0 name_;
+    uint32_t sequence_;
+    uint32_t lastSequence_;
+    [[maybe_unused]] uint32_t reserved_;  // 0; nothing reads it
     ZReadWriteLock_6_0 threads_;
-    int update_;         // as state_
-    unsigned forkMark_;  // of the process when the lock was acquired, as state_
+    int update_;
+    unsigned forkMark_;  // of the process that acquired the lock
 };
 
 /// A process lock that excludes only the threads of this process.

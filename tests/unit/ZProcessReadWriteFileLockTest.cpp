@@ -27,6 +27,7 @@
 #include "Raised.h"
 #include "SeenRanges.h"
 #include "TestDirectory.h"
+#include "Threads.h"
 
 // ---- System calls that fail on demand ----------------------------------------------------------
 
@@ -180,12 +181,6 @@ public:
             throw std::runtime_error("observer");
     }
 };
-
-template <class Action>
-void elsewhere(Action action)
-{
-    std::thread(action).join();
-}
 
 bool staysBlocked(std::future<void> const& done)
 {

@@ -9,10 +9,10 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "Threads.h"
 
 namespace {
 
@@ -31,12 +31,6 @@ constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";
 constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
 
 using Lock = ZStubProcessReadWriteLock_6_0;
-
-template <class Action>
-void elsewhere(Action action)
-{
-    std::thread(action).join();
-}
 
 }  // namespace
 
