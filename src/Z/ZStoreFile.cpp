@@ -683,8 +683,9 @@ int ZStoreFile::Writer::writeText()
     textTouched_ = true;
     if (int const error = writeAllAt(fd, pads ? viewOf(padded_) : text_, 0))
         return failed("write()", file_.path_, error);
-    if (int const error = retrying([=] { return ftruncate(fd, length); }))
-        return failed("ftruncate()", file_.path_, error);
+    if (text_.length < file_.main_.length())
+        if (int const error = retrying([=] { return ftruncate(fd, length); }))
+            return failed("ftruncate()", file_.path_, error);
     if (int const error = syncFile(fd))
         return failed("fsync()", file_.path_, error);
     return failed("fstat()", file_.path_, fstat(fd, &file_.status_) != 0 ? errno : 0);

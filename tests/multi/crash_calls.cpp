@@ -103,7 +103,7 @@ void failLoad(Counts& counts, StoreFolder const& folder, std::string const& name
         complain(counts, event + ": ended with " + std::to_string(answer));
 }
 
-// Interrupts a store where the file is half new, and returns whether it came to that.
+// Interrupts a store of a shorter text before the file is cut, and returns whether it came to that.
 bool tear(StoreFolder const& folder, Shape const& shape)
 {
     Marked::Task const task = storing(folder, shape.after);
@@ -172,16 +172,17 @@ void failEveryCall(Counts& counts, Extent extent)
     TestDirectory const directory;
     StoreFolder const folder(directory.path());
     for (bool torn : {false, true}) {
+        Shape const& shape = kMore[0];
         if (!torn)
-            folder.reset(kShare.after);
-        else if (!tear(folder, kShare))
+            folder.reset(shape.after);
+        else if (!tear(folder, shape))
             return complain(counts, "no store could be torn");
         std::vector<Marked::Place> const places =
             Marked::places({"--load", folder.path()}, "%file,%desc");
         counts.planned += static_cast<long>(places.size() * std::size(kErrors));
         for (Marked::Place const& place : places)
             for (char const* error : kErrors)
-                failLoad(counts, folder, torn ? "load behind a kill" : "load", kShare.after, place,
+                failLoad(counts, folder, torn ? "load behind a kill" : "load", shape.after, place,
                          error);
     }
 }

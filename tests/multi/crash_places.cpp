@@ -246,20 +246,21 @@ void inTheFilesPlace(Counts& counts, Scene const& scene)
     });
 }
 
+struct Case {
+    char const* named;  // in the foreign folder, or an absolute path
+    mode_t mode;        // of the file
+    bool secret;        // whether the store has something for a companion
+};
+constexpr Case kCases[] = {
+    {"open", 0600, true},       {"secret", 0600, true},    {"folder", 0600, true},
+    {"missing", 0600, false},   {"/dev/null", 0600, true}, {"/dev/zero", 0600, true},
+    {"other.obf", 0600, false}, {"other.obf", 0666, true}, {"other.obf", 0666, false},
+    {"open", 0666, true},       {"secret", 0666, false},
+};
+
 // The file names a companion that is not its own.
 void withAForeignCompanion(Counts& counts, Scene const& scene)
 {
-    struct Case {
-        char const* named;  // in the foreign folder, or an absolute path
-        mode_t mode;        // of the file
-        bool secret;        // whether the store has something for a companion
-    };
-    constexpr Case kCases[] = {
-        {"open", 0600, true},       {"secret", 0600, true},    {"folder", 0600, true},
-        {"missing", 0600, false},   {"/dev/null", 0600, true}, {"/dev/zero", 0600, true},
-        {"other.obf", 0600, false}, {"other.obf", 0666, true}, {"other.obf", 0666, false},
-        {"open", 0666, true},       {"secret", 0666, false},
-    };
     std::string const path = scene.ours("conf");
     for (Case const& c : kCases)
         underAll([&](Circumstances const& circumstances, std::string const& how) {
@@ -298,6 +299,9 @@ void storeInOddPlaces(Counts& counts, Extent)
 {
     TestDirectory const place(TestDirectory::Place::memory);
     Scene const scene(place.path());
+    size_t const places = std::size(kRoles) * std::size(kKinds) + std::size(kKinds) + 1;
+    counts.planned =
+        static_cast<long>((places + std::size(kCases)) * std::size(kMasks)) * kClosings;
     besideTheFile(counts, scene);
     inTheFilesPlace(counts, scene);
     withAForeignCompanion(counts, scene);
