@@ -45,6 +45,23 @@ unsigned int roomFor(unsigned int capacity)
     return std::max(capacity, 3u);
 }
 
+// Moves the first `used` slots of a block to a longer one of `room` slots. A short block is copied:
+// the heap has one at hand, where realloc() would search.
+ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
+{
+    constexpr unsigned int kShort = 128;
+    bool const copies = room <= kShort;
+    void* const block = copies ? malloc(room * sizeof(ZObject_6_0*))
+                               : reallocarray(slots, room, sizeof(ZObject_6_0*));
+    if (block == nullptr)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
+    if (copies) {
+        memcpy(block, slots, used * sizeof(ZObject_6_0*));
+        free(slots);
+    }
+    return static_cast<ZObject_6_0**>(block);
+}
+
 // A member for the partition to compare with: the middle one, or the one nearest to it that is
 // not null. Null when the range has nothing but nulls.
 ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
@@ -370,10 +387,7 @@ void ZArrayList_6_0::makeRoom(size_t count)
     unsigned int const capacity = grownFor(capacity_, count);
     size_t const ahead = size_t{capacity} * 9 / 4;
     unsigned int const room = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
-    void* const slots = reallocarray(elements_, room, sizeof(ZObject_6_0*));
-    if (slots == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
-    elements_ = static_cast<ZObject_6_0**>(slots);
+    elements_ = moved(elements_, count_, room);
     capacity_ = capacity;
     room_ = room;
 }
