@@ -1084,6 +1084,33 @@ TEST_F(ZArrayList, ADestructorThatRaisesKeepsNoOtherMember)
     EXPECT_THROW(delete list.release(), std::runtime_error);
 }
 
+TEST_F(ZArrayList, AThreadMayEndInsideADestructorThatItRuns)
+{
+    // Ends its thread, which unwinds the stack without an exception.
+    class Ending : public CountedObject {
+    public:
+        using CountedObject::CountedObject;
+        ~Ending() noexcept(false) override
+        {
+            static int result;
+            pthread_exit(&result);
+        }
+    };
+    OwningList list({1, 2});
+    list.addNoCopy(0, new Ending(3));
+    pthread_t thread;
+    auto const removeAll = [](void* argument) -> void* {
+        static_cast<OwningList*>(argument)->removeAll();
+        return nullptr;
+    };
+    ASSERT_EQ(0, pthread_create(&thread, nullptr, removeAll, &list));
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_NE(nullptr, result) << "the thread went on";
+    EXPECT_EQ((Numbers{-1, 1, 2}), numbersOf(list));
+    list.removeAll();
+}
+
 TEST_F(ZArrayList, AgreesWithAVectorOverRandomOperations)
 {
     constexpr unsigned kSeed = 31003;

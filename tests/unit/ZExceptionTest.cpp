@@ -253,6 +253,22 @@ TEST(ZException, AccessorsReturnTheInserts)
     EXPECT_STREQ("v", ZAbstractNotImplementedException_6_0("v").value().getChars());
 }
 
+TEST(ZException, AClassWithoutAReportOfItsOwnReportsAsItsBase)
+{
+    class Plain : public ZSharedLibraryException_6_0 {
+    public:
+        Plain() : ZSharedLibraryException_6_0(37, "Plain", "library", "error", 7) {}
+        ZObject_6_0* clone() const override { return new Plain(*this); }
+        [[noreturn]] void throwException(char const*, int) override { throw *this; }
+    };
+    Plain e;
+    e.addLocation("src/x", 1);
+    EXPECT_EQ(exceptionReport("Plain", "src/x", 1, 37,
+                              "Create failed for a process lock.  rc = 7 and the lock file name "
+                              "is error."),
+              reportOf([&] { e.print(); }));
+}
+
 TEST(ZException, InsertsAreCopied)
 {
     char file[] = "before";

@@ -247,16 +247,22 @@ TEST_F(ZHashKeyMap, NullIsNoKey)
     map.removeEntry(nullptr);
 }
 
-TEST_F(ZHashKeyMap, AKeyThatCannotBeClonedIsNotPut)
+TEST_F(ZHashKeyMap, AKeyThatCannotBeClonedTwiceIsNotPut)
 {
     class Single : public CountedObject {
         ZObject_6_0* clone() const override { return nullptr; }
     };
-    Single const key;
+    class Once : public CountedObject {
+        ZObject_6_0* clone() const override { return new Single; }
+    };
+    Single const single;
+    Once const once;
     CountedObject const value(1);
     ZHashKeyMap_6_0 map(1, kOwns);
-    map.putEntry(&key, &value);
+    map.putEntry(&single, &value);
+    map.putEntry(&once, &value);
     EXPECT_EQ(0u, map.size());
+    EXPECT_EQ(3, CountedObject::alive);
 }
 
 TEST_F(ZHashKeyMap, WhatTheMapHoldsMayBePutAgain)

@@ -365,6 +365,28 @@ TEST_F(ZHashMap, WhatCannotBeClonedIsNotPut)
     EXPECT_EQ(0u, map.size());
 }
 
+TEST_F(ZHashMap, ACopyLeavesOutWhatCannotBeClonedAgain)
+{
+    // Its clones have no clone.
+    class Once : public CountedObject {
+        class Last : public CountedObject {
+        public:
+            using CountedObject::CountedObject;
+            ZObject_6_0* clone() const override { return nullptr; }
+        };
+        ZObject_6_0* clone() const override { return new Last(number()); }
+
+    public:
+        using CountedObject::CountedObject;
+    };
+    ZHashMap_6_0 map(1, kOwns);
+    put(map, {1, 3});
+    Once entry(2);
+    map.putEntry(&entry);
+    EXPECT_EQ(3u, map.size());
+    EXPECT_EQ((Numbers{3, 1}), orderOf(ZHashMap_6_0(map)));
+}
+
 TEST_F(ZHashMap, ACloneMayChangeTheMapThatItGoesInto)
 {
     struct Case {
