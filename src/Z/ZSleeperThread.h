@@ -1,7 +1,7 @@
 // ZSleeperThread: a thread that sleeps until it is woken or an interval is over, then does one unit
 // of work.
 //
-// Subsystem: threads.  Stands on: ZThread, ZCondition, ZLock, ZThreadPool.
+// Subsystem: threads.  Stands on: ZException, ZThread, ZCondition, ZLock, ZThreadPool.
 //
 // Ownership: as ZThread.
 // Threads: wakeUp() is for every thread. The wake lock is held while the work is done: a wakeUp()
