@@ -84,7 +84,8 @@ public:
         return file;
     }
 
-    /// Returns how many nanoseconds the platform takes to read the file at `path`.
+    /// Returns how many nanoseconds of the processor the platform takes to read the file at `path`;
+    /// what its collector of unused memory takes is not in them.
     uint64_t time(std::string const& path)
     {
         fputc('t', to_);
