@@ -272,17 +272,29 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
+    auto const giveBack = [this] {
+        quietly([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
+    };
     ZAbstractProcessReadWriteLock_6_0::lock(state);
     try {
-        ZResourceLock_6_0 const guard(file_);
+        file_.lock();
+    } catch (...) {
+        giveBack();
+        throw;
+    }
+    // Given back under the file mutex: a reader that leaves must not count one that has failed
+    // among those who read on, and leave the file to it.
+    try {
         if (getLockState() == unset)
             acquireFile(state);
         else if (state == write)  // nobody in this process holds it, but the file is locked
             raiseInvalidState(kSource, raiseInDolockOfHeld);
     } catch (...) {
-        quietly([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
+        giveBack();
+        file_.unlock();
         throw;
     }
+    file_.unlock();
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::acquireFile(zlockstate state)

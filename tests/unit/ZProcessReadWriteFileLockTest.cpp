@@ -1201,6 +1201,42 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
             }
 }
 
+// A reader whose acquisition fails is still inside for a moment: one that leaves in that moment
+// must not take it for one that reads on.
+TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionOfOneThreadLeavesNothingToOthers)
+{
+    class Failing : public ZStubProcessReadWriteFileLock_6_0 {
+    public:
+        void lockFile(State) override
+        {
+            if (++calls_ % 3 == 0)
+                ZLockResourceException_6_0(33, EINTR).throwException("test", 1);
+        }
+
+    private:
+        std::atomic<unsigned> calls_{0};
+    } lock;
+    std::atomic<int> others{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            for (int n = i; n < 20000; ++n) {
+                try {
+                    lock.lock(n % 8 == 0 ? kWrite : kRead);
+                    lock.unlock(0);
+                } catch (ZLockResourceException_6_0 const&) {
+                } catch (ZException_6_0 const&) {
+                    ++others;
+                }
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0, others);
+    EXPECT_EQ(kUnset, lock.getLockState());
+    EXPECT_EQ(0, lock.getReaderCount());
+}
+
 TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
 {
     for (State state : {kRead, kWrite})
