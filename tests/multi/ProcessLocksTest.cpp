@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,8 +12,11 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <new>
+#include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "OtherLocker.h"
 #include "SeenRanges.h"
@@ -164,6 +168,71 @@ TEST_F(ProcessLocks, SignalEndsTheWaitOfAProcessAndLeavesTheOthers)
     EXPECT_TRUE(waiting.waits());
     holder.does('u');
     EXPECT_EQ("write 0", waiting.answer());
+}
+
+// Three processes of four threads use one file through two lock objects each. Which process waits
+// for which is all that the kernel sees, so that it finds a deadlock where there is none now and
+// then; that is all that may go wrong.
+TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverStick)
+{
+    struct Shared {
+        std::atomic<int> writers;
+        std::atomic<int> readers;
+        std::atomic<int> acquisitions;
+        std::atomic<int> faults;
+    };
+    void* const memory =
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(MAP_FAILED, memory);
+    Shared& shared = *new (memory) Shared{};
+    constexpr int kTurns = 4000;
+    auto const useBoth = [&](Lock* locks, unsigned seed) {
+        std::minstd_rand random(seed);
+        for (int i = 0; i < kTurns; ++i) {
+            Lock& lock = locks[random() % 2];
+            bool const writes = random() % 4 == 0;
+            try {
+                lock.lock(writes ? kWrite : kRead);
+                std::atomic<int>& mine = writes ? shared.writers : shared.readers;
+                bool const first = mine.fetch_add(1) == 0;
+                if (writes ? !first || shared.readers != 0 : shared.writers != 0)
+                    ++shared.faults;
+                --mine;
+                ++shared.acquisitions;
+                lock.unlock(0);
+            } catch (ZLockResourceException_6_0 const& e) {
+                if (e.returnCode() != EDEADLK)
+                    ++shared.faults;
+            } catch (ZException_6_0 const&) {
+                ++shared.faults;
+            }
+        }
+    };
+    std::vector<pid_t> processes;
+    for (unsigned p = 0; p < 3; ++p) {
+        processes.push_back(fork());
+        if (processes.back() == 0) {
+            Lock locks[2] = {{directory_.path().c_str(), "a"}, {directory_.path().c_str(), "a"}};
+            std::vector<std::thread> threads;
+            for (unsigned t = 0; t < 4; ++t)
+                threads.emplace_back(useBoth, locks, 1 + 10 * p + t);
+            for (std::thread& thread : threads)
+                thread.join();
+            bool free = true;
+            for (Lock& lock : locks)
+                free = free && lock.getLockState() == kUnset && lock.getFileHandle() == -1;
+            _exit(free ? 0 : 1);
+        }
+    }
+    for (pid_t const process : processes) {
+        int status = 0;
+        waitpid(process, &status, 0);
+        EXPECT_EQ(0, status);
+    }
+    EXPECT_EQ(0, shared.faults);
+    EXPECT_LT(3 * 4 * kTurns / 2, shared.acquisitions);
+    EXPECT_EQ("--", seen());
+    munmap(memory, sizeof(Shared));
 }
 
 // 100,000 acquisitions against another process, with a signal every millisecond that interrupts
