@@ -479,6 +479,7 @@ struct Contender {
     Make make;
     size_t most;   // the largest file it is given; some peers do not come back from larger ones
     bool changes;  // has changeAndStore()
+    bool scans = false;  // looks at every key for those of one stanza: no walk of many stanzas
 };
 
 template <class S, class... Args>
@@ -503,7 +504,7 @@ std::vector<Contender> contenders()
     list.push_back({"SimpleIni", maker<SimpleIniStore>(), all, false});
 #endif
 #ifdef Z_PEER_POCO
-    list.push_back({"Poco.IniFile", maker<PocoStore>(), 100000, false});
+    list.push_back({"Poco.IniFile", maker<PocoStore>(), 100000, false, true});
 #endif
 #ifdef Z_PEER_BOOST
     list.push_back({"Boost.PropertyTree", maker<BoostStore>(), all, false});
@@ -599,6 +600,8 @@ bool registerAll()
                     if (keys > contender.most || (row.onlyFull && !contender.changes) ||
                         (keys > 100000 && shape.keysPerStanza != 100 && !named) ||
                         (map && row.run == loadRow) ||
+                        (contender.scans && row.run == walkRow && keys > 10000 &&
+                         shape.keysPerStanza == 1) ||
                         (strcmp(contender.name, "floor.split") == 0 && row.run != loadRow) ||
                         (floor && row.run == changeRow))
                         continue;
