@@ -6,6 +6,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -111,11 +112,13 @@ bool fill(std::string const& where, std::string const& filler, long pages)
     int const fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     long size = 0;
     bool done = false;
-    // A large file needs pages for itself: go nearer step by step.
-    for (int i = 0; i < 20 && !done; ++i) {
-        size += freePages(where) - pages;
-        done = (size == 0 || posix_fallocate(fd, 0, size * kPage) == 0) &&
-               ftruncate(fd, size * kPage) == 0 && fsync(fd) == 0 && freePages(where) == pages;
+    // A large file needs pages for itself, and removed ones are free only behind the next commit:
+    // go nearer step by step.
+    for (int i = 0; i < 100 && !done; ++i) {
+        syncfs(fd);
+        size = std::max(0L, size + freePages(where) - pages);
+        posix_fallocate(fd, 0, std::max(1L, size) * kPage);
+        done = ftruncate(fd, size * kPage) == 0 && syncfs(fd) == 0 && freePages(where) == pages;
     }
     close(fd);
     return done;
