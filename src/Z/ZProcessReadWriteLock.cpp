@@ -16,7 +16,7 @@ constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInDestructor = 64, raiseInChild = 83 };
+enum RaiseSite { raiseInDestructor = 64, raiseInChild = 83, raiseInStub = 117 };
 
 constexpr unsigned kNameLength = 6;
 constexpr char kFallbackEnd[] = ".zpl";  // behind the process id, when there are no random letters
@@ -105,6 +105,18 @@ void ZAbstractProcessReadWriteLock_6_0::lock()
 
 void ZAbstractProcessReadWriteLock_6_0::lock(zlockstate state)
 {
+    if (state == unset) {
+        // Before the lock is free: then the flag is already that of the next writer.
+        int const before = getUpdate();
+        setUpdate(0);
+        try {
+            threads_.unlock();
+        } catch (...) {
+            setUpdate(before);
+            throw;
+        }
+        return;
+    }
     threads_.lock(state == protect ? write : state);
     setUpdate(state == protect || state == write ? 1 : 0);
 }
@@ -253,7 +265,8 @@ void ZAbstractProcessReadWriteLock_6_0::failIfInherited() const
 void ZAbstractProcessReadWriteLock_6_0::failIfStranger()
 {
     failIfInherited();
-    if (rawState() == write && threads_.ownWriteLock() == 0)
+    zlockstate const state = rawState();
+    if ((state == write || state == protect) && threads_.ownWriteLock() == 0)
         threads_.unlock();  // raises, for there is a writer and no reader
 }
 
@@ -285,10 +298,18 @@ void ZStubProcessReadWriteLock_6_0::lock()
 
 void ZStubProcessReadWriteLock_6_0::lock(zlockstate state)
 {
+    if (getLockStateName(state) == nullptr)
+        raiseInvalidState(kSource, raiseInStub);
     failIfInherited();
-    ZAbstractProcessReadWriteLock_6_0::lock(state);
     // KEPT: the state says what was asked for last, also when a reader leaves others behind: it is
     // a stand-in, and the lock between the threads knows better.
     // Test: ZProcessReadWriteLock.KeepsTheStateAskedForLast
+    if (state == unset) {
+        failIfStranger();
+        setLockState(unset);  // while nobody else can have come in and set it
+        ZAbstractProcessReadWriteLock_6_0::lock(unset);
+        return;
+    }
+    ZAbstractProcessReadWriteLock_6_0::lock(state);
     setLockState(state);
 }

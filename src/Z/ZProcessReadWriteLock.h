@@ -132,7 +132,7 @@ protected:
     [[noreturn]] void raiseInvalidState(char const* source, int site) const;
     // Raises message 32 in a child of the process that took the lock.
     void failIfInherited() const;
-    // Raises message 6 when the lock is held for writing, and not by the calling thread.
+    // Raises message 6 when "protect" or "write" is held, and not by the calling thread.
     void failIfStranger();
 
 private:
@@ -164,6 +164,8 @@ public:
     void lock() override;
 
     /// Acquires the lock between the threads, or releases it; the state is then `state`.
+    /// throws  ZInvalidResourceStateException_6_0 (message 32) when `state` is none; what
+    ///         ZReadWriteLock_6_0 throws. Nothing has changed then.
     /// kept    also when other readers are left, and "protect" stays "protect".
     void lock(zlockstate state) override;
 };
