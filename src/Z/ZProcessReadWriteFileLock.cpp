@@ -523,6 +523,8 @@ void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offs
 
 void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
 {
+    if (shared_->isOpen())  // opening it again would close it, and free what is locked
+        return;
     constexpr int kFlags = O_RDWR | O_CREAT | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
     int const error =
         withMemory([this] { return shared_->open(getLockFileName(), kFlags, kMode); });

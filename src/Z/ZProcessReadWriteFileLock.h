@@ -80,9 +80,8 @@ public:
     /// Moves the lock to another directory.
     /// range   null stands for the working directory.
     /// throws  ZInvalidParameterException_6_0 (message 22) when `dir` is no directory that its
-    /// owner
-    ///         may write and search; ZInvalidResourceStateException_6_0 (message 32) when the lock
-    ///         is held and `dir` is another directory.
+    ///         owner may write and search; ZInvalidResourceStateException_6_0 (message 32) when the
+    ///         lock is held and `dir` is another directory.
     virtual void setLockDirName(char const* dir);
 
     /// Returns the path of the lock file.
@@ -185,7 +184,7 @@ public:
     ///         `length` bytes. An empty file leaves `bytes` as they are.
     void readBytes(void* bytes, unsigned int offset, unsigned int length) override;
 
-    /// Opens the lock file, making it when it is missing.
+    /// Opens the lock file, making it when it is missing; one that is open stays as it is.
     /// kept    a failure shows only in what is done with the file next: errno EBADF.
     virtual void createLockFile();
 

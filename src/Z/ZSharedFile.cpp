@@ -400,6 +400,8 @@ int ZSharedFile::unlock(off_t start, off_t length)
 void ZSharedFile::join(off_t start, off_t length)
 {
     std::lock_guard<std::mutex> guard(table().mutex);
+    if (entry_ == nullptr)
+        return;
     pthread_t const self = pthread_self();
     for (Range& range : entry_->ranges)
         if (range.user == this && range.is(start, length) && !range.joined &&
@@ -414,6 +416,8 @@ void ZSharedFile::join(off_t start, off_t length)
 void ZSharedFile::leave(off_t start, off_t length)
 {
     std::lock_guard<std::mutex> guard(table().mutex);
+    if (entry_ == nullptr)
+        return;
     auto& ranges = entry_->ranges;
     pthread_t const self = pthread_self();
     size_t count = 0;

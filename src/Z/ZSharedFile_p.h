@@ -64,11 +64,13 @@ public:
     int unlock(off_t start, off_t length);
 
     /// Counts the calling thread among those that hold a range which this reference has locked for
-    /// reading.
+    /// reading. Nothing happens when the file is closed.
     /// throws  std::bad_alloc.
+    /// threads another thread may close the file meanwhile.
     void join(off_t start, off_t length);
 
-    /// Counts it out again; the range stays locked.
+    /// Counts it out again; the range stays locked. Nothing happens when the file is closed.
+    /// threads as join().
     void leave(off_t start, off_t length);
 
     /// Forgets the file. It stays open, and locked, until the process ends.
