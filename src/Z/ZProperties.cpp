@@ -243,7 +243,7 @@ void ZProperties_6_0::Rep::changed(ZProperties_6_0& store, std::unique_ptr<Notic
 void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
 {
     std::exception_ptr first;
-    bool const mayRaise = std::uncaught_exceptions() == 0;
+    bool const mayRaise = !zunwinding();
     while (!queue.isEmpty()) {
         std::unique_ptr<Notice> const notice = queue.pop();
         try {
@@ -284,7 +284,7 @@ ZProperties_6_0::Hold::~Hold() noexcept(false)
     try {
         store_.lock_.unlock();
     } catch (ZException_6_0& failure) {
-        if (std::uncaught_exceptions() == 0)
+        if (!zunwinding())
             throw;
         zreportException(failure);
     }

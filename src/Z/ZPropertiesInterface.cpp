@@ -1,7 +1,5 @@
 #include "ZPropertiesInterface.h"
 
-#include <exception>
-
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZLock_p.h"
@@ -18,7 +16,7 @@ void unlockAtEnd(ZLockInterface_6_0& lock)
     try {
         lock.unlock();
     } catch (ZException_6_0& failure) {
-        if (std::uncaught_exceptions() == 0)
+        if (!zunwinding())
             throw;
         zreportException(failure);
     }
