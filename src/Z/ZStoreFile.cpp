@@ -168,14 +168,18 @@ constexpr size_t kChecksum = 4;  // length of what ends a journal
 // one could make the rest of this one whole again where its blocks are used once more.
 int invalidate(std::string const& path)
 {
+    // What else was put there is not even opened: it may be a second name of the file that we have
+    // locked, and closing it would drop the lock.
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0)
+        return errno == ENOENT ? 0 : errno;
+    if (!S_ISREG(status.st_mode) || status.st_nlink != 1)
+        return EPERM;
     int const fd = zopenPrivate(path.c_str(), O_WRONLY | O_NOFOLLOW, 0);
     if (fd < 0)
         return errno == ENOENT ? 0 : errno;
     constexpr char kNothing[kChecksum] = "";
-    struct stat status;
     int error = fstat(fd, &status) != 0 ? errno : 0;
-    if (error == 0 && (!S_ISREG(status.st_mode) || status.st_nlink != 1))
-        error = EPERM;  // something else was put there
     off_t const end = error == 0 ? status.st_size : 0;
     if (error == 0 && end > static_cast<off_t>(kChecksum))
         error = writeAllAt(fd, {kNothing, kChecksum}, end - static_cast<off_t>(kChecksum));

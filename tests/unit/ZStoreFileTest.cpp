@@ -39,6 +39,8 @@ struct Plan {
     std::string failed;        // name of the call that failed
     size_t longestWrite = 0;   // by pwrite()
     std::string endings;       // of the journals that were removed, see endingOf()
+    int folderSyncs = 0;
+    std::function<void(std::string const&)> before;  // called with each call's name
 };
 Plan plan;
 
@@ -52,6 +54,11 @@ bool fails(char const* name)
     ++plan.calls;
     if (plan.calls == plan.dieAt)
         _exit(kDied);
+    if (plan.before) {
+        plan.watched = false;
+        plan.before(name);
+        plan.watched = true;
+    }
     if (plan.calls != plan.failAt && (plan.failFrom == 0 || plan.calls < plan.failFrom))
         return false;
     plan.failed += name;
@@ -63,9 +70,11 @@ bool fails(char const* name)
 // journal or missing.
 std::string endingOf(char const* path)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (strstr(path, ".zjn") == nullptr || !in)
+    // A second name of the file is not even opened: closing it would drop the lock.
+    struct stat status;
+    if (strstr(path, ".zjn") == nullptr || lstat(path, &status) != 0 || status.st_nlink > 1)
         return "";
+    std::ifstream in(path, std::ios::binary);
     std::string const all{std::istreambuf_iterator<char>(in), {}};
     bool const whole = all.size() >= 4 && all.substr(all.size() - 4) != std::string(4, '\0');
     return whole ? "?" : ".";
@@ -130,6 +139,9 @@ ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
 }
 int __wrap_fsync(int fd)
 {
+    struct stat status;
+    if (plan.watched && __real_fstat(fd, &status) == 0 && S_ISDIR(status.st_mode))
+        ++plan.folderSyncs;
     return fails("fsync") ? -1 : __real_fsync(fd);
 }
 int __wrap_fdatasync(int fd)
@@ -1041,6 +1053,30 @@ TEST_F(ZStoreFileCase, ClosingOneUserOfAFileKeepsTheLockOfAnother)
     EXPECT_FALSE(isFree(path_));
     first.reset();
     EXPECT_TRUE(isFree(path_));
+}
+
+TEST_F(ZStoreFileCase, SecondNamesOfTheFileDoNotCostItsLock)
+{
+    for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.zjn.orphan", ".conf.obf.new"}) {
+        SCOPED_TRACE(name);
+        put(kShort);
+        ASSERT_EQ(0, link(path_.c_str(), directory_.at(name).c_str()));
+        int looks = 0;
+        Plan looking;
+        looking.before = [&](std::string const& call) {
+            if (call != "pwrite")
+                return;
+            ++looks;
+            EXPECT_FALSE(isFree(path_));
+        };
+        {
+            Watch const watch(looking);
+            store(kLong);
+        }
+        EXPECT_EQ(2, looks);  // the text, and the end of the journal
+        EXPECT_EQ(kLong, load());
+        std::filesystem::remove(directory_.at(name));
+    }
 }
 
 TEST_F(ZStoreFileCase, SharedFilesLockRangesForEachOther)
