@@ -883,6 +883,8 @@ bool ZStoreFile::open(Use use, char const* openCall)
         close();
         throw Failure{path_, "fstat()", error};
     }
+    if (status_.st_size > 0)
+        made_ = false;  // somebody else stored into it before it was locked
     if (stat(real_.c_str(), &named) == 0 && sameFile(named, status_))
         return true;
     made_ = false;
@@ -1082,7 +1084,7 @@ void ZStoreFile::close()
     struct stat named;
     // Memory may have been exhausted between the making of the file and its locking.
     if (made_ && fd_ < 0 && file_.isOpen() && file_.lock(F_WRLCK, 0, 0) == 0 &&
-        fstat(file_.descriptor(), &status_) == 0)
+        fstat(file_.descriptor(), &status_) == 0 && status_.st_size == 0)
         fd_ = file_.descriptor();
     if (made_ && fd_ >= 0 && stat(real_.c_str(), &named) == 0 && sameFile(named, status_))
         removeFile(real_);

@@ -399,6 +399,21 @@ TEST_F(ZStoreFileCase, FileThatWasMadeForNothingIsRemoved)
     EXPECT_EQ("", directory_.names());
 }
 
+TEST_F(ZStoreFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
+{
+    Plan meeting;
+    meeting.before = [this](std::string const& call) {
+        if (call == "fcntl" && directory_.read("conf").empty())
+            directory_.write("conf", "theirs\n");
+    };
+    {
+        Watch const watch(meeting);
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        EXPECT_EQ("theirs\n", std::string(file.text().data, file.text().length));
+    }
+    EXPECT_EQ("theirs\n", directory_.read("conf"));
+}
+
 TEST_F(ZStoreFileCase, MakesTheFileWhereADanglingLinkPoints)
 {
     ASSERT_EQ(0, symlink("target", path_.c_str()));
