@@ -915,6 +915,7 @@ void ZStoreFile::pick(Use use)
     std::unique_ptr<Journal> journal = Journal::read(journal_, status_);
     if (journal == nullptr)
         return;
+    SizeSignalGuard const noSignal;
     View const main = viewOf(main_);
     bool const known = journal->companion.empty() || concernsCompanion(*journal);
     bool const untouched =
@@ -931,7 +932,6 @@ void ZStoreFile::pick(Use use)
             companion.change = Companion::written;
         else if (!companion.path.empty() && isOwnCompanion(companion.path))
             companion.change = Companion::removed;
-        SizeSignalGuard const noSignal;
         Writer(*this, journal->newText, companion).finish();
         if (int const error = readAll(fd_, main_))
             throw Failure{path_, "read()", error};
@@ -940,16 +940,21 @@ void ZStoreFile::pick(Use use)
     }
     if (use == Use::load)
         return;
-    // The writer died before it touched the file, or somebody has written it since.
+    // The writer died before it touched the file, or somebody has written it since. One that stays
+    // could take what is stored now for an interrupted rewrite.
+    int error = 0;
     if (known && untouched) {
         if (!journal->companion.empty())
             removeFile(neighbour(journal->companion, ".new"));
-        dropJournal(journal_, directoryOf(journal_));
+        error = dropJournal(journal_, directoryOf(journal_));
     } else {
         // It keeps its texts, for whoever wants to compare.
-        invalidate(journal_);
-        rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str());
+        error = invalidate(journal_);
+        if (rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str()) == 0)
+            error = 0;
     }
+    if (error != 0)
+        throw Failure{journal_, "unlink()", error};
 }
 
 // Whether the companion is the one that the journal's writer found or the one it wrote.

@@ -460,6 +460,42 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
+// ---- The journal's form ------------------------------------------------------------------------
+
+namespace {
+
+void putNumber(std::string& out, uint64_t number, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        out += static_cast<char>(number >> (8 * i));
+}
+
+constexpr uint64_t kNone = ~uint64_t{0};
+
+// A journal by the form that it is documented to have.
+std::string journalOf(Pair const& before, Pair const& after, std::string const& path)
+{
+    std::string out = "ZSTORE1\n";
+    putNumber(out, before.text.size(), 8);
+    putNumber(out, after.text.size(), 8);
+    putNumber(out, after.companion.empty() ? kNone : after.companion.size(), 8);
+    putNumber(out, before.companion.empty() ? kNone : before.companion.size(), 8);
+    putNumber(out,
+              before.companion.empty()
+                  ? 0
+                  : crc32(0, reinterpret_cast<Bytef const*>(before.companion.data()),
+                          static_cast<uInt>(before.companion.size())),
+              4);
+    putNumber(out, path.size(), 4);
+    out += path + before.text + after.text + after.companion;
+    putNumber(out,
+              crc32(0, reinterpret_cast<Bytef const*>(out.data()), static_cast<uInt>(out.size())),
+              4);
+    return out;
+}
+
+}  // namespace
+
 // ---- Faults ------------------------------------------------------------------------------------
 
 TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
@@ -717,6 +753,24 @@ TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
     EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
+TEST_F(ZStoreFileCase, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
+{
+    put(kShort);
+    directory_.write(".conf.zjn", journalOf(kShort, {std::string(1 << 17, 'x'), ""}, ""));
+    pid_t const child = fork();
+    if (child == 0) {
+        rlimit const limit = {1 << 16, 1 << 16};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        store(kLong);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(kLong, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
+}
+
 // ---- Without a journal -------------------------------------------------------------------------
 
 TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
@@ -784,41 +838,30 @@ TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
     chmod(directory_.path().c_str(), 0700);
 }
 
+TEST_F(ZStoreFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
+{
+    // What would be stored then lies between the texts of the journal, and would be lost.
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        std::string const folder = directory_.at("folder");
+        std::filesystem::create_directory(folder);
+        directory_.write("folder/conf", "0000\n");
+        directory_.write("folder/.conf.zjn", journalOf({"0000\n", ""}, {"1111\n", ""}, ""));
+        chmod((folder + "/.conf.zjn").c_str(), 0400);
+        chmod(folder.c_str(), 0555);
+        std::string seen;
+        try {
+            ZStoreFile file((folder + "/conf").c_str(), ZStoreFile::Use::store);
+            file.commit(viewOf("1100\n"), ZStoreFile::Companion());
+        } catch (ZStoreFile::Failure const& failure) {
+            seen = failure.call;
+        }
+        chmod(folder.c_str(), 0755);
+        return seen == "unlink()" && directory_.read("folder/conf") == "0000\n";
+    });
+}
+
 // ---- The journal -------------------------------------------------------------------------------
-
-namespace {
-
-void putNumber(std::string& out, uint64_t number, int bytes)
-{
-    for (int i = 0; i < bytes; ++i)
-        out += static_cast<char>(number >> (8 * i));
-}
-
-constexpr uint64_t kNone = ~uint64_t{0};
-
-// A journal by the form that it is documented to have.
-std::string journalOf(Pair const& before, Pair const& after, std::string const& path)
-{
-    std::string out = "ZSTORE1\n";
-    putNumber(out, before.text.size(), 8);
-    putNumber(out, after.text.size(), 8);
-    putNumber(out, after.companion.empty() ? kNone : after.companion.size(), 8);
-    putNumber(out, before.companion.empty() ? kNone : before.companion.size(), 8);
-    putNumber(out,
-              before.companion.empty()
-                  ? 0
-                  : crc32(0, reinterpret_cast<Bytef const*>(before.companion.data()),
-                          static_cast<uInt>(before.companion.size())),
-              4);
-    putNumber(out, path.size(), 4);
-    out += path + before.text + after.text + after.companion;
-    putNumber(out,
-              crc32(0, reinterpret_cast<Bytef const*>(out.data()), static_cast<uInt>(out.size())),
-              4);
-    return out;
-}
-
-}  // namespace
 
 TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
 {
