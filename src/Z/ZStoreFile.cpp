@@ -214,15 +214,17 @@ int makeFile(std::string const& path)
 
 // Gives a new file the owner, group and mode of `model`, before it has contents. What cannot be
 // given away to the owner is kept from the group and from others, unless the group can be given.
-int takeAfter(int fd, struct stat const& model)
+// `owned` says whether the owner has got it.
+int takeAfter(int fd, struct stat const& model, bool& owned)
 {
     struct stat status;
     if (fstat(fd, &status) != 0)
         return errno;
     mode_t mode = model.st_mode & kPermissions;
     bool const same = status.st_uid == model.st_uid && status.st_gid == model.st_gid;
-    if (!same && fchown(fd, model.st_uid, model.st_gid) != 0 &&
-        fchown(fd, static_cast<uid_t>(-1), model.st_gid) != 0)
+    bool const given = same || fchown(fd, model.st_uid, model.st_gid) == 0;
+    owned = given || status.st_uid == model.st_uid;
+    if (!given && fchown(fd, static_cast<uid_t>(-1), model.st_gid) != 0)
         mode &= S_IRWXU;
     return fchmod(fd, mode) != 0 ? errno : 0;
 }
@@ -563,7 +565,9 @@ void ZStoreFile::Writer::commit()
 
 void ZStoreFile::Writer::finish()
 {
+    struct stat status;
     journalled_ = true;
+    hadCompanion_ = stat(companion_.path.c_str(), &status) == 0;
     bool const writes = companion_.change == Companion::written;
     if (reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
         writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0)
@@ -612,7 +616,8 @@ int ZStoreFile::Writer::writeJournal()
 // in it: no journal is removed before it is invalid on disk.
 int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
 {
-    if (int const error = takeAfter(fd, file_.status_))
+    bool owned = false;
+    if (int const error = takeAfter(fd, file_.status_, owned))
         return failed("fchmod()", newJournal_, error);
     std::string const header = journal.header();
     View const parts[] = {
@@ -662,14 +667,24 @@ int ZStoreFile::Writer::reserve()
 int ZStoreFile::Writer::prepareCompanion(View contents)
 {
     int const fd = makeFile(newCompanion_);
-    if (fd < 0 && isRefusal(errno) && hadCompanion_) {
+    if (fd < 0 && !(isRefusal(errno) && hadCompanion_))
+        return failed("fopen(w)", companion_.path, errno);
+    bool owned = false;
+    int error = 0;
+    if (fd >= 0)
+        error = failed("fchmod()", companion_.path, takeAfter(fd, file_.status_, owned));
+    if (error == 0 && !owned) {
+        // Nobody would read a companion of another owner, see mayName().
+        if (fd >= 0) {
+            ::close(fd);
+            removeFile(newCompanion_);
+        }
+        if (!hadCompanion_)
+            return failed("fchown()", companion_.path, EPERM);
         inPlace_ = true;
         return failed("fopen(w)", companion_.path,
                       companionFile_.open(companion_.path.c_str(), O_RDWR | O_NOFOLLOW, 0));
     }
-    if (fd < 0)
-        return failed("fopen(w)", companion_.path, errno);
-    int error = failed("fchmod()", companion_.path, takeAfter(fd, file_.status_));
     if (error == 0)
         error = failed("write()", companion_.path, writeAll(fd, contents));
     if (error == 0)
@@ -731,8 +746,8 @@ int ZStoreFile::Writer::writeCompanionInPlace(View contents)
 // interrupted rewrite, where each byte is that of the old text or of the new one.
 int ZStoreFile::Writer::removeJournal()
 {
-    if (!journalled_)
-        return 0;
+    if (!journalled_)  // and without one, nothing has synced the name of a new file yet
+        return file_.made_ ? failed("fsync()", file_.path_, syncDirectory(directory_)) : 0;
     journalled_ = false;
     journalGone_ = true;
     return failed("unlink()", file_.journal_, dropJournal(file_.journal_, directory_));

@@ -460,6 +460,16 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
+TEST_F(ZStoreFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
+{
+    std::string const name(250, 'n');
+    Watch const watch;
+    ZStoreFile stored(directory_.at(name).c_str(), ZStoreFile::Use::store);
+    stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+    EXPECT_EQ(1, plan.folderSyncs);
+    EXPECT_EQ(kPlain.text, directory_.read(name));
+}
+
 // ---- The journal's form ------------------------------------------------------------------------
 
 namespace {
@@ -859,6 +869,53 @@ TEST_F(ZStoreFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
         chmod(folder.c_str(), 0755);
         return seen == "unlink()" && directory_.read("folder/conf") == "0000\n";
     });
+}
+
+TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
+{
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        std::string const folder = directory_.at("folder");
+        std::string const companion = folder + "/secrets";
+        std::filesystem::create_directory(folder);
+        directory_.write("conf", kLong.text);
+        directory_.write("folder/secrets", kShort.companion);
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, companion));
+        chmod(folder.c_str(), 0555);
+        {
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        }
+        chmod(folder.c_str(), 0755);
+        return directory_.read("folder/secrets") == kLong.companion &&
+               directory_.names() == "conf folder";
+    });
+}
+
+TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    // The file is root's, and everybody may write it: its companion has to be root's, too.
+    chmod(directory_.path().c_str(), 0777);
+    put(kPlain);
+    chmod(path_.c_str(), 0666);
+    asNobody([&] {
+        try {
+            store(kLong);
+        } catch (ZStoreFile::Failure const& failure) {
+            return std::string(failure.call) == "fchown()" && load() == kPlain &&
+                   directory_.names() == "conf";
+        }
+        return false;
+    });
+    // One that is there is written in place.
+    put(kShort);
+    chmod(companion_.c_str(), 0666);
+    asNobody([&] {
+        store(kLong);
+        return load() == kLong && directory_.names() == "conf conf.obf";
+    });
+    EXPECT_EQ(kLong, load());
 }
 
 // ---- The journal -------------------------------------------------------------------------------
