@@ -61,12 +61,14 @@ public:
     bool isAlive() const { return child_ > 0; }
     void go() const { ::kill(child_, SIGCONT); }
 
-    void kill()
+    /// Kills it; returns false when it had come to an end before, for want of success.
+    bool kill()
     {
         ::kill(child_, SIGKILL);
-        ended(child_);
+        bool const killed = ended(child_) == 256 + SIGKILL;
         child_ = -1;
         listen();
+        return killed;
     }
 
     Generation acknowledged() const { return generation(last_, largest_); }

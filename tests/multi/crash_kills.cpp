@@ -30,8 +30,9 @@ void killWriters(Counts& counts, std::string const& under, long kills, unsigned 
     for (long i = 0; i < kills; ++i) {
         Writer writer(folder.path(), last.number(), kLargest);
         usleep(300 + random() % 11700);
-        writer.kill();
         std::string const event = "kill " + std::to_string(i) + " of " + std::to_string(seed);
+        if (!writer.kill())
+            complain(counts, event + ": no store succeeded any more");
         folder.checkModes(counts, event);
         long const found = folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
         if (found < 0)
