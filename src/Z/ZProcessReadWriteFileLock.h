@@ -9,8 +9,10 @@
 // name. First the lock between the threads is taken, then the file mutex, then the ranges of the
 // file: the gate, then the data. Only the first reader of a process and its writer touch the file.
 // Waiting for another process can be cancelled, and ends with an exception when a signal handler
-// runs that does not restart calls. Two lock objects of one process on one file exclude each other
-// as two processes do; a thread that waits for itself that way gets the exception with EDEADLK.
+// runs that does not restart calls; a reader that finds another thread of its process waiting there
+// waits for that one, which neither ends. Two lock objects of one process on one file exclude each
+// other as two processes do; a thread that waits for itself that way gets the exception with
+// EDEADLK.
 // Processes: readers of several processes share the lock, a writer is alone. A writer that waits
 // keeps new readers of every process out.
 //
