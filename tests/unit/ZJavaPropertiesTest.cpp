@@ -22,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "FailingAllocator.h"
@@ -219,6 +220,10 @@ TEST(ZJavaProperties, StopsBehindTheStopKey)
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}}), readOf(text, ""));
     EXPECT_EQ((Entries{{"b", ""}}), readOf("b=\nc=3\n", "b"));
     EXPECT_EQ((Entries{{"b", "2"}}), readOf("b=2\nb=3\n", "b"));
+    // The whole key, and no more of it than that.
+    using namespace std::string_literals;
+    EXPECT_EQ((Entries{{"bb", "1"}, {"b\0c"s, "2"}, {"b", "3"}}),
+              readOf("bb=1\nb\0c=2\nb=3\nd=4\n"s, "b"));
 }
 
 TEST(ZJavaProperties, ForgetsTheStopKey)
@@ -404,6 +409,71 @@ TEST(ZJavaProperties, RefusesStringsThatCannotBeCloned)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
 }
 
+// A string that does something in the middle of a call, and is counted.
+class Meddling final : public ZUTF8String_6_0 {
+public:
+    explicit Meddling(char const* text) : ZUTF8String_6_0(text) { ++alive; }
+    Meddling(Meddling const& other)
+        : ZUTF8String_6_0(other), onClone(other.onClone), onChars(other.onChars)
+    {
+        ++alive;
+    }
+    Meddling& operator=(Meddling const&) = delete;
+    ~Meddling() override { --alive; }
+
+    ZUTF8String_6_0* clone() const override
+    {
+        if (onClone)
+            onClone();
+        return new Meddling(*this);
+    }
+    char const* getChars() const override
+    {
+        if (onChars)
+            onChars();
+        return ZUTF8String_6_0::getChars();
+    }
+
+    std::function<void()> onClone;
+    std::function<void()> onChars;
+    static inline int alive = 0;
+};
+
+TEST(ZJavaProperties, SetsNothingWhenACloneRaises)
+{
+    Store store;
+    setBytes(store, "a", "1");
+    for (char const* text : {"a", "new"}) {
+        Meddling key(text);
+        Meddling value("2");
+        auto const set = [&] { store.setValue(key, value); };
+        value.onClone = [] {
+            ZInvalidParameterException_6_0().throwException("src/Z/ZElsewhere", 7);
+        };
+        EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, "src/Z/ZElsewhere", 7, set));
+        value.onClone = [] { throw 7; };
+        EXPECT_THROW(set(), int);
+        key.onClone = value.onClone;
+        EXPECT_THROW(set(), int);
+        EXPECT_EQ(2, Meddling::alive);
+        EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+    }
+    EXPECT_EQ(0, Meddling::alive);
+}
+
+TEST(ZJavaProperties, SetsAValueWhoseCloneSetsOthers)
+{
+    Store store;
+    Meddling value("2");
+    value.onClone = [&store] {
+        for (int i = 0; i < 100; ++i)
+            setBytes(store, "key" + std::to_string(i), "1");
+    };
+    store.setValue(ZUTF8String_6_0("key7"), value);
+    EXPECT_EQ(100u, entriesOf(store).size());
+    EXPECT_EQ("2", get(store, "key7"));
+}
+
 // ---- Writing -----------------------------------------------------------------------------------
 
 TEST(ZJavaProperties, WritesValues)
@@ -476,6 +546,21 @@ TEST(ZJavaProperties, MakesAFileThatIsMissing)
     store.store(directory.at("f").c_str());
     EXPECT_EQ("#\n", directory.read("f"));
     EXPECT_EQ((Entries{}), readOf("#\n"));
+}
+
+TEST(ZJavaProperties, WritesInTheOrderOfItsKeys)
+{
+    TestDirectory const directory;
+    Store store;
+    for (int i = 0; i < 100; ++i)
+        setBytes(store, "key" + std::to_string(i * 7 % 100), "v");
+    ZArrayList_6_0 keys(2, 1);
+    store.listKeys(keys);
+    std::string expected = "#\n";
+    for (unsigned i = 0; i < keys.size(); ++i)
+        expected += bytesOf(static_cast<ZAbstractString_6_0 const&>(*keys.get(i))) + " = v\n";
+    store.store(directory.at("f").c_str());
+    EXPECT_EQ(expected, directory.read("f"));
 }
 
 TEST(ZJavaProperties, GivesBackWhatItWrote)
@@ -644,6 +729,67 @@ TEST_F(ZJavaPropertiesFiles, ThatAnotherProcessHoldsAreNotWaitedFor)
     EXPECT_EQ("#\na = 1\n", directory_.read("f"));
 }
 
+// Whether another process gets a lock of this type on the file at once.
+bool isFree(std::string const& path, short type)
+{
+    pid_t const child = fork();
+    if (child == 0) {
+        int const fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        struct flock whole = {};
+        whole.l_type = type;
+        whole.l_whence = SEEK_SET;
+        _exit(fd >= 0 && fcntl(fd, F_SETLK, &whole) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    return status == 0;
+}
+
+TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenAValueRaises)
+{
+    std::string const path = directory_.write("f", "b=2\n");
+    std::string const made = directory_.at("new");
+    long const open = openDescriptors();
+    bool raising = false;
+    Meddling value("2");
+    value.onChars = [&raising] {
+        if (raising)
+            throw 7;
+    };
+    store_.setValue(ZUTF8String_6_0("z"), value);
+    raising = true;
+    EXPECT_THROW(store_.store(path.c_str()), int);
+    EXPECT_THROW(store_.store(made.c_str()), int);
+    EXPECT_EQ("b=2\n", directory_.read("f"));
+    EXPECT_EQ("f", directory_.names());
+    EXPECT_EQ(open, openDescriptors());
+    EXPECT_TRUE(isFree(path, F_WRLCK));
+    raising = false;
+    store_.store(path.c_str());
+    EXPECT_EQ("#\nz = 2\na = 1\n", directory_.read("f"));
+}
+
+TEST_F(ZJavaPropertiesFiles, AreLockedForOthersWhileTheyAreStored)
+{
+    std::string const path = directory_.write("f", "b=2\n");
+    int asked = 0;
+    bool watching = false;
+    Meddling value("2");
+    value.onChars = [&] {
+        if (!watching)
+            return;
+        ++asked;
+        EXPECT_FALSE(isFree(path, F_RDLCK));
+        EXPECT_EQ("b=2\n", directory_.read("f"));
+    };
+    store_.setValue(ZUTF8String_6_0("z"), value);
+    watching = true;
+    store_.store(path.c_str());
+    watching = false;
+    EXPECT_LT(0, asked);
+    EXPECT_TRUE(isFree(path, F_WRLCK));
+}
+
 TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenThereIsNoRoom)
 {
     std::string const path = directory_.write("f", "b=2\n");
@@ -741,6 +887,75 @@ TEST_F(ZJavaPropertiesFiles, AreReadByTheHandlersOfADerivedClass)
     EXPECT_EQ('c', getc(stream));
     fclose(stream);
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(leaving));
+}
+
+// A store that does something before every value.
+class Interrupted final : public Store {
+public:
+    explicit Interrupted(std::function<void()> deed) : deed_(std::move(deed))
+    {
+        handlers_[keyEndBlanksFinal] = static_cast<Handler>(&Interrupted::interrupt);
+    }
+    ~Interrupted() override {}
+
+private:
+    int interrupt(char c)
+    {
+        deed_();
+        return doKeyEndBlanksFinalState(c);
+    }
+
+    std::function<void()> const deed_;
+};
+
+TEST_F(ZJavaPropertiesFiles, AreLockedForOtherWritersWhileTheyAreRead)
+{
+    std::string const path = directory_.write("f", "a=2\nb=3\n");
+    int asked = 0;
+    Interrupted store([&] {
+        ++asked;
+        EXPECT_FALSE(isFree(path, F_WRLCK));
+        EXPECT_TRUE(isFree(path, F_RDLCK));
+    });
+    store.load(path.c_str());
+    EXPECT_EQ(2, asked);
+    EXPECT_TRUE(isFree(path, F_WRLCK));
+}
+
+TEST_F(ZJavaPropertiesFiles, WithAHandlerThatRaisesAddNothing)
+{
+    std::string const path = directory_.write("f", "a=2\nb=3\nc=4\n");
+    long const open = openDescriptors();
+    int calls = 0;
+    Interrupted store([&] {
+        if (++calls == 2)
+            throw 7;
+    });
+    setBytes(store, "a", "1");
+    EXPECT_THROW(store.load(path.c_str(), "b"), int);
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
+    EXPECT_EQ(open, openDescriptors());
+    EXPECT_TRUE(isFree(path, F_WRLCK));
+    // The stop key has gone with it.
+    store.load(path.c_str());
+    EXPECT_EQ((Entries{{"a", "2"}, {"b", "3"}, {"c", "4"}}), entriesOf(store));
+}
+
+TEST_F(ZJavaPropertiesFiles, MayBeReadInTheMiddleOfAnother)
+{
+    std::string const inner = directory_.write("inner", "b=2\nc=3\n");
+    std::string const outer = directory_.write("outer", "x=1\ny=2\n");
+    int depth = 0;
+    Interrupted* self = nullptr;
+    Interrupted store([&] {
+        if (depth++ == 0)
+            self->load(inner.c_str());
+    });
+    self = &store;
+    EXPECT_EQ(1, store.load(outer.c_str()));
+    Entries const entries = entriesOf(store);
+    for (char const* key : {"b", "c", "y"})
+        EXPECT_EQ(1u, entries.count(key)) << key;
 }
 
 // ---- Memory and threads ------------------------------------------------------------------------
