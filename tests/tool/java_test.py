@@ -166,6 +166,26 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "", "convert", self.file, "upstream", "--from", self.java, "--overwrite")
         self.expect(DONE, "[upstream]\na = 1\n", "list", self.file, "upstream")
 
+    def test_a_replaced_stanza_keeps_its_place_and_all_comments(self):
+        self.path.write_text("# file\n\n# above a\n[a]\n# above k\nk = 1\nk = 2\nold = 1\n\n"
+                             "# above b\n[b]\nk = 1\n")
+        self.expect(DONE, "", "set", self.file, "a", "o", "--obfuscated", given="x")
+        self.given("o = 4\nk = 3\n")
+        self.expect(DONE, "", "convert", self.file, "a", "--from", self.java, "--overwrite")
+        self.expect(DONE, "[a]\nk = 3\no = 4\n", "list", self.file, "a")
+        text = self.path.read_text()
+        lines = [line for line in text.split("\n") if line[:1] in ("#", "[")]
+        self.assertEqual(["# file", "# above a", "[a]", "# above k", "# above b", "[b]"], lines[:6])
+
+    def test_a_file_is_not_replaced_by_a_stanza_of_its_own(self):
+        self.path.write_text("[a]\nk = 1\n[b]\nk = 2\n")
+        self.java_path.symlink_to(self.path)
+        for path in (self.file, self.java):
+            for direction in ("--to", "--from"):
+                with self.subTest(path=path, direction=direction):
+                    self.expect_unchanged(REFUSED, "are one file", "convert", self.file, "a",
+                                          direction, path, "--overwrite")
+
     def test_a_java_file_takes_no_entry_that_it_cannot_give_back(self):
         rows = (
             (REFUSED, "k = 1\nk = 2\n", "key k in [s] of "),

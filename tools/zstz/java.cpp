@@ -1,7 +1,12 @@
 // zstz java and zstz convert: Java property files, alone and against a stanza.
+#include <Z/ZArrayList.h>
 #include <Z/ZUTF8String.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <memory>
+#include <set>
 
 #include "commands.h"
 #include "failures.h"
@@ -147,6 +152,28 @@ bool exists(std::string const& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+// Whether both paths lead to one file, whose other stanzas the Java file would replace.
+bool isSameFile(std::string const& one, std::string const& other)
+{
+    struct stat first, second;
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+// Makes the stanza one of no other keys, and keeps its place and its comments.
+void keepKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
+              std::set<std::string> const& kept)
+{
+    std::unique_ptr<ZArrayList_6_0> const keys(store.getKeys(stanza.c_str()));
+    for (unsigned i = 0; i < keys->size(); ++i) {
+        auto const& name = static_cast<ZAbstractString_6_0 const&>(*keys->get(i));
+        std::string const key(name.getChars(), name.getLength());
+        // A key keeps one kind of values: an obfuscated one is made anew.
+        if (kept.count(key) == 0 || store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
+            store.deleteKey(stanza.c_str(), key.c_str());
+    }
+}
+
 // The entries of a stanza, as a Java file can hold them.
 Entries javaEntries(Request const& request)
 {
@@ -214,9 +241,13 @@ int convertFromJava(Request const& request)
         if (!request.overwrite)
             throw Failure{exitRefused, "there is a stanza [" + request.stanza + "] in " +
                                            request.file + "; use --overwrite to replace it"};
-        store.deleteStanza(stanza);
+        std::set<std::string> kept;
+        for (auto const& entry : entries)
+            kept.insert(entry.first);
+        keepKeys(store, request.stanza, kept);
+    } else {
+        store.addStanza(stanza);
     }
-    store.addStanza(stanza);
     for (auto const& [key, value] : entries)
         store.setValue(stanza, key.c_str(), value.c_str(), 0);
     store.store(request.file.c_str());
@@ -236,5 +267,9 @@ int runJava(Request const& request)
 
 int runConvert(Request const& request)
 {
+    std::string const& java = request.javaTo.empty() ? request.javaFrom : request.javaTo;
+    if (isSameFile(request.file, java))
+        throw Failure{exitRefused, request.file + " and " + java +
+                                       " are one file; give the Java file a path of its own"};
     return request.javaTo.empty() ? convertFromJava(request) : convertToJava(request);
 }
