@@ -186,6 +186,14 @@ class JavaTest(tool.ToolTest):
                     self.expect_unchanged(REFUSED, "are one file", "convert", self.file, "a",
                                           direction, path, "--overwrite")
 
+    def test_a_stanza_takes_a_pair_of_escapes_as_one_character(self):
+        self.given("face = \\ud83d\\ude00!\n")
+        self.expect(DONE, "", "convert", self.file, "new", "--from", self.java)
+        self.expect(DONE, "[new]\nface = 😀!\n", "list", self.file, "new")
+        self.given("half = \\ud83d\n")
+        self.expect_unchanged(INVALID_VALUE, "key half or its value cannot be converted", "convert",
+                              self.file, "other", "--from", self.java)
+
     def test_a_java_file_takes_no_entry_that_it_cannot_give_back(self):
         rows = (
             (REFUSED, "k = 1\nk = 2\n", "key k in [s] of "),

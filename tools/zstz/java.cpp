@@ -228,7 +228,7 @@ int convertFromJava(Request const& request)
     checkLost(request.javaFrom, java, request.dropComments);
     std::vector<std::pair<std::string, std::string>> entries;
     for (auto const& [key, value] : java.entries()) {
-        entries.emplace_back(toLocal(key, key), toLocal(key, value));
+        entries.emplace_back(toLocal(key, key), toLocal(key, joinedPairs(value)));
         checkNames(request.stanza, entries.back().first);
         checkValue(entries.back().first, entries.back().second);
     }
