@@ -82,8 +82,8 @@ public:
     /// range   a regular file, or a link to one: for anything else, "fopen(r)" fails.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores),
-    ///         "mapFile()" and "access()" for the companion file, or "lstat()", "open()" and "read()"
-    ///         for the journal of a store that died;
+    ///         "mapFile()" and "access()" for the companion file, or "lstat()", "open()" and
+    ///         "read()" for the journal of a store that died;
     ///         ZPropertiesInvalidDataException_6_0 for a line or a companion that is not valid.
     ///         The store is as it was then.
     /// threads waits for stores of this process that write the file; never for another process.
