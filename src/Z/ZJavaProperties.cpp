@@ -244,7 +244,8 @@ struct ZJavaProperties_6_0::Rep {
         std::unique_ptr<ZObject_6_0> key;
         std::unique_ptr<ZObject_6_0> value;
         uint32_t hash;
-        ZObject_6_0 const* added;  // the key, among the entries
+        HashTable::Place place = 0;          // among the entries; 0: the key is new there
+        ZObject_6_0 const* added = nullptr;  // the key, among the entries
     };
 
     HashTable::Place find(ZObject_6_0 const& key, uint32_t hash) const
@@ -268,25 +269,29 @@ struct ZJavaProperties_6_0::Rep {
 };
 
 // Adds all that has been read, or nothing. New keys come first: only they need memory, and taking
-// them out again needs none.
+// them out again needs none. Keys are compared in that first round alone, because those of the
+// caller may raise.
 void ZJavaProperties_6_0::Rep::addRead()
 {
     try {
         for (Entry& entry : read) {
-            if (find(*entry.key, entry.hash) != 0)
+            entry.place = find(*entry.key, entry.hash);
+            if (entry.place != 0)
                 continue;
             entries.reserve(0, entry.hash);
             put(0, entry);
         }
-    } catch (ZException_6_0&) {
+    } catch (...) {
         for (Entry const& entry : read)
             if (entry.added != nullptr)
-                entries.remove(find(*entry.added, entry.hash));
+                entries.remove(entries.find(entry.hash, [&entry](HashTable::Node const& node) {
+                    return node.key == entry.added;
+                }));
         throw;
     }
     for (Entry& entry : read)
         if (entry.key != nullptr)
-            put(find(*entry.key, entry.hash), entry);
+            put(entry.place, entry);
 }
 
 ZJavaProperties_6_0::ZJavaProperties_6_0()
@@ -311,7 +316,7 @@ ZObject_6_0* ZJavaProperties_6_0::clone() const
 void ZJavaProperties_6_0::setValue(ZAbstractString_6_0 const& key, ZAbstractString_6_0 const& value)
 {
     Rep::Entry entry{std::unique_ptr<ZObject_6_0>(key.clone()),
-                     std::unique_ptr<ZObject_6_0>(value.clone()), key.hash(), nullptr};
+                     std::unique_ptr<ZObject_6_0>(value.clone()), key.hash()};
     if (entry.key == nullptr || entry.value == nullptr)
         ZNotClonableException_6_0().throwException(kSource, raiseInSetValue);
     HashTable::Place const place = rep_->find(key, entry.hash);
@@ -453,7 +458,7 @@ void ZJavaProperties_6_0::storeEntry()
     std::unique_ptr<ReadText> value(
         ReadText::make(rep_->room, value_.getChars(), value_.getLength()));
     uint32_t const hash = key->hash();
-    rep_->read.push_back(Rep::Entry{std::move(key), std::move(value), hash, nullptr});
+    rep_->read.push_back(Rep::Entry{std::move(key), std::move(value), hash});
 }
 
 // At the line end behind a value.
