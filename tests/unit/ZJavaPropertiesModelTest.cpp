@@ -140,8 +140,16 @@ TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreWrittenDown)
 {
     std::ifstream in(Z_TEST_DATA "/../../docs/file-formats.md");
     std::string const text{std::istreambuf_iterator<char>(in), {}};
+    size_t const heading = text.find("\n### Where the Java platform differs\n");
+    ASSERT_NE(text.npos, heading);
+    std::string const chapter = text.substr(heading, text.find("\n#", heading + 1) - heading);
     for (JavaDifference const& row : javaDifferences())
-        EXPECT_NE(text.npos, text.find(std::string("| ") + row.name + " |")) << row.name;
+        EXPECT_NE(text.npos, chapter.find(std::string("\n| ") + row.name + " |")) << row.name;
+    // And no others; one row is the head of the table.
+    size_t rows = 0;
+    for (size_t at = 0; (at = chapter.find("\n| ", at)) != text.npos; ++at)
+        ++rows;
+    EXPECT_EQ(javaDifferences().size() + 1, rows);
 }
 
 }  // namespace
