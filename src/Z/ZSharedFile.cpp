@@ -17,7 +17,6 @@ namespace {
 
 constexpr int kFirstDescriptor = 3;
 constexpr pthread_t kNobody = ~pthread_t{0};
-constexpr int kLongestRing = 16;  // of threads that wait for one another
 
 // A range that a reference holds, or that it waits for.
 struct Range {
@@ -136,21 +135,33 @@ struct Table {
     }
 
     // Returns whether `self` would wait for itself: it holds the range, or who stands in its way
-    // waits in this process for what `self` holds, and so on.
-    bool closesRing(Entry const& entry, pthread_t self, Range const& wanted, int depth = 0) const
+    // waits in this process for what `self` holds, and so on. Each thread is looked at once.
+    bool closesRing(Entry const& entry, pthread_t self, Range const& wanted) const
     {
-        if (depth == kLongestRing)
+        if (!blocked(entry, wanted))
             return false;
-        for (Range const& range : entry.ranges) {
-            if (!standsInTheWay(entry, range, wanted))
-                continue;
-            if (pthread_equal(range.thread, self))
-                return true;
-            for (auto const& other : entries)
-                for (Range const& next : other->ranges)
-                    if (next.waits && pthread_equal(next.thread, range.thread) &&
-                        closesRing(*other, self, next, depth + 1))
-                        return true;
+        struct Wait {
+            Entry const* entry;
+            Range const* wanted;
+        };
+        std::vector<Wait> due{{&entry, &wanted}};
+        std::vector<pthread_t> seen;
+        while (!due.empty()) {
+            Wait const wait = due.back();
+            due.pop_back();
+            for (Range const& range : wait.entry->ranges) {
+                if (!standsInTheWay(*wait.entry, range, *wait.wanted))
+                    continue;
+                if (pthread_equal(range.thread, self))
+                    return true;
+                if (std::find(seen.begin(), seen.end(), range.thread) != seen.end())
+                    continue;
+                seen.push_back(range.thread);
+                for (auto const& other : entries)
+                    for (Range const& next : other->ranges)
+                        if (next.waits && pthread_equal(next.thread, range.thread))
+                            due.push_back({other.get(), &next});
+            }
         }
         return false;
     }
