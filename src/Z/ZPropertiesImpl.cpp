@@ -799,6 +799,12 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(char const* ca
                                                                   char const* key,
                                                                   get_type_e type) const
 {
+    return values(rep_->liveKey(category, key), type);
+}
+
+ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
+                                                                  get_type_e type) const
+{
     Values values;
     values.list_ = nullptr;
     values.store_ = rep_;
@@ -806,7 +812,6 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(char const* ca
     values.first_ = values.last_ = {empty_, 0};
     values.count_ = -1;
     values.given_ = 0;
-    Id const id = rep_->liveKey(category, key);
     if (id == 0)
         return values;
 
@@ -837,6 +842,33 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(char const* ca
         values.last_ = {last.chars, last.length};
     }
     return values;
+}
+
+uint32_t ZPCategoryBasedCache_6_0::placeOf(char const* category, char const* key) const
+{
+    return rep_->liveKey(category, key);
+}
+
+ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& count) const
+{
+    count = 0;
+    Id const found = rep_->liveCategory(category);
+    if (found == 0 || rep_->category(found).keyCount == 0)
+        return nullptr;
+    MapOrder const ids(*rep_, found);
+    size_t bytes = 0;
+    for (Id const id : ids)
+        bytes += sizeof(ZPCachedKey_6_0) + rep_->key(id).nameLength + size_t{1};
+    auto* const keys = static_cast<ZPCachedKey_6_0*>(cache::reallocate(nullptr, bytes));
+    auto* text = reinterpret_cast<char*>(keys + rep_->category(found).keyCount);
+    for (Id const id : ids) {
+        View const name = rep_->key(id).nameView();
+        keys[count++] = {text, id};
+        memcpy(text, name.chars, name.length);
+        text[name.length] = '\0';
+        text += name.length + size_t{1};
+    }
+    return keys;
 }
 
 bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, get_type_e type,

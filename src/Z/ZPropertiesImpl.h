@@ -308,6 +308,13 @@ private:
     unsigned long generation_;
 };
 
+// A key by the place where a cache keeps it: it is found there again without its name, until the
+// cache is changed in any way, see `ZPCategoryBasedCache_6_0::changes()`.
+struct ZPCachedKey_6_0 {
+    char const* name;
+    uint32_t place;
+};
+
 // The cache of categories. It has no file format of its own: reading and writing do nothing.
 class ZPCategoryBasedCache_6_0 : public ZPCache_6_0 {
 public:
@@ -408,6 +415,20 @@ public:
     /// Returns the values of (category, key) that `type` selects.
     /// cost    O(1).
     Values values(char const* category, char const* key, get_type_e type) const;
+
+    /// Returns the values of the key at `place`, which holds; 0: of a missing key.
+    /// cost    O(1), without a search.
+    Values values(uint32_t place, get_type_e type) const;
+
+    /// Returns the place of (category, key), see ZPCachedKey_6_0; 0 when the key is missing.
+    /// cost    O(1).
+    uint32_t placeOf(char const* category, char const* key) const;
+
+    /// Returns the keys of `category` in the order of `getNames`, and stores how many there are;
+    /// null when there are none.
+    /// owns    one block with the names in it, owned by the caller; released with free().
+    /// cost    O(keys), one allocation; a second one for many keys.
+    ZPCachedKey_6_0* listKeys(char const* category, int& count) const;
 
     /// Stores the last value that `type` selects and returns true; false when the key is missing or
     /// has none.

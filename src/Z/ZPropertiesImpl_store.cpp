@@ -54,6 +54,10 @@ void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
     if (count > kFew)
         sorted_ = static_cast<Id*>(reallocate(nullptr, count * sizeof(Id)));
     count_ = count;
+    if (count == 1) {
+        sorted_[0] = first;
+        return;
+    }
     // Count the members of each bucket, turn the counts into first places, fill the places.
     size_t places[kBuckets + 1] = {};
     for (Id id = first; id != 0; id = nextOf(id))

@@ -1,5 +1,7 @@
 #include "ZPropertiesIterator.h"
 
+#include <stdlib.h>
+
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
@@ -45,17 +47,32 @@ ZPropertiesIterator_6_0::ZPropertiesIterator_6_0(ZProperties_6_0& store, char co
     : category_(category),
       store_(store),
       hold_(store),
+      keys_(nullptr),
       names_(nullptr),
+      count_(0),
       position_(-1),
-      valueToCome_(0),
-      valuesGiven_(0),
+      current_(other_.getChars()),
       changes_(0),
-      generation_(0)
+      generation_(ZProperties_6_0::Rep::generation(store)),
+      placesHold_(false),
+      isPlaceKnown_(false),
+      place_(0),
+      valueToCome_(0),
+      valuesGiven_(-1)
 {
-    if (walks && category == nullptr)
+    if (!walks)
+        return;
+    if (category == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInConstructor);
-    if (walks)
+    ZPCategoryBasedCache_6_0 const* const direct = store.rep_->direct;
+    if (direct != nullptr && *category != '\0') {
+        keys_ = direct->listKeys(category, count_);
+        changes_ = direct->changes();
+        placesHold_ = true;
+    } else {
         names_ = store.keyNames(category);
+        count_ = sizeOf(names_);
+    }
 }
 
 ZPropertiesIterator_6_0::ZPropertiesIterator_6_0(ZProperties_6_0& store, char const* category)
@@ -70,12 +87,18 @@ ZPropertiesIterator_6_0::ZPropertiesIterator_6_0(ZProperties_6_0& store)
 
 ZPropertiesIterator_6_0::~ZPropertiesIterator_6_0() noexcept(false)
 {
+    free(keys_);
     delete names_;
 }
 
 int ZPropertiesIterator_6_0::hasMore() const
 {
-    return position_ + 1 < sizeOf(names_);
+    return position_ + 1 < count_;
+}
+
+char const* ZPropertiesIterator_6_0::nameAt(int index) const
+{
+    return keys_ != nullptr ? keys_[index].name : textAt(*names_, index);
 }
 
 void ZPropertiesIterator_6_0::nextEntry()
@@ -83,13 +106,19 @@ void ZPropertiesIterator_6_0::nextEntry()
     if (!hasMore())
         ZPropertiesIteratorException_6_0(store_.fileName_.getChars())
             .throwException(kSource, raiseInNextEntry);
-    getValues(textAt(*names_, position_ + 1));
+    getValues(nameAt(position_ + 1));
     ++position_;
 }
 
 void ZPropertiesIterator_6_0::getValues(char const* name)
 {
-    current_ = name;
+    // The step to the next key brings the name that is kept here, and its place with it.
+    bool const isStep = hasMore() && name == nameAt(position_ + 1);
+    if (!isStep)
+        other_ = name;
+    current_ = isStep ? name : other_.getChars();
+    isPlaceKnown_ = isStep && keys_ != nullptr && placesHold_;
+    place_ = isPlaceKnown_ ? keys_[position_ + 1].place : 0;
     valuesGiven_ = -1;
 }
 
@@ -100,10 +129,30 @@ void ZPropertiesIterator_6_0::needEntry() const
             .throwException(kSource, raiseForEntry);
 }
 
+// Returns where the current key stands in a cache that tells places. The iterating thread may have
+// changed the cache: then nothing holds that was found before, and the key is searched by its name.
+uint32_t ZPropertiesIterator_6_0::currentPlace() const
+{
+    ZPCategoryBasedCache_6_0 const& direct = *store_.rep_->direct;
+    unsigned long const generation = ZProperties_6_0::Rep::generation(store_);
+    if (changes_ != direct.changes() || generation_ != generation) {
+        changes_ = direct.changes();
+        generation_ = generation;
+        placesHold_ = false;
+        isPlaceKnown_ = false;
+        valuesGiven_ = -1;
+    }
+    if (!isPlaceKnown_) {
+        place_ = direct.placeOf(category_.getChars(), current_);
+        isPlaceKnown_ = true;
+    }
+    return place_;
+}
+
 char const* ZPropertiesIterator_6_0::entryName() const
 {
     needEntry();
-    return textAt(*names_, position_);
+    return nameAt(position_);
 }
 
 // The values are looked up at each call: the iterating thread may have changed them. Where it has
@@ -112,29 +161,24 @@ char const* ZPropertiesIterator_6_0::entryValue(int index) const
 {
     needEntry();
     ZPCategoryBasedCache_6_0 const* const direct = store_.rep_->direct;
-    char const* const category = category_.getChars();
-    char const* const key = current_.getChars();
     if (direct != nullptr) {
-        auto values = direct->values(category, key, ZPCache_6_0::anyValues);
+        auto values = direct->values(currentPlace(), ZPCache_6_0::anyValues);
         if (values.count() <= 0)
             return nullptr;
         Text value;
         if (index == values.count() - 1 && values.last(value))
             return value.chars;
-        unsigned long const generation = ZProperties_6_0::Rep::generation(store_);
-        bool const isUnchanged = changes_ == direct->changes() && generation_ == generation;
-        if (valuesGiven_ >= 0 && valuesGiven_ <= index && isUnchanged)
+        if (valuesGiven_ >= 0 && valuesGiven_ <= index)
             values.resume({valueToCome_, valuesGiven_});
         if (index >= 0 && values.skipTo(index)) {
             valueToCome_ = values.place().next;
             valuesGiven_ = values.place().given;
-            changes_ = direct->changes();
-            generation_ = generation;
             if (values.next(value))
                 return value.chars;
         }
     } else {
-        auto const* const values = store_.cache_->get(category, key, ZPCache_6_0::anyValues);
+        auto const* const values =
+            store_.cache_->get(category_.getChars(), current_, ZPCache_6_0::anyValues);
         if (sizeOf(values) == 0)
             return nullptr;
         if (index >= 0 && index < sizeOf(values))
@@ -145,25 +189,19 @@ char const* ZPropertiesIterator_6_0::entryValue(int index) const
 
 int ZPropertiesIterator_6_0::keyCount() const
 {
-    return sizeOf(names_);
+    return count_;
 }
 
 int ZPropertiesIterator_6_0::valueCount() const
 {
-    if (current_.isEmpty())
+    if (*current_ == '\0')
         needEntry();
-    return countOf(current_.getChars());
-}
-
-int ZPropertiesIterator_6_0::countOf(char const* name) const
-{
-    ZPCategoryBasedCache_6_0 const* const direct = store_.rep_->direct;
-    char const* const category = category_.getChars();
     if (category_.isEmpty())
-        return store_.cache_->countValues(name);
+        return store_.cache_->countValues(current_);
+    ZPCategoryBasedCache_6_0 const* const direct = store_.rep_->direct;
     if (direct == nullptr)
-        return sizeOf(store_.cache_->get(category, name, ZPCache_6_0::anyValues));
-    int const count = direct->values(category, name, ZPCache_6_0::anyValues).count();
+        return sizeOf(store_.cache_->get(category_.getChars(), current_, ZPCache_6_0::anyValues));
+    int const count = direct->values(currentPlace(), ZPCache_6_0::anyValues).count();
     return count < 0 ? 0 : count;
 }
 

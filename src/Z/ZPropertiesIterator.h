@@ -16,6 +16,7 @@
 
 class ZAbstractString_6_0;
 class ZArrayList_6_0;
+struct ZPCachedKey_6_0;
 
 // Walks the keys of a category.
 class ZPropertiesIteratorInterface_6_0 {
@@ -85,20 +86,27 @@ public:
 private:
     ZPropertiesIterator_6_0(ZProperties_6_0& store, char const* category, bool walks);
     void needEntry() const;
-    int countOf(char const* name) const;
+    char const* nameAt(int index) const;
+    uint32_t currentPlace() const;
 
     ZLCString_6_0 category_;  // empty when none was given
     ZProperties_6_0& store_;
     ZProperties_6_0::Hold hold_;
-    ZArrayList_6_0* names_;  // the keys; null: none
-    ZLCString_6_0 current_;  // what getValues() was called for
+    ZPCachedKey_6_0* keys_;  // the keys; null: none, or the cache does not tell places
+    ZArrayList_6_0* names_;  // then their names; null: none
+    int count_;              // of the keys
     int position_;           // -1 before the first step
+    ZLCString_6_0 other_;    // a name that came from outside
+    char const* current_;    // what getValues() was called for: a key's name, or `other_`
 
-    // Where entryValue() found its last value, to go on from as long as nothing changes.
-    mutable uint32_t valueToCome_;
-    mutable int valuesGiven_;  // -1: nowhere yet
+    // What holds as long as the cache is at these changes and this generation.
     mutable unsigned long changes_;
     mutable unsigned long generation_;
+    mutable bool placesHold_;       // those in `keys_`
+    mutable bool isPlaceKnown_;     // of the current key
+    mutable uint32_t place_;        // it; 0 when the key is missing
+    mutable uint32_t valueToCome_;  // where entryValue() found its last value, to go on from
+    mutable int valuesGiven_;       // -1: nowhere yet
 };
 
 // Which values of a key a ZAbstractPropertyValuesIterator_6_0 walks.

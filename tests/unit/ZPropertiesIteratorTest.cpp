@@ -222,6 +222,33 @@ TEST_F(ZPropertiesIterator, KeysAreThoseOfTheBeginningAndValuesThoseOfNow)
     EXPECT_EQ(3, count);
 }
 
+TEST_F(ZPropertiesIterator, KeyThatTookTheRoomOfARemovedOneIsNotTakenForIt)
+{
+    for (bool const afterTheStep : {false, true}) {
+        SCOPED_TRACE(afterTheStep);
+        store_.setValue("one", "gone", "old");
+        Keys keys(store_, "one");
+        if (afterTheStep) {
+            keys.nextEntry();
+            EXPECT_STREQ("old", keys.entryValue(0));
+        }
+        store_.deleteKey("one", "gone");
+        store_.setValue("one", "new", "of another key");
+        if (!afterTheStep)
+            keys.nextEntry();
+        EXPECT_STREQ("gone", keys.entryName());
+        EXPECT_EQ(nullptr, keys.entryValue(0));
+        EXPECT_EQ(0, keys.valueCount());
+        EXPECT_EQ(0, keys.hasMore());
+
+        store_.deleteKey("one", "new");
+        store_.setValue("one", "gone", "back again");
+        EXPECT_STREQ("back again", keys.entryValue(0));
+        EXPECT_EQ(1, keys.valueCount());
+        store_.deleteKey("one", "gone");
+    }
+}
+
 TEST_F(ZPropertiesIterator, ReloadMeanwhileIsHarmless)
 {
     Keys keys(store_, "s");
