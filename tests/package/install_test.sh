@@ -49,7 +49,7 @@ port = 8080
 name = gateway
 END
 
-"$cmake" -S "$here/cxx" -B "$room/cxx" -DCMAKE_PREFIX_PATH="$prefix" \
+"$cmake" -G Ninja -S "$here/cxx" -B "$room/cxx" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_COMPILER="$cxx" >"$room/cxx.log" 2>&1 ||
     fail "the CMake project cannot be configured: $(cat "$room/cxx.log")"
 "$cmake" --build "$room/cxx" >"$room/cxx.log" 2>&1 ||
