@@ -14,29 +14,17 @@
 #include <cstring>
 #include <string>
 
+#include "OwnProgram.h"
+
 class LockingProcess {
 public:
     // Starts the process and returns when it has the lock, of `type` F_RDLCK or F_WRLCK.
     LockingProcess(std::string const& file, short type)
+        : process_(kSwitch, type == F_RDLCK ? "read" : "write", file.c_str())
     {
-        int to[2];
-        int from[2];
-        EXPECT_EQ(0, pipe2(to, O_CLOEXEC));
-        EXPECT_EQ(0, pipe2(from, O_CLOEXEC));
-        child_ = fork();
-        if (child_ == 0) {
-            dup2(to[0], STDIN_FILENO);
-            dup2(from[1], STDOUT_FILENO);
-            execl("/proc/self/exe", "test", kSwitch, type == F_RDLCK ? "read" : "write",
-                  file.c_str(), nullptr);
-            _exit(127);
-        }
-        close(to[0]);
-        close(from[1]);
-        end_ = to[1];
         char ready = 0;
-        EXPECT_EQ(1, read(from[0], &ready, 1)) << "the other process did not get the lock";
-        close(from[0]);
+        EXPECT_EQ(1, read(process_.from, &ready, 1)) << "the other process did not get the lock";
+        close(process_.from);
     }
     LockingProcess(LockingProcess const&) = delete;
     LockingProcess& operator=(LockingProcess const&) = delete;
@@ -44,9 +32,9 @@ public:
     // Ends the process, and with it the lock.
     ~LockingProcess()
     {
-        close(end_);
+        close(process_.to);
         int status = 0;
-        EXPECT_EQ(child_, waitpid(child_, &status, 0));
+        EXPECT_EQ(process_.id, waitpid(process_.id, &status, 0));
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
 
@@ -75,6 +63,5 @@ public:
 private:
     static constexpr char kSwitch[] = "--hold-lock";
 
-    pid_t child_ = -1;
-    int end_ = -1;
+    OwnProgram process_;
 };

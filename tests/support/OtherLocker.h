@@ -8,7 +8,6 @@
 
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
@@ -18,25 +17,13 @@
 #include <cstring>
 #include <string>
 
+#include "OwnProgram.h"
+
 class OtherLocker {
 public:
     OtherLocker(std::string const& directory, std::string const& name)
+        : process_(kSwitch, directory.c_str(), name.c_str())
     {
-        int to[2];
-        int from[2];
-        EXPECT_EQ(0, pipe2(to, O_CLOEXEC));
-        EXPECT_EQ(0, pipe2(from, O_CLOEXEC));
-        child_ = fork();
-        if (child_ == 0) {
-            dup2(to[0], STDIN_FILENO);
-            dup2(from[1], STDOUT_FILENO);
-            execl("/proc/self/exe", "test", kSwitch, directory.c_str(), name.c_str(), nullptr);
-            _exit(127);
-        }
-        close(to[0]);
-        close(from[1]);
-        to_ = to[1];
-        from_ = from[0];
     }
     OtherLocker(OtherLocker const&) = delete;
     OtherLocker& operator=(OtherLocker const&) = delete;
@@ -44,15 +31,15 @@ public:
     // Lets the process end by itself.
     ~OtherLocker()
     {
-        close(to_);
-        close(from_);
-        if (child_ > 0)
-            waitpid(child_, nullptr, 0);
+        close(process_.to);
+        close(process_.from);
+        if (process_.id > 0)
+            waitpid(process_.id, nullptr, 0);
     }
 
     // Gives an order, which is one letter:
     //   r read, w write, p protect, u unlock, n unlock without update, o begin to observe.
-    void order(char letter) { EXPECT_EQ(1, write(to_, &letter, 1)); }
+    void order(char letter) { EXPECT_EQ(1, write(process_.to, &letter, 1)); }
 
     // Returns the answer to the oldest order: the state, the sequence number, and the changes told
     // to the observer so far; or the message number and the rc of an exception. "" when there is
@@ -60,9 +47,9 @@ public:
     std::string answer(int milliseconds = 10000)
     {
         std::string line;
-        pollfd ready = {from_, POLLIN, 0};
+        pollfd ready = {process_.from, POLLIN, 0};
         char c = 0;
-        while (poll(&ready, 1, milliseconds) == 1 && read(from_, &c, 1) == 1 && c != '\n')
+        while (poll(&ready, 1, milliseconds) == 1 && read(process_.from, &c, 1) == 1 && c != '\n')
             line += c;
         return line;
     }
@@ -79,12 +66,12 @@ public:
     // Kills it and waits for its end.
     void kill()
     {
-        ::kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
-        child_ = -1;
+        ::kill(process_.id, SIGKILL);
+        waitpid(process_.id, nullptr, 0);
+        process_.id = -1;
     }
 
-    pid_t id() const { return child_; }
+    pid_t id() const { return process_.id; }
 
     static bool isWanted(int argc, char** argv)
     {
@@ -148,7 +135,5 @@ public:
 private:
     static constexpr char kSwitch[] = "--use-process-lock";
 
-    pid_t child_ = -1;
-    int to_ = -1;
-    int from_ = -1;
+    OwnProgram process_;
 };

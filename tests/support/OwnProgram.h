@@ -1,0 +1,33 @@
+// OwnProgram: the test program itself, run again as another process with a pipe to it and one back.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+struct OwnProgram {
+    // Starts the program with three arguments; its standard input and output are the pipes. Who
+    // starts it closes `to` and `from`, and waits for it.
+    OwnProgram(char const* first, char const* second, char const* third)
+    {
+        int there[2];
+        int back[2];
+        EXPECT_EQ(0, pipe2(there, O_CLOEXEC));
+        EXPECT_EQ(0, pipe2(back, O_CLOEXEC));
+        id = fork();
+        if (id == 0) {
+            dup2(there[0], STDIN_FILENO);
+            dup2(back[1], STDOUT_FILENO);
+            execl("/proc/self/exe", "test", first, second, third, nullptr);
+            _exit(127);
+        }
+        close(there[0]);
+        close(back[1]);
+        to = there[1];
+        from = back[0];
+    }
+
+    pid_t id;
+    int to;
+    int from;
+};
