@@ -49,8 +49,10 @@ public:
         try {
             if (!told_)
                 tell();
+            ZResourceLock_6_0 const guard(*sleeper_.wakeCondition_.getResource());
+            sleeper_.looping_ = 0;
             if (sleeper_.isDetached() != 0)
-                sleeper_.reset();
+                sleeper_.exit_ = 0;
         } catch (ZException_6_0& failure) {
             zreportException(failure);
         }
@@ -73,6 +75,7 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(int detached, int autoDelete, unsigned lo
     : ZThread_6_0(detached, autoDelete),
       exit_(0),
       wake_(0),
+      looping_(0),
       begun_(0),
       starts_(0),
       interval_(interval)
@@ -96,6 +99,7 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(ZLock_6_0& lock)
     : ZThread_6_0(0, 0),
       exit_(0),
       wake_(0),
+      looping_(0),
       begun_(0),
       starts_(0),
       interval_(0),
@@ -142,13 +146,15 @@ void ZSleeperThread_6_0::waitForBegin()
 void ZSleeperThread_6_0::waitForExit()
 {
     bool const joins = isDetached() == 0;
-    // Nothing to end: refused before the next start could find the flag.
+    // With nothing to end the flag stays clear: the next start would find it.
     if (joins && isJoinable() == 0)
         return ZThread_6_0::waitForExit();
     {
         ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
-        exit_ = 1;
-        wakeCondition_.signal();
+        if (joins || looping_ != 0) {
+            exit_ = 1;
+            wakeCondition_.signal();
+        }
     }
     // A detached sleeper may be gone by now, or see the flag later.
     if (!joins)
@@ -161,6 +167,7 @@ void ZSleeperThread_6_0::run()
 {
     Begin begin(*this);
     ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
+    looping_ = 1;
     begin.tell();
     while (exit_ == 0) {
         sleep();

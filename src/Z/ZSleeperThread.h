@@ -39,7 +39,7 @@ public:
 
     /// Ends the loop, behind the unit of work that is being done, and waits for the thread's end
     /// unless it is detached. The sleeper may be started again, a detached one once its loop has
-    /// ended.
+    /// ended; where a detached one does not run, nothing happens.
     /// throws  as ZThread_6_0::waitForExit().
     void waitForExit() override;
 
@@ -61,7 +61,8 @@ private:
     void sleep();
 
     int exit_;        // the loop must end        } guarded by
-    int wake_;        // work is pending          } wakeCondition_'s lock
+    int wake_;        // work is pending          } wakeCondition_'s
+    int looping_;     // there is a loop to end   } lock
     unsigned begun_;  // loops begun              } guarded by
     int starts_;      // start() calls under way  } startCondition_'s lock
     unsigned long const interval_;

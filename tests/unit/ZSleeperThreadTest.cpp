@@ -122,6 +122,23 @@ TEST(ZSleeperThread, ADetachedSleeperEndsAndMayBeStartedAgain)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
+// There is nothing to end, and no thread that would take the order to end back.
+TEST(ZSleeperThread, WaitingForADetachedSleeperThatDoesNotRunChangesNothing)
+{
+    TestSleeper sleeper(1, 0);
+    for (int i = 1; i <= 20; ++i) {
+        sleeper.waitForExit();
+        sleeper.start();
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == i || sleeper.exits == i; });
+        EXPECT_EQ(i, sleeper.units);
+        sleeper.waitForExit();
+        waitUntil([&] { return sleeper.exits == i; });
+    }
+    // The last end still has to leave the object.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
 TEST(ZSleeperThread, ADetachedSleeperDeletesItself)
 {
     TestSleeper::destroyed = 0;
