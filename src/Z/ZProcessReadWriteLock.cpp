@@ -4,8 +4,6 @@
 #include <sys/random.h>
 #include <unistd.h>
 
-#include <exception>
-
 #include "ZException.h"
 #include "ZLock_p.h"
 #include "ZSharedFile_p.h"
@@ -82,7 +80,7 @@ ZAbstractProcessReadWriteLock_6_0::~ZAbstractProcessReadWriteLock_6_0()
         return;
     // A second exception would end the process while a first one unwinds the stack.
     ZInvalidResourceStateException_6_0 failure(getLockStateName(state));
-    if (std::uncaught_exceptions() == 0)
+    if (!zunwinding())
         failure.throwException(kSource, raiseInDestructor);
     failure.addLocation(kSource, raiseInDestructor);
     zreportException(failure);

@@ -1,7 +1,9 @@
+#include <Z/ZCondition.h>
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteLock.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -300,6 +302,29 @@ TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsWhileAnExceptionIsOnItsWay
         throw 1;
     } catch (int) {
     }
+    EXPECT_EQ(1, noted.exceptions());
+}
+
+TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsWhileTheThreadIsCancelled)
+{
+    NotedMessages const noted;
+    ZCondition_6_0 condition;
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, nullptr,
+                     [](void* argument) -> void* {
+                         auto& never = *static_cast<ZCondition_6_0*>(argument);
+                         Lock held("a");
+                         held.writeLock();
+                         ZResourceLock_6_0 const guard(*never.getResource());
+                         never.wait();
+                         return nullptr;
+                     },
+                     &condition));
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(PTHREAD_CANCELED, result);
     EXPECT_EQ(1, noted.exceptions());
 }
 
