@@ -67,6 +67,14 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "list", self.file)
         self.expect(DONE, f"{self.file}: 0 stanzas, 0 keys, 0 values\n", "check", self.file)
 
+    def test_a_stanza_without_a_name_is_shown(self):
+        self.path.write_text("[]\nk = v\nk = w\n\n[a]\n")
+        self.expect(DONE, "\na\n", "stanzas", self.file)
+        self.expect(DONE, "[]\nk = v\nk = w\n\n[a]\n", "list", self.file)
+        self.expect(DONE, f"{self.file}: 2 stanzas, 1 key, 2 values\n", "check", self.file)
+        self.expect(DONE, "", "set", self.file, "a", "b", "c")
+        self.expect_text("[]\nk = v\nk = w\n\n[a]\nb = c\n")
+
     def test_check_counts(self):
         counts = f"{self.file}: 2 stanzas, 5 keys, 5 values\n"
         self.expect(DONE, counts, "check", self.file)

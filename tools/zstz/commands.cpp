@@ -207,7 +207,7 @@ int runList(Request const& request)
         printf("%s[%s]\n", gap, stanza.name.c_str());
         gap = "\n";
         for (std::string const& key : stanza.keys) {
-            bool const masked = file.store().isObfuscated(stanza.name.c_str(), key.c_str()) != 0;
+            bool const masked = file.isObfuscated(stanza.name, key);
             std::vector<std::string> const values = file.values(stanza.name, key);
             if (values.empty())
                 printf("%s =\n", key.c_str());
@@ -222,13 +222,13 @@ namespace {
 
 void checkFile(std::string const& path)
 {
-    LoadedFile file(path);
+    LoadedFile const file(path);
     size_t stanzas = 0, keys = 0, values = 0;
     for (Stanza const& stanza : file.outline()) {
         ++stanzas;
         keys += stanza.keys.size();
         for (std::string const& key : stanza.keys)
-            values += static_cast<size_t>(file.store().numValues(stanza.name.c_str(), key.c_str()));
+            values += file.values(stanza.name, key).size();
     }
     printf("%s: %s, %s, %s\n", path.c_str(), counted(stanzas, "stanza", "stanzas").c_str(),
            counted(keys, "key", "keys").c_str(), counted(values, "value", "values").c_str());

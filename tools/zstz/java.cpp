@@ -191,7 +191,7 @@ Entries javaEntries(Request const& request)
         if (outlined.name != request.stanza)
             continue;
         for (std::string const& key : outlined.keys) {
-            if (file.store().isObfuscated(stanza, key.c_str()) != 0)
+            if (file.isObfuscated(request.stanza, key))
                 throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
                                                request.file +
                                                " holds obfuscated values, which would stand in a "

@@ -70,14 +70,19 @@ std::vector<Stanza> LoadedFile::outline() const
     return stanzas;
 }
 
-std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key)
+// The cache is asked, not the store: a stanza may be without a name, and a store takes none such.
+std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key) const
 {
-    ZArrayList_6_0 list(4, 1);
-    store_.getValues(stanza.c_str(), key.c_str(), list, zPropLocalStrings);
-    std::vector<std::string> values;
-    for (unsigned i = 0; i < list.size(); ++i)
-        values.push_back(text(list.get(i)));
-    return values;
+    std::vector<std::string> texts;
+    auto values = cache_->values(stanza.c_str(), key.c_str(), ZPCache_6_0::anyValues);
+    for (ZPCategoryBasedCache_6_0::Text value; values.next(value);)
+        texts.emplace_back(value.chars, value.length);
+    return texts;
+}
+
+bool LoadedFile::isObfuscated(std::string const& stanza, std::string const& key) const
+{
+    return cache_->isObfuscated(stanza.c_str(), key.c_str()) != 0;
 }
 
 bool LoadedFile::hasComments(std::string const& stanza) const

@@ -25,7 +25,10 @@ public:
     std::vector<Stanza> outline() const;
 
     /// Returns the values of a key, in order.
-    std::vector<std::string> values(std::string const& stanza, std::string const& key);
+    std::vector<std::string> values(std::string const& stanza, std::string const& key) const;
+
+    /// Returns whether the values of a key are obfuscated.
+    bool isObfuscated(std::string const& stanza, std::string const& key) const;
 
     /// Returns whether a stanza has comments: between its lines, or right above its head.
     bool hasComments(std::string const& stanza) const;
