@@ -372,10 +372,70 @@ class ZstzTest(tool.ToolTest):
                     self.expect(NO_ACCESS, f"{path} is {kind}; name a regular file", verb, path,
                                 *rest)
 
-    @unittest.skipIf(os.geteuid() == 0, "root may open everything")
-    def test_a_file_that_may_not_be_read(self):
+    def test_files_and_folders_that_may_not_be_used(self):
+        options = self.as_nobody()
         self.path.chmod(0)
-        self.expect(NO_ACCESS, f"cannot open {self.file}: Permission denied", "list", self.file)
+        for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
+            self.expect(NO_ACCESS, f"cannot open {self.file}: Permission denied", *verb, **options)
+        self.path.chmod(0o444)
+        self.expect_unchanged(NO_ACCESS, f"cannot write {self.file}: Permission denied", "set",
+                              self.file, "listener", "name", "x", **options)
+        self.path.chmod(0o644)
+        self.path.parent.chmod(0o555)
+        self.addCleanup(self.path.parent.chmod, 0o755)
+        self.expect_unchanged(NO_ACCESS, f"cannot write in {self.room.name}: Permission denied; the "
+                              f"companion file of {self.file} belongs there, check the permissions "
+                              "of the folder\n", "set", self.file, "s", "password",
+                              "--obfuscated", given="x", **options)
+        self.expect(DONE, "", "set", self.file, "listener", "name", "back door", **options)
+        self.expect_text(GATEWAY.replace("front", "back"))
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
+    def test_a_companion_that_only_the_owner_may_make(self):
+        options = self.as_nobody()
+        os.chown(self.file, 0, 0)
+        self.path.chmod(0o666)
+        self.expect_unchanged(NO_ACCESS, f"only the owner of {self.file} may make its companion file "
+                              f"{self.file}.obf; store the value as that user\n", "set", self.file,
+                              "s", "password", "--obfuscated", given="x", **options)
+
+    def test_a_companion_that_cannot_be_read(self):
+        options = self.as_nobody()
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x",
+                    **options)
+        companion = pathlib.Path(self.file + ".obf")
+        companion.chmod(0)
+        self.expect(NO_ACCESS, f"cannot read the companion file {companion}: Permission denied; "
+                    "check its owner and permissions\n", "list", self.file, **options)
+        companion.unlink()
+        for make, kind in ((os.mkdir, "a folder"), (os.mkfifo, "a pipe")):
+            make(companion)
+            self.expect(NO_ACCESS, f"cannot read the companion file {companion}: it is {kind}; put "
+                        "back a copy of it, or", "list", self.file, **options)
+            os.rmdir(companion) if companion.is_dir() else companion.unlink()
+
+    def test_a_file_that_may_be_no_companion(self):
+        os.mkdir(self.file + ".obf")
+        self.expect_unchanged(NO_ACCESS, f"{self.file}.obf is a folder, where the companion file of "
+                              f"{self.file} belongs; move it away\n", "set", self.file, "s",
+                              "password", "--obfuscated", given="x")
+        os.rmdir(self.file + ".obf")
+        self.path.write_text("[a]\nk = v\n[configuration-database]\nfile = /etc/passwd\n")
+        self.path.chmod(0o666)
+        self.expect_unchanged(NO_ACCESS, f"/etc/passwd may not be the companion file of {self.file}, "
+                              f"because others than you may write {self.file} ", "list", self.file)
+        self.expect_unchanged(NO_ACCESS, 'edit the line "file = ..." of [configuration-database] out '
+                              f"of {self.file}\n", "set", self.file, "a", "k", "w")
+
+    def test_a_journal_that_may_not_be_read(self):
+        options = self.as_nobody()
+        journal = self.path.parent / f".{self.path.name}.zjn"
+        journal.write_bytes(b"journal")
+        journal.chmod(0)
+        for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
+            self.expect(NO_ACCESS, f"cannot open {journal}: Permission denied; check its "
+                        "permissions",
+                        *verb, **options)
 
     def test_a_file_that_another_process_holds(self):
         with open(self.path, "r+b") as held:

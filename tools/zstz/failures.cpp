@@ -15,8 +15,12 @@ namespace {
 // The bytes of a line that a report shows.
 constexpr size_t kMostShown = 60;
 
-constexpr char kWithoutCompanion[] =
-    "put back a copy of it, or edit the line \"file = ...\" of [configuration-database] out of ";
+constexpr char kWithoutEntry[] = "edit the line \"file = ...\" of [configuration-database] out of ";
+
+std::string withoutCompanion(std::string const& mainFile)
+{
+    return "put back a copy of it, or " + (kWithoutEntry + mainFile);
+}
 
 bool begins(std::string const& line, char c)
 {
@@ -62,7 +66,7 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
     if (e.badline() == 0)
         return {exitInvalidData, damaged +
                                      ": the companion file of obfuscated values is damaged; " +
-                                     kWithoutCompanion + file};
+                                     withoutCompanion(file)};
     std::string const line = text(e.baddata());
     size_t number = static_cast<size_t>(e.badline());
     char const* why = reason(line);
@@ -89,6 +93,43 @@ char const* otherKind(std::string const& path)
                                       : "no regular file";
 }
 
+// Why a companion file cannot be read. The library tells a missing and an empty one by one code.
+Failure describeCompanion(std::string const& file, int error, std::string const& mainFile)
+{
+    std::string const what = "cannot read the companion file " + file + ": ";
+    struct stat status;
+    if (stat(file.c_str(), &status) != 0)
+        error = errno;
+    else if (char const* const kind = otherKind(file))
+        return {exitNoAccess, what + "it is " + kind + "; " + withoutCompanion(mainFile)};
+    else if (error == EINVAL)
+        return {exitNoAccess, what + "it is empty; " + withoutCompanion(mainFile)};
+    return {exitNoAccess,
+            what + strerror(error) + "; " +
+                (error == ENOENT ? withoutCompanion(mainFile) : "check its owner and permissions")};
+}
+
+// Why a file or folder may not be used for the companion file.
+Failure describeRefusal(std::string const& path, int error, std::string const& mainFile)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && error != EPERM)
+        return {exitNoAccess, "cannot write in " + path + ": " + strerror(error) +
+                                  "; the companion file of " + mainFile +
+                                  " belongs there, check the permissions of the folder"};
+    if (error != EPERM)
+        return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
+                                  "; check its owner and permissions"};
+    if (char const* const kind = otherKind(path))
+        return {exitNoAccess, path + " is " + kind + ", where the companion file of " + mainFile +
+                                  " belongs; move it away"};
+    return {exitNoAccess,
+            path + " may not be the companion file of " + mainFile +
+                ", because others than you may write " + mainFile +
+                " or because no store made it; check the owner and the mode of both, or " +
+                kWithoutEntry + mainFile};
+}
+
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
     struct Row {
@@ -101,8 +142,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
         {"fopen(r+)", "cannot write ", "check the path and its permissions"},
         {"fopen(wt)", "cannot write ", "check the path and its permissions"},
         {"fopen(w)", "cannot write ", "check the permissions of its folder"},
-        {"fgets()", "cannot read ", "check that it is a text file"},
-        {"access()", "may not use ", "check its owner and permissions"},
+        {"read()", "cannot read ", "check the disk that it is on"},
+        {"open()", "cannot open ", "check its permissions and the room there"},
     };
     std::string const file = text(e.propFile());
     std::string const api = text(e.api());
@@ -110,16 +151,13 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     if (api == "fcntl()" && (error == EAGAIN || error == EACCES || error == EDEADLK))
         return {exitLocked, file + " is in use by another process; try again in a moment"};
 
-    if (api == "mapFile()") {
-        // The library tells a missing and an empty companion by the same code.
-        struct stat status;
-        bool const isThere = stat(file.c_str(), &status) == 0;
-        std::string const why = !isThere          ? strerror(errno)
-                                : error == EINVAL ? "it is empty"
-                                                  : strerror(error);
-        return {exitNoAccess, "cannot read the companion file " + file + ": " + why + "; " +
-                                  kWithoutCompanion + mainFile};
-    }
+    if (api == "mapFile()")
+        return describeCompanion(file, error, mainFile);
+    if (api == "access()")
+        return describeRefusal(file, error, mainFile);
+    if (api == "fchown()" && error == EPERM)
+        return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
+                                  file + "; store the value as that user"};
     if (char const* const kind = otherKind(file))
         return {exitNoAccess, file + " is " + kind + "; name a regular file"};
 
