@@ -63,14 +63,12 @@ ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
 }
 
 // A member for the partition to compare with: the middle one, or the one nearest to it that is
-// not null. Null when the range has nothing but nulls.
+// not null. Null when the range has at most one member that is not, and that at its upper end.
 ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
 {
     int64_t const middle = low + (high - low) / 2;
-    for (int64_t away = 0; middle - away >= low || middle + away <= high; ++away) {
+    for (int64_t away = 0; middle - away >= low; ++away) {
         for (int64_t const at : {middle - away, middle + away}) {
-            if (at < low || at > high)
-                continue;
             if (ZObject_6_0* const member = list.get(static_cast<unsigned int>(at)))
                 return member;
         }
