@@ -50,6 +50,13 @@ private:
     int generation_ = 0;
 };
 
+// As a probe it equals every object, and none of them equals it.
+class EqualToAll : public CountedObject {
+public:
+    explicit EqualToAll(uint32_t hash = 0) : CountedObject(-2, hash) {}
+    bool equals(ZObject_6_0 const&) const override { return true; }
+};
+
 inline int numberOf(ZObject_6_0 const* object)
 {
     return object == nullptr ? -1 : static_cast<CountedObject const*>(object)->number();

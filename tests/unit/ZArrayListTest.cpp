@@ -315,6 +315,17 @@ TEST_F(ZArrayList, FindsTheFirstAndTheLastEqual)
     EXPECT_FALSE(list.contains(nullptr));
 }
 
+TEST_F(ZArrayList, AsksTheProbeForEquality)
+{
+    OwningList list({-1, 1, 2, -1});
+    EqualToAll const probe;
+    EXPECT_EQ(1, list.indexOf(&probe));
+    EXPECT_EQ(2, list.lastIndexOf(&probe));
+    EXPECT_TRUE(list.contains(&probe));
+    list.remove(&probe);
+    EXPECT_EQ((Numbers{-1, 2, -1}), numbersOf(list));
+}
+
 TEST_F(ZArrayList, AddListAddsInOrderAsTheTargetOwns)
 {
     OwningList source({1, -1, 3});

@@ -147,14 +147,17 @@ TEST_F(ZArray, RemoveAllEmptiesEverySlot)
 TEST_F(ZArray, FindsTheFirstAndTheLastEqual)
 {
     ZArray_6_0 array(6, kOwns);
-    fill(array, {-1, 7, 5, -1, 7, -1});
+    fill(array, {3, 7, 5, -1, 7, -1});
     struct Case {
         char const* name;
         int number;
         int first;
         int last;
     };
-    Case const cases[] = {{"twice", 7, 1, 4}, {"once", 5, 2, 2}, {"never", 9, -1, -1}};
+    Case const cases[] = {{"twice", 7, 1, 4},
+                          {"once", 5, 2, 2},
+                          {"in the first slot", 3, 0, 0},
+                          {"never", 9, -1, -1}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         CountedObject const probe(c.number);
@@ -162,6 +165,16 @@ TEST_F(ZArray, FindsTheFirstAndTheLastEqual)
         EXPECT_EQ(c.last, array.lastIndexOf(&probe));
         EXPECT_EQ(c.first >= 0, array.contains(&probe));
     }
+}
+
+TEST_F(ZArray, AsksTheProbeForEquality)
+{
+    ZArray_6_0 array(4, kOwns);
+    fill(array, {-1, 1, 2, -1});
+    EqualToAll const probe;
+    EXPECT_EQ(1, array.indexOf(&probe));
+    EXPECT_EQ(2, array.lastIndexOf(&probe));
+    EXPECT_TRUE(array.contains(&probe));
 }
 
 TEST_F(ZArray, FindsNoNull)
@@ -280,16 +293,21 @@ TEST_F(ZArray, IndexOutOfRangeRaisesAndChangesNothing)
          [](ZArray_6_0& a, unsigned i, CountedObject const&) { a.swap(0, i); }},
         {"swap, both", 223, [](ZArray_6_0& a, unsigned i, CountedObject const&) { a.swap(i, i); }},
     };
+    CountedObject const one(1);
+    CountedObject const two(2);
     for (Case const& c : cases) {
-        for (unsigned index : {2u, 3u, 0x80000000u, 0xFFFFFFFFu}) {
-            SCOPED_TRACE(c.name + std::string(" ") + std::to_string(index));
-            ZArray_6_0 array(2, kOwns);
-            fill(array, {1, 2});
-            long const before = CountedObject::alive;
-            EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
-                22, "src/Z/ZArray", c.site, [&] { c.action(array, index, object); }));
-            EXPECT_EQ((Numbers{1, 2}), numbersOf(array));
-            EXPECT_EQ(before, CountedObject::alive);
+        for (int owns : {kBorrows, kOwns}) {
+            ZArray_6_0 array(2, owns);
+            array.set(0, &one);
+            array.set(1, &two);
+            CountedObject::clonesUntilThrow = 1;  // what cannot be stored is not cloned
+            for (unsigned index : {2u, 3u, 0x80000000u, 0xFFFFFFFFu}) {
+                SCOPED_TRACE(c.name + std::string(" ") + std::to_string(index));
+                EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
+                    22, "src/Z/ZArray", c.site, [&] { c.action(array, index, object); }));
+                EXPECT_EQ((Numbers{1, 2}), numbersOf(array));
+            }
+            CountedObject::clonesUntilThrow = 0;
         }
     }
 }

@@ -266,6 +266,21 @@ TEST(ZBuffer, TakeBufferHandsTheBlockOut)
     EXPECT_EQ(nullptr, data);
 }
 
+TEST(ZBuffer, IsFilledAnewOnceItsBlockIsGone)
+{
+    unsigned long length = 0;
+    void* data = nullptr;
+    ZBuffer_6_0 buffer("abc");
+    buffer.takeBuffer(length, data);
+    buffer.setLength(1);
+    EXPECT_NE(data, buffer.getBuffer());
+    EXPECT_EQ(std::string(1, '\0'), bytesOf(buffer));
+    buffer.setLength(0);
+    buffer.setBuffer(1, data);
+    EXPECT_EQ("a", bytesOf(buffer));
+    free(data);
+}
+
 TEST(ZBuffer, HashesToItsAddress)
 {
     ZBuffer_6_0 const one("abc"), same("abc");

@@ -117,6 +117,23 @@ TEST_F(ZHashMap, MapsFindWhatTheProbeEquals)
     });
 }
 
+TEST_F(ZHashMap, MapsAskTheProbeForEquality)
+{
+    forEachMap([](ZMap_6_0& map, int) {
+        CountedObject one(1, 7), two(2, 7);
+        map.putEntry(&one);
+        map.putEntry(&two);
+        EqualToAll probe(7);
+        EXPECT_TRUE(map.contains(&probe));
+        EXPECT_EQ(1, numberOf(map.getEntry(&probe)));
+        map.removeEntry(&probe);
+        EXPECT_EQ(Numbers{2}, orderOf(map));
+        map.putEntry(&probe);
+        EXPECT_EQ(Numbers{-2}, orderOf(map));
+        map.removeAll();
+    });
+}
+
 TEST_F(ZHashMap, MapsReplaceAnEqualEntryInItsPlace)
 {
     forEachMap([](ZMap_6_0& map, int) {

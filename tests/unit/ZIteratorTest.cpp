@@ -51,9 +51,6 @@ TEST(ZIterator, PassesOverNulls)
 TEST(ZIterator, AsksTheTargetForEquality)
 {
     CountedObject one(1);
-    class EqualToAll : public ZObject_6_0 {
-        bool equals(ZObject_6_0 const&) const override { return true; }
-    };
     VectorIterator iterator({&one});
     EXPECT_EQ(&one, iterator.findNext(EqualToAll()));
 }
