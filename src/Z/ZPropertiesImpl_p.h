@@ -772,18 +772,21 @@ public:
     TextBuffer& operator=(TextBuffer const&) = delete;
     ~TextBuffer() { free(chars_); }
 
-    void add(View text)
-    {
-        memcpy(take(text.length), text.chars, text.length);
-        length_ += text.length;
-    }
+    void add(View text) { memcpy(take(text.length), text.chars, text.length); }
 
     // Adds `text`, a literal, without its zero byte.
     template <size_t Size>
     void add(char const (&text)[Size])
     {
         memcpy(take(Size - 1), text, Size - 1);
-        length_ += Size - 1;
+    }
+
+    // Adds `length` bytes, which the caller fills.
+    char* take(size_t length)
+    {
+        if (room_ - length_ <= length)
+            grow(length);
+        return chars_ + std::exchange(length_, length_ + length);
     }
 
     // Makes room for a text of about `length` bytes at once.
@@ -804,13 +807,6 @@ public:
     }
 
 private:
-    char* take(size_t length)
-    {
-        if (room_ - length_ <= length)
-            grow(length);
-        return chars_ + length_;
-    }
-
     void grow(size_t length)
     {
         size_t const wished = room_ * 2 < 4096 ? 4096 : room_ * 2;

@@ -275,21 +275,38 @@ private:
     View companion_ = {nullptr, 0};
 };
 
+// Writes "name = value". Where a line still stands in memory as it was read, with zero bytes behind
+// name and value, it is copied whole.
+void writeValue(View name, View value, TextBuffer& text)
+{
+    // A line that was read without the blanks may have no room for them: with them it would come
+    // back as two.
+    if (size_t{name.length} + 3 + value.length > cache::kLongestLine) {
+        text.add(name);
+        text.add("=");
+        text.add(value);
+        text.add("\n");
+        return;
+    }
+    char* const to = text.take(size_t{name.length} + 3 + value.length + 1);
+    if (value.chars == name.chars + name.length + 3 && value.chars[-2] == '=' &&
+        value.chars[-1] == ' ') {
+        memcpy(to, name.chars, size_t{name.length} + 3 + value.length);
+        to[name.length] = ' ';
+    } else {
+        memcpy(to, name.chars, name.length);
+        memcpy(to + name.length, " = ", 3);
+        memcpy(to + name.length + 3, value.chars, value.length);
+    }
+    to[name.length + 3 + value.length] = '\n';
+}
+
 void writeKey(Store const& store, Id key, TextBuffer& text)
 {
     View const name = store.key(key).nameView();
     bool isWritten = false;
     store.eachValue(key, Store::plain, [&](View value) {
-        // A line that was read without the blanks may have no room for them: with them it would
-        // come back as two.
-        bool const hasRoom = name.length + 3 + value.length <= cache::kLongestLine;
-        text.add(name);
-        if (hasRoom)
-            text.add(" = ");
-        else
-            text.add("=");
-        text.add(value);
-        text.add("\n");
+        writeValue(name, value, text);
         isWritten = true;
     });
     // Obfuscated values live in the companion file alone.
@@ -297,6 +314,13 @@ void writeKey(Store const& store, Id key, TextBuffer& text)
         text.add(name);
         text.add(" =\n");
     }
+}
+
+void writeLine(View line, TextBuffer& text)
+{
+    char* const to = text.take(line.length + size_t{1});
+    memcpy(to, line.chars, line.length);
+    to[line.length] = '\n';
 }
 
 void write(Store const& store, TextBuffer& text)
@@ -321,8 +345,7 @@ void write(Store const& store, TextBuffer& text)
                     writeKey(store, line.of, text);
                 break;
             default:
-                text.add(store.text(line));
-                text.add("\n");
+                writeLine(store.text(line), text);
                 break;
         }
     }
