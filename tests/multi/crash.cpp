@@ -113,6 +113,12 @@ int runAll(Extent extent, std::vector<std::string> const& names)
         run(campaign, counts, extent);
         rows.push_back({&campaign, &counts, now() - start});
     }
+    if (rows.empty()) {
+        std::fprintf(stderr, "crash: no campaign has such a name; there are:\n");
+        for (Campaign const& campaign : kCampaigns)
+            std::fprintf(stderr, "  %s\n", campaign.name);
+        return 2;
+    }
 
     long bad = 0;
     std::printf("%-30s %8s %8s %8s %5s %6s\n", "campaign", "events", "old", "new", "bad", "s");
@@ -128,7 +134,7 @@ int runAll(Extent extent, std::vector<std::string> const& names)
         bad += counts.bad;
     }
     std::printf("%s\n", bad == 0 ? "nothing was lost" : "THERE WERE BAD OUTCOMES");
-    return bad == 0 && !rows.empty() ? 0 : 1;
+    return bad == 0 ? 0 : 1;
 }
 
 }  // namespace
