@@ -7,7 +7,7 @@
 namespace {
 
 // Says what was changed. The store tells it after letting go of its lock.
-class ChangeLog : public ZObserverInterface_6_0 {
+class ChangeLog final : public ZObserverInterface_6_0 {
 public:
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
     {

@@ -9,7 +9,7 @@
 namespace {
 
 // One line per report: severity, number, name and inserts.
-class LogService : public ZMessageService_6_0 {
+class LogService final : public ZMessageService_6_0 {
 public:
     void outputMessage(char const* file, int line, int errorNumber, int insertCount,
                        ZLCString_6_0 const* i1, ZLCString_6_0 const* i2, ZLCString_6_0 const* i3,
