@@ -85,8 +85,13 @@ class Documents(unittest.TestCase):
 
     def test_folders_of_the_readme_exist(self):
         text = (ROOT / "README.md").read_text(encoding="utf-8")
-        for folder in re.findall(r"^\| `([\w/]+/)` \|", text, re.M):
+        for folder in re.findall(r"^\| `([\w./]+/)` \|", text, re.M):
             self.assertTrue((ROOT / folder).is_dir(), folder)
+
+    def test_folders_of_the_tests_are_in_the_readme(self):
+        row = re.search(r"^\| `tests/` \|.*$", (ROOT / "README.md").read_text(), re.M)[0]
+        folders = {path.name for path in (ROOT / "tests").iterdir() if path.is_dir()}
+        self.assertEqual(folders | {"tests"}, set(re.findall(r"`(\w+)/`", row)))
 
     def test_message_texts(self):
         rows = re.findall(r"^\| (\d+) \| `(.*)` \|$",
@@ -111,6 +116,51 @@ class Documents(unittest.TestCase):
         self.assertEqual(re.findall(r"(zprop\w+) = (\d+)", codes),
                          [(name, code) for code, name in
                           re.findall(r"^\| (\d+) \| `(zprop\w+)` \|", text, re.M)])
+
+    def test_every_package_has_its_reason(self):
+        rows = re.findall(r"^\w+ +(\S+) +\S", (ROOT / "cmake" / "packages.txt").read_text(), re.M)
+        text = (ROOT / "docs" / "dependencies.md").read_text(encoding="utf-8")
+        table = "".join(line for line in text.splitlines() if line.startswith("|"))
+        named = set(re.findall(r"`([a-z0-9.+-]+)`", table)) - {"qvr.h", ".clang-format"}
+        self.assertEqual(set(rows), named)
+
+
+class Script(unittest.TestCase):
+    """./dev, as far as it can be asked without building anything."""
+
+    def dev(self, *arguments):
+        run = subprocess.run([ROOT / "dev", *arguments], capture_output=True, text=True,
+                             check=False, timeout=60)
+        return run.returncode, run.stdout, run.stderr
+
+    def test_every_verb_explains_itself(self):
+        code, whole, errors = self.dev("help")
+        self.assertEqual((0, ""), (code, errors))
+        verbs = re.findall(r"^  ([a-z]+) ", whole, re.M)
+        taken = re.findall(r"^    ([a-z]+)\) ?", (ROOT / "dev").read_text(encoding="utf-8"), re.M)
+        self.assertLessEqual(set(verbs), set(taken))
+        for verb in verbs:
+            for asked in (["help", verb], [verb, "--help"], [verb, "-h"]):
+                code, text, errors = self.dev(*asked)
+                self.assertEqual((0, ""), (code, errors), asked)
+                self.assertRegex(text, rf"^  {verb} ")
+                self.assertIn(text, whole)
+        for asked in ([], ["-h"], ["--help"]):
+            self.assertEqual((0, whole, ""), self.dev(*asked), asked)
+
+    def test_what_it_does_not_understand_is_one_line(self):
+        for asked, line in (
+                (["juggle"], "no such verb: juggle; ./dev help lists them"),
+                (["juggle", "--help"], "no such verb: juggle; ./dev help lists them"),
+                (["help", "juggle"], "no such verb: juggle; ./dev help lists them"),
+                (["run", "now"], "too many arguments, see ./dev help run"),
+                (["test", "one", "two"], "too many arguments, see ./dev help test"),
+                (["test", "-j4"], "test takes no options, see ./dev help test"),
+                (["crash", "--all"], "crash takes no options, see ./dev help crash"),
+                (["fuzz"], "which target? there are: stanza companion squeeze codeset printf java"),
+                (["fuzz", "juggler"], "no target juggler; there are: stanza companion squeeze "
+                                      "codeset printf java")):
+            self.assertEqual((1, "", f"dev: {line}\n"), self.dev(*asked), asked)
 
 
 if __name__ == "__main__":
