@@ -181,6 +181,13 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "set", self.file, "listener", "name", "--", "-5")
         self.expect(DONE, "-5\n", "get", self.file, "listener", "name")
 
+    def test_names_and_values_may_fill_a_line(self):
+        stanza, key = "s" * 8188, "k" * 8188
+        self.expect(DONE, "", "set", self.file, stanza, key, "")
+        self.expect(DONE, "", "set", self.file, stanza, "name", "x" * 8183)
+        self.expect(DONE, key + "\nname\n", "keys", self.file, stanza)
+        self.expect(DONE, "x" * 8183 + "\n", "get", self.file, stanza, "name")
+
     def test_add_adds_a_value_once(self):
         for _ in range(2):
             self.expect(DONE, "", "add", self.file, "listener", "port", "9000")
@@ -206,13 +213,15 @@ class ZstzTest(tool.ToolTest):
         rows = (
             ("the stanza name", ["a]b", "key", "value"]),
             ("the stanza name", ["a\nb", "key", "value"]),
+            ("at most 8188 bytes", ["a" * 8189, "key", "value"]),
+            ("at most 8188 bytes", ["listener", "k" * 8189, "value"]),
             ("the key", ["listener", "a=b", "value"]),
             ("the key", ["listener", "#key", "value"]),
             ("the key", ["listener", "[key", "value"]),
             ("the key", ["listener", " key", "value"]),
             ("the key", ["listener", "a\nb", "value"]),
             ("the value of key name", ["listener", "name", "one\ntwo"]),
-            ("the value of key name", ["listener", "name", "x" * 8190]),
+            ("at most 8187 bytes", ["listener", "name", "x" * 8184]),
             ("white space", ["listener", "name", " x"]),
             ("white space", ["listener", "name", "x\t"]),
             ("white space", ["listener", "name", "x\r"]),
@@ -516,6 +525,7 @@ class ZstzTest(tool.ToolTest):
         for verb in ("frobnicate", "Get", ""):
             self.expect(USAGE, f'there is no verb "{verb}"; {verbs}', verb)
         self.expect(USAGE, 'there is no verb "li?st"', "li\nst", self.file)
+        self.expect(USAGE, f'there is no option "-x"; {verbs}', "-x")
         self.expect(USAGE, f"a verb is missing; {verbs}")
 
     def test_a_report_is_one_line(self):

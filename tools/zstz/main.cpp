@@ -272,7 +272,10 @@ std::string verbs()
 // Nothing behind the tool's name, or something that is no verb.
 Failure describeVerb(int argc, char const* const* argv)
 {
-    std::string const what = argc < 2 ? "a verb is missing" : "there is no verb " + quoted(argv[1]);
+    std::string const what =
+        argc < 2
+            ? "a verb is missing"
+            : (argv[1][0] == '-' ? "there is no option " : "there is no verb ") + quoted(argv[1]);
     return {exitUsage, what + "; use one of " + verbs() + ", and see zstz --help"};
 }
 
@@ -344,9 +347,8 @@ int main(int argc, char** argv)
             code = verb.run(request);
         } catch (CLI::ParseError const& e) {
             if (e.get_exit_code() != 0)
-                return app.get_subcommands().empty() && (argc < 2 || argv[1][0] != '-')
-                           ? report(describeVerb(argc, argv))
-                           : failUsage(app, e.what());
+                return app.get_subcommands().empty() ? report(describeVerb(argc, argv))
+                                                     : failUsage(app, e.what());
             std::ostringstream help;
             app.exit(e, help, help);
             fputs(help.str().c_str(), stdout);

@@ -131,21 +131,24 @@ void checkNames(std::string const& stanza, std::string const& key)
     if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
         throw Failure{exitInvalidValue,
                       "the stanza name " + quoted(stanza) +
-                          " cannot be stored; use one line of text without \"]\""};
+                          " cannot be stored; use one line of at most 8188 bytes without \"]\""};
     if (ZPCategoryBasedCache_6_0::validateKey(stanza.c_str(), key.c_str()) == 0)
         throw Failure{exitInvalidValue,
                       "the key " + quoted(key) +
-                          " cannot be stored; use one line of text that has no \"=\", no outer "
-                          "blanks and no leading \"#\" or \"[\""};
+                          " cannot be stored; use one line of at most 8188 bytes that has no "
+                          "\"=\", no outer blanks and no leading \"#\" or \"[\""};
 }
 
 void checkValue(std::string const& key, std::string const& value)
 {
+    if (value.empty())
+        return;
     if (ZPCategoryBasedCache_6_0::validateValue(key.c_str(), value.c_str()) == 0)
         throw Failure{
             exitInvalidValue,
-            "the value of key " + key + " cannot be stored; use one line of at most 8190 bytes"};
-    if (!value.empty() && (isSpace(value.front()) || isSpace(value.back())))
+            "the value of key " + key +
+                " cannot be stored; use one line, and at most 8187 bytes for key and value"};
+    if (isSpace(value.front()) || isSpace(value.back()))
         throw Failure{exitInvalidValue, "the value " + quoted(value) + " of key " + key +
                                             " begins or ends with white space, which a line does "
                                             "not keep; leave that out, or use `zstz set "
