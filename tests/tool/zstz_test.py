@@ -4,7 +4,9 @@ import fcntl
 import os
 import pathlib
 import pty
+import signal
 import subprocess
+import termios
 import unittest
 
 import tool
@@ -279,18 +281,32 @@ class ZstzTest(tool.ToolTest):
             self.expect_unchanged(USAGE, "VALUE", verb, self.file, "upstream", "password", "x",
                                   "--obfuscated", given="y")
 
+    def test_an_obfuscated_value_is_needed(self):
+        for given in ("", "\n"):
+            for verb in ("set", "add"):
+                self.expect_unchanged(INVALID_VALUE, "standard input has no value; give one there, or "
+                                      "remove the key with `zstz unset`\n", verb, self.file,
+                                      "upstream", "password", "--obfuscated", given=given)
+
     def test_an_obfuscated_value_may_not_have_a_nul_byte(self):
         self.expect_unchanged(INVALID_VALUE, "NUL byte", "set", self.file, "upstream", "password",
                               "--obfuscated", given="a\0b")
 
-    def test_a_terminal_does_not_show_the_value(self):
+    def ask_at_a_terminal(self):
+        """Starts the tool at a terminal, and returns it when it has asked for the value, with both
+        ends of the terminal and what was shown."""
         master, slave = pty.openpty()
-        environment = dict(os.environ, LC_ALL="C.UTF-8")
+        self.addCleanup(os.close, master)
         run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
-                               stdin=slave, stdout=slave, stderr=slave, env=environment)
+                               stdin=slave, stdout=slave, stderr=slave,
+                               env=dict(os.environ, LC_ALL="C.UTF-8"))
         shown = b""
         while b"value: " not in shown:
             shown += os.read(master, 100)
+        return run, master, slave, shown
+
+    def test_a_terminal_does_not_show_the_value(self):
+        run, master, slave, shown = self.ask_at_a_terminal()
         os.write(master, b"hunter2\n")
         self.assertEqual(DONE, run.wait(60))
         os.close(slave)
@@ -302,9 +318,27 @@ class ZstzTest(tool.ToolTest):
             if not part:
                 break
             shown += part
-        os.close(master)
         self.assertNotIn(b"hunter2", shown)
         self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
+
+    def test_a_terminal_shows_what_is_typed_after_a_signal(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
+            with self.subTest(number):
+                run, _, slave, _ = self.ask_at_a_terminal()
+                self.assertFalse(termios.tcgetattr(slave)[3] & termios.ECHO)
+                run.send_signal(signal.SIGTSTP)  # to stop would leave it hidden as well
+                run.send_signal(number)
+                self.assertEqual(-number, run.wait(60))
+                self.assertTrue(termios.tcgetattr(slave)[3] & termios.ECHO)
+                os.close(slave)
+        self.expect_text(GATEWAY)
+
+    def test_a_terminal_that_gives_no_value(self):
+        run, master, slave, _ = self.ask_at_a_terminal()
+        os.write(master, b"\x04")
+        self.assertEqual(INVALID_VALUE, run.wait(60))
+        os.close(slave)
+        self.expect_text(GATEWAY)
 
     # ---- Failures ----
 

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <signal.h>
 #include <stdio.h>
 #include <termios.h>
 #include <unistd.h>
@@ -32,32 +33,63 @@ void needKey(ZProperties_6_0& store, Request const& request)
 
 // ---- Changing ---------------------------------------------------------------------------------
 
+// Hides what is typed at the terminal, for a scope. A signal that ends the tool meanwhile shows it
+// again first; to stop the tool there would leave it hidden, and is not possible.
+class HiddenInput {
+public:
+    HiddenInput()
+    {
+        if (tcgetattr(STDIN_FILENO, &shown_) != 0)
+            return;
+        for (int const ending : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+            if (signal(ending, showAndEnd) == SIG_IGN)
+                signal(ending, SIG_IGN);
+        stop_ = signal(SIGTSTP, SIG_IGN);
+        termios hidden = shown_;
+        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
+        isHidden_ = true;
+    }
+    HiddenInput(HiddenInput const&) = delete;
+    HiddenInput& operator=(HiddenInput const&) = delete;
+    ~HiddenInput()
+    {
+        if (!isHidden_)
+            return;
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown_);
+        signal(SIGTSTP, stop_);
+        fputc('\n', stderr);
+    }
+
+private:
+    static void showAndEnd(int number)
+    {
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown_);
+        signal(number, SIG_DFL);
+        raise(number);
+    }
+
+    static termios shown_;
+    void (*stop_)(int) = SIG_DFL;
+    bool isHidden_ = false;
+};
+
+termios HiddenInput::shown_;
+
 // Reads a line from the terminal without showing it.
 std::string askForValue()
 {
-    termios shown;
-    bool const hide = tcgetattr(STDIN_FILENO, &shown) == 0;
-    if (hide) {
-        termios hidden = shown;
-        hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
-    }
+    HiddenInput const hidden;
     fputs("value: ", stderr);
     std::string line;
     for (int c = getchar(); c != EOF && c != '\n'; c = getchar())
         line += static_cast<char>(c);
-    if (hide) {
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
-        fputc('\n', stderr);
-    }
     return line;
 }
 
-// Reads a value from standard input: all of it but one line feed at its end.
-std::string readValue()
+// Reads all of standard input but one line feed at its end.
+std::string readInput()
 {
-    if (isatty(STDIN_FILENO))
-        return askForValue();
     std::string value;
     char part[4096];
     size_t got;
@@ -67,6 +99,17 @@ std::string readValue()
         throw Failure{exitNoAccess, "cannot read the value; give it on standard input"};
     if (!value.empty() && value.back() == '\n')
         value.pop_back();
+    return value;
+}
+
+// Reads a value that is not to stand on the command line.
+std::string readValue()
+{
+    std::string const value = isatty(STDIN_FILENO) ? askForValue() : readInput();
+    if (value.empty())  // of a command in front of the pipe, say, that has failed
+        throw Failure{exitInvalidValue,
+                      "standard input has no value; give one there, or remove the key with `zstz "
+                      "unset`"};
     if (value.find('\0') != std::string::npos)
         throw Failure{exitInvalidValue, "the value has a NUL byte in it; take it out"};
     return value;
