@@ -60,6 +60,8 @@ enum {
 /// from now on, in place of those of an earlier call; handles already made keep what they have.
 /// The built-in tables stand behind them: a missing or empty directory leaves those alone in
 /// force and is a success.
+/// range   an empty `dir` is no directory; a relative one stays the one that it is now, wherever
+///         the process goes.
 /// codes   0 done; qvrInvalid when `dir` is null, a table or the directory of the converter files
 ///         is unreadable, or a table has a bad line;
 ///         qvrNoMemory. On a failure the tables stay as they were.

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -184,6 +184,21 @@ std::vector<Alias> readTable(std::string const& path, Compare compare)
     return rows;
 }
 
+// Returns the whole name of `directory`: the process may go elsewhere before it reads a converter
+// file, and ICU takes a relative name of few parts for one in its own data.
+std::string wholeName(std::string const& directory)
+{
+    if (directory.front() == '/')
+        return directory;
+    std::unique_ptr<char, void (*)(void*)> const here(getcwd(nullptr, 0), std::free);
+    if (here == nullptr) {
+        if (errno == ENOMEM)
+            throw std::bad_alloc();
+        return directory;  // not there, as the directory that the process is in
+    }
+    return std::string(here.get()) + '/' + directory;
+}
+
 std::vector<std::string> readConverterNames(std::string const& directory)
 {
     constexpr std::string_view kSuffix = ".cnv";
@@ -302,7 +317,7 @@ int qvr_set_dir(char const* dir)
         std::string const directory = dir;
         auto fresh = std::make_unique<Tables>();
         if (!directory.empty()) {  // an empty name is no directory, not the root
-            fresh->converterDirectory = directory + "/converters";
+            fresh->converterDirectory = wholeName(directory) + "/converters";
             fresh->codesets = readTable(directory + "/codesets.alias", kCompareCodesets);
             fresh->locales = readTable(directory + "/locales.alias", kCompareLocales);
             fresh->converters = readConverterNames(fresh->converterDirectory);

@@ -376,6 +376,26 @@ TEST_F(qvrConverterFiles, TakeThePlaceOfAKnownCodeset)
     EXPECT_EQ("a4", euroIn("ISO-8859-15"));
 }
 
+// ICU takes a relative name of few parts for one of its own, and the process may go elsewhere.
+TEST_F(qvrConverterFiles, OfARelativeDirectoryAreFoundFromEverywhere)
+{
+    if (!make("house", kMap))
+        GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
+    std::filesystem::path const whole = directory_.path("converters");
+    std::filesystem::path const before = std::filesystem::current_path();
+    for (char const* const down : {".", "..", "../.."}) {
+        std::filesystem::path const place = (whole / down).lexically_normal();
+        std::string const name = whole.parent_path().lexically_relative(place).string();
+        SCOPED_TRACE(name);
+        std::filesystem::current_path(place);
+        ASSERT_EQ(0, qvr_set_dir(name.c_str()));
+        EXPECT_EQ("80", euroIn("house"));
+        std::filesystem::current_path("/");
+        EXPECT_EQ("80", euroIn("house"));
+    }
+    std::filesystem::current_path(before);
+}
+
 TEST_F(qvrConverterFiles, WhatIsNoConverterGivesNoHandle)
 {
     std::filesystem::create_directory(directory_.path("converters"));
