@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <new>
 
 #include "ZLock.h"
@@ -17,6 +18,10 @@ constexpr int kBytesPerGroup = 8;
 // and "*".
 constexpr size_t kMostPerLine = 1 + 8 + 1 + 2 + 3 * kBytesPerLine + 3 + kBytesPerLine + 1;
 
+// What is put together at once: the dump of 200,000 bytes and some. A longer one would take five
+// times as much memory as what it shows.
+constexpr size_t kMostAtOnce = 1 << 20;
+
 constexpr char kDigits[] = "0123456789abcdef";
 
 // The lock that keeps dumps apart: made at the first dump, never destroyed.
@@ -29,13 +34,13 @@ void makeLock()
     res_ = new (home) ZLock_6_0;
 }
 
-// Where the dump is put together: memory for all of it, so that it goes out in one write; where
-// there is none, a line at a time.
+// Where the dump is put together: memory for all of it, so that it goes out in one write, unless it
+// is a very long one; where there is none, a line at a time.
 class Output {
 public:
-    Output(FILE* stream, size_t most) : stream_(stream), room_(most)
+    Output(FILE* stream, size_t most) : stream_(stream), room_(std::min(most, kMostAtOnce))
     {
-        text_ = static_cast<char*>(malloc(most));
+        text_ = static_cast<char*>(malloc(room_));
         if (text_ == nullptr) {
             text_ = line_;
             room_ = sizeof line_;

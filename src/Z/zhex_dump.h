@@ -16,7 +16,9 @@ extern "C" {
 /// range   null `stream`: standard error. `length` 0 or less: the title and the line feed alone.
 ///         Null `title`: none.
 /// throws  what a lock throws, and what the stream's own functions throw (fopencookie).
-/// threads a dump is one write to the stream; a thread that is cancelled meanwhile finishes it.
+/// threads a dump is one write to the stream, one of more than 200,000 bytes several; a thread that
+///         is cancelled meanwhile finishes it.
+/// cost    at most 1 MiB of memory; without memory a write for each line.
 /// kept    bytes 32 to 253 stand in the column as they are, also those that no terminal shows; take
 ///         care where the dump goes.
 void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char const* title);

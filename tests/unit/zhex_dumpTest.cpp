@@ -114,6 +114,42 @@ TEST(zhex_dump, LongOffsetsTakeMoreDigits)
     EXPECT_EQ(slowDumpOf(0x100011, bytes.data(), nullptr), dump);
 }
 
+// The sizes of the writes in which a dump of `length` bytes goes out.
+std::vector<size_t> writesOf(int length, unsigned char const* data)
+{
+    std::vector<size_t> sizes;
+    cookie_io_functions_t const functions = {
+        nullptr,
+        [](void* cookie, char const*, size_t size) {
+            static_cast<std::vector<size_t>*>(cookie)->push_back(size);
+            return static_cast<ssize_t>(size);
+        },
+        nullptr,
+        nullptr,
+    };
+    FILE* const stream = fopencookie(&sizes, "w", functions);
+    setvbuf(stream, nullptr, _IONBF, 0);
+    zhex_dump_6_0(stream, length, data, "title");
+    fclose(stream);
+    return sizes;
+}
+
+TEST(zhex_dump, IsOneWriteUnlessItIsVeryLong)
+{
+    constexpr int kLong = 2'000'000;
+    std::vector<unsigned char> const bytes = someBytes(kLong);
+    std::string const dump = slowDumpOf(200'000, bytes.data(), "title");
+    EXPECT_EQ(std::vector<size_t>{dump.size()}, writesOf(200'000, bytes.data()));
+    size_t all = 0;
+    for (size_t const size : writesOf(kLong, bytes.data())) {
+        EXPECT_GE(size_t{1} << 20, size);
+        all += size;
+    }
+    std::string const longDump = slowDumpOf(kLong, bytes.data(), "title");
+    EXPECT_EQ(longDump.size(), all);
+    EXPECT_TRUE(longDump == dumpOf(kLong, bytes.data(), "title"));
+}
+
 TEST(zhex_dump, NullStreamIsStandardError)
 {
     unsigned char const byte = 'x';
