@@ -85,8 +85,6 @@ ZStringTokenizer_6_0::ZStringTokenizer_6_0(ZStringTokenizer_6_0 const& other)
 
 ZStringTokenizer_6_0& ZStringTokenizer_6_0::operator=(ZStringTokenizer_6_0 const& other)
 {
-    if (this == &other)
-        return *this;
     ZAbstractMutableString_6_0* const fresh =
         newDelimiters(*other.source_, other.delimiters_->getChars());
     delete delimiters_;

@@ -219,7 +219,9 @@ TEST(ZStringTokenizer, ACopyStandsWhereTheOriginalDoesWithItsOwnDelimiters)
     auto original = std::make_unique<ZStringTokenizer_6_0>(source, target, equals);
     original->getNext();
     ZStringTokenizer_6_0 copy(*original);
-    ZStringTokenizer_6_0 assigned(source, target);
+    ZLCString_6_0 const otherSource("x y");
+    ZLCString_6_0 otherTarget("before");
+    ZStringTokenizer_6_0 assigned(otherSource, otherTarget);
     assigned = *original;
     ZStringTokenizer_6_0& self = assigned;
     assigned = self;
@@ -227,6 +229,10 @@ TEST(ZStringTokenizer, ACopyStandsWhereTheOriginalDoesWithItsOwnDelimiters)
     original.reset();
     EXPECT_EQ(Tokens({"b", "c"}), tokensOf(copy));
     EXPECT_EQ(Tokens({"b", "c"}), tokensOf(assigned));
+    EXPECT_STREQ("before", otherTarget);
+    assigned.reset();
+    EXPECT_EQ(&target, assigned.getNext());
+    EXPECT_STREQ("a", target);
     EXPECT_EQ(Tokens({"b", "c"}), tokensOf(dynamic_cast<ZStringTokenizer_6_0&>(*object)));
 }
 
