@@ -101,6 +101,27 @@ class Documents(unittest.TestCase):
                             re.M)
         self.assertEqual(pinned, rows)
 
+    def test_every_message_number_has_its_cause(self):
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        classes = re.findall(r"^\| `Z\w+` \|[^|]*\|([^|]*)\|", text, re.M)
+        uses = re.search(r"^\| No. \| Used \|\n\|---\|---\|\n((?:\|.*\n)+)", text, re.M)[1]
+        reported, never = set(), set()
+        for row, use in re.findall(r"^\| ([\d, ]+) \| (.*) \|$", uses, re.M):
+            (never if use.startswith("never") else reported).update(map(int, row.split(", ")))
+        raised = set()
+        for row in classes:
+            for first, last in re.findall(r"(\d+)(?:–(\d+))?", row):
+                raised.update(range(int(first), int(last or first) + 1))
+        in_code = set()
+        for source in (ROOT / "src" / "Z").glob("*.cpp"):
+            for numbers in re.findall(r"^enum Message(?:Number)? \{(.*?)\};",
+                                      source.read_text(encoding="utf-8"), re.M | re.S):
+                in_code.update(map(int, re.findall(r"= (\d+)", numbers)))
+        bases = {39}  # the number of an exception that is only raised by what derives from it
+        self.assertEqual(in_code - bases, raised | reported)
+        self.assertEqual(set(), reported & raised)
+        self.assertEqual(set(range(1, 55)) - {23} - in_code | bases, never)
+
     def test_every_exception_class_is_listed(self):
         header = (ROOT / "src" / "Z" / "ZException.h").read_text(encoding="utf-8")
         text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
