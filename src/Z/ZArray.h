@@ -82,6 +82,7 @@ public:
     void remove(unsigned int index) override;
     /// Empties every slot; the number of slots stays.
     /// owns    an owning array deletes what the slots held.
+    /// throws  what a destructor raises first; every slot is empty then.
     void removeAll() override;
     /// Returns the object in slot `index`; null when the slot is empty.
     /// owns    borrowed until the slot is emptied or filled anew.

@@ -166,6 +166,7 @@ public:
     void remove(ZListIterator_6_0& iterator) override;
     /// Removes every member; the capacity stays.
     /// owns    an owning list deletes them.
+    /// throws  what a member's destructor raises first; every member is gone then.
     void removeAll() override;
     /// Returns the member at `index`; null when `index >= size()`.
     /// owns    borrowed until the list lets the member go.
@@ -233,9 +234,9 @@ public:
     /// Goes back before the first member.
     virtual void reset();
     /// Goes back by one member.
-    /// kept    before the first member the place wraps round:
-    ///         the iterator is at its end then,
-    ///         until `reset()`.
+    /// kept    before the first member the place wraps round: the iterator is at its end then,
+    /// until
+    ///         `reset()`.
     virtual void backUp();
     /// Returns the index of the member handed out last; -1 when there is none.
     virtual int indexOf();

@@ -37,7 +37,7 @@ public:
     ~ZAbstractBuffer_6_0() override;
 
     /// Returns -1 or 1 when this buffer is shorter or longer, whatever it holds; at equal lengths
-    /// the sign that memcmp() gives for the bytes.
+    /// what memcmp() returns for the bytes, which may be any number, and 0 when both are the same.
     /// range   an object that is no buffer sorts by address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
 };
@@ -62,6 +62,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
     /// Sets the number of bytes viewed; where they start stays.
+    /// range   that many bytes are there; nothing is checked.
     void setLength(unsigned long length) override;
     /// Views `length` bytes at `data`.
     /// owns    borrowed as long as the view is used.

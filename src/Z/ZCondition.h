@@ -52,7 +52,7 @@ class ZCondition_6_0 : public ZAbstractCondition_6_0 {
 public:
     /// Makes a condition with a lock of its own.
     /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init(); what
-    ///         making a lock throws.
+    ///         making a lock throws; ZOutOfMemoryException_6_0.
     ZCondition_6_0();
 
     /// Makes a condition on `lock`.
@@ -100,9 +100,11 @@ public:
     void broadcast() override;
 
     /// Locks the condition's lock.
+    /// throws  as ZLock_6_0::lock().
     void lock() override;
 
     /// Unlocks the condition's lock.
+    /// throws  as ZLock_6_0::unlock().
     void unlock() override;
 
     /// Returns the condition's lock.
@@ -132,16 +134,20 @@ private:
 class ZBooleanCondition_6_0 : public ZCondition_6_0 {
 public:
     /// Makes a condition with a lock of its own; the flag is 0.
+    /// throws  as the base's.
     ZBooleanCondition_6_0();
 
     /// Makes a condition on `lock`; the flag is 0.
     /// owns    `lock` is borrowed until the condition is destroyed.
+    /// throws  as the base's.
     explicit ZBooleanCondition_6_0(ZLock_6_0& lock);
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZBooleanCondition_6_0() override;
 
     /// Waits until the flag is set; returns at once when it is.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the calling thread does not hold
+    ///         the lock; ZConditionException_6_0 (message 9) when the wait fails.
     void wait() override;
 
     /// Waits until the flag is set.
@@ -149,12 +155,13 @@ public:
     void wait(long seconds, int& timedOut) override;
 
     /// Waits until the flag is set.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the time runs out.
+    /// throws  as wait(); ZLockResourceException_6_0 (message 5, rc 0) when the time runs out.
     /// kept    a wait that runs out does not return: it throws and leaves the mutex held and the
     ///         lock marked free. Use the wait without limit.
     void wait(timespec& absTime, int& timedOut) override;
 
     /// Sets the flag to 1.
+    /// throws  as setCondition(): always, when a wait calls it.
     void waitTimedOut() override;
 
     /// Sets the flag to 0.

@@ -161,8 +161,7 @@ void ZZException_6_0::printinternal(ZZException_6_0 const* exc, ...)
     va_end(inserts);
 }
 
-// ---- Failures without inserts
-// --------------------------------------------------------------------
+// ---- Failures without inserts ----------------------------------------------------------------
 
 ZOutOfMemoryException_6_0::ZOutOfMemoryException_6_0()
     : ZZException_6_0(outOfMemory, "ZOutOfMemoryException")
@@ -318,8 +317,7 @@ char const* ZUnsupportedException_6_0::insertTypes() const
     return "";
 }
 
-// ---- Failures that name one text
-// -----------------------------------------------------------------
+// ---- Failures that name one text --------------------------------------------------------------
 
 ZAbstractNotImplementedException_6_0::ZAbstractNotImplementedException_6_0(char const* value)
     : ZZException_6_0(notImplemented, "ZAbstractNotImplementedException"), value_(value)
@@ -485,8 +483,7 @@ char const* ZFromUTF8Exception_6_0::insertTypes() const
     return "s";
 }
 
-// ---- Failures whose message number the raiser chooses
-// --------------------------------------------
+// ---- Failures whose message number the raiser chooses ------------------------------------------
 
 ZThreadException_6_0::ZThreadException_6_0(int messageNumber, int rc)
     : ZZException_6_0(messageNumber, "ZThreadException"), rc_(rc)
@@ -751,8 +748,7 @@ char const* ZInvalidResourceStateException_6_0::insertTypes() const
     return "s";
 }
 
-// ---- Shared libraries
-// ----------------------------------------------------------------------------
+// ---- Shared libraries ------------------------------------------------------------------------
 
 ZSharedLibraryException_6_0::ZSharedLibraryException_6_0(int messageNumber, char const* name,
                                                          char const* library, char const* error,
@@ -832,8 +828,7 @@ char const* ZSharedLibraryResolveException_6_0::insertTypes() const
     return "ssds";
 }
 
-// ---- Configuration files
-// -------------------------------------------------------------------------
+// ---- Configuration files ---------------------------------------------------------------------
 
 ZPropertiesException_6_0::ZPropertiesException_6_0(int messageNumber, char const* name,
                                                    char const* file)

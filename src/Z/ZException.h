@@ -7,8 +7,8 @@
 // exception, then call throwException() with the raising module and site; it throws a copy.
 // Catch by reference to ZException_6_0, ZZException_6_0 or a concrete class.
 // Ownership: names and source names are static text, never freed; inserts are copied. When memory
-// is short an insert is cut to what fits inside the object: making, copying and throwing an
-// exception never raises another.
+// is short an insert is cut to the 95 bytes that fit inside the object: making, copying and
+// throwing an exception never raises another.
 // Threads: an exception object belongs to one thread at a time.
 #pragma once
 
@@ -47,12 +47,15 @@ public:
     virtual unsigned where() const;
 
     /// Reports the exception with its inserts through the installed message service.
+    /// throws  what that service throws.
     virtual void print() = 0;
 
     /// Stores the location and throws a copy of the exception.
+    /// owns    `file` is borrowed for ever: static text.
     [[noreturn]] virtual void throwException(char const* file, int line) = 0;
 
     /// Asks the installed message service to report the exception.
+    /// throws  what that service throws.
     virtual void dumpException();
 
     /// Returns the index into the message table.
@@ -267,7 +270,8 @@ private:
 
 // ---- Failures whose message number the raiser chooses ------------------------------------------
 
-// A thread call failed. Texts 15-18, 20, 29, 30; insert: the return code.
+// A thread call failed, or a call of a thread pool's mutex or condition. Texts 15-17, 20, 29, 30,
+// of a pool 3, 5-7, 10; insert: the return code.
 class ZThreadException_6_0 : public ZZException_6_0 {
 public:
     ZThreadException_6_0(int messageNumber, int rc);
@@ -283,7 +287,7 @@ private:
     int32_t rc_;
 };
 
-// A mutex or condition call failed. Texts 3-10, 21, 27; insert: the return code.
+// A condition call failed. Texts 7, 9, 10, 27; insert: the return code.
 class ZConditionException_6_0 : public ZZException_6_0 {
 public:
     ZConditionException_6_0(int messageNumber, int rc);
@@ -299,7 +303,7 @@ private:
     int32_t rc_;
 };
 
-// A converter could not be opened. Text 2.
+// A converter could not be opened. Text 2. For callers: nothing in the library raises it.
 class ZConverterException_6_0 : public ZZException_6_0 {
 public:
     ZConverterException_6_0(int messageNumber, char const* from, char const* to, char const* error);
@@ -333,7 +337,7 @@ private:
     int32_t rc_;
 };
 
-// A resource could not be created. Insert: the return code.
+// A resource could not be created: a mutex, with text 3. Insert: the return code.
 class ZCreateResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZCreateResourceException_6_0(int messageNumber, int rc);
@@ -342,7 +346,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock could not be obtained. Insert: the return code.
+// A lock could not be obtained. Text 5, of a process lock 33; insert: the return code.
 class ZLockResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZLockResourceException_6_0(int messageNumber, int rc);
@@ -351,7 +355,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock could not be released. Insert: the return code.
+// A lock could not be released. Text 6, of a process lock 34; insert: the return code.
 class ZUnlockResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZUnlockResourceException_6_0(int messageNumber, int rc);
@@ -360,7 +364,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock file could not be read. Insert: the return code.
+// A lock file could not be read. Text 35; insert: the return code.
 class ZReadResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZReadResourceException_6_0(int messageNumber, int rc);
@@ -369,7 +373,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock file could not be written. Insert: the return code.
+// A lock file could not be written. Text 33; insert: the return code.
 class ZWriteResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZWriteResourceException_6_0(int messageNumber, int rc);
@@ -378,7 +382,8 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A resource could not be opened. Inserts: the return code, the text.
+// A resource could not be opened. For callers: nothing in the library raises it. Inserts: the
+// return code, the text.
 class ZOpenResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZOpenResourceException_6_0(int messageNumber, int rc, char const* value);
@@ -394,7 +399,8 @@ private:
     Text value_;
 };
 
-// A resource could not be closed. Inserts: the return code, the text.
+// A resource could not be closed. For callers: nothing in the library raises it. Inserts: the
+// return code, the text.
 class ZCloseResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZCloseResourceException_6_0(int messageNumber, int rc, char const* value);
@@ -511,7 +517,8 @@ private:
     Text key_;
 };
 
-// A value cannot be read as asked. Message 39; inserts: file, value, key, category.
+// A value cannot be read as asked. Message 39, or that of the two classes below, which are thrown
+// as this one; inserts: file, value, key, category.
 class ZPropertiesInvalidValueException_6_0 : public ZPropertiesException_6_0 {
 public:
     ZPropertiesInvalidValueException_6_0(char const* file, char const* category, char const* key,

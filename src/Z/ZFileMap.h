@@ -4,6 +4,8 @@
 //
 // Ownership: a map owns its mapping and its descriptor, and gives both back when it is destroyed.
 // Threads: unsynchronised; callers serialise access to one map.
+// Giving the descriptor back drops the record locks that the process holds on the file, as every
+// close() does: a file that is locked for others to see is not mapped besides.
 #pragma once
 
 #include "ZLCString.h"
@@ -18,6 +20,7 @@ public:
     /// Names the file; nothing is opened.
     /// range   `reserved` is kept with the object and has no effect.
     /// owns    `name` is copied.
+    /// throws  ZOutOfMemoryException_6_0.
     ZAbstractFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved);
 
     /// Names the same file; nothing is mapped.
@@ -51,6 +54,7 @@ public:
     /// Names the file; nothing is opened.
     /// range   `reserved` is kept with the object and has no effect.
     /// owns    `name` is copied.
+    /// throws  ZOutOfMemoryException_6_0.
     ZUnixFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved);
 
     /// Names the same file; nothing is mapped.
@@ -66,7 +70,7 @@ public:
     ///
     /// A map that holds a mapping gives that back first. Read-write, a missing or empty file is
     /// created (mode 0600) and a shorter one extended to `length`, with its room on the disk.
-    /// range   `length` 0 means the file's size.
+    /// range   `length` 0 means the file's size. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
     /// codes   `*err` is 0, or: 22 (EINVAL) when there is nothing to map, which is also how an
     ///         empty file answers to a length of 0; else the errno of what failed. Nothing stays
@@ -77,6 +81,7 @@ public:
     void* mapfile(int* err, unsigned long length) override;
 
     /// Takes the mapping back and closes the file.
+    /// range   `err` may be null.
     /// codes   `*err` is the errno of munmap() or close() when one fails, and else untouched.
     void unmapfile(int* err) override;
 

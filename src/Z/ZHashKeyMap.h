@@ -136,9 +136,13 @@ public:
     void removeAll() override;
     /// Adds every key to `target`, in the order of ZHashMap_6_0.
     /// owns    as `target.add()` does.
+    /// throws  what `target.add()` raises; `target` has the members it had before then.
+    /// cost    O(buckets + keys).
     void listKeys(ZList_6_0& target) const override;
-    /// Adds every value to `target`, in the order of ZHashMap_6_0.
+    /// Adds every value to `target`, a null one too, in the order of ZHashMap_6_0.
     /// owns    as `target.add()` does.
+    /// throws  what `target.add()` raises; `target` has the members it had before then.
+    /// cost    O(buckets + keys).
     void listObjects(ZList_6_0& target) const override;
 
 private:

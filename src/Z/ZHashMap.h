@@ -88,9 +88,8 @@ public:
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others of its bucket.
     /// range   not null; an owning map puts nothing when `entry` cannot be cloned.
-    /// owns    an owning map stores `entry->clone()`
-    ///         and deletes what it replaces;
-    ///         `entry` stays the caller's either way.
+    /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
+    ///         the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what clone() raises.
     /// cost    O(1) expected, plus one clone when owning.
     void putEntry(ZObject_6_0* entry) override;
@@ -144,9 +143,8 @@ public:
     /// cost    O(n).
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others.
-    /// owns    an owning map stores `entry->clone()`
-    ///         and deletes what it replaces;
-    ///         `entry` stays the caller's either way.
+    /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
+    ///         the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what clone() raises.
     /// cost    O(n).
     void putEntry(ZObject_6_0* entry) override;
@@ -161,6 +159,7 @@ public:
     void removeEntry(ZObject_6_0* probe) override;
     /// Adds every entry to `target`.
     /// owns    as `target.addList()` does.
+    /// throws  what `target.addList()` raises.
     void list(ZList_6_0& target) const override;
     /// Returns the index of the first entry that `probe` equals; -1 when there is none.
     virtual int getIndex(ZObject_6_0 const* probe) const;

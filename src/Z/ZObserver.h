@@ -77,7 +77,8 @@ public:
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns a new wrapper of the same observer.
-    /// owns    owned by the caller.
+    /// owns    owned by the caller; released with delete.
+    /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
 
     ZObserverInterface_6_0* observer() const { return observer_; }  // the wrapped observer
@@ -89,6 +90,8 @@ private:
 /// Keeps a list of observers; the base of what can be observed.
 class ZAbstractObservable_6_0 : public ZObservableInterface_6_0 {
 public:
+    /// Makes an observable without observers.
+    /// throws  ZOutOfMemoryException_6_0; what making a lock throws.
     ZAbstractObservable_6_0();
     ZAbstractObservable_6_0(ZAbstractObservable_6_0 const&) = delete;
     ZAbstractObservable_6_0& operator=(ZAbstractObservable_6_0 const&) = delete;
@@ -98,9 +101,12 @@ public:
     /// Registers `observer`; one that is registered already stays so, once.
     /// range   null is ignored.
     /// owns    borrowed until it is unregistered.
+    /// throws  ZOutOfMemoryException_6_0; the list is as it was then.
+    /// cost    O(n).
     void addObserver(ZObserverInterface_6_0* observer) override;
 
     /// Unregisters `observer`; one that is not registered is ignored.
+    /// cost    O(n).
     void deleteObserver(ZObserverInterface_6_0* observer) override;
 
     /// Unregisters all observers.
@@ -143,7 +149,8 @@ public:
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns a new announcement of the same numbers.
-    /// owns    owned by the caller.
+    /// owns    owned by the caller; released with delete.
+    /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
 
     virtual unsigned long getSequence() const;      // the new shared number
