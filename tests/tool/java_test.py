@@ -67,6 +67,21 @@ class JavaTest(tool.ToolTest):
         self.given("")
         self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
 
+    def test_a_zero_byte_is_part_of_a_value(self):
+        self.given("a = 1\0 2\n")
+        self.expect(DONE, "1\0 2\n", "java", self.java, "get", "a")
+        self.expect(DONE, "a = 1\\u0000 2\n", "java", self.java, "list")
+
+    def test_a_byte_order_mark_is_named(self):
+        self.given(b"\xEF\xBB\xBFa = 1\n")
+        mark = "check` what is not read, as line 1"
+        self.expect(NOT_FOUND, mark, "java", self.java, "get", "a")
+        run = self.run_tool("java", self.java, "check")
+        self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 0 comments\n"),
+                         (run.returncode, run.stdout))
+        self.assertIn("byte order mark", run.stderr)
+        self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from", self.java)
+
     def test_line_numbers_are_those_of_an_editor(self):
         for end in ("\n", "\r\n", "\r"):
             with self.subTest(end):
@@ -78,7 +93,11 @@ class JavaTest(tool.ToolTest):
         rows = (
             (INVALID_DATA, "a = 1\nbad\n", UNREAD),
             (INVALID_DATA, "a = 1", "the last line has no line end"),
-            (INVALID_DATA, "a = 1\0 2\n", "zero byte"),
+            (INVALID_DATA, "a = 1\0 2\n", "the line has a zero byte, which is not stored; take it out"),
+            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nb = 2\n", ':1: "\ufeffa = 1": the file begins with a byte '
+             "order mark; save it as UTF-8 without one"),
+            (INVALID_DATA, b"\xEF\xBB\xBF# words\n", "byte order mark"),
+            (INVALID_DATA, "a = 1\n".encode("utf-16"), "the file is UTF-16 text"),
             (REFUSED, "# words\na = 1\n", "use --drop-comments"),
             (REFUSED, "a = 1\n! words", "use --drop-comments"),
             (INVALID_VALUE, "k = 😀\n", "the value \"😀\" of key k has a character"),

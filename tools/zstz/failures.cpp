@@ -41,22 +41,14 @@ char const* reason(std::string const& line)
     return "a key before the first stanza; put it below a [stanza] head";
 }
 
-bool beginsWith(std::string_view text, std::string_view start)
-{
-    return text.substr(0, start.size()) == start;
-}
-
 // What is wrong with a line, judged by its bytes in the file; null when they tell no more than its
 // text.
 char const* reason(Piece const& piece)
 {
     if (piece.isTorn)
         return kTornLine;
-    if (piece.line == 1 && beginsWith(piece.bytes, "\xEF\xBB\xBF"))
-        return "the file begins with a byte order mark; save it as UTF-8 without one";
-    if (piece.line == 1 &&
-        (beginsWith(piece.bytes, "\xFF\xFE") || beginsWith(piece.bytes, "\xFE\xFF")))
-        return "the file is UTF-16 text; save it as UTF-8 without a byte order mark";
+    if (piece.line == 1 && reportOfMark(piece.bytes) != nullptr)
+        return reportOfMark(piece.bytes);
     return piece.hasZero ? kZeroByte : nullptr;
 }
 

@@ -61,7 +61,8 @@ int javaGet(Request const& request)
     JavaFile const file(request.file);
     auto const entry = file.entries().find(request.key);
     if (entry != file.entries().end()) {
-        puts(joinedPairs(entry->second).c_str());
+        std::string const value = joinedPairs(entry->second) + '\n';
+        fwrite(value.data(), 1, value.size(), stdout);
         return exitDone;
     }
     std::string text = "there is no key " + request.key + " in " + request.file +

@@ -19,6 +19,7 @@ constexpr char kUnread[] =
     "\"#\"";
 constexpr char kBehindUnread[] = "the line is not read, because it follows one that is no entry";
 constexpr char kLastLine[] = "the last line has no line end and is not read; end it with one";
+constexpr char kZero[] = "the line has a zero byte, which is not stored; take it out";
 constexpr char kNoCharacter[] = "a \\u escape in this line is no character; correct it";
 constexpr char kComment[] = "the comment would be lost";
 
@@ -70,7 +71,7 @@ private:
         if (next == syntaxError)
             note(at(), kUnread);
         else if (c == '\0')
-            note(at(), kZeroByte);
+            note(at(), kZero);
         else if (begins && next == commentLine)
             note(at(), kComment);
         // A line end that is an error takes the line behind it along.
@@ -209,8 +210,15 @@ JavaFile::JavaFile(std::string const& path)
         throw;
     }
     entries_ = entriesOf(store);
-    if (!text.empty())
-        lost_ = Watch(text).run(path.c_str());
+    if (text.empty())
+        return;
+    lost_ = Watch(text).run(path.c_str());
+    // The mark belongs to the first key, and would come to stand wherever that key is stored.
+    if (char const* const mark = reportOfMark(text)) {
+        if (!lost_.empty() && lost_.front().number == 1)
+            lost_.erase(lost_.begin());
+        lost_.insert(lost_.begin(), {1, text.substr(0, text.find_first_of("\r\n")), mark, false});
+    }
 }
 
 std::string lineReport(std::string const& path, LostLine const& line)

@@ -5,6 +5,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+char const* reportOfMark(std::string_view bytes)
+{
+    auto const begins = [bytes](std::string_view mark) {
+        return bytes.substr(0, mark.size()) == mark;
+    };
+    if (begins("\xEF\xBB\xBF"))
+        return "the file begins with a byte order mark; save it as UTF-8 without one";
+    if (begins("\xFF\xFE") || begins("\xFE\xFF"))
+        return "the file is UTF-16 text; save it as UTF-8 without a byte order mark";
+    return nullptr;
+}
+
 std::string contents(std::string const& path)
 {
     std::string text;

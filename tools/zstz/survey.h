@@ -16,6 +16,10 @@ constexpr char kTornLine[] =
     "over several lines of the key";
 constexpr char kZeroByte[] = "the line has a zero byte, behind which nothing is read; take it out";
 
+/// Returns what is to be said about a file that begins with these bytes when a byte order mark is
+/// among them, which is no mark to those who read the file; else null.
+char const* reportOfMark(std::string_view bytes);
+
 // A part of a line that the library reads as a line of its own.
 struct Piece {
     size_t number;  // as the library counts lines, from 1
