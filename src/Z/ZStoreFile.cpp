@@ -2,15 +2,22 @@
 
 #include <errno.h>
 #include <limits.h>
+#include <linux/fs.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/ioctl.h>
+#include <sys/vfs.h>
 #include <time.h>
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
+
+#include "ZAdler32.h"
 
 namespace {
 
@@ -38,6 +45,89 @@ uint32_t checksum(View bytes, uint32_t crc = 0)
         return crc;
     return static_cast<uint32_t>(
         crc32_z(crc, reinterpret_cast<Bytef const*>(bytes.data), bytes.length));
+}
+
+// Adler-32, which reads memory at its full speed, for the long stretches that a store leaves alone.
+uint32_t quickChecksum(View bytes)
+{
+    unsigned long sum = 1;
+    while (bytes.length > 0) {
+        size_t const length = std::min<size_t>(bytes.length, UINT_MAX);
+        sum = ZAdler32_6_0::adler32(sum, reinterpret_cast<unsigned char const*>(bytes.data),
+                                    static_cast<unsigned int>(length));
+        bytes = {bytes.data + length, bytes.length - length};
+    }
+    return static_cast<uint32_t>(sum);
+}
+
+// ---- What two texts have in common -------------------------------------------------------------
+
+constexpr size_t kBlock = 4096;  // compared at once
+
+size_t commonBeginning(View a, View b)
+{
+    size_t const most = std::min(a.length, b.length);
+    size_t n = 0;
+    while (most - n >= kBlock && memcmp(a.data + n, b.data + n, kBlock) == 0)
+        n += kBlock;
+    while (n < most && a.data[n] == b.data[n])
+        ++n;
+    return n;
+}
+
+size_t commonEnd(View a, View b)
+{
+    char const* const endOfA = a.data + a.length;
+    char const* const endOfB = b.data + b.length;
+    size_t const most = std::min(a.length, b.length);
+    size_t n = 0;
+    while (most - n >= kBlock && memcmp(endOfA - n - kBlock, endOfB - n - kBlock, kBlock) == 0)
+        n += kBlock;
+    while (n < most && *(endOfA - n - 1) == *(endOfB - n - 1))
+        ++n;
+    return n;
+}
+
+View behind(View bytes, size_t n)
+{
+    return {bytes.data + n, bytes.length - n};
+}
+
+View withoutEnd(View bytes, size_t n)
+{
+    return {bytes.data, bytes.length - n};
+}
+
+// What is to be done to an old text to make it the new one: a beginning stays, and so does an end,
+// unless the lengths differ. Then the end that both have moves.
+//
+//     old   beginning  old middle  moved  end
+//     new   beginning  new middle  moved  end
+struct Difference {
+    size_t beginning = 0;
+    size_t end = 0;
+    View oldMiddle;
+    View newMiddle;
+    View moved;
+
+    Difference() = default;
+    Difference(View oldText, View newText);
+
+    bool isEmpty() const { return oldMiddle.length == 0 && newMiddle.length == 0; }
+};
+
+Difference::Difference(View oldText, View newText)
+{
+    beginning = commonBeginning(oldText, newText);
+    oldMiddle = behind(oldText, beginning);
+    newMiddle = behind(newText, beginning);
+    size_t const common = commonEnd(oldMiddle, newMiddle);
+    if (oldText.length == newText.length)
+        end = common;
+    else
+        moved = behind(newMiddle, newMiddle.length - common);
+    oldMiddle = withoutEnd(oldMiddle, common);
+    newMiddle = withoutEnd(newMiddle, common);
 }
 
 // ---- Paths -------------------------------------------------------------------------------------
@@ -91,6 +181,48 @@ int syncFile(int fd)
     return error == EINVAL ? 0 : error;  // a file system that has nothing to sync
 }
 
+// Contents and length, but no times.
+int syncContents(int fd)
+{
+    int const error = retrying([fd] { return fdatasync(fd); });
+    return error == EINVAL ? 0 : error;
+}
+
+// What a file system does that saves a wait for the disk.
+struct Habits {
+    bool syncsName = false;   // with a file its name, also a new one
+    bool overwrites = false;  // a block in its place
+
+    explicit Habits(int fd);
+};
+
+// The number of ext4 is that of ext2, too, which has neither a log nor extents.
+Habits::Habits(int fd)
+{
+    struct statfs system;
+    if (fstatfs(fd, &system) != 0)
+        return;
+    int flags = 0;
+    bool const ext4 = system.f_type == EXT4_SUPER_MAGIC &&
+                      ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0 &&
+                      (flags & (FS_EXTENT_FL | FS_INLINE_DATA_FL)) == FS_EXTENT_FL;
+    overwrites = ext4 || system.f_type == XFS_SUPER_MAGIC;
+    syncsName = overwrites || system.f_type == BTRFS_SUPER_MAGIC;
+}
+
+// Waits until the contents will be on disk as soon as anything else is that is synced later.
+int syncBeforeOthers(int fd)
+{
+    if (!Habits(fd).overwrites)
+        return syncContents(fd);
+    // The disk has them then, at least in its cache, and every sync empties that.
+    return retrying([fd] {
+        return sync_file_range(
+            fd, 0, 0,
+            SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    });
+}
+
 int syncDirectory(std::string const& path)
 {
     int const fd = zopenPrivate(path.c_str(), O_RDONLY | O_DIRECTORY, 0);
@@ -135,7 +267,8 @@ int readAll(int fd, Bytes& out)
     if (fstat(fd, &status) != 0)
         return errno;
     // One byte more than the size, so that the end shows in the same call.
-    size_t room = static_cast<size_t>(status.st_size) + 1;
+    auto const size = static_cast<size_t>(status.st_size);
+    size_t room = size + 1;
     Bytes bytes(room);
     size_t length = 0;
     for (;;) {
@@ -147,9 +280,9 @@ int readAll(int fd, Bytes& out)
             continue;
         if (n < 0)
             return errno;
-        if (n == 0)
-            break;
         length += static_cast<size_t>(n);
+        if (n == 0 || length == size)
+            break;
     }
     bytes.setLength(length);
     out = std::move(bytes);
@@ -184,9 +317,9 @@ int invalidate(std::string const& path)
     if (error == 0 && end > static_cast<off_t>(kChecksum))
         error = writeAllAt(fd, {kNothing, kChecksum}, end - static_cast<off_t>(kChecksum));
     if (error == 0)
-        error = retrying([fd] { return fdatasync(fd); });
+        error = syncBeforeOthers(fd);
     close(fd);
-    return error == EINVAL ? 0 : error;
+    return error;
 }
 
 // Removes the journal in `directory` for good: nothing that a power cut may bring back counts. The
@@ -280,22 +413,28 @@ private:
 
 // Its form; numbers are little-endian:
 //
-//     0   8  "ZSTORE1\n"
-//     8   8  length of the old text
-//    16   8  length of the new text
-//    24   8  length of the new companion, all ones: there is to be none
-//    32   8  length of the old companion, all ones: there was none
-//    40   4  CRC-32 of the old companion
-//    44   4  length of the companion's path, 0: the companion is not concerned
-//    48      the path, the old text, the new text, the new companion
+//     0   8  "ZSTORE2\n"
+//     8   8  length of the beginning that stays
+//    16   8  length of the end that stays; 0 when the lengths of the texts differ
+//    24   8  length of the old middle
+//    32   8  length of the new middle
+//    40   8  length of the end that moves
+//    48   8  length of the new companion, all ones: there is to be none
+//    56   8  length of the old companion, all ones: there was none
+//    64   4  CRC-32 of the old companion
+//    68   4  Adler-32 of the beginning that stays
+//    72   4  Adler-32 of the end that stays
+//    76   4  length of the companion's path, 0: the companion is not concerned
+//    80      the path, the old middle, the new middle, the end that moves, the new companion
 //         4  CRC-32 of all that comes before
 struct ZStoreFile::Journal {
-    static constexpr char kMagic[] = "ZSTORE1\n";
-    static constexpr size_t kHeader = 48;
+    static constexpr char kMagic[] = "ZSTORE2\n";
+    static constexpr size_t kHeader = 80;
     static constexpr uint64_t kNone = ~uint64_t{0};
 
-    View oldText;
-    View newText;
+    Difference difference;
+    uint32_t beginningChecksum = 0;
+    uint32_t endChecksum = 0;
     std::string companion;  // path; empty: not concerned
     bool newIsNone = true;
     View newCompanion;
@@ -310,6 +449,8 @@ struct ZStoreFile::Journal {
     bool parse();
     bool concernsFile(bool present, View contents) const;
     bool mixes(View main) const;
+    bool isOld(View main) const;
+    Bytes newText(View main) const;
 };
 
 namespace {
@@ -334,11 +475,16 @@ uint64_t getNumber(char const* from, size_t bytes)
 std::string ZStoreFile::Journal::header() const
 {
     std::string out(kMagic, sizeof kMagic - 1);
-    putNumber(out, oldText.length, 8);
-    putNumber(out, newText.length, 8);
+    putNumber(out, difference.beginning, 8);
+    putNumber(out, difference.end, 8);
+    putNumber(out, difference.oldMiddle.length, 8);
+    putNumber(out, difference.newMiddle.length, 8);
+    putNumber(out, difference.moved.length, 8);
     putNumber(out, newIsNone ? kNone : newCompanion.length, 8);
     putNumber(out, oldIsNone ? kNone : oldLength, 8);
     putNumber(out, oldChecksum, 4);
+    putNumber(out, beginningChecksum, 4);
+    putNumber(out, endChecksum, 4);
     putNumber(out, companion.size(), 4);
     return out + companion;
 }
@@ -353,12 +499,17 @@ bool ZStoreFile::Journal::parse()
     left -= kChecksum;
     if (getNumber(data + left, kChecksum) != checksum({data, left}))
         return false;
-    uint64_t const oldSize = getNumber(data + 8, 8);
-    uint64_t const newSize = getNumber(data + 16, 8);
-    uint64_t const packed = getNumber(data + 24, 8);
-    oldLength = getNumber(data + 32, 8);
-    oldChecksum = static_cast<uint32_t>(getNumber(data + 40, 4));
-    uint64_t const pathSize = getNumber(data + 44, 4);
+    difference.beginning = getNumber(data + 8, 8);
+    difference.end = getNumber(data + 16, 8);
+    uint64_t const oldSize = getNumber(data + 24, 8);
+    uint64_t const newSize = getNumber(data + 32, 8);
+    uint64_t const movedSize = getNumber(data + 40, 8);
+    uint64_t const packed = getNumber(data + 48, 8);
+    oldLength = getNumber(data + 56, 8);
+    oldChecksum = static_cast<uint32_t>(getNumber(data + 64, 4));
+    beginningChecksum = static_cast<uint32_t>(getNumber(data + 68, 4));
+    endChecksum = static_cast<uint32_t>(getNumber(data + 72, 4));
+    uint64_t const pathSize = getNumber(data + 76, 4);
     newIsNone = packed == kNone;
     oldIsNone = oldLength == kNone;
 
@@ -373,8 +524,10 @@ bool ZStoreFile::Journal::parse()
         return true;
     };
     View path;
-    if (!take(pathSize, path) || !take(oldSize, oldText) || !take(newSize, newText) ||
-        !take(newIsNone ? 0 : packed, newCompanion) || left != 0)
+    if (!take(pathSize, path) || !take(oldSize, difference.oldMiddle) ||
+        !take(newSize, difference.newMiddle) || !take(movedSize, difference.moved) ||
+        !take(newIsNone ? 0 : packed, newCompanion) || left != 0 ||
+        (difference.end != 0 && oldSize != newSize))
         return false;
     companion.assign(path.data, path.length);
     return companion.find('\0') == std::string::npos;
@@ -428,23 +581,64 @@ bool ZStoreFile::Journal::concernsFile(bool present, View contents) const
     return isNew || isOld;
 }
 
-// Whether `main` is the new text, or what an interrupted rewrite of the old text leaves: at each
-// place the old byte or the new one. Behind the shorter text it may be a zero byte: cutting a file
-// zeroes the rest of its last block, and that may reach the disk before the new length does.
+// Whether `main` is the old text, the new text, or what an interrupted rewrite leaves: beginning
+// and end as they were; between them at each place the old byte or the new one. Behind the shorter
+// text it may be a zero byte: cutting a file zeroes the rest of its last block, and that may reach
+// the disk before the new length does.
 bool ZStoreFile::Journal::mixes(View main) const
 {
-    View const& shorter = oldText.length < newText.length ? oldText : newText;
-    View const& longer = oldText.length < newText.length ? newText : oldText;
-    if (main.length < shorter.length || main.length > longer.length)
+    if (main.length < difference.beginning || main.length - difference.beginning < difference.end)
         return false;
-    for (size_t i = 0; i < main.length; ++i) {
-        char const c = main.data[i];
-        bool const either = (i < oldText.length && c == oldText.data[i]) ||
-                            (i < newText.length && c == newText.data[i]);
-        if (!either && (i < shorter.length || c != '\0'))
+    size_t const length = main.length - difference.beginning - difference.end;
+    size_t const oldSize = difference.oldMiddle.length + difference.moved.length;
+    size_t const newSize = difference.newMiddle.length + difference.moved.length;
+    size_t const shorter = std::min(oldSize, newSize);
+    if (length < shorter || length > std::max(oldSize, newSize) ||
+        quickChecksum({main.data, difference.beginning}) != beginningChecksum ||
+        quickChecksum(behind(main, main.length - difference.end)) != endChecksum)
+        return false;
+    char const* const middle = main.data + difference.beginning;
+    auto const has = [this](View const& text, size_t i, char c) {
+        if (i < text.length)
+            return c == text.data[i];
+        i -= text.length;
+        return i < difference.moved.length && c == difference.moved.data[i];
+    };
+    for (size_t i = 0; i < length; ++i)
+        if (!has(difference.oldMiddle, i, middle[i]) && !has(difference.newMiddle, i, middle[i]) &&
+            (i < shorter || middle[i] != '\0'))
             return false;
-    }
     return true;
+}
+
+// Whether `main`, which mixes, is the old text, and that is not the new one, too.
+bool ZStoreFile::Journal::isOld(View main) const
+{
+    View const rest = withoutEnd(behind(main, difference.beginning), difference.end);
+    View const& middle = difference.oldMiddle;
+    return !difference.isEmpty() && rest.length == middle.length + difference.moved.length &&
+           sameBytes({rest.data, middle.length}, middle) &&
+           sameBytes(behind(rest, middle.length), difference.moved);
+}
+
+// Returns the new text, of which `main`, which mixes, has beginning and end.
+Bytes ZStoreFile::Journal::newText(View main) const
+{
+    View const parts[] = {{main.data, difference.beginning},
+                          difference.newMiddle,
+                          difference.moved,
+                          behind(main, main.length - difference.end)};
+    size_t length = 0;
+    for (View const& part : parts)
+        length += part.length;
+    Bytes text(length);
+    char* at = text.data();
+    for (View const& part : parts) {
+        if (part.length > 0)
+            memcpy(at, part.data, part.length);
+        at += part.length;
+    }
+    return text;
 }
 
 // ---- Writing -----------------------------------------------------------------------------------
@@ -467,8 +661,10 @@ private:
     int failed(char const* call, std::string const& file, int error);
     [[noreturn]] void raise() const;
 
+    bool isAsWanted(int companion) const;
     int writeJournal();
     int writeJournalTo(int fd, Journal const& journal);
+    View rewritten(View text) const;
     int pad();
     int reserve();
     int prepareCompanion(View contents);
@@ -483,14 +679,16 @@ private:
 
     ZStoreFile& file_;
     View const text_;
+    Difference const difference_;  // between the file's text and `text_`
     Companion const& companion_;
+    Companion::Change companionChange_;
 
     // Made beforehand: once the journal is there, nothing allocates any more.
     std::string const directory_;  // of file and journal
     std::string const newJournal_;
     std::string const companionDirectory_;
     std::string const newCompanion_;
-    Bytes padded_;        // the text as written without a journal, when the old one is longer
+    Bytes padded_;        // what is written without a journal when the old text is longer
     Bytes oldCompanion_;  // what the companion held
     bool hadCompanion_ = false;
     ZSharedFile companionFile_;  // open when it has to be written in place
@@ -509,7 +707,9 @@ private:
 ZStoreFile::Writer::Writer(ZStoreFile& file, View text, Companion const& companion)
     : file_(file),
       text_(text),
+      difference_(viewOf(file.main_), text),
       companion_(companion),
+      companionChange_(companion.change),
       directory_(directoryOf(file.journal_)),
       newJournal_(file.journal_ + ".new"),
       companionDirectory_(directoryOf(companion.path)),
@@ -534,7 +734,7 @@ void ZStoreFile::Writer::raise() const
 
 void ZStoreFile::Writer::commit()
 {
-    if (companion_.change != Companion::kept) {
+    if (companionChange_ != Companion::kept) {
         std::string const& path = companion_.path;
         ZSharedFile shared;
         int error = shared.open(path.c_str(), O_RDONLY, 0);
@@ -548,9 +748,12 @@ void ZStoreFile::Writer::commit()
             throw Failure{path, "access()", EPERM};
         if (error != 0 && error != ENOENT)
             throw Failure{path, "fopen(w)", error};
+        if (companionChange_ == Companion::written && hadCompanion_ &&
+            isAsWanted(shared.descriptor()))
+            companionChange_ = Companion::kept;
     }
     try {
-        bool const writes = companion_.change == Companion::written;
+        bool const writes = companionChange_ == Companion::written;
         if (writeJournal() == 0 && pad() == 0 && reserve() == 0 &&
             (!writes || prepareCompanion(companion_.contents) == 0) && writeText() == 0 &&
             moveCompanion() == 0 && removeJournal() == 0)
@@ -568,7 +771,7 @@ void ZStoreFile::Writer::finish()
     struct stat status;
     journalled_ = true;
     hadCompanion_ = stat(companion_.path.c_str(), &status) == 0;
-    bool const writes = companion_.change == Companion::written;
+    bool const writes = companionChange_ == Companion::written;
     if (reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
         writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0)
         return;
@@ -576,15 +779,27 @@ void ZStoreFile::Writer::finish()
     raise();
 }
 
+// Whether the companion has its contents already, and owner, group and mode of the file.
+bool ZStoreFile::Writer::isAsWanted(int companion) const
+{
+    struct stat const& model = file_.status_;
+    struct stat status;
+    return sameBytes(viewOf(oldCompanion_), companion_.contents) &&
+           fstat(companion, &status) == 0 && status.st_uid == model.st_uid &&
+           status.st_gid == model.st_gid && status.st_nlink == 1 &&
+           ((status.st_mode ^ model.st_mode) & kPermissions) == 0;
+}
+
 // Leaves `journalled_` false, and returns 0, when the directory does not allow a journal.
 int ZStoreFile::Writer::writeJournal()
 {
     Journal journal;
-    journal.oldText = viewOf(file_.main_);
-    journal.newText = text_;
-    if (companion_.change != Companion::kept) {
+    journal.difference = difference_;
+    journal.beginningChecksum = quickChecksum({text_.data, difference_.beginning});
+    journal.endChecksum = quickChecksum(behind(text_, text_.length - difference_.end));
+    if (companionChange_ != Companion::kept) {
         journal.companion = companion_.path;
-        journal.newIsNone = companion_.change == Companion::removed;
+        journal.newIsNone = companionChange_ == Companion::removed;
         journal.newCompanion = journal.newIsNone ? View() : companion_.contents;
         journal.oldIsNone = !hadCompanion_;
         journal.oldLength = oldCompanion_.length();
@@ -601,13 +816,14 @@ int ZStoreFile::Writer::writeJournal()
         removeFile(newJournal_);
         throw;
     }
+    bool const named = error == 0 && !file_.made_ && Habits(fd).syncsName;
     if (::close(fd) != 0 && error == 0)
         error = failed("close()", newJournal_, errno);
     if (error != 0) {
         removeFile(newJournal_);
         return error;
     }
-    return failed("fsync()", file_.journal_, syncDirectory(directory_));
+    return named ? 0 : failed("fsync()", file_.journal_, syncDirectory(directory_));
 }
 
 // The journal gets its name before it is synced, so that most file systems write both at once: one
@@ -619,9 +835,15 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     bool owned = false;
     if (int const error = takeAfter(fd, file_.status_, owned))
         return failed("fchmod()", newJournal_, error);
+    // What another program has written and not synced has to be there before we write over it.
+    if (int const error = syncBeforeOthers(file_.fd_))
+        return failed("fdatasync()", file_.path_, error);
     std::string const header = journal.header();
-    View const parts[] = {
-        {header.data(), header.size()}, journal.oldText, journal.newText, journal.newCompanion};
+    View const parts[] = {{header.data(), header.size()},
+                          difference_.oldMiddle,
+                          difference_.newMiddle,
+                          difference_.moved,
+                          journal.newCompanion};
     uint32_t crc = 0;
     for (View const& part : parts) {
         crc = checksum(part, crc);
@@ -638,15 +860,22 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     return failed("fsync()", file_.journal_, syncFile(fd));
 }
 
+// What of a text is written in place.
+View ZStoreFile::Writer::rewritten(View text) const
+{
+    return withoutEnd(behind(text, difference_.beginning), difference_.end);
+}
+
 // Without a journal, makes a shorter text as long as the old one.
 int ZStoreFile::Writer::pad()
 {
     if (journalled_ || text_.length >= file_.main_.length())
         return 0;
-    padded_ = Bytes(file_.main_.length());
-    if (text_.length > 0)
-        memcpy(padded_.data(), text_.data, text_.length);
-    memset(padded_.data() + text_.length, '\n', padded_.length() - text_.length);
+    View const text = rewritten(text_);
+    padded_ = Bytes(rewritten(viewOf(file_.main_)).length);
+    if (text.length > 0)
+        memcpy(padded_.data(), text.data, text.length);
+    memset(padded_.data() + text.length, '\n', padded_.length() - text.length);
     return 0;
 }
 
@@ -700,25 +929,30 @@ int ZStoreFile::Writer::writeText()
     auto const length = static_cast<off_t>(text_.length);
     int const fd = file_.fd_;
     textTouched_ = true;
-    if (int const error = writeAllAt(fd, pads ? viewOf(padded_) : text_, 0))
+    if (int const error = writeAllAt(fd, pads ? viewOf(padded_) : rewritten(text_),
+                                     static_cast<off_t>(difference_.beginning)))
         return failed("write()", file_.path_, error);
     if (text_.length < file_.main_.length())
         if (int const error = retrying([=] { return ftruncate(fd, length); }))
             return failed("ftruncate()", file_.path_, error);
-    if (int const error = syncFile(fd))
-        return failed("fsync()", file_.path_, error);
+    // Its time tells other stores that the file was stored, even when only the companion changed.
+    if (difference_.isEmpty())
+        if (int const error = retrying([=] { return futimens(fd, nullptr); }))
+            return failed("futimens()", file_.path_, error);
+    if (int const error = syncContents(fd))
+        return failed("fdatasync()", file_.path_, error);
     return failed("fstat()", file_.path_, fstat(fd, &file_.status_) != 0 ? errno : 0);
 }
 
 int ZStoreFile::Writer::moveCompanion()
 {
-    if (companion_.change == Companion::kept)
+    if (companionChange_ == Companion::kept)
         return 0;
     std::string const& path = companion_.path;
     companionTouched_ = true;
     if (inPlace_)
         return writeCompanionInPlace(companion_.contents);
-    if (companion_.change == Companion::removed) {
+    if (companionChange_ == Companion::removed) {
         if (int const error = removeFile(path))
             return failed("unlink()", path, error);
     } else if (rename(newCompanion_.c_str(), path.c_str()) != 0) {
@@ -775,11 +1009,12 @@ int ZStoreFile::Writer::restoreText()
 {
     int const fd = file_.fd_;
     auto const length = static_cast<off_t>(file_.main_.length());
-    if (int const error = writeAllAt(fd, viewOf(file_.main_), 0))
+    if (int const error = writeAllAt(fd, rewritten(viewOf(file_.main_)),
+                                     static_cast<off_t>(difference_.beginning)))
         return error;
     if (int const error = retrying([=] { return ftruncate(fd, length); }))
         return error;
-    return syncFile(fd);
+    return syncContents(fd);
 }
 
 int ZStoreFile::Writer::restoreCompanion()
@@ -932,11 +1167,13 @@ void ZStoreFile::pick(Use use)
         return;
     SizeSignalGuard const noSignal;
     View const main = viewOf(main_);
-    bool const known = journal->companion.empty() || concernsCompanion(*journal);
-    bool const untouched =
-        sameBytes(main, journal->oldText) && !sameBytes(journal->oldText, journal->newText);
-    if (known && !untouched && journal->mixes(main)) {
+    bool const counts =
+        (journal->companion.empty() || concernsCompanion(*journal)) && journal->mixes(main);
+    bool const untouched = counts && journal->isOld(main);
+    if (counts && !untouched) {
+        Bytes newText = journal->newText(main);
         if (use == Use::load) {
+            main_ = std::move(newText);
             picked_ = std::move(journal);
             return;
         }
@@ -947,7 +1184,7 @@ void ZStoreFile::pick(Use use)
             companion.change = Companion::written;
         else if (!companion.path.empty() && isOwnCompanion(companion.path))
             companion.change = Companion::removed;
-        Writer(*this, journal->newText, companion).finish();
+        Writer(*this, viewOf(newText), companion).finish();
         if (int const error = readAll(fd_, main_))
             throw Failure{path_, "read()", error};
         stamp_ = Stamp(status_);
@@ -958,7 +1195,7 @@ void ZStoreFile::pick(Use use)
     // The writer died before it touched the file, or somebody has written it since. One that stays
     // could take what is stored now for an interrupted rewrite.
     int error = 0;
-    if (known && untouched) {
+    if (untouched) {
         if (!journal->companion.empty())
             removeFile(neighbour(journal->companion, ".new"));
         error = dropJournal(journal_, directoryOf(journal_));
@@ -995,7 +1232,7 @@ bool ZStoreFile::concernsCompanion(Journal const& journal) const
 
 ZStoreFile::View ZStoreFile::text() const
 {
-    return picked_ != nullptr ? picked_->newText : viewOf(main_);
+    return viewOf(main_);
 }
 
 ZStoreFile::Bytes ZStoreFile::readCompanion(char const* name)

@@ -5,17 +5,22 @@
 //
 // The file keeps its inode: it is locked, rewritten in place, cut to length and closed, and other
 // programs need to know only that. What makes it safe is a journal beside it, ".<name>.zjn" in the
-// directory of the real file, which holds the old text, the new text and the new companion, and is
-// on disk before the first byte of the file changes:
+// directory of the real file, which holds what the new text changes, as it was and as it is to be,
+// and the new companion. It is on disk before the first byte of the file changes:
 //
 //     store   lock, read; finish what a dead writer left; the caller renders;
 //             write the journal, reserve the space, write the companion's temporary file;
-//             write the file in place; move the companion into place; remove the journal.
+//             write in place what changes; move the companion into place; remove the journal.
 //     load    lock, read; when a journal is there and the file is neither the old text nor
 //             somebody else's, take the pair from the journal. Nothing is written.
 //
-// A directory that does not allow a journal is no reason to refuse: then the text is written with
-// one call, padded with line feeds to the old length, and cut. See docs/durability.md.
+// A directory that does not allow a journal is no reason to refuse: then what changes is written
+// with one call, padded with line feeds to the old length, and the file is cut. See
+// docs/durability.md.
+//
+// Cost: what differs between the texts, from its first byte to its last, is written twice or three
+// times: old and new into the journal, new in place; what only moves, once and once. On ext4 and
+// XFS three waits for the disk, else four or five, and two more for a companion.
 //
 // Ownership: an object has the file open and locked until it is closed or destroyed.
 // Threads: an object belongs to one thread; objects of one process on one file take turns.
@@ -160,7 +165,7 @@ private:
     int fd_ = -1;
     bool made_ = false;  // this object made the file, and it is empty still
     struct stat status_ = {};
-    Bytes main_;  // what the file holds
+    Bytes main_;  // what the file holds, or what it is to hold by the journal
     Stamp stamp_;
     std::unique_ptr<Journal> picked_;  // set when the journal is what counts
 };

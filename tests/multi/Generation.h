@@ -1,5 +1,8 @@
 // Generation: contents of a configuration file that say of every value which store wrote it, so
 // that a reader can tell a whole file from a torn one.
+//
+// Each fourth generation has all values anew; those behind it differ from it in one line each,
+// which may be as long as it was or a little shorter, and each second one keeps the secret.
 #pragma once
 
 #include <Z/ZArrayList.h>
@@ -7,6 +10,7 @@
 #include <Z/ZStanzaFileProperties.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -21,6 +25,8 @@ struct Torn : std::runtime_error {
 
 class Generation {
 public:
+    static constexpr long kGroup = 4;  // generations that have most of their text in common
+
     /// Generation 0 is an empty file, or none.
     Generation() = default;
 
@@ -108,19 +114,34 @@ private:
 
     size_t lines() const { return size_ / kLine + 1; }
 
+    // The generation that wrote the lines which this one does not change.
+    long base() const { return number_ - number_ % kGroup; }
+
+    bool changes(size_t i) const
+    {
+        return number_ == base() || i == static_cast<size_t>(number_) * 7919 % lines();
+    }
+
     static std::string lineName(size_t i) { return "line" + std::to_string(i); }
 
     std::string line(size_t i) const
     {
-        return letters(i, i + 1 < lines() ? kLine : size_ % kLine + 1);
+        size_t const length = i + 1 < lines() ? kLine : size_ % kLine + 1;
+        if (!changes(i))
+            return letters(base(), i, length);
+        return letters(number_, i, length - std::min<size_t>(number_ % 3, length - 1));
     }
 
-    std::string secret() const { return letters(~size_t{0}, 1 + number_ * 997 % 3000); }
-
-    // Letters that only this place of this generation has.
-    std::string letters(size_t place, size_t length) const
+    std::string secret() const
     {
-        std::minstd_rand random(static_cast<unsigned>(number_ * 7919 + place * 31 + 1));
+        long const number = number_ - number_ % 2;
+        return letters(number, ~size_t{0}, 1 + number * 997 % 3000);
+    }
+
+    // Letters that only this place of generation `number` has.
+    static std::string letters(long number, size_t place, size_t length)
+    {
+        std::minstd_rand random(static_cast<unsigned>(number * 7919 + place * 31 + 1));
         std::string all(length, ' ');
         for (char& c : all)
             c = static_cast<char>('a' + random() / 64 % 26);

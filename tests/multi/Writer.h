@@ -40,10 +40,11 @@ public:
         close(ends_[0]);
     }
 
-    /// Returns the generation of a number: its size is random, but always the same.
+    /// Returns the generation of a number: its size is random, but always the same, and that of its
+    /// whole group.
     static Generation generation(long number, size_t largest)
     {
-        std::minstd_rand random(static_cast<unsigned>(number));
+        std::minstd_rand random(static_cast<unsigned>(number - number % Generation::kGroup));
         random.discard(3);
         return {number, random() % (largest + 1), true};
     }

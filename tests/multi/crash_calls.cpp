@@ -25,6 +25,8 @@ Shape const kShare = {"with companion", {1, 3000, true}, {2, 9000, true}};
 Shape const kMore[] = {
     {"with companion, shorter", {1, 9000, true}, {2, 3000, true}},
     {"with companion, as long", {1, 9000, true}, {2, 9000, true}},
+    {"one line of a generation", {6, 9000, true}, {7, 9000, true}},
+    {"all lines", {7, 9000, true}, {8, 9000, true}},
     {"without companion", {1, 3000, false}, {2, 9000, false}},
     {"without companion, shorter", {1, 9000, false}, {2, 3000, false}},
     {"companion comes", {1, 3000, false}, {2, 9000, true}},

@@ -53,6 +53,7 @@ struct Growth {
 Growth const kShare = {{1, 12000, true}, {2, 40000, true}};
 Growth const kMore[] = {
     {{1, 40000, true}, {2, 12000, true}},   {{1, 40000, true}, {2, 40000, true}},
+    {{2, 40000, true}, {3, 40000, true}},   {{3, 40000, true}, {4, 40000, true}},
     {{1, 12000, false}, {2, 40000, false}}, {{1, 12000, false}, {2, 12000, true}},
     {{1, 12000, true}, {2, 12000, false}},  {{1, 200000, true}, {2, 190000, true}},
 };

@@ -3,9 +3,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <linux/magic.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -37,9 +41,11 @@ struct Plan {
     int dieAt = 0;             // number of the call before which the process ends
     bool shortWrites = false;  // every write and read moves one byte
     std::string failed;        // name of the call that failed
-    size_t longestWrite = 0;   // by pwrite()
-    std::string endings;       // of the journals that were removed, see endingOf()
+    std::vector<std::pair<off_t, size_t>> writes;  // place and length, by pwrite()
+    std::string endings;  // of the journals that were removed, see endingOf()
     int folderSyncs = 0;
+    long system = 0;  // that the files seem to be on; 0: what they are on
+    int flags = 0;    // that the files seem to have there
     std::function<void(std::string const&)> before;  // called with each call's name
 };
 Plan plan;
@@ -103,6 +109,10 @@ int __real_fchmod(int, mode_t);
 int __real_fstat(int, struct stat*);
 int __real_fallocate(int, int, off_t, off_t);
 int __real_fcntl(int, int, ...);
+int __real_futimens(int, timespec const*);
+int __real_fstatfs(int, struct statfs*);
+int __real_ioctl(int, unsigned long, ...);
+int __real_sync_file_range(int, off_t, off_t, unsigned);
 
 int __wrap_open(char const* path, int flags, ...)
 {
@@ -133,8 +143,8 @@ ssize_t __wrap_write(int fd, void const* from, size_t length)
 }
 ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
 {
-    if (length > plan.longestWrite)
-        plan.longestWrite = length;
+    if (plan.watched)
+        plan.writes.emplace_back(offset, length);
     return fails("pwrite") ? -1 : __real_pwrite(fd, from, lengthOf(length), offset);
 }
 int __wrap_fsync(int fd)
@@ -185,6 +195,36 @@ int __wrap_fcntl(int fd, int command, ...)
     void* const argument = va_arg(more, void*);
     va_end(more);
     return fails("fcntl") ? -1 : __real_fcntl(fd, command, argument);
+}
+int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
+{
+    return fails("sync_file_range") ? -1 : __real_sync_file_range(fd, offset, length, flags);
+}
+int __wrap_futimens(int fd, timespec const* times)
+{
+    return fails("futimens") ? -1 : __real_futimens(fd, times);
+}
+int __wrap_fstatfs(int fd, struct statfs* system)
+{
+    if (fails("fstatfs"))
+        return -1;
+    int const rc = __real_fstatfs(fd, system);
+    if (plan.system != 0)
+        system->f_type = plan.system;
+    return rc;
+}
+int __wrap_ioctl(int fd, unsigned long request, ...)
+{
+    va_list more;
+    va_start(more, request);
+    void* const argument = va_arg(more, void*);
+    va_end(more);
+    if (fails("ioctl"))
+        return -1;
+    if (plan.system == 0)
+        return __real_ioctl(fd, request, argument);
+    *static_cast<int*>(argument) = plan.flags;
+    return 0;
 }
 }
 
@@ -284,6 +324,13 @@ protected:
         file.commit(viewOf(pair.text), change(pair));
     }
 
+    // Stores a text whose companion, if any, stays.
+    void storeText(std::string const& text)
+    {
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        file.commit(viewOf(text), ZStoreFile::Companion());
+    }
+
     // Stores in a child that ends at its n-th call; returns false when it got through. Its call
     // `failAt` fails.
     bool storeUpTo(int n, Pair const& pair, int failAt = 0)
@@ -356,6 +403,22 @@ Shape const kShapes[] = {
     {"to nothing", kLong, {"", ""}},
     {"from nothing", {"", ""}, kLong},
 };
+
+// Place and length of what is rewritten in place: behind the common beginning, and before the
+// common end unless that moves.
+using Range = std::pair<off_t, size_t>;
+
+Range rangeOf(std::string const& before, std::string const& after)
+{
+    size_t first = 0;
+    while (first < before.size() && first < after.size() && before[first] == after[first])
+        ++first;
+    size_t last = std::max(before.size(), after.size());
+    if (before.size() == after.size())
+        while (last > first && before[last - 1] == after[last - 1])
+            --last;
+    return {static_cast<off_t>(first), last - first};
+}
 
 }  // namespace
 
@@ -470,6 +533,130 @@ TEST_F(ZStoreFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
+TEST_F(ZStoreFileCase, WritesOnlyWhatDiffers)
+{
+    std::string const head(10000, 'h');
+    std::string const tail(9000, 't');
+    struct Case {
+        char const* name;
+        std::string before;
+        std::string after;
+        Range written;
+        size_t journalled;  // bytes of the texts in the journal
+    };
+    Case const cases[] = {
+        {"one byte", head + "0" + tail, head + "1" + tail, {10000, 1}, 2},
+        {"first byte", "0" + tail, "1" + tail, {0, 1}, 2},
+        {"last byte", head + "0", head + "1", {10000, 1}, 2},
+        {"two places", "0" + head + "0" + tail, "1" + head + "1" + tail, {0, 10002}, 20004},
+        {"longer", head + "0" + tail, head + "123" + tail, {10000, 9003}, 9004},
+        {"shorter", head + "123" + tail, head + "0" + tail, {10000, 9001}, 9004},
+        {"appended", head, head + tail, {10000, 9000}, 9000},
+        {"cut", head + tail, head, {0, 0}, 9000},
+        {"repeated", head + "a" + tail, head + "aa" + tail, {10001, 9001}, 9001},
+        {"all", head, std::string(10000, 'H'), {0, 10000}, 20000},
+        {"nothing", head, head, {0, 0}, 0},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        put({c.before, ""});
+        Plan looking;
+        size_t journal = 0;
+        looking.before = [&](std::string const& call) {
+            if (call == "pwrite" && journal == 0)
+                journal = directory_.read(".conf.zjn").size();
+        };
+        {
+            Watch const watch(looking);
+            storeText(c.after);
+        }
+        EXPECT_EQ(c.after, directory_.read("conf"));
+        EXPECT_EQ(c.journalled, journal - 84);
+        if (c.written.second > 0) {
+            ASSERT_EQ(2u, plan.writes.size());  // the other invalidates the journal
+            EXPECT_EQ(c.written, plan.writes[0]);
+        } else {
+            EXPECT_EQ(1u, plan.writes.size());
+        }
+    }
+}
+
+TEST_F(ZStoreFileCase, TimeOfTheFileMovesEvenWhenItsTextStays)
+{
+    for (Pair const& after : {kShort, Pair{kShort.text, packed("other")}, Pair{kShort.text, ""}}) {
+        put(kShort);
+        timespec const old[] = {{1000, 0}, {1000, 0}};
+        ASSERT_EQ(0, utimensat(AT_FDCWD, path_.c_str(), old, 0));
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        EXPECT_EQ(1000, file.stamp().seconds);
+        file.commit(viewOf(after.text), change(after));
+        EXPECT_LT(1000000000, file.stamp().seconds);
+    }
+}
+
+TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
+{
+    struct stat before;
+    struct stat after;
+    put(kShort);
+    ASSERT_EQ(0, stat(companion_.c_str(), &before));
+    store({kLong.text, kShort.companion});
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    // But not when it is more readable than the file, or has another name.
+    ASSERT_EQ(0, chmod(path_.c_str(), 0600));
+    store({kShort.text, kShort.companion});
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_EQ(0600u, after.st_mode & 07777);
+    ASSERT_EQ(0, link(companion_.c_str(), directory_.at("second").c_str()));
+    store({kLong.text, kShort.companion});
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_EQ(1u, after.st_nlink);
+}
+
+TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
+{
+    struct Case {
+        char const* name;
+        long system;
+        int flags;
+        char const* waits;
+    };
+    // For the old text, the journal, its name, the new text, and the journal's end. The file may
+    // have nothing to sync at first: then the range costs nothing.
+    char const range[] = "sync_file_range fsync fdatasync sync_file_range ";
+    char const all[] = "fdatasync fsync fsync fdatasync fdatasync ";
+    Case const cases[] = {
+        {"ext4", EXT4_SUPER_MAGIC, FS_EXTENT_FL, range},
+        {"XFS", XFS_SUPER_MAGIC, 0, range},
+        {"Btrfs", BTRFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync "},
+        {"ext2", EXT2_SUPER_MAGIC, 0, all},
+        {"contents in inodes", EXT4_SUPER_MAGIC, FS_EXTENT_FL | FS_INLINE_DATA_FL, all},
+        {"NFS", NFS_SUPER_MAGIC, FS_EXTENT_FL, all}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string waits;
+        Plan elsewhere;
+        elsewhere.system = c.system;
+        elsewhere.flags = c.flags;
+        elsewhere.before = [&waits](std::string const& call) {
+            if (call.find("sync") != std::string::npos)
+                waits += call + " ";
+        };
+        put(kPlain);
+        {
+            Watch const watch(elsewhere);
+            storeText(kLong.text);
+        }
+        EXPECT_EQ(c.waits, waits);
+        // The name of a file that was made is synced in any case.
+        std::filesystem::remove(path_);
+        Watch const watch(elsewhere);
+        storeText(kPlain.text);
+        EXPECT_EQ(1, plan.folderSyncs);
+    }
+}
+
 // ---- The journal's form ------------------------------------------------------------------------
 
 namespace {
@@ -482,25 +669,53 @@ void putNumber(std::string& out, uint64_t number, int bytes)
 
 constexpr uint64_t kNone = ~uint64_t{0};
 
+uint32_t crcOf(std::string const& bytes)
+{
+    return static_cast<uint32_t>(
+        crc32(0, reinterpret_cast<Bytef const*>(bytes.data()), static_cast<uInt>(bytes.size())));
+}
+
+uint32_t adlerOf(std::string const& bytes)
+{
+    return static_cast<uint32_t>(
+        adler32(1, reinterpret_cast<Bytef const*>(bytes.data()), static_cast<uInt>(bytes.size())));
+}
+
 // A journal by the form that it is documented to have.
 std::string journalOf(Pair const& before, Pair const& after, std::string const& path)
 {
-    std::string out = "ZSTORE1\n";
-    putNumber(out, before.text.size(), 8);
-    putNumber(out, after.text.size(), 8);
+    std::string oldMiddle = before.text;
+    std::string newMiddle = after.text;
+    std::string beginning;
+    std::string end;
+    while (!oldMiddle.empty() && !newMiddle.empty() && oldMiddle[0] == newMiddle[0]) {
+        beginning += oldMiddle[0];
+        oldMiddle.erase(0, 1);
+        newMiddle.erase(0, 1);
+    }
+    while (!oldMiddle.empty() && !newMiddle.empty() && oldMiddle.back() == newMiddle.back()) {
+        end.insert(0, 1, oldMiddle.back());
+        oldMiddle.pop_back();
+        newMiddle.pop_back();
+    }
+    std::string moved;
+    if (oldMiddle.size() != newMiddle.size())
+        std::swap(end, moved);
+
+    std::string out = "ZSTORE2\n";
+    putNumber(out, beginning.size(), 8);
+    putNumber(out, end.size(), 8);
+    putNumber(out, oldMiddle.size(), 8);
+    putNumber(out, newMiddle.size(), 8);
+    putNumber(out, moved.size(), 8);
     putNumber(out, after.companion.empty() ? kNone : after.companion.size(), 8);
     putNumber(out, before.companion.empty() ? kNone : before.companion.size(), 8);
-    putNumber(out,
-              before.companion.empty()
-                  ? 0
-                  : crc32(0, reinterpret_cast<Bytef const*>(before.companion.data()),
-                          static_cast<uInt>(before.companion.size())),
-              4);
+    putNumber(out, before.companion.empty() ? 0 : crcOf(before.companion), 4);
+    putNumber(out, adlerOf(beginning), 4);
+    putNumber(out, adlerOf(end), 4);
     putNumber(out, path.size(), 4);
-    out += path + before.text + after.text + after.companion;
-    putNumber(out,
-              crc32(0, reinterpret_cast<Bytef const*>(out.data()), static_cast<uInt>(out.size())),
-              4);
+    out += path + oldMiddle + newMiddle + moved + after.companion;
+    putNumber(out, crcOf(out), 4);
     return out;
 }
 
@@ -798,8 +1013,8 @@ TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
         asNobody([&] {
             Watch const watch;
             store(shape.after);
-            size_t const longer = std::max(shape.before.text.size(), shape.after.text.size());
-            return plan.longestWrite >= longer;
+            Range const range = rangeOf(shape.before.text, shape.after.text);
+            return range.second == 0 || (!plan.writes.empty() && plan.writes[0] == range);
         });
         chmod(directory_.path().c_str(), 0755);
         EXPECT_EQ(shape.after.text, directory_.read("conf"));
@@ -967,8 +1182,13 @@ TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
 {
     // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
     // a file leaves for a moment.
-    Pair const pairs[][2] = {
-        {kShort, kLong}, {kLong, kShort}, {kLong, {"", ""}}, {{"", ""}, kLong}};
+    Pair const pairs[][2] = {{kShort, kLong},
+                             {kLong, kShort},
+                             {kLong, {"", ""}},
+                             {{"", ""}, kLong},
+                             {{"[a]\nkey=1\nend=9\n", ""}, {"[a]\nkey=234\nend=9\n", ""}},
+                             {{"[a]\nkey=1111\nend=9\n", ""}, {"[a]\nkey=1\nend=9\n", ""}},
+                             {{"[a]\nkey=123\nend=9\n", ""}, {"[a]\nkey=456\nend=9\n", ""}}};
     for (auto const& pair : pairs) {
         std::string const& before = pair[0].text;
         std::string const& after = pair[1].text;
@@ -997,6 +1217,34 @@ TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
     }
 }
 
+TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses)
+{
+    struct Case {
+        char const* before;
+        char const* after;
+        char const* found;
+    };
+    Case const cases[] = {{"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=3\nb=2\nc=1\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=1\nc=3\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=3\nb=22\nc=1\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=1\nb=22\nc=3\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=2\nc=1\nd=1\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", ""}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.found);
+        directory_.write("conf", c.found);
+        directory_.write(".conf.zjn", journalOf({c.before, ""}, {c.after, ""}, ""));
+        EXPECT_EQ((Pair{c.found, ""}), load());
+        {
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        }
+        EXPECT_EQ(".conf.zjn.orphan conf", directory_.names());
+        EXPECT_EQ(c.found, directory_.read("conf"));
+        std::filesystem::remove(directory_.at(".conf.zjn.orphan"));
+    }
+}
+
 TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
@@ -1017,13 +1265,10 @@ TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
     directory_.write(".conf.zjn", whole + "x");
     EXPECT_EQ(torn, load());
     // Lengths that do not add up, with a checksum that does.
-    for (size_t at : {8, 16, 24, 44}) {
+    for (size_t at : {8, 16, 24, 32, 40, 48, 76}) {
         std::string wrong = whole.substr(0, whole.size() - 4);
         wrong[at + 3] = '\x7F';
-        putNumber(
-            wrong,
-            crc32(0, reinterpret_cast<Bytef const*>(wrong.data()), static_cast<uInt>(wrong.size())),
-            4);
+        putNumber(wrong, crcOf(wrong), 4);
         directory_.write(".conf.zjn", wrong);
         EXPECT_EQ(torn, load()) << at;
     }
