@@ -12,7 +12,7 @@ namespace {
 constexpr char kSource[] = "src/Z/ZQVRUTF8Converter";
 
 // The number each raise site puts into its report; it belongs to the site.
-enum RaiseSite { raiseInDefaultConstructor = 39, raiseInConstructor = 59 };
+enum RaiseSite { raiseInDefaultConstructor = 39, raiseInConstructor = 59, raiseInConvert = 102 };
 
 // Passes `codeset` on when there is a directory: `qvrDir` or QVRDIR. Asked before the first string
 // is made, because making it would end the process where this raises.
@@ -38,6 +38,8 @@ void convertInto(ZBuffer_6_0& buffer, char const* text, size_t growth, Conversio
     char* const converted = static_cast<char*>(scratch.getBuffer());
     ptrdiff_t const result =
         convert(cs, source.getChars(), length + 1, converted, scratch.getLength());
+    if (result == qvrNoMemory)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInConvert);
     // KEPT: a text that does not convert is passed over in silence; callers see that the buffer
     // did not change. Test: ZQVRUTF8Converter.KeepsSilentAboutTextThatDoesNotConvert
     if (result >= 0)

@@ -50,7 +50,8 @@ public:
     /// Makes a converter for the codeset named `codeset`.
     /// range   null `codeset` is the codeset of the process's locale; a name that nothing knows
     ///         gives a converter that converts nothing. `qvrDir` names the tables to use from now
-    ///         on, for the whole process; null leaves them.
+    ///         on, for the whole process; null leaves them. It does not stand in for QVRDIR when
+    ///         this is the first string of the process: see zgetLCSHandle_6_0().
     /// throws  ZNoQVREnvironmentException_6_0 when `qvrDir` is null and QVRDIR is unset.
     ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir);
 

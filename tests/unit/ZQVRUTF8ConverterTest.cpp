@@ -221,6 +221,33 @@ TEST(ZQVRUTF8Converter, LeavesTheBufferWhenMemoryIsShort)
     EXPECT_EQ(ended(text.c_str()), bytesOf(buffer));
 }
 
+// A thread's first conversion to a multibyte codeset makes a converter of the text services.
+TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
+{
+    ZQVRUTF8Converter_6_0 const converter("EUC-JP", nullptr);
+    unsigned raisedByTheServices = 0;
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        ZBuffer_6_0 buffer("before");
+        bool raised = false;
+        std::thread([&] {
+            FailingAllocator::failAt(n);
+            try {
+                converter.convertToLocal("\xE3\x81\x82", buffer);
+            } catch (ZOutOfMemoryException_6_0 const& e) {
+                raised = true;
+                if (strcmp("src/Z/ZQVRUTF8Converter", e.who()) == 0 && e.where() == 102)
+                    ++raisedByTheServices;
+            }
+            failed = FailingAllocator::stop();
+        }).join();
+        EXPECT_TRUE(failed || !raised);
+        EXPECT_EQ(raised ? ended("before") : ended("\xA4\xA2"), bytesOf(buffer));
+    }
+    EXPECT_LT(0u, raisedByTheServices);
+}
+
 // Kept behaviours.
 
 TEST(ZQVRUTF8Converter, KeepsSilentAboutTextThatDoesNotConvert)
