@@ -225,7 +225,9 @@ public:
     std::istream& readLine(std::istream& stream, int skipWhite);
 
     /// Replaces the contents with formatted output; `zvsnprintf_6_0` has the conversions.
-    /// range   null, and a format that `zvsnprintf_6_0` refuses, change nothing.
+    /// range   null, and all that `zvsnprintf_6_0` answers with -1, change nothing: a format that
+    /// it
+    ///         refuses, a text longer than 2,147,483,647 bytes, and too little memory for it.
     ZAbstractMutableString_6_0& format(char const* format, ...);
 
     bool operator==(char const* text) const { return text != nullptr && strcmp(text_, text) == 0; }

@@ -20,7 +20,7 @@ enum RaiseSite {
     raiseInCompare = 68,
     raiseInLastIndexOf = 290,
     raiseInPosition = 301,
-    raiseInGetLength = 412
+    raiseInLength = 412
 };
 
 constexpr size_t kMaxLength = 0xFFFFFFFE;
@@ -31,6 +31,14 @@ int position(size_t offset)
     if (offset > INT_MAX)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInPosition);
     return static_cast<int>(offset);
+}
+
+// Lengths have 32 bits; the highest one is left for the terminator.
+unsigned int lengthOf(size_t bytes)
+{
+    if (bytes > kMaxLength)
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInLength);
+    return static_cast<unsigned int>(bytes);
 }
 
 // Returns `object` as a string, null when it is none. Strings mostly meet their own kind, and that
@@ -51,8 +59,6 @@ char const* orEmpty(char const* text)
 // for "found" and search again where they need the place. Test: ZAbstractString.KeepsNegatedLast
 int lastByte(char const* text, size_t length, char c)
 {
-    if (length == 0)
-        return -1;
     for (size_t at = length; at > 0; --at)
         if (text[at] == c)
             return -position(at);
@@ -67,23 +73,10 @@ char const ZAbstractConstString_6_0::zemptyString[1] = "";
 
 void ZAbstractString_6_0::initHandles()
 {
-    // When a handle cannot be made, the report of that is an exception with strings inside. Those
-    // come through here and must not ask for the handle again.
-    static thread_local bool asking = false;
-    if (asking)
-        return;
-    asking = true;
-    // A message service that throws leaves through here, and the next string asks again.
-    struct Scope {
-        ~Scope() { asking = false; }
-    };
-    qvr_cs const* lcs = nullptr;
-    qvr_cs const* utf8 = nullptr;
-    {
-        Scope const scope;
-        lcs = zgetLCSHandle_6_0();
-        utf8 = zgetUTF8Handle_6_0();
-    }
+    // Null as long as the services report that they cannot be had: the exception of that report has
+    // strings inside.
+    qvr_cs const* const lcs = zgetLCSHandle_6_0();
+    qvr_cs const* const utf8 = zgetUTF8Handle_6_0();
 
     // Each is stored once, so that whoever has seen the UTF-8 handle may read both without more
     // ado.
@@ -144,7 +137,7 @@ unsigned int ZAbstractString_6_0::getCharCount() const
 {
     // KEPT: bytes, not characters; callers size buffers with it.
     // Test: ZAbstractString.KeepsCountingBytes
-    return static_cast<unsigned int>(zstrcount_6_0(getCodesetHandle(), getChars()));
+    return lengthOf(zstrcount_6_0(getCodesetHandle(), getChars()));
 }
 
 bool ZAbstractString_6_0::contains(int c) const
@@ -304,9 +297,7 @@ unsigned int ZAbstractConstString_6_0::getLength() const
     uint32_t const known = __atomic_load_n(&length_, __ATOMIC_RELAXED);
     if (known != 0)
         return known;
-    size_t const length = strlen(text_);
-    if (length > kMaxLength)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInGetLength);
-    __atomic_store_n(&length_, static_cast<uint32_t>(length), __ATOMIC_RELAXED);
-    return static_cast<unsigned int>(length);
+    unsigned int const length = lengthOf(strlen(text_));
+    __atomic_store_n(&length_, uint32_t{length}, __ATOMIC_RELAXED);
+    return length;
 }

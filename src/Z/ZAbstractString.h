@@ -70,6 +70,7 @@ public:
 
     /// Returns the length of the text up to the first invalid character.
     /// units   bytes.
+    /// throws  ZOutOfMemoryException_6_0 when the length does not fit.
     /// kept    the name says characters; the result is the sum of their byte lengths.
     virtual unsigned int getCharCount() const;
 

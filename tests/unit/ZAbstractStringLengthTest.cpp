@@ -1,0 +1,90 @@
+// Texts at the end of what an int and 32 bits count.
+#include <Z/ZException.h>
+#include <Z/ZUTF8String.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+
+#include "EndlessText.h"
+#include "Raised.h"
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZAbstractString";
+constexpr unsigned kMaxLength = 0xFFFFFFFE;
+
+// A view of a text of `length` bytes x.
+class LongView {
+public:
+    explicit LongView(size_t length) : text_('x', length), view(text_.get()) {}
+
+    // Puts `c` at `at`.
+    void put(size_t at, char c) { text_.get()[at] = c; }
+
+private:
+    EndlessText<char> text_;
+
+public:
+    ZUTF8ConstString_6_0 const view;
+};
+
+class ZAbstractStringLength : public testing::Test {
+protected:
+    void SetUp() override
+    {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "takes too long with a sanitizer";
+#endif
+    }
+};
+
+}  // namespace
+
+TEST_F(ZAbstractStringLength, APositionBehindTheLastIntRaises)
+{
+    LongView text(size_t{INT_MAX} + 2);
+    text.put(INT_MAX, 'y');
+    EXPECT_EQ(INT_MAX, text.view.indexOf('y', 7));
+    EXPECT_EQ(INT_MAX, text.view.indexOf("y", 7));
+    EXPECT_EQ(INT_MAX, text.view.lastIndexOf('y'));
+    EXPECT_EQ(INT_MAX, text.view.lastIndexOf("y"));
+    text.put(INT_MAX, 'x');
+    text.put(size_t{INT_MAX} + 1, 'y');
+    auto const expectNone = [](auto call) {
+        EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, kSource, 301, call));
+    };
+    expectNone([&] { text.view.indexOf('y', 7); });
+    expectNone([&] { text.view.indexOf("y", 7); });
+    expectNone([&] { text.view.lastIndexOf('y'); });
+    expectNone([&] { text.view.lastIndexOf("y"); });
+    expectNone([&] { text.view.lastIndexOf(nullptr); });
+    EXPECT_TRUE(text.view.contains("y"));
+}
+
+TEST_F(ZAbstractStringLength, ALengthOfMoreThan32BitsRaises)
+{
+    LongView longest(kMaxLength);
+    EXPECT_EQ(kMaxLength, longest.view.getLength());
+    longest.put(10, '\xFF');
+    EXPECT_EQ(10u, longest.view.getCharCount());
+
+    LongView const longer(size_t{kMaxLength} + 1);
+    EXPECT_TRUE(
+        raises<ZOutOfMemoryException_6_0>(1, kSource, 412, [&] { longer.view.getLength(); }));
+}
+
+TEST_F(ZAbstractStringLength, ATextThatNoStringHoldsLeavesItAsItWas)
+{
+    LongView const text(size_t{kMaxLength} + 1);
+    ZUTF8String_6_0 string("before");
+    auto const expectNone = [&](auto call) {
+        EXPECT_TRUE(
+            raises<ZOutOfMemoryException_6_0>(1, "src/Z/ZAbstractMutableString", 436, call));
+        EXPECT_STREQ("before", string);
+        EXPECT_EQ(95u, string.getCapacity());
+    };
+    expectNone([&] { string = text.view.getChars(); });
+    expectNone([&] { string += text.view.getChars(); });
+    expectNone([&] { string.prepend(text.view.getChars()); });
+    expectNone([&] { string.insert(3, text.view.getChars()); });
+    expectNone([&] { string.replace("o", text.view.getChars()); });
+}
