@@ -3,88 +3,45 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstring>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <string>
 
-extern "C" {
-int __real_close(int);
-int __real_munmap(void*, size_t);
-int __real_open(char const*, int, ...);
-int __real_fstat(int, struct stat*);
-int __real_fallocate(int, int, off_t, off_t);
-int __real_posix_fallocate(int, off_t, off_t);
-}
+#include "SystemCalls.h"
+#include "TestDirectory.h"
 
 namespace {
-
-// What the map's calls answer instead, when not 0, and what they were asked.
-struct Calls {
-    int failClose = 0;  // closes all the same, as Linux does
-    int failUnmap = 0;
-    int failFstat = 0;
-    int failReserve = 0;   // the room without the length
-    int failAllocate = 0;  // the room and the length
-    int interrupt = 0;     // times, of both
-    std::function<void()> beforeReserve;
-    std::function<void()> beforeOpen;
-    int openFlags = 0;
-    int descriptor = -1;
-    int closed = -1;
-};
-Calls calls;
 
 constexpr ZUnixFileMap_6_0::zmapmode kReadOnly = ZUnixFileMap_6_0::readOnly;
 constexpr ZUnixFileMap_6_0::zmapmode kReadWrite = ZUnixFileMap_6_0::readWrite;
 constexpr auto kOtherMode = static_cast<ZUnixFileMap_6_0::zmapmode>(2);
 
-// A fresh directory for each test, with one file of text in it.
-class FileMapTest : public testing::Test {
-public:
-    ~FileMapTest() noexcept override {}
-
+// A fresh directory for each test, with one file of text and an empty one in it. The calls of the
+// map are watched.
+class ZFileMap : public testing::Test {
 protected:
-    void SetUp() override
+    ZFileMap()
     {
-        calls = Calls();
-        char name[] = "/tmp/zfilemapXXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(name));
-        directory_ = name;
         write("text", kText);
         write("empty", "");
     }
-    void TearDown() override
-    {
-        calls = Calls();
-        ASSERT_EQ(0, system(("rm -rf " + directory_).c_str()));
-    }
 
-    std::string path(std::string const& name) const { return directory_ + "/" + name; }
+    std::string path(std::string const& name) const { return directory_.at(name); }
     ZLCString_6_0 name(std::string const& name) const { return ZLCString_6_0(path(name).c_str()); }
     void write(std::string const& name, std::string const& text) const
     {
-        std::ofstream(path(name), std::ios::binary) << text;
+        directory_.write(name, text);
     }
-    std::string read(std::string const& name) const
-    {
-        std::ifstream file(path(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
+    std::string read(std::string const& name) const { return directory_.read(name); }
     bool exists(std::string const& name) const { return access(path(name).c_str(), F_OK) == 0; }
 
     static inline std::string const kText = std::string(60, 'a') + std::string(40, 'b');
-    std::string directory_;
+    TestDirectory const directory_;
+    WatchedCalls const watched_;
 };
-
-using ZFileMap = FileMapTest;
 
 // A map whose fields a test may read.
 struct Seen : ZUnixFileMap_6_0 {
@@ -95,81 +52,22 @@ struct Seen : ZUnixFileMap_6_0 {
     int reserved() const { return reserved_; }
 };
 
+// For CallPlan::before: puts the flags that a file is opened with into `flags`.
+auto notingFlags(int& flags)
+{
+    return [&flags](SystemCall const& call) {
+        if (call.name == "open")
+            flags = call.flags;
+        return 0;
+    };
+}
+
 bool isOpen(int fd)
 {
     return fcntl(fd, F_GETFD) >= 0;
 }
 
 }  // namespace
-
-extern "C" {
-
-int __wrap_close(int fd)
-{
-    calls.closed = fd;
-    int const rc = __real_close(fd);
-    if (calls.failClose != 0) {
-        errno = calls.failClose;
-        return -1;
-    }
-    return rc;
-}
-
-int __wrap_munmap(void* address, size_t length)
-{
-    if (calls.failUnmap != 0) {
-        errno = calls.failUnmap;
-        return -1;
-    }
-    return __real_munmap(address, length);
-}
-
-int __wrap_open(char const* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    if (calls.beforeOpen)
-        calls.beforeOpen();
-    calls.openFlags = flags;
-    calls.descriptor = __real_open(path, flags, mode);
-    return calls.descriptor;
-}
-
-int __wrap_fstat(int fd, struct stat* status)
-{
-    if (calls.failFstat != 0) {
-        errno = calls.failFstat;
-        return -1;
-    }
-    return __real_fstat(fd, status);
-}
-
-int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
-{
-    if (calls.beforeReserve)
-        calls.beforeReserve();
-    int const failure = calls.interrupt > 0 ? EINTR : calls.failReserve;
-    if (calls.interrupt > 0)
-        --calls.interrupt;
-    if (failure == 0)
-        return __real_fallocate(fd, mode, offset, length);
-    errno = failure;
-    return -1;
-}
-
-int __wrap_posix_fallocate(int fd, off_t offset, off_t length)
-{
-    if (calls.interrupt > 0) {
-        --calls.interrupt;
-        return EINTR;
-    }
-    return calls.failAllocate != 0 ? calls.failAllocate
-                                   : __real_posix_fallocate(fd, offset, length);
-}
-
-}  // extern "C"
 
 TEST_F(ZFileMap, MapsAWholeFileOrItsFirstBytes)
 {
@@ -235,7 +133,7 @@ TEST_F(ZFileMap, MakesAndExtendsFilesWhenReadWrite)
                           {"shorter", "text", 101}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string const before = read(c.file);
+        std::string const before = exists(c.file) ? read(c.file) : "";
         ZUnixFileMap_6_0 map(name(c.file), kReadWrite, 0);
         int code = 7;
         auto* const bytes = static_cast<char*>(map.mapfile(&code, c.length));
@@ -298,9 +196,11 @@ TEST_F(ZFileMap, KeepsAnEmptyFileAsGoodAsMissing)
     // Mapped to a length, an empty file is opened with the flags of a missing one.
     ZUnixFileMap_6_0 map(name("empty"), kReadWrite, 0);
     int code = 7;
+    int flags = 0;
+    callPlan.before = notingFlags(flags);
     EXPECT_NE(nullptr, map.mapfile(&code, 10));
     EXPECT_EQ(0, code);
-    EXPECT_NE(0, calls.openFlags & O_CREAT);
+    EXPECT_NE(0, flags & O_CREAT);
 }
 
 TEST_F(ZFileMap, OpensAsItsModeSays)
@@ -321,8 +221,10 @@ TEST_F(ZFileMap, OpensAsItsModeSays)
         SCOPED_TRACE(c.name);
         ZUnixFileMap_6_0 map(name(c.file), c.mode, 0);
         int code = 7;
+        int flags = 0;
+        callPlan.before = notingFlags(flags);
         map.mapfile(&code, 10);
-        EXPECT_EQ(c.flags | O_NONBLOCK | O_CLOEXEC, calls.openFlags);
+        EXPECT_EQ(c.flags | O_NONBLOCK | O_CLOEXEC, flags);
     }
 }
 
@@ -338,22 +240,27 @@ TEST_F(ZFileMap, DoesNotWaitForTheWriterOfAPipe)
 TEST_F(ZFileMap, BelievesTheFileThatItOpened)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
-    calls.beforeOpen = [&] { write("text", "short"); };
+    std::string text = "short";
+    callPlan.before = [&](SystemCall const& call) {
+        if (call.name == "open")
+            write("text", text);
+        return 0;
+    };
     int code = 7;
     auto const* const bytes = static_cast<char const*>(map.mapfile(&code, 0));
     ASSERT_NE(nullptr, bytes);
     EXPECT_STREQ("short", bytes) << "five bytes and the zeroes of the page behind them";
 
-    calls.beforeOpen = [&] { write("text", ""); };
+    text = "";
     EXPECT_EQ(nullptr, map.mapfile(&code, 0));
     EXPECT_EQ(EINVAL, code);
-    calls.beforeOpen = nullptr;
+    callPlan.before = nullptr;
 
     write("text", kText);
-    calls.failFstat = EIO;
+    callPlan.failing["fstat"] = EIO;
     EXPECT_EQ(nullptr, map.mapfile(&code, 0));
     EXPECT_EQ(EIO, code);
-    EXPECT_FALSE(isOpen(calls.descriptor));
+    EXPECT_FALSE(isOpen(callPlan.opened));
 }
 
 TEST_F(ZFileMap, AFullDiskIsReportedAndTheFileKeepsItsLength)
@@ -370,14 +277,12 @@ TEST_F(ZFileMap, AFullDiskIsReportedAndTheFileKeepsItsLength)
         {"no room can be reserved, and there is none", EOPNOTSUPP, ENOSPC, ENOSPC}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        calls = Calls();
-        calls.failReserve = c.failReserve;
-        calls.failAllocate = c.failAllocate;
+        callPlan.failing = {{"fallocate", c.failReserve}, {"posix_fallocate", c.failAllocate}};
         ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
         int code = 7;
         EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
         EXPECT_EQ(c.code, code);
-        EXPECT_FALSE(isOpen(calls.descriptor));
+        EXPECT_FALSE(isOpen(callPlan.opened));
         EXPECT_EQ(kText, read("text"));
     }
 }
@@ -387,8 +292,11 @@ TEST_F(ZFileMap, ExtendsWhereNoRoomCanBeReservedAndAfterInterruptions)
     for (int reserve : {0, EOPNOTSUPP}) {
         SCOPED_TRACE(reserve);
         write("text", kText);
-        calls.failReserve = reserve;
-        calls.interrupt = 2;
+        callPlan.failing["fallocate"] = reserve;
+        callPlan.before = [interruptions = 2](SystemCall const& call) mutable {
+            bool const extends = call.name == "fallocate" || call.name == "posix_fallocate";
+            return extends && interruptions-- > 0 ? EINTR : 0;
+        };
         ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
         int code = 7;
         EXPECT_NE(nullptr, map.mapfile(&code, 1000));
@@ -401,12 +309,15 @@ TEST_F(ZFileMap, AFailedExtensionTakesNothingAwayFromOthers)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
     std::string const longer = kText + "what another process has added meanwhile";
-    calls.beforeReserve = [&] { write("text", longer); };
+    callPlan.before = [&](SystemCall const& call) {
+        if (call.name == "fallocate")
+            write("text", longer);
+        return 0;
+    };
     for (int reserve : {0, ENOSPC}) {
         SCOPED_TRACE(reserve);
         write("text", kText);
-        calls.failReserve = reserve;
-        calls.failAllocate = ENOSPC;
+        callPlan.failing = {{"fallocate", reserve}, {"posix_fallocate", ENOSPC}};
         int code = 7;
         EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
         EXPECT_EQ(ENOSPC, code);
@@ -420,12 +331,12 @@ TEST_F(ZFileMap, AMappingThatCannotBeGivenBackIsKept)
     int code = 7;
     void* const address = map.mapfile(&code, 0);
     ASSERT_NE(nullptr, address);
-    calls.failUnmap = ENOMEM;
+    callPlan.failing["munmap"] = ENOMEM;
     EXPECT_EQ(nullptr, map.mapfile(&code, 10));
     EXPECT_EQ(ENOMEM, code);
-    EXPECT_FALSE(isOpen(calls.descriptor));
+    EXPECT_FALSE(isOpen(callPlan.opened));
     EXPECT_EQ(0, msync(address, 1, MS_ASYNC));
-    calls.failUnmap = 0;
+    callPlan.failing.clear();
     EXPECT_NE(nullptr, map.mapfile(&code, 10));
     EXPECT_EQ(0, code);
     map.unmapfile(&code);
@@ -439,26 +350,26 @@ TEST_F(ZFileMap, ReportsWhatUnmappingAnswers)
     int code = 7;
     void* const address = map.mapfile(&code, 0);
     ASSERT_NE(nullptr, address);
-    int const fd = calls.descriptor;
-    calls.failUnmap = EINVAL;
+    int const fd = callPlan.opened;
+    callPlan.failing["munmap"] = EINVAL;
     map.unmapfile(&code);
     EXPECT_EQ(EINVAL, code);
     EXPECT_FALSE(isOpen(fd)) << "the file is closed all the same";
-    calls.failUnmap = 0;
+    callPlan.failing.clear();
     code = 7;
     map.unmapfile(&code);
     EXPECT_EQ(7, code) << "the address was kept, and is given back now";
     EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 
     ASSERT_NE(nullptr, map.mapfile(&code, 0));
-    calls.failClose = EIO;
+    callPlan.failing["close"] = EIO;
     map.unmapfile(&code);
     EXPECT_EQ(EIO, code);
-    calls.closed = -1;
+    int const calls = callPlan.calls;
     code = 7;
     map.unmapfile(&code);
     EXPECT_EQ(7, code);
-    EXPECT_EQ(-1, calls.closed) << "a descriptor is closed once";
+    EXPECT_EQ(calls, callPlan.calls) << "a descriptor is closed once";
 }
 
 TEST_F(ZFileMap, GivesEverythingBackWhenDestroyed)
@@ -469,10 +380,10 @@ TEST_F(ZFileMap, GivesEverythingBackWhenDestroyed)
         ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
         address = map.mapfile(&code, 0);
         ASSERT_NE(nullptr, address);
-        EXPECT_TRUE(isOpen(calls.descriptor));
+        EXPECT_TRUE(isOpen(callPlan.opened));
         EXPECT_EQ(0, msync(address, 1, MS_ASYNC));
     }
-    EXPECT_FALSE(isOpen(calls.descriptor));
+    EXPECT_FALSE(isOpen(callPlan.opened));
     EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 }
 
@@ -481,10 +392,10 @@ TEST_F(ZFileMap, MappingAgainGivesTheFirstMappingBack)
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     int code = 7;
     ASSERT_NE(nullptr, map.mapfile(&code, 0));
-    int const first = calls.descriptor;
+    int const first = callPlan.opened;
     auto const* const bytes = static_cast<char const*>(map.mapfile(&code, 5));
     ASSERT_NE(nullptr, bytes);
-    EXPECT_EQ(first, calls.descriptor) << "the descriptor was free again";
+    EXPECT_EQ(first, callPlan.opened) << "the descriptor was free again";
     EXPECT_EQ("aaaaa", std::string(bytes, 5));
 }
 
@@ -505,9 +416,9 @@ TEST_F(ZFileMap, CopiesHaveFileAndModeOfTheirSourceAndMapNothing)
     Seen copy(map);
     EXPECT_EQ(42, copy.reserved());
     EXPECT_EQ(nullptr, copy.address());
-    calls.closed = -1;
+    int const calls = callPlan.calls;
     copy.unmapfile(&code);
-    EXPECT_EQ(-1, calls.closed);
+    EXPECT_EQ(calls, callPlan.calls);
     auto* const bytes = static_cast<char*>(copy.mapfile(&code, 1));
     ASSERT_NE(nullptr, bytes);
     *bytes = '!';
@@ -550,7 +461,7 @@ TEST_F(ZFileMap, LeavesTheStandardStreamsToTheProcess)
         int code = 7;
         void const* const address = map.mapfile(&code, 0);
         bool const taken = isOpen(closed);
-        int const opened = calls.descriptor;
+        int const opened = callPlan.opened;
         map.unmapfile(&code);
         ASSERT_EQ(closed, dup2(saved, closed));
         __real_close(saved);
@@ -558,6 +469,24 @@ TEST_F(ZFileMap, LeavesTheStandardStreamsToTheProcess)
         EXPECT_NE(nullptr, address);
         EXPECT_FALSE(taken);
     }
+}
+
+TEST_F(ZFileMap, AStreamWhoseNumberCannotBeLeftFreeIsAFailure)
+{
+    int const saved = fcntl(1, F_DUPFD, 10);
+    ASSERT_GE(saved, 0);
+    ASSERT_EQ(0, __real_close(1));
+    ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
+    callPlan.failing["fcntl"] = EMFILE;
+    int code = 7;
+    void const* const address = map.mapfile(&code, 0);
+    callPlan.failing.clear();
+    bool const left = isOpen(1);
+    ASSERT_EQ(1, dup2(saved, 1));
+    __real_close(saved);
+    EXPECT_EQ(nullptr, address);
+    EXPECT_EQ(EMFILE, code);
+    EXPECT_FALSE(left);
 }
 
 TEST_F(ZFileMap, KeepsDescriptorZeroAFailure)

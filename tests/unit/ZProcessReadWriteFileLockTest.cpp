@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,119 +25,9 @@
 #include "OtherLocker.h"
 #include "Raised.h"
 #include "SeenRanges.h"
+#include "SystemCalls.h"
 #include "TestDirectory.h"
 #include "Threads.h"
-
-// ---- System calls that fail on demand ----------------------------------------------------------
-
-namespace {
-
-// What the calls below do while they are watched; on the thread that watches them.
-struct Plan {
-    bool watched = false;
-    int calls = 0;                // seen while watched
-    int failAt = 0;               // number of the call that fails, counted from 1; 0: none
-    int failFrom = 0;             // all from this one on fail
-    int error = EIO;              // with this errno
-    bool onlyTransfers = false;   // fails reads and writes alone
-    bool shortTransfers = false;  // every read and write moves one byte
-    bool interrupted = false;     // every second read, write or release ends at a signal
-    bool nothingWritten = false;  // every write writes nothing
-    std::string failed;           // name of the call that failed
-};
-thread_local Plan plan;
-
-bool fails(char const* name)
-{
-    if (!plan.watched)
-        return false;
-    ++plan.calls;
-    if (plan.calls != plan.failAt && (plan.failFrom == 0 || plan.calls < plan.failFrom))
-        return false;
-    plan.failed = name;
-    errno = plan.error;
-    return true;
-}
-
-bool endsAtASignal()
-{
-    static thread_local bool turn = false;
-    if (!plan.watched || !plan.interrupted)
-        return false;
-    turn = !turn;
-    if (turn)
-        errno = EINTR;
-    return turn;
-}
-
-size_t lengthOf(size_t length)
-{
-    return plan.watched && plan.shortTransfers && length > 1 ? 1 : length;
-}
-
-}  // namespace
-
-extern "C" {
-int __real_open(char const*, int, ...);
-int __real_close(int);
-int __real_fstat(int, struct stat*);
-int __real_stat(char const*, struct stat*);
-int __real_fcntl(int, int, ...);
-ssize_t __real_pread(int, void*, size_t, off_t);
-ssize_t __real_pwrite(int, void const*, size_t, off_t);
-
-int __wrap_open(char const* path, int flags, ...)
-{
-    va_list more;
-    va_start(more, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return fails("open") ? -1 : __real_open(path, flags, mode);
-}
-// A close that fails has closed all the same, as on Linux.
-int __wrap_close(int fd)
-{
-    bool const failed = fails("close");
-    int const rc = __real_close(fd);
-    if (!failed)
-        return rc;
-    errno = plan.error;
-    return -1;
-}
-int __wrap_fstat(int fd, struct stat* status)
-{
-    return fails("fstat") ? -1 : __real_fstat(fd, status);
-}
-int __wrap_stat(char const* path, struct stat* status)
-{
-    return fails("stat") ? -1 : __real_stat(path, status);
-}
-int __wrap_fcntl(int fd, int command, ...)
-{
-    va_list more;
-    va_start(more, command);
-    void* const argument = va_arg(more, void*);
-    va_end(more);
-    bool const releases = command == F_SETLK;
-    if (releases && endsAtASignal())
-        return -1;
-    return fails(releases ? "release" : "fcntl") ? -1 : __real_fcntl(fd, command, argument);
-}
-ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
-{
-    if (endsAtASignal())
-        return -1;
-    return fails("pread") ? -1 : __real_pread(fd, to, lengthOf(length), offset);
-}
-ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
-{
-    if (endsAtASignal())
-        return -1;
-    if (plan.watched && plan.nothingWritten)
-        return 0;
-    return fails("pwrite") ? -1 : __real_pwrite(fd, from, lengthOf(length), offset);
-}
-}
 
 namespace {
 
@@ -154,19 +43,6 @@ constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
 
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
 
-// Watches the calls of this thread for a scope.
-class Watch {
-public:
-    explicit Watch(Plan const& wanted = Plan())
-    {
-        plan = wanted;
-        plan.watched = true;
-    }
-    Watch(Watch const&) = delete;
-    Watch& operator=(Watch const&) = delete;
-    ~Watch() { plan = Plan(); }
-};
-
 class Observer final : public ZObserverInterface_6_0 {
 public:
     std::string told;  // "old>new " for each change
@@ -181,6 +57,11 @@ public:
             throw std::runtime_error("observer");
     }
 };
+
+int writesNothing(SystemCall const& call)
+{
+    return call.name == "pwrite" ? kMovesNothing : 0;
+}
 
 bool staysBlocked(std::future<void> const& done)
 {
@@ -233,13 +114,13 @@ protected:
         std::string const ranges = seen();
         EXPECT_TRUE(ranges == "--" || ranges == "??") << ranges;
         // Nobody holds the lock between the threads either.
-        Plan const before = plan;
-        plan = Plan();
+        CallPlan const before = callPlan;
+        callPlan = CallPlan();
         elsewhere([&] {
             lock.writeLock();
             lock.unlock(0);
         });
-        plan = before;
+        callPlan = before;
     }
 
     TestDirectory directory_{TestDirectory::Place::memory};
@@ -951,15 +832,15 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatFailsWhileItNotifiesHoldsNothing)
         bool raised = false;
         bool failed = false;
         {
-            Plan wanted;
+            CallPlan wanted;
             wanted.failAt = n;
-            Watch const watch(wanted);
+            WatchedCalls const watched(wanted);
             try {
                 lock.readLock();
             } catch (ZResourceException_6_0 const&) {
                 raised = true;
             }
-            failed = !plan.failed.empty();
+            failed = !callPlan.failed.empty();
         }
         ASSERT_LT(n, 100);
         if (!raised) {
@@ -1167,9 +1048,9 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
                 int rc = 0;
                 std::string failed;
                 {
-                    Plan wanted;
+                    CallPlan wanted;
                     (forEver ? wanted.failFrom : wanted.failAt) = n;
-                    Watch const watch(wanted);
+                    WatchedCalls const watched(wanted);
                     try {
                         lock.lock(state);
                     } catch (ZResourceException_6_0 const& e) {
@@ -1177,7 +1058,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
                         rc = e.returnCode();
                         EXPECT_STREQ(kSource, e.who());
                     }
-                    failed = plan.failed;
+                    failed = callPlan.failed;
                 }
                 if (message == 0) {
                     // A file whose name cannot be looked at is as good as one that can.
@@ -1190,7 +1071,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
                 }
                 std::string const& first = failed;
                 if (!forEver) {
-                    int const expected = first == "pread" ? 35 : first == "release" ? 34 : 33;
+                    int const expected = first == "pread" ? 35 : first == "F_SETLK" ? 34 : 33;
                     EXPECT_EQ(expected, message) << first;
                     EXPECT_EQ(first == "open" || first == "fstat" ? EBADF : EIO, rc) << first;
                 }
@@ -1247,9 +1128,9 @@ TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
             bool raised = false;
             std::string failed;
             {
-                Plan wanted;
+                CallPlan wanted;
                 wanted.failAt = n;
-                Watch const watch(wanted);
+                WatchedCalls const watched(wanted);
                 try {
                     lock.unlock(0);
                 } catch (ZUnlockResourceException_6_0 const& e) {
@@ -1258,9 +1139,9 @@ TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
                     EXPECT_EQ(EIO, e.returnCode());
                     EXPECT_EQ(331u, e.where());
                 }
-                failed = plan.failed;
+                failed = callPlan.failed;
             }
-            EXPECT_EQ(failed == "release", raised) << failed;
+            EXPECT_EQ(failed == "F_SETLK", raised) << failed;
             if (raised) {
                 EXPECT_EQ(state, lock.getLockState());
                 EXPECT_NE("--", seen());
@@ -1279,12 +1160,12 @@ TEST_F(ZProcessReadWriteFileLock, FailedRaiseOfTheSequenceLeavesTheLockHeld)
     lock.unlock();
     lock.writeLock();
     {
-        Plan wanted;
+        CallPlan wanted;
         wanted.failAt = 1;
         wanted.error = ENOSPC;
-        Watch const watch(wanted);
+        WatchedCalls const watched(wanted);
         EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, kSource, 352, [&] { lock.unlock(); }));
-        EXPECT_EQ("pwrite", plan.failed);
+        EXPECT_EQ("pwrite", callPlan.failed);
     }
     EXPECT_EQ(kWrite, lock.getLockState());
     EXPECT_EQ("ww", seen());
@@ -1302,13 +1183,13 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheUpdateThatFailed)
         {
             ZStackReadWriteLock_6_0 guard(lock, 1);
             guard.writeLock();
-            Plan wanted;
+            CallPlan wanted;
             wanted.failAt = 1;
-            plan = wanted;
-            plan.watched = true;
+            callPlan = wanted;
+            callPlan.watched = true;
         },
         ZWriteResourceException_6_0);
-    plan = Plan();
+    callPlan = CallPlan();
     EXPECT_EQ(0u, word(0));
     expectFree(lock);
 }
@@ -1319,9 +1200,9 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
     lock.writeLock();
     uint32_t value = 5;
     {
-        Plan wanted;
-        wanted.nothingWritten = true;
-        Watch const watch(wanted);
+        CallPlan wanted;
+        wanted.before = writesNothing;
+        WatchedCalls const watched(wanted);
         EXPECT_TRUE(raises<ZWriteResourceException_6_0>(33, kSource, 352,
                                                         [&] { lock.writeBytes(&value, 0, 4); }));
     }
@@ -1334,11 +1215,17 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
 TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)
 {
     Lock lock(dir().c_str(), "a");
-    Plan wanted;
+    CallPlan wanted;
     wanted.shortTransfers = true;
-    wanted.interrupted = true;
+    // Every second read, write or release ends at a signal.
+    wanted.before = [turn = false](SystemCall const& call) mutable {
+        if (call.name != "pread" && call.name != "pwrite" && call.name != "F_SETLK")
+            return 0;
+        turn = !turn;
+        return turn ? EINTR : 0;
+    };
     {
-        Watch const watch(wanted);
+        WatchedCalls const watched(wanted);
         lock.writeLock();
         lock.writeSequenceNumber(0x01020304);
         unsigned long sequence = 0;
@@ -1358,9 +1245,9 @@ TEST_F(ZProcessReadWriteFileLock, ProcessIdThatIsThereIsNotWrittenAgain)
     Lock lock(dir().c_str(), "a");
     lock.readLock();
     lock.unlock();
-    Plan wanted;
-    wanted.nothingWritten = true;
-    Watch const watch(wanted);
+    CallPlan wanted;
+    wanted.before = writesNothing;
+    WatchedCalls const watched(wanted);
     lock.readLock();
     lock.unlock();
 }
