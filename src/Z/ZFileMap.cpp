@@ -103,15 +103,11 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
         return nullptr;
 
     struct stat status;
-    unsigned long size = 0;
-    if (stat(name_.getChars(), &status) != 0)
-        code = errno;
-    else
-        size = static_cast<unsigned long>(status.st_size);
-    // KEPT: an empty file counts as missing: it has nothing to map and is made anew the same way.
-    // Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
-    if (size == 0)
-        code = ENOENT;
+    bool const isThere = stat(name_.getChars(), &status) == 0;
+    auto size = isThere ? static_cast<unsigned long>(status.st_size) : 0;
+    // KEPT: an empty file counts as missing, and so does one that cannot be looked at: it has
+    // nothing to map and is made anew the same way. Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
+    code = size == 0 ? ENOENT : 0;
     if (length == 0 && size == 0) {
         code = EINVAL;
         return nullptr;
