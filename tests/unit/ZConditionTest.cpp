@@ -16,6 +16,7 @@
 
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "Threads.h"
 
 extern "C" {
 int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
@@ -536,28 +537,20 @@ TEST(ZCondition, KeepsTheLockMarkedFreeInTheTimeOutHook)
 TEST(ZCondition, ACancelledWaiterLetsGoOfTheLock)
 {
     ZCondition_6_0 condition;
-    struct Shared {
-        ZCondition_6_0& condition;
-        bool waiting = false;
-    } shared = {condition, false};
-    pthread_t waiter;
-    auto const body = [](void* arg) -> void* {
-        auto& s = *static_cast<Shared*>(arg);
-        ZResourceLock_6_0 const outer(*s.condition.getResource());
-        ZResourceLock_6_0 const inner(*s.condition.getResource());
-        s.waiting = true;
+    bool waiting = false;  // guarded by the condition's lock
+    CancellableThread waiter([&] {
+        ZResourceLock_6_0 const outer(*condition.getResource());
+        ZResourceLock_6_0 const inner(*condition.getResource());
+        waiting = true;
         for (;;)
-            s.condition.wait();
-    };
-    ASSERT_EQ(0, pthread_create(&waiter, nullptr, body, &shared));
-    for (bool waiting = false; !waiting; std::this_thread::yield()) {
+            condition.wait();
+    });
+    waitUntil([&] {
         ZResourceLock_6_0 const guard(*condition.getResource());
-        waiting = shared.waiting;
-    }
-    ASSERT_EQ(0, pthread_cancel(waiter));
-    void* result = nullptr;
-    ASSERT_EQ(0, pthread_join(waiter, &result));
-    EXPECT_EQ(PTHREAD_CANCELED, result);
+        return waiting;
+    });
+    waiter.cancel();
+    EXPECT_TRUE(waiter.endsCancelled());
     condition.lock();
     EXPECT_EQ(1, depthOf(condition));
 }
@@ -572,29 +565,21 @@ TEST(ZCondition, AHookThatIsCancelledLeavesTheLockHeld)
             pthread_testcancel();
         }
     } condition;
-    std::atomic<int> depth = -1;
-    struct Shared {
+    struct AtTheEnd {
         ZCondition_6_0& condition;
-        std::atomic<int>& depth;
-    } shared = {condition, depth};
-    auto const body = [](void* arg) -> void* {
-        auto& s = *static_cast<Shared*>(arg);
-        struct AtTheEnd {
-            Shared& shared;
-            ~AtTheEnd() { shared.depth = depthOf(shared.condition); }
-        } const atTheEnd = {s};
-        s.condition.lock();
-        s.condition.lock();
-        int timedOut = 0;
-        s.condition.wait(0, timedOut);
-        return nullptr;
+        int& depth;
+        ~AtTheEnd() { depth = depthOf(condition); }
     };
-    pthread_t waiter;
-    ASSERT_EQ(0, pthread_create(&waiter, nullptr, body, &shared));
-    void* result = nullptr;
-    ASSERT_EQ(0, pthread_join(waiter, &result));
-    EXPECT_EQ(PTHREAD_CANCELED, result);
-    EXPECT_EQ(2, depth.load());
+    int depth = -1;
+    CancellableThread waiter([&] {
+        AtTheEnd const atTheEnd = {condition, depth};
+        condition.lock();
+        condition.lock();
+        int timedOut = 0;
+        condition.wait(0, timedOut);
+    });
+    EXPECT_TRUE(waiter.endsCancelled());
+    EXPECT_EQ(2, depth);
 }
 
 TEST(ZBooleanCondition, CarriesAFlag)

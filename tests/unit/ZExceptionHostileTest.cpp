@@ -22,6 +22,7 @@
 
 #include "../support/Raised.h"
 #include "../support/Reports.h"
+#include "../support/Threads.h"
 
 namespace {
 
@@ -179,25 +180,17 @@ TEST(ZMessageUnderAbuse, WhatAServiceThrowsReachesTheCaller)
 // the report is written whole, and the thread ends afterwards.
 TEST(ZMessageUnderAbuse, ACancelledThreadFinishesItsReport)
 {
-    void* end = nullptr;
-    std::string const report = reportOf([&] {
-        pthread_t thread;
-        ASSERT_EQ(0, pthread_create(
-                         &thread, nullptr,
-                         [](void*) -> void* {
-                             pthread_cancel(pthread_self());
-                             ZUnsupportedException_6_0().dumpException();
-                             ZLCString_6_0 const insert("insert");
-                             ZMessageService_6_0::messageService()->outputMessage(
-                                 "src/x", 1, 2, 1, &insert, nullptr, nullptr, nullptr, nullptr,
-                                 nullptr);
-                             pthread_testcancel();
-                             return nullptr;
-                         },
-                         nullptr));
-        pthread_join(thread, &end);
+    std::string const report = reportOf([] {
+        CancellableThread thread([] {
+            pthread_cancel(pthread_self());
+            ZUnsupportedException_6_0().dumpException();
+            ZLCString_6_0 const insert("insert");
+            ZMessageService_6_0::messageService()->outputMessage(
+                "src/x", 1, 2, 1, &insert, nullptr, nullptr, nullptr, nullptr, nullptr);
+            pthread_testcancel();
+        });
+        EXPECT_TRUE(thread.endsCancelled());
     });
-    EXPECT_EQ(PTHREAD_CANCELED, end);
     EXPECT_NE(std::string::npos, report.find("The operation is not supported.")) << report;
     EXPECT_NE(std::string::npos, report.find("Additional Information:\ninsert\n")) << report;
 }

@@ -680,24 +680,10 @@ TEST_F(ZProcessReadWriteFileLockHostile, CancellationAtEveryWait)
             lock.lock(c.same);
         if (c.beside != kUnset)
             beside.lock(c.beside);
-        struct Asked {
-            FileLock* lock;
-            zlockstate state;
-        } asked = {&lock, c.asked};
-        pthread_t waiter;
-        pthread_create(
-            &waiter, nullptr,
-            [](void* arg) -> void* {
-                auto* const what = static_cast<Asked*>(arg);
-                what->lock->lock(what->state);
-                return nullptr;
-            },
-            &asked);
+        CancellableThread waiter([&] { lock.lock(c.asked); });
         usleep(50000);
-        pthread_cancel(waiter);
-        void* result = nullptr;
-        pthread_join(waiter, &result);
-        EXPECT_EQ(PTHREAD_CANCELED, result);
+        waiter.cancel();
+        EXPECT_TRUE(waiter.endsCancelled());
         if (c.same != kUnset)
             lock.unlock(0);
         EXPECT_TRUE(isFree(lock));
@@ -731,44 +717,27 @@ TEST_F(ZProcessReadWriteFileLockHostile, CancellationInAnObserverAndDuringARelea
     });
     lock.addObserver(&observer);
     raiseSequence();
-    auto const cancelled = [](void* (*entry)(void*), void* argument) {
-        pthread_t thread;
-        pthread_create(&thread, nullptr, entry, argument);
-        void* result = nullptr;
-        pthread_join(thread, &result);
-        return result == PTHREAD_CANCELED;
+    auto const cancelled = [](std::function<void()> action) {
+        return CancellableThread(std::move(action)).endsCancelled();
     };
-    EXPECT_TRUE(cancelled(
-        [](void* arg) -> void* {
-            static_cast<FileLock*>(arg)->readLock();
-            return nullptr;
-        },
-        &lock));
+    EXPECT_TRUE(cancelled([&] { lock.readLock(); }));
     EXPECT_TRUE(isFree(lock));
     lock.deleteObservers();
     lock.setLastSequence();
-    EXPECT_TRUE(cancelled(
-        [](void* arg) -> void* {
-            auto* const mine = static_cast<FileLock*>(arg);
-            mine->writeLock();
-            pthread_cancel(pthread_self());
-            mine->unlock();
-            pthread_testcancel();
-            return nullptr;
-        },
-        &lock));
+    EXPECT_TRUE(cancelled([&] {
+        lock.writeLock();
+        pthread_cancel(pthread_self());
+        lock.unlock();
+        pthread_testcancel();
+    }));
     EXPECT_TRUE(isFree(lock));
     EXPECT_EQ(2UL, lock.getSequence());
-    EXPECT_TRUE(cancelled(
-        [](void* arg) -> void* {
-            pthread_cancel(pthread_self());
-            auto* const mine = static_cast<FileLock*>(arg);
-            mine->writeLock();
-            mine->unlock(0);
-            pthread_testcancel();
-            return nullptr;
-        },
-        &lock));
+    EXPECT_TRUE(cancelled([&] {
+        pthread_cancel(pthread_self());
+        lock.writeLock();
+        lock.unlock(0);
+        pthread_testcancel();
+    }));
     EXPECT_TRUE(isFree(lock));
     lock.writeLock();
     lock.unlock(0);

@@ -954,19 +954,11 @@ TEST_F(ZProcessReadWriteFileLock, CancellationEndsAWaitForAnotherProcess)
     for (char holds : {'r', 'w'}) {
         other.does(holds);
         Lock lock(dir().c_str(), "a");
-        pthread_t waiting;
-        auto const entry = [](void* argument) -> void* {
-            static_cast<Lock*>(argument)->writeLock();
-            return nullptr;
-        };
-        ASSERT_EQ(0, pthread_create(&waiting, nullptr, entry, &lock));
-        while (lock.getFileHandle() == -1)
-            std::this_thread::yield();
+        CancellableThread waiting([&] { lock.writeLock(); });
+        waitUntil([&] { return lock.getFileHandle() != -1; });
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        pthread_cancel(waiting);
-        void* result = nullptr;
-        pthread_join(waiting, &result);
-        EXPECT_EQ(PTHREAD_CANCELED, result);
+        waiting.cancel();
+        EXPECT_TRUE(waiting.endsCancelled());
         other.does('n');
         expectFree(lock);
     }

@@ -3,7 +3,6 @@
 #include <Z/ZProcessReadWriteLock.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -309,22 +308,14 @@ TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsWhileTheThreadIsCancelled)
 {
     NotedMessages const noted;
     ZCondition_6_0 condition;
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, nullptr,
-                     [](void* argument) -> void* {
-                         auto& never = *static_cast<ZCondition_6_0*>(argument);
-                         Lock held("a");
-                         held.writeLock();
-                         ZResourceLock_6_0 const guard(*never.getResource());
-                         never.wait();
-                         return nullptr;
-                     },
-                     &condition));
-    pthread_cancel(thread);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(PTHREAD_CANCELED, result);
+    CancellableThread thread([&] {
+        Lock held("a");
+        held.writeLock();
+        ZResourceLock_6_0 const guard(*condition.getResource());
+        condition.wait();
+    });
+    thread.cancel();
+    EXPECT_TRUE(thread.endsCancelled());
     EXPECT_EQ(1, noted.exceptions());
 }
 

@@ -1,7 +1,6 @@
 #include <Z/ZException.h>
 #include <Z/ZReadWriteLock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -11,10 +10,13 @@
 #include <thread>
 
 #include "NotedMessages.h"
+#include "Raised.h"
 #include "Reports.h"
 #include "Threads.h"
 
 namespace {
+
+constexpr char kSource[] = "src/Z/ZReadWriteLock";
 
 using State = ZReadWriteLockInterface_6_0::zlockstate;
 constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
@@ -57,19 +59,6 @@ bool staysBlocked(std::future<void> const& done)
 bool comesThrough(std::future<void> const& done)
 {
     return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-}
-
-template <class Exception>
-void expectRaised(std::function<void()> const& action, unsigned message)
-{
-    try {
-        action();
-        ADD_FAILURE() << "nothing raised";
-    } catch (Exception const& e) {
-        EXPECT_EQ(message, e.messageNumber());
-        EXPECT_EQ(0, e.returnCode());
-        EXPECT_STREQ("src/Z/ZReadWriteLock", e.who());
-    }
 }
 
 struct Counts {
@@ -236,8 +225,7 @@ TEST(ZReadWriteLock, PromotionWaitsForReadersAndLetsNobodyElseIn)
         release.get_future().wait();
         lock.unlock();
     });
-    while (lock.haveLock(kWrite) == 0)
-        std::this_thread::yield();
+    waitUntil([&] { return lock.haveLock(kWrite) != 0; });
     Worker reader;
     std::future<void> const readerDone = reader.start([&] {
         lock.readLock();
@@ -246,8 +234,7 @@ TEST(ZReadWriteLock, PromotionWaitsForReadersAndLetsNobodyElseIn)
     EXPECT_TRUE(staysBlocked(readerDone));
     EXPECT_FALSE(promoted);
     lock.unlock();
-    while (!promoted)
-        std::this_thread::yield();
+    waitUntil([&] { return promoted.load(); });
     EXPECT_FALSE(isReady(readerDone));
     release.set_value();
     EXPECT_TRUE(comesThrough(promoterDone));
@@ -263,7 +250,8 @@ TEST(ZReadWriteLock, RecursionOfAWriterRaises)
             SCOPED_TRACE(wanted);
             ZReadWriteLock_6_0 lock;
             lock.lock(held);
-            expectRaised<ZLockResourceException_6_0>([&] { lock.lock(wanted); }, 5);
+            EXPECT_TRUE(
+                raises<ZLockResourceException_6_0>(5, 0, kSource, 61, [&] { lock.lock(wanted); }));
             expectState({0, held}, lock);
             lock.unlock();
         }
@@ -272,18 +260,18 @@ TEST(ZReadWriteLock, RecursionOfAWriterRaises)
 TEST(ZReadWriteLock, PromotionIsForTheIntendingWriterAlone)
 {
     ZReadWriteLock_6_0 lock;
-    expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
+    auto const promote = [&] { lock.promoteReadToWriteLock(); };
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, 0, kSource, 142, promote));
     for (State held : {kRead, kWrite}) {
         SCOPED_TRACE(held);
         lock.lock(held);
-        expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, 0, kSource, 142, promote));
         expectState({held == kRead ? 1 : 0, held}, lock);
         lock.unlock();
     }
     lock.readWithIntentToWriteLock();
-    elsewhere([&] {
-        expectRaised<ZLockResourceException_6_0>([&] { lock.promoteReadToWriteLock(); }, 5);
-    });
+    elsewhere(
+        [&] { EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, 0, kSource, 142, promote)); });
     expectState({0, kProtect}, lock);
     lock.unlock();
 }
@@ -291,11 +279,13 @@ TEST(ZReadWriteLock, PromotionIsForTheIntendingWriterAlone)
 TEST(ZReadWriteLock, ReleasingWhatIsNotHeldRaises)
 {
     ZReadWriteLock_6_0 lock;
-    expectRaised<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6);
+    auto const unlock = [&] { lock.unlock(); };
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, 0, kSource, 97, unlock));
     for (State held : {kProtect, kWrite}) {
         SCOPED_TRACE(held);
         lock.lock(held);
-        elsewhere([&] { expectRaised<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6); });
+        elsewhere(
+            [&] { EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, 0, kSource, 104, unlock)); });
         expectState({0, held}, lock);
         lock.unlock();
     }
@@ -347,28 +337,15 @@ TEST(ZReadWriteLock, ACancelledWaitLeavesTheLockUsable)
         SCOPED_TRACE(wanted);
         ZReadWriteLock_6_0 lock;
         lock.writeLock();
-        struct Task {
-            ZReadWriteLock_6_0& lock;
-            State wanted;
-            std::atomic<bool> started{false};
-        } task{lock, wanted};
-        pthread_t thread;
-        ASSERT_EQ(0, pthread_create(
-                         &thread, nullptr,
-                         [](void* argument) -> void* {
-                             auto& mine = *static_cast<Task*>(argument);
-                             mine.started = true;
-                             mine.lock.lock(mine.wanted);
-                             return nullptr;
-                         },
-                         &task));
-        while (!task.started)
-            std::this_thread::yield();
+        std::atomic<bool> started{false};
+        CancellableThread thread([&] {
+            started = true;
+            lock.lock(wanted);
+        });
+        waitUntil([&] { return started.load(); });
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        pthread_cancel(thread);
-        void* result = nullptr;
-        pthread_join(thread, &result);
-        EXPECT_EQ(PTHREAD_CANCELED, result);
+        thread.cancel();
+        EXPECT_TRUE(thread.endsCancelled());
         expectState({0, kWrite}, lock);
         lock.unlock();
         elsewhere([&] {
@@ -383,41 +360,28 @@ TEST(ZReadWriteLock, ACancelledPromotionLeavesProtectAsItWas)
 {
     ZReadWriteLock_6_0 lock;
     lock.readLock();
-    struct Task {
+    struct Release {
         ZReadWriteLock_6_0& lock;
-        std::atomic<bool> cleaned{false};
-    } task{lock};
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, nullptr,
-                     [](void* argument) -> void* {
-                         auto& mine = *static_cast<Task*>(argument);
-                         struct Release {
-                             Task& task;
-                             ~Release()
-                             {
-                                 EXPECT_NE(0, task.lock.haveLock(kProtect));
-                                 task.lock.unlock();
-                                 task.cleaned = true;
-                             }
-                         };
-                         mine.lock.readWithIntentToWriteLock();
-                         Release const release{mine};
-                         mine.lock.promoteReadToWriteLock();
-                         return nullptr;
-                     },
-                     &task));
-    while (lock.haveLock(kWrite) == 0)
-        std::this_thread::yield();
+        ~Release()
+        {
+            EXPECT_NE(0, lock.haveLock(kProtect));
+            lock.unlock();
+        }
+    };
+    CancellableThread thread([&] {
+        lock.readWithIntentToWriteLock();
+        Release const release{lock};
+        lock.promoteReadToWriteLock();
+    });
+    waitUntil([&] { return lock.haveLock(kWrite) != 0; });
     Worker reader;
     std::future<void> const readerDone = reader.start([&] {
         lock.readLock();
         lock.unlock();
     });
     EXPECT_TRUE(staysBlocked(readerDone));
-    pthread_cancel(thread);
-    pthread_join(thread, nullptr);
-    EXPECT_TRUE(task.cleaned);
+    thread.cancel();
+    EXPECT_TRUE(thread.endsCancelled());
     EXPECT_TRUE(comesThrough(readerDone));
     expectState({1, kRead}, lock);
     lock.unlock();
@@ -447,8 +411,8 @@ TEST(ZStackReadWriteLock, ReleasesWhatIsHeldAtTheEndOfTheScope)
 TEST(ZStackReadWriteLock, RaisesWhenNothingIsHeld)
 {
     ZReadWriteLock_6_0 lock;
-    expectRaised<ZUnlockResourceException_6_0>(
-        [&] { ZStackReadWriteLock_6_0 const guard(lock, 0); }, 6);
+    EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(
+        6, 0, kSource, 97, [&] { ZStackReadWriteLock_6_0 const guard(lock, 0); }));
 }
 
 TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
@@ -473,29 +437,17 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
         SCOPED_TRACE(wanted);
         ZReadWriteLock_6_0 lock;
         lock.writeLock();
-        struct Task {
-            ZReadWriteLock_6_0& lock;
-            State wanted;
-        } task{lock, wanted};
-        pthread_t thread;
-        ASSERT_EQ(0, pthread_create(
-                         &thread, nullptr,
-                         [](void* argument) -> void* {
-                             auto& mine = *static_cast<Task*>(argument);
-                             ZStackReadWriteLock_6_0 guard(mine.lock, 1);
-                             if (mine.wanted == kRead)
-                                 guard.readLock();
-                             else if (mine.wanted == kProtect)
-                                 guard.readWithIntentToWriteLock();
-                             else
-                                 guard.writeLock();
-                             return nullptr;
-                         },
-                         &task));
-        pthread_cancel(thread);
-        void* result = nullptr;
-        pthread_join(thread, &result);
-        EXPECT_EQ(PTHREAD_CANCELED, result);
+        CancellableThread thread([&] {
+            ZStackReadWriteLock_6_0 guard(lock, 1);
+            if (wanted == kRead)
+                guard.readLock();
+            else if (wanted == kProtect)
+                guard.readWithIntentToWriteLock();
+            else
+                guard.writeLock();
+        });
+        thread.cancel();
+        EXPECT_TRUE(thread.endsCancelled());
         expectState({0, kWrite}, lock);
         lock.unlock();
     }
@@ -506,12 +458,10 @@ TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
 {
     ZReadWriteLock_6_0 lock;
     lock.writeLock();
-    expectRaised<ZLockResourceException_6_0>(
-        [&] {
-            ZStackReadWriteLock_6_0 guard(lock, 1);
-            guard.readLock();
-        },
-        5);
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, 0, kSource, 61, [&] {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        guard.readLock();
+    }));
     expectState({0, kUnset}, lock);
 }
 
@@ -521,20 +471,12 @@ TEST(ZStackReadWriteLock, ReportsWhenAWaitBesideItIsCancelled)
     NotedMessages const noted;
     ZReadWriteLock_6_0 lock;
     lock.writeLock();
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, nullptr,
-                     [](void* argument) -> void* {
-                         auto& theLock = *static_cast<ZReadWriteLock_6_0*>(argument);
-                         ZStackReadWriteLock_6_0 const guard(theLock, 1);
-                         theLock.readLock();
-                         return nullptr;
-                     },
-                     &lock));
-    pthread_cancel(thread);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(PTHREAD_CANCELED, result);
+    CancellableThread thread([&] {
+        ZStackReadWriteLock_6_0 const guard(lock, 1);
+        lock.readLock();
+    });
+    thread.cancel();
+    EXPECT_TRUE(thread.endsCancelled());
     EXPECT_EQ(1, noted.exceptions());
     lock.unlock();
 }

@@ -199,8 +199,8 @@ TEST(ZSleeperThread, WaitingForOneThatDoesNotRunRaisesAndChangesNothing)
 {
     TestSleeper sleeper;
     for (int i = 1; i <= 2; ++i) {
-        EXPECT_TRUE(
-            raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { sleeper.waitForExit(); }));
+        EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
+                                                 [&] { sleeper.waitForExit(); }));
         sleeper.start();
         sleeper.wakeUp();
         waitUntil([&] { return sleeper.units == i; });

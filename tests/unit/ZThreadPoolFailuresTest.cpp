@@ -256,10 +256,10 @@ TEST(ZThreadPoolFailures, MakingAPoolOrASleeperFailsWhole)
     EXPECT_LE(1u, failEachAllocation([] { ZReadWriteLock_6_0 const lock; }, unchanged));
     long const before = FailingAllocator::blocks();
     failAt(mutexInit, 1);
-    EXPECT_TRUE(raises<ZThreadException_6_0>(3, "src/Z/ZThreadPool", 52,
+    EXPECT_TRUE(raises<ZThreadException_6_0>(3, ENOMEM, "src/Z/ZThreadPool", 52,
                                              [] { ZThreadPool_6_0 const pool(1, 1); }));
     failAt(condInit, 1);
-    EXPECT_TRUE(raises<ZThreadException_6_0>(7, "src/Z/ZThreadPool", 58,
+    EXPECT_TRUE(raises<ZThreadException_6_0>(7, EAGAIN, "src/Z/ZThreadPool", 58,
                                              [] { ZThreadPool_6_0 const pool(1, 1); }));
     stopFailing();
     EXPECT_EQ(before, FailingAllocator::blocks());
@@ -276,17 +276,17 @@ TEST(ZThreadPoolFailures, MutexFailuresRaise)
                                            [&] { pool.threadDoneNotification(thread, keep); }};
     for (auto const& call : calls) {
         failAt(mutexLock, 1);
-        EXPECT_TRUE(raises<ZThreadException_6_0>(5, "src/Z/ZThreadPool", 97, call));
+        EXPECT_TRUE(raises<ZThreadException_6_0>(5, EAGAIN, "src/Z/ZThreadPool", 97, call));
         stopFailing();
     }
     EXPECT_EQ(0, keep);
     EXPECT_EQ(0, thread.runs);
     failAt(mutexUnlock, 1);
-    EXPECT_TRUE(
-        raises<ZThreadException_6_0>(6, "src/Z/ZThreadPool", 109, [&] { pool.waitForExit(); }));
+    EXPECT_TRUE(raises<ZThreadException_6_0>(6, EPERM, "src/Z/ZThreadPool", 109,
+                                             [&] { pool.waitForExit(); }));
     stopFailing();
     failAt(mutexUnlock, 1);
-    EXPECT_TRUE(raises<ZThreadException_6_0>(6, "src/Z/ZThreadPool", 109,
+    EXPECT_TRUE(raises<ZThreadException_6_0>(6, EPERM, "src/Z/ZThreadPool", 109,
                                              [&] { pool.getAvailableIdleThread(parked); }));
     stopFailing();
     expectAllSlotsFree(pool, 1);
@@ -355,7 +355,8 @@ TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesTheFormerThreadToBeJoined)
     Runner thread(0);
     thread.start();
     failAt(create, 1);
-    EXPECT_TRUE(raises<ZThreadException_6_0>(17, "src/Z/ZThread", 124, [&] { thread.start(); }));
+    EXPECT_TRUE(
+        raises<ZThreadException_6_0>(17, EAGAIN, "src/Z/ZThread", 124, [&] { thread.start(); }));
     stopFailing();
     thread.waitForExit();
     EXPECT_EQ(1, thread.runs);

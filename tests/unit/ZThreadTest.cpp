@@ -160,12 +160,12 @@ TEST_F(ZThread, CancellingEndsTheThread)
 TEST_F(ZThread, WaitingForNoThreadRaises)
 {
     TestThread thread([] {});
-    EXPECT_TRUE(
-        raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { thread.waitForExit(); }));
+    EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
+                                             [&] { thread.waitForExit(); }));
     thread.start();
     thread.waitForExit();
-    EXPECT_TRUE(
-        raises<ZThreadException_6_0>(20, "src/Z/ZThread", 151, [&] { thread.waitForExit(); }));
+    EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
+                                             [&] { thread.waitForExit(); }));
 }
 
 TEST_F(ZThread, FailingCallsRaise)
@@ -183,7 +183,7 @@ TEST_F(ZThread, FailingCallsRaise)
         SCOPED_TRACE(c.name);
         TestThread thread([] {});
         calls_.*c.result = EAGAIN;
-        EXPECT_TRUE(raises<ZThreadException_6_0>(c.message, "src/Z/ZThread", c.site,
+        EXPECT_TRUE(raises<ZThreadException_6_0>(c.message, EAGAIN, "src/Z/ZThread", c.site,
                                                  [&] { thread.start(); }));
         calls_ = Calls();
         EXPECT_EQ(0u, thread.getPThreadID());
@@ -241,9 +241,9 @@ TEST_F(ZThread, KeysThatCannotBeHadRaise)
 {
     unsigned int key = 0;
     calls_.keyCreate = EAGAIN;
-    EXPECT_TRUE(raises<ZThreadException_6_0>(29, "src/Z/ZThread", 221,
+    EXPECT_TRUE(raises<ZThreadException_6_0>(29, EAGAIN, "src/Z/ZThread", 221,
                                              [&] { ZThread_6_0::createThreadKey(key); }));
     unsigned int none = 12345678;
-    EXPECT_TRUE(raises<ZThreadException_6_0>(30, "src/Z/ZThread", 234,
+    EXPECT_TRUE(raises<ZThreadException_6_0>(30, EINVAL, "src/Z/ZThread", 234,
                                              [&] { ZThread_6_0::setThreadObject(none, nullptr); }));
 }

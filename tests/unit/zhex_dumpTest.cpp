@@ -12,6 +12,7 @@
 
 #include "FailingAllocator.h"
 #include "Reports.h"
+#include "Threads.h"
 
 namespace {
 
@@ -200,26 +201,19 @@ TEST(zhex_dump, WhatTheStreamThrowsLeavesTheNextDumpToOthers)
 
 TEST(zhex_dump, ACancelledThreadFinishesItsDump)
 {
-    static std::vector<unsigned char> const bytes = someBytes(100);
+    std::vector<unsigned char> const bytes = someBytes(100);
     char* text = nullptr;
     size_t size = 0;
     FILE* const stream = open_memstream(&text, &size);
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, nullptr,
-                     [](void* argument) -> void* {
-                         pthread_cancel(pthread_self());
-                         zhex_dump_6_0(static_cast<FILE*>(argument), 100, bytes.data(), "title");
-                         pthread_testcancel();
-                         return nullptr;
-                     },
-                     stream));
-    void* end = nullptr;
-    ASSERT_EQ(0, pthread_join(thread, &end));
+    CancellableThread thread([&] {
+        pthread_cancel(pthread_self());
+        zhex_dump_6_0(stream, 100, bytes.data(), "title");
+        pthread_testcancel();
+    });
+    EXPECT_TRUE(thread.endsCancelled());
     fclose(stream);
     std::string const dump(text, size);
     free(text);
-    EXPECT_EQ(PTHREAD_CANCELED, end);
     EXPECT_EQ(slowDumpOf(100, bytes.data(), "title"), dump);
     EXPECT_EQ(dump, dumpOf(100, bytes.data(), "title"));  // the lock is free
 }
