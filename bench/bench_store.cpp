@@ -1,8 +1,9 @@
 // Replacing a file so that a crash leaves the old text or the new one.
 //
-// Row "StoreText" replaces a text that is there already: ours is the routine below every store,
-// ZStoreFile. Row "StoreStanzas" changes a value and stores: ours is a stanza store, which writes
-// its text anew, while the peers write the same text as in the other row.
+// Row "StoreText" replaces a text that is there already by one in which a value is changed: ours is
+// the routine below every store, ZStoreFile. In row "StoreAnew" all values are changed. Row
+// "StoreStanzas" changes a value and stores: ours is a stanza store, which renders its text anew,
+// while the peers write the same text as in row "StoreText".
 //
 // What a crash may do to each: ours keeps the inode, and waits for the disk until the new text and
 // the end of the journal are there; g_file_set_contents_full, consistent and durable, and
@@ -35,7 +36,7 @@ constexpr int kSizes[] = {12 << 10, 1 << 20};
 // A folder for the file, with what is to be written in turn.
 class Place {
 public:
-    explicit Place(int size)
+    Place(int size, bool anew)
     {
         char name[] = "/tmp/zbenchXXXXXX";
         folder_ = mkdtemp(name);
@@ -43,8 +44,8 @@ public:
             std::string& text = texts_[i];
             text = "[state]\nturn = " + std::to_string(i) + "\n\n[data]\n";
             for (int line = 0; text.size() < static_cast<size_t>(size); ++line)
-                text += "parameter" + std::to_string(line) + " = value of number " +
-                        std::to_string(line) + "\n";
+                text += "parameter" + std::to_string(line) + " = " +
+                        (anew && i == 1 ? "other " : "value ") + std::to_string(line) + "\n";
         }
         std::FILE* const file = std::fopen(path().c_str(), "w");
         std::fwrite(texts_[0].data(), 1, texts_[0].size(), file);
@@ -118,9 +119,9 @@ bool storeQt(Place& place, std::string const& text)
 }
 #endif
 
-void runRow(benchmark::State& state, Store store, int size)
+void runRow(benchmark::State& state, Store store, int size, bool anew)
 {
-    Place place(size);
+    Place place(size, anew);
     for (auto _ : state)
         if (!store(place, place.next()))
             state.SkipWithError("cannot be stored");
@@ -128,7 +129,7 @@ void runRow(benchmark::State& state, Store store, int size)
 
 void runStanzas(benchmark::State& state, int size)
 {
-    Place const place(size);
+    Place const place(size, false);
     ZStanzaFileProperties_6_0 store(place.path().c_str(), 1);
     int turn = 0;
     for (auto _ : state) {
@@ -163,16 +164,24 @@ void add(std::string const& row, char const* contender, int size, Body body)
 
 int addRows()
 {
-    for (int size : kSizes) {
-        add("StoreText", "Z", size, [=](auto& state) { runRow(state, storeOurs, size); });
-        for (Contender const& peer : kPeers)
-            add("StoreText", peer.name, size,
-                [=](auto& state) { runRow(state, peer.store, size); });
-        add("StoreStanzas", "Z", size, [=](auto& state) { runStanzas(state, size); });
-        for (Contender const& peer : kPeers)
-            add("StoreStanzas", peer.name, size,
-                [=](auto& state) { runRow(state, peer.store, size); });
-    }
+    struct Row {
+        char const* name;
+        bool anew;
+        bool stanzas;
+    };
+    for (int size : kSizes)
+        for (Row const& row : {Row{"StoreText", false, false}, Row{"StoreAnew", true, false},
+                               Row{"StoreStanzas", false, true}}) {
+            add(row.name, "Z", size, [=](auto& state) {
+                if (row.stanzas)
+                    runStanzas(state, size);
+                else
+                    runRow(state, storeOurs, size, row.anew);
+            });
+            for (Contender const& peer : kPeers)
+                add(row.name, peer.name, size,
+                    [=](auto& state) { runRow(state, peer.store, size, row.anew); });
+        }
     return 0;
 }
 
