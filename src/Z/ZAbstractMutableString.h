@@ -226,8 +226,7 @@ public:
 
     /// Replaces the contents with formatted output; `zvsnprintf_6_0` has the conversions.
     /// range   null, and all that `zvsnprintf_6_0` answers with -1, change nothing: a format that
-    /// it
-    ///         refuses, a text longer than 2,147,483,647 bytes, and too little memory for it.
+    ///         is none, a text longer than 2,147,483,647 bytes, and too little memory for it.
     ZAbstractMutableString_6_0& format(char const* format, ...);
 
     bool operator==(char const* text) const { return text != nullptr && strcmp(text_, text) == 0; }

@@ -43,8 +43,8 @@ public:
     /// Writes the next character into the target, steps past it and returns the target.
     /// range   at the end the target is emptied.
     /// owns    the target stays the caller's.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and place
-    /// stay.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and
+    ///         place stay.
     ZAbstractMutableString_6_0* getNext() override;
 
     /// Goes back to the first character.

@@ -50,8 +50,8 @@ public:
     /// target.
     /// range   at the end the target is emptied.
     /// owns    the target stays the caller's.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and place
-    /// stay.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and
+    ///         place stay.
     virtual ZAbstractMutableString_6_0* getNext(ZAbstractString_6_0 const& delimiters);
     ZAbstractMutableString_6_0* getNext() override;
 

@@ -48,8 +48,9 @@ char const* zgetLocalCodesetName_6_0(void);
 /// codes   null after reporting the failure through the message service.
 char const* zgetlocale_6_0(void);
 
-/// Makes the text services read their tables from `dir`.
-/// range   null does nothing.
+/// Makes the text services take the tables of `dir` for the names of codesets and locales that are
+/// looked up from now on; the process's handles keep what they have.
+/// range   null does nothing, nor does a directory with a table that cannot be used.
 void zset_cs_dir_6_0(char const* dir);
 
 /// Returns the byte length of the character at `s`, of which `n` bytes may be read.
@@ -140,16 +141,20 @@ char* zstrptime_6_0(struct qvr_cs const* cs, char const* s, char const* format, 
 /// kept    the name says count, the result is bytes.
 size_t zstrcount_6_0(struct qvr_cs const* cs, char const* s);
 
-/// Converts `srcLen` bytes of local text to UTF-8.
-/// codes   bytes written, negative when something does not convert or does not fit, 0 when an
-///         argument is null or 0.
+/// Converts `srcLen` bytes of local text to UTF-8. No terminator is added.
+/// range   the texts must not overlap.
+/// codes   bytes written; 0 when an argument is null or 0; -1 when something does not convert, -2
+///         when it does not fit, -3 when there is no memory for it: what is at `dst` is undefined
+///         then. Without a local codeset the process ends as in zgetLCSHandle_6_0().
 ptrdiff_t zlcs_to_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen);
 
-/// Converts `srcLen` bytes of UTF-8 to local text.
-/// codes   as zlcs_to_utf8_6_0.
+/// Converts `srcLen` bytes of UTF-8 to local text. No terminator is added.
+/// range, codes   as zlcs_to_utf8_6_0.
 ptrdiff_t zlcs_from_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen);
 
-/// Converts UTF-16 to UTF-8, advancing `*src` and `*dst` over what was converted.
+/// Converts UTF-16 to UTF-8, advancing `*src` and `*dst` over what was converted. No terminator is
+/// added.
+/// range   no pointer is null; `srcEnd` and `dstEnd` stand behind the last unit and the last byte.
 /// codes   0 all converted; 2 the next character does not fit: `*src` stands at its first unit.
 /// kept    an unpaired surrogate becomes three bytes like any other unit.
 int zconvert_UTF16_to_UTF8_6_0(uint16_t const** src, uint16_t const* srcEnd, char** dst,
@@ -160,6 +165,6 @@ int zconvert_UTF16_to_UTF8_6_0(uint16_t const** src, uint16_t const* srcEnd, cha
 
 class ZAbstractMutableString_6_0;
 
-/// Sets `out` to the name of zgetlocale_6_0 and returns 0.
+/// Sets `out` to the name of zgetlocale_6_0 and returns 0. Without a name `out` stays as it is.
 extern "C" int ZGetLocale(ZAbstractMutableString_6_0& out);
 #endif
