@@ -13,10 +13,24 @@
 namespace {
 
 int readdirError = 0;  // what readdir() fails with; 0 lets it work
+int readError = 0;     // what the next read() fails with; 0 lets it work
 
 }  // namespace
 
 // Goes before the C library's, also for the calls of the text services.
+extern "C" ssize_t read(int fd, void* buf, size_t count)
+{
+    if (readError != 0) {
+        errno = readError;
+        readError = 0;
+        return -1;
+    }
+    static auto const real =
+        reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+    return real(fd, buf, count);
+}
+
+// As read().
 extern "C" dirent* readdir(DIR* stream)
 {
     if (readdirError != 0) {
@@ -124,6 +138,7 @@ TEST_F(qvrTables, ABadTableChangesNothing)
         {"too long a name", "codesets.alias", "house " + longest + "y\n"},
         {"not ASCII", "codesets.alias", "h\u00e4user UTF-8\n"},
         {"control character", "codesets.alias", "hou\x01se UTF-8\n"},
+        {"delete", "codesets.alias", "hou\x7Fse UTF-8\n"},
         {"NUL", "codesets.alias", std::string("house UTF\0-8\n", 13)},
         {"slash", "codesets.alias", "house ../UTF-8\n"},
         {"backslash", "codesets.alias", "house a\\b\n"},
@@ -178,6 +193,21 @@ TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
         c.make(directory.path("codesets.alias").c_str());
         EXPECT_EQ(qvrInvalid, qvr_set_dir(directory.path().c_str()));
     }
+}
+
+TEST_F(qvrTables, AReadThatASignalEndsIsRepeatedAndOneThatFailsIsReported)
+{
+    directory_.write("codesets.alias", "house ISO-8859-15\n");
+    readError = EINTR;
+    EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ(0, readError);
+    EXPECT_EQ("a4", euroIn("house"));
+    TemporaryDirectory other;
+    other.write("codesets.alias", "other ISO-8859-15\n");
+    readError = EIO;
+    EXPECT_EQ(qvrInvalid, qvr_set_dir(other.path().c_str()));
+    EXPECT_EQ("a4", euroIn("house"));
+    EXPECT_EQ("none", euroIn("other"));
 }
 
 TEST_F(qvrTables, AnUnreadableDirectoryOfConvertersChangesNothing)
