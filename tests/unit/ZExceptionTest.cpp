@@ -3,11 +3,13 @@
 #include <Z/zqvrutil.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "FailingAllocator.h"
+#include "Raised.h"
 #include "Reports.h"
 
 namespace {
@@ -204,6 +206,47 @@ TEST(ZException, ASecondLocationReplacesTheFirst)
         EXPECT_STREQ("second", file);
         EXPECT_EQ(2, line);
     }
+}
+
+TEST(ZException, LinesAreCutTo32Bits)
+{
+    ZUnsupportedException_6_0 exception;
+    exception.addLocation("src/x", ULONG_MAX - 5);
+    EXPECT_EQ(0xFFFFFFFAu, exception.where());
+    char const* file = nullptr;
+    int line = 0;
+    EXPECT_EQ(1, exception.location(INT_MIN, file, line));
+    EXPECT_EQ(-6, line);
+    exception.addLocation(nullptr, 0);
+    EXPECT_EQ(nullptr, exception.who());
+    EXPECT_EQ(0u, exception.where());
+    EXPECT_TRUE((raises<ZUnsupportedException_6_0>(
+        48, "", UINT_MAX, [&] { exception.throwException(nullptr, -1); })));
+}
+
+TEST(ZException, AnExceptionMayBeRaisedAgainFromItsHandler)
+{
+    EXPECT_TRUE((raises<ZCloseResourceException_6_0>(38, "src/second", 2, [] {
+        try {
+            ZCloseResourceException_6_0(38, 1, "value").throwException("src/first", 1);
+        } catch (ZException_6_0& first) {
+            first.throwException("src/second", 2);
+        }
+    })));
+}
+
+TEST(ZException, ACloneOutlivesWhatItWasMadeOf)
+{
+    std::string const name(10000, 'n');
+    auto first = std::make_unique<ZPropertiesIOException_6_0>(name.c_str(), "open()", 5);
+    std::unique_ptr<ZObject_6_0> const clone(first->clone());
+    *first = ZPropertiesIOException_6_0("other", "other", 6);
+    EXPECT_STREQ("other", first->propFile().getChars());
+    first.reset();
+    auto const& copy = dynamic_cast<ZPropertiesIOException_6_0&>(*clone);
+    EXPECT_EQ(name, copy.propFile().getChars());
+    EXPECT_EQ(5, copy.excerrno());
+    EXPECT_FALSE(copy == ZPropertiesIOException_6_0(copy));
 }
 
 TEST(ZException, AssignmentCopiesEverythingAndToItselfNothing)

@@ -4,16 +4,21 @@
 #include <Z/ZUTF8String.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdarg>
 #include <fstream>
+#include <initializer_list>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Reports.h"
+#include "Threads.h"
 
 namespace {
 
@@ -36,8 +41,9 @@ public:
 };
 
 // Notes which of its operations ran.
-class NotingService final : public ZMessageService_6_0 {
+class NotingService : public ZMessageService_6_0 {
 public:
+    virtual ~NotingService() = default;
     void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
                        ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,
                        ZLCString_6_0 const*) const override
@@ -65,6 +71,23 @@ public:
     }
 
     mutable std::string noted;
+};
+
+// Puts the built-in one back and hands the exception on, or throws.
+class UnrulyService : public NotingService {
+public:
+    explicit UnrulyService(bool throws) : throws_(throws) {}
+    using NotingService::outputException;
+    void outputException(ZZException_6_0 const* e, va_list inserts) const override
+    {
+        if (throws_)
+            throw std::runtime_error("service");
+        setMessageService(nullptr);
+        routeZZException(e, inserts);
+    }
+
+private:
+    bool const throws_;
 };
 
 class ZMessage : public testing::Test {
@@ -121,6 +144,26 @@ TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
                   ZMessageService_6_0::defaultMessageService()->outputException(e);
               }));
     EXPECT_EQ("exception inserts:s:file inserts:s:file ", service.noted);
+}
+
+TEST_F(ZMessage, AServiceMayReplaceItselfWhileItReports)
+{
+    UnrulyService const service(false);
+    ZMessageService_6_0::setMessageService(&service);
+    ZUnexpectedEndOfFile_6_0 exception("file");
+    EXPECT_EQ("Unexpected end of file encounted while reading file.", textOf(exception));
+    EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
+}
+
+TEST_F(ZMessage, WhatAServiceThrowsReachesTheCaller)
+{
+    UnrulyService const service(true);
+    ZMessageService_6_0::setMessageService(&service);
+    ZUnexpectedEndOfFile_6_0 exception("file");
+    EXPECT_THROW(exception.dumpException(), std::runtime_error);
+    EXPECT_THROW(exception.print(), std::runtime_error);
+    EXPECT_THROW(ZMessageService_6_0::defaultMessageService()->outputException(exception),
+                 std::runtime_error);
 }
 
 TEST_F(ZMessage, UnknownNumbersSaySo)
@@ -224,6 +267,29 @@ TEST_F(ZMessage, AForeignNumberTakesTheInsertsThatThereAre)
               textOf(both));
 }
 
+TEST_F(ZMessage, EveryClassTakesEveryNumber)
+{
+    for (int number = 1; number <= 54; ++number) {
+        SCOPED_TRACE(number);
+        ZThreadException_6_0 thread(number, INT_MIN);
+        ZConditionException_6_0 condition(number, INT_MIN);
+        ZConverterException_6_0 converter(number, "%s", nullptr, "");
+        ZCreateResourceException_6_0 create(number, INT_MIN);
+        ZCloseResourceException_6_0 close(number, INT_MIN, nullptr);
+        std::string const rc = std::to_string(INT_MIN);
+        for (ZException_6_0* const exception : std::initializer_list<ZException_6_0*>{
+                 &thread, &condition, &converter, &create, &close}) {
+            SCOPED_TRACE(exception->exceptionName());
+            std::string const text = textOf(*exception);
+            EXPECT_FALSE(text.empty());
+            EXPECT_EQ(std::string::npos, text.find('%')) << text;
+            size_t const at = text.find(rc);
+            EXPECT_TRUE(at == std::string::npos || text.find(rc, at + 1) == std::string::npos)
+                << text;
+        }
+    }
+}
+
 TEST_F(ZMessage, AClassOfTheCallersHandsOverWhatTheTextAsksFor)
 {
     Numbered e(39);
@@ -243,10 +309,12 @@ TEST_F(ZMessage, MessagesListTheirInserts)
     Case const cases[] = {
         {"none", 0, ""},
         {"below none", -1, ""},
+        {"far below none", INT_MIN, ""},
         {"one", 1, "Additional Information:\na\n"},
         {"two", 2, "Additional Information:\na\n\n"},
         {"six, absent ones left out", 6, "Additional Information:\na\n\na\n"},
         {"more than there are", 7, "Additional Information:\na\n\na\n"},
+        {"far more", INT_MAX, "Additional Information:\na\n\na\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -255,6 +323,15 @@ TEST_F(ZMessage, MessagesListTheirInserts)
                                             nullptr, &a);
                   }));
     }
+}
+
+TEST_F(ZMessage, MessagesNeedNoSource)
+{
+    EXPECT_EQ("Error: -2147483648\n File: \"(null)\" -2147483648\n" + threadLine(), reportOf([] {
+                  ZMessageService_6_0::defaultMessageService()->outputMessage(
+                      nullptr, INT_MIN, INT_MIN, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                      nullptr);
+              }));
 }
 
 TEST_F(ZMessage, KeepsUTF8InsertsOutOfTheReport)
@@ -296,6 +373,25 @@ TEST_F(ZMessage, ReportingLeavesErrnoAlone)
     close(saved);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(ENOENT, after);
+}
+
+// Writing is where a thread that was cancelled ends, and a report may be written by a destructor:
+// the report is written whole, and the thread ends afterwards.
+TEST_F(ZMessage, ACancelledThreadFinishesItsReport)
+{
+    std::string const report = reportOf([] {
+        CancellableThread thread([] {
+            pthread_cancel(pthread_self());
+            ZUnsupportedException_6_0().dumpException();
+            ZLCString_6_0 const insert("insert");
+            ZMessageService_6_0::messageService()->outputMessage(
+                "src/x", 1, 2, 1, &insert, nullptr, nullptr, nullptr, nullptr, nullptr);
+            pthread_testcancel();
+        });
+        EXPECT_TRUE(thread.endsCancelled());
+    });
+    EXPECT_NE(std::string::npos, report.find("The operation is not supported.")) << report;
+    EXPECT_NE(std::string::npos, report.find("Additional Information:\ninsert\n")) << report;
 }
 
 TEST_F(ZMessage, ServiceClonesItself)

@@ -94,6 +94,9 @@ TEST(ZObject, ReleasesWhatItAllocates)
     std::unique_ptr<ZObject_6_0[]> const several(new ZObject_6_0[3]);
     EXPECT_NE(nullptr, one);
     EXPECT_NE(nullptr, several);
+    ZObject_6_0::operator delete(ZObject_6_0::operator new(0));
+    ZObject_6_0::operator delete(nullptr);
+    ZObject_6_0::operator delete[](nullptr);
 }
 
 TEST(ZObject, ExhaustedHeapIsAnException)
