@@ -1,8 +1,23 @@
-// ZException_p: telling a cancellation from an exception, and whether either is on its way. Not
-// installed.
+// ZException_p: holding a cancellation off, telling it from an exception, and whether either is on
+// its way. Not installed.
 #pragma once
 
+#include <pthread.h>
+
 #include <exception>
+
+/// Holds off the cancellation of the thread while it lives: a cancellation inside a destructor
+/// would end the process, and one between two system calls lose a descriptor.
+class ZCancelGuard {
+public:
+    ZCancelGuard() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ZCancelGuard(ZCancelGuard const&) = delete;
+    ZCancelGuard& operator=(ZCancelGuard const&) = delete;
+    ~ZCancelGuard() { pthread_setcancelstate(before_, nullptr); }
+
+private:
+    int before_;
+};
 
 /// The thread unwinds its stack because it was cancelled, as far as the library has seen it.
 inline thread_local bool zcancelled = false;

@@ -1,24 +1,9 @@
 // What the lock and condition modules share, and what others need who clean up under locks.
 #pragma once
 
-#include <pthread.h>
-
 #include "ZException_p.h"
 
 class ZException_6_0;
-
-/// Holds off the cancellation of the thread while it lives: a cancellation inside a destructor
-/// would end the process, and one between two system calls lose a descriptor.
-class ZCancelGuard {
-public:
-    ZCancelGuard() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-    ZCancelGuard(ZCancelGuard const&) = delete;
-    ZCancelGuard& operator=(ZCancelGuard const&) = delete;
-    ~ZCancelGuard() { pthread_setcancelstate(before_, nullptr); }
-
-private:
-    int before_;
-};
 
 /// Reports a failed system call through the message service: message number and rc.
 void zreportRc(char const* source, int site, int messageNumber, int rc) noexcept;

@@ -11,6 +11,7 @@
 #include <new>
 
 #include "ZException.h"
+#include "ZException_p.h"
 #include "ZLCString.h"
 #include "ZUTF8String.h"
 
@@ -128,10 +129,8 @@ private:
             return;
         // Writing is a cancellation point, and this may run in a destructor, out of which a
         // cancellation ends the process: it waits until the report is out.
-        int before;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+        ZCancelGuard const uncancelled;
         fwrite(buffer_, 1, used_, stderr);
-        pthread_setcancelstate(before, nullptr);
         used_ = 0;
     }
 

@@ -9,6 +9,7 @@
 
 #include "ZAbstractMutableString.h"
 #include "ZException.h"
+#include "ZException_p.h"
 #include "qvr.h"
 
 namespace {
@@ -47,23 +48,12 @@ public:
     ~ReportingScope() { reporting = false; }
 };
 
-// A thread that is cancelled half-way would leave the others with a half-made state.
-class CancellationOff {
-public:
-    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-    CancellationOff(CancellationOff const&) = delete;
-    CancellationOff& operator=(CancellationOff const&) = delete;
-    ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
-
-private:
-    int before_;
-};
-
 // Runs under pthread_once: it makes no string and raises nothing, because a second entry from here
 // would wait for itself.
 void zonce_init()
 {
-    CancellationOff const guard;
+    // A thread that is cancelled half-way would leave the others with a half-made state.
+    ZCancelGuard const uncancelled;
     if (localeKnown.load(std::memory_order_relaxed))
         return;
     setlocale(LC_ALL, "");
