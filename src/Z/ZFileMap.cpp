@@ -8,24 +8,11 @@
 #include <unistd.h>
 
 #include "ZLock_p.h"
+#include "ZSharedFile_p.h"
 
 namespace {
 
 constexpr mode_t kCreateMode = 0600;
-constexpr int kFirstFreeDescriptor = 3;
-
-// A report to standard error must never end up in a mapped file: when the process has closed
-// descriptor 1 or 2, the next open() returns it.
-int moveOffStandardStreams(int fd)
-{
-    if (fd <= STDIN_FILENO || fd >= kFirstFreeDescriptor)
-        return fd;
-    int const moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-    int const error = errno;
-    close(fd);
-    errno = error;
-    return moved;
-}
 
 // Makes the file `length` bytes long with room on the disk for them: writing through a mapping of
 // a file with holes kills the process when the disk is full. Returns 0 or an errno.
@@ -117,7 +104,11 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     int flags = (writable ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC;
     if (code == ENOENT && mode_ == readWrite)
         flags |= O_CREAT;
-    int const fd = moveOffStandardStreams(open(name_.getChars(), flags, kCreateMode));
+    // A report to standard error must never end up in a mapped file: when the process has closed
+    // descriptor 1 or 2, open() returns it.
+    int fd = open(name_.getChars(), flags, kCreateMode);
+    if (fd > STDIN_FILENO)
+        fd = zmoveUp(fd);
     if (fd < 0) {
         code = errno;
         return nullptr;

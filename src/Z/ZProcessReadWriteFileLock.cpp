@@ -73,6 +73,27 @@ auto withMemory(Call call)
     }
 }
 
+// Repeats `move`, which reads or writes what lies behind the bytes that are done, until there are
+// `length` of them. Returns whether it came so far; if not, errno says why, and 0 that nothing
+// could be moved.
+template <class Move>
+bool movesAll(unsigned length, Move move)
+{
+    unsigned done = 0;
+    while (done < length) {
+        ssize_t const n = move(done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n == 0)
+            errno = 0;
+        if (n <= 0)
+            return false;
+        done += static_cast<unsigned>(n);
+    }
+    errno = 0;
+    return length != 0;
+}
+
 ZSharedFile* makeShared()
 {
     return withMemory([] { return new ZSharedFile; });
@@ -471,17 +492,9 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
         memcmp(&there, bytes, sizeof there) == 0)
         return;
     auto const* const from = static_cast<char const*>(bytes);
-    unsigned done = 0;
-    errno = 0;
-    while (done < length) {
-        ssize_t const n = pwrite(fd, from + done, length - done, off_t{offset} + done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        done += static_cast<unsigned>(n);
-    }
-    if (done == length && done != 0)
+    if (movesAll(length, [&](unsigned done) {
+            return pwrite(fd, from + done, length - done, off_t{offset} + done);
+        }))
         return;
     int const error = errno;
     setSequence(0);
@@ -496,20 +509,12 @@ void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offs
     ZCancelGuard const uncancelled;
     int const fd = getFileHandle();
     auto* const to = static_cast<char*>(bytes);
-    unsigned done = 0;
-    ssize_t n = 0;
-    while (done < length) {
-        n = pread(fd, to + done, length - done, off_t{offset} + done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        done += static_cast<unsigned>(n);
-    }
-    if (done == length && done != 0)
+    if (movesAll(length, [&](unsigned done) {
+            return pread(fd, to + done, length - done, off_t{offset} + done);
+        }))
         return;
     int rc = errno;
-    if (n >= 0) {  // the end of the file: an empty one holds nothing yet, any other is torn
+    if (rc == 0) {  // the end of the file: an empty one holds nothing yet, any other is torn
         struct stat status;
         if (stat(getLockFileName(), &status) != 0)
             rc = errno;

@@ -224,7 +224,11 @@ Table& table()
 
 int zopenPrivate(char const* path, int flags, mode_t mode)
 {
-    int const fd = openRetrying(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
+    return zmoveUp(openRetrying(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
+}
+
+int zmoveUp(int fd)
+{
     if (fd < 0 || fd >= kFirstDescriptor)
         return fd;
     int const moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstDescriptor);

@@ -99,3 +99,7 @@ unsigned zforkMark();
 /// Opens a file that is never locked and returns its descriptor, at least 3, so that nothing that
 /// is meant for standard output or standard error ever gets into it; -1 with errno when it fails.
 int zopenPrivate(char const* path, int flags, mode_t mode);
+
+/// Returns `fd`, or in place of one below 3, which is closed, another descriptor of the same file;
+/// -1 with errno when there is none.
+int zmoveUp(int fd);
