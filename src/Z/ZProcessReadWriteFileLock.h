@@ -35,7 +35,7 @@ class ZSharedFile;
 /// The protocol of the lock file; how the file is locked, read and written is the derived class's.
 class ZAbstractProcessReadWriteFileLock_6_0 : public ZAbstractProcessReadWriteLock_6_0 {
 public:
-    /// Makes a free lock with a name of six random letters and digits, in the working directory.
+    /// Makes a free lock with a random name, as the base does, in the working directory.
     ZAbstractProcessReadWriteFileLock_6_0();
 
     /// Makes a free lock called `name`, in the working directory.

@@ -25,7 +25,7 @@ public:
     // The number that no lock ever carries: no number has been seen yet.
     static constexpr uint32_t invalidSequence = 0xFFFFFFFF;
 
-    /// Makes a free lock with a name of six random letters and digits.
+    /// Makes a free lock with a name of six random characters: letters, digits, "_" and "-".
     ZAbstractProcessReadWriteLock_6_0();
 
     /// Makes a free lock called `name`.

@@ -121,6 +121,7 @@ public:
 
     /// Loads the library and calls initialize(). A name that does not load is tried without its
     /// suffix ".so" when it has it, with it otherwise.
+    /// range   not loaded yet; the handle of an earlier load is forgotten, and that library stays.
     /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt, or, when
     ///         initialize() fails, with the text "initialize"; the library is loaded then.
     /// kept    with two slots of one suffix, the other spelling is tried twice.

@@ -174,6 +174,8 @@ void ZSleeperThread_6_0::run()
         if (exit_ != 0 || wake_ == 0)
             continue;
         doWork();
+        // KEPT: clears what the work itself has set, too; work that woke itself up would never come
+        // to an end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
         wake_ = 0;
         if (pool() != nullptr) {
             int keep = 0;

@@ -28,6 +28,8 @@ public:
 
     /// Makes a joinable sleeper that works only when woken, and sleeps on `lock`.
     /// owns    `lock` is borrowed until the sleeper is destroyed.
+    /// threads start() and waitForExit() wait for the sleeper, which needs the lock: a thread that
+    ///         holds it then waits for ever.
     explicit ZSleeperThread_6_0(ZLock_6_0& lock);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -49,6 +51,7 @@ public:
     virtual void doWork() = 0;
 
     /// Wakes the sleeper for one unit of work; one that does not sleep yet finds it waiting.
+    /// kept    called by the work itself it wakes nobody: the flag is cleared behind the work.
     void wakeUp();
 
     /// Makes an ended sleeper ready for another start; waitForExit() has done so.

@@ -17,6 +17,7 @@ class ZThreadPool_6_0 : public ZObject_6_0 {
 public:
     /// Makes a pool that runs at most as many threads as the larger number says, and parks at most
     /// as many as the smaller one says.
+    /// range   with 0 for both no thread ever starts: start() waits for ever.
     /// throws  ZThreadException_6_0 (messages 3, 7) with the rc of the call that failed.
     ZThreadPool_6_0(unsigned int one, unsigned int other);
     ZThreadPool_6_0(ZThreadPool_6_0 const&) = delete;
@@ -43,6 +44,8 @@ public:
 
     /// Hands out a parked thread, or what createThread() makes when there is none.
     /// owns    a parked thread is borrowed; for a new one see createThread().
+    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; what createThread()
+    /// throws.
     void getAvailableIdleThread(ZThread_6_0*& thread);
 
     /// Lets the parked sleepers end and waits until no thread of the pool runs; none is parked
@@ -51,10 +54,12 @@ public:
     void waitForExit();
 
     /// Is called by a sleeper behind each unit of work; `keep` tells whether it is parked.
+    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails;
+    /// ZOutOfMemoryException_6_0.
     void threadDoneNotification(ZThread_6_0& thread, int& keep);
 
     /// Is called by a thread of the pool that ends.
-    /// throws  ZThreadException_6_0 (message 10) when signalling fails.
+    /// throws  ZThreadException_6_0 (messages 5, 6, 10) when the mutex or signalling fails.
     void threadDeathNotification(ZThread_6_0& thread);
 
 private:

@@ -181,6 +181,22 @@ TEST(ZSleeperThread, WorkThatThrowsEndsTheThread)
     EXPECT_EQ(0, sleeper.units);
 }
 
+TEST(ZSleeperThread, KeepsNoWakeUpOfItsOwnWork)
+{
+    TestSleeper sleeper;
+    sleeper.work = [&] {
+        if (sleeper.units < 100)
+            sleeper.wakeUp();
+    };
+    sleeper.start();
+    for (int i = 1; i <= 3; ++i) {
+        sleeper.wakeUp();  // waits until it sleeps
+        waitUntil([&] { return sleeper.units >= i; });
+    }
+    sleeper.waitForExit();
+    EXPECT_EQ(3, sleeper.units);
+}
+
 // Its loop may be over before start() looks whether it has begun.
 TEST(ZSleeperThread, MayBeShorterThanItsOwnStart)
 {
