@@ -150,23 +150,12 @@ struct QtLockFile {
 #endif
 
 template <class Lock>
-void readAlone(benchmark::State& state)
+void alone(benchmark::State& state, void (Lock::*acquire)())
 {
     Folder const folder;
     Lock lock(folder);
     for (auto _ : state) {
-        lock.read();
-        lock.unlock();
-    }
-}
-
-template <class Lock>
-void writeAlone(benchmark::State& state)
-{
-    Folder const folder;
-    Lock lock(folder);
-    for (auto _ : state) {
-        lock.write();
+        (lock.*acquire)();
         lock.unlock();
     }
 }
@@ -207,8 +196,10 @@ void inTurns(benchmark::State& state)
 template <class Lock>
 void registerAll(std::string const& contender)
 {
-    benchmark::RegisterBenchmark(("ProcessLockRead/" + contender).c_str(), readAlone<Lock>);
-    benchmark::RegisterBenchmark(("ProcessLockWrite/" + contender).c_str(), writeAlone<Lock>);
+    benchmark::RegisterBenchmark(("ProcessLockRead/" + contender).c_str(), alone<Lock>,
+                                 &Lock::read);
+    benchmark::RegisterBenchmark(("ProcessLockWrite/" + contender).c_str(), alone<Lock>,
+                                 &Lock::write);
     benchmark::RegisterBenchmark(("BetweenProcesses/" + contender).c_str(), inTurns<Lock>)
         ->UseRealTime();
 }
@@ -222,7 +213,8 @@ bool const registered = [] {
 #endif
 #ifdef Z_PEER_QT
     // In turns it would measure how long it sleeps between two looks.
-    benchmark::RegisterBenchmark("ProcessLockWrite/QLockFile", writeAlone<QtLockFile>);
+    benchmark::RegisterBenchmark("ProcessLockWrite/QLockFile", alone<QtLockFile>,
+                                 &QtLockFile::write);
 #endif
     return true;
 }();
