@@ -1,7 +1,6 @@
 // ZHashMap: maps of entries; an entry is one object whose own hash() and equals() are the key.
 //
-// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray,
-// ZHashKeyMap.
+// Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray.
 //
 // What is looked up is given as a probe: any object that equals the stored entry and hashes alike.
 // Ownership is fixed at construction, as with lists: an owning map stores clones and deletes what
