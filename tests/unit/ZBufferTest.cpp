@@ -165,53 +165,35 @@ TEST(ZBuffer, SetBufferMayTakeFromInsideTheBuffer)
 {
     struct Case {
         char const* name;
+        unsigned long kept;  // the length before, of a block of 6 bytes
         unsigned offset;
         unsigned long length;
         std::string expected;
     };
     std::string const large(100000, '\0');
     Case const cases[] = {
-        {"all", 0, 6, "abcdef"},
-        {"head", 0, 2, "ab"},
-        {"tail", 3, 3, "def"},
-        {"overlapping", 1, 5, "bcdef"},
-        {"behind the end", 4, 4, std::string("ef\0\0", 4)},
-        {"longer", 0, 8, std::string("abcdef\0\0", 8)},
-        {"so long that the block moves", 2, 100000, "cdef" + large.substr(4)},
+        {"all", 6, 0, 6, "abcdef"},
+        {"head", 6, 0, 2, "ab"},
+        {"tail", 6, 3, 3, "def"},
+        {"overlapping", 6, 1, 5, "bcdef"},
+        {"behind the end", 6, 4, 4, std::string("ef\0\0", 4)},
+        {"longer", 6, 0, 8, std::string("abcdef\0\0", 8)},
+        {"so long that the block moves", 6, 2, 100000, "cdef" + large.substr(4)},
+        {"across a shorter length", 2, 1, 4, "bcde"},
+        {"behind a shorter length", 2, 3, 3, "def"},
+        {"behind a shorter length and the block", 2, 4, 6, std::string("ef\0\0\0\0", 6)},
+        {"behind a shorter length of a block that moves", 2, 3, 100000, "def" + large.substr(3)},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         ZBuffer_6_0 buffer(6, bytes("abcdef"));
+        buffer.setLength(c.kept);
         buffer.setBuffer(c.length, static_cast<char*>(buffer.getBuffer()) + c.offset);
         EXPECT_EQ(c.expected, bytesOf(buffer));
     }
     ZBuffer_6_0 text("abc");
     text.setBuffer(static_cast<char*>(text.getBuffer()) + 1);
     EXPECT_EQ(std::string("bc\0", 3), bytesOf(text));
-}
-
-TEST(ZBuffer, SetBufferMayTakeWhatAShorterLengthHasKept)
-{
-    struct Case {
-        char const* name;
-        unsigned offset;
-        unsigned long length;
-        std::string expected;
-    };
-    std::string const large(100000, '\0');
-    Case const cases[] = {
-        {"across the end", 1, 4, "bcde"},
-        {"behind the end", 3, 3, "def"},
-        {"behind the end of the block", 4, 6, std::string("ef\0\0\0\0", 6)},
-        {"so long that the block moves", 3, 100000, "def" + large.substr(3)},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.name);
-        ZBuffer_6_0 buffer(6, bytes("abcdef"));
-        buffer.setLength(2);
-        buffer.setBuffer(c.length, static_cast<char*>(buffer.getBuffer()) + c.offset);
-        EXPECT_EQ(c.expected, bytesOf(buffer));
-    }
 }
 
 TEST(ZBuffer, ABlockIsKeptUntilItIsTooShort)
