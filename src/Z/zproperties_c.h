@@ -23,6 +23,7 @@ extern "C" {
 
 typedef struct ZPROP_handle ZPROP_handle;            // an open file
 typedef struct ZPROP_iter_handle ZPROP_iter_handle;  // an open iterator
+typedef struct ZPROP_stz_handle ZPROP_stz_handle;    // a stanza; no function makes one
 
 /// The one set of return codes.
 enum ZPROPCode {

@@ -104,6 +104,8 @@ ZPROP_handle::~ZPROP_handle()
     second = 0;
 }
 
+ZPROP_stz_handle::~ZPROP_stz_handle() = default;
+
 ZPROP_iter_handle::ZPROP_iter_handle(ZPROPIterType iterType,
                                      std::shared_ptr<ZStanzaFileProperties_6_0> openStore)
     : type(iterType), store(std::move(openStore)), maker(pthread_self())

@@ -35,6 +35,12 @@ struct ZPROP_handle {
     std::shared_ptr<ZStanzaFileProperties_6_0> const store;
 };
 
+// A stanza of an open file. The kind is there, but no function of the interface makes one.
+struct ZPROP_stz_handle : ZPROP_handle {
+    using ZPROP_handle::ZPROP_handle;
+    ~ZPROP_stz_handle() override;
+};
+
 enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2 };
 
 // An open iterator; shares the store, so that the handle it was made from may be closed first.

@@ -3,6 +3,7 @@
 #include <Z/zproperties_c_p.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -10,8 +11,10 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "FailingAllocator.h"
@@ -414,6 +417,37 @@ TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
         *word = kept;
         EXPECT_EQ("8080", value("server", "port")) << "it was not closed";
     }
+}
+
+TEST_F(ZPropertiesC, ADestroyedHandleHasLostItsWords)
+{
+    auto const store = zpropFiles.use(file_)->store;
+    // Destroys a handle in a room of its own, and returns what is left of its words.
+    using Word = uint32_t const volatile*;
+    auto const left = [](auto& handle, Word first, Word second, void const volatile* kind) {
+        using Handle = std::remove_reference_t<decltype(handle)>;
+        Word const words[] = {first, second, static_cast<Word>(kind)};
+        std::vector<uint32_t> before, after;
+        for (Word const word : words)
+            before.push_back(uint32_t{*word});
+        EXPECT_EQ(0, std::count(before.begin(), before.end(), 0u));
+        handle.~Handle();
+        for (Word const word : words)
+            after.push_back(uint32_t{*word});
+        return after;
+    };
+    std::vector<uint32_t> const none(3, 0);
+    alignas(max_align_t) char room[4096];
+    auto* const file = new (room) ZPROP_handle(zpropOpenRead, store);
+    EXPECT_EQ(none, left(*file, &file->first, &file->second, &file->mode));
+    auto* const stanza = new (room) ZPROP_stz_handle(zpropOpenRead, store);
+    EXPECT_EQ(none, left(*stanza, &stanza->first, &stanza->second, &stanza->mode));
+    static_assert(sizeof(ZPROP_stz_iter_handle) <= sizeof room);
+    auto* const keys = new (room) ZPROP_stz_iter_handle(store, "server");
+    EXPECT_EQ(none, left(*keys, &keys->first, &keys->second, &keys->type));
+    static_assert(sizeof(ZPROP_stzvalue_iter_handle) <= sizeof room);
+    auto* const values = new (room) ZPROP_stzvalue_iter_handle(store, "server", "host");
+    EXPECT_EQ(none, left(*values, &values->first, &values->second, &values->type));
 }
 
 TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
