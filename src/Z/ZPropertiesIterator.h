@@ -163,8 +163,9 @@ class ZAbstractPropertyValuesIterator_6_0 : public ZPropertyValuesIteratorInterf
 public:
     /// Makes an iterator over the values of (category, key); a missing key has none.
     /// range   `type`: the kind of the strings that are handed out and taken.
-    /// throws  ZInvalidParameterException_6_0 when a name is null, `type` or `valtype` is none of
-    ///         its enumeration, or the key holds values of the other kind than `valtype` asks for.
+    /// throws  ZInvalidParameterException_6_0 when a name is null, or empty though `valtype` asks
+    ///         for a kind, when `type` or `valtype` is none of its enumeration, or when the key
+    ///         holds values of the other kind than `valtype` asks for.
     ZAbstractPropertyValuesIterator_6_0(ZProperties_6_0& store, char const* category,
                                         char const* key, ZPropertyStringType type,
                                         ZPropIter_valtype valtype);

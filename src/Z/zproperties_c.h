@@ -166,9 +166,12 @@ int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 /// It stands before the first one. Until it is closed, other threads wait for the file object; the
 /// thread that made it goes on using the handle as it likes. In any other thread the iterator's
 /// functions answer 57 and do nothing.
+/// range   a stanza or key that is missing has nothing to walk; nor has a key when its name or its
+///         stanza's is empty, and nothing can be added to it.
 /// owns    owned by the caller; released with zstzPropIter_close_6_0.
-/// codes   55 for a bad handle, a null stanza or out pointer, an empty name; 52 no memory;
-///         `*iterator` is null then, or untouched when the handle or an argument is bad.
+/// codes   55 for a bad handle, a null stanza or out pointer, and for the keys of a stanza with an
+///         empty name; 52 no memory. `*iterator` is null then, or untouched when the handle is bad
+///         or an argument is null.
 int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                           ZPROP_iter_handle** iterator);
 

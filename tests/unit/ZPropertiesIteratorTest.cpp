@@ -367,6 +367,12 @@ TEST_F(ZPropertiesIterator, ChecksItsArguments)
                  ZInvalidParameterException_6_0);
     EXPECT_THROW(Values(store_, "s", "hidden", zPropLocalStrings, zPropIterPlain),
                  ZInvalidParameterException_6_0);
+    // So are empty names, where a kind is asked for; else they are those of a missing key.
+    EXPECT_THROW(Values(store_, "", "a", zPropLocalStrings, zPropIterPlain),
+                 ZInvalidParameterException_6_0);
+    EXPECT_THROW(Values(store_, "s", "", zPropLocalStrings, zPropIterObfuscated),
+                 ZInvalidParameterException_6_0);
+    EXPECT_EQ(0, Values(store_, "", "", zPropLocalStrings, zPropIterAny).valueCount());
     // Nothing was left locked.
     std::thread([&] { EXPECT_EQ(1, store_.exists("s")); }).join();
 }

@@ -622,7 +622,6 @@ TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
 
 TEST_F(ZPropertiesC, EmptyNamesAreRefused)
 {
-    ZPROP_iter_handle* iterator = nullptr;
     struct Case {
         char const* name;
         int code;
@@ -663,7 +662,23 @@ TEST_F(ZPropertiesC, EmptyNamesAreRefused)
     EXPECT_EQ(55, code);
     EXPECT_EQ(0, zstzPropNumValues_6_0(file_, "s", "", &(code = kUntouched)));
     EXPECT_EQ(55, code);
+
+    ZPROP_iter_handle* iterator = reinterpret_cast<ZPROP_iter_handle*>(this);
+    EXPECT_EQ(55, zstzPropIter_init_6_0(file_, "", nullptr, &iterator));
     EXPECT_EQ(nullptr, iterator);
+    // A key of such a name is one without values.
+    struct Names {
+        char const* stanza;
+        char const* key;
+    };
+    for (Names const& names : {Names{"", "k"}, Names{"server", ""}, Names{"", ""}}) {
+        ASSERT_EQ(0, zstzPropIter_init_6_0(file_, names.stanza, names.key, &iterator));
+        EXPECT_EQ(0, zstzPropIter_next_6_0(iterator, &(code = kUntouched)));
+        EXPECT_EQ(0, code);
+        EXPECT_EQ(52, zstzPropIter_addValue_6_0(iterator, "v"));
+        EXPECT_EQ(0, zstzPropIter_close_6_0(iterator));
+    }
+    EXPECT_EQ(kText, stored());
 }
 
 // ---- Reading ------------------------------------------------------------------------------------
