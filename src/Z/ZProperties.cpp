@@ -209,13 +209,6 @@ std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::Queue::pop()
     return notice;
 }
 
-void ZProperties_6_0::Rep::Queue::dropFrom(Notice** mark)
-{
-    end_ = mark;
-    while (*mark != nullptr)
-        delete std::exchange(*mark, (*mark)->next);
-}
-
 void ZProperties_6_0::Rep::Queue::takeFrom(Queue& other)
 {
     if (other.isEmpty())
@@ -498,54 +491,45 @@ int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int 
         .throwException(kSource, raiseForTruth);
 }
 
-namespace {
+void ZProperties_6_0::Rep::Strings::add(char const* text, ZPropertyStringType type)
+{
+    std::unique_ptr<ZObject_6_0> string;
+    if (type == zPropUTF8Strings)
+        string.reset(new ZUTF8String_6_0(ZLCConstString_6_0(text)));
+    else
+        string.reset(new ZLCString_6_0(text));
+    list_.addNoCopy(string.get());
+    (void)string.release();
+}
 
-// Strings that are to become the members of a list.
-class Members {
-public:
-    Members() : members_(4, 0) {}
-    Members(Members const&) = delete;
-    Members& operator=(Members const&) = delete;
-    ~Members()
-    {
-        for (unsigned i = 0; i < members_.size(); ++i)
-            delete members_.get(i);
+void ZProperties_6_0::Rep::Strings::dropFirst()
+{
+    delete list_.get(0);
+    list_.remove(0u);
+}
+
+// A list grows with its members, and keeps its room when they go.
+void ZProperties_6_0::Rep::Strings::makeRoom(ZArrayList_6_0& target, unsigned members) const
+{
+    unsigned const before = target.size();
+    try {
+        while (target.capacity() < members + list_.size())
+            target.addNoCopy(nullptr);
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        while (target.size() > before)
+            target.remove(target.size() - 1);
+        throw;
     }
+    while (target.size() > before)
+        target.remove(target.size() - 1);
+}
 
-    void add(char const* text, ZPropertyStringType type)
-    {
-        std::unique_ptr<ZObject_6_0> member;
-        if (type == zPropUTF8Strings)
-            member.reset(new ZUTF8String_6_0(ZLCConstString_6_0(text)));
-        else
-            member.reset(new ZLCString_6_0(text));
-        members_.addNoCopy(member.get());
-        (void)member.release();
-    }
-
-    // Makes them the members of an owning list: all, or none when there is no room.
-    void replace(ZArrayList_6_0& out)
-    {
-        unsigned const before = out.size();
-        try {
-            while (out.capacity() < members_.size())
-                out.addNoCopy(nullptr);
-        } catch (ZOutOfMemoryException_6_0 const&) {
-            while (out.size() > before)
-                out.remove(out.size() - 1);
-            throw;
-        }
-        out.removeAll();
-        for (unsigned i = 0; i < members_.size(); ++i)
-            out.addNoCopy(members_.get(i));
-        members_.removeAll();
-    }
-
-private:
-    ZArrayList_6_0 members_;
-};
-
-}  // namespace
+void ZProperties_6_0::Rep::Strings::moveTo(ZArrayList_6_0& target)
+{
+    for (unsigned i = 0; i < list_.size(); ++i)
+        target.addNoCopy(list_.get(i));
+    list_.removeAll();
+}
 
 void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayList_6_0& out,
                                 ZPropertyStringType type) const
@@ -554,7 +538,7 @@ void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayLis
     if (out.ownsMembers() == 0 || (type != zPropLocalStrings && type != zPropUTF8Strings))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
     Hold const hold(*this);
-    Members fresh;
+    Rep::Strings fresh;
     if (rep_->direct != nullptr) {
         auto values = rep_->direct->values(category, key, ZPCache_6_0::anyValues);
         for (ZPropertiesText value; values.next(value);)
@@ -563,7 +547,9 @@ void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayLis
         for (unsigned i = 0; i < list->size(); ++i)
             fresh.add(static_cast<ZLCString_6_0 const*>(list->get(i))->getChars(), type);
     }
-    fresh.replace(out);
+    fresh.makeRoom(out, 0);
+    out.removeAll();
+    fresh.moveTo(out);
 }
 
 int ZProperties_6_0::numValues(char const* category) const

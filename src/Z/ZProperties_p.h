@@ -1,12 +1,14 @@
 // ZProperties_p: what the parts of the configuration store share: its hidden state, the notices
 // that wait, and changes that happen as a whole or not at all.
 //
-// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZStoreFile, ZLCString.
+// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZStoreFile, ZArrayList,
+// ZLCString.
 #pragma once
 
 #include <memory>
 #include <string>
 
+#include "ZArrayList.h"
 #include "ZLCString.h"
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
@@ -35,13 +37,43 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         bool isEmpty() const { return first_ == nullptr; }
         void takeFrom(Queue& other);  // into an empty queue
 
-        // The end, and what takes away all that came since; nothing was popped meanwhile.
-        Notice** mark() { return end_; }
-        void dropFrom(Notice** mark);
-
     private:
         Notice* first_ = nullptr;
         Notice** end_ = &first_;
+    };
+
+    // Strings that are to become members of a list.
+    class Strings {
+    public:
+        Strings() : list_(4, 0) {}
+        Strings(Strings const&) = delete;
+        Strings& operator=(Strings const&) = delete;
+        ~Strings()
+        {
+            for (unsigned i = 0; i < list_.size(); ++i)
+                delete list_.get(i);
+        }
+
+        void add(char const* text, ZPropertyStringType type);
+        unsigned count() const { return list_.size(); }
+
+        // The text of one that was added for the local codeset.
+        char const* text(unsigned index) const
+        {
+            return static_cast<ZLCString_6_0*>(list_.get(index))->getChars();
+        }
+
+        void dropFirst();
+        template <class IsOne>
+        void dropThose(IsOne isOne);  // of which `isOne(text)` is true
+
+        // Makes room for all of them behind the first `members` of an owning list, which stays as
+        // it is. Then moveTo() puts them behind its last one, and does not raise.
+        void makeRoom(ZArrayList_6_0& target, unsigned members) const;
+        void moveTo(ZArrayList_6_0& target);
+
+    private:
+        ZArrayList_6_0 list_;
     };
 
     explicit Rep(ZPCache_6_0& cache) { setCache(cache); }
@@ -112,6 +144,23 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 private:
     static ZArrayList_6_0* commentLines(ZProperties_6_0& store, char const* comment);
 };
+
+template <class IsOne>
+void ZProperties_6_0::Rep::Strings::dropThose(IsOne isOne)
+{
+    for (unsigned i = 0; i < list_.size(); ++i) {
+        if (isOne(text(i))) {
+            delete list_.get(i);
+            list_.set(i, nullptr);
+        }
+    }
+    unsigned kept = 0;
+    for (unsigned i = 0; i < list_.size(); ++i)
+        if (list_.get(i) != nullptr)
+            list_.set(kept++, list_.get(i));
+    while (list_.size() > kept)
+        list_.remove(list_.size() - 1);
+}
 
 template <class Add>
 void ZProperties_6_0::Rep::addComment(ZProperties_6_0& store, char const* comment, Add add)

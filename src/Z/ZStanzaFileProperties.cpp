@@ -159,60 +159,71 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     Hold const hold(*this);
     // Every new text is looked at before the first one is stored.
-    std::unique_ptr<ZArrayList_6_0> const texts(new ZArrayList_6_0(values.size(), 1));
+    Rep::Strings texts;
     for (unsigned i = 0; i < values.size(); ++i) {
         auto const* const string = dynamic_cast<ZAbstractString_6_0 const*>(values.get(i));
         if (string == nullptr)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValues);
         ZLCString_6_0 converted;
-        ZLCString_6_0 const text(localText(*string, converted));
-        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text.getChars()) == 0)
+        char const* const text = localText(*string, converted);
+        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text) == 0)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-        texts->add(&text);
+        texts.add(text, zPropLocalStrings);
     }
-    // Nor is anything added when the key holds values of the other kind.
+    checkAccess(stanza, key, obfuscated);
+    if (texts.count() == 0)
+        return;
+    if (texts.count() == 1 && cache().countValues(stanza, key) == 0) {
+        setValue(stanza, key, texts.text(0), obfuscated);
+        return;
+    }
+
+    // What is new is made without its lines first: it goes without a trace when memory is short.
     bool const isNewStanza = cache().contains(stanza) == 0;
     bool const isNewKey = cache().contains(stanza, key) == 0;
-    int const wasModified = modified_;
-    Notice** const noticesBefore = rep_->queued.mark();
-    ZStanzaValueIterator_6_0 iterator(*this, stanza, key, zPropLocalStrings,
-                                      obfuscated != 0 ? zPropIterObfuscated : zPropIterPlain);
-    bool const hadValues = iterator.valueCount() > 0;
-    unsigned added = 0;
     try {
-        // One value, the usual case, needs no set of those that are there.
-        Texts held;
-        char const* const only = texts->size() == 1 ? textAt(*texts, 0) : nullptr;
-        while (iterator.hasMore()) {
-            char const* value;
-            iterator.nextValue(value);
+        cache().add(stanza, key, obfuscated);
+        ZArrayList_6_0& held = *cache().get(
+            stanza, key,
+            obfuscated != 0 ? ZPCache_6_0::obfuscatedValues : ZPCache_6_0::plainValues);
+        // One text, the usual case, needs no set of those that are there.
+        Texts known;
+        char const* const only = texts.count() == 1 ? texts.text(0) : nullptr;
+        bool isThere = false;
+        for (unsigned i = 0; i < held.size(); ++i) {
             if (only == nullptr)
-                held.insert(value);
-            else if (strcmp(only, value) == 0)
-                return;
+                known.insert(textAt(held, i));
+            else
+                isThere = isThere || strcmp(only, textAt(held, i)) == 0;
         }
-        for (unsigned i = 0; i < texts->size(); ++i) {
-            char const* const text = textAt(*texts, i);
-            if (only == nullptr && !held.insert(text))
-                continue;
-            iterator.addValue(text);
-            ++added;
+        texts.dropThose(
+            [&](char const* text) { return only == nullptr ? !known.insert(text) : isThere; });
+        if (texts.count() == 0)
+            return;
+        texts.makeRoom(held, held.size());
+        if (held.size() == 0) {
+            // An empty text leaves the key without values, the one behind it becomes the first, and
+            // observers are told of both.
+            std::unique_ptr<Notice> ofEmpty;
+            if (*texts.text(0) == '\0' && texts.count() > 1) {
+                ofEmpty = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
+                texts.dropFirst();
+            }
+            setValue(stanza, key, texts.text(0), obfuscated);
+            // It made the lines, and was the last that may raise.
+            texts.dropFirst();
+            if (ofEmpty != nullptr)
+                Rep::changed(*this, std::move(ofEmpty));
         }
+        texts.moveTo(held);
     } catch (...) {
-        // None of these needs memory. What is new goes whole.
         if (isNewStanza)
-            cache().delLine(stanza);
+            cache().remove(stanza);
         else if (isNewKey)
-            cache().delLine(stanza, key);
-        else if (!hadValues)
-            cache().set(stanza, key);
-        else
-            for (; added > 0; --added)
-                iterator.removeValue();
-        rep_->queued.dropFrom(noticesBefore);
-        modified_ = wasModified;
+            cache().remove(stanza, key);
         throw;
     }
+    modified_ = 1;
 }
 
 void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_6_0& out)

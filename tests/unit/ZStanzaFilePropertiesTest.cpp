@@ -1,6 +1,8 @@
 #include <Z/ZArrayList.h>
+#include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
+#include <Z/ZPropertiesImpl.h>
 #include <Z/ZPropertiesKVList.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/ZUTF8String.h>
@@ -22,6 +24,19 @@ namespace {
 constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
 
 using Store = ZStanzaFileProperties_6_0;
+
+// A store that shows the text that it would write.
+class SeenStore final : public ZStanzaFileProperties_6_0 {
+public:
+    using ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0;
+
+    std::string text() const
+    {
+        ZBuffer_6_0 text;
+        dynamic_cast<ZSCFData_6_0&>(cache()).writeText(text);
+        return std::string(static_cast<char const*>(text.getBuffer()), text.getLength());
+    }
+};
 
 }  // namespace
 
@@ -473,16 +488,32 @@ TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
         int obfuscated;
         int values;  // that the key has before
     };
+    // Of "bare" and of the stanza "far" the companion alone knows: they have no lines.
     Case const cases[] = {{"new", "k", 1, 0},   {"s", "new", 0, 0},   {"s", "k", 0, 1},
-                          {"s", "empty", 0, 0}, {"s", "empty", 1, 0}, {"s", "hidden", 1, 1}};
+                          {"s", "empty", 0, 0}, {"s", "empty", 1, 0}, {"s", "hidden", 1, 1},
+                          {"s", "bare", 0, 0},  {"s", "bare", 1, 0},  {"far", "k", 1, 1},
+                          {"far", "new", 0, 0}, {"far", "new", 1, 0}};
+    constexpr char kText[] = "[s]\nk = a\nempty =\n";
+    {
+        Store store(directory_.write("conf", kText).c_str(), 1);
+        store.setValue("s", "hidden", "h", 1);
+        store.setValue("s", "bare", "b", 1);
+        store.setValue("far", "k", "f", 1);
+        {
+            ZStanzaValueIterator_6_0 bare(store, "s", "bare", zPropLocalStrings, zPropIterAny);
+            bare.nextValue();
+            bare.changeValue("");
+        }
+        store.store(nullptr);
+    }
+    std::string const entry =
+        "[configuration-database]\nfile = " + directory_.at("conf.obf") + "\n";
     ZArrayList_6_0 values(4, 1);
     for (int i = 0; i < 20; ++i)
         values.addNoCopy(new ZLCString_6_0(i));
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.stanza) + "/" + c.key);
-        Store store(directory_.write("conf", "[s]\nk = a\nempty =\n").c_str(), 1);
-        store.setValue("s", "hidden", "h", 1);
-        store.resetModified();
+        SeenStore store(directory_.write("conf", kText + entry).c_str(), 1);
         NotedChanges observer;
         store.addObserver(&observer);
         int const stanzas = store.count();
@@ -507,6 +538,7 @@ TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
             ASSERT_EQ(keys, store.count("s"));
             ASSERT_EQ(c.values, store.numValues(c.stanza, c.key));
             ASSERT_EQ(0, store.isModified());
+            ASSERT_EQ(kText + entry, store.text());
         }
         EXPECT_LT(20u, failures);
         EXPECT_EQ(20 + c.values, store.numValues(c.stanza, c.key));
