@@ -3,6 +3,12 @@
 #include <Z/zproperties_c.h>
 #include <stdio.h>
 
+/* A value that is empty comes as a null pointer. */
+static char const* or_empty(char const* text)
+{
+    return text != NULL ? text : "";
+}
+
 static void print_servers(ZPROP_handle* config)
 {
     ZPROP_iter_handle* server;
@@ -12,7 +18,7 @@ static void print_servers(ZPROP_handle* config)
         return;
     while (zstzPropIter_next_6_0(server, &code)) {
         char* const text = zstzPropIter_getValue_6_0(server, &code);
-        printf("server: %s\n", text);
+        printf("server: %s\n", or_empty(text));
         zstzPropFree_6_0(text);
     }
     zstzPropIter_close_6_0(server);
@@ -37,7 +43,7 @@ static int print_settings(ZPROP_handle* config)
 
     if (code == zpropOk) {
         printf("health check: %s\nidle timeout: %u s\nlog level: %s\n", check ? "on" : "off", idle,
-               level);
+               or_empty(level));
         for (i = 0; addresses[i] != NULL; ++i)
             printf("address: %s\n", addresses[i]);
     }
