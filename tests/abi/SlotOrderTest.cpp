@@ -79,7 +79,8 @@ TEST(SlotOrder, ObjectRootAndExceptions)
                  {"where", slot(&ZException_6_0::where)},
                  {"print", slot(&ZException_6_0::print)},
                  {"throwException", slot(&ZException_6_0::throwException)},
-                 {"dumpException", slot(&ZException_6_0::dumpException)}});
+                 {"dumpException", slot(&ZException_6_0::dumpException)},
+                 {"insertTypes", slot(&ZZException_6_0::insertTypes)}});
 }
 
 TEST(SlotOrder, MessageService)
@@ -260,6 +261,7 @@ TEST(SlotOrder, ArraysListsAndStacks)
                  {"reset", slot(&ZListIterator_6_0::reset)},
                  {"backUp", slot(&ZListIterator_6_0::backUp)},
                  {"indexOf", slot(&ZListIterator_6_0::indexOf)}});
+    EXPECT_EQ(0, slot(&ZSortCompare_6_0::sortCompare));
 }
 
 TEST(SlotOrder, Maps)

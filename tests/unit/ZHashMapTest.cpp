@@ -519,6 +519,28 @@ TEST_F(ZHashMap, EveryFailedAllocationLeavesTheMapAsItWas)
     EXPECT_EQ(orderOf(other), orderOf(map));
 }
 
+TEST_F(ZHashMap, TheRoomOfARemovedEntryIsUsedAgain)
+{
+    for (unsigned capacity : {1u, 1000u}) {  // with an index, and without
+        SCOPED_TRACE(capacity);
+        std::vector<std::unique_ptr<CountedObject>> objects;
+        for (int i = 0; i < 100; ++i)
+            objects.push_back(std::make_unique<CountedObject>(i));
+        ZHashMap_6_0 map(capacity, kBorrows);
+        for (auto const& object : objects)
+            map.putEntry(object.get());
+        FailingAllocator::failAt(1, FailingAllocator::forEver);
+        for (int round = 0; round < 3; ++round) {
+            for (auto const& object : objects)
+                map.removeEntry(object.get());
+            for (auto const& object : objects)
+                map.putEntry(object.get());
+        }
+        EXPECT_FALSE(FailingAllocator::stop());
+        EXPECT_EQ(100u, map.size());
+    }
+}
+
 TEST_F(ZHashMap, FailedAllocationNamesTheMap)
 {
     unsigned const sites[] = {61, 74};
