@@ -517,8 +517,8 @@ private:
     Text key_;
 };
 
-// A value cannot be read as asked. Message 39, or that of the two classes below, which are thrown
-// as this one; inserts: file, value, key, category.
+// A value cannot be read as asked. Texts 40, 41, of the two classes below, which are thrown as this
+// one; inserts: file, value, key, category. One that a caller makes has message 39.
 class ZPropertiesInvalidValueException_6_0 : public ZPropertiesException_6_0 {
 public:
     ZPropertiesInvalidValueException_6_0(char const* file, char const* category, char const* key,

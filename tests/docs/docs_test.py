@@ -130,6 +130,28 @@ class Documents(unittest.TestCase):
         declared = set(re.findall(r"^class (Z\w+)_6_0\b(?! *;)", header, re.M)) - abstract
         self.assertEqual(declared, listed)
 
+    def test_messages_of_each_exception_class(self):
+        def numbers(text):
+            found = set()
+            for first, last in re.findall(r"(\d+)(?:[-–](\d+))?", text):
+                found |= set(range(int(first), int(last or first) + 1))
+            return found
+
+        header = (ROOT / "src" / "Z" / "ZException.h").read_text(encoding="utf-8")
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        compared = 0
+        for comment, name in re.findall(r"((?:^//.*\n)+)^class (Z\w+)_6_0\b(?! *;)", header, re.M):
+            comment = re.sub(r"\s*\n// ", " ", comment)
+            row = re.search(rf"^\| `{name}` \| [^|]*\| ([^|]*)\|(.*)$", text, re.M)
+            raised = re.search(r"\bMessage \d+|\b[Tt]exts? \d[^;.]*", comment)
+            if row and raised and "chosen where raised" not in row[1]:
+                self.assertEqual(numbers(raised[0]), numbers(row[1]), name)
+                compared += 1
+            if row:
+                self.assertEqual("nothing in the library raises it" in comment,
+                                 row[2].startswith(" never: "), name)
+        self.assertLess(25, compared)
+
     def test_every_return_code_is_listed(self):
         header = (ROOT / "src" / "Z" / "zproperties_c.h").read_text(encoding="utf-8")
         text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
