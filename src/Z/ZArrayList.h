@@ -234,9 +234,8 @@ public:
     /// Goes back before the first member.
     virtual void reset();
     /// Goes back by one member.
-    /// kept    before the first member the place wraps round: the iterator is at its end then,
-    /// until
-    ///         `reset()`.
+    /// kept    before the first member the place wraps round: the iterator is at its end then and
+    ///         stays there until `reset()`.
     virtual void backUp();
     /// Returns the index of the member handed out last; -1 when there is none.
     virtual int indexOf();

@@ -70,10 +70,9 @@ public:
     ///
     /// A map that holds a mapping gives that back first. Read-write, a missing or empty file is
     /// created (mode 0600) and a shorter one extended to `length`, with its room on the disk.
-    /// range   `length` 0 means the file's size; where nothing is extended it may pass that.
-    /// Touching
-    ///         what lies beyond the file's last page ends the process (SIGBUS), also after another
-    ///         process has cut the file. `err` may be null.
+    /// range   `length` 0 means the file's size; where nothing is extended it may pass that. To
+    ///         touch what lies beyond the file's last page ends the process (SIGBUS), also after
+    ///         another process has cut the file. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
     /// codes   `*err` is 0, or: 22 (EINVAL) when there is nothing to map, which is also how an
     ///         empty file answers to a length of 0; else the errno of what failed. Nothing stays

@@ -98,10 +98,9 @@ public:
 
     /// Opens and locks `path`, and reads it. For a store, a missing file is made, and a store that
     /// died half-way is finished first.
-    /// throws  Failure with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; with
-    /// "lstat()",
-    ///         "open()", "read()" or "mapFile()" when a journal, or the companion that it is about,
-    ///         cannot be looked at; while finishing, as commit(); std::bad_alloc.
+    /// throws  Failure with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; and with
+    ///         "lstat()", "open()", "read()" or "mapFile()" when a journal, or the companion that
+    ///         it is about, cannot be looked at; while finishing, as commit(); std::bad_alloc.
     ZStoreFile(char const* path, Use use);
     ZStoreFile(ZStoreFile const&) = delete;
     ZStoreFile& operator=(ZStoreFile const&) = delete;

@@ -44,8 +44,7 @@ public:
 
     /// Hands out a parked thread, or what createThread() makes when there is none.
     /// owns    a parked thread is borrowed; for a new one see createThread().
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; what createThread()
-    /// throws.
+    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; as createThread().
     void getAvailableIdleThread(ZThread_6_0*& thread);
 
     /// Lets the parked sleepers end and waits until no thread of the pool runs; none is parked
@@ -54,8 +53,8 @@ public:
     void waitForExit();
 
     /// Is called by a sleeper behind each unit of work; `keep` tells whether it is parked.
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails;
-    /// ZOutOfMemoryException_6_0.
+    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; or
+    ///         ZOutOfMemoryException_6_0.
     void threadDoneNotification(ZThread_6_0& thread, int& keep);
 
     /// Is called by a thread of the pool that ends.

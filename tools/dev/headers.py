@@ -4,7 +4,8 @@
 usage: headers.py [COMPILER [C COMPILER]]
 
 Each must be C++17 by itself; a header that has a C side (it asks for __cplusplus) must be C99 too.
-Of system headers a public one includes only what a signature needs.
+Of system headers a public one includes only what a signature needs. Behind a label of a contract
+the lines are indented: clang-format, which folds a long line, does not know that.
 """
 import concurrent.futures
 import os
@@ -19,6 +20,8 @@ SOURCES = ROOT / "src"
 ALLOWED = {"iosfwd", "stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", "time.h", "pthread.h"}
 # What plain C programs include.
 C_HEADERS = {"qvr.h", "Z/zproperties_c.h", "Z/zsnprintf.h", "Z/zqvrutil.h"}
+
+LABEL = re.compile(r" (range|owns|throws|codes|threads|kept|units|cost) ")
 
 
 def public_headers():
@@ -37,12 +40,25 @@ def compile_twice(command, header):
     return run.stderr if run.returncode else ""
 
 
+def folded_lines(header, text):
+    labelled = False
+    for number, line in enumerate(text.splitlines(), 1):
+        comment = line.strip().removeprefix("///")
+        if comment == line.strip() or not comment:
+            labelled = False
+        elif LABEL.match(comment):
+            labelled = True
+        elif labelled and not comment.startswith(" " * 9):
+            yield f"{header}:{number}: not indented behind its label: {comment.strip()}"
+
+
 def check(header, cxx, c):
     path = SOURCES / ("qvr/qvr.h" if header == "qvr.h" else header)
     text = path.read_text(encoding="utf-8")
     wrong = [f"{header}: includes <{name}>"
              for name in re.findall(r"^\s*#\s*include\s*<([^>]+)>", text, re.M)
              if name not in ALLOWED]
+    wrong += folded_lines(header, text)
     report = compile_twice([cxx, "-x", "c++", "-std=c++17"], header)
     if report:
         wrong.append(f"{header} does not stand alone as C++17:\n{report}")
