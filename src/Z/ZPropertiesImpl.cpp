@@ -921,9 +921,8 @@ int ZPCategoryBasedCache_6_0::validateKey(char const* category, char const* key)
         return 0;
     // The shortest line of a key is "key =".
     size_t const length = strlen(key);
-    cache::Spaces const spaces;
-    return strpbrk(key, "=\n") == nullptr && *key != '#' && *key != '[' && !spaces.has(*key) &&
-           !spaces.has(key[length - 1]) && length + 2 <= cache::kLongestLine;
+    return strpbrk(key, "=\n") == nullptr && *key != '#' && *key != '[' && !cache::isSpace(*key) &&
+           !cache::isSpace(key[length - 1]) && length + 2 <= cache::kLongestLine;
 }
 
 int ZPCategoryBasedCache_6_0::validateValue(char const* key, char const* value)

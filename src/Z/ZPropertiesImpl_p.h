@@ -21,6 +21,7 @@
 // which cannot fail.
 #pragma once
 
+#include <ctype.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -73,8 +74,14 @@ struct View {
     uint32_t length = 0;
 };
 
-// The bytes that are white space: those of ASCII in every locale, and what isspace() of the current
-// locale adds.
+// Returns whether a byte is white space: those of ASCII in every locale, and what isspace() of the
+// current locale adds.
+inline bool isSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r') || isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+// The same for many bytes, in a table.
 struct Spaces {
     Spaces();
     bool has(char c) const { return is[static_cast<unsigned char>(c)]; }

@@ -1,6 +1,5 @@
 // The text of a stanza file, and its companion file.
 
-#include <ctype.h>
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
@@ -393,7 +392,7 @@ bool countRecords(char const* text, size_t length, size_t& records)
 cache::Spaces::Spaces()
 {
     for (int c = 0; c < 256; ++c)
-        is[c] = c == ' ' || (c >= '\t' && c <= '\r') || isspace(c) != 0;
+        is[c] = isSpace(static_cast<char>(c));
 }
 
 ZSCFData_6_0::ZSCFData_6_0() = default;
