@@ -198,7 +198,15 @@ TEST(ZException, ASecondLocationReplacesTheFirst)
     e.addLocation("first", 1);
     e.addLocation("second", 2);
     EXPECT_EQ(1, e.locationCount());
-    for (int index : {0, 5, -1}) {
+    EXPECT_STREQ("second", e.who());
+    EXPECT_EQ(2u, e.where());
+}
+
+TEST(ZException, KeepsOneLocationForEveryIndex)
+{
+    ZUnsupportedException_6_0 e;
+    e.addLocation("second", 2);
+    for (int index : {0, 1, 5, -1, INT_MIN}) {
         SCOPED_TRACE(index);
         char const* file = nullptr;
         int line = 0;
@@ -247,6 +255,17 @@ TEST(ZException, ACloneOutlivesWhatItWasMadeOf)
     EXPECT_EQ(name, copy.propFile().getChars());
     EXPECT_EQ(5, copy.excerrno());
     EXPECT_FALSE(copy == ZPropertiesIOException_6_0(copy));
+}
+
+TEST(ZException, KeepsTheFileInWho)
+{
+    ZUnsupportedException_6_0 e;
+    char const* file = nullptr;
+    int line = 0;
+    e.addLocation("src/x", 7);
+    e.location(0, file, line);
+    EXPECT_EQ(file, e.who());
+    EXPECT_STREQ("src/x", e.who());
 }
 
 TEST(ZException, AssignmentCopiesEverythingAndToItselfNothing)
