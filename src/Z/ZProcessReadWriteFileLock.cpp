@@ -144,7 +144,8 @@ uint32_t ZAbstractProcessReadWriteFileLock_6_0::hash() const
 
 int ZAbstractProcessReadWriteFileLock_6_0::compare(ZObject_6_0 const& other) const
 {
-    return path_.compare(static_cast<ZAbstractProcessReadWriteFileLock_6_0 const&>(other).path_);
+    auto const* const lock = dynamic_cast<ZAbstractProcessReadWriteFileLock_6_0 const*>(&other);
+    return lock == nullptr ? ZObject_6_0::compare(other) : path_.compare(lock->path_);
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::lock()

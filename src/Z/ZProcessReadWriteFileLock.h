@@ -52,6 +52,7 @@ public:
     uint32_t hash() const override;
 
     /// Orders by the lock file's path.
+    /// range   an object of another class sorts by its address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
 
     /// Acquires the lock for writing.

@@ -93,7 +93,8 @@ uint32_t ZAbstractProcessReadWriteLock_6_0::hash() const
 
 int ZAbstractProcessReadWriteLock_6_0::compare(ZObject_6_0 const& other) const
 {
-    return name_.compare(static_cast<ZAbstractProcessReadWriteLock_6_0 const&>(other).name_);
+    auto const* const lock = dynamic_cast<ZAbstractProcessReadWriteLock_6_0 const*>(&other);
+    return lock == nullptr ? ZObject_6_0::compare(other) : name_.compare(lock->name_);
 }
 
 void ZAbstractProcessReadWriteLock_6_0::lock()

@@ -153,6 +153,8 @@ TEST_F(ZProcessReadWriteFileLock, HashesAndComparesByPath)
     EXPECT_LT(a.compare(b), 0);
     EXPECT_GT(b.compare(a), 0);
     EXPECT_NE(0, a.compare(Lock("a")));
+    ZObject_6_0 const stranger;
+    EXPECT_EQ(a.ZObject_6_0::compare(stranger), a.compare(stranger));
 }
 
 TEST_F(ZProcessReadWriteFileLock, RenamingItDoesNotMoveTheFile)

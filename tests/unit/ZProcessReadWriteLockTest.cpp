@@ -108,6 +108,8 @@ TEST(ZProcessReadWriteLock, HashesAndComparesByName)
     EXPECT_EQ(0, a.compare(alsoA));
     EXPECT_LT(a.compare(b), 0);
     EXPECT_GT(b.compare(a), 0);
+    ZObject_6_0 const stranger;
+    EXPECT_EQ(a.ZObject_6_0::compare(stranger), a.compare(stranger));
     EXPECT_TRUE(a.equals(alsoA));
 }
 
