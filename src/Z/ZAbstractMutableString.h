@@ -275,7 +275,7 @@ protected:
     /// Returns whether `n` bytes are the contents.
     bool hasBytes(char const* bytes, size_t n) const
     {
-        return length_ == n && memcmp(text_, bytes, n) == 0;
+        return length_ == n && areSame(text_, bytes, n);
     }
 
     // The text, to be changed in place; its length stays.
@@ -283,6 +283,24 @@ protected:
 
 private:
     static constexpr unsigned int kDefaultLength = 95;
+
+    // Whether two texts of `n` bytes are the same. Most keys and names are at least one word long
+    // and at most two: two words that may overlap are compared without a call. The code is laid out
+    // for longer texts, which would pay more for a jump.
+    static bool areSame(char const* one, char const* other, size_t n)
+    {
+        constexpr size_t kWord = sizeof(uint64_t);
+        size_t const last = n - kWord;  // where the second word begins
+        if (__builtin_expect(last <= kWord, 0))
+            return ((word(one) ^ word(other)) | (word(one + last) ^ word(other + last))) == 0;
+        return memcmp(one, other, n) == 0;
+    }
+    static uint64_t word(char const* at)
+    {
+        uint64_t bytes;
+        memcpy(&bytes, at, sizeof bytes);
+        return bytes;
+    }
 
     // Whether a text of `length` bytes changes neither the capacity nor the buffer.
     bool fits(size_t length) const { return length <= capacity_ && length <= room_; }
