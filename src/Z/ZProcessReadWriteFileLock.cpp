@@ -245,6 +245,8 @@ void ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(char const* name)
     if (path.getLength() > 0)
         path += "/";
     path += kPrefix;
+    // KEPT: a "/" is not refused; callers name locks in folders whose names begin with the prefix.
+    // Test: ZProcessReadWriteFileLock.KeepsASlashInTheName
     path += name;
     path_ = path;
 }
@@ -534,6 +536,8 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
     constexpr int kFlags = O_RDWR | O_CREAT | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
     int const error =
         withMemory([this] { return shared_->open(getLockFileName(), kFlags, kMode); });
+    // KEPT: the errno of a failed open is lost; callers know EBADF, which the lock of the range
+    // that is asked for next raises. Test: ZProcessReadWriteFileLock.KeepsAFailedOpenToItself
     __atomic_store_n(&fd_, error == 0 ? shared_->descriptor() : -1, __ATOMIC_RELAXED);
 }
 

@@ -188,6 +188,8 @@ ZLCString_6_0 const& ZAbstractProcessReadWriteLock_6_0::getLockName() const
 
 void ZAbstractProcessReadWriteLock_6_0::setLockName(ZLCString_6_0& name)
 {
+    // KEPT: the file of a lock has got its path from the first name and stays where it is; callers
+    // rename what reports show. Test: ZProcessReadWriteFileLock.KeepsItsFileWhenRenamed
     name_ = name;
 }
 

@@ -169,6 +169,8 @@ int ZSharedLibrary_6_0::getLocalScope() const
 
 void ZSharedLibrary_6_0::setLocalScope(int local)
 {
+    // KEPT: flags of 0 stay 0, which loads globally; callers set the resolution first.
+    // Test: ZSharedLibrary.KeepsLoadingGloballyWithoutFlags
     setFlags(local != 0 ? getFlags() & ~RTLD_GLOBAL : getFlags() | RTLD_GLOBAL);
 }
 

@@ -136,11 +136,29 @@ TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryAndPrefixAndName)
     EXPECT_STREQ("._zplorders", Lock("orders").getLockFileName());
     EXPECT_STREQ("", Lock("orders").getLockDirName());
     EXPECT_STREQ("._zplorders", Lock(nullptr, "orders").getLockFileName());
-    EXPECT_EQ(dir() + "/._zpla/b", Lock(dir().c_str(), "a/b").getLockFileName());
     Lock const unnamed;
     EXPECT_EQ(std::string("._zpl") + unnamed.getLockName().getChars(), unnamed.getLockFileName());
     ZStubProcessReadWriteFileLock_6_0 const stub(dir().c_str(), "s");
     EXPECT_EQ(dir() + "/._zpls", stub.getLockFileName());
+}
+
+TEST_F(ZProcessReadWriteFileLock, KeepsASlashInTheName)
+{
+    Lock lock(dir().c_str(), "a/b");
+    EXPECT_EQ(dir() + "/._zpla/b", lock.getLockFileName());
+    ASSERT_EQ(0, mkdir(path().c_str(), 0700));
+    lock.writeLock();
+    EXPECT_EQ(0, access(directory_.at("._zpla/b").c_str(), F_OK));
+    lock.unlock();
+}
+
+TEST_F(ZProcessReadWriteFileLock, KeepsAFailedOpenToItself)
+{
+    Lock lock(dir().c_str(), "none/b");
+    lock.createLockFile();
+    EXPECT_EQ(-1, lock.getFileHandle());
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327,
+                                                   [&] { lock.lockFileRange(kRead, 0, 4); }));
 }
 
 TEST_F(ZProcessReadWriteFileLock, HashesAndComparesByPath)
@@ -157,7 +175,7 @@ TEST_F(ZProcessReadWriteFileLock, HashesAndComparesByPath)
     EXPECT_EQ(a.ZObject_6_0::compare(stranger), a.compare(stranger));
 }
 
-TEST_F(ZProcessReadWriteFileLock, RenamingItDoesNotMoveTheFile)
+TEST_F(ZProcessReadWriteFileLock, KeepsItsFileWhenRenamed)
 {
     Lock lock(dir().c_str(), "a");
     ZLCString_6_0 name("b");

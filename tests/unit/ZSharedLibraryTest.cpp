@@ -263,8 +263,6 @@ TEST(ZSharedLibrary, ScopeAndResolutionAreFlags)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
     EXPECT_EQ(0, library.getFlags());
-    library.setLocalScope(1);
-    EXPECT_EQ(0, library.getFlags());
     library.setLocalScope(0);
     EXPECT_EQ(RTLD_GLOBAL, library.getFlags());
     library.setLazyResolution(1);
@@ -323,6 +321,16 @@ TEST(ZSharedLibrary, KeepsTwoSlotsOfOneSuffix)
     Suffixed const library("name");
     EXPECT_STREQ(".so", library.first());
     EXPECT_STREQ(".so", library.second());
+}
+
+TEST(ZSharedLibrary, KeepsLoadingGloballyWithoutFlags)
+{
+    ZSharedLibrary_6_0 library(kPlain.c_str());
+    library.setLocalScope(1);
+    EXPECT_EQ(0, library.getFlags());
+    library.loadLibrary();
+    EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "sampleAnswer"));
+    library.unloadLibrary();
 }
 
 TEST(ZSharedLibrary, KeepsSayingGlobalScope)
