@@ -110,6 +110,7 @@ public:
     ZArrayList_6_0* getKeys(char const* stanza) const;
 
     /// Serves `count` requests in order; one of a type that does not exist ends the batch.
+    /// range   a negative `count` serves none.
     /// throws  ZInvalidParameterException_6_0 when `items` is null, `count` is 0 or a result is
     ///         null; what the getter of an item throws: the items before it are served then.
     void getItems(ZStzFileItem_6_0* items, int count) const;

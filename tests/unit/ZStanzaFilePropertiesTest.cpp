@@ -375,6 +375,8 @@ TEST_F(ZStanzaFileProperties, BatchesCheckTheirArguments)
     };
     EXPECT_TRUE(refused([&] { store_.getItems(nullptr, 1); }));
     EXPECT_TRUE(refused([&] { store_.getItems(items, 0); }));
+    store_.getItems(items, -1);
+    EXPECT_EQ(0u, first);
     ZStzFileItem_6_0 noResult = {zStzInteger, "s", "n", 0, nullptr, {}};
     EXPECT_TRUE(refused([&] { store_.getItems(&noResult, 1); }));
     EXPECT_THROW(store_.getItems(items, 2), ZPropertiesInvalidValueException_6_0);

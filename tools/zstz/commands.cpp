@@ -271,7 +271,7 @@ void checkFile(std::string const& path)
         ++stanzas;
         keys += stanza.keys.size();
         for (std::string const& key : stanza.keys)
-            values += file.values(stanza.name, key).size();
+            values += file.valueCount(stanza.name, key);
     }
     printf("%s: %s, %s, %s\n", path.c_str(), counted(stanzas, "stanza", "stanzas").c_str(),
            counted(keys, "key", "keys").c_str(), counted(values, "value", "values").c_str());

@@ -80,6 +80,11 @@ std::vector<std::string> LoadedFile::values(std::string const& stanza, std::stri
     return texts;
 }
 
+size_t LoadedFile::valueCount(std::string const& stanza, std::string const& key) const
+{
+    return static_cast<size_t>(cache_->countValues(stanza.c_str(), key.c_str()));
+}
+
 bool LoadedFile::isObfuscated(std::string const& stanza, std::string const& key) const
 {
     return cache_->isObfuscated(stanza.c_str(), key.c_str()) != 0;

@@ -27,6 +27,9 @@ public:
     /// Returns the values of a key, in order.
     std::vector<std::string> values(std::string const& stanza, std::string const& key) const;
 
+    /// Returns the number of the values of a key.
+    size_t valueCount(std::string const& stanza, std::string const& key) const;
+
     /// Returns whether the values of a key are obfuscated.
     bool isObfuscated(std::string const& stanza, std::string const& key) const;
 
