@@ -61,6 +61,7 @@ TEST(ZProcessReadWriteLock, BeginsFree)
     EXPECT_EQ(0ul, lock.getSequence());
     EXPECT_EQ(kInvalid, lock.getLastSequence());
     EXPECT_EQ(0xFFFFFFFFul, kInvalid);
+    EXPECT_EQ(kInvalid, ZSequenceUpdate_6_0().getSequence());
     EXPECT_EQ(1, lock.getUpdate());
     EXPECT_EQ(0, lock.getReaderCount());
     EXPECT_EQ(0, lock.isCurrent());
