@@ -359,6 +359,8 @@ void ZReadWriteLock_6_0::waitAndPromote()
 ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update)
     : lock_(lock), failed_(0)
 {
+    // KEPT: not when the lock is acquired; guards are put around a lock that is held already.
+    // Test: ZProcessReadWriteLock.KeepsTheFlagOfAGuardForWhoeverHoldsIt
     lock_.setUpdate(update);
 }
 

@@ -174,6 +174,7 @@ private:
 class ZStackReadWriteLock_6_0 : public ZObject_6_0 {
 public:
     /// Borrows `lock` and sets its update flag; acquires nothing.
+    /// kept    the flag is set at once, for whoever holds a process lock; acquiring sets it anew.
     ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update);
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;

@@ -48,7 +48,8 @@ public:
     void getAvailableIdleThread(ZThread_6_0*& thread);
 
     /// Lets the parked sleepers end and waits until no thread of the pool runs; none is parked
-    /// meanwhile. The pool is then as it was.
+    /// meanwhile. The pool is then as it was. Parked sleepers that are not detached have been
+    /// waited for: waiting for one again raises.
     /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails.
     void waitForExit();
 

@@ -248,6 +248,18 @@ TEST(ZProcessReadWriteLock, GuardReleasesIt)
     EXPECT_EQ(0ul, lock.getSequence());
 }
 
+TEST(ZProcessReadWriteLock, KeepsTheFlagOfAGuardForWhoeverHoldsIt)
+{
+    Lock lock("a");
+    lock.writeLock();
+    elsewhere([&] {
+        EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(
+            6, kThreadLock, 104, [&] { ZStackReadWriteLock_6_0 const guard(lock, 0); }));
+    });
+    lock.unlock();
+    EXPECT_EQ(0ul, lock.getSequence());
+}
+
 TEST(ZProcessReadWriteLock, ReleasingAFreeLockRaisesAndChangesNothing)
 {
     Lock lock("a");
