@@ -357,6 +357,8 @@ TYPED_TEST(ZAbstractMutableString, PrependGivesBackABufferThatIsNotNeeded)
                           {"heap to heap", 100, 500, 5, grown(105)},
                           {"object to heap", 90, 95, 10, grown(100)},
                           {"object stays", 10, 95, 10, 95},
+                          {"object stays, full by the text", 0, 95, 95, 95},
+                          {"object stays, full by both", 1, 95, 94, 95},
                           {"long text in front of a little", 1, 95, 200, grown(200)},
                           {"long text in front of more", 60, 95, 200, grown(260)}};
     for (Case const& c : cases) {
