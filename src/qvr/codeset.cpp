@@ -67,22 +67,28 @@ void fillAscii(Codeset& codeset)
         codeset.first[byte] = byte;
 }
 
-// Makes the reverse table of a single-byte codeset. `roundTrip(byte)` says whether the byte is
-// what its character is encoded as.
-template <class RoundTrip>
-void fillReverse(Codeset& codeset, RoundTrip roundTrip)
+// Makes the reverse table from the characters of one and two bytes. `isEncodedAs(value, bytes)`
+// says whether `bytes` is what the code point is encoded as.
+template <class IsEncodedAs>
+void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
 {
     codeset.pages.assign(1, {});  // page 0 is empty, for all that have no character
-    for (unsigned byte = 0; byte < 256; ++byte) {
-        uint32_t const value = codeset.first[byte];
-        if (value > 0xFFFF || !roundTrip(byte))
-            continue;
+    auto const enter = [&](uint32_t value, unsigned bytes) {
+        if (value > 0xFFFF || !isEncodedAs(value, bytes))
+            return;
         uint8_t& page = codeset.page[value >> 8];
         if (page == 0) {
             page = static_cast<uint8_t>(codeset.pages.size());
             codeset.pages.push_back({});
         }
-        codeset.pages[page][value & 0xFF] = static_cast<uint8_t>(byte);
+        codeset.pages[page][value & 0xFF] = static_cast<uint16_t>(bytes);
+    };
+    for (unsigned first = 0; first < 256; ++first) {
+        uint32_t const value = codeset.first[first];
+        enter(value, first);
+        if (value >= kTable && value < kLonger)
+            for (unsigned second = 1; second < 256; ++second)
+                enter(codeset.tables[value - kTable][second], first << 8 | second);
     }
 }
 
@@ -105,7 +111,7 @@ bool buildWithoutConverter(Codeset& codeset, char const* name)
         for (uint32_t byte = 0x80; byte < 0x100; ++byte)
             codeset.first[byte] = latin10 && byte >= 0xA0 ? kIso8859_16[byte - 0xA0] : byte;
     }
-    fillReverse(codeset, [](unsigned) { return true; });
+    fillReverse(codeset, [](uint32_t, unsigned) { return true; });
     return true;
 }
 
@@ -125,8 +131,10 @@ uint32_t original(Codeset const& codeset, uint32_t value)
     return value;
 }
 
-// Whether `byte` alone is what its character is encoded as.
-bool isRoundTrip(UConverter* converter, uint32_t value, unsigned byte)
+// Whether `bytes` are what the converter encodes `value` as: one byte, or two with the first in the
+// higher half. Unless `isAlone`, more may follow: a code point that may begin a character of
+// several keeps the converter waiting, and the answer is no.
+bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool isAlone)
 {
     UChar const unit = static_cast<UChar>(value);
     UChar const* source = &unit;
@@ -134,8 +142,11 @@ bool isRoundTrip(UConverter* converter, uint32_t value, unsigned byte)
     char* end = out;
     UErrorCode rc = U_ZERO_ERROR;
     ucnv_resetFromUnicode(converter);
-    ucnv_fromUnicode(converter, &end, out + sizeof out, &source, source + 1, nullptr, true, &rc);
-    return U_SUCCESS(rc) && end - out == 1 && static_cast<unsigned char>(*out) == byte;
+    ucnv_fromUnicode(converter, &end, out + sizeof out, &source, source + 1, nullptr, isAlone, &rc);
+    unsigned encoded = 0;
+    for (char const* byte = out; byte != end; ++byte)
+        encoded = encoded << 8 | static_cast<unsigned char>(*byte);
+    return U_SUCCESS(rc) && end - out == (bytes > 0xFF ? 2 : 1) && encoded == bytes;
 }
 
 // Fills the decoding table `at` (npos: the first one) for the characters that begin with the
@@ -218,12 +229,14 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
         if (value > 0xFFFF && value != kNoCharacter)
             codeset.kind = Kind::multiByte;
     }
-    if (codeset.kind == Kind::singleByte)
-        fillReverse(codeset, [&](unsigned byte) {
-            return isRoundTrip(converter.get(), original(codeset, codeset.first[byte]), byte);
-        });
-    else
+    bool const isAlone = codeset.kind == Kind::singleByte;
+    fillReverse(codeset, [&](uint32_t value, unsigned bytes) {
+        return isEncodedAs(converter.get(), original(codeset, value), bytes, isAlone);
+    });
+    if (codeset.kind == Kind::multiByte) {
+        ucnv_reset(converter.get());  // it may wait for what follows the last question
         codeset.master = converter.release();
+    }
 }
 
 // Returns the codeset of that name, with one handle more. Throws Unknown and std::bad_alloc.

@@ -4,9 +4,8 @@
 //
 // A Codeset holds the tables of one codeset and is shared by all its handles; it is built once,
 // when the first handle is made, and never changes afterwards. Characters of one and two bytes are
-// decoded from tables, and those of three where a codeset has none of four. What is longer, and
-// everything that is encoded into a multibyte codeset, goes through a converter object of the
-// calling thread (converter_p).
+// decoded from and encoded by tables, and those of three are decoded so where a codeset has none of
+// four. What is longer goes through a converter object of the calling thread (converter_p).
 #pragma once
 
 #include <unicode/utypes.h>
@@ -26,7 +25,7 @@ namespace qvr {
 enum class Kind : uint8_t {
     utf8,         // straight code
     singleByte,   // `first` and the reverse table
-    multiByte,    // `first`, `tables`, and converters
+    multiByte,    // `first`, `tables`, the reverse table, and converters
     convertOnly,  // whole texts only, by converters
 };
 
@@ -59,8 +58,8 @@ struct Codeset {
     bool ascii = false;   // bytes below 0x80 are ASCII characters
     DecodeTable first{};  // by the first byte
     std::vector<DecodeTable> tables;
-    std::array<uint8_t, 256> page{};              // single byte: code point / 256 to a page
-    std::vector<std::array<uint8_t, 256>> pages;  // byte of the code point, 0 for none
+    std::array<uint8_t, 256> page{};               // reverse table: code point / 256 to a page
+    std::vector<std::array<uint16_t, 256>> pages;  // byte or two bytes of it, 0 for neither
     std::vector<Exchange> exchanges;
     UConverter* master = nullptr;  // never converts; what the threads' converters are cloned from
 };
@@ -127,14 +126,26 @@ inline Step decode(qvr_cs const& cs, unsigned char const* s, size_t n)
     }
 }
 
-inline int encodeSingleByte(Codeset const& codeset, uint32_t value, unsigned char* out)
+// What the reverse table has for a code point: a byte, or two with the first in the higher half. 0
+// is the terminator for the code point 0, and nothing for the others.
+inline unsigned lookUpBytes(Codeset const& codeset, uint32_t value)
 {
-    if (value > 0xFFFF)
+    return value > 0xFFFF ? 0u : codeset.pages[codeset.page[value >> 8]][value & 0xFF];
+}
+
+// Encodes a code point by the reverse table into at most two bytes. Returns their number, or
+// kInvalid when the table does not have it.
+inline int encodeByTables(Codeset const& codeset, uint32_t value, unsigned char* out)
+{
+    unsigned const both = lookUpBytes(codeset, value);
+    if (both > 0xFF) {
+        out[0] = static_cast<unsigned char>(both >> 8);
+        out[1] = static_cast<unsigned char>(both);
+        return 2;
+    }
+    if (both == 0 && value != 0)
         return kInvalid;
-    unsigned char const byte = codeset.pages[codeset.page[value >> 8]][value & 0xFF];
-    if (byte == 0 && value != 0)
-        return kInvalid;
-    *out = byte;
+    *out = static_cast<unsigned char>(both);
     return 1;
 }
 
@@ -155,9 +166,11 @@ inline int encode(qvr_cs const& cs, uint32_t value, unsigned char* out)
             return length;
         }
         case Kind::singleByte:
-            return encodeSingleByte(*cs.codeset, value, out);
-        case Kind::multiByte:
-            return encodeMultiByte(*cs.codeset, value, out);
+            return encodeByTables(*cs.codeset, value, out);
+        case Kind::multiByte: {
+            int const length = encodeByTables(*cs.codeset, value, out);
+            return length > 0 ? length : encodeMultiByte(*cs.codeset, value, out);
+        }
         default:
             return kInvalid;
     }

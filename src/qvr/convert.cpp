@@ -69,45 +69,29 @@ ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
     return out.written();
 }
 
-ptrdiff_t singleByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+// Converts a text character by character, runs of ASCII at once. `convert` takes the one at `s`, of
+// which `n` bytes remain, and returns how many it took, a failure, or 0: then `convertRest`
+// converts all that remains. It is called but once, so that the loop has `out` in registers.
+template <class Convert, class ConvertRest>
+ptrdiff_t convertEach(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out,
+                      Convert convert, ConvertRest convertRest)
 {
-    DecodeTable const& table = cs.codeset->first;
-    for (size_t i = 0; i < n;) {
-        if (cs.ascii && s[i] < 0x80) {
-            size_t const run = asciiRun(s + i, n - i);
-            if (!out.copy(s + i, run))
+    while (n > 0) {
+        size_t taken;
+        if (cs.ascii && *s < 0x80) {
+            taken = asciiRun(s, n);
+            if (!out.copy(s, taken))
                 return qvrNoRoom;
-            i += run;
-            continue;
+        } else {
+            ptrdiff_t const result = convert(s, n);
+            if (result == 0)
+                return convertRest(s, n);
+            if (result < 0)
+                return result;
+            taken = static_cast<size_t>(result);
         }
-        uint32_t const value = table[s[i++]];
-        if (value == kNoCharacter)
-            return qvrInvalid;
-        if (!out.put(value))
-            return qvrNoRoom;
-    }
-    return out.written();
-}
-
-ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
-{
-    for (size_t i = 0; i < n;) {
-        if (cs.ascii && s[i] < 0x80) {
-            size_t const run = asciiRun(s + i, n - i);
-            if (!out.copy(s + i, run))
-                return qvrNoRoom;
-            i += run;
-            continue;
-        }
-        Step const step = decodeUtf8(s + i, n - i);
-        if (step.length < 0)
-            return qvrInvalid;
-        unsigned char byte;
-        if (encodeSingleByte(*cs.codeset, step.value, &byte) < 0)
-            return qvrInvalid;
-        if (!out.copy(&byte, 1))
-            return qvrNoRoom;
-        i += static_cast<size_t>(step.length);
+        s += taken;
+        n -= taken;
     }
     return out.written();
 }
@@ -190,30 +174,6 @@ ptrdiff_t converterToUtf8(Codeset const& codeset, unsigned char const* s, size_t
     return out.written();
 }
 
-// By the tables as long as they know the characters, then by a converter: a character of its own
-// begins wherever one ended.
-ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
-{
-    for (size_t i = 0; i < n;) {
-        if (cs.ascii && s[i] < 0x80) {
-            size_t const run = asciiRun(s + i, n - i);
-            if (!out.copy(s + i, run))
-                return qvrNoRoom;
-            i += run;
-            continue;
-        }
-        Step const step = decodeByTables(*cs.codeset, s + i, n - i);
-        if (step.length < 0)
-            return qvrInvalid;
-        if (step.value > kMaxCodePoint)
-            return converterToUtf8(*cs.codeset, s + i, n - i, out);
-        if (!out.put(step.value))
-            return qvrNoRoom;
-        i += static_cast<size_t>(step.length);
-    }
-    return out.written();
-}
-
 ptrdiff_t utf8ToConverter(Codeset const& codeset, unsigned char const* s, size_t n, Output& out)
 {
     ThreadConverter const converter(codeset);
@@ -247,6 +207,79 @@ ptrdiff_t utf8ToConverter(Codeset const& codeset, unsigned char const* s, size_t
         out.advance(static_cast<size_t>(target - begin));
     } while (i < n);
     return out.written();
+}
+
+ptrdiff_t singleByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    DecodeTable const& table = cs.codeset->first;
+    return convertEach(
+        cs, s, n, out,
+        [&](unsigned char const* at, size_t) -> ptrdiff_t {
+            uint32_t const value = table[*at];
+            if (value == kNoCharacter)
+                return 0;
+            return out.put(value) ? 1 : ptrdiff_t{qvrNoRoom};
+        },
+        [](unsigned char const*, size_t) { return ptrdiff_t{qvrInvalid}; });
+}
+
+ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    Codeset const& codeset = *cs.codeset;
+    return convertEach(
+        cs, s, n, out,
+        [&](unsigned char const* at, size_t left) -> ptrdiff_t {
+            Step const step = decodeUtf8(at, left);
+            if (step.length < 0)
+                return qvrInvalid;
+            auto const byte = static_cast<unsigned char>(lookUpBytes(codeset, step.value));
+            if (byte == 0 && step.value != 0)
+                return 0;
+            return out.copy(&byte, 1) ? step.length : ptrdiff_t{qvrNoRoom};
+        },
+        [](unsigned char const*, size_t) { return ptrdiff_t{qvrInvalid}; });
+}
+
+// The two below go by the tables as long as those know the characters, then by a converter: a
+// character of its own begins wherever one ended.
+
+ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    Codeset const& codeset = *cs.codeset;
+    return convertEach(
+        cs, s, n, out,
+        [&](unsigned char const* at, size_t left) -> ptrdiff_t {
+            Step const step = decodeByTables(codeset, at, left);
+            if (step.length < 0)
+                return qvrInvalid;
+            if (step.value > kMaxCodePoint)
+                return 0;
+            return out.put(step.value) ? step.length : ptrdiff_t{qvrNoRoom};
+        },
+        [&](unsigned char const* at, size_t left) {
+            return converterToUtf8(codeset, at, left, out);
+        });
+}
+
+ptrdiff_t utf8ToMultiByte(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
+{
+    Codeset const& codeset = *cs.codeset;
+    return convertEach(
+        cs, s, n, out,
+        [&](unsigned char const* at, size_t left) -> ptrdiff_t {
+            Step const step = decodeUtf8(at, left);
+            if (step.length < 0)
+                return qvrInvalid;
+            unsigned char bytes[2];
+            int const length = encodeByTables(codeset, step.value, bytes);
+            if (length < 0)
+                return 0;
+            return out.copy(bytes, static_cast<size_t>(length)) ? step.length
+                                                                : ptrdiff_t{qvrNoRoom};
+        },
+        [&](unsigned char const* at, size_t left) {
+            return utf8ToConverter(codeset, at, left, out);
+        });
 }
 
 bool isUsable(qvr_cs_t cs, char const* src, size_t srcLen, char const* dst, size_t dstLen)
@@ -292,13 +325,9 @@ ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, 
             return copyUtf8(s, srcLen, out);
         case Kind::singleByte:
             return utf8ToSingleByte(*cs, s, srcLen, out);
-        default: {
-            size_t const run = cs->ascii ? asciiRun(s, srcLen) : 0;
-            if (!out.copy(s, run))
-                return qvrNoRoom;
-            if (run == srcLen)
-                return out.written();
-            return utf8ToConverter(*cs->codeset, s + run, srcLen - run, out);
-        }
+        case Kind::multiByte:
+            return utf8ToMultiByte(*cs, s, srcLen, out);
+        default:
+            return utf8ToConverter(*cs->codeset, s, srcLen, out);
     }
 }

@@ -19,9 +19,9 @@
 // Memory: handles and whole-text conversions may fail for the lack of it and say so. Of the other
 // functions only those ask for memory that meet one of two things, and the calling thread then
 // keeps a converter until it ends: a character to be encoded into a multibyte codeset other than
-// UTF-8, which without memory counts as one that the codeset does not have; and a character of
-// more than two bytes in a codeset that has some of four (GB18030, EUC-TW), whose bytes without
-// memory count as invalid. ASCII asks for none.
+// UTF-8, where it does not have one or two bytes, and which without memory counts as one that the
+// codeset does not have; and a character of more than two bytes in a codeset that has some of four
+// (GB18030, EUC-TW), whose bytes without memory count as invalid. ASCII asks for none.
 //
 // Ownership: handles are the caller's, released with qvr_cs_free and qvr_loc_free. No function
 // keeps a pointer to the caller's text, except qvr_strtok as said there.
@@ -108,7 +108,7 @@ int qvr_os_cs_name(char* buf, size_t room);
 /// owns    the caller's, released with qvr_cs_free. Every call returns another handle, also for
 ///         the same codeset, so that a handle's address tells who made it.
 /// codes   null when `name` is null, empty, out of range or unknown, or when there is no memory.
-/// cost    the first handle of a multibyte codeset builds its tables (about a millisecond).
+/// cost    the first handle of a multibyte codeset builds its tables (one to three milliseconds).
 qvr_cs_t qvr_cs_new(char const* name);
 
 /// Releases a codeset. Null is accepted. No thread may be using it.

@@ -221,7 +221,7 @@ TEST(ZQVRUTF8Converter, LeavesTheBufferWhenMemoryIsShort)
     EXPECT_EQ(ended(text.c_str()), bytesOf(buffer));
 }
 
-// A thread's first conversion to a multibyte codeset makes a converter of the text services.
+// A thread's first conversion to three bytes makes a converter of the text services.
 TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
 {
     ZQVRUTF8Converter_6_0 const converter("EUC-JP", nullptr);
@@ -234,7 +234,7 @@ TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
         std::thread([&] {
             FailingAllocator::failAt(n);
             try {
-                converter.convertToLocal("\xE3\x81\x82", buffer);
+                converter.convertToLocal("\xE4\xB8\x82", buffer);
             } catch (ZOutOfMemoryException_6_0 const& e) {
                 raised = true;
                 if (strcmp("src/Z/ZQVRUTF8Converter", e.who()) == 0 && e.where() == 102)
@@ -243,7 +243,7 @@ TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
             failed = FailingAllocator::stop();
         }).join();
         EXPECT_TRUE(failed || !raised);
-        EXPECT_EQ(raised ? ended("before") : ended("\xA4\xA2"), bytesOf(buffer));
+        EXPECT_EQ(raised ? ended("before") : ended("\x8F\xB0\xA1"), bytesOf(buffer));
     }
     EXPECT_LT(0u, raisedByTheServices);
 }

@@ -121,13 +121,16 @@ TEST(qvrMemory, TheTablesStayAsTheyWere)
 
 TEST(qvrMemory, ConversionFailsWithACode)
 {
-    Codeset const cs("EUC-JP");
+    // GB18030 has four bytes for the character, and EUC-JP three to be encoded as.
+    Codeset const gb18030("GB18030");
+    Codeset const eucJp("EUC-JP");
     Codeset const utf16("UTF-16");
-    for (qvr_cs_t const each : {qvr_cs_t(cs), qvr_cs_t(utf16)}) {
-        std::string const encoded = fromUtf8(each, "\u8868");
+    for (qvr_cs_t const each : {qvr_cs_t(gb18030), qvr_cs_t(eucJp), qvr_cs_t(utf16)}) {
+        char const* const text = each == gb18030 ? "\u3400" : "\u4e02";
+        std::string const encoded = fromUtf8(each, text);
         failEachInANewThread([&] {
             char out[16];
-            ptrdiff_t const n = qvr_from_utf8(each, "\u8868", 3, out, sizeof out);
+            ptrdiff_t const n = qvr_from_utf8(each, text, 3, out, sizeof out);
             EXPECT_TRUE(n > 0 || n == qvrNoMemory) << n;
             return n > 0;
         });
@@ -159,8 +162,9 @@ TEST(qvrMemory, FourByteCharactersAreInvalidWithoutMemory)
 TEST(qvrMemory, CaseStaysAsItIsWithoutMemory)
 {
     Codeset const cs("EUC-JP");
-    std::string const small = fromUtf8(cs, "a\u0436");
-    std::string const capital = fromUtf8(cs, "A\u0416");
+    std::string const small = fromUtf8(cs, "a\u00e0");
+    std::string const capital = fromUtf8(cs, "A\u00c0");
+    ASSERT_EQ(4u, small.size());
     std::string const half = "A" + small.substr(1);  // ASCII needs no converter
     failEachInANewThread([&] {
         std::string text = small;
@@ -174,10 +178,10 @@ TEST(qvrMemory, CaseStaysAsItIsWithoutMemory)
         return text == small;
     });
     failEachInANewThread([&] {
-        char out[qvrMbLenMax] = "##";
-        int const length = qvr_wctomb(cs, out, sizeof out, 0x0436);
-        EXPECT_EQ(length == -1 ? "##" : small.substr(1), std::string(out, 2));
-        return length == 2;
+        char out[qvrMbLenMax] = "###";
+        int const length = qvr_wctomb(cs, out, sizeof out, 0xE0);
+        EXPECT_EQ(length == -1 ? "###" : small.substr(1), std::string(out, 3));
+        return length == 3;
     });
 }
 
@@ -212,6 +216,9 @@ TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
     EXPECT_EQ(2, qvr_from_utf8(latin1, text, 3, out, sizeof out));
     EXPECT_EQ(3, qvr_to_utf8(latin1, out, 2, out + 8, 8));
     EXPECT_EQ(3, qvr_mblen(eucJp, "\x8F\xB0\xA1", 3));
+    EXPECT_EQ(3, qvr_from_utf8(eucJp, "a\u8868", 4, out, sizeof out));
+    EXPECT_EQ(4, qvr_to_utf8(eucJp, out, 3, out + 8, 8));
+    EXPECT_EQ(2, qvr_wctomb(eucJp, out, sizeof out, 0x8868));
     EXPECT_EQ(text + 6, qvr_strstr(utf8Codeset, text, "\u8868"));
     EXPECT_EQ(text, qvr_strupper(utf8Codeset, loc, text));
     EXPECT_EQ(0, qvr_stricmp(utf8Codeset, loc, "A\u00c9", "a\u00e9"));

@@ -314,7 +314,7 @@ TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
     }
 }
 
-// A small character map, with a character of two code points.
+// A small character map, with a character of two code points, the first of which is one as well.
 constexpr char kMap[] = R"(<code_set_name>  "house"
 <mb_cur_min>     1
 <mb_cur_max>     2
@@ -329,6 +329,7 @@ CHARMAP
 <U0061> \x61 |0
 <U20AC> \x80 |0
 <U8868> \x88\x41 |0
+<U00CA> \x88\x66 |0
 <U00CA><U0304> \x88\x62 |0
 END CHARMAP
 )";
@@ -378,11 +379,15 @@ TEST_F(qvrConverterFiles, ACharacterOfSeveralCodePointsHasALengthButNoValue)
     Codeset const cs("house");
     char const text[] = "\x88\x62";
     uint32_t value = 7;
+    EXPECT_EQ(text, fromUtf8(cs, "\u00ca\u0304"));
     EXPECT_EQ(2, qvr_mblen(cs, text, 2));
     EXPECT_EQ(-1, qvr_mbtowc(cs, &value, text, 2));
     EXPECT_EQ(7u, value);
     EXPECT_EQ("\u00ca\u0304", toUtf8(cs, text));
-    EXPECT_EQ(text, fromUtf8(cs, "\u00ca\u0304"));
+    EXPECT_EQ("\x88\x66", fromUtf8(cs, "\u00ca"));
+    EXPECT_EQ("\x88\x66\x88\x41\x88\x62", fromUtf8(cs, "\u00ca\u8868\u00ca\u0304"));
+    char out[qvrMbLenMax];
+    EXPECT_EQ(2, qvr_wctomb(cs, out, sizeof out, 0xCA));
     char copy[] =
         "a\x88\x62"
         "a";

@@ -5,6 +5,7 @@
 #include <wchar.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "GuardedBytes.h"
@@ -131,6 +132,21 @@ TEST(qvr, AHandleServesOnWhenItsTwinIsReleased)
     qvr_cs_free(first);
     EXPECT_EQ(2, qvr_mblen(second, "\xC9\xBD", 2));
     EXPECT_EQ("\xC9\xBD", fromUtf8(second, "\u8868"));
+}
+
+TEST(qvr, HandlesAreReleasedInAnyOrder)
+{
+    qvr_cs_t const first = qvr_cs_new("EUC-JP");
+    qvr_cs_t const second = qvr_cs_new("EUC-KR");
+    qvr_cs_t const third = qvr_cs_new("KOI8-R");
+    qvr_cs_free(second);
+    qvr_cs_free(first);
+    EXPECT_EQ("\xD1", fromUtf8(third, "\u044f"));
+    qvr_cs_t const again = qvr_cs_new("EUC-KR");
+    EXPECT_EQ("\xB0\xA1", fromUtf8(again, "\uac00"));
+    qvr_cs_free(third);
+    EXPECT_EQ("\xB0\xA1", fromUtf8(again, "\uac00"));
+    qvr_cs_free(again);
 }
 
 TEST(qvr, NullArgumentsAreFailures)
@@ -628,6 +644,45 @@ TEST(qvr, LongTextsConvertThroughEveryBlock)
     }
 }
 
+TEST(qvr, LongTextsAreTheirCharactersInARow)
+{
+    struct Case {
+        char const* codeset;
+        std::vector<std::string> characters;  // beside ASCII
+    };
+    Case const cases[] = {
+        {"UTF-8", {"\u00e9", "\u8868", "\U0001F600"}},
+        {"US-ASCII", {"~"}},
+        {"ISO-8859-15", {"\u00e9", "\u20ac"}},
+        {"IBM-1047", {"\u00e9", "["}},
+        {"Shift_JIS", {"\u8868", "\uff71"}},
+        {"EUC-JP", {"\u8868", "\uff71"}},
+        {"EUC-JP", {"\u8868", "\u4e02", "\u00e0"}},
+        {"GB18030", {"\u00e9", "\u4e00", "\u0416"}},
+        {"GB18030", {"\u4e00", "\u3400", "\U0001F600"}},
+        {"UTF-16LE", {"\u8868", "\U0001F600"}},
+    };
+    std::mt19937 random(1);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.codeset);
+        Codeset const cs(c.codeset);
+        std::string text;
+        std::string encoded;
+        for (int i = 0; i < 2000; ++i) {
+            for (unsigned ascii = random() % 40; ascii > 0; --ascii) {
+                std::string const letter(1, static_cast<char>(' ' + random() % 95));
+                text += letter;
+                encoded += fromUtf8(cs, letter);
+            }
+            std::string const& character = c.characters[random() % c.characters.size()];
+            text += character;
+            encoded += fromUtf8(cs, character);
+        }
+        EXPECT_TRUE(fromUtf8(cs, text) == encoded);
+        EXPECT_TRUE(toUtf8(cs, encoded) == text);
+    }
+}
+
 TEST(qvr, AsciiIsClassifiedAsInC)
 {
     locale_t const c = newlocale(LC_ALL_MASK, "C", nullptr);
@@ -727,6 +782,8 @@ TEST(qvr, CaseChangesInPlaceAndOneToOne)
         {"full-width in EUC-JP", "EUC-JP", "C", "a\xA3\xE1\xC9\xBD", "A\xA3\xC1\xC9\xBD"},
         {"second bytes stay", "Shift_JIS", "C", "\x83\x61z", "\x83\x61Z"},
         {"Cyrillic in GB18030", "GB18030", "C", "\xA7\xD1", "\xA7\xA1"},
+        {"beyond 16 bits in GB18030", "GB18030", "C", "\x90\x30\xEB\x34", "\x90\x30\xE7\x34"},
+        {"three bytes in EUC-JP", "EUC-JP", "C", "\x8F\xAB\xA2", "\x8F\xAA\xA2"},
         {"Turkish in Latin 5", "ISO-8859-9", "tr_TR", "i\xFDz", "\xDDIZ"},
         {"Azerbaijani in Latin 5", "ISO-8859-9", "az_AZ", "i\xFD", "\xDDI"},
         {"other languages in Latin 5", "ISO-8859-9", "de_DE", "iz", "IZ"},
