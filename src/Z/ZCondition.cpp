@@ -4,7 +4,6 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -35,11 +34,6 @@ enum Message {
     conditionBroadcast = 27
 };
 
-inline pthread_cond_t* conditionIn(unsigned char* storage)
-{
-    return reinterpret_cast<pthread_cond_t*>(storage);
-}
-
 [[noreturn]] void reportAndRaise(Message message, int rc, RaiseSite site)
 {
     zreportRc(kSource, site, message, rc);
@@ -50,31 +44,29 @@ inline pthread_cond_t* conditionIn(unsigned char* storage)
 
 ZAbstractCondition_6_0::~ZAbstractCondition_6_0() = default;
 
-ZCondition_6_0::ZCondition_6_0() : lock_(nullptr), ownsLock_(1), reserved_(0)
+ZCondition_6_0::ZCondition_6_0() : lock_(nullptr), ownsLock_(1), reserved_(0), condition_()
 {
     std::unique_ptr<ZLock_6_0> lock(new ZLock_6_0);
     makeCondition();
     lock_ = lock.release();
 }
 
-ZCondition_6_0::ZCondition_6_0(ZLock_6_0& lock) : lock_(&lock), ownsLock_(0), reserved_(0)
+ZCondition_6_0::ZCondition_6_0(ZLock_6_0& lock)
+    : lock_(&lock), ownsLock_(0), reserved_(0), condition_()
 {
     makeCondition();
 }
 
 void ZCondition_6_0::makeCondition()
 {
-    static_assert(sizeof(pthread_cond_t) <= sizeof condition_);
-    static_assert(alignof(pthread_cond_t) <= alignof(long long));
-    std::memset(condition_, 0, sizeof condition_);
-    int const rc = pthread_cond_init(conditionIn(condition_), nullptr);
+    int const rc = pthread_cond_init(&condition_, nullptr);
     if (rc != 0)
         ZConditionException_6_0(conditionInit, rc).throwException(kSource, raiseInConstructor);
 }
 
 ZCondition_6_0::~ZCondition_6_0()
 {
-    int const rc = pthread_cond_destroy(conditionIn(condition_));
+    int const rc = pthread_cond_destroy(&condition_);
     if (rc != 0)
         zreportRc(kSource, reportInDestructor, conditionDestroy, rc);
     if (ownsLock_ != 0)
@@ -110,11 +102,10 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     int const nested = lock_->markFree();
     int rc = 0;
     try {
-        auto* const condition = conditionIn(condition_);
         pthread_mutex_t* const mutex = &lock_->mutex_;
         bool const unlimited = absTime.tv_sec == 0 && absTime.tv_nsec == 0;
-        rc = unlimited ? pthread_cond_wait(condition, mutex)
-                       : pthread_cond_timedwait(condition, mutex, &absTime);
+        rc = unlimited ? pthread_cond_wait(&condition_, mutex)
+                       : pthread_cond_timedwait(&condition_, mutex, &absTime);
         if (rc == ETIMEDOUT) {
             // KEPT: the hook finds the lock marked free, and stays to be found so when it throws;
             // a flag's timed wait ends by that exception.
@@ -139,14 +130,14 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
 
 void ZCondition_6_0::signal()
 {
-    int const rc = pthread_cond_signal(conditionIn(condition_));
+    int const rc = pthread_cond_signal(&condition_);
     if (rc != 0)
         reportAndRaise(conditionSignal, rc, raiseInSignal);
 }
 
 void ZCondition_6_0::broadcast()
 {
-    int const rc = pthread_cond_broadcast(conditionIn(condition_));
+    int const rc = pthread_cond_broadcast(&condition_);
     if (rc != 0)
         reportAndRaise(conditionBroadcast, rc, raiseInBroadcast);
 }

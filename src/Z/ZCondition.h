@@ -7,6 +7,7 @@
 // releases it completely and restores the depth; signal() and broadcast() do not need it.
 #pragma once
 
+#include <pthread.h>
 #include <time.h>
 
 #include "ZLock.h"
@@ -124,7 +125,7 @@ private:
     ZLock_6_0* lock_;
     int ownsLock_;                   // 1 when the condition made its lock and deletes it
     [[maybe_unused]] int reserved_;  // 0; nothing reads it
-    alignas(long long) unsigned char condition_[48];  // a pthread_cond_t
+    pthread_cond_t condition_;
 };
 
 /// A condition that carries a flag and waits until the flag is set.
