@@ -1,5 +1,6 @@
-// The order of virtual functions is binary interface: programs built against one build of this
-// generation run with the next. Each table below is that order; it is only ever appended to.
+// The order of virtual functions, and the form of records, is binary interface: programs built
+// against one build of this generation run with the next. Each table below is that order; it is
+// only ever appended to.
 #include <Z/ZArray.h>
 #include <Z/ZArrayList.h>
 #include <Z/ZArrayStack.h>
@@ -24,6 +25,7 @@
 #include <Z/ZThread.h>
 #include <Z/ZThreadPool.h>
 #include <Z/ZUTF8String.h>
+#include <Z/zproperties_c.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -620,6 +622,56 @@ TEST(SlotOrder, ReadWriteLocks)
     expectOrder(
         "ZUnixProcessReadWriteFileLock", behindProcess + static_cast<int>(file.size()),
         {{"createLockFile", slot(&U::createLockFile)}, {"closeLockFile", slot(&U::closeLockFile)}});
+}
+
+// What a class is asked for through an interface stands in the interface's own table.
+TEST(SlotOrder, Interfaces)
+{
+    using L = ZLockInterface_6_0;
+    expectOrder("ZLockInterface", 0, {{"lock", slot(&L::lock)}, {"unlock", slot(&L::unlock)}});
+    using R = ZReadWriteLockInterface_6_0;
+    expectOrder("ZReadWriteLockInterface", 0,
+                {{"lock", slot<void()>(&R::lock)},
+                 {"unlock", slot(&R::unlock)},
+                 {"lock by state", slot<void(R::zlockstate)>(&R::lock)},
+                 {"readLock", slot(&R::readLock)},
+                 {"writeLock", slot(&R::writeLock)},
+                 {"readWithIntentToWriteLock", slot(&R::readWithIntentToWriteLock)},
+                 {"promoteReadToWriteLock", slot(&R::promoteReadToWriteLock)}});
+    using I = ZPropertiesIteratorInterface_6_0;
+    expectOrder("ZPropertiesIteratorInterface", 0,
+                {{"hasMore", slot(&I::hasMore)},
+                 {"nextEntry", slot(&I::nextEntry)},
+                 {"entryName", slot(&I::entryName)},
+                 {"entryValue", slot(&I::entryValue)},
+                 {"keyCount", slot(&I::keyCount)},
+                 {"valueCount", slot(&I::valueCount)}});
+    using V = ZPropertyValuesIteratorInterface_6_0;
+    expectOrder("ZPropertyValuesIteratorInterface", 0,
+                {{"hasMore", slot(&V::hasMore)},
+                 {"nextValue", slot<ZAbstractString_6_0 const&()>(&V::nextValue)},
+                 {"nextValue into", slot<void(char const*&)>(&V::nextValue)},
+                 {"changeValue", slot(&V::changeValue)},
+                 {"addValue", slot(&V::addValue)},
+                 {"removeValue", slot(&V::removeValue)},
+                 {"valueCount", slot(&V::valueCount)}});
+    using U = ZUTF8ConverterInterface_6_0;
+    expectOrder("ZUTF8ConverterInterface", 0,
+                {{"getLocalCodeSet", slot(&U::getLocalCodeSet)},
+                 {"convertToLocal", slot(&U::convertToLocal)},
+                 {"convertToUTF8", slot(&U::convertToUTF8)}});
+    EXPECT_EQ(kBehindObject, slot(&ZAbstractIterator_6_0::findNext));
+}
+
+// C programs put these records on their stack and into arrays.
+TEST(Layout, RecordsOfThePlainFunctions)
+{
+    EXPECT_EQ(0u, offsetof(ZPROPValue, type));
+    EXPECT_EQ(8u, offsetof(ZPROPValue, stanza));
+    EXPECT_EQ(16u, offsetof(ZPROPValue, key));
+    EXPECT_EQ(24u, offsetof(ZPROPValue, flag));
+    EXPECT_EQ(32u, offsetof(ZPROPValue, result));
+    EXPECT_EQ(40u, sizeof(ZPROPValue));
 }
 
 TEST(SlotOrder, Caches)
