@@ -616,6 +616,22 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
     }
 }
 
+// The rest of the character stands behind the length that was given.
+TEST(qvr, ConversionEndsWhereTheLengthDoes)
+{
+    std::string const text = "abcdefghij\u00e9";
+    char out[64];
+    for (char const* const name : {"UTF-8", "ISO-8859-1", "EUC-JP", "GB18030", "UTF-16"})
+        EXPECT_EQ(qvrInvalid, qvr_from_utf8(Codeset(name), text.data(), text.size() - 1, out, 64))
+            << name;
+    EXPECT_EQ(qvrInvalid, qvr_to_utf8(Codeset("UTF-8"), text.data(), text.size() - 1, out, 64));
+    for (char const* const name : {"EUC-JP", "GB18030", "Shift_JIS"}) {
+        Codeset const cs(name);
+        std::string const encoded = fromUtf8(cs, "abcdefghij\u8868");
+        EXPECT_EQ(qvrInvalid, qvr_to_utf8(cs, encoded.data(), encoded.size() - 1, out, 64)) << name;
+    }
+}
+
 TEST(qvr, ConversionTakesTerminatorsAsCharacters)
 {
     std::string const text("a\0b\0", 4);
