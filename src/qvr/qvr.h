@@ -238,12 +238,15 @@ int qvr_stricmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b);
 int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_t n);
 
 /// Reads a date and time from `s` as `format` says, both in `cs`, into the fields of `*result`
-/// that the format names, and the day of the week and of the year when a whole date is known.
+/// that the format names, and into those that follow from them: in a year, the date from the day of
+/// the year or from week and day of the week, and both days from the date.
 /// Returns the first byte of `s` behind what was read.
 /// range   conversions: those of POSIX strptime, and %F %k %l %s %u %z. %Z and the modifiers E and
-///         O are read over. Names are taken in either case, long or short.
+///         O are read over. Names are taken in either case, long or short. A year of two digits
+///         is from 1969 to 2068, unless %C gives its century; %s is put into local time.
 /// codes   null, with `*result` as it was, when `s` does not match, the format has another
 ///         conversion, or an argument other than `loc` is null.
+/// threads with %s not beside what changes TZ.
 char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format,
                    struct tm* result);
 
