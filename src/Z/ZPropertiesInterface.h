@@ -108,6 +108,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
     /// Sets `key` to the one value `value`; an empty value leaves a key without values.
+    /// range   white space at the ends of `value` is gone when a file is read again.
     /// throws  ZInvalidParameterException_6_0 when a name is null or empty or a text could not be
     ///         read back from the file; nothing is changed then.
     virtual void setValue(char const* category, char const* key, char const* value) = 0;

@@ -61,7 +61,7 @@ protected:
 class ZPropertiesIterator_6_0 : public ZAbstractPropertiesIterator_6_0 {
 public:
     /// Makes an iterator over the keys that `category` has now.
-    /// throws  ZInvalidParameterException_6_0 when the category is null.
+    /// throws  ZInvalidParameterException_6_0 when the category is null or empty.
     ZPropertiesIterator_6_0(ZProperties_6_0& store, char const* category);
 
     /// Makes an iterator that walks nothing: it has no keys.

@@ -141,7 +141,7 @@ private:
 class ZStanzaIterator_6_0 : public ZPropertiesIterator_6_0 {
 public:
     /// Makes an iterator over the keys that `stanza` has now.
-    /// throws  ZInvalidParameterException_6_0 when the name is null.
+    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
     ZStanzaIterator_6_0(ZStanzaFileProperties_6_0& store, char const* stanza);
     ~ZStanzaIterator_6_0() override;
 };

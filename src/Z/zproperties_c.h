@@ -73,7 +73,7 @@ int zstzPropStore_6_0(ZPROP_handle* handle, char const* file);
 /// range   a null or empty `value` makes a key without a value. What the file could not give back
 ///         when read again is refused: "]" or a line feed in a stanza; a key that is empty, begins
 ///         with "#" or "[", has "=", a line feed or outer white space; a value with a line feed or
-///         too long for a line.
+///         too long for a line. Outer white space of a value is gone when the file is read again.
 /// codes   55 for a bad handle, a null stanza or key; 52 when refused: nothing is changed then.
 int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);

@@ -176,6 +176,7 @@ TEST_F(ZPropertiesIterator, NeedsACategory)
 {
     EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 45,
                                                        [&] { Keys keys(store_, nullptr); }));
+    EXPECT_THROW(Keys(store_, ""), ZInvalidParameterException_6_0);
     Keys missing(store_, "nowhere");
     EXPECT_EQ(0, missing.hasMore());
     EXPECT_EQ(0, missing.keyCount());

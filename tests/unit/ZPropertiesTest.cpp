@@ -73,9 +73,12 @@ public:
         ++made;
         auto* const store = new Store;
         store->onPostLoad = onPostLoad;
+        if (!madeFor.empty())
+            store->load(madeFor.c_str());
         return store;
     }
 
+    std::string madeFor;  // the file whose name the stores have
     std::atomic<int> made{0};
     std::function<void()> onPostLoad;
 };
@@ -613,6 +616,18 @@ TEST_F(ZProperties, UTF8ThatHasNoLocalFormIsRefused)
     EXPECT_EQ(0, store_.exists("s"));
 }
 
+TEST_F(ZProperties, OuterWhiteSpaceOfAPlainValueIsNotReadBack)
+{
+    std::string const path = directory_.at("conf");
+    store_.setValue("s", "plain", " \tv\r");
+    store_.setValue("s", "hidden", " \tv\r", 1);
+    EXPECT_EQ(" \tv\r", valueOf(store_, "s", "plain"));
+    store_.store(path.c_str());
+    store_.reload(nullptr);
+    EXPECT_EQ("v", valueOf(store_, "s", "plain"));
+    EXPECT_EQ(" \tv\r", valueOf(store_, "s", "hidden"));
+}
+
 TEST_F(ZProperties, DeletedKeyIsGone)
 {
     load(kText);
@@ -903,6 +918,22 @@ TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
     store_.onPostLoad = nullptr;
     store_.setValue("s", "k", "c");
     EXPECT_EQ("2[s]k ", observer.log);  // the loading flag is not stuck
+}
+
+TEST_F(ZProperties, StoringInPostLoadEndsTheLoading)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    NotedChanges observer;
+    store_.addObserver(&observer);
+    store_.onPostLoad = [&] {
+        store_.setValue("s", "k", "b");
+        store_.store(path.c_str());
+        store_.setValue("s", "k", "c");
+    };
+    store_.load(path.c_str());
+    EXPECT_EQ("[s]\nk = b\n", directory_.read("conf"));
+    EXPECT_EQ("2[s]k ", observer.log);
+    EXPECT_EQ("c", valueOf(store_, "s", "k"));
 }
 
 TEST_F(ZProperties, FileReplacedByRenameIsTheOneThatIsWritten)
@@ -1454,6 +1485,22 @@ TEST_F(ZProperties, UnsavedChangesStayUnlessForced)
     EXPECT_EQ("data " + path + " 1 broken",
               raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1); }));
     EXPECT_EQ("theirs", valueOf(*store, "s", "k"));
+}
+
+TEST_F(ZProperties, ReadsThePathAgainWhateverTheNameOfTheStore)
+{
+    Factory factory;
+    factory.madeFor = directory_.write("other", "[s]\nk = other\n");
+    std::string const path = directory_.write("conf", "[t]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("other", valueOf(*store, "s", "k"));
+    EXPECT_EQ("a", valueOf(*store, "t", "k"));
+    for (int const force : {0, 1}) {
+        directory_.write("conf", force != 0 ? "[t]\nk = c\n" : "[t]\nk = bb\n");
+        EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, force));
+        EXPECT_EQ(force != 0 ? "c" : "bb", valueOf(*store, "t", "k"));
+        EXPECT_EQ(0, store->exists("s"));
+    }
 }
 
 TEST_F(ZProperties, PathIsNeeded)

@@ -246,8 +246,15 @@ TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesMakesTheKey)
     EXPECT_EQ(1, store_.exists("s", "k"));
     EXPECT_EQ("", valuesOf(store_, "s", "k"));
     values.addNoCopy(new ZLCString_6_0("a"));
+    NotedChanges observer;
+    store_.addObserver(&observer);
     store_.addValues("s", "k", values, 0);
     EXPECT_EQ("a,", valuesOf(store_, "s", "k"));
+    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // emptied, then set
+    values.addNoCopy(new ZLCString_6_0("b"));
+    store_.addValues("s", "k", values, 0);
+    EXPECT_EQ("a,,b,", valuesOf(store_, "s", "k"));
+    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // to add to values tells nobody
 }
 
 TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)

@@ -414,6 +414,11 @@ TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
             EXPECT_EQ(55, call.code(file_));
         }
         zstzPropClose_6_0(file_);
+        char* text = strdup("a result");
+        ZPROPValue record = {zpropString, "server", "port", 0, &text};
+        zstzPropFreeValuesList_6_0(file_, &record, 1);
+        EXPECT_STREQ("a result", text);
+        free(text);
         *word = kept;
         EXPECT_EQ("8080", value("server", "port")) << "it was not closed";
     }
