@@ -874,7 +874,17 @@ ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& c
 bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, get_type_e type,
                                          Text& value) const
 {
-    return values(category, key, type).last(value);
+    Id const id = rep_->liveKey(category, key);
+    if (id == 0)
+        return false;
+    if (rep_->more(id) != nullptr)
+        return values(id, type).last(value);
+    // One plain value is all that most keys have.
+    View const only = rep_->key(id).valueView();
+    if (type == obfuscatedValues || only.chars == nullptr)
+        return false;
+    value = {only.chars, only.length};
+    return true;
 }
 
 void ZPCategoryBasedCache_6_0::addStanzaLine(char const* category)
