@@ -200,10 +200,12 @@ void Index::remove(uint32_t hash, Id id)
 
 namespace {
 
-// Returns the slots that so many ids need: at most five of eight are in use.
+// Returns the slots that so many ids need: at most five of eight are in use, and one of four in a
+// small table, where nearly every id is found at once and the room does not count.
 size_t slotsFor(size_t count)
 {
-    return count * 8 / 5 + 1;
+    constexpr size_t kFew = 1024;
+    return (count <= kFew ? count * 4 : count * 8 / 5) + 1;
 }
 
 }  // namespace
