@@ -21,6 +21,21 @@ def blocks(language):
     return [block for name, block in found if name == language]
 
 
+def run_program(program, language, room, *flags):
+    """Compiles a program and runs it in the folder `room`."""
+    source = room / f"program.{language}"
+    source.write_text(program, encoding="utf-8")
+    libraries = [BUILD / "src" / "Z", BUILD / "src" / "qvr"]
+    subprocess.run([COMPILER[language], *flags, "-pedantic-errors", "-Wall", "-Wextra", "-Werror",
+                    f"-I{ROOT / 'src'}", f"-I{ROOT / 'src' / 'qvr'}", source, "-o",
+                    room / "program", *(f"-L{folder}" for folder in libraries),
+                    *(f"-Wl,-rpath,{folder}" for folder in libraries), "-lzfoundation-6.0",
+                    "-lqvr"], check=True)
+    environment = dict(os.environ, QVRDIR=str(ROOT / "src" / "qvr" / "tables"))
+    return subprocess.run([room / "program"], cwd=room, env=environment, capture_output=True,
+                          text=True, check=False)
+
+
 class Readme(unittest.TestCase):
     def setUp(self):
         room = tempfile.TemporaryDirectory()
@@ -30,17 +45,7 @@ class Readme(unittest.TestCase):
 
     def run_block(self, language, *flags):
         (program,) = blocks(language)
-        source = self.room / f"program.{language}"
-        source.write_text(program, encoding="utf-8")
-        libraries = [BUILD / "src" / "Z", BUILD / "src" / "qvr"]
-        subprocess.run([COMPILER[language], *flags, "-pedantic-errors", "-Wall", "-Wextra",
-                        "-Werror", f"-I{ROOT / 'src'}", f"-I{ROOT / 'src' / 'qvr'}", source, "-o",
-                        self.room / "program", *(f"-L{folder}" for folder in libraries),
-                        *(f"-Wl,-rpath,{folder}" for folder in libraries), "-lzfoundation-6.0",
-                        "-lqvr"], check=True)
-        environment = dict(os.environ, QVRDIR=str(ROOT / "src" / "qvr" / "tables"))
-        run = subprocess.run([self.room / "program"], cwd=self.room, env=environment,
-                             capture_output=True, text=True, check=False)
+        run = run_program(program, language, self.room, *flags)
         self.assertEqual((0, ""), (run.returncode, run.stderr))
         return run.stdout
 
@@ -100,6 +105,29 @@ class Documents(unittest.TestCase):
                             (ROOT / "tests" / "data" / "messages.txt").read_text(encoding="utf-8"),
                             re.M)
         self.assertEqual(pinned, rows)
+
+    def test_reports(self):
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        shown = re.findall(r"^```\n(.*?)\n```$", text.split("## Reports\n")[1], re.M | re.S)
+        program = """
+            #include <Z/ZException.h>
+            #include <Z/ZMessage.h>
+            #include <Z/ZStanzaFileProperties.h>
+            int main()
+            {
+                try {
+                    ZStanzaFileProperties_6_0 const config("gateway.conf", 0);
+                } catch (ZException_6_0& e) {
+                    e.dumpException();
+                }
+                ZLCString_6_0 const rc("16");
+                ZMessageService_6_0::messageService()->outputMessage(
+                    "src/Z/ZLock", 58, 4, 1, &rc, nullptr, nullptr, nullptr, nullptr, nullptr);
+            }"""
+        with tempfile.TemporaryDirectory() as room:
+            run = run_program(program, "cpp", pathlib.Path(room), "-std=c++17")
+        threads = re.compile(r"^ Thread: -?\d+$", re.M)
+        self.assertEqual(threads.sub("", "".join(shown) + "\n"), threads.sub("", run.stderr))
 
     def test_every_message_number_has_its_cause(self):
         text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
