@@ -18,8 +18,10 @@ public:
     {
         ZLCString_6_0 const* const inserts[] = {i1, i2, i3, i4, i5, i6};
         printf("note %d from %s:%d", errorNumber, file, line);
-        for (int i = 0; i < insertCount; ++i)
-            printf(" <%s>", inserts[i]->getChars());
+        for (int i = 0; i < insertCount && i < 6; ++i) {
+            if (inserts[i] != nullptr)
+                printf(" <%s>", inserts[i]->getChars());
+        }
         putchar('\n');
     }
 
