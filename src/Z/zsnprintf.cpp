@@ -180,7 +180,6 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
     int32_t argIndex = 0;
 
     // Number, flags, width. Digits without $ are the width; a 0 in front of them is a flag.
-    bool atWidth = false;
     if (isDigit(*at)) {
         char const* const digits = at;
         if (!readNumber(at, argIndex))
@@ -194,11 +193,9 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
         } else {
             at = digits;
             argIndex = 0;
-            atWidth = *at != '0';
         }
     }
-    if (!atWidth)
-        at = readFlags(at, flags);
+    at = readFlags(at, flags);
     if (isDigit(*at)) {
         flags |= zprintfWidth;
         if (!readNumber(at, conversion.width))
