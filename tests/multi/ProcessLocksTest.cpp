@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "LockStates.h"
 #include "OtherLocker.h"
 #include "SeenRanges.h"
 #include "TestDirectory.h"
@@ -25,10 +26,6 @@
 namespace {
 
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
-using State = ZReadWriteLockInterface_6_0::zlockstate;
-constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
-constexpr State kRead = ZReadWriteLockInterface_6_0::read;
-constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
 
 class ProcessLocks : public testing::Test {
 protected:

@@ -1,14 +1,9 @@
 // ReadWriteModel: what a read-write lock must be, as a state machine without threads.
 #pragma once
 
-#include <Z/ZReadWriteLock.h>
+#include "LockStates.h"
 
 struct ReadWriteModel {
-    using State = ZReadWriteLockInterface_6_0::zlockstate;
-    static constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
-    static constexpr State kRead = ZReadWriteLockInterface_6_0::read;
-    static constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
-    static constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
     static constexpr int kNobody = -1;
 
     State state = kUnset;

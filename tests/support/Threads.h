@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <chrono>
 #include <functional>
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -13,6 +15,12 @@ inline void waitUntil(std::function<bool()> const& condition)
 {
     while (!condition())
         std::this_thread::yield();
+}
+
+// Whether what another thread does is not done after a time in which it could have been.
+inline bool staysBlocked(std::future<void> const& done)
+{
+    return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
 }
 
 // A thread that may be cancelled, which ends the process for one of std::thread's.

@@ -21,6 +21,7 @@
 
 #include "EachAllocation.h"
 #include "FailingAllocator.h"
+#include "LockStates.h"
 #include "NotedMessages.h"
 #include "OtherLocker.h"
 #include "Raised.h"
@@ -30,12 +31,6 @@
 #include "Threads.h"
 
 namespace {
-
-using State = ZReadWriteLockInterface_6_0::zlockstate;
-constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
-constexpr State kRead = ZReadWriteLockInterface_6_0::read;
-constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
-constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
 
 constexpr char kSource[] = "src/Z/ZProcessReadWriteFileLock";
 constexpr char kBaseSource[] = "src/Z/ZProcessReadWriteLock";
@@ -61,11 +56,6 @@ public:
 int writesNothing(SystemCall const& call)
 {
     return call.name == "pwrite" ? kMovesNothing : 0;
-}
-
-bool staysBlocked(std::future<void> const& done)
-{
-    return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
 }
 
 // Waits for the end of the thread as well.

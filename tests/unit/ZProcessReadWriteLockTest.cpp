@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 
+#include "LockStates.h"
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "Threads.h"
@@ -21,11 +22,6 @@ namespace {
 bool randomFails = false;
 bool randomIsInterrupted = false;
 
-using State = ZReadWriteLockInterface_6_0::zlockstate;
-constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
-constexpr State kRead = ZReadWriteLockInterface_6_0::read;
-constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
-constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
 constexpr unsigned long kInvalid = ZAbstractProcessReadWriteLock_6_0::invalidSequence;
 
 constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";

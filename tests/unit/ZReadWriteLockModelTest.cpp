@@ -23,7 +23,6 @@
 namespace {
 
 using Model = ReadWriteModel;
-using State = Model::State;
 
 constexpr int kThreads = 8;
 constexpr auto kLongest = std::chrono::seconds(20);
@@ -159,7 +158,7 @@ private:
             return;
         unsigned const what = random_() % 8;
         if (what < 3)
-            return take(t, what == 0 ? Model::kWrite : what == 1 ? Model::kProtect : Model::kRead);
+            return take(t, what == 0 ? kWrite : what == 1 ? kProtect : kRead);
         if (what == 3)
             return promote(t);
         release(t);
@@ -171,7 +170,7 @@ private:
         if (model_.holds(t))
             return expect(t, action, Outcome::lockRaised);
         // A reader must not wait for what waits for him.
-        if (role_[t].reads > 0 && (wanted != Model::kRead || !model_.admits(wanted)))
+        if (role_[t].reads > 0 && (wanted != kRead || !model_.admits(wanted)))
             return;
         if (model_.admits(wanted)) {
             expect(t, action, Outcome::done);
@@ -179,15 +178,15 @@ private:
             return;
         }
         waitFor(t, action,
-                wanted == Model::kRead      ? Role::read
-                : wanted == Model::kProtect ? Role::protect
-                                            : Role::write);
+                wanted == kRead      ? Role::read
+                : wanted == kProtect ? Role::protect
+                                     : Role::write);
     }
 
     void promote(int t)
     {
         auto const action = [this] { lock_.promoteReadToWriteLock(); };
-        if (!model_.holds(t) || model_.state != Model::kProtect)
+        if (!model_.holds(t) || model_.state != kProtect)
             return expect(t, action, Outcome::lockRaised);
         model_.beginPromotion();
         if (model_.readers == 0)
@@ -195,7 +194,7 @@ private:
         waitFor(t, action, Role::promotion);
         // It keeps new readers out from the start; the next action must meet that.
         auto const end = std::chrono::steady_clock::now() + kLongest;
-        while (lock_.haveLock(Model::kWrite) == 0 && std::chrono::steady_clock::now() < end)
+        while (lock_.haveLock(kWrite) == 0 && std::chrono::steady_clock::now() < end)
             std::this_thread::yield();
     }
 
@@ -237,11 +236,11 @@ private:
             Role& role = role_[report->thread];
             ASSERT_TRUE(canGoOn(role.waitsFor)) << "thread " << report->thread << " goes on";
             if (role.waitsFor == Role::read)
-                enter(report->thread, Model::kRead);
+                enter(report->thread, kRead);
             else if (role.waitsFor == Role::protect)
-                enter(report->thread, Model::kProtect);
+                enter(report->thread, kProtect);
             else if (role.waitsFor == Role::write)
-                enter(report->thread, Model::kWrite);
+                enter(report->thread, kWrite);
             role.waitsFor = Role::none;
         }
     }
@@ -261,11 +260,11 @@ private:
             case Role::none:
                 return false;
             case Role::read:
-                return model_.admits(Model::kRead);
+                return model_.admits(kRead);
             case Role::protect:
-                return model_.admits(Model::kProtect);
+                return model_.admits(kProtect);
             case Role::write:
-                return model_.admits(Model::kWrite);
+                return model_.admits(kWrite);
             case Role::promotion:
                 return model_.readers == 0;
         }
@@ -275,7 +274,7 @@ private:
     void enter(int t, State wanted)
     {
         model_.enter(t, wanted);
-        if (wanted == Model::kRead)
+        if (wanted == kRead)
             ++role_[t].reads;
     }
 
@@ -300,13 +299,13 @@ private:
     {
         EXPECT_FALSE(troupe_.hasReport() || !letIn_.empty()) << "a thread that has to wait goes on";
         EXPECT_EQ(model_.readers, lock_.getReaderCount());
-        for (State state : {Model::kUnset, Model::kRead, Model::kProtect, Model::kWrite})
+        for (State state : {kUnset, kRead, kProtect, kWrite})
             EXPECT_EQ(state == model_.state, lock_.haveLock(state) != 0) << "state " << state;
     }
 
     bool allIdle() const
     {
-        return model_.state == Model::kUnset &&
+        return model_.state == kUnset &&
                std::all_of(role_.begin(), role_.end(),
                            [](Role const& role) { return role.waitsFor == Role::none; });
     }
@@ -375,12 +374,12 @@ private:
                 lock.writeLock();
                 note(Event::gotWrite);
                 ++written;
-                wrong += lock.getReaderCount() != 0 || !lock.haveLock(Model::kWrite);
+                wrong += lock.getReaderCount() != 0 || !lock.haveLock(kWrite);
                 stay();
             } else {
                 lock.readWithIntentToWriteLock();
                 note(Event::gotProtect);
-                wrong += !lock.haveLock(Model::kProtect) || !lock.ownWriteLock();
+                wrong += !lock.haveLock(kProtect) || !lock.ownWriteLock();
                 stay();
                 if (what > 12) {
                     lock.promoteReadToWriteLock();
@@ -399,7 +398,7 @@ private:
         if (how == 0)
             return lock.unlock();
         if (how == 1)
-            return lock.lock(Model::kUnset);
+            return lock.lock(kUnset);
         ZStackReadWriteLock_6_0 const guard(lock, 1);
     }
 
@@ -419,19 +418,19 @@ std::string judge(std::vector<Event> const& events)
             model.leave(event.thread);
         } else if (event.kind == Event::promoted) {
             // Still "protect", and his: nobody wrote since he took it.
-            if (model.state != Model::kProtect || !model.holds(event.thread) || model.readers != 0)
+            if (model.state != kProtect || !model.holds(event.thread) || model.readers != 0)
                 return where + "is promoted beside others";
             model.beginPromotion();
         } else {
-            State const wanted = event.kind == Event::gotRead      ? Model::kRead
-                                 : event.kind == Event::gotProtect ? Model::kProtect
-                                                                   : Model::kWrite;
+            State const wanted = event.kind == Event::gotRead      ? kRead
+                                 : event.kind == Event::gotProtect ? kProtect
+                                                                   : kWrite;
             if (!model.admits(wanted))
                 return where + "enters beside others";
             model.enter(event.thread, wanted);
         }
     }
-    return model.state == Model::kUnset ? "" : "somebody never left";
+    return model.state == kUnset ? "" : "somebody never left";
 }
 
 }  // namespace
@@ -461,7 +460,7 @@ TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsFollowIt)
                                        event.kind == Event::promoted;
                             }),
               crowd.written);
-    EXPECT_NE(0, crowd.lock.haveLock(Model::kUnset));
+    EXPECT_NE(0, crowd.lock.haveLock(kUnset));
 }
 
 TEST(ZReadWriteLockModel, AWrongHistoryIsNoticed)

@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "LockStates.h"
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "Reports.h"
@@ -17,12 +18,6 @@
 namespace {
 
 constexpr char kSource[] = "src/Z/ZReadWriteLock";
-
-using State = ZReadWriteLockInterface_6_0::zlockstate;
-constexpr State kUnset = ZReadWriteLockInterface_6_0::unset;
-constexpr State kRead = ZReadWriteLockInterface_6_0::read;
-constexpr State kProtect = ZReadWriteLockInterface_6_0::protect;
-constexpr State kWrite = ZReadWriteLockInterface_6_0::write;
 
 // A thread that does what it is told, one action at a time.
 class Worker {
@@ -48,12 +43,6 @@ private:
 bool isReady(std::future<void> const& done)
 {
     return done.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready;
-}
-
-// Long enough for a thread that can go on to have done so.
-bool staysBlocked(std::future<void> const& done)
-{
-    return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
 }
 
 bool comesThrough(std::future<void> const& done)
