@@ -138,6 +138,8 @@ class JavaTest(tool.ToolTest):
             self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such", "java", missing,
                                   *action)
             self.expect_unchanged(NO_ACCESS, "is a folder", "java", self.room.name, *action)
+        self.expect_unchanged(NO_ACCESS, f"{self.room.name} is a folder; name a regular file",
+                              "convert", self.file, "app", "--from", self.room.name)
         self.given("ok = 1\nk = \\ud83d\n")
         with open(self.java, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)

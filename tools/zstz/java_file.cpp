@@ -207,7 +207,9 @@ JavaFile::JavaFile(std::string const& path)
             for (LostLine const& line : Watch(text).run(path.c_str()))
                 if (line.why == kNoCharacter)
                     throw Failure{exitInvalidData, lineReport(path, line)};
-        throw;
+        throw describe(std::current_exception(), path);
+    } catch (ZUnexpectedEndOfFile_6_0 const&) {
+        throw describe(std::current_exception(), path);  // it does not tell which file it is about
     }
     entries_ = entriesOf(store);
     if (text.empty())
