@@ -15,16 +15,9 @@ namespace {
 
 constexpr char kMask[] = "********";
 
-void needStanza(ZProperties_6_0& store, Request const& request)
-{
-    if (store.exists(request.stanza.c_str()) == 0)
-        throw Failure{exitNotFound, "there is no stanza [" + request.stanza + "] in " +
-                                        request.file + "; `zstz stanzas` lists what there is"};
-}
-
 void needKey(ZProperties_6_0& store, Request const& request)
 {
-    needStanza(store, request);
+    needStanza(store, request.file, request.stanza);
     if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
         throw Failure{exitNotFound, "there is no key " + request.key + " in stanza [" +
                                         request.stanza + "] of " + request.file +
@@ -207,7 +200,7 @@ int runUnset(Request const& request)
     checkReserved(request.stanza);
     EditedFile file(request.file);
     if (request.wholeStanza) {
-        needStanza(file.store(), request);
+        needStanza(file.store(), request.file, request.stanza);
         file.store().deleteStanza(request.stanza.c_str());
     } else {
         needKey(file.store(), request);
@@ -229,7 +222,7 @@ int runStanzas(Request const& request)
 int runKeys(Request const& request)
 {
     LoadedFile file(request.file);
-    needStanza(file.store(), request);
+    needStanza(file.store(), request.file, request.stanza);
     for (Stanza const& stanza : file.outline()) {
         if (stanza.name == request.stanza)
             for (std::string const& key : stanza.keys)
@@ -242,7 +235,7 @@ int runList(Request const& request)
 {
     LoadedFile file(request.file);
     if (!request.stanza.empty())
-        needStanza(file.store(), request);
+        needStanza(file.store(), request.file, request.stanza);
     char const* gap = "";
     for (Stanza const& stanza : file.outline()) {
         if (!request.stanza.empty() && stanza.name != request.stanza)

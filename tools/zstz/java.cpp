@@ -179,10 +179,7 @@ void keepKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
 Entries javaEntries(Request const& request)
 {
     LoadedFile file(request.file);
-    char const* const stanza = request.stanza.c_str();
-    if (file.store().exists(stanza) == 0)
-        throw Failure{exitNotFound, "there is no stanza [" + request.stanza + "] in " +
-                                        request.file + "; `zstz stanzas` lists what there is"};
+    needStanza(file.store(), request.file, request.stanza);
     if (!request.dropComments && file.hasComments(request.stanza))
         throw Failure{exitRefused, "the stanza [" + request.stanza + "] of " + request.file +
                                        " has comments, which a Java file of this library cannot "

@@ -122,6 +122,13 @@ EditedFile::EditedFile(std::string const& path, Need need) : turn_(path), store_
     });
 }
 
+void needStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
+{
+    if (store.exists(stanza.c_str()) == 0)
+        throw Failure{exitNotFound, "there is no stanza [" + stanza + "] in " + path +
+                                        "; `zstz stanzas` lists what there is"};
+}
+
 void checkReserved(std::string const& stanza)
 {
     if (stanza == kReserved)

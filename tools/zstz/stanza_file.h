@@ -59,6 +59,10 @@ private:
     ZStanzaFileProperties_6_0 store_;
 };
 
+/// Says that a stanza is not there.
+/// throws  Failure.
+void needStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza);
+
 /// Refuses the stanza that a store writes itself: what is changed there by hand costs the
 /// obfuscated values.
 /// throws  Failure, as do the two below.
