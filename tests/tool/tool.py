@@ -43,12 +43,16 @@ class ToolTest(unittest.TestCase):
         if os.geteuid() != 0:
             return {}
         nobody = 65534
-        if not os.path.exists(TOOL) or subprocess.run(
-                [TOOL, "--version"], user=nobody, capture_output=True, check=False).returncode != 0:
-            self.skipTest("the tool lies where only root may go")
         for path in (self.room.name, self.file):
             os.chown(path, nobody, nobody)
-        return {"user": nobody, "group": nobody, "extra_groups": []}
+        options = {"user": nobody, "group": nobody, "extra_groups": []}
+        try:
+            reached = self.run_tool("stanzas", self.file, **options).returncode == DONE
+        except PermissionError:
+            reached = False
+        if not reached:
+            self.skipTest("the tool, its tables or its files lie where only root may go")
+        return options
 
     def run_tool(self, *arguments, given="", **options):
         environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
