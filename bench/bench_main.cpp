@@ -292,7 +292,8 @@ int main(int argc, char** argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    if (benchmark::RunSpecifiedBenchmarks(&reporter) == 0)
+        return 1;  // no row has such a name
     reporter.printRatios();
     reporter.printTargets();
     return 0;

@@ -228,6 +228,8 @@ class Script(unittest.TestCase):
                 (["test", "one", "two"], "too many arguments, see ./dev help test"),
                 (["test", "-j4"], "test takes no options, see ./dev help test"),
                 (["crash", "--all"], "crash takes no options, see ./dev help crash"),
+                (["bench", "--benchmark_min_time=1"],
+                 "options stand behind a PATTERN; a dot stands for every row"),
                 (["fuzz"], "which target? there are: stanza companion squeeze codeset printf java"),
                 (["fuzz", "juggler"], "no target juggler; there are: stanza companion squeeze "
                                       "codeset printf java")):
