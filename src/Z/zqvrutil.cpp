@@ -139,8 +139,6 @@ qvr_loc_t processLocale()
 // The byte length of the character at `s` when `accepts` says yes to it, else 0.
 int lengthIfOfClass(qvr_cs_t cs, char const* s, size_t n, int (*accepts)(uint32_t))
 {
-    if (s == nullptr || n == 0)
-        return 0;
     uint32_t wc = 0;
     int const length = qvr_mbtowc(cs, &wc, s, n);
     return length >= 1 && accepts(wc) ? length : 0;

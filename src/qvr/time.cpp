@@ -75,13 +75,12 @@ public:
     tm const& time() const { return time_; }
 
 private:
-    // The character at `s`, and in `length` its bytes: 0 at the end, also where text is invalid.
+    // The character at `s`, and in `length` its bytes; 0, which is no character of a word or a
+    // form, at the end and where text is invalid.
     uint32_t at(char const* s, int& length) const
     {
         uint32_t value = 0;
         length = qvr_mbtowc(&cs_, &value, s, SIZE_MAX);
-        if (length < 0)
-            length = 0;
         return value;
     }
 
@@ -95,7 +94,7 @@ private:
     bool takeLiteral(uint32_t wanted)
     {
         int length;
-        if (at(s_, length) != wanted || length == 0)
+        if (at(s_, length) != wanted)
             return false;
         s_ += length;
         return true;
@@ -166,7 +165,7 @@ bool TimeReader::takeWord(std::u32string_view const* words, int count, int& inde
         for (char32_t const wanted : words[i]) {
             int length;
             uint32_t const value = at(s, length);
-            same = length > 0 && fold(value, turkic_) == wanted;
+            same = fold(value, turkic_) == wanted;
             if (!same)
                 break;
             s += length;

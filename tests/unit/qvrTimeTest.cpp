@@ -90,6 +90,9 @@ TEST(qvrTime, EachConversionSetsItsFields)
         {"%Y %W %a",
          "2024 1 Wed",
          {.day = 3, .month = 0, .year = 124, .dayOfWeek = 3, .dayOfYear = 2}},
+        {"%Y %W %u",
+         "2024 53 2",
+         {.day = 31, .month = 11, .year = 124, .dayOfWeek = 2, .dayOfYear = 365}},
         {"%F", "2024-02-29", {.day = 29, .month = 1, .year = 124, .dayOfWeek = 4, .dayOfYear = 59}},
         {"%D", "12/31/23", {.day = 31, .month = 11, .year = 123, .dayOfWeek = 0, .dayOfYear = 364}},
         {"%T", "23:59:58", {.second = 58, .minute = 59, .hour = 23}},
@@ -159,6 +162,8 @@ TEST(qvrTime, WhatDoesNotMatchChangesNothing)
         {"%b", "Foo"},
         {"%b", ""},
         {"%a", "Xyz"},
+        {"%a", "January"},
+        {"%b", "am"},
         {"%p", "xm"},
         {"%d %m", "12"},
         {"%d-%m", "1/2"},
@@ -178,6 +183,8 @@ TEST(qvrTime, WhatDoesNotMatchChangesNothing)
         {"%w", "7"},
         {"%y", "x"},
         {"%Y %W %w", "2024 0 0"},
+        {"%Y %W %u", "2024 53 3"},
+        {"%Y %W %u", "2023 53 1"},
         {"%z", "x"},
         {"%z", "+1"},
         {"%z", "+25"},
@@ -234,6 +241,9 @@ TEST(qvrTime, ZonesAndSeconds)
         localtime_r(&moment, &expected);
         struct tm time = unset();
         EXPECT_STREQ("", qvr_strptime(cs, nullptr, std::to_string(seconds).c_str(), "%s", &time));
+        EXPECT_EQ(fields(expected), fields(time));
+        EXPECT_STREQ(
+            "", qvr_strptime(cs, nullptr, (" \t" + std::to_string(seconds)).c_str(), "%s", &time));
         EXPECT_EQ(fields(expected), fields(time));
     }
 }

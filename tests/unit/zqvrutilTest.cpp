@@ -797,4 +797,8 @@ TEST(zqvrutil, KeepsUnpairedSurrogates)
     EXPECT_EQ((Converted{0, 3, "\xED\xA0\x80\xF0\x90\x80\x80"}),
               fromUTF16({0xD800, 0xD800, 0xDC00}, 8));
     EXPECT_EQ((Converted{0, 2, "\xED\xB0\x80\xED\xA0\x80"}), fromUTF16({0xDC00, 0xD800}, 8));
+    EXPECT_EQ((Converted{0, 3,
+                         "\xED\xA0\x80\xEE\x80\x80"
+                         "a"}),
+              fromUTF16({0xD800, 0xE000, 'a'}, 8));
 }
