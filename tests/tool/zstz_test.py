@@ -554,6 +554,13 @@ class ZstzTest(tool.ToolTest):
             with self.subTest(arguments):
                 self.expect_unchanged(USAGE, "--help", *arguments)
 
+    def test_a_value_that_looks_like_an_option(self):
+        for arguments in (["listener", "name", "-verbose"], ["listener", "-name", "x"]):
+            self.expect_unchanged(USAGE, 'put -- before names and values that begin with "-"; see',
+                                  "set", self.file, *arguments)
+        self.expect(DONE, "", "set", self.file, "--", "listener", "-name", "-verbose")
+        self.expect(DONE, "-verbose\n", "get", self.file, "listener", "--", "-name")
+
     def test_an_unknown_verb(self):
         verbs = "use one of " + ", ".join(VERBS)
         for verb in ("frobnicate", "Get", ""):

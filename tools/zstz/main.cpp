@@ -279,8 +279,11 @@ Failure describeVerb(int argc, char const* const* argv)
     return {exitUsage, what + "; use one of " + verbs() + ", and see zstz --help"};
 }
 
-int failUsage(CLI::App const& app, std::string const& text)
+int failUsage(CLI::App const& app, CLI::ParseError const& e)
 {
+    std::string text = e.what();
+    if (dynamic_cast<CLI::ExtrasError const*>(&e) != nullptr && text.find(": -") != text.npos)
+        text += "; put -- before names and values that begin with \"-\"";
     auto const verbs = app.get_subcommands();
     std::string const verb = verbs.empty() ? "" : " " + verbs.front()->get_name();
     return report({exitUsage, text + "; see zstz" + verb + " --help"});
@@ -348,7 +351,7 @@ int main(int argc, char** argv)
         } catch (CLI::ParseError const& e) {
             if (e.get_exit_code() != 0)
                 return app.get_subcommands().empty() ? report(describeVerb(argc, argv))
-                                                     : failUsage(app, e.what());
+                                                     : failUsage(app, e);
             std::ostringstream help;
             app.exit(e, help, help);
             fputs(help.str().c_str(), stdout);
