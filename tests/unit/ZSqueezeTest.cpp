@@ -97,6 +97,7 @@ TEST(ZSqueeze, TooSmallADestinationGivesABufferError)
     Bytes packed = squeezed(source);
     Bytes dest(source.size());
     ZSqueeze_6_0 squeeze;
+    long const blocks = FailingAllocator::blocks();
     for (size_t room = 0; room < packed.size(); ++room) {
         SCOPED_TRACE(room);
         squeeze.setSource(source.data(), source.size());
@@ -106,6 +107,7 @@ TEST(ZSqueeze, TooSmallADestinationGivesABufferError)
     }
     squeeze.setSource(packed.data(), packed.size());
     EXPECT_EQ(kBufferError, squeeze.unsqueeze(dest.data(), source.size() - 1));
+    EXPECT_EQ(blocks, FailingAllocator::blocks());
 }
 
 TEST(ZSqueeze, AStreamThatEndsEarlyGivesABufferError)
@@ -113,11 +115,13 @@ TEST(ZSqueeze, AStreamThatEndsEarlyGivesABufferError)
     Bytes packed = squeezed(bytesOf("a text that is worth to be squeezed, squeezed, squeezed"));
     Bytes dest(1000);
     ZSqueeze_6_0 squeeze;
+    long const blocks = FailingAllocator::blocks();
     for (size_t length = 0; length < packed.size(); ++length) {
         SCOPED_TRACE(length);
         squeeze.setSource(packed.data(), length);
         EXPECT_EQ(kBufferError, squeeze.unsqueeze(dest.data(), dest.size()));
     }
+    EXPECT_EQ(blocks, FailingAllocator::blocks());
 }
 
 TEST(ZSqueeze, ADamagedStreamGivesADataError)

@@ -79,6 +79,7 @@ TEST(qvrTime, EachConversionSetsItsFields)
         {"%y", "68", {.year = 168}},
         {"%y", "69", {.year = 69}},
         {"%C", "21", {.year = 200}},
+        {"%C", "0", {.year = -1900}},
         {"%C%y", "1999", {.year = 99}},
         {"%y%C", "9919", {.year = 99}},
         {"%Y", "2024", {.year = 124}},
@@ -194,6 +195,8 @@ TEST(qvrTime, WhatDoesNotMatchChangesNothing)
         {"%s", "99999999999999999999"},
         {"%H:%M", "12:\xFF"},
         {"%H\xFF", "12\xFF"},
+        {"%H%\xFF", "12"},
+        {"%H%E\xFF", "12"},
         {"%d%d", "12\xC3"},
     };
     Codeset const cs("UTF-8");
