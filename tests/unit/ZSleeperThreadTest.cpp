@@ -85,6 +85,23 @@ TEST(ZSleeperThread, WakeUpsDuringTheWorkCountAsOne)
     EXPECT_LE(sleeper.units, 3);
 }
 
+TEST(ZSleeperThread, WakeUpsBeforeItCanWorkCountAsOne)
+{
+    ZLock_6_0 lock;
+    TestSleeper sleeper(lock);
+    sleeper.start();
+    {
+        ZResourceLock_6_0 const guard(lock);
+        for (int i = 0; i < 3; ++i)
+            sleeper.wakeUp();
+    }
+    waitUntil([&] { return sleeper.units >= 1; });
+    sleeper.wakeUp();  // waits until it sleeps
+    waitUntil([&] { return sleeper.units >= 2; });
+    sleeper.waitForExit();
+    EXPECT_EQ(2, sleeper.units);
+}
+
 TEST(ZSleeperThread, WorksAtItsInterval)
 {
     TestSleeper sleeper(1ul);
