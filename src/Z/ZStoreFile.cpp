@@ -210,10 +210,12 @@ Habits::Habits(int fd)
     syncsName = overwrites || system.f_type == BTRFS_SUPER_MAGIC;
 }
 
-// Waits until the contents will be on disk as soon as anything else is that is synced later.
-int syncBeforeOthers(int fd)
+// Waits until the contents will be on disk as soon as anything else on `disk` is that is synced
+// later. A file and its folder may lie on different disks: one file can be mounted over another.
+int syncBeforeOthers(int fd, dev_t disk)
 {
-    if (!Habits(fd).overwrites)
+    struct stat status;
+    if (fstat(fd, &status) != 0 || status.st_dev != disk || !Habits(fd).overwrites)
         return syncContents(fd);
     // The disk has them then, at least in its cache, and every sync empties that.
     return retrying([fd] {
@@ -295,11 +297,19 @@ int removeFile(std::string const& path)
 }
 
 constexpr size_t kChecksum = 4;  // length of what ends a journal
+constexpr dev_t kNoDisk = 0;
 
-// Overwrites the checksum of a journal, so that it does not count any more, and waits until that is
-// on disk. The checksum, not the head: two journals may begin alike, so that the head of the next
-// one could make the rest of this one whole again where its blocks are used once more.
-int invalidate(std::string const& path)
+// What ends a journal whose CRC-32 is `crc`: never 0, which is what an invalid one ends with.
+uint32_t endOfJournal(uint32_t crc)
+{
+    return crc != 0 ? crc : 1;
+}
+
+// Overwrites the checksum of a journal, so that it does not count any more, and waits until that
+// will be on disk before anything that is synced later on `disk`, the file's. The checksum, not the
+// head: two journals may begin alike, so that the head of the next one could make the rest of this
+// one whole again where its blocks are used once more.
+int invalidate(std::string const& path, dev_t disk)
 {
     // What else was put there is not even opened: it may be a second name of the file that we have
     // locked, and closing it would drop the lock.
@@ -317,16 +327,16 @@ int invalidate(std::string const& path)
     if (error == 0 && end > static_cast<off_t>(kChecksum))
         error = writeAllAt(fd, {kNothing, kChecksum}, end - static_cast<off_t>(kChecksum));
     if (error == 0)
-        error = syncBeforeOthers(fd);
+        error = syncBeforeOthers(fd, disk);
     close(fd);
     return error;
 }
 
 // Removes the journal in `directory` for good: nothing that a power cut may bring back counts. The
 // removal need not be on disk for that, which saves two waits for the disk.
-int dropJournal(std::string const& path, std::string const& directory)
+int dropJournal(std::string const& path, std::string const& directory, dev_t disk)
 {
-    int const error = invalidate(path);
+    int const error = invalidate(path, disk);
     bool const removed = removeFile(path) == 0 || removeFile(path) == 0;
     return error == 0 || (removed && syncDirectory(directory) == 0) ? 0 : error;
 }
@@ -339,7 +349,7 @@ int makeFile(std::string const& path)
     int const fd = zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
     if (fd >= 0 || errno != EEXIST)
         return fd;
-    invalidate(path);  // it may be a whole journal, see writeJournalTo()
+    invalidate(path, kNoDisk);  // it may be a whole journal, see writeJournalTo()
     if (unlink(path.c_str()) != 0)
         return -1;
     return zopenPrivate(path.c_str(), flags, S_IRUSR | S_IWUSR);
@@ -426,7 +436,7 @@ private:
 //    72   4  Adler-32 of the end that stays
 //    76   4  length of the companion's path, 0: the companion is not concerned
 //    80      the path, the old middle, the new middle, the end that moves, the new companion
-//         4  CRC-32 of all that comes before
+//         4  CRC-32 of all that comes before, 1 in place of 0
 struct ZStoreFile::Journal {
     static constexpr char kMagic[] = "ZSTORE2\n";
     static constexpr size_t kHeader = 80;
@@ -497,7 +507,7 @@ bool ZStoreFile::Journal::parse()
     if (left < kHeader + kChecksum || memcmp(data, kMagic, sizeof kMagic - 1) != 0)
         return false;
     left -= kChecksum;
-    if (getNumber(data + left, kChecksum) != checksum({data, left}))
+    if (getNumber(data + left, kChecksum) != endOfJournal(checksum({data, left})))
         return false;
     difference.beginning = getNumber(data + 8, 8);
     difference.end = getNumber(data + 16, 8);
@@ -662,11 +672,13 @@ private:
     [[noreturn]] void raise() const;
 
     bool isAsWanted(int companion) const;
+    int syncCompanion(int companion) const;
     int writeJournal();
     int writeJournalTo(int fd, Journal const& journal);
     View rewritten(View text) const;
     int pad();
     int reserve();
+    void giveBack();
     int prepareCompanion(View contents);
     int writeText();
     int moveCompanion();
@@ -695,6 +707,7 @@ private:
 
     bool journalled_ = false;   // the journal is on disk
     bool journalGone_ = false;  // it was, and has been removed
+    bool reserved_ = false;     // there may be room behind the end of the file
     bool inPlace_ = false;      // the companion's directory allows no new file
     bool textTouched_ = false;
     bool companionTouched_ = false;
@@ -749,8 +762,11 @@ void ZStoreFile::Writer::commit()
         if (error != 0 && error != ENOENT)
             throw Failure{path, "fopen(w)", error};
         if (companionChange_ == Companion::written && hadCompanion_ &&
-            isAsWanted(shared.descriptor()))
+            isAsWanted(shared.descriptor())) {
             companionChange_ = Companion::kept;
+            if (int const unsynced = syncCompanion(shared.descriptor()))
+                throw Failure{path, "fsync()", unsynced};
+        }
     }
     try {
         bool const writes = companionChange_ == Companion::written;
@@ -779,15 +795,23 @@ void ZStoreFile::Writer::finish()
     raise();
 }
 
-// Whether the companion has its contents already, and owner, group and mode of the file.
+// Whether the companion has its contents already, and owner, group, mode and disk of the file.
 bool ZStoreFile::Writer::isAsWanted(int companion) const
 {
     struct stat const& model = file_.status_;
     struct stat status;
     return sameBytes(viewOf(oldCompanion_), companion_.contents) &&
-           fstat(companion, &status) == 0 && status.st_uid == model.st_uid &&
-           status.st_gid == model.st_gid && status.st_nlink == 1 &&
+           fstat(companion, &status) == 0 && status.st_dev == model.st_dev &&
+           status.st_uid == model.st_uid && status.st_gid == model.st_gid && status.st_nlink == 1 &&
            ((status.st_mode ^ model.st_mode) & kPermissions) == 0;
+}
+
+// Another program may have put the companion there, and not synced it.
+int ZStoreFile::Writer::syncCompanion(int companion) const
+{
+    if (int const error = syncBeforeOthers(companion, file_.status_.st_dev))
+        return error;
+    return Habits(companion).syncsName ? 0 : syncDirectory(companionDirectory_);
 }
 
 // Leaves `journalled_` false, and returns 0, when the directory does not allow a journal.
@@ -820,7 +844,7 @@ int ZStoreFile::Writer::writeJournal()
     if (::close(fd) != 0 && error == 0)
         error = failed("close()", newJournal_, errno);
     if (error != 0) {
-        removeFile(newJournal_);
+        dropJournal(newJournal_, directory_, file_.status_.st_dev);
         return error;
     }
     return named ? 0 : failed("fsync()", file_.journal_, syncDirectory(directory_));
@@ -836,7 +860,9 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
     if (int const error = takeAfter(fd, file_.status_, owned))
         return failed("fchmod()", newJournal_, error);
     // What another program has written and not synced has to be there before we write over it.
-    if (int const error = syncBeforeOthers(file_.fd_))
+    struct stat status;
+    dev_t const disk = fstat(fd, &status) == 0 ? status.st_dev : kNoDisk;
+    if (int const error = syncBeforeOthers(file_.fd_, disk))
         return failed("fdatasync()", file_.path_, error);
     std::string const header = journal.header();
     View const parts[] = {{header.data(), header.size()},
@@ -851,7 +877,7 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
             return failed("write()", newJournal_, error);
     }
     std::string end;
-    putNumber(end, crc, kChecksum);
+    putNumber(end, endOfJournal(crc), kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
         return failed("write()", newJournal_, error);
     if (rename(newJournal_.c_str(), file_.journal_.c_str()) != 0)
@@ -889,7 +915,17 @@ int ZStoreFile::Writer::reserve()
     int const error = retrying([=] { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); });
     if (error == EOPNOTSUPP || error == ENOSYS || error == EINVAL)
         return 0;
+    reserved_ = true;
     return failed("fallocate()", file_.path_, error);
+}
+
+// Gives back what reserve() has set aside: what lies behind the end of the file, wherever that is.
+void ZStoreFile::Writer::giveBack()
+{
+    int const fd = file_.fd_;
+    struct stat status;
+    if (fstat(fd, &status) == 0)
+        retrying([=] { return ftruncate(fd, status.st_size); });
 }
 
 // Writes what the companion is to hold into a new file beside it.
@@ -984,7 +1020,8 @@ int ZStoreFile::Writer::removeJournal()
         return file_.made_ ? failed("fsync()", file_.path_, syncDirectory(directory_)) : 0;
     journalled_ = false;
     journalGone_ = true;
-    return failed("unlink()", file_.journal_, dropJournal(file_.journal_, directory_));
+    return failed("unlink()", file_.journal_,
+                  dropJournal(file_.journal_, directory_, file_.status_.st_dev));
 }
 
 // Puts the old pair back. Where that fails as well the journal stays: the next reader takes the
@@ -997,12 +1034,10 @@ void ZStoreFile::Writer::undo()
     bool const restored =
         (!companionTouched_ || restoreCompanion() == 0) && (!textTouched_ || restoreText() == 0);
     removeFile(newCompanion_);
-    if (!textTouched_)
-        retrying([this] {
-            return ftruncate(file_.fd_, static_cast<off_t>(file_.main_.length()));
-        });  // gives back what was set aside
+    if (reserved_)
+        giveBack();
     if (restored && journalled_)
-        dropJournal(file_.journal_, directory_);
+        dropJournal(file_.journal_, directory_, file_.status_.st_dev);
 }
 
 int ZStoreFile::Writer::restoreText()
@@ -1167,9 +1202,10 @@ void ZStoreFile::pick(Use use)
         return;
     SizeSignalGuard const noSignal;
     View const main = viewOf(main_);
-    bool const counts =
-        (journal->companion.empty() || concernsCompanion(*journal)) && journal->mixes(main);
-    bool const untouched = counts && journal->isOld(main);
+    bool const ours = journal->mixes(main);
+    bool const old = ours && journal->isOld(main);
+    bool const counts = ours && (journal->companion.empty() || concernsCompanion(*journal, old));
+    bool const untouched = counts && old;
     if (counts && !untouched) {
         Bytes newText = journal->newText(main);
         if (use == Use::load) {
@@ -1198,10 +1234,10 @@ void ZStoreFile::pick(Use use)
     if (untouched) {
         if (!journal->companion.empty())
             removeFile(neighbour(journal->companion, ".new"));
-        error = dropJournal(journal_, directoryOf(journal_));
+        error = dropJournal(journal_, directoryOf(journal_), status_.st_dev);
     } else {
         // It keeps its texts, for whoever wants to compare.
-        error = invalidate(journal_);
+        error = invalidate(journal_, status_.st_dev);
         if (rename(journal_.c_str(), neighbour(real_, ".zjn.orphan").c_str()) == 0)
             error = 0;
     }
@@ -1209,13 +1245,17 @@ void ZStoreFile::pick(Use use)
         throw Failure{journal_, "unlink()", error};
 }
 
-// Whether the companion is the one that the journal's writer found or the one it wrote.
-bool ZStoreFile::concernsCompanion(Journal const& journal) const
+// Whether the companion is the one that the journal's writer found or the one it wrote. One that
+// the file may not name any more is not looked at; without it only the old text is known to be
+// whole.
+bool ZStoreFile::concernsCompanion(Journal const& journal, bool oldText) const
 {
     std::string const& path = journal.companion;
     int error = mayName(path);
-    if (error == EPERM)
+    if (error == EPERM && oldText)
         return false;
+    if (error == EPERM)
+        throw Failure{path, "access()", error};
     ZSharedFile shared;
     Bytes contents;
     if (error == 0)

@@ -99,8 +99,9 @@ public:
     /// Opens and locks `path`, and reads it. For a store, a missing file is made, and a store that
     /// died half-way is finished first.
     /// throws  Failure with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; and with
-    ///         "lstat()", "open()", "read()" or "mapFile()" when a journal, or the companion that
-    ///         it is about, cannot be looked at; while finishing, as commit(); std::bad_alloc.
+    ///         "lstat()", "open()", "read()", "mapFile()" or "access()" when a journal, or the
+    ///         companion that it is about, cannot or may not be looked at; while finishing, as
+    ///         commit(); std::bad_alloc.
     ZStoreFile(char const* path, Use use);
     ZStoreFile(ZStoreFile const&) = delete;
     ZStoreFile& operator=(ZStoreFile const&) = delete;
@@ -139,6 +140,7 @@ public:
     int mayName(std::string const& name) const;
 
     /// Replaces text and companion.
+    /// range   once for each object: text() stays what it was.
     /// throws  Failure (file, call, errno): file, companion and store are as before.
     void commit(View text, Companion const& companion);
 
@@ -155,7 +157,7 @@ private:
     bool open(Use use, char const* openCall);
     int openForStore();
     void pick(Use use);
-    bool concernsCompanion(Journal const& journal) const;
+    bool concernsCompanion(Journal const& journal, bool oldText) const;
 
     std::string const path_;  // as given
     std::string real_;        // without symbolic links

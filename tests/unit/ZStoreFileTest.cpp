@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <linux/magic.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -44,8 +45,9 @@ struct Plan {
     std::vector<std::pair<off_t, size_t>> writes;  // place and length, by pwrite()
     std::string endings;  // of the journals that were removed, see endingOf()
     int folderSyncs = 0;
-    long system = 0;  // that the files seem to be on; 0: what they are on
-    int flags = 0;    // that the files seem to have there
+    bool otherDisk = false;  // the journal seems to be on another one than the file
+    long system = 0;         // that the files seem to be on; 0: what they are on
+    int flags = 0;           // that the files seem to have there
     std::function<void(std::string const&)> before;  // called with each call's name
 };
 Plan plan;
@@ -182,7 +184,15 @@ int __wrap_fchmod(int fd, mode_t mode)
 }
 int __wrap_fstat(int fd, struct stat* status)
 {
-    return fails("fstat") ? -1 : __real_fstat(fd, status);
+    if (fails("fstat"))
+        return -1;
+    int const rc = __real_fstat(fd, status);
+    std::error_code ignored;
+    std::string const link = "/proc/self/fd/" + std::to_string(fd);
+    if (plan.watched && plan.otherDisk &&
+        std::filesystem::read_symlink(link, ignored).string().find(".zjn") != std::string::npos)
+        ++status->st_dev;
+    return rc;
 }
 int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
 {
@@ -198,6 +208,12 @@ int __wrap_fcntl(int fd, int command, ...)
 }
 int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
 {
+    // All of the file, and each wait.
+    EXPECT_EQ(0, offset);
+    EXPECT_EQ(0, length);
+    EXPECT_EQ(static_cast<unsigned>(SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE |
+                                    SYNC_FILE_RANGE_WAIT_AFTER),
+              flags);
     return fails("sync_file_range") ? -1 : __real_sync_file_range(fd, offset, length, flags);
 }
 int __wrap_futimens(int fd, timespec const* times)
@@ -614,6 +630,131 @@ TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
     EXPECT_EQ(1u, after.st_nlink);
 }
 
+TEST_F(ZStoreFileCase, CompanionOnAnotherDiskIsWrittenAnew)
+{
+    // The sync of the journal does not take it along.
+    TestDirectory const elsewhere;
+    struct stat before;
+    struct stat after;
+    put(kPlain);
+    ZStoreFile::Companion companion = change(kLong);
+    companion.path = elsewhere.write("secrets", kLong.companion);
+    ASSERT_EQ(0, stat(companion.path.c_str(), &before));
+    ASSERT_EQ(0, stat(path_.c_str(), &after));
+    if (before.st_dev == after.st_dev)
+        GTEST_SKIP() << "there is one disk";
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    file.commit(viewOf(kLong.text), companion);
+    ASSERT_EQ(0, stat(companion.path.c_str(), &after));
+    EXPECT_NE(before.st_ino, after.st_ino);
+}
+
+TEST_F(ZStoreFileCase, CompanionThatAnotherProgramPutThereIsSynced)
+{
+    struct Case {
+        char const* name;
+        long system;
+        char const* call;  // that takes it to the disk
+        int folderSyncs;   // for its name; the first is the journal's
+    };
+    Case const cases[] = {{"XFS", XFS_SUPER_MAGIC, "sync_file_range", 0},
+                          {"Btrfs", BTRFS_SUPER_MAGIC, "fdatasync", 0},
+                          {"ext2", EXT2_SUPER_MAGIC, "fdatasync", 2}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        put(kShort);
+        std::string first;
+        Plan elsewhere;
+        elsewhere.system = c.system;
+        elsewhere.before = [&](std::string const& call) {
+            if (call.find("sync") != std::string::npos && first.empty())
+                first = call;
+            // All of this comes before the journal, whose own sync takes the rest along.
+            if (first.empty() && call == "open") {
+                EXPECT_EQ("(missing)", directory_.read(".conf.zjn.new"));
+            }
+        };
+        {
+            Watch const watch(elsewhere);
+            store({kLong.text, kShort.companion});
+        }
+        EXPECT_EQ(c.call, first);
+        EXPECT_EQ(c.folderSyncs, plan.folderSyncs);
+        // When that fails nothing is acknowledged.
+        put(kShort);
+        elsewhere.before = [&](std::string const& call) {
+            if (call == c.call && plan.failAt == 0)
+                plan.failAt = plan.calls;
+        };
+        elsewhere.error = EIO;
+        try {
+            Watch const watch(elsewhere);
+            store({kLong.text, kShort.companion});
+            ADD_FAILURE();
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(companion_, failure.file);
+            EXPECT_STREQ("fsync()", failure.call);
+        }
+        EXPECT_EQ(kShort, load());
+    }
+}
+
+TEST_F(ZStoreFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
+{
+    bool const root = geteuid() == 0;
+    put(kPlain);
+    if (root) {
+        ASSERT_EQ(0, chown(path_.c_str(), 12345, 23456));
+    }
+    ASSERT_EQ(0, chmod(path_.c_str(), 02640));
+    auto const look = [root](std::string const& path) {
+        struct stat status;
+        ASSERT_EQ(0, stat(path.c_str(), &status)) << path;
+        EXPECT_EQ(0640u, status.st_mode & 07777) << path;
+        if (root) {
+            EXPECT_EQ(12345u, status.st_uid) << path;
+            EXPECT_EQ(23456u, status.st_gid) << path;
+        }
+    };
+    Plan looking;
+    looking.before = [&](std::string const& call) {
+        if (call == "fallocate") {
+            look(journal_);
+        }
+    };
+    {
+        Watch const watch(looking);
+        store(kLong);
+    }
+    look(companion_);
+}
+
+TEST_F(ZStoreFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two groups";
+    chmod(directory_.path().c_str(), 0777);
+    put(kPlain);
+    ASSERT_EQ(0, chown(path_.c_str(), 65534, 0));
+    ASSERT_EQ(0, chmod(path_.c_str(), 0644));
+    asNobody([&] {
+        struct stat journal = {};
+        Plan looking;
+        looking.before = [&](std::string const& call) {
+            if (call == "pwrite" && journal.st_mode == 0)
+                stat(journal_.c_str(), &journal);
+        };
+        {
+            Watch const watch(looking);
+            store(kLong);
+        }
+        struct stat companion;
+        return stat(companion_.c_str(), &companion) == 0 && (companion.st_mode & 07777) == 0600 &&
+               (journal.st_mode & 07777) == 0600;
+    });
+    EXPECT_EQ(kLong, load());
+}
+
 TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
 {
     struct Case {
@@ -621,6 +762,7 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         long system;
         int flags;
         char const* waits;
+        bool otherDisk = false;
     };
     // For the old text, the journal, its name, the new text, and the journal's end. The file may
     // have nothing to sync at first: then the range costs nothing.
@@ -629,6 +771,7 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
     Case const cases[] = {
         {"ext4", EXT4_SUPER_MAGIC, FS_EXTENT_FL, range},
         {"XFS", XFS_SUPER_MAGIC, 0, range},
+        {"XFS, folder elsewhere", XFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync ", true},
         {"Btrfs", BTRFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync "},
         {"ext2", EXT2_SUPER_MAGIC, 0, all},
         {"contents in inodes", EXT4_SUPER_MAGIC, FS_EXTENT_FL | FS_INLINE_DATA_FL, all},
@@ -639,6 +782,7 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         Plan elsewhere;
         elsewhere.system = c.system;
         elsewhere.flags = c.flags;
+        elsewhere.otherDisk = c.otherDisk;
         elsewhere.before = [&waits](std::string const& call) {
             if (call.find("sync") != std::string::npos)
                 waits += call + " ";
@@ -655,6 +799,22 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         storeText(kPlain.text);
         EXPECT_EQ(1, plan.folderSyncs);
     }
+}
+
+TEST_F(ZStoreFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
+{
+    put(kShort);
+    Plan failing;
+    failing.error = EINVAL;
+    failing.before = [](std::string const& call) {
+        if (call == "fsync" || call == "fdatasync")
+            plan.failAt = plan.calls;
+    };
+    Watch const watch(failing);
+    store(kLong);
+    EXPECT_NE(std::string::npos, plan.failed.find("fsync"));
+    EXPECT_NE(std::string::npos, plan.failed.find("fdatasync"));
+    EXPECT_EQ(kLong.text, directory_.read("conf"));
 }
 
 // ---- The journal's form ------------------------------------------------------------------------
@@ -715,7 +875,24 @@ std::string journalOf(Pair const& before, Pair const& after, std::string const& 
     putNumber(out, adlerOf(end), 4);
     putNumber(out, path.size(), 4);
     out += path + oldMiddle + newMiddle + moved + after.companion;
-    putNumber(out, crcOf(out), 4);
+    uint32_t const crc = crcOf(out);
+    putNumber(out, crc != 0 ? crc : 1, 4);
+    return out;
+}
+
+// Returns four bytes behind which the CRC-32 of `bytes` is 0.
+std::string bytesToZeroCrc(std::string const& bytes)
+{
+    z_crc_t const* const table = get_crc_table();
+    uint32_t state = ~uint32_t{0};  // what the four bytes are to lead to
+    for (int i = 0; i < 4; ++i) {
+        uint32_t index = 0;
+        while ((table[index] ^ state) >> 24 != 0)
+            ++index;
+        state = (state ^ static_cast<uint32_t>(table[index])) << 8 | index;
+    }
+    std::string out;
+    putNumber(out, state ^ ~crcOf(bytes), 4);
     return out;
 }
 
@@ -767,6 +944,81 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
     }
     EXPECT_LT(1000, runs);
     EXPECT_LT(300, failed);
+}
+
+TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
+{
+    // Another program, which knows of no lock, appends while the journal cannot be written.
+    put(kLong);
+    Plan failing;
+    failing.error = ENOSPC;
+    failing.before = [&](std::string const& call) {
+        if (call != "write")
+            return;
+        std::ofstream(path_, std::ios::app) << "more\n";
+        timespec const old[] = {{1000, 0}, {1000, 0}};
+        utimensat(AT_FDCWD, path_.c_str(), old, 0);
+        plan.failAt = plan.calls;
+    };
+    try {
+        Watch const watch(failing);
+        storeText(kShort.text);
+        ADD_FAILURE();
+    } catch (ZStoreFile::Failure const& failure) {
+        EXPECT_EQ(ENOSPC, failure.error);
+    }
+    EXPECT_EQ(kLong.text + "more\n", directory_.read("conf"));
+    struct stat status;
+    ASSERT_EQ(0, stat(path_.c_str(), &status));
+    EXPECT_EQ(1000, status.st_mtime);
+}
+
+TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
+{
+    put(kShort);
+    struct stat before;
+    ASSERT_EQ(0, stat(path_.c_str(), &before));
+    Plan failing;
+    failing.error = EIO;
+    failing.before = [this](std::string const& call) {
+        if (call != "fsync" || directory_.names().find(".conf.obf.new") == std::string::npos)
+            return;
+        plan.failAt = plan.calls;
+        std::ofstream(path_, std::ios::app) << "more\n";  // that is not cut either
+    };
+    {
+        Watch const watch(failing);
+        EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}), ZStoreFile::Failure);
+    }
+    struct stat after;
+    ASSERT_EQ(0, stat(path_.c_str(), &after));
+    EXPECT_EQ(before.st_blocks, after.st_blocks);
+    EXPECT_EQ(kShort.text + "more\n", directory_.read("conf"));
+}
+
+TEST_F(ZStoreFileCase, CloseOfWhatWasWrittenIsChecked)
+{
+    int raised = 0;
+    bool reached = true;
+    for (int n = 1; reached; ++n) {
+        put(kShort);
+        int seen = 0;
+        Plan failing;
+        failing.error = EIO;
+        failing.before = [&](std::string const& call) {
+            if (call == "close" && ++seen == n)
+                plan.failAt = plan.calls;
+        };
+        try {
+            Watch const watch(failing);
+            store(kLong);
+        } catch (ZStoreFile::Failure const& failure) {
+            ++raised;
+            EXPECT_STREQ("close()", failure.call);
+        }
+        reached = seen >= n;
+    }
+    EXPECT_EQ(2, raised);  // the journal, and the companion's new file
 }
 
 TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
@@ -902,6 +1154,23 @@ TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
         EXPECT_LT(0, news);
         EXPECT_TRUE(olds > 0 || shape.before == shape.after);
     }
+}
+
+TEST_F(ZStoreFileCase, ContentsOfACompanionThatGoesDoNotMatter)
+{
+    put(kLong);
+    Plan looking;
+    ZStoreFile::Companion companion = change(kPlain);
+    companion.contents = viewOf(kShort.companion);
+    std::string journal;
+    looking.before = [&](std::string const& call) {
+        if (call == "pwrite" && journal.empty())
+            journal = directory_.read(".conf.zjn");
+    };
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    Watch const watch(looking);
+    file.commit(viewOf(kPlain.text), companion);
+    EXPECT_EQ(journalOf(kLong, kPlain, companion_), journal);
 }
 
 TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
@@ -1274,6 +1543,74 @@ TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
     }
 }
 
+TEST_F(ZStoreFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
+{
+    // The last four bytes of the new text, which the journal ends with, make it 0.
+    std::string const before(40, 'o');
+    std::string after(36, 'n');
+    std::string const journal = journalOf({before, ""}, {after + "1234", ""}, "");
+    after += bytesToZeroCrc(journal.substr(0, journal.size() - 8));
+    std::string whole = journalOf({before, ""}, {after, ""}, "");
+    ASSERT_EQ(0u, crcOf(whole.substr(0, whole.size() - 4)));
+    put({before, ""});
+    std::string written;
+    Plan looking;
+    looking.before = [&](std::string const& call) {
+        if (call == "pwrite" && written.empty())
+            written = directory_.read(".conf.zjn");
+    };
+    {
+        Watch const watch(looking);
+        storeText(after);
+    }
+    EXPECT_EQ(whole, written);
+    EXPECT_EQ(".", plan.endings);
+    // One that comes back behind the store does not take an edit for an interrupted rewrite.
+    Pair const edited = {before.substr(0, 20) + after.substr(20), ""};
+    put(edited);
+    directory_.write(".conf.zjn", whole);
+    EXPECT_EQ(after, load().text);
+    directory_.write(".conf.zjn", whole.replace(whole.size() - 4, 4, 4, '\0'));
+    EXPECT_EQ(edited, load());
+}
+
+TEST_F(ZStoreFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
+{
+    // Whoever may not be led to the companion cannot tell whether the journal counts.
+    std::filesystem::create_directory(directory_.at("folder"));
+    directory_.write("folder/secrets", kShort.companion);
+    directory_.write("conf", kLong.text.substr(0, 2) + kShort.text.substr(2));
+    std::string const journal = journalOf(kShort, kLong, directory_.at("folder/secrets"));
+    directory_.write(".conf.zjn", journal);
+    chmod(path_.c_str(), 0666);
+    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+        try {
+            ZStoreFile const file(path_.c_str(), use);
+            ADD_FAILURE();
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(directory_.at("folder/secrets"), failure.file);
+            EXPECT_STREQ("access()", failure.call);
+            EXPECT_EQ(EPERM, failure.error);
+        }
+        EXPECT_EQ(journal, directory_.read(".conf.zjn"));
+    }
+    chmod(path_.c_str(), 0600);
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+        EXPECT_EQ(kLong.text, std::string(file.text().data, file.text().length));
+    }
+    // Where the text is the old one, or somebody else's, there is nothing to be told.
+    for (std::string const& text : {kShort.text, std::string("else\n")}) {
+        directory_.write("conf", text);
+        directory_.write(".conf.zjn", journal);
+        chmod(path_.c_str(), 0666);
+        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+            ZStoreFile const file(path_.c_str(), use);
+            EXPECT_EQ(text, std::string(file.text().data, file.text().length));
+        }
+    }
+}
+
 TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
@@ -1321,6 +1658,34 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
     directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
     store(kShort);
     EXPECT_EQ(".", endingOf(directory_.at(".conf.zjn.orphan").c_str()));
+    // One that did not get its name.
+    put(kShort);
+    Plan failing;
+    failing.error = EIO;
+    failing.before = [](std::string const& call) {
+        if (call == "rename")
+            plan.failAt = plan.calls;
+    };
+    Watch const watch(failing);
+    EXPECT_THROW(store(kLong), ZStoreFile::Failure);
+    EXPECT_EQ(".", plan.endings);
+}
+
+TEST_F(ZStoreFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
+{
+    put(kPlain);
+    Plan failing;
+    failing.error = EIO;
+    failing.system = XFS_SUPER_MAGIC;
+    int writes = 0;
+    failing.before = [&](std::string const& call) {
+        if (call == "pwrite" && ++writes == 2)  // the first is the text's
+            plan.failAt = plan.calls;
+    };
+    Watch const watch(failing);
+    storeText(kLong.text);
+    EXPECT_EQ("?", plan.endings);
+    EXPECT_EQ(1, plan.folderSyncs);
 }
 
 TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
@@ -1436,6 +1801,22 @@ TEST_F(ZStoreFileCase, SecondNamesOfTheFileDoNotCostItsLock)
         EXPECT_EQ(2, looks);  // the text, and the end of the journal
         EXPECT_EQ(kLong, load());
         std::filesystem::remove(directory_.at(name));
+    }
+}
+
+TEST_F(ZStoreFileCase, PipesInTheJournalsPlaceAreNotOpened)
+{
+    for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
+        SCOPED_TRACE(name);
+        put(kShort);
+        ASSERT_EQ(0, mkfifo(directory_.at(name).c_str(), 0600));
+        int const fd = open(directory_.at(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        store(kLong);
+        pollfd pipe = {fd, POLLIN, 0};
+        EXPECT_EQ(0, poll(&pipe, 1, 0));  // it would say so if a writer had gone
+        close(fd);
+        EXPECT_EQ(kLong, load());
+        EXPECT_EQ("conf conf.obf", directory_.names());
     }
 }
 
