@@ -1447,6 +1447,34 @@ TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
     }
 }
 
+TEST_F(ZStoreFileCase, CompanionThatComesOrGoesIsOldOrNew)
+{
+    struct Case {
+        char const* name;
+        Pair before;
+        Pair after;
+        std::string companion;  // found, beside the new text
+        bool counts;
+    };
+    Case const cases[] = {
+        {"comes, and is not there yet", kPlain, kLong, "", true},
+        {"comes, and is there", kPlain, kLong, kLong.companion, true},
+        {"comes, and another is there", kPlain, kLong, packed("?"), false},
+        {"goes, and is there still", kLong, kPlain, kLong.companion, true},
+        {"goes, and is gone", kLong, kPlain, "", true},
+        {"goes, and another is there", kLong, kPlain, packed("??"), false},
+        {"changes, and another is there", kShort, kLong, packed("?"), false},
+        {"changes, and is gone", kShort, kLong, "", false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Pair const found = {c.after.text, c.companion};
+        put(found);
+        directory_.write(".conf.zjn", journalOf(c.before, c.after, companion_));
+        EXPECT_EQ(c.counts ? c.after : found, load());
+    }
+}
+
 TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
 {
     // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
@@ -1491,9 +1519,13 @@ TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses
     struct Case {
         char const* before;
         char const* after;
-        char const* found;
+        std::string found;
     };
-    Case const cases[] = {{"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=3\nb=2\nc=1\n"},
+    Case const cases[] = {{"aaa", "abcde", "abcdX"},
+                          {"aaa", "abcde", "aaaX"},
+                          {"aaa", "abcde", std::string("a\0cde", 5)},
+                          {"aaa", "abc", std::string("a\0c", 3)},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=3\nb=2\nc=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=1\nc=3\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=3\nb=22\nc=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=1\nb=22\nc=3\n"},
@@ -1533,14 +1565,42 @@ TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
     }
     directory_.write(".conf.zjn", whole + "x");
     EXPECT_EQ(torn, load());
-    // Lengths that do not add up, with a checksum that does.
-    for (size_t at : {8, 16, 24, 32, 40, 48, 76}) {
-        std::string wrong = whole.substr(0, whole.size() - 4);
-        wrong[at + 3] = '\x7F';
+    // Lengths that do not add up, or only modulo 2^64, with a checksum that does.
+    auto const loadWith = [&](std::string wrong) {
         putNumber(wrong, crcOf(wrong), 4);
         directory_.write(".conf.zjn", wrong);
-        EXPECT_EQ(torn, load()) << at;
+        return load();
+    };
+    std::string const all = whole.substr(0, whole.size() - 4);
+    EXPECT_EQ(kLong, loadWith(all));
+    EXPECT_EQ(torn, loadWith(all + "x"));
+    for (size_t at : {8, 16, 24, 32, 40, 48, 76}) {
+        std::string wrong = all;
+        wrong[at + 3] = '\x7F';
+        EXPECT_EQ(torn, loadWith(wrong)) << at;
     }
+    std::string wrong = all;
+    wrong[24 + 7] = wrong[32 + 7] = '\x80';
+    EXPECT_EQ(torn, loadWith(wrong));
+    // A path that would end before its end.
+    std::string const longer = journalOf(kShort, kLong, companion_ + '\0');
+    EXPECT_EQ(torn, loadWith(longer.substr(0, longer.size() - 4)));
+    // An end that stays although the lengths of what is before it differ.
+    directory_.write("conf", "bbaaE");
+    wrong = journalOf({"aaaaE", ""}, {"bbE", ""}, "");
+    wrong.resize(wrong.size() - 5);
+    std::string sum;
+    putNumber(sum, adlerOf("E"), 4);
+    wrong.replace(72, 4, sum);
+    std::swap(wrong[16], wrong[40]);
+    EXPECT_EQ("bbaaE", loadWith(wrong).text);
+    // Beginning and end that are as long as the file only modulo 2^64.
+    directory_.write("conf", "-abb+");
+    wrong = journalOf({"-aaa+", ""}, {"-bbb+", ""}, "");
+    wrong.resize(wrong.size() - 4);
+    EXPECT_EQ("-bbb+", loadWith(wrong).text);
+    wrong[8 + 7] = wrong[16 + 7] = '\x80';
+    EXPECT_EQ("-abb+", loadWith(wrong).text);
 }
 
 TEST_F(ZStoreFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
@@ -1634,12 +1694,101 @@ TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
     std::filesystem::remove(journal_);
     ASSERT_EQ(0, mkdir(journal_.c_str(), 0700));
     EXPECT_EQ(torn, load());
-    if (geteuid() == 0) {
-        std::filesystem::remove(journal_);
-        directory_.write(".conf.zjn", whole);
-        ASSERT_EQ(0, chown(journal_.c_str(), 12345, 0));
-        EXPECT_EQ(torn, load());
+    // One that the same people may write as the file is as good.
+    std::filesystem::remove(journal_);
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
+    chmod(path_.c_str(), 0620);
+    chmod(journal_.c_str(), 0620);
+    EXPECT_EQ(kLong.text, load().text);
+}
+
+TEST_F(ZStoreFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of several owners";
+    struct Case {
+        uid_t owner;  // of the journal
+        bool counts;
+    };
+    Case const cases[] = {{12345, true}, {0, true}, {65534, true}, {54321, false}};
+    chmod(directory_.path().c_str(), 0755);
+    directory_.write("conf", kLong.text.substr(0, 2) + kShort.text.substr(2));
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
+    chmod(path_.c_str(), 0644);
+    chmod(journal_.c_str(), 0644);
+    ASSERT_EQ(0, chown(path_.c_str(), 12345, 0));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.owner);
+        ASSERT_EQ(0, chown(journal_.c_str(), c.owner, 0));
+        asNobody([&] {
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+            return (file.text().length == kLong.text.size()) == c.counts;
+        });
     }
+}
+
+TEST_F(ZStoreFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
+{
+    std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+    std::string const second = directory_.at("second");
+    for (bool linked : {false, true}) {
+        SCOPED_TRACE(linked);
+        directory_.write("conf", torn);
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
+        int opened = 0;
+        Plan racing;
+        racing.before = [&](std::string const& call) {
+            if (call != "open" || ++opened != 2)  // the first is the file's
+                return;
+            if (linked) {
+                EXPECT_EQ(0, rename(journal_.c_str(), second.c_str()));
+                EXPECT_EQ(0, symlink(second.c_str(), journal_.c_str()));
+            } else {
+                EXPECT_EQ(0, link(journal_.c_str(), second.c_str()));
+            }
+        };
+        std::string found;
+        try {
+            Watch const watch(racing);
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+            found.assign(file.text().data, file.text().length);
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(journal_, failure.file);
+            found = failure.call;
+        }
+        EXPECT_EQ(linked ? "open()" : torn, found);
+        std::filesystem::remove(journal_);
+        std::filesystem::remove(second);
+    }
+}
+
+TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
+{
+    // Only under the name that belongs to the file may anything stand.
+    put({kPlain.text, "text\n"});
+    store(kLong);
+    EXPECT_EQ(kLong, load());
+    put(kPlain);
+    directory_.write("text", "text of somebody else\n");
+    std::filesystem::create_directory(directory_.at("folder"));
+    ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
+    for (char const* name : {"text", "folder", "pipe", "conf", ".conf.zjn"}) {
+        SCOPED_TRACE(name);
+        ZStoreFile::Companion companion = change(kLong);
+        companion.path = directory_.at(name);
+        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        try {
+            file.commit(viewOf(kLong.text), companion);
+            ADD_FAILURE();
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(companion.path, failure.file);
+            EXPECT_STREQ("access()", failure.call);
+            EXPECT_EQ(EPERM, failure.error);
+        }
+        EXPECT_EQ(kPlain.text, directory_.read("conf"));
+        EXPECT_EQ("conf folder pipe text", directory_.names());
+    }
+    EXPECT_EQ("text of somebody else\n", directory_.read("text"));
 }
 
 TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
