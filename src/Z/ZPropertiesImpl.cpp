@@ -458,9 +458,10 @@ bool ZPCategoryBasedCache_6_0::Values::next(Text& value)
     } else if (given_ == 1) {
         value = first_;
     } else {
-        cache::Value const& stored = static_cast<Store const*>(store_)->value(next_);
-        value = {stored.chars, stored.length};
-        next_ = stored.next;
+        auto const& store = *static_cast<Store const*>(store_);
+        View const text = store.text(store.value(next_));
+        value = {text.chars, text.length};
+        next_ = store.value(next_).next;
     }
     return true;
 }
@@ -646,7 +647,7 @@ void ZPCategoryBasedCache_6_0::getNames(ZArrayList_6_0& out) const
     Additions additions(out);
     for (Id const id : MapOrder(*rep_)) {
         if (out.ownsMembers()) {
-            View const name = rep_->category(id).nameView();
+            View const name = rep_->name(rep_->category(id));
             additions.addNew(new ZLCString_6_0(name.chars, name.length));
         } else {
             out.addNoCopy(rep_->categoryName(id));
@@ -663,7 +664,7 @@ void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& ou
     Additions additions(out);
     for (Id const id : MapOrder(*rep_, found)) {
         if (out.ownsMembers()) {
-            View const name = rep_->key(id).nameView();
+            View const name = rep_->name(rep_->key(id));
             additions.addNew(new ZLCString_6_0(name.chars, name.length));
         } else {
             out.addNoCopy(rep_->keyName(id));
@@ -694,10 +695,10 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
     cache::TextBuffer text;
     for (Id const category : MapOrder(*rep_)) {
         text.add("\n[");
-        text.add(rep_->category(category).nameView());
+        text.add(rep_->name(rep_->category(category)));
         text.add("]\n");
         for (Id const key : MapOrder(*rep_, category)) {
-            View const name = rep_->key(key).nameView();
+            View const name = rep_->name(rep_->key(key));
             rep_->eachValue(key, Store::plain, [&](View value) {
                 text.add(name);
                 text.add(" = ");
@@ -829,18 +830,17 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         }
         return values;
     }
-    if (kind == Store::plain && found.value != nullptr) {
-        values.first_ = values.last_ = {found.value, found.valueLength};
+    auto const textOf = [](View text) { return Text{text.chars, text.length}; };
+    if (kind == Store::plain && found.value != 0) {
+        values.first_ = values.last_ = textOf(rep_->text(found));
         values.next_ = more == nullptr ? 0 : more->first[kind];
     } else if (more != nullptr && more->first[kind] != 0) {
         cache::Value const& first = rep_->value(more->first[kind]);
-        values.first_ = values.last_ = {first.chars, first.length};
+        values.first_ = values.last_ = textOf(rep_->text(first));
         values.next_ = first.next;
     }
-    if (more != nullptr && more->last[kind] != 0) {
-        cache::Value const& last = rep_->value(more->last[kind]);
-        values.last_ = {last.chars, last.length};
-    }
+    if (more != nullptr && more->last[kind] != 0)
+        values.last_ = textOf(rep_->text(rep_->value(more->last[kind])));
     return values;
 }
 
@@ -858,11 +858,11 @@ ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& c
     MapOrder const ids(*rep_, found);
     size_t bytes = 0;
     for (Id const id : ids)
-        bytes += sizeof(ZPCachedKey_6_0) + rep_->key(id).nameLength + size_t{1};
+        bytes += sizeof(ZPCachedKey_6_0) + rep_->name(rep_->key(id)).length + size_t{1};
     auto* const keys = static_cast<ZPCachedKey_6_0*>(cache::reallocate(nullptr, bytes));
     auto* text = reinterpret_cast<char*>(keys + rep_->category(found).keyCount);
     for (Id const id : ids) {
-        View const name = rep_->key(id).nameView();
+        View const name = rep_->name(rep_->key(id));
         keys[count++] = {text, id};
         memcpy(text, name.chars, name.length);
         text[name.length] = '\0';
@@ -959,7 +959,8 @@ void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
     Additions additions(out);
     for (Id id = rep_->firstItem(); id != 0; id = rep_->item(id).nextItem) {
         cache::Key const& key = rep_->key(rep_->item(id).key);
-        additions.addNew(new ZObfuscatedItem_6_0(rep_->category(key.category).name, key.name));
+        additions.addNew(new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).chars,
+                                                 rep_->name(key).chars));
     }
     additions.done();
 }

@@ -271,11 +271,11 @@ View Store::text(Line const& line) const
 {
     switch (line.kind) {
         case commentLine:
-            return comments_[line.of].view();
+            return arena_.view(line.of);
         case headLine:
-            return categories_[line.of].nameView();
+            return name(categories_[line.of]);
         case keyLine:
-            return keys_[line.of].nameView();
+            return name(keys_[line.of]);
         default:
             return {};
     }
@@ -288,27 +288,37 @@ void Store::reserveLines(size_t count)
         trees_.reserve(lines_);
 }
 
+// Makes `next` the line behind `line`; 0 is what there is before the first and behind the last one.
+void Store::link(Id line, Id next)
+{
+    if (line == 0)
+        firstLine_ = next;
+    else
+        lines_[line].next = next & kMostRecords;
+    if (next == 0)
+        lastLine_ = line;
+    else
+        lines_[next].previous = line & kMostRecords;
+}
+
 // Makes a line behind `before`, or at the front when that is 0, in the section of `category`, which
 // is 0 for the lines before the first head. Never raises after reserveLines().
-Id Store::makeLine(LineKind kind, Id of, Id categoryId, Id before)
+Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
 {
     Id const id = lines_.make();
-    Line& line = lines_[id];
-    line.kind = kind;
-    line.of = of & kMostRecords;
-    line.previous = before;
-    line.next = before == 0 ? firstLine_ : lines_[before].next;
-    (line.next == 0 ? lastLine_ : lines_[line.next].previous) = id;
-    (before == 0 ? firstLine_ : lines_[before].next) = id;
+    lines_[id].kind = kind;
+    lines_[id].of = of;
+    link(id, before == 0 ? firstLine_ : lines_[before].next);
+    link(before, id);
 
     if (categoryId == 0 || kind == headLine)
         return id;
     Category& category = categories_[categoryId];
     if (kind == commentLine)
-        ++category.comments;
-    if (category.tree != 0) {
-        category.tree =
-            trees_.insert(lines_, category.tree, id, before == category.head ? 0 : before);
+        category.expectComment();
+    if (category.tree() != 0) {
+        category.root =
+            trees_.insert(lines_, category.root, id, before == category.head ? 0 : before);
         if (kind == commentLine)
             noteTemplate(categoryId, id);
     }
@@ -317,19 +327,15 @@ Id Store::makeLine(LineKind kind, Id of, Id categoryId, Id before)
 
 void Store::unlinkLine(Id id)
 {
-    Line const& line = lines_[id];
-    (line.previous == 0 ? firstLine_ : lines_[line.previous].next) = line.next;
-    (line.next == 0 ? lastLine_ : lines_[line.next].previous) = line.previous;
+    link(lines_[id].previous, lines_[id].next);
 }
 
 // Frees a line that is not in the list any more, with what it alone holds.
 void Store::freeLine(Id id)
 {
     Line const line = lines_[id];
-    if (line.kind == commentLine) {
-        arena_.drop(comments_[line.of].view());
-        comments_.free(line.of);
-    }
+    if (line.kind == commentLine)
+        arena_.drop(text(line));
     lines_.free(id);
 }
 
@@ -366,13 +372,12 @@ void Store::removeSection(Id id)
         Id const next = lines_[line].next;
         if (lines_[line].kind == keyLine)
             freeKey(lines_[line].of);
-        else if (lines_[line].kind == commentLine && category.tree != 0)
+        else if (lines_[line].kind == commentLine && category.tree() != 0)
             forgetTemplate(id, line);
         freeLine(line);
         line = next;
     }
-    (before == 0 ? firstLine_ : lines_[before].next) = end;
-    (end == 0 ? lastLine_ : lines_[end].previous) = before;
+    link(before, end);
     (category.previousHead == 0 ? firstHead_ : categories_[category.previousHead].nextHead) =
         category.nextHead;
     (category.nextHead == 0 ? lastHead_ : categories_[category.nextHead].previousHead) =
@@ -429,7 +434,7 @@ bool isTemplateFor(View key, char const* comment)
 void Store::noteTemplate(Id category, Id line)
 {
     char text[kLineRoom];
-    View const key(text, takeTemplateKey(comments_[lines_[line].of].view(), text));
+    View const key(text, takeTemplateKey(this->text(lines_[line]), text));
     if (key.isEmpty())
         return;
     if (Id const known = findTemplate(category, key); known != 0) {
@@ -438,20 +443,19 @@ void Store::noteTemplate(Id category, Id line)
         return;
     }
     Id const id = templates_.make();
-    View const kept = arena_.add(key);
-    templates_[id] = {kept.chars, kept.length, category, line, 0};
+    templates_[id] = {arena_.placeOf(arena_.add(key).chars), category, line};
     templateIndex_.add(hashOf(key, category), id);
 }
 
 void Store::forgetTemplate(Id category, Id line)
 {
     char text[kLineRoom];
-    View const key(text, takeTemplateKey(comments_[lines_[line].of].view(), text));
+    View const key(text, takeTemplateKey(this->text(lines_[line]), text));
     Id const id = key.isEmpty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
     templateIndex_.remove(hashOf(key, category), id);
-    arena_.drop(templates_[id].keyView());
+    arena_.drop(key);
     templates_[id].line = 0;
     templates_.free(id);
 }
@@ -459,7 +463,7 @@ void Store::forgetTemplate(Id category, Id line)
 Id Store::findTemplate(Id category, View key) const
 {
     return templateIndex_.find(hashOf(key, category), [&](Id id) {
-        return templates_[id].category == category && templates_[id].keyView().is(key);
+        return templates_[id].category == category && arena_.view(templates_[id].key).is(key);
     });
 }
 
@@ -469,16 +473,20 @@ void Store::indexSection(Id id)
     Id const first = lines_[categories_[id].head].next;
     Id const next = categories_[id].nextHead;
     Id const end = next == 0 ? 0 : categories_[next].head;
+    size_t comments = 0;
     size_t bytes = 0;
-    for (Id line = first; line != end; line = lines_[line].next)
-        if (lines_[line].kind == commentLine)
-            bytes += comments_[lines_[line].of].length;
+    for (Id line = first; line != end; line = lines_[line].next) {
+        if (lines_[line].kind == commentLine) {
+            ++comments;
+            bytes += text(lines_[line]).length;
+        }
+    }
     trees_.reserve(lines_);
-    templates_.reserve(categories_[id].comments);
-    templateIndex_.reserve(categories_[id].comments);
+    templates_.reserve(comments);
+    templateIndex_.reserve(comments);
     arena_.reserve(bytes);
 
-    categories_[id].tree = trees_.build(lines_, first, end);
+    categories_[id].root = trees_.build(lines_, first, end);
     for (Id line = first; line != end; line = lines_[line].next)
         if (lines_[line].kind == commentLine)
             noteTemplate(id, line);
@@ -491,7 +499,7 @@ void Store::unindexSection(Id id)
     for (Id line = lines_[category.head].next; line != end; line = lines_[line].next)
         if (lines_[line].kind == commentLine)
             forgetTemplate(id, line);
-    category.tree = 0;
+    category.root = 0;
 }
 
 // --- key lines
@@ -507,7 +515,7 @@ bool beginsWithPattern(View pattern, char const* text)
 Id Store::placeForKeyLine(Id id, View key) const
 {
     Category const& category = categories_[id];
-    if (category.comments == 0)
+    if (!category.hasComments)
         return category.lastKeyLine == 0 ? category.head : category.lastKeyLine;
     if (memchr(key.chars, '=', key.length) != nullptr)
         return placeByWalk(id, key);
@@ -517,7 +525,7 @@ Id Store::placeForKeyLine(Id id, View key) const
         if (blank != 0)
             return lines_[blank].previous;
     }
-    Id const last = trees_.lastKeyLine(lines_, category.tree);
+    Id const last = trees_.lastKeyLine(lines_, category.root);
     return last == 0 ? category.head : last;
 }
 
@@ -532,8 +540,7 @@ Id Store::placeByWalk(Id id, View key) const
                 place = line;
                 break;
             case commentLine:
-                isTemplateSeen =
-                    isTemplateSeen || isTemplateFor(key, comments_[lines_[line].of].chars);
+                isTemplateSeen = isTemplateSeen || isTemplateFor(key, arena_.at(lines_[line].of));
                 break;
             case blankLine:
                 if (isTemplateSeen)
@@ -552,9 +559,9 @@ void Store::makeKeyLine(Id keyId)
     Key& key = keys_[keyId];
     if (categories_[key.category].head == 0)
         appendHead(key.category);
-    Id const place = placeForKeyLine(key.category, key.nameView());
+    Id const place = placeForKeyLine(key.category, name(key));
     key.line = makeLine(keyLine, keyId, key.category, place);
-    if (categories_[key.category].comments == 0)
+    if (!categories_[key.category].hasComments)
         categories_[key.category].lastKeyLine = key.line;
 }
 
@@ -562,9 +569,9 @@ void Store::removeKeyLine(Id keyId)
 {
     Id const id = std::exchange(keys_[keyId].line, 0);
     Category& category = categories_[keys_[keyId].category];
-    if (category.tree != 0)
-        category.tree = trees_.remove(lines_, id);
-    if (category.comments == 0 && category.lastKeyLine == id) {
+    if (category.tree() != 0)
+        category.root = trees_.remove(lines_, id);
+    if (!category.hasComments && category.lastKeyLine == id) {
         Id last = lines_[id].previous;
         while (last != category.head && lines_[last].kind != keyLine)
             last = lines_[last].previous;
@@ -647,7 +654,7 @@ Id Store::reserveKeyLine(View categoryName, View name)
     if (id == 0)
         return 0;
     Category const& category = categories_[id];
-    if (!category.isLive || category.comments == 0 || category.tree != 0)
+    if (!category.isLive || !category.hasComments || category.root != 0)
         return id;
     Id const key = findKey(id, name);
     if (key == 0 || keys_[key].line == 0)
@@ -660,7 +667,6 @@ Id Store::reserveKeyLine(View categoryName, View name)
 void Store::reserveComments(Pieces const& pieces, size_t lines, size_t bytes)
 {
     reserveLines(pieces.count() + lines);
-    comments_.reserve(pieces.count());
     templates_.reserve(pieces.count());
     templateIndex_.reserve(pieces.count());
     arena_.reserve(pieces.bytes() * 2 + bytes);  // a template stores its key once more
@@ -671,9 +677,7 @@ Id Store::makeComments(Pieces const& pieces, Id category, Id before)
 {
     pieces.each([&](bool lacksMark, View text) {
         View const kept = lacksMark ? arena_.add('#', text) : arena_.add(text);
-        Id const comment = comments_.make();
-        comments_[comment] = {kept.chars, kept.length, 0};
-        before = makeLine(commentLine, comment, category, before);
+        before = makeLine(commentLine, arena_.placeOf(kept.chars), category, before);
     });
     return before;
 }
@@ -736,11 +740,16 @@ Reader::Reader(Store& store)
     : store_(store),
       lastLine_(store.lastLine_),
       lastHead_(store.lastHead_),
-      ends_{store.categories_.end(), store.keys_.end(),  store.keyMores_.end(),
-            store.values_.end(),     store.lines_.end(), store.comments_.end()}
+      ends_{store.categories_.end(), store.categoryMores_.end(), store.keys_.end(),
+            store.keyMores_.end(),   store.values_.end(),        store.lines_.end()}
 {
-    if (lastHead_ != 0 && store_.categories_[lastHead_].tree != 0)
+    if (lastHead_ == 0)
+        return;
+    Category const& last = store_.categories_[lastHead_];
+    if (last.tree() != 0)
         store_.unindexSection(lastHead_);
+    hadComments_ = last.hasComments;
+    lastKeyLine_ = last.lastKeyLine;
 }
 
 Reader::~Reader()
@@ -762,7 +771,6 @@ void Reader::reserve(Expected const& lines)
         store_.categoryIndex_.reserve(lines.heads);
         store_.keys_.reserve(lines.keys);
         store_.keyIndex_.reserve(lines.keys);
-        store_.comments_.reserve(lines.comments);
         store_.lines_.reserve(lines.heads + lines.keys + lines.comments + lines.blanks);
     } catch (ZOutOfMemoryException_6_0 const&) {
         // What looks like so many lines need not be: room is made as they come.
@@ -802,6 +810,7 @@ void Reader::enterHead(Waiting const& line)
         return;
     }
     store.categories_.reserve(1);
+    store.categoryMores_.reserve(known == 0 ? 0 : 1);
     store.categoryIndex_.reserve(1);
     store.lines_.reserve(1);
 
@@ -809,7 +818,8 @@ void Reader::enterHead(Waiting const& line)
     if (known != 0)
         store.categoryIndex_.remove(line.hash, known);
     Id const id = store.newCategory(line.text, line.hash);
-    store.categories_[id].replaced = known;
+    if (known != 0)
+        store.moreOfCategory(id).replaced = known;
     store.categories_[id].head = append(headLine, id);
     store.enlist(id);
     store.enlistHead(id);
@@ -820,23 +830,19 @@ void Reader::enterComment(Waiting const& line)
 {
     Store& store = store_;
     store.lines_.reserve(1);
-    Id const comment = store.comments_.make();
-    store.comments_[comment] = {line.text.chars, line.text.length, 0};
-    append(commentLine, comment);
+    append(commentLine, store.arena_.placeOf(line.text.chars));
     if (store.lastHead_ != 0)
-        ++store.categories_[store.lastHead_].comments;
+        store.categories_[store.lastHead_].expectComment();
 }
 
 // Appends a line. Needs room for it.
-Id Reader::append(LineKind kind, Id of)
+Id Reader::append(LineKind kind, uint32_t of)
 {
     Store& store = store_;
     Id const id = store.lines_.make();
-    Line& line = store.lines_[id];
-    line.kind = kind;
-    line.of = of & kMostRecords;
-    line.previous = store.lastLine_;
-    (store.lastLine_ == 0 ? store.firstLine_ : store.lines_[store.lastLine_].next) = id;
+    store.lines_[id].kind = kind;
+    store.lines_[id].of = of;
+    store.link(store.lastLine_, id);
     store.lastLine_ = id;
     return id;
 }
@@ -854,7 +860,8 @@ void Reader::enterKey(Waiting const& line)
         id = store.newKey(category_, line.text, line.hash);
         store.enlistKey(id);
         store.keys_[id].line = append(keyLine, id);
-        store.categories_[category_].lastKeyLine = store.keys_[id].line;
+        if (!store.categories_[category_].hasComments)
+            store.categories_[category_].lastKeyLine = store.keys_[id].line;
     } else {
         store.arena_.drop(line.text);
     }
@@ -869,13 +876,13 @@ void Reader::finish()
     Store& store = store_;
     Id stop = lastHead_;
     for (Id id = store.lastHead_; id != stop; id = store.categories_[id].previousHead) {
-        Id const old = std::exchange(store.categories_[id].replaced, 0);
-        if (old == 0)
+        if (store.categories_[id].more == 0)
             continue;
+        Id const old = std::exchange(store.moreOfCategory(id).replaced, 0);
         if (old == stop)
             stop = store.categories_[old].previousHead;
         store.removeSection(old);
-        store.arena_.drop(store.categories_[old].nameView());
+        store.arena_.drop(store.name(store.categories_[old]));
         store.categories_.free(old);
     }
     store.fit();
@@ -887,8 +894,8 @@ void Reader::undo()
     Store& store = store_;
     while (store.lastHead_ != lastHead_) {
         Id const id = store.lastHead_;
-        uint32_t const hash = store.categories_[id].hash;
-        Id const old = store.categories_[id].replaced;
+        uint32_t const hash = hashOf(store.name(store.categories_[id]));
+        Id const old = store.categories_[id].more == 0 ? 0 : store.moreOfCategory(id).replaced;
         store.removeCategory(id);
         store.removeSection(id);
         if (old == 0)
@@ -899,20 +906,22 @@ void Reader::undo()
     }
     while (store.lastLine_ != lastLine_) {
         Id const id = store.lastLine_;
-        if (store.lines_[id].kind == commentLine && lastHead_ != 0)
-            --store.categories_[lastHead_].comments;
         store.unlinkLine(id);
         store.freeLine(id);
+    }
+    if (lastHead_ != 0 && !hadComments_) {
+        store.categories_[lastHead_].hasComments = false;
+        store.categories_[lastHead_].lastKeyLine = lastKeyLine_;
     }
     store.lastLeading_ = 0;
     if (isAdopted_)
         store.arena_.dropAdopted(kept_);
     store.categories_.cut(ends_.categories);
+    store.categoryMores_.cut(ends_.categoryMores);
     store.keys_.cut(ends_.keys);
     store.keyMores_.cut(ends_.keyMores);
     store.values_.cut(ends_.values);
     store.lines_.cut(ends_.lines);
-    store.comments_.cut(ends_.comments);
     store.categoryIndex_.fit();
     store.keyIndex_.fit();
 }

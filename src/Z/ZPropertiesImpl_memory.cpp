@@ -261,7 +261,6 @@ void Index::swap(Index& other)
 void Arena::Block::setRoom(size_t room)
 {
     chunk_ = static_cast<Chunk*>(reallocate(chunk_, sizeof(Chunk) + room));
-    chunk_->size = room;
     room_ = room;
 }
 
@@ -270,26 +269,55 @@ void Arena::addChunk(size_t bytes)
     size_t size = chunks_ == nullptr ? kFirstChunk : bytes_;
     size = size > kLargestChunk ? kLargestChunk : size;
     size = size < bytes ? bytes : size;
+    freeWindows(size);
     auto* const chunk = static_cast<Chunk*>(reallocate(nullptr, sizeof(Chunk) + size));
-    chunk->next = chunks_;
-    chunk->size = size;
-    chunks_ = chunk;
+    enter(chunk, size);
+    filling_ = chunk;
     dead_ += static_cast<size_t>(end_ - next_);  // what is left of the last one
-    next_ = reinterpret_cast<char*>(chunk + 1);
+    next_ = chunk->begin();
     end_ = next_ + size;
-    bytes_ += size;
+}
+
+// Returns the first of as many windows in a row as `bytes` need, none of them in use, and makes
+// sure that they are in the table.
+uint32_t Arena::freeWindows(size_t bytes)
+{
+    size_t const needed = (bytes - 1) / kWindow + 1;
+    size_t first = 1;
+    for (size_t i = first; i < windowCount_ && i < first + needed; ++i)
+        if (windows_[i] != nullptr)
+            first = i + 1;
+    size_t const end = first + needed;
+    if (end > kMostWindows)
+        raiseOutOfMemory();
+    if (end > windowCount_) {
+        windows_ = static_cast<char**>(
+            reallocate(static_cast<void*>(windows_), end * sizeof(windows_[0])));
+        while (windowCount_ < end)
+            windows_[windowCount_++] = nullptr;
+    }
+    return static_cast<uint32_t>(first);
+}
+
+// Enters a chunk of `bytes`. Never raises after freeWindows().
+void Arena::enter(Chunk* chunk, size_t bytes)
+{
+    chunk->window = freeWindows(bytes);
+    chunk->size = static_cast<uint32_t>(bytes);
+    chunk->next = chunks_;
+    chunks_ = chunk;
+    bytes_ += bytes;
+    for (size_t i = 0; i * kWindow < bytes; ++i)
+        windows_[chunk->window + i] = chunk->begin() + i * kWindow;
 }
 
 void Arena::adopt(Block& block, size_t bytes)
 {
-    adopted_ = block.chunk_;
-    adopted_->next = chunks_;
-    adopted_->size = bytes;
-    chunks_ = adopted_;
-    bytes_ += bytes;
-    deadBefore_ = dead_;
-    block.chunk_ = nullptr;
+    reserveBlock(bytes);
+    adopted_ = std::exchange(block.chunk_, nullptr);
     block.room_ = 0;
+    enter(adopted_, bytes);
+    deadBefore_ = dead_;
 }
 
 void Arena::dropAdopted(size_t dead)
@@ -298,6 +326,8 @@ void Arena::dropAdopted(size_t dead)
         if (*at == adopted_) {
             *at = adopted_->next;
             bytes_ -= adopted_->size;
+            for (size_t i = 0; i * kWindow < adopted_->size; ++i)
+                windows_[adopted_->window + i] = nullptr;
             free(adopted_);
             break;
         }
@@ -310,14 +340,19 @@ void Arena::clear()
 {
     while (chunks_ != nullptr)
         free(std::exchange(chunks_, chunks_->next));
+    free(static_cast<void*>(std::exchange(windows_, nullptr)));
+    windowCount_ = 0;
+    filling_ = adopted_ = nullptr;
     next_ = end_ = nullptr;
     bytes_ = dead_ = 0;
-    adopted_ = nullptr;
 }
 
 void Arena::swap(Arena& other)
 {
     std::swap(chunks_, other.chunks_);
+    std::swap(windows_, other.windows_);
+    std::swap(windowCount_, other.windowCount_);
+    std::swap(filling_, other.filling_);
     std::swap(next_, other.next_);
     std::swap(end_, other.end_);
     std::swap(bytes_, other.bytes_);

@@ -1,15 +1,14 @@
 // ZPropertiesImpl_p: how a cache holds its contents. Private to ZPropertiesImpl.
 //
-// The text of a file is read once into an arena; names, values and comments are views into it.
-// What refers to a text is a record in a flat array, and records refer to one another by their
-// 32-bit place in it (an Id; 0 is none), so that nothing is allocated for a single key:
+// The text of a file is read once into an arena; names, values and comments are places in it (a
+// TextId; 0 is none). What refers to a text is a record in a flat array, and records refer to one
+// another by their place there (an Id; 0 is none), so that nothing is allocated for a single key:
 //
 //     Category  its keys in the order in which they came, the head line, what the section needs
 //     Key       name, first plain value, category, line; `more` when there is more to tell
 //     KeyMore   further values, obfuscated values, lists that were made for callers
 //     Value     one value in a chain of values
 //     Line      a doubly linked list in file order: comment, blank, head or key line
-//     Comment   the text of a comment line
 //
 // One open-addressing table finds a key by (category, name), a second one a category by its name.
 //
@@ -34,9 +33,10 @@
 
 namespace cache {
 
-using Id = uint32_t;  // place of a record in its array; 0 is none
+using Id = uint32_t;      // place of a record in its array; 0 is none
+using TextId = uint32_t;  // place of a text in the arena; 0 is none
 
-constexpr Id kMostRecords = (1u << 30) - 1;     // ids of lines share a word with two bits
+constexpr Id kMostRecords = (1u << 30) - 1;     // ids share a word with two bits
 constexpr size_t kLongestText = 0xFFFFFFF0u;    // lengths are kept in 32 bits
 constexpr size_t kLineRoom = 8192;              // of the buffer that a line is read into
 constexpr size_t kLongestLine = kLineRoom - 2;  // that reads back as one, without its line feed
@@ -310,7 +310,9 @@ private:
 
 // ------------------------------------------------------------------------------------------------
 
-// The texts: blocks that are filled from their start and given back together.
+// The texts: blocks that are filled from their start and given back together. A text never moves,
+// and none has a zero byte in it but behind its end. Its place counts bytes through windows of 1
+// MiB each, of which a block has as many as it needs, so that 32 bits tell it.
 class Arena {
 public:
     Arena() = default;
@@ -326,19 +328,57 @@ public:
         Block& operator=(Block const&) = delete;
         ~Block() { free(chunk_); }
 
-        char* chars() { return reinterpret_cast<char*>(chunk_ + 1); }
+        char* chars() { return chunk_->begin(); }
         size_t room() const { return room_; }
         void setRoom(size_t room);  // keeps what is in it, as far as it goes
 
     private:
         friend class Arena;
         struct Chunk {
+            char* begin() { return reinterpret_cast<char*>(this + 1); }
+            bool holds(char const* text)
+            {
+                return reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(begin()) <
+                       size;
+            }
+            TextId placeOf(char const* text)
+            {
+                return (window << kWindowBits) + static_cast<TextId>(text - begin());
+            }
+
             Chunk* next;
-            size_t size;
+            uint32_t size;
+            uint32_t window;  // the first one
         };
         Chunk* chunk_ = nullptr;
         size_t room_ = 0;
     };
+
+    char const* at(TextId text) const
+    {
+        return windows_[text >> kWindowBits] + (text & (kWindow - 1));
+    }
+
+    View view(TextId text) const
+    {
+        char const* const chars = at(text);
+        return {chars, strlen(chars)};
+    }
+
+    // The same with a length that packLength() made.
+    View view(TextId text, uint16_t length) const
+    {
+        return length == kUnpacked ? view(text) : View(at(text), length);
+    }
+
+    // Makes 16 bits of a length, by which view() does not have to look for the end of the text.
+    static uint16_t packLength(View text)
+    {
+        return static_cast<uint16_t>(text.length < kUnpacked ? text.length : kUnpacked);
+    }
+
+    // Returns the place of a text that is in the arena.
+    TextId placeOf(char const* text) const;
 
     // Makes sure that texts of `bytes` together, their terminators included, can be added without
     // raising.
@@ -358,6 +398,9 @@ public:
         next_ += text.length + size_t{1};
         return {at, text.length};
     }
+
+    // Makes sure that a block can be taken over without raising.
+    void reserveBlock(size_t bytes) { freeWindows(bytes); }
 
     // Takes over a block; of its room `bytes` are in use.
     void adopt(Block& block, size_t bytes);
@@ -387,10 +430,20 @@ public:
 private:
     using Chunk = Block::Chunk;
 
+    static constexpr unsigned kWindowBits = 20;
+    static constexpr TextId kWindow = 1 << kWindowBits;
+    static constexpr size_t kMostWindows = size_t{1} << (32 - kWindowBits);
+    static constexpr uint16_t kUnpacked = 0xFFFF;  // the length does not fit
+
     void addChunk(size_t bytes);
+    uint32_t freeWindows(size_t bytes);
+    void enter(Chunk* chunk, size_t bytes);
 
     Chunk* chunks_ = nullptr;
-    char* next_ = nullptr;  // free room of the chunk that takes texts
+    char** windows_ = nullptr;  // where each begins; null for none, as the first one is
+    size_t windowCount_ = 0;
+    Chunk* filling_ = nullptr;  // the chunk that takes texts
+    char* next_ = nullptr;      // and its free room
     char* end_ = nullptr;
     size_t bytes_ = 0;  // of all chunks
     size_t dead_ = 0;
@@ -398,30 +451,38 @@ private:
     size_t deadBefore_ = 0;     // what was dead then
 };
 
+inline TextId Arena::placeOf(char const* text) const
+{
+    if (adopted_ != nullptr && adopted_->holds(text))
+        return adopted_->placeOf(text);
+    if (filling_ != nullptr && filling_->holds(text))
+        return filling_->placeOf(text);
+    Chunk* chunk = chunks_;
+    while (!chunk->holds(text))
+        chunk = chunk->next;
+    return chunk->placeOf(text);
+}
+
 // ------------------------------------------------------------------------------------------------
 
 struct Value {
-    char const* chars;
+    TextId text;
     uint32_t length;
     Id next;
-
-    View view() const { return {chars, length}; }
 };
 
+// Half a cache line: look-ups come to one key after the other in no order.
 struct Key {
-    char const* name;
-    char const* value;  // the first plain value; null when there is none, or when a list holds it
-    uint32_t nameLength;
-    uint32_t valueLength;
-    Id category;
+    TextId name;
+    TextId value;         // the first plain value; 0 when there is none, or when a list holds it
+    uint16_t nameLength;  // as Arena::packLength() has it
+    uint16_t valueLength;
+    Id category : 30;
+    uint32_t isLive : 1;  // 0: dormant
     Id more;
     Id line;
     Id previous;  // of the keys of its category, in the order in which they came
     Id next;
-    uint32_t isLive;  // 0: dormant
-
-    View nameView() const { return {name, nameLength}; }
-    View valueView() const { return {value, valueLength}; }
 };
 
 // What most keys do without. There are two kinds of values: 0 plain, 1 obfuscated.
@@ -438,10 +499,10 @@ struct KeyMore {
 };
 
 struct Category {
-    char const* name;
-    uint32_t nameLength;
-    uint32_t hash;    // of the name; the hashes of its keys are salted with it
-    uint32_t isLive;  // 0: dormant
+    TextId name;
+    uint16_t nameLength;  // as Arena::packLength() has it
+    bool isLive;          // else dormant
+    bool hasComments;     // in the section
     uint32_t keyCount;
     Id firstKey;  // in the order in which they came
     Id lastKey;
@@ -451,48 +512,43 @@ struct Category {
     Id head;          // the head line
     Id previousHead;  // the categories whose heads stand before and behind, in file order
     Id nextHead;
-    uint32_t comments;  // in the section
-    Id lastKeyLine;     // kept while the section has no comments
-    Id tree;            // root of the section's tree, see Trees; 0: none was made
-    uint32_t items;     // keys in the list of obfuscated items
-    Id replaced;        // while reading: the dormant category of the same name
+    union {
+        Id lastKeyLine;  // of a section without comments
+        Id root;         // of a section with comments: of its tree, see Trees; 0: none was made
+    };
+    uint32_t items;  // keys in the list of obfuscated items
 
-    View nameView() const { return {name, nameLength}; }
+    Id tree() const { return hasComments ? root : 0; }
+
+    // To be called before a section gets a comment.
+    void expectComment()
+    {
+        if (!std::exchange(hasComments, true))
+            root = 0;
+    }
 };
 
 struct CategoryMore {
     ZArrayList_6_0* values;  // what get(category) returned last
     ZLCString_6_0* name;     // the name, once it was lent to a caller
     Id category;             // 0: the record is not in use
-    uint32_t unused;
+    Id replaced;             // while reading: the dormant category of the same name
 };
 
 enum LineKind : uint32_t { commentLine, blankLine, headLine, keyLine };
 
 struct Line {
-    Id previous;
-    Id next;
-    uint32_t of : 30;  // a Comment, a Category or a Key, by kind
+    Id previous : 30;
     uint32_t kind : 2;
-};
-
-struct Comment {
-    char const* chars;
-    uint32_t length;
-    uint32_t unused;
-
-    View view() const { return {chars, length}; }
+    Id next : 30;
+    uint32_t of;  // a Category, a Key or the text of a comment, by kind
 };
 
 // A comment such as "# port = 5": the first one of its section for its key.
 struct Template {
-    char const* key;  // without blanks
-    uint32_t length;
+    TextId key;  // without blanks
     Id category;
     Id line;
-    uint32_t unused;
-
-    View keyView() const { return {key, length}; }
 };
 
 // ------------------------------------------------------------------------------------------------
@@ -569,7 +625,7 @@ public:
     Id findCategory(View name) const { return findCategory(name, hashOf(name)); }
     Id findKey(Id category, View name) const
     {
-        return findKey(category, name, hashOf(name, categories_[category].hash));
+        return findKey(category, name, hashOf(name, hashOf(this->name(categories_[category]))));
     }
     Id liveCategory(char const* name) const;
     Id liveKey(char const* category, char const* key) const;
@@ -628,6 +684,13 @@ public:
     }
     Value const& value(Id id) const { return values_[id]; }
     Line const& line(Id id) const { return lines_[id]; }
+    View name(Category const& category) const
+    {
+        return arena_.view(category.name, category.nameLength);
+    }
+    View name(Key const& key) const { return arena_.view(key.name, key.nameLength); }
+    View text(Key const& key) const { return arena_.view(key.value, key.valueLength); }
+    View text(Value const& value) const { return {arena_.at(value.text), value.length}; }
     View text(Line const& line) const;
     Id firstCategory() const { return firstCategory_; }
     Id firstLine() const { return firstLine_; }
@@ -671,18 +734,20 @@ private:
     void removeItem(Id key);
     void unlinkKey(Id key);
     void freeKey(Id key);
+    CategoryMore& moreOfCategory(Id category);
     void dropCategoryMore(Id category);
     void freeCategory(Id category);
     template <class Call>
-    void eachText(Call call);
-    void moveTexts(Arena& arena);
+    void eachText(Arena const& arena, Call call);
+    void moveTexts(Arena const& arena);
     void fit();
 
     void reserveLines(size_t count);
     Id reserveKeyLine(View category, View key);
     void reserveComments(Pieces const& pieces, size_t lines, size_t bytes);
-    Id makeLine(LineKind kind, Id of, Id category, Id before);
+    Id makeLine(LineKind kind, uint32_t of, Id category, Id before);
     Id makeComments(Pieces const& pieces, Id category, Id before);
+    void link(Id line, Id next);
     void unlinkLine(Id line);
     void freeLine(Id line);
     void enlistHead(Id category);
@@ -706,7 +771,6 @@ private:
     Records<KeyMore> keyMores_;
     Records<Value> values_;
     Records<Line> lines_;
-    Records<Comment> comments_;
     Records<Template> templates_;
     Index categoryIndex_;
     Index keyIndex_;
@@ -742,10 +806,10 @@ void Store::eachValue(Id id, Kind kind, Call call) const
         }
         return;
     }
-    if (kind == plain && key.value != nullptr)
-        call(key.valueView());
+    if (kind == plain && key.value != 0)
+        call(text(key));
     for (Id i = further == nullptr ? 0 : further->first[kind]; i != 0; i = values_[i].next)
-        call(values_[i].view());
+        call(text(values_[i]));
 }
 
 // The keys of a category, or all categories, in the order of a map with 15 buckets: bucket by
@@ -910,11 +974,11 @@ private:
     // Where the records ended.
     struct Ends {
         Id categories;
+        Id categoryMores;
         Id keys;
         Id keyMores;
         Id values;
         Id lines;
-        Id comments;
     };
 
     void push(Waiting const& line)
@@ -927,7 +991,7 @@ private:
     void enterHead(Waiting const& line);
     void enterKey(Waiting const& line);
     void enterComment(Waiting const& line);
-    Id append(LineKind kind, Id of);
+    Id append(LineKind kind, uint32_t of);
     void undo();
 
     Store& store_;
@@ -935,6 +999,8 @@ private:
     Id category_ = 0;            // of the last head that was entered
     Id const lastLine_;          // what was there before
     Id const lastHead_;
+    bool hadComments_ = false;  // the section of that head
+    Id lastKeyLine_ = 0;        // else its last key line
     Ends const ends_;
     size_t kept_ = 0;  // bytes of copies
     Repetition repetition_ = {View(), 0};

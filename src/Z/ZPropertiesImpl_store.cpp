@@ -31,7 +31,7 @@ MapOrder::MapOrder(Store const& store)
 {
     fill(
         store.categoryCount(), store.firstCategory(),
-        [&](Id id) { return store.category(id).nameView(); },
+        [&](Id id) { return store.name(store.category(id)); },
         [&](Id id) { return store.category(id).next; });
 }
 
@@ -39,7 +39,8 @@ MapOrder::MapOrder(Store const& store, Id category)
 {
     fill(
         store.category(category).keyCount, store.category(category).firstKey,
-        [&](Id id) { return store.key(id).nameView(); }, [&](Id id) { return store.key(id).next; });
+        [&](Id id) { return store.name(store.key(id)); },
+        [&](Id id) { return store.key(id).next; });
 }
 
 MapOrder::~MapOrder()
@@ -76,7 +77,6 @@ Store::Store(Store const& other) : Store()
     keys_.copy(other.keys_);
     values_.copy(other.values_);
     lines_.copy(other.lines_);
-    comments_.copy(other.comments_);
     categoryIndex_.copy(other.categoryIndex_);
     keyIndex_.copy(other.keyIndex_);
     firstCategory_ = other.firstCategory_;
@@ -88,10 +88,13 @@ Store::Store(Store const& other) : Store()
     lastHead_ = other.lastHead_;
     lastLeading_ = other.lastLeading_;
     // What was made for callers, and the trees, stay behind.
-    for (Id i = firstCategory_; i != 0; i = categories_[i].next)
-        categories_[i].more = 0;
+    categoryMores_.copy(other.categoryMores_);
+    for (Id i = 1; i < categoryMores_.end(); ++i)
+        if (categoryMores_[i].category != 0)
+            categoryMores_[i].values = nullptr, categoryMores_[i].name = nullptr;
     for (Id i = firstHead_; i != 0; i = categories_[i].nextHead)
-        categories_[i].tree = 0;
+        if (categories_[i].hasComments)
+            categories_[i].root = 0;
 
     keyMores_.copy(other.keyMores_);
     for (Id i = 1; i < keyMores_.end(); ++i) {
@@ -110,7 +113,7 @@ Store::Store(Store const& other) : Store()
             if (more.lists[kind] != nullptr)
                 keyMores_[i].lists[kind] = new ZArrayList_6_0(*more.lists[kind]);
     }
-    moveTexts(arena_);
+    moveTexts(other.arena_);
 }
 
 Store::~Store()
@@ -141,7 +144,6 @@ void Store::swap(Store& other)
     keyMores_.swap(other.keyMores_);
     values_.swap(other.values_);
     lines_.swap(other.lines_);
-    comments_.swap(other.comments_);
     templates_.swap(other.templates_);
     categoryIndex_.swap(other.categoryIndex_);
     keyIndex_.swap(other.keyIndex_);
@@ -164,27 +166,29 @@ void Store::swap(Store& other)
 size_t Store::memoryUsed() const
 {
     return arena_.bytes() + categories_.bytes() + categoryMores_.bytes() + keys_.bytes() +
-           keyMores_.bytes() + values_.bytes() + lines_.bytes() + comments_.bytes() +
-           templates_.bytes() + categoryIndex_.bytes() + keyIndex_.bytes() +
-           templateIndex_.bytes() + trees_.bytes();
+           keyMores_.bytes() + values_.bytes() + lines_.bytes() + templates_.bytes() +
+           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + trees_.bytes();
 }
 
-// Calls `call(char const*& chars, uint32_t length)` for each text that is in use.
+// Calls `call(TextId& text, View)` for each text that is in use; the texts are in `arena`.
 template <class Call>
-void Store::eachText(Call call)
+void Store::eachText(Arena const& arena, Call call)
 {
     auto const keyTexts = [&](Key& key) {
-        call(key.name, key.nameLength);
-        if (key.value != nullptr)
-            call(key.value, key.valueLength);
+        call(key.name, arena.view(key.name, key.nameLength));
+        if (key.value != 0)
+            call(key.value, arena.view(key.value, key.valueLength));
         if (key.more == 0)
             return;
         for (Id const first : keyMores_[key.more].first)
             for (Id i = first; i != 0; i = values_[i].next)
-                call(values_[i].chars, values_[i].length);
+                call(values_[i].text, View(arena.at(values_[i].text), values_[i].length));
+    };
+    auto const categoryText = [&](Category& category) {
+        call(category.name, arena.view(category.name, category.nameLength));
     };
     for (Id i = firstCategory_; i != 0; i = categories_[i].next) {
-        call(categories_[i].name, categories_[i].nameLength);
+        categoryText(categories_[i]);
         for (Id k = categories_[i].firstKey; k != 0; k = keys_[k].next)
             keyTexts(keys_[k]);
     }
@@ -192,11 +196,11 @@ void Store::eachText(Call call)
         Id const of = lines_[i].of;
         switch (lines_[i].kind) {
             case commentLine:
-                call(comments_[of].chars, comments_[of].length);
+                call(lines_[i].of, arena.view(of));
                 break;
             case headLine:
                 if (!categories_[of].isLive)
-                    call(categories_[of].name, categories_[of].nameLength);
+                    categoryText(categories_[of]);
                 break;
             case keyLine:
                 if (!keys_[of].isLive)
@@ -208,20 +212,19 @@ void Store::eachText(Call call)
     }
     for (Id i = 1; i < templates_.end(); ++i)
         if (templates_[i].line != 0)
-            call(templates_[i].key, templates_[i].length);
+            call(templates_[i].key, arena.view(templates_[i].key));
 }
 
-// Copies the texts in use into one new chunk of `arena`, which then holds them alone.
-void Store::moveTexts(Arena& arena)
+// Makes the arena one chunk with copies of the texts in use, which are in `arena`.
+void Store::moveTexts(Arena const& arena)
 {
     size_t bytes = 0;
-    eachText([&](char const*, uint32_t length) { bytes += length + size_t{1}; });
+    eachText(arena, [&](TextId, View text) { bytes += text.length + size_t{1}; });
     Arena fresh;
     if (bytes != 0)
         fresh.reserve(bytes);
-    eachText(
-        [&](char const*& chars, uint32_t length) { chars = fresh.add(View(chars, length)).chars; });
-    arena.swap(fresh);
+    eachText(arena, [&](TextId& id, View text) { id = fresh.placeOf(fresh.add(text).chars); });
+    arena_.swap(fresh);
 }
 
 void Store::tidy()
@@ -242,13 +245,13 @@ void Store::tidy()
 
 Id Store::findCategory(View name, uint32_t hash) const
 {
-    return categoryIndex_.find(hash, [&](Id id) { return categories_[id].nameView().is(name); });
+    return categoryIndex_.find(hash, [&](Id id) { return this->name(categories_[id]).is(name); });
 }
 
 Id Store::findKey(Id category, View name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return keys_[id].category == category && keys_[id].nameView().is(name);
+        return keys_[id].category == category && this->name(keys_[id]).is(name);
     });
 }
 
@@ -273,8 +276,8 @@ Id Store::liveKey(char const* categoryName, char const* name) const
     View const category(categoryName, categoryLength);
     View const view(name, length);
     Id const key = keyIndex_.find(hashOf(view, hashOf(category)), [&](Id id) {
-        return keys_[id].nameView().is(view) &&
-               categories_[keys_[id].category].nameView().is(category);
+        return this->name(keys_[id]).is(view) &&
+               this->name(categories_[keys_[id].category]).is(category);
     });
     return key != 0 && keys_[key].isLive ? key : 0;
 }
@@ -284,7 +287,7 @@ size_t Store::valueCount(Id id, Kind kind) const
     KeyMore const* const further = more(id);
     if (further != nullptr && further->lists[kind] != nullptr)
         return further->lists[kind]->size();
-    return (kind == plain && keys_[id].value != nullptr ? 1 : 0) +
+    return (kind == plain && keys_[id].value != 0 ? 1 : 0) +
            (further == nullptr ? 0 : further->counts[kind]);
 }
 
@@ -326,9 +329,8 @@ void Store::reserveFor(View category, View key, View value)
 Id Store::newCategory(View name, uint32_t hash)
 {
     Id const id = categories_.make();
-    categories_[id].name = name.chars;
-    categories_[id].nameLength = name.length;
-    categories_[id].hash = hash;
+    categories_[id].name = arena_.placeOf(name.chars);
+    categories_[id].nameLength = Arena::packLength(name);
     categoryIndex_.add(hash, id);
     return id;
 }
@@ -337,7 +339,7 @@ Id Store::newCategory(View name, uint32_t hash)
 void Store::enlist(Id id)
 {
     Category& category = categories_[id];
-    category.isLive = 1;
+    category.isLive = true;
     category.previous = lastCategory_;
     category.next = 0;
     (lastCategory_ == 0 ? firstCategory_ : categories_[lastCategory_].next) = id;
@@ -363,9 +365,9 @@ Id Store::newKey(Id category, View name, uint32_t hash)
 {
     Id const id = keys_.make();
     Key& key = keys_[id];
-    key.name = name.chars;
-    key.nameLength = name.length;
-    key.category = category;
+    key.name = arena_.placeOf(name.chars);
+    key.nameLength = Arena::packLength(name);
+    key.category = category & kMostRecords;
     keyIndex_.add(hash, id);
     return id;
 }
@@ -408,13 +410,14 @@ KeyMore& Store::moreOf(Id key)
 // Puts a text of the arena behind the texts of a kind.
 void Store::appendText(Id key, View text, Kind kind)
 {
-    if (kind == plain && keys_[key].value == nullptr) {
-        keys_[key].value = text.chars;
-        keys_[key].valueLength = text.length;
+    TextId const place = arena_.placeOf(text.chars);
+    if (kind == plain && keys_[key].value == 0) {
+        keys_[key].value = place;
+        keys_[key].valueLength = Arena::packLength(text);
         return;
     }
     Id const id = values_.make();
-    values_[id] = {text.chars, text.length, 0};
+    values_[id] = {place, text.length, 0};
     KeyMore& more = moreOf(key);
     (more.last[kind] == 0 ? more.first[kind] : values_[more.last[kind]].next) = id;
     more.last[kind] = id;
@@ -425,10 +428,9 @@ void Store::appendText(Id key, View text, Kind kind)
 void Store::dropTexts(Id id, Kind kind)
 {
     Key& key = keys_[id];
-    if (kind == plain && key.value != nullptr) {
-        arena_.drop(key.valueView());
-        key.value = nullptr;
-        key.valueLength = 0;
+    if (kind == plain && key.value != 0) {
+        arena_.drop(text(key));
+        key.value = 0;
     }
     if (key.more == 0)
         return;
@@ -436,7 +438,7 @@ void Store::dropTexts(Id id, Kind kind)
     while (more.first[kind] != 0) {
         Id const value = more.first[kind];
         more.first[kind] = values_[value].next;
-        arena_.drop(values_[value].view());
+        arena_.drop(text(values_[value]));
         values_.free(value);
     }
     more.last[kind] = 0;
@@ -555,8 +557,10 @@ void Store::unlinkKey(Id id)
 
 void Store::freeKey(Id id)
 {
-    keyIndex_.remove(hashOf(keys_[id].nameView(), categories_[keys_[id].category].hash), id);
-    arena_.drop(keys_[id].nameView());
+    View const name = this->name(keys_[id]);
+    uint32_t const categoryHash = hashOf(this->name(categories_[keys_[id].category]));
+    keyIndex_.remove(hashOf(name, categoryHash), id);
+    arena_.drop(name);
     keys_.free(id);
 }
 
@@ -579,6 +583,15 @@ void Store::removeKey(Id id)
         freeKey(id);
 }
 
+CategoryMore& Store::moreOfCategory(Id category)
+{
+    if (categories_[category].more == 0) {
+        categories_[category].more = categoryMores_.make();
+        categoryMores_[categories_[category].more].category = category;
+    }
+    return categoryMores_[categories_[category].more];
+}
+
 void Store::dropCategoryMore(Id id)
 {
     Id const moreId = std::exchange(categories_[id].more, 0);
@@ -594,8 +607,9 @@ void Store::dropCategoryMore(Id id)
 
 void Store::freeCategory(Id id)
 {
-    categoryIndex_.remove(categories_[id].hash, id);
-    arena_.drop(categories_[id].nameView());
+    View const name = this->name(categories_[id]);
+    categoryIndex_.remove(hashOf(name), id);
+    arena_.drop(name);
     categories_.free(id);
 }
 
@@ -608,7 +622,7 @@ void Store::removeCategory(Id id)
     (category.previous == 0 ? firstCategory_ : categories_[category.previous].next) = category.next;
     (category.next == 0 ? lastCategory_ : categories_[category.next].previous) = category.previous;
     --categoryCount_;
-    category.isLive = 0;
+    category.isLive = false;
     if (category.head == 0)
         freeCategory(id);
 }
@@ -638,11 +652,7 @@ ZArrayList_6_0* Store::list(Id key, Kind kind)
 
 ZArrayList_6_0* Store::valuesOf(Id id, ZPCache_6_0::get_type_e type)
 {
-    if (categories_[id].more == 0) {
-        categories_[id].more = categoryMores_.make();
-        categoryMores_[categories_[id].more].category = id;
-    }
-    CategoryMore& more = categoryMores_[categories_[id].more];
+    CategoryMore& more = moreOfCategory(id);
     if (more.values == nullptr)
         more.values = new ZArrayList_6_0(1, 1);
     ZArrayList_6_0& list = *more.values;
@@ -679,19 +689,18 @@ ZLCString_6_0* Store::keyName(Id key)
     keyMores_.reserve(1);
     if (KeyMore const* const known = more(key); known != nullptr && known->name != nullptr)
         return known->name;
-    auto* const name = new ZLCString_6_0(keys_[key].name, keys_[key].nameLength);
-    return moreOf(key).name = name;
+    View const text = name(keys_[key]);
+    auto* const made = new ZLCString_6_0(text.chars, text.length);
+    return moreOf(key).name = made;
 }
 
 ZLCString_6_0* Store::categoryName(Id id)
 {
-    if (categories_[id].more == 0) {
-        categories_[id].more = categoryMores_.make();
-        categoryMores_[categories_[id].more].category = id;
+    CategoryMore& more = moreOfCategory(id);
+    if (more.name == nullptr) {
+        View const text = name(categories_[id]);
+        more.name = new ZLCString_6_0(text.chars, text.length);
     }
-    CategoryMore& more = categoryMores_[categories_[id].more];
-    if (more.name == nullptr)
-        more.name = new ZLCString_6_0(categories_[id].name, categories_[id].nameLength);
     return more.name;
 }
 
@@ -769,6 +778,7 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     keyIndex_.reserve(names.keys);
     keyMores_.reserve(names.keys);
     values_.reserve(names.values);
+    arena_.reserveBlock(bytes);
 
     // Lists that callers know come first: adding to them may raise.
     auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
@@ -828,7 +838,6 @@ void Store::fit()
     keyMores_.fit();
     values_.fit();
     lines_.fit();
-    comments_.fit();
 }
 
 }  // namespace cache

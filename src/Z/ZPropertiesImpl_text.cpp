@@ -302,7 +302,7 @@ void writeValue(View name, View value, TextBuffer& text)
 
 void writeKey(Store const& store, Id key, TextBuffer& text)
 {
-    View const name = store.key(key).nameView();
+    View const name = store.name(store.key(key));
     bool isWritten = false;
     store.eachValue(key, Store::plain, [&](View value) {
         writeValue(name, value, text);
@@ -500,9 +500,9 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
     for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
         Id const key = store.item(id).key;
         store.eachValue(key, Store::obfuscated, [&](View value) {
-            records.add(store.category(store.key(key).category).nameView());
+            records.add(store.name(store.category(store.key(key).category)));
             records.add("\0");
-            records.add(store.key(key).nameView());
+            records.add(store.name(store.key(key)));
             records.add("\0");
             records.add(value);
             records.add("\0\0");
