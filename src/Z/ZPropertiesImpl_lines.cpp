@@ -600,7 +600,7 @@ void Store::addStanzaLine(View name)
     reserveFor(name, View(), View());
     if (known != 0)
         removeDormant(known);
-    appendHead(wakeCategory(name, hashOf(name)));
+    appendHead(wakeCategory(0, name, hashOf(name)));
 }
 
 void Store::addLine(View categoryName, View name, View value, Kind kind)
@@ -610,19 +610,21 @@ void Store::addLine(View categoryName, View name, View value, Kind kind)
         return;
     }
     reserveLines(3);
-    Id const known = reserveKeyLine(categoryName, name);
+    Found found = find(categoryName, name);
+    reserveKeyLine(found);
     reserveFor(categoryName, name, value);
-    if (known != 0 && !categories_[known].isLive)
-        removeDormant(known);
-    Id const key = set(categoryName, name, value, kind);
+    if (found.category != 0 && !categories_[found.category].isLive) {
+        removeDormant(found.category);
+        found.category = found.key = 0;
+    }
+    Id const key = set(found, categoryName, name, value, kind);
     if (keys_[key].line == 0)
         makeKeyLine(key);
 }
 
 void Store::deleteLine(View categoryName, View name)
 {
-    Id const category = findCategory(categoryName);
-    Id const key = category == 0 ? 0 : findKey(category, name);
+    Id const key = find(categoryName, name).key;
     if (key == 0)
         return;
     bool const hasLine = keys_[key].line != 0;
@@ -646,20 +648,14 @@ void Store::deleteStanza(View name)
         removeDormant(category);
 }
 
-// Makes sure that a key line can be made, and its place found, without raising. Returns the
-// category, or 0.
-Id Store::reserveKeyLine(View categoryName, View name)
+// Makes sure that the place of a key line can be found without raising.
+void Store::reserveKeyLine(Found const& found)
 {
-    Id const id = findCategory(categoryName);
-    if (id == 0)
-        return 0;
-    Category const& category = categories_[id];
-    if (!category.isLive || !category.hasComments || category.root != 0)
-        return id;
-    Id const key = findKey(id, name);
-    if (key == 0 || keys_[key].line == 0)
-        indexSection(id);
-    return id;
+    if (found.category == 0 || (found.key != 0 && keys_[found.key].line != 0))
+        return;
+    Category const& category = categories_[found.category];
+    if (category.isLive && category.hasComments && category.root == 0)
+        indexSection(found.category);
 }
 
 // Makes sure that comment lines can be made without raising, and besides them `lines` more and
@@ -716,18 +712,17 @@ void Store::addLineComment(View categoryName, View name, View comment)
 {
     Pieces const pieces(comment);
     reserveLines(pieces.count() + 4);
-    reserveKeyLine(categoryName, name);
+    Found found = find(categoryName, name);
+    reserveKeyLine(found);
     reserveComments(pieces, 4, size_t{categoryName.length} + name.length + 3);
-    Id category = findCategory(categoryName);
-    Id key = category == 0 || !categories_[category].isLive ? 0 : findKey(category, name);
-    if (key == 0 || !keys_[key].isLive) {
+    if (found.key == 0 || !keys_[found.key].isLive) {
         addLine(categoryName, name, View(), plain);
-        category = findCategory(categoryName);
-        key = findKey(category, name);
-    } else if (keys_[key].line == 0) {
-        makeKeyLine(key);
+        found = find(categoryName, name);
+    } else if (keys_[found.key].line == 0) {
+        makeKeyLine(found.key);
     }
-    Id before = lines_[keys_[key].line].previous;
+    Id const category = found.category;
+    Id before = lines_[keys_[found.key].line].previous;
     LineKind const above = static_cast<LineKind>(lines_[before].kind);
     if (above == keyLine || above == headLine)
         before = makeLine(blankLine, 0, category, before);

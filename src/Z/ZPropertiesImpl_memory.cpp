@@ -285,16 +285,15 @@ uint32_t Arena::freeWindows(size_t bytes)
     size_t const needed = (bytes - 1) / kWindow + 1;
     size_t first = 1;
     for (size_t i = first; i < windowCount_ && i < first + needed; ++i)
-        if (windows_[i] != nullptr)
+        if (windows_[i] != 0)
             first = i + 1;
     size_t const end = first + needed;
     if (end > kMostWindows)
         raiseOutOfMemory();
     if (end > windowCount_) {
-        windows_ = static_cast<char**>(
-            reallocate(static_cast<void*>(windows_), end * sizeof(windows_[0])));
+        windows_ = static_cast<uintptr_t*>(reallocate(windows_, end * sizeof(windows_[0])));
         while (windowCount_ < end)
-            windows_[windowCount_++] = nullptr;
+            windows_[windowCount_++] = 0;
     }
     return static_cast<uint32_t>(first);
 }
@@ -307,8 +306,13 @@ void Arena::enter(Chunk* chunk, size_t bytes)
     chunk->next = chunks_;
     chunks_ = chunk;
     bytes_ += bytes;
-    for (size_t i = 0; i * kWindow < bytes; ++i)
-        windows_[chunk->window + i] = chunk->begin() + i * kWindow;
+    setWindows(chunk, reinterpret_cast<uintptr_t>(chunk->begin()) - chunk->placeOf(chunk->begin()));
+}
+
+void Arena::setWindows(Chunk const* chunk, uintptr_t address)
+{
+    for (size_t i = 0; i * kWindow < chunk->size; ++i)
+        windows_[chunk->window + i] = address;
 }
 
 void Arena::adopt(Block& block, size_t bytes)
@@ -326,8 +330,7 @@ void Arena::dropAdopted(size_t dead)
         if (*at == adopted_) {
             *at = adopted_->next;
             bytes_ -= adopted_->size;
-            for (size_t i = 0; i * kWindow < adopted_->size; ++i)
-                windows_[adopted_->window + i] = nullptr;
+            setWindows(adopted_, 0);
             free(adopted_);
             break;
         }
@@ -340,7 +343,7 @@ void Arena::clear()
 {
     while (chunks_ != nullptr)
         free(std::exchange(chunks_, chunks_->next));
-    free(static_cast<void*>(std::exchange(windows_, nullptr)));
+    free(std::exchange(windows_, nullptr));
     windowCount_ = 0;
     filling_ = adopted_ = nullptr;
     next_ = end_ = nullptr;

@@ -356,7 +356,7 @@ public:
 
     char const* at(TextId text) const
     {
-        return windows_[text >> kWindowBits] + (text & (kWindow - 1));
+        return reinterpret_cast<char const*>(windows_[text >> kWindowBits] + text);
     }
 
     View view(TextId text) const
@@ -438,9 +438,10 @@ private:
     void addChunk(size_t bytes);
     uint32_t freeWindows(size_t bytes);
     void enter(Chunk* chunk, size_t bytes);
+    void setWindows(Chunk const* chunk, uintptr_t address);
 
     Chunk* chunks_ = nullptr;
-    char** windows_ = nullptr;  // where each begins; null for none, as the first one is
+    uintptr_t* windows_ = nullptr;  // the address of place 0, were it there; 0: not in use
     size_t windowCount_ = 0;
     Chunk* filling_ = nullptr;  // the chunk that takes texts
     char* next_ = nullptr;      // and its free room
@@ -623,10 +624,16 @@ public:
     // Categories, keys and values: ZPropertiesImpl_store.cpp. To find gives dormant ones too.
 
     Id findCategory(View name) const { return findCategory(name, hashOf(name)); }
-    Id findKey(Id category, View name) const
-    {
-        return findKey(category, name, hashOf(name, hashOf(this->name(categories_[category]))));
-    }
+
+    // A category and a key of it by their names; an id is 0 when there is none.
+    struct Found {
+        uint32_t categoryHash;
+        uint32_t hash;
+        Id category;
+        Id key;
+    };
+    Found find(View category, View key) const;
+
     Id liveCategory(char const* name) const;
     Id liveKey(char const* category, char const* key) const;
 
@@ -656,9 +663,12 @@ public:
 
     // An empty `key` names none: only the category is made. An empty value is none.
     void add(View category, View key, View value, Kind kind);
-    Id set(View category, View key, View value, Kind kind);  // returns the key
-    void removeKey(Id key);                                  // the line stays
-    void removeCategory(Id category);                        // the lines stay
+    void set(View category, View key, View value, Kind kind)
+    {
+        set(find(category, key), category, key, value, kind);
+    }
+    void removeKey(Id key);            // the line stays
+    void removeCategory(Id category);  // the lines stay
 
     // Adds obfuscated values from the first `bytes` of `block`, which is taken over. It holds
     // `records` times category, key, value and an empty text, each with its zero byte.
@@ -719,13 +729,15 @@ private:
 
     Id findCategory(View name, uint32_t hash) const;
     Id findKey(Id category, View name, uint32_t hash) const;
+    Id findKey(View category, View name, uint32_t hash) const;
     Id newCategory(View name, uint32_t hash);
     void enlist(Id category);
-    Id wakeCategory(View name, uint32_t hash, Place place = elsewhere);
-    Id wakeKey(Id category, View name, uint32_t hash, Place place = elsewhere);
+    Id wakeCategory(Id known, View name, uint32_t hash, Place place = elsewhere);
+    Id wakeKey(Id known, Id category, View name, uint32_t hash, Place place = elsewhere);
     Id newKey(Id category, View name, uint32_t hash);
     void enlistKey(Id key);
     KeyMore& moreOf(Id key);
+    Id set(Found const& found, View category, View key, View value, Kind kind);  // the key
     void reserveFor(View category, View key, View value);
     void appendText(Id key, View value, Kind kind);
     void dropValues(Id key, Kind kind);
@@ -743,7 +755,7 @@ private:
     void fit();
 
     void reserveLines(size_t count);
-    Id reserveKeyLine(View category, View key);
+    void reserveKeyLine(Found const& found);
     void reserveComments(Pieces const& pieces, size_t lines, size_t bytes);
     Id makeLine(LineKind kind, uint32_t of, Id category, Id before);
     Id makeComments(Pieces const& pieces, Id category, Id before);

@@ -272,14 +272,30 @@ Id Store::liveKey(char const* categoryName, char const* name) const
     size_t const length = strlen(name);
     if (categoryLength > kLongestText || length > kLongestText)
         return 0;
-    // The table of the keys alone will do: a key leads to its category.
     View const category(categoryName, categoryLength);
     View const view(name, length);
-    Id const key = keyIndex_.find(hashOf(view, hashOf(category)), [&](Id id) {
-        return this->name(keys_[id]).is(view) &&
+    Id const key = findKey(category, view, hashOf(view, hashOf(category)));
+    return key != 0 && keys_[key].isLive ? key : 0;
+}
+
+// Finds a key by the table of the keys alone: a key leads to its category.
+Id Store::findKey(View category, View name, uint32_t hash) const
+{
+    return keyIndex_.find(hash, [&](Id id) {
+        return this->name(keys_[id]).is(name) &&
                this->name(categories_[keys_[id].category]).is(category);
     });
-    return key != 0 && keys_[key].isLive ? key : 0;
+}
+
+Store::Found Store::find(View category, View key) const
+{
+    Found found = {};
+    found.categoryHash = hashOf(category);
+    found.hash = hashOf(key, found.categoryHash);
+    found.key = key.isEmpty() ? 0 : findKey(category, key, found.hash);
+    found.category =
+        found.key == 0 ? findCategory(category, found.categoryHash) : keys_[found.key].category;
+    return found;
 }
 
 size_t Store::valueCount(Id id, Kind kind) const
@@ -347,10 +363,9 @@ void Store::enlist(Id id)
     ++categoryCount_;
 }
 
-// Finds the category, wakes it, or makes it. A name in the arena is kept where it is.
-Id Store::wakeCategory(View name, uint32_t hash, Place place)
+// Wakes the category, or makes it when `id` is 0. A name in the arena is kept where it is.
+Id Store::wakeCategory(Id id, View name, uint32_t hash, Place place)
 {
-    Id id = findCategory(name, hash);
     if (id == 0)
         id = newCategory(place == inArena ? name : arena_.add(name), hash);
     else if (place == inArena)
@@ -385,10 +400,9 @@ void Store::enlistKey(Id id)
     ++category.keyCount;
 }
 
-// Finds the key, wakes it, or makes it. A name in the arena is kept where it is.
-Id Store::wakeKey(Id category, View name, uint32_t hash, Place place)
+// Wakes the key, or makes it when `id` is 0. A name in the arena is kept where it is.
+Id Store::wakeKey(Id id, Id category, View name, uint32_t hash, Place place)
 {
-    Id id = findKey(category, name, hash);
     if (id == 0)
         id = newKey(category, place == inArena ? name : arena_.add(name), hash);
     else if (place == inArena)
@@ -484,10 +498,8 @@ void Store::removeItem(Id key)
 
 void Store::add(View category, View key, View value, Kind kind)
 {
-    uint32_t const categoryHash = hashOf(category);
-    uint32_t const hash = hashOf(key, categoryHash);
-    Id const known = findCategory(category, categoryHash);
-    Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
+    Found const found = find(category, key);
+    Id const old = found.key;
     if (old != 0 && more(old) != nullptr && more(old)->lists[kind] != nullptr) {
         if (!value.isEmpty()) {
             NewString string;
@@ -499,10 +511,10 @@ void Store::add(View category, View key, View value, Kind kind)
         return;
     }
     reserveFor(category, key, value);
-    Id const id = wakeCategory(category, categoryHash);
+    Id const id = wakeCategory(found.category, category, found.categoryHash);
     if (key.isEmpty())
         return;
-    Id const keyId = wakeKey(id, key, hash);
+    Id const keyId = wakeKey(old, id, key, found.hash);
     if (value.isEmpty())
         return;
     appendText(keyId, arena_.add(value), kind);
@@ -510,12 +522,9 @@ void Store::add(View category, View key, View value, Kind kind)
         addItem(keyId);
 }
 
-Id Store::set(View category, View key, View value, Kind kind)
+Id Store::set(Found const& found, View category, View key, View value, Kind kind)
 {
-    uint32_t const categoryHash = hashOf(category);
-    uint32_t const hash = hashOf(key, categoryHash);
-    Id const known = findCategory(category, categoryHash);
-    Id const old = known == 0 || key.isEmpty() ? 0 : findKey(known, key, hash);
+    Id const old = found.key;
     ZArrayList_6_0* const list =
         old == 0 || more(old) == nullptr ? nullptr : more(old)->lists[kind];
     NewString string;
@@ -524,10 +533,10 @@ Id Store::set(View category, View key, View value, Kind kind)
     // To take its values from a key needs no memory.
     if (old == 0 || !keys_[old].isLive || !value.isEmpty())
         reserveFor(category, key, value);
-    Id const id = wakeCategory(category, categoryHash);
+    Id const id = wakeCategory(found.category, category, found.categoryHash);
     if (key.isEmpty())
         return 0;
-    Id const keyId = wakeKey(id, key, hash);
+    Id const keyId = wakeKey(old, id, key, found.hash);
     // The value may be one of those that go.
     View const kept = list != nullptr || value.isEmpty() ? View() : arena_.add(value);
     dropValues(keyId, obfuscated);
@@ -782,8 +791,7 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
 
     // Lists that callers know come first: adding to them may raise.
     auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
-        Id const category = findCategory(record.category);
-        Id const key = category == 0 ? 0 : findKey(category, record.key);
+        Id const key = find(record.category, record.key).key;
         return key == 0 || more(key) == nullptr || record.value.isEmpty()
                    ? nullptr
                    : more(key)->lists[obfuscated];
@@ -816,11 +824,12 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
         ObfuscatedRecord const record(at);
         bool const isInList = listOf(record) != nullptr;
         arena_.drop(View());
-        uint32_t const hash = hashOf(record.category);
-        Id const category = wakeCategory(record.category, hash, inArena);
+        Found const found = find(record.category, record.key);
+        Id const category =
+            wakeCategory(found.category, record.category, found.categoryHash, inArena);
         Id const key = record.key.isEmpty()
                            ? 0
-                           : wakeKey(category, record.key, hashOf(record.key, hash), inArena);
+                           : wakeKey(found.key, category, record.key, found.hash, inArena);
         if (key == 0 || isInList || record.value.isEmpty())
             arena_.drop(record.value);
         else

@@ -303,6 +303,10 @@ void writeValue(View name, View value, TextBuffer& text)
 void writeKey(Store const& store, Id key, TextBuffer& text)
 {
     View const name = store.name(store.key(key));
+    if (store.key(key).more == 0 && store.key(key).value != 0) {
+        writeValue(name, store.text(store.key(key)), text);
+        return;
+    }
     bool isWritten = false;
     store.eachValue(key, Store::plain, [&](View value) {
         writeValue(name, value, text);
