@@ -816,11 +816,18 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
     if (id == 0)
         return values;
 
+    auto const textOf = [](View text) { return Text{text.chars, text.length}; };
+    cache::Key const& found = rep_->key(id);
+    if (found.more == 0) {  // one plain value, or none
+        values.count_ = found.value != 0 && type != obfuscatedValues;
+        if (values.count_ != 0)
+            values.first_ = values.last_ = textOf(rep_->text(found));
+        return values;
+    }
     Store::Kind const kind = kindOf(*rep_, id, type);
     values.count_ = static_cast<int>(rep_->valueCount(id, kind));
-    cache::Key const& found = rep_->key(id);
     cache::KeyMore const* const more = rep_->more(id);
-    if (more != nullptr && more->lists[kind] != nullptr) {
+    if (more->lists[kind] != nullptr) {
         values.list_ = more->lists[kind];
         if (values.count_ > 0) {
             auto const* const last = static_cast<ZAbstractString_6_0 const*>(
@@ -830,16 +837,15 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         }
         return values;
     }
-    auto const textOf = [](View text) { return Text{text.chars, text.length}; };
     if (kind == Store::plain && found.value != 0) {
         values.first_ = values.last_ = textOf(rep_->text(found));
-        values.next_ = more == nullptr ? 0 : more->first[kind];
-    } else if (more != nullptr && more->first[kind] != 0) {
+        values.next_ = more->first[kind];
+    } else if (more->first[kind] != 0) {
         cache::Value const& first = rep_->value(more->first[kind]);
         values.first_ = values.last_ = textOf(rep_->text(first));
         values.next_ = first.next;
     }
-    if (more != nullptr && more->last[kind] != 0)
+    if (more->last[kind] != 0)
         values.last_ = textOf(rep_->text(rep_->value(more->last[kind])));
     return values;
 }
@@ -948,9 +954,12 @@ void ZPCategoryBasedCache_6_0::getLines(ZArrayList_6_0& out) const
     static constexpr unsigned kTypes[] = {ZPropLine_6_0::comment, ZPropLine_6_0::blank,
                                           ZPropLine_6_0::stanzaHead, ZPropLine_6_0::keyLine};
     Additions additions(out);
-    for (Id id = rep_->firstLine(); id != 0; id = rep_->line(id).next)
-        additions.addNew(
-            new ZPropLine_6_0(kTypes[rep_->line(id).kind], rep_->text(rep_->line(id)).chars));
+    for (Id id = rep_->firstLine(); id != 0; id = rep_->line(id).next) {
+        cache::Line const& line = rep_->line(id);
+        if (line.isBelowBlank)
+            additions.addNew(new ZPropLine_6_0(ZPropLine_6_0::blank, ""));
+        additions.addNew(new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).chars));
+    }
     additions.done();
 }
 

@@ -7,7 +7,7 @@
 // beside them the lines of the file in file order, so that a store rewrites the file with its
 // comments, blank lines and key order. The text lies in memory once; the value lists that callers
 // see are made when `get` is called for them, and from then on such a list is what the key holds:
-// whoever changes it changes the cache.
+// whoever changes it changes the cache. There is room for 4 GiB of text.
 // Ownership: the cache owns everything it hands out, unless a contract says otherwise. Every
 // operation either happens or, when memory is short, raises ZOutOfMemoryException_6_0 and leaves
 // the cache as it was.

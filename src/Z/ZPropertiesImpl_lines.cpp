@@ -26,17 +26,19 @@ void Trees::swap(Trees& other)
 
 void Trees::update(Records<Line> const& lines, Id id)
 {
-    Node& node = nodes_[id];
+    Node node = nodes_[id];
     node.size = 1;
     node.hasKeyLine = lines[id].kind == keyLine;
-    node.hasBlank = lines[id].kind == blankLine;
+    node.hasBlank = lines[id].hasBlank();
     for (Id const child : {node.left, node.right}) {
         if (child != 0) {
-            node.size += nodes_[child].size;
-            node.hasKeyLine |= nodes_[child].hasKeyLine;
-            node.hasBlank |= nodes_[child].hasBlank;
+            Node const& below = nodes_[child];
+            node.size += below.size;
+            node.hasKeyLine |= below.hasKeyLine;
+            node.hasBlank |= below.hasBlank;
         }
     }
+    nodes_[id] = node;
 }
 
 // Every line in turn becomes the last one: it takes the place of those on the right edge whose
@@ -161,7 +163,7 @@ Id Trees::firstBlank(Records<Line> const& lines, Id id) const
         Id const left = nodes_[id].left;
         if (left != 0 && nodes_[left].hasBlank)
             id = left;
-        else if (lines[id].kind == blankLine)
+        else if (lines[id].hasBlank())
             return id;
         else
             id = nodes_[id].right;
@@ -180,7 +182,7 @@ Id Trees::blankBehind(Records<Line> const& lines, Id id) const
             id = parent;
             parent = nodes_[id].parent;
         }
-        if (parent == 0 || lines[parent].kind == blankLine)
+        if (parent == 0 || lines[parent].hasBlank())
             return parent;
         id = parent;
     }
@@ -306,8 +308,7 @@ void Store::link(Id line, Id next)
 Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
 {
     Id const id = lines_.make();
-    lines_[id].kind = kind;
-    lines_[id].of = of;
+    lines_[id] = {0, kind, 0, 0, of};
     link(id, before == 0 ? firstLine_ : lines_[before].next);
     link(before, id);
 
@@ -368,10 +369,11 @@ void Store::removeSection(Id id)
     Category& category = categories_[id];
     Id const before = lines_[category.head].previous;
     Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;
+    uint32_t const categoryHash = hashOf(name(category));
     for (Id line = category.head; line != end;) {
         Id const next = lines_[line].next;
         if (lines_[line].kind == keyLine)
-            freeKey(lines_[line].of);
+            freeKey(lines_[line].of, hashOf(name(keys_[lines_[line].of]), categoryHash));
         else if (lines_[line].kind == commentLine && category.tree() != 0)
             forgetTemplate(id, line);
         freeLine(line);
@@ -540,6 +542,8 @@ Id Store::placeByWalk(Id id, View key) const
                 place = line;
                 break;
             case commentLine:
+                if (isTemplateSeen && lines_[line].isBelowBlank)
+                    return lines_[line].previous;
                 isTemplateSeen = isTemplateSeen || isTemplateFor(key, arena_.at(lines_[line].of));
                 break;
             case blankLine:
@@ -624,7 +628,8 @@ void Store::addLine(View categoryName, View name, View value, Kind kind)
 
 void Store::deleteLine(View categoryName, View name)
 {
-    Id const key = find(categoryName, name).key;
+    Found const found = find(categoryName, name);
+    Id const key = found.key;
     if (key == 0)
         return;
     bool const hasLine = keys_[key].line != 0;
@@ -632,7 +637,7 @@ void Store::deleteLine(View categoryName, View name)
         removeKey(key);
     if (hasLine) {
         removeKeyLine(key);
-        freeKey(key);
+        freeKey(key, found.hash);
     }
 }
 
@@ -686,7 +691,8 @@ void Store::addFileComment(View comment)
     // by one, so the walk goes on from where it ended last time.
     Id last = lastLeading_;
     for (Id next = last == 0 ? firstLine_ : lines_[last].next;
-         next != 0 && lines_[next].kind == commentLine; next = lines_[next].next)
+         next != 0 && lines_[next].kind == commentLine && !lines_[next].isBelowBlank;
+         next = lines_[next].next)
         last = next;
     lastLeading_ = makeComments(pieces, 0, last);
     Id const next = lines_[lastLeading_].next;
@@ -824,8 +830,16 @@ void Reader::enterHead(Waiting const& line)
 void Reader::enterComment(Waiting const& line)
 {
     Store& store = store_;
-    store.lines_.reserve(1);
-    append(commentLine, store.arena_.placeOf(line.text.chars));
+    TextId const text = store.arena_.placeOf(line.text.chars);
+    Id const last = store.lastLine_;
+    if (last != lastLine_ && store.lines_[last].kind == blankLine) {
+        store.lines_[last].kind = commentLine;
+        store.lines_[last].isBelowBlank = 1;
+        store.lines_[last].of = text;
+    } else {
+        store.lines_.reserve(1);
+        append(commentLine, text);
+    }
     if (store.lastHead_ != 0)
         store.categories_[store.lastHead_].expectComment();
 }
@@ -835,10 +849,12 @@ Id Reader::append(LineKind kind, uint32_t of)
 {
     Store& store = store_;
     Id const id = store.lines_.make();
-    store.lines_[id].kind = kind;
-    store.lines_[id].of = of;
-    store.link(store.lastLine_, id);
-    store.lastLine_ = id;
+    Id const last = std::exchange(store.lastLine_, id);
+    store.lines_[id] = {last & kMostRecords, kind, 0, 0, of};
+    if (last == 0)
+        store.firstLine_ = id;
+    else
+        store.lines_[last].next = id & kMostRecords;
     return id;
 }
 

@@ -542,7 +542,10 @@ struct Line {
     Id previous : 30;
     uint32_t kind : 2;
     Id next : 30;
-    uint32_t of;  // a Category, a Key or the text of a comment, by kind
+    uint32_t isBelowBlank : 1;  // of a comment that was read: a blank line stands above it
+    uint32_t of;                // a Category, a Key or the text of a comment, by kind
+
+    bool hasBlank() const { return kind == blankLine || isBelowBlank; }
 };
 
 // A comment such as "# port = 5": the first one of its section for its key.
@@ -745,7 +748,7 @@ private:
     void addItem(Id key);
     void removeItem(Id key);
     void unlinkKey(Id key);
-    void freeKey(Id key);
+    void freeKey(Id key, uint32_t hash);
     CategoryMore& moreOfCategory(Id category);
     void dropCategoryMore(Id category);
     void freeCategory(Id category);

@@ -564,12 +564,10 @@ void Store::unlinkKey(Id id)
     key.isLive = 0;
 }
 
-void Store::freeKey(Id id)
+void Store::freeKey(Id id, uint32_t hash)
 {
-    View const name = this->name(keys_[id]);
-    uint32_t const categoryHash = hashOf(this->name(categories_[keys_[id].category]));
-    keyIndex_.remove(hashOf(name, categoryHash), id);
-    arena_.drop(name);
+    keyIndex_.remove(hash, id);
+    arena_.drop(name(keys_[id]));
     keys_.free(id);
 }
 
@@ -589,7 +587,7 @@ void Store::removeKey(Id id)
         keyMores_.free(moreId);
     }
     if (keys_[id].line == 0)
-        freeKey(id);
+        freeKey(id, hashOf(name(keys_[id]), hashOf(name(categories_[keys_[id].category]))));
 }
 
 CategoryMore& Store::moreOfCategory(Id category)

@@ -326,6 +326,14 @@ void writeLine(View line, TextBuffer& text)
     to[line.length] = '\n';
 }
 
+void writeHead(View name, TextBuffer& text)
+{
+    char* const to = text.take(name.length + size_t{3});
+    *to = '[';
+    memcpy(to + 1, name.chars, name.length);
+    memcpy(to + 1 + name.length, "]\n", 2);
+}
+
 void write(Store const& store, TextBuffer& text)
 {
     if (store.firstLine() != 0)
@@ -339,15 +347,15 @@ void write(Store const& store, TextBuffer& text)
             continue;
         switch (line.kind) {
             case cache::headLine:
-                text.add("[");
-                text.add(store.text(line));
-                text.add("]\n");
+                writeHead(store.text(line), text);
                 break;
             case cache::keyLine:
                 if (store.key(line.of).isLive)
                     writeKey(store, line.of, text);
                 break;
             default:
+                if (line.isBelowBlank)
+                    text.add("\n");
                 writeLine(store.text(line), text);
                 break;
         }

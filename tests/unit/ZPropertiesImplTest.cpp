@@ -1043,6 +1043,11 @@ TEST(ZPropertiesImpl, NewKeyGoesToTheBlankLineBehindItsTemplate)
         {"a tab is no blank", "[a]\n#\tk=5\n\nz=1\n", "[a]\n#\tk=5\n\nz = 1\nk = 1\n"},
         {"without the sign", "[a]\n# k 5\n\nz=1\n", "[a]\n# k 5\n\nz = 1\nk = 1\n"},
         {"two marks", "[a]\n##k=\n\nz=1\n", "[a]\n##k=\n\nz = 1\nk = 1\n"},
+        {"a comment behind the blank line", "[a]\n#k=\n\n# z\nz=1\n",
+         "[a]\n#k=\nk = 1\n\n# z\nz = 1\n"},
+        {"blank lines on both sides", "[a]\n\n#k=\n\n# z\nz=1\n",
+         "[a]\n\n#k=\nk = 1\n\n# z\nz = 1\n"},
+        {"a blank line before it alone", "[a]\n\n#k=\nz=1\n", "[a]\n\n#k=\nz = 1\nk = 1\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -1059,6 +1064,8 @@ TEST(ZPropertiesImpl, TemplatesAreFoundWhateverTheKey)
     EXPECT_EQ("[a]\n# k y = 5\n\nz = 1\nk y = 1\n", changed("[a]\n# k y = 5\n\nz=1\n", add("k y")));
     EXPECT_EQ("[a]\n# k=y = 5\nk=y = 1\n\nz = 1\n", changed("[a]\n# k=y = 5\n\nz=1\n", add("k=y")));
     EXPECT_EQ("[a]\n# k=x = 5\n\nz = 1\nk=y = 1\n", changed("[a]\n# k=x = 5\n\nz=1\n", add("k=y")));
+    EXPECT_EQ("[a]\n#k=y=\nk=y = 1\n\n# z\nz = 1\n",
+              changed("[a]\n#k=y=\n\n# z\nz=1\n", add("k=y")));
 }
 
 TEST(ZPropertiesImpl, CommentsAreMatchedWithoutTheirBlanks)
@@ -1181,6 +1188,7 @@ TEST(ZPropertiesImpl, FileCommentsJoinTheBlockThatLeadsTheFile)
         {"a block at the head", "# one\n[a]\n", "# one\n# new\n\n[a]\n"},
         {"a head alone", "[a]\n", "# new\n\n[a]\n"},
         {"a blank line first", "\n[a]\n", "# new\n\n[a]\n"},
+        {"a blank line above a comment first", "\n# a\n[a]\n", "# new\n\n# a\n[a]\n"},
         {"a comment of the stanza", "# one\n\n# a\n[a]\n", "# one\n# new\n\n# a\n[a]\n"},
         {"nothing", "", "# new\n"},
         {"comments alone", "# one\n", "# one\n# new\n"},
@@ -1632,6 +1640,46 @@ TEST(ZPropertiesImpl, RefusedTextKeepsNoRoom)
     EXPECT_EQ(none, empty.memoryUsed());
     empty.readText("test.conf", text.data(), text.size());
     EXPECT_EQ(20000, empty.count());
+}
+
+TEST(ZPropertiesImpl, RefusedLinesLeaveTheSectionBeforeThemAsItWas)
+{
+    auto const data = parsed("[a]\nk = v\nl = w\n");
+    refusal(*data, "# c\n\n# m = 1\n\nword\n");
+    data->addLine("a", "m", "1", 0);
+    EXPECT_EQ("[a]\nk = v\nl = w\nm = 1\n", textOf(*data));
+}
+
+TEST(ZPropertiesImpl, RefusedTextsMayBeMoreThanACacheHolds)
+{
+    ZSCFData_6_0 data;
+    std::string const text = "word\n" + std::string(1 << 20, 'x');
+    for (int i = 0; i < 2100; ++i)  // more than 4 GiB, in whole MiB
+        refusal(data, text);
+    data.set("a", "k", text.c_str());
+    EXPECT_EQ((Strings{text}), values(data, "a", "k"));
+}
+
+TEST(ZPropertiesImpl, TextsAreKeptWhateverTheirLength)
+{
+    Cache cache;
+    std::vector<size_t> const lengths = {1, 65534, 65535, 65536, (1 << 20) - 1, 1 << 20, 3 << 20};
+    for (size_t const length : lengths) {
+        std::string const name(length, 'n');
+        cache.set(name.c_str(), name.c_str(), std::string(length, 'v').c_str());
+        cache.add(name.c_str(), name.c_str(), std::string(length, 'w').c_str(), 0);
+    }
+    std::unique_ptr<ZPCache_6_0> const clone(cache.clone());
+    for (Cache const* const each : {&cache, dynamic_cast<Cache*>(clone.get())}) {
+        EXPECT_EQ(lengths.size(), names(*each).size());
+        for (size_t const length : lengths) {
+            SCOPED_TRACE(length);
+            std::string const name(length, 'n');
+            EXPECT_EQ((Strings{name}), names(*each, name.c_str()));
+            EXPECT_EQ((Strings{std::string(length, 'v'), std::string(length, 'w')}),
+                      values(*each, name.c_str(), name.c_str()));
+        }
+    }
 }
 
 TEST(ZPropertiesImpl, RemovedStanzaMayBeReadAnew)
