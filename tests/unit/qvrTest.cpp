@@ -794,6 +794,7 @@ TEST(qvr, CaseChangesInPlaceAndOneToOne)
         {"Latin 1", "ISO-8859-1", "C", "a\xE9\xFE", "A\xC9\xDE"},
         {"not in the codeset", "ISO-8859-1", "C", "\xFF\xB5", "\xFF\xB5"},
         {"Cyrillic", "KOI8-R", "C", "\xC1\xC2", "\xE1\xE2"},
+        {"the first byte above ASCII", "windows-1251", "C", "\x90", "\x80"},
         {"EBCDIC", "IBM-037", "C", "\x81\x91\xA2", "\xC1\xD1\xE2"},
         {"full-width in EUC-JP", "EUC-JP", "C", "a\xA3\xE1\xC9\xBD", "A\xA3\xC1\xC9\xBD"},
         {"second bytes stay", "Shift_JIS", "C", "\x83\x61z", "\x83\x61Z"},
