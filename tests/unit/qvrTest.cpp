@@ -911,6 +911,20 @@ TEST(qvr, ComparisonDoesNotDependOnWhereADifferenceStands)
     }
 }
 
+TEST(qvr, ComparisonReadsNeitherTextBehindItsTerminator)
+{
+    Codeset const cs("UTF-8");
+    std::string const text = "Thirty-two bytes, and then some.";
+    for (size_t length = 0; length < text.size(); ++length) {
+        SCOPED_TRACE(length);
+        GuardedBytes const shorter(text.substr(0, length) + '\0');
+        GuardedBytes const longer(text + '\0');
+        EXPECT_EQ(-1, qvr_stricmp(cs, nullptr, shorter, longer));
+        EXPECT_EQ(1, qvr_stricmp(cs, nullptr, longer, shorter));
+        EXPECT_EQ(0, qvr_stricmp(cs, nullptr, shorter, shorter));
+    }
+}
+
 TEST(qvr, AtMostTheFirstBytesCompare)
 {
     struct Case {
