@@ -886,9 +886,10 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
     if (rep_->more(id) != nullptr)
         return values(id, type).last(value);
     // One plain value is all that most keys have.
-    View const only = rep_->key(id).valueView();
-    if (type == obfuscatedValues || only.chars == nullptr)
+    cache::Key const& found = rep_->key(id);
+    if (type == obfuscatedValues || found.value == 0)
         return false;
+    View const only = rep_->text(found);
     value = {only.chars, only.length};
     return true;
 }
