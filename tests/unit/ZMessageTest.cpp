@@ -133,6 +133,21 @@ TEST_F(ZMessage, NullBeforeAnythingElseInstallsTheDefault)
         testing::ExitedWithCode(0), "");
 }
 
+TEST_F(ZMessage, WhatIsInstalledBeforeAnythingElseStays)
+{
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            NotingService const service;
+            ZMessageService_6_0::setMessageService(&service);
+            bool const hasDefault = ZMessageService_6_0::defaultMessageService() != nullptr;
+            _exit(hasDefault && ZMessageService_6_0::messageService() == &service ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(_exit(ZMessageService_6_0::defaultMessageService() != nullptr ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+}
+
 TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
 {
     NotingService service;
@@ -348,7 +363,10 @@ TEST_F(ZMessage, LongInsertsArePrintedWhole)
 {
     for (size_t length : {95u, 96u, 4000u, 4096u, 20000u}) {
         SCOPED_TRACE(length);
-        std::string const name(length, 'x');
+        std::string name;
+        while (name.size() < length)
+            name += std::to_string(name.size()) + ' ';
+        name.resize(length);
         ZUnexpectedEndOfFile_6_0 e(name.c_str());
         EXPECT_EQ("Unexpected end of file encounted while reading " + name + ".", textOf(e));
     }
