@@ -28,6 +28,7 @@
 #include "FailingAllocator.h"
 #include "JavaEntries.h"
 #include "LockingProcess.h"
+#include "Nobody.h"
 #include "PageEnd.h"
 #include "Raised.h"
 #include "TestDirectory.h"
@@ -694,18 +695,12 @@ TEST_F(ZJavaPropertiesFiles, OfOthersAreRefused)
     std::string const path = directory_.write("f", "b=2\n");
     chmod(directory_.path().c_str(), 0755);
     chmod(path.c_str(), 0000);
-    pid_t const child = fork();
-    if (child == 0) {
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(9);
+    asNobody([&] {
         expectNoLoad(path, "151 " + path + " fopen(r) 13");
         expectNoStore(path, "360 " + path + " fopen(wt) 13");
         expectNoStore(directory_.at("new"), "360 " + directory_.at("new") + " fopen(wt) 13");
-        _exit(HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+        return !HasFailure();
+    });
     EXPECT_EQ("b=2\n", directory_.read("f"));
 }
 

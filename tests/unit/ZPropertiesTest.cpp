@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <utime.h>
 #include <zlib.h>
@@ -29,6 +28,7 @@
 
 #include "EachAllocation.h"
 #include "LockingProcess.h"
+#include "Nobody.h"
 #include "NotedMessages.h"
 #include "StanzaStore.h"
 #include "TestDirectory.h"
@@ -852,22 +852,15 @@ TEST_F(ZProperties, UnreadableAndUnwritableFilesAreRefused)
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     chmod(directory_.path().c_str(), 0755);
     chmod(path.c_str(), 0000);
-    pid_t const child = fork();
-    if (child == 0) {
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(9);
+    asNobody([&] {
         Store store;
         bool const load =
             raised([&] { store.load(path.c_str()); }) == "io " + path + " fopen(r) 13";
         store.setValue("s", "k", "b");
         bool const save =
             raised([&] { store.store(path.c_str()); }) == "io " + path + " fopen(r+) 13";
-        _exit(load && save && store.isModified() ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
+        return load && save && store.isModified() != 0;
+    });
     chmod(path.c_str(), 0600);
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
 }
@@ -987,19 +980,13 @@ TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
               raised([] { ZProperties_6_0::checkFileAccess("/no/such/file"); }));
     EXPECT_EQ("ZInvalidParameterException",
               raised([] { ZProperties_6_0::checkFileAccess(nullptr); }));
-    pid_t const child = fork();
-    if (child == 0) {
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-            _exit(9);
+    asNobody([] {
         bool const root =
             raised([] { ZProperties_6_0::checkFileAccess("/missing"); }) == "io / access() 13";
         bool const file = raised([] { ZProperties_6_0::checkFileAccess("/etc/passwd"); }) ==
                           "io /etc/passwd access() 13";
-        _exit(root && file ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, WEXITSTATUS(status));
+        return root && file;
+    });
 }
 
 // ---- The companion file ------------------------------------------------------------------------

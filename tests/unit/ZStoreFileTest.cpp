@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "LockingProcess.h"
+#include "Nobody.h"
 #include "TestDirectory.h"
 
 // ---- System calls that fail on demand ----------------------------------------------------------
@@ -375,21 +376,14 @@ protected:
     // Runs `body` as somebody who is not root, in a child; expects it to return true.
     static void asNobody(std::function<bool()> const& body)
     {
-        pid_t const child = fork();
-        if (child == 0) {
-            if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-                _exit(9);
-            bool good = false;
+        ::asNobody([&] {
             try {
-                good = body();
+                return body();
             } catch (ZStoreFile::Failure const& failure) {
                 fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.call, failure.error);
+                return false;
             }
-            _exit(good ? 0 : 1);
-        }
-        int status = 0;
-        EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_EQ(0, WEXITSTATUS(status));
+        });
     }
 
     TestDirectory directory_{TestDirectory::Place::memory};
