@@ -525,12 +525,15 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
             EXPECT_EQ(shape.after, load());
         }
     }
-    // A name that leaves no room for the journal's: written without one.
-    std::string const name(250, 'n');
-    std::string const file = directory_.write(name, "old\n");
-    ZStoreFile stored(file.c_str(), ZStoreFile::Use::store);
-    stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
-    EXPECT_EQ(kPlain.text, directory_.read(name));
+    // A name that leaves no room for that of the journal's temporary file, or for any: written
+    // without a journal.
+    for (size_t length : {250, 252}) {
+        std::string const name(length, 'n');
+        std::string const file = directory_.write(name, "old\n");
+        ZStoreFile stored(file.c_str(), ZStoreFile::Use::store);
+        stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+        EXPECT_EQ(kPlain.text, directory_.read(name));
+    }
 }
 
 TEST_F(ZStoreFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
@@ -614,7 +617,7 @@ TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
     // But not when it is more readable than the file, or has another name.
-    ASSERT_EQ(0, chmod(path_.c_str(), 0600));
+    ASSERT_EQ(0, chmod(companion_.c_str(), 0644));
     store({kShort.text, kShort.companion});
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
     EXPECT_EQ(0600u, after.st_mode & 07777);
@@ -622,6 +625,16 @@ TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
     store({kLong.text, kShort.companion});
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
     EXPECT_EQ(1u, after.st_nlink);
+    if (geteuid() != 0)
+        return;
+    ASSERT_EQ(0, chown(companion_.c_str(), 12345, 0));
+    store({kShort.text, kShort.companion});
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_EQ(0u, after.st_uid);
+    ASSERT_EQ(0, chown(companion_.c_str(), 0, 12345));
+    store({kLong.text, kShort.companion});
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_EQ(0u, after.st_gid);
 }
 
 TEST_F(ZStoreFileCase, CompanionOnAnotherDiskIsWrittenAnew)
@@ -967,6 +980,27 @@ TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
     EXPECT_EQ(1000, status.st_mtime);
 }
 
+TEST_F(ZStoreFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
+{
+    for (int error : {0, EOPNOTSUPP, ENOSYS, EINVAL})
+        for (Shape const& shape : kShapes) {
+            SCOPED_TRACE(shape.name);
+            put(shape.before);
+            int asked = 0;
+            Plan failing;
+            failing.error = error;
+            failing.before = [&](std::string const& call) {
+                if (call != "fallocate")
+                    return;
+                ++asked;
+                plan.failAt = error != 0 ? plan.calls : 0;
+            };
+            Watch const watch(failing);
+            store(shape.after);
+            EXPECT_EQ(shape.after.text.size() > shape.before.text.size() ? 1 : 0, asked);
+        }
+}
+
 TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
 {
     put(kShort);
@@ -978,6 +1012,9 @@ TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
         if (call != "fsync" || directory_.names().find(".conf.obf.new") == std::string::npos)
             return;
         plan.failAt = plan.calls;
+        struct stat meanwhile;
+        ASSERT_EQ(0, stat(path_.c_str(), &meanwhile));
+        EXPECT_LE(2048, meanwhile.st_blocks);
         std::ofstream(path_, std::ios::app) << "more\n";  // that is not cut either
     };
     {
@@ -1190,6 +1227,27 @@ TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
     }
 }
 
+TEST_F(ZStoreFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
+{
+    for (char const* failed : {"fallocate", "fsync"}) {  // for the text, of the companion
+        SCOPED_TRACE(failed);
+        put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+        Plan failing;
+        failing.error = EIO;
+        failing.before = [failed](std::string const& call) {
+            if (call == failed && plan.failAt == 0)
+                plan.failAt = plan.calls;
+        };
+        {
+            Watch const watch(failing);
+            EXPECT_THROW(ZStoreFile(path_.c_str(), ZStoreFile::Use::store), ZStoreFile::Failure);
+        }
+        EXPECT_EQ(".conf.zjn conf conf.obf", directory_.names());
+        EXPECT_EQ(kLong, load());
+    }
+}
+
 TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
 {
     int calls = 0;
@@ -1274,10 +1332,18 @@ TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
             chmod(companion_.c_str(), 0606);
         chmod(directory_.path().c_str(), 0555);
         asNobody([&] {
-            Watch const watch;
+            std::string padded = shape.after.text;
+            Plan looking;
+            looking.before = [&](std::string const& call) {
+                if (call == "ftruncate" && padded == shape.after.text)
+                    padded = directory_.read("conf");
+            };
+            Watch const watch(looking);
             store(shape.after);
             Range const range = rangeOf(shape.before.text, shape.after.text);
-            return range.second == 0 || (!plan.writes.empty() && plan.writes[0] == range);
+            size_t const longer = std::max(shape.before.text.size(), padded.size());
+            return (range.second == 0 || (!plan.writes.empty() && plan.writes[0] == range)) &&
+                   padded == shape.after.text + std::string(longer - shape.after.text.size(), '\n');
         });
         chmod(directory_.path().c_str(), 0755);
         EXPECT_EQ(shape.after.text, directory_.read("conf"));
@@ -1369,6 +1435,31 @@ TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
     });
 }
 
+TEST_F(ZStoreFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
+{
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        std::string const folder = directory_.at("folder");
+        std::filesystem::create_directory(folder);
+        directory_.write("conf", kPlain.text);
+        directory_.write("target", kShort.companion);
+        std::filesystem::create_symlink(directory_.at("target"), folder + "/secrets");
+        chmod(folder.c_str(), 0555);
+        ZStoreFile::Companion companion = change(kLong);
+        companion.path = folder + "/secrets";
+        std::string seen;
+        try {
+            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+            file.commit(viewOf(kLong.text), companion);
+        } catch (ZStoreFile::Failure const& failure) {
+            seen = failure.call + std::to_string(failure.error);
+        }
+        chmod(folder.c_str(), 0755);
+        return seen == "fopen(w)" + std::to_string(ELOOP) &&
+               directory_.read("target") == kShort.companion && load() == kPlain;
+    });
+}
+
 TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
 {
     if (geteuid() != 0)
@@ -1378,11 +1469,12 @@ TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
     put(kPlain);
     chmod(path_.c_str(), 0666);
     asNobody([&] {
+        long const descriptors = openDescriptors();
         try {
             store(kLong);
         } catch (ZStoreFile::Failure const& failure) {
             return std::string(failure.call) == "fchown()" && load() == kPlain &&
-                   directory_.names() == "conf";
+                   directory_.names() == "conf" && openDescriptors() == descriptors;
         }
         return false;
     });
@@ -1390,8 +1482,15 @@ TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
     put(kShort);
     chmod(companion_.c_str(), 0666);
     asNobody([&] {
-        store(kLong);
-        return load() == kLong && directory_.names() == "conf conf.obf";
+        std::string calls;
+        Plan noting;
+        noting.before = [&calls](std::string const& call) { calls += call + " "; };
+        {
+            Watch const watch(noting);
+            store(kLong);
+        }
+        return load() == kLong && directory_.names() == "conf conf.obf" &&
+               calls.find("pwrite ftruncate fsync ") != std::string::npos;
     });
     EXPECT_EQ(kLong, load());
 }
@@ -1459,6 +1558,11 @@ TEST_F(ZStoreFileCase, CompanionThatComesOrGoesIsOldOrNew)
         {"goes, and another is there", kLong, kPlain, packed("??"), false},
         {"changes, and another is there", kShort, kLong, packed("?"), false},
         {"changes, and is gone", kShort, kLong, "", false},
+        {"changes beside a text that stays",
+         kShort,
+         {kShort.text, kLong.companion},
+         kShort.companion,
+         true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -1519,6 +1623,9 @@ TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses
                           {"aaa", "abcde", "aaaX"},
                           {"aaa", "abcde", std::string("a\0cde", 5)},
                           {"aaa", "abc", std::string("a\0c", 3)},
+                          {"aaa", "abc", std::string("abc\0", 4)},
+                          {"aaa", "abc", "ab"},
+                          {"aaa", "abcde", "ab"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=3\nb=2\nc=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=1\nc=3\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=3\nb=22\nc=1\n"},
@@ -1574,7 +1681,10 @@ TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
         EXPECT_EQ(torn, loadWith(wrong)) << at;
     }
     std::string wrong = all;
-    wrong[24 + 7] = wrong[32 + 7] = '\x80';
+    wrong[24 + 7] = wrong[48 + 7] = '\x80';
+    EXPECT_EQ(torn, loadWith(wrong));
+    wrong = all;
+    wrong[6] = '3';  // of a form that is not known
     EXPECT_EQ(torn, loadWith(wrong));
     // A path that would end before its end.
     std::string const longer = journalOf(kShort, kLong, companion_ + '\0');
