@@ -126,8 +126,16 @@ TEST_F(ZArrayList, TheCapacityIsThatOfTheMostMembersThereWere)
                     list.remove(0u);
                     break;
                 case 6:
-                    if (random() % 100 == 0)
+                    if (random() % 100 == 0) {
                         list.removeAll();
+                    } else if (random() % 20 == 0) {
+                        ZArrayList_6_0 other(1, kBorrows);
+                        for (unsigned more = random() % 40; more > 0; --more)
+                            other.add(&object);
+                        list = other;
+                        while (capacity < other.size())
+                            capacity += std::max(capacity / 2, 1u);
+                    }
                     break;
                 default:
                     ASSERT_EQ(capacity, ZArrayList_6_0(list).capacity());
