@@ -38,6 +38,7 @@ struct Plan {
     bool watched = false;
     int calls = 0;             // seen while watched
     int failAt = 0;            // number of the call that fails, counted from 1; 0: none
+    int failAlso = 0;          // number of another one
     int failFrom = 0;          // all from this one on fail
     int error = 0;             // with this errno
     int dieAt = 0;             // number of the call before which the process ends
@@ -68,7 +69,8 @@ bool fails(char const* name)
         plan.before(name);
         plan.watched = true;
     }
-    if (plan.calls != plan.failAt && (plan.failFrom == 0 || plan.calls < plan.failFrom))
+    if (plan.calls != plan.failAt && plan.calls != plan.failAlso &&
+        (plan.failFrom == 0 || plan.calls < plan.failFrom))
         return false;
     plan.failed += name;
     errno = plan.error;
@@ -348,15 +350,16 @@ protected:
         file.commit(viewOf(text), ZStoreFile::Companion());
     }
 
-    // Stores in a child that ends at its n-th call; returns false when it got through. Its call
-    // `failAt` fails.
-    bool storeUpTo(int n, Pair const& pair, int failAt = 0)
+    // Stores in a child that ends at its n-th call; returns false when it got through. Its calls
+    // `failAt` and `failAlso` fail.
+    bool storeUpTo(int n, Pair const& pair, int failAt = 0, int failAlso = 0)
     {
         pid_t const child = fork();
         if (child == 0) {
             Plan dying;
             dying.dieAt = n;
             dying.failAt = failAt;
+            dying.failAlso = failAlso;
             dying.error = EIO;
             try {
                 Watch const watch(dying);
@@ -953,6 +956,47 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
     EXPECT_LT(300, failed);
 }
 
+TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
+{
+    Pair const pairs[][2] = {{kLong, kShort}, {kShort, kLong}};
+    int news = 0;
+    for (auto const& pair : pairs) {
+        put(pair[0]);
+        {
+            Watch const watch;
+            store(pair[1]);
+        }
+        int const calls = plan.calls;
+        for (int first = 1; first <= calls; ++first)
+            for (int second = first + 1;; ++second) {
+                SCOPED_TRACE(std::to_string(first) + " and " + std::to_string(second));
+                put(pair[0]);
+                Plan failing;
+                failing.failAt = first;
+                failing.failAlso = second;
+                failing.error = EIO;
+                bool raised = false;
+                {
+                    Watch const watch(failing);
+                    try {
+                        store(pair[1]);
+                    } catch (ZStoreFile::Failure const&) {
+                        raised = true;
+                    }
+                }
+                Pair const found = load();
+                EXPECT_TRUE(found == pair[1] || (raised && found == pair[0]))
+                    << plan.failed << " " << found;
+                news += raised && found == pair[1];
+                if (HasFailure())
+                    return;
+                if (second > plan.calls)
+                    break;
+            }
+    }
+    EXPECT_LT(5, news);
+}
+
 TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
 {
     // Another program, which knows of no lock, appends while the journal cannot be written.
@@ -1270,6 +1314,40 @@ TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
             ++kills;
         }
     EXPECT_LT(300, kills);
+}
+
+TEST_F(ZStoreFileCase, KilledWhilePuttingBackWithoutTheFirstJournalThePairIsOldOrNew)
+{
+    // The journal cannot be invalidated, and whether it is gone for good cannot be found out.
+    auto const lastCall = [this](std::string const& wanted, int failAt) {
+        put(kShort);
+        int last = 0;
+        Plan looking;
+        looking.failAt = failAt;
+        looking.error = EIO;
+        looking.before = [&](std::string const& call) {
+            if (call == wanted)
+                last = plan.calls;
+        };
+        Watch const watch(looking);
+        store(kLong);
+        return last;
+    };
+    int const invalidated = lastCall("pwrite", 0);
+    int const synced = lastCall("fsync", invalidated);
+    int kills = 0;
+    for (int call = synced + 1;; ++call) {
+        SCOPED_TRACE(call);
+        put(kShort);
+        bool const died = storeUpTo(call, kLong, invalidated, synced);
+        Pair const found = load();
+        EXPECT_TRUE(found == kShort || (died && found == kLong)) << found;
+        if (HasFailure() || !died)
+            break;
+        ++kills;
+    }
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    EXPECT_LT(10, kills);
 }
 
 TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
