@@ -1312,6 +1312,13 @@ TEST_F(ZArrayList, KeepsItsOwnershipAndCapacityWhenAssigned)
     EXPECT_EQ((Numbers{1, 2}), numbersOf(other));
     EXPECT_NE(owning.get(0), other.get(0));
     EXPECT_EQ(4, CountedObject::alive);
+
+    ZArrayList_6_0 grown(1, kBorrows);
+    for (int i = 0; i < 3; ++i)
+        grown.add(owning.get(0));
+    grown = ZArrayList_6_0(1, kBorrows);
+    EXPECT_TRUE(grown.isEmpty());
+    EXPECT_EQ(3u, grown.capacity());
 }
 
 TEST_F(ZArrayList, KeepsSteppingBackAFreshIterator)
