@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -79,8 +80,9 @@ public:
         if (auto const known = written_.find(name); known != written_.end())
             return known->second;
         GeneratedFile const& made = generatedFile(shape, keys);
-        File const file{"/tmp/zbench." + std::to_string(getpid()) + "." + name, made.text,
-                        made.names};
+        File const file{std::filesystem::temp_directory_path() /
+                            ("zbench." + std::to_string(getpid()) + "." + name),
+                        made.text, made.names};
         std::ofstream(file.path, std::ios::binary) << made.text;
         return written_.emplace(name, file).first->second;
     }

@@ -5,6 +5,9 @@
 // "StoreStanzas" changes a value and stores: ours is a stanza store, which renders its text anew,
 // while the peers write the same text as in row "StoreText".
 //
+// The files lie where TMPDIR says, or in /tmp: what a wait for the disk costs is a matter of the
+// file system.
+//
 // What a crash may do to each: ours keeps the inode, and waits for the disk until the new text and
 // the end of the journal are there; g_file_set_contents_full, consistent and durable, and
 // "fsync-rename-fsync" wait until the new file and its name are there; QSaveFile, and the floor,
@@ -38,8 +41,8 @@ class Place {
 public:
     Place(int size, bool anew)
     {
-        char name[] = "/tmp/zbenchXXXXXX";
-        folder_ = mkdtemp(name);
+        std::string name = std::filesystem::temp_directory_path() / "zbenchXXXXXX";
+        folder_ = mkdtemp(name.data());
         for (int i = 0; i < 2; ++i) {
             std::string& text = texts_[i];
             text = "[state]\nturn = " + std::to_string(i) + "\n\n[data]\n";
