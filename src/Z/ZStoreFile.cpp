@@ -26,6 +26,8 @@ using View = ZStoreFile::View;
 
 constexpr int kAttempts = 100;  // at a file that is replaced again and again while it is opened
 constexpr char kMapCall[] = "mapFile()";
+// What packs 256 MiB, the most that is ever unpacked, is hardly longer than that.
+constexpr off_t kMostPacked = off_t{257} << 20;
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
 bool sameBytes(View a, View b)
@@ -1294,6 +1296,8 @@ ZStoreFile::Bytes ZStoreFile::readCompanion(char const* name)
         throw Failure{name, kMapCall, EINVAL};
     if (!S_ISREG(status.st_mode))
         throw Failure{name, kMapCall, ENODEV};
+    if (status.st_size > kMostPacked)
+        throw Failure{name, kMapCall, EFBIG};
     ZSharedFile shared;
     Bytes contents;
     int error = shared.open(name, O_RDONLY, 0);

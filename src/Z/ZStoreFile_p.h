@@ -116,7 +116,8 @@ public:
     /// Returns the contents of the companion file that goes with text().
     /// throws  Failure (name, "access()", EPERM) when the file may not name this companion, see
     ///         mayName(); (name, "mapFile()", code): EINVAL for a missing or empty file, ENODEV for
-    ///         what is no regular file, else the errno; std::bad_alloc.
+    ///         what is no regular file, EFBIG for more than 257 MiB, else the errno;
+    ///         std::bad_alloc.
     Bytes readCompanion(char const* name);
 
     /// Returns the path of a companion that is to be made: ".obf" behind the path as given, made

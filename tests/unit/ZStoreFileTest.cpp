@@ -2038,6 +2038,24 @@ TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
     EXPECT_TRUE(seen);
 }
 
+TEST_F(ZStoreFileCase, CompanionThatCannotBeOneForItsLengthIsNotRead)
+{
+    put(kShort);
+    off_t const most = off_t{257} << 20;
+    ASSERT_EQ(0, truncate(companion_.c_str(), most + 1));
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    try {
+        file.readCompanion(companion_.c_str());
+        ADD_FAILURE();
+    } catch (ZStoreFile::Failure const& failure) {
+        EXPECT_EQ(companion_, failure.file);
+        EXPECT_STREQ("mapFile()", failure.call);
+        EXPECT_EQ(EFBIG, failure.error);
+    }
+    ASSERT_EQ(0, truncate(companion_.c_str(), most));
+    EXPECT_EQ(static_cast<size_t>(most), file.readCompanion(companion_.c_str()).length());
+}
+
 // ---- Locks -------------------------------------------------------------------------------------
 
 TEST_F(ZStoreFileCase, ThreadThatStoresCannotLoadTheSameFile)
