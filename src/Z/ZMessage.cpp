@@ -17,7 +17,7 @@
 
 namespace {
 
-// KEPT: double blanks, missing full stops and "encounted" are part of the texts; log scanners match
+// KEPT: double blanks, missing full stops and "encounted" belong to the texts; log scanners match
 // on them. Test: ZMessage.KeepsEveryTextToTheByte
 constexpr char const* kText[] = {
     nullptr,

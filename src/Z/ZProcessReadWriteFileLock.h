@@ -102,7 +102,7 @@ public:
     virtual void dolock(zlockstate state);
 
     /// Makes the path of the lock file from the lock directory and `name`.
-    /// kept    a "/" in the name is part of the path.
+    /// kept    a "/" in the name separates folders.
     virtual void setLockFileName(char const* name);
 
     /// Locks a range of the file, waiting for it: shared for "read", exclusive for "protect" and

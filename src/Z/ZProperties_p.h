@@ -1,4 +1,4 @@
-// ZProperties_p: what the parts of the configuration store share: its hidden state, the notices
+// ZProperties_p: what the sources of the configuration store share: its hidden state, the notices
 // that wait, and changes that happen as a whole or not at all.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZStoreFile, ZArrayList,

@@ -119,7 +119,7 @@ char* writeDigits(uint64_t number, int count, char* at)
 // when `showsPoint`, and returns the end; null when it is 2^64 or more. `decimals` is at most
 // kExactDecimals.
 //
-// The part of the mantissa behind the point times 10^decimals is below 2^121, so that quotient and
+// The bits of the mantissa behind the point times 10^decimals is below 2^121, so that quotient and
 // rest by 2^-exponent are exact in 128 bits; further down everything rounds to 0.
 char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
 {
