@@ -679,6 +679,7 @@ private:
     int writeJournalTo(int fd, Journal const& journal);
     View rewritten(View text) const;
     int pad();
+    int replacePair();
     int reserve();
     void giveBack();
     int prepareCompanion(View contents);
@@ -771,10 +772,7 @@ void ZStoreFile::Writer::commit()
         }
     }
     try {
-        bool const writes = companionChange_ == Companion::written;
-        if (writeJournal() == 0 && pad() == 0 && reserve() == 0 &&
-            (!writes || prepareCompanion(companion_.contents) == 0) && writeText() == 0 &&
-            moveCompanion() == 0 && removeJournal() == 0)
+        if (writeJournal() == 0 && pad() == 0 && replacePair() == 0)
             return;
     } catch (std::bad_alloc const&) {
         undo();
@@ -789,12 +787,19 @@ void ZStoreFile::Writer::finish()
     struct stat status;
     journalled_ = true;
     hadCompanion_ = stat(companion_.path.c_str(), &status) == 0;
-    bool const writes = companionChange_ == Companion::written;
-    if (reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
-        writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0)
+    if (replacePair() == 0)
         return;
     removeFile(newCompanion_);
     raise();
+}
+
+// What follows the journal.
+int ZStoreFile::Writer::replacePair()
+{
+    bool const writes = companionChange_ == Companion::written;
+    bool const done = reserve() == 0 && (!writes || prepareCompanion(companion_.contents) == 0) &&
+                      writeText() == 0 && moveCompanion() == 0 && removeJournal() == 0;
+    return done ? 0 : error_;
 }
 
 // Whether the companion has its contents already, and owner, group, mode and disk of the file.
