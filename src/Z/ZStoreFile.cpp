@@ -298,7 +298,8 @@ int removeFile(std::string const& path)
     return unlink(path.c_str()) != 0 && errno != ENOENT ? errno : 0;
 }
 
-constexpr size_t kChecksum = 4;  // length of what ends a journal
+constexpr size_t kChecksum = 4;       // length of what ends a journal
+constexpr size_t kPiece = 512 << 10;  // of a journal, written at once
 constexpr dev_t kNoDisk = 0;
 
 // What ends a journal whose CRC-32 is `crc`: never 0, which is what an invalid one ends with.
@@ -878,11 +879,16 @@ int ZStoreFile::Writer::writeJournalTo(int fd, Journal const& journal)
                           difference_.moved,
                           journal.newCompanion};
     uint32_t crc = 0;
-    for (View const& part : parts) {
-        crc = checksum(part, crc);
-        if (int const error = writeAll(fd, part))
-            return failed("write()", newJournal_, error);
-    }
+    for (View const& part : parts)
+        for (size_t at = 0; at < part.length; at += kPiece) {
+            View const piece = {part.data + at, std::min(kPiece, part.length - at)};
+            crc = checksum(piece, crc);
+            if (int const error = writeAll(fd, piece))
+                return failed("write()", newJournal_, error);
+            // The disk begins with it while the next one is made; the sync tells of failures.
+            if (piece.length == kPiece)
+                sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+        }
     std::string end;
     putNumber(end, endOfJournal(crc), kChecksum);
     if (int const error = writeAll(fd, {end.data(), end.size()}))
