@@ -1,5 +1,5 @@
-// SystemCalls: lets the system calls on files fail on demand, and shows them to a test, in a test
-// program whose row says SYSTEM_CALLS.
+// SystemCalls: lets the system calls on files fail on demand, and lets a test look at them and fake
+// what they find, in a test program whose row says SYSTEM_CALLS.
 //
 //     CallPlan wanted;
 //     wanted.failAt = 3;
@@ -14,31 +14,43 @@
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/vfs.h>
+#include <unistd.h>
 
 #include <functional>
 #include <map>
 #include <string>
 
 struct SystemCall {
-    std::string name;  // "open", ...
-    int fd;            // what it works on; -1 when that is no descriptor
-    char const* path;  // what it works on; null when that is no path. Of rename() the old one
-    int flags;         // of open()
-    size_t length;     // bytes to read, to write, to give back
+    std::string name;               // "open", ...
+    int fd = -1;                    // what it works on
+    char const* path = nullptr;     // what it works on
+    char const* newPath = nullptr;  // of rename()
+    int flags = 0;                  // of open(), sync_file_range()
+    off_t offset = 0;               // where in the file it begins
+    size_t length = 0;              // bytes to read, to write, to give back, to keep
+    void const* from = nullptr;     // what is written
+    void* to = nullptr;             // what is filled in
 };
 
 // From CallPlan::before: the call moves no byte, and says so.
 constexpr int kMovesNothing = -1;
 
+constexpr int kDiedAtCall = 77;  // what a process ends with by CallPlan::dieAt
+
 struct CallPlan {
     int failAt = 0;                      // number of the call that fails, counted from 1; 0: none
+    int failAlso = 0;                    // number of another one
     int failFrom = 0;                    // all from this one on fail; 0: none
     int error = EIO;                     // with this errno
+    int dieAt = 0;                       // number of the call before which the process ends
     std::map<std::string, int> failing;  // the errno of calls that always fail, by name
     bool shortTransfers = false;         // every read and write moves one byte
     // Is told of each call first. Returns the errno that it fails with, kMovesNothing, or 0 to let
     // it go on. The calls it makes itself are not watched.
     std::function<int(SystemCall const&)> before;
+    // Is told of each call that went through. May change the result, and what the call filled in.
+    std::function<void(SystemCall const&, ssize_t& result)> after;
 
     bool watched = false;
     int calls = 0;       // seen
@@ -47,7 +59,7 @@ struct CallPlan {
 };
 inline thread_local CallPlan callPlan;
 
-// Watches the calls of this thread for a scope.
+// Watches the calls of this thread for a scope. What was seen can be read behind it, too.
 class WatchedCalls {
 public:
     explicit WatchedCalls(CallPlan const& wanted = CallPlan())
@@ -57,7 +69,7 @@ public:
     }
     WatchedCalls(WatchedCalls const&) = delete;
     WatchedCalls& operator=(WatchedCalls const&) = delete;
-    ~WatchedCalls() { callPlan = CallPlan(); }
+    ~WatchedCalls() { callPlan.watched = false; }
 };
 
 // Returns what the call is to end with: an errno, kMovesNothing, or 0 when it goes through.
@@ -67,6 +79,8 @@ inline int plannedEnd(SystemCall const& call)
     if (!plan.watched)
         return 0;
     ++plan.calls;
+    if (plan.calls == plan.dieAt)
+        _exit(kDiedAtCall);
     int end = 0;
     if (plan.before) {
         plan.watched = false;
@@ -76,12 +90,26 @@ inline int plannedEnd(SystemCall const& call)
     auto const always = plan.failing.find(call.name);
     if (end == 0 && always != plan.failing.end())
         end = always->second;
-    if (end == 0 &&
-        (plan.calls == plan.failAt || (plan.failFrom != 0 && plan.calls >= plan.failFrom)))
+    if (end == 0 && (plan.calls == plan.failAt || plan.calls == plan.failAlso ||
+                     (plan.failFrom != 0 && plan.calls >= plan.failFrom)))
         end = plan.error;
     if (end > 0 && plan.failed.empty())
         plan.failed = call.name;
     return end;
+}
+
+// Tells of a call that went through, and returns its result.
+inline ssize_t toldResult(SystemCall const& call, ssize_t result)
+{
+    CallPlan& plan = callPlan;
+    if (!plan.watched || !plan.after)
+        return result;
+    int const error = errno;
+    plan.watched = false;
+    plan.after(call, result);
+    plan.watched = true;
+    errno = error;
+    return result;
 }
 
 // Runs `real` unless another end is planned for the call.
@@ -91,29 +119,19 @@ auto asPlanned(SystemCall const& call, Real real)
     using Result = decltype(real());
     int const end = plannedEnd(call);
     if (end == 0)
-        return real();
+        return static_cast<Result>(toldResult(call, real()));
     if (end == kMovesNothing)
         return Result{0};
     errno = end;
     return Result{-1};
 }
 
-inline SystemCall callOn(char const* name, int fd)
-{
-    return {name, fd, nullptr, 0, 0};
-}
-
-inline SystemCall callOn(char const* name, char const* path, int flags = 0)
-{
-    return {name, -1, path, flags, 0};
-}
-
-// As asPlanned(), for a call that moves `length` bytes, or one when transfers are short.
+// As asPlanned(), for a call that moves bytes: one when transfers are short.
 template <class Real>
-ssize_t movesAsPlanned(char const* name, int fd, size_t length, Real real)
+ssize_t movesAsPlanned(SystemCall const& call, Real real)
 {
-    bool const isShort = callPlan.watched && callPlan.shortTransfers && length > 1;
-    return asPlanned({name, fd, nullptr, 0, length}, [&] { return real(isShort ? 1 : length); });
+    bool const isShort = callPlan.watched && callPlan.shortTransfers && call.length > 1;
+    return asPlanned(call, [&] { return real(isShort ? 1 : call.length); });
 }
 
 extern "C" {
@@ -121,17 +139,21 @@ int __real_open(char const*, int, ...);
 int __real_close(int);
 int __real_stat(char const*, struct stat*);
 int __real_fstat(int, struct stat*);
+int __real_fstatfs(int, struct statfs*);
 int __real_fcntl(int, int, ...);
+int __real_ioctl(int, unsigned long, ...);
 ssize_t __real_pread(int, void*, size_t, off_t);
 ssize_t __real_write(int, void const*, size_t);
 ssize_t __real_pwrite(int, void const*, size_t, off_t);
 int __real_fsync(int);
 int __real_fdatasync(int);
+int __real_sync_file_range(int, off_t, off_t, unsigned);
 int __real_ftruncate(int, off_t);
 int __real_fallocate(int, int, off_t, off_t);
 int __real_posix_fallocate(int, off_t, off_t);
 int __real_fchown(int, uid_t, gid_t);
 int __real_fchmod(int, mode_t);
+int __real_futimens(int, timespec const*);
 int __real_rename(char const*, char const*);
 int __real_unlink(char const*);
 int __real_munmap(void*, size_t);
@@ -142,8 +164,8 @@ int __real_munmap(void*, size_t);
     va_start(more, flags);
     mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
-    int const fd =
-        asPlanned(callOn("open", path, flags), [&] { return __real_open(path, flags, mode); });
+    int const fd = asPlanned({.name = "open", .path = path, .flags = flags},
+                             [&] { return __real_open(path, flags, mode); });
     if (callPlan.watched)
         callPlan.opened = fd;
     return fd;
@@ -152,22 +174,31 @@ int __real_munmap(void*, size_t);
 // A close that fails has closed all the same, as on Linux.
 [[gnu::used]] inline int __wrap_close(int fd)
 {
-    int const end = plannedEnd(callOn("close", fd));
+    SystemCall const call = {.name = "close", .fd = fd};
+    int const end = plannedEnd(call);
     int const rc = __real_close(fd);
     if (end == 0)
-        return rc;
+        return static_cast<int>(toldResult(call, rc));
     errno = end;
     return -1;
 }
 
 [[gnu::used]] inline int __wrap_stat(char const* path, struct stat* status)
 {
-    return asPlanned(callOn("stat", path), [&] { return __real_stat(path, status); });
+    return asPlanned({.name = "stat", .path = path, .to = status},
+                     [&] { return __real_stat(path, status); });
 }
 
 [[gnu::used]] inline int __wrap_fstat(int fd, struct stat* status)
 {
-    return asPlanned(callOn("fstat", fd), [&] { return __real_fstat(fd, status); });
+    return asPlanned({.name = "fstat", .fd = fd, .to = status},
+                     [&] { return __real_fstat(fd, status); });
+}
+
+[[gnu::used]] inline int __wrap_fstatfs(int fd, struct statfs* system)
+{
+    return asPlanned({.name = "fstatfs", .fd = fd, .to = system},
+                     [&] { return __real_fstatfs(fd, system); });
 }
 
 // The commands that lock have names of their own.
@@ -180,77 +211,109 @@ int __real_munmap(void*, size_t);
     char const* const name = command == F_SETLK    ? "F_SETLK"
                              : command == F_SETLKW ? "F_SETLKW"
                                                    : "fcntl";
-    return asPlanned(callOn(name, fd), [&] { return __real_fcntl(fd, command, argument); });
+    return asPlanned({.name = name, .fd = fd}, [&] { return __real_fcntl(fd, command, argument); });
+}
+
+[[gnu::used]] inline int __wrap_ioctl(int fd, unsigned long request, ...)
+{
+    va_list more;
+    va_start(more, request);
+    void* const argument = va_arg(more, void*);
+    va_end(more);
+    return asPlanned({.name = "ioctl", .fd = fd, .to = argument},
+                     [&] { return __real_ioctl(fd, request, argument); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
 {
-    return movesAsPlanned("pread", fd, length,
+    return movesAsPlanned({.name = "pread", .fd = fd, .offset = offset, .length = length, .to = to},
                           [&](size_t n) { return __real_pread(fd, to, n, offset); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_write(int fd, void const* from, size_t length)
 {
-    return movesAsPlanned("write", fd, length, [&](size_t n) { return __real_write(fd, from, n); });
+    return movesAsPlanned({.name = "write", .fd = fd, .length = length, .from = from},
+                          [&](size_t n) { return __real_write(fd, from, n); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
 {
-    return movesAsPlanned("pwrite", fd, length,
-                          [&](size_t n) { return __real_pwrite(fd, from, n, offset); });
+    return movesAsPlanned(
+        {.name = "pwrite", .fd = fd, .offset = offset, .length = length, .from = from},
+        [&](size_t n) { return __real_pwrite(fd, from, n, offset); });
 }
 
 [[gnu::used]] inline int __wrap_fsync(int fd)
 {
-    return asPlanned(callOn("fsync", fd), [&] { return __real_fsync(fd); });
+    return asPlanned({.name = "fsync", .fd = fd}, [&] { return __real_fsync(fd); });
 }
 
 [[gnu::used]] inline int __wrap_fdatasync(int fd)
 {
-    return asPlanned(callOn("fdatasync", fd), [&] { return __real_fdatasync(fd); });
+    return asPlanned({.name = "fdatasync", .fd = fd}, [&] { return __real_fdatasync(fd); });
+}
+
+[[gnu::used]] inline int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
+{
+    return asPlanned({.name = "sync_file_range",
+                      .fd = fd,
+                      .flags = static_cast<int>(flags),
+                      .offset = offset,
+                      .length = static_cast<size_t>(length)},
+                     [&] { return __real_sync_file_range(fd, offset, length, flags); });
 }
 
 [[gnu::used]] inline int __wrap_ftruncate(int fd, off_t length)
 {
-    return asPlanned(callOn("ftruncate", fd), [&] { return __real_ftruncate(fd, length); });
+    return asPlanned({.name = "ftruncate", .fd = fd, .length = static_cast<size_t>(length)},
+                     [&] { return __real_ftruncate(fd, length); });
 }
 
 [[gnu::used]] inline int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
 {
-    return asPlanned(callOn("fallocate", fd),
+    return asPlanned({.name = "fallocate", .fd = fd},
                      [&] { return __real_fallocate(fd, mode, offset, length); });
 }
 
 // Returns its errno.
 [[gnu::used]] inline int __wrap_posix_fallocate(int fd, off_t offset, off_t length)
 {
-    int const end = plannedEnd(callOn("posix_fallocate", fd));
-    return end != 0 ? end : __real_posix_fallocate(fd, offset, length);
+    SystemCall const call = {.name = "posix_fallocate", .fd = fd};
+    int const end = plannedEnd(call);
+    if (end != 0)
+        return end;
+    return static_cast<int>(toldResult(call, __real_posix_fallocate(fd, offset, length)));
 }
 
 [[gnu::used]] inline int __wrap_fchown(int fd, uid_t user, gid_t group)
 {
-    return asPlanned(callOn("fchown", fd), [&] { return __real_fchown(fd, user, group); });
+    return asPlanned({.name = "fchown", .fd = fd}, [&] { return __real_fchown(fd, user, group); });
 }
 
 [[gnu::used]] inline int __wrap_fchmod(int fd, mode_t mode)
 {
-    return asPlanned(callOn("fchmod", fd), [&] { return __real_fchmod(fd, mode); });
+    return asPlanned({.name = "fchmod", .fd = fd}, [&] { return __real_fchmod(fd, mode); });
+}
+
+[[gnu::used]] inline int __wrap_futimens(int fd, timespec const* times)
+{
+    return asPlanned({.name = "futimens", .fd = fd}, [&] { return __real_futimens(fd, times); });
 }
 
 [[gnu::used]] inline int __wrap_rename(char const* from, char const* to)
 {
-    return asPlanned(callOn("rename", from), [&] { return __real_rename(from, to); });
+    return asPlanned({.name = "rename", .path = from, .newPath = to},
+                     [&] { return __real_rename(from, to); });
 }
 
 [[gnu::used]] inline int __wrap_unlink(char const* path)
 {
-    return asPlanned(callOn("unlink", path), [&] { return __real_unlink(path); });
+    return asPlanned({.name = "unlink", .path = path}, [&] { return __real_unlink(path); });
 }
 
 [[gnu::used]] inline int __wrap_munmap(void* address, size_t length)
 {
-    return asPlanned({"munmap", -1, nullptr, 0, length},
+    return asPlanned({.name = "munmap", .length = length},
                      [&] { return __real_munmap(address, length); });
 }
 }

@@ -7,7 +7,6 @@
 #include <linux/magic.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -16,67 +15,25 @@
 #include <zlib.h>
 
 #include <atomic>
-#include <cstdarg>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "LockingProcess.h"
 #include "Nobody.h"
+#include "SystemCalls.h"
 #include "TestDirectory.h"
-
-// ---- System calls that fail on demand ----------------------------------------------------------
 
 namespace {
 
-// What the calls below do while they are watched.
-struct Plan {
-    bool watched = false;
-    int calls = 0;             // seen while watched
-    int failAt = 0;            // number of the call that fails, counted from 1; 0: none
-    int failAlso = 0;          // number of another one
-    int failFrom = 0;          // all from this one on fail
-    int error = 0;             // with this errno
-    int dieAt = 0;             // number of the call before which the process ends
-    bool shortWrites = false;  // every write and read moves one byte
-    std::string failed;        // name of the call that failed
-    std::vector<std::pair<off_t, size_t>> writes;  // place and length, by pwrite()
-    std::string endings;  // of the journals that were removed, see endingOf()
-    int folderSyncs = 0;
-    int starts = 0;          // of writing to the disk that is not waited for; each fails
-    bool otherDisk = false;  // the journal seems to be on another one than the file
-    long system = 0;         // that the files seem to be on; 0: what they are on
-    int flags = 0;           // that the files seem to have there
-    std::function<void(std::string const&)> before;  // called with each call's name
-};
-Plan plan;
+// ---- The calls of a store ----------------------------------------------------------------------
 
-constexpr int kDied = 77;
-
-// Counts a call; returns whether it is to fail.
-bool fails(char const* name)
-{
-    if (!plan.watched)
-        return false;
-    ++plan.calls;
-    if (plan.calls == plan.dieAt)
-        _exit(kDied);
-    if (plan.before) {
-        plan.watched = false;
-        plan.before(name);
-        plan.watched = true;
-    }
-    if (plan.calls != plan.failAt && plan.calls != plan.failAlso &&
-        (plan.failFrom == 0 || plan.calls < plan.failFrom))
-        return false;
-    plan.failed += name;
-    errno = plan.error;
-    return true;
-}
+using Range = std::pair<off_t, size_t>;  // place and length
 
 // Returns what a journal ends with: "." when that is no checksum, "?" when it is; "" for what is no
 // journal or missing.
@@ -92,180 +49,74 @@ std::string endingOf(char const* path)
     return whole ? "?" : ".";
 }
 
-size_t lengthOf(size_t length)
-{
-    return plan.watched && plan.shortWrites && length > 1 ? 1 : length;
-}
-
-}  // namespace
-
-extern "C" {
-int __real_open(char const*, int, ...);
-int __real_close(int);
-ssize_t __real_pread(int, void*, size_t, off_t);
-ssize_t __real_write(int, void const*, size_t);
-ssize_t __real_pwrite(int, void const*, size_t, off_t);
-int __real_fsync(int);
-int __real_fdatasync(int);
-int __real_ftruncate(int, off_t);
-int __real_rename(char const*, char const*);
-int __real_unlink(char const*);
-int __real_fchown(int, uid_t, gid_t);
-int __real_fchmod(int, mode_t);
-int __real_fstat(int, struct stat*);
-int __real_fallocate(int, int, off_t, off_t);
-int __real_fcntl(int, int, ...);
-int __real_futimens(int, timespec const*);
-int __real_fstatfs(int, struct statfs*);
-int __real_ioctl(int, unsigned long, ...);
-int __real_sync_file_range(int, off_t, off_t, unsigned);
-
-int __wrap_open(char const* path, int flags, ...)
-{
-    va_list more;
-    va_start(more, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    return fails("open") ? -1 : __real_open(path, flags, mode);
-}
-// A close that fails has closed all the same, as on Linux.
-int __wrap_close(int fd)
-{
-    bool const failed = fails("close");
-    int const error = errno;
-    int const rc = __real_close(fd);
-    if (!failed)
-        return rc;
-    errno = error;
-    return -1;
-}
-ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
-{
-    return fails("pread") ? -1 : __real_pread(fd, to, lengthOf(length), offset);
-}
-ssize_t __wrap_write(int fd, void const* from, size_t length)
-{
-    return fails("write") ? -1 : __real_write(fd, from, lengthOf(length));
-}
-ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
-{
-    if (plan.watched)
-        plan.writes.emplace_back(offset, length);
-    return fails("pwrite") ? -1 : __real_pwrite(fd, from, lengthOf(length), offset);
-}
-int __wrap_fsync(int fd)
-{
-    struct stat status;
-    if (plan.watched && __real_fstat(fd, &status) == 0 && S_ISDIR(status.st_mode))
-        ++plan.folderSyncs;
-    return fails("fsync") ? -1 : __real_fsync(fd);
-}
-int __wrap_fdatasync(int fd)
-{
-    return fails("fdatasync") ? -1 : __real_fdatasync(fd);
-}
-int __wrap_ftruncate(int fd, off_t length)
-{
-    return fails("ftruncate") ? -1 : __real_ftruncate(fd, length);
-}
-int __wrap_rename(char const* from, char const* to)
-{
-    return fails("rename") ? -1 : __real_rename(from, to);
-}
-int __wrap_unlink(char const* path)
-{
-    if (plan.watched)
-        plan.endings += endingOf(path);
-    return fails("unlink") ? -1 : __real_unlink(path);
-}
-int __wrap_fchown(int fd, uid_t user, gid_t group)
-{
-    return fails("fchown") ? -1 : __real_fchown(fd, user, group);
-}
-int __wrap_fchmod(int fd, mode_t mode)
-{
-    return fails("fchmod") ? -1 : __real_fchmod(fd, mode);
-}
-int __wrap_fstat(int fd, struct stat* status)
-{
-    if (fails("fstat"))
-        return -1;
-    int const rc = __real_fstat(fd, status);
-    std::error_code ignored;
-    std::string const link = "/proc/self/fd/" + std::to_string(fd);
-    if (plan.watched && plan.otherDisk &&
-        std::filesystem::read_symlink(link, ignored).string().find(".zjn") != std::string::npos)
-        ++status->st_dev;
-    return rc;
-}
-int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
-{
-    return fails("fallocate") ? -1 : __real_fallocate(fd, mode, offset, length);
-}
-int __wrap_fcntl(int fd, int command, ...)
-{
-    va_list more;
-    va_start(more, command);
-    void* const argument = va_arg(more, void*);
-    va_end(more);
-    return fails("fcntl") ? -1 : __real_fcntl(fd, command, argument);
-}
-int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
-{
-    EXPECT_EQ(0, offset);  // all of the file
-    EXPECT_EQ(0, length);
-    if (flags == SYNC_FILE_RANGE_WRITE) {
-        ++plan.starts;
-        errno = EIO;
-        return -1;
-    }
-    EXPECT_EQ(static_cast<unsigned>(SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE |
-                                    SYNC_FILE_RANGE_WAIT_AFTER),
-              flags);
-    return fails("sync_file_range") ? -1 : __real_sync_file_range(fd, offset, length, flags);
-}
-int __wrap_futimens(int fd, timespec const* times)
-{
-    return fails("futimens") ? -1 : __real_futimens(fd, times);
-}
-int __wrap_fstatfs(int fd, struct statfs* system)
-{
-    if (fails("fstatfs"))
-        return -1;
-    int const rc = __real_fstatfs(fd, system);
-    if (plan.system != 0)
-        system->f_type = plan.system;
-    return rc;
-}
-int __wrap_ioctl(int fd, unsigned long request, ...)
-{
-    va_list more;
-    va_start(more, request);
-    void* const argument = va_arg(more, void*);
-    va_end(more);
-    if (fails("ioctl"))
-        return -1;
-    if (plan.system == 0)
-        return __real_ioctl(fd, request, argument);
-    *static_cast<int*>(argument) = plan.flags;
-    return 0;
-}
-}
-
-namespace {
-
-// Watches the calls for a scope.
+// Watches the calls for a scope, and notes what some of them do.
 class Watch {
 public:
-    explicit Watch(Plan const& wanted = Plan())
+    explicit Watch(CallPlan const& wanted = CallPlan()) : watched_(noting(wanted)) {}
+
+    std::vector<Range> writes;  // by pwrite()
+    std::string endings;        // of the journals that were removed, see endingOf()
+    int folderSyncs = 0;
+    int starts = 0;  // of writing to the disk that is not waited for; each fails
+
+private:
+    CallPlan noting(CallPlan plan)
     {
-        plan = wanted;
-        plan.watched = true;
+        plan.before = [this, before = plan.before](SystemCall const& call) {
+            int const end = note(call);
+            return end == 0 && before ? before(call) : end;
+        };
+        return plan;
     }
-    Watch(Watch const&) = delete;
-    Watch& operator=(Watch const&) = delete;
-    ~Watch() { plan.watched = false; }
+
+    int note(SystemCall const& call)
+    {
+        struct stat status;
+        if (call.name == "pwrite")
+            writes.emplace_back(call.offset, call.length);
+        if (call.name == "unlink")
+            endings += endingOf(call.path);
+        if (call.name == "fsync" && fstat(call.fd, &status) == 0 && S_ISDIR(status.st_mode))
+            ++folderSyncs;
+        if (call.name != "sync_file_range")
+            return 0;
+        EXPECT_EQ(0, call.offset);  // all of the file
+        EXPECT_EQ(0u, call.length);
+        if (call.flags == SYNC_FILE_RANGE_WRITE) {
+            ++starts;
+            return EIO;
+        }
+        EXPECT_EQ(SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER,
+                  call.flags);
+        return 0;
+    }
+
+    WatchedCalls const watched_;
 };
+
+// A plan where the files seem to be on a file system of this type, to have these flags there, and
+// the journal to be on another disk.
+CallPlan planOn(long system, int flags = 0, bool otherDisk = false)
+{
+    CallPlan plan;
+    plan.after = [=](SystemCall const& call, ssize_t& result) {
+        if (call.name == "fstatfs") {
+            static_cast<struct statfs*>(call.to)->f_type = system;
+        } else if (call.name == "ioctl") {
+            *static_cast<int*>(call.to) = flags;
+            result = 0;
+        } else if (call.name == "fstat" && otherDisk) {
+            std::error_code ignored;
+            std::string const link = "/proc/self/fd/" + std::to_string(call.fd);
+            if (std::filesystem::read_symlink(link, ignored).string().find(".zjn") !=
+                std::string::npos)
+                ++static_cast<struct stat*>(call.to)->st_dev;
+        }
+    };
+    return plan;
+}
+
+// ---- What is stored ----------------------------------------------------------------------------
 
 // Text and companion of one generation: both say which. The companion of a generation without one
 // is "".
@@ -301,8 +152,6 @@ public:
     ~StoreFileTest() noexcept override {}
 
 protected:
-    void SetUp() override { plan = Plan(); }
-
     // Puts a pair where the store will find it, and nothing that a dead writer leaves.
     void put(Pair const& pair)
     {
@@ -355,17 +204,28 @@ protected:
         file.commit(viewOf(text), ZStoreFile::Companion());
     }
 
+    // A plan that reads the journal into `journal`, just before the text is written.
+    CallPlan keepingJournal(std::string& journal) const
+    {
+        CallPlan plan;
+        plan.before = [&](SystemCall const& call) {
+            if (call.name == "pwrite" && journal.empty())
+                journal = directory_.read(".conf.zjn");
+            return 0;
+        };
+        return plan;
+    }
+
     // Stores in a child that ends at its n-th call; returns false when it got through. Its calls
     // `failAt` and `failAlso` fail.
     bool storeUpTo(int n, Pair const& pair, int failAt = 0, int failAlso = 0)
     {
         pid_t const child = fork();
         if (child == 0) {
-            Plan dying;
+            CallPlan dying;
             dying.dieAt = n;
             dying.failAt = failAt;
             dying.failAlso = failAlso;
-            dying.error = EIO;
             try {
                 Watch const watch(dying);
                 store(pair);
@@ -376,9 +236,10 @@ protected:
         }
         int status = 0;
         EXPECT_EQ(child, waitpid(child, &status, 0));
-        EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == kDied))
+        EXPECT_TRUE(WIFEXITED(status) &&
+                    (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == kDiedAtCall))
             << status;
-        return WEXITSTATUS(status) == kDied;
+        return WEXITSTATUS(status) == kDiedAtCall;
     }
 
     // Runs `body` as somebody who is not root, in a child; expects it to return true.
@@ -424,8 +285,6 @@ Shape const kShapes[] = {
 
 // Place and length of what is rewritten in place: behind the common beginning, and before the
 // common end unless that moves.
-using Range = std::pair<off_t, size_t>;
-
 Range rangeOf(std::string const& before, std::string const& after)
 {
     size_t first = 0;
@@ -482,10 +341,11 @@ TEST_F(ZStoreFileCase, FileThatWasMadeForNothingIsRemoved)
 
 TEST_F(ZStoreFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
 {
-    Plan meeting;
-    meeting.before = [this](std::string const& call) {
-        if (call == "fcntl" && directory_.read("conf").empty())
+    CallPlan meeting;
+    meeting.before = [this](SystemCall const& call) {
+        if (call.name == "F_SETLK" && directory_.read("conf").empty())
             directory_.write("conf", "theirs\n");
+        return 0;
     };
     {
         Watch const watch(meeting);
@@ -525,8 +385,8 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
         put(shape.before);
-        Plan shortWrites;
-        shortWrites.shortWrites = true;
+        CallPlan shortWrites;
+        shortWrites.shortTransfers = true;
         {
             Watch const watch(shortWrites);
             store(shape.after);
@@ -550,7 +410,7 @@ TEST_F(ZStoreFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
     Watch const watch;
     ZStoreFile stored(directory_.at(name).c_str(), ZStoreFile::Use::store);
     stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
-    EXPECT_EQ(1, plan.folderSyncs);
+    EXPECT_EQ(1, watch.folderSyncs);
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
@@ -581,23 +441,16 @@ TEST_F(ZStoreFileCase, WritesOnlyWhatDiffers)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         put({c.before, ""});
-        Plan looking;
-        size_t journal = 0;
-        looking.before = [&](std::string const& call) {
-            if (call == "pwrite" && journal == 0)
-                journal = directory_.read(".conf.zjn").size();
-        };
-        {
-            Watch const watch(looking);
-            storeText(c.after);
-        }
+        std::string journal;
+        Watch const watch(keepingJournal(journal));
+        storeText(c.after);
         EXPECT_EQ(c.after, directory_.read("conf"));
-        EXPECT_EQ(c.journalled, journal - 84);
+        EXPECT_EQ(c.journalled, journal.size() - 84);
         if (c.written.second > 0) {
-            ASSERT_EQ(2u, plan.writes.size());  // the other invalidates the journal
-            EXPECT_EQ(c.written, plan.writes[0]);
+            ASSERT_EQ(2u, watch.writes.size());  // the other invalidates the journal
+            EXPECT_EQ(c.written, watch.writes[0]);
         } else {
-            EXPECT_EQ(1u, plan.writes.size());
+            EXPECT_EQ(1u, watch.writes.size());
         }
     }
 }
@@ -679,29 +532,27 @@ TEST_F(ZStoreFileCase, CompanionThatAnotherProgramPutThereIsSynced)
         SCOPED_TRACE(c.name);
         put(kShort);
         std::string first;
-        Plan elsewhere;
-        elsewhere.system = c.system;
-        elsewhere.before = [&](std::string const& call) {
-            if (call.find("sync") != std::string::npos && first.empty())
-                first = call;
+        CallPlan elsewhere = planOn(c.system);
+        elsewhere.before = [&](SystemCall const& call) {
+            if (call.name.find("sync") != std::string::npos && first.empty())
+                first = call.name;
             // All of this comes before the journal, whose own sync takes the rest along.
-            if (first.empty() && call == "open") {
+            if (first.empty() && call.name == "open") {
                 EXPECT_EQ("(missing)", directory_.read(".conf.zjn.new"));
             }
+            return 0;
         };
         {
             Watch const watch(elsewhere);
             store({kLong.text, kShort.companion});
+            EXPECT_EQ(c.folderSyncs, watch.folderSyncs);
         }
         EXPECT_EQ(c.call, first);
-        EXPECT_EQ(c.folderSyncs, plan.folderSyncs);
         // When that fails nothing is acknowledged.
         put(kShort);
-        elsewhere.before = [&](std::string const& call) {
-            if (call == c.call && plan.failAt == 0)
-                plan.failAt = plan.calls;
+        elsewhere.before = [&](SystemCall const& call) {
+            return call.name == c.call && callPlan.failed.empty() ? EIO : 0;
         };
-        elsewhere.error = EIO;
         try {
             Watch const watch(elsewhere);
             store({kLong.text, kShort.companion});
@@ -731,11 +582,11 @@ TEST_F(ZStoreFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
             EXPECT_EQ(23456u, status.st_gid) << path;
         }
     };
-    Plan looking;
-    looking.before = [&](std::string const& call) {
-        if (call == "fallocate") {
+    CallPlan looking;
+    looking.before = [&](SystemCall const& call) {
+        if (call.name == "fallocate")
             look(journal_);
-        }
+        return 0;
     };
     {
         Watch const watch(looking);
@@ -754,10 +605,11 @@ TEST_F(ZStoreFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
     ASSERT_EQ(0, chmod(path_.c_str(), 0644));
     asNobody([&] {
         struct stat journal = {};
-        Plan looking;
-        looking.before = [&](std::string const& call) {
-            if (call == "pwrite" && journal.st_mode == 0)
+        CallPlan looking;
+        looking.before = [&](SystemCall const& call) {
+            if (call.name == "pwrite" && journal.st_mode == 0)
                 stat(journal_.c_str(), &journal);
+            return 0;
         };
         {
             Watch const watch(looking);
@@ -794,13 +646,11 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         std::string waits;
-        Plan elsewhere;
-        elsewhere.system = c.system;
-        elsewhere.flags = c.flags;
-        elsewhere.otherDisk = c.otherDisk;
-        elsewhere.before = [&waits](std::string const& call) {
-            if (call.find("sync") != std::string::npos)
-                waits += call + " ";
+        CallPlan elsewhere = planOn(c.system, c.flags, c.otherDisk);
+        elsewhere.before = [&waits](SystemCall const& call) {
+            if (call.name.find("sync") != std::string::npos)
+                waits += call.name + " ";
+            return 0;
         };
         put(kPlain);
         {
@@ -812,23 +662,24 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         std::filesystem::remove(path_);
         Watch const watch(elsewhere);
         storeText(kPlain.text);
-        EXPECT_EQ(1, plan.folderSyncs);
+        EXPECT_EQ(1, watch.folderSyncs);
     }
 }
 
 TEST_F(ZStoreFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
 {
     put(kShort);
-    Plan failing;
-    failing.error = EINVAL;
-    failing.before = [](std::string const& call) {
-        if (call == "fsync" || call == "fdatasync")
-            plan.failAt = plan.calls;
+    std::set<std::string> failed;
+    CallPlan failing;
+    failing.before = [&](SystemCall const& call) {
+        if (call.name != "fsync" && call.name != "fdatasync")
+            return 0;
+        failed.insert(call.name);
+        return EINVAL;
     };
     Watch const watch(failing);
     store(kLong);
-    EXPECT_NE(std::string::npos, plan.failed.find("fsync"));
-    EXPECT_NE(std::string::npos, plan.failed.find("fdatasync"));
+    EXPECT_EQ((std::set<std::string>{"fdatasync", "fsync"}), failed);
     EXPECT_EQ(kLong.text, directory_.read("conf"));
 }
 
@@ -928,7 +779,7 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
                 SCOPED_TRACE(call);
                 put(shape.before);
                 long const descriptors = openDescriptors();
-                Plan failing;
+                CallPlan failing;
                 failing.failAt = call;
                 failing.error = error;
                 bool raised = false;
@@ -941,13 +792,13 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
                         raised = true;
                         EXPECT_EQ(error, failure.error);
                     }
-                    reached = !plan.failed.empty();
+                    reached = !callPlan.failed.empty();
                 }
                 EXPECT_EQ(descriptors, openDescriptors());
                 EXPECT_TRUE(reached || !raised);
-                EXPECT_EQ(raised ? shape.before : shape.after, load()) << plan.failed;
+                EXPECT_EQ(raised ? shape.before : shape.after, load()) << callPlan.failed;
                 EXPECT_EQ(directory_.names().find(".conf"), std::string::npos)
-                    << directory_.names() << " " << plan.failed;
+                    << directory_.names() << " " << callPlan.failed;
                 if (HasFailure())
                     return;
                 if (!reached)
@@ -971,15 +822,14 @@ TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
             Watch const watch;
             store(pair[1]);
         }
-        int const calls = plan.calls;
+        int const calls = callPlan.calls;
         for (int first = 1; first <= calls; ++first)
             for (int second = first + 1;; ++second) {
                 SCOPED_TRACE(std::to_string(first) + " and " + std::to_string(second));
                 put(pair[0]);
-                Plan failing;
+                CallPlan failing;
                 failing.failAt = first;
                 failing.failAlso = second;
-                failing.error = EIO;
                 bool raised = false;
                 {
                     Watch const watch(failing);
@@ -991,11 +841,11 @@ TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
                 }
                 Pair const found = load();
                 EXPECT_TRUE(found == pair[1] || (raised && found == pair[0]))
-                    << plan.failed << " " << found;
+                    << callPlan.failed << " " << found;
                 news += raised && found == pair[1];
                 if (HasFailure())
                     return;
-                if (second > plan.calls)
+                if (second > callPlan.calls)
                     break;
             }
     }
@@ -1006,15 +856,14 @@ TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
 {
     // Another program, which knows of no lock, appends while the journal cannot be written.
     put(kLong);
-    Plan failing;
-    failing.error = ENOSPC;
-    failing.before = [&](std::string const& call) {
-        if (call != "write")
-            return;
+    CallPlan failing;
+    failing.before = [&](SystemCall const& call) {
+        if (call.name != "write")
+            return 0;
         std::ofstream(path_, std::ios::app) << "more\n";
         timespec const old[] = {{1000, 0}, {1000, 0}};
         utimensat(AT_FDCWD, path_.c_str(), old, 0);
-        plan.failAt = plan.calls;
+        return ENOSPC;
     };
     try {
         Watch const watch(failing);
@@ -1036,13 +885,12 @@ TEST_F(ZStoreFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
             SCOPED_TRACE(shape.name);
             put(shape.before);
             int asked = 0;
-            Plan failing;
-            failing.error = error;
-            failing.before = [&](std::string const& call) {
-                if (call != "fallocate")
-                    return;
+            CallPlan failing;
+            failing.before = [&](SystemCall const& call) {
+                if (call.name != "fallocate")
+                    return 0;
                 ++asked;
-                plan.failAt = error != 0 ? plan.calls : 0;
+                return error;
             };
             Watch const watch(failing);
             store(shape.after);
@@ -1055,16 +903,15 @@ TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
     put(kShort);
     struct stat before;
     ASSERT_EQ(0, stat(path_.c_str(), &before));
-    Plan failing;
-    failing.error = EIO;
-    failing.before = [this](std::string const& call) {
-        if (call != "fsync" || directory_.names().find(".conf.obf.new") == std::string::npos)
-            return;
-        plan.failAt = plan.calls;
-        struct stat meanwhile;
-        ASSERT_EQ(0, stat(path_.c_str(), &meanwhile));
+    CallPlan failing;
+    failing.before = [this](SystemCall const& call) {
+        if (call.name != "fsync" || directory_.names().find(".conf.obf.new") == std::string::npos)
+            return 0;
+        struct stat meanwhile = {};
+        EXPECT_EQ(0, stat(path_.c_str(), &meanwhile));
         EXPECT_LE(2048, meanwhile.st_blocks);
         std::ofstream(path_, std::ios::app) << "more\n";  // that is not cut either
+        return EIO;
     };
     {
         Watch const watch(failing);
@@ -1083,11 +930,9 @@ TEST_F(ZStoreFileCase, CloseOfWhatWasWrittenIsChecked)
     for (int n = 1; reached; ++n) {
         put(kShort);
         int seen = 0;
-        Plan failing;
-        failing.error = EIO;
-        failing.before = [&](std::string const& call) {
-            if (call == "close" && ++seen == n)
-                plan.failAt = plan.calls;
+        CallPlan failing;
+        failing.before = [&](SystemCall const& call) {
+            return call.name == "close" && ++seen == n ? EIO : 0;
         };
         try {
             Watch const watch(failing);
@@ -1108,9 +953,8 @@ TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
         for (int call = 1;; ++call) {
             SCOPED_TRACE(call);
             put(shape.before);
-            Plan failing;
+            CallPlan failing;
             failing.failFrom = call;
-            failing.error = EIO;
             bool raised = false;
             bool reached;
             {
@@ -1120,11 +964,11 @@ TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
                 } catch (ZStoreFile::Failure const&) {
                     raised = true;
                 }
-                reached = !plan.failed.empty();
+                reached = !callPlan.failed.empty();
             }
             Pair const found = load();
             EXPECT_TRUE(found == shape.after || (raised && found == shape.before))
-                << plan.failed << " " << found;
+                << callPlan.failed << " " << found;
             store(kPlain);
             EXPECT_EQ(kPlain, load());
             EXPECT_EQ("conf", directory_.names());
@@ -1141,9 +985,8 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
     put(kShort);
     for (int call = 1;; ++call) {
         SCOPED_TRACE(call);
-        Plan failing;
+        CallPlan failing;
         failing.failAt = call;
-        failing.error = EIO;
         std::string seen;
         bool reached;
         {
@@ -1154,16 +997,16 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
                 seen = failure.call;
                 EXPECT_EQ(path_, failure.file);
             }
-            reached = !plan.failed.empty();
+            reached = !callPlan.failed.empty();
         }
         if (!reached)
             break;
-        std::string const expected = plan.failed == "open"    ? "fopen(r)"
-                                     : plan.failed == "fcntl" ? "fcntl()"
-                                     : plan.failed == "pread" ? "read()"
-                                                              : seen;
-        if (plan.failed != "close" && !seen.empty()) {
-            EXPECT_EQ(expected, seen) << plan.failed;
+        std::string const expected = callPlan.failed == "open"      ? "fopen(r)"
+                                     : callPlan.failed == "F_SETLK" ? "fcntl()"
+                                     : callPlan.failed == "pread"   ? "read()"
+                                                                    : seen;
+        if (callPlan.failed != "close" && !seen.empty()) {
+            EXPECT_EQ(expected, seen) << callPlan.failed;
         }
     }
 }
@@ -1182,7 +1025,7 @@ TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
     bool reached = true;
     for (int call = 1; reached; ++call) {
         SCOPED_TRACE(call);
-        Plan failing;
+        CallPlan failing;
         failing.failAt = call;
         failing.error = EMFILE;
         try {
@@ -1192,7 +1035,7 @@ TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
             EXPECT_EQ(EMFILE, failure.error);
             ++raised;
         }
-        reached = !plan.failed.empty();
+        reached = !callPlan.failed.empty();
     }
     EXPECT_LT(8, raised);
     // The next store does not take it for somebody else's either.
@@ -1239,16 +1082,11 @@ TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
 TEST_F(ZStoreFileCase, ContentsOfACompanionThatGoesDoNotMatter)
 {
     put(kLong);
-    Plan looking;
     ZStoreFile::Companion companion = change(kPlain);
     companion.contents = viewOf(kShort.companion);
     std::string journal;
-    looking.before = [&](std::string const& call) {
-        if (call == "pwrite" && journal.empty())
-            journal = directory_.read(".conf.zjn");
-    };
     ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-    Watch const watch(looking);
+    Watch const watch(keepingJournal(journal));
     file.commit(viewOf(kPlain.text), companion);
     EXPECT_EQ(journalOf(kLong, kPlain, companion_), journal);
 }
@@ -1282,11 +1120,9 @@ TEST_F(ZStoreFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
         SCOPED_TRACE(failed);
         put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
-        Plan failing;
-        failing.error = EIO;
-        failing.before = [failed](std::string const& call) {
-            if (call == failed && plan.failAt == 0)
-                plan.failAt = plan.calls;
+        CallPlan failing;
+        failing.before = [failed](SystemCall const& call) {
+            return call.name == failed && callPlan.failed.empty() ? EIO : 0;
         };
         {
             Watch const watch(failing);
@@ -1327,12 +1163,12 @@ TEST_F(ZStoreFileCase, KilledWhilePuttingBackWithoutTheFirstJournalThePairIsOldO
     auto const lastCall = [this](std::string const& wanted, int failAt) {
         put(kShort);
         int last = 0;
-        Plan looking;
+        CallPlan looking;
         looking.failAt = failAt;
-        looking.error = EIO;
-        looking.before = [&](std::string const& call) {
-            if (call == wanted)
-                last = plan.calls;
+        looking.before = [&](SystemCall const& call) {
+            if (call.name == wanted)
+                last = callPlan.calls;
+            return 0;
         };
         Watch const watch(looking);
         store(kLong);
@@ -1416,16 +1252,17 @@ TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
         chmod(directory_.path().c_str(), 0555);
         asNobody([&] {
             std::string padded = shape.after.text;
-            Plan looking;
-            looking.before = [&](std::string const& call) {
-                if (call == "ftruncate" && padded == shape.after.text)
+            CallPlan looking;
+            looking.before = [&](SystemCall const& call) {
+                if (call.name == "ftruncate" && padded == shape.after.text)
                     padded = directory_.read("conf");
+                return 0;
             };
             Watch const watch(looking);
             store(shape.after);
             Range const range = rangeOf(shape.before.text, shape.after.text);
             size_t const longer = std::max(shape.before.text.size(), padded.size());
-            return (range.second == 0 || (!plan.writes.empty() && plan.writes[0] == range)) &&
+            return (range.second == 0 || (!watch.writes.empty() && watch.writes[0] == range)) &&
                    padded == shape.after.text + std::string(longer - shape.after.text.size(), '\n');
         });
         chmod(directory_.path().c_str(), 0755);
@@ -1446,9 +1283,8 @@ TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
     chmod(directory_.path().c_str(), 0555);
     asNobody([&] {
         for (int call = 1;; ++call) {
-            Plan failing;
+            CallPlan failing;
             failing.failAt = call;
-            failing.error = EIO;
             bool raised = false;
             bool reached;
             {
@@ -1458,13 +1294,13 @@ TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
                 } catch (ZStoreFile::Failure const&) {
                     raised = true;
                 }
-                reached = !plan.failed.empty();
+                reached = !callPlan.failed.empty();
             }
             std::string const text = directory_.read("conf");
             std::string const companion = directory_.read("conf.obf");
             Pair const expected = raised ? kLong : kShort;
             if (text != expected.text || companion != expected.companion) {
-                fprintf(stderr, "call %d, %s\n", call, plan.failed.c_str());
+                fprintf(stderr, "call %d, %s\n", call, callPlan.failed.c_str());
                 return false;
             }
             if (!reached)
@@ -1566,8 +1402,11 @@ TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
     chmod(companion_.c_str(), 0666);
     asNobody([&] {
         std::string calls;
-        Plan noting;
-        noting.before = [&calls](std::string const& call) { calls += call + " "; };
+        CallPlan noting;
+        noting.before = [&calls](SystemCall const& call) {
+            calls += call.name + " ";
+            return 0;
+        };
         {
             Watch const watch(noting);
             store(kLong);
@@ -1807,16 +1646,11 @@ TEST_F(ZStoreFileCase, LargeJournalIsWrittenInPieces)
         }
         put({before, ""});
         std::string journal;
-        Plan looking;
-        looking.before = [&](std::string const& call) {
-            if (call == "pwrite" && journal.empty())
-                journal = directory_.read(".conf.zjn");
-        };
         {
-            Watch const watch(looking);
+            Watch const watch(keepingJournal(journal));
             storeText(after);
+            EXPECT_EQ(c.starts, watch.starts);
         }
-        EXPECT_EQ(c.starts, plan.starts);
         EXPECT_TRUE(journal == journalOf({before, ""}, {after, ""}, ""));
         EXPECT_TRUE(after == directory_.read("conf"));
         directory_.write("conf", after.substr(0, c.length / 2) + before.substr(c.length / 2));
@@ -1836,17 +1670,12 @@ TEST_F(ZStoreFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
     ASSERT_EQ(0u, crcOf(whole.substr(0, whole.size() - 4)));
     put({before, ""});
     std::string written;
-    Plan looking;
-    looking.before = [&](std::string const& call) {
-        if (call == "pwrite" && written.empty())
-            written = directory_.read(".conf.zjn");
-    };
     {
-        Watch const watch(looking);
+        Watch const watch(keepingJournal(written));
         storeText(after);
+        EXPECT_EQ(".", watch.endings);
     }
     EXPECT_EQ(whole, written);
-    EXPECT_EQ(".", plan.endings);
     // One that comes back behind the store does not take an edit for an interrupted rewrite.
     Pair const edited = {before.substr(0, 20) + after.substr(20), ""};
     put(edited);
@@ -1958,16 +1787,17 @@ TEST_F(ZStoreFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
         directory_.write("conf", torn);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
         int opened = 0;
-        Plan racing;
-        racing.before = [&](std::string const& call) {
-            if (call != "open" || ++opened != 2)  // the first is the file's
-                return;
+        CallPlan racing;
+        racing.before = [&](SystemCall const& call) {
+            if (call.name != "open" || ++opened != 2)  // the first is the file's
+                return 0;
             if (linked) {
                 EXPECT_EQ(0, rename(journal_.c_str(), second.c_str()));
                 EXPECT_EQ(0, symlink(second.c_str(), journal_.c_str()));
             } else {
                 EXPECT_EQ(0, link(journal_.c_str(), second.c_str()));
             }
+            return 0;
         };
         std::string found;
         try {
@@ -2022,7 +1852,7 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
         directory_.write(".conf.zjn.new", journalOf(shape.before, shape.after, companion_));
         Watch const watch;
         store(shape.after);
-        EXPECT_EQ("..", plan.endings);
+        EXPECT_EQ("..", watch.endings);
     }
     // One that is about somebody else's text is put aside.
     put(kPlain);
@@ -2031,32 +1861,25 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
     EXPECT_EQ(".", endingOf(directory_.at(".conf.zjn.orphan").c_str()));
     // One that did not get its name.
     put(kShort);
-    Plan failing;
-    failing.error = EIO;
-    failing.before = [](std::string const& call) {
-        if (call == "rename")
-            plan.failAt = plan.calls;
-    };
+    CallPlan failing;
+    failing.failing["rename"] = EIO;
     Watch const watch(failing);
     EXPECT_THROW(store(kLong), ZStoreFile::Failure);
-    EXPECT_EQ(".", plan.endings);
+    EXPECT_EQ(".", watch.endings);
 }
 
 TEST_F(ZStoreFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
 {
     put(kPlain);
-    Plan failing;
-    failing.error = EIO;
-    failing.system = XFS_SUPER_MAGIC;
+    CallPlan failing = planOn(XFS_SUPER_MAGIC);
     int writes = 0;
-    failing.before = [&](std::string const& call) {
-        if (call == "pwrite" && ++writes == 2)  // the first is the text's
-            plan.failAt = plan.calls;
+    failing.before = [&](SystemCall const& call) {
+        return call.name == "pwrite" && ++writes == 2 ? EIO : 0;  // the first is the text's
     };
     Watch const watch(failing);
     storeText(kLong.text);
-    EXPECT_EQ("?", plan.endings);
-    EXPECT_EQ(1, plan.folderSyncs);
+    EXPECT_EQ("?", watch.endings);
+    EXPECT_EQ(1, watch.folderSyncs);
 }
 
 TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
@@ -2176,12 +1999,13 @@ TEST_F(ZStoreFileCase, SecondNamesOfTheFileDoNotCostItsLock)
         put(kShort);
         ASSERT_EQ(0, link(path_.c_str(), directory_.at(name).c_str()));
         int looks = 0;
-        Plan looking;
-        looking.before = [&](std::string const& call) {
-            if (call != "pwrite")
-                return;
+        CallPlan looking;
+        looking.before = [&](SystemCall const& call) {
+            if (call.name != "pwrite")
+                return 0;
             ++looks;
             EXPECT_FALSE(isFree(path_));
+            return 0;
         };
         {
             Watch const watch(looking);
