@@ -4,24 +4,23 @@
 // again: of what had not been synced by then the disk has any sectors, any sizes and any names; in
 // the place of a sector that it has not, a new file shows what a removed one had there.
 #include <Z/ZStoreFile_p.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "SystemCalls.h"
 #include "TestDirectory.h"
 
 // ---- Writing down ------------------------------------------------------------------------------
@@ -40,159 +39,94 @@ struct Step {
     std::string newName;
 };
 
-// What the calls below note while they are watched.
+// What the calls did while they were watched.
 struct Notes {
-    bool watched = false;
-    bool logsNames = false;  // the file system says that a sync of a file covers its name
     std::vector<Step> steps;
     std::map<std::string, int> files;  // by path
     std::map<int, int> open;           // file by descriptor
     std::map<int, size_t> position;    // by descriptor
     int count = 0;                     // of files
-    int calls = 0;                     // that may fail
-    int failAt = 0;                    // number of the one that does, counted from 1
-    bool dies = false;                 // so do all that follow it
 };
 Notes notes;
 
-bool fails()
+void noteOpen(SystemCall const& call, int fd)
 {
-    if (!notes.watched)
-        return false;
-    ++notes.calls;
-    errno = EIO;
-    return notes.failAt > 0 &&
-           (notes.dies ? notes.calls >= notes.failAt : notes.calls == notes.failAt);
+    bool const isFolder = (call.flags & O_DIRECTORY) != 0;
+    if (!isFolder && notes.files.count(call.path) == 0) {
+        notes.files[call.path] = ++notes.count;
+        notes.steps.push_back({Step::make, notes.count, 0, "", call.path, ""});
+    }
+    notes.open[fd] = isFolder ? kFolder : notes.files[call.path];
+    notes.position[fd] = 0;
 }
 
-void noteWrite(int fd, void const* from, ssize_t length, size_t offset)
+void noteWrite(SystemCall const& call, size_t offset, size_t length)
 {
-    auto const file = notes.open.find(fd);
-    if (notes.watched && length > 0 && file != notes.open.end())
+    auto const file = notes.open.find(call.fd);
+    if (length > 0 && file != notes.open.end())
         notes.steps.push_back({Step::write,
                                file->second,
                                offset,
-                               {static_cast<char const*>(from), static_cast<size_t>(length)},
+                               {static_cast<char const*>(call.from), length},
                                "",
                                ""});
 }
 
-int noteSync(Step::Kind kind, int fd, int rc)
+void noteSync(Step::Kind kind, int fd)
 {
     auto const file = notes.open.find(fd);
-    if (notes.watched && rc == 0 && file != notes.open.end())
+    if (file != notes.open.end())
         notes.steps.push_back({kind, file->second, 0, "", "", ""});
-    return rc;
 }
 
-}  // namespace
-
-extern "C" {
-int __real_open(char const*, int, ...);
-int __real_close(int);
-ssize_t __real_write(int, void const*, size_t);
-ssize_t __real_pwrite(int, void const*, size_t, off_t);
-int __real_fsync(int);
-int __real_fdatasync(int);
-int __real_ftruncate(int, off_t);
-int __real_rename(char const*, char const*);
-int __real_unlink(char const*);
-int __real_fstatfs(int, struct statfs*);
-int __real_ioctl(int, unsigned long, ...);
-int __real_sync_file_range(int, off_t, off_t, unsigned);
-
-int __wrap_open(char const* path, int flags, ...)
+// Notes a call that went well.
+void note(SystemCall const& call, ssize_t result)
 {
-    va_list more;
-    va_start(more, flags);
-    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
-    va_end(more);
-    int const fd = fails() ? -1 : __real_open(path, flags, mode);
-    if (!notes.watched || fd < 0)
-        return fd;
-    if ((flags & O_DIRECTORY) == 0 && notes.files.count(path) == 0) {
-        notes.files[path] = ++notes.count;
-        notes.steps.push_back({Step::make, notes.count, 0, "", path, ""});
-    }
-    notes.open[fd] = (flags & O_DIRECTORY) != 0 ? kFolder : notes.files[path];
-    notes.position[fd] = 0;
-    return fd;
-}
-int __wrap_close(int fd)
-{
-    notes.open.erase(fd);
-    return __real_close(fd);
-}
-ssize_t __wrap_write(int fd, void const* from, size_t length)
-{
-    ssize_t const n = fails() ? -1 : __real_write(fd, from, length);
-    noteWrite(fd, from, n, notes.position[fd]);
-    notes.position[fd] += static_cast<size_t>(std::max<ssize_t>(n, 0));
-    return n;
-}
-ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
-{
-    ssize_t const n = fails() ? -1 : __real_pwrite(fd, from, length, offset);
-    noteWrite(fd, from, n, static_cast<size_t>(offset));
-    return n;
-}
-int __wrap_fsync(int fd)
-{
-    return noteSync(Step::sync, fd, fails() ? -1 : __real_fsync(fd));
-}
-int __wrap_fdatasync(int fd)
-{
-    return noteSync(Step::sync, fd, fails() ? -1 : __real_fdatasync(fd));
-}
-int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
-{
-    int const rc = fails() ? -1 : __real_sync_file_range(fd, offset, length, flags);
-    unsigned const all =
+    constexpr int kAll =
         SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    return offset == 0 && length == 0 && flags == all ? noteSync(Step::reach, fd, rc) : rc;
-}
-int __wrap_ftruncate(int fd, off_t length)
-{
-    if (fails())
-        return -1;
-    if (notes.watched)
-        notes.steps.push_back(
-            {Step::cut, notes.open.at(fd), static_cast<size_t>(length), "", "", ""});
-    return __real_ftruncate(fd, length);
-}
-int __wrap_rename(char const* from, char const* to)
-{
-    int const rc = fails() ? -1 : __real_rename(from, to);
-    if (notes.watched && rc == 0) {
-        notes.steps.push_back({Step::rename, notes.files.at(from), 0, "", from, to});
-        notes.files[to] = notes.files.at(from);
-        notes.files.erase(from);
+    auto const length = static_cast<size_t>(result);
+    if (call.name == "open") {
+        noteOpen(call, static_cast<int>(result));
+    } else if (call.name == "close") {
+        notes.open.erase(call.fd);
+    } else if (call.name == "write") {
+        noteWrite(call, notes.position[call.fd], length);
+        notes.position[call.fd] += length;
+    } else if (call.name == "pwrite") {
+        noteWrite(call, static_cast<size_t>(call.offset), length);
+    } else if (call.name == "fsync" || call.name == "fdatasync") {
+        noteSync(Step::sync, call.fd);
+    } else if (call.name == "sync_file_range") {
+        if (call.offset == 0 && call.length == 0 && call.flags == kAll)
+            noteSync(Step::reach, call.fd);
+    } else if (call.name == "ftruncate") {
+        notes.steps.push_back({Step::cut, notes.open.at(call.fd), call.length, "", "", ""});
+    } else if (call.name == "rename") {
+        int const file = notes.files.at(call.path);
+        notes.steps.push_back({Step::rename, file, 0, "", call.path, call.newPath});
+        notes.files.erase(call.path);
+        notes.files[call.newPath] = file;
+    } else if (call.name == "unlink") {
+        notes.steps.push_back({Step::remove, notes.files.at(call.path), 0, "", call.path, ""});
+        notes.files.erase(call.path);
     }
-    return rc;
-}
-int __wrap_unlink(char const* path)
-{
-    int const rc = fails() ? -1 : __real_unlink(path);
-    if (notes.watched && rc == 0) {
-        notes.steps.push_back({Step::remove, notes.files.at(path), 0, "", path, ""});
-        notes.files.erase(path);
-    }
-    return rc;
-}
-int __wrap_fstatfs(int fd, struct statfs* system)
-{
-    int const rc = __real_fstatfs(fd, system);
-    system->f_type = notes.logsNames ? XFS_SUPER_MAGIC : EXT2_SUPER_MAGIC;
-    return rc;
-}
-int __wrap_ioctl(int, unsigned long, ...)
-{
-    errno = ENOTTY;
-    return -1;
-}
 }
 
-namespace {
+// A plan that notes the calls, on a file system that says whether a sync of a file covers its name.
+CallPlan noting(bool logsNames)
+{
+    CallPlan plan;
+    plan.after = [logsNames](SystemCall const& call, ssize_t& result) {
+        if (call.name == "fstatfs")
+            static_cast<struct statfs*>(call.to)->f_type =
+                logsNames ? XFS_SUPER_MAGIC : EXT2_SUPER_MAGIC;
+        else if (call.name == "ioctl")
+            result = -1;  // there are no flags
+        else if (result >= 0)
+            note(call, result);
+    };
+    return plan;
+}
 
 // ---- The disk ----------------------------------------------------------------------------------
 
@@ -401,12 +335,11 @@ public:
     ~PowerCutTest() noexcept override {}
 
 protected:
-    void SetUp() override
+    void watch()
     {
         notes = Notes();
-        notes.logsNames = GetParam();
+        watched_.emplace(noting(GetParam()));
     }
-    void TearDown() override { notes.watched = false; }
 
     // Stores a generation, and notes that it is acknowledged.
     void store(Generation const& next)
@@ -431,16 +364,15 @@ protected:
     bool storeFailing(Generation const& next, int n, bool dies)
     {
         size_t const before = notes.steps.size();
-        notes.calls = 0;
-        notes.failAt = n;
-        notes.dies = dies;
+        callPlan.calls = 0;
+        (dies ? callPlan.failFrom : callPlan.failAt) = n;
         try {
             store(next);
         } catch (ZStoreFile::Failure const&) {
             attempt_ = {before, dies ? ~size_t{0} : notes.steps.size(), next};
         }
-        notes.failAt = 0;
-        return notes.calls >= n;
+        callPlan.failAt = callPlan.failFrom = 0;
+        return callPlan.calls >= n;
     }
 
     // What another program does: it knows nothing of a journal.
@@ -465,14 +397,14 @@ protected:
     // Cuts the power behind every step, many times.
     void cutPowerEverywhere(size_t atLeast = 70, unsigned cuts = kCuts)
     {
-        notes.watched = false;
+        watched_.reset();
         size_t states = 0;
         for (size_t end = acknowledged_.front(); end <= notes.steps.size(); ++end) {
             auto const behind = std::upper_bound(acknowledged_.begin(), acknowledged_.end(), end);
             auto const last = static_cast<size_t>(behind - acknowledged_.begin()) - 1;
             size_t const next = std::min(last + 1, generations_.size() - 1);
             for (unsigned seed = 1; seed <= cuts; ++seed, ++states) {
-                Disk disk(seed * 7919 + static_cast<unsigned>(end), notes.logsNames);
+                Disk disk(seed * 7919 + static_cast<unsigned>(end), GetParam());
                 for (size_t i = 0; i < end; ++i)
                     disk.run(notes.steps[i]);
                 put(disk.cutPower());
@@ -518,7 +450,8 @@ protected:
     TestDirectory const directory_{TestDirectory::Place::memory};
     std::string const path_ = directory_.at("conf");
     std::string const companion_ = directory_.at("conf.obf");
-    std::vector<size_t> acknowledged_;  // number of the steps before, for each generation
+    std::optional<WatchedCalls> watched_;  // until the power is cut
+    std::vector<size_t> acknowledged_;     // number of the steps before, for each generation
     std::vector<Generation> generations_;
 
     // A store that failed, behind the first generation: what may be there, from which step to
@@ -538,7 +471,7 @@ INSTANTIATE_TEST_SUITE_P(NamesSyncedWithFiles, ZStoreFilePowerCut, testing::Bool
 
 TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
 {
-    notes.watched = true;
+    watch();
     store(generation('a', 'a', 1000, "1"));
     store(generation('b', 'b', 1000, "2"));
     store(generation('b', 'a', 1000, "3"));
@@ -552,7 +485,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
 TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
 {
     // Of one length, so that a journal fits exactly where an earlier one was.
-    notes.watched = true;
+    watch();
     store(generation('a', 'a', 1000, ""));
     for (char const* halves : {"bb", "ba", "ab", "cc", "ca", "aa", "bb", "ba"})
         store(generation(halves[0], halves[1], 1000, ""));
@@ -566,7 +499,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
             std::string(700, '-') + std::string(length, middle) + std::string(1500, '+') + "\n",
             ""};
     };
-    notes.watched = true;
+    watch();
     store(text('a', 10));
     store(text('b', 900));
     store(text('b', 901));
@@ -580,7 +513,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
 
 TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasEdited)
 {
-    notes.watched = true;
+    watch();
     store(generation('a', 'a', 200, ""));
     for (int i = 0; i < 4; ++i) {
         store(generation('b', 'b', 200, ""));
@@ -593,7 +526,7 @@ TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasEdited)
 TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasNotSyncedOnceTheJournalIsThere)
 {
     Generation const edited = generation('b', 'b', 2000, "");
-    notes.watched = true;
+    watch();
     store(generation('a', 'a', 2000, ""));
     edit(edited, false);
     size_t const before = notes.steps.size();
@@ -617,12 +550,10 @@ TEST_P(ZStoreFilePowerCut, LeavesTheOldPairOrTheNextWhereAStoreFails)
             for (int n = 1; !HasFailure(); ++n) {
                 SCOPED_TRACE(n);
                 put({});
-                notes = Notes();
-                notes.logsNames = GetParam();
                 acknowledged_.clear();
                 generations_.clear();
                 attempt_ = Attempt();
-                notes.watched = true;
+                watch();
                 store(first);
                 if (!storeFailing(other, n, dies))
                     break;
