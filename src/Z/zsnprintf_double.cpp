@@ -34,6 +34,7 @@ constexpr int kExactDecimals = 17;
 constexpr int kMostScale = 19;
 constexpr int kQuickPrecision = 40;
 constexpr size_t kQuickSize = 400;
+static_assert(kQuickSize > 2 + std::numeric_limits<double>::max_exponent10 + 1 + kQuickPrecision);
 
 constexpr uint64_t kPowersOf10[kMostScale + 1] = {1ull,
                                                   10ull,
@@ -68,6 +69,7 @@ struct Magnitude {
     int exponent;
 };
 
+// Splits a finite value. False when it is not in the form that the arithmetic below takes.
 bool split(double value, Magnitude& magnitude)
 {
     constexpr uint64_t kHiddenBit = uint64_t{1} << 52;
@@ -77,7 +79,7 @@ bool split(double value, Magnitude& magnitude)
     bits &= kHiddenBit - 1;
     magnitude.mantissa = biased == 0 ? bits : bits | kHiddenBit;
     magnitude.exponent = std::max(biased, 1) - 1075;
-    return biased != 0x7FF;
+    return true;
 }
 
 bool split(long double value, Magnitude& magnitude)
@@ -89,8 +91,8 @@ bool split(long double value, Magnitude& magnitude)
         memcpy(&signAndExponent, reinterpret_cast<char const*>(&value) + sizeof magnitude.mantissa,
                sizeof signAndExponent);
         int const biased = signAndExponent & 0x7FFF;
-        magnitude.exponent = biased - 16446;
-        return biased != 0x7FFF && (value == 0 || magnitude.mantissa >> 63 == 1);
+        magnitude.exponent = std::max(biased, 1) - 16446;
+        return true;
     } else {
         return false;
     }
@@ -127,7 +129,8 @@ char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
     uint64_t whole = 0;
     uint64_t fraction = 0;
     if (magnitude.exponent > 0) {
-        if (magnitude.mantissa != 0 && magnitude.exponent > __builtin_clzll(magnitude.mantissa))
+        // A mantissa of 0 has the lowest exponent.
+        if (magnitude.exponent > __builtin_clzll(magnitude.mantissa))
             return nullptr;
         whole = magnitude.mantissa << magnitude.exponent;
     } else if (int const shift = -magnitude.exponent; shift == 0) {
@@ -266,11 +269,10 @@ char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int pr
         std::chars_format const format = isFixed     ? std::chars_format::fixed
                                          : isGeneral ? std::chars_format::general
                                                      : std::chars_format::scientific;
-        auto const [last, error] = std::to_chars(at, end, std::fabs(value), format, precision);
-        if (error == std::errc())
-            return last;
+        return std::to_chars(at, end, std::fabs(value), format, precision).ptr;
+    } else {
+        return nullptr;
     }
-    return nullptr;
 }
 
 // Writes a value where flags and locale allow it to be done here. Returns the length, 0 when it is
@@ -313,10 +315,15 @@ size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int pre
     return length;
 }
 
+bool isNoAscii(char c)
+{
+    return static_cast<unsigned char>(c) > 0x7F;
+}
+
 // Lets the platform write a value into `text` of `size` bytes. Returns the length that it needs,
-// negative when the platform cannot.
+// negative when the platform cannot. A `width` of 0 is none.
 int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
-                    int precision, char* text, size_t size)
+                    int width, int precision, char* text, size_t size)
 {
     constexpr char kLetters[] = {'e', 'f', 'g', 'e', 'f', 'g'};
     constexpr char kUpperLetters[] = {'E', 'f', 'G', 'E', 'f', 'G'};
@@ -325,10 +332,10 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
     bool const isUpper = conversion.flags & zprintfUpperExponent;
     char const letter = isUpper ? kUpperLetters[row] : kLetters[row];
 
-    char format[sizeof "%# +'.2147483647Lf"];
+    char format[sizeof "%# +'*.2147483647Lf"];
     char* at = format;
     constexpr uint32_t kShapes = zprintfAlternate | zprintfBlank | zprintfPlus | zprintfGrouped;
-    if (!(conversion.flags & kShapes)) {
+    if (width == 0 && !(conversion.flags & kShapes)) {
         // What snprintf does in the end, without its way there.
         *at++ = '%';
         *at++ = '.';
@@ -347,14 +354,15 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
         *at++ = '+';
     if (conversion.flags & zprintfGrouped)
         *at++ = '\'';
+    *at++ = '*';
     *at++ = '.';
     *at++ = '*';
     if (isLong)
         *at++ = 'L';
     *at++ = letter;
     *at = '\0';
-    return isLong ? snprintf(text, size, format, precision, argument.value.longReal)
-                  : snprintf(text, size, format, precision, argument.value.real);
+    return isLong ? snprintf(text, size, format, width, precision, argument.value.longReal)
+                  : snprintf(text, size, format, width, precision, argument.value.real);
 }
 
 }  // namespace
@@ -376,12 +384,13 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
     size_t length = isLong ? writeQuickly(conversion, argument.value.longReal, precision, scratch)
                            : writeQuickly(conversion, argument.value.real, precision, scratch);
     int64_t zerosBehind = 0;
+    int64_t uncounted = 0;  // bytes that take nothing of the width
     if (length == 0) {
         int const shown = std::min(precision, kMostPrecision);
         // Without a width and zeros to add, the platform writes where the text belongs.
         if (params.width == 0 && shown == precision && room > 0)
-            return writeByPlatform(conversion, argument, shown, out, room + 1);
-        int const needed = writeByPlatform(conversion, argument, shown, scratch, sizeof scratch);
+            return writeByPlatform(conversion, argument, 0, shown, out, room + 1);
+        int const needed = writeByPlatform(conversion, argument, 0, shown, scratch, sizeof scratch);
         if (needed < 0)
             return -1;
         length = static_cast<size_t>(needed);
@@ -389,8 +398,16 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
             block.reset(static_cast<char*>(malloc(length + 1)));
             if (block == nullptr)
                 return -1;
-            writeByPlatform(conversion, argument, shown, block.get(), length + 1);
+            writeByPlatform(conversion, argument, 0, shown, block.get(), length + 1);
             text = block.get();
+        }
+        // A point or a separator of several bytes may be one to the width: so many as the platform
+        // goes on padding when a width of all the bytes is asked for.
+        if (params.width != 0 && std::any_of(text, text + length, isNoAscii)) {
+            int const padded = writeByPlatform(conversion, argument, needed, shown, nullptr, 0);
+            if (padded < 0)
+                return -1;
+            uncounted = padded - needed;
         }
         // Only finite values come here. %g ends in no zeros, unless # keeps them.
         bool const isGeneral =
@@ -402,7 +419,7 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
     // Sign, zeros of the width, digits, zeros of the precision, exponent.
     int64_t const width = params.width;
     int64_t const needed = static_cast<int64_t>(length) + zerosBehind;
-    int64_t const pad = std::max<int64_t>((width < 0 ? -width : width) - needed, 0);
+    int64_t const pad = std::max<int64_t>((width < 0 ? -width : width) - needed + uncounted, 0);
     Output output(out, room);
     if (pad == 0 && zerosBehind == 0) {
         output.put(text, length);

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -143,6 +144,23 @@ TEST_F(zsnprintfGrid, WritesEveryExponentAsThePlatform)
                     ASSERT_EQ(platformText(format, {value}), out) << format;
                 }
             }
+        }
+    }
+}
+
+TEST_F(zsnprintfGrid, WritesTheSmallestLongDoublesAsThePlatform)
+{
+    // Those with the full exponent and the full precision, and those with less.
+    using Limits = std::numeric_limits<long double>;
+    long double const least = Limits::min();
+    for (long double const value : {Limits::denorm_min(), 3 * Limits::denorm_min(), least / 2,
+                                    least, std::nextafter(least, 0.0L), -least / 4, 0.0L, -0.0L}) {
+        for (char const* format : {"%Le", "%Lf", "%Lg", "%.17Le", "%.0Le", "%#Lg", "%.4970Lf"}) {
+            std::string const expected = platformText(format, {value});
+            std::string out(expected.size() + 1, '~');
+            EXPECT_EQ(static_cast<int>(expected.size()),
+                      zsnprintf_6_0(out.data(), static_cast<int>(out.size()), format, value));
+            EXPECT_STREQ(expected.c_str(), out.c_str()) << format;
         }
     }
 }

@@ -2,6 +2,7 @@
 #include <Z/zsnprintf.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <locale.h>
 #include <qvr.h>
 
 #include <algorithm>
@@ -92,6 +93,32 @@ std::string withPoint(std::string text)
     std::replace(text.begin(), text.end(), '.', shown[1]);
     return text;
 }
+
+// Gives the thread a locale whose point and separator have two bytes each, where it is installed.
+class LocaleOfLongPoint {
+public:
+    LocaleOfLongPoint()
+    {
+        zgetLocalCodesetName_6_0();  // is not that of this locale
+        if (isThere())
+            before_ = uselocale(locale_);
+    }
+    LocaleOfLongPoint(LocaleOfLongPoint const&) = delete;
+    LocaleOfLongPoint& operator=(LocaleOfLongPoint const&) = delete;
+    ~LocaleOfLongPoint()
+    {
+        if (!isThere())
+            return;
+        uselocale(before_);
+        freelocale(locale_);
+    }
+
+    bool isThere() const { return locale_ != nullptr; }
+
+private:
+    locale_t const locale_ = newlocale(LC_CTYPE_MASK | LC_NUMERIC_MASK, "ps_AF.UTF-8", nullptr);
+    locale_t before_ = nullptr;
+};
 
 bool localCodesetIs(char const* name)
 {
@@ -284,6 +311,29 @@ TEST(zsnprintf, CountsEveryArgumentOnceHoweverManyThereAre)
     // Three conversions with nine arguments, then with ten.
     EXPECT_EQ("  1  2  3", text("%*.*d%*.*d%*.*d", 3, 1, 1, 3, 1, 2, 3, 1, 3));
     EXPECT_EQ("  1  2  34", text("%*.*d%*.*d%*.*d%d", 3, 1, 1, 3, 1, 2, 3, 1, 3, 4));
+}
+
+TEST(zsnprintf, PadsPointsOfSeveralBytesAsThePlatformDoes)
+{
+    LocaleOfLongPoint const locale;
+    if (!locale.isThere())
+        GTEST_SKIP() << "the locale is not there";
+    EXPECT_EQ("0\xD9\xAB", text("%#.0f", 0.0));
+    char expected[1024];
+    for (char const* format : {"%f", "%12.2f|", "%-12.2f|", "%012f", "%+12g", "%'18.2f|",
+                               "%-'18.1f|", "%#12.0f", "%12.3e", "%'f", "%60.45f", "%-500.450f|"}) {
+        for (double const value : {0.5, -1234567.25, 0.0, HUGE_VAL}) {
+            snprintf(expected, sizeof expected, format, value);
+            EXPECT_EQ(expected, text(format, value)) << format;
+        }
+    }
+    for (char const* format : {"%12.2Lf|", "%'600.500Lf|"}) {
+        snprintf(expected, sizeof expected, format, 1234567.25L);
+        EXPECT_EQ(expected, text(format, 1234567.25L)) << format;
+    }
+    char buffer[8];
+    EXPECT_EQ(INT_MAX, zsnprintf_6_0(buffer, sizeof buffer, "%2147483646f", 0.5));
+    EXPECT_STREQ("       ", buffer);
 }
 
 // What a context holds.
@@ -748,6 +798,9 @@ TEST(zsnprintf, RefusesNumbersThatDoNotFit)
         "%.*0$d",
         "%1$*0$d",
         "%02147483648d",
+        "%-2147483648d",
+        "%1$2147483648d",
+        "%+99999999999999999999d",
     };
     for (char const* format : formats)
         EXPECT_EQ(kFailure, text(format, 1, 1, 1)) << format;
@@ -782,9 +835,11 @@ TEST(zsnprintf, RefusesHugeNumbersBeforeItAllocates)
 TEST(zsnprintf, RefusesOneArgumentOfTwoTypes)
 {
     char const* const formats[] = {
-        "%1$d %1$s",  "%1$s %1$d", "%1$d %1$ld", "%1$ld %1$lld", "%1$d %1$hd", "%1$c %1$d",
-        "%1$f %1$Lf", "%1$d %1$f", "%1$s %1$S",  "%1$s %1$p",    "%1$c %1$C",  "%1$*1$s",
-        "%1$.*1$ld",  "%1$*1$c",   "%1$*1$f",    "%s %1$d",      "%1$p %1$lx",
+        "%1$d %1$s",      "%1$s %1$d",  "%1$d %1$ld",   "%1$ld %1$lld",  "%1$d %1$hd",
+        "%1$c %1$d",      "%1$f %1$Lf", "%1$d %1$f",    "%1$s %1$S",     "%1$s %1$p",
+        "%1$c %1$C",      "%1$*1$s",    "%1$.*1$ld",    "%1$*1$c",       "%1$*1$f",
+        "%s %1$d",        "%1$p %1$lx", "%1$s %2$*1$d", "%1$ld %2$*1$d", "%1$s %2$.*1$d",
+        "%1$hd %2$.*1$d",
     };
     for (char const* format : formats)
         EXPECT_EQ(kFailure, text(format, "a")) << format;
