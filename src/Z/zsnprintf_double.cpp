@@ -396,9 +396,9 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
         length = static_cast<size_t>(needed);
         if (length >= sizeof scratch) {
             block.reset(static_cast<char*>(malloc(length + 1)));
-            if (block == nullptr)
+            if (block == nullptr ||
+                writeByPlatform(conversion, argument, 0, shown, block.get(), length + 1) < 0)
                 return -1;
-            writeByPlatform(conversion, argument, 0, shown, block.get(), length + 1);
             text = block.get();
         }
         // A point or a separator of several bytes may be one to the width: so many as the platform

@@ -914,24 +914,25 @@ TEST(zsnprintf, SurvivesEveryFailingAllocation)
 {
     auto const call = [](char** result, char* buffer, int size) {
         char const* const format =
-            "%d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %s %.500Lf";
+            "%d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %d %s %.500Lf %20000.16500Lf";
         long double const third = 1.0L / 3;
         return result != nullptr
                    ? zasprintf_6_0(result, format, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14,
-                                   15, 16, 17, 18, 19, 20, "end", third)
+                                   15, 16, 17, 18, 19, 20, "end", third, third)
                    : zsnprintf_6_0(buffer, size, format, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13,
-                                   14, 15, 16, 17, 18, 19, 20, "end", third);
+                                   14, 15, 16, 17, 18, 19, 20, "end", third, third);
     };
-    char expected[1024];
+    char expected[21000];
     int const length = call(nullptr, expected, sizeof expected);
-    ASSERT_LT(500, length);
+    ASSERT_LT(20500, length);
+    ASSERT_GT(static_cast<int>(sizeof expected), length);
     for (FailingAllocator::Mode mode : {FailingAllocator::once, FailingAllocator::forEver}) {
         for (bool allocates : {false, true}) {
             unsigned long n = 1;
             for (;; ++n) {
                 SCOPED_TRACE(n);
                 ASSERT_GT(100u, n);
-                char buffer[1024];
+                char buffer[sizeof expected];
                 char* result = buffer;
                 long const before = FailingAllocator::blocks();
                 FailingAllocator::failAt(n, mode);
@@ -946,7 +947,7 @@ TEST(zsnprintf, SurvivesEveryFailingAllocation)
                     }
                 } else {
                     EXPECT_EQ(length, got);
-                    EXPECT_STREQ(expected, allocates ? result : buffer);
+                    EXPECT_EQ(0, strcmp(expected, allocates ? result : buffer));
                     if (allocates)
                         zasprintf_free_6_0(result);
                 }
@@ -955,6 +956,33 @@ TEST(zsnprintf, SurvivesEveryFailingAllocation)
                     break;
             }
             EXPECT_LT(3u, n);
+        }
+    }
+}
+
+TEST(zsnprintf, SurvivesEveryFailingAllocationWhileItAsksForTheColumns)
+{
+    LocaleOfLongPoint const locale;
+    if (!locale.isThere())
+        GTEST_SKIP() << "the locale is not there";
+    char expected[20100], buffer[sizeof expected];
+    auto const call = [](char(&out)[sizeof expected]) {
+        return zsnprintf_6_0(out, sizeof out, "%20000.16500Lf|", 0.5L);
+    };
+    int const length = call(expected);
+    EXPECT_EQ(20002, length);
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n) {
+        SCOPED_TRACE(n);
+        FailingAllocator::failAt(n);
+        int const got = call(buffer);
+        failed = FailingAllocator::stop();
+        if (got < 0) {
+            EXPECT_EQ(-1, got);
+            EXPECT_STREQ("", buffer);
+        } else {
+            EXPECT_EQ(length, got);
+            EXPECT_EQ(0, strcmp(expected, buffer));
         }
     }
 }
