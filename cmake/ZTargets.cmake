@@ -17,6 +17,11 @@ else()
         $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
 
+if(Z_COVERAGE)
+    target_compile_options(z_build INTERFACE --coverage -fprofile-abs-path -fprofile-update=atomic)
+    target_link_options(z_build INTERFACE --coverage)
+endif()
+
 if(Z_FUZZ)
     # The fuzzer is led by what the library's own code does with its inputs.
     target_compile_options(z_build INTERFACE -fsanitize=fuzzer-no-link)
