@@ -11,6 +11,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -138,6 +139,7 @@ extern "C" {
 int __real_open(char const*, int, ...);
 int __real_close(int);
 int __real_stat(char const*, struct stat*);
+int __real_lstat(char const*, struct stat*);
 int __real_fstat(int, struct stat*);
 int __real_fstatfs(int, struct statfs*);
 int __real_fcntl(int, int, ...);
@@ -157,6 +159,7 @@ int __real_futimens(int, timespec const*);
 int __real_rename(char const*, char const*);
 int __real_unlink(char const*);
 int __real_munmap(void*, size_t);
+int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 
 [[gnu::used]] inline int __wrap_open(char const* path, int flags, ...)
 {
@@ -187,6 +190,12 @@ int __real_munmap(void*, size_t);
 {
     return asPlanned({.name = "stat", .path = path, .to = status},
                      [&] { return __real_stat(path, status); });
+}
+
+[[gnu::used]] inline int __wrap_lstat(char const* path, struct stat* status)
+{
+    return asPlanned({.name = "lstat", .path = path, .to = status},
+                     [&] { return __real_lstat(path, status); });
 }
 
 [[gnu::used]] inline int __wrap_fstat(int fd, struct stat* status)
@@ -315,5 +324,12 @@ int __real_munmap(void*, size_t);
 {
     return asPlanned({.name = "munmap", .length = length},
                      [&] { return __real_munmap(address, length); });
+}
+
+[[gnu::used]] inline int __wrap_sigtimedwait(sigset_t const* wanted, siginfo_t* found,
+                                             timespec const* timeout)
+{
+    return asPlanned({.name = "sigtimedwait"},
+                     [&] { return __real_sigtimedwait(wanted, found, timeout); });
 }
 }

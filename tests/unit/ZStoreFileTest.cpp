@@ -24,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "FailingAllocator.h"
 #include "LockingProcess.h"
 #include "Nobody.h"
 #include "SystemCalls.h"
@@ -49,6 +50,22 @@ std::string endingOf(char const* path)
     return whole ? "?" : ".";
 }
 
+// Returns the name of the file that a call works on, without its folders.
+std::string nameOf(SystemCall const& call)
+{
+    std::error_code ignored;
+    std::filesystem::path path = call.path != nullptr ? call.path : "";
+    if (call.path == nullptr)
+        path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(call.fd), ignored);
+    return path.filename().string();
+}
+
+bool isOnFolder(SystemCall const& call)
+{
+    struct stat status;
+    return call.path == nullptr && fstat(call.fd, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 // Watches the calls for a scope, and notes what some of them do.
 class Watch {
 public:
@@ -71,12 +88,11 @@ private:
 
     int note(SystemCall const& call)
     {
-        struct stat status;
         if (call.name == "pwrite")
             writes.emplace_back(call.offset, call.length);
         if (call.name == "unlink")
             endings += endingOf(call.path);
-        if (call.name == "fsync" && fstat(call.fd, &status) == 0 && S_ISDIR(status.st_mode))
+        if (call.name == "fsync" && isOnFolder(call))
             ++folderSyncs;
         if (call.name != "sync_file_range")
             return 0;
@@ -106,10 +122,7 @@ CallPlan planOn(long system, int flags = 0, bool otherDisk = false)
             *static_cast<int*>(call.to) = flags;
             result = 0;
         } else if (call.name == "fstat" && otherDisk) {
-            std::error_code ignored;
-            std::string const link = "/proc/self/fd/" + std::to_string(call.fd);
-            if (std::filesystem::read_symlink(link, ignored).string().find(".zjn") !=
-                std::string::npos)
+            if (nameOf(call).find(".zjn") != std::string::npos)
                 ++static_cast<struct stat*>(call.to)->st_dev;
         }
     };
@@ -242,6 +255,68 @@ protected:
         return WEXITSTATUS(status) == kDiedAtCall;
     }
 
+    // Runs `call`, watched, and expects it to fail: on this file, in this call, with this errno. No
+    // descriptor may be left open.
+    template <class Call>
+    static void expectFailure(std::string const& file, char const* text, int error,
+                              CallPlan const& plan, Call call)
+    {
+        long const descriptors = openDescriptors();
+        try {
+            Watch const watch(plan);
+            call();
+            ADD_FAILURE() << "nothing was raised";
+        } catch (ZStoreFile::Failure const& failure) {
+            EXPECT_EQ(file, failure.file);
+            EXPECT_STREQ(text, failure.call);
+            EXPECT_EQ(error, failure.error);
+        }
+        EXPECT_EQ(descriptors, openDescriptors());
+    }
+
+    // Runs `call` with each of its allocations failing: std::bad_alloc, no block and no descriptor
+    // left, and what `check` expects. Returns how many failed.
+    template <class Call, class Check>
+    static int failEachAllocation(CallPlan const& plan, Call call, Check check)
+    {
+        for (unsigned long n = 1;; ++n) {
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            long const descriptors = openDescriptors();
+            bool raised = false;
+            bool failed;
+            {
+                WatchedCalls const watched(plan);
+                long const blocks = FailingAllocator::blocks();
+                FailingAllocator::failAt(n);
+                try {
+                    call();
+                } catch (std::bad_alloc const&) {
+                    raised = true;
+                }
+                failed = FailingAllocator::stop();
+                EXPECT_EQ(blocks, FailingAllocator::blocks());
+            }
+            EXPECT_EQ(failed, raised);
+            EXPECT_EQ(descriptors, openDescriptors());
+            if (!failed || HasFailure())
+                return static_cast<int>(n - 1);
+            check();
+        }
+    }
+
+    // A plan where this call on this file fails once, the n-th time that it is made.
+    static CallPlan failing(std::string const& name, std::string const& file, int error = EIO,
+                            int nth = 1)
+    {
+        CallPlan plan;
+        plan.before = [=, seen = 0](SystemCall const& call) mutable {
+            bool const isMeant =
+                call.name == name && (file == "folder" ? isOnFolder(call) : nameOf(call) == file);
+            return isMeant && ++seen == nth ? error : 0;
+        };
+        return plan;
+    }
+
     // Runs `body` as somebody who is not root, in a child; expects it to return true.
     static void asNobody(std::function<bool()> const& body)
     {
@@ -329,6 +404,24 @@ TEST_F(ZStoreFileCase, StampIsThatOfTheFileItWrote)
     EXPECT_EQ(static_cast<off_t>(kLong.text.size()), file.stamp().size);
 }
 
+TEST_F(ZStoreFileCase, StampTellsWhatHasChanged)
+{
+    void (*const changes[])(struct stat&) = {
+        [](struct stat& status) { ++status.st_mtim.tv_sec; },
+        [](struct stat& status) { ++status.st_mtim.tv_nsec; },
+        [](struct stat& status) { ++status.st_size; },
+        [](struct stat& status) { ++status.st_ino; },
+        [](struct stat& status) { ++status.st_dev; },
+    };
+    struct stat const before = {};
+    EXPECT_TRUE(ZStoreFile::Stamp(before) == ZStoreFile::Stamp(before));
+    for (auto const& change : changes) {
+        struct stat after = before;
+        change(after);
+        EXPECT_FALSE(ZStoreFile::Stamp(before) == ZStoreFile::Stamp(after)) << &change - changes;
+    }
+}
+
 TEST_F(ZStoreFileCase, FileThatWasMadeForNothingIsRemoved)
 {
     {
@@ -353,6 +446,76 @@ TEST_F(ZStoreFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
         EXPECT_EQ("theirs\n", std::string(file.text().data, file.text().length));
     }
     EXPECT_EQ("theirs\n", directory_.read("conf"));
+}
+
+TEST_F(ZStoreFileCase, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
+{
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        directory_.write("other", "");
+        ASSERT_EQ(0, rename(directory_.at("other").c_str(), path_.c_str()));
+    }
+    EXPECT_EQ("conf", directory_.names());
+    std::filesystem::remove(path_);
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        std::filesystem::remove(path_);
+    }
+    EXPECT_EQ("", directory_.names());
+}
+
+TEST_F(ZStoreFileCase, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
+{
+    // Before it is looked for a link, and after.
+    for (char const* moment : {"open", "lstat"}) {
+        SCOPED_TRACE(moment);
+        std::filesystem::remove(path_);
+        CallPlan meeting;
+        meeting.after = [&](SystemCall const& call, ssize_t&) {
+            if (call.name == moment && directory_.names().empty())
+                directory_.write("conf", "theirs\n");
+        };
+        {
+            Watch const watch(meeting);
+            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+            EXPECT_EQ("theirs\n", std::string(file.text().data, file.text().length));
+        }
+        EXPECT_EQ("theirs\n", directory_.read("conf"));
+    }
+}
+
+TEST_F(ZStoreFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may change the root directory";
+    put(kShort);
+    pid_t const child = fork();
+    if (child == 0) {
+        if (chroot(directory_.path().c_str()) != 0 || chdir("/") != 0)
+            _exit(9);
+        std::string renamed;
+        CallPlan looking;
+        looking.before = [&renamed](SystemCall const& call) {
+            if (call.name == "rename")
+                renamed += std::string(call.path) + " " + call.newPath + " ";
+            return 0;
+        };
+        try {
+            Watch const watch(looking);
+            ZStoreFile file("/conf", ZStoreFile::Use::store);
+            ZStoreFile::Companion companion = change(kLong);
+            companion.path = file.newCompanion();
+            file.commit(viewOf(kLong.text), companion);
+        } catch (...) {
+            _exit(2);
+        }
+        _exit(renamed == "/.conf.zjn.new /.conf.zjn /.conf.obf.new /conf.obf " ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(kLong, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
 TEST_F(ZStoreFileCase, MakesTheFileWhereADanglingLinkPoints)
@@ -401,6 +564,51 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
         ZStoreFile stored(file.c_str(), ZStoreFile::Use::store);
         stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
         EXPECT_EQ(kPlain.text, directory_.read(name));
+    }
+}
+
+TEST_F(ZStoreFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
+{
+    std::string const more(10000, 'm');
+    CallPlan growing;
+    growing.before = [&](SystemCall const& call) {
+        if (call.name == "pread" && directory_.read("conf") == kPlain.text)
+            std::ofstream(path_, std::ios::app) << more;
+        return 0;
+    };
+    put(kPlain);
+    {
+        Watch const watch(growing);
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+        EXPECT_EQ(kPlain.text + more, std::string(file.text().data, file.text().length));
+    }
+}
+
+TEST_F(ZStoreFileCase, CallsThatASignalInterruptsGoOn)
+{
+    for (Shape const& shape : kShapes) {
+        SCOPED_TRACE(shape.name);
+        put(shape.before);
+        std::set<std::string> interrupted;
+        bool second = false;
+        CallPlan interrupting = planOn(XFS_SUPER_MAGIC);
+        interrupting.shortTransfers = true;
+        interrupting.before = [&](SystemCall const& call) {
+            for (char const* name :
+                 {"open", "F_SETLK", "pread", "write", "pwrite", "fsync", "fdatasync",
+                  "sync_file_range", "ftruncate", "fallocate", "futimens"})
+                if (call.name == name && (second = !second)) {
+                    interrupted.insert(name);
+                    return EINTR;
+                }
+            return 0;
+        };
+        {
+            Watch const watch(interrupting);
+            store(shape.after);
+        }
+        EXPECT_LE(7u, interrupted.size());
+        EXPECT_EQ(shape.after, load());
     }
 }
 
@@ -622,6 +830,30 @@ TEST_F(ZStoreFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
     EXPECT_EQ(kLong, load());
 }
 
+TEST_F(ZStoreFileCase, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 0777);
+    put(kPlain);
+    ASSERT_EQ(0, chown(path_.c_str(), 0, 65534));
+    ASSERT_EQ(0, chmod(path_.c_str(), 0660));
+    asNobody([&] {
+        struct stat journal = {};
+        CallPlan looking;
+        looking.before = [&](SystemCall const& call) {
+            if (call.name == "pwrite" && journal.st_mode == 0)
+                stat(journal_.c_str(), &journal);
+            return 0;
+        };
+        Watch const watch(looking);
+        storeText(kLong.text);
+        return (journal.st_mode & 07777) == 0660 && journal.st_uid == 65534 &&
+               journal.st_gid == 65534;
+    });
+    EXPECT_EQ(kLong.text, directory_.read("conf"));
+}
+
 TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
 {
     struct Case {
@@ -664,6 +896,27 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         storeText(kPlain.text);
         EXPECT_EQ(1, watch.folderSyncs);
     }
+}
+
+TEST_F(ZStoreFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
+{
+    std::string waits;
+    CallPlan unknown;
+    unknown.after = [](SystemCall const& call, ssize_t& result) {
+        if (call.name != "fstatfs")
+            return;
+        static_cast<struct statfs*>(call.to)->f_type = XFS_SUPER_MAGIC;
+        result = -1;
+    };
+    unknown.before = [&waits](SystemCall const& call) {
+        if (call.name.find("sync") != std::string::npos)
+            waits += call.name + " ";
+        return 0;
+    };
+    put(kPlain);
+    Watch const watch(unknown);
+    storeText(kLong.text);
+    EXPECT_EQ("fdatasync fsync fsync fdatasync fdatasync ", waits);
 }
 
 TEST_F(ZStoreFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
@@ -810,6 +1063,234 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
     }
     EXPECT_LT(1000, runs);
     EXPECT_LT(300, failed);
+}
+
+TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
+{
+    Pair const otherCompanion = {kShort.text, packed("other")};
+    struct Case {
+        char const* call;
+        char const* on;  // name of the file
+        Pair before;
+        Pair after;
+        char const* file;
+        char const* text;
+        int nth = 1;
+    };
+    Case const cases[] = {
+        {"open", "conf", kShort, kLong, "conf", "fopen(r+)"},
+        {"F_SETLK", "conf", kShort, kLong, "conf", "fcntl()"},
+        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 2},  // of the locked file
+        {"pread", "conf", kShort, kLong, "conf", "read()"},
+        {"lstat", ".conf.zjn", kShort, kLong, ".conf.zjn", "lstat()"},
+        {"open", "conf.obf", kShort, kLong, "conf.obf", "fopen(w)"},
+        {"open", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "open()"},
+        {"fstat", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "fchmod()"},
+        {"fchmod", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "fchmod()"},
+        {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()"},
+        {"write", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "write()"},
+        {"rename", ".conf.zjn.new", kShort, kLong, ".conf.zjn", "rename()"},
+        {"fsync", ".conf.zjn", kShort, kLong, ".conf.zjn", "fsync()"},
+        {"fsync", "folder", kShort, kLong, ".conf.zjn", "fsync()"},
+        {"fallocate", "conf", kShort, kLong, "conf", "fallocate()"},
+        {"open", ".conf.obf.new", kShort, kLong, "conf.obf", "fopen(w)"},
+        {"fchmod", ".conf.obf.new", kShort, kLong, "conf.obf", "fchmod()"},
+        {"write", ".conf.obf.new", kShort, kLong, "conf.obf", "write()"},
+        {"fsync", ".conf.obf.new", kShort, kLong, "conf.obf", "fsync()"},
+        {"pwrite", "conf", kShort, kLong, "conf", "write()"},
+        {"ftruncate", "conf", kLong, kShort, "conf", "ftruncate()"},
+        {"futimens", "conf", kShort, otherCompanion, "conf", "futimens()"},
+        {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()", 2},
+        {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
+        {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
+        {"fsync", "folder", kShort, kLong, "conf.obf", "fsync()", 2},
+        {"fsync", "folder", {"", ""}, {"one\n", ""}, ".conf.zjn", "fsync()"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.call) + " on " + c.on);
+        put(c.before);
+        std::string const names = directory_.names();
+        expectFailure(directory_.at(c.file), c.text, EIO, failing(c.call, c.on, EIO, c.nth),
+                      [&] { store(c.after); });
+        EXPECT_EQ(c.before, load());
+        EXPECT_EQ(c.before.text, directory_.read("conf"));
+        EXPECT_EQ(names, directory_.names());
+    }
+}
+
+TEST_F(ZStoreFileCase, WritesThatMoveNothingAreAFailure)
+{
+    struct Case {
+        char const* call;
+        char const* file;
+    };
+    for (Case const& c : {Case{"write", ".conf.zjn.new"}, Case{"pwrite", "conf"}}) {
+        SCOPED_TRACE(c.call);
+        put(kShort);
+        expectFailure(directory_.at(c.file), "write()", EIO, failing(c.call, c.file, kMovesNothing),
+                      [&] { store(kLong); });
+        EXPECT_EQ(kShort, load());
+        EXPECT_EQ("conf conf.obf", directory_.names());
+    }
+}
+
+TEST_F(ZStoreFileCase, FolderThatRefusesAJournalIsDoneWithout)
+{
+    for (int error : {EACCES, EPERM, EROFS, ENAMETOOLONG}) {
+        SCOPED_TRACE(strerror(error));
+        put(kPlain);
+        {
+            Watch const watch(failing("open", ".conf.zjn.new", error));
+            storeText(kLong.text);
+            EXPECT_EQ("", watch.endings);
+        }
+        EXPECT_EQ(kLong.text, directory_.read("conf"));
+    }
+    // One that is only full, or that fails, is not.
+    for (int error : {ENOSPC, EMFILE, EDQUOT}) {
+        SCOPED_TRACE(strerror(error));
+        put(kPlain);
+        expectFailure(directory_.at(".conf.zjn.new"), "open()", error,
+                      failing("open", ".conf.zjn.new", error), [&] { storeText(kLong.text); });
+        EXPECT_EQ(kPlain, load());
+    }
+}
+
+TEST_F(ZStoreFileCase, NothingIsPutBackWithoutAJournal)
+{
+    // Neither that the journal does not count any more, nor that it is gone, has reached the disk,
+    // and another one cannot be made: the new pair stays, which is what a crash would leave.
+    struct Case {
+        char const* call;
+        int error;
+        char const* names;
+    };
+    Case const cases[] = {
+        {"open", EACCES, "conf conf.obf"}, {"open", ENOSPC, "conf conf.obf"},
+        {"fchmod", EIO, "conf conf.obf"},  {"write", ENOSPC, "conf conf.obf"},
+        {"rename", EIO, "conf conf.obf"},  {"fsync", EIO, ".conf.zjn conf conf.obf"}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.call);
+        put(kShort);
+        bool isGone = false;
+        bool isSynced = false;
+        CallPlan plan;
+        plan.before = [&](SystemCall const& call) {
+            if (!isGone) {
+                isGone = call.name == "pwrite" && nameOf(call) == ".conf.zjn";
+                return isGone ? EIO : 0;
+            }
+            if (!isSynced) {
+                isSynced = call.name == "fsync" && isOnFolder(call);
+                return isSynced ? EIO : 0;
+            }
+            bool const isOnJournal = nameOf(call).compare(0, 9, ".conf.zjn") == 0;
+            return call.name == c.call && isOnJournal ? c.error : 0;
+        };
+        expectFailure(journal_, "unlink()", EIO, plan, [&] { store(kLong); });
+        EXPECT_EQ(kLong.text, directory_.read("conf"));
+        EXPECT_EQ(kLong, load());
+        EXPECT_EQ(c.names, directory_.names());
+    }
+}
+
+TEST_F(ZStoreFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
+{
+    CallPlan const none;
+    put(kShort);
+    EXPECT_LT(
+        5, failEachAllocation(
+               none, [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load); }, [] {}));
+    // A store is whole or has not been.
+    int const failed = failEachAllocation(
+        none,
+        [&] {
+            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+            ZStoreFile::Companion companion;
+            companion.change = ZStoreFile::Companion::written;
+            companion.path = companion_;
+            companion.contents = viewOf(kLong.companion);
+            file.commit(viewOf(kLong.text), companion);
+        },
+        [&] {
+            EXPECT_EQ(kShort, load());
+            EXPECT_EQ("conf conf.obf", directory_.names());
+        });
+    EXPECT_LT(15, failed);
+    EXPECT_EQ(kLong, load());
+    // So it is with what a dead writer left, for whoever loads it and for whoever finishes it.
+    Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
+    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+        put(torn);
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+        EXPECT_LT(10, failEachAllocation(
+                          none,
+                          [&] {
+                              ZStoreFile file(path_.c_str(), use);
+                              file.readCompanion(companion_.c_str());
+                          },
+                          [&] { EXPECT_EQ(kLong, load()); }));
+    }
+    EXPECT_EQ(kLong.text, directory_.read("conf"));
+    // A file that grows while it is read.
+    put(kPlain);
+    CallPlan growing;
+    growing.after = [](SystemCall const& call, ssize_t& result) {
+        if (call.name == "fstat" && result == 0)
+            static_cast<struct stat*>(call.to)->st_size = 1;
+    };
+    EXPECT_LT(5, failEachAllocation(
+                     growing, [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load); },
+                     [] {}));
+}
+
+TEST_F(ZStoreFileCase, MemoryThatEndsLeavesAFileThatIsMadeOnlyToOthers)
+{
+    auto const make = [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store); };
+    EXPECT_LT(5, failEachAllocation(CallPlan(), make, [&] { EXPECT_EQ("", directory_.names()); }));
+    // Whoever holds it, or has stored into it, found it meanwhile. Where that cannot be found out
+    // it stays, too.
+    struct Case {
+        char const* call;
+        int error;
+    };
+    for (Case const& c : {Case{"F_SETLK", EAGAIN}, Case{"fstat", EIO}, Case{"F_SETLK", 0}}) {
+        SCOPED_TRACE(std::string(c.call) + " " + std::to_string(c.error));
+        int met = 0;
+        bool raised = true;
+        for (unsigned long n = 1; raised; ++n) {
+            std::filesystem::remove(path_);
+            bool isMade = false;
+            bool isLocked = false;
+            bool isMet = false;
+            CallPlan plan;
+            plan.before = [&](SystemCall const& call) {
+                bool const isFailed = FailingAllocator::asked() >= n;
+                isMade = isMade || (call.flags & O_CREAT) != 0;
+                isLocked = isLocked || (call.name == "F_SETLK" && !isFailed);
+                if (!isMade || isLocked || !isFailed || call.name != c.call)
+                    return 0;
+                isMet = true;
+                std::error_code ignored;
+                if (c.error == 0)
+                    std::filesystem::resize_file(path_, 1, ignored);
+                return c.error;
+            };
+            {
+                WatchedCalls const watched(plan);
+                FailingAllocator::failAt(n);
+                try {
+                    make();
+                    raised = false;
+                } catch (std::bad_alloc const&) {
+                }
+                FailingAllocator::stop();
+            }
+            met += isMet;
+            EXPECT_EQ(isMet ? "conf" : "", directory_.names()) << n;
+        }
+        EXPECT_LT(0, met);
+    }
 }
 
 TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
@@ -995,7 +1476,7 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
                 ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
             } catch (ZStoreFile::Failure const& failure) {
                 seen = failure.call;
-                EXPECT_EQ(path_, failure.file);
+                EXPECT_EQ(seen == "lstat()" ? journal_ : path_, failure.file);
             }
             reached = !callPlan.failed.empty();
         }
@@ -1133,6 +1614,60 @@ TEST_F(ZStoreFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
     }
 }
 
+TEST_F(ZStoreFileCase, FinishedTextThatCannotBeReadIsAFailure)
+{
+    put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+    expectFailure(path_, "read()", EIO, failing("pread", "conf", EIO, 2),
+                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    EXPECT_EQ(kLong, load());
+}
+
+TEST_F(ZStoreFileCase, CompanionOfAnotherNameStaysWhenADeadStoreWasToBeRidOfIt)
+{
+    directory_.write("conf", kPlain.text);
+    directory_.write("secrets", kLong.companion);
+    directory_.write(".conf.zjn", journalOf(kLong, kPlain, directory_.at("secrets")));
+    {
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        EXPECT_EQ(kPlain.text, std::string(file.text().data, file.text().length));
+    }
+    EXPECT_EQ("conf secrets", directory_.names());
+    EXPECT_EQ(kLong.companion, directory_.read("secrets"));
+}
+
+TEST_F(ZStoreFileCase, JournalThatIsNotPutAsideOnlyHasNotToCount)
+{
+    std::string const whole = journalOf(kShort, kLong, "");
+    put(kPlain);
+    directory_.write(".conf.zjn", whole);
+    {
+        Watch const watch(failing("rename", ".conf.zjn"));
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+    }
+    EXPECT_EQ(".conf.zjn conf", directory_.names());
+    EXPECT_EQ(".", endingOf(journal_.c_str()));
+    // Put aside it need not even be invalid.
+    directory_.write(".conf.zjn", whole);
+    {
+        Watch const watch(failing("pwrite", ".conf.zjn"));
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+    }
+    EXPECT_EQ(whole, directory_.read(".conf.zjn.orphan"));
+    // But one or the other it has to be.
+    directory_.write(".conf.zjn", whole);
+    CallPlan both;
+    both.failing = {{"rename", EACCES}, {"pwrite", EIO}};
+    expectFailure(journal_, "unlink()", EIO, both,
+                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+    CallPlan hidden = failing("lstat", ".conf.zjn", EACCES, 2);  // it has been read by then
+    hidden.failing["rename"] = EACCES;
+    expectFailure(journal_, "unlink()", EACCES, hidden,
+                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+    EXPECT_EQ(whole, directory_.read(".conf.zjn"));
+}
+
 TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
 {
     int calls = 0;
@@ -1195,27 +1730,51 @@ TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
 {
     put(kShort);
     std::string const big(1 << 20, 'x');
-    pid_t const child = fork();
-    if (child == 0) {
-        rlimit const limit = {1 << 16, 1 << 16};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        int error = 0;
-        try {
-            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-            file.commit(viewOf(big), ZStoreFile::Companion());
-        } catch (ZStoreFile::Failure const& failure) {
-            error = failure.error;
+    for (bool interrupted : {false, true}) {
+        SCOPED_TRACE(interrupted);
+        pid_t const child = fork();
+        if (child == 0) {
+            rlimit const limit = {1 << 16, 1 << 16};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            int error = 0;
+            CallPlan plan;
+            plan.before = [=, waits = 0](SystemCall const& call) mutable {
+                return call.name == "sigtimedwait" && ++waits == 1 && interrupted ? EINTR : 0;
+            };
+            try {
+                Watch const watch(plan);
+                storeText(big);
+            } catch (ZStoreFile::Failure const& failure) {
+                error = failure.error;
+            }
+            sigset_t pending;
+            sigpending(&pending);
+            _exit(error == EFBIG && sigismember(&pending, SIGXFSZ) == 0 ? 0 : 1);
         }
-        sigset_t pending;
-        sigpending(&pending);
-        _exit(error == EFBIG && sigismember(&pending, SIGXFSZ) == 0 ? 0 : 1);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(0, status);
+        EXPECT_EQ(kShort, load());
+        EXPECT_EQ("conf conf.obf", directory_.names());
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
-    EXPECT_EQ(kShort, load());
-    EXPECT_EQ("conf conf.obf", directory_.names());
+}
+
+TEST_F(ZStoreFileCase, FileSizeSignalThatWasPendingIsLeftPending)
+{
+    sigset_t size;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&size);
+    sigaddset(&size, SIGXFSZ);
+    ASSERT_EQ(0, pthread_sigmask(SIG_BLOCK, &size, &before));
+    raise(SIGXFSZ);
+    put(kShort);
+    store(kLong);
+    EXPECT_EQ(0, sigpending(&pending));
+    EXPECT_EQ(1, sigismember(&pending, SIGXFSZ));
+    timespec const now = {0, 0};
+    sigtimedwait(&size, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(ZStoreFileCase, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
@@ -1553,6 +2112,7 @@ TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses
                           {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=3\nb=22\nc=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=22\nc=1\n", "a=1\nb=22\nc=3\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=2\nc=1\nd=1\n"},
+                          {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\nb=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", "a=1\n"},
                           {"a=1\nb=1\nc=1\n", "a=1\nb=2\nc=1\n", ""}};
     for (Case const& c : cases) {
@@ -1722,6 +2282,36 @@ TEST_F(ZStoreFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
     }
 }
 
+TEST_F(ZStoreFileCase, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalNotCount)
+{
+    std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+    directory_.write("plain", "");
+    std::filesystem::create_directory(directory_.at("folder"));
+    ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
+    for (char const* name : {"folder", "pipe", "plain/secrets"}) {
+        SCOPED_TRACE(name);
+        directory_.write("conf", torn);
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, directory_.at(name)));
+        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+        EXPECT_EQ(torn, std::string(file.text().data, file.text().length));
+    }
+}
+
+TEST_F(ZStoreFileCase, CompanionThatCannotBeLookedAtLeavesNoTornText)
+{
+    put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+    for (char const* call : {"open", "pread", "lstat"}) {
+        SCOPED_TRACE(call);
+        // Only what others may write, too, has to be told apart by lstat().
+        chmod(path_.c_str(), strcmp(call, "lstat") == 0 ? 0620 : 0600);
+        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store})
+            expectFailure(companion_, "mapFile()", EIO, failing(call, "conf.obf"),
+                          [&] { ZStoreFile(path_.c_str(), use); });
+    }
+    EXPECT_EQ(kLong, load());
+}
+
 TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
@@ -1822,9 +2412,10 @@ TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
     EXPECT_EQ(kLong, load());
     put(kPlain);
     directory_.write("text", "text of somebody else\n");
+    directory_.write("xtext", "x, as what is packed begins");
     std::filesystem::create_directory(directory_.at("folder"));
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
-    for (char const* name : {"text", "folder", "pipe", "conf", ".conf.zjn"}) {
+    for (char const* name : {"text", "xtext", "folder", "pipe", "conf", ".conf.zjn"}) {
         SCOPED_TRACE(name);
         ZStoreFile::Companion companion = change(kLong);
         companion.path = directory_.at(name);
@@ -1838,9 +2429,115 @@ TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
             EXPECT_EQ(EPERM, failure.error);
         }
         EXPECT_EQ(kPlain.text, directory_.read("conf"));
-        EXPECT_EQ("conf folder pipe text", directory_.names());
+        EXPECT_EQ("conf folder pipe text xtext", directory_.names());
     }
     EXPECT_EQ("text of somebody else\n", directory_.read("text"));
+    EXPECT_EQ("x, as what is packed begins", directory_.read("xtext"));
+}
+
+TEST_F(ZStoreFileCase, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
+{
+    put(kShort);
+    std::string const folder = directory_.at("folder");
+    std::filesystem::create_directory(folder);
+    directory_.write("folder/conf.obf", kShort.companion);
+    directory_.write("folder/.conf.zjn", "");
+    directory_.write("secrets", kShort.companion);
+    std::string const missing = directory_.at("missing/conf.obf");
+    chmod(path_.c_str(), 0620);
+    ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
+    EXPECT_EQ(0, file.mayName(companion_));
+    EXPECT_EQ(0, file.mayName(directory_.at("folder/../conf.obf")));
+    EXPECT_EQ(EPERM, file.mayName(directory_.at("secrets")));
+    EXPECT_EQ(EPERM, file.mayName(folder + "/conf.obf"));
+    EXPECT_EQ(EPERM, file.mayName(missing));
+    {
+        CallPlan hiding;
+        hiding.before = [this](SystemCall const& call) {
+            return call.name == "stat" && call.path == directory_.path() ? EACCES : 0;
+        };
+        Watch const watch(hiding);
+        EXPECT_EQ(EPERM, file.mayName(directory_.at("folder/../conf.obf")));
+    }
+    {
+        Watch const watch(failing("lstat", "conf.obf", EACCES));
+        EXPECT_EQ(EACCES, file.mayName(companion_));
+    }
+    std::filesystem::remove(companion_);
+    EXPECT_EQ(0, file.mayName(companion_));  // it may be made
+    // Only a regular file with one name that the file's owner owns.
+    ASSERT_EQ(0, symlink("secrets", companion_.c_str()));
+    EXPECT_EQ(EPERM, file.mayName(companion_));
+    std::filesystem::remove(companion_);
+    ASSERT_EQ(0, link(directory_.at("secrets").c_str(), companion_.c_str()));
+    EXPECT_EQ(EPERM, file.mayName(companion_));
+    std::filesystem::remove(directory_.at("secrets"));
+    EXPECT_EQ(0, file.mayName(companion_));
+    if (geteuid() == 0) {
+        ASSERT_EQ(0, chown(companion_.c_str(), 12345, 0));
+        EXPECT_EQ(EPERM, file.mayName(companion_));
+    }
+    // One that is ours alone names any, but itself and its journal.
+    chmod(path_.c_str(), 0600);
+    ZStoreFile const ours(path_.c_str(), ZStoreFile::Use::load);
+    for (std::string const& name :
+         {folder + "/conf.obf", folder + "/.conf.zjn", missing, companion_})
+        EXPECT_EQ(0, ours.mayName(name)) << name;
+    ASSERT_EQ(0, symlink("../conf", (folder + "/second").c_str()));
+    for (std::string const& name : {path_, journal_, folder + "/../.conf.zjn", folder + "/second"})
+        EXPECT_EQ(EPERM, ours.mayName(name)) << name;
+}
+
+TEST_F(ZStoreFileCase, NewCompanionOfAFileThatOthersMayWriteIsBesideTheRealFile)
+{
+    std::filesystem::create_directory(directory_.at("folder"));
+    directory_.write("folder/real", kPlain.text);
+    ASSERT_EQ(0, symlink("folder/real", path_.c_str()));
+    EXPECT_EQ(companion_, ZStoreFile(path_.c_str(), ZStoreFile::Use::load).newCompanion());
+    chmod(path_.c_str(), 0602);
+    EXPECT_EQ(directory_.at("folder/real.obf"),
+              ZStoreFile(path_.c_str(), ZStoreFile::Use::load).newCompanion());
+}
+
+TEST_F(ZStoreFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
+{
+    // The journal goes beside the name as it was given then, unless that is a link, whose end
+    // cannot be told.
+    pid_t const child = fork();
+    if (child == 0) {
+        std::string const folder(200, 'f');
+        if (chdir(directory_.path().c_str()) != 0)
+            _exit(9);
+        for (int depth = 0; depth < 25; ++depth)
+            if (mkdir(folder.c_str(), 0700) != 0 || chdir(folder.c_str()) != 0)
+                _exit(9);
+        std::string seen;
+        try {
+            ZStoreFile file("conf", ZStoreFile::Use::store);
+            file.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+            file.newCompanion();
+        } catch (ZStoreFile::Failure const& failure) {
+            seen = failure.file + " " + failure.call + " " + strerror(failure.error);
+        }
+        struct stat status;
+        bool const isStored =
+            stat("conf", &status) == 0 && status.st_size == static_cast<off_t>(kPlain.text.size());
+        std::string link;
+        if (symlink("conf", "link") != 0)
+            _exit(9);
+        try {
+            ZStoreFile("link", ZStoreFile::Use::load);
+        } catch (ZStoreFile::Failure const& failure) {
+            link = failure.file + " " + failure.call + " " + strerror(failure.error);
+        }
+        _exit(isStored && seen == std::string("conf getcwd() ") + strerror(ERANGE) &&
+                      link == std::string("link fopen(r) ") + strerror(ENAMETOOLONG)
+                  ? 0
+                  : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
 }
 
 TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
@@ -1917,6 +2614,18 @@ TEST_F(ZStoreFileCase, CompanionThatCannotBeOneForItsLengthIsNotRead)
     }
     ASSERT_EQ(0, truncate(companion_.c_str(), most));
     EXPECT_EQ(static_cast<size_t>(most), file.readCompanion(companion_.c_str()).length());
+}
+
+TEST_F(ZStoreFileCase, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
+{
+    put(kShort);
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    CallPlan cutting;
+    cutting.before = [&](SystemCall const& call) {
+        return call.name == "open" ? truncate(companion_.c_str(), 0) : 0;
+    };
+    expectFailure(companion_, "mapFile()", EINVAL, cutting,
+                  [&] { file.readCompanion(companion_.c_str()); });
 }
 
 // ---- Locks -------------------------------------------------------------------------------------
@@ -2137,4 +2846,76 @@ TEST_F(ZStoreFileCase, FileThatIsReplacedAgainAndAgainIsGivenUp)
     }
     stop = true;
     editor.join();
+}
+
+TEST_F(ZStoreFileCase, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
+{
+    put(kShort);
+    int opened = 0;
+    CallPlan replacing;
+    replacing.before = [&](SystemCall const& call) {
+        opened += call.name == "open";
+        if (call.name == "F_SETLK") {
+            directory_.write("edited", "edited\n");
+            EXPECT_EQ(0, rename(directory_.at("edited").c_str(), path_.c_str()));
+        }
+        return 0;
+    };
+    expectFailure(path_, "fopen(r)", ESTALE, replacing,
+                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+    EXPECT_EQ(100, opened);
+    expectFailure(path_, "fopen(r+)", ESTALE, replacing,
+                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+    EXPECT_EQ("edited\n", directory_.read("conf"));
+}
+
+TEST_F(ZStoreFileCase, FileThatGoesWhileItIsOpenedIsMissing)
+{
+    // Before its real path is known, and behind that.
+    for (char const* moment : {"open", "F_SETLK"}) {
+        SCOPED_TRACE(moment);
+        bool isGone = false;
+        CallPlan removing;
+        removing.after = [&](SystemCall const& call, ssize_t& result) {
+            if (!isGone && call.name == moment && result >= 0)
+                isGone = std::filesystem::remove(path_);
+        };
+        put(kPlain);
+        expectFailure(path_, "fopen(r)", ENOENT, removing,
+                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+        EXPECT_TRUE(isGone);
+        // A store makes it anew, also when it is the one that it made.
+        for (bool made : {false, true}) {
+            put(kPlain);
+            if (made)
+                std::filesystem::remove(path_);
+            isGone = false;
+            {
+                Watch const watch(removing);
+                storeText(kLong.text);
+            }
+            EXPECT_TRUE(isGone);
+            EXPECT_EQ(kLong.text, directory_.read("conf"));
+        }
+    }
+}
+
+TEST_F(ZStoreFileCase, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
+{
+    struct Case {
+        char const* target;
+        int error;
+    };
+    for (Case const& c : {Case{"conf", ELOOP}, Case{"missing", ENOENT}}) {
+        SCOPED_TRACE(c.target);
+        put(kPlain);
+        CallPlan linking;
+        linking.after = [&](SystemCall const& call, ssize_t& result) {
+            if (call.name == "open" && result >= 0 && std::filesystem::remove(path_))
+                std::filesystem::create_symlink(c.target, path_);
+        };
+        expectFailure(path_, "fopen(r)", c.error, linking,
+                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+        std::filesystem::remove(path_);
+    }
 }
