@@ -170,6 +170,20 @@ TYPED_TEST(ZAbstractMutableString, Byte96MovesTheTextToTheHeap)
 }
 
 // What the capacity says and what the buffer has room for are two things.
+TYPED_TEST(ZAbstractMutableString, ALongTextGrowsPieceByPiece)
+{
+    std::string const piece = filled(100000);
+    std::string expected;
+    TypeParam string;
+    for (int i = 0; i < 30; ++i) {
+        string.append(piece.c_str());
+        expected += piece;
+        ASSERT_EQ(expected.size(), string.getLength());
+        ASSERT_LE(expected.size(), string.getCapacity());
+    }
+    EXPECT_TRUE(expected == textOf(string));
+}
+
 TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
 {
     for (size_t const length : {96u, 97u, 115u, 116u, 200u, 1000u}) {
@@ -597,6 +611,36 @@ TYPED_TEST(ZAbstractMutableString, IteratorsAreTakenFromTheirStart)
     EXPECT_EQ(153u, string.getLength());
 }
 
+// An iterator of the caller's decides what a character is: here it is two words and what lies
+// between them.
+TYPED_TEST(ZAbstractMutableString, CharactersOfForeignIteratorsMayHaveAnyLength)
+{
+    class Pieces : public ZStringIterator_6_0 {
+    public:
+        explicit Pieces(TypeParam& target) : ZStringIterator_6_0(target, target), target_(target) {}
+        void reset() override { next_ = 0; }
+        bool hasMore() override { return next_ < 4; }
+        ZAbstractMutableString_6_0* getNext() override
+        {
+            static constexpr char const* kPieces[] = {"banana banana", "", "n", "bandana bandana"};
+            target_ = kPieces[next_++];
+            return &target_;
+        }
+
+    private:
+        TypeParam& target_;
+        int next_ = 0;
+    };
+    TypeParam piece;
+    Pieces pieces(piece);
+    TypeParam string("banana");
+    ZAbstractMutableString_6_0& base = string;
+    base.replaceAllOf(pieces, "-");
+    EXPECT_EQ("ba-a-a", textOf(string));
+    base.replaceNoneOf(pieces, "an", "<>");
+    EXPECT_EQ("<><>n<>", textOf(string));
+}
+
 // ---- Text of the own buffer
 // ----------------------------------------------------------------------
 
@@ -704,6 +748,34 @@ TYPED_TEST(ZAbstractMutableString, FormatReplaces)
     EXPECT_EQ("before", textOf(string));
     string.format("");
     EXPECT_EQ("", textOf(string));
+}
+
+TYPED_TEST(ZAbstractMutableString, ATextThatCannotBeFormattedChangesNothing)
+{
+    TypeParam string("before");
+    EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, kSource, 436,
+                                                  [&] { string.format("%2147483647d", 1); }));
+    EXPECT_EQ("before", textOf(string));
+    EXPECT_EQ(&string, &string.format("%2147483647d%d", 1, 1));
+    EXPECT_EQ("before", textOf(string));
+    // The platform needs memory for so many digits, the second time as well.
+    std::string const half = textOf(string.format("%17000.16500Lf", 0.5L));
+    ASSERT_EQ(17000u, half.size());
+    bool failed = true;
+    for (unsigned long n = 1; failed; ++n) {
+        SCOPED_TRACE(n);
+        TypeParam digits("before");
+        bool raised = false;
+        FailingAllocator::failAt(n);
+        try {
+            digits.format("%17000.16500Lf", 0.5L);
+        } catch (ZOutOfMemoryException_6_0 const&) {
+            raised = true;
+        }
+        failed = FailingAllocator::stop();
+        EXPECT_TRUE(failed || !raised);
+        EXPECT_TRUE(textOf(digits) == "before" || (!raised && textOf(digits) == half));
+    }
 }
 
 TYPED_TEST(ZAbstractMutableString, FormatGrowsToWhatIsNeeded)

@@ -293,9 +293,10 @@ TEST_F(ZFileMap, ExtendsWhereNoRoomCanBeReservedAndAfterInterruptions)
         SCOPED_TRACE(reserve);
         write("text", kText);
         callPlan.failing["fallocate"] = reserve;
-        callPlan.before = [interruptions = 2](SystemCall const& call) mutable {
-            bool const extends = call.name == "fallocate" || call.name == "posix_fallocate";
-            return extends && interruptions-- > 0 ? EINTR : 0;
+        callPlan.before = [reserving = 2, extending = 2](SystemCall const& call) mutable {
+            bool const isInterrupted = (call.name == "fallocate" && reserving-- > 0) ||
+                                       (call.name == "posix_fallocate" && extending-- > 0);
+            return isInterrupted ? EINTR : 0;
         };
         ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
         int code = 7;

@@ -157,6 +157,23 @@ TYPED_TEST(ZLCString, ComparesWithItsFamily)
     EXPECT_NE(0, view.compareignorecase("TEXTS"));
 }
 
+TYPED_TEST(ZLCString, EveryByteCountsForEquality)
+{
+    using String = typename TypeParam::String;
+    std::string text;
+    for (size_t length = 0; length <= 40; ++length) {
+        String const string(text.c_str());
+        EXPECT_TRUE(string == String(text.c_str()));
+        for (size_t at = 0; at < length; ++at) {
+            std::string other = text;
+            other[at] ^= 1;
+            EXPECT_FALSE(string == String(other.c_str())) << length << " " << at;
+            EXPECT_NE(0, string.compare(String(other.c_str()))) << length << " " << at;
+        }
+        text += static_cast<char>('0' + length);
+    }
+}
+
 TYPED_TEST(ZLCString, SubStringCountsBytes)
 {
     using String = typename TypeParam::String;

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <stdint.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -114,6 +115,16 @@ TEST_F(ZLocalHostName, ReportsANameThatDoesNotResolve)
     ASSERT_EQ(1u, noted.messages().size());
     EXPECT_EQ(26, noted.messages()[0].number);
     EXPECT_EQ(std::to_string(ENOENT), noted.messages()[0].inserts[0]);
+}
+
+TEST_F(ZLocalHostName, GivesUpOnAnEndlessAnswer)
+{
+    NotedMessages noted;
+    system_.roomNeeded = SIZE_MAX;
+    EXPECT_TRUE(ZLocalHostName_6_0::getLocalHostName().isEmpty());
+    EXPECT_EQ(11, system_.lookUps);  // with 1 KB, and twice as much each time, up to 1 MB
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(26, noted.messages()[0].number);
 }
 
 TEST_F(ZLocalHostName, RaisesWithoutMemory)

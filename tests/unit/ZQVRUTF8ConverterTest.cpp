@@ -15,6 +15,19 @@
 
 namespace {
 
+int codesetNameError = 0;  // what the text services answer for the name of the codeset, when not 0
+
+}  // namespace
+
+extern "C" int __real_qvr_os_cs_name(char* buffer, size_t size);
+
+extern "C" int __wrap_qvr_os_cs_name(char* buffer, size_t size)
+{
+    return codesetNameError != 0 ? codesetNameError : __real_qvr_os_cs_name(buffer, size);
+}
+
+namespace {
+
 std::string bytesOf(ZBuffer_6_0 const& buffer)
 {
     return std::string(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
@@ -148,7 +161,12 @@ TEST(ZQVRUTF8Converter, ConvertsNothingWithoutACodeset)
     EXPECT_STREQ("", empty.getLocalCodeSet());
     ZQVRUTF8Converter_6_0 const unknown("no such codeset", nullptr);
     EXPECT_STREQ("no such codeset", unknown.getLocalCodeSet());
-    for (ZQVRUTF8Converter_6_0 const* converter : {&none, &empty, &unknown}) {
+    zgetLCSHandle_6_0();
+    codesetNameError = -1;
+    ZQVRUTF8Converter_6_0 const nameless(nullptr, nullptr);
+    codesetNameError = 0;
+    EXPECT_STREQ("", nameless.getLocalCodeSet());
+    for (ZQVRUTF8Converter_6_0 const* converter : {&none, &empty, &unknown, &nameless}) {
         ZBuffer_6_0 buffer("before");
         converter->convertToUTF8("abc", buffer);
         converter->convertToLocal("abc", buffer);

@@ -212,6 +212,17 @@ TEST(ZSharedLibrary, EveryFailingAllocationLeavesTheObjectUsable)
                       },
                       false));
 
+    // One that has not failed before has no room for the message.
+    failEachAllocationOfSome(
+        [&] {
+            try {
+                ZSharedLibrary_6_0 fresh(longName.c_str());
+                fresh.loadLibrary();
+            } catch (ZSharedLibraryLoadException_6_0 const&) {
+            }
+        },
+        [] {}, [] {}, false);
+
     ZSharedLibrary_6_0 library(kPlain.c_str());
     failEachAllocationOfSome(
         [&] {
@@ -301,6 +312,10 @@ TEST(ZSharedLibrary, NamesDecideOrderAndHash)
     EXPECT_GT(b.compare(a), 0);
     EXPECT_EQ(a.hash(), alsoA.hash());
     EXPECT_EQ(ZLCString_6_0("a").hash(), a.hash());
+    // What is no library has its place by its address.
+    ZLCString_6_0 const name("a");
+    EXPECT_EQ(a.ZObject_6_0::compare(name), a.compare(name));
+    EXPECT_NE(0, a.compare(name));
 }
 
 TEST(ZSharedLibrary, CopiesAreNotLoaded)

@@ -68,6 +68,14 @@ std::vector<unsigned char> someBytes(size_t count)
     return bytes;
 }
 
+std::string someTitle(size_t length)
+{
+    std::string title;
+    while (title.size() < length)
+        title += "title " + std::to_string(title.size());
+    return title.substr(0, length);
+}
+
 }  // namespace
 
 TEST(zhex_dump, WritesAFullLine)
@@ -151,6 +159,14 @@ TEST(zhex_dump, IsOneWriteUnlessItIsVeryLong)
     EXPECT_TRUE(longDump == dumpOf(kLong, bytes.data(), "title"));
 }
 
+TEST(zhex_dump, ATitleMayBeLongerThanWhatIsWrittenAtOnce)
+{
+    std::vector<unsigned char> const bytes = someBytes(20);
+    std::string const title = someTitle((3 << 20) + 5);
+    EXPECT_TRUE(slowDumpOf(20, bytes.data(), title.c_str()) ==
+                dumpOf(20, bytes.data(), title.c_str()));
+}
+
 TEST(zhex_dump, NullStreamIsStandardError)
 {
     unsigned char const byte = 'x';
@@ -170,14 +186,18 @@ TEST(zhex_dump, KeepsTheUpperHalfLegible)
 TEST(zhex_dump, GoesOnWithoutMemory)
 {
     std::vector<unsigned char> const bytes = someBytes(1000);
-    std::string const expected = slowDumpOf(1000, bytes.data(), "title");
-    char room[8192];
-    FILE* const stream = fmemopen(room, sizeof room, "w");
-    FailingAllocator::failAt(1, FailingAllocator::forEver);
-    zhex_dump_6_0(stream, 1000, bytes.data(), "title");
-    FailingAllocator::stop();
-    fclose(stream);
-    EXPECT_EQ(expected, std::string(room, expected.size()));
+    for (size_t titleLength : {5u, 80u, 85u, 88u, 90u, 300u}) {
+        SCOPED_TRACE(titleLength);
+        std::string const title = someTitle(titleLength);
+        std::string const expected = slowDumpOf(1000, bytes.data(), title.c_str());
+        char room[8192];
+        FILE* const stream = fmemopen(room, sizeof room, "w");
+        FailingAllocator::failAt(1, FailingAllocator::forEver);
+        zhex_dump_6_0(stream, 1000, bytes.data(), title.c_str());
+        FailingAllocator::stop();
+        fclose(stream);
+        EXPECT_EQ(expected, std::string(room, expected.size()));
+    }
 }
 
 TEST(zhex_dump, WhatTheStreamThrowsLeavesTheNextDumpToOthers)

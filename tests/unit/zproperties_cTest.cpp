@@ -351,6 +351,7 @@ TEST_F(ZPropertiesC, EveryFunctionRefusesABadHandle)
                           {"memory that is not there", handle(8)},
                           {"an iterator", reinterpret_cast<ZPROP_handle*>(iterator)},
                           {"the next slot", handle(live + 4)},
+                          {"a slot that was never made", handle(live + 4000000)},
                           {"a slot beyond all", handle(live | 0xFFFFFFFC)},
                           {"another tag", handle(live ^ 1)},
                           {"another generation", handle(live + (uintptr_t{1} << 32))},
@@ -1383,6 +1384,23 @@ TEST_F(ZPropertiesC, ReadsOrGivesItsCodeWithoutMemory)
         },
         intact, close);
     EXPECT_GE(failures, 1);
+
+    // Where many texts live, remembering another one takes memory as well.
+    std::vector<char*> texts(20000);
+    for (char*& one : texts)
+        one = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
+    for (int i = 0; i < 5; ++i)
+        failures += failEach(
+            52, open,
+            [&] {
+                Text const text(zstzPropGetStringValue_6_0(handle, "s", "k", kRequired, &code));
+                EXPECT_EQ(code == 0, text != nullptr);
+                return code;
+            },
+            intact, close);
+    for (char* one : texts)
+        zstzPropFree_6_0(one);
+    EXPECT_GE(failures, 7);
 
     char* text = nullptr;
     char** list = nullptr;
