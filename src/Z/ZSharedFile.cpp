@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -85,7 +86,7 @@ struct ZSharedFile::Entry {
     int fd = -1;                   // the descriptor in use
     bool writable = false;         // it was opened for writing too
     std::vector<int> descriptors;  // every descriptor of the inode, `fd` among them
-    std::vector<Range> ranges;
+    std::list<Range> ranges;       // each stays where it is until it goes
 };
 
 namespace {
@@ -166,43 +167,28 @@ struct Table {
         return false;
     }
 
-    // Takes back the range at `index`; the record lock goes with its last holder. A failure to
+    using Place = std::list<Range>::iterator;
+
+    // Takes back the range at `place`; the record lock goes with its last holder. A failure to
     // release the record lock changes nothing and is returned.
-    static int release(Entry& entry, size_t index)
+    static int release(Entry& entry, Place place)
     {
-        Range const range = entry.ranges[index];
-        bool last = true;
-        for (size_t i = 0; i < entry.ranges.size(); ++i)
-            if (i != index && !entry.ranges[i].waits && entry.ranges[i].overlaps(range))
-                last = false;
-        if (last)
-            if (int const error = setLock(entry.fd, F_SETLK, F_UNLCK, range.start, range.length))
+        bool const others =
+            std::any_of(entry.ranges.begin(), entry.ranges.end(), [&](Range const& other) {
+                return &other != &*place && !other.waits && other.overlaps(*place);
+            });
+        if (!others)
+            if (int const error = setLock(entry.fd, F_SETLK, F_UNLCK, place->start, place->length))
                 return error;
-        erase(entry, index);
+        entry.ranges.erase(place);
         return 0;
     }
 
-    // Takes back the range at `index` whatever becomes of the record lock.
-    static void drop(Entry& entry, size_t index)
+    // Takes back the range at `place` whatever becomes of the record lock.
+    static void drop(Entry& entry, Place place)
     {
-        if (release(entry, index) != 0)
-            erase(entry, index);
-    }
-
-    static void erase(Entry& entry, size_t index)
-    {
-        entry.ranges.erase(entry.ranges.begin() + static_cast<std::ptrdiff_t>(index));
-    }
-
-    // Returns where the range stands that a thread has added last for `wanted`.
-    static size_t indexOf(Entry const& entry, Range const& wanted)
-    {
-        size_t i = entry.ranges.size();
-        do {
-            --i;
-        } while (entry.ranges[i].user != wanted.user || !entry.ranges[i].overlaps(wanted) ||
-                 !pthread_equal(entry.ranges[i].thread, wanted.thread));
-        return i;
+        if (release(entry, place) != 0)
+            entry.ranges.erase(place);
     }
 };
 
@@ -266,7 +252,6 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     // Room for everything first: nothing may fail once the file is open.
     auto fresh = std::make_unique<Entry>();
     fresh->descriptors.reserve(2);
-    fresh->ranges.reserve(1);
     files.entries.reserve(files.entries.size() + 1);
     for (auto const& entry : files.entries)
         entry->descriptors.reserve(entry->descriptors.size() + 2);
@@ -327,9 +312,11 @@ void ZSharedFile::close()
         entry_ = nullptr;
         return;
     }
-    for (size_t i = entry_->ranges.size(); i-- > 0;)
-        if (entry_->ranges[i].user == this)
-            Table::drop(*entry_, i);
+    for (auto next = entry_->ranges.begin(); next != entry_->ranges.end();) {
+        auto const place = next++;
+        if (place->user == this)
+            Table::drop(*entry_, place);
+    }
     if (--entry_->users == 0) {
         for (int fd : entry_->descriptors)
             ::close(fd);
@@ -368,13 +355,13 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
     Range const wanted = {this, pthread_self(), type, start, length, true};
     if (files.closesRing(entry, wanted.thread, wanted))
         return EDEADLK;
-    entry.ranges.push_back(wanted);
+    auto const place = entry.ranges.insert(entry.ranges.end(), wanted);
 
     // Takes the range back unless it is locked in the end: a wait can fail or be cancelled.
     struct Undo {
         Table& files;
         Entry& entry;
-        Range const& wanted;
+        Table::Place place;
         std::unique_lock<std::mutex>& guard;
         bool done = false;
         ~Undo()
@@ -383,13 +370,13 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
                 return;
             if (!guard.owns_lock())
                 guard.lock();
-            Table::drop(entry, Table::indexOf(entry, wanted));
+            Table::drop(entry, place);
             files.released.notify_all();  // readers may have stood back for this writer
         }
-    } undo{files, entry, wanted, guard};
+    } undo{files, entry, place, guard};
 
     files.released.wait(guard, [&] { return !Table::blocked(entry, wanted); });
-    entry.ranges[Table::indexOf(entry, wanted)].waits = false;
+    place->waits = false;
     int const fd = entry.fd;
     if (command == F_SETLKW)  // others must be able to release meanwhile
         guard.unlock();
@@ -403,11 +390,12 @@ int ZSharedFile::unlock(off_t start, off_t length)
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     int error = 0;
-    for (size_t i = entry_->ranges.size(); i-- > 0;)
-        if (entry_->ranges[i].user == this && entry_->ranges[i].is(start, length)) {
-            int const failed = Table::release(*entry_, i);
-            error = error == 0 ? failed : error;
-        }
+    for (auto next = entry_->ranges.begin(); next != entry_->ranges.end();) {
+        auto const place = next++;
+        // Not what another thread waits for. Only the last holder's release can fail.
+        if (place->user == this && !place->waits && place->is(start, length))
+            error = Table::release(*entry_, place);
+    }
     files.released.notify_all();
     return error;
 }
@@ -436,20 +424,20 @@ void ZSharedFile::leave(off_t start, off_t length)
     auto& ranges = entry_->ranges;
     pthread_t const self = pthread_self();
     size_t count = 0;
-    size_t leaving = ranges.size();
-    for (size_t i = 0; i < ranges.size(); ++i)
-        if (ranges[i].user == this && ranges[i].is(start, length)) {
+    auto leaving = ranges.end();
+    for (auto place = ranges.begin(); place != ranges.end(); ++place)
+        if (place->user == this && place->is(start, length)) {
             ++count;
-            if (ranges[i].joined && pthread_equal(ranges[i].thread, self))
-                leaving = i;
+            if (place->joined && pthread_equal(place->thread, self))
+                leaving = place;
         }
-    if (leaving == ranges.size())
+    if (leaving == ranges.end())
         return;
     if (count > 1) {
-        Table::erase(*entry_, leaving);
+        ranges.erase(leaving);
     } else {
-        ranges[leaving].thread = kNobody;
-        ranges[leaving].joined = false;
+        leaving->thread = kNobody;
+        leaving->joined = false;
     }
 }
 

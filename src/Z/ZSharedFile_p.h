@@ -14,7 +14,8 @@
 // where record locks would let all of them through.
 //
 // Ownership: a ZSharedFile is one user's reference to an entry.
-// Threads: the table is safe from every thread; a reference belongs to one thread at a time.
+// Threads: the table is safe from every thread, and a reference too, except that nobody opens or
+// closes it while another thread uses it.
 // Processes: a child made by fork() starts with an empty table of its own.
 #pragma once
 

@@ -432,6 +432,21 @@ TEST_F(ZProcessReadWriteFileLock, RangesAreLockedOneByOne)
     expectFree(lock);
 }
 
+TEST_F(ZProcessReadWriteFileLock, ReleasingARangeLeavesTheThreadThatWaitsForItWaiting)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.lockFileRange(kWrite, 0, 4);
+    std::future<void> waiting =
+        std::async(std::launch::async, [&] { lock.lockFileRange(kWrite, 0, 4); });
+    EXPECT_TRUE(staysBlocked(waiting));
+    lock.unlockFileRange(0, 4);
+    EXPECT_TRUE(comesThrough(waiting));
+    EXPECT_EQ("w-", seen());
+    lock.unlockFileRange(0, 4);
+    EXPECT_EQ("--", seen());
+    lock.closeLockFile();
+}
+
 TEST_F(ZProcessReadWriteFileLock, ProtocolTakesTheStepsInOrder)
 {
     // A lock whose file is a list of what was done with it.
