@@ -19,7 +19,8 @@ enum RaiseSite {
     reportInDestructor = 58,
     raiseInLock = 77,
     raiseInUnlockOfStranger = 91,
-    raiseInUnlock = 106
+    raiseInUnlock = 106,
+    reportInGuard = 119
 };
 
 enum Message { mutexInit = 3, mutexDestroy = 4, mutexLock = 5, mutexUnlock = 6 };
@@ -116,12 +117,5 @@ ZResourceLock_6_0::ZResourceLock_6_0(ZLock_6_0& lock) : lock_(lock)
 
 ZResourceLock_6_0::~ZResourceLock_6_0()
 {
-    // A second exception would end the process while a first one unwinds the stack.
-    try {
-        lock_.unlock();
-    } catch (ZException_6_0& failure) {
-        if (!zunwinding())
-            throw;
-        zreportException(failure);
-    }
+    zreleaseInDestructor(kSource, reportInGuard, [this] { lock_.unlock(); });
 }

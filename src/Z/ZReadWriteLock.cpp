@@ -15,7 +15,8 @@ enum RaiseSite {
     raiseInUnlockOfFree = 97,
     raiseInUnlockBesideWriter = 104,
     raiseInRecursion = 61,
-    raiseInPromote = 142
+    raiseInPromote = 142,
+    reportInGuard = 171
 };
 
 enum Message { mutexLock = 5, mutexUnlock = 6 };
@@ -368,8 +369,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
 {
     if (failed_ != 0)
         return;
-    // A second exception would end the process while a first one unwinds the stack.
-    try {
+    zreleaseInDestructor(kSource, reportInGuard, [this] {
         try {
             lock_.unlock();
         } catch (ZWriteResourceException_6_0 const&) {
@@ -377,11 +377,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
             lock_.unlock(0);
             throw;
         }
-    } catch (ZException_6_0& failure) {
-        if (!zunwinding())
-            throw;
-        zreportException(failure);
-    }
+    });
 }
 
 template <class Action>

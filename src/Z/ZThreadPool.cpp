@@ -266,13 +266,7 @@ public:
     Unlocked& operator=(Unlocked const&) = delete;
     ~Unlocked() noexcept(false)
     {
-        try {
-            guard_.lock();
-        } catch (ZException_6_0& failure) {
-            if (!zunwinding())
-                throw;
-            zreportException(failure);
-        }
+        zreleaseInDestructor(kSource, raiseInLock, [this] { guard_.lock(); });
     }
 
 private:

@@ -406,6 +406,34 @@ TEST(ZResourceLock, RaisesWhenTheLockIsNotHeldAnyMore)
         6, 0, siteInUnlockOfStranger);
 }
 
+// A lock of one's own may raise what it likes.
+TEST(ZResourceLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
+{
+    class Foreign : public ZLock_6_0 {
+    public:
+        void unlock() override
+        {
+            ZLock_6_0::unlock();
+            throw std::runtime_error("unlock");
+        }
+    } lock;
+    NotedMessages const noted;
+    EXPECT_THROW(ZResourceLock_6_0 const guard(lock), std::runtime_error);
+    EXPECT_EQ(0u, noted.messages().size());
+    EXPECT_THROW(
+        {
+            ZResourceLock_6_0 const guard(lock);
+            throw std::logic_error("the first one");
+        },
+        std::logic_error);
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(kSource, noted.messages()[0].file);
+    EXPECT_EQ(119, noted.messages()[0].line);
+    expectFailure<ZUnlockResourceException_6_0>([&] { lock.ZLock_6_0::unlock(); }, 6, 0,
+                                                siteInUnlockOfStranger);
+}
+
 TEST(ZResourceLock, ReportsInsteadOfRaisingWhileAnotherExceptionIsOnItsWay)
 {
     ZLock_6_0 lock;

@@ -1,12 +1,16 @@
 #include <Z/ZException.h>
 #include <Z/ZReadWriteLock.h>
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "LockStates.h"
@@ -18,6 +22,14 @@
 namespace {
 
 constexpr char kSource[] = "src/Z/ZReadWriteLock";
+
+// What the calls of this thread answer instead of being made, when not 0.
+struct Calls {
+    int lock = 0;
+    int wait = 0;
+    int broadcast = 0;
+};
+thread_local Calls calls;
 
 // A thread that does what it is told, one action at a time.
 class Worker {
@@ -62,7 +74,43 @@ void expectState(Counts expected, ZReadWriteLock_6_0& lock)
         EXPECT_EQ(state == expected.state, lock.haveLock(state) != 0) << "state " << state;
 }
 
+// The least that a lock of one's own has to bring.
+class Least : public ZAbstractReadWriteLock_6_0 {
+public:
+    using ZAbstractReadWriteLock_6_0::lock;
+    void lock(State state) override { asked += getLockStateName(state) + std::string(" "); }
+    int haveLock(State) const override { return 0; }
+    int ownWriteLock() const override { return 0; }
+    void readLock() override {}
+    void writeLock() override {}
+    void readWithIntentToWriteLock() override {}
+    void promoteReadToWriteLock() override {}
+
+    std::string asked;
+};
+
 }  // namespace
+
+extern "C" {
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __real_pthread_cond_broadcast(pthread_cond_t*);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    return calls.lock != 0 ? calls.lock : __real_pthread_mutex_lock(mutex);
+}
+
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
+{
+    return calls.wait != 0 ? calls.wait : __real_pthread_cond_wait(condition, mutex);
+}
+
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
+{
+    return calls.broadcast != 0 ? calls.broadcast : __real_pthread_cond_broadcast(condition);
+}
+}
 
 TEST(ZReadWriteLock, NamesItsStates)
 {
@@ -304,6 +352,65 @@ TEST(ZReadWriteLock, HasTheDefaultsOfItsBase)
     EXPECT_EQ(0u, lock.countObservers());
 }
 
+TEST(ZReadWriteLock, BaseLocksForWritingAndReleasesWithTheFlag)
+{
+    Least least;
+    least.lock();
+    EXPECT_EQ("write ", least.asked);
+    least.unlock();
+    least.unlock(1);
+    EXPECT_EQ("write ", least.asked);
+    class Flagged : public Least {
+    public:
+        using Least::unlock;
+        void unlock(int update) override { asked += "unlock " + std::to_string(update); }
+        int getUpdate() const override { return 7; }
+    } flagged;
+    flagged.unlock();
+    EXPECT_EQ("unlock 7", flagged.asked);
+}
+
+TEST(ZReadWriteLock, AFailedWaitLeavesTheLockAsItWas)
+{
+    NotedMessages const noted;
+    for (State wanted : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(wanted);
+        ZReadWriteLock_6_0 lock;
+        elsewhere([&] { lock.writeLock(); });
+        calls.wait = EINVAL;
+        EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121,
+                                                    [&] { lock.lock(wanted); }));
+        calls = Calls();
+        expectState({0, kWrite}, lock);
+    }
+    EXPECT_EQ(3u, noted.messages().size());
+}
+
+TEST(ZReadWriteLock, AFailedPromotionLeavesProtectAsItWas)
+{
+    for (int broadcast : {0, EAGAIN}) {
+        SCOPED_TRACE(broadcast);
+        NotedMessages const noted;
+        ZReadWriteLock_6_0 lock;
+        lock.readLock();
+        lock.readWithIntentToWriteLock();
+        calls.wait = EINVAL;
+        calls.broadcast = broadcast;
+        EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121,
+                                                    [&] { lock.promoteReadToWriteLock(); }));
+        calls = Calls();
+        expectState({1, kProtect}, lock);
+        ASSERT_EQ(broadcast == 0 ? 1u : 2u, noted.messages().size());
+        EXPECT_EQ(9, noted.messages()[0].number);
+        EXPECT_EQ(broadcast == 0 ? 9 : 27, noted.messages().back().number);
+        elsewhere([&] { lock.unlock(); });
+        lock.promoteReadToWriteLock();
+        expectState({0, kWrite}, lock);
+        lock.unlock();
+        expectState({0, kUnset}, lock);
+    }
+}
+
 TEST(ZReadWriteLock, KeepsTheLastWriterAfterItsRelease)
 {
     ZReadWriteLock_6_0 lock;
@@ -441,6 +548,63 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
         lock.unlock();
     }
     EXPECT_EQ(0, noted.exceptions());
+}
+
+// What others hold is not the guard's to release.
+TEST(ZStackReadWriteLock, ReleasesNothingWhenItsAcquisitionFails)
+{
+    NotedMessages const noted;
+    ZReadWriteLock_6_0 lock;
+    elsewhere([&] { lock.readLock(); });
+    calls.lock = EAGAIN;
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77, [&] {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        guard.writeLock();
+    }));
+    calls = Calls();
+    expectState({1, kRead}, lock);
+    calls.wait = EINVAL;
+    EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121, [&] {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        guard.writeLock();
+    }));
+    calls = Calls();
+    expectState({1, kRead}, lock);
+    EXPECT_EQ(0, noted.exceptions());
+}
+
+// A lock of one's own may raise what it likes.
+TEST(ZStackReadWriteLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
+{
+    class Foreign : public ZReadWriteLock_6_0 {
+    public:
+        using ZReadWriteLock_6_0::unlock;
+        void unlock() override
+        {
+            ZReadWriteLock_6_0::unlock();
+            throw std::runtime_error("unlock");
+        }
+    } lock;
+    NotedMessages const noted;
+    EXPECT_THROW(
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 0);
+            guard.readLock();
+        },
+        std::runtime_error);
+    EXPECT_EQ(0u, noted.messages().size());
+    EXPECT_THROW(
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 0);
+            guard.readLock();
+            throw std::logic_error("the first one");
+        },
+        std::logic_error);
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(kSource, noted.messages()[0].file);
+    EXPECT_EQ(171, noted.messages()[0].line);
+    expectState({0, kUnset}, lock);
 }
 
 TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
