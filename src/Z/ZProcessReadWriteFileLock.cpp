@@ -30,7 +30,8 @@ enum RaiseSite {
     raiseInUnlock = 331,
     raiseInWriteBytes = 352,
     raiseInReadBytes = 377,
-    raiseForReplacedFile = 398
+    raiseForReplacedFile = 398,
+    reportInCleanUp = 406
 };
 
 enum Message { lockFailed = 33, unlockFailed = 34, readFailed = 35 };
@@ -49,17 +50,22 @@ constexpr int kAttempts = 100;  // at a file that is replaced again and again wh
 constexpr int kTornFile = -1;   // the rc of a read that found fewer bytes than there should be
 
 // Runs `clean` and reports what it raises: something else is on its way already. Returns whether
-// it raised nothing.
+// it raised nothing. The steps of the protocol may be those of a derived class.
 template <class Clean>
 bool quietly(Clean clean)
 {
+    ZCancelGuard const uncancelled;
     try {
         clean();
         return true;
     } catch (ZException_6_0& failure) {
         zreportException(failure);
-        return false;
+    } catch (...) {
+        if (zcaughtCancellation())
+            throw;
+        zreportUnknownException(kSource, reportInCleanUp);
     }
+    return false;
 }
 
 // Runs `call`, and raises an exception of the library when there is no memory.
@@ -184,13 +190,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lock(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::notifyLockObservers()
 {
-    if (isCurrent() != 0 || countObservers() == 0)
-        return;
-    if (threadLock().ownWriteLock() == 0) {
-        threadLock().unlock();
-        threadLock().writeLock();
-    }
-    // Another thread may have seen the change meanwhile.
+    // Another thread may have seen the change while this one was on its way to the write lock.
     if (isCurrent() == 0)
         notifyObservers(ZSequenceUpdate_6_0(getSequence(), getLastSequence()));
 }

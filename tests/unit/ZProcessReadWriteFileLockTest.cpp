@@ -53,6 +53,9 @@ public:
     }
 };
 
+// This thread cannot take the next mutex.
+thread_local bool mutexFails = false;
+
 int writesNothing(SystemCall const& call)
 {
     return call.name == "pwrite" ? kMovesNothing : 0;
@@ -118,6 +121,18 @@ protected:
 
 }  // namespace
 
+extern "C" {
+int __real_pthread_mutex_lock(pthread_mutex_t*);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
+{
+    if (!mutexFails)
+        return __real_pthread_mutex_lock(mutex);
+    mutexFails = false;
+    return EAGAIN;
+}
+}
+
 // ---- Names and directories ---------------------------------------------------------------------
 
 TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryAndPrefixAndName)
@@ -130,6 +145,7 @@ TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryAndPrefixAndName)
     EXPECT_EQ(std::string("._zpl") + unnamed.getLockName().getChars(), unnamed.getLockFileName());
     ZStubProcessReadWriteFileLock_6_0 const stub(dir().c_str(), "s");
     EXPECT_EQ(dir() + "/._zpls", stub.getLockFileName());
+    EXPECT_STREQ("._zpls", ZStubProcessReadWriteFileLock_6_0("s").getLockFileName());
 }
 
 TEST_F(ZProcessReadWriteFileLock, KeepsASlashInTheName)
@@ -393,6 +409,23 @@ TEST_F(ZProcessReadWriteFileLock, TornFileIsAFailureOfItsOwn)
 
 // ---- Ranges ------------------------------------------------------------------------------------
 
+TEST_F(ZProcessReadWriteFileLock, FileThatCannotBeLookedAtIsAFailureToRead)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.lockFileRange(kWrite, 0, 4);
+    uint32_t word = 0xCAFE;
+    CallPlan wanted;
+    wanted.failing = {{"stat", EACCES}};
+    {
+        WatchedCalls const watched(wanted);
+        EXPECT_TRUE(raises<ZReadResourceException_6_0>(35, EACCES, kSource, 377,
+                                                       [&] { lock.readBytes(&word, 0, 4); }));
+    }
+    EXPECT_EQ(0xCAFEu, word);
+    EXPECT_EQ("w-", seen());
+    lock.closeLockFile();
+}
+
 TEST_F(ZProcessReadWriteFileLock, OtherProcessesSeeTheRanges)
 {
     struct Case {
@@ -432,6 +465,14 @@ TEST_F(ZProcessReadWriteFileLock, RangesAreLockedOneByOne)
     expectFree(lock);
 }
 
+TEST_F(ZProcessReadWriteFileLock, ReleasingARangeOfAClosedFileDoesNothing)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.unlockFileRange(0, 4);
+    EXPECT_EQ("", directory_.names());
+    EXPECT_EQ(-1, lock.getFileHandle());
+}
+
 TEST_F(ZProcessReadWriteFileLock, ReleasingARangeLeavesTheThreadThatWaitsForItWaiting)
 {
     Lock lock(dir().c_str(), "a");
@@ -445,6 +486,41 @@ TEST_F(ZProcessReadWriteFileLock, ReleasingARangeLeavesTheThreadThatWaitsForItWa
     lock.unlockFileRange(0, 4);
     EXPECT_EQ("--", seen());
     lock.closeLockFile();
+}
+
+TEST_F(ZProcessReadWriteFileLock, BytesAreWrittenAcrossTheWords)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    char bytes[] = "12345678";
+    lock.writeBytes(bytes, 2, 4);
+    lock.writeBytes(bytes, 4, 4);
+    lock.writeBytes(bytes, 4, 6);  // begins with what is there
+    lock.unlock(0);
+    EXPECT_EQ(std::string(2, '\0') + "12123456", directory_.read("._zpla"));
+}
+
+TEST_F(ZProcessReadWriteFileLock, DerivedClassMayDoWithoutTheFile)
+{
+    class Elsewhere : public Lock {
+    public:
+        using Lock::Lock;
+        void lockFileRange(State, unsigned, unsigned) override {}
+        void unlockFileRange(unsigned, unsigned) override {}
+        void writeBytes(void*, unsigned, unsigned) override {}
+        void readBytes(void*, unsigned, unsigned) override {}
+    };
+    auto lock = std::make_unique<Elsewhere>(dir().c_str(), "a");
+    for (State state : {kRead, kWrite}) {
+        lock->lock(state);
+        EXPECT_EQ(state, lock->getLockState());
+        lock->unlock();
+        EXPECT_EQ(kUnset, lock->getLockState());
+    }
+    lock->readLock();
+    EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(32, kBaseSource, 64,
+                                                           [&] { delete lock.release(); }));
+    EXPECT_EQ("", directory_.names());
 }
 
 TEST_F(ZProcessReadWriteFileLock, ProtocolTakesTheStepsInOrder)
@@ -844,6 +920,39 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
     expectFree(lock);
 }
 
+TEST_F(ZProcessReadWriteFileLock, ReaderTellsNothingThatAnotherHasToldMeanwhile)
+{
+    // Between its two locks another thread comes in.
+    class Overtaken : public Lock {
+    public:
+        using Lock::Lock;
+        void dolock(State state) override
+        {
+            Lock::dolock(state);
+            if (state != kUnset || !armed)
+                return;
+            armed = false;
+            elsewhere([this] {
+                writeLock();
+                unlock(0);
+            });
+        }
+        bool armed = false;
+    } lock(dir().c_str(), "a");
+    Observer observer;
+    lock.addObserver(&observer);
+    lock.setLastSequence(0);
+    putSequence(5);
+    lock.armed = true;
+    lock.readLock();
+    EXPECT_FALSE(lock.armed);
+    EXPECT_EQ("0>5 ", observer.told);
+    EXPECT_EQ(kWrite, lock.getLockState());
+    EXPECT_EQ(0, lock.getUpdate());
+    lock.unlock();
+    expectFree(lock);
+}
+
 TEST_F(ZProcessReadWriteFileLock, ReaderThatFailsWhileItNotifiesHoldsNothing)
 {
     NotedMessages const noted;
@@ -1012,6 +1121,34 @@ TEST_F(ZProcessReadWriteFileLock, FileThatWasRemovedMeanwhileIsLockedAnew)
     expectFree(lock);
 }
 
+TEST_F(ZProcessReadWriteFileLock, FileThatIsRemovedAgainAndAgainIsGivenUp)
+{
+    long const before = openDescriptors();
+    Lock lock(dir().c_str(), "a");
+    int looks = 0;
+    CallPlan removing;
+    removing.before = [&](SystemCall const& call) {
+        if (call.name == "stat") {
+            ++looks;
+            unlink(path().c_str());
+        }
+        return 0;
+    };
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        looks = 0;
+        {
+            WatchedCalls const watched(removing);
+            EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ESTALE, kSource, 398,
+                                                           [&] { lock.lock(state); }));
+        }
+        EXPECT_EQ(100, looks);
+        EXPECT_EQ(before, openDescriptors());
+        EXPECT_EQ(kUnset, lock.getLockState());
+        expectFree(lock);
+    }
+}
+
 TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
 {
     std::string const victim = directory_.write("victim", "untouched");
@@ -1135,6 +1272,58 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionOfOneThreadLeavesNothingToOth
     EXPECT_EQ(0, lock.getReaderCount());
 }
 
+TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
+{
+    Lock lock(dir().c_str(), "a");
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        mutexFails = true;
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77,
+                                                       [&] { lock.lock(state); }));
+        EXPECT_FALSE(mutexFails);
+        EXPECT_EQ("", directory_.names()) << "the file is not touched without its mutex";
+        elsewhere([&] { EXPECT_EQ(0, lock.getReaderCount()); });
+        lock.lock(state);
+        lock.unlock(0);
+        expectFree(lock);
+        unlink(path().c_str());
+    }
+}
+
+// A step that is a derived class's own may raise what it likes.
+TEST_F(ZProcessReadWriteFileLock, CleanUpThatRaisesIsReportedAndGoesOn)
+{
+    class Failing : public ZStubProcessReadWriteFileLock_6_0 {
+    public:
+        void unlockFile() override
+        {
+            if (fails)
+                throw std::runtime_error("unlockFile");
+        }
+        void readSequenceNumber(unsigned long*) override
+        {
+            if (fails)
+                ZReadResourceException_6_0(35, EIO).throwException("test", 1);
+        }
+        bool fails = true;
+    } lock;
+    NotedMessages const noted;
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        lock.fails = true;
+        EXPECT_TRUE(raises<ZReadResourceException_6_0>(35, "test", 1, [&] { lock.lock(state); }));
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(0, lock.getReaderCount());
+        lock.fails = false;
+        lock.writeLock();
+        lock.unlock();
+    }
+    ASSERT_EQ(4u, noted.messages().size()) << "each tries twice";
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(kSource, noted.messages()[0].file);
+    EXPECT_EQ(406, noted.messages()[0].line);
+}
+
 TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
 {
     for (State state : {kRead, kWrite})
@@ -1209,6 +1398,29 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheUpdateThatFailed)
     callPlan = CallPlan();
     EXPECT_EQ(0u, word(0));
     expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesNothingThatItDidNotGet)
+{
+    NotedMessages const noted;
+    Lock lock(dir().c_str(), "a");
+    CallPlan wanted;
+    wanted.failing = {{"F_SETLKW", ENOLCK}};
+    for (State state : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(state);
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, ENOLCK, kSource, 327, [&] {
+            ZStackReadWriteLock_6_0 guard(lock, 1);
+            WatchedCalls const watched(wanted);
+            if (state == kRead)
+                guard.readLock();
+            else if (state == kProtect)
+                guard.readWithIntentToWriteLock();
+            else
+                guard.writeLock();
+        }));
+        expectFree(lock);
+    }
+    EXPECT_EQ(0, noted.exceptions());
 }
 
 TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
@@ -1295,11 +1507,11 @@ TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
     Lock lock(dir().c_str(), "a");
     lock.readLock();
     elsewhere([&] {
-        failEachAllocation([&] { lock.readLock(); },
-                           [&] {
-                               EXPECT_EQ(kRead, lock.getLockState());
-                               EXPECT_EQ(1, lock.getReaderCount());
-                           });
+        EXPECT_LT(0u, failEachAllocation([&] { lock.readLock(); },
+                                         [&] {
+                                             EXPECT_EQ(kRead, lock.getLockState());
+                                             EXPECT_EQ(1, lock.getReaderCount());
+                                         }));
         lock.unlock();
     });
     lock.unlock();
