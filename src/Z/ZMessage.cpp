@@ -125,8 +125,6 @@ public:
 private:
     void flush()
     {
-        if (used_ == 0)
-            return;
         // Writing is a cancellation point, and this may run in a destructor, out of which a
         // cancellation ends the process: it waits until the report is out.
         ZCancelGuard const uncancelled;
