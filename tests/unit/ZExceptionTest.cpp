@@ -257,6 +257,16 @@ TEST(ZException, ACloneOutlivesWhatItWasMadeOf)
     EXPECT_FALSE(copy == ZPropertiesIOException_6_0(copy));
 }
 
+TEST(ZException, TextsOfInsertsAreCloned)
+{
+    auto first = std::make_unique<ZException_6_0::Text>("insert");
+    std::unique_ptr<ZException_6_0::Text> const clone(first->clone());
+    *first = ZException_6_0::Text("other");
+    EXPECT_STREQ("other", first->getChars());
+    first.reset();
+    EXPECT_STREQ("insert", clone->getChars());
+}
+
 TEST(ZException, KeepsTheFileInWho)
 {
     ZUnsupportedException_6_0 e;

@@ -88,6 +88,15 @@ TEST(ZObject, LivesInStorageOfTheCaller)
     object->~ZObject_6_0();
 }
 
+TEST(ZObject, LeavesTheStorageOfTheCallerAloneWhenItIsNotMade)
+{
+    struct Unmakable : ZObject_6_0 {
+        Unmakable() { throw 5; }
+    };
+    alignas(Unmakable) unsigned char place[sizeof(Unmakable)];
+    EXPECT_THROW(new (place) Unmakable, int);
+}
+
 TEST(ZObject, ReleasesWhatItAllocates)
 {
     std::unique_ptr<ZObject_6_0> const one(new ZObject_6_0);
