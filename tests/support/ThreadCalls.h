@@ -9,6 +9,7 @@ struct Calls {
     int setDetachState = 0;
     int create = 0;
     int attrDestroy = 0;
+    int join = 0;
     int keyCreate = 0;
 };
 inline Calls calls_;
@@ -18,6 +19,7 @@ int __real_pthread_attr_init(pthread_attr_t*);
 int __real_pthread_attr_setdetachstate(pthread_attr_t*, int);
 int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
 int __real_pthread_attr_destroy(pthread_attr_t*);
+int __real_pthread_join(pthread_t, void**);
 int __real_pthread_key_create(pthread_key_t*, void (*)(void*));
 
 inline __attribute__((used)) int __wrap_pthread_attr_init(pthread_attr_t* attributes)
@@ -41,6 +43,12 @@ inline __attribute__((used)) int __wrap_pthread_attr_destroy(pthread_attr_t* att
 {
     int const rc = __real_pthread_attr_destroy(attributes);
     return calls_.attrDestroy != 0 ? calls_.attrDestroy : rc;
+}
+// A cancellation ends it here: ThreadSanitizer does not see the end of a call that is cancelled.
+inline __attribute__((used)) int __wrap_pthread_join(pthread_t id, void** result)
+{
+    pthread_testcancel();
+    return calls_.join != 0 ? calls_.join : __real_pthread_join(id, result);
 }
 inline __attribute__((used)) int __wrap_pthread_key_create(pthread_key_t* key,
                                                            void (*destroy)(void*))

@@ -115,6 +115,20 @@ TEST(ZSleeperThread, WorksAtItsInterval)
     EXPECT_LE(passed, std::chrono::seconds(40));
 }
 
+TEST(ZSleeperThread, TheLongestIntervalIsNoShortOne)
+{
+    for (unsigned long interval : {~0ul, ~0ul / 2, ~0ul / 2 + 1}) {
+        SCOPED_TRACE(interval);
+        TestSleeper sleeper(interval);
+        sleeper.start();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(0, sleeper.units);
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units >= 1; });
+        sleeper.waitForExit();
+    }
+}
+
 TEST(ZSleeperThread, MayBeStartedAgain)
 {
     TestSleeper sleeper;

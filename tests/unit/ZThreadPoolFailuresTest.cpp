@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -25,9 +26,11 @@
 extern "C" {
 int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
 int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
+int __real_pthread_mutex_destroy(pthread_mutex_t*);
 int __real_pthread_mutex_lock(pthread_mutex_t*);
 int __real_pthread_mutex_unlock(pthread_mutex_t*);
 int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
+int __real_pthread_cond_destroy(pthread_cond_t*);
 int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
 int __real_pthread_cond_signal(pthread_cond_t*);
 int __real_pthread_cond_broadcast(pthread_cond_t*);
@@ -38,16 +41,19 @@ namespace {
 enum Call {
     create,
     mutexInit,
+    mutexDestroy,
     mutexLock,
     mutexUnlock,
     condInit,
+    condDestroy,
     condWait,
     condSignal,
     condBroadcast
 };
 constexpr char const* kName[] = {
-    "pthread_create",    "pthread_mutex_init", "pthread_mutex_lock",  "pthread_mutex_unlock",
-    "pthread_cond_init", "pthread_cond_wait",  "pthread_cond_signal", "pthread_cond_broadcast"};
+    "pthread_create",       "pthread_mutex_init",    "pthread_mutex_destroy", "pthread_mutex_lock",
+    "pthread_mutex_unlock", "pthread_cond_init",     "pthread_cond_destroy",  "pthread_cond_wait",
+    "pthread_cond_signal",  "pthread_cond_broadcast"};
 
 // The n-th call of one kind, of whichever thread, fails.
 std::atomic<int> failing{-1};
@@ -70,6 +76,14 @@ bool stopFailing()
     failing = -1;
     return left <= 0;
 }
+
+// The next waits of this thread end at once although nobody has woken it, as they may.
+thread_local int earlyWaits = 0;
+
+// The next broadcast reaches nobody until the thread that made it waits for the same condition:
+// until then the others have not got up.
+std::atomic<bool> withholding{false};
+std::atomic<pthread_cond_t*> withheld{nullptr};
 
 // A test that hangs ends the program.
 struct Watchdog {
@@ -155,6 +169,12 @@ int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, pthread_mutexattr_t const*
     return fails(mutexInit) ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
 }
 
+int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex)
+{
+    int const rc = __real_pthread_mutex_destroy(mutex);
+    return fails(mutexDestroy) ? EBUSY : rc;
+}
+
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
 {
     return fails(mutexLock) ? EAGAIN : __real_pthread_mutex_lock(mutex);
@@ -173,8 +193,20 @@ int __wrap_pthread_cond_init(pthread_cond_t* condition, pthread_condattr_t const
     return fails(condInit) ? EAGAIN : __real_pthread_cond_init(condition, attributes);
 }
 
+int __wrap_pthread_cond_destroy(pthread_cond_t* condition)
+{
+    int const rc = __real_pthread_cond_destroy(condition);
+    return fails(condDestroy) ? EBUSY : rc;
+}
+
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
+    if (earlyWaits > 0) {
+        --earlyWaits;
+        return 0;
+    }
+    if (withheld.exchange(nullptr) == condition)
+        __real_pthread_cond_broadcast(condition);
     return fails(condWait) ? EINVAL : __real_pthread_cond_wait(condition, mutex);
 }
 
@@ -185,6 +217,10 @@ int __wrap_pthread_cond_signal(pthread_cond_t* condition)
 
 int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
 {
+    if (withholding.exchange(false)) {
+        withheld = condition;
+        return 0;
+    }
     return fails(condBroadcast) ? EINVAL : __real_pthread_cond_broadcast(condition);
 }
 
@@ -254,6 +290,8 @@ TEST(ZThreadPoolFailures, MakingAPoolOrASleeperFailsWhole)
     EXPECT_LE(2u, failEachAllocation([] { ZThreadPool_6_0 const pool(2, 3); }, unchanged));
     EXPECT_LE(2u, failEachAllocation([] { Sleeper const sleeper; }, unchanged));
     EXPECT_LE(1u, failEachAllocation([] { ZReadWriteLock_6_0 const lock; }, unchanged));
+    ZReadWriteLock_6_0 const lock;
+    EXPECT_LE(2u, failEachAllocation([&] { delete lock.clone(); }, unchanged));
     long const before = FailingAllocator::blocks();
     failAt(mutexInit, 1);
     EXPECT_TRUE(raises<ZThreadException_6_0>(3, ENOMEM, "src/Z/ZThreadPool", 52,
@@ -263,6 +301,29 @@ TEST(ZThreadPoolFailures, MakingAPoolOrASleeperFailsWhole)
                                              [] { ZThreadPool_6_0 const pool(1, 1); }));
     stopFailing();
     EXPECT_EQ(before, FailingAllocator::blocks());
+}
+
+TEST(ZThreadPoolFailures, AFailureToBeDestroyedIsOnlyReported)
+{
+    struct Case {
+        Call call;
+        int message;
+        int site;
+    };
+    Case const cases[] = {{mutexDestroy, 4, 71}, {condDestroy, 8, 76}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(kName[c.call]);
+        NotedMessages const noted;
+        auto pool = std::make_unique<ZThreadPool_6_0>(1, 1);
+        failAt(c.call, 1);
+        pool.reset();
+        EXPECT_TRUE(stopFailing());
+        ASSERT_EQ(1u, noted.messages().size());
+        EXPECT_EQ("src/Z/ZThreadPool", noted.messages()[0].file);
+        EXPECT_EQ(c.message, noted.messages()[0].number);
+        EXPECT_EQ(c.site, noted.messages()[0].line);
+        EXPECT_EQ(std::to_string(EBUSY), noted.messages()[0].inserts[0]);
+    }
 }
 
 TEST(ZThreadPoolFailures, MutexFailuresRaise)
@@ -348,6 +409,229 @@ TEST(ZThreadPoolFailures, AStartThatFailsBehindItsThreadStaysCounted)
     pool.waitForExit();
     EXPECT_EQ(1, thread.runs);
     expectAllSlotsFree(pool, 1);
+}
+
+TEST(ZThreadPoolFailures, AFailedReleaseIsReportedWhileAnotherExceptionIsOnItsWay)
+{
+    NotedMessages const noted;
+    constexpr int kSlots = 17;
+    ZThreadPool_6_0 pool(kSlots, kSlots);
+    Runner threads[kSlots];
+    int keep = 0;
+    // There is room for so many at first.
+    for (int i = 0; i < 16; ++i)
+        pool.threadDoneNotification(threads[i], keep);
+    EXPECT_EQ(1, keep);
+    failAt(mutexUnlock, 1);
+    FailingAllocator::failAt(1);
+    EXPECT_THROW(pool.threadDoneNotification(threads[16], keep), ZOutOfMemoryException_6_0);
+    EXPECT_TRUE(FailingAllocator::stop());
+    EXPECT_TRUE(stopFailing());
+    EXPECT_EQ(0, keep);
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(6, noted.messages()[0].number);
+    EXPECT_EQ(109, noted.messages()[0].line);
+    EXPECT_EQ(std::to_string(EPERM), noted.messages()[0].inserts[0]);
+    expectAllSlotsFree(pool, kSlots);
+}
+
+TEST(ZThreadPoolFailures, AStartOfOnesOwnMayRaiseWhatItLikes)
+{
+    Watchdog const watchdog(60);
+    class Foreign : public Runner {
+    public:
+        void start() override { throw 5; }
+    } thread;
+    NotedMessages const noted;
+    ZThreadPool_6_0 pool(1, 1);
+    pool.start(thread);
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(148, noted.messages()[0].line);
+    // The slot is given back, also when those who wait for it cannot be told.
+    failAt(condSignal, 1);
+    pool.start(thread);
+    EXPECT_TRUE(stopFailing());
+    ASSERT_EQ(3u, noted.messages().size());
+    EXPECT_EQ(10, noted.messages()[2].number);
+    EXPECT_EQ(208, noted.messages()[2].line);
+    EXPECT_EQ(std::to_string(EINVAL), noted.messages()[2].inserts[0]);
+    expectAllSlotsFree(pool, 1);
+}
+
+TEST(ZThreadPoolFailures, ACancelledStartFreesItsSlot)
+{
+    Watchdog const watchdog(60);
+    class Cancelling : public Runner {
+    public:
+        void start() override
+        {
+            pthread_cancel(pthread_self());
+            pthread_testcancel();
+        }
+    } thread;
+    ZThreadPool_6_0 pool(1, 1);
+    CancellableThread starter([&] { pool.start(thread); });
+    EXPECT_TRUE(starter.endsCancelled());
+    expectAllSlotsFree(pool, 1);
+}
+
+TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
+{
+    Watchdog const watchdog(60);
+    class Slow : public Sleeper {
+    public:
+        void waitForExit() override
+        {
+            told = true;
+            waitUntil([this] { return released.load(); });
+            Sleeper::waitForExit();
+        }
+        std::atomic<bool> told{false};
+        std::atomic<bool> released{false};
+    } sleepers[2];
+    ZThreadPool_6_0 pool(2, 2);
+    for (Slow& sleeper : sleepers) {
+        pool.start(sleeper);
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == 1; });
+        sleeper.reset();  // waits until it sleeps, and is parked
+    }
+    std::vector<std::thread> waiting;
+    for (Slow& sleeper : sleepers) {
+        waiting.emplace_back([&] { pool.waitForExit(); });
+        waitUntil([&] { return sleeper.told.load(); });
+    }
+    for (Slow& sleeper : sleepers) {
+        sleeper.released = true;
+        waitUntil([&] { return sleeper.exits == 1; });
+    }
+    for (std::thread& one : waiting)
+        one.join();
+    expectAllSlotsFree(pool, 2);
+}
+
+TEST(ZThreadPoolFailures, AMutexThatIsNotHadAgainEndsTheWait)
+{
+    class Arming : public Sleeper {
+    public:
+        void waitForExit() override
+        {
+            Sleeper::waitForExit();
+            failAt(mutexLock, 1);
+            if (cancels) {
+                pthread_cancel(pthread_self());
+                pthread_testcancel();
+            }
+        }
+        bool cancels = false;
+    } sleeper;
+    for (bool cancels : {false, true}) {
+        SCOPED_TRACE(cancels);
+        Watchdog const watchdog(60);
+        NotedMessages const noted;
+        ZThreadPool_6_0 pool(1, 1);
+        sleeper.cancels = cancels;
+        sleeper.units = 0;
+        pool.start(sleeper);
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == 1; });
+        sleeper.reset();  // waits until it sleeps, and is parked
+        if (cancels) {
+            CancellableThread waiting([&] { pool.waitForExit(); });
+            EXPECT_TRUE(waiting.endsCancelled());
+        } else {
+            EXPECT_TRUE(raises<ZThreadException_6_0>(5, EAGAIN, "src/Z/ZThreadPool", 97,
+                                                     [&] { pool.waitForExit(); }));
+        }
+        EXPECT_TRUE(stopFailing());
+        EXPECT_EQ(cancels ? 1 : 0, noted.exceptions());
+        expectAllSlotsFree(pool, 1);
+    }
+}
+
+TEST(ZThreadPoolFailures, ASleeperReportsWhatFailsAtItsEnd)
+{
+    Watchdog const watchdog(60);
+    class Arming : public Sleeper {
+    public:
+        void doWork() override
+        {
+            if (++units > 1)
+                return;
+            failAt(mutexLock, 1);
+            ZUnsupportedException_6_0().throwException("src/x", 1);
+        }
+    };
+    NotedMessages const noted;
+    {
+        Arming sleeper;
+        sleeper.start();
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.exits == 1; });
+        EXPECT_TRUE(stopFailing());
+        EXPECT_EQ(2, noted.exceptions());
+        sleeper.waitForExit();
+        // The work that failed is still to be done.
+        sleeper.start();
+        waitUntil([&] { return sleeper.units == 2; });
+        sleeper.waitForExit();
+        EXPECT_EQ(2, sleeper.exits);
+    }
+    auto sleeper = std::make_unique<Sleeper>();
+    failAt(mutexLock, 1);
+    sleeper.reset();
+    EXPECT_TRUE(stopFailing());
+    EXPECT_EQ(3, noted.exceptions());
+}
+
+TEST(ZThreadPoolFailures, ASleeperThatWakesUpForNothingSleepsOn)
+{
+    Watchdog const watchdog(60);
+    class Waking : public Sleeper {
+    public:
+        void doWork() override
+        {
+            earlyWaits = 3;
+            Sleeper::doWork();
+        }
+    } sleeper;
+    sleeper.start();
+    for (int i = 1; i <= 2; ++i) {
+        sleeper.wakeUp();
+        waitUntil([&] { return sleeper.units == i; });
+        sleeper.reset();  // waits until it sleeps
+        EXPECT_EQ(i, sleeper.units);
+    }
+    sleeper.waitForExit();
+    EXPECT_EQ(2, sleeper.units);
+}
+
+// Its start() is still on its way out of the object.
+TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
+{
+    Watchdog const watchdog(60);
+    class Short : public ZSleeperThread_6_0 {
+    public:
+        explicit Short(std::atomic<bool>& ended) : ZSleeperThread_6_0(1, 1), ended_(ended) {}
+        ~Short() override { ended_ = true; }
+        void doWork() override { ZUnsupportedException_6_0().throwException("src/x", 1); }
+
+    private:
+        std::atomic<bool>& ended_;
+    };
+    NotedMessages const noted;
+    std::atomic<bool> ended{false};
+    auto* const sleeper = new Short(ended);
+    sleeper->wakeUp();
+    withholding = true;
+    sleeper->start();
+    EXPECT_FALSE(withholding);
+    EXPECT_EQ(nullptr, withheld);
+    EXPECT_TRUE(ended) << "it has waited";
+    EXPECT_EQ(1, noted.exceptions());
+    // It still has to leave the object.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesTheFormerThreadToBeJoined)

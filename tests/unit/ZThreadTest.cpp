@@ -83,6 +83,37 @@ TEST_F(ZThread, OrdersById)
     EXPECT_EQ(-1, two.compare(one));
 }
 
+TEST_F(ZThread, OrdersAmongOtherObjectsByAddress)
+{
+    TestThread const thread([] {});
+    ZObject_6_0 const stranger;
+    EXPECT_EQ(&thread < &stranger ? -1 : 1, thread.compare(stranger));
+    EXPECT_EQ(-thread.compare(stranger), stranger.compare(thread));
+}
+
+TEST_F(ZThread, WrapsAThreadThatRunsAlready)
+{
+    class Wrapper : public ZThread_6_0 {
+    public:
+        using ZThread_6_0::ZThread_6_0;
+        void run() override {}
+    };
+    std::atomic<bool> ended{false};
+    auto const entry = [](void* flag) -> void* {
+        *static_cast<std::atomic<bool>*>(flag) = true;
+        return nullptr;
+    };
+    pthread_t id;
+    ASSERT_EQ(0, pthread_create(&id, nullptr, entry, &ended));
+    Wrapper thread(id);
+    EXPECT_EQ(id, thread.getPThreadID());
+    EXPECT_EQ(static_cast<uint32_t>(id), thread.hash());
+    thread.waitForExit();
+    EXPECT_TRUE(ended);
+    EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
+                                             [&] { thread.waitForExit(); }));
+}
+
 TEST_F(ZThread, RefusesToBeCloned)
 {
     TestThread thread([] {});
@@ -142,6 +173,42 @@ TEST_F(ZThread, ExceptionsEndTheThreadAndAreReported)
     EXPECT_EQ(1, foreign.exits);
 }
 
+TEST_F(ZThread, ExceptionsOfTheHookAreReported)
+{
+    class Hooked : public TestThread {
+    public:
+        using TestThread::TestThread;
+        void exit() override
+        {
+            TestThread::exit();
+            if (exits == 1)
+                throw std::runtime_error("exit");
+            ZUnsupportedException_6_0().throwException("src/x", 1);
+        }
+    } thread([] {});
+    NotedMessages const noted;
+    for (int i = 1; i <= 2; ++i) {
+        thread.start();
+        thread.waitForExit();
+        EXPECT_EQ(i, thread.exits);
+    }
+    EXPECT_EQ(1, noted.exceptions());
+    ASSERT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(19, noted.messages()[0].number);
+    EXPECT_EQ(196, noted.messages()[0].line);
+}
+
+TEST_F(ZThread, EndsInPeaceWhenEvenTheReportFails)
+{
+    NotedMessages noted;
+    noted.throwsToo = true;
+    TestThread thread([] { throw std::runtime_error("x"); });
+    thread.start();
+    thread.waitForExit();
+    EXPECT_EQ(1u, noted.messages().size());
+    EXPECT_EQ(1, thread.exits);
+}
+
 TEST_F(ZThread, CancellingEndsTheThread)
 {
     std::atomic<bool> running{false};
@@ -166,6 +233,34 @@ TEST_F(ZThread, WaitingForNoThreadRaises)
     thread.waitForExit();
     EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
                                              [&] { thread.waitForExit(); }));
+}
+
+// As when it waits for itself.
+TEST_F(ZThread, AFailedWaitLeavesTheThreadToBeJoined)
+{
+    TestThread thread([] {});
+    thread.start();
+    calls_.join = EDEADLK;
+    EXPECT_TRUE(raises<ZThreadException_6_0>(20, EDEADLK, "src/Z/ZThread", 151,
+                                             [&] { thread.waitForExit(); }));
+    calls_ = Calls();
+    thread.waitForExit();
+    EXPECT_EQ(1, thread.exits);
+}
+
+TEST_F(ZThread, ACancelledWaitLeavesTheThreadToBeJoined)
+{
+    std::atomic<bool> release{false};
+    TestThread thread([&] { waitUntil([&] { return release.load(); }); });
+    thread.start();
+    CancellableThread waiting([&] {
+        pthread_cancel(pthread_self());
+        thread.waitForExit();
+    });
+    EXPECT_TRUE(waiting.endsCancelled());
+    release = true;
+    thread.waitForExit();
+    EXPECT_EQ(1, thread.exits);
 }
 
 TEST_F(ZThread, FailingCallsRaise)
