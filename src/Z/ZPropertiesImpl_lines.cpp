@@ -304,7 +304,7 @@ void Store::link(Id line, Id next)
 }
 
 // Makes a line behind `before`, or at the front when that is 0, in the section of `category`, which
-// is 0 for the lines before the first head. Never raises after reserveLines().
+// is 0 for heads and for the lines before the first one. Never raises after reserveLines().
 Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
 {
     Id const id = lines_.make();
@@ -312,7 +312,7 @@ Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
     link(id, before == 0 ? firstLine_ : lines_[before].next);
     link(before, id);
 
-    if (categoryId == 0 || kind == headLine)
+    if (categoryId == 0)
         return id;
     Category& category = categories_[categoryId];
     if (kind == commentLine)
@@ -494,14 +494,14 @@ void Store::indexSection(Id id)
             noteTemplate(id, line);
 }
 
-void Store::unindexSection(Id id)
+// Takes tree and templates from the last section.
+void Store::unindexLastSection()
 {
-    Category& category = categories_[id];
-    Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;
-    for (Id line = lines_[category.head].next; line != end; line = lines_[line].next)
+    Category& last = categories_[lastHead_];
+    for (Id line = lines_[last.head].next; line != 0; line = lines_[line].next)
         if (lines_[line].kind == commentLine)
-            forgetTemplate(id, line);
-    category.root = 0;
+            forgetTemplate(lastHead_, line);
+    last.root = 0;
 }
 
 // --- key lines
@@ -748,7 +748,7 @@ Reader::Reader(Store& store)
         return;
     Category const& last = store_.categories_[lastHead_];
     if (last.tree() != 0)
-        store_.unindexSection(lastHead_);
+        store_.unindexLastSection();
     hadComments_ = last.hasComments;
     lastKeyLine_ = last.lastKeyLine;
 }

@@ -774,7 +774,7 @@ private:
     void removeSection(Id category);
     void removeDormant(Id category);
     void indexSection(Id category);
-    void unindexSection(Id category);
+    void unindexLastSection();
     void noteTemplate(Id category, Id line);
     void forgetTemplate(Id category, Id line);
     Id findTemplate(Id category, View key) const;
@@ -974,6 +974,7 @@ public:
             enterFirst();
     }
 
+    // Keeps what went in. Never raises when all of it was flushed.
     void finish();
 
 private:

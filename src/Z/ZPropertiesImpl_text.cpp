@@ -71,7 +71,7 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
             ZPropertiesIOException_6_0(path, "fgets()", errno).throwException(kSource, raiseInRead);
         else if (feof(file))
             return length;
-        else if (length + 1 == block.room())
+        else
             block.setRoom(block.room() * 2);
     }
 }
@@ -185,12 +185,7 @@ public:
     {
         auto* const companion =
             companion_.chars == nullptr ? nullptr : new ZLCString_6_0(companion_.chars);
-        try {
-            reader_.finish();
-        } catch (ZOutOfMemoryException_6_0 const&) {
-            delete companion;
-            throw;
-        }
+        reader_.finish();
         return companion;
     }
 

@@ -4,9 +4,14 @@
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZSqueeze.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/random.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -218,7 +223,21 @@ double secondsOfWork()
 
 #define BYTES(literal) std::string(literal, sizeof(literal) - 1)
 
+// Set in a process that gets no random bytes; see getrandom().
+constexpr char kNoRandom[] = "Z_TEST_NO_RANDOM";
+int randomRefused = 0;
+
 }  // namespace
+
+// In place of the platform's, for the library, too.
+extern "C" ssize_t getrandom(void* to, size_t length, unsigned flags)
+{
+    if (getenv(kNoRandom) == nullptr)
+        return syscall(SYS_getrandom, to, length, flags);
+    ++randomRefused;
+    errno = EAGAIN;
+    return -1;
+}
 
 // --- lines and items
 
@@ -639,6 +658,19 @@ TEST(ZPropertiesImpl, SetLeavesOneValueOfOneKind)
     EXPECT_EQ(0, cache.countValues("c", "k"));
 }
 
+TEST(ZPropertiesImpl, SetWithoutAKeyMakesTheCategory)
+{
+    Cache cache;
+    cache.set("a", nullptr);
+    cache.set("b", "", "value");
+    cache.setObfuscated("c", nullptr, "value");
+    for (char const* category : {"a", "b", "c"}) {
+        EXPECT_EQ(1, cache.contains(category));
+        EXPECT_EQ(0, cache.keyCount(category));
+    }
+    EXPECT_EQ(0, cache.obfuscatedItemCount());
+}
+
 TEST(ZPropertiesImpl, ListsThatWereHandedOutHoldTheValues)
 {
     Cache cache;
@@ -666,6 +698,33 @@ TEST(ZPropertiesImpl, ListsThatWereHandedOutHoldTheValues)
     EXPECT_EQ(Strings(), strings(*list));
     EXPECT_EQ(list, cache.get("c", "k", ZPCache_6_0::plainValues));
     EXPECT_NE(list, cache.get("c", "k", ZPCache_6_0::anyValues));
+}
+
+TEST(ZPropertiesImpl, NullInAListThatWasHandedOutReadsAsNothing)
+{
+    ZSCFData_6_0 data;
+    data.addLine("c", "k", "a", 0);
+    ZArrayList_6_0* const list = data.get("c", "k", ZPCache_6_0::anyValues);
+    list->addNoCopy(nullptr);
+    EXPECT_EQ((Strings{"a", ""}), values(data, "c", "k"));
+    Cache::Text last;
+    ASSERT_TRUE(data.lastValue("c", "k", ZPCache_6_0::anyValues, last));
+    EXPECT_STREQ("", last.chars);
+    EXPECT_EQ("\n[c]\nk = a\n", textOf(data));
+}
+
+TEST(ZPropertiesImpl, ValuesThatWereTakenOutOfAListAreObfuscatedNoMore)
+{
+    Cache cache;
+    cache.add("c", "k", "secret", 1);
+    cache.add("c", "plain", "v", 0);
+    EXPECT_EQ(1, cache.isObfuscated("c"));
+    cache.get("c", "k", ZPCache_6_0::obfuscatedValues)->removeAll();
+    EXPECT_EQ(0, cache.isObfuscated("c"));
+    EXPECT_EQ(0, cache.isObfuscated("c", "k"));
+    Cache::Text last;
+    EXPECT_FALSE(cache.lastValue("c", "k", ZPCache_6_0::obfuscatedValues, last));
+    EXPECT_FALSE(cache.lastValue("c", "plain", ZPCache_6_0::obfuscatedValues, last));
 }
 
 TEST(ZPropertiesImpl, ListOfOneValueHasRoomForOne)
@@ -812,6 +871,33 @@ TEST(ZPropertiesImpl, NamesComeInMapOrder)
     EXPECT_EQ(23, cache.count());
 }
 
+TEST(ZPropertiesImpl, ManyNamesComeInMapOrderToo)
+{
+    for (int count : {128, 129, 1000}) {
+        SCOPED_TRACE(count);
+        Cache cache;
+        std::vector<Strings> buckets(15);
+        for (int i = 0; i < count; ++i) {
+            std::string const name = "name" + std::to_string(i);
+            cache.add(name.c_str(), nullptr, 0);
+            cache.add("keys", name.c_str(), "v", 0);
+            buckets[ZLCString_6_0(name.c_str()).hash() % 15].push_back(name);
+        }
+        Strings expected;
+        for (Strings const& bucket : buckets)
+            expected.insert(expected.end(), bucket.begin(), bucket.end());
+        EXPECT_EQ(expected, names(cache, "keys"));
+        int places = 0;
+        ZPCachedKey_6_0* const keys = cache.listKeys("keys", places);
+        ASSERT_EQ(count, places);
+        EXPECT_EQ(expected[0], keys[0].name);
+        EXPECT_EQ(expected.back(), keys[count - 1].name);
+        free(keys);
+        cache.remove("keys");
+        EXPECT_EQ(expected, names(cache));
+    }
+}
+
 TEST(ZPropertiesImpl, KeysThatComeBackGoToTheEndOfTheirBucket)
 {
     // Two names of one bucket.
@@ -859,6 +945,51 @@ TEST(ZPropertiesImpl, NamesAreCopiedToAListThatOwnsAndLentToOneThatDoesNot)
     EXPECT_EQ((Strings{"before", "c", "k"}), strings(own));
 }
 
+TEST(ZPropertiesImpl, ListOfNamesIsAsItWasWhenMemoryIsShort)
+{
+    Cache cache;
+    for (int i = 0; i < 150; ++i) {
+        cache.add(("category" + std::to_string(i)).c_str(), nullptr, 0);
+        cache.add("c", ("key" + std::to_string(i)).c_str(), "v", 1);
+    }
+    ZLCString_6_0 const first("before");
+    for (void (*part)(Cache const&, ZArrayList_6_0&) :
+         {+[](Cache const&c, ZArrayList_6_0&list) { c.getNames(list); },
+          +[](Cache const&c, ZArrayList_6_0&list) { c.getNames("c", list); },
+          +[](Cache const&c, ZArrayList_6_0&list) { c.getObfuscatedItems(list); }}) {
+        ZArrayList_6_0 list(1, 1);
+        list.add(&first);
+        EXPECT_LE(150u, failEachAllocation([&] { part(cache, list); },
+                                           [&] { EXPECT_EQ(1u, list.size()); }));
+        EXPECT_LT(150u, list.size());
+    }
+}
+
+TEST(ZPropertiesImpl, NamesThatWereLentGoWithWhatTheyName)
+{
+    Cache cache;
+    cache.add("c", "k", "v", 0);
+    cache.add("c", "l", "v", 0);
+    auto const lendAndRemove = [&cache] {
+        cache.add("other", "k", "v", 0);
+        {
+            ZArrayList_6_0 lent(1, 0);
+            cache.getNames(lent);
+            cache.getNames("c", lent);
+            cache.getNames("other", lent);
+        }
+        cache.remove("c", "k");
+        cache.remove("other");
+        cache.add("c", "k", "v", 0);
+    };
+    lendAndRemove();  // the room for that stays
+    long const blocks = FailingAllocator::blocks();
+    lendAndRemove();
+    EXPECT_EQ(blocks, FailingAllocator::blocks());
+    EXPECT_EQ(2, cache.keyCount("c"));
+    EXPECT_EQ(1, cache.count());
+}
+
 TEST(ZPropertiesImpl, ArgumentsMayBeTextsOfTheCache)
 {
     std::unique_ptr<ZSCFData_6_0> const data = parsed("[c]\nk = value\nl = other\n");
@@ -877,8 +1008,10 @@ TEST(ZPropertiesImpl, ArgumentsMayBeTextsOfTheCache)
 TEST(ZPropertiesImpl, RoomOfReplacedValuesIsUsedAgain)
 {
     std::unique_ptr<ZSCFData_6_0> const data =
-        parsed("# comment\n[c]\nk = a\nk = b\nl = c\n# m = 1\n\n[d]\nk = x\n");
+        parsed("# comment\n[c]\nk = a\nk = b\nl = c\n# m = 1\n\n[d]\nk = x\n[e]\n# n = 1\n\n");
     data->addLine("c", "new", "v", 0);  // makes the section find its templates
+    data->addLine("e", "new", "v", 0);
+    data->delLine("e");  // with its templates
     data->add("d", "hidden", "secret", 1);
     data->remove("d");  // its lines stay
     std::string const value(100000, 'v');
@@ -980,6 +1113,17 @@ TEST(ZPropertiesImpl, ListPrintsEveryCategoryInMapOrder)
     free(chars);
 }
 
+TEST(ZPropertiesImpl, ListOfAnEmptyCacheIsEmpty)
+{
+    char* chars = nullptr;
+    size_t length = 0;
+    FILE* const file = open_memstream(&chars, &length);
+    Cache().list(file);
+    fclose(file);
+    EXPECT_STREQ("", chars);
+    free(chars);
+}
+
 TEST(ZPropertiesImpl, ListTellsAFailureThroughTheStream)
 {
     Cache cache;
@@ -1064,8 +1208,25 @@ TEST(ZPropertiesImpl, TemplatesAreFoundWhateverTheKey)
     EXPECT_EQ("[a]\n# k y = 5\n\nz = 1\nk y = 1\n", changed("[a]\n# k y = 5\n\nz=1\n", add("k y")));
     EXPECT_EQ("[a]\n# k=y = 5\nk=y = 1\n\nz = 1\n", changed("[a]\n# k=y = 5\n\nz=1\n", add("k=y")));
     EXPECT_EQ("[a]\n# k=x = 5\n\nz = 1\nk=y = 1\n", changed("[a]\n# k=x = 5\n\nz=1\n", add("k=y")));
+    EXPECT_EQ("[a]\n# k=y 5\n\nz = 1\nk=y = 1\n", changed("[a]\n# k=y 5\n\nz=1\n", add("k=y")));
     EXPECT_EQ("[a]\n#k=y=\nk=y = 1\n\n# z\nz = 1\n",
               changed("[a]\n#k=y=\n\n# z\nz=1\n", add("k=y")));
+}
+
+TEST(ZPropertiesImpl, CommentsWithoutASignAreNoTemplates)
+{
+    // A store puts the sign before a comment; the cache takes it as it comes.
+    for (std::string const comment : {"", "   ", "xk = 5", "  xk = 5"}) {
+        SCOPED_TRACE(comment);
+        auto const data = parsed("[a]\n# z = 1\n\ny = 1\n\nw = 1\n");
+        data->addLine("a", "x", "1", 0);  // makes the section find its templates
+        data->addLineComment("a", "y", comment.c_str());
+        data->addLine("a", "k", "1", 0);
+        std::string const end = "\n" + comment + "\ny = 1\n\nw = 1\nx = 1\nk = 1\n";
+        EXPECT_EQ("[a]\n# z = 1\n" + end, textOf(*data));
+        data->addLine("a", "z", "1", 0);
+        EXPECT_EQ("[a]\n# z = 1\nz = 1\n" + end, textOf(*data));
+    }
 }
 
 TEST(ZPropertiesImpl, CommentsAreMatchedWithoutTheirBlanks)
@@ -1242,6 +1403,7 @@ TEST(ZPropertiesImpl, CommentsOfSeveralLinesBecomeSeveralLines)
     EXPECT_EQ("[a]\n\n# one\n#two\n#\n# four\nk = 1\n", comment("# one\ntwo\n\n# four\n"));
     EXPECT_EQ("[a]\n\n\nk = 1\n", comment(""));
     EXPECT_EQ("[a]\n\n# one\nk = 1\n", comment("# one\n"));
+    EXPECT_EQ("[a]\n\n# one\n#\nk = 1\n", comment("# one\n\n"));
     // What would not be read back as one line is cut.
     std::string const most(8190, 'x');
     EXPECT_EQ("[a]\n\n" + most + "\nk = 1\n", comment(most));
@@ -1409,6 +1571,20 @@ TEST(ZPropertiesImpl, LongLinesAreReadInPieces)
     EXPECT_EQ((Strings{"w"}), values(*torn, "a", "l"));
 }
 
+TEST(ZPropertiesImpl, LineOfManyPiecesIsReadToItsEnd)
+{
+    // A line of hundreds of pieces, each a comment.
+    std::string text = "[a]\n";
+    std::string expected = text;
+    for (int i = 0; i < 300; ++i) {
+        std::string const piece =
+            "# " + std::to_string(i) + std::string(kMostOfLine - 6, 'x') + "!!!!";
+        text += piece.substr(0, kMostOfLine);
+        expected += piece.substr(0, kMostOfLine) + "\n";
+    }
+    EXPECT_TRUE(expected == textOf(*parsed(text)));
+}
+
 TEST(ZPropertiesImpl, KeepsTheLineFeedOfATornLineAsABlankLine)
 {
     // Written without blanks, the line is no full piece any more.
@@ -1486,6 +1662,23 @@ TEST(ZPropertiesImpl, ReadsWhatHasNoSize)
         file2 += "k" + std::to_string(i) + " = " + std::string(8000, 'v') + "\n";
     auto const read = parsed(file2);
     EXPECT_EQ(file2, textOf(*read));
+}
+
+TEST(ZPropertiesImpl, ReadsFilesOfAnyLength)
+{
+    for (size_t const keys : {0, 1, 10, 100, 5000, 20000}) {
+        SCOPED_TRACE(keys);
+        std::string text = keys == 0 ? "" : "[a]\n";
+        for (size_t i = 0; i < keys; ++i)
+            text += "key" + std::to_string(i) + " = value\n";
+        FILE* const file = tmpfile();
+        ASSERT_EQ(text.size(), fwrite(text.data(), 1, text.size(), file));
+        rewind(file);
+        ZSCFData_6_0 data;
+        data.be_read("test.conf", file);
+        fclose(file);
+        EXPECT_EQ(text, textOf(data));
+    }
 }
 
 TEST(ZPropertiesImpl, FailureToReadIsReportedAndChangesNothing)
@@ -2064,6 +2257,8 @@ TEST(ZPropertiesImpl, ValuesThatWouldNotBeReadBackAreTold)
     std::string const most(8190 - 4, 'v');
     EXPECT_EQ(1, Cache::validateValue("k", most.c_str()));
     EXPECT_EQ(0, Cache::validateValue("k", (most + "v").c_str()));
+    EXPECT_EQ(1, Cache::validateValue(nullptr, (most + "v").c_str()));  // by itself it is a line
+    EXPECT_EQ(0, Cache::validateValue(nullptr, (most + "12345").c_str()));
     ZSCFData_6_0 data;
     data.addLine("a", "k", most.c_str(), 0);
     data.addLine("a", "l", "w", 0);
@@ -2212,6 +2407,32 @@ TEST(ZPropertiesImpl, EveryChangeHappensOrDoesNot)
                 ASSERT_LT(n, 1000u);
         }
     }
+}
+
+TEST(ZPropertiesImpl, WithoutRandomBytesNamesAreFoundAllTheSame)
+{
+    // The bytes are drawn once, by the first cache of a process.
+    if (getenv(kNoRandom) == nullptr) {
+        pid_t const child = fork();
+        if (child == 0) {
+            setenv(kNoRandom, "1", 1);
+            execl("/proc/self/exe", "test", "--gtest_brief=1",
+                  "--gtest_filter=*.WithoutRandomBytesNamesAreFoundAllTheSame", nullptr);
+            _exit(127);
+        }
+        int status = -1;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, status);
+        return;
+    }
+    Cache cache;
+    for (int i = 0; i < 1000; ++i)
+        cache.add("c", ("key" + std::to_string(i)).c_str(), std::to_string(i).c_str(), 0);
+    EXPECT_EQ(1, randomRefused);
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ((Strings{std::to_string(i)}),
+                  values(cache, "c", ("key" + std::to_string(i)).c_str()));
+    EXPECT_EQ(0, cache.contains("c", "key1000"));
 }
 
 TEST(ZPropertiesImpl, MakingACacheFailsCleanly)
