@@ -620,38 +620,60 @@ void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZStoreFi
     cache.be_read(path, file.get());
 }
 
-// Has a cache write its text.
+// What is written to a stream. The platform's stream in memory would not do: what it has lost for
+// want of memory it does not tell.
+struct WrittenText {
+    std::string text;
+    size_t place = 0;     // of the next byte
+    bool isLost = false;  // there was no memory for some of it
+
+    static ssize_t write(void* stream, char const* bytes, size_t length)
+    {
+        auto& [text, place, isLost] = *static_cast<WrittenText*>(stream);
+        try {
+            text.resize(std::max(text.size(), place + length));
+        } catch (std::exception const&) {
+            isLost = true;
+            errno = ENOMEM;
+            return 0;
+        }
+        memcpy(text.data() + place, bytes, length);
+        place += length;
+        return static_cast<ssize_t>(length);
+    }
+
+    static int seek(void* stream, off64_t* offset, int from)
+    {
+        auto& [text, place, isLost] = *static_cast<WrittenText*>(stream);
+        size_t const base = from == SEEK_SET ? 0 : from == SEEK_CUR ? place : text.size();
+        off64_t const target = static_cast<off64_t>(base) + *offset;
+        if (target < 0) {
+            errno = EINVAL;
+            return -1;
+        }
+        *offset = target;
+        place = static_cast<size_t>(target);
+        return 0;
+    }
+};
+
+// Has a cache write its text. A cache of somebody else's class writes it to a stream.
 void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer_6_0& text)
 {
     if (stanzas != nullptr) {
         stanzas->writeText(text);
         return;
     }
-    char* data = nullptr;
-    size_t length = 0;
-    File file(open_memstream(&data, &length));
+    WrittenText written;
+    File const file(
+        fopencookie(&written, "w", {nullptr, WrittenText::write, WrittenText::seek, nullptr}));
     if (file == nullptr)
-        throw ZStoreFile::Failure{path, "open_memstream()", errno};
-    bool failed = true;
-    int error = 0;
-    try {
-        cache.be_write(path, file.get());
-        failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
-        error = errno;
-    } catch (...) {
-        file.reset();
-        free(data);
-        throw;
-    }
-    file.reset();
-    if (failed) {
-        free(data);
-        throw ZStoreFile::Failure{path, "fwrite()", error};
-    }
-    if (length > 0)
-        text.setBufferNoCopy(length, data);
-    else
-        free(data);
+        throw ZStoreFile::Failure{path, "fopencookie()", errno};
+    cache.be_write(path, file.get());
+    bool const failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
+    if (failed || written.isLost)
+        throw ZStoreFile::Failure{path, "fwrite()", written.isLost ? ENOMEM : errno};
+    text.setBuffer(written.text.size(), written.text.data());
 }
 
 }  // namespace

@@ -304,6 +304,8 @@ TEST_F(ZProperties, NumberForms)
         {"0X1f", 31, true},
         {"017", 15, true},
         {"+5", 5, true},
+        {" 5", 5, true},
+        {"\t -5", 4294967291u, true},
         {"-1", 4294967295u, true},
         {"-2", 4294967294u, true},
         {"4294967295", 4294967295u, true},
@@ -898,6 +900,8 @@ TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
     store_.onPostLoad = [&] {
         seen = valueOf(store_, "s", "k");
         store_.setValue("s", "made", "in postLoad");
+        store_.sendChangeNotice(ZPropertyChanged_6_0::storeChanged, ZPropertyChanged_6_0::set, "s",
+                                "made");
     };
     store_.load(path.c_str());
     EXPECT_EQ("a", seen);
@@ -989,6 +993,18 @@ TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
     });
 }
 
+TEST_F(ZProperties, FileAccessOfAFolderThatIsGoneIsAFailure)
+{
+    char back[4096];
+    ASSERT_NE(nullptr, getcwd(back, sizeof back));
+    std::string const folder = directory_.at("folder");
+    ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
+    ASSERT_EQ(0, chdir(folder.c_str()));
+    ASSERT_EQ(0, rmdir(folder.c_str()));
+    EXPECT_EQ("io conf getcwd() 2", raised([] { ZProperties_6_0::checkFileAccess("conf"); }));
+    ASSERT_EQ(0, chdir(back));
+}
+
 // ---- The companion file ------------------------------------------------------------------------
 
 TEST_F(ZProperties, ObfuscatedValuesLiveInTheCompanion)
@@ -1060,6 +1076,19 @@ TEST_F(ZProperties, NamedCompanionIsUsedAsWritten)
     store_.store(nullptr);
     EXPECT_EQ("conf elsewhere", directory_.names());
     EXPECT_EQ(0, store_.exists("configuration-database", "file"));
+}
+
+TEST_F(ZProperties, EmptyEntryNamesNoCompanion)
+{
+    std::string const path = load("[configuration-database]\nfile =\n\n[s]\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("[configuration-database]\nfile = " + path + ".obf\n\n[s]\n",
+              directory_.read("conf"));
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    Store again;
+    again.load(path.c_str());
+    EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
 }
 
 TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
@@ -1161,6 +1190,20 @@ TEST_F(ZProperties, FileThatOthersMayWriteMayNameOnlyItsOwnCompanion)
               raised([&] { again.reload(nullptr); }));
 }
 
+TEST_F(ZProperties, CompanionThatIsNotCertainlyTheFilesStaysWhenItIsNotNeeded)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    store_.setValue("s", "secret", "");
+    // It has another name, and others may write the file.
+    ASSERT_EQ(0, link(directory_.at("conf.obf").c_str(), directory_.at("second").c_str()));
+    chmod(path.c_str(), 0666);
+    store_.store(nullptr);
+    EXPECT_EQ("conf conf.obf second", directory_.names());
+    EXPECT_EQ("[s]\nk = a\nsecret =\n\n[configuration-database]\n", directory_.read("conf"));
+}
+
 TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
 {
     std::string const foreign = directory_.write("foreign", "root:x:0:0\n");
@@ -1186,6 +1229,25 @@ TEST_F(ZProperties, CompanionDirectoryIsChecked)
     EXPECT_EQ("[s]\n", directory_.read("conf"));
 }
 
+// ---- A cache without a text --------------------------------------------------------------------
+
+TEST_F(ZProperties, CacheWithoutATextReadsAndWritesNothing)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    auto* const cache = new (std::nothrow) ZPCategoryBasedCache_6_0;
+    ZProperties_6_0 store(cache);
+    store.load(path.c_str());
+    EXPECT_EQ(0, store.count());
+    store.setValue("s", "k", "v");
+    store.addFileComment("not marked");
+    EXPECT_EQ("v,", valuesOf(store, "s", "k"));
+    store.store(nullptr);
+    EXPECT_EQ("", directory_.read("conf"));
+    EXPECT_EQ("v,", valuesOf(store, "s", "k"));
+    store.reload(nullptr);
+    EXPECT_EQ(0, store.count());
+}
+
 // ---- A cache of somebody else's class ----------------------------------------------------------
 
 namespace {
@@ -1207,13 +1269,30 @@ public:
         ++writes;
         if (refuses)
             throw std::runtime_error("no text");
-        fputs("# mine\n", file);
+        // A stream may be written to at any place; this one does not look whether it can.
+        fputs(comment.c_str(), file);
+        rewind(file);
+        fputs("# M", file);
+        fseek(file, 1, SEEK_CUR);
+        fputs("N", file);
+        fseek(file, 0, SEEK_END);
+        fseek(file, -100000, SEEK_CUR);
         ZSCFData_6_0::be_write(path, file);
+        if (misuses)
+            (void)fgetc(file);
     }
 
     static inline int reads = 0;
     static inline int writes = 0;
     static inline bool refuses = false;
+    static inline bool misuses = false;
+    static inline std::string comment = "# mine\n";
+};
+
+// Cannot be copied at all.
+class SingleCache final : public OwnCache {
+public:
+    ZPCache_6_0* clone() const override { return nullptr; }
 };
 
 // Inherits clone(): a copy would not be of its class.
@@ -1239,6 +1318,13 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     EXPECT_EQ(1, OwnCache::reads);
     EXPECT_EQ("b", valueOf(store, "s", "k"));
     EXPECT_EQ("a,b,", valuesOf(store, "s", "k"));
+    EXPECT_EQ("", valuesOf(store, "s", "missing"));
+    EXPECT_EQ("(none)", valueOf(store, "s", "missing"));
+    EXPECT_EQ("nothing", raised([&] { store.checkAccess("s", "missing", 1); }));
+    store.setValue("s", "empty", "");
+    EXPECT_EQ("(none)", valueOf(store, "s", "empty"));
+    EXPECT_EQ("nothing", raised([&] { store.checkAccess("s", "empty", 1); }));
+    store.deleteKey("s", "empty");
     store.checkAccess("s", "k", 0);
     EXPECT_EQ("ZInvalidParameterException", raised([&] { store.checkAccess("s", "k", 1); }));
     {
@@ -1256,7 +1342,7 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     store.setValue("s", "secret", "hidden", 1);
     store.store(nullptr);
     EXPECT_EQ(1, OwnCache::writes);
-    EXPECT_EQ("# mine\n[s]\nk = a\nk = c\n\n[configuration-database]\nfile = " + path + ".obf\n",
+    EXPECT_EQ("# MiNe\n[s]\nk = a\nk = c\n\n[configuration-database]\nfile = " + path + ".obf\n",
               directory_.read("conf"));
     store.reload(nullptr);
     EXPECT_EQ("hidden", valueOf(store, "s", "secret"));
@@ -1272,6 +1358,10 @@ TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
     OwnCache::refuses = true;
     EXPECT_THROW(store.store(nullptr), std::runtime_error);
     OwnCache::refuses = false;
+    OwnCache::misuses = true;
+    EXPECT_EQ("io " + path + " fwrite() " + std::to_string(EBADF),
+              raised([&] { store.store(nullptr); }));
+    OwnCache::misuses = false;
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
     EXPECT_EQ(1, store.isModified());
     directory_.write("conf", "broken");
@@ -1281,6 +1371,58 @@ TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
     directory_.write("conf", "");
     store.reload(nullptr);
     EXPECT_EQ(0, store.count());
+}
+
+TEST_F(ZProperties, WantOfMemoryWithACacheOfSomebodyElseChangesNothing)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new OwnCache);
+    store.load(path.c_str());
+    store.setValue("s", "k", std::string(5000, 'b').c_str());
+    OwnCache::comment = "# " + std::string(30000, 'c') + "\n";
+    std::string const text =
+        "# McN" + OwnCache::comment.substr(5) + "[s]\nk = " + std::string(5000, 'b') + "\n";
+    long const descriptors = openDescriptors();
+    // A stream that cannot be made, or that cannot grow, fails as a call does.
+    auto const streaming = [](auto call) {
+        try {
+            call();
+        } catch (ZPropertiesIOException_6_0 const& failure) {
+            EXPECT_EQ(ENOMEM, failure.excerrno()) << failure.api().getChars();
+            ZOutOfMemoryException_6_0().throwException("test", 1);
+        } catch (std::bad_alloc const&) {  // of the copy that the cache makes
+            ZOutOfMemoryException_6_0().throwException("test", 1);
+        }
+    };
+    auto const check = [&] {
+        EXPECT_EQ(std::string(5000, 'b') + ",", valuesOf(store, "s", "k"));
+        EXPECT_EQ(1, store.isModified());
+        EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+        EXPECT_EQ("conf", directory_.names());
+        EXPECT_EQ(descriptors, openDescriptors());
+    };
+    EXPECT_LT(5u, failEachAllocationOfSome([&] { streaming([&] { store.store(nullptr); }); },
+                                           [&] {
+                                               EXPECT_EQ(text, directory_.read("conf"));
+                                               directory_.write("conf", "[s]\nk = a\n");
+                                               store.setModified();
+                                           },
+                                           check));
+    EXPECT_LT(5u, failEachAllocationOfSome(
+                      [&] { streaming([&] { store.reload(nullptr); }); },
+                      [&] { store.setValue("s", "k", std::string(5000, 'b').c_str()); }, check));
+    OwnCache::comment = "# mine\n";
+}
+
+TEST_F(ZProperties, CacheWithoutACopyGoesWithOneStore)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new SingleCache);
+    store.load(path.c_str());
+    EXPECT_EQ("ZNotClonableException", raised([&] { ZProperties_6_0 const copy(store); }));
+    EXPECT_EQ("a", valueOf(store, "s", "k"));
+    store.reload(nullptr);
+    EXPECT_EQ("a,", valuesOf(store, "s", "k"));
 }
 
 TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
@@ -1417,6 +1559,33 @@ TEST_F(ZProperties, WhatObserversThrowBesideAnotherExceptionIsReported)
     EXPECT_EQ(2u, messages.messages().size());
 }
 
+TEST_F(ZProperties, ObserverThatEndsItsThreadEndsTheTelling)
+{
+    NotedChanges observer;
+    store_.addObserver(&observer);
+    observer.action = [] {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+    };
+    pthread_t thread;
+    auto const change = [](void* store) -> void* {
+        auto& changed = *static_cast<Store*>(store);
+        ZPropertiesIterator_6_0 const iterator(changed, "s");
+        changed.setValue("s", "a", "1");
+        changed.setValue("s", "b", "1");
+        return nullptr;
+    };
+    ASSERT_EQ(0, pthread_create(&thread, nullptr, change, &store_));
+    void* result = nullptr;
+    ASSERT_EQ(0, pthread_join(thread, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    EXPECT_EQ("2[s]a ", observer.log);
+    observer.action = nullptr;
+    store_.setValue("s", "c", "1");  // the lock is free
+    EXPECT_EQ("2[s]a 2[s]c ", observer.log);
+    EXPECT_EQ("1", valueOf(store_, "s", "b"));
+}
+
 // ---- One store for a path ----------------------------------------------------------------------
 
 TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
@@ -1500,6 +1669,19 @@ TEST_F(ZProperties, PathIsNeeded)
     EXPECT_EQ(0, factory.made);
 }
 
+TEST_F(ZProperties, FactoryThatMakesNothingIsRefused)
+{
+    class Nothing final : public ZAbstractPropertiesFactory_6_0 {
+    public:
+        ZProperties_6_0* makePropertiesInstance() override { return nullptr; }
+    };
+    Nothing factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); }));
+}
+
 TEST_F(ZProperties, OneThreadMakesAndTheOthersWait)
 {
     Factory factory;
@@ -1539,6 +1721,28 @@ TEST_F(ZProperties, ThreadThatAsksForWhatItIsMakingIsRefused)
     };
     EXPECT_NE(nullptr, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
     EXPECT_EQ("io " + path + " fcntl() 35", inner);
+}
+
+TEST_F(ZProperties, ThreadMayAskForOthersThanTheOneItIsMaking)
+{
+    Factory factory;
+    Factory second;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    std::string const other = directory_.write("other", "[s]\nk = b\n");
+    ZProperties_6_0* samePath = nullptr;
+    ZProperties_6_0* sameFactory = nullptr;
+    factory.onPostLoad = [&] {
+        factory.onPostLoad = nullptr;
+        samePath = ZProperties_6_0::getPropertiesFor(path.c_str(), second, 0);
+        sameFactory = ZProperties_6_0::getPropertiesFor(other.c_str(), factory, 0);
+    };
+    ZProperties_6_0* const made = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    ASSERT_NE(nullptr, samePath);
+    ASSERT_NE(nullptr, sameFactory);
+    EXPECT_NE(made, samePath);
+    EXPECT_EQ("a", valueOf(*samePath, "s", "k"));
+    EXPECT_EQ("b", valueOf(*sameFactory, "s", "k"));
+    EXPECT_EQ(sameFactory, ZProperties_6_0::getPropertiesFor(other.c_str(), factory, 0));
 }
 
 // ---- Threads -----------------------------------------------------------------------------------
