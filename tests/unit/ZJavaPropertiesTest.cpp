@@ -658,7 +658,22 @@ TEST_F(ZJavaPropertiesFiles, ThatCannotBeReadAreRefused)
     // A directory can be opened, and not read.
     expectNoLoad(directory_.path(),
                  "291 Unexpected end of file encounted while reading " + directory_.path() + ".");
+    // So can the memory of the process, where nothing lies at the beginning.
+    expectNoLoad("/proc/self/mem",
+                 "291 Unexpected end of file encounted while reading /proc/self/mem.");
     EXPECT_EQ(open, openDescriptors());
+}
+
+TEST_F(ZJavaPropertiesFiles, WithAJournalThatCannotBeReadAreRefused)
+{
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        std::string const path = directory_.write("own", "b=2\n");
+        std::string const journal = directory_.write(".own.zjn", "");
+        chmod(journal.c_str(), 0000);
+        expectNoLoad(path, "180 " + journal + " open() 13");
+        return !HasFailure();
+    });
 }
 
 TEST_F(ZJavaPropertiesFiles, ThatCannotBeWrittenAreRefused)
@@ -844,15 +859,21 @@ TEST_F(ZJavaPropertiesFiles, WithAUnitThatCannotBeConvertedAddNothing)
 class OtherStates final : public Store {
 public:
     void drop(int state) { handlers_[state] = nullptr; }
-    void leave(int state) { handlers_[state] = static_cast<Handler>(&OtherStates::nowhere); }
+    void leave(int state, int to)
+    {
+        handlers_[state] = static_cast<Handler>(&OtherStates::nowhere);
+        nowhere_ = to;
+    }
     void shout() { handlers_[valChars] = static_cast<Handler>(&OtherStates::upper); }
 
 private:
-    int nowhere(char) { return 99; }
+    int nowhere(char) { return nowhere_; }
     int upper(char c)
     {
         return doValCharsState(c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c);
     }
+
+    int nowhere_ = 0;
 };
 
 TEST_F(ZJavaPropertiesFiles, LeadToAStateWithoutHandler)
@@ -875,13 +896,16 @@ TEST_F(ZJavaPropertiesFiles, AreReadByTheHandlersOfADerivedClass)
     // The first character of a value belongs to the state before.
     EXPECT_EQ((Entries{{"a", "bCD"}, {"b", "eF"}}), entriesOf(store));
 
-    OtherStates leaving;
-    leaving.leave(5);
-    FILE* const stream = fopen(directory_.write("g", "a=1\nb\\=c=2\nd=3\n").c_str(), "r");
-    EXPECT_EQ(0, leaving.loadProperties(stream, "g"));
-    EXPECT_EQ('c', getc(stream));
-    fclose(stream);
-    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(leaving));
+    for (int const nowhere : {99, 0, -1}) {
+        SCOPED_TRACE(nowhere);
+        OtherStates leaving;
+        leaving.leave(5, nowhere);
+        FILE* const stream = fopen(directory_.write("g", "a=1\nb\\=c=2\nd=3\n").c_str(), "r");
+        EXPECT_EQ(0, leaving.loadProperties(stream, "g"));
+        EXPECT_EQ('c', getc(stream));
+        fclose(stream);
+        EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(leaving));
+    }
 }
 
 // A store that does something before every value.

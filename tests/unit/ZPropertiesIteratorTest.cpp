@@ -11,11 +11,13 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "EachAllocation.h"
+#include "NotedMessages.h"
 #include "Raised.h"
 #include "StanzaStore.h"
 
@@ -301,6 +303,28 @@ TEST_F(ZPropertiesIterator, DestroyedByAStrangerRaisesAndTheStoreStaysHeld)
     auto* const keys = new Keys(*store, "s");
     std::thread([&] { EXPECT_THROW(keys->~Keys(), ZUnlockResourceException_6_0); }).join();
     EXPECT_EQ(1, store->exists("s"));  // the lock is this thread's still
+    operator delete(keys);
+}
+
+TEST_F(ZPropertiesIterator, DestroyedByAStrangerWhileAnExceptionIsOnItsWayIsReported)
+{
+    static Store* const store = new Store;  // for ever: it stays locked
+    store->load(path_.c_str());
+    auto* const keys = new Keys(*store, "s");
+    NotedMessages messages;
+    std::thread([&] {
+        struct End {
+            Keys* keys;
+            ~End() { keys->~Keys(); }
+        };
+        try {
+            End const end{keys};
+            throw std::logic_error("on its way");
+        } catch (std::logic_error const&) {
+        }
+    }).join();
+    EXPECT_EQ(1, messages.exceptions());
+    EXPECT_EQ(1, store->exists("s"));
     operator delete(keys);
 }
 

@@ -203,5 +203,11 @@ TEST(ZPropertiesKVList, EveryAllocationFailureLeavesTheListAsItWas)
             EXPECT_EQ(blocks, FailingAllocator::blocks());
         }
         failEachAllocation([&] { ZPropertiesKVList_6_0 const made(type); }, same);
+        // One that has to grow.
+        while (other.getItemCount() < 10)
+            other.addItem(longText, longText);
+        failEachAllocation([&] { other.addItem(longText, longText); },
+                           [&] { EXPECT_EQ(10, other.getItemCount()); });
+        EXPECT_EQ(11, other.getItemCount());
     }
 }

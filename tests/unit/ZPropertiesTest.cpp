@@ -799,6 +799,15 @@ TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
 }
 
+TEST_F(ZProperties, FileThatCannotBeReadIsAFailure)
+{
+    // The memory of the process, where nothing lies at the beginning.
+    load("[s]\nk = a\n");
+    EXPECT_EQ("io /proc/self/mem read() " + std::to_string(EIO),
+              raised([&] { store_.load("/proc/self/mem"); }));
+    EXPECT_EQ("a", valueOf(store_, "s", "k"));
+}
+
 TEST_F(ZProperties, UnusualTextIsRead)
 {
     struct Case {
@@ -1080,15 +1089,28 @@ TEST_F(ZProperties, NamedCompanionIsUsedAsWritten)
 
 TEST_F(ZProperties, EmptyEntryNamesNoCompanion)
 {
-    std::string const path = load("[configuration-database]\nfile =\n\n[s]\n");
-    store_.setValue("s", "secret", "hidden", 1);
-    store_.store(nullptr);
-    EXPECT_EQ("[configuration-database]\nfile = " + path + ".obf\n\n[s]\n",
-              directory_.read("conf"));
-    EXPECT_EQ("conf conf.obf", directory_.names());
-    Store again;
-    again.load(path.c_str());
-    EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+    for (bool const isBlanked : {false, true}) {
+        SCOPED_TRACE(isBlanked);
+        std::string const path =
+            directory_.write("conf", "[configuration-database]\nfile =\n\n[s]\n");
+        Store store;
+        store.load(path.c_str());
+        if (isBlanked) {
+            store.setValue("configuration-database", "file", "elsewhere");
+            ZAbstractPropertyValuesIterator_6_0 entry(store, "configuration-database", "file",
+                                                      zPropLocalStrings, zPropIterPlain);
+            entry.nextValue();
+            entry.changeValue("");
+        }
+        store.setValue("s", "secret", "hidden", 1);
+        store.store(nullptr);
+        EXPECT_EQ("[configuration-database]\nfile = " + path + ".obf\n\n[s]\n",
+                  directory_.read("conf"));
+        EXPECT_EQ("conf conf.obf", directory_.names());
+        Store again;
+        again.load(path.c_str());
+        EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+    }
 }
 
 TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
@@ -1324,7 +1346,14 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     store.setValue("s", "empty", "");
     EXPECT_EQ("(none)", valueOf(store, "s", "empty"));
     EXPECT_EQ("nothing", raised([&] { store.checkAccess("s", "empty", 1); }));
+    store.setValue("t", "empty", "");
+    {
+        ZPropertiesIterator_6_0 keys(store, "t");
+        keys.nextEntry();
+        EXPECT_EQ(nullptr, keys.entryValue(0));
+    }
     store.deleteKey("s", "empty");
+    store.deleteKey("t", "empty");
     store.checkAccess("s", "k", 0);
     EXPECT_EQ("ZInvalidParameterException", raised([&] { store.checkAccess("s", "k", 1); }));
     {
@@ -1332,6 +1361,9 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
         keys.nextEntry();
         EXPECT_EQ(2, keys.valueCount());
         EXPECT_STREQ("a", keys.entryValue(0));
+        EXPECT_STREQ("b", keys.entryValue(1));
+        for (int const index : {-1, 2})
+            EXPECT_EQ("ZInvalidParameterException", raised([&] { keys.entryValue(index); }));
         ZAbstractPropertyValuesIterator_6_0 values(store, "s", "k", zPropLocalStrings,
                                                    zPropIterAny);
         values.nextValue();

@@ -281,6 +281,7 @@ TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)
         [&] { store_.addValue("s", "k", static_cast<char const*>(nullptr), 0); },
         [&] { store_.addValue("s", "k", "", 0); },
         [&] { store_.addValue("s", "k", ZLCString_6_0(), 0); },
+        [&] { store_.addValue("s", "k", ZUTF8String_6_0(), 0); },
         [&] { store_.addValue("s]", "k", "v", 0); },
         [&] { store_.addValue("s", "#k", "v", 0); },
         [&] { store_.addValue("s", "k", "a\nb", 0); },
@@ -413,6 +414,16 @@ TEST_F(ZStanzaFileProperties, FactoryIsOneAndKeepsComments)
     EXPECT_EQ("# c\n[s]\nk = v\n", directory_.read("conf"));
     std::unique_ptr<ZProperties_6_0> const made(factory->makePropertiesInstance());
     EXPECT_EQ(0, made->count());
+}
+
+TEST_F(ZStanzaFileProperties, FactoryOfTheCallersOwnHasItsOwnStores)
+{
+    std::string const path = directory_.write("conf", "# c\n[s]\nk = v\n");
+    Store::ZStanzaFilePropertiesFactory factory;
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_NE(store, ZProperties_6_0::getPropertiesFor(path.c_str(), *Store::getFactory(), 0));
+    EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
+    EXPECT_EQ("v,", valuesOf(*store, "s", "k"));
 }
 
 TEST_F(ZStanzaFileProperties, IteratorsAreThoseOfTheStore)
