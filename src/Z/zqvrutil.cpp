@@ -54,8 +54,6 @@ void zonce_init()
 {
     // A thread that is cancelled half-way would leave the others with a half-made state.
     ZCancelGuard const uncancelled;
-    if (localeKnown.load(std::memory_order_relaxed))
-        return;
     setlocale(LC_ALL, "");
     longestCharacter.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);
