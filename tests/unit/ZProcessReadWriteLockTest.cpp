@@ -3,10 +3,13 @@
 #include <Z/ZProcessReadWriteLock.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cstdlib>
 #include <memory>
 #include <set>
 #include <string>
@@ -22,6 +25,9 @@ namespace {
 bool randomFails = false;
 bool randomIsInterrupted = false;
 
+// Nobody can be told of a fork().
+bool atforkFails = false;
+
 constexpr unsigned long kInvalid = ZAbstractProcessReadWriteLock_6_0::invalidSequence;
 
 constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";
@@ -29,9 +35,35 @@ constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
 
 using Lock = ZStubProcessReadWriteLock_6_0;
 
+// Returns whether a child knows a lock that its parent holds for none of its own.
+bool childHoldsNothing()
+{
+    Lock lock("a");
+    lock.writeLock();
+    pid_t const child = fork();
+    if (child == 0) {
+        bool const free = lock.getLockState() == kUnset;
+        bool const raised = static_cast<bool>(
+            raises<ZInvalidResourceStateException_6_0>(32, kSource, 83, [&] { lock.unlock(); }));
+        _exit(free && raised ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    bool const held = lock.getLockState() == kWrite;
+    lock.unlock();
+    return held && status == 0;
+}
+
 }  // namespace
 
 extern "C" {
+int __real_pthread_atfork(void (*)(), void (*)(), void (*)());
+
+int __wrap_pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)())
+{
+    return atforkFails ? ENOMEM : __real_pthread_atfork(before, inParent, inChild);
+}
+
 ssize_t __real_getrandom(void*, size_t, unsigned);
 
 ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
@@ -47,6 +79,21 @@ ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
     }
     return __real_getrandom(to, length, flags);
 }
+}
+
+// In a process of its own, in which nobody has asked yet.
+TEST(ZProcessReadWriteLockDeathTest, AChildIsToldByItsIdWhereAForkIsNotHeardOf)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (bool fails : {false, true}) {
+        SCOPED_TRACE(fails);
+        EXPECT_EXIT(
+            {
+                atforkFails = fails;
+                std::exit(childHoldsNothing() ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "");
+    }
 }
 
 TEST(ZProcessReadWriteLock, BeginsFree)
@@ -179,6 +226,21 @@ TEST(ZProcessReadWriteLock, LocksByEveryName)
         EXPECT_EQ(kUnset, lock.getLockState());
         EXPECT_EQ(0, lock.getUpdate());
     }
+}
+
+TEST(ZProcessReadWriteLock, BaseLocksBetweenTheThreadsAlone)
+{
+    ZAbstractProcessReadWriteLock_6_0 lock("a");
+    lock.setUpdate(0);
+    lock.lock();
+    EXPECT_EQ(1, lock.getUpdate());
+    EXPECT_EQ(kUnset, lock.getLockState());
+    EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, kThreadLock, 61, [&] { lock.readLock(); }));
+    lock.lock(kUnset);
+    EXPECT_EQ(0, lock.getUpdate());
+    lock.readLock();
+    EXPECT_EQ(1, lock.getReaderCount());
+    lock.lock(kUnset);
 }
 
 TEST(ZProcessReadWriteLock, RaisesTheNumberWhenAWriterReleasesWithUpdate)

@@ -6,15 +6,24 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <functional>
 #include <future>
 #include <string>
+#include <utility>
 
 #include "SeenRanges.h"
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 #include "Threads.h"
 
+// operator new(size_t), by the name that the linker knows it by.
+extern "C" void* __real__Znwm(size_t size);
+
 namespace {
+
+// Runs in the midst of the next allocation.
+std::function<void()> whileItAllocates;
 
 class ZSharedFileTable : public testing::Test {
 protected:
@@ -50,7 +59,36 @@ private:
     int const saved_;
 };
 
+// Opens the file in a process that has no table yet. While the table is made, another user comes
+// and makes one too. Returns whether they share one in the end.
+bool sharesTheFirstTable(char const* path)
+{
+    ZSharedFile file;
+    ZSharedFile meanwhile;
+    int other = -1;
+    whileItAllocates = [&] { other = meanwhile.open(path, O_RDWR, 0); };
+    return file.open(path, O_RDWR, 0) == 0 && other == 0 &&
+           file.descriptor() == meanwhile.descriptor();
+}
+
 }  // namespace
+
+extern "C" void* __wrap__Znwm(size_t size)
+{
+    if (whileItAllocates)
+        std::exchange(whileItAllocates, nullptr)();
+    return __real__Znwm(size);
+}
+
+// In a process of its own, which begins with this test.
+TEST(ZSharedFileDeathTest, ThoseWhoComeFirstTogetherGetOneTable)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    TestDirectory const directory(TestDirectory::Place::memory);
+    std::string const path = directory.write("file", "");
+    EXPECT_EXIT(std::exit(sharesTheFirstTable(path.c_str()) ? 0 : 1), testing::ExitedWithCode(0),
+                "");
+}
 
 TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneWantsToWrite)
 {
