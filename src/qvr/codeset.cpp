@@ -8,6 +8,7 @@
 #include <mutex>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "converter_p.h"
 #include "tables_p.h"
@@ -195,6 +196,12 @@ ConverterPtr openConverter(CodesetName const& found)
     return converter;
 }
 
+void keepMaster(Codeset& codeset, ConverterPtr converter)
+{
+    ucnv_reset(converter.get());  // it may wait for what follows the last question
+    codeset.master = converter.release();
+}
+
 // Builds from an ICU converter, which becomes the codeset's master when it is needed later on.
 void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
 {
@@ -214,7 +221,7 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
     if (!bytesAlone || judge(converter.get(), prefix, 1) != 0) {
         codeset.kind = Kind::convertOnly;
         codeset.exchanges.clear();
-        codeset.master = converter.release();
+        keepMaster(codeset, std::move(converter));
         return;
     }
 
@@ -233,10 +240,8 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
     fillReverse(codeset, [&](uint32_t value, unsigned bytes) {
         return isEncodedAs(converter.get(), original(codeset, value), bytes, isAlone);
     });
-    if (codeset.kind == Kind::multiByte) {
-        ucnv_reset(converter.get());  // it may wait for what follows the last question
-        codeset.master = converter.release();
-    }
+    if (codeset.kind == Kind::multiByte)
+        keepMaster(codeset, std::move(converter));
 }
 
 // Returns the codeset of that name, with one handle more. Throws Unknown and std::bad_alloc.

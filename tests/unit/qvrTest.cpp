@@ -604,6 +604,11 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
         {"a lone surrogate", "UTF-16LE", std::string("\x00\xD8", 2), true},
         {"a lone low surrogate", "UTF-16LE", std::string("\x00\xDC\x61\x00", 4), true},
         {"an unfinished escape", "ISO-2022-JP", "abc\x1B$", true},
+        {"a quoted lead unit before another", "SCSU", std::string("\x0E\xD8\x00\x0E\xD8\x00z", 7),
+         true},
+        {"a quoted lead unit alone", "SCSU", std::string("\x0E\xD8\x00z", 4), true},
+        {"a quoted lead unit at the end", "SCSU", std::string("z\x0E\xD8\x00", 4), true},
+        {"a quoted trail unit alone", "SCSU", std::string("\x0E\xDC\x00z", 4), true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -614,6 +619,24 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
         EXPECT_EQ("a", toUtf8(Codeset("EUC-JP"), "a")) << "nothing is left of it";
         EXPECT_EQ(hex(fromUtf8(cs, "a")), hex(fromUtf8(Codeset(c.codeset), "a")));
     }
+}
+
+// Also where a byte that the codeset was asked about when it was built begins something longer.
+TEST(qvr, FirstConversionBeginsAnew)
+{
+    for (char const* const name :
+         {"SCSU", "BOCU-1", "UTF-7", "UTF-16BE", "CESU-8", "ISO-2022-KR"}) {
+        SCOPED_TRACE(name);
+        std::string const encoded = fromUtf8(Codeset(name), "\uac00z");
+        EXPECT_EQ("\uac00z", toUtf8(Codeset(name), encoded));
+    }
+    EXPECT_EQ("\u4e01z", toUtf8(Codeset("SCSU"), "\x0E\x4E\x01z"));
+}
+
+TEST(qvr, ConversionGoesOnBehindALongPieceThatHoldsNoCharacter)
+{
+    // So many changes of the window.
+    EXPECT_EQ("a\u00e9", toUtf8(Codeset("SCSU"), std::string(200000, '\x10') + "a\xE9"));
 }
 
 // The rest of the character stands behind the length that was given.
