@@ -1,4 +1,7 @@
 // The n-th allocation fails, for every n: each function returns its failure and leaks nothing.
+#include <pthread.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -141,6 +144,32 @@ TEST(qvrMemory, ConversionFailsWithACode)
             return n > 0;
         });
     }
+}
+
+// In a process of its own, in which nobody has converted yet.
+TEST(qvrMemoryDeathTest, ThreadsThatCannotKeepConvertersDoWithoutThem)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            // The C library has room for the values of the first keys only, and allocates more.
+            for (int i = 0; i < 40; ++i) {
+                pthread_key_t key;
+                EXPECT_EQ(0, pthread_key_create(&key, nullptr));
+            }
+            Codeset const cs("EUC-JP");
+            int converted = 0;
+            failEachInANewThread([&] {
+                char out[16];
+                ptrdiff_t const n = qvr_from_utf8(cs, "\u4e02", 3, out, sizeof out);
+                EXPECT_TRUE(n > 0 || n == qvrNoMemory) << n;
+                converted += n > 0 ? 1 : 0;
+                return n > 0;
+            });
+            EXPECT_EQ(3, converted);
+            std::exit(testing::Test::HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(qvrMemory, FourByteCharactersAreInvalidWithoutMemory)

@@ -1,5 +1,8 @@
 // Handles used by many threads at once, beside others that make handles and change the tables.
+#include <pthread.h>
+
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -50,6 +53,23 @@ void expectConversions(qvr_cs_t cs, Sample const& sample)
     EXPECT_NE(nullptr, qvr_strupper(cs, nullptr, copy.data()));
     EXPECT_EQ(0, qvr_stricmp(cs, nullptr, copy.c_str(), sample.encoded.c_str()));
     EXPECT_EQ(sample.encoded.size(), qvr_strcspn(cs, sample.encoded.c_str(), "#"));
+}
+
+// In a process of its own, in which nobody has converted yet.
+TEST(qvrThreadsDeathTest, ConvertWhereTheProcessHasNoKeyLeft)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            pthread_key_t key;
+            while (pthread_key_create(&key, nullptr) == 0)
+                continue;
+            for (Sample const& sample : kSamples)
+                for (int i = 0; i < 3; ++i)
+                    expectConversions(Codeset(sample.codeset), sample);
+            std::exit(testing::Test::HasFailure() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(qvrThreads, ShareHandles)
