@@ -24,13 +24,15 @@ class JavaTest(tool.ToolTest):
 
     def test_get_and_list_read_as_the_library_does(self):
         self.given("# old\nb.c:2\na = 1\n  d   e f\nu = caf\\u00e9 \\:x\nempty=\na = one\\\n  two\n"
-                   "feed = 1\\u000a2\nface = \\ud83d\\ude00 \\ud83d\n")
+                   "feed = 1\\u000a2\nface = \\ud83d\\ude00 \\ud83d\n"
+                   "halves = \\ude00\\ude00\\ud83d\\ud83dx\n")
         self.expect_unchanged(DONE, "onetwo\n", "java", self.java, "get", "a")
         self.expect_unchanged(DONE, "café :x\n", "java", self.java, "get", "u")
         self.expect_unchanged(DONE, "\n", "java", self.java, "get", "empty")
         self.expect_unchanged(DONE, "1\n2\n", "java", self.java, "get", "feed")
         self.expect(DONE, "a = onetwo\nb.c = 2\nd = e f\nempty =\nface = 😀 \udced\udca0\udcbd\n"
-                    "feed = 1\\u000a2\nu = café :x\n", "java", self.java, "list",
+                    "feed = 1\\u000a2\nhalves = " + 2 * "\udced\udcb8\udc80" + 2 * "\udced\udca0\udcbd" +
+                    "x\nu = café :x\n", "java", self.java, "list",
                     errors="surrogateescape")
         self.expect_unchanged(NOT_FOUND, "there is no key zz in ", "java", self.java, "get", "zz")
 
@@ -67,6 +69,31 @@ class JavaTest(tool.ToolTest):
         self.given("")
         self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
 
+    def test_check_names_the_lines_that_a_bad_one_takes_along(self):
+        # Line ends of both kinds in turn, also those of empty lines, are one to the reader.
+        rows = ((("bad\r\n", "next = 1\r\n"), 2), (("bad\r", "next = 1\r"), 2),
+                (("bad\r\n", "\r\n", "\r\n", "next = 1\r\n"), 4),
+                (("bad\n", "\r", "next = 1\n"), 3), (("bad\n", "\n", "next = 1\n"), None),
+                (("bad\r", "\r", "next = 1\r"), None))
+        for lines, number in rows:
+            with self.subTest(lines):
+                self.given("".join(lines) + "c = 2\n")
+                run = self.run_tool("java", self.java, "check")
+                self.assertEqual(INVALID_DATA, run.returncode)
+                printed = run.stderr.splitlines()
+                self.assertTrue(printed[0].startswith(f'zstz: {self.java}:1: "bad": {UNREAD}'))
+                self.assertEqual([] if number is None else
+                                 [f'zstz: {self.java}:{number}: "next = 1": the line is not read, '
+                                  "because it follows one that is no entry"], printed[1:])
+                read = "next = 1\n" if number is None else ""
+                self.expect(DONE, f"c = 2\n{read}", "java", self.java, "list")
+
+    def test_check_passes_over_a_last_line_without_an_entry(self):
+        for last, comments in (("   ", "0 comments"), ("# words", "1 comment"), ("#", "0 comments")):
+            with self.subTest(last):
+                self.given("a = 1\n" + last)
+                self.expect(DONE, f"{self.java}: 1 entry, {comments}\n", "java", self.java, "check")
+
     def test_a_zero_byte_is_part_of_a_value(self):
         self.given("a = 1\0 2\n")
         self.expect(DONE, "1\0 2\n", "java", self.java, "get", "a")
@@ -80,6 +107,10 @@ class JavaTest(tool.ToolTest):
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 0 comments\n"),
                          (run.returncode, run.stdout))
         self.assertIn("byte order mark", run.stderr)
+        self.given(b"\xEF\xBB\xBFa = 1\nbad\n")
+        run = self.run_tool("java", self.java, "check")
+        self.assertRegex(run.stderr, rf"\Azstz: {self.java}:1: [^\n]+byte order mark[^\n]+\n"
+                         rf'zstz: {self.java}:2: "bad": {UNREAD}[^\n]+\n\Z')
         self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from", self.java)
 
     def test_line_numbers_are_those_of_an_editor(self):
@@ -97,12 +128,18 @@ class JavaTest(tool.ToolTest):
             (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nb = 2\n", ':1: "\ufeffa = 1": the file begins with a byte '
              "order mark; save it as UTF-8 without one"),
             (INVALID_DATA, b"\xEF\xBB\xBF# words\n", "byte order mark"),
+            (INVALID_DATA, b"\xEF\xBB\xBFa\nb = 2\n", "byte order mark"),
+            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nbad\n", "byte order mark"),
+            (INVALID_DATA, "\ufeffa = 1\n".encode("utf-16-be"), "the file is UTF-16 text"),
             (INVALID_DATA, "a = 1\n".encode("utf-16"), "the file is UTF-16 text"),
             (REFUSED, "# words\na = 1\n", "use --drop-comments"),
             (REFUSED, "a = 1\n! words", "use --drop-comments"),
             (INVALID_VALUE, "k = 😀\n", "the value \"😀\" of key k has a character"),
             (INVALID_VALUE, "k = \x7f\n", "of key k has a character"),
             (INVALID_VALUE, b"k = \xFF\n", "of key k has a character"),
+            *((INVALID_VALUE, b"k = x" + cut + b"\n", "of key k has a character")
+              for cut in (b"\x80", b"\xC1\x81", b"\xC3", b"\xC3x", b"\xE2\x82", b"\xE2x\x82",
+                          b"\xE2\x82x", b"\xE0\x80\x80", b"\xE0\x9F\xBF")),
             (INVALID_VALUE, "k = 1\\u000a2\n", "of key k has a line end"),
             (INVALID_VALUE, "k = \\ x\n", "of key k begins with white space"),
             (INVALID_VALUE, "a\\=b = x\n", 'the key "a=b" cannot be stored'),
@@ -140,6 +177,8 @@ class JavaTest(tool.ToolTest):
             self.expect_unchanged(NO_ACCESS, "is a folder", "java", self.room.name, *action)
         self.expect_unchanged(NO_ACCESS, f"{self.room.name} is a folder; name a regular file",
                               "convert", self.file, "app", "--from", self.room.name)
+        unread = "/proc/self/mem"  # can be opened and not be read
+        self.expect(NO_ACCESS, f"cannot read {unread}; check the disk", "java", unread, "list")
         self.given("ok = 1\nk = \\ud83d\n")
         with open(self.java, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -164,6 +203,13 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "", "convert", self.file, "copy", "--from", self.java)
         self.expect(DONE, "[copy]\nready = Yes\nweight = 0x1F\n", "list", self.file, "copy")
         self.expect_text(tool.GATEWAY + "\n[copy]\nready = Yes\nweight = 0x1F\n")
+
+    def test_a_key_without_a_value_stays_one(self):
+        self.path.write_text("[s]\nk =\n")
+        self.expect(DONE, "", "convert", self.file, "s", "--to", self.java)
+        self.assertEqual("#\nk = \n", self.java_path.read_text())
+        self.expect(DONE, "", "convert", self.file, "t", "--from", self.java)
+        self.expect(DONE, "[t]\nk =\n", "list", self.file, "t")
 
     def test_a_new_file_and_an_empty_one(self):
         new = self.file + ".new"

@@ -244,8 +244,6 @@ Failure describe(std::exception_ptr exception, std::string const& file)
         return {exitNoAccess, kind != nullptr
                                   ? file + " is " + kind + "; name a regular file"
                                   : "cannot read " + file + "; check the disk that it is on"};
-    } catch (ZToUTF8Exception_6_0 const&) {
-        return {exitInvalidData, file + ": a \\u escape is no character; correct it"};
     } catch (ZOutOfMemoryException_6_0 const&) {
         return {exitInternal, "memory is exhausted; free some and try again"};
     } catch (std::bad_alloc const&) {

@@ -20,7 +20,6 @@ constexpr char kUnread[] =
 constexpr char kBehindUnread[] = "the line is not read, because it follows one that is no entry";
 constexpr char kLastLine[] = "the last line has no line end and is not read; end it with one";
 constexpr char kZero[] = "the line has a zero byte, which is not stored; take it out";
-constexpr char kNoCharacter[] = "a \\u escape in this line is no character; correct it";
 constexpr char kComment[] = "the comment would be lost";
 
 struct CloseStream {
@@ -40,12 +39,7 @@ public:
 
     std::vector<LostLine> run(char const* path)
     {
-        try {
-            loadProperties(stream_.get(), path);
-        } catch (ZToUTF8Exception_6_0 const&) {
-            note(at(), kNoCharacter);
-            return lost_;
-        }
+        loadProperties(stream_.get(), path);
         if (state_ != startLine && state_ != startLineBlanks && state_ != commentLine)
             note(text_.size() - 1, kLastLine);
         return lost_;
@@ -90,11 +84,12 @@ private:
         return feed == text_.npos ? 0 : feed + 1;
     }
 
+    // The reader ignores a line end behind one of the other kind, however many there are in turn.
     void noteFollowing()
     {
         size_t next = at() + 1;
-        if (next < text_.size() && text_[next - 1] != text_[next] &&
-            (text_[next] == '\n' || text_[next] == '\r'))
+        while (next < text_.size() && text_[next - 1] != text_[next] &&
+               (text_[next] == '\n' || text_[next] == '\r'))
             ++next;
         if (next < text_.size())
             note(next, kBehindUnread);
@@ -202,12 +197,6 @@ JavaFile::JavaFile(std::string const& path)
     std::string text = contents(path);
     try {
         store.load(path.c_str());
-    } catch (ZToUTF8Exception_6_0 const&) {
-        if (!text.empty())
-            for (LostLine const& line : Watch(text).run(path.c_str()))
-                if (line.why == kNoCharacter)
-                    throw Failure{exitInvalidData, lineReport(path, line)};
-        throw describe(std::current_exception(), path);
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
         throw describe(std::current_exception(), path);  // it does not tell which file it is about
     }
