@@ -2,9 +2,11 @@
 """Tests of zstz lock. usage: lock_test.py TOOL [unittest arguments]"""
 import os
 import pathlib
+import resource
 import signal
 import struct
 import subprocess
+import sys
 import time
 
 import tool
@@ -279,6 +281,63 @@ class LockTest(tool.ToolTest):
                     self.lock_file.unlink()
                 (self.folder / "ran").unlink(missing_ok=True)
         self.assertFalse((self.folder / "elsewhere").exists())
+
+    def test_lock_files_that_cannot_be_shown(self):
+        rows = ((lambda: self.lock_file.write_bytes(b"ab"), "it is too short to be one"),
+                (self.lock_file.mkdir, "it is no regular file"),
+                (lambda: self.lock_file.symlink_to("elsewhere"), "it is a symbolic link"),
+                (lambda: os.mkfifo(self.lock_file), "it is no regular file"))
+        for make, printed in rows:
+            with self.subTest(printed):
+                make()
+                self.expect(NO_ACCESS, f"cannot use the lock file {self.lock_file}: {printed}; check "
+                            "it, its folder and their permissions\n", "lock", "--dir", self.room.name,
+                            "--show", "routes")
+                self.lock_file.rmdir() if make == self.lock_file.mkdir else self.lock_file.unlink()
+        self.lock_file.write_bytes(b"")
+        self.assertEqual(("free", 0), self.shown())
+
+    def test_a_lock_file_of_another_user(self):
+        options = self.as_nobody()
+        self.lock_file.write_bytes(b"")
+        self.lock_file.chmod(0)
+        for verb in (["--read", "routes", "--", "true"], ["--show", "routes"]):
+            self.expect(NO_ACCESS, f"cannot use the lock file {self.lock_file}: Permission denied; ",
+                        "lock", "--dir", self.room.name, *verb, **options)
+
+    def test_a_lock_file_that_takes_no_bytes(self):
+        run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"),
+                        **self.limited(resource.RLIMIT_FSIZE, 0))
+        self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
+        self.assertIn("cannot use the lock file ", run.stderr)
+        self.assertFalse((self.folder / "ran").exists())
+
+    def test_a_sequence_number_that_cannot_be_raised(self):
+        script = ("import os, resource, sys\n"
+                  "resource.prlimit(os.getppid(), resource.RLIMIT_FSIZE, (0, 0))\n"
+                  "sys.exit(int(sys.argv[1]))\n")
+        self.assertEqual(DONE, self.lock("--write", "routes", "--", "true").returncode)
+        for code, result in ((0, NO_ACCESS), (3, 3)):
+            run = self.lock("--write", "routes", "--", sys.executable, "-c", script, str(code),
+                            **self.limited(resource.RLIMIT_FSIZE, 1 << 30))
+            self.assertEqual((result, ""), (run.returncode, run.stdout))
+            self.assertRegex(run.stderr, r"\Azstz: cannot write the sequence number into \S+: [^\n]+; "
+                             r"check the room on its disk\n\Z")
+            self.assertEqual(("free", 1), self.shown())
+
+    def expect_no_run(self, why, **options):
+        run = self.lock("--write", "routes", "--", "true", **options)
+        self.assertEqual((NO_ACCESS, f"zstz: cannot run a command: {why}; check the limits on "
+                          "processes and open files\n"), (run.returncode, run.stderr))
+        self.assertEqual(("free", 0), self.shown())
+
+    def test_no_room_for_another_file(self):
+        # The lock file takes the fourth descriptor, and the pipe to the command two more.
+        self.expect_no_run("Too many open files", **self.limited(resource.RLIMIT_NOFILE, 5))
+
+    def test_no_room_for_another_process(self):
+        self.expect_no_run("Resource temporarily unavailable", **self.as_nobody(),
+                           **self.limited(resource.RLIMIT_NPROC, 0))
 
     def test_folders_that_cannot_be_used(self):
         for folder in (self.room.name + "/none", self.file):

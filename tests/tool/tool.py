@@ -1,6 +1,8 @@
 """What the tests of zstz share: running it in a folder of its own, and looking at what it did."""
 import os
 import pathlib
+import re
+import resource
 import subprocess
 import sys
 import tempfile
@@ -53,6 +55,14 @@ class ToolTest(unittest.TestCase):
         if not reached:
             self.skipTest("the tool, its tables or its files lie where only root may go")
         return options
+
+    def limited(self, limit, value):
+        """Options of run_tool() that limit what the system gives the tool. Files that grow beyond
+        theirs fail, and do not end it."""
+        if re.search(rb"__(asan|tsan|ubsan)_", pathlib.Path(TOOL).read_bytes()):
+            self.skipTest("a sanitizer needs memory, files and processes of its own")
+        return {"preexec_fn": lambda: resource.setrlimit(limit, (value, value)),
+                "restore_signals": False}
 
     def run_tool(self, *arguments, given="", **options):
         environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}

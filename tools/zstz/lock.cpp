@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -82,14 +83,22 @@ private:
                                     "; check it, its folder and their permissions"};
 }
 
+constexpr char kNoRegularFile[] = "it is no regular file";
+
+// Why open() with O_NOFOLLOW has failed.
+char const* whyNotOpened(int error)
+{
+    return error == ELOOP ? "it is a symbolic link" : strerror(error);
+}
+
 // The library does not tell why a lock file could not be opened.
 std::string whyNotOpened(std::string const& path)
 {
     int const fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
     if (fd < 0)
-        return errno == ELOOP ? "it is a symbolic link" : strerror(errno);
+        return whyNotOpened(errno);
     close(fd);
-    return "it is no regular file";
+    return kNoRegularFile;
 }
 
 void acquire(Lock& lock, Request const& request)
@@ -192,11 +201,17 @@ private:
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
+[[noreturn]] void failToRun(int error)
+{
+    throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(error) +
+                                    "; check the limits on processes and open files"};
+}
+
 int runCommand(Request const& request)
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(errno)};
+        failToRun(errno);
     fflush(nullptr);
     Signals const signals;
     pid_t const parent = getpid();
@@ -209,7 +224,7 @@ int runCommand(Request const& request)
     close(ends[1]);
     if (child < 0) {
         close(ends[0]);
-        throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(forkError)};
+        failToRun(forkError);
     }
     int error = 0;
     ssize_t got;
@@ -270,8 +285,10 @@ int show(Request const& request)
     std::string state = "free";
     int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
     if (fd < 0 && errno != ENOENT)
-        failToUse(request, strerror(errno));
+        failToUse(request, whyNotOpened(errno));
     if (fd >= 0) {
+        struct stat status = {};
+        fstat(fd, &status);
         struct flock const data = holder(fd, F_WRLCK, 0);
         struct flock const gate = holder(fd, F_WRLCK, sizeof sequence);
         if (data.l_type != F_UNLCK)
@@ -282,6 +299,8 @@ int show(Request const& request)
         // An empty file counts as 0.
         ssize_t const got = pread(fd, &sequence, sizeof sequence, 0);
         close(fd);
+        if (!S_ISREG(status.st_mode))
+            failToUse(request, kNoRegularFile);
         if (got != 0 && got != sizeof sequence)
             failToUse(request, "it is too short to be one");
     }
