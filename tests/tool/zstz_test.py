@@ -4,14 +4,15 @@ import fcntl
 import os
 import pathlib
 import pty
+import resource
 import signal
 import subprocess
 import termios
 import unittest
 
 import tool
-from tool import (DONE, GATEWAY, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED,
-                  USAGE)
+from tool import (DONE, GATEWAY, INTERNAL, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND,
+                  REFUSED, USAGE)
 
 VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert", "lock", "hexdump")
 
@@ -268,6 +269,13 @@ class ZstzTest(tool.ToolTest):
                                       rest[0], self.file, reserved, *rest[1:], given="x")
         self.expect(DONE, self.file + ".obf\n", "get", self.file, reserved, "file")
 
+    def test_an_obfuscated_value_whose_lines_were_taken_out_is_shown(self):
+        self.expect(DONE, "", "set", self.file, "safe", "password", "--obfuscated", given="x")
+        self.path.write_text("".join(line for line in self.path.read_text().splitlines(True)
+                                     if "[safe]" not in line and "password" not in line))
+        self.expect(DONE, "[safe]\npassword = ********\n", "list", self.file, "safe")
+        self.expect(DONE, "x\n", "get", self.file, "safe", "password")
+
     def test_a_key_keeps_its_kind_of_values(self):
         self.expect_unchanged(REFUSED, "holds plain values", "set", self.file, "listener", "name",
                               "--obfuscated", given="x")
@@ -292,14 +300,14 @@ class ZstzTest(tool.ToolTest):
         self.expect_unchanged(INVALID_VALUE, "NUL byte", "set", self.file, "upstream", "password",
                               "--obfuscated", given="a\0b")
 
-    def ask_at_a_terminal(self):
+    def ask_at_a_terminal(self, **options):
         """Starts the tool at a terminal, and returns it when it has asked for the value, with both
         ends of the terminal and what was shown."""
         master, slave = pty.openpty()
         self.addCleanup(os.close, master)
         run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
                                stdin=slave, stdout=slave, stderr=slave,
-                               env=dict(os.environ, LC_ALL="C.UTF-8"))
+                               env=dict(os.environ, LC_ALL="C.UTF-8"), **options)
         shown = b""
         while b"value: " not in shown:
             shown += os.read(master, 100)
@@ -332,6 +340,15 @@ class ZstzTest(tool.ToolTest):
                 self.assertTrue(termios.tcgetattr(slave)[3] & termios.ECHO)
                 os.close(slave)
         self.expect_text(GATEWAY)
+
+    def test_a_terminal_keeps_ignored_signals_ignored(self):
+        run, master, slave, _ = self.ask_at_a_terminal(
+            preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        run.send_signal(signal.SIGHUP)
+        os.write(master, b"hunter2\n")
+        self.assertEqual(DONE, run.wait(60))
+        os.close(slave)
+        self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
 
     def test_a_terminal_that_gives_no_value(self):
         run, master, slave, _ = self.ask_at_a_terminal()
@@ -372,6 +389,9 @@ class ZstzTest(tool.ToolTest):
             ("[a]\nk = v\n".encode("utf-16"), 1, None, "UTF-16"),
             (b"[a]\nk\0 = v\n", 2, "k", "zero byte"),
             (b"[a]\nk = v\n\xFF\xFE\n", 3, "??", "KEY = VALUE"),
+            (b"q\n", 1, "q", "KEY = VALUE"),
+            ("\ufeff[a]\n".encode("utf-16-be"), 1, None, "UTF-16"),
+            (b"[a]\n" + b"\x80" * 70 + b"\n", 2, "...", "KEY = VALUE"),
             ("[a]\n".encode() + "ü".encode() * 40, 2, "ü" * 30 + "...", "KEY = VALUE"),
             (b"[a]\nx" + "ü".encode() * 40, 2, "x" + "ü" * 29 + "...", "KEY = VALUE"),
         )
@@ -404,6 +424,13 @@ class ZstzTest(tool.ToolTest):
                 self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such file", verb,
                                       missing, *rest)
                 self.expect_unchanged(NO_ACCESS, folder, verb, folder, *rest)
+
+    def test_a_file_that_cannot_be_read_to_its_end(self):
+        unread = "/proc/self/mem"  # can be opened and not be read
+        self.expect(NO_ACCESS, f"cannot read {unread}: Input/output error; check the disk", "list",
+                    unread)
+        self.expect(NO_ACCESS, f"cannot read {unread}: Input/output error; check that", "hexdump",
+                    unread)
 
     def test_what_is_no_regular_file(self):
         pipe = self.file + ".pipe"
@@ -441,6 +468,24 @@ class ZstzTest(tool.ToolTest):
         self.expect_unchanged(NO_ACCESS, f"only the owner of {self.file} may make its companion file "
                               f"{self.file}.obf; store the value as that user\n", "set", self.file,
                               "s", "password", "--obfuscated", given="x", **options)
+
+    def test_a_stray_companion_that_may_not_be_used(self):
+        options = self.as_nobody()
+        stray = pathlib.Path(self.file + ".obf")
+        stray.write_bytes(b"")
+        os.chown(stray, self.path.stat().st_uid, -1)
+        stray.chmod(0)
+        self.expect(NO_ACCESS, f"cannot use the companion file {stray}: Permission denied; check its "
+                    "owner and permissions\n", "set", self.file, "s", "password", "--obfuscated",
+                    given="x", **options)
+
+    def test_memory_that_does_not_suffice(self):
+        limited = self.limited(resource.RLIMIT_AS, 64 << 20)
+        self.path.write_text("[a]\n" + "".join(f"k{i} = {'x' * 5000}\n" for i in range(6000)))
+        for verb in (["stanzas", self.file], ["set", self.file, "a", "k", "v"],
+                     ["java", self.file, "check"]):
+            self.expect(INTERNAL, "zstz: memory is exhausted; free some and try again\n", *verb,
+                        **limited)
 
     def test_a_companion_that_cannot_be_read(self):
         options = self.as_nobody()
@@ -516,6 +561,13 @@ class ZstzTest(tool.ToolTest):
                                      text=True, check=False, timeout=60)
                 self.assertEqual(NO_ACCESS, run.returncode)
                 self.assertIn("standard output", run.stderr)
+
+    def test_a_dump_ends_when_its_output_takes_no_more(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            run = subprocess.run([tool.TOOL, "hexdump", "/dev/zero"], stdout=full,
+                                 stderr=subprocess.PIPE, text=True, check=False, timeout=60)
+        self.assertEqual((NO_ACCESS, "zstz: cannot write to standard output; check where it goes\n"),
+                         (run.returncode, run.stderr))
 
     def test_standard_descriptors_that_are_closed(self):
         text = self.path.read_bytes()
