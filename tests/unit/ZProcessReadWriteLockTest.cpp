@@ -340,6 +340,21 @@ TEST(ZProcessReadWriteLock, ReleasingAsAStrangerRaisesAndChangesNothing)
     EXPECT_EQ(1ul, lock.getSequence());
 }
 
+TEST(ZProcessReadWriteLock, StateThatIsNoneRaisesAndChangesNothing)
+{
+    Lock lock("a");
+    for (int value : {4, -1}) {
+        EXPECT_TRUE(raises<ZInvalidResourceStateException_6_0>(
+            32, kSource, 117, [&] { lock.lock(static_cast<State>(value)); }));
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(0, lock.getReaderCount());
+    }
+    elsewhere([&] {
+        lock.writeLock();
+        lock.unlock();
+    });
+}
+
 TEST(ZProcessReadWriteLock, AskingTwiceForTheWriteLockRaisesAndChangesNothing)
 {
     Lock lock("a");

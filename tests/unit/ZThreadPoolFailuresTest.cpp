@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "FailingAllocator.h"
@@ -84,6 +85,15 @@ thread_local int earlyWaits = 0;
 // until then the others have not got up.
 std::atomic<bool> withholding{false};
 std::atomic<pthread_cond_t*> withheld{nullptr};
+
+// Is set when this thread next wakes others.
+thread_local std::atomic<bool>* wakes = nullptr;
+
+void noteWake()
+{
+    if (wakes != nullptr)
+        *std::exchange(wakes, nullptr) = true;
+}
 
 // A test that hangs ends the program.
 struct Watchdog {
@@ -212,11 +222,13 @@ int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 
 int __wrap_pthread_cond_signal(pthread_cond_t* condition)
 {
+    noteWake();
     return fails(condSignal) ? EINVAL : __real_pthread_cond_signal(condition);
 }
 
 int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
 {
+    noteWake();
     if (withholding.exchange(false)) {
         withheld = condition;
         return 0;
@@ -486,9 +498,11 @@ TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
             told = true;
             waitUntil([this] { return released.load(); });
             Sleeper::waitForExit();
+            wakes = &left;
         }
         std::atomic<bool> told{false};
         std::atomic<bool> released{false};
+        std::atomic<bool> left{false};  // its end is known to the others who wait
     } sleepers[2];
     ZThreadPool_6_0 pool(2, 2);
     for (Slow& sleeper : sleepers) {
@@ -504,7 +518,7 @@ TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
     }
     for (Slow& sleeper : sleepers) {
         sleeper.released = true;
-        waitUntil([&] { return sleeper.exits == 1; });
+        waitUntil([&] { return sleeper.left.load(); });
     }
     for (std::thread& one : waiting)
         one.join();
