@@ -301,6 +301,12 @@ TEST(ZSequenceUpdate, KeepsItsTwoNumbers)
     EXPECT_TRUE(update.equals(*copy));
 }
 
+TEST(ZSequenceUpdate, IsClonedOrNot)
+{
+    ZSequenceUpdate_6_0 const update(5, 3);
+    EXPECT_EQ(1u, failEachAllocation([&] { delete update.clone(); }, [] {}));
+}
+
 TEST(ZSequenceUpdate, StartsInvalid)
 {
     ZSequenceUpdate_6_0 const update;

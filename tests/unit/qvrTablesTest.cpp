@@ -77,6 +77,19 @@ TEST_F(qvrTables, AMissingOrEmptyDirectoryLeavesTheBuiltInNames)
     }
 }
 
+TEST_F(qvrTables, ARelativeDirectoryIsMissingWhereTheProcessIsNowhere)
+{
+    std::filesystem::path const before = std::filesystem::current_path();
+    std::string const gone = directory_.path("gone");
+    std::filesystem::create_directory(gone);
+    std::filesystem::current_path(gone);
+    std::filesystem::remove(gone);
+    EXPECT_EQ(0, qvr_set_dir("tables"));
+    EXPECT_EQ(0, qvr_set_dir("."));
+    std::filesystem::current_path(before);
+    EXPECT_EQ("a4", euroIn("latin10"));
+}
+
 TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
 {
     directory_.write("codesets.alias",
@@ -354,7 +367,10 @@ TEST_F(qvrConverterFiles, AddACodeset)
         GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
     directory_.write("codesets.alias", "own-name house\n");
     EXPECT_EQ("none", euroIn("house"));
+    std::filesystem::copy_file(directory_.path("converters/house.cnv"),
+                               directory_.path("converters/my house.cnv"));
     ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    EXPECT_EQ("none", euroIn("my house")) << "no name of a codeset";
     for (char const* const name : {"house", "HOUSE", "own-name"}) {
         SCOPED_TRACE(name);
         Codeset const cs(name);
