@@ -525,6 +525,13 @@ TEST_F(ZProperties, SixFormsOfSettingAText)
         SCOPED_TRACE(key);
         EXPECT_EQ("text", valueOf(store_, "s", key));
     }
+    store_.setValue("s", "4", ZUTF8String_6_0(), 0);
+    store_.setValue("s", "6", ZUTF8ConstString_6_0(""), 0);
+    for (char const* key : {"4", "6"}) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ(1, store_.exists("s", key));
+        EXPECT_EQ(0, store_.numValues("s", key));
+    }
 }
 
 TEST_F(ZProperties, NumbersAndTruthsAreWrittenAsText)
@@ -606,6 +613,9 @@ TEST_F(ZProperties, CompanionEntryCannotBeHidden)
     EXPECT_EQ("ZInvalidParameterException",
               raised([&] { store_.setValue("configuration-database", "file", "/x", 1); }));
     EXPECT_EQ(0, store_.exists("configuration-database"));
+    store_.setValue("configuration-database", "secret", "hidden", 1);
+    EXPECT_EQ(1, store_.isObfuscated("configuration-database", "secret"));
+    EXPECT_EQ("hidden", valueOf(store_, "configuration-database", "secret"));
 }
 
 TEST_F(ZProperties, UTF8ThatHasNoLocalFormIsRefused)
@@ -1542,6 +1552,11 @@ TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
     EXPECT_THROW(store_.setValue("s", "k", "v"), std::runtime_error);
     EXPECT_EQ("v", valueOf(store_, "s", "k"));
     std::thread([&] { EXPECT_EQ(1, store_.exists("s", "k")); }).join();
+    observer.log.clear();
+    observer.action = [] { ZInvalidParameterException_6_0().throwException("test", 1); };
+    EXPECT_THROW(store_.setValue("s", "k", "w"), ZInvalidParameterException_6_0);
+    EXPECT_EQ("w", valueOf(store_, "s", "k"));
+    observer.action = [] { throw std::runtime_error("told"); };
     {
         SCOPED_TRACE("several at once");
         EXPECT_THROW(

@@ -2565,6 +2565,25 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
     EXPECT_EQ(".", watch.endings);
 }
 
+TEST_F(ZStoreFileCase, JournalThatGoesWhileItIsTakenAwayIsGone)
+{
+    put(kShort);
+    int looks = 0;
+    CallPlan removing;
+    removing.after = [&](SystemCall const& call, ssize_t&) {
+        if (call.name == "lstat" && nameOf(call) == ".conf.zjn" && ++looks == 2)
+            std::filesystem::remove(journal_);
+    };
+    {
+        Watch const watch(removing);
+        store(kLong);
+        EXPECT_EQ(2, watch.folderSyncs);  // for the names of journal and companion
+    }
+    EXPECT_EQ(2, looks);  // for one of a dead writer, and for its own
+    EXPECT_EQ(kLong, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
+}
+
 TEST_F(ZStoreFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
 {
     put(kPlain);
