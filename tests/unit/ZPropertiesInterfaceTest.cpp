@@ -144,6 +144,16 @@ TEST(ZPropertiesInterface, FactoryDeletesTheStoresThatItHandedOut)
     EXPECT_EQ(0, CountingStore::alive);
 }
 
+TEST(ZPropertiesInterface, FactoryReportsWantOfMemoryAtItsEnd)
+{
+    NotedMessages messages;
+    auto factory = std::make_unique<CountingFactory>();
+    FailingAllocator::failAt(1);
+    factory.reset();
+    EXPECT_TRUE(FailingAllocator::stop());
+    EXPECT_EQ(1, messages.exceptions());
+}
+
 TEST(ZPropertiesInterface, FactoryKeepsNothingOfAStoreThatCouldNotBeLoaded)
 {
     TestDirectory const directory;

@@ -467,21 +467,22 @@ TEST_F(ZStoreFileCase, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
 TEST_F(ZStoreFileCase, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
 {
     // Before it is looked for a link, and after.
-    for (char const* moment : {"open", "lstat"}) {
-        SCOPED_TRACE(moment);
-        std::filesystem::remove(path_);
-        CallPlan meeting;
-        meeting.after = [&](SystemCall const& call, ssize_t&) {
-            if (call.name == moment && directory_.names().empty())
-                directory_.write("conf", "theirs\n");
-        };
-        {
-            Watch const watch(meeting);
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
-            EXPECT_EQ("theirs\n", std::string(file.text().data, file.text().length));
+    for (char const* moment : {"open", "lstat"})
+        for (std::string const theirs : {"theirs\n", ""}) {
+            SCOPED_TRACE(moment + theirs);
+            std::filesystem::remove(path_);
+            CallPlan meeting;
+            meeting.after = [&](SystemCall const& call, ssize_t&) {
+                if (call.name == moment && directory_.names().empty())
+                    directory_.write("conf", theirs);
+            };
+            {
+                Watch const watch(meeting);
+                ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+                EXPECT_EQ(theirs, std::string(file.text().data, file.text().length));
+            }
+            EXPECT_EQ(theirs, directory_.read("conf"));
         }
-        EXPECT_EQ("theirs\n", directory_.read("conf"));
-    }
 }
 
 TEST_F(ZStoreFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
@@ -1101,6 +1102,7 @@ TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"ftruncate", "conf", kLong, kShort, "conf", "ftruncate()"},
         {"futimens", "conf", kShort, otherCompanion, "conf", "futimens()"},
         {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()", 2},
+        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 5},  // of what was written
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
         {"fsync", "folder", kShort, kLong, "conf.obf", "fsync()", 2},
@@ -1529,6 +1531,26 @@ TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
     }
 }
 
+TEST_F(ZStoreFileCase, JournalThatCannotBeLookedAtIsNamed)
+{
+    struct Case {
+        char const* call;
+        int nth;
+        char const* text;
+    };
+    for (Case const& c :
+         {Case{"lstat", 1, "lstat()"}, Case{"open", 1, "open()"}, Case{"fstat", 1, "read()"},
+          Case{"fstat", 2, "read()"}, Case{"pread", 1, "read()"}}) {
+        SCOPED_TRACE(c.call);
+        put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+        directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store})
+            expectFailure(journal_, c.text, EMFILE, failing(c.call, ".conf.zjn", EMFILE, c.nth),
+                          [&] { ZStoreFile(path_.c_str(), use); });
+        EXPECT_EQ(kLong, load());
+    }
+}
+
 TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
 {
     for (Shape const& shape : kShapes) {
@@ -1911,6 +1933,29 @@ TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
         return directory_.read("folder/secrets") == kLong.companion &&
                directory_.names() == "conf folder";
     });
+}
+
+TEST_F(ZStoreFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
+{
+    struct Case {
+        char const* call;
+        char const* text;
+    };
+    for (Case const& c : {Case{"pwrite", "write()"}, Case{"ftruncate", "ftruncate()"},
+                          Case{"fsync", "fsync()"}, Case{"open", "fopen(w)"}}) {
+        SCOPED_TRACE(c.call);
+        put(kShort);
+        // The companion is opened once to be read.
+        CallPlan plan = failing(c.call, "conf.obf", EIO, strcmp(c.call, "open") == 0 ? 2 : 1);
+        plan.before = [before = plan.before](SystemCall const& call) {
+            bool const isRefused = call.name == "open" && nameOf(call) == ".conf.obf.new";
+            return isRefused ? EACCES : before(call);
+        };
+        expectFailure(companion_, c.text, EIO, plan, [&] { store(kLong); });
+        EXPECT_EQ(kShort.companion, directory_.read("conf.obf"));
+        EXPECT_EQ(kShort, load());
+        EXPECT_EQ("conf conf.obf", directory_.names());
+    }
 }
 
 TEST_F(ZStoreFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
@@ -2661,6 +2706,21 @@ TEST_F(ZStoreFileCase, ThreadThatStoresCannotLoadTheSameFile)
             EXPECT_STREQ("fcntl()", failure.call);
             EXPECT_EQ(EDEADLK, failure.error);
         }
+    }
+}
+
+TEST_F(ZStoreFileCase, FileThatWasMadeStaysWhenAnotherProcessHoldsIt)
+{
+    struct Case {
+        int error;
+        char const* names;
+    };
+    for (Case const& c : {Case{EAGAIN, "conf"}, Case{EACCES, "conf"}, Case{ENOLCK, ""}}) {
+        SCOPED_TRACE(strerror(c.error));
+        std::filesystem::remove(path_);
+        expectFailure(path_, "fcntl()", c.error, failing("F_SETLK", "conf", c.error),
+                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+        EXPECT_EQ(c.names, directory_.names());
     }
 }
 
