@@ -2099,6 +2099,15 @@ TEST_F(ZStoreFileCase, CompanionThatComesOrGoesIsOldOrNew)
     }
 }
 
+TEST_F(ZStoreFileCase, CompanionThatGoesByTheJournalIsMissing)
+{
+    put({kPlain.text, kLong.companion});
+    directory_.write(".conf.zjn", journalOf(kLong, kPlain, companion_));
+    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    expectFailure(companion_, "mapFile()", EINVAL, CallPlan(),
+                  [&] { file.readCompanion(companion_.c_str()); });
+}
+
 TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
 {
     // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
