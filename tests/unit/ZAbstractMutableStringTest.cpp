@@ -18,6 +18,7 @@
 
 #include "FailingAllocator.h"
 #include "LocalText.h"
+#include "MeasuredLength.h"
 #include "PageEnd.h"
 #include "Raised.h"
 #include "Slots.h"
@@ -868,6 +869,21 @@ TEST(ZAbstractMutableStringText, OnlyWholeLocalCharactersAreReplaced)
     ZLCString_6_0 strip(("  " + wide + "a" + wide + " \t").c_str());
     strip.stripWhiteSpace();
     EXPECT_EQ(wide + "a" + wide, textOf(strip));
+}
+
+TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyRaises)
+{
+    for (int length : {41, qvrMbLenMax + 1}) {
+        SCOPED_TRACE(length);
+        std::string const set(static_cast<size_t>(length), 'b');
+        ZUTF8String_6_0 string(filled(40).c_str());
+        MeasuredLength const wrong(length);
+        EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 512,
+                                                   [&] { string.replaceAll(set.c_str(), "c"); }));
+        EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 512,
+                                                   [&] { string.replaceOther(set.c_str(), "c"); }));
+        EXPECT_EQ(filled(40), textOf(string));
+    }
 }
 
 // In EUC-JP the second byte of one character and the first of the next look like a third.

@@ -20,6 +20,7 @@
 
 #include "CountedObject.h"
 #include "LocalText.h"
+#include "MeasuredLength.h"
 #include "PageEnd.h"
 #include "Raised.h"
 #include "Slots.h"
@@ -387,6 +388,22 @@ TEST(ZAbstractString, LastIndexOfInASeveralByteLocaleIsThePosition)
     EXPECT_EQ(2 * width + 1, text.lastIndexOf("bc"));
     EXPECT_EQ(width + 1, text.lastIndexOf(wide.c_str()));
     EXPECT_EQ(0, ZLCString_6_0("abc").lastIndexOf('a'));
+}
+
+TEST(ZAbstractString, LastIndexOfACharacterLongerThanTheTextRaises)
+{
+    ZUTF8ConstString_6_0 const text("abc");
+    MeasuredLength const wrong(3);
+    EXPECT_EQ(0, text.lastIndexOf('a'));
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 290, [&] { text.lastIndexOf('b'); }));
+}
+
+TEST(ZAbstractString, LastIndexOfEndsAtAZeroInTheText)
+{
+    ZUTF8String_6_0 const text("ab\0ab", 5);
+    ASSERT_EQ(5u, text.getLength());
+    EXPECT_EQ(0, text.lastIndexOf('a'));
+    EXPECT_EQ(2, text.lastIndexOf(0));
 }
 
 TEST(ZAbstractString, LastIndexOfACharacterThatCannotBeMeasuredRaises)

@@ -323,6 +323,30 @@ TEST_F(ZArrayList, FindsTheFirstAndTheLastEqual)
     EXPECT_FALSE(list.contains(nullptr));
 }
 
+TEST_F(ZArrayList, SearchesWhatAnEqualsLeavesOfIt)
+{
+    class Shortening : public CountedObject {
+    public:
+        explicit Shortening(ZArrayList_6_0& list) : CountedObject(1), list_(list) {}
+        bool equals(ZObject_6_0 const& other) const override
+        {
+            bool const isEqual = CountedObject::equals(other);
+            while (list_.size() > 1)
+                list_.remove(list_.size() - 1);
+            return isEqual;
+        }
+
+    private:
+        ZArrayList_6_0& list_;
+    };
+    OwningList forward({2, 1, 1, 1});
+    Shortening const ofForward(forward);
+    EXPECT_EQ(-1, forward.indexOf(&ofForward));
+    OwningList backward({1, 1, 1, 2});
+    Shortening const ofBackward(backward);
+    EXPECT_EQ(0, backward.lastIndexOf(&ofBackward));
+}
+
 TEST_F(ZArrayList, AsksTheProbeForEquality)
 {
     OwningList list({-1, 1, 2, -1});
@@ -461,6 +485,10 @@ TEST_F(ZArrayList, IsUsedThroughItsInterface)
     EXPECT_EQ(1, numberOf(iterator.getNext()));
     EXPECT_EQ(0, list.indexOf(iterator));
     list.backUp(iterator);
+    EXPECT_EQ(1, numberOf(iterator.getNext()));
+    // What a list of the caller's has that does not define them.
+    EXPECT_EQ(0, list.ZList_6_0::indexOf(iterator));
+    list.ZList_6_0::backUp(iterator);
     EXPECT_EQ(1, numberOf(iterator.getNext()));
     list.remove(iterator);
     EXPECT_EQ((Numbers{2}), numbersOf(list));

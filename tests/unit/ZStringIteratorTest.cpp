@@ -11,6 +11,7 @@
 
 #include "FailingAllocator.h"
 #include "LocalText.h"
+#include "MeasuredLength.h"
 #include "PageEnd.h"
 #include "Raised.h"
 #include "Slots.h"
@@ -204,6 +205,16 @@ TEST(ZStringIterator, ACutLocalCharacterRaises)
     EXPECT_STREQ("a", *iterator.getNext());
     EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
     EXPECT_STREQ("a", target);
+}
+
+TEST(ZStringIterator, ACharacterLongerThanTheTextRaises)
+{
+    ZUTF8ConstString_6_0 const source("abc");
+    ZUTF8String_6_0 target("before");
+    ZStringIterator_6_0 iterator(source, target);
+    MeasuredLength const wrong(4);
+    EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 113, [&] { iterator.getNext(); }));
+    EXPECT_STREQ("before", target);
 }
 
 // The text is put together from known characters, so the list of them is the model.

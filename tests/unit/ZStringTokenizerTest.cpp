@@ -13,6 +13,7 @@
 
 #include "FailingAllocator.h"
 #include "LocalText.h"
+#include "MeasuredLength.h"
 #include "PageEnd.h"
 #include "Raised.h"
 #include "Slots.h"
@@ -345,6 +346,20 @@ TEST(ZStringTokenizer, ACutLocalCharacterRaises)
     EXPECT_TRUE(tokenizer.hasMore());
     EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.getNext(); }));
     EXPECT_STREQ("before", target);
+}
+
+TEST(ZStringTokenizer, ACharacterLongerThanTheTextOrThanAnyRaises)
+{
+    for (int length : {41, 17}) {
+        SCOPED_TRACE(length);
+        ZUTF8String_6_0 const source(std::string(40, 'a').c_str());
+        ZUTF8String_6_0 target("before");
+        ZStringTokenizer_6_0 tokenizer(source, target);
+        MeasuredLength const wrong(length);
+        EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 269, [&] { tokenizer.hasMore(); }));
+        EXPECT_TRUE(raises<ZQVRMBLenException_6_0>(46, kSource, 269, [&] { tokenizer.getNext(); }));
+        EXPECT_STREQ("before", target);
+    }
 }
 
 TEST(ZStringTokenizer, AFailedAllocationLosesNothing)

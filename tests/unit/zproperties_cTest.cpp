@@ -555,6 +555,28 @@ TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
     EXPECT_EQ(0, live);
 }
 
+TEST(ZPropertiesCTable, WithoutAFreeTokenThereIsNoMore)
+{
+    // An object without memory of its own.
+    struct Placeless {
+        static void* operator new(size_t)
+        {
+            static char place;
+            return &place;
+        }
+        static void operator delete(void*) {}
+    };
+    static ZHandleTable<Placeless> table(1);
+    constexpr size_t kTokens = size_t{1} << 20;
+    Placeless* last = nullptr;
+    for (size_t i = 0; i < kTokens; ++i)
+        last = table.enter(std::make_unique<Placeless>());
+    EXPECT_THROW(table.enter(std::make_unique<Placeless>()), std::bad_alloc);
+    EXPECT_TRUE(table.retire(last));
+    EXPECT_NE(last, table.enter(std::make_unique<Placeless>()));
+    EXPECT_THROW(table.enter(std::make_unique<Placeless>()), std::bad_alloc);
+}
+
 // ---- Missing arguments --------------------------------------------------------------------------
 
 TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
@@ -589,6 +611,7 @@ TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
         // Without the place for the code, or a name, nothing is reported.
         {"GetBooleanValue, stanza", zstzPropGetBooleanValue_6_0(file_, nullptr, "k", 1, nullptr),
          55},
+        {"GetBooleanValue, code", zstzPropGetBooleanValue_6_0(file_, "s", "k", 1, nullptr), 55},
         {"GetIntegerValue, code",
          static_cast<int>(zstzPropGetIntegerValue_6_0(file_, "s", "k", 1, nullptr)), 55},
         {"Exists, code", zstzPropExists_6_0(file_, "server", "port", nullptr), 0},
