@@ -10,7 +10,8 @@
 // A conversion reads  % [n$] [flags] [width | * | *m$] [. [precision | * | *m$]] [length] letter:
 // flags blank # ' + - 0, length h l ll L q, letter one of % C E G S X c d e f g i o p s u x.
 // C takes a 16-bit wide character and S a text of them; both come out in the local codeset.
-// Digits and letters of doubles are the platform's, in the locale of the calling thread.
+// Digits and letters of doubles are the platform's, in the locale of the calling thread, and so is
+// what their width counts: a point or a separator of several bytes may be one column.
 // The drivers convert to the local codeset: the first call of one of them starts the text services
 // and, without QVRDIR or without a local codeset, ends the process as zgetLCSHandle_6_0 does.
 // Ownership: results of the allocating drivers are released with zasprintf_free_6_0.
