@@ -708,14 +708,15 @@ TEST_F(ZJavaPropertiesFiles, ThatCannotBeWrittenAreRefused)
 TEST_F(ZJavaPropertiesFiles, OfOthersAreRefused)
 {
     std::string const path = directory_.write("f", "b=2\n");
-    chmod(directory_.path().c_str(), 0755);
     chmod(path.c_str(), 0000);
+    chmod(directory_.path().c_str(), 0555);
     asNobody([&] {
         expectNoLoad(path, "151 " + path + " fopen(r) 13");
         expectNoStore(path, "360 " + path + " fopen(wt) 13");
         expectNoStore(directory_.at("new"), "360 " + directory_.at("new") + " fopen(wt) 13");
         return !HasFailure();
     });
+    chmod(path.c_str(), 0600);
     EXPECT_EQ("b=2\n", directory_.read("f"));
 }
 
