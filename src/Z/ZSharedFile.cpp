@@ -87,6 +87,7 @@ struct ZSharedFile::Entry {
     bool writable = false;         // it was opened for writing too
     std::vector<int> descriptors;  // every descriptor of the inode, `fd` among them
     std::list<Range> ranges;       // each stays where it is until it goes
+    std::list<Range> spare;        // for the first one: once a file is open it can be locked
 };
 
 namespace {
@@ -252,6 +253,7 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     // Room for everything first: nothing may fail once the file is open.
     auto fresh = std::make_unique<Entry>();
     fresh->descriptors.reserve(2);
+    fresh->spare.resize(1);
     files.entries.reserve(files.entries.size() + 1);
     for (auto const& entry : files.entries)
         entry->descriptors.reserve(entry->descriptors.size() + 2);
@@ -355,7 +357,11 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
     Range const wanted = {this, pthread_self(), type, start, length, true};
     if (files.closesRing(entry, wanted.thread, wanted))
         return EDEADLK;
-    auto const place = entry.ranges.insert(entry.ranges.end(), wanted);
+    if (entry.spare.empty())
+        entry.spare.resize(1);
+    auto const place = entry.spare.begin();
+    *place = wanted;
+    entry.ranges.splice(entry.ranges.end(), entry.spare);
 
     // Takes the range back unless it is locked in the end: a wait can fail or be cancelled.
     struct Undo {

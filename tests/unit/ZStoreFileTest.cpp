@@ -277,7 +277,8 @@ protected:
     // Runs `call` with each of its allocations failing: std::bad_alloc, no block and no descriptor
     // left, and what `check` expects. Returns how many failed.
     template <class Call, class Check>
-    static int failEachAllocation(CallPlan const& plan, Call call, Check check)
+    static int failEachAllocation(CallPlan const& plan, Call call, Check check,
+                                  FailingAllocator::Mode mode = FailingAllocator::once)
     {
         for (unsigned long n = 1;; ++n) {
             SCOPED_TRACE("allocation " + std::to_string(n));
@@ -287,7 +288,7 @@ protected:
             {
                 WatchedCalls const watched(plan);
                 long const blocks = FailingAllocator::blocks();
-                FailingAllocator::failAt(n);
+                FailingAllocator::failAt(n, mode);
                 try {
                     call();
                 } catch (std::bad_alloc const&) {
@@ -1249,7 +1250,9 @@ TEST_F(ZStoreFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
 TEST_F(ZStoreFileCase, MemoryThatEndsLeavesAFileThatIsMadeOnlyToOthers)
 {
     auto const make = [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store); };
-    EXPECT_LT(5, failEachAllocation(CallPlan(), make, [&] { EXPECT_EQ("", directory_.names()); }));
+    for (auto mode : {FailingAllocator::once, FailingAllocator::forEver})
+        EXPECT_LT(5, failEachAllocation(
+                         CallPlan(), make, [&] { EXPECT_EQ("", directory_.names()); }, mode));
     // Whoever holds it, or has stored into it, found it meanwhile. Where that cannot be found out
     // it stays, too.
     struct Case {
