@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "ZMessage.h"
+#include "ZMessage_p.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -44,6 +45,101 @@ template <class Exception>
 {
     exc.addLocation(file, static_cast<unsigned long>(line));
     throw Exception(exc);
+}
+
+// A report in progress in the calling thread: a print() has passed inserts to the message service.
+// Their types belong to that print(), which need not be the print() of the class whose
+// insertTypes() is called: a caller's class may override one of the two.
+class RunningReport {
+public:
+    enum Source {
+        library,  // a print() of the library, which states the types
+        caller,   // a print() of a caller's class: what the message text asks for
+        root      // the print() of the root, which passes nulls only
+    };
+
+    RunningReport(ZZException_6_0 const* exception, Source source, char const* types)
+        : exception_(exception), source_(source), types_(types), outer_(innermost_)
+    {
+        innermost_ = this;
+    }
+    RunningReport(RunningReport const&) = delete;
+    RunningReport& operator=(RunningReport const&) = delete;
+    ~RunningReport() { innermost_ = outer_; }
+
+    // Returns the report of `exception`; null if there is none. A service may make other reports
+    // before it reads the inserts.
+    static RunningReport const* of(ZZException_6_0 const* exception)
+    {
+        RunningReport const* report = innermost_;
+        while (report != nullptr && report->exception_ != exception)
+            report = report->outer_;
+        return report;
+    }
+
+    Source source() const { return source_; }
+    char const* types() const { return types_; }  // null unless the library states them
+
+private:
+    ZZException_6_0 const* const exception_;
+    Source const source_;
+    char const* const types_;
+    RunningReport const* const outer_;
+
+    static constinit thread_local RunningReport const* innermost_;
+};
+
+constinit thread_local RunningReport const* RunningReport::innermost_ = nullptr;
+
+// Passes the arguments after `types` to the message service.
+void routeInserts(ZZException_6_0 const* exception, RunningReport::Source source, char const* types,
+                  ...)
+{
+    va_list inserts;
+    va_start(inserts, types);
+    try {
+        RunningReport const report(exception, source, types);
+        ZMessageService_6_0::routeZZException(exception, inserts);
+    } catch (...) {
+        va_end(inserts);
+        throw;
+    }
+    va_end(inserts);
+}
+
+constexpr char typeOf(char const*)
+{
+    return 's';
+}
+
+constexpr char typeOf(int)
+{
+    return 'd';
+}
+
+// The print() of every class of the library that has inserts.
+template <class... Inserts>
+void printInserts(ZZException_6_0 const* exception, Inserts... inserts)
+{
+    static constexpr char kTypes[] = {typeOf(Inserts{})..., '\0'};
+    routeInserts(exception, RunningReport::library, kTypes, inserts...);
+}
+
+// The insertTypes() of a class whose own print() passes `types`.
+char const* typesNow(ZZException_6_0 const* exception, char const* types)
+{
+    RunningReport const* const report = RunningReport::of(exception);
+    if (report == nullptr)
+        return types;
+    switch (report->source()) {
+        case RunningReport::library:
+            return report->types();
+        case RunningReport::caller:
+            return zmessageInsertTypes(exception->messageNumber());
+        case RunningReport::root:
+            break;
+    }
+    return types != nullptr && *types == '\0' ? types : nullptr;
 }
 
 // Puts `length` bytes into `to`, or as many as need no memory when there is none: an exception on
@@ -144,12 +240,12 @@ void ZZException_6_0::print()
     // As many nulls as a text has conversions: a service that formats the text without asking
     // insertTypes() finds an argument for each.
     constexpr char const* kNone = nullptr;
-    printinternal(this, kNone, kNone, kNone, kNone, kNone, kNone);
+    routeInserts(this, RunningReport::root, nullptr, kNone, kNone, kNone, kNone, kNone, kNone);
 }
 
 char const* ZZException_6_0::insertTypes() const
 {
-    return nullptr;
+    return typesNow(this, nullptr);
 }
 
 void ZZException_6_0::printinternal(ZZException_6_0 const* exc, ...)
@@ -157,12 +253,19 @@ void ZZException_6_0::printinternal(ZZException_6_0 const* exc, ...)
     va_list inserts;
     va_start(inserts, exc);
     try {
+        RunningReport const report(exc, RunningReport::caller, nullptr);
         ZMessageService_6_0::routeZZException(exc, inserts);
     } catch (...) {
         va_end(inserts);
         throw;
     }
     va_end(inserts);
+}
+
+char const* zstatedInsertTypes(ZZException_6_0 const* exception)
+{
+    RunningReport const* const report = RunningReport::of(exception);
+    return report != nullptr ? report->types() : nullptr;
 }
 
 // ---- Failures without inserts ----------------------------------------------------------------
@@ -186,7 +289,7 @@ void ZOutOfMemoryException_6_0::throwException(char const* file, int line)
 
 char const* ZOutOfMemoryException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZInvalidPlatformException_6_0::ZInvalidPlatformException_6_0()
@@ -208,7 +311,7 @@ void ZInvalidPlatformException_6_0::throwException(char const* file, int line)
 
 char const* ZInvalidPlatformException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZNotClonableException_6_0::ZNotClonableException_6_0()
@@ -230,7 +333,7 @@ void ZNotClonableException_6_0::throwException(char const* file, int line)
 
 char const* ZNotClonableException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZInvalidParameterException_6_0::ZInvalidParameterException_6_0()
@@ -252,7 +355,7 @@ void ZInvalidParameterException_6_0::throwException(char const* file, int line)
 
 char const* ZInvalidParameterException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZNoQVREnvironmentException_6_0::ZNoQVREnvironmentException_6_0()
@@ -274,7 +377,7 @@ void ZNoQVREnvironmentException_6_0::throwException(char const* file, int line)
 
 char const* ZNoQVREnvironmentException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZQVRMBLenException_6_0::ZQVRMBLenException_6_0()
@@ -296,7 +399,7 @@ void ZQVRMBLenException_6_0::throwException(char const* file, int line)
 
 char const* ZQVRMBLenException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 ZUnsupportedException_6_0::ZUnsupportedException_6_0()
@@ -318,7 +421,7 @@ void ZUnsupportedException_6_0::throwException(char const* file, int line)
 
 char const* ZUnsupportedException_6_0::insertTypes() const
 {
-    return "";
+    return typesNow(this, "");
 }
 
 // ---- Failures that name one text --------------------------------------------------------------
@@ -337,7 +440,7 @@ ZObject_6_0* ZAbstractNotImplementedException_6_0::clone() const
 
 void ZAbstractNotImplementedException_6_0::print()
 {
-    printinternal(this, value_.getChars());
+    printInserts(this, value_.getChars());
 }
 
 void ZAbstractNotImplementedException_6_0::throwException(char const* file, int line)
@@ -347,7 +450,7 @@ void ZAbstractNotImplementedException_6_0::throwException(char const* file, int 
 
 char const* ZAbstractNotImplementedException_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 ZUnexpectedEndOfFile_6_0::ZUnexpectedEndOfFile_6_0(char const* file)
@@ -364,7 +467,7 @@ ZObject_6_0* ZUnexpectedEndOfFile_6_0::clone() const
 
 void ZUnexpectedEndOfFile_6_0::print()
 {
-    printinternal(this, file_.getChars());
+    printInserts(this, file_.getChars());
 }
 
 void ZUnexpectedEndOfFile_6_0::throwException(char const* file, int line)
@@ -374,7 +477,7 @@ void ZUnexpectedEndOfFile_6_0::throwException(char const* file, int line)
 
 char const* ZUnexpectedEndOfFile_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 ZJavaPropertyParseException_6_0::ZJavaPropertyParseException_6_0(char const* file)
@@ -391,7 +494,7 @@ ZObject_6_0* ZJavaPropertyParseException_6_0::clone() const
 
 void ZJavaPropertyParseException_6_0::print()
 {
-    printinternal(this, file_.getChars());
+    printInserts(this, file_.getChars());
 }
 
 void ZJavaPropertyParseException_6_0::throwException(char const* file, int line)
@@ -401,7 +504,7 @@ void ZJavaPropertyParseException_6_0::throwException(char const* file, int line)
 
 char const* ZJavaPropertyParseException_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 ZCodesetException_6_0::ZCodesetException_6_0(char const* codeset)
@@ -420,7 +523,7 @@ ZObject_6_0* ZCodesetException_6_0::clone() const
 
 void ZCodesetException_6_0::print()
 {
-    printinternal(this, codeset_.getChars(), qvrDir_.getChars());
+    printInserts(this, codeset_.getChars(), qvrDir_.getChars());
 }
 
 void ZCodesetException_6_0::throwException(char const* file, int line)
@@ -430,7 +533,7 @@ void ZCodesetException_6_0::throwException(char const* file, int line)
 
 char const* ZCodesetException_6_0::insertTypes() const
 {
-    return "ss";
+    return typesNow(this, "ss");
 }
 
 ZToUTF8Exception_6_0::ZToUTF8Exception_6_0()
@@ -447,7 +550,7 @@ ZObject_6_0* ZToUTF8Exception_6_0::clone() const
 
 void ZToUTF8Exception_6_0::print()
 {
-    printinternal(this, codeset_.getChars());
+    printInserts(this, codeset_.getChars());
 }
 
 void ZToUTF8Exception_6_0::throwException(char const* file, int line)
@@ -457,7 +560,7 @@ void ZToUTF8Exception_6_0::throwException(char const* file, int line)
 
 char const* ZToUTF8Exception_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 ZFromUTF8Exception_6_0::ZFromUTF8Exception_6_0()
@@ -474,7 +577,7 @@ ZObject_6_0* ZFromUTF8Exception_6_0::clone() const
 
 void ZFromUTF8Exception_6_0::print()
 {
-    printinternal(this, codeset_.getChars());
+    printInserts(this, codeset_.getChars());
 }
 
 void ZFromUTF8Exception_6_0::throwException(char const* file, int line)
@@ -484,7 +587,7 @@ void ZFromUTF8Exception_6_0::throwException(char const* file, int line)
 
 char const* ZFromUTF8Exception_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 // ---- Failures whose message number the raiser chooses ------------------------------------------
@@ -503,7 +606,7 @@ ZObject_6_0* ZThreadException_6_0::clone() const
 
 void ZThreadException_6_0::print()
 {
-    printinternal(this, rc_);
+    printInserts(this, rc_);
 }
 
 void ZThreadException_6_0::throwException(char const* file, int line)
@@ -513,7 +616,7 @@ void ZThreadException_6_0::throwException(char const* file, int line)
 
 char const* ZThreadException_6_0::insertTypes() const
 {
-    return "d";
+    return typesNow(this, "d");
 }
 
 ZConditionException_6_0::ZConditionException_6_0(int messageNumber, int rc)
@@ -530,7 +633,7 @@ ZObject_6_0* ZConditionException_6_0::clone() const
 
 void ZConditionException_6_0::print()
 {
-    printinternal(this, rc_);
+    printInserts(this, rc_);
 }
 
 void ZConditionException_6_0::throwException(char const* file, int line)
@@ -540,7 +643,7 @@ void ZConditionException_6_0::throwException(char const* file, int line)
 
 char const* ZConditionException_6_0::insertTypes() const
 {
-    return "d";
+    return typesNow(this, "d");
 }
 
 ZConverterException_6_0::ZConverterException_6_0(int messageNumber, char const* from,
@@ -565,7 +668,7 @@ char const* ZConverterException_6_0::insertTypes() const
 {
     // KEPT: three texts are held and none is reported; log readers know the line with its inserts
     // empty. Test: ZException.KeepsConverterTextsOutOfTheReport
-    return "";
+    return typesNow(this, "");
 }
 
 ZResourceException_6_0::ZResourceException_6_0(int messageNumber, int rc)
@@ -577,12 +680,12 @@ ZResourceException_6_0::~ZResourceException_6_0() = default;
 
 void ZResourceException_6_0::print()
 {
-    printinternal(this, rc_);
+    printInserts(this, rc_);
 }
 
 char const* ZResourceException_6_0::insertTypes() const
 {
-    return "d";
+    return typesNow(this, "d");
 }
 
 ZCreateResourceException_6_0::ZCreateResourceException_6_0(int messageNumber, int rc)
@@ -684,7 +787,7 @@ ZObject_6_0* ZOpenResourceException_6_0::clone() const
 
 void ZOpenResourceException_6_0::print()
 {
-    printinternal(this, returnCode(), value_.getChars());
+    printInserts(this, returnCode(), value_.getChars());
 }
 
 void ZOpenResourceException_6_0::throwException(char const* file, int line)
@@ -694,7 +797,7 @@ void ZOpenResourceException_6_0::throwException(char const* file, int line)
 
 char const* ZOpenResourceException_6_0::insertTypes() const
 {
-    return "ds";
+    return typesNow(this, "ds");
 }
 
 ZCloseResourceException_6_0::ZCloseResourceException_6_0(int messageNumber, int rc,
@@ -712,7 +815,7 @@ ZObject_6_0* ZCloseResourceException_6_0::clone() const
 
 void ZCloseResourceException_6_0::print()
 {
-    printinternal(this, returnCode(), value_.getChars());
+    printInserts(this, returnCode(), value_.getChars());
 }
 
 void ZCloseResourceException_6_0::throwException(char const* file, int line)
@@ -722,7 +825,7 @@ void ZCloseResourceException_6_0::throwException(char const* file, int line)
 
 char const* ZCloseResourceException_6_0::insertTypes() const
 {
-    return "ds";
+    return typesNow(this, "ds");
 }
 
 ZInvalidResourceStateException_6_0::ZInvalidResourceStateException_6_0(char const* value)
@@ -739,7 +842,7 @@ ZObject_6_0* ZInvalidResourceStateException_6_0::clone() const
 
 void ZInvalidResourceStateException_6_0::print()
 {
-    printinternal(this, value_.getChars());
+    printInserts(this, value_.getChars());
 }
 
 void ZInvalidResourceStateException_6_0::throwException(char const* file, int line)
@@ -749,7 +852,7 @@ void ZInvalidResourceStateException_6_0::throwException(char const* file, int li
 
 char const* ZInvalidResourceStateException_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 // ---- Shared libraries ------------------------------------------------------------------------
@@ -765,12 +868,12 @@ ZSharedLibraryException_6_0::~ZSharedLibraryException_6_0() = default;
 
 void ZSharedLibraryException_6_0::print()
 {
-    printinternal(this, rc_, error_.getChars());
+    printInserts(this, rc_, error_.getChars());
 }
 
 char const* ZSharedLibraryException_6_0::insertTypes() const
 {
-    return "ds";
+    return typesNow(this, "ds");
 }
 
 ZSharedLibraryLoadException_6_0::ZSharedLibraryLoadException_6_0(char const* library,
@@ -788,7 +891,7 @@ ZObject_6_0* ZSharedLibraryLoadException_6_0::clone() const
 
 void ZSharedLibraryLoadException_6_0::print()
 {
-    printinternal(this, library_.getChars(), rc_, error_.getChars());
+    printInserts(this, library_.getChars(), rc_, error_.getChars());
 }
 
 void ZSharedLibraryLoadException_6_0::throwException(char const* file, int line)
@@ -798,7 +901,7 @@ void ZSharedLibraryLoadException_6_0::throwException(char const* file, int line)
 
 char const* ZSharedLibraryLoadException_6_0::insertTypes() const
 {
-    return "sds";
+    return typesNow(this, "sds");
 }
 
 ZSharedLibraryResolveException_6_0::ZSharedLibraryResolveException_6_0(char const* library,
@@ -819,7 +922,7 @@ ZObject_6_0* ZSharedLibraryResolveException_6_0::clone() const
 
 void ZSharedLibraryResolveException_6_0::print()
 {
-    printinternal(this, library_.getChars(), symbol_.getChars(), rc_, error_.getChars());
+    printInserts(this, library_.getChars(), symbol_.getChars(), rc_, error_.getChars());
 }
 
 void ZSharedLibraryResolveException_6_0::throwException(char const* file, int line)
@@ -829,7 +932,7 @@ void ZSharedLibraryResolveException_6_0::throwException(char const* file, int li
 
 char const* ZSharedLibraryResolveException_6_0::insertTypes() const
 {
-    return "ssds";
+    return typesNow(this, "ssds");
 }
 
 // ---- Configuration files ---------------------------------------------------------------------
@@ -844,12 +947,12 @@ ZPropertiesException_6_0::~ZPropertiesException_6_0() = default;
 
 void ZPropertiesException_6_0::print()
 {
-    printinternal(this, file_.getChars());
+    printInserts(this, file_.getChars());
 }
 
 char const* ZPropertiesException_6_0::insertTypes() const
 {
-    return "s";
+    return typesNow(this, "s");
 }
 
 ZPropertiesMissingPropertyException_6_0::ZPropertiesMissingPropertyException_6_0(
@@ -869,7 +972,7 @@ ZObject_6_0* ZPropertiesMissingPropertyException_6_0::clone() const
 
 void ZPropertiesMissingPropertyException_6_0::print()
 {
-    printinternal(this, propFile().getChars(), key_.getChars(), category_.getChars());
+    printInserts(this, propFile().getChars(), key_.getChars(), category_.getChars());
 }
 
 void ZPropertiesMissingPropertyException_6_0::throwException(char const* file, int line)
@@ -879,7 +982,7 @@ void ZPropertiesMissingPropertyException_6_0::throwException(char const* file, i
 
 char const* ZPropertiesMissingPropertyException_6_0::insertTypes() const
 {
-    return "sss";
+    return typesNow(this, "sss");
 }
 
 ZPropertiesInvalidValueException_6_0::ZPropertiesInvalidValueException_6_0(char const* file,
@@ -902,8 +1005,8 @@ ZObject_6_0* ZPropertiesInvalidValueException_6_0::clone() const
 
 void ZPropertiesInvalidValueException_6_0::print()
 {
-    printinternal(this, propFile().getChars(), value_.getChars(), key_.getChars(),
-                  category_.getChars());
+    printInserts(this, propFile().getChars(), value_.getChars(), key_.getChars(),
+                 category_.getChars());
 }
 
 void ZPropertiesInvalidValueException_6_0::throwException(char const* file, int line)
@@ -913,7 +1016,7 @@ void ZPropertiesInvalidValueException_6_0::throwException(char const* file, int 
 
 char const* ZPropertiesInvalidValueException_6_0::insertTypes() const
 {
-    return "ssss";
+    return typesNow(this, "ssss");
 }
 
 // KEPT: the two classes below report as "ZPropertiesInvalidValueException" and are thrown as their
@@ -982,7 +1085,7 @@ ZObject_6_0* ZPropertiesIOException_6_0::clone() const
 
 void ZPropertiesIOException_6_0::print()
 {
-    printinternal(this, propFile().getChars(), api_.getChars(), errno_);
+    printInserts(this, propFile().getChars(), api_.getChars(), errno_);
 }
 
 void ZPropertiesIOException_6_0::throwException(char const* file, int line)
@@ -992,7 +1095,7 @@ void ZPropertiesIOException_6_0::throwException(char const* file, int line)
 
 char const* ZPropertiesIOException_6_0::insertTypes() const
 {
-    return "ssd";
+    return typesNow(this, "ssd");
 }
 
 ZPropertiesInvalidDataException_6_0::ZPropertiesInvalidDataException_6_0(char const* file,
@@ -1013,7 +1116,7 @@ ZObject_6_0* ZPropertiesInvalidDataException_6_0::clone() const
 
 void ZPropertiesInvalidDataException_6_0::print()
 {
-    printinternal(this, propFile().getChars(), badline_, baddata_.getChars());
+    printInserts(this, propFile().getChars(), badline_, baddata_.getChars());
 }
 
 void ZPropertiesInvalidDataException_6_0::throwException(char const* file, int line)
@@ -1023,5 +1126,5 @@ void ZPropertiesInvalidDataException_6_0::throwException(char const* file, int l
 
 char const* ZPropertiesInvalidDataException_6_0::insertTypes() const
 {
-    return "sds";
+    return typesNow(this, "sds");
 }

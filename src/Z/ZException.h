@@ -95,12 +95,25 @@ public:
     /// Reports the exception without inserts.
     void print() override;
 
-    /// Returns the types of the inserts that print() hands over, in order: 's' for a text, 'd' for
-    /// a number. Null, as here, means that they are what the message text asks for.
+    /// Returns the types of the inserts that print() passes, in order: 's' for a text, 'd' for a
+    /// number. Null means the types that the message text asks for.
+    ///
+    /// A message service calls this during a report and is given the types of the print() that
+    /// runs: a class of the library returns what its own print() states, or, if a caller's class
+    /// overrides print() alone, what the message text asks for. Outside a report it returns the
+    /// types of its own class; null here.
+    ///
+    /// A caller's class overrides this if its print() passes other inserts than the message text
+    /// asks for. It then overrides print() as well, and so does each class below it that overrides
+    /// one of the two. An override without a print() is ignored by the built-in service, which
+    /// knows what the library's print() passes.
     virtual char const* insertTypes() const;
 
 protected:
-    /// Hands the exception and the inserts behind it to the installed message service.
+    /// Passes the exception and the inserts after it to the installed message service: as many as
+    /// the message text asks for, `char const*` for %s and `int` for %d, unless insertTypes() is
+    /// overridden too.
+    /// throws  what that service throws.
     static void printinternal(ZZException_6_0 const* exc, ...);
 };
 

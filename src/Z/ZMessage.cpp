@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <new>
@@ -13,6 +14,7 @@
 #include "ZException.h"
 #include "ZException_p.h"
 #include "ZLCString.h"
+#include "ZMessage_p.h"
 #include "ZUTF8String.h"
 
 namespace {
@@ -81,6 +83,22 @@ static_assert(kTextCount == 55, "message numbers are 0 to 54");
 
 constexpr int kMaxInserts = 6;
 
+// The letters of a text's conversions.
+struct InsertTypes {
+    char letters[kMaxInserts + 1];
+};
+
+constexpr auto kInsertTypes = [] {
+    std::array<InsertTypes, kTextCount> types = {};
+    for (int i = 0; i < kTextCount; ++i) {
+        int inserts = 0;
+        for (char const* at = kText[i]; at != nullptr && *at != '\0'; ++at)
+            if (*at == '%')
+                types[i].letters[inserts++] = at[1];
+    }
+    return types;
+}();
+
 // Collects a report and writes it to standard error in one piece; a report that outgrows the
 // buffer goes out in several. It allocates nothing, since reports tell of exhausted memory too,
 // and leaves errno as it was.
@@ -148,17 +166,22 @@ char const* shown(char const* source)
     return source != nullptr ? source : "(null)";
 }
 
-// Writes `text` with the inserts in place of its conversions, %s and %d. `types` says what the list
-// holds; null means just what the text asks for. An insert is fetched as the type that it has, so a
-// raiser that chose the number of another class's text does no harm; a missing one shows as empty.
-void addText(Report& report, char const* text, char const* types, va_list inserts)
+// Writes `text` with the inserts in place of its conversions, %s and %d. `types` are the types of
+// the inserts; null means those that the text asks for. An insert is fetched as the type that it
+// has, so a raiser that chose the number of another class's text does no harm; a missing one shows
+// as empty. Types that are not `certain` may belong to another print(): no number is taken for the
+// address of a text then, which is fetched only where the text asks for one as well.
+void addText(Report& report, char const* text, char const* types, bool certain, va_list inserts)
 {
     while (char const* const percent = strchr(text, '%')) {
         report.add(text, static_cast<size_t>(percent - text));
-        char const type = types == nullptr ? percent[1] : *types != '\0' ? *types++ : '\0';
-        if (type == 's') {
+        char const asked = percent[1];
+        char const type = types == nullptr ? asked : *types != '\0' ? *types++ : '\0';
+        if (type == 's' && (certain || asked == 's')) {
             char const* const insert = va_arg(inserts, char const*);
             report << (insert != nullptr ? insert : "");
+        } else if (type == 's') {
+            va_arg(inserts, char const*);
         } else if (type == 'd') {
             report << va_arg(inserts, int);
         }
@@ -173,6 +196,11 @@ pthread_once_t initOnce = PTHREAD_ONCE_INIT;
 alignas(ZDefaultMessageService_6_0) unsigned char home[sizeof(ZDefaultMessageService_6_0)];
 
 }  // namespace
+
+char const* zmessageInsertTypes(uint32_t messageNumber)
+{
+    return messageNumber < kTextCount ? kInsertTypes[messageNumber].letters : "";
+}
 
 ZMessageService_6_0 const* ZMessageService_6_0::ms_;
 ZMessageService_6_0 const* ZMessageService_6_0::dms_;
@@ -235,8 +263,10 @@ void ZDefaultMessageService_6_0::outputException(ZZException_6_0 const* e, va_li
     report << "NUM_MSGS = " << kTextCount << "\n";
     if (number < 1 || number >= kTextCount || kText[number] == nullptr)
         report << "No default text defined in ZMessage.cpp for the exception\n";
+    else if (char const* const stated = zstatedInsertTypes(e))
+        addText(report, kText[number], stated, true, inserts);
     else
-        addText(report, kText[number], e->insertTypes(), inserts);
+        addText(report, kText[number], e->insertTypes(), false, inserts);
 }
 
 void ZDefaultMessageService_6_0::outputMessage(char const* file, int line, int errorNumber,

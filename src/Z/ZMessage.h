@@ -41,7 +41,7 @@ public:
     virtual void outputException(ZException_6_0& e) const = 0;
 
     /// Reports an exception with its inserts, which are `char const*` and `int` in message order
-    /// (`e->insertTypes()` names them).
+    /// (`e->insertTypes()` names them; call it here, during the report).
     /// owns    `e`, the inserts and the list stay the caller's.
     virtual void outputException(ZZException_6_0 const* e, va_list inserts) const = 0;
 

@@ -5,8 +5,12 @@
 
 #include <climits>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "FailingAllocator.h"
 #include "Raised.h"
@@ -119,6 +123,146 @@ void forEveryClass(Visitor&& visit)
           Row{44, "ZPropertiesInvalidDataException",
               "The configuration file \"f\" contains invalid data at line 12.\nData: \"=x\""});
 }
+
+// A caller's class below `Base`, with a message number of the test's choice.
+template <class Base>
+class Below : public Base {
+public:
+    template <class... Arguments>
+    explicit Below(int number, Arguments... arguments) : Base(arguments...)
+    {
+        this->messageNumber_ = static_cast<uint32_t>(number);
+    }
+    ZObject_6_0* clone() const override { return new Below(*this); }
+    [[noreturn]] void throwException(char const*, int) override { throw *this; }
+};
+
+// The same with a print() of its own, which passes `inserts` on; no insertTypes().
+template <class Base, class... Inserts>
+class PrintAlone : public Below<Base> {
+public:
+    template <class... Arguments>
+    explicit PrintAlone(int number, std::tuple<Inserts...> inserts, Arguments... arguments)
+        : Below<Base>(number, arguments...), inserts_(inserts)
+    {
+    }
+    void print() override
+    {
+        std::apply([this](auto... inserts) { this->printinternal(this, inserts...); }, inserts_);
+    }
+
+private:
+    std::tuple<Inserts...> const inserts_;
+};
+
+// The same with an insertTypes() of its own; no print().
+template <class Base>
+class TypesAlone : public Below<Base> {
+public:
+    template <class... Arguments>
+    explicit TypesAlone(int number, char const* types, Arguments... arguments)
+        : Below<Base>(number, arguments...), types_(types)
+    {
+    }
+    char const* insertTypes() const override { return types_; }
+
+private:
+    char const* const types_;
+};
+
+// The same with both.
+template <class Base, class... Inserts>
+class PrintAndTypes : public PrintAlone<Base, Inserts...> {
+public:
+    template <class... Arguments>
+    explicit PrintAndTypes(int number, char const* types, std::tuple<Inserts...> inserts,
+                           Arguments... arguments)
+        : PrintAlone<Base, Inserts...>(number, inserts, arguments...), types_(types)
+    {
+    }
+    char const* insertTypes() const override { return types_; }
+
+private:
+    char const* const types_;
+};
+
+// The same with a print() that calls the base's.
+template <class Base>
+class PrintOfTheBase : public Below<Base> {
+public:
+    using Below<Base>::Below;
+    void print() override { Base::print(); }
+};
+
+// The same with a print() that calls the root's, which has no inserts.
+template <class Base>
+class PrintOfTheRoot : public Below<Base> {
+public:
+    using Below<Base>::Below;
+    void print() override { ZZException_6_0::print(); }
+};
+
+template <class Base, class... Inserts, class... Arguments>
+std::unique_ptr<ZException_6_0> printAlone(int number, std::tuple<Inserts...> inserts,
+                                           Arguments... arguments)
+{
+    return std::make_unique<PrintAlone<Base, Inserts...>>(number, inserts, arguments...);
+}
+
+template <class Base, class... Inserts, class... Arguments>
+std::unique_ptr<ZException_6_0> printAndTypes(int number, char const* types,
+                                              std::tuple<Inserts...> inserts,
+                                              Arguments... arguments)
+{
+    return std::make_unique<PrintAndTypes<Base, Inserts...>>(number, types, inserts, arguments...);
+}
+
+template <class... Inserts>
+std::tuple<Inserts...> passes(Inserts... inserts)
+{
+    return std::tuple<Inserts...>(inserts...);
+}
+
+// Returns what the built-in service shows after the table size line.
+std::string textOf(ZException_6_0& e)
+{
+    std::string const report = reportOf([&] { e.print(); });
+    std::string const marker = "NUM_MSGS = 55\n";
+    size_t const at = report.find(marker);
+    return at == std::string::npos ? "no table size line" : report.substr(at + marker.size());
+}
+
+// Shows inserts as a service does that has no table of texts: by their types alone.
+class ListingService : public ZMessageService_6_0 {
+public:
+    ListingService() { setMessageService(this); }
+    virtual ~ListingService() { setMessageService(nullptr); }
+    void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,
+                       ZLCString_6_0 const*) const override
+    {
+    }
+    void outputMessageUTF8(char const*, int, int, int, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*, ZUTF8String_6_0 const*,
+                           ZUTF8String_6_0 const*, ZUTF8String_6_0 const*) const override
+    {
+    }
+    void outputException(ZException_6_0& e) const override { e.print(); }
+    void outputException(ZZException_6_0 const* e, va_list inserts) const override
+    {
+        if (meanwhile)
+            std::exchange(meanwhile, nullptr)();
+        char const* const types = e->insertTypes();
+        listed += std::string(types == nullptr ? "as the text" : types) + "(";
+        for (char const* type = types; type != nullptr && *type != '\0'; ++type)
+            listed += *type == 's' ? std::string(va_arg(inserts, char const*)) + ","
+                                   : std::to_string(va_arg(inserts, int)) + ",";
+        listed += ")";
+    }
+
+    mutable std::function<void()> meanwhile;  // runs once, in the midst of the next report
+    mutable std::string listed;
+};
 
 }  // namespace
 
@@ -339,6 +483,147 @@ TEST(ZException, AClassWithoutAReportOfItsOwnReportsAsItsBase)
                               "Create failed for a process lock.  rc = 7 and the lock file name "
                               "is error."),
               reportOf([&] { e.print(); }));
+}
+
+TEST(ZException, InsertTypesBelongToThePrintThatRuns)
+{
+    using Resource = ZResourceException_6_0;
+    using Library = ZSharedLibraryException_6_0;
+    using Properties = ZPropertiesException_6_0;
+    using IO = ZPropertiesIOException_6_0;
+    char const* const kFile = "file";
+    struct Case {
+        char const* name;
+        std::unique_ptr<ZException_6_0> e;
+        std::string text;
+        std::string listed;  // by the types alone
+    };
+    Case const cases[] = {
+        {"print alone, a text where the base has a number",
+         printAlone<Resource>(53, passes("a.txt"), 53, 7),
+         "Unexpected end of file encounted while reading a.txt.", "s(a.txt,)"},
+        {"print alone, more inserts than the base",
+         printAlone<Resource>(38, passes(9, "lock"), 38, 7),
+         "Close failed for a process lock.  rc = 9 and the lock file name is lock.", "ds(9,lock,)"},
+        {"print alone, a number where the base has a text",
+         printAlone<Properties>(20, passes(7), 20, "Own", kFile),
+         "Unexpected error from pthread_join().  rc = 7.", "d(7,)"},
+        {"print alone, other inserts than the base's",
+         printAlone<Library>(51, passes("libx", 2, "why"), 51, "Own", "l", "e", 7),
+         "Shared library load/unload error (libx) 2.  why", "sds(libx,2,why,)"},
+        {"print alone, below a class that reports nothing",
+         printAlone<ZOutOfMemoryException_6_0>(28, passes("f", "k", "c")),
+         "The configuration file f is missing the required attribute k in stanza c.",
+         "sss(f,k,c,)"},
+        {"print alone, below a concrete class", printAlone<IO>(17, passes(5), kFile, "open()", 2),
+         "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
+        {"print alone, below a class that inherits its report",
+         printAlone<ZPropertiesIteratorException_6_0>(17, passes(5), kFile),
+         "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
+        {"print alone, below the root",
+         printAlone<ZZException_6_0>(43, passes("f", "open()", 2), 43, "Own"),
+         "Access failed for configuration file f.  The access function was open() and return code "
+         "was 2",
+         "ssd(f,open(),2,)"},
+        {"print alone, a text without inserts",
+         printAlone<IO>(48, passes(5, 6), kFile, "open()", 2), "The operation is not supported.",
+         "()"},
+        {"print alone, a number without a text",
+         printAlone<IO>(55, passes(5, 6), kFile, "open()", 2),
+         "No default text defined in ZMessage.cpp for the exception\n", "()"},
+        {"types alone, a text where the base has a number",
+         std::make_unique<TypesAlone<ZThreadException_6_0>>(17, "s", 17, 7),
+         "Unexpected error from pthread_create().  rc = 7.", ""},
+        {"types alone, more than the base has",
+         std::make_unique<TypesAlone<IO>>(43, "ssssss", kFile, "open()", 2),
+         "Access failed for configuration file file.  The access function was open() and return "
+         "code was 2",
+         ""},
+        {"types alone, fewer than the base has",
+         std::make_unique<TypesAlone<IO>>(43, "", kFile, "open()", 2),
+         "Access failed for configuration file file.  The access function was open() and return "
+         "code was 2",
+         "()"},
+        {"both, as the text asks",
+         printAndTypes<IO>(37, "ds", passes(7, "lock"), kFile, "open()", 2),
+         "Create failed for a process lock.  rc = 7 and the lock file name is lock.",
+         "ds(7,lock,)"},
+        {"both, fewer than the text asks for",
+         printAndTypes<IO>(43, "d", passes(7), kFile, "open()", 2),
+         "Access failed for configuration file 7.  The access function was  and return code was ",
+         "d(7,)"},
+        {"both, a text where the message asks for a number",
+         printAndTypes<IO>(37, "sd", passes("lock", 7), kFile, "open()", 2),
+         "Create failed for a process lock.  rc =  and the lock file name is 7.", "sd(lock,7,)"},
+        {"neither", std::make_unique<Below<IO>>(43, kFile, "open()", 2),
+         "Access failed for configuration file file.  The access function was open() and return "
+         "code was 2",
+         "ssd(file,open(),2,)"},
+        {"neither, below an abstract class",
+         std::make_unique<Below<Library>>(37, 37, "Own", "libx", "why", 7),
+         "Create failed for a process lock.  rc = 7 and the lock file name is why.", "ds(7,why,)"},
+        {"the base's print called", std::make_unique<PrintOfTheBase<IO>>(43, kFile, "open()", 2),
+         "Access failed for configuration file file.  The access function was open() and return "
+         "code was 2",
+         "ssd(file,open(),2,)"},
+        {"the root's print called", std::make_unique<PrintOfTheRoot<IO>>(43, kFile, "open()", 2),
+         "Access failed for configuration file .  The access function was  and return code was 0",
+         "as the text()"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.text, textOf(*c.e));
+        if (c.listed.empty())
+            continue;  // a service that goes by the types reads what this class says of the base
+        ListingService const service;
+        c.e->print();
+        EXPECT_EQ(c.listed, service.listed);
+        service.listed.clear();
+        c.e->dumpException();
+        EXPECT_EQ(c.listed, service.listed);
+    }
+}
+
+// A caller's class below another that has both: the types are not those of the print() that runs.
+TEST(ZException, ANumberIsNotTakenForTheAddressOfAText)
+{
+    class Above : public PrintAndTypes<ZPropertiesIOException_6_0, char const*> {
+    public:
+        Above() : PrintAndTypes(17, "s", passes("text"), "file", "open()", 2) {}
+    };
+    class PrintBelow : public Above {
+    public:
+        void print() override { printinternal(this, 7); }
+    } e;
+    EXPECT_EQ("Unexpected error from pthread_create().  rc = .", textOf(e));
+}
+
+// A service may report other exceptions, and the same one again, before it comes to the inserts.
+TEST(ZException, InsertTypesOutlastReportsMadeMeanwhile)
+{
+    PrintAlone<ZPropertiesIOException_6_0, int> first(17, passes(5), "file", "open()", 2);
+    PrintAlone<ZPropertiesIOException_6_0, char const*> second(53, passes("a.txt"), "f", "o", 2);
+    ZCloseResourceException_6_0 third(38, 1, "lock");
+    ListingService const service;
+    service.meanwhile = [&] {
+        service.meanwhile = [&] {
+            third.print();
+            EXPECT_STREQ("d", first.insertTypes());
+            first.print();
+        };
+        second.print();
+    };
+    first.print();
+    EXPECT_EQ("ds(1,lock,)d(5,)s(a.txt,)d(5,)", service.listed);
+}
+
+TEST(ZException, AServiceThatThrowsLeavesNoReportBehind)
+{
+    PrintAlone<ZPropertiesIOException_6_0, int> e(17, passes(5), "file", "open()", 2);
+    ListingService const service;
+    service.meanwhile = [] { throw std::runtime_error("service"); };
+    EXPECT_THROW(e.print(), std::runtime_error);
+    EXPECT_STREQ("ssd", e.insertTypes());
 }
 
 TEST(ZException, InsertsAreCopied)
