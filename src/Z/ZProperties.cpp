@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <memory>
@@ -228,7 +229,7 @@ std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::makeNotice(
 
 void ZProperties_6_0::Rep::changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice)
 {
-    store.modified_ = 1;
+    setModified(store, 1);
     if (store.loading_ == 0)
         store.rep_->queued.push(std::move(notice));
 }
@@ -368,7 +369,7 @@ ZProperties_6_0::ZProperties_6_0(ZProperties_6_0 const& other)
             ZNotClonableException_6_0().throwException(kSource, raiseInConstructor);
         fileName_ = other.fileName_;
         auto rep = std::make_unique<Rep>(*copy);
-        rep->stamp = other.rep_->stamp;
+        rep->setStamp(other.rep_->stamp());
         modified_ = other.modified_;
         timeStamp_ = other.timeStamp_;
         cache_ = copy.release();
@@ -696,8 +697,16 @@ void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
 {
     if (store.fileName_.isEmpty())
         store.fileName_ = path;
-    store.rep_->stamp = file.stamp();
+    store.rep_->setStamp(file.stamp());
     store.timeStamp_ = file.stamp().seconds;
+}
+
+bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store, char const* path)
+{
+    if (std::atomic_ref<int>(store.modified_).load(std::memory_order_relaxed) != 0)
+        return true;
+    struct stat status;
+    return stat(path, &status) != 0 || ZStoreFile::Stamp(status) == store.rep_->stamp();
 }
 
 bool ZProperties_6_0::Rep::hasCompanionEntry(ZProperties_6_0 const& store)
@@ -762,7 +771,7 @@ void ZProperties_6_0::load(char const* path)
             throw;
         }
         Rep::noteFile(*this, chosen, file);
-        modified_ = 0;
+        Rep::setModified(*this, 0);
     });
 }
 
@@ -839,7 +848,7 @@ void ZProperties_6_0::store(char const* path)
             Rep::exchange(*this, edited);
         Rep::noteFile(*this, chosen, file);
         loading_ = 0;
-        modified_ = 0;
+        Rep::setModified(*this, 0);
     });
 }
 
@@ -1030,13 +1039,13 @@ void ZProperties_6_0::checkAccess(char const* category, char const* key, int obf
 void ZProperties_6_0::setModified()
 {
     Hold const hold(*this);
-    modified_ = 1;
+    Rep::setModified(*this, 1);
 }
 
 void ZProperties_6_0::resetModified()
 {
     Hold const hold(*this);
-    modified_ = 0;
+    Rep::setModified(*this, 0);
 }
 
 int ZProperties_6_0::isModified() const
@@ -1055,8 +1064,8 @@ long ZProperties_6_0::timeStamp() const
 
 namespace {
 
-// A store that a thread is making. The registry is locked only to look at the maps: whoever loads
-// or waits holds none but the locks that it came with, so that no two threads wait for each other.
+// A store that a thread is making. The registry is locked only to look at the maps: a thread that
+// loads or waits holds no lock but those that its caller holds.
 struct Making {
     ZAbstractPropertiesFactory_6_0 const* factory;
     std::string path;
@@ -1065,10 +1074,45 @@ struct Making {
 };
 
 struct Makings {
+    // Waits until another thread has made its store.
+    // throws  ZStoreFile::Failure (path, "fcntl()", EDEADLK) if that thread is the calling one or
+    //         waits, directly or through others, for a store that the calling one is making.
+    void waitFor(Making const& making);
+
     std::vector<std::shared_ptr<Making>> list;  // guarded by the registry
     std::mutex mutex;
     std::condition_variable ended;
+
+private:
+    struct Wait {
+        pthread_t thread;
+        Making const* making;
+    };
+    Making const* waitedForBy(pthread_t thread) const;
+
+    std::vector<Wait> waits_;  // guarded by mutex
 };
+
+Making const* Makings::waitedForBy(pthread_t thread) const
+{
+    for (Wait const& wait : waits_)
+        if (pthread_equal(wait.thread, thread))
+            return wait.making;
+    return nullptr;
+}
+
+void Makings::waitFor(Making const& making)
+{
+    pthread_t const self = pthread_self();
+    std::unique_lock<std::mutex> guard(mutex);
+    for (Making const* next = &making; next != nullptr && !next->done;
+         next = waitedForBy(next->thread))
+        if (pthread_equal(next->thread, self))
+            throw ZStoreFile::Failure{making.path, "fcntl()", EDEADLK};
+    waits_.push_back({self, &making});
+    ended.wait(guard, [&] { return making.done; });
+    std::erase_if(waits_, [&](Wait const& wait) { return pthread_equal(wait.thread, self); });
+}
 
 Makings& makings()
 {
@@ -1132,10 +1176,7 @@ ZProperties_6_0* ZProperties_6_0::getPropertiesFor(char const* path,
                 found = makeFor(key, factory);
                 return;
             }
-            if (pthread_equal(other->thread, pthread_self()))
-                throw ZStoreFile::Failure{path, "fcntl()", EDEADLK};
-            std::unique_lock<std::mutex> guard(all.mutex);
-            all.ended.wait(guard, [&] { return other->done; });
+            all.waitFor(*other);
         }
     });
     return found;
@@ -1160,15 +1201,13 @@ ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
     return store.release();
 }
 
-// Reads the file again when that is asked for, or when it has changed and the store has not.
+// Reads the file again if `force` is not 0, or if the file has changed and the store has not. An
+// unchanged store is not locked: threads that hold stores may look up each other's.
 void ZProperties_6_0::refresh(char const* path, int force)
 {
-    Hold const hold(*this);
-    if (force != 0) {
-        reload(path);
+    if (force == 0 && Rep::isCurrent(*this, path))
         return;
-    }
-    struct stat status;
-    if (modified_ == 0 && stat(path, &status) == 0 && !(ZStoreFile::Stamp(status) == rep_->stamp))
+    Hold const hold(*this);
+    if (force != 0 || !Rep::isCurrent(*this, path))
         reload(path);
 }

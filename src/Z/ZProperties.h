@@ -154,8 +154,13 @@ public:
     /// Later calls read the file again when `force` is not 0, or when the file has changed and the
     /// store has no unsaved changes.
     /// owns    the factory's.
-    /// throws  as load() and reload(); ZInvalidParameterException_6_0 when `path` is null or empty.
+    /// throws  as load() and reload(); ZInvalidParameterException_6_0 when `path` is null or empty;
+    ///         ZPropertiesIOException_6_0 (path, "fcntl()", EDEADLK) if the store is being made by
+    ///         the calling thread, or by a thread that waits for a store that it is making.
     /// threads any; a caller that asks for a path that another thread is loading waits for it.
+    /// Locks
+    ///         a store that exists only to read its file again: two threads that hold one store
+    ///         each and look up the other's wait forever if both files have changed.
     static ZProperties_6_0* getPropertiesFor(char const* path,
                                              ZAbstractPropertiesFactory_6_0& factory, int force);
 
@@ -230,7 +235,7 @@ private:
     ZLock_6_0 lock_;
     ZPCache_6_0* cache_;  // never null; what follows is guarded by lock_
     ZLCString_6_0 fileName_;
-    int modified_;
+    int modified_;  // read without the lock by getPropertiesFor()
     int loading_;
     long timeStamp_;
     Rep* rep_;  // never null

@@ -334,7 +334,7 @@ void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
     // key none; callers blank a value and count on the places of the others. Test:
     // ZPropertiesIterator.KeepsAnEmptyValueUntilTheFileIsReadAgain
     values()->set(static_cast<unsigned>(position_), &local);
-    store_.modified_ = 1;
+    ZProperties_6_0::Rep::setModified(store_, 1);
 }
 
 void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
@@ -352,7 +352,7 @@ void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
                         valtype_ == zPropIterObfuscated);
         position_ = local.isEmpty() ? -1 : 0;
     }
-    store_.modified_ = 1;
+    ZProperties_6_0::Rep::setModified(store_, 1);
 }
 
 void ZAbstractPropertyValuesIterator_6_0::removeValue()
@@ -367,5 +367,5 @@ void ZAbstractPropertyValuesIterator_6_0::removeValue()
         values()->remove(static_cast<unsigned>(position_));
         --position_;
     }
-    store_.modified_ = 1;
+    ZProperties_6_0::Rep::setModified(store_, 1);
 }

@@ -5,7 +5,9 @@
 // ZLCString.
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "ZArrayList.h"
@@ -118,6 +120,18 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// Notes the state of the file that was loaded or stored, and its path if it is the first.
     static void noteFile(ZProperties_6_0& store, char const* path, ZStoreFile const& file);
 
+    /// Sets the modified flag, which isCurrent() reads without the store's lock.
+    static void setModified(ZProperties_6_0& store, int modified)
+    {
+        std::atomic_ref<int>(store.modified_).store(modified, std::memory_order_relaxed);
+    }
+
+    /// Returns whether the store need not read the file at `path` again: it has unsaved changes, or
+    /// the file is missing or as it was when it was last loaded or stored.
+    /// threads any, without the store's lock. While another thread loads or stores the file, the
+    ///         file may count as changed.
+    static bool isCurrent(ZProperties_6_0& store, char const* path);
+
     /// Returns whether the contents have an entry that names the companion file.
     static bool hasCompanionEntry(ZProperties_6_0 const& store);
 
@@ -134,15 +148,31 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     template <class Add>
     static void addComment(ZProperties_6_0& store, char const* comment, Add add);
 
+    /// Returns what the file was when it was last loaded or stored.
+    /// threads any, without the store's lock.
+    ZStoreFile::Stamp stamp()
+    {
+        std::lock_guard<std::mutex> const guard(stampMutex_);
+        return stamp_;
+    }
+
+    void setStamp(ZStoreFile::Stamp const& stamp)
+    {
+        std::lock_guard<std::mutex> const guard(stampMutex_);
+        stamp_ = stamp;
+    }
+
     int depth = 0;  // Holds of the thread that has the lock
     Queue queued;
-    ZStoreFile::Stamp stamp;                           // of the file as last loaded or stored
     ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, when it may be looked into
     ZSCFData_6_0* stanzas = nullptr;  // the cache, when it is the library's own for stanza files
     unsigned long replaced = 0;       // grows when another cache takes the cache's place
 
 private:
     static ZArrayList_6_0* commentLines(ZProperties_6_0& store, char const* comment);
+
+    std::mutex stampMutex_;    // locked for a moment, as the last one
+    ZStoreFile::Stamp stamp_;  // guarded by stampMutex_
 };
 
 template <class IsOne>
@@ -177,5 +207,5 @@ void ZProperties_6_0::Rep::addComment(ZProperties_6_0& store, char const* commen
     } else {
         addAll(*store.cache_);
     }
-    store.modified_ = 1;
+    setModified(store, 1);
 }

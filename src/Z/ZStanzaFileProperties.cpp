@@ -223,7 +223,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             cache().remove(stanza, key);
         throw;
     }
-    modified_ = 1;
+    Rep::setModified(*this, 1);
 }
 
 void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_6_0& out)

@@ -18,6 +18,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -32,6 +33,7 @@
 #include "NotedMessages.h"
 #include "StanzaStore.h"
 #include "TestDirectory.h"
+#include "Threads.h"
 
 namespace {
 
@@ -1792,6 +1794,102 @@ TEST_F(ZProperties, OthersThanTheOneThatIsMadeAreNotWaitedFor)
     EXPECT_EQ("a", valueOf(*samePath, "s", "k"));
     EXPECT_EQ("b", valueOf(*sameFactory, "s", "k"));
     EXPECT_EQ(sameFactory, ZProperties_6_0::getPropertiesFor(other.c_str(), factory, 0));
+}
+
+TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadHoldsIt)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    std::future<ZProperties_6_0*> found;
+    auto const isFound = [&] {
+        found = std::async(std::launch::async, [&] {
+            return ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+        });
+        return found.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    };
+    {
+        ZPropertiesIterator_6_0 const holding(*store, "s");
+        EXPECT_TRUE(isFound()) << "as it was loaded";
+    }
+    EXPECT_EQ(store, found.get());
+    store->setValue("s", "k", "b");
+    {
+        ZPropertiesIterator_6_0 const holding(*store, "s");
+        EXPECT_TRUE(isFound()) << "with a change that is not stored";
+    }
+    EXPECT_EQ(store, found.get());
+    store->store(nullptr);
+    {
+        ZPropertiesIterator_6_0 const holding(*store, "s");
+        EXPECT_TRUE(isFound()) << "as it was stored";
+    }
+    EXPECT_EQ(store, found.get());
+    std::filesystem::remove(path);
+    {
+        ZPropertiesIterator_6_0 const holding(*store, "s");
+        EXPECT_TRUE(isFound()) << "without its file";
+    }
+    EXPECT_EQ(store, found.get());
+}
+
+TEST_F(ZProperties, ChangedFileIsReadAgainAfterItsHolderLetsGo)
+{
+    Factory factory;
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    for (int const force : {0, 1}) {
+        std::future<void> done;
+        {
+            ZPropertiesIterator_6_0 const holding(*store, "s");
+            if (force == 0)
+                directory_.write("conf", "[s]\nk = changed\n");
+            done = std::async(std::launch::async, [&path, &factory, force] {
+                ZProperties_6_0::getPropertiesFor(path.c_str(), factory, force);
+            });
+            EXPECT_TRUE(staysBlocked(done));
+        }
+        done.get();
+        EXPECT_EQ("changed", valueOf(*store, "s", "k"));
+    }
+}
+
+TEST_F(ZProperties, ThreadsThatWaitForWhatTheyMakeInTurnAreRefused)
+{
+    // Each of the threads makes a store and, in the middle of it, asks for that of the next one.
+    constexpr size_t kThreads = 3;
+    Factory factories[kThreads];
+    std::string paths[kThreads];
+    std::string inner[kThreads];
+    std::atomic<size_t> arrived{0};
+    for (size_t i = 0; i < kThreads; ++i)
+        paths[i] = directory_.write("conf" + std::to_string(i), "[s]\nk = a\n");
+    for (size_t i = 0; i < kThreads; ++i)
+        factories[i].onPostLoad = [&, i] {
+            ++arrived;
+            waitUntil([&] { return arrived == kThreads; });
+            size_t const next = (i + 1) % kThreads;
+            inner[i] = raised([&] {
+                ZProperties_6_0::getPropertiesFor(paths[next].c_str(), factories[next], 0);
+            });
+        };
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < kThreads; ++i)
+        threads.emplace_back([&, i] {
+            EXPECT_NE(nullptr,
+                      ZProperties_6_0::getPropertiesFor(paths[i].c_str(), factories[i], 0));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    size_t refused = 0;
+    for (size_t i = 0; i < kThreads; ++i) {
+        if (inner[i] == "nothing")
+            continue;
+        ++refused;
+        EXPECT_EQ("io " + paths[(i + 1) % kThreads] + " fcntl() " + std::to_string(EDEADLK),
+                  inner[i]);
+    }
+    EXPECT_EQ(1u, refused);
 }
 
 // ---- Threads -----------------------------------------------------------------------------------
