@@ -3,6 +3,7 @@
 // Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray.
 //
 // What is looked up is given as a probe: any object that equals the stored entry and hashes alike.
+// Of several entries that a probe equals, the first in its bucket is found, replaced or removed.
 // Ownership is fixed at construction, as with lists: an owning map stores clones and deletes what
 // it removes or replaces; a borrowing map stores the caller's pointers and deletes nothing.
 // Threads: unsynchronised; callers serialise access to one map.

@@ -14,7 +14,9 @@
 // the order callers see, and as long as every chain is short it is also where a key is looked up.
 // The number of buckets never changes, so in a map that was planned too small the chains get long:
 // once one is about to pass kLongChain nodes, an index is laid beside them, a table with open
-// addressing from the whole hash to the node, and look-up goes there from then on.
+// addressing from the whole hash to the node, and look-up goes there from then on. Nodes of one
+// hash are found in the order of their chain: each is marked after those before it, and a mark that
+// is removed closes its gap without reordering them.
 class HashTable {
 public:
     using Place = uint32_t;  // of a node, counted from 1; 0 is none
@@ -43,7 +45,8 @@ public:
     uint32_t size() const { return size_; }
     Node const& at(Place place) const { return nodes_[place - 1]; }
 
-    /// Returns the place of the node with `hash` that `isIt(node)` accepts; 0 when there is none.
+    /// Returns the place of the first node in the bucket with `hash` that `isIt(node)` accepts; 0
+    /// if there is none. Without an index, nodes of other hashes in the bucket are asked too.
     template <class IsIt>
     Place find(uint32_t hash, IsIt isIt) const;
     /// Returns the place of the node with this hash whose key `key` equals; 0 when there is none.
@@ -103,6 +106,7 @@ private:
     uint32_t nodesUsed_ = 0;      // nodes that were in use at some time
     uint32_t nodeRoom_ = 0;       // nodes there is room for
     Place freeNodes_ = 0;         // the first of a chain of free ones
+    bool ascends_ = true;         // places ascend along every chain: no node has been reused
     bool const owns_;
 };
 

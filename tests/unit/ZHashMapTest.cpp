@@ -765,6 +765,61 @@ TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
     }
 }
 
+namespace {
+
+// As a probe it equals every object of its hash.
+class EqualToItsHash : public CountedObject {
+public:
+    explicit EqualToItsHash(uint32_t hash) : CountedObject(-2, hash) {}
+    bool equals(ZObject_6_0 const& other) const override { return other.hash() == hash(); }
+};
+
+}  // namespace
+
+TEST_F(ZHashMap, OfSeveralEqualEntriesTheFirstInTheBucketIsFoundAndRemoved)
+{
+    constexpr unsigned kSeed = 32002;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    // Three buckets and five hashes: buckets of every length, with the index and without it.
+    for (unsigned most : {3u, 12u, 60u, 400u}) {
+        SCOPED_TRACE(most);
+        ZHashMap_6_0 map(0, kOwns);
+        std::vector<Numbers> model(5);  // by hash, in the order of insertion
+        for (int step = 0; step < 4000; ++step) {
+            uint32_t const hash = random() % 5;
+            int const number = static_cast<int>(random() % most) * 5 + static_cast<int>(hash);
+            Numbers& numbers = model[hash];
+            EqualToItsHash all(hash);
+            CountedObject one(number, hash);
+            auto const at = std::find(numbers.begin(), numbers.end(), number);
+            switch (random() % 5) {
+                case 0:
+                    map.removeEntry(&one);
+                    if (at != numbers.end())
+                        numbers.erase(at);
+                    break;
+                case 1:
+                    map.removeEntry(&all);
+                    if (!numbers.empty())
+                        numbers.erase(numbers.begin());
+                    break;
+                default:
+                    map.putEntry(&one);
+                    if (at == numbers.end())
+                        numbers.push_back(number);
+            }
+            ASSERT_EQ(numbers.empty() ? -1 : numbers.front(), numberOf(map.getEntry(&all)))
+                << "step " << step;
+            ASSERT_EQ(!numbers.empty(), map.contains(&all));
+            if (random() % 1000 == 0) {
+                ZHashMap_6_0 const copy(map);
+                map = copy;
+            }
+        }
+    }
+}
+
 // ---- The linear map
 
 TEST_F(ZArrayMap, IsAListInTheOrderOfInsertion)
