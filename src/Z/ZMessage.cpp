@@ -12,10 +12,10 @@
 #include <new>
 
 #include "ZException.h"
-#include "ZException_p.h"
 #include "ZLCString.h"
 #include "ZMessage_p.h"
 #include "ZUTF8String.h"
+#include "reporting/stream.h"
 
 namespace {
 
@@ -99,9 +99,8 @@ constexpr auto kInsertTypes = [] {
     return types;
 }();
 
-// Collects a report and writes it to standard error in one piece; a report that outgrows the
-// buffer goes out in several. It allocates nothing, since reports tell of exhausted memory too,
-// and leaves errno as it was.
+// Collects a report and writes it to standard error in one piece. It allocates nothing, since
+// exhausted memory is reported too, and leaves errno unchanged.
 class Report {
 public:
     Report() : errno_(errno) {}
@@ -109,7 +108,7 @@ public:
     Report& operator=(Report const&) = delete;
     ~Report()
     {
-        flush();
+        zreporting::writeNow(stderr, pieces_, count_);
         errno = errno_;
     }
 
@@ -121,37 +120,51 @@ public:
 
     Report& operator<<(int number)
     {
-        char digits[16];
-        add(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr -
-                                        digits));
+        char digits[kNumberSize];
+        char const* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+        copy(digits, static_cast<size_t>(end - digits));
         return *this;
     }
 
+    /// owns    borrowed until the report is destroyed.
     void add(char const* bytes, size_t count)
     {
-        while (count > 0) {
-            size_t const part = std::min(count, sizeof buffer_ - used_);
-            memcpy(buffer_ + used_, bytes, part);
-            used_ += part;
-            bytes += part;
-            count -= part;
-            if (used_ == sizeof buffer_)
-                flush();
-        }
+        if (count <= kTextSize - std::min(used_, kTextSize))
+            copy(bytes, count);
+        else
+            append(bytes, count);
     }
 
 private:
-    void flush()
+    // What fits is copied, to keep the pieces few; a long insert is a piece of its own. Numbers
+    // always fit.
+    static constexpr size_t kTextSize = 2048;
+    static constexpr size_t kNumberSize = 16;
+    static constexpr int kMaxNumbers = 4 + kMaxInserts;
+    static constexpr int kMaxPieces = 64;
+
+    void copy(char const* bytes, size_t count)
     {
-        // Writing is a cancellation point, and this may run in a destructor, out of which a
-        // cancellation ends the process: it waits until the report is out.
-        ZCancelGuard const uncancelled;
-        fwrite(buffer_, 1, used_, stderr);
-        used_ = 0;
+        char* const at = buffer_ + used_;
+        memcpy(at, bytes, count);
+        used_ += count;
+        if (count_ > 0 &&
+            static_cast<char*>(pieces_[count_ - 1].iov_base) + pieces_[count_ - 1].iov_len == at)
+            pieces_[count_ - 1].iov_len += count;
+        else
+            append(at, count);
     }
 
-    char buffer_[4096];
+    void append(char const* bytes, size_t count)
+    {
+        if (count_ < kMaxPieces)
+            pieces_[count_++] = {const_cast<char*>(bytes), count};
+    }
+
+    char buffer_[kTextSize + kMaxNumbers * kNumberSize];
     size_t used_ = 0;
+    iovec pieces_[kMaxPieces];
+    int count_ = 0;
     int const errno_;
 };
 

@@ -8,6 +8,7 @@
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
+#include "reporting/stream.h"
 
 using cache::Id;
 using cache::MapOrder;
@@ -712,7 +713,7 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
         }
     }
     if (text.length() != 0)
-        fwrite(text.chars(), 1, text.length(), file);
+        zreporting::write(file, text.chars(), text.length());
 }
 
 void ZPCategoryBasedCache_6_0::delLine(char const* category)

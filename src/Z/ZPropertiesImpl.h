@@ -214,7 +214,8 @@ public:
     virtual ZArrayList_6_0* getNames(char const* category) const;
 
     /// Prints every category with its plain values, in map order: "\n[%s]\n", then "%s = %s\n" for
-    /// each value, or "%s =\n" for a key without one. When writing fails, ferror() of `file` tells.
+    /// each value, or "%s =\n" for a key without one. When writing fails, ferror() of `file` tells,
+    /// unless the program has made it wide.
     /// range   null does nothing.
     virtual void list(FILE* file) const;
 

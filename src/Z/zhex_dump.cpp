@@ -9,6 +9,7 @@
 
 #include "ZLock.h"
 #include "ZLock_p.h"
+#include "reporting/stream.h"
 
 namespace {
 
@@ -80,7 +81,7 @@ public:
     void flush()
     {
         if (used_ > 0)
-            fwrite(text_, 1, used_, stream_);
+            zreporting::write(stream_, text_, used_);
         used_ = 0;
     }
 

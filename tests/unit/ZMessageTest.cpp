@@ -5,7 +5,12 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <wchar.h>
 
 #include <climits>
 #include <cstdarg>
@@ -361,7 +366,7 @@ TEST_F(ZMessage, KeepsUTF8InsertsOutOfTheReport)
 
 TEST_F(ZMessage, LongInsertsArePrintedWhole)
 {
-    for (size_t length : {95u, 96u, 4000u, 4096u, 20000u}) {
+    for (size_t length : {95u, 96u, 1900u, 2048u, 4000u, 4096u, 20000u}) {
         SCOPED_TRACE(length);
         std::string name;
         while (name.size() < length)
@@ -410,6 +415,140 @@ TEST_F(ZMessage, ACancelledThreadFinishesItsReport)
     });
     EXPECT_NE(std::string::npos, report.find("The operation is not supported.")) << report;
     EXPECT_NE(std::string::npos, report.find("Additional Information:\ninsert\n")) << report;
+}
+
+// What a child process writes to standard error by `action`. The stream is opened again there, so
+// that it may become wide; that of this process stays as it is.
+template <class Action>
+std::string reportOfChild(Action action)
+{
+    return reportOf([&] {
+        pid_t const child = fork();
+        if (child == 0) {
+            if (freopen("/proc/self/fd/2", "a", stderr) == nullptr)
+                _exit(1);
+            action();
+            _exit(0);
+        }
+        int status = -1;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, status);
+    });
+}
+
+constexpr char kUnsupported[] = "The operation is not supported.";
+
+TEST_F(ZMessage, ReportsAppearOnceStandardErrorIsWide)
+{
+    ZUnsupportedException_6_0 e;
+    e.addLocation("src/x", 1);
+    EXPECT_EQ(exceptionReport("ZUnsupportedException", "src/x", 1, 48, kUnsupported),
+              reportOfChild([&] {
+                  fwide(stderr, 1);
+                  e.print();
+              }));
+}
+
+TEST_F(ZMessage, ReportsKeepTheirPlaceAmongBufferedText)
+{
+    ZUnsupportedException_6_0 e;
+    e.addLocation("src/x", 1);
+    std::string const report =
+        exceptionReport("ZUnsupportedException", "src/x", 1, 48, kUnsupported);
+    for (bool const wide : {false, true}) {
+        SCOPED_TRACE(wide ? "wide" : "narrow");
+        EXPECT_EQ("before\n" + report + "after\n", reportOfChild([&] {
+                      char buffer[BUFSIZ];
+                      setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
+                      wide ? fputws(L"before\n", stderr) : fputs("before\n", stderr);
+                      e.print();
+                      wide ? fputws(L"after\n", stderr) : fputs("after\n", stderr);
+                      fflush(stderr);
+                  }));
+    }
+}
+
+// A program may put a stream of its own in the place of standard error, one without a descriptor.
+TEST_F(ZMessage, ReportsReachAStandardErrorInMemory)
+{
+    ZUnexpectedEndOfFile_6_0 e("a\200b");
+    e.addLocation("src/x", 1);
+    std::string const report =
+        exceptionReport("ZUnexpectedEndOfFile", "src/x", 1, 53,
+                        "Unexpected end of file encounted while reading a\200b.");
+    FILE* const before = stderr;
+    char* text = nullptr;
+    size_t size = 0;
+    stderr = open_memstream(&text, &size);
+    e.print();
+    fclose(stderr);
+    EXPECT_EQ(report, std::string(text, size));
+    free(text);
+
+    wchar_t* wide = nullptr;
+    stderr = open_wmemstream(&wide, &size);
+    e.print();
+    fclose(stderr);
+    stderr = before;
+    std::wstring expected(report.begin(), report.end());
+    expected.replace(expected.find(L'b', expected.find(L"reading a")) - 1, 1, L"?");
+    EXPECT_EQ(expected, std::wstring(wide, size));
+    free(wide);
+}
+
+// A socket that keeps the bounds of what is written to it shows each write as a message.
+TEST_F(ZMessage, AReportIsOneWriteHoweverLong)
+{
+    for (size_t length : {0u, 1u, 2000u, 2048u, 4096u, 20000u}) {
+        SCOPED_TRACE(length);
+        std::string const name(length, 'n');
+        ZPropertiesIOException_6_0 e(name.c_str(), name.c_str(), INT_MIN);
+        int ends[2];
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends));
+        int const saved = dup(STDERR_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        e.print();
+        dup2(saved, STDERR_FILENO);
+        close(saved);
+        close(ends[1]);
+        std::string packet(50000, '\0');
+        ssize_t const got = read(ends[0], packet.data(), packet.size());
+        ASSERT_LT(0, got);
+        packet.resize(static_cast<size_t>(got));
+        EXPECT_EQ(exceptionReport("ZPropertiesIOException", "(null)", 0, 43,
+                                  "Access failed for configuration file " + name +
+                                      ".  The access function was " + name +
+                                      " and return code was -2147483648"),
+                  packet);
+        EXPECT_EQ(0, read(ends[0], packet.data(), packet.size()));
+        close(ends[0]);
+    }
+}
+
+// A write may be accepted in parts, or interrupted.
+TEST_F(ZMessage, AReportIsWrittenInPartsIfThePipeIsFull)
+{
+    std::string const name(300000, 'n');
+    ZUnexpectedEndOfFile_6_0 e(name.c_str());
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    std::string all;
+    std::thread reader([&] {
+        char part[1000];
+        for (ssize_t got = 0; (got = read(ends[0], part, sizeof part)) > 0;)
+            all.append(part, static_cast<size_t>(got));
+    });
+    int const saved = dup(STDERR_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    e.print();
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    reader.join();
+    close(ends[0]);
+    EXPECT_EQ(exceptionReport("ZUnexpectedEndOfFile", "(null)", 0, 53,
+                              "Unexpected end of file encounted while reading " + name + "."),
+              all);
 }
 
 TEST_F(ZMessage, ServiceClonesItself)

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <wchar.h>
 
 #include <memory>
 #include <random>
@@ -1110,6 +1111,19 @@ TEST(ZPropertiesImpl, ListPrintsEveryCategoryInMapOrder)
                 expected += key + " =\n";
     }
     EXPECT_EQ(expected, std::string(chars, length));
+    free(chars);
+}
+
+TEST(ZPropertiesImpl, ListReachesAWideStream)
+{
+    Cache cache;
+    cache.add("c", "k", "value", 0);
+    wchar_t* chars = nullptr;
+    size_t length = 0;
+    FILE* const file = open_wmemstream(&chars, &length);
+    cache.list(file);
+    fclose(file);
+    EXPECT_EQ(L"\n[c]\nk = value\n", std::wstring(chars, length));
     free(chars);
 }
 

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <unistd.h>
+#include <wchar.h>
 
 #include <cstdio>
 #include <cstring>
@@ -121,6 +123,22 @@ TEST(zhex_dump, LongOffsetsTakeMoreDigits)
     EXPECT_NE(std::string::npos, dump.find("\n10000 "));
     EXPECT_NE(std::string::npos, dump.find("\n100010 "));
     EXPECT_EQ(slowDumpOf(0x100011, bytes.data(), nullptr), dump);
+}
+
+TEST(zhex_dump, AWideStreamShowsTheDump)
+{
+    std::vector<unsigned char> const bytes = someBytes(100);
+    FILE* const stream = tmpfile();
+    fputws(L"before", stream);
+    zhex_dump_6_0(stream, 100, bytes.data(), "title");
+    fputws(L"after", stream);
+    rewind(stream);
+    std::string text(2000, '\0');
+    ssize_t const got = pread(fileno(stream), text.data(), text.size(), 0);
+    ASSERT_LE(0, got);
+    text.resize(static_cast<size_t>(got));
+    fclose(stream);
+    EXPECT_EQ("before" + slowDumpOf(100, bytes.data(), "title") + "after", text);
 }
 
 // The sizes of the writes in which a dump of `length` bytes goes out.
