@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <new>
+#include <utility>
 
 #include "ZArray_p.h"
 #include "ZHashMap.h"
@@ -73,6 +74,20 @@ public:
     /// Takes every node out; an owning table deletes the keys and values.
     void removeAll();
 
+    /// Appends a new node as put() does at place 0, and returns its place.
+    Place append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
+    /// Exchanges the key and the value of the node at `place` for `key` and `value`.
+    /// range   the hash of the keys is the same.
+    /// owns    the node takes both over; the caller owns those that it had.
+    void exchange(Place place, ZObject_6_0*& key, ZObject_6_0*& value)
+    {
+        std::swap(nodeAt(place).key, key);
+        std::swap(nodeAt(place).value, value);
+    }
+    /// Takes the node at `place` out and returns it.
+    /// owns    the caller owns the key and value.
+    Node take(Place place);
+
 private:
     struct Chain {
         Place first;
@@ -92,7 +107,6 @@ private:
     uint32_t startOf(uint32_t hash, uint32_t markCount) const;
     Node& nodeAt(Place place) { return nodes_[place - 1]; }
     uint32_t chainLength(uint32_t hash) const;
-    void append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
     void layIndex(uint32_t markCount);
     void mark(PlainBlock<Mark>& marks, uint32_t markCount, Mark mark) const;
     void unmark(uint32_t hash, Place place);

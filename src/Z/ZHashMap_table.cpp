@@ -75,19 +75,28 @@ void HashTable::put(Place place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* v
         append(hash, key, value);
         return;
     }
-    Node& node = nodeAt(place);
-    node.hash = hash;
-    ZObject_6_0* const oldKey = std::exchange(node.key, key);
-    ZObject_6_0* const oldValue = std::exchange(node.value, value);
+    nodeAt(place).hash = hash;
+    exchange(place, key, value);
     if (owns_) {
         ObjectDeleter deleter;
-        deleter.drop(oldKey);
-        deleter.drop(oldValue);
+        deleter.drop(key);
+        deleter.drop(value);
         deleter.finish();
     }
 }
 
 void HashTable::remove(Place place)
+{
+    Node const node = take(place);
+    if (owns_) {
+        ObjectDeleter deleter;
+        deleter.drop(node.key);
+        deleter.drop(node.value);
+        deleter.finish();
+    }
+}
+
+HashTable::Node HashTable::take(Place place)
 {
     Node& node = nodeAt(place);
     if (markCount_ != 0)
@@ -95,17 +104,11 @@ void HashTable::remove(Place place)
     Chain& chain = buckets_[bucketOf(node.hash)];
     (node.previous != 0 ? nodeAt(node.previous).next : chain.first) = node.next;
     (node.next != 0 ? nodeAt(node.next).previous : chain.last) = node.previous;
-    node.next = freeNodes_;
+    Node const taken = node;
+    node = Node{nullptr, nullptr, 0, freeNodes_, 0};
     freeNodes_ = place;
     --size_;
-    ZObject_6_0* const key = std::exchange(node.key, nullptr);
-    ZObject_6_0* const value = std::exchange(node.value, nullptr);
-    if (owns_) {
-        ObjectDeleter deleter;
-        deleter.drop(key);
-        deleter.drop(value);
-        deleter.finish();
-    }
+    return taken;
 }
 
 // The table is empty before the first destructor runs: one that looks into the map, or puts into
@@ -147,7 +150,7 @@ uint32_t HashTable::chainLength(uint32_t hash) const
     return length;
 }
 
-void HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+HashTable::Place HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
 {
     Place place = freeNodes_;
     if (place != 0) {
@@ -163,6 +166,7 @@ void HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
     ++size_;
     if (markCount_ != 0)
         mark(marks_, markCount_, Mark{hash, place});
+    return place;
 }
 
 // Builds the index over every node. Marks of one hash start at the same slot, so the nodes are

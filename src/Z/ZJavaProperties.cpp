@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,6 +35,8 @@ enum RaiseSite {
     raiseInLoad = 180,
     raiseInSetValue = 205,
     raiseInListKeys = 220,
+    raiseForChange = 240,
+    raiseInRollBack = 245,
     raiseForReadError = 291,
     raiseForState = 310,
     raiseForPath = 352,
@@ -239,59 +242,159 @@ struct ZJavaProperties_6_0::Rep {
         {&ZJavaProperties_6_0::doUU3State, kNoRun},
     };
 
-    // An entry that was read. Its key and value are gone once they have been added.
-    struct Entry {
-        std::unique_ptr<ZObject_6_0> key;
-        std::unique_ptr<ZObject_6_0> value;
-        uint32_t hash;
-        HashTable::Place place = 0;          // among the entries; 0: the key is new there
-        ZObject_6_0 const* added = nullptr;  // the key, among the entries
+    // A change of the entries that can be undone.
+    struct Change {
+        HashTable::Place place;
+        ZObject_6_0* key;  // that was replaced; null if the entry is new
+        ZObject_6_0* value;
     };
+
+    class Reading;
 
     HashTable::Place find(ZObject_6_0 const& key, uint32_t hash) const
     {
         return entries.findKey(key, hash);
     }
 
-    void put(HashTable::Place place, Entry& entry)
-    {
-        entry.added = entry.key.get();
-        entries.put(place, entry.hash, entry.key.release(), entry.value.release());
-    }
-
-    void addRead();
+    void put(std::unique_ptr<ZObject_6_0> key, std::unique_ptr<ZObject_6_0> value, uint32_t hash);
 
     HashTable entries{kCapacity, 1};
-
-    // Of the load that is running:
-    ReadText::Room room;
-    std::vector<Entry> read;  // in the order of the file
+    Reading* reading = nullptr;  // the read that is running, of nested reads the innermost
 };
 
-// Adds all that has been read, or nothing. New keys come first: only they need memory, and taking
-// them out again needs none. Keys are compared in that first round alone, because those of the
-// caller may raise.
-void ZJavaProperties_6_0::Rep::addRead()
-{
-    try {
-        for (Entry& entry : read) {
-            entry.place = find(*entry.key, entry.hash);
-            if (entry.place != 0)
-                continue;
-            entries.reserve(0, entry.hash);
-            put(0, entry);
-        }
-    } catch (...) {
-        for (Entry const& entry : read)
-            if (entry.added != nullptr)
-                entries.remove(entries.find(entry.hash, [&entry](HashTable::Node const& node) {
-                    return node.key == entry.added;
-                }));
-        throw;
+// A read from start to end. It undoes each change of the store that was made in it, unless it is
+// committed; the changes of a nested read then belong to the outer read.
+//
+// Changes are undone in reverse order by their places, without a comparison of keys: keys of the
+// caller's classes may throw. No entry is removed otherwise, so that the places stay valid.
+class ZJavaProperties_6_0::Rep::Reading {
+public:
+    // Throws ZOutOfMemoryException_6_0.
+    explicit Reading(ZJavaProperties_6_0& store) : rep_(*store.rep_), outer_(rep_.reading)
+    {
+        if (outer_ != nullptr)
+            line_.emplace(store);
+        rep_.reading = this;
     }
-    for (Entry& entry : read)
-        if (entry.key != nullptr)
-            put(entry.place, entry);
+    Reading(Reading const&) = delete;
+    Reading& operator=(Reading const&) = delete;
+    ~Reading() noexcept(false)
+    {
+        rep_.reading = outer_;
+        if (!committed_)
+            rollBack();
+    }
+
+    // Throws std::bad_alloc in a nested read, and what the destructors of replaced keys and values
+    // throw; all changes are in force then.
+    void commit()
+    {
+        if (outer_ != nullptr) {
+            outer_->changes_.insert(outer_->changes_.end(), changes_.begin(), changes_.end());
+            committed_ = true;
+            return;
+        }
+        committed_ = true;
+        rep_.reading = nullptr;  // those destructors may use the store
+        deleteOld();
+    }
+
+    // Throws ZOutOfMemoryException_6_0.
+    void reserveChange()
+    {
+        if (changes_.size() < changes_.capacity())
+            return;
+        try {
+            changes_.reserve(std::max(kFirstChanges, 2 * changes_.size()));
+        } catch (std::bad_alloc const&) {
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseForChange);
+        }
+    }
+
+    // Requires reserveChange(). Does not throw.
+    void put(HashTable::Place place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+    {
+        if (place == 0) {
+            changes_.push_back({rep_.entries.append(hash, key, value), nullptr, nullptr});
+        } else {
+            rep_.entries.exchange(place, key, value);
+            changes_.push_back({place, key, value});
+        }
+    }
+
+    ReadText::Room room;
+
+private:
+    static constexpr size_t kFirstChanges = 16;
+
+    // The line that the outer read is in the middle of.
+    struct Line {
+        explicit Line(ZJavaProperties_6_0& of)
+            : store(of), key(of.key_), value(of.value_), unit(of.unicodeUnit_[0])
+        {
+        }
+        Line(Line const&) = delete;
+        Line& operator=(Line const&) = delete;
+        // Asks for no memory: the strings held these texts before.
+        ~Line()
+        {
+            store.key_ = key;
+            store.value_ = value;
+            store.unicodeUnit_[0] = unit;
+        }
+
+        ZJavaProperties_6_0& store;
+        ZUTF8String_6_0 const key;
+        ZUTF8String_6_0 const value;
+        uint16_t const unit;
+    };
+
+    // The entries are all as they were before the first destructor runs.
+    void rollBack()
+    {
+        for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
+            if (change->key == nullptr) {
+                HashTable::Node const node = rep_.entries.take(change->place);
+                *change = {0, node.key, node.value};
+            } else {
+                rep_.entries.exchange(change->place, change->key, change->value);
+            }
+        }
+        zreleaseInDestructor(kSource, raiseInRollBack, [this] { deleteOld(); });
+    }
+
+    void deleteOld()
+    {
+        ObjectDeleter deleter;
+        for (Change const& change : changes_) {
+            if (change.key == nullptr)
+                continue;
+            deleter.drop(change.key);
+            deleter.drop(change.value);
+        }
+        deleter.finish();
+    }
+
+    Rep& rep_;
+    Reading* const outer_;  // null: none
+    std::vector<Change> changes_;
+    std::optional<Line> line_;  // with a value in a nested read
+    bool committed_ = false;
+};
+
+// Throws ZOutOfMemoryException_6_0, and what the comparison of keys throws; nothing is changed
+// then.
+void ZJavaProperties_6_0::Rep::put(std::unique_ptr<ZObject_6_0> key,
+                                   std::unique_ptr<ZObject_6_0> value, uint32_t hash)
+{
+    HashTable::Place const place = find(*key, hash);
+    entries.reserve(place, hash);
+    if (reading == nullptr) {
+        entries.put(place, hash, key.release(), value.release());
+        return;
+    }
+    reading->reserveChange();
+    reading->put(place, hash, key.release(), value.release());
 }
 
 ZJavaProperties_6_0::ZJavaProperties_6_0()
@@ -315,13 +418,11 @@ ZObject_6_0* ZJavaProperties_6_0::clone() const
 
 void ZJavaProperties_6_0::setValue(ZAbstractString_6_0 const& key, ZAbstractString_6_0 const& value)
 {
-    Rep::Entry entry{std::unique_ptr<ZObject_6_0>(key.clone()),
-                     std::unique_ptr<ZObject_6_0>(value.clone()), key.hash()};
-    if (entry.key == nullptr || entry.value == nullptr)
+    std::unique_ptr<ZObject_6_0> ownKey(key.clone());
+    std::unique_ptr<ZObject_6_0> ownValue(value.clone());
+    if (ownKey == nullptr || ownValue == nullptr)
         ZNotClonableException_6_0().throwException(kSource, raiseInSetValue);
-    HashTable::Place const place = rep_->find(key, entry.hash);
-    rep_->entries.reserve(place, entry.hash);
-    rep_->put(place, entry);
+    rep_->put(std::move(ownKey), std::move(ownValue), key.hash());
 }
 
 void ZJavaProperties_6_0::getValue(ZAbstractString_6_0 const& key,
@@ -373,10 +474,16 @@ int ZJavaProperties_6_0::load(char const* path)
 
 int ZJavaProperties_6_0::load(char const* path, char const* stopKey)
 {
-    struct ClearKey {
+    // Null again afterwards; in a nested read that of the outer read, for which there is memory.
+    struct RestoreKey {
+        explicit RestoreKey(ZUTF8String_6_0& of) : key(of), before(of) {}
+        RestoreKey(RestoreKey const&) = delete;
+        RestoreKey& operator=(RestoreKey const&) = delete;
+        ~RestoreKey() { key = before; }
+
         ZUTF8String_6_0& key;
-        ~ClearKey() { key.clear(); }
-    } const clearKey{stopKey_};
+        ZUTF8String_6_0 const before;
+    } const restoreKey(stopKey_);
     stopKey_ = stopKey;
     return load(path);
 }
@@ -392,19 +499,11 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
     return ended;
 }
 
-// Runs the states over `bytes`, and adds what was read when that went well.
+// Runs the states over `bytes`.
 template <class Bytes>
 int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
 {
-    struct EndOfReading {
-        Rep& rep;
-        ~EndOfReading()
-        {
-            std::vector<Rep::Entry>().swap(rep.read);
-            rep.room.leave();
-        }
-    } const endOfReading{*rep_};
-
+    Rep::Reading reading(*this);
     int state = startLine;
     char previous = 0;
     for (int byte; (byte = bytes.next()) != EOF;) {
@@ -425,7 +524,7 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
         if (state == syntaxError)
             state = commentLine;
         if (state < startLine || state >= kStates) {
-            rep_->addRead();
+            reading.commit();
             return state == stop;
         }
         Rep::Row const& row = Rep::kTable[state];
@@ -448,17 +547,25 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
     // Test: ZJavaProperties.KeepsTheEntryBeforeAnEmptyFile
     if (!key_.isEmpty() && key_ == stopKey_)
         storeEntry();
-    rep_->addRead();
+    reading.commit();
     return 1;
 }
 
+// Stores `key_` and `value_`. Outside a read a derived class has called the handler itself.
 void ZJavaProperties_6_0::storeEntry()
 {
-    std::unique_ptr<ReadText> key(ReadText::make(rep_->room, key_.getChars(), key_.getLength()));
-    std::unique_ptr<ReadText> value(
-        ReadText::make(rep_->room, value_.getChars(), value_.getLength()));
+    std::unique_ptr<ZAbstractString_6_0> key;
+    std::unique_ptr<ZAbstractString_6_0> value;
+    if (rep_->reading != nullptr) {
+        ReadText::Room& room = rep_->reading->room;
+        key.reset(ReadText::make(room, key_.getChars(), key_.getLength()));
+        value.reset(ReadText::make(room, value_.getChars(), value_.getLength()));
+    } else {
+        key.reset(key_.clone());
+        value.reset(value_.clone());
+    }
     uint32_t const hash = key->hash();
-    rep_->read.push_back(Rep::Entry{std::move(key), std::move(value), hash});
+    rep_->put(std::move(key), std::move(value), hash);
 }
 
 // At the line end behind a value.

@@ -6,6 +6,11 @@
 // Lines "key = value", comments behind "#" or "!", escapes with a backslash and "\uXXXX"; see
 // docs/file-formats.md for what is read and written, and for where the Java platform differs.
 // Bytes are taken as UTF-8, as they are.
+// A read stores each entry at the end of its line, where a handler of a derived class finds it from
+// then on. A read that fails undoes every change of the store since it began, also those that a
+// handler made with setValue(). A handler may start another read of the same store. If the nested
+// read fails, it undoes only its own changes; either way the outer read then continues in its line,
+// with its stop key.
 // Ownership: a store holds copies of its keys and values.
 // Threads: unsynchronised; callers serialise changes to one store. Between processes, reading holds
 // a shared and storing an exclusive record lock on the file; neither waits for the other.
@@ -77,7 +82,7 @@ public:
     /// Sets the value of `key`.
     /// range   the bytes are taken as UTF-8, whatever the class of the string.
     /// owns    both are cloned: of a view the clone is a view, whose text must live as long as the
-    ///         store holds it.
+    ///         store holds it. A value that is replaced while a read runs lives until that ends.
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises. Nothing is changed then.
     void setValue(ZAbstractString_6_0 const& key, ZAbstractString_6_0 const& value);
 
@@ -114,7 +119,8 @@ protected:
     };
     static constexpr int kStates = 15;  // those with a handler, and 0
 
-    // Takes one character; returns the next state.
+    // Takes one character; returns the next state. A handler that ends a line stores the entry,
+    // also if it is called without a read.
     using Handler = int (ZJavaProperties_6_0::*)(char);
 
     int doStartLineState(char c);
