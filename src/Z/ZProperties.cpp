@@ -301,7 +301,9 @@ void ZProperties_6_0::sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style
 void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
 {
     direct = cache.direct();
-    stanzas = direct == nullptr ? nullptr : dynamic_cast<ZSCFData_6_0*>(&cache);
+    auto* const stanzaData = dynamic_cast<ZSCFData_6_0*>(&cache);
+    stanzas = direct == nullptr ? nullptr : stanzaData;
+    isStanzaFile = stanzaData != nullptr;
 }
 
 std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const& store)
@@ -978,7 +980,7 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentLines(ZProperties_6_0& store, char 
         std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
         store.checkComment(*line);
         // What is not marked as a comment would come back as a key, or as the head of a stanza.
-        bool const isMarked = store.rep_->stanzas == nullptr || line->getChars()[0] == '#';
+        bool const isMarked = !store.rep_->isStanzaFile || line->getChars()[0] == '#';
         if (!isMarked || line->getLength() > kLongestLine)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
         lines->addNoCopy(line.get());

@@ -166,6 +166,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     Queue queued;
     ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, when it may be looked into
     ZSCFData_6_0* stanzas = nullptr;  // the cache, when it is the library's own for stanza files
+    bool isStanzaFile = false;        // the cache is a ZSCFData_6_0 or derived from it
     unsigned long replaced = 0;       // grows when another cache takes the cache's place
 
 private:

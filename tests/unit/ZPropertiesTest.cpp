@@ -1393,6 +1393,27 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     EXPECT_EQ("c", valueOf(store, "s", "k"));
 }
 
+TEST_F(ZProperties, CommentsWithoutTheirMarkAreRefusedForDerivedStanzaCachesToo)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new OwnCache);
+    store.load(path.c_str());
+    for (char const* comment : {"[x]", "k = b", "", " # space first", "# one\n[x]", "# one\n"}) {
+        SCOPED_TRACE(comment);
+        EXPECT_EQ("ZInvalidParameterException", raised([&] { store.addFileComment(comment); }));
+        EXPECT_EQ("ZInvalidParameterException",
+                  raised([&] { store.addEntryComment("s", "k", comment); }));
+    }
+    EXPECT_EQ(0, store.isModified());
+    EXPECT_EQ("nothing", raised([&] { store.addEntryComment("s", "k", "# marked"); }));
+}
+
+TEST_F(ZProperties, CommentsOfCachesThatAreNoStanzaFilesNeedNoMark)
+{
+    ZProperties_6_0 store(new ZPCategoryBasedCache_6_0);
+    EXPECT_EQ("nothing", raised([&] { store.addFileComment("; another mark\n; two"); }));
+}
+
 TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
