@@ -969,12 +969,15 @@ void ZProperties_6_0::deleteKey(char const* category, char const* key)
     Rep::changed(*this, std::move(notice));
 }
 
-// Returns the lines of a comment, each as checkComment() makes it.
-ZArrayList_6_0* ZProperties_6_0::Rep::commentLines(ZProperties_6_0& store, char const* comment)
+// Returns the texts to be added to the cache one after another: the lines of a comment, each as
+// checkComment() makes it. A cache of stanza files takes them as one text, which it splits into the
+// same lines: added one by one, the lines of a stanza's comment would get blank lines between them.
+ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char const* comment)
 {
     if (comment == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
     std::unique_ptr<ZArrayList_6_0> lines(new ZArrayList_6_0(1, 1));
+    ZLCString_6_0 joined;
     for (char const* at = comment;;) {
         char const* const end = strchrnul(at, '\n');
         std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
@@ -983,10 +986,19 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentLines(ZProperties_6_0& store, char 
         bool const isMarked = !store.rep_->isStanzaFile || line->getChars()[0] == '#';
         if (!isMarked || line->getLength() > kLongestLine)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
-        lines->addNoCopy(line.get());
-        (void)line.release();
-        if (*end == '\0')
+        if (store.rep_->isStanzaFile) {
+            if (at != comment)
+                joined += "\n";
+            joined += *line;
+        } else {
+            lines->addNoCopy(line.get());
+            (void)line.release();
+        }
+        if (*end == '\0') {
+            if (store.rep_->isStanzaFile)
+                lines->add(&joined);
             return lines.release();
+        }
         at = end + 1;
     }
 }

@@ -246,10 +246,13 @@ public:
     /// Does the same without a value.
     virtual void addLine(char const* category, char const* key, int obfuscated);
 
-    /// Adds a comment to the block that leads the file.
+    /// Adds a comment to the block that leads the file. The lines of a comment of several lines
+    /// stay together; each but the first gets a leading "#" if it has none. The same holds for the
+    /// two operations below.
     virtual void addFileComment(char const* comment);
 
-    /// Adds a comment above the head of a category; nothing when it is missing.
+    /// Adds a comment above the head of a category, with a blank line above the comment unless
+    /// there is one; nothing when the category is missing.
     virtual void addLineComment(char const* category, char const* comment);
 
     /// Adds a comment above the line of a key, adding the key when it is missing.

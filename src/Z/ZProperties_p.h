@@ -143,8 +143,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
                                       std::unique_ptr<ZPCache_6_0>& edited);
 
-    /// Makes every line of `comment` a comment line and hands it to `add(cache, line)`: all or
-    /// none.
+    /// Makes every line of `comment` a comment line and hands them to `add(cache, text)`, in one
+    /// text or line by line: all or none.
     template <class Add>
     static void addComment(ZProperties_6_0& store, char const* comment, Add add);
 
@@ -170,7 +170,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     unsigned long replaced = 0;       // grows when another cache takes the cache's place
 
 private:
-    static ZArrayList_6_0* commentLines(ZProperties_6_0& store, char const* comment);
+    static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);
 
     std::mutex stampMutex_;    // locked for a moment, as the last one
     ZStoreFile::Stamp stamp_;  // guarded by stampMutex_
@@ -196,12 +196,12 @@ void ZProperties_6_0::Rep::Strings::dropThose(IsOne isOne)
 template <class Add>
 void ZProperties_6_0::Rep::addComment(ZProperties_6_0& store, char const* comment, Add add)
 {
-    std::unique_ptr<ZArrayList_6_0> const lines(commentLines(store, comment));
+    std::unique_ptr<ZArrayList_6_0> const texts(commentTexts(store, comment));
     auto const addAll = [&](ZPCache_6_0& cache) {
-        for (unsigned i = 0; i < lines->size(); ++i)
-            add(cache, static_cast<ZLCString_6_0*>(lines->get(i))->getChars());
+        for (unsigned i = 0; i < texts->size(); ++i)
+            add(cache, static_cast<ZLCString_6_0*>(texts->get(i))->getChars());
     };
-    std::unique_ptr<ZPCache_6_0> copy = lines->size() > 1 ? copyOf(store) : nullptr;
+    std::unique_ptr<ZPCache_6_0> copy = texts->size() > 1 ? copyOf(store) : nullptr;
     if (copy != nullptr) {
         addAll(*copy);
         exchange(store, copy);

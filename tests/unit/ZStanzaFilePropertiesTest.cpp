@@ -109,6 +109,22 @@ TEST_F(ZStanzaFileProperties, CommentsGetTheirMark)
     EXPECT_STREQ("#", comment.getChars());
 }
 
+TEST_F(ZStanzaFileProperties, StanzaCommentOfSeveralLinesStaysTogether)
+{
+    load("[r]\nk = a\n[s]\nk = a\n");
+    store_.addStanzaComment("r", "one\n#two\n\nfour");
+    store_.addStanzaComment("s", "five\nsix");
+    EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n[s]\nk = a\n", stored());
+    // A comment of its own keeps its distance.
+    store_.addStanzaComment("s", "seven\neight");
+    EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n\n#seven\n#eight\n[s]\nk = a\n",
+              stored());
+    store_.reload(nullptr);
+    store_.deleteStanza("r");
+    store_.addStanzaComment("s", "nine\n");
+    EXPECT_EQ("\n#one\n#two\n#\n#four\n\n#nine\n#\n[s]\nk = a\n", stored());
+}
+
 TEST_F(ZStanzaFileProperties, CommentsCheckTheirArguments)
 {
     load("[s]\nk = v\n");
