@@ -373,12 +373,12 @@ size_t mostUnpacked(size_t packed)
     return most < kMostUnpacked ? most : kMostUnpacked;
 }
 
-// Counts the records in the first `length` bytes of `text`, behind which there is a zero byte.
-// Returns false when they are none.
+// Counts the records that fill the first `length` bytes of `text`. Returns false if other bytes are
+// among them.
 bool countRecords(char const* text, size_t length, size_t& records)
 {
     char const* at = text;
-    char const* const end = text + length + 1;
+    char const* const end = text + length;
     for (records = 0; at != end; ++records) {
         for (int i = 0; i < 3; ++i) {  // category, key, value
             auto const* const zero =
@@ -471,7 +471,7 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
     ZSqueeze_6_0 squeeze;
     squeeze.setSource(static_cast<unsigned char*>(buffer.getBuffer()), packed);
 
-    // One byte more than what is asked for: the writer leaves out the last one, which is zero.
+    // One byte more than the stream gives: the writer leaves out the last one, which is zero.
     Arena::Block block;
     size_t const most = mostUnpacked(packed);
     // Never 0, which doubling would leave at 0.
@@ -493,7 +493,10 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
     block.chars()[bytes] = '\0';
     block.setRoom(bytes + 1);
     size_t records = 0;
-    if (!countRecords(block.chars(), bytes, records))
+    // Other writers may write the last zero byte. The same bytes are never records with the byte
+    // that was put behind them and without it.
+    if (!countRecords(block.chars(), bytes + 1, records) &&
+        !countRecords(block.chars(), bytes, records))
         refusal.throwException(kSource, raiseAtRecord);
     rep().addObfuscated(block, bytes + 1, records);
     changed();

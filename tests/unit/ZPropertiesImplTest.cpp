@@ -2014,6 +2014,35 @@ TEST(ZPropertiesImpl, CompanionIsReadBack)
     EXPECT_EQ(data.obfuscatedItemCount(), other.obfuscatedItemCount());
 }
 
+TEST(ZPropertiesImpl, CompanionIsReadWithTheLastZeroByteOrWithoutIt)
+{
+    struct Case {
+        char const* name;
+        std::string records;  // complete
+        Strings values;       // of key k in stanza a
+    };
+    Case const cases[] = {
+        {"one record", BYTES("a\0k\0v\0\0"), {"v"}},
+        {"two records", BYTES("a\0k\0v\0\0a\0k\0w\0\0"), {"v", "w"}},
+        {"an empty value", BYTES("a\0k\0\0\0"), {}},
+        {"an empty value behind another", BYTES("a\0k\0v\0\0a\0k\0\0\0"), {"v"}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZSCFData_6_0 complete;
+        readCompanion(complete, packed(c.records));
+        ASSERT_EQ(1, complete.contains("a", "k"));
+        EXPECT_EQ(c.values, values(complete, "a", "k", ZPCache_6_0::obfuscatedValues));
+        ZSCFData_6_0 shortened;
+        readCompanion(shortened, packed(c.records.substr(0, c.records.size() - 1)));
+        EXPECT_EQ(stateOf(complete), stateOf(shortened));
+        complete.setCompanionFile("/x/test.obf");
+        // One byte more or less is no sequence of records.
+        expectCompanionRefused(complete, packed(c.records + std::string(1, '\0')));
+        expectCompanionRefused(complete, packed(c.records.substr(0, c.records.size() - 2)));
+    }
+}
+
 TEST(ZPropertiesImpl, CompanionJoinsWhatIsThere)
 {
     auto const data = parsed("[a]\nk = plain\n[gone]\nk = v\n");
