@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "ZLock_p.h"
 #include "ZSharedFile_p.h"
+#include "ZSizeSignalGuard_p.h"
 
 namespace {
 
@@ -20,6 +22,12 @@ int extend(int fd, unsigned long size, unsigned long length)
 {
     if (length > LONG_MAX)
         return EFBIG;
+    // Some file systems reserve room beyond the file-size limit, which would stay reserved when the
+    // length cannot follow.
+    rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < length)
+        return EFBIG;
+    ZSizeSignalGuard const noSignal;
     auto const from = static_cast<off_t>(size);
     auto const more = static_cast<off_t>(length - size);
     // The room first and the length only when there is room: an extension that fails half way must

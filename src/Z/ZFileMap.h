@@ -75,9 +75,11 @@ public:
     ///         another process has cut the file. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
     /// codes   `*err` is 0, or: 22 (EINVAL) when there is nothing to map, which is also how an
-    ///         empty file answers to a length of 0; else the errno of what failed. Nothing stays
-    ///         mapped or open then, but for an old mapping that could not be given back; a file
-    ///         that could not be extended keeps its length where the file system can reserve room.
+    ///         empty file answers to a length of 0; EFBIG when the file would exceed the file-size
+    ///         limit of the process (no SIGXFSZ is delivered); else the errno of what failed.
+    ///         Nothing stays mapped or open then, but for an old mapping that could not be given
+    ///         back; a file that could not be extended keeps its length where the file system can
+    ///         reserve room.
     /// kept    an empty file counts as missing. In a process without a standard input the file gets
     ///         its descriptor, 0, which counts as none: null is returned and the code may be 0.
     void* mapfile(int* err, unsigned long length) override;

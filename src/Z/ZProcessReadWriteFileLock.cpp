@@ -11,6 +11,7 @@
 #include "ZException.h"
 #include "ZLock_p.h"
 #include "ZSharedFile_p.h"
+#include "ZSizeSignalGuard_p.h"
 
 namespace {
 
@@ -494,6 +495,7 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
         pread(fd, &there, sizeof there, offset) == sizeof there &&
         memcmp(&there, bytes, sizeof there) == 0)
         return;
+    ZSizeSignalGuard const noSignal;
     auto const* const from = static_cast<char const*>(bytes);
     if (movesAll(length, [&](unsigned done) {
             return pwrite(fd, from + done, length - done, off_t{offset} + done);

@@ -179,7 +179,8 @@ public:
     void lockFileRange(zlockstate state, unsigned int start, unsigned int length) override;
     void unlockFileRange(unsigned int start, unsigned int length) override;
 
-    /// throws  ZWriteResourceException_6_0 with the errno; the sequence number is 0 then.
+    /// throws  ZWriteResourceException_6_0 with the errno, EFBIG at the file-size limit of the
+    ///         process (no SIGXFSZ is delivered); the sequence number is 0 then.
     /// kept    the message is 33, as for a lock that could not be obtained.
     void writeBytes(void* bytes, unsigned int offset, unsigned int length) override;
 

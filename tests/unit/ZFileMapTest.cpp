@@ -3,8 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -323,6 +326,47 @@ TEST_F(ZFileMap, AFailedExtensionTakesNothingAwayFromOthers)
         EXPECT_EQ(nullptr, map.mapfile(&code, 1000));
         EXPECT_EQ(ENOSPC, code);
         EXPECT_EQ(longer, read("text"));
+    }
+}
+
+TEST_F(ZFileMap, FileSizeLimitIsACodeLikeAnother)
+{
+    struct Case {
+        char const* name;
+        rlim_t limit;   // in force while mapping
+        rlim_t within;  // in force once the limit has been looked at
+        int reserve;    // what fallocate() fails with
+    };
+    rlim_t const none = RLIM_INFINITY;
+    Case const cases[] = {{"a limit below the length", 500, 500, 0},
+                          {"a limit below the present size", 50, 50, 0},
+                          {"a limit that another process sets meanwhile", none, 500, 0},
+                          {"the same where no room can be reserved", none, 500, EOPNOTSUPP}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        pid_t const child = fork();
+        if (child == 0) {
+            signal(SIGXFSZ, SIG_DFL);
+            rlimit limit = {c.limit, none};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            callPlan.failing["fallocate"] = c.reserve;
+            callPlan.before = [&](SystemCall const& call) {
+                limit.rlim_cur = c.within;
+                if (call.name == "fallocate")
+                    setrlimit(RLIMIT_FSIZE, &limit);
+                return 0;
+            };
+            ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
+            int code = 7;
+            void const* const address = map.mapfile(&code, 1000);
+            sigset_t pending;
+            sigpending(&pending);
+            _exit(address == nullptr && code == EFBIG && !sigismember(&pending, SIGXFSZ) ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, status) << "ended by signal " << WTERMSIG(status);
+        EXPECT_EQ(kText, read("text"));
     }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -1439,6 +1440,58 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
                                                     [&] { lock.writeBytes(&value, 0, 0); }));
     lock.unlock(0);
     EXPECT_EQ(0u, word(0));
+}
+
+TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAFailureLikeAnother)
+{
+    struct Case {
+        char const* name;
+        rlim_t limit;
+        bool isPending;  // the caller has blocked the signal and has one pending
+        bool raises;     // the number, not the acquisition
+    };
+    Case const cases[] = {{"no byte", 0, false, false},
+                          {"half the process id", 6, false, false},
+                          {"a signal of the caller's own", 0, true, false},
+                          {"a limit set while the lock is held", 0, false, true}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        unlink(path().c_str());
+        pid_t const child = fork();
+        if (child == 0) {
+            signal(SIGXFSZ, SIG_DFL);
+            sigset_t size;
+            sigemptyset(&size);
+            sigaddset(&size, SIGXFSZ);
+            if (c.isPending) {
+                pthread_sigmask(SIG_BLOCK, &size, nullptr);
+                raise(SIGXFSZ);
+            }
+            Lock lock(dir().c_str(), "a");
+            if (c.raises)
+                lock.writeLock();
+            rlimit const limit = {c.limit, c.limit};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            int rc = 0;
+            try {
+                c.raises ? lock.unlock() : lock.writeLock();
+            } catch (ZWriteResourceException_6_0 const& e) {
+                rc = e.returnCode();
+            }
+            if (c.raises)
+                lock.unlock(0);
+            sigset_t pending;
+            sigset_t mask;
+            sigpending(&pending);
+            pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+            bool const asBefore = sigismember(&pending, SIGXFSZ) == (c.isPending ? 1 : 0) &&
+                                  sigismember(&mask, SIGXFSZ) == (c.isPending ? 1 : 0);
+            _exit(rc == EFBIG && lock.getLockState() == kUnset && asBefore ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, 0));
+        EXPECT_EQ(0, status) << "ended by signal " << WTERMSIG(status);
+    }
 }
 
 TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)

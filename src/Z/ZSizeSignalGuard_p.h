@@ -1,0 +1,49 @@
+// ZSizeSignalGuard: makes a write beyond the file-size limit fail instead of ending the process.
+//
+// Subsystem: process locks.  Stands on: nothing of the library.
+//
+// A write or an extension past RLIMIT_FSIZE raises SIGXFSZ in the calling thread, and the default
+// action ends the process. With the signal blocked the call only fails, with EFBIG. The guard then
+// takes back the signal that the call has left pending.
+// Threads: a guard belongs to the thread that made it. Other threads keep their signal masks.
+#pragma once
+
+#include <errno.h>
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+
+class ZSizeSignalGuard {
+public:
+    ZSizeSignalGuard()
+    {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+        // Only a caller that had blocked the signal can have one pending, which stays pending.
+        wasPending_ = sigismember(&before_, SIGXFSZ) == 1 && isPending();
+    }
+    ZSizeSignalGuard(ZSizeSignalGuard const&) = delete;
+    ZSizeSignalGuard& operator=(ZSizeSignalGuard const&) = delete;
+    ~ZSizeSignalGuard()
+    {
+        int const error = errno;
+        timespec const now = {0, 0};
+        if (!wasPending_ && isPending())
+            while (sigtimedwait(&signal_, nullptr, &now) < 0 && errno == EINTR)
+                continue;
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        errno = error;
+    }
+
+private:
+    static bool isPending()
+    {
+        sigset_t pending;
+        return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+    }
+
+    sigset_t signal_;
+    sigset_t before_;  // the caller's signal mask
+    bool wasPending_;
+};
