@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <bit>
 #include <memory>
 #include <utility>
 
@@ -20,7 +21,7 @@ constexpr char kSource[] = "src/Z/ZArrayList";
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInAllocate = 61, raiseInGrow = 187 };
+enum RaiseSite { raiseInAllocate = 61, raiseInGrow = 187, raiseInSort = 253 };
 
 // The capacity that follows a full one: half as much again, at least one more.
 unsigned int grown(unsigned int capacity)
@@ -80,13 +81,88 @@ ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
 struct Range {
     int64_t low;
     int64_t high;
+    int depth;  // partitions that led to it
 };
+
+// Up to here a range is partitioned to its end, whatever its shape.
+constexpr int64_t kFewMembers = 16;
+
+// Sorts the members of a range by merging, for input that partitioning does not divide. Nulls stay
+// in place, members that compare equal keep their order. The comparator may change the list, so the
+// merge works on indices; the members are moved only after the last comparison.
+// throws  ZOutOfMemoryException_6_0, and what `comparator` raises; no member has moved then.
+void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
+                    Range range)
+{
+    auto const get = [&](uint32_t at) { return list.get(at); };
+    auto const isAfter = [&](ZObject_6_0 const* left, ZObject_6_0 const* right) {
+        if (left == nullptr || right == nullptr)
+            return false;
+        int const order = comparator.sortCompare(left, right);
+        return ascending ? order > 0 : order < 0;
+    };
+
+    auto const length = static_cast<size_t>(range.high - range.low + 1);
+    PlainBlock<uint32_t> block;
+    block.resize(3 * length, kSource, raiseInSort);
+    uint32_t* const slots = block.data();  // of the members that are not null
+    uint32_t* from = slots + length;       // indices into slots, in runs that are sorted
+    uint32_t* to = from + length;
+    size_t count = 0;
+    for (int64_t at = range.low; at <= range.high; ++at) {
+        slots[count] = static_cast<uint32_t>(at);
+        from[count] = static_cast<uint32_t>(count);
+        if (get(slots[count]) != nullptr)
+            ++count;
+    }
+
+    for (size_t width = 1; width < count; width *= 2) {
+        for (size_t begin = 0; begin < count; begin += 2 * width) {
+            size_t left = begin;
+            size_t const middle = std::min(begin + width, count);
+            size_t right = middle;
+            size_t const end = std::min(middle + width, count);
+            size_t next = begin;
+            if (right < end && isAfter(get(slots[from[middle - 1]]), get(slots[from[middle]]))) {
+                ZObject_6_0 const* one = get(slots[from[left]]);
+                ZObject_6_0 const* other = get(slots[from[right]]);
+                for (;;) {
+                    if (isAfter(one, other)) {
+                        to[next++] = from[right++];
+                        if (right == end)
+                            break;
+                        other = get(slots[from[right]]);
+                    } else {
+                        to[next++] = from[left++];
+                        if (left == middle)
+                            break;
+                        one = get(slots[from[left]]);
+                    }
+                }
+            }
+            next = static_cast<size_t>(std::copy(from + left, from + middle, to + next) - to);
+            std::copy(from + right, from + end, to + next);
+        }
+        std::swap(from, to);
+    }
+
+    // Member from[k] belongs into slot k. Each cycle of such moves is a chain of exchanges.
+    for (size_t first = 0; first < count; ++first) {
+        size_t at = first;
+        while (from[at] != first) {
+            list.swap(slots[at], slots[from[at]]);
+            at = std::exchange(from[at], static_cast<uint32_t>(at));
+        }
+        from[at] = static_cast<uint32_t>(at);
+    }
+}
 
 // Sorts by quicksort. The parts of a partition do not overlap, so the order in which they are
 // sorted does not show: the smaller one goes first and the larger one waits, which keeps fewer
-// ranges waiting than a size has bits.
+// ranges waiting than a size has bits. A range that is still long after twice as many partitions as
+// halving would need is merge-sorted: every shape of input costs O(n log n) comparisons.
 void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
-                    Range range)
+                    int64_t low, int64_t high)
 {
     // Nulls are passed over and so never moved.
     auto const isBefore = [&](ZObject_6_0 const* member, ZObject_6_0 const* pivot) {
@@ -103,10 +179,16 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     };
     auto const get = [&](int64_t at) { return list.get(static_cast<unsigned int>(at)); };
 
+    int const deepest = 2 * std::bit_width(static_cast<uint64_t>(std::max<int64_t>(high - low, 1)));
+    Range range{low, high, 0};
     Range waiting[CHAR_BIT * sizeof(int64_t)];
     size_t waits = 0;
     for (;;) {
         while (range.low < range.high) {
+            if (range.depth > deepest && range.high - range.low >= kFewMembers) {
+                mergeSortRange(list, comparator, ascending, range);
+                break;
+            }
             ZObject_6_0 const* const pivot = pivotOf(list, range.low, range.high);
             if (pivot == nullptr)
                 break;
@@ -123,8 +205,8 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
                     --j;
                 }
             } while (i <= j);
-            Range smaller{range.low, j};
-            Range larger{i, range.high};
+            Range smaller{range.low, j, range.depth + 1};
+            Range larger{i, range.high, range.depth + 1};
             if (smaller.high - smaller.low > larger.high - larger.low)
                 std::swap(smaller, larger);
             if (larger.low < larger.high)
@@ -160,13 +242,13 @@ void ZAbstractList_6_0::sort(ZSortCompare_6_0 const& comparator,
                              ZSortCompare_6_0::sortorder const& order)
 {
     // The upper end is one past the last member: there get() gives null and swap() does nothing.
-    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, {0, size()});
+    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, 0, size());
 }
 
 void ZAbstractList_6_0::quickSort(ZSortCompare_6_0 const& comparator,
                                   ZSortCompare_6_0::sortorder const& order, int low, int high)
 {
-    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, {low, high});
+    quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, low, high);
 }
 
 ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)

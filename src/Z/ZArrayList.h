@@ -80,10 +80,14 @@ public:
     ~ZAbstractList_6_0() override;
 
     bool isEmpty() const override;
-    /// Sorts the members by quicksort; members that compare equal may change places.
+    /// Sorts the members by quicksort; members that compare equal may change places. Calls get()
+    /// and swap().
     /// range   nulls are not compared and stay where the passes over the list find them.
-    /// throws  what `comparator` raises; every member is still in the list then.
-    /// cost    O(n log n) compares as a rule, O(n * n) at worst; memory is constant.
+    /// throws  what `comparator` raises; ZOutOfMemoryException_6_0 from long lists only. Every
+    ///         member is still in the list then.
+    /// cost    O(n log n) compares for every input; memory is constant as a rule. Parts that 2 *
+    ///         log2(n) partitions have not divided are merge-sorted, with 12 bytes for each member:
+    ///         there the comparator's second argument is not a pivot of the partition.
     void sort(ZSortCompare_6_0 const& comparator,
               ZSortCompare_6_0::sortorder const& order) override;
 

@@ -916,6 +916,101 @@ TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMember)
     }
 }
 
+// A list that partitioning does not divide: it rises, then falls.
+Numbers upThenDown(int members)
+{
+    Numbers numbers;
+    for (int i = 0; i < members; ++i)
+        numbers.push_back(std::min(2 * i, 2 * (members - i) - 1));
+    return numbers;
+}
+
+TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMemberOfAListThatIsMerged)
+{
+    Numbers const before = upThenDown(600);
+    Numbers sorted = before;
+    std::sort(sorted.begin(), sorted.end());
+    bool raised = true;
+    for (long raisesAt = 1; raised; raisesAt += 997) {
+        class Raising final : public ZSortCompare_6_0 {
+        public:
+            explicit Raising(long at) : left_(at) {}
+            int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override
+            {
+                if (--left_ == 0)
+                    throw std::runtime_error("no order");
+                return left->compare(*right);
+            }
+
+        private:
+            mutable long left_;
+        };
+        OwningList list(before);
+        raised = false;
+        try {
+            list.sort(Raising(raisesAt), ZSortCompare_6_0::ascending);
+        } catch (std::runtime_error const&) {
+            raised = true;
+        }
+        Numbers after = numbersOf(list);
+        if (raised)
+            std::sort(after.begin(), after.end());
+        EXPECT_EQ(sorted, after);
+    }
+}
+
+TEST_F(ZArrayListSort, AComparatorMayRemoveMembersOfAListThatIsMerged)
+{
+    class Removing final : public ZSortCompare_6_0 {
+    public:
+        explicit Removing(ZArrayList_6_0& list) : list_(list) {}
+        int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override
+        {
+            unsigned const last = list_.size() - 1;
+            if (++calls_ % 50 == 0 && list_.get(last) != left && list_.get(last) != right)
+                list_.remove(last);
+            return left->compare(*right);
+        }
+
+    private:
+        ZArrayList_6_0& list_;
+        mutable long calls_ = 0;
+    };
+    for (int members : {40, 200, 1000, 5000}) {
+        OwningList list(upThenDown(members));
+        list.sort(Removing(list), ZSortCompare_6_0::ascending);
+        EXPECT_EQ(static_cast<long>(list.size()), CountedObject::alive);
+        EXPECT_GT(static_cast<unsigned>(members), list.size());
+    }
+}
+
+TEST_F(ZArrayListSort, WithoutMemoryForAMergeEveryMemberStays)
+{
+    Numbers const before = upThenDown(2000);
+    Numbers sorted = before;
+    std::sort(sorted.begin(), sorted.end());
+    OwningList list(before);
+    EXPECT_LE(
+        1u,
+        failEachAllocation(
+            [&] { list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending); },
+            [&] {
+                Numbers after = numbersOf(list);
+                std::sort(after.begin(), after.end());
+                EXPECT_EQ(sorted, after);
+                list.removeAll();
+                fill(list, before);
+            }));
+    EXPECT_EQ(sorted, numbersOf(list));
+    list.removeAll();
+    fill(list, before);
+    FailingAllocator::failAt(1);
+    EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, "src/Z/ZArrayList", 253, [&] {
+        list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
+    }));
+    FailingAllocator::stop();
+}
+
 TEST_F(ZArrayListSort, ThePivotIsTheSecondArgument)
 {
     class Recorder final : public ZSortCompare_6_0 {
