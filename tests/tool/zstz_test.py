@@ -49,6 +49,26 @@ class ZstzTest(tool.ToolTest):
         self.expect(INVALID_VALUE, 'the value "8443" of key port in [listener] is no truth value',
                     "get", self.file, "listener", "port", "--as", "boolean")
 
+    def test_get_refuses_a_number_that_it_cannot_print(self):
+        printed = "is not a number from 0 to 4294967295"
+        rows = (("-5", None), ("-0x1", None), (" - 5", None), ("4294967296", None), ("-0", "0"),
+                ("-4294967291", None), ("99999999999999999999", None), ("0x100000000", None),
+                ("+5", "5"), ("4294967295", "4294967295"), ("0xFFFFFFFF", "4294967295"))
+        for value, number in rows:
+            with self.subTest(value):
+                self.path.write_text(f"[a]\nk = {value}\n")
+                arguments = ["get", self.file, "a", "k", "--as", "number"]
+                if number is not None:
+                    self.expect(DONE, number + "\n", *arguments)
+                elif value.startswith(" "):
+                    self.expect(INVALID_VALUE, 'the value "- 5" of key k in [a] is no number',
+                                *arguments)
+                else:
+                    self.expect(INVALID_VALUE,
+                                f'{self.file}: the value "{value}" of key k in [a] {printed}',
+                                *arguments)
+                self.expect(DONE, value.strip() + "\n", *arguments[:4])
+
     def test_names_come_in_file_order(self):
         self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
         self.expect(DONE, "port\nname\nmotd\n", "keys", self.file, "listener")

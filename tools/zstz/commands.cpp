@@ -1,7 +1,10 @@
 #include "commands.h"
 
+#include <errno.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -138,6 +141,20 @@ void checkCount(ZProperties_6_0& store, Request const& request, char const* advi
                                        " values; use --all to " + advice};
 }
 
+// Refuses a value that the library reads as a number of another value: it negates modulo 2^32, and
+// gives the greatest number for one that is too great.
+void checkNumber(std::string const& value, Request const& request)
+{
+    char const* const text = value.c_str() + value.find_first_not_of(" \t\n\v\f\r");
+    errno = 0;
+    unsigned long const wide = strtoul(text, nullptr, 0);
+    if (errno != 0 || wide > UINT_MAX || (*text == '-' && wide != 0))
+        throw Failure{exitInvalidValue,
+                      request.file + ": the value " + quoted(value) + " of key " + request.key +
+                          " in [" + request.stanza + "] is not a number from 0 to " +
+                          std::to_string(UINT_MAX) + "; leave out --as to print it as it is"};
+}
+
 }  // namespace
 
 int runGet(Request const& request)
@@ -147,7 +164,11 @@ int runGet(Request const& request)
     char const* const stanza = request.stanza.c_str();
     char const* const key = request.key.c_str();
     if (request.as == "number") {
-        printf("%u\n", file.store().getIntegerValue(stanza, key, 0, 0));
+        unsigned const number = file.store().getIntegerValue(stanza, key, 0, 0);
+        std::vector<std::string> const values = file.values(request.stanza, request.key);
+        if (!values.empty() && !values.back().empty())
+            checkNumber(values.back(), request);
+        printf("%u\n", number);
     } else if (request.as == "boolean") {
         puts(file.store().getBooleanValue(stanza, key, 0, 0) ? "yes" : "no");
     } else {
