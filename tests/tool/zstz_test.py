@@ -134,6 +134,72 @@ class ZstzTest(tool.ToolTest):
                     self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not", *verb)
                     self.expect_unchanged(REFUSED, printed, *verb)
 
+    # An empty value beside others is not read, and its line is not written again.
+
+    LOST_LINES = (
+        # text, lines that storing drops
+        ("[a]\nk =\nk = v\n", [2]),
+        ("[a]\nk = v\n\n  k=\t\n", [4]),
+        ("[a]\nk =\nb = 1\nk =\nk = v\nk =\n", [2, 4, 6]),
+        ("[a]\nk =\n[b]\nk =\n[a2]\nk =\nk =\n", [7]),
+        ("[]\nk = v\nk =\n[a]\n", [3]),
+        ("[a]\nk =\n#k = v\n[b]\nk = v\n", []),
+        ("[a]\nk =\n[k]\nk = =\nk = #\n", []),
+    )
+
+    def test_check_notes_empty_values_that_storing_would_drop(self):
+        note = ("note: key k has no value on this line but other lines or obfuscated values, and "
+                "storing drops the line; remove it, or give it a value\n")
+        for text, lines in self.LOST_LINES:
+            with self.subTest(text):
+                self.path.write_text(text)
+                run = self.run_tool("check", self.file)
+                self.assertEqual((DONE, ""), (run.returncode, run.stderr))
+                self.assertEqual("".join(f"{self.file}:{line}: {note}" for line in lines),
+                                 run.stdout.split("\n", 1)[1])
+
+    def test_an_edit_that_would_drop_an_empty_value_is_refused(self):
+        for text, lines in self.LOST_LINES:
+            for verb in (["set", self.file, "c", "z", "1"], ["add", self.file, "c", "z", "1"],
+                         ["set", self.file, "a", "z", "1", "--all"]):
+                with self.subTest(text=text, verb=verb):
+                    self.path.write_text(text)
+                    if lines:
+                        self.expect_unchanged(
+                            REFUSED, f"{self.file}:{lines[0]}: the file would not be stored as it "
+                            "is: key k has no value on this line", *verb)
+                    else:
+                        self.expect(DONE, "", *verb)
+
+    def test_an_edit_that_is_to_remove_an_empty_value_is_done(self):
+        text = "[a]\nk =\nk = v\nz = 1\n"
+        for verb, after in ((["set", self.file, "a", "k", "w"], "[a]\nk = w\nz = 1\n"),
+                            (["unset", self.file, "a", "k"], "[a]\nz = 1\n")):
+            self.path.write_text(text)
+            self.expect_unchanged(REFUSED, f"{self.file}:2: the file would not be stored", *verb)
+            self.expect(DONE, "", *verb, "--all")
+            self.expect_text(after)
+        self.path.write_text(text + "[b]\n")
+        self.expect(DONE, "", "unset", self.file, "a", "--stanza")
+        self.expect_text("[b]\n")
+        java = pathlib.Path(self.room.name) / "a.properties"
+        java.write_text("k = w\n")
+        self.path.write_text(text)
+        self.expect(DONE, "", "convert", self.file, "a", "--from", str(java), "--overwrite")
+        self.expect_text("[a]\nk = w\n")
+
+    def test_an_empty_value_beside_obfuscated_ones_is_kept_from_being_dropped(self):
+        self.expect(DONE, "", "set", self.file, "listener", "key", "--obfuscated", given="secret")
+        text = self.path.read_text().replace("[upstream]\n", "[upstream]\nx =\n")
+        text = text.replace("[listener]\n", "[listener]\nkey =\n")
+        self.path.write_text(text)
+        line = text[:text.index("key =")].count("\n") + 1
+        self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not be stored",
+                              "set", self.file, "upstream", "x", "1")
+        self.assertIn(f"{self.file}:{line}: note: key key has no value",
+                      self.run_tool("check", self.file).stdout)
+        self.expect(DONE, "", "unset", self.file, "listener", "key", "--all")
+
     # ---- Hexadecimal dumps ----
 
     @staticmethod

@@ -131,6 +131,14 @@ void checkKind(ZProperties_6_0& store, Request const& request)
                         : " holds plain values; leave out --obfuscated, or unset it first")};
 }
 
+// Returns the key or stanza all lines of which an edit removes or replaces on purpose.
+EditedFile::Replaced replacedBy(Request const& request)
+{
+    if (request.wholeStanza)
+        return {request.stanza, ""};
+    return request.all ? EditedFile::Replaced{request.stanza, request.key} : EditedFile::Replaced{};
+}
+
 // Refuses what would take several values from a key at once.
 void checkCount(ZProperties_6_0& store, Request const& request, char const* advice)
 {
@@ -189,7 +197,7 @@ int runSet(Request const& request)
     checkNames(request.stanza, request.key);
     if (!request.obfuscated)
         checkValue(request.key, value);
-    EditedFile file(request.file);
+    EditedFile file(request.file, replacedBy(request));
     checkKind(file.store(), request);
     checkCount(file.store(), request, "replace them all, or `zstz add`");
     file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
@@ -219,7 +227,7 @@ int runAdd(Request const& request)
 int runUnset(Request const& request)
 {
     checkReserved(request.stanza);
-    EditedFile file(request.file);
+    EditedFile file(request.file, replacedBy(request));
     if (request.wholeStanza) {
         needStanza(file.store(), request.file, request.stanza);
         file.store().deleteStanza(request.stanza.c_str());
@@ -296,6 +304,11 @@ void checkFile(std::string const& path)
                    piece.isTorn ? kTornLine : kZeroByte);
         return true;
     });
+    auto const isObfuscated = [&file](std::string const& stanza, std::string const& key) {
+        return file.isObfuscated(stanza, key);
+    };
+    for (DroppedLine const& dropped : droppedLines(path, isObfuscated))
+        printf("%s:%zu: note: %s\n", path.c_str(), dropped.line, reportOf(dropped).c_str());
 }
 
 }  // namespace

@@ -232,7 +232,10 @@ int convertFromJava(Request const& request)
     }
     checkNames(request.stanza, "key");
 
-    EditedFile file(request.file, EditedFile::mayBeMissing);
+    EditedFile file(
+        request.file,
+        request.overwrite ? EditedFile::Replaced{request.stanza, ""} : EditedFile::Replaced{},
+        EditedFile::mayBeMissing);
     ZStanzaFileProperties_6_0& store = file.store();
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {

@@ -108,18 +108,32 @@ bool LoadedFile::hasComments(std::string const& stanza) const
     return isBehindComment && isInside;
 }
 
-EditedFile::EditedFile(std::string const& path, Need need) : turn_(path), store_(1)
+EditedFile::EditedFile(std::string const& path, Replaced const& replaced, Need need)
+    : turn_(path), store_(1)
 {
     if (need == mayBeMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
+    auto const refuse = [&path](size_t line, std::string const& loss) {
+        throw Failure{exitRefused, path + ":" + std::to_string(line) +
+                                       ": the file would not be stored as it is: " + loss};
+    };
     // What is not read whole would not be written back whole.
-    survey(path, [&path](Piece const& piece) {
+    survey(path, [&refuse](Piece const& piece) {
         if (char const* const loss = piece.isTorn ? kTornLine : piece.hasZero ? kZeroByte : nullptr)
-            throw Failure{exitRefused, path + ":" + std::to_string(piece.line) +
-                                           ": the file would not be stored as it is: " + loss};
+            refuse(piece.line, loss);
         return true;
     });
+    auto const isObfuscated = [this](std::string const& stanza, std::string const& key) {
+        return !stanza.empty() && !key.empty() &&
+               store_.isObfuscated(stanza.c_str(), key.c_str()) != 0;
+    };
+    for (DroppedLine const& dropped : droppedLines(path, isObfuscated)) {
+        bool const isMeant = !replaced.stanza.empty() && dropped.stanza == replaced.stanza &&
+                             (replaced.key.empty() || dropped.key == replaced.key);
+        if (!isMeant)
+            refuse(dropped.line, reportOf(dropped));
+    }
 }
 
 void needStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)

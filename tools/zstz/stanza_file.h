@@ -48,9 +48,16 @@ class EditedFile {
 public:
     enum Need { mustExist, mayBeMissing };
 
-    /// throws  Failure when the file is not read whole, and would not be written back whole; what
-    ///         loading throws.
-    explicit EditedFile(std::string const& path, Need need = mustExist);
+    // What an edit removes with all its lines.
+    struct Replaced {
+        std::string stanza;  // empty: nothing
+        std::string key;     // empty: the whole stanza
+    };
+
+    /// throws  Failure when the file is not read whole, and would not be written back whole but for
+    ///         the lines of `replaced`; what loading throws.
+    explicit EditedFile(std::string const& path, Replaced const& replaced = {},
+                        Need need = mustExist);
 
     ZStanzaFileProperties_6_0& store() { return store_; }
 

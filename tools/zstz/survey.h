@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// The bytes of a line that is read back whole, without its line feed.
 constexpr size_t kLongestLine = 8190;
@@ -29,9 +30,26 @@ struct Piece {
     std::string_view bytes;
 };
 
+// A line of a key without a value that is not written when the file is stored: it is read as
+// nothing next to other lines of its key, or to obfuscated values.
+struct DroppedLine {
+    size_t line;  // as an editor counts them, from 1
+    std::string stanza;
+    std::string key;
+};
+
+/// Returns what is to be said about such a line.
+std::string reportOf(DroppedLine const& dropped);
+
 /// Returns the bytes of a file; none when it is no regular file or cannot be read.
 std::string contents(std::string const& path);
 
 /// Calls `visit` for the pieces of a file, in order, until it returns false.
 /// range   a file that is no regular one, or cannot be read, has none.
 void survey(std::string const& path, std::function<bool(Piece const&)> const& visit);
+
+/// Returns the lines without a value that storing drops from a stanza file, in file order.
+/// range   `isObfuscated(stanza, key)` says whether a key has obfuscated values.
+std::vector<DroppedLine> droppedLines(
+    std::string const& path,
+    std::function<bool(std::string const&, std::string const&)> const& isObfuscated);
