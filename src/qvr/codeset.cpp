@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "converter_p.h"
+#include "single_byte_p.h"
 #include "tables_p.h"
 
 namespace qvr {
@@ -104,15 +105,22 @@ bool buildWithoutConverter(Codeset& codeset, char const* name)
     }
     bool const latin1 = is("ISO-8859-1");
     bool const latin10 = is("ISO-8859-16");
-    if (!latin1 && !latin10 && !is("US-ASCII"))
+    auto const* const table = std::find_if(std::begin(kSingleByte), std::end(kSingleByte),
+                                           [is](SingleByte const& each) { return is(each.name); });
+    bool const tabled = table != std::end(kSingleByte);
+    if (!latin1 && !latin10 && !tabled && !is("US-ASCII"))
         return false;
     codeset.kind = Kind::singleByte;
     fillAscii(codeset);
-    if (latin1 || latin10) {
-        for (uint32_t byte = 0x80; byte < 0x100; ++byte)
+    for (uint32_t byte = 0x80; byte < 0x100; ++byte) {
+        if (latin1 || latin10)
             codeset.first[byte] = latin10 && byte >= 0xA0 ? kIso8859_16[byte - 0xA0] : byte;
+        else if (tabled && table->high[byte - 0x80] != 0)
+            codeset.first[byte] = table->high[byte - 0x80];
     }
-    fillReverse(codeset, [](uint32_t, unsigned) { return true; });
+    // A character that is in ASCII as well is encoded so.
+    fillReverse(codeset,
+                [](uint32_t value, unsigned byte) { return value >= 0x80 || value == byte; });
     return true;
 }
 

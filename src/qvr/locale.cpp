@@ -74,12 +74,12 @@ std::string_view cutFrom(std::string_view& text, char mark)
     return part;
 }
 
-std::string canonicalLocale(char const* name)
+// Returns the canonical form of `name`. Throws Malformed if it has not the form of a locale's name.
+std::string formOf(std::string_view name)
 {
-    if (std::strlen(name) > kMaxName)
+    if (name.size() > kMaxName)
         throw Malformed();
-    std::string const resolved = resolveLocale(name);
-    std::string_view language = resolved;
+    std::string_view language = name;
     std::string_view const modifier = cutFrom(language, '@');
     std::string_view const codeset = cutFrom(language, '.');
     std::string_view const territory = cutFrom(language, '_');
@@ -103,6 +103,17 @@ std::string canonicalLocale(char const* name)
         canonical += '@' + lowered(modifier);
     }
     return canonical;
+}
+
+// A site may give its locales names of another form, and each is the canonical one of its own.
+std::string canonicalLocale(char const* name)
+{
+    std::string const resolved = resolveLocale(name);
+    try {
+        return formOf(resolved);
+    } catch (Malformed const&) {
+        return resolved;
+    }
 }
 
 int write(std::string_view text, char* buf, size_t room)
@@ -159,16 +170,37 @@ std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic,
     }
 }
 
-// Takes what the operating system knows of the locale, in place of the English words.
-void readWords(char const* name, qvr_loc& loc)
+// Returns the operating system's locale; null if it has none of that name.
+LocalePtr openLocale(char const* name)
 {
     errno = 0;  // a locale that is not there need not set it
-    LocalePtr const locale(newlocale(LC_ALL_MASK, name, nullptr));
-    if (locale == nullptr) {
-        if (errno == ENOMEM)
-            throw std::bad_alloc();
+    LocalePtr locale(newlocale(LC_ALL_MASK, name, nullptr));
+    if (locale == nullptr && errno == ENOMEM)
+        throw std::bad_alloc();
+    return locale;
+}
+
+// Returns the operating system's locale whose name has this canonical form; null if there is none.
+// It need not have the form itself as a name: that of the locale in force is tried as well.
+LocalePtr findLocale(std::string const& canonical)
+{
+    LocalePtr locale = openLocale(canonical.c_str());
+    if (locale != nullptr)
+        return locale;
+    LocalePtr const inForce(duplocale(LC_GLOBAL_LOCALE));  // also while another thread changes it
+    if (inForce == nullptr)
+        throw std::bad_alloc();
+    char const* const name = nl_langinfo_l(NL_LOCALE_NAME(LC_CTYPE), inForce.get());
+    return name != canonical && canonicalLocale(name) == canonical ? openLocale(name)
+                                                                   : LocalePtr();
+}
+
+// Takes what the operating system knows of the locale, in place of the English words.
+void readWords(std::string const& canonical, qvr_loc& loc)
+{
+    LocalePtr const locale = findLocale(canonical);
+    if (locale == nullptr)
         return;
-    }
     CodesetPtr const cs(qvr_cs_new(nl_langinfo_l(CODESET, locale.get())));
     if (cs == nullptr)
         return;
@@ -213,14 +245,15 @@ int qvr_os_cs_name(char* buf, size_t room)
 int qvr_canonical_loc(char const* osName, char* buf, size_t room)
 {
     int failed = qvrInvalid;
-    try {
-        // Before anything is written: both arguments may be the same.
-        std::string const canonical = canonicalLocale(osName == nullptr ? "" : osName);
-        failed = prepare(buf, room);
-        return failed != 0 ? failed : write(canonical, buf, room);
-    } catch (Malformed const&) {
-    } catch (std::bad_alloc const&) {
-        failed = qvrNoMemory;
+    if (osName != nullptr && *osName != 0) {
+        try {
+            // Before anything is written: both arguments may be the same.
+            std::string const canonical = canonicalLocale(osName);
+            failed = prepare(buf, room);
+            return failed != 0 ? failed : write(canonical, buf, room);
+        } catch (std::bad_alloc const&) {
+            failed = qvrNoMemory;
+        }
     }
     prepare(buf, room);
     return failed;
@@ -228,17 +261,15 @@ int qvr_canonical_loc(char const* osName, char* buf, size_t room)
 
 qvr_loc_t qvr_loc_new(char const* name)
 {
-    if (name == nullptr)
+    if (name == nullptr || *name == 0)
         return nullptr;
     try {
         std::string const canonical = canonicalLocale(name);
         std::string const language = canonical.substr(0, canonical.find_first_of("_.@"));
         auto loc = std::make_unique<qvr_loc>();
         loc->turkic = language == "tr" || language == "az";
-        readWords(canonical.c_str(), *loc);
+        readWords(canonical, *loc);
         return loc.release();
-    } catch (Malformed const&) {
-        return nullptr;
     } catch (std::bad_alloc const&) {
         return nullptr;
     }

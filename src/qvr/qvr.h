@@ -79,18 +79,19 @@ int qvr_os_lang_name(char* buf, size_t room);
 /// Writes the canonical form of an operating system's locale name, and a terminator:
 /// `language[_TERRITORY][.codeset][@modifier]` with the case as shown and the codeset's preferred
 /// name ("en_US.utf8" gives "en_US.UTF-8"), and "C" for "C" and "POSIX". A name that the locale
-/// alias table knows ("german") is replaced by what it stands for first.
-/// range   `osName` of the form above, and may be `buf`; a codeset that is not known stays as it is
-///         written.
-/// codes   0 done; qvrInvalid when an argument is null or the name is empty or of another form;
-///         qvrNoRoom; qvrNoMemory. On a failure `buf` is the empty text when it has room.
+/// alias table knows ("german") is replaced by what it stands for first. A name of another form, as
+/// a site may give its own locales, is its own canonical form.
+/// range   `osName` may be `buf`; a codeset that is not known stays as it is written.
+/// codes   0 done; qvrInvalid when an argument is null or the name is empty; qvrNoRoom;
+///         qvrNoMemory. On a failure `buf` is the empty text when it has room.
 int qvr_canonical_loc(char const* osName, char* buf, size_t room);
 
 /// Returns a locale for `name`, which is brought to its canonical form first. The language
 /// decides how case changes; day and month names and the usual forms of date and time are those
-/// that the operating system has for the locale, and English ones when it has none.
+/// that the operating system has for the locale, and English ones when it has none. The locale in
+/// force is found by its canonical name too, whatever the operating system calls it.
 /// owns    the caller's, released with qvr_loc_free.
-/// codes   null when `name` is null or not a locale name, or when there is no memory.
+/// codes   null when `name` is null or empty, or when there is no memory.
 qvr_loc_t qvr_loc_new(char const* name);
 
 /// Releases a locale. Null is accepted.
@@ -103,7 +104,8 @@ int qvr_os_cs_name(char* buf, size_t room);
 /// Returns a codeset for `name`. Of a name only letters, in either case, and digits count, and
 /// of a number not its leading zeros: "ISO_8859-01" is "iso88591".
 /// The name is looked up in the alias table, then among the converter files of the directory,
-/// then among the names that are known without it, which are all that ICU knows.
+/// then among the names that are known without it: all that ICU knows, and those of ISO-8859-16,
+/// ARMSCII-8, GEORGIAN-PS, KOI8-T, PT154 and RK1048.
 /// range   at most 127 bytes, none of them a slash, a backslash or a comma.
 /// owns    the caller's, released with qvr_cs_free. Every call returns another handle, also for
 ///         the same codeset, so that a handle's address tells who made it.

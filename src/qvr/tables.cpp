@@ -49,10 +49,18 @@ constexpr BuiltIn kCodesets[] = {
     {"iso-ir-226", "ISO-8859-16"},
     {"latin10", "ISO-8859-16"},
     {"l10", "ISO-8859-16"},
+    {"PTCP154", "PT154"},
+    {"csPTCP154", "PT154"},
+    {"CP154", "PT154"},
+    {"Cyrillic-Asian", "PT154"},
+    {"KZ-1048", "RK1048"},
+    {"csKZ1048", "RK1048"},
+    {"STRK1048-2002", "RK1048"},
 };
 
-// Preferred names that ICU does not have.
-constexpr char const* kPreferred[] = {"ISO-8859-11", "ISO-8859-16"};
+// Preferred names that ICU does not have, or has others for than the operating system's locales.
+constexpr char const* kPreferred[] = {"ISO-8859-11", "ISO-8859-16", "ARMSCII-8", "GEORGIAN-PS",
+                                      "KOI8-T",      "PT154",       "RK1048"};
 
 constexpr BuiltIn kLocales[] = {
     {"bokmal", "nb_NO.ISO-8859-1"},    {"catalan", "ca_ES.ISO-8859-1"},
@@ -277,16 +285,18 @@ std::string preferredCodesetName(char const* name)
 {
     std::string const resolved = resolveCodeset(name).name;
     // The name as it is first: what it resolves to may be a table of ICU's without other names.
-    for (char const* each : {name, resolved.c_str()}) {
+    char const* const names[] = {name, resolved.c_str()};
+    for (char const* each : names)
+        for (char const* preferred : kPreferred)
+            if (kCompareCodesets(each, preferred) == 0)
+                return preferred;
+    for (char const* each : names) {
         for (char const* standard : {"MIME", "IANA"}) {
             UErrorCode rc = U_ZERO_ERROR;
             char const* const preferred = ucnv_getStandardName(each, standard, &rc);
             if (U_SUCCESS(rc) && preferred != nullptr)
                 return preferred;
         }
-        for (char const* preferred : kPreferred)
-            if (kCompareCodesets(each, preferred) == 0)
-                return preferred;
     }
     return name;
 }

@@ -271,6 +271,11 @@ constexpr Pair kPairs[] = {
     {"KOI8-R", "KOI8-R", 1},
     {"KOI8-U", "KOI8-U", 1},
     {"TIS-620", "TIS-620", 1},
+    {"ARMSCII-8", "ARMSCII-8", 1},
+    {"GEORGIAN-PS", "GEORGIAN-PS", 1},
+    {"KOI8-T", "KOI8-T", 1},
+    {"PT154", "PT154", 1},
+    {"RK1048", "RK1048", 1},
     {"IBM-037", "IBM037", 1},
     {"IBM-1047", "IBM1047", 1},
     {"IBM-273", "IBM273", 1},
@@ -515,6 +520,49 @@ TEST(qvrCodesets, MapEveryCharacterThatIconvKnowsAsItDoes)
         EXPECT_EQ(1u, agreed.count(&row)) << "does not differ: " << row;
     for (Encoded const& row : kEncoded)
         EXPECT_EQ(1u, agreed.count(&row)) << "does not differ: " << row;
+}
+
+// Of these both have the same characters: no byte and no code point is known to one alone.
+TEST(qvrCodesets, TablesOfOurOwnAreThoseOfIconvToTheByte)
+{
+    for (char const* const name :
+         {"ARMSCII-8", "GEORGIAN-PS", "KOI8-T", "PT154", "RK1048", "ISO-8859-16"}) {
+        SCOPED_TRACE(name);
+        Codeset const cs(name);
+        ASSERT_NE(nullptr, qvr_cs_t(cs));
+        Peer decoder("UTF-8", name);
+        Peer encoder(name, "UTF-8");
+        ASSERT_TRUE(decoder.known() && encoder.known());
+        size_t characters = 0;
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            std::string const text(1, static_cast<char>(byte));
+            std::string const theirs = decoder.convert(text);
+            EXPECT_EQ(theirs.empty() ? "failed: -1" : theirs, toUtf8(cs, text)) << hex(text);
+            EXPECT_EQ(theirs.empty() ? -1 : byte == 0 ? 0 : 1, qvr_mblen(cs, text.data(), 1));
+            characters += theirs.empty() ? 0 : 1;
+        }
+        EXPECT_LT(230u, characters);
+        for (uint32_t value = 0; value <= 0x10FFFF; value += value == 0xD7FF ? 0x801 : 1) {
+            std::string const text = utf8(value);
+            std::string const theirs = encoder.convert(text);
+            char out[8];
+            ptrdiff_t const length = qvr_from_utf8(cs, text.data(), text.size(), out, sizeof out);
+            if (theirs != std::string(out, length > 0 ? static_cast<size_t>(length) : 0))
+                ADD_FAILURE() << "U+" << std::hex << value << " is " << hex(theirs) << " to iconv";
+        }
+    }
+}
+
+// Every codeset that the operating system has a locale of.
+TEST(qvrCodesets, AreThereForEveryLocaleOfTheSystem)
+{
+    std::ifstream supported("/usr/share/i18n/SUPPORTED");
+    if (!supported)
+        GTEST_SKIP() << "there is no list of locales (Debian package locales)";
+    size_t locales = 0;
+    for (std::string locale, codeset; supported >> locale >> codeset; ++locales)
+        EXPECT_NE(nullptr, qvr_cs_t(Codeset(codeset.c_str()))) << locale << ' ' << codeset;
+    EXPECT_LT(100u, locales);
 }
 
 }  // namespace

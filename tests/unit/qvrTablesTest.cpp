@@ -121,7 +121,7 @@ TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
 
     ASSERT_EQ(0, qvr_set_dir(""));
     EXPECT_EQ("none", euroIn("house-codeset"));
-    EXPECT_EQ("none", canonical("house"));
+    EXPECT_EQ("house", canonical("house"));
     EXPECT_EQ("de_DE.ISO-8859-1", canonical("german"));
 }
 
@@ -312,7 +312,7 @@ TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
                 std::string const name = line.substr(line.rfind(' ') + 1);
                 if (table[0] == 'l') {
                     EXPECT_EQ(canonical(name.c_str()), canonical(alias.c_str()));
-                    EXPECT_NE("none", canonical(alias.c_str()));
+                    EXPECT_NE(alias, canonical(alias.c_str()));
                     continue;
                 }
                 Codeset const one(alias.c_str());

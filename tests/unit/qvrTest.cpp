@@ -38,6 +38,16 @@ TEST(qvr, CodesetNamesAreTakenAsPeopleWriteThem)
         {"CP1252", "\u20ac", "\x80"},
         {"windows-1252", "\u20ac", "\x80"},
         {"KOI8-R", "\u042f", "\xF1"},
+        {"ARMSCII-8", "\u0531(", "\xB2("},
+        {"armscii8", "\u0561)", "\xB3)"},
+        {"GEORGIAN-PS", "\u10d0", "\xC0"},
+        {"KOI8-T", "\u049b", "\x80"},
+        {"PT154", "\u0496", "\x80"},
+        {"PTCP154", "\u0496", "\x80"},
+        {"CP154", "\u0496", "\x80"},
+        {"RK1048", "\u04d9", "\xBC"},
+        {"KZ-1048", "\u04d9", "\xBC"},
+        {"STRK1048-2002", "\u04d9", "\xBC"},
         {"SJIS", "\u8868", "\x95\x5C"},
         {"Shift_JIS", "\u8868", "\x95\x5C"},
         {"eucJP", "\u8868", "\xC9\xBD"},
@@ -331,6 +341,12 @@ TEST(qvr, LocaleNamesAreBroughtToOneForm)
         {"zh_TW.big5", "zh_TW.Big5"},
         {"ro_RO.iso885916", "ro_RO.ISO-8859-16"},
         {"th_TH.iso885911", "th_TH.ISO-8859-11"},
+        {"hy_AM.armscii8", "hy_AM.ARMSCII-8"},
+        {"ka_GE.georgianps", "ka_GE.GEORGIAN-PS"},
+        {"tg_TJ.koi8t", "tg_TJ.KOI8-T"},
+        {"kk_KZ.pt154", "kk_KZ.PT154"},
+        {"kk_KZ.Cyrillic-Asian", "kk_KZ.PT154"},
+        {"kk_KZ.KZ-1048", "kk_KZ.RK1048"},
         {"en_US.no-such-codeset", "en_US.no-such-codeset"},
         {"sr_RS@latin", "sr_RS@latin"},
         {"es_419", "es_419"},
@@ -355,11 +371,10 @@ TEST(qvr, LocaleNamesAreBroughtToOneForm)
     }
 }
 
-TEST(qvr, WhatIsNoLocaleNameIsRefused)
+TEST(qvr, ALocaleNameOfAnotherFormIsItsOwnCanonicalForm)
 {
-    std::string const longName = "en_US." + std::string(500, 'x');
+    std::string const longName = "en_US." + std::string(240, 'x');
     char const* const names[] = {
-        "",
         "x",
         "1",
         "e1",
@@ -379,16 +394,37 @@ TEST(qvr, WhatIsNoLocaleNameIsRefused)
         "en_US.UTF-8@a b",
         "LC_CTYPE=C;LC_NUMERIC=C",
         "\xC3\xA9n",
-        "toolonglanguage",
+        "company",
+        "Company.utf8@X",
         longName.c_str(),
     };
     for (char const* const each : names) {
         SCOPED_TRACE(each);
         char name[600] = "before";
-        EXPECT_EQ(qvrInvalid, qvr_canonical_loc(each, name, sizeof name));
+        EXPECT_EQ(0, qvr_canonical_loc(each, name, sizeof name));
+        EXPECT_STREQ(each, name);
+        EXPECT_EQ(0, qvr_canonical_loc(name, name, sizeof name)) << "in place";
+        EXPECT_STREQ(each, name);
+        EXPECT_EQ(0, qvr_canonical_loc(each, name, std::strlen(each) + 1));
+        EXPECT_EQ(qvrNoRoom, qvr_canonical_loc(each, name, std::strlen(each)));
         EXPECT_STREQ("", name);
-        EXPECT_EQ(nullptr, qvr_loc_new(each));
+        Locale const locale(each);
+        EXPECT_NE(nullptr, qvr_loc_t(locale));
+        // No language's own rules, and English words.
+        char text[] = "i";
+        EXPECT_STREQ("I", qvr_strupper(Codeset("UTF-8"), locale, text));
+        struct tm time = {};
+        EXPECT_NE(nullptr, qvr_strptime(Codeset("UTF-8"), locale, "March", "%B", &time));
+        EXPECT_EQ(2, time.tm_mon);
     }
+}
+
+TEST(qvr, AnEmptyLocaleNameIsRefused)
+{
+    char name[8] = "before";
+    EXPECT_EQ(qvrInvalid, qvr_canonical_loc("", name, sizeof name));
+    EXPECT_STREQ("", name);
+    EXPECT_EQ(nullptr, qvr_loc_new(""));
 }
 
 TEST(qvr, CharactersAreMeasuredAndDecoded)

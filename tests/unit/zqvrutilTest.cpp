@@ -397,6 +397,53 @@ TEST_F(zqvrutilStart, EndsANameThatTheServicesLeaveUnended)
                 testing::KilledBySignal(SIGABRT), withoutCodeset(std::string(31, 'x')));
 }
 
+// Locales that the tests' build makes: of codesets that ICU does not have, and with names of a
+// site's own.
+TEST_F(zqvrutilStart, ServesLocalesOfEveryCodesetAndName)
+{
+    struct Case {
+        char const* locale;
+        char const* canonical;
+        char const* codeset;
+        char const* local;
+        char const* utf8;
+        char const* may;  // the month, in UTF-8
+    };
+    Case const cases[] = {
+        {"hy_AM.ARMSCII-8", "hy_AM.ARMSCII-8", "ARMSCII-8", "\xB2\xB3", "\u0531\u0561", nullptr},
+        {"ka_GE.GEORGIAN-PS", "ka_GE.GEORGIAN-PS", "GEORGIAN-PS", "\xC0\xE4", "\u10d0\u10f0",
+         "\u10db\u10d0\u10d8\u10e1\u10d8"},
+        {"tg_TJ.KOI8-T", "tg_TJ.KOI8-T", "KOI8-T", "\x8D\xC1", "\u04b7\u0430", nullptr},
+        {"kk_KZ.PT154", "kk_KZ.PT154", "PT154", "\x80\xE0", "\u0496\u0430", nullptr},
+        {"kk_KZ.RK1048", "kk_KZ.RK1048", "RK1048", "\x8D\xE0", "\u049a\u0430", nullptr},
+        {"company.utf8@X", "company.utf8@X", "UTF-8", "\u00e4", "\u00e4", "Mai"},
+        {"Our own: site", "Our own: site", "UTF-8", "\u00e4", "\u00e4", "Mai"},
+        {Z_LONG_LOCALE, Z_LONG_LOCALE, "UTF-8", "\u00e4", "\u00e4", "Mai"},
+        {"tr_TR.utf8@Ours", "tr_TR.UTF-8@ours", "UTF-8", "\u00e4", "\u00e4", "May\u0131s"},
+        {"de_DE.latin1", "de_DE.ISO-8859-1", "ISO-8859-1", "\xE4", "\u00e4", "Mai"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.locale);
+        EXPECT_EXIT(exitWith([&] {
+                        setenv("LOCPATH", Z_TEST_LOCALES, 1);
+                        setenv("LC_ALL", c.locale, 1);
+                        ZLCString_6_0 const text(c.local);
+                        EXPECT_STREQ(c.locale, setlocale(LC_CTYPE, nullptr));
+                        EXPECT_STREQ(c.codeset, zgetLocalCodesetName_6_0());
+                        EXPECT_STREQ(c.canonical, zgetlocale_6_0());
+                        EXPECT_STREQ(c.utf8, ZUTF8String_6_0(text).getChars());
+                        EXPECT_STREQ(c.local, ZLCString_6_0(ZUTF8String_6_0(c.utf8)).getChars());
+                        struct tm time = {};
+                        if (c.may != nullptr) {
+                            EXPECT_NE(nullptr,
+                                      zstrptime_6_0(zgetUTF8Handle_6_0(), c.may, "%B", &time));
+                            EXPECT_EQ(4, time.tm_mon);
+                        }
+                    }),
+                    testing::ExitedWithCode(0), "");
+    }
+}
+
 TEST(zqvrutil, SetsTheDirectoryOfTheTables)
 {
     std::vector<std::string>& calls = services().calls;
