@@ -115,6 +115,13 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     // A report to standard error must never end up in a mapped file: when the process has closed
     // descriptor 1 or 2, open() returns it.
     int fd = open(name_.getChars(), flags, kCreateMode);
+    // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
+    // (fs.protected_regular), even to root.
+    if (fd < 0 && errno == EACCES && (flags & O_CREAT) != 0) {
+        fd = open(name_.getChars(), flags & ~O_CREAT);
+        if (fd < 0)
+            errno = EACCES;
+    }
     if (fd > STDIN_FILENO)
         fd = zmoveUp(fd);
     if (fd < 0) {

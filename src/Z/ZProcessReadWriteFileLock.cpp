@@ -50,6 +50,21 @@ constexpr mode_t kMode = S_ISGID | S_IRUSR | S_IWUSR;
 constexpr int kAttempts = 100;  // at a file that is replaced again and again while it is locked
 constexpr int kTornFile = -1;   // the rc of a read that found fewer bytes than there should be
 
+// Returns why a regular file must not become a lock file, or 0: bytes are written into it.
+int refusal(struct stat const& status)
+{
+    // Another user's file may have been linked to the name of the lock. A file without a name was
+    // removed just now; lockFile() notices that.
+    if (status.st_nlink > 1)
+        return EMLINK;
+    // A file that its owner shares, by group, others or ACL, has a group or others that may write.
+    // What root may use is not narrowed: it takes locks of every user's programs.
+    bool const isShared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    uid_t const self = geteuid();
+    bool const isTrusted = status.st_uid == self || status.st_uid == 0 || self == 0;
+    return isTrusted || isShared ? 0 : EPERM;
+}
+
 // Runs `clean` and reports what it raises: something else is on its way already. Returns whether
 // it raised nothing. The steps of the protocol may be those of a derived class.
 template <class Clean>
@@ -535,9 +550,18 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
 {
     if (shared_->isOpen())  // opening it again would close it, and free what is locked
         return;
-    constexpr int kFlags = O_RDWR | O_CREAT | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
-    int const error =
-        withMemory([this] { return shared_->open(getLockFileName(), kFlags, kMode); });
+    constexpr int kFlags = O_RDWR | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
+    auto const openWith = [this](int flags) {
+        return withMemory([&] { return shared_->open(getLockFileName(), flags, kMode, refusal); });
+    };
+    // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
+    // (fs.protected_regular), even to root. Hence O_CREAT only for a file that is missing.
+    int error = openWith(kFlags);
+    for (int attempt = 0; error == ENOENT && attempt < kAttempts; ++attempt) {
+        error = openWith(kFlags | O_CREAT | O_EXCL);
+        if (error == EEXIST)  // another process has made it meanwhile, and may have removed it
+            error = openWith(kFlags);
+    }
     // KEPT: the errno of a failed open is lost; callers know EBADF, which the lock of the range
     // that is asked for next raises. Test: ZProcessReadWriteFileLock.KeepsAFailedOpenToItself
     __atomic_store_n(&fd_, error == 0 ? shared_->descriptor() : -1, __ATOMIC_RELAXED);

@@ -189,6 +189,8 @@ public:
     void readBytes(void* bytes, unsigned int offset, unsigned int length) override;
 
     /// Opens the lock file, making it when it is missing; one that is open stays as it is.
+    /// range   a regular file with one name. It belongs to the effective user or root, or its mode
+    ///         allows its group or others to write; root may use every user's.
     /// kept    a failure shows only in what is done with the file next: errno EBADF.
     virtual void createLockFile();
 

@@ -61,10 +61,11 @@ int setLock(int fd, int command, short type, off_t start, off_t length)
     return rc < 0 ? errno : 0;
 }
 
-int kindError(struct stat const& status)
+// Returns why the file is not to be used, or 0.
+int kindError(struct stat const& status, ZSharedFile::Refusal refusal)
 {
     if (S_ISREG(status.st_mode))
-        return 0;
+        return refusal != nullptr ? refusal(status) : 0;
     return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
 }
 
@@ -225,7 +226,7 @@ int zmoveUp(int fd)
     return moved;
 }
 
-int ZSharedFile::open(char const* path, int flags, mode_t mode)
+int ZSharedFile::open(char const* path, int flags, mode_t mode, Refusal refusal)
 {
     ZCancelGuard const uncancelled;
     close();
@@ -240,7 +241,7 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     bool const follows = (flags & O_NOFOLLOW) == 0;
     if (asksFirst && (follows ? stat(path, &status) : lstat(path, &status)) == 0) {
         bool const link = S_ISLNK(status.st_mode);
-        if (int const error = link ? ELOOP : kindError(status))
+        if (int const error = link ? ELOOP : kindError(status, refusal))
             return error;
         Entry* const entry = (flags & O_EXCL) != 0 ? nullptr : files.find(status);
         if (entry != nullptr && (entry->writable || !writes)) {
@@ -261,10 +262,11 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode)
     int fd = openRetrying(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
     if (fd < 0)
         return errno;
-    int error = fstat(fd, &status) < 0 ? errno : kindError(status);
+    bool const isKnown = fstat(fd, &status) == 0;
+    int error = isKnown ? kindError(status, refusal) : errno;
     // The file may have got another name since it was looked up: then it is open already after
-    // all, and this descriptor must stay open with the others.
-    Entry* const known = error == 0 ? files.find(status) : nullptr;
+    // all, and this descriptor must stay open with the others, also when it is refused.
+    Entry* const known = isKnown ? files.find(status) : nullptr;
     auto const retire = [known](int descriptor) {
         if (known != nullptr)
             known->descriptors.push_back(descriptor);

@@ -25,6 +25,8 @@
 
 class ZSharedFile {
 public:
+    using Refusal = int (*)(struct stat const& status);
+
     ZSharedFile() = default;
     ZSharedFile(ZSharedFile const&) = delete;
     ZSharedFile& operator=(ZSharedFile const&) = delete;
@@ -35,11 +37,12 @@ public:
     /// Opens `path` as open() does, or shares what is open already, and returns 0.
     /// range   `flags`: O_RDONLY or O_RDWR, with O_CREAT, O_EXCL, O_NOFOLLOW and O_SYNC if wanted.
     ///         Nothing but regular files is opened; with O_NONBLOCK, what is none may be opened and
-    ///         closed again.
+    ///         closed again. `refusal` returns 0 for a regular file that may be used, else an
+    ///         errno; null accepts every file. It is asked about the inode that was opened.
     /// codes   errno of the call that failed; EISDIR for a directory, EINVAL for what is no regular
-    ///         file either.
+    ///         file either; what `refusal` returns.
     /// throws  std::bad_alloc.
-    int open(char const* path, int flags, mode_t mode);
+    int open(char const* path, int flags, mode_t mode, Refusal refusal = nullptr);
 
     /// Releases what this reference has locked; the last reference closes the file.
     void close();

@@ -263,8 +263,13 @@ class LockTest(tool.ToolTest):
         def pipe():
             os.mkfifo(self.lock_file)
 
+        def named_twice():
+            (self.folder / "victim").write_text("untouched")
+            os.link(self.folder / "victim", self.lock_file)
+
         for make, printed in ((torn, "too short"), (folder, "Is a directory"),
-                              (link, "symbolic link"), (pipe, "no regular file")):
+                              (link, "symbolic link"), (pipe, "no regular file"),
+                              (named_twice, "more than one name")):
             with self.subTest(make.__name__):
                 make()
                 run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"))
@@ -281,6 +286,7 @@ class LockTest(tool.ToolTest):
                     self.lock_file.unlink()
                 (self.folder / "ran").unlink(missing_ok=True)
         self.assertFalse((self.folder / "elsewhere").exists())
+        self.assertEqual("untouched", (self.folder / "victim").read_text())
 
     def test_lock_files_that_cannot_be_shown(self):
         rows = ((lambda: self.lock_file.write_bytes(b"ab"), "it is too short to be one"),

@@ -231,6 +231,29 @@ TEST_F(ZFileMap, OpensAsItsModeSays)
     }
 }
 
+// The kernel refuses O_CREAT for another user's file in a sticky directory.
+TEST_F(ZFileMap, MapsAnEmptyFileThatMustNotBeOpenedWithCreate)
+{
+    callPlan.before = [](SystemCall const& call) {
+        bool const isThere = call.path != nullptr && access(call.path, F_OK) == 0;
+        return call.name == "open" && (call.flags & O_CREAT) != 0 && isThere ? EACCES : 0;
+    };
+    ZUnixFileMap_6_0 map(name("empty"), kReadWrite, 0);
+    int code = 7;
+    EXPECT_NE(nullptr, map.mapfile(&code, 10));
+    EXPECT_EQ(0, code);
+    ZUnixFileMap_6_0 made(name("made"), kReadWrite, 0);
+    EXPECT_NE(nullptr, made.mapfile(&code, 10));
+    EXPECT_EQ(std::string(10, '\0'), read("made"));
+    // A directory that does not let the file be made stays the reason.
+    callPlan.before = [](SystemCall const& call) {
+        return call.name == "open" && (call.flags & O_CREAT) != 0 ? EACCES : 0;
+    };
+    ZUnixFileMap_6_0 missing(name("missing"), kReadWrite, 0);
+    EXPECT_EQ(nullptr, missing.mapfile(&code, 10));
+    EXPECT_EQ(EACCES, code);
+}
+
 TEST_F(ZFileMap, DoesNotWaitForTheWriterOfAPipe)
 {
     ASSERT_EQ(0, mkfifo(path("pipe").c_str(), 0600));

@@ -23,6 +23,7 @@
 #include "EachAllocation.h"
 #include "FailingAllocator.h"
 #include "LockStates.h"
+#include "Nobody.h"
 #include "NotedMessages.h"
 #include "OtherLocker.h"
 #include "Raised.h"
@@ -613,11 +614,8 @@ TEST_F(ZProcessReadWriteFileLock, ThreadsExcludeOneAnother)
 TEST_F(ZProcessReadWriteFileLock, TwoObjectsOnOneFileExcludeOneAnother)
 {
     Lock one(dir().c_str(), "a");
-    ASSERT_EQ(0, mkdir(directory_.at("sub").c_str(), 0700));
-    one.readLock();
-    one.unlock();
-    ASSERT_EQ(0, link(path().c_str(), directory_.at("sub/._zplb").c_str()));
-    Lock sameFile(directory_.at("sub").c_str(), "b");
+    ASSERT_EQ(0, symlink(".", directory_.at("sub").c_str()));
+    Lock sameFile(directory_.at("sub").c_str(), "a");
     for (State first : {kRead, kWrite})
         for (State second : {kRead, kWrite}) {
             SCOPED_TRACE(first * 10 + second);
@@ -1184,6 +1182,179 @@ TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
     }
     EXPECT_EQ("untouched", directory_.read("victim"));
     EXPECT_EQ("victim", directory_.names());
+}
+
+// Locking writes into the file: it must not be another user's data under the name of the lock.
+TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsBytes)
+{
+    std::string const victim = directory_.write("victim", "untouched");
+    Lock lock(dir().c_str(), "a");
+    for (State state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        ASSERT_EQ(0, link(victim.c_str(), path().c_str()));
+        EXPECT_TRUE(
+            raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327, [&] { lock.lock(state); }));
+        EXPECT_EQ("untouched", directory_.read("victim"));
+        unlink(path().c_str());
+        expectFree(lock);
+        unlink(path().c_str());
+    }
+    // A link that is made while the file is held changes nothing for its holder, and refusing the
+    // next one leaves the holder's ranges alone.
+    lock.writeLock();
+    ASSERT_EQ(0, link(path().c_str(), directory_.at("second").c_str()));
+    elsewhere([&] {
+        Lock late(dir().c_str(), "a");
+        EXPECT_TRUE(
+            raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327, [&] { late.readLock(); }));
+    });
+    EXPECT_EQ("ww", seen());
+    lock.unlock();
+    EXPECT_EQ(1u, word(0));
+    unlink(directory_.at("second").c_str());
+    expectFree(lock);
+}
+
+// The name is exchanged between the look at it and the open.
+TEST_F(ZProcessReadWriteFileLock, RefusedFileThatIsLockedAlreadyStaysLocked)
+{
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    CallPlan wanted;
+    wanted.before = [&](SystemCall const& call) {
+        if (call.name == "open" && link(path().c_str(), directory_.at("._zplb").c_str()) != 0)
+            ADD_FAILURE() << "no link";
+        return 0;
+    };
+    elsewhere([&] {
+        Lock other(dir().c_str(), "b");
+        WatchedCalls const watched(wanted);
+        EXPECT_TRUE(
+            raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327, [&] { other.readLock(); }));
+    });
+    EXPECT_EQ("ww", seen());
+    lock.unlock();
+    unlink(directory_.at("._zplb").c_str());
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, OwnersWhoMayHaveMadeTheFile)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "gives files to other users, which only root may do";
+    constexpr uid_t kNobody = 65534;  // whom the child runs as
+    constexpr uid_t kStranger = 4321;
+    struct Case {
+        char const* name;
+        uid_t owner;
+        mode_t mode;
+        bool byNobody;
+        bool byRoot;
+    };
+    Case const cases[] = {{"one's own", kNobody, 0600, true, true},
+                          {"root's, for all", 0, 0666, true, true},
+                          {"root's alone", 0, 0600, false, true},
+                          {"a stranger's, for all", kStranger, 0666, true, true},
+                          {"a stranger's alone", kStranger, 0600, false, true}};
+    ASSERT_EQ(0, chmod(dir().c_str(), 01777));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        directory_.write("._zpla", "");
+        ASSERT_EQ(0, chmod(path().c_str(), c.mode));
+        ASSERT_EQ(0, chown(path().c_str(), c.owner, c.owner));
+        auto const locks = [&] {
+            Lock lock(dir().c_str(), "a");
+            try {
+                lock.writeLock();
+                lock.unlock();
+                return true;
+            } catch (ZLockResourceException_6_0 const& e) {
+                EXPECT_EQ(EBADF, e.returnCode());
+                return false;
+            }
+        };
+        EXPECT_EQ(c.byRoot, locks());
+        asNobody([&] { return locks() == c.byNobody; });
+        unlink(path().c_str());
+    }
+}
+
+// A process may be able to open every file without being root (CAP_DAC_OVERRIDE).
+TEST_F(ZProcessReadWriteFileLock, PrivateFileOfAnotherUserIsRefusedHoweverItCouldBeOpened)
+{
+    directory_.write("._zpla", "untouched");
+    ASSERT_EQ(0, chmod(dir().c_str(), 0755));
+    ASSERT_EQ(0, chmod(path().c_str(), 0666));
+    asNobody([&] {
+        CallPlan wanted;
+        wanted.after = [](SystemCall const& call, ssize_t&) {
+            if (call.name != "fstat")
+                return;
+            auto* const status = static_cast<struct stat*>(call.to);
+            status->st_uid = 4321;
+            status->st_mode = S_IFREG | 0600;
+        };
+        WatchedCalls const watched(wanted);
+        Lock lock(dir().c_str(), "a");
+        return static_cast<bool>(
+            raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327, [&] { lock.writeLock(); }));
+    });
+    EXPECT_EQ("untouched", directory_.read("._zpla"));
+}
+
+// The kernel refuses O_CREAT for another user's file in a sticky directory, even to root.
+TEST_F(ZProcessReadWriteFileLock, FileThatIsThereIsOpenedWithoutCreate)
+{
+    Lock lock(dir().c_str(), "a");
+    CallPlan wanted;
+    wanted.before = [&](SystemCall const& call) {
+        bool const isThere = access(path().c_str(), F_OK) == 0;
+        return call.name == "open" && (call.flags & O_CREAT) != 0 && isThere ? EACCES : 0;
+    };
+    for (int i = 0; i < 2; ++i) {  // missing, then there
+        WatchedCalls const watched(wanted);
+        lock.writeLock();
+        lock.unlock();
+    }
+    EXPECT_EQ(2u, word(0));
+}
+
+TEST_F(ZProcessReadWriteFileLock, FileThatIsMadeOrRemovedMeanwhileIsFound)
+{
+    Lock lock(dir().c_str(), "a");
+    int turns = 0;
+    CallPlan wanted;
+    wanted.before = [&](SystemCall const& call) {
+        if (call.name != "open" || ++turns > 6)
+            return 0;
+        if ((call.flags & O_CREAT) != 0)
+            directory_.write("._zpla", "");
+        else
+            unlink(path().c_str());
+        return 0;
+    };
+    {
+        WatchedCalls const watched(wanted);
+        lock.writeLock();
+    }
+    EXPECT_LT(6, turns);
+    EXPECT_EQ("ww", seen());
+    lock.unlock();
+    // A name that never stays is given up.
+    unlink(path().c_str());
+    wanted.before = [&](SystemCall const& call) {
+        if (call.name == "open" && (call.flags & O_CREAT) != 0)
+            directory_.write("._zpla", "");
+        else if (call.name == "open")
+            unlink(path().c_str());
+        return 0;
+    };
+    {
+        WatchedCalls const watched(wanted);
+        EXPECT_TRUE(
+            raises<ZLockResourceException_6_0>(33, EBADF, kSource, 327, [&] { lock.readLock(); }));
+    }
+    expectFree(lock);
 }
 
 // ---- Failures ----------------------------------------------------------------------------------

@@ -94,11 +94,19 @@ char const* whyNotOpened(int error)
 // The library does not tell why a lock file could not be opened.
 std::string whyNotOpened(std::string const& path)
 {
-    int const fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW;
+    int fd = open(path.c_str(), kFlags);
+    if (fd < 0 && errno == ENOENT)
+        fd = open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0600);
     if (fd < 0)
         return whyNotOpened(errno);
+    struct stat status = {};
+    fstat(fd, &status);
     close(fd);
-    return kNoRegularFile;
+    if (!S_ISREG(status.st_mode))
+        return kNoRegularFile;
+    return status.st_nlink > 1 ? "it has more than one name (hard links)"
+                               : "it belongs to another user";
 }
 
 void acquire(Lock& lock, Request const& request)
