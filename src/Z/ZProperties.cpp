@@ -17,6 +17,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -371,7 +372,7 @@ ZProperties_6_0::ZProperties_6_0(ZProperties_6_0 const& other)
             ZNotClonableException_6_0().throwException(kSource, raiseInConstructor);
         fileName_ = other.fileName_;
         auto rep = std::make_unique<Rep>(*copy);
-        rep->setStamp(other.rep_->stamp());
+        rep->companions = other.rep_->companions;
         modified_ = other.modified_;
         timeStamp_ = other.timeStamp_;
         cache_ = copy.release();
@@ -697,32 +698,149 @@ char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const*
 void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
                                     ZStoreFile const& file)
 {
+    ZStoreFile::Stamp const& stamp = file.stamp();
+    // Whether a name means the file, by this path or by another.
+    auto const isNameOf = [&](char const* name) {
+        struct stat status;
+        return strcmp(name, path) == 0 ||
+               (stat(name, &status) == 0 && status.st_dev == stamp.device &&
+                status.st_ino == stamp.inode);
+    };
     if (store.fileName_.isEmpty())
         store.fileName_ = path;
-    store.rep_->setStamp(file.stamp());
-    store.timeStamp_ = file.stamp().seconds;
+    if (isNameOf(store.fileName_.getChars()))
+        store.timeStamp_ = stamp.seconds;
+    Rep& rep = *store.rep_;
+    if (rep.sharedPath.empty() || !isNameOf(rep.sharedPath.c_str()))
+        return;
+    std::lock_guard<std::mutex> const guard(rep.stampMutex_);
+    rep.sharedStamp_ = stamp;
 }
 
-bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store, char const* path)
+bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store)
 {
     if (std::atomic_ref<int>(store.modified_).load(std::memory_order_relaxed) != 0)
         return true;
     struct stat status;
-    return stat(path, &status) != 0 || ZStoreFile::Stamp(status) == store.rep_->stamp();
+    return stat(store.rep_->sharedPath.c_str(), &status) != 0 ||
+           ZStoreFile::Stamp(status) == store.rep_->sharedStamp();
 }
 
-bool ZProperties_6_0::Rep::hasCompanionEntry(ZProperties_6_0 const& store)
+std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 {
     ZPropertiesText entry;
-    return lastValue(store, kReservedCategory, kReservedKey, entry) && entry.length > 0;
+    return lastValue(store, kReservedCategory, kReservedKey, entry)
+               ? std::string(entry.chars, entry.length)
+               : std::string();
 }
 
 std::string ZProperties_6_0::Rep::companionOf(ZProperties_6_0 const& store)
 {
-    ZPropertiesText entry;
-    if (lastValue(store, kReservedCategory, kReservedKey, entry) && entry.length > 0)
-        return std::string(entry.chars, entry.length);
-    return store.cache_->companionFile().getChars();
+    std::string entry = companionEntry(store);
+    return entry.empty() ? store.cache_->companionFile().getChars() : entry;
+}
+
+bool ZProperties_6_0::Rep::Companions::isHeld(std::string const& path) const
+{
+    for (Companion const& companion : list_)
+        if (companion.path == path)
+            return companion.isHeld;
+    return false;
+}
+
+void ZProperties_6_0::Rep::Companions::hold(std::string const& path)
+{
+    remove(path);
+    if (list_.size() == kMaxCount)
+        list_.erase(list_.begin());
+    list_.push_back({path, true});
+}
+
+void ZProperties_6_0::Rep::Companions::remove(std::string const& path)
+{
+    std::erase_if(list_, [&](Companion const& companion) { return companion.path == path; });
+}
+
+void ZProperties_6_0::Rep::Companions::releaseAll()
+{
+    for (Companion& companion : list_)
+        companion.isHeld = false;
+}
+
+namespace {
+
+// Returns whether `companion` is the companion of another file that exists: ".obf" behind its path.
+bool belongsToAnotherFile(std::string const& companion, char const* path)
+{
+    static constexpr std::string_view kEnd = ".obf";
+    if (companion.size() <= kEnd.size() || !companion.ends_with(kEnd))
+        return false;
+    struct stat owner;
+    struct stat file;
+    std::string const other = companion.substr(0, companion.size() - kEnd.size());
+    return stat(other.c_str(), &owner) == 0 && S_ISREG(owner.st_mode) &&
+           (stat(path, &file) != 0 || file.st_dev != owner.st_dev || file.st_ino != owner.st_ino);
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
+    while (!text.empty() && isSpace(text.back()))
+        text.remove_suffix(1);
+    while (!text.empty() && isSpace(text.front()))
+        text.remove_prefix(1);
+    return text;
+}
+
+// Returns the path that the text of a stanza file names as its companion; empty if there is none.
+std::string companionNamedIn(ZStoreFile::View text)
+{
+    std::string_view rest(text.data, text.length);
+    std::string const head = std::string("[") + kReservedCategory + "]";
+    size_t const at = rest.find(head);
+    if (at == rest.npos)
+        return std::string();
+    // The name of the stanza may be in another place before that.
+    size_t const lineEnd = rest.rfind('\n', at);
+    rest.remove_prefix(lineEnd == rest.npos ? 0 : lineEnd + 1);
+    std::string_view companion;
+    for (bool isInside = false; !rest.empty();) {
+        size_t const end = rest.find('\n');
+        std::string_view const line = trimmed(rest.substr(0, end));
+        rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
+        size_t const sign = line.find('=');
+        if (line.starts_with('[')) {
+            if (isInside)
+                break;
+            isInside = line.starts_with(head);
+        } else if (isInside && sign != line.npos && trimmed(line.substr(0, sign)) == kReservedKey) {
+            companion = trimmed(line.substr(sign + 1));
+        }
+    }
+    return std::string(companion);
+}
+
+}  // namespace
+
+std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store,
+                                                    ZStoreFile const& file,
+                                                    std::string const& named)
+{
+    auto const isRemovable = [&file](std::string const& path) {
+        return !path.empty() && file.isOwnCompanion(path) && file.mayName(path) == 0;
+    };
+    auto const exists = [](std::string const& path) {
+        struct stat status;
+        return lstat(path.c_str(), &status) == 0;
+    };
+    if (isRemovable(named))
+        return named;
+    for (Companions::Companion const& known : store.rep_->companions.list())
+        if (isRemovable(known.path) && exists(known.path))
+            return known.path;
+    // The store may never have read the file that it replaces.
+    std::string before = store.rep_->isStanzaFile ? companionNamedIn(file.text()) : std::string();
+    return isRemovable(before) && exists(before) ? before : std::string();
 }
 
 ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char const* path,
@@ -755,14 +873,18 @@ void ZProperties_6_0::load(char const* path)
 
         ZStoreFile file(chosen, ZStoreFile::Use::load);
         parse(target, stanzas, chosen, file.text());
-        if (!target.companionFile().isEmpty()) {
-            ZStoreFile::Bytes packed = file.readCompanion(target.companionFile().getChars());
+        Rep::Companions companions = rep_->companions;
+        std::string const companion = target.companionFile().getChars();
+        if (!companion.empty() && !companions.isHeld(companion)) {
+            ZStoreFile::Bytes packed = file.readCompanion(companion.c_str());
             ZBuffer_6_0 buffer;
             bufferFrom(packed, buffer);
             target.be_read_obfuscated(buffer);
+            companions.hold(companion);
         }
         file.close();
 
+        rep_->companions.swap(companions);
         if (copy != nullptr)
             Rep::exchange(*this, copy);
         try {
@@ -770,6 +892,7 @@ void ZProperties_6_0::load(char const* path)
         } catch (...) {
             if (copy != nullptr)
                 Rep::exchange(*this, copy);
+            rep_->companions.swap(companions);
             throw;
         }
         Rep::noteFile(*this, chosen, file);
@@ -786,6 +909,8 @@ void ZProperties_6_0::reload(char const* path)
     raising(raiseInReload, [&] {
         std::unique_ptr<ZPCache_6_0> empty(rep_->direct != nullptr ? cache_->makeEmpty()
                                                                    : Rep::copyOf(*this).release());
+        Rep::Companions companions;
+        rep_->companions.swap(companions);
         if (empty == nullptr) {
             cache_->clear();
             load(path);
@@ -798,6 +923,7 @@ void ZProperties_6_0::reload(char const* path)
             load(path);
         } catch (...) {
             Rep::exchange(*this, empty);
+            rep_->companions.swap(companions);
             throw;
         }
     });
@@ -809,8 +935,12 @@ void ZProperties_6_0::store(char const* path)
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
     raising(raiseInStore, [&] {
-        std::string companion = Rep::companionOf(*this);
+        std::string const named = Rep::companionOf(*this);
+        std::string companion = named;
         bool const hasItems = cache_->obfuscatedItemCount() > 0;
+        // Two files with one companion would ruin each other's values.
+        if (hasItems && belongsToAnotherFile(companion, chosen))
+            companion.clear();
         if (hasItems)
             checkFileAccess(
                 (companion.empty() ? ZStoreFile::companionBeside(chosen) : companion).c_str());
@@ -823,21 +953,27 @@ void ZProperties_6_0::store(char const* path)
         if (hasItems) {
             if (companion.empty())
                 companion = file.newCompanion();
-            if (Rep::hasCompanionEntry(*this))
+            if (Rep::companionEntry(*this) == companion)
                 cache_->setCompanionFile(companion.c_str());
             else
                 source = Rep::nameCompanion(*this, companion.c_str(), edited);
             source->be_write_obfuscated(packed);
         }
-        change.path = companion;
+        Rep::Companions companions = rep_->companions;
         if (packed.getLength() > 0) {
             change.change = ZStoreFile::Companion::written;
+            change.path = companion;
             change.contents = viewOf(packed);
-        } else if (!companion.empty()) {
-            // Only what certainly is this file's companion is removed.
-            if (file.isOwnCompanion(companion) && file.mayName(companion) == 0)
+            companions.hold(companion);
+        } else {
+            companions.releaseAll();
+            change.path = Rep::companionToRemove(*this, file, named);
+            if (!change.path.empty()) {
                 change.change = ZStoreFile::Companion::removed;
-            source = Rep::nameCompanion(*this, nullptr, edited);
+                companions.remove(change.path);
+            }
+            if (!companion.empty())
+                source = Rep::nameCompanion(*this, nullptr, edited);
         }
 
         ZBuffer_6_0 text;
@@ -848,6 +984,7 @@ void ZProperties_6_0::store(char const* path)
 
         if (edited != nullptr)
             Rep::exchange(*this, edited);
+        rep_->companions.swap(companions);
         Rep::noteFile(*this, chosen, file);
         loading_ = 0;
         Rep::setModified(*this, 0);
@@ -1207,6 +1344,7 @@ ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
     }
     if (store == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInGetPropertiesFor);
+    store->rep_->sharedPath = path.getChars();
     store->load(path.getChars());
     std::unique_ptr<ZLCString_6_0> key(path.clone());
     ZPropRegistry_6_0 const registry;
@@ -1219,9 +1357,9 @@ ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
 // unchanged store is not locked: threads that hold stores may look up each other's.
 void ZProperties_6_0::refresh(char const* path, int force)
 {
-    if (force == 0 && Rep::isCurrent(*this, path))
+    if (force == 0 && Rep::isCurrent(*this))
         return;
     Hold const hold(*this);
-    if (force != 0 || !Rep::isCurrent(*this, path))
+    if (force != 0 || !Rep::isCurrent(*this))
         reload(path);
 }

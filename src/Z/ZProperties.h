@@ -78,7 +78,8 @@ public:
     int count(char const* category) const override;
 
     /// Reads the file at `path`, adding to what the store holds, and clears the modified flag. The
-    /// first path that is loaded or stored becomes the store's file name.
+    /// first path that is loaded or stored becomes the store's file name. A companion file whose
+    /// values the store holds already is not read again.
     /// range   a regular file, or a link to one: for anything else, "fopen(r)" fails.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores),
@@ -93,7 +94,10 @@ public:
     /// throws  as load(); the old values stay then.
     void reload(char const* path) override;
 
-    /// Writes the file at `path`, makes it when it is missing, and clears the modified flag.
+    /// Writes the file at `path`, makes it when it is missing, and clears the modified flag. If the
+    /// companion file that the contents name is another file's own, the file at `path` gets one of
+    /// its own, and the contents name that. Without obfuscated values the file's own companion is
+    /// removed, whichever store has written it.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with the name of the call that failed: "fopen(r+)",
     ///         "fcntl()" (another process reads or writes), "access()", "fopen(w)" for the
@@ -191,7 +195,8 @@ public:
     /// owns    borrowed; the name does not change once it is set.
     ZLCString_6_0 const& fileName() const { return fileName_; }
 
-    /// Returns the modification time of the file as last loaded or stored; 0 before.
+    /// Returns the modification time of the file of the store's name as last loaded or stored; 0
+    /// before. Loading or storing another file does not change it.
     /// units   whole seconds since the epoch.
     long timeStamp() const;
 

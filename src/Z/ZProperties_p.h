@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "ZArrayList.h"
 #include "ZLCString.h"
@@ -117,7 +118,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// throws  ZInvalidParameterException_6_0 when there is neither.
     static char const* choosePath(ZProperties_6_0& store, char const* path);
 
-    /// Notes the state of the file that was loaded or stored, and its path if it is the first.
+    /// Notes the path of a file that was loaded or stored if it is the first, and the state of the
+    /// file if it is the one of the store's name, or of getPropertiesFor().
     static void noteFile(ZProperties_6_0& store, char const* path, ZStoreFile const& file);
 
     /// Sets the modified flag, which isCurrent() reads without the store's lock.
@@ -126,14 +128,14 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         std::atomic_ref<int>(store.modified_).store(modified, std::memory_order_relaxed);
     }
 
-    /// Returns whether the store need not read the file at `path` again: it has unsaved changes, or
-    /// the file is missing or as it was when it was last loaded or stored.
+    /// Returns whether the store need not read the file at `sharedPath` again: it has unsaved
+    /// changes, or the file is missing or as it was when it was last loaded or stored.
     /// threads any, without the store's lock. While another thread loads or stores the file, the
     ///         file may count as changed.
-    static bool isCurrent(ZProperties_6_0& store, char const* path);
+    static bool isCurrent(ZProperties_6_0& store);
 
-    /// Returns whether the contents have an entry that names the companion file.
-    static bool hasCompanionEntry(ZProperties_6_0 const& store);
+    /// Returns the path in the entry that names the companion file; empty if there is none.
+    static std::string companionEntry(ZProperties_6_0 const& store);
 
     /// Returns the path of the companion file that the contents name; empty when they name none.
     static std::string companionOf(ZProperties_6_0 const& store);
@@ -143,26 +145,49 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
                                       std::unique_ptr<ZPCache_6_0>& edited);
 
+    /// Returns the companion that goes with the last obfuscated value when `file` is stored: the
+    /// file's own one, if the contents or the old text name it, or if the store has used it before.
+    /// Empty if there is none, or if it is not certainly the file's.
+    static std::string companionToRemove(ZProperties_6_0 const& store, ZStoreFile const& file,
+                                         std::string const& named);
+
     /// Makes every line of `comment` a comment line and hands them to `add(cache, text)`, in one
     /// text or line by line: all or none.
     template <class Add>
     static void addComment(ZProperties_6_0& store, char const* comment, Add add);
 
-    /// Returns what the file was when it was last loaded or stored.
+    /// Returns what the file at `sharedPath` was when it was last loaded or stored.
     /// threads any, without the store's lock.
-    ZStoreFile::Stamp stamp()
+    ZStoreFile::Stamp sharedStamp()
     {
         std::lock_guard<std::mutex> const guard(stampMutex_);
-        return stamp_;
+        return sharedStamp_;
     }
 
-    void setStamp(ZStoreFile::Stamp const& stamp)
-    {
-        std::lock_guard<std::mutex> const guard(stampMutex_);
-        stamp_ = stamp;
-    }
+    // The companion files that the store has read or written.
+    class Companions {
+    public:
+        struct Companion {
+            std::string path;
+            bool isHeld;  // its values are in the contents: it is not read again
+        };
+
+        bool isHeld(std::string const& path) const;
+        void hold(std::string const& path);
+        void remove(std::string const& path);
+        void releaseAll();  // the contents have no obfuscated values any more
+        std::vector<Companion> const& list() const { return list_; }
+        void swap(Companions& other) { list_.swap(other.list_); }
+
+    private:
+        static constexpr size_t kMaxCount = 64;  // a store may be stored under any number of names
+
+        std::vector<Companion> list_;  // the one used last is the last
+    };
 
     int depth = 0;  // Holds of the thread that has the lock
+    Companions companions;
+    std::string sharedPath;  // by which getPropertiesFor() finds the store; set before it is shared
     Queue queued;
     ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, when it may be looked into
     ZSCFData_6_0* stanzas = nullptr;  // the cache, when it is the library's own for stanza files
@@ -172,8 +197,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 private:
     static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);
 
-    std::mutex stampMutex_;    // locked for a moment, as the last one
-    ZStoreFile::Stamp stamp_;  // guarded by stampMutex_
+    std::mutex stampMutex_;          // locked for a moment, as the last one
+    ZStoreFile::Stamp sharedStamp_;  // guarded by stampMutex_
 };
 
 template <class IsOne>

@@ -995,6 +995,42 @@ TEST_F(ZProperties, TimeStampIsThatOfTheFile)
     EXPECT_EQ(1000000000, stamp);
 }
 
+TEST_F(ZProperties, TimeStampBelongsToTheFileOfTheStoresName)
+{
+    auto const setTime = [&](std::string const& path, time_t time) {
+        utimbuf const times = {time, time};
+        utime(path.c_str(), &times);
+    };
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    std::string const other = directory_.write("other", "[t]\nk = b\n");
+    std::string const third = directory_.at("third");
+    setTime(path, 1000000000);
+    setTime(other, 1100000000);
+    Factory factory;
+    ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    store->load(other.c_str());
+    EXPECT_EQ(1000000000, store->timeStamp());
+    store->store(third.c_str());
+    EXPECT_EQ(1000000000, store->timeStamp());
+    EXPECT_EQ(path, store->fileName().getChars());
+    // The file of its name has not changed, and is not read again.
+    EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
+    EXPECT_EQ("b", valueOf(*store, "t", "k"));
+    // Another path to the same file.
+    std::string const link = directory_.at("link");
+    ASSERT_EQ(0, symlink(path.c_str(), link.c_str()));
+    store->store(link.c_str());
+    struct stat status;
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    EXPECT_EQ(status.st_mtim.tv_sec, store->timeStamp());
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("b", valueOf(*store, "t", "k"));
+    directory_.write("conf", "[s]\nk = changed\n");
+    ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
+    EXPECT_EQ("changed", valueOf(*store, "s", "k"));
+    EXPECT_EQ(0, store->exists("t"));
+}
+
 TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
 {
     std::string const path = directory_.write("conf", "");
@@ -1136,6 +1172,152 @@ TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
     Store again;
     again.load(path.c_str());
     EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+}
+
+TEST_F(ZProperties, CompanionGoesWithItsLastItemThoughAnotherFileWasStoredFirst)
+{
+    std::string const path = load("[s]\nk = a\n");
+    std::string const other = directory_.at("other");
+    for (bool const isEdited : {false, true}) {
+        SCOPED_TRACE(isEdited);
+        store_.setValue("s", "secret", "hidden", 1);
+        store_.store(nullptr);
+        store_.setValue("s", "secret", "");
+        store_.store(other.c_str());
+        EXPECT_EQ("conf conf.obf other", directory_.names());
+        // Another program may have edited the entry out, or removed the file.
+        if (isEdited)
+            std::filesystem::remove(path);
+        store_.store(nullptr);
+        EXPECT_EQ("conf other", directory_.names());
+        EXPECT_EQ("[s]\nk = a\nsecret =\n\n[configuration-database]\n", directory_.read("conf"));
+    }
+    // The companion is forgotten: a file of that name may be anything now.
+    directory_.write("conf.obf", "not ours");
+    store_.store(nullptr);
+    EXPECT_EQ("not ours", directory_.read("conf.obf"));
+}
+
+TEST_F(ZProperties, CompanionGoesWhenAStoreThatNeverReadItTakesItsFile)
+{
+    std::string const path = directory_.at("conf");
+    Store first;
+    first.setValue("s", "secret", "hidden", 1);
+    first.store(path.c_str());
+    ASSERT_EQ("conf conf.obf", directory_.names());
+    store_.setValue("s", "k", "a");
+    store_.store(path.c_str());
+    EXPECT_EQ("conf", directory_.names());
+    // A companion that the file does not name stays.
+    directory_.write("conf.obf", packed({"s", "secret", "old"}));
+    store_.store(path.c_str());
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    // Nor is one removed that the file names without being its own.
+    directory_.write("conf", "[configuration-database]\nfile = " + directory_.at("foreign") + "\n");
+    directory_.write("foreign", packed({"s", "secret", "old"}));
+    store_.store(path.c_str());
+    EXPECT_EQ("conf conf.obf foreign", directory_.names());
+}
+
+TEST_F(ZProperties, CopyOfAFileGetsACompanionOfItsOwn)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "first", 1);
+    store_.store(nullptr);
+    std::string const copy = directory_.write("copy", directory_.read("conf"));
+    Store second;
+    second.load(copy.c_str());
+    EXPECT_EQ("first", valueOf(second, "s", "secret"));
+    second.setValue("s", "secret", "second", 1);
+    second.store(nullptr);
+    EXPECT_EQ("conf conf.obf copy copy.obf", directory_.names());
+    EXPECT_EQ("[s]\nk = a\n\n[configuration-database]\nfile = " + copy + ".obf\n",
+              directory_.read("copy"));
+    EXPECT_EQ(copy + ".obf", valueOf(second, "configuration-database", "file"));
+    store_.reload(nullptr);
+    EXPECT_EQ("first", valueOf(store_, "s", "secret"));
+    second.reload(nullptr);
+    EXPECT_EQ("second", valueOf(second, "s", "secret"));
+    // The last secret of the copy goes, and that of the original stays.
+    second.setValue("s", "secret", "");
+    second.store(nullptr);
+    EXPECT_EQ("conf conf.obf copy", directory_.names());
+    store_.reload(nullptr);
+    EXPECT_EQ("first", valueOf(store_, "s", "secret"));
+}
+
+TEST_F(ZProperties, FileStoredUnderAnotherNameGetsACompanionOfItsOwn)
+{
+    std::string const path = load("[s]\nk = a\n");
+    std::string const other = directory_.at("other");
+    store_.setValue("s", "secret", "first", 1);
+    store_.store(nullptr);
+    store_.store(other.c_str());
+    EXPECT_EQ("conf conf.obf other other.obf", directory_.names());
+    store_.setValue("s", "secret", "second", 1);
+    store_.store(nullptr);
+    for (auto const& [name, secret] : {std::pair(path, "second"), std::pair(other, "first")}) {
+        Store again;
+        again.load(name.c_str());
+        EXPECT_EQ(secret, valueOf(again, "s", "secret"));
+        EXPECT_EQ(name + ".obf", valueOf(again, "configuration-database", "file"));
+    }
+}
+
+TEST_F(ZProperties, CompanionOfAFileThatIsGoneOrTheSameIsKept)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    // The file was moved: no other file has that companion.
+    std::string const moved = directory_.at("moved");
+    std::filesystem::rename(path, moved);
+    Store again;
+    again.load(moved.c_str());
+    again.setValue("s", "secret", "new", 1);
+    again.store(nullptr);
+    EXPECT_EQ("conf.obf moved", directory_.names());
+    // The old name leads to the file still.
+    ASSERT_EQ(0, symlink(moved.c_str(), path.c_str()));
+    again.setValue("s", "secret", "newer", 1);
+    again.store(nullptr);
+    EXPECT_EQ("conf conf.obf moved", directory_.names());
+    Store last;
+    last.load(moved.c_str());
+    EXPECT_EQ("newer", valueOf(last, "s", "secret"));
+    // A folder of that name has no companion.
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    last.setValue("s", "secret", "newest", 1);
+    last.store(nullptr);
+    EXPECT_EQ("conf conf.obf moved", directory_.names());
+}
+
+TEST_F(ZProperties, CompanionIsReadOnce)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    std::string const second = directory_.write("second", "[t]\nk = b\n");
+    std::string const third = directory_.write("third", "[u]\nk = c\n");
+    store_.load(second.c_str());
+    EXPECT_EQ("hidden,", valuesOf(store_, "s", "secret")) << "stored before";
+    Store again;
+    again.load(path.c_str());
+    again.load(second.c_str());
+    EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "read before";
+    EXPECT_EQ("b", valueOf(again, "t", "k"));
+    Store copy(again);
+    copy.load(third.c_str());
+    EXPECT_EQ("hidden,", valuesOf(copy, "s", "secret")) << "by the store that was copied";
+    // A failed load reads nothing, and what is read again is read with its companion.
+    directory_.write("broken", "[v]\nbroken\n");
+    EXPECT_NE("nothing", raised([&] { again.load(directory_.at("broken").c_str()); }));
+    EXPECT_NE("nothing", raised([&] { again.reload(directory_.at("broken").c_str()); }));
+    again.load(third.c_str());
+    EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "after failures";
+    again.reload(nullptr);
+    EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "read again";
 }
 
 TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
