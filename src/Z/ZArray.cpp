@@ -6,6 +6,7 @@
 
 #include "ZArray_p.h"
 #include "ZException.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -15,6 +16,7 @@ constexpr char kSource[] = "src/Z/ZArray";
 // to the site and does not follow the line when the file is edited.
 enum RaiseSite {
     raiseInAllocate = 52,
+    reportInDestructor = 69,
     raiseInRemove = 119,
     raiseInGet = 139,
     raiseInSet = 161,
@@ -69,7 +71,7 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
 ZArray_6_0::~ZArray_6_0()
 {
     std::unique_ptr<ZObject_6_0*, decltype(&free)> const slots(elements_, free);
-    ZArray_6_0::removeAll();
+    zreporting::runInDestructor({kSource, reportInDestructor}, [this] { ZArray_6_0::removeAll(); });
 }
 
 unsigned int ZArray_6_0::size() const

@@ -14,6 +14,7 @@
 #include "ZArrayList_p.h"
 #include "ZArray_p.h"
 #include "ZException.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -21,7 +22,12 @@ constexpr char kSource[] = "src/Z/ZArrayList";
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInAllocate = 61, raiseInGrow = 187, raiseInSort = 253 };
+enum RaiseSite {
+    raiseInAllocate = 61,
+    raiseInGrow = 187,
+    reportInDestructor = 214,
+    raiseInSort = 253
+};
 
 // The capacity that follows a full one: half as much again, at least one more.
 unsigned int grown(unsigned int capacity)
@@ -296,8 +302,10 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 ZArrayList_6_0::~ZArrayList_6_0()
 {
     std::unique_ptr<ZObject_6_0*, decltype(&free)> const slots(elements_, free);
-    if (owns_ != 0)
-        ZArrayList_6_0::removeAll();
+    if (owns_ == 0)
+        return;
+    zreporting::runInDestructor({kSource, reportInDestructor},
+                                [this] { ZArrayList_6_0::removeAll(); });
 }
 
 ZObject_6_0* ZArrayList_6_0::clone() const

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "ZException.h"
-#include "ZLock_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ enum Message {
 
 [[noreturn]] void reportAndRaise(Message message, int rc, RaiseSite site)
 {
-    zreportRc(kSource, site, message, rc);
+    zreporting::reportRc({kSource, site}, message, rc);
     ZConditionException_6_0(message, rc).throwException(kSource, site);
 }
 
@@ -68,7 +68,7 @@ ZCondition_6_0::~ZCondition_6_0()
 {
     int const rc = pthread_cond_destroy(&condition_);
     if (rc != 0)
-        zreportRc(kSource, reportInDestructor, conditionDestroy, rc);
+        zreporting::reportRc({kSource, reportInDestructor}, conditionDestroy, rc);
     if (ownsLock_ != 0)
         delete lock_;
 }

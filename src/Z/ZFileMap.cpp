@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "ZLock_p.h"
+#include "ZException_p.h"
 #include "ZSharedFile_p.h"
 #include "ZSizeSignalGuard_p.h"
 

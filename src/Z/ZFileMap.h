@@ -1,6 +1,6 @@
 // ZFileMap: a file, or its first bytes, as shared memory; read only, or read-write.
 //
-// Subsystem: process locks.  Stands on: ZLCString, ZLock.
+// Subsystem: process locks.  Stands on: ZException, ZLCString.
 //
 // Ownership: a map owns its mapping and its descriptor, and gives both back when it is destroyed.
 // Threads: unsynchronised; callers serialise access to one map.

@@ -6,6 +6,7 @@
 #include "ZArrayList_p.h"
 #include "ZArray_p.h"
 #include "ZHashMap_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -13,7 +14,12 @@ constexpr char kSource[] = "src/Z/ZHashKeyMap";
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInConstruct = 81, raiseInCopy = 86 };
+enum RaiseSite {
+    reportInEntry = 36,
+    raiseInConstruct = 81,
+    raiseInCopy = 86,
+    reportInDestructor = 93
+};
 
 }  // namespace
 
@@ -39,7 +45,7 @@ ZKeyEntry_6_0::~ZKeyEntry_6_0()
         ObjectDeleter deleter;
         deleter.drop(key_);
         deleter.drop(value_);
-        deleter.finish();
+        zreporting::runInDestructor({kSource, reportInEntry}, [&] { deleter.finish(); });
     }
 }
 
@@ -93,7 +99,7 @@ ZHashKeyMap_6_0& ZHashKeyMap_6_0::operator=(ZHashKeyMap_6_0 const& source)
 ZHashKeyMap_6_0::~ZHashKeyMap_6_0()
 {
     std::unique_ptr<Rep> const rep(rep_);
-    rep->removeAll();
+    zreporting::runInDestructor({kSource, reportInDestructor}, [&] { rep->removeAll(); });
 }
 
 ZObject_6_0* ZHashKeyMap_6_0::clone() const

@@ -5,6 +5,7 @@
 
 #include "ZArrayList_p.h"
 #include "ZHashMap_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -12,7 +13,7 @@ constexpr char kSource[] = "src/Z/ZHashMap";
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
-enum RaiseSite { raiseInConstruct = 61, raiseInCopy = 66 };
+enum RaiseSite { raiseInConstruct = 61, raiseInCopy = 66, reportInDestructor = 51 };
 
 auto equalTo(ZObject_6_0 const* probe)
 {
@@ -51,7 +52,7 @@ ZHashMap_6_0& ZHashMap_6_0::operator=(ZHashMap_6_0 const& source)
 ZHashMap_6_0::~ZHashMap_6_0()
 {
     std::unique_ptr<Rep> const rep(rep_);
-    rep->removeAll();
+    zreporting::runInDestructor({kSource, reportInDestructor}, [&] { rep->removeAll(); });
 }
 
 ZObject_6_0* ZHashMap_6_0::clone() const

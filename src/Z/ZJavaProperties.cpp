@@ -15,10 +15,11 @@
 #include "ZArrayList_p.h"
 #include "ZArray_p.h"
 #include "ZException.h"
+#include "ZException_p.h"
 #include "ZHashMap_p.h"
 #include "ZJavaProperties_p.h"
-#include "ZLock_p.h"
 #include "ZStoreFile_p.h"
+#include "reporting/failures.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -360,7 +361,7 @@ private:
                 rep_.entries.exchange(change->place, change->key, change->value);
             }
         }
-        zreleaseInDestructor(kSource, raiseInRollBack, [this] { deleteOld(); });
+        zreporting::runInDestructor({kSource, raiseInRollBack}, [this] { deleteOld(); });
     }
 
     void deleteOld()

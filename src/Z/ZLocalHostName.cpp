@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZMessage.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ ZLCString_6_0 ZLocalHostName_6_0::getLocalHostName()
 {
     Block const name = allocate(kNameSize);
     if (gethostname(name.get(), kNameSize) != 0) {
-        zreportRc(kSource, reportHostName, hostNameFailed, errno);
+        zreporting::reportRc({kSource, reportHostName}, hostNameFailed, errno);
         return ZLCString_6_0();
     }
     name.get()[kNameSize - 1] = '\0';  // a name that was cut has no terminator
@@ -63,6 +63,6 @@ ZLCString_6_0 ZLocalHostName_6_0::getLocalHostName()
             return ZLCString_6_0(found->h_name);
         break;
     }
-    zreportRc(kSource, reportHostByName, hostByNameFailed, errno);
+    zreporting::reportRc({kSource, reportHostByName}, hostByNameFailed, errno);
     return ZLCString_6_0();
 }

@@ -2,11 +2,8 @@
 
 #include <pthread.h>
 
-#include <charconv>
-
 #include "ZException.h"
-#include "ZLock_p.h"
-#include "ZMessage.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -26,30 +23,6 @@ enum RaiseSite {
 enum Message { mutexInit = 3, mutexDestroy = 4, mutexLock = 5, mutexUnlock = 6 };
 
 }  // namespace
-
-void zreportRc(char const* source, int site, int messageNumber, int rc) noexcept
-{
-    ZCancelGuard const uncancelled;
-    char digits[16];
-    *std::to_chars(digits, digits + sizeof digits - 1, rc).ptr = '\0';
-    try {
-        ZException_6_0::Text const text(digits);
-        ZMessageService_6_0::messageService()->outputMessage(
-            source, site, messageNumber, 1, &text, nullptr, nullptr, nullptr, nullptr, nullptr);
-    } catch (...) {
-        // There is nobody left to tell.
-    }
-}
-
-void zreportException(ZException_6_0& failure) noexcept
-{
-    ZCancelGuard const uncancelled;
-    try {
-        failure.dumpException();
-    } catch (...) {
-        // There is nobody left to tell.
-    }
-}
 
 ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), nested_(0)
 {
@@ -77,7 +50,7 @@ ZLock_6_0::~ZLock_6_0()
 {
     int const rc = pthread_mutex_destroy(&mutex_);
     if (rc != 0)
-        zreportRc(kSource, reportInDestructor, mutexDestroy, rc);
+        zreporting::reportRc({kSource, reportInDestructor}, mutexDestroy, rc);
 }
 
 bool ZLock_6_0::heldByCaller() const
@@ -117,5 +90,5 @@ ZResourceLock_6_0::ZResourceLock_6_0(ZLock_6_0& lock) : lock_(lock)
 
 ZResourceLock_6_0::~ZResourceLock_6_0()
 {
-    zreleaseInDestructor(kSource, reportInGuard, [this] { lock_.unlock(); });
+    zreporting::runInDestructor({kSource, reportInGuard}, [this] { lock_.unlock(); });
 }

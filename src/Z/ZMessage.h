@@ -7,8 +7,8 @@
 // Ownership: an installed service stays the caller's and must live while it is installed.
 // Threads: the first use is safe from every thread; installing is a single pointer store, meant to
 // happen before threads report. Reports of several threads do not mix: each is one write to the
-// descriptor of standard error, after the text that the stream has buffered; a program may have made
-// the stream wide. A thread that is being cancelled finishes its report first.
+// descriptor of standard error, after the text that the stream has buffered; a program may have
+// made the stream wide. A thread that is being cancelled finishes its report first.
 #pragma once
 
 #include <stdarg.h>

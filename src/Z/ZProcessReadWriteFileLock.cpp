@@ -9,9 +9,9 @@
 #include <new>
 
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZSharedFile_p.h"
 #include "ZSizeSignalGuard_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -65,23 +65,12 @@ int refusal(struct stat const& status)
     return isTrusted || isShared ? 0 : EPERM;
 }
 
-// Runs `clean` and reports what it raises: something else is on its way already. Returns whether
-// it raised nothing. The steps of the protocol may be those of a derived class.
-template <class Clean>
-bool quietly(Clean clean)
+// Runs a step of the protocol after another one has failed; its own failure is reported. Returns
+// whether it succeeded. The steps may be those of a derived class.
+template <class Step>
+bool rollBack(Step step)
 {
-    ZCancelGuard const uncancelled;
-    try {
-        clean();
-        return true;
-    } catch (ZException_6_0& failure) {
-        zreportException(failure);
-    } catch (...) {
-        if (zcaughtCancellation())
-            throw;
-        zreportUnknownException(kSource, reportInCleanUp);
-    }
-    return false;
+    return zreporting::runCleanup({kSource, reportInCleanUp}, step);
 }
 
 // Runs `call`, and raises an exception of the library when there is no memory.
@@ -199,7 +188,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lock(zlockstate state)
         notifyLockObservers();
     } catch (...) {
         if (held)
-            quietly([this] { release(Release::whateverHappens); });
+            rollBack([this] { release(Release::whateverHappens); });
         throw;
     }
 }
@@ -274,7 +263,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lockFile(zlockstate state)
         writePid();
         lockFileRange(state, kSequence.start, kSequence.length);
     } catch (...) {
-        quietly([this] { unlockFileRange(kProcessId.start, kProcessId.length); });
+        rollBack([this] { unlockFileRange(kProcessId.start, kProcessId.length); });
         throw;
     }
     // A writer keeps the gate: who waits for readers to leave keeps new ones out.
@@ -283,7 +272,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lockFile(zlockstate state)
     try {
         unlockFileRange(kProcessId.start, kProcessId.length);
     } catch (...) {
-        quietly([this] { unlockFileRange(kSequence.start, kSequence.length); });
+        rollBack([this] { unlockFileRange(kSequence.start, kSequence.length); });
         throw;
     }
 }
@@ -313,7 +302,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
     auto const giveBack = [this] {
-        quietly([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
+        rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
     };
     ZAbstractProcessReadWriteLock_6_0::lock(state);
     try {
@@ -353,10 +342,10 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquireFile(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::dropFile()
 {
-    bool const freed = quietly([this] { unlockFile(); });
+    bool const freed = rollBack([this] { unlockFile(); });
     setLockState(unset);
     if (!freed)  // without a state nothing is left locked, whatever happens
-        quietly([this] { unlockFile(); });
+        rollBack([this] { unlockFile(); });
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::release(Release how)
@@ -467,7 +456,7 @@ void ZUnixProcessReadWriteFileLock_6_0::dolock(zlockstate state)
     try {
         withMemory([this] { shared_->join(kSequence.start, kSequence.length); });
     } catch (...) {
-        quietly([this] { ZAbstractProcessReadWriteFileLock_6_0::dolock(unset); });
+        rollBack([this] { ZAbstractProcessReadWriteFileLock_6_0::dolock(unset); });
         throw;
     }
 }

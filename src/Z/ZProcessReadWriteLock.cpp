@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZSharedFile_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -78,12 +78,10 @@ ZAbstractProcessReadWriteLock_6_0::~ZAbstractProcessReadWriteLock_6_0()
     zlockstate const state = ZAbstractProcessReadWriteLock_6_0::getLockState();
     if (state == unset)
         return;
-    // A second exception would end the process while a first one unwinds the stack.
-    ZInvalidResourceStateException_6_0 failure(getLockStateName(state));
-    if (!zunwinding())
-        failure.throwException(kSource, raiseInDestructor);
-    failure.addLocation(kSource, raiseInDestructor);
-    zreportException(failure);
+    zreporting::runInDestructor({kSource, raiseInDestructor}, [&] {
+        ZInvalidResourceStateException_6_0(getLockStateName(state))
+            .throwException(kSource, raiseInDestructor);
+    });
 }
 
 uint32_t ZAbstractProcessReadWriteLock_6_0::hash() const

@@ -25,11 +25,11 @@
 #include "ZArrayList.h"
 #include "ZBuffer.h"
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
 #include "ZStoreFile_p.h"
 #include "ZUTF8String.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -47,6 +47,7 @@ enum RaiseSite {
     raiseForTruth = 185,
     raiseInGetValues = 210,
     reportInSend = 235,
+    reportInHold = 247,
     raiseForPath = 260,
     raiseInLoad = 290,
     raiseInReload = 340,
@@ -243,18 +244,13 @@ void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
         std::unique_ptr<Notice> const notice = queue.pop();
         try {
             store.notifyObservers(*notice);
-        } catch (ZException_6_0& failure) {
-            if (mayRaise && first == nullptr)
-                first = std::current_exception();
-            else
-                zreportException(failure);
         } catch (...) {
             if (zcaughtCancellation())
                 throw;
             if (mayRaise && first == nullptr)
                 first = std::current_exception();
             else
-                zreportUnknownException(kSource, reportInSend);
+                zreporting::reportCurrentException({kSource, reportInSend});
         }
     }
     if (first != nullptr)
@@ -276,13 +272,7 @@ ZProperties_6_0::Hold::~Hold() noexcept(false)
     bool const holds = pthread_equal(thread_, pthread_self()) != 0;
     if (holds && --store_.rep_->depth == 0)
         due.takeFrom(store_.rep_->queued);
-    try {
-        store_.lock_.unlock();
-    } catch (ZException_6_0& failure) {
-        if (!zunwinding())
-            throw;
-        zreportException(failure);
-    }
+    zreporting::runInDestructor({kSource, reportInHold}, [this] { store_.lock_.unlock(); });
     if (!due.isEmpty())
         Rep::send(store_, due);
 }
@@ -1280,10 +1270,10 @@ public:
     ~EndOfMaking()
     {
         Makings& all = makings();
-        {
+        zreporting::runCleanup({kSource, raiseInGetPropertiesFor}, [&] {
             ZPropRegistry_6_0 const registry;
             std::erase(all.list, making_);
-        }
+        });
         std::lock_guard<std::mutex> const guard(all.mutex);
         making_->done = true;
         all.ended.notify_all();

@@ -1,25 +1,22 @@
 #include "ZPropertiesInterface.h"
 
 #include "ZArrayList.h"
-#include "ZException.h"
-#include "ZLock_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
 // Paths are few.
 constexpr unsigned kBuckets = 10;
 
-// Unlocks in a destructor. A second exception would end the process while a first one unwinds the
-// stack: it is reported instead.
+constexpr char kSource[] = "src/Z/ZPropertiesInterface";
+
+// The number each site puts into its report. Log scanners match on it, so it belongs to the site
+// and does not follow the line when the file is edited.
+enum ReportSite { reportInUnlock = 17, reportInFactory = 51 };
+
 void unlockAtEnd(ZLockInterface_6_0& lock)
 {
-    try {
-        lock.unlock();
-    } catch (ZException_6_0& failure) {
-        if (!zunwinding())
-            throw;
-        zreportException(failure);
-    }
+    zreporting::runInDestructor({kSource, reportInUnlock}, [&] { lock.unlock(); });
 }
 
 }  // namespace
@@ -50,16 +47,15 @@ ZAbstractPropertiesFactory_6_0::ZAbstractPropertiesFactory_6_0() : map_(kBuckets
 // The map owns neither paths nor stores: an owning map would take clones, and stores have none.
 ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
 {
-    try {
+    constexpr zreporting::Site kSite = {kSource, reportInFactory};
+    zreporting::runCleanup(kSite, [this] {
         ZArrayList_6_0 members(2 * map_.size(), 0);
         map_.listKeys(members);
         map_.listObjects(members);
         map_.removeAll();
         for (unsigned i = 0; i < members.size(); ++i)
-            delete members.get(i);
-    } catch (ZException_6_0& failure) {
-        zreportException(failure);
-    }
+            zreporting::runCleanup(kSite, [&] { delete members.get(i); });
+    });
 }
 
 ZLock_6_0* ZPropRegistry_6_0::res_ = nullptr;

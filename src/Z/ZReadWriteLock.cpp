@@ -3,7 +3,7 @@
 #include <atomic>
 
 #include "ZException.h"
-#include "ZLock_p.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -369,7 +369,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
 {
     if (failed_ != 0)
         return;
-    zreleaseInDestructor(kSource, reportInGuard, [this] {
+    zreporting::runInDestructor({kSource, reportInGuard}, [this] {
         try {
             lock_.unlock();
         } catch (ZWriteResourceException_6_0 const&) {

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <pthread.h>
 #include <unistd.h>
+#include "ZException_p.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,8 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <vector>
-
-#include "ZLock_p.h"
 
 namespace {
 

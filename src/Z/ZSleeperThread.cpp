@@ -6,10 +6,16 @@
 
 #include "ZException.h"
 #include "ZLock.h"
-#include "ZLock_p.h"
 #include "ZThreadPool.h"
+#include "reporting/failures.h"
 
 namespace {
+
+constexpr char kSource[] = "src/Z/ZSleeperThread";
+
+// The number each site puts into its report. Log scanners match on it, so it belongs to the site
+// and does not follow the line when the file is edited.
+enum ReportSite { reportInLoopEnd = 47, reportInDestructor = 110 };
 
 // A flag that is set while a call is under way, however it ends; guarded by the condition's lock.
 class Underway {
@@ -46,16 +52,14 @@ public:
     Begin& operator=(Begin const&) = delete;
     ~Begin()
     {
-        try {
+        zreporting::runCleanup({kSource, reportInLoopEnd}, [this] {
             if (!told_)
                 tell();
             ZResourceLock_6_0 const guard(*sleeper_.wakeCondition_.getResource());
             sleeper_.looping_ = 0;
             if (sleeper_.isDetached() != 0)
                 sleeper_.exit_ = 0;
-        } catch (ZException_6_0& failure) {
-            zreportException(failure);
-        }
+        });
     }
 
     void tell()
@@ -109,15 +113,12 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(ZLock_6_0& lock)
 
 ZSleeperThread_6_0::~ZSleeperThread_6_0()
 {
-    ZCancelGuard const uncancelled;
-    try {
+    zreporting::runCleanup({kSource, reportInDestructor}, [this] {
         // A sleeper that deletes itself may be done before its start() has returned.
         ZResourceLock_6_0 const guard(*startCondition_.getResource());
         while (starts_ > 0)
             startCondition_.wait();
-    } catch (ZException_6_0& failure) {
-        zreportException(failure);
-    }
+    });
 }
 
 void ZSleeperThread_6_0::start()

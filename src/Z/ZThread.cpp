@@ -6,9 +6,8 @@
 #include <atomic>
 
 #include "ZException.h"
-#include "ZLock_p.h"
-#include "ZMessage.h"
 #include "ZThreadPool.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -34,7 +33,6 @@ enum Message {
     setDetachState = 16,
     threadCreate = 17,
     attrDestroy = 18,
-    unknownException = 19,
     threadJoin = 20,
     keyCreate = 29,
     setSpecific = 30
@@ -74,7 +72,7 @@ private:
     {
         int const rc = pthread_attr_destroy(&attributes_);
         if (rc != 0)
-            zreportRc(kSource, reportInAttrDestroy, attrDestroy, rc);
+            zreporting::reportRc({kSource, reportInAttrDestroy}, attrDestroy, rc);
     }
 
     pthread_attr_t attributes_;
@@ -87,18 +85,6 @@ extern "C" void deleteThreadObject(void* object)
 
 }  // namespace
 
-void zreportUnknownException(char const* source, int site) noexcept
-{
-    ZCancelGuard const uncancelled;
-    try {
-        ZMessageService_6_0::messageService()->outputMessage(source, site, unknownException, 0,
-                                                             nullptr, nullptr, nullptr, nullptr,
-                                                             nullptr, nullptr);
-    } catch (...) {
-        // There is nobody left to tell.
-    }
-}
-
 // What the new thread does.
 struct ZThread_6_0::Entry {
     // Ends the thread, however it comes to its end.
@@ -110,25 +96,12 @@ struct ZThread_6_0::Entry {
             // The notice lets others destroy the object: look at it before.
             bool const deletesItself = thread.detached_ != 0 && thread.autoDelete_ != 0;
             ZThreadPool_6_0* const pool = thread.pool_;
-            tell([this] { thread.exit(); });
+            constexpr zreporting::Site kSite = {kSource, reportInExit};
+            zreporting::runCleanup(kSite, [this] { thread.exit(); });
             if (pool != nullptr)
-                tell([&] { pool->threadDeathNotification(thread); });
+                zreporting::runCleanup(kSite, [&] { pool->threadDeathNotification(thread); });
             if (deletesItself)
-                tell([this] { delete &thread; });
-        }
-
-        // Nothing may leave a destructor that cancelling runs.
-        template <class Action>
-        static void tell(Action action) noexcept
-        {
-            ZCancelGuard const uncancelled;
-            try {
-                action();
-            } catch (ZException_6_0& failure) {
-                zreportException(failure);
-            } catch (...) {
-                zreportUnknownException(kSource, reportInExit);
-            }
+                zreporting::runCleanup(kSite, [this] { delete &thread; });
         }
     };
 
@@ -138,15 +111,7 @@ struct ZThread_6_0::Entry {
         // The starter learns the id when pthread_create() returns, which may be after the end.
         std::atomic_ref(thread.id_).store(pthread_self(), std::memory_order_relaxed);
         End const end{thread};
-        try {
-            thread.run();
-        } catch (ZException_6_0& failure) {
-            zreportException(failure);
-        } catch (...) {
-            if (zcaughtCancellation())
-                throw;
-            zreportUnknownException(kSource, reportInRun);
-        }
+        zreporting::reportExceptions({kSource, reportInRun}, [&] { thread.run(); });
         return nullptr;
     }
 };

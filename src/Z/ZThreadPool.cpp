@@ -9,8 +9,8 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZThread.h"
+#include "reporting/failures.h"
 
 namespace {
 
@@ -93,10 +93,10 @@ struct ZThreadPool_6_0::Rep {
     {
         int rc = pthread_mutex_destroy(&mutex);
         if (rc != 0)
-            zreportRc(kSource, reportInMutexDestroy, mutexDestroy, rc);
+            zreporting::reportRc({kSource, reportInMutexDestroy}, mutexDestroy, rc);
         rc = pthread_cond_destroy(&condition);
         if (rc != 0)
-            zreportRc(kSource, reportInConditionDestroy, conditionDestroy, rc);
+            zreporting::reportRc({kSource, reportInConditionDestroy}, conditionDestroy, rc);
     }
 
     // Returns the index of `thread` among the parked ones, -1 when it is not parked. By address: a
@@ -144,7 +144,7 @@ struct ZThreadPool_6_0::Rep {
     {
         int const rc = signal();
         if (rc != 0)
-            zreportRc(kSource, reportInWake, conditionSignal, rc);
+            zreporting::reportRc({kSource, reportInWake}, conditionSignal, rc);
     }
 
     void forget(ZThread_6_0 const& thread)
@@ -199,7 +199,7 @@ public:
             return;
         int const rc = pthread_mutex_unlock(mutex_);
         if (rc != 0)
-            zreportRc(kSource, raiseInUnlock, mutexUnlock, rc);
+            zreporting::reportRc({kSource, raiseInUnlock}, mutexUnlock, rc);
     }
 
     void lock()
@@ -229,7 +229,7 @@ public:
         }
         if (rc == 0)
             return;
-        zreportRc(kSource, reportInWait, conditionWait, rc);
+        zreporting::reportRc({kSource, reportInWait}, conditionWait, rc);
         unlock();
         sched_yield();
         lock();
@@ -240,33 +240,18 @@ private:
     bool locked_ = false;
 };
 
-// Runs `action`; whatever it raises is reported.
-template <class Action>
-void reported(RaiseSite site, Action action)
-{
-    try {
-        action();
-    } catch (ZException_6_0& failure) {
-        zreportException(failure);
-    } catch (...) {
-        if (zcaughtCancellation())
-            throw;
-        zreportUnknownException(kSource, site);
-    }
-}
-
 // Lets go of the pool's mutex for a scope.
 class Unlocked {
 public:
     explicit Unlocked(Guard& guard) : guard_(guard)
     {
-        reported(raiseInUnlock, [&] { guard_.unlock(); });
+        zreporting::reportExceptions({kSource, raiseInUnlock}, [&] { guard_.unlock(); });
     }
     Unlocked(Unlocked const&) = delete;
     Unlocked& operator=(Unlocked const&) = delete;
     ~Unlocked() noexcept(false)
     {
-        zreleaseInDestructor(kSource, raiseInLock, [this] { guard_.lock(); });
+        zreporting::runInDestructor({kSource, raiseInLock}, [this] { guard_.lock(); });
     }
 
 private:
@@ -331,7 +316,7 @@ void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
     ++rep_->active;
     // KEPT: a thread that does not start is told to the message service alone; callers see it by
     // its work not being done. Test: ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
-    reported(reportInStart, [&] { thread.start(); });
+    zreporting::reportExceptions({kSource, reportInStart}, [&] { thread.start(); });
 }
 
 void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
@@ -356,7 +341,8 @@ void ZThreadPool_6_0::waitForExit()
             // An ending sleeper needs the mutex to say so: let go of it meanwhile.
             Rep::Told const told(*rep_, *sleeper);
             Unlocked const unlocked(guard);
-            reported(reportInWaitForExit, [&] { sleeper->waitForExit(); });
+            zreporting::reportExceptions({kSource, reportInWaitForExit},
+                                         [&] { sleeper->waitForExit(); });
         }
         while (rep_->active != 0)
             guard.wait(rep_->condition, rep_->waiting);

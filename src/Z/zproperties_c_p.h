@@ -13,8 +13,8 @@
 #include <string>
 
 #include "ZException.h"
-#include "ZLock_p.h"
 #include "ZStanzaFileProperties.h"
+#include "reporting/failures.h"
 #include "zproperties_c.h"
 
 constexpr uint32_t kZPropFirstMagic = 0xbeeff00d;
@@ -204,12 +204,8 @@ private:
     // Nothing may leave the end of a use; what cannot let go of its lock is reported.
     static void destroy(Object* object) noexcept
     {
-        ZCancelGuard const uncancelled;
-        try {
-            delete object;
-        } catch (ZException_6_0& failure) {
-            zreportException(failure);
-        }
+        constexpr zreporting::Site kSite = {"src/Z/zproperties_c", 208};
+        zreporting::runCleanup(kSite, [object] { delete object; });
     }
 
     Slot& takeSlot()

@@ -1,0 +1,60 @@
+#include "failures.h"
+
+#include <charconv>
+
+#include "../ZMessage.h"
+
+namespace zreporting {
+
+namespace {
+
+constexpr int kUnknownException = 19;  // the message number
+
+// Uses the installed service. What that throws is dropped: it has no other reader.
+template <class Report>
+void send(Report report) noexcept
+{
+    ZCancelGuard const uncancelled;
+    try {
+        report();
+    } catch (...) {
+    }
+}
+
+}  // namespace
+
+void reportRc(Site site, int messageNumber, int rc) noexcept
+{
+    send([&] {
+        char digits[16];
+        *std::to_chars(digits, digits + sizeof digits - 1, rc).ptr = '\0';
+        ZException_6_0::Text const text(digits);
+        ZMessageService_6_0::messageService()->outputMessage(site.source, site.number,
+                                                             messageNumber, 1, &text, nullptr,
+                                                             nullptr, nullptr, nullptr, nullptr);
+    });
+}
+
+void reportException(ZException_6_0& failure) noexcept
+{
+    send([&] { failure.dumpException(); });
+}
+
+void reportCurrentException(Site site)
+{
+    if (zcaughtCancellation())
+        throw;
+    try {
+        throw;
+    } catch (ZException_6_0& failure) {
+        reportException(failure);
+    } catch (...) {
+        send([&] {
+            ZMessageService_6_0::messageService()->outputMessage(
+                site.source, site.number, kUnknownException, 0, nullptr, nullptr, nullptr, nullptr,
+                nullptr, nullptr);
+        });
+    }
+}
+
+}  // namespace zreporting
