@@ -1,5 +1,5 @@
 # A labelled line of a contract becomes a paragraph of the reference manual.
-s~^( */// )(units|range|owns|throws|codes|threads|cost|kept)  +~\1@par \2\n\1~
+s~^( */// )(calls|units|range|owns|throws|codes|threads|cost|kept)  +~\1@par \2\n\1~
 
 # A heading of a text page gets the anchor that links on the page name it by.
 s~^(##+) ([A-Za-z]+)$~\1 \2 {#\L\2}~

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <typeinfo>
 #include <utility>
 
 #include "ZArray_p.h"
@@ -23,6 +24,12 @@ enum RaiseSite {
     raiseInSetNoCopy = 181,
     raiseInSwap = 223
 };
+
+// Whether no derived class overrides what the array's operations call.
+bool isPlain(ZArray_6_0 const& array)
+{
+    return typeid(array) == typeid(ZArray_6_0);
+}
 
 void checkIndex(bool inRange, RaiseSite site)
 {
@@ -46,9 +53,7 @@ ZArray_6_0::ZArray_6_0(ZArray_6_0 const& source)
 {
     PlainBlock<ZObject_6_0*> slots;
     slots.makeZero(count_, kSource, raiseInAllocate);
-    SlotFiller filler(slots.data(), owns_);
-    filler.addAll(source.elements_, source.count_);
-    filler.release();
+    source.copyMembers(slots.data(), owns_);
     elements_ = slots.release();
 }
 
@@ -58,13 +63,23 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
         return *this;
     // KEPT: owns_ is not assigned although the copy constructor takes it over; callers assign
     // between owning and borrowing arrays. Test: ZArray.KeepsItsOwnershipWhenAssigned
-    ZArray_6_0 old(source.count_, owns_);
-    SlotFiller filler(old.elements_, owns_);
-    filler.addAll(source.elements_, source.count_);
-    filler.release();
-    std::swap(elements_, old.elements_);
-    std::swap(count_, old.count_);
-    old.removeAll();
+    if (isPlain(*this)) {
+        ZArray_6_0 old(source.count_, owns_);
+        source.copyMembers(old.elements_, owns_);
+        swapSlots(old);
+        old.removeAll();
+        return *this;
+    }
+    if (count_ == source.count_) {
+        removeAll();
+    } else {
+        ZArray_6_0 old(source.count_, owns_);  // raises before anything is removed
+        removeAll();
+        swapSlots(old);
+    }
+    unsigned int const most = count_;
+    for (unsigned int i = 0; i < most; ++i)
+        set(i, source.get(i));
     return *this;
 }
 
@@ -100,6 +115,12 @@ void ZArray_6_0::remove(unsigned int index)
 void ZArray_6_0::removeAll()
 {
     ObjectDeleter deleter;
+    if (!isPlain(*this)) {
+        for (unsigned int i = 0; i < count_; ++i)
+            deleter.run([&] { remove(i); });
+        deleter.finish();
+        return;
+    }
     for (unsigned int i = 0; i < count_; ++i) {
         ZObject_6_0* const old = std::exchange(elements_[i], nullptr);
         if (owns_ != 0)
@@ -150,4 +171,25 @@ void ZArray_6_0::swap(unsigned int one, unsigned int other)
 {
     checkIndex(one < count_ && other < count_, raiseInSwap);
     std::swap(elements_[one], elements_[other]);
+}
+
+// Fills `slots` with the contents of this array's: with clones if `owns` is not 0. An array of a
+// derived class is asked through its get().
+void ZArray_6_0::copyMembers(ZObject_6_0** slots, int owns) const
+{
+    SlotFiller filler(slots, owns);
+    if (isPlain(*this)) {
+        filler.addAll(elements_, count_);
+    } else {
+        unsigned int const most = count_;
+        for (unsigned int i = 0; i < most && i < count_; ++i)
+            filler.add(get(i));
+    }
+    filler.release();
+}
+
+void ZArray_6_0::swapSlots(ZArray_6_0& other)
+{
+    std::swap(elements_, other.elements_);
+    std::swap(count_, other.count_);
 }

@@ -7,6 +7,9 @@
 // pointer as given in both; an owning array takes it over.
 // Threads: unsynchronised; callers serialise access to one array.
 // An operation that raises leaves the array as it was.
+// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
+// class that overrides them sees them called. An array of exactly ZArray_6_0 may do the same work
+// without the calls.
 #pragma once
 
 #include "ZObject.h"
@@ -59,13 +62,16 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZArray_6_0(unsigned int size, int owns);
     /// Makes an array with the slots and the ownership of `source`.
+    /// calls   get() of `source`.
     /// owns    an owning copy holds clones; a borrowing one the same pointers.
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZArray_6_0(ZArray_6_0 const& source);
     /// Takes the number of slots and the contents of `source`; what was held goes as removeAll()
     /// lets it go. Assigning an array to itself does nothing.
+    /// calls   removeAll(), set(); get() of `source`.
     /// owns    this array's own flag decides whether clones or the same pointers are stored.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; what a clone() raises. An array of a caller's class then
+    ///         has empty slots from the one on that could not be set.
     /// kept    the ownership flag is not assigned, though a copy takes it over.
     ZArray_6_0& operator=(ZArray_6_0 const& source);
 
@@ -75,12 +81,15 @@ public:
     unsigned int size() const override;
     /// Returns the flag given at construction: not 0 when the array owns what it holds.
     virtual int ownsMembers() const;
+    /// calls   indexOf().
     bool contains(ZObject_6_0 const* obj) const override;
     /// Empties slot `index`; the others stay where they are.
+    /// calls   nothing else.
     /// owns    an owning array deletes what the slot held.
     /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
     void remove(unsigned int index) override;
     /// Empties every slot; the number of slots stays.
+    /// calls   remove() for each slot.
     /// owns    an owning array deletes what the slots held.
     /// throws  what a destructor raises first; every slot is empty then.
     void removeAll() override;
@@ -89,11 +98,13 @@ public:
     /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
     ZObject_6_0* get(unsigned int index) const override;
     /// Puts `obj` into slot `index`.
+    /// calls   setNoCopy().
     /// owns    an owning array stores `obj->clone()` and deletes what the slot held; `obj` stays
     ///         the caller's.
     /// throws  ZInvalidParameterException_6_0 when `index >= size()`; what clone() raises.
     void set(unsigned int index, ZObject_6_0 const* obj) override;
     /// Puts `obj` itself into slot `index`.
+    /// calls   nothing else.
     /// owns    an owning array takes `obj` over and deletes what the slot held.
     /// throws  ZInvalidParameterException_6_0 when `index >= size()`.
     /// kept    an owning array deletes what the slot held even when it is `obj`.
@@ -101,10 +112,14 @@ public:
     int indexOf(ZObject_6_0 const* obj) const override;
     int lastIndexOf(ZObject_6_0 const* obj) const override;
     /// Exchanges the contents of two slots.
+    /// calls   nothing else.
     /// throws  ZInvalidParameterException_6_0 when `one` or `other` is not below `size()`.
     void swap(unsigned int one, unsigned int other) override;
 
 private:
+    void copyMembers(ZObject_6_0** slots, int owns) const;
+    void swapSlots(ZArray_6_0& other);
+
     ZObject_6_0** elements_;  // never null; count_ slots, null when empty
     int owns_;                // not 0: clones and deletes
     unsigned int count_;      // slots, at least 1

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <bit>
 #include <memory>
+#include <typeinfo>
 #include <utility>
 
 #include "ZArrayList_p.h"
@@ -225,6 +226,12 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     }
 }
 
+// Whether no derived class overrides what the list's operations call.
+bool isPlain(ZArrayList_6_0 const& list)
+{
+    return typeid(list) == typeid(ZArrayList_6_0);
+}
+
 }  // namespace
 
 void ZList_6_0::backUp(ZListIterator_6_0& iterator)
@@ -258,44 +265,39 @@ void ZAbstractList_6_0::quickSort(ZSortCompare_6_0 const& comparator,
 }
 
 ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
-    : capacity_(std::max(initialCapacity, 1u)), count_(0), owns_(owns), room_(roomFor(capacity_))
+    : capacity_(std::max(initialCapacity, 1u)),
+      count_(0),
+      owns_(owns),
+      room_(0),
+      slots_(roomFor(capacity_))
 {
     PlainBlock<ZObject_6_0*> slots;
-    slots.resize(room_, kSource, raiseInAllocate);
+    slots.resize(slots_, kSource, raiseInAllocate);
     elements_ = slots.release();
 }
 
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
     : ZAbstractList_6_0(source),
-      capacity_(source.ZArrayList_6_0::capacity()),
+      capacity_(grownFor(source.ZArrayList_6_0::capacity(), source.size())),
       count_(0),
       owns_(source.owns_),
-      room_(roomFor(capacity_))
+      room_(0),
+      slots_(roomFor(capacity_))
 {
     PlainBlock<ZObject_6_0*> slots;
-    slots.resize(room_, kSource, raiseInAllocate);
-    SlotFiller filler(slots.data(), owns_);
-    filler.addAll(source.elements_, source.count_);
-    count_ = filler.release();
+    slots.resize(slots_, kSource, raiseInAllocate);
+    count_ = source.copyMembers(slots.data(), capacity_, owns_);
     elements_ = slots.release();
 }
 
 ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 {
-    if (this == &source)
-        return *this;
-    // KEPT: neither owns_ nor the capacity is assigned although the copy constructor takes both;
-    // callers assign between owning and borrowing lists.
-    // Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
-    ZArrayList_6_0 old(grownFor(ZArrayList_6_0::capacity(), source.count_), owns_);
-    SlotFiller filler(old.elements_, owns_);
-    filler.addAll(source.elements_, source.count_);
-    old.count_ = filler.release();
-    std::swap(capacity_, old.capacity_);
-    std::swap(room_, old.room_);
-    std::swap(elements_, old.elements_);
-    std::swap(count_, old.count_);
-    old.removeAll();
+    if (isPlain(*this)) {
+        assign(source);
+    } else if (this != &source) {
+        removeAll();
+        addList(source);
+    }
     return *this;
 }
 
@@ -321,15 +323,15 @@ bool ZArrayList_6_0::contains(ZObject_6_0 const* obj) const
 void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
 {
     if (owns_ == 0) {
-        ZArrayList_6_0::addNoCopy(index, obj);
+        addNoCopy(index, obj);
         return;
     }
-    if (index > count_)
+    if (index > size())
         return;
     std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
-    if (index > count_)  // the clone() has taken members away
+    if (index > size())  // the clone() has taken members away
         return;
-    ZArrayList_6_0::addNoCopy(index, copy.get());
+    addNoCopy(index, copy.get());
     copy.release();
 }
 
@@ -339,6 +341,13 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     if (more == 0)
         return;
     grownFor(capacity_, size_t{count_} + more);  // raises before anything is cloned
+    if (!isPlain(*this)) {
+        addAllOrNothing(*this, [&] {
+            for (unsigned int i = 0; i < more && i < other.size(); ++i)
+                add(other.get(i));
+        });
+        return;
+    }
     // Gathered beside the list: nothing shows of a failure, and a clone() may change the list.
     PlainBlock<ZObject_6_0*> members;
     members.resize(more, kSource, raiseInGrow);
@@ -352,7 +361,7 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
 
 void ZArrayList_6_0::addNoCopy(ZObject_6_0 const* obj)
 {
-    addNoCopy(count_, obj);
+    addNoCopy(size(), obj);
 }
 
 void ZArrayList_6_0::addNoCopy(unsigned int index, ZObject_6_0 const* obj)
@@ -389,10 +398,15 @@ void ZArrayList_6_0::remove(unsigned int index)
 void ZArrayList_6_0::remove(ZListIterator_6_0& iterator)
 {
     auto const index = static_cast<unsigned int>(indexOf(iterator));
+    try {
+        remove(index);
+    } catch (...) {  // of a member's destructor; the member is gone all the same
+        backUp(iterator);
+        throw;
+    }
     // KEPT: steps back also when the iterator has handed out nothing, which leaves it at its end;
     // callers remove after getNext() only. Test: ZArrayList.KeepsSteppingBackAFreshIterator
     backUp(iterator);
-    remove(index);
 }
 
 void ZArrayList_6_0::removeAll()
@@ -458,7 +472,7 @@ void ZArrayList_6_0::shuffle()
     // order within a second; callers that want a known order seed the clock.
     // Test: ZArrayList.KeepsSeedingTheProcessGenerator
     srand(static_cast<unsigned int>(time(nullptr)));
-    for (unsigned int i = count_; i > 1; --i)
+    for (unsigned int i = size(); i > 1; --i)
         swap(i - 1, static_cast<unsigned int>(rand()) % i);
 }
 
@@ -470,14 +484,48 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
 // Slots are allocated two growths ahead, since moving them costs more than the growth itself.
 void ZArrayList_6_0::makeRoom(size_t count)
 {
-    if (count <= room_)
+    if (count <= slots_)
         return;
     unsigned int const capacity = grownFor(capacity_, count);
     size_t const ahead = size_t{capacity} * 9 / 4;
     unsigned int const room = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
     elements_ = moved(elements_, count_, room);
     capacity_ = capacity;
-    room_ = room;
+    slots_ = room;
+}
+
+// Takes the members of `source` without asking this list's own operations: all or none of them.
+void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
+{
+    if (this == &source)
+        return;
+    // KEPT: neither owns_ nor the capacity is assigned although the copy constructor takes both;
+    // callers assign between owning and borrowing lists.
+    // Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
+    ZArrayList_6_0 old(grownFor(ZArrayList_6_0::capacity(), source.size()), owns_);
+    old.count_ = source.copyMembers(old.elements_, old.capacity_, owns_);
+    std::swap(capacity_, old.capacity_);
+    std::swap(slots_, old.slots_);
+    std::swap(elements_, old.elements_);
+    std::swap(count_, old.count_);
+    room_ = std::min(room_, slots_);
+    old.removeAll();
+}
+
+// Fills `slots` with the members that the list has now, at most `room` of them: with clones if
+// `owns` is not 0. Returns how many there are. A list of a derived class is asked through its
+// size() and get().
+unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const
+{
+    SlotFiller filler(slots, owns);
+    if (isPlain(*this)) {
+        filler.addAll(elements_, count_);
+    } else {
+        unsigned int const most = std::min(size(), room);
+        for (unsigned int i = 0; i < most && i < size(); ++i)
+            filler.add(get(i));
+    }
+    return filler.release();
 }
 
 // add() comes here when there is more to do than to put a pointer into a free slot.
@@ -485,12 +533,15 @@ void ZArrayList_6_0::append(ZObject_6_0 const* obj)
 {
     if (owns_ != 0) {
         std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
-        ZArrayList_6_0::addNoCopy(count_, copy.get());
+        addNoCopy(size(), copy.get());
         copy.release();
-        return;
+    } else if (isPlain(*this)) {
+        makeRoom(size_t{count_} + 1);
+        room_ = slots_;
+        elements_[count_++] = const_cast<ZObject_6_0*>(obj);
+    } else {
+        addNoCopy(size(), obj);
     }
-    makeRoom(size_t{count_} + 1);
-    elements_[count_++] = const_cast<ZObject_6_0*>(obj);
 }
 
 ZListIterator_6_0::ZListIterator_6_0(ZList_6_0 const& list) : next_(0), list_(&list)

@@ -1,5 +1,7 @@
 #include "ZArrayStack.h"
 
+#include <typeinfo>
+
 void ZAbstractStack_6_0::popall()
 {
     // KEPT: a null on the stack looks like its end, so what lies under it stays; callers put a null
@@ -14,7 +16,14 @@ ZArrayStack_6_0::ZArrayStack_6_0(unsigned int initialCapacity) : ZArrayList_6_0(
 
 ZArrayStack_6_0::ZArrayStack_6_0(ZArrayStack_6_0 const& source) = default;
 
-ZArrayStack_6_0& ZArrayStack_6_0::operator=(ZArrayStack_6_0 const& source) = default;
+ZArrayStack_6_0& ZArrayStack_6_0::operator=(ZArrayStack_6_0 const& source)
+{
+    if (typeid(*this) == typeid(ZArrayStack_6_0))
+        assign(source);
+    else
+        ZArrayList_6_0::operator=(source);
+    return *this;
+}
 
 ZArrayStack_6_0::~ZArrayStack_6_0() = default;
 

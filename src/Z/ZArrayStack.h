@@ -30,6 +30,7 @@ protected:
 class ZAbstractStack_6_0 : public ZStack_6_0 {
 public:
     /// Takes everything off, from the top down.
+    /// calls   pop().
     /// kept    stops behind the first null: what lies under it stays.
     void popall() override;
 
@@ -50,6 +51,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZArrayStack_6_0(ZArrayStack_6_0 const& source);
     /// Takes over what is on `source`.
+    /// calls   removeAll(), addList().
     /// throws  ZOutOfMemoryException_6_0.
     ZArrayStack_6_0& operator=(ZArrayStack_6_0 const& source);
 
@@ -61,8 +63,10 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
     /// Puts `obj` on top.
+    /// calls   add(ZObject_6_0 const*).
     /// owns    borrowed until it is popped.
     /// throws  ZOutOfMemoryException_6_0.
     void push(ZObject_6_0* obj) override;
+    /// calls   isEmpty(), size(), get(), remove(unsigned int).
     ZObject_6_0* pop() override;
 };

@@ -60,8 +60,15 @@ class ObjectDeleter {
 public:
     void drop(ZObject_6_0 const* obj)
     {
+        run([obj] { delete obj; });
+    }
+
+    /// Calls `deletes()`, which may raise.
+    template <class Deletes>
+    void run(Deletes deletes)
+    {
         try {
-            delete obj;
+            deletes();
         } catch (...) {
             if (zcaughtCancellation())
                 throw;

@@ -5,6 +5,8 @@
 #include <string.h>
 
 #include <algorithm>
+#include <memory>
+#include <typeinfo>
 #include <utility>
 
 #include "ZException.h"
@@ -12,6 +14,7 @@
 namespace {
 
 constexpr char kSource[] = "src/Z/ZBuffer";
+constexpr size_t kForeign = SIZE_MAX;
 
 // The number each raise site puts into its report. Log scanners match on it, so it belongs
 // to the site and does not follow the line when the file is edited.
@@ -138,6 +141,10 @@ void ZBuffer_6_0::setBuffer(unsigned long length, void* data)
     bool const inside = data != nullptr && data_ != nullptr && offset < room_;
     unsigned long const given = inside ? std::min(length, room_ - offset) : length;
 
+    if (typeid(*this) != typeid(ZBuffer_6_0)) {
+        setBufferOfDerived(length, data, inside ? offset : kForeign);
+        return;
+    }
     if (length == 0) {
         setLength(0);
         return;
@@ -186,6 +193,28 @@ void ZBuffer_6_0::takeBuffer(unsigned long& length, void*& data)
     length = std::exchange(length_, 0);
     data = std::exchange(data_, nullptr);
     room_ = 0;
+}
+
+// The same in a derived class, whose setLength() decides the length and may move or clear the
+// block: bytes of the own block, at `offset`, are kept apart meanwhile.
+void ZBuffer_6_0::setBufferOfDerived(unsigned long length, void const* data, size_t offset)
+{
+    std::unique_ptr<void, decltype(&free)> own(nullptr, free);
+    unsigned long given = length;
+    if (offset != kForeign && length != 0) {
+        given = std::min(length, room_ - offset);
+        own.reset(malloc(given));
+        if (own == nullptr)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInSetLength);
+        data = memcpy(own.get(), data, given);
+    }
+    setLength(length);
+    if (length_ == 0)
+        return;
+    given = data != nullptr ? std::min(given, length_) : 0;
+    if (given != 0)
+        memcpy(data_, data, given);
+    memset(static_cast<char*>(data_) + given, 0, length_ - given);
 }
 
 // Returns the block, made longer when it has no room for `length` bytes. What it holds stays.

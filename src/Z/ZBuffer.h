@@ -5,7 +5,11 @@
 // Ownership: ZBuffer_6_0 owns a block of the C heap and copies into it; ZConstBuffer_6_0 views
 // bytes that belong to someone else. Threads: unsynchronised; callers serialise access to one
 // buffer.
+// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
+// class that overrides them sees them called.
 #pragma once
+
+#include <stddef.h>
 
 #include "ZObject.h"
 
@@ -38,6 +42,7 @@ public:
 
     /// Returns -1 or 1 when this buffer is shorter or longer, whatever it holds; at equal lengths
     /// what memcmp() returns for the bytes, which may be any number, and 0 when both are the same.
+    /// calls   getLength() and getBuffer() of both.
     /// range   an object that is no buffer sorts by address, as objects do.
     int compare(ZObject_6_0 const& other) const override;
 };
@@ -52,6 +57,7 @@ public:
     /// Makes a view of the bytes that `source` views.
     ZConstBuffer_6_0(ZConstBuffer_6_0 const& source);
     /// Views what `source` views.
+    /// calls   setBuffer().
     ZConstBuffer_6_0& operator=(ZConstBuffer_6_0 const& source);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -97,6 +103,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZBuffer_6_0(ZBuffer_6_0 const& source);
     /// Takes the bytes of `source`.
+    /// calls   setBuffer(unsigned long, void*).
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     ZBuffer_6_0& operator=(ZBuffer_6_0 const& source);
@@ -113,16 +120,19 @@ public:
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     void setLength(unsigned long length) override;
     /// Makes the buffer a copy of the `length` bytes at `data`, which may lie inside the buffer.
+    /// calls   setLength().
     /// range   `data` null: the bytes are zero. Inside the buffer is all of its block, also what a
     ///         shorter length has kept; bytes behind the end of the block are zero.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     void setBuffer(unsigned long length, void* data) override;
     /// Makes the buffer a copy of the text and its terminating zero; null empties it.
+    /// calls   setBuffer(unsigned long, void*), or setLength() for null.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
     virtual void setBuffer(char* text);
     /// Takes the block at `data` as the buffer's own and releases the old one.
+    /// calls   setLength().
     /// range   `data` comes from malloc() or realloc(); null empties the buffer.
     /// owns    taken over; released with free().
     virtual void setBufferNoCopy(unsigned long length, void* data);
@@ -137,6 +147,7 @@ public:
     operator void*() const { return getBuffer(); }
 
 private:
+    void setBufferOfDerived(unsigned long length, void const* data, size_t offset);
     void* roomFor(unsigned long length);
 
     unsigned long length_;

@@ -9,6 +9,8 @@
 // An operation that raises leaves the map as it was.
 // Callbacks: what a map calls while it works (hash(), equals(), clone(), a destructor, the target
 // of listKeys() and listObjects()) may read the map. The clone() of putEntry() may change it too.
+// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
+// class that overrides them sees them called.
 #pragma once
 
 #include "ZArrayList.h"
@@ -51,6 +53,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractKeyMap_6_0() override;
 
+    /// calls   size().
     bool isEmpty() const override;
 };
 
@@ -112,8 +115,10 @@ public:
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZObject_6_0* clone() const override;
     unsigned int size() const override;
+    /// calls   nothing else.
     bool contains(ZObject_6_0 const* key) const override;
     /// Returns the value of the key; null when the map does not have it.
+    /// calls   nothing else.
     /// owns    borrowed until the map lets the value go.
     /// cost    O(1) expected.
     ZObject_6_0* getEntry(ZObject_6_0 const* key) const override;
@@ -127,6 +132,7 @@ public:
     /// kept    what an owning map stores are clones of clones.
     void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) override;
     /// Sets every key of `other` to its value there, in the order of `other`.
+    /// calls   listKeys() and getEntry() of `other`; putEntry().
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises. Keys set before stay set.
     void putAll(ZKeyMap_6_0 const& other) override;
     /// Removes the key and its value.
@@ -135,11 +141,13 @@ public:
     void removeEntry(ZObject_6_0 const* key) override;
     void removeAll() override;
     /// Adds every key to `target`, in the order of ZHashMap_6_0.
+    /// calls   `target.add(ZObject_6_0 const*)`.
     /// owns    as `target.add()` does.
     /// throws  what `target.add()` raises; `target` has the members it had before then.
     /// cost    O(buckets + keys).
     void listKeys(ZList_6_0& target) const override;
     /// Adds every value to `target`, a null one too, in the order of ZHashMap_6_0.
+    /// calls   `target.add(ZObject_6_0 const*)`.
     /// owns    as `target.add()` does.
     /// throws  what `target.add()` raises; `target` has the members it had before then.
     /// cost    O(buckets + keys).

@@ -1,6 +1,7 @@
 #include "ZHashMap.h"
 
 #include <memory>
+#include <typeinfo>
 #include <utility>
 
 #include "ZArrayList_p.h"
@@ -115,8 +116,19 @@ void ZHashMap_6_0::removeAll()
 
 void ZHashMap_6_0::list(ZList_6_0& target) const
 {
-    addAllOrNothing(
-        target, [&] { rep_->forEach([&](HashTable::Node const& node) { target.add(node.key); }); });
+    addAllOrNothing(target, [&] {
+        if (typeid(target) == typeid(ZArrayList_6_0)) {
+            rep_->forEach([&](HashTable::Node const& node) { target.add(node.key); });
+            return;
+        }
+        ZArrayList_6_0 entries(10, 0);  // of one bucket
+        rep_->forEachBucket([&](HashTable::Place first) {
+            entries.removeAll();
+            for (HashTable::Place place = first; place != 0; place = rep_->at(place).next)
+                entries.add(rep_->at(place).key);
+            target.addList(entries);
+        });
+    });
 }
 
 ZArrayMap_6_0::ZArrayMap_6_0(unsigned int initialCapacity, int owns)
@@ -126,7 +138,14 @@ ZArrayMap_6_0::ZArrayMap_6_0(unsigned int initialCapacity, int owns)
 
 ZArrayMap_6_0::ZArrayMap_6_0(ZArrayMap_6_0 const& source) = default;
 
-ZArrayMap_6_0& ZArrayMap_6_0::operator=(ZArrayMap_6_0 const& source) = default;
+ZArrayMap_6_0& ZArrayMap_6_0::operator=(ZArrayMap_6_0 const& source)
+{
+    if (typeid(*this) == typeid(ZArrayMap_6_0))
+        assign(source);
+    else
+        ZArrayList_6_0::operator=(source);
+    return *this;
+}
 
 ZArrayMap_6_0::~ZArrayMap_6_0() = default;
 
@@ -191,7 +210,14 @@ void ZArrayMap_6_0::list(ZList_6_0& target) const
 
 int ZArrayMap_6_0::getIndex(ZObject_6_0 const* probe) const
 {
-    return indexOf(probe);
+    if (probe == nullptr || typeid(*this) == typeid(ZArrayMap_6_0))
+        return ZArrayList_6_0::indexOf(probe);
+    for (unsigned int i = 0; i < size(); ++i) {
+        ZObject_6_0 const* const entry = get(i);
+        if (entry != nullptr && probe->equals(*entry))
+            return static_cast<int>(i);
+    }
+    return -1;
 }
 
 ZMapIterator_6_0::ZMapIterator_6_0(ZMap_6_0 const& map)

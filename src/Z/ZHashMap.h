@@ -10,6 +10,9 @@
 // An operation that raises leaves the entries as they were.
 // Callbacks: what a map calls while it works (hash(), equals(), clone(), a destructor, the target
 // of list()) may read the map. The clone() of putEntry() may change it too.
+// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
+// class that overrides them sees them called. A map of exactly a class of this library may do the
+// same work without the calls.
 #pragma once
 
 #include "ZArrayList.h"
@@ -51,6 +54,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractMap_6_0() override;
 
+    /// calls   size().
     bool isEmpty() const override;
 };
 
@@ -81,12 +85,15 @@ public:
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZObject_6_0* clone() const override;
     unsigned int size() const override;
+    /// calls   getEntry().
     bool contains(ZObject_6_0 const* probe) const override;
     /// Returns the entry that `probe` equals; null when there is none.
+    /// calls   nothing else.
     /// owns    borrowed until the map lets the entry go.
     /// cost    O(1) expected.
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others of its bucket.
+    /// calls   nothing else.
     /// range   not null; an owning map puts nothing when `entry` cannot be cloned.
     /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
     ///         the caller's either way.
@@ -94,16 +101,21 @@ public:
     /// cost    O(1) expected, plus one clone when owning.
     void putEntry(ZObject_6_0* entry) override;
     /// Puts every entry of `other`, in its order; equal ones are replaced.
+    /// calls   list() of `other`; putEntry().
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises. Entries put before stay.
     void putAll(ZMap_6_0& other) override;
     /// Removes the entry that `probe` equals.
+    /// calls   nothing else.
     /// owns    an owning map deletes it.
     /// cost    O(1) expected.
     void removeEntry(ZObject_6_0* probe) override;
+    /// calls   nothing else.
     void removeAll() override;
     /// Adds every entry to `target`: bucket after bucket, in each in the order of insertion.
-    /// owns    as `target.add()` does.
-    /// throws  what `target.add()` raises; `target` has the members it had before then.
+    /// calls   `target.addList()` with the entries of a bucket.
+    /// owns    as `target.addList()` does.
+    /// throws  ZOutOfMemoryException_6_0; what `target.addList()` raises. `target` then has
+    ///         the members it had before.
     /// cost    O(buckets + entries).
     void list(ZList_6_0& target) const override;
 
@@ -124,6 +136,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZArrayMap_6_0(ZArrayMap_6_0 const& source);
     /// Takes the entries of `source`; capacity and ownership stay, as with lists.
+    /// calls   removeAll(), addList().
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZArrayMap_6_0& operator=(ZArrayMap_6_0 const& source);
 
@@ -134,34 +147,43 @@ public:
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     ZObject_6_0* clone() const override;
+    /// calls   size().
     bool isEmpty() const override;
     unsigned int size() const override;
+    /// calls   getIndex().
     bool contains(ZObject_6_0 const* probe) const override;
+    /// calls   nothing else.
     void removeAll() override;
     /// Returns the entry that `probe` equals; null when there is none.
+    /// calls   getIndex(), get().
     /// owns    borrowed until the map lets the entry go.
     /// cost    O(n).
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry` in the place of the one it equals, or behind the others.
+    /// calls   getIndex(), and add(ZObject_6_0 const*) or set().
     /// owns    an owning map stores `entry->clone()` and deletes what it replaces; `entry` stays
     ///         the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; what clone() raises.
     /// cost    O(n).
     void putEntry(ZObject_6_0* entry) override;
     /// Adds every entry of `other` behind the others.
+    /// calls   list() of `other`, and that addList() or add(ZObject_6_0 const*) of this map.
     /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
     /// kept    an entry whose equal is there already is stored a second time; look-up goes on
     ///         finding the first.
     void putAll(ZMap_6_0& other) override;
     /// Removes the entry that `probe` equals, the first if there are several.
+    /// calls   getIndex(), remove(unsigned int).
     /// owns    an owning map deletes it.
     /// cost    O(n).
     void removeEntry(ZObject_6_0* probe) override;
     /// Adds every entry to `target`.
+    /// calls   `target.addList()` with this map.
     /// owns    as `target.addList()` does.
     /// throws  what `target.addList()` raises.
     void list(ZList_6_0& target) const override;
     /// Returns the index of the first entry that `probe` equals; -1 when there is none.
+    /// calls   size(), get().
     virtual int getIndex(ZObject_6_0 const* probe) const;
 };
 

@@ -60,6 +60,9 @@ public:
     /// Calls `visit(node)` for every node, bucket after bucket.
     template <class Visit>
     void forEach(Visit visit) const;
+    /// Calls `visit(place)` for every bucket that is not empty, with the place of its first node.
+    template <class Visit>
+    void forEachBucket(Visit visit) const;
 
     /// Makes room for a put() of the same place and hash.
     /// throws  ZOutOfMemoryException_6_0; the table is as it was then.
@@ -165,10 +168,19 @@ template <class IsIt>
 template <class Visit>
 void HashTable::forEach(Visit visit) const
 {
+    forEachBucket([&](Place first) {
+        for (Place place = first; place != 0; place = at(place).next)
+            visit(at(place));
+    });
+}
+
+template <class Visit>
+void HashTable::forEachBucket(Visit visit) const
+{
     if (size_ == 0)
         return;
     for (uint32_t bucket = 0; bucket < bucketCount_; ++bucket) {
-        for (Place place = buckets_[bucket].first; place != 0; place = at(place).next)
-            visit(at(place));
+        if (buckets_[bucket].first != 0)
+            visit(buckets_[bucket].first);
     }
 }

@@ -6,11 +6,13 @@
 #include <time.h>
 
 #include <algorithm>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <numeric>
 #include <random>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "Containers.h"
@@ -602,6 +604,211 @@ TEST_F(ZArrayList, APartIsTakenBackFromATargetThatLetsNothingGo)
     EXPECT_EQ((Numbers{1, 2}), numbersOf(target));
 }
 
+// ---- Derived classes
+
+namespace {
+
+// A list that writes down which of its operations are called.
+class Noting : public ZArrayList_6_0 {
+public:
+    explicit Noting(int owns = kOwns) : ZArrayList_6_0(1, owns) {}
+    Noting(Noting const&) = default;
+    Noting& operator=(Noting const&) = default;
+
+    unsigned int size() const override
+    {
+        ++sizesAsked;
+        return ZArrayList_6_0::size();
+    }
+    void add(ZObject_6_0 const* obj) override
+    {
+        note("add", obj);
+        ZArrayList_6_0::add(obj);
+    }
+    void add(unsigned int index, ZObject_6_0 const* obj) override
+    {
+        note("add at " + std::to_string(index), obj);
+        ZArrayList_6_0::add(index, obj);
+    }
+    void addList(ZList_6_0 const& other) override
+    {
+        notes += "addList; ";
+        ZArrayList_6_0::addList(other);
+    }
+    void addNoCopy(ZObject_6_0 const* obj) override
+    {
+        note("addNoCopy", obj);
+        ZArrayList_6_0::addNoCopy(obj);
+    }
+    void addNoCopy(unsigned int index, ZObject_6_0 const* obj) override
+    {
+        note("addNoCopy at " + std::to_string(index), obj);
+        ZArrayList_6_0::addNoCopy(index, obj);
+    }
+    void remove(ZObject_6_0 const* obj) override
+    {
+        note("remove", obj);
+        ZArrayList_6_0::remove(obj);
+    }
+    void remove(unsigned int index) override
+    {
+        notes += "remove at " + std::to_string(index) + "; ";
+        ZArrayList_6_0::remove(index);
+    }
+    void remove(ZListIterator_6_0& iterator) override { ZArrayList_6_0::remove(iterator); }
+    void removeAll() override
+    {
+        notes += "removeAll; ";
+        ZArrayList_6_0::removeAll();
+    }
+    ZObject_6_0* get(unsigned int index) const override
+    {
+        notes += "get " + std::to_string(index) + "; ";
+        return ZArrayList_6_0::get(index);
+    }
+    int indexOf(ZObject_6_0 const* obj) const override
+    {
+        note("indexOf", obj);
+        return ZArrayList_6_0::indexOf(obj);
+    }
+    int indexOf(ZListIterator_6_0& iterator) override
+    {
+        notes += "indexOf iterator; ";
+        return ZArrayList_6_0::indexOf(iterator);
+    }
+    void backUp(ZListIterator_6_0& iterator) override
+    {
+        notes += "backUp; ";
+        ZArrayList_6_0::backUp(iterator);
+    }
+    void swap(unsigned int one, unsigned int other) override
+    {
+        notes += "swap; ";
+        ZArrayList_6_0::swap(one, other);
+    }
+
+    mutable std::string notes;
+    mutable int sizesAsked = 0;
+
+private:
+    void note(std::string const& call, ZObject_6_0 const* obj) const
+    {
+        notes += call + " " + std::to_string(numberOf(obj)) + "; ";
+    }
+};
+
+}  // namespace
+
+TEST_F(ZArrayList, CallsTheOperationsThatADerivedClassOverrides)
+{
+    CountedObject const nine(9), two(2);
+    OwningList other({5, 6});
+    struct Case {
+        char const* name;
+        std::function<void(Noting&)> action;
+        char const* notes;
+    };
+    // The list has the members 1, 2 and 3.
+    Case const cases[] = {
+        {"add", [&](Noting& l) { l.ZArrayList_6_0::add(&nine); }, "addNoCopy at 3 9; "},
+        {"add at an index", [&](Noting& l) { l.ZArrayList_6_0::add(1, &nine); },
+         "addNoCopy at 1 9; "},
+        {"add too far out", [&](Noting& l) { l.ZArrayList_6_0::add(4, nullptr); }, ""},
+        {"addNoCopy", [&](Noting& l) { l.ZArrayList_6_0::addNoCopy(nullptr); },
+         "addNoCopy at 3 -1; "},
+        {"addList", [&](Noting& l) { l.ZArrayList_6_0::addList(other); },
+         "add 5; addNoCopy at 3 5; add 6; addNoCopy at 4 6; "},
+        {"addList of none", [&](Noting& l) { l.ZArrayList_6_0::addList(ZArrayList_6_0(1, kOwns)); },
+         ""},
+        {"assignment", [&](Noting& l) { l.ZArrayList_6_0::operator=(other); },
+         "removeAll; addList; add 5; addNoCopy at 0 5; add 6; addNoCopy at 1 6; "},
+        {"assignment to itself", [&](Noting& l) { l.ZArrayList_6_0::operator=(l); }, ""},
+        {"remove", [&](Noting& l) { l.ZArrayList_6_0::remove(&two); }, "indexOf 2; remove at 1; "},
+        {"remove with an iterator",
+         [&](Noting& l) {
+             ZListIterator_6_0 iterator(l);
+             iterator.getNext();
+             l.notes.clear();
+             l.remove(iterator);
+             EXPECT_EQ(2, numberOf(iterator.getNext()));
+         },
+         "indexOf iterator; remove at 0; backUp; get 0; "},
+        {"contains", [&](Noting& l) { EXPECT_TRUE(l.contains(&two)); }, "indexOf 2; "},
+        {"subList",
+         [&](Noting& l) {
+             Noting part(kBorrows);
+             l.subList(part, 1, 2);
+             EXPECT_EQ("add 2; addNoCopy at 0 2; add 3; addNoCopy at 1 3; ", part.notes);
+         },
+         "get 1; get 2; "},
+        {"shuffle", [&](Noting& l) { l.shuffle(); }, "swap; swap; "},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        Noting list;
+        fill(list, {1, 2, 3});
+        list.notes.clear();
+        c.action(list);
+        EXPECT_EQ(c.notes, list.notes);
+    }
+    Noting list(kBorrows);
+    list.ZArrayList_6_0::add(&nine);
+    list.ZArrayList_6_0::add(&two);
+    list.ZArrayList_6_0::add(0, &two);
+    EXPECT_EQ("addNoCopy at 0 9; addNoCopy at 1 2; addNoCopy at 0 2; ", list.notes);
+    list.sizesAsked = 0;
+    EXPECT_FALSE(list.isEmpty());
+    EXPECT_EQ(1, list.sizesAsked);
+}
+
+TEST_F(ZArrayList, AsksADerivedSourceForItsMembers)
+{
+    // A list that shows its members the other way round, and without the last one.
+    class Turned : public ZArrayList_6_0 {
+    public:
+        explicit Turned(Numbers const& numbers) : ZArrayList_6_0(1, kOwns) { fill(*this, numbers); }
+        unsigned int size() const override
+        {
+            unsigned const members = ZArrayList_6_0::size();
+            return shown_ && members > 0 ? members - 1 : members;
+        }
+        ZObject_6_0* get(unsigned int index) const override
+        {
+            return ZArrayList_6_0::get(ZArrayList_6_0::size() - 1 - index);
+        }
+        void show() { shown_ = true; }
+
+    private:
+        bool shown_ = false;
+    };
+    Turned source({1, 2, 3});
+    source.show();
+    EXPECT_EQ((Numbers{3, 2}), numbersOf(ZArrayList_6_0(source)));
+    ZArrayList_6_0 target(1, kOwns);
+    target = source;
+    EXPECT_EQ((Numbers{3, 2}), numbersOf(target));
+    target.addList(source);
+    EXPECT_EQ((Numbers{3, 2, 3, 2}), numbersOf(target));
+}
+
+TEST_F(ZArrayList, ADerivedListThatFailsToTakeAListHasTheMembersItHad)
+{
+    OwningList source({4, 5, 6});
+    Noting list;
+    fill(list, {1, 2});
+    for (long clone : {1, 2, 3}) {
+        CountedObject::clonesUntilThrow = clone;
+        EXPECT_THROW(list.addList(source), std::runtime_error);
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
+    }
+    CountedObject::clonesUntilThrow = 2;
+    EXPECT_THROW(static_cast<ZArrayList_6_0&>(list) = source, std::runtime_error);
+    EXPECT_EQ(Numbers{}, numbersOf(list));
+    EXPECT_EQ(3, CountedObject::alive);
+    static_cast<ZArrayList_6_0&>(list) = source;
+    EXPECT_EQ((Numbers{4, 5, 6}), numbersOf(list));
+}
+
 // ---- The iterator
 
 TEST_F(ZListIterator, WalksFromTheFirstToTheLast)
@@ -1064,17 +1271,18 @@ TEST_F(ZArrayListSort, APartOfTheListMayBeSorted)
 TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
 {
     OwningList source({4, 5, 6});
-    OwningList list({1, 2});
+    ZArrayList_6_0 list(1, kOwns);
+    fill(list, {1, 2});
     unsigned const capacity = list.capacity();
     ZArrayList_6_0 wide(50, kOwns);
     for (long clone : {1, 2, 3}) {
         SCOPED_TRACE(clone);
-        using Action = void (*)(OwningList&, OwningList&);
+        using Action = void (*)(ZArrayList_6_0&, OwningList&);
         Action const actions[] = {
-            [](OwningList& l, OwningList& s) { static_cast<ZArrayList_6_0&>(l) = s; },
-            [](OwningList& l, OwningList& s) { l.addList(s); },
-            [](OwningList& l, OwningList& s) { s.subList(l, 0, 2); },
-            [](OwningList&, OwningList& s) { ZArrayList_6_0 copy(s); },
+            [](ZArrayList_6_0& l, OwningList& s) { l = s; },
+            [](ZArrayList_6_0& l, OwningList& s) { l.addList(s); },
+            [](ZArrayList_6_0& l, OwningList& s) { s.subList(l, 0, 2); },
+            [](ZArrayList_6_0&, OwningList& s) { ZArrayList_6_0 copy(s); },
         };
         for (Action action : actions) {
             CountedObject::clonesUntilThrow = clone;

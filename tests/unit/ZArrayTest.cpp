@@ -115,6 +115,91 @@ TEST_F(ZArray, SetStoresThroughSetNoCopy)
     EXPECT_EQ((Numbers{7, -1}), array.stored);
 }
 
+TEST_F(ZArray, CallsTheOperationsThatADerivedClassOverrides)
+{
+    class Noting : public ZArray_6_0 {
+    public:
+        explicit Noting(unsigned size) : ZArray_6_0(size, kOwns) {}
+        void remove(unsigned int index) override
+        {
+            notes += "remove " + std::to_string(index) + "; ";
+            ZArray_6_0::remove(index);
+        }
+        void removeAll() override
+        {
+            notes += "removeAll; ";
+            ZArray_6_0::removeAll();
+        }
+        ZObject_6_0* get(unsigned int index) const override
+        {
+            notes += "get " + std::to_string(index) + "; ";
+            return ZArray_6_0::get(index);
+        }
+        void set(unsigned int index, ZObject_6_0 const* obj) override
+        {
+            notes += "set " + std::to_string(index) + "; ";
+            ZArray_6_0::set(index, obj);
+        }
+        int indexOf(ZObject_6_0 const* obj) const override
+        {
+            notes += "indexOf; ";
+            return ZArray_6_0::indexOf(obj);
+        }
+        mutable std::string notes;
+    };
+    CountedObject const one(1), two(2);
+    for (unsigned size : {2u, 3u}) {
+        SCOPED_TRACE(size);
+        ZArray_6_0 source(2, kOwns);
+        source.set(0, &one);
+        source.set(1, &two);
+        Noting array(size);
+        array.setNoCopy(1, new CountedObject(7));
+
+        array.ZArray_6_0::operator=(source);
+        EXPECT_EQ(size == 2 ? "removeAll; remove 0; remove 1; set 0; set 1; "
+                            : "removeAll; remove 0; remove 1; remove 2; set 0; set 1; ",
+                  array.notes);
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(array));
+
+        array.notes.clear();
+        EXPECT_TRUE(array.contains(&two));
+        EXPECT_EQ("indexOf; ", array.notes);
+        array.notes.clear();
+        ZArray_6_0 const copy(array);
+        source = array;
+        EXPECT_EQ("get 0; get 1; get 0; get 1; ", array.notes);
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(copy));
+        EXPECT_EQ((Numbers{1, 2}), numbersOf(source));
+
+        CountedObject::clonesUntilThrow = 2;
+        EXPECT_THROW(array.ZArray_6_0::operator=(source), std::runtime_error);
+        EXPECT_EQ((Numbers{1, -1}), numbersOf(array));
+    }
+}
+
+TEST_F(ZArray, ADerivedArrayThatCannotRemoveOneRemovesTheOthers)
+{
+    class Stubborn : public ZArray_6_0 {
+    public:
+        Stubborn() : ZArray_6_0(3, kOwns) {}
+        void remove(unsigned int index) override
+        {
+            if (index == 0)
+                throw std::runtime_error("stays");
+            ZArray_6_0::remove(index);
+        }
+    };
+    Stubborn array;
+    fill(array, {1, 2, 3});
+    EXPECT_THROW(array.removeAll(), std::runtime_error);
+    EXPECT_EQ((Numbers{1, -1, -1}), numbersOf(array));
+    // What is left goes with the old slots when an array of another size is assigned.
+    ZArray_6_0 const one(1, kOwns);
+    EXPECT_THROW(array.ZArray_6_0::operator=(one), std::runtime_error);
+    EXPECT_EQ((Numbers{1, -1, -1}), numbersOf(array));
+}
+
 TEST_F(ZArray, AnOwnedObjectMayBeSetAgain)
 {
     ZArray_6_0 array(1, kOwns);

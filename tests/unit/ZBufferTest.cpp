@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "FailingAllocator.h"
 #include "Raised.h"
@@ -486,4 +487,37 @@ TEST(ZBuffer, AgreesWithAModelOverRandomOperations)
         }
         ASSERT_EQ(model.bytes(), bytesOf(buffer)) << "step " << step;
     }
+}
+
+TEST(ZBuffer, CallsTheOperationsThatADerivedClassOverrides)
+{
+    // A buffer with a bound.
+    class Bounded : public ZBuffer_6_0 {
+    public:
+        void setLength(unsigned long length) override
+        {
+            lengths.push_back(length);
+            ZBuffer_6_0::setLength(std::min(length, 6ul));
+        }
+        using ZBuffer_6_0::setBuffer;
+        std::vector<unsigned long> lengths;
+    };
+    char bytes[] = "abcdefghij";
+    Bounded buffer;
+    buffer.setBuffer(4, bytes);
+    EXPECT_EQ(0, memcmp("abcd", buffer.getBuffer(), 4));
+    buffer.setBuffer(10, bytes);
+    EXPECT_EQ(6u, buffer.getLength());
+    EXPECT_EQ(0, memcmp("abcdef", buffer.getBuffer(), 6));
+    buffer.setBuffer(5, static_cast<char*>(buffer.getBuffer()) + 1);
+    EXPECT_EQ(0, memcmp("bcdef", buffer.getBuffer(), 5));
+    buffer.setBuffer(3, nullptr);
+    EXPECT_EQ(0, memcmp("\0\0\0", buffer.getBuffer(), 3));
+    buffer.setBuffer(6, static_cast<char*>(buffer.getBuffer()) + 3);  // the block reaches so far
+    EXPECT_EQ(0, memcmp("eff\0\0\0", buffer.getBuffer(), 6));
+    static_cast<ZBuffer_6_0&>(buffer) = ZBuffer_6_0(2, bytes);
+    EXPECT_EQ(2u, buffer.getLength());
+    buffer.setBuffer(static_cast<char*>(nullptr));
+    EXPECT_EQ(nullptr, buffer.getBuffer());
+    EXPECT_EQ((std::vector<unsigned long>{4, 10, 5, 3, 6, 2, 0}), buffer.lengths);
 }

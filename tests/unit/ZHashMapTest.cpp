@@ -870,6 +870,96 @@ TEST_F(ZArrayMap, CopiesAsAListDoes)
     EXPECT_EQ(owning.get(0), borrowing.get(0));
 }
 
+TEST_F(ZArrayMap, CallsTheOperationsThatADerivedClassOverrides)
+{
+    class Noting : public ZArrayMap_6_0 {
+    public:
+        Noting() : ZArrayMap_6_0(1, kOwns) {}
+        using ZArrayMap_6_0::add;
+        using ZArrayMap_6_0::addNoCopy;
+        using ZArrayMap_6_0::remove;
+        void add(ZObject_6_0 const* obj) override
+        {
+            notes += "add " + std::to_string(numberOf(obj)) + "; ";
+            ZArrayMap_6_0::add(obj);
+        }
+        void addList(ZList_6_0 const& other) override
+        {
+            notes += "addList; ";
+            ZArrayMap_6_0::addList(other);
+        }
+        void addNoCopy(unsigned int index, ZObject_6_0 const* obj) override
+        {
+            notes += "addNoCopy at " + std::to_string(index) + "; ";
+            ZArrayMap_6_0::addNoCopy(index, obj);
+        }
+        void remove(unsigned int index) override
+        {
+            notes += "remove " + std::to_string(index) + "; ";
+            ZArrayMap_6_0::remove(index);
+        }
+        ZObject_6_0* get(unsigned int index) const override
+        {
+            notes += "get " + std::to_string(index) + "; ";
+            return ZArrayMap_6_0::get(index);
+        }
+        void set(unsigned int index, ZObject_6_0 const* obj) override
+        {
+            notes += "set " + std::to_string(index) + "; ";
+            ZArrayMap_6_0::set(index, obj);
+        }
+        mutable std::string notes;
+    };
+    CountedObject one(1), two(2), three(3);
+    ZArrayMap_6_0 arrayMap(1, kOwns);
+    ZHashMap_6_0 hashMap(0, kOwns);
+    for (ZMap_6_0* other : {static_cast<ZMap_6_0*>(&arrayMap), static_cast<ZMap_6_0*>(&hashMap)}) {
+        other->putEntry(&one);
+        CountedObject four(4);  // in the bucket of 1
+        other->putEntry(&four);
+        Noting map;
+        map.putAll(*other);
+        EXPECT_EQ("addList; add 1; addNoCopy at 0; add 4; addNoCopy at 1; ", map.notes);
+        map.notes.clear();
+        map.putEntry(&two);
+        EXPECT_EQ("get 0; get 1; add 2; addNoCopy at 2; ", map.notes);
+        map.notes.clear();
+        map.putEntry(&one);
+        EXPECT_EQ("get 0; set 0; ", map.notes);
+        map.notes.clear();
+        map.removeEntry(&one);
+        EXPECT_EQ("get 0; remove 0; ", map.notes);
+        EXPECT_EQ(nullptr, map.getEntry(nullptr));
+        EXPECT_EQ(nullptr, map.getEntry(&three));
+        map.notes.clear();
+        EXPECT_EQ(2, numberOf(map.getEntry(&two)));
+        EXPECT_EQ("get 0; get 1; get 1; ", map.notes);
+        map.notes.clear();
+        static_cast<ZArrayMap_6_0&>(map) = arrayMap;
+        EXPECT_EQ("addList; add 1; addNoCopy at 0; add 4; addNoCopy at 1; ", map.notes);
+    }
+}
+
+TEST_F(ZHashMap, ListsEachBucketToATargetOfADerivedClass)
+{
+    class Noting : public ZArrayList_6_0 {
+    public:
+        Noting() : ZArrayList_6_0(1, kBorrows) {}
+        void addList(ZList_6_0 const& other) override
+        {
+            lists.push_back(numbersOf(other));
+            ZArrayList_6_0::addList(other);
+        }
+        std::vector<Numbers> lists;
+    };
+    ZHashMap_6_0 map(0, kOwns);  // three buckets
+    put(map, {4, 2, 1, 5});
+    Noting target;
+    map.list(target);
+    EXPECT_EQ((std::vector<Numbers>{{4, 1}, {2, 5}}), target.lists);
+    EXPECT_EQ((Numbers{4, 1, 2, 5}), numbersOf(target));
+}
+
 TEST_F(ZArrayMap, FailuresLeaveItAsItWas)
 {
     ZArrayMap_6_0 map(2, kOwns);

@@ -21,7 +21,7 @@ ALLOWED = {"iosfwd", "stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", 
 # What plain C programs include.
 C_HEADERS = {"qvr.h", "Z/zproperties_c.h", "Z/zsnprintf.h", "Z/zqvrutil.h"}
 
-LABEL = re.compile(r" (range|owns|throws|codes|threads|kept|units|cost) ")
+LABEL = re.compile(r" (calls|range|owns|throws|codes|threads|kept|units|cost) ")
 
 
 def public_headers():
