@@ -6,6 +6,7 @@
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "qvr.h"
+#include "zqvrutil.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ ZQVRUTF8Converter_6_0::ZQVRUTF8Converter_6_0(char const* codeset, char const* qv
     : codeset_(requireDirectory(codeset, qvrDir, raiseInConstructor)), handle_(nullptr)
 {
     if (qvrDir != nullptr)
-        qvr_set_dir(qvrDir);
+        zset_cs_dir_6_0(qvrDir);
     if (codeset == nullptr) {
         char name[32];
         if (qvr_os_cs_name(name, sizeof name) == 0) {

@@ -1,6 +1,6 @@
 // ZQVRUTF8Converter: converts text between one codeset and UTF-8, into buffers.
 //
-// Subsystem: text.  Stands on: ZObject, ZException, ZLCString, ZBuffer.
+// Subsystem: text.  Stands on: ZObject, ZException, ZLCString, ZBuffer, zqvrutil.
 //
 // Ownership: a converter makes its codeset handle and releases it; it cannot be copied.
 // Threads: no lock; a converter never changes after it was made, so that any number of threads
@@ -50,8 +50,9 @@ public:
     /// Makes a converter for the codeset named `codeset`.
     /// range   null `codeset` is the codeset of the process's locale; a name that nothing knows
     ///         gives a converter that converts nothing. `qvrDir` names the tables to use from now
-    ///         on, for the whole process; null leaves them. It does not stand in for QVRDIR when
-    ///         this is the first string of the process: see zgetLCSHandle_6_0().
+    ///         on, for the whole process, as zset_cs_dir_6_0() does; null leaves them. It does not
+    ///         stand in for QVRDIR when this is the first string of the process: see
+    ///         zgetLCSHandle_6_0().
     /// throws  ZNoQVREnvironmentException_6_0 when `qvrDir` is null and QVRDIR is unset.
     ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir);
 

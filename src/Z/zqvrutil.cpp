@@ -1,6 +1,8 @@
 #include "zqvrutil.h"
 
+#include <errno.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <atomic>
@@ -11,6 +13,10 @@
 #include "ZException.h"
 #include "ZException_p.h"
 #include "qvr.h"
+#include "reporting/stream.h"
+
+// Another library with the text services may lack the function that says what is wrong.
+extern "C" [[gnu::weak]] int qvr_check_dir(char const* dir, char* problem, size_t room);
 
 namespace {
 
@@ -48,6 +54,31 @@ public:
     ~ReportingScope() { reporting = false; }
 };
 
+// Has the text services take the tables of `directory`, and reports on standard error if it cannot
+// use them. The report is no message of the service: that would make strings, which wait for the
+// initialisation.
+void setTableDirectory(char const* directory)
+{
+    int const rc = qvr_set_dir(directory);
+    if (rc == 0)
+        return;
+    int const before = errno;
+    char problem[6144] = "";  // a path, two names and some words
+    if (qvr_check_dir != nullptr)
+        qvr_check_dir(directory, problem, sizeof problem);
+    auto const piece = [](char const* text) {
+        return iovec{const_cast<char*>(text), strlen(text)};
+    };
+    bool const known = problem[0] != '\0';
+    iovec pieces[] = {piece(known ? problem : directory),
+                      piece(known               ? ""
+                            : rc == qvrNoMemory ? ": not enough memory for the tables"
+                                                : ": a table cannot be used; check them"),
+                      piece(" (no table of the directory is used)\n")};
+    zreporting::writeNow(stderr, pieces, 3);
+    errno = before;
+}
+
 // Runs under pthread_once: it makes no string and raises nothing, because a second entry from here
 // would wait for itself.
 void zonce_init()
@@ -63,7 +94,7 @@ void zonce_init()
     if (!hasDirectory)
         return;
     // The services look at no environment; a directory that they refuse leaves their own tables.
-    qvr_set_dir(directory);
+    setTableDirectory(directory);
 
     char systemName[512];
     if (qvr_os_lang_name(systemName, sizeof systemName) != 0)
@@ -171,7 +202,7 @@ char const* zgetlocale_6_0()
 void zset_cs_dir_6_0(char const* dir)
 {
     if (dir != nullptr)
-        qvr_set_dir(dir);
+        setTableDirectory(dir);
 }
 
 int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)

@@ -9,6 +9,8 @@
 // makes the handles, once. Initialised or failed, it stays so for the life of the process. A
 // program makes one string or calls one getter before it starts threads, because setlocale is
 // not safe beside threads that use the locale.
+// If a table below QVRDIR cannot be used, none of them is, and standard error gets one line: the
+// file, the line in it and the problem.
 // Ownership: handles and names belong to the library and are never released.
 // Threads: the initialisation runs once however many threads ask; after it every function may be
 // called from any thread.
@@ -50,7 +52,8 @@ char const* zgetlocale_6_0(void);
 
 /// Makes the text services take the tables of `dir` for the names of codesets and locales that are
 /// looked up from now on; the process's handles keep what they have.
-/// range   null does nothing, nor does a directory with a table that cannot be used.
+/// range   null does nothing. Of a directory with a table that cannot be used no table is taken;
+///         standard error then has a line with the file, the line in it and the problem.
 void zset_cs_dir_6_0(char const* dir);
 
 /// Returns the byte length of the character at `s`, of which `n` bytes may be read.

@@ -191,8 +191,7 @@ LocalePtr findLocale(std::string const& canonical)
     if (inForce == nullptr)
         throw std::bad_alloc();
     char const* const name = nl_langinfo_l(NL_LOCALE_NAME(LC_CTYPE), inForce.get());
-    return name != canonical && canonicalLocale(name) == canonical ? openLocale(name)
-                                                                   : LocalePtr();
+    return name != canonical && canonicalLocale(name) == canonical ? openLocale(name) : LocalePtr();
 }
 
 // Takes what the operating system knows of the locale, in place of the English words.

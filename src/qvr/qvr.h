@@ -63,11 +63,20 @@ enum {
 /// range   an empty `dir` is no directory; a relative one stays the one that it is now, wherever
 ///         the process goes.
 /// codes   0 done; qvrInvalid when `dir` is null, a table or the directory of the converter files
-///         is unreadable, or a table has a bad line;
-///         qvrNoMemory. On a failure the tables stay as they were.
+///         is unreadable, a table has a bad line, or a converter file is called UTF-8;
+///         qvrNoMemory. On a failure the tables stay as they were. qvr_check_dir() says why.
 /// cost    O(n log n) in the rows of the tables.
 /// threads any; a look-up sees all of the old tables or all of the new ones.
 int qvr_set_dir(char const* dir);
+
+/// Reads the tables of directory `dir` as qvr_set_dir does, without taking them into use, and
+/// writes their first problem and a terminator: "FILE:LINE: what is wrong; what to do", without the
+/// line if the file as a whole cannot be used. Writes the empty text if there is no problem, and if
+/// memory is short. A line that would change the meaning of a built-in name is a bad one: of a name
+/// of UTF-8, of a name in the built-in table of codesets, of C or POSIX.
+/// range   `problem` may be null, and is left as it is if `room` is 0; a longer text is cut.
+/// codes   as qvr_set_dir.
+int qvr_check_dir(char const* dir, char* problem, size_t room);
 
 /// Writes the operating system's name of the locale in force for characters, as
 /// setlocale(LC_CTYPE, NULL) gives it, and a terminator.

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unicode/ucnv.h>
@@ -85,6 +86,7 @@ constexpr BuiltIn kLocales[] = {
 struct Alias {
     std::string alias;
     std::string name;
+    size_t line;  // of the table, counted from 1
 };
 
 // What one directory gives.
@@ -107,7 +109,38 @@ constexpr Compare kCompareCodesets = ucnv_compareNames;
 constexpr Compare kCompareLocales = strcasecmp;
 
 // A table of the directory that cannot be used: qvr_set_dir fails and changes nothing.
-struct BadTable {};
+struct BadTable {
+    std::string problem;  // file and line, what is wrong, and what to do
+};
+
+[[noreturn]] void refuse(std::string const& path, std::string const& problem)
+{
+    throw BadTable{path + ": " + problem};
+}
+
+[[noreturn]] void refuseCall(std::string const& path, char const* call, int error)
+{
+    if (error == ENOMEM)
+        throw std::bad_alloc();
+    char const* const description = strerrordesc_np(error);
+    refuse(path, std::string("cannot ") + call + ": " +
+                     (description != nullptr ? description : "unknown error") +
+                     "; check the path and its permissions");
+}
+
+// A word of a table between quotation marks, fit for a terminal. It may be of any length.
+std::string quoted(std::string_view word)
+{
+    std::string text = "\"";
+    for (char const c : word.substr(0, kMaxName))
+        text += c > ' ' && c < 0x7F ? c : '?';
+    return text + (word.size() > kMaxName ? "...\"" : "\"");
+}
+
+std::string pathOf(std::string const& directory, char const* file)
+{
+    return directory + (directory.back() == '/' ? "" : "/") + file;
+}
 
 constexpr size_t kMaxTable = 1 << 20;  // bytes; a table is some kilobytes at most
 
@@ -119,23 +152,30 @@ bool readFile(std::string const& path, std::string& text)
     if (fd < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return false;
-        throw BadTable();
+        refuseCall(path, "open", errno);
     }
     struct Closer {
         int fd;
         ~Closer() { close(fd); }
     } const closer{fd};
     struct stat status;
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > static_cast<off_t>(kMaxTable))
-        throw BadTable();
+    if (fstat(fd, &status) != 0)
+        refuseCall(path, "read", errno);
+    if (!S_ISREG(status.st_mode))
+        refuse(path, "not a regular file; replace it by one or remove it");
+    auto const requireSize = [&path](size_t size) {
+        if (size > kMaxTable)
+            refuse(path, "larger than 1 MiB; remove rows");
+    };
+    requireSize(static_cast<size_t>(status.st_size));
     char block[4096];
     for (;;) {
         ssize_t const got = read(fd, block, sizeof block);
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0 || text.size() > kMaxTable)
-            throw BadTable();
+        if (got < 0)
+            refuseCall(path, "read", errno);
+        requireSize(text.size());
         if (got == 0)
             return true;
         text.append(block, static_cast<size_t>(got));
@@ -159,16 +199,97 @@ bool isName(std::string_view word)
                        [](char c) { return c > ' ' && c < 0x7F && !isReserved(c); });
 }
 
+// What `name` stands for in a built-in table, whose rows stand in no order; null when it is not
+// there.
+template <size_t kRows>
+char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare)
+{
+    for (BuiltIn const& row : rows)
+        if (compare(row.alias, name) == 0)
+            return row.name;
+    return nullptr;
+}
+
+// Returns the one name for all those that a codeset has without a table of the directory; an
+// unknown one as it is.
+char const* builtInMeaning(char const* name)
+{
+    char const* const resolved = find(kCodesets, name, kCompareCodesets);
+    char const* const known = resolved != nullptr ? resolved : name;
+    UErrorCode rc = U_ZERO_ERROR;
+    char const* const icuName = ucnv_getAlias(known, 0, &rc);
+    if (rc == U_MEMORY_ALLOCATION_ERROR)
+        throw std::bad_alloc();
+    return U_SUCCESS(rc) && icuName != nullptr ? icuName : known;
+}
+
+bool isUtf8(char const* name)
+{
+    return kCompareCodesets(builtInMeaning(name), "UTF-8") == 0;
+}
+
+// Whether a row would take the meaning of a built-in name away: the operating system and this
+// library go by those. ICU's further names may get another meaning, but those of UTF-8.
+bool redefinesCodeset(char const* alias, char const* name)
+{
+    bool const builtIn =
+        std::any_of(std::begin(kCodesets), std::end(kCodesets), [alias](BuiltIn const& row) {
+            return kCompareCodesets(row.alias, alias) == 0 ||
+                   kCompareCodesets(row.name, alias) == 0;
+        });
+    return (builtIn || isUtf8(alias)) &&
+           kCompareCodesets(builtInMeaning(alias), builtInMeaning(name)) != 0;
+}
+
+// The same for locales. The names of languages ("german") are a matter of the site.
+bool redefinesLocale(char const* alias, char const* name)
+{
+    auto const isC = [](char const* locale) {
+        return kCompareLocales(locale, "C") == 0 || kCompareLocales(locale, "POSIX") == 0;
+    };
+    return isC(alias) && !isC(name);
+}
+
+// A table of the directory.
+struct TableKind {
+    char const* file;
+    Compare compare;
+    bool (*redefines)(char const* alias, char const* name);
+};
+
+constexpr TableKind kCodesetTable = {"codesets.alias", kCompareCodesets, redefinesCodeset};
+constexpr TableKind kLocaleTable = {"locales.alias", kCompareLocales, redefinesLocale};
+
+// Refuses a table in which an alias has two lines: of several such aliases, the one whose second
+// line comes first.
+void requireSingle(std::vector<Alias> const& rows, std::string const& path, Compare compare)
+{
+    Alias const* first = nullptr;
+    Alias const* second = nullptr;
+    for (size_t i = 1; i < rows.size(); ++i) {
+        if (compare(rows[i - 1].alias.c_str(), rows[i].alias.c_str()) == 0 &&
+            (second == nullptr || rows[i].line < second->line)) {
+            first = &rows[i - 1];
+            second = &rows[i];
+        }
+    }
+    if (second != nullptr)
+        refuse(path + ':' + std::to_string(second->line),
+               quoted(second->alias) + " has a line already, " + std::to_string(first->line) +
+                   "; remove one of them");
+}
+
 // Parses a table: on each line an alias and the name it stands for, "#" begins a comment. The rows
 // come back in the order of their aliases.
-std::vector<Alias> readTable(std::string const& path, Compare compare)
+std::vector<Alias> readTable(std::string const& directory, TableKind const& kind)
 {
+    std::string const path = pathOf(directory, kind.file);
     std::vector<Alias> rows;
     std::string text;
     if (!readFile(path, text))
         return rows;
     std::string_view rest = text;
-    while (!rest.empty()) {
+    for (size_t number = 1; !rest.empty(); ++number) {
         std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         line = line.substr(0, line.find('#'));
@@ -176,19 +297,26 @@ std::vector<Alias> readTable(std::string const& path, Compare compare)
         std::string_view const name = takeWord(line);
         if (alias.empty())
             continue;
-        if (!isName(alias) || !isName(name) || !takeWord(line).empty())
-            throw BadTable();
-        rows.push_back({std::string(alias), std::string(name)});
+        auto const refuseLine = [&](std::string const& problem) {
+            refuse(path + ':' + std::to_string(number), problem);
+        };
+        if (name.empty() || !takeWord(line).empty())
+            refuseLine("not two names; write an alias and the name it stands for");
+        for (std::string_view const word : {alias, name})
+            if (!isName(word))
+                refuseLine(quoted(word) +
+                           " is not a name; write up to 127 characters of ASCII, none of / \\ ,");
+        rows.push_back({std::string(alias), std::string(name), number});
+        if (kind.redefines(rows.back().alias.c_str(), rows.back().name.c_str()))
+            refuseLine(quoted(alias) + " is built in and cannot stand for " + quoted(name) +
+                       "; remove the line");
     }
+    Compare const compare = kind.compare;
     std::sort(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
-        return compare(a.alias.c_str(), b.alias.c_str()) < 0;
+        int const order = compare(a.alias.c_str(), b.alias.c_str());
+        return order != 0 ? order < 0 : a.line < b.line;
     });
-    auto const twice =
-        std::adjacent_find(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
-            return compare(a.alias.c_str(), b.alias.c_str()) == 0;
-        });
-    if (twice != rows.end())
-        throw BadTable();
+    requireSingle(rows, path, compare);
     return rows;
 }
 
@@ -215,23 +343,24 @@ std::vector<std::string> readConverterNames(std::string const& directory)
     if (stream == nullptr) {
         if (errno == ENOENT || errno == ENOTDIR)
             return names;
-        if (errno == ENOMEM)
-            throw std::bad_alloc();
-        throw BadTable();
+        refuseCall(directory, "open", errno);
     }
     for (;;) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (entry == nullptr && errno != 0)
-            throw BadTable();
+            refuseCall(directory, "read", errno);
         if (entry == nullptr)
             return names;
         std::string_view file = entry->d_name;
         if (file.size() <= kSuffix.size() || file.substr(file.size() - kSuffix.size()) != kSuffix)
             continue;
         file.remove_suffix(kSuffix.size());
-        if (isName(file))
-            names.emplace_back(file);
+        if (!isName(file))
+            continue;
+        names.emplace_back(file);
+        if (isUtf8(names.back().c_str()))
+            refuse(pathOf(directory, entry->d_name), "UTF-8 is built in; remove the file");
     }
 }
 
@@ -246,14 +375,18 @@ char const* find(std::vector<Alias> const& rows, char const* name, Compare compa
                                                                        : nullptr;
 }
 
-// The same in a built-in table, whose rows stand in no order.
-template <size_t kRows>
-char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare)
+// Reads the tables of `directory`; an empty name is no directory, not the root. Throws BadTable and
+// std::bad_alloc.
+std::unique_ptr<Tables> readTables(std::string const& directory)
 {
-    for (BuiltIn const& row : rows)
-        if (compare(row.alias, name) == 0)
-            return row.name;
-    return nullptr;
+    auto tables = std::make_unique<Tables>();
+    if (directory.empty())
+        return tables;
+    tables->converterDirectory = pathOf(wholeName(directory), "converters");
+    tables->codesets = readTable(directory, kCodesetTable);
+    tables->locales = readTable(directory, kLocaleTable);
+    tables->converters = readConverterNames(tables->converterDirectory);
+    return tables;
 }
 
 }  // namespace
@@ -324,21 +457,33 @@ int qvr_set_dir(char const* dir)
     if (dir == nullptr)
         return qvrInvalid;
     try {
-        std::string const directory = dir;
-        auto fresh = std::make_unique<Tables>();
-        if (!directory.empty()) {  // an empty name is no directory, not the root
-            fresh->converterDirectory = wholeName(directory) + "/converters";
-            fresh->codesets = readTable(directory + "/codesets.alias", kCompareCodesets);
-            fresh->locales = readTable(directory + "/locales.alias", kCompareLocales);
-            fresh->converters = readConverterNames(fresh->converterDirectory);
-        }
-
+        std::unique_ptr<Tables> fresh = readTables(dir);
         std::lock_guard<std::mutex> const guard(lock_);
         fresh->generation = ++lastGeneration_;
         std::unique_ptr<Tables> const old(tables_);
         tables_ = fresh.release();
         return 0;
     } catch (BadTable const&) {
+        return qvrInvalid;
+    } catch (std::bad_alloc const&) {
+        return qvrNoMemory;
+    }
+}
+
+int qvr_check_dir(char const* dir, char* problem, size_t room)
+{
+    if (problem == nullptr)
+        room = 0;
+    if (room > 0)
+        *problem = 0;
+    if (dir == nullptr)
+        return qvrInvalid;
+    try {
+        readTables(dir);
+        return 0;
+    } catch (BadTable const& bad) {
+        if (room > 0)
+            problem[bad.problem.copy(problem, room - 1)] = 0;
         return qvrInvalid;
     } catch (std::bad_alloc const&) {
         return qvrNoMemory;

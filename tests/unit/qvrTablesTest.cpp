@@ -181,6 +181,170 @@ TEST_F(qvrTables, ABadTableChangesNothing)
     }
 }
 
+// What qvr_check_dir() writes about a directory.
+std::string problemOf(TemporaryDirectory const& directory, int expected = qvrInvalid)
+{
+    char problem[8192] = "before";
+    EXPECT_EQ(expected, qvr_check_dir(directory.path().c_str(), problem, sizeof problem));
+    return problem;
+}
+
+TEST_F(qvrTables, ACheckNamesFileLineAndProblem)
+{
+    struct Case {
+        char const* name;
+        char const* table;
+        std::string text;
+        std::string problem;  // behind the path
+    };
+    std::string const longest(127, 'x');
+    std::string const noNames = ": not two names; write an alias and the name it stands for";
+    std::string const noName =
+        " is not a name; write up to 127 characters of ASCII, none of / \\ ,";
+    Case const cases[] = {
+        {"one word", "codesets.alias", "# ours\n\ngood UTF-8\nalone\n", ":4" + noNames},
+        {"three words", "codesets.alias", "house ISO-8859-15 really\n", ":1" + noNames},
+        {"last line", "locales.alias", "good C\nalone", ":2" + noNames},
+        {"too long", "codesets.alias", longest + "y UTF-8\n",
+         ":1: \"" + longest + "...\"" + noName},
+        {"control character", "codesets.alias", "a UTF-8\nh\x1Bo UTF-8\n", ":2: \"h?o\"" + noName},
+        {"slash", "codesets.alias", "house ../UTF-8\n", ":1: \"../UTF-8\"" + noName},
+        {"twice", "codesets.alias", "z UTF-8\nz UTF-8\nhouse UTF-8\nother UTF-8\nHOUSE UTF-8\n",
+         ":2: \"z\" has a line already, 1; remove one of them"},
+        {"twice, written differently", "locales.alias", "a C\nhouse C\nb C\nHOUSE C\n",
+         ":4: \"HOUSE\" has a line already, 2; remove one of them"},
+        {"too big", "codesets.alias", std::string((1 << 20) + 1, '\n'),
+         ": larger than 1 MiB; remove rows"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryDirectory bad;
+        bad.write(c.table, c.text);
+        EXPECT_EQ(bad.path(c.table) + c.problem, problemOf(bad));
+        EXPECT_EQ(qvrInvalid, qvr_set_dir(bad.path().c_str()));
+    }
+}
+
+TEST_F(qvrTables, ACheckNamesAFileThatCannotBeRead)
+{
+    std::string const table = directory_.path("locales.alias");
+    ASSERT_EQ(0, mkfifo(table.c_str(), 0600));
+    EXPECT_EQ(table + ": not a regular file; replace it by one or remove it",
+              problemOf(directory_));
+    std::filesystem::remove(table);
+    ASSERT_EQ(0, symlink("locales.alias", table.c_str()));
+    EXPECT_EQ(table +
+                  ": cannot open: Too many levels of symbolic links; check the path and its "
+                  "permissions",
+              problemOf(directory_));
+    std::filesystem::remove(table);
+    directory_.write("locales.alias", "house C\n");
+    readError = EIO;
+    EXPECT_EQ(table + ": cannot read: Input/output error; check the path and its permissions",
+              problemOf(directory_));
+    std::string const converters = directory_.path("converters");
+    std::filesystem::create_directory(converters);
+    readdirError = EIO;
+    std::string const problem = problemOf(directory_);
+    readdirError = 0;
+    EXPECT_EQ(converters + ": cannot read: Input/output error; check the path and its permissions",
+              problem);
+    EXPECT_EQ("", problemOf(directory_, 0));
+}
+
+TEST_F(qvrTables, ACheckTakesNothingIntoUseAndKeepsToItsRoom)
+{
+    directory_.write("codesets.alias", "house ISO-8859-15\n");
+    EXPECT_EQ("", problemOf(directory_, 0));
+    EXPECT_EQ("none", euroIn("house"));
+    EXPECT_EQ(0, qvr_check_dir("", nullptr, 0));
+    char problem[32] = "before";
+    EXPECT_EQ(qvrInvalid, qvr_check_dir(nullptr, problem, sizeof problem));
+    EXPECT_STREQ("", problem);
+    EXPECT_EQ(0, qvr_check_dir(directory_.path("missing").c_str(), problem, sizeof problem));
+
+    directory_.write("codesets.alias", "alone\n");
+    std::string const whole = problemOf(directory_);
+    for (size_t room = 1; room < sizeof problem; ++room) {
+        memset(problem, '~', sizeof problem);
+        EXPECT_EQ(qvrInvalid, qvr_check_dir(directory_.path().c_str(), problem, room));
+        EXPECT_EQ(whole.substr(0, room - 1), problem);
+        EXPECT_EQ(room == 1 ? 0 : whole[room - 2], problem[room == 1 ? 0 : room - 2]);
+        EXPECT_EQ('~', problem[room]);
+    }
+    problem[0] = '~';
+    EXPECT_EQ(qvrInvalid, qvr_check_dir(directory_.path().c_str(), problem, 0));
+    EXPECT_EQ('~', problem[0]);
+    EXPECT_EQ(qvrInvalid, qvr_check_dir(directory_.path().c_str(), nullptr, 5));
+}
+
+TEST_F(qvrTables, ARowCannotChangeTheMeaningOfABuiltInName)
+{
+    struct Case {
+        char const* table;
+        char const* alias;
+        char const* name;
+    };
+    Case const refused[] = {
+        {"codesets.alias", "UTF-8", "ISO-8859-1"},
+        {"codesets.alias", "utf8", "UTF-16"},
+        {"codesets.alias", "Utf_8", "house"},
+        {"codesets.alias", "ibm-1208", "ISO-8859-1"},
+        {"codesets.alias", "UTF8", "no-such-codeset"},
+        {"codesets.alias", "ANSI_X3.4-1968", "UTF-8"},
+        {"codesets.alias", "US-ASCII", "ISO-8859-1"},
+        {"codesets.alias", "UHC", "EUC-KR"},
+        {"codesets.alias", "EUC-JP", "UTF-8"},
+        {"codesets.alias", "latin10", "ISO-8859-1"},
+        {"codesets.alias", "KZ-1048", "PT154"},
+        {"locales.alias", "C", "de_DE.UTF-8"},
+        {"locales.alias", "posix", "en_US"},
+    };
+    directory_.write("codesets.alias", "house ISO-8859-15\n");
+    ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+    for (Case const& c : refused) {
+        SCOPED_TRACE(c.alias);
+        TemporaryDirectory bad;
+        bad.write(c.table, std::string("good UTF-8\n\n") + c.alias + ' ' + c.name + '\n');
+        EXPECT_EQ(bad.path(c.table) + ":3: \"" + c.alias +
+                      "\" is built in and cannot stand for \"" + c.name + "\"; remove the line",
+                  problemOf(bad));
+        EXPECT_EQ(qvrInvalid, qvr_set_dir(bad.path().c_str()));
+        EXPECT_EQ("e282ac", euroIn("UTF8"));
+        EXPECT_EQ("a4", euroIn("house")) << "the tables stay as they were";
+    }
+    Case const taken[] = {
+        {"codesets.alias", "UTF8", "utf-8"},        {"codesets.alias", "UTF-8", "ibm-1208"},
+        {"codesets.alias", "ASCII", "646"},         {"codesets.alias", "SJIS", "Shift_JIS"},
+        {"codesets.alias", "PTCP154", "PT154"},     {"codesets.alias", "latin1", "windows-1252"},
+        {"codesets.alias", "UTF-9", "UTF-8"},       {"locales.alias", "posix", "C"},
+        {"locales.alias", "german", "de_AT.UTF-8"},
+    };
+    for (Case const& c : taken) {
+        SCOPED_TRACE(c.alias);
+        TemporaryDirectory good;
+        good.write(c.table, std::string(c.alias) + ' ' + c.name + '\n');
+        EXPECT_EQ("", problemOf(good, 0));
+        EXPECT_EQ(0, qvr_set_dir(good.path().c_str()));
+        EXPECT_EQ("e282ac", euroIn("UTF8"));
+    }
+}
+
+TEST_F(qvrTables, AConverterFileCannotReplaceUtf8)
+{
+    std::filesystem::create_directory(directory_.path("converters"));
+    for (char const* const name : {"utf-8.cnv", "UTF8.cnv", "ibm-1208.cnv"}) {
+        SCOPED_TRACE(name);
+        std::string const path = directory_.path("converters") + '/' + name;
+        std::ofstream(path) << "anything";
+        EXPECT_EQ(path + ": UTF-8 is built in; remove the file", problemOf(directory_));
+        EXPECT_EQ(qvrInvalid, qvr_set_dir(directory_.path().c_str()));
+        EXPECT_EQ("e282ac", euroIn("UTF-8"));
+        std::filesystem::remove(path);
+    }
+    EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
+}
+
 TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
 {
     struct Case {

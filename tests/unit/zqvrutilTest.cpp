@@ -1,22 +1,29 @@
 #include <Z/ZLCString.h>
 #include <Z/ZMessage.h>
+#include <Z/ZQVRUTF8Converter.h>
 #include <Z/ZUTF8String.h>
 #include <Z/zqvrutil.h>
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <langinfo.h>
 #include <qvr.h>
+#include <wchar.h>
 
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "GuardedBytes.h"
+#include "TestDirectory.h"
 
 // The text services and the environment as the initialisation sees them: calls are noted and can be
 // made to fail.
@@ -31,6 +38,7 @@ struct Services {
     bool codesetNameFails = false;
     bool codesetNameIsUnended = false;
     bool isSetUid = false;
+    int directoryCode = 0;  // what every directory is answered with, unless it is 0
     std::string refusedCodeset;
     bool refusesEveryCodeset = false;
 };
@@ -68,7 +76,7 @@ char* __wrap_secure_getenv(char const* name);
 int __wrap_qvr_set_dir(char const* dir)
 {
     note(std::string("dir ") + dir);
-    return __real_qvr_set_dir(dir);
+    return services().directoryCode != 0 ? services().directoryCode : __real_qvr_set_dir(dir);
 }
 
 int __wrap_qvr_os_lang_name(char* buf, size_t room)
@@ -395,6 +403,118 @@ TEST_F(zqvrutilStart, EndsANameThatTheServicesLeaveUnended)
 {
     EXPECT_EXIT((services().codesetNameIsUnended = true, zgetLCSHandle_6_0()),
                 testing::KilledBySignal(SIGABRT), withoutCodeset(std::string(31, 'x')));
+}
+
+// A table directory with these codeset aliases.
+std::string tablesWith(TestDirectory const& directory, std::string const& table)
+{
+    directory.write("codesets.alias", table);
+    return directory.path();
+}
+
+TEST_F(zqvrutilStart, ReportsATableThatCannotBeUsedOnce)
+{
+    TestDirectory const directory;
+    std::string const tables =
+        tablesWith(directory, "# ours\nhouse UTF-8\nUTF8 ISO-8859-1\nalone\n");
+    std::string const expected =
+        tables +
+        "/codesets.alias:3: \"UTF8\" is built in and cannot stand for \"ISO-8859-1\"; remove the "
+        "line (no table of the directory is used)\n";
+    for (bool const wide : {false, true}) {
+        EXPECT_EXIT(exitWith([&] {
+                        setenv("QVRDIR", tables.c_str(), 1);
+                        if (wide)
+                            fwide(stderr, 1);
+                        testing::internal::CaptureStderr();
+                        errno = EXDEV;
+                        std::vector<std::thread> threads;
+                        for (int i = 0; i < 4; ++i)
+                            threads.emplace_back([] { ZUTF8String_6_0("a string"); });
+                        for (std::thread& thread : threads)
+                            thread.join();
+                        EXPECT_EQ(expected, testing::internal::GetCapturedStderr());
+                        // All else is as without the table.
+                        EXPECT_NE(nullptr, zgetLCSHandle_6_0());
+                        ZUTF8String_6_0 const euro("\u20ac");
+                        EXPECT_EQ(3u, euro.getLength());
+                        EXPECT_EQ(3, zmblen_6_0(zgetUTF8Handle_6_0(), "\u20ac", 3));
+                    }),
+                    testing::ExitedWithCode(0), "");
+    }
+}
+
+TEST_F(zqvrutilStart, ReportsATableOfAnyLengthOfPath)
+{
+    // A path of nearly 4 KiB; the report is cut where its buffer ends, not before.
+    TestDirectory const directory;
+    std::string tables = directory.path();
+    while (tables.size() < 3900) {
+        tables += "/" + std::string(std::min<size_t>(200, 3999 - tables.size()), 'x');
+        std::filesystem::create_directory(tables);
+    }
+    std::ofstream(tables + "/codesets.alias") << "alone\n";
+    EXPECT_EXIT(exitWith([&] {
+                    setenv("QVRDIR", tables.c_str(), 1);
+                    testing::internal::CaptureStderr();
+                    EXPECT_NE(nullptr, zgetLCSHandle_6_0());
+                    std::string const report = testing::internal::GetCapturedStderr();
+                    EXPECT_EQ(0u, report.find(tables + "/codesets.alias:1: not two names"));
+                }),
+                testing::ExitedWithCode(0), "");
+}
+
+TEST_F(zqvrutilStart, SaysNothingOfTablesThatAreMissingOrFine)
+{
+    TestDirectory const directory;
+    for (std::string const& tables :
+         {directory.at("missing"), tablesWith(directory, "house UTF-8\n")}) {
+        EXPECT_EXIT(exitWith([&] {
+                        setenv("QVRDIR", tables.c_str(), 1);
+                        testing::internal::CaptureStderr();
+                        EXPECT_NE(nullptr, zgetLCSHandle_6_0());
+                        EXPECT_EQ("", testing::internal::GetCapturedStderr());
+                    }),
+                    testing::ExitedWithCode(0), "");
+    }
+}
+
+TEST(zqvrutil, ReportsADirectoryOfWhichNoProblemIsKnown)
+{
+    zgetLCSHandle_6_0();
+    std::string const tables = getenv("QVRDIR");
+    struct Case {
+        int code;
+        char const* problem;
+    };
+    for (Case const& c : {Case{qvrInvalid, ": a table cannot be used; check them"},
+                          Case{qvrNoMemory, ": not enough memory for the tables"}}) {
+        services().directoryCode = c.code;
+        testing::internal::CaptureStderr();
+        zset_cs_dir_6_0(tables.c_str());
+        EXPECT_EQ(tables + c.problem + " (no table of the directory is used)\n",
+                  testing::internal::GetCapturedStderr());
+    }
+    services().directoryCode = 0;
+}
+
+TEST(zqvrutil, ReportsATableThatCannotBeUsedAtEachCallThatNamesIt)
+{
+    zgetLCSHandle_6_0();
+    TestDirectory const directory;
+    std::string const tables = tablesWith(directory, "house UTF-8\nalone\n");
+    std::string const expected = tables +
+                                 "/codesets.alias:2: not two names; write an alias and the name it "
+                                 "stands for (no table of the directory is used)\n";
+    testing::internal::CaptureStderr();
+    errno = EXDEV;
+    zset_cs_dir_6_0(tables.c_str());
+    EXPECT_EQ(EXDEV, errno);
+    EXPECT_EQ(expected, testing::internal::GetCapturedStderr());
+    testing::internal::CaptureStderr();
+    ZQVRUTF8Converter_6_0 const converter("house", tables.c_str());
+    EXPECT_EQ(expected, testing::internal::GetCapturedStderr());
+    zset_cs_dir_6_0(getenv("QVRDIR"));
 }
 
 // Locales that the tests' build makes: of codesets that ICU does not have, and with names of a
