@@ -140,7 +140,7 @@ public:
     /// Acquires `lock`.
     /// owns    `lock` is borrowed until the guard is destroyed.
     /// throws  what `lock.lock()` throws; there is no guard then.
-    explicit ZResourceLock_6_0(ZLock_6_0& lock);
+    [[nodiscard]] explicit ZResourceLock_6_0(ZLock_6_0& lock);
     ZResourceLock_6_0(ZResourceLock_6_0 const&) = delete;
     ZResourceLock_6_0& operator=(ZResourceLock_6_0 const&) = delete;
 

@@ -67,6 +67,7 @@ public:
     ///         ZUnlockResourceException_6_0 (message 6, rc 0) when the calling thread does not hold
     ///         it; nothing has changed then.
     void unlock(int update) override;
+    void unlock(zlockstate) = delete;
 
     int haveLock(zlockstate state) const override;
 

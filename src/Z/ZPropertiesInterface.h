@@ -149,7 +149,7 @@ public:
     public:
         /// Locks `lock`.
         /// owns    borrowed until the guard is destroyed.
-        explicit ZPropResourceLock(ZLockInterface_6_0& lock);
+        [[nodiscard]] explicit ZPropResourceLock(ZLockInterface_6_0& lock);
         ZPropResourceLock(ZPropResourceLock const&) = delete;
         ZPropResourceLock& operator=(ZPropResourceLock const&) = delete;
 

@@ -74,6 +74,7 @@ public:
 
     /// Releases the lock; here does nothing.
     virtual void unlock(int update);
+    void unlock(zlockstate) = delete;  // a lock state is not an update flag
 
     /// Returns whether the lock is in `state`, whoever holds it.
     virtual int haveLock(zlockstate state) const = 0;
@@ -122,6 +123,7 @@ public:
 
     /// Releases as `unlock()`; the flag says nothing here.
     void unlock(int update) override;
+    void unlock(zlockstate) = delete;
 
     int haveLock(zlockstate state) const override;
 
@@ -175,7 +177,11 @@ class ZStackReadWriteLock_6_0 : public ZObject_6_0 {
 public:
     /// Borrows `lock` and sets its update flag; acquires nothing.
     /// kept    the flag is set at once, for whoever holds a process lock; acquiring sets it anew.
-    ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update);
+    [[nodiscard]] ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update);
+
+    // A lock state is not an update flag: the guard acquires nothing.
+    ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock,
+                            ZReadWriteLockInterface_6_0::zlockstate) = delete;
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
@@ -193,8 +199,10 @@ public:
     void readWithIntentToWriteLock();
     void promoteReadToWriteLock();
     void unlock(int update);
+    void unlock(ZReadWriteLockInterface_6_0::zlockstate) = delete;
     int getUpdate() const;
     void setUpdate(int update);
+    void setUpdate(ZReadWriteLockInterface_6_0::zlockstate) = delete;
 
     /// Returns the lock.
     ZAbstractReadWriteLock_6_0& getReadWriteLock() const;

@@ -1,4 +1,6 @@
 #include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <Z/ZProcessReadWriteLock.h>
 #include <Z/ZReadWriteLock.h>
 #include <errno.h>
 #include <gtest/gtest.h>
@@ -12,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 #include "LockStates.h"
 #include "NotedMessages.h"
@@ -501,6 +504,54 @@ TEST(ZStackReadWriteLock, ReleasesWhatIsHeldAtTheEndOfTheScope)
         guard.readLock();
         expectState({1, kRead}, lock);
     }
+    expectState({0, kUnset}, lock);
+}
+
+// A guard made with a state where the update flag belongs would compile and guard nothing.
+template <class Object>
+concept TakesAStateAsUpdateFlag = requires(Object& object)
+{
+    object.unlock(kWrite);
+}
+|| requires(Object& object)
+{
+    object.setUpdate(kWrite);
+};
+
+TEST(ZStackReadWriteLock, TakesNoLockStateForTheUpdateFlag)
+{
+    using Guard = ZStackReadWriteLock_6_0;
+    static_assert(std::is_constructible_v<Guard, ZReadWriteLock_6_0&, int>);
+    static_assert(std::is_constructible_v<Guard, ZReadWriteLock_6_0&, bool>);
+    static_assert(!std::is_constructible_v<Guard, ZReadWriteLock_6_0&, State>);
+    static_assert(!std::is_constructible_v<Guard, ZAbstractReadWriteLock_6_0&, State>);
+    static_assert(!std::is_constructible_v<Guard, State, ZReadWriteLock_6_0&>);
+    static_assert(!TakesAStateAsUpdateFlag<Guard>);
+    ZReadWriteLock_6_0 lock;
+    Guard guard(lock, true);
+    guard.writeLock();
+    guard.unlock(true);
+    guard.setUpdate(false);
+    guard.readLock();
+    expectState({1, kRead}, lock);
+}
+
+template <class Lock>
+concept UnlocksAState = requires(Lock& lock)
+{
+    lock.unlock(kWrite);
+};
+
+TEST(ZReadWriteLock, UnlocksNoState)
+{
+    static_assert(!UnlocksAState<ZReadWriteLock_6_0>);
+    static_assert(!UnlocksAState<ZAbstractReadWriteLock_6_0>);
+    static_assert(!UnlocksAState<ZAbstractProcessReadWriteLock_6_0>);
+    static_assert(!UnlocksAState<ZUnixProcessReadWriteFileLock_6_0>);
+    static_assert(!UnlocksAState<ZStubProcessReadWriteLock_6_0>);
+    ZReadWriteLock_6_0 lock;
+    lock.lock(kRead);
+    lock.unlock(1);
     expectState({0, kUnset}, lock);
 }
 
