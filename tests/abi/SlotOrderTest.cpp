@@ -29,25 +29,17 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 #include <vector>
+
+#include "Slots.h"
 
 namespace {
 
-// The slot of a virtual function in the first table of its class. With this platform's C++ ABI a
-// pointer to a virtual member function holds the offset of its slot plus 1.
 // F chooses among overloads: slot<int(char const*) const>(&ZAbstractString_6_0::compare).
 template <class F, class C>
 int slot(F C::*function)
 {
-    struct {
-        std::ptrdiff_t word;
-        std::ptrdiff_t adjustment;
-    } parts;
-    static_assert(sizeof parts == sizeof function);
-    std::memcpy(&parts, &function, sizeof parts);
-    bool const isVirtual = (parts.word & 1) != 0;
-    return isVirtual ? static_cast<int>((parts.word - 1) / static_cast<int>(sizeof(void*))) : -1;
+    return slotOf(function);
 }
 
 struct Row {

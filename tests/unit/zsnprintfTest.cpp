@@ -845,11 +845,12 @@ TEST(zsnprintf, RefusesOneArgumentOfTwoTypes)
         EXPECT_EQ(kFailure, text(format, "a")) << format;
 }
 
-TEST(zsnprintf, RefusesANullArgumentList)
+// Only where a va_list is an array does a caller pass a pointer, which may be null.
+template <class List>
+void expectNullListRefused()
 {
-    // Where a list is a pointer, that is what a caller without one hands over.
-    if constexpr (std::is_array_v<va_list>) {
-        std::remove_extent_t<va_list>* const none = nullptr;
+    if constexpr (std::is_array_v<List>) {
+        std::remove_extent_t<List>* const none = nullptr;
         char buffer[8] = "~";
         char* result = buffer;
         EXPECT_EQ(-1, zvsprintf_6_0(&result, "x%d", none));
@@ -857,7 +858,14 @@ TEST(zsnprintf, RefusesANullArgumentList)
         result = buffer;
         EXPECT_EQ(-1, zvasprintf_6_0(&result, "x%d", none));
         EXPECT_EQ(nullptr, result);
+    } else {
+        GTEST_SKIP() << "an argument list is not a pointer on this processor";
     }
+}
+
+TEST(zsnprintf, RefusesANullArgumentList)
+{
+    expectNullListRefused<va_list>();
 }
 
 TEST(zsnprintf, MayBeDoneAfterAFailedParseAndTwice)
