@@ -459,7 +459,7 @@ TEST_F(ZArrayList, AssignmentToItselfDoesNothing)
     OwningList list({1, 2});
     ZObject_6_0* const member = list.get(0);
     ZArrayList_6_0& self = list;
-    self = self;
+    self = list;
     EXPECT_EQ(member, list.get(0));
     EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
 }

@@ -17,8 +17,11 @@ int readError = 0;     // what the next read() fails with; 0 lets it work
 
 }  // namespace
 
-// Goes before the C library's, also for the calls of the text services.
-extern "C" ssize_t read(int fd, void* buf, size_t count)
+// Replaces the C library's read(), also for the calls of the text services. The C++ name differs:
+// in an optimised build <unistd.h> may define read() itself, as an inline function.
+extern "C" ssize_t replacedRead(int fd, void* buf, size_t count) __asm__("read");
+
+ssize_t replacedRead(int fd, void* buf, size_t count)
 {
     if (readError != 0) {
         errno = readError;
