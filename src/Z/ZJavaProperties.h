@@ -11,6 +11,15 @@
 // handler made with setValue(). A handler may start another read of the same store. If the nested
 // read fails, it undoes only its own changes; either way the outer read then continues in its line,
 // with its stop key.
+// Files: load() and store() accept regular files only. They refuse a device such as /dev/null, a
+// FIFO and a socket, and never wait for one. store() opens the file for reading and writing: it
+// refuses a file that the caller may only write, as it does one that the caller may only read.
+// Streams: loadProperties() accepts any stream, also that of a pipe, a terminal or /dev/null (which
+// has no entries), and waits for each byte. No lock is taken then. A read that fails ends the call:
+// that is so with a descriptor that does not block and has no data, and if a signal interrupts the
+// wait whose handler was installed without SA_RESTART.
+// Cancellation: none of these calls is cancelled. A thread that waits for a pipe goes on waiting
+// until the other end writes or is closed; the cancellation follows after the call.
 // Ownership: a store holds copies of its keys and values.
 // Threads: unsynchronised; callers serialise changes to one store. Between processes, reading holds
 // a shared and storing an exclusive record lock on the file; neither waits for the other.
@@ -41,9 +50,9 @@ public:
     /// Reads the file at `path`. Its entries are added to those that are there; an equal key gets
     /// the new value. Returns 1.
     /// range   null or an empty path: nothing is read.
-    /// throws  ZPropertiesIOException_6_0 with "fopen(r)" or "fcntl()" (another process stores);
-    ///         ZUnexpectedEndOfFile_6_0 when reading fails, as it does with a directory. The store
-    ///         is as it was then.
+    /// throws  ZPropertiesIOException_6_0 with "fopen(r)" (with EINVAL if it is not a regular file)
+    ///         or "fcntl()" (another process stores); ZUnexpectedEndOfFile_6_0 when reading fails,
+    ///         as it does with a directory. The store is as it was then.
     /// kept    a line that cannot be read is skipped without a word, and when it was its line end
     ///         that could not be read, the next line as well; a last line without a line end is not
     ///         read at all; a separator or a backslash that begins a line begins a key; values have
@@ -71,9 +80,10 @@ public:
     /// Replaces the file at `path` by "#" and a line for every key, in the order of listKeys(). The
     /// file keeps its inode; see docs/durability.md.
     /// throws  ZInvalidParameterException_6_0 for null or an empty path; ZPropertiesIOException_6_0
-    ///         with "fopen(wt)", "fcntl()" (another process reads or stores), or the call that
-    ///         failed while writing. An existing file is as it was then, and one that was made is
-    ///         removed.
+    ///         with "fopen(wt)" (with EINVAL if it is not a regular file, EACCES if the caller may
+    ///         not both read and write it), "fcntl()" (another process reads or stores), or the
+    ///         call that failed while writing. An existing file is as it was then, and one that was
+    ///         made is removed.
     /// kept    keys are written as they are: one with a blank, "=", ":" or a line end in it is read
     ///         back as something else. Of a character beyond U+FFFF, of DEL and of a byte that
     ///         belongs to no character only "\u" is written, and such a line is not read back.

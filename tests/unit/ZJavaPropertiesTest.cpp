@@ -8,12 +8,18 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -718,6 +724,174 @@ TEST_F(ZJavaPropertiesFiles, OfOthersAreRefused)
     });
     chmod(path.c_str(), 0600);
     EXPECT_EQ("b=2\n", directory_.read("f"));
+}
+
+TEST_F(ZJavaPropertiesFiles, AreRegularOnes)
+{
+    std::string const fifo = directory_.at("fifo");
+    std::string const socketPath = directory_.at("socket");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    int const listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    ASSERT_GT(sizeof address.sun_path, socketPath.size());
+    socketPath.copy(address.sun_path, socketPath.size());
+    ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    struct Case {
+        char const* name;
+        std::string path;
+        int error;
+    };
+    Case const cases[] = {{"null device", "/dev/null", EINVAL},
+                          {"endless device", "/dev/zero", EINVAL},
+                          {"FIFO", fifo, EINVAL},
+                          {"socket", socketPath, EINVAL}};
+    struct stat before;
+    stat("/dev/null", &before);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        expectNoLoad(c.path, "151 " + c.path + " fopen(r) " + std::to_string(c.error));
+        expectNoStore(c.path, "360 " + c.path + " fopen(wt) " + std::to_string(c.error));
+    }
+    close(listener);
+    struct stat after;
+    stat("/dev/null", &after);
+    EXPECT_EQ(before.st_mode, after.st_mode);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(ZJavaPropertiesFiles, AreStoredOnlyWhereTheyMayBeReadAndWritten)
+{
+    std::string const writeOnly = directory_.at("write-only");
+    std::string const readOnly = directory_.at("read-only");
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        directory_.write("write-only", "b=2\n");
+        directory_.write("read-only", "b=2\n");
+        chmod(writeOnly.c_str(), 0200);
+        chmod(readOnly.c_str(), 0400);
+        expectNoLoad(writeOnly, "151 " + writeOnly + " fopen(r) 13");
+        expectNoStore(writeOnly, "360 " + writeOnly + " fopen(wt) 13");
+        expectNoStore(readOnly, "360 " + readOnly + " fopen(wt) 13");
+        Store other;
+        EXPECT_EQ(1, other.load(readOnly.c_str()));
+        EXPECT_EQ((Entries{{"b", "2"}}), entriesOf(other));
+        return !HasFailure();
+    });
+    chmod(writeOnly.c_str(), 0600);
+    EXPECT_EQ("b=2\n", directory_.read("write-only"));
+    EXPECT_EQ("b=2\n", directory_.read("read-only"));
+}
+
+TEST_F(ZJavaPropertiesFiles, OfAnyKindAreReadFromAStream)
+{
+    FILE* const null = fopen("/dev/null", "r");
+    EXPECT_EQ(1, store_.loadProperties(null, "null"));
+    fclose(null);
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+
+    std::string const fifo = directory_.at("fifo");
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    std::thread writer([&fifo] {
+        FILE* const out = fopen(fifo.c_str(), "w");
+        fputs("b=2\nc", out);
+        fflush(out);
+        fputs("=3\n", out);
+        fclose(out);
+    });
+    FILE* const in = fopen(fifo.c_str(), "r");
+    EXPECT_EQ(1, store_.loadProperties(in, "fifo"));
+    fclose(in);
+    writer.join();
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}}), entriesOf(store_));
+}
+
+TEST_F(ZJavaPropertiesFiles, FromAPipeWithoutDataFailIfItDoesNotWait)
+{
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK));
+    ASSERT_EQ(4, write(ends[1], "b=2\n", 4));
+    FILE* const stream = fdopen(ends[0], "r");
+    EXPECT_EQ("291 Unexpected end of file encounted while reading the pipe.",
+              raised([&] { store_.loadProperties(stream, "the pipe"); }));
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+    fclose(stream);
+    close(ends[1]);
+}
+
+TEST_F(ZJavaPropertiesFiles, FromAPipeFailIfASignalEndsTheWait)
+{
+    struct sigaction before;
+    struct sigaction interrupting = {};
+    interrupting.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(0, sigaction(SIGUSR1, &interrupting, &before));
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    ASSERT_EQ(4, write(ends[1], "b=2\n", 4));
+    FILE* const stream = fdopen(ends[0], "r");
+    std::atomic<bool> ended = false;
+    std::string failure;
+    std::thread reader([&] {
+        failure = raised([&] { store_.loadProperties(stream, "the pipe"); });
+        ended = true;
+    });
+    while (!ended) {
+        pthread_kill(reader.native_handle(), SIGUSR1);
+        usleep(1000);
+    }
+    reader.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_EQ("291 Unexpected end of file encounted while reading the pipe.", failure);
+    EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
+    fclose(stream);
+    close(ends[1]);
+}
+
+// A thread that waits for a pipe's data, is cancelled, and gets the data then.
+TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadToTheirEndByACancelledThread)
+{
+    struct Reader {
+        Store& store;
+        FILE* stream;
+        int result = -1;
+        bool survived = false;
+    };
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    ASSERT_EQ(6, write(ends[1], "b=2\nc=", 6));
+    Reader reader{store_, fdopen(ends[0], "r")};
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(
+                     &thread, nullptr,
+                     [](void* argument) -> void* {
+                         auto& own = *static_cast<Reader*>(argument);
+                         own.result = own.store.loadProperties(own.stream, "pipe");
+                         pthread_testcancel();
+                         own.survived = true;
+                         return nullptr;
+                     },
+                     &reader));
+    // All data has been taken: the thread waits, or is about to.
+    for (int left = 1; left != 0;) {
+        ASSERT_EQ(0, ioctl(ends[0], FIONREAD, &left));
+        sched_yield();
+    }
+    pthread_cancel(thread);
+    timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_nsec += 100000000;
+    until.tv_sec += until.tv_nsec / 1000000000;
+    until.tv_nsec %= 1000000000;
+    void* ended = nullptr;
+    EXPECT_EQ(ETIMEDOUT, pthread_timedjoin_np(thread, &ended, &until));
+    ASSERT_EQ(6, write(ends[1], "3\nd=4\n", 6));
+    close(ends[1]);
+    ASSERT_EQ(0, pthread_join(thread, &ended));
+    fclose(reader.stream);
+    EXPECT_EQ(PTHREAD_CANCELED, ended);
+    EXPECT_EQ(1, reader.result);
+    EXPECT_FALSE(reader.survived);
+    EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}, {"d", "4"}}), entriesOf(store_));
 }
 
 TEST_F(ZJavaPropertiesFiles, ThatAnotherProcessHoldsAreNotWaitedFor)
