@@ -41,6 +41,21 @@ private:
     ZCondition_6_0& condition_;
 };
 
+// Clears the wake flag after a unit of work, also if that throws or is cancelled: the next start
+// does not repeat it. A thread that waits to wake the sleeper sets the flag after this.
+class WorkDone {
+public:
+    explicit WorkDone(int& wake) : wake_(wake) {}
+    WorkDone(WorkDone const&) = delete;
+    WorkDone& operator=(WorkDone const&) = delete;
+    // KEPT: clears what the work itself has set, too; work that woke itself up would never come to
+    // an end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
+    ~WorkDone() { wake_ = 0; }
+
+private:
+    int& wake_;
+};
+
 }  // namespace
 
 // The begin of a loop, which start() waits for; one that fails before it has begun counts as well.
@@ -174,10 +189,10 @@ void ZSleeperThread_6_0::run()
         sleep();
         if (exit_ != 0 || wake_ == 0)
             continue;
-        doWork();
-        // KEPT: clears what the work itself has set, too; work that woke itself up would never come
-        // to an end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
-        wake_ = 0;
+        {
+            WorkDone const done(wake_);
+            doWork();
+        }
         if (pool() != nullptr) {
             int keep = 0;
             pool()->threadDoneNotification(*this, keep);

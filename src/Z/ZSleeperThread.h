@@ -47,11 +47,13 @@ public:
 
     void run() override;
 
-    /// Does one unit of work; an exception that leaves it ends the thread.
+    /// Does one unit of work. An exception that leaves it ends the thread; the unit is done then,
+    /// and the next start does not repeat it.
     virtual void doWork() = 0;
 
-    /// Wakes the sleeper for one unit of work; one that does not sleep yet finds it waiting.
-    /// kept    called by the work itself it wakes nobody: the flag is cleared behind the work.
+    /// Wakes the sleeper for one unit of work. Before a start, or while work is done, the wake-up
+    /// is kept for the next unit. kept    called by the work itself it wakes nobody: the flag is
+    /// cleared behind the work.
     void wakeUp();
 
     /// Makes an ended sleeper ready for another start; waitForExit() has done so.

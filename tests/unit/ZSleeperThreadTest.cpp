@@ -4,10 +4,13 @@
 #include <Z/ZThreadPool.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <thread>
 
 #include "NotedMessages.h"
@@ -210,6 +213,79 @@ TEST(ZSleeperThread, WorkThatThrowsEndsTheThread)
     sleeper.waitForExit();
     EXPECT_EQ(1, noted.exceptions());
     EXPECT_EQ(0, sleeper.units);
+}
+
+TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatThrew)
+{
+    NotedMessages const noted;
+    TestSleeper sleeper;
+    std::atomic<int> begun{0};
+    sleeper.work = [&] {
+        if (++begun == 1)
+            throw 5;
+    };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return sleeper.exits == 1; });
+    sleeper.waitForExit();
+    sleeper.start();
+    sleeper.waitForExit();
+    EXPECT_EQ(1, begun);
+    // A wake-up that comes between the two is not lost.
+    sleeper.wakeUp();
+    sleeper.start();
+    waitUntil([&] { return sleeper.units == 1; });
+    sleeper.waitForExit();
+    EXPECT_EQ(2, begun);
+}
+
+TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatWasCancelled)
+{
+    TestSleeper sleeper;
+    std::atomic<int> begun{0};
+    sleeper.work = [&] {
+        if (++begun == 1)
+            for (;;)
+                pause();
+    };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return begun == 1; });
+    pthread_cancel(sleeper.getPThreadID());
+    waitUntil([&] { return sleeper.exits == 1; });
+    sleeper.waitForExit();
+    sleeper.start();
+    sleeper.waitForExit();
+    EXPECT_EQ(1, begun);
+}
+
+// A wakeUp() that waits for the end of a unit of work counts for the next one, also if the unit
+// throws.
+TEST(ZSleeperThread, AWakeUpDuringWorkThatThrowsIsKeptForTheNextStart)
+{
+    NotedMessages const noted;
+    TestSleeper sleeper;
+    std::atomic<int> begun{0};
+    std::atomic<bool> mayThrow{false};
+    sleeper.work = [&] {
+        if (++begun == 1) {
+            waitUntil([&] { return mayThrow.load(); });
+            throw 5;
+        }
+    };
+    sleeper.start();
+    sleeper.wakeUp();
+    waitUntil([&] { return begun == 1; });
+    std::future<void> const woken = std::async(std::launch::async, [&] { sleeper.wakeUp(); });
+    EXPECT_TRUE(staysBlocked(woken));
+    mayThrow = true;
+    woken.wait();
+    waitUntil([&] { return sleeper.exits == 1; });
+    sleeper.waitForExit();
+    sleeper.start();
+    waitUntil([&] { return sleeper.units == 1; });
+    sleeper.waitForExit();
+    EXPECT_EQ(2, begun);
 }
 
 TEST(ZSleeperThread, KeepsNoWakeUpOfItsOwnWork)

@@ -586,7 +586,8 @@ TEST(ZThreadPoolFailures, ASleeperReportsWhatFailsAtItsEnd)
         EXPECT_TRUE(stopFailing());
         EXPECT_EQ(2, noted.exceptions());
         sleeper.waitForExit();
-        // The work that failed is still to be done.
+        // The work that failed is done; a wake-up before the start is not.
+        sleeper.wakeUp();
         sleeper.start();
         waitUntil([&] { return sleeper.units == 2; });
         sleeper.waitForExit();
