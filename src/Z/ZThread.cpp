@@ -38,6 +38,13 @@ enum Message {
     setSpecific = 30
 };
 
+// The values of joinable_.
+enum Joinable {
+    kNotJoinable = 0,  // not started, detached, or waited for already
+    kJoinable = 1,
+    kStarting = 2  // detached, and waits for the starter to store the id
+};
+
 static_assert(sizeof(pthread_t) == sizeof(unsigned long));
 static_assert(sizeof(pthread_key_t) == sizeof(unsigned int));
 
@@ -108,8 +115,11 @@ struct ZThread_6_0::Entry {
     static void* run(void* argument)
     {
         auto& thread = *static_cast<ZThread_6_0*>(argument);
-        // The starter learns the id when pthread_create() returns, which may be after the end.
-        std::atomic_ref(thread.id_).store(pthread_self(), std::memory_order_relaxed);
+        std::atomic_ref joinable(thread.joinable_);
+        if (thread.detached_ != 0)
+            joinable.wait(kStarting);
+        else  // the starter learns the id when pthread_create() returns, which may be after the end
+            std::atomic_ref(thread.id_).store(pthread_self(), std::memory_order_relaxed);
         End const end{thread};
         zreporting::reportExceptions({kSource, reportInRun}, [&] { thread.run(); });
         return nullptr;
@@ -121,13 +131,18 @@ ZThread_6_0::ZThread_6_0(int detached, int autoDelete)
       detached_(detached),
       autoDelete_(autoDelete),
       pool_(nullptr),
-      joinable_(0),
+      joinable_(kNotJoinable),
       creations_(0)
 {
 }
 
 ZThread_6_0::ZThread_6_0(unsigned long threadId)
-    : id_(threadId), detached_(0), autoDelete_(0), pool_(nullptr), joinable_(1), creations_(0)
+    : id_(threadId),
+      detached_(0),
+      autoDelete_(0),
+      pool_(nullptr),
+      joinable_(kJoinable),
+      creations_(0)
 {
 }
 
@@ -157,25 +172,31 @@ void ZThread_6_0::start()
 {
     Attributes const attributes(detached_ != 0);
     bool const joins = detached_ == 0;
-    // Noted before it runs: a detached thread may end at once and take the object with it.
-    int const before = std::atomic_ref(joinable_).exchange(joins ? 1 : 0);
+    std::atomic_ref joinable(joinable_);
+    // A detached thread may end at once and take the object with it: it waits until the id is
+    // stored.
+    int const before = joinable.exchange(joins ? kJoinable : kStarting);
     ++creations_;
     pthread_t id = 0;
     int const rc = pthread_create(&id, attributes.get(), &Entry::run, this);
     if (rc != 0) {
         --creations_;
-        std::atomic_ref(joinable_).store(before);
+        joinable.store(before);
         raise(threadCreate, rc, raiseInCreate);
     }
+    std::atomic_ref(id_).store(id, std::memory_order_relaxed);
     if (joins)
-        std::atomic_ref(id_).store(id, std::memory_order_relaxed);
+        return;
+    joinable.store(kNotJoinable);
+    // The object may be gone: waking needs its address only.
+    joinable.notify_one();
 }
 
 void ZThread_6_0::waitForExit()
 {
     if (detached_ != 0)
         return;
-    if (std::atomic_ref(joinable_).exchange(0) == 0)
+    if (std::atomic_ref(joinable_).exchange(kNotJoinable) == kNotJoinable)
         raise(threadJoin, ESRCH, raiseInJoin);
     int rc = 0;
     try {
@@ -183,11 +204,11 @@ void ZThread_6_0::waitForExit()
     } catch (...) {
         // Cancelled: the thread is still to be joined.
         if (zcaughtCancellation())
-            std::atomic_ref(joinable_).store(1);
+            std::atomic_ref(joinable_).store(kJoinable);
         throw;
     }
     if (rc != 0) {
-        std::atomic_ref(joinable_).store(1);
+        std::atomic_ref(joinable_).store(kJoinable);
         raise(threadJoin, rc, raiseInJoin);
     }
 }
@@ -203,7 +224,7 @@ unsigned long ZThread_6_0::getPThreadID() const
 
 int ZThread_6_0::isJoinable() const
 {
-    return std::atomic_ref(const_cast<int&>(joinable_)).load();
+    return std::atomic_ref(const_cast<int&>(joinable_)).load() == kJoinable ? 1 : 0;
 }
 
 void ZThread_6_0::createThreadKey(unsigned int& key)

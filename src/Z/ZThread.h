@@ -38,7 +38,8 @@ public:
     /// throws  ZNotClonableException_6_0, always.
     [[noreturn]] ZObject_6_0* clone() const override;
 
-    /// Starts the thread. It may end, and delete its object, before this returns.
+    /// Starts the thread and stores its id. The thread may end, and delete its object, before this
+    /// returns.
     /// throws  ZThreadException_6_0 (messages 15, 16, 17) with the rc of the call that failed.
     virtual void start();
 
@@ -55,7 +56,8 @@ public:
     /// Is called by the ending thread, however it ends; does nothing here.
     virtual void exit();
 
-    /// Returns the pthread_t; 0 before the start.
+    /// Returns the pthread_t of the last start; 0 before the first one. It is that of the new thread
+    /// as soon as the thread runs, and when start() returns.
     unsigned long getPThreadID() const;
 
     // Objects that belong to a thread: every thread has one of its own for a key.
@@ -89,6 +91,6 @@ private:
     int const detached_;
     int const autoDelete_;
     ZThreadPool_6_0* pool_;  // the pool that started it, or null; set before the start
-    int joinable_;        // atomic: 1 from the start to the join of a thread that is not detached
+    int joinable_;        // atomic: may be joined; a detached thread's gate while it is started
     unsigned creations_;  // threads made for this object; changed by start()
 };

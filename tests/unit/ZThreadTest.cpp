@@ -139,6 +139,75 @@ TEST_F(ZThread, WaitingForADetachedThreadReturnsAtOnce)
     EXPECT_TRUE(ended);
 }
 
+// Whether the thread still runs or has ended at once: the id is that of the new thread, and hash
+// and order go by it.
+TEST_F(ZThread, TheIdOfADetachedThreadIsKnownWhenStartReturns)
+{
+    for (bool const endsAtOnce : {false, true}) {
+        SCOPED_TRACE(endsAtOnce ? "ends at once" : "runs on");
+        for (int i = 0; i < 500; ++i) {
+            std::atomic<unsigned long> id{0};
+            std::atomic<unsigned long> idInRun{0};
+            std::atomic<bool> mayEnd{endsAtOnce};
+            TestThread* self = nullptr;
+            TestThread thread(
+                [&] {
+                    idInRun = self->getPThreadID();
+                    id = pthread_self();
+                    waitUntil([&] { return mayEnd.load(); });
+                },
+                1);
+            self = &thread;
+            thread.start();
+            unsigned long const known = thread.getPThreadID();
+            uint32_t const hash = thread.hash();
+            waitUntil([&] { return id != 0; });
+            ASSERT_EQ(id, known);
+            ASSERT_EQ(id, idInRun);
+            ASSERT_EQ(static_cast<uint32_t>(id), hash);
+            class Wrapped : public ZThread_6_0 {
+            public:
+                using ZThread_6_0::ZThread_6_0;
+                void run() override {}
+            };
+            ASSERT_EQ(0, thread.compare(Wrapped(id.load())));
+            ASSERT_EQ(1, thread.compare(Wrapped(id.load() - 1)));
+            mayEnd = true;
+            waitUntil([&] { return thread.exits == 1; });
+            // A second start gives it the id of the second thread.
+            id = 0;
+            thread.start();
+            unsigned long const second = thread.getPThreadID();
+            waitUntil([&] { return id != 0; });
+            ASSERT_EQ(id, second);
+            waitUntil([&] { return thread.exits == 2; });
+        }
+    }
+}
+
+// The thread may delete the object before start() returns.
+TEST_F(ZThread, ADetachedThreadMayDeleteItselfBeforeStartReturns)
+{
+    constexpr int kThreads = 500;
+    for (int i = 0; i < kThreads; ++i)
+        (new TestThread([] {}, 1, 1))->start();
+    waitUntil([] { return TestThread::destroyed == kThreads; });
+}
+
+TEST_F(ZThread, ADetachedThreadThatCannotBeMadeKeepsItsId)
+{
+    TestThread thread([] {}, 1);
+    thread.start();
+    unsigned long const id = thread.getPThreadID();
+    waitUntil([&] { return thread.exits == 1; });
+    calls_.create = EAGAIN;
+    EXPECT_THROW(thread.start(), ZThreadException_6_0);
+    EXPECT_EQ(id, thread.getPThreadID());
+    calls_ = Calls();
+    thread.start();
+    waitUntil([&] { return thread.exits == 2; });
+}
+
 TEST_F(ZThread, ADetachedThreadDeletesItself)
 {
     for (int i = 1; i <= 50; ++i) {
