@@ -193,6 +193,7 @@ public:
     ///         the same codeset; its target is neither of the two. Characters are compared whole,
     ///         byte for byte; an empty `set` replaces all, an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
+    /// cost    O(length of text, set and result).
     ZAbstractMutableString_6_0& replaceNoneOf(ZStringIterator_6_0& characters, char const* set,
                                               char const* replacement);
 
@@ -201,6 +202,7 @@ public:
     /// range   a null text changes nothing. Characters are compared whole, byte for byte; an empty
     ///         set changes nothing, an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
+    /// cost    O(length of text, set and result).
     ZAbstractMutableString_6_0& replaceAllOf(ZStringIterator_6_0& set, char const* replacement);
 
     /// Replaces the contents with `text` up to its terminator.

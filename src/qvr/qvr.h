@@ -184,6 +184,8 @@ char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle);
 
 /// Returns the first character of `s` that occurs in `set`, null when there is none or an
 /// argument is null.
+/// cost    O(bytes of `s` and `set`), as the next three functions; the product of both if there is
+///         no memory for a table of a set that has more than 32 characters of several bytes.
 char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set);
 
 /// Returns the next token of a text: skips characters that occur in `delimiters`, puts a

@@ -1,4 +1,7 @@
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 #include "codeset_p.h"
@@ -52,11 +55,88 @@ bool isIn(qvr_cs const& cs, Unit unit, char const* set)
     return false;
 }
 
+// The units of a text as a set. A unit has few bytes and none of them is zero, so filled up with
+// zeros its bytes are a number of its own: a hash table with open addressing finds the units of
+// more than one byte, a table of flags the others. Most sets fit into the object. Without memory
+// for a larger one the text itself is searched: these functions cannot fail.
+class UnitSet {
+public:
+    UnitSet(qvr_cs const& cs, char const* set) : cs_(cs), set_(set)
+    {
+        size_t longer = 0;
+        for (Unit unit = unitAt(cs, set); !unit.empty(); unit = nextUnit(cs, unit)) {
+            if (unit.size() == 1)
+                single_[byteOf(unit)] = true;
+            else
+                ++longer;
+        }
+        size_t slots = kOwnSlots;
+        while (slots < 2 * longer)
+            slots *= 2;
+        mask_ = slots - 1;
+        if (slots > kOwnSlots) {
+            more_.reset(static_cast<uint64_t*>(std::calloc(slots, sizeof(uint64_t))));
+            numbers_ = more_.get();
+        }
+        if (longer == 0 || numbers_ == nullptr)
+            return;
+        for (Unit unit = unitAt(cs, set); !unit.empty(); unit = nextUnit(cs, unit))
+            if (unit.size() > 1)
+                numbers_[slotOf(numberOf(unit))] = numberOf(unit);
+    }
+
+    bool has(Unit unit) const
+    {
+        if (unit.size() == 1)
+            return single_[byteOf(unit)];
+        if (numbers_ == nullptr)
+            return isIn(cs_, unit, set_);
+        return numbers_[slotOf(numberOf(unit))] != 0;
+    }
+
+private:
+    static constexpr size_t kOwnSlots = 64;
+    static_assert(qvrMbLenMax <= sizeof(uint64_t));
+
+    static unsigned char byteOf(Unit unit) { return static_cast<unsigned char>(unit[0]); }
+    static uint64_t numberOf(Unit unit)
+    {
+        uint64_t number = 0;
+        std::memcpy(&number, unit.data(), unit.size());
+        return number;
+    }
+    // Where the number is, or the free slot where it would be.
+    size_t slotOf(uint64_t number) const
+    {
+        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
+        size_t slot = (spread ^ spread >> 32) & mask_;
+        while (numbers_[slot] != 0 && numbers_[slot] != number)
+            slot = (slot + 1) & mask_;
+        return slot;
+    }
+
+    qvr_cs const& cs_;
+    char const* const set_;
+    bool single_[256] = {};
+    uint64_t own_[kOwnSlots] = {};
+    std::unique_ptr<uint64_t, decltype(&std::free)> more_{nullptr, std::free};
+    uint64_t* numbers_ = own_;  // 0: a free slot
+    size_t mask_ = 0;           // slots - 1, of which at least half are free
+};
+
 // The first unit of `s` for which being in `set` is `wanted`; its terminator when there is none.
+// The first units are looked for in the text of the set: a walk that ends soon needs no table.
 char const* findInSet(qvr_cs const& cs, char const* s, char const* set, bool wanted)
 {
+    constexpr int kFewUnits = 4;
     Unit unit = unitAt(cs, s);
-    while (!unit.empty() && isIn(cs, unit, set) != wanted)
+    for (int i = 0; i < kFewUnits; ++i) {
+        if (unit.empty() || isIn(cs, unit, set) == wanted)
+            return unit.data();
+        unit = nextUnit(cs, unit);
+    }
+    UnitSet const units(cs, set);
+    while (!unit.empty() && units.has(unit) != wanted)
         unit = nextUnit(cs, unit);
     return unit.data();
 }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <qvr.h>
+#include <time.h>
 
 #include <climits>
 #include <cstdint>
@@ -884,6 +885,32 @@ TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyRaises)
                                                    [&] { string.replaceOther(set.c_str(), "c"); }));
         EXPECT_EQ(filled(40), textOf(string));
     }
+}
+
+TEST(ZAbstractMutableStringText, ALargeSetCostsNoMoreThanTextAndSet)
+{
+    // Every character from U+4E00 to U+9FFF, and a text of them and of others.
+    std::string set, text, ofSet, ofOthers;
+    for (unsigned value = 0x4E00; value < 0xA000; ++value)
+        set +=
+            {static_cast<char>(0xE0 | value >> 12), static_cast<char>(0x80 | (value >> 6 & 0x3F)),
+             static_cast<char>(0x80 | (value & 0x3F))};
+    for (size_t i = 0; i < 100000; ++i) {
+        std::string const member = set.substr(set.size() - 3 * (1 + i % 1000), 3);
+        text += member + "\u20ac";
+        ofSet += member;
+        ofOthers += "\u20ac";
+    }
+    timespec start{}, end{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+    ZUTF8String_6_0 string(text.c_str());
+    string.replaceAll(set.c_str(), "");
+    EXPECT_TRUE(ofOthers == textOf(string));
+    string.setChars(text.c_str());
+    string.replaceOther(set.c_str(), "");
+    EXPECT_TRUE(ofSet == textOf(string));
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+    EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
 // In EUC-JP the second byte of one character and the first of the next look like a third.

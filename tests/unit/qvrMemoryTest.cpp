@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -257,6 +258,20 @@ TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
     unsigned long const asked = FailingAllocator::asked();
     EXPECT_FALSE(FailingAllocator::stop());
     EXPECT_EQ(0u, asked);
+}
+
+TEST(qvrMemory, LargeSetsDoWithoutATable)
+{
+    Codeset const cs("UTF-8");
+    std::string set;
+    for (char middle = 0; middle < 4; ++middle)
+        for (char last = 0; last < 64; ++last)
+            set += {'\xE4', static_cast<char>('\x80' + middle), static_cast<char>('\x80' + last)};
+    std::string const text = set + "\u20ac";
+    failEach([&] {
+        return qvr_strspn(cs, text.c_str(), set.c_str()) == set.size() &&
+               qvr_strcspn(cs, text.c_str() + set.size(), set.c_str()) == 3;
+    });
 }
 
 }  // namespace

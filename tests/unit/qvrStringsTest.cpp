@@ -1,4 +1,6 @@
 // The string functions: examples, then against a model that cuts texts into units first.
+#include <time.h>
+
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -380,6 +382,93 @@ TEST(qvrStrings, AgreeWithAModelOverRandomTexts)
                       -qvr_stricmp(cs, nullptr, other.c_str(), s));
         }
     }
+}
+
+// Sets of up to some hundred members: each size of the table behind them.
+TEST(qvrStrings, LargeSetsAgreeWithAModel)
+{
+    struct Case {
+        char const* codeset;
+        std::string (*character)(unsigned);
+    };
+    Case const cases[] = {
+        {"UTF-8",
+         [](unsigned n) {
+             // One, three and four bytes, and invalid ones.
+             char const last = static_cast<char>(0x80 | (n & 0x3F));
+             char const middle = static_cast<char>(0x80 | (n >> 6 & 0x3F));
+             switch (n % 7) {
+                 case 0:
+                     return std::string(1, static_cast<char>('a' + n % 26));
+                 case 1:
+                     return std::string(1, last);
+                 case 2:
+                 case 3:
+                     return std::string("\xF0\x9F") + middle + last;
+                 default:
+                     return std::string("\xE4") + middle + last;
+             }
+         }},
+        {"EUC-JP",
+         [](unsigned n) {
+             std::string const two{static_cast<char>(0xB0 + n / 94 % 16),
+                                   static_cast<char>(0xA1 + n % 94)};
+             return n % 5 == 0 ? "\x8F" + two : n % 5 == 1 ? two.substr(1) : two;
+         }},
+        {"GB18030",
+         [](unsigned n) {
+             return std::string{'\x81', static_cast<char>('0' + n / 100 % 10),
+                                static_cast<char>(0x81 + n / 10 % 10),
+                                static_cast<char>('0' + n % 10)};
+         }},
+    };
+    unsigned const seed = 20251;
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.codeset);
+        Codeset const cs(c.codeset);
+        for (unsigned members : {1u, 5u, 31u, 32u, 33u, 64u, 65u, 200u, 600u}) {
+            for (int run = 0; run < 20; ++run) {
+                std::string set, text;
+                for (unsigned n = 0; n < members; ++n)
+                    set += c.character(random() % 1000);
+                for (unsigned n = 0; n < 40; ++n)
+                    text += c.character(random() % 1000);
+                Model const model(cs, text);
+                ASSERT_EQ(model.span(set, true), qvr_strspn(cs, text.c_str(), set.c_str()));
+                ASSERT_EQ(model.span(set, false), qvr_strcspn(cs, text.c_str(), set.c_str()));
+                ASSERT_EQ(model.tokens(set), tokens(cs, text, set.c_str()));
+                // All of the text but its last characters, so that the walk is long.
+                set += text.substr(0, text.size() - 8);
+                ASSERT_EQ(model.span(set, true), qvr_strspn(cs, text.c_str(), set.c_str()));
+            }
+        }
+    }
+}
+
+TEST(qvrStrings, ALargeSetCostsNoMoreThanTextAndSet)
+{
+    // Every character of three bytes from U+4E00 on, and a text of the last of them.
+    std::string set;
+    for (unsigned value = 0x4E00; value < 0xA000; ++value)
+        set +=
+            {static_cast<char>(0xE0 | value >> 12), static_cast<char>(0x80 | (value >> 6 & 0x3F)),
+             static_cast<char>(0x80 | (value & 0x3F))};
+    std::string inSet, outside;
+    for (int i = 0; i < 200000; ++i) {
+        inSet += set.substr(set.size() - 3);
+        outside += "\u20ac";
+    }
+    Codeset const cs("UTF-8");
+    timespec start{}, end{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+    EXPECT_EQ(inSet.size(), qvr_strspn(cs, inSet.c_str(), set.c_str()));
+    EXPECT_EQ(outside.size(), qvr_strcspn(cs, outside.c_str(), set.c_str()));
+    EXPECT_EQ(nullptr, qvr_strpbrk(cs, outside.c_str(), set.c_str()));
+    EXPECT_EQ(1u, tokens(cs, outside, set.c_str()).size());
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+    EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
 }  // namespace
