@@ -3,9 +3,9 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 
 #include "TextServices.h"
@@ -429,10 +429,11 @@ TEST_F(qvrTables, TheLargestTableIsReadAtOnce)
     std::string table = fullTable();
     directory_.write("codesets.alias", table);
     directory_.write("locales.alias", table);
-    auto const start = std::chrono::steady_clock::now();
+    clock_t const start = clock();
     EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
-    // A comparison of all rows with all others takes more than a minute.
-    EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - start);
+    // Processor time: other processes may be busy. A comparison of all rows with all others takes
+    // more than a minute.
+    EXPECT_GT(10, (clock() - start) / CLOCKS_PER_SEC);
     for (char const* const name : {"aaaa", "FNJG", "zzz"})
         EXPECT_EQ(name[3] != 0 ? "C" : "zzz", canonical(name)) << name;
 
