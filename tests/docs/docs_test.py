@@ -192,7 +192,7 @@ class Documents(unittest.TestCase):
         rows = re.findall(r"^\w+ +(\S+) +\S", (ROOT / "cmake" / "packages.txt").read_text(), re.M)
         text = (ROOT / "docs" / "dependencies.md").read_text(encoding="utf-8")
         table = "".join(line for line in text.splitlines() if line.startswith("|"))
-        named = set(re.findall(r"`([a-z0-9.+-]+)`", table)) - {"qvr.h", ".clang-format"}
+        named = set(re.findall(r"`([a-z0-9.+:-]+)`", table)) - {"qvr.h", ".clang-format"}
         self.assertEqual(set(rows), named)
 
 
@@ -228,12 +228,16 @@ class Script(unittest.TestCase):
                 (["test", "one", "two"], "too many arguments, see ./dev help test"),
                 (["test", "-j4"], "test takes no options, see ./dev help test"),
                 (["crash", "--all"], "crash takes no options, see ./dev help crash"),
+                (["verbs", "juggle"], "no such verb: juggle; ./dev help lists them"),
                 (["bench", "--benchmark_min_time=1"],
                  "options stand behind a PATTERN; a dot stands for every row"),
                 (["fuzz"], "which target? there are: stanza companion squeeze codeset printf java"),
                 (["fuzz", "juggler"], "no target juggler; there are: stanza companion squeeze "
                                       "codeset printf java")):
             self.assertEqual((1, "", f"dev: {line}\n"), self.dev(*asked), asked)
+        code, _, errors = self.dev("compilers", "juggler")
+        self.assertEqual(1, code)
+        self.assertRegex(errors, r"^dev: no compiler juggler; there are: gcc-12 .*unsigned-char\n$")
 
 
 if __name__ == "__main__":

@@ -18,7 +18,10 @@ struct OwnProgram {
         if (id == 0) {
             dup2(there[0], STDIN_FILENO);
             dup2(back[1], STDOUT_FILENO);
-            execl("/proc/self/exe", "test", first, second, third, nullptr);
+            char self[] = "test";
+            char* const arguments[] = {self, const_cast<char*>(first), const_cast<char*>(second),
+                                       const_cast<char*>(third), nullptr};
+            execv("/proc/self/exe", arguments);
             _exit(127);
         }
         close(there[0]);

@@ -2459,8 +2459,11 @@ TEST(ZPropertiesImpl, WithoutRandomBytesNamesAreFoundAllTheSame)
         pid_t const child = fork();
         if (child == 0) {
             setenv(kNoRandom, "1", 1);
-            execl("/proc/self/exe", "test", "--gtest_brief=1",
-                  "--gtest_filter=*.WithoutRandomBytesNamesAreFoundAllTheSame", nullptr);
+            char self[] = "test";
+            char brief[] = "--gtest_brief=1";
+            char filter[] = "--gtest_filter=*.WithoutRandomBytesNamesAreFoundAllTheSame";
+            char* const arguments[] = {self, brief, filter, nullptr};
+            execv("/proc/self/exe", arguments);
             _exit(127);
         }
         int status = -1;

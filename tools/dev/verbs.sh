@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# Runs each verb of ./dev on a fresh clone of the last commit, the long ones with arguments that make
+# them short, and prints a table. A verb passes if it exits with 0 and leaves no file in the clone that
+# git would report. Each verb of ./dev help must have a row here.
+# usage: verbs.sh FOLDER [VERB…]    FOLDER gets the clone and the outputs; it is removed first
+set -euo pipefail
+top=$(dirname "$(readlink -f "$0")")/../..
+
+# Verb and arguments, in the order of ./dev help. A pattern keeps the tests of a build few; a build is
+# always whole.
+rows=(
+    "run"
+    "test"
+    "build"
+    "asan ^ZLockTest"
+    "tsan ^ZLockTest"
+    "compilers clang-14 ^ZLockTest"
+    "arm ^ZLockTest"
+    "coverage"
+    "bench . --benchmark_min_time=0.001"
+    "fuzz stanza 10"
+    "crash file size limit"
+    "fmt"
+    "lint"
+    "kept"
+    "docs"
+    "package"
+    "help"
+    "help test"
+)
+# This script cannot run itself.
+left_out=(verbs)
+
+fail()
+{
+    echo "dev: $*" >&2
+    exit 1
+}
+
+# The verbs of the rows given, each once, in the order of names.
+verbs_of() { printf '%s\n' "${@%% *}" | sort -u; }
+
+listed=$("$top/dev" help | sed -n 's/^  \([a-z]\+\) .*/\1/p' | sort -u)
+missing=$(comm -3 <(verbs_of "${rows[@]}" "${left_out[@]}") <(echo "$listed") | xargs)
+[ -z "$missing" ] || fail "the rows of tools/dev/verbs.sh and ./dev help differ in: $missing"
+
+[ $# -ge 1 ] || fail "usage: verbs.sh FOLDER [VERB…]"
+folder=$1
+shift
+for verb in "$@"; do
+    printf '%s\n' "${rows[@]%% *}" | grep -xF -- "$verb" >/dev/null || fail "no such verb: $verb; ./dev help lists them"
+done
+rm -rf "$folder"
+mkdir -p "$folder/output"
+folder=$(readlink -f "$folder")
+git -c advice.detachedHead=false clone --quiet "$top" "$folder/clone"
+[ -z "$(git -C "$top" status --porcelain)" ] ||
+    echo "== the clone is without the changes that are not committed"
+
+# Runs a row and adds it to the table.
+table=$folder/table.txt
+printf '%-12s %-50s %5s %8s  %s\n' verb command exit seconds note >"$table"
+failures=0
+run_row()
+{
+    local verb=$1 code=0 note='' seconds=$SECONDS
+    local output=$folder/output/${*//[^A-Za-z0-9]/_}.txt
+    echo "== ./dev $*"
+    (cd "$folder/clone" && ./dev "$@") >"$output" 2>&1 </dev/null || code=$?
+    seconds=$((SECONDS - seconds))
+    [ -z "$(git -C "$folder/clone" status --porcelain)" ] || note="leaves files that git reports"
+    if [ "$code" != 0 ]; then
+        note="see $output"
+        tail -n 20 "$output"
+    fi
+    [ -z "$note" ] || failures=$((failures + 1))
+    printf '%-12s %-50s %5s %8s  %s\n' "$verb" "./dev $*" "$code" "$seconds" "$note" >>"$table"
+}
+
+for row in "${rows[@]}"; do
+    # shellcheck disable=SC2086  # a list of arguments
+    if [ $# -eq 0 ] || [[ " $* " == *" ${row%% *} "* ]]; then
+        run_row $row
+    fi
+done
+sed 's/ *$//' "$table"
+[ "$failures" = 0 ] || fail "$failures of the rows above failed; the clone stays in $folder/clone"
+rm -rf "$folder/clone"
