@@ -70,3 +70,4 @@ void cutPowerBehindAnEdit(Counts& counts, Extent extent);
 void storeBesideOthers(Counts& counts, Extent extent);
 void killBesideOthers(Counts& counts, Extent extent);
 void storeInOddPlaces(Counts& counts, Extent extent);
+void failForGood(Counts& counts, Extent extent);

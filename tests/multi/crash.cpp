@@ -34,6 +34,7 @@ constexpr Campaign kCampaigns[] = {
     {"other programs beside", storeBesideOthers},
     {"other programs beside, kills", killBesideOthers},
     {"odd places", storeInOddPlaces},
+    {"persistent causes", failForGood},
 };
 
 double now()
