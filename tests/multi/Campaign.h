@@ -71,3 +71,4 @@ void storeBesideOthers(Counts& counts, Extent extent);
 void killBesideOthers(Counts& counts, Extent extent);
 void storeInOddPlaces(Counts& counts, Extent extent);
 void failForGood(Counts& counts, Extent extent);
+void watchRights(Counts& counts, Extent extent);

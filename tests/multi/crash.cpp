@@ -35,6 +35,7 @@ constexpr Campaign kCampaigns[] = {
     {"other programs beside, kills", killBesideOthers},
     {"odd places", storeInOddPlaces},
     {"persistent causes", failForGood},
+    {"rights", watchRights},
 };
 
 double now()
