@@ -36,6 +36,7 @@ constexpr Campaign kCampaigns[] = {
     {"odd places", storeInOddPlaces},
     {"persistent causes", failForGood},
     {"rights", watchRights},
+    {"directory's owner attacks", attackRoot},
 };
 
 double now()

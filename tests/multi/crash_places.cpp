@@ -4,16 +4,15 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "Campaign.h"
 #include "Generation.h"
 #include "StoreFolder.h"
+#include "TreeState.h"
 
 namespace {
 
@@ -52,22 +51,7 @@ public:
                 fs::remove_all(entry.path());
     }
 
-    /// Says of everything that is foreign what it is and holds.
-    std::string foreignState() const
-    {
-        std::ostringstream state;
-        for (auto const& entry : fs::recursive_directory_iterator(root_ + "/foreign")) {
-            struct stat status;
-            lstat(entry.path().c_str(), &status);
-            state << entry.path().string() << ' ' << status.st_mode << ' ' << status.st_uid << ' '
-                  << status.st_gid << ' ' << status.st_size << ' ' << status.st_mtim.tv_sec << '.'
-                  << status.st_mtim.tv_nsec << ' ' << status.st_ino;
-            if (S_ISREG(status.st_mode))
-                state << ' ' << checksum(entry.path());
-            state << '\n';
-        }
-        return state.str();
-    }
+    std::string foreignState() const { return treeState(root_ + "/foreign"); }
 
     void put(std::string const& name, std::string const& text, mode_t mode) const
     {
@@ -76,13 +60,6 @@ public:
     }
 
 private:
-    static uLong checksum(fs::path const& file)
-    {
-        std::ifstream in(file, std::ios::binary);
-        std::string const text{std::istreambuf_iterator<char>(in), {}};
-        return crc32_z(0, reinterpret_cast<Bytef const*>(text.data()), text.size());
-    }
-
     std::string const root_;
 };
 
