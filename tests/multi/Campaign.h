@@ -72,4 +72,5 @@ void killBesideOthers(Counts& counts, Extent extent);
 void storeInOddPlaces(Counts& counts, Extent extent);
 void failForGood(Counts& counts, Extent extent);
 void watchRights(Counts& counts, Extent extent);
+void replaceDuringStores(Counts& counts, Extent extent);
 void attackRoot(Counts& counts, Extent extent);

@@ -36,6 +36,7 @@ constexpr Campaign kCampaigns[] = {
     {"odd places", storeInOddPlaces},
     {"persistent causes", failForGood},
     {"rights", watchRights},
+    {"replaced during a store", replaceDuringStores},
     {"directory's owner attacks", attackRoot},
 };
 
