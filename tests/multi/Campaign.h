@@ -73,4 +73,5 @@ void storeInOddPlaces(Counts& counts, Extent extent);
 void failForGood(Counts& counts, Extent extent);
 void watchRights(Counts& counts, Extent extent);
 void replaceDuringStores(Counts& counts, Extent extent);
+void readWithoutLocks(Counts& counts, Extent extent);
 void attackRoot(Counts& counts, Extent extent);

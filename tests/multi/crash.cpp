@@ -37,6 +37,7 @@ constexpr Campaign kCampaigns[] = {
     {"persistent causes", failForGood},
     {"rights", watchRights},
     {"replaced during a store", replaceDuringStores},
+    {"readers without locks", readWithoutLocks},
     {"directory's owner attacks", attackRoot},
 };
 
