@@ -141,7 +141,7 @@ class Documents(unittest.TestCase):
             for first, last in re.findall(r"(\d+)(?:–(\d+))?", row):
                 raised.update(range(int(first), int(last or first) + 1))
         in_code = set()
-        for source in (ROOT / "src" / "Z").glob("*.cpp"):
+        for source in (ROOT / "src" / "Z").rglob("*.cpp"):
             for numbers in re.findall(r"^enum Message(?:Number)? \{(.*?)\};",
                                       source.read_text(encoding="utf-8"), re.M | re.S):
                 in_code.update(map(int, re.findall(r"= (\d+)", numbers)))

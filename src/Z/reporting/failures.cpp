@@ -8,7 +8,7 @@ namespace zreporting {
 
 namespace {
 
-constexpr int kUnknownException = 19;  // the message number
+enum Message { unknownException = 19 };
 
 // Uses the installed service. What that throws is dropped: it has no other reader.
 template <class Report>
@@ -51,7 +51,7 @@ void reportCurrentException(Site site)
     } catch (...) {
         send([&] {
             ZMessageService_6_0::messageService()->outputMessage(
-                site.source, site.number, kUnknownException, 0, nullptr, nullptr, nullptr, nullptr,
+                site.source, site.number, unknownException, 0, nullptr, nullptr, nullptr, nullptr,
                 nullptr, nullptr);
         });
     }
