@@ -105,9 +105,10 @@ bool movesAll(unsigned length, Move move)
     return length != 0;
 }
 
-ZSharedFile* makeShared()
+// The lock objects are known by the address of this base.
+ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 {
-    return withMemory([] { return new ZSharedFile; });
+    return withMemory([object] { return new ZSharedFile(object); });
 }
 
 }  // namespace
@@ -146,7 +147,11 @@ ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(cha
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }
 
-ZAbstractProcessReadWriteFileLock_6_0::~ZAbstractProcessReadWriteFileLock_6_0() = default;
+ZAbstractProcessReadWriteFileLock_6_0::~ZAbstractProcessReadWriteFileLock_6_0()
+{
+    if (ZAbstractProcessReadWriteLock_6_0::getLockState() != unset)
+        ZLockClaims::dropAll(this);
+}
 
 uint32_t ZAbstractProcessReadWriteFileLock_6_0::hash() const
 {
@@ -301,10 +306,21 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
+    // Given back first of all: the thread waits for nothing any more.
     auto const giveBack = [this] {
+        ZLockClaims::drop(this);
         rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
     };
-    ZAbstractProcessReadWriteLock_6_0::lock(state);
+    short const type = state == read ? F_RDLCK : F_WRLCK;
+    if (int const error = withMemory([&] { return ZLockClaims::ask(this, type); }))
+        ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
+    try {
+        ZAbstractProcessReadWriteLock_6_0::lock(state);
+    } catch (...) {
+        ZLockClaims::drop(this);
+        throw;
+    }
+    ZLockClaims::hold(this);
     try {
         file_.lock();
     } catch (...) {
@@ -362,6 +378,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::release(Release how)
             setLockState(unset);
         }
     }
+    ZLockClaims::drop(this);
     ZAbstractProcessReadWriteLock_6_0::lock(unset);
 }
 
@@ -390,18 +407,18 @@ void ZAbstractProcessReadWriteFileLock_6_0::writePid()
 // ---- With record locks -------------------------------------------------------------------------
 
 ZUnixProcessReadWriteFileLock_6_0::ZUnixProcessReadWriteFileLock_6_0()
-    : fd_(-1), shared_(makeShared())
+    : fd_(-1), shared_(makeShared(this))
 {
 }
 
 ZUnixProcessReadWriteFileLock_6_0::ZUnixProcessReadWriteFileLock_6_0(char const* name)
-    : ZAbstractProcessReadWriteFileLock_6_0(name), fd_(-1), shared_(makeShared())
+    : ZAbstractProcessReadWriteFileLock_6_0(name), fd_(-1), shared_(makeShared(this))
 {
 }
 
 ZUnixProcessReadWriteFileLock_6_0::ZUnixProcessReadWriteFileLock_6_0(char const* dir,
                                                                      char const* name)
-    : ZAbstractProcessReadWriteFileLock_6_0(dir, name), fd_(-1), shared_(makeShared())
+    : ZAbstractProcessReadWriteFileLock_6_0(dir, name), fd_(-1), shared_(makeShared(this))
 {
 }
 
@@ -446,19 +463,7 @@ void ZUnixProcessReadWriteFileLock_6_0::unlockFile()
 
 void ZUnixProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 {
-    // Every reading thread is known to the table of files by name: only so can it tell a thread
-    // that waits for itself from one that waits for others.
-    if (state == unset && getLockState() == read && getReaderCount() > 0)
-        shared_->leave(kSequence.start, kSequence.length);
     ZAbstractProcessReadWriteFileLock_6_0::dolock(state);
-    if (state != read)
-        return;
-    try {
-        withMemory([this] { shared_->join(kSequence.start, kSequence.length); });
-    } catch (...) {
-        rollBack([this] { ZAbstractProcessReadWriteFileLock_6_0::dolock(unset); });
-        throw;
-    }
 }
 
 void ZUnixProcessReadWriteFileLock_6_0::lockFileRange(zlockstate state, unsigned int start,

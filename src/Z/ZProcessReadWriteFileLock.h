@@ -11,8 +11,8 @@
 // Waiting for another process can be cancelled, and ends with an exception when a signal handler
 // runs that does not restart calls; a reader that finds another thread of its process waiting there
 // waits for that one, which neither ends. Two lock objects of one process on one file exclude each
-// other as two processes do; a thread that waits for itself that way gets the exception with
-// EDEADLK.
+// other as two processes do. A thread that would wait for itself, over any number of objects and
+// threads of the process, gets the exception with EDEADLK instead.
 // Processes: readers of several processes share the lock, a writer is alone. A writer that waits
 // keeps new readers of every process out.
 //

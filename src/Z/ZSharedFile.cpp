@@ -21,12 +21,12 @@ constexpr pthread_t kNobody = ~pthread_t{0};
 // A range that a reference holds, or that it waits for.
 struct Range {
     ZSharedFile const* user;
-    pthread_t thread;
+    void const* object;  // of `user`, if the thread had a claim on it; its claims say who holds it
+    pthread_t thread;    // took it, or waits; holds it if there is no object
     short type;
     off_t start;
     off_t length;
-    bool waits;           // for other users of this process
-    bool joined = false;  // `thread` has been counted with join()
+    bool waits;  // for other users of this process
 
     // Ranges of one file are the same or do not overlap.
     bool is(off_t otherStart, off_t otherLength) const
@@ -35,6 +35,24 @@ struct Range {
     }
     bool overlaps(Range const& other) const { return is(other.start, other.length); }
 };
+
+// A lock object that a thread holds or asks for.
+struct Claim {
+    void const* object;
+    pthread_t thread;
+    short type;
+    bool held;
+
+    bool isOf(void const* other, pthread_t self) const
+    {
+        return object == other && pthread_equal(thread, self);
+    }
+};
+
+bool conflict(short a, short b)
+{
+    return a == F_WRLCK || b == F_WRLCK;
+}
 
 int openRetrying(char const* path, int flags, mode_t mode)
 {
@@ -99,6 +117,7 @@ struct Table {
     std::mutex mutex;
     std::condition_variable released;
     std::vector<std::unique_ptr<Entry>> entries;
+    std::vector<Claim> claims;
 
     Entry* find(struct stat const& status)
     {
@@ -108,27 +127,40 @@ struct Table {
         return nullptr;
     }
 
-    static bool holds(Entry const& entry, Range const& wanted)
+    // Calls `visit` with each thread that holds `range`, or waits for it.
+    template <class Visit>
+    void forEachThread(Range const& range, Visit visit) const
     {
+        if (range.object == nullptr || range.waits)
+            return visit(range.thread);
+        for (Claim const& claim : claims)
+            if (claim.object == range.object && claim.held)
+                visit(claim.thread);
+    }
+
+    bool holds(Entry const& entry, Range const& wanted) const
+    {
+        bool found = false;
         for (Range const& range : entry.ranges)
-            if (!range.waits && range.overlaps(wanted) &&
-                pthread_equal(range.thread, wanted.thread))
-                return true;
-        return false;
+            if (!range.waits && range.overlaps(wanted))
+                forEachThread(range, [&](pthread_t thread) {
+                    found = found || pthread_equal(thread, wanted.thread);
+                });
+        return found;
     }
 
     // Returns whether `wanted` has to wait for `range`. Writers that wait go before readers that
     // come later, except for a reader that has the range already: the writer waits for that one.
-    static bool standsInTheWay(Entry const& entry, Range const& range, Range const& wanted)
+    bool standsInTheWay(Entry const& entry, Range const& range, Range const& wanted) const
     {
         if (!range.overlaps(wanted))
             return false;
         if (!range.waits)
-            return wanted.type == F_WRLCK || range.type == F_WRLCK;
+            return conflict(wanted.type, range.type);
         return wanted.type == F_RDLCK && range.type == F_WRLCK && !holds(entry, wanted);
     }
 
-    static bool blocked(Entry const& entry, Range const& wanted)
+    bool blocked(Entry const& entry, Range const& wanted) const
     {
         for (Range const& range : entry.ranges)
             if (standsInTheWay(entry, range, wanted))
@@ -136,36 +168,102 @@ struct Table {
         return false;
     }
 
-    // Returns whether `self` would wait for itself: it holds the range, or who stands in its way
-    // waits in this process for what `self` holds, and so on. Each thread is looked at once.
-    bool closesRing(Entry const& entry, pthread_t self, Range const& wanted) const
+    // ---- The wait-for graph: each forEach…() visits the threads at the ends of edges.
+
+    template <class Visit>
+    void forEachAwaited(Entry const& entry, Range const& wanted, Visit visit) const
     {
-        if (!blocked(entry, wanted))
-            return false;
-        struct Wait {
-            Entry const* entry;
-            Range const* wanted;
+        for (Range const& range : entry.ranges)
+            if (standsInTheWay(entry, range, wanted))
+                forEachThread(range, visit);
+    }
+
+    template <class Visit>
+    void forEachAwaited(Claim const& wanted, Visit visit) const
+    {
+        auto const isInTheWay = [&](Claim const& claim) {
+            return claim.held && conflict(wanted.type, claim.type);
         };
-        std::vector<Wait> due{{&entry, &wanted}};
-        std::vector<pthread_t> seen;
-        while (!due.empty()) {
-            Wait const wait = due.back();
-            due.pop_back();
-            for (Range const& range : wait.entry->ranges) {
-                if (!standsInTheWay(*wait.entry, range, *wait.wanted))
-                    continue;
-                if (pthread_equal(range.thread, self))
-                    return true;
-                if (std::find(seen.begin(), seen.end(), range.thread) != seen.end())
-                    continue;
-                seen.push_back(range.thread);
-                for (auto const& other : entries)
-                    for (Range const& next : other->ranges)
-                        if (next.waits && pthread_equal(next.thread, range.thread))
-                            due.push_back({other.get(), &next});
+        bool const waits =
+            !wanted.held && std::any_of(claims.begin(), claims.end(), [&](Claim const& claim) {
+                return claim.object == wanted.object && isInTheWay(claim);
+            });
+        if (waits)
+            for (Claim const& claim : claims)
+                if (isInTheWay(claim) &&
+                    (claim.object == wanted.object || hasLocked(claim.object, wanted.object)))
+                    visit(claim.thread);
+        // One thread at a time enters the object, and whoever comes later waits until it is in.
+        // Once a thread is in, none waits for a range of the object.
+        for (auto const& entry : entries)
+            for (Range const& range : entry->ranges)
+                if (range.waits && range.object == wanted.object &&
+                    !pthread_equal(range.thread, wanted.thread))
+                    visit(range.thread);
+    }
+
+    // Returns whether `holder` has locked a range of the file that `object` locks, or waits for.
+    bool hasLocked(void const* holder, void const* object) const
+    {
+        for (auto const& entry : entries) {
+            bool holds = false;
+            bool isFile = false;
+            for (Range const& range : entry->ranges) {
+                holds = holds || (range.object == holder && !range.waits);
+                isFile = isFile || range.object == object;
             }
+            if (holds && isFile)
+                return true;
         }
         return false;
+    }
+
+    template <class Visit>
+    void forEachAwaited(pthread_t thread, Visit visit) const
+    {
+        for (auto const& entry : entries)
+            for (Range const& range : entry->ranges)
+                if (range.waits && pthread_equal(range.thread, thread))
+                    forEachAwaited(*entry, range, visit);
+        for (Claim const& claim : claims)
+            if (pthread_equal(claim.thread, thread))
+                forEachAwaited(claim, visit);
+    }
+
+    // Returns the threads at the ends of the edges of a range in an entry, or of a claim.
+    template <class... Wanted>
+    std::vector<pthread_t> awaitedBy(Wanted const&... wanted) const
+    {
+        std::vector<pthread_t> awaited;
+        forEachAwaited(wanted..., [&](pthread_t thread) { awaited.push_back(thread); });
+        return awaited;
+    }
+
+    // Returns whether `self` is among `awaited`, the threads that it is about to wait for, or among
+    // the threads that they wait for, and so on.
+    bool wouldDeadlock(pthread_t self, std::vector<pthread_t> awaited) const
+    {
+        std::vector<pthread_t> seen;
+        while (!awaited.empty()) {
+            pthread_t const thread = awaited.back();
+            awaited.pop_back();
+            if (pthread_equal(thread, self))
+                return true;
+            if (std::find(seen.begin(), seen.end(), thread) != seen.end())
+                continue;
+            seen.push_back(thread);
+            forEachAwaited(thread, [&](pthread_t next) { awaited.push_back(next); });
+        }
+        return false;
+    }
+
+    // The newest one.
+    std::vector<Claim>::iterator findClaim(void const* object, pthread_t thread)
+    {
+        auto const found = std::find_if(claims.rbegin(), claims.rend(), [&](Claim const& claim) {
+            return claim.isOf(object, thread);
+        });
+        return found == claims.rend() ? claims.end() : std::prev(found.base());
     }
 
     using Place = std::list<Range>::iterator;
@@ -335,8 +433,10 @@ void ZSharedFile::abandon()
         return;
     std::lock_guard<std::mutex> guard(table().mutex);
     for (Range& range : entry_->ranges)
-        if (range.user == this)
+        if (range.user == this) {
             range.user = nullptr;
+            range.object = nullptr;
+        }
     entry_ = nullptr;
 }
 
@@ -355,8 +455,10 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
     Table& files = table();
     std::unique_lock<std::mutex> guard(files.mutex);
     Entry& entry = *entry_;
-    Range const wanted = {this, pthread_self(), type, start, length, true};
-    if (files.closesRing(entry, wanted.thread, wanted))
+    pthread_t const self = pthread_self();
+    bool const claimed = object_ != nullptr && files.findClaim(object_, self) != files.claims.end();
+    Range const wanted = {this, claimed ? object_ : nullptr, self, type, start, length, true};
+    if (files.blocked(entry, wanted) && files.wouldDeadlock(self, files.awaitedBy(entry, wanted)))
         return EDEADLK;
     if (entry.spare.empty())
         entry.spare.resize(1);
@@ -382,7 +484,7 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
         }
     } undo{files, entry, place, guard};
 
-    files.released.wait(guard, [&] { return !Table::blocked(entry, wanted); });
+    files.released.wait(guard, [&] { return !files.blocked(entry, wanted); });
     place->waits = false;
     int const fd = entry.fd;
     if (command == F_SETLKW)  // others must be able to release meanwhile
@@ -407,47 +509,6 @@ int ZSharedFile::unlock(off_t start, off_t length)
     return error;
 }
 
-void ZSharedFile::join(off_t start, off_t length)
-{
-    std::lock_guard<std::mutex> guard(table().mutex);
-    if (entry_ == nullptr)
-        return;
-    pthread_t const self = pthread_self();
-    for (Range& range : entry_->ranges)
-        if (range.user == this && range.is(start, length) && !range.joined &&
-            (pthread_equal(range.thread, self) || pthread_equal(range.thread, kNobody))) {
-            range.thread = self;
-            range.joined = true;
-            return;
-        }
-    entry_->ranges.push_back({this, self, F_RDLCK, start, length, false, true});
-}
-
-void ZSharedFile::leave(off_t start, off_t length)
-{
-    std::lock_guard<std::mutex> guard(table().mutex);
-    if (entry_ == nullptr)
-        return;
-    auto& ranges = entry_->ranges;
-    pthread_t const self = pthread_self();
-    size_t count = 0;
-    auto leaving = ranges.end();
-    for (auto place = ranges.begin(); place != ranges.end(); ++place)
-        if (place->user == this && place->is(start, length)) {
-            ++count;
-            if (place->joined && pthread_equal(place->thread, self))
-                leaving = place;
-        }
-    if (leaving == ranges.end())
-        return;
-    if (count > 1) {
-        ranges.erase(leaving);
-    } else {
-        leaving->thread = kNobody;
-        leaving->joined = false;
-    }
-}
-
 bool ZSharedFile::isNamed(char const* path) const
 {
     struct stat status;
@@ -461,4 +522,60 @@ int ZSharedFile::descriptor() const
 {
     std::lock_guard<std::mutex> guard(table().mutex);
     return entry_->fd;
+}
+
+int ZLockClaims::ask(void const* object, short type)
+{
+    Table& files = table();
+    std::lock_guard<std::mutex> guard(files.mutex);
+    Claim const wanted = {object, pthread_self(), type, false};
+    // A writer that asks again does not wait: the lock between the threads refuses it.
+    bool const isWriter =
+        std::any_of(files.claims.begin(), files.claims.end(), [&](Claim const& claim) {
+            return claim.isOf(object, wanted.thread) && claim.held && claim.type == F_WRLCK;
+        });
+    if (!isWriter) {
+        std::vector<pthread_t> awaited = files.awaitedBy(wanted);
+        if (!awaited.empty() && files.wouldDeadlock(wanted.thread, std::move(awaited)))
+            return EDEADLK;
+    }
+    files.claims.push_back(wanted);
+    return 0;
+}
+
+void ZLockClaims::hold(void const* object)
+{
+    Table& files = table();
+    std::lock_guard<std::mutex> guard(files.mutex);
+    auto const claim = files.findClaim(object, pthread_self());
+    if (claim != files.claims.end())
+        claim->held = true;
+}
+
+void ZLockClaims::drop(void const* object)
+{
+    Table& files = table();
+    std::lock_guard<std::mutex> guard(files.mutex);
+    auto claim = files.findClaim(object, pthread_self());
+    if (claim == files.claims.end()) {
+        int count = 0;
+        for (auto place = files.claims.begin(); place != files.claims.end(); ++place)
+            if (place->object == object && place->held && place->type == F_RDLCK) {
+                claim = place;
+                ++count;
+            }
+        if (count > 1)
+            for (Claim& each : files.claims)
+                if (each.object == object && each.held && each.type == F_RDLCK)
+                    each.thread = kNobody;
+    }
+    if (claim != files.claims.end())
+        files.claims.erase(claim);
+}
+
+void ZLockClaims::dropAll(void const* object)
+{
+    Table& files = table();
+    std::lock_guard<std::mutex> guard(files.mutex);
+    std::erase_if(files.claims, [&](Claim const& claim) { return claim.object == object; });
 }

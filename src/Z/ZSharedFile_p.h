@@ -13,6 +13,18 @@
 // by the last user, and users that want the same range exclude each other inside the process,
 // where record locks would let all of them through.
 //
+// Before a thread waits in this process, the table checks the wait-for graph of its threads, and
+// the wait is refused with EDEADLK if it would close a cycle. Threads are the nodes. A thread waits
+// for
+//
+//     the threads that hold a range which conflicts with the range that it wants,
+//     the threads that hold, in a conflicting way, the lock object that it asks for, or another
+//     one on the same file, of which it wants the ranges next,
+//     the thread that enters a lock object which it asks for too, and waits for a range.
+//
+// A thread registers a wait before it waits, and what it holds before it waits again, so the last
+// wait that closes a cycle sees the whole of it. See ZLockClaims for lock objects.
+//
 // Ownership: a ZSharedFile is one user's reference to an entry.
 // Threads: the table is safe from every thread, and a reference too, except that nobody opens or
 // closes it while another thread uses it.
@@ -27,7 +39,9 @@ class ZSharedFile {
 public:
     using Refusal = int (*)(struct stat const& status);
 
-    ZSharedFile() = default;
+    /// range   `object` is the lock object that takes the ranges, as ZLockClaims knows it; null for
+    ///         a user that has none.
+    explicit ZSharedFile(void const* object = nullptr) : object_(object) {}
     ZSharedFile(ZSharedFile const&) = delete;
     ZSharedFile& operator=(ZSharedFile const&) = delete;
 
@@ -67,16 +81,6 @@ public:
     /// codes   errno of fcntl(); the range is still locked.
     int unlock(off_t start, off_t length);
 
-    /// Counts the calling thread among those that hold a range which this reference has locked for
-    /// reading. Nothing happens when the file is closed.
-    /// throws  std::bad_alloc.
-    /// threads another thread may close the file meanwhile.
-    void join(off_t start, off_t length);
-
-    /// Counts it out again; the range stays locked. Nothing happens when the file is closed.
-    /// threads as join().
-    void leave(off_t start, off_t length);
-
     /// Forgets the file. It stays open, and locked, until the process ends.
     void abandon();
 
@@ -95,6 +99,33 @@ private:
     int lockWith(int command, short type, off_t start, off_t length);
 
     Entry* entry_ = nullptr;
+    void const* const object_;
+};
+
+/// The lock objects of this process that threads hold or ask for. An object lets in many readers or
+/// one writer, and one thread after another takes its ranges of the file.
+///
+/// A claim belongs to the thread that asked. When another thread releases a read lock and several
+/// are held, nobody knows whose it was: their claims then belong to no thread.
+class ZLockClaims {
+public:
+    ZLockClaims() = delete;
+
+    /// Registers that the calling thread asks for `object`. Follow it with hold() once the thread
+    /// is in, or with drop().
+    /// range   `type` is F_RDLCK or F_WRLCK.
+    /// codes   EDEADLK if the thread would wait for itself; nothing is registered then.
+    /// throws  std::bad_alloc.
+    static int ask(void const* object, short type);
+
+    /// Registers that the calling thread holds the object that it has asked for.
+    static void hold(void const* object);
+
+    /// Removes a claim of the calling thread, or, if it has none, a read claim of another thread.
+    static void drop(void const* object);
+
+    /// Removes every claim. Call it before the object is destroyed.
+    static void dropAll(void const* object);
 };
 
 /// Returns a number that is another one in every child made by fork(), without a system call.

@@ -55,8 +55,8 @@ public:
     }
 };
 
-// This thread cannot take the next mutex.
-thread_local bool mutexFails = false;
+// This thread cannot take the mutex with this number, counted from 1; 0: it can take all.
+thread_local int failingMutex = 0;
 
 int writesNothing(SystemCall const& call)
 {
@@ -128,9 +128,8 @@ int __real_pthread_mutex_lock(pthread_mutex_t*);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
 {
-    if (!mutexFails)
+    if (failingMutex == 0 || --failingMutex > 0)
         return __real_pthread_mutex_lock(mutex);
-    mutexFails = false;
     return EAGAIN;
 }
 }
@@ -716,6 +715,110 @@ TEST_F(ZProcessReadWriteFileLock, RingOfObjectsAndThreadsIsBroken)
     EXPECT_TRUE(comesThrough(writing));
     expectFree(reads);
     expectFree(readsToo);
+}
+
+TEST_F(ZProcessReadWriteFileLock, ThreadIsToldInAnObjectThatAnotherThreadWaitsIn)
+{
+    Lock held(dir().c_str(), "a");
+    Lock waited(dir().c_str(), "a");
+    for (State inside : {kRead, kWrite})
+        for (State state : {kRead, kWrite}) {
+            SCOPED_TRACE(inside * 10 + state);
+            held.writeLock();
+            std::future<void> waiting = std::async(std::launch::async, [&] {
+                waited.lock(inside);
+                waited.unlock(0);
+            });
+            EXPECT_TRUE(staysBlocked(waiting));
+            std::future<void> another = std::async(std::launch::async, [&] {
+                waited.writeLock();
+                waited.unlock(0);
+            });
+            EXPECT_TRUE(staysBlocked(another));
+            EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327,
+                                                           [&] { waited.lock(state); }));
+            EXPECT_EQ("ww", seen());
+            held.unlock(0);
+            EXPECT_TRUE(comesThrough(waiting));
+            EXPECT_TRUE(comesThrough(another));
+            expectFree(held);
+            expectFree(waited);
+        }
+}
+
+TEST_F(ZProcessReadWriteFileLock, ReaderThatAsksToWriteIsTold)
+{
+    Lock lock(dir().c_str(), "a");
+    ZStubProcessReadWriteFileLock_6_0 stub(dir().c_str(), "a");
+    ZAbstractProcessReadWriteFileLock_6_0* const locks[] = {&lock, &stub};
+    for (ZAbstractProcessReadWriteFileLock_6_0* each : locks) {
+        each->readLock();
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327,
+                                                       [&] { each->writeLock(); }));
+        EXPECT_EQ(1, each->getReaderCount());
+        each->unlock();
+    }
+    expectFree(lock);
+}
+
+TEST_F(ZProcessReadWriteFileLock, LocksOnDifferentFilesThatAreTakenCrosswise)
+{
+    Lock one(dir().c_str(), "a");
+    Lock two(dir().c_str(), "b");
+    one.writeLock();
+    std::promise<void> entered;
+    std::future<void> other = std::async(std::launch::async, [&] {
+        two.readLock();
+        entered.set_value();
+        one.readLock();
+        one.unlock();
+        two.unlock();
+    });
+    entered.get_future().wait();
+    EXPECT_TRUE(staysBlocked(other));
+    EXPECT_TRUE(
+        raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327, [&] { two.writeLock(); }));
+    one.unlock();
+    EXPECT_TRUE(comesThrough(other));
+    expectFree(one);
+    expectFree(two);
+}
+
+// A thread may release what another has taken. Whose it was is not known then, so that no thread is
+// told that it would wait for itself.
+TEST_F(ZProcessReadWriteFileLock, ReadLockThatIsHandedOverIsNobodys)
+{
+    Lock lock(dir().c_str(), "a");
+    // Two threads take one each, and a third one releases both: first one of them, later the other.
+    std::promise<void> entered;
+    std::promise<void> ended;
+    std::thread reader([&] {
+        lock.readLock();
+        entered.set_value();
+        ended.get_future().wait();
+    });
+    entered.get_future().wait();
+    lock.readLock();
+    std::promise<void> releasedOne;
+    std::thread stranger([&] {
+        lock.unlock();
+        releasedOne.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        lock.unlock();
+    });
+    releasedOne.get_future().wait();
+    EXPECT_EQ(1, lock.getReaderCount());
+    lock.writeLock();
+    lock.unlock(0);
+    stranger.join();
+    ended.set_value();
+    reader.join();
+    // The last one that is released leaves nothing that would be taken for this thread's.
+    lock.readLock();
+    elsewhere([&] { lock.unlock(); });
+    lock.writeLock();
+    lock.unlock(0);
+    expectFree(lock);
 }
 
 // ---- Releasing ---------------------------------------------------------------------------------
@@ -1449,10 +1552,11 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
     Lock lock(dir().c_str(), "a");
     for (State state : {kRead, kWrite}) {
         SCOPED_TRACE(state);
-        mutexFails = true;
+        // The table of files first, once to ask and once when the lock between the threads is held.
+        failingMutex = 3;
         EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77,
                                                        [&] { lock.lock(state); }));
-        EXPECT_FALSE(mutexFails);
+        EXPECT_EQ(0, failingMutex);
         EXPECT_EQ("", directory_.names()) << "the file is not touched without its mutex";
         elsewhere([&] { EXPECT_EQ(0, lock.getReaderCount()); });
         lock.lock(state);
@@ -1731,12 +1835,17 @@ TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
     Lock lock(dir().c_str(), "a");
     lock.readLock();
     elsewhere([&] {
-        EXPECT_LT(0u, failEachAllocation([&] { lock.readLock(); },
+        constexpr int kReaders = 100;  // more than there is room for so far
+        unsigned long joined = 0;
+        for (int i = 1; i <= kReaders; ++i)
+            joined += failEachAllocation([&] { lock.readLock(); },
                                          [&] {
                                              EXPECT_EQ(kRead, lock.getLockState());
-                                             EXPECT_EQ(1, lock.getReaderCount());
-                                         }));
-        lock.unlock();
+                                             EXPECT_EQ(i, lock.getReaderCount());
+                                         });
+        EXPECT_LT(0u, joined);
+        for (int i = 1; i <= kReaders; ++i)
+            lock.unlock();
     });
     lock.unlock();
     expectFree(lock);
