@@ -210,16 +210,15 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::operator=(unsigned long 
 
 // ---- The buffer --------------------------------------------------------------------------------
 
-// The capacity is a number that callers see and that grows by a fifth. The buffer behind it is made
-// as malloc serves it best: as small as the first text that needs one, doubled for one that grows.
+// The capacity is a number that callers see and that grows by a fifth. The buffer has at least that
+// much room, so it moves only if the capacity grows; that of a growing text is doubled.
 void ZAbstractMutableString_6_0::grow(size_t required, bool exact)
 {
-    size_t const capacity = required > capacity_ ? grownCapacity(required, exact) : capacity_;
-    if (required > room_) {
+    size_t const capacity = grownCapacity(required, exact);
+    if (capacity > room_) {
         bool const inside = text_ == inline_;
-        size_t room = required;
-        if (!exact && (!inside || length_ > 0))
-            room = room_ < kDoubledRoom ? std::max<size_t>(capacity, size_t{2} * room_) : capacity;
+        bool const doubles = !exact && (!inside || length_ > 0) && room_ < kDoubledRoom;
+        size_t const room = doubles ? std::max<size_t>(capacity, size_t{2} * room_) : capacity;
         char* const text = allocate(inside ? nullptr : text_, room);
         if (inside)
             memcpy(text, inline_, length_ + size_t{1});
@@ -231,19 +230,17 @@ void ZAbstractMutableString_6_0::grow(size_t required, bool exact)
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::assignLong(char const* bytes, size_t n)
 {
-    size_t const capacity = n > capacity_ ? grownCapacity(n, false) : capacity_;
-    if (n <= room_) {
+    size_t const capacity = grownCapacity(n, false);
+    if (capacity <= room_) {
         memmove(text_, bytes, n);
     } else {
         // The old text is not needed, unless `bytes` are part of it: it goes last.
-        bool const inside = text_ == inline_;
-        size_t const room = inside ? n : capacity;
-        char* const text = allocate(nullptr, room);
+        char* const text = allocate(nullptr, capacity);
         memcpy(text, bytes, n);
-        if (!inside)
+        if (text_ != inline_)
             release(text_);
         text_ = text;
-        room_ = static_cast<uint32_t>(room);
+        room_ = static_cast<uint32_t>(capacity);
     }
     capacity_ = static_cast<uint32_t>(capacity);
     end(n);

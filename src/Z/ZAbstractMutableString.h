@@ -177,7 +177,9 @@ public:
         return capacity_;
     }
 
-    unsigned int getCapacity() const { return capacity_; }             // bytes of text
+    /// Returns how many bytes of text the buffer has room for, besides the terminator. A text that
+    /// fits changes neither the capacity nor the place of the buffer; prepend() may change both.
+    unsigned int getCapacity() const { return capacity_; }
     static unsigned int getDefaultLength() { return kDefaultLength; }  // room in the object
 
     // Case changes in place, by the rules of the string's codeset and the locale.
@@ -246,7 +248,8 @@ protected:
     }
 
     /// Sees to it that the buffer has room for `required` bytes of text, and that the capacity is
-    /// exactly as much, a fifth more, or what it was when that suffices.
+    /// exactly as much, a fifth more, or what it was when that suffices. The buffer has room for as
+    /// many bytes as the capacity says; it moves only if the capacity grows.
     /// throws  ZOutOfMemoryException_6_0 when there is no memory, or a length does not fit.
     void bump(size_t required, bool exact)
     {
@@ -305,7 +308,7 @@ private:
     }
 
     // Whether a text of `length` bytes changes neither the capacity nor the buffer.
-    bool fits(size_t length) const { return length <= capacity_ && length <= room_; }
+    bool fits(size_t length) const { return length <= capacity_; }
 
     void end(size_t length)
     {
@@ -323,6 +326,6 @@ private:
     uint32_t length_;    // bytes of text, at most the capacity
     uint32_t capacity_;  // bytes of text that the string says it has room for
     char inline_[kDefaultLength + 1];
-    uint32_t room_;  // bytes of text that fit into the buffer, which holds one more: fewer than the
-                     // capacity after the first text that needs one, more while the text grows
+    uint32_t room_;  // bytes of text that fit into the buffer, which holds one more: the capacity,
+                     // or more while the text grows
 };

@@ -16,6 +16,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "FailingAllocator.h"
 #include "LocalText.h"
@@ -171,7 +172,6 @@ TYPED_TEST(ZAbstractMutableString, Byte96MovesTheTextToTheHeap)
     EXPECT_STREQ("", string.getChars());
 }
 
-// What the capacity says and what the buffer has room for are two things.
 TYPED_TEST(ZAbstractMutableString, ALongTextGrowsPieceByPiece)
 {
     std::string const piece = filled(100000);
@@ -193,18 +193,20 @@ TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
         std::string expected = filled(length);
         TypeParam string(expected.c_str());
         ASSERT_EQ(grown(length), string.getCapacity());
-        EXPECT_GT(length + 32, malloc_usable_size(const_cast<char*>(string.getChars())));
+        EXPECT_LT(grown(length), malloc_usable_size(const_cast<char*>(string.getChars())));
+        char const* const buffer = string.getChars();
         while (string.getLength() < grown(length)) {
             string.append("y", 1);
             expected += 'y';
             ASSERT_EQ(expected, textOf(string));
             ASSERT_EQ(grown(length), string.getCapacity());
+            ASSERT_EQ(buffer, string.getChars());
         }
         string.append('z');
         EXPECT_EQ(grown(grown(length) + 1), string.getCapacity());
         EXPECT_EQ(expected + "z", textOf(string));
 
-        // Within the capacity, and more than the room: by its own text, and by others.
+        // Up to the capacity: by its own text, and by others.
         size_t const slack = grown(length) - length;
         std::string const some = filled(slack, 's');
         TypeParam own(filled(length).c_str());
@@ -220,6 +222,101 @@ TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
         EXPECT_EQ(grown(length), made.setCapacity(static_cast<unsigned>(length) + 1));
         for (TypeParam const* each : {&own, &inserted, &set, &made})
             EXPECT_EQ(grown(length), each->getCapacity());
+    }
+}
+
+TYPED_TEST(ZAbstractMutableString, TheBufferHoldsTheCapacityAndMovesOnlyWhenItGrows)
+{
+    constexpr unsigned kSeed = 21007;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    for (int sequence = 0; sequence < 400; ++sequence) {
+        TypeParam string;
+        unsigned const longest = std::vector<unsigned>{120, 400, 3000}[random() % 3];
+        for (int step = 0; step < 60; ++step) {
+            std::string const text = filled(random() % longest, static_cast<char>('a' + step % 26));
+            unsigned const n = random() % longest;
+            unsigned const at = random() % (string.getLength() + 1);
+            unsigned const capacity = string.getCapacity();
+            char const* const buffer = string.getChars();
+            unsigned const call = random() % 16;
+            switch (call) {
+                case 0:
+                    string.append(text.c_str());
+                    break;
+                case 1:
+                    string.setChars(text.c_str());
+                    break;
+                case 2:
+                    string.insert(at, text.c_str());
+                    break;
+                case 3:
+                    string.remove(at, n);
+                    break;
+                case 4:
+                    string.trunc(n);
+                    break;
+                case 5:
+                    string.clear();
+                    break;
+                case 6:
+                    string.setCapacity(n);
+                    break;
+                case 7:
+                    string.replace("a", "bcd");
+                    break;
+                case 8:
+                    string.replaceAll("abc", text.substr(0, 3).c_str());
+                    break;
+                case 9:
+                    string.format("%s%d", text.c_str(), step);
+                    break;
+                case 10:
+                    string.append(string.getChars() + at);
+                    break;
+                case 11: {
+                    std::istringstream stream(text);
+                    string.readLine(stream, 0);
+                    break;
+                }
+                case 12: {
+                    ZLCString_6_0 const local(text.c_str());
+                    ZUTF8String_6_0 const utf8(text.c_str());
+                    ZAbstractString_6_0 const& source =
+                        string.getCodesetHandle() == local.getCodesetHandle()
+                            ? static_cast<ZAbstractString_6_0 const&>(utf8)
+                            : local;
+                    string.convertFromCodeSet(source);
+                    break;
+                }
+                case 13:
+                    string = TypeParam(text.c_str());
+                    break;
+                case 14:
+                    string.prepend(text.c_str());
+                    break;
+                default:
+                    for (unsigned i = 0; i < n % 200; ++i)
+                        string.append('x');
+            }
+            SCOPED_TRACE("sequence " + std::to_string(sequence) + ", step " + std::to_string(step) +
+                         ", call " + std::to_string(call));
+            auto const inside = [&] {
+                auto const offset = reinterpret_cast<uintptr_t>(string.getChars()) -
+                                    reinterpret_cast<uintptr_t>(&string);
+                return offset < sizeof string;
+            };
+            ASSERT_LE(string.getLength(), string.getCapacity());
+            if (inside())
+                ASSERT_EQ(95u, string.getCapacity());
+            else
+                ASSERT_LT(string.getCapacity(),
+                          malloc_usable_size(const_cast<char*>(string.getChars())));
+            if (call == 14)  // gives the old buffer back
+                continue;
+            ASSERT_LE(capacity, string.getCapacity());
+            ASSERT_TRUE(buffer == string.getChars() || capacity < string.getCapacity());
+        }
     }
 }
 
