@@ -15,7 +15,7 @@
 #include "qvr.h"
 #include "reporting/stream.h"
 
-// Another library with the text services may lack the function that says what is wrong.
+// Weak: another provider of the text services may lack this function.
 extern "C" [[gnu::weak]] int qvr_check_dir(char const* dir, char* problem, size_t room);
 
 namespace {

@@ -105,7 +105,8 @@ std::string formOf(std::string_view name)
     return canonical;
 }
 
-// A site may give its locales names of another form, and each is the canonical one of its own.
+// Returns the canonical form of `name`, after an alias is resolved. A site's own name for a locale
+// may have another form and is its own canonical form.
 std::string canonicalLocale(char const* name)
 {
     std::string const resolved = resolveLocale(name);

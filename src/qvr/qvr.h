@@ -113,8 +113,8 @@ int qvr_os_cs_name(char* buf, size_t room);
 /// Returns a codeset for `name`. Of a name only letters, in either case, and digits count, and
 /// of a number not its leading zeros: "ISO_8859-01" is "iso88591".
 /// The name is looked up in the alias table, then among the converter files of the directory,
-/// then among the names that are known without it: all that ICU knows, and those of ISO-8859-16,
-/// ARMSCII-8, GEORGIAN-PS, KOI8-T, PT154 and RK1048.
+/// then among the built-in names: those that ICU knows, and those of ISO-8859-16, ARMSCII-8,
+/// GEORGIAN-PS, KOI8-T, PT154 and RK1048.
 /// range   at most 127 bytes, none of them a slash, a backslash or a comma.
 /// owns    the caller's, released with qvr_cs_free. Every call returns another handle, also for
 ///         the same codeset, so that a handle's address tells who made it.

@@ -210,8 +210,8 @@ char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare
     return nullptr;
 }
 
-// Returns the one name for all those that a codeset has without a table of the directory; an
-// unknown one as it is.
+// Returns the same built-in name for all names of a codeset, and an unknown name unchanged. Tables
+// of the directory are not looked at.
 char const* builtInMeaning(char const* name)
 {
     char const* const resolved = find(kCodesets, name, kCompareCodesets);
@@ -228,8 +228,8 @@ bool isUtf8(char const* name)
     return kCompareCodesets(builtInMeaning(name), "UTF-8") == 0;
 }
 
-// Whether a row would take the meaning of a built-in name away: the operating system and this
-// library go by those. ICU's further names may get another meaning, but those of UTF-8.
+// Whether a row would change the meaning of a built-in name, by which the operating system or this
+// library finds a codeset. ICU's other names may get another meaning, except those of UTF-8.
 bool redefinesCodeset(char const* alias, char const* name)
 {
     bool const builtIn =
@@ -241,7 +241,7 @@ bool redefinesCodeset(char const* alias, char const* name)
            kCompareCodesets(builtInMeaning(alias), builtInMeaning(name)) != 0;
 }
 
-// The same for locales. The names of languages ("german") are a matter of the site.
+// The same for locales. A site may redefine the names of languages ("german").
 bool redefinesLocale(char const* alias, char const* name)
 {
     auto const isC = [](char const* locale) {

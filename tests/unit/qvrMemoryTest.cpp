@@ -123,6 +123,31 @@ TEST(qvrMemory, TheTablesStayAsTheyWere)
     qvr_set_dir("");
 }
 
+TEST(qvrMemory, ABadTableIsNamedOrMemoryIsShort)
+{
+    TemporaryDirectory bad;
+    bad.write("codesets.alias", "house UTF-8\nUTF8 ISO-8859-1\n");
+    std::string const path = bad.path();
+    std::string const problem = path +
+                                "codesets.alias:2: \"UTF8\" is built in and cannot stand for "
+                                "\"ISO-8859-1\"; remove the line";
+    bool failed = true;
+    unsigned long n = 1;
+    for (; failed && !HasFailure(); ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n));
+        char text[512] = "before";
+        long const blocks = FailingAllocator::blocks();
+        FailingAllocator::failAt(n);
+        int const rc = qvr_check_dir(path.c_str(), text, sizeof text);
+        failed = FailingAllocator::stop();
+        // The memory of an exception itself is had from a reserve.
+        EXPECT_TRUE(rc == qvrInvalid || (failed && rc == qvrNoMemory)) << rc;
+        EXPECT_EQ(rc == qvrInvalid ? problem : "", text);
+        EXPECT_EQ(blocks, FailingAllocator::blocks());
+    }
+    EXPECT_LT(5u, n);
+}
+
 TEST(qvrMemory, ConversionFailsWithACode)
 {
     // GB18030 has four bytes for the character, and EUC-JP three to be encoded as.
