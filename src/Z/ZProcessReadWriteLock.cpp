@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "ZException.h"
+#include "ZReadWriteLock_p.h"
 #include "ZSharedFile_p.h"
 #include "reporting/failures.h"
 
@@ -22,6 +23,11 @@ constexpr char kFallbackEnd[] = ".zpl";  // behind the process id, when there ar
 // 64 of them: every random byte picks one without preferring any.
 constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 static_assert(sizeof kLetters == 64 + 1);
+
+bool isProcessLock(ZAbstractReadWriteLock_6_0 const& lock)
+{
+    return dynamic_cast<ZAbstractProcessReadWriteLock_6_0 const*>(&lock) != nullptr;
+}
 
 ZLCString_6_0 randomName()
 {
@@ -71,6 +77,7 @@ ZAbstractProcessReadWriteLock_6_0::ZAbstractProcessReadWriteLock_6_0(char const*
       update_(1),
       forkMark_(0)
 {
+    zisProcessLock.store(isProcessLock, std::memory_order_relaxed);
 }
 
 ZAbstractProcessReadWriteLock_6_0::~ZAbstractProcessReadWriteLock_6_0()
@@ -112,9 +119,11 @@ void ZAbstractProcessReadWriteLock_6_0::lock(zlockstate state)
             setUpdate(before);
             throw;
         }
+        znoteHold(this, -1);
         return;
     }
     threads_.lock(state == protect ? write : state);
+    znoteHold(this, 1);
     setUpdate(state == protect || state == write ? 1 : 0);
 }
 

@@ -1,8 +1,13 @@
 #include "ZReadWriteLock.h"
 
+#include <algorithm>
 #include <atomic>
+#include <memory>
+#include <new>
+#include <utility>
 
 #include "ZException.h"
+#include "ZReadWriteLock_p.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -235,11 +240,15 @@ void ZReadWriteLock_6_0::unlock()
     unsigned long now = word.load(std::memory_order_relaxed);
     while ((now & kWaiting) == 0)
         if (word.compare_exchange_weak(now, released(now, byHolder), std::memory_order_release,
-                                       std::memory_order_relaxed))
+                                       std::memory_order_relaxed)) {
+            znoteHold(this, -1);
             return;
+        }
     if (byHolder)
         setHolder(ZLock_6_0::self());
-    if (!releaseAndWake(byHolder))
+    if (releaseAndWake(byHolder))
+        znoteHold(this, -1);
+    else
         unlock();
 }
 
@@ -289,6 +298,7 @@ void ZReadWriteLock_6_0::readLock()
     failIfCallerHolds();
     if (!enter(word_, kWrite, kReader))
         waitAndEnter(kWrite, kReader);
+    znoteHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::writeLock()
@@ -297,6 +307,7 @@ void ZReadWriteLock_6_0::writeLock()
     if (!enter(word_, kReaders | kProtect | kWrite, kWrite))
         waitAndEnter(kReaders | kProtect | kWrite, kWrite);
     noteCallerAsHolder();
+    znoteHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::readWithIntentToWriteLock()
@@ -305,6 +316,7 @@ void ZReadWriteLock_6_0::readWithIntentToWriteLock()
     if (!enter(word_, kProtect | kWrite, kProtect))
         waitAndEnter(kProtect | kWrite, kProtect);
     noteCallerAsHolder();
+    znoteHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::promoteReadToWriteLock()
@@ -356,9 +368,106 @@ void ZReadWriteLock_6_0::waitAndPromote()
 }
 
 // ---- The guard -------------------------------------------------------------------------------
+//
+// A guard whose acquisition failed has nothing to release, or what its thread held before or takes
+// later, through the guard or not. The lock does not know its readers. So the guard watches: from
+// the failure on it counts what its thread acquires and releases. Watches are outside the guard,
+// which lies in the frames of programs that were built against its size.
+
+static_assert(sizeof(ZStackReadWriteLock_6_0) == 24);
+
+namespace {
+
+struct Watch {
+    ZStackReadWriteLock_6_0 const* guard;
+    ZAbstractReadWriteLock_6_0 const* lock;
+    int holds;
+    Watch* next;
+};
+
+constinit thread_local Watch* watches = nullptr;
+
+Watch** linkTo(ZStackReadWriteLock_6_0 const* guard)
+{
+    Watch** link = &watches;
+    while (*link != nullptr && (*link)->guard != guard)
+        link = &(*link)->next;
+    return link;
+}
+
+// Begins to watch, unless there is no memory for it.
+void watch(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 const* lock, int holds)
+{
+    if (Watch* const old = *linkTo(guard)) {
+        *old = {guard, lock, holds, old->next};
+    } else if (Watch* const added = new (std::nothrow) Watch{guard, lock, holds, watches}) {
+        watches = added;
+        zwatchingGuards.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+// Ends it. Returns the holds; `holds` if the guard was not watching.
+int unwatch(ZStackReadWriteLock_6_0 const* guard, int holds)
+{
+    Watch** const link = linkTo(guard);
+    if (*link == nullptr)
+        return holds;
+    std::unique_ptr<Watch> const ended(std::exchange(*link, (*link)->next));
+    zwatchingGuards.fetch_sub(1, std::memory_order_relaxed);
+    return ended->holds;
+}
+
+bool notesHolds(ZAbstractReadWriteLock_6_0 const& lock)
+{
+    auto const isProcessLock = zisProcessLock.load(std::memory_order_relaxed);
+    return dynamic_cast<ZReadWriteLock_6_0 const*>(&lock) != nullptr ||
+           (isProcessLock != nullptr && isProcessLock(lock));
+}
+
+}  // namespace
+
+void zcountHold(ZAbstractReadWriteLock_6_0 const* lock, int change)
+{
+    for (Watch* at = watches; at != nullptr; at = at->next)
+        if (at->lock == lock)
+            at->holds = std::max(at->holds + change, 0);
+}
+
+struct ZStackReadWriteLock_6_0::Rep {
+    // The values of failed_ after a failure.
+    enum Failure { whileHeld = 1, whileFree = 2 };
+
+    // Runs in the midst of an exception or a cancellation.
+    static void noteFailure(ZStackReadWriteLock_6_0& guard, int heldBefore) noexcept
+    {
+        watch(&guard, &guard.lock_, heldBefore);
+        guard.failed_ = whileHeld;
+        try {
+            if (guard.lock_.haveLock(ZReadWriteLockInterface_6_0::unset) != 0)
+                guard.failed_ = whileFree;
+        } catch (...) {
+            // A caller's class; what is not known to be free counts as held.
+        }
+    }
+
+    // Ends the watch.
+    static bool holdsAfterFailure(ZStackReadWriteLock_6_0& guard)
+    {
+        if (unwatch(&guard, guard.held_) > 0)
+            return true;
+        // A caller's class of lock does not note who acquires it. Where the lock was free at the
+        // failure and is not free now, the thread has taken it, as far as the lock can tell.
+        ZAbstractReadWriteLock_6_0 const& lock = guard.lock_;
+        if (guard.failed_ != whileFree || notesHolds(lock))
+            return false;
+        using Lock = ZReadWriteLockInterface_6_0;
+        return lock.haveLock(Lock::unset) == 0 &&
+               (lock.haveLock(Lock::read) != 0 || lock.ownWriteLock() != 0);
+    }
+};
 
 ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update)
-    : lock_(lock), failed_(0)
+    : lock_(lock), held_(0), failed_(0)
 {
     // KEPT: not when the lock is acquired; guards are put around a lock that is held already.
     // Test: ZProcessReadWriteLock.KeepsTheFlagOfAGuardForWhoeverHoldsIt
@@ -367,9 +476,9 @@ ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& loc
 
 ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
 {
-    if (failed_ != 0)
-        return;
     zreporting::runInDestructor({kSource, reportInGuard}, [this] {
+        if (failed_ != 0 && !Rep::holdsAfterFailure(*this))
+            return;
         try {
             lock_.unlock();
         } catch (ZWriteResourceException_6_0 const&) {
@@ -383,15 +492,27 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
 template <class Action>
 void ZStackReadWriteLock_6_0::acquire(Action action)
 {
-    failed_ = 1;
+    struct Attempt {
+        ZStackReadWriteLock_6_0& guard;
+        int held;
+        bool succeeded = false;
+
+        ~Attempt()
+        {
+            if (!succeeded)
+                Rep::noteFailure(guard, held);
+        }
+    } attempt{*this, failed_ != 0 ? unwatch(this, held_) : held_};
     try {
         action();
     } catch (ZLockResourceException_6_0 const& failure) {
         // Refused because this thread holds the lock: that is what the guard releases.
         if (failure.messageNumber() == mutexLock && failure.returnCode() == 0)
-            failed_ = 0;
+            attempt.held = std::max(attempt.held, 1);
         throw;
     }
+    attempt.succeeded = true;
+    held_ = attempt.held + 1;
     failed_ = 0;
 }
 
@@ -418,6 +539,7 @@ void ZStackReadWriteLock_6_0::promoteReadToWriteLock()
 void ZStackReadWriteLock_6_0::unlock(int update)
 {
     lock_.unlock(update);
+    held_ = std::max(held_ - 1, 0);
 }
 
 int ZStackReadWriteLock_6_0::getUpdate() const

@@ -185,11 +185,12 @@ public:
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
-    /// Releases the lock, unless acquiring it through this guard has just failed: there is nothing
-    /// to release then, or only what is another thread's. Where raising the sequence number fails,
-    /// it is released without.
-    /// throws  what `unlock()` throws; while another exception is on its way, or the thread was
-    ///         cancelled in a wait for the lock, that failure is reported through the message
+    /// Releases the lock. If the last acquisition through this guard failed, releases what the
+    /// thread holds nevertheless: what it acquired through the guard before, or through guard or
+    /// lock since, and nothing of other threads. If incrementing the sequence number fails,
+    /// releases without incrementing it. throws  what `unlock()` throws. While an exception unwinds
+    /// the stack, or after the thread was
+    ///         cancelled while it waited for the lock, reports the failure through the message
     ///         service instead.
     ~ZStackReadWriteLock_6_0() override;
 
@@ -208,9 +209,12 @@ public:
     ZAbstractReadWriteLock_6_0& getReadWriteLock() const;
 
 private:
+    struct Rep;  // ZReadWriteLock.cpp
+
     template <class Action>
     void acquire(Action action);
 
     ZAbstractReadWriteLock_6_0& lock_;
-    int failed_;  // 1 behind an acquisition that failed
+    int held_;    // acquisitions through this guard that it has not released
+    int failed_;  // after a failed acquisition: whether the lock was free then; else 0
 };

@@ -1699,6 +1699,38 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesNothingThatItDidNotGet)
     EXPECT_EQ(0, noted.exceptions());
 }
 
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadTakesAfterAFailure)
+{
+    NotedMessages const noted;
+    Lock lock(dir().c_str(), "a");
+    CallPlan wanted;
+    wanted.failing = {{"F_SETLKW", ENOLCK}};
+    for (State const state : {kRead, kWrite}) {
+        SCOPED_TRACE(state);
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 1);
+            {
+                WatchedCalls const watched(wanted);
+                EXPECT_THROW(guard.writeLock(), ZLockResourceException_6_0);
+            }
+            lock.lock(state);
+        }
+        expectFree(lock);
+    }
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 1);
+        {
+            WatchedCalls const watched(wanted);
+            EXPECT_THROW(guard.writeLock(), ZLockResourceException_6_0);
+        }
+        elsewhere([&] { lock.readLock(); });
+    }
+    EXPECT_EQ(1, lock.getReaderCount());
+    lock.unlock();
+    expectFree(lock);
+    EXPECT_EQ(0, noted.exceptions());
+}
+
 TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
 {
     Lock lock(dir().c_str(), "a");

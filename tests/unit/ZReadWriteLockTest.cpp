@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "LockStates.h"
 #include "NotedMessages.h"
@@ -622,6 +623,149 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsAcquisitionFails)
     calls = Calls();
     expectState({1, kRead}, lock);
     EXPECT_EQ(0, noted.exceptions());
+}
+
+// Lets an acquisition through `guard` fail that would have to wait.
+template <class Acquire>
+void failToAcquire(Acquire acquire)
+{
+    calls.lock = EAGAIN;
+    EXPECT_TRUE((raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77, acquire)));
+    calls = Calls();
+}
+
+TEST(ZStackReadWriteLock, ReleasesWhatItsThreadTakesAfterAFailure)
+{
+    for (State const taken : {kRead, kProtect, kWrite}) {
+        SCOPED_TRACE(taken);
+        ZReadWriteLock_6_0 lock;
+        elsewhere([&] { lock.readLock(); });
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 0);
+            failToAcquire([&] { guard.writeLock(); });
+            elsewhere([&] { lock.unlock(); });
+            lock.lock(taken);
+        }
+        expectState({0, kUnset}, lock);
+    }
+}
+
+TEST(ZStackReadWriteLock, ReleasesNothingThatItsThreadHasReleasedAfterAFailure)
+{
+    ZReadWriteLock_6_0 lock;
+    elsewhere([&] { lock.readLock(); });
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        failToAcquire([&] { guard.writeLock(); });
+        lock.readLock();
+        lock.readLock();
+        lock.unlock();
+        lock.unlock();
+        // Others come and go meanwhile.
+        elsewhere([&] { lock.readLock(); });
+    }
+    expectState({2, kRead}, lock);
+}
+
+TEST(ZStackReadWriteLock, ReleasesWhatItHeldBeforeTheFailure)
+{
+    ZReadWriteLock_6_0 lock;
+    elsewhere([&] { lock.readLock(); });
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        guard.readLock();
+        failToAcquire([&] { guard.writeLock(); });
+        failToAcquire([&] { guard.writeLock(); });
+    }
+    expectState({1, kRead}, lock);
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        guard.readLock();
+        guard.unlock(0);
+        failToAcquire([&] { guard.writeLock(); });
+    }
+    expectState({1, kRead}, lock);
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        failToAcquire([&] { guard.writeLock(); });
+        guard.readLock();
+    }
+    expectState({1, kRead}, lock);
+}
+
+TEST(ZStackReadWriteLock, TwoGuardsOfOneLockReleaseWhatTheirThreadHolds)
+{
+    ZReadWriteLock_6_0 lock;
+    ZReadWriteLock_6_0 other;
+    elsewhere([&] { lock.readLock(); });
+    {
+        ZStackReadWriteLock_6_0 outer(lock, 0);
+        failToAcquire([&] { outer.writeLock(); });
+        lock.readLock();
+        {
+            ZStackReadWriteLock_6_0 inner(lock, 0);
+            failToAcquire([&] { inner.writeLock(); });
+            other.readLock();  // counts for guards of another lock only
+        }
+        expectState({2, kRead}, lock);
+    }
+    expectState({1, kRead}, lock);
+    expectState({1, kRead}, other);
+}
+
+// A lock of a caller's class, which does not tell the guard who acquires it.
+class CallersLock : public ZAbstractReadWriteLock_6_0 {
+public:
+    using ZAbstractReadWriteLock_6_0::lock;
+    void lock(State state) override
+    {
+        if (std::exchange(fails, false))
+            throw std::runtime_error("lock");
+        now = state;
+        owner = std::this_thread::get_id();
+    }
+    using ZAbstractReadWriteLock_6_0::unlock;
+    void unlock(int) override { now = kUnset; }
+    int haveLock(State state) const override { return now == state ? 1 : 0; }
+    int ownWriteLock() const override
+    {
+        return now == kWrite && owner == std::this_thread::get_id() ? 1 : 0;
+    }
+    void readLock() override { lock(kRead); }
+    void writeLock() override { lock(kWrite); }
+    void readWithIntentToWriteLock() override { lock(kProtect); }
+    void promoteReadToWriteLock() override { lock(kWrite); }
+
+    bool fails = true;
+    State now = kUnset;
+    std::thread::id owner;
+};
+
+TEST(ZStackReadWriteLock, GoesByTheStateOfACallersLockAfterAFailure)
+{
+    for (State const taken : {kRead, kWrite}) {
+        SCOPED_TRACE(taken);
+        CallersLock lock;
+        {
+            ZStackReadWriteLock_6_0 guard(lock, 0);
+            EXPECT_THROW(guard.readLock(), std::runtime_error);
+            lock.lock(taken);
+        }
+        EXPECT_EQ(kUnset, lock.now);
+    }
+    CallersLock lock;
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        EXPECT_THROW(guard.readLock(), std::runtime_error);
+        elsewhere([&] { lock.writeLock(); });
+    }
+    EXPECT_EQ(kWrite, lock.now);
+    lock.fails = true;
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        EXPECT_THROW(guard.readLock(), std::runtime_error);
+    }
+    EXPECT_EQ(kWrite, lock.now);
 }
 
 // A lock of one's own may raise what it likes.
