@@ -56,8 +56,8 @@ public:
     /// Is called by the ending thread, however it ends; does nothing here.
     virtual void exit();
 
-    /// Returns the pthread_t of the last start; 0 before the first one. It is that of the new thread
-    /// as soon as the thread runs, and when start() returns.
+    /// Returns the pthread_t of the last start; 0 before the first one. It is that of the new
+    /// thread as soon as the thread runs, and when start() returns.
     unsigned long getPThreadID() const;
 
     // Objects that belong to a thread: every thread has one of its own for a key.
@@ -91,6 +91,6 @@ private:
     int const detached_;
     int const autoDelete_;
     ZThreadPool_6_0* pool_;  // the pool that started it, or null; set before the start
-    int joinable_;        // atomic: may be joined; a detached thread's gate while it is started
-    unsigned creations_;  // threads made for this object; changed by start()
+    int joinable_;           // atomic: may be joined; a detached thread's gate while it is started
+    unsigned creations_;     // threads made for this object; changed by start()
 };
