@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs each verb of ./dev on a fresh clone of the last commit, the long ones with arguments that make
-# them short, and prints a table. A verb passes if it exits with 0 and leaves no file in the clone that
-# git would report. Each verb of ./dev help must have a row here.
+# them short, and prints a table. A verb passes if it exits with 0 and neither changes a file of the
+# clone nor adds one that git does not ignore. Each verb of ./dev help must have a row here.
 # usage: verbs.sh FOLDER [VERB…]    FOLDER gets the clone and the outputs; it is removed first
 set -euo pipefail
 top=$(dirname "$(readlink -f "$0")")/../..
@@ -68,7 +68,11 @@ run_row()
     echo "== ./dev $*"
     (cd "$folder/clone" && ./dev "$@") >"$output" 2>&1 </dev/null || code=$?
     seconds=$((SECONDS - seconds))
-    [ -z "$(git -C "$folder/clone" status --porcelain)" ] || note="leaves files that git reports"
+    if [ -n "$(git -C "$folder/clone" status --porcelain)" ]; then
+        note="changed: $(git -C "$folder/clone" status --porcelain | awk '{ print $2 }' | xargs)"
+        git -C "$folder/clone" checkout --quiet .
+        git -C "$folder/clone" clean --quiet --force -d
+    fi
     if [ "$code" != 0 ]; then
         note="see $output"
         tail -n 20 "$output"
