@@ -162,9 +162,8 @@ public:
     ///         ZPropertiesIOException_6_0 (path, "fcntl()", EDEADLK) if the store is being made by
     ///         the calling thread, or by a thread that waits for a store that it is making.
     /// threads any; a caller that asks for a path that another thread is loading waits for it.
-    /// Locks
-    ///         a store that exists only to read its file again: two threads that hold one store
-    ///         each and look up the other's wait forever if both files have changed.
+    ///         Locks a store that exists only to read its file again: two threads that hold one
+    ///         store each and look up the other's wait forever if both files have changed.
     static ZProperties_6_0* getPropertiesFor(char const* path,
                                              ZAbstractPropertiesFactory_6_0& factory, int force);
 
