@@ -485,6 +485,26 @@ int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int 
         .throwException(kSource, raiseForTruth);
 }
 
+bool ZProperties_6_0::Rep::lacksUTF8(char const* value)
+{
+    return *value != '\0' && ZUTF8String_6_0(ZLCConstString_6_0(value)).isEmpty();
+}
+
+bool ZProperties_6_0::Rep::hasValueWithoutUTF8(ZProperties_6_0 const& store, char const* category,
+                                               char const* key)
+{
+    for (auto const type : {ZPCache_6_0::plainValues, ZPCache_6_0::obfuscatedValues}) {
+        auto const* const values = store.cache_->get(category, key, type);
+        for (unsigned i = 0; values != nullptr && i < values->size(); ++i)
+            if (lacksUTF8(static_cast<ZLCString_6_0 const*>(values->get(i))->getChars()))
+                return true;
+    }
+    return false;
+}
+
+// KEPT: a value that is not valid in the local codeset becomes an empty text, and nothing is
+// raised: callers read files with a broken value among good ones. The same holds for getValue() and
+// the iterators. Test: ZStanzaFileProperties.KeepsReadingAnUnconvertibleValueAsEmptyUTF8
 void ZProperties_6_0::Rep::Strings::add(char const* text, ZPropertyStringType type)
 {
     std::unique_ptr<ZObject_6_0> string;
@@ -1054,6 +1074,11 @@ void ZProperties_6_0::setValue(char const* category, char const* key, ZUTF8Strin
 {
     ZLCString_6_0 local;
     toLocal(value, local);
+    if (local.isEmpty()) {
+        Hold const hold(*this);
+        if (Rep::hasValueWithoutUTF8(*this, category, key))
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    }
     setValue(category, key, local.getChars(), obfuscated);
 }
 
@@ -1068,6 +1093,11 @@ void ZProperties_6_0::setValue(char const* category, char const* key,
 {
     ZLCString_6_0 local;
     toLocal(value, local);
+    if (local.isEmpty()) {
+        Hold const hold(*this);
+        if (Rep::hasValueWithoutUTF8(*this, category, key))
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    }
     setValue(category, key, local.getChars(), obfuscated);
 }
 

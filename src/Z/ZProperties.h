@@ -60,6 +60,7 @@ public:
     /// Copies the last value of `key` into `out`, converted when `out` is of another codeset.
     /// throws  as in ZPropertiesInterface.h.
     /// cost    O(1), no allocation unless `out` has to grow.
+    /// kept    a value that cannot be converted gives an empty text.
     void getValue(char const* category, char const* key, ZAbstractMutableString_6_0& out,
                   int required, char const* defaultValue) const override;
 
@@ -117,7 +118,9 @@ public:
     virtual void setValue(char const* category, char const* key, char const* value, int obfuscated);
 
     // The same for the four kinds of strings. UTF-8 text is converted to the local codeset; what
-    // cannot be converted raises ZFromUTF8Exception_6_0 and changes nothing.
+    // cannot be converted raises ZFromUTF8Exception_6_0 and changes nothing. So does an empty UTF-8
+    // text, with ZInvalidParameterException_6_0, if `key` has a value without a UTF-8 form: it may
+    // be what was read for that value. deleteKey() and the other forms remove it.
     virtual void setValue(char const* category, char const* key, ZLCString_6_0 const& value,
                           int obfuscated);
     virtual void setValue(char const* category, char const* key, ZUTF8String_6_0 const& value,

@@ -81,6 +81,7 @@ public:
     /// range   `out` owns its members.
     /// throws  ZInvalidParameterException_6_0 when a name is null or empty, `out` does not own its
     ///         members or `type` is none of the two; `out` is unchanged then.
+    /// kept    a value that cannot be converted to UTF-8 becomes an empty UTF-8 string.
     virtual void getValues(char const* category, char const* key, ZArrayList_6_0& out,
                            ZPropertyStringType type) const = 0;
 

@@ -127,6 +127,7 @@ public:
     /// Steps to the next value and returns it.
     /// owns    borrowed until the next call.
     /// throws  ZPropertiesIteratorException_6_0 when there is none; the iterator stays where it is.
+    /// kept    a value without a UTF-8 form gives an empty UTF-8 text.
     virtual ZAbstractString_6_0 const& nextValue() = 0;
 
     /// Steps to the next value and stores it in `value`.
@@ -137,13 +138,14 @@ public:
     /// Replaces the current value.
     /// throws  ZPropertiesIteratorException_6_0 when there is no current value;
     ///         ZInvalidParameterException_6_0 when the text is null or could not be read back from
-    ///         the file; ZFromUTF8Exception_6_0 when it cannot be converted. Nothing is changed
-    ///         then.
+    ///         the file, or is an empty UTF-8 text and the value to be replaced has no UTF-8 form;
+    ///         ZFromUTF8Exception_6_0 when it cannot be converted. Nothing is changed then.
     /// kept    an empty value counts as one until the file is read again: a file has none.
     virtual void changeValue(char const* value) = 0;
 
     /// Adds a value behind the current one and makes it current.
-    /// throws  as changeValue(), without the first.
+    /// throws  as changeValue(), without the first; an empty UTF-8 text is refused if any value of
+    ///         the key has no UTF-8 form.
     /// kept    an empty value, as in changeValue(); a key without values gets none by it.
     virtual void addValue(char const* value) = 0;
 
@@ -192,6 +194,7 @@ private:
     void step();
     void needValue() const;
     void toLocal(char const* value, ZLCString_6_0& out) const;
+    void refuseLoss(ZLCString_6_0 const& local, int index) const;
 
     mutable ZArrayList_6_0* values_;  // the cache's list; null when the key is missing
     int position_;                    // -1 before the first step

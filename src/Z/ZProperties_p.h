@@ -151,6 +151,13 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static std::string companionToRemove(ZProperties_6_0 const& store, ZStoreFile const& file,
                                          std::string const& named);
 
+    /// Returns whether a value has no UTF-8 form: it reads as an empty text then.
+    static bool lacksUTF8(char const* value);
+
+    /// Returns whether a value of (category, key) has no UTF-8 form.
+    static bool hasValueWithoutUTF8(ZProperties_6_0 const& store, char const* category,
+                                    char const* key);
+
     /// Makes every line of `comment` a comment line and hands them to `add(cache, text)`, in one
     /// text or line by line: all or none.
     template <class Add>

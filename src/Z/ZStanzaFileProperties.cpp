@@ -53,6 +53,13 @@ char const* localText(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
     return local.getChars();
 }
 
+// By its class: in a UTF-8 locale both kinds of strings have one codeset.
+bool isUTF8(ZAbstractString_6_0 const& string)
+{
+    return dynamic_cast<ZUTF8String_6_0 const*>(&string) != nullptr ||
+           dynamic_cast<ZUTF8ConstString_6_0 const*>(&string) != nullptr;
+}
+
 char const* textAt(ZArrayList_6_0 const& values, unsigned index)
 {
     return static_cast<ZLCString_6_0 const*>(values.get(index))->getChars();
@@ -160,6 +167,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
     Hold const hold(*this);
     // Every new text is looked at before the first one is stored.
     Rep::Strings texts;
+    bool hasEmptyUTF8 = false;
     for (unsigned i = 0; i < values.size(); ++i) {
         auto const* const string = dynamic_cast<ZAbstractString_6_0 const*>(values.get(i));
         if (string == nullptr)
@@ -169,7 +177,11 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text) == 0)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
         texts.add(text, zPropLocalStrings);
+        hasEmptyUTF8 = hasEmptyUTF8 || (*text == '\0' && isUTF8(*string));
     }
+    // It may be what was read for a value without a UTF-8 form.
+    if (hasEmptyUTF8 && Rep::hasValueWithoutUTF8(*this, stanza, key))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     checkAccess(stanza, key, obfuscated);
     if (texts.count() == 0)
         return;

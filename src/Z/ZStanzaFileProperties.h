@@ -79,8 +79,9 @@ public:
 
     /// Adds those of `values` that `key` does not have, in list order, behind those that it has.
     /// range   the members are strings, of any of the four kinds.
-    /// throws  as addValue(), but empty values are taken. Nothing is changed then, and no observer
-    ///         is told.
+    /// throws  as addValue(), but empty values are taken, except an empty UTF-8 text if `key` has a
+    ///         value without a UTF-8 form: the text may be what was read for that value. Nothing is
+    ///         changed then, and no observer is notified.
     /// kept    an empty value counts as one until the file is read again.
     /// cost    O(values held + values given).
     virtual void addValues(char const* stanza, char const* key, ZArrayList_6_0 const& values,

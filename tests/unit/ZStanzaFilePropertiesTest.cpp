@@ -94,6 +94,97 @@ TEST_F(ZStanzaFileProperties, CopyIsAStanzaStore)
     EXPECT_EQ("v,", valuesOf(store_, "s", "k"));
 }
 
+// ---- Values without a UTF-8 form
+// -----------------------------------------------------------------
+
+namespace {
+
+// No character in any codeset that has more than one byte a character, nor in ASCII.
+constexpr char kUnconvertible[] = "\xFF";
+
+bool isConvertible()
+{
+    return !ZUTF8String_6_0(ZLCConstString_6_0(kUnconvertible)).isEmpty();
+}
+
+}  // namespace
+
+TEST_F(ZStanzaFileProperties, KeepsReadingAnUnconvertibleValueAsEmptyUTF8)
+{
+    if (isConvertible())
+        GTEST_SKIP() << "every byte is a character in this locale";
+    load(std::string("[s]\nk = a\nk = ") + kUnconvertible + "\n");
+    ZArrayList_6_0 texts(1, 1);
+    store_.getValues("s", "k", texts, zPropUTF8Strings);
+    ASSERT_EQ(2u, texts.size());
+    EXPECT_STREQ("a", static_cast<ZUTF8String_6_0*>(texts.get(0))->getChars());
+    EXPECT_STREQ("", static_cast<ZUTF8String_6_0*>(texts.get(1))->getChars());
+    ZStanzaValueIterator_6_0 values(store_, "s", "k", zPropUTF8Strings, zPropIterAny);
+    values.nextValue();
+    EXPECT_STREQ("", values.nextValue().getChars());
+    EXPECT_EQ(std::string("a,") + kUnconvertible + ",", valuesOf(store_, "s", "k"));
+}
+
+TEST_F(ZStanzaFileProperties, EmptyUTF8OfAnUnconvertibleValueIsNotWrittenBack)
+{
+    if (isConvertible())
+        GTEST_SKIP() << "every byte is a character in this locale";
+    for (int const obfuscated : {0, 1}) {
+        SCOPED_TRACE(obfuscated);
+        ZStanzaFileProperties_6_0 store(1);
+        store.setValue("s", "k", "a", obfuscated);
+        store.addValue("s", "k", kUnconvertible, obfuscated);
+        std::string const before = valuesOf(store, "s", "k");
+        store.resetModified();
+        ZUTF8String_6_0 const empty;
+        ZUTF8ConstString_6_0 const emptyView("");
+        {
+            ZStanzaValueIterator_6_0 values(store, "s", "k", zPropUTF8Strings, zPropIterAny);
+            values.nextValue();
+            EXPECT_THROW(values.addValue(""), ZInvalidParameterException_6_0);
+            values.nextValue();
+            EXPECT_THROW(values.changeValue(""), ZInvalidParameterException_6_0);
+            EXPECT_EQ(1, values.isValid());
+        }
+        for (ZObject_6_0 const* text : {static_cast<ZObject_6_0 const*>(&empty),
+                                        static_cast<ZObject_6_0 const*>(&emptyView)}) {
+            ZArrayList_6_0 texts(2, 0);
+            ZLCString_6_0 const fresh("fresh");
+            texts.addNoCopy(&fresh);
+            texts.addNoCopy(text);
+            EXPECT_THROW(store.addValues("s", "k", texts, obfuscated),
+                         ZInvalidParameterException_6_0);
+        }
+        EXPECT_THROW(store.setValue("s", "k", empty, obfuscated), ZInvalidParameterException_6_0);
+        EXPECT_THROW(store.setValue("s", "k", emptyView, obfuscated),
+                     ZInvalidParameterException_6_0);
+        EXPECT_EQ(before, valuesOf(store, "s", "k"));
+        EXPECT_EQ(0, store.isModified());
+        // Text of the local codeset stands for nothing but itself.
+        store.setValue("s", "k", "", obfuscated);
+        EXPECT_EQ("", valuesOf(store, "s", "k"));
+    }
+}
+
+TEST_F(ZStanzaFileProperties, EmptyUTF8IsWrittenWhereEveryValueIsConvertible)
+{
+    store_.setValue("s", "k", "a");
+    store_.addValue("s", "k", "b", 0);
+    {
+        ZStanzaValueIterator_6_0 values(store_, "s", "k", zPropUTF8Strings, zPropIterAny);
+        values.nextValue();
+        values.changeValue("");
+        values.addValue("");
+    }
+    ZUTF8String_6_0 const empty;
+    ZArrayList_6_0 texts(2, 0);
+    texts.addNoCopy(&empty);
+    store_.addValues("s", "k", texts, 0);
+    EXPECT_EQ(",,b,", valuesOf(store_, "s", "k"));
+    store_.setValue("s", "k", empty, 0);
+    EXPECT_EQ("", valuesOf(store_, "s", "k"));
+}
+
 // ---- Comments ----------------------------------------------------------------------------------
 
 TEST_F(ZStanzaFileProperties, CommentsGetTheirMark)
