@@ -570,14 +570,20 @@ int ZProperties_6_0::numValues(char const* category) const
 {
     needName(category);
     Hold const hold(*this);
-    return cache_->countValues(category);
+    if (rep_->direct != nullptr)
+        return cache_->countValues(category);
+    auto const* const values = cache_->get(category, ZPCache_6_0::anyValues);
+    return values == nullptr ? 0 : static_cast<int>(values->size());
 }
 
 int ZProperties_6_0::numValues(char const* category, char const* key) const
 {
     needNames(category, key);
     Hold const hold(*this);
-    return cache_->countValues(category, key);
+    if (rep_->direct != nullptr)
+        return cache_->countValues(category, key);
+    auto const* const values = cache_->get(category, key, ZPCache_6_0::anyValues);
+    return values == nullptr ? 0 : static_cast<int>(values->size());
 }
 
 int ZProperties_6_0::count() const

@@ -694,6 +694,12 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
     if (file == nullptr)
         return;
     cache::TextBuffer text;
+    if (direct() == nullptr) {
+        Rep::Derived::list(*this, text);
+        if (text.length() != 0)
+            fwrite(text.chars(), 1, text.length(), file);
+        return;
+    }
     for (Id const category : MapOrder(*rep_)) {
         text.add("\n[");
         text.add(rep_->name(rep_->category(category)));
@@ -725,6 +731,10 @@ void ZPCategoryBasedCache_6_0::delLine(char const* category, char const* key)
 {
     if (category == nullptr || isNothing(key))
         return;
+    if (direct() == nullptr) {
+        Rep::Derived::deleteLine(*this, category, key);
+        return;
+    }
     rep_->deleteLine(View::of(category), View::of(key));
     changed();
 }
@@ -734,6 +744,10 @@ void ZPCategoryBasedCache_6_0::addLine(char const* category, char const* key, ch
 {
     if (category == nullptr)
         return;
+    if (direct() == nullptr) {
+        Rep::Derived::addLine(*this, category, key, value, obfuscated);
+        return;
+    }
     rep_->addLine(View::of(category), View::of(key), View::of(value), kindOf(obfuscated));
     changed();
 }
@@ -761,6 +775,10 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
 {
     if (category == nullptr || isNothing(key) || comment == nullptr)
         return;
+    if (direct() == nullptr) {
+        Rep::Derived::addLineComment(*this, category, key, comment);
+        return;
+    }
     rep_->addLineComment(View::of(category), View::of(key), View::of(comment));
     changed();
 }
@@ -899,6 +917,10 @@ void ZPCategoryBasedCache_6_0::addStanzaLine(char const* category)
 {
     if (category == nullptr)
         return;
+    if (direct() == nullptr) {
+        Rep::Derived::addStanzaLine(*this, category);
+        return;
+    }
     rep_->addStanzaLine(View::of(category));
     changed();
 }
@@ -907,14 +929,24 @@ void ZPCategoryBasedCache_6_0::delStanzaLine(char const* category)
 {
     if (category == nullptr)
         return;
+    if (direct() == nullptr) {
+        Rep::Derived::deleteStanza(*this, category);
+        return;
+    }
     rep_->deleteStanza(View::of(category));
     changed();
 }
 
 void ZPCategoryBasedCache_6_0::addStanzaComment(char const* category, char const* comment)
 {
+    if (category == nullptr || comment == nullptr)
+        return;
+    if (direct() == nullptr) {
+        Rep::Derived::addStanzaComment(*this, category, comment);
+        return;
+    }
     Id const id = rep_->liveCategory(category);
-    if (id == 0 || comment == nullptr)
+    if (id == 0)
         return;
     rep_->addStanzaComment(id, View::of(comment));
     changed();

@@ -320,6 +320,27 @@ struct ZPCachedKey_6_0 {
 };
 
 // The cache of categories. It has no file format of its own: reading and writing do nothing.
+//
+// In a class derived by others, reading, writing and the line operations go through the virtual
+// value operations, so that an override sees every value; exactly the library's own classes take a
+// shorter way with the same result. The operations and what they call, in this order:
+//
+//     be_read, readText     for each header contains(category), set(category, null, null); for each
+//                           key line add(category, key, value, 0)
+//     be_read_obfuscated    add(category, key, value, 1) for each record
+//     be_write, writeText   contains(category) for each header; for each key line
+//                           contains(category, key), get(plainValues), and without plain values
+//                           get(obfuscatedValues)
+//     be_write_obfuscated   get(obfuscatedValues) for each key that was given obfuscated values
+//     list                  getNames(), getNames(category), get(plainValues)
+//     addStanzaLine         contains(category); set(category, null, null) if it is new
+//     addLine               as addStanzaLine; then set or setObfuscated of the key
+//     delLine               remove of the key or the category
+//     addLineComment        contains; for a new key also as addStanzaLine, and add(category, key,
+//     0)
+//
+// What an override throws reaches the caller; lines and values of the cache are as they were then,
+// but lists that `get` returned are gone if reading was interrupted, see `generation()`.
 class ZPCategoryBasedCache_6_0 : public ZPCache_6_0 {
 public:
     // A text inside the cache; a zero byte follows its `length` bytes.

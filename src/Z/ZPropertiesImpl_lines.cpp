@@ -372,7 +372,10 @@ void Store::removeSection(Id id)
     uint32_t const categoryHash = hashOf(name(category));
     for (Id line = category.head; line != end;) {
         Id const next = lines_[line].next;
-        if (lines_[line].kind == keyLine)
+        // A key with values stays, in a cache of a derived class.
+        if (lines_[line].kind == keyLine && keys_[lines_[line].of].isLive)
+            keys_[lines_[line].of].line = 0;
+        else if (lines_[line].kind == keyLine)
             freeKey(lines_[line].of, hashOf(name(keys_[lines_[line].of]), categoryHash));
         else if (lines_[line].kind == commentLine && category.tree() != 0)
             forgetTemplate(id, line);
@@ -727,12 +730,167 @@ void Store::addLineComment(View categoryName, View name, View comment)
     } else if (keys_[found.key].line == 0) {
         makeKeyLine(found.key);
     }
-    Id const category = found.category;
-    Id before = lines_[keys_[found.key].line].previous;
+    commentKey(found.key, pieces);
+}
+
+// Makes comment lines above the line of a key. Needs room for them and for one line.
+void Store::commentKey(Id key, Pieces const& pieces)
+{
+    Id const category = keys_[key].category;
+    Id before = lines_[keys_[key].line].previous;
     LineKind const above = static_cast<LineKind>(lines_[before].kind);
     if (above == keyLine || above == headLine)
         before = makeLine(blankLine, 0, category, before);
     makeComments(pieces, category, before);
+}
+
+// --- lines for caches of derived classes
+
+// Removes the section of a category that stays, with its header.
+void Store::dropSection(Id id)
+{
+    removeSection(id);
+    Category& category = categories_[id];
+    category.head = 0;
+    category.hasComments = false;
+    category.lastKeyLine = 0;
+}
+
+// Returns a category; one that is missing is made dormant. Needs room for one, and for its name.
+Id Store::ensureCategory(View name)
+{
+    uint32_t const hash = hashOf(name);
+    Id const known = findCategory(name, hash);
+    return known != 0 ? known : newCategory(arena_.add(name), hash);
+}
+
+// The same for a key.
+Id Store::ensureKey(View categoryName, View name)
+{
+    Id const category = ensureCategory(categoryName);
+    Found const found = find(categoryName, name);
+    return found.key != 0 ? found.key : newKey(category, arena_.add(name), found.hash);
+}
+
+void Store::restartSection(View name)
+{
+    reserveLines(2);
+    reserveFor(name, View(), View());
+    Id const id = ensureCategory(name);
+    if (categories_[id].head != 0)
+        dropSection(id);
+    appendHead(id);
+}
+
+void Store::readHead(View name)
+{
+    reserveLines(1);
+    reserveFor(name, View(), View());
+    Id const id = ensureCategory(name);
+    if (categories_[id].head != 0)
+        return;
+    categories_[id].head = makeLine(headLine, id, 0, lastLine_);
+    enlistHead(id);
+}
+
+void Store::readComment(View comment)
+{
+    reserveLines(1);
+    templates_.reserve(1);
+    templateIndex_.reserve(1);
+    arena_.reserve((size_t{comment.length} + 1) * 2);  // a template stores its key once more
+    View const kept = arena_.add(comment);
+    makeLine(commentLine, arena_.placeOf(kept.chars), lastHead_, lastLine_);
+}
+
+void Store::readBlank()
+{
+    reserveLines(1);
+    makeLine(blankLine, 0, lastHead_, lastLine_);
+}
+
+void Store::readKey(View categoryName, View name)
+{
+    if (lastHead_ == 0 || !this->name(categories_[lastHead_]).is(categoryName)) {
+        // The category has its section further up: an override concealed it.
+        ensureKeyLine(categoryName, name);
+        return;
+    }
+    reserveLines(1);
+    reserveFor(categoryName, name, View());
+    Id const id = ensureKey(categoryName, name);
+    if (keys_[id].line != 0)
+        return;
+    keys_[id].line = makeLine(keyLine, id, lastHead_, lastLine_);
+    if (!categories_[lastHead_].hasComments)
+        categories_[lastHead_].lastKeyLine = keys_[id].line;
+}
+
+bool Store::ensureKeyLine(View categoryName, View name)
+{
+    reserveLines(3);
+    Id const known = findCategory(categoryName);
+    if (known != 0 && categories_[known].head != 0 && categories_[known].hasComments &&
+        categories_[known].root == 0)
+        indexSection(known);
+    reserveFor(categoryName, name, View());
+    Id const key = ensureKey(categoryName, name);
+    if (keys_[key].line != 0)
+        return false;
+    makeKeyLine(key);
+    return true;
+}
+
+void Store::removeKeyLine(View categoryName, View name)
+{
+    Found const found = find(categoryName, name);
+    if (found.key == 0 || keys_[found.key].line == 0)
+        return;
+    removeKeyLine(found.key);
+    if (!keys_[found.key].isLive)
+        freeKey(found.key, found.hash);
+}
+
+void Store::removeSection(View name)
+{
+    Id const id = findCategory(name);
+    if (id == 0 || categories_[id].head == 0)
+        return;
+    dropSection(id);
+    if (!categories_[id].isLive)
+        freeCategory(id);
+}
+
+void Store::takeBackSection(View name)
+{
+    Id const id = findCategory(name);
+    Id const blank =
+        id == 0 || categories_[id].head == 0 ? 0 : lines_[categories_[id].head].previous;
+    Id const before = blank == 0 ? 0 : categories_[id].previousHead;
+    removeSection(name);
+    if (blank == 0 || lines_[blank].kind != blankLine)
+        return;
+    if (before != 0 && categories_[before].tree() != 0)
+        categories_[before].root = trees_.remove(lines_, blank);
+    unlinkLine(blank);
+    freeLine(blank);
+}
+
+void Store::commentStanza(View name, View comment)
+{
+    Pieces const pieces(comment);
+    reserveLines(pieces.count() + 3);
+    reserveFor(name, View(), View());
+    reserveComments(pieces, 3, name.length + size_t{1});
+    addStanzaComment(ensureCategory(name), comment);
+}
+
+void Store::commentKey(View categoryName, View name, View comment)
+{
+    Pieces const pieces(comment);
+    ensureKeyLine(categoryName, name);
+    reserveComments(pieces, 1, 0);
+    commentKey(find(categoryName, name).key, pieces);
 }
 
 // --- Reader

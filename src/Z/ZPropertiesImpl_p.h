@@ -687,6 +687,21 @@ public:
     void addStanzaComment(Id category, View comment);
     void addLineComment(View category, View key, View comment);
 
+    // Lines for caches of derived classes. Their overrides need not keep a value here: a line
+    // refers to a dormant category or key then.
+
+    void restartSection(View category);  // a blank line and the header at the end; its lines go
+    void readHead(View category);        // the header at the end, unless the category has one
+    void readComment(View comment);
+    void readBlank();
+    void readKey(View category, View key);        // its line, unless it has one
+    bool ensureKeyLine(View category, View key);  // returns whether it made the line
+    void removeKeyLine(View category, View key);
+    void removeSection(View category);
+    void takeBackSection(View category);  // undoes restartSection()
+    void commentStanza(View category, View comment);
+    void commentKey(View category, View key, View comment);
+
     // All of it.
 
     Category const& category(Id id) const { return categories_[id]; }
@@ -772,6 +787,10 @@ private:
     void makeKeyLine(Id key);
     void removeKeyLine(Id key);
     void removeSection(Id category);
+    void dropSection(Id category);
+    Id ensureCategory(View name);
+    Id ensureKey(View category, View key);
+    void commentKey(Id key, Pieces const& pieces);
     void removeDormant(Id category);
     void indexSection(Id category);
     void unindexLastSection();
@@ -910,6 +929,12 @@ private:
     size_t room_ = 0;
 };
 
+// Write a line of a file: ZPropertiesImpl_text.cpp.
+void writeHead(View name, TextBuffer& text);
+void writeValue(View name, View value, TextBuffer& text);
+void writeEmptyKey(View name, TextBuffer& text);
+void writeLine(View line, TextBuffer& text);  // a comment, or an empty line
+
 // Appends what a file holds to a store, and takes it out again unless finish() was called. What
 // comes waits in a short queue, while the memory brings what finding it needs.
 class Reader {
@@ -1029,4 +1054,71 @@ private:
 
 }  // namespace cache
 
-struct ZPCategoryBasedCache_6_0::Rep : cache::Store {};
+// Hidden here, because in signatures like these the patterns of exports.map see public names.
+struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : cache::Store {
+    struct Derived;
+    class DerivedReader;
+};
+
+// The operations of a cache whose class is derived from those of the library. They call the virtual
+// value operations, so that the overrides of the class see every value that is read, written or
+// changed. ZPropertiesImpl_derived.cpp.
+struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Derived {
+    using Cache = ZPCategoryBasedCache_6_0;
+
+    static void addStanzaLine(Cache& cache, char const* category);
+    static void addLine(Cache& cache, char const* category, char const* key, char const* value,
+                        int obfuscated);
+    static void addStanzaComment(Cache& cache, char const* category, char const* comment);
+    static void addLineComment(Cache& cache, char const* category, char const* key,
+                               char const* comment);
+    static void deleteLine(Cache& cache, char const* category, char const* key);
+    static void deleteStanza(Cache& cache, char const* category);
+    static void list(Cache const& cache, cache::TextBuffer& text);
+    static void write(Cache& cache, cache::TextBuffer& text);
+
+    // Calls `call(to, category, key, value)` for each obfuscated value.
+    static void eachObfuscated(Cache& cache,
+                               void (*call)(void* to, cache::View category, cache::View key,
+                                            cache::View value),
+                               void* to);
+
+    // Adds the values of `records` records, as Store::addObfuscated().
+    static void addObfuscated(Cache& cache, char const* text, size_t records);
+};
+
+// Adds what a text holds to a cache of a derived class as Reader adds it to the contents, through
+// the virtual operations `contains`, `set` and `add`. The contents become what they were, unless
+// finish() was called.
+class __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::DerivedReader {
+public:
+    explicit DerivedReader(ZPCategoryBasedCache_6_0& cache);
+    DerivedReader(DerivedReader const&) = delete;
+    DerivedReader& operator=(DerivedReader const&) = delete;
+    ~DerivedReader();
+
+    void adopt(cache::Arena::Block&, size_t) {}
+    void reserve(cache::Reader::Expected const&) {}
+    cache::View keep(cache::View text);
+    void drop(cache::View) {}
+    void addHead(cache::View name, int lineNumber);
+    void addComment(cache::View text);
+    void addBlank();
+    void addKey(cache::View name, cache::View value);
+    cache::Reader::Repetition const& repetition() const { return repetition_; }
+    void flush() {}
+    void finish();
+
+private:
+    // A copy of a text.
+    struct Kept {
+        Kept* next;
+        char text[1];
+    };
+
+    ZPCategoryBasedCache_6_0& cache_;
+    Rep* before_;                     // null once it is not needed any more
+    cache::View category_ = {"", 0};  // of the last header
+    Kept* kept_ = nullptr;
+    cache::Reader::Repetition repetition_ = {cache::View(), 0};
+};

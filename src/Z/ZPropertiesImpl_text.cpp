@@ -145,11 +145,14 @@ Reader::Expected expect(char const* text, size_t length)
     return expected;
 }
 
-// Parses a text into a store; what went in goes out again unless finish() was called.
+// Parses a text into a reader of one of the two kinds; what went in goes out again unless finish()
+// was called.
+template <class AnyReader>
 class Parser {
 public:
-    Parser(char const* path, Store& store, bool keepsComments)
-        : path_(path), reader_(store), keepsComments_(keepsComments)
+    template <class Target>
+    Parser(char const* path, Target& target, bool keepsComments)
+        : path_(path), reader_(target), keepsComments_(keepsComments)
     {
     }
 
@@ -260,7 +263,7 @@ private:
     }
 
     char const* const path_;
-    Reader reader_;
+    AnyReader reader_;
     Spaces const spaces_;
     bool const keepsComments_;
     bool hasStanza_ = false;
@@ -268,32 +271,6 @@ private:
     int number_ = 0;               // of the current line
     View companion_ = {nullptr, 0};
 };
-
-// Writes "name = value". Where a line still stands in memory as it was read, with zero bytes behind
-// name and value, it is copied whole.
-void writeValue(View name, View value, TextBuffer& text)
-{
-    // A line that was read without the blanks may have no room for them: with them it would come
-    // back as two.
-    if (size_t{name.length} + 3 + value.length > cache::kLongestLine) {
-        text.add(name);
-        text.add("=");
-        text.add(value);
-        text.add("\n");
-        return;
-    }
-    char* const to = text.take(size_t{name.length} + 3 + value.length + 1);
-    if (value.chars == name.chars + name.length + 3 && value.chars[-2] == '=' &&
-        value.chars[-1] == ' ') {
-        memcpy(to, name.chars, size_t{name.length} + 3 + value.length);
-        to[name.length] = ' ';
-    } else {
-        memcpy(to, name.chars, name.length);
-        memcpy(to + name.length, " = ", 3);
-        memcpy(to + name.length + 3, value.chars, value.length);
-    }
-    to[name.length + 3 + value.length] = '\n';
-}
 
 void writeKey(Store const& store, Id key, TextBuffer& text)
 {
@@ -308,25 +285,8 @@ void writeKey(Store const& store, Id key, TextBuffer& text)
         isWritten = true;
     });
     // Obfuscated values live in the companion file alone.
-    if (!isWritten && store.valueCount(key, Store::obfuscated) == 0) {
-        text.add(name);
-        text.add(" =\n");
-    }
-}
-
-void writeLine(View line, TextBuffer& text)
-{
-    char* const to = text.take(line.length + size_t{1});
-    memcpy(to, line.chars, line.length);
-    to[line.length] = '\n';
-}
-
-void writeHead(View name, TextBuffer& text)
-{
-    char* const to = text.take(name.length + size_t{3});
-    *to = '[';
-    memcpy(to + 1, name.chars, name.length);
-    memcpy(to + 1 + name.length, "]\n", 2);
+    if (!isWritten && store.valueCount(key, Store::obfuscated) == 0)
+        cache::writeEmptyKey(name, text);
 }
 
 void write(Store const& store, TextBuffer& text)
@@ -396,6 +356,55 @@ bool countRecords(char const* text, size_t length, size_t& records)
 
 }  // namespace
 
+// --- lines as they are written
+
+// Writes "name = value". Where a line still stands in memory as it was read, with zero bytes behind
+// name and value, it is copied whole.
+void cache::writeValue(View name, View value, TextBuffer& text)
+{
+    // A line that was read without the blanks may have no room for them: with them it would come
+    // back as two.
+    if (size_t{name.length} + 3 + value.length > cache::kLongestLine) {
+        text.add(name);
+        text.add("=");
+        text.add(value);
+        text.add("\n");
+        return;
+    }
+    char* const to = text.take(size_t{name.length} + 3 + value.length + 1);
+    if (value.chars == name.chars + name.length + 3 && value.chars[-2] == '=' &&
+        value.chars[-1] == ' ') {
+        memcpy(to, name.chars, size_t{name.length} + 3 + value.length);
+        to[name.length] = ' ';
+    } else {
+        memcpy(to, name.chars, name.length);
+        memcpy(to + name.length, " = ", 3);
+        memcpy(to + name.length + 3, value.chars, value.length);
+    }
+    to[name.length + 3 + value.length] = '\n';
+}
+
+void cache::writeLine(View line, TextBuffer& text)
+{
+    char* const to = text.take(line.length + size_t{1});
+    memcpy(to, line.chars, line.length);
+    to[line.length] = '\n';
+}
+
+void cache::writeHead(View name, TextBuffer& text)
+{
+    char* const to = text.take(name.length + size_t{3});
+    *to = '[';
+    memcpy(to + 1, name.chars, name.length);
+    memcpy(to + 1 + name.length, "]\n", 2);
+}
+
+void cache::writeEmptyKey(View name, TextBuffer& text)
+{
+    text.add(name);
+    text.add(" =\n");
+}
+
 cache::Spaces::Spaces()
 {
     for (int c = 0; c < 256; ++c)
@@ -438,17 +447,30 @@ void ZSCFData_6_0::readText(char const* path, char const* text, size_t length)
 
 void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
 {
-    Parser parser(path, rep(), (attributes() & keepComments) != 0);
-    parser.parse(*static_cast<Arena::Block*>(block), length);
-    if (ZLCString_6_0* const companion = parser.finish(); companion != nullptr)
-        takeCompanionFile(companion);
+    auto const run = [&](auto& parser) {
+        parser.parse(*static_cast<Arena::Block*>(block), length);
+        if (ZLCString_6_0* const companion = parser.finish(); companion != nullptr)
+            takeCompanionFile(companion);
+    };
+    bool const keepsComments = (attributes() & keepComments) != 0;
+    if (direct() != nullptr) {
+        Parser<Reader> parser(path, rep(), keepsComments);
+        run(parser);
+    } else {
+        Parser<Rep::DerivedReader> parser(path, static_cast<ZPCategoryBasedCache_6_0&>(*this),
+                                          keepsComments);
+        run(parser);
+    }
     changed();
 }
 
 void ZSCFData_6_0::be_write(char const* path, FILE* file)
 {
     TextBuffer text;
-    write(rep(), text);
+    if (direct() != nullptr)
+        write(rep(), text);
+    else
+        Rep::Derived::write(*this, text);
     errno = 0;
     // Where the stream keeps the text to write it later, the error would come when nobody looks.
     bool const isTaken =
@@ -460,7 +482,10 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
 void ZSCFData_6_0::writeText(ZBuffer_6_0& buffer) const
 {
     TextBuffer text;
-    write(rep(), text);
+    if (direct() != nullptr)
+        write(rep(), text);
+    else  // the overrides are not const
+        Rep::Derived::write(const_cast<ZSCFData_6_0&>(*this), text);
     handOver(text, buffer);
 }
 
@@ -498,7 +523,10 @@ void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
     if (!countRecords(block.chars(), bytes + 1, records) &&
         !countRecords(block.chars(), bytes, records))
         refusal.throwException(kSource, raiseAtRecord);
-    rep().addObfuscated(block, bytes + 1, records);
+    if (direct() != nullptr)
+        rep().addObfuscated(block, bytes + 1, records);
+    else
+        Rep::Derived::addObfuscated(*this, block.chars(), records);
     changed();
 }
 
@@ -507,18 +535,30 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
     Store const& store = rep();
     ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
     TextBuffer records;
-    for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
-        Id const key = store.item(id).key;
-        store.eachValue(key, Store::obfuscated, [&](View value) {
-            records.add(store.name(store.category(store.key(key).category)));
-            records.add("\0");
-            records.add(store.name(store.key(key)));
-            records.add("\0");
-            records.add(value);
-            records.add("\0\0");
-            if (records.length() - 1 > kMostUnpacked)
-                refusal.throwException(kSource, raiseInPack);
-        });
+    auto add = [&](View category, View key, View value) {
+        records.add(category);
+        records.add("\0");
+        records.add(key);
+        records.add("\0");
+        records.add(value);
+        records.add("\0\0");
+        if (records.length() - 1 > kMostUnpacked)
+            refusal.throwException(kSource, raiseInPack);
+    };
+    if (direct() == nullptr) {
+        Rep::Derived::eachObfuscated(
+            *this,
+            [](void* to, View category, View key, View value) {
+                (*static_cast<decltype(add)*>(to))(category, key, value);
+            },
+            &add);
+    } else {
+        for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
+            Id const key = store.item(id).key;
+            View const category = store.name(store.category(store.key(key).category));
+            store.eachValue(key, Store::obfuscated,
+                            [&](View value) { add(category, store.name(store.key(key)), value); });
+        }
     }
     if (records.length() == 0) {
         buffer.setLength(0);

@@ -46,13 +46,30 @@ char const* const kLines[] = {"k = a",    "k = b",       "key=",   "  port =  80
                               "#ke=1",    "file = /x/y", "#k=",    "\tz\t=\t2\t"};
 char const* const kBadLines[] = {"no sign", "= value", "[open", "[a]", "[net]"};
 
+// A class of a caller's that adds nothing: its operations go through the virtual value operations.
+class DerivedData final : public ZSCFData_6_0 {
+public:
+    ZPCache_6_0* clone() const override { return new DerivedData(*this); }
+    ZPCache_6_0* makeEmpty() const override
+    {
+        auto* const made = new DerivedData;
+        made->setAttributes(attributes(), attributeArgument());
+        return made;
+    }
+};
+
 class Sequence {
 public:
-    explicit Sequence(uint64_t seed) : random_(seed) {}
+    explicit Sequence(uint64_t seed, bool isDerived = false) : random_(seed), isDerived_(isDerived)
+    {
+    }
 
     void run(unsigned changes)
     {
-        data_ = std::make_unique<ZSCFData_6_0>();
+        if (isDerived_)
+            data_ = std::make_unique<DerivedData>();
+        else
+            data_ = std::make_unique<ZSCFData_6_0>();
         bool const keeps = !oneIn(4);
         data_->setAttributes(keeps ? ZPCache_6_0::keepComments : 0ul, nullptr);
         if (!oneIn(5))
@@ -335,6 +352,7 @@ private:
     }
 
     std::mt19937_64 random_;
+    bool const isDerived_;
     std::unique_ptr<ZSCFData_6_0> data_;
     CacheModel model_;
     std::string log_;
@@ -407,6 +425,21 @@ TEST(ZPropertiesImplModel, RandomChangesGiveWhatTheModelGives)
     for (unsigned long i = 0; i < kSequences; ++i) {
         SCOPED_TRACE("sequence " + std::to_string(i) + ", Z_TEST_SEED=" + std::to_string(seed));
         Sequence(seed + i).run(4 + i % 24);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST(ZPropertiesImplModel, DerivedClassesGiveWhatTheModelGives)
+{
+    uint64_t const seed = firstSeed() * 7;
+    for (unsigned long i = 0; i < kSequences / 5; ++i) {
+        SCOPED_TRACE("sequence " + std::to_string(i) + ", Z_TEST_SEED=" + std::to_string(seed));
+        Sequence(seed + i, true).run(4 + i % 24);
+        ASSERT_FALSE(HasFailure());
+    }
+    for (unsigned long i = 0; i < kLongSequences / 10; ++i) {
+        SCOPED_TRACE("long sequence " + std::to_string(i));
+        Sequence(seed + i, true).run(1500);
         ASSERT_FALSE(HasFailure());
     }
 }

@@ -1575,6 +1575,61 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     EXPECT_EQ("c", valueOf(store, "s", "k"));
 }
 
+TEST_F(ZProperties, StoreReadsAndChangesThroughTheOverridesOfItsCache)
+{
+    // Keeps values in upper case, and hides the last one.
+    class UpperCase final : public ZSCFData_6_0 {
+    public:
+        using ZSCFData_6_0::add;
+        using ZSCFData_6_0::get;
+        using ZSCFData_6_0::set;
+        UpperCase() = default;
+        UpperCase(UpperCase const& other) : ZSCFData_6_0(other) {}
+        ~UpperCase() noexcept override {}
+        ZPCache_6_0* clone() const override { return new UpperCase(*this); }
+        void add(char const* category, char const* key, char const* value, int kind) override
+        {
+            ZSCFData_6_0::add(category, key, upper(value).c_str(), kind);
+        }
+        void set(char const* category, char const* key, char const* value) override
+        {
+            ZSCFData_6_0::set(category, key, upper(value).c_str());
+        }
+        ZArrayList_6_0* get(char const* category, char const* key, get_type_e type) override
+        {
+            auto const* const all = ZSCFData_6_0::get(category, key, type);
+            if (all == nullptr)
+                return nullptr;
+            shown_.removeAll();
+            for (unsigned i = 0; i + 1 < all->size(); ++i)
+                shown_.add(all->get(i));
+            return &shown_;
+        }
+
+    private:
+        static std::string upper(char const* text)
+        {
+            std::string all = text == nullptr ? "" : text;
+            for (char& c : all)
+                c = static_cast<char>(toupper(c));
+            return all;
+        }
+        ZArrayList_6_0 shown_{4, 1};
+    };
+    std::string const path = directory_.write("conf", "[s]\nk = a\nk = b\nk = c\n");
+    ZProperties_6_0 store(new UpperCase);
+    store.load(path.c_str());
+    EXPECT_EQ("A,B,", valuesOf(store, "s", "k"));
+    EXPECT_EQ(2, store.numValues("s", "k"));
+    EXPECT_EQ(0, store.numValues("s", "missing"));
+    EXPECT_EQ(3, store.numValues("s"));
+    EXPECT_EQ(0, store.numValues("missing"));
+    store.setValue("s", "new", "x");
+    EXPECT_EQ(0, store.numValues("s", "new"));
+    store.store(nullptr);
+    EXPECT_EQ("[s]\nk = A\nk = B\nnew =\n", directory_.read("conf"));
+}
+
 TEST_F(ZProperties, CommentsWithoutTheirMarkAreRefusedForDerivedStanzaCachesToo)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");

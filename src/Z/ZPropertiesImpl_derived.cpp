@@ -1,0 +1,309 @@
+// The operations of caches whose class is derived from those of the library: they call the virtual
+// value operations of the class. The overrides may do anything: call other operations, keep values
+// elsewhere, throw. So nothing that they may change is held across a call.
+
+#include <string.h>
+
+#include <utility>
+
+#include "ZArrayList.h"
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+
+using cache::View;
+
+namespace {
+
+View viewOf(ZLCString_6_0 const& string)
+{
+    return {string.getChars(), string.getLength()};
+}
+
+// Calls `call(View)` for each value in a list that an override gave; returns whether there is one.
+template <class Call>
+bool eachValueOf(ZArrayList_6_0 const* list, Call call)
+{
+    bool isAny = false;
+    for (unsigned i = 0; list != nullptr && i < list->size(); ++i) {
+        auto const* const text = static_cast<ZAbstractString_6_0 const*>(list->get(i));
+        if (text == nullptr)
+            continue;
+        call(View(text->getChars(), text->getLength()));
+        isAny = true;
+    }
+    return isAny;
+}
+
+}  // namespace
+
+// --- changes of lines
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::addStanzaLine(Cache& cache, char const* category)
+{
+    ZLCString_6_0 const name(category);
+    if (cache.contains(name.getChars()) != 0)
+        return;
+    cache.set(name.getChars(), nullptr, nullptr);
+    try {
+        cache.rep().restartSection(viewOf(name));
+    } catch (ZException_6_0 const&) {
+        cache.remove(name.getChars());
+        throw;
+    }
+    cache.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::addLine(Cache& cache, char const* category,
+                                                     char const* key, char const* value,
+                                                     int obfuscated)
+{
+    ZLCString_6_0 const categoryName(category);
+    ZLCString_6_0 const keyName(key);
+    ZLCString_6_0 const text(value);
+    bool const isNewStanza = cache.contains(categoryName.getChars()) == 0;
+    addStanzaLine(cache, categoryName.getChars());
+    if (keyName.isEmpty())
+        return;
+    bool isNewLine = false;
+    try {
+        isNewLine = cache.rep().ensureKeyLine(viewOf(categoryName), viewOf(keyName));
+        if (obfuscated != 0)
+            cache.setObfuscated(categoryName.getChars(), keyName.getChars(), text.getChars());
+        else
+            cache.set(categoryName.getChars(), keyName.getChars(), text.getChars());
+    } catch (...) {
+        if (isNewLine)
+            cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
+        if (isNewStanza) {
+            cache.remove(categoryName.getChars());
+            cache.rep().takeBackSection(viewOf(categoryName));
+        }
+        throw;
+    }
+    cache.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::addStanzaComment(Cache& cache, char const* category,
+                                                              char const* comment)
+{
+    ZLCString_6_0 const name(category);
+    if (cache.contains(name.getChars()) == 0)
+        return;
+    cache.rep().commentStanza(viewOf(name), View::of(comment));
+    cache.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::addLineComment(Cache& cache, char const* category,
+                                                            char const* key, char const* comment)
+{
+    ZLCString_6_0 const categoryName(category);
+    ZLCString_6_0 const keyName(key);
+    ZLCString_6_0 const text(comment);
+    bool const isNewStanza = cache.contains(categoryName.getChars()) == 0;
+    bool const isNewKey = cache.contains(categoryName.getChars(), keyName.getChars()) == 0;
+    if (isNewKey)
+        addStanzaLine(cache, categoryName.getChars());
+    try {
+        if (isNewKey)
+            cache.add(categoryName.getChars(), keyName.getChars(), 0);
+        cache.rep().commentKey(viewOf(categoryName), viewOf(keyName), viewOf(text));
+    } catch (...) {
+        if (isNewKey)
+            deleteLine(cache, categoryName.getChars(), keyName.getChars());
+        if (isNewStanza) {
+            cache.remove(categoryName.getChars());
+            cache.rep().takeBackSection(viewOf(categoryName));
+        }
+        throw;
+    }
+    cache.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::deleteLine(Cache& cache, char const* category,
+                                                        char const* key)
+{
+    ZLCString_6_0 const categoryName(category);
+    ZLCString_6_0 const keyName(key);
+    cache.remove(categoryName.getChars(), keyName.getChars());
+    cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
+    cache.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::deleteStanza(Cache& cache, char const* category)
+{
+    ZLCString_6_0 const name(category);
+    cache.remove(name.getChars());
+    cache.rep().removeSection(viewOf(name));
+    cache.changed();
+}
+
+// --- writing
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, cache::TextBuffer& text)
+{
+    auto& cache = const_cast<Cache&>(listed);  // to get values may make lists, and changes none
+    ZArrayList_6_0 categories(16, 1);
+    cache.getNames(categories);
+    for (unsigned i = 0; i < categories.size(); ++i) {
+        auto const& category = static_cast<ZLCString_6_0 const&>(*categories.get(i));
+        text.add("\n[");
+        text.add(viewOf(category));
+        text.add("]\n");
+        ZArrayList_6_0 keys(16, 1);
+        cache.getNames(category.getChars(), keys);
+        for (unsigned k = 0; k < keys.size(); ++k) {
+            auto const& key = static_cast<ZLCString_6_0 const&>(*keys.get(k));
+            ZArrayList_6_0 const* const values =
+                cache.get(category.getChars(), key.getChars(), plainValues);
+            bool const isAny = eachValueOf(values, [&](View value) {
+                text.add(viewOf(key));
+                text.add(" = ");
+                text.add(value);
+                text.add("\n");
+            });
+            if (!isAny) {
+                text.add(viewOf(key));
+                text.add(" =\n");
+            }
+        }
+    }
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuffer& text)
+{
+    ZArrayList_6_0 lines(64, 1);
+    cache.getLines(lines);
+    char const* category = "";
+    bool isSkipping = false;  // the lines of a stanza that was removed
+    for (unsigned i = 0; i < lines.size(); ++i) {
+        auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
+        View const name = viewOf(line.text());
+        if (line.type() == ZPropLine_6_0::stanzaHead) {
+            category = name.chars;
+            isSkipping = cache.contains(category) == 0;
+        }
+        if (isSkipping)
+            continue;
+        switch (line.type()) {
+            case ZPropLine_6_0::stanzaHead:
+                cache::writeHead(name, text);
+                break;
+            case ZPropLine_6_0::keyLine:
+                if (cache.contains(category, name.chars) == 0)
+                    break;
+                if (!eachValueOf(cache.get(category, name.chars, plainValues),
+                                 [&](View value) { cache::writeValue(name, value, text); }) &&
+                    !eachValueOf(cache.get(category, name.chars, obfuscatedValues), [](View) {}))
+                    cache::writeEmptyKey(name, text);
+                break;
+            default:
+                cache::writeLine(name, text);
+                break;
+        }
+    }
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(Cache& cache,
+                                                            void (*call)(void*, View, View, View),
+                                                            void* to)
+{
+    ZArrayList_6_0 items(16, 1);
+    cache.getObfuscatedItems(items);
+    for (unsigned i = 0; i < items.size(); ++i) {
+        auto const& item = static_cast<ZObfuscatedItem_6_0 const&>(*items.get(i));
+        char const* const category = item.category().getChars();
+        eachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues), [&](View value) {
+            call(to, viewOf(item.category()), viewOf(item.key()), value);
+        });
+    }
+}
+
+// --- reading
+
+ZPCategoryBasedCache_6_0::Rep::DerivedReader::DerivedReader(ZPCategoryBasedCache_6_0& cache)
+    : cache_(cache), before_(cache::make<Rep>(cache.rep()))
+{
+}
+
+ZPCategoryBasedCache_6_0::Rep::DerivedReader::~DerivedReader()
+{
+    if (before_ != nullptr) {
+        cache_.rep().swap(*before_);
+        cache_.listsWentAway();
+        cache_.changed();
+    }
+    delete before_;
+    while (kept_ != nullptr)
+        free(std::exchange(kept_, kept_->next));
+}
+
+View ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(View text)
+{
+    auto* const kept = static_cast<Kept*>(cache::reallocate(nullptr, sizeof(Kept) + text.length));
+    kept->next = kept_;
+    kept_ = kept;
+    memcpy(kept->text, text.chars, text.length);
+    kept->text[text.length] = '\0';
+    return {kept->text, text.length};
+}
+
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHead(View name, int lineNumber)
+{
+    if (repetition_.lineNumber != 0)
+        return;
+    if (cache_.contains(name.chars) != 0) {
+        repetition_ = {name, lineNumber};
+        return;
+    }
+    // The lines of a category that was removed without them do not come back.
+    if (cache_.rep().liveCategory(name.chars) == 0)
+        cache_.rep().removeSection(name);
+    cache_.set(name.chars, nullptr, nullptr);
+    cache_.rep().readHead(name);
+    category_ = name;
+}
+
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addComment(View text)
+{
+    if (repetition_.lineNumber == 0)
+        cache_.rep().readComment(text);
+}
+
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addBlank()
+{
+    if (repetition_.lineNumber == 0)
+        cache_.rep().readBlank();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addKey(View name, View value)
+{
+    if (repetition_.lineNumber != 0)
+        return;
+    cache_.add(category_.chars, name.chars, value.chars, 0);
+    cache_.rep().readKey(category_, name);
+}
+
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::finish()
+{
+    delete std::exchange(before_, nullptr);
+    cache_.changed();
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::addObfuscated(Cache& cache, char const* text,
+                                                           size_t records)
+{
+    DerivedReader undo(cache);
+    auto const take = [&text] {
+        char const* const taken = text;
+        text += strlen(text) + 1;
+        return taken;
+    };
+    for (; records > 0; --records) {
+        char const* const category = take();
+        char const* const key = take();
+        char const* const value = take();
+        ++text;  // the empty text
+        cache.add(category, key, value, 1);
+    }
+    undo.finish();
+}
