@@ -5,7 +5,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -244,9 +243,10 @@ TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatWasCancelled)
     TestSleeper sleeper;
     std::atomic<int> begun{0};
     sleeper.work = [&] {
+        // ThreadSanitizer does not see the end of a call that is cancelled: pause() will not do.
         if (++begun == 1)
             for (;;)
-                pause();
+                pthread_testcancel();
     };
     sleeper.start();
     sleeper.wakeUp();
