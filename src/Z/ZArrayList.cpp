@@ -229,7 +229,7 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
 // Whether no derived class overrides what the list's operations call.
 bool isPlain(ZArrayList_6_0 const& list)
 {
-    return typeid(list) == typeid(ZArrayList_6_0);
+    return &typeid(list) == &typeid(ZArrayList_6_0);  // of the one table in this library
 }
 
 }  // namespace
@@ -535,7 +535,7 @@ void ZArrayList_6_0::append(ZObject_6_0 const* obj)
         std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
         addNoCopy(size(), copy.get());
         copy.release();
-    } else if (isPlain(*this)) {
+    } else if (room_ != 0 || isPlain(*this)) {
         makeRoom(size_t{count_} + 1);
         room_ = slots_;
         elements_[count_++] = const_cast<ZObject_6_0*>(obj);
