@@ -47,7 +47,7 @@ ZAbstractPropertiesFactory_6_0::ZAbstractPropertiesFactory_6_0() : map_(kBuckets
 // The map owns neither paths nor stores: an owning map would take clones, and stores have none.
 ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
 {
-    constexpr zreporting::Site kSite = {kSource, reportInFactory};
+    static constexpr zreporting::Site kSite = {kSource, reportInFactory};
     zreporting::runCleanup(kSite, [this] {
         ZArrayList_6_0 members(2 * map_.size(), 0);
         map_.listKeys(members);
