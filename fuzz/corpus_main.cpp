@@ -7,12 +7,15 @@
 #include <iterator>
 #include <vector>
 
+#include "check.h"
+
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
 
 int main(int argc, char** argv)
 {
     if (argc != 2)
         return 2;
+    isReplay = true;
     int count = 0;
     for (auto const& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);

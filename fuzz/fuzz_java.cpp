@@ -1,6 +1,6 @@
 // Property files: read as a model of the table of states reads them, from a stream and from a file,
 // with a stop key and without; what was written for entries that can be written gives them back,
-// and is written again as it was.
+// and is written again as it was. Writing waits for the disk, so it is tried with few inputs.
 #include <Z/ZJavaProperties.h>
 #include <fcntl.h>
 #include <stdint.h>
@@ -49,6 +49,15 @@ Entries entriesOf(JavaModel const& model)
     return entries;
 }
 
+// One input in fifty, and the same ones in every run.
+bool isStored(std::string const& text)
+{
+    uint32_t hash = 2166136261u;
+    for (char const c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+    return isReplay || (hash >> 8) % 50 == 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
@@ -76,6 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
               "a stop key stops where it stops the model");
     }
 
+    if (!isStored(text))
+        return 0;
     store.store(file.path());
     std::string const written = file.read();
     ZJavaProperties_6_0 again;

@@ -78,47 +78,96 @@ int parse(ZPrintfContext_6_0* context, char const* format, ...)
 
 constexpr size_t kLongestFormat = 64;
 
+// Reads `format` with `p` for each of its arguments.
+int parseWith(ZPrintfContext_6_0* context, std::string const& format, void const* p)
+{
+    return parse(context, format.c_str(), p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p,
+                 p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p,
+                 p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p);
+}
+
+// Puts values in place of the arguments that were fetched, the same in every run: where an address
+// was printed, no input would do again what it did.
+void setValues(ZPrintfContext_6_0& context, uint16_t const* text)
+{
+    for (int32_t i = 1; i <= context.argumentCount; ++i) {
+        ZPrintfArgument_6_0& argument = context.arguments[i];
+        switch (argument.type) {
+            case zprintfChar:
+                argument.value.character = 'c';
+                break;
+            case zprintfWideChar:
+                argument.value.wideCharacter = static_cast<uint16_t>(0x40 + 97 * i);
+                break;
+            case zprintfString:
+            case zprintfWideString:
+                argument.value.pointer = text;
+                break;
+            case zprintfPointer:
+                argument.value.pointer = reinterpret_cast<void const*>(uintptr_t{0xABC0} * i);
+                break;
+            case zprintfExponent:
+            case zprintfFixed:
+            case zprintfGeneral:
+                argument.value.real = 1.5 * i;
+                break;
+            case zprintfLongDoubleExponent:
+            case zprintfLongDoubleFixed:
+            case zprintfLongDoubleGeneral:
+                argument.value.longReal = -2.25L * i;
+                break;
+            default:
+                argument.value.integer = 7 * i - 20;
+        }
+    }
+}
+
 void readAsFormat(std::string const& format)
 {
     static std::regex const kFormat(
         R"(([^%]|%(\d+\$)?[ #'+0-]*(\d+|\*(\d+\$)?)?(\.(\d*|\*(\d+\$)?))?(h|l|ll|L|q)?)"
         R"([%CEGSXcdefgiopsux])*)");
     static uint16_t const kText[] = {'t', 'e', 'x', 't', 0};
-    void const* const p = kText;
     ZPrintfContext_6_0 context;
-    int const result =
-        parse(&context, format.c_str(), p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p,
-              p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p,
-              p, p, p, p, p, p, p, p, p, p, p, p, p, p, p);
+    int const result = parseWith(&context, format, kText);
     if (result != 0) {
         check(result == -1, "a refusal is -1");
         return;
     }
     check(std::regex_match(format, kFormat), "what is accepted is a format");
     char const* at = format.c_str();
-    bool hasReal = false;
     for (int32_t i = 0; i < context.conversionCount; ++i) {
         ZPrintfConversion_6_0 const& conversion = context.conversions[i];
         check(conversion.start >= at && *conversion.start == '%', "a conversion begins with %");
         check(conversion.end > conversion.start, "and ends behind it");
         check(conversion.argIndex >= 0 && conversion.argIndex <= context.argumentCount,
               "its argument is one of those fetched");
-        hasReal = hasReal || (conversion.type >= zprintfExponent &&
-                              conversion.type <= zprintfLongDoubleGeneral);
         at = conversion.end + 1;
     }
     check(strchr(at, '%') == nullptr, "every % is a conversion");
-    // No doubles were passed, so none are printed.
-    if (!hasReal) {
-        char small[32];
-        char large[256];
-        int const length = zvsnprintf_render_6_0(&context, nullptr, 0);
-        check(zvsnprintf_render_6_0(&context, small, sizeof small) == length &&
-                  zvsnprintf_render_6_0(&context, large, sizeof large) == length,
-              "rendering again gives the same");
-        if (length >= 0)
-            check(memcmp(small, large, std::min<size_t>(static_cast<size_t>(length), 31)) == 0,
-                  "and the same text");
+    setValues(context, kText);
+    int const length = zvsnprintf_render_6_0(&context, nullptr, 0);
+    constexpr int kMostRendered = 1 << 16;
+    if (length >= 0 && length < kMostRendered) {
+        auto const size = static_cast<size_t>(length);
+        std::string whole(size + 1, '#');
+        check(zvsnprintf_render_6_0(&context, whole.data(), length + 1) == length,
+              "rendering again gives the same length");
+        check(whole[size] == '\0', "and ends the text");
+        // Cut anywhere, a character of several bytes included: the same bytes, as many as fit.
+        for (size_t const room : {size_t{1}, size / 2 + 1, size, size_t{17}}) {
+            if (room > size || room == 0)
+                continue;
+            std::vector<char> cut(room, '#');
+            check(zvsnprintf_render_6_0(&context, cut.data(), static_cast<int>(room)) == length,
+                  "the length does not depend on the room");
+            size_t const kept = strnlen(cut.data(), room);
+            check(kept < room, "a cut text is ended");
+            size_t const first = std::min(strlen(whole.c_str()), room - 1);
+            check(kept <= first && memcmp(cut.data(), whole.data(), kept) == 0,
+                  "a cut text begins as the whole one");
+            check(first - kept < 8, "and is cut by no more than a character");
+        }
     }
     zvsnprintf_done_6_0(&context);
 }
