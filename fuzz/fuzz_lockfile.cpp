@@ -1,0 +1,138 @@
+// Lock files: whatever a file holds, and whatever happens to it between two acquisitions, a process
+// lock reads the number that the form of the file says, raises it by one, tells of changes, and
+// touches nothing but its eight bytes.
+#include <Z/ZException.h>
+#include <Z/ZObserver.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "check.h"
+
+namespace {
+
+constexpr size_t kMostBytes = 64;
+constexpr uint32_t kNever = 0xFFFFFFFF;  // is never written
+
+// A directory, in memory where there is such a place, that goes with the process.
+class Scratch {
+public:
+    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
+    {
+        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
+    }
+    ~Scratch()
+    {
+        unlink(file().c_str());
+        rmdir(path_.c_str());
+    }
+
+    char const* path() const { return path_.c_str(); }
+    std::string file() const { return path_ + "/._zplf"; }
+    void write(std::string const& bytes) const
+    {
+        std::ofstream(file(), std::ios::binary | std::ios::trunc) << bytes;
+    }
+    std::string read() const
+    {
+        std::ifstream in(file(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+private:
+    std::string path_;
+};
+
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    int told = 0;
+    unsigned long from = 0;
+    unsigned long to = 0;
+
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
+        ++told;
+        from = change.getLastSequence();
+        to = change.getSequence();
+    }
+};
+
+template <class Word>
+std::string bytesOf(Word word)
+{
+    return {reinterpret_cast<char const*>(&word), sizeof word};
+}
+
+// The number that a file stands for once the process id is in it.
+uint32_t numberIn(std::string bytes)
+{
+    bytes.resize(std::max(bytes.size(), sizeof(uint32_t)));
+    uint32_t number;
+    memcpy(&number, bytes.data(), sizeof number);
+    return number;
+}
+
+void putAt(std::string& bytes, size_t at, std::string const& word)
+{
+    bytes.resize(std::max(bytes.size(), at + word.size()));
+    bytes.replace(at, word.size(), word);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    static Scratch const scratch;
+    using Lock = ZUnixProcessReadWriteFileLock_6_0;
+    Choices choices(data, size);
+    Lock lock(scratch.path(), "f");
+    Observer observer;
+    bool const observes = choices.below(2) == 1;
+    if (observes)
+        lock.addObserver(&observer);
+
+    std::string file = choices.text(kMostBytes);
+    scratch.write(file);
+    uint32_t last = kNever;  // what the object saw last
+    for (int round = 0; round < 8 && !choices.isEmpty(); ++round) {
+        unsigned const act = choices.byte();
+        if (act % 4 == 0) {  // another process, or an editor
+            file = choices.text(kMostBytes);
+            scratch.write(file);
+        } else if (act % 4 == 1 && !file.empty()) {
+            file[choices.byte() % file.size()] ^= static_cast<char>(1 << choices.below(8));
+            scratch.write(file);
+        }
+        bool const writes = act & 4;
+        int const update = act & 8 ? 1 : 0;
+        uint32_t const number = numberIn(file);
+        putAt(file, 4, bytesOf(static_cast<uint32_t>(getpid())));
+        observer.told = 0;
+        writes ? lock.writeLock() : lock.readLock();
+        check(lock.getSequence() == number, "the number is read as the file has it");
+        bool const tells = observes && last != kNever && last != number;
+        check(observer.told == (tells ? 1 : 0), "a change is told once, and nothing else");
+        check(!tells || (observer.from == last && observer.to == number), "with both numbers");
+        check(lock.getLockState() == (writes || tells ? Lock::write : Lock::read),
+              "who is told of a change writes");
+        check(scratch.read() == file, "only the process id is written on the way in");
+        last = number;
+        bool const raises = writes && update == 1;
+        lock.unlock(update == 1 && (writes || !tells) ? 1 : 0);
+        if (raises) {
+            last = number + 1 == kNever ? 0 : number + 1;
+            putAt(file, 0, bytesOf(last));
+        }
+        check(lock.getLastSequence() == last, "the number is remembered");
+        check(scratch.read() == file, "only a raised number is written on the way out");
+        check(lock.getLockState() == Lock::unset && lock.getFileHandle() == -1, "nothing is held");
+    }
+    return 0;
+}
