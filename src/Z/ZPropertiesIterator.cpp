@@ -325,20 +325,15 @@ void ZAbstractPropertyValuesIterator_6_0::toLocal(char const* value, ZLCString_6
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 
-// An empty UTF-8 text may be what was read for a value without a UTF-8 form, and would replace it.
-void ZAbstractPropertyValuesIterator_6_0::refuseLoss(ZLCString_6_0 const& local, int index) const
-{
-    if (type_ == zPropUTF8Strings && local.isEmpty() &&
-        ZProperties_6_0::Rep::lacksUTF8(textAt(*values(), index)))
-        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-}
-
 void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
 {
     needValue();
     ZLCString_6_0 local;
     toLocal(value, local);
-    refuseLoss(local, position_);
+    // An empty UTF-8 text may be what was read for a value without a UTF-8 form.
+    if (type_ == zPropUTF8Strings && local.isEmpty() &&
+        ZProperties_6_0::Rep::lacksUTF8(textAt(*values(), position_)))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     // KEPT: an empty value stands in the list as any other, though a file that is read gives its
     // key none; callers blank a value and count on the places of the others. Test:
     // ZPropertiesIterator.KeepsAnEmptyValueUntilTheFileIsReadAgain
@@ -352,8 +347,9 @@ void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
     toLocal(value, local);
     // The store may have removed values since the last step: the current one, or all.
     int const count = valueCount();
-    for (int i = 0; i < count && local.isEmpty(); ++i)
-        refuseLoss(local, i);
+    if (type_ == zPropUTF8Strings && local.isEmpty() &&
+        ZProperties_6_0::Rep::hasValueWithoutUTF8(store_, category_.getChars(), key_.getChars()))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     if (count > 0) {
         int const next = position_ < count ? position_ + 1 : count;
         values()->add(static_cast<unsigned>(next), &local);

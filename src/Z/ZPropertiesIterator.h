@@ -194,7 +194,6 @@ private:
     void step();
     void needValue() const;
     void toLocal(char const* value, ZLCString_6_0& out) const;
-    void refuseLoss(ZLCString_6_0 const& local, int index) const;
 
     mutable ZArrayList_6_0* values_;  // the cache's list; null when the key is missing
     int position_;                    // -1 before the first step
