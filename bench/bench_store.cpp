@@ -1,7 +1,7 @@
 // Replacing a file so that a crash leaves the old text or the new one.
 //
 // Row "StoreText" replaces a text that is there already by one in which a value is changed: ours is
-// the routine below every store, ZStoreFile. In row "StoreAnew" all values are changed. Row
+// the routine below every store, ZJournaledFile. In row "StoreAnew" all values are changed. Row
 // "StoreStanzas" changes a value and stores: ours is a stanza store, which renders its text anew,
 // while the peers write the same text as in row "StoreText".
 //
@@ -13,7 +13,7 @@
 // "fsync-rename-fsync" wait until the new file and its name are there; QSaveFile, and the floor,
 // wait for the contents alone, so that a power cut may bring the old file back.
 #include <Z/ZStanzaFileProperties.h>
-#include <Z/ZStoreFile_p.h>
+#include <Z/store/journaled_file.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -72,8 +72,8 @@ using Store = bool (*)(Place& place, std::string const& text);
 
 bool storeOurs(Place& place, std::string const& text)
 {
-    ZStoreFile file(place.path().c_str(), ZStoreFile::Use::store);
-    file.commit({text.data(), text.size()}, ZStoreFile::Companion());
+    ZJournaledFile file(place.path().c_str(), ZJournaledFile::Mode::store);
+    file.commit({text.data(), text.size()}, ZJournaledFile::Companion());
     return true;
 }
 

@@ -18,8 +18,8 @@
 #include "ZException_p.h"
 #include "ZHashMap_p.h"
 #include "ZJavaProperties_p.h"
-#include "ZStoreFile_p.h"
 #include "reporting/failures.h"
+#include "store/journaled_file.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -79,7 +79,7 @@ bool isEmpty(char const* text)
 
 // Raises the failure of a call while loading. That a directory cannot be read shows at its first
 // byte, not when it is opened.
-[[noreturn]] void raiseLoading(ZStoreFile::Failure const& failure)
+[[noreturn]] void raiseLoading(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     std::string_view const call = failure.call;
@@ -92,7 +92,7 @@ bool isEmpty(char const* text)
 }
 
 // The same while storing; callers know the opening of the file as that of a stream.
-[[noreturn]] void raiseStoring(ZStoreFile::Failure const& failure)
+[[noreturn]] void raiseStoring(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     std::string_view const call = failure.call;
@@ -105,11 +105,11 @@ bool isEmpty(char const* text)
 
 // Runs `body`, and raises what goes wrong in it as an exception of the library.
 template <class Body>
-void raising(void (*raise)(ZStoreFile::Failure const&), RaiseSite site, Body body)
+void raising(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
 {
     try {
         body();
-    } catch (ZStoreFile::Failure const& failure) {
+    } catch (ZJournaledFile::IoError const& failure) {
         raise(failure);
     } catch (std::bad_alloc const&) {
         ZOutOfMemoryException_6_0().throwException(kSource, site);
@@ -138,13 +138,15 @@ constexpr ptrdiff_t kLongestRun = 1 << 30;
 
 class MemoryBytes {
 public:
-    explicit MemoryBytes(ZStoreFile::View text) : at_(text.data), end_(text.data + text.length) {}
+    explicit MemoryBytes(std::string_view text) : at_(text.data()), end_(text.data() + text.size())
+    {
+    }
 
     int next() { return at_ != end_ ? static_cast<unsigned char>(*at_++) : EOF; }
     bool failed() const { return false; }
 
     // Takes the bytes up to the next that is in `ends`.
-    ZStoreFile::View run(unsigned char ends)
+    std::string_view run(unsigned char ends)
     {
         char const* const begin = at_;
         char const* const limit = at_ + std::min<ptrdiff_t>(end_ - at_, kLongestRun);
@@ -168,7 +170,7 @@ public:
 
     int next() { return getc_unlocked(stream_); }
     bool failed() const { return ferror_unlocked(stream_) != 0; }
-    ZStoreFile::View run(unsigned char) { return {}; }
+    std::string_view run(unsigned char) { return {}; }
 
 private:
     FILE* const stream_;
@@ -466,7 +468,7 @@ int ZJavaProperties_6_0::load(char const* path)
         return 1;
     ZCancelGuard const uncancelled;
     raising(raiseLoading, raiseInLoad, [&] {
-        ZStoreFile file(path, ZStoreFile::Use::load);
+        ZJournaledFile file(path, ZJournaledFile::Mode::load);
         MemoryBytes bytes(file.text());
         read(bytes, path);
     });
@@ -531,12 +533,13 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
         Rep::Row const& row = Rep::kTable[state];
         if (row.ends == kNoRun || handlers_[state] != row.handler)
             continue;
-        ZStoreFile::View const run = bytes.run(row.ends);
-        if (run.length == 0)
+        std::string_view const run = bytes.run(row.ends);
+        if (run.empty())
             continue;
-        previous = run.data[run.length - 1];
+        previous = run.back();
         if (state != commentLine)
-            (state == keyChars ? key_ : value_).append(run.data, static_cast<unsigned>(run.length));
+            (state == keyChars ? key_ : value_)
+                .append(run.data(), static_cast<unsigned>(run.size()));
     }
     if (bytes.failed())
         ZUnexpectedEndOfFile_6_0(path).throwException(kSource, raiseForReadError);
@@ -753,7 +756,7 @@ void ZJavaProperties_6_0::store(char const* path)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
     ZCancelGuard const uncancelled;
     raising(raiseStoring, raiseInStore, [&] {
-        ZStoreFile file(path, ZStoreFile::Use::store);
+        ZJournaledFile file(path, ZJournaledFile::Mode::store);
         std::string text = "#\n";
         rep_->entries.forEach([&text](HashTable::Node const& node) {
             auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);

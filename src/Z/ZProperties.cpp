@@ -27,9 +27,9 @@
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
-#include "ZStoreFile_p.h"
 #include "ZUTF8String.h"
 #include "reporting/failures.h"
+#include "store/journaled_file.h"
 
 namespace {
 
@@ -92,7 +92,7 @@ void raising(RaiseSite site, Body body)
 {
     try {
         body();
-    } catch (ZStoreFile::Failure const& failure) {
+    } catch (ZJournaledFile::IoError const& failure) {
         ZPropertiesIOException_6_0(failure.file.c_str(), failure.call, failure.error)
             .throwException(kSource, site);
     } catch (std::bad_alloc const&) {
@@ -137,7 +137,7 @@ bool toNumber(char const* text, unsigned int& number)
     return true;
 }
 
-void bufferFrom(ZStoreFile::Bytes& bytes, ZBuffer_6_0& buffer)
+void bufferFrom(ZJournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
 {
     size_t const length = bytes.length();
     buffer.setBufferNoCopy(length, bytes.release());
@@ -153,7 +153,7 @@ bool equalIgnoringCase(char const* lower, char const* text)
     return *text == '\0';
 }
 
-ZStoreFile::View viewOf(ZBuffer_6_0 const& buffer)
+std::string_view viewOf(ZBuffer_6_0 const& buffer)
 {
     return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
 }
@@ -626,17 +626,17 @@ ZArrayList_6_0* ZProperties_6_0::categoryNames() const
 namespace {
 
 // Parses a text into a cache. A cache of somebody else's class reads it from a stream.
-void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZStoreFile::View text)
+void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::string_view text)
 {
     if (stanzas != nullptr) {
-        stanzas->readText(path, text.data, text.length);
+        stanzas->readText(path, text.data(), text.size());
         return;
     }
     char none[1] = "";
-    char* const data = text.length == 0 ? none : const_cast<char*>(text.data);
-    File const file(fmemopen(data, text.length, "r"));
+    char* const data = text.empty() ? none : const_cast<char*>(text.data());
+    File const file(fmemopen(data, text.size(), "r"));
     if (file == nullptr)
-        throw ZStoreFile::Failure{path, "fmemopen()", errno};
+        throw ZJournaledFile::IoError{path, "fmemopen()", errno};
     cache.be_read(path, file.get());
 }
 
@@ -688,11 +688,11 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
     File const file(
         fopencookie(&written, "w", {nullptr, WrittenText::write, WrittenText::seek, nullptr}));
     if (file == nullptr)
-        throw ZStoreFile::Failure{path, "fopencookie()", errno};
+        throw ZJournaledFile::IoError{path, "fopencookie()", errno};
     cache.be_write(path, file.get());
     bool const failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
     if (failed || written.isLost)
-        throw ZStoreFile::Failure{path, "fwrite()", written.isLost ? ENOMEM : errno};
+        throw ZJournaledFile::IoError{path, "fwrite()", written.isLost ? ENOMEM : errno};
     text.setBuffer(written.text.size(), written.text.data());
 }
 
@@ -712,9 +712,9 @@ char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const*
 }
 
 void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
-                                    ZStoreFile const& file)
+                                    ZJournaledFile const& file)
 {
-    ZStoreFile::Stamp const& stamp = file.stamp();
+    ZJournaledFile::Stamp const& stamp = file.stamp();
     // Whether a name means the file, by this path or by another.
     auto const isNameOf = [&](char const* name) {
         struct stat status;
@@ -739,7 +739,7 @@ bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store)
         return true;
     struct stat status;
     return stat(store.rep_->sharedPath.c_str(), &status) != 0 ||
-           ZStoreFile::Stamp(status) == store.rep_->sharedStamp();
+           ZJournaledFile::Stamp(status) == store.rep_->sharedStamp();
 }
 
 std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
@@ -809,9 +809,9 @@ std::string_view trimmed(std::string_view text)
 }
 
 // Returns the path that the text of a stanza file names as its companion; empty if there is none.
-std::string companionNamedIn(ZStoreFile::View text)
+std::string companionNamedIn(std::string_view text)
 {
-    std::string_view rest(text.data, text.length);
+    std::string_view rest = text;
     std::string const head = std::string("[") + kReservedCategory + "]";
     size_t const at = rest.find(head);
     if (at == rest.npos)
@@ -839,11 +839,11 @@ std::string companionNamedIn(ZStoreFile::View text)
 }  // namespace
 
 std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store,
-                                                    ZStoreFile const& file,
+                                                    ZJournaledFile const& file,
                                                     std::string const& named)
 {
     auto const isRemovable = [&file](std::string const& path) {
-        return !path.empty() && file.isOwnCompanion(path) && file.mayName(path) == 0;
+        return !path.empty() && file.isOwnCompanion(path) && file.checkCompanionPath(path) == 0;
     };
     auto const exists = [](std::string const& path) {
         struct stat status;
@@ -887,12 +887,12 @@ void ZProperties_6_0::load(char const* path)
         auto* const stanzas =
             rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
-        ZStoreFile file(chosen, ZStoreFile::Use::load);
+        ZJournaledFile file(chosen, ZJournaledFile::Mode::load);
         parse(target, stanzas, chosen, file.text());
         Rep::Companions companions = rep_->companions;
         std::string const companion = target.companionFile().getChars();
         if (!companion.empty() && !companions.isHeld(companion)) {
-            ZStoreFile::Bytes packed = file.readCompanion(companion.c_str());
+            ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
             ZBuffer_6_0 buffer;
             bufferFrom(packed, buffer);
             target.be_read_obfuscated(buffer);
@@ -959,12 +959,13 @@ void ZProperties_6_0::store(char const* path)
             companion.clear();
         if (hasItems)
             checkFileAccess(
-                (companion.empty() ? ZStoreFile::companionBeside(chosen) : companion).c_str());
+                (companion.empty() ? ZJournaledFile::defaultCompanionPath(chosen) : companion)
+                    .c_str());
 
-        ZStoreFile file(chosen, ZStoreFile::Use::store);
+        ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
         std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry
         ZPCache_6_0* source = cache_;
-        ZStoreFile::Companion change;
+        ZJournaledFile::Companion change;
         ZBuffer_6_0 packed;
         if (hasItems) {
             if (companion.empty())
@@ -977,7 +978,7 @@ void ZProperties_6_0::store(char const* path)
         }
         Rep::Companions companions = rep_->companions;
         if (packed.getLength() > 0) {
-            change.change = ZStoreFile::Companion::written;
+            change.change = ZJournaledFile::Companion::written;
             change.path = companion;
             change.contents = viewOf(packed);
             companions.hold(companion);
@@ -985,7 +986,7 @@ void ZProperties_6_0::store(char const* path)
             companions.releaseAll();
             change.path = Rep::companionToRemove(*this, file, named);
             if (!change.path.empty()) {
-                change.change = ZStoreFile::Companion::removed;
+                change.change = ZJournaledFile::Companion::removed;
                 companions.remove(change.path);
             }
             if (!companion.empty())
@@ -1021,7 +1022,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
 {
     auto const check = [](char const* file) {
         if (access(file, R_OK | W_OK) != 0)
-            throw ZStoreFile::Failure{file, "access()", errno};
+            throw ZJournaledFile::IoError{file, "access()", errno};
     };
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
@@ -1039,7 +1040,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
         }
         char current[kWorkingDirectory];
         if (getcwd(current, sizeof current) == nullptr)
-            throw ZStoreFile::Failure{path, "getcwd()", errno};
+            throw ZJournaledFile::IoError{path, "getcwd()", errno};
         check(current);
     });
 }
@@ -1252,7 +1253,8 @@ struct Making {
 
 struct Makings {
     // Waits until another thread has made its store.
-    // throws  ZStoreFile::Failure (path, "fcntl()", EDEADLK) if that thread is the calling one or
+    // throws  ZJournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the calling one
+    // or
     //         waits, directly or through others, for a store that the calling one is making.
     void waitFor(Making const& making);
 
@@ -1285,7 +1287,7 @@ void Makings::waitFor(Making const& making)
     for (Making const* next = &making; next != nullptr && !next->done;
          next = waitedForBy(next->thread))
         if (pthread_equal(next->thread, self))
-            throw ZStoreFile::Failure{making.path, "fcntl()", EDEADLK};
+            throw ZJournaledFile::IoError{making.path, "fcntl()", EDEADLK};
     waits_.push_back({self, &making});
     ended.wait(guard, [&] { return making.done; });
     std::erase_if(waits_, [&](Wait const& wait) { return pthread_equal(wait.thread, self); });

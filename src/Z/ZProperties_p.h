@@ -1,7 +1,7 @@
 // ZProperties_p: what the sources of the configuration store share: its hidden state, the notices
 // that wait, and changes that happen as a whole or not at all.
 //
-// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZStoreFile, ZArrayList,
+// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZJournaledFile, ZArrayList,
 // ZLCString.
 #pragma once
 
@@ -15,7 +15,7 @@
 #include "ZLCString.h"
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
-#include "ZStoreFile_p.h"
+#include "store/journaled_file.h"
 
 // One change that is to be told.
 struct __attribute__((visibility("hidden"))) ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
@@ -120,7 +120,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Notes the path of a file that was loaded or stored if it is the first, and the state of the
     /// file if it is the one of the store's name, or of getPropertiesFor().
-    static void noteFile(ZProperties_6_0& store, char const* path, ZStoreFile const& file);
+    static void noteFile(ZProperties_6_0& store, char const* path, ZJournaledFile const& file);
 
     /// Sets the modified flag, which isCurrent() reads without the store's lock.
     static void setModified(ZProperties_6_0& store, int modified)
@@ -148,7 +148,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// Returns the companion that goes with the last obfuscated value when `file` is stored: the
     /// file's own one, if the contents or the old text name it, or if the store has used it before.
     /// Empty if there is none, or if it is not certainly the file's.
-    static std::string companionToRemove(ZProperties_6_0 const& store, ZStoreFile const& file,
+    static std::string companionToRemove(ZProperties_6_0 const& store, ZJournaledFile const& file,
                                          std::string const& named);
 
     /// Returns whether a value has no UTF-8 form: it reads as an empty text then.
@@ -165,7 +165,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Returns what the file at `sharedPath` was when it was last loaded or stored.
     /// threads any, without the store's lock.
-    ZStoreFile::Stamp sharedStamp()
+    ZJournaledFile::Stamp sharedStamp()
     {
         std::lock_guard<std::mutex> const guard(stampMutex_);
         return sharedStamp_;
@@ -204,8 +204,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 private:
     static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);
 
-    std::mutex stampMutex_;          // locked for a moment, as the last one
-    ZStoreFile::Stamp sharedStamp_;  // guarded by stampMutex_
+    std::mutex stampMutex_;              // locked for a moment, as the last one
+    ZJournaledFile::Stamp sharedStamp_;  // guarded by stampMutex_
 };
 
 template <class IsOne>

@@ -54,11 +54,11 @@ bool conflict(short a, short b)
     return a == F_WRLCK || b == F_WRLCK;
 }
 
-int openRetrying(char const* path, int flags, mode_t mode)
+int openRetrying(int directory, char const* path, int flags, mode_t mode)
 {
     int fd;
     do {
-        fd = ::open(path, flags, mode);
+        fd = openat(directory, path, flags, mode);
     } while (fd < 0 && errno == EINTR);
     return fd;
 }
@@ -309,7 +309,7 @@ Table& table()
 
 int zopenPrivate(char const* path, int flags, mode_t mode)
 {
-    return zmoveUp(openRetrying(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
+    return zmoveUp(openRetrying(AT_FDCWD, path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
 }
 
 int zmoveUp(int fd)
@@ -323,7 +323,7 @@ int zmoveUp(int fd)
     return moved;
 }
 
-int ZSharedFile::open(char const* path, int flags, mode_t mode, Refusal refusal)
+int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode, Refusal refusal)
 {
     ZCancelGuard const uncancelled;
     close();
@@ -335,8 +335,8 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode, Refusal refusal)
     // that is open already is not opened again, see above.
     struct stat status;
     bool const asksFirst = (flags & O_NONBLOCK) == 0 || !files.entries.empty();
-    bool const follows = (flags & O_NOFOLLOW) == 0;
-    if (asksFirst && (follows ? stat(path, &status) : lstat(path, &status)) == 0) {
+    int const links = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+    if (asksFirst && fstatat(directory, path, &status, links) == 0) {
         bool const link = S_ISLNK(status.st_mode);
         if (int const error = link ? ELOOP : kindError(status, refusal))
             return error;
@@ -356,7 +356,7 @@ int ZSharedFile::open(char const* path, int flags, mode_t mode, Refusal refusal)
     for (auto const& entry : files.entries)
         entry->descriptors.reserve(entry->descriptors.size() + 2);
 
-    int fd = openRetrying(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
+    int fd = openRetrying(directory, path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
     if (fd < 0)
         return errno;
     bool const isKnown = fstat(fd, &status) == 0;

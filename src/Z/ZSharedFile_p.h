@@ -56,7 +56,14 @@ public:
     /// codes   errno of the call that failed; EISDIR for a directory, EINVAL for what is no regular
     ///         file either; what `refusal` returns.
     /// throws  std::bad_alloc.
-    int open(char const* path, int flags, mode_t mode, Refusal refusal = nullptr);
+    int open(char const* path, int flags, mode_t mode, Refusal refusal = nullptr)
+    {
+        return openAt(AT_FDCWD, path, flags, mode, refusal);
+    }
+
+    /// Opens `path` as open() does; a relative path starts at the directory that `directory` is a
+    /// descriptor of.
+    int openAt(int directory, char const* path, int flags, mode_t mode, Refusal refusal = nullptr);
 
     /// Releases what this reference has locked; the last reference closes the file.
     void close();

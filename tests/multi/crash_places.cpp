@@ -182,6 +182,10 @@ void besideTheFile(Counts& counts, Scene const& scene)
                 // A companion that was stored has taken the place of what stood there.
                 if (answer != stored || std::string(role) != kRoles[0])
                     fs::remove_all(scene.ours(role));
+                // It may have been put aside.
+                for (char const* aside :
+                     {".conf.zjn.orphan", ".conf.zjn.new.orphan", ".conf.obf.new.orphan"})
+                    fs::remove_all(scene.ours(aside));
                 StoreFolder(scene.ours("")).tidy(counts, {3, 100, false}, event);
             });
 }

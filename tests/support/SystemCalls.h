@@ -6,14 +6,19 @@
 //     wanted.error = ENOSPC;
 //     WatchedCalls const watched(wanted);
 //
-// A plan counts for one thread, as long as it watches; other calls go through.
+// A plan counts for one thread, as long as it watches; other calls go through. A call that names a
+// file in a directory by its descriptor appears under the name of the call without one, openat() as
+// "open", with the full path.
 #pragma once
 
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -135,11 +140,39 @@ ssize_t movesAsPlanned(SystemCall const& call, Real real)
     return asPlanned(call, [&] { return real(isShort ? 1 : call.length); });
 }
 
+// The full path of a file in the directory that `directory` is a descriptor of; "" unless calls are
+// watched. It allocates nothing: a test may count allocations.
+class WatchedPath {
+public:
+    WatchedPath(int directory, char const* path)
+    {
+        if (!callPlan.watched)
+            return;
+        if (directory != AT_FDCWD && path[0] != '/') {
+            char link[40];
+            snprintf(link, sizeof link, "/proc/self/fd/%d", directory);
+            ssize_t const length = readlink(link, text_, kRoom);
+            size_t end = length > 0 ? static_cast<size_t>(length) : 0;
+            if (end != 1)  // not for the root
+                text_[end++] = '/';
+            text_[end] = '\0';
+        }
+        strncat(text_, path, kRoom);
+    }
+    char const* get() const { return text_; }
+
+private:
+    static constexpr size_t kRoom = 4096;
+    char text_[2 * kRoom + 2] = "";
+};
+
 extern "C" {
 int __real_open(char const*, int, ...);
+int __real_openat(int, char const*, int, ...);
 int __real_close(int);
 int __real_stat(char const*, struct stat*);
 int __real_lstat(char const*, struct stat*);
+int __real_fstatat(int, char const*, struct stat*, int);
 int __real_fstat(int, struct stat*);
 int __real_fstatfs(int, struct statfs*);
 int __real_fcntl(int, int, ...);
@@ -157,7 +190,12 @@ int __real_fchown(int, uid_t, gid_t);
 int __real_fchmod(int, mode_t);
 int __real_futimens(int, timespec const*);
 int __real_rename(char const*, char const*);
+int __real_renameat(int, char const*, int, char const*);
+int __real_renameat2(int, char const*, int, char const*, unsigned);
 int __real_unlink(char const*);
+int __real_unlinkat(int, char const*, int);
+int __real_syncfs(int);
+long __real_syscall(long, ...);
 int __real_munmap(void*, size_t);
 int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 
@@ -169,6 +207,20 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     va_end(more);
     int const fd = asPlanned({.name = "open", .path = path, .flags = flags},
                              [&] { return __real_open(path, flags, mode); });
+    if (callPlan.watched)
+        callPlan.opened = fd;
+    return fd;
+}
+
+[[gnu::used]] inline int __wrap_openat(int directory, char const* path, int flags, ...)
+{
+    va_list more;
+    va_start(more, flags);
+    mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    WatchedPath const full(directory, path);
+    int const fd = asPlanned({.name = "open", .path = full.get(), .flags = flags},
+                             [&] { return __real_openat(directory, path, flags, mode); });
     if (callPlan.watched)
         callPlan.opened = fd;
     return fd;
@@ -196,6 +248,15 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 {
     return asPlanned({.name = "lstat", .path = path, .to = status},
                      [&] { return __real_lstat(path, status); });
+}
+
+[[gnu::used]] inline int __wrap_fstatat(int directory, char const* path, struct stat* status,
+                                        int flags)
+{
+    WatchedPath const full(directory, path);
+    char const* const name = (flags & AT_SYMLINK_NOFOLLOW) != 0 ? "lstat" : "stat";
+    return asPlanned({.name = name, .path = full.get(), .to = status},
+                     [&] { return __real_fstatat(directory, path, status, flags); });
 }
 
 [[gnu::used]] inline int __wrap_fstat(int fd, struct stat* status)
@@ -318,6 +379,57 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 [[gnu::used]] inline int __wrap_unlink(char const* path)
 {
     return asPlanned({.name = "unlink", .path = path}, [&] { return __real_unlink(path); });
+}
+
+[[gnu::used]] inline int __wrap_renameat(int fromIn, char const* from, int toIn, char const* to)
+{
+    WatchedPath const fullFrom(fromIn, from);
+    WatchedPath const fullTo(toIn, to);
+    return asPlanned({.name = "rename", .path = fullFrom.get(), .newPath = fullTo.get()},
+                     [&] { return __real_renameat(fromIn, from, toIn, to); });
+}
+
+[[gnu::used]] inline int __wrap_renameat2(int fromIn, char const* from, int toIn, char const* to,
+                                          unsigned flags)
+{
+    WatchedPath const fullFrom(fromIn, from);
+    WatchedPath const fullTo(toIn, to);
+    return asPlanned({.name = "rename",
+                      .path = fullFrom.get(),
+                      .newPath = fullTo.get(),
+                      .flags = static_cast<int>(flags)},
+                     [&] { return __real_renameat2(fromIn, from, toIn, to, flags); });
+}
+
+[[gnu::used]] inline int __wrap_unlinkat(int directory, char const* path, int flags)
+{
+    WatchedPath const full(directory, path);
+    return asPlanned({.name = "unlink", .path = full.get()},
+                     [&] { return __real_unlinkat(directory, path, flags); });
+}
+
+[[gnu::used]] inline int __wrap_syncfs(int fd)
+{
+    return asPlanned({.name = "syncfs", .fd = fd}, [&] { return __real_syncfs(fd); });
+}
+
+// openat2() has no function of its own.
+[[gnu::used]] inline long __wrap_syscall(long number, ...)
+{
+    va_list more;
+    va_start(more, number);
+    long arguments[6];
+    for (long& argument : arguments)
+        argument = va_arg(more, long);
+    va_end(more);
+    auto const real = [&] {
+        return __real_syscall(number, arguments[0], arguments[1], arguments[2], arguments[3],
+                              arguments[4], arguments[5]);
+    };
+    if (number != SYS_openat2)
+        return real();
+    return asPlanned({.name = "openat2", .path = reinterpret_cast<char const*>(arguments[1])},
+                     real);
 }
 
 [[gnu::used]] inline int __wrap_munmap(void* address, size_t length)

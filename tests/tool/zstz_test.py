@@ -611,6 +611,17 @@ class ZstzTest(tool.ToolTest):
                         "permissions",
                         *verb, **options)
 
+    def test_a_file_in_the_way_of_the_journal(self):
+        options = self.as_nobody()
+        folder = self.path.parent
+        os.chown(folder, 0, 0)
+        folder.chmod(0o1777)
+        journal = folder / f".{self.path.name}.zjn"
+        journal.write_bytes(b"planted")
+        self.expect(NO_ACCESS, f"{journal}: is in the way of a file that {self.file} needs while it "
+                    "is stored; remove or rename it as its owner",
+                    "set", self.file, "listener", "name", "x", **options)
+
     def test_a_file_that_another_process_holds(self):
         with open(self.path, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)

@@ -122,6 +122,13 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
                 kWithoutEntry + mainFile};
 }
 
+// Whether this is the name of a journal or of another file that exists only during a store.
+bool isHiddenSibling(std::string const& file)
+{
+    std::string const name = file.substr(file.rfind('/') + 1);
+    return name.ends_with(".zjn") || name.ends_with(".zjn.new");
+}
+
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
     struct Row {
@@ -150,6 +157,11 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     if (api == "fchown()" && error == EPERM)
         return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
                                   file + "; store the value as that user"};
+    if (isHiddenSibling(file) && (error == EEXIST || error == EPERM || error == EISDIR))
+        return {exitNoAccess, file + ": is in the way of a file that " + mainFile +
+                                  " needs while it is stored; remove or rename it as its owner"};
+    if (error == ESTALE)
+        return {exitNoAccess, file + ": was replaced by another program; try again"};
     if (char const* const kind = otherKind(file))
         return {exitNoAccess, file + " is " + kind + "; name a regular file"};
 

@@ -3,7 +3,7 @@
 // The calls of some stores are written down. Then the power is cut behind each of them, again and
 // again: of what had not been synced by then the disk has any sectors, any sizes and any names; in
 // the place of a sector that it has not, a new file shows what a removed one had there.
-#include <Z/ZStoreFile_p.h>
+#include <Z/store/journaled_file.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
@@ -96,6 +96,10 @@ void note(SystemCall const& call, ssize_t result)
         noteWrite(call, static_cast<size_t>(call.offset), length);
     } else if (call.name == "fsync" || call.name == "fdatasync") {
         noteSync(Step::sync, call.fd);
+    } else if (call.name == "syncfs") {
+        for (auto const& [path, file] : notes.files)
+            notes.steps.push_back({Step::sync, file, 0, "", "", ""});
+        notes.steps.push_back({Step::sync, kFolder, 0, "", "", ""});
     } else if (call.name == "sync_file_range") {
         if (call.offset == 0 && call.length == 0 && call.flags == kAll)
             noteSync(Step::reach, call.fd);
@@ -345,14 +349,14 @@ protected:
     void store(Generation const& next)
     {
         {
-            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-            ZStoreFile::Companion companion;
+            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            ZJournaledFile::Companion companion;
             companion.path = companion_;
             companion.contents = {next.companion.data(), next.companion.size()};
             if (!next.companion.empty())
-                companion.change = ZStoreFile::Companion::written;
+                companion.change = ZJournaledFile::Companion::written;
             else if (std::filesystem::exists(companion_))
-                companion.change = ZStoreFile::Companion::removed;
+                companion.change = ZJournaledFile::Companion::removed;
             file.commit({next.text.data(), next.text.size()}, companion);
         }
         acknowledge(next);
@@ -368,7 +372,7 @@ protected:
         (dies ? callPlan.failFrom : callPlan.failAt) = n;
         try {
             store(next);
-        } catch (ZStoreFile::Failure const&) {
+        } catch (ZJournaledFile::IoError const&) {
             attempt_ = {before, dies ? ~size_t{0} : notes.steps.size(), next};
         }
         callPlan.failAt = callPlan.failFrom = 0;
@@ -436,13 +440,13 @@ protected:
 
     Generation load() const
     {
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
         Generation found;
-        found.text.assign(file.text().data, file.text().length);
+        found.text.assign(file.text().data(), file.text().size());
         try {
-            ZStoreFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            ZJournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
             found.companion.assign(bytes.data(), bytes.length());
-        } catch (ZStoreFile::Failure const&) {
+        } catch (ZJournaledFile::IoError const&) {
         }
         return found;
     }
@@ -466,10 +470,10 @@ protected:
 
 }  // namespace
 
-using ZStoreFilePowerCut = PowerCutTest;
-INSTANTIATE_TEST_SUITE_P(NamesSyncedWithFiles, ZStoreFilePowerCut, testing::Bool());
+using ZJournaledFilePowerCut = PowerCutTest;
+INSTANTIATE_TEST_SUITE_P(NamesSyncedWithFiles, ZJournaledFilePowerCut, testing::Bool());
 
-TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
+TEST_P(ZJournaledFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
 {
     watch();
     store(generation('a', 'a', 1000, "1"));
@@ -482,7 +486,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
     cutPowerEverywhere();
 }
 
-TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
+TEST_P(ZJournaledFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
 {
     // Of one length, so that a journal fits exactly where an earlier one was.
     watch();
@@ -492,7 +496,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
     cutPowerEverywhere();
 }
 
-TEST_P(ZStoreFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
+TEST_P(ZJournaledFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
 {
     auto const text = [](char middle, size_t length) {
         return Generation{
@@ -511,7 +515,7 @@ TEST_P(ZStoreFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
     cutPowerEverywhere();
 }
 
-TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasEdited)
+TEST_P(ZJournaledFilePowerCut, LeavesWhatAnotherProgramHasEdited)
 {
     watch();
     store(generation('a', 'a', 200, ""));
@@ -523,7 +527,7 @@ TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasEdited)
     cutPowerEverywhere();
 }
 
-TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasNotSyncedOnceTheJournalIsThere)
+TEST_P(ZJournaledFilePowerCut, LeavesWhatAnotherProgramHasNotSyncedOnceTheJournalIsThere)
 {
     Generation const edited = generation('b', 'b', 2000, "");
     watch();
@@ -541,7 +545,7 @@ TEST_P(ZStoreFilePowerCut, LeavesWhatAnotherProgramHasNotSyncedOnceTheJournalIsT
     cutPowerEverywhere(5);
 }
 
-TEST_P(ZStoreFilePowerCut, LeavesTheOldPairOrTheNextWhereAStoreFails)
+TEST_P(ZJournaledFilePowerCut, LeavesTheOldPairOrTheNextWhereAStoreFails)
 {
     Generation const first = generation('a', 'a', 1000, "1");
     Generation const others[] = {generation('b', 'a', 1300, "2"), generation('a', 'b', 1000, "")};

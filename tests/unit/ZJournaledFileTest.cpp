@@ -1,12 +1,14 @@
 #include <Z/ZSharedFile_p.h>
-#include <Z/ZStoreFile_p.h>
+#include <Z/store/journaled_file.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <linux/magic.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -121,7 +123,7 @@ CallPlan planOn(long system, int flags = 0, bool otherDisk = false)
         } else if (call.name == "ioctl") {
             *static_cast<int*>(call.to) = flags;
             result = 0;
-        } else if (call.name == "fstat" && otherDisk) {
+        } else if ((call.name == "fstat" || call.name == "lstat") && otherDisk) {
             if (nameOf(call).find(".zjn") != std::string::npos)
                 ++static_cast<struct stat*>(call.to)->st_dev;
         }
@@ -149,7 +151,7 @@ std::ostream& operator<<(std::ostream& out, Pair const& pair)
                << pair.companion.size();
 }
 
-ZStoreFile::View viewOf(std::string const& text)
+std::string_view viewOf(std::string const& text)
 {
     return {text.data(), text.size()};
 }
@@ -168,8 +170,9 @@ protected:
     // Puts a pair where the store will find it, and nothing that a dead writer leaves.
     void put(Pair const& pair)
     {
-        for (char const* left : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"})
-            std::filesystem::remove(directory_.at(left));
+        for (auto const& entry : std::filesystem::directory_iterator(directory_.path()))
+            if (entry.path().filename().string()[0] == '.')
+                std::filesystem::remove_all(entry.path());
         directory_.write("conf", pair.text);
         if (pair.companion.empty())
             std::filesystem::remove(companion_);
@@ -179,42 +182,42 @@ protected:
 
     Pair load()
     {
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
         Pair pair;
-        pair.text.assign(file.text().data, file.text().length);
+        pair.text.assign(file.text().data(), file.text().size());
         try {
-            ZStoreFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            ZJournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
             pair.companion.assign(bytes.data(), bytes.length());
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_STREQ("mapFile()", failure.call);
             EXPECT_EQ(EINVAL, failure.error);
         }
         return pair;
     }
 
-    ZStoreFile::Companion change(Pair const& pair, bool hadCompanion = true) const
+    ZJournaledFile::Companion change(Pair const& pair, bool hadCompanion = true) const
     {
-        ZStoreFile::Companion companion;
+        ZJournaledFile::Companion companion;
         companion.path = companion_;
         companion.contents = viewOf(pair.companion);
         if (!pair.companion.empty())
-            companion.change = ZStoreFile::Companion::written;
+            companion.change = ZJournaledFile::Companion::written;
         else if (hadCompanion)
-            companion.change = ZStoreFile::Companion::removed;
+            companion.change = ZJournaledFile::Companion::removed;
         return companion;
     }
 
     void store(Pair const& pair)
     {
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
         file.commit(viewOf(pair.text), change(pair));
     }
 
     // Stores a text whose companion, if any, stays.
     void storeText(std::string const& text)
     {
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-        file.commit(viewOf(text), ZStoreFile::Companion());
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        file.commit(viewOf(text), ZJournaledFile::Companion());
     }
 
     // A plan that reads the journal into `journal`, just before the text is written.
@@ -266,7 +269,7 @@ protected:
             Watch const watch(plan);
             call();
             ADD_FAILURE() << "nothing was raised";
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(file, failure.file);
             EXPECT_STREQ(text, failure.call);
             EXPECT_EQ(error, failure.error);
@@ -324,7 +327,7 @@ protected:
         ::asNobody([&] {
             try {
                 return body();
-            } catch (ZStoreFile::Failure const& failure) {
+            } catch (ZJournaledFile::IoError const& failure) {
                 fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.call, failure.error);
                 return false;
             }
@@ -375,11 +378,11 @@ Range rangeOf(std::string const& before, std::string const& after)
 
 }  // namespace
 
-using ZStoreFileCase = StoreFileTest;
+using ZJournaledFileCase = StoreFileTest;
 
 // ---- Ordinary use ------------------------------------------------------------------------------
 
-TEST_F(ZStoreFileCase, ReplacesThePairAndLeavesNothingElse)
+TEST_F(ZJournaledFileCase, ReplacesThePairAndLeavesNothingElse)
 {
     long const descriptors = openDescriptors();
     for (Shape const& shape : kShapes) {
@@ -394,18 +397,18 @@ TEST_F(ZStoreFileCase, ReplacesThePairAndLeavesNothingElse)
     EXPECT_EQ(descriptors, openDescriptors());
 }
 
-TEST_F(ZStoreFileCase, StampIsThatOfTheFileItWrote)
+TEST_F(ZJournaledFileCase, StampIsThatOfTheFileItWrote)
 {
     put(kShort);
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
     file.commit(viewOf(kLong.text), change(kLong));
     struct stat status;
     ASSERT_EQ(0, stat(path_.c_str(), &status));
-    EXPECT_EQ(ZStoreFile::Stamp(status), file.stamp());
+    EXPECT_EQ(ZJournaledFile::Stamp(status), file.stamp());
     EXPECT_EQ(static_cast<off_t>(kLong.text.size()), file.stamp().size);
 }
 
-TEST_F(ZStoreFileCase, StampTellsWhatHasChanged)
+TEST_F(ZJournaledFileCase, StampTellsWhatHasChanged)
 {
     void (*const changes[])(struct stat&) = {
         [](struct stat& status) { ++status.st_mtim.tv_sec; },
@@ -415,25 +418,26 @@ TEST_F(ZStoreFileCase, StampTellsWhatHasChanged)
         [](struct stat& status) { ++status.st_dev; },
     };
     struct stat const before = {};
-    EXPECT_TRUE(ZStoreFile::Stamp(before) == ZStoreFile::Stamp(before));
+    EXPECT_TRUE(ZJournaledFile::Stamp(before) == ZJournaledFile::Stamp(before));
     for (auto const& change : changes) {
         struct stat after = before;
         change(after);
-        EXPECT_FALSE(ZStoreFile::Stamp(before) == ZStoreFile::Stamp(after)) << &change - changes;
+        EXPECT_FALSE(ZJournaledFile::Stamp(before) == ZJournaledFile::Stamp(after))
+            << &change - changes;
     }
 }
 
-TEST_F(ZStoreFileCase, FileThatWasMadeForNothingIsRemoved)
+TEST_F(ZJournaledFileCase, FileThatWasMadeForNothingIsRemoved)
 {
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         EXPECT_EQ("conf", directory_.names());
-        EXPECT_EQ(0u, file.text().length);
+        EXPECT_EQ(0u, file.text().size());
     }
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZStoreFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
+TEST_F(ZJournaledFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
 {
     CallPlan meeting;
     meeting.before = [this](SystemCall const& call) {
@@ -443,29 +447,29 @@ TEST_F(ZStoreFileCase, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
     };
     {
         Watch const watch(meeting);
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
-        EXPECT_EQ("theirs\n", std::string(file.text().data, file.text().length));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        EXPECT_EQ("theirs\n", std::string(file.text().data(), file.text().size()));
     }
     EXPECT_EQ("theirs\n", directory_.read("conf"));
 }
 
-TEST_F(ZStoreFileCase, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
+TEST_F(ZJournaledFileCase, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
 {
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         directory_.write("other", "");
         ASSERT_EQ(0, rename(directory_.at("other").c_str(), path_.c_str()));
     }
     EXPECT_EQ("conf", directory_.names());
     std::filesystem::remove(path_);
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         std::filesystem::remove(path_);
     }
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZStoreFileCase, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
+TEST_F(ZJournaledFileCase, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
 {
     // Before it is looked for a link, and after.
     for (char const* moment : {"open", "lstat"})
@@ -479,14 +483,14 @@ TEST_F(ZStoreFileCase, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
             };
             {
                 Watch const watch(meeting);
-                ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
-                EXPECT_EQ(theirs, std::string(file.text().data, file.text().length));
+                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+                EXPECT_EQ(theirs, std::string(file.text().data(), file.text().size()));
             }
             EXPECT_EQ(theirs, directory_.read("conf"));
         }
 }
 
-TEST_F(ZStoreFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
+TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root may change the root directory";
@@ -504,14 +508,18 @@ TEST_F(ZStoreFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
         };
         try {
             Watch const watch(looking);
-            ZStoreFile file("/conf", ZStoreFile::Use::store);
-            ZStoreFile::Companion companion = change(kLong);
+            ZJournaledFile file("/conf", ZJournaledFile::Mode::store);
+            ZJournaledFile::Companion companion = change(kLong);
             companion.path = file.newCompanion();
             file.commit(viewOf(kLong.text), companion);
         } catch (...) {
             _exit(2);
         }
-        _exit(renamed == "/.conf.zjn.new /.conf.zjn /.conf.obf.new /conf.obf " ? 0 : 1);
+        _exit(
+            renamed ==
+                    "/.conf.zjn.new /.conf.zjn /.conf.obf.new /conf.obf /.conf.zjn /.conf.zjn.new "
+                ? 0
+                : 1);
     }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
@@ -520,11 +528,11 @@ TEST_F(ZStoreFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
     EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
-TEST_F(ZStoreFileCase, MakesTheFileWhereADanglingLinkPoints)
+TEST_F(ZJournaledFileCase, MakesTheFileWhereADanglingLinkPoints)
 {
     ASSERT_EQ(0, symlink("target", path_.c_str()));
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
     EXPECT_EQ("conf", directory_.names());
     store(kPlain);
@@ -532,7 +540,7 @@ TEST_F(ZStoreFileCase, MakesTheFileWhereADanglingLinkPoints)
     EXPECT_EQ(kPlain.text, directory_.read("target"));
 }
 
-TEST_F(ZStoreFileCase, NewFileHasTheModeThatTheMaskLeaves)
+TEST_F(ZJournaledFileCase, NewFileHasTheModeThatTheMaskLeaves)
 {
     for (mode_t mask : {0000u, 0022u, 0077u}) {
         mode_t const before = umask(mask);
@@ -545,7 +553,7 @@ TEST_F(ZStoreFileCase, NewFileHasTheModeThatTheMaskLeaves)
     }
 }
 
-TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
+TEST_F(ZJournaledFileCase, LongPathAndShortWritesAreNoObstacle)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -563,13 +571,13 @@ TEST_F(ZStoreFileCase, LongPathAndShortWritesAreNoObstacle)
     for (size_t length : {250, 252}) {
         std::string const name(length, 'n');
         std::string const file = directory_.write(name, "old\n");
-        ZStoreFile stored(file.c_str(), ZStoreFile::Use::store);
-        stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+        ZJournaledFile stored(file.c_str(), ZJournaledFile::Mode::store);
+        stored.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
         EXPECT_EQ(kPlain.text, directory_.read(name));
     }
 }
 
-TEST_F(ZStoreFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
+TEST_F(ZJournaledFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
 {
     std::string const more(10000, 'm');
     CallPlan growing;
@@ -581,12 +589,12 @@ TEST_F(ZStoreFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
     put(kPlain);
     {
         Watch const watch(growing);
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-        EXPECT_EQ(kPlain.text + more, std::string(file.text().data, file.text().length));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        EXPECT_EQ(kPlain.text + more, std::string(file.text().data(), file.text().size()));
     }
 }
 
-TEST_F(ZStoreFileCase, CallsThatASignalInterruptsGoOn)
+TEST_F(ZJournaledFileCase, CallsThatASignalInterruptsGoOn)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -614,17 +622,17 @@ TEST_F(ZStoreFileCase, CallsThatASignalInterruptsGoOn)
     }
 }
 
-TEST_F(ZStoreFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
+TEST_F(ZJournaledFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
 {
     std::string const name(250, 'n');
     Watch const watch;
-    ZStoreFile stored(directory_.at(name).c_str(), ZStoreFile::Use::store);
-    stored.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+    ZJournaledFile stored(directory_.at(name).c_str(), ZJournaledFile::Mode::store);
+    stored.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
     EXPECT_EQ(1, watch.folderSyncs);
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
-TEST_F(ZStoreFileCase, WritesOnlyWhatDiffers)
+TEST_F(ZJournaledFileCase, WritesOnlyWhatDiffers)
 {
     std::string const head(10000, 'h');
     std::string const tail(9000, 't');
@@ -665,20 +673,20 @@ TEST_F(ZStoreFileCase, WritesOnlyWhatDiffers)
     }
 }
 
-TEST_F(ZStoreFileCase, TimeOfTheFileMovesEvenWhenItsTextStays)
+TEST_F(ZJournaledFileCase, TimeOfTheFileMovesEvenWhenItsTextStays)
 {
     for (Pair const& after : {kShort, Pair{kShort.text, packed("other")}, Pair{kShort.text, ""}}) {
         put(kShort);
         timespec const old[] = {{1000, 0}, {1000, 0}};
         ASSERT_EQ(0, utimensat(AT_FDCWD, path_.c_str(), old, 0));
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
         EXPECT_EQ(1000, file.stamp().seconds);
         file.commit(viewOf(after.text), change(after));
         EXPECT_LT(1000000000, file.stamp().seconds);
     }
 }
 
-TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
+TEST_F(ZJournaledFileCase, CompanionThatIsAsWantedIsLeftAlone)
 {
     struct stat before;
     struct stat after;
@@ -708,26 +716,26 @@ TEST_F(ZStoreFileCase, CompanionThatIsAsWantedIsLeftAlone)
     EXPECT_EQ(0u, after.st_gid);
 }
 
-TEST_F(ZStoreFileCase, CompanionOnAnotherDiskIsWrittenAnew)
+TEST_F(ZJournaledFileCase, CompanionOnAnotherDiskIsWrittenAnew)
 {
     // The sync of the journal does not take it along.
     TestDirectory const elsewhere;
     struct stat before;
     struct stat after;
     put(kPlain);
-    ZStoreFile::Companion companion = change(kLong);
+    ZJournaledFile::Companion companion = change(kLong);
     companion.path = elsewhere.write("secrets", kLong.companion);
     ASSERT_EQ(0, stat(companion.path.c_str(), &before));
     ASSERT_EQ(0, stat(path_.c_str(), &after));
     if (before.st_dev == after.st_dev)
         GTEST_SKIP() << "there is one disk";
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
     file.commit(viewOf(kLong.text), companion);
     ASSERT_EQ(0, stat(companion.path.c_str(), &after));
     EXPECT_NE(before.st_ino, after.st_ino);
 }
 
-TEST_F(ZStoreFileCase, CompanionThatAnotherProgramPutThereIsSynced)
+TEST_F(ZJournaledFileCase, CompanionThatAnotherProgramPutThereIsSynced)
 {
     struct Case {
         char const* name;
@@ -767,7 +775,7 @@ TEST_F(ZStoreFileCase, CompanionThatAnotherProgramPutThereIsSynced)
             Watch const watch(elsewhere);
             store({kLong.text, kShort.companion});
             ADD_FAILURE();
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(companion_, failure.file);
             EXPECT_STREQ("fsync()", failure.call);
         }
@@ -775,7 +783,7 @@ TEST_F(ZStoreFileCase, CompanionThatAnotherProgramPutThereIsSynced)
     }
 }
 
-TEST_F(ZStoreFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
+TEST_F(ZJournaledFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
 {
     bool const root = geteuid() == 0;
     put(kPlain);
@@ -805,7 +813,7 @@ TEST_F(ZStoreFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
     look(companion_);
 }
 
-TEST_F(ZStoreFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
+TEST_F(ZJournaledFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two groups";
@@ -832,7 +840,7 @@ TEST_F(ZStoreFileCase, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZStoreFileCase, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
+TEST_F(ZJournaledFileCase, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -856,7 +864,7 @@ TEST_F(ZStoreFileCase, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
     EXPECT_EQ(kLong.text, directory_.read("conf"));
 }
 
-TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
+TEST_F(ZJournaledFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
 {
     struct Case {
         char const* name;
@@ -900,7 +908,7 @@ TEST_F(ZStoreFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
     }
 }
 
-TEST_F(ZStoreFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
+TEST_F(ZJournaledFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
 {
     std::string waits;
     CallPlan unknown;
@@ -921,7 +929,7 @@ TEST_F(ZStoreFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
     EXPECT_EQ("fdatasync fsync fsync fdatasync fdatasync ", waits);
 }
 
-TEST_F(ZStoreFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
+TEST_F(ZJournaledFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
 {
     put(kShort);
     std::set<std::string> failed;
@@ -1021,7 +1029,7 @@ std::string bytesToZeroCrc(std::string const& bytes)
 
 // ---- Faults ------------------------------------------------------------------------------------
 
-TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
+TEST_F(ZJournaledFileCase, EveryCallMayFailAndThePairIsOldOrNew)
 {
     int const errors[] = {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, EACCES, EROFS, ENOLCK};
     int failed = 0;
@@ -1043,7 +1051,7 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
                     Watch const watch(failing);
                     try {
                         store(shape.after);
-                    } catch (ZStoreFile::Failure const& failure) {
+                    } catch (ZJournaledFile::IoError const& failure) {
                         raised = true;
                         EXPECT_EQ(error, failure.error);
                     }
@@ -1052,7 +1060,10 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
                 EXPECT_EQ(descriptors, openDescriptors());
                 EXPECT_TRUE(reached || !raised);
                 EXPECT_EQ(raised ? shape.before : shape.after, load()) << callPlan.failed;
-                EXPECT_EQ(directory_.names().find(".conf"), std::string::npos)
+                // Only a journal may stay, where the name of the new companion could not be synced.
+                bool const mayStay = !raised && callPlan.failed == "fsync";
+                EXPECT_EQ(directory_.names().find(mayStay ? ".conf." : ".conf"),
+                          mayStay ? directory_.names().find(".conf.zjn ") : std::string::npos)
                     << directory_.names() << " " << callPlan.failed;
                 if (HasFailure())
                     return;
@@ -1067,7 +1078,7 @@ TEST_F(ZStoreFileCase, EveryCallMayFailAndThePairIsOldOrNew)
     EXPECT_LT(300, failed);
 }
 
-TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
+TEST_F(ZJournaledFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
 {
     Pair const otherCompanion = {kShort.text, packed("other")};
     struct Case {
@@ -1087,7 +1098,9 @@ TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"lstat", ".conf.zjn", kShort, kLong, ".conf.zjn", "lstat()"},
         {"open", "conf.obf", kShort, kLong, "conf.obf", "fopen(w)"},
         {"open", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "open()"},
-        {"fstat", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "fchmod()"},
+        {"fstat", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "open()"},
+        {"fstat", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "fchmod()", 2},
+        {"lstat", ".conf.zjn.new", kShort, kLong, ".conf.zjn", "rename()"},
         {"fchmod", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "fchmod()"},
         {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()"},
         {"write", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "write()"},
@@ -1106,7 +1119,11 @@ TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"fstat", "conf", kShort, kLong, "conf", "fstat()", 5},  // of what was written
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
-        {"fsync", "folder", kShort, kLong, "conf.obf", "fsync()", 2},
+        {"fstat", ".conf.obf.new", kShort, kLong, "conf.obf", "fstat()", 2},
+        {"lstat", "conf", kShort, kLong, "conf", "fstat()", 2},    // of the locked file
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 3},  // before the journal
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 4},  // before the companion
+        {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 5},  // at the end
         {"fsync", "folder", {"", ""}, {"one\n", ""}, ".conf.zjn", "fsync()"},
     };
     for (Case const& c : cases) {
@@ -1121,7 +1138,7 @@ TEST_F(ZStoreFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
     }
 }
 
-TEST_F(ZStoreFileCase, WritesThatMoveNothingAreAFailure)
+TEST_F(ZJournaledFileCase, WritesThatMoveNothingAreAFailure)
 {
     struct Case {
         char const* call;
@@ -1137,7 +1154,7 @@ TEST_F(ZStoreFileCase, WritesThatMoveNothingAreAFailure)
     }
 }
 
-TEST_F(ZStoreFileCase, FolderThatRefusesAJournalIsDoneWithout)
+TEST_F(ZJournaledFileCase, FolderThatRefusesAJournalIsDoneWithout)
 {
     for (int error : {EACCES, EPERM, EROFS, ENAMETOOLONG}) {
         SCOPED_TRACE(strerror(error));
@@ -1159,58 +1176,51 @@ TEST_F(ZStoreFileCase, FolderThatRefusesAJournalIsDoneWithout)
     }
 }
 
-TEST_F(ZStoreFileCase, NothingIsPutBackWithoutAJournal)
+TEST_F(ZJournaledFileCase, StoreWhoseJournalCannotBeRetiredHasSucceeded)
 {
-    // Neither that the journal does not count any more, nor that it is gone, has reached the disk,
-    // and another one cannot be made: the new pair stays, which is what a crash would leave.
-    struct Case {
-        char const* call;
-        int error;
-        char const* names;
-    };
-    Case const cases[] = {
-        {"open", EACCES, "conf conf.obf"}, {"open", ENOSPC, "conf conf.obf"},
-        {"fchmod", EIO, "conf conf.obf"},  {"write", ENOSPC, "conf conf.obf"},
-        {"rename", EIO, "conf conf.obf"},  {"fsync", EIO, ".conf.zjn conf conf.obf"}};
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.call);
+    // The new pair is in place by then, and the journal describes it.
+    std::map<std::string, int> const causes[] = {
+        {{"pwrite", EIO}},
+        {{"unlink", EPERM}},
+        {{"pwrite", EIO}, {"unlink", EPERM}},
+        {{"pwrite", EIO}, {"unlink", EIO}, {"open", EMFILE}}};
+    for (auto const& cause : causes) {
+        SCOPED_TRACE(cause.size());
         put(kShort);
-        bool isGone = false;
-        bool isSynced = false;
+        bool isStored = false;
         CallPlan plan;
         plan.before = [&](SystemCall const& call) {
-            if (!isGone) {
-                isGone = call.name == "pwrite" && nameOf(call) == ".conf.zjn";
-                return isGone ? EIO : 0;
-            }
-            if (!isSynced) {
-                isSynced = call.name == "fsync" && isOnFolder(call);
-                return isSynced ? EIO : 0;
-            }
-            bool const isOnJournal = nameOf(call).compare(0, 9, ".conf.zjn") == 0;
-            return call.name == c.call && isOnJournal ? c.error : 0;
+            auto const failing = cause.find(call.name);
+            isStored = isStored || (call.name == "rename" && nameOf(call) == ".conf.obf.new");
+            return isStored && failing != cause.end() ? failing->second : 0;
         };
-        expectFailure(journal_, "unlink()", EIO, plan, [&] { store(kLong); });
-        EXPECT_EQ(kLong.text, directory_.read("conf"));
+        {
+            Watch const watch(plan);
+            store(kLong);
+        }
         EXPECT_EQ(kLong, load());
-        EXPECT_EQ(c.names, directory_.names());
+        EXPECT_EQ(kLong.text, directory_.read("conf"));
+        store(kPlain);
+        EXPECT_EQ(kPlain, load());
+        EXPECT_EQ("conf", directory_.names());
     }
 }
 
-TEST_F(ZStoreFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
+TEST_F(ZJournaledFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
 {
     CallPlan const none;
     put(kShort);
     EXPECT_LT(
         5, failEachAllocation(
-               none, [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load); }, [] {}));
+               none, [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load); },
+               [] {}));
     // A store is whole or has not been.
     int const failed = failEachAllocation(
         none,
         [&] {
-            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-            ZStoreFile::Companion companion;
-            companion.change = ZStoreFile::Companion::written;
+            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            ZJournaledFile::Companion companion;
+            companion.change = ZJournaledFile::Companion::written;
             companion.path = companion_;
             companion.contents = viewOf(kLong.companion);
             file.commit(viewOf(kLong.text), companion);
@@ -1223,13 +1233,13 @@ TEST_F(ZStoreFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
     EXPECT_EQ(kLong, load());
     // So it is with what a dead writer left, for whoever loads it and for whoever finishes it.
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
-    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
         put(torn);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
         EXPECT_LT(10, failEachAllocation(
                           none,
                           [&] {
-                              ZStoreFile file(path_.c_str(), use);
+                              ZJournaledFile file(path_.c_str(), use);
                               file.readCompanion(companion_.c_str());
                           },
                           [&] { EXPECT_EQ(kLong, load()); }));
@@ -1243,62 +1253,22 @@ TEST_F(ZStoreFileCase, MemoryThatEndsLeavesThePairAndNothingElse)
             static_cast<struct stat*>(call.to)->st_size = 1;
     };
     EXPECT_LT(5, failEachAllocation(
-                     growing, [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load); },
+                     growing,
+                     [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load); },
                      [] {}));
 }
 
-TEST_F(ZStoreFileCase, MemoryThatEndsLeavesAFileThatIsMadeOnlyToOthers)
+TEST_F(ZJournaledFileCase, MemoryThatEndsLeavesNoFileThatWasMade)
 {
-    auto const make = [&] { ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store); };
+    auto const make = [&] {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+    };
     for (auto mode : {FailingAllocator::once, FailingAllocator::forEver})
         EXPECT_LT(5, failEachAllocation(
                          CallPlan(), make, [&] { EXPECT_EQ("", directory_.names()); }, mode));
-    // Whoever holds it, or has stored into it, found it meanwhile. Where that cannot be found out
-    // it stays, too.
-    struct Case {
-        char const* call;
-        int error;
-    };
-    for (Case const& c : {Case{"F_SETLK", EAGAIN}, Case{"fstat", EIO}, Case{"F_SETLK", 0}}) {
-        SCOPED_TRACE(std::string(c.call) + " " + std::to_string(c.error));
-        int met = 0;
-        bool raised = true;
-        for (unsigned long n = 1; raised; ++n) {
-            std::filesystem::remove(path_);
-            bool isMade = false;
-            bool isLocked = false;
-            bool isMet = false;
-            CallPlan plan;
-            plan.before = [&](SystemCall const& call) {
-                bool const isFailed = FailingAllocator::asked() >= n;
-                isMade = isMade || (call.flags & O_CREAT) != 0;
-                isLocked = isLocked || (call.name == "F_SETLK" && !isFailed);
-                if (!isMade || isLocked || !isFailed || call.name != c.call)
-                    return 0;
-                isMet = true;
-                std::error_code ignored;
-                if (c.error == 0)
-                    std::filesystem::resize_file(path_, 1, ignored);
-                return c.error;
-            };
-            {
-                WatchedCalls const watched(plan);
-                FailingAllocator::failAt(n);
-                try {
-                    make();
-                    raised = false;
-                } catch (std::bad_alloc const&) {
-                }
-                FailingAllocator::stop();
-            }
-            met += isMet;
-            EXPECT_EQ(isMet ? "conf" : "", directory_.names()) << n;
-        }
-        EXPECT_LT(0, met);
-    }
 }
 
-TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
+TEST_F(ZJournaledFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
 {
     Pair const pairs[][2] = {{kLong, kShort}, {kShort, kLong}};
     int news = 0;
@@ -1321,24 +1291,27 @@ TEST_F(ZStoreFileCase, WherePuttingBackFailsTooThePairIsOldOrNew)
                     Watch const watch(failing);
                     try {
                         store(pair[1]);
-                    } catch (ZStoreFile::Failure const&) {
+                    } catch (ZJournaledFile::IoError const&) {
                         raised = true;
                     }
                 }
+                // Where the old pair cannot be put back, the journal gives the new one; that is
+                // acknowledged unless it is not known what is on the disk.
                 Pair const found = load();
-                EXPECT_TRUE(found == pair[1] || (raised && found == pair[0]))
+                bool const isUnknown = raised && callPlan.failed == "fdatasync";
+                EXPECT_TRUE(found == pair[raised ? 0 : 1] || (isUnknown && found == pair[1]))
                     << callPlan.failed << " " << found;
-                news += raised && found == pair[1];
+                news += !raised && directory_.read("conf") != pair[1].text;
                 if (HasFailure())
                     return;
                 if (second > callPlan.calls)
                     break;
             }
     }
-    EXPECT_LT(5, news);
+    EXPECT_LT(0, news);
 }
 
-TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
+TEST_F(ZJournaledFileCase, StoreThatWritesNothingCutsNothing)
 {
     // Another program, which knows of no lock, appends while the journal cannot be written.
     put(kLong);
@@ -1355,7 +1328,7 @@ TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
         Watch const watch(failing);
         storeText(kShort.text);
         ADD_FAILURE();
-    } catch (ZStoreFile::Failure const& failure) {
+    } catch (ZJournaledFile::IoError const& failure) {
         EXPECT_EQ(ENOSPC, failure.error);
     }
     EXPECT_EQ(kLong.text + "more\n", directory_.read("conf"));
@@ -1364,7 +1337,7 @@ TEST_F(ZStoreFileCase, StoreThatWritesNothingCutsNothing)
     EXPECT_EQ(1000, status.st_mtime);
 }
 
-TEST_F(ZStoreFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
+TEST_F(ZJournaledFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
 {
     for (int error : {0, EOPNOTSUPP, ENOSYS, EINVAL})
         for (Shape const& shape : kShapes) {
@@ -1384,7 +1357,7 @@ TEST_F(ZStoreFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
         }
 }
 
-TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
+TEST_F(ZJournaledFileCase, RoomThatWasSetAsideIsGivenBack)
 {
     put(kShort);
     struct stat before;
@@ -1401,7 +1374,7 @@ TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
     };
     {
         Watch const watch(failing);
-        EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}), ZStoreFile::Failure);
+        EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}), ZJournaledFile::IoError);
     }
     struct stat after;
     ASSERT_EQ(0, stat(path_.c_str(), &after));
@@ -1409,30 +1382,20 @@ TEST_F(ZStoreFileCase, RoomThatWasSetAsideIsGivenBack)
     EXPECT_EQ(kShort.text + "more\n", directory_.read("conf"));
 }
 
-TEST_F(ZStoreFileCase, CloseOfWhatWasWrittenIsChecked)
+TEST_F(ZJournaledFileCase, CloseOfASyncedFileDoesNotMatter)
 {
-    int raised = 0;
-    bool reached = true;
-    for (int n = 1; reached; ++n) {
-        put(kShort);
-        int seen = 0;
-        CallPlan failing;
-        failing.before = [&](SystemCall const& call) {
-            return call.name == "close" && ++seen == n ? EIO : 0;
-        };
-        try {
-            Watch const watch(failing);
-            store(kLong);
-        } catch (ZStoreFile::Failure const& failure) {
-            ++raised;
-            EXPECT_STREQ("close()", failure.call);
-        }
-        reached = seen >= n;
+    put(kShort);
+    CallPlan failing;
+    failing.failing["close"] = EIO;
+    {
+        Watch const watch(failing);
+        store(kLong);
     }
-    EXPECT_EQ(2, raised);  // the journal, and the companion's new file
+    EXPECT_EQ(kLong, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
-TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
+TEST_F(ZJournaledFileCase, DiskThatFailsForGoodLeavesAWholePair)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -1447,11 +1410,12 @@ TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
                 Watch const watch(failing);
                 try {
                     store(shape.after);
-                } catch (ZStoreFile::Failure const&) {
+                } catch (ZJournaledFile::IoError const&) {
                     raised = true;
                 }
                 reached = !callPlan.failed.empty();
             }
+            // Where the text can neither be synced nor put back nothing is acknowledged.
             Pair const found = load();
             EXPECT_TRUE(found == shape.after || (raised && found == shape.before))
                 << callPlan.failed << " " << found;
@@ -1466,7 +1430,7 @@ TEST_F(ZStoreFileCase, DiskThatFailsForGoodLeavesAWholePair)
     }
 }
 
-TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
+TEST_F(ZJournaledFileCase, LoadNamesTheCallThatFailed)
 {
     put(kShort);
     for (int call = 1;; ++call) {
@@ -1478,8 +1442,8 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
         {
             Watch const watch(failing);
             try {
-                ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-            } catch (ZStoreFile::Failure const& failure) {
+                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            } catch (ZJournaledFile::IoError const& failure) {
                 seen = failure.call;
                 EXPECT_EQ(seen == "lstat()" ? journal_ : path_, failure.file);
             }
@@ -1497,7 +1461,7 @@ TEST_F(ZStoreFileCase, LoadNamesTheCallThatFailed)
     }
 }
 
-TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
+TEST_F(ZJournaledFileCase, LoadThatCannotLookAtTheJournalIsRefused)
 {
     // Find the call after which the text is torn: without its journal it is nothing.
     int torn = 0;
@@ -1517,7 +1481,7 @@ TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
         try {
             Watch const watch(failing);
             EXPECT_EQ(kShort, load());
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(EMFILE, failure.error);
             ++raised;
         }
@@ -1534,7 +1498,7 @@ TEST_F(ZStoreFileCase, LoadThatCannotLookAtTheJournalIsRefused)
     }
 }
 
-TEST_F(ZStoreFileCase, JournalThatCannotBeLookedAtIsNamed)
+TEST_F(ZJournaledFileCase, JournalThatCannotBeLookedAtIsNamed)
 {
     struct Case {
         char const* call;
@@ -1542,19 +1506,19 @@ TEST_F(ZStoreFileCase, JournalThatCannotBeLookedAtIsNamed)
         char const* text;
     };
     for (Case const& c :
-         {Case{"lstat", 1, "lstat()"}, Case{"open", 1, "open()"}, Case{"fstat", 1, "read()"},
+         {Case{"lstat", 1, "lstat()"}, Case{"open", 1, "open()"}, Case{"fstat", 1, "open()"},
           Case{"fstat", 2, "read()"}, Case{"pread", 1, "read()"}}) {
         SCOPED_TRACE(c.call);
         put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
-        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store})
+        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
             expectFailure(journal_, c.text, EMFILE, failing(c.call, ".conf.zjn", EMFILE, c.nth),
-                          [&] { ZStoreFile(path_.c_str(), use); });
+                          [&] { ZJournaledFile(path_.c_str(), use); });
         EXPECT_EQ(kLong, load());
     }
 }
 
-TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
+TEST_F(ZJournaledFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -1569,8 +1533,8 @@ TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
             (found == shape.after ? news : olds) += 1;
             // A store that begins finds the same pair, and leaves nothing of the dead one's.
             {
-                ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
-                EXPECT_EQ(found.text, std::string(file.text().data, file.text().length));
+                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                EXPECT_EQ(found.text, std::string(file.text().data(), file.text().size()));
                 file.commit(viewOf(kPlain.text), change(kPlain));
             }
             EXPECT_EQ(kPlain, load());
@@ -1585,19 +1549,19 @@ TEST_F(ZStoreFileCase, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
     }
 }
 
-TEST_F(ZStoreFileCase, ContentsOfACompanionThatGoesDoNotMatter)
+TEST_F(ZJournaledFileCase, ContentsOfACompanionThatGoesDoNotMatter)
 {
     put(kLong);
-    ZStoreFile::Companion companion = change(kPlain);
+    ZJournaledFile::Companion companion = change(kPlain);
     companion.contents = viewOf(kShort.companion);
     std::string journal;
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
     Watch const watch(keepingJournal(journal));
     file.commit(viewOf(kPlain.text), companion);
     EXPECT_EQ(journalOf(kLong, kPlain, companion_), journal);
 }
 
-TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
+TEST_F(ZJournaledFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
 {
     // Find the call after which the text is torn, then die at each call of the store that finishes.
     int torn = 0;
@@ -1620,7 +1584,7 @@ TEST_F(ZStoreFileCase, KilledWhileFinishingADeadStoreThePairIsStillNew)
     }
 }
 
-TEST_F(ZStoreFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
+TEST_F(ZJournaledFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
 {
     for (char const* failed : {"fallocate", "fsync"}) {  // for the text, of the companion
         SCOPED_TRACE(failed);
@@ -1632,44 +1596,45 @@ TEST_F(ZStoreFileCase, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
         };
         {
             Watch const watch(failing);
-            EXPECT_THROW(ZStoreFile(path_.c_str(), ZStoreFile::Use::store), ZStoreFile::Failure);
+            EXPECT_THROW(ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store),
+                         ZJournaledFile::IoError);
         }
         EXPECT_EQ(".conf.zjn conf conf.obf", directory_.names());
         EXPECT_EQ(kLong, load());
     }
 }
 
-TEST_F(ZStoreFileCase, FinishedTextThatCannotBeReadIsAFailure)
+TEST_F(ZJournaledFileCase, FinishedTextThatCannotBeReadIsAFailure)
 {
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
     expectFailure(path_, "read()", EIO, failing("pread", "conf", EIO, 2),
-                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
     EXPECT_EQ("conf conf.obf", directory_.names());
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZStoreFileCase, CompanionOfAnotherNameStaysWhenADeadStoreWasToBeRidOfIt)
+TEST_F(ZJournaledFileCase, CompanionOfAnotherNameStaysWhenADeadStoreWasToBeRidOfIt)
 {
     directory_.write("conf", kPlain.text);
     directory_.write("secrets", kLong.companion);
     directory_.write(".conf.zjn", journalOf(kLong, kPlain, directory_.at("secrets")));
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
-        EXPECT_EQ(kPlain.text, std::string(file.text().data, file.text().length));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        EXPECT_EQ(kPlain.text, std::string(file.text().data(), file.text().size()));
     }
     EXPECT_EQ("conf secrets", directory_.names());
     EXPECT_EQ(kLong.companion, directory_.read("secrets"));
 }
 
-TEST_F(ZStoreFileCase, JournalThatIsNotPutAsideOnlyHasNotToCount)
+TEST_F(ZJournaledFileCase, JournalThatIsNotPutAsideOnlyHasNotToCount)
 {
     std::string const whole = journalOf(kShort, kLong, "");
     put(kPlain);
     directory_.write(".conf.zjn", whole);
     {
         Watch const watch(failing("rename", ".conf.zjn"));
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
     EXPECT_EQ(".conf.zjn conf", directory_.names());
     EXPECT_EQ(".", endingOf(journal_.c_str()));
@@ -1677,7 +1642,7 @@ TEST_F(ZStoreFileCase, JournalThatIsNotPutAsideOnlyHasNotToCount)
     directory_.write(".conf.zjn", whole);
     {
         Watch const watch(failing("pwrite", ".conf.zjn"));
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
     EXPECT_EQ(whole, directory_.read(".conf.zjn.orphan"));
     // But one or the other it has to be.
@@ -1685,15 +1650,17 @@ TEST_F(ZStoreFileCase, JournalThatIsNotPutAsideOnlyHasNotToCount)
     CallPlan both;
     both.failing = {{"rename", EACCES}, {"pwrite", EIO}};
     expectFailure(journal_, "unlink()", EIO, both,
-                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
-    CallPlan hidden = failing("lstat", ".conf.zjn", EACCES, 2);  // it has been read by then
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    EXPECT_EQ(whole, directory_.read(".conf.zjn"));
+    directory_.write(".conf.zjn", whole);
+    CallPlan hidden = failing("open", ".conf.zjn", EACCES, 2);  // it has been read by then
     hidden.failing["rename"] = EACCES;
     expectFailure(journal_, "unlink()", EACCES, hidden,
-                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
 }
 
-TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
+TEST_F(ZJournaledFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
 {
     int calls = 0;
     do
@@ -1717,41 +1684,7 @@ TEST_F(ZStoreFileCase, KilledWhilePuttingBackThePairIsOldOrNew)
     EXPECT_LT(300, kills);
 }
 
-TEST_F(ZStoreFileCase, KilledWhilePuttingBackWithoutTheFirstJournalThePairIsOldOrNew)
-{
-    // The journal cannot be invalidated, and whether it is gone for good cannot be found out.
-    auto const lastCall = [this](std::string const& wanted, int failAt) {
-        put(kShort);
-        int last = 0;
-        CallPlan looking;
-        looking.failAt = failAt;
-        looking.before = [&](SystemCall const& call) {
-            if (call.name == wanted)
-                last = callPlan.calls;
-            return 0;
-        };
-        Watch const watch(looking);
-        store(kLong);
-        return last;
-    };
-    int const invalidated = lastCall("pwrite", 0);
-    int const synced = lastCall("fsync", invalidated);
-    int kills = 0;
-    for (int call = synced + 1;; ++call) {
-        SCOPED_TRACE(call);
-        put(kShort);
-        bool const died = storeUpTo(call, kLong, invalidated, synced);
-        Pair const found = load();
-        EXPECT_TRUE(found == kShort || (died && found == kLong)) << found;
-        if (HasFailure() || !died)
-            break;
-        ++kills;
-    }
-    EXPECT_EQ("conf conf.obf", directory_.names());
-    EXPECT_LT(10, kills);
-}
-
-TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
+TEST_F(ZJournaledFileCase, FileSizeLimitIsAFailureLikeAnother)
 {
     put(kShort);
     std::string const big(1 << 20, 'x');
@@ -1769,7 +1702,7 @@ TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
             try {
                 Watch const watch(plan);
                 storeText(big);
-            } catch (ZStoreFile::Failure const& failure) {
+            } catch (ZJournaledFile::IoError const& failure) {
                 error = failure.error;
             }
             sigset_t pending;
@@ -1784,7 +1717,7 @@ TEST_F(ZStoreFileCase, FileSizeLimitIsAFailureLikeAnother)
     }
 }
 
-TEST_F(ZStoreFileCase, FileSizeSignalThatWasPendingIsLeftPending)
+TEST_F(ZJournaledFileCase, FileSizeSignalThatWasPendingIsLeftPending)
 {
     sigset_t size;
     sigset_t before;
@@ -1802,7 +1735,7 @@ TEST_F(ZStoreFileCase, FileSizeSignalThatWasPendingIsLeftPending)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST_F(ZStoreFileCase, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
+TEST_F(ZJournaledFileCase, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
 {
     put(kShort);
     directory_.write(".conf.zjn", journalOf(kShort, {std::string(1 << 17, 'x'), ""}, ""));
@@ -1822,7 +1755,7 @@ TEST_F(ZStoreFileCase, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
 
 // ---- Without a journal -------------------------------------------------------------------------
 
-TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
+TEST_F(ZJournaledFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
 {
     for (Shape const& shape : kShapes) {
         if (shape.before.companion.empty() != shape.after.companion.empty())
@@ -1859,7 +1792,7 @@ TEST_F(ZStoreFileCase, DirectoryThatAllowsNoFilesIsWrittenInPlace)
     }
 }
 
-TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
+TEST_F(ZJournaledFileCase, FaultsWithoutAJournalPutTheOldPairBack)
 {
     put(kLong);
     chmod(path_.c_str(), 0606);
@@ -1875,7 +1808,7 @@ TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
                 Watch const watch(failing);
                 try {
                     store(kShort);
-                } catch (ZStoreFile::Failure const&) {
+                } catch (ZJournaledFile::IoError const&) {
                     raised = true;
                 }
                 reached = !callPlan.failed.empty();
@@ -1895,7 +1828,7 @@ TEST_F(ZStoreFileCase, FaultsWithoutAJournalPutTheOldPairBack)
     chmod(directory_.path().c_str(), 0700);
 }
 
-TEST_F(ZStoreFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
+TEST_F(ZJournaledFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
 {
     // What would be stored then lies between the texts of the journal, and would be lost.
     chmod(directory_.path().c_str(), 0777);
@@ -1908,9 +1841,9 @@ TEST_F(ZStoreFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
         chmod(folder.c_str(), 0555);
         std::string seen;
         try {
-            ZStoreFile file((folder + "/conf").c_str(), ZStoreFile::Use::store);
-            file.commit(viewOf("1100\n"), ZStoreFile::Companion());
-        } catch (ZStoreFile::Failure const& failure) {
+            ZJournaledFile file((folder + "/conf").c_str(), ZJournaledFile::Mode::store);
+            file.commit(viewOf("1100\n"), ZJournaledFile::Companion());
+        } catch (ZJournaledFile::IoError const& failure) {
             seen = failure.call;
         }
         chmod(folder.c_str(), 0755);
@@ -1918,7 +1851,7 @@ TEST_F(ZStoreFileCase, JournalThatCannotBeTakenAwayIsNotStoredBehind)
     });
 }
 
-TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
+TEST_F(ZJournaledFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
 {
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
@@ -1930,7 +1863,7 @@ TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion));
         chmod(folder.c_str(), 0555);
         {
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         }
         chmod(folder.c_str(), 0755);
         return directory_.read("folder/secrets") == kLong.companion &&
@@ -1938,7 +1871,7 @@ TEST_F(ZStoreFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
     });
 }
 
-TEST_F(ZStoreFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
+TEST_F(ZJournaledFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
 {
     struct Case {
         char const* call;
@@ -1961,7 +1894,7 @@ TEST_F(ZStoreFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
     }
 }
 
-TEST_F(ZStoreFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
+TEST_F(ZJournaledFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
 {
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
@@ -1971,13 +1904,13 @@ TEST_F(ZStoreFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
         directory_.write("target", kShort.companion);
         std::filesystem::create_symlink(directory_.at("target"), folder + "/secrets");
         chmod(folder.c_str(), 0555);
-        ZStoreFile::Companion companion = change(kLong);
+        ZJournaledFile::Companion companion = change(kLong);
         companion.path = folder + "/secrets";
         std::string seen;
         try {
-            ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
             file.commit(viewOf(kLong.text), companion);
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             seen = failure.call + std::to_string(failure.error);
         }
         chmod(folder.c_str(), 0755);
@@ -1986,7 +1919,7 @@ TEST_F(ZStoreFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
     });
 }
 
-TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
+TEST_F(ZJournaledFileCase, CompanionThatNobodyWouldReadIsNotMade)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -1998,7 +1931,7 @@ TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
         long const descriptors = openDescriptors();
         try {
             store(kLong);
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             return std::string(failure.call) == "fchown()" && load() == kPlain &&
                    directory_.names() == "conf" && openDescriptors() == descriptors;
         }
@@ -2019,14 +1952,14 @@ TEST_F(ZStoreFileCase, CompanionThatNobodyWouldReadIsNotMade)
             store(kLong);
         }
         return load() == kLong && directory_.names() == "conf conf.obf" &&
-               calls.find("pwrite ftruncate fsync ") != std::string::npos;
+               calls.find("ftruncate pwrite fsync ") != std::string::npos;
     });
     EXPECT_EQ(kLong, load());
 }
 
 // ---- The journal -------------------------------------------------------------------------------
 
-TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
+TEST_F(ZJournaledFileCase, PicksBetweenFilesAndJournal)
 {
     std::string const mixed = kShort.text + kLong.text.substr(kShort.text.size(), 5);
     struct Case {
@@ -2058,8 +1991,8 @@ TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
         EXPECT_EQ(c.expected, load());
         EXPECT_EQ(c.found.text, directory_.read("conf"));  // load writes nothing
         {
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
-            EXPECT_EQ(c.expected.text, std::string(file.text().data, file.text().length));
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+            EXPECT_EQ(c.expected.text, std::string(file.text().data(), file.text().size()));
         }
         EXPECT_EQ(c.expected, load());
         EXPECT_EQ(c.expected.text, directory_.read("conf"));
@@ -2069,7 +2002,7 @@ TEST_F(ZStoreFileCase, PicksBetweenFilesAndJournal)
     }
 }
 
-TEST_F(ZStoreFileCase, CompanionThatComesOrGoesIsOldOrNew)
+TEST_F(ZJournaledFileCase, CompanionThatComesOrGoesIsOldOrNew)
 {
     struct Case {
         char const* name;
@@ -2102,16 +2035,16 @@ TEST_F(ZStoreFileCase, CompanionThatComesOrGoesIsOldOrNew)
     }
 }
 
-TEST_F(ZStoreFileCase, CompanionThatGoesByTheJournalIsMissing)
+TEST_F(ZJournaledFileCase, CompanionThatGoesByTheJournalIsMissing)
 {
     put({kPlain.text, kLong.companion});
     directory_.write(".conf.zjn", journalOf(kLong, kPlain, companion_));
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
     expectFailure(companion_, "mapFile()", EINVAL, CallPlan(),
                   [&] { file.readCompanion(companion_.c_str()); });
 }
 
-TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
+TEST_F(ZJournaledFileCase, EveryInterruptedRewriteIsRecognised)
 {
     // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
     // a file leaves for a moment.
@@ -2143,14 +2076,14 @@ TEST_F(ZStoreFileCase, EveryInterruptedRewriteIsRecognised)
                     directory_.write("conf", text);
                     directory_.write(".conf.zjn", journalOf({before, ""}, {after, ""}, ""));
                     std::string const expected = text == before && before != after ? before : after;
-                    ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-                    ASSERT_EQ(expected, std::string(file.text().data, file.text().length))
+                    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+                    ASSERT_EQ(expected, std::string(file.text().data(), file.text().size()))
                         << length << " " << done << " " << zeroes;
                 }
     }
 }
 
-TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses)
+TEST_F(ZJournaledFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses)
 {
     struct Case {
         char const* before;
@@ -2178,7 +2111,7 @@ TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses
         directory_.write(".conf.zjn", journalOf({c.before, ""}, {c.after, ""}, ""));
         EXPECT_EQ((Pair{c.found, ""}), load());
         {
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::store);
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         }
         EXPECT_EQ(".conf.zjn.orphan conf", directory_.names());
         EXPECT_EQ(c.found, directory_.read("conf"));
@@ -2186,7 +2119,7 @@ TEST_F(ZStoreFileCase, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses
     }
 }
 
-TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
+TEST_F(ZJournaledFileCase, DamagedJournalsDoNotCount)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     std::string const whole = journalOf(kShort, kLong, companion_);
@@ -2246,7 +2179,7 @@ TEST_F(ZStoreFileCase, DamagedJournalsDoNotCount)
     EXPECT_EQ("-abb+", loadWith(wrong).text);
 }
 
-TEST_F(ZStoreFileCase, LargeJournalIsWrittenInPieces)
+TEST_F(ZJournaledFileCase, LargeJournalIsWrittenInPieces)
 {
     // The disk starts on each piece at once. That this can fail is nothing that matters.
     size_t const piece = 512 << 10;
@@ -2276,7 +2209,7 @@ TEST_F(ZStoreFileCase, LargeJournalIsWrittenInPieces)
     }
 }
 
-TEST_F(ZStoreFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
+TEST_F(ZJournaledFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
 {
     // The last four bytes of the new text, which the journal ends with, make it 0.
     std::string const before(40, 'o');
@@ -2302,7 +2235,7 @@ TEST_F(ZStoreFileCase, JournalWhoseChecksumIsZeroIsInvalidatedToo)
     EXPECT_EQ(edited, load());
 }
 
-TEST_F(ZStoreFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
+TEST_F(ZJournaledFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
 {
     // Whoever may not be led to the companion cannot tell whether the journal counts.
     std::filesystem::create_directory(directory_.at("folder"));
@@ -2311,11 +2244,11 @@ TEST_F(ZStoreFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
     std::string const journal = journalOf(kShort, kLong, directory_.at("folder/secrets"));
     directory_.write(".conf.zjn", journal);
     chmod(path_.c_str(), 0666);
-    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
         try {
-            ZStoreFile const file(path_.c_str(), use);
+            ZJournaledFile const file(path_.c_str(), use);
             ADD_FAILURE();
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(directory_.at("folder/secrets"), failure.file);
             EXPECT_STREQ("access()", failure.call);
             EXPECT_EQ(EPERM, failure.error);
@@ -2324,22 +2257,22 @@ TEST_F(ZStoreFileCase, CompanionThatMayNotBeLookedAtLeavesNoTornText)
     }
     chmod(path_.c_str(), 0600);
     {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-        EXPECT_EQ(kLong.text, std::string(file.text().data, file.text().length));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        EXPECT_EQ(kLong.text, std::string(file.text().data(), file.text().size()));
     }
     // Where the text is the old one, or somebody else's, there is nothing to be told.
     for (std::string const& text : {kShort.text, std::string("else\n")}) {
         directory_.write("conf", text);
         directory_.write(".conf.zjn", journal);
         chmod(path_.c_str(), 0666);
-        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
-            ZStoreFile const file(path_.c_str(), use);
-            EXPECT_EQ(text, std::string(file.text().data, file.text().length));
+        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+            ZJournaledFile const file(path_.c_str(), use);
+            EXPECT_EQ(text, std::string(file.text().data(), file.text().size()));
         }
     }
 }
 
-TEST_F(ZStoreFileCase, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalNotCount)
+TEST_F(ZJournaledFileCase, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalNotCount)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
     directory_.write("plain", "");
@@ -2349,12 +2282,12 @@ TEST_F(ZStoreFileCase, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalNotCo
         SCOPED_TRACE(name);
         directory_.write("conf", torn);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, directory_.at(name)));
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-        EXPECT_EQ(torn, std::string(file.text().data, file.text().length));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        EXPECT_EQ(torn, std::string(file.text().data(), file.text().size()));
     }
 }
 
-TEST_F(ZStoreFileCase, CompanionThatCannotBeLookedAtLeavesNoTornText)
+TEST_F(ZJournaledFileCase, CompanionThatCannotBeLookedAtLeavesNoTornText)
 {
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
@@ -2362,14 +2295,14 @@ TEST_F(ZStoreFileCase, CompanionThatCannotBeLookedAtLeavesNoTornText)
         SCOPED_TRACE(call);
         // Only what others may write, too, has to be told apart by lstat().
         chmod(path_.c_str(), strcmp(call, "lstat") == 0 ? 0620 : 0600);
-        for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store})
+        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
             expectFailure(companion_, "mapFile()", EIO, failing(call, "conf.obf"),
-                          [&] { ZStoreFile(path_.c_str(), use); });
+                          [&] { ZJournaledFile(path_.c_str(), use); });
     }
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
+TEST_F(ZJournaledFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     std::string const whole = journalOf(kShort, kLong, companion_);
@@ -2400,7 +2333,7 @@ TEST_F(ZStoreFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
     EXPECT_EQ(kLong.text, load().text);
 }
 
-TEST_F(ZStoreFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
+TEST_F(ZJournaledFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of several owners";
@@ -2419,13 +2352,13 @@ TEST_F(ZStoreFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
         SCOPED_TRACE(c.owner);
         ASSERT_EQ(0, chown(journal_.c_str(), c.owner, 0));
         asNobody([&] {
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-            return (file.text().length == kLong.text.size()) == c.counts;
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            return (file.text().size() == kLong.text.size()) == c.counts;
         });
     }
 }
 
-TEST_F(ZStoreFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
+TEST_F(ZJournaledFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
     std::string const second = directory_.at("second");
@@ -2449,9 +2382,9 @@ TEST_F(ZStoreFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
         std::string found;
         try {
             Watch const watch(racing);
-            ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-            found.assign(file.text().data, file.text().length);
-        } catch (ZStoreFile::Failure const& failure) {
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            found.assign(file.text().data(), file.text().size());
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(journal_, failure.file);
             found = failure.call;
         }
@@ -2461,7 +2394,7 @@ TEST_F(ZStoreFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
     }
 }
 
-TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
+TEST_F(ZJournaledFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
 {
     // Only under the name that belongs to the file may anything stand.
     put({kPlain.text, "text\n"});
@@ -2474,13 +2407,13 @@ TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
     for (char const* name : {"text", "xtext", "folder", "pipe", "conf", ".conf.zjn"}) {
         SCOPED_TRACE(name);
-        ZStoreFile::Companion companion = change(kLong);
+        ZJournaledFile::Companion companion = change(kLong);
         companion.path = directory_.at(name);
-        ZStoreFile file(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
         try {
             file.commit(viewOf(kLong.text), companion);
             ADD_FAILURE();
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(companion.path, failure.file);
             EXPECT_STREQ("access()", failure.call);
             EXPECT_EQ(EPERM, failure.error);
@@ -2492,7 +2425,7 @@ TEST_F(ZStoreFileCase, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
     EXPECT_EQ("x, as what is packed begins", directory_.read("xtext"));
 }
 
-TEST_F(ZStoreFileCase, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
+TEST_F(ZJournaledFileCase, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
 {
     put(kShort);
     std::string const folder = directory_.at("folder");
@@ -2502,61 +2435,61 @@ TEST_F(ZStoreFileCase, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
     directory_.write("secrets", kShort.companion);
     std::string const missing = directory_.at("missing/conf.obf");
     chmod(path_.c_str(), 0620);
-    ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-    EXPECT_EQ(0, file.mayName(companion_));
-    EXPECT_EQ(0, file.mayName(directory_.at("folder/../conf.obf")));
-    EXPECT_EQ(EPERM, file.mayName(directory_.at("secrets")));
-    EXPECT_EQ(EPERM, file.mayName(folder + "/conf.obf"));
-    EXPECT_EQ(EPERM, file.mayName(missing));
+    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+    EXPECT_EQ(0, file.checkCompanionPath(companion_));
+    EXPECT_EQ(0, file.checkCompanionPath(directory_.at("folder/../conf.obf")));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("secrets")));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(folder + "/conf.obf"));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(missing));
     {
         CallPlan hiding;
         hiding.before = [this](SystemCall const& call) {
-            return call.name == "stat" && call.path == directory_.path() ? EACCES : 0;
+            return call.name == "open" && call.path == directory_.at("folder/..") ? EACCES : 0;
         };
         Watch const watch(hiding);
-        EXPECT_EQ(EPERM, file.mayName(directory_.at("folder/../conf.obf")));
+        EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("folder/../conf.obf")));
     }
     {
         Watch const watch(failing("lstat", "conf.obf", EACCES));
-        EXPECT_EQ(EACCES, file.mayName(companion_));
+        EXPECT_EQ(EACCES, file.checkCompanionPath(companion_));
     }
     std::filesystem::remove(companion_);
-    EXPECT_EQ(0, file.mayName(companion_));  // it may be made
+    EXPECT_EQ(0, file.checkCompanionPath(companion_));  // it may be made
     // Only a regular file with one name that the file's owner owns.
     ASSERT_EQ(0, symlink("secrets", companion_.c_str()));
-    EXPECT_EQ(EPERM, file.mayName(companion_));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
     std::filesystem::remove(companion_);
     ASSERT_EQ(0, link(directory_.at("secrets").c_str(), companion_.c_str()));
-    EXPECT_EQ(EPERM, file.mayName(companion_));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
     std::filesystem::remove(directory_.at("secrets"));
-    EXPECT_EQ(0, file.mayName(companion_));
+    EXPECT_EQ(0, file.checkCompanionPath(companion_));
     if (geteuid() == 0) {
         ASSERT_EQ(0, chown(companion_.c_str(), 12345, 0));
-        EXPECT_EQ(EPERM, file.mayName(companion_));
+        EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
     }
     // One that is ours alone names any, but itself and its journal.
     chmod(path_.c_str(), 0600);
-    ZStoreFile const ours(path_.c_str(), ZStoreFile::Use::load);
+    ZJournaledFile const ours(path_.c_str(), ZJournaledFile::Mode::load);
     for (std::string const& name :
          {folder + "/conf.obf", folder + "/.conf.zjn", missing, companion_})
-        EXPECT_EQ(0, ours.mayName(name)) << name;
+        EXPECT_EQ(0, ours.checkCompanionPath(name)) << name;
     ASSERT_EQ(0, symlink("../conf", (folder + "/second").c_str()));
     for (std::string const& name : {path_, journal_, folder + "/../.conf.zjn", folder + "/second"})
-        EXPECT_EQ(EPERM, ours.mayName(name)) << name;
+        EXPECT_EQ(EPERM, ours.checkCompanionPath(name)) << name;
 }
 
-TEST_F(ZStoreFileCase, NewCompanionOfAFileThatOthersMayWriteIsBesideTheRealFile)
+TEST_F(ZJournaledFileCase, NewCompanionOfAFileThatOthersMayWriteIsBesideTheRealFile)
 {
     std::filesystem::create_directory(directory_.at("folder"));
     directory_.write("folder/real", kPlain.text);
     ASSERT_EQ(0, symlink("folder/real", path_.c_str()));
-    EXPECT_EQ(companion_, ZStoreFile(path_.c_str(), ZStoreFile::Use::load).newCompanion());
+    EXPECT_EQ(companion_, ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
     chmod(path_.c_str(), 0602);
     EXPECT_EQ(directory_.at("folder/real.obf"),
-              ZStoreFile(path_.c_str(), ZStoreFile::Use::load).newCompanion());
+              ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
 }
 
-TEST_F(ZStoreFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
+TEST_F(ZJournaledFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
 {
     // The journal goes beside the name as it was given then, unless that is a link, whose end
     // cannot be told.
@@ -2570,10 +2503,10 @@ TEST_F(ZStoreFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
                 _exit(9);
         std::string seen;
         try {
-            ZStoreFile file("conf", ZStoreFile::Use::store);
-            file.commit(viewOf(kPlain.text), ZStoreFile::Companion());
+            ZJournaledFile file("conf", ZJournaledFile::Mode::store);
+            file.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
             file.newCompanion();
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             seen = failure.file + " " + failure.call + " " + strerror(failure.error);
         }
         struct stat status;
@@ -2583,8 +2516,8 @@ TEST_F(ZStoreFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
         if (symlink("conf", "link") != 0)
             _exit(9);
         try {
-            ZStoreFile("link", ZStoreFile::Use::load);
-        } catch (ZStoreFile::Failure const& failure) {
+            ZJournaledFile("link", ZJournaledFile::Mode::load);
+        } catch (ZJournaledFile::IoError const& failure) {
             link = failure.file + " " + failure.call + " " + strerror(failure.error);
         }
         _exit(isStored && seen == std::string("conf getcwd() ") + strerror(ERANGE) &&
@@ -2597,7 +2530,7 @@ TEST_F(ZStoreFileCase, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
     EXPECT_EQ(0, status);
 }
 
-TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
+TEST_F(ZJournaledFileCase, JournalIsInvalidBeforeItIsRemoved)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -2618,11 +2551,11 @@ TEST_F(ZStoreFileCase, JournalIsInvalidBeforeItIsRemoved)
     CallPlan failing;
     failing.failing["rename"] = EIO;
     Watch const watch(failing);
-    EXPECT_THROW(store(kLong), ZStoreFile::Failure);
+    EXPECT_THROW(store(kLong), ZJournaledFile::IoError);
     EXPECT_EQ(".", watch.endings);
 }
 
-TEST_F(ZStoreFileCase, JournalThatGoesWhileItIsTakenAwayIsGone)
+TEST_F(ZJournaledFileCase, JournalThatGoesWhileItIsTakenAwayIsGone)
 {
     put(kShort);
     int looks = 0;
@@ -2636,12 +2569,12 @@ TEST_F(ZStoreFileCase, JournalThatGoesWhileItIsTakenAwayIsGone)
         store(kLong);
         EXPECT_EQ(2, watch.folderSyncs);  // for the names of journal and companion
     }
-    EXPECT_EQ(2, looks);  // for one of a dead writer, and for its own
+    EXPECT_EQ(2, looks);  // for one of a crashed writer, and for its own
     EXPECT_EQ(kLong, load());
     EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
-TEST_F(ZStoreFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
+TEST_F(ZJournaledFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
 {
     put(kPlain);
     CallPlan failing = planOn(XFS_SUPER_MAGIC);
@@ -2655,7 +2588,7 @@ TEST_F(ZStoreFileCase, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
     EXPECT_EQ(1, watch.folderSyncs);
 }
 
-TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
+TEST_F(ZJournaledFileCase, JournalIsAsSecretAsTheFile)
 {
     put(kShort);
     chmod(path_.c_str(), 0640);
@@ -2674,16 +2607,16 @@ TEST_F(ZStoreFileCase, JournalIsAsSecretAsTheFile)
     EXPECT_TRUE(seen);
 }
 
-TEST_F(ZStoreFileCase, CompanionThatCannotBeOneForItsLengthIsNotRead)
+TEST_F(ZJournaledFileCase, CompanionThatCannotBeOneForItsLengthIsNotRead)
 {
     put(kShort);
     off_t const most = off_t{257} << 20;
     ASSERT_EQ(0, truncate(companion_.c_str(), most + 1));
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
     try {
         file.readCompanion(companion_.c_str());
         ADD_FAILURE();
-    } catch (ZStoreFile::Failure const& failure) {
+    } catch (ZJournaledFile::IoError const& failure) {
         EXPECT_EQ(companion_, failure.file);
         EXPECT_STREQ("mapFile()", failure.call);
         EXPECT_EQ(EFBIG, failure.error);
@@ -2692,10 +2625,10 @@ TEST_F(ZStoreFileCase, CompanionThatCannotBeOneForItsLengthIsNotRead)
     EXPECT_EQ(static_cast<size_t>(most), file.readCompanion(companion_.c_str()).length());
 }
 
-TEST_F(ZStoreFileCase, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
+TEST_F(ZJournaledFileCase, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
 {
     put(kShort);
-    ZStoreFile file(path_.c_str(), ZStoreFile::Use::load);
+    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
     CallPlan cutting;
     cutting.before = [&](SystemCall const& call) {
         return call.name == "open" ? truncate(companion_.c_str(), 0) : 0;
@@ -2704,24 +2637,421 @@ TEST_F(ZStoreFileCase, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
                   [&] { file.readCompanion(companion_.c_str()); });
 }
 
-// ---- Locks -------------------------------------------------------------------------------------
+// ---- Causes that stay --------------------------------------------------------------------------
 
-TEST_F(ZStoreFileCase, ThreadThatStoresCannotLoadTheSameFile)
+namespace {
+
+// Fails a call with an error from its n-th time on.
+CallPlan failingFrom(std::string const& name, int error, int nth, bool& isReached)
+{
+    CallPlan plan;
+    plan.before = [=, &isReached, seen = 0](SystemCall const& call) mutable {
+        if (call.name != name || ++seen < nth)
+            return 0;
+        isReached = true;
+        return error;
+    };
+    return plan;
+}
+
+}  // namespace
+
+TEST_F(ZJournaledFileCase, CauseThatStaysChangesNothingOrIsNoFailure)
+{
+    char const* const calls[] = {"open",      "openat2",  "fstat",  "lstat",  "pread",
+                                 "write",     "pwrite",   "fsync",  "fchmod", "fdatasync",
+                                 "ftruncate", "rename",   "unlink", "close",  "sync_file_range",
+                                 "fallocate", "futimens", "F_SETLK"};
+    int const errors[] = {EIO, ENOSPC, EPERM, EACCES, EBUSY, EROFS, EMFILE};
+    Pair const others[] = {{"five five\n", packed("5")}, kPlain, {"seven\n", packed("777")}};
+    int stored = 0;
+    int raised = 0;
+    for (Shape const& shape : kShapes)
+        for (char const* name : calls)
+            for (int error : errors) {
+                bool isReached = true;
+                for (int n = 1; isReached; ++n) {
+                    SCOPED_TRACE(std::string(shape.name) + ": " + name + " " + strerror(error) +
+                                 " from " + std::to_string(n));
+                    put(shape.before);
+                    isReached = false;
+                    Pair expected = shape.before;
+                    CallPlan const plan = failingFrom(name, error, n, isReached);
+                    for (Pair const* next : {&shape.after, &others[0], &others[1], &others[2]}) {
+                        try {
+                            Watch const watch(next == &shape.after
+                                                  ? plan
+                                                  : failingFrom(name, error, 1, isReached));
+                            store(*next);
+                            expected = *next;
+                            ++stored;
+                        } catch (ZJournaledFile::IoError const&) {
+                            ++raised;
+                        }
+                        ASSERT_EQ(expected, load());
+                        if (!isReached)
+                            break;
+                    }
+                    store(kLong);
+                    ASSERT_EQ(kLong, load());
+                    ASSERT_EQ(kLong.text, directory_.read("conf"));
+                    ASSERT_EQ("conf conf.obf", directory_.names());
+                }
+            }
+    EXPECT_LT(1000, stored);
+    EXPECT_LT(1000, raised);
+}
+
+TEST_F(ZJournaledFileCase, CompanionWhoseNameIsFixedIsWrittenInPlace)
+{
+    for (int error : {EBUSY, EPERM})
+        for (Shape const& shape : kShapes) {
+            if (shape.before.companion.empty())
+                continue;
+            SCOPED_TRACE(std::string(shape.name) + ": " + strerror(error));
+            CallPlan plan;
+            plan.before = [error](SystemCall const& call) {
+                std::string const name = call.newPath != nullptr ? call.newPath
+                                         : call.path != nullptr  ? call.path
+                                                                 : "";
+                bool const isName = call.name == "rename" || call.name == "unlink";
+                return isName && name.find("/conf.obf") != std::string::npos ? error : 0;
+            };
+            put(shape.before);
+            {
+                Watch const watch(plan);
+                store(shape.after);
+            }
+            EXPECT_EQ(shape.after, load());
+            EXPECT_EQ(shape.after.companion, directory_.read("conf.obf"));
+            EXPECT_EQ("conf conf.obf", directory_.names());
+            // Killed at each call, the pair is old or new.
+            for (int call = 1; call < 200; ++call) {
+                put(shape.before);
+                CallPlan dying = plan;
+                dying.dieAt = call;
+                pid_t const child = fork();
+                if (child == 0) {
+                    Watch const watch(dying);
+                    store(shape.after);
+                    _exit(0);
+                }
+                int status = 0;
+                waitpid(child, &status, 0);
+                Pair const found = load();
+                ASSERT_TRUE(found == shape.before || found == shape.after) << call << found;
+                if (status == 0)
+                    break;
+            }
+        }
+}
+
+TEST_F(ZJournaledFileCase, CompanionThatIsMountedThereIsWrittenInPlace)
 {
     put(kShort);
-    ZStoreFile const storing(path_.c_str(), ZStoreFile::Use::store);
-    for (ZStoreFile::Use use : {ZStoreFile::Use::load, ZStoreFile::Use::store}) {
+    pid_t const child = fork();
+    if (child == 0) {
+        std::string const source = directory_.write("source", kShort.companion);
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount(source.c_str(), companion_.c_str(), nullptr, MS_BIND, nullptr) != 0)
+            _exit(77);
+        bool good = true;
+        for (Pair const& next : {kLong, kShort, kPlain, kLong}) {
+            store(next);
+            good = good && load() == next && directory_.read("source") == next.companion;
+        }
+        _exit(good ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "only root may mount";
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("conf conf.obf source", directory_.names());
+}
+
+TEST_F(ZJournaledFileCase, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 01777);
+    put(kShort);
+    ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
+    chmod(companion_.c_str(), 0666);
+    asNobody([&] {
+        store(kLong);
+        bool const isStored = load() == kLong;
+        store(kPlain);
+        return isStored && load() == kPlain;
+    });
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    EXPECT_EQ("", directory_.read("conf.obf"));
+}
+
+TEST_F(ZJournaledFileCase, FolderThatMayNotBeReadIsSyncedWithItsFileSystem)
+{
+    chmod(directory_.path().c_str(), 0777);
+    asNobody([&] {
+        std::string const folder = directory_.at("folder");
+        std::filesystem::create_directory(folder);
+        std::string const file = folder + "/conf";
+        std::string const companion = folder + "/conf.obf";
+        chmod(folder.c_str(), 0300);
+        int syncs = 0;
+        CallPlan counting;
+        counting.before = [&syncs](SystemCall const& call) {
+            syncs += call.name == "syncfs";
+            return 0;
+        };
+        for (Pair const& next : {kLong, kShort, kPlain}) {
+            Watch const watch(counting);
+            ZJournaledFile stored(file.c_str(), ZJournaledFile::Mode::store);
+            ZJournaledFile::Companion change = this->change(next);
+            change.path = companion;
+            stored.commit(next.text, change);
+        }
+        chmod(folder.c_str(), 0700);
+        return syncs >= 3 && directory_.read("folder/conf") == kPlain.text &&
+               namesIn(folder) == "conf";
+    });
+}
+
+// ---- What others put there meanwhile -----------------------------------------------------------
+
+namespace {
+
+// Runs `meddle` before the n-th call.
+CallPlan meddlingAt(int n, std::function<void()> const& meddle)
+{
+    CallPlan plan;
+    plan.before = [=](SystemCall const&) {
+        if (callPlan.calls == n)
+            meddle();
+        return 0;
+    };
+    return plan;
+}
+
+}  // namespace
+
+TEST_F(ZJournaledFileCase, LinksThatAreSwappedInAreNotFollowed)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    TestDirectory const elsewhere{TestDirectory::Place::memory};
+    Pair const secret = {"secret text\n", packed("root's own")};
+    auto const plant = [&] {
+        elsewhere.write("conf", secret.text);
+        elsewhere.write("conf.obf", secret.companion);
+    };
+    std::string const folder = directory_.at("folder");
+    std::string const away = directory_.at("away");
+    std::string const file = folder + "/conf";
+    struct Case {
+        char const* name;
+        std::function<void()> swap;
+    };
+    auto const swapForLink = [&](char const* name) {
+        return Case{name, [&, name] {
+                        std::filesystem::remove_all(folder + "/" + name);
+                        std::filesystem::create_symlink(
+                            elsewhere.at(strstr(name, "obf") != nullptr ? "conf.obf" : "conf"),
+                            folder + "/" + name);
+                    }};
+    };
+    Case const cases[] = {{"folder",
+                           [&] {
+                               std::filesystem::rename(folder, away);
+                               std::filesystem::create_directory_symlink(elsewhere.path(), folder);
+                           }},
+                          swapForLink("conf"),
+                          swapForLink("conf.obf"),
+                          swapForLink(".conf.zjn"),
+                          swapForLink(".conf.zjn.new"),
+                          swapForLink(".conf.obf.new")};
+    for (Case const& c : cases)
+        for (bool stores : {false, true})
+            for (int n = 1;; ++n) {
+                SCOPED_TRACE(std::string(c.name) + (stores ? ", store " : ", load ") +
+                             std::to_string(n));
+                std::filesystem::remove_all(folder);
+                std::filesystem::remove_all(away);
+                std::filesystem::create_directory(folder);
+                directory_.write("folder/conf", kShort.text);
+                directory_.write("folder/conf.obf", kShort.companion);
+                for (std::string const& path : {folder, file, folder + "/conf.obf"})
+                    ASSERT_EQ(0, chown(path.c_str(), 12345, 12345));
+                plant();
+                std::string read;
+                {
+                    Watch const watch(meddlingAt(n, c.swap));
+                    try {
+                        ZJournaledFile opened(file.c_str(), stores ? ZJournaledFile::Mode::store
+                                                                   : ZJournaledFile::Mode::load);
+                        ZJournaledFile::Bytes const bytes =
+                            opened.readCompanion((folder + "/conf.obf").c_str());
+                        read.assign(bytes.data(), bytes.length());
+                        read += opened.text();
+                        ZJournaledFile::Companion change = this->change(kLong);
+                        change.path = folder + "/conf.obf";
+                        if (stores)
+                            opened.commit(kLong.text, change);
+                    } catch (ZJournaledFile::IoError const&) {
+                    }
+                }
+                ASSERT_EQ(std::string::npos, read.find("secret"));
+                ASSERT_EQ(std::string::npos, read.find("root's own"));
+                ASSERT_EQ(secret.text, elsewhere.read("conf"));
+                ASSERT_EQ(secret.companion, elsewhere.read("conf.obf"));
+                ASSERT_EQ("conf conf.obf", elsewhere.names());
+                if (callPlan.calls < n)
+                    break;
+            }
+}
+
+TEST_F(ZJournaledFileCase, StoreOfAFileThatWasReplacedLeavesTheNewOneAlone)
+{
+    // An editor replaces the file; the writer of the new one dies in the middle of its text.
+    Pair const edited = {"edited edited edited\n", packed("e")};
+    int raised = 0;
+    int torn = 0;
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        put(kShort);
+        bool isStored = true;
+        bool isReplaced = false;
+        auto const replace = [&] {
+            pid_t const child = fork();
+            if (child == 0) {
+                directory_.write("edited", edited.text);
+                directory_.write("edited.obf", edited.companion);
+                rename(directory_.at("edited").c_str(), path_.c_str());
+                rename(directory_.at("edited.obf").c_str(), companion_.c_str());
+                // In a thread, as the plan of this one is at work.
+                std::thread([&] {
+                    CallPlan dying;
+                    dying.shortTransfers = true;
+                    dying.before = [writes = 0](SystemCall const& call) mutable {
+                        if (call.name == "pwrite" && nameOf(call) == "conf" && ++writes == 4)
+                            _exit(0);
+                        return 0;
+                    };
+                    Watch const watch(dying);
+                    store(kLong);
+                }).join();
+                _exit(1);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+            isReplaced = true;
+            torn += directory_.read("conf") != edited.text;
+        };
+        {
+            Watch const watch(meddlingAt(n, replace));
+            try {
+                store({"four four\n", packed("4")});
+            } catch (ZJournaledFile::IoError const& failure) {
+                isStored = false;
+                EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.call;
+            }
+        }
+        if (!isReplaced)
+            break;
+        Pair const found = load();
+        ASSERT_TRUE(found.text == kLong.text || found.text == edited.text || isStored) << found;
+        raised += !isStored;
+    }
+    EXPECT_LT(20, raised);
+    EXPECT_LT(20, torn);
+}
+
+TEST_F(ZJournaledFileCase, WhatCannotBeAJournalIsPutAside)
+{
+    struct Case {
+        char const* name;
+        std::function<void(std::string const&)> plant;
+    };
+    Case const cases[] = {
+        {"folder",
+         [](std::string const& path) { std::filesystem::create_directories(path + "/in"); }},
+        {"pipe", [](std::string const& path) { mkfifo(path.c_str(), 0600); }},
+        {"link", [](std::string const& path) { std::filesystem::create_symlink("conf", path); }},
+        {"second name",
+         [this](std::string const& path) {
+             std::filesystem::create_hard_link(directory_.write("other", "other\n"), path);
+         }},
+        {"writable by others",
+         [this](std::string const& path) {
+             directory_.write(".conf.zjn", "theirs\n");
+             chmod(path.c_str(), 0666);
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        put(kShort);
+        c.plant(journal_);
+        EXPECT_EQ(kShort, load());
+        store(kLong);
+        EXPECT_EQ(kLong, load());
+        EXPECT_EQ(0u, directory_.names().find(".conf.zjn.orphan conf conf.obf"))
+            << directory_.names();
+        // A temporary file of a folder's kind goes the same way.
+        put(kShort);
+        std::filesystem::create_directory(directory_.at(".conf.zjn.new"));
+        store(kLong);
+        EXPECT_EQ(kLong, load());
+        std::filesystem::remove(directory_.at("other"));
+    }
+}
+
+TEST_F(ZJournaledFileCase, OrphansAreNumberedAndNeverReplaced)
+{
+    for (char const* name : {".conf.zjn.orphan", ".conf.zjn.orphan.2", ".conf.zjn.orphan.3"}) {
+        SCOPED_TRACE(name);
+        directory_.write("conf", "else\n");
+        std::string const text = "old of " + std::string(name);
+        directory_.write(".conf.zjn", journalOf({text, ""}, kLong, ""));
+        storeText(kPlain.text);
+        EXPECT_NE(std::string::npos, directory_.read(name).find(text));
+    }
+    EXPECT_EQ(".conf.zjn.orphan .conf.zjn.orphan.2 .conf.zjn.orphan.3 conf", directory_.names());
+}
+
+TEST_F(ZJournaledFileCase, ObstacleThatCannotBePutAsideIsNamed)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 01777);
+    directory_.write(".conf.zjn", "root's\n");
+    directory_.write("conf", kPlain.text);
+    ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
+    ASSERT_EQ(0, chown(journal_.c_str(), 12345, 65534));
+    asNobody([&] {
+        expectFailure(journal_, "rename()", EEXIST, CallPlan(), [&] { storeText(kLong.text); });
+        return !HasFailure() && load() == kPlain;
+    });
+    EXPECT_EQ(".conf.zjn conf", directory_.names());
+}
+
+// ---- Locks -------------------------------------------------------------------------------------
+
+TEST_F(ZJournaledFileCase, ThreadThatStoresCannotLoadTheSameFile)
+{
+    put(kShort);
+    ZJournaledFile const storing(path_.c_str(), ZJournaledFile::Mode::store);
+    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
         try {
-            ZStoreFile const again(path_.c_str(), use);
+            ZJournaledFile const again(path_.c_str(), use);
             ADD_FAILURE();
-        } catch (ZStoreFile::Failure const& failure) {
+        } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_STREQ("fcntl()", failure.call);
             EXPECT_EQ(EDEADLK, failure.error);
         }
     }
 }
 
-TEST_F(ZStoreFileCase, FileThatWasMadeStaysWhenAnotherProcessHoldsIt)
+TEST_F(ZJournaledFileCase, FileThatWasMadeStaysWhenAnotherProcessHoldsIt)
 {
     struct Case {
         int error;
@@ -2731,18 +3061,18 @@ TEST_F(ZStoreFileCase, FileThatWasMadeStaysWhenAnotherProcessHoldsIt)
         SCOPED_TRACE(strerror(c.error));
         std::filesystem::remove(path_);
         expectFailure(path_, "fcntl()", c.error, failing("F_SETLK", "conf", c.error),
-                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
         EXPECT_EQ(c.names, directory_.names());
     }
 }
 
-TEST_F(ZStoreFileCase, OtherThreadsTakeTurns)
+TEST_F(ZJournaledFileCase, OtherThreadsTakeTurns)
 {
     put(kShort);
     std::atomic<bool> loaded{false};
     std::thread other;
     {
-        ZStoreFile storing(path_.c_str(), ZStoreFile::Use::store);
+        ZJournaledFile storing(path_.c_str(), ZJournaledFile::Mode::store);
         other = std::thread([&] {
             EXPECT_EQ(kLong, load());
             loaded = true;
@@ -2774,13 +3104,13 @@ bool isFree(std::string const& path)
 
 }  // namespace
 
-TEST_F(ZStoreFileCase, ClosingOneUserOfAFileKeepsTheLockOfAnother)
+TEST_F(ZJournaledFileCase, ClosingOneUserOfAFileKeepsTheLockOfAnother)
 {
     put(kShort);
-    auto first = std::make_unique<ZStoreFile>(path_.c_str(), ZStoreFile::Use::load);
+    auto first = std::make_unique<ZJournaledFile>(path_.c_str(), ZJournaledFile::Mode::load);
     EXPECT_FALSE(isFree(path_));
     {
-        ZStoreFile const second(path_.c_str(), ZStoreFile::Use::load);
+        ZJournaledFile const second(path_.c_str(), ZJournaledFile::Mode::load);
     }
     EXPECT_FALSE(isFree(path_));
     {
@@ -2792,7 +3122,7 @@ TEST_F(ZStoreFileCase, ClosingOneUserOfAFileKeepsTheLockOfAnother)
     EXPECT_TRUE(isFree(path_));
 }
 
-TEST_F(ZStoreFileCase, SecondNamesOfTheFileDoNotCostItsLock)
+TEST_F(ZJournaledFileCase, SecondNamesOfTheFileDoNotCostItsLock)
 {
     for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.zjn.orphan", ".conf.obf.new"}) {
         SCOPED_TRACE(name);
@@ -2817,7 +3147,7 @@ TEST_F(ZStoreFileCase, SecondNamesOfTheFileDoNotCostItsLock)
     }
 }
 
-TEST_F(ZStoreFileCase, PipesInTheJournalsPlaceAreNotOpened)
+TEST_F(ZJournaledFileCase, PipesInTheJournalsPlaceAreNotOpened)
 {
     for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
         SCOPED_TRACE(name);
@@ -2829,11 +3159,13 @@ TEST_F(ZStoreFileCase, PipesInTheJournalsPlaceAreNotOpened)
         EXPECT_EQ(0, poll(&pipe, 1, 0));  // it would say so if a writer had gone
         close(fd);
         EXPECT_EQ(kLong, load());
-        EXPECT_EQ("conf conf.obf", directory_.names());
+        bool const isJournal = strcmp(name, ".conf.zjn") == 0;
+        EXPECT_EQ(isJournal ? ".conf.zjn.orphan conf conf.obf" : "conf conf.obf",
+                  directory_.names());
     }
 }
 
-TEST_F(ZStoreFileCase, SharedFilesLockRangesForEachOther)
+TEST_F(ZJournaledFileCase, SharedFilesLockRangesForEachOther)
 {
     put(kShort);
     ZSharedFile one;
@@ -2862,7 +3194,7 @@ TEST_F(ZStoreFileCase, SharedFilesLockRangesForEachOther)
     EXPECT_FALSE(other.isOpen());
 }
 
-TEST_F(ZStoreFileCase, OnlyRegularFilesAreOpened)
+TEST_F(ZJournaledFileCase, OnlyRegularFilesAreOpened)
 {
     ZSharedFile file;
     EXPECT_EQ(EISDIR, file.open(directory_.path().c_str(), O_RDONLY, 0));
@@ -2877,7 +3209,7 @@ TEST_F(ZStoreFileCase, OnlyRegularFilesAreOpened)
     EXPECT_FALSE(!file.isOpen());
 }
 
-TEST_F(ZStoreFileCase, ClosedStandardDescriptorsDoNotGetIntoAFile)
+TEST_F(ZJournaledFileCase, ClosedStandardDescriptorsDoNotGetIntoAFile)
 {
     put(kShort);
     for (int closed = 0; closed < 8; ++closed) {
@@ -2906,10 +3238,10 @@ TEST_F(ZStoreFileCase, ClosedStandardDescriptorsDoNotGetIntoAFile)
     }
 }
 
-TEST_F(ZStoreFileCase, ChildOfAForkStartsAnew)
+TEST_F(ZJournaledFileCase, ChildOfAForkStartsAnew)
 {
     put(kShort);
-    ZStoreFile const loading(path_.c_str(), ZStoreFile::Use::load);
+    ZJournaledFile const loading(path_.c_str(), ZJournaledFile::Mode::load);
     pid_t const child = fork();
     if (child == 0) {
         Pair const found = load();
@@ -2920,7 +3252,7 @@ TEST_F(ZStoreFileCase, ChildOfAForkStartsAnew)
     EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
-TEST_F(ZStoreFileCase, FileThatIsReplacedAgainAndAgainIsGivenUp)
+TEST_F(ZJournaledFileCase, FileThatIsReplacedAgainAndAgainIsGivenUp)
 {
     put(kShort);
     std::atomic<bool> stop{false};
@@ -2931,15 +3263,15 @@ TEST_F(ZStoreFileCase, FileThatIsReplacedAgainAndAgainIsGivenUp)
         }
     });
     for (int i = 0; i < 200; ++i) {
-        ZStoreFile const file(path_.c_str(), ZStoreFile::Use::load);
-        std::string const text(file.text().data, file.text().length);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        std::string const text(file.text().data(), file.text().size());
         EXPECT_TRUE(text == kShort.text || text.compare(0, 5, "edit ") == 0) << text;
     }
     stop = true;
     editor.join();
 }
 
-TEST_F(ZStoreFileCase, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
+TEST_F(ZJournaledFileCase, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
 {
     put(kShort);
     int opened = 0;
@@ -2953,14 +3285,14 @@ TEST_F(ZStoreFileCase, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
         return 0;
     };
     expectFailure(path_, "fopen(r)", ESTALE, replacing,
-                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
     EXPECT_EQ(100, opened);
     expectFailure(path_, "fopen(r+)", ESTALE, replacing,
-                  [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::store); });
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
     EXPECT_EQ("edited\n", directory_.read("conf"));
 }
 
-TEST_F(ZStoreFileCase, FileThatGoesWhileItIsOpenedIsMissing)
+TEST_F(ZJournaledFileCase, FileThatGoesWhileItIsOpenedIsMissing)
 {
     // Before its real path is known, and behind that.
     for (char const* moment : {"open", "F_SETLK"}) {
@@ -2973,7 +3305,7 @@ TEST_F(ZStoreFileCase, FileThatGoesWhileItIsOpenedIsMissing)
         };
         put(kPlain);
         expectFailure(path_, "fopen(r)", ENOENT, removing,
-                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
         EXPECT_TRUE(isGone);
         // A store makes it anew, also when it is the one that it made.
         for (bool made : {false, true}) {
@@ -2991,13 +3323,13 @@ TEST_F(ZStoreFileCase, FileThatGoesWhileItIsOpenedIsMissing)
     }
 }
 
-TEST_F(ZStoreFileCase, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
+TEST_F(ZJournaledFileCase, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
 {
     struct Case {
         char const* target;
         int error;
     };
-    for (Case const& c : {Case{"conf", ELOOP}, Case{"missing", ENOENT}}) {
+    for (Case const& c : {Case{"conf", ELOOP}, Case{"missing", ELOOP}}) {
         SCOPED_TRACE(c.target);
         put(kPlain);
         CallPlan linking;
@@ -3006,7 +3338,7 @@ TEST_F(ZStoreFileCase, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
                 std::filesystem::create_symlink(c.target, path_);
         };
         expectFailure(path_, "fopen(r)", c.error, linking,
-                      [&] { ZStoreFile(path_.c_str(), ZStoreFile::Use::load); });
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
         std::filesystem::remove(path_);
     }
 }

@@ -1,0 +1,125 @@
+#include "companion.h"
+
+#include <errno.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include "access.h"
+
+namespace zstore {
+
+std::string defaultCompanionPath(std::string const& path)
+{
+    if (path[0] == '/')
+        return path + kCompanionSuffix;
+    char directory[4096];
+    if (getcwd(directory, sizeof directory) == nullptr)
+        throw IoError{path, "getcwd()", errno};
+    return std::string(directory) + "/" + path + kCompanionSuffix;
+}
+
+bool looksCompressed(std::string_view bytes)
+{
+    if (bytes.size() < 2)
+        return bytes.empty();
+    auto const first = static_cast<unsigned char>(bytes[0]);
+    auto const second = static_cast<unsigned char>(bytes[1]);
+    return (first & 0x0F) == Z_DEFLATED && (first * 256 + second) % 31 == 0;
+}
+
+CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
+    : main_(main), path_(path), name_(namePart(path))
+{
+    directoryError_ = elsewhere_.openFollowingLinks(directoryPart(path));
+    if (directoryError_ != 0)
+        return;
+    if (isSameFile(elsewhere_.status(), main.directory.status())) {
+        directory_ = &main.directory;
+        isOwn_ = name_ == main.name + kCompanionSuffix;
+    }
+    if (!isOwn_ && name_ == namePart(main.path) + kCompanionSuffix) {
+        Directory given;  // if the given path is a link
+        isOwn_ = given.openFollowingLinks(directoryPart(main.path)) == 0 &&
+                 isSameFile(elsewhere_.status(), given.status());
+    }
+}
+
+bool CompanionFile::isJournal() const
+{
+    return directory_ == &main_.directory && name_ == main_.journalName();
+}
+
+int CompanionFile::check() const
+{
+    struct stat target;
+    bool const isMain = directoryError_ == 0 &&
+                        fstatat(directory_->descriptor(), name_.c_str(), &target, 0) == 0 &&
+                        isSameFile(target, main_.status);
+    if (isJournal() || isMain)
+        return EPERM;
+    if (onlyWeCanWrite(main_.status))
+        return 0;
+    if (!isOwn_)
+        return EPERM;
+    struct stat status;
+    int const error = directory_->stat(name_, status);
+    if (error != 0)
+        return error == ENOENT ? 0 : error;
+    return checkStatus(status);
+}
+
+int CompanionFile::checkStatus(struct stat const& status) const
+{
+    if (isSameFile(status, main_.status))
+        return EPERM;
+    if (onlyWeCanWrite(main_.status))
+        return 0;
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == main_.status.st_uid
+               ? 0
+               : EPERM;
+}
+
+bool CompanionFile::exists(struct stat& status) const
+{
+    int const links = onlyWeCanWrite(main_.status) ? 0 : AT_SYMLINK_NOFOLLOW;
+    return directoryError_ == 0 &&
+           fstatat(directory_->descriptor(), name_.c_str(), &status, links) == 0;
+}
+
+int CompanionFile::openForReading(ZSharedFile& file) const
+{
+    if (int const error = check())
+        return error;
+    if (directoryError_ != 0)
+        return directoryError_;
+    int const links = onlyWeCanWrite(main_.status) ? 0 : O_NOFOLLOW;
+    int const error = file.openAt(directory_->descriptor(), name_.c_str(), O_RDONLY | links, 0);
+    return error != 0 ? error : checkOpen(file);
+}
+
+int CompanionFile::checkOpen(ZSharedFile& file) const
+{
+    struct stat status;
+    int const error = fstat(file.descriptor(), &status) != 0 ? errno : checkStatus(status);
+    if (error != 0)
+        file.close();
+    return error;
+}
+
+int CompanionFile::openForWriting(ZSharedFile& file) const
+{
+    if (directoryError_ != 0)
+        return directoryError_;
+    int error = file.openAt(directory_->descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0);
+    if (error != 0)
+        return error;
+    struct stat status;
+    error = checkOpen(file);
+    if (error == 0 && fstat(file.descriptor(), &status) == 0 && status.st_nlink != 1)
+        error = EMLINK;
+    if (error != 0)
+        file.close();
+    return error;
+}
+
+}  // namespace zstore

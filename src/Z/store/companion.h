@@ -1,0 +1,78 @@
+// companion: which file a configuration file can use for its obfuscated values.
+//
+// A file that only we can write can name any companion. Another one can only use the one that
+// belongs to its path, "<path>.obf", and only if that is a regular file with one link and the
+// owner of the file. No file can name itself or its journal.
+//
+// Every decision is made on an open file or by the descriptor of its directory.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "main_file.h"
+
+namespace zstore {
+
+constexpr char kCompanionSuffix[] = ".obf";
+// zlib adds less than 1 MiB to 256 MiB, the limit of an expanded companion.
+constexpr off_t kMaxCompanionSize = off_t{257} << 20;
+
+/// Returns ".obf" appended to `path`, made absolute.
+/// throws  IoError (path, "getcwd()", errno).
+std::string defaultCompanionPath(std::string const& path);
+
+/// Returns whether the contents can be those of a companion: nothing, or the first bytes of a zlib
+/// stream.
+bool looksCompressed(std::string_view bytes);
+
+class CompanionFile {
+public:
+    /// Opens the directory of the companion at `path`. It may be missing.
+    /// throws  std::bad_alloc.
+    CompanionFile(MainFile const& main, std::string const& path);
+    CompanionFile(CompanionFile const&) = delete;
+    CompanionFile& operator=(CompanionFile const&) = delete;
+
+    std::string const& path() const { return path_; }
+    std::string const& name() const { return name_; }
+    Directory const& directory() const { return *directory_; }
+
+    /// Returns whether this is the companion that belongs to the path of the main file. Only such a
+    /// file is ever removed.
+    bool isOwn() const { return isOwn_; }
+
+    /// Returns 0 if the main file can use this companion: EPERM, or the errno if that cannot be
+    /// found out.
+    int check() const;
+
+    /// Returns whether there is a file, with its status; links at the name are followed if the main
+    /// file can use any companion.
+    bool exists(struct stat& status) const;
+
+    /// Opens the companion and checks it again, on its descriptor.
+    /// codes   ENOENT if it is missing; EPERM as check(); EISDIR or EINVAL for anything but a
+    ///         regular file; else the errno of the call.
+    /// throws  std::bad_alloc.
+    int openForReading(ZSharedFile& file) const;
+
+    /// Opens it to be written in place: only a regular file with one link, never by a link.
+    /// codes   as openForReading(); EMLINK; ELOOP.
+    int openForWriting(ZSharedFile& file) const;
+
+private:
+    bool isJournal() const;
+    int checkStatus(struct stat const& status) const;
+    int checkOpen(ZSharedFile& file) const;
+
+    MainFile const& main_;
+    std::string const path_;
+    std::string const name_;
+    bool isOwn_ = false;
+    Directory elsewhere_;
+    Directory const* directory_ = &elsewhere_;
+    int directoryError_ = 0;
+};
+
+}  // namespace zstore

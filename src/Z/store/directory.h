@@ -1,0 +1,64 @@
+// directory: one directory, and files in it by name.
+//
+// A Directory holds a descriptor, so that all steps of a store take place in the same directory
+// even if its path means another one meanwhile. No function follows a symbolic link at the name.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "system_calls.h"
+
+namespace zstore {
+
+/// Returns the directory part of a path, "." for a bare name.
+std::string directoryPart(std::string const& path);
+std::string namePart(std::string const& path);
+
+/// Returns ".<name><suffix>".
+std::string hiddenSibling(std::string const& name, char const* suffix);
+
+class Directory {
+public:
+    Directory() = default;
+
+    /// Opens a directory whose path has no symbolic links, and follows none. Returns 0 or an
+    /// errno: ELOOP or ENOTDIR if a link is there by now.
+    int openResolved(std::string const& path);
+
+    /// Opens a directory; links in its path are followed.
+    int openFollowingLinks(std::string const& path);
+
+    int descriptor() const { return fd_.get(); }
+    struct stat const& status() const { return status_; }
+    std::string pathOf(std::string const& name) const;
+
+    // Each returns 0 or an errno.
+    int stat(std::string const& name, struct stat& status) const;
+    int check(std::string const& name, struct stat const& file) const;  // ESTALE: another file
+    bool isAt(std::string const& name, struct stat const& file) const
+    {
+        return check(name, file) == 0;
+    }
+    int rename(std::string const& from, std::string const& to) const;
+    int renameWithoutReplacing(std::string const& from, std::string const& to) const;
+    int remove(std::string const& name) const;  // a missing file is no failure
+
+    /// Opens a file and returns a descriptor of at least 3; -1 with errno if it fails. Only for
+    /// files that cannot be open for locking: closing a second descriptor drops their locks.
+    int openFile(std::string const& name, int flags, mode_t mode) const;
+
+    /// Waits until the names in the directory are durable. A directory that cannot be opened for
+    /// reading is synced with its whole file system, by `anyFile` on it.
+    int sync(int anyFile) const;
+
+private:
+    int adopt(int fd, std::string&& path);
+
+    ScopedFd fd_;
+    std::string path_;
+    struct stat status_ = {};
+};
+
+}  // namespace zstore

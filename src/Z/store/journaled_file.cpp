@@ -1,0 +1,217 @@
+#include "journaled_file.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <utility>
+
+#include "access.h"
+
+using namespace zstore;
+
+namespace {
+
+constexpr char kMapCall[] = "mapFile()";
+
+}  // namespace
+
+ZJournaledFile::Stamp::Stamp(struct stat const& status)
+    : seconds(status.st_mtim.tv_sec),
+      nanoseconds(status.st_mtim.tv_nsec),
+      size(status.st_size),
+      inode(status.st_ino),
+      device(status.st_dev)
+{
+}
+
+bool ZJournaledFile::Stamp::operator==(Stamp const& other) const
+{
+    return seconds == other.seconds && nanoseconds == other.nanoseconds && size == other.size &&
+           inode == other.inode && device == other.device;
+}
+
+ZJournaledFile::ZJournaledFile(char const* path, Mode mode) : file_(path)
+{
+    file_.locate(mode == Mode::store);
+    do {
+        file_.open();
+        stamp_ = Stamp(file_.status);
+        file_.read();
+    } while (!recover(mode));
+}
+
+ZJournaledFile::~ZJournaledFile() = default;
+
+// Decides between the files and a journal that a crashed writer left. We hold the lock: a live
+// writer would not let us. Returns false if the file has been replaced: then the journal may be
+// that of a writer of the new file, and is not touched.
+bool ZJournaledFile::recover(Mode mode)
+{
+    FoundJournal found = findJournal(file_.directory, file_.journalName(), file_.status);
+    if (found.kind != FoundJournal::none && mode == Mode::store && !file_.hasItsName())
+        return false;
+    if (found.kind == FoundJournal::invalid)
+        invalidJournal_ = found.status;
+    if (found.kind == FoundJournal::obstacle && mode == Mode::store)
+        putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
+    if (found.kind != FoundJournal::valid)
+        return true;
+    SizeSignalGuard const noSignal;
+    Journal const& journal = *found.journal;
+    std::string_view const text = file_.contents.view();
+    bool const describes = journal.isPartialRewrite(text);
+    bool const isOld = describes && journal.isOld(text);
+    bool const counts =
+        describes && (journal.companion.empty() || describesCompanion(journal, isOld));
+    if (!counts || isOld) {
+        if (mode == Mode::store)
+            retireOutdated(found, counts);
+    } else if (mode == Mode::load) {
+        file_.contents = journal.newText(text);
+        journal_ = std::move(found.journal);
+    } else {
+        replay(found);
+    }
+    return true;
+}
+
+// Completes the store of a crashed writer.
+void ZJournaledFile::replay(FoundJournal const& found)
+{
+    Journal const& journal = *found.journal;
+    Bytes const newText = journal.newText(file_.contents.view());
+    Companion companion;
+    companion.path = journal.companion;
+    companion.contents = journal.newCompanion;
+    if (!companion.path.empty() && !journal.newIsNone)
+        companion.change = Companion::written;
+    else if (!companion.path.empty() && isOwnCompanion(companion.path))
+        companion.change = Companion::removed;
+    Writer(file_, newText.view(), companion).replay(found.status);
+    file_.read();
+    stamp_ = Stamp(file_.status);
+}
+
+// Removes a journal of a writer that crashed before it touched the file, or puts it aside if
+// another program has written the file since. If it stayed, the text that is stored next could be
+// taken for an interrupted rewrite.
+void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
+{
+    Directory const& directory = file_.directory;
+    std::string const name = file_.journalName();
+    JournalFile journal(directory, name);
+    journal.adopt(found.status);
+    int error = 0;
+    if (isOld) {
+        if (!found.journal->companion.empty()) {
+            CompanionFile const companion(file_, found.journal->companion);
+            if (companion.directory().descriptor() >= 0)
+                companion.directory().remove(hiddenSibling(companion.name(), ".new"));
+        }
+        error = journal.retire(file_.status.st_dev, file_.fd);
+    } else {
+        // It keeps its texts for a comparison.
+        error = journal.invalidate(file_.status.st_dev);
+        if (putAside(directory, name, found.status) == 0)
+            error = 0;
+    }
+    if (error != 0)
+        throw IoError{file_.pathOf(name), "unlink()", error};
+}
+
+// Returns whether the companion is the one that the journal's writer found or wrote. A companion
+// that the file may not use any more is not read: without it only the old text is known to be
+// complete.
+bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) const
+{
+    CompanionFile const companion(file_, journal.companion);
+    int error = companion.check();
+    if (error == EPERM && oldText)
+        return false;
+    if (error == EPERM)
+        throw IoError{journal.companion, "access()", error};
+    ZSharedFile file;
+    Bytes contents;
+    if (error == 0)
+        error = companion.openForReading(file);
+    bool const present = error == 0;
+    if (present)
+        error = readAll(file.descriptor(), contents);
+    if (error == EISDIR || error == EINVAL || error == ENOTDIR)  // no store created this
+        return false;
+    if (error != 0 && error != ENOENT)
+        throw IoError{journal.companion, kMapCall, error};
+    return journal.describesCompanion(present, contents.view());
+}
+
+ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
+{
+    CompanionFile const companion(file_, name);
+    if (int const error = companion.check())
+        throw IoError{name, "access()", error};
+    if (journal_ != nullptr && journal_->companion == name) {
+        std::string_view const packed = journal_->newCompanion;
+        if (packed.empty())
+            throw IoError{name, kMapCall, EINVAL};
+        Bytes contents(packed.size());
+        memcpy(contents.data(), packed.data(), packed.size());
+        return contents;
+    }
+    // The codes are those of mapping the file: a length of 0, also of a missing file, cannot be
+    // mapped, nor can anything but a regular file.
+    struct stat status;
+    if (!companion.exists(status))
+        throw IoError{name, kMapCall, EINVAL};
+    ZSharedFile file;
+    Bytes contents;
+    int error = S_ISREG(status.st_mode) ? companion.openForReading(file) : ENODEV;
+    if (error == EPERM)
+        throw IoError{name, "access()", error};
+    if (error == 0 && fstat(file.descriptor(), &status) != 0)
+        error = errno;
+    if (error == 0 && status.st_size > kMaxCompanionSize)
+        error = EFBIG;
+    if (error == 0)
+        error = readAll(file.descriptor(), contents);
+    if (error == 0 && contents.length() == 0)
+        error = EINVAL;
+    if (error != 0)
+        throw IoError{name, kMapCall, error};
+    return contents;
+}
+
+std::string ZJournaledFile::newCompanion() const
+{
+    return onlyWeCanWrite(file_.status) ? defaultCompanionPath(file_.path)
+                                        : file_.real + kCompanionSuffix;
+}
+
+std::string ZJournaledFile::defaultCompanionPath(std::string const& path)
+{
+    return zstore::defaultCompanionPath(path);
+}
+
+bool ZJournaledFile::isOwnCompanion(std::string const& name) const
+{
+    return CompanionFile(file_, name).isOwn();
+}
+
+int ZJournaledFile::checkCompanionPath(std::string const& name) const
+{
+    return CompanionFile(file_, name).check();
+}
+
+void ZJournaledFile::commit(std::string_view text, Companion const& companion)
+{
+    SizeSignalGuard const noSignal;
+    if (companion.change != Companion::kept)
+        if (int const error = checkCompanionPath(companion.path))
+            throw IoError{companion.path, "access()", error};
+    Writer writer(file_, text, companion);
+    if (invalidJournal_.st_nlink != 0)
+        writer.replaceInvalidJournal(invalidJournal_);
+    writer.commit();
+    file_.isCreated = false;
+    stamp_ = Stamp(file_.status);
+}

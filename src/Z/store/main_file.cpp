@@ -1,0 +1,148 @@
+#include "main_file.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+namespace zstore {
+
+namespace {
+
+constexpr int kMaxAttempts = 100;  // at a file that is replaced again and again
+constexpr int kMaxLinks = 40;
+
+// Returns what the link at `path` points to, as a path from where we are; "" if it is no link.
+std::string targetOf(std::string const& path)
+{
+    char target[PATH_MAX];
+    ssize_t const length = readlink(path.c_str(), target, sizeof target);
+    if (length <= 0 || length == static_cast<ssize_t>(sizeof target))
+        return "";
+    std::string const text(target, static_cast<size_t>(length));
+    size_t const slash = path.rfind('/');
+    bool const isRelative = text[0] != '/' && slash != std::string::npos;
+    return isRelative ? path.substr(0, slash + 1) + text : text;
+}
+
+}  // namespace
+
+void MainFile::locate(bool forAStore)
+{
+    forStore = forAStore;
+    real.reserve(PATH_MAX);  // a file that is created must not stay for lack of its name
+    if (int const error = resolve())
+        throw IoError{path, openCall(), error};
+}
+
+void MainFile::open()
+{
+    do {
+        close();
+        if (attempts++ == kMaxAttempts)
+            throw IoError{path, openCall(), ESTALE};
+    } while (!openOnce());
+}
+
+// Finds directory and name. A link that leads nowhere is no reason not to create the file that it
+// points to.
+int MainFile::resolve()
+{
+    std::string at = path;
+    for (int links = 0; links < kMaxLinks; ++links) {
+        char resolved[PATH_MAX];
+        if (realpath(at.c_str(), resolved) != nullptr) {
+            real = resolved;
+            name = namePart(real);
+            return name.empty() ? EISDIR : directory.openResolved(directoryPart(real));
+        }
+        int const error = errno;
+        std::string const target = targetOf(at);
+        if (target.empty())
+            return locateAsGiven(at);
+        if (error != ENOENT || !forStore)
+            return error;
+        at = target;
+    }
+    return ELOOP;
+}
+
+// The path has no real path: the file is missing, or its real path is too long to be told.
+int MainFile::locateAsGiven(std::string const& at)
+{
+    real = at;
+    name = namePart(at);
+    if (int const error = directory.openFollowingLinks(directoryPart(at)))
+        return error;
+    return name.empty() ? EISDIR : 0;
+}
+
+// Opens and locks the file; returns false if its name came to mean another file meanwhile.
+bool MainFile::openOnce()
+{
+    int error = openByName();
+    if (forStore && error == EEXIST)
+        return false;
+    if (error != 0)
+        throw IoError{path, openCall(), error};
+    error = file.lock(forStore ? F_WRLCK : F_RDLCK, 0, 0);
+    if (error != 0) {
+        // Another process may have found the new file, and hold it: then it is theirs.
+        bool const isHeld = error == EAGAIN || error == EACCES || error == EDEADLK;
+        if (isCreated && !isHeld && fstat(file.descriptor(), &status) == 0 && status.st_size == 0)
+            fd = file.descriptor();  // close() removes it
+        close();
+        throw IoError{path, "fcntl()", error};
+    }
+    fd = file.descriptor();
+    if (fstat(fd, &status) != 0) {
+        error = errno;
+        close();
+        throw IoError{path, "fstat()", error};
+    }
+    if (status.st_size > 0)
+        isCreated = false;  // another process stored into it before it was locked
+    error = checkName();
+    if (error == 0)
+        return true;
+    isCreated = false;
+    close();
+    if (error != ESTALE)
+        throw IoError{path, "fstat()", error};
+    return false;
+}
+
+// A store opens for reading and writing. Nothing is ever truncated here.
+int MainFile::openByName()
+{
+    constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    int const at = directory.descriptor();
+    if (!forStore)
+        return file.openAt(at, name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
+    int error = file.openAt(at, name.c_str(), O_RDWR | O_NOFOLLOW, 0);
+    if (error != ENOENT)
+        return error;
+    error = file.openAt(at, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, kMode);
+    isCreated = error == 0;
+    char resolved[PATH_MAX];
+    if (isCreated && realpath(real.c_str(), resolved) != nullptr)
+        real = resolved;
+    return error;
+}
+
+void MainFile::read()
+{
+    if (int const error = readAll(fd, contents))
+        throw IoError{path, "read()", error};
+}
+
+void MainFile::close()
+{
+    if (isCreated && fd >= 0 && checkName() == 0)
+        directory.remove(name);
+    isCreated = false;
+    fd = -1;
+    file.close();
+}
+
+}  // namespace zstore

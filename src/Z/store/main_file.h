@@ -1,0 +1,68 @@
+// main_file: a configuration file that is open and locked, and its directory.
+//
+// Symbolic links in the given path are resolved once. From then on the file is used by its name in
+// the descriptor of its directory, and no link is followed any more.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "../ZSharedFile_p.h"
+#include "bytes.h"
+#include "directory.h"
+
+namespace zstore {
+
+struct MainFile {
+    explicit MainFile(char const* givenPath) : path(givenPath) {}
+    MainFile(MainFile const&) = delete;
+    MainFile& operator=(MainFile const&) = delete;
+
+    /// Closes. A file that open() created and that is still empty is removed.
+    ~MainFile() { close(); }
+
+    /// Resolves the path.
+    /// throws  IoError, as open(); std::bad_alloc.
+    void locate(bool forAStore);
+
+    /// Opens and locks the file; a store creates a missing one. An editor may replace the file
+    /// meanwhile: then the new one is opened.
+    /// throws  IoError with "fopen(r)" or "fopen(r+)", "fcntl()", "fstat()"; std::bad_alloc.
+    void open();
+
+    void read();
+    void close();
+
+    /// Returns 0 if the name still means this file, ESTALE if not, or an errno. Editors replace
+    /// files by renaming.
+    int checkName() const { return directory.check(name, status); }
+    bool hasItsName() const { return checkName() != ESTALE; }
+
+    std::string journalName() const { return hiddenSibling(name, ".zjn"); }
+
+    /// Returns the path of a file next to this one, for messages.
+    std::string pathOf(std::string const& sibling) const { return directory.pathOf(sibling); }
+
+    std::string const path;  // as given
+    std::string real;        // without symbolic links, if that could be found out
+    Directory directory;
+    std::string name;  // in the directory
+    ZSharedFile file;
+    int fd = -1;
+    bool isCreated = false;   // by this object, and still empty
+    struct stat status = {};  // when it was locked or, after a store, written
+    Bytes contents;
+
+private:
+    int resolve();
+    int locateAsGiven(std::string const& path);
+    bool openOnce();
+    int openByName();
+    char const* openCall() const { return forStore ? "fopen(r+)" : "fopen(r)"; }
+
+    bool forStore = false;
+    int attempts = 0;
+};
+
+}  // namespace zstore

@@ -1,0 +1,90 @@
+// system_calls: wrappers that continue after a signal and a partial transfer.
+//
+// Each function returns 0 or an errno.
+#pragma once
+
+#include <errno.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "bytes.h"
+
+namespace zstore {
+
+// A call that failed: the file, the call, the errno.
+struct IoError {
+    std::string file;
+    char const* call;
+    int error;
+};
+
+// Owns a descriptor.
+class ScopedFd {
+public:
+    explicit ScopedFd(int fd = -1) : fd_(fd) {}
+    ScopedFd(ScopedFd const&) = delete;
+    ScopedFd& operator=(ScopedFd const&) = delete;
+    ~ScopedFd() { close(); }
+
+    int get() const { return fd_; }
+    bool isOpen() const { return fd_ >= 0; }
+    void reset(int fd);
+    int close();
+    int release() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_;
+};
+
+template <class Call>
+int retryOnEintr(Call call)
+{
+    while (call() < 0)
+        if (errno != EINTR)
+            return errno;
+    return 0;
+}
+
+inline bool isSameFile(struct stat const& a, struct stat const& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// Waits until contents and metadata are durable. A file system without anything to sync is no
+/// failure.
+int syncFile(int fd);
+
+/// Waits until contents and length are durable, but not the times.
+int syncContents(int fd);
+
+/// Reads the file from its start to its end.
+/// throws  std::bad_alloc.
+int readAll(int fd, Bytes& out);
+
+int writeAll(int fd, std::string_view bytes);
+
+/// Writes at `offset`. Adds the number of bytes written, also before a failure, to `*written`.
+int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written = nullptr);
+
+int truncateFile(int fd, size_t length);
+
+// Turns the signal of a file that grows past the limit into EFBIG, in this scope.
+class SizeSignalGuard {
+public:
+    SizeSignalGuard();
+    SizeSignalGuard(SizeSignalGuard const&) = delete;
+    SizeSignalGuard& operator=(SizeSignalGuard const&) = delete;
+    ~SizeSignalGuard();
+
+private:
+    sigset_t signal_;
+    sigset_t before_;
+    bool wasPending_;
+};
+
+}  // namespace zstore

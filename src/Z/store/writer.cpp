@@ -1,0 +1,462 @@
+#include "writer.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <new>
+
+#include "access.h"
+#include "traits.h"
+
+namespace zstore {
+
+namespace {
+
+// The errnos of a name that cannot be replaced or removed, although the file can be written: it is
+// a mount point, or the directory is sticky or append-only.
+bool isFixedName(int error)
+{
+    return error == EBUSY || error == EPERM;
+}
+
+}  // namespace
+
+Writer::Writer(MainFile& file, std::string_view text, CompanionChange const& companion)
+    : file_(file),
+      text_(text),
+      diff_(file.contents.view(), text),
+      change_(companion),
+      companionChange_(companion.change),
+      journal_(file.directory, file.journalName()),
+      journalPath_(file.pathOf(journal_.name())),
+      temporaryJournalPath_(file.pathOf(journal_.temporaryName())),
+      newCompanionName_(hiddenSibling(namePart(companion.path), ".new"))
+{
+    if (companionChange_ != CompanionChange::kept)
+        companion_ = std::make_unique<CompanionFile>(file, companion.path);
+}
+
+Writer::~Writer() = default;
+
+int Writer::fail(char const* call, std::string const& file, int error)
+{
+    if (error != 0 && error_ == 0) {
+        call_ = call;
+        failedFile_ = &file;
+        error_ = error;
+    }
+    return error;
+}
+
+void Writer::throwError() const
+{
+    throw IoError{*failedFile_, call_, error_};
+}
+
+void Writer::commit()
+{
+    if (companion_ != nullptr)
+        readOldCompanion();
+    try {
+        if (requireName() == 0 && writeJournal() == 0 && prepareWithoutJournal() == 0 &&
+            replacePair() == 0) {
+            retireJournal();
+            return;
+        }
+    } catch (std::bad_alloc const&) {
+        if (rollBack())
+            throw;
+        return;
+    }
+    if (rollBack())
+        throwError();
+}
+
+void Writer::replay(struct stat const& journal)
+{
+    struct stat status;
+    journal_.adopt(journal);
+    phase_ = Phase::journaled;
+    hadCompanion_ = companion_ != nullptr && companion_->exists(status);
+    if (replacePair() != 0 || fail("unlink()", journalPath_, retireJournal()) != 0) {
+        removeNewCompanion();
+        throwError();
+    }
+}
+
+// ---- The companion that exists -----------------------------------------------------------------
+
+void Writer::readOldCompanion()
+{
+    std::string const& path = change_.path;
+    int error = companion_->openForReading(companionFile_);
+    if (error == 0) {
+        hadCompanion_ = true;
+        error = readAll(companionFile_.descriptor(), oldCompanion_);
+    }
+    // A file that this one names but that no store can have written is left alone.
+    if (error == EISDIR || error == EINVAL || error == EPERM ||
+        (hadCompanion_ && !looksCompressed(oldCompanion_.view()) && !companion_->isOwn()))
+        throw IoError{path, "access()", EPERM};
+    if (error != 0 && error != ENOENT)
+        throw IoError{path, "fopen(w)", error};
+    if (companionChange_ == CompanionChange::written && hadCompanion_ &&
+        isAsWanted(companionFile_.descriptor())) {
+        companionChange_ = CompanionChange::kept;
+        if (int const unsynced = syncUnchangedCompanion(companionFile_.descriptor()))
+            throw IoError{path, "fsync()", unsynced};
+    }
+}
+
+// Returns whether the companion already has its contents, and owner, group, mode and disk of the
+// file.
+bool Writer::isAsWanted(int companion) const
+{
+    struct stat const& model = file_.status;
+    struct stat status;
+    return oldCompanion_.view() == change_.contents && fstat(companion, &status) == 0 &&
+           status.st_dev == model.st_dev && status.st_uid == model.st_uid &&
+           status.st_gid == model.st_gid && status.st_nlink == 1 &&
+           ((status.st_mode ^ model.st_mode) & kPermissions) == 0;
+}
+
+// Another program may have put the companion there without syncing it.
+int Writer::syncUnchangedCompanion(int companion) const
+{
+    if (int const error = flushBeforeLaterSyncs(companion, file_.status.st_dev))
+        return error;
+    if (!FileSystemTraits(companion).syncsDirectoryEntry)
+        companion_->directory().sync(companion);
+    return 0;
+}
+
+// ---- The journal -------------------------------------------------------------------------------
+
+// An editor may have replaced the file since it was opened.
+int Writer::requireName()
+{
+    return fail("fopen(r+)", file_.path, file_.checkName());
+}
+
+// Returns 0 without a journal if the directory does not allow one.
+int Writer::writeJournal()
+{
+    int error = journal_.create();
+    if (error == 0)
+        error = writeJournalContents();
+    else if (isRefusal(error))
+        return 0;
+    else
+        return fail("open()", temporaryJournalPath_, error);
+    if (error == 0)
+        error = journal_.publish();
+    if (journal_.isPublished())
+        return error != 0 ? fail("rename()", journalPath_, error) : syncJournal();
+    journal_.discard();
+    if (error_ != 0 || error == EPERM || error == EACCES)  // an append-only directory, for example
+        return error_;
+    // The writer of a file that has replaced ours may have been first.
+    return requireName() != 0 ? error_ : fail("rename()", journalPath_, error);
+}
+
+int Writer::writeJournalContents()
+{
+    bool owned = false;
+    int const fd = journal_.descriptor();
+    if (int const error = copyOwnerAndMode(fd, file_.status, owned))
+        return fail("fchmod()", temporaryJournalPath_, error);
+    // Data that another program wrote and did not sync must be durable before it is overwritten.
+    struct stat status;
+    dev_t const disk = fstat(fd, &status) == 0 ? status.st_dev : kNoDisk;
+    if (int const error = flushBeforeLaterSyncs(file_.fd, disk))
+        return fail("fdatasync()", file_.path, error);
+
+    Journal journal;
+    journal.diff = diff_;
+    journal.prefixChecksum = quickChecksum(text_.substr(0, diff_.prefix));
+    journal.suffixChecksum = quickChecksum(dropPrefix(text_, text_.size() - diff_.suffix));
+    if (companionChange_ != CompanionChange::kept) {
+        journal.companion = change_.path;
+        journal.newIsNone = companionChange_ == CompanionChange::removed;
+        journal.newCompanion = journal.newIsNone ? std::string_view() : change_.contents;
+        journal.oldIsNone = !hadCompanion_;
+        journal.oldLength = oldCompanion_.length();
+        journal.oldChecksum = checksum(oldCompanion_.view());
+    }
+    std::string const header = journal.header();
+    for (std::string_view const part : {std::string_view(header), diff_.oldMiddle, diff_.newMiddle,
+                                        diff_.moved, journal.newCompanion})
+        if (int const error = journal_.append(part))
+            return fail("write()", temporaryJournalPath_, error);
+    return fail("write()", temporaryJournalPath_, journal_.finish());
+}
+
+// The journal gets its name before it is synced, so that most file systems write both together. A
+// power cut may leave it torn, but then it is invalid, and nothing has changed yet. Nor can an
+// earlier journal be found in its blocks, on a file system that writes names before contents: no
+// journal is removed before it is invalid on the disk.
+int Writer::syncJournal()
+{
+    if (int const error = journal_.sync())
+        return fail("fsync()", journalPath_, error);
+    int const fd = journal_.descriptor();
+    if (file_.isCreated || !FileSystemTraits(fd).syncsDirectoryEntry)
+        if (int const error = file_.directory.sync(fd))
+            return fail("fsync()", journalPath_, error);
+    phase_ = Phase::journaled;
+    return 0;
+}
+
+// Without a journal, pads a shorter text to the length of the old one.
+int Writer::prepareWithoutJournal()
+{
+    if (phase_ == Phase::journaled)
+        return 0;
+    phase_ = Phase::journaled;
+    if (text_.size() >= file_.contents.length())
+        return 0;
+    std::string_view const text = diff_.rewritten(text_);
+    padded_ = Bytes(diff_.rewritten(file_.contents.view()).size());
+    if (!text.empty())
+        memcpy(padded_.data(), text.data(), text.size());
+    memset(padded_.data() + text.size(), '\n', padded_.length() - text.size());
+    return 0;
+}
+
+// ---- Replacing ---------------------------------------------------------------------------------
+
+int Writer::replacePair()
+{
+    bool const writes = companionChange_ == CompanionChange::written;
+    if (reserve() != 0 || (writes && prepareCompanion(change_.contents) != 0) ||
+        rewriteText() != 0 || changeCompanion() != 0)
+        return error_;
+    phase_ = Phase::applied;
+    return 0;
+}
+
+// Allocates the space of a longer text.
+int Writer::reserve()
+{
+    if (text_.size() <= file_.contents.length())
+        return 0;
+    int const fd = file_.fd;
+    auto const length = static_cast<off_t>(text_.size());
+    int const error = retryOnEintr([=] { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); });
+    if (error == EOPNOTSUPP || error == ENOSYS || error == EINVAL)
+        return 0;
+    return fail("fallocate()", file_.path, error);
+}
+
+// Frees the space past the end of the file, wherever that is.
+void Writer::returnReservedSpace()
+{
+    struct stat status;
+    if (text_.size() > file_.contents.length() && fstat(file_.fd, &status) == 0)
+        truncateFile(file_.fd, static_cast<size_t>(status.st_size));
+}
+
+// Writes the new contents of the companion into a hidden file next to it.
+int Writer::prepareCompanion(std::string_view contents)
+{
+    newCompanion_.reset(createExclusive(companion_->directory(), newCompanionName_));
+    int const refused = newCompanion_.isOpen() ? 0 : errno;
+    if (refused != 0 && !(isRefusal(refused) && hadCompanion_))
+        return fail("fopen(w)", change_.path, refused);
+    bool owned = false;
+    if (refused == 0)
+        if (int const error = copyOwnerAndMode(newCompanion_.get(), file_.status, owned))
+            return fail("fchmod()", change_.path, error);
+    if (owned)
+        return fillNewCompanion(contents);
+    // No reader would use a companion of another owner, see companion.h.
+    if (refused == 0) {
+        companion_->directory().remove(newCompanionName_);
+        newCompanion_.close();
+    }
+    if (!hadCompanion_)
+        return fail("fchown()", change_.path, EPERM);
+    return openInPlace();
+}
+
+int Writer::fillNewCompanion(std::string_view contents)
+{
+    int const fd = newCompanion_.get();
+    if (int const error = writeAll(fd, contents))
+        return fail("write()", change_.path, error);
+    if (int const error = syncFile(fd))
+        return fail("fsync()", change_.path, error);
+    return fail("fstat()", change_.path, fstat(fd, &newCompanionStatus_) != 0 ? errno : 0);
+}
+
+int Writer::openInPlace()
+{
+    writesInPlace_ = true;
+    return fail("fopen(w)", change_.path, companion_->openForWriting(companionFile_));
+}
+
+int Writer::rewriteText()
+{
+    bool const pads = padded_.length() > 0;
+    int const fd = file_.fd;
+    phase_ = Phase::rewritingText;
+    if (int const error = writeAllAt(fd, pads ? padded_.view() : diff_.rewritten(text_),
+                                     static_cast<off_t>(diff_.prefix), &bytesWritten_))
+        return fail("write()", file_.path, error);
+    if (text_.size() < file_.contents.length()) {
+        if (int const error = truncateFile(fd, text_.size()))
+            return fail("ftruncate()", file_.path, error);
+        isTruncated_ = true;
+    }
+    // The time shows other stores that the file was stored, even if only the companion changed.
+    if (diff_.isEmpty())
+        if (int const error = retryOnEintr([=] { return futimens(fd, nullptr); }))
+            return fail("futimens()", file_.path, error);
+    if (int const error = syncContents(fd)) {
+        textDurability_ = Durability::unknown;
+        return fail("fdatasync()", file_.path, error);
+    }
+    textDurability_ = Durability::durable;
+    struct stat status;
+    if (fstat(fd, &status) != 0)
+        return fail("fstat()", file_.path, errno);
+    file_.status = status;
+    // The file of this name may be another one by now, with a companion of its own.
+    return requireName();
+}
+
+int Writer::changeCompanion()
+{
+    if (companionChange_ == CompanionChange::kept)
+        return 0;
+    phase_ = Phase::changingCompanion;
+    if (int const error = applyCompanionChange())
+        return error;
+    // The change has been applied. If its name cannot be synced the journal stays, and describes
+    // both states that a power cut may leave.
+    int const anyFile = newCompanion_.isOpen() ? newCompanion_.get() : file_.fd;
+    if (companionState_ != CompanionState::rewrittenInPlace)
+        isCompanionSynced_ = companion_->directory().sync(anyFile) == 0;
+    return requireName();
+}
+
+int Writer::applyCompanionChange()
+{
+    Directory const& directory = companion_->directory();
+    bool const removes = companionChange_ == CompanionChange::removed;
+    if (!writesInPlace_) {
+        int const error = removes ? directory.remove(companion_->name())
+                                  : directory.rename(newCompanionName_, companion_->name());
+        if (error == 0) {
+            companionState_ = removes ? CompanionState::removed : CompanionState::renamed;
+            return 0;
+        }
+        if (!hadCompanion_ || !(isFixedName(error) || (removes && error == EACCES)))
+            return fail(removes ? "unlink()" : "rename()", change_.path, error);
+        if (companion_->openForWriting(companionFile_) != 0)
+            return fail(removes ? "unlink()" : "rename()", change_.path, error);
+    }
+    return writeCompanionInPlace(removes ? std::string_view() : change_.contents);
+}
+
+// An interrupted write leaves a prefix of the new contents, which the journal recognises.
+int Writer::writeCompanionInPlace(std::string_view contents)
+{
+    std::string const& path = change_.path;
+    int const fd = companionFile_.descriptor();
+    if (int const error = truncateFile(fd, 0))
+        return fail("ftruncate()", path, error);
+    companionState_ = CompanionState::rewrittenInPlace;
+    if (int const error = writeAllAt(fd, contents, 0))
+        return fail("write()", path, error);
+    return fail("fsync()", path, syncFile(fd));
+}
+
+// The new pair is applied and durable. The journal must never be valid again: if a power cut
+// brought it back, an edit of another program that is at each place the old or the new byte would
+// be taken for an interrupted rewrite. A journal that cannot be retired describes the new pair.
+int Writer::retireJournal()
+{
+    if (companionState_ == CompanionState::rewrittenInPlace)
+        removeNewCompanion();
+    if (journal_.isPublished())
+        return isCompanionSynced_ ? journal_.retire(file_.status.st_dev, file_.fd) : 0;
+    if (file_.isCreated)
+        file_.directory.sync(file_.fd);  // nothing has synced the name of the new file yet
+    return 0;
+}
+
+void Writer::removeNewCompanion()
+{
+    if (newCompanion_.isOpen())
+        companion_->directory().remove(newCompanionName_);
+}
+
+// ---- Rolling back ------------------------------------------------------------------------------
+
+// Returns whether the store has failed. It has if the old pair is restored; otherwise the journal
+// stays, and every reader gets the new pair from it.
+bool Writer::rollBack()
+{
+    bool const isReplaced = !file_.hasItsName();
+    // The companion goes first: while the text is new, or partly rewritten, the journal counts.
+    bool const isRestored = restoreCompanion() == 0 && restoreText() == 0;
+    bool const isTouched = bytesWritten_ > 0 || isTruncated_;
+    bool const isDurable = !isTouched || syncContents(file_.fd) == 0;
+    removeNewCompanion();
+    if (!journal_.isPublished())
+        journal_.discard();
+    if (phase_ >= Phase::journaled)
+        returnReservedSpace();
+    if (isReplaced || (isRestored && isDurable))
+        journal_.retire(file_.status.st_dev, file_.fd);
+    // A failed sync is never repeated as a success: the disk may hold the old text all the same.
+    bool const isNewDurable = textDurability_ == Durability::durable ||
+                              (textDurability_ == Durability::unsynced && isTouched && isDurable);
+    return isRestored || isReplaced || !journal_.isPublished() || !isNewDurable;
+}
+
+int Writer::restoreText()
+{
+    std::string_view const old = file_.contents.view();
+    if (bytesWritten_ == 0 && !isTruncated_)
+        return 0;
+    if (int const error =
+            writeAllAt(file_.fd, diff_.rewritten(old), static_cast<off_t>(diff_.prefix)))
+        return error;
+    return text_.size() > old.size() ? truncateFile(file_.fd, old.size()) : 0;
+}
+
+// Nothing but the companion that this object wrote is replaced.
+int Writer::restoreCompanion()
+{
+    Directory const* const directory = companion_ != nullptr ? &companion_->directory() : nullptr;
+    switch (companionState_) {
+        case CompanionState::old:
+            return 0;
+        case CompanionState::rewrittenInPlace:
+            return writeCompanionInPlace(oldCompanion_.view());
+        case CompanionState::renamed:
+            newCompanion_.close();
+            if (int const error = directory->check(companion_->name(), newCompanionStatus_))
+                return error == ESTALE ? 0 : error;
+            if (!hadCompanion_)
+                return directory->remove(companion_->name());
+            break;
+        case CompanionState::removed:
+            if (!hadCompanion_)
+                return 0;
+    }
+    if (int const error = prepareCompanion(oldCompanion_.view()))
+        return error;
+    int const error = companionState_ == CompanionState::removed
+                          ? directory->renameWithoutReplacing(newCompanionName_, companion_->name())
+                          : directory->rename(newCompanionName_, companion_->name());
+    if (error == 0)
+        directory->sync(newCompanion_.get());
+    return error;
+}
+
+}  // namespace zstore

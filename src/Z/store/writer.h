@@ -1,0 +1,124 @@
+// writer: replaces the text and the companion of a locked file, or changes nothing.
+//
+// Phases, in this order. "old..new": partly rewritten; the journal describes it.
+//
+//     phase              text      companion  after a failure
+//     preparing          old       old        the new journal is removed
+//     journaled          old       old        the journal is retired
+//     rewritingText      old..new  old        the text is restored, the journal retired
+//     changingCompanion  new       old..new   the companion, then the text, is restored
+//     applied            new       new        there is none: only the journal is left to retire
+//
+// If the old pair cannot be restored, because the cause of the failure stays, the journal stays
+// too: every reader takes the new pair from it. So the store has succeeded, and reports that. Only
+// a disk on which the text can neither be synced nor restored ends in a failure with the new pair.
+// A directory that allows no journal leaves out "journaled", and this guarantee.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "companion.h"
+#include "journal_file.h"
+#include "main_file.h"
+#include "text_diff.h"
+
+namespace zstore {
+
+// How a store changes the companion.
+struct CompanionChange {
+    enum Change { kept, written, removed } change = kept;
+    std::string path;
+    std::string_view contents;  // to write
+};
+
+class Writer {
+public:
+    /// throws  IoError (path, "access()", EPERM) if the companion may not be used; std::bad_alloc.
+    Writer(MainFile& file, std::string_view text, CompanionChange const& companion);
+    Writer(Writer const&) = delete;
+    Writer& operator=(Writer const&) = delete;
+    ~Writer();
+
+    /// Allows the new journal to replace this file, which is not a valid journal.
+    void replaceInvalidJournal(struct stat const& status) { journal_.allowReplacing(status); }
+
+    /// Writes the journal, then text and companion.
+    /// throws  IoError, std::bad_alloc: nothing has changed.
+    void commit();
+
+    /// Completes the store of a crashed writer with its journal.
+    /// throws  IoError, std::bad_alloc: the journal still describes the pair.
+    void replay(struct stat const& journal);
+
+private:
+    enum class Phase { preparing, journaled, rewritingText, changingCompanion, applied };
+    enum class Durability { unsynced, durable, unknown };
+    enum class CompanionState { old, renamed, removed, rewrittenInPlace };
+
+    int fail(char const* call, std::string const& file, int error);
+    [[noreturn]] void throwError() const;
+
+    void readOldCompanion();
+    bool isAsWanted(int companion) const;
+    int syncUnchangedCompanion(int companion) const;
+
+    int requireName();
+    int writeJournal();
+    int writeJournalContents();
+    int syncJournal();
+    int prepareWithoutJournal();
+
+    int replacePair();
+    int reserve();
+    int prepareCompanion(std::string_view contents);
+    int fillNewCompanion(std::string_view contents);
+    int openInPlace();
+    int rewriteText();
+    int changeCompanion();
+    int applyCompanionChange();
+    int writeCompanionInPlace(std::string_view contents);
+    int retireJournal();
+    void removeNewCompanion();
+
+    bool rollBack();
+    int restoreText();
+    int restoreCompanion();
+    void returnReservedSpace();
+
+    MainFile& file_;
+    std::string_view const text_;
+    TextDiff const diff_;  // between the contents of the file and `text_`
+    CompanionChange const& change_;
+    CompanionChange::Change companionChange_;
+
+    // Created beforehand: once the journal is published, nothing allocates any more.
+    JournalFile journal_;
+    std::string const journalPath_;
+    std::string const temporaryJournalPath_;
+    std::unique_ptr<CompanionFile> companion_;
+    std::string const newCompanionName_;
+    Bytes padded_;        // written instead of a shorter text if there is no journal
+    Bytes oldCompanion_;  // its contents
+    bool hadCompanion_ = false;
+    bool writesInPlace_ = false;  // the companion's name cannot be replaced
+    bool isCompanionSynced_ = true;
+    ZSharedFile companionFile_;  // the old companion
+    ScopedFd newCompanion_;
+    struct stat newCompanionStatus_ = {};
+
+    Phase phase_ = Phase::preparing;
+    CompanionState companionState_ = CompanionState::old;
+    Durability textDurability_ = Durability::unsynced;
+    size_t bytesWritten_ = 0;  // of the text
+    bool isTruncated_ = false;
+
+    char const* call_ = "";
+    std::string const* failedFile_ = nullptr;
+    int error_ = 0;
+};
+
+}  // namespace zstore
