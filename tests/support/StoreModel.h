@@ -179,8 +179,11 @@ public:
     {
         if (category.empty())
             return refused;
+        // The lines stay together: they are one comment.
+        std::string joined;
         for (std::string const& line : commentLines(comment))
-            cache.addStanzaComment(category, line);
+            joined += (joined.empty() ? "" : "\n") + line;
+        cache.addStanzaComment(category, joined);
         isModified = true;
         return done;
     }
