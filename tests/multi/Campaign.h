@@ -71,6 +71,7 @@ void storeBesideOthers(Counts& counts, Extent extent);
 void killBesideOthers(Counts& counts, Extent extent);
 void storeInOddPlaces(Counts& counts, Extent extent);
 void failForGood(Counts& counts, Extent extent);
+void meetObstacles(Counts& counts, Extent extent);
 void watchRights(Counts& counts, Extent extent);
 void replaceDuringStores(Counts& counts, Extent extent);
 void readWithoutLocks(Counts& counts, Extent extent);

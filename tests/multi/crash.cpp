@@ -35,6 +35,7 @@ constexpr Campaign kCampaigns[] = {
     {"other programs beside, kills", killBesideOthers},
     {"odd places", storeInOddPlaces},
     {"persistent causes", failForGood},
+    {"lasting obstacles", meetObstacles},
     {"rights", watchRights},
     {"replaced during a store", replaceDuringStores},
     {"readers without locks", readWithoutLocks},
