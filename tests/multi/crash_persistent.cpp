@@ -237,8 +237,6 @@ void runUnder(Counts& counts, StoreFolder const& folder, Shape const& shape, Cau
 
 void failForGood(Counts& counts, Extent extent)
 {
-    if (extent == Extent::share)
-        return leaveOut(counts, "in the full run");
     if (std::string const why = Stepper::obstacle(); !why.empty())
         return leaveOut(counts, why);
     TestDirectory const directory(TestDirectory::Place::memory);

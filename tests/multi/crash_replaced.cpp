@@ -196,8 +196,6 @@ private:
 
 void replaceDuringStores(Counts& counts, Extent extent)
 {
-    if (extent == Extent::share)
-        return leaveOut(counts, "in the full run");
     if (std::string const why = Stepper::obstacle(); !why.empty())
         return leaveOut(counts, why);
     bool const all = extent == Extent::full;
