@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Campaign.h"
@@ -50,13 +51,14 @@ struct Work {
                      // attacker's
     bool torn;       // a store was killed before
     bool locks;      // takes a process lock, and no file is stored
+    bool inShare;
 };
 constexpr Work kWorks[] = {
-    {"user's file", false, false, false},
-    {"root's file", true, false, false},
-    {"user's file after a kill", false, true, false},
-    {"root's file after a kill", true, true, false},
-    {"process lock", false, false, true},
+    {"user's file", false, false, false, true},
+    {"root's file", true, false, false, false},
+    {"user's file after a kill", false, true, false, false},
+    {"root's file after a kill", true, true, false, true},
+    {"process lock", false, false, true, true},
 };
 
 // ---- The scene ---------------------------------------------------------------------------------
@@ -110,15 +112,12 @@ public:
             fs::remove_all(vault());
             makeVault();
         }
-        if (!work.locks) {
-            kBefore.store(in(kConf));
-            if (work.torn)
-                tear();
-            for (auto const& entry : fs::directory_iterator(home())) {
-                chmod(entry.path().c_str(), work.rootsFile ? 0600 : 0644);
-                if (!work.rootsFile)
-                    give(entry.path().string());
-            }
+        if (&work != prepared_)
+            prepare(work);
+        for (auto const& [name, text] : files_) {
+            write(in(name), text, work.rootsFile ? 0600 : 0644);
+            if (!work.rootsFile)
+                give(in(name));
         }
         write(land() + "/loot/taken", "", 0666);
         write(land() + "/loot/conf", Generation(50, 2000, false).text(), 0666);
@@ -173,6 +172,21 @@ private:
         vaultState_ = vaultState();
     }
 
+    // Makes the files that root finds, and keeps their texts.
+    void prepare(Work const& work)
+    {
+        files_.clear();
+        prepared_ = &work;
+        if (work.locks)
+            return;
+        kBefore.store(in(kConf));
+        if (work.torn)
+            tear();
+        for (auto const& entry : fs::directory_iterator(home()))
+            files_.emplace_back(entry.path().filename().string(),
+                                contentsOf(entry.path().string()));
+    }
+
     // Kills a store before the file is cut or made longer by its last write.
     void tear() const
     {
@@ -225,6 +239,8 @@ private:
     std::string const root_;
     std::vector<std::string> ownSecrets_;  // of the generations in the attacker's directory
     std::string vaultState_;
+    Work const* prepared_ = nullptr;
+    std::vector<std::pair<std::string, std::string>> files_;  // that the work finds: name, text
 };
 
 // ---- What the attacker does --------------------------------------------------------------------
@@ -463,6 +479,8 @@ void attackRoot(Counts& counts, Extent extent)
     TestDirectory const directory(TestDirectory::Place::memory);
     Scene scene(directory.path());
     for (Work const& work : kWorks) {
+        if (extent == Extent::share && !work.inShare)
+            continue;
         std::vector<Stepper::Call> const calls = callsOf(scene, work);
         std::vector<Attack> const attacks = attacksOn(work);
         if (extent == Extent::full)
