@@ -1,0 +1,144 @@
+// Alias tables and converter files: a directory of any contents is taken into use whole or not at
+// all, checking it says the same as using it, and what the library needs itself keeps its meaning.
+#include <qvr.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "check.h"
+
+namespace {
+
+// A table directory, in memory where there is such a place, that goes with the process.
+class Tables {
+public:
+    Tables() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
+    {
+        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
+        check(mkdir((path_ + "/converters").c_str(), 0700) == 0, "and for another");
+    }
+    ~Tables()
+    {
+        clear();
+        rmdir((path_ + "/converters").c_str());
+        rmdir(path_.c_str());
+    }
+    char const* path() const { return path_.c_str(); }
+    void write(char const* name, std::string const& text) const
+    {
+        std::ofstream(path_ + "/" + name, std::ios::binary | std::ios::trunc) << text;
+    }
+    void clear() const
+    {
+        for (char const* name : {kCodesets, kLocales, kConverter, kForeign})
+            unlink((path_ + "/" + name).c_str());
+    }
+
+    static constexpr char kCodesets[] = "codesets.alias";
+    static constexpr char kLocales[] = "locales.alias";
+    static constexpr char kConverter[] = "converters/fuzzed.cnv";
+    static constexpr char kForeign[] = "converters/UTF-8.cnv";
+
+private:
+    std::string path_;
+};
+
+// What a codeset makes of every byte.
+std::string meaning(char const* name)
+{
+    qvr_cs_t const cs = qvr_cs_new(name);
+    if (cs == nullptr)
+        return "unknown";
+    std::string all;
+    for (int byte = 0; byte < 256; ++byte) {
+        char const text = static_cast<char>(byte);
+        char out[16];
+        ptrdiff_t const length = qvr_to_utf8(cs, &text, 1, out, sizeof out);
+        check(length <= static_cast<ptrdiff_t>(sizeof out), "no byte becomes a long text");
+        all += length < 0 ? "-" : std::string(out, static_cast<size_t>(length));
+        all += ',';
+    }
+    qvr_cs_free(cs);
+    return all;
+}
+
+std::string canonical(char const* name)
+{
+    char out[256];
+    return qvr_canonical_loc(name, out, sizeof out) == 0 ? out : "none";
+}
+
+// Each name of the table of codesets stands for one codeset, or for none, in every look-up.
+void namesAreStable(std::string const& table)
+{
+    size_t at = 0;
+    for (int n = 0; n < 4 && at < table.size(); ++n) {
+        size_t const end = std::min(table.find_first_of(" \t\n", at), table.size());
+        std::string const name = table.substr(at, end - at).c_str();
+        if (!name.empty())
+            check(meaning(name.c_str()) == meaning(name.c_str()), "a name has one meaning");
+        at = std::min(table.find('\n', at), table.size() - 1) + 1;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    static Tables const tables;
+    static Tables const none;
+    static char const* const kBuiltIn[] = {"UTF-8", "utf8", "US-ASCII", "ISO-8859-1",
+                                           "windows-1252"};
+    static std::string const kMeanings = [] {
+        check(qvr_set_dir(none.path()) == 0, "an empty directory is one");
+        std::string all;
+        for (char const* name : kBuiltIn)
+            all += meaning(name);
+        return all;
+    }();
+    static std::string const kC = canonical("POSIX");
+
+    Choices choices(data, size);
+    unsigned const what = choices.byte();
+    std::string const converter = what & 4 ? choices.text(250) : "";
+    std::string const locales = what & 2 ? choices.text(250) : "";
+    std::string const codesets = choices.rest();
+    tables.clear();
+    if (what & 1)
+        tables.write(Tables::kCodesets, codesets);
+    if (what & 2)
+        tables.write(Tables::kLocales, locales);
+    if (what & 4)
+        tables.write(Tables::kConverter, converter);
+    if ((what & 0xF8) == 0x88)
+        tables.write(Tables::kForeign, converter);
+
+    check(qvr_set_dir(none.path()) == 0, "an empty directory is one");
+    std::string const before = canonical("german") + meaning("fuzzed");
+    char problem[300] = "untouched";
+    int const checked = qvr_check_dir(tables.path(), problem, sizeof problem);
+    check(canonical("german") + meaning("fuzzed") == before, "checking changes nothing");
+    int const set = qvr_set_dir(tables.path());
+    check(set == checked, "checking says the same as using");
+    check((set == 0) == (*problem == '\0'), "a bad directory has a problem, a good one none");
+    char cut[8] = "1234567";
+    qvr_check_dir(tables.path(), cut, sizeof cut);
+    check(std::string(problem).compare(0, strlen(cut), cut) == 0 && strlen(cut) < sizeof cut,
+          "a problem is cut to its room");
+    if (set != 0) {
+        check(canonical("german") + meaning("fuzzed") == before, "a bad directory changes nothing");
+        check(strstr(problem, "; ") != nullptr, "the problem says what to do");
+    } else {
+        check((what & 0xF8) != 0x88, "no converter file is UTF-8");
+        namesAreStable(codesets);
+    }
+    std::string meanings;
+    for (char const* name : kBuiltIn)
+        meanings += meaning(name);
+    check(meanings == kMeanings, "built-in names keep their meaning");
+    check(canonical("POSIX") == kC && canonical("C") == "C", "and so does the locale C");
+    return 0;
+}
