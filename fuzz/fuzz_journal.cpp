@@ -1,0 +1,248 @@
+// Journals: a file that a store has left in any state, with a journal whole or damaged, is loaded
+// as docs/durability.md says; the next store starts from that and leaves no journal.
+#include <Z/ZException.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <dirent.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "check.h"
+
+namespace {
+
+// A directory, in memory where there is such a place, that goes with the process.
+class Scratch {
+public:
+    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
+    {
+        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
+    }
+    ~Scratch()
+    {
+        clear();
+        rmdir(path_.c_str());
+    }
+    std::string at(std::string const& name) const { return path_ + "/" + name; }
+    void write(std::string const& name, std::string const& bytes) const
+    {
+        std::ofstream(at(name), std::ios::binary | std::ios::trunc) << bytes;
+        check(chmod(at(name).c_str(), 0600) == 0, "the file is ours");
+    }
+    std::string read(std::string const& name) const
+    {
+        std::ifstream in(at(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    void clear() const
+    {
+        DIR* const directory = opendir(path_.c_str());
+        check(directory != nullptr, "the directory is there");
+        while (dirent const* const entry = readdir(directory))
+            unlink(at(entry->d_name).c_str());
+        closedir(directory);
+    }
+
+private:
+    std::string path_;
+};
+
+constexpr char kJournal[] = ".conf.zjn";
+constexpr uint64_t kNone = ~uint64_t{0};
+
+template <class Number>
+std::string little(Number number)
+{
+    std::string bytes;
+    for (size_t i = 0; i < sizeof number; ++i)
+        bytes += static_cast<char>(number >> 8 * i);
+    return bytes;
+}
+
+// What one store changes.
+struct Change {
+    std::string beginning;
+    std::string oldMiddle;
+    std::string newMiddle;
+    std::string end;
+
+    std::string before() const { return beginning + oldMiddle + end; }
+    std::string after() const { return beginning + newMiddle + end; }
+};
+
+uint32_t adler(std::string const& text)
+{
+    return static_cast<uint32_t>(adler32(adler32(0, nullptr, 0),
+                                         reinterpret_cast<unsigned char const*>(text.data()),
+                                         static_cast<unsigned>(text.size())));
+}
+
+std::string checksum(std::string const& bytes)
+{
+    auto const sum = static_cast<uint32_t>(
+        crc32(crc32(0, nullptr, 0), reinterpret_cast<unsigned char const*>(bytes.data()),
+              static_cast<unsigned>(bytes.size())));
+    return little(sum == 0 ? uint32_t{1} : sum);
+}
+
+// The journal of a change that leaves the companion alone: there is none.
+std::string journalOf(Change const& change)
+{
+    bool const stays = change.oldMiddle.size() == change.newMiddle.size();
+    std::string const still = stays ? change.end : "";
+    std::string const moving = stays ? "" : change.end;
+    std::string bytes = "ZSTORE2\n";
+    for (uint64_t const length :
+         {uint64_t{change.beginning.size()}, uint64_t{still.size()},
+          uint64_t{change.oldMiddle.size()}, uint64_t{change.newMiddle.size()},
+          uint64_t{moving.size()}, kNone, kNone})
+        bytes += little(length);
+    bytes += little(uint32_t{0}) + little(adler(change.beginning)) + little(adler(still)) +
+             little(uint32_t{0});
+    bytes += change.oldMiddle + change.newMiddle + moving;
+    return bytes + checksum(bytes);
+}
+
+// Whether the file can be what a store has left that died while it wrote.
+bool isMixture(Change const& change, std::string const& file)
+{
+    std::string const before = change.before();
+    std::string const after = change.after();
+    auto const [shorter, longer] = std::minmax({before.size(), after.size()});
+    if (file.size() < shorter || file.size() > longer)
+        return false;
+    for (size_t i = 0; i < file.size(); ++i) {
+        bool const isOld = i < before.size() && file[i] == before[i];
+        bool const isNew = i < after.size() && file[i] == after[i];
+        if (!isOld && !isNew && !(i >= shorter && file[i] == '\0'))
+            return false;
+    }
+    return true;
+}
+
+std::string lines(Choices& choices, unsigned most)
+{
+    static char const* const kLines[] = {
+        "k = 1\n", "key = two words\n",         "# about it\n", "\n", "[b]\n",
+        "k = 2\n", "long = 0123456789abcdef\n", "k y = 3\n"};
+    std::string text;
+    for (unsigned n = choices.below(most + 1); n > 0; --n)
+        text += kLines[choices.below(8)];
+    return text;
+}
+
+std::string damaged(std::string bytes, Choices& choices)
+{
+    for (unsigned n = choices.below(4); n > 0; --n) {
+        unsigned const kind = choices.below(4);
+        size_t const at = bytes.empty() ? 0 : choices.byte() * 3 % bytes.size();
+        char const byte = static_cast<char>(choices.byte());
+        if (kind == 0 && !bytes.empty())
+            bytes[at] = byte;
+        else if (kind == 1)
+            bytes.resize(at);
+        else if (kind == 2)
+            bytes.insert(at, 1, byte);
+        else if (bytes.size() >= 4)  // a store has come to its end
+            bytes.replace(bytes.size() - 4, 4, 4, '\0');
+    }
+    return bytes;
+}
+
+// Loads `name`, changes a value and stores. Returns what is raised, or else the file.
+std::string outcomeOf(Scratch const& scratch, std::string const& name)
+{
+    ZStanzaFileProperties_6_0 store(1);
+    std::string const path = scratch.at(name);
+    try {
+        store.load(path.c_str());
+        store.setValue("a", "next", "1", 0);
+        store.store(nullptr);
+    } catch (ZException_6_0 const& e) {
+        return std::string("raised ") + e.exceptionName();
+    }
+    ZStanzaFileProperties_6_0 again(1);
+    again.load(path.c_str());
+    check(again.exists("a", "next") != 0, "what was stored is loaded");
+    return scratch.read(name);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    static Scratch const scratch;
+    Choices choices(data, size);
+    scratch.clear();
+    Change change;
+    change.beginning = "[a]\n" + lines(choices, 4);
+    change.oldMiddle = lines(choices, 4);
+    change.newMiddle = lines(choices, 4);
+    change.end = lines(choices, 4);
+    std::string const before = change.before();
+    std::string const after = change.after();
+
+    std::string file;
+    switch (choices.below(5)) {
+        case 0:
+            file = before;
+            break;
+        case 1:
+            file = after;
+            break;
+        case 2: {  // byte by byte
+            auto const [shorter, longer] = std::minmax({before.size(), after.size()});
+            size_t const length = shorter + choices.byte() % (longer - shorter + 1);
+            std::string const& more = before.size() > after.size() ? before : after;
+            for (size_t i = 0; i < length; ++i) {
+                unsigned const from = choices.below(3);
+                file += i >= shorter ? (from == 0 ? '\0' : more[i])
+                                     : (from == 0 ? before[i] : after[i]);
+            }
+            break;
+        }
+        case 3: {  // the head of the new text over the old one
+            size_t const written = choices.byte() % (after.size() + 1);
+            file = after.substr(0, written);
+            if (written < before.size())
+                file += before.substr(written);
+            break;
+        }
+        default:  // written since
+            file = "[a]\n" + lines(choices, 6);
+    }
+    std::string const whole = journalOf(change);
+    bool const isSealed = choices.below(8) == 0;
+    std::string journal = damaged(whole, choices);
+    bool const isChanged = journal != whole;
+    if (isChanged && isSealed && journal.size() >= 4) {
+        journal.resize(journal.size() - 4);
+        journal += checksum(journal);
+    }
+    scratch.write("conf", file);
+    scratch.write(kJournal, journal);
+
+    if (isChanged && isSealed) {  // what it says is not known, but a load is a load or fails
+        outcomeOf(scratch, "conf");
+        return 0;
+    }
+    bool const counts = !isChanged;
+    bool const isOld = file == before;
+    bool const isTaken = counts && !isOld && isMixture(change, file);
+    scratch.write("twin", isTaken ? after : file);
+    std::string const expected = outcomeOf(scratch, "twin");
+    std::string const outcome = outcomeOf(scratch, "conf");
+    check(outcome == expected, "a load takes what the table says, and the next store goes on");
+    if (outcome.compare(0, 7, "raised ") != 0) {
+        check(access(scratch.at(kJournal).c_str(), F_OK) != 0, "the journal is gone");
+        check(access(scratch.at(".conf.zjn.new").c_str(), F_OK) != 0, "and none is begun");
+    } else {
+        check(scratch.read("conf") == file, "a load that fails changes nothing");
+    }
+    return 0;
+}
