@@ -196,6 +196,9 @@ int __real_unlink(char const*);
 int __real_unlinkat(int, char const*, int);
 int __real_syncfs(int);
 long __real_syscall(long, ...);
+ssize_t __real_fgetxattr(int, char const*, void*, size_t);
+int __real_fsetxattr(int, char const*, void const*, size_t, int);
+int __real_fremovexattr(int, char const*);
 int __real_munmap(void*, size_t);
 int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 
@@ -411,6 +414,25 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 [[gnu::used]] inline int __wrap_syncfs(int fd)
 {
     return asPlanned({.name = "syncfs", .fd = fd}, [&] { return __real_syncfs(fd); });
+}
+
+[[gnu::used]] inline ssize_t __wrap_fgetxattr(int fd, char const* name, void* value, size_t size)
+{
+    return asPlanned({.name = "fgetxattr", .fd = fd, .length = size, .to = value},
+                     [&] { return __real_fgetxattr(fd, name, value, size); });
+}
+
+[[gnu::used]] inline int __wrap_fsetxattr(int fd, char const* name, void const* value, size_t size,
+                                          int flags)
+{
+    return asPlanned({.name = "fsetxattr", .fd = fd, .length = size, .from = value},
+                     [&] { return __real_fsetxattr(fd, name, value, size, flags); });
+}
+
+[[gnu::used]] inline int __wrap_fremovexattr(int fd, char const* name)
+{
+    return asPlanned({.name = "fremovexattr", .fd = fd},
+                     [&] { return __real_fremovexattr(fd, name); });
 }
 
 // openat2() has no function of its own.

@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -1116,7 +1117,7 @@ TEST_F(ZJournaledFileCase, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"ftruncate", "conf", kLong, kShort, "conf", "ftruncate()"},
         {"futimens", "conf", kShort, otherCompanion, "conf", "futimens()"},
         {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()", 2},
-        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 5},  // of what was written
+        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 6},  // of what was written
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
         {"fstat", ".conf.obf.new", kShort, kLong, "conf.obf", "fstat()", 2},
@@ -2308,14 +2309,22 @@ TEST_F(ZJournaledFileCase, JournalsThatAnybodyCouldHavePlantedDoNotCount)
     std::string const whole = journalOf(kShort, kLong, companion_);
     put(torn);
     directory_.write(".conf.zjn", whole);
+    // Nor is a torn text taken for whole.
+    auto const expectRefusal = [&] {
+        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+            expectFailure(journal_, "access()", EPERM, CallPlan(),
+                          [&] { ZJournaledFile(path_.c_str(), mode); });
+        EXPECT_EQ(torn.text, directory_.read("conf"));
+        EXPECT_EQ(whole, directory_.read(".conf.zjn"));
+    };
     chmod(journal_.c_str(), 0620);
-    EXPECT_EQ(torn, load());
+    expectRefusal();
     chmod(journal_.c_str(), 0602);
-    EXPECT_EQ(torn, load());
+    expectRefusal();
     chmod(journal_.c_str(), 0644);
     EXPECT_EQ(kLong, load());
     ASSERT_EQ(0, link(journal_.c_str(), directory_.at("second").c_str()));
-    EXPECT_EQ(torn, load());
+    expectRefusal();
     std::filesystem::remove(journal_);
     ASSERT_EQ(0, symlink("second", journal_.c_str()));
     EXPECT_EQ(torn, load());
@@ -2352,8 +2361,13 @@ TEST_F(ZJournaledFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
         SCOPED_TRACE(c.owner);
         ASSERT_EQ(0, chown(journal_.c_str(), c.owner, 0));
         asNobody([&] {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
-            return (file.text().size() == kLong.text.size()) == c.counts;
+            if (!c.counts)
+                expectFailure(journal_, "access()", EPERM, CallPlan(),
+                              [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+            else
+                EXPECT_EQ(kLong.text,
+                          ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).text());
+            return !HasFailure();
         });
     }
 }
@@ -2388,7 +2402,7 @@ TEST_F(ZJournaledFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
             EXPECT_EQ(journal_, failure.file);
             found = failure.call;
         }
-        EXPECT_EQ(linked ? "open()" : torn, found);
+        EXPECT_EQ(linked ? "open()" : "access()", found);
         std::filesystem::remove(journal_);
         std::filesystem::remove(second);
     }
@@ -2771,24 +2785,6 @@ TEST_F(ZJournaledFileCase, CompanionThatIsMountedThereIsWrittenInPlace)
     EXPECT_EQ("conf conf.obf source", directory_.names());
 }
 
-TEST_F(ZJournaledFileCase, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root has files of two owners";
-    chmod(directory_.path().c_str(), 01777);
-    put(kShort);
-    ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
-    chmod(companion_.c_str(), 0666);
-    asNobody([&] {
-        store(kLong);
-        bool const isStored = load() == kLong;
-        store(kPlain);
-        return isStored && load() == kPlain;
-    });
-    EXPECT_EQ("conf conf.obf", directory_.names());
-    EXPECT_EQ("", directory_.read("conf.obf"));
-}
-
 TEST_F(ZJournaledFileCase, FolderThatMayNotBeReadIsSyncedWithItsFileSystem)
 {
     chmod(directory_.path().c_str(), 0777);
@@ -2815,6 +2811,272 @@ TEST_F(ZJournaledFileCase, FolderThatMayNotBeReadIsSyncedWithItsFileSystem)
         return syncs >= 3 && directory_.read("folder/conf") == kPlain.text &&
                namesIn(folder) == "conf";
     });
+}
+
+// ---- Access control lists ----------------------------------------------------------------------
+
+namespace {
+
+struct AclEntry {
+    uint16_t tag;
+    uint16_t permissions;
+    uint32_t id;
+};
+constexpr uint32_t kNoId = ~0U;
+enum : uint16_t { kOwner = 1, kUser = 2, kOwningGroup = 4, kGroup = 8, kMask = 16, kOthers = 32 };
+
+std::string listOf(std::vector<AclEntry> const& entries)
+{
+    std::string out;
+    putNumber(out, 2, 4);
+    for (AclEntry const& entry : entries) {
+        putNumber(out, entry.tag, 2);
+        putNumber(out, entry.permissions, 2);
+        putNumber(out, entry.id, 4);
+    }
+    return out;
+}
+
+// Gives one more user permissions, beside those of the owner.
+std::string listFor(uint32_t user, uint16_t permissions)
+{
+    return listOf({{kOwner, 6, kNoId},
+                   {kUser, permissions, user},
+                   {kOwningGroup, 0, kNoId},
+                   {kMask, 6, kNoId},
+                   {kOthers, 0, kNoId}});
+}
+
+constexpr char kList[] = "system.posix_acl_access";
+
+bool setList(std::string const& path, std::string const& list, char const* name = kList)
+{
+    return setxattr(path.c_str(), name, list.data(), list.size(), 0) == 0;
+}
+
+std::string getAttribute(std::string const& path, char const* name = kList)
+{
+    char value[1000];
+    ssize_t const length = getxattr(path.c_str(), name, value, sizeof value);
+    return {value, length > 0 ? static_cast<size_t>(length) : 0};
+}
+
+constexpr uint32_t kOther = 12345;  // another user
+
+}  // namespace
+
+TEST_F(ZJournaledFileCase, JournalAndCompanionHaveTheAccessListOfTheFile)
+{
+    // The mode shows the mask as the rights of the group, which has none.
+    std::string const list = listFor(kOther, 6);
+    put(kShort);
+    if (!setList(path_, list))
+        GTEST_SKIP() << "there are no access control lists";
+    struct stat status;
+    ASSERT_EQ(0, stat(path_.c_str(), &status));
+    ASSERT_EQ(0660u, status.st_mode & 07777);
+    CallPlan looking;
+    bool isSeen = false;
+    looking.before = [&](SystemCall const& call) {
+        for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
+            std::string const path = directory_.at(name);
+            if (stat(path.c_str(), &status) != 0 || status.st_size == 0)
+                continue;
+            isSeen = true;
+            EXPECT_EQ(list, getAttribute(path)) << name << " at " << call.name;
+        }
+        return 0;
+    };
+    {
+        Watch const watch(looking);
+        store(kLong);
+    }
+    EXPECT_TRUE(isSeen);
+    EXPECT_EQ(list, getAttribute(companion_));
+    EXPECT_EQ(kLong, load());
+}
+
+TEST_F(ZJournaledFileCase, DefaultListOfTheFolderGrantsNothing)
+{
+    put(kShort);
+    if (!setList(directory_.path(), listFor(kOther, 6), "system.posix_acl_default"))
+        GTEST_SKIP() << "there are no access control lists";
+    chmod(path_.c_str(), 0660);
+    CallPlan looking;
+    looking.before = [&](SystemCall const& call) {
+        for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
+            struct stat status;
+            std::string const path = directory_.at(name);
+            if (stat(path.c_str(), &status) != 0)
+                continue;
+            bool const isMasked = (status.st_mode & 0070) == 0;  // at first
+            EXPECT_TRUE(getAttribute(path).empty() || (isMasked && status.st_size == 0))
+                << name << " at " << call.name;
+        }
+        return 0;
+    };
+    {
+        Watch const watch(looking);
+        store(kLong);
+    }
+    EXPECT_EQ("", getAttribute(companion_));
+    EXPECT_EQ(kLong, load());
+}
+
+TEST_F(ZJournaledFileCase, CompanionKeepsItsAccessListAndAttributes)
+{
+    put(kShort);
+    char const note[] = "user.note";
+    if (!setList(path_, listFor(kOther, 6)) || !setList(companion_, listFor(kOther, 4)) ||
+        setxattr(companion_.c_str(), note, "keep", 4, 0) != 0)
+        GTEST_SKIP() << "there are no access control lists or attributes";
+    for (Pair const& next : {kLong, kShort}) {
+        store(next);
+        EXPECT_EQ(next, load());
+        EXPECT_EQ(listFor(kOther, 4), getAttribute(companion_));
+        EXPECT_EQ("keep", getAttribute(companion_, note));
+    }
+    // Not a list that grants more than the file does: to another user, or more to this one.
+    ASSERT_TRUE(setList(companion_, listFor(54321, 4)));
+    store(kLong);
+    EXPECT_EQ(listFor(kOther, 6), getAttribute(companion_));
+    ASSERT_TRUE(setList(path_, listFor(kOther, 4)));
+    store(kShort);
+    EXPECT_EQ(listFor(kOther, 4), getAttribute(companion_));
+    EXPECT_EQ("keep", getAttribute(companion_, note));
+}
+
+TEST_F(ZJournaledFileCase, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 01777);
+    put(kShort);
+    ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
+    chmod(companion_.c_str(), 0666);
+    asNobody([&] {
+        // Not where it would be more readable than the file.
+        expectFailure(companion_, "fchmod()", EPERM, CallPlan(), [&] { store(kLong); });
+        return !HasFailure() && load() == kShort;
+    });
+    if (!setList(companion_, listFor(65534, 6)))
+        GTEST_SKIP() << "there are no access control lists";
+    asNobody([&] {
+        store(kLong);
+        bool const isStored = load() == kLong;
+        store(kPlain);
+        return isStored && load() == kPlain;
+    });
+    EXPECT_EQ("conf conf.obf", directory_.names());
+    EXPECT_EQ("", directory_.read("conf.obf"));
+}
+
+TEST_F(ZJournaledFileCase, JournalThatOthersMayWriteByTheirAccessListDoesNotCount)
+{
+    std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+    std::string const whole = journalOf(kShort, kLong, "");
+    directory_.write("conf", torn);
+    directory_.write(".conf.zjn", whole);
+    chmod(path_.c_str(), 0660);
+    chmod(journal_.c_str(), 0660);
+    EXPECT_EQ(kLong.text, load().text);
+    if (!setList(journal_, listFor(kOther, 6)))
+        GTEST_SKIP() << "there are no access control lists";
+    for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        expectFailure(journal_, "access()", EPERM, CallPlan(),
+                      [&] { ZJournaledFile(path_.c_str(), mode); });
+    EXPECT_EQ(torn, directory_.read("conf"));
+    EXPECT_EQ(whole, directory_.read(".conf.zjn"));
+    // But it does where the file has the same list, and where the user may only read.
+    ASSERT_TRUE(setList(path_, listFor(kOther, 6)));
+    EXPECT_EQ(kLong.text, load().text);
+    ASSERT_TRUE(setList(path_, listFor(kOther, 4)));
+    expectFailure(journal_, "access()", EPERM, CallPlan(),
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+    ASSERT_TRUE(setList(journal_, listFor(kOther, 4)));
+    EXPECT_EQ(kLong.text, load().text);
+}
+
+TEST_F(ZJournaledFileCase, JournalOfAUserWhoCanWriteTheFileCounts)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of several owners";
+    constexpr uid_t kMember = 65534;
+    struct Case {
+        char const* name;
+        mode_t mode;
+        gid_t group;
+        std::string list;
+        bool counts;
+    };
+    Case const cases[] = {
+        {"in the group", 0660, 65534, "", true},
+        {"in the group, which may read", 0640, 65534, "", false},
+        {"not in the group", 0660, 23456, "", false},
+        {"in the group, others may write", 0606, 65534, "", false},
+        {"one of the others", 0606, 23456, "", true},
+        {"named", 0660, 23456, listFor(kMember, 6), true},
+        {"named as a reader", 0660, 23456, listFor(kMember, 4), false},
+        {"in the group of the mask", 0660, 65534, listFor(kOther, 6), false},
+        {"in a named group", 0660, 23456,
+         listOf({{kOwner, 6, kNoId},
+                 {kOwningGroup, 0, kNoId},
+                 {kGroup, 6, 65534},
+                 {kMask, 6, kNoId},
+                 {kOthers, 0, kNoId}}),
+         true},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+        std::string const whole = journalOf(kShort, kLong, "");
+        put({torn, ""});
+        ASSERT_EQ(0, chown(path_.c_str(), kOther, c.group));
+        ASSERT_EQ(0, chmod(path_.c_str(), c.mode));
+        if (!c.list.empty() && !setList(path_, c.list))
+            GTEST_SKIP() << "there are no access control lists";
+        directory_.write(".conf.zjn", whole);
+        ASSERT_EQ(0, chown(journal_.c_str(), kMember, c.group));
+        if (c.counts) {
+            EXPECT_EQ(kLong.text, load().text);
+            storeText(kPlain.text);
+            EXPECT_EQ(kPlain.text, load().text);
+        } else {
+            for (ZJournaledFile::Mode mode :
+                 {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+                expectFailure(journal_, "access()", EPERM, CallPlan(),
+                              [&] { ZJournaledFile(path_.c_str(), mode); });
+            EXPECT_EQ(torn, directory_.read("conf"));
+            EXPECT_EQ(whole, directory_.read(".conf.zjn"));
+            // Where the text is whole, there is nothing to lose: the journal is put aside.
+            for (std::string const& text : {kShort.text, kLong.text, std::string("else\n")}) {
+                directory_.write("conf", text);
+                EXPECT_EQ(text, load().text);
+            }
+            storeText(kPlain.text);
+            EXPECT_EQ(kPlain.text, load().text);
+            EXPECT_EQ(whole, directory_.read(".conf.zjn.orphan"));
+        }
+        std::filesystem::remove(path_);
+    }
+}
+
+TEST_F(ZJournaledFileCase, JournalOfAUserWhoCannotWriteTheCompanionDoesNotChangeIt)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of several owners";
+    put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+    for (std::string const& path : {path_, companion_})
+        ASSERT_EQ(0, chown(path.c_str(), kOther, 65534));
+    ASSERT_EQ(0, chmod(path_.c_str(), 0660));
+    ASSERT_EQ(0, chmod(companion_.c_str(), 0640));
+    ASSERT_EQ(0, chown(journal_.c_str(), 65534, 65534));
+    expectFailure(journal_, "access()", EPERM, CallPlan(),
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    EXPECT_EQ(kShort.companion, directory_.read("conf.obf"));
+    ASSERT_EQ(0, chmod(companion_.c_str(), 0660));
+    EXPECT_EQ(kLong, load());
 }
 
 // ---- What others put there meanwhile -----------------------------------------------------------

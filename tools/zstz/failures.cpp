@@ -152,6 +152,13 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
 
     if (api == "mapFile()")
         return describeCompanion(file, error, mainFile);
+    if (api == "access()" && isHiddenSibling(file))
+        return {exitNoAccess, file +
+                                  ": is the journal of a store that was interrupted, but its owner "
+                                  "may not write " +
+                                  mainFile +
+                                  "; compare both, then make it the "
+                                  "owner's (chown) or remove it"};
     if (api == "access()")
         return describeRefusal(file, error, mainFile);
     if (api == "fchown()" && error == EPERM)

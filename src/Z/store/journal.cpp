@@ -31,6 +31,12 @@ uint32_t storedChecksum(uint32_t crc)
     return crc != 0 ? crc : 1;
 }
 
+bool consistsOf(std::string_view text, std::string_view front, std::string_view back)
+{
+    return text.size() == front.size() + back.size() && text.starts_with(front) &&
+           text.ends_with(back);
+}
+
 // Takes views from the front of a buffer.
 class Reader {
 public:
@@ -154,10 +160,12 @@ bool Journal::isPartialRewrite(std::string_view text) const
 
 bool Journal::isOld(std::string_view text) const
 {
-    std::string_view const rest = diff.rewritten(text);
-    size_t const middle = diff.oldMiddle.size();
-    return !diff.isEmpty() && rest.size() == middle + diff.moved.size() &&
-           rest.substr(0, middle) == diff.oldMiddle && rest.substr(middle) == diff.moved;
+    return !diff.isEmpty() && consistsOf(diff.rewritten(text), diff.oldMiddle, diff.moved);
+}
+
+bool Journal::isNew(std::string_view text) const
+{
+    return consistsOf(diff.rewritten(text), diff.newMiddle, diff.moved);
 }
 
 Bytes Journal::newText(std::string_view text) const

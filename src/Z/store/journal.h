@@ -68,6 +68,9 @@ struct Journal {
     /// Returns whether `text`, a partial rewrite, is the old text and differs from the new one.
     bool isOld(std::string_view text) const;
 
+    /// Returns whether `text`, a partial rewrite, is the new text.
+    bool isNew(std::string_view text) const;
+
     /// Returns the new text; `text` is a partial rewrite.
     /// throws  std::bad_alloc.
     Bytes newText(std::string_view text) const;

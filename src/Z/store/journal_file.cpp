@@ -73,31 +73,48 @@ int clearLeftover(Directory const& directory, std::string const& name)
 
 }  // namespace
 
-FoundJournal findJournal(Directory const& directory, std::string const& name,
-                         struct stat const& main)
+FoundJournal findJournal(MainFile const& main)
 {
+    Directory const& directory = main.directory;
+    std::string const name = main.journalName();
+    std::string const path = directory.pathOf(name);
     FoundJournal found;
     if (int const error = directory.stat(name, found.status)) {
         if (error == ENOENT || error == ENAMETOOLONG)
             return found;
-        throw IoError{directory.pathOf(name), "lstat()", error};
+        throw IoError{path, "lstat()", error};
     }
     found.kind = FoundJournal::obstacle;
-    if (!isTrustedJournal(found.status, main))
+    if (!S_ISREG(found.status.st_mode))
         return found;
+    AccessList ofMain;
+    if (int const error = ofMain.read(main.fd))
+        throw IoError{main.path, "fgetxattr()", error};
     ZSharedFile file;
-    if (int const error =
-            file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0))
-        throw IoError{directory.pathOf(name), "open()", error};
-    auto journal = std::make_unique<Journal>();
-    int const fd = file.descriptor();
-    if (int const error = fstat(fd, &found.status) != 0 ? errno : readAll(fd, journal->bytes))
-        throw IoError{directory.pathOf(name), "read()", error};
-    if (!isTrustedJournal(found.status, main))
+    int error = file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
+    bool const couldWrite = ofMain.allows(found.status.st_uid, kMayWrite);
+    if (error != 0 && !couldWrite)
         return found;
-    found.kind = journal->parse() ? FoundJournal::valid : FoundJournal::invalid;
-    if (found.kind == FoundJournal::valid)
+    if (error != 0)
+        throw IoError{path, "open()", error};
+    auto journal = std::make_unique<Journal>();
+    AccessList list;
+    error = list.read(file.descriptor());
+    if (error == 0)
+        error = readAll(file.descriptor(), journal->bytes);
+    if (error != 0)
+        throw IoError{path, "read()", error};
+    found.status = list.status();
+    uid_t const owner = found.status.st_uid;
+    found.isByOwner = owner == 0 || owner == main.status.st_uid || owner == geteuid();
+    bool const isTrusted = found.status.st_nlink == 1 &&
+                           (found.isByOwner || ofMain.allows(owner, kMayWrite)) &&
+                           list.isWithin(ofMain, kMayWrite);
+    bool const isComplete = journal->parse();
+    if (isComplete)
         found.journal = std::move(journal);
+    found.kind = isTrusted ? (isComplete ? FoundJournal::valid : FoundJournal::invalid)
+                           : (isComplete ? FoundJournal::foreign : FoundJournal::obstacle);
     return found;
 }
 

@@ -14,6 +14,7 @@
 
 #include "directory.h"
 #include "journal.h"
+#include "main_file.h"
 
 namespace zstore {
 
@@ -23,18 +24,20 @@ constexpr dev_t kNoDisk = 0;
 struct FoundJournal {
     enum Kind {
         none,
-        obstacle,  // it cannot be a journal: another kind of file, or of an owner we do not trust
-        invalid,   // a regular file of a trusted owner, but not a complete journal
+        obstacle,  // it cannot be a journal, or it is not a complete one and not trusted
+        invalid,   // trusted, but not a complete journal
+        foreign,   // complete, but not trusted
         valid,
     } kind = none;
     struct stat status = {};
-    std::unique_ptr<Journal> journal;  // if valid
+    std::unique_ptr<Journal> journal;  // if valid or foreign
+    bool isByOwner = false;            // its owner owns the file, or is root, or we are
 };
 
-/// Reads the journal `name` of the file `main`.
+/// Reads the journal of a file. It is trusted if it is a regular file with one link whose owner
+/// could have written the file, and if nobody can write it who cannot write the file.
 /// throws  IoError if it cannot be read: without its journal a file may be torn; std::bad_alloc.
-FoundJournal findJournal(Directory const& directory, std::string const& name,
-                         struct stat const& main);
+FoundJournal findJournal(MainFile const& main);
 
 /// Creates a new file, readable by nobody else, and returns its descriptor; -1 with errno if it
 /// fails. An existing file was left by a crashed writer and is removed.

@@ -48,32 +48,55 @@ ZJournaledFile::~ZJournaledFile() = default;
 // that of a writer of the new file, and is not touched.
 bool ZJournaledFile::recover(Mode mode)
 {
-    FoundJournal found = findJournal(file_.directory, file_.journalName(), file_.status);
+    FoundJournal found = findJournal(file_);
     if (found.kind != FoundJournal::none && mode == Mode::store && !file_.hasItsName())
         return false;
     if (found.kind == FoundJournal::invalid)
         invalidJournal_ = found.status;
-    if (found.kind == FoundJournal::obstacle && mode == Mode::store)
-        putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
-    if (found.kind != FoundJournal::valid)
+    if (found.kind == FoundJournal::none || found.kind == FoundJournal::invalid)
         return true;
-    SizeSignalGuard const noSignal;
-    Journal const& journal = *found.journal;
     std::string_view const text = file_.contents.view();
-    bool const describes = journal.isPartialRewrite(text);
-    bool const isOld = describes && journal.isOld(text);
+    Journal const* const journal = found.journal.get();
+    bool const describes = journal != nullptr && journal->isPartialRewrite(text);
+    bool const isOld = describes && journal->isOld(text);
+    if (!mayUse(found)) {
+        // Without the journal the text may be torn, or have the companion of another generation.
+        bool const isComplete = describes && journal->companion.empty() && journal->isNew(text);
+        if (describes && !isOld && !isComplete)
+            throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
+        if (mode == Mode::store)
+            putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
+        return true;
+    }
+    SizeSignalGuard const noSignal;
     bool const counts =
-        describes && (journal.companion.empty() || describesCompanion(journal, isOld));
+        describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
     if (!counts || isOld) {
         if (mode == Mode::store)
             retireOutdated(found, counts);
     } else if (mode == Mode::load) {
-        file_.contents = journal.newText(text);
+        file_.contents = journal->newText(text);
         journal_ = std::move(found.journal);
     } else {
         replay(found);
     }
     return true;
+}
+
+// Returns whether a journal can be used. One of a user who can write the file, but does not own it,
+// must not change a companion that this user cannot write.
+bool ZJournaledFile::mayUse(FoundJournal const& found) const
+{
+    if (found.kind != FoundJournal::valid)
+        return false;
+    if (found.isByOwner || found.journal->companion.empty())
+        return true;
+    CompanionFile const companion(file_, found.journal->companion);
+    ZSharedFile file;
+    AccessList list;
+    int const error = companion.openForReading(file);
+    return error == ENOENT || (error == 0 && list.read(file.descriptor()) == 0 &&
+                               list.allows(found.status.st_uid, kMayWrite));
 }
 
 // Completes the store of a crashed writer.

@@ -57,7 +57,8 @@ public:
     /// store that crashed.
     /// throws  IoError with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; with
     ///         "lstat()", "open()", "read()", "mapFile()" or "access()" if a journal or its
-    ///         companion cannot or may not be read; with "unlink()" if a journal that is out of
+    ///         companion cannot or may not be read, or if a journal that is not trusted describes
+    ///         the text; with "unlink()" if a journal that is out of
     ///         date cannot be removed; as commit() while a store is completed; std::bad_alloc.
     ZJournaledFile(char const* path, Mode mode);
     ZJournaledFile(ZJournaledFile const&) = delete;
@@ -111,6 +112,7 @@ public:
 
 private:
     bool recover(Mode mode);
+    bool mayUse(zstore::FoundJournal const& found) const;
     void replay(zstore::FoundJournal const& found);
     void retireOutdated(zstore::FoundJournal const& found, bool isOld);
     bool describesCompanion(zstore::Journal const& journal, bool oldText) const;

@@ -57,6 +57,8 @@ void Writer::throwError() const
 
 void Writer::commit()
 {
+    if (int const error = access_.read(file_.fd))
+        throw IoError{file_.path, "fgetxattr()", error};
     if (companion_ != nullptr)
         readOldCompanion();
     try {
@@ -80,6 +82,10 @@ void Writer::replay(struct stat const& journal)
     journal_.adopt(journal);
     phase_ = Phase::journaled;
     hadCompanion_ = companion_ != nullptr && companion_->exists(status);
+    if (hadCompanion_ && companion_->openForReading(companionFile_) == 0)
+        oldAccess_.read(companionFile_.descriptor());
+    if (int const error = access_.read(file_.fd))
+        throw IoError{file_.path, "fgetxattr()", error};
     if (replacePair() != 0 || fail("unlink()", journalPath_, retireJournal()) != 0) {
         removeNewCompanion();
         throwError();
@@ -94,7 +100,9 @@ void Writer::readOldCompanion()
     int error = companion_->openForReading(companionFile_);
     if (error == 0) {
         hadCompanion_ = true;
-        error = readAll(companionFile_.descriptor(), oldCompanion_);
+        error = oldAccess_.read(companionFile_.descriptor());
+        if (error == 0)
+            error = readAll(companionFile_.descriptor(), oldCompanion_);
     }
     // A file that this one names but that no store can have written is left alone.
     if (error == EISDIR || error == EINVAL || error == EPERM ||
@@ -102,24 +110,26 @@ void Writer::readOldCompanion()
         throw IoError{path, "access()", EPERM};
     if (error != 0 && error != ENOENT)
         throw IoError{path, "fopen(w)", error};
-    if (companionChange_ == CompanionChange::written && hadCompanion_ &&
-        isAsWanted(companionFile_.descriptor())) {
+    if (companionChange_ == CompanionChange::written && hadCompanion_ && isAsWanted()) {
         companionChange_ = CompanionChange::kept;
         if (int const unsynced = syncUnchangedCompanion(companionFile_.descriptor()))
             throw IoError{path, "fsync()", unsynced};
     }
 }
 
-// Returns whether the companion already has its contents, and owner, group, mode and disk of the
-// file.
-bool Writer::isAsWanted(int companion) const
+// Returns whether the companion already has its contents, and owner, group, access and disk of the
+// file. It may have an access control list of its own that grants no more than the file.
+bool Writer::isAsWanted() const
 {
-    struct stat const& model = file_.status;
-    struct stat status;
-    return oldCompanion_.view() == change_.contents && fstat(companion, &status) == 0 &&
-           status.st_dev == model.st_dev && status.st_uid == model.st_uid &&
-           status.st_gid == model.st_gid && status.st_nlink == 1 &&
-           ((status.st_mode ^ model.st_mode) & kPermissions) == 0;
+    struct stat const& model = access_.status();
+    struct stat const& status = oldAccess_.status();
+    bool const hasOwnList =
+        oldAccess_.isExtended() && oldAccess_.isWithin(access_, kMayRead | kMayWrite);
+    bool const hasSameMode = !oldAccess_.isExtended() && !access_.isExtended() &&
+                             ((status.st_mode ^ model.st_mode) & kPermissions) == 0;
+    return oldCompanion_.view() == change_.contents && status.st_dev == model.st_dev &&
+           status.st_uid == model.st_uid && status.st_gid == model.st_gid && status.st_nlink == 1 &&
+           (hasOwnList || hasSameMode);
 }
 
 // Another program may have put the companion there without syncing it.
@@ -165,7 +175,7 @@ int Writer::writeJournalContents()
 {
     bool owned = false;
     int const fd = journal_.descriptor();
-    if (int const error = copyOwnerAndMode(fd, file_.status, owned))
+    if (int const error = access_.copyTo(fd, owned))
         return fail("fchmod()", temporaryJournalPath_, error);
     // Data that another program wrote and did not sync must be durable before it is overwritten.
     struct stat status;
@@ -267,10 +277,12 @@ int Writer::prepareCompanion(std::string_view contents)
         return fail("fopen(w)", change_.path, refused);
     bool owned = false;
     if (refused == 0)
-        if (int const error = copyOwnerAndMode(newCompanion_.get(), file_.status, owned))
+        if (int const error = access_.copyTo(newCompanion_.get(), owned))
             return fail("fchmod()", change_.path, error);
-    if (owned)
+    if (owned) {
+        keepAccess();
         return fillNewCompanion(contents);
+    }
     // No reader would use a companion of another owner, see companion.h.
     if (refused == 0) {
         companion_->directory().remove(newCompanionName_);
@@ -279,6 +291,17 @@ int Writer::prepareCompanion(std::string_view contents)
     if (!hadCompanion_)
         return fail("fchown()", change_.path, EPERM);
     return openInPlace();
+}
+
+// Keeps the attributes of the companion, and its access control list unless that grants more than
+// the file.
+void Writer::keepAccess()
+{
+    if (!hadCompanion_ || !companionFile_.isOpen())
+        return;
+    copyAttributes(companionFile_.descriptor(), newCompanion_.get());
+    if (oldAccess_.isExtended() && oldAccess_.isWithin(access_, kMayRead | kMayWrite))
+        oldAccess_.copyListTo(newCompanion_.get());
 }
 
 int Writer::fillNewCompanion(std::string_view contents)
@@ -294,7 +317,27 @@ int Writer::fillNewCompanion(std::string_view contents)
 int Writer::openInPlace()
 {
     writesInPlace_ = true;
-    return fail("fopen(w)", change_.path, companion_->openForWriting(companionFile_));
+    if (int const error = companion_->openForWriting(companionFile_))
+        return fail("fopen(w)", change_.path, error);
+    return restrictInPlace();
+}
+
+// No contents get into a companion that grants more than the file.
+int Writer::restrictInPlace()
+{
+    int const fd = companionFile_.descriptor();
+    AccessList now;
+    bool owned = false;
+    int error = now.read(fd);
+    if (error == 0 && now.isWithin(access_, kMayRead | kMayWrite))
+        return 0;
+    if (error == 0)
+        error = access_.copyTo(fd, owned);
+    if (error == 0)
+        error = now.read(fd);
+    if (error == 0 && !now.isWithin(access_, kMayRead | kMayWrite))
+        error = EPERM;
+    return fail("fchmod()", change_.path, error);
 }
 
 int Writer::rewriteText()
@@ -357,6 +400,8 @@ int Writer::applyCompanionChange()
             return fail(removes ? "unlink()" : "rename()", change_.path, error);
         if (companion_->openForWriting(companionFile_) != 0)
             return fail(removes ? "unlink()" : "rename()", change_.path, error);
+        if (!removes && restrictInPlace() != 0)
+            return error_;
     }
     return writeCompanionInPlace(removes ? std::string_view() : change_.contents);
 }
@@ -449,8 +494,12 @@ int Writer::restoreCompanion()
             if (!hadCompanion_)
                 return 0;
     }
-    if (int const error = prepareCompanion(oldCompanion_.view()))
-        return error;
+    try {
+        if (int const error = prepareCompanion(oldCompanion_.view()))
+            return error;
+    } catch (std::bad_alloc const&) {
+        return ENOMEM;
+    }
     int const error = companionState_ == CompanionState::removed
                           ? directory->renameWithoutReplacing(newCompanionName_, companion_->name())
                           : directory->rename(newCompanionName_, companion_->name());

@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 
+#include "access.h"
 #include "companion.h"
 #include "journal_file.h"
 #include "main_file.h"
@@ -63,7 +64,7 @@ private:
     [[noreturn]] void throwError() const;
 
     void readOldCompanion();
-    bool isAsWanted(int companion) const;
+    bool isAsWanted() const;
     int syncUnchangedCompanion(int companion) const;
 
     int requireName();
@@ -77,6 +78,8 @@ private:
     int prepareCompanion(std::string_view contents);
     int fillNewCompanion(std::string_view contents);
     int openInPlace();
+    void keepAccess();
+    int restrictInPlace();
     int rewriteText();
     int changeCompanion();
     int applyCompanionChange();
@@ -101,8 +104,10 @@ private:
     std::string const temporaryJournalPath_;
     std::unique_ptr<CompanionFile> companion_;
     std::string const newCompanionName_;
-    Bytes padded_;        // written instead of a shorter text if there is no journal
-    Bytes oldCompanion_;  // its contents
+    AccessList access_;     // of the file
+    AccessList oldAccess_;  // of the companion
+    Bytes padded_;          // written instead of a shorter text if there is no journal
+    Bytes oldCompanion_;    // its contents
     bool hadCompanion_ = false;
     bool writesInPlace_ = false;  // the companion's name cannot be replaced
     bool isCompanionSynced_ = true;
