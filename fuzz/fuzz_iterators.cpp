@@ -64,7 +64,12 @@ public:
             model_.text += kLines[choices_.below(12)];
         std::ofstream(path_, std::ios::binary | std::ios::trunc) << model_.text;
         CacheModel::Refusal refusal;
-        expect(model_.load(true, true, refusal), [&] { store_.load(path_.c_str()); });
+        StoreModel::Outcome const outcome = model_.load(true, true, refusal);
+        expect(outcome, [&] { store_.load(path_.c_str()); });
+        if (outcome != StoreModel::done) {  // a name comes with the first file that can be read
+            model_.store();
+            store_.store(path_.c_str());
+        }
     }
 
     void run()
