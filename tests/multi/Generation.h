@@ -23,6 +23,13 @@ struct Torn : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Stores that can replace the file by a new one.
+template <class Store>
+concept CanReplace = requires(Store& store)
+{
+    store.setReplacing(1);
+};
+
 class Generation {
 public:
     static constexpr long kGroup = 4;  // generations that have most of their text in common
@@ -50,6 +57,18 @@ public:
         return all;
     }
 
+    /// Sets whether the stores of this process replace the file, or rewrite it in place.
+    static void setReplacing(bool replacing) { replacing_ = replacing; }
+    static bool isReplacing() { return replacing_; }
+
+    /// Makes `object` store in the way of this process.
+    template <class Store>
+    static void prepare(Store& object)
+    {
+        if constexpr (CanReplace<Store>)
+            object.setReplacing(replacing_ ? 1 : 0);
+    }
+
     /// Puts the values in place of those that `store` holds.
     void change(ZStanzaFileProperties_6_0& store) const
     {
@@ -70,6 +89,7 @@ public:
     void store(std::string const& path) const
     {
         ZStanzaFileProperties_6_0 store(1);
+        prepare(store);
         if (access(path.c_str(), F_OK) == 0)
             store.load(path.c_str());
         change(store);
@@ -161,6 +181,8 @@ private:
         store.getValue(stanza, key.c_str(), out, 0, "");
         return out.getChars();
     }
+
+    inline static bool replacing_ = false;
 
     long number_ = 0;
     size_t size_ = 0;

@@ -22,6 +22,7 @@ public:
             throw std::bad_alloc();
         child_ = inChild([&] {
             ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+            Generation::prepare(store);
             for (long number = last + 1;; ++number) {
                 generation(number, largest).change(store);
                 store.store(nullptr);

@@ -1,9 +1,8 @@
 // The crash program: kills, cuts and starves stores of configuration files, and looks whether
 // anything was lost. `./dev crash` runs all of it, the tests a share.
 //
-//     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs
-//     crash --store PATH NUMBER SIZE SECRET     } what the campaigns have strace look at:
-//     crash --load PATH                         } see Marked.h
+//     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs, first
+//                                     with stores in place, then with stores that replace the file
 //
 // Exit code 0: every outcome was one that is promised.
 #include <sys/wait.h>
@@ -17,7 +16,7 @@
 #include <vector>
 
 #include "Campaign.h"
-#include "Marked.h"
+#include "Generation.h"
 
 namespace {
 
@@ -41,6 +40,16 @@ constexpr Campaign kCampaigns[] = {
     {"readers without locks", readWithoutLocks},
     {"directory's owner attacks", attackRoot},
 };
+
+// How the stores of a campaign write the file.
+enum class Mode { inPlace, replacing };
+
+std::vector<Mode> modes()
+{
+    if (CanReplace<ZStanzaFileProperties_6_0>)
+        return {Mode::inPlace, Mode::replacing};
+    return {Mode::inPlace};
+}
 
 double now()
 {
@@ -77,9 +86,10 @@ private:
     double next_ = now() + 0.2;
 };
 
-void run(Campaign const& campaign, Counts& counts, Extent extent)
+void run(Campaign const& campaign, Mode mode, Counts& counts, Extent extent)
 {
     pid_t const child = inChild([&] {
+        Generation::setReplacing(mode == Mode::replacing);
         campaign.run(counts, extent);
         return 0;
     });
@@ -106,19 +116,21 @@ bool isWanted(Campaign const& campaign, std::vector<std::string> const& names)
 int runAll(Extent extent, std::vector<std::string> const& names)
 {
     struct Row {
-        Campaign const* campaign;
+        std::string name;
         Counts* counts;
         double seconds;
     };
     std::vector<Row> rows;
-    for (Campaign const& campaign : kCampaigns) {
-        if (!isWanted(campaign, names))
-            continue;
-        Counts& counts = shared<Counts>();
-        double const start = now();
-        run(campaign, counts, extent);
-        rows.push_back({&campaign, &counts, now() - start});
-    }
+    for (Mode const mode : modes())
+        for (Campaign const& campaign : kCampaigns) {
+            if (!isWanted(campaign, names))
+                continue;
+            Counts& counts = shared<Counts>();
+            double const start = now();
+            run(campaign, mode, counts, extent);
+            rows.push_back({campaign.name + std::string(mode == Mode::inPlace ? "" : ", replacing"),
+                            &counts, now() - start});
+        }
     if (rows.empty()) {
         std::fprintf(stderr, "crash: no campaign has such a name; there are:\n");
         for (Campaign const& campaign : kCampaigns)
@@ -127,13 +139,13 @@ int runAll(Extent extent, std::vector<std::string> const& names)
     }
 
     long bad = 0;
-    std::printf("%-30s %8s %8s %8s %5s %6s\n", "campaign", "events", "old", "new", "bad", "s");
+    std::printf("%-41s %8s %8s %8s %5s %6s\n", "campaign", "events", "old", "new", "bad", "s");
     for (Row const& row : rows) {
         Counts const& counts = *row.counts;
         if (counts.leftOut)
-            std::printf("%-30s left out: %s\n", row.campaign->name, counts.note);
+            std::printf("%-41s left out: %s\n", row.name.c_str(), counts.note);
         else
-            std::printf("%-30s %8ld %8ld %8ld %5ld %6.1f%s%s\n", row.campaign->name,
+            std::printf("%-41s %8ld %8ld %8ld %5ld %6.1f%s%s\n", row.name.c_str(),
                         counts.events.load(), counts.olds.load(), counts.news.load(),
                         counts.bad.load(), row.seconds, counts.note[0] != '\0' ? "  " : "",
                         counts.note);
@@ -148,8 +160,6 @@ int runAll(Extent extent, std::vector<std::string> const& names)
 int main(int argc, char** argv)
 {
     setenv("QVRDIR", Z_TABLES, 0);
-    if (Marked::isWanted(argc, argv))
-        return Marked::run(argv);
     Extent extent = Extent::full;
     std::vector<std::string> names;
     for (int i = 1; i < argc; ++i) {

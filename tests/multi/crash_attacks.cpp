@@ -191,6 +191,7 @@ private:
     void tear() const
     {
         Stepper stepper([&] {
+            Generation::setReplacing(false);
             kAfter.store(in(kConf));
             return 0;
         });

@@ -1,6 +1,7 @@
-// Stores and loads that strace kills, or makes fail, at each of their system calls.
-#include <signal.h>
-#include <sys/wait.h>
+// Stores and loads that are killed, or fail, at each of their system calls.
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
@@ -9,7 +10,7 @@
 
 #include "Campaign.h"
 #include "Generation.h"
-#include "Marked.h"
+#include "Stepper.h"
 #include "StoreFolder.h"
 
 namespace {
@@ -42,15 +43,68 @@ std::vector<Shape> shapes(Extent extent)
     return all;
 }
 
-Marked::Task storing(StoreFolder const& folder, Generation const& what)
+// What a child process does, and answers with: one of these, or a generation's number.
+using Task = std::function<int()>;
+enum Answer { stored = 0, raised = 100, torn = 101 };
+
+int answerOf(std::function<int()> const& work)
 {
-    return {"--store", folder.path(), std::to_string(what.number()), std::to_string(what.size()),
-            what.isSecret() ? "secret" : "open"};
+    // The widest mask: a mode that is narrower than the file's was narrowed on purpose.
+    umask(0);
+    try {
+        return work();
+    } catch (Torn const&) {
+        return torn;
+    } catch (ZException_6_0&) {
+        return raised;
+    }
 }
 
-std::string describe(std::string const& name, Marked::Place const& place, std::string const& how)
+Task storing(StoreFolder const& folder, Generation const& what)
 {
-    return name + ", " + how + " at " + place.call + " " + std::to_string(place.number);
+    return [path = folder.path(), what] {
+        return answerOf([&] {
+            what.store(path);
+            return static_cast<int>(stored);
+        });
+    };
+}
+
+Task loading(StoreFolder const& folder)
+{
+    return [path = folder.path()] {
+        return answerOf([&] { return static_cast<int>(Generation::load(path).number()); });
+    };
+}
+
+// A call of a task, and its number among those that concern files.
+struct Place {
+    Stepper::Call call;
+    size_t at;
+};
+
+// Does the task, and returns its calls.
+std::vector<Place> placesOf(Task const& task)
+{
+    Stepper stepper(task);
+    std::vector<Place> places;
+    while (stepper.nextOnFiles())
+        places.push_back({stepper.call(), places.size()});
+    return places;
+}
+
+// Does the task up to a call; returns whether it got there.
+bool goTo(Stepper& stepper, Place const& place)
+{
+    for (size_t i = 0; i <= place.at; ++i)
+        if (!stepper.nextOnFiles())
+            return false;
+    return stepper.call().number == place.call.number;
+}
+
+std::string describe(std::string const& name, Place const& place, std::string const& how)
+{
+    return name + ", " + how + " at " + describe(place.call, place.at);
 }
 
 // What a killed or failed store may find and leave has been looked at; here is the rest.
@@ -58,13 +112,14 @@ Generation const kNext(3, 5000, true);
 
 // ---- Kills -------------------------------------------------------------------------------------
 
-void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape,
-             Marked::Place const& place)
+void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape, Place const& place)
 {
     std::string const event = describe(shape.name, place, "killed");
     folder.reset(shape.before);
-    if (Marked::tamperedWith(storing(folder, shape.after), place, "signal=KILL") != 256 + SIGKILL)
+    Stepper stepper(storing(folder, shape.after));
+    if (!goTo(stepper, place))
         complain(counts, event + ": it was not");
+    stepper.kill();
     folder.checkModes(counts, event);
     folder.judge(counts, shape.before, shape.after, event);
     folder.tidy(counts, kNext, event);
@@ -72,60 +127,74 @@ void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape,
 
 // ---- Faults ------------------------------------------------------------------------------------
 
-constexpr char const* kErrors[] = {"ENOSPC", "EIO",   "EDQUOT", "EINTR",  "EMFILE",
-                                   "EACCES", "EROFS", "ENOLCK", "EDEADLK"};
+constexpr int kErrors[] = {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, EACCES, EROFS, ENOLCK, EDEADLK};
 
 // Returns the errors for the call at `place`: all of them, or as a share one after the other.
-std::vector<char const*> errorsFor(Extent extent, size_t place)
+std::vector<int> errorsFor(Extent extent, size_t place)
 {
     if (extent == Extent::share)
         return {kErrors[place % std::size(kErrors)]};
     return {std::begin(kErrors), std::end(kErrors)};
 }
 
-void failStore(Counts& counts, StoreFolder const& folder, Shape const& shape,
-               Marked::Place const& place, char const* error)
+// Does the task with a call that fails.
+int withFailure(Task const& task, Place const& place, int error)
 {
-    std::string const event = describe(shape.name, place, error);
+    Stepper stepper(task);
+    if (goTo(stepper, place))
+        stepper.fail(error);
+    return stepper.finish();
+}
+
+void failStore(Counts& counts, StoreFolder const& folder, Shape const& shape, Place const& place,
+               int error)
+{
+    std::string const event = describe(shape.name, place, strerrorname_np(error));
     folder.reset(shape.before);
-    int const answer =
-        Marked::tamperedWith(storing(folder, shape.after), place, std::string("error=") + error);
+    int const answer = withFailure(storing(folder, shape.after), place, error);
     folder.checkModes(counts, event);
     long const found = folder.judge(counts, shape.before, shape.after, event);
-    if (answer != Marked::stored && answer != Marked::raised)
+    if (answer != stored && answer != raised)
         complain(counts, event + ": ended with " + std::to_string(answer));
-    else if (found >= 0 && (found == shape.after.number()) != (answer == Marked::stored))
-        complain(counts, event + (answer == Marked::stored ? ": success was reported"
-                                                           : ": a failure was reported"));
+    else if (found >= 0 && (found == shape.after.number()) != (answer == stored))
+        complain(counts, event + (answer == stored ? ": success was reported"
+                                                   : ": a failure was reported"));
     folder.tidy(counts, kNext, event);
 }
 
 void failLoad(Counts& counts, StoreFolder const& folder, std::string const& name,
-              Generation const& there, Marked::Place const& place, char const* error)
+              Generation const& there, Place const& place, int error)
 {
-    std::string const event = describe(name, place, error);
+    std::string const event = describe(name, place, strerrorname_np(error));
     ++counts.events;
-    int const answer =
-        Marked::tamperedWith({"--load", folder.path()}, place, std::string("error=") + error);
+    int const answer = withFailure(loading(folder), place, error);
     if (answer == there.number())
         ++counts.news;
-    else if (answer != Marked::raised)
+    else if (answer != raised)
         complain(counts, event + ": ended with " + std::to_string(answer));
 }
 
-// Interrupts a store of a shorter text before the file is cut, and returns whether it came to that.
+// Interrupts a store in place of a shorter text before the file is cut, and returns whether it came
+// to that.
 bool tear(StoreFolder const& folder, Shape const& shape)
 {
-    Marked::Task const task = storing(folder, shape.after);
     folder.reset(shape.before);
-    std::vector<Marked::Place> const places = Marked::places(task, "all");
-    for (size_t i = 0; i < places.size(); ++i)
-        if (places[i].call == "ftruncate") {
-            folder.reset(shape.before);
-            Marked::tamperedWith(task, places[i], "signal=KILL");
+    Stepper stepper([task = storing(folder, shape.after)] {
+        Generation::setReplacing(false);
+        return task();
+    });
+    while (stepper.nextOnFiles())
+        if (stepper.call().family == Stepper::Family::cut) {
+            stepper.kill();
             return folder.names().find(".zjn") != std::string::npos;
         }
     return false;
+}
+
+// The share does not wait for a disk.
+TestDirectory::Place placeFor(Extent extent)
+{
+    return extent == Extent::full ? TestDirectory::Place::disk : TestDirectory::Place::memory;
 }
 
 // Divides the shapes among processes, each with a folder of its own.
@@ -137,7 +206,7 @@ void forShapes(Counts& counts, Extent extent,
     std::vector<pid_t> workers;
     for (size_t worker = 0; worker < kWorkers; ++worker)
         workers.push_back(inChild([&] {
-            TestDirectory const directory;
+            TestDirectory const directory(placeFor(extent));
             StoreFolder const folder(directory.path());
             for (size_t i = worker; i < all.size(); i += kWorkers)
                 body(folder, all[i]);
@@ -152,35 +221,33 @@ void forShapes(Counts& counts, Extent extent,
 
 void killAtEveryCall(Counts& counts, Extent extent)
 {
-    if (std::string const why = Marked::obstacle(); !why.empty())
+    if (std::string const why = Stepper::obstacle(); !why.empty())
         return leaveOut(counts, why);
     forShapes(counts, extent, [&](StoreFolder const& folder, Shape const& shape) {
         folder.reset(shape.before);
-        std::vector<Marked::Place> const places =
-            Marked::places(storing(folder, shape.after), "all");
+        std::vector<Place> const places = placesOf(storing(folder, shape.after));
         counts.planned += static_cast<long>(places.size());
-        for (Marked::Place const& place : places)
+        for (Place const& place : places)
             killOne(counts, folder, shape, place);
     });
 }
 
 void failEveryCall(Counts& counts, Extent extent)
 {
-    if (std::string const why = Marked::obstacle(); !why.empty())
+    if (std::string const why = Stepper::obstacle(); !why.empty())
         return leaveOut(counts, why);
     if (extent == Extent::share)
         remark(counts, "one error for each call; all of them in ZJournaledFileTest");
     long const errors = static_cast<long>(errorsFor(extent, 0).size());
     forShapes(counts, extent, [&](StoreFolder const& folder, Shape const& shape) {
         folder.reset(shape.before);
-        std::vector<Marked::Place> const places =
-            Marked::places(storing(folder, shape.after), "%file,%desc");
+        std::vector<Place> const places = placesOf(storing(folder, shape.after));
         counts.planned += static_cast<long>(places.size()) * errors;
         for (size_t i = 0; i < places.size(); ++i)
-            for (char const* error : errorsFor(extent, i))
+            for (int error : errorsFor(extent, i))
                 failStore(counts, folder, shape, places[i], error);
     });
-    TestDirectory const directory;
+    TestDirectory const directory(placeFor(extent));
     StoreFolder const folder(directory.path());
     for (bool torn : {false, true}) {
         Shape const& shape = kMore[0];
@@ -188,11 +255,10 @@ void failEveryCall(Counts& counts, Extent extent)
             folder.reset(shape.after);
         else if (!tear(folder, shape))
             return complain(counts, "no store could be torn");
-        std::vector<Marked::Place> const places =
-            Marked::places({"--load", folder.path()}, "%file,%desc");
+        std::vector<Place> const places = placesOf(loading(folder));
         counts.planned += static_cast<long>(places.size()) * errors;
         for (size_t i = 0; i < places.size(); ++i)
-            for (char const* error : errorsFor(extent, i))
+            for (int error : errorsFor(extent, i))
                 failLoad(counts, folder, torn ? "load behind a kill" : "load", shape.after,
                          places[i], error);
     }

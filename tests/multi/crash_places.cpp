@@ -263,6 +263,7 @@ void withAForeignCompanion(Counts& counts, Scene const& scene)
             // A program that starts the file anew, without loading it.
             int const anew = ended(inChild([&] {
                 ZStanzaFileProperties_6_0 store(1);
+                Generation::prepare(store);
                 next.change(store);
                 store.store(path.c_str());
                 return Generation::load(path).number() == 2 ? 0 : 1;
