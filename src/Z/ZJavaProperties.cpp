@@ -83,7 +83,7 @@ bool isEmpty(char const* text)
 {
     char const* const file = failure.file.c_str();
     std::string_view const call = failure.call;
-    if (call == "read()" || failure.error == EISDIR)
+    if ((call == "read()" && failure.error != EFBIG) || failure.error == EISDIR)
         ZUnexpectedEndOfFile_6_0(file).throwException(kSource, raiseForReadError);
     RaiseSite const site = call == "fopen(r)"  ? raiseForReadOpen
                            : call == "fcntl()" ? raiseForReadLock

@@ -30,6 +30,7 @@
 #include "ZUTF8String.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
+#include "store/limits.h"
 
 namespace {
 
@@ -1016,6 +1017,16 @@ int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)
         return 0;
     stamp = status.st_mtim.tv_sec;
     return 1;
+}
+
+void ZProperties_6_0::setMaxFileSize(unsigned long size)
+{
+    zstore::setMaxFileSize(size);
+}
+
+unsigned long ZProperties_6_0::maxFileSize()
+{
+    return zstore::maxFileSize();
 }
 
 void ZProperties_6_0::checkFileAccess(char const* path)

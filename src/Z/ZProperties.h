@@ -180,6 +180,15 @@ public:
     /// throws  ZPropertiesIOException_6_0 (file or directory, "access()", errno).
     static void checkFileAccess(char const* path);
 
+    /// Sets the limit of the files that stores of this process read and write, Java property files
+    /// included; at first it is 1 GiB. A larger file makes load() fail with "read()" and EFBIG, a
+    /// larger text makes store() fail with "write()" and EFBIG. A journal may have twice that and
+    /// 258 MiB. The limit of a companion file, 257 MiB, stays.
+    /// units   bytes.
+    /// threads any; a load or store that runs may use the limit before.
+    static void setMaxFileSize(unsigned long size);
+    static unsigned long maxFileSize();
+
     /// Returns the names of the keys of `category`; null when it is missing.
     /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 members.
     /// throws  ZInvalidParameterException_6_0 when the name is null or empty.

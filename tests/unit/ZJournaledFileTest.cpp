@@ -1,5 +1,6 @@
 #include <Z/ZSharedFile_p.h>
 #include <Z/store/journaled_file.h>
+#include <Z/store/limits.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -3294,6 +3295,42 @@ TEST_F(ZJournaledFileCase, ObstacleThatCannotBePutAsideIsNamed)
         return !HasFailure() && load() == kPlain;
     });
     EXPECT_EQ(".conf.zjn conf", directory_.names());
+}
+
+TEST_F(ZJournaledFileCase, FilesAboveTheLimitAreNeitherReadNorWritten)
+{
+    struct Limit {
+        explicit Limit(size_t size) { zstore::setMaxFileSize(size); }
+        ~Limit() { zstore::setMaxFileSize(zstore::kDefaultMaxFileSize); }
+    };
+    EXPECT_EQ(size_t{1} << 30, zstore::maxFileSize());
+    put({std::string(100, 'x'), ""});
+    {
+        Limit const limit(100);
+        EXPECT_EQ(100u, load().text.size());
+        expectFailure(path_, "write()", EFBIG, CallPlan(),
+                      [&] { storeText(std::string(101, 'y')); });
+        storeText(std::string(100, 'y'));
+        directory_.write("conf", std::string(101, 'x'));
+        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+            expectFailure(path_, "read()", EFBIG, CallPlan(),
+                          [&] { ZJournaledFile(path_.c_str(), mode); });
+        // Also one that grows while it is read.
+        CallPlan growing;
+        growing.after = [](SystemCall const& call, ssize_t& result) {
+            if (call.name == "fstat" && result == 0)
+                static_cast<struct stat*>(call.to)->st_size = 1;
+        };
+        expectFailure(path_, "read()", EFBIG, growing,
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+    }
+    put(kShort);
+    directory_.write(".conf.zjn", "");
+    auto const most = static_cast<off_t>(zstore::maxJournalSize());
+    ASSERT_EQ(0, truncate(journal_.c_str(), most + 1));
+    for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        expectFailure(journal_, "read()", EFBIG, CallPlan(),
+                      [&] { ZJournaledFile(path_.c_str(), mode); });
 }
 
 // ---- Locks -------------------------------------------------------------------------------------

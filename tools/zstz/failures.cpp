@@ -167,6 +167,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     if (isHiddenSibling(file) && (error == EEXIST || error == EPERM || error == EISDIR))
         return {exitNoAccess, file + ": is in the way of a file that " + mainFile +
                                   " needs while it is stored; remove or rename it as its owner"};
+    if (error == EFBIG && api == "read()")
+        return {exitNoAccess, file + ": is larger than a configuration file may be; split it"};
     if (error == ESTALE)
         return {exitNoAccess, file + ": was replaced by another program; try again"};
     if (char const* const kind = otherKind(file))

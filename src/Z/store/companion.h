@@ -17,7 +17,7 @@ namespace zstore {
 
 constexpr char kCompanionSuffix[] = ".obf";
 // zlib adds less than 1 MiB to 256 MiB, the limit of an expanded companion.
-constexpr off_t kMaxCompanionSize = off_t{257} << 20;
+constexpr size_t kMaxCompanionSize = size_t{257} << 20;
 
 /// Returns ".obf" appended to `path`, made absolute.
 /// throws  IoError (path, "getcwd()", errno).

@@ -10,6 +10,7 @@
 
 #include "../ZSharedFile_p.h"
 #include "access.h"
+#include "limits.h"
 #include "traits.h"
 
 namespace zstore {
@@ -101,7 +102,7 @@ FoundJournal findJournal(MainFile const& main)
     AccessList list;
     error = list.read(file.descriptor());
     if (error == 0)
-        error = readAll(file.descriptor(), journal->bytes);
+        error = readAll(file.descriptor(), maxJournalSize(), journal->bytes);
     if (error != 0)
         throw IoError{path, "read()", error};
     found.status = list.status();

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "access.h"
+#include "limits.h"
 
 using namespace zstore;
 
@@ -160,7 +161,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
         error = companion.openForReading(file);
     bool const present = error == 0;
     if (present)
-        error = readAll(file.descriptor(), contents);
+        error = readAll(file.descriptor(), kMaxCompanionSize, contents);
     if (error == EISDIR || error == EINVAL || error == ENOTDIR)  // no store created this
         return false;
     if (error != 0 && error != ENOENT)
@@ -191,12 +192,8 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     int error = S_ISREG(status.st_mode) ? companion.openForReading(file) : ENODEV;
     if (error == EPERM)
         throw IoError{name, "access()", error};
-    if (error == 0 && fstat(file.descriptor(), &status) != 0)
-        error = errno;
-    if (error == 0 && status.st_size > kMaxCompanionSize)
-        error = EFBIG;
     if (error == 0)
-        error = readAll(file.descriptor(), contents);
+        error = readAll(file.descriptor(), kMaxCompanionSize, contents);
     if (error == 0 && contents.length() == 0)
         error = EINVAL;
     if (error != 0)
@@ -227,6 +224,9 @@ int ZJournaledFile::checkCompanionPath(std::string const& name) const
 
 void ZJournaledFile::commit(std::string_view text, Companion const& companion)
 {
+    // The next load would refuse it.
+    if (text.size() > maxFileSize())
+        throw IoError{file_.path, "write()", EFBIG};
     SizeSignalGuard const noSignal;
     if (companion.change != Companion::kept)
         if (int const error = checkCompanionPath(companion.path))

@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "limits.h"
+
 namespace zstore {
 
 namespace {
@@ -132,7 +134,7 @@ int MainFile::openByName()
 
 void MainFile::read()
 {
-    if (int const error = readAll(fd, contents))
+    if (int const error = readAll(fd, maxFileSize(), contents))
         throw IoError{path, "read()", error};
 }
 

@@ -34,13 +34,15 @@ int syncContents(int fd)
     return error == EINVAL ? 0 : error;
 }
 
-int readAll(int fd, Bytes& out)
+int readAll(int fd, size_t limit, Bytes& out)
 {
     struct stat status;
     if (fstat(fd, &status) != 0)
         return errno;
     // One byte more than the size, so that the same call finds the end.
     auto const size = static_cast<size_t>(status.st_size);
+    if (size > limit)
+        return EFBIG;
     size_t capacity = size + 1;
     Bytes bytes(capacity);
     size_t length = 0;
@@ -54,6 +56,8 @@ int readAll(int fd, Bytes& out)
         if (n < 0)
             return errno;
         length += static_cast<size_t>(n);
+        if (length > limit)
+            return EFBIG;
         if (n == 0 || length == size)
             break;
     }

@@ -62,9 +62,9 @@ int syncFile(int fd);
 /// Waits until contents and length are durable, but not the times.
 int syncContents(int fd);
 
-/// Reads the file from its start to its end.
+/// Reads the file from its start to its end: EFBIG if it has more than `limit` bytes.
 /// throws  std::bad_alloc.
-int readAll(int fd, Bytes& out);
+int readAll(int fd, size_t limit, Bytes& out);
 
 int writeAll(int fd, std::string_view bytes);
 

@@ -102,7 +102,7 @@ void Writer::readOldCompanion()
         hadCompanion_ = true;
         error = oldAccess_.read(companionFile_.descriptor());
         if (error == 0)
-            error = readAll(companionFile_.descriptor(), oldCompanion_);
+            error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_);
     }
     // A file that this one names but that no store can have written is left alone.
     if (error == EISDIR || error == EINVAL || error == EPERM ||

@@ -1,0 +1,18 @@
+// limits: how large a file the store reads and writes.
+#pragma once
+
+#include <stddef.h>
+
+namespace zstore {
+
+constexpr size_t kDefaultMaxFileSize = size_t{1} << 30;
+
+/// Returns the limit of a configuration file, in bytes.
+/// threads any.
+size_t maxFileSize();
+void setMaxFileSize(size_t size);
+
+/// Returns the limit of a journal: it holds two texts and a companion at most.
+size_t maxJournalSize();
+
+}  // namespace zstore
