@@ -59,8 +59,11 @@ class ToolTest(unittest.TestCase):
     def limited(self, limit, value):
         """Options of run_tool() that limit what the system gives the tool. Files that grow beyond
         theirs fail, and do not end it."""
-        if re.search(rb"__(asan|tsan|ubsan)_", pathlib.Path(TOOL).read_bytes()):
+        program = pathlib.Path(TOOL).read_bytes()
+        if re.search(rb"__(asan|tsan|ubsan)_", program):
             self.skipTest("a sanitizer needs memory, files and processes of its own")
+        if program.startswith(b"#!") and limit != resource.RLIMIT_FSIZE:
+            self.skipTest("an emulator needs memory, files and processes of its own")
         return {"preexec_fn": lambda: resource.setrlimit(limit, (value, value)),
                 "restore_signals": False}
 
