@@ -180,6 +180,8 @@ int qvr_iswalnum(uint32_t wc);  ///< Unicode Alphabetic or a decimal digit of an
 
 /// Returns the first occurrence of `needle` in `s` that begins and ends at characters of `s`,
 /// `s` itself for an empty needle, null when there is none or an argument is null.
+/// cost    O(bytes of `s` and `needle`); the product of both if there is no memory for a table of a
+///         needle that occurs in `s` other than as whole characters.
 char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle);
 
 /// Returns the first character of `s` that occurs in `set`, null when there is none or an

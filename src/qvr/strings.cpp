@@ -151,15 +151,103 @@ char const* skipOther(qvr_cs const& cs, char const* s, char const* set)
     return isForLibc(cs, set) ? s + std::strcspn(s, set) : findInSet(cs, s, set, true);
 }
 
-// Whether the units at `s` begin with those of `needle`.
-bool beginsWith(qvr_cs const& cs, char const* s, char const* needle)
+// The first place in `s` of the `length` bytes of `needle`; null when there is none. The C
+// library's strstr() compares a long needle anew at every place, its memmem() does not, but wants
+// to know the length of the text: the text is measured no further than it is searched.
+char const* findText(char const* s, char const* needle, size_t length)
 {
-    for (Unit part = unitAt(cs, needle); !part.empty(); part = nextUnit(cs, part)) {
-        if (unitAt(cs, s) != part)
-            return false;
-        s += part.size();
+    constexpr size_t kShortNeedle = 32;
+    if (length <= kShortNeedle)
+        return std::strstr(s, needle);
+    for (size_t window = 4 * length;; window *= 2) {
+        size_t const measured = strnlen(s, window);
+        if (void const* const found = memmem(s, measured, needle, length))
+            return static_cast<char const*>(found);
+        if (measured < window)
+            return nullptr;
+        s += measured - (length - 1);
     }
-    return true;
+}
+
+// Walks a text to see where its units begin. Each byte is measured once, so places come in order.
+class Boundaries {
+public:
+    Boundaries(qvr_cs const& cs, char const* s) : cs_(cs), at_(s) {}
+
+    bool has(char const* place)
+    {
+        while (at_ < place)
+            at_ += unitLength(cs_, bytes(at_));
+        return at_ == place;
+    }
+
+private:
+    qvr_cs const& cs_;
+    char const* at_;
+};
+
+// The first place at or behind `from`, a boundary in the text, where the bytes of `needle` begin
+// and end at boundaries; null when there is none. Bytes that do have the same units.
+//
+// Where a part of the needle has matched, `border` says how much of its end is a beginning, too:
+// the match goes on from there and looks at no byte of the text twice.
+char const* findBytes(qvr_cs const& cs, char const* from, char const* needle, size_t const* border)
+{
+    size_t const length = std::strlen(needle);
+    Boundaries begins(cs, from);
+    Boundaries ends(cs, from);
+    size_t matched = 0;
+    for (char const* at = from; *at != 0; ++at) {
+        while (matched > 0 && (matched == length || *at != needle[matched]))
+            matched = border[matched];
+        matched += *at == needle[matched];
+        if (matched == length && begins.has(at + 1 - length) && ends.has(at + 1))
+            return at + 1 - length;
+    }
+    return nullptr;
+}
+
+// For each length of a beginning of `needle`, the length of its longest end, other than itself,
+// that is a beginning, too. Null without memory.
+std::unique_ptr<size_t, decltype(&std::free)> bordersOf(char const* needle)
+{
+    size_t const length = std::strlen(needle);
+    std::unique_ptr<size_t, decltype(&std::free)> borders(
+        static_cast<size_t*>(std::calloc(length + 1, sizeof(size_t))), std::free);
+    size_t* const border = borders.get();
+    size_t matched = 0;
+    for (size_t i = 1; border != nullptr && i < length; ++i) {
+        while (matched > 0 && needle[i] != needle[matched])
+            matched = border[matched];
+        matched += needle[i] == needle[matched];
+        border[i + 1] = matched;
+    }
+    return borders;
+}
+
+// The first place in `s` where the units of `needle` are. Where its bytes keep on occurring other
+// than between boundaries, a table of the needle takes over. Without memory for it each occurrence
+// is looked at: this cannot fail.
+char const* findUnits(qvr_cs const& cs, char const* s, char const* needle)
+{
+    constexpr int kFewPlaces = 4;
+    constexpr size_t kShortNeedle = 16;
+    size_t const length = std::strlen(needle);
+    Boundaries begins(cs, s);
+    Boundaries ends(cs, s);
+    char const* from = s;
+    for (int i = 0;; ++i) {
+        char const* const found = findText(from, needle, length);
+        if (found == nullptr || (begins.has(found) && ends.has(found + length)))
+            return found;
+        from = found + 1;
+        if (i == kFewPlaces && length > kShortNeedle) {
+            while (!begins.has(from))
+                ++from;
+            if (auto const borders = bordersOf(needle))
+                return findBytes(cs, from, needle, borders.get());
+        }
+    }
 }
 
 bool isValidUtf8(char const* s)
@@ -202,13 +290,10 @@ char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle)
         return nullptr;
     // In UTF-8 no whole character lies inside another one, nor across two.
     if (cs->kind == Kind::singleByte || (cs->kind == Kind::utf8 && isValidUtf8(needle)))
-        return writable(std::strstr(s, needle));
+        return writable(findText(s, needle, std::strlen(needle)));
     if (*needle == 0)
         return writable(s);
-    for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
-        if (beginsWith(*cs, unit.data(), needle))
-            return writable(unit.data());
-    return nullptr;
+    return writable(findUnits(*cs, s, needle));
 }
 
 char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set)

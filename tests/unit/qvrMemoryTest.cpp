@@ -299,4 +299,18 @@ TEST(qvrMemory, LargeSetsDoWithoutATable)
     });
 }
 
+TEST(qvrMemory, LongNeedlesDoWithoutATable)
+{
+    Codeset const cs("EUC-JP");
+    std::string needle, shifted = "\xB0";
+    for (int i = 0; i < 400; ++i) {
+        needle += "\xA4\xA2";
+        shifted += "\xA4\xA2";
+    }
+    std::string const text = shifted + "\xA1" + needle;
+    failEach([&] {
+        return qvr_strstr(cs, text.c_str(), needle.c_str()) == text.c_str() + shifted.size() + 1;
+    });
+}
+
 }  // namespace

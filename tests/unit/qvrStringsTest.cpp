@@ -471,4 +471,93 @@ TEST(qvrStrings, ALargeSetCostsNoMoreThanTextAndSet)
     EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
+// Periodic texts and needles: they match at many places in part, or at none of whole characters.
+TEST(qvrStrings, LongNeedlesAgreeWithAModel)
+{
+    struct Case {
+        char const* codeset;
+        std::vector<std::string> pieces;  // bytes whose runs shift and cut one another
+    };
+    Case const cases[] = {
+        {"EUC-JP", {"\xA4\xA4", "\xA4", "\x8F\xA4\xA4", "\x8F", "\xA4\xA2", "a"}},
+        {"Shift_JIS", {"\x95\x5C", "\x95\x95", "\x95", "\\", "\xB1", "a"}},
+        {"GB18030", {"\x81\x30\x81\x30", "\x81\x30", "0", "\x81", "\x81\x81", "a"}},
+        {"UTF-8", {"\xE3\x81\x82", "\xE3\x81", "\x81", "\xE3", "\xF0\x9F\x98\x80", "a"}},
+    };
+    unsigned const seed = 7041;
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.codeset);
+        Codeset const cs(c.codeset);
+        auto const some = [&](size_t runs) {
+            std::string text;
+            for (; runs > 0; --runs) {
+                std::string const& piece = c.pieces[random() % c.pieces.size()];
+                for (size_t n = 1 + random() % 40; n > 0; --n)
+                    text += piece;
+            }
+            return text;
+        };
+        int found = 0;
+        int passed = 0;  // bytes that are there, but not as characters
+        for (int round = 0; round < 4000; ++round) {
+            std::string text = some(1 + random() % 6);
+            std::string needle = some(1 + random() % 2);
+            if (random() % 2 == 0) {  // a piece of the text
+                size_t const at = random() % text.size();
+                needle = text.substr(at, 1 + random() % (text.size() - at));
+            }
+            if (random() % 2 == 0)
+                text += needle;
+            ptrdiff_t const expected = Model(cs, text).find(needle);
+            GuardedBytes const held(text + '\0');
+            GuardedBytes const heldNeedle(needle + '\0');
+            ASSERT_EQ(expected, offset(qvr_strstr(cs, held, heldNeedle), held))
+                << hex(text) << " for " << hex(needle);
+            found += expected >= 0;
+            passed += static_cast<ptrdiff_t>(text.find(needle)) != expected;
+        }
+        EXPECT_GT(found, 500);
+        EXPECT_GT(passed, 20);
+    }
+}
+
+TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
+{
+    // The needle's bytes are at every second place of the text, but never at a character of it;
+    // then all of the needle but its last character is at each.
+    constexpr size_t kCharacters = 100000;
+    struct Case {
+        char const* name;
+        char const* codeset;
+        std::string before;
+        std::string character;
+        std::string end;
+    };
+    Case const cases[] = {
+        {"between characters", "EUC-JP", "\xB0", "\xA4\xA2", ""},
+        {"all but its end", "EUC-JP", "", "\xA4\xA2", "\xA4\xA4"},
+        {"all but its end", "UTF-8", "", "\xC3\xA9", "\xC3\xA8"},
+        {"all but its end", "ISO-8859-1", "", "ab", "aa"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + ", " + c.codeset);
+        Codeset const cs(c.codeset);
+        std::string text = c.before;
+        std::string needle;
+        for (size_t i = 0; i < kCharacters; ++i) {
+            text += c.character;
+            if (i < kCharacters / 2)
+                needle += c.character;
+        }
+        needle += c.end;
+        timespec start{}, end{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+        EXPECT_EQ(nullptr, qvr_strstr(cs, text.c_str(), needle.c_str()));
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+        EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
+    }
+}
+
 }  // namespace
