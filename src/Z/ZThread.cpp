@@ -182,14 +182,16 @@ void ZThread_6_0::start()
     if (rc != 0) {
         --creations_;
         joinable.store(before);
+        joinable.notify_all();
         raise(threadCreate, rc, raiseInCreate);
     }
     std::atomic_ref(id_).store(id, std::memory_order_relaxed);
     if (joins)
         return;
     joinable.store(kNotJoinable);
-    // The object may be gone: waking needs its address only.
-    joinable.notify_one();
+    // A thread of an earlier start may wait as well. The object may be gone: waking needs its
+    // address only.
+    joinable.notify_all();
 }
 
 void ZThread_6_0::waitForExit()

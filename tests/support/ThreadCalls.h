@@ -3,6 +3,10 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <functional>
+#include <memory>
+
 // What each call returns instead of doing its work; 0 lets it through.
 struct Calls {
     int attrInit = 0;
@@ -11,8 +15,30 @@ struct Calls {
     int attrDestroy = 0;
     int join = 0;
     int keyCreate = 0;
+    std::function<void()> atCreateEnd;  // runs before pthread_create() returns
 };
 inline Calls calls_;
+
+// While it is set, new threads wait before they run their entry.
+inline std::atomic<bool> entriesHeld_{false};
+
+struct HeldEntry {
+    static void* run(void* held)
+    {
+        HeldEntry const entry = *std::unique_ptr<HeldEntry>(static_cast<HeldEntry*>(held));
+        entriesHeld_.wait(true);
+        return entry.entry(entry.argument);
+    }
+
+    static void release()
+    {
+        entriesHeld_ = false;
+        entriesHeld_.notify_all();
+    }
+
+    void* (*entry)(void*);
+    void* argument;
+};
 
 extern "C" {
 int __real_pthread_attr_init(pthread_attr_t*);
@@ -36,8 +62,18 @@ inline __attribute__((used)) int __wrap_pthread_create(pthread_t* id,
                                                        pthread_attr_t const* attributes,
                                                        void* (*entry)(void*), void* argument)
 {
-    return calls_.create != 0 ? calls_.create
-                              : __real_pthread_create(id, attributes, entry, argument);
+    int rc = calls_.create;
+    if (rc == 0 && entriesHeld_) {
+        auto held = std::make_unique<HeldEntry>(HeldEntry{entry, argument});
+        rc = __real_pthread_create(id, attributes, HeldEntry::run, held.get());
+        if (rc == 0)
+            held.release();
+    } else if (rc == 0) {
+        rc = __real_pthread_create(id, attributes, entry, argument);
+    }
+    if (calls_.atCreateEnd)
+        calls_.atCreateEnd();
+    return rc;
 }
 inline __attribute__((used)) int __wrap_pthread_attr_destroy(pthread_attr_t* attributes)
 {

@@ -208,6 +208,38 @@ TEST_F(ZThread, ADetachedThreadThatCannotBeMadeKeepsItsId)
     waitUntil([&] { return thread.exits == 2; });
 }
 
+// The first thread gets to its entry only while the second start is under way, whether that makes a
+// thread or not.
+TEST_F(ZThread, EachThreadOfADetachedObjectRunsThoughItIsStartedTwice)
+{
+    for (int const secondFails : {0, EAGAIN}) {
+        SCOPED_TRACE(secondFails);
+        auto const runs = std::make_shared<std::atomic<int>>(0);
+        auto thread = std::make_unique<TestThread>([runs] { ++*runs; }, 1);
+        int const expected = secondFails == 0 ? 2 : 1;
+        entriesHeld_ = true;
+        thread->start();
+        calls_.create = secondFails;
+        calls_.atCreateEnd = [] {
+            HeldEntry::release();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        };
+        if (secondFails != 0)
+            EXPECT_THROW(thread->start(), ZThreadException_6_0);
+        else
+            thread->start();
+        calls_ = Calls();
+        auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        waitUntil(
+            [&] { return thread->exits == expected || std::chrono::steady_clock::now() > limit; });
+        int const exits = thread->exits;
+        if (exits != expected)
+            thread.release();  // a thread still waits at it
+        ASSERT_EQ(expected, exits);
+        EXPECT_EQ(expected, *runs);
+    }
+}
+
 TEST_F(ZThread, ADetachedThreadDeletesItself)
 {
     for (int i = 1; i <= 50; ++i) {
