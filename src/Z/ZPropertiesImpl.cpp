@@ -697,7 +697,7 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
     if (direct() == nullptr) {
         Rep::Derived::list(*this, text);
         if (text.length() != 0)
-            fwrite(text.chars(), 1, text.length(), file);
+            zreporting::write(file, text.chars(), text.length());
         return;
     }
     for (Id const category : MapOrder(*rep_)) {

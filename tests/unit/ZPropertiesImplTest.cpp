@@ -1418,15 +1418,19 @@ TEST(ZPropertiesImpl, ListPrintsEveryCategoryInMapOrder)
 
 TEST(ZPropertiesImpl, ListReachesAWideStream)
 {
-    Cache cache;
-    cache.add("c", "k", "value", 0);
-    wchar_t* chars = nullptr;
-    size_t length = 0;
-    FILE* const file = open_wmemstream(&chars, &length);
-    cache.list(file);
-    fclose(file);
-    EXPECT_EQ(L"\n[c]\nk = value\n", std::wstring(chars, length));
-    free(chars);
+    Cache own;
+    OwnClass derived;
+    for (Cache* const cache : {&own, static_cast<Cache*>(&derived)}) {
+        SCOPED_TRACE(cache == &own ? "the library's class" : "a caller's class");
+        cache->add("c", "k", "value", 0);
+        wchar_t* chars = nullptr;
+        size_t length = 0;
+        FILE* const file = open_wmemstream(&chars, &length);
+        cache->list(file);
+        fclose(file);
+        EXPECT_EQ(L"\n[c]\nk = value\n", std::wstring(chars, length));
+        free(chars);
+    }
 }
 
 TEST(ZPropertiesImpl, ListOfAnEmptyCacheIsEmpty)
