@@ -78,6 +78,7 @@ public:
 
     /// Sets whether `unlock()` raises the sequence number. Acquiring sets the flag anew.
     void setUpdate(int update) override;
+    void setUpdate(zlockstate) = delete;
 
     // Each acquires the lock by lock(zlockstate).
     void readLock() override;
@@ -122,6 +123,7 @@ public:
     /// holds the lock takes it as seen.
     /// throws  what incSequence() throws.
     virtual void sync(int update);
+    void sync(zlockstate) = delete;
 
 protected:
     // For the variants: what they set, and the lock between the threads of the process.

@@ -87,6 +87,7 @@ public:
 
     /// Sets the update flag; here does nothing.
     virtual void setUpdate(int update);
+    void setUpdate(zlockstate) = delete;
 
 protected:
     ZAbstractReadWriteLock_6_0();

@@ -538,19 +538,24 @@ TEST(ZStackReadWriteLock, TakesNoLockStateForTheUpdateFlag)
 }
 
 template <class Lock>
-concept UnlocksAState = requires(Lock& lock)
+concept SyncsAState = requires(Lock& lock)
 {
-    lock.unlock(kWrite);
+    lock.sync(kWrite);
 };
 
-TEST(ZReadWriteLock, UnlocksNoState)
+TEST(ZReadWriteLock, TakesNoLockStateForTheUpdateFlag)
 {
-    static_assert(!UnlocksAState<ZReadWriteLock_6_0>);
-    static_assert(!UnlocksAState<ZAbstractReadWriteLock_6_0>);
-    static_assert(!UnlocksAState<ZAbstractProcessReadWriteLock_6_0>);
-    static_assert(!UnlocksAState<ZUnixProcessReadWriteFileLock_6_0>);
-    static_assert(!UnlocksAState<ZStubProcessReadWriteLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZReadWriteLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZAbstractReadWriteLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZAbstractProcessReadWriteLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZStubProcessReadWriteLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZUnixProcessReadWriteFileLock_6_0>);
+    static_assert(!TakesAStateAsUpdateFlag<ZStubProcessReadWriteFileLock_6_0>);
+    static_assert(!SyncsAState<ZAbstractProcessReadWriteLock_6_0>);
+    static_assert(!SyncsAState<ZStubProcessReadWriteLock_6_0>);
+    static_assert(!SyncsAState<ZUnixProcessReadWriteFileLock_6_0>);
     ZReadWriteLock_6_0 lock;
+    lock.setUpdate(true);
     lock.lock(kRead);
     lock.unlock(1);
     expectState({0, kUnset}, lock);
