@@ -18,7 +18,7 @@ rows=(
     "arm ^ZLockTest"
     "coverage"
     "bench . --benchmark_min_time=0.001"
-    "fuzz stanza 10"
+    "fuzz all 5"
     "crash file size limit"
     "fmt"
     "lint"
