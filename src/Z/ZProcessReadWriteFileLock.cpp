@@ -9,6 +9,7 @@
 #include <new>
 
 #include "ZException.h"
+#include "ZReadWriteLock_p.h"
 #include "ZSharedFile_p.h"
 #include "ZSizeSignalGuard_p.h"
 #include "reporting/failures.h"
@@ -63,6 +64,12 @@ int refusal(struct stat const& status)
     uid_t const self = geteuid();
     bool const isTrusted = status.st_uid == self || status.st_uid == 0 || self == 0;
     return isTrusted || isShared ? 0 : EPERM;
+}
+
+int holdsOfCaller(ZAbstractReadWriteLock_6_0 const& lock)
+{
+    auto const* const file = dynamic_cast<ZAbstractProcessReadWriteFileLock_6_0 const*>(&lock);
+    return file != nullptr ? ZLockClaims::countHeld(file) : -1;
 }
 
 // Runs a step of the protocol after another one has failed; its own failure is reported. Returns
@@ -130,12 +137,14 @@ ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 
 ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0()
 {
+    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }
 
 ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(char const* name)
     : ZAbstractProcessReadWriteLock_6_0(name)
 {
+    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }
 
@@ -143,6 +152,7 @@ ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(cha
                                                                              char const* name)
     : ZAbstractProcessReadWriteLock_6_0(name)
 {
+    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockDirName(dir);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }

@@ -440,7 +440,11 @@ struct ZStackReadWriteLock_6_0::Rep {
     // Runs in the midst of an exception or a cancellation.
     static void noteFailure(ZStackReadWriteLock_6_0& guard, int heldBefore) noexcept
     {
-        watch(&guard, &guard.lock_, heldBefore);
+        // A lock file knows what its thread holds, through the guard or not.
+        auto const holdsOfCaller = zholdsOfCaller.load(std::memory_order_relaxed);
+        int const known = holdsOfCaller != nullptr ? holdsOfCaller(guard.lock_) : -1;
+        guard.held_ = known >= 0 ? known : heldBefore;
+        watch(&guard, &guard.lock_, guard.held_);
         guard.failed_ = whileHeld;
         try {
             if (guard.lock_.haveLock(ZReadWriteLockInterface_6_0::unset) != 0)

@@ -188,9 +188,11 @@ public:
 
     /// Releases the lock. If the last acquisition through this guard failed, releases what the
     /// thread holds nevertheless: what it acquired through the guard before, or through guard or
-    /// lock since, and nothing of other threads. If incrementing the sequence number fails,
-    /// releases without incrementing it. throws  what `unlock()` throws. While an exception unwinds
-    /// the stack, or after the thread was
+    /// lock since, and nothing of other threads. A lock file also knows what the thread acquired
+    /// without the guard before. If incrementing the sequence number fails, releases without
+    /// incrementing it.
+    /// throws  what `unlock()` throws. While an exception unwinds the stack, or after the thread
+    /// was
     ///         cancelled while it waited for the lock, reports the failure through the message
     ///         service instead.
     ~ZStackReadWriteLock_6_0() override;

@@ -14,6 +14,11 @@ inline constinit std::atomic<unsigned> zwatchingGuards __attribute__((visibility
 inline constinit std::atomic<bool (*)(ZAbstractReadWriteLock_6_0 const& lock)> zisProcessLock
     __attribute__((visibility("hidden"))){nullptr};
 
+/// Set by the constructor of lock files: returns how often the calling thread holds `lock`; -1 if
+/// that is not known.
+inline constinit std::atomic<int (*)(ZAbstractReadWriteLock_6_0 const& lock)> zholdsOfCaller
+    __attribute__((visibility("hidden"))){nullptr};
+
 /// Counts a hold of the calling thread for its guards of `lock` that watch.
 void zcountHold(ZAbstractReadWriteLock_6_0 const* lock, int change);
 

@@ -573,6 +573,20 @@ void ZLockClaims::drop(void const* object)
         files.claims.erase(claim);
 }
 
+int ZLockClaims::countHeld(void const* object)
+{
+    Table& files = table();
+    std::lock_guard<std::mutex> guard(files.mutex);
+    int count = 0;
+    for (Claim const& claim : files.claims) {
+        if (claim.isOf(object, kNobody))
+            return -1;
+        if (claim.held && claim.isOf(object, pthread_self()))
+            ++count;
+    }
+    return count;
+}
+
 void ZLockClaims::dropAll(void const* object)
 {
     Table& files = table();

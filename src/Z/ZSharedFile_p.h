@@ -131,6 +131,9 @@ public:
     /// Removes a claim of the calling thread, or, if it has none, a read claim of another thread.
     static void drop(void const* object);
 
+    /// Returns how often the calling thread holds the object; -1 if a claim belongs to no thread.
+    static int countHeld(void const* object);
+
     /// Removes every claim. Call it before the object is destroyed.
     static void dropAll(void const* object);
 };

@@ -1731,6 +1731,34 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadTakesAfterAFailure)
     EXPECT_EQ(0, noted.exceptions());
 }
 
+// The thread would wait for itself: what it holds already keeps the guard from its lock.
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadReadAlready)
+{
+    NotedMessages const noted;
+    Lock lock(dir().c_str(), "a");
+    lock.readLock();
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, EDEADLK, kSource, 327,
+                                                       [&] { guard.writeLock(); }));
+        EXPECT_EQ(1, lock.getReaderCount());
+    }
+    expectFree(lock);
+    // What another thread reads, or the same thread through another lock of the file, stays.
+    Lock other(dir().c_str(), "a");
+    other.readLock();
+    elsewhere([&] { lock.readLock(); });
+    {
+        ZStackReadWriteLock_6_0 guard(lock, 0);
+        EXPECT_THROW(guard.writeLock(), ZLockResourceException_6_0);
+    }
+    EXPECT_EQ(1, lock.getReaderCount());
+    EXPECT_EQ(1, other.getReaderCount());
+    other.unlock();
+    lock.unlock();
+    EXPECT_EQ(0, noted.exceptions());
+}
+
 TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
 {
     Lock lock(dir().c_str(), "a");
