@@ -192,8 +192,7 @@ public:
     /// without the guard before. If incrementing the sequence number fails, releases without
     /// incrementing it.
     /// throws  what `unlock()` throws. While an exception unwinds the stack, or after the thread
-    /// was
-    ///         cancelled while it waited for the lock, reports the failure through the message
+    ///         was cancelled while it waited for the lock, reports the failure through the message
     ///         service instead.
     ~ZStackReadWriteLock_6_0() override;
 
