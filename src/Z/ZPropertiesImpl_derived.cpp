@@ -8,6 +8,7 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
+#include "ZException_p.h"
 #include "ZPropertiesImpl_p.h"
 
 using cache::View;
@@ -34,6 +35,20 @@ bool eachValueOf(ZArrayList_6_0 const* list, Call call)
     return isAny;
 }
 
+// Removes a category, or a key of it, that an operation had created before it failed. The override
+// may throw again: then the cache's own contents are restored without it.
+template <class... Names>
+void removeCreated(ZPCategoryBasedCache_6_0& cache, Names const&... names)
+{
+    try {
+        cache.remove(names.getChars()...);
+    } catch (...) {
+        cache.ZPCategoryBasedCache_6_0::remove(names.getChars()...);
+        if (zcaughtCancellation())
+            throw;
+    }
+}
+
 }  // namespace
 
 // --- changes of lines
@@ -47,7 +62,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addStanzaLine(Cache& cache, char co
     try {
         cache.rep().restartSection(viewOf(name));
     } catch (ZException_6_0 const&) {
-        cache.remove(name.getChars());
+        removeCreated(cache, name);
         throw;
     }
     cache.changed();
@@ -75,7 +90,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLine(Cache& cache, char const* c
         if (isNewLine)
             cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
         if (isNewStanza) {
-            cache.remove(categoryName.getChars());
+            removeCreated(cache, categoryName);
             cache.rep().takeBackSection(viewOf(categoryName));
         }
         throw;
@@ -108,10 +123,12 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLineComment(Cache& cache, char c
             cache.add(categoryName.getChars(), keyName.getChars(), 0);
         cache.rep().commentKey(viewOf(categoryName), viewOf(keyName), viewOf(text));
     } catch (...) {
-        if (isNewKey)
-            deleteLine(cache, categoryName.getChars(), keyName.getChars());
+        if (isNewKey) {
+            removeCreated(cache, categoryName, keyName);
+            cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
+        }
         if (isNewStanza) {
-            cache.remove(categoryName.getChars());
+            removeCreated(cache, categoryName);
             cache.rep().takeBackSection(viewOf(categoryName));
         }
         throw;

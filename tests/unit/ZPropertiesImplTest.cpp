@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/random.h>
@@ -20,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -691,6 +693,90 @@ TEST(ZPropertiesImpl, OverrideThatThrowsLeavesValuesAndLinesAsTheyWere)
     EXPECT_THROW(data.addLineComment("a", "new", "# c"), ZInvalidParameterException_6_0);
     EXPECT_EQ(state, stateOf(data));
     EXPECT_EQ(text, textOf(data));
+}
+
+TEST(ZPropertiesImpl, ChangeIsUndoneThoughEveryLaterOverrideThrows)
+{
+    // Lets a number of calls through, then throws from each one.
+    class Failing final : public ZSCFData_6_0 {
+    public:
+        using ZSCFData_6_0::add;
+        using ZSCFData_6_0::contains;
+        using ZSCFData_6_0::remove;
+        using ZSCFData_6_0::set;
+        using ZSCFData_6_0::setObfuscated;
+        ~Failing() noexcept override {}
+        void add(char const* category, char const* key, int kind) override
+        {
+            tick();
+            ZSCFData_6_0::add(category, key, kind);
+        }
+        void set(char const* category, char const* key, char const* value) override
+        {
+            tick();
+            ZSCFData_6_0::set(category, key, value);
+        }
+        void setObfuscated(char const* category, char const* key, char const* value) override
+        {
+            tick();
+            ZSCFData_6_0::setObfuscated(category, key, value);
+        }
+        void remove(char const* category, char const* key) override
+        {
+            tick();
+            ZSCFData_6_0::remove(category, key);
+        }
+        void remove(char const* category) override
+        {
+            tick();
+            ZSCFData_6_0::remove(category);
+        }
+        int contains(char const* category) const override
+        {
+            tick();
+            return ZSCFData_6_0::contains(category);
+        }
+
+        mutable int allowed = INT_MAX;
+
+    private:
+        void tick() const
+        {
+            if (allowed == 0)
+                throw std::runtime_error("refused");
+            --allowed;
+        }
+    };
+    struct Case {
+        char const* name;
+        std::function<void(Failing&)> change;
+    };
+    Case const cases[] = {
+        {"stanza", [](Failing& data) { data.addStanzaLine("new"); }},
+        {"value", [](Failing& data) { data.addLine("new", "k", "v", 0); }},
+        {"obfuscated value", [](Failing& data) { data.addLine("new", "k", "v", 1); }},
+        {"comment", [](Failing& data) { data.addLineComment("new", "k", "# c"); }},
+    };
+    std::string const text = "# top\n\n[s]\n# k = 1\n\nk = v\n\n[t]\nm = 1\n";
+    for (Case const& c : cases) {
+        bool isRefused = true;
+        for (int allowed = 0; isRefused; ++allowed) {
+            SCOPED_TRACE(std::string(c.name) + " " + std::to_string(allowed));
+            Failing data;
+            data.setAttributes(ZPCache_6_0::keepComments, nullptr);
+            data.readText("test.conf", text.data(), text.size());
+            std::string const before = stateOf(data);
+            data.allowed = allowed;
+            try {
+                c.change(data);
+                isRefused = false;
+            } catch (std::runtime_error const&) {
+                data.allowed = INT_MAX;
+                EXPECT_EQ(before, stateOf(data));
+                EXPECT_EQ(text, textOf(data));
+            }
+        }
+    }
 }
 
 TEST(ZPropertiesImpl, OverrideMayKeepValuesElsewhere)
