@@ -1092,8 +1092,9 @@ void ZProperties_6_0::setValue(char const* category, char const* key, ZUTF8Strin
 {
     ZLCString_6_0 local;
     toLocal(value, local);
+    Hold const hold(*this);
     if (local.isEmpty()) {
-        Hold const hold(*this);
+        needStorable(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }
@@ -1111,8 +1112,9 @@ void ZProperties_6_0::setValue(char const* category, char const* key,
 {
     ZLCString_6_0 local;
     toLocal(value, local);
+    Hold const hold(*this);
     if (local.isEmpty()) {
-        Hold const hold(*this);
+        needStorable(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }

@@ -1742,6 +1742,29 @@ TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
     EXPECT_EQ("hidden", valueOf(store, "s", "secret"));
 }
 
+TEST_F(ZProperties, OverridesOfACacheAreNotCalledWithoutNames)
+{
+    class NamedOnly final : public ZSCFData_6_0 {
+    public:
+        using ZSCFData_6_0::get;
+        ~NamedOnly() noexcept override {}
+        ZArrayList_6_0* get(char const* category, char const* key, get_type_e type) override
+        {
+            if (category == nullptr || key == nullptr)
+                throw std::logic_error("no name");
+            return ZSCFData_6_0::get(category, key, type);
+        }
+    };
+    ZProperties_6_0 store(new NamedOnly);
+    ZUTF8String_6_0 const text("");
+    ZUTF8ConstString_6_0 const constant("");
+    for (auto const& [category, key] :
+         {std::pair<char const*, char const*>{nullptr, "k"}, {"s", nullptr}, {nullptr, nullptr}}) {
+        EXPECT_THROW(store.setValue(category, key, text, 0), ZInvalidParameterException_6_0);
+        EXPECT_THROW(store.setValue(category, key, constant, 0), ZInvalidParameterException_6_0);
+    }
+}
+
 // ---- Notices -----------------------------------------------------------------------------------
 
 TEST_F(ZProperties, ObserversAreToldOfChanges)
