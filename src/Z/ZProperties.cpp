@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -309,6 +310,26 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const&
             copy.reset();  // a class that inherited its clone(): part of it would be lost
     }
     return copy;
+}
+
+ZProperties_6_0::Rep::Undo::Undo(ZPCache_6_0& cache)
+    : cache_(cache), companionFile_(cache.companionFile().getChars())
+{
+    // Only the part of the library's class is copied: that is where the contents are.
+    if (auto const* const contents = dynamic_cast<ZPCategoryBasedCache_6_0 const*>(&cache))
+        before_ = std::make_unique<ZPCategoryBasedCache_6_0>(*contents);
+}
+
+ZProperties_6_0::Rep::Undo::~Undo()
+{
+    if (isDone_)
+        return;
+    if (before_ != nullptr)
+        static_cast<ZPCategoryBasedCache_6_0&>(cache_).ZPCategoryBasedCache_6_0::swapContents(
+            *before_);
+    else
+        zreporting::runCleanup({kSource, raiseInLoad},
+                               [this] { cache_.setCompanionFile(companionFile_.c_str()); });
 }
 
 void ZProperties_6_0::Rep::exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy)
@@ -861,9 +882,12 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
 }
 
 ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char const* path,
-                                                 std::unique_ptr<ZPCache_6_0>& edited)
+                                                 std::unique_ptr<ZPCache_6_0>& edited,
+                                                 std::optional<Undo>& undo)
 {
     edited = copyOf(store);
+    if (edited == nullptr)
+        undo.emplace(*store.cache_);
     ZPCache_6_0* const target = edited != nullptr ? edited.get() : store.cache_;
     if (path != nullptr) {
         needStorableValue(kReservedKey, path);
@@ -885,6 +909,9 @@ void ZProperties_6_0::load(char const* path)
         // The file is read into a copy of the cache, so that a failure changes nothing.
         std::unique_ptr<ZPCache_6_0> copy = Rep::copyOf(*this);
         ZPCache_6_0& target = copy != nullptr ? *copy : *cache_;
+        std::optional<Rep::Undo> undo;
+        if (copy == nullptr)
+            undo.emplace(target);
         auto* const stanzas =
             rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
@@ -912,6 +939,8 @@ void ZProperties_6_0::load(char const* path)
             rep_->companions.swap(companions);
             throw;
         }
+        if (undo)
+            undo->done();
         Rep::noteFile(*this, chosen, file);
         Rep::setModified(*this, 0);
     });
@@ -926,23 +955,27 @@ void ZProperties_6_0::reload(char const* path)
     raising(raiseInReload, [&] {
         std::unique_ptr<ZPCache_6_0> empty(rep_->direct != nullptr ? cache_->makeEmpty()
                                                                    : Rep::copyOf(*this).release());
+        std::optional<Rep::Undo> undo;
+        if (empty == nullptr)
+            undo.emplace(*cache_);
+        else if (rep_->direct == nullptr)
+            empty->clear();
         Rep::Companions companions;
         rep_->companions.swap(companions);
-        if (empty == nullptr) {
-            cache_->clear();
-            load(path);
-            return;
-        }
-        if (rep_->direct == nullptr)
-            empty->clear();
-        Rep::exchange(*this, empty);
+        if (empty != nullptr)
+            Rep::exchange(*this, empty);
         try {
+            if (empty == nullptr)
+                cache_->clear();
             load(path);
         } catch (...) {
-            Rep::exchange(*this, empty);
+            if (empty != nullptr)
+                Rep::exchange(*this, empty);
             rep_->companions.swap(companions);
             throw;
         }
+        if (undo)
+            undo->done();
     });
 }
 
@@ -965,6 +998,7 @@ void ZProperties_6_0::store(char const* path)
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
         std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry
+        std::optional<Rep::Undo> undo;        // if the cache had to be edited itself
         ZPCache_6_0* source = cache_;
         ZJournaledFile::Companion change;
         ZBuffer_6_0 packed;
@@ -974,7 +1008,7 @@ void ZProperties_6_0::store(char const* path)
             if (Rep::companionEntry(*this) == companion)
                 cache_->setCompanionFile(companion.c_str());
             else
-                source = Rep::nameCompanion(*this, companion.c_str(), edited);
+                source = Rep::nameCompanion(*this, companion.c_str(), edited, undo);
             source->be_write_obfuscated(packed);
         }
         Rep::Companions companions = rep_->companions;
@@ -991,7 +1025,7 @@ void ZProperties_6_0::store(char const* path)
                 companions.remove(change.path);
             }
             if (!companion.empty())
-                source = Rep::nameCompanion(*this, nullptr, edited);
+                source = Rep::nameCompanion(*this, nullptr, edited, undo);
         }
 
         ZBuffer_6_0 text;
@@ -1002,6 +1036,8 @@ void ZProperties_6_0::store(char const* path)
 
         if (edited != nullptr)
             Rep::exchange(*this, edited);
+        if (undo)
+            undo->done();
         rep_->companions.swap(companions);
         Rep::noteFile(*this, chosen, file);
         loading_ = 0;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -110,6 +111,23 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// class does not clone itself: then it is changed as it is.
     static std::unique_ptr<ZPCache_6_0> copyOf(ZProperties_6_0 const& store);
 
+    // Restores the contents of a cache that is changed itself because it cannot be copied, unless
+    // done() is called. A class keeps what it has besides the contents.
+    class Undo {
+    public:
+        explicit Undo(ZPCache_6_0& cache);
+        Undo(Undo const&) = delete;
+        Undo& operator=(Undo const&) = delete;
+        ~Undo();
+        void done() { isDone_ = true; }
+
+    private:
+        ZPCache_6_0& cache_;
+        std::unique_ptr<ZPCategoryBasedCache_6_0> before_;
+        std::string const companionFile_;  // restored if `before_` is null
+        bool isDone_ = false;
+    };
+
     /// Makes the store's contents those of `copy`, and `copy` what the store had. Never fails.
     static void exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy);
 
@@ -141,9 +159,11 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static std::string companionOf(ZProperties_6_0 const& store);
 
     /// Makes `edited` a copy of the cache that names `path`, or with null none, as its companion,
-    /// in its entry too, and returns it.
+    /// in its entry too, and returns it. A cache that cannot be copied is changed itself, and
+    /// `undo` made.
     static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
-                                      std::unique_ptr<ZPCache_6_0>& edited);
+                                      std::unique_ptr<ZPCache_6_0>& edited,
+                                      std::optional<Undo>& undo);
 
     /// Returns the companion that goes with the last obfuscated value when `file` is stored: the
     /// file's own one, if the contents or the old text name it, or if the store has used it before.

@@ -1742,6 +1742,56 @@ TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
     EXPECT_EQ("hidden", valueOf(store, "s", "secret"));
 }
 
+TEST_F(ZProperties, FailuresWithACacheThatCannotBeCopiedChangeNothing)
+{
+    class StoreOver final : public ZProperties_6_0 {
+    public:
+        using ZProperties_6_0::ZProperties_6_0;
+        ~StoreOver() noexcept override {}
+        void postLoad(char const*) override
+        {
+            if (onPostLoad)
+                onPostLoad();
+        }
+
+        std::function<void()> onPostLoad;
+    };
+    std::string const good = "[s]\nk = a\n";
+    std::string const path = directory_.write("conf", good);
+    std::string const missing = directory_.at("missing.obf");
+    std::string const named = "[n]\nk = b\n[configuration-database]\nfile = " + missing + "\n";
+    for (bool const isSingle : {true, false}) {
+        SCOPED_TRACE(isSingle ? "without clone()" : "with the clone() of a base");
+        directory_.write("conf", good);
+        StoreOver store(isSingle ? static_cast<OwnCache*>(new SingleCache) : new UncopiedCache);
+        store.load(path.c_str());
+        std::string const other = directory_.write("other", named);
+        EXPECT_EQ("io " + missing + " mapFile() 22", raised([&] { store.load(other.c_str()); }));
+        store.onPostLoad = [] { throw std::runtime_error("refused"); };
+        directory_.write("other", "[n]\nk = b\n");
+        EXPECT_THROW(store.load(other.c_str()), std::runtime_error);
+        EXPECT_THROW(store.reload(nullptr), std::runtime_error);
+        store.onPostLoad = nullptr;
+        directory_.write("conf", "broken");
+        EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.reload(nullptr); }));
+        EXPECT_EQ(1, store.count());
+        EXPECT_EQ("a,", valuesOf(store, "s", "k"));
+
+        // Storing adds the entry of the companion.
+        store.setValue("s", "secret", "hidden", 1);
+        OwnCache::refuses = true;
+        EXPECT_THROW(store.store(nullptr), std::runtime_error);
+        OwnCache::refuses = false;
+        EXPECT_EQ(1, store.count());
+        EXPECT_EQ(1, store.isModified());
+        store.store(nullptr);
+        EXPECT_EQ(2, store.count());
+        store.reload(nullptr);
+        EXPECT_EQ("hidden,", valuesOf(store, "s", "secret"));
+        std::filesystem::remove(path + ".obf");
+    }
+}
+
 TEST_F(ZProperties, OverridesOfACacheAreNotCalledWithoutNames)
 {
     class NamedOnly final : public ZSCFData_6_0 {
