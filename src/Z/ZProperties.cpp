@@ -916,10 +916,17 @@ void ZProperties_6_0::load(char const* path)
             rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::load);
+        std::string const known = target.companionFile().getChars();
+        target.setCompanionFile(nullptr);
         parse(target, stanzas, chosen, file.text());
+        // A text that names a companion comes with its values: the stanzas of the text are new, so
+        // that values read earlier were removed in between.
+        bool const isNamed = !target.companionFile().isEmpty();
+        if (!isNamed)
+            target.setCompanionFile(known.c_str());
         Rep::Companions companions = rep_->companions;
         std::string const companion = target.companionFile().getChars();
-        if (!companion.empty() && !companions.isHeld(companion)) {
+        if (!companion.empty() && (isNamed || !companions.isHeld(companion))) {
             ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
             ZBuffer_6_0 buffer;
             bufferFrom(packed, buffer);

@@ -79,8 +79,9 @@ public:
     int count(char const* category) const override;
 
     /// Reads the file at `path`, adding to what the store holds, and clears the modified flag. The
-    /// first path that is loaded or stored becomes the store's file name. A companion file whose
-    /// values the store holds already is not read again.
+    /// first path that is loaded or stored becomes the store's file name. The companion file that
+    /// it names is read with it. For a file that names none, a companion file that the store has
+    /// read or written before is not read again.
     /// range   a regular file, or a link to one: for anything else, "fopen(r)" fails.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores),

@@ -1320,6 +1320,50 @@ TEST_F(ZProperties, CompanionIsReadOnce)
     EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "read again";
 }
 
+TEST_F(ZProperties, CompanionIsReadAgainForATextThatNamesItAgain)
+{
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    struct Case {
+        char const* name;
+        std::function<void(ZStanzaFileProperties_6_0&)> remove;
+    };
+    Case const cases[] = {
+        {"all stanzas removed",
+         [](ZStanzaFileProperties_6_0& store) {
+             store.deleteStanza("s");
+             store.deleteStanza("configuration-database");
+         }},
+        {"another obfuscated value remains",
+         [](ZStanzaFileProperties_6_0& store) {
+             store.deleteStanza("s");
+             store.deleteStanza("configuration-database");
+             store.setValue("t", "other", "value", 1);
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+        c.remove(store);
+        store.load(nullptr);
+        EXPECT_EQ("hidden,", valuesOf(store, "s", "secret"));
+        store.store(nullptr);
+        ZStanzaFileProperties_6_0 const again(path.c_str(), 1);
+        EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+    }
+    // A derived store may empty its cache itself.
+    class Emptied final : public Store {
+    public:
+        void empty() { cache().clear(); }
+    };
+    Emptied store;
+    store.load(path.c_str());
+    store.empty();
+    store.load(nullptr);
+    EXPECT_EQ("hidden,", valuesOf(store, "s", "secret"));
+}
+
 TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
 {
     std::string const companion = directory_.at("conf.obf");
