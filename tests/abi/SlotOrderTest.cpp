@@ -562,7 +562,7 @@ TEST(SlotOrder, ReadWriteLocks)
                                    {"haveLock", slot(&A::haveLock)},
                                    {"ownWriteLock", slot(&A::ownWriteLock)},
                                    {"getUpdate", slot(&A::getUpdate)},
-                                   {"setUpdate", slot(&A::setUpdate)}};
+                                   {"setUpdate", slot<void(int)>(&A::setUpdate)}};
     expectOrder("ZAbstractReadWriteLock", kBehindObject, base);
     int const behindBase = kBehindObject + static_cast<int>(base.size());
 
@@ -589,7 +589,7 @@ TEST(SlotOrder, ReadWriteLocks)
         {"getLastSequence", slot(&P::getLastSequence)},
         {"setLastSequence to", slot<void(unsigned long)>(&P::setLastSequence)},
         {"setLastSequence", slot<void()>(&P::setLastSequence)},
-        {"sync", slot(&P::sync)}};
+        {"sync", slot<void(int)>(&P::sync)}};
     expectOrder("ZAbstractProcessReadWriteLock", behindBase, process);
 
     using F = ZAbstractProcessReadWriteFileLock_6_0;
