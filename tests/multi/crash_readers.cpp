@@ -27,7 +27,7 @@ struct Common {
 
 constexpr size_t kLargest = 20000;
 constexpr size_t kPiece = 4096;
-constexpr double kMostTorn = 5;  // of a hundred reads, beside stores in place
+constexpr double kMostTorn = 10;  // of a hundred reads, beside stores in place
 
 bool readWithoutLock(std::string const& path, size_t piece, std::string& text)
 {
