@@ -12,9 +12,11 @@
 
 #include "qvr.h"
 
+#include "ZCharacterSet_p.h"
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZStringIterator.h"
+#include "ZTextSearch_p.h"
 #include "zqvrutil.h"
 #include "zsnprintf.h"
 
@@ -28,7 +30,7 @@ enum RaiseSite { raiseInBump = 436, raiseInCharacterLength = 512 };
 
 constexpr size_t kMaxLength = 0xFFFFFFFE;  // one byte less than what 32 bits count, for the end
 constexpr size_t kForeign = SIZE_MAX;
-constexpr size_t kLongestCharacter = qvrMbLenMax;
+constexpr size_t kLongestCharacter = CharacterSet::kLongestCharacter;
 
 // Up to here the room of a text that grows is doubled. A larger block is moved without copying.
 constexpr size_t kDoubledRoom = 1 << 20;
@@ -78,79 +80,11 @@ size_t characterLength(qvr_cs const* cs, char const* text, size_t left)
 // Text that is being put together is a ZLCString_6_0 below, whatever its codeset: it is a buffer
 // that cleans up after itself.
 
-// A set of whole characters. A character has no zero byte and few bytes, so its bytes filled up
-// with zeros are a number of its own. The longer ones are in a hash table with open addressing.
-class CharacterSet {
-public:
-    CharacterSet() = default;
-    CharacterSet(CharacterSet const&) = delete;
-    CharacterSet& operator=(CharacterSet const&) = delete;
-    ~CharacterSet() { free(wide_); }
-
-    void add(char const* character, size_t length)
-    {
-        if (length == 1)
-            single_[static_cast<unsigned char>(*character)] = true;
-        else if (length > 1 && length <= kLongestCharacter)
-            addWide(numberOf(character, length));
-    }
-
-    bool has(char const* character, size_t length) const
-    {
-        if (length == 1)
-            return single_[static_cast<unsigned char>(*character)];
-        return count_ != 0 && length <= kLongestCharacter &&
-               *slotOf(numberOf(character, length)) != 0;
-    }
-
-private:
-    static_assert(kLongestCharacter <= sizeof(uint64_t));
-
-    static uint64_t numberOf(char const* character, size_t length)
-    {
-        uint64_t number = 0;
-        memcpy(&number, character, length);
-        return number;
-    }
-
-    // Where the number is, or the free slot where it would be.
-    uint64_t* slotOf(uint64_t number) const
-    {
-        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
-        size_t slot = (spread ^ spread >> 32) & (slots_ - 1);
-        while (wide_[slot] != 0 && wide_[slot] != number)
-            slot = (slot + 1) & (slots_ - 1);
-        return wide_ + slot;
-    }
-
-    void addWide(uint64_t number)
-    {
-        if (2 * (count_ + 1) > slots_)
-            grow();
-        uint64_t* const slot = slotOf(number);
-        count_ += *slot == 0;
-        *slot = number;
-    }
-
-    void grow()
-    {
-        size_t const slots = slots_ == 0 ? 32 : 2 * slots_;
-        auto* const grown = static_cast<uint64_t*>(calloc(slots, sizeof(uint64_t)));
-        if (grown == nullptr)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
-        uint64_t* const old = std::exchange(wide_, grown);
-        size_t const oldSlots = std::exchange(slots_, slots);
-        for (size_t i = 0; i < oldSlots; ++i)
-            if (old[i] != 0)
-                *slotOf(old[i]) = old[i];
-        free(old);
-    }
-
-    bool single_[UCHAR_MAX + 1] = {};
-    uint64_t* wide_ = nullptr;  // the numbers of the longer characters; 0: a free slot
-    size_t slots_ = 0;          // 0 or a power of 2, of which at least half are free
-    size_t count_ = 0;
-};
+void addTo(CharacterSet& set, char const* character, size_t length)
+{
+    if (!set.add(character, length))
+        ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
+}
 
 template <class Number>
 size_t writeDecimal(char (&digits)[24], Number number)
@@ -348,7 +282,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char const* text
     qvr_cs const* const cs = getCodesetHandle();
     // In UTF-8 a text cannot occur but at whole characters.
     auto const find = [&](char const* from) -> char const* {
-        return cs == utf8_handle_ ? strstr(from, text) : zstrstr_6_0(cs, from, text);
+        return cs == utf8_handle_ ? findText(from, text) : zstrstr_6_0(cs, from, text);
     };
 
     size_t const textLength = strlen(text);
@@ -525,7 +459,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceNoneOf(
     CharacterSet kept;
     size_t left = strlen(set);
     while (size_t const step = characterLength(cs, set, left)) {
-        kept.add(set, step);
+        addTo(kept, set, step);
         set += step;
         left -= step;
     }
@@ -555,7 +489,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAllOf(ZStringIter
         return *this;
     while (set.hasMore()) {
         ZAbstractMutableString_6_0 const& character = *set.getNext();
-        replaced.add(character.text_, character.length_);
+        addTo(replaced, character.text_, character.length_);
     }
 
     qvr_cs const* const cs = getCodesetHandle();

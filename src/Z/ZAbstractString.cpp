@@ -8,6 +8,7 @@
 #include <typeinfo>
 
 #include "ZException.h"
+#include "ZTextSearch_p.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -150,7 +151,7 @@ bool ZAbstractString_6_0::contains(int c) const
 
 bool ZAbstractString_6_0::contains(char const* text) const
 {
-    return text != nullptr && strstr(getChars(), text) != nullptr;
+    return text != nullptr && findText(getChars(), text) != nullptr;
 }
 
 int ZAbstractString_6_0::indexOf(int c, unsigned int from) const
@@ -165,7 +166,7 @@ int ZAbstractString_6_0::indexOf(char const* text, unsigned int from) const
     if (text == nullptr)
         return -1;
     char const* const chars = getChars();
-    char const* const found = strstr(chars + std::min(from, getLength()), text);
+    char const* const found = findText(chars + std::min(from, getLength()), text);
     return found == nullptr ? -1 : position(static_cast<size_t>(found - chars));
 }
 
@@ -204,8 +205,8 @@ int ZAbstractString_6_0::lastIndexOf(char const* text) const
 
     size_t const step = strlen(text);
     char const* last = nullptr;
-    for (char const* found = strstr(chars, text); found != nullptr;
-         found = strstr(found + step, text))
+    for (char const* found = findText(chars, text); found != nullptr;
+         found = findText(found + step, text))
         last = found;
     return last == nullptr ? -1 : position(static_cast<size_t>(last - chars));
 }

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 #include "ZArrayList.h"
+#include "ZCharacterSet_p.h"
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZUTF8String.h"
@@ -32,12 +34,85 @@ bool isLocal(ZAbstractString_6_0 const& string)
     return string.getCodesetHandle() == ZAbstractString_6_0::lcs_handle_;
 }
 
+// Tells whether a character occurs in a text of delimiters, wherever its bytes are: also across two
+// of them. Of longer characters the first few are searched for. After them a set is filled, with
+// all that has as many bytes in the text; without memory for it the search goes on.
+class DelimiterTest {
+public:
+    explicit DelimiterTest(char const* delimiters) : delimiters_(delimiters)
+    {
+        for (char const* at = delimiters; *at != 0; ++at)
+            occurring_.add(at, 1);
+    }
+
+    bool accepts(char const* character, size_t length)
+    {
+        if (length == 1)
+            return occurring_.has(character, 1);
+        if (length > CharacterSet::kLongestCharacter)
+            return occurs(character, length);
+        Progress& progress = progress_[length];
+        if (progress.searches < kFewSearches) {
+            ++progress.searches;
+            return occurs(character, length);
+        }
+        if (!progress.tried) {
+            progress.tried = true;
+            progress.filled = addAllOf(length);
+        }
+        return progress.filled ? occurring_.has(character, length) : occurs(character, length);
+    }
+
+private:
+    static constexpr int kFewSearches = 4;
+
+    struct Progress {  // with the characters of one length
+        int searches = 0;
+        bool tried = false;
+        bool filled = false;
+    };
+
+    bool occurs(char const* character, size_t length) const
+    {
+        return memmem(delimiters_, strlen(delimiters_), character, length) != nullptr;
+    }
+
+    bool addAllOf(size_t length)
+    {
+        size_t const end = strlen(delimiters_);
+        for (size_t at = 0; at + length <= end; ++at)
+            if (!occurring_.add(delimiters_ + at, length))
+                return false;
+        return true;
+    }
+
+    char const* const delimiters_;
+    CharacterSet occurring_;
+    Progress progress_[CharacterSet::kLongestCharacter + 1];
+};
+
+// A tokenizer's own delimiters: a string with a test for its text, which never changes.
+template <class String>
+struct OwnDelimiters : String {
+    explicit OwnDelimiters(char const* delimiters) : String(delimiters), test(this->getChars()) {}
+
+    DelimiterTest test;
+};
+
 // Returns a new string with the text `delimiters`, in the codeset of `source`.
 ZAbstractMutableString_6_0* newDelimiters(ZAbstractString_6_0 const& source, char const* delimiters)
 {
     if (isLocal(source))
-        return new ZLCString_6_0(delimiters);
-    return new ZUTF8String_6_0(delimiters);
+        return new OwnDelimiters<ZLCString_6_0>(delimiters);
+    return new OwnDelimiters<ZUTF8String_6_0>(delimiters);
+}
+
+// Returns the test of delimiters that newDelimiters() made.
+DelimiterTest& testOf(ZAbstractMutableString_6_0& delimiters)
+{
+    if (isLocal(delimiters))
+        return static_cast<OwnDelimiters<ZLCString_6_0>&>(delimiters).test;
+    return static_cast<OwnDelimiters<ZUTF8String_6_0>&>(delimiters).test;
 }
 
 void checkCodesets(ZAbstractString_6_0 const& source, ZAbstractString_6_0 const& target, int site)
@@ -170,13 +245,14 @@ unsigned int ZStringTokenizer_6_0::skipOther(ZAbstractString_6_0 const& delimite
 size_t ZStringTokenizer_6_0::span(char const* from, ZAbstractString_6_0 const& delimiters,
                                   bool ofDelimiters) const
 {
-    char const* const set = delimiters.getChars();
+    std::optional<DelimiterTest> ofCall;
+    DelimiterTest& test =
+        &delimiters == delimiters_ ? testOf(*delimiters_) : ofCall.emplace(delimiters.getChars());
     qvr_cs const* const cs = source_->getCodesetHandle();
     size_t const length = source_->getLength();
     size_t left = length - std::min(length, static_cast<size_t>(from - source_->getChars()));
     char const* at = from;
     while (*at != 0) {
-        char character[MB_LEN_MAX + 1] = {};
         size_t step = 1;
         if (charWidth_ != 1) {
             int const measured = zmblen_6_0(cs, at, left);
@@ -185,8 +261,7 @@ size_t ZStringTokenizer_6_0::span(char const* from, ZAbstractString_6_0 const& d
                     kSource, ofDelimiters ? raiseInSkipAll : raiseInSkipOther);
             step = static_cast<size_t>(measured);
         }
-        memcpy(character, at, step);
-        if ((strstr(set, character) != nullptr) != ofDelimiters)
+        if (test.accepts(at, step) != ofDelimiters)
             break;
         at += step;
         left -= step;

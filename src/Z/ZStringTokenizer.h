@@ -8,6 +8,8 @@
 // call.
 // Ownership: source and target, two strings, are borrowed and must outlive the tokenizer, the
 // delimiters are copied. When the source has changed, reset() comes before everything else.
+// Cost: linear in the text and in the tokenizer's own delimiters, however many tokens there are.
+// Delimiters that come with a call are read at each call.
 // Threads: unsynchronised; a tokenizer belongs to one thread at a time, as do source and target.
 #pragma once
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <qvr.h>
 #include <sys/mman.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -352,6 +353,50 @@ TEST(ZAbstractString, ContainsSaysWhetherThereIsOne)
     EXPECT_TRUE(text.contains('c'));
     EXPECT_TRUE(text.contains(0));
     EXPECT_FALSE(text.contains('d'));
+}
+
+// Texts longer than some words, at the beginning, the end and every place between.
+TEST(ZAbstractString, LongTextsAreFoundWhereverTheyAre)
+{
+    for (size_t length : {31u, 32u, 33u, 34u, 100u}) {
+        std::string const needle = std::string(length - 1, 'a') + "b";
+        for (size_t before = 0; before < 9 * length; ++before) {
+            SCOPED_TRACE(std::to_string(before) + " before " + std::to_string(length));
+            std::string text = std::string(before, 'x');
+            if (before % 2 == 0 && before > 0)
+                text.back() = 'a';  // the text then matches one place earlier in part
+            text += needle;
+            PageEnd const end(text);
+            PageEnd const wanted(needle);
+            ZUTF8ConstString_6_0 const string(end.text());
+            EXPECT_EQ(static_cast<int>(before), string.indexOf(wanted.text(), 0));
+            EXPECT_EQ(static_cast<int>(before), string.lastIndexOf(wanted.text()));
+            EXPECT_EQ(-1, string.indexOf(wanted.text(), static_cast<unsigned>(before + 1)));
+            PageEnd const more(needle + "b");
+            EXPECT_FALSE(string.contains(more.text()));
+        }
+    }
+}
+
+TEST(ZAbstractString, ALongTextIsFoundInLinearTime)
+{
+    std::string text, wanted;
+    for (int i = 0; i < 200000; ++i) {
+        text += "ab";
+        if (i % 2 == 0)
+            wanted += "ab";
+    }
+    wanted += "aa";
+    ZUTF8String_6_0 string(text.c_str());
+    timespec start{}, end{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+    EXPECT_EQ(-1, string.indexOf(wanted.c_str(), 0));
+    EXPECT_EQ(-1, string.lastIndexOf(wanted.c_str()));
+    EXPECT_FALSE(string.contains(wanted.c_str()));
+    string.replace(wanted.c_str(), "");
+    EXPECT_EQ(text.size(), string.getLength());
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+    EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
 TEST(ZAbstractString, LastIndexOfGivesTheLastPosition)

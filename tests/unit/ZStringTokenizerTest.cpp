@@ -4,6 +4,7 @@
 #include <Z/ZStringTokenizer.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <iostream>
 #include <memory>
@@ -449,6 +450,115 @@ TEST(ZStringTokenizer, GivesTheTokensOfAModel)
         ZUTF8String_6_0 const set(delimiters.c_str());
         ZStringTokenizer_6_0 tokenizer(source, target, set);
         ASSERT_EQ(expected, tokensOf(tokenizer)) << text << " at " << delimiters;
+    }
+}
+
+// Delimiters in such numbers that they are no longer searched one after the other. In EUC-JP the
+// second byte of one and the first of the next are a delimiter, too: their bytes do occur.
+TEST(ZStringTokenizer, ManyDelimitersAgreeWithASearch)
+{
+    bool const wide = localCodeset() == "EUC-JP" || localCodeset() == "UTF-8";
+    if (!wide)
+        GTEST_SKIP() << "every byte of the locale is a character";
+    bool const isUtf8 = localCodeset() == "UTF-8";
+    constexpr unsigned kSeed = 5511;
+    std::cout << "seed " << kSeed << "\n";
+    std::mt19937 random(kSeed);
+    auto const character = [&](unsigned n) {
+        if (n % 7 == 0)
+            return std::string(1, static_cast<char>('a' + n % 26));
+        if (isUtf8 && n % 7 == 1)
+            return std::string{'\xC3', static_cast<char>(0x80 + n % 64)};
+        if (isUtf8)
+            return std::string{'\xE4', static_cast<char>(0x80 + n / 64 % 2),
+                               static_cast<char>(0x80 + n % 64)};
+        std::string const two{static_cast<char>(0xB0 + n / 8 % 8), static_cast<char>(0xB0 + n % 8)};
+        return n % 7 == 1 ? "\x8F" + two : two;
+    };
+    for (int round = 0; round < 300; ++round) {
+        std::string set;
+        for (size_t n = random() % 60; n > 0; --n)
+            set += character(static_cast<unsigned>(random()));
+        std::string text;
+        std::string token;
+        Tokens expected;
+        for (size_t n = random() % 300; n > 0; --n) {
+            std::string const next = character(static_cast<unsigned>(random()));
+            text += next;
+            if (set.find(next) == std::string::npos) {
+                token += next;
+            } else if (!token.empty()) {
+                expected.push_back(token);
+                token.clear();
+            }
+        }
+        if (!token.empty())
+            expected.push_back(token);
+        PageEnd const end(text);
+        ZLCConstString_6_0 const source(end.text());
+        ZLCString_6_0 target;
+        PageEnd const setEnd(set);
+        ZLCConstString_6_0 const delimiters(setEnd.text());
+        ZStringTokenizer_6_0 own(source, target, delimiters);
+        ASSERT_EQ(expected, tokensOf(own)) << text << " at " << set;
+        ZStringTokenizer_6_0 ofCalls(source, target);
+        Tokens tokens;
+        while (ofCalls.hasMore(delimiters))
+            tokens.push_back(textOf(ofCalls.getNext(delimiters)));
+        ASSERT_EQ(expected, tokens) << text << " at " << set;
+    }
+}
+
+TEST(ZStringTokenizer, ManyDelimitersCostNoMoreThanTextAndDelimiters)
+{
+    // Every character from U+4E00 to U+FFFD, and a text of some of them with tokens between.
+    constexpr size_t kTokens = 200000;
+    std::string set;
+    for (unsigned value = 0x4E00; value < 0xFFFE; ++value) {
+        if (value < 0xD800 || value > 0xDFFF)
+            set += {static_cast<char>(0xE0 | value >> 12),
+                    static_cast<char>(0x80 | (value >> 6 & 0x3F)),
+                    static_cast<char>(0x80 | (value & 0x3F))};
+    }
+    std::string text;
+    for (size_t i = 0; i < kTokens; ++i)
+        text += set.substr(set.size() - 3 * (1 + i % 1000), 3) + "\u20ac";
+    ZUTF8ConstString_6_0 const source(text.c_str());
+    ZUTF8ConstString_6_0 const delimiters(set.c_str());
+    ZUTF8String_6_0 target;
+    timespec start{}, end{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+    ZStringTokenizer_6_0 tokenizer(source, target, delimiters);
+    size_t tokens = 0;
+    for (; tokenizer.hasMore(); ++tokens)
+        ASSERT_EQ("\u20ac", textOf(tokenizer.getNext()));
+    EXPECT_EQ(kTokens, tokens);
+    // One token of all of them, with delimiters that come with the call.
+    ZStringTokenizer_6_0 whole(source, target);
+    ZUTF8String_6_0 const all((set + "\u20ac").c_str());
+    EXPECT_EQ(text.size(), whole.skipAll(all));
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+    EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
+}
+
+TEST(ZStringTokenizer, ManyDelimitersDoWithoutASet)
+{
+    std::string set;
+    for (int i = 0; i < 64; ++i)
+        set += {'\xE4', '\xB8', static_cast<char>(0x80 + i)};
+    std::string const text = set + set + "\u20ac";
+    ZUTF8ConstString_6_0 const source(text.c_str());
+    ZUTF8ConstString_6_0 const delimiters(set.c_str());
+    ZUTF8String_6_0 target;
+    ZStringTokenizer_6_0 tokenizer(source, target);
+    for (unsigned long n = 1;; ++n) {
+        FailingAllocator::failAt(n, FailingAllocator::forEver);
+        unsigned const length = tokenizer.skipAll(delimiters);
+        bool const failed = FailingAllocator::stop();
+        EXPECT_EQ(2 * set.size(), length);
+        if (!failed)
+            break;
+        ASSERT_LT(n, 100u);
     }
 }
 

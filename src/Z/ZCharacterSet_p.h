@@ -1,0 +1,94 @@
+// ZCharacterSet_p: a set of characters of any length, for texts that are searched for many of them.
+// Not installed.
+#pragma once
+
+#include <limits.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <utility>
+
+#include "qvr.h"
+
+// A character has no zero byte and few bytes, so its bytes filled up with zeros are a number of its
+// own. The longer ones are in a hash table with open addressing.
+class CharacterSet {
+public:
+    static constexpr size_t kLongestCharacter = qvrMbLenMax;
+
+    CharacterSet() = default;
+    CharacterSet(CharacterSet const&) = delete;
+    CharacterSet& operator=(CharacterSet const&) = delete;
+    ~CharacterSet() { free(wide_); }
+
+    /// Adds a character; one that is longer than any is left out. Returns whether there was memory
+    /// for it.
+    bool add(char const* character, size_t length)
+    {
+        if (length == 1)
+            single_[static_cast<unsigned char>(*character)] = true;
+        else if (length > 1 && length <= kLongestCharacter)
+            return addWide(numberOf(character, length));
+        return true;
+    }
+
+    bool has(char const* character, size_t length) const
+    {
+        if (length == 1)
+            return single_[static_cast<unsigned char>(*character)];
+        return count_ != 0 && length <= kLongestCharacter &&
+               *slotOf(numberOf(character, length)) != 0;
+    }
+
+private:
+    static_assert(kLongestCharacter <= sizeof(uint64_t));
+
+    static uint64_t numberOf(char const* character, size_t length)
+    {
+        uint64_t number = 0;
+        memcpy(&number, character, length);
+        return number;
+    }
+
+    // Where the number is, or the free slot where it would be.
+    uint64_t* slotOf(uint64_t number) const
+    {
+        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
+        size_t slot = (spread ^ spread >> 32) & (slots_ - 1);
+        while (wide_[slot] != 0 && wide_[slot] != number)
+            slot = (slot + 1) & (slots_ - 1);
+        return wide_ + slot;
+    }
+
+    bool addWide(uint64_t number)
+    {
+        if (2 * (count_ + 1) > slots_ && !grow())
+            return false;
+        uint64_t* const slot = slotOf(number);
+        count_ += *slot == 0;
+        *slot = number;
+        return true;
+    }
+
+    bool grow()
+    {
+        size_t const slots = slots_ == 0 ? 32 : 2 * slots_;
+        auto* const grown = static_cast<uint64_t*>(calloc(slots, sizeof(uint64_t)));
+        if (grown == nullptr)
+            return false;
+        uint64_t* const old = std::exchange(wide_, grown);
+        size_t const oldSlots = std::exchange(slots_, slots);
+        for (size_t i = 0; i < oldSlots; ++i)
+            if (old[i] != 0)
+                *slotOf(old[i]) = old[i];
+        free(old);
+        return true;
+    }
+
+    bool single_[UCHAR_MAX + 1] = {};
+    uint64_t* wide_ = nullptr;  // the numbers of the longer characters; 0: a free slot
+    size_t slots_ = 0;          // 0 or a power of 2, of which at least half are free
+    size_t count_ = 0;
+};
