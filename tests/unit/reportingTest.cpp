@@ -216,6 +216,18 @@ void noticeOfAStore(Kind kind, std::function<void()> const& body)
     store.change(body);
 }
 
+// An iterator locks its store; the notices of changes meanwhile are sent when it is destroyed.
+void iteratorOfAStore(Kind kind, std::function<void()> const& body)
+{
+    ZStanzaFileProperties_6_0 store(0);
+    store.setValue("s", "k", "v");
+    FailingObserver observer(kind);
+    store.addObserver(&observer);
+    ZStanzaValueIterator_6_0 const iterator(store, "s", "k", zPropLocalStrings, zPropIterAny);
+    store.setValue("s", "other", "w");
+    body();
+}
+
 constexpr Guard kGuards[] = {
     {"ZResourceLock", resourceLock},
     {"ZPropResourceLock", propResourceLock},
@@ -226,6 +238,7 @@ constexpr Guard kGuards[] = {
     {"ZHashKeyMap", hashKeyMap},
     {"ZKeyEntry", keyEntry},
     {"a notice of a store", noticeOfAStore},
+    {"an iterator of a store", iteratorOfAStore},
 };
 
 // ---- Failures that are always reported
