@@ -194,8 +194,12 @@ int JournalFile::publish()
     if (int const moved = directory_.check(temporaryName_, status_))
         return moved;
     int error = directory_.renameWithoutReplacing(temporaryName_, name_);
-    if (error == EEXIST && replaceable_.st_nlink != 0 && directory_.isAt(name_, replaceable_))
+    if (error == EEXIST && replaceable_.st_nlink != 0 && directory_.isAt(name_, replaceable_)) {
         error = directory_.rename(temporaryName_, name_);
+        // Another user's file in a sticky directory. It is in the way: the directory allows names.
+        if (error == EPERM || error == EACCES)
+            error = EEXIST;
+    }
     if (error != 0)
         return error;
     error = directory_.check(name_, status_);
