@@ -1836,6 +1836,43 @@ TEST_F(ZProperties, FailuresWithACacheThatCannotBeCopiedChangeNothing)
     }
 }
 
+TEST_F(ZProperties, WantOfMemoryWithACacheThatCannotBeCopiedChangesNothing)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new UncopiedCache);
+    store.load(path.c_str());
+    store.setValue("s", "secret", "hidden", 1);
+    store.store(nullptr);
+    std::string const text = directory_.read("conf");
+    store.setValue("s", "k", "b");
+    auto const streaming = [](auto call) {
+        try {
+            call();
+        } catch (ZPropertiesIOException_6_0 const& failure) {
+            EXPECT_EQ(ENOMEM, failure.excerrno()) << failure.api().getChars();
+            ZOutOfMemoryException_6_0().throwException("test", 1);
+        } catch (std::bad_alloc const&) {
+            ZOutOfMemoryException_6_0().throwException("test", 1);
+        }
+    };
+    auto const check = [&] {
+        EXPECT_EQ("b,", valuesOf(store, "s", "k"));
+        EXPECT_EQ("hidden,", valuesOf(store, "s", "secret"));
+        EXPECT_EQ(2, store.count());
+        EXPECT_EQ(1, store.isModified());
+        EXPECT_EQ(text, directory_.read("conf"));
+    };
+    EXPECT_LT(5u, failEachAllocationOfSome([&] { streaming([&] { store.reload(nullptr); }); },
+                                           [&] { store.setValue("s", "k", "b"); }, check));
+    std::string const other = directory_.write("other", "[n]\nk = c\n");
+    EXPECT_LT(5u, failEachAllocationOfSome([&] { streaming([&] { store.load(other.c_str()); }); },
+                                           [&] {
+                                               store.reload(nullptr);
+                                               store.setValue("s", "k", "b");
+                                           },
+                                           check));
+}
+
 TEST_F(ZProperties, OverridesOfACacheAreNotCalledWithoutNames)
 {
     class NamedOnly final : public ZSCFData_6_0 {
