@@ -1038,7 +1038,7 @@ void ZProperties_6_0::store(char const* path)
         ZBuffer_6_0 text;
         render(*source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(source) : nullptr,
                chosen, text);
-        file.commit(viewOf(text), change);
+        rep_->isReplacing ? file.replace(viewOf(text), change) : file.commit(viewOf(text), change);
         file.close();
 
         if (edited != nullptr)
@@ -1060,6 +1060,18 @@ int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)
         return 0;
     stamp = status.st_mtim.tv_sec;
     return 1;
+}
+
+void ZProperties_6_0::setReplacing(int replacing)
+{
+    Hold const hold(*this);
+    rep_->isReplacing = replacing != 0;
+}
+
+int ZProperties_6_0::isReplacing() const
+{
+    Hold const hold(*this);
+    return rep_->isReplacing ? 1 : 0;
 }
 
 void ZProperties_6_0::setMaxFileSize(unsigned long size)

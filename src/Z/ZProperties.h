@@ -181,6 +181,16 @@ public:
     /// throws  ZPropertiesIOException_6_0 (file or directory, "access()", errno).
     static void checkFileAccess(char const* path);
 
+    /// Makes store() write a new file and rename it over the old one, if `replacing` is not 0; at
+    /// first it rewrites the file in place. A program that reads the file without a lock sees the
+    /// old or the new text then, never a part of both. The new file has owner, mode, access control
+    /// list and attributes of the old one, but another inode: other hard links keep the old text,
+    /// and locks that other processes hold or wait for are those of the old file. store() fails if
+    /// the directory allows no new file ("open()"), if the file cannot be given to its owner
+    /// ("fchown()"), or if another file is mounted over it ("rename()").
+    void setReplacing(int replacing);
+    int isReplacing() const;
+
     /// Sets the limit of the files that stores of this process read and write, Java property files
     /// included; at first it is 1 GiB. A larger file makes load() fail with "read()" and EFBIG, a
     /// larger text makes store() fail with "write()" and EFBIG. A journal may have twice that and

@@ -212,7 +212,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         std::vector<Companion> list_;  // the one used last is the last
     };
 
-    int depth = 0;  // Holds of the thread that has the lock
+    int depth = 0;             // Holds of the thread that has the lock
+    bool isReplacing = false;  // see setReplacing()
     Companions companions;
     std::string sharedPath;  // by which getPropertiesFor() finds the store; set before it is shared
     Queue queued;

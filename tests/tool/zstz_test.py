@@ -611,6 +611,24 @@ class ZstzTest(tool.ToolTest):
                         "permissions",
                         *verb, **options)
 
+    def test_replacing_gives_the_name_to_a_new_file(self):
+        self.path.chmod(0o640)
+        before = self.path.stat()
+        self.expect(DONE, "", "set", self.file, "listener", "name", "one")
+        self.assertEqual(before.st_ino, self.path.stat().st_ino)
+        inodes = {before.st_ino}
+        for edit in (["set", self.file, "listener", "name", "two"],
+                     ["add", self.file, "listener", "name", "three"],
+                     ["unset", self.file, "listener", "name", "--all"]):
+            with open(self.path, "rb") as reader:
+                text = self.path.read_bytes()
+                self.expect(DONE, "", *edit, "--replace")
+                self.assertEqual(text, reader.read())
+            after = self.path.stat()
+            self.assertEqual((before.st_mode, before.st_uid), (after.st_mode, after.st_uid))
+            self.assertNotIn(after.st_ino, inodes)
+        self.assertEqual([self.path.name], os.listdir(self.path.parent))
+
     def test_a_file_in_the_way_of_the_journal(self):
         options = self.as_nobody()
         folder = self.path.parent

@@ -202,6 +202,7 @@ int runSet(Request const& request)
     checkCount(file.store(), request, "replace them all, or `zstz add`");
     file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
                           request.obfuscated);
+    file.store().setReplacing(request.replace);
     file.store().store(nullptr);
     return exitDone;
 }
@@ -220,6 +221,7 @@ int runAdd(Request const& request)
     checkKind(file.store(), request);
     file.store().addValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
                           request.obfuscated);
+    file.store().setReplacing(request.replace);
     file.store().store(nullptr);
     return exitDone;
 }
@@ -236,6 +238,7 @@ int runUnset(Request const& request)
         checkCount(file.store(), request, "remove them all");
         file.store().deleteKey(request.stanza.c_str(), request.key.c_str());
     }
+    file.store().setReplacing(request.replace);
     file.store().store(nullptr);
     return exitDone;
 }

@@ -17,6 +17,7 @@ struct Request {
     bool all = false;          // get: every value; set, unset: although there are several values
     bool obfuscated = false;   // the value comes from standard input
     bool wholeStanza = false;  // of unset
+    bool replace = false;      // store by renaming a new file over the old one
     std::string action;        // of java: get, set, list or check
     std::string javaFrom;      // of convert: one of the two
     std::string javaTo;

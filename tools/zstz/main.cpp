@@ -61,9 +61,16 @@ void addGet(CLI::App& verb, Request& request)
         ->excludes(all);
 }
 
+void addReplace(CLI::App& verb, Request& request)
+{
+    verb.add_flag("--replace", request.replace,
+                  "rename a new file over the old one, for programs that read it without a lock");
+}
+
 void addAdd(CLI::App& verb, Request& request)
 {
     addKey(verb, request)->required();
+    addReplace(verb, request);
     CLI::Option* const value = verb.add_option("VALUE", request.value, "the value");
     verb.add_flag("--obfuscated", request.obfuscated,
                   "keep the value out of the file; it is read from standard input")
@@ -85,6 +92,7 @@ void checkValue(CLI::App const& verb, Request const& request)
 void addUnset(CLI::App& verb, Request& request)
 {
     CLI::Option* const key = addKey(verb, request);
+    addReplace(verb, request);
     CLI::Option* const all =
         verb.add_flag("--all", request.all, "remove the key although it has several values");
     verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")

@@ -117,6 +117,12 @@ int Directory::rename(std::string const& from, std::string const& to) const
     return renameat(at, from.c_str(), at, to.c_str()) != 0 ? errno : 0;
 }
 
+int Directory::exchange(std::string const& a, std::string const& b) const
+{
+    int const at = descriptor();
+    return renameat2(at, a.c_str(), at, b.c_str(), RENAME_EXCHANGE) != 0 ? errno : 0;
+}
+
 int Directory::renameWithoutReplacing(std::string const& from, std::string const& to) const
 {
     int const at = descriptor();

@@ -42,6 +42,7 @@ public:
         return check(name, file) == 0;
     }
     int rename(std::string const& from, std::string const& to) const;
+    int exchange(std::string const& a, std::string const& b) const;
     int renameWithoutReplacing(std::string const& from, std::string const& to) const;
     int remove(std::string const& name) const;  // a missing file is no failure
 

@@ -128,6 +128,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
     journal.adopt(found.status);
     int error = 0;
     if (isOld) {
+        directory.remove(file_.replacementName());
         if (!found.journal->companion.empty()) {
             CompanionFile const companion(file_, found.journal->companion);
             if (companion.directory().descriptor() >= 0)
@@ -222,7 +223,7 @@ int ZJournaledFile::checkCompanionPath(std::string const& name) const
     return CompanionFile(file_, name).check();
 }
 
-void ZJournaledFile::commit(std::string_view text, Companion const& companion)
+void ZJournaledFile::commit(std::string_view text, Companion const& companion, bool replaces)
 {
     // The next load would refuse it.
     if (text.size() > maxFileSize())
@@ -232,6 +233,8 @@ void ZJournaledFile::commit(std::string_view text, Companion const& companion)
         if (int const error = checkCompanionPath(companion.path))
             throw IoError{companion.path, "access()", error};
     Writer writer(file_, text, companion);
+    if (replaces)
+        writer.replaceFile();
     if (invalidJournal_.st_nlink != 0)
         writer.replaceInvalidJournal(invalidJournal_);
     writer.commit();

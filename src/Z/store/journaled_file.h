@@ -102,7 +102,20 @@ public:
     /// range   once for each object: text() stays as it was.
     /// throws  IoError (file, call, errno): file, companion and journal are as before; with
     ///         "fopen(r+)" and ESTALE if another program replaced the file; std::bad_alloc.
-    void commit(std::string_view text, Companion const& companion);
+    void commit(std::string_view text, Companion const& companion)
+    {
+        commit(text, companion, false);
+    }
+
+    /// As commit(), but a new file with the owner, mode, access control list and attributes of the
+    /// old one takes its name: a reader without a lock sees one of the two, whole. Other hard
+    /// links, and locks of other processes, stay with the old file.
+    /// throws  as commit(); IoError (hidden file, "open()" or "fchown()", errno) if the directory
+    ///         allows no new file, or if we cannot give it to the owner.
+    void replace(std::string_view text, Companion const& companion)
+    {
+        commit(text, companion, true);
+    }
 
     /// Returns the state of the file when it was read or, after commit(), written.
     Stamp const& stamp() const { return stamp_; }
@@ -111,6 +124,7 @@ public:
     void close() { file_.close(); }
 
 private:
+    void commit(std::string_view text, Companion const& companion, bool replaces);
     bool recover(Mode mode);
     bool mayUse(zstore::FoundJournal const& found) const;
     void replay(zstore::FoundJournal const& found);

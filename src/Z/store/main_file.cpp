@@ -145,6 +145,7 @@ void MainFile::close()
     isCreated = false;
     fd = -1;
     file.close();
+    replacement.close();
 }
 
 }  // namespace zstore

@@ -40,6 +40,7 @@ struct MainFile {
     bool hasItsName() const { return checkName() != ESTALE; }
 
     std::string journalName() const { return hiddenSibling(name, ".zjn"); }
+    std::string replacementName() const { return hiddenSibling(name, ".new"); }
 
     /// Returns the path of a file next to this one, for messages.
     std::string pathOf(std::string const& sibling) const { return directory.pathOf(sibling); }
@@ -49,6 +50,7 @@ struct MainFile {
     Directory directory;
     std::string name;  // in the directory
     ZSharedFile file;
+    ZSharedFile replacement;  // a new file that has taken, or is to take, the name
     int fd = -1;
     bool isCreated = false;   // by this object, and still empty
     struct stat status = {};  // when it was locked or, after a store, written

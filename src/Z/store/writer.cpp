@@ -80,6 +80,7 @@ void Writer::replay(struct stat const& journal)
 {
     struct stat status;
     journal_.adopt(journal);
+    file_.directory.remove(file_.replacementName());
     phase_ = Phase::journaled;
     hadCompanion_ = companion_ != nullptr && companion_->exists(status);
     if (hadCompanion_ && companion_->openForReading(companionFile_) == 0)
@@ -224,6 +225,8 @@ int Writer::prepareWithoutJournal()
 {
     if (phase_ == Phase::journaled)
         return 0;
+    if (replacement_ != nullptr)
+        return fail("open()", replacement_->path(), EACCES);
     phase_ = Phase::journaled;
     if (text_.size() >= file_.contents.length())
         return 0;
@@ -240,8 +243,10 @@ int Writer::prepareWithoutJournal()
 int Writer::replacePair()
 {
     bool const writes = companionChange_ == CompanionChange::written;
-    if (reserve() != 0 || (writes && prepareCompanion(change_.contents) != 0) ||
-        rewriteText() != 0 || changeCompanion() != 0)
+    if ((replacement_ != nullptr ? prepareReplacement() : reserve()) != 0 ||
+        (writes && prepareCompanion(change_.contents) != 0) ||
+        (replacement_ != nullptr ? publishReplacement() : rewriteText()) != 0 ||
+        changeCompanion() != 0)
         return error_;
     phase_ = Phase::applied;
     return 0;
@@ -340,6 +345,25 @@ int Writer::restrictInPlace()
     return fail("fchmod()", change_.path, error);
 }
 
+int Writer::prepareReplacement()
+{
+    char const* call = "";
+    int const error = replacement_->prepare(access_, text_, call);
+    return fail(call, replacement_->path(), error);
+}
+
+// The new file is durable: it only gets its name.
+int Writer::publishReplacement()
+{
+    phase_ = Phase::rewritingText;
+    if (requireName() != 0)
+        return error_;
+    int const error = replacement_->publish();
+    if (error == 0)
+        textDurability_ = Durability::durable;
+    return fail(error == ESTALE ? "fopen(r+)" : "rename()", file_.path, error);
+}
+
 int Writer::rewriteText()
 {
     bool const pads = padded_.length() > 0;
@@ -426,6 +450,8 @@ int Writer::retireJournal()
 {
     if (companionState_ == CompanionState::rewrittenInPlace)
         removeNewCompanion();
+    if (replacement_ != nullptr)
+        replacement_->removeHidden();
     if (journal_.isPublished())
         return isCompanionSynced_ ? journal_.retire(file_.status.st_dev, file_.fd) : 0;
     if (file_.isCreated)
@@ -447,13 +473,17 @@ bool Writer::rollBack()
 {
     bool const isReplaced = !file_.hasItsName();
     // The companion goes first: while the text is new, or partly rewritten, the journal counts.
-    bool const isRestored = restoreCompanion() == 0 && restoreText() == 0;
+    bool isDurable = true;
+    bool const isRestored = restoreCompanion() == 0 && restoreText(isDurable) == 0;
     bool const isTouched = bytesWritten_ > 0 || isTruncated_;
-    bool const isDurable = !isTouched || syncContents(file_.fd) == 0;
+    if (isTouched)
+        isDurable = syncContents(file_.fd) == 0;
+    if (replacement_ != nullptr)
+        replacement_->removeHidden();
     removeNewCompanion();
     if (!journal_.isPublished())
         journal_.discard();
-    if (phase_ >= Phase::journaled)
+    if (phase_ >= Phase::journaled && replacement_ == nullptr)
         returnReservedSpace();
     if (isReplaced || (isRestored && isDurable))
         journal_.retire(file_.status.st_dev, file_.fd);
@@ -463,8 +493,10 @@ bool Writer::rollBack()
     return isRestored || isReplaced || !journal_.isPublished() || !isNewDurable;
 }
 
-int Writer::restoreText()
+int Writer::restoreText(bool& isDurable)
 {
+    if (replacement_ != nullptr)
+        return replacement_->revert(isDurable);
     std::string_view const old = file_.contents.view();
     if (bytesWritten_ == 0 && !isTruncated_)
         return 0;

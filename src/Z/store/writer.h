@@ -25,6 +25,7 @@
 #include "companion.h"
 #include "journal_file.h"
 #include "main_file.h"
+#include "replacement.h"
 #include "text_diff.h"
 
 namespace zstore {
@@ -46,6 +47,10 @@ public:
 
     /// Allows the new journal to replace this file, which is not a valid journal.
     void replaceInvalidJournal(struct stat const& status) { journal_.allowReplacing(status); }
+
+    /// Has commit() give the name to a new file instead of rewriting the text in place.
+    /// throws  std::bad_alloc.
+    void replaceFile() { replacement_ = std::make_unique<Replacement>(file_); }
 
     /// Writes the journal, then text and companion.
     /// throws  IoError, std::bad_alloc: nothing has changed.
@@ -80,7 +85,9 @@ private:
     int openInPlace();
     void keepAccess();
     int restrictInPlace();
+    int prepareReplacement();
     int rewriteText();
+    int publishReplacement();
     int changeCompanion();
     int applyCompanionChange();
     int writeCompanionInPlace(std::string_view contents);
@@ -88,7 +95,7 @@ private:
     void removeNewCompanion();
 
     bool rollBack();
-    int restoreText();
+    int restoreText(bool& isDurable);
     int restoreCompanion();
     void returnReservedSpace();
 
@@ -103,6 +110,7 @@ private:
     std::string const journalPath_;
     std::string const temporaryJournalPath_;
     std::unique_ptr<CompanionFile> companion_;
+    std::unique_ptr<Replacement> replacement_;  // if the text is not rewritten in place
     std::string const newCompanionName_;
     AccessList access_;     // of the file
     AccessList oldAccess_;  // of the companion

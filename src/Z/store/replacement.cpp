@@ -1,0 +1,109 @@
+#include "replacement.h"
+
+#include <errno.h>
+#include <fcntl.h>
+
+#include "journal_file.h"
+
+namespace zstore {
+
+Replacement::Replacement(MainFile& main)
+    : main_(main), name_(main.replacementName()), path_(main.pathOf(name_)), old_(main.status)
+{
+}
+
+int Replacement::prepare(AccessList const& access, std::string_view text, char const*& call)
+{
+    Directory const& directory = main_.directory;
+    ScopedFd fd(createExclusive(directory, name_));
+    call = "open()";
+    if (!fd.isOpen())
+        return errno;
+    isPrepared_ = true;
+    if (fstat(fd.get(), &new_) != 0) {
+        int const error = errno;
+        directory.remove(name_);
+        return error;
+    }
+    bool owned = false;
+    call = "fchmod()";
+    if (int const error = access.copyTo(fd.get(), owned))
+        return error;
+    call = "fchown()";
+    if (!owned)
+        return EPERM;
+    copyAttributes(main_.fd, fd.get());
+    call = "write()";
+    if (int const error = writeAll(fd.get(), text))
+        return error;
+    call = "fsync()";
+    if (int const error = syncFile(fd.get()))
+        return error;
+    // Closing a descriptor drops all locks of the file: this one first.
+    fd.close();
+    call = "open()";
+    if (int const error =
+            main_.replacement.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0))
+        return error;
+    call = "fcntl()";
+    if (int const error = main_.replacement.lock(F_WRLCK, 0, 0))
+        return error;
+    call = "fstat()";
+    dev_t const device = new_.st_dev;
+    ino_t const inode = new_.st_ino;
+    if (fstat(main_.replacement.descriptor(), &new_) != 0)
+        return errno;
+    return new_.st_dev == device && new_.st_ino == inode ? 0 : ESTALE;
+}
+
+int Replacement::publish()
+{
+    Directory const& directory = main_.directory;
+    int error = directory.exchange(name_, main_.name);
+    keepsOld_ = error == 0;
+    if (error == EINVAL || error == ENOSYS)  // not on this file system
+        error = directory.rename(name_, main_.name);
+    if (error != 0)
+        return error;
+    isPublished_ = true;
+    // An editor may have replaced the file meanwhile, or another store the hidden one.
+    if ((keepsOld_ && !directory.isAt(name_, old_)) || !directory.isAt(main_.name, new_)) {
+        if (keepsOld_ && directory.exchange(name_, main_.name) == 0)
+            isPublished_ = false;
+        return ESTALE;
+    }
+    use(main_.replacement, new_);
+    return directory.sync(main_.fd);
+}
+
+int Replacement::revert(bool& isDurable)
+{
+    isDurable = true;
+    if (!isPublished_)
+        return 0;
+    if (!keepsOld_)
+        return ENOTSUP;
+    Directory const& directory = main_.directory;
+    if (int const error = directory.check(main_.name, new_))
+        return error == ESTALE ? 0 : error;
+    if (int const error = directory.exchange(name_, main_.name))
+        return error;
+    isPublished_ = false;
+    use(main_.file, old_);
+    isDurable = directory.sync(main_.fd) == 0;
+    return 0;
+}
+
+void Replacement::removeHidden()
+{
+    if (isPrepared_ && (main_.directory.isAt(name_, new_) || main_.directory.isAt(name_, old_)))
+        main_.directory.remove(name_);
+}
+
+void Replacement::use(ZSharedFile const& file, struct stat const& status)
+{
+    main_.fd = file.descriptor();
+    main_.status = status;
+}
+
+}  // namespace zstore
