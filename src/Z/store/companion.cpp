@@ -30,7 +30,16 @@ bool looksCompressed(std::string_view bytes)
 CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     : main_(main), path_(path), name_(namePart(path))
 {
-    directoryError_ = elsewhere_.openFollowingLinks(directoryPart(path));
+    // The directory of the main file is open already: its path may mean another one by now.
+    std::string const directory = directoryPart(path);
+    if (main.isInDirectory(directory)) {
+        directory_ = &main.directory;
+        isOwn_ = name_ == main.name + kCompanionSuffix ||
+                 (directory == directoryPart(main.path) &&
+                  name_ == namePart(main.path) + kCompanionSuffix);
+        return;
+    }
+    directoryError_ = elsewhere_.openFollowingLinks(directory);
     if (directoryError_ != 0)
         return;
     if (isSameFile(elsewhere_.status(), main.directory.status())) {

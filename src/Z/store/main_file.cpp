@@ -56,6 +56,8 @@ int MainFile::resolve()
         if (realpath(at.c_str(), resolved) != nullptr) {
             real = resolved;
             name = namePart(real);
+            isDirectoryGiven = links == 0 && directoryPart(real) != directoryPart(path) &&
+                               name == namePart(path) && targetOf(path).empty();
             return name.empty() ? EISDIR : directory.openResolved(directoryPart(real));
         }
         int const error = errno;
@@ -74,6 +76,7 @@ int MainFile::locateAsGiven(std::string const& at)
 {
     real = at;
     name = namePart(at);
+    isDirectoryGiven = at == path;
     if (int const error = directory.openFollowingLinks(directoryPart(at)))
         return error;
     return name.empty() ? EISDIR : 0;

@@ -39,6 +39,14 @@ struct MainFile {
     int checkName() const { return directory.check(name, status); }
     bool hasItsName() const { return checkName() != ESTALE; }
 
+    /// Returns whether `path` is the path of the directory, as it was resolved.
+    bool isInDirectory(std::string const& directoryPath) const
+    {
+        return directoryPath[0] == '/' &&
+               (directoryPath == directoryPart(real) ||
+                (isDirectoryGiven && directoryPath == directoryPart(path)));
+    }
+
     std::string journalName() const { return hiddenSibling(name, ".zjn"); }
     std::string replacementName() const { return hiddenSibling(name, ".new"); }
 
@@ -48,7 +56,8 @@ struct MainFile {
     std::string const path;  // as given
     std::string real;        // without symbolic links, if that could be found out
     Directory directory;
-    std::string name;  // in the directory
+    bool isDirectoryGiven = false;  // the given path has it, with links before the name only
+    std::string name;               // in the directory
     ZSharedFile file;
     ZSharedFile replacement;  // a new file that has taken, or is to take, the name
     int fd = -1;
