@@ -7,13 +7,16 @@
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/random.h>
 
+#include <bit>
 #include <utility>
 
 #include "qvr.h"
 
 // A character has no zero byte and few bytes, so its bytes filled up with zeros are a number of its
-// own. The longer ones are in a hash table with open addressing.
+// own. The longer ones are in a hash table with open addressing. The process draws the factor of
+// the hash, so that nobody can choose characters that crowd together there.
 class CharacterSet {
 public:
     static constexpr size_t kLongestCharacter = qvrMbLenMax;
@@ -45,6 +48,18 @@ public:
 private:
     static_assert(kLongestCharacter <= sizeof(uint64_t));
 
+    // A random odd number. Without one at hand the place of this library in memory will do.
+    static uint64_t factor()
+    {
+        static uint64_t const drawn = [] {
+            uint64_t number = 0;
+            if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+                number = 0x9E3779B97F4A7C15u ^ reinterpret_cast<uintptr_t>(&numberOf);
+            return number | 1;
+        }();
+        return drawn;
+    }
+
     static uint64_t numberOf(char const* character, size_t length)
     {
         uint64_t number = 0;
@@ -55,8 +70,7 @@ private:
     // Where the number is, or the free slot where it would be.
     uint64_t* slotOf(uint64_t number) const
     {
-        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
-        size_t slot = (spread ^ spread >> 32) & (slots_ - 1);
+        size_t slot = number * factor() >> (64 - std::countr_zero(slots_));
         while (wide_[slot] != 0 && wide_[slot] != number)
             slot = (slot + 1) & (slots_ - 1);
         return wide_ + slot;

@@ -1,3 +1,6 @@
+#include <sys/random.h>
+
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -57,8 +60,9 @@ bool isIn(qvr_cs const& cs, Unit unit, char const* set)
 
 // The units of a text as a set. A unit has few bytes and none of them is zero, so filled up with
 // zeros its bytes are a number of its own: a hash table with open addressing finds the units of
-// more than one byte, a table of flags the others. Most sets fit into the object. Without memory
-// for a larger one the text itself is searched: these functions cannot fail.
+// more than one byte, a table of flags the others. The process draws the factor of the hash, so
+// that nobody can choose characters that crowd together in the table. Most sets fit into the
+// object. Without memory for a larger one the text itself is searched: these functions cannot fail.
 class UnitSet {
 public:
     UnitSet(qvr_cs const& cs, char const* set) : cs_(cs), set_(set)
@@ -98,6 +102,18 @@ private:
     static constexpr size_t kOwnSlots = 64;
     static_assert(qvrMbLenMax <= sizeof(uint64_t));
 
+    // A random odd number. Without one at hand the place of this library in memory will do.
+    static uint64_t factor()
+    {
+        static uint64_t const drawn = [] {
+            uint64_t number = 0;
+            if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+                number = 0x9E3779B97F4A7C15u ^ reinterpret_cast<uintptr_t>(&numberOf);
+            return number | 1;
+        }();
+        return drawn;
+    }
+
     static unsigned char byteOf(Unit unit) { return static_cast<unsigned char>(unit[0]); }
     static uint64_t numberOf(Unit unit)
     {
@@ -108,8 +124,7 @@ private:
     // Where the number is, or the free slot where it would be.
     size_t slotOf(uint64_t number) const
     {
-        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
-        size_t slot = (spread ^ spread >> 32) & mask_;
+        size_t slot = number * factor() >> (64 - std::popcount(mask_));
         while (numbers_[slot] != 0 && numbers_[slot] != number)
             slot = (slot + 1) & mask_;
         return slot;

@@ -560,4 +560,38 @@ TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
     }
 }
 
+// Characters that crowd together in a table if its hash is the usual one of the golden ratio.
+TEST(qvrStrings, ASetOfChosenCharactersCostsNoMore)
+{
+    std::string set;
+    std::string outside;
+    size_t members = 0;
+    for (unsigned value = 0x10000; value < 0x110000; ++value) {
+        std::string const character{static_cast<char>(0xF0 | value >> 18),
+                                    static_cast<char>(0x80 | (value >> 12 & 0x3F)),
+                                    static_cast<char>(0x80 | (value >> 6 & 0x3F)),
+                                    static_cast<char>(0x80 | (value & 0x3F))};
+        uint64_t number = 0;
+        std::memcpy(&number, character.data(), character.size());
+        uint64_t const spread = (number ^ number >> 29) * 0x9E3779B97F4A7C15u;
+        size_t const slot = (spread ^ spread >> 32) & 0xFFFF;
+        if (slot >= 0x800)
+            continue;
+        // Every slot of the crowd is taken; the text looks for the end of it from its beginning.
+        if (members < 32000 && members % 32 != 31)
+            set += character;
+        else if (slot < 0x100)
+            outside += character;
+        ++members;
+    }
+    while (outside.size() < 1000000)
+        outside += outside;
+    Codeset const cs("UTF-8");
+    timespec start{}, end{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+    EXPECT_EQ(outside.size(), qvr_strcspn(cs, outside.c_str(), set.c_str()));
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+    EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
+}
+
 }  // namespace
