@@ -186,8 +186,9 @@ public:
     /// old or the new text then, never a part of both. The new file has owner, mode, access control
     /// list and attributes of the old one, but another inode: other hard links keep the old text,
     /// and locks that other processes hold or wait for are those of the old file. store() fails if
-    /// the directory allows no new file ("open()"), if the file cannot be given to its owner
-    /// ("fchown()"), or if another file is mounted over it ("rename()").
+    /// the directory allows no new file ("open()"), if the new file cannot be given to the old
+    /// one's owner and group ("fchown()") or cannot have its attributes ("fsetxattr()"), or if
+    /// another file is mounted over it ("rename()").
     void setReplacing(int replacing);
     int isReplacing() const;
 

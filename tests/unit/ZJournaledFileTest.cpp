@@ -3247,6 +3247,38 @@ TEST_F(ZJournaledFileCase, ReplacingFailsWhereNoNewFileIsAllowed)
     EXPECT_EQ(kPlain, load());
 }
 
+TEST_F(ZJournaledFileCase, ReplacingFailsWhereTheNewFileWouldHaveOtherRights)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a file to a foreign group, or label it";
+    constexpr uid_t kNobody = 65534;
+    struct Case {
+        char const* name;
+        gid_t group;
+        bool isLabelled;
+        char const* call;
+    };
+    Case const cases[] = {{"a group that its owner is not in", 0, false, "fchown()"},
+                          {"a label that its owner cannot set", kNobody, true, "fsetxattr()"}};
+    ASSERT_EQ(0, chmod(directory_.path().c_str(), 0777));
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        put(kPlain);
+        ASSERT_EQ(0, chown(path_.c_str(), kNobody, c.group));
+        if (c.isLabelled && setxattr(path_.c_str(), "security.note", "x", 1, 0) != 0)
+            continue;  // no labels on this file system
+        asNobody([&] {
+            expectFailure(directory_.at(".conf.new"), c.call, EPERM, CallPlan(), [&] {
+                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                file.replace(kLong.text, ZJournaledFile::Companion());
+            });
+            return !HasFailure();
+        });
+        EXPECT_EQ("conf", directory_.names());
+        EXPECT_EQ(kPlain, load());
+    }
+}
+
 // ---- What others put there meanwhile -----------------------------------------------------------
 
 namespace {

@@ -129,6 +129,13 @@ bool isHiddenSibling(std::string const& file)
     return name.ends_with(".zjn") || name.ends_with(".zjn.new");
 }
 
+// Whether this is the new file that a store with --replace makes.
+bool isReplacement(std::string const& file, std::string const& mainFile)
+{
+    std::string const name = mainFile.substr(mainFile.rfind('/') + 1);
+    return file.substr(file.rfind('/') + 1) == "." + name + ".new";
+}
+
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
     struct Row {
@@ -161,6 +168,11 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
                                   "owner's (chown) or remove it"};
     if (api == "access()")
         return describeRefusal(file, error, mainFile);
+    if ((api == "fchown()" || api == "fsetxattr()") && isReplacement(file, mainFile))
+        return {exitNoAccess,
+                mainFile +
+                    " cannot be replaced: a new file cannot have its owner, group or "
+                    "attributes; leave out --replace, or run as its owner or as root"};
     if (api == "fchown()" && error == EPERM)
         return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
                                   file + "; store the value as that user"};

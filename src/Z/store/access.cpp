@@ -236,11 +236,23 @@ int AccessList::copyListTo(int fd) const
     return fsetxattr(fd, kListAttribute, bytes_.data(), bytes_.size(), 0) != 0 ? errno : 0;
 }
 
-void copyAttributes(int from, int to)
+namespace {
+
+bool hasAttribute(int fd, char const* name, std::string_view value)
 {
+    Bytes found(value.size() + 1);
+    ssize_t const length = fgetxattr(fd, name, found.data(), found.length());
+    return length >= 0 && std::string_view(found.data(), static_cast<size_t>(length)) == value;
+}
+
+}  // namespace
+
+int copyAttributes(int from, int to)
+{
+    int failure = 0;
     ssize_t const length = flistxattr(from, nullptr, 0);
     if (length <= 0)
-        return;
+        return 0;
     Bytes names(static_cast<size_t>(length));
     ssize_t const listed = flistxattr(from, names.data(), names.length());
     std::string_view rest(names.data(), listed > 0 ? static_cast<size_t>(listed) : 0);
@@ -248,16 +260,21 @@ void copyAttributes(int from, int to)
         char const* const name = rest.data();
         size_t const size = strnlen(name, rest.size());
         if (size == rest.size())
-            return;
+            break;
         rest.remove_prefix(size + 1);
         ssize_t const room = fgetxattr(from, name, nullptr, 0);
         if (room < 0 || strncmp(name, kListPrefix, sizeof kListPrefix - 1) == 0)
             continue;
         Bytes value(static_cast<size_t>(room));
         ssize_t const got = fgetxattr(from, name, value.data(), value.length());
-        if (got >= 0)
-            (void)!fsetxattr(to, name, value.data(), static_cast<size_t>(got), 0);
+        if (got < 0 || fsetxattr(to, name, value.data(), static_cast<size_t>(got), 0) == 0)
+            continue;
+        int const error = errno;
+        // The kernel may have given the new file the same security label.
+        if (failure == 0 && !hasAttribute(to, name, {value.data(), static_cast<size_t>(got)}))
+            failure = error;
     }
+    return failure;
 }
 
 }  // namespace zstore

@@ -75,7 +75,8 @@ private:
 };
 
 /// Copies the extended attributes of a file, security labels included, as far as we may. Access
-/// control lists are not copied. Never fails.
-void copyAttributes(int from, int to);
+/// control lists are not copied. Returns 0, or the errno of the first attribute that `to` lacks.
+/// throws  std::bad_alloc.
+int copyAttributes(int from, int to);
 
 }  // namespace zstore

@@ -29,10 +29,15 @@ int Replacement::prepare(AccessList const& access, std::string_view text, char c
     call = "fchmod()";
     if (int const error = access.copyTo(fd.get(), owned))
         return error;
+    // A new file that grants other rights than the old one must not take its name.
     call = "fchown()";
-    if (!owned)
+    struct stat given;
+    if (!owned || fstat(fd.get(), &given) != 0 || given.st_gid != old_.st_gid ||
+        ((given.st_mode ^ old_.st_mode) & kPermissions) != 0)
         return EPERM;
-    copyAttributes(main_.fd, fd.get());
+    call = "fsetxattr()";
+    if (int const error = copyAttributes(main_.fd, fd.get()))
+        return error;
     call = "write()";
     if (int const error = writeAll(fd.get(), text))
         return error;
@@ -66,14 +71,30 @@ int Replacement::publish()
     if (error != 0)
         return error;
     isPublished_ = true;
-    // An editor may have replaced the file meanwhile, or another store the hidden one.
-    if ((keepsOld_ && !directory.isAt(name_, old_)) || !directory.isAt(main_.name, new_)) {
-        if (keepsOld_ && directory.exchange(name_, main_.name) == 0)
+    // An editor may have replaced the file meanwhile: after the exchange its file keeps the name,
+    // before the exchange its file has got the hidden name and is exchanged back.
+    if (!directory.isAt(main_.name, new_))
+        return ESTALE;
+    if (keepsOld_ && !directory.isAt(name_, old_)) {
+        if (exchangeBack() == 0)
             isPublished_ = false;
         return ESTALE;
     }
     use(main_.replacement, new_);
     return directory.sync(main_.fd);
+}
+
+// Exchanges the files back unless an editor has replaced the new one: ESTALE. The check comes after
+// the exchange, because an editor may be faster than any check before it.
+int Replacement::exchangeBack()
+{
+    Directory const& directory = main_.directory;
+    if (int const error = directory.exchange(name_, main_.name))
+        return error;
+    if (directory.isAt(name_, new_))
+        return 0;
+    int const error = directory.exchange(name_, main_.name);
+    return error != 0 ? error : ESTALE;
 }
 
 int Replacement::revert(bool& isDurable)
@@ -86,8 +107,8 @@ int Replacement::revert(bool& isDurable)
     Directory const& directory = main_.directory;
     if (int const error = directory.check(main_.name, new_))
         return error == ESTALE ? 0 : error;
-    if (int const error = directory.exchange(name_, main_.name))
-        return error;
+    if (int const error = exchangeBack())
+        return error == ESTALE ? 0 : error;
     isPublished_ = false;
     use(main_.file, old_);
     isDurable = directory.sync(main_.fd) == 0;

@@ -304,7 +304,7 @@ void Writer::keepAccess()
 {
     if (!hadCompanion_ || !companionFile_.isOpen())
         return;
-    copyAttributes(companionFile_.descriptor(), newCompanion_.get());
+    (void)copyAttributes(companionFile_.descriptor(), newCompanion_.get());
     if (oldAccess_.isExtended() && oldAccess_.isWithin(access_, kMayRead | kMayWrite))
         oldAccess_.copyListTo(newCompanion_.get());
 }
