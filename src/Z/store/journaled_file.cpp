@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "../ZSizeSignalGuard_p.h"
 #include "access.h"
 #include "limits.h"
 
@@ -69,7 +70,7 @@ bool ZJournaledFile::recover(Mode mode)
             putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
         return true;
     }
-    SizeSignalGuard const noSignal;
+    ZSizeSignalGuard const noSignal;
     bool const counts =
         describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
     if (!counts || isOld) {
@@ -228,7 +229,7 @@ void ZJournaledFile::commit(std::string_view text, Companion const& companion, b
     // The next load would refuse it.
     if (text.size() > maxFileSize())
         throw IoError{file_.path, "write()", EFBIG};
-    SizeSignalGuard const noSignal;
+    ZSizeSignalGuard const noSignal;
     if (companion.change != Companion::kept)
         if (int const error = checkCompanionPath(companion.path))
             throw IoError{companion.path, "access()", error};

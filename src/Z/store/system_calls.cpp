@@ -1,7 +1,5 @@
 #include "system_calls.h"
 
-#include <pthread.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <utility>
@@ -98,25 +96,6 @@ int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written)
 int truncateFile(int fd, size_t length)
 {
     return retryOnEintr([=] { return ftruncate(fd, static_cast<off_t>(length)); });
-}
-
-SizeSignalGuard::SizeSignalGuard()
-{
-    sigemptyset(&signal_);
-    sigaddset(&signal_, SIGXFSZ);
-    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-    sigset_t pending;
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGXFSZ) == 1;
-}
-
-SizeSignalGuard::~SizeSignalGuard()
-{
-    timespec const now = {0, 0};
-    if (!wasPending_)
-        while (sigtimedwait(&signal_, nullptr, &now) < 0 && errno == EINTR)
-            continue;
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
 }  // namespace zstore

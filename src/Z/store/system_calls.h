@@ -4,7 +4,6 @@
 #pragma once
 
 #include <errno.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -72,19 +71,5 @@ int writeAll(int fd, std::string_view bytes);
 int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written = nullptr);
 
 int truncateFile(int fd, size_t length);
-
-// Turns the signal of a file that grows past the limit into EFBIG, in this scope.
-class SizeSignalGuard {
-public:
-    SizeSignalGuard();
-    SizeSignalGuard(SizeSignalGuard const&) = delete;
-    SizeSignalGuard& operator=(SizeSignalGuard const&) = delete;
-    ~SizeSignalGuard();
-
-private:
-    sigset_t signal_;
-    sigset_t before_;
-    bool wasPending_;
-};
 
 }  // namespace zstore
