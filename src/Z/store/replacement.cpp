@@ -12,9 +12,29 @@ Replacement::Replacement(MainFile& main)
 {
 }
 
+// A file that another writer has locked is its new file, or the file of an editor that the writer
+// is about to exchange back: it is not a leftover.
+int Replacement::checkLeftover() const
+{
+    Directory const& directory = main_.directory;
+    struct stat status;
+    if (directory.stat(name_, status) != 0 || !S_ISREG(status.st_mode))
+        return 0;
+    if (isSameFile(status, main_.status))
+        return ESTALE;
+    ZSharedFile leftover;
+    if (leftover.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0) != 0)
+        return 0;
+    int const error = leftover.lock(F_WRLCK, 0, 0);
+    return error == EAGAIN || error == EACCES || error == EDEADLK ? ESTALE : 0;
+}
+
 int Replacement::prepare(AccessList const& access, std::string_view text, char const*& call)
 {
     Directory const& directory = main_.directory;
+    call = "fopen(r+)";
+    if (int const error = checkLeftover())
+        return error;
     ScopedFd fd(createExclusive(directory, name_));
     call = "open()";
     if (!fd.isOpen())
@@ -73,9 +93,9 @@ int Replacement::publish()
     isPublished_ = true;
     // An editor may have replaced the file meanwhile: after the exchange its file keeps the name,
     // before the exchange its file has got the hidden name and is exchanged back.
-    if (!directory.isAt(main_.name, new_))
+    if (directory.check(main_.name, new_) == ESTALE)
         return ESTALE;
-    if (keepsOld_ && !directory.isAt(name_, old_)) {
+    if (keepsOld_ && directory.check(name_, old_) == ESTALE) {
         if (exchangeBack() == 0)
             isPublished_ = false;
         return ESTALE;
@@ -91,7 +111,7 @@ int Replacement::exchangeBack()
     Directory const& directory = main_.directory;
     if (int const error = directory.exchange(name_, main_.name))
         return error;
-    if (directory.isAt(name_, new_))
+    if (directory.check(name_, new_) != ESTALE)
         return 0;
     int const error = directory.exchange(name_, main_.name);
     return error != 0 ? error : ESTALE;
@@ -105,8 +125,8 @@ int Replacement::revert(bool& isDurable)
     if (!keepsOld_)
         return ENOTSUP;
     Directory const& directory = main_.directory;
-    if (int const error = directory.check(main_.name, new_))
-        return error == ESTALE ? 0 : error;
+    if (directory.check(main_.name, new_) == ESTALE)
+        return 0;
     if (int const error = exchangeBack())
         return error == ESTALE ? 0 : error;
     isPublished_ = false;

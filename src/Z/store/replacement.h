@@ -38,6 +38,7 @@ public:
     void removeHidden();
 
 private:
+    int checkLeftover() const;
     int exchangeBack();
     void use(ZSharedFile const& file, struct stat const& status);
 
