@@ -470,8 +470,6 @@ std::vector<Attack> attacksOn(Work const& work)
 
 void attackRoot(Counts& counts, Extent extent)
 {
-    if (extent == Extent::share)
-        return leaveOut(counts, "in the full run");
     if (std::string const why = obstacleToOtherUsers(); !why.empty())
         return leaveOut(counts, why);
     if (std::string const why = Stepper::obstacle(); !why.empty())
