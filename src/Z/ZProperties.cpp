@@ -315,7 +315,7 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const&
 ZProperties_6_0::Rep::Undo::Undo(ZPCache_6_0& cache)
     : cache_(cache), companionFile_(cache.companionFile().getChars())
 {
-    // Only the part of the library's class is copied: that is where the contents are.
+    // Only the library's own base class is copied: it holds the contents.
     if (auto const* const contents = dynamic_cast<ZPCategoryBasedCache_6_0 const*>(&cache))
         before_ = std::make_unique<ZPCategoryBasedCache_6_0>(*contents);
 }

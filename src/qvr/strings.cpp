@@ -204,7 +204,7 @@ private:
 // The first place at or behind `from`, a boundary in the text, where the bytes of `needle` begin
 // and end at boundaries; null when there is none. Bytes that do have the same units.
 //
-// Where a part of the needle has matched, `border` says how much of its end is a beginning, too:
+// After a partial match, `border` is the length of its longest suffix that is also a prefix:
 // the match goes on from there and looks at no byte of the text twice.
 char const* findBytes(qvr_cs const& cs, char const* from, char const* needle, size_t const* border)
 {

@@ -45,7 +45,7 @@ struct TextDiff {
 
     bool isEmpty() const { return oldMiddle.empty() && newMiddle.empty(); }
 
-    /// Returns the part of the old or the new text that is written in place.
+    /// Returns the bytes of the old or the new text that are written in place.
     std::string_view rewritten(std::string_view text) const
     {
         return dropSuffix(dropPrefix(text, prefix), suffix);
