@@ -18,8 +18,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZProcessReadWriteFileLock";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInIncSequence = 112,
     raiseInSetLockDirName = 131,
@@ -48,18 +47,18 @@ constexpr Piece kSequence = {0, 4};   // as a range: the data
 constexpr Piece kProcessId = {4, 4};  // as a range: the gate
 
 constexpr mode_t kMode = S_ISGID | S_IRUSR | S_IWUSR;
-constexpr int kAttempts = 100;  // at a file that is replaced again and again while it is locked
-constexpr int kTornFile = -1;   // the rc of a read that found fewer bytes than there should be
+constexpr int kAttempts = 100;  // acquisitions of a file that keeps being replaced
+constexpr int kTornFile = -1;   // rc of a read from a file with 1 to 3 bytes
 
-// Returns why a regular file must not become a lock file, or 0: bytes are written into it.
+// Returns an errno if the lock may not use this file, whose first bytes it would overwrite; else 0.
 int refusal(struct stat const& status)
 {
-    // Another user's file may have been linked to the name of the lock. A file without a name was
-    // removed just now; lockFile() notices that.
+    // Another user may have linked one of our files to the lock's path. A file without a name was
+    // just removed; lockFile() detects that.
     if (status.st_nlink > 1)
         return EMLINK;
-    // A file that its owner shares, by group, others or ACL, has a group or others that may write.
-    // What root may use is not narrowed: it takes locks of every user's programs.
+    // An owner that shares a file, by group, others or ACL, makes it writable for the group or
+    // others. Root may use any user's file: it takes locks of every user's programs.
     bool const isShared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     uid_t const self = geteuid();
     bool const isTrusted = status.st_uid == self || status.st_uid == 0 || self == 0;
@@ -72,15 +71,15 @@ int holdsOfCaller(ZAbstractReadWriteLock_6_0 const& lock)
     return file != nullptr ? ZLockClaims::countHeld(file) : -1;
 }
 
-// Runs a step of the protocol after another one has failed; its own failure is reported. Returns
-// whether it succeeded. The steps may be those of a derived class.
+// Runs a step of the protocol while another failure is in flight, and reports its exception.
+// Returns whether it succeeded. Steps are virtual, so they can throw anything.
 template <class Step>
 bool rollBack(Step step)
 {
     return zreporting::runCleanup({kSource, reportInCleanUp}, step);
 }
 
-// Runs `call`, and raises an exception of the library when there is no memory.
+// Runs `call` and turns std::bad_alloc into the library's exception.
 template <class Call>
 auto withMemory(Call call)
 {
@@ -91,9 +90,9 @@ auto withMemory(Call call)
     }
 }
 
-// Repeats `move`, which reads or writes what lies behind the bytes that are done, until there are
-// `length` of them. Returns whether it came so far; if not, errno says why, and 0 that nothing
-// could be moved.
+// Calls `move(done)`, which reads or writes the bytes from `done` on, until `length` bytes are
+// transferred. Returns false on failure, with errno set; 0 means that a call transferred nothing.
+// Returns false for `length` 0.
 template <class Move>
 bool movesAll(unsigned length, Move move)
 {
@@ -112,7 +111,7 @@ bool movesAll(unsigned length, Move move)
     return length != 0;
 }
 
-// The lock objects are known by the address of this base.
+// ZLockClaims knows a lock object by the address of this base.
 ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 {
     return withMemory([object] { return new ZSharedFile(object); });
@@ -122,18 +121,17 @@ ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 
 // ---- The protocol ------------------------------------------------------------------------------
 //
-// How the process holds the file; `readers` counts its reading threads, who all hold the lock
-// between the threads.
+// States of the process on the file. `readers` is the number of its reading threads, all of which
+// hold the lock between threads.
 //
-// from   event                             to      with the file
+// from   event                             to      file
 // unset  dolock(read)                      read    gate, id, data shared, gate free; read sequence
 // unset  dolock(protect), dolock(write)    write   gate, id, data exclusive; read sequence
 // read   dolock(read)                      read    nothing
 // read   dolock(unset), readers > 1        read    nothing
 // read   dolock(unset), readers = 1        unset   data free, closed
 // write  dolock(unset)                     unset   data free, gate free, closed
-// Whatever fails on the way to a lock leads back to where it started. What fails on the way out of
-// one leaves it held.
+// A failed acquisition restores the previous state. A failed release leaves the lock held.
 
 ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0()
 {
@@ -188,8 +186,9 @@ void ZAbstractProcessReadWriteFileLock_6_0::lock(zlockstate state)
         setLastSequence();
     if (isCurrent() != 0 || countObservers() == 0)
         return;
-    // KEPT: observers bring up to date what the lock protects, for which they need the write lock,
-    // whatever was asked for; that is no change that others should hear of.
+    // KEPT: a reader that must notify observers ends up with the write lock and does not increment
+    // the number. Observers update the protected data, so they need the write lock, and
+    // updating their copy is not a change that other processes should read again.
     // Test: ZProcessReadWriteFileLock.KeepsTheWriteLockOfAReaderThatNotifies
     bool held = true;
     try {
@@ -210,7 +209,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lock(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::notifyLockObservers()
 {
-    // Another thread may have seen the change while this one was on its way to the write lock.
+    // Another thread may have seen the change while this thread waited for the write lock.
     if (isCurrent() == 0)
         notifyObservers(ZSequenceUpdate_6_0(getSequence(), getLastSequence()));
 }
@@ -243,13 +242,13 @@ void ZAbstractProcessReadWriteFileLock_6_0::setLockDirName(char const* dir)
         return;
     if (getLockState() != unset)
         raiseInvalidState(kSource, raiseInSetLockDirNameOfHeld);
-    // Both or neither: the memory for the second may be missing.
+    // Change both or neither: setLockFileName() can run out of memory.
     ZLCString_6_0 const before(directory_);
     directory_ = dir;
     try {
         setLockFileName(getLockName());
     } catch (...) {
-        directory_ = before;  // it fits
+        directory_ = before;  // does not throw: the capacity is sufficient
         throw;
     }
 }
@@ -265,8 +264,8 @@ void ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(char const* name)
     if (path.getLength() > 0)
         path += "/";
     path += kPrefix;
-    // KEPT: a "/" is not refused; callers name locks in folders whose names begin with the prefix.
-    // Test: ZProcessReadWriteFileLock.KeepsASlashInTheName
+    // KEPT: a "/" is accepted. A program with lock files in directories whose names start with the
+    // prefix would lose them. Test: ZProcessReadWriteFileLock.KeepsASlashInTheName
     path += name;
     path_ = path;
 }
@@ -281,7 +280,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::lockFile(zlockstate state)
         rollBack([this] { unlockFileRange(kProcessId.start, kProcessId.length); });
         throw;
     }
-    // A writer keeps the gate: who waits for readers to leave keeps new ones out.
+    // A writer keeps the gate, so that new readers wait while it waits for readers to leave.
     if (state != read)
         return;
     try {
@@ -316,7 +315,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 
 void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
-    // Given back first of all: the thread waits for nothing any more.
+    // Drop the claim first: the thread no longer waits for anything.
     auto const giveBack = [this] {
         ZLockClaims::drop(this);
         rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
@@ -337,12 +336,12 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
         giveBack();
         throw;
     }
-    // Given back under the file mutex: a reader that leaves must not count one that has failed
-    // among those who read on, and leave the file to it.
+    // Undo the acquisition while the file mutex is held. Otherwise a leaving reader would count
+    // this failed reader among the remaining ones, and would leave the file locked.
     try {
         if (getLockState() == unset)
             acquireFile(state);
-        else if (state == write)  // nobody in this process holds it, but the file is locked
+        else if (state == write)  // no thread here holds it, but the file is locked
             raiseInvalidState(kSource, raiseInDolockOfHeld);
     } catch (...) {
         giveBack();
@@ -370,7 +369,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::dropFile()
 {
     bool const freed = rollBack([this] { unlockFile(); });
     setLockState(unset);
-    if (!freed)  // without a state nothing is left locked, whatever happens
+    if (!freed)  // in the state "unset" unlockFile() also closes the file
         rollBack([this] { unlockFile(); });
 }
 
@@ -392,7 +391,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::release(Release how)
     ZAbstractProcessReadWriteLock_6_0::lock(unset);
 }
 
-// The number stands in the file in 32 bits, whatever `long` has.
+// The file stores the number in 32 bits, whatever the size of `long`.
 void ZAbstractProcessReadWriteFileLock_6_0::readSequenceNumber(unsigned long* sequence)
 {
     if (sequence == nullptr)
@@ -434,8 +433,9 @@ ZUnixProcessReadWriteFileLock_6_0::ZUnixProcessReadWriteFileLock_6_0(char const*
 
 ZUnixProcessReadWriteFileLock_6_0::~ZUnixProcessReadWriteFileLock_6_0()
 {
-    // KEPT: the file is not closed under a lock that is held: what its writer was about to change
-    // may be half changed. Test: ZProcessReadWriteFileLock.KeepsTheFileLockedThatAHeldLockLeaves
+    // KEPT: destroying a held lock does not close its file: other processes would read the
+    // half-written data of its writer.
+    // Test: ZProcessReadWriteFileLock.KeepsTheFileLockedThatAHeldLockLeaves
     if (getLockState() != unset)
         shared_->abandon();
     delete shared_;
@@ -450,8 +450,8 @@ void ZUnixProcessReadWriteFileLock_6_0::lockFile(zlockstate state)
             closeLockFile();
             throw;
         }
-        // Who comes next locks the file that has the name: where somebody has removed or replaced
-        // ours meanwhile, that would be another one.
+        // The next process locks whatever file has the name. If our file was removed or replaced,
+        // that is a different file: try again.
         if (!shared_->isOpen() || shared_->isNamed(getLockFileName()))
             return;
         closeLockFile();
@@ -464,7 +464,7 @@ void ZUnixProcessReadWriteFileLock_6_0::unlockFile()
     try {
         ZAbstractProcessReadWriteFileLock_6_0::unlockFile();
     } catch (...) {
-        if (getLockState() == unset)  // an acquisition is taken back: closing frees everything
+        if (getLockState() == unset)  // undoing an acquisition: closing releases all ranges
             closeLockFile();
         throw;
     }
@@ -507,8 +507,8 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
 {
     ZCancelGuard const uncancelled;
     int const fd = getFileHandle();
-    // A process that takes the gate again finds its id there. Reading it is quick, but the file is
-    // opened such that every write waits for the disk.
+    // If the file already has our id, skip the write. A read is cheap, but O_SYNC makes every write
+    // wait for the disk.
     uint32_t there;
     if (offset == kProcessId.start && length == sizeof there &&
         pread(fd, &there, sizeof there, offset) == sizeof there &&
@@ -522,8 +522,9 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
         return;
     int const error = errno;
     setSequence(0);
-    // KEPT: the message of a lock that could not be obtained, which scripts that watch the reports
-    // look for. Test: ZProcessReadWriteFileLock.KeepsTheMessageOfAFailedWrite
+    // KEPT: a failed write has the message of a lock that could not be acquired. A log scanner that
+    // matches 33 would miss it under another number.
+    // Test: ZProcessReadWriteFileLock.KeepsTheMessageOfAFailedWrite
     ZWriteResourceException_6_0(lockFailed, error).throwException(kSource, raiseInWriteBytes);
 }
 
@@ -538,7 +539,7 @@ void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offs
         }))
         return;
     int rc = errno;
-    if (rc == 0) {  // the end of the file: an empty one holds nothing yet, any other is torn
+    if (rc == 0) {  // end of the file: an empty file is valid, any other is torn
         struct stat status;
         if (stat(getLockFileName(), &status) != 0)
             rc = errno;
@@ -552,22 +553,23 @@ void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offs
 
 void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
 {
-    if (shared_->isOpen())  // opening it again would close it, and free what is locked
+    if (shared_->isOpen())  // open() would close the file first and so release its locks
         return;
     constexpr int kFlags = O_RDWR | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
     auto const openWith = [this](int flags) {
         return withMemory([&] { return shared_->open(getLockFileName(), flags, kMode, refusal); });
     };
-    // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
-    // (fs.protected_regular), even to root. Hence O_CREAT only for a file that is missing.
+    // The kernel can refuse O_CREAT for another user's file in a sticky directory
+    // (fs.protected_regular), even to root. So pass O_CREAT only if the file is missing.
     int error = openWith(kFlags);
     for (int attempt = 0; error == ENOENT && attempt < kAttempts; ++attempt) {
         error = openWith(kFlags | O_CREAT | O_EXCL);
-        if (error == EEXIST)  // another process has made it meanwhile, and may have removed it
+        if (error == EEXIST)  // another process created it, and may have removed it again
             error = openWith(kFlags);
     }
-    // KEPT: the errno of a failed open is lost; callers know EBADF, which the lock of the range
-    // that is asked for next raises. Test: ZProcessReadWriteFileLock.KeepsAFailedOpenToItself
+    // KEPT: the errno of a failed open is lost. The caller gets EBADF from the next
+    // lockFileRange(); programs that check for EBADF would notice a change.
+    // Test: ZProcessReadWriteFileLock.KeepsAFailedOpenToItself
     __atomic_store_n(&fd_, error == 0 ? shared_->descriptor() : -1, __ATOMIC_RELAXED);
 }
 

@@ -13,14 +13,13 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInDestructor = 64, raiseInChild = 83, raiseInStub = 117 };
 
 constexpr unsigned kNameLength = 6;
-constexpr char kFallbackEnd[] = ".zpl";  // behind the process id, when there are no random letters
+constexpr char kFallbackEnd[] = ".zpl";  // appended to the process id if getrandom() fails
 
-// 64 of them: every random byte picks one without preferring any.
+// 64 letters, so that `byte % 64` is uniform.
 constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 static_assert(sizeof kLetters == 64 + 1);
 
@@ -47,8 +46,8 @@ ZLCString_6_0 randomName()
     return ZLCString_6_0(name);
 }
 
-// Words that several threads read and write, and whose order does not matter: who needs to know
-// more than the last value holds the lock.
+// Words shared by several threads. Their order does not matter: a thread that needs more than the
+// last value holds the lock.
 template <class Word>
 Word load(Word const& word)
 {
@@ -110,7 +109,8 @@ void ZAbstractProcessReadWriteLock_6_0::lock()
 void ZAbstractProcessReadWriteLock_6_0::lock(zlockstate state)
 {
     if (state == unset) {
-        // Before the lock is free: then the flag is already that of the next writer.
+        // Clear the flag while the lock is still held: after the release it belongs to the next
+        // writer.
         int const before = getUpdate();
         setUpdate(0);
         try {
@@ -195,8 +195,9 @@ ZLCString_6_0 const& ZAbstractProcessReadWriteLock_6_0::getLockName() const
 
 void ZAbstractProcessReadWriteLock_6_0::setLockName(ZLCString_6_0& name)
 {
-    // KEPT: the file of a lock has got its path from the first name and stays where it is; callers
-    // rename what reports show. Test: ZProcessReadWriteFileLock.KeepsItsFileWhenRenamed
+    // KEPT: the path of a lock file is built from the first name and does not follow a rename. A
+    // program that renames a lock only for its reports would lose its lock file.
+    // Test: ZProcessReadWriteFileLock.KeepsItsFileWhenRenamed
     name_ = name;
 }
 
@@ -242,7 +243,7 @@ void ZAbstractProcessReadWriteLock_6_0::sync(int update)
 
 void ZAbstractProcessReadWriteLock_6_0::setLockState(zlockstate state)
 {
-    // Released and acquired: nobody is to see the new state with the mark of before a fork.
+    // Set the mark first: no thread may see the new state with an older mark.
     if (state != unset)
         store(forkMark_, zforkMark());
     __atomic_store_n(&state_, static_cast<int>(state), __ATOMIC_RELEASE);
@@ -275,7 +276,7 @@ void ZAbstractProcessReadWriteLock_6_0::failIfStranger()
     failIfInherited();
     zlockstate const state = rawState();
     if ((state == write || state == protect) && threads_.ownWriteLock() == 0)
-        threads_.unlock();  // raises, for there is a writer and no reader
+        threads_.unlock();  // throws: there is a writer but no reader
 }
 
 ZReadWriteLockInterface_6_0::zlockstate ZAbstractProcessReadWriteLock_6_0::rawState() const
@@ -288,7 +289,7 @@ bool ZAbstractProcessReadWriteLock_6_0::inherited() const
     return rawState() != unset && load(forkMark_) != zforkMark();
 }
 
-// ---- The stand-in ------------------------------------------------------------------------------
+// ---- The stub ----------------------------------------------------------------------------------
 
 ZStubProcessReadWriteLock_6_0::ZStubProcessReadWriteLock_6_0() = default;
 
@@ -309,12 +310,13 @@ void ZStubProcessReadWriteLock_6_0::lock(zlockstate state)
     if (getLockStateName(state) == nullptr)
         raiseInvalidState(kSource, raiseInStub);
     failIfInherited();
-    // KEPT: the state says what was asked for last, also when a reader leaves others behind: it is
-    // a stand-in, and the lock between the threads knows better.
+    // KEPT: the state is the last one requested, even if a leaving reader leaves other readers. A
+    // caller that checks getLockState() after its own release would notice a change; the lock
+    // between threads has the true state.
     // Test: ZProcessReadWriteLock.KeepsTheStateAskedForLast
     if (state == unset) {
         failIfStranger();
-        setLockState(unset);  // while nobody else can have come in and set it
+        setLockState(unset);  // while no other thread can have acquired it
         ZAbstractProcessReadWriteLock_6_0::lock(unset);
         return;
     }
