@@ -14,8 +14,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZCondition";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 52,
     reportInDestructor = 68,
@@ -82,8 +81,8 @@ void ZCondition_6_0::wait()
 
 void ZCondition_6_0::wait(long seconds, int& timedOut)
 {
-    // {0, 0} would wait for ever, so the earliest moment is the first second after the epoch.
-    // Not time(): it may lag a tick behind the clock of the wait, which would then end at once.
+    // {0, 0} would wait forever, so the earliest end is the first second after the epoch. Do not
+    // use time(): it may be a tick earlier than the clock of the wait, which would then end early.
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     time_t end = 0;
@@ -98,7 +97,7 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     validateLock();
     timedOut = 0;
 
-    // The mutex stays locked until the wait below releases it; only the marks go now.
+    // The mutex stays locked until the wait releases it; only clear the marks.
     int const nested = lock_->markFree();
     int rc = 0;
     try {
@@ -107,23 +106,24 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
         rc = unlimited ? pthread_cond_wait(&condition_, mutex)
                        : pthread_cond_timedwait(&condition_, mutex, &absTime);
         if (rc == ETIMEDOUT) {
-            // KEPT: the hook finds the lock marked free, and stays to be found so when it throws;
-            // a flag's timed wait ends by that exception.
+            // KEPT: the hook runs while the lock is marked free, and the lock stays so if the hook
+            // throws. A class whose hook throws, such as ZBooleanCondition_6_0, would notice a
+            // change.
             // Test: ZCondition.KeepsTheLockMarkedFreeInTheTimeOutHook
             rc = 0;
             waitTimedOut();
             timedOut = 1;
         }
     } catch (...) {
-        // A cancelled wait has the mutex again: the guards up the stack unlock it.
+        // A cancelled wait has the mutex again; guards in the outer frames unlock it.
         if (zcaughtCancellation())
             lock_->markHeld(nested);
         throw;
     }
     lock_->markHeld(nested);
 
-    // KEPT: a timed wait that fails reports the text of the untimed one; log scanners know only
-    // that. Test: ZCondition.KeepsOneMessageForBothWaits
+    // KEPT: a failed timed wait reports the message of the untimed one. A log scanner that matches
+    // that message would miss another. Test: ZCondition.KeepsOneMessageForBothWaits
     if (rc != 0)
         reportAndRaise(conditionWait, rc, raiseInWait);
 }
@@ -189,8 +189,8 @@ void ZBooleanCondition_6_0::wait(long seconds, int& timedOut)
 
 void ZBooleanCondition_6_0::wait(timespec& absTime, int& timedOut)
 {
-    // KEPT: when the time runs out, waitTimedOut() sets the flag while the lock is marked free,
-    // and the check of the holder throws out of here; callers use the wait without limit.
+    // KEPT: when the wait times out, waitTimedOut() sets the flag while the lock is marked free, so
+    // the check of the holder throws. A caller that catches the exception would notice a change.
     // Test: ZBooleanCondition.KeepsThrowingWhenTheTimeRunsOut
     while (testCondition() == 0)
         ZCondition_6_0::wait(absTime, timedOut);

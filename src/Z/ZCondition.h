@@ -1,10 +1,11 @@
-// ZCondition: waiting, under a ZLock_6_0, for another thread's signal; with a flag or without.
+// ZCondition: waits, under a ZLock_6_0, for another thread's signal; with or without a flag.
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZMessage, ZLock.
 //
-// Ownership: a condition borrows the lock it is given, or owns the one it makes for itself.
-// Threads: for use by every thread at once. A wait needs the lock held, to whatever depth: it
-// releases it completely and restores the depth; signal() and broadcast() do not need it.
+// Ownership: a condition borrows the lock it is given, or owns the lock it creates.
+// Threads: any number of threads may use a condition at the same time. A wait requires the lock, at
+// any depth: it releases the lock completely and restores the depth. signal() and broadcast() do
+// not require it.
 #pragma once
 
 #include <pthread.h>
@@ -13,7 +14,7 @@
 #include "ZLock.h"
 #include "ZObject.h"
 
-/// What can be waited for.
+/// An object that threads can wait for.
 class ZConditionInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -33,7 +34,7 @@ public:
     /// Wakes all waiters.
     virtual void broadcast() = 0;
 
-    /// Is called when a timed wait ran out.
+    /// Called when a timed wait has timed out.
     virtual void waitTimedOut() = 0;
 
 protected:
@@ -51,12 +52,12 @@ public:
 /// A condition variable bound to one lock.
 class ZCondition_6_0 : public ZAbstractCondition_6_0 {
 public:
-    /// Makes a condition with a lock of its own.
-    /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init(); what
-    ///         making a lock throws; ZOutOfMemoryException_6_0.
+    /// Creates a condition with a lock of its own.
+    /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init(); as creating
+    ///         a ZLock_6_0; ZOutOfMemoryException_6_0.
     ZCondition_6_0();
 
-    /// Makes a condition on `lock`.
+    /// Creates a condition on `lock`.
     /// owns    `lock` is borrowed until the condition is destroyed.
     /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init().
     explicit ZCondition_6_0(ZLock_6_0& lock);
@@ -65,39 +66,39 @@ public:
 
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Destroys the condition, and its lock when it made that; a failure is reported through the
-    /// message service (message 8).
+    /// Destroys the condition, and its lock if the condition created it; reports a failure through
+    /// the message service (message 8).
     ~ZCondition_6_0() override;
 
     /// Waits without limit.
     /// throws  as the wait until an absolute time.
     void wait() override;
 
-    /// Waits at most `seconds` from now; 0 runs out at once.
+    /// Waits at most `seconds` from now; 0 times out immediately.
     /// units   whole seconds of the real-time clock.
-    /// range   a moment before the epoch's first second counts as that second, one beyond the
-    ///         end of time as the end.
+    /// range   an end before the epoch's first second is that second; an end past the largest
+    ///         time_t is the largest time_t.
     /// throws  as the wait until an absolute time.
     void wait(long seconds, int& timedOut) override;
 
-    /// Waits until `absTime`; every other wait ends here.
+    /// Waits until `absTime`. The other waits call this function.
     /// units   seconds and nanoseconds since the epoch, real-time clock.
     /// range   {0, 0} waits without limit.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the calling thread does not hold
-    ///         the lock; ZConditionException_6_0 (message 9), reported through the message service
-    ///         as well, when the wait fails; what waitTimedOut() throws.
-    /// threads the lock is held again, to its former depth, whenever the wait is left, also by an
-    ///         exception or a cancellation; the one exception is a throwing waitTimedOut().
-    /// kept    waitTimedOut() runs while the lock is still marked free. A failed timed wait
-    ///         carries message 9 as well.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) if the calling thread does not hold the
+    ///         lock; ZConditionException_6_0 (message 9), also reported through the message
+    ///         service, if the wait fails; as waitTimedOut().
+    /// threads the lock is held again at its former depth when the wait ends, even by an exception
+    ///         or a cancellation, unless waitTimedOut() throws.
+    /// kept    waitTimedOut() runs while the lock is still marked free. A failed timed wait also
+    ///         has message 9.
     void wait(timespec& absTime, int& timedOut) override;
 
     /// Wakes one waiter.
-    /// throws  ZConditionException_6_0 (message 10), reported through the message service as well.
+    /// throws  ZConditionException_6_0 (message 10), also reported through the message service.
     void signal() override;
 
     /// Wakes all waiters.
-    /// throws  ZConditionException_6_0 (message 27), reported through the message service as well.
+    /// throws  ZConditionException_6_0 (message 27), also reported through the message service.
     void broadcast() override;
 
     /// Locks the condition's lock.
@@ -112,33 +113,33 @@ public:
     /// owns    borrowed until the condition is destroyed.
     virtual ZLock_6_0* getResource() const;
 
-    /// Is called when a timed wait ran out; does nothing here.
+    /// Called when a timed wait has timed out; does nothing here.
     void waitTimedOut() override;
 
-    /// Passes when the calling thread holds the lock.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when it does not.
+    /// Checks that the calling thread holds the lock.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) if it does not.
     virtual void validateLock();
 
 private:
     void makeCondition();
 
     ZLock_6_0* lock_;
-    int ownsLock_;                   // 1 when the condition made its lock and deletes it
-    [[maybe_unused]] int reserved_;  // 0; nothing reads it
+    int ownsLock_;                   // 1 if the condition created its lock and deletes it
+    [[maybe_unused]] int reserved_;  // 0; unused
     pthread_cond_t condition_;
 };
 
-/// A condition that carries a flag and waits until the flag is set.
+/// A condition with a flag; waits until the flag is set.
 ///
-/// A waiter locks, waits, unlocks; a notifier locks, calls setCondition(1), signals or broadcasts,
-/// unlocks.
+/// A waiter locks, waits and unlocks. A notifier locks, calls setCondition(1), calls signal() or
+/// broadcast(), and unlocks.
 class ZBooleanCondition_6_0 : public ZCondition_6_0 {
 public:
-    /// Makes a condition with a lock of its own; the flag is 0.
+    /// Creates a condition with a lock of its own; the flag is 0.
     /// throws  as the base's.
     ZBooleanCondition_6_0();
 
-    /// Makes a condition on `lock`; the flag is 0.
+    /// Creates a condition on `lock`; the flag is 0.
     /// owns    `lock` is borrowed until the condition is destroyed.
     /// throws  as the base's.
     explicit ZBooleanCondition_6_0(ZLock_6_0& lock);
@@ -146,9 +147,9 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZBooleanCondition_6_0() override;
 
-    /// Waits until the flag is set; returns at once when it is.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the calling thread does not hold
-    ///         the lock; ZConditionException_6_0 (message 9) when the wait fails.
+    /// Waits until the flag is set; returns immediately if it is.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) if the calling thread does not hold the
+    ///         lock; ZConditionException_6_0 (message 9) if the wait fails.
     void wait() override;
 
     /// Waits until the flag is set.
@@ -156,13 +157,13 @@ public:
     void wait(long seconds, int& timedOut) override;
 
     /// Waits until the flag is set.
-    /// throws  as wait(); ZLockResourceException_6_0 (message 5, rc 0) when the time runs out.
-    /// kept    a wait that runs out does not return: it throws and leaves the mutex held and the
+    /// throws  as wait(); ZLockResourceException_6_0 (message 5, rc 0) if the wait times out.
+    /// kept    a wait that times out throws instead of returning, and leaves the mutex held and the
     ///         lock marked free. Use the wait without limit.
     void wait(timespec& absTime, int& timedOut) override;
 
     /// Sets the flag to 1.
-    /// throws  as setCondition(): always, when a wait calls it.
+    /// throws  as setCondition(): always, if a wait calls it.
     void waitTimedOut() override;
 
     /// Sets the flag to 0.
@@ -173,7 +174,7 @@ public:
     /// throws  as validateLock().
     virtual int testCondition();
 
-    /// Sets the flag to `value` and returns 1; wakes nobody.
+    /// Sets the flag to `value` and returns 1; wakes no thread.
     /// throws  as validateLock().
     virtual int setCondition(int value);
 

@@ -9,8 +9,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZLock";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 40,
     reportInDestructor = 58,
@@ -31,15 +30,15 @@ ZLock_6_0::ZLock_6_0() : mutex_(), owner_(kNobody), nested_(0)
         ZCreateResourceException_6_0(mutexInit, rc).throwException(kSource, raiseInConstructor);
 }
 
-// KEPT: a copy is no copy and no initialised lock; classes that have a lock are copied with it,
-// and each copy is given a lock of its own before it is used. Zeroes, so that destroying it is
-// harmless. Test: ZLock.KeepsACopyFreeAndUninitialised
+// KEPT: the copy constructor copies nothing and initialises no mutex. Classes that contain a lock
+// are copied with it and then create a lock of their own; a copy with a mutex would leak it.
+// Zeroes, so that destroying the copy is harmless. Test: ZLock.KeepsACopyFreeAndUninitialised
 ZLock_6_0::ZLock_6_0(ZLock_6_0 const& other)
     : ZAbstractLock_6_0(), ZObject_6_0(other), mutex_(), owner_(kNobody), nested_(0)
 {
 }
 
-// KEPT: assigning changes nothing: the threads that hold or wait for the target rely on it.
+// KEPT: assignment changes nothing. Threads that hold or wait for the target would notice a change.
 // Test: ZLock.KeepsItsStateWhenAssignedTo
 ZLock_6_0& ZLock_6_0::operator=(ZLock_6_0 const&)
 {

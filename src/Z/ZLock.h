@@ -1,13 +1,13 @@
-// ZLock: a recursive mutex that knows its owning thread, and a guard that holds one for a scope.
+// ZLock: a recursive mutex that knows its owning thread, and a guard that holds it in a scope.
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZMessage.
 //
 // Ownership: a lock owns its mutex; a guard borrows the lock it holds.
-// Threads: a lock is made for use by every thread at once; a guard belongs to the thread that
-// made it.
+// Threads: any number of threads may use a lock at the same time; a guard belongs to the thread
+// that created it.
 //
-// Taking and releasing a free lock is inline, and <pthread.h> here for that: a call into the
-// library and on into the C library costs a fifth of the whole.
+// Locking and unlocking a free lock is inline, hence <pthread.h> here: a call into the library and
+// from there into the C library would take a fifth of the time.
 #pragma once
 
 #include <pthread.h>
@@ -16,12 +16,12 @@
 
 class ZCondition_6_0;
 
-/// What can be locked and unlocked.
+/// An object that can be locked and unlocked.
 class ZLockInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Acquires the lock, waiting for it when need be.
+    /// Acquires the lock; waits for it if necessary.
     virtual void lock() = 0;
 
     /// Releases the lock.
@@ -40,21 +40,21 @@ protected:
 /// A recursive mutex: free, or held by one thread as often as that thread has locked it.
 class ZLock_6_0 : public ZAbstractLock_6_0, public ZObject_6_0 {
 public:
-    /// Makes a free lock.
+    /// Creates a free lock.
     /// throws  ZCreateResourceException_6_0 (message 3) with the rc of pthread_mutex_init().
     ZLock_6_0();
 
-    /// Makes an object that is no usable lock; a lock is not meant to be copied.
-    /// kept    nothing is copied and no mutex is made: classes that hold a lock stay copyable.
+    /// Creates an object that is not a usable lock; locks are not meant to be copied.
+    /// kept    copies nothing and initialises no mutex: classes that contain a lock stay copyable.
     ZLock_6_0(ZLock_6_0 const&);
 
     /// Does nothing.
-    /// kept    a lock stays what it is when the object around it is assigned to.
+    /// kept    a lock keeps its state if the object that contains it is assigned to.
     ZLock_6_0& operator=(ZLock_6_0 const&);
 
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Acquires the lock; a thread that holds it already holds it once more.
+    /// Acquires the lock; increments the depth if the calling thread already holds it.
     /// throws  ZLockResourceException_6_0 (message 5) with the rc of pthread_mutex_lock().
     /// threads waits until the thread that holds the lock has released it.
     void lock() override
@@ -70,9 +70,9 @@ public:
         setOwner(caller);
     }
 
-    /// Releases one level; the last one frees the lock.
-    /// throws  ZUnlockResourceException_6_0 (message 6): rc 0 when the calling thread does not
-    ///         hold the lock, else the rc of pthread_mutex_unlock(); the lock stays as it was.
+    /// Releases one level; releasing the last one frees the lock.
+    /// throws  ZUnlockResourceException_6_0 (message 6): rc 0 if the calling thread does not hold
+    ///         the lock, else the rc of pthread_mutex_unlock(); the lock is unchanged then.
     void unlock() override
     {
         pthread_t const caller = self();
@@ -94,14 +94,14 @@ public:
     ~ZLock_6_0() override;
 
 private:
-    friend class ZCondition_6_0;      // marks the lock free while it waits on the mutex
-    friend class ZReadWriteLock_6_0;  // knows its threads by self()
+    friend class ZCondition_6_0;      // clears and sets the owner around a wait
+    friend class ZReadWriteLock_6_0;  // compares threads by self()
 
     static constexpr pthread_t kNobody = ~pthread_t{0};
     enum UnlockFailure { stranger, mutexFailed };
 
-    // The id that pthread_self() gives. On x86-64 glibc's id is the thread pointer, which the
-    // compiler reads in one instruction.
+    // Same as pthread_self(). On x86-64 glibc's id is the thread pointer, which the compiler reads
+    // in one instruction.
     static pthread_t self()
     {
 #if defined(__x86_64__) && defined(__GLIBC__)
@@ -111,8 +111,8 @@ private:
 #endif
     }
 
-    // The owner is read by threads that do not hold the mutex. Only the holder can find its own id
-    // there, so that no order is needed.
+    // Threads that do not hold the mutex read the owner too. A relaxed load suffices: only the
+    // holder can find its own id.
     pthread_t owner() const
     {
         return __atomic_load_n(&owner_, __ATOMIC_RELAXED);
@@ -123,15 +123,15 @@ private:
     }
 
     bool heldByCaller() const;
-    int markFree();  // returns what markHeld() gives back
+    int markFree();  // returns the depth for markHeld()
     void markHeld(int nested);
 
     [[noreturn]] static void raiseLock(int rc);
     [[noreturn]] static void raiseUnlock(int rc, UnlockFailure failure);
 
     pthread_mutex_t mutex_;
-    pthread_t owner_;  // the thread that holds the mutex, kNobody when it is free
-    int nested_;       // lock() calls of the holder beyond his first; his alone, 0 when free
+    pthread_t owner_;  // the thread that holds the mutex; kNobody if it is free
+    int nested_;       // lock() calls of the holder after its first; only the holder uses it
 };
 
 /// Holds a lock from construction to destruction.
@@ -139,14 +139,14 @@ class ZResourceLock_6_0 : public ZObject_6_0 {
 public:
     /// Acquires `lock`.
     /// owns    `lock` is borrowed until the guard is destroyed.
-    /// throws  what `lock.lock()` throws; there is no guard then.
+    /// throws  as `lock.lock()`; no guard exists then.
     [[nodiscard]] explicit ZResourceLock_6_0(ZLock_6_0& lock);
     ZResourceLock_6_0(ZResourceLock_6_0 const&) = delete;
     ZResourceLock_6_0& operator=(ZResourceLock_6_0 const&) = delete;
 
     /// Releases the lock.
-    /// throws  what `unlock()` throws; while another exception is on its way that failure is
-    ///         reported through the message service instead.
+    /// throws  as `unlock()`; reported through the message service instead while another exception
+    ///         is in flight.
     ~ZResourceLock_6_0() override;
 
 private:

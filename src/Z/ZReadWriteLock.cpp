@@ -14,8 +14,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZReadWriteLock";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInUnlockOfFree = 97,
     raiseInUnlockBesideWriter = 104,
@@ -84,7 +83,7 @@ void ZAbstractReadWriteLock_6_0::setUpdate(int)
 //
 // from            event                                to
 // unset           readLock                             read (1 reader)
-// read            readLock, unlock                     read (one more, one less); unset without any
+// read            readLock, unlock                     read (1 more, 1 less); unset without any
 // unset, read     readWithIntentToWriteLock            protect; readers stay
 // protect         readLock                             protect (1 reader more)
 // protect         promoteReadToWriteLock by holder     write, once the readers have left
@@ -93,11 +92,11 @@ void ZAbstractReadWriteLock_6_0::setUpdate(int)
 // protect, write  unlock by a reader                   the same (1 reader less)
 // Every other acquisition waits until the state allows it.
 //
-// The state is one word: the number of readers and the flags below; "read" and "unset" are the
-// absence of the other two. Who finds nothing in the way changes the word in one step. Who does
-// takes the condition's lock, announces himself in the word and sleeps. While somebody is
-// announced every release goes through the condition's lock as well: no wake-up falls between the
-// look and the sleep, and a woken thread that destroys this object finds nobody inside any more.
+// One word has the number of readers and the flags below; without a flag the state is "read" or
+// "unset". An uncontended operation is one compare-and-swap. A thread that must wait takes the
+// condition's lock, sets kWaiting in the word and sleeps. While kWaiting is set, every release
+// takes the condition's lock too: no wake-up is lost, and a woken thread may destroy the lock
+// because no other thread is inside it.
 
 namespace {
 
@@ -105,7 +104,7 @@ constexpr unsigned long kReader = 1;
 constexpr unsigned long kReaders = 0xFFFFFFFF;
 constexpr unsigned long kProtect = 1ul << 32;
 constexpr unsigned long kWrite = 1ul << 33;
-constexpr unsigned long kWaiting = 1ul << 34;  // somebody waits; changes under the condition's lock
+constexpr unsigned long kWaiting = 1ul << 34;  // a thread waits; guarded by the condition's lock
 constexpr unsigned long kPromotion = kWrite - kProtect;
 
 using Word = std::atomic_ref<unsigned long>;
@@ -120,7 +119,7 @@ ZReadWriteLockInterface_6_0::zlockstate stateIn(unsigned long word)
     return (word & kReaders) != 0 ? Lock::read : Lock::unset;
 }
 
-// What is left of `word` when its holder of "protect" or "write" lets go, or one of its readers.
+// Returns `word` after its holder of "protect" or "write", or else one reader, has released.
 inline unsigned long released(unsigned long word, bool byHolder)
 {
     if (byHolder)
@@ -132,7 +131,7 @@ inline unsigned long released(unsigned long word, bool byHolder)
     return word - kReader;
 }
 
-// Adds `step` to the word as soon as nothing of `blockers` is in it. Returns whether it was so.
+// Adds `step` to the word if no bit of `blockers` is set. Returns whether it did.
 inline bool enter(unsigned long& state, unsigned long blockers, unsigned long step)
 {
     Word const word(state);
@@ -151,8 +150,7 @@ inline unsigned long ZReadWriteLock_6_0::word() const
     return Word(const_cast<unsigned long&>(word_)).load(std::memory_order_relaxed);
 }
 
-// Only the thread that holds "protect" or "write" can find its own id there, so that no order is
-// needed.
+// A relaxed load suffices: only the thread that holds "protect" or "write" can find its own id.
 inline bool ZReadWriteLock_6_0::callerHolds() const
 {
     unsigned long& holder = const_cast<unsigned long&>(holder_);
@@ -176,8 +174,7 @@ inline void ZReadWriteLock_6_0::failIfCallerHolds() const
         raiseLock(raiseInRecursion);
 }
 
-// Announces a thread as waiting for as long as it waits, however the wait ends; lives under the
-// condition's lock.
+// Counts a waiting thread in its scope. Created and destroyed under the condition's lock.
 class ZReadWriteLock_6_0::Waiter {
 public:
     explicit Waiter(ZReadWriteLock_6_0& lock) : lock_(lock)
@@ -252,9 +249,9 @@ void ZReadWriteLock_6_0::unlock()
         unlock();
 }
 
-// Releases while somebody waits. Returns false, and has released nothing, when nobody does any
-// more: a lock that nobody waits for may be destroyed as soon as it is released, and here the
-// condition's lock is still to be unlocked.
+// Releases the lock while a thread waits for it. Returns false, without releasing, if no thread
+// waits any more: then the lock may be destroyed as soon as it is free, but this function still has
+// to unlock the condition's lock.
 bool ZReadWriteLock_6_0::releaseAndWake(bool byHolder)
 {
     ZResourceLock_6_0 const guard(*changed_.getResource());
@@ -269,7 +266,7 @@ bool ZReadWriteLock_6_0::releaseAndWake(bool byHolder)
         next = released(now, byHolder);
     while (!word.compare_exchange_weak(now, next, std::memory_order_release,
                                        std::memory_order_relaxed));
-    // A reader that leaves makes way only as the last one, and for nobody while "protect" lasts.
+    // A leaving reader unblocks a waiter only if it was the last reader and "protect" is not held.
     if (byHolder || (next & (kReaders | kProtect)) == 0)
         changed_.broadcast();
     return true;
@@ -287,7 +284,8 @@ int ZReadWriteLock_6_0::haveLock(zlockstate state) const
 
 int ZReadWriteLock_6_0::ownWriteLock() const
 {
-    // KEPT: not tied to the state; the process locks ask after a release who wrote last.
+    // KEPT: the result does not depend on the state. A caller that asks after its release whether
+    // it wrote last would notice a change.
     // Test: ZReadWriteLock.KeepsTheLastWriterAfterItsRelease
     unsigned long& writer = const_cast<unsigned long&>(writer_);
     return Word(writer).load(std::memory_order_relaxed) == ZLock_6_0::self() ? 1 : 0;
@@ -343,8 +341,8 @@ void ZReadWriteLock_6_0::waitAndEnter(unsigned long blockers, unsigned long step
 void ZReadWriteLock_6_0::waitAndPromote()
 {
     ZResourceLock_6_0 const guard(*changed_.getResource());
-    // A wait that does not come back as it should leaves "protect" as it was, for those who were
-    // kept out meanwhile too.
+    // A failed or cancelled wait restores "protect" and wakes the threads that the promotion
+    // blocked.
     struct Undo {
         ZReadWriteLock_6_0* lock;
         ~Undo()
@@ -355,7 +353,7 @@ void ZReadWriteLock_6_0::waitAndPromote()
             try {
                 lock->changed_.broadcast();
             } catch (ZException_6_0 const&) {
-                // Reported where it was raised; the exception on its way matters more.
+                // It is reported where it was thrown; the exception in flight matters more.
             }
         }
     };
@@ -369,10 +367,10 @@ void ZReadWriteLock_6_0::waitAndPromote()
 
 // ---- The guard -------------------------------------------------------------------------------
 //
-// A guard whose acquisition failed has nothing to release, or what its thread held before or takes
-// later, through the guard or not. The lock does not know its readers. So the guard watches: from
-// the failure on it counts what its thread acquires and releases. Watches are outside the guard,
-// which lies in the frames of programs that were built against its size.
+// A guard whose acquisition failed must release only what its thread held before or acquires later,
+// through the guard or directly. The lock does not know its readers, so the guard counts: from the
+// failure on, a watch counts the acquisitions and releases of its thread. A watch is not part of
+// the guard because programs have compiled in the guard's size.
 
 static_assert(sizeof(ZStackReadWriteLock_6_0) == 24);
 
@@ -395,7 +393,7 @@ Watch** linkTo(ZStackReadWriteLock_6_0 const* guard)
     return link;
 }
 
-// Begins to watch, unless there is no memory for it.
+// Starts a watch, or resets an existing one; does nothing if memory is exhausted.
 void watch(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 const* lock, int holds)
 {
     if (Watch* const old = *linkTo(guard)) {
@@ -406,7 +404,7 @@ void watch(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 cons
     }
 }
 
-// Ends it. Returns the holds; `holds` if the guard was not watching.
+// Ends the watch and returns its count; returns `holds` if the guard had no watch.
 int unwatch(ZStackReadWriteLock_6_0 const* guard, int holds)
 {
     Watch** const link = linkTo(guard);
@@ -434,13 +432,13 @@ void zcountHold(ZAbstractReadWriteLock_6_0 const* lock, int change)
 }
 
 struct ZStackReadWriteLock_6_0::Rep {
-    // The values of failed_ after a failure.
+    // values of failed_ after a failure
     enum Failure { whileHeld = 1, whileFree = 2 };
 
-    // Runs in the midst of an exception or a cancellation.
+    // Runs while an exception or a cancellation is in flight.
     static void noteFailure(ZStackReadWriteLock_6_0& guard, int heldBefore) noexcept
     {
-        // A lock file knows what its thread holds, through the guard or not.
+        // A lock file knows how often its thread holds it, through the guard or not.
         auto const holdsOfCaller = zholdsOfCaller.load(std::memory_order_relaxed);
         int const known = holdsOfCaller != nullptr ? holdsOfCaller(guard.lock_) : -1;
         guard.held_ = known >= 0 ? known : heldBefore;
@@ -450,17 +448,17 @@ struct ZStackReadWriteLock_6_0::Rep {
             if (guard.lock_.haveLock(ZReadWriteLockInterface_6_0::unset) != 0)
                 guard.failed_ = whileFree;
         } catch (...) {
-            // A caller's class; what is not known to be free counts as held.
+            // A class of the caller threw: treat the lock as held.
         }
     }
 
-    // Ends the watch.
+    // Ends the watch and returns whether the thread holds the lock.
     static bool holdsAfterFailure(ZStackReadWriteLock_6_0& guard)
     {
         if (unwatch(&guard, guard.held_) > 0)
             return true;
-        // A caller's class of lock does not note who acquires it. Where the lock was free at the
-        // failure and is not free now, the thread has taken it, as far as the lock can tell.
+        // A class of the caller does not record its holders. If the lock was free at the failure
+        // and is not free now, this thread has acquired it, as far as the lock can show.
         ZAbstractReadWriteLock_6_0 const& lock = guard.lock_;
         if (guard.failed_ != whileFree || notesHolds(lock))
             return false;
@@ -473,7 +471,8 @@ struct ZStackReadWriteLock_6_0::Rep {
 ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update)
     : lock_(lock), held_(0), failed_(0)
 {
-    // KEPT: not when the lock is acquired; guards are put around a lock that is held already.
+    // KEPT: the flag is set here and not on acquisition. A program that puts a guard around a lock
+    // that it already holds would lose its flag.
     // Test: ZProcessReadWriteLock.KeepsTheFlagOfAGuardForWhoeverHoldsIt
     lock_.setUpdate(update);
 }
@@ -486,7 +485,7 @@ ZStackReadWriteLock_6_0::~ZStackReadWriteLock_6_0()
         try {
             lock_.unlock();
         } catch (ZWriteResourceException_6_0 const&) {
-            // The lock is still held: let go of it without the update that failed.
+            // The lock is still held: release it without the failed update.
             lock_.unlock(0);
             throw;
         }
@@ -510,7 +509,7 @@ void ZStackReadWriteLock_6_0::acquire(Action action)
     try {
         action();
     } catch (ZLockResourceException_6_0 const& failure) {
-        // Refused because this thread holds the lock: that is what the guard releases.
+        // This thread already holds the lock: the guard will release it.
         if (failure.messageNumber() == mutexLock && failure.returnCode() == 0)
             attempt.held = std::max(attempt.held, 1);
         throw;

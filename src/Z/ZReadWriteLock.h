@@ -2,13 +2,13 @@
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZLock, ZCondition, ZObserver.
 //
-// A lock is free ("unset"), shared by readers ("read"), held by one thread that reads and means to
-// write ("protect": readers come and go beside it, nobody else may write first), or held by one
-// writer ("write").
+// A lock is in one of four states. "unset": free. "read": shared by readers. "protect": held by a
+// thread that reads and is the next to write; other readers enter and leave, but no other writer
+// enters. "write": held by one writer.
 // Ownership: a guard borrows its lock.
-// Threads: a lock is made for use by every thread at once; a guard belongs to one thread. Readers
-// that keep coming can keep a writer waiting: there is no precedence. A reader that asks for the
-// write lock waits for itself; take "protect" and promote it instead.
+// Threads: any number of threads may use a lock at the same time; a guard belongs to one thread.
+// Readers and writers have no precedence: a stream of readers can starve a writer. A reader that
+// requests the write lock waits for itself; acquire "protect" and promote it instead.
 #pragma once
 
 #include "ZCondition.h"
@@ -16,13 +16,13 @@
 #include "ZObject.h"
 #include "ZObserver.h"
 
-/// What readers and writers lock.
+/// A lock with readers and writers.
 class ZReadWriteLockInterface_6_0 : public ZLockInterface_6_0 {
 public:
     enum zlockstate : int {
         unset = 0,    // free; as an argument of lock(): release
         read = 1,     // shared by readers
-        protect = 2,  // read by one thread that means to write
+        protect = 2,  // held by a reader that is the next writer
         write = 3     // held by one writer
     };
 
@@ -49,8 +49,7 @@ protected:
     ~ZReadWriteLockInterface_6_0() = default;
 };
 
-/// The base of read-write locks, in a process and between processes; announces changes to
-/// observers.
+/// The base of read-write locks, in a process and between processes. Notifies observers of changes.
 class ZAbstractReadWriteLock_6_0 : public ZObject_6_0,
                                    public ZReadWriteLockInterface_6_0,
                                    public ZAbstractObservable_6_0 {
@@ -63,29 +62,29 @@ public:
     void lock(zlockstate state) override = 0;
 
     /// Returns "unset", "read", "protect" or "write"; null for any other value.
-    /// owns    static text.
+    /// owns    static string.
     virtual char const* getLockStateName(zlockstate state) const;
 
-    /// Returns whether nothing has changed since this lock was held last; here always 1.
+    /// Returns whether nothing has changed since this lock was last held; always 1 here.
     virtual int isCurrent() const;
 
-    /// Releases the lock, with `getUpdate()`.
+    /// Releases the lock with the update flag `getUpdate()`.
     void unlock() override;
 
-    /// Releases the lock; here does nothing.
+    /// Releases the lock; does nothing here.
     virtual void unlock(int update);
     void unlock(zlockstate) = delete;  // a lock state is not an update flag
 
-    /// Returns whether the lock is in `state`, whoever holds it.
+    /// Returns whether any thread holds the lock in `state`.
     virtual int haveLock(zlockstate state) const = 0;
 
     /// Returns whether the calling thread holds the lock for writing.
     virtual int ownWriteLock() const = 0;
 
-    /// Returns the update flag; here 0.
+    /// Returns the update flag; 0 here.
     virtual int getUpdate() const;
 
-    /// Sets the update flag; here does nothing.
+    /// Sets the update flag; does nothing here.
     virtual void setUpdate(int update);
     void setUpdate(zlockstate) = delete;
 
@@ -96,11 +95,11 @@ protected:
 /// A read-write lock between the threads of one process.
 class ZReadWriteLock_6_0 : public ZAbstractReadWriteLock_6_0 {
 public:
-    /// Makes a free lock.
-    /// throws  what making a condition throws.
+    /// Creates a free lock.
+    /// throws  as creating a ZCondition_6_0.
     ZReadWriteLock_6_0();
 
-    /// Makes a free lock; nothing of the other's state is copied.
+    /// Creates a free lock; copies no state of the other lock.
     ZReadWriteLock_6_0(ZReadWriteLock_6_0 const&);
     ZReadWriteLock_6_0& operator=(ZReadWriteLock_6_0 const&) = delete;
 
@@ -113,28 +112,27 @@ public:
 
     void lock() override;
 
-    /// Calls the operation for `state`; a value that is no state does nothing.
+    /// Performs the operation for `state`; does nothing if `state` is not a state.
     void lock(zlockstate state) override;
 
-    /// Releases what the calling thread holds: the writer's or intending writer's hold when it is
-    /// theirs, else one reader.
-    /// throws  ZUnlockResourceException_6_0 (message 6, rc 0) when there is nothing to release; the
-    ///         lock is as it was.
+    /// Releases "protect" or "write" if the calling thread holds it, else one reader.
+    /// throws  ZUnlockResourceException_6_0 (message 6, rc 0) if no lock is held that the thread
+    ///         could release; the lock is unchanged then.
     void unlock() override;
 
-    /// Releases as `unlock()`; the flag says nothing here.
+    /// Releases as `unlock()`; ignores the flag.
     void unlock(int update) override;
     void unlock(zlockstate) = delete;
 
     int haveLock(zlockstate state) const override;
 
-    /// Returns whether the calling thread was the last to take "protect" or "write".
-    /// kept    it stays true after the release, until another thread takes one of the two.
+    /// Returns whether the calling thread was the last to acquire "protect" or "write".
+    /// kept    stays true after the release, until another thread acquires "protect" or "write".
     int ownWriteLock() const override;
 
-    /// Acquires the lock for reading; waits while there is a writer.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the calling thread holds "protect"
-    ///         or "write"; what a wait throws. The lock is as it was.
+    /// Acquires the lock for reading; waits while a writer holds it.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) if the calling thread holds "protect"
+    ///         or "write"; as ZCondition_6_0::wait(). The lock is unchanged then.
     void readLock() override;
 
     /// Acquires the lock for writing; waits until it is free.
@@ -145,13 +143,13 @@ public:
     /// throws  as readLock().
     void readWithIntentToWriteLock() override;
 
-    /// Turns the calling thread's "protect" into "write": no reader enters any more, those inside
-    /// are waited for.
-    /// throws  ZLockResourceException_6_0 (message 5, rc 0) when the calling thread does not hold
-    ///         "protect"; what a wait throws. The lock is as it was.
+    /// Turns the calling thread's "protect" into "write": blocks new readers and waits for the
+    /// current ones to leave.
+    /// throws  ZLockResourceException_6_0 (message 5, rc 0) if the calling thread does not hold
+    ///         "protect"; as ZCondition_6_0::wait(). The lock is unchanged then.
     void promoteReadToWriteLock() override;
 
-    /// Returns the number of read locks held; a thread that holds "protect" is not counted.
+    /// Returns the number of read locks held; ignores a thread that holds "protect".
     virtual int getReaderCount();
 
 private:
@@ -169,15 +167,17 @@ private:
     unsigned long word_;    // atomic: readers and state
     unsigned long holder_;  // atomic: the pthread_t that holds "protect" or "write"
     unsigned long writer_;  // atomic: the last pthread_t that took "protect" or "write"
-    int waiters_;           // threads in a wait; guarded by the condition's lock
+    int waiters_;           // waiting threads; guarded by the condition's lock
     ZCondition_6_0 changed_;
 };
 
-/// Releases a read-write lock at the end of a scope; acquiring is done through it or otherwise.
+/// Releases a read-write lock at the end of the scope. The lock can be acquired through the guard
+/// or directly.
 class ZStackReadWriteLock_6_0 : public ZObject_6_0 {
 public:
     /// Borrows `lock` and sets its update flag; acquires nothing.
-    /// kept    the flag is set at once, for whoever holds a process lock; acquiring sets it anew.
+    /// kept    sets the flag immediately, even if another thread holds a process lock; each
+    ///         acquisition resets the flag.
     [[nodiscard]] ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& lock, int update);
 
     // A lock state is not an update flag: the guard acquires nothing.
@@ -186,17 +186,17 @@ public:
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
-    /// Releases the lock. If the last acquisition through this guard failed, releases what the
-    /// thread holds nevertheless: what it acquired through the guard before, or through guard or
-    /// lock since, and nothing of other threads. A lock file also knows what the thread acquired
-    /// without the guard before. If incrementing the sequence number fails, releases without
-    /// incrementing it.
-    /// throws  what `unlock()` throws. While an exception unwinds the stack, or after the thread
-    ///         was cancelled while it waited for the lock, reports the failure through the message
+    /// Releases the lock. If the last acquisition through this guard failed, releases only locks
+    /// that the thread still holds: those it acquired through the guard before, or through the
+    /// guard or the lock since. A lock file also knows the locks that the thread acquired earlier
+    /// without the guard. If incrementing the sequence number fails, releases without incrementing
+    /// it.
+    /// throws  as `unlock()`. While an exception unwinds the stack, or after the thread was
+    ///         cancelled while it waited for the lock, reports the failure through the message
     ///         service instead.
     ~ZStackReadWriteLock_6_0() override;
 
-    // Each does what the lock's operation of the same name does.
+    // Each performs the lock's operation of the same name.
     void readLock();
     void writeLock();
     void readWithIntentToWriteLock();

@@ -1,29 +1,29 @@
-// ZReadWriteLock_p: what a guard whose acquisition failed learns of its thread's later holds. Not
-// installed.
+// ZReadWriteLock_p: connects a guard whose acquisition failed with the later acquisitions of its
+// thread. Not installed.
 #pragma once
 
 #include <atomic>
 
 #include "ZReadWriteLock.h"
 
-/// The guards, of all threads, whose last acquisition failed: seldom more than none.
+/// Number of guards, of all threads, whose last acquisition failed; 0 in most programs.
 inline constinit std::atomic<unsigned> zwatchingGuards __attribute__((visibility("hidden"))){0};
 
-/// Set by the constructor of process locks: returns whether `lock` is one. A guard knows
-/// in-process locks itself; no other class calls znoteHold().
+/// Set by the constructor of process locks: returns whether `lock` is a process lock. Guards
+/// recognise in-process locks themselves; no other class calls znoteHold().
 inline constinit std::atomic<bool (*)(ZAbstractReadWriteLock_6_0 const& lock)> zisProcessLock
     __attribute__((visibility("hidden"))){nullptr};
 
-/// Set by the constructor of lock files: returns how often the calling thread holds `lock`; -1 if
-/// that is not known.
+/// Set by the constructor of lock files: returns how often the calling thread holds `lock`, or -1
+/// if that is unknown.
 inline constinit std::atomic<int (*)(ZAbstractReadWriteLock_6_0 const& lock)> zholdsOfCaller
     __attribute__((visibility("hidden"))){nullptr};
 
-/// Counts a hold of the calling thread for its guards of `lock` that watch.
+/// Adds `change` to the holds of each watching guard of the calling thread on `lock`.
 void zcountHold(ZAbstractReadWriteLock_6_0 const* lock, int change);
 
-/// Notes that the calling thread has acquired `lock` (1) or released it (-1). `lock` may be
-/// destroyed already.
+/// Records that the calling thread has acquired `lock` (1) or released it (-1). `lock` may already
+/// be destroyed.
 inline void znoteHold(ZAbstractReadWriteLock_6_0 const* lock, int change)
 {
     if (__builtin_expect(zwatchingGuards.load(std::memory_order_relaxed) != 0, 0))
