@@ -21,8 +21,8 @@ uint32_t lowerOf(uint32_t value, bool turkic)
     return static_cast<uint32_t>(u_tolower(static_cast<UChar32>(value)));
 }
 
-// Replaces each character by its counterpart when that takes as many bytes. An ASCII letter from
-// `first` to `last` differs from its counterpart in one bit.
+// Replaces each character with its counterpart if that has the same length in bytes. The two cases
+// of an ASCII letter from `first` to `last` differ in one bit.
 template <class Counterpart>
 void change(qvr_cs const& cs, char* text, bool turkic, char first, char last,
             Counterpart counterpart)
@@ -50,7 +50,7 @@ void change(qvr_cs const& cs, char* text, bool turkic, char first, char last,
     }
 }
 
-// A text that is compared: at most `left` bytes of it.
+// A string under comparison: the rest from `s` on, at most `left` bytes.
 struct Side {
     unsigned char const* s;
     size_t left;
@@ -63,7 +63,7 @@ bool isSameAscii(unsigned a, unsigned b)
 
 constexpr uint64_t kEachByte = 0x0101010101010101;
 
-// Whether eight bytes at `a` and `b` are ASCII characters that differ in nothing but case.
+// Returns whether eight bytes at `a` and `b` are ASCII characters that differ in case at most.
 bool areSameAscii(unsigned char const* a, unsigned char const* b)
 {
     uint64_t one, other;
@@ -71,7 +71,7 @@ bool areSameAscii(unsigned char const* a, unsigned char const* b)
     std::memcpy(&other, b, sizeof other);
     if (((one | other) & kEachByte * 0x80) != 0)
         return false;
-    // The highest bit of each byte, free in ASCII, tells whether the byte is a letter.
+    // The highest bit of each byte, unused in ASCII, marks the upper-case letters.
     auto const lowered = [](uint64_t word) {
         uint64_t const fromA = word + kEachByte * (0x80 - 'A');
         uint64_t const behindZ = word + kEachByte * (0x80 - 'Z' - 1);
@@ -80,10 +80,10 @@ bool areSameAscii(unsigned char const* a, unsigned char const* b)
     return one == other || lowered(one) == lowered(other);
 }
 
-// Steps over the ASCII characters in which both sides agree.
+// Skips the ASCII characters that are equal, without regard to case, on both sides.
 void skipSameAscii(Side& a, Side& b)
 {
-    constexpr size_t kBlock = 256;  // bytes whose terminator is looked for at once
+    constexpr size_t kBlock = 256;  // bytes searched for a terminator at a time
     size_t i;
     do {
         size_t most = std::min({a.left, b.left, kBlock});
@@ -99,8 +99,8 @@ void skipSameAscii(Side& a, Side& b)
     } while (i == kBlock);
 }
 
-// Takes the next unit, folded; 0 at the end. Invalid bytes, and the few characters without a
-// value of their own, come byte by byte behind all characters.
+// Consumes the next unit and returns it folded; 0 at the end. Invalid bytes, and the few characters
+// that have no single code point, are returned byte by byte and order after all characters.
 uint32_t takeFolded(qvr_cs const& cs, bool turkic, Side& side)
 {
     if (side.left == 0 || *side.s == 0)

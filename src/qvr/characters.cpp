@@ -9,7 +9,7 @@ namespace {
 
 enum Class : uint8_t { upper = 1, lower = 2, space = 4, digit = 8 };
 
-// The classes of the ASCII characters, so that the most frequent ones need no look-up in ICU.
+// Classes of the ASCII characters: the most frequent characters need no lookup in ICU.
 constexpr std::array<uint8_t, 128> makeAsciiClasses()
 {
     std::array<uint8_t, 128> classes{};

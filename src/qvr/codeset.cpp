@@ -17,7 +17,7 @@
 namespace qvr {
 namespace {
 
-// All codesets that have a handle.
+// All codesets with at least one handle.
 constinit std::mutex lock_;
 constinit Codeset* codesets_ = nullptr;  // guarded by lock_
 constinit uint64_t lastId_ = 0;          // guarded by lock_
@@ -34,12 +34,11 @@ constexpr char16_t kIso8859_16[96] = {
     0x00F4, 0x0151, 0x00F6, 0x015B, 0x0171, 0x00F9, 0x00FA, 0x00FB, 0x00FC, 0x0119, 0x021B, 0x00FF,
 };
 
-// ICU's tables of PC codesets turn these three control characters round, to what terminals of
-// old made of them. Everybody else takes them as they are in ASCII.
+// ICU's tables for PC codesets permute these three control characters, as old terminals did. All
+// others keep them as in ASCII.
 constexpr Exchange kControls[] = {{0x001C, 0x001A}, {0x007F, 0x001C}, {0x001A, 0x007F}};
 
-// Where ICU's EUC-JP has the half-width and full-width forms the other way round than the
-// operating system.
+// ICU's EUC-JP swaps the half-width and full-width forms of the operating system.
 constexpr Exchange kEucJp[] = {
     {0xFFE0, 0x00A2}, {0x00A2, 0xFFE0}, {0xFFE1, 0x00A3}, {0x00A3, 0xFFE1},
     {0xFFE2, 0x00AC}, {0x00AC, 0xFFE2}, {0x2014, 0x2015}, {0x2015, 0x2014},
@@ -53,7 +52,7 @@ using ConverterPtr = std::unique_ptr<UConverter, ConverterCloser>;
 // No codeset has the name.
 struct Unknown {};
 
-// What ICU says when it gives no converter.
+// Translates the error of an ICU call that returned no converter.
 [[noreturn]] void raise(UErrorCode rc)
 {
     if (rc == U_MEMORY_ALLOCATION_ERROR)
@@ -69,12 +68,12 @@ void fillAscii(Codeset& codeset)
         codeset.first[byte] = byte;
 }
 
-// Makes the reverse table from the characters of one and two bytes. `isEncodedAs(value, bytes)`
-// says whether `bytes` is what the code point is encoded as.
+// Builds the reverse table from the characters of one and two bytes. `isEncodedAs(value, bytes)`
+// returns whether the code point is encoded as `bytes`.
 template <class IsEncodedAs>
 void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
 {
-    codeset.pages.assign(1, {});  // page 0 is empty, for all that have no character
+    codeset.pages.assign(1, {});  // page 0 is empty: blocks without characters share it
     auto const enter = [&](uint32_t value, unsigned bytes) {
         if (value > 0xFFFF || !isEncodedAs(value, bytes))
             return;
@@ -94,7 +93,7 @@ void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
     }
 }
 
-// Codesets that need no converter. Returns false when the name is none of theirs.
+// Builds a codeset that needs no converter. Returns false if `name` is not such a codeset.
 bool buildWithoutConverter(Codeset& codeset, char const* name)
 {
     auto const is = [name](char const* other) { return ucnv_compareNames(name, other) == 0; };
@@ -118,7 +117,7 @@ bool buildWithoutConverter(Codeset& codeset, char const* name)
         else if (tabled && table->high[byte - 0x80] != 0)
             codeset.first[byte] = table->high[byte - 0x80];
     }
-    // A character that is in ASCII as well is encoded so.
+    // A character that ASCII has too is encoded as in ASCII.
     fillReverse(codeset,
                 [](uint32_t value, unsigned byte) { return value >= 0x80 || value == byte; });
     return true;
@@ -140,9 +139,9 @@ uint32_t original(Codeset const& codeset, uint32_t value)
     return value;
 }
 
-// Whether `bytes` are what the converter encodes `value` as: one byte, or two with the first in the
-// higher half. Unless `isAlone`, more may follow: a code point that may begin a character of
-// several keeps the converter waiting, and the answer is no.
+// Returns whether the converter encodes `value` as `bytes`: one byte, or two with the first in the
+// higher half. Unless `isAlone`, more input may follow: a code point that may start a sequence that
+// maps to one character then keeps the converter waiting, and the result is false.
 bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool isAlone)
 {
     UChar const unit = static_cast<UChar>(value);
@@ -158,8 +157,8 @@ bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool isA
     return U_SUCCESS(rc) && end - out == (bytes > 0xFF ? 2 : 1) && encoded == bytes;
 }
 
-// Fills the decoding table `at` (npos: the first one) for the characters that begin with the
-// `length` bytes of `prefix`, and those below it, down to `depth` bytes.
+// Fills the decoding table `at` (kFirst: the first one) for the characters that start with the
+// `length` bytes of `prefix`, and the tables below it, down to `depth` bytes.
 constexpr size_t kFirst = SIZE_MAX;
 
 void fillDecoding(Codeset& codeset, UConverter* converter, size_t at, char* prefix, size_t length,
@@ -169,7 +168,7 @@ void fillDecoding(Codeset& codeset, UConverter* converter, size_t at, char* pref
         prefix[length] = static_cast<char>(byte);
         uint32_t value = judge(converter, prefix, length + 1);
         if (byte == 0 && length > 0) {
-            value = kNoCharacter;  // text ends at a zero byte, whatever is before it
+            value = kNoCharacter;  // a zero byte always ends the string
         } else if (value == kLonger && length + 1 < depth) {
             size_t const below = codeset.tables.size();
             codeset.tables.push_back({});
@@ -206,11 +205,11 @@ ConverterPtr openConverter(CodesetName const& found)
 
 void keepMaster(Codeset& codeset, ConverterPtr converter)
 {
-    ucnv_reset(converter.get());  // it may wait for what follows the last question
+    ucnv_reset(converter.get());  // it may hold state of the last query
     codeset.master = converter.release();
 }
 
-// Builds from an ICU converter, which becomes the codeset's master when it is needed later on.
+// Builds from an ICU converter, which becomes the codeset's master if it is needed later.
 void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
 {
     if (!makeStrict(converter.get()))
@@ -233,7 +232,7 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
         return;
     }
 
-    // Deeper than three bytes the tables would take more memory than their characters are worth.
+    // Tables for characters of four bytes would take more memory than they are worth.
     size_t const longest = static_cast<size_t>(ucnv_getMaxCharSize(converter.get()));
     fillDecoding(codeset, converter.get(), kFirst, prefix, 0, longest > 3 ? 2 : longest);
     codeset.ascii = true;
@@ -252,7 +251,7 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
         keepMaster(codeset, std::move(converter));
 }
 
-// Returns the codeset of that name, with one handle more. Throws Unknown and std::bad_alloc.
+// Returns the codeset called `name` and counts one more handle. Throws Unknown and std::bad_alloc.
 Codeset* acquire(char const* name)
 {
     if (std::string_view const all = name;
@@ -264,7 +263,7 @@ Codeset* acquire(char const* name)
     if (!found.directory.empty() || !buildWithoutConverter(*fresh, found.name.c_str())) {
         converter = openConverter(found);
         if (found.directory.empty()) {
-            // One name for the many that ICU has for a codeset.
+            // ICU has many names for a codeset: use its canonical one.
             UErrorCode rc = U_ZERO_ERROR;
             char const* const icuName = ucnv_getName(converter.get(), &rc);
             if (U_FAILURE(rc))

@@ -1,11 +1,11 @@
-// codeset_p: what a codeset handle stands for, and one character of it.
+// codeset_p: the tables of a codeset handle; decoding and encoding of one character.
 //
 // Subsystem: text services.  Stands on: utf8_p, qvr.h.
 //
-// A Codeset holds the tables of one codeset and is shared by all its handles; it is built once,
-// when the first handle is made, and never changes afterwards. Characters of one and two bytes are
-// decoded from and encoded by tables, and those of three are decoded so where a codeset has none of
-// four. What is longer goes through a converter object of the calling thread (converter_p).
+// A Codeset holds the tables of one codeset. All its handles share it; it is built for the first
+// handle and is immutable afterwards. Tables decode and encode characters of one and two bytes, and
+// decode characters of three bytes in a codeset that has none of four. A converter object of the
+// calling thread (converter_p) handles longer characters.
 #pragma once
 
 #include <unicode/utypes.h>
@@ -23,22 +23,22 @@ struct UConverter;
 namespace qvr {
 
 enum class Kind : uint8_t {
-    utf8,         // straight code
+    utf8,         // decoded and encoded by code, without tables
     singleByte,   // `first` and the reverse table
     multiByte,    // `first`, `tables`, the reverse table, and converters
-    convertOnly,  // whole texts only, by converters
+    convertOnly,  // whole strings only, by converters
 };
 
 // An entry of a decoding table is a code point or one of these.
-constexpr uint32_t kNoCharacter = 0xFFFFFFFF;     // nothing that is valid begins like this
-constexpr uint32_t kManyCodePoints = 0xFFFFFFFE;  // a character, but of several code points
-constexpr uint32_t kLonger = 0xFFFFFFFD;  // begins a character that only a converter can judge
-constexpr uint32_t kTable = 0x80000000;   // plus the index of the table for the next byte
+constexpr uint32_t kNoCharacter = 0xFFFFFFFF;     // no valid character starts like this
+constexpr uint32_t kManyCodePoints = 0xFFFFFFFE;  // a character that maps to several code points
+constexpr uint32_t kLonger = 0xFFFFFFFD;          // only a converter can decode it
+constexpr uint32_t kTable = 0x80000000;           // plus the index of the table for the next byte
 
 using DecodeTable = std::array<uint32_t, 256>;
 
-// A character for which ICU's table and ours differ: applied to what comes out of ICU, and the
-// other way round to what goes in.
+// A character for which ICU's table and ours differ. Applied to the output of ICU and, reversed, to
+// its input.
 struct Exchange {
     char16_t icu;
     char16_t ours;
@@ -50,22 +50,22 @@ struct Codeset {
     Codeset& operator=(Codeset const&) = delete;
     ~Codeset();
 
-    std::string key;          // tells codesets apart
+    std::string key;          // identifies the codeset
     Codeset* next = nullptr;  // in the list of all; guarded by its lock
     unsigned handles = 0;     // guarded by the same lock
-    uint64_t id = 0;          // never used twice, so that a thread's converter finds its codeset
+    uint64_t id = 0;          // unique; a thread's converter refers to its codeset by it
     Kind kind = Kind::utf8;
     bool ascii = false;   // bytes below 0x80 are ASCII characters
     DecodeTable first{};  // by the first byte
     std::vector<DecodeTable> tables;
     std::array<uint8_t, 256> page{};               // reverse table: code point / 256 to a page
-    std::vector<std::array<uint16_t, 256>> pages;  // byte or two bytes of it, 0 for neither
+    std::vector<std::array<uint16_t, 256>> pages;  // one or two bytes; 0 if not encodable
     std::vector<Exchange> exchanges;
-    UConverter* master = nullptr;  // never converts; what the threads' converters are cloned from
+    UConverter* master = nullptr;  // only cloned, for each thread's converter
 };
 
-// Decodes the character of a multibyte codeset at `s` as far as the tables go: the value kLonger
-// says that only a converter can judge what begins with these bytes.
+// Decodes the character at `s` with the tables of a multibyte codeset. The value is kLonger if only
+// a converter can decode it.
 inline Step decodeByTables(Codeset const& codeset, unsigned char const* s, size_t n)
 {
     uint32_t value = codeset.first[*s];
@@ -84,7 +84,7 @@ int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out);
 
 }  // namespace qvr
 
-// What the hot functions look at lies in the handle itself.
+// The handle itself holds the fields that the hot functions read.
 struct qvr_cs {
     qvr::Kind kind;
     bool ascii;
@@ -103,9 +103,9 @@ inline unsigned char* bytes(char* s)
     return reinterpret_cast<unsigned char*>(s);
 }
 
-// Decodes the character at `s`, of which `n` bytes (at least 1) may be read, none of them behind
-// the terminator. The terminator is a character of one byte. A character that is valid but stands
-// for several code points has the value kManyCodePoints.
+// Decodes the character at `s`. At most `n` bytes (at least 1) may be read, and none past the
+// terminator, which is a character of one byte. The value is kManyCodePoints if the character is
+// valid but maps to several code points.
 inline Step decode(qvr_cs const& cs, unsigned char const* s, size_t n)
 {
     switch (cs.kind) {
@@ -126,15 +126,15 @@ inline Step decode(qvr_cs const& cs, unsigned char const* s, size_t n)
     }
 }
 
-// What the reverse table has for a code point: a byte, or two with the first in the higher half. 0
-// is the terminator for the code point 0, and nothing for the others.
+// Returns the entry of the reverse table for a code point: a byte, or two with the first in the
+// higher half. 0 means the terminator for code point 0, and "not encodable" for all others.
 inline unsigned lookUpBytes(Codeset const& codeset, uint32_t value)
 {
     return value > 0xFFFF ? 0u : codeset.pages[codeset.page[value >> 8]][value & 0xFF];
 }
 
-// Encodes a code point by the reverse table into at most two bytes. Returns their number, or
-// kInvalid when the table does not have it.
+// Encodes a code point with the reverse table into at most two bytes. Returns its length, or
+// kInvalid if the table does not have it.
 inline int encodeByTables(Codeset const& codeset, uint32_t value, unsigned char* out)
 {
     unsigned const both = lookUpBytes(codeset, value);
@@ -149,7 +149,7 @@ inline int encodeByTables(Codeset const& codeset, uint32_t value, unsigned char*
     return 1;
 }
 
-// Encodes a code point into at most qvrMbLenMax bytes. Returns their number, or kInvalid when the
+// Encodes a code point into at most qvrMbLenMax bytes. Returns its length, or kInvalid if the
 // codeset does not have it.
 inline int encode(qvr_cs const& cs, uint32_t value, unsigned char* out)
 {
@@ -176,7 +176,7 @@ inline int encode(qvr_cs const& cs, uint32_t value, unsigned char* out)
     }
 }
 
-// The number of bytes to step at `s`, which is not at the terminator: a whole character, or one
+// Returns the length of the unit at `s`, which is not the terminator: a whole character, or one
 // invalid byte.
 inline size_t unitLength(qvr_cs const& cs, unsigned char const* s)
 {

@@ -10,7 +10,7 @@
 namespace qvr {
 namespace {
 
-// Where a conversion writes: never behind `end`.
+// The output of a conversion. Writes nothing past `end`.
 class Output {
 public:
     Output(char* begin, size_t room) : begin_(bytes(begin)), at_(begin_), end_(begin_ + room) {}
@@ -24,7 +24,7 @@ public:
     {
         if (room() < n)
             return false;
-        if (n < kShort) {  // words between other characters: a call would take longer
+        if (n < kShort) {  // short words between other characters: a call would take longer
             for (size_t i = 0; i < n; ++i)
                 at_[i] = s[i];
         } else {
@@ -52,7 +52,7 @@ private:
     unsigned char* end_;
 };
 
-// Copies valid UTF-8.
+// Copies UTF-8 if it is valid.
 ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
 {
     for (size_t i = 0; i < n;) {
@@ -69,9 +69,10 @@ ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
     return out.written();
 }
 
-// Converts a text character by character, runs of ASCII at once. `convert` takes the one at `s`, of
-// which `n` bytes remain, and returns how many it took, a failure, or 0: then `convertRest`
-// converts all that remains. It is called but once, so that the loop has `out` in registers.
+// Converts character by character, and runs of ASCII in one copy. `convert` converts the character
+// at `s`, of which `n` bytes remain, and returns its length, a failure, or 0: `convertRest` then
+// converts all remaining bytes. `convertRest` has a single call site, so that the compiler keeps
+// `out` in registers in the loop.
 template <class Convert, class ConvertRest>
 ptrdiff_t convertEach(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out,
                       Convert convert, ConvertRest convertRest)
@@ -103,11 +104,11 @@ ptrdiff_t failure(UErrorCode rc)
                                              : qvrInvalid;
 }
 
-constexpr size_t kUnits = 1024;     // of UTF-16 between the converter and UTF-8
+constexpr size_t kUnits = 1024;     // UTF-16 units between the converter and UTF-8
 constexpr size_t kBlock = 1 << 16;  // bytes in one call of ICU, whose lengths have 31 bits
 static_assert(kBlock >= kUnits * 32, "what kUnits become must fit into a block");
 
-// Puts the characters straight for which ICU's table and ours differ, in one direction.
+// Replaces the characters for which ICU's table differs from ours, in one direction.
 void exchange(Codeset const& codeset, UChar* begin, UChar* end, char16_t Exchange::*from,
               char16_t Exchange::*to)
 {
@@ -123,7 +124,7 @@ void exchange(Codeset const& codeset, UChar* begin, UChar* end, char16_t Exchang
     }
 }
 
-// Appends UTF-16 units. `high` keeps the first half of a pair from one call to the next.
+// Appends UTF-16 units. `high` carries the first half of a pair from one call to the next.
 ptrdiff_t appendUnits(UChar const* begin, UChar const* end, UChar& high, Output& out)
 {
     for (UChar const* unit = begin; unit != end; ++unit) {
@@ -240,8 +241,8 @@ ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, O
         [](unsigned char const*, size_t) { return ptrdiff_t{qvrInvalid}; });
 }
 
-// The two below go by the tables as long as those know the characters, then by a converter: a
-// character of its own begins wherever one ended.
+// The two functions below use the tables until a character needs a converter, which then converts
+// the rest: after each character the codeset is in its initial state.
 
 ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out)
 {

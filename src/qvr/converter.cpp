@@ -10,7 +10,7 @@
 namespace qvr {
 namespace {
 
-// ICU's own stopping callbacks let ignorable characters vanish; these stop at every character.
+// ICU's own callbacks of this kind drop ignorable characters; these stop at every character.
 void stopToUnicode(void const*, UConverterToUnicodeArgs*, char const*, int32_t,
                    UConverterCallbackReason, UErrorCode*)
 {
@@ -44,8 +44,8 @@ struct Kept {
 };
 
 constinit pthread_once_t once_ = PTHREAD_ONCE_INIT;
-constinit pthread_key_t key_ = 0;  // of a thread's Kept
-constinit bool haveKey_ = false;   // false: the process has no key left, nothing is kept
+constinit pthread_key_t key_ = 0;  // of a thread's Kept object
+constinit bool haveKey_ = false;   // false: the process has no keys left; threads keep nothing
 
 extern "C" void destroyKept(void* kept)
 {
@@ -57,7 +57,7 @@ extern "C" void makeKey()
     haveKey_ = pthread_key_create(&key_, destroyKept) == 0;
 }
 
-// The calling thread's converters, or null when it cannot keep any.
+// Returns the calling thread's converters, or null if it cannot keep any.
 Kept* threadsKept()
 {
     pthread_once(&once_, makeKey);

@@ -2,8 +2,8 @@
 //
 // Subsystem: text services.  Stands on: codeset_p.
 //
-// A converter object is not for two threads at once, and making one takes memory. Each thread
-// keeps the few it used last until it ends.
+// A converter object serves one thread at a time, and creating one takes memory. Each thread keeps
+// the few that it used last until it ends.
 #pragma once
 
 #include <unicode/ucnv.h>
@@ -14,11 +14,11 @@
 
 namespace qvr {
 
-// Makes `converter` strict: a character that has no counterpart stops it.
+// Makes `converter` strict: it stops at a character that has no counterpart.
 bool makeStrict(UConverter* converter);
 
-// The calling thread's converter for a codeset, reset, for as long as this object lives. One
-// object per codeset and thread at a time.
+// The calling thread's converter for a codeset, reset. Valid while this object exists; a thread has
+// at most one such object per codeset.
 class ThreadConverter {
 public:
     explicit ThreadConverter(Codeset const& codeset);
@@ -26,15 +26,15 @@ public:
     ThreadConverter& operator=(ThreadConverter const&) = delete;
     ~ThreadConverter();
 
-    UConverter* get() const { return converter_; }  // null when there is no memory
+    UConverter* get() const { return converter_; }  // null if memory is short
 
 private:
     UConverter* converter_;
-    bool kept_;  // by the thread; otherwise closed with this object
+    bool kept_;  // the thread keeps it; else this object closes it
 };
 
-// What a few bytes, taken alone, are to a converter: the code point of the one character they are,
-// or kManyCodePoints, kNoCharacter, or kLonger when they only begin one.
+// Decodes `n` bytes, without regard to any before them, as one character. Returns its code point,
+// or kManyCodePoints, kNoCharacter, or kLonger if they are only the start of a character.
 uint32_t judge(UConverter* converter, char const* bytes, size_t n);
 
 }  // namespace qvr

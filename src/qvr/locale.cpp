@@ -16,7 +16,7 @@
 namespace qvr {
 namespace {
 
-// A name that has not the form of a locale's.
+// The name does not have the form of a locale name.
 struct Malformed {};
 
 bool isLetter(char c)
@@ -41,7 +41,7 @@ void require(std::string_view part, size_t least, size_t most, Test test)
         throw Malformed();
 }
 
-// ASCII, whatever locale is in force.
+// ASCII only, independent of the current locale.
 std::string changed(std::string_view part, char first, char last, int by)
 {
     std::string result(part);
@@ -61,7 +61,7 @@ std::string raised(std::string_view part)
     return changed(part, 'a', 'z', 'A' - 'a');
 }
 
-// Cuts off and returns what begins with `mark`, without it; empty when there is none.
+// Cuts `text` at `mark` and returns the part after it; empty if `text` does not contain `mark`.
 std::string_view cutFrom(std::string_view& text, char mark)
 {
     size_t const at = text.find(mark);
@@ -74,7 +74,8 @@ std::string_view cutFrom(std::string_view& text, char mark)
     return part;
 }
 
-// Returns the canonical form of `name`. Throws Malformed if it has not the form of a locale's name.
+// Returns the canonical form of `name`. Throws Malformed if `name` does not have the form of a
+// locale name.
 std::string formOf(std::string_view name)
 {
     if (name.size() > kMaxName)
@@ -105,8 +106,8 @@ std::string formOf(std::string_view name)
     return canonical;
 }
 
-// Returns the canonical form of `name`, after an alias is resolved. A site's own name for a locale
-// may have another form and is its own canonical form.
+// Resolves an alias and returns the canonical form. A site's own name for a locale may have another
+// form and is its own canonical form.
 std::string canonicalLocale(char const* name)
 {
     std::string const resolved = resolveLocale(name);
@@ -126,7 +127,7 @@ int write(std::string_view text, char* buf, size_t room)
     return 0;
 }
 
-// What every function that fills a name does first.
+// The first step of every function that fills a buffer with a name.
 int prepare(char* buf, size_t room)
 {
     if (buf == nullptr)
@@ -155,7 +156,7 @@ struct CodesetFreer {
 };
 using CodesetPtr = std::unique_ptr<qvr_cs const, CodesetFreer>;
 
-// Reads a text of an operating system's locale; empty when it is not valid there.
+// Reads a string of an operating system's locale; empty if it is invalid in the locale's codeset.
 std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic, bool folded)
 {
     std::u32string text;
@@ -171,31 +172,31 @@ std::u32string readText(locale_t locale, qvr_cs_t cs, nl_item item, bool turkic,
     }
 }
 
-// Returns the operating system's locale; null if it has none of that name.
+// Returns the operating system's locale called `name`; null if not found.
 LocalePtr openLocale(char const* name)
 {
-    errno = 0;  // a locale that is not there need not set it
+    errno = 0;  // newlocale() need not set it for an unknown locale
     LocalePtr locale(newlocale(LC_ALL_MASK, name, nullptr));
     if (locale == nullptr && errno == ENOMEM)
         throw std::bad_alloc();
     return locale;
 }
 
-// Returns the operating system's locale whose name has this canonical form; null if there is none.
-// It need not have the form itself as a name: that of the locale in force is tried as well.
+// Returns the operating system's locale that has this canonical name; null if not found. The
+// operating system may know it by another name: also tries the name of the current locale.
 LocalePtr findLocale(std::string const& canonical)
 {
     LocalePtr locale = openLocale(canonical.c_str());
     if (locale != nullptr)
         return locale;
-    LocalePtr const inForce(duplocale(LC_GLOBAL_LOCALE));  // also while another thread changes it
+    LocalePtr const inForce(duplocale(LC_GLOBAL_LOCALE));  // safe while another thread changes it
     if (inForce == nullptr)
         throw std::bad_alloc();
     char const* const name = nl_langinfo_l(NL_LOCALE_NAME(LC_CTYPE), inForce.get());
     return name != canonical && canonicalLocale(name) == canonical ? openLocale(name) : LocalePtr();
 }
 
-// Takes what the operating system knows of the locale, in place of the English words.
+// Replaces the English words with the operating system's words for the locale.
 void readWords(std::string const& canonical, qvr_loc& loc)
 {
     LocalePtr const locale = findLocale(canonical);
@@ -247,7 +248,7 @@ int qvr_canonical_loc(char const* osName, char* buf, size_t room)
     int failed = qvrInvalid;
     if (osName != nullptr && *osName != 0) {
         try {
-            // Before anything is written: both arguments may be the same.
+            // Computed before `buf` is written: both arguments may be the same.
             std::string const canonical = canonicalLocale(osName);
             failed = prepare(buf, room);
             return failed != 0 ? failed : write(canonical, buf, room);

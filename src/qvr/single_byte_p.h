@@ -1,5 +1,4 @@
-// single_byte_p: the single-byte codesets that ICU does not have and the operating system has
-// locales of.
+// single_byte_p: single-byte codesets that the operating system's locales use and ICU lacks.
 //
 // Subsystem: text services.  Stands on: nothing.
 //
@@ -10,7 +9,7 @@ namespace qvr {
 
 struct SingleByte {
     char const* name;
-    char16_t high[128];  // from 0x80 on; 0: the byte is no character
+    char16_t high[128];  // from 0x80 on; 0: the byte is not a character
 };
 
 constexpr SingleByte kSingleByte[] = {

@@ -9,13 +9,13 @@
 
 #include "codeset_p.h"
 
-// Text is walked in units: whole characters, and single invalid bytes between them. Two units are
-// the same when their bytes are.
+// Strings are scanned in units: whole characters, and single invalid bytes between them. Two units
+// are equal if their bytes are.
 
 namespace qvr {
 namespace {
 
-constinit thread_local char* rest_ = nullptr;  // where qvr_strtok goes on
+constinit thread_local char* rest_ = nullptr;  // where qvr_strtok continues
 
 using Unit = std::string_view;
 
@@ -37,8 +37,8 @@ bool isAscii(char const* s)
     return true;
 }
 
-// Whether libc's function, which takes each byte for a character, gives the same answer: in UTF-8
-// no byte below 0x80 is a part of a longer character.
+// Returns whether the bytewise function of libc gives the same result. In UTF-8 it does for ASCII:
+// no byte below 0x80 is part of a longer character.
 bool isForLibc(qvr_cs const& cs, char const* set)
 {
     return cs.kind == Kind::singleByte || (cs.kind == Kind::utf8 && isAscii(set));
@@ -58,11 +58,12 @@ bool isIn(qvr_cs const& cs, Unit unit, char const* set)
     return false;
 }
 
-// The units of a text as a set. A unit has few bytes and none of them is zero, so filled up with
-// zeros its bytes are a number of its own: a hash table with open addressing finds the units of
-// more than one byte, a table of flags the others. The process draws the factor of the hash, so
-// that nobody can choose characters that crowd together in the table. Most sets fit into the
-// object. Without memory for a larger one the text itself is searched: these functions cannot fail.
+// The set of the units of a string. A unit of more than one byte is stored as an integer: at most
+// eight bytes, none of them zero, padded with zeros, so the integer is unique. Integers are in a
+// hash table with open addressing, single bytes in a table of flags. The hash is multiplicative
+// with a random factor per process: no input can be crafted to collide. Most sets fit into the
+// object. Without memory for a larger table the string itself is searched, because the callers
+// cannot fail.
 class UnitSet {
 public:
     UnitSet(qvr_cs const& cs, char const* set) : cs_(cs), set_(set)
@@ -102,7 +103,7 @@ private:
     static constexpr size_t kOwnSlots = 64;
     static_assert(qvrMbLenMax <= sizeof(uint64_t));
 
-    // A random odd number. Without one at hand the place of this library in memory will do.
+    // A random odd number; without entropy, one from the load address of the library.
     static uint64_t factor()
     {
         static uint64_t const drawn = [] {
@@ -121,7 +122,7 @@ private:
         std::memcpy(&number, unit.data(), unit.size());
         return number;
     }
-    // Where the number is, or the free slot where it would be.
+    // The slot of the number, or the free slot where it would be inserted.
     size_t slotOf(uint64_t number) const
     {
         size_t slot = number * factor() >> (64 - std::popcount(mask_));
@@ -136,11 +137,11 @@ private:
     uint64_t own_[kOwnSlots] = {};
     std::unique_ptr<uint64_t, decltype(&std::free)> more_{nullptr, std::free};
     uint64_t* numbers_ = own_;  // 0: a free slot
-    size_t mask_ = 0;           // slots - 1, of which at least half are free
+    size_t mask_ = 0;           // number of slots - 1; at least half of them are free
 };
 
-// The first unit of `s` for which being in `set` is `wanted`; its terminator when there is none.
-// The first units are looked for in the text of the set: a walk that ends soon needs no table.
+// Returns the first unit of `s` whose membership in `set` is `wanted`, or the terminator. The first
+// few units are searched in the string of the set: a scan that ends soon needs no table.
 char const* findInSet(qvr_cs const& cs, char const* s, char const* set, bool wanted)
 {
     constexpr int kFewUnits = 4;
@@ -166,9 +167,9 @@ char const* skipOther(qvr_cs const& cs, char const* s, char const* set)
     return isForLibc(cs, set) ? s + std::strcspn(s, set) : findInSet(cs, s, set, true);
 }
 
-// The first place in `s` of the `length` bytes of `needle`; null when there is none. The C
-// library's strstr() compares a long needle anew at every place, its memmem() does not, but wants
-// to know the length of the text: the text is measured no further than it is searched.
+// Returns the first occurrence in `s` of the `length` bytes of `needle`; null if not found.
+// strstr() of the C library restarts the comparison of a long needle at each position. memmem()
+// does not, but needs the length of the haystack: only the part that is searched is measured.
 char const* findText(char const* s, char const* needle, size_t length)
 {
     constexpr size_t kShortNeedle = 32;
@@ -184,7 +185,7 @@ char const* findText(char const* s, char const* needle, size_t length)
     }
 }
 
-// Walks a text to see where its units begin. Each byte is measured once, so places come in order.
+// Finds the unit boundaries of a string. Measures each byte once, so positions must ascend.
 class Boundaries {
 public:
     Boundaries(qvr_cs const& cs, char const* s) : cs_(cs), at_(s) {}
@@ -201,11 +202,12 @@ private:
     char const* at_;
 };
 
-// The first place at or behind `from`, a boundary in the text, where the bytes of `needle` begin
-// and end at boundaries; null when there is none. Bytes that do have the same units.
+// Returns the first position, from the unit boundary `from` on, at which the bytes of `needle`
+// start and end at unit boundaries; null if not found. The needle then occurs there unit by unit.
 //
-// After a partial match, `border` is the length of its longest suffix that is also a prefix:
-// the match goes on from there and looks at no byte of the text twice.
+// `border` is the failure function of the needle: after a partial match, the length of its longest
+// proper suffix that is also a prefix. The match resumes from there, so no byte of the string is
+// compared twice.
 char const* findBytes(qvr_cs const& cs, char const* from, char const* needle, size_t const* border)
 {
     size_t const length = std::strlen(needle);
@@ -222,8 +224,8 @@ char const* findBytes(qvr_cs const& cs, char const* from, char const* needle, si
     return nullptr;
 }
 
-// For each length of a beginning of `needle`, the length of its longest end, other than itself,
-// that is a beginning, too. Null without memory.
+// For each prefix of `needle`, the length of its longest proper suffix that is also a prefix. Null
+// if memory is short.
 std::unique_ptr<size_t, decltype(&std::free)> bordersOf(char const* needle)
 {
     size_t const length = std::strlen(needle);
@@ -240,9 +242,9 @@ std::unique_ptr<size_t, decltype(&std::free)> bordersOf(char const* needle)
     return borders;
 }
 
-// The first place in `s` where the units of `needle` are. Where its bytes keep on occurring other
-// than between boundaries, a table of the needle takes over. Without memory for it each occurrence
-// is looked at: this cannot fail.
+// Returns the first occurrence in `s` of the units of `needle`. If its bytes occur repeatedly off
+// boundaries, a search with a table of the needle takes over. Without memory for the table every
+// occurrence is checked, because this function cannot fail.
 char const* findUnits(qvr_cs const& cs, char const* s, char const* needle)
 {
     constexpr int kFewPlaces = 4;
@@ -276,7 +278,7 @@ bool isValidUtf8(char const* s)
     return true;
 }
 
-// The length of as many whole units of `s` as `n` bytes hold, of which none behind is read.
+// Returns the length of the whole units in the first `n` bytes of `s`. Reads no byte past them.
 size_t wholeUnits(qvr_cs const& cs, char const* s, size_t n)
 {
     size_t length = 0;
@@ -303,7 +305,7 @@ char* qvr_strstr(qvr_cs_t cs, char const* s, char const* needle)
 {
     if (cs == nullptr || s == nullptr || needle == nullptr)
         return nullptr;
-    // In UTF-8 no whole character lies inside another one, nor across two.
+    // In UTF-8 a whole character never occurs inside another one or across two.
     if (cs->kind == Kind::singleByte || (cs->kind == Kind::utf8 && isValidUtf8(needle)))
         return writable(findText(s, needle, std::strlen(needle)));
     if (*needle == 0)

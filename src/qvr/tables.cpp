@@ -27,7 +27,7 @@ struct BuiltIn {
     char const* name;
 };
 
-// Names that ICU does not know, or gives another meaning than the operating system does.
+// Names that ICU lacks, or resolves differently than the operating system does.
 constexpr BuiltIn kCodesets[] = {
     {"ANSI_X3.4-1968", "US-ASCII"},
     {"ASCII", "US-ASCII"},
@@ -39,7 +39,7 @@ constexpr BuiltIn kCodesets[] = {
     {"CP936", "GBK"},
     {"CP950", "windows-950"},
     {"CP874", "windows-874"},
-    // ICU's own choice writes kanji of JIS X 0212 as bytes that no other program reads.
+    // ICU's default encodes kanji of JIS X 0212 as bytes that no other program reads.
     {"EUC-JP", "ibm-954_P101-2007"},
     {"eucJIS", "ibm-954_P101-2007"},
     {"UJIS", "ibm-954_P101-2007"},
@@ -59,7 +59,8 @@ constexpr BuiltIn kCodesets[] = {
     {"STRK1048-2002", "RK1048"},
 };
 
-// Preferred names that ICU does not have, or has others for than the operating system's locales.
+// Preferred names that ICU lacks, or for which its choice differs from the operating system's
+// locales.
 constexpr char const* kPreferred[] = {"ISO-8859-11", "ISO-8859-16", "ARMSCII-8", "GEORGIAN-PS",
                                       "KOI8-T",      "PT154",       "RK1048"};
 
@@ -89,7 +90,7 @@ struct Alias {
     size_t line;  // of the table, counted from 1
 };
 
-// What one directory gives.
+// The contents of a table directory.
 struct Tables {
     uint64_t generation = 0;
     std::string converterDirectory;
@@ -102,15 +103,15 @@ constinit std::mutex lock_;
 constinit Tables* tables_ = nullptr;     // guarded by lock_; null until a directory is given
 constinit uint64_t lastGeneration_ = 0;  // guarded by lock_
 
-// How names are compared: below 0, 0 or above 0, an order in which equal names stand together.
+// A comparison of names: below 0, 0 or above 0. An order in which equal names are adjacent.
 using Compare = int (*)(char const*, char const*);
 
 constexpr Compare kCompareCodesets = ucnv_compareNames;
 constexpr Compare kCompareLocales = strcasecmp;
 
-// A table of the directory that cannot be used: qvr_set_dir fails and changes nothing.
+// A table of the directory is unusable: qvr_set_dir fails and changes nothing.
 struct BadTable {
-    std::string problem;  // file and line, what is wrong, and what to do
+    std::string problem;  // file and line, problem, remedy
 };
 
 [[noreturn]] void refuse(std::string const& path, std::string const& problem)
@@ -128,7 +129,7 @@ struct BadTable {
                      "; check the path and its permissions");
 }
 
-// A word of a table between quotation marks, fit for a terminal. It may be of any length.
+// Quotes a word of a table and makes it safe for a terminal. The word may be of any length.
 std::string quoted(std::string_view word)
 {
     std::string text = "\"";
@@ -142,12 +143,12 @@ std::string pathOf(std::string const& directory, char const* file)
     return directory + (directory.back() == '/' ? "" : "/") + file;
 }
 
-constexpr size_t kMaxTable = 1 << 20;  // bytes; a table is some kilobytes at most
+constexpr size_t kMaxTable = 1 << 20;  // bytes; real tables have a few kilobytes
 
-// Reads a whole file; false when there is none.
+// Reads a whole file; returns false if it does not exist.
 bool readFile(std::string const& path, std::string& text)
 {
-    // Not blocking, so that a FIFO in the place of a table is refused instead of waited for.
+    // Non-blocking, so that a FIFO in place of a table is refused and open() does not wait.
     int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
@@ -182,7 +183,7 @@ bool readFile(std::string const& path, std::string& text)
     }
 }
 
-// The next word of a line; empty at its end.
+// Consumes and returns the next word of a line; empty at its end.
 std::string_view takeWord(std::string_view& line)
 {
     constexpr std::string_view kBlanks = " \t\r";
@@ -199,8 +200,7 @@ bool isName(std::string_view word)
                        [](char c) { return c > ' ' && c < 0x7F && !isReserved(c); });
 }
 
-// What `name` stands for in a built-in table, whose rows stand in no order; null when it is not
-// there.
+// Looks `name` up in a built-in table, whose rows are not sorted; null if not found.
 template <size_t kRows>
 char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare)
 {
@@ -210,8 +210,8 @@ char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare
     return nullptr;
 }
 
-// Returns the same built-in name for all names of a codeset, and an unknown name unchanged. Tables
-// of the directory are not looked at.
+// Returns the same built-in name for all names of a codeset, and an unknown name unchanged. Ignores
+// the tables of the directory.
 char const* builtInMeaning(char const* name)
 {
     char const* const resolved = find(kCodesets, name, kCompareCodesets);
@@ -228,8 +228,9 @@ bool isUtf8(char const* name)
     return kCompareCodesets(builtInMeaning(name), "UTF-8") == 0;
 }
 
-// Whether a row would change the meaning of a built-in name, by which the operating system or this
-// library finds a codeset. ICU's other names may get another meaning, except those of UTF-8.
+// Returns whether a row would change the meaning of a built-in name, by which the operating system
+// or this library finds a codeset. ICU's other names may get another meaning, except the names of
+// UTF-8.
 bool redefinesCodeset(char const* alias, char const* name)
 {
     bool const builtIn =
@@ -260,8 +261,8 @@ struct TableKind {
 constexpr TableKind kCodesetTable = {"codesets.alias", kCompareCodesets, redefinesCodeset};
 constexpr TableKind kLocaleTable = {"locales.alias", kCompareLocales, redefinesLocale};
 
-// Refuses a table in which an alias has two lines: of several such aliases, the one whose second
-// line comes first.
+// Refuses a table in which an alias has two lines. Of several such aliases, it reports the alias
+// whose second line is first in the file.
 void requireSingle(std::vector<Alias> const& rows, std::string const& path, Compare compare)
 {
     Alias const* first = nullptr;
@@ -279,8 +280,8 @@ void requireSingle(std::vector<Alias> const& rows, std::string const& path, Comp
                    "; remove one of them");
 }
 
-// Parses a table: on each line an alias and the name it stands for, "#" begins a comment. The rows
-// come back in the order of their aliases.
+// Parses a table: each line has an alias and the name it stands for, "#" starts a comment. Returns
+// the rows in the order of their aliases.
 std::vector<Alias> readTable(std::string const& directory, TableKind const& kind)
 {
     std::string const path = pathOf(directory, kind.file);
@@ -320,8 +321,8 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
     return rows;
 }
 
-// Returns the whole name of `directory`: the process may go elsewhere before it reads a converter
-// file, and ICU takes a relative name of few parts for one in its own data.
+// Makes `directory` absolute: the process may change its working directory before it reads a
+// converter file, and ICU looks up a short relative path in its own data.
 std::string wholeName(std::string const& directory)
 {
     if (directory.front() == '/')
@@ -330,7 +331,7 @@ std::string wholeName(std::string const& directory)
     if (here == nullptr) {
         if (errno == ENOMEM)
             throw std::bad_alloc();
-        return directory;  // not there, as the directory that the process is in
+        return directory;  // does not exist, like the working directory
     }
     return std::string(here.get()) + '/' + directory;
 }
@@ -364,7 +365,7 @@ std::vector<std::string> readConverterNames(std::string const& directory)
     }
 }
 
-// What `name` stands for in a table of the directory; null when it is not there.
+// Looks `name` up in a table of the directory; null if not found.
 char const* find(std::vector<Alias> const& rows, char const* name, Compare compare)
 {
     auto const row = std::lower_bound(rows.begin(), rows.end(), name,
@@ -375,8 +376,8 @@ char const* find(std::vector<Alias> const& rows, char const* name, Compare compa
                                                                        : nullptr;
 }
 
-// Reads the tables of `directory`; an empty name is no directory, not the root. Throws BadTable and
-// std::bad_alloc.
+// Reads the tables of `directory`. An empty name means no directory, not the root. Throws BadTable
+// and std::bad_alloc.
 std::unique_ptr<Tables> readTables(std::string const& directory)
 {
     auto tables = std::make_unique<Tables>();
@@ -417,7 +418,7 @@ CodesetName resolveCodeset(char const* name)
 std::string preferredCodesetName(char const* name)
 {
     std::string const resolved = resolveCodeset(name).name;
-    // The name as it is first: what it resolves to may be a table of ICU's without other names.
+    // The given name first: it may resolve to a table of ICU that has no other names.
     char const* const names[] = {name, resolved.c_str()};
     for (char const* each : names)
         for (char const* preferred : kPreferred)

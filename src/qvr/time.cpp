@@ -16,19 +16,19 @@ bool isLeap(int year)
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
-// The day of the week of the first of January.
+// Returns the day of the week of 1 January.
 int newYearsDay(int year)
 {
-    int const before = year + 399;  // in the same place of the calendar's 400 years, and positive
+    int const before = year + 399;  // the same position in the 400-year cycle, and positive
     return (before + before / 4 - before / 100 + before / 400 + 1) % 7;
 }
 
-// The two things a format can be: bytes in the caller's codeset, or a form of the locale's.
+// The two kinds of format: bytes in the caller's codeset, or a format of the locale.
 class CodesetFormat {
 public:
     CodesetFormat(qvr_cs const& cs, char const* s) : cs_(&cs), s_(s) {}
 
-    // Takes the next character; 0 at the end. False when it is not valid.
+    // Consumes the next character into `value`; 0 at the end. Returns false if it is invalid.
     bool next(uint32_t& value)
     {
         int const length = qvr_mbtowc(cs_, &value, s_, SIZE_MAX);
@@ -56,7 +56,7 @@ private:
     std::u32string_view rest_;
 };
 
-// Reads one text.
+// Parses one string.
 class TimeReader {
 public:
     TimeReader(qvr_cs const& cs, bool turkic, TimeWords const& words, char const* s,
@@ -68,15 +68,15 @@ public:
     template <class Format>
     bool read(Format format, int depth = 0);
 
-    // Works out what follows from the fields that were read.
+    // Computes the fields that follow from the parsed ones.
     bool finish();
 
     char const* position() const { return s_; }
     tm const& time() const { return time_; }
 
 private:
-    // The character at `s`, and in `length` its bytes; 0, which is no character of a word or a
-    // form, at the end and where text is invalid.
+    // Returns the character at `s` and its length in bytes. Returns 0, which is not in any word or
+    // format, at the end and for invalid bytes.
     uint32_t at(char const* s, int& length) const
     {
         uint32_t value = 0;
@@ -139,7 +139,7 @@ private:
     bool afternoon_ = false;
 };
 
-// Reads digits as long as one more could still give a number up to `most`.
+// Reads digits while the number can still be at most `most`.
 bool TimeReader::takeNumber(int least, int most, int& value)
 {
     skipSpace();
@@ -155,7 +155,7 @@ bool TimeReader::takeNumber(int least, int most, int& value)
     return true;
 }
 
-// Reads the longest of the words that the text begins with.
+// Reads the longest of the words that is a prefix of the rest.
 bool TimeReader::takeWord(std::u32string_view const* words, int count, int& index)
 {
     char const* longest = nullptr;
@@ -281,7 +281,7 @@ bool TimeReader::convert(uint32_t conversion, int depth)
             return takeNumber(0, 99, century_);
         case 'y':
             haveYear_ = true;
-            if (wholeYear_)  // the later one counts, and it is of this century or the last
+            if (wholeYear_)  // the last conversion wins; without %C it is in 1969 to 2068
                 century_ = -1;
             wholeYear_ = false;
             return takeNumber(0, 99, yearOfCentury_);
@@ -340,7 +340,7 @@ bool TimeReader::convert(uint32_t conversion, int depth)
         case 'M':
             return takeNumber(0, 59, time_.tm_min);
         case 'S':
-            return takeNumber(0, 61, time_.tm_sec);  // two leap seconds, as of old
+            return takeNumber(0, 61, time_.tm_sec);  // POSIX once allowed two leap seconds
         case 's':
             return takeEpoch();
         case 'z':
@@ -355,7 +355,7 @@ bool TimeReader::convert(uint32_t conversion, int depth)
 template <class Format>
 bool TimeReader::read(Format format, int depth)
 {
-    constexpr int kDeepest = 3;  // a locale's form may name another one, but not itself
+    constexpr int kDeepest = 3;  // a locale's format may use another one, but not itself
     if (depth > kDeepest)
         return false;
     for (;;) {
@@ -409,7 +409,7 @@ bool TimeReader::finish()
     int const first = newYearsDay(year);
     bool const haveDate = haveMonth_ && haveDay_;
     if (!haveDate && !haveDayOfYear_ && week_ >= 0 && haveDayOfWeek_) {
-        int const firstWeek = (7 - (first - weekBegins_)) % 7;  // its first day in the year
+        int const firstWeek = (7 - (first - weekBegins_)) % 7;  // the first day of week 1
         time_.tm_yday = firstWeek + (week_ - 1) * 7 + (time_.tm_wday - weekBegins_ + 7) % 7;
         haveDayOfYear_ = true;
     }

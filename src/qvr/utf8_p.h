@@ -1,4 +1,4 @@
-// utf8_p: UTF-8 by hand, strictly: shortest form, no surrogates, at most U+10FFFF.
+// utf8_p: strict UTF-8: shortest form, no surrogates, at most U+10FFFF.
 //
 // Subsystem: text services.  Stands on: nothing.
 #pragma once
@@ -10,14 +10,14 @@
 
 namespace qvr {
 
-// What the bytes at one place of a text are.
+// The result of decoding at one position.
 struct Step {
-    int length;      // bytes of the character, or one of the two below
-    uint32_t value;  // its code point; without meaning when there is no character
+    int length;      // of the character in bytes, or one of the two below
+    uint32_t value;  // code point; meaningless without a character
 };
 
-constexpr int kInvalid = -1;    // no character begins here
-constexpr int kTruncated = -2;  // the room ends before the character does
+constexpr int kInvalid = -1;    // no character starts here
+constexpr int kTruncated = -2;  // the input ends before the character does
 
 constexpr uint32_t kMaxCodePoint = 0x10FFFF;
 
@@ -31,8 +31,9 @@ inline bool isContinuation(unsigned byte)
     return (byte & 0xC0) == 0x80;
 }
 
-// Decodes the character at `s`, of which `n` bytes may be read (at least 1). The terminator is a
-// character like any other and is not read over: no other character contains a zero byte.
+// Decodes the character at `s`, of which `n` bytes (at least 1) may be read. The terminator is a
+// character like any other; nothing is read past it, because no other character contains a zero
+// byte.
 inline Step decodeUtf8(unsigned char const* s, size_t n)
 {
     unsigned const lead = s[0];
@@ -48,8 +49,7 @@ inline Step decodeUtf8(unsigned char const* s, size_t n)
             return {kInvalid, 0};
         return {2, (lead & 0x1F) << 6 | (second & 0x3F)};
     }
-    // The second byte alone decides about longer forms than needed, surrogates and the end of
-    // the code points.
+    // The second byte is enough to reject overlong forms, surrogates and values past U+10FFFF.
     unsigned const lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     unsigned const highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     if (second < lowest || second > highest)
@@ -72,7 +72,7 @@ inline int utf8Length(uint32_t value)
     return value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
 }
 
-// Writes the `length` = utf8Length(value) bytes of a code point that is no surrogate.
+// Writes a code point, which is not a surrogate, in `length` = utf8Length(value) bytes.
 inline void encodeUtf8(uint32_t value, int length, unsigned char* out)
 {
     switch (length) {
@@ -97,7 +97,7 @@ inline void encodeUtf8(uint32_t value, int length, unsigned char* out)
     }
 }
 
-// The number of bytes below 0x80 at the start of `n` bytes.
+// Returns the length of the ASCII prefix of `n` bytes.
 inline size_t asciiRun(unsigned char const* s, size_t n)
 {
     size_t i = 0;
