@@ -13,11 +13,10 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZSleeperThread";
 
-// The number each site puts into its report. Log scanners match on it, so it belongs to the site
-// and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum ReportSite { reportInLoopEnd = 47, reportInDestructor = 110 };
 
-// A flag that is set while a call is under way, however it ends; guarded by the condition's lock.
+// Counts calls in progress. Guarded by the condition's lock.
 class Underway {
 public:
     Underway(int& calls, ZCondition_6_0& condition) : calls_(calls), condition_(condition)
@@ -32,7 +31,7 @@ public:
         try {
             condition_.broadcast();
         } catch (ZException_6_0 const&) {
-            // Reported where it was raised.
+            // It is reported where it was thrown.
         }
     }
 
@@ -41,15 +40,15 @@ private:
     ZCondition_6_0& condition_;
 };
 
-// Clears the wake flag after a unit of work, also if that throws or is cancelled: the next start
-// does not repeat it. A thread that waits to wake the sleeper sets the flag after this.
+// Clears the wake flag after a unit of work, even if the work throws or is cancelled: the next
+// start does not repeat it. A thread that waits to wake the sleeper sets the flag afterwards.
 class WorkDone {
 public:
     explicit WorkDone(int& wake) : wake_(wake) {}
     WorkDone(WorkDone const&) = delete;
     WorkDone& operator=(WorkDone const&) = delete;
-    // KEPT: clears what the work itself has set, too; work that woke itself up would never come to
-    // an end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
+    // KEPT: clears the flag even if the work itself set it. Work that wakes its own sleeper would
+    // run without end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
     ~WorkDone() { wake_ = 0; }
 
 private:
@@ -58,8 +57,8 @@ private:
 
 }  // namespace
 
-// The begin of a loop, which start() waits for; one that fails before it has begun counts as well.
-// At its end a detached sleeper makes itself ready again: nobody waits to do it.
+// Reports the start of the loop to start(), even if the loop fails first. At the end a detached
+// sleeper resets itself, because no thread waits for it.
 class ZSleeperThread_6_0::Begin {
 public:
     explicit Begin(ZSleeperThread_6_0& sleeper) : sleeper_(sleeper) {}
@@ -129,7 +128,7 @@ ZSleeperThread_6_0::ZSleeperThread_6_0(ZLock_6_0& lock)
 ZSleeperThread_6_0::~ZSleeperThread_6_0()
 {
     zreporting::runCleanup({kSource, reportInDestructor}, [this] {
-        // A sleeper that deletes itself may be done before its start() has returned.
+        // A sleeper that deletes itself may end before its start() has returned.
         ZResourceLock_6_0 const guard(*startCondition_.getResource());
         while (starts_ > 0)
             startCondition_.wait();
@@ -140,7 +139,7 @@ void ZSleeperThread_6_0::start()
 {
     ZResourceLock_6_0 const guard(*startCondition_.getResource());
     Underway const underway(starts_, startCondition_);
-    // Counted, not flagged: a short loop may be over before this wakes up.
+    // Compare a count: a short loop may already have ended when this thread wakes up.
     unsigned const before = begun_;
     ZThread_6_0::start();
     while (begun_ == before)
@@ -152,7 +151,7 @@ void ZSleeperThread_6_0::waitForBegin()
     try {
         startCondition_.wait();
     } catch (ZConditionException_6_0 const&) {
-        // Reported where it was raised. The thread is there, and needs the lock to begin.
+        // It is reported where it was thrown. The new thread exists and needs the lock to start.
         startCondition_.unlock();
         sched_yield();
         startCondition_.lock();
@@ -162,7 +161,7 @@ void ZSleeperThread_6_0::waitForBegin()
 void ZSleeperThread_6_0::waitForExit()
 {
     bool const joins = isDetached() == 0;
-    // With nothing to end the flag stays clear: the next start would find it.
+    // Do not set exit_ if no loop runs: it would end the next one.
     if (joins && isJoinable() == 0)
         return ZThread_6_0::waitForExit();
     {
@@ -172,7 +171,7 @@ void ZSleeperThread_6_0::waitForExit()
             wakeCondition_.signal();
         }
     }
-    // A detached sleeper may be gone by now, or see the flag later.
+    // A detached sleeper may already be deleted, or may read the flag later.
     if (!joins)
         return;
     ZThread_6_0::waitForExit();
@@ -202,7 +201,7 @@ void ZSleeperThread_6_0::run()
     }
 }
 
-// Sleeps until there is work or the end; a wake-up that came before is not slept through.
+// Sleeps until there is work or the loop must end; returns immediately after an earlier wake-up.
 void ZSleeperThread_6_0::sleep()
 {
     if (wake_ != 0)

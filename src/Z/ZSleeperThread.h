@@ -1,11 +1,12 @@
-// ZSleeperThread: a thread that sleeps until it is woken or an interval is over, then does one unit
-// of work.
+// ZSleeperThread: a thread that sleeps until another thread wakes it or an interval has passed,
+// then does one unit of work.
 //
 // Subsystem: threads.  Stands on: ZException, ZThread, ZCondition, ZLock, ZThreadPool.
 //
 // Ownership: as ZThread.
-// Threads: wakeUp() is for every thread. The wake lock is held while the work is done: a wakeUp()
-// meanwhile waits for its end and counts for the next unit; several of them count as one.
+// Threads: any thread may call wakeUp(). The wake lock is held during the work: a wakeUp() in that
+// time waits for the work to end and then starts the next unit. Several such calls start only one
+// unit.
 #pragma once
 
 #include "ZCondition.h"
@@ -13,50 +14,51 @@
 
 class ZSleeperThread_6_0 : public ZThread_6_0 {
 public:
-    /// Makes a sleeper that is not started.
-    /// units   `interval` is whole seconds between units of work without being woken; 0: never.
+    /// Creates a sleeper without starting it.
+    /// units   `interval` is the number of whole seconds after which the sleeper works without
+    ///         being woken; 0 is never.
     ZSleeperThread_6_0(int detached, int autoDelete, unsigned long interval);
 
-    /// Makes a joinable sleeper.
+    /// Creates a joinable sleeper.
     explicit ZSleeperThread_6_0(unsigned long interval);
 
-    /// Makes a sleeper that works only when woken.
+    /// Creates a sleeper that works only when woken.
     ZSleeperThread_6_0(int detached, int autoDelete);
 
-    /// Makes a joinable sleeper that works only when woken.
+    /// Creates a joinable sleeper that works only when woken.
     ZSleeperThread_6_0();
 
-    /// Makes a joinable sleeper that works only when woken, and sleeps on `lock`.
+    /// Creates a joinable sleeper that works only when woken, and sleeps on `lock`.
     /// owns    `lock` is borrowed until the sleeper is destroyed.
     /// threads start() and waitForExit() wait for the sleeper, which needs the lock: a thread that
-    ///         holds it then waits for ever.
+    ///         calls them while it holds the lock waits forever.
     explicit ZSleeperThread_6_0(ZLock_6_0& lock);
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZSleeperThread_6_0() override;
 
-    /// Starts the thread and waits until it runs its loop.
+    /// Starts the thread and waits until its loop has started.
     /// throws  as ZThread_6_0::start().
     void start() override;
 
-    /// Ends the loop, behind the unit of work that is being done, and waits for the thread's end
-    /// unless it is detached. The sleeper may be started again, a detached one once its loop has
-    /// ended; where a detached one does not run, nothing happens.
+    /// Ends the loop after the current unit of work and, unless the thread is detached, waits for
+    /// it to end. The sleeper can then be started again, a detached one as soon as its loop has
+    /// ended. Does nothing for a detached sleeper that is not running.
     /// throws  as ZThread_6_0::waitForExit().
     void waitForExit() override;
 
     void run() override;
 
-    /// Does one unit of work. An exception that leaves it ends the thread; the unit is done then,
-    /// and the next start does not repeat it.
+    /// Does one unit of work. An exception that leaves doWork() ends the thread. The unit is done
+    /// then: the next start does not repeat it.
     virtual void doWork() = 0;
 
-    /// Wakes the sleeper for one unit of work. Before a start, or while work is done, the wake-up
-    /// is kept for the next unit. kept    called by the work itself it wakes nobody: the flag is
-    /// cleared behind the work.
+    /// Wakes the sleeper for one unit of work. A wake-up before the start or during the work is
+    /// kept for the next unit.
+    /// kept    has no effect if the work itself calls it: the flag is cleared after the work.
     void wakeUp();
 
-    /// Makes an ended sleeper ready for another start; waitForExit() has done so.
+    /// Prepares an ended sleeper for another start; waitForExit() calls it.
     void reset();
 
 private:
@@ -67,9 +69,9 @@ private:
 
     int exit_;        // the loop must end        } guarded by
     int wake_;        // work is pending          } wakeCondition_'s
-    int looping_;     // there is a loop to end   } lock
-    unsigned begun_;  // loops begun              } guarded by
-    int starts_;      // start() calls under way  } startCondition_'s lock
+    int looping_;     // a loop runs              } lock
+    unsigned begun_;  // number of loops started  } guarded by
+    int starts_;      // start() calls in flight  } startCondition_'s lock
     unsigned long const interval_;
     ZCondition_6_0 startCondition_;
     ZCondition_6_0 wakeCondition_;

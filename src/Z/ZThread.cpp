@@ -13,8 +13,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZThread";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInClone = 88,
     raiseInAttrInit = 103,
@@ -38,11 +37,11 @@ enum Message {
     setSpecific = 30
 };
 
-// The values of joinable_.
+// Values of joinable_.
 enum Joinable {
-    kNotJoinable = 0,  // not started, detached, or waited for already
+    kNotJoinable = 0,  // not started, detached, or already waited for
     kJoinable = 1,
-    kStarting = 2  // detached, and waits for the starter to store the id
+    kStarting = 2  // detached; waits until the starter has stored the id
 };
 
 static_assert(sizeof(pthread_t) == sizeof(unsigned long));
@@ -53,7 +52,7 @@ static_assert(sizeof(pthread_key_t) == sizeof(unsigned int));
     ZThreadException_6_0(message, rc).throwException(kSource, site);
 }
 
-// The attributes of one start; destroying them is no reason to fail.
+// The attributes of one start; failing to destroy them does not fail the start.
 class Attributes {
 public:
     explicit Attributes(bool detached)
@@ -92,15 +91,15 @@ extern "C" void deleteThreadObject(void* object)
 
 }  // namespace
 
-// What the new thread does.
+// The entry point of a new thread.
 struct ZThread_6_0::Entry {
-    // Ends the thread, however it comes to its end.
+    // Ends the thread, whether run() returned, threw or was cancelled.
     struct End {
         ZThread_6_0& thread;
 
         ~End()
         {
-            // The notice lets others destroy the object: look at it before.
+            // Read the fields first: after the notification another thread may destroy the object.
             bool const deletesItself = thread.detached_ != 0 && thread.autoDelete_ != 0;
             ZThreadPool_6_0* const pool = thread.pool_;
             constexpr zreporting::Site kSite = {kSource, reportInExit};
@@ -118,7 +117,7 @@ struct ZThread_6_0::Entry {
         std::atomic_ref joinable(thread.joinable_);
         if (thread.detached_ != 0)
             joinable.wait(kStarting);
-        else  // the starter learns the id when pthread_create() returns, which may be after the end
+        else  // pthread_create() may return in the starter only after this thread has ended
             std::atomic_ref(thread.id_).store(pthread_self(), std::memory_order_relaxed);
         End const end{thread};
         zreporting::reportExceptions({kSource, reportInRun}, [&] { thread.run(); });
@@ -173,7 +172,7 @@ void ZThread_6_0::start()
     Attributes const attributes(detached_ != 0);
     bool const joins = detached_ == 0;
     std::atomic_ref joinable(joinable_);
-    // A detached thread may end at once and take the object with it: it waits until the id is
+    // A detached thread could end immediately and delete the object: it waits until the id is
     // stored.
     int const before = joinable.exchange(joins ? kJoinable : kStarting);
     ++creations_;
@@ -189,8 +188,8 @@ void ZThread_6_0::start()
     if (joins)
         return;
     joinable.store(kNotJoinable);
-    // A thread of an earlier start may wait as well. The object may be gone: waking needs its
-    // address only.
+    // Another thread may still wait from an earlier start. The object may already be deleted:
+    // notify_all() uses only its address.
     joinable.notify_all();
 }
 
@@ -204,7 +203,7 @@ void ZThread_6_0::waitForExit()
     try {
         rc = pthread_join(getPThreadID(), nullptr);
     } catch (...) {
-        // Cancelled: the thread is still to be joined.
+        // Cancelled: the thread can still be joined.
         if (zcaughtCancellation())
             std::atomic_ref(joinable_).store(kJoinable);
         throw;

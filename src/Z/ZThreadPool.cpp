@@ -16,8 +16,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZThreadPool";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInMutexInit = 52,
     raiseInConditionInit = 58,
@@ -52,8 +51,7 @@ enum Message {
 }  // namespace
 
 struct ZThreadPool_6_0::Rep {
-    // A thread that a waitForExit() tells to end, for as long as it does; made and destroyed under
-    // the mutex.
+    // Marks a sleeper that waitForExit() is shutting down. Created and destroyed under the mutex.
     struct Told {
         Told(Rep& pool, ZThread_6_0& sleeper) : rep(pool), thread(sleeper), next(pool.told)
         {
@@ -67,7 +65,7 @@ struct ZThreadPool_6_0::Rep {
             while (*link != this)
                 link = &(*link)->next;
             *link = next;
-            // The thread's end may wait for this.
+            // The ending thread may wait for the mark to be removed.
             rep.wake();
         }
 
@@ -99,8 +97,8 @@ struct ZThreadPool_6_0::Rep {
             zreporting::reportRc({kSource, reportInConditionDestroy}, conditionDestroy, rc);
     }
 
-    // Returns the index of `thread` among the parked ones, -1 when it is not parked. By address: a
-    // thread's id changes with every start.
+    // Returns the index of `thread` in the parked threads, -1 if it is not parked. Compares
+    // addresses because a thread's id changes with every start.
     int indexOf(ZThread_6_0 const& thread) const
     {
         for (unsigned i = 0; i < idle.size(); ++i)
@@ -109,7 +107,7 @@ struct ZThreadPool_6_0::Rep {
         return -1;
     }
 
-    // Takes out the thread that was parked first; null when none is parked.
+    // Removes and returns the thread that was parked first; null if no thread is parked.
     ZThread_6_0* takeIdle()
     {
         if (idle.isEmpty())
@@ -127,19 +125,19 @@ struct ZThreadPool_6_0::Rep {
         return false;
     }
 
-    // Tells those who wait that something has changed. One is enough for a free slot; of several
-    // some may wait for something else.
+    // Wakes waiters after a change. Waking one is enough for a free slot, but if several wait, some
+    // may wait for something else: wake all.
     int signal()
     {
         int const rc =
             waiting > 1 ? pthread_cond_broadcast(&condition) : pthread_cond_signal(&condition);
-        // Those who wait are not to miss it for that.
+        // Do not lose the wake-up because the signal failed.
         if (rc != 0)
             pthread_cond_broadcast(&condition);
         return rc;
     }
 
-    // The same, where a failure is no reason to raise.
+    // As signal(), but reports a failure.
     void wake()
     {
         int const rc = signal();
@@ -156,18 +154,19 @@ struct ZThreadPool_6_0::Rep {
 
     pthread_mutex_t mutex;
     pthread_cond_t condition;
-    ZArrayList_6_0 idle;  // the parked threads, borrowed             } guarded by
-    unsigned active = 0;  // threads started by the pool and not ended  } mutex
+    // Guarded by mutex.
+    ZArrayList_6_0 idle;  // parked threads, borrowed
+    unsigned active = 0;  // threads started by the pool, not ended
     unsigned const maximumActive;
     unsigned const maximumIdle;
-    unsigned closing = 0;  // calls that wait for all to end: nothing is parked meanwhile } guarded
-    unsigned waiting = 0;  // threads in a wait on the condition       } by mutex
-    Told* told = nullptr;  // threads that are being told to end       }
+    unsigned closing = 0;  // waitForExit() calls; no thread is parked during them
+    unsigned waiting = 0;  // threads that wait on the condition
+    Told* told = nullptr;  // sleepers that are being shut down
 };
 
 namespace {
 
-// Raises a number for a scope; the mutex is held at both its ends.
+// Increments `number` in this scope. The mutex must be held at both ends.
 class Count {
 public:
     explicit Count(unsigned& number) : number_(number) { ++number_; }
@@ -179,7 +178,7 @@ private:
     unsigned& number_;
 };
 
-// Holds the pool's mutex for a scope.
+// Holds the pool's mutex in this scope.
 class Guard {
 public:
     explicit Guard(pthread_mutex_t& mutex) : mutex_(&mutex) { lock(); }
@@ -210,7 +209,7 @@ public:
         locked_ = true;
     }
 
-    // The release of a call that went well: its failure is raised.
+    // Releases the mutex at the end of a successful call, so a failure throws.
     void unlock()
     {
         locked_ = false;
@@ -219,7 +218,8 @@ public:
             raise(mutexUnlock, rc, raiseInUnlock);
     }
 
-    // A failed wait is reported; the caller looks again, once others have had the mutex.
+    // Reports a failed wait and lets other threads take the mutex; the caller must check its
+    // condition again.
     void wait(pthread_cond_t& condition, unsigned& waiting)
     {
         int rc = 0;
@@ -240,7 +240,7 @@ private:
     bool locked_ = false;
 };
 
-// Lets go of the pool's mutex for a scope.
+// Releases the pool's mutex in this scope.
 class Unlocked {
 public:
     explicit Unlocked(Guard& guard) : guard_(guard)
@@ -293,9 +293,9 @@ void ZThreadPool_6_0::start(ZThread_6_0& thread)
 
 void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
 {
-    // Gives the slot back unless there is a thread now, which gives it back by its end: a start
-    // may fail, or be cancelled, on either side of that. The end waits for the mutex, and the
-    // object is there until then.
+    // Frees the slot unless a thread was created; a created thread frees it when it ends. start()
+    // can fail or be cancelled before or after the creation. The ending thread needs the mutex, so
+    // `thread` is still valid here.
     struct Slot {
         Rep& rep;
         ZThread_6_0& thread;
@@ -311,11 +311,12 @@ void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
             rep.wake();
         }
     };
-    // Counted before it runs: a short thread tells of its death before start() has returned.
+    // Count the thread before it runs: a short one reports its end before start() returns.
     Slot const slot{*rep_, thread, std::exchange(thread.pool_, this), thread.creations_};
     ++rep_->active;
-    // KEPT: a thread that does not start is told to the message service alone; callers see it by
-    // its work not being done. Test: ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
+    // KEPT: a thread that does not start is only reported through the message service. A caller of
+    // start() that catches nothing would notice an exception. Test:
+    // ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
     zreporting::reportExceptions({kSource, reportInStart}, [&] { thread.start(); });
 }
 
@@ -335,10 +336,10 @@ void ZThreadPool_6_0::waitForExit()
 {
     Guard guard(rep_->mutex);
     {
-        // Nothing is parked from here on, until this is left, however that comes about.
+        // No thread is parked until the end of this scope.
         Count const closing(rep_->closing);
         while (ZThread_6_0* const sleeper = rep_->takeIdle()) {
-            // An ending sleeper needs the mutex to say so: let go of it meanwhile.
+            // An ending sleeper needs the mutex to report its end: release it.
             Rep::Told const told(*rep_, *sleeper);
             Unlocked const unlocked(guard);
             zreporting::reportExceptions({kSource, reportInWaitForExit},
@@ -354,7 +355,7 @@ void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
 {
     keep = 0;
     Guard guard(rep_->mutex);
-    // A parked sleeper with an interval reports again and again: it is parked once.
+    // A parked sleeper with an interval reports repeatedly: park it only once.
     if (rep_->closing == 0) {
         bool const parked = rep_->indexOf(thread) >= 0;
         bool const hasRoom = rep_->idle.size() < rep_->maximumIdle;
@@ -367,10 +368,10 @@ void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
 
 void ZThreadPool_6_0::threadDeathNotification(ZThread_6_0& thread)
 {
-    // The slot would be lost without the mutex: it is asked for twice.
+    // Try the mutex twice: without it the slot would leak.
     Guard guard(rep_->mutex, Guard::twice);
-    // Nobody waits for a detached thread, and this one may delete its object behind this call: not
-    // while waitForExit() still speaks to it.
+    // A detached thread may delete its object after this call. Wait while waitForExit() still uses
+    // it.
     while (thread.detached_ != 0 && rep_->isToldToEnd(thread))
         guard.wait(rep_->condition, rep_->waiting);
     rep_->forget(thread);

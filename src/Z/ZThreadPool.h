@@ -1,12 +1,12 @@
-// ZThreadPool: bounds the threads that run at once, and keeps idle sleepers for reuse.
+// ZThreadPool: limits the number of running threads and keeps idle sleepers for reuse.
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZLock, ZArrayList, ZThread.
 //
-// Get a thread with getAvailableIdleThread(), hand it its work, then wake it up if it is a parked
-// sleeper or start() it through the pool if it is new.
+// Get a thread with getAvailableIdleThread() and give it its work. Wake it up if it is a parked
+// sleeper; start() it through the pool if it is new.
 // Ownership: threads are borrowed; they must live until they have ended.
-// Threads: for use by every thread at once. A sleeper's wake lock is taken before the pool's mutex:
-// do not wake a sleeper from within a call of the pool.
+// Threads: any number of threads may use a pool at the same time. A thread takes the wake lock of a
+// sleeper before the pool's mutex: do not wake a sleeper from within a call of the pool.
 #pragma once
 
 #include "ZObject.h"
@@ -15,9 +15,9 @@ class ZThread_6_0;
 
 class ZThreadPool_6_0 : public ZObject_6_0 {
 public:
-    /// Makes a pool that runs at most as many threads as the larger number says, and parks at most
-    /// as many as the smaller one says.
-    /// range   with 0 for both no thread ever starts: start() waits for ever.
+    /// Creates a pool. The larger number limits the running threads, the smaller one the parked
+    /// threads.
+    /// range   if both are 0, start() waits forever.
     /// throws  ZThreadException_6_0 (messages 3, 7) with the rc of the call that failed.
     ZThreadPool_6_0(unsigned int one, unsigned int other);
     ZThreadPool_6_0(ZThreadPool_6_0 const&) = delete;
@@ -25,41 +25,41 @@ public:
 
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Destroys the pool; waits for no thread. Failures are reported (messages 4, 8).
+    /// Destroys the pool without waiting for threads. Reports failures (messages 4, 8).
     ~ZThreadPool_6_0() override;
 
-    /// Refuses.
-    /// throws  ZNotClonableException_6_0, always.
+    /// Always throws.
+    /// throws  ZNotClonableException_6_0.
     [[noreturn]] ZObject_6_0* clone() const override;
 
-    /// Makes a thread for getAvailableIdleThread(); returns null here.
-    /// owns    owned by who asked for it.
+    /// Creates a thread for getAvailableIdleThread(); returns null here.
+    /// owns    owned by the caller of getAvailableIdleThread().
     virtual ZThread_6_0* createThread();
 
-    /// Starts `thread`, waiting while as many run as may.
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails.
-    /// kept    a thread that does not start is reported through the message service, not counted,
-    ///         and the call returns as if it had.
+    /// Starts `thread`; waits first while the maximum number of threads is running.
+    /// throws  ZThreadException_6_0 (messages 5, 6) if the mutex fails.
+    /// kept    if the thread does not start, reports that through the message service, frees the
+    ///         slot and returns normally.
     void start(ZThread_6_0& thread);
 
-    /// Hands out a parked thread, or what createThread() makes when there is none.
+    /// Returns a parked thread; if none is parked, the result of createThread().
     /// owns    a parked thread is borrowed; for a new one see createThread().
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; as createThread().
+    /// throws  ZThreadException_6_0 (messages 5, 6) if the mutex fails; as createThread().
     void getAvailableIdleThread(ZThread_6_0*& thread);
 
-    /// Lets the parked sleepers end and waits until no thread of the pool runs; none is parked
-    /// meanwhile. The pool is then as it was. Parked sleepers that are not detached have been
-    /// waited for: waiting for one again raises.
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails.
+    /// Ends the parked sleepers and waits until no thread of the pool is running. No thread is
+    /// parked during the call; afterwards the pool is usable again. The call joins joinable parked
+    /// sleepers: do not wait for them again.
+    /// throws  ZThreadException_6_0 (messages 5, 6) if the mutex fails.
     void waitForExit();
 
-    /// Is called by a sleeper behind each unit of work; `keep` tells whether it is parked.
-    /// throws  ZThreadException_6_0 (messages 5, 6) when the mutex fails; or
-    ///         ZOutOfMemoryException_6_0.
+    /// Called by a sleeper after each unit of work; sets `keep` to 1 if the sleeper is parked, else
+    /// 0.
+    /// throws  ZThreadException_6_0 (messages 5, 6) if the mutex fails; ZOutOfMemoryException_6_0.
     void threadDoneNotification(ZThread_6_0& thread, int& keep);
 
-    /// Is called by a thread of the pool that ends.
-    /// throws  ZThreadException_6_0 (messages 5, 6, 10) when the mutex or signalling fails.
+    /// Called by a thread of the pool when it ends.
+    /// throws  ZThreadException_6_0 (messages 5, 6, 10) if the mutex or signalling fails.
     void threadDeathNotification(ZThread_6_0& thread);
 
 private:
