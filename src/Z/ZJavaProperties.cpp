@@ -26,8 +26,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZJavaProperties";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 75,
     raiseInClone = 112,
@@ -47,7 +46,7 @@ enum RaiseSite {
     raiseForUnit = 914
 };
 
-constexpr unsigned kCapacity = 10;     // of the map, whose order callers see
+constexpr unsigned kCapacity = 10;     // of the map; determines the order of listKeys()
 constexpr ptrdiff_t kLongestUnit = 3;  // bytes of UTF-8 for 16 bits
 
 bool isBlank(char c)
@@ -77,8 +76,8 @@ bool isEmpty(char const* text)
 
 // ---- Failures ----------------------------------------------------------------------------------
 
-// Raises the failure of a call while loading. That a directory cannot be read shows at its first
-// byte, not when it is opened.
+// Throws the failure of a call while loading. Opening a directory succeeds; reading its first byte
+// fails.
 [[noreturn]] void raiseLoading(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
@@ -91,7 +90,7 @@ bool isEmpty(char const* text)
     ZPropertiesIOException_6_0(file, failure.call, failure.error).throwException(kSource, site);
 }
 
-// The same while storing; callers know the opening of the file as that of a stream.
+// As raiseLoading(), while storing. Reports the open call as that of a stream: "fopen(wt)".
 [[noreturn]] void raiseStoring(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
@@ -103,7 +102,7 @@ bool isEmpty(char const* text)
         .throwException(kSource, call == "fcntl()" ? raiseForWriteLock : raiseInStore);
 }
 
-// Runs `body`, and raises what goes wrong in it as an exception of the library.
+// Runs `body` and turns its failures into exceptions of the library.
 template <class Body>
 void raising(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
 {
@@ -116,9 +115,9 @@ void raising(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body
     }
 }
 
-// ---- Runs of text -------------------------------------------------------------------------------
+// ---- Runs of bytes ------------------------------------------------------------------------------
 
-// Most bytes are taken as they are, and many at a time. What ends such a run of bytes:
+// Most bytes are copied unchanged, many at a time. The bytes that end such a run:
 enum RunEnd : unsigned char { kNoRun = 0, kEndsComment = 1, kEndsKey = 2, kEndsValue = 4 };
 
 constexpr std::array<unsigned char, 256> makeEnds()
@@ -134,7 +133,7 @@ constexpr std::array<unsigned char, 256> makeEnds()
 constexpr std::array<unsigned char, 256> kEnds = makeEnds();
 constexpr ptrdiff_t kLongestRun = 1 << 30;
 
-// ---- What bytes are read from -------------------------------------------------------------------
+// ---- Sources of bytes ---------------------------------------------------------------------------
 
 class MemoryBytes {
 public:
@@ -145,7 +144,7 @@ public:
     int next() { return at_ != end_ ? static_cast<unsigned char>(*at_++) : EOF; }
     bool failed() const { return false; }
 
-    // Takes the bytes up to the next that is in `ends`.
+    // Reads the bytes before the next byte in `ends`.
     std::string_view run(unsigned char ends)
     {
         char const* const begin = at_;
@@ -160,7 +159,7 @@ private:
     char const* const end_;
 };
 
-// Takes no byte more than it gives: where reading stops, the caller goes on.
+// Reads no byte ahead: the caller can continue to read after the stop key.
 class StreamBytes {
 public:
     explicit StreamBytes(FILE* stream) : stream_(stream) { flockfile(stream); }
@@ -176,13 +175,13 @@ private:
     FILE* const stream_;
 };
 
-// ---- What is written ----------------------------------------------------------------------------
+// ---- Values as written --------------------------------------------------------------------------
 
-// Writes a value's text so that "\uXXXX" stands for what is not ASCII.
+// Appends a value, with "\uXXXX" for every character that is not ASCII.
 void writeValue(std::string& text, char const* value, size_t length)
 {
     char const* const end = value + length;
-    // What a character cut short lacks counts as 0.
+    // Missing bytes of a truncated character are 0.
     auto const bits = [end](char const* at, int i) {
         return end - at > i ? static_cast<unsigned char>(at[i]) & 0x3Fu : 0u;
     };
@@ -194,9 +193,9 @@ void writeValue(std::string& text, char const* value, size_t length)
             text += *value++;
             continue;
         }
-        // KEPT: of what two or three bytes do not encode only "\u" is written, for every byte one,
-        // and reading skips such a line; readers of these files have seen that for long.
-        // Test: ZJavaProperties.KeepsWritingUAlone
+        // KEPT: a byte that does not start a character of two or three bytes is written as "\u"
+        // only, and reading skips such a line. Programs that compare stored files would notice a
+        // change. Test: ZJavaProperties.KeepsWritingUAlone
         text += "\\u";
         unsigned unit;
         int bytes;
@@ -222,7 +221,7 @@ void writeValue(std::string& text, char const* value, size_t length)
 // ---- The entries --------------------------------------------------------------------------------
 
 struct ZJavaProperties_6_0::Rep {
-    // A state's handler, and the bytes that end a run of text which it takes as it is.
+    // The handler of a state, and the bytes that end a run of bytes that it copies.
     struct Row {
         Handler handler;
         unsigned char ends;
@@ -245,10 +244,10 @@ struct ZJavaProperties_6_0::Rep {
         {&ZJavaProperties_6_0::doUU3State, kNoRun},
     };
 
-    // A change of the entries that can be undone.
+    // A change of the entries, to undo it.
     struct Change {
         HashTable::Place place;
-        ZObject_6_0* key;  // that was replaced; null if the entry is new
+        ZObject_6_0* key;  // the replaced key; null if the entry is new
         ZObject_6_0* value;
     };
 
@@ -262,14 +261,15 @@ struct ZJavaProperties_6_0::Rep {
     void put(std::unique_ptr<ZObject_6_0> key, std::unique_ptr<ZObject_6_0> value, uint32_t hash);
 
     HashTable entries{kCapacity, 1};
-    Reading* reading = nullptr;  // the read that is running, of nested reads the innermost
+    Reading* reading = nullptr;  // the innermost running read
 };
 
-// A read from start to end. It undoes each change of the store that was made in it, unless it is
-// committed; the changes of a nested read then belong to the outer read.
+// A read from start to end. Undoes every change made during the read unless it is committed; the
+// changes of a committed nested read belong to the outer read.
 //
-// Changes are undone in reverse order by their places, without a comparison of keys: keys of the
-// caller's classes may throw. No entry is removed otherwise, so that the places stay valid.
+// Changes are undone in reverse order by the index of the entry, without comparing keys: keys of
+// the caller's classes may throw. Entries are not removed in any other way, so the indexes stay
+// valid.
 class ZJavaProperties_6_0::Rep::Reading {
 public:
     // Throws ZOutOfMemoryException_6_0.
@@ -288,8 +288,8 @@ public:
             rollBack();
     }
 
-    // Throws std::bad_alloc in a nested read, and what the destructors of replaced keys and values
-    // throw; all changes are in force then.
+    // In a nested read throws std::bad_alloc. Else throws as the destructors of replaced keys and
+    // values; all changes are in force then.
     void commit()
     {
         if (outer_ != nullptr) {
@@ -330,7 +330,7 @@ public:
 private:
     static constexpr size_t kFirstChanges = 16;
 
-    // The line that the outer read is in the middle of.
+    // The outer read's current line.
     struct Line {
         explicit Line(ZJavaProperties_6_0& of)
             : store(of), key(of.key_), value(of.value_), unit(of.unicodeUnit_[0])
@@ -338,7 +338,7 @@ private:
         }
         Line(Line const&) = delete;
         Line& operator=(Line const&) = delete;
-        // Asks for no memory: the strings held these texts before.
+        // Allocates nothing: the strings have had this capacity before.
         ~Line()
         {
             store.key_ = key;
@@ -352,7 +352,7 @@ private:
         uint16_t const unit;
     };
 
-    // The entries are all as they were before the first destructor runs.
+    // All entries are restored before the first destructor runs.
     void rollBack()
     {
         for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
@@ -379,14 +379,13 @@ private:
     }
 
     Rep& rep_;
-    Reading* const outer_;  // null: none
+    Reading* const outer_;  // null in an outermost read
     std::vector<Change> changes_;
-    std::optional<Line> line_;  // with a value in a nested read
+    std::optional<Line> line_;  // set in a nested read
     bool committed_ = false;
 };
 
-// Throws ZOutOfMemoryException_6_0, and what the comparison of keys throws; nothing is changed
-// then.
+// Throws ZOutOfMemoryException_6_0, and as the comparison of keys; nothing has changed then.
 void ZJavaProperties_6_0::Rep::put(std::unique_ptr<ZObject_6_0> key,
                                    std::unique_ptr<ZObject_6_0> value, uint32_t hash)
 {
@@ -477,7 +476,7 @@ int ZJavaProperties_6_0::load(char const* path)
 
 int ZJavaProperties_6_0::load(char const* path, char const* stopKey)
 {
-    // Null again afterwards; in a nested read that of the outer read, for which there is memory.
+    // Restores null or, in a nested read, the stop key of the outer read, which allocates nothing.
     struct RestoreKey {
         explicit RestoreKey(ZUTF8String_6_0& of) : key(of), before(of) {}
         RestoreKey(RestoreKey const&) = delete;
@@ -502,7 +501,7 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
     return ended;
 }
 
-// Runs the states over `bytes`.
+// Runs the state machine over `bytes`.
 template <class Bytes>
 int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
 {
@@ -513,17 +512,18 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
         char const c = static_cast<char>(byte);
         bool const ignored = (c == '\r' && previous == '\n') || (c == '\n' && previous == '\r');
         previous = c;
-        // KEPT: a byte that was ignored is the previous one of the next all the same, so that empty
-        // lines that end in two bytes do not count, not even behind a backslash; files with them
-        // are read as they always were. Test: ZJavaProperties.KeepsPairingIgnoredLineEnds
+        // KEPT: an ignored byte is still the `previous` byte of the next one, so empty lines with
+        // two-byte endings are ignored, even after a backslash. A file with such lines would be
+        // read differently. Test: ZJavaProperties.KeepsPairingIgnoredLineEnds
         if (ignored)
             continue;
         Handler const handler = handlers_[state];
         if (handler == nullptr)
             ZJavaPropertyParseException_6_0(path).throwException(kSource, raiseForState);
         state = (this->*handler)(c);
-        // KEPT: a line end that was the error has been taken, and the line behind it is skipped
-        // too; files have comments there. Test: ZJavaProperties.KeepsSkippingTheLineBehindAnError
+        // KEPT: if the invalid character was the line ending, the next line is skipped too. A file
+        // that has an entry there would gain it. Test:
+        // ZJavaProperties.KeepsSkippingTheLineBehindAnError
         if (state == syntaxError)
             state = commentLine;
         if (state < startLine || state >= kStates) {
@@ -543,11 +543,11 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
     }
     if (bytes.failed())
         ZUnexpectedEndOfFile_6_0(path).throwException(kSource, raiseForReadError);
-    // KEPT: a last line without a line end is not stored, unless it is the stop key's; then with
-    // what has been read of it, an error or not. Writers end every line, and one that was cut off
-    // is not to be trusted. Test: ZJavaProperties.KeepsLosingTheLastLine
-    // KEPT: before the first byte nothing is cleared, and key and value are those of the last read;
-    // callers who look for one key again and again have always been given it.
+    // KEPT: a last line without a line ending is not stored unless it has the stop key; then it is
+    // stored as far as it was read, even if it is invalid. A program that reads a file while it is
+    // being written would see a truncated value. Test: ZJavaProperties.KeepsLosingTheLastLine
+    // KEPT: key and value are not cleared before the first byte, so they are those of the previous
+    // read. A caller that reads an empty file for the same stop key again would miss the entry.
     // Test: ZJavaProperties.KeepsTheEntryBeforeAnEmptyFile
     if (!key_.isEmpty() && key_ == stopKey_)
         storeEntry();
@@ -555,7 +555,7 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
     return 1;
 }
 
-// Stores `key_` and `value_`. Outside a read a derived class has called the handler itself.
+// Stores `key_` and `value_`. No read is running if a derived class called the handler itself.
 void ZJavaProperties_6_0::storeEntry()
 {
     std::unique_ptr<ZAbstractString_6_0> key;
@@ -572,7 +572,7 @@ void ZJavaProperties_6_0::storeEntry()
     rep_->put(std::move(key), std::move(value), hash);
 }
 
-// At the line end behind a value.
+// Called at the line ending after a value.
 int ZJavaProperties_6_0::endEntry()
 {
     storeEntry();
@@ -581,8 +581,9 @@ int ZJavaProperties_6_0::endEntry()
 
 // ---- The states --------------------------------------------------------------------------------
 
-// KEPT: here ":" and "=" begin a key, as does a backslash, which escapes nothing; files have such
-// keys. Test: ZJavaProperties.KeepsSeparatorsAndBackslashesThatBeginALine
+// KEPT: at the start of a line ":", "=" and a backslash, which escapes nothing, are the first
+// character of a key. A program with such keys would no longer find them.
+// Test: ZJavaProperties.KeepsSeparatorsAndBackslashesThatBeginALine
 int ZJavaProperties_6_0::doStartLineState(char c)
 {
     key_.clear();
@@ -680,9 +681,9 @@ int ZJavaProperties_6_0::doValEscapeState(char c)
         return multiLineVal;
     if (c == 'u' || c == 'U')
         return uu0;
-    // KEPT: not the escapes of keys: "=" is none here, quotes are; nor are the letters that stand
-    // for control characters. Files written for this reader have no others.
-    // Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
+    // KEPT: values have other escapes than keys: quotes are escapes, "=" is not, and no letter is a
+    // control character. A line with another escape is skipped; accepting it would change the store
+    // that a file gives. Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
     if (c != '\\' && !isBlank(c) && c != ':' && c != '"' && c != '\'')
         return syntaxError;
     value_ += c;
@@ -696,8 +697,8 @@ int ZJavaProperties_6_0::doMultiLineValState(char c)
     if (isBlank(c))
         return multiLineVal;
     if (isLineEnd(c)) {
-        // KEPT: such an entry never stops the reading, and with a stop key no other is stored;
-        // callers who look for one key have always been given this.
+        // KEPT: such an entry never stops the read, and with a stop key only the entry of that key
+        // is stored. A caller that reads one key of a file would notice a change.
         // Test: ZJavaProperties.KeepsTheStopKeyFromEmptyContinuationLines
         if (stopKey_.isEmpty() || key_ == stopKey_)
             storeEntry();
@@ -742,7 +743,7 @@ int ZJavaProperties_6_0::doUU3State(char c)
     char* end = text;
     if (zconvert_UTF16_to_UTF8_6_0(&unit, unit + 1, &end, text + kLongestUnit) != 0)
         ZToUTF8Exception_6_0().throwException(kSource, raiseForUnit);
-    // A text ends at its zero: the unit 0 adds nothing.
+    // A string ends at its zero: the unit 0 adds nothing.
     *end = 0;
     value_ += text;
     return next;
@@ -761,8 +762,9 @@ void ZJavaProperties_6_0::store(char const* path)
         rep_->entries.forEach([&text](HashTable::Node const& node) {
             auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);
             auto const& value = static_cast<ZAbstractString_6_0 const&>(*node.value);
-            // KEPT: a key is not escaped, and may read back as something else; other programs find
-            // their lines by it. Test: ZJavaProperties.KeepsKeysUnescaped
+            // KEPT: a key is not escaped and may be read back differently. A program that searches
+            // the file for its key would no longer find the line. Test:
+            // ZJavaProperties.KeepsKeysUnescaped
             text.append(key.getChars(), key.getLength()).append(" = ");
             writeValue(text, value.getChars(), value.getLength());
             text += '\n';

@@ -1,4 +1,4 @@
-// ZJavaProperties_p: the texts that were read from a file. Not installed.
+// ZJavaProperties_p: the strings that are read from a file. Not installed.
 #pragma once
 
 #include <stddef.h>
@@ -6,12 +6,12 @@
 
 #include "ZUTF8String.h"
 
-// A text in UTF-8 that does not change, with its bytes behind the object itself. A file has many,
-// which are made one after another and go together: they lie side by side in large pieces of
-// memory, and take no more of it than they need.
+// An immutable UTF-8 string whose bytes follow the object. A file has many of them, and most are
+// created and freed together: they are allocated next to each other in large blocks, without
+// overhead.
 class ReadText final : public ZAbstractString_6_0 {
 public:
-    // Where texts are placed. Those that are there stay when the room goes.
+    // Allocates the strings. They outlive it.
     class Room {
     public:
         Room() = default;
@@ -19,7 +19,7 @@ public:
         Room& operator=(Room const&) = delete;
         ~Room() { leave(); }
 
-        /// Places no more texts where the last one is.
+        /// Allocates no more strings in the current block.
         void leave();
 
     private:
@@ -28,10 +28,10 @@ public:
 
         void* take(size_t size);
 
-        Piece* piece_ = nullptr;  // the one that is being filled; null at first
+        Piece* piece_ = nullptr;  // the block that is being filled; null at first
     };
 
-    /// Makes a text of `length` bytes.
+    /// Creates a string of `length` bytes.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     static ReadText* make(Room& room, char const* bytes, uint32_t length);
@@ -40,7 +40,7 @@ public:
 
     ~ReadText() override = default;
 
-    /// Returns a string of the same bytes.
+    /// Returns a copy.
     /// owns    owned by the caller; released with delete.
     ZUTF8String_6_0* clone() const override;
 

@@ -12,12 +12,11 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZJavaProperties";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseForRoom = 190, raiseInSetChars = 195 };
 
-// A piece begins at a multiple of this, and leaves room before the next one for what the heap
-// writes there: so they lie side by side.
+// Alignment of a block. A block ends before the next multiple by the size of a heap header, so that
+// consecutive blocks leave no gap.
 constexpr size_t kAlignment = 4096;
 constexpr size_t kPieceSize = kAlignment - 2 * sizeof(void*);
 
@@ -28,9 +27,8 @@ constexpr size_t roundedUp(size_t size, size_t unit)
 
 }  // namespace
 
-// A piece is told from the address of a text in it: that begins before the next multiple of the
-// alignment. The piece goes with the last of its users: the texts in it, and the room that is
-// filling it.
+// Blocks are aligned, so the address of a string gives its block. A block is freed by its last
+// user: a string in it, or the allocator that is filling it.
 struct ReadText::Room::Piece {
     static Piece* of(void* place)
     {
@@ -49,7 +47,7 @@ struct ReadText::Room::Piece {
             free(this);
     }
 
-    size_t used;  // bytes, with the piece's head
+    size_t used;  // bytes, including this header
     size_t size;
     size_t users;
 };
