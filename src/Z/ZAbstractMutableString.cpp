@@ -12,11 +12,11 @@
 
 #include "qvr.h"
 
-#include "ZCharacterSet_p.h"
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZStringIterator.h"
-#include "ZTextSearch_p.h"
+#include "text/character_set.h"
+#include "text/search.h"
 #include "zqvrutil.h"
 #include "zsnprintf.h"
 

@@ -8,7 +8,7 @@
 #include <typeinfo>
 
 #include "ZException.h"
-#include "ZTextSearch_p.h"
+#include "text/search.h"
 #include "zqvrutil.h"
 
 namespace {

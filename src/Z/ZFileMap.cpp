@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "ZException_p.h"
-#include "ZSharedFile_p.h"
-#include "ZSizeSignalGuard_p.h"
+#include "files/shared_file.h"
+#include "files/size_signal_guard.h"
 
 namespace {
 

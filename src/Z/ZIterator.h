@@ -1,6 +1,6 @@
 // ZIterator: the protocol of everything that hands out objects one after another.
 //
-// Subsystem: collections.  Stands on: ZObject.
+// Subsystem: root.  Stands on: ZObject.
 //
 // Ownership: an iterator owns neither what it walks nor what it hands out, unless its class says
 // so. Threads: unsynchronised; one iterator belongs to one thread at a time, as does what it walks.

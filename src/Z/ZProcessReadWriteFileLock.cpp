@@ -10,8 +10,8 @@
 
 #include "ZException.h"
 #include "ZReadWriteLock_p.h"
-#include "ZSharedFile_p.h"
-#include "ZSizeSignalGuard_p.h"
+#include "files/shared_file.h"
+#include "files/size_signal_guard.h"
 #include "reporting/failures.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "ZException.h"
 #include "ZReadWriteLock_p.h"
-#include "ZSharedFile_p.h"
+#include "files/shared_file.h"
 #include "reporting/failures.h"
 
 namespace {

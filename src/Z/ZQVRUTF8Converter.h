@@ -1,6 +1,6 @@
 // ZQVRUTF8Converter: converts text between one codeset and UTF-8, into buffers.
 //
-// Subsystem: text.  Stands on: ZObject, ZException, ZLCString, ZBuffer, zqvrutil.
+// Subsystem: text tools.  Stands on: ZObject, ZException, ZLCString, ZBuffer, zqvrutil.
 //
 // Ownership: a converter makes its codeset handle and releases it; it cannot be copied.
 // Threads: no lock; a converter never changes after it was made, so that any number of threads

@@ -8,10 +8,10 @@
 #include <optional>
 
 #include "ZArrayList.h"
-#include "ZCharacterSet_p.h"
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZUTF8String.h"
+#include "text/character_set.h"
 #include "zqvrutil.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // ZStringTokenizer: splits a string into the runs of characters between delimiters.
 //
-// Subsystem: text.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator,
+// Subsystem: text tools.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator,
 // ZLCString, ZUTF8String, zqvrutil.
 //
 // Delimiters are never handed out, several in a row give no empty tokens, and there is no quoting.

@@ -1,6 +1,6 @@
 // zhex_dump: writes bytes as a hexadecimal dump.
 //
-// Subsystem: text.  Stands on: ZException, ZLock.
+// Subsystem: text tools.  Stands on: ZException, ZLock.
 //
 // Threads: any; dumps of several threads never mix, whatever streams they go to.
 #pragma once

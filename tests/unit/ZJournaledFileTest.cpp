@@ -1,4 +1,4 @@
-#include <Z/ZSharedFile_p.h>
+#include <Z/files/shared_file.h>
 #include <Z/store/journaled_file.h>
 #include <Z/store/limits.h>
 #include <errno.h>

@@ -1,6 +1,6 @@
 // The table of the files that are open for locking: what its users in one process share, and what
 // they cannot take from each other.
-#include <Z/ZSharedFile_p.h>
+#include <Z/files/shared_file.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

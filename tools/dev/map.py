@@ -1,52 +1,68 @@
 #!/usr/bin/env python3
-"""Compares the three places that say what the library is made of.
+"""Checks the map of the library, src/Z/README.md, against the code. Reads includes, not only names.
 
-The groups of src/Z/CMakeLists.txt, the tables of src/Z/README.md and the second paragraph of each
-header ("Subsystem: x.  Stands on: A, B.") must name the same modules in the same subsystems and the
-same dependencies, and a header or its source includes only what it stands on.
---update copies what the headers stand on into src/Z/README.md.
+The map lists subsystems and private directories in building order. It must agree with the groups of
+src/Z/CMakeLists.txt, with the files of each private directory, and with the second paragraph of each
+public header ("Subsystem: x.  Stands on: A, B."). A module, or a private directory, includes only
+what the map lists above it. The exceptions are the rings that the map names; they must be the rings
+that the includes form.
+
+usage: map.py             reports differences; exits 1 if it finds any
+       map.py --update    copies the "Stands on" columns and the drawing from the sources
 """
 import pathlib
 import re
 import sys
 
+import map_drawing
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LIBRARY = ROOT / "src" / "Z"
+PAGE = LIBRARY / "README.md"
+DRAWING = LIBRARY / "map.svg"
 
-# Subsystem in the text: group in CMake.
-GROUPS = {
-    "root": "Z_ROOT",
-    "text": "Z_TEXT",
-    "collections": "Z_COLLECTIONS",
-    "threads": "Z_THREADS",
-    "process locks": "Z_PROCESS_LOCKS",
-    "properties": "Z_PROPERTIES",
-    "platform": "Z_PLATFORM",
-    "squeeze": "Z_SQUEEZE",
-}
+
+class Room:
+    """A subsystem (public modules) or a private directory (source files without a module)."""
+
+    def __init__(self, title):
+        self.title = title
+        self.private = title.startswith("`")
+        self.name = title.strip("`").rstrip("/") if self.private else title.lower()
+        self.rows = {}  # module or file -> names in its last column
+
+    def group(self):
+        """Returns the name of the room's list in CMakeLists.txt."""
+        prefix = "Z_PRIVATE_" if self.private else "Z_"
+        return prefix + self.name.upper().replace(" ", "_")
+
+
+def read_page(page):
+    """Returns the rooms in the order of the map, and the rings that it names."""
+    rooms, rings, heading = [], [], ""
+    for line in page.splitlines():
+        title = re.match(r"##+ (.+)", line)
+        if title:
+            heading = title.group(1).strip()
+            continue
+        row = re.match(r"\| `(\w+)` \|([^|]*)\|(?:([^|]*)\|)?\s*$", line)
+        if row:
+            if not rooms or rooms[-1].title != heading:
+                rooms.append(Room(heading))
+            rooms[-1].rows[row.group(1)] = set(re.findall(r"`(\w+)`", row.group(3) or ""))
+        ring = re.match(r"\d+\. Ring: (.+)", line)
+        if ring:
+            rings.append(set(re.findall(r"`([\w/]+)`", ring.group(1))))
+    return rooms, rings
 
 
 def cmake_groups():
     text = (LIBRARY / "CMakeLists.txt").read_text(encoding="utf-8")
-    return {subsystem: re.search(rf"set\({group}\b([^)]*)\)", text).group(1).split()
-            for subsystem, group in GROUPS.items()}
-
-
-def map_tables():
-    """Returns subsystem -> {module: set of what it stands on}, in the order of the map."""
-    tables, rows = {}, None
-    for line in (LIBRARY / "README.md").read_text(encoding="utf-8").splitlines():
-        heading = re.match(r"##+ ([\w ]+)", line)
-        if heading:
-            rows = tables.setdefault(heading.group(1).strip().lower(), {})
-        row = re.match(r"\| `(\w+)` \|.*\|(.*)\|\s*$", line)
-        if row and rows is not None:
-            rows[row.group(1)] = set(re.findall(r"`(\w+)`", row.group(2)))
-    return {name: rows for name, rows in tables.items() if rows}
+    return {name: words.split() for name, words in re.findall(r"set\((Z_\w+)([^)]*)\)", text)}
 
 
 def header_paragraph(module):
-    """Returns what the header says, or None: subsystem, what it stands on as a set and in order."""
+    """Returns subsystem and list of modules of the header's second paragraph, or None."""
     comment = []
     for line in (LIBRARY / f"{module}.h").read_text(encoding="utf-8").splitlines():
         if not line.startswith("//"):
@@ -56,69 +72,162 @@ def header_paragraph(module):
     if not match:
         return None
     names = [name for name in re.findall(r"\w+", match.group(2)) if name != "nothing"]
-    return match.group(1), set(names), names
+    return match.group(1), names
 
 
-def included(module, modules):
-    """Returns the modules that a module's files include: X.h, X.cpp, X_topic.cpp, X_p.h."""
-    found = set()
-    for path in LIBRARY.iterdir():
-        if path.suffix in (".h", ".cpp") and path.stem.split("_")[0] == module.split("_")[0]:
-            owner = path.stem if path.stem in modules else path.stem.rsplit("_", 1)[0]
-            if owner != module:
-                continue
-            for name in re.findall(r'#include "(\w+)\.h"', path.read_text(encoding="utf-8")):
-                if name in modules:
-                    found.add(name)
-                elif name.endswith("_p") and name[:-2] in modules:
-                    found.add(name[:-2])
-    return found - {module}
+def owner(path, modules):
+    """Returns the node of a source file: its private directory with "/", or its module."""
+    relative = path.resolve().relative_to(LIBRARY)
+    if len(relative.parts) > 1:
+        return relative.parts[0] + "/"
+    stem = relative.stem
+    while stem not in modules and "_" in stem:
+        stem = stem.rsplit("_", 1)[0]
+    return stem if stem in modules else None
 
 
-def update_map(modules):
-    path = LIBRARY / "README.md"
-    lines = path.read_text(encoding="utf-8").split("\n")
+def include_graph(modules):
+    """Returns node -> nodes that its files include, and the files that belong to no node."""
+    graph, strays = {}, []
+    for path in sorted([*LIBRARY.rglob("*.h"), *LIBRARY.rglob("*.cpp")]):
+        node = owner(path, modules)
+        if node is None:
+            strays.append(path.name)
+            continue
+        targets = graph.setdefault(node, set())
+        for name in re.findall(r'#include "([^"]+)"', path.read_text(encoding="utf-8")):
+            for candidate in (path.parent / name, LIBRARY / name):
+                if candidate.exists():
+                    targets.add(owner(candidate, modules))
+                    break
+        targets -= {node, None}
+    return graph, strays
+
+
+def find_rings(graph):
+    """Returns the strongly connected components with several nodes (Tarjan's algorithm)."""
+    order, low, stack, rings = {}, {}, [], []
+
+    def visit(node):
+        order[node] = low[node] = len(order)
+        stack.append(node)
+        for target in sorted(graph.get(node, ())):
+            if target not in order:
+                visit(target)
+                low[node] = min(low[node], low[target])
+            elif target in stack:
+                low[node] = min(low[node], order[target])
+        if low[node] == order[node]:
+            ring = set()
+            while node not in ring:
+                ring.add(stack.pop())
+            if len(ring) > 1:
+                rings.append(ring)
+
+    for node in sorted(graph):
+        if node not in order:
+            visit(node)
+    return rings
+
+
+def check_rooms(rooms, groups):
+    """Yields the differences between the tables, the CMake groups, headers and directories."""
+    for room in rooms:
+        rows, group = list(room.rows), groups.get(room.group())
+        if group is None and room.private:
+            group = []  # headers only
+        if group is None:
+            yield f"{room.title}: CMakeLists.txt has no group {room.group()}"
+            continue
+        group = [name.split("/")[-1] for name in group]
+        if room.private:
+            files = {path.stem.removesuffix("_p") for path in (LIBRARY / room.name).iterdir()
+                     if path.suffix in (".h", ".cpp")}
+            if set(rows) != files:
+                yield f"{room.name}/: the map lists {sorted(set(rows))}, the directory {sorted(files)}"
+            rows = sorted(name for name in rows if (LIBRARY / room.name / f"{name}.cpp").exists())
+        if rows != group:
+            yield f"{room.title}: the map lists {rows}, CMakeLists.txt {group}"
+        if room.private:
+            continue
+        for module in rows:
+            paragraph = header_paragraph(module)
+            if paragraph is None:
+                yield f'{module}.h has no paragraph "Subsystem: ...  Stands on: ..."'
+            elif paragraph[0] != room.name:
+                yield f"{module}.h: subsystem is {paragraph[0]}, in the map it is {room.name}"
+            elif set(paragraph[1]) != room.rows[module]:
+                yield (f"{module}: the header stands on {sorted(paragraph[1])}, "
+                       f"the map says {sorted(room.rows[module])}; run map.py --update")
+    for directory in sorted(path for path in LIBRARY.iterdir() if path.is_dir()):
+        if not any(room.private and room.name == directory.name for room in rooms):
+            yield f"{directory.name}/: the map does not list this private directory"
+
+
+def check_order(rooms, graph, rings):
+    """Yields the includes that point down the map, or that a header does not name."""
+    rank = {}
+    for room in rooms:
+        if room.private:
+            rank[room.name + "/"] = len(rank)
+        else:
+            for module in room.rows:
+                rank[module] = len(rank)
+    found = find_rings(graph)
+    for ring in found:
+        if ring not in rings:
+            yield f"the includes form a ring that the map does not name: {sorted(ring)}"
+    for ring in rings:
+        if ring not in found:
+            yield f"the map names a ring that the includes do not form: {sorted(ring)}"
+    for node, targets in graph.items():
+        for target in sorted(targets):
+            if target not in rank or node not in rank:
+                continue  # reported as a missing row
+            if rank[target] > rank[node] and not any({node, target} <= ring for ring in rings):
+                yield f"{node} includes {target}, which the map lists below it"
+    for room in rooms:
+        if room.private:
+            continue
+        for module, named in room.rows.items():
+            unnamed = {t for t in graph.get(module, ()) if not t.endswith("/")} - named
+            if unnamed:
+                yield f"{module} includes {sorted(unnamed)}, which its header does not name"
+
+
+def updated(page):
+    """Returns the page with the last columns as the headers have them."""
+    lines = page.split("\n")
     for i, line in enumerate(lines):
         row = re.match(r"(\| `(\w+)` \|[^|]*\|)[^|]*\|$", line)
-        if row and row.group(2) in modules:
+        if row and (LIBRARY / f"{row.group(2)}.h").exists():
             paragraph = header_paragraph(row.group(2))
-            names = ", ".join(f"`{name}`" for name in paragraph[2]) if paragraph else ""
+            names = ", ".join(f"`{name}`" for name in paragraph[1]) if paragraph else ""
             lines[i] = f"{row.group(1)} {names} |".replace("|  |", "| |")
-    path.write_text("\n".join(lines), encoding="utf-8")
+    return "\n".join(lines)
 
 
 def main():
-    wrong = []
-    groups = cmake_groups()
-    modules = {module for group in groups.values() for module in group}
     if "--update" in sys.argv[1:]:
-        update_map(modules)
-    tables = map_tables()
+        PAGE.write_text(updated(PAGE.read_text(encoding="utf-8")), encoding="utf-8")
+    rooms, rings = read_page(PAGE.read_text(encoding="utf-8"))
+    modules = {module for room in rooms if not room.private for module in room.rows}
+    graph, strays = include_graph(modules)
 
-    used = [subsystem for subsystem, group in groups.items() if group]
-    if list(tables) != used:
-        wrong.append(f"README.md has the subsystems {list(tables)}, CMakeLists.txt has {used}")
-    for subsystem in used:
-        group, table = groups[subsystem], tables.get(subsystem, {})
-        if list(table) != group:
-            wrong.append(f"{subsystem}: README.md lists {list(table)}, CMakeLists.txt lists {group}")
-        for module in group:
-            paragraph = header_paragraph(module)
-            if paragraph is None:
-                wrong.append(f'{module}.h has no "Subsystem: ...  Stands on: ..." paragraph')
-                continue
-            if paragraph[0] != subsystem:
-                wrong.append(f"{module}.h says subsystem {paragraph[0]}, not {subsystem}")
-            if module in table and paragraph[1] != table[module]:
-                wrong.append(f"{module}: the header stands on {sorted(paragraph[1])}, "
-                             f"README.md says {sorted(table[module])}")
-            beside = included(module, modules) - paragraph[1]
-            if beside:
-                wrong.append(f"{module} includes {sorted(beside)}, which its header does not name")
+    wrong = [f"{name} belongs to no module and no private directory" for name in strays]
+    wrong += check_rooms(rooms, cmake_groups())
+    wrong += check_order(rooms, graph, rings)
+    drawing = map_drawing.draw(rooms, rings, graph)
+    if "--update" in sys.argv[1:]:
+        DRAWING.write_text(drawing, encoding="utf-8")
+    elif not DRAWING.exists() or DRAWING.read_text(encoding="utf-8") != drawing:
+        wrong.append("src/Z/map.svg is not what the includes give; run ./dev docs")
     for row in wrong:
         print(row, file=sys.stderr)
-    print(f"{len(modules)} modules, {len(wrong)} differences between map, CMake and headers")
+    print(f"{len(modules)} modules, {sum(room.private for room in rooms)} private directories, "
+          f"{len(rings)} rings, {len(wrong)} differences")
     return 1 if wrong else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "../ZSharedFile_p.h"
+#include "../files/shared_file.h"
 
 namespace zstore {
 

@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "../ZSharedFile_p.h"
+#include "../files/shared_file.h"
 #include "access.h"
 #include "limits.h"
 #include "traits.h"

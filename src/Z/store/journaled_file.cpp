@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "../ZSizeSignalGuard_p.h"
+#include "../files/size_signal_guard.h"
 #include "access.h"
 #include "limits.h"
 

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "../ZSharedFile_p.h"
+#include "../files/shared_file.h"
 #include "bytes.h"
 #include "directory.h"
 

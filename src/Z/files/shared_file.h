@@ -1,7 +1,5 @@
 // ZSharedFile: the process-wide table of the files that are open for locking, one entry per inode.
 //
-// Subsystem: process locks.  Stands on: nothing of the library.
-//
 // Record locks belong to a process and an inode, and closing any descriptor of the inode drops
 // them all:
 //
@@ -100,7 +98,7 @@ public:
     /// Use it with calls that name the offset: the position is everybody's.
     int descriptor() const;
 
-    struct Entry;  // ZSharedFile.cpp
+    struct Entry;  // shared_file.cpp
 
 private:
     int lockWith(int command, short type, off_t start, off_t length);

@@ -1,7 +1,5 @@
 // ZSizeSignalGuard: makes a write beyond the file-size limit fail instead of ending the process.
 //
-// Subsystem: process locks.  Stands on: nothing of the library.
-//
 // A write or an extension past RLIMIT_FSIZE raises SIGXFSZ in the calling thread, and the default
 // action ends the process. With the signal blocked the call only fails, with EFBIG. The guard then
 // takes back the signal that the call has left pending.

@@ -1,9 +1,8 @@
-#include "ZSharedFile_p.h"
+#include "shared_file.h"
 
 #include <errno.h>
 #include <pthread.h>
 #include <unistd.h>
-#include "ZException_p.h"
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <vector>
+
+#include "../ZException_p.h"
 
 namespace {
 
