@@ -24,18 +24,17 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZAbstractMutableString";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInBump = 436, raiseInCharacterLength = 512 };
 
-constexpr size_t kMaxLength = 0xFFFFFFFE;  // one byte less than what 32 bits count, for the end
+constexpr size_t kMaxLength = 0xFFFFFFFE;  // 32 bits, less one byte for the terminator
 constexpr size_t kForeign = SIZE_MAX;
 constexpr size_t kLongestCharacter = CharacterSet::kLongestCharacter;
 
-// Up to here the room of a text that grows is doubled. A larger block is moved without copying.
+// Below this size a growing buffer doubles. realloc() moves larger blocks without copying.
 constexpr size_t kDoubledRoom = 1 << 20;
 
-// Returns the capacity that takes over when `required` bytes do not fit.
+// Returns the new capacity if `required` bytes do not fit.
 size_t grownCapacity(size_t required, bool exact)
 {
     if (required > kMaxLength)
@@ -43,8 +42,8 @@ size_t grownCapacity(size_t required, bool exact)
     return exact ? required : std::min(required + (required + 7) / 5, kMaxLength);
 }
 
-// Returns `block`, grown or made to hold `room` bytes and a terminator; on a failure it is as it
-// was.
+// Allocates or grows `block` to hold `room` bytes and a terminator. On failure `block` is
+// unchanged.
 char* allocate(void* block, size_t room)
 {
     void* const grown = realloc(block, room + 1);
@@ -53,7 +52,7 @@ char* allocate(void* block, size_t room)
     return static_cast<char*>(grown);
 }
 
-// Returns where `bytes` stands in the `room` + 1 bytes at `text`, kForeign when it is not one of
+// Returns the offset of `bytes` in the `room` + 1 bytes at `text`, kForeign if it is not inside
 // them.
 size_t offsetIn(char const* text, size_t room, char const* bytes)
 {
@@ -77,8 +76,8 @@ size_t characterLength(qvr_cs const* cs, char const* text, size_t left)
     return static_cast<size_t>(length);
 }
 
-// Text that is being put together is a ZLCString_6_0 below, whatever its codeset: it is a buffer
-// that cleans up after itself.
+// The functions below build their result in a ZLCString_6_0, whatever the codeset: it is a buffer
+// that frees itself.
 
 void addTo(CharacterSet& set, char const* character, size_t length)
 {
@@ -144,8 +143,8 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::operator=(unsigned long 
 
 // ---- The buffer --------------------------------------------------------------------------------
 
-// The capacity is a number that callers see and that grows by a fifth. The buffer has at least that
-// much room, so it moves only if the capacity grows; that of a growing text is doubled.
+// Callers see the capacity, and it grows by a fifth. The buffer is at least that large, so it moves
+// only if the capacity grows; the buffer of a growing text doubles.
 void ZAbstractMutableString_6_0::grow(size_t required, bool exact)
 {
     size_t const capacity = grownCapacity(required, exact);
@@ -168,7 +167,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::assignLong(char const* b
     if (capacity <= room_) {
         memmove(text_, bytes, n);
     } else {
-        // The old text is not needed, unless `bytes` are part of it: it goes last.
+        // The old text is not needed, except if `bytes` are part of it: it is released last.
         char* const text = allocate(nullptr, capacity);
         memcpy(text, bytes, n);
         if (text_ != inline_)
@@ -190,8 +189,8 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::appendLong(char const* b
     return *this;
 }
 
-// Replaces the contents with those of `result`: takes over its buffer when the own one has no room
-// for `required` bytes.
+// Replaces the contents with those of `result`. Takes over its buffer if `required` bytes do not
+// fit into the own one.
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::take(ZAbstractMutableString_6_0& result,
                                                              size_t required)
 {
@@ -212,14 +211,13 @@ void ZAbstractMutableString_6_0::release(char* text)
     free(text);
 }
 
-// Returns whether white space can be looked for byte by byte.
+// Returns whether whitespace can be searched byte by byte.
 bool ZAbstractMutableString_6_0::hasOneByteSpaces() const
 {
     return getCodesetHandle() == utf8_handle_ || isSingleByteLocal();
 }
 
-// ---- Overrides and slots
-// -------------------------------------------------------------------------
+// ---- Overrides and slots ------------------------------------------------------------------------
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::setChars(ZAbstractString_6_0 const& other)
 {
@@ -234,8 +232,9 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAll(char const* s
     for (; *set != 0; ++set)
         inSet[static_cast<unsigned char>(*set)] = true;
 
-    // KEPT: bytes, also where they are part of longer characters; callers clean text with it whose
-    // codeset they do not know. Test: ZAbstractMutableString.KeepsReplacingBytes
+    // KEPT: replaces bytes, also inside longer characters. A caller that cleans text of an unknown
+    // codeset would see bytes left over otherwise.
+    // Test: ZAbstractMutableString.KeepsReplacingBytes
     size_t kept = 0;
     for (size_t at = 0; at < length_; ++at) {
         if (!inSet[static_cast<unsigned char>(text_[at])])
@@ -260,7 +259,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char a, char b)
         return *this;
     }
 
-    // What lies between two matches moves down over the matches before it.
+    // The text between two matches moves down over the matches before it.
     char* kept = found;
     while (found != nullptr) {
         char* const rest = found + 1;
@@ -280,7 +279,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char const* text
     if (text == nullptr || by == nullptr || *text == 0)
         return *this;
     qvr_cs const* const cs = getCodesetHandle();
-    // In UTF-8 a text cannot occur but at whole characters.
+    // In UTF-8 valid text occurs only at character boundaries.
     auto const find = [&](char const* from) -> char const* {
         return cs == utf8_handle_ ? findText(from, text) : zstrstr_6_0(cs, from, text);
     };
@@ -324,8 +323,10 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::stripLeading()
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::stripTrailing()
 {
     if (hasOneByteSpaces()) {
-        // KEPT: the first byte is not looked at, so a text of nothing but white space keeps one;
-        // stripWhiteSpace() takes the front first. Test: ZAbstractMutableString.KeepsFirstSpace
+        // KEPT: the first byte is not examined, so one whitespace byte of an all-whitespace string
+        // stays. A caller that strips only the end would see an empty string otherwise;
+        // stripWhiteSpace() strips the start first.
+        // Test: ZAbstractMutableString.KeepsFirstSpace
         size_t length = length_;
         while (length > 1 && isSpace(text_[length - 1]))
             --length;
@@ -333,7 +334,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::stripTrailing()
     }
 
     qvr_cs const* const cs = getCodesetHandle();
-    size_t run = length_;  // where the white space that reaches up to `at` began
+    size_t run = length_;  // start of the whitespace that ends at `at`
     size_t at = 0;
     while (size_t const step = characterLength(cs, text_ + at, length_ - at)) {
         if (step != 1 || !isSpace(text_[at]))
@@ -353,7 +354,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::convertFromCodeSet(
         return *this;
     bool const toUTF8 = getCodesetHandle() == utf8_handle_;
     size_t const required = length * (toUTF8 ? 3 : 2) + 1;
-    ZLCString_6_0 result;  // apart from the text, which the source may view
+    ZLCString_6_0 result;  // not in place: the source may view this text
     result.bump(required, true);
     ptrdiff_t const written =
         toUTF8 ? zlcs_to_utf8_6_0(source.getChars(), length, result.text_, result.capacity_)
@@ -364,8 +365,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::convertFromCodeSet(
     return take(result, required);
 }
 
-// ---- Editing
-// -------------------------------------------------------------------------------------
+// ---- Editing ------------------------------------------------------------------------------------
 
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::prepend(char const* text)
 {
@@ -374,7 +374,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::prepend(char const* text
     size_t const n = strlen(text);
     size_t const total = n + length_;
 
-    // The capacity that a fresh string has after two appends: the text, then what was here.
+    // The capacity of a new string after two appends: `text`, then the old contents.
     size_t capacity = kDefaultLength;
     if (n > capacity)
         capacity = grownCapacity(n, false);
@@ -411,7 +411,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::insert(unsigned int pos,
     if (own == kForeign) {
         memcpy(text_ + pos, text, n);
     } else {
-        // Of a piece of the own text, what stood at or behind `pos` has just moved by n.
+        // `text` is part of this string: its bytes from `pos` on have just moved by n.
         size_t const before = own < pos ? std::min(n, pos - own) : 0;
         memcpy(text_ + pos, text_ + own, before);
         memcpy(text_ + pos + before, text_ + own + before + n, n - before);
@@ -474,7 +474,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceNoneOf(
             result.append(replacement);
     }
     assign(result.text_, result.length_);
-    characters.reset();  // it may stand in the text that is gone
+    characters.reset();  // it may point into the replaced text
     return *this;
 }
 
@@ -507,7 +507,8 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAllOf(ZStringIter
 
 std::istream& ZAbstractMutableString_6_0::readLine(std::istream& stream, int skipWhite)
 {
-    // KEPT: the flag is not turned off again; callers read on with >> and rely on it.
+    // KEPT: the flag is not cleared again. A caller that continues with >> would get the whitespace
+    // otherwise.
     // Test: ZAbstractMutableString.KeepsSkipFlagOn
     if (skipWhite != 0)
         stream.setf(std::ios_base::skipws);
@@ -526,7 +527,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::format(char const* forma
 {
     if (format == nullptr)
         return *this;
-    // Arguments may be the own text, so the result comes into being elsewhere.
+    // Not formatted in place: arguments may point into the string's own text.
     char room[512];
     va_list args;
     va_start(args, format);

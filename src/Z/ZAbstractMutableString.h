@@ -1,13 +1,14 @@
-// ZAbstractMutableString: an owned, growing, terminated text with all editing operations.
+// ZAbstractMutableString: an owned, growing, terminated string with all editing operations.
 //
 // Subsystem: text.  Stands on: ZAbstractString, ZException, ZLCString, ZStringIterator, zqvrutil,
 // zsnprintf.
 //
-// Up to 95 bytes live inside the object; a longer text moves to the heap and stays there. Bytes
-// are kept as they are; what is a character is for the string's codeset to say.
-// Ownership: the text is the string's own; every argument is copied. Arguments may point into the
+// Up to 95 bytes are stored inside the object; a longer text moves to the heap and stays there.
+// Bytes are kept unchanged; the string's codeset defines the characters.
+// Ownership: the string owns its text and copies every argument. Arguments may point into the
 // string's own text.
-// Failures: an operation that fails leaves the string as it was; readLine() keeps what it has read.
+// Failures: an operation that fails leaves the string unchanged, except readLine(), which keeps the
+// bytes read so far.
 // Threads: unsynchronised; callers serialise changes to one string.
 #pragma once
 
@@ -21,16 +22,16 @@ class ZAbstractMutableString_6_0 : public ZAbstractString_6_0 {
 public:
     ZAbstractMutableString_6_0() { init(); }
 
-    /// Makes a string of the text up to its terminator.
-    /// range   null makes an empty string.
+    /// Creates a string of the text up to its terminator.
+    /// range   null gives an empty string.
     ZAbstractMutableString_6_0(char const* text)
     {
         init();
         setChars(text);
     }
 
-    /// Makes a string of `length` bytes.
-    /// range   null makes an empty string.
+    /// Creates a string of `length` bytes.
+    /// range   null gives an empty string.
     ZAbstractMutableString_6_0(char const* text, unsigned int length)
     {
         init();
@@ -55,7 +56,7 @@ public:
         assign(other.text_, other.length_);
     }
 
-    // Assignment replaces the contents; numbers are written in decimal, a null text changes
+    // Assignment replaces the contents. Numbers are written in decimal; a null pointer changes
     // nothing.
     ZAbstractMutableString_6_0& operator=(ZAbstractMutableString_6_0 const& other)
     {
@@ -78,48 +79,48 @@ public:
     char const* getChars() const override { return text_; }
 
     /// Replaces the contents with the bytes of `other`, whatever its codeset.
-    /// throws  ZOutOfMemoryException_6_0, as everything below that makes a text longer.
+    /// throws  ZOutOfMemoryException_6_0, as every function below that makes a string longer.
     ZAbstractMutableString_6_0& setChars(ZAbstractString_6_0 const& other) override;
 
     unsigned int getLength() const override { return length_; }
 
-    /// Replaces every byte that is in `set` by `b`; 0 removes them.
+    /// Replaces every byte that is in `set` with `b`; 0 removes the bytes.
     /// range   null changes nothing.
-    /// kept    bytes are looked at, not characters.
+    /// kept    compares bytes, not characters.
     virtual ZAbstractMutableString_6_0& replaceAll(char const* set, char b);
 
-    /// Replaces every character `a` by `b`; 0 removes them.
+    /// Replaces every character `a` with `b`; 0 removes the characters.
     /// range   `a` 0 changes nothing. Only whole characters match.
     virtual ZAbstractMutableString_6_0& replace(char a, char b);
 
-    /// Replaces every `text`, counted without overlaps, by `by`.
-    /// range   null, or an empty `text`, changes nothing; an empty `by` removes. Outside UTF-8 only
-    ///         whole characters match.
+    /// Replaces every occurrence of `text`, searching without overlaps, with `by`.
+    /// range   a null argument or an empty `text` changes nothing; an empty `by` removes. Outside
+    ///         UTF-8 only whole characters match.
     /// cost    O(length), and one allocation of the result's size.
     virtual ZAbstractMutableString_6_0& replace(char const* text, char const* by);
 
-    /// Replaces every character that occurs in `set` by `replacement`.
+    /// Replaces every character that occurs in `set` with `replacement`.
     virtual ZAbstractMutableString_6_0& replaceAll(char const* set, char const* replacement) = 0;
 
-    /// Replaces every character that does not occur in `set` by `replacement`.
+    /// Replaces every character that does not occur in `set` with `replacement`.
     virtual ZAbstractMutableString_6_0& replaceOther(char const* set, char const* replacement) = 0;
 
-    /// Removes white space at the beginning.
+    /// Removes leading whitespace.
     virtual ZAbstractMutableString_6_0& stripLeading();
 
-    /// Removes white space at the end.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured, in a local codeset
-    ///         of several bytes a character.
-    /// kept    in UTF-8 and in a single-byte local codeset the first byte stays, even when it is
-    ///         white space.
+    /// Removes trailing whitespace.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured, in a multibyte local
+    ///         codeset.
+    /// kept    in UTF-8 and in a single-byte local codeset the first byte stays, even if it is
+    ///         whitespace.
     virtual ZAbstractMutableString_6_0& stripTrailing();
 
-    /// Replaces the contents with the characters of `source`, which is in the other codeset.
-    /// range   an empty source changes nothing; one that cannot be converted leaves the string
-    ///         empty.
+    /// Replaces the contents with the characters of `source`, which has the other codeset.
+    /// range   an empty source changes nothing; a source that cannot be converted empties the
+    ///         string.
     virtual ZAbstractMutableString_6_0& convertFromCodeSet(ZAbstractString_6_0 const& source);
 
-    // Ends of the text. A null text changes nothing.
+    // Editing at a position. A null pointer changes nothing.
 
     /// Appends `text` up to its terminator.
     ZAbstractMutableString_6_0& append(char const* text)
@@ -143,19 +144,19 @@ public:
         return appendBytes(other.getChars(), other.getLength());
     }
 
-    /// Puts `text` in front, and gives back a buffer that the result does not need.
+    /// Prepends `text`, and releases a heap buffer that the result does not need.
     ZAbstractMutableString_6_0& prepend(char const* text);
 
-    /// Inserts `text` at `pos`; what follows a zero byte is cut off.
-    /// range   `pos` behind the end changes nothing.
+    /// Inserts `text` at `pos`; if the string contains a zero byte, cuts it there.
+    /// range   a `pos` past the end changes nothing.
     ZAbstractMutableString_6_0& insert(unsigned int pos, char const* text);
 
-    /// Removes `n` bytes at `pos`; 0 removes all that follow.
-    /// range   nothing happens when the text has not that many.
+    /// Removes `n` bytes at `pos`; 0 removes all bytes from `pos` on.
+    /// range   does nothing if there are fewer than `n` bytes from `pos` on.
     ZAbstractMutableString_6_0& remove(unsigned int pos, unsigned int n);
 
-    /// Cuts the text to `n` bytes.
-    /// range   nothing happens when it is shorter.
+    /// Truncates the string to `n` bytes.
+    /// range   does nothing if it is shorter.
     ZAbstractMutableString_6_0& trunc(unsigned int n)
     {
         if (n <= length_)
@@ -170,38 +171,38 @@ public:
         return *this;
     }
 
-    /// Grows the buffer to exactly `n` bytes of text, never shrinks it; returns its size.
+    /// Grows the capacity to exactly `n` bytes, never shrinks it; returns the capacity.
     unsigned int setCapacity(unsigned int n)
     {
         bump(n, true);
         return capacity_;
     }
 
-    /// Returns how many bytes of text the buffer has room for, besides the terminator. A text that
-    /// fits changes neither the capacity nor the place of the buffer; prepend() may change both.
+    /// Returns the capacity in bytes, without the terminator. Contents that fit change neither the
+    /// capacity nor the buffer's address; prepend() may change both.
     unsigned int getCapacity() const { return capacity_; }
-    static unsigned int getDefaultLength() { return kDefaultLength; }  // room in the object
+    static unsigned int getDefaultLength() { return kDefaultLength; }  // capacity inside the object
 
     // Case changes in place, by the rules of the string's codeset and the locale.
     ZAbstractMutableString_6_0& lower();
     ZAbstractMutableString_6_0& upper();
 
-    /// Removes white space at both ends: stripLeading(), then stripTrailing().
+    /// Removes whitespace at both ends: stripLeading(), then stripTrailing().
     ZAbstractMutableString_6_0& stripWhiteSpace();
 
-    /// Sets the string to the text that `characters` walks, from its start, with every character
-    /// that does not occur in `set` replaced by `replacement`.
-    /// range   a null text changes nothing. `characters` walks this string, or one that belongs to
-    ///         the same codeset; its target is neither of the two. Characters are compared whole,
-    ///         byte for byte; an empty `set` replaces all, an empty `replacement` removes.
+    /// Sets the string to the text that `characters` iterates over, from its start, with every
+    /// character that does not occur in `set` replaced with `replacement`.
+    /// range   a null pointer changes nothing. `characters` iterates over this string or one of the
+    ///         same codeset; its target is neither of the two. Compares whole characters, byte for
+    ///         byte. An empty `set` replaces all, an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     /// cost    O(length of text, set and result).
     ZAbstractMutableString_6_0& replaceNoneOf(ZStringIterator_6_0& characters, char const* set,
                                               char const* replacement);
 
-    /// Replaces every character that `set` gives, from its start, by `replacement`; what is put in
-    /// is not looked at again.
-    /// range   a null text changes nothing. Characters are compared whole, byte for byte; an empty
+    /// Replaces every character that the iterator `set` returns, from its start, with
+    /// `replacement`. Inserted text is not replaced again.
+    /// range   a null pointer changes nothing. Compares whole characters, byte for byte. An empty
     ///         set changes nothing, an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     /// cost    O(length of text, set and result).
@@ -222,22 +223,22 @@ public:
     }
 
     /// Reads up to the end of the line or of the stream; returns the stream.
-    /// range   a line ends with a line feed, a carriage return or a zero byte, which is taken and
-    ///         not stored: a carriage return with a line feed behind it gives an empty line next.
-    /// throws  ZOutOfMemoryException_6_0, and what the stream throws; what has been read stays.
-    /// kept    a non-zero `skipWhite` turns the stream's skipws flag on, and it stays on.
+    /// range   a newline, a carriage return or a zero byte ends a line; it is consumed and not
+    ///         stored. A carriage return and a newline therefore give an empty line next.
+    /// throws  ZOutOfMemoryException_6_0, and exceptions of the stream; the bytes read so far stay.
+    /// kept    a non-zero `skipWhite` sets the stream's skipws flag, and it stays set.
     std::istream& readLine(std::istream& stream, int skipWhite);
 
-    /// Replaces the contents with formatted output; `zvsnprintf_6_0` has the conversions.
-    /// range   null, and all that `zvsnprintf_6_0` answers with -1, change nothing: a format that
-    ///         is none, a text longer than 2,147,483,647 bytes, and too little memory for it.
+    /// Replaces the contents with formatted output; see `zvsnprintf_6_0` for the conversions.
+    /// range   null changes nothing, nor does a -1 of `zvsnprintf_6_0`: an invalid format, a result
+    ///         longer than 2,147,483,647 bytes, or too little memory.
     ZAbstractMutableString_6_0& format(char const* format, ...);
 
     bool operator==(char const* text) const { return text != nullptr && strcmp(text_, text) == 0; }
     bool operator!=(char const* text) const { return !(*this == text); }
 
 protected:
-    /// Puts the string into its first state, without releasing anything.
+    /// Sets the initial state, without releasing anything.
     void init()
     {
         text_ = inline_;
@@ -247,10 +248,10 @@ protected:
         inline_[0] = 0;
     }
 
-    /// Sees to it that the buffer has room for `required` bytes of text, and that the capacity is
-    /// exactly as much, a fifth more, or what it was when that suffices. The buffer has room for as
-    /// many bytes as the capacity says; it moves only if the capacity grows.
-    /// throws  ZOutOfMemoryException_6_0 when there is no memory, or a length does not fit.
+    /// Ensures that the buffer has space for `required` bytes of text. The capacity becomes exactly
+    /// `required` or a fifth more, or is unchanged if it suffices. The buffer is never smaller than
+    /// the capacity; it moves only if the capacity grows.
+    /// throws  ZOutOfMemoryException_6_0 if there is no memory, or a length does not fit.
     void bump(size_t required, bool exact)
     {
         if (!fits(required))
@@ -277,25 +278,25 @@ protected:
         return *this;
     }
 
-    /// Returns whether `n` bytes are the contents.
+    /// Returns whether the contents are these `n` bytes.
     bool hasBytes(char const* bytes, size_t n) const
     {
         return length_ == n && areSame(text_, bytes, n);
     }
 
-    // The text, to be changed in place; its length stays.
+    // The text, for changes in place that keep its length.
     char* buffer() { return text_; }
 
 private:
     static constexpr unsigned int kDefaultLength = 95;
 
-    // Whether two texts of `n` bytes are the same. Most keys and names are at least one word long
-    // and at most two: two words that may overlap are compared without a call. The code is laid out
-    // for longer texts, which would pay more for a jump.
+    // Returns whether two blocks of `n` bytes are equal. Most keys and names are one to two words
+    // long: two words that may overlap are compared without a call. The branch favours longer
+    // blocks, for which a jump would cost more.
     static bool areSame(char const* one, char const* other, size_t n)
     {
         constexpr size_t kWord = sizeof(uint64_t);
-        size_t const last = n - kWord;  // where the second word begins
+        size_t const last = n - kWord;  // start of the second word
         if (__builtin_expect(last <= kWord, 0))
             return ((word(one) ^ word(other)) | (word(one + last) ^ word(other + last))) == 0;
         return memcmp(one, other, n) == 0;
@@ -307,7 +308,7 @@ private:
         return bytes;
     }
 
-    // Whether a text of `length` bytes changes neither the capacity nor the buffer.
+    // Returns whether `length` bytes change neither the capacity nor the buffer.
     bool fits(size_t length) const { return length <= capacity_; }
 
     void end(size_t length)
@@ -324,8 +325,8 @@ private:
 
     char* text_;         // the inline buffer, or an owned one
     uint32_t length_;    // bytes of text, at most the capacity
-    uint32_t capacity_;  // bytes of text that the string says it has room for
+    uint32_t capacity_;  // bytes of text, as getCapacity() returns it
     char inline_[kDefaultLength + 1];
-    uint32_t room_;  // bytes of text that fit into the buffer, which holds one more: the capacity,
-                     // or more while the text grows
+    uint32_t room_;  // bytes of text that fit into the buffer, which has one more byte: the
+                     // capacity, or more while the text grows
 };

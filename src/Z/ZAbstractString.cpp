@@ -15,8 +15,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZAbstractString";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInCompare = 68,
     raiseInLastIndexOf = 290,
@@ -26,7 +25,7 @@ enum RaiseSite {
 
 constexpr size_t kMaxLength = 0xFFFFFFFE;
 
-// Positions are signed numbers because -1 says "not found".
+// Positions are signed because -1 means "not found".
 int position(size_t offset)
 {
     if (offset > INT_MAX)
@@ -34,7 +33,7 @@ int position(size_t offset)
     return static_cast<int>(offset);
 }
 
-// Lengths have 32 bits; the highest one is left for the terminator.
+// Lengths have 32 bits; the maximum is reserved for the terminator.
 unsigned int lengthOf(size_t bytes)
 {
     if (bytes > kMaxLength)
@@ -42,8 +41,8 @@ unsigned int lengthOf(size_t bytes)
     return static_cast<unsigned int>(bytes);
 }
 
-// Returns `object` as a string, null when it is none. Strings mostly meet their own kind, and that
-// is known without a walk through the class tree.
+// Returns `object` as a string, null if it is not a string. Strings are mostly compared with their
+// own class, and that case needs no search of the class hierarchy.
 ZAbstractString_6_0 const* asString(ZAbstractString_6_0 const& self, ZObject_6_0 const& object)
 {
     if (typeid(object) == typeid(self))
@@ -56,8 +55,9 @@ char const* orEmpty(char const* text)
     return text == nullptr ? ZAbstractConstString_6_0::zemptyString : text;
 }
 
-// KEPT: the last `c` behind position 0, its position negated; callers take a result other than -1
-// for "found" and search again where they need the place. Test: ZAbstractString.KeepsNegatedLast
+// KEPT: the last `c` after position 0, with its position negated. A caller that tests only for -1
+// would miss nothing; a caller that decodes the negated position would fail if it changed.
+// Test: ZAbstractString.KeepsNegatedLast
 int lastByte(char const* text, size_t length, char c)
 {
     for (size_t at = length; at > 0; --at)
@@ -74,13 +74,13 @@ char const ZAbstractConstString_6_0::zemptyString[1] = "";
 
 void ZAbstractString_6_0::initHandles()
 {
-    // Null as long as the services report that they cannot be had: the exception of that report has
-    // strings inside.
+    // The handles are still null while the services report that they are unavailable: the exception
+    // of that report contains strings.
     qvr_cs const* const lcs = zgetLCSHandle_6_0();
     qvr_cs const* const utf8 = zgetUTF8Handle_6_0();
 
-    // Each is stored once, so that whoever has seen the UTF-8 handle may read both without more
-    // ado.
+    // Each handle is stored once: a thread that has seen the UTF-8 handle may read both without
+    // synchronisation.
     static constinit std::mutex storing;
     std::lock_guard const guard(storing);
     if (utf8_handle_ != nullptr)
@@ -97,8 +97,8 @@ bool ZAbstractString_6_0::isSingleByteLocal() const
 uint32_t ZAbstractString_6_0::hash() const
 {
     uint32_t h = 5381;
-    // Each turn written out has a branch of its own for the end, and a text that ends where the
-    // last one did is foreseen.
+    // Unrolled, each step has its own branch for the end, and the end of a text that is as long as
+    // the last one is predicted.
 #pragma GCC unroll 8
     for (char const* at = getChars(); *at != 0; ++at)
         h = (h * 33) ^ static_cast<unsigned char>(*at);
@@ -118,7 +118,8 @@ bool ZAbstractString_6_0::equals(ZObject_6_0 const& other) const
     ZAbstractString_6_0 const* const string = asString(*this, other);
     if (string == nullptr)
         return false;
-    // KEPT: the codesets may differ; maps find keys of one family by those of the other.
+    // KEPT: the codesets may differ. A map whose keys have one codeset and whose lookups have the
+    // other would no longer find them otherwise.
     // Test: ZAbstractString.KeepsEqualAcrossCodesets
     size_t const length = getLength();
     return string->getLength() == length && memcmp(string->getChars(), getChars(), length) == 0;
@@ -126,7 +127,7 @@ bool ZAbstractString_6_0::equals(ZObject_6_0 const& other) const
 
 int ZAbstractString_6_0::compare(char const* text) const
 {
-    // Equal bytes sort alike in every locale, and finding that out costs little.
+    // Equal bytes are equal in every locale, and strcmp() is cheap.
     text = orEmpty(text);
     char const* const chars = getChars();
     return strcmp(chars, text) == 0 ? 0 : strcoll(chars, text);
@@ -139,7 +140,8 @@ int ZAbstractString_6_0::compareignorecase(char const* text) const
 
 unsigned int ZAbstractString_6_0::getCharCount() const
 {
-    // KEPT: bytes, not characters; callers size buffers with it.
+    // KEPT: bytes, not characters. A caller that sizes a buffer by the result would make it too
+    // small otherwise.
     // Test: ZAbstractString.KeepsCountingBytes
     return lengthOf(zstrcount_6_0(getCodesetHandle(), getChars()));
 }
