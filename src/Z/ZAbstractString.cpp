@@ -55,8 +55,8 @@ char const* orEmpty(char const* text)
     return text == nullptr ? ZAbstractConstString_6_0::zemptyString : text;
 }
 
-// KEPT: the last `c` after position 0, with its position negated. A caller that tests only for -1
-// would miss nothing; a caller that decodes the negated position would fail if it changed.
+// KEPT: the last `c` after position 0, with its position negated. A caller that negates the result
+// to get the position would fail otherwise.
 // Test: ZAbstractString.KeepsNegatedLast
 int lastByte(char const* text, size_t length, char c)
 {

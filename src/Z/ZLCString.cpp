@@ -48,7 +48,7 @@ ZLCString_6_0* ZLCString_6_0::clone() const
 
 bool ZLCString_6_0::equals(ZObject_6_0 const& other) const
 {
-    // Two strings of this very class, as the keys of maps are, need no calls to be compared.
+    // Compares strings of exactly this class, such as keys of maps, without a virtual call.
     if (typeid(*this) == typeid(ZLCString_6_0) && typeid(other) == typeid(ZLCString_6_0))
         return *this == static_cast<ZLCString_6_0 const&>(other);
     return ZAbstractMutableString_6_0::equals(other);

@@ -3,8 +3,8 @@
 // Subsystem: text.  Stands on: ZAbstractMutableString, ZAbstractString, ZStringIterator,
 // ZUTF8String.
 //
-// Plain texts are taken as they are, as text of the local codeset. Text is converted only when a
-// string is made or assigned from a string of UTF-8.
+// A plain `char const*` is text of the local codeset and is copied unchanged. Construction and
+// assignment from a UTF-8 string convert.
 // Ownership: a ZLCString_6_0 owns its text; a ZLCConstString_6_0 borrows it and copies nothing.
 // Threads: unsynchronised; callers serialise changes to one string.
 #pragma once
@@ -19,17 +19,17 @@ class ZLCString_6_0 : public ZAbstractMutableString_6_0 {
 public:
     ZLCString_6_0() = default;
 
-    /// Makes a string of the text up to its terminator, taken as local text.
-    /// range   null makes an empty string.
+    /// Creates a string of local text up to its terminator.
+    /// range   null gives an empty string.
     ZLCString_6_0(char const* text) : ZAbstractMutableString_6_0(text) {}
 
-    /// Makes a string of `length` bytes, taken as local text.
-    /// range   null makes an empty string.
+    /// Creates a string of `length` bytes of local text.
+    /// range   null gives an empty string.
     ZLCString_6_0(char const* text, unsigned int length) : ZAbstractMutableString_6_0(text, length)
     {
     }
 
-    // Of one byte, or of a number written in decimal.
+    // From one byte, or from a number written in decimal.
     explicit ZLCString_6_0(char c) : ZAbstractMutableString_6_0(c) {}
     explicit ZLCString_6_0(int number) : ZAbstractMutableString_6_0(number) {}
     explicit ZLCString_6_0(unsigned int number) : ZAbstractMutableString_6_0(number) {}
@@ -39,13 +39,12 @@ public:
     ZLCString_6_0(ZLCString_6_0 const& other) = default;
     ZLCString_6_0(ZLCConstString_6_0 const& other);
 
-    // Converts. A source that cannot be converted makes an empty string.
+    // Converts. A source that cannot be converted gives an empty string.
     ZLCString_6_0(ZUTF8String_6_0 const& other);
     ZLCString_6_0(ZUTF8ConstString_6_0 const& other);
 
-    // Assignment replaces the contents; a null text changes nothing, numbers are written in
-    // decimal, a string of the other codeset is converted or, when that fails, leaves the string
-    // empty.
+    // Assignment replaces the contents. A null pointer changes nothing, numbers are written in
+    // decimal, and a string of the other codeset is converted; if that fails, the string is empty.
     ZLCString_6_0& operator=(ZLCString_6_0 const& other) = default;
     ZLCString_6_0& operator=(ZLCConstString_6_0 const& other);
     ZLCString_6_0& operator=(ZUTF8String_6_0 const& other);
@@ -86,14 +85,13 @@ public:
 
     ZLCString_6_0& replaceAll(char const* set, char b) override;
 
-    /// Replaces every character that occurs in `set` by `replacement`.
-    /// range   a null text changes nothing, nor does an empty `set`; an empty `replacement`
-    ///         removes.
+    /// Replaces every character that occurs in `set` with `replacement`.
+    /// range   a null pointer or an empty `set` changes nothing; an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     ZLCString_6_0& replaceAll(char const* set, char const* replacement) override;
 
-    /// Replaces every character that does not occur in `set` by `replacement`.
-    /// range   a null text changes nothing; an empty `set` replaces every character, an empty
+    /// Replaces every character that does not occur in `set` with `replacement`.
+    /// range   a null pointer changes nothing; an empty `set` replaces every character, an empty
     ///         `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     ZLCString_6_0& replaceOther(char const* set, char const* replacement) override;
@@ -107,7 +105,7 @@ public:
     }
     ZLCString_6_0& operator+=(ZLCConstString_6_0 const& other);
 
-    // A new string: a copy of this one, with the argument behind it.
+    // A new string: this one with the argument appended.
     ZLCString_6_0 operator+(char const* text) const;
     ZLCString_6_0 operator+(ZLCString_6_0 const& other) const;
     ZLCString_6_0 operator+(ZLCConstString_6_0 const& other) const;
@@ -137,16 +135,16 @@ public:
     bool operator==(ZLCConstString_6_0 const& other) const;
     bool operator!=(ZLCConstString_6_0 const& other) const { return !(*this == other); }
 
-    /// Returns the text from `from` to the end; empty when `from` is behind the end.
+    /// Returns the text from `from` to the end; empty if `from` is past the end.
     /// units   bytes.
     ZLCString_6_0 subString(unsigned int from) const;
 
-    /// Returns `count` bytes from `from`, or as many as there are.
+    /// Returns `count` bytes from `from` on, or up to the end.
     /// units   bytes.
     ZLCString_6_0 subString(unsigned int from, unsigned int count) const;
 
 private:
-    // What an operation of the base returned is this very string.
+    // Narrows the result of a base class operation, which is this string.
     static ZLCString_6_0& self(ZAbstractMutableString_6_0& string)
     {
         return static_cast<ZLCString_6_0&>(string);
@@ -157,7 +155,7 @@ class ZLCConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZLCConstString_6_0() = default;
 
-    // Views. The text is borrowed; a view of a string holds while that keeps its buffer.
+    // Views. The text is borrowed; a view of a string is valid while the string keeps its buffer.
     ZLCConstString_6_0(char const* text) : ZAbstractConstString_6_0(text) {}
     ZLCConstString_6_0(ZLCConstString_6_0 const& other) = default;
     ZLCConstString_6_0(ZLCString_6_0 const& other) : ZAbstractConstString_6_0(other.getChars()) {}

@@ -2,9 +2,9 @@
 //
 // Subsystem: text tools.  Stands on: ZObject, ZException, ZLCString, ZBuffer, zqvrutil.
 //
-// Ownership: a converter makes its codeset handle and releases it; it cannot be copied.
-// Threads: no lock; a converter never changes after it was made, so that any number of threads
-// may convert with one, each into its own buffer.
+// Ownership: a converter owns its codeset handle; it cannot be copied.
+// Threads: not locked. A converter is immutable, so any number of threads may convert with it, each
+// into its own buffer.
 #pragma once
 
 #include "ZLCString.h"
@@ -13,19 +13,19 @@
 class ZBuffer_6_0;
 struct qvr_cs;  // a codeset handle, qvr.h
 
-// What a converter does, without a base and without fields.
+// The interface of a converter, without a base class and without fields.
 class ZUTF8ConverterInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Returns the name of the codeset on the local side.
+    /// Returns the name of the local codeset of this converter.
     /// owns    borrowed until the converter is destroyed.
     virtual ZLCString_6_0 const& getLocalCodeSet() const = 0;
 
-    /// Converts UTF-8 `text`, its ending zero included, and puts the result into `buffer`.
+    /// Converts UTF-8 `text`, including its terminator, into `buffer`.
     virtual void convertToLocal(char const* text, ZBuffer_6_0& buffer) const = 0;
 
-    /// Converts local `text`, its ending zero included, and puts the result into `buffer`.
+    /// Converts local `text`, including its terminator, into `buffer`.
     virtual void convertToUTF8(char const* text, ZBuffer_6_0& buffer) const = 0;
 
     virtual ~ZUTF8ConverterInterface_6_0() noexcept(false);
@@ -42,18 +42,18 @@ public:
 
 class ZQVRUTF8Converter_6_0 : public ZAbstractUTF8Converter_6_0 {
 public:
-    /// Makes a converter without a codeset: its name is empty and it converts nothing.
-    /// throws  ZNoQVREnvironmentException_6_0 when QVRDIR is unset; a value that a set-uid program
-    ///         inherited counts as unset.
+    /// Creates a converter without a codeset: its name is empty and it converts nothing.
+    /// throws  ZNoQVREnvironmentException_6_0 if QVRDIR is unset; in a set-uid program it is
+    ///         treated as unset.
     ZQVRUTF8Converter_6_0();
 
-    /// Makes a converter for the codeset named `codeset`.
-    /// range   null `codeset` is the codeset of the process's locale; a name that nothing knows
-    ///         gives a converter that converts nothing. `qvrDir` names the tables to use from now
-    ///         on, for the whole process, as zset_cs_dir_6_0() does; null leaves them. It does not
-    ///         stand in for QVRDIR when this is the first string of the process: see
+    /// Creates a converter for the codeset named `codeset`.
+    /// range   null `codeset` is the codeset of the process's locale; an unknown name gives a
+    ///         converter that converts nothing. `qvrDir` is the directory of the tables to use from
+    ///         now on, for the whole process, as in zset_cs_dir_6_0(); null keeps the current ones.
+    ///         It does not replace QVRDIR if this is the first string of the process: see
     ///         zgetLCSHandle_6_0().
-    /// throws  ZNoQVREnvironmentException_6_0 when `qvrDir` is null and QVRDIR is unset.
+    /// throws  ZNoQVREnvironmentException_6_0 if `qvrDir` is null and QVRDIR is unset.
     ZQVRUTF8Converter_6_0(char const* codeset, char const* qvrDir);
 
     ZQVRUTF8Converter_6_0(ZQVRUTF8Converter_6_0 const&) = delete;
@@ -62,22 +62,22 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ZLCString_6_0 const& getLocalCodeSet() const override;
 
-    /// Converts UTF-8 `text`, its ending zero included, and puts the result into `buffer`.
-    /// range   null `text` is the empty text.
-    /// throws  ZOutOfMemoryException_6_0 with `buffer` as it was.
-    /// kept    text that does not convert leaves `buffer` as it was and is not reported.
+    /// Converts UTF-8 `text`, including its terminator, into `buffer`.
+    /// range   null `text` is the empty string.
+    /// throws  ZOutOfMemoryException_6_0, with `buffer` unchanged.
+    /// kept    invalid text leaves `buffer` unchanged and is not reported.
     void convertToLocal(char const* text, ZBuffer_6_0& buffer) const override;
 
-    /// Converts local `text`, its ending zero included, and puts the result into `buffer`.
-    /// range   null `text` is the empty text.
-    /// throws  ZOutOfMemoryException_6_0 with `buffer` as it was.
-    /// kept    text that does not convert leaves `buffer` as it was and is not reported.
+    /// Converts local `text`, including its terminator, into `buffer`.
+    /// range   null `text` is the empty string.
+    /// throws  ZOutOfMemoryException_6_0, with `buffer` unchanged.
+    /// kept    invalid text leaves `buffer` unchanged and is not reported.
     void convertToUTF8(char const* text, ZBuffer_6_0& buffer) const override;
 
     ~ZQVRUTF8Converter_6_0() override;
 
 private:
     ZLCString_6_0 codeset_;
-    ZLCConstString_6_0 unused_;    // empty; holds its place in the object
+    ZLCConstString_6_0 unused_;    // empty; keeps the object's layout
     struct qvr_cs const* handle_;  // null: converts nothing
 };

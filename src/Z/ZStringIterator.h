@@ -1,13 +1,13 @@
-// ZStringIterator: walks a string one character at a time.
+// ZStringIterator: iterates over the characters of a string.
 //
 // Subsystem: text.  Stands on: ZAbstractMutableString, ZException, ZIterator, ZLCString,
 // ZUTF8String, zqvrutil.
 //
-// A character is a whole multibyte sequence of the string's codeset. Each is written into a string
-// that the caller supplies, so that a step allocates nothing.
-// Ownership: source and target, two strings, are borrowed and must outlive the iterator. When the
-// source has changed, reset() comes before everything else.
-// Threads: unsynchronised; an iterator belongs to one thread at a time, as do source and target.
+// A character is a whole multibyte sequence of the string's codeset. The iterator writes each into
+// a string of the caller, so a step allocates nothing.
+// Ownership: source and target are two strings, borrowed, and must outlive the iterator. After a
+// change of the source call reset() first.
+// Threads: unsynchronised; one thread at a time uses an iterator, its source and its target.
 #pragma once
 
 #include "ZAbstractMutableString.h"
@@ -20,13 +20,13 @@ class ZUTF8String_6_0;
 
 class ZStringIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
-    // Iterators that stand at the first character of `source` and write into `target`.
+    // Creates an iterator at the first character of `source` that writes into `target`.
     ZStringIterator_6_0(ZUTF8String_6_0 const& source, ZUTF8String_6_0& target);
     ZStringIterator_6_0(ZUTF8ConstString_6_0 const& source, ZUTF8String_6_0& target);
     ZStringIterator_6_0(ZLCString_6_0 const& source, ZLCString_6_0& target);
     ZStringIterator_6_0(ZLCConstString_6_0 const& source, ZLCString_6_0& target);
 
-    // The copy stands where the original does and shares source and target with it.
+    // A copy has the position of the original and shares its source and target.
     ZStringIterator_6_0(ZStringIterator_6_0 const& other) = default;
     ZStringIterator_6_0& operator=(ZStringIterator_6_0 const& other) = default;
 
@@ -37,17 +37,17 @@ public:
     /// owns    owned by the caller; released with delete.
     ZStringIterator_6_0* clone() const override;
 
-    /// Returns whether a character follows.
+    /// Returns whether there is a next character.
     bool hasMore() override;
 
-    /// Writes the next character into the target, steps past it and returns the target.
+    /// Writes the next character into the target, advances and returns the target.
     /// range   at the end the target is emptied.
     /// owns    the target stays the caller's.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and
-    ///         place stay.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and position
+    ///         are unchanged.
     ZAbstractMutableString_6_0* getNext() override;
 
-    /// Goes back to the first character.
+    /// Returns to the first character.
     virtual void reset();
 
 private:

@@ -18,8 +18,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZStringTokenizer";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseWithDelimiters = 72,
     raiseWithoutDelimiters = 97,
@@ -34,9 +33,9 @@ bool isLocal(ZAbstractString_6_0 const& string)
     return string.getCodesetHandle() == ZAbstractString_6_0::lcs_handle_;
 }
 
-// Tells whether a character occurs in a text of delimiters, wherever its bytes are: also across two
-// of them. Of longer characters the first few are searched for. After them a set is filled, with
-// all that has as many bytes in the text; without memory for it the search goes on.
+// Tests whether the bytes of a character occur in a string of delimiters, at any position: also
+// across two characters of it. The first few longer characters are searched. Then, per length, a
+// set is filled with all substrings of that length; without memory for it searching continues.
 class DelimiterTest {
 public:
     explicit DelimiterTest(char const* delimiters) : delimiters_(delimiters)
@@ -91,7 +90,7 @@ private:
     Progress progress_[CharacterSet::kLongestCharacter + 1];
 };
 
-// A tokenizer's own delimiters: a string with a test for its text, which never changes.
+// A tokenizer's own delimiters: a string and the test for it. The string never changes.
 template <class String>
 struct OwnDelimiters : String {
     explicit OwnDelimiters(char const* delimiters) : String(delimiters), test(this->getChars()) {}
@@ -99,7 +98,7 @@ struct OwnDelimiters : String {
     DelimiterTest test;
 };
 
-// Returns a new string with the text `delimiters`, in the codeset of `source`.
+// Returns a new string with the contents `delimiters`, in the codeset of `source`.
 ZAbstractMutableString_6_0* newDelimiters(ZAbstractString_6_0 const& source, char const* delimiters)
 {
     if (isLocal(source))
@@ -107,7 +106,7 @@ ZAbstractMutableString_6_0* newDelimiters(ZAbstractString_6_0 const& source, cha
     return new OwnDelimiters<ZUTF8String_6_0>(delimiters);
 }
 
-// Returns the test of delimiters that newDelimiters() made.
+// Returns the test of delimiters that newDelimiters() created.
 DelimiterTest& testOf(ZAbstractMutableString_6_0& delimiters)
 {
     if (isLocal(delimiters))
@@ -241,7 +240,8 @@ unsigned int ZStringTokenizer_6_0::skipOther(ZAbstractString_6_0 const& delimite
     return cursor_ == nullptr ? 0 : static_cast<unsigned int>(span(cursor_, delimiters, false));
 }
 
-// Returns how many bytes from `from` on are delimiters, or are none.
+// Returns the length in bytes of the run of delimiters, or of non-delimiters, that starts at
+// `from`.
 size_t ZStringTokenizer_6_0::span(char const* from, ZAbstractString_6_0 const& delimiters,
                                   bool ofDelimiters) const
 {

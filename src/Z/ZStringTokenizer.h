@@ -3,14 +3,13 @@
 // Subsystem: text tools.  Stands on: ZAbstractMutableString, ZArrayList, ZException, ZIterator,
 // ZLCString, ZUTF8String, zqvrutil.
 //
-// Delimiters are never handed out, several in a row give no empty tokens, and there is no quoting.
-// Each token is written into a string that the caller supplies. Delimiters may differ from call to
-// call.
-// Ownership: source and target, two strings, are borrowed and must outlive the tokenizer, the
-// delimiters are copied. When the source has changed, reset() comes before everything else.
+// Delimiters are never returned, adjacent ones give no empty tokens, and there is no quoting. The
+// tokenizer writes each token into a string of the caller. Delimiters may differ from call to call.
+// Ownership: source and target are two strings, borrowed, and must outlive the tokenizer;
+// delimiters are copied. After a change of the source call reset() first.
 // Cost: linear in the text and in the tokenizer's own delimiters, however many tokens there are.
-// Delimiters that come with a call are read at each call.
-// Threads: unsynchronised; a tokenizer belongs to one thread at a time, as do source and target.
+// Delimiters passed to a call are read at each call.
+// Threads: unsynchronised; one thread at a time uses a tokenizer, its source and its target.
 #pragma once
 
 #include "ZAbstractMutableString.h"
@@ -20,18 +19,18 @@ class ZArrayList_6_0;
 
 class ZStringTokenizer_6_0 : public ZAbstractIterator_6_0 {
 public:
-    /// Makes a tokenizer at the start of `source` with the delimiters blank, tab, carriage return
-    /// and line feed.
-    /// throws  ZUnsupportedException_6_0 when source and target are of different codesets.
+    /// Creates a tokenizer at the start of `source` with the delimiters space, tab, carriage return
+    /// and newline.
+    /// throws  ZUnsupportedException_6_0 if source and target have different codesets.
     ZStringTokenizer_6_0(ZAbstractString_6_0 const& source, ZAbstractMutableString_6_0& target);
 
-    /// Makes a tokenizer at the start of `source`.
-    /// throws  ZUnsupportedException_6_0 when source and target are of different codesets.
+    /// Creates a tokenizer at the start of `source`.
+    /// throws  ZUnsupportedException_6_0 if source and target have different codesets.
     ZStringTokenizer_6_0(ZAbstractString_6_0 const& source, ZAbstractMutableString_6_0& target,
                          ZAbstractString_6_0 const& delimiters);
 
-    /// Makes a tokenizer that stands where `other` does, shares source and target with it and has
-    /// delimiters of its own.
+    /// Creates a tokenizer at the position of `other` that shares its source and target and copies
+    /// its delimiters.
     ZStringTokenizer_6_0(ZStringTokenizer_6_0 const& other);
     ZStringTokenizer_6_0& operator=(ZStringTokenizer_6_0 const& other);
 
@@ -42,35 +41,36 @@ public:
     /// owns    owned by the caller; released with delete.
     ZStringTokenizer_6_0* clone() const override;
 
-    /// Steps over delimiters and returns whether a token follows.
-    /// range   a character is a delimiter when its bytes occur in `delimiters`.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; the place stays.
+    /// Skips delimiters and returns whether there is a next token.
+    /// range   a character is a delimiter if its bytes occur in `delimiters`.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; the position is
+    ///         unchanged.
     virtual bool hasMore(ZAbstractString_6_0 const& delimiters);
     bool hasMore() override;
 
-    /// Steps over delimiters, writes the next token into the target, steps past it and returns the
+    /// Skips delimiters, writes the next token into the target, advances past it and returns the
     /// target.
     /// range   at the end the target is emptied.
     /// owns    the target stays the caller's.
-    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and
-    ///         place stay.
+    /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured; target and position
+    ///         are unchanged.
     virtual ZAbstractMutableString_6_0* getNext(ZAbstractString_6_0 const& delimiters);
     ZAbstractMutableString_6_0* getNext() override;
 
-    /// Goes back to the start of the source.
+    /// Returns to the start of the source.
     virtual void reset();
 
     /// Adds the remaining tokens to `out`.
-    /// owns    every token is a string of its own: the list's when it owns its members, otherwise
-    ///         the caller's, released with delete.
+    /// owns    every token is a new string: the list's if it owns its elements, otherwise the
+    ///         caller's, released with delete.
     virtual void list(ZArrayList_6_0& out);
 
-    /// Returns the length of the delimiters at the current place, which stays.
+    /// Returns the length of the run of delimiters at the current position. Does not advance.
     /// units   bytes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     unsigned int skipAll(ZAbstractString_6_0 const& delimiters) const;
 
-    /// Returns the length of what is no delimiter at the current place, which stays.
+    /// Returns the length of the run of non-delimiters at the current position. Does not advance.
     /// units   bytes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     unsigned int skipOther(ZAbstractString_6_0 const& delimiters) const;

@@ -12,8 +12,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZUTF8String";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInReplace = 299 };
 
 bool isAscii(char c)
@@ -65,7 +64,7 @@ ZUTF8String_6_0* ZUTF8String_6_0::clone() const
 
 bool ZUTF8String_6_0::equals(ZObject_6_0 const& other) const
 {
-    // Two strings of this very class, as the keys of maps are, need no calls to be compared.
+    // Compares strings of exactly this class, such as keys of maps, without a virtual call.
     if (typeid(*this) == typeid(ZUTF8String_6_0) && typeid(other) == typeid(ZUTF8String_6_0))
         return *this == static_cast<ZUTF8String_6_0 const&>(other);
     return ZAbstractMutableString_6_0::equals(other);
@@ -97,8 +96,9 @@ ZUTF8String_6_0& ZUTF8String_6_0::replace(char a, char b)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInReplace);
     if (a == 0)
         return *this;
-    // KEPT: `b` 0 is written into the text and the length stays; callers split a text in place
-    // with it. Test: ZUTF8String.KeepsLengthWhenReplacingByZero
+    // KEPT: `b` 0 is written into the text and the length is unchanged. A caller that splits a text
+    // in place would lose the parts after the first otherwise.
+    // Test: ZUTF8String.KeepsLengthWhenReplacingByZero
     for (char* found = strchr(buffer(), a); found != nullptr; found = strchr(found + 1, a))
         *found = b;
     return *this;

@@ -3,8 +3,8 @@
 // Subsystem: text.  Stands on: ZAbstractMutableString, ZAbstractString, ZException,
 // ZLCString, ZStringIterator, zqvrutil.
 //
-// Plain texts are taken as they are, as UTF-8. Text is converted only when a string is made or
-// assigned from a string of the local codeset.
+// A plain `char const*` is UTF-8 text and is copied unchanged. Construction and assignment from a
+// string of the local codeset convert.
 // Ownership: a ZUTF8String_6_0 owns its text; a ZUTF8ConstString_6_0 borrows it and copies nothing.
 // Threads: unsynchronised; callers serialise changes to one string.
 #pragma once
@@ -19,18 +19,18 @@ class ZUTF8String_6_0 : public ZAbstractMutableString_6_0 {
 public:
     ZUTF8String_6_0() = default;
 
-    /// Makes a string of the text up to its terminator, taken as UTF-8.
-    /// range   null makes an empty string.
+    /// Creates a string of UTF-8 text up to its terminator.
+    /// range   null gives an empty string.
     ZUTF8String_6_0(char const* text) : ZAbstractMutableString_6_0(text) {}
 
-    /// Makes a string of `length` bytes, taken as UTF-8.
-    /// range   null makes an empty string.
+    /// Creates a string of `length` bytes of UTF-8 text.
+    /// range   null gives an empty string.
     ZUTF8String_6_0(char const* text, unsigned int length)
         : ZAbstractMutableString_6_0(text, length)
     {
     }
 
-    // Of one byte, or of a number written in decimal.
+    // From one byte, or from a number written in decimal.
     explicit ZUTF8String_6_0(char c) : ZAbstractMutableString_6_0(c) {}
     explicit ZUTF8String_6_0(int number) : ZAbstractMutableString_6_0(number) {}
     explicit ZUTF8String_6_0(unsigned int number) : ZAbstractMutableString_6_0(number) {}
@@ -40,13 +40,12 @@ public:
     ZUTF8String_6_0(ZUTF8String_6_0 const& other) = default;
     ZUTF8String_6_0(ZUTF8ConstString_6_0 const& other);
 
-    // Converts. A source that cannot be converted makes an empty string.
+    // Converts. A source that cannot be converted gives an empty string.
     ZUTF8String_6_0(ZLCString_6_0 const& other);
     ZUTF8String_6_0(ZLCConstString_6_0 const& other);
 
-    // Assignment replaces the contents; a null text changes nothing, numbers are written in
-    // decimal, a string of the other codeset is converted or, when that fails, leaves the string
-    // empty.
+    // Assignment replaces the contents. A null pointer changes nothing, numbers are written in
+    // decimal, and a string of the other codeset is converted; if that fails, the string is empty.
     ZUTF8String_6_0& operator=(ZUTF8String_6_0 const& other) = default;
     ZUTF8String_6_0& operator=(ZUTF8ConstString_6_0 const& other);
     ZUTF8String_6_0& operator=(ZLCString_6_0 const& other);
@@ -87,22 +86,21 @@ public:
 
     ZUTF8String_6_0& replaceAll(char const* set, char b) override;
 
-    /// Replaces every byte `a` by `b`.
+    /// Replaces every byte `a` with `b`.
     /// range   `a` is an ASCII character; 0 changes nothing.
-    /// throws  ZInvalidParameterException_6_0 when `a` is not ASCII.
-    /// kept    `b` 0 is written like any other byte: the length stays.
+    /// throws  ZInvalidParameterException_6_0 if `a` is not ASCII.
+    /// kept    `b` 0 is written like any other byte: the length is unchanged.
     ZUTF8String_6_0& replace(char a, char b) override;
 
     ZUTF8String_6_0& replace(char const* text, char const* by) override;
 
-    /// Replaces every character that occurs in `set` by `replacement`.
-    /// range   a null text changes nothing, nor does an empty `set`; an empty `replacement`
-    ///         removes.
+    /// Replaces every character that occurs in `set` with `replacement`.
+    /// range   a null pointer or an empty `set` changes nothing; an empty `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     ZUTF8String_6_0& replaceAll(char const* set, char const* replacement) override;
 
-    /// Replaces every character that does not occur in `set` by `replacement`.
-    /// range   a null text changes nothing; an empty `set` replaces every character, an empty
+    /// Replaces every character that does not occur in `set` with `replacement`.
+    /// range   a null pointer changes nothing; an empty `set` replaces every character, an empty
     ///         `replacement` removes.
     /// throws  ZQVRMBLenException_6_0 at a character that cannot be measured.
     ZUTF8String_6_0& replaceOther(char const* set, char const* replacement) override;
@@ -116,7 +114,7 @@ public:
     }
     ZUTF8String_6_0& operator+=(ZUTF8ConstString_6_0 const& other);
 
-    // A new string: a copy of this one, with the argument behind it.
+    // A new string: this one with the argument appended.
     ZUTF8String_6_0 operator+(char const* text) const;
     ZUTF8String_6_0 operator+(ZUTF8String_6_0 const& other) const;
     ZUTF8String_6_0 operator+(ZUTF8ConstString_6_0 const& other) const;
@@ -146,21 +144,21 @@ public:
     bool operator==(ZUTF8ConstString_6_0 const& other) const;
     bool operator!=(ZUTF8ConstString_6_0 const& other) const { return !(*this == other); }
 
-    /// Returns the text from `from` to the end; empty when `from` is behind the end.
+    /// Returns the text from `from` to the end; empty if `from` is past the end.
     /// units   bytes.
     ZUTF8String_6_0 subString(unsigned int from) const;
 
-    /// Returns `count` bytes from `from`, or as many as there are.
+    /// Returns `count` bytes from `from` on, or up to the end.
     /// units   bytes.
     ZUTF8String_6_0 subString(unsigned int from, unsigned int count) const;
 
-    // Case changes in place: ASCII at the beginning directly, the rest from the first other
-    // character on through the codeset services.
+    // Case changes in place: directly for the ASCII prefix, through the codeset services for the
+    // rest.
     ZUTF8String_6_0& lower();
     ZUTF8String_6_0& upper();
 
 private:
-    // What an operation of the base returned is this very string.
+    // Narrows the result of a base class operation, which is this string.
     static ZUTF8String_6_0& self(ZAbstractMutableString_6_0& string)
     {
         return static_cast<ZUTF8String_6_0&>(string);
@@ -171,7 +169,7 @@ class ZUTF8ConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZUTF8ConstString_6_0() = default;
 
-    // Views. The text is borrowed; a view of a string holds while that keeps its buffer.
+    // Views. The text is borrowed; a view of a string is valid while the string keeps its buffer.
     ZUTF8ConstString_6_0(char const* text) : ZAbstractConstString_6_0(text) {}
     ZUTF8ConstString_6_0(ZUTF8ConstString_6_0 const& other) = default;
     ZUTF8ConstString_6_0(ZUTF8String_6_0 const& other) : ZAbstractConstString_6_0(other.getChars())

@@ -25,11 +25,11 @@ constexpr char kDefaultDir[] = "/opt/Tarsenna/nls/QVR";
 constexpr char kUTF8[] = "UTF8";
 constexpr size_t kMostBytesPerCharacter = 4;
 
-// The number each raise site puts into its report; it belongs to the site.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseWithoutDirectory = 125, raiseWithoutCodeset = 129 };
 
-// What the process has once. The initialisation alone writes it, each handle after everything that
-// its user reads with it, so that a handle seen set says that the rest is there.
+// State of the process. Only the initialisation writes it. It stores each handle after the data
+// that the handle's users read, so a thread that sees a handle sees that data too.
 pthread_once_t once = PTHREAD_ONCE_INIT;
 bool hasDirectory;          // QVRDIR was set
 char localeName[512];       // canonical; published by localeKnown
@@ -41,9 +41,9 @@ std::atomic<qvr_loc_t> localeHandle;
 std::atomic<qvr_cs_t> localHandle;
 std::atomic<qvr_cs_t> utf8Handle;
 
-// True while this thread makes or prints the report of a failed initialisation. The report is made
-// of strings and every string asks for the handles: those calls answer null instead of failing
-// once more.
+// True while this thread creates or prints the report of a failed initialisation. The report
+// contains strings, and every string requests the handles: those calls return null instead of
+// failing again.
 thread_local bool reporting;
 
 class ReportingScope {
@@ -54,8 +54,8 @@ public:
     ~ReportingScope() { reporting = false; }
 };
 
-// Has the text services take the tables of `directory`, and reports on standard error if it cannot
-// use them. The report is no message of the service: that would make strings, which wait for the
+// Makes the text services use the tables of `directory`; reports on standard error if they cannot.
+// The report is not a message of the service, which would create strings, and they wait for the
 // initialisation.
 void setTableDirectory(char const* directory)
 {
@@ -79,21 +79,23 @@ void setTableDirectory(char const* directory)
     errno = before;
 }
 
-// Runs under pthread_once: it makes no string and raises nothing, because a second entry from here
-// would wait for itself.
+// Runs under pthread_once: it creates no string and throws nothing, because a recursive call would
+// wait for itself.
 void zonce_init()
 {
-    // A thread that is cancelled half-way would leave the others with a half-made state.
+    // A cancelled thread would leave the state half-initialised for the others.
     ZCancelGuard const uncancelled;
     setlocale(LC_ALL, "");
     longestCharacter.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);
-    // A set-uid program must not read tables that its caller names: there QVRDIR counts as unset.
+    // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
+    // unset.
     char const* const directory = secure_getenv("QVRDIR");
     hasDirectory = directory != nullptr;
     if (!hasDirectory)
         return;
-    // The services look at no environment; a directory that they refuse leaves their own tables.
+    // The services read no environment variables. If they refuse the directory, their own tables
+    // stay.
     setTableDirectory(directory);
 
     char systemName[512];
@@ -137,7 +139,7 @@ void commonInit()
         .throwException(kSource, raiseWithoutCodeset);
 }
 
-// Initialises, or reports why that failed.
+// Initialises, or reports the failure.
 bool initialised()
 {
     ReportingScope const scope;
@@ -165,7 +167,7 @@ qvr_loc_t processLocale()
     return localeHandle.load(std::memory_order_acquire);
 }
 
-// The byte length of the character at `s` when `accepts` says yes to it, else 0.
+// Returns the length in bytes of the character at `s` if `accepts` returns true for it, else 0.
 int lengthIfOfClass(qvr_cs_t cs, char const* s, size_t n, int (*accepts)(uint32_t))
 {
     uint32_t wc = 0;
@@ -207,8 +209,9 @@ void zset_cs_dir_6_0(char const* dir)
 
 int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)
 {
-    // KEPT: the terminator has length 1 here too, unlike in every other codeset. Callers stop at
-    // the terminator themselves. Test: zqvrutil.KeepsLengthOneInSingleByteLocales
+    // KEPT: the terminator has length 1 here, unlike in every other codeset. A loop that stops at
+    // the terminator itself does not notice; one that steps past it would.
+    // Test: zqvrutil.KeepsLengthOneInSingleByteLocales
     if (cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
         longestCharacter.load(std::memory_order_relaxed) == 1)
         return 1;
@@ -219,7 +222,7 @@ int zmbtowc_6_0(qvr_cs_t cs, uint16_t* wc, char const* s, size_t n)
 {
     uint32_t decoded = 0;
     int const length = qvr_mbtowc(cs, &decoded, s, n);
-    // KEPT: 16 bits of the character; wide text of this library has 16-bit units.
+    // KEPT: 16 bits of the character, because wide strings of this library have 16-bit units.
     // Test: zqvrutil.KeepsSixteenBitsOfACharacter
     if (wc != nullptr)
         *wc = static_cast<uint16_t>(decoded);
@@ -340,7 +343,8 @@ size_t zstrcount_6_0(qvr_cs_t cs, char const* s)
 {
     if (s == nullptr)
         return 0;
-    // KEPT: bytes, although the name says characters; lengths of buffers are computed from it.
+    // KEPT: bytes, although the name suggests characters. A caller that sizes a buffer by the
+    // result would make it too small otherwise.
     // Test: zqvrutil.KeepsCountingBytes
     bool const isUTF8 = cs != nullptr && cs == utf8Handle.load(std::memory_order_acquire);
     char const* at = s;
@@ -349,8 +353,8 @@ size_t zstrcount_6_0(qvr_cs_t cs, char const* s)
             ++at;
             continue;
         }
-        // A character that the terminator cuts is invalid either way; what lies behind the
-        // terminator may not be readable.
+        // A character that the terminator truncates is invalid either way; bytes past the
+        // terminator may be unreadable.
         int const length = zmblen_6_0(cs, at, strnlen(at, kMostBytesPerCharacter));
         if (length <= 0)
             break;
@@ -386,8 +390,9 @@ int zconvert_UTF16_to_UTF8_6_0(uint16_t const** src, uint16_t const* srcEnd, cha
     while (from < srcEnd) {
         uint32_t value = *from;
         int units = 1;
-        // KEPT: a surrogate without its other half is encoded like any other unit; callers have
-        // such text and get back what they put in. Test: zqvrutil.KeepsUnpairedSurrogates
+        // KEPT: an unpaired surrogate is encoded like any other unit. A caller that stores such
+        // text would not read it back unchanged otherwise.
+        // Test: zqvrutil.KeepsUnpairedSurrogates
         bool const isHigh = value >= 0xD800 && value <= 0xDBFF;
         if (isHigh && srcEnd - from > 1 && from[1] >= 0xDC00 && from[1] <= 0xDFFF) {
             value = (value - 0xD800) * 1024 + (from[1] - 0xDC00u) + 0x10000;
