@@ -13,8 +13,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZArray";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInAllocate = 52,
     reportInDestructor = 69,
@@ -25,7 +24,7 @@ enum RaiseSite {
     raiseInSwap = 223
 };
 
-// Whether no derived class overrides what the array's operations call.
+// Whether no derived class can override the virtual operations that the array calls.
 bool isPlain(ZArray_6_0 const& array)
 {
     return typeid(array) == typeid(ZArray_6_0);
@@ -61,8 +60,9 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
 {
     if (this == &source)
         return *this;
-    // KEPT: owns_ is not assigned although the copy constructor takes it over; callers assign
-    // between owning and borrowing arrays. Test: ZArray.KeepsItsOwnershipWhenAssigned
+    // KEPT: owns_ is not assigned, although the copy constructor copies it. An assigned flag would
+    // delete or leak the objects of a program that assigns between owning and borrowing arrays.
+    // Test: ZArray.KeepsItsOwnershipWhenAssigned
     if (isPlain(*this)) {
         ZArray_6_0 old(source.count_, owns_);
         source.copyMembers(old.elements_, owns_);
@@ -73,7 +73,7 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
     if (count_ == source.count_) {
         removeAll();
     } else {
-        ZArray_6_0 old(source.count_, owns_);  // raises before anything is removed
+        ZArray_6_0 old(source.count_, owns_);  // may throw, so before removeAll()
         removeAll();
         swapSlots(old);
     }
@@ -143,7 +143,7 @@ void ZArray_6_0::set(unsigned int index, ZObject_6_0 const* obj)
         return;
     }
     std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
-    checkIndex(index < count_, raiseInSet);  // the clone() may have changed the array
+    checkIndex(index < count_, raiseInSet);  // clone() may have changed the array
     setNoCopy(index, copy.release());
 }
 
@@ -151,8 +151,9 @@ void ZArray_6_0::setNoCopy(unsigned int index, ZObject_6_0 const* obj)
 {
     checkIndex(index < count_, raiseInSetNoCopy);
     ZObject_6_0* const old = std::exchange(elements_[index], const_cast<ZObject_6_0*>(obj));
-    // KEPT: no look whether `old` is `obj`; what is stored is always counted as new, and callers
-    // do not store again what the array owns. Test: ZArray.KeepsDeletingWhatIsStoredAgain
+    // KEPT: `old` is deleted even if it is `obj`, which is always taken for a new object. A check
+    // would change the number of destructor calls that a program sees.
+    // Test: ZArray.KeepsDeletingWhatIsStoredAgain
     if (owns_ != 0)
         delete old;
 }
@@ -173,8 +174,8 @@ void ZArray_6_0::swap(unsigned int one, unsigned int other)
     std::swap(elements_[one], elements_[other]);
 }
 
-// Fills `slots` with the contents of this array's: with clones if `owns` is not 0. An array of a
-// derived class is asked through its get().
+// Fills `slots` with this array's objects, or with their clones if `owns` is not 0. Reads an array
+// of a derived class through its get().
 void ZArray_6_0::copyMembers(ZObject_6_0** slots, int owns) const
 {
     SlotFiller filler(slots, owns);

@@ -21,8 +21,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZArrayList";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInAllocate = 61,
     raiseInGrow = 187,
@@ -30,7 +29,7 @@ enum RaiseSite {
     raiseInSort = 253
 };
 
-// The capacity that follows a full one: half as much again, at least one more.
+// The capacity to grow to: larger by half, at least by one.
 unsigned int grown(unsigned int capacity)
 {
     size_t const next = size_t{capacity} + std::max(capacity / 2, 1u);
@@ -39,7 +38,7 @@ unsigned int grown(unsigned int capacity)
     return static_cast<unsigned int>(next);
 }
 
-// The capacity with which a list of `capacity` holds `count` members.
+// The capacity to which a list of `capacity` grows if it holds `count` elements.
 unsigned int grownFor(unsigned int capacity, size_t count)
 {
     while (capacity < count)
@@ -47,14 +46,14 @@ unsigned int grownFor(unsigned int capacity, size_t count)
     return capacity;
 }
 
-// The slots allocated for a capacity: no block of the heap is smaller than the least.
+// The number of slots allocated for a capacity: at least as many as fit the heap's smallest block.
 unsigned int roomFor(unsigned int capacity)
 {
     return std::max(capacity, 3u);
 }
 
-// Moves the first `used` slots of a block to a longer one of `room` slots. A short block is copied:
-// the heap has one at hand, where realloc() would search.
+// Moves the first `used` slots to a longer block of `room` slots. Copies a short block, because
+// malloc() finds a free short block faster than realloc() does.
 ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
 {
     constexpr unsigned int kShort = 128;
@@ -70,8 +69,8 @@ ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
     return static_cast<ZObject_6_0**>(block);
 }
 
-// A member for the partition to compare with: the middle one, or the one nearest to it that is
-// not null. Null when the range has at most one member that is not, and that at its upper end.
+// The pivot of a partition: the non-null element nearest to the middle. Null if all elements, the
+// last one excepted, are null.
 ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
 {
     int64_t const middle = low + (high - low) / 2;
@@ -84,20 +83,20 @@ ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
     return nullptr;
 }
 
-// A range of members still to be sorted; both ends belong to it.
+// An unsorted range; includes both ends.
 struct Range {
     int64_t low;
     int64_t high;
-    int depth;  // partitions that led to it
+    int depth;  // partitions so far
 };
 
-// Up to here a range is partitioned to its end, whatever its shape.
+// A range of at most this length is never merge-sorted.
 constexpr int64_t kFewMembers = 16;
 
-// Sorts the members of a range by merging, for input that partitioning does not divide. Nulls stay
-// in place, members that compare equal keep their order. The comparator may change the list, so the
-// merge works on indices; the members are moved only after the last comparison.
-// throws  ZOutOfMemoryException_6_0, and what `comparator` raises; no member has moved then.
+// Merge-sorts a range that partitions do not divide. Nulls keep their index, elements that compare
+// equal keep their order. The comparator may change the list, so the merge works on indices and
+// moves the elements only after the last comparison.
+// throws  ZOutOfMemoryException_6_0; any exception of `comparator`. No element has moved then.
 void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
                     Range range)
 {
@@ -112,8 +111,8 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     auto const length = static_cast<size_t>(range.high - range.low + 1);
     PlainBlock<uint32_t> block;
     block.resize(3 * length, kSource, raiseInSort);
-    uint32_t* const slots = block.data();  // of the members that are not null
-    uint32_t* from = slots + length;       // indices into slots, in runs that are sorted
+    uint32_t* const slots = block.data();  // indices of the elements that are not null
+    uint32_t* from = slots + length;       // indices into slots, in sorted runs
     uint32_t* to = from + length;
     size_t count = 0;
     for (int64_t at = range.low; at <= range.high; ++at) {
@@ -153,7 +152,7 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
         std::swap(from, to);
     }
 
-    // Member from[k] belongs into slot k. Each cycle of such moves is a chain of exchanges.
+    // Apply the permutation: element from[k] moves to slot k. Each cycle is a chain of swaps.
     for (size_t first = 0; first < count; ++first) {
         size_t at = first;
         while (from[at] != first) {
@@ -164,14 +163,14 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     }
 }
 
-// Sorts by quicksort. The parts of a partition do not overlap, so the order in which they are
-// sorted does not show: the smaller one goes first and the larger one waits, which keeps fewer
-// ranges waiting than a size has bits. A range that is still long after twice as many partitions as
-// halving would need is merge-sorted: every shape of input costs O(n log n) comparisons.
+// Sorts by quicksort. Sorts the smaller part of a partition first and keeps the larger one on a
+// stack, which therefore never holds more ranges than a size has bits. A range that is still long
+// after twice the partitions that halving would need is merge-sorted, so that every input costs
+// O(n log n) comparisons.
 void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool ascending,
                     int64_t low, int64_t high)
 {
-    // Nulls are passed over and so never moved.
+    // Both scans skip nulls, so nulls never move.
     auto const isBefore = [&](ZObject_6_0 const* member, ZObject_6_0 const* pivot) {
         if (member == nullptr)
             return true;
@@ -226,10 +225,10 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     }
 }
 
-// Whether no derived class overrides what the list's operations call.
+// Whether no derived class can override the virtual operations that the list calls.
 bool isPlain(ZArrayList_6_0 const& list)
 {
-    return &typeid(list) == &typeid(ZArrayList_6_0);  // of the one table in this library
+    return &typeid(list) == &typeid(ZArrayList_6_0);  // a single typeid object, in this library
 }
 
 }  // namespace
@@ -254,7 +253,7 @@ bool ZAbstractList_6_0::isEmpty() const
 void ZAbstractList_6_0::sort(ZSortCompare_6_0 const& comparator,
                              ZSortCompare_6_0::sortorder const& order)
 {
-    // The upper end is one past the last member: there get() gives null and swap() does nothing.
+    // The upper end is one past the last element, where get() returns null and swap() does nothing.
     quickSortRange(*this, comparator, order == ZSortCompare_6_0::ascending, 0, size());
 }
 
@@ -329,7 +328,7 @@ void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
     if (index > size())
         return;
     std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
-    if (index > size())  // the clone() has taken members away
+    if (index > size())  // clone() has removed elements
         return;
     addNoCopy(index, copy.get());
     copy.release();
@@ -340,7 +339,7 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     unsigned int const more = other.size();
     if (more == 0)
         return;
-    grownFor(capacity_, size_t{count_} + more);  // raises before anything is cloned
+    grownFor(capacity_, size_t{count_} + more);  // may throw, so before the first clone()
     if (!isPlain(*this)) {
         addAllOrNothing(*this, [&] {
             for (unsigned int i = 0; i < more && i < other.size(); ++i)
@@ -348,7 +347,8 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
         });
         return;
     }
-    // Gathered beside the list: nothing shows of a failure, and a clone() may change the list.
+    // Clone into a block outside the list: a failure then leaves the list unchanged, and a clone()
+    // may change it.
     PlainBlock<ZObject_6_0*> members;
     members.resize(more, kSource, raiseInGrow);
     SlotFiller filler(members.data(), owns_);
@@ -400,12 +400,13 @@ void ZArrayList_6_0::remove(ZListIterator_6_0& iterator)
     auto const index = static_cast<unsigned int>(indexOf(iterator));
     try {
         remove(index);
-    } catch (...) {  // of a member's destructor; the member is gone all the same
+    } catch (...) {  // from the element's destructor; the element was removed anyway
         backUp(iterator);
         throw;
     }
-    // KEPT: steps back also when the iterator has handed out nothing, which leaves it at its end;
-    // callers remove after getNext() only. Test: ZArrayList.KeepsSteppingBackAFreshIterator
+    // KEPT: steps back even if the iterator has returned nothing yet, which leaves it at its end.
+    // A loop that removes before its first getNext() would otherwise run over the whole list.
+    // Test: ZArrayList.KeepsSteppingBackAFreshIterator
     backUp(iterator);
 }
 
@@ -427,7 +428,7 @@ void ZArrayList_6_0::set(unsigned int index, ZObject_6_0 const* obj)
     if (index >= count_)
         return;
     std::unique_ptr<ZObject_6_0> copy(owns_ != 0 ? cloneOf(obj) : nullptr);
-    if (index >= count_)  // the clone() has taken members away
+    if (index >= count_)  // clone() has removed elements
         return;
     ZObject_6_0* const member = owns_ != 0 ? copy.release() : const_cast<ZObject_6_0*>(obj);
     ZObject_6_0* const old = std::exchange(elements_[index], member);
@@ -468,8 +469,8 @@ unsigned int ZArrayList_6_0::capacity() const
 
 void ZArrayList_6_0::shuffle()
 {
-    // KEPT: seeds the generator of the whole process anew each time, although that repeats an
-    // order within a second; callers that want a known order seed the clock.
+    // KEPT: seeds the generator of the whole process at each call, so two calls within a second
+    // shuffle alike. A program that calls rand() after shuffle() sees the seed.
     // Test: ZArrayList.KeepsSeedingTheProcessGenerator
     srand(static_cast<unsigned int>(time(nullptr)));
     for (unsigned int i = size(); i > 1; --i)
@@ -481,7 +482,7 @@ int ZArrayList_6_0::indexOf(ZListIterator_6_0& iterator)
     return iterator.indexOf();
 }
 
-// Slots are allocated two growths ahead, since moving them costs more than the growth itself.
+// Allocates two growths ahead: moving the slots costs more than the spare memory.
 void ZArrayList_6_0::makeRoom(size_t count)
 {
     if (count <= slots_)
@@ -494,14 +495,14 @@ void ZArrayList_6_0::makeRoom(size_t count)
     slots_ = room;
 }
 
-// Takes the members of `source` without asking this list's own operations: all or none of them.
+// Copies all elements of `source` or none, without calling this list's virtual operations.
 void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
 {
     if (this == &source)
         return;
-    // KEPT: neither owns_ nor the capacity is assigned although the copy constructor takes both;
-    // callers assign between owning and borrowing lists.
-    // Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
+    // KEPT: neither owns_ nor the capacity is assigned, although the copy constructor copies both.
+    // An assigned flag would delete or leak the objects of a program that assigns between owning
+    // and borrowing lists. Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
     ZArrayList_6_0 old(grownFor(ZArrayList_6_0::capacity(), source.size()), owns_);
     old.count_ = source.copyMembers(old.elements_, old.capacity_, owns_);
     std::swap(capacity_, old.capacity_);
@@ -512,9 +513,8 @@ void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
     old.removeAll();
 }
 
-// Fills `slots` with the members that the list has now, at most `room` of them: with clones if
-// `owns` is not 0. Returns how many there are. A list of a derived class is asked through its
-// size() and get().
+// Fills `slots` with at most `room` elements of this list, or with their clones if `owns` is not 0,
+// and returns their number. Reads a list of a derived class through its size() and get().
 unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const
 {
     SlotFiller filler(slots, owns);
@@ -528,7 +528,7 @@ unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int room,
     return filler.release();
 }
 
-// add() comes here when there is more to do than to put a pointer into a free slot.
+// The part of add() that is not inline: clones, grows, or calls a derived class's addNoCopy().
 void ZArrayList_6_0::append(ZObject_6_0 const* obj)
 {
     if (owns_ != 0) {
@@ -572,8 +572,9 @@ void ZListIterator_6_0::reset()
 
 void ZListIterator_6_0::backUp()
 {
-    // KEPT: wraps round at the first member, which ends the iteration; callers step back only over
-    // what they were handed. Test: ZListIterator.KeepsWrappingRoundBeforeTheFirstMember
+    // KEPT: the index wraps around before the first element, which ends the iteration. A loop that
+    // steps back without a preceding getNext() would otherwise start over.
+    // Test: ZListIterator.KeepsWrappingRoundBeforeTheFirstMember
     --next_;
 }
 

@@ -1,21 +1,20 @@
-// ZArrayList: a list that grows, and the iterator that walks it.
+// ZArrayList: a growing list, and its iterator.
 //
 // Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZSortCompare, ZArray.
 //
-// Ownership is fixed at construction: an owning list stores clones and deletes what it removes,
-// replaces or clears; a borrowing list stores the caller's pointers and deletes nothing.
-// addNoCopy() stores the pointer as given in both; an owning list takes it over.
-// An index that is out of range is not an error: the call does nothing, or returns null.
-// A null may be a member of either kind of list; it is stored as it is.
+// Ownership is fixed at construction: an owning list stores clones and deletes an element that it
+// removes or replaces; a borrowing list stores the caller's pointers and deletes nothing.
+// addNoCopy() stores the pointer itself in both; an owning list takes it over.
+// An index out of range is not an error: the call does nothing, or returns null.
+// Either kind of list may contain nulls.
 // Threads: unsynchronised; callers serialise access to one list.
-// An operation that raises leaves the members as they were.
-// Callbacks: what a list calls while it works (clone(), equals(), a destructor, a comparator, the
-// target of subList()) may read the list. All but the destructors that removeAll() runs may change
-// it too, as long as they leave the members alone that they were called with: the operation goes on
-// with the list as it finds it.
-// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
-// class that overrides them sees them called. A list of exactly a class of this library may do the
-// same work without the calls.
+// An operation that throws leaves the elements unchanged.
+// Callbacks: the functions that a list calls (clone(), equals(), a destructor, a comparator, the
+// target of subList()) may read the list. Except for destructors during removeAll(), they may also
+// change it, but not the elements that they were called with: the operation continues with the
+// changed list.
+// Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
+// override of them takes effect. A list of exactly a class of this library may skip those calls.
 #pragma once
 
 #include "ZIterator.h"
@@ -30,47 +29,47 @@ class ZList_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Returns the number of members.
+    /// Returns the number of elements.
     virtual unsigned int size() const = 0;
-    /// Returns whether the list has no members.
+    /// Returns whether the list has no elements.
     virtual bool isEmpty() const = 0;
-    /// Returns whether `obj` equals a member.
+    /// Returns whether `obj` equals an element.
     virtual bool contains(ZObject_6_0 const* obj) const = 0;
-    /// Puts `obj` behind the last member.
+    /// Appends `obj`.
     virtual void add(ZObject_6_0 const* obj) = 0;
-    /// Puts `obj` before the member at `index`; `size()` is the place behind the last one.
+    /// Inserts `obj` before the element at `index`; an index of `size()` appends.
     virtual void add(unsigned int index, ZObject_6_0 const* obj) = 0;
-    /// Adds every member of `other`, in order.
+    /// Appends every element of `other`, in order.
     virtual void addList(ZList_6_0 const& other) = 0;
-    /// Removes the first member that `obj` equals.
+    /// Removes the first element that `obj` equals.
     virtual void remove(ZObject_6_0 const* obj) = 0;
-    /// Removes the member at `index`; those behind it move up.
+    /// Removes the element at `index`; the elements after it move up.
     virtual void remove(unsigned int index) = 0;
-    /// Removes the member that `iterator` handed out last; the iterator goes on behind it.
+    /// Removes the element that `iterator` returned last; the iterator continues with the next.
     virtual void remove(ZListIterator_6_0& iterator) = 0;
-    /// Removes every member.
+    /// Removes every element.
     virtual void removeAll() = 0;
-    /// Returns the member at `index`; null when there is none.
+    /// Returns the element at `index`; null if the index is out of range.
     virtual ZObject_6_0* get(unsigned int index) const = 0;
-    /// Replaces the member at `index` by `obj`.
+    /// Replaces the element at `index` by `obj`.
     virtual void set(unsigned int index, ZObject_6_0 const* obj) = 0;
-    /// Returns the index of the first member that `obj` equals; -1 when there is none.
+    /// Returns the index of the first element that `obj` equals; -1 if not found.
     virtual int indexOf(ZObject_6_0 const* obj) const = 0;
-    /// Sorts the members.
+    /// Sorts the elements.
     virtual void sort(ZSortCompare_6_0 const& comparator,
                       ZSortCompare_6_0::sortorder const& order) = 0;
-    /// Returns the index of the last member that `obj` equals; -1 when there is none.
+    /// Returns the index of the last element that `obj` equals; -1 if not found.
     virtual int lastIndexOf(ZObject_6_0 const* obj) const = 0;
-    /// Adds the members from index `from` to index `to`, both included, to `target`.
+    /// Appends the elements from index `from` to index `to`, both included, to `target`.
     virtual void subList(ZList_6_0& target, unsigned int from, unsigned int to) const = 0;
-    /// Exchanges two members.
+    /// Exchanges two elements.
     virtual void swap(unsigned int one, unsigned int other) = 0;
-    /// Puts the members into a random order.
+    /// Shuffles the elements.
     virtual void shuffle() = 0;
-    /// Steps `iterator` back by one member.
+    /// Steps `iterator` back by one element.
     /// calls   the iterator's backUp().
     virtual void backUp(ZListIterator_6_0& iterator);
-    /// Returns the index of the member that `iterator` handed out last.
+    /// Returns the index of the element that `iterator` returned last.
     /// calls   the iterator's indexOf().
     virtual int indexOf(ZListIterator_6_0& iterator);
 
@@ -88,20 +87,20 @@ public:
 
     /// calls   size().
     bool isEmpty() const override;
-    /// Sorts the members by quicksort; members that compare equal may change places.
+    /// Sorts the elements by quicksort, which is not stable.
     /// calls   size(), get(), swap().
-    /// range   nulls are not compared and stay where the passes over the list find them.
-    /// throws  what `comparator` raises; ZOutOfMemoryException_6_0 from long lists only. Every
-    ///         member is still in the list then.
-    /// cost    O(n log n) compares for every input; memory is constant as a rule. Parts that 2 *
-    ///         log2(n) partitions have not divided are merge-sorted, with 12 bytes for each member:
-    ///         there the comparator's second argument is not a pivot of the partition.
+    /// range   nulls are neither compared nor moved.
+    /// throws  any exception of `comparator`; ZOutOfMemoryException_6_0 for long lists only. The
+    ///         list still has every element then.
+    /// cost    O(n log n) comparisons for every input; usually constant memory. A part that is
+    ///         still long after 2 * log2(n) partitions is merge-sorted, with 12 bytes per element;
+    ///         the comparator's second argument is then not the pivot of a partition.
     void sort(ZSortCompare_6_0 const& comparator,
               ZSortCompare_6_0::sortorder const& order) override;
 
 protected:
-    /// Sorts the members from index `low` to index `high`, both included. An index of `size()` is
-    /// harmless: there is no member and swapping it does nothing.
+    /// Sorts the elements from index `low` to index `high`, both included. An index of `size()` is
+    /// harmless: get() returns null for it, and swap() does nothing.
     /// calls   get(), swap().
     void quickSort(ZSortCompare_6_0 const& comparator, ZSortCompare_6_0::sortorder const& order,
                    int low, int high);
@@ -113,18 +112,19 @@ public:
     /// range   `initialCapacity` 0 is taken as 1.
     /// throws  ZOutOfMemoryException_6_0.
     ZArrayList_6_0(unsigned int initialCapacity, int owns);
-    /// Makes a list with the capacity, the ownership and the members of `source`.
+    /// Makes a list with the capacity, the ownership and the elements of `source`.
     /// calls   size() and get() of `source`.
     /// owns    an owning copy holds clones; a borrowing one the same pointers.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZArrayList_6_0(ZArrayList_6_0 const& source);
-    /// Takes the members of `source`; what was held goes as removeAll() lets it go. Assigning a
+    /// Copies the elements of `source` and releases the old ones as removeAll() does. Assigning a
     /// list to itself does nothing.
     /// calls   removeAll(), addList().
     /// owns    this list's own flag decides whether clones or the same pointers are stored.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises. A list of a caller's class is then
-    ///         empty.
-    /// kept    neither the ownership flag nor the capacity is assigned, though a copy takes both.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone(). A list of a caller's class is
+    ///         then empty.
+    /// kept    neither the ownership flag nor the capacity is assigned, though the copy constructor
+    ///         copies both.
     ZArrayList_6_0& operator=(ZArrayList_6_0 const& source);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -132,19 +132,19 @@ public:
 
     /// Returns a copy of the list.
     /// owns    owned by the caller; released with delete.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
 
     unsigned int size() const override { return count_; }
-    /// Returns the flag given at construction: not 0 when the list owns its members.
+    /// Returns the flag given at construction: not 0 if the list owns its elements.
     virtual int ownsMembers() const { return owns_; }
     /// calls   indexOf().
     bool contains(ZObject_6_0 const* obj) const override;
-    /// Puts `obj` behind the last member.
+    /// Appends `obj`.
     /// calls   size(), addNoCopy(unsigned int, ZObject_6_0 const*).
     /// owns    an owning list stores `obj->clone()`; `obj` stays the caller's either way.
-    /// throws  ZOutOfMemoryException_6_0; what clone() raises.
-    /// cost    O(1) amortised, plus one clone when owning.
+    /// throws  ZOutOfMemoryException_6_0; any exception of clone().
+    /// cost    O(1) amortised, plus one clone in an owning list.
     void add(ZObject_6_0 const* obj) override
     {
         if (owns_ == 0 && count_ < room_)
@@ -152,83 +152,84 @@ public:
         else
             append(obj);
     }
-    /// Puts `obj` before the member at `index`; nothing happens when `index > size()`.
+    /// Inserts `obj` before the element at `index`; does nothing if `index > size()`.
     /// calls   size(), addNoCopy(unsigned int, ZObject_6_0 const*).
     /// owns    an owning list stores `obj->clone()`; `obj` stays the caller's either way.
-    /// throws  ZOutOfMemoryException_6_0; what clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of clone().
     void add(unsigned int index, ZObject_6_0 const* obj) override;
-    /// Adds every member that `other` has at the time of the call, in order; a list may be added to
-    /// itself.
+    /// Appends every element that `other` has at the time of the call, in order. `other` may be
+    /// this list.
     /// calls   size() and get() of `other`; add(ZObject_6_0 const*).
     /// owns    an owning list stores clones.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises. A list of a caller's class removes
-    ///         its last members then, until there are no more than before.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone(). A list of a caller's class
+    ///         then removes elements from its end, down to its old size.
     void addList(ZList_6_0 const& other) override;
-    /// Puts `obj` itself behind the last member.
+    /// Appends `obj` itself, without a clone.
     /// calls   size(), addNoCopy(unsigned int, ZObject_6_0 const*).
-    /// owns    an owning list takes `obj` over; if the call raises, `obj` is still the caller's.
+    /// owns    an owning list takes `obj` over, unless the call throws.
     /// throws  ZOutOfMemoryException_6_0.
     virtual void addNoCopy(ZObject_6_0 const* obj);
-    /// Puts `obj` itself before the member at `index`; nothing happens when `index > size()`.
-    /// calls   nothing else: every other way of adding comes here.
-    /// owns    an owning list takes `obj` over, unless nothing happened or the call raised.
+    /// Inserts `obj` itself before the element at `index`, without a clone; does nothing if
+    /// `index > size()`. Every other operation that adds an element calls this one.
+    /// calls   nothing else.
+    /// owns    an owning list takes `obj` over, except if `index > size()` or the call throws.
     /// throws  ZOutOfMemoryException_6_0.
-    /// cost    O(members behind `index`). A full list grows by half its members, at least one.
+    /// cost    O(elements after `index`). A full list grows by half its capacity, at least by one.
     virtual void addNoCopy(unsigned int index, ZObject_6_0 const* obj);
-    /// Removes the first member that `obj` equals.
+    /// Removes the first element that `obj` equals.
     /// calls   indexOf(ZObject_6_0 const*), remove(unsigned int).
-    /// owns    an owning list deletes it.
+    /// owns    an owning list deletes the element.
     void remove(ZObject_6_0 const* obj) override;
-    /// Removes the member at `index`; nothing happens when `index >= size()`.
+    /// Removes the element at `index`; does nothing if `index >= size()`.
     /// calls   nothing else.
-    /// owns    an owning list deletes it.
+    /// owns    an owning list deletes the element.
     void remove(unsigned int index) override;
-    /// Removes the member that `iterator` handed out last and steps the iterator back, so that it
-    /// goes on with the member that moved up: the way to remove while iterating.
+    /// Removes the element that `iterator` returned last and steps the iterator back, so that it
+    /// continues with the following element. Use this to remove while iterating.
     /// calls   indexOf(ZListIterator_6_0&), remove(unsigned int), backUp(ZListIterator_6_0&).
-    /// owns    an owning list deletes the member.
-    /// kept    an iterator that has handed out nothing yet is stepped back all the same and is at
-    ///         its end then.
+    /// owns    an owning list deletes the element.
+    /// kept    an iterator that has returned nothing yet is stepped back too, and is then at its
+    ///         end.
     void remove(ZListIterator_6_0& iterator) override;
-    /// Removes every member; the capacity stays.
+    /// Removes every element; the capacity stays.
     /// calls   nothing else.
-    /// owns    an owning list deletes them.
-    /// throws  what a member's destructor raises first; every member is gone then.
+    /// owns    an owning list deletes the elements.
+    /// throws  the first exception of a destructor, after every element has been removed.
     void removeAll() override;
-    /// Returns the member at `index`; null when `index >= size()`.
-    /// owns    borrowed until the list lets the member go.
+    /// Returns the element at `index`; null if `index >= size()`.
+    /// owns    borrowed until the list removes or replaces the element.
     ZObject_6_0* get(unsigned int index) const override
     {
         return __builtin_expect(index < count_, 1) ? elements_[index] : nullptr;
     }
-    /// Replaces the member at `index` by `obj`; nothing happens when `index >= size()`.
+    /// Replaces the element at `index` by `obj`; does nothing if `index >= size()`.
     /// calls   nothing else.
-    /// owns    an owning list stores `obj->clone()` and deletes the old member.
-    /// throws  what clone() raises.
+    /// owns    an owning list stores `obj->clone()` and deletes the old element.
+    /// throws  any exception of clone().
     void set(unsigned int index, ZObject_6_0 const* obj) override;
-    /// Returns the index of the first member that `obj` equals; -1 when there is none or `obj` is
-    /// null. Nulls in the list are passed over.
+    /// Returns the index of the first element that `obj` equals; -1 if not found or `obj` is null.
+    /// Skips nulls.
     /// calls   nothing else.
     int indexOf(ZObject_6_0 const* obj) const override;
-    /// Returns the index of the last member that `obj` equals; -1 when there is none or `obj` is
-    /// null. Nulls in the list are passed over.
+    /// Returns the index of the last element that `obj` equals; -1 if not found or `obj` is null.
+    /// Skips nulls.
     /// calls   nothing else.
     int lastIndexOf(ZObject_6_0 const* obj) const override;
-    /// Adds the members from index `from` to index `to`, both included, to `target`; nothing
-    /// happens unless `from <= to` and `to < size()`.
+    /// Appends the elements from index `from` to index `to`, both included, to `target`. Does
+    /// nothing unless `from <= to` and `to < size()`.
     /// calls   get(); `target.add()`.
     /// owns    as `target.add()` does.
-    /// throws  what `target.add()` raises; what it had added is removed again.
+    /// throws  any exception of `target.add()`, after the elements added so far were removed.
     void subList(ZList_6_0& target, unsigned int from, unsigned int to) const override;
-    /// Exchanges two members; nothing happens unless both indexes are below `size()`.
+    /// Exchanges two elements; does nothing unless both indexes are below `size()`.
     /// calls   nothing else.
     void swap(unsigned int one, unsigned int other) override;
-    /// Returns how many members there is room for before the list grows.
+    /// Returns the number of elements that the list can hold before it grows.
     virtual unsigned int capacity() const;
-    /// Puts the members into a random order.
+    /// Shuffles the elements.
     /// calls   size(), swap().
-    /// kept    seeds the C library's generator with the time of day at each call: rand() of the
-    ///         whole process starts anew, and two calls within a second shuffle alike.
+    /// kept    seeds the C library's rand() of the whole process with the time of day at each call,
+    ///         so two calls within a second shuffle alike.
     void shuffle() override;
     /// calls   the iterator's indexOf().
     int indexOf(ZListIterator_6_0& iterator) override;
@@ -242,46 +243,46 @@ private:
     void assign(ZArrayList_6_0 const& source);
     unsigned int copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const;
 
-    unsigned int capacity_;  // at least 1, as when slots_ last rose or count_ last fell; capacity()
-                             // adds what the list has grown by since
+    unsigned int capacity_;  // at least 1; the capacity when slots_ last rose or count_ last fell.
+                             // capacity() adds the growth since then
     ZObject_6_0** elements_;  // never null
-    unsigned int count_;      // slots in use, from the first one on
+    unsigned int count_;      // slots in use
     int owns_;                // not 0: clones and deletes
-    unsigned int room_;       // slots that add() may fill itself: slots_ once append() has found
-                              // this to be no derived class's list, else 0
+    unsigned int room_;       // slots that the inline add() may fill: slots_ once append() has seen
+                              // that the list is not of a derived class, else 0
     unsigned int slots_;      // slots in elements_
 };
 
 class ZListIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
-    /// Makes an iterator that stands before the first member.
+    /// Makes an iterator before the first element.
     /// owns    `list` is borrowed and must outlive the iterator. Changes to the list do not harm
-    ///         the iterator: it goes on by index.
+    ///         the iterator, which continues by index.
     explicit ZListIterator_6_0(ZList_6_0 const& list);
-    /// Makes an iterator over the same list, at the same place.
+    /// Makes an iterator over the same list, at the same position.
     ZListIterator_6_0(ZListIterator_6_0 const&) = default;
-    /// Takes over list and place of the other iterator.
+    /// Copies list and position of the other iterator.
     ZListIterator_6_0& operator=(ZListIterator_6_0 const&) = default;
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZListIterator_6_0() override;
 
-    /// Returns an iterator over the same list, at the same place.
+    /// Returns an iterator over the same list, at the same position.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
     bool hasMore() override;
     ZObject_6_0* getNext() override;
-    /// Goes back before the first member.
+    /// Moves back before the first element.
     virtual void reset();
-    /// Goes back by one member.
-    /// kept    before the first member the place wraps round: the iterator is at its end then and
-    ///         stays there until `reset()`.
+    /// Moves back by one element.
+    /// kept    before the first element the index wraps around: the iterator is then at its end
+    ///         until `reset()`.
     virtual void backUp();
-    /// Returns the index of the member handed out last; -1 when there is none.
+    /// Returns the index of the element returned last; -1 before the first.
     virtual int indexOf();
 
 private:
-    unsigned int next_;      // index of what getNext() hands out
+    unsigned int next_;      // index of the element that getNext() returns
     ZList_6_0 const* list_;  // never null; not owned
 };

@@ -1,9 +1,9 @@
-// ZArrayList_p: adding to a list of any class, all or nothing. Not installed.
+// ZArrayList_p: adds elements to a list of any class, all or none. Not installed.
 #pragma once
 
 #include "ZArrayList.h"
 
-/// Runs `addMembers`, which adds to `target`. When it raises, what it had added is removed again.
+/// Runs `addMembers`, which appends to `target`. If it throws, removes the appended elements.
 template <class AddMembers>
 void addAllOrNothing(ZList_6_0& target, AddMembers addMembers)
 {

@@ -4,8 +4,9 @@
 
 void ZAbstractStack_6_0::popall()
 {
-    // KEPT: a null on the stack looks like its end, so what lies under it stays; callers put a null
-    // in as a mark. Test: ZArrayStack.KeepsWhatLiesUnderANull
+    // KEPT: a null on the stack looks like its end, so the objects below it stay. A program that
+    // pushes a null as a mark would lose the objects below the mark.
+    // Test: ZArrayStack.KeepsWhatLiesUnderANull
     while (pop() != nullptr) {
     }
 }

@@ -1,4 +1,4 @@
-// ZArrayStack: a stack, kept as a list whose last member is the top.
+// ZArrayStack: a stack, implemented as a list whose last element is the top.
 //
 // Subsystem: collections.  Stands on: ZObject, ZArrayList.
 //
@@ -13,11 +13,11 @@ class ZStack_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Puts `obj` on top.
+    /// Pushes `obj` onto the stack.
     virtual void push(ZObject_6_0* obj) = 0;
-    /// Takes the top off and returns it; null when the stack is empty.
+    /// Removes the top object and returns it; null if the stack is empty.
     virtual ZObject_6_0* pop() = 0;
-    /// Takes everything off.
+    /// Pops every object.
     virtual void popall() = 0;
 
 protected:
@@ -29,9 +29,9 @@ protected:
 
 class ZAbstractStack_6_0 : public ZStack_6_0 {
 public:
-    /// Takes everything off, from the top down.
+    /// Pops every object, from the top down.
     /// calls   pop().
-    /// kept    stops behind the first null: what lies under it stays.
+    /// kept    stops after popping a null: the objects below it stay.
     void popall() override;
 
 protected:
@@ -50,7 +50,7 @@ public:
     /// Makes a stack of the same objects.
     /// throws  ZOutOfMemoryException_6_0.
     ZArrayStack_6_0(ZArrayStack_6_0 const& source);
-    /// Takes over what is on `source`.
+    /// Copies the pointers of `source`.
     /// calls   removeAll(), addList().
     /// throws  ZOutOfMemoryException_6_0.
     ZArrayStack_6_0& operator=(ZArrayStack_6_0 const& source);
@@ -62,7 +62,7 @@ public:
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
-    /// Puts `obj` on top.
+    /// Pushes `obj` onto the stack.
     /// calls   add(ZObject_6_0 const*).
     /// owns    borrowed until it is popped.
     /// throws  ZOutOfMemoryException_6_0.

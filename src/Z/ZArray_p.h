@@ -1,4 +1,5 @@
-// ZArray_p: what the containers share. Not installed.
+// ZArray_p: helpers that the containers share: searching and filling slots, deleting objects,
+// owned blocks. Not installed.
 #pragma once
 
 #include <stdlib.h>
@@ -18,9 +19,9 @@ inline ZObject_6_0* cloneOf(ZObject_6_0 const* obj)
     return obj != nullptr ? obj->clone() : nullptr;
 }
 
-/// Returns the index of the first of the `count` members at `slots` that `obj` equals; -1 when
-/// there is none or `obj` is null. Both are read afresh for each member: an equals() may change
-/// what they are of.
+/// Returns the index of the first of `count` elements at `slots` that `obj` equals; -1 if not found
+/// or `obj` is null. Reads `slots` and `count` again for each element, because equals() may change
+/// the container.
 inline int firstEqual(ZObject_6_0** const& slots, unsigned int const& count, ZObject_6_0 const* obj)
 {
     if (obj == nullptr)
@@ -32,7 +33,7 @@ inline int firstEqual(ZObject_6_0** const& slots, unsigned int const& count, ZOb
     return -1;
 }
 
-/// Returns the index of the last of them, as firstEqual() does that of the first.
+/// Returns the index of the last such element, otherwise like firstEqual().
 inline int lastEqual(ZObject_6_0** const& slots, unsigned int const& count, ZObject_6_0 const* obj)
 {
     if (obj == nullptr)
@@ -44,8 +45,8 @@ inline int lastEqual(ZObject_6_0** const& slots, unsigned int const& count, ZObj
     return -1;
 }
 
-/// Makes a Rep, the part of an object that its header hides.
-/// throws  ZOutOfMemoryException_6_0, at `site` or as the Rep does.
+/// Allocates a Rep, the part of an object that its header hides.
+/// throws  ZOutOfMemoryException_6_0 from `site`; any exception of the Rep's constructor.
 template <class Rep, class... Arguments>
 Rep* makeRep(char const* source, int site, Arguments const&... arguments)
 {
@@ -55,7 +56,7 @@ Rep* makeRep(char const* source, int site, Arguments const&... arguments)
     return rep;
 }
 
-/// Deletes objects one after another, all of them even when a destructor raises.
+/// Deletes objects one after another, all of them even if a destructor throws.
 class ObjectDeleter {
 public:
     void drop(ZObject_6_0 const* obj)
@@ -63,7 +64,7 @@ public:
         run([obj] { delete obj; });
     }
 
-    /// Calls `deletes()`, which may raise.
+    /// Calls `deletes()`, which may throw. A cancellation passes through.
     template <class Deletes>
     void run(Deletes deletes)
     {
@@ -77,7 +78,7 @@ public:
         }
     }
 
-    /// Raises what the first failing destructor raised.
+    /// Throws the first exception caught by drop() and run(), if any.
     void finish()
     {
         if (first_ != nullptr)
@@ -88,7 +89,7 @@ private:
     std::exception_ptr first_;
 };
 
-/// A block of the C heap that holds plain values and may grow.
+/// An owned block of the C heap that holds an array of plain values and can grow.
 template <class T>
 class PlainBlock {
     static_assert(std::is_trivially_copyable_v<T>);
@@ -108,8 +109,8 @@ public:
     void swap(PlainBlock& other) { std::swap(at_, other.at_); }
     void clear() { free(release()); }
 
-    /// Makes the block one of `count` values, all bytes zero. What it held is gone.
-    /// throws  ZOutOfMemoryException_6_0; the block is as it was then.
+    /// Replaces the block by `count` values, all bytes zero.
+    /// throws  ZOutOfMemoryException_6_0 from `site`; the block is unchanged then.
     void makeZero(size_t count, char const* source, int site)
     {
         void* const block = calloc(count, sizeof(T));
@@ -119,8 +120,8 @@ public:
         at_ = static_cast<T*>(block);
     }
 
-    /// Makes room for `count` values; those that fit stay.
-    /// throws  ZOutOfMemoryException_6_0; the block is as it was then.
+    /// Reallocates the block for `count` values; keeps its values up to that number.
+    /// throws  ZOutOfMemoryException_6_0 from `site`; the block is unchanged then.
     void resize(size_t count, char const* source, int site)
     {
         void* const block = reallocarray(at_, count, sizeof(T));
@@ -133,8 +134,8 @@ private:
     T* at_ = nullptr;
 };
 
-/// The slots of an array or a list while they are filled: clones in an owning container, the
-/// pointers themselves in a borrowing one. What is not released goes with this object.
+/// Fills the slots of an array or a list: with clones for an owning container, with the pointers
+/// themselves for a borrowing one. The destructor deletes the clones unless release() was called.
 class SlotFiller {
 public:
     SlotFiller(ZObject_6_0** slots, int owns) : slots_(slots), owns_(owns) {}
@@ -153,9 +154,9 @@ public:
         slots_[count_] = owns_ != 0 ? cloneOf(obj) : obj;
         ++count_;
     }
-    /// Adds the `count` members at `slots`, which are those of a container. A clone() may change
-    /// that container: both are read afresh for each member, and none that comes meanwhile is
-    /// added.
+    /// Adds the `count` elements at `slots`, both of them fields of a container. A clone() may
+    /// change that container, so both are read again for each element; elements that a clone()
+    /// appends are not added.
     void addAll(ZObject_6_0** const& slots, unsigned int const& count)
     {
         unsigned int const most = count;
@@ -163,7 +164,7 @@ public:
             add(slots[i]);
     }
 
-    /// Lets go of the slots and returns how many have been filled.
+    /// Gives up ownership of the clones and returns the number of filled slots.
     unsigned int release() { return std::exchange(count_, 0); }
 
 private:

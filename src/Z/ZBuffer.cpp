@@ -16,8 +16,7 @@ namespace {
 constexpr char kSource[] = "src/Z/ZBuffer";
 constexpr size_t kForeign = SIZE_MAX;
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInSetLength = 143 };
 
 }  // namespace
@@ -128,7 +127,7 @@ void ZBuffer_6_0::setLength(unsigned long length)
         free(std::exchange(data_, nullptr));
         room_ = 0;
     } else if (length > length_) {
-        // Buffers are written to files: what was in the heap before must not get there.
+        // Buffers are written to files, which must not contain stale bytes of the heap.
         memset(static_cast<char*>(roomFor(length)) + length_, 0, length - length_);
     }
     length_ = length;
@@ -136,7 +135,7 @@ void ZBuffer_6_0::setLength(unsigned long length)
 
 void ZBuffer_6_0::setBuffer(unsigned long length, void* data)
 {
-    // Where `data` lies in this buffer; growing may move the block, but not what it holds.
+    // The offset of `data` in the block, which stays valid if growing moves the block.
     uintptr_t const offset = reinterpret_cast<uintptr_t>(data) - reinterpret_cast<uintptr_t>(data_);
     bool const inside = data != nullptr && data_ != nullptr && offset < room_;
     unsigned long const given = inside ? std::min(length, room_ - offset) : length;
@@ -175,7 +174,7 @@ void ZBuffer_6_0::setBufferNoCopy(unsigned long length, void* data)
         setLength(0);
     data_ = data;
     length_ = data != nullptr ? length : 0;
-    room_ = std::max(room_, length_);  // of the old block again when it is taken over anew
+    room_ = std::max(room_, length_);  // room_ is not 0 if `data` is this buffer's own block
 }
 
 unsigned long ZBuffer_6_0::getLength() const
@@ -195,8 +194,8 @@ void ZBuffer_6_0::takeBuffer(unsigned long& length, void*& data)
     room_ = 0;
 }
 
-// The same in a derived class, whose setLength() decides the length and may move or clear the
-// block: bytes of the own block, at `offset`, are kept apart meanwhile.
+// setBuffer() for a derived class, whose setLength() decides the length and may move or clear the
+// block: copies bytes of the own block, at `offset`, before it calls setLength().
 void ZBuffer_6_0::setBufferOfDerived(unsigned long length, void const* data, size_t offset)
 {
     std::unique_ptr<void, decltype(&free)> own(nullptr, free);
@@ -217,7 +216,7 @@ void ZBuffer_6_0::setBufferOfDerived(unsigned long length, void const* data, siz
     memset(static_cast<char*>(data_) + given, 0, length_ - given);
 }
 
-// Returns the block, made longer when it has no room for `length` bytes. What it holds stays.
+// Returns the block, reallocated if it has less than `length` bytes. Keeps its contents.
 void* ZBuffer_6_0::roomFor(unsigned long length)
 {
     if (length > room_) {

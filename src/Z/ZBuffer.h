@@ -3,10 +3,10 @@
 // Subsystem: collections.  Stands on: ZObject, ZException.
 //
 // Ownership: ZBuffer_6_0 owns a block of the C heap and copies into it; ZConstBuffer_6_0 views
-// bytes that belong to someone else. Threads: unsynchronised; callers serialise access to one
-// buffer.
-// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
-// class that overrides them sees them called.
+// bytes of the caller.
+// Threads: unsynchronised; callers serialise access to one buffer.
+// Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
+// override of them takes effect.
 #pragma once
 
 #include <stddef.h>
@@ -17,15 +17,15 @@ class ZBufferInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Sets the number of bytes.
+    /// Sets the size in bytes.
     virtual void setLength(unsigned long length) = 0;
-    /// Sets the bytes.
+    /// Sets the contents.
     virtual void setBuffer(unsigned long length, void* data) = 0;
-    /// Returns the number of bytes.
+    /// Returns the size in bytes.
     virtual unsigned long getLength() const = 0;
-    /// Returns the first byte; null when the buffer is empty.
+    /// Returns the address of the first byte; null if the buffer is empty.
     virtual void* getBuffer() const = 0;
-    /// Hands length and bytes out and leaves the buffer empty.
+    /// Moves size and contents to the caller and leaves the buffer empty.
     virtual void takeBuffer(unsigned long& length, void*& data) = 0;
 
 protected:
@@ -40,10 +40,10 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractBuffer_6_0() override;
 
-    /// Returns -1 or 1 when this buffer is shorter or longer, whatever it holds; at equal lengths
-    /// what memcmp() returns for the bytes, which may be any number, and 0 when both are the same.
+    /// Returns -1 or 1 if this buffer is shorter or longer. For equal lengths returns the result of
+    /// memcmp(), which may be any number; 0 means equal contents.
     /// calls   getLength() and getBuffer() of both.
-    /// range   an object that is no buffer sorts by address, as objects do.
+    /// range   with an object that is not a buffer, compares addresses.
     int compare(ZObject_6_0 const& other) const override;
 };
 
@@ -56,7 +56,7 @@ public:
     ZConstBuffer_6_0(unsigned long length, void* data);
     /// Makes a view of the bytes that `source` views.
     ZConstBuffer_6_0(ZConstBuffer_6_0 const& source);
-    /// Views what `source` views.
+    /// Views the bytes that `source` views.
     /// calls   setBuffer().
     ZConstBuffer_6_0& operator=(ZConstBuffer_6_0 const& source);
 
@@ -67,15 +67,15 @@ public:
     /// owns    the view is owned by the caller, released with delete; the bytes stay borrowed.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
-    /// Sets the number of bytes viewed; where they start stays.
-    /// range   that many bytes are there; nothing is checked.
+    /// Sets the size of the view in bytes; its start stays.
+    /// range   not checked: the caller must own at least `length` bytes there.
     void setLength(unsigned long length) override;
     /// Views `length` bytes at `data`.
     /// owns    borrowed as long as the view is used.
     void setBuffer(unsigned long length, void* data) override;
     unsigned long getLength() const override;
     void* getBuffer() const override;
-    /// Hands out what is viewed and views nothing then.
+    /// Returns size and address of the view through the arguments and leaves the view empty.
     void takeBuffer(unsigned long& length, void*& data) override;
 
     operator void*() const { return getBuffer(); }
@@ -89,23 +89,23 @@ class ZBuffer_6_0 : public ZAbstractBuffer_6_0 {
 public:
     /// Makes an empty buffer.
     ZBuffer_6_0();
-    /// Makes a buffer of the `length` bytes at `data`.
-    /// range   `data` null: the bytes are zero.
+    /// Makes a buffer with a copy of the `length` bytes at `data`.
+    /// range   if `data` is null, the bytes are zero.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0.
     ZBuffer_6_0(unsigned long length, void* data);
-    /// Makes a buffer of the text and its terminating zero; an empty one for null.
+    /// Makes a buffer with a copy of the string and its terminating zero; empty for null.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0.
     ZBuffer_6_0(char const* text);
-    /// Makes a buffer of the bytes of `source`.
+    /// Makes a buffer with a copy of the bytes of `source`.
     /// owns    copied.
     /// throws  ZOutOfMemoryException_6_0.
     ZBuffer_6_0(ZBuffer_6_0 const& source);
-    /// Takes the bytes of `source`.
+    /// Copies the bytes of `source`.
     /// calls   setBuffer(unsigned long, void*).
     /// owns    copied.
-    /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
+    /// throws  ZOutOfMemoryException_6_0; the buffer is unchanged then.
     ZBuffer_6_0& operator=(ZBuffer_6_0 const& source);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -115,32 +115,33 @@ public:
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
-    /// Sets the number of bytes. 0 releases the block; a smaller number keeps it and its first
-    /// bytes; a larger one keeps the bytes and adds zeros.
-    /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
+    /// Sets the size in bytes. 0 releases the block; a smaller size keeps the block and its first
+    /// bytes; a larger size keeps the bytes and appends zeros.
+    /// throws  ZOutOfMemoryException_6_0; the buffer is unchanged then.
     void setLength(unsigned long length) override;
-    /// Makes the buffer a copy of the `length` bytes at `data`, which may lie inside the buffer.
+    /// Replaces the contents by a copy of the `length` bytes at `data`.
     /// calls   setLength().
-    /// range   `data` null: the bytes are zero. Inside the buffer is all of its block, also what a
-    ///         shorter length has kept; bytes behind the end of the block are zero.
+    /// range   if `data` is null, the bytes are zero. `data` may point anywhere into this buffer's
+    ///         block, even past the current length; bytes past the end of the block are zero.
     /// owns    copied.
-    /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
+    /// throws  ZOutOfMemoryException_6_0; the buffer is unchanged then.
     void setBuffer(unsigned long length, void* data) override;
-    /// Makes the buffer a copy of the text and its terminating zero; null empties it.
+    /// Replaces the contents by a copy of the string and its terminating zero; null empties the
+    /// buffer.
     /// calls   setBuffer(unsigned long, void*), or setLength() for null.
     /// owns    copied.
-    /// throws  ZOutOfMemoryException_6_0; the buffer is as it was then.
+    /// throws  ZOutOfMemoryException_6_0; the buffer is unchanged then.
     virtual void setBuffer(char* text);
-    /// Takes the block at `data` as the buffer's own and releases the old one.
+    /// Takes the block at `data` over and releases the old one.
     /// calls   setLength().
-    /// range   `data` comes from malloc() or realloc(); null empties the buffer.
+    /// range   `data` is from malloc() or realloc(); null empties the buffer.
     /// owns    taken over; released with free().
     virtual void setBufferNoCopy(unsigned long length, void* data);
     unsigned long getLength() const override;
-    /// Returns the first byte; null when the buffer is empty.
+    /// Returns the address of the first byte; null if the buffer is empty.
     /// owns    borrowed until the buffer is changed.
     void* getBuffer() const override;
-    /// Hands the block out and leaves the buffer empty.
+    /// Moves the block to the caller and leaves the buffer empty.
     /// owns    owned by the caller; released with free().
     void takeBuffer(unsigned long& length, void*& data) override;
 
@@ -152,5 +153,5 @@ private:
 
     unsigned long length_;
     void* data_;          // from malloc(), or null
-    unsigned long room_;  // bytes of the block, at least length_
+    unsigned long room_;  // size of the block in bytes, at least length_
 };

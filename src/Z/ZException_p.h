@@ -1,13 +1,13 @@
-// ZException_p: holding a cancellation off, telling it from an exception, and whether either is on
-// its way. Not installed.
+// ZException_p: disables thread cancellation, distinguishes it from an exception, and detects
+// unwinding by either. Not installed.
 #pragma once
 
 #include <pthread.h>
 
 #include <exception>
 
-/// Holds off the cancellation of the thread while it lives: a cancellation inside a destructor
-/// would end the process, and one between two system calls lose a descriptor.
+/// Disables thread cancellation in this scope. A cancellation inside a destructor would end the
+/// process; between two system calls it would leak a descriptor.
 class ZCancelGuard {
 public:
     ZCancelGuard() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -19,11 +19,11 @@ private:
     int before_;
 };
 
-/// The thread unwinds its stack because it was cancelled, as far as the library has seen it.
+/// Whether the library has seen a cancellation unwind the stack of this thread.
 inline thread_local bool zcancelled = false;
 
-/// Returns, in a `catch (...)`, whether it has caught the cancellation of the thread: that unwinds
-/// the stack without a C++ exception, and must be thrown on.
+/// Call in a `catch (...)`: returns whether it has caught the cancellation of the thread, which
+/// unwinds the stack without a C++ exception and must be rethrown.
 inline bool zcaughtCancellation()
 {
     if (std::current_exception() != nullptr)
@@ -32,7 +32,7 @@ inline bool zcaughtCancellation()
     return true;
 }
 
-/// Returns, in a destructor, whether an exception thrown now would end the process.
+/// Call in a destructor: returns whether an exception thrown now would end the process.
 inline bool zunwinding()
 {
     return std::uncaught_exceptions() > 0 || zcancelled;

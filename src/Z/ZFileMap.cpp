@@ -16,22 +16,22 @@ namespace {
 
 constexpr mode_t kCreateMode = 0600;
 
-// Makes the file `length` bytes long with room on the disk for them: writing through a mapping of
-// a file with holes kills the process when the disk is full. Returns 0 or an errno.
+// Extends the file to `length` bytes and allocates their disk space: writing through a mapping of a
+// file with holes kills the process if the disk is full. Returns 0 or an errno.
 int extend(int fd, unsigned long size, unsigned long length)
 {
     if (length > LONG_MAX)
         return EFBIG;
-    // Some file systems reserve room beyond the file-size limit, which would stay reserved when the
-    // length cannot follow.
+    // Some file systems allocate space past the file-size limit; it would stay allocated although
+    // the file cannot be extended.
     rlimit limit;
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < length)
         return EFBIG;
     ZSizeSignalGuard const noSignal;
     auto const from = static_cast<off_t>(size);
     auto const more = static_cast<off_t>(length - size);
-    // The room first and the length only when there is room: an extension that fails half way must
-    // not be cut off again, for another process may have made the file longer meanwhile.
+    // Allocate the space first and extend the file only if that succeeds: a failed extension must
+    // not be undone by truncation, because another process may have extended the file since.
     int rc = 0;
     do {
         rc = fallocate(fd, FALLOC_FL_KEEP_SIZE, from, more) == 0 ? 0 : errno;
@@ -58,8 +58,8 @@ ZAbstractFileMap_6_0::ZAbstractFileMap_6_0(ZAbstractFileMap_6_0 const& other)
 
 ZAbstractFileMap_6_0& ZAbstractFileMap_6_0::operator=(ZAbstractFileMap_6_0 const&)
 {
-    // KEPT: nothing is copied; a mapping that others hold an address of stays where it is.
-    // Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    // KEPT: copies nothing. A program that holds the address of the mapping would notice if an
+    // assignment removed it. Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
     return *this;
 }
 
@@ -77,8 +77,8 @@ ZUnixFileMap_6_0::ZUnixFileMap_6_0(ZUnixFileMap_6_0 const& other)
 
 ZUnixFileMap_6_0& ZUnixFileMap_6_0::operator=(ZUnixFileMap_6_0 const& other)
 {
-    // KEPT: assigning a map that is in use maps this object's own file; see the base class.
-    // Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    // KEPT: assigning an object with a mapping maps this object's own file. A program that assigns
+    // maps would notice another file. Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
     if (this != &other && other.address_ != nullptr) {
         int ignored = 0;
         mapfile(&ignored, 0);
@@ -92,7 +92,7 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     int scratch = 0;
     int& code = err != nullptr ? *err : scratch;
     unmapfile(&scratch);
-    // A mapping that could not be given back is kept, so that it can be asked for again.
+    // Keep a mapping that could not be removed, so that unmapfile() can be called again.
     code = address_ != nullptr ? scratch : 0;
     if (code != 0)
         return nullptr;
@@ -100,8 +100,9 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     struct stat status;
     bool const isThere = stat(name_.getChars(), &status) == 0;
     auto size = isThere ? static_cast<unsigned long>(status.st_size) : 0;
-    // KEPT: an empty file counts as missing, and so does one that cannot be looked at: it has
-    // nothing to map and is made anew the same way. Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
+    // KEPT: an empty file, and a file that stat() fails for, are treated as missing: both are
+    // created and extended. A program that maps an empty file read-write would notice.
+    // Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
     code = size == 0 ? ENOENT : 0;
     if (length == 0 && size == 0) {
         code = EINVAL;
@@ -112,8 +113,8 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     int flags = (writable ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC;
     if (code == ENOENT && mode_ == readWrite)
         flags |= O_CREAT;
-    // A report to standard error must never end up in a mapped file: when the process has closed
-    // descriptor 1 or 2, open() returns it.
+    // If the process has closed descriptor 1 or 2, open() returns it. Output to standard output or
+    // standard error must not be written into the mapped file.
     int fd = open(name_.getChars(), flags, kCreateMode);
     // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
     // (fs.protected_regular), even to root.
@@ -128,15 +129,16 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
         code = errno;
         return nullptr;
     }
-    // KEPT: descriptor 0 is no descriptor, because 0 marks an object without one: nothing is
-    // mapped and the code stays. Test: ZFileMap.KeepsDescriptorZeroAFailure
+    // KEPT: fails if open() returns descriptor 0, because descriptor_ 0 means no open file; the
+    // code stays. A process that has closed its standard input would notice a success.
+    // Test: ZFileMap.KeepsDescriptorZeroAFailure
     if (fd == 0) {
         close(fd);
         return nullptr;
     }
 
-    // The file may have been replaced or changed between stat() and open(): from here on, what
-    // was opened counts.
+    // The file may have been replaced or changed between stat() and open(): use only the open file
+    // from here on.
     descriptor_ = fd;
     code = fstat(fd, &status) == 0 ? 0 : errno;
     if (code == 0) {
@@ -172,8 +174,8 @@ void ZUnixFileMap_6_0::unmapfile(int* err)
             code = errno;
     }
     if (descriptor_ != 0) {
-        // A failed close() has given the descriptor back all the same: closing it again would hit
-        // whatever another thread opened meanwhile.
+        // A failed close() releases the descriptor too: a second close() could close a file that
+        // another thread has opened since.
         if (close(descriptor_) != 0)
             code = errno;
         descriptor_ = 0;

@@ -1,33 +1,33 @@
-// ZFileMap: a file, or its first bytes, as shared memory; read only, or read-write.
+// ZFileMap: maps a file, or its first bytes, into shared memory, read-only or read-write.
 //
 // Subsystem: process locks.  Stands on: ZException, ZLCString.
 //
-// Ownership: a map owns its mapping and its descriptor, and gives both back when it is destroyed.
+// Ownership: a map owns its mapping and its descriptor, and releases both in its destructor.
 // Threads: unsynchronised; callers serialise access to one map.
-// Giving the descriptor back drops the record locks that the process holds on the file, as every
-// close() does: a file that is locked for others to see is not mapped besides.
+// Closing the descriptor drops all record locks that the process holds on the file, as every
+// close() does: do not map a file while the process holds record locks on it.
 #pragma once
 
 #include "ZLCString.h"
 
-/// What every file map has: the file's name, how it is mapped, and the mapping.
+/// The base of file maps: the file name, the mode and the mapping.
 class ZAbstractFileMap_6_0 {
 public:
-    /// How a file is mapped. Any other non-zero value maps read-write and never creates or
+    /// The mode of a mapping. Any other non-zero value maps read-write, but never creates or
     /// extends the file.
     enum zmapmode : int { readOnly = 0, readWrite = 1 };
 
-    /// Names the file; nothing is opened.
-    /// range   `reserved` is kept with the object and has no effect.
+    /// Stores the file name; does not open the file.
+    /// range   `reserved` is stored and has no effect.
     /// owns    `name` is copied.
     /// throws  ZOutOfMemoryException_6_0.
     ZAbstractFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved);
 
-    /// Names the same file; nothing is mapped.
+    /// Copies the file name and the mode, but not the mapping.
     ZAbstractFileMap_6_0(ZAbstractFileMap_6_0 const& other);
 
     /// Does nothing.
-    /// kept    a map keeps its file and its mapping when it is assigned to.
+    /// kept    an assignment changes neither the file nor the mapping.
     ZAbstractFileMap_6_0& operator=(ZAbstractFileMap_6_0 const& other);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -35,7 +35,7 @@ public:
     /// Maps the first `length` bytes of the file; 0 means all of it.
     virtual void* mapfile(int* err, unsigned long length) = 0;
 
-    /// Takes the mapping back and closes the file.
+    /// Removes the mapping and closes the file.
     virtual void unmapfile(int* err) = 0;
 
     virtual ~ZAbstractFileMap_6_0();
@@ -44,23 +44,23 @@ protected:
     ZLCString_6_0 name_;
     zmapmode mode_;
     int reserved_;
-    void* address_;         // null when nothing is mapped
-    unsigned long length_;  // bytes mapped
+    void* address_;         // null if nothing is mapped
+    unsigned long length_;  // of the mapping, in bytes
 };
 
 /// A file map over mmap().
 class ZUnixFileMap_6_0 : public ZAbstractFileMap_6_0 {
 public:
-    /// Names the file; nothing is opened.
-    /// range   `reserved` is kept with the object and has no effect.
+    /// Stores the file name; does not open the file.
+    /// range   `reserved` is stored and has no effect.
     /// owns    `name` is copied.
     /// throws  ZOutOfMemoryException_6_0.
     ZUnixFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved);
 
-    /// Names the same file; nothing is mapped.
+    /// Copies the file name and the mode, but not the mapping.
     ZUnixFileMap_6_0(ZUnixFileMap_6_0 const& other);
 
-    /// Maps this object's own file, whole, when `other` has a mapping; copies nothing.
+    /// Copies nothing. If `other` has a mapping, maps the whole file of this object.
     /// kept    a failure is not reported.
     ZUnixFileMap_6_0& operator=(ZUnixFileMap_6_0 const& other);
 
@@ -68,25 +68,25 @@ public:
 
     /// Maps the first `length` bytes of the file and returns their address, or null.
     ///
-    /// A map that holds a mapping gives that back first. Read-write, a missing or empty file is
-    /// created (mode 0600) and a shorter one extended to `length`, with its room on the disk.
-    /// range   `length` 0 means the file's size; where nothing is extended it may pass that. To
-    ///         touch what lies beyond the file's last page ends the process (SIGBUS), also after
-    ///         another process has cut the file. `err` may be null.
+    /// Removes an existing mapping first. In readWrite mode, creates a missing or empty file (mode
+    /// 0600) and extends a shorter one to `length`, allocating its disk space.
+    /// range   `length` 0 means the file's size. Without an extension, `length` may exceed the
+    ///         file's size. Touching memory past the file's last page raises SIGBUS, also if
+    ///         another process has truncated the file since. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
-    /// codes   `*err` is 0, or: 22 (EINVAL) when there is nothing to map, which is also how an
-    ///         empty file answers to a length of 0; EFBIG when the file would exceed the file-size
-    ///         limit of the process (no SIGXFSZ is delivered); else the errno of what failed.
-    ///         Nothing stays mapped or open then, but for an old mapping that could not be given
-    ///         back; a file that could not be extended keeps its length where the file system can
-    ///         reserve room.
-    /// kept    an empty file counts as missing. In a process without a standard input the file gets
-    ///         its descriptor, 0, which counts as none: null is returned and the code may be 0.
+    /// codes   `*err` is 0, or: 22 (EINVAL) if there is nothing to map: a missing or empty file with
+    ///         length 0; EFBIG if the file would exceed the file-size limit of the process (no
+    ///         SIGXFSZ is delivered); else the errno of the failed call. Nothing is mapped or open
+    ///         then, except an old mapping that could not be removed. A file that could not be
+    ///         extended keeps its length if the file system can allocate past the end of a file.
+    /// kept    an empty file is treated as missing. If descriptor 0 is closed in the process,
+    ///         open() returns it; it is treated as no descriptor: the result is null, and the code
+    ///         may be 0.
     void* mapfile(int* err, unsigned long length) override;
 
-    /// Takes the mapping back and closes the file.
+    /// Removes the mapping and closes the file.
     /// range   `err` may be null.
-    /// codes   `*err` is the errno of munmap() or close() when one fails, and else untouched.
+    /// codes   `*err` is the errno of munmap() or close() if one of them fails, else unchanged.
     void unmapfile(int* err) override;
 
     ~ZUnixFileMap_6_0() override;

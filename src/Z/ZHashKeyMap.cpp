@@ -12,8 +12,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZHashKeyMap";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     reportInEntry = 36,
     raiseInConstruct = 81,
@@ -138,8 +137,9 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         rep_->put(place, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
         return;
     }
-    // KEPT: the probe has clones, and what is stored are clones of them; callers count on what they
-    // get being clones of clones. Test: ZHashKeyMap.KeepsClonesOfClones
+    // KEPT: clones key and value twice, for the probe and for the map. A single clone would change
+    // the number of clone() and destructor calls that a program sees.
+    // Test: ZHashKeyMap.KeepsClonesOfClones
     std::unique_ptr<ZObject_6_0> probeKey(key->clone());
     std::unique_ptr<ZObject_6_0> probeValue(cloneOf(value));
     if (probeKey == nullptr)
@@ -149,7 +149,7 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
     std::unique_ptr<ZObject_6_0> storedValue(cloneOf(probe.value()));
     if (storedKey == nullptr)
         return;
-    // Looked for only now: a clone() may have changed the map.
+    // Look up only now: a clone() may have changed the map.
     uint32_t const hash = probe.hash();
     auto const place = rep_->findKey(*probe.key(), hash);
     rep_->reserve(place, hash);

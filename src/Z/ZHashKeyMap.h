@@ -2,15 +2,15 @@
 //
 // Subsystem: collections.  Stands on: ZObject, ZException, ZArrayList, ZHashMap, ZArray.
 //
-// Keys are found by their own hash() and equals(); keys that are equal must hash alike.
+// The map finds a key by its hash() and equals(). Equal keys must have equal hashes.
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
 // them with their entry; a borrowing map stores the caller's pointers and deletes neither.
 // Threads: unsynchronised; callers serialise access to one map.
-// An operation that raises leaves the map as it was.
-// Callbacks: what a map calls while it works (hash(), equals(), clone(), a destructor, the target
-// of listKeys() and listObjects()) may read the map. The clone() of putEntry() may change it too.
-// Derived classes: an operation calls the virtual operations that its line `calls` names, so a
-// class that overrides them sees them called.
+// An operation that throws leaves the map unchanged.
+// Callbacks: the functions that a map calls (hash(), equals(), clone(), a destructor, the target of
+// listKeys() and listObjects()) may read the map. The clone() of putEntry() may also change it.
+// Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
+// override of them takes effect.
 #pragma once
 
 #include "ZArrayList.h"
@@ -26,19 +26,19 @@ public:
     virtual bool isEmpty() const = 0;
     /// Returns whether the map has the key.
     virtual bool contains(ZObject_6_0 const* key) const = 0;
-    /// Returns the value of the key; null when the map does not have it.
+    /// Returns the value of the key; null if the key is not found.
     virtual ZObject_6_0* getEntry(ZObject_6_0 const* key) const = 0;
     /// Sets the value of the key.
     virtual void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) = 0;
-    /// Sets every key of `other` to its value there.
+    /// Copies every key of `other` with its value.
     virtual void putAll(ZKeyMap_6_0 const& other) = 0;
     /// Removes the key and its value.
     virtual void removeEntry(ZObject_6_0 const* key) = 0;
     /// Removes every key.
     virtual void removeAll() = 0;
-    /// Adds every key to `target`, in the order of the map.
+    /// Appends every key to `target`, in the order of the map.
     virtual void listKeys(ZList_6_0& target) const = 0;
-    /// Adds every value to `target`, in the order of the map.
+    /// Appends every value to `target`, in the order of the map.
     virtual void listObjects(ZList_6_0& target) const = 0;
 
 protected:
@@ -61,7 +61,7 @@ public:
 class ZKeyEntry_6_0 : public ZObject_6_0 {
 public:
     /// Makes an entry of `key` and `value`.
-    /// owns    taken over when `owns` is not 0, else borrowed; never copied.
+    /// owns    taken over if `owns` is not 0, else borrowed; never copied.
     ZKeyEntry_6_0(ZObject_6_0* key, ZObject_6_0* value, int owns);
     ZKeyEntry_6_0(ZKeyEntry_6_0 const&) = delete;
     ZKeyEntry_6_0& operator=(ZKeyEntry_6_0 const&) = delete;
@@ -71,26 +71,26 @@ public:
 
     /// Returns the key's hash and remembers it for equals().
     uint32_t hash() const override;
-    /// Returns how the keys compare.
-    /// range   an object that is no entry sorts by address, as objects do.
+    /// Compares the keys.
+    /// range   with an object that is not an entry, compares addresses.
     int compare(ZObject_6_0 const& other) const override;
     /// Returns an entry with the same flag and the same remembered hash.
     /// owns    owned by the caller, released with delete. An owning entry clones key and value; a
     ///         borrowing one shares them.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
     /// Returns whether the remembered hashes are the same and this key equals the other one.
-    /// range   hash() has been called for both. No entry equals what is none.
+    /// range   hash() must have been called for both. False if `other` is not an entry.
     bool equals(ZObject_6_0 const& other) const override;
 
-    ZObject_6_0* key() const { return key_; }      // null only if made so
+    ZObject_6_0* key() const { return key_; }      // null only if constructed with null
     ZObject_6_0* value() const { return value_; }  // may be null
 
 private:
     ZObject_6_0* key_;
     ZObject_6_0* value_;
     int owns_;                   // not 0: key_ and value_ are deleted with the entry
-    mutable uint32_t hashCode_;  // as hash() last found it; 0 until then
+    mutable uint32_t hashCode_;  // the last result of hash(); 0 before
 };
 
 class ZHashKeyMap_6_0 : public ZAbstractKeyMap_6_0 {
@@ -100,11 +100,11 @@ public:
     ZHashKeyMap_6_0(unsigned int capacity, int owns);
     /// Makes a map with the buckets, the ownership and the entries of `source`.
     /// owns    an owning copy holds clones; a borrowing one the same pointers.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZHashKeyMap_6_0(ZHashKeyMap_6_0 const& source);
-    /// Takes buckets, ownership and entries of `source`; what was held goes as removeAll() lets it
-    /// go. Assigning a map to itself does nothing.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// Copies buckets, ownership and entries of `source` and releases the old entries as
+    /// removeAll() does. Assigning a map to itself does nothing.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZHashKeyMap_6_0& operator=(ZHashKeyMap_6_0 const& source);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -112,49 +112,49 @@ public:
 
     /// Returns a copy of the map.
     /// owns    owned by the caller; released with delete.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
     unsigned int size() const override;
     /// calls   nothing else.
     bool contains(ZObject_6_0 const* key) const override;
-    /// Returns the value of the key; null when the map does not have it.
+    /// Returns the value of the key; null if the key is not found.
     /// calls   nothing else.
-    /// owns    borrowed until the map lets the value go.
+    /// owns    borrowed until the map removes or replaces the value.
     /// cost    O(1) expected.
     ZObject_6_0* getEntry(ZObject_6_0 const* key) const override;
-    /// Sets the value of the key. Key and value take the place of an equal key and its value, or
-    /// come behind the others of their bucket.
-    /// range   `key` is not null; `value` may be. An owning map puts nothing when `key` cannot be
-    ///         cloned.
+    /// Sets the value of the key: replaces an equal key and its value, or appends to the bucket.
+    /// range   a null `key` is ignored; so is, in an owning map, a key that cannot be cloned.
+    ///         `value` may be null.
     /// owns    an owning map stores clones; key and value stay the caller's either way.
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises.
-    /// cost    O(1) expected, plus the clones when owning.
-    /// kept    what an owning map stores are clones of clones.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
+    /// cost    O(1) expected, plus the clones in an owning map.
+    /// kept    an owning map stores clones of clones.
     void putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value) override;
-    /// Sets every key of `other` to its value there, in the order of `other`.
+    /// Copies every key of `other` with its value, in the order of `other`.
     /// calls   listKeys() and getEntry() of `other`; putEntry().
-    /// throws  ZOutOfMemoryException_6_0; what a clone() raises. Keys set before stay set.
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone(). Keys copied before the
+    ///         exception stay.
     void putAll(ZKeyMap_6_0 const& other) override;
     /// Removes the key and its value.
     /// owns    an owning map deletes its copies of both.
     /// cost    O(1) expected.
     void removeEntry(ZObject_6_0 const* key) override;
     void removeAll() override;
-    /// Adds every key to `target`, in the order of ZHashMap_6_0.
+    /// Appends every key to `target`, in the order of ZHashMap_6_0.
     /// calls   `target.add(ZObject_6_0 const*)`.
     /// owns    as `target.add()` does.
-    /// throws  what `target.add()` raises; `target` has the members it had before then.
+    /// throws  any exception of `target.add()`. The added keys are removed from `target` then.
     /// cost    O(buckets + keys).
     void listKeys(ZList_6_0& target) const override;
-    /// Adds every value to `target`, a null one too, in the order of ZHashMap_6_0.
+    /// Appends every value to `target`, nulls included, in the order of ZHashMap_6_0.
     /// calls   `target.add(ZObject_6_0 const*)`.
     /// owns    as `target.add()` does.
-    /// throws  what `target.add()` raises; `target` has the members it had before then.
+    /// throws  any exception of `target.add()`. The added values are removed from `target` then.
     /// cost    O(buckets + keys).
     void listObjects(ZList_6_0& target) const override;
 
 private:
     struct Rep;  // ZHashKeyMap.cpp
 
-    Rep* rep_;  // never null; the buckets, and whether the map clones and deletes
+    Rep* rep_;  // never null; the buckets and the ownership flag
 };

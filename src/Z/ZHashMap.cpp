@@ -12,8 +12,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZHashMap";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInConstruct = 61, raiseInCopy = 66, reportInDestructor = 51 };
 
 auto equalTo(ZObject_6_0 const* probe)
@@ -86,7 +85,7 @@ void ZHashMap_6_0::putEntry(ZObject_6_0* entry)
     std::unique_ptr<ZObject_6_0> clone(rep_->owns() ? entry->clone() : nullptr);
     if (rep_->owns() && clone == nullptr)
         return;
-    // Looked for only now: the clone() may have changed the map.
+    // Look up only now: clone() may have changed the map.
     uint32_t const hash = entry->hash();
     auto const place = rep_->find(hash, equalTo(entry));
     rep_->reserve(place, hash);
@@ -191,8 +190,9 @@ void ZArrayMap_6_0::putEntry(ZObject_6_0* entry)
 
 void ZArrayMap_6_0::putAll(ZMap_6_0& other)
 {
-    // KEPT: appends without a look for equal entries, unlike a hash map; callers fill empty maps
-    // with it and expect no search. Test: ZArrayMap.KeepsEqualEntriesTwiceWhenPuttingAll
+    // KEPT: appends without checking for equal entries, unlike a hash map. A check would change
+    // size() and list() after putAll(), and make filling a map quadratic.
+    // Test: ZArrayMap.KeepsEqualEntriesTwiceWhenPuttingAll
     other.list(*this);
 }
 

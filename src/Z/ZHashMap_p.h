@@ -1,4 +1,4 @@
-// ZHashMap_p: the table behind both hash maps. Not installed.
+// ZHashMap_p: the hash table of ZHashMap_6_0 and ZHashKeyMap_6_0. Not installed.
 #pragma once
 
 #include <stdint.h>
@@ -9,18 +9,17 @@
 #include "ZArray_p.h"
 #include "ZHashMap.h"
 
-// Keys and their values in buckets. A map of entries has the entries as keys and no values.
+// A hash table of keys and values. A map of entries stores its entries as keys, without values.
 //
-// The buckets are chains through one block of nodes, each chain in the order of insertion. That is
-// the order callers see, and as long as every chain is short it is also where a key is looked up.
-// The number of buckets never changes, so in a map that was planned too small the chains get long:
-// once one is about to pass kLongChain nodes, an index is laid beside them, a table with open
-// addressing from the whole hash to the node, and look-up goes there from then on. Nodes of one
-// hash are found in the order of their chain: each is marked after those before it, and a mark that
-// is removed closes its gap without reordering them.
+// The table has a fixed number of buckets, each a chain of nodes in insertion order; callers see
+// that order. All nodes are in one block. As the bucket count never changes, a map that outgrows
+// its capacity gets long chains. Before a chain exceeds kLongChain nodes, the table builds an
+// open-addressing index from the full hash to the node, and lookups use the index from then on.
+// Nodes of the same hash are found in chain order: they are inserted into the index in that order,
+// and a removal closes its gap without reordering them.
 class HashTable {
 public:
-    using Place = uint32_t;  // of a node, counted from 1; 0 is none
+    using Place = uint32_t;  // index of a node, counted from 1; 0 means no node
 
     struct Node {
         ZObject_6_0* key;  // null while the node is free
@@ -30,65 +29,67 @@ public:
         Place previous;
     };
 
-    /// Makes max(`capacity`, 2) * 3 / 2 buckets, computed in 32 bits, but at least one.
+    /// Makes an empty table with max(`capacity`, 2) * 3 / 2 buckets, computed in 32 bits, but at
+    /// least one.
     HashTable(unsigned int capacity, int owns);
-    /// Makes a table with the buckets and the ownership of `source`, and with what it holds: clones
-    /// in an owning table. A key that has no clone is left out.
+    /// Copies the buckets, the ownership and the nodes of `source`; an owning table clones keys
+    /// and values, and skips a key that cannot be cloned.
     HashTable(HashTable const& source);
     HashTable& operator=(HashTable const&) = delete;
     ~HashTable();
 
-    /// Returns how many marks an index over `size` nodes is laid with: a power of 2, four for each
-    /// node and at least two for as many nodes as there may ever be.
+    /// Returns the number of slots of an index over `size` nodes: a power of 2, at least four slots
+    /// per node, but at most kMostMarks.
     static constexpr uint32_t marksFor(uint32_t size);
 
     bool owns() const { return owns_; }
     uint32_t size() const { return size_; }
     Node const& at(Place place) const { return nodes_[place - 1]; }
 
-    /// Returns the place of the first node in the bucket with `hash` that `isIt(node)` accepts; 0
-    /// if there is none. Without an index, nodes of other hashes in the bucket are asked too.
+    /// Returns the index of the first node in the bucket of `hash` for which `isIt(node)` is true;
+    /// 0 if not found. Without an open-addressing index, `isIt` also sees nodes of other hashes.
     template <class IsIt>
     Place find(uint32_t hash, IsIt isIt) const;
-    /// Returns the place of the node with this hash whose key `key` equals; 0 when there is none.
+    /// Returns the index of the node with this hash whose key `key` equals; 0 if not found.
     Place findKey(ZObject_6_0 const& key, uint32_t hash) const
     {
         return find(hash, [&key, hash](Node const& node) {
             return node.hash == hash && key.equals(*node.key);
         });
     }
-    /// Calls `visit(node)` for every node, bucket after bucket.
+    /// Calls `visit(node)` for every node, bucket by bucket.
     template <class Visit>
     void forEach(Visit visit) const;
-    /// Calls `visit(place)` for every bucket that is not empty, with the place of its first node.
+    /// Calls `visit(first)` for every bucket that is not empty, with the index of its first node.
     template <class Visit>
     void forEachBucket(Visit visit) const;
 
-    /// Makes room for a put() of the same place and hash.
-    /// throws  ZOutOfMemoryException_6_0; the table is as it was then.
+    /// Allocates memory for a put() with the same arguments.
+    /// throws  ZOutOfMemoryException_6_0; the table is unchanged then.
     void reserve(Place place, uint32_t hash);
-    /// Puts key and value at `place`, which find() gave for the key: instead of those there, or
-    /// behind the others of the bucket when it is 0.
-    /// range   room has been reserved.
-    /// owns    an owning table takes both over and deletes those they replace.
+    /// Stores key and value at `place`, the result of find(): replaces the node's key and value,
+    /// or appends a node to the bucket if `place` is 0. Does not allocate.
+    /// range   requires reserve().
+    /// owns    an owning table takes both over and deletes a replaced key and value.
     void put(Place place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
-    /// Takes the node at `place` out; an owning table deletes key and value.
+    /// Removes the node at `place`. An owning table deletes its key and value.
     void remove(Place place);
-    /// Takes every node out; an owning table deletes the keys and values.
+    /// Removes every node. An owning table deletes the keys and values.
     void removeAll();
 
-    /// Appends a new node as put() does at place 0, and returns its place.
+    /// Appends a node to the bucket of `hash` and returns its index.
+    /// range   requires reserve().
     Place append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
-    /// Exchanges the key and the value of the node at `place` for `key` and `value`.
-    /// range   the hash of the keys is the same.
-    /// owns    the node takes both over; the caller owns those that it had.
+    /// Swaps the key and the value of the node at `place` with `key` and `value`.
+    /// range   both keys have the same hash.
+    /// owns    the node takes the new pair over; the caller owns the old one.
     void exchange(Place place, ZObject_6_0*& key, ZObject_6_0*& value)
     {
         std::swap(nodeAt(place).key, key);
         std::swap(nodeAt(place).value, value);
     }
-    /// Takes the node at `place` out and returns it.
-    /// owns    the caller owns the key and value.
+    /// Removes the node at `place` and returns it.
+    /// owns    the caller takes key and value over.
     Node take(Place place);
 
 private:
@@ -97,9 +98,9 @@ private:
         Place last;
     };
 
-    struct Mark {  // of a node in the index
+    struct Mark {  // a slot of the open-addressing index
         uint32_t hash;
-        Place place;  // 0: the mark is free
+        Place place;  // 0 if the slot is free
     };
 
     static constexpr uint32_t kLongChain = 4;
@@ -116,14 +117,14 @@ private:
 
     PlainBlock<Chain> buckets_;
     PlainBlock<Node> nodes_;
-    PlainBlock<Mark> marks_;      // the index; empty until a chain gets long
+    PlainBlock<Mark> marks_;      // the open-addressing index; empty until a chain gets long
     uint32_t const bucketCount_;  // at least 1
-    uint32_t markCount_ = 0;      // a power of 2, or 0 without an index
+    uint32_t markCount_ = 0;      // slots of the index: a power of 2, or 0 without an index
     uint32_t size_ = 0;           // nodes in use
-    uint32_t nodesUsed_ = 0;      // nodes that were in use at some time
-    uint32_t nodeRoom_ = 0;       // nodes there is room for
-    Place freeNodes_ = 0;         // the first of a chain of free ones
-    bool ascends_ = true;         // places ascend along every chain: no node has been reused
+    uint32_t nodesUsed_ = 0;      // nodes in use or free
+    uint32_t nodeRoom_ = 0;       // nodes allocated
+    Place freeNodes_ = 0;         // first node of the free list
+    bool ascends_ = true;         // node indices ascend along every chain: no node was reused
     bool const owns_;
 };
 
@@ -139,8 +140,8 @@ constexpr uint32_t HashTable::marksFor(uint32_t size)
     return marks;
 }
 
-// Hashes may differ in few bits only (addresses do): multiplying by the golden ratio carries every
-// bit into the upper ones, and those choose the mark.
+// Hashes can differ in only a few bits, as addresses do. Multiplication by the golden ratio spreads
+// every bit to the upper bits, which select the slot.
 inline uint32_t HashTable::startOf(uint32_t hash, uint32_t markCount) const
 {
     uint32_t const spread = hash * 0x9E3779B1u;

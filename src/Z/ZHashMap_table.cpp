@@ -9,14 +9,13 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZHashMap";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInMake = 74, raiseInReserve = 152, raiseInLayIndex = 178 };
 
 uint32_t bucketsFor(unsigned int capacity)
 {
     uint32_t const buckets = std::max(uint32_t{capacity}, uint32_t{2}) * 3 / 2;
-    return std::max(buckets, uint32_t{1});  // the product may have wrapped round
+    return std::max(buckets, uint32_t{1});  // the product may have wrapped around to 0
 }
 
 }  // namespace
@@ -47,7 +46,7 @@ HashTable::HashTable(HashTable const& source)
     }
 }
 
-// What the table still holds is let go before, where a destructor may raise.
+// The maps call removeAll() first: unlike this destructor, they may throw.
 HashTable::~HashTable() = default;
 
 void HashTable::reserve(Place place, uint32_t hash)
@@ -111,8 +110,8 @@ HashTable::Node HashTable::take(Place place)
     return taken;
 }
 
-// The table is empty before the first destructor runs: one that looks into the map, or puts into
-// it, must not meet nodes that are on their way out.
+// Empties the table before the first destructor runs: a destructor that reads or changes the map
+// must not see nodes that are being deleted.
 void HashTable::removeAll()
 {
     if (size_ == 0)
@@ -169,13 +168,13 @@ HashTable::Place HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0*
     return place;
 }
 
-// Builds the index over every node. Marks of one hash start at the same slot, so the nodes are
-// marked in the order of their chain: a probe then meets the first one in the bucket first.
+// Builds the index over all nodes, in chain order: nodes of the same hash start at the same slot,
+// and a lookup must find the first node of the chain first.
 void HashTable::layIndex(uint32_t markCount)
 {
     PlainBlock<Mark> marks;
     marks.makeZero(markCount, kSource, raiseInLayIndex);
-    if (ascends_) {  // the block itself is in that order, and faster to read than the chains
+    if (ascends_) {  // the block is in chain order, and faster to read than the chains
         for (Place place = 1; place <= nodesUsed_; ++place) {
             if (nodeAt(place).key != nullptr)
                 mark(marks, markCount, Mark{nodeAt(place).hash, place});
@@ -197,7 +196,7 @@ void HashTable::mark(PlainBlock<Mark>& marks, uint32_t markCount, Mark mark) con
     marks[i] = mark;
 }
 
-// Frees the mark and moves those behind it up that would no longer be found across the gap.
+// Frees the node's slot in the index and moves up later slots that a lookup could no longer reach.
 void HashTable::unmark(uint32_t hash, Place place)
 {
     uint32_t const wrap = markCount_ - 1;

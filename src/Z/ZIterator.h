@@ -1,9 +1,10 @@
-// ZIterator: the protocol of everything that hands out objects one after another.
+// ZIterator: the interface of iterators, which return objects one after another.
 //
 // Subsystem: root.  Stands on: ZObject.
 //
-// Ownership: an iterator owns neither what it walks nor what it hands out, unless its class says
-// so. Threads: unsynchronised; one iterator belongs to one thread at a time, as does what it walks.
+// Ownership: an iterator owns neither the sequence nor the objects that it returns, unless its
+// class documents otherwise.
+// Threads: unsynchronised; an iterator and its sequence belong to one thread at a time.
 #pragma once
 
 #include "ZObject.h"
@@ -12,11 +13,11 @@ class ZIterator_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Returns whether `getNext()` has something to hand out.
+    /// Returns whether `getNext()` has an object to return.
     virtual bool hasMore() = 0;
 
     /// Returns the next object and steps past it; null at the end.
-    /// owns    borrowed from what is walked.
+    /// owns    borrowed from the sequence.
     virtual ZObject_6_0* getNext() = 0;
 
 protected:
@@ -31,8 +32,8 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractIterator_6_0() override;
 
-    /// Returns the next object that `target` equals and leaves the iterator just past it; null
-    /// when none follows. Nulls on the way are skipped.
-    /// owns    borrowed from what is walked.
+    /// Returns the next object that `target` equals and leaves the iterator just past it. Returns
+    /// null at the end if no such object follows. Skips nulls.
+    /// owns    borrowed from the sequence.
     virtual ZObject_6_0* findNext(ZObject_6_0 const& target);
 };

@@ -19,8 +19,8 @@
 
 namespace {
 
-// KEPT: double blanks, missing full stops and "encounted" belong to the texts; log scanners match
-// on them. Test: ZMessage.KeepsEveryTextToTheByte
+// KEPT: double spaces, missing full stops and "encounted" are part of the texts. Log scanners that
+// match the texts would notice a change. Test: ZMessage.KeepsEveryTextToTheByte
 constexpr char const* kText[] = {
     nullptr,
     "Memory allocation failure.",
@@ -83,7 +83,7 @@ static_assert(kTextCount == 55, "message numbers are 0 to 54");
 
 constexpr int kMaxInserts = 6;
 
-// The letters of a text's conversions.
+// The letters of the conversions in a text.
 struct InsertTypes {
     char letters[kMaxInserts + 1];
 };
@@ -99,8 +99,8 @@ constexpr auto kInsertTypes = [] {
     return types;
 }();
 
-// Collects a report and writes it to standard error in one piece. It allocates nothing, since
-// exhausted memory is reported too, and leaves errno unchanged.
+// Buffers a report and writes it to standard error with one call. Does not allocate, because it
+// also reports exhausted memory, and preserves errno.
 class Report {
 public:
     Report() : errno_(errno) {}
@@ -136,8 +136,8 @@ public:
     }
 
 private:
-    // What fits is copied, to keep the pieces few; a long insert is a piece of its own. Numbers
-    // always fit.
+    // Short parts are copied, which keeps the number of pieces small; a long insert is a piece of
+    // its own. Numbers always fit.
     static constexpr size_t kTextSize = 2048;
     static constexpr size_t kNumberSize = 16;
     static constexpr int kMaxNumbers = 4 + kMaxInserts;
@@ -170,7 +170,7 @@ private:
 
 void addThreadLine(Report& report)
 {
-    // The low 32 bits tell threads apart well enough for a reader of reports.
+    // The low 32 bits distinguish threads well enough for a reader of reports.
     report << " Thread: " << static_cast<int>(pthread_self()) << "\n";
 }
 
@@ -180,10 +180,10 @@ char const* shown(char const* source)
 }
 
 // Writes `text` with the inserts in place of its conversions, %s and %d. `types` are the types of
-// the inserts; null means those that the text asks for. An insert is fetched as the type that it
-// has, so a raiser that chose the number of another class's text does no harm; a missing one shows
-// as empty. Types that are not `certain` may belong to another print(): no number is taken for the
-// address of a text then, which is fetched only where the text asks for one as well.
+// the inserts; null means the types of the conversions. Each insert is fetched with its own type,
+// so an exception with the message number of another class does no harm; a missing insert is shown
+// as empty. If the types are not `certain`, they may belong to another print(): an insert is then
+// printed as a string only if the conversion is %s too, so that no number is used as an address.
 void addText(Report& report, char const* text, char const* types, bool certain, va_list inserts)
 {
     while (char const* const percent = strchr(text, '%')) {
@@ -205,7 +205,7 @@ void addText(Report& report, char const* text, char const* types, bool certain, 
 
 pthread_once_t initOnce = PTHREAD_ONCE_INIT;
 
-// Home of the built-in service: it is never destroyed, and making it cannot fail.
+// Storage of the built-in service, which is never destroyed; its construction cannot fail.
 alignas(ZDefaultMessageService_6_0) unsigned char home[sizeof(ZDefaultMessageService_6_0)];
 
 }  // namespace
@@ -271,8 +271,8 @@ void ZDefaultMessageService_6_0::outputException(ZZException_6_0 const* e, va_li
     report << "Exception: " << shown(e->exceptionName()) << "\n File: \"" << shown(e->who())
            << "\" " << static_cast<int>(e->where()) << "\n Error: " << number << "\n";
     addThreadLine(report);
-    // KEPT: the size of the table belongs to a debugging day long past, but log scanners use the
-    // line to find the start of the text. Test: ZMessage.KeepsTheTableSizeLine
+    // KEPT: the table size is of no use to readers, but log scanners that expect this line before
+    // the text would notice its removal. Test: ZMessage.KeepsTheTableSizeLine
     report << "NUM_MSGS = " << kTextCount << "\n";
     if (number < 1 || number >= kTextCount || kText[number] == nullptr)
         report << "No default text defined in ZMessage.cpp for the exception\n";
@@ -306,8 +306,8 @@ void ZDefaultMessageService_6_0::outputMessageUTF8(char const* file, int line, i
                                                    ZUTF8String_6_0 const*, ZUTF8String_6_0 const*,
                                                    ZUTF8String_6_0 const*) const
 {
-    // KEPT: an empty line stands for each UTF-8 insert; a service that can show UTF-8 replaces this
-    // one. Test: ZMessage.KeepsUTF8InsertsOutOfTheReport
+    // KEPT: prints an empty line for each UTF-8 insert: standard error may not accept UTF-8. Log
+    // scanners would notice the text. Test: ZMessage.KeepsUTF8InsertsOutOfTheReport
     ZLCString_6_0 const empty[kMaxInserts];
     outputMessage(file, line, errorNumber, insertCount, &empty[0], &empty[1], &empty[2], &empty[3],
                   &empty[4], &empty[5]);

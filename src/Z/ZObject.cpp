@@ -8,8 +8,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZObject";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInAllocate = 65 };
 
 void* allocate(size_t size)

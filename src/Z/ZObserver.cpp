@@ -78,12 +78,12 @@ unsigned int ZAbstractObservable_6_0::countObservers()
 void ZAbstractObservable_6_0::notifyObservers(ZObservedParm_6_0 const& parm)
 {
     ZResourceLock_6_0 const guard(lock_);
-    // KEPT: one count for the whole pass, although observers may add and remove observers: who
-    // joins during a pass hears of the next change first.
+    // KEPT: reads the count once, although observers may add and remove observers. An observer
+    // that registers another one during the pass would notice the extra call.
     // Test: ZObserver.KeepsTheCountOfTheStartOfThePass
     unsigned int const count = observers_.size();
     for (unsigned int i = 0; i < count; ++i) {
-        // The list gives null past its end, when observers have been removed meanwhile.
+        // Null past the end of the list, if an observer has removed observers.
         auto const* const wrapped = static_cast<Voyeur_6_0 const*>(observers_.get(i));
         if (wrapped == nullptr)
             return;

@@ -1,12 +1,12 @@
-// ZObserver: objects announce changes to the observers registered with them.
+// ZObserver: observable objects, which notify registered observers of changes.
 //
 // Subsystem: threads.  Stands on: ZObject, ZArrayList, ZLock.
 //
-// Ownership: an observable borrows its observers; they must outlive their registration. A sender
-// keeps the parameter of a notification and destroys it afterwards; an observer that wants to keep
-// it clones it.
+// Ownership: an observable borrows its observers; they must outlive their registration. The sender
+// owns the parameter of a notification and destroys it afterwards; an observer that needs it
+// longer clones it.
 // Threads: the five operations of an observable are safe from any thread. Observers run on the
-// notifying thread, with the list locked: they may use the same observable, other threads wait.
+// notifying thread, with the list locked: they may use the same observable; other threads wait.
 #pragma once
 
 #include <stdint.h>
@@ -18,7 +18,7 @@
 class ZObservedParm_6_0;
 class ZObserverInterface_6_0;
 
-/// What can be observed.
+/// The interface of observable objects.
 class ZObservableInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -35,17 +35,17 @@ public:
     /// Returns the number of registered observers.
     virtual unsigned int countObservers() = 0;
 
-    /// Tells every registered observer.
+    /// Notifies every registered observer.
     virtual void notifyObservers(ZObservedParm_6_0 const& parm) = 0;
 
 protected:
     ~ZObservableInterface_6_0() = default;
 };
 
-/// Who observes; implemented by the library's users.
+/// The interface of observers. Users of the library implement it.
 class ZObserverInterface_6_0 {
 public:
-    /// Is told of a change of `sender`.
+    /// Called after a change of `sender`.
     /// owns    `parm` is borrowed until the call returns.
     virtual void update(ZObservableInterface_6_0* sender, ZObservedParm_6_0 const& parm) = 0;
 
@@ -53,7 +53,7 @@ protected:
     ~ZObserverInterface_6_0() = default;
 };
 
-/// The common base of what notifications carry.
+/// The base of the parameters of notifications.
 class ZObservedParm_6_0 : public ZObject_6_0 {
 public:
     ~ZObservedParm_6_0() override;
@@ -72,8 +72,8 @@ public:
     /// Returns the observer's address, folded to 32 bits.
     uint32_t hash() const override;
 
-    /// Orders by the observers' addresses: -1, 0 or 1.
-    /// range   an object of another class sorts by its own address, as objects do.
+    /// Returns -1, 0 or 1 by the observers' addresses.
+    /// range   with an object of another class, compares the addresses of the objects.
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns a new wrapper of the same observer.
@@ -87,25 +87,25 @@ private:
     ZObserverInterface_6_0* observer_;
 };
 
-/// Keeps a list of observers; the base of what can be observed.
+/// The base of observable objects, with a list of observers.
 class ZAbstractObservable_6_0 : public ZObservableInterface_6_0 {
 public:
     /// Makes an observable without observers.
-    /// throws  ZOutOfMemoryException_6_0; what making a lock throws.
+    /// throws  ZOutOfMemoryException_6_0; any exception of ZLock_6_0's constructor.
     ZAbstractObservable_6_0();
     ZAbstractObservable_6_0(ZAbstractObservable_6_0 const&) = delete;
     ZAbstractObservable_6_0& operator=(ZAbstractObservable_6_0 const&) = delete;
 
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Registers `observer`; one that is registered already stays so, once.
+    /// Registers `observer`, unless it is registered already.
     /// range   null is ignored.
     /// owns    borrowed until it is unregistered.
-    /// throws  ZOutOfMemoryException_6_0; the list is as it was then.
+    /// throws  ZOutOfMemoryException_6_0; the list is unchanged then.
     /// cost    O(n).
     void addObserver(ZObserverInterface_6_0* observer) override;
 
-    /// Unregisters `observer`; one that is not registered is ignored.
+    /// Unregisters `observer`, if it is registered.
     /// cost    O(n).
     void deleteObserver(ZObserverInterface_6_0* observer) override;
 
@@ -116,10 +116,10 @@ public:
     unsigned int countObservers() override;
 
     /// Calls `update(this, parm)` on every registered observer, in the order of registration.
-    /// throws  what an observer throws: the later ones are not called then.
+    /// throws  any exception of an observer; later observers are not called then.
     /// threads the list stays locked until the last observer has returned.
-    /// kept    the number of observers is read once, before the first call: one that is added
-    ///         meanwhile is not called, and when one is removed its successor's turn may be lost.
+    /// kept    the number of observers is read once, before the first call: an observer added
+    ///         during the pass is not called, and removing one may skip the next.
     void notifyObservers(ZObservedParm_6_0 const& parm) override;
 
 protected:
@@ -130,25 +130,25 @@ private:
     ZLock_6_0 lock_;
 };
 
-/// Announces that the sequence number shared by several locks has changed.
+/// Notification of a change of the sequence number that several locks share.
 class ZSequenceUpdate_6_0 : public ZObservedParm_6_0 {
 public:
-    /// Makes an announcement in which both numbers are the invalid sequence, 0xFFFFFFFF.
+    /// Makes a notification in which both numbers are the invalid sequence, 0xFFFFFFFF.
     ZSequenceUpdate_6_0();
 
-    /// Makes an announcement of the new number and the one seen before.
-    /// range   the numbers are kept as 32 bits.
+    /// Makes a notification with the new number and the previous one.
+    /// range   stores the low 32 bits of each number.
     ZSequenceUpdate_6_0(unsigned long sequence, unsigned long lastSequence);
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZSequenceUpdate_6_0() override;
 
-    /// Returns the difference of the sequences or, when they are the same, of the last sequences.
+    /// Returns the difference of the sequences or, if they are equal, of the last sequences.
     /// units   32 bits, wrapping around.
-    /// range   an object of another class sorts by its address, as objects do.
+    /// range   with an object of another class, compares addresses.
     int compare(ZObject_6_0 const& other) const override;
 
-    /// Returns a new announcement of the same numbers.
+    /// Returns a new notification with the same numbers.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
     ZObject_6_0* clone() const override;
@@ -156,7 +156,7 @@ public:
     virtual unsigned long getSequence() const;      // the new shared number
     virtual unsigned long getLastSequence() const;  // the number this lock had seen before
 
-    /// Returns whether `compare` gives 0.
+    /// Returns whether compare() returns 0.
     bool operator==(ZSequenceUpdate_6_0 const& other) const { return compare(other) == 0; }
 
 private:

@@ -13,8 +13,7 @@ constexpr char kSource[] = "src/Z/ZSharedLibrary";
 constexpr char kSuffix[] = ".so";
 constexpr int kDefaultFlags = RTLD_NOW | RTLD_GLOBAL;
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInLoad = 187,
     raiseInInitialize = 196,
@@ -28,8 +27,7 @@ void store(int* err, int code)
         *err = code;
 }
 
-// Makes `variant` the other way to write `name`: without the suffix when it ends with it, with it
-// otherwise.
+// Sets `variant` to `name` without the suffix or, if it has no suffix, with the suffix added.
 void otherSpelling(ZLCString_6_0& variant, ZLCString_6_0 const& name, ZLCString_6_0 const& suffix)
 {
     variant = name;
@@ -50,7 +48,7 @@ void* zdlopen_6_0(char const* name, int flags, int* err)
         store(err, ENOENT);
         return nullptr;
     }
-    // dlopen() need not set errno when it fails; a stale value would pass for its reason.
+    // dlopen() need not set errno if it fails; a stale value would look like the reason.
     errno = 0;
     void* const handle = dlopen(name, flags == 0 ? kDefaultFlags : flags);
     if (handle == nullptr)
@@ -62,8 +60,8 @@ void* zdlsym_6_0(void* handle, char const* symbol, int* err)
 {
     store(err, 0);
     if (handle == nullptr || symbol == nullptr) {
-        // KEPT: no code of its own; callers print what they find.
-        // Test: ZSharedLibrary.KeepsErrnoOfASymbolThatWasNotLookedFor
+        // KEPT: reports the current errno instead of a code for null arguments. A program that
+        // prints `*err` would notice. Test: ZSharedLibrary.KeepsErrnoOfASymbolThatWasNotLookedFor
         store(err, errno);
         return nullptr;
     }
@@ -96,8 +94,8 @@ char* zdlerror_6_0(void)
 
 // ---- The base --------------------------------------------------------------------------------
 
-// KEPT: two slots with the same suffix; derived classes put their own into one of them.
-// Test: ZSharedLibrary.KeepsTwoSlotsOfOneSuffix
+// KEPT: both suffixes are the same. A derived class that sets only one of them keeps ".so" as the
+// other. Test: ZSharedLibrary.KeepsTwoSlotsOfOneSuffix
 ZAbstractSharedLibrary_6_0::ZAbstractSharedLibrary_6_0(char const* name)
     : name_(name), suffix1_(kSuffix), suffix2_(kSuffix), flags_(0), errorNumber_(0)
 {
@@ -162,15 +160,15 @@ ZSharedLibrary_6_0::~ZSharedLibrary_6_0() = default;
 
 int ZSharedLibrary_6_0::getLocalScope() const
 {
-    // KEPT: says 0 even when RTLD_GLOBAL is not set; callers read the flags.
-    // Test: ZSharedLibrary.KeepsSayingGlobalScope
+    // KEPT: returns 0 even if RTLD_GLOBAL is not set, unlike getFlags(). A program that prints the
+    // scope would notice. Test: ZSharedLibrary.KeepsSayingGlobalScope
     return 0;
 }
 
 void ZSharedLibrary_6_0::setLocalScope(int local)
 {
-    // KEPT: flags of 0 stay 0, which loads globally; callers set the resolution first.
-    // Test: ZSharedLibrary.KeepsLoadingGloballyWithoutFlags
+    // KEPT: flags of 0 stay 0, which loads globally. A program whose libraries share symbols would
+    // notice a local scope. Test: ZSharedLibrary.KeepsLoadingGloballyWithoutFlags
     setFlags(local != 0 ? getFlags() & ~RTLD_GLOBAL : getFlags() | RTLD_GLOBAL);
 }
 

@@ -2,9 +2,9 @@
 //
 // Subsystem: platform.  Stands on: ZObject, ZException, ZLCString.
 //
-// Ownership: an object owns the name and the last error's text; the library stays loaded when the
-// object goes, so that its symbols stay good: unload it first where that is not wanted.
-// Threads: an object belongs to one thread at a time; the plain functions are for every thread.
+// Ownership: an object owns the name and the text of the last error. Its destructor leaves the
+// library loaded, so that symbols stay valid; call unloadLibrary() to unload it.
+// Threads: an object belongs to one thread at a time; any thread may call the plain functions.
 #pragma once
 
 #ifdef __cplusplus
@@ -15,32 +15,32 @@
 extern "C" {
 #endif
 
-/// Loads a library with dlopen().
-/// range   null `name`: null, and 2 (ENOENT) in `*err`. `flags` are dlopen()'s; 0 means
+/// Loads a library with dlopen() and returns its handle, or null.
+/// range   a null `name` fails with 2 (ENOENT). `flags` are dlopen()'s; 0 means
 ///         RTLD_NOW | RTLD_GLOBAL.
 /// owns    released with zdlclose_6_0().
-/// codes   `*err` (unless `err` is null) is 0, or the errno that a failing dlopen() left, which may
-///         be 0: the result tells.
+/// codes   `*err` (unless `err` is null) is 0 or, on failure, the errno left by dlopen(), which may
+///         be 0 too: only a null result indicates the failure.
 void* zdlopen_6_0(char const* name, int flags, int* err);
 
 /// Finds a symbol with dlsym().
 /// owns    borrowed until the library is unloaded.
 /// codes   as zdlopen_6_0().
-/// kept    a null `handle` or `symbol` gives null, and in `*err` whatever errno happens to hold.
+/// kept    for a null `handle` or `symbol`, returns null and sets `*err` to the current errno.
 void* zdlsym_6_0(void* handle, char const* symbol, int* err);
 
-/// Unloads a library with dlclose(); returns 0, or what makes the call a failure.
+/// Unloads a library with dlclose() and returns 0, or another number on failure.
 /// codes   `*err` (unless `err` is null) is 0, 2 for a null `handle`, or errno.
 int zdlclose_6_0(void* handle, int* err);
 
-/// Returns the text of the calling thread's last failure, null when there is none.
+/// Returns the text of the calling thread's last failure; null after none.
 /// owns    owned by the caller; released with free().
 char* zdlerror_6_0(void);
 
 #ifdef __cplusplus
 }
 
-/// What a shared library can be asked for.
+/// The interface of shared libraries, with their name, flags and last error.
 class ZAbstractSharedLibrary_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -55,7 +55,7 @@ public:
     virtual ZLCString_6_0 const& getLastErrorMessage() const;
     virtual int getLastErrorNumber() const;
 
-    /// Returns whether symbols stay out of the process's global scope.
+    /// Returns whether symbols are kept out of the global scope of the process.
     virtual int getLocalScope() const = 0;
     virtual void setLocalScope(int local) = 0;
 
@@ -90,14 +90,14 @@ private:
 /// A shared library of the platform.
 class ZSharedLibrary_6_0 : public ZAbstractSharedLibrary_6_0, public ZObject_6_0 {
 public:
-    /// Names no library.
+    /// Makes an object with an empty library name.
     ZSharedLibrary_6_0();
 
-    /// Names a library; loads nothing.
+    /// Stores the library name; does not load the library.
     /// owns    `name` is copied.
     explicit ZSharedLibrary_6_0(char const* name);
 
-    /// Names the same library with the same flags; the copy is not loaded.
+    /// Copies name and flags; the copy is not loaded.
     ZSharedLibrary_6_0(ZSharedLibrary_6_0 const& other);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -106,29 +106,29 @@ public:
     ~ZSharedLibrary_6_0() override;
 
     /// Returns 0.
-    /// kept    whatever the flags; callers read the flags.
+    /// kept    the result does not depend on the flags.
     int getLocalScope() const override;
 
-    /// Takes RTLD_GLOBAL out of the flags for a non-zero `local`, puts it in for 0.
-    /// kept    flags that are 0 stay 0 when it is taken out, and 0 loads globally.
+    /// Clears RTLD_GLOBAL in the flags if `local` is not 0; sets it if `local` is 0.
+    /// kept    flags of 0 stay 0, and loadLibrary() then uses the global scope.
     void setLocalScope(int local) override;
 
     /// Returns the RTLD_LAZY bit of the flags.
     int getLazyResolution() const override;
 
-    /// Replaces RTLD_NOW by RTLD_LAZY in the flags for a non-zero `lazy`, the other way for 0.
+    /// Replaces RTLD_NOW by RTLD_LAZY in the flags if `lazy` is not 0; the reverse if it is 0.
     void setLazyResolution(int lazy) override;
 
-    /// Loads the library and calls initialize(). A name that does not load is tried without its
-    /// suffix ".so" when it has it, with it otherwise.
-    /// range   not loaded yet; the handle of an earlier load is forgotten, and that library stays.
-    /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt, or, when
+    /// Loads the library and calls initialize(). If the name cannot be loaded, tries it without
+    /// its suffix ".so", or with the suffix added.
+    /// range   not loaded yet: a second call drops the first handle without unloading it.
+    /// throws  ZSharedLibraryLoadException_6_0 with the error of the first attempt or, if
     ///         initialize() fails, with the text "initialize"; the library is loaded then.
-    /// kept    with two slots of one suffix, the other spelling is tried twice.
+    /// kept    both suffixes are ".so", so the second spelling is tried twice.
     void loadLibrary() override;
 
     /// Unloads the library.
-    /// throws  ZSharedLibraryLoadException_6_0 when it is not loaded (number 2) or does not let go;
+    /// throws  ZSharedLibraryLoadException_6_0 if it is not loaded (number 2) or dlclose() fails;
     ///         it stays loaded then.
     void unloadLibrary() override;
 
@@ -138,7 +138,7 @@ public:
     void* resolveSymbol(char const* symbol) override;
 
     /// Compares the library names.
-    /// range   `other` is a ZSharedLibrary_6_0; with anything else compares addresses.
+    /// range   with an object of another class, compares addresses.
     int compare(ZObject_6_0 const& other) const override;
 
     /// Returns the hash of the library name.
@@ -148,10 +148,10 @@ public:
     /// owns    owned by the caller; released with delete.
     ZObject_6_0* clone() const override;
 
-    /// Returns the handle of the loaded library; null while there is none.
+    /// Returns the handle of the loaded library; null if it is not loaded.
     virtual void* getHandle() const;
 
-    /// Is called after a successful load; a non-zero result makes loadLibrary() fail. Returns 0.
+    /// Returns 0. loadLibrary() calls it after loading; a non-zero result makes loadLibrary() fail.
     virtual int initialize();
 
 private:

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Laid down by the compiler, so that making it the shared one can neither fail nor leak.
+// Initialised by the compiler, so that installing it can neither fail nor leak.
 constinit ZDefaultSortCompare_6_0 const shared;
 
 pthread_once_t once = PTHREAD_ONCE_INIT;

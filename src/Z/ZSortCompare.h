@@ -2,9 +2,8 @@
 //
 // Subsystem: collections.  Stands on: ZObject.
 //
-// Ownership: a comparator holds nothing; the shared default comparator lives as long as the
-// process. Threads: comparators without state may be used by every thread at once; the default one
-// is.
+// Ownership: a comparator owns nothing; the shared default comparator lives as long as the process.
+// Threads: several threads may share a comparator that has no state, such as the default one.
 #pragma once
 
 #include "ZObject.h"
@@ -18,17 +17,17 @@ public:
 
     // Virtual functions in slot order. The order is binary interface: append only.
 
-    /// Returns a negative number, 0 or a positive number as `left` sorts before, with or after
+    /// Returns a negative number, 0 or a positive number if `left` sorts before, with or after
     /// `right`.
     /// range   a sort never passes null.
     virtual int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const = 0;
 
-    /// Returns the comparator that every caller shares: the elements' own order.
+    /// Returns the shared default comparator, which orders elements by their compare().
     /// owns    borrowed for the life of the process.
     /// threads any thread, at any time.
     static ZSortCompare_6_0 const& defaultSortCompare();
 
-    /// Puts the shared comparator in place. `defaultSortCompare()` calls it once per process.
+    /// Installs the default comparator. `defaultSortCompare()` calls it once per process.
     static void init();
 
 protected:

@@ -10,7 +10,7 @@ namespace {
 
 enum Message { unknownException = 19 };
 
-// Uses the installed service. What that throws is dropped: it has no other reader.
+// Calls the installed service and drops its exceptions, which could not be reported either.
 template <class Report>
 void send(Report report) noexcept
 {

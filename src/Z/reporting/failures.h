@@ -1,8 +1,8 @@
-// failures: reports failures that must not go further, through the installed message service.
+// failures: reports failures that must not propagate, through the installed message service.
 //
-// A destructor cannot throw while an exception unwinds the stack: a second one would end the
-// process. Its failure is reported instead, of whatever class it is: what a guard releases may be
-// an object of a caller's class, which throws exceptions of its own.
+// A destructor must not throw while an exception unwinds the stack: that would end the process. Its
+// failure is reported instead. The exception can be of any class, because a guard may release an
+// object of a caller's class.
 #pragma once
 
 #include "../ZException.h"
@@ -22,12 +22,12 @@ void reportRc(Site site, int messageNumber, int rc) noexcept;
 /// Reports an exception.
 void reportException(ZException_6_0& failure) noexcept;
 
-/// Reports the exception that is being handled; `site` counts if it is not one of the library's.
-/// range   only in a `catch (...)`. A cancellation is thrown on.
+/// Reports the exception that is being handled; with `site` if it is not one of the library's.
+/// range   only in a `catch (...)`. A cancellation is rethrown.
 void reportCurrentException(Site site);
 
-/// Runs `action` and reports the exception that leaves it. Returns whether there was none. A
-/// cancellation goes on.
+/// Runs `action` and reports its exception. Returns whether it threw none. A cancellation passes
+/// through.
 template <class Action>
 bool reportExceptions(Site site, Action action)
 {
@@ -40,8 +40,8 @@ bool reportExceptions(Site site, Action action)
     }
 }
 
-/// The same for an action that is not cancelled half-way: the end of a thread, or the roll-back
-/// after a failure.
+/// Like reportExceptions(), for an action that must not be cancelled halfway: the end of a thread,
+/// or the rollback after a failure.
 template <class Action>
 bool runCleanup(Site site, Action action)
 {
@@ -49,8 +49,8 @@ bool runCleanup(Site site, Action action)
     return reportExceptions(site, action);
 }
 
-/// Runs the action of a destructor that may throw. Its exception goes on unless another one unwinds
-/// the stack: it is reported then.
+/// Runs the action of a destructor that may throw. If another exception unwinds the stack, reports
+/// the exception of `action`; otherwise rethrows it.
 template <class Action>
 void runInDestructor(Site site, Action action)
 {

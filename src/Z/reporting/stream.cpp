@@ -9,7 +9,7 @@ namespace zreporting {
 
 namespace {
 
-// Keeps other threads off a stream.
+// Locks a stream in this scope.
 class StreamGuard {
 public:
     explicit StreamGuard(FILE* stream) : stream_(stream) { flockfile(stream_); }
@@ -21,7 +21,7 @@ private:
     FILE* const stream_;
 };
 
-// Writes all of the pieces, as far as the descriptor accepts them.
+// Writes all pieces, or until the descriptor reports an error.
 void writeToDescriptor(int fd, iovec* pieces, int count)
 {
     while (count > 0) {
@@ -59,7 +59,7 @@ void writeToStream(FILE* stream, char const* bytes, size_t count)
 
 void writeNow(FILE* stream, iovec* pieces, int count)
 {
-    // Writing is a cancellation point, and a destructor may write.
+    // writev() is a cancellation point, and a destructor may report.
     ZCancelGuard const uncancelled;
     StreamGuard const guard(stream);
     int const fd = fileno(stream);

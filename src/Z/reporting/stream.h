@@ -1,7 +1,7 @@
-// stream: writes bytes to a stream that the program may have made wide.
+// stream: writes bytes to a stream that may be wide.
 //
-// A byte write to a stream of wide orientation is lost: fwrite() does nothing and returns 0. The
-// bytes then go to the stream's descriptor, after the text that the stream still holds.
+// fwrite() to a stream of wide orientation does nothing and returns 0. Bytes for such a stream are
+// written to its descriptor, after the text that the stream has buffered.
 #pragma once
 
 #include <stdio.h>
@@ -10,13 +10,13 @@
 namespace zreporting {
 
 /// Writes `pieces` to `stream` immediately, after the text that the stream has buffered, in one
-/// system call unless the descriptor accepts less. A stream without a descriptor is given
-/// the bytes one after another; a wide one shows '?' for a byte that is not a character.
-/// threads other threads write to the stream before or after it. A cancellation waits.
-/// kept    errors are ignored: reports have no reader to tell.
+/// system call unless the descriptor accepts less. A stream without a descriptor gets the bytes
+/// through stdio; a wide one shows '?' for a byte that is not a character.
+/// threads locks the stream. Not a cancellation point.
+/// kept    errors are ignored: a failed report cannot be reported.
 void writeNow(FILE* stream, iovec* pieces, int count);
 
-/// Writes `count` bytes to `stream`: like fwrite(), but not lost if the stream is wide.
+/// Writes `count` bytes to `stream` like fwrite(), even if the stream is wide.
 void write(FILE* stream, char const* bytes, size_t count);
 
 }  // namespace zreporting
