@@ -243,8 +243,8 @@ private:
     void assign(ZArrayList_6_0 const& source);
     unsigned int copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const;
 
-    unsigned int capacity_;  // at least 1; the capacity when slots_ last rose or count_ last fell.
-                             // capacity() adds the growth since then
+    unsigned int capacity_;   // at least 1; capacity() when slots_ last rose or count_ last fell,
+                              // without the growth since then
     ZObject_6_0** elements_;  // never null
     unsigned int count_;      // slots in use
     int owns_;                // not 0: clones and deletes

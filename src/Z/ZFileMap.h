@@ -74,11 +74,11 @@ public:
     ///         file's size. Touching memory past the file's last page raises SIGBUS, also if
     ///         another process has truncated the file since. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
-    /// codes   `*err` is 0, or: 22 (EINVAL) if there is nothing to map: a missing or empty file with
-    ///         length 0; EFBIG if the file would exceed the file-size limit of the process (no
-    ///         SIGXFSZ is delivered); else the errno of the failed call. Nothing is mapped or open
-    ///         then, except an old mapping that could not be removed. A file that could not be
-    ///         extended keeps its length if the file system can allocate past the end of a file.
+    /// codes   `*err` is 0, or: 22 (EINVAL) if `length` is 0 and the file is missing or empty;
+    ///         EFBIG if the file would exceed the file-size limit of the process (no SIGXFSZ is
+    ///         delivered); else the errno of the failed call. Nothing is mapped or open then,
+    ///         except an old mapping that could not be removed. A file that could not be extended
+    ///         keeps its length if the file system can allocate past the end of a file.
     /// kept    an empty file is treated as missing. If descriptor 0 is closed in the process,
     ///         open() returns it; it is treated as no descriptor: the result is null, and the code
     ///         may be 0.
