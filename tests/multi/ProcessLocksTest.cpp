@@ -1,4 +1,4 @@
-// Process locks between processes: each of them is this program, run again.
+// Process locks between processes. Each other process is this program, run again.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <gtest/gtest.h>
@@ -108,7 +108,7 @@ TEST_F(ProcessLocks, ChangesAreToldToOtherProcesses)
     EXPECT_EQ("unset 0", observer.does('o'));
     EXPECT_EQ("read 0", observer.does('r'));
     EXPECT_EQ("unset 0", observer.does('u'));
-    // One change, then two of which it learns at once, then none.
+    // One change, then two changes that it sees together, then none.
     writer.does('w');
     EXPECT_EQ("unset 1", writer.does('u'));
     EXPECT_EQ("write 1 0>1", observer.does('r'));
@@ -138,7 +138,7 @@ TEST_F(ProcessLocks, ProcessThatIsKilledHoldsNothing)
         EXPECT_EQ("write 0", next.answer(1000));
         next.does('n');
     }
-    // One that waits with the gate.
+    // Kill a process that waits while it holds the gate.
     OtherLocker reader = process();
     OtherLocker waiting = process();
     reader.does('r');
@@ -167,9 +167,9 @@ TEST_F(ProcessLocks, SignalEndsTheWaitOfAProcessAndLeavesTheOthers)
     EXPECT_EQ("write 0", waiting.answer());
 }
 
-// Three processes of four threads use one file through two lock objects each. Which process waits
-// for which is all that the kernel sees, so that it finds a deadlock where there is none now and
-// then; that is all that may go wrong.
+// Three processes of four threads use one file through two lock objects each. The kernel sees only
+// which process waits for which, so it sometimes reports a deadlock that does not exist. No other
+// failure is allowed.
 TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverStick)
 {
     struct Shared {
@@ -233,7 +233,7 @@ TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverStick)
 }
 
 // 100,000 acquisitions against another process, with a signal every millisecond that interrupts
-// calls: each ends with the lock, or in the exception with nothing.
+// calls. Each one ends with the lock held, or with an exception and nothing held.
 TEST_F(ProcessLocks, SignalsLeaveTheLockHeldOrNothing)
 {
     constexpr int kAcquisitions = 100000;

@@ -39,7 +39,7 @@ enum Site {
     siteInValidateLock = 164
 };
 
-// What the calls of this thread answer instead of being made, when not 0, and what was asked for.
+// Results that replace the calls of this thread if not 0, and the arguments of the calls.
 struct Calls {
     bool failNew = false;
     int failInit = 0;
@@ -84,7 +84,7 @@ void expectReported(NotedMessages const& noted, int site, int number, std::strin
     EXPECT_EQ(inserts, message.inserts);
 }
 
-// Unlocks until that is refused and returns how often it was not.
+// Unlocks until unlock() throws; returns the number of successful calls.
 template <class Lock>
 int depthOf(Lock& lock)
 {
@@ -97,7 +97,7 @@ int depthOf(Lock& lock)
     }
 }
 
-// A condition whose hook counts its calls and does as it is told.
+// A condition whose hook counts its calls and runs an action of the test.
 class Hooked : public ZCondition_6_0 {
 public:
     using ZCondition_6_0::ZCondition_6_0;
@@ -118,7 +118,7 @@ public:
     bool throws = false;
 };
 
-// A condition that anybody may wait for: the check can be replaced.
+// A condition that any thread may wait for: it replaces the check of the lock.
 class Unchecked : public ZCondition_6_0 {
 public:
     void validateLock() override { ++checks; }
@@ -127,7 +127,7 @@ public:
 
 }  // namespace
 
-// The form that the library's objects are allocated with.
+// The form of operator new that allocates the library's objects.
 void* operator new(std::size_t size, std::nothrow_t const&) noexcept
 {
     return calls.failNew ? nullptr : ::operator new(size);
@@ -196,7 +196,7 @@ TEST(ZCondition, WakesAWaiterWhoHoldsTheLockAsDeepAsBefore)
         depth = depthOf(condition);
     });
     for (bool signalled = false; !signalled;) {
-        // The lock can only be taken once the waiter has released all of its three levels.
+        // The lock is free only after the waiter has released all three levels.
         ZResourceLock_6_0 const guard(lock);
         if (waiting) {
             ready = true;
@@ -262,7 +262,7 @@ TEST(ZCondition, KnowsItsLock)
 
 TEST(ZCondition, DestroysOnlyALockOfItsOwn)
 {
-    // An own lock that leaked or a borrowed one that was deleted is the sanitizer's finding.
+    // A sanitizer finds an own lock that leaks or a borrowed lock that is deleted.
     ZLock_6_0 lock;
     {
         ZCondition_6_0 const owning;
@@ -292,7 +292,7 @@ TEST(ZCondition, ATimedWaitTakesItsTime)
     condition.wait(2, timedOut);
     auto const taken = std::chrono::steady_clock::now() - start;
     EXPECT_EQ(1, timedOut);
-    EXPECT_GT(taken, std::chrono::milliseconds(900));  // whole seconds of the wall clock
+    EXPECT_GT(taken, std::chrono::milliseconds(900));  // whole seconds of the real-time clock
     EXPECT_LT(taken, std::chrono::seconds(20));
     EXPECT_EQ(1, depthOf(condition));
 }
@@ -444,7 +444,7 @@ TEST(ZCondition, KeepsOneMessageForBothWaits)
     ZCondition_6_0 condition;
     condition.lock();
     NotedMessages const noted;
-    timespec noTime = {1, -1};  // the system's own refusal
+    timespec noTime = {1, -1};  // invalid: the system refuses it
     int timedOut = 7;
     expectFailure<ZConditionException_6_0>([&] { condition.wait(noTime, timedOut); }, 9, EINVAL,
                                            siteInWait);
@@ -649,7 +649,7 @@ TEST(ZBooleanCondition, WaitsUntilTheFlagIsSet)
     while (!waiting)
         std::this_thread::yield();
     condition.lock();
-    condition.signal();  // without the flag: the waiter goes back to wait
+    condition.signal();  // without the flag: the waiter waits again
     condition.unlock();
     condition.lock();
     condition.setCondition(3);

@@ -34,8 +34,7 @@ enum Site {
     siteInUnlock = 106
 };
 
-// What the calls of this thread answer instead of being made, when not 0, and how often each was
-// made for real.
+// Results that replace the calls of this thread if not 0, and the number of real calls.
 struct Calls {
     int failInit = 0;
     int failDestroy = 0;
@@ -406,7 +405,7 @@ TEST(ZResourceLock, RaisesWhenTheLockIsNotHeldAnyMore)
         6, 0, siteInUnlockOfStranger);
 }
 
-// A lock of one's own may raise what it likes.
+// A lock class of the caller may throw anything.
 TEST(ZResourceLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
 {
     class Foreign : public ZLock_6_0 {

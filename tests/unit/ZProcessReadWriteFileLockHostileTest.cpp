@@ -1,4 +1,4 @@
-// What nobody should do to a lock between processes, or have happen to it.
+// Misuse of a lock between processes, and hostile changes of its file.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <errno.h>
@@ -36,14 +36,14 @@ constexpr zlockstate kUnset = static_cast<zlockstate>(0);
 constexpr zlockstate kRead = static_cast<zlockstate>(1);
 constexpr zlockstate kWrite = static_cast<zlockstate>(3);
 
-// Returns the name of the class of `e`.
+// Returns the class name of `e`.
 std::string classOf(ZException_6_0 const& e)
 {
     std::string const mangled = typeid(e).name();
     return mangled.substr(mangled.find('Z'));
 }
 
-// Returns what `call` throws: exception, message number and rc; "" for nothing.
+// Returns the exception of `call`: class, message number and rc; "" if it throws nothing.
 std::string thrown(std::function<void()> const& call)
 {
     try {
@@ -64,7 +64,7 @@ std::string lockFails(int rc)
     return "ZLockResourceException_6_0 33 " + std::to_string(rc);
 }
 
-// An observer that does what the test says.
+// An observer that runs an action of the test.
 struct Doing final : ZObserverInterface_6_0 {
     explicit Doing(std::function<void()> what) : action(std::move(what)) {}
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
@@ -80,13 +80,13 @@ struct Doing final : ZObserverInterface_6_0 {
 
 class ZProcessReadWriteFileLockHostile : public testing::Test {
 protected:
-    // Whoever hangs is ended.
+    // The alarm ends a test that hangs.
     void SetUp() override { alarm(60); }
     void TearDown() override { alarm(0); }
 
     char const* path() const { return directory_.path().c_str(); }
 
-    // Returns whether nothing of the lock is held by any means.
+    // Returns whether nothing of the lock is held in any way.
     static testing::AssertionResult isFree(FileLock& lock)
     {
         if (lock.getLockState() == kUnset && lock.getReaderCount() == 0 &&
@@ -97,7 +97,7 @@ protected:
                << ", descriptor " << lock.getFileHandle();
     }
 
-    // Lets another object raise the sequence number.
+    // Increments the sequence number through another object.
     void raiseSequence(char const* name = "x")
     {
         FileLock other(path(), name);
@@ -105,7 +105,7 @@ protected:
         other.unlock(1);
     }
 
-    // Runs `child` in a forked process and returns its exit status; -1 when it was killed.
+    // Runs `child` in a forked process and returns its exit status; -1 if it was killed.
     static int inChild(std::function<int()> const& child)
     {
         pid_t const id = fork();
@@ -359,7 +359,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, WaiterFollowsTheFileThatIsRemovedAndMad
     });
     usleep(100000);
     unlink(directory_.at("._zplx").c_str());
-    // A third one makes the file anew, and holds it.
+    // A third process creates a new file and holds it.
     OtherLocker third(directory_.path(), "x");
     EXPECT_EQ("write 0", third.does('w'));
     EXPECT_EQ("unset 1", holder.does('u'));
@@ -620,7 +620,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, StandInIsHeldByNobodyThroughMistakes)
     stub.unlock();
 }
 
-// Nobody who leaves takes from the one who comes in next.
+// A release must not undo the acquisition of the next thread.
 TEST_F(ZProcessReadWriteFileLockHostile, EveryWriterOfManyRaisesTheNumber)
 {
     ZStubProcessReadWriteFileLock_6_0 fileLock(path(), "x");
@@ -646,14 +646,14 @@ TEST_F(ZProcessReadWriteFileLockHostile, EveryWriterOfManyRaisesTheNumber)
     }
 }
 
-// Where a thread can wait, and be cancelled there.
+// Each point at which a thread can wait, and is cancelled.
 TEST_F(ZProcessReadWriteFileLockHostile, CancellationAtEveryWait)
 {
     struct Case {
         char const* name;
-        char holder;        // what another process holds; 0 for none
-        zlockstate same;    // what another thread holds through the same object
-        zlockstate beside;  // what another thread holds through another object
+        char holder;        // lock of another process; 0 for none
+        zlockstate same;    // lock of another thread through the same object
+        zlockstate beside;  // lock of another thread through another object
         zlockstate asked;
     };
     Case const cases[] = {
@@ -808,8 +808,8 @@ TEST_F(ZProcessReadWriteFileLockHostile, SignalWhileItWaitsForTheData)
     sigaction(SIGUSR1, &old, nullptr);
 }
 
-// The kernel takes a process for one owner, so with several objects it may see a deadlock where a
-// thread would go on: who is told so tries again.
+// The kernel treats a process as one owner, so with several objects it may report a deadlock
+// although a thread could continue: then the thread tries again.
 TEST_F(ZProcessReadWriteFileLockHostile, ManyObjectsThreadsAndAProcessCountTogether)
 {
     constexpr unsigned long kOfOther = 20;

@@ -1,6 +1,5 @@
-// Every order in which three threads can ask for two lock objects on one file: who gets in, who
-// waits and who is told that it would wait for itself must be as a small model says, and nobody
-// hangs.
+// Runs every order in which three threads can request two lock objects on one file. A small model
+// predicts which requests enter, wait or fail with EDEADLK. No order may hang.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <errno.h>
@@ -51,11 +50,11 @@ std::string textOf(std::vector<Step> const& steps)
     return text;
 }
 
-// ---- The model
-// -----------------------------------------------------------------------------------
+// ---- The model ---------------------------------------------------------------------------------
 
-// What happens until the first release. A thread passes the lock between the threads of an object,
-// the object's way to the file, the gate and the data, in this order; it waits at one of them.
+// Computes the states up to the first release. A thread acquires, in this order, the lock between
+// the threads of an object, the object's file mutex, the gate and the data; it waits at one of
+// them.
 class Model {
 public:
     Outcome ask(Step const& step)
@@ -100,14 +99,14 @@ private:
         int writer = kNone;
         std::vector<int> readers;
         int entering = kNone;  // waits for the gate or the data
-        bool locked = false;   // the file, by this object
+        bool locked = false;   // the object has locked the file
     };
     struct Wait {
         Place place = Place::none;
         Step step{};
     };
 
-    // Who holds the object such that `state` does not go with it.
+    // The threads that hold the object in conflict with `state`.
     std::vector<int> holders(int index, State state) const
     {
         Object const& object = objects_[index];
@@ -121,7 +120,7 @@ private:
         std::vector<int> found = holders(step.object, step.state);
         Object const& object = objects_[step.object];
         Object const& next = objects_[1 - step.object];
-        // What it waits for next, whoever makes way here.
+        // The threads that it would wait for next, whichever thread releases here.
         if (!found.empty() && (object.locked || object.entering != kNone) &&
             (next.locked || (gate_ != kNone && gate_ == next.entering)))
             for (int const thread : holders(1 - step.object, step.state))
@@ -182,10 +181,9 @@ private:
     int gate_ = kNone;
 };
 
-// ---- The real ones
-// -------------------------------------------------------------------------------
+// ---- The real threads --------------------------------------------------------------------------
 
-// A thread that does one step after another.
+// A thread that performs one step after another.
 class Worker {
 public:
     explicit Worker(std::array<Lock*, kObjects> const& locks)
@@ -223,7 +221,7 @@ public:
         });
     }
 
-    // Waits for the end of the order, unless it takes too long.
+    // Waits for the end of the step, up to a time limit.
     bool isDone(std::chrono::seconds within = std::chrono::seconds(20))
     {
         std::unique_lock<std::mutex> guard(mutex_);
@@ -232,7 +230,7 @@ public:
     Outcome outcome() const { return outcome_; }
     bool holdsNothing() const { return held_.empty(); }
 
-    // Waits until the thread sleeps in its order. Returns false when it comes to the end of it.
+    // Waits until the thread sleeps in its step. Returns false if the step ends instead.
     bool sleeps()
     {
         std::string const path = "/proc/self/task/" + std::to_string(id_) + "/stat";
@@ -276,7 +274,7 @@ private:
     std::array<Lock*, kObjects> const locks_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::function<void()> action_;  // null between orders
+    std::function<void()> action_;  // null between steps
     bool last_ = false;
     pid_t id_ = 0;
     std::vector<int> held_;
@@ -284,8 +282,8 @@ private:
     std::thread thread_;
 };
 
-// Calls `visit` with each order, as it goes: what a waiting thread would ask next is left out.
-// Orders that differ by the names of threads and objects count once.
+// Calls `visit` with each order. A waiting thread makes no further request. Orders that differ only
+// by the names of threads and objects are visited once.
 template <class Visit>
 void forEachOrder(Visit visit)
 {
@@ -332,7 +330,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryO
     for (int i = 0; i < kThreads; ++i)
         workers.push_back(std::make_unique<Worker>(locks));
 
-    // A hang leaves threads that cannot be joined.
+    // A thread that hangs cannot be joined.
     auto const expect = [](bool isAsExpected, std::vector<Step> const& steps, char const* what) {
         if (isAsExpected)
             return;
@@ -363,7 +361,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryO
         for (int thread = 0; thread < kThreads; ++thread)
             if (!waiting[thread])
                 workers[thread]->releaseAll();
-        // Whoever comes in now releases at once, for the next one.
+        // A thread that enters now releases immediately, for the next one.
         auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         auto const isWaiting = [&](int thread) { return waiting[thread]; };
         while (std::any_of(kAll.begin(), kAll.end(), isWaiting)) {

@@ -55,7 +55,7 @@ public:
     }
 };
 
-// This thread cannot take the mutex with this number, counted from 1; 0: it can take all.
+// The n-th pthread_mutex_lock() of this thread from now fails, counted from 1; 0: none fails.
 thread_local int failingMutex = 0;
 
 int writesNothing(SystemCall const& call)
@@ -63,7 +63,7 @@ int writesNothing(SystemCall const& call)
     return call.name == "pwrite" ? kMovesNothing : 0;
 }
 
-// Waits for the end of the thread as well.
+// Returns whether the action ends within ten seconds.
 bool comesThrough(std::future<void>& done)
 {
     if (done.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
@@ -78,7 +78,7 @@ protected:
     std::string path() const { return directory_.at("._zpla"); }
     std::string seen() const { return seenRanges(path()); }
 
-    // The words of the lock file.
+    // Returns a word of the lock file.
     uint32_t word(size_t index) const
     {
         std::string const text = directory_.read("._zpla");
@@ -93,7 +93,7 @@ protected:
                          std::string(reinterpret_cast<char const*>(&value), sizeof value));
     }
 
-    // Another process changes what the lock protects.
+    // Another process increments the sequence number.
     void changeElsewhere() const
     {
         OtherLocker other(dir(), "a");
@@ -108,7 +108,7 @@ protected:
         EXPECT_EQ(0, lock.getReaderCount());
         std::string const ranges = seen();
         EXPECT_TRUE(ranges == "--" || ranges == "??") << ranges;
-        // Nobody holds the lock between the threads either.
+        // No thread holds the lock between threads either.
         CallPlan const before = callPlan;
         callPlan = CallPlan();
         elsewhere([&] {
@@ -337,7 +337,7 @@ TEST_F(ZProcessReadWriteFileLock, SequenceRisesWhenAWriterReleasesWithUpdate)
         EXPECT_EQ(lock.getSequence(), lock.getLastSequence());
         before += c.raisedBy;
     }
-    // A writer's flag is set, a reader's is not.
+    // A writer has the flag set, a reader does not.
     lock.lock();
     lock.unlock();
     lock.readLock();
@@ -496,7 +496,7 @@ TEST_F(ZProcessReadWriteFileLock, BytesAreWrittenAcrossTheWords)
     char bytes[] = "12345678";
     lock.writeBytes(bytes, 2, 4);
     lock.writeBytes(bytes, 4, 4);
-    lock.writeBytes(bytes, 4, 6);  // begins with what is there
+    lock.writeBytes(bytes, 4, 6);  // starts with the existing bytes
     lock.unlock(0);
     EXPECT_EQ(std::string(2, '\0') + "12123456", directory_.read("._zpla"));
 }
@@ -526,7 +526,7 @@ TEST_F(ZProcessReadWriteFileLock, DerivedClassMayDoWithoutTheFile)
 
 TEST_F(ZProcessReadWriteFileLock, ProtocolTakesTheStepsInOrder)
 {
-    // A lock whose file is a list of what was done with it.
+    // A lock that records the steps on its file.
     class Traced : public ZAbstractProcessReadWriteFileLock_6_0 {
     public:
         std::string steps;
@@ -625,7 +625,8 @@ TEST_F(ZProcessReadWriteFileLock, TwoObjectsOnOneFileExcludeOneAnother)
             });
             bool const together = first == kRead && second == kRead;
             EXPECT_TRUE(together ? comesThrough(done) : staysBlocked(done));
-            // The other object has closed its file, or waits: this one's lock is untouched.
+            // The other object has closed its file or waits; the ranges of this object are
+            // unchanged.
             EXPECT_EQ(first == kRead ? 'r' : 'w', seen()[0]);
             one.unlock(0);
             EXPECT_TRUE(together || comesThrough(done));
@@ -677,7 +678,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatLeftIsNotTakenForOneThatReads)
     });
     entered.get_future().wait();
     one.unlock();
-    // The file was locked by this thread, which reads no longer: it may wait for the other.
+    // This thread locked the file but no longer reads: it may wait for the other thread.
     std::thread release([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         leave.set_value();
@@ -686,7 +687,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatLeftIsNotTakenForOneThatReads)
     two.unlock();
     release.join();
     other.join();
-    // And one that came later is known as well.
+    // The library also knows the reader that arrived later.
     one.readLock();
     elsewhere([&] {
         one.readLock();
@@ -709,7 +710,7 @@ TEST_F(ZProcessReadWriteFileLock, RingOfObjectsAndThreadsIsBroken)
         writes.unlock(0);
     });
     EXPECT_TRUE(staysBlocked(writing));
-    // The writer has the gate and waits for this very thread.
+    // The writer holds the gate and waits for this thread.
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { readsToo.readLock(); }));
     reads.unlock();
     EXPECT_TRUE(comesThrough(writing));
@@ -784,12 +785,12 @@ TEST_F(ZProcessReadWriteFileLock, LocksOnDifferentFilesThatAreTakenCrosswise)
     expectFree(two);
 }
 
-// A thread may release what another has taken. Whose it was is not known then, so that no thread is
-// told that it would wait for itself.
+// A thread may release a read lock of another thread. Its holder is unknown then, so the library
+// reports no deadlock for any thread.
 TEST_F(ZProcessReadWriteFileLock, ReadLockThatIsHandedOverIsNobodys)
 {
     Lock lock(dir().c_str(), "a");
-    // Two threads take one each, and a third one releases both: first one of them, later the other.
+    // Two threads acquire one read lock each. A third thread releases both, one of them later.
     std::promise<void> entered;
     std::promise<void> ended;
     std::thread reader([&] {
@@ -813,7 +814,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadLockThatIsHandedOverIsNobodys)
     stranger.join();
     ended.set_value();
     reader.join();
-    // The last one that is released leaves nothing that would be taken for this thread's.
+    // After the last release no read lock is attributed to this thread.
     lock.readLock();
     elsewhere([&] { lock.unlock(); });
     lock.writeLock();
@@ -950,7 +951,7 @@ TEST_F(ZProcessReadWriteFileLock, WriterTellsAndItsReleaseIsAnUpdate)
     EXPECT_EQ(1, lock.getUpdate());
     lock.unlock();
     EXPECT_EQ(2u, word(0));
-    // Its own change is none for it.
+    // An object's own change is not reported to its own observers.
     lock.readLock();
     EXPECT_EQ(kRead, lock.getLockState());
     lock.unlock();
@@ -987,7 +988,7 @@ TEST_F(ZProcessReadWriteFileLock, ObserverThatThrowsLeavesNothingHeld)
         EXPECT_EQ(-1, lock.getFileHandle());
         EXPECT_EQ("--", seen());
         EXPECT_EQ(sequence, word(0));
-        // The change is still to be told.
+        // The observer must be notified again.
         observer.throws = false;
         observer.told = "";
         lock.lock(asked);
@@ -1006,7 +1007,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
     lock.unlock();
     for (int round = 1; round <= 20; ++round) {
         observer.told = "";
-        // What another process writes at a moment when nobody here holds the lock.
+        // Another process writes while no thread of this process holds the lock.
         putSequence(static_cast<uint32_t>(round));
         std::vector<std::thread> readers;
         for (int i = 0; i < 4; ++i)
@@ -1024,7 +1025,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
 
 TEST_F(ZProcessReadWriteFileLock, ReaderTellsNothingThatAnotherHasToldMeanwhile)
 {
-    // Between its two locks another thread comes in.
+    // Another thread acquires the lock between the two acquisitions of the reader.
     class Overtaken : public Lock {
     public:
         using Lock::Lock;
@@ -1111,7 +1112,7 @@ TEST_F(ZProcessReadWriteFileLock, ChildDoesNotHoldWhatItsParentHolds)
             bad |= refused([&] { lock.unlock(); }) ? 0 : 4;
             bad |= refused([&] { lock.readLock(); }) ? 0 : 8;
             bad |= refused([&] { lock.lock(kUnset); }) ? 0 : 16;
-            // One that its parent did not hold is its own.
+            // A lock that the parent did not hold belongs to the child.
             unused.writeLock();
             bad |= unused.getLockState() == kWrite ? 0 : 32;
             unused.unlock();
@@ -1211,7 +1212,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatWasRemovedMeanwhileIsLockedAnew)
     EXPECT_TRUE(staysBlocked(waiting));
     other.does('u');
     EXPECT_TRUE(comesThrough(waiting));
-    // The file that it has locked is the one of the name, and a new one.
+    // The lock has a new file, under the same name.
     struct stat locked;
     struct stat named;
     ASSERT_EQ(0, fstat(lock.getFileHandle(), &locked));
@@ -1287,7 +1288,7 @@ TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
     EXPECT_EQ("victim", directory_.names());
 }
 
-// Locking writes into the file: it must not be another user's data under the name of the lock.
+// Locking writes into the file, so a file with another user's data must be refused.
 TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsBytes)
 {
     std::string const victim = directory_.write("victim", "untouched");
@@ -1302,8 +1303,8 @@ TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsByt
         expectFree(lock);
         unlink(path().c_str());
     }
-    // A link that is made while the file is held changes nothing for its holder, and refusing the
-    // next one leaves the holder's ranges alone.
+    // A link created while the file is held does not affect the holder, and refusing the next
+    // acquisition leaves the holder's ranges unchanged.
     lock.writeLock();
     ASSERT_EQ(0, link(path().c_str(), directory_.at("second").c_str()));
     elsewhere([&] {
@@ -1318,7 +1319,7 @@ TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsByt
     expectFree(lock);
 }
 
-// The name is exchanged between the look at it and the open.
+// The locked file is linked to the path of another lock just before that lock opens it.
 TEST_F(ZProcessReadWriteFileLock, RefusedFileThatIsLockedAlreadyStaysLocked)
 {
     Lock lock(dir().c_str(), "a");
@@ -1345,7 +1346,7 @@ TEST_F(ZProcessReadWriteFileLock, OwnersWhoMayHaveMadeTheFile)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "gives files to other users, which only root may do";
-    constexpr uid_t kNobody = 65534;  // whom the child runs as
+    constexpr uid_t kNobody = 65534;  // user id of the child process
     constexpr uid_t kStranger = 4321;
     struct Case {
         char const* name;
@@ -1414,7 +1415,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsThereIsOpenedWithoutCreate)
         bool const isThere = access(path().c_str(), F_OK) == 0;
         return call.name == "open" && (call.flags & O_CREAT) != 0 && isThere ? EACCES : 0;
     };
-    for (int i = 0; i < 2; ++i) {  // missing, then there
+    for (int i = 0; i < 2; ++i) {  // the file is missing, then exists
         WatchedCalls const watched(wanted);
         lock.writeLock();
         lock.unlock();
@@ -1443,7 +1444,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsMadeOrRemovedMeanwhileIsFound)
     EXPECT_LT(6, turns);
     EXPECT_EQ("ww", seen());
     lock.unlock();
-    // A name that never stays is given up.
+    // The call gives up if the file never stays.
     unlink(path().c_str());
     wanted.before = [&](SystemCall const& call) {
         if (call.name == "open" && (call.flags & O_CREAT) != 0)
@@ -1462,7 +1463,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsMadeOrRemovedMeanwhileIsFound)
 
 // ---- Failures ----------------------------------------------------------------------------------
 
-// Every call on the way to a lock fails in turn: nothing stays behind.
+// Each call of an acquisition fails once: the lock leaves nothing held.
 TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
 {
     NotedMessages const noted;
@@ -1490,7 +1491,8 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
                     failed = callPlan.failed;
                 }
                 if (message == 0) {
-                    // A file whose name cannot be looked at is as good as one that can.
+                    // An acquisition succeeds even if the checks of the path and of the process id
+                    // fail.
                     EXPECT_TRUE(failed.empty() || failed == "stat" || failed == "pread") << failed;
                     lock.unlock(0);
                     expectFree(lock);
@@ -1511,8 +1513,8 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
             }
 }
 
-// A reader whose acquisition fails is still inside for a moment: one that leaves in that moment
-// must not take it for one that reads on.
+// A reader whose acquisition fails counts as a reader for a moment. A reader that leaves in that
+// moment must not leave the file locked for it.
 TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionOfOneThreadLeavesNothingToOthers)
 {
     class Failing : public ZStubProcessReadWriteFileLock_6_0 {
@@ -1552,7 +1554,8 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
     Lock lock(dir().c_str(), "a");
     for (State state : {kRead, kWrite}) {
         SCOPED_TRACE(state);
-        // The table of files first, once to ask and once when the lock between the threads is held.
+        // The mutex of the file table is locked first: once to register the claim, and once after
+        // the lock between threads is acquired.
         failingMutex = 3;
         EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77,
                                                        [&] { lock.lock(state); }));
@@ -1566,7 +1569,7 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
     }
 }
 
-// A step that is a derived class's own may raise what it likes.
+// A step overridden by a derived class may throw anything.
 TEST_F(ZProcessReadWriteFileLock, CleanUpThatRaisesIsReportedAndGoesOn)
 {
     class Failing : public ZStubProcessReadWriteFileLock_6_0 {
@@ -1731,7 +1734,7 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadTakesAfterAFailure)
     EXPECT_EQ(0, noted.exceptions());
 }
 
-// The thread would wait for itself: what it holds already keeps the guard from its lock.
+// The thread would wait for itself: it already holds the guard's lock for reading.
 TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadReadAlready)
 {
     NotedMessages const noted;
@@ -1744,7 +1747,7 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadReadAlready)
         EXPECT_EQ(1, lock.getReaderCount());
     }
     expectFree(lock);
-    // What another thread reads, or the same thread through another lock of the file, stays.
+    // Read locks of another thread, or of this thread through another lock object, stay held.
     Lock other(dir().c_str(), "a");
     other.readLock();
     elsewhere([&] { lock.readLock(); });
@@ -1782,8 +1785,8 @@ TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAFailureLikeAnother)
     struct Case {
         char const* name;
         rlim_t limit;
-        bool isPending;  // the caller has blocked the signal and has one pending
-        bool raises;     // the number, not the acquisition
+        bool isPending;  // the caller has blocked the signal, and one is pending
+        bool raises;     // incrementing the number fails, not the acquisition
     };
     Case const cases[] = {{"no byte", 0, false, false},
                           {"half the process id", 6, false, false},
@@ -1834,7 +1837,7 @@ TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)
     Lock lock(dir().c_str(), "a");
     CallPlan wanted;
     wanted.shortTransfers = true;
-    // Every second read, write or release ends at a signal.
+    // A signal interrupts every second read, write or release.
     wanted.before = [turn = false](SystemCall const& call) mutable {
         if (call.name != "pread" && call.name != "pwrite" && call.name != "F_SETLK")
             return 0;
@@ -1891,11 +1894,11 @@ TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
         lock.unlock(0);
         expectFree(lock);
     }
-    // A reader that joins others.
+    // A reader that joins other readers.
     Lock lock(dir().c_str(), "a");
     lock.readLock();
     elsewhere([&] {
-        constexpr int kReaders = 100;  // more than there is room for so far
+        constexpr int kReaders = 100;  // more than the table has capacity for
         unsigned long joined = 0;
         for (int i = 1; i <= kReaders; ++i)
             joined += failEachAllocation([&] { lock.readLock(); },
@@ -1912,7 +1915,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
     Lock moved("b");
     std::string const deep = directory_.at(std::string(200, 'd'));
     ASSERT_EQ(0, mkdir(deep.c_str(), 0700));
-    // The string keeps room that it has got.
+    // The string does not shrink.
     failEachAllocationOfSome([&] { moved.setLockDirName(deep.c_str()); },
                              [&] { moved.setLockDirName(nullptr); },
                              [&] {
@@ -1945,7 +1948,7 @@ TEST_F(ZProcessReadWriteFileLock, StubKeepsTheSequenceInMemory)
     lock.writeSequenceNumber(0x100000009ul);
     lock.readSequenceNumber(&sequence);
     EXPECT_EQ(9ul, sequence);
-    // A number that another wrote is told as everywhere.
+    // A number that another object wrote is reported as usual.
     lock.readLock();
     EXPECT_EQ("1>9 ", observer.told);
     EXPECT_EQ(kWrite, lock.getLockState());
@@ -1962,7 +1965,7 @@ TEST_F(ZProcessReadWriteFileLock, StubKeepsTheSequenceInMemory)
 
 TEST_F(ZProcessReadWriteFileLock, KeepsTheFileLockedThatAHeldLockLeaves)
 {
-    // In a child: what it leaves locked would be in the way of other tests.
+    // In a child process: the ranges that it leaves locked would block other tests.
     pid_t const child = fork();
     if (child == 0) {
         bool raised = false;

@@ -21,11 +21,11 @@
 
 namespace {
 
-// What getrandom() is to do.
+// How getrandom() behaves.
 bool randomFails = false;
 bool randomIsInterrupted = false;
 
-// Nobody can be told of a fork().
+// pthread_atfork() fails.
 bool atforkFails = false;
 
 constexpr unsigned long kInvalid = ZAbstractProcessReadWriteLock_6_0::invalidSequence;
@@ -35,7 +35,7 @@ constexpr char kThreadLock[] = "src/Z/ZReadWriteLock";
 
 using Lock = ZStubProcessReadWriteLock_6_0;
 
-// Returns whether a child knows a lock that its parent holds for none of its own.
+// Returns whether a child process knows that it does not hold a lock that its parent holds.
 bool childHoldsNothing()
 {
     Lock lock("a");
@@ -81,7 +81,7 @@ ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
 }
 }
 
-// In a process of its own, in which nobody has asked yet.
+// Runs in a process of its own, in which no thread has asked for the fork mark yet.
 TEST(ZProcessReadWriteLockDeathTest, AChildIsToldByItsIdWhereAForkIsNotHeardOf)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

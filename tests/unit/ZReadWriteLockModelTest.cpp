@@ -43,7 +43,7 @@ Outcome outcomeOf(std::function<void()> const& action)
     }
 }
 
-// Threads that do what they are told and report each end of an action.
+// Threads that perform actions on command and report the end of each.
 class Troupe {
 public:
     struct Report {
@@ -58,7 +58,7 @@ public:
     }
     ~Troupe()
     {
-        // Behind a failure some may wait for ever.
+        // After a failure some threads may wait forever.
         if (testing::Test::HasFailure()) {
             std::fflush(nullptr);
             std::quick_exit(1);
@@ -76,7 +76,7 @@ public:
         changed_.notify_all();
     }
 
-    // Waits for the next report; none when it does not come in time.
+    // Waits for the next report; returns none after a time limit.
     std::optional<Report> next()
     {
         std::unique_lock<std::mutex> guard(mutex_);
@@ -130,8 +130,8 @@ class Play {
 public:
     explicit Play(unsigned seed) : random_(seed) {}
 
-    // Each action is random; the model says what must come of it, and is compared with the lock
-    // behind each. A wrong outcome ends the play.
+    // Performs random actions. The model predicts the outcome of each and is compared with the lock
+    // after it. Stops after a wrong outcome.
     void run(int actions)
     {
         for (int i = 0; i < actions && !testing::Test::HasFailure(); ++i) {
@@ -139,7 +139,7 @@ public:
             act();
             compare();
         }
-        // Whoever holds something lets go, until all threads are idle.
+        // Every thread that holds the lock releases it, until all are idle.
         for (int t = 0; !testing::Test::HasFailure() && !allIdle(); t = (t + 1) % kThreads) {
             if (role_[t].waitsFor == Role::none && (role_[t].reads > 0 || model_.holds(t)))
                 release(t);
@@ -169,7 +169,7 @@ private:
         auto const action = [this, wanted] { lock_.lock(wanted); };
         if (model_.holds(t))
             return expect(t, action, Outcome::lockRaised);
-        // A reader must not wait for what waits for him.
+        // A reader must not wait for a thread that waits for this reader.
         if (role_[t].reads > 0 && (wanted != kRead || !model_.admits(wanted)))
             return;
         if (model_.admits(wanted)) {
@@ -192,7 +192,7 @@ private:
         if (model_.readers == 0)
             return expect(t, action, Outcome::done);
         waitFor(t, action, Role::promotion);
-        // It keeps new readers out from the start; the next action must meet that.
+        // A promotion blocks new readers immediately; the next action must meet that.
         auto const end = std::chrono::steady_clock::now() + kLongest;
         while (lock_.haveLock(kWrite) == 0 && std::chrono::steady_clock::now() < end)
             std::this_thread::yield();
@@ -207,7 +207,7 @@ private:
         if (reads && role_[t].reads == 0)
             return;  // it would release another thread's read lock
         troupe_.tell(t, action);
-        // Those whom it lets in may report before it does.
+        // Threads that the release admits may report before the releasing thread.
         for (;;) {
             std::optional<Troupe::Report> const report = troupe_.next();
             ASSERT_TRUE(report.has_value()) << "thread " << t << " does not come back";
@@ -224,7 +224,7 @@ private:
         letWaitersIn();
     }
 
-    // Everyone who can go on must do so; who comes first is theirs.
+    // Every thread that can continue must do so, in any order.
     void letWaitersIn()
     {
         while (!testing::Test::HasFailure() &&
@@ -318,10 +318,10 @@ private:
     Troupe troupe_;
 };
 
-// ---- Everybody at once -----------------------------------------------------------------------
+// ---- All threads at the same time -----------------------------------------------------------
 
-// What a thread wrote down: behind each acquisition and before each release. The tickets put all
-// into one order, in which no more is held than truly was.
+// The record of a thread, written after each acquisition and before each release. The tickets give
+// one order, in which a hold is never longer than the real one.
 struct Event {
     enum Kind { gotRead, gotProtect, gotWrite, promoted, leaves };
     unsigned ticket;
@@ -360,7 +360,7 @@ private:
         };
         for (int i = 0; i < rounds; ++i) {
             unsigned const what = random() % 16;
-            // Some stay long enough for others to come.
+            // Some threads hold the lock long enough for others to arrive.
             auto const stay = [&] {
                 if (random() % 4 == 0)
                     std::this_thread::yield();
@@ -405,7 +405,7 @@ private:
     std::atomic<unsigned> ticket_{0};
 };
 
-// Says where the events leave the model; "" when they follow it.
+// Returns where the events differ from the model; "" if they do not.
 std::string judge(std::vector<Event> const& events)
 {
     Model model;
@@ -417,7 +417,7 @@ std::string judge(std::vector<Event> const& events)
                 return where + "releases nothing";
             model.leave(event.thread);
         } else if (event.kind == Event::promoted) {
-            // Still "protect", and his: nobody wrote since he took it.
+            // Still "protect", held by the same thread: no thread has written since.
             if (model.state != kProtect || !model.holds(event.thread) || model.readers != 0)
                 return where + "is promoted beside others";
             model.beginPromotion();

@@ -27,7 +27,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZReadWriteLock";
 
-// What the calls of this thread answer instead of being made, when not 0.
+// Results that replace the calls of this thread if not 0.
 struct Calls {
     int lock = 0;
     int wait = 0;
@@ -35,10 +35,10 @@ struct Calls {
 };
 thread_local Calls calls;
 
-// A thread that does what it is told, one action at a time.
+// A thread that runs the actions of the test, one at a time.
 class Worker {
 public:
-    // Starts `action`; it is finished when the future is ready.
+    // Starts `action`; the future is ready when it has finished.
     std::future<void> start(std::function<void()> action)
     {
         std::packaged_task<void()> task(std::move(action));
@@ -78,7 +78,7 @@ void expectState(Counts expected, ZReadWriteLock_6_0& lock)
         EXPECT_EQ(state == expected.state, lock.haveLock(state) != 0) << "state " << state;
 }
 
-// The least that a lock of one's own has to bring.
+// The smallest lock class that a caller can derive.
 class Least : public ZAbstractReadWriteLock_6_0 {
 public:
     using ZAbstractReadWriteLock_6_0::lock;
@@ -508,7 +508,7 @@ TEST(ZStackReadWriteLock, ReleasesWhatIsHeldAtTheEndOfTheScope)
     expectState({0, kUnset}, lock);
 }
 
-// A guard made with a state where the update flag belongs would compile and guard nothing.
+// A guard constructed with a state in place of the update flag would compile and hold nothing.
 template <class Object>
 concept TakesAStateAsUpdateFlag = requires(Object& object)
 {
@@ -582,7 +582,7 @@ TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
     EXPECT_NE(std::string::npos, report.find(" Error: 6\n"));
 }
 
-// It would raise, or release what another thread reads by then.
+// A release would throw, or release another thread's read lock.
 TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
 {
     NotedMessages const noted;
@@ -607,7 +607,7 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
     EXPECT_EQ(0, noted.exceptions());
 }
 
-// What others hold is not the guard's to release.
+// The guard must not release locks of other threads.
 TEST(ZStackReadWriteLock, ReleasesNothingWhenItsAcquisitionFails)
 {
     NotedMessages const noted;
@@ -630,7 +630,7 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsAcquisitionFails)
     EXPECT_EQ(0, noted.exceptions());
 }
 
-// Lets an acquisition through `guard` fail that would have to wait.
+// Makes an acquisition through `guard` fail that would have to wait.
 template <class Acquire>
 void failToAcquire(Acquire acquire)
 {
@@ -666,7 +666,7 @@ TEST(ZStackReadWriteLock, ReleasesNothingThatItsThreadHasReleasedAfterAFailure)
         lock.readLock();
         lock.unlock();
         lock.unlock();
-        // Others come and go meanwhile.
+        // In the meantime other threads acquire and release.
         elsewhere([&] { lock.readLock(); });
     }
     expectState({2, kRead}, lock);
@@ -710,7 +710,7 @@ TEST(ZStackReadWriteLock, TwoGuardsOfOneLockReleaseWhatTheirThreadHolds)
         {
             ZStackReadWriteLock_6_0 inner(lock, 0);
             failToAcquire([&] { inner.writeLock(); });
-            other.readLock();  // counts for guards of another lock only
+            other.readLock();  // changes only guards of another lock
         }
         expectState({2, kRead}, lock);
     }
@@ -718,7 +718,7 @@ TEST(ZStackReadWriteLock, TwoGuardsOfOneLockReleaseWhatTheirThreadHolds)
     expectState({1, kRead}, other);
 }
 
-// A lock of a caller's class, which does not tell the guard who acquires it.
+// A lock class of the caller, which does not report acquisitions to the guard.
 class CallersLock : public ZAbstractReadWriteLock_6_0 {
 public:
     using ZAbstractReadWriteLock_6_0::lock;
@@ -773,7 +773,7 @@ TEST(ZStackReadWriteLock, GoesByTheStateOfACallersLockAfterAFailure)
     EXPECT_EQ(kWrite, lock.now);
 }
 
-// A lock of one's own may raise what it likes.
+// A lock class of the caller may throw anything.
 TEST(ZStackReadWriteLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
 {
     class Foreign : public ZReadWriteLock_6_0 {
@@ -818,7 +818,7 @@ TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
     expectState({0, kUnset}, lock);
 }
 
-// The cancellation is no exception that the guard could see.
+// A cancellation is not an exception that the guard could see.
 TEST(ZStackReadWriteLock, ReportsWhenAWaitBesideItIsCancelled)
 {
     NotedMessages const noted;

@@ -98,7 +98,7 @@ TEST(ZSleeperThread, WakeUpsBeforeItCanWorkCountAsOne)
             sleeper.wakeUp();
     }
     waitUntil([&] { return sleeper.units >= 1; });
-    sleeper.wakeUp();  // waits until it sleeps
+    sleeper.wakeUp();  // waits until the sleeper sleeps
     waitUntil([&] { return sleeper.units >= 2; });
     sleeper.waitForExit();
     EXPECT_EQ(2, sleeper.units);
@@ -112,7 +112,7 @@ TEST(ZSleeperThread, WorksAtItsInterval)
     waitUntil([&] { return sleeper.units >= 3; });
     auto const passed = Clock::now() - before;
     sleeper.waitForExit();
-    // Whole seconds of the clock on the wall: the first may be short.
+    // Whole seconds of the real-time clock: the first may be short.
     EXPECT_GE(passed, std::chrono::milliseconds(1900));
     EXPECT_LE(passed, std::chrono::seconds(40));
 }
@@ -151,11 +151,11 @@ TEST(ZSleeperThread, ADetachedSleeperEndsAndMayBeStartedAgain)
         sleeper.waitForExit();
         waitUntil([&] { return sleeper.exits == i; });
     }
-    // The last end still has to leave the object.
+    // The ending thread may still be using the object.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-// There is nothing to end, and no thread that would take the order to end back.
+// No loop runs, so no thread would reset the request to end.
 TEST(ZSleeperThread, WaitingForADetachedSleeperThatDoesNotRunChangesNothing)
 {
     TestSleeper sleeper(1, 0);
@@ -168,7 +168,7 @@ TEST(ZSleeperThread, WaitingForADetachedSleeperThatDoesNotRunChangesNothing)
         sleeper.waitForExit();
         waitUntil([&] { return sleeper.exits == i; });
     }
-    // The last end still has to leave the object.
+    // The ending thread may still be using the object.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
@@ -189,7 +189,7 @@ TEST(ZSleeperThread, SleepsOnTheLockOfTheCaller)
     TestSleeper sleeper(lock);
     std::atomic<bool> held{false};
     sleeper.work = [&] {
-        // The work is done with the wake lock held, so that this thread may take it again.
+        // The sleeper holds the wake lock during the work, and its thread may lock it again.
         lock.lock();
         held = true;
         lock.unlock();
@@ -230,7 +230,7 @@ TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatThrew)
     sleeper.start();
     sleeper.waitForExit();
     EXPECT_EQ(1, begun);
-    // A wake-up that comes between the two is not lost.
+    // A wake-up between the two starts is not lost.
     sleeper.wakeUp();
     sleeper.start();
     waitUntil([&] { return sleeper.units == 1; });
@@ -243,7 +243,7 @@ TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatWasCancelled)
     TestSleeper sleeper;
     std::atomic<int> begun{0};
     sleeper.work = [&] {
-        // ThreadSanitizer does not see the end of a call that is cancelled: pause() will not do.
+        // Not pause(): ThreadSanitizer does not see the end of a call that is cancelled.
         if (++begun == 1)
             for (;;)
                 pthread_testcancel();
@@ -259,8 +259,7 @@ TEST(ZSleeperThread, TheNextStartDoesNotRepeatWorkThatWasCancelled)
     EXPECT_EQ(1, begun);
 }
 
-// A wakeUp() that waits for the end of a unit of work counts for the next one, also if the unit
-// throws.
+// A wakeUp() that waits for a unit of work to end starts the next unit, even if the work throws.
 TEST(ZSleeperThread, AWakeUpDuringWorkThatThrowsIsKeptForTheNextStart)
 {
     NotedMessages const noted;
@@ -297,14 +296,14 @@ TEST(ZSleeperThread, KeepsNoWakeUpOfItsOwnWork)
     };
     sleeper.start();
     for (int i = 1; i <= 3; ++i) {
-        sleeper.wakeUp();  // waits until it sleeps
+        sleeper.wakeUp();  // waits until the sleeper sleeps
         waitUntil([&] { return sleeper.units >= i; });
     }
     sleeper.waitForExit();
     EXPECT_EQ(3, sleeper.units);
 }
 
-// Its loop may be over before start() looks whether it has begun.
+// The loop may end before start() checks whether it has started.
 TEST(ZSleeperThread, MayBeShorterThanItsOwnStart)
 {
     ZThreadPool_6_0 pool(0, 1);
@@ -331,7 +330,7 @@ TEST(ZSleeperThread, WaitingForOneThatDoesNotRunRaisesAndChangesNothing)
     }
 }
 
-// Parked, woken by their interval and told to end, all at the same time.
+// Sleepers that are parked, woken by their interval and shut down, all at the same time.
 TEST(ZSleeperThread, ParkedSleepersThatDeleteThemselvesMayBeWaitedFor)
 {
     TestSleeper::destroyed = 0;

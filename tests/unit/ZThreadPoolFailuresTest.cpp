@@ -1,5 +1,5 @@
-// A pool and its sleepers when the calls beneath them fail: each call in turn, and then no slot may
-// be lost and nobody left waiting.
+// A pool and its sleepers when system calls fail: each call fails once, and no slot is lost and no
+// thread waits forever.
 #include <Z/ZException.h>
 #include <Z/ZReadWriteLock.h>
 #include <Z/ZSleeperThread.h>
@@ -56,7 +56,7 @@ constexpr char const* kName[] = {
     "pthread_mutex_unlock", "pthread_cond_init",     "pthread_cond_destroy",  "pthread_cond_wait",
     "pthread_cond_signal",  "pthread_cond_broadcast"};
 
-// The n-th call of one kind, of whichever thread, fails.
+// The n-th call of one kind fails, in any thread.
 std::atomic<int> failing{-1};
 std::atomic<long> left{0};
 
@@ -71,22 +71,22 @@ void failAt(Call call, long n)
     failing = call;
 }
 
-// Lets every call through again. Returns whether one has failed.
+// Stops the failures. Returns whether a call has failed.
 bool stopFailing()
 {
     failing = -1;
     return left <= 0;
 }
 
-// The next waits of this thread end at once although nobody has woken it, as they may.
+// The next waits of this thread return immediately, as spurious wake-ups.
 thread_local int earlyWaits = 0;
 
-// The next broadcast reaches nobody until the thread that made it waits for the same condition:
-// until then the others have not got up.
+// The next broadcast takes effect only when its thread waits for the same condition: the woken
+// threads run later than the broadcasting one.
 std::atomic<bool> withholding{false};
 std::atomic<pthread_cond_t*> withheld{nullptr};
 
-// Is set when this thread next wakes others.
+// Set when this thread next wakes another thread.
 thread_local std::atomic<bool>* wakes = nullptr;
 
 void noteWake()
@@ -95,13 +95,13 @@ void noteWake()
         *std::exchange(wakes, nullptr) = true;
 }
 
-// A test that hangs ends the program.
+// The alarm ends a test that hangs.
 struct Watchdog {
     explicit Watchdog(unsigned seconds) { alarm(seconds); }
     ~Watchdog() { alarm(0); }
 };
 
-// Library exceptions are expected where calls fail.
+// Runs `action`; ignores the library's exceptions, because calls fail.
 void attempt(std::function<void()> const& action)
 {
     try {
@@ -138,7 +138,7 @@ public:
     std::atomic<int> exits{0};
 };
 
-// Starts as many threads as there may be, all at the same time.
+// Starts the maximum number of threads at the same time.
 void expectAllSlotsFree(ZThreadPool_6_0& pool, int slots)
 {
     class Meeting : public ZThread_6_0 {
@@ -190,7 +190,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
     return fails(mutexLock) ? EAGAIN : __real_pthread_mutex_lock(mutex);
 }
 
-// Unlocks all the same: a mutex that stays locked leaves nothing to test.
+// Unlocks although it fails: a locked mutex would block the rest of the test.
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
 {
     bool const fail = fails(mutexUnlock);
@@ -246,7 +246,8 @@ TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
         SCOPED_TRACE(kName[call]);
         bool hasFailed = true;
         long n = 0;
-        // Which call is the n-th depends on who comes first: the last ones may not be met.
+        // The order of the threads decides which call is the n-th; some runs do not reach the last
+        // ones.
         for (int missed = 0; missed < 3; missed += hasFailed ? 0 : 1) {
             SCOPED_TRACE(++n);
             Watchdog const watchdog(60);
@@ -263,7 +264,7 @@ TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
             attempt([&] { pool.getAvailableIdleThread(parked); });
             attempt([&] { sleeper.wakeUp(); });
             hasFailed = stopFailing();
-            // A sleeper that still runs works once more, and is parked then.
+            // A sleeper that still runs works once more and is then parked.
             sleeper.wakeUp();
             pool.waitForExit();
             expectAllSlotsFree(pool, kSlots);
@@ -277,7 +278,7 @@ TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
 TEST(ZThreadPoolFailures, ASleeperThatLacksMemoryFreesItsSlot)
 {
     NotedMessages const noted;
-    // The list of the parked makes room, and whatever else may want memory on the way.
+    // The list of parked sleepers allocates; so may other steps.
     bool hasFailed = true;
     for (unsigned long n = 1; hasFailed; ++n) {
         SCOPED_TRACE(n);
@@ -369,7 +370,7 @@ TEST(ZThreadPoolFailures, AFailedStartMakesRoomForThoseWhoWait)
 {
     Watchdog const watchdog(60);
     NotedMessages const noted;
-    // One slot, taken; three want it, and two of their starts fail.
+    // One slot, taken. Three threads wait for it, and two of their starts fail.
     ZThreadPool_6_0 pool(0, 1);
     std::atomic<bool> release{false};
     class Holder : public ZThread_6_0 {
@@ -430,7 +431,7 @@ TEST(ZThreadPoolFailures, AFailedReleaseIsReportedWhileAnotherExceptionIsOnItsWa
     ZThreadPool_6_0 pool(kSlots, kSlots);
     Runner threads[kSlots];
     int keep = 0;
-    // There is room for so many at first.
+    // The list of parked sleepers has this capacity at first.
     for (int i = 0; i < 16; ++i)
         pool.threadDoneNotification(threads[i], keep);
     EXPECT_EQ(1, keep);
@@ -460,7 +461,7 @@ TEST(ZThreadPoolFailures, AStartOfOnesOwnMayRaiseWhatItLikes)
     ASSERT_EQ(1u, noted.messages().size());
     EXPECT_EQ(19, noted.messages()[0].number);
     EXPECT_EQ(148, noted.messages()[0].line);
-    // The slot is given back, also when those who wait for it cannot be told.
+    // The slot is freed even if waking the waiting threads fails.
     failAt(condSignal, 1);
     pool.start(thread);
     EXPECT_TRUE(stopFailing());
@@ -502,14 +503,15 @@ TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
         }
         std::atomic<bool> told{false};
         std::atomic<bool> released{false};
-        std::atomic<bool> left{false};  // its end is known to the others who wait
+        std::atomic<bool> left{false};  // set when the sleeper's end is reported to the waiting
+                                        // threads
     } sleepers[2];
     ZThreadPool_6_0 pool(2, 2);
     for (Slow& sleeper : sleepers) {
         pool.start(sleeper);
         sleeper.wakeUp();
         waitUntil([&] { return sleeper.units == 1; });
-        sleeper.reset();  // waits until it sleeps, and is parked
+        sleeper.reset();  // waits until the sleeper sleeps and is parked
     }
     std::vector<std::thread> waiting;
     for (Slow& sleeper : sleepers) {
@@ -550,7 +552,7 @@ TEST(ZThreadPoolFailures, AMutexThatIsNotHadAgainEndsTheWait)
         pool.start(sleeper);
         sleeper.wakeUp();
         waitUntil([&] { return sleeper.units == 1; });
-        sleeper.reset();  // waits until it sleeps, and is parked
+        sleeper.reset();  // waits until the sleeper sleeps and is parked
         if (cancels) {
             CancellableThread waiting([&] { pool.waitForExit(); });
             EXPECT_TRUE(waiting.endsCancelled());
@@ -586,7 +588,7 @@ TEST(ZThreadPoolFailures, ASleeperReportsWhatFailsAtItsEnd)
         EXPECT_TRUE(stopFailing());
         EXPECT_EQ(2, noted.exceptions());
         sleeper.waitForExit();
-        // The work that failed is done; a wake-up before the start is not.
+        // The failed work is done; a wake-up before the start is still pending.
         sleeper.wakeUp();
         sleeper.start();
         waitUntil([&] { return sleeper.units == 2; });
@@ -615,14 +617,14 @@ TEST(ZThreadPoolFailures, ASleeperThatWakesUpForNothingSleepsOn)
     for (int i = 1; i <= 2; ++i) {
         sleeper.wakeUp();
         waitUntil([&] { return sleeper.units == i; });
-        sleeper.reset();  // waits until it sleeps
+        sleeper.reset();  // waits until the sleeper sleeps
         EXPECT_EQ(i, sleeper.units);
     }
     sleeper.waitForExit();
     EXPECT_EQ(2, sleeper.units);
 }
 
-// Its start() is still on its way out of the object.
+// Its start() has not yet returned.
 TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
 {
     Watchdog const watchdog(60);
@@ -645,7 +647,7 @@ TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
     EXPECT_EQ(nullptr, withheld);
     EXPECT_TRUE(ended) << "it has waited";
     EXPECT_EQ(1, noted.exceptions());
-    // It still has to leave the object.
+    // The ending thread may still be using the object.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 

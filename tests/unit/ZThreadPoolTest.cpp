@@ -40,7 +40,7 @@ private:
     std::atomic<int>& units_;
 };
 
-// Joins a sleeper that may have been joined already: the pool waits for those that it has parked.
+// Joins a sleeper that may already be joined: the pool joins its parked sleepers.
 void join(Worker& worker)
 {
     try {
@@ -111,10 +111,10 @@ TEST(ZThreadPool, ParksSleepersForReuse)
     });
     EXPECT_EQ(&one, parked);
     EXPECT_EQ(1, units);
-    // It still counts as running, and is parked again behind its next work.
+    // The sleeper keeps its slot, and the pool parks it again after its next work.
     one.wakeUp();
     waitUntil([&] { return units == 2; });
-    // There is room for one parked sleeper: the other ends behind its work.
+    // The pool can park one sleeper: the other one ends after its work.
     pool.start(two);
     two.wakeUp();
     waitUntil([&] { return two.exits + one.exits == 1 && units == 3; });
@@ -176,7 +176,7 @@ TEST(ZThreadPool, WaitsForParkedSleepersToo)
         join(*worker);
         EXPECT_EQ(1, worker->exits);
     }
-    // The pool is as it was: the next sleeper is parked again.
+    // The pool is usable again: it parks the next sleeper.
     Worker another(units);
     pool.start(another);
     another.wakeUp();
@@ -206,7 +206,7 @@ TEST(ZThreadPool, KeepsQuietAboutAThreadThatDoesNotStart)
     ZThreadPool_6_0 pool(1, 0);
     FailingStart thread;
     pool.start(thread);
-    pool.start(thread);  // its slot was not taken
+    pool.start(thread);  // the slot of the failed start is free
     EXPECT_EQ(2, noted.exceptions());
     pool.waitForExit();
 }

@@ -18,7 +18,7 @@
 
 namespace {
 
-// A thread that does what the test says; counts its ends.
+// A thread that runs an action of the test and counts its ends.
 class TestThread : public ZThread_6_0 {
 public:
     explicit TestThread(std::function<void()> work, int detached = 0, int autoDelete = 0)
@@ -76,7 +76,7 @@ TEST_F(ZThread, OrdersById)
 {
     TestThread one([] {});
     TestThread two([] {});
-    EXPECT_EQ(0, one.compare(two));  // neither has an id
+    EXPECT_EQ(0, one.compare(two));  // neither thread has an id
     one.start();
     one.waitForExit();
     EXPECT_EQ(1, one.compare(two));
@@ -139,8 +139,8 @@ TEST_F(ZThread, WaitingForADetachedThreadReturnsAtOnce)
     EXPECT_TRUE(ended);
 }
 
-// Whether the thread still runs or has ended at once: the id is that of the new thread, and hash
-// and order go by it.
+// Whether the thread still runs or has already ended: the id, the hash and the order are those of
+// the new thread.
 TEST_F(ZThread, TheIdOfADetachedThreadIsKnownWhenStartReturns)
 {
     for (bool const endsAtOnce : {false, true}) {
@@ -174,7 +174,7 @@ TEST_F(ZThread, TheIdOfADetachedThreadIsKnownWhenStartReturns)
             ASSERT_EQ(1, thread.compare(Wrapped(id.load() - 1)));
             mayEnd = true;
             waitUntil([&] { return thread.exits == 1; });
-            // A second start gives it the id of the second thread.
+            // A second start stores the id of the second thread.
             id = 0;
             thread.start();
             unsigned long const second = thread.getPThreadID();
@@ -208,8 +208,8 @@ TEST_F(ZThread, ADetachedThreadThatCannotBeMadeKeepsItsId)
     waitUntil([&] { return thread.exits == 2; });
 }
 
-// The first thread gets to its entry only while the second start is under way, whether that makes a
-// thread or not.
+// The first thread reaches its entry only during the second start, whether or not that creates a
+// thread.
 TEST_F(ZThread, EachThreadOfADetachedObjectRunsThoughItIsStartedTwice)
 {
     for (int const secondFails : {0, EAGAIN}) {
@@ -234,7 +234,7 @@ TEST_F(ZThread, EachThreadOfADetachedObjectRunsThoughItIsStartedTwice)
             [&] { return thread->exits == expected || std::chrono::steady_clock::now() > limit; });
         int const exits = thread->exits;
         if (exits != expected)
-            thread.release();  // a thread still waits at it
+            thread.release();  // a thread still waits for it
         ASSERT_EQ(expected, exits);
         EXPECT_EQ(expected, *runs);
     }
@@ -336,7 +336,7 @@ TEST_F(ZThread, WaitingForNoThreadRaises)
                                              [&] { thread.waitForExit(); }));
 }
 
-// As when it waits for itself.
+// A thread that waits for itself gets this failure.
 TEST_F(ZThread, AFailedWaitLeavesTheThreadToBeJoined)
 {
     TestThread thread([] {});
