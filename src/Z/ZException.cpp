@@ -12,7 +12,7 @@
 
 namespace {
 
-// The number of the message that each class with a fixed text carries.
+// The message numbers of the classes that have a fixed one.
 enum MessageNumber {
     outOfMemory = 1,
     invalidPlatform = 11,
@@ -39,7 +39,8 @@ enum MessageNumber {
     parseFailed = 54
 };
 
-// The last step of every throwException(): note where, throw a copy of the class that runs.
+// The last step of every throwException(): stores the location and throws a copy of the object,
+// as the class whose throwException() runs.
 template <class Exception>
 [[noreturn]] void throwCopy(Exception& exc, char const* file, int line)
 {
@@ -47,15 +48,15 @@ template <class Exception>
     throw Exception(exc);
 }
 
-// A report in progress in the calling thread: a print() has passed inserts to the message service.
-// Their types belong to that print(), which need not be the print() of the class whose
-// insertTypes() is called: a caller's class may override one of the two.
+// A running report of the calling thread: a print() has passed inserts to the message service. That
+// print() determines their types. It may be of another class than the insertTypes() that the
+// service calls, because a caller's class may override one of the two.
 class RunningReport {
 public:
     enum Source {
         library,  // a print() of the library, which states the types
-        caller,   // a print() of a caller's class: what the message text asks for
-        root      // the print() of the root, which passes nulls only
+        caller,   // a print() of a caller's class: the types in the message text
+        root      // the print() of the root, which passes only nulls
     };
 
     RunningReport(ZZException_6_0 const* exception, Source source, char const* types)
@@ -67,8 +68,8 @@ public:
     RunningReport& operator=(RunningReport const&) = delete;
     ~RunningReport() { innermost_ = outer_; }
 
-    // Returns the report of `exception`; null if there is none. A service may make other reports
-    // before it reads the inserts.
+    // Returns the running report of `exception`, or null. Reports nest: a service may make other
+    // reports before it reads the inserts.
     static RunningReport const* of(ZZException_6_0 const* exception)
     {
         RunningReport const* report = innermost_;
@@ -142,8 +143,8 @@ char const* typesNow(ZZException_6_0 const* exception, char const* types)
     return types != nullptr && *types == '\0' ? types : nullptr;
 }
 
-// Puts `length` bytes into `to`, or as many as need no memory when there is none: an exception on
-// its way must not be replaced by another.
+// Copies `length` bytes to `to`. If memory is exhausted, copies the bytes that fit without an
+// allocation: copying an exception must not throw another.
 void copyText(ZLCString_6_0& to, char const* from, size_t length) noexcept
 {
     to.clear();
@@ -174,7 +175,7 @@ void ZException_6_0::addLocation(char const* file, unsigned long line)
 
 int ZException_6_0::location(int, char const*& file, int& line) const
 {
-    // KEPT: no index is out of range; callers ask for 0 or walk as far as locationCount() tells.
+    // KEPT: no index is out of range. A program that passes an index from 1 would notice a failure.
     // Test: ZException.KeepsOneLocationForEveryIndex
     file = file_;
     line = static_cast<int>(line_);
@@ -188,8 +189,8 @@ int ZException_6_0::locationCount() const
 
 char const* ZException_6_0::who() const
 {
-    // KEPT: asks who and is answered with a file; reports show it as "File:".
-    // Test: ZException.KeepsTheFileInWho
+    // KEPT: returns the source file, despite the name. Message services that print it as the file
+    // would notice another result. Test: ZException.KeepsTheFileInWho
     return file_;
 }
 
@@ -237,8 +238,8 @@ ZZException_6_0::~ZZException_6_0() = default;
 
 void ZZException_6_0::print()
 {
-    // As many nulls as a text has conversions: a service that formats the text without asking
-    // insertTypes() finds an argument for each.
+    // A null for each possible conversion of a message text: a service may format the text without
+    // calling insertTypes().
     constexpr char const* kNone = nullptr;
     routeInserts(this, RunningReport::root, nullptr, kNone, kNone, kNone, kNone, kNone, kNone);
 }
@@ -424,7 +425,7 @@ char const* ZUnsupportedException_6_0::insertTypes() const
     return typesNow(this, "");
 }
 
-// ---- Failures that name one text --------------------------------------------------------------
+// ---- Failures with a string insert ------------------------------------------------------------
 
 ZAbstractNotImplementedException_6_0::ZAbstractNotImplementedException_6_0(char const* value)
     : ZZException_6_0(notImplemented, "ZAbstractNotImplementedException"), value_(value)
@@ -590,7 +591,7 @@ char const* ZFromUTF8Exception_6_0::insertTypes() const
     return typesNow(this, "s");
 }
 
-// ---- Failures whose message number the raiser chooses ------------------------------------------
+// ---- Failures with a message number given to the constructor -----------------------------------
 
 ZThreadException_6_0::ZThreadException_6_0(int messageNumber, int rc)
     : ZZException_6_0(messageNumber, "ZThreadException"), rc_(rc)
@@ -666,8 +667,8 @@ void ZConverterException_6_0::throwException(char const* file, int line)
 
 char const* ZConverterException_6_0::insertTypes() const
 {
-    // KEPT: three texts are held and none is reported; log readers know the line with its inserts
-    // empty. Test: ZException.KeepsConverterTextsOutOfTheReport
+    // KEPT: stores three strings and reports none of them. Log scanners that match the message with
+    // empty inserts would notice. Test: ZException.KeepsConverterTextsOutOfTheReport
     return typesNow(this, "");
 }
 
@@ -1019,9 +1020,9 @@ char const* ZPropertiesInvalidValueException_6_0::insertTypes() const
     return typesNow(this, "ssss");
 }
 
-// KEPT: the two classes below report as "ZPropertiesInvalidValueException" and are thrown as their
-// base, with their own message number; handlers catch the base.
-// Test: ZException.KeepsNumAndBoolThrownAsTheirBase
+// KEPT: the two classes below are reported as "ZPropertiesInvalidValueException" and thrown as
+// their base, with their own message number. A handler that compares the type or the name of the
+// exception would notice. Test: ZException.KeepsNumAndBoolThrownAsTheirBase
 
 ZPropertiesInvalidNumValueException_6_0::ZPropertiesInvalidNumValueException_6_0(
     char const* file, char const* category, char const* key, char const* value)

@@ -1,14 +1,14 @@
-// ZException: the exception family; every failure of the library travels as one of its classes.
+// ZException: the exception classes; the library throws every failure as one of them.
 //
 // Subsystem: root.  Stands on: ZObject, ZLCString, ZMessage, zqvrutil.
 //
-// An exception carries a message number (the text belongs to the message service), a plain name,
-// one source location and the inserts of its class. Raising is the same everywhere: construct the
-// exception, then call throwException() with the raising module and site; it throws a copy.
+// An exception has a message number (the message service has the text), a name, one source
+// location and the inserts of its class. To throw one, construct it and call throwException() with
+// the source name and the site number; it throws a copy.
 // Catch by reference to ZException_6_0, ZZException_6_0 or a concrete class.
-// Ownership: names and source names are static text, never freed; inserts are copied. When memory
-// is short an insert is cut to the 95 bytes that fit inside the object: making, copying and
-// throwing an exception never raises another.
+// Ownership: names and source names are static strings; inserts are copied. If memory is exhausted,
+// an insert is cut to the 95 bytes that fit inside the object: constructing, copying and throwing
+// an exception never throws another.
 // Threads: an exception object belongs to one thread at a time.
 #pragma once
 
@@ -19,7 +19,7 @@ class ZException_6_0 : public ZObject_6_0 {
 public:
     /// Makes an exception without a location.
     /// range   `messageNumber` is an index into the message table; 0 is not used.
-    /// owns    `name` is borrowed for ever: static text, the class name without its suffix.
+    /// owns    `name` is borrowed: a static string, the class name without its suffix.
     ZException_6_0(unsigned long messageNumber, char const* name);
     ZException_6_0(ZException_6_0 const&) = default;
     ZException_6_0& operator=(ZException_6_0 const&) = default;
@@ -28,43 +28,43 @@ public:
     ~ZException_6_0() override;
     ZObject_6_0* clone() const override = 0;
 
-    /// Stores the location of the throw, in place of an earlier one.
-    /// owns    `file` is borrowed for ever: static text.
+    /// Stores the location of the throw; replaces an earlier one.
+    /// owns    `file` is borrowed: a static string.
     virtual void addLocation(char const* file, unsigned long line);
 
-    /// Delivers the stored location and returns 1.
-    /// kept    every `index` delivers the one location that there is.
+    /// Returns the stored location through `file` and `line`, and 1.
+    /// kept    `index` is ignored.
     virtual int location(int index, char const*& file, int& line) const;
 
-    /// Returns 1: one location is kept.
+    /// Returns 1, the number of stored locations.
     virtual int locationCount() const;
 
-    /// Returns the source name of the throw; null before there is a location.
-    /// kept    the name says who, the result is a file.
+    /// Returns the source name of the throw; null before addLocation().
+    /// kept    returns a file, despite the name.
     virtual char const* who() const;
 
-    /// Returns the site number of the throw; 0 before there is a location.
+    /// Returns the site number of the throw; 0 before addLocation().
     virtual unsigned where() const;
 
     /// Reports the exception with its inserts through the installed message service.
-    /// throws  what that service throws.
+    /// throws  any exception of that service.
     virtual void print() = 0;
 
     /// Stores the location and throws a copy of the exception.
-    /// owns    `file` is borrowed for ever: static text.
+    /// owns    `file` is borrowed: a static string.
     [[noreturn]] virtual void throwException(char const* file, int line) = 0;
 
-    /// Asks the installed message service to report the exception.
-    /// throws  what that service throws.
+    /// Reports the exception through the installed message service.
+    /// throws  any exception of that service.
     virtual void dumpException();
 
     /// Returns the index into the message table.
     uint32_t messageNumber() const { return messageNumber_; }
 
-    /// Returns the plain name that reports show.
+    /// Returns the name that reports show.
     char const* exceptionName() const { return name_; }
 
-    // The text of an insert: a string whose copies never raise.
+    // An insert: a string that can be copied without an exception.
     class Text : public ZLCString_6_0 {
     public:
         explicit Text(char const* text) noexcept;
@@ -87,7 +87,7 @@ private:
 class ZZException_6_0 : public ZException_6_0 {
 public:
     /// Makes an exception without a location.
-    /// owns    `name` is borrowed for ever: static text.
+    /// owns    `name` is borrowed: a static string.
     ZZException_6_0(int messageNumber, char const* name);
 
     ~ZZException_6_0() override;
@@ -95,25 +95,25 @@ public:
     /// Reports the exception without inserts.
     void print() override;
 
-    /// Returns the types of the inserts that print() passes, in order: 's' for a text, 'd' for a
-    /// number. Null means the types that the message text asks for.
+    /// Returns the types of the inserts that print() passes, in order: 's' for a string, 'd' for a
+    /// number. Null means the types of the conversions in the message text.
     ///
-    /// A message service calls this during a report and is given the types of the print() that
-    /// runs: a class of the library returns what its own print() states, or, if a caller's class
-    /// overrides print() alone, what the message text asks for. Outside a report it returns the
-    /// types of its own class; null here.
+    /// A message service calls this during a report, for the types of the running print(). A class
+    /// of the library returns the types of its own print() or, if a caller's class overrides only
+    /// print(), the types in the message text. Outside a report, a class returns the types of its
+    /// own print(); null here.
     ///
     /// A caller's class overrides this if its print() passes other inserts than the message text
-    /// asks for. It then overrides print() as well, and so does each class below it that overrides
-    /// one of the two. An override without a print() is ignored by the built-in service, which
-    /// knows what the library's print() passes.
+    /// has conversions. It must then also override print(), and so must every class derived from it
+    /// that overrides one of the two. The built-in service ignores an override without a print(),
+    /// because it knows the inserts of the library's print().
     virtual char const* insertTypes() const;
 
 protected:
-    /// Passes the exception and the inserts after it to the installed message service: as many as
-    /// the message text asks for, `char const*` for %s and `int` for %d, unless insertTypes() is
-    /// overridden too.
-    /// throws  what that service throws.
+    /// Passes the exception and the inserts after it to the installed message service: a
+    /// `char const*` for each %s and an `int` for each %d of the message text, or the types that
+    /// an overridden insertTypes() returns.
+    /// throws  any exception of that service.
     static void printinternal(ZZException_6_0 const* exc, ...);
 };
 
@@ -189,9 +189,9 @@ public:
     char const* insertTypes() const override;
 };
 
-// ---- Failures that name one text --------------------------------------------------------------
+// ---- Failures with a string insert ------------------------------------------------------------
 
-// The function is not implemented. Message 31; insert: the text.
+// The function is not implemented. Message 31; insert: the string.
 class ZAbstractNotImplementedException_6_0 : public ZZException_6_0 {
 public:
     explicit ZAbstractNotImplementedException_6_0(char const* value);
@@ -221,7 +221,7 @@ private:
     Text file_;
 };
 
-// A property file led the reader astray. Message 54; insert: the file name.
+// A Java property file could not be parsed. Message 54; insert: the file name.
 class ZJavaPropertyParseException_6_0 : public ZZException_6_0 {
 public:
     explicit ZJavaPropertyParseException_6_0(char const* file);
@@ -235,8 +235,8 @@ private:
     Text file_;
 };
 
-// A codeset handle could not be made. Message 47; inserts: the codeset, the value that QVRDIR had
-// when the exception was made.
+// A codeset handle could not be created. Message 47; inserts: the codeset, the value of QVRDIR at
+// construction.
 class ZCodesetException_6_0 : public ZZException_6_0 {
 public:
     explicit ZCodesetException_6_0(char const* codeset);
@@ -251,8 +251,8 @@ private:
     Text qvrDir_;
 };
 
-// Local text could not be converted to UTF-8. Message 49; insert: the local codeset's name
-// when the exception was made.
+// Local text could not be converted to UTF-8. Message 49; insert: the local codeset's name at
+// construction.
 class ZToUTF8Exception_6_0 : public ZZException_6_0 {
 public:
     ZToUTF8Exception_6_0();
@@ -267,7 +267,7 @@ private:
 };
 
 // UTF-8 text could not be converted to the local codeset. Message 50; insert: the local codeset's
-// name when the exception was made.
+// name at construction.
 class ZFromUTF8Exception_6_0 : public ZZException_6_0 {
 public:
     ZFromUTF8Exception_6_0();
@@ -281,10 +281,10 @@ private:
     Text codeset_;
 };
 
-// ---- Failures whose message number the raiser chooses ------------------------------------------
+// ---- Failures with a message number given to the constructor -----------------------------------
 
-// A thread call failed, or a call of a thread pool's mutex or condition. Texts 15-17, 20, 29, 30,
-// of a pool 3, 5-7, 10; insert: the return code.
+// A thread call failed, or a mutex or condition call of a thread pool. Messages 15-17, 20, 29, 30,
+// in a pool 3, 5-7, 10; insert: the return code.
 class ZThreadException_6_0 : public ZZException_6_0 {
 public:
     ZThreadException_6_0(int messageNumber, int rc);
@@ -300,7 +300,7 @@ private:
     int32_t rc_;
 };
 
-// A condition call failed. Texts 7, 9, 10, 27; insert: the return code.
+// A condition call failed. Messages 7, 9, 10, 27; insert: the return code.
 class ZConditionException_6_0 : public ZZException_6_0 {
 public:
     ZConditionException_6_0(int messageNumber, int rc);
@@ -316,7 +316,7 @@ private:
     int32_t rc_;
 };
 
-// A converter could not be opened. Text 2. For callers: nothing in the library raises it.
+// A converter could not be opened. Message 2. For callers: the library does not throw it.
 class ZConverterException_6_0 : public ZZException_6_0 {
 public:
     ZConverterException_6_0(int messageNumber, char const* from, char const* to, char const* error);
@@ -325,7 +325,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 
     /// Returns "": the report has no inserts.
-    /// kept    the three texts are held and not printed; print() is the base's.
+    /// kept    the three strings are stored, but print() is the base's and does not report them.
     char const* insertTypes() const override;
 
 private:
@@ -334,7 +334,7 @@ private:
     Text error_;
 };
 
-// The base of the failures of locks and their files: all report as "ZResourceException".
+// The base of the failures of locks and their files. All are reported as "ZResourceException".
 class ZResourceException_6_0 : public ZZException_6_0 {
 public:
     ZResourceException_6_0(int messageNumber, int rc);
@@ -350,7 +350,7 @@ private:
     int32_t rc_;
 };
 
-// A resource could not be created: a mutex, with text 3. Insert: the return code.
+// A mutex could not be created. Message 3; insert: the return code.
 class ZCreateResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZCreateResourceException_6_0(int messageNumber, int rc);
@@ -359,7 +359,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock could not be obtained. Text 5, of a process lock 33; insert: the return code.
+// A lock could not be obtained. Message 5, for a process lock 33; insert: the return code.
 class ZLockResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZLockResourceException_6_0(int messageNumber, int rc);
@@ -368,7 +368,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock could not be released. Text 6, of a process lock 34; insert: the return code.
+// A lock could not be released. Message 6, for a process lock 34; insert: the return code.
 class ZUnlockResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZUnlockResourceException_6_0(int messageNumber, int rc);
@@ -377,7 +377,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock file could not be read. Text 35; insert: the return code.
+// A lock file could not be read. Message 35; insert: the return code.
 class ZReadResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZReadResourceException_6_0(int messageNumber, int rc);
@@ -386,7 +386,7 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A lock file could not be written. Text 33; insert: the return code.
+// A lock file could not be written. Message 33; insert: the return code.
 class ZWriteResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZWriteResourceException_6_0(int messageNumber, int rc);
@@ -395,8 +395,8 @@ public:
     [[noreturn]] void throwException(char const* file, int line) override;
 };
 
-// A resource could not be opened. For callers: nothing in the library raises it. Inserts: the
-// return code, the text.
+// A resource could not be opened. For callers: the library does not throw it. Inserts: the return
+// code, the string.
 class ZOpenResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZOpenResourceException_6_0(int messageNumber, int rc, char const* value);
@@ -412,8 +412,8 @@ private:
     Text value_;
 };
 
-// A resource could not be closed. For callers: nothing in the library raises it. Inserts: the
-// return code, the text.
+// A resource could not be closed. For callers: the library does not throw it. Inserts: the return
+// code, the string.
 class ZCloseResourceException_6_0 : public ZResourceException_6_0 {
 public:
     ZCloseResourceException_6_0(int messageNumber, int rc, char const* value);
@@ -429,8 +429,8 @@ private:
     Text value_;
 };
 
-// A lock is in a state that the operation does not allow. Message 32, return code -1; insert: the
-// state's name.
+// The state of a lock does not allow the operation. Message 32, return code -1; insert: the name
+// of the state.
 class ZInvalidResourceStateException_6_0 : public ZResourceException_6_0 {
 public:
     explicit ZInvalidResourceStateException_6_0(char const* value);
@@ -455,7 +455,7 @@ public:
                                 char const* error, int rc);
     ~ZSharedLibraryException_6_0() override;
 
-    /// Reports return code and error text.
+    /// Reports the return code and the error text.
     void print() override;
     char const* insertTypes() const override;
 
@@ -530,8 +530,8 @@ private:
     Text key_;
 };
 
-// A value cannot be read as asked. Texts 40, 41, of the two classes below, which are thrown as this
-// one; inserts: file, value, key, category. One that a caller makes has message 39.
+// A value is not of the requested type. Inserts: file, value, key, category. Message 39 by default;
+// the two classes below are thrown as this class, with messages 40 and 41.
 class ZPropertiesInvalidValueException_6_0 : public ZPropertiesException_6_0 {
 public:
     ZPropertiesInvalidValueException_6_0(char const* file, char const* category, char const* key,
@@ -552,9 +552,9 @@ private:
     Text value_;
 };
 
-// A value cannot be read as a number. Message 40; inserts as its base.
+// A value is not a number. Message 40; inserts as its base.
 //
-// kept    throwException() is the base's: what is thrown is the base class with message number 40.
+// kept    throwException() is the base's and throws the base class, with message number 40.
 class ZPropertiesInvalidNumValueException_6_0 : public ZPropertiesInvalidValueException_6_0 {
 public:
     ZPropertiesInvalidNumValueException_6_0(char const* file, char const* category, char const* key,
@@ -563,9 +563,9 @@ public:
     ZObject_6_0* clone() const override;
 };
 
-// A value cannot be read as a truth value. Message 41; inserts as its base.
+// A value is not a boolean. Message 41; inserts as its base.
 //
-// kept    throwException() is the base's: what is thrown is the base class with message number 41.
+// kept    throwException() is the base's and throws the base class, with message number 41.
 class ZPropertiesInvalidBoolValueException_6_0 : public ZPropertiesInvalidValueException_6_0 {
 public:
     ZPropertiesInvalidBoolValueException_6_0(char const* file, char const* category,
