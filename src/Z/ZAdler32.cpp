@@ -12,7 +12,7 @@
 
 namespace {
 
-// The two sums of the checksum: `low` of the bytes, `high` of all values that `low` went through.
+// The two sums of the checksum: `low` sums the bytes, `high` sums every value of `low`.
 struct Sums {
     uint32_t low;
     uint32_t high;
@@ -25,7 +25,7 @@ struct Sums {
     }
 };
 
-// As many bytes as can be added before `high` may pass 32 bits.
+// The size of the data that can be added before `high` may overflow 32 bits.
 constexpr size_t kReduceEvery = 5552;
 
 void add(Sums& sums, unsigned char const* buf, size_t len)
@@ -55,8 +55,8 @@ void addPortable(Sums& sums, unsigned char const* buf, size_t len)
 
 #if defined(__x86_64__)
 
-// Whether the processor has AVX2 and the system keeps its registers. The compiler's own question,
-// __builtin_cpu_supports(), would bring in code that runs when the library is loaded.
+// Returns whether the processor has AVX2 and the system saves its registers.
+// __builtin_cpu_supports() would add code that runs when the library is loaded.
 bool askForAvx2()
 {
     unsigned int a, b, c, d;
@@ -89,9 +89,9 @@ __attribute__((target("avx2"))) uint32_t sumOfLanes(__m256i lanes)
     return static_cast<uint32_t>(_mm_cvtsi128_si32(sum));
 }
 
-// 64 bytes at a time. Over such a group `high` grows by 64 times the `low` before it, and by each
-// byte as often as `low` is added while the byte is in it: 64 times the first, once the last.
-// `lowBefore` sums up the former, to be multiplied at the end of a part, `weighted` the latter.
+// Adds groups of 64 bytes. A group increases `high` by 64 times the preceding `low`, and by each
+// byte times its weight: 64 for the first byte, 1 for the last. `lowBefore` sums the preceding
+// values of `low`, multiplied at the end of a part; `weighted` sums the weighted bytes.
 __attribute__((target("avx2"))) void addAvx2(Sums& sums, unsigned char const* buf, size_t len)
 {
     constexpr size_t kGroup = 64;
@@ -117,7 +117,7 @@ __attribute__((target("avx2"))) void addAvx2(Sums& sums, unsigned char const* bu
             lowBefore = _mm256_add_epi32(lowBefore, low);
             low = _mm256_add_epi32(low, _mm256_sad_epu8(first, zero));
             low = _mm256_add_epi32(low, _mm256_sad_epu8(last, zero));
-            // At most 255 * (64 + 63) in a pair, 32385: no sum passes 16 bits with sign.
+            // At most 255 * (64 + 63) = 32385 for a pair: the sum fits into 16 signed bits.
             __m256i const firstPairs = _mm256_maddubs_epi16(first, firstWeights);
             __m256i const lastPairs = _mm256_maddubs_epi16(last, lastWeights);
             weighted = _mm256_add_epi32(weighted, _mm256_madd_epi16(firstPairs, ones));

@@ -15,14 +15,13 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZLocalHostName";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInAllocate = 40, reportHostName = 52, reportHostByName = 66 };
 
 enum Message { hostNameFailed = 25, hostByNameFailed = 26 };
 
-constexpr size_t kNameSize = 256;            // bytes that gethostname() is given
-constexpr size_t kLargestAnswer = 1u << 20;  // bytes; no resolver's answer comes near it
+constexpr size_t kNameSize = 256;            // bytes; buffer for gethostname()
+constexpr size_t kLargestAnswer = 1u << 20;  // bytes; far above any resolver's result
 
 struct Free {
     void operator()(char* block) const { free(block); }
@@ -46,9 +45,9 @@ ZLCString_6_0 ZLocalHostName_6_0::getLocalHostName()
         zreporting::reportRc({kSource, reportHostName}, hostNameFailed, errno);
         return ZLCString_6_0();
     }
-    name.get()[kNameSize - 1] = '\0';  // a name that was cut has no terminator
+    name.get()[kNameSize - 1] = '\0';  // a truncated name has no terminator
 
-    // The reentrant look-up: the plain one answers in a buffer that all threads share.
+    // The reentrant lookup: gethostbyname() returns a buffer that all threads share.
     for (size_t size = 1024; size <= kLargestAnswer; size *= 2) {
         Block const answer = allocate(size);
         hostent entry;

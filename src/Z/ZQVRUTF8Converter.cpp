@@ -12,14 +12,15 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZQVRUTF8Converter";
 
-// The number each raise site puts into its report; it belongs to the site.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInDefaultConstructor = 39, raiseInConstructor = 59, raiseInConvert = 102 };
 
-// Passes `codeset` on when there is a directory: `qvrDir` or QVRDIR. Asked before the first string
-// is made, because making it would end the process where this raises.
+// Returns `codeset` if there is a directory: `qvrDir` or QVRDIR. Runs before the first string is
+// created, because creating it without a directory would end the process instead of throwing.
 char const* requireDirectory(char const* codeset, char const* qvrDir, RaiseSite site)
 {
-    // A set-uid program must not read tables that its caller names: there QVRDIR counts as unset.
+    // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
+    // unset.
     if (qvrDir == nullptr && secure_getenv("QVRDIR") == nullptr)
         ZNoQVREnvironmentException_6_0().throwException(kSource, site);
     return codeset;
@@ -27,8 +28,8 @@ char const* requireDirectory(char const* codeset, char const* qvrDir, RaiseSite 
 
 using Conversion = ptrdiff_t(qvr_cs_t cs, char const* src, size_t srcLen, char* dst, size_t dstLen);
 
-// Converts `text` with its terminator into a scratch buffer of `growth` bytes for each byte of the
-// text and one more, and hands the result to `buffer`.
+// Converts `text` and its terminator into `buffer`, through a scratch buffer of `growth` bytes per
+// byte of text, plus one.
 void convertInto(ZBuffer_6_0& buffer, char const* text, size_t growth, Conversion* convert,
                  qvr_cs_t cs)
 {
@@ -41,8 +42,9 @@ void convertInto(ZBuffer_6_0& buffer, char const* text, size_t growth, Conversio
         convert(cs, source.getChars(), length + 1, converted, scratch.getLength());
     if (result == qvrNoMemory)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInConvert);
-    // KEPT: a text that does not convert is passed over in silence; callers see that the buffer
-    // did not change. Test: ZQVRUTF8Converter.KeepsSilentAboutTextThatDoesNotConvert
+    // KEPT: text that does not convert is ignored silently. A caller that checks for an unchanged
+    // buffer would have to catch an exception otherwise.
+    // Test: ZQVRUTF8Converter.KeepsSilentAboutTextThatDoesNotConvert
     if (result >= 0)
         buffer.setBuffer(static_cast<unsigned long>(result), converted);
 }

@@ -5,10 +5,10 @@
 
 namespace {
 
-// The interface generation asked for; any zlib 1.x serves it.
+// The required version of zlib's interface; any zlib 1.x has it.
 constexpr char kZlibVersion[] = "1.1.4";
 
-// Points a stream at both blocks. zlib counts in 32 bits, so that longer blocks do not fit.
+// Sets both blocks of a stream. zlib uses 32-bit lengths: longer blocks do not fit.
 int aim(z_stream& stream, unsigned char* dest, unsigned long const* destLen,
         unsigned char const* src, unsigned long srcLen)
 {
@@ -76,8 +76,8 @@ int ZSqueeze_6_0::uncompress(unsigned char* dest, unsigned long* destLen, unsign
     rc = inflate(&stream, Z_FINISH);
     if (rc != Z_STREAM_END) {
         inflateEnd(&stream);
-        // A stream that asks for a preset dictionary is none of ours; its positive code would
-        // read as a length.
+        // squeeze() never writes a stream that needs a preset dictionary; zlib's positive code for
+        // it would look like a length.
         return rc == Z_OK ? Z_BUF_ERROR : rc == Z_NEED_DICT ? Z_DATA_ERROR : rc;
     }
     *destLen = stream.total_out;

@@ -15,17 +15,17 @@ namespace {
 
 constexpr int kBytesPerLine = 16;
 constexpr int kBytesPerGroup = 8;
-// "\n", 8 digits at most and a blank, two group blanks, three characters a byte, "  *", the column
-// and "*".
+// "\n", at most 8 digits and a space, two spaces between groups, three characters per byte, "  *",
+// the column and "*".
 constexpr size_t kMostPerLine = 1 + 8 + 1 + 2 + 3 * kBytesPerLine + 3 + kBytesPerLine + 1;
 
-// What is put together at once: the dump of 200,000 bytes and some. A longer one would take five
-// times as much memory as what it shows.
+// The largest buffer: holds the dump of some 200,000 bytes. A dump takes five times as much memory
+// as its data.
 constexpr size_t kMostAtOnce = 1 << 20;
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-// The lock that keeps dumps apart: made at the first dump, never destroyed.
+// The lock that keeps dumps apart: created by the first dump, never destroyed.
 pthread_once_t utl_once = PTHREAD_ONCE_INIT;
 alignas(ZLock_6_0) unsigned char home[sizeof(ZLock_6_0)];
 ZLock_6_0* res_;
@@ -35,8 +35,8 @@ void makeLock()
     res_ = new (home) ZLock_6_0;
 }
 
-// Where the dump is put together: memory for all of it, so that it goes out in one write, unless it
-// is a very long one; where there is none, a line at a time.
+// The buffer of a dump: large enough for all of it, so that it is written in one call, unless it is
+// very long. Without memory it holds one line.
 class Output {
 public:
     Output(FILE* stream, size_t most) : stream_(stream), room_(std::min(most, kMostAtOnce))
@@ -69,7 +69,7 @@ public:
         used_ += count;
     }
 
-    // Returns room for a line; what is written there counts with took().
+    // Returns space for a line; took() accounts for the bytes written there.
     char* line()
     {
         if (room_ - used_ < kMostPerLine)
@@ -105,7 +105,8 @@ char* putOffset(char* to, unsigned offset)
 
 char shown(unsigned char byte)
 {
-    // KEPT: 127 to 253 go out raw: files in the local codeset stay legible.
+    // KEPT: bytes 127 to 253 are written verbatim. A reader of dumps of local text would see dots
+    // instead otherwise.
     // Test: zhex_dump.KeepsTheUpperHalfLegible
     return byte >= 32 && byte <= 253 ? static_cast<char>(byte) : '.';
 }
@@ -157,7 +158,7 @@ void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char con
         output.took(putLine(output.line(), static_cast<unsigned>(at), data + at,
                             left < kBytesPerLine ? left : kBytesPerLine));
         if (left <= kBytesPerLine)
-            break;  // the last step would leave the range of an int
+            break;  // one more step could overflow an int
     }
     output.add("\n", 1);
     output.flush();

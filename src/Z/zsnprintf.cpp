@@ -14,8 +14,8 @@ namespace {
 constexpr int kDone = 0;
 constexpr int kFailed = -1;
 
-// The variable arguments of one call. A copy, so that it can be handed down by reference, which the
-// type itself does not allow everywhere, and so that the caller's list stays where it is.
+// The variable arguments of a call. A copy, because a va_list cannot be passed by reference on
+// every platform, and the caller's list must not advance.
 class ArgumentList {
 public:
     explicit ArgumentList(va_list args) { va_copy(list, args); }
@@ -26,8 +26,7 @@ public:
     va_list list;
 };
 
-// The letters that end a conversion, with the type code that each has after no length, after h,
-// after l, and after ll, L or q.
+// A letter that ends a conversion, with its type for no length, for h, for l, and for ll, L or q.
 struct Letter {
     char letter;
     int8_t type[4];
@@ -36,11 +35,12 @@ struct Letter {
 
 constexpr int8_t kNoType = -1;
 
-// KEPT: a length does nothing to a text, a pointer or a percent sign, where the platform takes wide
-// characters for l. Wide text has letters of its own here.
+// KEPT: a length has no effect on a string, a pointer or a percent sign, whereas the platform takes
+// wide characters for l. A format with %ls and a narrow argument would break otherwise; C and S are
+// the wide conversions.
 // Test: zsnprintf.KeepsLengthsWithoutEffectOnTexts
 constexpr Letter kLetters[] = {
-    {'\0', {kNoType, kNoType, kNoType, kNoType}, 0},  // what is no letter
+    {'\0', {kNoType, kNoType, kNoType, kNoType}, 0},  // not a letter
     {'%', {19, 19, 19, 19}, zprintfNoArgument},
     {'C', {1, 1, 1, 1}, 0},
     {'E', {13, kNoType, kNoType, 16}, zprintfUpperExponent},
@@ -73,16 +73,16 @@ Letter const& letterAt(char const* at)
     return kLetters[kRowOfLetter[static_cast<unsigned char>(*at)]];
 }
 
-// What is stored for a type code. Conversions may share an argument when this is equal: the same
-// type as the platform passes it, signed or not.
+// The stored type for each type code. Conversions may share an argument if it is equal: the
+// platform passes both in the same way, signed or not.
 constexpr int8_t kStorage[] = {0,  1,  2,  3,  4,  4,  6,  6,  8,  8,
                                10, 10, 12, 13, 13, 13, 16, 16, 16, kNoType};
 
-// The arguments that a format asks for, gathered while it is read.
+// The argument numbers that a format uses, collected while it is read.
 struct Demand {
-    int32_t inOrder = 0;      // numbers given to conversions without n$
-    int32_t highest = 0;      // largest number written
-    bool positional = false;  // a number was written
+    int32_t inOrder = 0;      // arguments of conversions without n$
+    int32_t highest = 0;      // largest explicit number
+    bool positional = false;  // the format has an explicit number
 };
 
 bool isDigit(char c)
@@ -90,7 +90,8 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// Reads the digits at `at`, none being 0, and stops behind them. False above INT32_MAX.
+// Reads the digits at `at`, if any, and advances past them; no digits give 0. Returns false above
+// INT32_MAX.
 bool readNumber(char const*& at, int32_t& number)
 {
     int64_t value = 0;
@@ -110,7 +111,7 @@ void demandWritten(int32_t number, Demand& demand)
         demand.highest = number;
 }
 
-// Reads what stands behind a * : a number and $, or nothing, which takes the next argument.
+// Reads the rest of a `*`: a number and $, or nothing, which uses the next argument.
 bool readStar(char const*& at, uint32_t positionalFlag, int32_t& number, uint32_t& flags,
               Demand& demand)
 {
@@ -128,8 +129,9 @@ bool readStar(char const*& at, uint32_t positionalFlag, int32_t& number, uint32_
 
 // Reads the flags at `at`.
 //
-// KEPT: a 0 behind a 0 begins the width instead of being a flag once more, so that no other flag
-// may follow it. Test: zsnprintf.KeepsASecondZeroAsTheWidth
+// KEPT: a second 0 starts the width and is not another flag, so no flag may follow it. A format
+// such as "%00-5d" would be accepted otherwise.
+// Test: zsnprintf.KeepsASecondZeroAsTheWidth
 char const* readFlags(char const* at, uint32_t& flags)
 {
     for (;; ++at) {
@@ -161,14 +163,14 @@ char const* readFlags(char const* at, uint32_t& flags)
     }
 }
 
-// Reads the conversion whose % stands at `at` into `conversion`. False when it is none.
+// Reads the conversion at the % at `at` into `conversion`. Returns false if it is invalid.
 bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& demand)
 {
     conversion.start = at++;
     conversion.width = 0;
     conversion.precision = 0;
     if (Letter const& letter = letterAt(at); letter.type[0] != kNoType) {
-        // Nothing between the % and the letter.
+        // The common case: nothing between the % and the letter.
         conversion.end = at;
         conversion.type = letter.type[0];
         conversion.flags = letter.flags;
@@ -179,7 +181,7 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
     uint32_t flags = 0;
     int32_t argIndex = 0;
 
-    // Number, flags, width. Digits without $ are the width; a 0 in front of them is a flag.
+    // Number, flags, width. Digits without $ are the width; a leading 0 is a flag.
     if (isDigit(*at)) {
         char const* const digits = at;
         if (!readNumber(at, argIndex))
@@ -208,7 +210,8 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
 
     if (*at == '.') {
         ++at;
-        // KEPT: clears the 0 flag for doubles too, unlike the platform.
+        // KEPT: clears the 0 flag for doubles too, unlike the platform. Columns of numbers with a
+        // precision would be padded with zeros otherwise.
         // Test: zsnprintf.KeepsPrecisionClearingTheZeroFlag
         flags &= ~uint32_t{zprintfZero};
         if (*at == '*') {
@@ -249,7 +252,7 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
             break;
     }
 
-    // A second length, a second precision and the end of the format are no letters either.
+    // A second length, a second precision and the end of the format are not letters either.
     Letter const& letter = letterAt(at);
     conversion.type = letter.type[length];
     if (conversion.type == kNoType)
@@ -265,7 +268,7 @@ bool readConversion(char const* at, ZPrintfConversion_6_0& conversion, Demand& d
     return true;
 }
 
-// Makes room for more conversions.
+// Grows the array of conversions.
 bool growConversions(ZPrintfContext_6_0& context, int32_t& capacity)
 {
     if (capacity > INT32_MAX - zprintfInlineRecords)
@@ -307,7 +310,7 @@ bool readFormat(ZPrintfContext_6_0& context, Demand& demand)
     return true;
 }
 
-// Takes the next argument of the list as `type` says.
+// Fetches the next argument of the list as `type`.
 void fetch(int32_t type, ArgumentList& args, ZPrintfArgument_6_0& argument)
 {
     argument.type = type;
@@ -358,7 +361,7 @@ void fetch(int32_t type, ArgumentList& args, ZPrintfArgument_6_0& argument)
     }
 }
 
-// Says that argument `number` is of `type`. False when it is already of another one.
+// Records that argument `number` has `type`. Returns false if it already has another type.
 bool claim(ZPrintfContext_6_0& context, int32_t number, int32_t type)
 {
     int32_t& known = context.arguments[number].type;
@@ -367,7 +370,7 @@ bool claim(ZPrintfContext_6_0& context, int32_t number, int32_t type)
     return kStorage[known] == kStorage[type];
 }
 
-// Fetches arguments that are used in any order: the format says their types first.
+// Fetches arguments that are used in any order: the format determines their types first.
 bool fetchPositional(ZPrintfContext_6_0& context, ArgumentList& args)
 {
     for (int32_t i = 1; i <= context.argumentCount; ++i)
@@ -411,8 +414,8 @@ void fetchInOrder(ZPrintfContext_6_0& context, ArgumentList& args)
 bool fetchArguments(ZPrintfContext_6_0& context, Demand const& demand, va_list list)
 {
     int32_t const count = demand.highest > demand.inOrder ? demand.highest : demand.inOrder;
-    // A conversion uses three arguments at most. Where that leaves a gap for certain, nothing is
-    // allocated for it.
+    // A conversion uses at most three arguments. Reject a format with a certain gap before
+    // allocating.
     if (count > int64_t{3} * context.conversionCount)
         return false;
     if (count >= zprintfInlineRecords) {
@@ -430,7 +433,7 @@ bool fetchArguments(ZPrintfContext_6_0& context, Demand const& demand, va_list l
     return true;
 }
 
-// Makes the context an empty one on its inline arrays.
+// Resets the context to empty inline arrays.
 void clear(ZPrintfContext_6_0& context)
 {
     context.conversions = context.inlineConversions;
@@ -439,7 +442,7 @@ void clear(ZPrintfContext_6_0& context)
     context.argumentCount = 0;
 }
 
-// Leaves the context fit for another release: callers may clean up behind a failed parse as well.
+// Leaves the context valid for another release: callers may also clean up after a failed parse.
 void release(ZPrintfContext_6_0& context)
 {
     if (context.conversions != context.inlineConversions)
@@ -449,7 +452,7 @@ void release(ZPrintfContext_6_0& context)
     clear(context);
 }
 
-// Whether there is no list. Only where a list is handed over as a pointer can there be none.
+// Returns whether the list is null, which is possible only if va_list is a pointer.
 template <class List>
 bool isNone(List const& list)
 {

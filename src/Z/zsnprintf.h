@@ -4,17 +4,18 @@
 // Subsystem: text.  Stands on: zqvrutil.
 //
 // One engine in three steps over one context: parse reads the format and fetches every argument,
-// render produces the text and may run any number of times, done releases what parse allocated.
-// The functions of everyday use (zsnprintf_6_0 and its kin) are drivers over the three.
+// render writes the result and may run any number of times, done releases the memory of parse. The
+// everyday functions (zsnprintf_6_0 and its kin) call all three.
 //
 // A conversion reads  % [n$] [flags] [width | * | *m$] [. [precision | * | *m$]] [length] letter:
-// flags blank # ' + - 0, length h l ll L q, letter one of % C E G S X c d e f g i o p s u x.
-// C takes a 16-bit wide character and S a text of them; both come out in the local codeset.
-// Digits and letters of doubles are the platform's, in the locale of the calling thread, and so is
-// what their width counts: a point or a separator of several bytes may be one column.
-// The drivers convert to the local codeset: the first call of one of them starts the text services
-// and, without QVRDIR or without a local codeset, ends the process as zgetLCSHandle_6_0 does.
-// Ownership: results of the allocating drivers are released with zasprintf_free_6_0.
+// flags space # ' + - 0, length h l ll L q, letter one of % C E G S X c d e f g i o p s u x.
+// C takes a 16-bit wide character and S a string of them; both are converted to the local codeset.
+// Doubles are formatted as the platform does, in the locale of the calling thread. Their width
+// counts columns where the platform's does: a decimal point or separator of several bytes may be
+// one column.
+// The everyday functions convert to the local codeset: the first call starts the text services and,
+// without QVRDIR or without a local codeset, ends the process as zgetLCSHandle_6_0 does.
+// Ownership: zasprintf_free_6_0 releases the results of the allocating functions.
 // Threads: no shared state; every call works in its own context.
 #pragma once
 
@@ -28,14 +29,14 @@ extern "C" {
 
 struct qvr_cs; /* a codeset handle, qvr.h */
 
-/* What a conversion prints and how its argument is fetched. */
+/* The type of a conversion and of its argument. */
 enum {
     zprintfChar = 0,                /* c: int, kept as char */
     zprintfWideChar = 1,            /* C: int, kept as 16-bit wide character */
     zprintfString = 2,              /* s: pointer to char */
     zprintfWideString = 3,          /* S: pointer to 16-bit wide characters */
-    zprintfShort = 4,               /* hd hi: int, taken as short */
-    zprintfUnsignedShort = 5,       /* ho hu hx hX: int, taken as unsigned short */
+    zprintfShort = 4,               /* hd hi: int, converted to short */
+    zprintfUnsignedShort = 5,       /* ho hu hx hX: int, converted to unsigned short */
     zprintfInt = 6,                 /* d i: int */
     zprintfUnsigned = 7,            /* o u x X: unsigned */
     zprintfLong = 8,                /* ld li: long */
@@ -52,13 +53,13 @@ enum {
     zprintfPercent = 19             /* %%: nothing */
 };
 
-/* What was written between the % and the letter, and what the letter adds. */
+/* The parts between the % and the letter, and the properties of the letter. */
 enum {
     zprintfPositional = 0x1,             /* n$ */
     zprintfAlternate = 0x2,              /* # */
     zprintfLeft = 0x4,                   /* -, which clears zprintfZero */
     zprintfZero = 0x8,                   /* 0, ignored after -, cleared by any precision */
-    zprintfBlank = 0x10,                 /* blank */
+    zprintfBlank = 0x10,                 /* space */
     zprintfPlus = 0x20,                  /* + */
     zprintfGrouped = 0x40,               /* ' */
     zprintfWidth = 0x80,                 /* `width` is the width */
@@ -75,18 +76,18 @@ enum {
     zprintfUpperHex = 0x40000,           /* X */
     zprintfUpperExponent = 0x80000,      /* E G */
     zprintfNoArgument = 0x100000,        /* %% */
-    zprintfWidthOf8 = 0x200000,          /* width at least 8; set by no conversion */
-    zprintfPrecisionOf8 = 0x400000       /* precision at least 8; set by no conversion, and no limit
-                                            to a text */
+    zprintfWidthOf8 = 0x200000,          /* minimum width of 8; set by no conversion */
+    zprintfPrecisionOf8 = 0x400000       /* minimum precision of 8; set by no conversion; does not
+                                            limit strings */
 };
 
-/* Room of a context before it allocates: conversions, and arguments counting the unused 0. */
+/* Capacity of a context before it allocates: conversions, and arguments with the unused 0. */
 enum { zprintfInlineRecords = 10 };
 
 /* One % of the format. */
 typedef struct ZPrintfConversion_6_0 {
     char const* start; /* the % */
-    char const* end;   /* the letter; literal text goes on behind it */
+    char const* end;   /* the letter; literal text continues after it */
     int32_t type;      /* zprintfChar … zprintfPercent */
     uint32_t flags;    /* zprintfPositional … */
     int32_t argIndex;  /* number of the value, from 1; 0 for %% */
@@ -94,9 +95,9 @@ typedef struct ZPrintfConversion_6_0 {
     int32_t precision; /* the precision, or the number of its argument */
 } ZPrintfConversion_6_0;
 
-/* One argument, in the width that the platform passes it. */
+/* An argument, in the size in which the platform passes it. */
 typedef struct ZPrintfArgument_6_0 {
-    int32_t type; /* type code that it was fetched as; a width or precision is zprintfInt */
+    int32_t type; /* type of the fetch; a width or precision is zprintfInt */
     union {
         char character;           /* zprintfChar */
         uint16_t wideCharacter;   /* zprintfWideChar */
@@ -108,9 +109,9 @@ typedef struct ZPrintfArgument_6_0 {
     } value;
 } ZPrintfArgument_6_0;
 
-/* The state of one formatting, usually on the caller's stack; parse sets every field it needs. */
+/* The state of a formatting, usually on the caller's stack; parse sets every field it needs. */
 typedef struct ZPrintfContext_6_0 {
-    struct qvr_cs const* codeset; /* what C and S are converted to */
+    struct qvr_cs const* codeset; /* of converted C and S */
     ZPrintfConversion_6_0 inlineConversions[zprintfInlineRecords];
     ZPrintfConversion_6_0* conversions; /* inlineConversions or a heap array */
     int32_t conversionCount;
@@ -122,59 +123,60 @@ typedef struct ZPrintfContext_6_0 {
 } ZPrintfContext_6_0;
 
 /// Reads `format` and fetches its arguments from `args`.
-/// range   `codeset` may be null as long as no C or S is rendered.
-/// owns    `format` and texts among the arguments are borrowed until done; what the context
-///         allocated is released with zvsnprintf_done_6_0, or already when -1 is returned.
-/// codes   0 done; -1 null format, unknown letter, format ending inside a conversion, two lengths,
-///         h or l with e f g E G, * behind width digits, a second precision, a number above
-///         2147483647, argument number 0, an argument number that nothing uses, one argument used
-///         with two types (signed and unsigned of one width count as one), allocation failure.
-/// kept    a 0 behind another 0 begins the width; any precision clears the 0 flag, for doubles
-///         too; h, l, ll, L and q do not change c, s, C, S, p and %.
+/// range   `codeset` may be null if no C or S is rendered.
+/// owns    `format` and string arguments are borrowed until done. zvsnprintf_done_6_0 releases the
+///         memory of the context; after -1 it is already released.
+/// codes   0 on success; -1 for a null format, unknown letter, format that ends inside a
+///         conversion, two lengths, h or l with e f g E G, * after width digits, a second
+///         precision, a number above 2147483647, argument number 0, an unused argument number, an
+///         argument used with two types (signed and unsigned of one width are the same), allocation
+///         failure.
+/// kept    a 0 after another 0 starts the width; any precision clears the 0 flag, for doubles too;
+///         h, l, ll, L and q do not change c, s, C, S, p and %.
 int zvsnprintf_parse_6_0(ZPrintfContext_6_0* context, struct qvr_cs const* codeset,
                          char const* format, va_list args);
 
-/// Writes the text of a parsed context into `out` and ends it with a zero.
-/// units   `size` counts bytes, the zero included; nothing is written when it is 0 or negative
-///         or `out` is null.
-/// codes   the length of the complete text without the zero, whatever `size` is; -1 when a wide
-///         character has no form in the codeset, the text is longer than 2147483647 bytes, or
-///         memory is short. What was rendered before a -1 is in `out`, ended with a zero.
+/// Writes the result of a parsed context into `out` and terminates it with a zero.
+/// units   `size` is in bytes and includes the zero; nothing is written if it is 0 or negative or
+///         `out` is null.
+/// codes   the length of the complete result without the zero, whatever `size` is; -1 if a wide
+///         character is not in the codeset, the result is longer than 2147483647 bytes, or memory
+///         is short. `out` then holds the part rendered before, terminated with a zero.
 int zvsnprintf_render_6_0(ZPrintfContext_6_0 const* context, char* out, int size);
 
-/// Releases what the parse of `context` allocated.
-/// range   after a parse, failed or not; a second time does nothing. The context holds no
-///         conversions then.
+/// Releases the memory of the parse of `context`.
+/// range   after a parse, failed or not; a second call does nothing. The context then has no
+///         conversions.
 void zvsnprintf_done_6_0(ZPrintfContext_6_0* context);
 
-/// Delivers the width, the precision and the pad character of one conversion.
-/// range   `arguments` are those of the conversion's context.
-/// kept    a negative width from an argument is delivered as it is: it pads nothing (doubles
-///         alone take it as left-justified). A negative precision counts as not given.
+/// Returns the width, the precision and the pad character of a conversion.
+/// range   `arguments` are the arguments of the conversion's context.
+/// kept    a negative width from an argument is returned unchanged: it pads nothing (only doubles
+///         treat it as left-justified). A negative precision is treated as not given.
 void get_render_params(ZPrintfConversion_6_0 const* conversion,
                        ZPrintfArgument_6_0 const* arguments, int* width, int* precision,
                        char* padChar);
 
-/// Formats into `buf`, cut to `size` bytes with the ending zero.
+/// Formats into `buf`, truncated to `size` bytes including the zero.
 /// units   `size` as in zvsnprintf_render_6_0.
-/// codes   the length of the complete text; -1 as parse and render give it. A format that parse
-///         refuses leaves `buf` untouched.
-/// kept    zero padding stands before the sign (%05d of -42 gives 00-42); # with a hexadecimal 0
-///         gives 0x0; behind a left-justified %p the padding is zeros; grouping does nothing for
-///         integers nor a sign flag for unsigned ones; a null text is empty.
+/// codes   the length of the complete result; -1 as parse and render return it. If parse rejects
+///         the format, `buf` is untouched.
+/// kept    zero padding precedes the sign (%05d of -42 gives 00-42); # with a hexadecimal 0 gives
+///         0x0; a left-justified %p is padded with zeros; grouping has no effect on integers, nor
+///         has a sign flag on unsigned ones; a null string is empty.
 int zsnprintf_6_0(char* buf, int size, char const* format, ...);
 
 /// Formats as zsnprintf_6_0 does, from an argument list.
 int zvsnprintf_6_0(char* buf, int size, char const* format, va_list args);
 
-/// Formats into a block of the right size.
+/// Formats into an allocated block of the required size.
 /// range   null `result` or `format` gives -1.
-/// owns    `*result` is owned by the caller, released with zasprintf_free_6_0; null after -1.
-/// codes   the length of the text; -1 as zsnprintf_6_0, or allocation failure.
+/// owns    `*result` is owned by the caller; released with zasprintf_free_6_0; null after -1.
+/// codes   the length of the result; -1 as zsnprintf_6_0, or on allocation failure.
 int zsprintf_6_0(char** result, char const* format, ...);
 
 /// Formats as zsprintf_6_0 does, from an argument list.
-/// range   where a list is a pointer, a null one gives -1.
+/// range   a null list gives -1, on platforms where va_list is a pointer.
 int zvsprintf_6_0(char** result, char const* format, va_list args);
 
 /// Formats as zsprintf_6_0 does.

@@ -1,6 +1,6 @@
-// Doubles. The digits are those of the platform's snprintf, byte for byte. Where flags, locale and
-// rounding allow, they are computed here, faster; everything else is handed to the platform.
-// Width is applied here in every case, so that a width of two thousand million costs nothing.
+// Formats floating-point conversions, byte for byte as the C library does. The fast path covers the
+// flags, locales and roundings that 128-bit arithmetic handles exactly; everything else goes to
+// snprintf(). Width is applied here, so a huge width costs nothing.
 
 #include <langinfo.h>
 #include <stdio.h>
@@ -25,11 +25,11 @@ namespace {
 
 constexpr int kDefaultPrecision = 6;
 
-// No long double has more digits; behind them are zeros for ever.
+// No long double has more digits; all further ones are zeros.
 constexpr int kMostPrecision = 16500;
 
-// What is computed here: decimals and digits for which the arithmetic below is exact in 128 bits,
-// and digits that the standard library's conversion is asked for beyond that.
+// Limits of the fast path: decimals and scale for which the arithmetic below is exact in 128 bits,
+// and the precision up to which std::to_chars() is used beyond that.
 constexpr int kExactDecimals = 17;
 constexpr int kMostScale = 19;
 constexpr int kQuickPrecision = 40;
@@ -63,13 +63,13 @@ struct Free {
     void operator()(char* p) const { free(p); }
 };
 
-// The size of a value: mantissa * 2^exponent.
+// The absolute value: mantissa * 2^exponent.
 struct Magnitude {
     uint64_t mantissa;
     int exponent;
 };
 
-// Splits a finite value. False when it is not in the form that the arithmetic below takes.
+// Splits a finite value. Returns false if the arithmetic below does not support its format.
 bool split(double value, Magnitude& magnitude)
 {
     constexpr uint64_t kHiddenBit = uint64_t{1} << 52;
@@ -84,7 +84,7 @@ bool split(double value, Magnitude& magnitude)
 
 bool split(long double value, Magnitude& magnitude)
 {
-    // Only the form of ten bytes, whose mantissa has 64 bits, the highest of them written.
+    // Only the 80-bit format, whose 64-bit mantissa has an explicit leading bit.
     if constexpr (std::numeric_limits<long double>::digits == 64) {
         uint16_t signAndExponent;
         memcpy(&magnitude.mantissa, &value, sizeof magnitude.mantissa);
@@ -98,7 +98,7 @@ bool split(long double value, Magnitude& magnitude)
     }
 }
 
-// Rounds `quotient` up when the rest behind it is more than a half, or a half and the quotient odd.
+// Rounds `quotient` up if its remainder `rest` is more than a half, or a half and the quotient odd.
 uint64_t rounded(Wide quotient, Wide rest, Wide half, bool isMore)
 {
     bool const isOdd = quotient & 1;
@@ -117,19 +117,19 @@ char* writeDigits(uint64_t number, int count, char* at)
     return at + count;
 }
 
-// Writes `magnitude` at `at` with `decimals` digits behind the point, which is there for them or
-// when `showsPoint`, and returns the end; null when it is 2^64 or more. `decimals` is at most
-// kExactDecimals.
+// Writes `magnitude` at `at` with `decimals` digits (at most kExactDecimals) after the point. The
+// point is written if there are decimals or `showsPoint`. Returns the end, or null if the value is
+// 2^64 or more.
 //
-// The bits of the mantissa behind the point times 10^decimals is below 2^121, so that quotient and
-// rest by 2^-exponent are exact in 128 bits; further down everything rounds to 0.
+// The fraction bits of the mantissa times 10^decimals are below 2^121, so the quotient and
+// remainder by 2^-exponent are exact in 128 bits; smaller values round to 0.
 char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
 {
     uint64_t const scale = kPowersOf10[decimals];
     uint64_t whole = 0;
     uint64_t fraction = 0;
     if (magnitude.exponent > 0) {
-        // A mantissa of 0 has the lowest exponent.
+        // A zero mantissa has the smallest exponent.
         if (magnitude.exponent > __builtin_clzll(magnitude.mantissa))
             return nullptr;
         whole = magnitude.mantissa << magnitude.exponent;
@@ -156,8 +156,8 @@ char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
     return writeDigits(fraction, decimals, at);
 }
 
-// Delivers `magnitude` * 10^scale, rounded to a whole number. False when that is not exact in
-// 128 bits.
+// Computes `magnitude` * 10^scale, rounded to an integer. Returns false if that is not exact in 128
+// bits.
 bool scaled(Magnitude magnitude, int scale, uint64_t& result)
 {
     int const exponent = magnitude.exponent;
@@ -187,16 +187,16 @@ bool scaled(Magnitude magnitude, int scale, uint64_t& result)
     return true;
 }
 
-// Writes `magnitude` with `count` significant digits, 1 to kExactDecimals + 1, as %e does or, when
-// `isGeneral`, as %g does; with `showsPoint` as the # flag has it. Returns the end, null when that
-// is not exact in 128 bits.
+// Writes `magnitude` with `count` significant digits, 1 to kExactDecimals + 1, as %e does or, if
+// `isGeneral`, as %g does; `showsPoint` is the # flag. Returns the end, or null if the result is
+// not exact in 128 bits.
 char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool showsPoint, char* at)
 {
     uint64_t number = 0;
     int tens = 0;  // decimal exponent of the first digit
     if (magnitude.mantissa != 0) {
-        // The logarithm of the power of two below the value may be one too small, never too large.
-        // A number of one digit more shows it, also when only the rounding made that digit.
+        // The estimate from the binary exponent may be one too small, never too large. Then the
+        // number has one digit too many, also if only rounding added that digit.
         int const binary = magnitude.exponent + 63 - __builtin_clzll(magnitude.mantissa);
         tens = (binary * 1233) >> 12;
         if (!scaled(magnitude, count - 1 - tens, number))
@@ -206,7 +206,7 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
             if (!scaled(magnitude, count - 1 - tens, number))
                 return nullptr;
         }
-        // When a number is rounded up to a power of ten, %#g of the platform may lose its zeros.
+        // If a number is rounded up to a power of ten, %#g of the platform may lose its zeros.
         if (isGeneral && showsPoint && number == kPowersOf10[count - 1])
             return nullptr;
     }
@@ -219,7 +219,7 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
             --last;
     }
     int const kept = static_cast<int>(last - digits);
-    int const whole = hasExponent ? 1 : tens + 1;  // digits in front of the point
+    int const whole = hasExponent ? 1 : tens + 1;  // digits before the point
     if (whole <= 0) {
         *at++ = '0';
         *at++ = '.';
@@ -243,8 +243,8 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
     return at;
 }
 
-// Writes a magnitude as the platform would, at `at`. Returns the end, null when it is left to the
-// platform.
+// Writes an absolute value as the platform would, at `at`. Returns the end, or null if the platform
+// must write it.
 template <class Real>
 char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int precision, char* at,
                      char* end)
@@ -262,7 +262,7 @@ char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int pr
                                   : writeSignificant(magnitude, count, isGeneral, showsPoint, at);
     if (exact != nullptr)
         return exact;
-    // The standard library converts doubles fast, and long doubles by the platform's printf.
+    // std::to_chars() is fast for doubles, but calls printf() for long doubles.
     if constexpr (std::is_same_v<Real, double>) {
         if (showsPoint)
             return nullptr;
@@ -275,8 +275,8 @@ char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int pr
     }
 }
 
-// Writes a value where flags and locale allow it to be done here. Returns the length, 0 when it is
-// left to the platform.
+// Writes a value if flags and locale allow the fast path. Returns the length, 0 if the platform
+// must write it.
 template <class Real>
 size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
                     char (&text)[kQuickSize])
@@ -320,8 +320,8 @@ bool isNoAscii(char c)
     return static_cast<unsigned char>(c) > 0x7F;
 }
 
-// Lets the platform write a value into `text` of `size` bytes. Returns the length that it needs,
-// negative when the platform cannot. A `width` of 0 is none.
+// Writes a value through the platform into `text` of `size` bytes. Returns the length that it
+// needs, or a negative number if the platform fails. A `width` of 0 means no width.
 int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
                     int width, int precision, char* text, size_t size)
 {
@@ -336,7 +336,7 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
     char* at = format;
     constexpr uint32_t kShapes = zprintfAlternate | zprintfBlank | zprintfPlus | zprintfGrouped;
     if (width == 0 && !(conversion.flags & kShapes)) {
-        // What snprintf does in the end, without its way there.
+        // snprintf() would get here too, with more overhead.
         *at++ = '%';
         *at++ = '.';
         at = std::to_chars(at, std::end(format), precision).ptr;
@@ -384,10 +384,10 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
     size_t length = isLong ? writeQuickly(conversion, argument.value.longReal, precision, scratch)
                            : writeQuickly(conversion, argument.value.real, precision, scratch);
     int64_t zerosBehind = 0;
-    int64_t uncounted = 0;  // bytes that take nothing of the width
+    int64_t uncounted = 0;  // bytes that the width does not count
     if (length == 0) {
         int const shown = std::min(precision, kMostPrecision);
-        // Without a width and zeros to add, the platform writes where the text belongs.
+        // Without a width and zeros to add, the platform writes directly into the output.
         if (params.width == 0 && shown == precision && room > 0)
             return writeByPlatform(conversion, argument, 0, shown, out, room + 1);
         int const needed = writeByPlatform(conversion, argument, 0, shown, scratch, sizeof scratch);
@@ -401,15 +401,15 @@ int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion
                 return -1;
             text = block.get();
         }
-        // A point or a separator of several bytes may be one to the width: so many as the platform
-        // goes on padding when a width of all the bytes is asked for.
+        // A decimal point or separator of several bytes may be one column: measure how much the
+        // platform still pads if the width equals the length in bytes.
         if (params.width != 0 && std::any_of(text, text + length, isNoAscii)) {
             int const padded = writeByPlatform(conversion, argument, needed, shown, nullptr, 0);
             if (padded < 0)
                 return -1;
             uncounted = padded - needed;
         }
-        // Only finite values come here. %g ends in no zeros, unless # keeps them.
+        // Only finite values get here. %g has no trailing zeros, unless # keeps them.
         bool const isGeneral =
             conversion.type == zprintfGeneral || conversion.type == zprintfLongDoubleGeneral;
         if (!isGeneral || (conversion.flags & zprintfAlternate))

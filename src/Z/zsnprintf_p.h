@@ -1,4 +1,4 @@
-// zsnprintf_p: what the halves of zsnprintf share: one output position and the renderers.
+// zsnprintf_p: shared by the sources of zsnprintf: an output cursor and the renderers.
 //
 // Subsystem: text.  Stands on: zsnprintf, qvr.
 #pragma once
@@ -12,14 +12,14 @@
 
 namespace zprintf {
 
-// The flags without which there is no width, and no precision.
+// A conversion has a width, or a precision, only if one of these flags is set.
 constexpr uint32_t kHasWidth = zprintfWidth | zprintfStarWidth | zprintfWidthOf8;
 constexpr uint32_t kHasPrecision = zprintfPrecision | zprintfStarPrecision | zprintfPrecisionOf8;
 
 // The digits of 00 to 99, two bytes each.
 extern char const kDigitPairs[201];
 
-// Copies `n` bytes. Most pieces of a text are shorter than the call of memcpy takes.
+// Copies `n` bytes. Most parts of a result are so short that a call of memcpy would cost more.
 inline void copyBytes(char* to, char const* from, size_t n)
 {
     if (n >= 16) {
@@ -36,7 +36,7 @@ inline void copyBytes(char* to, char const* from, size_t n)
     }
 }
 
-// A place to write and the room left there. What does not fit is dropped.
+// An output position and the capacity left. Bytes that do not fit are dropped.
 class Output {
 public:
     Output(char* at, size_t room) : at_(at), room_(room) {}
@@ -65,7 +65,7 @@ public:
         advance(fitting);
     }
 
-    // Writes a character whole or ends the text here.
+    // Writes a whole character, or ends the output if it does not fit.
     void putWhole(char const* character, size_t n)
     {
         if (n <= room_) {
@@ -77,7 +77,7 @@ public:
         }
     }
 
-    // Counts `n` bytes that were written at at().
+    // Accounts for `n` bytes that were written at at().
     void advance(size_t n)
     {
         at_ += n;
@@ -92,8 +92,8 @@ private:
     size_t room_;
 };
 
-// What get_render_params delivers, and whether a precision was given at all. A negative one from an
-// argument was not, and neither was the 8 that a flag stands for.
+// The result of get_render_params, and whether a precision was given. A negative precision from an
+// argument is not given, nor is the 8 of zprintfPrecisionOf8.
 struct RenderParams {
     int width;
     int precision;
@@ -105,13 +105,13 @@ RenderParams renderParams(ZPrintfConversion_6_0 const& conversion,
                           ZPrintfArgument_6_0 const* arguments);
 
 // Writes one conversion into at most `room` bytes at `out` and returns the length that it needs, or
-// a negative value. Behind `room` bytes, when there are any, lies one byte more that may be used.
+// a negative value. If `room` is not 0, one more byte past it may be used.
 using Renderer = int64_t(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
                          ZPrintfArgument_6_0 const* arguments, char* out, size_t room);
 
 Renderer render_double;  // zsnprintf_double.cpp
 
-// Does the work of zvsnprintf_render_6_0, for any size.
+// Implements zvsnprintf_render_6_0, for any size.
 int render(ZPrintfContext_6_0 const& context, char* out, size_t size);  // zsnprintf_render.cpp
 
 }  // namespace zprintf

@@ -16,24 +16,25 @@ using zprintf::renderParams;
 namespace {
 
 constexpr int64_t kFailed = -1;
-constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; a text of as many fails
-constexpr size_t kMostDigits = 22;                    // of 64 bits, octal
+constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; the smallest length that fails
+constexpr size_t kMostDigits = 22;                    // of a 64-bit number, octal
 
-// Blanks and zeros in front of, inside and behind a conversion.
+// The pad characters before and after a conversion.
 struct Padding {
     int64_t before;
     int64_t after;
 };
 
-// KEPT: a negative width from an argument pads nothing, where the platform justifies to the left;
-// doubles alone do as the platform. Test: zsnprintf.KeepsANegativeWidthWithoutEffectExceptOnDoubles
+// KEPT: a negative width from an argument pads nothing, whereas the platform left-justifies; only
+// doubles do as the platform. A caller that computes widths would see other columns otherwise.
+// Test: zsnprintf.KeepsANegativeWidthWithoutEffectExceptOnDoubles
 Padding paddingFor(ZPrintfConversion_6_0 const& conversion, int width, int64_t length)
 {
     int64_t const pad = std::max<int64_t>(width - length, 0);
     return conversion.flags & zprintfLeft ? Padding{0, pad} : Padding{pad, 0};
 }
 
-// Writes `value` in decimal so that it ends before `end` and returns its first digit.
+// Writes `value` in decimal so that it ends at `end`, and returns its first digit.
 char* writeDecimal(uint64_t value, char* end)
 {
     while (value >= 100) {
@@ -50,7 +51,7 @@ char* writeDecimal(uint64_t value, char* end)
     return end;
 }
 
-// Writes `value` in base 8 or 16, 3 or 4 bits a digit, like writeDecimal.
+// Writes `value` in base 8 or 16, with 3 or 4 bits per digit, like writeDecimal.
 char* writeBits(uint64_t value, unsigned bits, char const* digits, char* end)
 {
     do {
@@ -130,8 +131,8 @@ int64_t render_wchar(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
     return pad.before + length + pad.after;
 }
 
-// Converts wide `text` into `output`, up to its terminator or to `limit` bytes, and returns the
-// length of all that was converted; fails when that is too long.
+// Converts the wide string `text` into `output`, up to its terminator or `limit` bytes. Returns the
+// length of the converted part; fails if it is too long.
 int64_t convertWide(qvr_cs_t codeset, uint16_t const* text, int64_t limit, Output& output)
 {
     int64_t total = 0;
@@ -180,7 +181,8 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
 {
     if (conversion.type == zprintfWideString)
         return renderWideString(codeset, conversion, arguments, out, room);
-    // KEPT: a null text is empty, with nothing shown in its place; reports rely on it.
+    // KEPT: a null string is empty; nothing is shown in its place. A report with an unset name
+    // would contain a placeholder otherwise.
     // Test: zsnprintf.KeepsANullTextEmpty
     char const* const given =
         static_cast<char const*>(arguments[conversion.argIndex].value.pointer);
@@ -192,7 +194,7 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
         return static_cast<int64_t>(length);
     }
     RenderParams const params = renderParams(conversion, arguments);
-    // With a precision the text may lack its terminator.
+    // With a precision the string may lack a terminator.
     size_t const length =
         params.hasPrecision ? strnlen(text, static_cast<size_t>(params.precision)) : strlen(text);
     Padding const pad = paddingFor(conversion, params.width, static_cast<int64_t>(length));
@@ -202,14 +204,15 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
     return pad.before + static_cast<int64_t>(length) + pad.after;
 }
 
-// The flags under which an integer is more than its digits and a minus sign.
+// The flags that add to an integer more than its digits and a minus sign.
 //
-// KEPT: the ' flag is none of them, and an unsigned number takes no sign: what reads our output
-// does not expect either. Test: zsnprintf.KeepsSignsAndGroupingWithoutEffectOnIntegers
+// KEPT: the ' flag is not one of them, and an unsigned number has no sign. A program that parses
+// the output would fail on separators or a plus otherwise.
+// Test: zsnprintf.KeepsSignsAndGroupingWithoutEffectOnIntegers
 constexpr uint32_t kShapesInteger =
     zprintfAlternate | zprintfBlank | zprintfPlus | kHasWidth | kHasPrecision;
 
-// Writes the digits [first, end) with zeros in front up to `count` digits.
+// Writes the digits [first, end) with leading zeros up to `count` digits.
 void putDigits(Output& output, char const* first, char const* end, int64_t count)
 {
     output.fill('0', count - (end - first));
@@ -244,7 +247,9 @@ int64_t render_longlong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
                                                         : '\0';
     int64_t const length = count + (sign != '\0');
     Padding const pad = paddingFor(conversion, params.width, length);
-    // KEPT: zeros of the 0 flag stand before the sign. Test: zsnprintf.KeepsZerosBeforeTheSign
+    // KEPT: zeros of the 0 flag precede the sign. Output compared byte for byte would change
+    // otherwise.
+    // Test: zsnprintf.KeepsZerosBeforeTheSign
     output.fill(params.padChar, pad.before);
     if (sign != '\0')
         output.put(sign);
@@ -285,8 +290,9 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
         precision = end - first + 1;
     int64_t const count = std::max<int64_t>(end - first, precision);
 
-    // KEPT: the prefix is written for 0 too, where the padding does not count it, so that a
-    // null pointer reads 0x0. Test: zsnprintf.KeepsThePrefixOfZero
+    // KEPT: 0 has the prefix too, though padding does not account for it: a null pointer is 0x0.
+    // Reports with null pointers would change otherwise.
+    // Test: zsnprintf.KeepsThePrefixOfZero
     bool const hasPrefix = (flags & zprintfAlternate) && isHex;
     char const prefix[] = {'0', flags & zprintfUpperHex ? 'X' : 'x'};
     int64_t const prefixLength = hasPrefix ? 2 : 0;
@@ -302,13 +308,14 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
         output.put(prefix, sizeof prefix);
     output.fill('0', extraZeros);
     putDigits(output, first, end, count);
-    // KEPT: behind a left-justified pointer the padding is zeros, because p brings the 0 flag.
+    // KEPT: a left-justified pointer is padded with zeros, because p sets the 0 flag. Output
+    // compared byte for byte would change otherwise.
     // Test: zsnprintf.KeepsZerosBehindALeftJustifiedPointer
     output.fill(params.padChar, pad.after);
     return pad.before + prefixLength + extraZeros + count + pad.after;
 }
 
-// The renderer of each type code.
+// The renderer for each type code.
 constexpr zprintf::Renderer* kRenderers[] = {
     render_char,             // zprintfChar
     render_wchar,            // zprintfWideChar

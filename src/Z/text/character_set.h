@@ -1,5 +1,4 @@
-// ZCharacterSet_p: a set of characters of any length, for texts that are searched for many of them.
-// Not installed.
+// character_set: a set of multibyte characters, for searches in long strings. Not installed.
 #pragma once
 
 #include <limits.h>
@@ -14,9 +13,10 @@
 
 #include "qvr.h"
 
-// A character has no zero byte and few bytes, so its bytes filled up with zeros are a number of its
-// own. The longer ones are in a hash table with open addressing. The process draws the factor of
-// the hash, so that nobody can choose characters that crowd together there.
+// Single bytes are in a table of flags. A longer character is stored as an integer: at most eight
+// bytes, none of them zero, padded with zeros, so the integer is unique. Integers are in a hash
+// table with open addressing. The hash is multiplicative with a random factor per process: no input
+// can be crafted to collide.
 class CharacterSet {
 public:
     static constexpr size_t kLongestCharacter = qvrMbLenMax;
@@ -26,8 +26,8 @@ public:
     CharacterSet& operator=(CharacterSet const&) = delete;
     ~CharacterSet() { free(wide_); }
 
-    /// Adds a character; one that is longer than any is left out. Returns whether there was memory
-    /// for it.
+    /// Adds a character; ignores one that is longer than any valid character. Returns false if
+    /// memory is short.
     bool add(char const* character, size_t length)
     {
         if (length == 1)
@@ -48,7 +48,7 @@ public:
 private:
     static_assert(kLongestCharacter <= sizeof(uint64_t));
 
-    // A random odd number. Without one at hand the place of this library in memory will do.
+    // A random odd number; without entropy, one from the load address of the library.
     static uint64_t factor()
     {
         static uint64_t const drawn = [] {
@@ -67,7 +67,7 @@ private:
         return number;
     }
 
-    // Where the number is, or the free slot where it would be.
+    // Returns the slot of the number, or the free slot where it would be inserted.
     uint64_t* slotOf(uint64_t number) const
     {
         size_t slot = number * factor() >> (64 - std::countr_zero(slots_));
@@ -102,7 +102,7 @@ private:
     }
 
     bool single_[UCHAR_MAX + 1] = {};
-    uint64_t* wide_ = nullptr;  // the numbers of the longer characters; 0: a free slot
+    uint64_t* wide_ = nullptr;  // the longer characters as integers; 0: a free slot
     size_t slots_ = 0;          // 0 or a power of 2, of which at least half are free
     size_t count_ = 0;
 };

@@ -1,12 +1,12 @@
-// ZTextSearch_p: the search for a text within a text. Not installed.
+// search: linear-time substring search. Not installed.
 #pragma once
 
 #include <stddef.h>
 #include <string.h>
 
-// Returns the first place of `needle` in `text` as strstr() does, in time linear in both. strstr()
-// of the C library compares a long needle anew at every place; memmem() does not, but wants to know
-// the length of the text: the text is measured no further than it is searched.
+// Returns the first occurrence of `needle` in `text` as strstr() does, in time linear in both.
+// strstr() of the C library restarts the comparison of a long needle at each position. memmem()
+// does not, but needs the length of the haystack: only the part that is searched is measured.
 inline char const* findText(char const* text, char const* needle)
 {
     constexpr size_t kShortNeedle = 32;
