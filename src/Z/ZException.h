@@ -429,8 +429,8 @@ private:
     Text value_;
 };
 
-// The state of a lock does not allow the operation. Message 32; insert: the name of the state. The
-// return code is -1.
+// The state of a lock does not allow the operation. Message 32, return code -1; insert: the name
+// of the state.
 class ZInvalidResourceStateException_6_0 : public ZResourceException_6_0 {
 public:
     explicit ZInvalidResourceStateException_6_0(char const* value);
@@ -530,8 +530,8 @@ private:
     Text key_;
 };
 
-// A value is not of the requested type. Messages 40, 41, from the two classes below, which are
-// thrown as this one; inserts: file, value, key, category. The constructor sets message 39.
+// A value is not of the requested type. Inserts: file, value, key, category. Message 39 by default;
+// the two classes below are thrown as this class, with messages 40 and 41.
 class ZPropertiesInvalidValueException_6_0 : public ZPropertiesException_6_0 {
 public:
     ZPropertiesInvalidValueException_6_0(char const* file, char const* category, char const* key,

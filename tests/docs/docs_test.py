@@ -93,10 +93,18 @@ class Documents(unittest.TestCase):
         for folder in re.findall(r"^\| `([\w./]+/)` \|", text, re.M):
             self.assertTrue((ROOT / folder).is_dir(), folder)
 
-    def test_folders_of_the_tests_are_in_the_readme(self):
-        row = re.search(r"^\| `tests/` \|.*$", (ROOT / "README.md").read_text(), re.M)[0]
+    def test_every_directory_of_tests_is_listed(self):
+        table = re.findall(r"^\| `(\w+)/", (ROOT / "tests" / "README.md").read_text(), re.M)
         folders = {path.name for path in (ROOT / "tests").iterdir() if path.is_dir()}
-        self.assertEqual(folders | {"tests"}, set(re.findall(r"`(\w+)/`", row)))
+        self.assertEqual(folders, set(table))
+
+    def test_every_campaign_is_listed(self):
+        campaigns = re.findall(r'^    \{"([^"]+)", \w+\},$',
+                               (ROOT / "tests" / "multi" / "crash.cpp").read_text(), re.M)
+        text = (ROOT / "tests" / "README.md").read_text(encoding="utf-8")
+        self.assertLess(10, len(campaigns))
+        for campaign in campaigns:
+            self.assertIn(campaign.split(",")[0].split(" behind")[0], text)
 
     def test_message_texts(self):
         rows = re.findall(r"^\| (\d+) \| `(.*)` \|$",
@@ -171,9 +179,9 @@ class Documents(unittest.TestCase):
         for comment, name in re.findall(r"((?:^//.*\n)+)^class (Z\w+)_6_0\b(?! *;)", header, re.M):
             comment = re.sub(r"\s*\n// ", " ", comment)
             row = re.search(rf"^\| `{name}` \| [^|]*\| ([^|]*)\|(.*)$", text, re.M)
-            thrown = re.search(r"\bMessages? \d[^;.]*", comment)
-            if row and thrown and "given to the constructor" not in row[1]:
-                self.assertEqual(numbers(thrown[0]), numbers(row[1]), name)
+            raised = re.search(r"\bMessage \d+|\b[Tt]exts? \d[^;.]*", comment)
+            if row and raised and "chosen where raised" not in row[1]:
+                self.assertEqual(numbers(raised[0]), numbers(row[1]), name)
                 compared += 1
             if row:
                 self.assertEqual("the library does not throw it" in comment,
@@ -239,6 +247,51 @@ class Script(unittest.TestCase):
         code, _, errors = self.dev("compilers", "juggler")
         self.assertEqual(1, code)
         self.assertRegex(errors, r"^dev: no compiler juggler; there are: gcc-12 .*unsigned-char\n$")
+
+
+class NewModule(unittest.TestCase):
+    """./dev new-module, in a copy of the sources."""
+
+    def setUp(self):
+        room = tempfile.TemporaryDirectory()
+        self.addCleanup(room.cleanup)
+        self.copy = pathlib.Path(room.name)
+        for folder in ("src/Z", "tools/dev", "tests/unit"):
+            shutil.copytree(ROOT / folder, self.copy / folder)
+
+    def add(self, *arguments):
+        script = self.copy / "tools" / "dev" / "new_module.py"
+        return subprocess.run([sys.executable, script, *arguments], capture_output=True, text=True,
+                              check=False)
+
+    def files(self):
+        return {path: path.read_bytes() for path in self.copy.rglob("*")
+                if path.is_file() and path.suffix != ".pyc"}
+
+    def test_new_module_agrees_with_the_map_and_compiles(self):
+        run = self.add("ZObjectRing", "collections", "keeps the last few objects put into it")
+        self.assertEqual((0, ""), (run.returncode, run.stderr))
+        check = subprocess.run([sys.executable, self.copy / "tools" / "dev" / "map.py"],
+                               capture_output=True, text=True, check=False)
+        self.assertEqual((0, ""), (check.returncode, check.stderr))
+        self.assertIn("47 modules", check.stdout)
+        self.assertIn('        "ZObjectRing"\n', (self.copy / "tests/unit/CMakeLists.txt").read_text())
+        for source in ("src/Z/ZObjectRing.cpp", "tests/unit/ZObjectRingTest.cpp"):
+            subprocess.run([COMPILER["cpp"], "-std=c++20", "-Wall", "-Wextra", "-Werror",
+                            "-fsyntax-only", f"-I{self.copy / 'src'}", f"-I{ROOT / 'src/qvr'}",
+                            self.copy / source], check=True)
+
+    def test_bad_arguments_are_refused_and_nothing_is_written(self):
+        before = self.files()
+        for arguments, problem in (
+                (("ObjectRing", "collections", "x"), "is not a module name"),
+                (("ZArray", "collections", "x"), "src/Z/ZArray.h exists already"),
+                (("ZObjectRing", "rings", "x"), "choose one of root, text, collections")):
+            with self.subTest(problem):
+                run = self.add(*arguments)
+                self.assertNotEqual(0, run.returncode)
+                self.assertIn(problem, run.stderr)
+        self.assertEqual(before, self.files())
 
 
 if __name__ == "__main__":

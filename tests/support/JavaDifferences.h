@@ -1,9 +1,8 @@
-// JavaDifferences: the known differences between the reader of property files and
-// java.util.Properties.
+// JavaDifferences: where the reader of property files and java.util.Properties agree to differ.
 //
-// A file to which none of the rules below applies has the same entries in both. Any other file can
-// be rewritten so that the platform reads the entries that the library reads from the original:
-// each construct that a rule names is expressed differently, and the rest stays unchanged.
+// A file that meets none of the rules below means the same to both. One that does can be rewritten
+// so that the platform reads from it what the library reads from the original: every place that a
+// rule names is put in other words, and all the rest stays as it is.
 #pragma once
 
 #include <cstdio>
@@ -37,14 +36,14 @@ enum class JavaRule {
 
 using JavaRules = std::set<JavaRule>;
 
-// One row per rule: the smallest file that shows it, and the entries that each reader finds.
+// One row per rule: the smallest file that shows it, and what the two make of that.
 struct JavaDifference {
     JavaRule rule;
     char const* name;
     char const* file;
     std::map<std::string, std::string> ours;
-    std::optional<std::map<std::string, std::string>> java;  // no value: the file is refused
-    JavaRules alongside;                                     // rules that apply at the same time
+    std::optional<std::map<std::string, std::string>> java;  // nothing: the file is refused
+    JavaRules alongside;                                     // rules that cannot be kept out
 };
 
 inline std::vector<JavaDifference> const& javaDifferences()
@@ -129,8 +128,8 @@ inline std::vector<JavaDifference> const& javaDifferences()
     return table;
 }
 
-// Rewrites a file for the platform. Bytes above 0x7F become units of a private area, kBytes + byte;
-// bytesOf() reverses that.
+// The same file for the platform. Bytes above 0x7F become units of a private area, kBytes + byte;
+// bytesOf() takes them back.
 class JavaReading {
 public:
     explicit JavaReading(JavaModel const& model)
@@ -150,7 +149,7 @@ public:
     std::string const& file() const { return file_; }
     JavaRules const& rules() const { return rules_; }
 
-    // Returns the original bytes of a string that the platform read from file().
+    // The bytes behind a text that the platform read from file().
     static std::string bytesOf(std::string_view text)
     {
         std::string bytes;
@@ -173,8 +172,7 @@ private:
 
     int next() const { return last_.next == 16 ? 3 : last_.next; }
 
-    // The platform does not need the second line ending of a pair; another one would end a
-    // continued line.
+    // Of a pair of line ends the platform needs no second; one more would end a continued line.
     void ignore()
     {
         bool const carriage = last_.c == '\r' && !last_.ignored;
@@ -269,7 +267,7 @@ private:
         }
     }
 
-    // Copies a character to the same position.
+    // A character that stands where it stands.
     void takeText(JavaModel::Step const& step)
     {
         bool const blank = step.kind == JavaModel::blank;
@@ -278,7 +276,7 @@ private:
             hasValue_ = step.next == 8;
         else if (step.next == 8)
             hasValue_ = true;
-        // A character that follows a zero must not become the first one after the separator.
+        // What the zero stood before must not come to stand behind the separator.
         if (behindZero_ && step.state == 8 && (blank || separates))
             file_ += '\\';
         behindZero_ = false;
@@ -296,13 +294,13 @@ private:
         }
     }
 
-    // Line endings are written as one byte: two in a row must not become a pair.
+    // Line ends are written as one byte: two that follow each other must not become a pair.
     void put(JavaModel::Step const& step)
     {
         file_ += step.kind == JavaModel::lineEnd ? '\n' : step.c;
     }
 
-    // Removes the unfinished entry from the file.
+    // Takes the entry that was begun out of the file.
     void drop(JavaRule rule)
     {
         rules_.insert(rule);
@@ -329,9 +327,9 @@ private:
     std::string file_;
     JavaRules rules_;
     JavaModel::Step last_ = {};
-    size_t begin_ = 0;           // start of the current line in file_
-    bool skipping_ = false;      // after an error
-    bool skippingNext_ = false;  // the error was at a line ending
+    size_t begin_ = 0;           // of the line that is being read, in file_
+    bool skipping_ = false;      // behind an error
+    bool skippingNext_ = false;  // it was at a line end
     bool hasSeparator_ = false;
     bool hasValue_ = false;
     bool behindZero_ = false;

@@ -1,8 +1,8 @@
-// JavaPeer: java.util.Properties, in a Java process that runs PropertiesPeer.java (in this
-// directory) as long as the object lives.
+// JavaPeer: java.util.Properties, in a process of the Java platform that runs PropertiesPeer.java
+// beside this file as long as the object lives.
 //
-// Strings of the platform are encoded as bytes, each UTF-16 unit separately, unpaired surrogates
-// too.
+// Texts of the platform stand here as bytes: every UTF-16 unit is encoded for itself, half a pair
+// of surrogates too.
 #pragma once
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ public:
     using Entries = std::map<std::string, std::string>;
     using Units = std::u16string;
 
-    /// Starts the process: `java` runs the source file `program`.
+    /// Starts the process: `java` runs `program`, a source file.
     JavaPeer(char const* java, char const* program)
     {
         int to[2];
@@ -50,8 +50,7 @@ public:
         waitpid(child_, nullptr, 0);
     }
 
-    /// Returns the entries that the platform reads from a file of these bytes; nothing if it
-    /// refuses them.
+    /// Returns what the platform reads from a file of these bytes; nothing when it refuses them.
     std::optional<Entries> load(std::string_view file)
     {
         fputc('l', to_);
@@ -85,8 +84,8 @@ public:
         return file;
     }
 
-    /// Returns the processor time, in nanoseconds, that the platform takes to read the file at
-    /// `path`, without its garbage collector.
+    /// Returns how many nanoseconds of the processor the platform takes to read the file at `path`;
+    /// what its collector of unused memory takes is not in them.
     uint64_t time(std::string const& path)
     {
         fputc('t', to_);
@@ -118,7 +117,7 @@ private:
             fputc(static_cast<int>(number >> shift & 0xFF), to_);
     }
 
-    // Sends a string; `bytes` is encoded as by addUnit().
+    // Bytes as addUnit() makes them.
     void putText(std::string const& bytes)
     {
         Units units;

@@ -1,4 +1,4 @@
-// LockStates: short names for the states of read-write locks.
+// LockStates: the states of read-write locks by short names.
 #pragma once
 
 #include <Z/ZReadWriteLock.h>

@@ -22,7 +22,7 @@ PAGE = LIBRARY / "README.md"
 DRAWING = LIBRARY / "map.svg"
 
 
-class Room:
+class Section:
     """A subsystem (public modules) or a private directory (source files without a module)."""
 
     def __init__(self, title):
@@ -32,14 +32,14 @@ class Room:
         self.rows = {}  # module or file -> names in its last column
 
     def group(self):
-        """Returns the name of the room's list in CMakeLists.txt."""
+        """Returns the name of the section's list in CMakeLists.txt."""
         prefix = "Z_PRIVATE_" if self.private else "Z_"
         return prefix + self.name.upper().replace(" ", "_")
 
 
 def read_page(page):
-    """Returns the rooms in the order of the map, and the rings that it names."""
-    rooms, rings, heading = [], [], ""
+    """Returns the sections in the order of the map, and the rings that it names."""
+    sections, rings, heading = [], [], ""
     for line in page.splitlines():
         title = re.match(r"##+ (.+)", line)
         if title:
@@ -47,13 +47,13 @@ def read_page(page):
             continue
         row = re.match(r"\| `(\w+)` \|([^|]*)\|(?:([^|]*)\|)?\s*$", line)
         if row:
-            if not rooms or rooms[-1].title != heading:
-                rooms.append(Room(heading))
-            rooms[-1].rows[row.group(1)] = set(re.findall(r"`(\w+)`", row.group(3) or ""))
+            if not sections or sections[-1].title != heading:
+                sections.append(Section(heading))
+            sections[-1].rows[row.group(1)] = set(re.findall(r"`(\w+)`", row.group(3) or ""))
         ring = re.match(r"\d+\. Ring: (.+)", line)
         if ring:
             rings.append(set(re.findall(r"`([\w/]+)`", ring.group(1))))
-    return rooms, rings
+    return sections, rings
 
 
 def cmake_groups():
@@ -130,48 +130,48 @@ def find_rings(graph):
     return rings
 
 
-def check_rooms(rooms, groups):
+def check_sections(sections, groups):
     """Yields the differences between the tables, the CMake groups, headers and directories."""
-    for room in rooms:
-        rows, group = list(room.rows), groups.get(room.group())
-        if group is None and room.private:
+    for section in sections:
+        rows, group = list(section.rows), groups.get(section.group())
+        if group is None and section.private:
             group = []  # headers only
         if group is None:
-            yield f"{room.title}: CMakeLists.txt has no group {room.group()}"
+            yield f"{section.title}: CMakeLists.txt has no group {section.group()}"
             continue
         group = [name.split("/")[-1] for name in group]
-        if room.private:
-            files = {path.stem.removesuffix("_p") for path in (LIBRARY / room.name).iterdir()
+        if section.private:
+            files = {path.stem.removesuffix("_p") for path in (LIBRARY / section.name).iterdir()
                      if path.suffix in (".h", ".cpp")}
             if set(rows) != files:
-                yield f"{room.name}/: the map lists {sorted(set(rows))}, the directory {sorted(files)}"
-            rows = sorted(name for name in rows if (LIBRARY / room.name / f"{name}.cpp").exists())
+                yield f"{section.name}/: the map lists {sorted(set(rows))}, the directory {sorted(files)}"
+            rows = sorted(name for name in rows if (LIBRARY / section.name / f"{name}.cpp").exists())
         if rows != group:
-            yield f"{room.title}: the map lists {rows}, CMakeLists.txt {group}"
-        if room.private:
+            yield f"{section.title}: the map lists {rows}, CMakeLists.txt {group}"
+        if section.private:
             continue
         for module in rows:
             paragraph = header_paragraph(module)
             if paragraph is None:
                 yield f'{module}.h has no paragraph "Subsystem: ...  Stands on: ..."'
-            elif paragraph[0] != room.name:
-                yield f"{module}.h: subsystem is {paragraph[0]}, in the map it is {room.name}"
-            elif set(paragraph[1]) != room.rows[module]:
+            elif paragraph[0] != section.name:
+                yield f"{module}.h: subsystem is {paragraph[0]}, in the map it is {section.name}"
+            elif set(paragraph[1]) != section.rows[module]:
                 yield (f"{module}: the header stands on {sorted(paragraph[1])}, "
-                       f"the map says {sorted(room.rows[module])}; run map.py --update")
+                       f"the map has {sorted(section.rows[module])}; run map.py --update")
     for directory in sorted(path for path in LIBRARY.iterdir() if path.is_dir()):
-        if not any(room.private and room.name == directory.name for room in rooms):
+        if not any(section.private and section.name == directory.name for section in sections):
             yield f"{directory.name}/: the map does not list this private directory"
 
 
-def check_order(rooms, graph, rings):
+def check_order(sections, graph, rings):
     """Yields the includes that point down the map, or that a header does not name."""
     rank = {}
-    for room in rooms:
-        if room.private:
-            rank[room.name + "/"] = len(rank)
+    for section in sections:
+        if section.private:
+            rank[section.name + "/"] = len(rank)
         else:
-            for module in room.rows:
+            for module in section.rows:
                 rank[module] = len(rank)
     found = find_rings(graph)
     for ring in found:
@@ -186,10 +186,10 @@ def check_order(rooms, graph, rings):
                 continue  # reported as a missing row
             if rank[target] > rank[node] and not any({node, target} <= ring for ring in rings):
                 yield f"{node} includes {target}, which the map lists below it"
-    for room in rooms:
-        if room.private:
+    for section in sections:
+        if section.private:
             continue
-        for module, named in room.rows.items():
+        for module, named in section.rows.items():
             unnamed = {t for t in graph.get(module, ()) if not t.endswith("/")} - named
             if unnamed:
                 yield f"{module} includes {sorted(unnamed)}, which its header does not name"
@@ -210,21 +210,21 @@ def updated(page):
 def main():
     if "--update" in sys.argv[1:]:
         PAGE.write_text(updated(PAGE.read_text(encoding="utf-8")), encoding="utf-8")
-    rooms, rings = read_page(PAGE.read_text(encoding="utf-8"))
-    modules = {module for room in rooms if not room.private for module in room.rows}
+    sections, rings = read_page(PAGE.read_text(encoding="utf-8"))
+    modules = {module for section in sections if not section.private for module in section.rows}
     graph, strays = include_graph(modules)
 
     wrong = [f"{name} belongs to no module and no private directory" for name in strays]
-    wrong += check_rooms(rooms, cmake_groups())
-    wrong += check_order(rooms, graph, rings)
-    drawing = map_drawing.draw(rooms, rings, graph)
+    wrong += check_sections(sections, cmake_groups())
+    wrong += check_order(sections, graph, rings)
+    drawing = map_drawing.draw(sections, rings, graph)
     if "--update" in sys.argv[1:]:
         DRAWING.write_text(drawing, encoding="utf-8")
     elif not DRAWING.exists() or DRAWING.read_text(encoding="utf-8") != drawing:
-        wrong.append("src/Z/map.svg is not what the includes give; run ./dev docs")
+        wrong.append("src/Z/map.svg differs from the includes; run ./dev docs")
     for row in wrong:
         print(row, file=sys.stderr)
-    print(f"{len(modules)} modules, {sum(room.private for room in rooms)} private directories, "
+    print(f"{len(modules)} modules, {sum(section.private for section in sections)} private directories, "
           f"{len(rings)} rings, {len(wrong)} differences")
     return 1 if wrong else 0
 

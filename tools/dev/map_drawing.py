@@ -60,22 +60,22 @@ class Drawing:
         return "\n".join(head + self.parts + ["</svg>", ""])
 
 
-def place_rooms(drawing, rooms, home, graph):
-    """Draws the boxes; returns room -> (y, height)."""
+def place_sections(drawing, sections, home, graph):
+    """Draws the boxes; returns section -> (y, height)."""
     placed, y = {}, 40
     first_user = {}
-    for room in rooms:
-        if not room.private:
-            for module in room.rows:
+    for section in sections:
+        if not section.private:
+            for module in section.rows:
                 for target in graph.get(module, ()):
                     if target.endswith("/"):
-                        first_user.setdefault(target, room)
-    for room in rooms:
-        if room.private:
+                        first_user.setdefault(target, section)
+    for section in sections:
+        if section.private:
             continue
-        beside = [r for r in rooms if r.private and first_user.get(r.name + "/") is room]
-        height = drawing.box(LEFT, y, BOX, room.name, wrapped(room.rows, BOX - 16), "subsystem")
-        placed[room] = (y, height)
+        beside = [r for r in sections if r.private and first_user.get(r.name + "/") is section]
+        height = drawing.box(LEFT, y, BOX, section.name, wrapped(section.rows, BOX - 16), "subsystem")
+        placed[section] = (y, height)
         below = y
         for engine in beside:
             tall = drawing.box(ENGINE_X, below, ENGINE, f"{engine.name}/",
@@ -84,7 +84,7 @@ def place_rooms(drawing, rooms, home, graph):
             drawing.path(f"M{LEFT + BOX} {y + 14}L{ENGINE_X} {below + 14}")
             below += tall + GAP // 2
         y = max(y + height, below) + GAP
-    unused = [r for r in rooms if r.private and r not in placed]
+    unused = [r for r in sections if r.private and r not in placed]
     for engine in unused:  # used by private directories only
         height = drawing.box(ENGINE_X, y, ENGINE, f"{engine.name}/",
                              wrapped(engine.rows, ENGINE - 16), "private")
@@ -93,11 +93,11 @@ def place_rooms(drawing, rooms, home, graph):
     return placed
 
 
-def draw_arcs(drawing, rooms, placed, home, graph):
+def draw_arcs(drawing, sections, placed, home, graph):
     """One arc on the left for each pair of subsystems, one on the right for private directories."""
     edges = {(home[a], home[b]) for a, targets in graph.items() for b in targets
              if a in home and b in home and home[a] is not home[b]}
-    rank = {room: i for i, room in enumerate(rooms)}
+    rank = {section: i for i, section in enumerate(sections)}
     for a, b in sorted(edges, key=lambda edge: (rank[edge[0]], rank[edge[1]])):
         start, end = placed[a][0] + 8, placed[b][0] + placed[b][1] - 8
         if not a.private and not b.private:
@@ -137,18 +137,18 @@ def draw_rings(drawing, rings, graph):
     drawing.reach(0, y - 50)
 
 
-def draw(rooms, rings, graph):
+def draw(sections, rings, graph):
     """Returns the SVG document. `graph` has modules, and private directories with a final "/"."""
     home = {}
-    for room in rooms:
-        if room.private:
-            home[room.name + "/"] = room
-        for module in room.rows if not room.private else ():
-            home[module] = room
+    for section in sections:
+        if section.private:
+            home[section.name + "/"] = section
+        for module in section.rows if not section.private else ():
+            home[module] = section
     drawing = Drawing()
     drawing.text(LEFT, 24, "An arrow points to a box that another one stands on. A private directory is drawn next to "
                  "the first subsystem that uses it.")
-    placed = place_rooms(drawing, rooms, home, graph)
-    draw_arcs(drawing, rooms, placed, home, graph)
+    placed = place_sections(drawing, sections, home, graph)
+    draw_arcs(drawing, sections, placed, home, graph)
     draw_rings(drawing, rings, graph)
     return drawing.document()
