@@ -1,4 +1,4 @@
-// Text services: one character and whole texts, beside what the C library has for the same.
+// Text services: single characters and whole strings, compared with the C library.
 #include <benchmark/benchmark.h>
 #include <iconv.h>
 #include <locale.h>
@@ -26,7 +26,7 @@ constexpr Text kTexts[] = {
     {"gb18030", "GB18030", "\u914d\u7f6e level \u00e9\u4e00\n"},
 };
 
-// A text of some kilobytes in both codesets.
+// A string of a few kilobytes in both codesets.
 struct Sample {
     explicit Sample(Text const& text) : cs(qvr_cs_new(text.codeset))
     {
@@ -66,7 +66,7 @@ void walk(benchmark::State& state, Text const& text)
     setBytes(state, sample.encoded);
 }
 
-// The C library knows the codeset of its locale only: UTF-8 here.
+// The C library supports only the codeset of its locale: UTF-8 here.
 void walkInLocale(benchmark::State& state, Text const& text)
 {
     Sample const sample(text);

@@ -1,4 +1,4 @@
-// Strings: make and destroy, append, hash, compare.
+// Strings: create and destroy, append, hash, compare.
 #include <Z/ZLCString.h>
 #include <Z/ZUTF8String.h>
 #include <benchmark/benchmark.h>

@@ -11,8 +11,7 @@
 
 namespace {
 
-// Registers the contenders of one row. `braces` says the same as `format` to those who write it in
-// braces.
+// Registers the contenders of one row. `braces` is the same format in the syntax of fmt.
 template <class... Arguments>
 void row(char const* name, char const* format, char const* braces, Arguments... arguments)
 {
@@ -29,7 +28,7 @@ void row(char const* name, char const* format, char const* braces, Arguments... 
         (std::string("ZSnprintf/libc/") + name).c_str(), [=](benchmark::State& state) {
             char buffer[1024];
             for (auto _ : state) {
-                // No format uses the 0. clang warns of a call without any argument.
+                // No format uses the 0; clang warns about a call without arguments.
                 benchmark::DoNotOptimize(snprintf(buffer, sizeof buffer, format, arguments..., 0));
                 benchmark::ClobberMemory();
             }

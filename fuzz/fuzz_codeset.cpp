@@ -1,4 +1,4 @@
-// Codesets: text that converts to UTF-8 comes back as it was, and measuring agrees with converting.
+// Codesets: text that converts to UTF-8 round-trips, and measuring agrees with converting.
 #include <qvr.h>
 #include <stdint.h>
 #include <string.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Measures character by character; -1 when one is invalid.
+// Measures character by character; -1 if a character is invalid.
 ptrdiff_t measure(qvr_cs_t cs, char const* text, size_t size)
 {
     size_t at = 0;
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
                                                  back.data(), back.size());
         check(returned == static_cast<ptrdiff_t>(length), "it comes back at its length");
         check(length == 0 || memcmp(text, back.data(), length) == 0, "and with its bytes");
-        // One byte too few is never enough and never overrun.
+        // One byte too few is always reported and never overrun.
         if (converted > 0) {
             std::vector<char> tight(static_cast<size_t>(converted) - 1);
             check(qvr_to_utf8(cs, text, length, tight.data(), tight.size()) < 0,

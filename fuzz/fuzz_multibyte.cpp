@@ -1,5 +1,5 @@
-// Strings in many codesets: the functions on whole characters give what simple loops over the
-// characters give, in blocks that end at the terminator or at the length passed.
+// Strings in many codesets: the functions on whole characters return the results of simple loops
+// over the characters. Each block ends at the terminator or at the length passed.
 #include <qvr.h>
 #include <stdint.h>
 #include <string.h>
@@ -19,7 +19,7 @@ constexpr size_t kNameCount = sizeof kNames / sizeof *kNames;
 
 using Characters = std::vector<std::string>;
 
-// A text with its terminator, in a block of its own.
+// A string with its terminator, in a block of its own.
 class Text {
 public:
     explicit Text(std::string const& text)
@@ -73,7 +73,7 @@ bool contains(Characters const& characters, std::string const& character)
     return std::find(characters.begin(), characters.end(), character) != characters.end();
 }
 
-// The length of the start of `text` that is, or is not, in `set`.
+// The length of the prefix of `text` whose characters are, or are not, in `set`.
 size_t span(Characters const& text, Characters const& set, bool isIn)
 {
     size_t length = 0;
@@ -108,7 +108,7 @@ void searches(qvr_cs_t cs, Text& text, Characters const& characters, Text& other
     check(qvr_strchr(cs, text.begin(), c) == found, "strchr");
     check(qvr_strrchr(cs, text.begin(), c) == last, "strrchr");
 
-    // Where a character begins, and at the end.
+    // Character boundaries, including the end.
     std::vector<size_t> begins = {0};
     for (std::string const& character : characters)
         begins.push_back(begins.back() + character.size());
@@ -147,8 +147,8 @@ void tokens(qvr_cs_t cs, Text text, Characters const& characters, Text& delimite
     check(given == expected, "strtok");
 }
 
-// What of `n` bytes of the text is whole characters; an invalid byte is one, but not one that may
-// begin a longer character that the `n` bytes cut.
+// Checks the copying functions: they copy the whole characters in `n` bytes. An invalid byte is a
+// character of its own, unless it may start a longer character that the `n` bytes cut.
 void copies(qvr_cs_t cs, Text& text, Characters const& characters, size_t n)
 {
     std::vector<char> source(text.begin(), text.begin() + std::min(n, text.length() + 1));
@@ -196,7 +196,7 @@ void cases(qvr_cs_t cs, qvr_loc_t loc, Text& text, Text& other, size_t n)
         Text changed(text.string());
         check(change(cs, loc, changed.begin()) == changed.begin(), "the case changes in place");
         check(changed.string().size() == text.length(), "and no length does");
-        // An invalid byte may form a character with a changed byte after it.
+        // An invalid byte and a changed byte after it may form a character.
         if (!isValid(cs, text))
             continue;
         Text twice(changed.string());

@@ -1,5 +1,5 @@
-// Formatted output: formats made of the input are compared with what the platform gives for them,
-// and the input itself is read as a format, which must be one when it is accepted.
+// Formatted output: compares formats generated from the input with the platform's output, and
+// parses the input itself as a format: every accepted one must be valid.
 #include <Z/zqvrutil.h>
 #include <Z/zsnprintf.h>
 #include <stdarg.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// Numbers out of the input: two bytes each, spread over 64 bits; zeros when it has ended.
+// Numbers from the input: two bytes each, spread over 64 bits; zeros after its end.
 struct Input {
     uint8_t const* data;
     size_t size;
@@ -31,7 +31,7 @@ struct Input {
     }
 };
 
-// Bytes of the heap, so that a sanitizer sees the first one too many.
+// Formats into a heap block of `size` bytes, so that a sanitizer detects an overrun by one byte.
 std::string cutTo(size_t size, std::string const& expected, auto print)
 {
     std::vector<char> out(size);
@@ -66,7 +66,7 @@ void compareWithThePlatform(Input input)
             "the text is what the platform gives");
 }
 
-// Reads `format` with as many arguments as a format of this length can ask for.
+// Parses `format` with as many arguments as a format of this length can use.
 int parse(ZPrintfContext_6_0* context, char const* format, ...)
 {
     va_list args;
@@ -78,7 +78,7 @@ int parse(ZPrintfContext_6_0* context, char const* format, ...)
 
 constexpr size_t kLongestFormat = 64;
 
-// Reads `format` with `p` for each of its arguments.
+// Parses `format` with `p` for each of its arguments.
 int parseWith(ZPrintfContext_6_0* context, std::string const& format, void const* p)
 {
     return parse(context, format.c_str(), p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p,
@@ -86,8 +86,8 @@ int parseWith(ZPrintfContext_6_0* context, std::string const& format, void const
                  p, p, p, p, p, p, p, p, p, p, p, p, p, p, p, p);
 }
 
-// Puts values in place of the arguments that were fetched, the same in every run: where an address
-// was printed, no input would do again what it did.
+// Replaces the fetched arguments with values that are the same in every run: printed addresses
+// would make a failure irreproducible.
 void setValues(ZPrintfContext_6_0& context, uint16_t const* text)
 {
     for (int32_t i = 1; i <= context.argumentCount; ++i) {

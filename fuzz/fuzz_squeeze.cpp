@@ -1,5 +1,5 @@
-// Compression: every block comes back as it was, and a damaged stream expands, into any room,
-// exactly as inflating it step by step does.
+// Compression: every block round-trips, and a damaged stream expands into any capacity exactly as
+// stepwise inflating does.
 #include <Z/ZSqueeze.h>
 #include <stdint.h>
 #include <string.h>
@@ -16,14 +16,15 @@ using Bytes = std::vector<unsigned char>;
 
 enum Code { done = 0, dataError = -3, noRoom = -5 };
 
-// A null pointer is refused, even with no bytes.
+// A null pointer is rejected, even with no bytes.
 unsigned char* begin(Bytes& bytes)
 {
     static unsigned char none;
     return bytes.empty() ? &none : bytes.data();
 }
 
-// Expands one byte of input at a time. `out` is as long as the result may be, and is cut to it.
+// Expands one byte of input at a time. `out` has the maximum size of the result and is truncated to
+// the actual one.
 Code inflateSlowly(Bytes& in, Bytes& out)
 {
     z_stream stream = {};
@@ -67,7 +68,7 @@ void expandsAsInflated(Bytes stream, size_t room)
 
 }  // namespace
 
-// The damages, each of a kind, a place and a byte; then the block.
+// The input: damages, each with a kind, a position and a byte; then the block.
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     Choices choices(data, size);

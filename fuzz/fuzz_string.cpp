@@ -1,5 +1,5 @@
-// Strings, edited step by step, against std::string and plain loops over its characters; iterators
-// and tokenizers walk the result as those loops do.
+// Strings, edited step by step, compared with std::string and plain loops over its characters.
+// Iterators and tokenizers must visit the same parts as those loops.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStringIterator.h>
@@ -67,7 +67,7 @@ std::string replacedCharacters(std::string const& text, std::string const& set,
     return result;
 }
 
-// The byte at which the n-th character begins, counted round.
+// The offset of the n-th character, modulo the number of characters plus one.
 size_t beginOf(std::string const& text, unsigned n)
 {
     std::vector<std::string> const characters = charactersOf(text);
@@ -171,7 +171,7 @@ void edit(ZUTF8String_6_0& string, std::string& model, Choices& choices)
     check(string.getCapacity() >= string.getLength(), "the capacity holds the text");
     check(!keepsPlace || string.getCapacity() > capacity || string.getChars() == place,
           "a text that fits stays where it is");
-    // All of the room that is promised is there: a sanitizer looks.
+    // The whole capacity is writable: a sanitizer checks.
     char* const room = const_cast<char*>(string.getChars());
     for (unsigned i = string.getLength() + 1; i <= string.getCapacity(); ++i)
         room[i] = '#';

@@ -1,5 +1,5 @@
-// Reading dates: what the platform writes for a time and a format reads back as that time, and any
-// text with any format is read within its ends or leaves the result as it was.
+// Parsing dates: a time that the platform formats parses back to the same time. Any string with any
+// format is parsed within its bounds or leaves the result unchanged.
 #include <qvr.h>
 #include <stdint.h>
 #include <time.h>
@@ -24,7 +24,7 @@ enum Field : unsigned {
     clockTime = second | minute | hour
 };
 
-// Conversions that strftime() knows as well, with the fields that reading them back sets.
+// Conversions that strftime() supports too, with the fields that parsing them sets.
 struct Conversion {
     char const* text;
     unsigned fields;
@@ -51,7 +51,7 @@ bool isLocalLeapSecond(tm const& time)
 
 void readsBack(qvr_cs_t cs, Choices& choices)
 {
-    // From 1969 to 2068, which a year of two digits tells apart.
+    // From 1969 to 2068: two digits identify the year.
     uint64_t number = 0;
     for (int i = 0; i < 5; ++i)
         number = number << 8 | choices.byte();
@@ -100,7 +100,7 @@ bool isEqual(tm const& a, tm const& b)
 
 void staysWithinItsEnds(qvr_cs_t cs, Choices& choices)
 {
-    // Each with its terminator at the end of a block of the heap.
+    // Each terminator is the last byte of a heap block.
     std::string const given = choices.text(60);
     std::string const rest = choices.rest();
     std::vector<char> format(given.c_str(), given.c_str() + strlen(given.c_str()) + 1);
@@ -129,7 +129,7 @@ void staysWithinItsEnds(qvr_cs_t cs, Choices& choices)
     check(qvr_strptime(cs, nullptr, text.data(), format.data(), &again) == end &&
               isEqual(again, result),
           "reading again gives the same");
-    // What was read is enough for the same.
+    // The parsed part without the rest gives the same result.
     std::vector<char> head(text.begin(), text.begin() + (end - text.data()));
     head.push_back('\0');
     tm cut = before;

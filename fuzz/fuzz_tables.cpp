@@ -1,5 +1,5 @@
-// Alias tables and converter files: a directory of any contents is taken into use whole or not at
-// all, checking it says the same as using it, and what the library needs itself keeps its meaning.
+// Alias tables and converter files: a directory with any contents is used as a whole or not at all,
+// checking it returns the same as using it, and built-in names keep their meaning.
 #include <qvr.h>
 #include <stdint.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// A table directory, in memory where there is such a place, that goes with the process.
+// A temporary table directory, in memory if possible.
 class Tables {
 public:
     Tables() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -46,7 +46,7 @@ private:
     std::string path_;
 };
 
-// What a codeset makes of every byte.
+// The conversion of every byte by a codeset.
 std::string meaning(char const* name)
 {
     qvr_cs_t const cs = qvr_cs_new(name);
@@ -71,7 +71,7 @@ std::string canonical(char const* name)
     return qvr_canonical_loc(name, out, sizeof out) == 0 ? out : "none";
 }
 
-// Each name of the table of codesets stands for one codeset, or for none, in every look-up.
+// Each name in the table of codesets resolves to the same codeset, or to none, at every lookup.
 void namesAreStable(std::string const& table)
 {
     size_t at = 0;

@@ -1,5 +1,4 @@
-// EndlessText: a text of one character over and over, of any length, all of it on the same few
-// pages.
+// EndlessText: a string of any length that repeats one character, mapped onto a few pages.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,7 +27,7 @@ public:
             EXPECT_NE(MAP_FAILED, mmap(text_ + i * kPiece, kPiece, PROT_READ | PROT_WRITE,
                                        MAP_PRIVATE | MAP_FIXED, file, 0));
         close(file);
-        get()[count] = 0;  // a page of its own from now on
+        get()[count] = 0;  // this write gives it a page of its own
     }
     EndlessText(EndlessText const&) = delete;
     EndlessText& operator=(EndlessText const&) = delete;

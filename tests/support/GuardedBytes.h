@@ -1,4 +1,4 @@
-// GuardedBytes: bytes that end where readable memory ends, so that reading one more is a crash.
+// GuardedBytes: bytes at the end of readable memory, so that reading past them crashes.
 #pragma once
 
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-// GuardedRoom: room that ends where writable memory ends, so that writing one byte more is a crash.
+// GuardedRoom: a buffer at the end of writable memory, so that writing past it crashes.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ class GuardedRoom {
 public:
     explicit GuardedRoom(size_t most) : most_(most), bytes_(std::string(most, '~')) {}
 
-    // The last `n` bytes, at most as many as there are, filled with '~'.
+    // The last `n` bytes, at most the whole buffer, filled with '~'.
     char* last(size_t n) const
     {
         char* const room = bytes_ + (most_ - n);

@@ -1,4 +1,4 @@
-// LocalText: what the locale that a text test runs in makes of text.
+// LocalText: properties of the locale in which a text test runs.
 #pragma once
 
 #include <Z/ZLCString.h>
@@ -21,8 +21,8 @@ inline bool isSingleByteLocale()
     return MB_CUR_MAX == 1;
 }
 
-// One character outside ASCII in the local codeset and in UTF-8, and its beginning, which is no
-// character. Empty in a locale that has none.
+// A character outside ASCII in the local codeset and in UTF-8, and an invalid prefix of it. Empty
+// if the locale has none.
 struct LocalCharacter {
     std::string local;
     std::string utf8;

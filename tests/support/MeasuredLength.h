@@ -1,5 +1,5 @@
-// MeasuredLength: lets the text services give a wrong length for a character, as others that take
-// their place might, in a test program whose row says WRAP;qvr_mblen.
+// MeasuredLength: makes the text services return a wrong character length, as another
+// implementation of them might, in a test program whose row has WRAP;qvr_mblen.
 //
 //     MeasuredLength const wrong(5);
 #pragma once
@@ -8,9 +8,9 @@
 
 #include "qvr.h"
 
-inline thread_local int measuredLength = 0;  // what qvr_mblen() answers, when not 0
+inline thread_local int measuredLength = 0;  // result of qvr_mblen(), unless 0
 
-// Gives characters a length for a scope.
+// Sets the length of characters in this scope.
 class MeasuredLength {
 public:
     explicit MeasuredLength(int length) { measuredLength = length; }

@@ -1,5 +1,5 @@
-// PrintfModel: formats of several conversions out of a source of numbers, and what our formatted
-// output is to give for them: what the platform gives, but for what stands in kDifferences.
+// PrintfModel: generates formats with several conversions from random numbers, and computes the
+// output that we expect: the platform's output, except for the differences in kDifferences.
 #pragma once
 
 #include <limits.h>
@@ -65,7 +65,8 @@ inline size_t widthOf(Conversion const& c)
     return c.width == Given::none || c.widthValue < 0 ? 0 : static_cast<size_t>(c.widthValue);
 }
 
-// True when a 0 stands behind a 0 that counts, and something else than the width behind that.
+// Returns whether a second 0 follows an effective 0 flag, and anything except width digits follows
+// it.
 inline bool hasFlagBehindSecondZero(Conversion const& c)
 {
     bool zero = false;
@@ -85,9 +86,9 @@ inline bool hasFlagBehindSecondZero(Conversion const& c)
     return false;
 }
 
-// What differs: when it does, how to ask the platform for what comes closest, and how to edit its
-// answer. Without `adapt` we refuse the format. Rows are tried in their order, each on what the
-// ones before it left.
+// A difference from the platform: whether it applies, how to adapt the conversion to the closest
+// one of the platform, and how to edit the platform's output. Without `adapt` we reject the format.
+// Rows are applied in order, each to the result of the previous ones.
 struct Difference {
     char const* what;
     bool (*applies)(Conversion const& c);
@@ -219,7 +220,7 @@ int withArguments(std::vector<Value> const& values, Print print)
 {
     static char out[1 << 16];
     int const length = withArguments(values, [&](auto... arguments) {
-        // One argument more than the format asks for does no harm; none at all is warned about.
+        // An extra argument is harmless; a call without arguments gives a warning.
         return snprintf(out, sizeof out, format.c_str(), arguments..., 0);
     });
     if (length < 0 || length >= static_cast<int>(sizeof out)) {
@@ -229,8 +230,8 @@ int withArguments(std::vector<Value> const& values, Print print)
     return std::string(out, static_cast<size_t>(length));
 }
 
-// What we are to give for one conversion: the platform's answer, edited as the table says. False in
-// `known` when the table says that we refuse. Counts the rows that applied.
+// Returns our expected output for one conversion: the platform's, edited by the table. Sets `known`
+// to false if we reject the conversion. Counts the rows that applied.
 inline std::string expectedText(Conversion c, std::vector<unsigned>& hits, bool& known)
 {
     std::vector<std::pair<Difference const*, Conversion>> edits;
@@ -261,7 +262,7 @@ inline std::string expectedText(Conversion c, std::vector<unsigned>& hits, bool&
     return text;
 }
 
-// Makes conversions out of the numbers of `source`.
+// Generates conversions from the numbers of `source`.
 template <class Source>
 class Generator {
 public:
@@ -347,14 +348,14 @@ public:
         return kTexts[below(sizeof kTexts / sizeof *kTexts)];
     }
 
-    // A conversion of at most `arguments` arguments.
+    // Generates a conversion with at most `arguments` arguments.
     Conversion conversion(unsigned arguments)
     {
         Conversion c;
         for (unsigned n = below(4); n > 0; --n)
             c.flags += " #+-0'"[below(6)];
         static constexpr char kLetters[] = "diouxXdiouxXcspeEfgGeEfgG%aAF";
-        // Letters that we refuse are rare, and so are lengths.
+        // Rejected letters are rare, and so are lengths.
         c.letter = kLetters[below(oneIn(50) ? sizeof kLetters - 1 : sizeof kLetters - 4)];
         if (c.letter == '%' || arguments == 0)
             c.letter = '%';
@@ -417,13 +418,13 @@ private:
     Source random_;
 };
 
-// A format of several conversions with its arguments in order.
+// A format with several conversions, and its arguments in order.
 struct Format {
     std::string text;
     std::vector<Value> values;
 };
 
-// Spells conversions as a format. With `order` every argument is named by its number there.
+// Writes conversions as a format. With `order` each argument is referenced by its number in it.
 inline Format spell(std::vector<Conversion> const& conversions, std::vector<size_t> const* order)
 {
     Format format;
@@ -434,7 +435,8 @@ inline Format spell(std::vector<Conversion> const& conversions, std::vector<size
                                 : std::string();
     };
     for (Conversion const& c : conversions) {
-        // In a conversion the value is named first, but comes behind width and precision.
+        // In a conversion the number of the value is first, but the value follows width and
+        // precision.
         std::string width, precision;
         if (c.width == Given::argument)
             width = "*" + take(c.widthValue);
@@ -457,15 +459,16 @@ inline Format spell(std::vector<Conversion> const& conversions, std::vector<size
     return format;
 }
 
-// A format and what is to come of it.
+// A format and its expected output.
 struct Example {
     Format format;
     std::string expected;
-    bool isKnown;         // otherwise we refuse it
+    bool isKnown;         // otherwise we reject it
     bool isThePlatforms;  // no row of kDifferences applied
 };
 
-// Makes a format of up to three arguments. Counts the rows of kDifferences that applied in `hits`.
+// Generates a format with up to three arguments. Counts in `hits` the rows of kDifferences that
+// applied.
 template <class Source>
 Example example(Generator<Source>& generate, std::vector<unsigned>& hits)
 {
@@ -490,7 +493,7 @@ Example example(Generator<Source>& generate, std::vector<unsigned>& hits)
         made.isKnown = made.isKnown && known;
     }
     made.isThePlatforms = hits == before;
-    if (made.isThePlatforms)  // the platform gets the very same call
+    if (made.isThePlatforms)  // pass the platform exactly the same call
         made.expected = platformText(made.format.text, made.format.values);
     return made;
 }

@@ -60,7 +60,7 @@ private:
     std::filesystem::path path_;
 };
 
-// UTF-8 by arithmetic, apart from the code under test; surrogates too.
+// UTF-8 by arithmetic, independent of the code under test; surrogates too.
 inline std::string utf8(uint32_t value)
 {
     int const following = value < 0x80 ? 0 : value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
