@@ -55,7 +55,7 @@ constexpr char kMessage[] =
 constexpr char kMessageBraces[] =
     "The configuration file {} has an invalid value {} for key {} in stanza {}.";
 constexpr char kLiteral[] =
-    "A text without any conversion, as long as the lines of a report usually are.";
+    "A string without any conversion, as long as the usual line of a report is.";
 
 int const rows = [] {
     static int object = 0;

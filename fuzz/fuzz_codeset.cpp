@@ -40,17 +40,19 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     ptrdiff_t const converted = qvr_to_utf8(cs, text, length, utf8.data(), utf8.size());
     ptrdiff_t const measured = measure(cs, text, length);
     if (converted >= 0) {
-        check(measured == static_cast<ptrdiff_t>(length), "what converts can be measured");
+        check(measured == static_cast<ptrdiff_t>(length), "converted text can be measured");
         std::vector<char> back(length + 4);
         ptrdiff_t const returned = qvr_from_utf8(cs, utf8.data(), static_cast<size_t>(converted),
                                                  back.data(), back.size());
-        check(returned == static_cast<ptrdiff_t>(length), "it comes back at its length");
-        check(length == 0 || memcmp(text, back.data(), length) == 0, "and with its bytes");
+        check(returned == static_cast<ptrdiff_t>(length),
+              "converting back gives the original length");
+        check(length == 0 || memcmp(text, back.data(), length) == 0,
+              "converting back gives the original bytes");
         // One byte too few is always reported and never overrun.
         if (converted > 0) {
             std::vector<char> tight(static_cast<size_t>(converted) - 1);
             check(qvr_to_utf8(cs, text, length, tight.data(), tight.size()) < 0,
-                  "too little room is reported");
+                  "a short buffer is reported");
         }
     }
     qvr_cs_free(cs);

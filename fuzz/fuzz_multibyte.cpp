@@ -50,7 +50,8 @@ Characters charactersOf(qvr_cs_t cs, Text& text)
               "a character ends before the terminator");
         if (length > 1)
             for (size_t cut = 1; cut < n; ++cut)
-                check(qvr_mblen(cs, text.begin() + at, cut) == -1, "a cut character is none");
+                check(qvr_mblen(cs, text.begin() + at, cut) == -1,
+                      "a truncated character is invalid");
         characters.emplace_back(text.begin() + at, n);
         at += n;
     }
@@ -168,34 +169,37 @@ void copies(qvr_cs_t cs, Text& text, Characters const& characters, size_t n)
             whole += character.size();
         else
             break;
-    check(got.size() <= n && text.string().compare(0, got.size(), got) == 0, "it copies a start");
-    check(got.size() <= whole && whole - got.size() < qvrMbLenMax, "of as many as fit");
+    check(got.size() <= n && text.string().compare(0, got.size(), got) == 0,
+          "the copy is a prefix");
+    check(got.size() <= whole && whole - got.size() < qvrMbLenMax, "the copy is as long as fits");
     if (text.length() <= n)
         check(got.size() >= text.length() - std::min<size_t>(text.length(), qvrMbLenMax - 1),
-              "all of it if there is room");
+              "everything is copied if it fits");
     for (size_t i = 0; i < n; ++i)
-        check(copied[i] == (i < got.size() ? got[i] : '\0'), "both copy the same, and fill up");
+        check(copied[i] == (i < got.size() ? got[i] : '\0'),
+              "both copy the same, and strncpy pads with zeros");
 }
 
 void cases(qvr_cs_t cs, qvr_loc_t loc, Text& text, Text& other, size_t n)
 {
     int const order = qvr_stricmp(cs, loc, text.begin(), other.begin());
     int const reverse = qvr_stricmp(cs, loc, other.begin(), text.begin());
-    check((order > 0) == (reverse < 0) && (order < 0) == (reverse > 0), "the order has a reverse");
-    check(qvr_stricmp(cs, loc, text.begin(), text.begin()) == 0, "a text equals itself");
+    check((order > 0) == (reverse < 0) && (order < 0) == (reverse > 0),
+          "the order is antisymmetric");
+    check(qvr_stricmp(cs, loc, text.begin(), text.begin()) == 0, "a string equals itself");
     size_t const most = std::max(text.length(), other.length()) + 1;
     check(qvr_strnicmp(cs, loc, text.begin(), other.begin(), most) == order,
-          "so it is within their lengths");
+          "strnicmp with the full length agrees with stricmp");
     std::vector<char> const cut(text.begin(), text.begin() + std::min(n, text.length() + 1));
     std::vector<char> const same = cut;
     char const nothing = 0;
     check(qvr_strnicmp(cs, loc, cut.empty() ? &nothing : cut.data(),
                        same.empty() ? &nothing : same.data(), cut.size()) == 0,
-          "a start equals itself");
+          "a prefix equals itself");
     for (auto const change : {qvr_strupper, qvr_strlower}) {
         Text changed(text.string());
         check(change(cs, loc, changed.begin()) == changed.begin(), "the case changes in place");
-        check(changed.string().size() == text.length(), "and no length does");
+        check(changed.string().size() == text.length(), "the length does not change");
         // An invalid byte and a changed byte after it may form a character.
         if (!isValid(cs, text))
             continue;

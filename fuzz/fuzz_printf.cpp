@@ -36,12 +36,13 @@ std::string cutTo(size_t size, std::string const& expected, auto print)
 {
     std::vector<char> out(size);
     int const length = print(out.data(), static_cast<int>(size));
-    check(length == static_cast<int>(expected.size()), "the length does not depend on the room");
+    check(length == static_cast<int>(expected.size()),
+          "the length does not depend on the capacity");
     if (size == 0)
         return "";
     check(memchr(out.data(), '\0', size) != nullptr || expected.find('\0') != std::string::npos ||
               out[size - 1] == '\0',
-          "the text is ended");
+          "the output is terminated");
     return std::string(out.data(), std::min(size - 1, expected.size()));
 }
 
@@ -57,13 +58,13 @@ void compareWithThePlatform(Input input)
         });
     };
     if (!made.isKnown) {
-        check(print(nullptr, 0) == -1, "what is no format is refused");
+        check(print(nullptr, 0) == -1, "an invalid format is rejected");
         return;
     }
     for (size_t const size : {size_t{0}, size_t{generate.below(65)}, made.expected.size() + 1})
         check(
             cutTo(size, made.expected, print) == made.expected.substr(0, size == 0 ? 0 : size - 1),
-            "the text is what the platform gives");
+            "the output equals the platform's");
 }
 
 // Parses `format` with as many arguments as a format of this length can use.
@@ -131,17 +132,17 @@ void readAsFormat(std::string const& format)
     ZPrintfContext_6_0 context;
     int const result = parseWith(&context, format, kText);
     if (result != 0) {
-        check(result == -1, "a refusal is -1");
+        check(result == -1, "a rejection is -1");
         return;
     }
-    check(std::regex_match(format, kFormat), "what is accepted is a format");
+    check(std::regex_match(format, kFormat), "every accepted format is valid");
     char const* at = format.c_str();
     for (int32_t i = 0; i < context.conversionCount; ++i) {
         ZPrintfConversion_6_0 const& conversion = context.conversions[i];
-        check(conversion.start >= at && *conversion.start == '%', "a conversion begins with %");
-        check(conversion.end > conversion.start, "and ends behind it");
+        check(conversion.start >= at && *conversion.start == '%', "a conversion starts with %");
+        check(conversion.end > conversion.start, "a conversion ends after its %");
         check(conversion.argIndex >= 0 && conversion.argIndex <= context.argumentCount,
-              "its argument is one of those fetched");
+              "its argument was fetched");
         at = conversion.end + 1;
     }
     check(strchr(at, '%') == nullptr, "every % is a conversion");
@@ -153,20 +154,21 @@ void readAsFormat(std::string const& format)
         std::string whole(size + 1, '#');
         check(zvsnprintf_render_6_0(&context, whole.data(), length + 1) == length,
               "rendering again gives the same length");
-        check(whole[size] == '\0', "and ends the text");
-        // Cut anywhere, a character of several bytes included: the same bytes, as many as fit.
+        check(whole[size] == '\0', "rendering terminates the output");
+        // Truncated anywhere, also inside a multibyte character: the same bytes, up to the
+        // capacity.
         for (size_t const room : {size_t{1}, size / 2 + 1, size, size_t{17}}) {
             if (room > size || room == 0)
                 continue;
             std::vector<char> cut(room, '#');
             check(zvsnprintf_render_6_0(&context, cut.data(), static_cast<int>(room)) == length,
-                  "the length does not depend on the room");
+                  "the length does not depend on the capacity");
             size_t const kept = strnlen(cut.data(), room);
-            check(kept < room, "a cut text is ended");
+            check(kept < room, "truncated output is terminated");
             size_t const first = std::min(strlen(whole.c_str()), room - 1);
             check(kept <= first && memcmp(cut.data(), whole.data(), kept) == 0,
-                  "a cut text begins as the whole one");
-            check(first - kept < 8, "and is cut by no more than a character");
+                  "truncated output is a prefix of the whole");
+            check(first - kept < 8, "truncation drops at most one partial character");
         }
     }
     zvsnprintf_done_6_0(&context);

@@ -28,7 +28,7 @@ unsigned char* begin(Bytes& bytes)
 Code inflateSlowly(Bytes& in, Bytes& out)
 {
     z_stream stream = {};
-    check(inflateInit(&stream) == Z_OK, "inflating begins");
+    check(inflateInit(&stream) == Z_OK, "inflateInit succeeds");
     stream.next_in = begin(in);
     stream.next_out = begin(out);
     stream.avail_out = static_cast<unsigned>(out.size());
@@ -57,13 +57,14 @@ void expandsAsInflated(Bytes stream, size_t room)
     squeeze.setSource(begin(stream), stream.size());
     int const length = squeeze.unsqueeze(begin(made), made.size());
     if (code != done) {
-        check(length < 0, "what does not inflate does not expand");
-        check(code == noRoom || length == dataError || length == noRoom, "the code says so");
+        check(length < 0, "a stream that does not inflate does not expand");
+        check(code == noRoom || length == dataError || length == noRoom, "the code matches");
         return;
     }
-    check(length == static_cast<int>(expected.size()), "it expands to the length it inflates to");
+    check(length == static_cast<int>(expected.size()),
+          "the expanded length equals the inflated one");
     made.resize(static_cast<size_t>(length));
-    check(made == expected, "and to the same bytes");
+    check(made == expected, "the expanded bytes equal the inflated ones");
 }
 
 }  // namespace
@@ -93,16 +94,16 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     squeeze.setSource(begin(block), block.size());
     Bytes packed(block.size() + block.size() / 100 + 64);
     int const length = squeeze.squeeze(begin(packed), packed.size());
-    check(length > 0, "room for the worst case is enough");
+    check(length > 0, "a buffer for the worst case suffices");
     packed.resize(static_cast<size_t>(length));
     Bytes unpacked(block.size());
     squeeze.setSource(begin(packed), packed.size());
     check(squeeze.unsqueeze(begin(unpacked), unpacked.size()) == static_cast<int>(block.size()),
-          "it expands to its length, into just enough room");
-    check(unpacked == block, "and to its bytes");
+          "it expands into a buffer of its exact length");
+    check(unpacked == block, "it expands to its original bytes");
     Bytes tight(packed.size() - 1);
     squeeze.setSource(begin(block), block.size());
-    check(squeeze.squeeze(begin(tight), tight.size()) == noRoom, "too little room is reported");
+    check(squeeze.squeeze(begin(tight), tight.size()) == noRoom, "a short buffer is reported");
 
     for (Damage const& damage : damages) {
         size_t const at = packed.empty() ? 0 : damage.place % packed.size();

@@ -79,7 +79,7 @@ size_t beginOf(std::string const& text, unsigned n)
 
 std::string bytesOf(ZAbstractString_6_0 const& string)
 {
-    check(string.getChars()[string.getLength()] == '\0', "a text is ended");
+    check(string.getChars()[string.getLength()] == '\0', "a string is terminated");
     return {string.getChars(), string.getLength()};
 }
 
@@ -158,7 +158,7 @@ void edit(ZUTF8String_6_0& string, std::string& model, Choices& choices)
             break;
         case 14: {
             ZUTF8String_6_0 const copy(string.subString(at));
-            check(bytesOf(copy) == model.substr(at), "a part is what it is in the model");
+            check(bytesOf(copy) == model.substr(at), "a substring equals the model's");
             string = copy;
             model.erase(0, at);
             break;
@@ -167,10 +167,10 @@ void edit(ZUTF8String_6_0& string, std::string& model, Choices& choices)
             string.clear();
             model.clear();
     }
-    check(bytesOf(string) == model, "an edit gives what it gives in the model");
-    check(string.getCapacity() >= string.getLength(), "the capacity holds the text");
+    check(bytesOf(string) == model, "an edit has the result of the model");
+    check(string.getCapacity() >= string.getLength(), "the capacity is at least the length");
     check(!keepsPlace || string.getCapacity() > capacity || string.getChars() == place,
-          "a text that fits stays where it is");
+          "contents that fit do not move");
     // The whole capacity is writable: a sanitizer checks.
     char* const room = const_cast<char*>(string.getChars());
     for (unsigned i = string.getLength() + 1; i <= string.getCapacity(); ++i)
@@ -182,10 +182,11 @@ void walk(ZUTF8String_6_0 const& string, std::string const& model, Choices& choi
     ZUTF8String_6_0 target;
     ZStringIterator_6_0 characters(string, target);
     for (std::string const& character : charactersOf(model)) {
-        check(characters.hasMore(), "a character follows");
-        check(characters.getNext() == &target && bytesOf(target) == character, "the next one");
+        check(characters.hasMore(), "there is a next character");
+        check(characters.getNext() == &target && bytesOf(target) == character,
+              "getNext() returns the model's part");
     }
-    check(!characters.hasMore(), "and no more");
+    check(!characters.hasMore(), "there are no more characters");
     check(bytesOf(*characters.getNext()).empty(), "the target is emptied at the end");
 
     std::string const set = textOf(choices, 4);
@@ -206,17 +207,18 @@ void walk(ZUTF8String_6_0 const& string, std::string const& model, Choices& choi
             ZStringTokenizer_6_0 copy(tokenizer);
             ZArrayList_6_0 others(2, 1);
             copy.list(others);
-            check(others.size() == tokens.size() - i, "the others are listed");
+            check(others.size() == tokens.size() - i, "list() adds all remaining tokens");
             for (unsigned n = 0; n < others.size(); ++n)
                 check(bytesOf(static_cast<ZAbstractString_6_0 const&>(*others.get(n))) ==
                           tokens[i + n],
-                      "each of them");
+                      "list() adds the tokens of the model");
         }
-        check(tokenizer.hasMore(), "a token follows");
-        check(tokenizer.skipOther(delimiters) == tokens[i].size(), "as long as it is");
-        check(bytesOf(*tokenizer.getNext()) == tokens[i], "the next one");
+        check(tokenizer.hasMore(), "there is a next token");
+        check(tokenizer.skipOther(delimiters) == tokens[i].size(),
+              "skipOther() returns the token's length");
+        check(bytesOf(*tokenizer.getNext()) == tokens[i], "getNext() returns the model's part");
     }
-    check(!tokenizer.hasMore(), "and no more tokens");
+    check(!tokenizer.hasMore(), "there are no more tokens");
     check(bytesOf(*tokenizer.getNext()).empty(), "the target is emptied");
 }
 

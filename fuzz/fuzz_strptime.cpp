@@ -73,13 +73,13 @@ void readsBack(qvr_cs_t cs, Choices& choices)
     }
     char written[512];
     size_t const length = strftime(written, sizeof written, format.c_str(), &time);
-    check(length > 0, "there is room");
+    check(length > 0, "the buffer suffices");
     std::vector<char> const text(written, written + length + 1);
     tm result = {};
     char const* const end = qvr_strptime(cs, nullptr, text.data(), format.c_str(), &result);
-    check(end == text.data() + length, "what the platform writes is read to its end");
+    check(end == text.data() + length, "a date of the platform is parsed to its end");
     auto const same = [&](unsigned field, int got, int expected) {
-        check((fields & field) == 0 || got == expected, "each field is what was written");
+        check((fields & field) == 0 || got == expected, "each field has its original value");
     };
     same(second, result.tm_sec, time.tm_sec);
     same(minute, result.tm_min, time.tm_min);
@@ -114,28 +114,28 @@ void staysWithinItsEnds(qvr_cs_t cs, Choices& choices)
     tm result = before;
     char const* const end = qvr_strptime(cs, nullptr, text.data(), format.data(), &result);
     if (end == nullptr) {
-        check(isEqual(before, result), "a text that does not match leaves the result as it was");
+        check(isEqual(before, result), "a string that does not match leaves the result unchanged");
         return;
     }
-    check(end >= text.data() && end < text.data() + text.size(), "reading ends within the text");
+    check(end >= text.data() && end < text.data() + text.size(), "parsing ends inside the string");
     check(result.tm_sec >= 0 && result.tm_sec <= 61 && result.tm_min >= 0 && result.tm_min <= 59 &&
               result.tm_hour >= 0 && result.tm_hour <= 23,
-          "the time is one");
+          "the time is valid");
     check(result.tm_mon >= 0 && result.tm_mon <= 11 && result.tm_mday >= 0 &&
               result.tm_mday <= 31 && result.tm_wday >= 0 && result.tm_wday <= 6 &&
               result.tm_yday >= 0 && result.tm_yday <= 365,
-          "the date is one");
+          "the date is valid");
     tm again = before;
     check(qvr_strptime(cs, nullptr, text.data(), format.data(), &again) == end &&
               isEqual(again, result),
-          "reading again gives the same");
+          "parsing again gives the same");
     // The parsed part without the rest gives the same result.
     std::vector<char> head(text.begin(), text.begin() + (end - text.data()));
     head.push_back('\0');
     tm cut = before;
     char const* const cutEnd = qvr_strptime(cs, nullptr, head.data(), format.data(), &cut);
     check(cutEnd == head.data() + head.size() - 1 && isEqual(cut, result),
-          "what was read reads alone");
+          "the parsed part parses without the rest");
 }
 
 }  // namespace

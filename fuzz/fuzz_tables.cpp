@@ -17,8 +17,8 @@ class Tables {
 public:
     Tables() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
     {
-        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
-        check(mkdir((path_ + "/converters").c_str(), 0700) == 0, "and for another");
+        check(mkdtemp(path_.data()) != nullptr, "a temporary directory is created");
+        check(mkdir((path_ + "/converters").c_str(), 0700) == 0, "its subdirectory is created");
     }
     ~Tables()
     {
@@ -57,7 +57,7 @@ std::string meaning(char const* name)
         char const text = static_cast<char>(byte);
         char out[16];
         ptrdiff_t const length = qvr_to_utf8(cs, &text, 1, out, sizeof out);
-        check(length <= static_cast<ptrdiff_t>(sizeof out), "no byte becomes a long text");
+        check(length <= static_cast<ptrdiff_t>(sizeof out), "no byte converts to a long string");
         all += length < 0 ? "-" : std::string(out, static_cast<size_t>(length));
         all += ',';
     }
@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     static char const* const kBuiltIn[] = {"UTF-8", "utf8", "US-ASCII", "ISO-8859-1",
                                            "windows-1252"};
     static std::string const kMeanings = [] {
-        check(qvr_set_dir(none.path()) == 0, "an empty directory is one");
+        check(qvr_set_dir(none.path()) == 0, "an empty directory is valid");
         std::string all;
         for (char const* name : kBuiltIn)
             all += meaning(name);
@@ -116,29 +116,29 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     if ((what & 0xF8) == 0x88)
         tables.write(Tables::kForeign, converter);
 
-    check(qvr_set_dir(none.path()) == 0, "an empty directory is one");
+    check(qvr_set_dir(none.path()) == 0, "an empty directory is valid");
     std::string const before = canonical("german") + meaning("fuzzed");
     char problem[300] = "untouched";
     int const checked = qvr_check_dir(tables.path(), problem, sizeof problem);
     check(canonical("german") + meaning("fuzzed") == before, "checking changes nothing");
     int const set = qvr_set_dir(tables.path());
-    check(set == checked, "checking says the same as using");
-    check((set == 0) == (*problem == '\0'), "a bad directory has a problem, a good one none");
+    check(set == checked, "checking returns the same as using");
+    check((set == 0) == (*problem == '\0'), "exactly a bad directory has a problem");
     char cut[8] = "1234567";
     qvr_check_dir(tables.path(), cut, sizeof cut);
     check(std::string(problem).compare(0, strlen(cut), cut) == 0 && strlen(cut) < sizeof cut,
-          "a problem is cut to its room");
+          "a problem is truncated to its buffer");
     if (set != 0) {
         check(canonical("german") + meaning("fuzzed") == before, "a bad directory changes nothing");
-        check(strstr(problem, "; ") != nullptr, "the problem says what to do");
+        check(strstr(problem, "; ") != nullptr, "the problem contains a remedy");
     } else {
-        check((what & 0xF8) != 0x88, "no converter file is UTF-8");
+        check((what & 0xF8) != 0x88, "a converter file called UTF-8 is rejected");
         namesAreStable(codesets);
     }
     std::string meanings;
     for (char const* name : kBuiltIn)
         meanings += meaning(name);
     check(meanings == kMeanings, "built-in names keep their meaning");
-    check(canonical("POSIX") == kC && canonical("C") == "C", "and so does the locale C");
+    check(canonical("POSIX") == kC && canonical("C") == "C", "the locale C keeps its meaning");
     return 0;
 }

@@ -105,21 +105,21 @@ constexpr char kReal[] = "eEfgG";
 constexpr char kInteger[] = "diouxX";
 
 inline Difference const kDifferences[] = {
-    {"hh, j, z and t are no lengths",
+    {"hh, j, z and t are not lengths",
      [](Conversion const& c) {
          return c.length == "hh" || c.length == "j" || c.length == "z" || c.length == "t";
      },
      nullptr, asItIs},
-    {"h and l do not go with doubles",
+    {"h and l are invalid for doubles",
      [](Conversion const& c) { return c.isOneOf(kReal) && (c.length == "h" || c.length == "l"); },
      nullptr, asItIs},
-    {"a, A and F are no conversions", [](Conversion const& c) { return c.isOneOf("aAF"); }, nullptr,
-     asItIs},
-    {"a second 0 begins the width", hasFlagBehindSecondZero, nullptr, asItIs},
-    {"texts, pointers and % know no length",
+    {"a, A and F are not conversions", [](Conversion const& c) { return c.isOneOf("aAF"); },
+     nullptr, asItIs},
+    {"a second 0 starts the width", hasFlagBehindSecondZero, nullptr, asItIs},
+    {"a length has no effect on strings, pointers and %",
      [](Conversion const& c) { return c.isOneOf("scp%") && !c.length.empty(); },
      [](Conversion& c) { c.length.clear(); }, asItIs},
-    {"L and q are ll for integers; to the platform only while arguments are not numbered",
+    {"L and q are ll for integers; on the platform only without argument numbers",
      [](Conversion const& c) {
          return c.isOneOf(kInteger) && (c.length == "L" || c.length == "q");
      },
@@ -130,17 +130,17 @@ inline Difference const kDifferences[] = {
          c.value = int{'%'};
      },
      asItIs},
-    {"the 0 flag does nothing for texts",
+    {"the 0 flag has no effect on strings",
      [](Conversion const& c) { return c.isOneOf("sc") && c.has('0'); },
      [](Conversion& c) { c.drop('0'); }, asItIs},
-    {"a null text is empty", [](Conversion const& c) { return c.letter == 's' && c.isZero(); },
+    {"a null string is empty", [](Conversion const& c) { return c.letter == 's' && c.isZero(); },
      [](Conversion& c) { c.value = ""; }, asItIs},
-    {"a negative width does nothing, but for doubles",
+    {"a negative width has no effect, except on doubles",
      [](Conversion const& c) {
          return !c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0;
      },
      [](Conversion& c) { c.width = Given::none; }, asItIs},
-    {"a negative width of a double clears the 0 flag; to the platform only while unnumbered",
+    {"a negative width of a double clears the 0 flag; on the platform only without numbers",
      [](Conversion const& c) {
          return c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0 && c.has('0');
      },
@@ -153,13 +153,13 @@ inline Difference const kDifferences[] = {
     {"integers are not grouped",
      [](Conversion const& c) { return c.isOneOf(kInteger) && c.has('\''); },
      [](Conversion& c) { c.drop('\''); }, asItIs},
-    {"# does not save the digit of an octal 0 of precision 0",
+    {"# does not keep the digit of an octal 0 with precision 0",
      [](Conversion const& c) {
          return c.letter == 'o' && c.has('#') && c.isZero() && c.hasPrecision() &&
                 c.precisionValue == 0;
      },
      [](Conversion& c) { c.drop('#'); }, asItIs},
-    {"zeros of the 0 flag stand before the sign",
+    {"zeros of the 0 flag precede the sign",
      [](Conversion const& c) {
          return c.isOneOf("di") && c.has('0') && !c.has('-') && !c.hasPrecision() && widthOf(c) > 0;
      },
@@ -172,7 +172,7 @@ inline Difference const kDifferences[] = {
                          text.begin() + static_cast<ptrdiff_t>(digits));
          return text;
      }},
-    {"# gives a hexadecimal 0 its prefix, which the padding does not count",
+    {"# gives a hexadecimal 0 a prefix, which padding does not include",
      [](Conversion const& c) { return c.isOneOf("xX") && c.has('#') && c.isZero(); },
      [](Conversion& c) { c.drop('#'); },
      [](std::string text, Conversion const& c) {
@@ -180,7 +180,7 @@ inline Difference const kDifferences[] = {
          size_t const at = isZeroPadded || c.has('-') ? 0 : std::min(text.find('0'), text.size());
          return text.insert(at, {'0', c.letter});
      }},
-    {"a pointer is a hexadecimal number with prefix and padded with zeros",
+    {"a pointer is a hexadecimal number with a prefix, padded with zeros",
      [](Conversion const& c) { return c.letter == 'p'; },
      [](Conversion& c) {
          c.letter = 'x';
@@ -224,7 +224,7 @@ int withArguments(std::vector<Value> const& values, Print print)
         return snprintf(out, sizeof out, format.c_str(), arguments..., 0);
     });
     if (length < 0 || length >= static_cast<int>(sizeof out)) {
-        std::fprintf(stderr, "the platform refuses \"%s\"\n", format.c_str());
+        std::fprintf(stderr, "the platform rejects \"%s\"\n", format.c_str());
         std::abort();
     }
     return std::string(out, static_cast<size_t>(length));
@@ -343,8 +343,8 @@ public:
             "a",
             "abc",
             "hello, world",
-            "%d is no conversion here",
-            "a text that is longer than most of the widths that are generated"};
+            "%d is not a conversion here",
+            "a string that is longer than most of the generated widths"};
         return kTexts[below(sizeof kTexts / sizeof *kTexts)];
     }
 
