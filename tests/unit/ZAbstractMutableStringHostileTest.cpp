@@ -1,4 +1,4 @@
-// Strings under abuse: random operations beside a small model, arguments that lie in the string's
+// Strings under abuse: random operations compared with a small model, arguments inside the string's
 // own text, positions and lengths at the limits of their types, and failing streams.
 
 #include <Z/ZAbstractMutableString.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-// What a string holds and how far its buffer reaches.
+// The contents and the capacity of a string.
 struct Model {
     std::string text;
     size_t capacity = 95;
@@ -54,7 +54,7 @@ std::string replaced(std::string const& text, std::string const& what, std::stri
     return result + text.substr(from);
 }
 
-// The pieces that random texts are made of: whole characters of the string's codeset.
+// Building blocks of random strings: whole characters of the string's codeset.
 template <class String>
 std::vector<std::string> pieces();
 
@@ -73,7 +73,7 @@ std::vector<std::string> pieces<ZLCString_6_0>()
     return result;
 }
 
-// Cuts a text of such pieces into its characters.
+// Splits such a string into its characters.
 std::vector<std::string> characters(std::string const& text, std::vector<std::string> const& known)
 {
     std::vector<std::string> result;
@@ -119,9 +119,9 @@ TYPED_TEST(StringUnderAbuse, BehavesAsAModel)
         for (int step = 0; step < 400; ++step) {
             size_t const op = below(24);
             SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(op));
-            // Every fourth argument lies in the string's own text.
+            // Every fourth argument is inside the string's own text.
             bool const own = below(4) == 0;
-            // Where characters begin, so that no operation cuts one.
+            // Character boundaries: no operation splits a character.
             std::vector<size_t> places = {0};
             for (std::string const& c : characters(model.text, known))
                 places.push_back(places.back() + c.size());
@@ -211,7 +211,7 @@ TYPED_TEST(StringUnderAbuse, BehavesAsAModel)
                     break;
                 }
                 case 13: {
-                    // Text that lies in the string itself, on both sides.
+                    // Text inside the string itself, on both sides.
                     string.replace(known[0].c_str(), given);
                     model.set(replaced(model.text, known[0], value));
                     break;
@@ -444,7 +444,7 @@ TYPED_TEST(StringUnderAbuse, ASetMayWalkTheStringItself)
     EXPECT_STREQ("--a--a--a--", string.getChars());
 }
 
-// A stream buffer that gives some bytes and then throws.
+// A stream buffer that returns some bytes and then throws.
 class ThrowingBuffer : public std::streambuf {
 public:
     explicit ThrowingBuffer(std::string text) : text_(std::move(text))

@@ -35,7 +35,7 @@ std::string textOf(ZAbstractString_6_0 const& string)
     return std::string(string.getChars(), string.getLength());
 }
 
-// The rule by which a buffer grows: by what is required and a fifth of that.
+// The growth of the capacity: by the required size and a fifth of it.
 unsigned grown(size_t required)
 {
     return static_cast<unsigned>(required + (required + 7) / 5);
@@ -46,12 +46,12 @@ std::string filled(size_t length, char c = 'x')
     return std::string(length, c);
 }
 
-// What the conversion answers in place of the text services; 0 lets them answer.
+// The result of the conversion in place of the text services; 0: call them.
 ptrdiff_t conversionResult = 0;
 
 }  // namespace
 
-// Stand before the text services' own, so that a test can choose the result.
+// Override the text services' functions, so that a test can choose the result.
 extern "C" ptrdiff_t qvr_to_utf8(qvr_cs_t cs, char const* src, size_t srcLen, char* dst,
                                  size_t dstLen)
 {
@@ -72,7 +72,7 @@ extern "C" ptrdiff_t qvr_from_utf8(qvr_cs_t cs, char const* src, size_t srcLen, 
     return next(cs, src, srcLen, dst, dstLen);
 }
 
-// What both codesets share runs in both.
+// Tests of the behaviour that both codesets share.
 template <class String>
 class ZAbstractMutableString : public testing::Test {
 };
@@ -160,13 +160,13 @@ TYPED_TEST(ZAbstractMutableString, Byte96MovesTheTextToTheHeap)
     EXPECT_EQ(116u, string.getCapacity());
     EXPECT_NE(inside, string.getChars());
     EXPECT_EQ(filled(95) + "y", textOf(string));
-    // Nothing happens as long as the text fits.
+    // Nothing happens while the text fits.
     for (int i = 0; i < 20; ++i)
         string.append('z');
     EXPECT_EQ(116u, string.getCapacity());
     string.append('z');
     EXPECT_EQ(grown(117), string.getCapacity());
-    // Never back, and never smaller.
+    // The buffer never returns and never shrinks.
     string.clear();
     EXPECT_EQ(grown(117), string.getCapacity());
     EXPECT_STREQ("", string.getChars());
@@ -206,7 +206,7 @@ TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
         EXPECT_EQ(grown(grown(length) + 1), string.getCapacity());
         EXPECT_EQ(expected + "z", textOf(string));
 
-        // Up to the capacity: by its own text, and by others.
+        // Up to the capacity: with its own text, and with other text.
         size_t const slack = grown(length) - length;
         std::string const some = filled(slack, 's');
         TypeParam own(filled(length).c_str());
@@ -346,7 +346,7 @@ TYPED_TEST(ZAbstractMutableString, SetCapacityGrowsExactlyAndNeverShrinks)
 
 TYPED_TEST(ZAbstractMutableString, ALengthThatDoesNotFitRaises)
 {
-    char const* const volatile hidden = "x";  // or the compiler warns of the lie
+    char const* const volatile hidden = "x";  // or the compiler warns about the false length
     char const* const x = hidden;
     TypeParam string("text");
     EXPECT_TRUE(
@@ -363,7 +363,7 @@ TYPED_TEST(ZAbstractMutableString, ALengthThatDoesNotFitRaises)
         raises<ZOutOfMemoryException_6_0>(1, kSource, 436, [&] { TypeParam(x, UINT_MAX); }));
 }
 
-// 20 KB whose every byte becomes 300 KB: 6 GB, which 32 bits would take for 1.7 GB.
+// 20 KB in which every byte becomes 300 KB: 6 GB, which 32 bits would truncate to 1.7 GB.
 TYPED_TEST(ZAbstractMutableString, AReplacementThatDoesNotFitRaises)
 {
     TypeParam string(filled(20000, 'a').c_str());
@@ -461,7 +461,7 @@ TYPED_TEST(ZAbstractMutableString, PrependGivesBackABufferThatIsNotNeeded)
     struct Case {
         char const* name;
         size_t length;
-        unsigned capacity;  // set before
+        unsigned capacity;  // requested first
         size_t more;
         unsigned after;
     };
@@ -704,14 +704,13 @@ TYPED_TEST(ZAbstractMutableString, IteratorsAreTakenFromTheirStart)
     own.getNext();
     EXPECT_EQ(&base, &base.replaceNoneOf(own, "a", filled(50).c_str()));
     EXPECT_EQ(filled(50) + "a" + filled(50) + "a" + filled(50) + "a", textOf(string));
-    EXPECT_EQ("x", textOf(*own.getNext()));  // it stands at the start of the new text
+    EXPECT_EQ("x", textOf(*own.getNext()));  // it is at the start of the new text
     base.replaceNoneOf(own, nullptr, "-");
     base.replaceNoneOf(own, "a", nullptr);
     EXPECT_EQ(153u, string.getLength());
 }
 
-// An iterator of the caller's decides what a character is: here it is two words and what lies
-// between them.
+// A caller's iterator defines the characters: here two words and the text between them.
 TYPED_TEST(ZAbstractMutableString, CharactersOfForeignIteratorsMayHaveAnyLength)
 {
     class Pieces : public ZStringIterator_6_0 {
@@ -740,8 +739,7 @@ TYPED_TEST(ZAbstractMutableString, CharactersOfForeignIteratorsMayHaveAnyLength)
     EXPECT_EQ("<><>n<>", textOf(string));
 }
 
-// ---- Text of the own buffer
-// ----------------------------------------------------------------------
+// ---- Text of the own buffer --------------------------------------------------------------------
 
 TYPED_TEST(ZAbstractMutableString, ArgumentsMayBePartsOfTheString)
 {
@@ -799,7 +797,7 @@ TYPED_TEST(ZAbstractMutableString, ArgumentsMayBePartsOfTheString)
         {"format itself", [](Base& s, char const* p) { s.format(p); },
          [](Text, Text p) { return p; }},
     };
-    // Short, filling the inline buffer, on the heap with room, on the heap without.
+    // Short, filling the inline buffer, on the heap with spare capacity, on the heap without.
     for (size_t length : {10u, 60u, 95u, 96u, 116u, 700u}) {
         std::string text;
         for (size_t i = 0; i < length; ++i)
@@ -825,8 +823,7 @@ TYPED_TEST(ZAbstractMutableString, ConvertsAViewOfItself)
     }
 }
 
-// ---- Formatting, reading
-// -------------------------------------------------------------------------
+// ---- Formatting, reading -----------------------------------------------------------------------
 
 TYPED_TEST(ZAbstractMutableString, FormatReplaces)
 {
@@ -857,7 +854,7 @@ TYPED_TEST(ZAbstractMutableString, ATextThatCannotBeFormattedChangesNothing)
     EXPECT_EQ("before", textOf(string));
     EXPECT_EQ(&string, &string.format("%2147483647d%d", 1, 1));
     EXPECT_EQ("before", textOf(string));
-    // The platform needs memory for so many digits, the second time as well.
+    // The platform allocates for so many digits, also in the second call.
     std::string const half = textOf(string.format("%17000.16500Lf", 0.5L));
     ASSERT_EQ(17000u, half.size());
     bool failed = true;
@@ -935,8 +932,7 @@ TYPED_TEST(ZAbstractMutableString, ComparesWithText)
     EXPECT_FALSE(base != "text");
 }
 
-// ---- Characters outside ASCII
-// --------------------------------------------------------------------
+// ---- Characters outside ASCII ------------------------------------------------------------------
 
 TEST(ZAbstractMutableStringText, OnlyWholeLocalCharactersAreReplaced)
 {
@@ -949,7 +945,7 @@ TEST(ZAbstractMutableStringText, OnlyWholeLocalCharactersAreReplaced)
     whole.replace(wide.c_str(), "-");
     EXPECT_STREQ("a-b-", whole);
 
-    // A byte of a longer character is no character.
+    // A byte of a longer character is not a character.
     ZLCString_6_0 part(("a" + wide).c_str());
     part.replace(wide.back(), 'x');
     EXPECT_EQ(wide.size() == 1 ? "ax" : "a" + wide, textOf(part));
@@ -986,7 +982,7 @@ TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyRaises)
 
 TEST(ZAbstractMutableStringText, ALargeSetCostsNoMoreThanTextAndSet)
 {
-    // Every character from U+4E00 to U+9FFF, and a text of them and of others.
+    // Every character from U+4E00 to U+9FFF, and a string of these and other characters.
     std::string set, text, ofSet, ofOthers;
     for (unsigned value = 0x4E00; value < 0xA000; ++value)
         set +=
@@ -1010,7 +1006,7 @@ TEST(ZAbstractMutableStringText, ALargeSetCostsNoMoreThanTextAndSet)
     EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
-// Characters that crowd together in a table if its hash is the usual one of the golden ratio.
+// Characters that collide in a table whose hash is the common one of the golden ratio.
 TEST(ZAbstractMutableStringText, ASetOfChosenCharactersCostsNoMore)
 {
     std::string set;
@@ -1027,7 +1023,7 @@ TEST(ZAbstractMutableStringText, ASetOfChosenCharactersCostsNoMore)
         size_t const slot = (spread ^ spread >> 32) & 0xFFFF;
         if (slot >= 0x800)
             continue;
-        // Every slot of the crowd is taken; the text looks for the end of it from its beginning.
+        // Every colliding slot is taken; each lookup scans all of them.
         if (members < 32000 && members % 32 != 31)
             set += character;
         else if (slot < 0x100)
@@ -1045,7 +1041,8 @@ TEST(ZAbstractMutableStringText, ASetOfChosenCharactersCostsNoMore)
     EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
-// In EUC-JP the second byte of one character and the first of the next look like a third.
+// In EUC-JP the second byte of one character and the first byte of the next look like a third
+// character.
 TEST(ZAbstractMutableStringText, ATextAcrossTwoCharactersIsNotFound)
 {
     if (localCodeset() != "EUC-JP")
@@ -1180,12 +1177,11 @@ TEST(ZAbstractMutableStringText, ConversionSetsTheCapacity)
     }
 }
 
-// ---- Against a model
-// -----------------------------------------------------------------------------
+// ---- Against a model ---------------------------------------------------------------------------
 
 namespace {
 
-// Is what ZAbstractMutableString_6_0 promises for ASCII text.
+// The contract of ZAbstractMutableString_6_0 for ASCII text.
 class Model {
 public:
     explicit Model(bool keepsFirst) : keepsFirst_(keepsFirst) {}
@@ -1231,7 +1227,7 @@ public:
     }
 
 private:
-    bool keepsFirst_;  // stripTrailing() does not look at position 0
+    bool keepsFirst_;  // stripTrailing() does not examine position 0
 };
 
 }  // namespace
@@ -1244,7 +1240,7 @@ TYPED_TEST(ZAbstractMutableString, BehavesLikeAModelUnderRandomOperations)
     std::mt19937 random(kSeed);
     auto const below = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
     auto const someText = [&] {
-        // Now and then long, so that every growth is met; mostly short.
+        // Occasionally long, so that all growth occurs; mostly short.
         size_t const length = below(20) == 0 ? below(300) : below(12);
         std::string text;
         while (text.size() < length)
@@ -1411,8 +1407,7 @@ TYPED_TEST(ZAbstractMutableString, BehavesLikeAModelUnderRandomOperations)
     }
 }
 
-// ---- Memory that is not there
-// --------------------------------------------------------------------
+// ---- Memory that is not there ------------------------------------------------------------------
 
 TYPED_TEST(ZAbstractMutableString, AFailedAllocationLeavesTheStringAsItWas)
 {
@@ -1488,8 +1483,7 @@ TYPED_TEST(ZAbstractMutableString, ReadLineKeepsWhatItHasReadWhenMemoryEnds)
     EXPECT_EQ(filled(95), textOf(line));
 }
 
-// ---- Kept behaviours
-// -----------------------------------------------------------------------------
+// ---- Kept behaviours ---------------------------------------------------------------------------
 
 template <class String>
 void keepsSkipFlagOn()

@@ -1,4 +1,4 @@
-// Texts at the end of what an int and 32 bits count.
+// Strings near the limits of an int and of 32 bits.
 #include <Z/ZException.h>
 #include <Z/ZUTF8String.h>
 #include <gtest/gtest.h>
@@ -12,12 +12,12 @@ namespace {
 constexpr char kSource[] = "src/Z/ZAbstractString";
 constexpr unsigned kMaxLength = 0xFFFFFFFE;
 
-// A view of a text of `length` bytes x.
+// A view of `length` bytes x.
 class LongView {
 public:
     explicit LongView(size_t length) : text_('x', length), view(text_.get()) {}
 
-    // Puts `c` at `at`.
+    // Stores `c` at `at`.
     void put(size_t at, char c) { text_.get()[at] = c; }
 
 private:

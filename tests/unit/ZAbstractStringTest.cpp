@@ -35,7 +35,7 @@ int sign(int number)
     return number < 0 ? -1 : number > 0;
 }
 
-// A text of `length` bytes x that takes little memory: the same few megabytes over and over.
+// A string of `length` bytes x that uses little memory: it maps the same few megabytes repeatedly.
 class LongText {
 public:
     explicit LongText(size_t length) : room_(length / kPiece * kPiece + kPiece)
@@ -66,12 +66,12 @@ private:
     char* text_;
 };
 
-// The name of the codeset that cannot be had, in a child process that tests the failure.
+// The codeset that is unavailable, in a child process that tests the failure.
 char const* missingCodeset = nullptr;
 
 }  // namespace
 
-// Stands before the text services' own, so that a test can make it fail.
+// Overrides the function of the text services, so that a test can make it fail.
 extern "C" qvr_cs_t qvr_cs_new(char const* name)
 {
     if (missingCodeset != nullptr && (*missingCodeset == 0 || std::string(name) == missingCodeset))
@@ -83,8 +83,8 @@ extern "C" qvr_cs_t qvr_cs_new(char const* name)
 
 // ---- The first string ------------------------------------------------------------------------
 
-// Eight threads at once, none of which has made a string before: each sees both handles. Meant
-// for ThreadSanitizer as well, in a process of its own.
+// Eight threads at the same time, none of which has created a string before: each sees both
+// handles. In a process of its own; also intended for ThreadSanitizer.
 TEST(ZAbstractStringDeathTest, EightThreadsMakeTheFirstString)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -130,7 +130,7 @@ TEST(ZAbstractStringDeathTest, TheFirstStringWithoutQvrdirEndsTheProcess)
         "set\\.");
 }
 
-// The report of a missing codeset is an exception with strings inside, which want the codeset.
+// The report of a missing codeset is an exception that contains strings, which need the codeset.
 TEST(ZAbstractStringDeathTest, AMissingCodesetIsReportedOnceAndEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -144,7 +144,7 @@ TEST(ZAbstractStringDeathTest, AMissingCodesetIsReportedOnceAndEndsTheProcess)
             testing::KilledBySignal(SIGABRT),
             "^Exception: ZCodesetException\n File: \"src/Z/zqvrutil\" 129\n Error: 47\n Thread: "
             "[-0-9]+\nNUM_MSGS = [0-9]+\nCodeset handle create failed for codeset \"[^\"]+\".  "
-            // An emulator adds a line of its own about the signal.
+            // An emulator adds a line about the signal.
             "QVRDIR is \"[^\"]+\"\n?(qemu: [^\n]*\n?)?$");
     }
 }
@@ -355,7 +355,7 @@ TEST(ZAbstractString, ContainsSaysWhetherThereIsOne)
     EXPECT_FALSE(text.contains('d'));
 }
 
-// Texts longer than some words, at the beginning, the end and every place between.
+// Strings longer than a few machine words, at the start, the end and every position between.
 TEST(ZAbstractString, LongTextsAreFoundWhereverTheyAre)
 {
     for (size_t length : {31u, 32u, 33u, 34u, 100u}) {
@@ -364,7 +364,7 @@ TEST(ZAbstractString, LongTextsAreFoundWhereverTheyAre)
             SCOPED_TRACE(std::to_string(before) + " before " + std::to_string(length));
             std::string text = std::string(before, 'x');
             if (before % 2 == 0 && before > 0)
-                text.back() = 'a';  // the text then matches one place earlier in part
+                text.back() = 'a';  // the text then has a partial match one position earlier
             text += needle;
             PageEnd const end(text);
             PageEnd const wanted(needle);
@@ -405,7 +405,7 @@ TEST(ZAbstractString, LastIndexOfGivesTheLastPosition)
         char const* text;
         char const* wanted;
         int ofText;
-        int ofByte;  // for the first byte of `wanted`
+        int ofByte;  // result for the first byte of `wanted`
     };
     Case const cases[] = {
         {"abc", "b", 1, 1},     {"abcb", "b", 3, 3},    {"abc", "a", 0, 0},
@@ -646,8 +646,7 @@ TEST(ZAbstractString, AViewMayBeReadByThreadsAtOnce)
     EXPECT_EQ(32u, total);
 }
 
-// ---- Kept behaviours
-// -----------------------------------------------------------------------------
+// ---- Kept behaviours ---------------------------------------------------------------------------
 
 TEST(ZAbstractString, KeepsCountingBytes)
 {
@@ -688,7 +687,7 @@ TEST(ZAbstractString, KeepsNegatedLast)
 
 namespace {
 
-// A string whose accessors tell another text than its buffer holds.
+// A string whose accessors return other text than its buffer has.
 template <class String>
 class Masked : public String {
 public:
@@ -697,7 +696,7 @@ public:
     unsigned int getLength() const override { return 4; }
 };
 
-// Strings of one class are compared on a path of their own; all others by their accessors.
+// Strings of the same class are compared on a fast path; all others through their accessors.
 template <class String>
 void expectEqualObjects()
 {

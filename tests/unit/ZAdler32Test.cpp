@@ -16,7 +16,7 @@ unsigned long ours(unsigned long adler, Bytes const& bytes)
     return ZAdler32_6_0::adler32(adler, bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
-// RFC 1950 byte by byte.
+// The definition of RFC 1950, byte by byte.
 unsigned long byTheDefinition(unsigned long adler, Bytes const& bytes)
 {
     unsigned long low = adler & 0xffff;
@@ -70,7 +70,7 @@ TEST(ZAdler32, HigherBitsOfTheValueDoNotCount)
 
 TEST(ZAdler32, AnyLengthAndAnyValueFollowTheDefinition)
 {
-    // Every length up to some groups of the fast loops, and those around a reduction.
+    // Every length up to a few groups of the fast loop, and lengths around a reduction.
     std::vector<size_t> lengths(400);
     for (size_t i = 0; i < lengths.size(); ++i)
         lengths[i] = i + 1;
@@ -80,7 +80,7 @@ TEST(ZAdler32, AnyLengthAndAnyValueFollowTheDefinition)
     for (int fill : {0, 1, 0x7f, 0x80, 0xff}) {
         for (size_t length : lengths) {
             Bytes const bytes(length, static_cast<unsigned char>(fill));
-            // The largest sums that there are, and some that no checksum leaves behind.
+            // The largest possible sums, and sums that no checksum has.
             for (unsigned long adler : {1ul, 0xFFF0FFF0ul, 0xFFFFFFFFul, 0x0000FFFFul})
                 ASSERT_EQ(byTheDefinition(adler, bytes), ours(adler, bytes))
                     << length << " of " << fill << " from " << adler;

@@ -21,12 +21,12 @@ std::string textOf(ZAbstractString_6_0 const& string)
     return std::string(string.getChars(), string.getLength());
 }
 
-// Bytes that are no text in any codeset of these tests.
+// Bytes that are invalid in every codeset of these tests.
 constexpr char kNoText[] = "a\xFF\xFE";
 
 }  // namespace
 
-// What the two families have in common runs in both.
+// Tests of the behaviour that both families share.
 template <class Family>
 class ZLCString : public testing::Test {
 };
@@ -222,7 +222,7 @@ TYPED_TEST(ZLCString, AViewOfAStringIsNoCopy)
     string.replaceAll("t", 'T');
     EXPECT_STREQ("TexT", view.getChars());
     EXPECT_STREQ("TexT", assigned.getChars());
-    // Another buffer is not followed; the old one is inside the string, where it still is.
+    // The view does not follow to a new buffer; the old one is inside the string and still exists.
     string.setCapacity(200);
     string = "new text";
     EXPECT_NE(string.getChars(), view.getChars());

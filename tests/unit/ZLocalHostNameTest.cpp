@@ -13,7 +13,7 @@
 #include "NotedMessages.h"
 #include "Raised.h"
 
-// What the system answers, for one test at a time.
+// Results of the system calls, set by the test.
 namespace {
 
 struct System {
@@ -34,7 +34,7 @@ extern "C" int __wrap_gethostname(char* buffer, size_t size)
         errno = system_.nameError;
         return -1;
     }
-    strncpy(buffer, system_.name, size);  // like the call itself: cut without a terminator
+    strncpy(buffer, system_.name, size);  // truncates without a terminator, as gethostname() does
     return 0;
 }
 
@@ -122,7 +122,7 @@ TEST_F(ZLocalHostName, GivesUpOnAnEndlessAnswer)
     NotedMessages noted;
     system_.roomNeeded = SIZE_MAX;
     EXPECT_TRUE(ZLocalHostName_6_0::getLocalHostName().isEmpty());
-    EXPECT_EQ(11, system_.lookUps);  // with 1 KB, and twice as much each time, up to 1 MB
+    EXPECT_EQ(11, system_.lookUps);  // buffers of 1 KiB, doubled up to 1 MiB
     ASSERT_EQ(1u, noted.messages().size());
     EXPECT_EQ(26, noted.messages()[0].number);
 }
@@ -138,7 +138,7 @@ TEST_F(ZLocalHostName, RaisesWithoutMemory)
         FailingAllocator::stop();
     }
 
-    // Room for the name, for two answers, and for the result.
+    // Allocations: the name, two resolver buffers, and the result.
     std::string const official(200, 'h');
     system_.official = official.c_str();
     system_.roomNeeded = 2000;

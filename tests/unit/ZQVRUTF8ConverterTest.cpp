@@ -15,7 +15,7 @@
 
 namespace {
 
-int codesetNameError = 0;  // what the text services answer for the name of the codeset, when not 0
+int codesetNameError = 0;  // result of qvr_os_cs_name(), unless 0
 
 }  // namespace
 
@@ -58,7 +58,7 @@ class WithoutDirectory {
 public:
     WithoutDirectory() : before_(getenv("QVRDIR"))
     {
-        // The strings are there before, so that they do not end the process.
+        // Creates strings first, so that they do not end the process.
         zgetLCSHandle_6_0();
         unsetenv("QVRDIR");
     }
@@ -141,7 +141,7 @@ TEST(ZQVRUTF8Converter, ReplacesWhatTheBufferHeld)
     EXPECT_EQ(ended("\xC3\xA9"), bytesOf(buffer));
     converter.convertToLocal("\xC3\xA9", buffer);
     EXPECT_EQ(ended("\xE9"), bytesOf(buffer));
-    // Its own contents, too.
+    // Also with its own contents.
     converter.convertToUTF8(static_cast<char const*>(buffer.getBuffer()), buffer);
     EXPECT_EQ(ended("\xC3\xA9"), bytesOf(buffer));
 }
@@ -239,7 +239,7 @@ TEST(ZQVRUTF8Converter, LeavesTheBufferWhenMemoryIsShort)
     EXPECT_EQ(ended(text.c_str()), bytesOf(buffer));
 }
 
-// A thread's first conversion to three bytes makes a converter of the text services.
+// The first conversion of a thread to three bytes creates a converter.
 TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
 {
     ZQVRUTF8Converter_6_0 const converter("EUC-JP", nullptr);
@@ -277,6 +277,6 @@ TEST(ZQVRUTF8Converter, KeepsSilentAboutTextThatDoesNotConvert)
     EXPECT_EQ(ended("before"), bytesOf(buffer));
     latin.convertToLocal("\xFF", buffer);  // not UTF-8
     EXPECT_EQ(ended("before"), bytesOf(buffer));
-    japanese.convertToUTF8("\xA4", buffer);  // cut
+    japanese.convertToUTF8("\xA4", buffer);  // truncated
     EXPECT_EQ(ended("before"), bytesOf(buffer));
 }

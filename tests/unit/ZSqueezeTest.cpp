@@ -178,7 +178,7 @@ TEST(ZSqueeze, NullPointersAreAnswered)
     EXPECT_EQ(kStreamError, squeeze.squeeze(nullptr, 10));
     EXPECT_EQ(kStreamError, squeeze.unsqueeze(nullptr, 10));
     EXPECT_EQ(sizeof some, length);
-    // An object without a source squeezes nothing, which is a stream all the same.
+    // An object without a source compresses no bytes, which still gives a stream.
     EXPECT_GT(squeeze.squeeze(some, sizeof some), 0);
     EXPECT_EQ(kBufferError, squeeze.unsqueeze(some, sizeof some));
 }

@@ -36,7 +36,7 @@ Characters charactersOf(Source const& source)
     return characters;
 }
 
-// A string that has no text at all.
+// A string whose getChars() returns null.
 class NoText : public ZUTF8ConstString_6_0 {
 public:
     char const* getChars() const override { return nullptr; }
@@ -217,7 +217,7 @@ TEST(ZStringIterator, ACharacterLongerThanTheTextRaises)
     EXPECT_STREQ("before", target);
 }
 
-// The text is put together from known characters, so the list of them is the model.
+// The string is built from known characters, so their list is the model.
 TEST(ZStringIterator, GivesBackTheCharactersATextWasMadeOf)
 {
     constexpr unsigned kSeed = 20240612;

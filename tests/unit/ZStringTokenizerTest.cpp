@@ -39,15 +39,14 @@ Tokens tokensOf(ZStringTokenizer_6_0& tokenizer)
     return tokens;
 }
 
-// How many objects of a list are alive is known by who deletes them: these tests run under a
-// leak checker as well.
+// Deletes the tokens of a list that does not own them: a leak checker also runs these tests.
 void deleteMembers(ZArrayList_6_0& list)
 {
     for (unsigned i = 0; i < list.size(); ++i)
         delete list.get(i);
 }
 
-// A string that has no text at all.
+// A string whose getChars() returns null.
 class NoText : public ZUTF8ConstString_6_0 {
 public:
     char const* getChars() const override { return nullptr; }
@@ -264,7 +263,7 @@ TEST(ZStringTokenizer, ListsIndependentTokens)
         EXPECT_EQ("bc", textOf(list.get(1)));
         EXPECT_EQ("d", textOf(list.get(2)));
         EXPECT_NE(nullptr, dynamic_cast<ZLCString_6_0 const*>(list.get(0)));
-        tokenizer.list(list);  // nothing is left
+        tokenizer.list(list);  // no tokens are left
         EXPECT_EQ(3u, list.size());
         if (owns == 0)
             deleteMembers(list);
@@ -410,8 +409,7 @@ TEST(ZStringTokenizer, AFailedAllocationLosesNothing)
     }
 }
 
-// ---- Against a model
-// -----------------------------------------------------------------------------
+// ---- Against a model ---------------------------------------------------------------------------
 
 TEST(ZStringTokenizer, GivesTheTokensOfAModel)
 {
@@ -453,8 +451,8 @@ TEST(ZStringTokenizer, GivesTheTokensOfAModel)
     }
 }
 
-// Delimiters in such numbers that they are no longer searched one after the other. In EUC-JP the
-// second byte of one and the first of the next are a delimiter, too: their bytes do occur.
+// So many delimiters that a set replaces the search. In EUC-JP the second byte of one delimiter and
+// the first of the next are a delimiter too: their bytes do occur.
 TEST(ZStringTokenizer, ManyDelimitersAgreeWithASearch)
 {
     bool const wide = localCodeset() == "EUC-JP" || localCodeset() == "UTF-8";
@@ -511,7 +509,7 @@ TEST(ZStringTokenizer, ManyDelimitersAgreeWithASearch)
 
 TEST(ZStringTokenizer, ManyDelimitersCostNoMoreThanTextAndDelimiters)
 {
-    // Every character from U+4E00 to U+FFFD, and a text of some of them with tokens between.
+    // Every character from U+4E00 to U+FFFD, and a string of some of them with tokens between.
     constexpr size_t kTokens = 200000;
     std::string set;
     for (unsigned value = 0x4E00; value < 0xFFFE; ++value) {
@@ -533,7 +531,7 @@ TEST(ZStringTokenizer, ManyDelimitersCostNoMoreThanTextAndDelimiters)
     for (; tokenizer.hasMore(); ++tokens)
         ASSERT_EQ("\u20ac", textOf(tokenizer.getNext()));
     EXPECT_EQ(kTokens, tokens);
-    // One token of all of them, with delimiters that come with the call.
+    // A single token of all of them, with delimiters that are passed to the call.
     ZStringTokenizer_6_0 whole(source, target);
     ZUTF8String_6_0 const all((set + "\u20ac").c_str());
     EXPECT_EQ(text.size(), whole.skipAll(all));

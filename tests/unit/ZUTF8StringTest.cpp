@@ -94,8 +94,7 @@ TEST(ZUTF8String, ReplacingAByteThatIsNoCharacterRaises)
 
 TEST(ZUTF8String, ReplacingNoCharacterLooksAtNone)
 {
-    // Neither valid UTF-8 nor free of zero bytes: a walk along the characters would not get
-    // through.
+    // Neither valid UTF-8 nor free of zero bytes: a scan by characters would fail.
     std::string const bytes("a\xFF\0b", 4);
     for (char const* const set : {static_cast<char const*>(nullptr), ""}) {
         ZUTF8String_6_0 text(bytes.data(), static_cast<unsigned>(bytes.size()));
@@ -114,7 +113,7 @@ TEST(ZUTF8String, ReplacesWholeTexts)
     ZUTF8String_6_0 other("a\xE3\x81\x82\xC3\xA4");
     other.replaceOther("\xE3\x81\x82", "-");
     EXPECT_EQ("-\xE3\x81\x82-", textOf(other));
-    // A set is its characters, not its bytes.
+    // A set consists of characters, not of bytes.
     ZUTF8String_6_0 set("\xE3\x81\x82");
     set.replaceAll("\xE3\x82\x81\xC3\xA4", "x");
     EXPECT_EQ("\xE3\x81\x82", textOf(set));

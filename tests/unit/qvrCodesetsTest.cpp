@@ -1,4 +1,4 @@
-// Codesets, character by character: UTF-8 against arithmetic, every other one against iconv.
+// Codesets, character by character: UTF-8 compared with arithmetic, every other one with iconv.
 #include <iconv.h>
 
 #include <cstring>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// What four bytes at most are in UTF-8, by the definition: the value by its bits, then the checks.
+// Decodes at most four bytes of UTF-8 by the definition: the value from its bits, then the checks.
 int modelLength(unsigned char const* s, size_t n, uint32_t& value)
 {
     int length = s[0] < 0x80   ? 1
@@ -32,7 +32,7 @@ int modelLength(unsigned char const* s, size_t n, uint32_t& value)
     return length;
 }
 
-// Only failures are told to GoogleTest: its checks would take longer than what they check.
+// Only failures go through GoogleTest: its checks would take longer than the tested code.
 void expectAsModel(qvr_cs_t cs, std::string const& bytes)
 {
     uint32_t expected = 0;
@@ -179,7 +179,7 @@ TEST(qvrUtf8, EverySequenceUpToThreeBytesIsWhatItsBitsAre)
             bytes = {static_cast<char>(a), static_cast<char>(b)};
             expectAsModel(cs, bytes);
             if (a < 0xE0 && b % 17 != 0)
-                continue;  // the third byte does not count any more
+                continue;  // the third byte is no longer relevant
             bytes.push_back(0);
             for (unsigned c = 0; c < 256; ++c) {
                 bytes[2] = static_cast<char>(c);
@@ -202,7 +202,7 @@ TEST(qvrUtf8, SequencesOfFourBytesAreWhatTheirBitsAre)
                                        static_cast<char>(c), static_cast<char>(d)});
 }
 
-// iconv as the peer.
+// iconv, for comparison.
 class Peer {
 public:
     Peer(char const* to, char const* from) : iconv_(iconv_open(to, from)) {}
@@ -216,7 +216,7 @@ public:
 
     bool known() const { return iconv_ != reinterpret_cast<iconv_t>(-1); }
 
-    // Converts a whole text; empty when it does not.
+    // Converts a whole string; empty if it is invalid.
     std::string convert(std::string const& text)
     {
         char out[64];
@@ -238,10 +238,10 @@ private:
 struct Pair {
     char const* ours;
     char const* theirs;
-    unsigned most;  // bytes in a character
+    unsigned most;  // maximum bytes per character
 };
 
-// Every codeset that is promised, and a choice of the others that both know.
+// Every documented codeset, and a selection of the others that both have.
 constexpr Pair kPairs[] = {
     {"US-ASCII", "ANSI_X3.4-1968", 1},
     {"ISO-8859-1", "ISO-8859-1", 1},
@@ -295,7 +295,8 @@ constexpr Pair kPairs[] = {
     {"Big5", "BIG5", 2},
 };
 
-// Where ICU and iconv map a character differently, and both are in use. Nothing else may differ.
+// The characters that ICU and iconv map differently, with both mappings in use. Nothing else may
+// differ.
 struct Decoded {
     std::string codeset;
     std::string bytes;
@@ -327,7 +328,7 @@ std::ostream& operator<<(std::ostream& out, Encoded const& row)
 }
 
 Decoded const kDecoded[] = {
-    // Shift_JIS as PCs have it: backslash, tilde and the wide forms of symbols.
+    // Shift_JIS of PCs: backslash, tilde and the wide forms of symbols.
     {"Shift_JIS", "5c", 0x005C, 0x00A5},
     {"Shift_JIS", "7e", 0x007E, 0x203E},
     {"Shift_JIS", "8160", 0xFF5E, 0x301C},
@@ -336,7 +337,7 @@ Decoded const kDecoded[] = {
     {"Shift_JIS", "8191", 0xFFE0, 0x00A2},
     {"Shift_JIS", "8192", 0xFFE1, 0x00A3},
     {"Shift_JIS", "81ca", 0xFFE2, 0x00AC},
-    // GB18030 of 2005 and its successor: characters that have private code points in the older one.
+    // GB18030 of 2005 and of its successor: characters with private code points in the older one.
     {"GB18030", "a6d9", 0xE78D, 0xFE10},
     {"GB18030", "a6da", 0xE78E, 0xFE12},
     {"GB18030", "a6db", 0xE78F, 0xFE11},
@@ -361,12 +362,12 @@ Decoded const kDecoded[] = {
     {"GB18030", "fe90", 0xE854, 0x9FBA},
     {"GB18030", "fe91", 0xE855, 0x241FE},
     {"GB18030", "fea0", 0xE864, 0x9FBB},
-    // The small mu, which has two code points.
+    // The small mu has two code points.
     {"CP437", "e6", 0x03BC, 0x00B5},
 };
 
 Encoded const kEncoded[] = {
-    // The other side of the private code points.
+    // The reverse direction of the private code points.
     {"GB18030", 0x9FB4, "82359037", "fe59"},
     {"GB18030", 0x9FB5, "82359038", "fe61"},
     {"GB18030", 0x9FB6, "82359039", "fe66"},
@@ -391,7 +392,7 @@ Encoded const kEncoded[] = {
     {"GB18030", 0x215D7, "9536b937", "fe6c"},
     {"GB18030", 0x2298F, "9630ba35", "fe76"},
     {"GB18030", 0x241FE, "9635b630", "fe91"},
-    // Box drawing that Big5 has twice.
+    // Big5 has these box drawing characters twice.
     {"Big5", 0x2550, "f9f9", "a2a4"},
     {"Big5", 0x255E, "f9e9", "a2a5"},
     {"Big5", 0x2561, "f9eb", "a2a7"},
@@ -418,7 +419,7 @@ public:
 
     bool known() const { return cs_ != nullptr && decoder_.known() && encoder_.known(); }
 
-    // Compares the character `bytes`, or every one that begins with them.
+    // Compares the character `bytes`, or every character that starts with them.
     void decode(std::string bytes)
     {
         uint32_t ours = 0xFFFFFFFF;
@@ -426,7 +427,8 @@ public:
         if (length < 0) {
             if (bytes.size() == pair_.most)
                 return;
-            // The fourth bytes of GB18030 are digits; what is beside them shows that no others are.
+            // The fourth bytes of GB18030 are digits; their neighbours show that all others are
+            // invalid.
             bool const digits = bytes.size() == 3;
             bytes.push_back(0);
             for (unsigned byte = digits ? '0' - 1 : 1; byte < (digits ? '9' + 2 : 256); ++byte) {
@@ -436,7 +438,7 @@ public:
             return;
         }
         if (length != (ours == 0 ? 0 : static_cast<int>(bytes.size())))
-            return;  // a shorter character, which was compared before
+            return;  // a shorter character, already compared
         if (toUtf8(cs_, bytes) != utf8(ours) ||
             qvr_mblen(cs_, bytes.data(), bytes.size()) != length)
             ADD_FAILURE() << hex(bytes) << " is not the same to all functions";
@@ -473,10 +475,10 @@ public:
             expectAgreed(kEncoded, {pair_.ours, value, hex(ours), hex(theirs)});
     }
 
-    std::vector<uint32_t> supplementary;  // code points beyond 16 bits that were decoded
+    std::vector<uint32_t> supplementary;  // decoded code points beyond 16 bits
     size_t bothDecode = 0;
     size_t bothEncode = 0;
-    std::set<void const*> agreed;  // rows that were needed
+    std::set<void const*> agreed;  // rows that applied
 
 private:
     template <class Row, size_t count>
@@ -522,7 +524,7 @@ TEST(qvrCodesets, MapEveryCharacterThatIconvKnowsAsItDoes)
         EXPECT_EQ(1u, agreed.count(&row)) << "does not differ: " << row;
 }
 
-// Of these both have the same characters: no byte and no code point is known to one alone.
+// For these both have the same characters: no byte and no code point is valid in only one of them.
 TEST(qvrCodesets, TablesOfOurOwnAreThoseOfIconvToTheByte)
 {
     for (char const* const name :
@@ -553,7 +555,7 @@ TEST(qvrCodesets, TablesOfOurOwnAreThoseOfIconvToTheByte)
     }
 }
 
-// Every codeset that the operating system has a locale of.
+// Every codeset for which the operating system has a locale.
 TEST(qvrCodesets, AreThereForEveryLocaleOfTheSystem)
 {
     std::ifstream supported("/usr/share/i18n/SUPPORTED");

@@ -12,9 +12,9 @@
 
 namespace {
 
-// Runs `call`, which says whether it succeeded, with each of its allocations failing in turn, once
-// and for ever. ICU and the C library keep some things: a first call with all the memory it wants
-// lets them.
+// Runs `call`, which returns whether it succeeded, with each of its allocations failing in turn,
+// only that one and all from it on. ICU and the C library cache some memory in a first call that
+// does not fail.
 template <class Call>
 void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
                              FailingAllocator::once, FailingAllocator::forEver})
@@ -35,7 +35,7 @@ void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
     EXPECT_TRUE(call()) << "as if nothing had happened";
 }
 
-// The same in threads of their own, which have no converters yet.
+// The same, each time in a new thread without converters.
 template <class Call>
 void failEachInANewThread(Call call)
 {
@@ -70,7 +70,7 @@ TEST(qvrMemory, CodesetsAreMadeOrNot)
 
 TEST(qvrMemory, LocalesAreMadeOrNot)
 {
-    unsetenv("LOCPATH");  // newlocale() of C library 2.36 loses a block when it is set
+    unsetenv("LOCPATH");  // newlocale() of C library 2.36 leaks a block if it is set
     for (char const* const name : {"C", "C.UTF-8", "tr_TR.UTF-8", "japanese"}) {
         SCOPED_TRACE(name);
         auto const call = [&] {
@@ -78,7 +78,7 @@ TEST(qvrMemory, LocalesAreMadeOrNot)
             qvr_loc_free(loc);
             return loc != nullptr;
         };
-        // Not for ever: newlocale() loses a block there, too.
+        // Not all from one on: newlocale() leaks a block then too.
         failEach(call, {FailingAllocator::once});
     }
 }
@@ -140,7 +140,7 @@ TEST(qvrMemory, ABadTableIsNamedOrMemoryIsShort)
         FailingAllocator::failAt(n);
         int const rc = qvr_check_dir(path.c_str(), text, sizeof text);
         failed = FailingAllocator::stop();
-        // The memory of an exception itself is had from a reserve.
+        // An exception itself has memory from a reserve.
         EXPECT_TRUE(rc == qvrInvalid || (failed && rc == qvrNoMemory)) << rc;
         EXPECT_EQ(rc == qvrInvalid ? problem : "", text);
         EXPECT_EQ(blocks, FailingAllocator::blocks());
@@ -150,7 +150,8 @@ TEST(qvrMemory, ABadTableIsNamedOrMemoryIsShort)
 
 TEST(qvrMemory, ConversionFailsWithACode)
 {
-    // GB18030 has four bytes for the character, and EUC-JP three to be encoded as.
+    // The character has four bytes in GB18030, and three in EUC-JP, which encodes them with a
+    // converter.
     Codeset const gb18030("GB18030");
     Codeset const eucJp("EUC-JP");
     Codeset const utf16("UTF-16");
@@ -172,13 +173,13 @@ TEST(qvrMemory, ConversionFailsWithACode)
     }
 }
 
-// In a process of its own, in which nobody has converted yet.
+// In a new process, which has not converted yet.
 TEST(qvrMemoryDeathTest, ThreadsThatCannotKeepConvertersDoWithoutThem)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // The C library has room for the values of the first keys only, and allocates more.
+            // The C library stores the values of the first keys inline and allocates for more.
             for (int i = 0; i < 40; ++i) {
                 pthread_key_t key;
                 EXPECT_EQ(0, pthread_key_create(&key, nullptr));

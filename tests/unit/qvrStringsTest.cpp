@@ -1,4 +1,5 @@
-// The string functions: examples, then against a model that cuts texts into units first.
+// The string functions: examples, then a comparison with a model that first splits strings into
+// units.
 #include <time.h>
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 
 namespace {
 
-// Offsets, so that rows can say where something is found; -1 is null.
+// Results as offsets in the rows; -1 is null.
 ptrdiff_t offset(char const* found, char const* text)
 {
     return found == nullptr ? -1 : found - text;
@@ -106,7 +107,7 @@ TEST(qvrStrings, SetsAreOfWholeCharacters)
         std::string text;
         std::string set;
         size_t in;   // length of the start that consists of the set
-        size_t out;  // length of the start without any of it
+        size_t out;  // length of the prefix without any of them
     };
     Case const cases[] = {
         {"plain", "UTF-8", "aabc", "ab", 3, 0},
@@ -213,7 +214,7 @@ TEST(qvrStrings, CopiesEndAtWholeCharacters)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         Codeset const cs(c.codeset);
-        // No more of the source is there than may be read.
+        // The source has no byte that must not be read.
         GuardedBytes const source(c.source.size() >= c.n ? c.source.substr(0, c.n)
                                                          : c.source + '\0');
         GuardedBytes const copy(std::string(c.n, 'x'));
@@ -227,7 +228,7 @@ TEST(qvrStrings, CopiesEndAtWholeCharacters)
     }
 }
 
-// The model: a text as a list of units, by the one function that measures a character.
+// The model: a string as a list of units, built with the function that measures a character.
 class Model {
 public:
     using Units = std::vector<std::string>;
@@ -289,7 +290,7 @@ public:
         return found;
     }
 
-    // What `n` bytes hold, without bytes at their end that could begin a longer character.
+    // The units in `n` bytes, without bytes at their end that could start a longer character.
     std::string head(size_t n) const
     {
         std::string text;
@@ -307,7 +308,7 @@ public:
     }
 
 private:
-    // Whether up to three bytes more make one character of the bytes.
+    // Whether up to three more bytes complete a character.
     bool isBeginning(std::string const& bytes, int more = 3) const
     {
         if (bytes.empty() || qvr_mblen(cs_, bytes.data(), bytes.size()) > 0)
@@ -384,7 +385,7 @@ TEST(qvrStrings, AgreeWithAModelOverRandomTexts)
     }
 }
 
-// Sets of up to some hundred members: each size of the table behind them.
+// Sets of up to a few hundred elements: each size of the table.
 TEST(qvrStrings, LargeSetsAgreeWithAModel)
 {
     struct Case {
@@ -394,7 +395,7 @@ TEST(qvrStrings, LargeSetsAgreeWithAModel)
     Case const cases[] = {
         {"UTF-8",
          [](unsigned n) {
-             // One, three and four bytes, and invalid ones.
+             // Characters of one, three and four bytes, and invalid bytes.
              char const last = static_cast<char>(0x80 | (n & 0x3F));
              char const middle = static_cast<char>(0x80 | (n >> 6 & 0x3F));
              switch (n % 7) {
@@ -439,7 +440,7 @@ TEST(qvrStrings, LargeSetsAgreeWithAModel)
                 ASSERT_EQ(model.span(set, true), qvr_strspn(cs, text.c_str(), set.c_str()));
                 ASSERT_EQ(model.span(set, false), qvr_strcspn(cs, text.c_str(), set.c_str()));
                 ASSERT_EQ(model.tokens(set), tokens(cs, text, set.c_str()));
-                // All of the text but its last characters, so that the walk is long.
+                // The string without its last characters as the set, so that the scan is long.
                 set += text.substr(0, text.size() - 8);
                 ASSERT_EQ(model.span(set, true), qvr_strspn(cs, text.c_str(), set.c_str()));
             }
@@ -449,7 +450,7 @@ TEST(qvrStrings, LargeSetsAgreeWithAModel)
 
 TEST(qvrStrings, ALargeSetCostsNoMoreThanTextAndSet)
 {
-    // Every character of three bytes from U+4E00 on, and a text of the last of them.
+    // Every character of three bytes from U+4E00 on, and a string of the last of them.
     std::string set;
     for (unsigned value = 0x4E00; value < 0xA000; ++value)
         set +=
@@ -471,12 +472,13 @@ TEST(qvrStrings, ALargeSetCostsNoMoreThanTextAndSet)
     EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
-// Periodic texts and needles: they match at many places in part, or at none of whole characters.
+// Periodic strings and needles: partial matches at many positions, or matches that are not at
+// characters.
 TEST(qvrStrings, LongNeedlesAgreeWithAModel)
 {
     struct Case {
         char const* codeset;
-        std::vector<std::string> pieces;  // bytes whose runs shift and cut one another
+        std::vector<std::string> pieces;  // bytes whose runs shift and split each other
     };
     Case const cases[] = {
         {"EUC-JP", {"\xA4\xA4", "\xA4", "\x8F\xA4\xA4", "\x8F", "\xA4\xA2", "a"}},
@@ -500,11 +502,11 @@ TEST(qvrStrings, LongNeedlesAgreeWithAModel)
             return text;
         };
         int found = 0;
-        int passed = 0;  // bytes that are there, but not as characters
+        int passed = 0;  // byte matches that are not at characters
         for (int round = 0; round < 4000; ++round) {
             std::string text = some(1 + random() % 6);
             std::string needle = some(1 + random() % 2);
-            if (random() % 2 == 0) {  // a piece of the text
+            if (random() % 2 == 0) {  // a substring of the string
                 size_t const at = random() % text.size();
                 needle = text.substr(at, 1 + random() % (text.size() - at));
             }
@@ -525,8 +527,8 @@ TEST(qvrStrings, LongNeedlesAgreeWithAModel)
 
 TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
 {
-    // The needle's bytes are at every second place of the text, but never at a character of it;
-    // then all of the needle but its last character is at each.
+    // The needle's bytes occur at every second byte of the string, but never at a character; then
+    // all of the needle except its last character occurs at each.
     constexpr size_t kCharacters = 100000;
     struct Case {
         char const* name;
@@ -560,7 +562,7 @@ TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
     }
 }
 
-// Characters that crowd together in a table if its hash is the usual one of the golden ratio.
+// Characters that collide in a table whose hash is the common one of the golden ratio.
 TEST(qvrStrings, ASetOfChosenCharactersCostsNoMore)
 {
     std::string set;
@@ -577,7 +579,7 @@ TEST(qvrStrings, ASetOfChosenCharactersCostsNoMore)
         size_t const slot = (spread ^ spread >> 32) & 0xFFFF;
         if (slot >= 0x800)
             continue;
-        // Every slot of the crowd is taken; the text looks for the end of it from its beginning.
+        // Every colliding slot is taken; each lookup scans all of them.
         if (members < 32000 && members % 32 != 31)
             set += character;
         else if (slot < 0x100)

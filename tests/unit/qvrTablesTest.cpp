@@ -1,4 +1,4 @@
-// The table directory: alias tables, converter files, and what a bad one leaves behind.
+// The table directory: alias tables, converter files, and the effects of a bad one.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -12,13 +12,13 @@
 
 namespace {
 
-int readdirError = 0;  // what readdir() fails with; 0 lets it work
-int readError = 0;     // what the next read() fails with; 0 lets it work
+int readdirError = 0;  // errno of a failing readdir(); 0: it works
+int readError = 0;     // errno of the failing next read(); 0: it works
 
 }  // namespace
 
-// Replaces the C library's read(), also for the calls of the text services. The C++ name differs:
-// in an optimised build <unistd.h> may define read() itself, as an inline function.
+// Replaces the C library's read(), also for the text services. The C++ name differs because
+// <unistd.h> may define read() as an inline function in an optimised build.
 extern "C" ssize_t replacedRead(int fd, void* buf, size_t count) __asm__("read");
 
 ssize_t replacedRead(int fd, void* buf, size_t count)
@@ -46,7 +46,7 @@ extern "C" dirent* readdir(DIR* stream)
 
 namespace {
 
-// Leaves the built-in tables alone in force, whatever a test did.
+// Restores the built-in tables after each test.
 class qvrTables : public testing::Test {
 protected:
     ~qvrTables() override { qvr_set_dir(""); }
@@ -54,7 +54,7 @@ protected:
     TemporaryDirectory directory_;
 };
 
-// What a codeset makes of the euro sign; "none" when there is no such codeset.
+// The euro sign in a codeset; "none" if the codeset does not exist.
 std::string euroIn(char const* codeset)
 {
     Codeset const cs(codeset);
@@ -184,7 +184,7 @@ TEST_F(qvrTables, ABadTableChangesNothing)
     }
 }
 
-// What qvr_check_dir() writes about a directory.
+// The report of qvr_check_dir() about a directory.
 std::string problemOf(TemporaryDirectory const& directory, int expected = qvrInvalid)
 {
     char problem[8192] = "before";
@@ -198,7 +198,7 @@ TEST_F(qvrTables, ACheckNamesFileLineAndProblem)
         char const* name;
         char const* table;
         std::string text;
-        std::string problem;  // behind the path
+        std::string problem;  // after the path
     };
     std::string const longest(127, 'x');
     std::string const noNames = ": not two names; write an alias and the name it stands for";
@@ -368,7 +368,7 @@ TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         if (std::strcmp(c.name, "unreadable") == 0 && geteuid() == 0)
-            continue;  // nothing is unreadable for root
+            continue;  // root can read everything
         TemporaryDirectory directory;
         c.make(directory.path("codesets.alias").c_str());
         EXPECT_EQ(qvrInvalid, qvr_set_dir(directory.path().c_str()));
@@ -406,7 +406,7 @@ TEST_F(qvrTables, AnUnreadableDirectoryOfConvertersChangesNothing)
     EXPECT_EQ(0, qvr_set_dir(other.path().c_str()));
 }
 
-// As many rows as the largest table holds, each of another name.
+// A table of the maximum size, with a different name in each row.
 std::string fullTable()
 {
     std::string table;
@@ -431,8 +431,8 @@ TEST_F(qvrTables, TheLargestTableIsReadAtOnce)
     directory_.write("locales.alias", table);
     clock_t const start = clock();
     EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
-    // Processor time: other processes may be busy. A comparison of all rows with all others takes
-    // more than a minute.
+    // CPU time, because other processes may be busy. Comparing all rows with all others takes more
+    // than a minute.
     EXPECT_GT(10, (clock() - start) / CLOCKS_PER_SEC);
     for (char const* const name : {"aaaa", "FNJG", "zzz"})
         EXPECT_EQ(name[3] != 0 ? "C" : "zzz", canonical(name)) << name;
@@ -442,7 +442,7 @@ TEST_F(qvrTables, TheLargestTableIsReadAtOnce)
     EXPECT_EQ(qvrInvalid, qvr_set_dir(directory_.path().c_str()));
 }
 
-// What stands behind a comma would be an option of ICU's.
+// ICU would take text after a comma for an option.
 TEST_F(qvrTables, NamesWithOptionsAreUnknown)
 {
     for (char const* const name :
@@ -459,7 +459,7 @@ TEST_F(qvrTables, LongNamesFillTheirRoom)
     EXPECT_EQ("a4", euroIn(longest.c_str()));
 }
 
-// The tables that are delivered say what is built in, and every name in them has a meaning.
+// The delivered tables list the built-in names, and every name in them resolves.
 TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
 {
     char const* const shipped = std::getenv("QVRDIR");
@@ -495,7 +495,8 @@ TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
     }
 }
 
-// A small character map, with a character of two code points, the first of which is one as well.
+// A small character map, with a character of two code points, of which the first is a character
+// too.
 constexpr char kMap[] = R"(<code_set_name>  "house"
 <mb_cur_min>     1
 <mb_cur_max>     2
@@ -517,7 +518,7 @@ END CHARMAP
 
 class qvrConverterFiles : public qvrTables {
 protected:
-    // Makes converters/<name>.cnv in the test's directory; false when the tool is not there.
+    // Creates converters/<name>.cnv in the test's directory; false if the tool is not installed.
     bool make(char const* name, std::string const& map)
     {
         std::filesystem::create_directory(directory_.path("converters"));
@@ -595,7 +596,8 @@ TEST_F(qvrConverterFiles, TakeThePlaceOfAKnownCodeset)
     EXPECT_EQ("a4", euroIn("ISO-8859-15"));
 }
 
-// ICU takes a relative name of few parts for one of its own, and the process may go elsewhere.
+// ICU looks up a short relative path in its own data, and the process may change its working
+// directory.
 TEST_F(qvrConverterFiles, OfARelativeDirectoryAreFoundFromEverywhere)
 {
     if (!make("house", kMap))

@@ -1,4 +1,4 @@
-// Names, single characters, classes, case: the text services in the locale the test runs in.
+// Names, single characters, classes, case: the text services in the locale of the test.
 #include <ctype.h>
 #include <langinfo.h>
 #include <locale.h>
@@ -236,7 +236,7 @@ TEST(qvr, NullArgumentsAreFailures)
     EXPECT_STREQ("ab", text);
 }
 
-// The locale that the environment names, for one test.
+// The environment's locale, in this scope.
 class qvrLocal : public testing::Test {
 protected:
     qvrLocal() : before_(setlocale(LC_ALL, nullptr)) { setlocale(LC_ALL, ""); }
@@ -290,7 +290,7 @@ TEST_F(qvrLocal, CharactersAreThoseOfTheOperatingSystem)
     char name[32];
     ASSERT_EQ(0, qvr_os_cs_name(name, sizeof name));
     Codeset const cs(name);
-    // The C library takes every byte of the C locale for a character; ASCII ends at 0x7F.
+    // In the C locale the C library treats every byte as a character; ASCII ends at 0x7F.
     unsigned const last = std::strcmp(name, "ANSI_X3.4-1968") == 0 ? 0x7F : 0xFF;
     for (unsigned a = 0; a <= last; ++a) {
         for (unsigned b = 0; b <= last; ++b) {
@@ -305,7 +305,7 @@ TEST_F(qvrLocal, CharactersAreThoseOfTheOperatingSystem)
                 int const expected = length <= 3 ? static_cast<int>(length) : -1;
                 if (ourLength != expected ||
                     (expected >= 0 && ours != static_cast<uint32_t>(theirs))) {
-                    // In EUC-JP bytes are left free that some machines use.
+                    // EUC-JP has unassigned bytes that some systems use.
                     EXPECT_TRUE(std::strcmp(name, "EUC-JP") == 0 && expected == -1)
                         << hex(std::string(bytes, 3)) << ' ' << ourLength << ' ' << length;
                 }
@@ -410,7 +410,7 @@ TEST(qvr, ALocaleNameOfAnotherFormIsItsOwnCanonicalForm)
         EXPECT_STREQ("", name);
         Locale const locale(each);
         EXPECT_NE(nullptr, qvr_loc_t(locale));
-        // No language's own rules, and English words.
+        // No rules of a language, and English words.
         char text[] = "i";
         EXPECT_STREQ("I", qvr_strupper(Codeset("UTF-8"), locale, text));
         struct tm time = {};
@@ -521,7 +521,7 @@ TEST(qvr, UnitsAreEncoded)
     struct Case {
         char const* codeset;
         uint16_t unit;
-        std::string bytes;  // empty: not to be encoded
+        std::string bytes;  // empty: not encodable
     };
     Case const cases[] = {
         {"UTF-8", 0, std::string(1, '\0')},
@@ -657,7 +657,7 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
     }
 }
 
-// Also where a byte that the codeset was asked about when it was built begins something longer.
+// Also if a byte that was tested when the codeset was built starts a longer sequence.
 TEST(qvr, FirstConversionBeginsAnew)
 {
     for (char const* const name :
@@ -671,11 +671,11 @@ TEST(qvr, FirstConversionBeginsAnew)
 
 TEST(qvr, ConversionGoesOnBehindALongPieceThatHoldsNoCharacter)
 {
-    // So many changes of the window.
+    // Enough changes of the window to fill a block without a character.
     EXPECT_EQ("a\u00e9", toUtf8(Codeset("SCSU"), std::string(200000, '\x10') + "a\xE9"));
 }
 
-// The rest of the character stands behind the length that was given.
+// The rest of the character is past the given length.
 TEST(qvr, ConversionEndsWhereTheLengthDoes)
 {
     std::string const text = "abcdefghij\u00e9";
@@ -723,7 +723,7 @@ TEST(qvr, LongTextsAreTheirCharactersInARow)
 {
     struct Case {
         char const* codeset;
-        std::vector<std::string> characters;  // beside ASCII
+        std::vector<std::string> characters;  // besides ASCII
     };
     Case const cases[] = {
         {"UTF-8", {"\u00e9", "\u8868", "\U0001F600"}},
@@ -834,7 +834,7 @@ TEST(qvr, CaseChangesInPlaceAndOneToOne)
         char const* locale;
         std::string lower;
         std::string upper;
-        bool back = true;  // the upper text gives the lower one
+        bool back = true;  // lower(upper) gives the lower string
     };
     Case const cases[] = {
         {"ASCII", "US-ASCII", "C", "az[09~", "AZ[09~"},
@@ -936,7 +936,7 @@ TEST(qvr, TextsCompareWithoutRegardToCase)
     }
 }
 
-// ASCII is compared several bytes at a time, and each side ends where its memory does.
+// ASCII is compared several bytes at a time, and each string is at the end of its memory.
 TEST(qvr, ComparisonDoesNotDependOnWhereADifferenceStands)
 {
     auto const orderOf = [](unsigned char a, unsigned char b) {

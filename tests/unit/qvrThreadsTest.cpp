@@ -1,4 +1,4 @@
-// Handles used by many threads at once, beside others that make handles and change the tables.
+// Handles used by many threads, while other threads create handles and change the tables.
 #include <pthread.h>
 
 #include <atomic>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Threads that begin together.
+// Threads that start together.
 template <class Work>
 void runTogether(unsigned count, Work work)
 {
@@ -55,7 +55,7 @@ void expectConversions(qvr_cs_t cs, Sample const& sample)
     EXPECT_EQ(sample.encoded.size(), qvr_strcspn(cs, sample.encoded.c_str(), "#"));
 }
 
-// In a process of its own, in which nobody has converted yet.
+// In a new process, which has not converted yet.
 TEST(qvrThreadsDeathTest, ConvertWhereTheProcessHasNoKeyLeft)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -79,7 +79,7 @@ TEST(qvrThreads, ShareHandles)
         handles.push_back(qvr_cs_new(sample.codeset));
     runTogether(8, [&](unsigned number) {
         for (unsigned round = 0; round < 200; ++round) {
-            // More codesets than a thread keeps converters for.
+            // More codesets than a thread has cached converters.
             size_t const i = (number + round) % std::size(kSamples);
             expectConversions(handles[i], kSamples[i]);
         }

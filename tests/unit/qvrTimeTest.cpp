@@ -1,4 +1,4 @@
-// qvr_strptime: examples, then against the C library's strptime over generated formats.
+// qvr_strptime: examples, then a comparison with the C library's strptime over generated formats.
 #include <langinfo.h>
 #include <locale.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-// The fields of a time, -1 where nothing was set.
+// The fields of a time, -1 if not set.
 struct Fields {
     int second = -1;
     int minute = -1;
@@ -287,8 +287,8 @@ TEST(qvrTime, EveryDayOfFourHundredYearsIsFound)
     }
 }
 
-// The same text and format to the C library. What it does otherwise is left out of the formats:
-// a day of the week made up for half a date, %C after %Y, the modifiers, and zone names.
+// Passes the same string and format to the C library. The formats omit its differences: a day of
+// the week computed for an incomplete date, %C after %Y, the modifiers, and zone names.
 TEST(qvrTime, AgreesWithTheCLibraryOverGeneratedFormats)
 {
     char const* const conversions[] = {"%H", "%M", "%S", "%d", "%e", "%m", "%b", "%B",
@@ -329,7 +329,7 @@ TEST(qvrTime, AgreesWithTheCLibraryOverGeneratedFormats)
         if (end == nullptr)
             continue;
         ++matched;
-        // Without a whole date the C library works the rest out all the same.
+        // For an incomplete date the C library still computes the rest.
         if (!wholeDate || dayOfYear)
             ours.tm_wday = theirs.tm_wday = ours.tm_yday = theirs.tm_yday = 0;
         if (dayOfYear)
@@ -341,7 +341,7 @@ TEST(qvrTime, AgreesWithTheCLibraryOverGeneratedFormats)
     freelocale(c);
 }
 
-// In the locale the test runs in: what the operating system writes is read back.
+// In the locale of the test: the operating system's output parses back.
 TEST(qvrTime, NamesOfTheLocaleAreReadInItsCodeset)
 {
     std::string const before = setlocale(LC_ALL, nullptr);

@@ -18,7 +18,7 @@
 
 namespace {
 
-// What `length` bytes at `data` look like as a dump.
+// The dump of `length` bytes at `data`.
 std::string dumpOf(int length, unsigned char const* data, char const* title)
 {
     char* text = nullptr;
@@ -31,7 +31,7 @@ std::string dumpOf(int length, unsigned char const* data, char const* title)
     return dump;
 }
 
-// The same, a byte at a time with the platform's printf.
+// The same, byte by byte with the platform's printf.
 std::string slowDumpOf(int length, unsigned char const* data, char const* title)
 {
     std::string out;
@@ -141,7 +141,7 @@ TEST(zhex_dump, AWideStreamShowsTheDump)
     EXPECT_EQ("before" + slowDumpOf(100, bytes.data(), "title") + "after", text);
 }
 
-// The sizes of the writes in which a dump of `length` bytes goes out.
+// The sizes of the writes of a dump of `length` bytes.
 std::vector<size_t> writesOf(int length, unsigned char const* data)
 {
     std::vector<size_t> sizes;

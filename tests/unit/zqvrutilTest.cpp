@@ -25,8 +25,8 @@
 #include "GuardedBytes.h"
 #include "TestDirectory.h"
 
-// The text services and the environment as the initialisation sees them: calls are noted and can be
-// made to fail.
+// The text services and the environment during the initialisation: calls are recorded and can fail
+// on request.
 
 namespace {
 
@@ -38,7 +38,7 @@ struct Services {
     bool codesetNameFails = false;
     bool codesetNameIsUnended = false;
     bool isSetUid = false;
-    int directoryCode = 0;  // what every directory is answered with, unless it is 0
+    int directoryCode = 0;  // result of qvr_set_dir(), unless 0
     std::string refusedCodeset;
     bool refusesEveryCodeset = false;
 };
@@ -124,18 +124,18 @@ char* __wrap_secure_getenv(char const* name)
 
 namespace {
 
-// The initialisation runs once in a process; each of these tests has one to itself.
+// The initialisation runs once per process; each of these tests runs in a process of its own.
 class zqvrutilStart : public testing::Test {
 protected:
     void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-// Runs `claims` in a fresh process, which answers by its exit code.
+// Runs `claims` in a new process, which reports by its exit code.
 template <class Claims>
 [[noreturn]] void exitWith(Claims claims)
 {
     claims();
-    // The buffered results of failed claims are to be seen.
+    // Flush the messages of failed claims.
     fflush(stdout);
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
@@ -167,7 +167,7 @@ std::string systemCodeset()
     return name;
 }
 
-// A codeset of the test's own.
+// A codeset handle of the test.
 class Codeset {
 public:
     explicit Codeset(char const* name) : handle_(qvr_cs_new(name)) { EXPECT_NE(nullptr, handle_); }
@@ -186,7 +186,7 @@ bool isSingleByteLocale()
     return MB_CUR_MAX == 1;
 }
 
-// What UTF-16 converts to in `room` bytes: result, units used, bytes.
+// The conversion of UTF-16 into `room` bytes: result, consumed units, bytes.
 struct Converted {
     int result;
     ptrdiff_t used;
@@ -434,7 +434,7 @@ TEST_F(zqvrutilStart, ReportsATableThatCannotBeUsedOnce)
                         for (std::thread& thread : threads)
                             thread.join();
                         EXPECT_EQ(expected, testing::internal::GetCapturedStderr());
-                        // All else is as without the table.
+                        // Everything else is as without the table.
                         EXPECT_NE(nullptr, zgetLCSHandle_6_0());
                         ZUTF8String_6_0 const euro("\u20ac");
                         EXPECT_EQ(3u, euro.getLength());
@@ -446,7 +446,7 @@ TEST_F(zqvrutilStart, ReportsATableThatCannotBeUsedOnce)
 
 TEST_F(zqvrutilStart, ReportsATableOfAnyLengthOfPath)
 {
-    // A path of nearly 4 KiB; the report is cut where its buffer ends, not before.
+    // A path of nearly 4 KiB: the report is truncated at the end of its buffer, not before.
     TestDirectory const directory;
     std::string tables = directory.path();
     while (tables.size() < 3900) {
@@ -517,8 +517,7 @@ TEST(zqvrutil, ReportsATableThatCannotBeUsedAtEachCallThatNamesIt)
     zset_cs_dir_6_0(getenv("QVRDIR"));
 }
 
-// Locales that the tests' build makes: of codesets that ICU does not have, and with names of a
-// site's own.
+// Locales that the build of the tests creates: with codesets that ICU lacks, and with custom names.
 TEST_F(zqvrutilStart, ServesLocalesOfEveryCodesetAndName)
 {
     struct Case {
@@ -836,7 +835,7 @@ TEST(zqvrutil, ConvertsBetweenTheLocalCodesetAndUTF8)
     struct Case {
         char const* codeset;
         char const* local;
-        char const* utf8;  // null: the other side does not convert
+        char const* utf8;  // null: the other direction fails
     };
     Case const cases[] = {
         {"ANSI_X3.4-1968", "abc", "abc"},
@@ -932,7 +931,7 @@ TEST(zqvrutil, KeepsLengthOneInSingleByteLocales)
     EXPECT_EQ(1, zmblen_6_0(local, "\xE9", 1));
     EXPECT_EQ(1, zmblen_6_0(local, "", 1));
     EXPECT_EQ(1, zmblen_6_0(local, "a", 0));
-    // Another handle of the same codeset is not the local one.
+    // A second handle of the same codeset is not the local one.
     Codeset const other(zgetLocalCodesetName_6_0());
     EXPECT_EQ(0, zmblen_6_0(other, "", 1));
     EXPECT_EQ(-1, zmblen_6_0(other, "a", 0));

@@ -1,6 +1,5 @@
-// Our formatted output against the platform's, over generated formats. What differs on purpose
-// stands in one table, kDifferences of PrintfModel.h; everything else must be the same byte for
-// byte.
+// Compares our formatted output with the platform's over generated formats. Intended differences
+// are in kDifferences of PrintfModel.h; everything else must be identical.
 
 #include <Z/zsnprintf.h>
 #include <gtest/gtest.h>
@@ -26,7 +25,7 @@ namespace {
 using namespace printf_model;
 
 constexpr unsigned kSeed = 20260101;
-// A sanitizer takes ten times as long, and finds what it is there for in fewer.
+// A sanitizer is ten times slower and needs fewer examples.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kFormats = 50000;
 constexpr int kReals = 15000;
@@ -122,7 +121,7 @@ TEST_F(zsnprintfGrid, WritesDoublesDigitByDigitAsThePlatform)
 
 TEST_F(zsnprintfGrid, WritesEveryExponentAsThePlatform)
 {
-    // Powers of two and of ten and their neighbours: where digits carry and exponents change.
+    // Powers of two and ten and their neighbours: digits carry and exponents change there.
     for (int exponent = -1074; exponent < 1024; ++exponent) {
         double const power = std::ldexp(1.0, exponent);
         for (double const value : {power, std::nextafter(power, 0.0), std::nextafter(power, 1e308)})
@@ -150,7 +149,7 @@ TEST_F(zsnprintfGrid, WritesEveryExponentAsThePlatform)
 
 TEST_F(zsnprintfGrid, WritesTheSmallestLongDoublesAsThePlatform)
 {
-    // Those with the full exponent and the full precision, and those with less.
+    // Normal numbers, and denormal ones with less precision.
     using Limits = std::numeric_limits<long double>;
     long double const least = Limits::min();
     for (long double const value : {Limits::denorm_min(), 3 * Limits::denorm_min(), least / 2,

@@ -1,5 +1,5 @@
-// Texts at the end of what an int counts, in a codeset whose characters are as long as they can be
-// without dividing that number.
+// Strings near INT_MAX bytes, in a codeset with the longest characters whose length does not divide
+// that number.
 #include <Z/zsnprintf.h>
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -40,7 +40,7 @@ TEST(zsnprintfLength, AWideTextAboveTheLargestLengthFails)
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "takes too long with a sanitizer";
 #endif
-    // One character less makes 2,147,483,646 bytes, and one byte more would fit.
+    // One character fewer gives 2,147,483,646 bytes, with space for one more byte.
     EndlessText<uint16_t> const text('x', INT_MAX / kBytes + 1);
     EXPECT_EQ(-1, lengthOf("%S", text.get()));
     EXPECT_EQ(INT_MAX - 1, lengthOf("%S", text.get() + 1));

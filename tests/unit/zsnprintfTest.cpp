@@ -24,7 +24,7 @@ namespace {
 
 constexpr char kFailure[] = "<-1>";
 
-// What `format` gives, or kFailure; the same through every driver.
+// The output of `format`, or kFailure; the same through every entry point.
 std::string text(char const* format, ...)
 {
     char buffer[4096];
@@ -85,7 +85,7 @@ private:
     int result_;
 };
 
-// `text` with the point that the locale of the test puts between whole part and fraction.
+// `text` with the decimal point of the test's locale.
 std::string withPoint(std::string text)
 {
     char shown[8];
@@ -94,7 +94,8 @@ std::string withPoint(std::string text)
     return text;
 }
 
-// Gives the thread a locale whose point and separator have two bytes each, where it is installed.
+// Sets a locale in the thread whose decimal point and separator have two bytes each, if it is
+// installed.
 class LocaleOfLongPoint {
 public:
     LocaleOfLongPoint()
@@ -251,7 +252,7 @@ TEST(zsnprintf, TakesWidthAndPrecisionFromArguments)
     EXPECT_EQ(withPoint("  3.14"), text("%*.*f", 6, 2, 3.14159));
     EXPECT_EQ("x  7|", text("%c%*d%c", 'x', 3, 7, '|'));
     EXPECT_EQ("    %", text("%*%", 5));
-    // A negative precision is none.
+    // A negative precision is treated as not given.
     EXPECT_EQ("abc", text("%.*s", -1, "abc"));
     EXPECT_EQ("0", text("%.*d", -1, 0));
     EXPECT_EQ("0x0", text("%.*p", INT_MIN, nullptr));
@@ -271,11 +272,11 @@ TEST(zsnprintf, TakesArgumentsByTheirNumber)
     EXPECT_EQ("00042", text("%1$05d", 42));
     EXPECT_EQ(withPoint("0.5 7"), text("%2$g %1$d", 7, 0.5));
     EXPECT_EQ(withPoint("0.5 0.25"), text("%2$Lg %1$g", 0.25, 0.5L));
-    // Conversions without a number go on counting for themselves.
+    // Conversions without a number count separately.
     EXPECT_EQ("b a c", text("%2$s %s %3$s", "a", "b", "c"));
     EXPECT_EQ("b a b", text("%2$s %s %s", "a", "b"));
     EXPECT_EQ("    5", text("%*1$d", 5));
-    // A percent sign takes nothing, but the number that it names must be an argument.
+    // A percent sign uses no argument, but the argument that it numbers must exist.
     EXPECT_EQ("% 7", text("%1$% %1$d", 7));
 }
 
@@ -336,7 +337,7 @@ TEST(zsnprintf, PadsPointsOfSeveralBytesAsThePlatformDoes)
     EXPECT_STREQ("       ", buffer);
 }
 
-// What a context holds.
+// The contents of a context.
 
 TEST(zsnprintf, RecordsEveryConversion)
 {
@@ -560,7 +561,7 @@ TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
     struct Type {
         int32_t code;
         bool isNumber;         // the 0 flag pads with zeros
-        int defaultPrecision;  // when none is given
+        int defaultPrecision;  // if not given
     };
     Type const types[] = {
         {0, false, 0}, {1, false, 0}, {2, false, 0}, {3, false, 0}, {4, true, 1},
@@ -573,7 +574,7 @@ TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
         uint32_t flags;
         int32_t field;   // of the conversion: the value, or the number of its argument
         int value;       // what is meant
-        int valueWith8;  // and when it is at least 8
+        int valueWith8;  // with the minimum of 8
     };
     ZPrintfArgument_6_0 arguments[5] = {};
     for (int i = 1; i < 5; ++i)
@@ -587,7 +588,7 @@ TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
     Form const precisions[] = {
         {0, 77, kDefault, 8}, {0x400, 0, 0, 8},        {0x400, 5, 5, 8},
         {0x400, 9, 9, 9},     {0x800, 1, 12, 12},      {0x800, 3, 0, 8},
-        {0x1800, 1, 12, 12},  {0x800, 2, kDefault, 8},  // a negative one is not given
+        {0x1800, 1, 12, 12},  {0x800, 2, kDefault, 8},  // a negative precision is not given
     };
     for (Type const& type : types) {
         for (Form const& width : widths) {
@@ -620,7 +621,7 @@ TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
     }
 }
 
-// Room.
+// Buffers.
 
 TEST(zsnprintf, CutsAtTheRoomThatIsThere)
 {
@@ -845,7 +846,7 @@ TEST(zsnprintf, RefusesOneArgumentOfTwoTypes)
         EXPECT_EQ(kFailure, text(format, "a")) << format;
 }
 
-// Only where a va_list is an array does a caller pass a pointer, which may be null.
+// A caller passes a pointer, which may be null, only on platforms where va_list is not an array.
 template <class List>
 void expectNullListRefused()
 {
@@ -877,7 +878,7 @@ TEST(zsnprintf, MayBeDoneAfterAFailedParseAndTwice)
         va_end(args);
         return rc;
     };
-    char const* const formats[] = {"%%%%%%%%%%%%%%%%%%%%%%%y",  // fails behind its eleventh
+    char const* const formats[] = {"%%%%%%%%%%%%%%%%%%%%%%%y",  // fails after the eleventh
                                    nullptr, "%1$d%2$d%3$d%4$d%5$d%6$d%7$d%8$d%9$d%10$d%11$d"};
     for (char const* format : formats) {
         ZPrintfContext_6_0 context;
@@ -946,7 +947,7 @@ TEST(zsnprintf, SurvivesEveryFailingAllocation)
                 FailingAllocator::failAt(n, mode);
                 int const got = call(allocates ? &result : nullptr, buffer, sizeof buffer);
                 bool const failed = FailingAllocator::stop();
-                // The platform's own conversion can do without some of its allocations.
+                // The platform's conversion tolerates the failure of some of its allocations.
                 if (got < 0) {
                     EXPECT_TRUE(failed);
                     EXPECT_EQ(-1, got);
@@ -1026,7 +1027,7 @@ TEST(zsnprintf, ConvertsWideTextToTheLocalCodeset)
     struct Case {
         char const* codeset;
         uint16_t unit;
-        char const* bytes;  // null when the codeset lacks the character
+        char const* bytes;  // null if the codeset lacks the character
     };
     Case const cases[] = {
         {"ANSI_X3.4-1968", 'a', "a"},
@@ -1061,7 +1062,7 @@ TEST(zsnprintf, ConvertsWideTextToTheLocalCodeset)
             EXPECT_EQ(-1, zsnprintf_6_0(buffer, sizeof buffer, "ab%S", wide));
             EXPECT_STREQ("ab", buffer);
             EXPECT_EQ(-1, zsnprintf_6_0(nullptr, 0, "%S", wide));
-            // What the precision leaves out is not converted.
+            // Characters past the precision are not converted.
             EXPECT_EQ("<", text("%.1S", wide));
             continue;
         }
@@ -1107,7 +1108,7 @@ TEST(zsnprintf, CutsWideTextBetweenCharacters)
                   zsnprintf_6_0(out, static_cast<int>(size), "%C", 0x3042));
         EXPECT_EQ(size > bytesPerCharacter ? whole.substr(0, bytesPerCharacter) : "", out) << size;
     }
-    // A narrow text is cut at any byte.
+    // A narrow string is truncated at any byte.
     char buffer[3];
     zsnprintf_6_0(buffer, sizeof buffer, "x%s", whole.c_str());
     EXPECT_EQ("x" + whole.substr(0, 1), buffer);
@@ -1177,7 +1178,7 @@ TEST(zsnprintf, KeepsThePrefixOfZero)
     EXPECT_EQ("0x0", text("%#x", 0));
     EXPECT_EQ("0X0", text("%#X", 0));
     EXPECT_EQ("0x0", text("%p", nullptr));
-    // The padding does not count it.
+    // The padding does not include it.
     EXPECT_EQ("    0x0", text("%#5x", 0));
     EXPECT_EQ("0x00000", text("%#05x", 0));
     EXPECT_EQ("0x0    ", text("%-#5x", 0));
