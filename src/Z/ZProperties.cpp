@@ -881,6 +881,12 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
     return isRemovable(before) && exists(before) ? before : std::string();
 }
 
+bool ZProperties_6_0::Rep::namesOwnCompanion(ZJournaledFile const& file)
+{
+    std::string const entry = companionNamedIn(file.text());
+    return !entry.empty() && file.isOwnCompanion(entry);
+}
+
 ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char const* path,
                                                  std::unique_ptr<ZPCache_6_0>& edited,
                                                  std::optional<Undo>& undo)
@@ -1023,6 +1029,8 @@ void ZProperties_6_0::store(char const* path)
             change.change = ZJournaledFile::Companion::written;
             change.path = companion;
             change.contents = viewOf(packed);
+            change.isNamed =
+                companion == named || (rep_->isStanzaFile && Rep::namesOwnCompanion(file));
             companions.hold(companion);
         } else {
             companions.releaseAll();

@@ -99,12 +99,14 @@ public:
     /// Writes the file at `path`, makes it when it is missing, and clears the modified flag. If the
     /// companion file that the contents name is another file's own, the file at `path` gets one of
     /// its own, and the contents name that. Without obfuscated values the file's own companion is
-    /// removed, whichever store has written it.
+    /// removed, whichever store has written it. An existing file with the name of a new companion
+    /// is only replaced if a store can have written it.
     /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
     ///         ZPropertiesIOException_6_0 with the name of the call that failed: "fopen(r+)",
-    ///         "fcntl()" (another process reads or writes), "access()", "fopen(w)" for the
-    ///         companion, "write()", "fsync()", "ftruncate()", "rename()" and so on. Files and
-    ///         store are as they were then, and the modified flag stays set.
+    ///         "fcntl()" (another process reads or writes), "access()" (EEXIST: another file
+    ///         has the name of the companion), "fopen(w)" for the companion, "write()", "fsync()",
+    ///         "ftruncate()", "rename()" and so on. Files and store are as they were then, and the
+    ///         modified flag stays set.
     /// threads as load().
     /// cost    O(size); the disk is waited for.
     void store(char const* path) override;

@@ -171,6 +171,9 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static std::string companionToRemove(ZProperties_6_0 const& store, ZJournaledFile const& file,
                                          std::string const& named);
 
+    /// Returns whether the text of `file` names the companion that belongs to its path.
+    static bool namesOwnCompanion(ZJournaledFile const& file);
+
     /// Returns whether a value has no UTF-8 form: it reads as an empty text then.
     static bool lacksUTF8(char const* value);
 

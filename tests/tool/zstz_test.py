@@ -601,6 +601,18 @@ class ZstzTest(tool.ToolTest):
         self.expect_unchanged(NO_ACCESS, 'edit the line "file = ..." of [configuration-database] out '
                               f"of {self.file}\n", "set", self.file, "a", "k", "w")
 
+    def test_a_file_with_the_name_of_the_companion_is_left_alone(self):
+        other = pathlib.Path(self.file + ".obf")
+        other.write_text("[other]\nk = v\n")
+        for options in [], ["--replace"]:
+            self.expect_unchanged(NO_ACCESS, f"zstz: {other}: is not a companion file, but has the "
+                                  f"name of that of {self.file}; rename it, then try again\n", "set",
+                                  self.file, "listener", "password", "--obfuscated", *options,
+                                  given="x")
+        self.assertEqual("[other]\nk = v\n", other.read_text())
+        other.rename(self.file + ".other")
+        self.expect(DONE, "", "set", self.file, "listener", "password", "--obfuscated", given="x")
+
     def test_a_journal_that_may_not_be_read(self):
         options = self.as_nobody()
         journal = self.path.parent / f".{self.path.name}.zjn"

@@ -1480,6 +1480,83 @@ TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
     EXPECT_EQ("conf foreign", directory_.names());
 }
 
+TEST_F(ZProperties, FileWithTheNameOfTheCompanionIsNotOverwritten)
+{
+    std::string const stanzas = "[other]\nk = v\n";
+    std::string const companion = directory_.write("conf.obf", stanzas);
+    std::string const refused = "io " + companion + " access() 17";
+    std::string const path = load("[s]\nk = a\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    for (int const replacing : {0, 1}) {
+        SCOPED_TRACE(replacing);
+        store_.setReplacing(replacing);
+        // The second call must not take the file for the one that the first has written.
+        EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
+    }
+    EXPECT_EQ(1, store_.isModified());
+    EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
+    EXPECT_EQ(stanzas, directory_.read("conf.obf"));
+    EXPECT_EQ("conf conf.obf", directory_.names());
+
+    // Nor is a file created that cannot have its companion.
+    directory_.write("new.obf", stanzas);
+    Store other;
+    other.setValue("s", "secret", "hidden", 1);
+    EXPECT_EQ("io " + directory_.at("new.obf") + " access() 17",
+              raised([&] { other.store(directory_.at("new").c_str()); }));
+    EXPECT_EQ("conf conf.obf new.obf", directory_.names());
+
+    std::filesystem::remove(companion);
+    EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+    EXPECT_EQ("hidden,", valuesOf(store_, "s", "secret"));
+}
+
+TEST_F(ZProperties, FirstCompanionReplacesOnlyWhatAStoreCanHaveWritten)
+{
+    struct Case {
+        char const* name;
+        std::string contents;
+        std::string expected;
+    };
+    std::string const refused = "io " + directory_.at("conf.obf") + " access() 17";
+    Case const cases[] = {
+        {"empty", "", "nothing"},
+        {"earlier companion", packed({"s", "secret", "old"}), "nothing"},
+        {"one byte", "x", refused},
+        {"Java property file", "x = 1\n", refused},
+        {"comment", "# mine\n", refused},
+        {"zero bytes", std::string(20, '\0'), refused},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string const path = directory_.write("conf", "[s]\n");
+        directory_.write("conf.obf", c.contents);
+        Store store;
+        store.load(path.c_str());
+        store.setValue("s", "secret", "hidden", 1);
+        EXPECT_EQ(c.expected, raised([&] { store.store(nullptr); }));
+        EXPECT_EQ(c.expected == "nothing", directory_.read("conf.obf") != c.contents);
+    }
+}
+
+TEST_F(ZProperties, DamagedCompanionThatTheFileNamesIsReplaced)
+{
+    std::string const companion = directory_.write("conf.obf", "damaged");
+    for (std::string const& entry : {companion, directory_.path() + "/./conf.obf"}) {
+        SCOPED_TRACE(entry);
+        directory_.write("conf.obf", "damaged");
+        std::string const path =
+            directory_.write("conf", "[configuration-database]\nfile = " + entry + "\n");
+        Store store;
+        store.setValue("s", "secret", "hidden", 1);
+        EXPECT_EQ("nothing", raised([&] { store.store(path.c_str()); }));
+        Store again;
+        again.load(path.c_str());
+        EXPECT_EQ("hidden,", valuesOf(again, "s", "secret"));
+    }
+}
+
 TEST_F(ZProperties, CompanionDirectoryIsChecked)
 {
     std::string const path = load("[s]\n");

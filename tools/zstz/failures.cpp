@@ -109,6 +109,10 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
         return {exitNoAccess, "cannot write in " + path + ": " + strerror(error) +
                                   "; the companion file of " + mainFile +
                                   " belongs there, check the permissions of the folder"};
+    if (error == EEXIST)
+        return {exitNoAccess, path +
+                                  ": is not a companion file, but has the name of that of " +
+                                  mainFile + "; rename it, then try again"};
     if (error != EPERM)
         return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
                                   "; check its owner and permissions"};

@@ -24,7 +24,9 @@ bool looksCompressed(std::string_view bytes)
         return bytes.empty();
     auto const first = static_cast<unsigned char>(bytes[0]);
     auto const second = static_cast<unsigned char>(bytes[1]);
-    return (first & 0x0F) == Z_DEFLATED && (first * 256 + second) % 31 == 0;
+    constexpr int kPresetDictionary = 0x20;  // no store uses one; text may have the bit: "x = 1"
+    return (first & 0x0F) == Z_DEFLATED && (second & kPresetDictionary) == 0 &&
+           (first * 256 + second) % 31 == 0;
 }
 
 CompanionFile::CompanionFile(MainFile const& main, std::string const& path)

@@ -105,10 +105,13 @@ void Writer::readOldCompanion()
         if (error == 0)
             error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_);
     }
-    // A file that this one names but that no store can have written is left alone.
-    if (error == EISDIR || error == EINVAL || error == EPERM ||
-        (hadCompanion_ && !looksCompressed(oldCompanion_.view()) && !companion_->isOwn()))
+    // A file that no store can have written is left alone, unless it is the damaged companion of
+    // this file.
+    bool const isOther = error == 0 && !looksCompressed(oldCompanion_.view());
+    if (error == EISDIR || error == EINVAL || error == EPERM || (isOther && !companion_->isOwn()))
         throw IoError{path, "access()", EPERM};
+    if (isOther && !change_.isNamed)
+        throw IoError{path, "access()", EEXIST};
     if (error != 0 && error != ENOENT)
         throw IoError{path, "fopen(w)", error};
     if (companionChange_ == CompanionChange::written && hadCompanion_ && isAsWanted()) {

@@ -35,6 +35,7 @@ struct CompanionChange {
     enum Change { kept, written, removed } change = kept;
     std::string path;
     std::string_view contents;  // to write
+    bool isNamed = true;        // by the text that is replaced: so an existing file is a companion
 };
 
 class Writer {
