@@ -1,7 +1,7 @@
-// Java-style property files: load and let go.
+// Java-style property files: load and destroy.
 //
-// The Java platform loads in a process of its own, which is warm when it is timed and says itself
-// how much of the processor a load took; letting go costs it nothing here.
+// The Java platform loads in a process of its own, which is warmed up before it is timed and
+// reports the processor time of each load itself; destroying the properties costs it nothing here.
 #include <Z/ZJavaProperties.h>
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kWarmLoads = 100;
 
-// Generated files by the number of their keys; they are removed when the program ends.
+// Generated files by number of keys; removed when the program ends.
 class Files {
 public:
     Files() = default;
@@ -33,7 +33,8 @@ public:
             unlink(path.c_str());
     }
 
-    // A quarter of the values is plain, one has escapes, one units, one goes over two lines.
+    // A quarter of the values is plain, a quarter has escapes, a quarter units, a quarter spans two
+    // lines.
     std::string const& of(long keys)
     {
         std::string& path = paths_[keys];

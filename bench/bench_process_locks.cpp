@@ -1,4 +1,4 @@
-// Process locks: acquire and release, alone and in turns with another process.
+// Process locks: acquire and release, without contention and in turns with another process.
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-// A folder in memory, where there is such a place: what a disk takes is another question.
+// A directory in memory, if the machine has one: the speed of a disk is a different question.
 class Folder {
 public:
     Folder()
@@ -63,8 +63,8 @@ void setLock(int fd, short type, off_t start)
     benchmark::DoNotOptimize(fcntl(fd, F_SETLKW, &range));
 }
 
-// What no lock by way of a file can do without: it excludes the threads of the process from
-// nothing, lets writers starve, and does not see that its file was replaced.
+// The least work of any lock that uses a file: it excludes no threads of the process, lets writers
+// starve, and does not notice that its file was replaced.
 struct Floor {
     std::string const path;
     int fd = -1;
@@ -85,7 +85,7 @@ struct Floor {
     }
 };
 
-// The same with the gate, the process id and the look at the file that ours takes besides.
+// Adds the gate, the process id and the check of the file, as our lock does.
 struct Protocol {
     std::string const path;
     int fd = -1;
@@ -119,7 +119,7 @@ struct Protocol {
 };
 
 #ifdef Z_PEER_BOOST
-// Its file stays open; it excludes no threads and carries no number.
+// Keeps its file open; excludes no threads and has no sequence number.
 struct BoostFileLock {
     boost::interprocess::file_lock lock;
     bool reads = false;
@@ -139,7 +139,7 @@ struct BoostFileLock {
 #endif
 
 #ifdef Z_PEER_QT
-// It has writers only.
+// Has only a write lock.
 struct QtLockFile {
     QLockFile lock;
     explicit QtLockFile(Folder const& folder) : lock(QString::fromStdString(folder.path() + "/qt"))
@@ -161,7 +161,7 @@ void alone(benchmark::State& state, void (Lock::*acquire)())
     }
 }
 
-// Two processes take turns: who has the lock and the turn gives the turn away.
+// Two processes alternate: the process that has the lock and the turn passes the turn on.
 template <class Lock>
 void inTurns(benchmark::State& state)
 {
@@ -213,7 +213,7 @@ bool const registered = [] {
     registerAll<BoostFileLock>("boost.file_lock");
 #endif
 #ifdef Z_PEER_QT
-    // In turns it would measure how long it sleeps between two looks.
+    // In turns this would measure how long it sleeps between two attempts.
     benchmark::RegisterBenchmark("ProcessLockWrite/QLockFile", alone<QtLockFile>,
                                  &QtLockFile::write);
 #endif

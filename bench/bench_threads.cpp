@@ -1,4 +1,4 @@
-// Locks: lock and unlock, alone, nested and contended; read-write locks; conditions; threads.
+// Locks: lock and unlock, uncontended, nested and contended; read-write locks; conditions; threads.
 #include <Z/ZCondition.h>
 #include <Z/ZLock.h>
 #include <Z/ZReadWriteLock.h>
@@ -105,8 +105,8 @@ void contended(benchmark::State& state)
     }
 }
 
-// Rows come in two rounds: the contended ones start threads, and a C library that knows of a second
-// thread locks more dearly from then on.
+// Rows run in two rounds: the contended ones start threads, and some C libraries lock more slowly
+// after the process has started a second thread.
 enum Round { withoutThreads, withThreads };
 
 template <class Lock>
@@ -125,7 +125,8 @@ void registerLockRows(std::string const& contender, Round round)
 
 // ---- Read-write locks ------------------------------------------------------------------------
 //
-// Peers that cannot take "protect" have no row for it; of the others only boost's is upgradable.
+// Peers without an equivalent of "protect" have no row for it; of the rest only boost's lock can be
+// upgraded.
 
 struct OurReadWrite {
     static constexpr bool kUpgrades = true;
@@ -141,7 +142,7 @@ struct OurReadWrite {
     }
 };
 
-// The standard's names for the four operations.
+// Standard-library names for the four operations.
 template <class Mutex>
 struct Shared {
     static constexpr bool kUpgrades = false;
@@ -215,7 +216,7 @@ void promoteAlone(benchmark::State& state)
     }
 }
 
-// 95 reads for 5 writes, from two threads.
+// 95 reads per 5 writes, from two threads.
 template <class Lock>
 void mostlyRead(benchmark::State& state)
 {
@@ -272,7 +273,7 @@ struct StdCondition {
     void signal() { condition.notify_one(); }
 };
 
-// A ball that goes to another thread and back: one iteration is two wake-ups.
+// Two threads pass a ball back and forth: one iteration is two wake-ups.
 template <class Condition>
 void pingPong(benchmark::State& state)
 {
@@ -328,7 +329,7 @@ void startAndJoinStd(benchmark::State& state)
         std::thread([] {}).join();
 }
 
-// Counts the units of work done; the thread that hands them out waits for each.
+// Counts the finished units of work; the submitting thread waits for each.
 std::atomic<unsigned> done{0};
 
 void workIsDone()
@@ -380,7 +381,7 @@ void submitToPoco(benchmark::State& state)
     public:
         void run() override { workIsDone(); }
     } work;
-    // Its thread reports itself free a moment after the work: with one thread alone the next
+    // A thread reports itself idle a moment after the work: with a single thread the next
     // submission would find none.
     Poco::ThreadPool pool(2, 16);
     handOut(state, [&] { pool.start(work); });

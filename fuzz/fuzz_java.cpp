@@ -1,6 +1,6 @@
-// Property files: read as a model of the table of states reads them, from a stream and from a file,
-// with a stop key and without; what was written for entries that can be written gives them back,
-// and is written again as it was. Writing waits for the disk, so it is tried with few inputs.
+// Property files: the reader must match a model of the state table, from a stream and from a file,
+// with and without a stop key. Entries that can be written must be read back, and be written again
+// with the same bytes. Writing waits for the disk, so only a few inputs are written.
 #include <Z/ZJavaProperties.h>
 #include <fcntl.h>
 #include <stdint.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// A file, in memory where there is such a place, that goes with the process.
+// A temporary file, in memory if possible, removed when the process ends.
 class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -49,7 +49,7 @@ Entries entriesOf(JavaModel const& model)
     return entries;
 }
 
-// One input in fifty, and the same ones in every run.
+// Chooses one input in fifty, the same ones in every run.
 bool isStored(std::string const& text)
 {
     uint32_t hash = 2166136261u;

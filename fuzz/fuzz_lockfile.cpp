@@ -1,6 +1,6 @@
-// Lock files: whatever a file holds, and whatever happens to it between two acquisitions, a process
-// lock reads the number that the form of the file says, raises it by one, tells of changes, and
-// touches nothing but its eight bytes.
+// Lock files: for any contents of the file, and any change between two acquisitions, a process lock
+// reads the number that the file form defines, increments it by one, reports changes, and writes
+// only the file's eight bytes.
 #include <Z/ZException.h>
 #include <Z/ZObserver.h>
 #include <Z/ZProcessReadWriteFileLock.h>
@@ -20,7 +20,7 @@ namespace {
 constexpr size_t kMostBytes = 64;
 constexpr uint32_t kNever = 0xFFFFFFFF;  // is never written
 
-// A directory, in memory where there is such a place, that goes with the process.
+// A temporary directory, in memory if possible, removed when the process ends.
 class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -70,7 +70,7 @@ std::string bytesOf(Word word)
     return {reinterpret_cast<char const*>(&word), sizeof word};
 }
 
-// The number that a file stands for once the process id is in it.
+// Returns the sequence number of a file; missing bytes are 0, as after the process id was written.
 uint32_t numberIn(std::string bytes)
 {
     bytes.resize(std::max(bytes.size(), sizeof(uint32_t)));
@@ -100,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 
     std::string file = choices.text(kMostBytes);
     scratch.write(file);
-    uint32_t last = kNever;  // what the object saw last
+    uint32_t last = kNever;  // the number that the object saw last
     for (int round = 0; round < 8 && !choices.isEmpty(); ++round) {
         unsigned const act = choices.byte();
         if (act % 4 == 0) {  // another process, or an editor

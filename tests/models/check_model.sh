@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks a model with spin: nothing may be found in it as it is, and something in it with each of the
-# mistakes that it has a number for. usage: check_model.sh MODEL
+# Checks a model with spin: the search must find no error in the model itself, and an error with
+# each of its numbered faults. usage: check_model.sh MODEL
 set -euo pipefail
 model=$(readlink -f "$1")
 export LC_ALL=C
@@ -9,11 +9,11 @@ room=$(mktemp -d)
 trap 'rm -rf "$room"' EXIT
 cd "$room"
 
-# search FAULT: writes what the search says to its standard output.
+# search FAULT: prints the output of the search.
 search()
 {
     spin -DFAULT="$1" -a "$model" >/dev/null
-    # A gigabyte at most; a search that is cut short says so.
+    # At most a gigabyte; the output shows whether the search was cut short.
     gcc -O2 -w -DSAFETY -DCOLLAPSE -DMEMLIM=900 pan.c -o pan
     ./pan -m20000
 }

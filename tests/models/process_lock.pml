@@ -2,20 +2,21 @@
  *
  * Three processes of two threads, one lock object in each process, one lock file. A process has the
  * lock between its threads, the file mutex, its state and its two sequence numbers; the file has the
- * gate, the data range and the sequence number. Each thread takes the lock once, for reading or for
- * writing, and each process has an observer: with the second thread of a process its lock has a past.
+ * gate, the data range and the sequence number. Each thread acquires the lock once, for reading or
+ * writing, and each process has an observer. The second thread of a process finds a lock object that
+ * was held before.
  *
- * Checked: the lock excludes, between threads and between processes; whoever holds the lock has told
- * his observers of every change of others, once; while a writer waits for readers to leave, no
- * other process begins to read; nobody waits for ever.
+ * Checked: the lock excludes threads and processes. A thread that holds the lock has notified its
+ * observers of every change by other processes, once. While a writer waits for readers to leave, no
+ * other process starts to read. No thread waits forever.
  *
- * Steps that no other thread can tell apart are one: those of a process under its file mutex.
+ * Steps that no other thread can distinguish are one step: those of a process under its file mutex.
  *
- * FAULT puts a mistake in, to see that it is found:
+ * FAULT adds a mistake, to check that the search finds it:
  *   1  readers do not pass the gate
- *   2  the first reader that leaves takes the file lock with him
- *   3  a change counts as seen when the lock is taken, not when it is given back
- *   4  a writer gives the gate back as soon as he has it
+ *   2  the first leaving reader releases the file lock
+ *   3  a change is marked as seen when the lock is acquired, not when it is released
+ *   4  a writer releases the gate as soon as it has it
  */
 #ifndef FAULT
 #define FAULT 0
@@ -30,13 +31,13 @@
 #define READ  1
 #define WRITE 3
 
-/* The lock file: who holds the gate, who reads the data range, who writes it; its number. */
+/* The lock file: holder of the gate, readers and writer of the data range, sequence number. */
 byte gate = NOBODY;
-byte reading = 0; /* one bit a process */
+byte reading = 0; /* one bit per process */
 byte writing = NOBODY;
 byte number = 0;
 
-/* One lock object a process. */
+/* One lock object per process. */
 byte readers[PROCESSES];
 byte holder[PROCESSES] = NOBODY;
 bool fileMutex[PROCESSES];
@@ -44,10 +45,10 @@ byte state[PROCESSES];
 byte sequence[PROCESSES];
 byte lastSequence[PROCESSES] = UNSEEN;
 
-/* What the checks need to know. */
+/* State for the checks. */
 byte insideReading = 0;
 byte insideWriting = 0;
-byte waitingWriter = NOBODY;   /* has asked for the data range and waits for readers to leave */
+byte waitingWriter = NOBODY;   /* waits for the data range until the readers leave */
 byte told[PROCESSES] = UNSEEN; /* the newest number that the process knows of */
 
 /* ---- between the threads of a process ---- */
@@ -112,7 +113,7 @@ inline acquire(s) {
     d_step {
         if
         :: state[p] == UNSET ->
-            /* A reader gives the gate back at once. */
+            /* A reader releases the gate immediately. */
             if
             :: s == READ && gate == p -> gate = NOBODY
             :: else
@@ -244,11 +245,11 @@ proctype thread(byte p; byte t; byte wanted) {
     unlock()
 }
 
-/* Processes are alike, and so are the threads of one: of the ways to hand out reading and writing
- * that differ only in who is who, one is looked at. */
+/* Processes are interchangeable, and so are the threads of a process: of all assignments of readers
+ * and writers that differ only in order, the model checks one. */
 init {
     byte p = 0;
-    byte writers = 0; /* threads of the process that write, at least as many as of the one before */
+    byte writers = 0; /* writing threads of the process; not fewer than in the previous process */
     atomic {
         do
         :: p < PROCESSES ->

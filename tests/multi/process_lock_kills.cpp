@@ -1,15 +1,15 @@
-// Kills processes while they hold or await a process lock, and looks whether the lock keeps what it
+// Kills processes while they hold or wait for a process lock, and checks that the lock keeps its
 // promises. usage: process_lock_kills [--kills N]
 //
-// Eight processes of four threads raise the number in a file under the write lock, and look at it
-// under the read lock. One of them is killed every five milliseconds, and another takes its place.
+// Eight processes of four threads increment the number in a file under the write lock, and read it
+// under the read lock. Every five milliseconds one of them is killed and replaced by another.
 //
-// - Never two writers: a word in shared memory says which process writes. Who finds another's id
-//   there must find that process dead.
-// - A kill never keeps the others out: the next acquisition comes within a second.
-// - Nothing is lost: the number is that of the raises the processes know of, and at most one more
+// - Never two writers: a word in shared memory has the id of the writing process. A process that
+//   finds another id there must find that process dead.
+// - A kill never blocks the others: the next acquisition succeeds within a second.
+// - Nothing is lost: the number equals the increments that the processes know of, plus at most one
 //   for each kill.
-// - The sequence number rises by one with each update, and never is the invalid one.
+// - The sequence number increases by one with each update and is never the invalid number.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <fcntl.h>
@@ -44,10 +44,10 @@ constexpr unsigned long kInvalid = Lock::invalidSequence;
 // In memory that all processes share.
 struct Shared {
     std::atomic<bool> stop;
-    std::atomic<pid_t> writer;            // 0: nobody
-    std::atomic<unsigned long> sequence;  // of the last update that ended
+    std::atomic<pid_t> writer;            // 0: no process
+    std::atomic<unsigned long> sequence;  // of the last completed update
     std::atomic<unsigned long> acquisitions;
-    std::atomic<unsigned long> raises;  // that the processes know of
+    std::atomic<unsigned long> raises;  // increments that the processes know of
     std::atomic<int> faults;
     char firstFault[200];
 };
@@ -58,7 +58,8 @@ void fault(Shared& shared, std::string const& what)
         std::snprintf(shared.firstFault, sizeof shared.firstFault, "%s", what.c_str());
 }
 
-// Whether a process ends soon: its locks go a little before it is seen to be dead.
+// Returns whether a process ends soon: its locks are released a little before it is seen to be
+// dead.
 bool ends(pid_t process)
 {
     std::string const path = "/proc/" + std::to_string(process) + "/stat";
@@ -100,7 +101,7 @@ void raiseCounter(Shared& shared, Lock& lock, int fd)
     unsigned long const raised = readCounter(fd) + 1;
     if (pwrite(fd, &raised, sizeof raised, 0) != sizeof raised)
         fault(shared, "the counter cannot be written");
-    // An update is what unlock() does, in two steps: between them stands the mark of the sequence.
+    // The two steps of unlock(); between them the sequence number is recorded.
     lock.sync(1);
     shared.sequence.store(lock.getSequence());
     pid_t self = getpid();
@@ -177,7 +178,7 @@ int main(int argc, char** argv)
 
     std::mt19937 random(7);
     Clock::duration longest{};
-    bool awaited = false;  // an acquisition, since the kill at `since`
+    bool awaited = false;  // an acquisition since the kill at `since`
     Clock::time_point since;
     unsigned long acquisitions = 0;
     auto const look = [&] {

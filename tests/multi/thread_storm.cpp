@@ -1,14 +1,14 @@
-// Wears at locks, conditions, threads and the pool with many threads, with signals and with
-// cancellations, and looks whether they keep what they promise.
+// Stresses locks, conditions, threads and the pool with many threads, signals and cancellations,
+// and checks that they keep their promises.
 // usage: thread_storm [--seconds N] [--threads N] [--acquisitions N] [--cancellations N]
 //
-// - Stress: all threads take all kinds of locks in all ways for a time. What a lock guards is two
-//   numbers that are only different while a writer is at work; under ThreadSanitizer they are also
-//   what a missing lock would show at.
-// - Signals: a signal a millisecond, without SA_RESTART, to threads that acquire. Each acquisition
-//   comes back held; a condition is not missed.
+// - Stress: all threads acquire all kinds of locks in all ways for a time. Each lock guards two
+//   numbers that differ only while a writer is at work; under ThreadSanitizer they also reveal a
+//   missing lock.
+// - Signals: threads that acquire locks get a signal every millisecond, without SA_RESTART. Each
+//   acquisition returns with the lock held; no wake-up of a condition is lost.
 // - Cancellations: threads of all kinds are cancelled at random moments. Afterwards nothing is
-//   locked, no slot of the pool is taken, and no descriptor is open that was not before.
+//   locked, no slot of the pool is taken, and no new descriptor is open.
 #include <Z/ZCondition.h>
 #include <Z/ZException.h>
 #include <Z/ZLock.h>
@@ -48,7 +48,7 @@ void fault(char const* what)
         std::fprintf(stderr, "FAULT: %s\n", what);
 }
 
-// Two numbers that are the same whenever nobody changes them.
+// Two numbers that are equal unless a writer is changing them.
 class Pair {
 public:
     void raise()
@@ -143,7 +143,7 @@ private:
         return 2;
     }
 
-    // Two locks, always in one order.
+    // Two locks, always in the same order.
     int both(unsigned which)
     {
         unsigned const next = (which + 1) % kLocks;
@@ -177,7 +177,7 @@ private:
         return 1;
     }
 
-    // Takes what somebody has signalled; waits for it where few wait already.
+    // Consumes a signal of another thread; waits for it unless too many threads wait already.
     int await()
     {
         ZResourceLock_6_0 const guard(*ready_.getResource());
@@ -294,7 +294,7 @@ int openDescriptors()
     return count;
 }
 
-// What threads do until they are cancelled.
+// The work of threads until they are cancelled.
 struct Scene {
     ZLock_6_0 lock;
     Pair locked;
@@ -323,7 +323,8 @@ struct Scene {
                 ZStackReadWriteLock_6_0 guard(shared, 0);
                 guard.writeLock();
                 sharedPair.raise();
-                // Not by sleeping: ThreadSanitizer loses track of a thread that is cancelled there.
+                // Do not sleep: ThreadSanitizer loses track of a thread that is cancelled in a
+                // sleep.
                 for (unsigned i = 0; i < number % 8; ++i) {
                     std::this_thread::yield();
                     pthread_testcancel();
@@ -354,7 +355,7 @@ struct Scene {
     {
         if (shared.haveLock(Lock::unset) == 0)
             fault("a read-write lock is held behind a cancellation");
-        // Would wait for ever, and the alarm strike.
+        // If one of these were held, this would wait until the alarm ends the program.
         ZResourceLock_6_0 const one(lock);
         ZResourceLock_6_0 const other(*condition.getResource());
         locked.look();
@@ -410,7 +411,8 @@ void cancelAtRandom(int rounds)
         pool.start(sleeper);
         sleeper.wakeUp();
         usleep(random() % 300);
-        // One after the other, so that those who are left meet what the first ones left behind.
+        // Cancel them one after another, so that the remaining threads use the locks after each
+        // cancellation.
         for (auto const& player : players) {
             pthread_cancel(player->getPThreadID());
             usleep(random() % 100);

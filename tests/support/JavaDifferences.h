@@ -1,8 +1,9 @@
-// JavaDifferences: where the reader of property files and java.util.Properties agree to differ.
+// JavaDifferences: the known differences between the reader of property files and
+// java.util.Properties.
 //
-// A file that meets none of the rules below means the same to both. One that does can be rewritten
-// so that the platform reads from it what the library reads from the original: every place that a
-// rule names is put in other words, and all the rest stays as it is.
+// A file to which none of the rules below applies has the same entries in both. Any other file can
+// be rewritten so that the platform reads the entries that the library reads from the original:
+// each construct that a rule names is expressed differently, and the rest stays unchanged.
 #pragma once
 
 #include <cstdio>
@@ -36,14 +37,14 @@ enum class JavaRule {
 
 using JavaRules = std::set<JavaRule>;
 
-// One row per rule: the smallest file that shows it, and what the two make of that.
+// One row per rule: the smallest file that shows it, and the entries that each reader finds.
 struct JavaDifference {
     JavaRule rule;
     char const* name;
     char const* file;
     std::map<std::string, std::string> ours;
-    std::optional<std::map<std::string, std::string>> java;  // nothing: the file is refused
-    JavaRules alongside;                                     // rules that cannot be kept out
+    std::optional<std::map<std::string, std::string>> java;  // no value: the file is refused
+    JavaRules alongside;                                     // rules that apply at the same time
 };
 
 inline std::vector<JavaDifference> const& javaDifferences()
@@ -128,8 +129,8 @@ inline std::vector<JavaDifference> const& javaDifferences()
     return table;
 }
 
-// The same file for the platform. Bytes above 0x7F become units of a private area, kBytes + byte;
-// bytesOf() takes them back.
+// Rewrites a file for the platform. Bytes above 0x7F become units of a private area, kBytes + byte;
+// bytesOf() reverses that.
 class JavaReading {
 public:
     explicit JavaReading(JavaModel const& model)
@@ -149,7 +150,7 @@ public:
     std::string const& file() const { return file_; }
     JavaRules const& rules() const { return rules_; }
 
-    // The bytes behind a text that the platform read from file().
+    // Returns the original bytes of a string that the platform read from file().
     static std::string bytesOf(std::string_view text)
     {
         std::string bytes;
@@ -172,7 +173,8 @@ private:
 
     int next() const { return last_.next == 16 ? 3 : last_.next; }
 
-    // Of a pair of line ends the platform needs no second; one more would end a continued line.
+    // The platform does not need the second line ending of a pair; another one would end a
+    // continued line.
     void ignore()
     {
         bool const carriage = last_.c == '\r' && !last_.ignored;
@@ -267,7 +269,7 @@ private:
         }
     }
 
-    // A character that stands where it stands.
+    // Copies a character to the same position.
     void takeText(JavaModel::Step const& step)
     {
         bool const blank = step.kind == JavaModel::blank;
@@ -276,7 +278,7 @@ private:
             hasValue_ = step.next == 8;
         else if (step.next == 8)
             hasValue_ = true;
-        // What the zero stood before must not come to stand behind the separator.
+        // A character that follows a zero must not become the first one after the separator.
         if (behindZero_ && step.state == 8 && (blank || separates))
             file_ += '\\';
         behindZero_ = false;
@@ -294,13 +296,13 @@ private:
         }
     }
 
-    // Line ends are written as one byte: two that follow each other must not become a pair.
+    // Line endings are written as one byte: two in a row must not become a pair.
     void put(JavaModel::Step const& step)
     {
         file_ += step.kind == JavaModel::lineEnd ? '\n' : step.c;
     }
 
-    // Takes the entry that was begun out of the file.
+    // Removes the unfinished entry from the file.
     void drop(JavaRule rule)
     {
         rules_.insert(rule);
@@ -327,9 +329,9 @@ private:
     std::string file_;
     JavaRules rules_;
     JavaModel::Step last_ = {};
-    size_t begin_ = 0;           // of the line that is being read, in file_
-    bool skipping_ = false;      // behind an error
-    bool skippingNext_ = false;  // it was at a line end
+    size_t begin_ = 0;           // start of the current line in file_
+    bool skipping_ = false;      // after an error
+    bool skippingNext_ = false;  // the error was at a line ending
     bool hasSeparator_ = false;
     bool hasValue_ = false;
     bool behindZero_ = false;

@@ -1,4 +1,4 @@
-// JavaEntries: what a ZJavaProperties_6_0 holds, as a map of bytes.
+// JavaEntries: the contents of a ZJavaProperties_6_0 as a map of bytes.
 #pragma once
 
 #include <Z/ZArrayList.h>
@@ -65,8 +65,8 @@ inline bool valueArrives(std::string_view value)
     return true;
 }
 
-// Whether these entries come back from the file that is written for them, to the library and to the
-// Java platform.
+// Returns whether the library and the Java platform read these entries back from the file that is
+// written for them.
 inline bool arrives(Entries const& entries)
 {
     for (auto const& [key, value] : entries)

@@ -1,14 +1,14 @@
-// JavaModel: what a Java-style property file means, worked out slowly from a table of states and
-// kinds of characters.
+// JavaModel: a slow reader of Java-style property files, driven by a table of states and kinds of
+// characters.
 //
-// A row is a state, a column a kind; a cell says what happens to the character and where to go:
+// A row is a state, a column a kind of character. A cell gives the action and the next state:
 //
-//     k v    the character goes to the key, or to the value
-//     s      the entry is stored, which ends the reading at the stop key
-//     m      the entry is stored as at an empty continuation line
-//     f d l  first, further and last hexadecimal digit
-//     x      error: the line is skipped
-//     a … o  the next state: the letters stand for 1 to 15
+//     k v    append the character to the key, or to the value
+//     s      store the entry; stop at the stop key
+//     m      store the entry as at an empty continuation line
+//     f d l  first, middle and last hexadecimal digit
+//     x      error: skip the line
+//     a … o  the next state: the letters mean 1 to 15
 #pragma once
 
 #include <string>
@@ -31,13 +31,13 @@ public:
         other
     };
 
-    // A character on its way through the table.
+    // A character and the states before and after it.
     struct Step {
         char c;
-        int state;  // before
+        int state;  // before the character
         Kind kind;
-        int next;      // behind; 16 for an error
-        bool ignored;  // the second of a pair of line ends: state, kind and next say nothing
+        int next;      // after the character; 16 for an error
+        bool ignored;  // second of a pair of line endings: state, kind and next are undefined
     };
 
     explicit JavaModel(std::string_view bytes, std::string const& stopKey = "")
@@ -74,7 +74,7 @@ public:
 
     std::vector<std::pair<std::string, std::string>> stored;  // in the order of the file
     std::vector<Step> steps;
-    std::string key;  // that was being read last
+    std::string key;  // the last key that was read
     std::string value;
 
 private:
@@ -135,7 +135,7 @@ private:
         return next;
     }
 
-    // The unit 0 adds nothing; half a pair of surrogates is encoded like any other unit.
+    // The unit 0 adds nothing; an unpaired surrogate is encoded like any other unit.
     void addUnit(int unit)
     {
         auto const add = [this](int bits) { value += static_cast<char>(bits); };

@@ -1,8 +1,8 @@
-// JavaPeer: java.util.Properties, in a process of the Java platform that runs PropertiesPeer.java
-// beside this file as long as the object lives.
+// JavaPeer: java.util.Properties, in a Java process that runs PropertiesPeer.java (in this
+// directory) as long as the object lives.
 //
-// Texts of the platform stand here as bytes: every UTF-16 unit is encoded for itself, half a pair
-// of surrogates too.
+// Strings of the platform are encoded as bytes, each UTF-16 unit separately, unpaired surrogates
+// too.
 #pragma once
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ public:
     using Entries = std::map<std::string, std::string>;
     using Units = std::u16string;
 
-    /// Starts the process: `java` runs `program`, a source file.
+    /// Starts the process: `java` runs the source file `program`.
     JavaPeer(char const* java, char const* program)
     {
         int to[2];
@@ -50,7 +50,8 @@ public:
         waitpid(child_, nullptr, 0);
     }
 
-    /// Returns what the platform reads from a file of these bytes; nothing when it refuses them.
+    /// Returns the entries that the platform reads from a file of these bytes; nothing if it
+    /// refuses them.
     std::optional<Entries> load(std::string_view file)
     {
         fputc('l', to_);
@@ -84,8 +85,8 @@ public:
         return file;
     }
 
-    /// Returns how many nanoseconds of the processor the platform takes to read the file at `path`;
-    /// what its collector of unused memory takes is not in them.
+    /// Returns the processor time, in nanoseconds, that the platform takes to read the file at
+    /// `path`, without its garbage collector.
     uint64_t time(std::string const& path)
     {
         fputc('t', to_);
@@ -117,7 +118,7 @@ private:
             fputc(static_cast<int>(number >> shift & 0xFF), to_);
     }
 
-    // Bytes as addUnit() makes them.
+    // Sends a string; `bytes` is encoded as by addUnit().
     void putText(std::string const& bytes)
     {
         Units units;

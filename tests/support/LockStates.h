@@ -1,4 +1,4 @@
-// LockStates: the states of read-write locks by short names.
+// LockStates: short names for the states of read-write locks.
 #pragma once
 
 #include <Z/ZReadWriteLock.h>

@@ -1,6 +1,6 @@
 // LockingProcess: another process that holds a record lock on a whole file.
 //
-// The other process is the test program itself, run again with a switch: its main() must begin with
+// The other process is the test program itself, run again with a switch: its main() must start with
 //
 //     if (LockingProcess::isWanted(argc, argv))
 //         return LockingProcess::run(argv);
@@ -18,7 +18,7 @@
 
 class LockingProcess {
 public:
-    // Starts the process and returns when it has the lock, of `type` F_RDLCK or F_WRLCK.
+    // Starts the process; returns when it has the lock, of `type` F_RDLCK or F_WRLCK.
     LockingProcess(std::string const& file, short type)
         : process_(kSwitch, type == F_RDLCK ? "read" : "write", file.c_str())
     {
@@ -29,7 +29,7 @@ public:
     LockingProcess(LockingProcess const&) = delete;
     LockingProcess& operator=(LockingProcess const&) = delete;
 
-    // Ends the process, and with it the lock.
+    // Ends the process, and so releases the lock.
     ~LockingProcess()
     {
         close(process_.to);

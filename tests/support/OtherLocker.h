@@ -1,6 +1,6 @@
-// OtherLocker: another process that uses a process lock as it is told.
+// OtherLocker: another process that uses a process lock on command.
 //
-// The other process is the test program itself, run again with a switch: its main() must begin with
+// The other process is the test program itself, run again with a switch: its main() must start with
 //
 //     if (OtherLocker::isWanted(argc, argv))
 //         return OtherLocker::run(argv);
@@ -28,7 +28,7 @@ public:
     OtherLocker(OtherLocker const&) = delete;
     OtherLocker& operator=(OtherLocker const&) = delete;
 
-    // Lets the process end by itself.
+    // Closes the pipe, so that the process exits.
     ~OtherLocker()
     {
         close(process_.to);
@@ -37,13 +37,13 @@ public:
             waitpid(process_.id, nullptr, 0);
     }
 
-    // Gives an order, which is one letter:
-    //   r read, w write, p protect, u unlock, n unlock without update, o begin to observe.
+    // Sends a command, which is one letter:
+    //   r read, w write, p protect, u unlock, n unlock without update, o start to observe.
     void order(char letter) { EXPECT_EQ(1, write(process_.to, &letter, 1)); }
 
-    // Returns the answer to the oldest order: the state, the sequence number, and the changes told
-    // to the observer so far; or the message number and the rc of an exception. "" when there is
-    // none within the time.
+    // Returns the reply to the oldest command: the state, the sequence number and the changes
+    // reported to the observer so far; or the message number and the rc of an exception. "" if no
+    // reply arrives in time.
     std::string answer(int milliseconds = 10000)
     {
         std::string line;
@@ -60,10 +60,10 @@ public:
         return answer();
     }
 
-    // Returns whether there is no answer yet, nor soon.
+    // Returns whether no reply has arrived, and none arrives soon.
     bool waits() { return answer(60).empty(); }
 
-    // Kills it and waits for its end.
+    // Kills the process and waits for its end.
     void kill()
     {
         ::kill(process_.id, SIGKILL);
@@ -89,7 +89,7 @@ public:
                         std::to_string(change.getSequence());
             }
         } observer;
-        // The handler lets SIGUSR1 interrupt a call.
+        // The handler makes SIGUSR1 interrupt a call.
         struct sigaction handler = {};
         handler.sa_handler = [](int) {};
         sigaction(SIGUSR1, &handler, nullptr);
@@ -128,7 +128,7 @@ public:
             if (write(STDOUT_FILENO, line.data(), line.size()) < 0)
                 return 1;
         }
-        // What is still held goes with the process.
+        // The kernel releases the remaining locks when the process ends.
         _exit(0);
     }
 

@@ -13,14 +13,13 @@ import java.util.Map;
 import java.util.Properties;
 
 /**
- * The property files of the Java platform, for the tests and the benchmark: serves requests from
- * standard input until that ends. Numbers are big-endian, texts are a count and as many UTF-16
- * units.
+ * Property files of the Java platform, for tests and the benchmark. Serves requests from standard
+ * input until it ends. Numbers are big-endian; a string is a count and that number of UTF-16 units.
  *
  * <pre>
- * l, count, bytes         reads a file      -> number of entries, their texts; -1: refused
- * s, entries, texts       writes a file     -> count, bytes
- * t, path                 reads that file   -> nanoseconds of the processor (long)
+ * l, count, bytes         reads a file      -> number of entries, their strings; -1: refused
+ * s, entries, strings     writes a file     -> count, bytes
+ * t, path                 reads that file   -> processor time in nanoseconds (long)
  * </pre>
  */
 public final class PropertiesPeer {

@@ -1,4 +1,4 @@
-// ThreadCalls: lets the calls that make threads fail, in a test program that wraps them (WRAP).
+// ThreadCalls: makes calls that create threads fail, in a test program that wraps them (WRAP).
 #pragma once
 
 #include <pthread.h>
@@ -19,7 +19,7 @@ struct Calls {
 };
 inline Calls calls_;
 
-// While it is set, new threads wait before they run their entry.
+// While true, new threads wait before they run their entry.
 inline std::atomic<bool> entriesHeld_{false};
 
 struct HeldEntry {
@@ -80,7 +80,7 @@ inline __attribute__((used)) int __wrap_pthread_attr_destroy(pthread_attr_t* att
     int const rc = __real_pthread_attr_destroy(attributes);
     return calls_.attrDestroy != 0 ? calls_.attrDestroy : rc;
 }
-// A cancellation ends it here: ThreadSanitizer does not see the end of a call that is cancelled.
+// A cancelled thread ends here: ThreadSanitizer does not see the end of a cancelled call.
 inline __attribute__((used)) int __wrap_pthread_join(pthread_t id, void** result)
 {
     pthread_testcancel();

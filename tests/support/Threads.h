@@ -1,4 +1,4 @@
-// Threads: what tests with several threads share.
+// Threads: helpers for tests with several threads.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,20 +10,20 @@
 #include <thread>
 #include <utility>
 
-// Waits until `condition` holds, letting others run meanwhile.
+// Waits until `condition` holds; other threads run in the meantime.
 inline void waitUntil(std::function<bool()> const& condition)
 {
     while (!condition())
         std::this_thread::yield();
 }
 
-// Whether what another thread does is not done after a time in which it could have been.
+// Returns whether an action of another thread has not happened after enough time for it.
 inline bool staysBlocked(std::future<void> const& done)
 {
     return done.wait_for(std::chrono::milliseconds(60)) == std::future_status::timeout;
 }
 
-// A thread that may be cancelled, which ends the process for one of std::thread's.
+// A thread that can be cancelled; cancelling a std::thread would end the process.
 class CancellableThread {
 public:
     explicit CancellableThread(std::function<void()> action) : action_(std::move(action))
@@ -39,7 +39,7 @@ public:
 
     void cancel() { EXPECT_EQ(0, pthread_cancel(id_)); }
 
-    // Waits for its end, which somebody must do. Returns whether it came by cancellation.
+    // Waits for the thread to end, which a test must do. Returns whether it was cancelled.
     bool endsCancelled()
     {
         void* result = nullptr;
@@ -52,7 +52,7 @@ private:
     pthread_t id_;
 };
 
-// Runs `action` in another thread and waits for its end.
+// Runs `action` in another thread and waits for it to end.
 inline void elsewhere(std::function<void()> const& action)
 {
     std::thread(action).join();

@@ -1,5 +1,5 @@
-// The reader and the writer of property files beside java.util.Properties: the same keys and values
-// except where a table of agreed differences says otherwise.
+// Compares the reader and writer of property files with java.util.Properties: the keys and values
+// are the same except for a table of known differences.
 #include <Z/ZJavaProperties.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kSkipped = 77;  // what CTest takes for "left out"
+constexpr int kSkipped = 77;  // the exit code that CTest reports as "skipped"
 constexpr unsigned kFiles = 20000;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -46,7 +46,7 @@ protected:
     }
     static void TearDownTestSuite() { java.reset(); }
 
-    // What the library reads from a file of these bytes.
+    // Returns the entries that the library reads from a file of these bytes.
     Entries load(std::string const& bytes)
     {
         ZJavaProperties_6_0 store;
@@ -54,7 +54,7 @@ protected:
         return entriesOf(store);
     }
 
-    // The file that the library writes.
+    // Returns the file that the library writes.
     std::string store(Entries const& entries)
     {
         ZJavaProperties_6_0 store;
@@ -64,8 +64,8 @@ protected:
         return directory.read("f");
     }
 
-    // Both read the file, and differ only as the rules say, which are counted. Returns what the
-    // library reads.
+    // Reads the file with both, expects that they differ only as the rules allow, and counts these.
+    // Returns the entries that the library reads.
     Entries bothRead(std::string const& file)
     {
         Entries const ours = load(file);
@@ -81,7 +81,7 @@ protected:
         return ours;
     }
 
-    // The same file through both, in both directions.
+    // Writes and reads the same file with both, in both directions.
     void compare(std::string const& file)
     {
         Entries const ours = bothRead(file);
@@ -112,8 +112,8 @@ protected:
     static std::unique_ptr<JavaPeer> java;
     TestDirectory const directory{TestDirectory::Place::memory};
     std::map<JavaRule, unsigned> met;
-    unsigned sameFiles = 0;    // in which no rule was met
-    unsigned storedFiles = 0;  // written whole by the library
+    unsigned sameFiles = 0;    // files to which no rule applies
+    unsigned storedFiles = 0;  // files that the library wrote completely
 };
 
 std::unique_ptr<JavaPeer> JavaPlatform::java;
@@ -171,9 +171,9 @@ TEST_F(JavaPlatform, GetsWhatTheTableSaysFromAWrittenFile)
     }
 }
 
-// ---- Everything else is the same ---------------------------------------------------------------
+// ---- All other files are the same --------------------------------------------------------------
 
-// Files as people and programs write them; one in three holds a rarer piece somewhere.
+// Files as people and programs write them; one in three contains a rarer fragment.
 std::string randomFile(std::mt19937& random)
 {
     using namespace std::string_view_literals;
@@ -261,7 +261,7 @@ TEST_F(JavaPlatform, ReadsAndWritesGeneratedFilesAlike)
         SCOPED_TRACE("file " + std::to_string(i) + " " + visible(file));
         compare(file);
     }
-    // Is it a test at all?
+    // Check that the test is effective.
     EXPECT_LT(kFiles / kShare, sameFiles);
     EXPECT_LT(kFiles / kShare / 4, storedFiles);
     for (JavaDifference const& row : javaDifferences())

@@ -1,4 +1,4 @@
-// Random text through the reader and through a model of its table of states, cut at every byte.
+// Compares the reader with a model of its state table, on random text cut at every byte.
 #include <Z/ZJavaProperties.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -29,11 +29,11 @@ Entries entriesOf(JavaModel const& model)
     return entries;
 }
 
-// What the store reads from a stream of these bytes.
+// Returns the entries that the store reads from a stream of these bytes.
 Entries readFromStream(std::string_view bytes)
 {
     Store store;
-    // A stream over no memory at all cannot be made.
+    // fmemopen() refuses a size of 0.
     FILE* const stream = bytes.empty()
                              ? fopen("/dev/null", "r")
                              : fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "r");
@@ -42,7 +42,7 @@ Entries readFromStream(std::string_view bytes)
     return entriesOf(store);
 }
 
-// A file that is written anew for every text.
+// A file that is rewritten for every text.
 class ScratchFile {
 public:
     ScratchFile() : path_(directory_.write("f", "")), fd_(open(path_.c_str(), O_WRONLY | O_CLOEXEC))
@@ -70,7 +70,7 @@ private:
 std::string randomText(std::mt19937& random)
 {
     using namespace std::string_view_literals;
-    // Pieces that come to whole entries often, and characters that break them.
+    // Fragments that often form entries, and characters that make them invalid.
     constexpr std::string_view kPieces[] = {
         "a=1\n",     "b x\n", "key:2\n", "a = ",   " b=",     "key ",        "\na",
         "=",         "=",     ":",       " ",      " ",       "\n",          "\n",
@@ -116,7 +116,7 @@ TEST(ZJavaPropertiesModel, ReadsRandomTextCutAtEveryByteAsTheModelDoes)
 
 TEST(ZJavaPropertiesModel, TakesEveryByteInEveryStateAsTheModelDoes)
 {
-    // Leads into each of the states, in their order.
+    // Texts that lead to each of the states, in their order.
     char const* const kLeads[] = {"",         "  ",       "# ",        "key",       "key\\",
                                   "key ",     "key = ",   "key = v",   "key = v\\", "key = v\\\n",
                                   "key=v\\u", "key=\\u1", "key=\\u1A", "key=\\u1a2"};
@@ -145,7 +145,7 @@ TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreWrittenDown)
     std::string const chapter = text.substr(heading, text.find("\n#", heading + 1) - heading);
     for (JavaDifference const& row : javaDifferences())
         EXPECT_NE(text.npos, chapter.find(std::string("\n| ") + row.name + " |")) << row.name;
-    // And no others; one row is the head of the table.
+    // The table has no other rows; one of these is its header.
     size_t rows = 0;
     for (size_t at = 0; (at = chapter.find("\n| ", at)) != text.npos; ++at)
         ++rows;

@@ -39,7 +39,7 @@
 #include "Raised.h"
 #include "TestDirectory.h"
 
-// The conversion of a unit fails when this says so.
+// If set, converting a unit fails.
 inline bool convertingFails_ = false;
 extern "C" {
 int __real_zconvert_UTF16_to_UTF8_6_0(uint16_t const**, uint16_t const*, char**, char const*);
@@ -63,8 +63,8 @@ std::string get(Store const& store, char const* key)
     return bytesOf(value);
 }
 
-// Reads a text from a file and from a stream, which must come to the same, and returns what that
-// makes of a store that has `before`.
+// Reads the same text from a file and from a stream, checks that both give the same entries, and
+// returns the entries of a store that held `before`.
 Entries readOf(std::string const& text, char const* stopKey = nullptr, Entries const& before = {})
 {
     TestDirectory const directory(TestDirectory::Place::memory);
@@ -86,7 +86,7 @@ Entries readOf(std::string const& text, char const* stopKey = nullptr, Entries c
     return entriesOf(fromFile);
 }
 
-// What is written for one entry.
+// Returns the line that is written for one entry.
 std::string writtenOf(std::string const& key, std::string const& value)
 {
     TestDirectory const directory(TestDirectory::Place::memory);
@@ -197,7 +197,7 @@ TEST(ZJavaProperties, EncodesUnitsOneByOne)
     EXPECT_EQ((Entries{{"a", "\x01\x7F"}}), readOf("a=\\u0001\\u007f\n"));
     EXPECT_EQ((Entries{{"a", "\xC2\x80\xDF\xBF"}}), readOf("a=\\u0080\\u07ff\n"));
     EXPECT_EQ((Entries{{"a", "\xE0\xA0\x80"}}), readOf("a=\\u0800\n"));
-    // Two halves of a pair stay two.
+    // The two halves of a surrogate pair are converted separately.
     std::string const halves = "\xED\xA0\xBD\xED\xB8\x80";
     EXPECT_EQ((Entries{{"a", halves}}), readOf("a=\\ud83d\\uDE00\n"));
     EXPECT_EQ("a = \\ud83d\\ude00\n", writtenOf("a", halves));
@@ -227,7 +227,7 @@ TEST(ZJavaProperties, StopsBehindTheStopKey)
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}}), readOf(text, ""));
     EXPECT_EQ((Entries{{"b", ""}}), readOf("b=\nc=3\n", "b"));
     EXPECT_EQ((Entries{{"b", "2"}}), readOf("b=2\nb=3\n", "b"));
-    // The whole key, and no more of it than that.
+    // The whole key must match.
     using namespace std::string_literals;
     EXPECT_EQ((Entries{{"bb", "1"}, {"b\0c"s, "2"}, {"b", "3"}}),
               readOf("bb=1\nb\0c=2\nb=3\nd=4\n"s, "b"));
@@ -250,7 +250,7 @@ TEST(ZJavaProperties, ForgetsTheStopKey)
 
 TEST(ZJavaProperties, LeavesAStreamBehindTheLastByteThatItTook)
 {
-    // Taken by a stream that was read in part, too.
+    // Also if part of the stream was read before.
     char text[] = "first\na=1\nb=2";
     FILE* const stream = fmemopen(text, sizeof text - 1, "r");
     for (int i = 0; i < 6; ++i)
@@ -397,7 +397,7 @@ TEST(ZJavaProperties, IsNotCloned)
     }
 }
 
-// A string whose class forgot to say how it is cloned.
+// A string class without a clone() of its own.
 class Unclonable final : public ZUTF8String_6_0 {
 public:
     using ZUTF8String_6_0::ZUTF8String_6_0;
@@ -416,7 +416,7 @@ TEST(ZJavaProperties, RefusesStringsThatCannotBeCloned)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
 }
 
-// A string that does something in the middle of a call, and is counted.
+// A counted string that runs an action during a call.
 class Meddling final : public ZUTF8String_6_0 {
 public:
     explicit Meddling(char const* text) : ZUTF8String_6_0(text) { ++alive; }
@@ -587,7 +587,7 @@ TEST(ZJavaProperties, GivesBackWhatItWrote)
 
 // ---- Failures ----------------------------------------------------------------------------------
 
-// What a call raised: class, file, call and errno.
+// Describes the exception of a call: class, file, call and errno.
 template <class Call>
 std::string raised(Call call)
 {
@@ -610,9 +610,9 @@ std::string raised(Call call)
 class ZJavaPropertiesFiles : public testing::Test {
 protected:
     ZJavaPropertiesFiles() { setBytes(store_, "a", "1"); }
-    ~ZJavaPropertiesFiles() noexcept override {}  // the store's own may raise
+    ~ZJavaPropertiesFiles() noexcept override {}  // the store's destructor may throw
 
-    // Loading raises this and changes nothing, with a stop key or without.
+    // Expects that loading throws this and changes nothing, with and without a stop key.
     void expectNoLoad(std::string const& path, std::string const& failure)
     {
         std::string const names = directory_.names();
@@ -661,10 +661,10 @@ TEST_F(ZJavaPropertiesFiles, ThatCannotBeReadAreRefused)
         SCOPED_TRACE(c.name);
         expectNoLoad(c.path, "151 " + c.path + " fopen(r) " + std::to_string(c.error));
     }
-    // A directory can be opened, and not read.
+    // A directory can be opened but not read.
     expectNoLoad(directory_.path(),
                  "291 Unexpected end of file encounted while reading " + directory_.path() + ".");
-    // So can the memory of the process, where nothing lies at the beginning.
+    // So can the memory of the process: its first page is not mapped.
     expectNoLoad("/proc/self/mem",
                  "291 Unexpected end of file encounted while reading /proc/self/mem.");
     EXPECT_EQ(open, openDescriptors());
@@ -847,7 +847,7 @@ TEST_F(ZJavaPropertiesFiles, FromAPipeFailIfASignalEndsTheWait)
     close(ends[1]);
 }
 
-// A thread that waits for a pipe's data, is cancelled, and gets the data then.
+// A thread waits for data of a pipe, is cancelled, and then gets the data.
 TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadToTheirEndByACancelledThread)
 {
     struct Reader {
@@ -871,7 +871,7 @@ TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadToTheirEndByACancelledThread)
                          return nullptr;
                      },
                      &reader));
-    // All data has been taken: the thread waits, or is about to.
+    // All data has been read: the thread waits, or is about to wait.
     for (int left = 1; left != 0;) {
         ASSERT_EQ(0, ioctl(ends[0], FIONREAD, &left));
         sched_yield();
@@ -914,7 +914,7 @@ TEST_F(ZJavaPropertiesFiles, ThatAnotherProcessHoldsAreNotWaitedFor)
     EXPECT_EQ("#\na = 1\n", directory_.read("f"));
 }
 
-// Whether another process gets a lock of this type on the file at once.
+// Returns whether another process can lock the file with this type without waiting.
 bool isFree(std::string const& path, short type)
 {
     pid_t const child = fork();
@@ -1000,7 +1000,7 @@ TEST_F(ZJavaPropertiesFiles, ThatFailWhileTheyAreReadAddNothing)
                                                  [&] { store_.loadProperties(unreadable, "w"); }));
     fclose(unreadable);
 
-    // Fails behind a whole entry.
+    // Fails after a complete entry.
     int reads = 0;
     cookie_io_functions_t const functions = {[](void* cookie, char* buffer, size_t) -> ssize_t {
                                                  if (++*static_cast<int*>(cookie) > 1) {
@@ -1030,7 +1030,7 @@ TEST_F(ZJavaPropertiesFiles, WithAUnitThatCannotBeConvertedAddNothing)
     EXPECT_EQ((Entries{{"a", "2"}, {"b", "A"}}), entriesOf(store_));
 }
 
-// A store with states of its own.
+// A store with handlers of its own.
 class OtherStates final : public Store {
 public:
     void drop(int state) { handlers_[state] = nullptr; }
@@ -1068,7 +1068,7 @@ TEST_F(ZJavaPropertiesFiles, AreReadByTheHandlersOfADerivedClass)
     OtherStates store;
     store.shout();
     store.load(path.c_str());
-    // The first character of a value belongs to the state before.
+    // The handler of the preceding state processes the first character of a value.
     EXPECT_EQ((Entries{{"a", "bCD"}, {"b", "eF"}}), entriesOf(store));
 
     for (int const nowhere : {99, 0, -1}) {
@@ -1083,7 +1083,7 @@ TEST_F(ZJavaPropertiesFiles, AreReadByTheHandlersOfADerivedClass)
     }
 }
 
-// A store that does something before every value.
+// A store that runs an action before every value.
 class Interrupted final : public Store {
 public:
     explicit Interrupted(std::function<void()> deed) : deed_(std::move(deed))
@@ -1130,7 +1130,7 @@ TEST_F(ZJavaPropertiesFiles, WithAHandlerThatRaisesAddNothing)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
     EXPECT_EQ(open, openDescriptors());
     EXPECT_TRUE(isFree(path, F_WRLCK));
-    // The stop key has gone with it.
+    // The stop key is reset too.
     store.load(path.c_str());
     EXPECT_EQ((Entries{{"a", "2"}, {"b", "3"}, {"c", "4"}}), entriesOf(store));
 }
@@ -1138,7 +1138,7 @@ TEST_F(ZJavaPropertiesFiles, WithAHandlerThatRaisesAddNothing)
 TEST_F(ZJavaPropertiesFiles, WithAKeyThatCannotBeComparedAddNothing)
 {
     std::string const path = directory_.write("f", "new=2\na=2\nz=2\na=3\n");
-    int left = 0;  // calls until one raises; 0: none does
+    int left = 0;  // calls until one throws; 0: none throws
     Meddling key("z");
     key.onChars = [&left] {
         if (left > 0 && --left == 0)
@@ -1172,13 +1172,13 @@ TEST_F(ZJavaPropertiesFiles, StoreAnEntryAtTheEndOfItsLine)
     store.load(directory_.write("f", "a=2\nb=\nb=3\nc=4\n").c_str());
     std::vector<Entries> const expected = {
         {{"a", "1"}}, {{"a", "2"}}, {{"a", "2"}, {"b", ""}}, {{"a", "2"}, {"b", "3"}}};
-    // The state takes a line end as well, once for an empty value.
+    // This handler also processes a line ending, once for an empty value.
     seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
     EXPECT_EQ(expected, seen);
     EXPECT_EQ((Entries{{"a", "2"}, {"b", "3"}, {"c", "4"}}), entriesOf(store));
 }
 
-// A store that is given characters one by one.
+// A store whose handlers are called one character at a time.
 class ByHand final : public Store {
 public:
     int take(std::string_view text)
@@ -1201,7 +1201,7 @@ TEST_F(ZJavaPropertiesFiles, AreNotNeededForAHandlerToStore)
                         "e \xE2\x82\xAC"
                         "f"}}),
               entriesOf(store));
-    // A file that fails takes none of it along.
+    // A failed read of a file undoes none of these entries.
     EXPECT_THROW(store.load(directory_.at("missing").c_str()), ZPropertiesIOException_6_0);
     EXPECT_EQ(3u, entriesOf(store).size());
     std::string const path = directory_.write("f", "a=3\nb=\\u0041\n");
@@ -1233,7 +1233,8 @@ TEST_F(ZJavaPropertiesFiles, MayBeReadInTheMiddleOfAnother)
     }
 }
 
-// A read inside another, in the middle of its second entry: each ends well or not.
+// A nested read starts in the middle of the second entry of the outer read; each of the two
+// succeeds or fails.
 TEST_F(ZJavaPropertiesFiles, ThatFailInTheMiddleOfAnotherTakeNothingOfItAlong)
 {
     std::string const inner = directory_.write("inner", "a=20\nb=20\nc=20\n");
@@ -1284,7 +1285,7 @@ TEST_F(ZJavaPropertiesFiles, ThatFailInTheMiddleOfAnotherTakeNothingOfItAlong)
             }
             EXPECT_EQ(6, calls);
             EXPECT_EQ(expected, entriesOf(store));
-            // Later changes are not undone, and the next read starts afresh.
+            // Later changes are not undone, and the next read starts from scratch.
             setBytes(store, "a", "3");
             EXPECT_THROW(store.load(directory_.at("missing").c_str()), ZPropertiesIOException_6_0);
             EXPECT_EQ("3", get(store, "a"));
@@ -1308,7 +1309,7 @@ TEST_F(ZJavaPropertiesFiles, ThatFailKeepTheOrderOfTheKeys)
     EXPECT_EQ(directory_.read("before"), directory_.read("after"));
 }
 
-// A value whose destructor does something.
+// A value whose destructor runs an action.
 class Parting final : public ZUTF8String_6_0 {
 public:
     Parting(std::string const& text, std::function<void()> deed)
@@ -1430,7 +1431,7 @@ TEST_F(ZJavaPropertiesFiles, AddNothingWhenMemoryIsExhausted)
         expected["key" + std::to_string(i)] = "one \xE2\x82\xAC" + longText;
     }
     expected["key7"] = "3";
-    // Keys that are there, new ones, and one twice.
+    // Existing keys, new keys, and one key twice.
     std::string const path = directory_.write("f", text + "a = 2\nkey7 = 3\n");
     Entries const before = {{"a", "1"}, {"key50", "before"}, {longText, "1"}};
 
@@ -1502,15 +1503,15 @@ TEST_F(ZJavaPropertiesFiles, AndAStoreServeEightThreads)
     loaded.load(path.c_str());
     readOnly = &loaded;
 
-    ZLock_6_0 lock;  // around one store, as its contract asks for
+    ZLock_6_0 lock;  // serialises the use of one store, as its contract requires
     std::atomic<int> wrong = 0;
     auto const work = [&](int number) {
         std::string const own = directory_.at("t" + std::to_string(number));
         for (int i = 0; i < kRounds; ++i) {
-            // One that nobody changes may be read by all.
+            // A store that no thread changes may be read by all.
             if (get(*readOnly, "key42") != "caf\xC3\xA9 42")
                 ++wrong;
-            // Every thread has one of its own, all on one file.
+            // Every thread has its own store; all stores use one file.
             Store mine;
             mine.load(path.c_str());
             setBytes(mine, "thread", std::to_string(number));
@@ -1564,7 +1565,7 @@ TEST(ZJavaProperties, KeepsSkippingTheLineBehindAnError)
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a\nb=2\nd=4\n"));
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a \r\nb=2\r\nd=4\n"));
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a\\\nb=2\nd=4\n"));
-    // Only when it was the line end.
+    // Only if the invalid character was the line ending.
     EXPECT_EQ((Entries{{"b", "2"}}), readOf("a=1\\=\nb=2\n"));
 }
 
