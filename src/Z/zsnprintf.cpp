@@ -38,7 +38,7 @@ constexpr int8_t kNoType = -1;
 // KEPT: a length has no effect on a string, a pointer or a percent sign, whereas the platform takes
 // wide characters for l. A format with %ls and a narrow argument would break otherwise; C and S are
 // the wide conversions.
-// Test: zsnprintf.KeepsLengthsWithoutEffectOnTexts
+// Test: zsnprintf.KeepsLengthsWithoutEffectOnStrings
 constexpr Letter kLetters[] = {
     {'\0', {kNoType, kNoType, kNoType, kNoType}, 0},  // not a letter
     {'%', {19, 19, 19, 19}, zprintfNoArgument},

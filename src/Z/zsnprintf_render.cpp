@@ -183,7 +183,7 @@ int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
         return renderWideString(codeset, conversion, arguments, out, room);
     // KEPT: a null string is empty; nothing is shown in its place. A report with an unset name
     // would contain a placeholder otherwise.
-    // Test: zsnprintf.KeepsANullTextEmpty
+    // Test: zsnprintf.KeepsANullStringEmpty
     char const* const given =
         static_cast<char const*>(arguments[conversion.argIndex].value.pointer);
     char const* const text = given != nullptr ? given : "";
@@ -310,7 +310,7 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
     putDigits(output, first, end, count);
     // KEPT: a left-justified pointer is padded with zeros, because p sets the 0 flag. Output
     // compared byte for byte would change otherwise.
-    // Test: zsnprintf.KeepsZerosBehindALeftJustifiedPointer
+    // Test: zsnprintf.KeepsZerosAfterALeftJustifiedPointer
     output.fill(params.padChar, pad.after);
     return pad.before + prefixLength + extraZeros + count + pad.after;
 }

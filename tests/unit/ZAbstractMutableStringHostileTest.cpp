@@ -333,7 +333,7 @@ TYPED_TEST(StringUnderAbuse, PositionsAndLengthsMayBeAsLargeAsTheirType)
     }
 }
 
-TYPED_TEST(StringUnderAbuse, NullTextsChangeNothing)
+TYPED_TEST(StringUnderAbuse, NullPointersChangeNothing)
 {
     char const* const none = nullptr;
     TypeParam string("abc");
@@ -428,12 +428,12 @@ TYPED_TEST(StringUnderAbuse, AZeroByteEndsTheTextButNotTheString)
     EXPECT_EQ(0, cut.getChars()[cut.getLength()]);
 }
 
-TYPED_TEST(StringUnderAbuse, ASetMayWalkTheStringItself)
+TYPED_TEST(StringUnderAbuse, ASetMayIterateOverTheStringItself)
 {
     TypeParam string("abcabc");
     TypeParam one;
     ZStringIterator_6_0 own(string, one);
-    string.replaceAllOf(own, "a long replacement of many bytes, longer than what was there");
+    string.replaceAllOf(own, "a long replacement of many bytes, longer than the original text");
     EXPECT_TRUE(string.beginsWith("a long"));
     TypeParam other("xay");
     TypeParam step;

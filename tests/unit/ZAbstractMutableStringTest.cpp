@@ -81,7 +81,7 @@ TYPED_TEST_SUITE(ZAbstractMutableString, Strings);
 
 // ---- Making and growing ----------------------------------------------------------------------
 
-TYPED_TEST(ZAbstractMutableString, AFreshStringIsEmptyAndHasRoomFor95Bytes)
+TYPED_TEST(ZAbstractMutableString, ANewStringIsEmptyWithACapacityOf95Bytes)
 {
     TypeParam const string;
     EXPECT_EQ(0u, string.getLength());
@@ -90,7 +90,7 @@ TYPED_TEST(ZAbstractMutableString, AFreshStringIsEmptyAndHasRoomFor95Bytes)
     EXPECT_STREQ("", string.getChars());
 }
 
-TYPED_TEST(ZAbstractMutableString, IsMadeOfTextCharactersAndNumbers)
+TYPED_TEST(ZAbstractMutableString, IsCreatedFromTextCharactersAndNumbers)
 {
     EXPECT_EQ("text", textOf(TypeParam("text")));
     EXPECT_EQ("", textOf(TypeParam(kNull)));
@@ -108,7 +108,7 @@ TYPED_TEST(ZAbstractMutableString, IsMadeOfTextCharactersAndNumbers)
     EXPECT_EQ("18446744073709551615", textOf(TypeParam(ULONG_MAX)));
 }
 
-TYPED_TEST(ZAbstractMutableString, ACopyIsApart)
+TYPED_TEST(ZAbstractMutableString, ACopyIsIndependent)
 {
     for (size_t length : {0u, 4u, 95u, 96u, 500u}) {
         SCOPED_TRACE(length);
@@ -172,7 +172,7 @@ TYPED_TEST(ZAbstractMutableString, Byte96MovesTheTextToTheHeap)
     EXPECT_STREQ("", string.getChars());
 }
 
-TYPED_TEST(ZAbstractMutableString, ALongTextGrowsPieceByPiece)
+TYPED_TEST(ZAbstractMutableString, ALongTextGrowsStepByStep)
 {
     std::string const piece = filled(100000);
     std::string expected;
@@ -186,7 +186,7 @@ TYPED_TEST(ZAbstractMutableString, ALongTextGrowsPieceByPiece)
     EXPECT_TRUE(expected == textOf(string));
 }
 
-TYPED_TEST(ZAbstractMutableString, ATextSetOnceGrowsLikeEveryOther)
+TYPED_TEST(ZAbstractMutableString, AnAssignedTextGrowsLikeEveryOther)
 {
     for (size_t const length : {96u, 97u, 115u, 116u, 200u, 1000u}) {
         SCOPED_TRACE(length);
@@ -320,7 +320,7 @@ TYPED_TEST(ZAbstractMutableString, TheBufferHoldsTheCapacityAndMovesOnlyWhenItGr
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, AGrowingTextMovesSeldom)
+TYPED_TEST(ZAbstractMutableString, AGrowingTextMovesRarely)
 {
     TypeParam string;
     FailingAllocator::failAt(ULONG_MAX);
@@ -344,7 +344,7 @@ TYPED_TEST(ZAbstractMutableString, SetCapacityGrowsExactlyAndNeverShrinks)
     EXPECT_EQ(4u, string.getLength());
 }
 
-TYPED_TEST(ZAbstractMutableString, ALengthThatDoesNotFitRaises)
+TYPED_TEST(ZAbstractMutableString, ALengthThatDoesNotFitThrows)
 {
     char const* const volatile hidden = "x";  // or the compiler warns about the false length
     char const* const x = hidden;
@@ -364,7 +364,7 @@ TYPED_TEST(ZAbstractMutableString, ALengthThatDoesNotFitRaises)
 }
 
 // 20 KB in which every byte becomes 300 KB: 6 GB, which 32 bits would truncate to 1.7 GB.
-TYPED_TEST(ZAbstractMutableString, AReplacementThatDoesNotFitRaises)
+TYPED_TEST(ZAbstractMutableString, AReplacementThatDoesNotFitThrows)
 {
     TypeParam string(filled(20000, 'a').c_str());
     std::string const by = filled(300000);
@@ -393,7 +393,7 @@ TYPED_TEST(ZAbstractMutableString, VirtualFunctionsKeepTheirSlots)
 
 // ---- Adding text -------------------------------------------------------------------------------
 
-TYPED_TEST(ZAbstractMutableString, AppendPutsBehind)
+TYPED_TEST(ZAbstractMutableString, AppendAddsAtTheEnd)
 {
     TypeParam string("a");
     ZAbstractMutableString_6_0& base = string;
@@ -415,7 +415,7 @@ TYPED_TEST(ZAbstractMutableString, AppendPutsBehind)
     EXPECT_EQ("text-utf8", textOf(base));
 }
 
-TYPED_TEST(ZAbstractMutableString, InsertPutsBetween)
+TYPED_TEST(ZAbstractMutableString, InsertAddsBetween)
 {
     struct Case {
         char const* text;
@@ -439,14 +439,14 @@ TYPED_TEST(ZAbstractMutableString, InsertPutsBetween)
     EXPECT_EQ(grown(100), longer.getCapacity());
 }
 
-TYPED_TEST(ZAbstractMutableString, InsertMeasuresAnew)
+TYPED_TEST(ZAbstractMutableString, InsertMeasuresAgain)
 {
     TypeParam string("ab\0cd", 5);
     string.insert(1, "x");
     EXPECT_EQ("axb", textOf(string));
 }
 
-TYPED_TEST(ZAbstractMutableString, PrependPutsInFront)
+TYPED_TEST(ZAbstractMutableString, PrependAddsAtTheStart)
 {
     TypeParam string("abc");
     EXPECT_EQ(&string, &string.prepend("xy"));
@@ -456,7 +456,7 @@ TYPED_TEST(ZAbstractMutableString, PrependPutsInFront)
     EXPECT_EQ("xyabc", textOf(string));
 }
 
-TYPED_TEST(ZAbstractMutableString, PrependGivesBackABufferThatIsNotNeeded)
+TYPED_TEST(ZAbstractMutableString, PrependReleasesABufferThatIsNotNeeded)
 {
     struct Case {
         char const* name;
@@ -470,10 +470,10 @@ TYPED_TEST(ZAbstractMutableString, PrependGivesBackABufferThatIsNotNeeded)
                           {"heap to heap", 100, 500, 5, grown(105)},
                           {"object to heap", 90, 95, 10, grown(100)},
                           {"object stays", 10, 95, 10, 95},
-                          {"object stays, full by the text", 0, 95, 95, 95},
-                          {"object stays, full by both", 1, 95, 94, 95},
-                          {"long text in front of a little", 1, 95, 200, grown(200)},
-                          {"long text in front of more", 60, 95, 200, grown(260)}};
+                          {"object stays, filled by the text", 0, 95, 95, 95},
+                          {"object stays, filled by both", 1, 95, 94, 95},
+                          {"long text before a short one", 1, 95, 200, grown(200)},
+                          {"long text before a longer one", 60, 95, 200, grown(260)}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         TypeParam string(filled(c.length).c_str());
@@ -494,7 +494,7 @@ TYPED_TEST(ZAbstractMutableString, PrependNullKeepsTheBuffer)
 
 // ---- Cutting ---------------------------------------------------------------------------------
 
-TYPED_TEST(ZAbstractMutableString, RemoveTakesOut)
+TYPED_TEST(ZAbstractMutableString, RemoveDeletesBytes)
 {
     struct Case {
         unsigned at;
@@ -524,7 +524,7 @@ TYPED_TEST(ZAbstractMutableString, RemoveTakesOut)
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, TruncAndClearCut)
+TYPED_TEST(ZAbstractMutableString, TruncAndClearTruncate)
 {
     TypeParam string("abcde");
     EXPECT_EQ(&string, &string.trunc(6));
@@ -539,7 +539,7 @@ TYPED_TEST(ZAbstractMutableString, TruncAndClearCut)
     EXPECT_STREQ("", string.getChars());
 }
 
-TYPED_TEST(ZAbstractMutableString, StrippingTakesWhiteSpaceOff)
+TYPED_TEST(ZAbstractMutableString, StrippingRemovesWhitespace)
 {
     struct Case {
         char const* text;
@@ -620,7 +620,7 @@ TYPED_TEST(ZAbstractMutableString, ReplaceAByteOfASetByAByte)
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, ReplaceATextByAText)
+TYPED_TEST(ZAbstractMutableString, ReplaceAStringByAString)
 {
     struct Case {
         char const* text;
@@ -687,7 +687,7 @@ TYPED_TEST(ZAbstractMutableString, ReplaceCharactersThatAreInASetOrAreNot)
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, IteratorsAreTakenFromTheirStart)
+TYPED_TEST(ZAbstractMutableString, IteratorsAreResetFirst)
 {
     TypeParam const set("ab");
     TypeParam character;
@@ -762,7 +762,7 @@ TYPED_TEST(ZAbstractMutableString, ArgumentsMayBePartsOfTheString)
          [](Text t, Text p) { return t.substr(0, 1) + p + t.substr(1); }},
         {"insert inside", [](Base& s, char const* p) { s.insert(5, p); },
          [](Text t, Text p) { return t.substr(0, 5) + p + t.substr(5); }},
-        {"insert behind", [](Base& s, char const* p) { s.insert(s.getLength(), p); },
+        {"insert after", [](Base& s, char const* p) { s.insert(s.getLength(), p); },
          [](Text t, Text p) { return t + p; }},
         {"setChars", [](Base& s, char const* p) { s.setChars(p); }, [](Text, Text p) { return p; }},
         {"setChars n", [](Base& s, char const* p) { s.setChars(p, 2); },
@@ -846,7 +846,7 @@ TYPED_TEST(ZAbstractMutableString, FormatReplaces)
     EXPECT_EQ("", textOf(string));
 }
 
-TYPED_TEST(ZAbstractMutableString, ATextThatCannotBeFormattedChangesNothing)
+TYPED_TEST(ZAbstractMutableString, AFailedFormatChangesNothing)
 {
     TypeParam string("before");
     EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, kSource, 436,
@@ -874,7 +874,7 @@ TYPED_TEST(ZAbstractMutableString, ATextThatCannotBeFormattedChangesNothing)
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, FormatGrowsToWhatIsNeeded)
+TYPED_TEST(ZAbstractMutableString, FormatGrowsTheBuffer)
 {
     TypeParam string;
     string.format("%s", filled(1000).c_str());
@@ -938,7 +938,7 @@ TEST(ZAbstractMutableStringText, OnlyWholeLocalCharactersAreReplaced)
 {
     LocalCharacter const sample = localCharacter();
     if (sample.local.empty())
-        GTEST_SKIP() << "the locale has ASCII alone";
+        GTEST_SKIP() << "the locale has only ASCII";
     std::string const wide = sample.local;
 
     ZLCString_6_0 whole(("a" + wide + "b" + wide).c_str());
@@ -965,7 +965,7 @@ TEST(ZAbstractMutableStringText, OnlyWholeLocalCharactersAreReplaced)
     EXPECT_EQ(wide + "a" + wide, textOf(strip));
 }
 
-TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyRaises)
+TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyThrows)
 {
     for (int length : {41, qvrMbLenMax + 1}) {
         SCOPED_TRACE(length);
@@ -980,7 +980,7 @@ TEST(ZAbstractMutableStringText, ACharacterLongerThanTheTextOrThanAnyRaises)
     }
 }
 
-TEST(ZAbstractMutableStringText, ALargeSetCostsNoMoreThanTextAndSet)
+TEST(ZAbstractMutableStringText, ALargeSetIsSearchedInLinearTime)
 {
     // Every character from U+4E00 to U+9FFF, and a string of these and other characters.
     std::string set, text, ofSet, ofOthers;
@@ -1007,7 +1007,7 @@ TEST(ZAbstractMutableStringText, ALargeSetCostsNoMoreThanTextAndSet)
 }
 
 // Characters that collide in a table whose hash is the common one of the golden ratio.
-TEST(ZAbstractMutableStringText, ASetOfChosenCharactersCostsNoMore)
+TEST(ZAbstractMutableStringText, ASetOfCollidingCharactersIsSearchedInLinearTime)
 {
     std::string set;
     std::string outside;
@@ -1043,7 +1043,7 @@ TEST(ZAbstractMutableStringText, ASetOfChosenCharactersCostsNoMore)
 
 // In EUC-JP the second byte of one character and the first byte of the next look like a third
 // character.
-TEST(ZAbstractMutableStringText, ATextAcrossTwoCharactersIsNotFound)
+TEST(ZAbstractMutableStringText, AMatchAcrossTwoCharactersIsNotFound)
 {
     if (localCodeset() != "EUC-JP")
         GTEST_SKIP() << "needs EUC-JP";
@@ -1139,7 +1139,7 @@ TEST(ZAbstractMutableStringText, AConversionWithoutMemoryLeavesTheString)
     EXPECT_EQ("before", textOf(local));
 }
 
-TEST(ZAbstractMutableStringText, AConversionResultIsKeptWithinTheBuffer)
+TEST(ZAbstractMutableStringText, AConversionResultStaysWithinTheBuffer)
 {
     for (ptrdiff_t const result :
          {ptrdiff_t{-1}, ptrdiff_t{-2}, ptrdiff_t{-1000}, ptrdiff_t{1000000}}) {
@@ -1409,7 +1409,7 @@ TYPED_TEST(ZAbstractMutableString, BehavesLikeAModelUnderRandomOperations)
 
 // ---- Memory that is not there ------------------------------------------------------------------
 
-TYPED_TEST(ZAbstractMutableString, AFailedAllocationLeavesTheStringAsItWas)
+TYPED_TEST(ZAbstractMutableString, AFailedAllocationLeavesTheStringUnchanged)
 {
     using Base = ZAbstractMutableString_6_0;
     std::string const longText = filled(300, 'y');
@@ -1459,7 +1459,7 @@ TYPED_TEST(ZAbstractMutableString, AFailedAllocationLeavesTheStringAsItWas)
     }
 }
 
-TYPED_TEST(ZAbstractMutableString, AFailedAllocationIsRaisedFromTheGrowth)
+TYPED_TEST(ZAbstractMutableString, AFailedAllocationThrowsFromTheGrowth)
 {
     TypeParam string("text");
     std::string const longText = filled(200);
@@ -1471,7 +1471,7 @@ TYPED_TEST(ZAbstractMutableString, AFailedAllocationIsRaisedFromTheGrowth)
     EXPECT_EQ("text", textOf(string));
 }
 
-TYPED_TEST(ZAbstractMutableString, ReadLineKeepsWhatItHasReadWhenMemoryEnds)
+TYPED_TEST(ZAbstractMutableString, ReadLineRetainsItsBytesWithoutMemory)
 {
     std::istringstream stream(filled(300) + "\nnext");
     TypeParam line;

@@ -39,7 +39,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ZAbstractStringLength, APositionBehindTheLastIntRaises)
+TEST_F(ZAbstractStringLength, APositionAboveTheLargestIntThrows)
 {
     LongView text(size_t{INT_MAX} + 2);
     text.put(INT_MAX, 'y');
@@ -60,7 +60,7 @@ TEST_F(ZAbstractStringLength, APositionBehindTheLastIntRaises)
     EXPECT_TRUE(text.view.contains("y"));
 }
 
-TEST_F(ZAbstractStringLength, ALengthOfMoreThan32BitsRaises)
+TEST_F(ZAbstractStringLength, ALengthOfMoreThan32BitsThrows)
 {
     LongView longest(kMaxLength);
     EXPECT_EQ(kMaxLength, longest.view.getLength());
@@ -72,7 +72,7 @@ TEST_F(ZAbstractStringLength, ALengthOfMoreThan32BitsRaises)
         raises<ZOutOfMemoryException_6_0>(1, kSource, 412, [&] { longer.view.getLength(); }));
 }
 
-TEST_F(ZAbstractStringLength, ATextThatNoStringHoldsLeavesItAsItWas)
+TEST_F(ZAbstractStringLength, ATextThatDoesNotFitLeavesTheStringUnchanged)
 {
     LongView const text(size_t{kMaxLength} + 1);
     ZUTF8String_6_0 string("before");
@@ -89,7 +89,7 @@ TEST_F(ZAbstractStringLength, ATextThatNoStringHoldsLeavesItAsItWas)
     expectNone([&] { string.replace("o", text.view.getChars()); });
 }
 
-TEST_F(ZAbstractStringLength, TheLargestCapacityLeavesRoomForTheTerminator)
+TEST_F(ZAbstractStringLength, TheLargestCapacityLeavesSpaceForTheTerminator)
 {
     ZUTF8String_6_0 string("before");
     EXPECT_TRUE(raises<ZOutOfMemoryException_6_0>(1, "src/Z/ZAbstractMutableString", 436,

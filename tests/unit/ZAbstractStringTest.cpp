@@ -85,7 +85,7 @@ extern "C" qvr_cs_t qvr_cs_new(char const* name)
 
 // Eight threads at the same time, none of which has created a string before: each sees both
 // handles. In a process of its own; also intended for ThreadSanitizer.
-TEST(ZAbstractStringDeathTest, EightThreadsMakeTheFirstString)
+TEST(ZAbstractStringDeathTest, EightThreadsCreateTheFirstString)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto const run = [] {
@@ -149,7 +149,7 @@ TEST(ZAbstractStringDeathTest, AMissingCodesetIsReportedOnceAndEndsTheProcess)
     }
 }
 
-TEST(ZAbstractString, HandlesTellTheCodesets)
+TEST(ZAbstractString, HandlesIdentifyTheCodesets)
 {
     ZLCString_6_0 const local;
     ZUTF8String_6_0 const utf8;
@@ -246,7 +246,7 @@ TEST(ZAbstractString, CompareIsTheCollatingOrderOfTheLocale)
     }
 }
 
-TEST(ZAbstractString, NullComparesAsTheEmptyText)
+TEST(ZAbstractString, NullComparesAsTheEmptyString)
 {
     char const* const null = nullptr;
     EXPECT_EQ(0, ZLCString_6_0().compare(null));
@@ -255,7 +255,7 @@ TEST(ZAbstractString, NullComparesAsTheEmptyText)
     EXPECT_GT(ZUTF8ConstString_6_0("a").compareignorecase(null), 0);
 }
 
-TEST(ZAbstractString, CompareIgnoreCaseSeesNoCase)
+TEST(ZAbstractString, CompareIgnoreCaseIgnoresCase)
 {
     EXPECT_EQ(0, ZLCString_6_0("AbC").compareignorecase("aBc"));
     EXPECT_LT(ZLCString_6_0("AbC").compareignorecase("abD"), 0);
@@ -266,7 +266,7 @@ TEST(ZAbstractString, CompareIgnoreCaseSeesNoCase)
     }
 }
 
-TEST(ZAbstractString, ComparingCodesetsRaises)
+TEST(ZAbstractString, ComparingCodesetsThrows)
 {
     ZLCString_6_0 const local("a");
     ZUTF8String_6_0 const utf8("a");
@@ -279,7 +279,7 @@ TEST(ZAbstractString, ComparingCodesetsRaises)
     EXPECT_STREQ("a", utf8);
 }
 
-TEST(ZAbstractString, ComparingWithNoStringRaises)
+TEST(ZAbstractString, ComparingWithAnotherClassThrows)
 {
     ZLCString_6_0 const local("a");
     CountedObject const other;
@@ -300,8 +300,8 @@ TEST(ZAbstractString, EqualsIsByteEquality)
     cases[2] = {"other codeset", std::make_unique<ZUTF8String_6_0>("text"), true};
     cases[3] = {"other bytes", std::make_unique<ZLCString_6_0>("texT"), false};
     cases[4] = {"other length", std::make_unique<ZLCString_6_0>("texts"), false};
-    cases[5] = {"zero byte behind", std::make_unique<ZLCString_6_0>("text\0", 5), false};
-    cases[6] = {"no string", std::make_unique<CountedObject>(), false};
+    cases[5] = {"zero byte at the end", std::make_unique<ZLCString_6_0>("text\0", 5), false};
+    cases[6] = {"not a string", std::make_unique<CountedObject>(), false};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.equal, a.equals(*c.other));
@@ -343,7 +343,7 @@ TEST(ZAbstractString, IndexOfGivesTheFirstPosition)
     EXPECT_EQ(1, ZLCString_6_0("a\xE9").indexOf(0xE9, 0));
 }
 
-TEST(ZAbstractString, ContainsSaysWhetherThereIsOne)
+TEST(ZAbstractString, ContainsReturnsWhetherItOccurs)
 {
     ZLCString_6_0 const text("abc");
     EXPECT_TRUE(text.contains("bc"));
@@ -356,7 +356,7 @@ TEST(ZAbstractString, ContainsSaysWhetherThereIsOne)
 }
 
 // Strings longer than a few machine words, at the start, the end and every position between.
-TEST(ZAbstractString, LongTextsAreFoundWhereverTheyAre)
+TEST(ZAbstractString, LongStringsAreFoundAtEveryPosition)
 {
     for (size_t length : {31u, 32u, 33u, 34u, 100u}) {
         std::string const needle = std::string(length - 1, 'a') + "b";
@@ -378,7 +378,7 @@ TEST(ZAbstractString, LongTextsAreFoundWhereverTheyAre)
     }
 }
 
-TEST(ZAbstractString, ALongTextIsFoundInLinearTime)
+TEST(ZAbstractString, ALongStringIsFoundInLinearTime)
 {
     std::string text, wanted;
     for (int i = 0; i < 200000; ++i) {
@@ -422,7 +422,7 @@ TEST(ZAbstractString, LastIndexOfGivesTheLastPosition)
     }
 }
 
-TEST(ZAbstractString, LastIndexOfInASeveralByteLocaleIsThePosition)
+TEST(ZAbstractString, LastIndexOfInAMultibyteLocaleIsThePosition)
 {
     if (isSingleByteLocale())
         GTEST_SKIP() << "the locale has one byte per character";
@@ -436,7 +436,7 @@ TEST(ZAbstractString, LastIndexOfInASeveralByteLocaleIsThePosition)
     EXPECT_EQ(0, ZLCString_6_0("abc").lastIndexOf('a'));
 }
 
-TEST(ZAbstractString, LastIndexOfACharacterLongerThanTheTextRaises)
+TEST(ZAbstractString, LastIndexOfACharacterLongerThanTheTextThrows)
 {
     ZUTF8ConstString_6_0 const text("abc");
     MeasuredLength const wrong(3);
@@ -452,7 +452,7 @@ TEST(ZAbstractString, LastIndexOfEndsAtAZeroInTheText)
     EXPECT_EQ(2, text.lastIndexOf(0));
 }
 
-TEST(ZAbstractString, LastIndexOfACharacterThatCannotBeMeasuredRaises)
+TEST(ZAbstractString, LastIndexOfACharacterThatCannotBeMeasuredThrows)
 {
     PageEnd const cut("a\xE3\x81");
     ZUTF8ConstString_6_0 const text(cut.text());
@@ -518,7 +518,7 @@ TEST(ZAbstractString, BeginsWithAndEndsWithIgnoringCase)
     }
 }
 
-TEST(ZAbstractString, TextIsReachedThreeWays)
+TEST(ZAbstractString, TheTextHasThreeAccessors)
 {
     ZLCString_6_0 const string("text");
     char const* const converted = string;
@@ -531,7 +531,7 @@ TEST(ZAbstractString, TextIsReachedThreeWays)
 
 // ---- Views -----------------------------------------------------------------------------------
 
-TEST(ZAbstractString, AViewOfNothingSharesTheEmptyText)
+TEST(ZAbstractString, AViewOfNothingSharesTheEmptyString)
 {
     EXPECT_EQ(ZAbstractConstString_6_0::zemptyString, ZLCConstString_6_0().getChars());
     char const* const null = nullptr;
@@ -562,7 +562,7 @@ TEST(ZAbstractString, AViewMeasuresOnceUnlessItIsEmpty)
     EXPECT_EQ(4u, late.getLength());
 }
 
-TEST(ZAbstractString, AViewPointsElsewhereAndForgetsItsLength)
+TEST(ZAbstractString, AnAssignedViewForgetsItsLength)
 {
     ZLCString_6_0 const longer("longer text");
     ZLCConstString_6_0 view("text");
@@ -580,7 +580,7 @@ TEST(ZAbstractString, AViewPointsElsewhereAndForgetsItsLength)
     EXPECT_EQ(5u, view.getLength());
 }
 
-TEST(ZAbstractString, AViewTakesNothingOfTheOtherCodeset)
+TEST(ZAbstractString, AViewIgnoresAStringOfTheOtherCodeset)
 {
     ZUTF8String_6_0 const utf8("utf8");
     ZLCConstString_6_0 view("local");
@@ -608,7 +608,7 @@ TEST(ZAbstractString, ViewsCompareWithText)
 
 #ifndef __SANITIZE_THREAD__  // which remembers every byte that is read
 
-TEST(ZAbstractString, PositionsThatDoNotFitRaise)
+TEST(ZAbstractString, PositionsThatDoNotFitThrow)
 {
     if (getenv("LC_ALL") != nullptr)
         GTEST_SKIP() << "takes a second and is the same in every locale";
@@ -622,7 +622,7 @@ TEST(ZAbstractString, PositionsThatDoNotFitRaise)
                                                   [&] { view.indexOf("x", INT_MAX + 1u); }));
 }
 
-TEST(ZAbstractString, ALengthThatDoesNotFitRaises)
+TEST(ZAbstractString, ALengthThatDoesNotFitThrows)
 {
     if (getenv("LC_ALL") != nullptr)
         GTEST_SKIP() << "takes a second and is the same in every locale";
@@ -634,7 +634,7 @@ TEST(ZAbstractString, ALengthThatDoesNotFitRaises)
 
 #endif
 
-TEST(ZAbstractString, AViewMayBeReadByThreadsAtOnce)
+TEST(ZAbstractString, ConcurrentThreadsMayReadAView)
 {
     ZLCConstString_6_0 const view("text");
     std::atomic<unsigned> total{0};
@@ -720,7 +720,7 @@ void expectEqualObjects()
 
 }  // namespace
 
-TEST(ZAbstractString, ObjectsAreEqualWhenTheirAccessorsTellTheSameBytes)
+TEST(ZAbstractString, ObjectsAreEqualIfTheirAccessorsReturnTheSameBytes)
 {
     expectEqualObjects<ZLCString_6_0>();
     expectEqualObjects<ZUTF8String_6_0>();

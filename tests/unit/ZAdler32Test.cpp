@@ -30,7 +30,7 @@ unsigned long byTheDefinition(unsigned long adler, Bytes const& bytes)
 
 }  // namespace
 
-TEST(ZAdler32, GivesTheKnownChecksums)
+TEST(ZAdler32, MatchesKnownChecksums)
 {
     struct Case {
         char const* name;
@@ -49,20 +49,20 @@ TEST(ZAdler32, GivesTheKnownChecksums)
     }
 }
 
-TEST(ZAdler32, NullGivesTheFirstValue)
+TEST(ZAdler32, NullReturnsTheInitialValue)
 {
     EXPECT_EQ(1u, ZAdler32_6_0::adler32(0, nullptr, 0));
     EXPECT_EQ(1u, ZAdler32_6_0::adler32(0x024D0127, nullptr, 100));
 }
 
-TEST(ZAdler32, NoBytesLeaveTheValue)
+TEST(ZAdler32, ZeroLengthReturnsTheValue)
 {
     unsigned char const byte = 0;
     for (unsigned long adler : {0ul, 1ul, 0x024D0127ul, 0xFFFFFFFFul})
         EXPECT_EQ(adler, ZAdler32_6_0::adler32(adler, &byte, 0));
 }
 
-TEST(ZAdler32, HigherBitsOfTheValueDoNotCount)
+TEST(ZAdler32, HigherBitsOfTheValueAreIgnored)
 {
     Bytes const bytes{1, 2, 3};
     EXPECT_EQ(ours(7, bytes), ours(0xABCDEF0100000007ul, bytes));

@@ -45,7 +45,7 @@ struct UTF8 {
 using Families = testing::Types<Local, UTF8>;
 TYPED_TEST_SUITE(ZLCString, Families);
 
-TYPED_TEST(ZLCString, IsMadeOfAViewOfItsFamily)
+TYPED_TEST(ZLCString, IsCreatedFromAViewOfItsFamily)
 {
     using String = typename TypeParam::String;
     using View = typename TypeParam::View;
@@ -157,7 +157,7 @@ TYPED_TEST(ZLCString, ComparesWithItsFamily)
     EXPECT_NE(0, view.compareignorecase("TEXTS"));
 }
 
-TYPED_TEST(ZLCString, EveryByteCountsForEquality)
+TYPED_TEST(ZLCString, EqualityComparesEveryByte)
 {
     using String = typename TypeParam::String;
     std::string text;
@@ -174,7 +174,7 @@ TYPED_TEST(ZLCString, EveryByteCountsForEquality)
     }
 }
 
-TYPED_TEST(ZLCString, SubStringCountsBytes)
+TYPED_TEST(ZLCString, SubStringIsInBytes)
 {
     using String = typename TypeParam::String;
     String const string("text");
@@ -209,7 +209,7 @@ TYPED_TEST(ZLCString, CloneIsACopyOfTheClass)
     EXPECT_EQ(view.getChars(), static_cast<View&>(*other).getChars());
 }
 
-TYPED_TEST(ZLCString, AViewOfAStringIsNoCopy)
+TYPED_TEST(ZLCString, AViewOfAStringIsNotACopy)
 {
     using String = typename TypeParam::String;
     using View = typename TypeParam::View;
@@ -228,7 +228,7 @@ TYPED_TEST(ZLCString, AViewOfAStringIsNoCopy)
     EXPECT_NE(string.getChars(), view.getChars());
 }
 
-TYPED_TEST(ZLCString, ConvertsWhatComesFromTheOtherFamily)
+TYPED_TEST(ZLCString, ConvertsFromTheOtherFamily)
 {
     using String = typename TypeParam::String;
     using OtherString = typename TypeParam::OtherString;
@@ -249,7 +249,7 @@ TYPED_TEST(ZLCString, ConvertsWhatComesFromTheOtherFamily)
     EXPECT_EQ(to, textOf(string = view));
 }
 
-TYPED_TEST(ZLCString, LongTextsConvertToo)
+TYPED_TEST(ZLCString, LongStringsConvertToo)
 {
     using String = typename TypeParam::String;
     using OtherString = typename TypeParam::OtherString;
@@ -283,7 +283,7 @@ TYPED_TEST(ZLCString, ASourceThatCannotBeConvertedEmptiesTheTarget)
     using OtherString = typename TypeParam::OtherString;
     using OtherView = typename TypeParam::OtherView;
     if (std::is_same_v<TypeParam, UTF8> && localCodeset() == "ISO-8859-1")
-        GTEST_SKIP() << "every text of the locale can be converted";
+        GTEST_SKIP() << "every string of the locale can be converted";
     EXPECT_EQ("", textOf(String(OtherString(kNoText))));
     EXPECT_EQ("", textOf(String(OtherView(kNoText))));
     String string("before");
@@ -318,7 +318,7 @@ TYPED_TEST(ZLCString, AFailedAllocationLeavesTheTargetOfAConversion)
     EXPECT_EQ(1u, failEachAllocation([&] { longer.subString(100); }, [] {}));
 }
 
-TEST(ZLCString, UnlikeFamiliesMeetOnlyOnPurpose)
+TEST(ZLCString, FamiliesDoNotMixImplicitly)
 {
     // A comparison between the families would have to guess whether to convert.
     EXPECT_TRUE((std::is_convertible_v<ZUTF8String_6_0, ZLCString_6_0>));
@@ -336,7 +336,7 @@ TEST(ZLCString, LocalCaseFollowsTheCodeset)
     EXPECT_EQ("\xC4Z", textOf(string.upper()));
 }
 
-TEST(ZLCString, CaseLeavesTheSecondByteOfACharacterAlone)
+TEST(ZLCString, CaseChangesLeaveTheSecondByteOfACharacter)
 {
     if (localCodeset() != "EUC-JP")
         GTEST_SKIP() << "needs EUC-JP";

@@ -72,20 +72,20 @@ TEST_F(ZLocalHostName, IsTheOfficialName)
     EXPECT_EQ("host", system_.asked);
 }
 
-TEST_F(ZLocalHostName, AsksAgainEveryTime)
+TEST_F(ZLocalHostName, QueriesTheSystemEveryTime)
 {
     ZLocalHostName_6_0::getLocalHostName();
     ZLocalHostName_6_0::getLocalHostName();
     EXPECT_EQ(2, system_.lookUps);
 }
 
-TEST_F(ZLocalHostName, GivesALongAnswerTheRoomItNeeds)
+TEST_F(ZLocalHostName, GrowsTheBufferForALongResult)
 {
     system_.roomNeeded = 50000;
     EXPECT_STREQ("host.example", ZLocalHostName_6_0::getLocalHostName().getChars());
 }
 
-TEST_F(ZLocalHostName, CutsAnEndlessName)
+TEST_F(ZLocalHostName, TruncatesAnUnterminatedName)
 {
     std::string const endless(400, 'x');
     system_.name = endless.c_str();
@@ -117,7 +117,7 @@ TEST_F(ZLocalHostName, ReportsANameThatDoesNotResolve)
     EXPECT_EQ(std::to_string(ENOENT), noted.messages()[0].inserts[0]);
 }
 
-TEST_F(ZLocalHostName, GivesUpOnAnEndlessAnswer)
+TEST_F(ZLocalHostName, GivesUpOnAnEndlessResult)
 {
     NotedMessages noted;
     system_.roomNeeded = SIZE_MAX;
@@ -127,7 +127,7 @@ TEST_F(ZLocalHostName, GivesUpOnAnEndlessAnswer)
     EXPECT_EQ(26, noted.messages()[0].number);
 }
 
-TEST_F(ZLocalHostName, RaisesWithoutMemory)
+TEST_F(ZLocalHostName, ThrowsWithoutMemory)
 {
     ZLocalHostName_6_0::getLocalHostName();
     for (unsigned long n : {1ul, 2ul}) {

@@ -77,7 +77,7 @@ void expectNoDirectory(int line, Make make)
 {
     try {
         make();
-        ADD_FAILURE() << "nothing raised";
+        ADD_FAILURE() << "no exception";
     } catch (ZNoQVREnvironmentException_6_0 const& e) {
         EXPECT_EQ(45u, e.messageNumber());
         EXPECT_STREQ("src/Z/ZQVRUTF8Converter", e.who());
@@ -114,7 +114,7 @@ TEST(ZQVRUTF8Converter, ConvertsWithTheTerminator)
     }
 }
 
-TEST(ZQVRUTF8Converter, TakesTheLocalCodesetForNull)
+TEST(ZQVRUTF8Converter, UsesTheLocalCodesetForNull)
 {
     ZQVRUTF8Converter_6_0 const converter(nullptr, nullptr);
     EXPECT_STREQ(nl_langinfo(CODESET), converter.getLocalCodeSet());
@@ -125,7 +125,7 @@ TEST(ZQVRUTF8Converter, TakesTheLocalCodesetForNull)
     EXPECT_EQ(ended("abc"), toLocal(converter, "abc"));
 }
 
-TEST(ZQVRUTF8Converter, TakesTheTablesOfADirectory)
+TEST(ZQVRUTF8Converter, UsesTheTablesOfADirectory)
 {
     WithoutDirectory const without;
     ZQVRUTF8Converter_6_0 const converter("UTF-8", without.before());
@@ -133,10 +133,10 @@ TEST(ZQVRUTF8Converter, TakesTheTablesOfADirectory)
     EXPECT_EQ(ended("\xC3\xA9"), toUTF8(converter, "\xC3\xA9"));
 }
 
-TEST(ZQVRUTF8Converter, ReplacesWhatTheBufferHeld)
+TEST(ZQVRUTF8Converter, ReplacesTheContentsOfTheBuffer)
 {
     ZQVRUTF8Converter_6_0 const converter("ISO-8859-1", nullptr);
-    ZBuffer_6_0 buffer("a much longer text that was there before");
+    ZBuffer_6_0 buffer("the previous contents, which are much longer");
     converter.convertToUTF8("\xE9", buffer);
     EXPECT_EQ(ended("\xC3\xA9"), bytesOf(buffer));
     converter.convertToLocal("\xC3\xA9", buffer);
@@ -146,7 +146,7 @@ TEST(ZQVRUTF8Converter, ReplacesWhatTheBufferHeld)
     EXPECT_EQ(ended("\xC3\xA9"), bytesOf(buffer));
 }
 
-TEST(ZQVRUTF8Converter, TakesNullForTheEmptyText)
+TEST(ZQVRUTF8Converter, TreatsNullAsTheEmptyString)
 {
     ZQVRUTF8Converter_6_0 const converter("ISO-8859-1", nullptr);
     EXPECT_EQ(ended(""), toUTF8(converter, nullptr));
@@ -174,7 +174,7 @@ TEST(ZQVRUTF8Converter, ConvertsNothingWithoutACodeset)
     }
 }
 
-TEST(ZQVRUTF8Converter, IsNoValueObject)
+TEST(ZQVRUTF8Converter, CannotBeCloned)
 {
     ZQVRUTF8Converter_6_0 const converter;
     EXPECT_EQ(nullptr, converter.clone());
@@ -188,7 +188,7 @@ TEST(ZQVRUTF8Converter, IsDestroyedThroughEachOfItsBases)
     delete static_cast<ZAbstractUTF8Converter_6_0*>(new ZQVRUTF8Converter_6_0("EUC-JP", nullptr));
 }
 
-TEST(ZQVRUTF8Converter, ServesManyThreadsAtOnce)
+TEST(ZQVRUTF8Converter, ServesConcurrentThreads)
 {
     ZQVRUTF8Converter_6_0 const converter("Shift_JIS", nullptr);
     std::vector<std::thread> threads;
@@ -206,7 +206,7 @@ TEST(ZQVRUTF8Converter, ServesManyThreadsAtOnce)
 
 // Failures.
 
-TEST(ZQVRUTF8Converter, RaisesWithoutADirectory)
+TEST(ZQVRUTF8Converter, ThrowsWithoutADirectory)
 {
     WithoutDirectory const without;
     expectNoDirectory(39, [] { ZQVRUTF8Converter_6_0(); });
@@ -214,7 +214,7 @@ TEST(ZQVRUTF8Converter, RaisesWithoutADirectory)
     expectNoDirectory(59, [] { ZQVRUTF8Converter_6_0(nullptr, nullptr); });
 }
 
-TEST(ZQVRUTF8Converter, RaisesBeforeTheFirstStringEndsTheProcess)
+TEST(ZQVRUTF8Converter, ThrowsBeforeTheFirstStringEndsTheProcess)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -227,7 +227,7 @@ TEST(ZQVRUTF8Converter, RaisesBeforeTheFirstStringEndsTheProcess)
         testing::ExitedWithCode(0), "");
 }
 
-TEST(ZQVRUTF8Converter, LeavesTheBufferWhenMemoryIsShort)
+TEST(ZQVRUTF8Converter, LeavesTheBufferIfMemoryIsShort)
 {
     ZQVRUTF8Converter_6_0 const converter("ISO-8859-1", nullptr);
     std::string const text(200, 'x');
@@ -240,7 +240,7 @@ TEST(ZQVRUTF8Converter, LeavesTheBufferWhenMemoryIsShort)
 }
 
 // The first conversion of a thread to three bytes creates a converter.
-TEST(ZQVRUTF8Converter, RaisesWhenTheTextServicesAreShortOfMemory)
+TEST(ZQVRUTF8Converter, ThrowsIfTheTextServicesAreShortOfMemory)
 {
     ZQVRUTF8Converter_6_0 const converter("EUC-JP", nullptr);
     unsigned raisedByTheServices = 0;

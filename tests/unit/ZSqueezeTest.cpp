@@ -44,7 +44,7 @@ Bytes randomBytes(std::mt19937& random, size_t length, unsigned letters)
 
 }  // namespace
 
-TEST(ZSqueeze, ExpandsToWhatWasSqueezed)
+TEST(ZSqueeze, ExpandsToTheOriginalBytes)
 {
     std::mt19937 random(20261121);
     for (size_t length : {0, 1, 2, 100, 4095, 4096, 70000, 1000000}) {
@@ -112,7 +112,7 @@ TEST(ZSqueeze, TooSmallADestinationGivesABufferError)
 
 TEST(ZSqueeze, AStreamThatEndsEarlyGivesABufferError)
 {
-    Bytes packed = squeezed(bytesOf("a text that is worth to be squeezed, squeezed, squeezed"));
+    Bytes packed = squeezed(bytesOf("a string worth compressing, compressing, compressing"));
     Bytes dest(1000);
     ZSqueeze_6_0 squeeze;
     long const blocks = FailingAllocator::blocks();
@@ -126,7 +126,7 @@ TEST(ZSqueeze, AStreamThatEndsEarlyGivesABufferError)
 
 TEST(ZSqueeze, ADamagedStreamGivesADataError)
 {
-    Bytes const good = squeezed(bytesOf("a text that is worth to be squeezed, squeezed, squeezed"));
+    Bytes const good = squeezed(bytesOf("a string worth compressing, compressing, compressing"));
     Bytes dest(1000);
     ZSqueeze_6_0 squeeze;
     Bytes noStream = bytesOf("[stanza]\nkey = value\n");
@@ -164,7 +164,7 @@ TEST(ZSqueeze, AStreamWithAForeignDictionaryGivesADataError)
     EXPECT_EQ(kDataError, squeeze.unsqueeze(dest.data(), dest.size()));
 }
 
-TEST(ZSqueeze, NullPointersAreAnswered)
+TEST(ZSqueeze, NullPointersReturnAnError)
 {
     unsigned char some[64] = {};
     unsigned long length = sizeof some;
@@ -199,9 +199,9 @@ TEST(ZSqueeze, LengthsOf33BitsDoNotFit)
     EXPECT_EQ(kBufferError, squeeze.unsqueeze(some, tooLong));
 }
 
-TEST(ZSqueeze, AFailedAllocationGivesAMemoryErrorAndLosesNothing)
+TEST(ZSqueeze, AFailedAllocationGivesAMemoryErrorAndLeaksNothing)
 {
-    Bytes source = bytesOf("a text that is worth to be squeezed, squeezed, squeezed");
+    Bytes source = bytesOf("a string worth compressing, compressing, compressing");
     Bytes packed = squeezed(source);
     struct Case {
         char const* name;

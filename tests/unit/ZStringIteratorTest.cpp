@@ -44,7 +44,7 @@ public:
 
 }  // namespace
 
-TEST(ZStringIterator, WithoutATextThereIsNothing)
+TEST(ZStringIterator, WithoutATextThereAreNoElements)
 {
     NoText const source;
     ZUTF8String_6_0 target("before");
@@ -54,7 +54,7 @@ TEST(ZStringIterator, WithoutATextThereIsNothing)
     EXPECT_STREQ("before", target);
 }
 
-TEST(ZStringIterator, WalksUtf8CharacterByCharacter)
+TEST(ZStringIterator, IteratesOverUtf8Characters)
 {
     struct Case {
         char const* text;
@@ -73,7 +73,7 @@ TEST(ZStringIterator, WalksUtf8CharacterByCharacter)
     }
 }
 
-TEST(ZStringIterator, WalksLocalTextAsTheLocaleHasIt)
+TEST(ZStringIterator, IteratesOverCharactersOfTheLocale)
 {
     std::string const wide = localCharacter().local;
     std::string const text = "a" + wide + "b";
@@ -123,7 +123,7 @@ TEST(ZStringIterator, EndsAtAZeroByte)
     EXPECT_EQ(Characters({"a"}), charactersOf<ZLCString_6_0>(ZLCString_6_0("a\0b", 3)));
 }
 
-TEST(ZStringIterator, ResetGoesBackAndFollowsTheSource)
+TEST(ZStringIterator, ResetReturnsToTheStartOfTheChangedSource)
 {
     ZUTF8String_6_0 source("ab");
     ZUTF8String_6_0 target;
@@ -139,7 +139,7 @@ TEST(ZStringIterator, ResetGoesBackAndFollowsTheSource)
     EXPECT_STREQ("y", *iterator.getNext());
 }
 
-TEST(ZStringIterator, ACopyStandsWhereTheOriginalDoes)
+TEST(ZStringIterator, ACopyHasThePositionOfTheOriginal)
 {
     ZUTF8String_6_0 const source("abc");
     ZUTF8String_6_0 target;
@@ -171,7 +171,7 @@ TEST(ZStringIterator, FindsTheNextEqualCharacter)
     EXPECT_EQ(nullptr, iterator.findNext(wanted));
 }
 
-TEST(ZStringIterator, ACharacterThatCannotBeMeasuredRaises)
+TEST(ZStringIterator, ACharacterThatCannotBeMeasuredThrows)
 {
     char const* const texts[] = {"a\xE3", "a\xE3\x81", "a\xF0\x9F\x98",
                                  "a\x81", "a\xFF\xFF", "a\xE3\x81z"};
@@ -193,7 +193,7 @@ TEST(ZStringIterator, ACharacterThatCannotBeMeasuredRaises)
     }
 }
 
-TEST(ZStringIterator, ACutLocalCharacterRaises)
+TEST(ZStringIterator, ATruncatedLocalCharacterThrows)
 {
     std::string const cut = localCharacter().cut;
     if (cut.empty())
@@ -207,7 +207,7 @@ TEST(ZStringIterator, ACutLocalCharacterRaises)
     EXPECT_STREQ("a", target);
 }
 
-TEST(ZStringIterator, ACharacterLongerThanTheTextRaises)
+TEST(ZStringIterator, ACharacterLongerThanTheTextThrows)
 {
     ZUTF8ConstString_6_0 const source("abc");
     ZUTF8String_6_0 target("before");
@@ -218,7 +218,7 @@ TEST(ZStringIterator, ACharacterLongerThanTheTextRaises)
 }
 
 // The string is built from known characters, so their list is the model.
-TEST(ZStringIterator, GivesBackTheCharactersATextWasMadeOf)
+TEST(ZStringIterator, ReturnsTheCharactersOfAComposedString)
 {
     constexpr unsigned kSeed = 20240612;
     std::cout << "seed " << kSeed << "\n";

@@ -54,7 +54,7 @@ public:
 
 }  // namespace
 
-TEST(ZStringTokenizer, WithoutATextThereIsNothing)
+TEST(ZStringTokenizer, WithoutATextThereAreNoElements)
 {
     NoText const source;
     ZUTF8String_6_0 target("before");
@@ -70,7 +70,7 @@ TEST(ZStringTokenizer, WithoutATextThereIsNothing)
     EXPECT_STREQ("before", target);
 }
 
-TEST(ZStringTokenizer, SplitsAtWhiteSpaceByDefault)
+TEST(ZStringTokenizer, SplitsAtWhitespaceByDefault)
 {
     ZLCString_6_0 const source("  a\tbc \r\n d ");
     ZLCString_6_0 target;
@@ -179,7 +179,7 @@ TEST(ZStringTokenizer, AtTheEndTheTargetIsEmptied)
     }
 }
 
-TEST(ZStringTokenizer, SkippingMeasuresAndStays)
+TEST(ZStringTokenizer, SkippingMeasuresWithoutAdvancing)
 {
     ZUTF8String_6_0 const source(
         "  \xE3\x81\x82"
@@ -198,7 +198,7 @@ TEST(ZStringTokenizer, SkippingMeasuresAndStays)
     EXPECT_EQ(8u, tokenizer.skipOther(none));
 }
 
-TEST(ZStringTokenizer, ResetGoesBackAndFollowsTheSource)
+TEST(ZStringTokenizer, ResetReturnsToTheStartOfTheChangedSource)
 {
     ZLCString_6_0 source("a b");
     ZLCString_6_0 target;
@@ -212,7 +212,7 @@ TEST(ZStringTokenizer, ResetGoesBackAndFollowsTheSource)
     EXPECT_EQ(Tokens({"x", "y", "z"}), tokensOf(tokenizer));
 }
 
-TEST(ZStringTokenizer, ACopyStandsWhereTheOriginalDoesWithItsOwnDelimiters)
+TEST(ZStringTokenizer, ACopyHasThePositionOfTheOriginalAndItsOwnDelimiters)
 {
     ZUTF8String_6_0 const source("a=b=c");
     ZUTF8String_6_0 target;
@@ -270,7 +270,7 @@ TEST(ZStringTokenizer, ListsIndependentTokens)
     }
 }
 
-TEST(ZStringTokenizer, ListsWhatIsLeft)
+TEST(ZStringTokenizer, ListsTheRemainingTokens)
 {
     ZUTF8String_6_0 const source("a b c");
     ZUTF8String_6_0 target;
@@ -285,7 +285,7 @@ TEST(ZStringTokenizer, ListsWhatIsLeft)
 
 // ---- Failures --------------------------------------------------------------------------------
 
-TEST(ZStringTokenizer, UnlikeCodesetsRaise)
+TEST(ZStringTokenizer, DifferentCodesetsThrow)
 {
     ZLCString_6_0 local("a");
     ZUTF8String_6_0 utf8("b");
@@ -301,7 +301,7 @@ TEST(ZStringTokenizer, UnlikeCodesetsRaise)
     EXPECT_STREQ("b", utf8);
 }
 
-TEST(ZStringTokenizer, ACharacterThatCannotBeMeasuredRaises)
+TEST(ZStringTokenizer, ACharacterThatCannotBeMeasuredThrows)
 {
     ZUTF8ConstString_6_0 const blank(" ");
     for (char const* text : {"a \xE3\x81", "a \x81", "a \xE3\x81 b"}) {
@@ -334,7 +334,7 @@ TEST(ZStringTokenizer, ACharacterThatCannotBeMeasuredRaises)
         raises<ZQVRMBLenException_6_0>(46, kSource, 331, [&] { tokenizer.skipOther(blank); }));
 }
 
-TEST(ZStringTokenizer, ACutLocalCharacterRaises)
+TEST(ZStringTokenizer, ATruncatedLocalCharacterThrows)
 {
     std::string const cut = localCharacter().cut;
     if (cut.empty())
@@ -348,7 +348,7 @@ TEST(ZStringTokenizer, ACutLocalCharacterRaises)
     EXPECT_STREQ("before", target);
 }
 
-TEST(ZStringTokenizer, ACharacterLongerThanTheTextOrThanAnyRaises)
+TEST(ZStringTokenizer, ACharacterLongerThanTheTextOrThanAnyThrows)
 {
     for (int length : {41, 17}) {
         SCOPED_TRACE(length);
@@ -362,7 +362,7 @@ TEST(ZStringTokenizer, ACharacterLongerThanTheTextOrThanAnyRaises)
     }
 }
 
-TEST(ZStringTokenizer, AFailedAllocationLosesNothing)
+TEST(ZStringTokenizer, AFailedAllocationLeaksNothing)
 {
     std::string const longToken(300, 'x');
     ZUTF8String_6_0 const source((longToken + " a").c_str());
@@ -411,7 +411,7 @@ TEST(ZStringTokenizer, AFailedAllocationLosesNothing)
 
 // ---- Against a model ---------------------------------------------------------------------------
 
-TEST(ZStringTokenizer, GivesTheTokensOfAModel)
+TEST(ZStringTokenizer, ReturnsTheTokensOfAModel)
 {
     constexpr unsigned kSeed = 20240613;
     std::cout << "seed " << kSeed << "\n";
@@ -507,7 +507,7 @@ TEST(ZStringTokenizer, ManyDelimitersAgreeWithASearch)
     }
 }
 
-TEST(ZStringTokenizer, ManyDelimitersCostNoMoreThanTextAndDelimiters)
+TEST(ZStringTokenizer, ManyDelimitersAreSearchedInLinearTime)
 {
     // Every character from U+4E00 to U+FFFD, and a string of some of them with tokens between.
     constexpr size_t kTokens = 200000;
@@ -539,7 +539,7 @@ TEST(ZStringTokenizer, ManyDelimitersCostNoMoreThanTextAndDelimiters)
     EXPECT_LT(end.tv_sec - start.tv_sec, 2) << "seconds";
 }
 
-TEST(ZStringTokenizer, ManyDelimitersDoWithoutASet)
+TEST(ZStringTokenizer, ManyDelimitersWorkWithoutASet)
 {
     std::string set;
     for (int i = 0; i < 64; ++i)

@@ -82,7 +82,7 @@ TEST(ZUTF8String, ReplaceOverwritesAnAsciiCharacter)
     }
 }
 
-TEST(ZUTF8String, ReplacingAByteThatIsNoCharacterRaises)
+TEST(ZUTF8String, ReplacingAByteThatIsNotACharacterThrows)
 {
     ZUTF8String_6_0 string("a\xC3\xA4");
     for (char byte : {'\xC3', '\xA4', '\x80', '\xFF'}) {
@@ -92,7 +92,7 @@ TEST(ZUTF8String, ReplacingAByteThatIsNoCharacterRaises)
     EXPECT_EQ("a\xC3\xA4", textOf(string));
 }
 
-TEST(ZUTF8String, ReplacingNoCharacterLooksAtNone)
+TEST(ZUTF8String, ReplacingZeroExaminesNothing)
 {
     // Neither valid UTF-8 nor free of zero bytes: a scan by characters would fail.
     std::string const bytes("a\xFF\0b", 4);
@@ -103,7 +103,7 @@ TEST(ZUTF8String, ReplacingNoCharacterLooksAtNone)
     }
 }
 
-TEST(ZUTF8String, ReplacesWholeTexts)
+TEST(ZUTF8String, ReplacesWholeStrings)
 {
     ZUTF8String_6_0 string("\xE3\x81\x82\xE3\x82\x81");
     EXPECT_EQ(&string, &string.replace("\xE3\x82\x81", "x"));
@@ -119,7 +119,7 @@ TEST(ZUTF8String, ReplacesWholeTexts)
     EXPECT_EQ("\xE3\x81\x82", textOf(set));
 }
 
-TEST(ZUTF8String, InvalidTextCanStillBeReplacedByText)
+TEST(ZUTF8String, InvalidBytesCanBeReplaced)
 {
     ZUTF8String_6_0 string("a\xFF-\xFF");
     string.replace("\xFF", "?");

@@ -48,7 +48,7 @@ void expectAsModel(qvr_cs_t cs, std::string const& bytes)
                       << " bytes, value " << value;
 }
 
-TEST(qvrUtf8, EveryScalarValueGoesThereAndBack)
+TEST(qvrUtf8, EveryScalarValueRoundTrips)
 {
     Codeset const cs("UTF-8");
     Codeset const utf16("UTF-16LE");
@@ -84,7 +84,7 @@ TEST(qvrUtf8, EveryScalarValueGoesThereAndBack)
     EXPECT_EQ(1112064u, values);
 }
 
-TEST(qvrUtf8, EveryScalarValueGoesThroughUtf16)
+TEST(qvrUtf8, EveryScalarValueRoundTripsThroughUtf16)
 {
     Codeset const utf16("UTF-16LE");
     std::string all;
@@ -104,28 +104,28 @@ TEST(qvrUtf8, EveryScalarValueGoesThroughUtf16)
     EXPECT_TRUE(toUtf8(utf16, units) == all);
 }
 
-TEST(qvrUtf8, EveryClassOfInvalidSequenceIsRefused)
+TEST(qvrUtf8, EveryClassOfInvalidSequenceIsRejected)
 {
     struct Case {
         char const* name;
         std::string bytes;
     };
     Case const cases[] = {
-        {"a continuation alone, first", "\x80"},
-        {"a continuation alone, last", "\xBF"},
+        {"only a continuation, first", "\x80"},
+        {"only a continuation, last", "\xBF"},
         {"two bytes, no continuation", "\xC2"},
         {"two bytes, then ASCII", "\xC2 "},
         {"two bytes, then a lead", "\xC2\xC2"},
-        {"three bytes, one there", "\xE1"},
-        {"three bytes, two there", "\xE1\x80"},
-        {"three bytes, ASCII in second place", "\xE1 \x80"},
-        {"three bytes, ASCII in third place", "\xE1\x80 "},
-        {"four bytes, one there", "\xF1"},
-        {"four bytes, two there", "\xF1\x80"},
-        {"four bytes, three there", "\xF1\x80\x80"},
-        {"four bytes, ASCII in second place", "\xF1 \x80\x80"},
-        {"four bytes, ASCII in third place", "\xF1\x80 \x80"},
-        {"four bytes, ASCII in fourth place", "\xF1\x80\x80 "},
+        {"three bytes, one present", "\xE1"},
+        {"three bytes, two present", "\xE1\x80"},
+        {"three bytes, ASCII as the second", "\xE1 \x80"},
+        {"three bytes, ASCII as the third", "\xE1\x80 "},
+        {"four bytes, one present", "\xF1"},
+        {"four bytes, two present", "\xF1\x80"},
+        {"four bytes, three present", "\xF1\x80\x80"},
+        {"four bytes, ASCII as the second", "\xF1 \x80\x80"},
+        {"four bytes, ASCII as the third", "\xF1\x80 \x80"},
+        {"four bytes, ASCII as the fourth", "\xF1\x80\x80 "},
         {"NUL in two bytes", "\xC0\x80"},
         {"'/' in two bytes", "\xC0\xAF"},
         {"U+007F in two bytes", "\xC1\xBF"},
@@ -169,7 +169,7 @@ TEST(qvrUtf8, EveryClassOfInvalidSequenceIsRefused)
     }
 }
 
-TEST(qvrUtf8, EverySequenceUpToThreeBytesIsWhatItsBitsAre)
+TEST(qvrUtf8, EverySequenceUpToThreeBytesDecodesByDefinition)
 {
     Codeset const cs("UTF-8");
     for (unsigned a = 0; a < 256; ++a) {
@@ -189,7 +189,7 @@ TEST(qvrUtf8, EverySequenceUpToThreeBytesIsWhatItsBitsAre)
     }
 }
 
-TEST(qvrUtf8, SequencesOfFourBytesAreWhatTheirBitsAre)
+TEST(qvrUtf8, SequencesOfFourBytesDecodeByDefinition)
 {
     Codeset const cs("UTF-8");
     constexpr unsigned char kEdges[] = {0x00, 0x01, 0x7F, 0x80, 0x81, 0x8F, 0x90, 0x9F,
@@ -441,7 +441,7 @@ public:
             return;  // a shorter character, already compared
         if (toUtf8(cs_, bytes) != utf8(ours) ||
             qvr_mblen(cs_, bytes.data(), bytes.size()) != length)
-            ADD_FAILURE() << hex(bytes) << " is not the same to all functions";
+            ADD_FAILURE() << hex(bytes) << " differs between functions";
         uint32_t const theirs = valueOf(decoder_.convert(bytes));
         if (theirs == 0xFFFFFFFF)
             return;
@@ -462,7 +462,7 @@ public:
             char other[qvrMbLenMax];
             int const same = qvr_wctomb(cs_, other, sizeof other, static_cast<uint16_t>(value));
             if (same != length || (same > 0 && ours != std::string(other, other + same)))
-                ADD_FAILURE() << "U+" << std::hex << value << " is not the same to all functions";
+                ADD_FAILURE() << "U+" << std::hex << value << " differs between functions";
         }
         if (ours.empty())
             return;
@@ -499,7 +499,7 @@ private:
     Peer encoder_;
 };
 
-TEST(qvrCodesets, MapEveryCharacterThatIconvKnowsAsItDoes)
+TEST(qvrCodesets, AgreeWithIconvOnEveryCharacter)
 {
     std::set<void const*> agreed;
     for (Pair const& pair : kPairs) {
@@ -525,7 +525,7 @@ TEST(qvrCodesets, MapEveryCharacterThatIconvKnowsAsItDoes)
 }
 
 // For these both have the same characters: no byte and no code point is valid in only one of them.
-TEST(qvrCodesets, TablesOfOurOwnAreThoseOfIconvToTheByte)
+TEST(qvrCodesets, OwnTablesEqualThoseOfIconv)
 {
     for (char const* const name :
          {"ARMSCII-8", "GEORGIAN-PS", "KOI8-T", "PT154", "RK1048", "ISO-8859-16"}) {
@@ -556,11 +556,11 @@ TEST(qvrCodesets, TablesOfOurOwnAreThoseOfIconvToTheByte)
 }
 
 // Every codeset for which the operating system has a locale.
-TEST(qvrCodesets, AreThereForEveryLocaleOfTheSystem)
+TEST(qvrCodesets, ExistForEveryLocaleOfTheSystem)
 {
     std::ifstream supported("/usr/share/i18n/SUPPORTED");
     if (!supported)
-        GTEST_SKIP() << "there is no list of locales (Debian package locales)";
+        GTEST_SKIP() << "the list of locales is missing (Debian package locales)";
     size_t locales = 0;
     for (std::string locale, codeset; supported >> locale >> codeset; ++locales)
         EXPECT_NE(nullptr, qvr_cs_t(Codeset(codeset.c_str()))) << locale << ' ' << codeset;

@@ -19,7 +19,7 @@ template <class Call>
 void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
                              FailingAllocator::once, FailingAllocator::forEver})
 {
-    ASSERT_TRUE(call()) << "with all the memory it wants";
+    ASSERT_TRUE(call()) << "without a failing allocation";
     for (FailingAllocator::Mode const mode : modes) {
         bool failed = true;
         for (unsigned long n = 1; failed; ++n) {
@@ -32,7 +32,7 @@ void failEach(Call call, std::vector<FailingAllocator::Mode> const& modes = {
             EXPECT_TRUE(succeeded || failed);
         }
     }
-    EXPECT_TRUE(call()) << "as if nothing had happened";
+    EXPECT_TRUE(call()) << "again, without a failing allocation";
 }
 
 // The same, each time in a new thread without converters.
@@ -54,7 +54,7 @@ void failEachInANewThread(Call call)
     }
 }
 
-TEST(qvrMemory, CodesetsAreMadeOrNot)
+TEST(qvrMemory, CreatingCodesetsSucceedsOrFails)
 {
     char const* const names[] = {"UTF-8",  "ISO-8859-16", "KOI8-R",   "IBM-1047",
                                  "EUC-KR", "GB18030",     "UTF-16LE", "ISO-2022-JP"};
@@ -68,7 +68,7 @@ TEST(qvrMemory, CodesetsAreMadeOrNot)
     }
 }
 
-TEST(qvrMemory, LocalesAreMadeOrNot)
+TEST(qvrMemory, CreatingLocalesSucceedsOrFails)
 {
     unsetenv("LOCPATH");  // newlocale() of C library 2.36 leaks a block if it is set
     for (char const* const name : {"C", "C.UTF-8", "tr_TR.UTF-8", "japanese"}) {
@@ -94,7 +94,7 @@ TEST(qvrMemory, CanonicalNamesFailWithACode)
     });
 }
 
-TEST(qvrMemory, TheTablesStayAsTheyWere)
+TEST(qvrMemory, FailedTablesChangeNothing)
 {
     TemporaryDirectory before;
     TemporaryDirectory after;
@@ -123,7 +123,7 @@ TEST(qvrMemory, TheTablesStayAsTheyWere)
     qvr_set_dir("");
 }
 
-TEST(qvrMemory, ABadTableIsNamedOrMemoryIsShort)
+TEST(qvrMemory, ABadTableIsReportedOrMemoryIsShort)
 {
     TemporaryDirectory bad;
     bad.write("codesets.alias", "house UTF-8\nUTF8 ISO-8859-1\n");
@@ -174,7 +174,7 @@ TEST(qvrMemory, ConversionFailsWithACode)
 }
 
 // In a new process, which has not converted yet.
-TEST(qvrMemoryDeathTest, ThreadsThatCannotKeepConvertersDoWithoutThem)
+TEST(qvrMemoryDeathTest, ThreadsWithoutACacheStillConvert)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -215,7 +215,7 @@ TEST(qvrMemory, FourByteCharactersAreInvalidWithoutMemory)
     });
 }
 
-TEST(qvrMemory, CaseStaysAsItIsWithoutMemory)
+TEST(qvrMemory, CaseIsUnchangedWithoutMemory)
 {
     Codeset const cs("EUC-JP");
     std::string const small = fromUtf8(cs, "a\u00e0");
@@ -254,7 +254,7 @@ TEST(qvrMemory, FourByteCharactersCompareAsBytesWithoutMemory)
     });
 }
 
-TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
+TEST(qvrMemory, TablesNeedNoMemory)
 {
     Codeset const utf8Codeset("UTF-8");
     Codeset const latin1("ISO-8859-1");
@@ -286,7 +286,7 @@ TEST(qvrMemory, WhatIsServedFromTablesAsksForNone)
     EXPECT_EQ(0u, asked);
 }
 
-TEST(qvrMemory, LargeSetsDoWithoutATable)
+TEST(qvrMemory, LargeSetsWorkWithoutATable)
 {
     Codeset const cs("UTF-8");
     std::string set;
@@ -300,7 +300,7 @@ TEST(qvrMemory, LargeSetsDoWithoutATable)
     });
 }
 
-TEST(qvrMemory, LongNeedlesDoWithoutATable)
+TEST(qvrMemory, LongNeedlesWorkWithoutATable)
 {
     Codeset const cs("EUC-JP");
     std::string needle, shifted = "\xB0";

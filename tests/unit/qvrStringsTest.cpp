@@ -18,7 +18,7 @@ ptrdiff_t offset(char const* found, char const* text)
     return found == nullptr ? -1 : found - text;
 }
 
-TEST(qvrStrings, TextsAreFoundAtWholeCharacters)
+TEST(qvrStrings, StringsAreFoundAtWholeCharacters)
 {
     struct Case {
         char const* name;
@@ -37,7 +37,7 @@ TEST(qvrStrings, TextsAreFoundAtWholeCharacters)
         {"both empty", "UTF-8", "", "", 0},
         {"many bytes", "UTF-8", "x\u00e9\u20ac", "\u20ac", 3},
         {"half a character", "UTF-8", "x\u00e9", "\xA9", -1},
-        {"beginning of a character", "UTF-8", "x\u00e9", "\xC3", -1},
+        {"start of a character", "UTF-8", "x\u00e9", "\xC3", -1},
         {"end in the middle", "UTF-8", "x\u00e9", "x\xC3", -1},
         {"invalid byte itself", "UTF-8", "x\xA9y", "\xA9", 1},
         {"overlapping start", "UTF-8", "aab", "ab", 1},
@@ -77,7 +77,7 @@ TEST(qvrStrings, SingleBytesAreFound)
         {"missing", "UTF-8", "abc", 'x', -1, -1},
         {"terminator", "UTF-8", "abc", 0, 3, 3},
         {"terminator of an empty text", "EUC-JP", "", 0, 0, 0},
-        {"a part of a character", "UTF-8", "\u00e9\u00e9", 0xA9, -1, -1},
+        {"part of a character", "UTF-8", "\u00e9\u00e9", 0xA9, -1, -1},
         {"as a char", "UTF-8", "\u00e9\xA9\u00e9", '\xA9', 2, 2},
         {"single byte", "ISO-8859-1", "x\xE9y\xE9", 0xE9, 1, 3},
         {"single byte as a char", "ISO-8859-1", "x\xE9y\xE9", '\xE9', 1, 3},
@@ -99,7 +99,7 @@ TEST(qvrStrings, SingleBytesAreFound)
     }
 }
 
-TEST(qvrStrings, SetsAreOfWholeCharacters)
+TEST(qvrStrings, SetsContainWholeCharacters)
 {
     struct Case {
         char const* name;
@@ -119,7 +119,7 @@ TEST(qvrStrings, SetsAreOfWholeCharacters)
         {"many bytes", "UTF-8", "\u00e9\u20acx", "\u20ac\u00e9", 5, 0},
         {"a shared byte", "UTF-8", "\u00e8x", "\u00e9", 0, 3},
         {"invalid bytes are themselves", "UTF-8", "\xA9\u00e9", "\xA9", 1, 0},
-        {"second bytes do not count", "Shift_JIS", "\x95\x5C\\", "\\", 0, 2},
+        {"second bytes are ignored", "Shift_JIS", "\x95\x5C\\", "\\", 0, 2},
         {"three bytes", "EUC-JP", "\x8F\xB0\xA1\xB0\xA1", "\xB0\xA1", 0, 3},
         {"single byte", "ISO-8859-1", "\xE9\xE8x", "\xE8\xE9", 2, 0},
     };
@@ -157,7 +157,7 @@ TEST(qvrStrings, TokensAreBetweenWholeDelimiters)
     Case const cases[] = {
         {"blanks", "UTF-8", "  a bc  d ", " ", {"a", "bc", "d"}},
         {"several", "UTF-8", "a=b:c", "=:", {"a", "b", "c"}},
-        {"none there", "UTF-8", "abc", ",", {"abc"}},
+        {"not found", "UTF-8", "abc", ",", {"abc"}},
         {"no delimiters", "UTF-8", "a b", "", {"a b"}},
         {"only delimiters", "UTF-8", ",,,", ",", {}},
         {"empty", "UTF-8", "", ",", {}},
@@ -327,7 +327,7 @@ private:
     std::vector<ptrdiff_t> starts_;
 };
 
-TEST(qvrStrings, AgreeWithAModelOverRandomTexts)
+TEST(qvrStrings, AgreeWithAModelOverRandomStrings)
 {
     struct Case {
         char const* codeset;
@@ -448,7 +448,7 @@ TEST(qvrStrings, LargeSetsAgreeWithAModel)
     }
 }
 
-TEST(qvrStrings, ALargeSetCostsNoMoreThanTextAndSet)
+TEST(qvrStrings, ALargeSetIsSearchedInLinearTime)
 {
     // Every character of three bytes from U+4E00 on, and a string of the last of them.
     std::string set;
@@ -525,7 +525,7 @@ TEST(qvrStrings, LongNeedlesAgreeWithAModel)
     }
 }
 
-TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
+TEST(qvrStrings, ALongNeedleIsSearchedInLinearTime)
 {
     // The needle's bytes occur at every second byte of the string, but never at a character; then
     // all of the needle except its last character occurs at each.
@@ -539,9 +539,9 @@ TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
     };
     Case const cases[] = {
         {"between characters", "EUC-JP", "\xB0", "\xA4\xA2", ""},
-        {"all but its end", "EUC-JP", "", "\xA4\xA2", "\xA4\xA4"},
-        {"all but its end", "UTF-8", "", "\xC3\xA9", "\xC3\xA8"},
-        {"all but its end", "ISO-8859-1", "", "ab", "aa"},
+        {"except its end", "EUC-JP", "", "\xA4\xA2", "\xA4\xA4"},
+        {"except its end", "UTF-8", "", "\xC3\xA9", "\xC3\xA8"},
+        {"except its end", "ISO-8859-1", "", "ab", "aa"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.name) + ", " + c.codeset);
@@ -563,7 +563,7 @@ TEST(qvrStrings, ALongNeedleCostsNoMoreThanTextAndNeedle)
 }
 
 // Characters that collide in a table whose hash is the common one of the golden ratio.
-TEST(qvrStrings, ASetOfChosenCharactersCostsNoMore)
+TEST(qvrStrings, ASetOfCollidingCharactersIsSearchedInLinearTime)
 {
     std::string set;
     std::string outside;

@@ -80,7 +80,7 @@ TEST_F(qvrTables, AMissingOrEmptyDirectoryLeavesTheBuiltInNames)
     }
 }
 
-TEST_F(qvrTables, ARelativeDirectoryIsMissingWhereTheProcessIsNowhere)
+TEST_F(qvrTables, ARelativeDirectoryIsMissingWithoutAWorkingDirectory)
 {
     std::filesystem::path const before = std::filesystem::current_path();
     std::string const gone = directory_.path("gone");
@@ -93,7 +93,7 @@ TEST_F(qvrTables, ARelativeDirectoryIsMissingWhereTheProcessIsNowhere)
     EXPECT_EQ("a4", euroIn("latin10"));
 }
 
-TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
+TEST_F(qvrTables, NamesOfTheDirectoryTakePrecedence)
 {
     directory_.write("codesets.alias",
                      "# our own names\n"
@@ -110,7 +110,7 @@ TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
                      "nihon  japanese\n");
     ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
     EXPECT_EQ("a4", euroIn("house-codeset"));
-    EXPECT_EQ("a4", euroIn("House_Codeset")) << "case, hyphens and underscores do not count";
+    EXPECT_EQ("a4", euroIn("House_Codeset")) << "case, hyphens and underscores are ignored";
     EXPECT_EQ("80", euroIn("latin-1"));
     EXPECT_EQ("80", euroIn("windows-1252"));
     EXPECT_EQ("a4", euroIn("second")) << "through the built-in table as well";
@@ -128,7 +128,7 @@ TEST_F(qvrTables, NamesOfTheDirectoryGoBeforeTheOthers)
     EXPECT_EQ("de_DE.ISO-8859-1", canonical("german"));
 }
 
-TEST_F(qvrTables, HandlesKeepWhatTheyHave)
+TEST_F(qvrTables, ExistingHandlesAreUnchanged)
 {
     directory_.write("codesets.alias", "house ISO-8859-15\n");
     ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
@@ -148,8 +148,8 @@ TEST_F(qvrTables, ABadTableChangesNothing)
     Case const cases[] = {
         {"one word", "codesets.alias", "good UTF-8\nalone\n"},
         {"three words", "codesets.alias", "good UTF-8\nhouse ISO-8859-15 really\n"},
-        {"last line, no line feed", "codesets.alias", "good UTF-8\nalone"},
-        {"name behind a comment", "codesets.alias", "alone # UTF-8\n"},
+        {"last line, no newline", "codesets.alias", "good UTF-8\nalone"},
+        {"name after a comment", "codesets.alias", "alone # UTF-8\n"},
         {"too long an alias", "codesets.alias", longest + "y UTF-8\n"},
         {"too long a name", "codesets.alias", "house " + longest + "y\n"},
         {"not ASCII", "codesets.alias", "h\u00e4user UTF-8\n"},
@@ -162,7 +162,8 @@ TEST_F(qvrTables, ABadTableChangesNothing)
         {"comma in an alias", "codesets.alias", "hou,se UTF-8\n"},
         {"twice", "codesets.alias", "house UTF-8\nother UTF-8\nHOUSE UTF-8\n"},
         {"twice, written differently", "codesets.alias", "my-house UTF-8\nmyhouse UTF-8\n"},
-        {"twice but for leading zeros", "codesets.alias", "no1 UTF-8\nxyz UTF-8\nno001 UTF-8\n"},
+        {"twice, differing in leading zeros", "codesets.alias",
+         "no1 UTF-8\nxyz UTF-8\nno001 UTF-8\n"},
         {"too big", "codesets.alias", std::string((1 << 20) + 1, '\n')},
         {"in the other table", "locales.alias", "alone\n"},
         {"twice in the other table", "locales.alias", "house C\nHouse C\n"},
@@ -192,7 +193,7 @@ std::string problemOf(TemporaryDirectory const& directory, int expected = qvrInv
     return problem;
 }
 
-TEST_F(qvrTables, ACheckNamesFileLineAndProblem)
+TEST_F(qvrTables, ACheckReportsFileLineAndProblem)
 {
     struct Case {
         char const* name;
@@ -228,7 +229,7 @@ TEST_F(qvrTables, ACheckNamesFileLineAndProblem)
     }
 }
 
-TEST_F(qvrTables, ACheckNamesAFileThatCannotBeRead)
+TEST_F(qvrTables, ACheckReportsAnUnreadableFile)
 {
     std::string const table = directory_.path("locales.alias");
     ASSERT_EQ(0, mkfifo(table.c_str(), 0600));
@@ -255,7 +256,7 @@ TEST_F(qvrTables, ACheckNamesAFileThatCannotBeRead)
     EXPECT_EQ("", problemOf(directory_, 0));
 }
 
-TEST_F(qvrTables, ACheckTakesNothingIntoUseAndKeepsToItsRoom)
+TEST_F(qvrTables, ACheckChangesNothingAndStaysInItsBuffer)
 {
     directory_.write("codesets.alias", "house ISO-8859-15\n");
     EXPECT_EQ("", problemOf(directory_, 0));
@@ -314,7 +315,7 @@ TEST_F(qvrTables, ARowCannotChangeTheMeaningOfABuiltInName)
                   problemOf(bad));
         EXPECT_EQ(qvrInvalid, qvr_set_dir(bad.path().c_str()));
         EXPECT_EQ("e282ac", euroIn("UTF8"));
-        EXPECT_EQ("a4", euroIn("house")) << "the tables stay as they were";
+        EXPECT_EQ("a4", euroIn("house")) << "the tables are unchanged";
     }
     Case const taken[] = {
         {"codesets.alias", "UTF8", "utf-8"},        {"codesets.alias", "UTF-8", "ibm-1208"},
@@ -348,7 +349,7 @@ TEST_F(qvrTables, AConverterFileCannotReplaceUtf8)
     EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
 }
 
-TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
+TEST_F(qvrTables, OnlyAReadableRegularFileIsATable)
 {
     struct Case {
         char const* name;
@@ -375,7 +376,7 @@ TEST_F(qvrTables, WhatIsNoReadableFileIsNoTable)
     }
 }
 
-TEST_F(qvrTables, AReadThatASignalEndsIsRepeatedAndOneThatFailsIsReported)
+TEST_F(qvrTables, AnInterruptedReadIsRetriedAndAFailedReadIsReported)
 {
     directory_.write("codesets.alias", "house ISO-8859-15\n");
     readError = EINTR;
@@ -424,7 +425,7 @@ std::string fullTable()
     return table;
 }
 
-TEST_F(qvrTables, TheLargestTableIsReadAtOnce)
+TEST_F(qvrTables, TheLargestTableIsReadQuickly)
 {
     std::string table = fullTable();
     directory_.write("codesets.alias", table);
@@ -451,7 +452,7 @@ TEST_F(qvrTables, NamesWithOptionsAreUnknown)
     EXPECT_NE(nullptr, qvr_cs_t(Codeset("ISO-2022-JP")));
 }
 
-TEST_F(qvrTables, LongNamesFillTheirRoom)
+TEST_F(qvrTables, LongNamesFillTheirBuffer)
 {
     std::string const longest(127, 'x');
     directory_.write("codesets.alias", longest + " ISO-8859-15\n");
@@ -460,7 +461,7 @@ TEST_F(qvrTables, LongNamesFillTheirRoom)
 }
 
 // The delivered tables list the built-in names, and every name in them resolves.
-TEST_F(qvrTables, DeliveredTablesSayWhatIsBuiltIn)
+TEST_F(qvrTables, DeliveredTablesListTheBuiltInNames)
 {
     char const* const shipped = std::getenv("QVRDIR");
     if (shipped == nullptr)
@@ -539,7 +540,7 @@ TEST_F(qvrConverterFiles, AddACodeset)
     std::filesystem::copy_file(directory_.path("converters/house.cnv"),
                                directory_.path("converters/my house.cnv"));
     ASSERT_EQ(0, qvr_set_dir(directory_.path().c_str()));
-    EXPECT_EQ("none", euroIn("my house")) << "no name of a codeset";
+    EXPECT_EQ("none", euroIn("my house")) << "not the name of a codeset";
     for (char const* const name : {"house", "HOUSE", "own-name"}) {
         SCOPED_TRACE(name);
         Codeset const cs(name);
@@ -553,7 +554,7 @@ TEST_F(qvrConverterFiles, AddACodeset)
     Codeset const cs("house");
     ASSERT_EQ(0, qvr_set_dir(""));
     EXPECT_EQ("none", euroIn("house"));
-    EXPECT_EQ("A\x88\x41", fromUtf8(cs, "A\u8868")) << "handles keep what they have";
+    EXPECT_EQ("A\x88\x41", fromUtf8(cs, "A\u8868")) << "existing handles are unchanged";
 }
 
 TEST_F(qvrConverterFiles, ACharacterOfSeveralCodePointsHasALengthButNoValue)
@@ -584,7 +585,7 @@ TEST_F(qvrConverterFiles, ACharacterOfSeveralCodePointsHasALengthButNoValue)
     EXPECT_EQ(copy + 1, qvr_strpbrk(cs, copy, "x\x88\x62"));
 }
 
-TEST_F(qvrConverterFiles, TakeThePlaceOfAKnownCodeset)
+TEST_F(qvrConverterFiles, ReplaceAKnownCodeset)
 {
     if (!make("iso-8859-15", kMap))
         GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
@@ -598,7 +599,7 @@ TEST_F(qvrConverterFiles, TakeThePlaceOfAKnownCodeset)
 
 // ICU looks up a short relative path in its own data, and the process may change its working
 // directory.
-TEST_F(qvrConverterFiles, OfARelativeDirectoryAreFoundFromEverywhere)
+TEST_F(qvrConverterFiles, OfARelativeDirectoryAreFoundAfterChdir)
 {
     if (!make("house", kMap))
         GTEST_SKIP() << "makeconv (Debian package icu-devtools) does not work here";
@@ -617,7 +618,7 @@ TEST_F(qvrConverterFiles, OfARelativeDirectoryAreFoundFromEverywhere)
     std::filesystem::current_path(before);
 }
 
-TEST_F(qvrConverterFiles, WhatIsNoConverterGivesNoHandle)
+TEST_F(qvrConverterFiles, WithInvalidContentsGiveNoHandle)
 {
     std::filesystem::create_directory(directory_.path("converters"));
     directory_.write("converters/house.cnv", "this is no converter");

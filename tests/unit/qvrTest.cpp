@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(qvr, CodesetNamesAreTakenAsPeopleWriteThem)
+TEST(qvr, CodesetNamesHaveManySpellings)
 {
     struct Case {
         char const* name;
@@ -79,7 +79,7 @@ TEST(qvr, CodesetNamesAreTakenAsPeopleWriteThem)
     }
 }
 
-TEST(qvr, EncodersWriteWhatTheCodesetPutsAroundItsCharacters)
+TEST(qvr, EncodersWriteTheFramingOfTheCodeset)
 {
     struct Case {
         char const* name;
@@ -126,7 +126,7 @@ TEST(qvr, UnknownCodesetsHaveNoHandle)
         EXPECT_EQ(nullptr, qvr_cs_t(Codeset(name))) << (name == nullptr ? "null" : name);
 }
 
-TEST(qvr, EveryHandleIsAnother)
+TEST(qvr, EveryHandleIsNew)
 {
     for (char const* const name : {"UTF-8", "ISO-8859-1", "EUC-JP", "UTF-16"}) {
         Codeset const one(name);
@@ -135,7 +135,7 @@ TEST(qvr, EveryHandleIsAnother)
     }
 }
 
-TEST(qvr, AHandleServesOnWhenItsTwinIsReleased)
+TEST(qvr, AHandleOutlivesItsTwin)
 {
     qvr_cs_t const first = qvr_cs_new("EUC-JP");
     Codeset const second("EUC-JP");
@@ -246,7 +246,7 @@ private:
     std::string const before_;
 };
 
-TEST_F(qvrLocal, NamesAreThoseOfTheOperatingSystem)
+TEST_F(qvrLocal, NamesEqualThoseOfTheOperatingSystem)
 {
     struct Case {
         int (*ask)(char*, size_t);
@@ -271,7 +271,7 @@ TEST_F(qvrLocal, NamesAreThoseOfTheOperatingSystem)
     }
 }
 
-TEST_F(qvrLocal, LocalHandlesCanBeMade)
+TEST_F(qvrLocal, LocalHandlesCanBeCreated)
 {
     char os[512];
     char canonical[512];
@@ -285,7 +285,7 @@ TEST_F(qvrLocal, LocalHandlesCanBeMade)
     EXPECT_NE(nullptr, qvr_loc_t(Locale(canonical)));
 }
 
-TEST_F(qvrLocal, CharactersAreThoseOfTheOperatingSystem)
+TEST_F(qvrLocal, CharactersEqualThoseOfTheOperatingSystem)
 {
     char name[32];
     ASSERT_EQ(0, qvr_os_cs_name(name, sizeof name));
@@ -314,7 +314,7 @@ TEST_F(qvrLocal, CharactersAreThoseOfTheOperatingSystem)
     }
 }
 
-TEST(qvr, LocaleNamesAreBroughtToOneForm)
+TEST(qvr, LocaleNamesHaveACanonicalForm)
 {
     struct Case {
         char const* os;
@@ -419,7 +419,7 @@ TEST(qvr, ALocaleNameOfAnotherFormIsItsOwnCanonicalForm)
     }
 }
 
-TEST(qvr, AnEmptyLocaleNameIsRefused)
+TEST(qvr, AnEmptyLocaleNameIsRejected)
 {
     char name[8] = "before";
     EXPECT_EQ(qvrInvalid, qvr_canonical_loc("", name, sizeof name));
@@ -502,7 +502,7 @@ TEST(qvr, CharactersAreMeasuredAndDecoded)
     }
 }
 
-TEST(qvr, TheTerminatorIsACharacterOfNoLength)
+TEST(qvr, TheTerminatorHasLengthZero)
 {
     for (char const* const name : {"UTF-8", "US-ASCII", "IBM-037", "EUC-JP", "GB18030", "UTF-16"}) {
         SCOPED_TRACE(name);
@@ -570,7 +570,7 @@ TEST(qvr, UnitsAreEncoded)
     }
 }
 
-TEST(qvr, ConversionKeepsToItsRoom)
+TEST(qvr, ConversionStaysInItsBuffer)
 {
     struct Case {
         char const* codeset;
@@ -615,7 +615,7 @@ TEST(qvr, ConversionKeepsToItsRoom)
     }
 }
 
-TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
+TEST(qvr, ConversionRejectsCharactersWithoutACounterpart)
 {
     struct Case {
         char const* name;
@@ -630,21 +630,21 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
         {"byte above ASCII", "US-ASCII", "abc\xE9", true},
         {"unassigned byte", "ISO-8859-6", "abc\xA1", true},
         {"not in Japanese", "EUC-JP", "abc\u1E9E", false},
-        {"ignorable, but not there", "EUC-JP", "abc\u200b", false},
+        {"ignorable, but not in the codeset", "EUC-JP", "abc\u200b", false},
         {"soft hyphen", "Shift_JIS", "abc\u00ad", false},
         {"ignorable in ISO-2022", "ISO-2022-JP", "abc\u200b", false},
         {"half a character at the end", "EUC-JP", "abc\xC9", true},
         {"half a character before another", "EUC-JP", "abc\xC9 z", true},
-        {"no lead byte", "EUC-JP", "abc\xFF", true},
+        {"not a lead byte", "EUC-JP", "abc\xFF", true},
         {"half a unit at the end", "UTF-16LE", std::string("a\0b", 3), true},
         {"a lone surrogate", "UTF-16LE", std::string("\x00\xD8", 2), true},
         {"a lone low surrogate", "UTF-16LE", std::string("\x00\xDC\x61\x00", 4), true},
         {"an unfinished escape", "ISO-2022-JP", "abc\x1B$", true},
         {"a quoted lead unit before another", "SCSU", std::string("\x0E\xD8\x00\x0E\xD8\x00z", 7),
          true},
-        {"a quoted lead unit alone", "SCSU", std::string("\x0E\xD8\x00z", 4), true},
+        {"only a quoted lead unit", "SCSU", std::string("\x0E\xD8\x00z", 4), true},
         {"a quoted lead unit at the end", "SCSU", std::string("z\x0E\xD8\x00", 4), true},
-        {"a quoted trail unit alone", "SCSU", std::string("\x0E\xDC\x00z", 4), true},
+        {"only a quoted trail unit", "SCSU", std::string("\x0E\xDC\x00z", 4), true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -652,13 +652,13 @@ TEST(qvr, ConversionRefusesWhatHasNoCounterpart)
         char out[64];
         EXPECT_EQ(qvrInvalid, (c.toUtf8 ? qvr_to_utf8 : qvr_from_utf8)(cs, c.text.data(),
                                                                        c.text.size(), out, 64));
-        EXPECT_EQ("a", toUtf8(Codeset("EUC-JP"), "a")) << "nothing is left of it";
+        EXPECT_EQ("a", toUtf8(Codeset("EUC-JP"), "a")) << "the failure leaves no state";
         EXPECT_EQ(hex(fromUtf8(cs, "a")), hex(fromUtf8(Codeset(c.codeset), "a")));
     }
 }
 
 // Also if a byte that was tested when the codeset was built starts a longer sequence.
-TEST(qvr, FirstConversionBeginsAnew)
+TEST(qvr, FirstConversionStartsInTheInitialState)
 {
     for (char const* const name :
          {"SCSU", "BOCU-1", "UTF-7", "UTF-16BE", "CESU-8", "ISO-2022-KR"}) {
@@ -669,14 +669,14 @@ TEST(qvr, FirstConversionBeginsAnew)
     EXPECT_EQ("\u4e01z", toUtf8(Codeset("SCSU"), "\x0E\x4E\x01z"));
 }
 
-TEST(qvr, ConversionGoesOnBehindALongPieceThatHoldsNoCharacter)
+TEST(qvr, ConversionContinuesAfterALongRunWithoutCharacters)
 {
     // Enough changes of the window to fill a block without a character.
     EXPECT_EQ("a\u00e9", toUtf8(Codeset("SCSU"), std::string(200000, '\x10') + "a\xE9"));
 }
 
 // The rest of the character is past the given length.
-TEST(qvr, ConversionEndsWhereTheLengthDoes)
+TEST(qvr, ConversionEndsAtTheLength)
 {
     std::string const text = "abcdefghij\u00e9";
     char out[64];
@@ -691,7 +691,7 @@ TEST(qvr, ConversionEndsWhereTheLengthDoes)
     }
 }
 
-TEST(qvr, ConversionTakesTerminatorsAsCharacters)
+TEST(qvr, ConversionTreatsTerminatorsAsCharacters)
 {
     std::string const text("a\0b\0", 4);
     for (char const* const name : {"UTF-8", "ISO-8859-1", "EUC-JP", "GB18030"}) {
@@ -706,7 +706,7 @@ TEST(qvr, ConversionTakesTerminatorsAsCharacters)
     EXPECT_EQ(kanji, toUtf8(Codeset("EUC-JP"), encoded));
 }
 
-TEST(qvr, LongTextsConvertThroughEveryBlock)
+TEST(qvr, LongStringsConvertAcrossBlocks)
 {
     for (char const* const name : {"EUC-JP", "GB18030", "UTF-16", "ISO-2022-JP", "ISO-8859-5"}) {
         SCOPED_TRACE(name);
@@ -719,7 +719,7 @@ TEST(qvr, LongTextsConvertThroughEveryBlock)
     }
 }
 
-TEST(qvr, LongTextsAreTheirCharactersInARow)
+TEST(qvr, LongStringsConvertLikeTheirCharacters)
 {
     struct Case {
         char const* codeset;
@@ -811,7 +811,7 @@ TEST(qvr, CodePointsAreClassifiedAsInUnicode)
         {"high surrogate", 0xD800, "......"},
         {"low surrogate", 0xDFFF, "......"},
         {"last code point", 0x10FFFF, "......"},
-        {"behind the last", 0x110000, "......"},
+        {"above the last", 0x110000, "......"},
         {"all bits", 0xFFFFFFFF, "......"},
     };
     for (Case const& c : cases) {
@@ -842,8 +842,8 @@ TEST(qvr, CaseChangesInPlaceAndOneToOne)
         {"two bytes", "UTF-8", "C", "\u00e9\u0436\u03c9", "\u00c9\u0416\u03a9"},
         {"three bytes", "UTF-8", "C", "\u1e01\uff41", "\u1e00\uff21"},
         {"four bytes", "UTF-8", "C", "\U00010428", "\U00010400"},
-        {"sharp s has no single one", "UTF-8", "C", "\u00df", "\u00df"},
-        {"a ligature has no single one", "UTF-8", "C", "\ufb01", "\ufb01"},
+        {"sharp s has no single counterpart", "UTF-8", "C", "\u00df", "\u00df"},
+        {"a ligature has no single counterpart", "UTF-8", "C", "\ufb01", "\ufb01"},
         {"fewer bytes: dotless i", "UTF-8", "C", "\u0131", "\u0131"},
         {"fewer bytes: long s", "UTF-8", "C", "\u017f", "\u017f"},
         {"more bytes: a with stroke", "UTF-8", "C", "\u2c65", "\u2c65"},
@@ -881,7 +881,7 @@ TEST(qvr, CaseChangesInPlaceAndOneToOne)
     }
 }
 
-TEST(qvr, NoLocaleMeansNoLanguagesOwnRules)
+TEST(qvr, WithoutALocaleNoRulesOfALanguageApply)
 {
     Codeset const cs("ISO-8859-9");
     char text[] = "i\xFDz";
@@ -890,7 +890,7 @@ TEST(qvr, NoLocaleMeansNoLanguagesOwnRules)
     EXPECT_NE(0, qvr_stricmp(cs, Locale("tr_TR"), "FILE", "file"));
 }
 
-TEST(qvr, TextsCompareWithoutRegardToCase)
+TEST(qvr, StringsCompareWithoutRegardToCase)
 {
     struct Case {
         char const* name;
@@ -913,13 +913,13 @@ TEST(qvr, TextsCompareWithoutRegardToCase)
         {"Kelvin, of other length", "UTF-8", "C", "\u212a1", "k1", 0},
         {"sharp s is not ss", "UTF-8", "C", "\u00df", "ss", 1},
         {"by code point, not by byte", "UTF-8", "C", "\uffff", "\U00010000", -1},
-        {"invalid behind all", "UTF-8", "C", "\xFF", "\U0010FFFF", 1},
+        {"invalid bytes last", "UTF-8", "C", "\xFF", "\U0010FFFF", 1},
         {"invalid by value", "UTF-8", "C", "\x80", "\xFF", -1},
         {"same invalid", "UTF-8", "C", "A\xFF", "a\xFF", 0},
         {"EBCDIC by code point", "IBM-037", "C", "\x81", "\xF1", 1},
         {"EBCDIC case", "IBM-037", "C", "\x81", "\xC1", 0},
         {"full-width", "EUC-JP", "C", "\xA3\xE1", "\xA3\xC1", 0},
-        {"second bytes are no letters", "Shift_JIS", "C", "\x83\x41", "\x83\x61", -1},
+        {"second bytes are not letters", "Shift_JIS", "C", "\x83\x41", "\x83\x61", -1},
         {"Turkish i", "ISO-8859-9", "tr_TR", "i\xFD", "\xDDI", 0},
         {"Turkish I is not i", "ISO-8859-9", "tr_TR", "I", "i", 1},
         {"Turkish in UTF-8", "UTF-8", "tr_TR.UTF-8", "i\u0131", "\u0130I", 0},
@@ -937,7 +937,7 @@ TEST(qvr, TextsCompareWithoutRegardToCase)
 }
 
 // ASCII is compared several bytes at a time, and each string is at the end of its memory.
-TEST(qvr, ComparisonDoesNotDependOnWhereADifferenceStands)
+TEST(qvr, ComparisonDoesNotDependOnThePositionOfADifference)
 {
     auto const orderOf = [](unsigned char a, unsigned char b) {
         int const difference = tolower(a) - tolower(b);
@@ -970,7 +970,7 @@ TEST(qvr, ComparisonDoesNotDependOnWhereADifferenceStands)
     }
 }
 
-TEST(qvr, ComparisonReadsNeitherTextBehindItsTerminator)
+TEST(qvr, ComparisonReadsNothingPastATerminator)
 {
     Codeset const cs("UTF-8");
     std::string const text = "Thirty-two bytes, and then some.";
@@ -984,7 +984,7 @@ TEST(qvr, ComparisonReadsNeitherTextBehindItsTerminator)
     }
 }
 
-TEST(qvr, AtMostTheFirstBytesCompare)
+TEST(qvr, OnlyTheFirstBytesAreCompared)
 {
     struct Case {
         char const* name;
@@ -1012,7 +1012,7 @@ TEST(qvr, AtMostTheFirstBytesCompare)
         if (c.a.size() >= c.n && c.b.size() >= c.n) {
             GuardedBytes const a(c.a.substr(0, c.n));
             GuardedBytes const b(c.b.substr(0, c.n));
-            EXPECT_EQ(c.order, qvr_strnicmp(cs, nullptr, a, b, c.n)) << "reads no byte more";
+            EXPECT_EQ(c.order, qvr_strnicmp(cs, nullptr, a, b, c.n)) << "reads no further byte";
         }
     }
 }

@@ -56,7 +56,7 @@ void expectConversions(qvr_cs_t cs, Sample const& sample)
 }
 
 // In a new process, which has not converted yet.
-TEST(qvrThreadsDeathTest, ConvertWhereTheProcessHasNoKeyLeft)
+TEST(qvrThreadsDeathTest, ConvertIfTheProcessHasNoKeysLeft)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -88,7 +88,7 @@ TEST(qvrThreads, ShareHandles)
         qvr_cs_free(handle);
 }
 
-TEST(qvrThreads, MakeAndReleaseHandlesOfTheSameCodesets)
+TEST(qvrThreads, CreateAndReleaseHandlesOfTheSameCodesets)
 {
     runTogether(8, [](unsigned) {
         for (unsigned round = 0; round < 10; ++round)
@@ -97,7 +97,7 @@ TEST(qvrThreads, MakeAndReleaseHandlesOfTheSameCodesets)
     });
 }
 
-TEST(qvrThreads, LookNamesUpWhileTheTablesChange)
+TEST(qvrThreads, LookUpNamesWhileTheTablesChange)
 {
     TemporaryDirectory one;
     TemporaryDirectory other;
@@ -144,7 +144,7 @@ TEST(qvrThreads, EachHasItsOwnTokens)
     });
 }
 
-TEST(qvrThreads, EndWithTheirConverters)
+TEST(qvrThreads, CloseTheirConvertersWhenTheyEnd)
 {
     Codeset const cs("GB18030");
     for (unsigned i = 0; i < 200; ++i)

@@ -146,7 +146,7 @@ TEST(qvrTime, EachConversionSetsItsFields)
     }
 }
 
-TEST(qvrTime, WhatDoesNotMatchChangesNothing)
+TEST(qvrTime, AMismatchChangesNothing)
 {
     struct Case {
         char const* format;
@@ -218,7 +218,7 @@ TEST(qvrTime, WhatDoesNotMatchChangesNothing)
     }
 }
 
-TEST(qvrTime, ReadsAsFarAsTheFormatSays)
+TEST(qvrTime, ParsesAsFarAsTheFormatReaches)
 {
     Codeset const cs("UTF-8");
     struct tm time = {};
@@ -380,7 +380,7 @@ TEST(qvrTime, NamesOfTheLocaleAreReadInItsCodeset)
     setlocale(LC_ALL, before.c_str());
 }
 
-TEST(qvrTime, EnglishNamesStandInWhereTheSystemHasNoSuchLocale)
+TEST(qvrTime, EnglishNamesReplaceThoseOfAMissingLocale)
 {
     Codeset const cs("UTF-8");
     Locale const loc("vo_XX.UTF-8");

@@ -177,7 +177,7 @@ TEST(zhex_dump, IsOneWriteUnlessItIsVeryLong)
     EXPECT_TRUE(longDump == dumpOf(kLong, bytes.data(), "title"));
 }
 
-TEST(zhex_dump, ATitleMayBeLongerThanWhatIsWrittenAtOnce)
+TEST(zhex_dump, ATitleMayBeLongerThanTheBuffer)
 {
     std::vector<unsigned char> const bytes = someBytes(20);
     std::string const title = someTitle((3 << 20) + 5);
@@ -201,7 +201,7 @@ TEST(zhex_dump, KeepsTheUpperHalfLegible)
     }
 }
 
-TEST(zhex_dump, GoesOnWithoutMemory)
+TEST(zhex_dump, WorksWithoutMemory)
 {
     std::vector<unsigned char> const bytes = someBytes(1000);
     for (size_t titleLength : {5u, 80u, 85u, 88u, 90u, 300u}) {
@@ -218,7 +218,7 @@ TEST(zhex_dump, GoesOnWithoutMemory)
     }
 }
 
-TEST(zhex_dump, WhatTheStreamThrowsLeavesTheNextDumpToOthers)
+TEST(zhex_dump, AnExceptionOfTheStreamReleasesTheLock)
 {
     cookie_io_functions_t const functions = {
         nullptr,
@@ -256,7 +256,7 @@ TEST(zhex_dump, ACancelledThreadFinishesItsDump)
     EXPECT_EQ(dump, dumpOf(100, bytes.data(), "title"));  // the lock is free
 }
 
-TEST(zhex_dump, DumpsOfSeveralThreadsDoNotMix)
+TEST(zhex_dump, ConcurrentDumpsDoNotInterleave)
 {
     constexpr int kThreads = 8;
     constexpr int kDumps = 20;

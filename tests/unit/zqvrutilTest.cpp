@@ -263,7 +263,7 @@ TEST_F(zqvrutilStart, RunsItsStepsOnceAndInOrder)
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(zqvrutilStart, BeginsWithWhateverIsAskedFirst)
+TEST_F(zqvrutilStart, StartsWithAnyFirstCall)
 {
     for (int first = 0; first < 5; ++first) {
         EXPECT_EXIT(exitWith([&] {
@@ -291,7 +291,7 @@ TEST_F(zqvrutilStart, BeginsWithWhateverIsAskedFirst)
     }
 }
 
-TEST_F(zqvrutilStart, RunsOnceHoweverManyThreadsAsk)
+TEST_F(zqvrutilStart, RunsOnceForManyThreads)
 {
     EXPECT_EXIT(exitWith([] {
                     std::vector<std::thread> threads;
@@ -319,13 +319,13 @@ TEST_F(zqvrutilStart, AbortsWithAReportWithoutQVRDIR)
                 withoutDirectory());
 }
 
-TEST_F(zqvrutilStart, CountsAnInheritedQVRDIRAsUnsetInASetUidProgram)
+TEST_F(zqvrutilStart, TreatsAnInheritedQVRDIRAsUnsetInASetUidProgram)
 {
     EXPECT_EXIT((services().isSetUid = true, zgetLCSHandle_6_0()), testing::KilledBySignal(SIGABRT),
                 withoutDirectory());
 }
 
-TEST_F(zqvrutilStart, AnswersNullNamesAfterAReportAndDoesNotTryAgain)
+TEST_F(zqvrutilStart, ReturnsNullNamesAfterAReportAndDoesNotRetry)
 {
     EXPECT_EXIT(exitWith([] {
                     unsetenv("QVRDIR");
@@ -339,7 +339,7 @@ TEST_F(zqvrutilStart, AnswersNullNamesAfterAReportAndDoesNotTryAgain)
                 testing::ExitedWithCode(0), withoutDirectory());
 }
 
-TEST_F(zqvrutilStart, AsksAgainAfterAMessageServiceThatThrows)
+TEST_F(zqvrutilStart, ReportsAgainAfterAMessageServiceThatThrows)
 {
     EXPECT_EXIT(exitWith([] {
                     ThrowingService const service;
@@ -366,7 +366,7 @@ TEST_F(zqvrutilStart, AbortsWithAReportWithoutAHandle)
                 testing::KilledBySignal(SIGABRT), withoutCodeset(""));
 }
 
-TEST_F(zqvrutilStart, HandsOutTheOneHandleThatItHas)
+TEST_F(zqvrutilStart, ReturnsTheOnlyHandleThatItHas)
 {
     EXPECT_EXIT(exitWith([] {
                     services().refusedCodeset = "UTF8";
@@ -399,7 +399,7 @@ TEST_F(zqvrutilStart, StopsAtTheStepThatFails)
     }
 }
 
-TEST_F(zqvrutilStart, EndsANameThatTheServicesLeaveUnended)
+TEST_F(zqvrutilStart, TerminatesANameThatTheServicesLeaveUnterminated)
 {
     EXPECT_EXIT((services().codesetNameIsUnended = true, zgetLCSHandle_6_0()),
                 testing::KilledBySignal(SIGABRT), withoutCodeset(std::string(31, 'x')));
@@ -412,7 +412,7 @@ std::string tablesWith(TestDirectory const& directory, std::string const& table)
     return directory.path();
 }
 
-TEST_F(zqvrutilStart, ReportsATableThatCannotBeUsedOnce)
+TEST_F(zqvrutilStart, ReportsAnUnusableTableOnce)
 {
     TestDirectory const directory;
     std::string const tables =
@@ -444,7 +444,7 @@ TEST_F(zqvrutilStart, ReportsATableThatCannotBeUsedOnce)
     }
 }
 
-TEST_F(zqvrutilStart, ReportsATableOfAnyLengthOfPath)
+TEST_F(zqvrutilStart, ReportsATableWithAnyLengthOfPath)
 {
     // A path of nearly 4 KiB: the report is truncated at the end of its buffer, not before.
     TestDirectory const directory;
@@ -464,7 +464,7 @@ TEST_F(zqvrutilStart, ReportsATableOfAnyLengthOfPath)
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(zqvrutilStart, SaysNothingOfTablesThatAreMissingOrFine)
+TEST_F(zqvrutilStart, ReportsNothingForMissingOrValidTables)
 {
     TestDirectory const directory;
     for (std::string const& tables :
@@ -479,7 +479,7 @@ TEST_F(zqvrutilStart, SaysNothingOfTablesThatAreMissingOrFine)
     }
 }
 
-TEST(zqvrutil, ReportsADirectoryOfWhichNoProblemIsKnown)
+TEST(zqvrutil, ReportsADirectoryWithoutAKnownProblem)
 {
     zgetLCSHandle_6_0();
     std::string const tables = getenv("QVRDIR");
@@ -498,7 +498,7 @@ TEST(zqvrutil, ReportsADirectoryOfWhichNoProblemIsKnown)
     services().directoryCode = 0;
 }
 
-TEST(zqvrutil, ReportsATableThatCannotBeUsedAtEachCallThatNamesIt)
+TEST(zqvrutil, ReportsAnUnusableTableAtEachCallWithItsDirectory)
 {
     zgetLCSHandle_6_0();
     TestDirectory const directory;
@@ -574,7 +574,7 @@ TEST(zqvrutil, SetsTheDirectoryOfTheTables)
     EXPECT_EQ(std::vector<std::string>{std::string("dir ") + getenv("QVRDIR")}, calls);
 }
 
-TEST(zqvrutil, NamesTheLocale)
+TEST(zqvrutil, ReturnsTheNameOfTheLocale)
 {
     ZLCString_6_0 out("before");
     EXPECT_EQ(0, ZGetLocale(out));
@@ -609,7 +609,7 @@ TEST(zqvrutil, MeasuresCharacters)
         {"overlong", utf8, "\xC0\x80", 2, -1},
         {"surrogate", utf8, "\xED\xA0\x80", 3, -1},
         {"cut", utf8, "\xE3\x81\x82", 2, -1},
-        {"no room", utf8, "a", 0, -1},
+        {"no space", utf8, "a", 0, -1},
         {"two bytes", japanese, "\xA4\xA2", 4, 2},
         {"cut", japanese, "\xA4", 1, -1},
         {"high byte", latin, "\xE9", 1, 1},
@@ -672,7 +672,7 @@ TEST(zqvrutil, MeasuresSpacesAndLetters)
         {"terminator", utf8, "", 1, 0, 0},
         {"invalid", utf8, "\xFF", 1, 0, 0},
         {"cut", utf8, "\xC3\xA9", 1, 0, 0},
-        {"no room", utf8, "a", 0, 0, 0},
+        {"no space", utf8, "a", 0, 0, 0},
         {"null", utf8, nullptr, 1, 0, 0},
         {"no codeset", nullptr, "a", 1, 0, 0},
     };
@@ -799,7 +799,7 @@ TEST(zqvrutil, CountsUpToTheFirstInvalidCharacter)
     EXPECT_EQ(isSingleByteLocale() ? 4u : 1u, counted);
 }
 
-TEST(zqvrutil, CountsWithoutReadingBehindTheTerminator)
+TEST(zqvrutil, CountsWithoutReadingPastTheTerminator)
 {
     Codeset const utf8("UTF-8"), japanese("EUC-JP");
     for (std::string const text :

@@ -41,7 +41,7 @@ protected:
 
 }  // namespace
 
-TEST_F(zsnprintfGrid, EqualsThePlatformButForTheTable)
+TEST_F(zsnprintfGrid, EqualsThePlatformExceptForTheTable)
 {
     std::printf("seed %u, %d formats\n", kSeed, kFormats);
     Generator generate{std::mt19937_64(kSeed)};
@@ -164,7 +164,7 @@ TEST_F(zsnprintfGrid, WritesTheSmallestLongDoublesAsThePlatform)
     }
 }
 
-TEST_F(zsnprintfGrid, RoundsAsTheThreadHasChosen)
+TEST_F(zsnprintfGrid, RoundsInTheModeOfTheThread)
 {
     struct Restore {
         ~Restore() { fesetround(FE_TONEAREST); }

@@ -35,7 +35,7 @@ int lengthOf(char const* format, ...)
 
 }  // namespace
 
-TEST(zsnprintfLength, AWideTextAboveTheLargestLengthFails)
+TEST(zsnprintfLength, AWideStringAboveTheLargestLengthFails)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "takes too long with a sanitizer";
@@ -46,7 +46,7 @@ TEST(zsnprintfLength, AWideTextAboveTheLargestLengthFails)
     EXPECT_EQ(INT_MAX - 1, lengthOf("%S", text.get() + 1));
 }
 
-TEST(zsnprintfLength, ATextAboveTheLargestLengthFails)
+TEST(zsnprintfLength, AStringAboveTheLargestLengthFails)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "takes too long with a sanitizer";

@@ -185,7 +185,7 @@ TEST(zsnprintf, WritesEachConversion)
     EXPECT_EQ("100% of key=42", text("%d%% of %s=%ld", 100, "key", 42L));
 }
 
-TEST(zsnprintf, PrintsTheWholeWidthOfTheMachinesTypes)
+TEST(zsnprintf, PrintsEveryBitOfTheMachinesTypes)
 {
     long double const third = 1.0L / 3;
     char expected[64];
@@ -195,7 +195,7 @@ TEST(zsnprintf, PrintsTheWholeWidthOfTheMachinesTypes)
     EXPECT_EQ("0x10000000000", text("%p", reinterpret_cast<void*>(1ul << 40)));
 }
 
-TEST(zsnprintf, PadsAndCuts)
+TEST(zsnprintf, PadsAndTruncates)
 {
     EXPECT_EQ("|   42|", text("|%5d|", 42));
     EXPECT_EQ("|42   |", text("|%-5d|", 42));
@@ -242,7 +242,7 @@ TEST(zsnprintf, PadsAndCuts)
     EXPECT_EQ("|   inf|  -inf|", text("|%6f|%06f|", HUGE_VAL, -HUGE_VAL));
 }
 
-TEST(zsnprintf, TakesWidthAndPrecisionFromArguments)
+TEST(zsnprintf, ReadsWidthAndPrecisionFromArguments)
 {
     EXPECT_EQ("   42", text("%*d", 5, 42));
     EXPECT_EQ("42   ", text("%-*d", 5, 42));
@@ -260,7 +260,7 @@ TEST(zsnprintf, TakesWidthAndPrecisionFromArguments)
     EXPECT_EQ(withPoint("0.5"), text("%.*g", INT_MIN, 0.5));
 }
 
-TEST(zsnprintf, TakesArgumentsByTheirNumber)
+TEST(zsnprintf, ReadsArgumentsByNumber)
 {
     EXPECT_EQ("b a", text("%2$s %1$s", "a", "b"));
     EXPECT_EQ("a a a", text("%1$s %1$s %1$s", "a"));
@@ -294,7 +294,7 @@ TEST(zsnprintf, SharesAnArgumentBetweenSignedAndUnsigned)
     EXPECT_EQ("  3", text("%1$*1$u", 3));
 }
 
-TEST(zsnprintf, CountsEveryArgumentOnceHoweverManyThereAre)
+TEST(zsnprintf, FetchesEachOfManyArgumentsOnce)
 {
     EXPECT_EQ("1 2 3 4 5 6 7 8 9", text("%d %d %d %d %d %d %d %d %d", 1, 2, 3, 4, 5, 6, 7, 8, 9));
     EXPECT_EQ("1 2 3 4 5 6 7 8 9 10",
@@ -318,7 +318,7 @@ TEST(zsnprintf, PadsPointsOfSeveralBytesAsThePlatformDoes)
 {
     LocaleOfLongPoint const locale;
     if (!locale.isThere())
-        GTEST_SKIP() << "the locale is not there";
+        GTEST_SKIP() << "the locale is not installed";
     EXPECT_EQ("0\xD9\xAB", text("%#.0f", 0.0));
     char expected[1024];
     for (char const* format : {"%f", "%12.2f|", "%-12.2f|", "%012f", "%+12g", "%'18.2f|",
@@ -422,7 +422,7 @@ TEST(zsnprintf, RecordsArgumentNumbers)
     }
 }
 
-TEST(zsnprintf, StoresArgumentsInTheirOwnWidth)
+TEST(zsnprintf, StoresArgumentsInTheirOwnSize)
 {
     Parsed const parsed("%hd %hu %d %u %ld %lu %lld %llu %c", -1, -1, -1, -1, -1L, -1L, -1LL, -1LL,
                         0x141);
@@ -469,7 +469,7 @@ TEST(zsnprintf, RendersAnyNumberOfTimes)
     EXPECT_EQ("key=42", parsed.render());
 }
 
-TEST(zsnprintf, DeliversParametersOfConversions)
+TEST(zsnprintf, ReturnsParametersOfConversions)
 {
     struct Case {
         char const* format;
@@ -556,7 +556,7 @@ TEST(zsnprintf, HonoursTheFlagsThatNoConversionSets)
     EXPECT_EQ(withPoint("0.50000000|0.5000000000|2.00000000|longer than 8"), given.render());
 }
 
-TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
+TEST(zsnprintf, ReturnsParametersOfEveryTypeInEveryForm)
 {
     struct Type {
         int32_t code;
@@ -623,7 +623,7 @@ TEST(zsnprintf, DeliversParametersOfEveryTypeInEveryForm)
 
 // Buffers.
 
-TEST(zsnprintf, CutsAtTheRoomThatIsThere)
+TEST(zsnprintf, TruncatesAtTheCapacity)
 {
     char buffer[8] = "~~~~~~~";
     EXPECT_EQ(8, zsnprintf_6_0(buffer, 5, "%s", "abcdefgh"));
@@ -639,7 +639,7 @@ TEST(zsnprintf, CutsAtTheRoomThatIsThere)
     EXPECT_STREQ("", buffer);
 }
 
-TEST(zsnprintf, WritesNothingBehindTheRoomWhateverTheConversion)
+TEST(zsnprintf, WritesNothingPastTheCapacityForAnyConversion)
 {
     GuardedRoom guarded(64);
     uint16_t const wide[] = {'w', 'i', 'd', 'e', 0};
@@ -648,7 +648,7 @@ TEST(zsnprintf, WritesNothingBehindTheRoomWhateverTheConversion)
         bool isReal;
     };
     Case const cases[] = {
-        {"literal text that is longer than any room in this test, which ends at 64", false},
+        {"literal text that is longer than any buffer in this test, 64 bytes at most", false},
         {"%d", false},
         {"a%30db", false},
         {"a%-30db", false},
@@ -702,7 +702,7 @@ TEST(zsnprintf, WritesNothingBehindTheRoomWhateverTheConversion)
     }
 }
 
-TEST(zsnprintf, ReadsNoTextBehindItsPrecision)
+TEST(zsnprintf, ReadsNoStringPastItsPrecision)
 {
     GuardedBytes const bytes("abcd");
     char const* const narrow = bytes;
@@ -756,7 +756,7 @@ TEST(zsnprintf, FailsAboveTheLargestLength)
 
 // Failures.
 
-TEST(zsnprintf, RefusesWhatIsNoFormat)
+TEST(zsnprintf, RejectsInvalidFormats)
 {
     char const* const formats[] = {
         "%",    "abc%",  "%5",      "%.",    "%l",    "%ll",    "%-",    "%*",       "%.*",
@@ -782,7 +782,7 @@ TEST(zsnprintf, RefusesWhatIsNoFormat)
     }
 }
 
-TEST(zsnprintf, RefusesNumbersThatDoNotFit)
+TEST(zsnprintf, RejectsNumbersThatDoNotFit)
 {
     char const* const formats[] = {
         "%2147483648d",
@@ -807,7 +807,7 @@ TEST(zsnprintf, RefusesNumbersThatDoNotFit)
         EXPECT_EQ(kFailure, text(format, 1, 1, 1)) << format;
 }
 
-TEST(zsnprintf, RefusesGapsInArgumentNumbers)
+TEST(zsnprintf, RejectsGapsInArgumentNumbers)
 {
     EXPECT_EQ(kFailure, text("%3$s %1$s", "a", "b", "c"));
     EXPECT_EQ(kFailure, text("%2$d", 1, 2));
@@ -819,7 +819,7 @@ TEST(zsnprintf, RefusesGapsInArgumentNumbers)
     EXPECT_EQ("  1", text("%2$*1$d", 3, 1));
 }
 
-TEST(zsnprintf, RefusesHugeNumbersBeforeItAllocates)
+TEST(zsnprintf, RejectsHugeNumbersBeforeAllocating)
 {
     for (char const* format :
          {"%2147483647$d", "%*2147483647$d", "%.*2147483647$d", "%d %7$d", "%1$d %2000000$d"}) {
@@ -833,7 +833,7 @@ TEST(zsnprintf, RefusesHugeNumbersBeforeItAllocates)
     }
 }
 
-TEST(zsnprintf, RefusesOneArgumentOfTwoTypes)
+TEST(zsnprintf, RejectsAnArgumentWithTwoTypes)
 {
     char const* const formats[] = {
         "%1$d %1$s",      "%1$s %1$d",  "%1$d %1$ld",   "%1$ld %1$lld",  "%1$d %1$hd",
@@ -864,12 +864,12 @@ void expectNullListRefused()
     }
 }
 
-TEST(zsnprintf, RefusesANullArgumentList)
+TEST(zsnprintf, RejectsANullArgumentList)
 {
     expectNullListRefused<va_list>();
 }
 
-TEST(zsnprintf, MayBeDoneAfterAFailedParseAndTwice)
+TEST(zsnprintf, AllowsDoneAfterAFailedParseAndTwice)
 {
     auto const parse = [](ZPrintfContext_6_0* context, char const* format, ...) {
         va_list args;
@@ -888,7 +888,7 @@ TEST(zsnprintf, MayBeDoneAfterAFailedParseAndTwice)
     }
 }
 
-TEST(zsnprintf, RefusesNullArguments)
+TEST(zsnprintf, RejectsNullArguments)
 {
     char buffer[8] = "~";
     char* result = buffer;
@@ -905,7 +905,7 @@ TEST(zsnprintf, RefusesNullArguments)
     zasprintf_free_6_0(nullptr);
 }
 
-TEST(zsnprintf, AllocatesWhatTheTextNeeds)
+TEST(zsnprintf, AllocatesTheSizeOfTheResult)
 {
     char* result = nullptr;
     EXPECT_EQ(6, zsprintf_6_0(&result, "%s=%d", "key", 42));
@@ -969,11 +969,11 @@ TEST(zsnprintf, SurvivesEveryFailingAllocation)
     }
 }
 
-TEST(zsnprintf, SurvivesEveryFailingAllocationWhileItAsksForTheColumns)
+TEST(zsnprintf, SurvivesEveryFailingAllocationWhileMeasuringColumns)
 {
     LocaleOfLongPoint const locale;
     if (!locale.isThere())
-        GTEST_SKIP() << "the locale is not there";
+        GTEST_SKIP() << "the locale is not installed";
     char expected[20100], buffer[sizeof expected];
     auto const call = [](char(&out)[sizeof expected]) {
         return zsnprintf_6_0(out, sizeof out, "%20000.16500Lf|", 0.5L);
@@ -996,7 +996,7 @@ TEST(zsnprintf, SurvivesEveryFailingAllocationWhileItAsksForTheColumns)
     }
 }
 
-TEST(zsnprintf, FreesWhatItGrewWhenTheFormatIsBad)
+TEST(zsnprintf, FreesItsMemoryIfTheFormatIsInvalid)
 {
     std::string format;
     for (int i = 0; i < 35; ++i)
@@ -1084,7 +1084,7 @@ TEST(zsnprintf, ConvertsWideTextToTheLocalCodeset)
     EXPECT_LT(0, rows) << zgetLocalCodesetName_6_0();
 }
 
-TEST(zsnprintf, CutsWideTextBetweenCharacters)
+TEST(zsnprintf, TruncatesWideStringsBetweenCharacters)
 {
     bool const isUTF8 = localCodesetIs("UTF-8");
     if (!isUTF8 && !localCodesetIs("EUC-JP"))
@@ -1114,7 +1114,7 @@ TEST(zsnprintf, CutsWideTextBetweenCharacters)
     EXPECT_EQ("x" + whole.substr(0, 1), buffer);
 }
 
-TEST(zsnprintf, TakesSixteenBitsOfAWideCharacter)
+TEST(zsnprintf, UsesSixteenBitsOfAWideCharacter)
 {
     EXPECT_EQ("a", text("%C", 0x10061));
     EXPECT_EQ(std::string(1, '\0'), text("%C", 0));
@@ -1143,7 +1143,7 @@ TEST(zsnprintf, NeedsNoCodesetForNarrowText)
 
 // Threads.
 
-TEST(zsnprintf, FormatsInManyThreadsAtOnce)
+TEST(zsnprintf, FormatsInConcurrentThreads)
 {
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i) {
@@ -1188,7 +1188,7 @@ TEST(zsnprintf, KeepsThePrefixOfZero)
     EXPECT_EQ("", text("%#.0o", 0));
 }
 
-TEST(zsnprintf, KeepsZerosBehindALeftJustifiedPointer)
+TEST(zsnprintf, KeepsZerosAfterALeftJustifiedPointer)
 {
     EXPECT_EQ("0x12340000|", text("%-10p|", reinterpret_cast<void*>(0x1234)));
     EXPECT_EQ("0x00000000000000001234|", text("%.20p|", reinterpret_cast<void*>(0x1234)));
@@ -1221,7 +1221,7 @@ TEST(zsnprintf, KeepsANegativeWidthWithoutEffectExceptOnDoubles)
     EXPECT_EQ(withPoint("0.5  |"), text("%-*Lg|", -5, 0.5L));
 }
 
-TEST(zsnprintf, KeepsANullTextEmpty)
+TEST(zsnprintf, KeepsANullStringEmpty)
 {
     char const* const none = nullptr;
     EXPECT_EQ("", text("%s", none));
@@ -1237,7 +1237,7 @@ TEST(zsnprintf, KeepsASecondZeroAsTheWidth)
     EXPECT_EQ("000+42", text("%+006d", 42));
 }
 
-TEST(zsnprintf, KeepsLengthsWithoutEffectOnTexts)
+TEST(zsnprintf, KeepsLengthsWithoutEffectOnStrings)
 {
     EXPECT_EQ("ab", text("%ls", "ab"));
     EXPECT_EQ("ab", text("%hs", "ab"));
