@@ -30,9 +30,9 @@
 
 namespace {
 
-// ---- Lists of pointers: the same members, put in one by one and read one by one.
+// ---- Lists of pointers: the same elements, added and read one by one.
 
-std::vector<std::unique_ptr<ZLCString_6_0>> const& members(size_t count)
+std::vector<std::unique_ptr<ZLCString_6_0>> const& elements(size_t count)
 {
     static std::vector<std::unique_ptr<ZLCString_6_0>> made;
     while (made.size() < count)
@@ -42,13 +42,13 @@ std::vector<std::unique_ptr<ZLCString_6_0>> const& members(size_t count)
 
 struct ZList {
     ZArrayList_6_0 list{1, 0};
-    void add(ZLCString_6_0* member) { list.add(member); }
+    void add(ZLCString_6_0* element) { list.add(element); }
     void const* at(unsigned i) { return list.get(i); }
 };
 
 struct StdVector {
     std::vector<void*> list;
-    void add(ZLCString_6_0* member) { list.push_back(member); }
+    void add(ZLCString_6_0* element) { list.push_back(element); }
     void const* at(unsigned i) { return list[i]; }
 };
 
@@ -56,7 +56,7 @@ struct StdVector {
 struct GLibArray {
     GPtrArray* list = g_ptr_array_new();
     ~GLibArray() { g_ptr_array_free(list, TRUE); }
-    void add(ZLCString_6_0* member) { g_ptr_array_add(list, member); }
+    void add(ZLCString_6_0* element) { g_ptr_array_add(list, element); }
     void const* at(unsigned i) { return g_ptr_array_index(list, i); }
 };
 #endif
@@ -64,7 +64,7 @@ struct GLibArray {
 #ifdef Z_PEER_QT
 struct QtVector {
     QVector<void*> list;
-    void add(ZLCString_6_0* member) { list.append(member); }
+    void add(ZLCString_6_0* element) { list.append(element); }
     void const* at(unsigned i) { return list.at(static_cast<int>(i)); }
 };
 #endif
@@ -73,7 +73,7 @@ template <class List>
 void listAdd(benchmark::State& state)
 {
     auto const count = static_cast<unsigned>(state.range(0));
-    auto const& all = members(count);
+    auto const& all = elements(count);
     for (auto _ : state) {
         List list;
         for (unsigned i = 0; i < count; ++i)
@@ -88,10 +88,10 @@ void listIndex(benchmark::State& state)
     auto const count = static_cast<unsigned>(state.range(0));
     List list;
     for (unsigned i = 0; i < count; ++i)
-        list.add(members(count)[i].get());
+        list.add(elements(count)[i].get());
     for (auto _ : state) {
-        // What is read is used, as by a caller. DoNotOptimize() alone would be content with the
-        // slot: of a list whose at() is nothing but a slot, no member would be read.
+        // Use the elements, as a caller would. DoNotOptimize(list.at(i)) would not read the element
+        // of a list whose at() only returns a slot.
         uintptr_t sum = 0;
         for (unsigned i = 0; i < count; ++i)
             sum += reinterpret_cast<uintptr_t>(list.at(i));
@@ -122,7 +122,7 @@ bool const areListRowsRegistered = [] {
     return true;
 }();
 
-// ---- Maps from text to text. Every map copies what it is given.
+// ---- Maps from strings to strings. Every map copies its keys and values.
 
 struct Texts {
     std::vector<std::string> present;

@@ -1,8 +1,8 @@
-// The main program of every benchmark: runs the rows, then prints for each how our time compares
-// with the best peer's, and whether the rows that have a target reach it.
+// The main program of every benchmark: runs the rows, then prints the ratio of the library's time
+// to the best peer's for each row, and whether rows with a target reach it.
 //
-// A row is named Row/contender/arguments: contender "Z" is ours, names that begin with "floor" are
-// no peers (they do less than the service asks for), every other one is a peer.
+// A row is named Row/contender/arguments. Contender "Z" is this library. Contenders that start with
+// "floor" are lower bounds that do less than the service requires. All others are peers.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -17,12 +17,12 @@
 
 namespace {
 
-constexpr double kNoise = 1.02;  // two measurements of the same code differ by that much
+constexpr double kNoise = 1.02;  // ratio of two measurements of the same code
 
-// At most so many times what the contender takes; a null contender is the best peer.
+// A limit for the library's time, as a multiple of a contender's time.
 struct Target {
-    char const* row;  // how the row begins, its arguments included
-    char const* contender;
+    char const* row;        // prefix of the row's name, with its arguments
+    char const* contender;  // null: the best peer
     double limit;
 };
 
@@ -43,7 +43,7 @@ constexpr Target kTargets[] = {
     {"Library/", "dlopen", 1.0},
     {"HexDump/", nullptr, 1.0},
     {"LockUnlock", "std.recursive_mutex", 1.0},
-    // Of the peers with readers and writers one lets a reader become a writer, as ours does.
+    // The only peer that lets a reader become a writer, as ZReadWriteLock_6_0 does.
     {"ReadLock", "boost.upgrade_mutex", 1.0},
     {"WriteLock", "boost.upgrade_mutex", 1.0},
     {"ProtectAndPromote", "boost.upgrade_mutex", 1.0},
@@ -61,7 +61,7 @@ constexpr Target kTargets[] = {
     {"JavaLoad/", nullptr, 1.0},
 };
 
-// A large row takes at most so many times as long a key as the small one beside it.
+// A limit for the time per key of a large row, as a multiple of the time per key of a small row.
 struct Growth {
     char const* row;
     unsigned small;
@@ -71,7 +71,7 @@ struct Growth {
 
 constexpr Growth kGrowth[] = {{"Load/", 10000, 1000000, 2.5}, {"CacheLoad/", 10000, 1000000, 2.5}};
 
-// A counter of our row that has a limit of its own.
+// A limit for a counter of the library's row.
 struct CounterLimit {
     char const* row;
     char const* ending;
@@ -82,45 +82,45 @@ struct CounterLimit {
 constexpr CounterLimit kCounterLimits[] = {{"Load/", "/1000000", "B/key", 170},
                                            {"CacheLoad/", "/1000000", "B/key", 170}};
 
-bool beginsWith(std::string const& text, std::string const& beginning)
+bool startsWith(std::string const& text, std::string const& prefix)
 {
-    return text.compare(0, beginning.size(), beginning) == 0;
+    return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-bool endsWith(std::string const& text, std::string const& ending)
+bool endsWith(std::string const& text, std::string const& suffix)
 {
-    return text.size() >= ending.size() &&
-           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+    return text.size() >= suffix.size() &&
+           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 bool isFloor(std::string const& contender)
 {
-    return beginsWith(contender, "floor");
+    return startsWith(contender, "floor");
 }
 
-// What the contenders of one row took.
+// The times of the contenders of one row.
 struct Row {
     std::map<std::string, double> times;
-    benchmark::UserCounters counters;  // of ours
+    benchmark::UserCounters counters;  // of contender "Z"
 
-    double of(std::string const& contender) const
+    double timeOf(std::string const& contender) const
     {
         auto const at = times.find(contender);
         return at == times.end() ? 0 : at->second;
     }
 
-    // The name of the fastest peer; empty when there is none.
+    // The name of the fastest peer; empty without peers.
     std::string bestPeer() const
     {
         std::string best;
         for (auto const& [contender, time] : times) {
-            if (contender != "Z" && !isFloor(contender) && (best.empty() || time < of(best)))
+            if (contender != "Z" && !isFloor(contender) && (best.empty() || time < timeOf(best)))
                 best = contender;
         }
         return best;
     }
 
-    // The time of the fastest floor; 0 when there is none.
+    // The time of the fastest floor; 0 without floors.
     double floor() const
     {
         double best = 0;
@@ -132,7 +132,7 @@ struct Row {
     }
 };
 
-// Prints what the console reporter prints, and remembers the times.
+// A console reporter that also records the times.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular) {}
@@ -142,16 +142,16 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (Run const& run : runs) {
             if (!run.error_occurred && run.run_type == Run::RT_Iteration)
-                note(run);
+                record(run);
         }
     }
 
     void printRatios() const
     {
-        std::printf("\n%-52s %10s  %s\n", "row", "ratio", "our time by the best peer's");
+        std::printf("\n%-52s %10s  %s\n", "row", "ratio", "time of Z / time of the best peer");
         for (std::string const& name : order_) {
             Row const& row = rows_.at(name);
-            double const ours = row.of("Z");
+            double const ours = row.timeOf("Z");
             if (ours == 0)
                 continue;
             std::string const peer = row.bestPeer();
@@ -159,9 +159,9 @@ public:
                 std::printf("%-52s %10s  no peer installed\n", name.c_str(), "-");
                 continue;
             }
-            double const ratio = ours / row.of(peer);
+            double const ratio = ours / row.timeOf(peer);
             std::printf("%-52s %10.2f  %s%s", name.c_str(), ratio, peer.c_str(),
-                        ratio > kNoise ? "  (behind)" : "");
+                        ratio > kNoise ? "  (slower)" : "");
             if (row.floor() != 0)
                 std::printf("; %.1f times the floor", ours / row.floor());
             std::printf("\n");
@@ -170,24 +170,24 @@ public:
 
     void printTargets()
     {
-        bool hasHead = false;
+        bool hasHeader = false;
         for (std::string const& name : order_) {
             Row const& row = rows_.at(name);
-            if (row.of("Z") == 0 || !hasTarget(name))
+            if (row.timeOf("Z") == 0 || !hasTarget(name))
                 continue;
-            if (!std::exchange(hasHead, true))
+            if (!std::exchange(hasHeader, true))
                 std::printf("\n%-52s %10s %7s\n", "target", "reached", "limit");
             printTimes(name, row);
             printGrowth(name, row);
             for (CounterLimit const& target : kCounterLimits) {
                 auto const counter = row.counters.find(target.counter);
-                if (beginsWith(name, target.row) && endsWith(name, target.ending) &&
+                if (startsWith(name, target.row) && endsWith(name, target.ending) &&
                     counter != row.counters.end())
-                    judge(name, counter->second, target.limit, target.counter);
+                    checkLimit(name, counter->second, target.limit, target.counter);
             }
         }
-        if (hasHead)
-            std::printf("%zu of %zu targets met\n", judged_ - missed_.size(), judged_);
+        if (hasHeader)
+            std::printf("%zu of %zu targets met\n", checked_ - missed_.size(), checked_);
         for (std::string const& name : missed_)
             std::printf("  short: %s\n", name.c_str());
     }
@@ -196,20 +196,20 @@ private:
     static bool hasTarget(std::string const& name)
     {
         return std::any_of(std::begin(kTargets), std::end(kTargets), [&](Target const& target) {
-            return beginsWith(name + "/", target.row);
+            return startsWith(name + "/", target.row);
         });
     }
 
     void printTimes(std::string const& name, Row const& row)
     {
         for (Target const& target : kTargets) {
-            if (!beginsWith(name + "/", target.row))
+            if (!startsWith(name + "/", target.row))
                 continue;
             std::string const contender =
                 target.contender != nullptr ? target.contender : row.bestPeer();
-            double const theirs = contender == "floor" ? row.floor() : row.of(contender);
+            double const theirs = contender == "floor" ? row.floor() : row.timeOf(contender);
             if (theirs != 0)
-                judge(name, row.of("Z") / theirs, target.limit, contender);
+                checkLimit(name, row.timeOf("Z") / theirs, target.limit, contender);
             else
                 std::printf("%-52s %10s %7.2f  %s: not measured\n", name.c_str(), "-", target.limit,
                             contender.c_str());
@@ -220,29 +220,31 @@ private:
     {
         for (Growth const& growth : kGrowth) {
             std::string const large = "/" + std::to_string(growth.large);
-            if (!beginsWith(name, growth.row) || !endsWith(name, large))
+            if (!startsWith(name, growth.row) || !endsWith(name, large))
                 continue;
             std::string const base = name.substr(0, name.size() - large.size());
             auto const small = rows_.find(base + "/" + std::to_string(growth.small));
-            if (small != rows_.end() && small->second.of("Z") != 0)
-                judge(name, row.of("Z") / growth.large / (small->second.of("Z") / growth.small),
-                      growth.limit, "a key at " + std::to_string(growth.small));
+            if (small != rows_.end() && small->second.timeOf("Z") != 0)
+                checkLimit(
+                    name,
+                    row.timeOf("Z") / growth.large / (small->second.timeOf("Z") / growth.small),
+                    growth.limit, "per key at " + std::to_string(growth.small));
         }
     }
 
-    void judge(std::string const& name, double reached, double limit, std::string const& beside)
+    // `base` names the contender or quantity that `reached` is relative to.
+    void checkLimit(std::string const& name, double reached, double limit, std::string const& base)
     {
-        ++judged_;
+        ++checked_;
         bool const met = reached <= limit * kNoise;
-        std::printf("%-52s %10.2f %7.2f  %s: %s\n", name.c_str(), reached, limit, beside.c_str(),
+        std::printf("%-52s %10.2f %7.2f  %s: %s\n", name.c_str(), reached, limit, base.c_str(),
                     met ? "met" : "short");
         if (!met)
-            missed_.push_back(name + " (" + beside + ")");
+            missed_.push_back(name + " (" + base + ")");
     }
 
-    // Rows that wait for something ask for the time of the clock. In all others the time of the
-    // processor counts, which other programs on the machine disturb less. A contender that runs in
-    // a process of its own says its time itself.
+    // Rows that wait use wall time. All others use CPU time, which other programs disturb less. A
+    // contender that runs in its own process reports its time itself.
     static double timeOf(Run const& run)
     {
         std::string const name = run.benchmark_name();
@@ -251,10 +253,10 @@ private:
         return waits ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
     }
 
-    void note(Run const& run)
+    void record(Run const& run)
     {
         std::string name = run.benchmark_name();
-        // Settings of the run stand behind the arguments.
+        // Settings of the run follow the arguments.
         for (char const* setting : {"/min_time:", "/iterations:", "/real_time", "/manual_time",
                                     "/threads:", "/process_time"})
             if (size_t const at = name.find(setting); at != std::string::npos)
@@ -279,7 +281,7 @@ private:
 
     std::map<std::string, Row> rows_;
     std::vector<std::string> order_;
-    size_t judged_ = 0;
+    size_t checked_ = 0;
     std::vector<std::string> missed_;
 };
 
@@ -293,7 +295,7 @@ int main(int argc, char** argv)
         return 1;
     RatioReporter reporter;
     if (benchmark::RunSpecifiedBenchmarks(&reporter) == 0)
-        return 1;  // no row has such a name
+        return 1;  // the filter matches no row
     reporter.printRatios();
     reporter.printTargets();
     return 0;

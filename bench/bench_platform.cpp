@@ -34,7 +34,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// Bytes that have some of everything: words that come again and again, numbers, and noise.
+// Sample data with repeated words, numbers and random bytes.
 Bytes someBytes(size_t count)
 {
     std::mt19937 random(6401);
@@ -83,7 +83,7 @@ void adlerDeflate(benchmark::State& state)
 BENCHMARK(adlerDeflate)->Name("Adler32/libdeflate/65536");
 #endif
 
-// ---- Squeeze and unsqueeze, as the companion files of the configuration store are.
+// ---- Squeeze and unsqueeze, as for the companion files of the configuration store.
 
 Bytes const& squeezed()
 {
@@ -206,11 +206,11 @@ void libraryPoco(benchmark::State& state)
 BENCHMARK(libraryPoco)->Name("Library/Poco");
 #endif
 
-// ---- Hex dump of 1 MiB: whole processes that write to /dev/null, and the call alone.
+// ---- Hex dump of 1 MiB: processes that write to /dev/null, and the call without a process.
 
 constexpr int kDumped = 1 << 20;
 
-// A file that the processes read; gone with the program.
+// The input file of the processes; removed at exit.
 char const* dumpedFile()
 {
     static struct File {
@@ -228,7 +228,7 @@ char const* dumpedFile()
     return file.path;
 }
 
-// Runs a program on the file. False when there is no such program, or it fails.
+// Runs a program on the file. Returns false if the program does not exist or fails.
 bool dumps(std::vector<char const*> arguments)
 {
     arguments.push_back(dumpedFile());

@@ -153,7 +153,7 @@ void ZArray_6_0::setNoCopy(unsigned int index, ZObject_6_0 const* obj)
     ZObject_6_0* const old = std::exchange(elements_[index], const_cast<ZObject_6_0*>(obj));
     // KEPT: `old` is deleted even if it is `obj`, which is always taken for a new object. A check
     // would change the number of destructor calls that a program sees.
-    // Test: ZArray.KeepsDeletingWhatIsStoredAgain
+    // Test: ZArray.KeepsDeletingAnObjectStoredAgain
     if (owns_ != 0)
         delete old;
 }

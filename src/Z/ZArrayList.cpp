@@ -574,7 +574,7 @@ void ZListIterator_6_0::backUp()
 {
     // KEPT: the index wraps around before the first element, which ends the iteration. A loop that
     // steps back without a preceding getNext() would otherwise start over.
-    // Test: ZListIterator.KeepsWrappingRoundBeforeTheFirstMember
+    // Test: ZListIterator.KeepsWrappingAroundBeforeTheFirstElement
     --next_;
 }
 

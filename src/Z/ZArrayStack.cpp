@@ -6,7 +6,7 @@ void ZAbstractStack_6_0::popall()
 {
     // KEPT: a null on the stack looks like its end, so the objects below it stay. A program that
     // pushes a null as a mark would lose the objects below the mark.
-    // Test: ZArrayStack.KeepsWhatLiesUnderANull
+    // Test: ZArrayStack.KeepsObjectsBelowANull
     while (pop() != nullptr) {
     }
 }

@@ -102,7 +102,7 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     auto size = isThere ? static_cast<unsigned long>(status.st_size) : 0;
     // KEPT: an empty file, and a file that stat() fails for, are treated as missing: both are
     // created and extended. A program that maps an empty file read-write would notice.
-    // Test: ZFileMap.KeepsAnEmptyFileAsGoodAsMissing
+    // Test: ZFileMap.KeepsAnEmptyFileEquivalentToAMissingOne
     code = size == 0 ? ENOENT : 0;
     if (length == 0 && size == 0) {
         code = EINVAL;

@@ -61,7 +61,7 @@ void* zdlsym_6_0(void* handle, char const* symbol, int* err)
     store(err, 0);
     if (handle == nullptr || symbol == nullptr) {
         // KEPT: reports the current errno instead of a code for null arguments. A program that
-        // prints `*err` would notice. Test: ZSharedLibrary.KeepsErrnoOfASymbolThatWasNotLookedFor
+        // prints `*err` would notice. Test: ZSharedLibrary.KeepsErrnoForANullSymbol
         store(err, errno);
         return nullptr;
     }
@@ -95,7 +95,7 @@ char* zdlerror_6_0(void)
 // ---- The base --------------------------------------------------------------------------------
 
 // KEPT: both suffixes are the same. A derived class that sets only one of them keeps ".so" as the
-// other. Test: ZSharedLibrary.KeepsTwoSlotsOfOneSuffix
+// other. Test: ZSharedLibrary.KeepsTwoEqualSuffixes
 ZAbstractSharedLibrary_6_0::ZAbstractSharedLibrary_6_0(char const* name)
     : name_(name), suffix1_(kSuffix), suffix2_(kSuffix), flags_(0), errorNumber_(0)
 {
@@ -161,7 +161,7 @@ ZSharedLibrary_6_0::~ZSharedLibrary_6_0() = default;
 int ZSharedLibrary_6_0::getLocalScope() const
 {
     // KEPT: returns 0 even if RTLD_GLOBAL is not set, unlike getFlags(). A program that prints the
-    // scope would notice. Test: ZSharedLibrary.KeepsSayingGlobalScope
+    // scope would notice. Test: ZSharedLibrary.KeepsReturningGlobalScope
     return 0;
 }
 

@@ -1,4 +1,4 @@
-// Containers: what the tests of the containers share.
+// Containers: helpers of the container tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ constexpr int kOwns = 1;
 
 using Numbers = std::vector<int>;
 
-// The numbers of what a list or an array holds; -1 stands for a null.
+// The numbers of the elements of a list or an array; -1 stands for a null.
 template <class Container>
 Numbers numbersOf(Container const& container)
 {
@@ -23,7 +23,7 @@ Numbers numbersOf(Container const& container)
     return numbers;
 }
 
-// Expects of a test that no object outlives it.
+// Checks that no CountedObject outlives the test.
 class CountingTest : public testing::Test {
 protected:
     void SetUp() override { CountedObject::alive = 0; }
@@ -34,8 +34,8 @@ protected:
     }
 };
 
-// An object whose cloning first does something else, once: to the container that it is put into, as
-// a rule.
+// An object whose first clone() calls a function before it clones, usually one that changes the
+// container that clones the object.
 class Meddler : public CountedObject {
 public:
     Meddler(int number, std::function<void()> deed) : CountedObject(number), deed_(std::move(deed))

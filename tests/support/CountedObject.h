@@ -1,11 +1,11 @@
-// CountedObject: an object whose hash, order and cloning a test decides, and that is counted.
+// CountedObject: counts its instances; a test sets its hash and order and can make clone() fail.
 #pragma once
 
 #include <Z/ZObject.h>
 
 #include <stdexcept>
 
-// Two of them are equal when their numbers are; the hash is chosen apart from the number.
+// Two objects are equal if their numbers are; the hash is independent of the number.
 class CountedObject : public ZObject_6_0 {
 public:
     explicit CountedObject(int number = 0) : CountedObject(number, static_cast<uint32_t>(number)) {}
@@ -38,11 +38,11 @@ public:
 
     int number() const { return number_; }
     void setNumber(int number) { number_ = number; }
-    int generation() const { return generation_; }  // how many clonings lie behind it
+    int generation() const { return generation_; }  // 0 for an original, 1 for its clone, ...
 
-    static inline long alive = 0;             // objects made and not destroyed
+    static inline long alive = 0;             // existing objects
     static inline long compared = 0;          // calls of equals()
-    static inline long clonesUntilThrow = 0;  // the clone that throws, counted down; 0: none
+    static inline long clonesUntilThrow = 0;  // n: the n-th clone() from now throws; 0: none does
 
 private:
     int number_;
@@ -50,7 +50,7 @@ private:
     int generation_ = 0;
 };
 
-// As a probe it equals every object, and none of them equals it.
+// A probe that equals every object, although no object equals the probe.
 class EqualToAll : public CountedObject {
 public:
     explicit EqualToAll(uint32_t hash = 0) : CountedObject(-2, hash) {}

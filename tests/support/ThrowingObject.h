@@ -1,4 +1,4 @@
-// ThrowingObject: an object whose destructor raises, as a guard's does that cannot let go.
+// ThrowingObject: an object whose destructor throws, like that of a guard whose release fails.
 #pragma once
 
 #include <exception>
@@ -12,6 +12,6 @@ public:
     ~ThrowingObject() noexcept(false) override
     {
         if (std::uncaught_exceptions() == 0)
-            throw std::runtime_error("cannot let go");
+            throw std::runtime_error("release failed");
     }
 };

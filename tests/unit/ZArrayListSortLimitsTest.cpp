@@ -1,4 +1,4 @@
-// Sorting a million members, in shapes that are hard for one sort or another.
+// Sorts a million elements, in shapes that are hard for some sort algorithm.
 #include <Z/ZArrayList.h>
 #include <gtest/gtest.h>
 #include <time.h>
@@ -16,14 +16,14 @@
 
 namespace {
 
-// A sanitizer slows each comparison down; the share of comparisons stays the same.
+// Smaller under a sanitizer, which slows each comparison down; the limit per element is the same.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int kMembers = 50000;
 #else
 constexpr int kMembers = 1000000;
 #endif
 
-// Compares by number and gives up once there were more comparisons than a good sort needs.
+// Compares by number and throws after more comparisons than a good sort needs.
 class Limited final : public ZSortCompare_6_0 {
 public:
     explicit Limited(double most) : most_(static_cast<long>(most)) {}
@@ -63,7 +63,7 @@ Numbers of(int members, int (*number)(int at, int members))
     return numbers;
 }
 
-// The middle of each range is its largest member, down to the shortest.
+// The middle of each range is its largest element, down to the shortest range.
 Numbers middleIsLargest(int members)
 {
     Numbers numbers = ascendingTo(members);
@@ -91,12 +91,12 @@ std::vector<Shape> shapesOf(int n)
         {"ascending", ascendingTo(n)},
         {"descending", of(n, [](int at, int all) { return all - at; })},
         {"all equal", Numbers(static_cast<size_t>(n), 7)},
-        {"two values in turn", of(n, [](int at, int) { return at % 2; })},
+        {"two alternating values", of(n, [](int at, int) { return at % 2; })},
         {"up, then down", of(n, [](int at, int all) { return std::min(at, all - at); })},
         {"down, then up", of(n, [](int at, int all) { return std::abs(all / 2 - at); })},
         {"two ascending runs", of(n, [](int at, int all) { return at % (all / 2) * 2; })},
         {"two descending runs", of(n, [](int at, int all) { return all - at % (all / 2); })},
-        {"up, then down with other members",
+        {"up, then down with other values",
          of(n, [](int at, int all) { return at < all / 2 ? 2 * at : 2 * (all - at) + 1; })},
         {"sawtooth", of(n, [](int at, int) { return at % 1000; })},
         {"rotated by one", of(n, [](int at, int all) { return (at + 1) % all; })},
@@ -116,7 +116,7 @@ std::vector<Shape> shapesOf(int n)
 
 }  // namespace
 
-TEST(ZArrayListSortLimits, AMillionMembersOfAnyShapeNeedFewComparisons)
+TEST(ZArrayListSortLimits, AMillionElementsOfAnyShapeNeedFewComparisons)
 {
     double const most = 5.0 * kMembers * std::log2(kMembers);
     for (Shape const& shape : shapesOf(kMembers)) {
@@ -143,7 +143,7 @@ TEST(ZArrayListSortLimits, AMillionMembersOfAnyShapeNeedFewComparisons)
                     sorted.push_back(shape.numbers[i]);
                 if (after[i] >= 0)
                     rest.push_back(after[i]);
-                ASSERT_EQ(shape.numbers[i] < 0, after[i] < 0) << "member " << i;
+                ASSERT_EQ(shape.numbers[i] < 0, after[i] < 0) << "element " << i;
             }
             std::sort(sorted.begin(), sorted.end());
             if (!ascending)
@@ -153,10 +153,10 @@ TEST(ZArrayListSortLimits, AMillionMembersOfAnyShapeNeedFewComparisons)
     }
 }
 
-TEST(ZArrayListSortLimits, AComparatorThatChoosesTheWorstOrderGainsLittle)
+TEST(ZArrayListSortLimits, AnAdversarialComparatorCausesFewComparisons)
 {
-    // Decides the order of two members only when it must, and always so that the member that is
-    // compared most, the pivot, turns out to be among the least.
+    // An adversary: fixes the order of two elements as late as possible, and always so that the
+    // element that is compared most, the pivot, is among the smallest.
     class Adversary final : public ZSortCompare_6_0 {
     public:
         Adversary(int members, double most)

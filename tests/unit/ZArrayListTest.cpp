@@ -40,7 +40,7 @@ class ZArrayListSort : public ZArrayList {};
 
 }  // namespace
 
-TEST_F(ZArrayList, StartsEmptyWithRoomForAtLeastOne)
+TEST_F(ZArrayList, StartsEmptyWithCapacityForAtLeastOne)
 {
     struct Case {
         char const* name;
@@ -77,7 +77,7 @@ TEST_F(ZArrayList, GrowsByHalfAtLeastByOne)
     EXPECT_EQ(15u, ten.capacity());
 }
 
-TEST_F(ZArrayList, EveryWayInGrowsAlike)
+TEST_F(ZArrayList, EveryAdditionGrowsAlike)
 {
     CountedObject object;
     ZArrayList_6_0 source(1, kBorrows);
@@ -97,7 +97,7 @@ TEST_F(ZArrayList, EveryWayInGrowsAlike)
     }
 }
 
-TEST_F(ZArrayList, TheCapacityIsThatOfTheMostMembersThereWere)
+TEST_F(ZArrayList, CapacityFollowsTheLargestSize)
 {
     constexpr unsigned kSeed = 31005;
     std::cout << "seed " << kSeed << "\n";
@@ -244,7 +244,7 @@ TEST_F(ZArrayList, StoresNulls)
     }
 }
 
-TEST_F(ZArrayList, SetReplacesAndDeletesTheOldMember)
+TEST_F(ZArrayList, SetReplacesAndDeletesTheOldElement)
 {
     OwningList list({1, 2, 3});
     CountedObject const object(9);
@@ -257,7 +257,7 @@ TEST_F(ZArrayList, SetReplacesAndDeletesTheOldMember)
     EXPECT_EQ(4, CountedObject::alive);
 }
 
-TEST_F(ZArrayList, RemoveByIndexMovesTheOthersUp)
+TEST_F(ZArrayList, RemoveByIndexMovesLaterElementsUp)
 {
     for (unsigned index = 0; index < 3; ++index) {
         SCOPED_TRACE(index);
@@ -270,7 +270,7 @@ TEST_F(ZArrayList, RemoveByIndexMovesTheOthersUp)
     }
 }
 
-TEST_F(ZArrayList, RemoveByObjectTakesTheFirstEqualOnly)
+TEST_F(ZArrayList, RemoveByObjectRemovesOnlyTheFirstEqual)
 {
     OwningList list({1, 2, 1});
     CountedObject const one(1);
@@ -284,7 +284,7 @@ TEST_F(ZArrayList, RemoveByObjectTakesTheFirstEqualOnly)
     EXPECT_EQ(4, CountedObject::alive);
 }
 
-TEST_F(ZArrayList, AMemberMayBeRemovedByItself)
+TEST_F(ZArrayList, RemovesAnElementPassedAsTheProbe)
 {
     OwningList list({1, 2, 3});
     list.remove(list.get(1));
@@ -325,7 +325,7 @@ TEST_F(ZArrayList, FindsTheFirstAndTheLastEqual)
     EXPECT_FALSE(list.contains(nullptr));
 }
 
-TEST_F(ZArrayList, SearchesWhatAnEqualsLeavesOfIt)
+TEST_F(ZArrayList, EqualsMayRemoveElementsDuringASearch)
 {
     class Shortening : public CountedObject {
     public:
@@ -349,7 +349,7 @@ TEST_F(ZArrayList, SearchesWhatAnEqualsLeavesOfIt)
     EXPECT_EQ(0, backward.lastIndexOf(&ofBackward));
 }
 
-TEST_F(ZArrayList, AsksTheProbeForEquality)
+TEST_F(ZArrayList, CallsEqualsOfTheProbe)
 {
     OwningList list({-1, 1, 2, -1});
     EqualToAll const probe;
@@ -360,7 +360,7 @@ TEST_F(ZArrayList, AsksTheProbeForEquality)
     EXPECT_EQ((Numbers{-1, 2, -1}), numbersOf(list));
 }
 
-TEST_F(ZArrayList, AddListAddsInOrderAsTheTargetOwns)
+TEST_F(ZArrayList, AddListUsesTheOwnershipOfTheTarget)
 {
     OwningList source({1, -1, 3});
     OwningList owning({8, 9});
@@ -374,7 +374,7 @@ TEST_F(ZArrayList, AddListAddsInOrderAsTheTargetOwns)
     EXPECT_EQ(6, CountedObject::alive);
 }
 
-TEST_F(ZArrayList, MayBeAddedToItself)
+TEST_F(ZArrayList, CanBeAddedToItself)
 {
     for (unsigned capacity : {2u, 100u}) {
         SCOPED_TRACE(capacity);
@@ -387,7 +387,7 @@ TEST_F(ZArrayList, MayBeAddedToItself)
     }
 }
 
-TEST_F(ZArrayList, SubListAddsBothEndsToTheTarget)
+TEST_F(ZArrayList, SubListIncludesBothEnds)
 {
     OwningList list({1, 2, 3, 4});
     struct Case {
@@ -422,7 +422,7 @@ TEST_F(ZArrayList, SubListAddsBothEndsToTheTarget)
     EXPECT_EQ((Numbers{1, 2, 3, 4, 2, 3}), numbersOf(list));
 }
 
-TEST_F(ZArrayList, SwapsMembers)
+TEST_F(ZArrayList, SwapsElements)
 {
     OwningList list({1, 2, -1});
     list.swap(0, 1);
@@ -464,7 +464,7 @@ TEST_F(ZArrayList, AssignmentToItselfDoesNothing)
     EXPECT_EQ((Numbers{1, 2}), numbersOf(list));
 }
 
-TEST_F(ZArrayList, IsUsedThroughItsInterface)
+TEST_F(ZArrayList, IsUsableThroughItsInterface)
 {
     ZArrayList_6_0 held(1, kOwns);
     ZList_6_0& list = held;
@@ -488,7 +488,7 @@ TEST_F(ZArrayList, IsUsedThroughItsInterface)
     EXPECT_EQ(0, list.indexOf(iterator));
     list.backUp(iterator);
     EXPECT_EQ(1, numberOf(iterator.getNext()));
-    // What a list of the caller's has that does not define them.
+    // The defaults for a caller's list that does not override them.
     EXPECT_EQ(0, list.ZList_6_0::indexOf(iterator));
     list.ZList_6_0::backUp(iterator);
     EXPECT_EQ(1, numberOf(iterator.getNext()));
@@ -499,9 +499,9 @@ TEST_F(ZArrayList, IsUsedThroughItsInterface)
     EXPECT_TRUE(list.isEmpty());
 }
 
-// ---- What is called may change the list
+// ---- Callbacks may change the list
 
-TEST_F(ZArrayList, ACloneMayAddToTheListThatItGoesInto)
+TEST_F(ZArrayList, CloneMayGrowTheListDuringAnAddition)
 {
     OwningList list({1, 2});
     auto const addMany = [&] {
@@ -522,7 +522,7 @@ TEST_F(ZArrayList, ACloneMayAddToTheListThatItGoesInto)
     EXPECT_EQ(expected, numbersOf(list));
 }
 
-TEST_F(ZArrayList, ACloneMayEmptyTheListThatItGoesInto)
+TEST_F(ZArrayList, CloneMayEmptyTheListDuringAnAddition)
 {
     struct Case {
         char const* name;
@@ -531,10 +531,10 @@ TEST_F(ZArrayList, ACloneMayEmptyTheListThatItGoesInto)
     };
     Case const cases[] = {
         {"add", [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(object); }, {9}},
-        {"add in front",
+        {"add at the start",
          [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(0, object); },
          {9}},
-        {"add behind",
+        {"add past the end",
          [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.add(2, object); },
          {}},
         {"set", [](ZArrayList_6_0& list, ZObject_6_0 const* object) { list.set(1, object); }, {}},
@@ -549,7 +549,7 @@ TEST_F(ZArrayList, ACloneMayEmptyTheListThatItGoesInto)
     }
 }
 
-TEST_F(ZArrayList, ACloneMayChangeTheListThatIsCopied)
+TEST_F(ZArrayList, CloneMayChangeTheCopiedList)
 {
     struct Case {
         char const* name;
@@ -563,7 +563,7 @@ TEST_F(ZArrayList, ACloneMayChangeTheListThatIsCopied)
                  list.addNoCopy(new CountedObject(9));
          },
          {1, 2, 3}},
-        {"takes away",
+        {"removes",
          [](ZArrayList_6_0& list) {
              list.remove(2u);
              list.remove(1u);
@@ -587,7 +587,7 @@ TEST_F(ZArrayList, ACloneMayChangeTheListThatIsCopied)
     }
 }
 
-TEST_F(ZArrayList, APartIsTakenBackFromATargetThatLetsNothingGo)
+TEST_F(ZArrayList, SubListEndsIfTheTargetCannotRemove)
 {
     class Stubborn : public ZArrayList_6_0 {
     public:
@@ -608,7 +608,7 @@ TEST_F(ZArrayList, APartIsTakenBackFromATargetThatLetsNothingGo)
 
 namespace {
 
-// A list that writes down which of its operations are called.
+// A list that records the calls of its operations.
 class Noting : public ZArrayList_6_0 {
 public:
     explicit Noting(int owns = kOwns) : ZArrayList_6_0(1, owns) {}
@@ -699,7 +699,7 @@ private:
 
 }  // namespace
 
-TEST_F(ZArrayList, CallsTheOperationsThatADerivedClassOverrides)
+TEST_F(ZArrayList, CallsOverriddenOperations)
 {
     CountedObject const nine(9), two(2);
     OwningList other({5, 6});
@@ -708,7 +708,7 @@ TEST_F(ZArrayList, CallsTheOperationsThatADerivedClassOverrides)
         std::function<void(Noting&)> action;
         char const* notes;
     };
-    // The list has the members 1, 2 and 3.
+    // The list has the elements 1, 2 and 3.
     Case const cases[] = {
         {"add", [&](Noting& l) { l.ZArrayList_6_0::add(&nine); }, "addNoCopy at 3 9; "},
         {"add at an index", [&](Noting& l) { l.ZArrayList_6_0::add(1, &nine); },
@@ -761,9 +761,9 @@ TEST_F(ZArrayList, CallsTheOperationsThatADerivedClassOverrides)
     EXPECT_EQ(1, list.sizesAsked);
 }
 
-TEST_F(ZArrayList, AsksADerivedSourceForItsMembers)
+TEST_F(ZArrayList, ReadsADerivedSourceThroughItsOperations)
 {
-    // A list that shows its members the other way round, and without the last one.
+    // A list that returns its elements in reverse order and omits the last one.
     class Turned : public ZArrayList_6_0 {
     public:
         explicit Turned(Numbers const& numbers) : ZArrayList_6_0(1, kOwns) { fill(*this, numbers); }
@@ -791,7 +791,7 @@ TEST_F(ZArrayList, AsksADerivedSourceForItsMembers)
     EXPECT_EQ((Numbers{3, 2, 3, 2}), numbersOf(target));
 }
 
-TEST_F(ZArrayList, ADerivedListThatFailsToTakeAListHasTheMembersItHad)
+TEST_F(ZArrayList, FailedAddListLeavesADerivedListUnchanged)
 {
     OwningList source({4, 5, 6});
     Noting list;
@@ -811,7 +811,7 @@ TEST_F(ZArrayList, ADerivedListThatFailsToTakeAListHasTheMembersItHad)
 
 // ---- The iterator
 
-TEST_F(ZListIterator, WalksFromTheFirstToTheLast)
+TEST_F(ZListIterator, VisitsElementsInOrder)
 {
     OwningList const list({1, -1, 3});
     ZListIterator_6_0 iterator(list);
@@ -828,7 +828,7 @@ TEST_F(ZListIterator, WalksFromTheFirstToTheLast)
     EXPECT_EQ(list.get(0), iterator.getNext());
 }
 
-TEST_F(ZListIterator, HasNothingInAnEmptyList)
+TEST_F(ZListIterator, IsAtItsEndInAnEmptyList)
 {
     ZArrayList_6_0 const list(1, kOwns);
     ZListIterator_6_0 iterator(list);
@@ -847,7 +847,7 @@ TEST_F(ZListIterator, BacksUpByOne)
     EXPECT_EQ(list.get(1), iterator.getNext());
 }
 
-TEST_F(ZListIterator, FindsEqualsAndPassesOverNulls)
+TEST_F(ZListIterator, FindsEqualsAndSkipsNulls)
 {
     OwningList const list({-1, 2, -1, 2, 3});
     ZListIterator_6_0 iterator(list);
@@ -859,7 +859,7 @@ TEST_F(ZListIterator, FindsEqualsAndPassesOverNulls)
     EXPECT_FALSE(iterator.hasMore());
 }
 
-TEST_F(ZListIterator, CopiesAreAtTheSamePlace)
+TEST_F(ZListIterator, CopiesHaveTheSamePosition)
 {
     OwningList const list({1, 2, 3});
     OwningList const other({7, 8});
@@ -875,7 +875,7 @@ TEST_F(ZListIterator, CopiesAreAtTheSamePlace)
     EXPECT_EQ(list.get(1), assigned.getNext());
 }
 
-TEST_F(ZListIterator, GoesOnByIndexWhenTheListChanges)
+TEST_F(ZListIterator, ContinuesByIndexIfTheListChanges)
 {
     OwningList list({1, 2, 3});
     ZListIterator_6_0 iterator(list);
@@ -889,7 +889,7 @@ TEST_F(ZListIterator, GoesOnByIndexWhenTheListChanges)
     EXPECT_EQ(nullptr, iterator.getNext());
 }
 
-TEST_F(ZListIterator, RemovingThroughItMeetsEveryMemberOnce)
+TEST_F(ZListIterator, RemovalDuringIterationVisitsEveryElementOnce)
 {
     for (int which = 0; which < 32; ++which) {
         SCOPED_TRACE(which);
@@ -914,8 +914,8 @@ TEST_F(ZListIterator, RemovingThroughItMeetsEveryMemberOnce)
 
 namespace {
 
-// Sorts by the last digit as the list does, written as the rule is told: by recursion. The upper
-// end may be one past the last member.
+// A recursive model of the list's quicksort, by the last digit. The upper end may be one past the
+// last element.
 void sortByTheRule(Numbers& list, bool ascending, int low, int high)
 {
     auto const get = [&](int at) { return at < static_cast<int>(list.size()) ? list[at] : -1; };
@@ -953,7 +953,7 @@ void sortByTheRule(Numbers& list, bool ascending, int low, int high)
     }
 }
 
-// Compares by the last digit only, so that equal members can be told apart.
+// Compares only the last digit, so that equal elements are distinguishable.
 class ByLastDigit final : public ZSortCompare_6_0 {
 public:
     int sortCompare(ZObject_6_0 const* left, ZObject_6_0 const* right) const override
@@ -1007,7 +1007,7 @@ TEST_F(ZArrayListSort, EveryOrderButOneIsDescending)
     }
 }
 
-TEST_F(ZArrayListSort, SortsAroundTheNullsThatItPassesOver)
+TEST_F(ZArrayListSort, SortsAroundNulls)
 {
     OwningList list({5, -1, 3, -1, 1});
     list.sort(ZSortCompare_6_0::defaultSortCompare(), ZSortCompare_6_0::ascending);
@@ -1020,7 +1020,7 @@ TEST_F(ZArrayListSort, SortsAroundTheNullsThatItPassesOver)
     EXPECT_EQ((Numbers{-1, -1, 1, 2}), numbersOf(last));
 }
 
-TEST_F(ZArrayListSort, EveryArrangementOfMembersAndNullsIsSortedWithTheNullsInPlace)
+TEST_F(ZArrayListSort, EveryArrangementOfElementsAndNullsIsSortedWithTheNullsInPlace)
 {
     for (int length = 0; length <= 7; ++length) {
         for (int nulls = 0; nulls < 1 << length; ++nulls) {
@@ -1055,14 +1055,14 @@ TEST_F(ZArrayListSort, EveryArrangementOfMembersAndNullsIsSortedWithTheNullsInPl
     }
 }
 
-TEST_F(ZArrayListSort, PlacesEqualMembersAsTheRuleDoes)
+TEST_F(ZArrayListSort, OrdersEqualElementsLikeTheModel)
 {
     constexpr unsigned kSeed = 31002;
     std::cout << "seed " << kSeed << "\n";
     std::mt19937 random(kSeed);
     ByLastDigit const comparator;
     for (int round = 0; round < 3000; ++round) {
-        // Numbers that agree in the last digit are equal to the comparator alone.
+        // Numbers that agree in the last digit are equal to the comparator, but not to the test.
         unsigned const size = random() % 60;
         bool const ascending = random() % 2 == 0;
         Numbers model;
@@ -1083,7 +1083,7 @@ TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
     std::iota(shapes[0].begin(), shapes[0].end(), 0);
     std::iota(shapes[1].rbegin(), shapes[1].rend(), 0);
     shapes[2].assign(kMembers, 7);
-    // The middle is the largest again and again: a recursion would go as deep as the list is long.
+    // The middle of every range is the largest: recursion would be as deep as the list is long.
     Numbers& worst = shapes[3];
     std::iota(worst.begin(), worst.end(), 0);
     for (int high = 1; high < kMembers - 1; ++high)
@@ -1109,7 +1109,7 @@ TEST_F(ZArrayListSort, LongListsOfEveryShapeNeedNoDeepStack)
     }
 }
 
-TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMember)
+TEST_F(ZArrayListSort, FailedComparatorLosesNoElement)
 {
     Numbers const before{9, 4, 7, 1, 8, 2, 6, 3, 5, 0};
     for (long raisesAt = 1; raisesAt < 20; ++raisesAt) {
@@ -1123,7 +1123,7 @@ TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMember)
     }
 }
 
-// A list that partitioning does not divide: it rises, then falls.
+// A list that partitions do not divide: up, then down.
 Numbers upThenDown(int members)
 {
     Numbers numbers;
@@ -1132,7 +1132,7 @@ Numbers upThenDown(int members)
     return numbers;
 }
 
-TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMemberOfAListThatIsMerged)
+TEST_F(ZArrayListSort, FailedComparatorLosesNoElementDuringAMerge)
 {
     Numbers const before = upThenDown(600);
     Numbers sorted = before;
@@ -1166,7 +1166,7 @@ TEST_F(ZArrayListSort, AComparatorThatRaisesLosesNoMemberOfAListThatIsMerged)
     }
 }
 
-TEST_F(ZArrayListSort, AComparatorMayRemoveMembersOfAListThatIsMerged)
+TEST_F(ZArrayListSort, ComparatorMayRemoveElementsDuringAMerge)
 {
     class Removing final : public ZSortCompare_6_0 {
     public:
@@ -1191,7 +1191,7 @@ TEST_F(ZArrayListSort, AComparatorMayRemoveMembersOfAListThatIsMerged)
     }
 }
 
-TEST_F(ZArrayListSort, WithoutMemoryForAMergeEveryMemberStays)
+TEST_F(ZArrayListSort, FailedAllocationForAMergeLosesNoElement)
 {
     Numbers const before = upThenDown(2000);
     Numbers sorted = before;
@@ -1236,7 +1236,7 @@ TEST_F(ZArrayListSort, ThePivotIsTheSecondArgument)
     EXPECT_EQ(2, recorder.pivots.front());  // the middle of 0 and 2, one past the last
 }
 
-TEST_F(ZArrayListSort, AComparatorWithoutAnOrderEnds)
+TEST_F(ZArrayListSort, InconsistentComparatorTerminates)
 {
     class Contrary final : public ZSortCompare_6_0 {
     public:
@@ -1252,7 +1252,7 @@ TEST_F(ZArrayListSort, AComparatorWithoutAnOrderEnds)
     }
 }
 
-TEST_F(ZArrayListSort, APartOfTheListMayBeSorted)
+TEST_F(ZArrayListSort, SortsPartOfTheList)
 {
     struct Open : ZArrayList_6_0 {
         Open() : ZArrayList_6_0(1, kOwns) {}
@@ -1268,7 +1268,7 @@ TEST_F(ZArrayListSort, APartOfTheListMayBeSorted)
 
 // ---- Failures
 
-TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
+TEST_F(ZArrayList, FailedCloneLeavesTheListUnchanged)
 {
     OwningList source({4, 5, 6});
     ZArrayList_6_0 list(1, kOwns);
@@ -1295,7 +1295,7 @@ TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
         EXPECT_EQ(0u, wide.size());
         EXPECT_EQ(5, CountedObject::alive);
     }
-    // One member at a time: the list is full, so adding would have grown it.
+    // One element at a time: the list is full, so add() would have grown it.
     CountedObject::clonesUntilThrow = 1;
     EXPECT_THROW(list.add(source.get(0)), std::runtime_error);
     CountedObject::clonesUntilThrow = 1;
@@ -1307,7 +1307,7 @@ TEST_F(ZArrayList, ACloneThatRaisesLeavesTheListAsItWas)
     EXPECT_EQ(5, CountedObject::alive);
 }
 
-TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
+TEST_F(ZArrayList, FailedAllocationLeavesTheListUnchanged)
 {
     Numbers const before(9, 1);
     OwningList source({4, 5, 6});
@@ -1323,7 +1323,7 @@ TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
     EXPECT_EQ(4u, failEachAllocation([&] { ZArrayList_6_0 copy(source); }, unchanged));
     EXPECT_EQ(5u, failEachAllocation([&] { delete source.clone(); }, unchanged));
     EXPECT_EQ(1u, failEachAllocation([&] { list->set(1, list->get(1)); }, unchanged));
-    // The list is full: every addition makes it grow, and the last run leaves it as it was too.
+    // The list is full: every addition grows it. The last run leaves it unchanged too.
     auto const failing = [&](auto action) {
         unsigned long const failures = failEachAllocation(action, unchanged);
         list->~ZArrayList_6_0();
@@ -1339,7 +1339,7 @@ TEST_F(ZArrayList, EveryFailedAllocationLeavesTheListAsItWas)
     EXPECT_EQ(4u, failing([&] { *list = source; }));
 }
 
-TEST_F(ZArrayList, EveryFailedAllocationLeavesABorrowingListAsItWas)
+TEST_F(ZArrayList, FailedAllocationLeavesABorrowingListUnchanged)
 {
     CountedObject const object;
     ZArrayList_6_0 list(1, kBorrows);
@@ -1355,7 +1355,7 @@ TEST_F(ZArrayList, EveryFailedAllocationLeavesABorrowingListAsItWas)
     EXPECT_LT(2u, failures);
 }
 
-TEST_F(ZArrayList, FailedAllocationNamesTheList)
+TEST_F(ZArrayList, FailedAllocationReportsTheListAsSource)
 {
     char const* source = nullptr;
     unsigned site = 0;
@@ -1383,9 +1383,9 @@ TEST_F(ZArrayList, FailedAllocationNamesTheList)
     EXPECT_EQ(5u, list.size());
 }
 
-TEST_F(ZArrayList, AListThatIsTooLargeIsOutOfMemory)
+TEST_F(ZArrayList, TooLargeAListIsOutOfMemory)
 {
-    // A list that claims more members than there is room for.
+    // A list that claims more elements than memory can hold.
     class Endless : public ZArrayList_6_0 {
     public:
         Endless() : ZArrayList_6_0(1, kBorrows) {}
@@ -1401,7 +1401,7 @@ TEST_F(ZArrayList, AListThatIsTooLargeIsOutOfMemory)
     EXPECT_EQ(1u, list.capacity());
 }
 
-TEST_F(ZArrayList, ADestructorThatRaisesKeepsNoOtherMember)
+TEST_F(ZArrayList, FailedDestructorDoesNotKeepOtherElements)
 {
     auto list = std::make_unique<ZArrayList_6_0>(1, kOwns);
     auto const refill = [&] {
@@ -1434,7 +1434,7 @@ TEST_F(ZArrayList, ADestructorThatRaisesKeepsNoOtherMember)
     EXPECT_THROW(delete list.release(), std::runtime_error);
 }
 
-TEST_F(ZArrayList, AThreadMayEndInsideADestructorThatItRuns)
+TEST_F(ZArrayList, ThreadMayEndInAnElementsDestructor)
 {
     // Ends its thread, which unwinds the stack without an exception.
     class Ending : public CountedObject {
@@ -1456,7 +1456,7 @@ TEST_F(ZArrayList, AThreadMayEndInsideADestructorThatItRuns)
     ASSERT_EQ(0, pthread_create(&thread, nullptr, removeAll, &list));
     void* result = nullptr;
     pthread_join(thread, &result);
-    EXPECT_NE(nullptr, result) << "the thread went on";
+    EXPECT_NE(nullptr, result) << "the thread continued";
     EXPECT_EQ((Numbers{-1, 1, 2}), numbersOf(list));
     list.removeAll();
 }
@@ -1478,7 +1478,7 @@ TEST_F(ZArrayList, AgreesWithAVectorOverRandomOperations)
             auto const size = static_cast<unsigned>(model.size());
             unsigned const i = random() % (size + 2);
             unsigned const j = random() % (size + 2);
-            // More goes in than comes out, until one of the rare big steps.
+            // More additions than removals, until one of the rare operations on the whole list.
             switch (random() % 16) {
                 case 0:
                 case 1:
@@ -1572,7 +1572,7 @@ TEST_F(ZArrayList, AgreesWithAVectorOverRandomOperations)
 
 // ---- Shuffling
 
-TEST_F(ZArrayList, ShuffleKeepsEveryMember)
+TEST_F(ZArrayList, ShuffleKeepsEveryElement)
 {
     OwningList list({0, 1, 2, 3, 4, 5, 6, 7, 8, 9});
     list.shuffle();
@@ -1595,7 +1595,7 @@ TEST_F(ZArrayList, ShuffleLeavesShortListsAlone)
 
 TEST_F(ZArrayList, KeepsSeedingTheProcessGenerator)
 {
-    // The order is the one that the generator gives when seeded with the second of the call.
+    // The expected order is that of the generator, seeded with the second of the call.
     Numbers const before{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
     OwningList list(before);
     time_t earliest = 0;
@@ -1664,7 +1664,7 @@ TEST_F(ZArrayList, KeepsSteppingBackAFreshIterator)
     EXPECT_EQ(1, numberOf(iterator.getNext()));
 }
 
-TEST_F(ZListIterator, KeepsWrappingRoundBeforeTheFirstMember)
+TEST_F(ZListIterator, KeepsWrappingAroundBeforeTheFirstElement)
 {
     OwningList const list({1, 2});
     ZListIterator_6_0 iterator(list);

@@ -8,7 +8,7 @@
 #include "CountedObject.h"
 #include "FailingAllocator.h"
 
-TEST(ZArrayStack, GivesBackTheLastFirst)
+TEST(ZArrayStack, PopsInReverseOrder)
 {
     CountedObject one(1), two(2);
     ZArrayStack_6_0 stack(0);
@@ -60,7 +60,7 @@ TEST(ZArrayStack, PopAllEmptiesTheStack)
     EXPECT_EQ(&one, interface.pop());
 }
 
-TEST(ZArrayStack, IsAListToo)
+TEST(ZArrayStack, IsAlsoAList)
 {
     CountedObject one(1), two(2);
     ZArrayStack_6_0 stack(1);
@@ -71,7 +71,7 @@ TEST(ZArrayStack, IsAListToo)
     EXPECT_EQ(0, list.indexOf(&one));
 }
 
-TEST(ZArrayStack, FailedAllocationLeavesItAsItWas)
+TEST(ZArrayStack, FailedAllocationLeavesItUnchanged)
 {
     CountedObject one(1), two(2);
     ZArrayStack_6_0 stack(4);
@@ -111,7 +111,7 @@ TEST(ZArrayStack, AgreesWithAVectorOverRandomOperations)
     }
 }
 
-TEST(ZArrayStack, KeepsWhatLiesUnderANull)
+TEST(ZArrayStack, KeepsObjectsBelowANull)
 {
     CountedObject a(1), b(2);
     ZArrayStack_6_0 stack(1);

@@ -31,7 +31,7 @@ TEST_F(ZArray, HasAtLeastOneSlotAndAllAreEmpty)
         unsigned asked;
         unsigned size;
     };
-    Case const cases[] = {{"none asked", 0, 1}, {"one asked", 1, 1}, {"several asked", 7, 7}};
+    Case const cases[] = {{"size 0", 0, 1}, {"size 1", 1, 1}, {"size 7", 7, 7}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         ZArray_6_0 const array(c.asked, kOwns);
@@ -40,14 +40,14 @@ TEST_F(ZArray, HasAtLeastOneSlotAndAllAreEmpty)
     }
 }
 
-TEST_F(ZArray, TellsItsOwnership)
+TEST_F(ZArray, ReturnsItsOwnership)
 {
     EXPECT_EQ(0, ZArray_6_0(1, 0).ownsMembers());
     EXPECT_EQ(1, ZArray_6_0(1, 1).ownsMembers());
     EXPECT_EQ(5, ZArray_6_0(1, 5).ownsMembers());
 }
 
-TEST_F(ZArray, OwningStoresClonesAndDeletesWhatItReplaces)
+TEST_F(ZArray, OwningStoresClonesAndDeletesReplacedObjects)
 {
     CountedObject const object(1);
     {
@@ -115,7 +115,7 @@ TEST_F(ZArray, SetStoresThroughSetNoCopy)
     EXPECT_EQ((Numbers{7, -1}), array.stored);
 }
 
-TEST_F(ZArray, CallsTheOperationsThatADerivedClassOverrides)
+TEST_F(ZArray, CallsOverriddenOperations)
 {
     class Noting : public ZArray_6_0 {
     public:
@@ -178,7 +178,7 @@ TEST_F(ZArray, CallsTheOperationsThatADerivedClassOverrides)
     }
 }
 
-TEST_F(ZArray, ADerivedArrayThatCannotRemoveOneRemovesTheOthers)
+TEST_F(ZArray, RemoveAllContinuesAfterAFailedRemove)
 {
     class Stubborn : public ZArray_6_0 {
     public:
@@ -194,7 +194,7 @@ TEST_F(ZArray, ADerivedArrayThatCannotRemoveOneRemovesTheOthers)
     fill(array, {1, 2, 3});
     EXPECT_THROW(array.removeAll(), std::runtime_error);
     EXPECT_EQ((Numbers{1, -1, -1}), numbersOf(array));
-    // What is left goes with the old slots when an array of another size is assigned.
+    // Assigning an array of another size releases the remaining object with the old slots.
     ZArray_6_0 const one(1, kOwns);
     EXPECT_THROW(array.ZArray_6_0::operator=(one), std::runtime_error);
     EXPECT_EQ((Numbers{1, -1, -1}), numbersOf(array));
@@ -252,7 +252,7 @@ TEST_F(ZArray, FindsTheFirstAndTheLastEqual)
     }
 }
 
-TEST_F(ZArray, AsksTheProbeForEquality)
+TEST_F(ZArray, CallsEqualsOfTheProbe)
 {
     ZArray_6_0 array(4, kOwns);
     fill(array, {-1, 1, 2, -1});
@@ -262,7 +262,7 @@ TEST_F(ZArray, AsksTheProbeForEquality)
     EXPECT_TRUE(array.contains(&probe));
 }
 
-TEST_F(ZArray, FindsNoNull)
+TEST_F(ZArray, NeverFindsNull)
 {
     ZArray_6_0 const array(2, kOwns);
     EXPECT_EQ(-1, array.indexOf(nullptr));
@@ -300,7 +300,7 @@ TEST_F(ZArray, CopyHasTheOwnershipOfItsSource)
     EXPECT_EQ(2u, borrowingCopy.size());
 }
 
-TEST_F(ZArray, AssignmentTakesSlotsAndContents)
+TEST_F(ZArray, AssignmentCopiesSlotsAndContents)
 {
     for (unsigned size : {1u, 3u, 5u}) {
         SCOPED_TRACE(size);
@@ -341,7 +341,7 @@ TEST_F(ZArray, IsNotCloneable)
     EXPECT_EQ(nullptr, ZArray_6_0(1, kOwns).clone());
 }
 
-TEST_F(ZArray, IsUsedThroughItsInterface)
+TEST_F(ZArray, IsUsableThroughItsInterface)
 {
     ZArray_6_0 held(2, kBorrows);
     CountedObject one(1);
@@ -358,7 +358,7 @@ TEST_F(ZArray, IsUsedThroughItsInterface)
     array.removeAll();
 }
 
-TEST_F(ZArray, IndexOutOfRangeRaisesAndChangesNothing)
+TEST_F(ZArray, IndexOutOfRangeThrowsAndChangesNothing)
 {
     CountedObject const object(9);
     using Action = void (*)(ZArray_6_0&, unsigned, CountedObject const&);
@@ -385,7 +385,7 @@ TEST_F(ZArray, IndexOutOfRangeRaisesAndChangesNothing)
             ZArray_6_0 array(2, owns);
             array.set(0, &one);
             array.set(1, &two);
-            CountedObject::clonesUntilThrow = 1;  // what cannot be stored is not cloned
+            CountedObject::clonesUntilThrow = 1;  // a bad index is detected before clone()
             for (unsigned index : {2u, 3u, 0x80000000u, 0xFFFFFFFFu}) {
                 SCOPED_TRACE(c.name + std::string(" ") + std::to_string(index));
                 EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(
@@ -413,7 +413,7 @@ TEST_F(ZArray, ACloneMayChangeTheArray)
     EXPECT_EQ((Numbers{1, 2, -1}), numbersOf(ZArray_6_0(source)));
 }
 
-TEST_F(ZArray, ACloneThatRaisesLeavesTheArrayAsItWas)
+TEST_F(ZArray, FailedCloneLeavesTheArrayUnchanged)
 {
     ZArray_6_0 source(3, kOwns);
     fill(source, {4, 5, 6});
@@ -433,7 +433,7 @@ TEST_F(ZArray, ACloneThatRaisesLeavesTheArrayAsItWas)
     EXPECT_EQ((Numbers{1, 2}), numbersOf(array));
 }
 
-TEST_F(ZArray, EveryFailedAllocationLeavesTheArrayAsItWas)
+TEST_F(ZArray, FailedAllocationLeavesTheArrayUnchanged)
 {
     ZArray_6_0 source(3, kOwns);
     fill(source, {4, 5, 6});
@@ -450,13 +450,13 @@ TEST_F(ZArray, EveryFailedAllocationLeavesTheArrayAsItWas)
     EXPECT_EQ((Numbers{4, 5, 6}), numbersOf(array));
 }
 
-TEST_F(ZArray, FailedAllocationNamesTheArray)
+TEST_F(ZArray, FailedAllocationReportsTheArrayAsSource)
 {
     FailingAllocator::failAt(1, FailingAllocator::forEver);
     try {
         ZArray_6_0 array(8, kOwns);
         FailingAllocator::stop();
-        ADD_FAILURE() << "nothing raised";
+        ADD_FAILURE() << "no exception";
     } catch (ZOutOfMemoryException_6_0 const& exception) {
         FailingAllocator::stop();
         EXPECT_EQ(1u, exception.messageNumber());
@@ -465,7 +465,7 @@ TEST_F(ZArray, FailedAllocationNamesTheArray)
     }
 }
 
-TEST_F(ZArray, ADestructorThatRaisesKeepsNoOtherMember)
+TEST_F(ZArray, FailedDestructorDoesNotKeepOtherElements)
 {
     auto array = std::make_unique<ZArray_6_0>(4, kOwns);
     auto const refill = [&] {
@@ -565,9 +565,9 @@ TEST_F(ZArray, KeepsItsOwnershipWhenAssigned)
     EXPECT_EQ(4, CountedObject::alive);
 }
 
-TEST_F(ZArray, KeepsDeletingWhatIsStoredAgain)
+TEST_F(ZArray, KeepsDeletingAnObjectStoredAgain)
 {
-    // Its memory outlives it, so that what was deleted can be made anew in the same place.
+    // The storage outlives the object, so the deleted object can be constructed there again.
     struct InPlace : CountedObject {
         using CountedObject::CountedObject;
         static void operator delete(void*) {}

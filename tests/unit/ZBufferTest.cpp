@@ -22,7 +22,7 @@ std::string bytesOf(ZBufferInterface_6_0 const& buffer)
     return std::string(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
 }
 
-// A pointer that is taken as bytes to copy; buffers take what is not const.
+// A pointer to bytes for a buffer to copy. The parameters of buffers are not const.
 void* bytes(char const* text)
 {
     return const_cast<char*>(text);
@@ -60,7 +60,7 @@ TEST(ZBuffer, CopiesTheBytes)
     EXPECT_EQ(buffer.getBuffer(), static_cast<void*>(buffer));
 }
 
-TEST(ZBuffer, TextKeepsItsTerminatingZero)
+TEST(ZBuffer, StringIncludesItsTerminatingZero)
 {
     ZBuffer_6_0 const buffer("abc");
     EXPECT_EQ(4u, buffer.getLength());
@@ -162,11 +162,11 @@ TEST(ZBuffer, SetBufferOfNullGivesZeros)
     EXPECT_EQ(std::string(20, '\0'), bytesOf(buffer));
 }
 
-TEST(ZBuffer, SetBufferMayTakeFromInsideTheBuffer)
+TEST(ZBuffer, SetBufferCopiesFromInsideTheBuffer)
 {
     struct Case {
         char const* name;
-        unsigned long kept;  // the length before, of a block of 6 bytes
+        unsigned long kept;  // the length of the buffer, with a block of 6 bytes
         unsigned offset;
         unsigned long length;
         std::string expected;
@@ -174,16 +174,16 @@ TEST(ZBuffer, SetBufferMayTakeFromInsideTheBuffer)
     std::string const large(100000, '\0');
     Case const cases[] = {
         {"all", 6, 0, 6, "abcdef"},
-        {"head", 6, 0, 2, "ab"},
+        {"start", 6, 0, 2, "ab"},
         {"tail", 6, 3, 3, "def"},
         {"overlapping", 6, 1, 5, "bcdef"},
-        {"behind the end", 6, 4, 4, std::string("ef\0\0", 4)},
+        {"past the end", 6, 4, 4, std::string("ef\0\0", 4)},
         {"longer", 6, 0, 8, std::string("abcdef\0\0", 8)},
-        {"so long that the block moves", 6, 2, 100000, "cdef" + large.substr(4)},
+        {"longer, moving the block", 6, 2, 100000, "cdef" + large.substr(4)},
         {"across a shorter length", 2, 1, 4, "bcde"},
-        {"behind a shorter length", 2, 3, 3, "def"},
-        {"behind a shorter length and the block", 2, 4, 6, std::string("ef\0\0\0\0", 6)},
-        {"behind a shorter length of a block that moves", 2, 3, 100000, "def" + large.substr(3)},
+        {"past a shorter length", 2, 3, 3, "def"},
+        {"past a shorter length and the block", 2, 4, 6, std::string("ef\0\0\0\0", 6)},
+        {"past a shorter length, moving the block", 2, 3, 100000, "def" + large.substr(3)},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -231,7 +231,7 @@ TEST(ZBuffer, SetBufferNoCopyTakesTheBlockOver)
     EXPECT_EQ(before - 1, FailingAllocator::blocks());
 }
 
-TEST(ZBuffer, TakeBufferHandsTheBlockOut)
+TEST(ZBuffer, TakeBufferMovesTheBlockToTheCaller)
 {
     unsigned long length = 99;
     void* data = nullptr;
@@ -249,7 +249,7 @@ TEST(ZBuffer, TakeBufferHandsTheBlockOut)
     EXPECT_EQ(nullptr, data);
 }
 
-TEST(ZBuffer, IsFilledAnewOnceItsBlockIsGone)
+TEST(ZBuffer, CanBeFilledAgainAfterItsBlockWasTaken)
 {
     unsigned long length = 0;
     void* data = nullptr;
@@ -271,7 +271,7 @@ TEST(ZBuffer, HashesToItsAddress)
     EXPECT_NE(one.hash(), same.hash());
 }
 
-TEST(ZBuffer, TooLongALengthRaisesAndChangesNothing)
+TEST(ZBuffer, TooLongALengthThrowsAndChangesNothing)
 {
     ZBuffer_6_0 buffer("abc");
     void* const block = buffer.getBuffer();
@@ -289,7 +289,7 @@ TEST(ZBuffer, TooLongALengthRaisesAndChangesNothing)
     }
 }
 
-TEST(ZBuffer, EveryFailedAllocationLeavesTheBufferAsItWas)
+TEST(ZBuffer, FailedAllocationLeavesTheBufferUnchanged)
 {
     for (auto mode : {FailingAllocator::once, FailingAllocator::forEver}) {
         ZBuffer_6_0 const source("something longer");
@@ -305,7 +305,7 @@ TEST(ZBuffer, EveryFailedAllocationLeavesTheBufferAsItWas)
 
 // ---- The view
 
-TEST(ZConstBuffer, ViewsTheBytesOfAnother)
+TEST(ZConstBuffer, ViewsBytesOfTheCaller)
 {
     char text[] = "abc";
     ZConstBuffer_6_0 view(3, text);
@@ -354,7 +354,7 @@ TEST(ZConstBuffer, SettingAllocatesAndFreesNothing)
     EXPECT_EQ(before, FailingAllocator::blocks());
 }
 
-TEST(ZConstBuffer, FailedCloneRaises)
+TEST(ZConstBuffer, FailedCloneThrows)
 {
     ZConstBuffer_6_0 const view;
     EXPECT_EQ(1u, failEachAllocation([&] { delete view.clone(); }, [] {}));
@@ -394,25 +394,24 @@ TEST(ZAbstractBuffer, ShorterSortsFirstThenTheBytes)
     EXPECT_EQ(1, four.compare(three));
 }
 
-TEST(ZAbstractBuffer, GivesTheResultOfMemcmpAsItIs)
+TEST(ZAbstractBuffer, ReturnsTheResultOfMemcmp)
 {
     char const left[] = "a\x01";
     char const right[] = "a\x41";
-    size_t const volatile length =
-        2;  // hides the call from the compiler, which gives the sign only
+    size_t const volatile length = 2;  // a constant would let the compiler return only the sign
     EXPECT_EQ(memcmp(left, right, length),
               ZConstBuffer_6_0(2, bytes(left)).compare(ZConstBuffer_6_0(2, bytes(right))));
 }
 
-TEST(ZAbstractBuffer, SameBytesAreNotLookedAt)
+TEST(ZAbstractBuffer, DoesNotReadBytesAtTheSameAddress)
 {
-    // A view of bytes that are not there: only length and place are compared.
+    // A view of nonexistent bytes: compare() reads only length and address.
     void* const nowhere = reinterpret_cast<void*>(16);
     EXPECT_EQ(0, ZConstBuffer_6_0(1000, nowhere).compare(ZConstBuffer_6_0(1000, nowhere)));
     EXPECT_EQ(-1, ZConstBuffer_6_0(10, nowhere).compare(ZConstBuffer_6_0(1000, nowhere)));
 }
 
-TEST(ZAbstractBuffer, SortsByAddressWithWhatIsNoBuffer)
+TEST(ZAbstractBuffer, SortsByAddressWithOtherObjects)
 {
     ZObject_6_0 const object;
     ZBuffer_6_0 const buffer("abc");
@@ -421,7 +420,7 @@ TEST(ZAbstractBuffer, SortsByAddressWithWhatIsNoBuffer)
 
 namespace {
 
-// What a buffer holds, as it is told: a block, of which a length counts.
+// A model of the buffer: a block, and the length of its valid part.
 struct Model {
     std::string block;
     size_t length = 0;
@@ -489,9 +488,9 @@ TEST(ZBuffer, AgreesWithAModelOverRandomOperations)
     }
 }
 
-TEST(ZBuffer, CallsTheOperationsThatADerivedClassOverrides)
+TEST(ZBuffer, CallsOverriddenOperations)
 {
-    // A buffer with a bound.
+    // A buffer with a maximum length.
     class Bounded : public ZBuffer_6_0 {
     public:
         void setLength(unsigned long length) override
@@ -513,7 +512,7 @@ TEST(ZBuffer, CallsTheOperationsThatADerivedClassOverrides)
     EXPECT_EQ(0, memcmp("bcdef", buffer.getBuffer(), 5));
     buffer.setBuffer(3, nullptr);
     EXPECT_EQ(0, memcmp("\0\0\0", buffer.getBuffer(), 3));
-    buffer.setBuffer(6, static_cast<char*>(buffer.getBuffer()) + 3);  // the block reaches so far
+    buffer.setBuffer(6, static_cast<char*>(buffer.getBuffer()) + 3);  // inside the block
     EXPECT_EQ(0, memcmp("eff\0\0\0", buffer.getBuffer(), 6));
     static_cast<ZBuffer_6_0&>(buffer) = ZBuffer_6_0(2, bytes);
     EXPECT_EQ(2u, buffer.getLength());

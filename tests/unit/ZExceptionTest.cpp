@@ -18,8 +18,8 @@
 
 namespace {
 
-// Looks at every class of the family in turn: `Visitor` is called with an object of each and what
-// must hold for it.
+// Visits every exception class: calls `Visitor` with an object of the class and its expected
+// values.
 struct Row {
     int number;
     char const* name;
@@ -124,7 +124,7 @@ void forEveryClass(Visitor&& visit)
               "The configuration file \"f\" contains invalid data at line 12.\nData: \"=x\""});
 }
 
-// A caller's class below `Base`, with a message number of the test's choice.
+// A caller's class derived from `Base`, with any message number.
 template <class Base>
 class Below : public Base {
 public:
@@ -137,7 +137,7 @@ public:
     [[noreturn]] void throwException(char const*, int) override { throw *this; }
 };
 
-// The same with a print() of its own, which passes `inserts` on; no insertTypes().
+// Like Below, with a print() that passes `inserts`, but without an insertTypes().
 template <class Base, class... Inserts>
 class PrintAlone : public Below<Base> {
 public:
@@ -155,7 +155,7 @@ private:
     std::tuple<Inserts...> const inserts_;
 };
 
-// The same with an insertTypes() of its own; no print().
+// Like Below, with an insertTypes(), but without a print().
 template <class Base>
 class TypesAlone : public Below<Base> {
 public:
@@ -170,7 +170,7 @@ private:
     char const* const types_;
 };
 
-// The same with both.
+// Like Below, with a print() and an insertTypes().
 template <class Base, class... Inserts>
 class PrintAndTypes : public PrintAlone<Base, Inserts...> {
 public:
@@ -186,7 +186,7 @@ private:
     char const* const types_;
 };
 
-// The same with a print() that calls the base's.
+// Like Below, with a print() that calls the base's.
 template <class Base>
 class PrintOfTheBase : public Below<Base> {
 public:
@@ -194,7 +194,7 @@ public:
     void print() override { Base::print(); }
 };
 
-// The same with a print() that calls the root's, which has no inserts.
+// Like Below, with a print() that calls the root's, which passes no inserts.
 template <class Base>
 class PrintOfTheRoot : public Below<Base> {
 public:
@@ -223,7 +223,7 @@ std::tuple<Inserts...> passes(Inserts... inserts)
     return std::tuple<Inserts...>(inserts...);
 }
 
-// Returns what the built-in service shows after the table size line.
+// Returns the text that the built-in service prints after the table size line.
 std::string textOf(ZException_6_0& e)
 {
     std::string const report = reportOf([&] { e.print(); });
@@ -232,7 +232,7 @@ std::string textOf(ZException_6_0& e)
     return at == std::string::npos ? "no table size line" : report.substr(at + marker.size());
 }
 
-// Shows inserts as a service does that has no table of texts: by their types alone.
+// A service without message texts, which reads the inserts only by their types.
 class ListingService : public ZMessageService_6_0 {
 public:
     ListingService() { setMessageService(this); }
@@ -260,7 +260,7 @@ public:
         listed += ")";
     }
 
-    mutable std::function<void()> meanwhile;  // runs once, in the midst of the next report
+    mutable std::function<void()> meanwhile;  // runs once, during the next report
     mutable std::string listed;
 };
 
@@ -297,7 +297,7 @@ TEST(ZException, EveryClassClonesItself)
 
 TEST(ZException, EveryClassThrowsACopyOfItselfWithTheLocation)
 {
-    // Two classes leave the throwing to their base.
+    // Two classes inherit throwException().
     auto const isOfBase = [](auto const& e) {
         return typeid(e) == typeid(ZPropertiesInvalidNumValueException_6_0) ||
                typeid(e) == typeid(ZPropertiesInvalidBoolValueException_6_0);
@@ -315,7 +315,7 @@ TEST(ZException, EveryClassThrowsACopyOfItselfWithTheLocation)
             EXPECT_EQ(exceptionReport(row.name, "src/Z/here", 99, row.number, row.text),
                       reportOf([&] { caught.print(); }));
         }
-        // The raiser's object carries the location too.
+        // throwException() stores the location in the original object too.
         EXPECT_STREQ("src/Z/here", e.who());
         EXPECT_EQ(99u, e.where());
     });
@@ -360,7 +360,7 @@ TEST(ZException, KeepsOneLocationForEveryIndex)
     }
 }
 
-TEST(ZException, LinesAreCutTo32Bits)
+TEST(ZException, LinesAreTruncatedTo32Bits)
 {
     ZUnsupportedException_6_0 exception;
     exception.addLocation("src/x", ULONG_MAX - 5);
@@ -376,7 +376,7 @@ TEST(ZException, LinesAreCutTo32Bits)
         48, "", UINT_MAX, [&] { exception.throwException(nullptr, -1); })));
 }
 
-TEST(ZException, AnExceptionMayBeRaisedAgainFromItsHandler)
+TEST(ZException, CanBeThrownAgainFromItsHandler)
 {
     EXPECT_TRUE((raises<ZCloseResourceException_6_0>(38, "src/second", 2, [] {
         try {
@@ -387,7 +387,7 @@ TEST(ZException, AnExceptionMayBeRaisedAgainFromItsHandler)
     })));
 }
 
-TEST(ZException, ACloneOutlivesWhatItWasMadeOf)
+TEST(ZException, CloneOutlivesTheOriginal)
 {
     std::string const name(10000, 'n');
     auto first = std::make_unique<ZPropertiesIOException_6_0>(name.c_str(), "open()", 5);
@@ -401,7 +401,7 @@ TEST(ZException, ACloneOutlivesWhatItWasMadeOf)
     EXPECT_FALSE(copy == ZPropertiesIOException_6_0(copy));
 }
 
-TEST(ZException, TextsOfInsertsAreCloned)
+TEST(ZException, InsertsAreCloned)
 {
     auto first = std::make_unique<ZException_6_0::Text>("insert");
     std::unique_ptr<ZException_6_0::Text> const clone(first->clone());
@@ -469,7 +469,7 @@ TEST(ZException, AccessorsReturnTheInserts)
     EXPECT_STREQ("v", ZAbstractNotImplementedException_6_0("v").value().getChars());
 }
 
-TEST(ZException, AClassWithoutAReportOfItsOwnReportsAsItsBase)
+TEST(ZException, ClassWithoutPrintReportsLikeItsBase)
 {
     class Plain : public ZSharedLibraryException_6_0 {
     public:
@@ -485,7 +485,7 @@ TEST(ZException, AClassWithoutAReportOfItsOwnReportsAsItsBase)
               reportOf([&] { e.print(); }));
 }
 
-TEST(ZException, InsertTypesBelongToThePrintThatRuns)
+TEST(ZException, InsertTypesMatchTheRunningPrint)
 {
     using Resource = ZResourceException_6_0;
     using Library = ZSharedLibraryException_6_0;
@@ -496,63 +496,63 @@ TEST(ZException, InsertTypesBelongToThePrintThatRuns)
         char const* name;
         std::unique_ptr<ZException_6_0> e;
         std::string text;
-        std::string listed;  // by the types alone
+        std::string listed;  // by ListingService; empty: not checked
     };
     Case const cases[] = {
-        {"print alone, a text where the base has a number",
+        {"only print(), a string instead of the base's number",
          printAlone<Resource>(53, passes("a.txt"), 53, 7),
          "Unexpected end of file encounted while reading a.txt.", "s(a.txt,)"},
-        {"print alone, more inserts than the base",
+        {"only print(), more inserts than the base",
          printAlone<Resource>(38, passes(9, "lock"), 38, 7),
          "Close failed for a process lock.  rc = 9 and the lock file name is lock.", "ds(9,lock,)"},
-        {"print alone, a number where the base has a text",
+        {"only print(), a number instead of the base's string",
          printAlone<Properties>(20, passes(7), 20, "Own", kFile),
          "Unexpected error from pthread_join().  rc = 7.", "d(7,)"},
-        {"print alone, other inserts than the base's",
+        {"only print(), other inserts than the base",
          printAlone<Library>(51, passes("libx", 2, "why"), 51, "Own", "l", "e", 7),
          "Shared library load/unload error (libx) 2.  why", "sds(libx,2,why,)"},
-        {"print alone, below a class that reports nothing",
+        {"only print(), below a class without inserts",
          printAlone<ZOutOfMemoryException_6_0>(28, passes("f", "k", "c")),
          "The configuration file f is missing the required attribute k in stanza c.",
          "sss(f,k,c,)"},
-        {"print alone, below a concrete class", printAlone<IO>(17, passes(5), kFile, "open()", 2),
+        {"only print(), below a concrete class", printAlone<IO>(17, passes(5), kFile, "open()", 2),
          "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
-        {"print alone, below a class that inherits its report",
+        {"only print(), below a class that inherits print()",
          printAlone<ZPropertiesIteratorException_6_0>(17, passes(5), kFile),
          "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
-        {"print alone, below the root",
+        {"only print(), below the root",
          printAlone<ZZException_6_0>(43, passes("f", "open()", 2), 43, "Own"),
          "Access failed for configuration file f.  The access function was open() and return code "
          "was 2",
          "ssd(f,open(),2,)"},
-        {"print alone, a text without inserts",
+        {"only print(), a message without inserts",
          printAlone<IO>(48, passes(5, 6), kFile, "open()", 2), "The operation is not supported.",
          "()"},
-        {"print alone, a number without a text",
+        {"only print(), an unknown message number",
          printAlone<IO>(55, passes(5, 6), kFile, "open()", 2),
          "No default text defined in ZMessage.cpp for the exception\n", "()"},
-        {"types alone, a text where the base has a number",
+        {"only insertTypes(), a string instead of the base's number",
          std::make_unique<TypesAlone<ZThreadException_6_0>>(17, "s", 17, 7),
          "Unexpected error from pthread_create().  rc = 7.", ""},
-        {"types alone, more than the base has",
+        {"only insertTypes(), more than the base",
          std::make_unique<TypesAlone<IO>>(43, "ssssss", kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          ""},
-        {"types alone, fewer than the base has",
+        {"only insertTypes(), fewer than the base",
          std::make_unique<TypesAlone<IO>>(43, "", kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          "()"},
-        {"both, as the text asks",
+        {"both, as in the message text",
          printAndTypes<IO>(37, "ds", passes(7, "lock"), kFile, "open()", 2),
          "Create failed for a process lock.  rc = 7 and the lock file name is lock.",
          "ds(7,lock,)"},
-        {"both, fewer than the text asks for",
+        {"both, fewer than in the message text",
          printAndTypes<IO>(43, "d", passes(7), kFile, "open()", 2),
          "Access failed for configuration file 7.  The access function was  and return code was ",
          "d(7,)"},
-        {"both, a text where the message asks for a number",
+        {"both, a string instead of a number and the reverse",
          printAndTypes<IO>(37, "sd", passes("lock", 7), kFile, "open()", 2),
          "Create failed for a process lock.  rc =  and the lock file name is 7.", "sd(lock,7,)"},
         {"neither", std::make_unique<Below<IO>>(43, kFile, "open()", 2),
@@ -562,11 +562,11 @@ TEST(ZException, InsertTypesBelongToThePrintThatRuns)
         {"neither, below an abstract class",
          std::make_unique<Below<Library>>(37, 37, "Own", "libx", "why", 7),
          "Create failed for a process lock.  rc = 7 and the lock file name is why.", "ds(7,why,)"},
-        {"the base's print called", std::make_unique<PrintOfTheBase<IO>>(43, kFile, "open()", 2),
+        {"calls the base's print()", std::make_unique<PrintOfTheBase<IO>>(43, kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          "ssd(file,open(),2,)"},
-        {"the root's print called", std::make_unique<PrintOfTheRoot<IO>>(43, kFile, "open()", 2),
+        {"calls the root's print()", std::make_unique<PrintOfTheRoot<IO>>(43, kFile, "open()", 2),
          "Access failed for configuration file .  The access function was  and return code was 0",
          "as the text()"},
     };
@@ -574,7 +574,7 @@ TEST(ZException, InsertTypesBelongToThePrintThatRuns)
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.text, textOf(*c.e));
         if (c.listed.empty())
-            continue;  // a service that goes by the types reads what this class says of the base
+            continue;  // the types of this class do not match the inserts of the base's print()
         ListingService const service;
         c.e->print();
         EXPECT_EQ(c.listed, service.listed);
@@ -584,8 +584,9 @@ TEST(ZException, InsertTypesBelongToThePrintThatRuns)
     }
 }
 
-// A caller's class below another that has both: the types are not those of the print() that runs.
-TEST(ZException, ANumberIsNotTakenForTheAddressOfAText)
+// A caller's class that overrides print() below another that overrides both functions: the types
+// do not match the inserts of the running print().
+TEST(ZException, NumberIsNotUsedAsTheAddressOfAString)
 {
     class Above : public PrintAndTypes<ZPropertiesIOException_6_0, char const*> {
     public:
@@ -598,8 +599,8 @@ TEST(ZException, ANumberIsNotTakenForTheAddressOfAText)
     EXPECT_EQ("Unexpected error from pthread_create().  rc = .", textOf(e));
 }
 
-// A service may report other exceptions, and the same one again, before it comes to the inserts.
-TEST(ZException, InsertTypesOutlastReportsMadeMeanwhile)
+// A service may report other exceptions, and the same one again, before it reads the inserts.
+TEST(ZException, InsertTypesOutlastNestedReports)
 {
     PrintAlone<ZPropertiesIOException_6_0, int> first(17, passes(5), "file", "open()", 2);
     PrintAlone<ZPropertiesIOException_6_0, char const*> second(53, passes("a.txt"), "f", "o", 2);
@@ -617,7 +618,7 @@ TEST(ZException, InsertTypesOutlastReportsMadeMeanwhile)
     EXPECT_EQ("ds(1,lock,)d(5,)s(a.txt,)d(5,)", service.listed);
 }
 
-TEST(ZException, AServiceThatThrowsLeavesNoReportBehind)
+TEST(ZException, FailedServiceLeavesNoRunningReport)
 {
     PrintAlone<ZPropertiesIOException_6_0, int> e(17, passes(5), "file", "open()", 2);
     ListingService const service;
@@ -687,7 +688,7 @@ TEST(ZException, KeepsConverterTextsOutOfTheReport)
     EXPECT_NE(std::string::npos, report.find("codepage  to  conversion. errno = ."));
 }
 
-TEST(ZException, ShortMemoryCutsInsertsAndReplacesNothing)
+TEST(ZException, ExhaustedMemoryCutsInsertsAndThrowsNothingElse)
 {
     std::string const name(200, 'n');
     ZPropertiesIOException_6_0 const whole(name.c_str(), "fopen(r)", 12);

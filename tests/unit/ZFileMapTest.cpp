@@ -22,8 +22,8 @@ constexpr ZUnixFileMap_6_0::zmapmode kReadOnly = ZUnixFileMap_6_0::readOnly;
 constexpr ZUnixFileMap_6_0::zmapmode kReadWrite = ZUnixFileMap_6_0::readWrite;
 constexpr auto kOtherMode = static_cast<ZUnixFileMap_6_0::zmapmode>(2);
 
-// A fresh directory for each test, with one file of text and an empty one in it. The calls of the
-// map are watched.
+// A new directory for each test, with a text file and an empty file. `callPlan` records the system
+// calls of the map.
 class ZFileMap : public testing::Test {
 protected:
     ZFileMap()
@@ -46,7 +46,7 @@ protected:
     WatchedCalls const watched_;
 };
 
-// A map whose fields a test may read.
+// A map with readable fields.
 struct Seen : ZUnixFileMap_6_0 {
     using ZUnixFileMap_6_0::ZUnixFileMap_6_0;
     using ZUnixFileMap_6_0::operator=;
@@ -55,7 +55,7 @@ struct Seen : ZUnixFileMap_6_0 {
     int reserved() const { return reserved_; }
 };
 
-// For CallPlan::before: puts the flags that a file is opened with into `flags`.
+// For CallPlan::before: stores the flags of open() in `flags`.
 auto notingFlags(int& flags)
 {
     return [&flags](SystemCall const& call) {
@@ -94,7 +94,7 @@ TEST_F(ZFileMap, MapsAWholeFileOrItsFirstBytes)
         EXPECT_EQ(kText.substr(0, c.seen), std::string(bytes, c.seen));
         code = 7;
         map.unmapfile(&code);
-        EXPECT_EQ(7, code) << "a success leaves the code alone";
+        EXPECT_EQ(7, code) << "a success does not change the code";
         EXPECT_EQ(kText, read("text"));
     }
 }
@@ -123,7 +123,7 @@ TEST_F(ZFileMap, AReadOnlyMappingCannotBeWritten)
     EXPECT_DEATH(*static_cast<char volatile*>(bytes) = '!', "");
 }
 
-TEST_F(ZFileMap, MakesAndExtendsFilesWhenReadWrite)
+TEST_F(ZFileMap, CreatesAndExtendsFilesInReadWriteMode)
 {
     struct Case {
         char const* name;
@@ -148,14 +148,14 @@ TEST_F(ZFileMap, MakesAndExtendsFilesWhenReadWrite)
         EXPECT_EQ(expected, read(c.file));
         struct stat status;
         ASSERT_EQ(0, stat(path(c.file).c_str(), &status));
-        EXPECT_GT(status.st_blocks, 0) << "the room is on the disk";
+        EXPECT_GT(status.st_blocks, 0) << "the disk space is allocated";
     }
     struct stat status;
     ASSERT_EQ(0, stat(path("new").c_str(), &status));
     EXPECT_EQ(0600u, status.st_mode & 0777);
 }
 
-TEST_F(ZFileMap, FailuresLeaveTheirCodeAndNothingMapped)
+TEST_F(ZFileMap, FailuresReturnTheirCodeAndMapNothing)
 {
     struct Case {
         char const* name;
@@ -194,9 +194,9 @@ TEST_F(ZFileMap, FailuresLeaveTheirCodeAndNothingMapped)
     EXPECT_EQ("", read("empty"));
 }
 
-TEST_F(ZFileMap, KeepsAnEmptyFileAsGoodAsMissing)
+TEST_F(ZFileMap, KeepsAnEmptyFileEquivalentToAMissingOne)
 {
-    // Mapped to a length, an empty file is opened with the flags of a missing one.
+    // With a length, an empty file is opened with the same flags as a missing file.
     ZUnixFileMap_6_0 map(name("empty"), kReadWrite, 0);
     int code = 7;
     int flags = 0;
@@ -206,7 +206,7 @@ TEST_F(ZFileMap, KeepsAnEmptyFileAsGoodAsMissing)
     EXPECT_NE(0, flags & O_CREAT);
 }
 
-TEST_F(ZFileMap, OpensAsItsModeSays)
+TEST_F(ZFileMap, OpensAccordingToItsMode)
 {
     struct Case {
         char const* name;
@@ -245,7 +245,7 @@ TEST_F(ZFileMap, MapsAnEmptyFileThatMustNotBeOpenedWithCreate)
     ZUnixFileMap_6_0 made(name("made"), kReadWrite, 0);
     EXPECT_NE(nullptr, made.mapfile(&code, 10));
     EXPECT_EQ(std::string(10, '\0'), read("made"));
-    // A directory that does not let the file be made stays the reason.
+    // If the directory forbids creating the file, the code is still EACCES.
     callPlan.before = [](SystemCall const& call) {
         return call.name == "open" && (call.flags & O_CREAT) != 0 ? EACCES : 0;
     };
@@ -263,7 +263,7 @@ TEST_F(ZFileMap, DoesNotWaitForTheWriterOfAPipe)
     EXPECT_EQ(ENODEV, code);
 }
 
-TEST_F(ZFileMap, BelievesTheFileThatItOpened)
+TEST_F(ZFileMap, UsesTheStatusOfTheOpenFile)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     std::string text = "short";
@@ -275,7 +275,7 @@ TEST_F(ZFileMap, BelievesTheFileThatItOpened)
     int code = 7;
     auto const* const bytes = static_cast<char const*>(map.mapfile(&code, 0));
     ASSERT_NE(nullptr, bytes);
-    EXPECT_STREQ("short", bytes) << "five bytes and the zeroes of the page behind them";
+    EXPECT_STREQ("short", bytes) << "five bytes, followed by the zeros of the page";
 
     text = "";
     EXPECT_EQ(nullptr, map.mapfile(&code, 0));
@@ -297,10 +297,9 @@ TEST_F(ZFileMap, AFullDiskIsReportedAndTheFileKeepsItsLength)
         int failAllocate;
         int code;
     };
-    Case const cases[] = {
-        {"no room", ENOSPC, 0, ENOSPC},
-        {"no length", 0, EFBIG, EFBIG},
-        {"no room can be reserved, and there is none", EOPNOTSUPP, ENOSPC, ENOSPC}};
+    Case const cases[] = {{"no space", ENOSPC, 0, ENOSPC},
+                          {"cannot extend", 0, EFBIG, EFBIG},
+                          {"cannot allocate past the end, no space", EOPNOTSUPP, ENOSPC, ENOSPC}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         callPlan.failing = {{"fallocate", c.failReserve}, {"posix_fallocate", c.failAllocate}};
@@ -313,7 +312,7 @@ TEST_F(ZFileMap, AFullDiskIsReportedAndTheFileKeepsItsLength)
     }
 }
 
-TEST_F(ZFileMap, ExtendsWhereNoRoomCanBeReservedAndAfterInterruptions)
+TEST_F(ZFileMap, ExtendsWithoutFallocateAndAfterInterruptions)
 {
     for (int reserve : {0, EOPNOTSUPP}) {
         SCOPED_TRACE(reserve);
@@ -332,10 +331,10 @@ TEST_F(ZFileMap, ExtendsWhereNoRoomCanBeReservedAndAfterInterruptions)
     }
 }
 
-TEST_F(ZFileMap, AFailedExtensionTakesNothingAwayFromOthers)
+TEST_F(ZFileMap, FailedExtensionKeepsAppendedBytes)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadWrite, 0);
-    std::string const longer = kText + "what another process has added meanwhile";
+    std::string const longer = kText + "text that another process appended";
     callPlan.before = [&](SystemCall const& call) {
         if (call.name == "fallocate")
             write("text", longer);
@@ -352,19 +351,19 @@ TEST_F(ZFileMap, AFailedExtensionTakesNothingAwayFromOthers)
     }
 }
 
-TEST_F(ZFileMap, FileSizeLimitIsACodeLikeAnother)
+TEST_F(ZFileMap, FileSizeLimitIsReportedAsACode)
 {
     struct Case {
         char const* name;
-        rlim_t limit;   // in force while mapping
-        rlim_t within;  // in force once the limit has been looked at
-        int reserve;    // what fallocate() fails with
+        rlim_t limit;   // when mapfile() reads the limit
+        rlim_t within;  // after mapfile() has read the limit
+        int reserve;    // errno of fallocate(), or 0
     };
     rlim_t const none = RLIM_INFINITY;
     Case const cases[] = {{"a limit below the length", 500, 500, 0},
                           {"a limit below the present size", 50, 50, 0},
-                          {"a limit that another process sets meanwhile", none, 500, 0},
-                          {"the same where no room can be reserved", none, 500, EOPNOTSUPP}};
+                          {"a limit that another process sets after the check", none, 500, 0},
+                          {"the same, without fallocate()", none, 500, EOPNOTSUPP}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         pid_t const child = fork();
@@ -393,7 +392,7 @@ TEST_F(ZFileMap, FileSizeLimitIsACodeLikeAnother)
     }
 }
 
-TEST_F(ZFileMap, AMappingThatCannotBeGivenBackIsKept)
+TEST_F(ZFileMap, MappingThatCannotBeRemovedStays)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     int code = 7;
@@ -412,7 +411,7 @@ TEST_F(ZFileMap, AMappingThatCannotBeGivenBackIsKept)
     EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 }
 
-TEST_F(ZFileMap, ReportsWhatUnmappingAnswers)
+TEST_F(ZFileMap, ReportsErrorsOfUnmapping)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     int code = 7;
@@ -422,11 +421,11 @@ TEST_F(ZFileMap, ReportsWhatUnmappingAnswers)
     callPlan.failing["munmap"] = EINVAL;
     map.unmapfile(&code);
     EXPECT_EQ(EINVAL, code);
-    EXPECT_FALSE(isOpen(fd)) << "the file is closed all the same";
+    EXPECT_FALSE(isOpen(fd)) << "the file is closed anyway";
     callPlan.failing.clear();
     code = 7;
     map.unmapfile(&code);
-    EXPECT_EQ(7, code) << "the address was kept, and is given back now";
+    EXPECT_EQ(7, code) << "the address was kept, and is unmapped now";
     EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 
     ASSERT_NE(nullptr, map.mapfile(&code, 0));
@@ -440,7 +439,7 @@ TEST_F(ZFileMap, ReportsWhatUnmappingAnswers)
     EXPECT_EQ(calls, callPlan.calls) << "a descriptor is closed once";
 }
 
-TEST_F(ZFileMap, GivesEverythingBackWhenDestroyed)
+TEST_F(ZFileMap, DestructorReleasesEverything)
 {
     int code = 7;
     void* address = nullptr;
@@ -455,7 +454,7 @@ TEST_F(ZFileMap, GivesEverythingBackWhenDestroyed)
     EXPECT_NE(0, msync(address, 1, MS_ASYNC));
 }
 
-TEST_F(ZFileMap, MappingAgainGivesTheFirstMappingBack)
+TEST_F(ZFileMap, MappingAgainRemovesTheFirstMapping)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     int code = 7;
@@ -467,7 +466,7 @@ TEST_F(ZFileMap, MappingAgainGivesTheFirstMappingBack)
     EXPECT_EQ("aaaaa", std::string(bytes, 5));
 }
 
-TEST_F(ZFileMap, ToleratesNoPlaceForTheCode)
+TEST_F(ZFileMap, ToleratesANullCodePointer)
 {
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     EXPECT_NE(nullptr, map.mapfile(nullptr, 0));
@@ -518,7 +517,7 @@ TEST_F(ZFileMap, KeepsItsOwnFileWhenAssignedTo)
     EXPECT_EQ(before, target.address());
 }
 
-TEST_F(ZFileMap, LeavesTheStandardStreamsToTheProcess)
+TEST_F(ZFileMap, DoesNotUseTheDescriptorsOfStandardStreams)
 {
     for (int closed : {1, 2}) {
         SCOPED_TRACE(closed);
@@ -539,7 +538,7 @@ TEST_F(ZFileMap, LeavesTheStandardStreamsToTheProcess)
     }
 }
 
-TEST_F(ZFileMap, AStreamWhoseNumberCannotBeLeftFreeIsAFailure)
+TEST_F(ZFileMap, FailsIfItCannotMoveAboveTheStandardStreams)
 {
     int const saved = fcntl(1, F_DUPFD, 10);
     ASSERT_GE(saved, 0);

@@ -53,7 +53,7 @@ class ZKeyEntry : public ZHashKeyMap {};
 
 // ---- The entry
 
-TEST_F(ZKeyEntry, HashIsThatOfTheKey)
+TEST_F(ZKeyEntry, HashesLikeItsKey)
 {
     CountedObject key(1, 77), value(2, 88);
     ZKeyEntry_6_0 const entry(&key, &value, kBorrows);
@@ -74,7 +74,7 @@ TEST_F(ZKeyEntry, EqualityComparesTheRememberedHashesThenTheKeys)
     };
     Case const cases[] = {
         {"same", &same, true, true},
-        {"same, hash not asked for", &same, false, false},
+        {"same, hash() not called", &same, false, false},
         {"other hash", &otherHash, true, false},
         {"other key", &otherKey, true, false},
     };
@@ -91,7 +91,7 @@ TEST_F(ZKeyEntry, EqualityComparesTheRememberedHashesThenTheKeys)
     EXPECT_TRUE(one.equals(two));  // 0 is remembered until hash() is called
 }
 
-TEST_F(ZKeyEntry, WhatIsNoEntrySortsByAddressAndIsNotEqual)
+TEST_F(ZKeyEntry, OtherObjectsSortByAddressAndAreNotEqual)
 {
     CountedObject key(1);
     ZKeyEntry_6_0 const entry(&key, nullptr, kBorrows);
@@ -101,7 +101,7 @@ TEST_F(ZKeyEntry, WhatIsNoEntrySortsByAddressAndIsNotEqual)
     EXPECT_FALSE(entry.equals(key));
 }
 
-TEST_F(ZKeyEntry, OrderIsThatOfTheKeys)
+TEST_F(ZKeyEntry, ComparesLikeItsKey)
 {
     CountedObject one(1), two(2), value(0);
     ZKeyEntry_6_0 const first(&one, &value, kBorrows), second(&two, nullptr, kBorrows);
@@ -141,7 +141,7 @@ TEST_F(ZKeyEntry, BorrowingSharesBoth)
     EXPECT_EQ(2, CountedObject::alive);
 }
 
-TEST_F(ZKeyEntry, AKeyWhoseDestructorRaisesKeepsNoValue)
+TEST_F(ZKeyEntry, FailedDestructorOfTheKeyDoesNotKeepTheValue)
 {
     auto* const entry = new ZKeyEntry_6_0(new ThrowingObject(1), new CountedObject(2), kOwns);
     EXPECT_THROW(delete entry, std::runtime_error);
@@ -200,7 +200,7 @@ TEST_F(ZHashKeyMap, BorrowingStoresThePointers)
     EXPECT_EQ(3, CountedObject::alive);
 }
 
-TEST_F(ZHashKeyMap, AnEqualKeyTakesTheNewValueInItsPlace)
+TEST_F(ZHashKeyMap, PutReplacesTheValueOfAnEqualKeyInPlace)
 {
     ZHashKeyMap_6_0 map(10, kOwns);  // 15 buckets
     for (int key : {1, 16, 31})
@@ -236,7 +236,7 @@ TEST_F(ZHashKeyMap, AValueMayBeNull)
     }
 }
 
-TEST_F(ZHashKeyMap, NullIsNoKey)
+TEST_F(ZHashKeyMap, NullIsNotAKey)
 {
     ZHashKeyMap_6_0 map(1, kOwns);
     CountedObject const value(1);
@@ -247,7 +247,7 @@ TEST_F(ZHashKeyMap, NullIsNoKey)
     map.removeEntry(nullptr);
 }
 
-TEST_F(ZHashKeyMap, AKeyThatCannotBeClonedTwiceIsNotPut)
+TEST_F(ZHashKeyMap, KeyThatCannotBeClonedTwiceIsIgnored)
 {
     class Single : public CountedObject {
         ZObject_6_0* clone() const override { return nullptr; }
@@ -265,7 +265,7 @@ TEST_F(ZHashKeyMap, AKeyThatCannotBeClonedTwiceIsNotPut)
     EXPECT_EQ(3, CountedObject::alive);
 }
 
-TEST_F(ZHashKeyMap, WhatTheMapHoldsMayBePutAgain)
+TEST_F(ZHashKeyMap, StoredKeyAndValueCanBePutAgain)
 {
     ZHashKeyMap_6_0 map(1, kOwns);
     put(map, 1, 10);
@@ -281,7 +281,7 @@ TEST_F(ZHashKeyMap, WhatTheMapHoldsMayBePutAgain)
     EXPECT_TRUE(map.isEmpty());
 }
 
-TEST_F(ZHashKeyMap, ListsAsTheTargetOwns)
+TEST_F(ZHashKeyMap, ListUsesTheOwnershipOfTheTarget)
 {
     ZHashKeyMap_6_0 map(1, kOwns);
     put(map, 1, 10);
@@ -292,7 +292,7 @@ TEST_F(ZHashKeyMap, ListsAsTheTargetOwns)
     EXPECT_EQ(4, CountedObject::alive);
 }
 
-TEST_F(ZHashKeyMap, PutAllSetsEveryKeyOfTheOther)
+TEST_F(ZHashKeyMap, PutAllCopiesEveryKey)
 {
     ZHashKeyMap_6_0 map(10, kOwns), other(3, kOwns);
     put(map, 1, 10);
@@ -305,7 +305,7 @@ TEST_F(ZHashKeyMap, PutAllSetsEveryKeyOfTheOther)
     EXPECT_EQ(2u, other.size());
 }
 
-TEST_F(ZHashKeyMap, PutAllGoesThroughPutEntry)
+TEST_F(ZHashKeyMap, PutAllCallsPutEntry)
 {
     class Counting : public ZHashKeyMap_6_0 {
     public:
@@ -345,7 +345,7 @@ TEST_F(ZHashKeyMap, CopyHasBucketsAndOwnershipOfItsSource)
     EXPECT_EQ(&value, borrowingCopy.getEntry(&key));
 }
 
-TEST_F(ZHashKeyMap, AssignmentTakesOwnershipAndEntries)
+TEST_F(ZHashKeyMap, AssignmentCopiesOwnershipAndEntries)
 {
     ZHashKeyMap_6_0 owning(0, kOwns);
     put(owning, 1, 10);
@@ -368,7 +368,7 @@ TEST_F(ZHashKeyMap, AssignmentTakesOwnershipAndEntries)
     EXPECT_EQ(&other, map.getEntry(&key));
 }
 
-TEST_F(ZHashKeyMap, LookUpAllocatesNothing)
+TEST_F(ZHashKeyMap, LookupDoesNotAllocate)
 {
     ZHashKeyMap_6_0 map(10, kOwns);
     for (int key = 0; key < 1000; ++key)
@@ -398,7 +398,7 @@ TEST_F(ZHashKeyMap, StringsAreKeys)
     EXPECT_EQ(nullptr, map.getEntry(&otherCase));
 }
 
-TEST_F(ZHashKeyMap, ACloneMayChangeTheMapThatItGoesInto)
+TEST_F(ZHashKeyMap, CloneMayChangeTheMapDuringAnInsertion)
 {
     struct Case {
         char const* name;
@@ -431,7 +431,7 @@ TEST_F(ZHashKeyMap, ACloneMayChangeTheMapThatItGoesInto)
     }
 }
 
-TEST_F(ZHashKeyMap, ACloneThatRaisesLeavesTheMapAsItWas)
+TEST_F(ZHashKeyMap, FailedCloneLeavesTheMapUnchanged)
 {
     ZHashKeyMap_6_0 source(0, kOwns);
     put(source, 7, 70);
@@ -468,7 +468,7 @@ TEST_F(ZHashKeyMap, ACloneThatRaisesLeavesTheMapAsItWas)
     }
 }
 
-TEST_F(ZHashKeyMap, EveryFailedAllocationLeavesTheMapAsItWas)
+TEST_F(ZHashKeyMap, FailedAllocationLeavesTheMapUnchanged)
 {
     ZHashKeyMap_6_0 map(0, kOwns);
     for (int key = 0; key < 100; ++key) {

@@ -37,7 +37,7 @@ void put(ZMap_6_0& map, Numbers const& numbers)
     }
 }
 
-// An entry whose key is its number; the version tells equal ones apart.
+// An entry whose key is its number; the version distinguishes equal entries.
 class Versioned : public CountedObject {
 public:
     Versioned(int number, int version) : CountedObject(number), version_(version) {}
@@ -98,7 +98,7 @@ TEST_F(ZHashMap, MapsStartEmpty)
     });
 }
 
-TEST_F(ZHashMap, MapsFindWhatTheProbeEquals)
+TEST_F(ZHashMap, MapsFindTheEntryThatTheProbeEquals)
 {
     forEachMap([](ZMap_6_0& map, int owns) {
         CountedObject one(1), two(2);
@@ -118,7 +118,7 @@ TEST_F(ZHashMap, MapsFindWhatTheProbeEquals)
     });
 }
 
-TEST_F(ZHashMap, MapsAskTheProbeForEquality)
+TEST_F(ZHashMap, MapsCallEqualsOfTheProbe)
 {
     forEachMap([](ZMap_6_0& map, int) {
         CountedObject one(1, 7), two(2, 7);
@@ -135,7 +135,7 @@ TEST_F(ZHashMap, MapsAskTheProbeForEquality)
     });
 }
 
-TEST_F(ZHashMap, MapsReplaceAnEqualEntryInItsPlace)
+TEST_F(ZHashMap, MapsReplaceAnEqualEntryInPlace)
 {
     forEachMap([](ZMap_6_0& map, int) {
         Versioned old1(1, 1), old16(16, 1), old31(31, 1);  // one bucket in a map of 15
@@ -175,7 +175,7 @@ TEST_F(ZHashMap, MapsRemoveTheEqualEntry)
     });
 }
 
-TEST_F(ZHashMap, MapsFindNoNull)
+TEST_F(ZHashMap, MapsNeverFindNull)
 {
     forEachMap([](ZMap_6_0& map, int) {
         CountedObject one(1);
@@ -188,7 +188,7 @@ TEST_F(ZHashMap, MapsFindNoNull)
     });
 }
 
-TEST_F(ZHashMap, MapsListAsTheTargetOwns)
+TEST_F(ZHashMap, ListUsesTheOwnershipOfTheTarget)
 {
     forEachMap([](ZMap_6_0& map, int) {
         CountedObject one(1), two(2);
@@ -209,8 +209,8 @@ TEST_F(ZHashMap, MapsListAsTheTargetOwns)
 
 TEST_F(ZHashMap, BucketsFollowTheCapacity)
 {
-    // Two entries whose hashes differ by the number of buckets share one, so that their order is
-    // that of insertion; those of another bucket come by its number.
+    // Two entries whose hashes differ by the number of buckets share a bucket and are ordered by
+    // insertion; entries of different buckets are ordered by bucket.
     struct Case {
         unsigned capacity;
         uint32_t buckets;
@@ -260,7 +260,7 @@ TEST_F(ZHashMap, KeepsItsOrderWhenItGrowsFarPastItsBuckets)
     EXPECT_EQ(5000u, map.size());
 }
 
-TEST_F(ZHashMap, LookUpDoesNotGrowWithTheEntries)
+TEST_F(ZHashMap, LookupCostDoesNotGrowWithTheEntries)
 {
     ZHashMap_6_0 map(10, kOwns);
     for (int i = 0; i < 20000; ++i)
@@ -279,7 +279,7 @@ TEST_F(ZHashMap, LookUpDoesNotGrowWithTheEntries)
     EXPECT_TRUE(map.isEmpty());
 }
 
-TEST_F(ZHashMap, EntriesOfOneHashAreToldApart)
+TEST_F(ZHashMap, DistinguishesEntriesOfTheSameHash)
 {
     ZHashMap_6_0 map(10, kBorrows);
     std::vector<std::unique_ptr<CountedObject>> entries;
@@ -329,7 +329,7 @@ TEST_F(ZHashMap, CopyKeepsTheOrderInEachBucket)
     EXPECT_EQ((Numbers{9, 3, 0, 12, 6, 1}), orderOf(copy));
 }
 
-TEST_F(ZHashMap, AssignmentTakesBucketsAndOwnership)
+TEST_F(ZHashMap, AssignmentCopiesBucketsAndOwnership)
 {
     ZHashMap_6_0 owning(0, kOwns);
     put(owning, {5, 4, 3, 2, 1, 0});
@@ -339,7 +339,7 @@ TEST_F(ZHashMap, AssignmentTakesBucketsAndOwnership)
     target = owning;
     EXPECT_EQ((Numbers{3, 0, 4, 1, 5, 2}), orderOf(target));
     EXPECT_EQ(13, CountedObject::alive);
-    put(target, {6});  // owned now: the entry outlives the one given
+    put(target, {6});  // the map owns a clone now, which outlives the argument
     EXPECT_EQ((Numbers{3, 0, 6, 4, 1, 5, 2}), orderOf(target));
 
     ZHashMap_6_0 borrowing(0, kBorrows);
@@ -372,7 +372,7 @@ TEST_F(ZHashMap, PutAllReplacesEqualEntries)
     EXPECT_EQ(linear.get(0), map.getEntry(&newThree));
 }
 
-TEST_F(ZHashMap, WhatCannotBeClonedIsNotPut)
+TEST_F(ZHashMap, EntryThatCannotBeClonedIsIgnored)
 {
     class Single : public CountedObject {
         ZObject_6_0* clone() const override { return nullptr; }
@@ -385,9 +385,9 @@ TEST_F(ZHashMap, WhatCannotBeClonedIsNotPut)
     EXPECT_EQ(0u, map.size());
 }
 
-TEST_F(ZHashMap, ACopyLeavesOutWhatCannotBeClonedAgain)
+TEST_F(ZHashMap, CopySkipsEntriesThatCannotBeCloned)
 {
-    // Its clones have no clone.
+    // Its clones cannot be cloned.
     class Once : public CountedObject {
         class Last : public CountedObject {
         public:
@@ -407,7 +407,7 @@ TEST_F(ZHashMap, ACopyLeavesOutWhatCannotBeClonedAgain)
     EXPECT_EQ((Numbers{3, 1}), orderOf(ZHashMap_6_0(map)));
 }
 
-TEST_F(ZHashMap, ACloneMayChangeTheMapThatItGoesInto)
+TEST_F(ZHashMap, CloneMayChangeTheMapDuringAnInsertion)
 {
     struct Case {
         char const* name;
@@ -443,7 +443,7 @@ TEST_F(ZHashMap, ACloneMayChangeTheMapThatItGoesInto)
     }
 }
 
-TEST_F(ZHashMap, TheIndexHasRoomForAsManyEntriesAsThereMayBe)
+TEST_F(ZHashMap, IndexHasCapacityForTheMaximumOfEntries)
 {
     struct Case {
         uint32_t entries;
@@ -461,7 +461,7 @@ TEST_F(ZHashMap, TheIndexHasRoomForAsManyEntriesAsThereMayBe)
         EXPECT_EQ(c.marks, HashTable::marksFor(c.entries)) << c.entries;
 }
 
-TEST_F(ZHashMap, ACloneThatRaisesLeavesTheMapAsItWas)
+TEST_F(ZHashMap, FailedCloneLeavesTheMapUnchanged)
 {
     ZHashMap_6_0 source(0, kOwns);
     put(source, {4, 5, 6});
@@ -494,10 +494,10 @@ TEST_F(ZHashMap, ACloneThatRaisesLeavesTheMapAsItWas)
     unchanged();
 }
 
-TEST_F(ZHashMap, EveryFailedAllocationLeavesTheMapAsItWas)
+TEST_F(ZHashMap, FailedAllocationLeavesTheMapUnchanged)
 {
-    // At each size the next entry is put with every allocation failing once: on the way the block
-    // of nodes grows and the index is laid and grows.
+    // At each size, puts the next entry with every allocation failing once. The sizes include those
+    // at which the block of nodes grows, and at which the index is built and grows.
     ZHashMap_6_0 map(0, kOwns);
     unsigned long failures = 0;
     for (int number = 0; number < 300; ++number) {
@@ -522,7 +522,7 @@ TEST_F(ZHashMap, EveryFailedAllocationLeavesTheMapAsItWas)
     EXPECT_EQ(orderOf(other), orderOf(map));
 }
 
-TEST_F(ZHashMap, TheRoomOfARemovedEntryIsUsedAgain)
+TEST_F(ZHashMap, MemoryOfARemovedEntryIsReused)
 {
     for (unsigned capacity : {1u, 1000u}) {  // with an index, and without
         SCOPED_TRACE(capacity);
@@ -544,7 +544,7 @@ TEST_F(ZHashMap, TheRoomOfARemovedEntryIsUsedAgain)
     }
 }
 
-TEST_F(ZHashMap, FailedAllocationNamesTheMap)
+TEST_F(ZHashMap, FailedAllocationReportsTheMapAsSource)
 {
     unsigned const sites[] = {61, 74};
     for (unsigned long n = 1; n <= 2; ++n) {
@@ -564,7 +564,7 @@ TEST_F(ZHashMap, FailedAllocationNamesTheMap)
     }
 }
 
-TEST_F(ZHashMap, ADestructorMayLookIntoTheMapThatIsEmptied)
+TEST_F(ZHashMap, DestructorMayReadTheMapDuringRemoveAll)
 {
     class Looking : public CountedObject {
     public:
@@ -603,7 +603,7 @@ TEST_F(ZHashMap, ADestructorMayLookIntoTheMapThatIsEmptied)
     }
 }
 
-TEST_F(ZHashMap, ADestructorThatRaisesKeepsNoOtherEntry)
+TEST_F(ZHashMap, FailedDestructorDoesNotKeepOtherEntries)
 {
     class Throwing : public ThrowingObject {
     public:
@@ -638,7 +638,7 @@ TEST_F(ZHashMap, ADestructorThatRaisesKeepsNoOtherEntry)
 
 namespace {
 
-// A hash map as it is told: buckets that are searched from their beginning.
+// A model of the hash map: buckets with linear search.
 class Model {
 public:
     explicit Model(uint32_t buckets) : buckets_(buckets) {}
@@ -690,7 +690,7 @@ private:
     std::vector<Bucket> buckets_;
 };
 
-// Hashes of many shapes, always the same for one number.
+// Hashes of many shapes; equal numbers have equal hashes.
 uint32_t hashOf(int number, int shape)
 {
     auto const n = static_cast<uint32_t>(number);
@@ -698,7 +698,7 @@ uint32_t hashOf(int number, int shape)
         case 0:
             return n;
         case 1:
-            return n * 16;  // as addresses are
+            return n * 16;  // like addresses
         case 2:
             return n % 7;
         case 3:
@@ -721,7 +721,7 @@ TEST_F(ZHashMap, AgreesWithAModelOverRandomOperations)
                 unsigned const capacity = std::vector<unsigned>{0, 10, 500}[random() % 3];
                 ZHashMap_6_0 map(capacity, owns);
                 Model model(std::max(capacity, 2u) * 3 / 2);
-                std::vector<std::unique_ptr<Versioned>> kept;  // what the borrowing map points to
+                std::vector<std::unique_ptr<Versioned>> kept;  // the borrowing map's entries
                 for (int step = 0; step < 10000; ++step) {
                     int const number = static_cast<int>(random() % range);
                     Versioned probe(number, step, hashOf(number, shape));
@@ -779,7 +779,7 @@ public:
 
 }  // namespace
 
-TEST_F(ZHashMap, OfSeveralEqualEntriesTheFirstInTheBucketIsFoundAndRemoved)
+TEST_F(ZHashMap, FindsAndRemovesTheFirstOfSeveralEqualEntries)
 {
     constexpr unsigned kSeed = 32002;
     std::cout << "seed " << kSeed << "\n";
@@ -858,7 +858,7 @@ TEST_F(ZArrayMap, RemovesTheFirstOfEqualEntries)
     EXPECT_EQ(1u, map.size());
 }
 
-TEST_F(ZArrayMap, CopiesAsAListDoes)
+TEST_F(ZArrayMap, CopiesLikeAList)
 {
     ZArrayMap_6_0 owning(7, kOwns);
     put(owning, {1, 2});
@@ -873,7 +873,7 @@ TEST_F(ZArrayMap, CopiesAsAListDoes)
     EXPECT_EQ(owning.get(0), borrowing.get(0));
 }
 
-TEST_F(ZArrayMap, CallsTheOperationsThatADerivedClassOverrides)
+TEST_F(ZArrayMap, CallsOverriddenOperations)
 {
     class Noting : public ZArrayMap_6_0 {
     public:
@@ -963,7 +963,7 @@ TEST_F(ZHashMap, ListsEachBucketToATargetOfADerivedClass)
     EXPECT_EQ((Numbers{4, 1, 2, 5}), numbersOf(target));
 }
 
-TEST_F(ZArrayMap, FailuresLeaveItAsItWas)
+TEST_F(ZArrayMap, FailuresLeaveItUnchanged)
 {
     ZArrayMap_6_0 map(2, kOwns);
     put(map, {1, 2});
@@ -999,7 +999,7 @@ TEST_F(ZArrayMap, KeepsEqualEntriesTwiceWhenPuttingAll)
 
 // ---- The iterators
 
-TEST_F(ZMapIterator, WalksTheEntriesInTheOrderOfTheMap)
+TEST_F(ZMapIterator, VisitsEntriesInTheOrderOfTheMap)
 {
     forEachMap([](ZMap_6_0& map, int) {
         CountedObject five(5), one(1), three(3);
@@ -1022,7 +1022,7 @@ TEST_F(ZMapIterator, WalksTheEntriesInTheOrderOfTheMap)
     });
 }
 
-TEST_F(ZMapIterator, HasNothingInAnEmptyMap)
+TEST_F(ZMapIterator, IsAtItsEndInAnEmptyMap)
 {
     ZHashMap_6_0 const map(10, kOwns);
     ZMapIterator_6_0 iterator(map);
@@ -1030,7 +1030,7 @@ TEST_F(ZMapIterator, HasNothingInAnEmptyMap)
     EXPECT_EQ(nullptr, iterator.getNext());
 }
 
-TEST_F(ZMapIterator, SeesTheEntriesThatWereThereWhenItWasMade)
+TEST_F(ZMapIterator, IteratesOverASnapshot)
 {
     ZHashMap_6_0 map(10, kOwns);
     put(map, {1, 2});
@@ -1059,7 +1059,7 @@ TEST_F(ZMapIterator, DeletesNoEntry)
     EXPECT_EQ(2, CountedObject::alive);
 }
 
-TEST_F(ZMapIterator, CopiesAreAtTheSamePlace)
+TEST_F(ZMapIterator, CopiesHaveTheSamePosition)
 {
     ZHashMap_6_0 map(10, kOwns);
     put(map, {1, 2, 3});
@@ -1073,7 +1073,7 @@ TEST_F(ZMapIterator, CopiesAreAtTheSamePlace)
     EXPECT_EQ(3, numberOf(iterator.getNext()));
 }
 
-TEST_F(ZMapIterator, FailedAllocationsLeaveNothingBehind)
+TEST_F(ZMapIterator, FailedAllocationsLeakNothing)
 {
     ZHashMap_6_0 map(10, kOwns);
     put(map, {1, 2, 3});
@@ -1100,7 +1100,7 @@ TEST_F(ZMapIterator, CopiesOutliveTheirSource)
     EXPECT_EQ(1, numberOf(atEnd.getNext()));
 }
 
-TEST_F(ZArrayMapIterator, WalksTheMapAsItIs)
+TEST_F(ZArrayMapIterator, IteratesOverTheLiveMap)
 {
     ZArrayMap_6_0 map(1, kOwns);
     put(map, {1, 2});
@@ -1116,7 +1116,7 @@ TEST_F(ZArrayMapIterator, WalksTheMapAsItIs)
     EXPECT_EQ(4, numberOf(cloned.getNext()));
 }
 
-TEST_F(ZArrayMapIterator, EntriesMayBeRemovedWhileItWalks)
+TEST_F(ZArrayMapIterator, EntriesCanBeRemovedDuringIteration)
 {
     ZArrayMap_6_0 map(1, kOwns);
     put(map, {0, 1, 2, 3, 4, 5});

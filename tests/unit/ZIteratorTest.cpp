@@ -7,7 +7,7 @@
 
 namespace {
 
-// Hands out what a vector holds.
+// Iterates over a vector.
 class VectorIterator : public ZAbstractIterator_6_0 {
 public:
     explicit VectorIterator(std::vector<ZObject_6_0*> const& objects) : objects_(objects) {}
@@ -31,7 +31,7 @@ TEST(ZIterator, FindsTheNextEqualAndStopsJustPastIt)
     EXPECT_EQ(&three, iterator.getNext());
 }
 
-TEST(ZIterator, FindsNothingAndIsAtItsEndThen)
+TEST(ZIterator, ReachesTheEndIfNothingIsFound)
 {
     CountedObject one(1);
     VectorIterator iterator({&one, &one});
@@ -40,7 +40,7 @@ TEST(ZIterator, FindsNothingAndIsAtItsEndThen)
     EXPECT_EQ(nullptr, iterator.findNext(CountedObject(1)));
 }
 
-TEST(ZIterator, PassesOverNulls)
+TEST(ZIterator, SkipsNulls)
 {
     CountedObject one(1);
     VectorIterator iterator({nullptr, nullptr, &one, nullptr});
@@ -48,14 +48,14 @@ TEST(ZIterator, PassesOverNulls)
     EXPECT_EQ(nullptr, iterator.findNext(CountedObject(1)));
 }
 
-TEST(ZIterator, AsksTheTargetForEquality)
+TEST(ZIterator, CallsEqualsOfTheTarget)
 {
     CountedObject one(1);
     VectorIterator iterator({&one});
     EXPECT_EQ(&one, iterator.findNext(EqualToAll()));
 }
 
-TEST(ZIterator, IsWalkedThroughItsInterface)
+TEST(ZIterator, IsUsableThroughItsInterface)
 {
     CountedObject one(1);
     VectorIterator walked({&one});

@@ -27,8 +27,8 @@
 
 namespace {
 
-// An exception with a number of the test's choice; print() hands over six inserts "1" to "6", of
-// which the text takes what it asks for.
+// An exception with any message number, whose print() passes six inserts "1" to "6"; the message
+// text uses as many as it has conversions.
 class Numbered : public ZZException_6_0 {
 public:
     explicit Numbered(int number) : ZZException_6_0(number, "Numbered") {}
@@ -37,7 +37,7 @@ public:
     void print() override { printinternal(this, "1", "2", "3", "4", "5", "6"); }
 };
 
-// The same without a print() of its own.
+// An exception with any message number that does not override print().
 class Bare : public ZZException_6_0 {
 public:
     explicit Bare(int number) : ZZException_6_0(number, "Bare") {}
@@ -45,7 +45,7 @@ public:
     [[noreturn]] void throwException(char const*, int) override { throw *this; }
 };
 
-// Notes which of its operations ran.
+// Records which of its operations ran.
 class NotingService : public ZMessageService_6_0 {
 public:
     virtual ~NotingService() = default;
@@ -78,7 +78,7 @@ public:
     mutable std::string noted;
 };
 
-// Puts the built-in one back and hands the exception on, or throws.
+// Reinstalls the built-in service and passes the exception to it, or throws.
 class UnrulyService : public NotingService {
 public:
     explicit UnrulyService(bool throws) : throws_(throws) {}
@@ -112,7 +112,7 @@ constexpr char kUnknown[] = "No default text defined in ZMessage.cpp for the exc
 
 }  // namespace
 
-TEST_F(ZMessage, InstallsTheDefaultUntilToldOtherwise)
+TEST_F(ZMessage, DefaultIsInstalledInitially)
 {
     EXPECT_NE(nullptr, ZMessageService_6_0::messageService());
     EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
@@ -124,9 +124,9 @@ TEST_F(ZMessage, InstallsTheDefaultUntilToldOtherwise)
     EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
 }
 
-TEST_F(ZMessage, NullBeforeAnythingElseInstallsTheDefault)
+TEST_F(ZMessage, NullInTheFirstCallInstallsTheDefault)
 {
-    // In a process of its own, in which nothing has asked for a service yet.
+    // In a new process, which has not used a service yet.
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
@@ -138,7 +138,7 @@ TEST_F(ZMessage, NullBeforeAnythingElseInstallsTheDefault)
         testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ZMessage, WhatIsInstalledBeforeAnythingElseStays)
+TEST_F(ZMessage, ServiceInstalledByTheFirstCallStays)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
@@ -160,7 +160,7 @@ TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
     ZUnexpectedEndOfFile_6_0 e("file");
     EXPECT_EQ("", reportOf([&] {
                   e.dumpException();
-                  // The default service hands over to print(), which comes to the installed one.
+                  // The built-in service calls print(), which calls the installed service.
                   ZMessageService_6_0::defaultMessageService()->outputException(e);
               }));
     EXPECT_EQ("exception inserts:s:file inserts:s:file ", service.noted);
@@ -175,7 +175,7 @@ TEST_F(ZMessage, AServiceMayReplaceItselfWhileItReports)
     EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
 }
 
-TEST_F(ZMessage, WhatAServiceThrowsReachesTheCaller)
+TEST_F(ZMessage, ExceptionsOfTheServiceReachTheCaller)
 {
     UnrulyService const service(true);
     ZMessageService_6_0::setMessageService(&service);
@@ -186,9 +186,9 @@ TEST_F(ZMessage, WhatAServiceThrowsReachesTheCaller)
                  std::runtime_error);
 }
 
-TEST_F(ZMessage, UnknownNumbersSaySo)
+TEST_F(ZMessage, UnknownNumbersAreReported)
 {
-    // 23 is an empty slot of the table.
+    // Message 23 has no text.
     for (int number : {0, 23, 55, 56, 1000, -1, INT32_MAX, INT32_MIN}) {
         SCOPED_TRACE(number);
         Numbered e(number);
@@ -209,7 +209,7 @@ TEST_F(ZMessage, KeepsEveryTextToTheByte)
         ASSERT_NE(std::string::npos, tab);
         int const number = std::stoi(line.substr(0, tab));
         SCOPED_TRACE(number);
-        // In the file: %s and %d as empty, "\n" for a line feed.
+        // The expected text is the line without its conversions and with \n as a newline.
         std::string expected;
         for (size_t i = tab + 1; i < line.size(); ++i) {
             if (line[i] == '%')
@@ -219,7 +219,7 @@ TEST_F(ZMessage, KeepsEveryTextToTheByte)
             else
                 expected += line[i];
         }
-        // A class whose report has no inserts shows the bare text.
+        // A class without inserts reports the text with empty conversions.
         class Empty : public Bare {
         public:
             using Bare::Bare;
@@ -263,9 +263,9 @@ TEST_F(ZMessage, AnExceptionWithoutPrintReportsNoInserts)
     }
 }
 
-TEST_F(ZMessage, AForeignNumberTakesTheInsertsThatThereAre)
+TEST_F(ZMessage, NumberOfAnotherClassUsesTheExistingInserts)
 {
-    // The raiser may choose any number for a class; no insert is read that was not handed over.
+    // A class may have any message number; only inserts that print() passed are read.
     struct Case {
         int number;
         char const* text;
@@ -287,7 +287,7 @@ TEST_F(ZMessage, AForeignNumberTakesTheInsertsThatThereAre)
               textOf(both));
 }
 
-TEST_F(ZMessage, EveryClassTakesEveryNumber)
+TEST_F(ZMessage, EveryClassReportsEveryNumber)
 {
     for (int number = 1; number <= 54; ++number) {
         SCOPED_TRACE(number);
@@ -310,7 +310,7 @@ TEST_F(ZMessage, EveryClassTakesEveryNumber)
     }
 }
 
-TEST_F(ZMessage, AClassOfTheCallersHandsOverWhatTheTextAsksFor)
+TEST_F(ZMessage, CallersClassPassesTheInsertsOfTheText)
 {
     Numbered e(39);
     EXPECT_EQ("The configuration file 1 has an invalid value 2 for key 3 in stanza 4.", textOf(e));
@@ -383,7 +383,7 @@ TEST_F(ZMessage, ConversionsInsideInsertsArePlainText)
     EXPECT_EQ("Unexpected end of file encounted while reading %s%n%d.", textOf(e));
 }
 
-TEST_F(ZMessage, ReportingLeavesErrnoAlone)
+TEST_F(ZMessage, ReportingPreservesErrno)
 {
     ZUnsupportedException_6_0 e;
     testing::internal::CaptureStderr();
@@ -398,8 +398,8 @@ TEST_F(ZMessage, ReportingLeavesErrnoAlone)
     EXPECT_EQ(ENOENT, after);
 }
 
-// Writing is where a thread that was cancelled ends, and a report may be written by a destructor:
-// the report is written whole, and the thread ends afterwards.
+// write() is a cancellation point, and a destructor may report: the thread writes the whole report
+// and is cancelled after it.
 TEST_F(ZMessage, ACancelledThreadFinishesItsReport)
 {
     std::string const report = reportOf([] {
@@ -417,8 +417,8 @@ TEST_F(ZMessage, ACancelledThreadFinishesItsReport)
     EXPECT_NE(std::string::npos, report.find("Additional Information:\ninsert\n")) << report;
 }
 
-// What a child process writes to standard error by `action`. The stream is opened again there, so
-// that it may become wide; that of this process stays as it is.
+// Returns the standard error of `action`, run in a child process. The child reopens the stream,
+// which may become wide; the stream of this process is not affected.
 template <class Action>
 std::string reportOfChild(Action action)
 {
@@ -438,7 +438,7 @@ std::string reportOfChild(Action action)
 
 constexpr char kUnsupported[] = "The operation is not supported.";
 
-TEST_F(ZMessage, ReportsAppearOnceStandardErrorIsWide)
+TEST_F(ZMessage, ReportsAppearOnAWideStandardError)
 {
     ZUnsupportedException_6_0 e;
     e.addLocation("src/x", 1);
@@ -449,7 +449,7 @@ TEST_F(ZMessage, ReportsAppearOnceStandardErrorIsWide)
               }));
 }
 
-TEST_F(ZMessage, ReportsKeepTheirPlaceAmongBufferedText)
+TEST_F(ZMessage, ReportsFollowBufferedText)
 {
     ZUnsupportedException_6_0 e;
     e.addLocation("src/x", 1);
@@ -468,7 +468,7 @@ TEST_F(ZMessage, ReportsKeepTheirPlaceAmongBufferedText)
     }
 }
 
-// A program may put a stream of its own in the place of standard error, one without a descriptor.
+// A program may assign its own stream without a descriptor to `stderr`.
 TEST_F(ZMessage, ReportsReachAStandardErrorInMemory)
 {
     ZUnexpectedEndOfFile_6_0 e("a\200b");
@@ -496,8 +496,8 @@ TEST_F(ZMessage, ReportsReachAStandardErrorInMemory)
     free(wide);
 }
 
-// A socket that keeps the bounds of what is written to it shows each write as a message.
-TEST_F(ZMessage, AReportIsOneWriteHoweverLong)
+// A socket that preserves message boundaries shows each write as one message.
+TEST_F(ZMessage, LongReportIsOneWrite)
 {
     for (size_t length : {0u, 1u, 2000u, 2048u, 4096u, 20000u}) {
         SCOPED_TRACE(length);
@@ -525,7 +525,7 @@ TEST_F(ZMessage, AReportIsOneWriteHoweverLong)
     }
 }
 
-// A write may be accepted in parts, or interrupted.
+// A write may be partial or interrupted.
 TEST_F(ZMessage, AReportIsWrittenInPartsIfThePipeIsFull)
 {
     std::string const name(300000, 'n');
@@ -558,7 +558,7 @@ TEST_F(ZMessage, ServiceClonesItself)
     EXPECT_NE(nullptr, dynamic_cast<ZDefaultMessageService_6_0*>(copy.get()));
 }
 
-TEST_F(ZMessage, ReportsOfSeveralThreadsDoNotMix)
+TEST_F(ZMessage, ReportsOfSeveralThreadsDoNotInterleave)
 {
     constexpr int kThreads = 8;
     constexpr int kReports = 50;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Orders by a number, so that the operators can be told from the address order.
+// Orders by a number, to distinguish compare() from the address order.
 class Number : public ZObject_6_0 {
 public:
     explicit Number(int value) : value_(value) {}
@@ -41,7 +41,7 @@ TEST(ZObject, OrdersByAddress)
 
 TEST(ZObject, OrdersByTheWholeAddress)
 {
-    // Two objects whose addresses agree in the low 32 bits are two objects all the same.
+    // The addresses of the two objects agree in the low 32 bits.
     union Storage {
         Storage() {}
         ~Storage() {}
@@ -88,7 +88,7 @@ TEST(ZObject, LivesInStorageOfTheCaller)
     object->~ZObject_6_0();
 }
 
-TEST(ZObject, LeavesTheStorageOfTheCallerAloneWhenItIsNotMade)
+TEST(ZObject, LeavesTheCallersStorageAloneIfTheConstructorThrows)
 {
     struct Unmakable : ZObject_6_0 {
         Unmakable() { throw 5; }
@@ -97,7 +97,7 @@ TEST(ZObject, LeavesTheStorageOfTheCallerAloneWhenItIsNotMade)
     EXPECT_THROW(new (place) Unmakable, int);
 }
 
-TEST(ZObject, ReleasesWhatItAllocates)
+TEST(ZObject, ReleasesItsMemory)
 {
     std::unique_ptr<ZObject_6_0> const one(new ZObject_6_0);
     std::unique_ptr<ZObject_6_0[]> const several(new ZObject_6_0[3]);
@@ -108,9 +108,9 @@ TEST(ZObject, ReleasesWhatItAllocates)
     ZObject_6_0::operator delete[](nullptr);
 }
 
-TEST(ZObject, ExhaustedHeapIsAnException)
+TEST(ZObject, ExhaustedHeapThrows)
 {
-    // No heap has room for half the address space.
+    // No heap can allocate half the address space.
     size_t const volatile hopeless = SIZE_MAX / 2;
     struct Call {
         char const* name;

@@ -16,7 +16,7 @@ namespace {
 
 class Observable final : public ZAbstractObservable_6_0 {};
 
-// Notes its name in a common log and then does what it is told.
+// Appends its name to a shared log and then runs `action`.
 class Observer final : public ZObserverInterface_6_0 {
 public:
     Observer(std::string name, std::string& log) : name_(name), log_(log) {}
@@ -79,7 +79,7 @@ TEST_F(ZObserver, AreRegisteredOnce)
     EXPECT_EQ("ab", log_);
 }
 
-TEST_F(ZObserver, NobodyIsCalledWithoutRegistration)
+TEST_F(ZObserver, AreNotCalledWithoutRegistration)
 {
     EXPECT_EQ(0u, observable_.countObservers());
     observable_.notifyObservers(parm_);
@@ -136,11 +136,11 @@ TEST_F(ZObserver, KeepsTheCountOfTheStartOfThePass)
     observable_.addObserver(&a_);
     observable_.addObserver(&b_);
     observable_.notifyObservers(parm_);
-    EXPECT_EQ("ab", log_) << "who joins during a pass is not called in it";
+    EXPECT_EQ("ab", log_) << "an observer added during a pass is not called in it";
     observable_.notifyObservers(parm_);
     EXPECT_EQ("ababc", log_);
 
-    // Who leaves during a pass moves the later ones forward; the one behind it loses its turn.
+    // Removing an observer during a pass moves the later observers forward; the next is skipped.
     log_ = "";
     a_.action = [&] { observable_.deleteObserver(&a_); };
     observable_.notifyObservers(parm_);
@@ -148,7 +148,7 @@ TEST_F(ZObserver, KeepsTheCountOfTheStartOfThePass)
     EXPECT_EQ(2u, observable_.countObservers());
 }
 
-TEST_F(ZObserver, MayAllLeaveDuringAPass)
+TEST_F(ZObserver, MayAllBeRemovedDuringAPass)
 {
     for (Observer* observer : {&a_, &b_, &c_})
         observable_.addObserver(observer);
@@ -183,7 +183,7 @@ TEST_F(ZObserver, AnExceptionEndsThePassAndReleasesTheLock)
     EXPECT_EQ(3u, count);
 }
 
-TEST_F(ZObserver, ComeAndGoInManyThreads)
+TEST_F(ZObserver, AreAddedAndRemovedInManyThreads)
 {
     class Counting final : public ZObserverInterface_6_0 {
     public:
@@ -235,7 +235,7 @@ TEST_F(ZObserver, AreNotRegisteredWithoutMemory)
                                [&] { EXPECT_EQ(registered, observable_.countObservers()); });
         EXPECT_EQ(++registered, observable_.countObservers());
     }
-    EXPECT_GE(failures, 5u) << "every wrapper is an allocation";
+    EXPECT_GE(failures, 5u) << "every wrapper needs an allocation";
     observable_.notifyObservers(parm_);
     EXPECT_EQ("01234", log_);
 }
@@ -260,9 +260,9 @@ TEST_F(ZObserver, AreWrappedByTheirAddress)
     EXPECT_TRUE(first.equals(*copy));
 }
 
-TEST_F(ZObserver, FourGigabytesApartAreTwo)
+TEST_F(ZObserver, FourGigabytesApartAreDistinct)
 {
-    // Never called or looked into: only the addresses count.
+    // Only the addresses are used; the observers are neither called nor read.
     auto* const here = reinterpret_cast<ZObserverInterface_6_0*>(uintptr_t{0x1000});
     auto* const there = reinterpret_cast<ZObserverInterface_6_0*>(uintptr_t{0x100001000});
     observable_.addObserver(here);
@@ -272,7 +272,7 @@ TEST_F(ZObserver, FourGigabytesApartAreTwo)
     EXPECT_EQ(Voyeur_6_0(here).hash(), Voyeur_6_0(there).hash());
 }
 
-TEST_F(ZObserver, WhatIsOfAnotherClassSortsByAddress)
+TEST_F(ZObserver, ObjectsOfAnotherClassSortByAddress)
 {
     ZSequenceUpdate_6_0 const update(5, 3);
     Voyeur_6_0 const voyeur(&a_);
@@ -340,7 +340,7 @@ TEST(ZSequenceUpdate, ComparesByDifferenceAroundTheEnd)
     }
 }
 
-TEST(ZSequenceUpdate, OperatorAsksTheVirtualComparison)
+TEST(ZSequenceUpdate, OperatorCallsTheVirtualCompare)
 {
     class NeverSame : public ZSequenceUpdate_6_0 {
     public:

@@ -15,11 +15,11 @@
 
 namespace {
 
-int dlcloseError = 0;  // what dlclose() fails with; 0 lets it work
+int dlcloseError = 0;  // the errno with which dlclose() fails; 0: it does not fail
 
 }  // namespace
 
-// Goes before the C library's, also for the calls of the library under test.
+// Overrides the C library's function, also for the calls of the library under test.
 extern "C" int dlclose(void* handle) noexcept
 {
     if (dlcloseError != 0) {
@@ -33,10 +33,10 @@ extern "C" int dlclose(void* handle) noexcept
 namespace {
 
 std::string const kFolder = Z_SAMPLE_FOLDER;
-std::string const kPlain = kFolder + "/libsample.so";     // exists under this name alone
-std::string const kBare = kFolder + "/libsample";         // so this one lacks its suffix
+std::string const kPlain = kFolder + "/libsample.so";     // exists
+std::string const kBare = kFolder + "/libsample";         // does not exist, needs the suffix
 std::string const kNoSuffix = kFolder + "/samplemodule";  // exists without a suffix
-std::string const kUnresolved = kFolder + "/libsampleunresolved.so";  // calls what is nowhere
+std::string const kUnresolved = kFolder + "/libsampleunresolved.so";  // has an undefined symbol
 std::string const kMissing = kFolder + "/libmissing.so";
 
 class FailingToInitialize : public ZSharedLibrary_6_0 {
@@ -45,7 +45,7 @@ public:
     int initialize() override { return 1; }
 };
 
-// Lets the test see the suffixes, and set them.
+// Gives the test access to the suffixes.
 class Suffixed : public ZSharedLibrary_6_0 {
 public:
     Suffixed(char const* name, char const* first, char const* second) : ZSharedLibrary_6_0(name)
@@ -69,7 +69,7 @@ std::string raisedText(std::function<void()> const& call)
         std::string const report = testing::internal::GetCapturedStderr();
         return report.substr(report.find("NUM_MSGS = 55\n") + 14);
     }
-    return "nothing raised";
+    return "no exception";
 }
 
 }  // namespace
@@ -99,7 +99,7 @@ TEST(ZSharedLibrary, TriesTheOtherSpelling)
     }
 }
 
-TEST(ZSharedLibrary, AFailedLoadTellsOfTheFirstAttempt)
+TEST(ZSharedLibrary, FailedLoadReportsTheFirstAttempt)
 {
     ZSharedLibrary_6_0 library(kMissing.c_str());
     dlopen(kMissing.c_str(), RTLD_NOW | RTLD_GLOBAL);
@@ -122,7 +122,7 @@ TEST(ZSharedLibrary, AFailedInitializeFailsTheLoad)
     library.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, AMissingSymbolRaises)
+TEST(ZSharedLibrary, MissingSymbolThrows)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
     EXPECT_TRUE(raises<ZSharedLibraryResolveException_6_0>(
@@ -135,7 +135,7 @@ TEST(ZSharedLibrary, AMissingSymbolRaises)
     library.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, ANullSymbolIsNoSymbol)
+TEST(ZSharedLibrary, NullSymbolThrows)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
     library.loadLibrary();
@@ -145,7 +145,7 @@ TEST(ZSharedLibrary, ANullSymbolIsNoSymbol)
     library.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, LazyResolutionLoadsWhatCannotBeResolvedNow)
+TEST(ZSharedLibrary, LazyResolutionLoadsUndefinedSymbols)
 {
     ZSharedLibrary_6_0 library(kUnresolved.c_str());
     library.setLazyResolution(0);
@@ -153,7 +153,7 @@ TEST(ZSharedLibrary, LazyResolutionLoadsWhatCannotBeResolvedNow)
                                                         [&] { library.loadLibrary(); }));
     EXPECT_NE(nullptr, strstr(library.getLastErrorMessage(), "sampleNowhere"));
     EXPECT_EQ(nullptr, library.getHandle());
-    library.setFlags(0);  // now, too
+    library.setFlags(0);  // resolves at load time too
     EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 187,
                                                         [&] { library.loadLibrary(); }));
     library.setLazyResolution(1);
@@ -177,7 +177,7 @@ TEST(ZSharedLibrary, AFailedUnloadKeepsTheHandle)
     EXPECT_EQ(nullptr, library.getHandle());
 }
 
-TEST(ZSharedLibrary, SuffixesAreTriedInTheirOrderUpToAnEmptyOne)
+TEST(ZSharedLibrary, SuffixesAreTriedInOrderUntilAnEmptyOne)
 {
     Suffixed second(kBare.c_str(), ".none", ".so");
     second.loadLibrary();
@@ -188,14 +188,14 @@ TEST(ZSharedLibrary, SuffixesAreTriedInTheirOrderUpToAnEmptyOne)
                                                             [&] { library.loadLibrary(); }));
     }
     Suffixed other((kNoSuffix + ".so.1.so.1").c_str(), ".so.1", ".so.1.so.1");
-    other.loadLibrary();  // cut at the end only
+    other.loadLibrary();  // the suffix is removed only at the end of the name
     other.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, EveryFailingAllocationLeavesTheObjectUsable)
+TEST(ZSharedLibrary, FailedAllocationLeavesTheObjectUsable)
 {
     std::string const longName = std::string(200, '.') + "/libmissing";
-    // The loader keeps some things from its first failure on.
+    // The loader's first failure allocates memory that it never frees.
     ZSharedLibrary_6_0 missing(longName.c_str());
     auto const load = [&] {
         try {
@@ -212,7 +212,7 @@ TEST(ZSharedLibrary, EveryFailingAllocationLeavesTheObjectUsable)
                       },
                       false));
 
-    // One that has not failed before has no room for the message.
+    // A new object has not allocated memory for the error message yet.
     failEachAllocationOfSome(
         [&] {
             try {
@@ -254,11 +254,11 @@ TEST(ZSharedLibrary, EveryFailingAllocationLeavesTheObjectUsable)
         false);
     library.unloadLibrary();
 
-    // The object, its name and the message.
+    // Allocations: the object, its name and the message.
     EXPECT_EQ(3u, failEachAllocation([&] { delete missing.clone(); }, [] {}));
 }
 
-TEST(ZSharedLibrary, UnloadingTwiceRaises)
+TEST(ZSharedLibrary, UnloadingTwiceThrows)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
     EXPECT_TRUE(raises<ZSharedLibraryLoadException_6_0>(51, "src/Z/ZSharedLibrary", 214,
@@ -288,7 +288,7 @@ TEST(ZSharedLibrary, ScopeAndResolutionAreFlags)
     EXPECT_EQ(RTLD_LAZY, library.getFlags());
 }
 
-TEST(ZSharedLibrary, ScopeDecidesWhoSeesTheSymbols)
+TEST(ZSharedLibrary, ScopeDeterminesTheVisibilityOfSymbols)
 {
     ZSharedLibrary_6_0 library(kPlain.c_str());
     library.setLazyResolution(0);
@@ -312,7 +312,7 @@ TEST(ZSharedLibrary, NamesDecideOrderAndHash)
     EXPECT_GT(b.compare(a), 0);
     EXPECT_EQ(a.hash(), alsoA.hash());
     EXPECT_EQ(ZLCString_6_0("a").hash(), a.hash());
-    // What is no library has its place by its address.
+    // Compared with an object of another class, a library sorts by address.
     ZLCString_6_0 const name("a");
     EXPECT_EQ(a.ZObject_6_0::compare(name), a.compare(name));
     EXPECT_NE(0, a.compare(name));
@@ -331,7 +331,7 @@ TEST(ZSharedLibrary, CopiesAreNotLoaded)
     library.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, KeepsTwoSlotsOfOneSuffix)
+TEST(ZSharedLibrary, KeepsTwoEqualSuffixes)
 {
     Suffixed const library("name");
     EXPECT_STREQ(".so", library.first());
@@ -348,7 +348,7 @@ TEST(ZSharedLibrary, KeepsLoadingGloballyWithoutFlags)
     library.unloadLibrary();
 }
 
-TEST(ZSharedLibrary, KeepsSayingGlobalScope)
+TEST(ZSharedLibrary, KeepsReturningGlobalScope)
 {
     ZSharedLibrary_6_0 library;
     EXPECT_EQ(0, library.getLocalScope());
@@ -382,7 +382,7 @@ TEST(zdlopen, SuccessClearsTheCode)
     EXPECT_EQ(0, err);
 }
 
-TEST(zdlopen, AStaleErrnoIsNoReason)
+TEST(zdlopen, StaleErrnoIsNotReported)
 {
     int err = -1;
     errno = EBUSY;
@@ -390,7 +390,7 @@ TEST(zdlopen, AStaleErrnoIsNoReason)
     EXPECT_NE(EBUSY, err);
 }
 
-TEST(zdlopen, TheErrorTextIsTheCallers)
+TEST(zdlopen, CallerOwnsTheErrorText)
 {
     dlerror();
     EXPECT_EQ(nullptr, zdlerror_6_0());
@@ -401,7 +401,7 @@ TEST(zdlopen, TheErrorTextIsTheCallers)
     free(text);
 }
 
-TEST(ZSharedLibrary, KeepsErrnoOfASymbolThatWasNotLookedFor)
+TEST(ZSharedLibrary, KeepsErrnoForANullSymbol)
 {
     int err = -1;
     errno = EBUSY;

@@ -22,7 +22,7 @@ TEST(ZSortCompare, DefaultComparesByTheElements)
     EXPECT_EQ(1, comparator.sortCompare(&two, &one));
 }
 
-TEST(ZSortCompare, DefaultIsOneForAllThreads)
+TEST(ZSortCompare, ThreadsShareOneDefault)
 {
     constexpr int kThreads = 8;
     std::atomic<int> ready{0};

@@ -1,6 +1,6 @@
-// Every place of the library that must not let a failure go further: destructors while an exception
-// unwinds the stack, the ends of threads, roll-backs. What they release or call may be an object of
-// a caller's class, which throws whatever it likes.
+// Tests every operation of the library that must not propagate a failure: destructors while an
+// exception unwinds the stack, ends of threads, rollbacks. They may release or call objects of a
+// caller's class, which may throw anything.
 #include <Z/ZArray.h>
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
@@ -103,7 +103,8 @@ private:
     Kind const kind_;
 };
 
-// Fails to be destroyed if it is a clone of so many generations; an owning container holds clones.
+// Its destructor fails if the object is a clone of the given generation: an owning container
+// stores clones.
 class FailingElement : public ZObject_6_0 {
 public:
     FailingElement(Kind kind, int generations) : kind_(kind), generations_(generations) {}
@@ -133,7 +134,7 @@ private:
 
 struct Guard {
     char const* name;
-    // Makes the object, runs `body`, and destroys the object, which fails.
+    // Constructs the object, runs `body`, and destroys the object, which fails.
     void (*use)(Kind kind, std::function<void()> const& body);
 };
 
@@ -198,7 +199,7 @@ void keyEntry(Kind kind, std::function<void()> const& body)
     body();
 }
 
-// The store sends its notices when its lock is released.
+// A store notifies its observers after it has released its lock.
 void noticeOfAStore(Kind kind, std::function<void()> const& body)
 {
     class Store : public ZStanzaFileProperties_6_0 {
@@ -216,7 +217,7 @@ void noticeOfAStore(Kind kind, std::function<void()> const& body)
     store.change(body);
 }
 
-// An iterator locks its store; the notices of changes meanwhile are sent when it is destroyed.
+// An iterator locks its store; its destructor notifies the observers of changes since then.
 void iteratorOfAStore(Kind kind, std::function<void()> const& body)
 {
     ZStanzaFileProperties_6_0 store(0);
@@ -249,7 +250,7 @@ struct Cleanup {
     void (*run)(Kind kind);
 };
 
-// A thread whose steps fail, one of them at a time.
+// A thread that fails in one of its steps.
 class FailingThread : public ZThread_6_0 {
 public:
     enum Step { inRun, inExit, inStart, inDestructor };
@@ -334,7 +335,7 @@ void poolWaitForExit(Kind kind)
     ZThreadPool_6_0 pool(1, 1);
     pool.start(sleeper);
     sleeper.wakeUp();
-    // Parked once the unit of work is done.
+    // Parked after its unit of work.
     for (ZThread_6_0* parked = nullptr; parked == nullptr;) {
         int keep = 0;
         pool.getAvailableIdleThread(parked);
@@ -344,7 +345,7 @@ void poolWaitForExit(Kind kind)
     pool.waitForExit();
 }
 
-// The sleeper takes a caller's lock once more when its loop has ended.
+// The sleeper locks a caller's lock once more after its loop has ended.
 void sleeperLoopEnd(Kind kind)
 {
     class LateLock : public ZLock_6_0 {
@@ -412,7 +413,7 @@ void factory(Kind kind)
     ZProperties_6_0::getPropertiesFor(path.c_str(), stores, 0);
 }
 
-// A step of the protocol fails, and so does its roll-back.
+// A step of the protocol fails, and so does its rollback.
 void processLock(Kind kind)
 {
     class FailingFileLock : public ZUnixProcessReadWriteFileLock_6_0 {
@@ -441,12 +442,12 @@ constexpr Cleanup kCleanups[] = {
     {"ZThreadPool: waitForExit()", poolWaitForExit},
     {"ZSleeperThread: the end of the loop", sleeperLoopEnd},
     {"ZAbstractPropertiesFactory", factory},
-    {"ZProcessReadWriteFileLock: roll-back", processLock},
+    {"ZProcessReadWriteFileLock: rollback", processLock},
 };
 
 }  // namespace
 
-TEST(reporting, GuardsThrowWhatTheirReleaseThrows)
+TEST(reporting, GuardsRethrowTheExceptionOfTheirRelease)
 {
     for (Guard const& guard : kGuards)
         for (auto const& row : kKinds) {
@@ -471,7 +472,7 @@ TEST(reporting, GuardsReportWhileAnExceptionUnwindsTheStack)
         }
 }
 
-TEST(reporting, CleanupsReportWhateverFails)
+TEST(reporting, CleanupsReportEveryFailure)
 {
     for (Cleanup const& cleanup : kCleanups)
         for (auto const& row : kKinds) {
@@ -485,8 +486,8 @@ TEST(reporting, CleanupsReportWhateverFails)
         }
 }
 
-// A service that throws as well has no other reader.
-TEST(reporting, AServiceThatThrowsStopsNothing)
+// An exception of the service itself is dropped.
+TEST(reporting, ExceptionsOfTheServiceAreDropped)
 {
     for (Guard const& guard : kGuards)
         for (auto const& row : kKinds) {
