@@ -2972,6 +2972,66 @@ TEST_F(ZJournaledFileCase, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace
     EXPECT_EQ("", directory_.read("conf.obf"));
 }
 
+TEST_F(ZJournaledFileCase, FileOfAnotherUserInAStickyDirectoryIsInTheWay)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 01777);
+    struct Case {
+        char const* name;  // of another user's file
+        char const* call;
+        Pair const* before;
+        Pair const* after;
+        bool replaces;
+    };
+    // Without its journal the store could tear the text.
+    Case const cases[] = {{".conf.zjn.new", "open()", &kPlain, &kLong, false},
+                          {".conf.zjn.new", "open()", &kPlain, &kLong, true},
+                          {".conf.new", "open()", &kPlain, &kLong, true},
+                          {".conf.obf.new", "fopen(w)", &kPlain, &kLong, false}};
+    for (Case const& c : cases) {
+        for (mode_t const kind : {S_IFREG, S_IFDIR}) {
+            SCOPED_TRACE(std::string(c.name) + (kind == S_IFDIR ? ", directory" : ""));
+            std::string const obstacle = directory_.at(c.name);
+            put(*c.before);
+            ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
+            ASSERT_EQ(0, kind == S_IFDIR ? mkdir(obstacle.c_str(), 0777)
+                                         : mknod(obstacle.c_str(), S_IFREG | 0666, 0));
+            asNobody([&] {
+                expectFailure(obstacle, c.call, EEXIST, CallPlan(), [&] {
+                    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                    ZJournaledFile::Companion companion;
+                    companion.change = ZJournaledFile::Companion::written;
+                    companion.path = companion_;
+                    companion.contents = c.after->companion;
+                    c.replaces ? file.replace(c.after->text, companion)
+                               : file.commit(c.after->text, companion);
+                });
+                return !HasFailure() && load() == *c.before;
+            });
+            EXPECT_EQ(std::string(c.name) + " conf", directory_.names());
+            std::filesystem::remove(obstacle);
+            asNobody([&] {
+                store(*c.after);
+                return load() == *c.after;
+            });
+            EXPECT_EQ("conf conf.obf", directory_.names());
+            std::filesystem::remove(path_);
+            std::filesystem::remove(companion_);
+        }
+    }
+    // A companion that exists needs no new file.
+    put(kShort);
+    for (std::string const& path : {path_, companion_})
+        ASSERT_EQ(0, chown(path.c_str(), 65534, 65534));
+    directory_.write(".conf.obf.new", "another user's");
+    asNobody([&] {
+        store(kLong);
+        return load() == kLong;
+    });
+    EXPECT_EQ("another user's", directory_.read(".conf.obf.new"));
+}
+
 TEST_F(ZJournaledFileCase, JournalThatOthersMayWriteByTheirAccessListDoesNotCount)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);

@@ -55,7 +55,15 @@ int invalidateAt(Directory const& directory, std::string const& name, struct sta
     return overwriteChecksum(file.descriptor(), disk);
 }
 
-// Removes what a crashed writer left under a temporary name.
+// Returns whether the directory keeps us from removing the file because it is another user's. New
+// files are allowed there.
+bool isProtected(Directory const& directory, struct stat const& file, int error)
+{
+    return (error == EPERM || error == EACCES) && (directory.status().st_mode & S_ISVTX) != 0 &&
+           file.st_uid != geteuid();
+}
+
+// Removes what a crashed writer left under a temporary name. Returns EEXIST if it is in the way.
 int clearLeftover(Directory const& directory, std::string const& name)
 {
     struct stat status;
@@ -66,10 +74,10 @@ int clearLeftover(Directory const& directory, std::string const& name)
     } catch (std::bad_alloc const&) {
         return ENOMEM;
     }
-    int const error = directory.remove(name);
-    if (error == 0 || !S_ISDIR(status.st_mode))
-        return error;
-    return putAside(directory, name, status);
+    int error = directory.remove(name);
+    if (error != 0 && S_ISDIR(status.st_mode))
+        error = putAside(directory, name, status);
+    return isProtected(directory, status, error) ? EEXIST : error;
 }
 
 }  // namespace

@@ -40,7 +40,8 @@ struct FoundJournal {
 FoundJournal findJournal(MainFile const& main);
 
 /// Creates a new file, readable by nobody else, and returns its descriptor; -1 with errno if it
-/// fails. An existing file was left by a crashed writer and is removed.
+/// fails. An existing file was left by a crashed writer and is removed. EEXIST if it cannot be
+/// removed because it is another user's in a sticky directory.
 int createExclusive(Directory const& directory, std::string const& name);
 
 /// Gives the file at `name` another name, ".orphan" or ".orphan.2" and so on appended, and replaces

@@ -34,8 +34,10 @@ Writer::Writer(MainFile& file, std::string_view text, CompanionChange const& com
       temporaryJournalPath_(file.pathOf(journal_.temporaryName())),
       newCompanionName_(hiddenSibling(namePart(companion.path), ".new"))
 {
-    if (companionChange_ != CompanionChange::kept)
-        companion_ = std::make_unique<CompanionFile>(file, companion.path);
+    if (companionChange_ == CompanionChange::kept)
+        return;
+    companion_ = std::make_unique<CompanionFile>(file, companion.path);
+    newCompanionPath_ = companion_->directory().pathOf(newCompanionName_);
 }
 
 Writer::~Writer() = default;
@@ -281,8 +283,8 @@ int Writer::prepareCompanion(std::string_view contents)
 {
     newCompanion_.reset(createExclusive(companion_->directory(), newCompanionName_));
     int const refused = newCompanion_.isOpen() ? 0 : errno;
-    if (refused != 0 && !(isRefusal(refused) && hadCompanion_))
-        return fail("fopen(w)", change_.path, refused);
+    if (refused != 0 && !((isRefusal(refused) || refused == EEXIST) && hadCompanion_))
+        return fail("fopen(w)", refused == EEXIST ? newCompanionPath_ : change_.path, refused);
     bool owned = false;
     if (refused == 0)
         if (int const error = access_.copyTo(newCompanion_.get(), owned))

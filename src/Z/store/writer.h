@@ -113,6 +113,7 @@ private:
     std::unique_ptr<CompanionFile> companion_;
     std::unique_ptr<Replacement> replacement_;  // if the text is not rewritten in place
     std::string const newCompanionName_;
+    std::string newCompanionPath_;
     AccessList access_;     // of the file
     AccessList oldAccess_;  // of the companion
     Bytes padded_;          // written instead of a shorter text if there is no journal
