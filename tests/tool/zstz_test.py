@@ -641,16 +641,70 @@ class ZstzTest(tool.ToolTest):
             self.assertNotIn(after.st_ino, inodes)
         self.assertEqual([self.path.name], os.listdir(self.path.parent))
 
-    def test_a_file_in_the_way_of_the_journal(self):
+    @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
+    def test_a_file_in_the_way_of_one_that_a_store_needs(self):
         options = self.as_nobody()
         folder = self.path.parent
         os.chown(folder, 0, 0)
         folder.chmod(0o1777)
-        journal = folder / f".{self.path.name}.zjn"
-        journal.write_bytes(b"planted")
-        self.expect(NO_ACCESS, f"{journal}: is in the way of a file that {self.file} needs while it "
-                    "is stored; remove or rename it as its owner",
-                    "set", self.file, "listener", "name", "x", **options)
+        change = ["set", self.file, "listener", "name"]
+        for name, edit in ((".zjn", [*change, "x"]),
+                           (".zjn.new", [*change, "x"]),
+                           (".zjn.new", [*change, "x", "--replace"]),
+                           (".new", [*change, "x", "--replace"]),
+                           (".obf.new", ["set", self.file, "s", "password", "--obfuscated"])):
+            with self.subTest(name=name, edit=edit):
+                planted = folder / f".{self.path.name}{name}"
+                planted.write_bytes(b"planted")
+                self.expect_unchanged(NO_ACCESS, f"zstz: {planted}: is in the way of a file that "
+                                      f"{self.file} needs while it is stored; remove or rename it as "
+                                      "its owner\n", *edit, given="x", **options)
+                planted.unlink()
+                self.expect(DONE, "", *edit, given="x", **options)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
+    def test_a_file_that_cannot_be_replaced(self):
+        options = self.as_nobody()
+        folder = self.path.parent
+        real = folder / "there" / "real.conf"
+        real.parent.mkdir()
+        self.path.rename(real)
+        self.path.symlink_to(real)
+        edit = ["set", self.file, "listener", "name", "x", "--replace"]
+        os.chown(real.parent, 0, 0)
+        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: its folder allows "
+                              "no new file; leave out --replace, or check the permissions of the "
+                              "folder\n", *edit, **options)
+        real.parent.chmod(0o777)
+        os.chown(real, -1, 0)
+        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: a new file cannot "
+                              "have its owner, group or attributes; leave out --replace, or run as "
+                              "its owner or as root\n", *edit, **options)
+        self.expect(DONE, "", *edit[:-1], **options)
+
+    def test_a_mounted_file_cannot_be_replaced(self):
+        other = self.path.parent / "other.conf"
+        other.write_text(GATEWAY)
+        script = 'mount --bind "$1" "$2" || exit 99; exec "$0" set "$2" listener name x --replace'
+        environment = dict(os.environ, LC_ALL="C.UTF-8")
+        try:
+            run = subprocess.run(["unshare", "-m", "sh", "-c", script, tool.TOOL, other, self.file],
+                                 capture_output=True, text=True, check=False, timeout=60,
+                                 env=environment)
+        except FileNotFoundError:
+            self.skipTest("no program unshare")
+        if run.returncode in (1, 99):
+            self.skipTest("no mount allowed: " + run.stderr)
+        self.assertEqual((NO_ACCESS, f"zstz: {self.file} cannot be replaced: another file is mounted "
+                          "there; leave out --replace\n"), (run.returncode, run.stderr))
+        self.assertEqual([GATEWAY] * 2, [path.read_text() for path in (self.path, other)])
+
+    def test_a_limit_of_the_file_size(self):
+        limited = self.limited(resource.RLIMIT_FSIZE, 64)
+        for options in [], ["--replace"]:
+            self.expect_unchanged(NO_ACCESS, ": File too large; check the limit of file sizes (ulimit "
+                                  "-f); a configuration file may have 1 GiB\n", "set", self.file,
+                                  "listener", "name", "x" * 100, *options, **limited)
 
     def test_a_file_that_another_process_holds(self):
         with open(self.path, "r+b") as held:

@@ -2,7 +2,9 @@
 
 #include <Z/ZException.h>
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <wchar.h>
@@ -110,8 +112,7 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
                                   "; the companion file of " + mainFile +
                                   " belongs there, check the permissions of the folder"};
     if (error == EEXIST)
-        return {exitNoAccess, path +
-                                  ": is not a companion file, but has the name of that of " +
+        return {exitNoAccess, path + ": is not a companion file, but has the name of that of " +
                                   mainFile + "; rename it, then try again"};
     if (error != EPERM)
         return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
@@ -126,18 +127,51 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
                 kWithoutEntry + mainFile};
 }
 
-// Whether this is the name of a journal or of another file that exists only during a store.
-bool isHiddenSibling(std::string const& file)
+std::string nameOf(std::string const& path)
 {
-    std::string const name = file.substr(file.rfind('/') + 1);
-    return name.ends_with(".zjn") || name.ends_with(".zjn.new");
+    return path.substr(path.rfind('/') + 1);
 }
 
-// Whether this is the new file that a store with --replace makes.
+// Whether this is the name of a journal, finished or not.
+bool isJournal(std::string const& file)
+{
+    return file.ends_with(".zjn") || file.ends_with(".zjn.new");
+}
+
+// Whether this is the name of a file that exists only during a store.
+bool isHiddenSibling(std::string const& file)
+{
+    return isJournal(file) || (nameOf(file).starts_with('.') && file.ends_with(".new"));
+}
+
+// Whether this is the new file that a store with --replace creates, next to the file that a
+// symbolic link leads to.
 bool isReplacement(std::string const& file, std::string const& mainFile)
 {
-    std::string const name = mainFile.substr(mainFile.rfind('/') + 1);
-    return file.substr(file.rfind('/') + 1) == "." + name + ".new";
+    char real[PATH_MAX];
+    std::string const path = realpath(mainFile.c_str(), real) != nullptr ? real : mainFile;
+    return nameOf(file) == "." + nameOf(path) + ".new";
+}
+
+// Why a new file cannot take the name of the file; empty if the failure has another cause.
+std::string whyNotReplaced(std::string const& file, std::string const& api, int error,
+                           std::string const& mainFile)
+{
+    bool const isRefused =
+        error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
+    if (api == "rename()" && file == mainFile)
+        return (error == EBUSY ? "another file is mounted there" : strerror(error)) +
+               std::string("; leave out --replace");
+    if (!isReplacement(file, mainFile))
+        return "";
+    if (api == "fchown()" || api == "fsetxattr()")
+        return "a new file cannot have its owner, group or attributes; leave out --replace, or run "
+               "as its owner or as root";
+    if (api == "open()" && isRefused)
+        return "its folder allows no new file; leave out --replace, or check the permissions of "
+               "the "
+               "folder";
+    return "";
 }
 
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
@@ -163,7 +197,7 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
 
     if (api == "mapFile()")
         return describeCompanion(file, error, mainFile);
-    if (api == "access()" && isHiddenSibling(file))
+    if (api == "access()" && isJournal(file))
         return {exitNoAccess, file +
                                   ": is the journal of a store that was interrupted, but its owner "
                                   "may not write " +
@@ -172,15 +206,14 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
                                   "owner's (chown) or remove it"};
     if (api == "access()")
         return describeRefusal(file, error, mainFile);
-    if ((api == "fchown()" || api == "fsetxattr()") && isReplacement(file, mainFile))
-        return {exitNoAccess,
-                mainFile +
-                    " cannot be replaced: a new file cannot have its owner, group or "
-                    "attributes; leave out --replace, or run as its owner or as root"};
+    std::string const why = whyNotReplaced(file, api, error, mainFile);
+    if (!why.empty())
+        return {exitNoAccess, mainFile + " cannot be replaced: " + why};
     if (api == "fchown()" && error == EPERM)
         return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
                                   file + "; store the value as that user"};
-    if (isHiddenSibling(file) && (error == EEXIST || error == EPERM || error == EISDIR))
+    if ((isHiddenSibling(file) && error == EEXIST) ||
+        (isJournal(file) && (error == EPERM || error == EISDIR)))
         return {exitNoAccess, file + ": is in the way of a file that " + mainFile +
                                   " needs while it is stored; remove or rename it as its owner"};
     if (error == EFBIG && api == "read()")
@@ -198,6 +231,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
             advice = row.advice;
         }
     }
+    if (error == EFBIG)
+        advice = "check the limit of file sizes (ulimit -f); a configuration file may have 1 GiB";
     return {exitNoAccess, what + file + ": " + strerror(error) + "; " + advice};
 }
 
