@@ -5,8 +5,10 @@
 #include <typeinfo>
 #include <utility>
 
-#include "ZArray_p.h"
 #include "ZException.h"
+#include "containers/object_deleter.h"
+#include "containers/slots.h"
+#include "memory/owned_block.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -25,7 +27,7 @@ enum RaiseSite {
 };
 
 // Whether no derived class can override the virtual operations that the array calls.
-bool isPlain(ZArray_6_0 const& array)
+bool isExactClass(ZArray_6_0 const& array)
 {
     return typeid(array) == typeid(ZArray_6_0);
 }
@@ -42,16 +44,16 @@ ZAbstractArray_6_0::~ZAbstractArray_6_0() = default;
 
 ZArray_6_0::ZArray_6_0(unsigned int size, int owns) : owns_(owns), count_(std::max(size, 1u))
 {
-    PlainBlock<ZObject_6_0*> slots;
-    slots.makeZero(count_, kSource, raiseInAllocate);
+    zmemory::OwnedBlock<ZObject_6_0*> slots;
+    slots.allocateZeroed(count_, kSource, raiseInAllocate);
     elements_ = slots.release();
 }
 
 ZArray_6_0::ZArray_6_0(ZArray_6_0 const& source)
     : ZAbstractArray_6_0(source), owns_(source.owns_), count_(source.count_)
 {
-    PlainBlock<ZObject_6_0*> slots;
-    slots.makeZero(count_, kSource, raiseInAllocate);
+    zmemory::OwnedBlock<ZObject_6_0*> slots;
+    slots.allocateZeroed(count_, kSource, raiseInAllocate);
     source.copyMembers(slots.data(), owns_);
     elements_ = slots.release();
 }
@@ -63,7 +65,7 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
     // KEPT: owns_ is not assigned, although the copy constructor copies it. An assigned flag would
     // delete or leak the objects of a program that assigns between owning and borrowing arrays.
     // Test: ZArray.KeepsItsOwnershipWhenAssigned
-    if (isPlain(*this)) {
+    if (isExactClass(*this)) {
         ZArray_6_0 old(source.count_, owns_);
         source.copyMembers(old.elements_, owns_);
         swapSlots(old);
@@ -114,19 +116,19 @@ void ZArray_6_0::remove(unsigned int index)
 
 void ZArray_6_0::removeAll()
 {
-    ObjectDeleter deleter;
-    if (!isPlain(*this)) {
+    zcontainers::ObjectDeleter deleter;
+    if (!isExactClass(*this)) {
         for (unsigned int i = 0; i < count_; ++i)
             deleter.run([&] { remove(i); });
-        deleter.finish();
+        deleter.rethrowFirst();
         return;
     }
     for (unsigned int i = 0; i < count_; ++i) {
         ZObject_6_0* const old = std::exchange(elements_[i], nullptr);
         if (owns_ != 0)
-            deleter.drop(old);
+            deleter.destroy(old);
     }
-    deleter.finish();
+    deleter.rethrowFirst();
 }
 
 ZObject_6_0* ZArray_6_0::get(unsigned int index) const
@@ -142,7 +144,7 @@ void ZArray_6_0::set(unsigned int index, ZObject_6_0 const* obj)
         setNoCopy(index, obj);
         return;
     }
-    std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+    std::unique_ptr<ZObject_6_0> copy(zcontainers::cloneOf(obj));
     checkIndex(index < count_, raiseInSet);  // clone() may have changed the array
     setNoCopy(index, copy.release());
 }
@@ -160,12 +162,12 @@ void ZArray_6_0::setNoCopy(unsigned int index, ZObject_6_0 const* obj)
 
 int ZArray_6_0::indexOf(ZObject_6_0 const* obj) const
 {
-    return firstEqual(elements_, count_, obj);
+    return zcontainers::firstEqual(elements_, count_, obj);
 }
 
 int ZArray_6_0::lastIndexOf(ZObject_6_0 const* obj) const
 {
-    return lastEqual(elements_, count_, obj);
+    return zcontainers::lastEqual(elements_, count_, obj);
 }
 
 void ZArray_6_0::swap(unsigned int one, unsigned int other)
@@ -178,8 +180,8 @@ void ZArray_6_0::swap(unsigned int one, unsigned int other)
 // of a derived class through its get().
 void ZArray_6_0::copyMembers(ZObject_6_0** slots, int owns) const
 {
-    SlotFiller filler(slots, owns);
-    if (isPlain(*this)) {
+    zcontainers::SlotFiller filler(slots, owns);
+    if (isExactClass(*this)) {
         filler.addAll(elements_, count_);
     } else {
         unsigned int const most = count_;

@@ -12,9 +12,11 @@
 #include <typeinfo>
 #include <utility>
 
-#include "ZArrayList_p.h"
-#include "ZArray_p.h"
 #include "ZException.h"
+#include "containers/list_rollback.h"
+#include "containers/object_deleter.h"
+#include "containers/slots.h"
+#include "memory/owned_block.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -30,7 +32,7 @@ enum RaiseSite {
 };
 
 // The capacity to grow to: larger by half, at least by one.
-unsigned int grown(unsigned int capacity)
+unsigned int nextCapacity(unsigned int capacity)
 {
     size_t const next = size_t{capacity} + std::max(capacity / 2, 1u);
     if (next > UINT_MAX)
@@ -39,27 +41,27 @@ unsigned int grown(unsigned int capacity)
 }
 
 // The capacity to which a list of `capacity` grows if it holds `count` elements.
-unsigned int grownFor(unsigned int capacity, size_t count)
+unsigned int capacityFor(unsigned int capacity, size_t count)
 {
     while (capacity < count)
-        capacity = grown(capacity);
+        capacity = nextCapacity(capacity);
     return capacity;
 }
 
 // The number of slots allocated for a capacity: at least as many as fit the heap's smallest block.
-unsigned int roomFor(unsigned int capacity)
+unsigned int slotsFor(unsigned int capacity)
 {
     return std::max(capacity, 3u);
 }
 
-// Moves the first `used` slots to a longer block of `room` slots. Copies a short block, because
+// Moves the first `used` slots to a longer block of `length` slots. Copies a short block, because
 // malloc() finds a free short block faster than realloc() does.
-ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
+ZObject_6_0** moveSlots(ZObject_6_0** slots, unsigned int used, unsigned int length)
 {
     constexpr unsigned int kShort = 128;
-    bool const copies = room <= kShort;
-    void* const block = copies ? malloc(room * sizeof(ZObject_6_0*))
-                               : reallocarray(slots, room, sizeof(ZObject_6_0*));
+    bool const copies = length <= kShort;
+    void* const block = copies ? malloc(length * sizeof(ZObject_6_0*))
+                               : reallocarray(slots, length, sizeof(ZObject_6_0*));
     if (block == nullptr)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInGrow);
     if (copies) {
@@ -71,13 +73,13 @@ ZObject_6_0** moved(ZObject_6_0** slots, unsigned int used, unsigned int room)
 
 // The pivot of a partition: the non-null element nearest to the middle. Null if all elements, the
 // last one excepted, are null.
-ZObject_6_0* pivotOf(ZList_6_0 const& list, int64_t low, int64_t high)
+ZObject_6_0* choosePivot(ZList_6_0 const& list, int64_t low, int64_t high)
 {
     int64_t const middle = low + (high - low) / 2;
     for (int64_t away = 0; middle - away >= low; ++away) {
         for (int64_t const at : {middle - away, middle + away}) {
-            if (ZObject_6_0* const member = list.get(static_cast<unsigned int>(at)))
-                return member;
+            if (ZObject_6_0* const element = list.get(static_cast<unsigned int>(at)))
+                return element;
         }
     }
     return nullptr;
@@ -91,7 +93,7 @@ struct Range {
 };
 
 // A range of at most this length is never merge-sorted.
-constexpr int64_t kFewMembers = 16;
+constexpr int64_t kShortRange = 16;
 
 // Merge-sorts a range that partitions do not divide. Nulls keep their index, elements that compare
 // equal keep their order. The comparator may change the list, so the merge works on indices and
@@ -109,7 +111,7 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
     };
 
     auto const length = static_cast<size_t>(range.high - range.low + 1);
-    PlainBlock<uint32_t> block;
+    zmemory::OwnedBlock<uint32_t> block;
     block.resize(3 * length, kSource, raiseInSort);
     uint32_t* const slots = block.data();  // indices of the elements that are not null
     uint32_t* from = slots + length;       // indices into slots, in sorted runs
@@ -130,19 +132,19 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
             size_t const end = std::min(middle + width, count);
             size_t next = begin;
             if (right < end && isAfter(get(slots[from[middle - 1]]), get(slots[from[middle]]))) {
-                ZObject_6_0 const* one = get(slots[from[left]]);
-                ZObject_6_0 const* other = get(slots[from[right]]);
+                ZObject_6_0 const* leftElement = get(slots[from[left]]);
+                ZObject_6_0 const* rightElement = get(slots[from[right]]);
                 for (;;) {
-                    if (isAfter(one, other)) {
+                    if (isAfter(leftElement, rightElement)) {
                         to[next++] = from[right++];
                         if (right == end)
                             break;
-                        other = get(slots[from[right]]);
+                        rightElement = get(slots[from[right]]);
                     } else {
                         to[next++] = from[left++];
                         if (left == middle)
                             break;
-                        one = get(slots[from[left]]);
+                        leftElement = get(slots[from[left]]);
                     }
                 }
             }
@@ -171,39 +173,39 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
                     int64_t low, int64_t high)
 {
     // Both scans skip nulls, so nulls never move.
-    auto const isBefore = [&](ZObject_6_0 const* member, ZObject_6_0 const* pivot) {
-        if (member == nullptr)
+    auto const sortsBefore = [&](ZObject_6_0 const* element, ZObject_6_0 const* pivot) {
+        if (element == nullptr)
             return true;
-        int const order = comparator.sortCompare(member, pivot);
+        int const order = comparator.sortCompare(element, pivot);
         return ascending ? order < 0 : order > 0;
     };
-    auto const isBehind = [&](ZObject_6_0 const* member, ZObject_6_0 const* pivot) {
-        if (member == nullptr)
+    auto const sortsAfter = [&](ZObject_6_0 const* element, ZObject_6_0 const* pivot) {
+        if (element == nullptr)
             return true;
-        int const order = comparator.sortCompare(member, pivot);
+        int const order = comparator.sortCompare(element, pivot);
         return ascending ? order > 0 : order < 0;
     };
     auto const get = [&](int64_t at) { return list.get(static_cast<unsigned int>(at)); };
 
     int const deepest = 2 * std::bit_width(static_cast<uint64_t>(std::max<int64_t>(high - low, 1)));
     Range range{low, high, 0};
-    Range waiting[CHAR_BIT * sizeof(int64_t)];
-    size_t waits = 0;
+    Range pending[CHAR_BIT * sizeof(int64_t)];
+    size_t pendingCount = 0;
     for (;;) {
         while (range.low < range.high) {
-            if (range.depth > deepest && range.high - range.low >= kFewMembers) {
+            if (range.depth > deepest && range.high - range.low >= kShortRange) {
                 mergeSortRange(list, comparator, ascending, range);
                 break;
             }
-            ZObject_6_0 const* const pivot = pivotOf(list, range.low, range.high);
+            ZObject_6_0 const* const pivot = choosePivot(list, range.low, range.high);
             if (pivot == nullptr)
                 break;
             int64_t i = range.low;
             int64_t j = range.high;
             do {
-                while (i < range.high && isBefore(get(i), pivot))
+                while (i < range.high && sortsBefore(get(i), pivot))
                     ++i;
-                while (j > range.low && isBehind(get(j), pivot))
+                while (j > range.low && sortsAfter(get(j), pivot))
                     --j;
                 if (i <= j) {
                     list.swap(static_cast<unsigned int>(i), static_cast<unsigned int>(j));
@@ -216,17 +218,17 @@ void quickSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
             if (smaller.high - smaller.low > larger.high - larger.low)
                 std::swap(smaller, larger);
             if (larger.low < larger.high)
-                waiting[waits++] = larger;
+                pending[pendingCount++] = larger;
             range = smaller;
         }
-        if (waits == 0)
+        if (pendingCount == 0)
             return;
-        range = waiting[--waits];
+        range = pending[--pendingCount];
     }
 }
 
 // Whether no derived class can override the virtual operations that the list calls.
-bool isPlain(ZArrayList_6_0 const& list)
+bool isExactClass(ZArrayList_6_0 const& list)
 {
     return &typeid(list) == &typeid(ZArrayList_6_0);  // a single typeid object, in this library
 }
@@ -268,22 +270,22 @@ ZArrayList_6_0::ZArrayList_6_0(unsigned int initialCapacity, int owns)
       count_(0),
       owns_(owns),
       room_(0),
-      slots_(roomFor(capacity_))
+      slots_(slotsFor(capacity_))
 {
-    PlainBlock<ZObject_6_0*> slots;
+    zmemory::OwnedBlock<ZObject_6_0*> slots;
     slots.resize(slots_, kSource, raiseInAllocate);
     elements_ = slots.release();
 }
 
 ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
     : ZAbstractList_6_0(source),
-      capacity_(grownFor(source.ZArrayList_6_0::capacity(), source.size())),
+      capacity_(capacityFor(source.ZArrayList_6_0::capacity(), source.size())),
       count_(0),
       owns_(source.owns_),
       room_(0),
-      slots_(roomFor(capacity_))
+      slots_(slotsFor(capacity_))
 {
-    PlainBlock<ZObject_6_0*> slots;
+    zmemory::OwnedBlock<ZObject_6_0*> slots;
     slots.resize(slots_, kSource, raiseInAllocate);
     count_ = source.copyMembers(slots.data(), capacity_, owns_);
     elements_ = slots.release();
@@ -291,7 +293,7 @@ ZArrayList_6_0::ZArrayList_6_0(ZArrayList_6_0 const& source)
 
 ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 {
-    if (isPlain(*this)) {
+    if (isExactClass(*this)) {
         assign(source);
     } else if (this != &source) {
         removeAll();
@@ -327,7 +329,7 @@ void ZArrayList_6_0::add(unsigned int index, ZObject_6_0 const* obj)
     }
     if (index > size())
         return;
-    std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+    std::unique_ptr<ZObject_6_0> copy(zcontainers::cloneOf(obj));
     if (index > size())  // clone() has removed elements
         return;
     addNoCopy(index, copy.get());
@@ -339,9 +341,9 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     unsigned int const more = other.size();
     if (more == 0)
         return;
-    grownFor(capacity_, size_t{count_} + more);  // may throw, so before the first clone()
-    if (!isPlain(*this)) {
-        addAllOrNothing(*this, [&] {
+    capacityFor(capacity_, size_t{count_} + more);  // may throw, so before the first clone()
+    if (!isExactClass(*this)) {
+        zcontainers::addAllOrNothing(*this, [&] {
             for (unsigned int i = 0; i < more && i < other.size(); ++i)
                 add(other.get(i));
         });
@@ -349,13 +351,13 @@ void ZArrayList_6_0::addList(ZList_6_0 const& other)
     }
     // Clone into a block outside the list: a failure then leaves the list unchanged, and a clone()
     // may change it.
-    PlainBlock<ZObject_6_0*> members;
-    members.resize(more, kSource, raiseInGrow);
-    SlotFiller filler(members.data(), owns_);
+    zmemory::OwnedBlock<ZObject_6_0*> elements;
+    elements.resize(more, kSource, raiseInGrow);
+    zcontainers::SlotFiller filler(elements.data(), owns_);
     for (unsigned int i = 0; i < more; ++i)
         filler.add(other.get(i));
     makeRoom(size_t{count_} + more);
-    memcpy(elements_ + count_, members.data(), more * sizeof(ZObject_6_0*));
+    memcpy(elements_ + count_, elements.data(), more * sizeof(ZObject_6_0*));
     count_ += filler.release();
 }
 
@@ -414,11 +416,11 @@ void ZArrayList_6_0::removeAll()
 {
     capacity_ = ZArrayList_6_0::capacity();
     if (owns_ != 0) {
-        ObjectDeleter deleter;
+        zcontainers::ObjectDeleter deleter;
         for (unsigned int i = 0; i < count_; ++i)
-            deleter.drop(std::exchange(elements_[i], nullptr));
+            deleter.destroy(std::exchange(elements_[i], nullptr));
         count_ = 0;
-        deleter.finish();
+        deleter.rethrowFirst();
     }
     count_ = 0;
 }
@@ -427,30 +429,30 @@ void ZArrayList_6_0::set(unsigned int index, ZObject_6_0 const* obj)
 {
     if (index >= count_)
         return;
-    std::unique_ptr<ZObject_6_0> copy(owns_ != 0 ? cloneOf(obj) : nullptr);
+    std::unique_ptr<ZObject_6_0> copy(owns_ != 0 ? zcontainers::cloneOf(obj) : nullptr);
     if (index >= count_)  // clone() has removed elements
         return;
-    ZObject_6_0* const member = owns_ != 0 ? copy.release() : const_cast<ZObject_6_0*>(obj);
-    ZObject_6_0* const old = std::exchange(elements_[index], member);
+    ZObject_6_0* const element = owns_ != 0 ? copy.release() : const_cast<ZObject_6_0*>(obj);
+    ZObject_6_0* const old = std::exchange(elements_[index], element);
     if (owns_ != 0)
         delete old;
 }
 
 int ZArrayList_6_0::indexOf(ZObject_6_0 const* obj) const
 {
-    return firstEqual(elements_, count_, obj);
+    return zcontainers::firstEqual(elements_, count_, obj);
 }
 
 int ZArrayList_6_0::lastIndexOf(ZObject_6_0 const* obj) const
 {
-    return lastEqual(elements_, count_, obj);
+    return zcontainers::lastEqual(elements_, count_, obj);
 }
 
 void ZArrayList_6_0::subList(ZList_6_0& target, unsigned int from, unsigned int to) const
 {
     if (from > to || to >= count_)
         return;
-    addAllOrNothing(target, [&] {
+    zcontainers::addAllOrNothing(target, [&] {
         for (unsigned int i = from; i <= to; ++i)
             target.add(get(i));
     });
@@ -464,7 +466,7 @@ void ZArrayList_6_0::swap(unsigned int one, unsigned int other)
 
 unsigned int ZArrayList_6_0::capacity() const
 {
-    return grownFor(capacity_, count_);
+    return capacityFor(capacity_, count_);
 }
 
 void ZArrayList_6_0::shuffle()
@@ -487,12 +489,12 @@ void ZArrayList_6_0::makeRoom(size_t count)
 {
     if (count <= slots_)
         return;
-    unsigned int const capacity = grownFor(capacity_, count);
+    unsigned int const capacity = capacityFor(capacity_, count);
     size_t const ahead = size_t{capacity} * 9 / 4;
-    unsigned int const room = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
-    elements_ = moved(elements_, count_, room);
+    unsigned int const slots = ahead <= UINT_MAX / 2 ? static_cast<unsigned int>(ahead) : capacity;
+    elements_ = moveSlots(elements_, count_, slots);
     capacity_ = capacity;
-    slots_ = room;
+    slots_ = slots;
 }
 
 // Copies all elements of `source` or none, without calling this list's virtual operations.
@@ -503,7 +505,7 @@ void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
     // KEPT: neither owns_ nor the capacity is assigned, although the copy constructor copies both.
     // An assigned flag would delete or leak the objects of a program that assigns between owning
     // and borrowing lists. Test: ZArrayList.KeepsItsOwnershipAndCapacityWhenAssigned
-    ZArrayList_6_0 old(grownFor(ZArrayList_6_0::capacity(), source.size()), owns_);
+    ZArrayList_6_0 old(capacityFor(ZArrayList_6_0::capacity(), source.size()), owns_);
     old.count_ = source.copyMembers(old.elements_, old.capacity_, owns_);
     std::swap(capacity_, old.capacity_);
     std::swap(slots_, old.slots_);
@@ -513,16 +515,16 @@ void ZArrayList_6_0::assign(ZArrayList_6_0 const& source)
     old.removeAll();
 }
 
-// Fills `slots` with at most `room` elements of this list, or with their clones if `owns` is not 0,
-// and returns their number. Reads a list of a derived class through its size() and get().
-unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int room, int owns) const
+// Fills `slots` with at most `limit` elements of this list, or with their clones if `owns` is not
+// 0, and returns their number. Reads a list of a derived class through its size() and get().
+unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int limit, int owns) const
 {
-    SlotFiller filler(slots, owns);
-    if (isPlain(*this)) {
+    zcontainers::SlotFiller filler(slots, owns);
+    if (isExactClass(*this)) {
         filler.addAll(elements_, count_);
     } else {
-        unsigned int const most = std::min(size(), room);
-        for (unsigned int i = 0; i < most && i < size(); ++i)
+        unsigned int const count = std::min(size(), limit);
+        for (unsigned int i = 0; i < count && i < size(); ++i)
             filler.add(get(i));
     }
     return filler.release();
@@ -532,10 +534,10 @@ unsigned int ZArrayList_6_0::copyMembers(ZObject_6_0** slots, unsigned int room,
 void ZArrayList_6_0::append(ZObject_6_0 const* obj)
 {
     if (owns_ != 0) {
-        std::unique_ptr<ZObject_6_0> copy(cloneOf(obj));
+        std::unique_ptr<ZObject_6_0> copy(zcontainers::cloneOf(obj));
         addNoCopy(size(), copy.get());
         copy.release();
-    } else if (room_ != 0 || isPlain(*this)) {
+    } else if (room_ != 0 || isExactClass(*this)) {
         makeRoom(size_t{count_} + 1);
         room_ = slots_;
         elements_[count_++] = const_cast<ZObject_6_0*>(obj);

@@ -127,7 +127,7 @@ void printInserts(ZZException_6_0 const* exception, Inserts... inserts)
 }
 
 // The insertTypes() of a class whose own print() passes `types`.
-char const* typesNow(ZZException_6_0 const* exception, char const* types)
+char const* currentInsertTypes(ZZException_6_0 const* exception, char const* types)
 {
     RunningReport const* const report = RunningReport::of(exception);
     if (report == nullptr)
@@ -246,7 +246,7 @@ void ZZException_6_0::print()
 
 char const* ZZException_6_0::insertTypes() const
 {
-    return typesNow(this, nullptr);
+    return currentInsertTypes(this, nullptr);
 }
 
 void ZZException_6_0::printinternal(ZZException_6_0 const* exc, ...)
@@ -290,7 +290,7 @@ void ZOutOfMemoryException_6_0::throwException(char const* file, int line)
 
 char const* ZOutOfMemoryException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZInvalidPlatformException_6_0::ZInvalidPlatformException_6_0()
@@ -312,7 +312,7 @@ void ZInvalidPlatformException_6_0::throwException(char const* file, int line)
 
 char const* ZInvalidPlatformException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZNotClonableException_6_0::ZNotClonableException_6_0()
@@ -334,7 +334,7 @@ void ZNotClonableException_6_0::throwException(char const* file, int line)
 
 char const* ZNotClonableException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZInvalidParameterException_6_0::ZInvalidParameterException_6_0()
@@ -356,7 +356,7 @@ void ZInvalidParameterException_6_0::throwException(char const* file, int line)
 
 char const* ZInvalidParameterException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZNoQVREnvironmentException_6_0::ZNoQVREnvironmentException_6_0()
@@ -378,7 +378,7 @@ void ZNoQVREnvironmentException_6_0::throwException(char const* file, int line)
 
 char const* ZNoQVREnvironmentException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZQVRMBLenException_6_0::ZQVRMBLenException_6_0()
@@ -400,7 +400,7 @@ void ZQVRMBLenException_6_0::throwException(char const* file, int line)
 
 char const* ZQVRMBLenException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZUnsupportedException_6_0::ZUnsupportedException_6_0()
@@ -422,7 +422,7 @@ void ZUnsupportedException_6_0::throwException(char const* file, int line)
 
 char const* ZUnsupportedException_6_0::insertTypes() const
 {
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 // ---- Failures with a string insert ------------------------------------------------------------
@@ -451,7 +451,7 @@ void ZAbstractNotImplementedException_6_0::throwException(char const* file, int 
 
 char const* ZAbstractNotImplementedException_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 ZUnexpectedEndOfFile_6_0::ZUnexpectedEndOfFile_6_0(char const* file)
@@ -478,7 +478,7 @@ void ZUnexpectedEndOfFile_6_0::throwException(char const* file, int line)
 
 char const* ZUnexpectedEndOfFile_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 ZJavaPropertyParseException_6_0::ZJavaPropertyParseException_6_0(char const* file)
@@ -505,7 +505,7 @@ void ZJavaPropertyParseException_6_0::throwException(char const* file, int line)
 
 char const* ZJavaPropertyParseException_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 ZCodesetException_6_0::ZCodesetException_6_0(char const* codeset)
@@ -534,7 +534,7 @@ void ZCodesetException_6_0::throwException(char const* file, int line)
 
 char const* ZCodesetException_6_0::insertTypes() const
 {
-    return typesNow(this, "ss");
+    return currentInsertTypes(this, "ss");
 }
 
 ZToUTF8Exception_6_0::ZToUTF8Exception_6_0()
@@ -561,7 +561,7 @@ void ZToUTF8Exception_6_0::throwException(char const* file, int line)
 
 char const* ZToUTF8Exception_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 ZFromUTF8Exception_6_0::ZFromUTF8Exception_6_0()
@@ -588,7 +588,7 @@ void ZFromUTF8Exception_6_0::throwException(char const* file, int line)
 
 char const* ZFromUTF8Exception_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 // ---- Failures with a message number given to the constructor -----------------------------------
@@ -617,7 +617,7 @@ void ZThreadException_6_0::throwException(char const* file, int line)
 
 char const* ZThreadException_6_0::insertTypes() const
 {
-    return typesNow(this, "d");
+    return currentInsertTypes(this, "d");
 }
 
 ZConditionException_6_0::ZConditionException_6_0(int messageNumber, int rc)
@@ -644,7 +644,7 @@ void ZConditionException_6_0::throwException(char const* file, int line)
 
 char const* ZConditionException_6_0::insertTypes() const
 {
-    return typesNow(this, "d");
+    return currentInsertTypes(this, "d");
 }
 
 ZConverterException_6_0::ZConverterException_6_0(int messageNumber, char const* from,
@@ -669,7 +669,7 @@ char const* ZConverterException_6_0::insertTypes() const
 {
     // KEPT: stores three strings and reports none of them. Log scanners that match the message with
     // empty inserts would notice. Test: ZException.KeepsConverterTextsOutOfTheReport
-    return typesNow(this, "");
+    return currentInsertTypes(this, "");
 }
 
 ZResourceException_6_0::ZResourceException_6_0(int messageNumber, int rc)
@@ -686,7 +686,7 @@ void ZResourceException_6_0::print()
 
 char const* ZResourceException_6_0::insertTypes() const
 {
-    return typesNow(this, "d");
+    return currentInsertTypes(this, "d");
 }
 
 ZCreateResourceException_6_0::ZCreateResourceException_6_0(int messageNumber, int rc)
@@ -798,7 +798,7 @@ void ZOpenResourceException_6_0::throwException(char const* file, int line)
 
 char const* ZOpenResourceException_6_0::insertTypes() const
 {
-    return typesNow(this, "ds");
+    return currentInsertTypes(this, "ds");
 }
 
 ZCloseResourceException_6_0::ZCloseResourceException_6_0(int messageNumber, int rc,
@@ -826,7 +826,7 @@ void ZCloseResourceException_6_0::throwException(char const* file, int line)
 
 char const* ZCloseResourceException_6_0::insertTypes() const
 {
-    return typesNow(this, "ds");
+    return currentInsertTypes(this, "ds");
 }
 
 ZInvalidResourceStateException_6_0::ZInvalidResourceStateException_6_0(char const* value)
@@ -853,7 +853,7 @@ void ZInvalidResourceStateException_6_0::throwException(char const* file, int li
 
 char const* ZInvalidResourceStateException_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 // ---- Shared libraries ------------------------------------------------------------------------
@@ -874,7 +874,7 @@ void ZSharedLibraryException_6_0::print()
 
 char const* ZSharedLibraryException_6_0::insertTypes() const
 {
-    return typesNow(this, "ds");
+    return currentInsertTypes(this, "ds");
 }
 
 ZSharedLibraryLoadException_6_0::ZSharedLibraryLoadException_6_0(char const* library,
@@ -902,7 +902,7 @@ void ZSharedLibraryLoadException_6_0::throwException(char const* file, int line)
 
 char const* ZSharedLibraryLoadException_6_0::insertTypes() const
 {
-    return typesNow(this, "sds");
+    return currentInsertTypes(this, "sds");
 }
 
 ZSharedLibraryResolveException_6_0::ZSharedLibraryResolveException_6_0(char const* library,
@@ -933,7 +933,7 @@ void ZSharedLibraryResolveException_6_0::throwException(char const* file, int li
 
 char const* ZSharedLibraryResolveException_6_0::insertTypes() const
 {
-    return typesNow(this, "ssds");
+    return currentInsertTypes(this, "ssds");
 }
 
 // ---- Configuration files ---------------------------------------------------------------------
@@ -953,7 +953,7 @@ void ZPropertiesException_6_0::print()
 
 char const* ZPropertiesException_6_0::insertTypes() const
 {
-    return typesNow(this, "s");
+    return currentInsertTypes(this, "s");
 }
 
 ZPropertiesMissingPropertyException_6_0::ZPropertiesMissingPropertyException_6_0(
@@ -983,7 +983,7 @@ void ZPropertiesMissingPropertyException_6_0::throwException(char const* file, i
 
 char const* ZPropertiesMissingPropertyException_6_0::insertTypes() const
 {
-    return typesNow(this, "sss");
+    return currentInsertTypes(this, "sss");
 }
 
 ZPropertiesInvalidValueException_6_0::ZPropertiesInvalidValueException_6_0(char const* file,
@@ -1017,7 +1017,7 @@ void ZPropertiesInvalidValueException_6_0::throwException(char const* file, int 
 
 char const* ZPropertiesInvalidValueException_6_0::insertTypes() const
 {
-    return typesNow(this, "ssss");
+    return currentInsertTypes(this, "ssss");
 }
 
 // KEPT: the two classes below are reported as "ZPropertiesInvalidValueException" and thrown as
@@ -1096,7 +1096,7 @@ void ZPropertiesIOException_6_0::throwException(char const* file, int line)
 
 char const* ZPropertiesIOException_6_0::insertTypes() const
 {
-    return typesNow(this, "ssd");
+    return currentInsertTypes(this, "ssd");
 }
 
 ZPropertiesInvalidDataException_6_0::ZPropertiesInvalidDataException_6_0(char const* file,
@@ -1127,5 +1127,5 @@ void ZPropertiesInvalidDataException_6_0::throwException(char const* file, int l
 
 char const* ZPropertiesInvalidDataException_6_0::insertTypes() const
 {
-    return typesNow(this, "sds");
+    return currentInsertTypes(this, "sds");
 }

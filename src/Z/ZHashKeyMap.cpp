@@ -3,10 +3,14 @@
 #include <memory>
 #include <utility>
 
-#include "ZArrayList_p.h"
-#include "ZArray_p.h"
-#include "ZHashMap_p.h"
+#include "containers/hash_table.h"
+#include "containers/list_rollback.h"
+#include "containers/object_deleter.h"
+#include "containers/slots.h"
+#include "memory/rep.h"
 #include "reporting/failures.h"
+
+using zcontainers::HashTable;
 
 namespace {
 
@@ -41,10 +45,10 @@ ZKeyEntry_6_0::ZKeyEntry_6_0(ZObject_6_0* key, ZObject_6_0* value, int owns)
 ZKeyEntry_6_0::~ZKeyEntry_6_0()
 {
     if (owns_ != 0) {
-        ObjectDeleter deleter;
-        deleter.drop(key_);
-        deleter.drop(value_);
-        zreporting::runInDestructor({kSource, reportInEntry}, [&] { deleter.finish(); });
+        zcontainers::ObjectDeleter deleter;
+        deleter.destroy(key_);
+        deleter.destroy(value_);
+        zreporting::runInDestructor({kSource, reportInEntry}, [&] { deleter.rethrowFirst(); });
     }
 }
 
@@ -64,8 +68,8 @@ ZObject_6_0* ZKeyEntry_6_0::clone() const
 {
     std::unique_ptr<ZKeyEntry_6_0> copy(new ZKeyEntry_6_0(nullptr, nullptr, owns_));
     copy->hashCode_ = hashCode_;
-    copy->key_ = owns_ != 0 ? cloneOf(key_) : key_;
-    copy->value_ = owns_ != 0 ? cloneOf(value_) : value_;
+    copy->key_ = owns_ != 0 ? zcontainers::cloneOf(key_) : key_;
+    copy->value_ = owns_ != 0 ? zcontainers::cloneOf(value_) : value_;
     return copy.release();
 }
 
@@ -76,12 +80,12 @@ bool ZKeyEntry_6_0::equals(ZObject_6_0 const& other) const
 }
 
 ZHashKeyMap_6_0::ZHashKeyMap_6_0(unsigned int capacity, int owns)
-    : rep_(makeRep<Rep>(kSource, raiseInConstruct, capacity, owns))
+    : rep_(zmemory::makeRep<Rep>(kSource, raiseInConstruct, capacity, owns))
 {
 }
 
 ZHashKeyMap_6_0::ZHashKeyMap_6_0(ZHashKeyMap_6_0 const& source)
-    : ZAbstractKeyMap_6_0(source), rep_(makeRep<Rep>(kSource, raiseInCopy, *source.rep_))
+    : ZAbstractKeyMap_6_0(source), rep_(zmemory::makeRep<Rep>(kSource, raiseInCopy, *source.rep_))
 {
 }
 
@@ -122,8 +126,8 @@ ZObject_6_0* ZHashKeyMap_6_0::getEntry(ZObject_6_0 const* key) const
 {
     if (key == nullptr)
         return nullptr;
-    auto const place = rep_->findKey(*key, key->hash());
-    return place != 0 ? rep_->at(place).value : nullptr;
+    auto const index = rep_->findKey(*key, key->hash());
+    return index != 0 ? rep_->at(index).value : nullptr;
 }
 
 void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
@@ -132,28 +136,28 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         return;
     if (!rep_->owns()) {
         uint32_t const hash = key->hash();
-        auto const place = rep_->findKey(*key, hash);
-        rep_->reserve(place, hash);
-        rep_->put(place, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
+        auto const index = rep_->findKey(*key, hash);
+        rep_->reserve(index, hash);
+        rep_->put(index, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
         return;
     }
     // KEPT: clones key and value twice, for the probe and for the map. A single clone would change
     // the number of clone() and destructor calls that a program sees.
     // Test: ZHashKeyMap.KeepsClonesOfClones
     std::unique_ptr<ZObject_6_0> probeKey(key->clone());
-    std::unique_ptr<ZObject_6_0> probeValue(cloneOf(value));
+    std::unique_ptr<ZObject_6_0> probeValue(zcontainers::cloneOf(value));
     if (probeKey == nullptr)
         return;
     ZKeyEntry_6_0 const probe(probeKey.release(), probeValue.release(), 1);
     std::unique_ptr<ZObject_6_0> storedKey(probe.key()->clone());
-    std::unique_ptr<ZObject_6_0> storedValue(cloneOf(probe.value()));
+    std::unique_ptr<ZObject_6_0> storedValue(zcontainers::cloneOf(probe.value()));
     if (storedKey == nullptr)
         return;
     // Look up only now: a clone() may have changed the map.
     uint32_t const hash = probe.hash();
-    auto const place = rep_->findKey(*probe.key(), hash);
-    rep_->reserve(place, hash);
-    rep_->put(place, hash, storedKey.release(), storedValue.release());
+    auto const index = rep_->findKey(*probe.key(), hash);
+    rep_->reserve(index, hash);
+    rep_->put(index, hash, storedKey.release(), storedValue.release());
 }
 
 void ZHashKeyMap_6_0::putAll(ZKeyMap_6_0 const& other)
@@ -168,8 +172,8 @@ void ZHashKeyMap_6_0::removeEntry(ZObject_6_0 const* key)
 {
     if (key == nullptr)
         return;
-    if (auto const place = rep_->findKey(*key, key->hash()))
-        rep_->remove(place);
+    if (auto const index = rep_->findKey(*key, key->hash()))
+        rep_->remove(index);
 }
 
 void ZHashKeyMap_6_0::removeAll()
@@ -179,13 +183,13 @@ void ZHashKeyMap_6_0::removeAll()
 
 void ZHashKeyMap_6_0::listKeys(ZList_6_0& target) const
 {
-    addAllOrNothing(
+    zcontainers::addAllOrNothing(
         target, [&] { rep_->forEach([&](HashTable::Node const& node) { target.add(node.key); }); });
 }
 
 void ZHashKeyMap_6_0::listObjects(ZList_6_0& target) const
 {
-    addAllOrNothing(target, [&] {
+    zcontainers::addAllOrNothing(target, [&] {
         rep_->forEach([&](HashTable::Node const& node) { target.add(node.value); });
     });
 }

@@ -4,9 +4,12 @@
 #include <typeinfo>
 #include <utility>
 
-#include "ZArrayList_p.h"
-#include "ZHashMap_p.h"
+#include "containers/hash_table.h"
+#include "containers/list_rollback.h"
+#include "memory/rep.h"
 #include "reporting/failures.h"
+
+using zcontainers::HashTable;
 
 namespace {
 
@@ -22,6 +25,10 @@ auto equalTo(ZObject_6_0 const* probe)
 
 }  // namespace
 
+struct ZHashMap_6_0::Rep : HashTable {
+    using HashTable::HashTable;
+};
+
 ZAbstractMap_6_0::~ZAbstractMap_6_0() = default;
 
 bool ZAbstractMap_6_0::isEmpty() const
@@ -30,12 +37,12 @@ bool ZAbstractMap_6_0::isEmpty() const
 }
 
 ZHashMap_6_0::ZHashMap_6_0(unsigned int capacity, int owns)
-    : rep_(makeRep<Rep>(kSource, raiseInConstruct, capacity, owns))
+    : rep_(zmemory::makeRep<Rep>(kSource, raiseInConstruct, capacity, owns))
 {
 }
 
 ZHashMap_6_0::ZHashMap_6_0(ZHashMap_6_0 const& source)
-    : ZAbstractMap_6_0(source), rep_(makeRep<Rep>(kSource, raiseInCopy, *source.rep_))
+    : ZAbstractMap_6_0(source), rep_(zmemory::makeRep<Rep>(kSource, raiseInCopy, *source.rep_))
 {
 }
 
@@ -74,8 +81,8 @@ ZObject_6_0* ZHashMap_6_0::getEntry(ZObject_6_0 const* probe) const
 {
     if (probe == nullptr)
         return nullptr;
-    auto const place = rep_->find(probe->hash(), equalTo(probe));
-    return place != 0 ? rep_->at(place).key : nullptr;
+    auto const index = rep_->find(probe->hash(), equalTo(probe));
+    return index != 0 ? rep_->at(index).key : nullptr;
 }
 
 void ZHashMap_6_0::putEntry(ZObject_6_0* entry)
@@ -87,9 +94,9 @@ void ZHashMap_6_0::putEntry(ZObject_6_0* entry)
         return;
     // Look up only now: clone() may have changed the map.
     uint32_t const hash = entry->hash();
-    auto const place = rep_->find(hash, equalTo(entry));
-    rep_->reserve(place, hash);
-    rep_->put(place, hash, rep_->owns() ? clone.release() : entry, nullptr);
+    auto const index = rep_->find(hash, equalTo(entry));
+    rep_->reserve(index, hash);
+    rep_->put(index, hash, rep_->owns() ? clone.release() : entry, nullptr);
 }
 
 void ZHashMap_6_0::putAll(ZMap_6_0& other)
@@ -104,8 +111,8 @@ void ZHashMap_6_0::removeEntry(ZObject_6_0* probe)
 {
     if (probe == nullptr)
         return;
-    if (auto const place = rep_->find(probe->hash(), equalTo(probe)))
-        rep_->remove(place);
+    if (auto const index = rep_->find(probe->hash(), equalTo(probe)))
+        rep_->remove(index);
 }
 
 void ZHashMap_6_0::removeAll()
@@ -115,16 +122,16 @@ void ZHashMap_6_0::removeAll()
 
 void ZHashMap_6_0::list(ZList_6_0& target) const
 {
-    addAllOrNothing(target, [&] {
+    zcontainers::addAllOrNothing(target, [&] {
         if (typeid(target) == typeid(ZArrayList_6_0)) {
             rep_->forEach([&](HashTable::Node const& node) { target.add(node.key); });
             return;
         }
         ZArrayList_6_0 entries(10, 0);  // of one bucket
-        rep_->forEachBucket([&](HashTable::Place first) {
+        rep_->forEachBucket([&](HashTable::NodeIndex first) {
             entries.removeAll();
-            for (HashTable::Place place = first; place != 0; place = rep_->at(place).next)
-                entries.add(rep_->at(place).key);
+            for (HashTable::NodeIndex index = first; index != 0; index = rep_->at(index).next)
+                entries.add(rep_->at(index).key);
             target.addList(entries);
         });
     });

@@ -120,7 +120,7 @@ public:
     void list(ZList_6_0& target) const override;
 
 private:
-    struct Rep;  // ZHashMap_p.h
+    struct Rep;  // ZHashMap.cpp
 
     Rep* rep_;  // never null; the buckets and the ownership flag
 };

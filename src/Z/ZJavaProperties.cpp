@@ -12,15 +12,18 @@
 #include <utility>
 #include <vector>
 
-#include "ZArrayList_p.h"
-#include "ZArray_p.h"
 #include "ZException.h"
 #include "ZException_p.h"
-#include "ZHashMap_p.h"
 #include "ZJavaProperties_p.h"
+#include "containers/hash_table.h"
+#include "containers/list_rollback.h"
+#include "containers/object_deleter.h"
+#include "memory/rep.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
 #include "zqvrutil.h"
+
+using zcontainers::HashTable;
 
 namespace {
 
@@ -246,14 +249,14 @@ struct ZJavaProperties_6_0::Rep {
 
     // A change of the entries, to undo it.
     struct Change {
-        HashTable::Place place;
+        HashTable::NodeIndex place;
         ZObject_6_0* key;  // the replaced key; null if the entry is new
         ZObject_6_0* value;
     };
 
     class Reading;
 
-    HashTable::Place find(ZObject_6_0 const& key, uint32_t hash) const
+    HashTable::NodeIndex find(ZObject_6_0 const& key, uint32_t hash) const
     {
         return entries.findKey(key, hash);
     }
@@ -315,7 +318,7 @@ public:
     }
 
     // Requires reserveChange(). Does not throw.
-    void put(HashTable::Place place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+    void put(HashTable::NodeIndex place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
     {
         if (place == 0) {
             changes_.push_back({rep_.entries.append(hash, key, value), nullptr, nullptr});
@@ -357,7 +360,7 @@ private:
     {
         for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
             if (change->key == nullptr) {
-                HashTable::Node const node = rep_.entries.take(change->place);
+                HashTable::Node const node = rep_.entries.extract(change->place);
                 *change = {0, node.key, node.value};
             } else {
                 rep_.entries.exchange(change->place, change->key, change->value);
@@ -368,14 +371,14 @@ private:
 
     void deleteOld()
     {
-        ObjectDeleter deleter;
+        zcontainers::ObjectDeleter deleter;
         for (Change const& change : changes_) {
             if (change.key == nullptr)
                 continue;
-            deleter.drop(change.key);
-            deleter.drop(change.value);
+            deleter.destroy(change.key);
+            deleter.destroy(change.value);
         }
-        deleter.finish();
+        deleter.rethrowFirst();
     }
 
     Rep& rep_;
@@ -389,7 +392,7 @@ private:
 void ZJavaProperties_6_0::Rep::put(std::unique_ptr<ZObject_6_0> key,
                                    std::unique_ptr<ZObject_6_0> value, uint32_t hash)
 {
-    HashTable::Place const place = find(*key, hash);
+    HashTable::NodeIndex const place = find(*key, hash);
     entries.reserve(place, hash);
     if (reading == nullptr) {
         entries.put(place, hash, key.release(), value.release());
@@ -400,7 +403,7 @@ void ZJavaProperties_6_0::Rep::put(std::unique_ptr<ZObject_6_0> key,
 }
 
 ZJavaProperties_6_0::ZJavaProperties_6_0()
-    : rep_(makeRep<Rep>(kSource, raiseInConstructor)), unicodeUnit_{0, 0}
+    : rep_(zmemory::makeRep<Rep>(kSource, raiseInConstructor)), unicodeUnit_{0, 0}
 {
     for (int state = 0; state < kStates; ++state)
         handlers_[state] = Rep::kTable[state].handler;
@@ -432,7 +435,7 @@ void ZJavaProperties_6_0::getValue(ZAbstractString_6_0 const& key,
 {
     ZUTF8String_6_0 sought;
     sought.setChars(key);
-    HashTable::Place const place = rep_->find(sought, sought.hash());
+    HashTable::NodeIndex const place = rep_->find(sought, sought.hash());
     if (place != 0)
         out.setChars(*static_cast<ZAbstractString_6_0 const*>(rep_->entries.at(place).value));
     else
@@ -443,7 +446,7 @@ void ZJavaProperties_6_0::listKeys(ZArrayList_6_0& target) const
 {
     if (target.ownsMembers() == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInListKeys);
-    addAllOrNothing(target, [&] {
+    zcontainers::addAllOrNothing(target, [&] {
         rep_->entries.forEach([&](HashTable::Node const& node) { target.add(node.key); });
     });
 }

@@ -174,7 +174,7 @@ void addThreadLine(Report& report)
     report << " Thread: " << static_cast<int>(pthread_self()) << "\n";
 }
 
-char const* shown(char const* source)
+char const* printable(char const* source)
 {
     return source != nullptr ? source : "(null)";
 }
@@ -206,7 +206,8 @@ void addText(Report& report, char const* text, char const* types, bool certain, 
 pthread_once_t initOnce = PTHREAD_ONCE_INIT;
 
 // Storage of the built-in service, which is never destroyed; its construction cannot fail.
-alignas(ZDefaultMessageService_6_0) unsigned char home[sizeof(ZDefaultMessageService_6_0)];
+alignas(
+    ZDefaultMessageService_6_0) unsigned char serviceStorage[sizeof(ZDefaultMessageService_6_0)];
 
 }  // namespace
 
@@ -248,7 +249,7 @@ void ZMessageService_6_0::routeZZException(ZZException_6_0 const* e, va_list ins
 
 void ZMessageService_6_0::init()
 {
-    dms_ = new (home) ZDefaultMessageService_6_0;
+    dms_ = new (serviceStorage) ZDefaultMessageService_6_0;
     std::atomic_ref(ms_).store(dms_, std::memory_order_release);
 }
 
@@ -268,7 +269,7 @@ void ZDefaultMessageService_6_0::outputException(ZZException_6_0 const* e, va_li
 {
     Report report;
     auto const number = static_cast<int>(e->messageNumber());
-    report << "Exception: " << shown(e->exceptionName()) << "\n File: \"" << shown(e->who())
+    report << "Exception: " << printable(e->exceptionName()) << "\n File: \"" << printable(e->who())
            << "\" " << static_cast<int>(e->where()) << "\n Error: " << number << "\n";
     addThreadLine(report);
     // KEPT: the table size is of no use to readers, but log scanners that expect this line before
@@ -289,7 +290,7 @@ void ZDefaultMessageService_6_0::outputMessage(char const* file, int line, int e
                                                ZLCString_6_0 const* i6) const
 {
     Report report;
-    report << "Error: " << errorNumber << "\n File: \"" << shown(file) << "\" " << line << "\n";
+    report << "Error: " << errorNumber << "\n File: \"" << printable(file) << "\" " << line << "\n";
     addThreadLine(report);
     if (insertCount < 1)
         return;

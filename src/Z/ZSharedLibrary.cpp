@@ -21,14 +21,14 @@ enum RaiseSite {
     raiseInResolve = 236
 };
 
-void store(int* err, int code)
+void setCode(int* err, int code)
 {
     if (err != nullptr)
         *err = code;
 }
 
 // Sets `variant` to `name` without the suffix or, if it has no suffix, with the suffix added.
-void otherSpelling(ZLCString_6_0& variant, ZLCString_6_0 const& name, ZLCString_6_0 const& suffix)
+void toggleSuffix(ZLCString_6_0& variant, ZLCString_6_0 const& name, ZLCString_6_0 const& suffix)
 {
     variant = name;
     if (name.endsWith(suffix))
@@ -43,46 +43,46 @@ void otherSpelling(ZLCString_6_0& variant, ZLCString_6_0 const& name, ZLCString_
 
 void* zdlopen_6_0(char const* name, int flags, int* err)
 {
-    store(err, 0);
+    setCode(err, 0);
     if (name == nullptr) {
-        store(err, ENOENT);
+        setCode(err, ENOENT);
         return nullptr;
     }
     // dlopen() need not set errno if it fails; a stale value would look like the reason.
     errno = 0;
     void* const handle = dlopen(name, flags == 0 ? kDefaultFlags : flags);
     if (handle == nullptr)
-        store(err, errno);
+        setCode(err, errno);
     return handle;
 }
 
 void* zdlsym_6_0(void* handle, char const* symbol, int* err)
 {
-    store(err, 0);
+    setCode(err, 0);
     if (handle == nullptr || symbol == nullptr) {
         // KEPT: reports the current errno instead of a code for null arguments. A program that
         // prints `*err` would notice. Test: ZSharedLibrary.KeepsErrnoForANullSymbol
-        store(err, errno);
+        setCode(err, errno);
         return nullptr;
     }
     errno = 0;
     void* const address = dlsym(handle, symbol);
     if (address == nullptr)
-        store(err, errno);
+        setCode(err, errno);
     return address;
 }
 
 int zdlclose_6_0(void* handle, int* err)
 {
-    store(err, 0);
+    setCode(err, 0);
     if (handle == nullptr) {
-        store(err, ENOENT);
+        setCode(err, ENOENT);
         return -1;
     }
     errno = 0;
     int const rc = dlclose(handle);
     if (rc != 0)
-        store(err, errno);
+        setCode(err, errno);
     return rc;
 }
 
@@ -194,7 +194,7 @@ void ZSharedLibrary_6_0::loadLibrary()
             if (suffix->isEmpty())
                 break;
             ZLCString_6_0 variant;
-            otherSpelling(variant, name_, *suffix);
+            toggleSuffix(variant, name_, *suffix);
             handle = zdlopen_6_0(variant, flags_, nullptr);
             if (handle != nullptr)
                 break;

@@ -1,7 +1,7 @@
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZHashMap.h>
-#include <Z/ZHashMap_p.h>
+#include <Z/containers/hash_table.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -458,7 +458,7 @@ TEST_F(ZHashMap, IndexHasCapacityForTheMaximumOfEntries)
                           {(1u << 29) + 1, 1u << 31},
                           {1u << 30, 1u << 31}};
     for (Case const& c : cases)
-        EXPECT_EQ(c.marks, HashTable::marksFor(c.entries)) << c.entries;
+        EXPECT_EQ(c.marks, zcontainers::HashTable::slotsFor(c.entries)) << c.entries;
 }
 
 TEST_F(ZHashMap, FailedCloneLeavesTheMapUnchanged)

@@ -1,0 +1,224 @@
+#include "hash_table.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "../ZException.h"
+#include "object_deleter.h"
+#include "slots.h"
+
+namespace zcontainers {
+
+namespace {
+
+constexpr char kSource[] = "src/Z/ZHashMap";
+
+// Stable ids in reports; log scanners match them. See docs/failures.md.
+enum RaiseSite { raiseInConstruct = 74, raiseInReserve = 152, raiseInBuildIndex = 178 };
+
+uint32_t bucketsFor(unsigned int capacity)
+{
+    uint32_t const buckets = std::max(uint32_t{capacity}, uint32_t{2}) * 3 / 2;
+    return std::max(buckets, uint32_t{1});  // the product may have wrapped around to 0
+}
+
+}  // namespace
+
+HashTable::HashTable(unsigned int capacity, int owns)
+    : bucketCount_(bucketsFor(capacity)), owns_(owns != 0)
+{
+    buckets_.allocateZeroed(bucketCount_, kSource, raiseInConstruct);
+}
+
+HashTable::HashTable(HashTable const& source)
+    : bucketCount_(source.bucketCount_), owns_(source.owns_)
+{
+    buckets_.allocateZeroed(bucketCount_, kSource, raiseInConstruct);
+    try {
+        source.forEach([this](Node const& node) {
+            std::unique_ptr<ZObject_6_0> key(owns_ ? cloneOf(node.key) : nullptr);
+            if (owns_ && key == nullptr)
+                return;
+            std::unique_ptr<ZObject_6_0> value(owns_ ? cloneOf(node.value) : nullptr);
+            reserve(0, node.hash);
+            append(node.hash, owns_ ? key.release() : node.key,
+                   owns_ ? value.release() : node.value);
+        });
+    } catch (...) {
+        removeAll();
+        throw;
+    }
+}
+
+// The maps call removeAll() first: unlike this destructor, they may throw.
+HashTable::~HashTable() = default;
+
+void HashTable::reserve(NodeIndex index, uint32_t hash)
+{
+    if (index != 0)
+        return;
+    if (freeNodes_ == 0 && nodesUsed_ == nodeCapacity_) {
+        if (nodeCapacity_ == kMaxNodes)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseInReserve);
+        uint32_t const capacity = std::max(nodeCapacity_ * 2, uint32_t{4});
+        nodes_.resize(capacity, kSource, raiseInReserve);
+        nodeCapacity_ = capacity;
+    }
+    if (slotCount_ != 0) {
+        if (size_ >= slotCount_ / 2)
+            buildIndex(slotsFor(size_));
+    } else if (size_ >= kLongChain && chainLength(hash) >= kLongChain) {
+        buildIndex(slotsFor(size_));
+    }
+}
+
+void HashTable::put(NodeIndex index, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+{
+    if (index == 0) {
+        append(hash, key, value);
+        return;
+    }
+    nodeAt(index).hash = hash;
+    exchange(index, key, value);
+    if (owns_) {
+        ObjectDeleter deleter;
+        deleter.destroy(key);
+        deleter.destroy(value);
+        deleter.rethrowFirst();
+    }
+}
+
+void HashTable::remove(NodeIndex index)
+{
+    Node const node = extract(index);
+    if (owns_) {
+        ObjectDeleter deleter;
+        deleter.destroy(node.key);
+        deleter.destroy(node.value);
+        deleter.rethrowFirst();
+    }
+}
+
+HashTable::Node HashTable::extract(NodeIndex index)
+{
+    Node& node = nodeAt(index);
+    if (slotCount_ != 0)
+        removeFromIndex(node.hash, index);
+    Chain& chain = buckets_[bucketOf(node.hash)];
+    (node.previous != 0 ? nodeAt(node.previous).next : chain.first) = node.next;
+    (node.next != 0 ? nodeAt(node.next).previous : chain.last) = node.previous;
+    Node const extracted = node;
+    node = Node{nullptr, nullptr, 0, freeNodes_, 0};
+    freeNodes_ = index;
+    --size_;
+    return extracted;
+}
+
+// Empties the table before the first destructor runs: a destructor that reads or changes the map
+// must not see nodes that are being deleted.
+void HashTable::removeAll()
+{
+    if (size_ == 0)
+        return;
+    NodeIndex first = 0;
+    NodeIndex last = 0;
+    for (uint32_t bucket = 0; bucket < bucketCount_; ++bucket) {
+        Chain const chain = std::exchange(buckets_[bucket], Chain{0, 0});
+        if (chain.first == 0)
+            continue;
+        (last != 0 ? nodeAt(last).next : first) = chain.first;
+        last = chain.last;
+    }
+    zmemory::OwnedBlock<Node> nodes;
+    nodes.swap(nodes_);
+    slots_.clear();
+    slotCount_ = size_ = nodesUsed_ = nodeCapacity_ = 0;
+    freeNodes_ = 0;
+    ascends_ = true;
+    if (!owns_)
+        return;
+    ObjectDeleter deleter;
+    for (NodeIndex index = first; index != 0; index = nodes[index - 1].next) {
+        deleter.destroy(nodes[index - 1].key);
+        deleter.destroy(nodes[index - 1].value);
+    }
+    deleter.rethrowFirst();
+}
+
+uint32_t HashTable::chainLength(uint32_t hash) const
+{
+    uint32_t length = 0;
+    for (NodeIndex index = buckets_[bucketOf(hash)].first; index != 0; index = at(index).next)
+        ++length;
+    return length;
+}
+
+HashTable::NodeIndex HashTable::append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
+{
+    NodeIndex index = freeNodes_;
+    if (index != 0) {
+        freeNodes_ = nodeAt(index).next;
+        ascends_ = false;
+    } else {
+        index = ++nodesUsed_;
+    }
+    Chain& chain = buckets_[bucketOf(hash)];
+    nodeAt(index) = Node{key, value, hash, 0, chain.last};
+    (chain.last != 0 ? nodeAt(chain.last).next : chain.first) = index;
+    chain.last = index;
+    ++size_;
+    if (slotCount_ != 0)
+        insertIntoIndex(slots_, slotCount_, IndexSlot{hash, index});
+    return index;
+}
+
+// Builds the index over all nodes, in chain order: nodes of the same hash start at the same slot,
+// and a lookup must find the first node of the chain first.
+void HashTable::buildIndex(uint32_t slotCount)
+{
+    zmemory::OwnedBlock<IndexSlot> slots;
+    slots.allocateZeroed(slotCount, kSource, raiseInBuildIndex);
+    if (ascends_) {  // the block is in chain order, and faster to read than the chains
+        for (NodeIndex index = 1; index <= nodesUsed_; ++index) {
+            if (nodeAt(index).key != nullptr)
+                insertIntoIndex(slots, slotCount, IndexSlot{nodeAt(index).hash, index});
+        }
+    } else {
+        forEach([&](Node const& node) {
+            insertIntoIndex(
+                slots, slotCount,
+                IndexSlot{node.hash, static_cast<NodeIndex>(&node - nodes_.data()) + 1});
+        });
+    }
+    slots_.swap(slots);
+    slotCount_ = slotCount;
+}
+
+void HashTable::insertIntoIndex(zmemory::OwnedBlock<IndexSlot>& slots, uint32_t slotCount,
+                                IndexSlot slot) const
+{
+    uint32_t i = startOf(slot.hash, slotCount);
+    while (slots[i].node != 0)
+        i = (i + 1) & (slotCount - 1);
+    slots[i] = slot;
+}
+
+// Frees the node's slot in the index and moves up later slots that a lookup could no longer reach.
+void HashTable::removeFromIndex(uint32_t hash, NodeIndex index)
+{
+    uint32_t const wrap = slotCount_ - 1;
+    uint32_t gap = startOf(hash, slotCount_);
+    while (slots_[gap].node != index)
+        gap = (gap + 1) & wrap;
+    for (uint32_t i = (gap + 1) & wrap; slots_[i].node != 0; i = (i + 1) & wrap) {
+        uint32_t const start = startOf(slots_[i].hash, slotCount_);
+        if (((i - start) & wrap) >= ((i - gap) & wrap)) {
+            slots_[gap] = slots_[i];
+            gap = i;
+        }
+    }
+    slots_[gap] = IndexSlot{0, 0};
+}
+
+}  // namespace zcontainers

@@ -1,0 +1,190 @@
+// hash_table: the hash table of ZHashMap_6_0, ZHashKeyMap_6_0 and ZJavaProperties_6_0.
+#pragma once
+
+#include <stdint.h>
+
+#include <utility>
+
+#include "../ZObject.h"
+#include "../memory/owned_block.h"
+
+namespace zcontainers {
+
+// A hash table of keys and values. A map of entries stores its entries as keys, without values.
+//
+// The table has a fixed number of buckets, each a chain of nodes in insertion order; callers see
+// that order. All nodes are in one block. As the bucket count never changes, a map that outgrows
+// its capacity gets long chains. Before a chain exceeds kLongChain nodes, the table builds an
+// open-addressing index from the full hash to the node, and lookups use the index from then on.
+// Nodes of the same hash are found in chain order: they are inserted into the index in that order,
+// and a removal closes its gap without reordering them.
+class HashTable {
+public:
+    using NodeIndex = uint32_t;  // counted from 1; 0 means no node
+
+    struct Node {
+        ZObject_6_0* key;  // null while the node is free
+        ZObject_6_0* value;
+        uint32_t hash;   // of the key
+        NodeIndex next;  // in the chain, or among the free nodes
+        NodeIndex previous;
+    };
+
+    /// Makes an empty table with max(`capacity`, 2) * 3 / 2 buckets, computed in 32 bits, but at
+    /// least one.
+    HashTable(unsigned int capacity, int owns);
+    /// Copies the buckets, the ownership and the nodes of `source`; an owning table clones keys
+    /// and values, and skips a key that cannot be cloned.
+    HashTable(HashTable const& source);
+    HashTable& operator=(HashTable const&) = delete;
+    ~HashTable();
+
+    /// Returns the number of slots of an index over `size` nodes: a power of 2, at least four slots
+    /// per node, but at most kMaxSlots.
+    static constexpr uint32_t slotsFor(uint32_t size);
+
+    bool owns() const { return owns_; }
+    uint32_t size() const { return size_; }
+    Node const& at(NodeIndex index) const { return nodes_[index - 1]; }
+
+    /// Returns the index of the first node in the bucket of `hash` for which `matches(node)` is
+    /// true; 0 if not found. Without an open-addressing index, `matches` also sees nodes of other
+    /// hashes.
+    template <class Matches>
+    NodeIndex find(uint32_t hash, Matches matches) const;
+    /// Returns the index of the node with this hash whose key `key` equals; 0 if not found.
+    NodeIndex findKey(ZObject_6_0 const& key, uint32_t hash) const
+    {
+        return find(hash, [&key, hash](Node const& node) {
+            return node.hash == hash && key.equals(*node.key);
+        });
+    }
+    /// Calls `visit(node)` for every node, bucket by bucket.
+    template <class Visit>
+    void forEach(Visit visit) const;
+    /// Calls `visit(first)` for every bucket that is not empty, with the index of its first node.
+    template <class Visit>
+    void forEachBucket(Visit visit) const;
+
+    /// Allocates memory for a put() with the same arguments.
+    /// throws  ZOutOfMemoryException_6_0; the table is unchanged then.
+    void reserve(NodeIndex index, uint32_t hash);
+    /// Stores key and value at `index`, the result of find(): replaces the node's key and value,
+    /// or appends a node to the bucket if `index` is 0. Does not allocate.
+    /// range   requires reserve().
+    /// owns    an owning table takes both over and deletes a replaced key and value.
+    void put(NodeIndex index, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
+    /// Removes the node at `index`. An owning table deletes its key and value.
+    void remove(NodeIndex index);
+    /// Removes every node. An owning table deletes the keys and values.
+    void removeAll();
+
+    /// Appends a node to the bucket of `hash` and returns its index.
+    /// range   requires reserve().
+    NodeIndex append(uint32_t hash, ZObject_6_0* key, ZObject_6_0* value);
+    /// Swaps the key and the value of the node at `index` with `key` and `value`.
+    /// range   both keys have the same hash.
+    /// owns    the node takes the new pair over; the caller owns the old one.
+    void exchange(NodeIndex index, ZObject_6_0*& key, ZObject_6_0*& value)
+    {
+        std::swap(nodeAt(index).key, key);
+        std::swap(nodeAt(index).value, value);
+    }
+    /// Removes the node at `index` from the table and returns its contents.
+    /// owns    the caller takes key and value over.
+    Node extract(NodeIndex index);
+
+private:
+    struct Chain {
+        NodeIndex first;
+        NodeIndex last;
+    };
+
+    struct IndexSlot {  // of the open-addressing index
+        uint32_t hash;
+        NodeIndex node;  // 0 if the slot is free
+    };
+
+    static constexpr uint32_t kLongChain = 4;
+    static constexpr uint32_t kMaxNodes = uint32_t{1} << 30;
+    static constexpr uint32_t kMaxSlots = 2 * kMaxNodes;
+
+    uint32_t bucketOf(uint32_t hash) const { return hash % bucketCount_; }
+    uint32_t startOf(uint32_t hash, uint32_t slotCount) const;
+    Node& nodeAt(NodeIndex index) { return nodes_[index - 1]; }
+    uint32_t chainLength(uint32_t hash) const;
+    void buildIndex(uint32_t slotCount);
+    void insertIntoIndex(zmemory::OwnedBlock<IndexSlot>& slots, uint32_t slotCount,
+                         IndexSlot slot) const;
+    void removeFromIndex(uint32_t hash, NodeIndex index);
+
+    zmemory::OwnedBlock<Chain> buckets_;
+    zmemory::OwnedBlock<Node> nodes_;
+    zmemory::OwnedBlock<IndexSlot>
+        slots_;                   // the open-addressing index; empty until a chain gets long
+    uint32_t const bucketCount_;  // at least 1
+    uint32_t slotCount_ = 0;      // slots of the index: a power of 2, or 0 without an index
+    uint32_t size_ = 0;           // nodes in use
+    uint32_t nodesUsed_ = 0;      // nodes in use or free
+    uint32_t nodeCapacity_ = 0;   // nodes allocated
+    NodeIndex freeNodes_ = 0;     // first node of the free list
+    bool ascends_ = true;         // node indices ascend along every chain: no node was reused
+    bool const owns_;
+};
+
+constexpr uint32_t HashTable::slotsFor(uint32_t size)
+{
+    uint32_t slots = 4 * kLongChain;
+    while (slots < kMaxSlots && slots / 4 < size)
+        slots *= 2;
+    return slots;
+}
+
+// Hashes can differ in only a few bits, as addresses do. Multiplication by the golden ratio spreads
+// every bit to the upper bits, which select the slot.
+inline uint32_t HashTable::startOf(uint32_t hash, uint32_t slotCount) const
+{
+    uint32_t const spread = hash * 0x9E3779B1u;
+    return static_cast<uint32_t>((uint64_t{spread} * slotCount) >> 32);
+}
+
+template <class Matches>
+[[gnu::always_inline]] inline HashTable::NodeIndex HashTable::find(uint32_t hash,
+                                                                   Matches matches) const
+{
+    if (slotCount_ == 0) {
+        for (NodeIndex index = buckets_[bucketOf(hash)].first; index != 0; index = at(index).next) {
+            if (matches(at(index)))
+                return index;
+        }
+        return 0;
+    }
+    uint32_t const wrap = slotCount_ - 1;
+    for (uint32_t i = startOf(hash, slotCount_); slots_[i].node != 0; i = (i + 1) & wrap) {
+        if (slots_[i].hash == hash && matches(at(slots_[i].node)))
+            return slots_[i].node;
+    }
+    return 0;
+}
+
+template <class Visit>
+void HashTable::forEach(Visit visit) const
+{
+    forEachBucket([&](NodeIndex first) {
+        for (NodeIndex index = first; index != 0; index = at(index).next)
+            visit(at(index));
+    });
+}
+
+template <class Visit>
+void HashTable::forEachBucket(Visit visit) const
+{
+    if (size_ == 0)
+        return;
+    for (uint32_t bucket = 0; bucket < bucketCount_; ++bucket) {
+        if (buckets_[bucket].first != 0)
+            visit(buckets_[bucket].first);
+    }
+}
+
+}  // namespace zcontainers
