@@ -33,7 +33,7 @@ enum Message {
     conditionBroadcast = 27
 };
 
-[[noreturn]] void reportAndRaise(Message message, int rc, RaiseSite site)
+[[noreturn]] void reportAndThrow(Message message, int rc, RaiseSite site)
 {
     zreporting::reportRc({kSource, site}, message, rc);
     ZConditionException_6_0(message, rc).throwException(kSource, site);
@@ -125,21 +125,21 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
     // KEPT: a failed timed wait reports the message of the untimed one. A log scanner that matches
     // that message would miss another. Test: ZCondition.KeepsOneMessageForBothWaits
     if (rc != 0)
-        reportAndRaise(conditionWait, rc, raiseInWait);
+        reportAndThrow(conditionWait, rc, raiseInWait);
 }
 
 void ZCondition_6_0::signal()
 {
     int const rc = pthread_cond_signal(&condition_);
     if (rc != 0)
-        reportAndRaise(conditionSignal, rc, raiseInSignal);
+        reportAndThrow(conditionSignal, rc, raiseInSignal);
 }
 
 void ZCondition_6_0::broadcast()
 {
     int const rc = pthread_cond_broadcast(&condition_);
     if (rc != 0)
-        reportAndRaise(conditionBroadcast, rc, raiseInBroadcast);
+        reportAndThrow(conditionBroadcast, rc, raiseInBroadcast);
 }
 
 void ZCondition_6_0::lock()

@@ -52,7 +52,7 @@ enum RaiseSite {
 constexpr unsigned kCapacity = 10;     // of the map; determines the order of listKeys()
 constexpr ptrdiff_t kLongestUnit = 3;  // bytes of UTF-8 for 16 bits
 
-bool isBlank(char c)
+bool isSpace(char c)
 {
     return c == '\t' || c == '\v' || c == '\f' || c == ' ';
 }
@@ -81,7 +81,7 @@ bool isEmpty(char const* text)
 
 // Throws the failure of a call while loading. Opening a directory succeeds; reading its first byte
 // fails.
-[[noreturn]] void raiseLoading(ZJournaledFile::IoError const& failure)
+[[noreturn]] void throwLoadFailure(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     std::string_view const call = failure.call;
@@ -93,8 +93,8 @@ bool isEmpty(char const* text)
     ZPropertiesIOException_6_0(file, failure.call, failure.error).throwException(kSource, site);
 }
 
-// As raiseLoading(), while storing. Reports the open call as that of a stream: "fopen(wt)".
-[[noreturn]] void raiseStoring(ZJournaledFile::IoError const& failure)
+// As throwLoadFailure(), while storing. Reports the open call as that of a stream: "fopen(wt)".
+[[noreturn]] void throwStoreFailure(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     std::string_view const call = failure.call;
@@ -107,7 +107,7 @@ bool isEmpty(char const* text)
 
 // Runs `body` and turns its failures into exceptions of the library.
 template <class Body>
-void raising(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
+void translateErrors(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
 {
     try {
         body();
@@ -328,7 +328,7 @@ public:
         }
     }
 
-    ReadText::Room room;
+    InlineString::Pool pool;
 
 private:
     static constexpr size_t kFirstChanges = 16;
@@ -469,7 +469,7 @@ int ZJavaProperties_6_0::load(char const* path)
     if (isEmpty(path))
         return 1;
     ZCancelGuard const uncancelled;
-    raising(raiseLoading, raiseInLoad, [&] {
+    translateErrors(throwLoadFailure, raiseInLoad, [&] {
         ZJournaledFile file(path, ZJournaledFile::Mode::load);
         MemoryBytes bytes(file.text());
         read(bytes, path);
@@ -497,7 +497,7 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
 {
     ZCancelGuard const uncancelled;
     int ended = 0;
-    raising(raiseLoading, raiseInLoad, [&] {
+    translateErrors(throwLoadFailure, raiseInLoad, [&] {
         StreamBytes bytes(stream);
         ended = read(bytes, path);
     });
@@ -526,7 +526,7 @@ int ZJavaProperties_6_0::read(Bytes& bytes, char const* path)
         state = (this->*handler)(c);
         // KEPT: if the invalid character was the line ending, the next line is skipped too. A file
         // that has an entry there would gain it. Test:
-        // ZJavaProperties.KeepsSkippingTheLineBehindAnError
+        // ZJavaProperties.KeepsSkippingTheLineAfterAnError
         if (state == syntaxError)
             state = commentLine;
         if (state < startLine || state >= kStates) {
@@ -564,9 +564,9 @@ void ZJavaProperties_6_0::storeEntry()
     std::unique_ptr<ZAbstractString_6_0> key;
     std::unique_ptr<ZAbstractString_6_0> value;
     if (rep_->reading != nullptr) {
-        ReadText::Room& room = rep_->reading->room;
-        key.reset(ReadText::make(room, key_.getChars(), key_.getLength()));
-        value.reset(ReadText::make(room, value_.getChars(), value_.getLength()));
+        InlineString::Pool& pool = rep_->reading->pool;
+        key.reset(InlineString::make(pool, key_.getChars(), key_.getLength()));
+        value.reset(InlineString::make(pool, value_.getChars(), value_.getLength()));
     } else {
         key.reset(key_.clone());
         value.reset(value_.clone());
@@ -586,12 +586,12 @@ int ZJavaProperties_6_0::endEntry()
 
 // KEPT: at the start of a line ":", "=" and a backslash, which escapes nothing, are the first
 // character of a key. A program with such keys would no longer find them.
-// Test: ZJavaProperties.KeepsSeparatorsAndBackslashesThatBeginALine
+// Test: ZJavaProperties.KeepsSeparatorsAndBackslashesAtTheStartOfALine
 int ZJavaProperties_6_0::doStartLineState(char c)
 {
     key_.clear();
     value_.clear();
-    if (isBlank(c))
+    if (isSpace(c))
         return startLineBlanks;
     if (isComment(c))
         return commentLine;
@@ -603,7 +603,7 @@ int ZJavaProperties_6_0::doStartLineState(char c)
 
 int ZJavaProperties_6_0::doStartLineBlanksState(char c)
 {
-    if (isBlank(c))
+    if (isSpace(c))
         return startLineBlanks;
     if (isComment(c))
         return commentLine;
@@ -624,7 +624,7 @@ int ZJavaProperties_6_0::doKeyCharsState(char c)
 {
     if (c == '\\')
         return keyCharEscape;
-    if (isBlank(c))
+    if (isSpace(c))
         return keyEndBlanksFirst;
     if (isSeparator(c))
         return keyEndBlanksFinal;
@@ -636,7 +636,7 @@ int ZJavaProperties_6_0::doKeyCharsState(char c)
 
 int ZJavaProperties_6_0::doKeyCharEscapeState(char c)
 {
-    if (c != '\\' && !isBlank(c) && !isSeparator(c))
+    if (c != '\\' && !isSpace(c) && !isSeparator(c))
         return syntaxError;
     key_ += c;
     return keyChars;
@@ -644,7 +644,7 @@ int ZJavaProperties_6_0::doKeyCharEscapeState(char c)
 
 int ZJavaProperties_6_0::doKeyEndBlanksFirstState(char c)
 {
-    if (isBlank(c))
+    if (isSpace(c))
         return keyEndBlanksFirst;
     if (isSeparator(c))
         return keyEndBlanksFinal;
@@ -658,7 +658,7 @@ int ZJavaProperties_6_0::doKeyEndBlanksFirstState(char c)
 
 int ZJavaProperties_6_0::doKeyEndBlanksFinalState(char c)
 {
-    if (isBlank(c))
+    if (isSpace(c))
         return keyEndBlanksFinal;
     if (isLineEnd(c))
         return endEntry();
@@ -687,7 +687,7 @@ int ZJavaProperties_6_0::doValEscapeState(char c)
     // KEPT: values have other escapes than keys: quotes are escapes, "=" is not, and no letter is a
     // control character. A line with another escape is skipped; accepting it would change the store
     // that a file gives. Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
-    if (c != '\\' && !isBlank(c) && c != ':' && c != '"' && c != '\'')
+    if (c != '\\' && !isSpace(c) && c != ':' && c != '"' && c != '\'')
         return syntaxError;
     value_ += c;
     return valChars;
@@ -697,7 +697,7 @@ int ZJavaProperties_6_0::doMultiLineValState(char c)
 {
     if (c == '\\')
         return valEscape;
-    if (isBlank(c))
+    if (isSpace(c))
         return multiLineVal;
     if (isLineEnd(c)) {
         // KEPT: such an entry never stops the read, and with a stop key only the entry of that key
@@ -759,7 +759,7 @@ void ZJavaProperties_6_0::store(char const* path)
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
     ZCancelGuard const uncancelled;
-    raising(raiseStoring, raiseInStore, [&] {
+    translateErrors(throwStoreFailure, raiseInStore, [&] {
         ZJournaledFile file(path, ZJournaledFile::Mode::store);
         std::string text = "#\n";
         rep_->entries.forEach([&text](HashTable::Node const& node) {

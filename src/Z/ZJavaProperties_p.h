@@ -9,36 +9,36 @@
 // An immutable UTF-8 string whose bytes follow the object. A file has many of them, and most are
 // created and freed together: they are allocated next to each other in large blocks, without
 // overhead.
-class ReadText final : public ZAbstractString_6_0 {
+class InlineString final : public ZAbstractString_6_0 {
 public:
     // Allocates the strings. They outlive it.
-    class Room {
+    class Pool {
     public:
-        Room() = default;
-        Room(Room const&) = delete;
-        Room& operator=(Room const&) = delete;
-        ~Room() { leave(); }
+        Pool() = default;
+        Pool(Pool const&) = delete;
+        Pool& operator=(Pool const&) = delete;
+        ~Pool() { closeBlock(); }
 
         /// Allocates no more strings in the current block.
-        void leave();
+        void closeBlock();
 
     private:
-        friend class ReadText;
-        struct Piece;
+        friend class InlineString;
+        struct Block;
 
-        void* take(size_t size);
+        void* allocate(size_t size);
 
-        Piece* piece_ = nullptr;  // the block that is being filled; null at first
+        Block* block_ = nullptr;  // the block that is being filled; null at first
     };
 
     /// Creates a string of `length` bytes.
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0.
-    static ReadText* make(Room& room, char const* bytes, uint32_t length);
-    ReadText(ReadText const&) = delete;
-    ReadText& operator=(ReadText const&) = delete;
+    static InlineString* make(Pool& pool, char const* bytes, uint32_t length);
+    InlineString(InlineString const&) = delete;
+    InlineString& operator=(InlineString const&) = delete;
 
-    ~ReadText() override = default;
+    ~InlineString() override = default;
 
     /// Returns a copy.
     /// owns    owned by the caller; released with delete.
@@ -51,10 +51,10 @@ public:
     unsigned int getLength() const override { return length_; }
     qvr_cs const* getCodesetHandle() const override { return utf8_handle_; }
 
-    static void operator delete(void* place) noexcept;
+    static void operator delete(void* address) noexcept;
 
 private:
-    explicit ReadText(uint32_t length) : length_(length) {}
+    explicit InlineString(uint32_t length) : length_(length) {}
 
     uint32_t const length_;
 };

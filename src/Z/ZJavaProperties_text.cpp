@@ -13,12 +13,12 @@ namespace {
 constexpr char kSource[] = "src/Z/ZJavaProperties";
 
 // Stable ids in reports; log scanners match them. See docs/failures.md.
-enum RaiseSite { raiseForRoom = 190, raiseInSetChars = 195 };
+enum RaiseSite { raiseForBlock = 190, raiseInSetChars = 195 };
 
 // Alignment of a block. A block ends before the next multiple by the size of a heap header, so that
 // consecutive blocks leave no gap.
 constexpr size_t kAlignment = 4096;
-constexpr size_t kPieceSize = kAlignment - 2 * sizeof(void*);
+constexpr size_t kBlockSize = kAlignment - 2 * sizeof(void*);
 
 constexpr size_t roundedUp(size_t size, size_t unit)
 {
@@ -29,17 +29,17 @@ constexpr size_t roundedUp(size_t size, size_t unit)
 
 // Blocks are aligned, so the address of a string gives its block. A block is freed by its last
 // user: a string in it, or the allocator that is filling it.
-struct ReadText::Room::Piece {
-    static Piece* of(void* place)
+struct InlineString::Pool::Block {
+    static Block* of(void* address)
     {
-        return reinterpret_cast<Piece*>(reinterpret_cast<uintptr_t>(place) & ~(kAlignment - 1));
+        return reinterpret_cast<Block*>(reinterpret_cast<uintptr_t>(address) & ~(kAlignment - 1));
     }
-    static Piece* make(size_t size)
+    static Block* make(size_t size)
     {
-        void* block = nullptr;
-        if (posix_memalign(&block, kAlignment, size) != 0)
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseForRoom);
-        return ::new (block) Piece{sizeof(Piece), size, 1};
+        void* memory = nullptr;
+        if (posix_memalign(&memory, kAlignment, size) != 0)
+            ZOutOfMemoryException_6_0().throwException(kSource, raiseForBlock);
+        return ::new (memory) Block{sizeof(Block), size, 1};
     }
     void release()
     {
@@ -52,46 +52,46 @@ struct ReadText::Room::Piece {
     size_t users;
 };
 
-void ReadText::Room::leave()
+void InlineString::Pool::closeBlock()
 {
-    if (piece_ != nullptr)
-        std::exchange(piece_, nullptr)->release();
+    if (block_ != nullptr)
+        std::exchange(block_, nullptr)->release();
 }
 
-void* ReadText::Room::take(size_t size)
+void* InlineString::Pool::allocate(size_t size)
 {
-    if (piece_ == nullptr || piece_->size - piece_->used < size) {
-        Piece* const next = Piece::make(std::max(sizeof(Piece) + size, kPieceSize));
-        leave();
-        piece_ = next;
+    if (block_ == nullptr || block_->size - block_->used < size) {
+        Block* const next = Block::make(std::max(sizeof(Block) + size, kBlockSize));
+        closeBlock();
+        block_ = next;
     }
-    void* const place = reinterpret_cast<char*>(piece_) + piece_->used;
-    piece_->used += size;
-    ++piece_->users;
-    return place;
+    void* const address = reinterpret_cast<char*>(block_) + block_->used;
+    block_->used += size;
+    ++block_->users;
+    return address;
 }
 
-ReadText* ReadText::make(Room& room, char const* bytes, uint32_t length)
+InlineString* InlineString::make(Pool& pool, char const* bytes, uint32_t length)
 {
-    size_t const size = roundedUp(sizeof(ReadText) + length + 1, alignof(ReadText));
-    auto* const text = ::new (room.take(size)) ReadText(length);
+    size_t const size = roundedUp(sizeof(InlineString) + length + 1, alignof(InlineString));
+    auto* const text = ::new (pool.allocate(size)) InlineString(length);
     char* const chars = reinterpret_cast<char*>(text + 1);
     memcpy(chars, bytes, length);
     chars[length] = '\0';
     return text;
 }
 
-void ReadText::operator delete(void* place) noexcept
+void InlineString::operator delete(void* address) noexcept
 {
-    Room::Piece::of(place)->release();
+    Pool::Block::of(address)->release();
 }
 
-ZUTF8String_6_0* ReadText::clone() const
+ZUTF8String_6_0* InlineString::clone() const
 {
     return new ZUTF8String_6_0(getChars(), length_);
 }
 
-ZAbstractString_6_0& ReadText::setChars(ZAbstractString_6_0 const&)
+ZAbstractString_6_0& InlineString::setChars(ZAbstractString_6_0 const&)
 {
     ZUnsupportedException_6_0().throwException(kSource, raiseInSetChars);
 }

@@ -39,19 +39,19 @@ enum Message { lockFailed = 33, unlockFailed = 34, readFailed = 35 };
 
 constexpr char kPrefix[] = "._zpl";
 
-struct Piece {
+struct ByteRange {
     unsigned start;
     unsigned length;
 };
-constexpr Piece kSequence = {0, 4};   // as a range: the data
-constexpr Piece kProcessId = {4, 4};  // as a range: the gate
+constexpr ByteRange kSequence = {0, 4};   // as a range: the data
+constexpr ByteRange kProcessId = {4, 4};  // as a range: the gate
 
 constexpr mode_t kMode = S_ISGID | S_IRUSR | S_IWUSR;
 constexpr int kAttempts = 100;  // acquisitions of a file that keeps being replaced
 constexpr int kTornFile = -1;   // rc of a read from a file with 1 to 3 bytes
 
 // Returns an errno if the lock may not use this file, whose first bytes it would overwrite; else 0.
-int refusal(struct stat const& status)
+int checkLockFile(struct stat const& status)
 {
     // Another user may have linked one of our files to the lock's path. A file without a name was
     // just removed; lockFile() detects that.
@@ -81,7 +81,7 @@ bool rollBack(Step step)
 
 // Runs `call` and turns std::bad_alloc into the library's exception.
 template <class Call>
-auto withMemory(Call call)
+auto translateBadAlloc(Call call)
 {
     try {
         return call();
@@ -90,15 +90,15 @@ auto withMemory(Call call)
     }
 }
 
-// Calls `move(done)`, which reads or writes the bytes from `done` on, until `length` bytes are
+// Calls `transfer(done)`, which reads or writes the bytes from `done` on, until `length` bytes are
 // transferred. Returns false on failure, with errno set; 0 means that a call transferred nothing.
 // Returns false for `length` 0.
-template <class Move>
-bool movesAll(unsigned length, Move move)
+template <class Transfer>
+bool transferAll(unsigned length, Transfer transfer)
 {
     unsigned done = 0;
     while (done < length) {
-        ssize_t const n = move(done);
+        ssize_t const n = transfer(done);
         if (n < 0 && errno == EINTR)
             continue;
         if (n == 0)
@@ -114,7 +114,7 @@ bool movesAll(unsigned length, Move move)
 // ZLockClaims knows a lock object by the address of this base.
 ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 {
-    return withMemory([object] { return new ZSharedFile(object); });
+    return translateBadAlloc([object] { return new ZSharedFile(object); });
 }
 
 }  // namespace
@@ -316,12 +316,12 @@ void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
 void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
     // Drop the claim first: the thread no longer waits for anything.
-    auto const giveBack = [this] {
+    auto const undo = [this] {
         ZLockClaims::drop(this);
         rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
     };
     short const type = state == read ? F_RDLCK : F_WRLCK;
-    if (int const error = withMemory([&] { return ZLockClaims::ask(this, type); }))
+    if (int const error = translateBadAlloc([&] { return ZLockClaims::ask(this, type); }))
         ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
     try {
         ZAbstractProcessReadWriteLock_6_0::lock(state);
@@ -333,7 +333,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
     try {
         file_.lock();
     } catch (...) {
-        giveBack();
+        undo();
         throw;
     }
     // Undo the acquisition while the file mutex is held. Otherwise a leaving reader would count
@@ -344,7 +344,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
         else if (state == write)  // no thread here holds it, but the file is locked
             raiseInvalidState(kSource, raiseInDolockOfHeld);
     } catch (...) {
-        giveBack();
+        undo();
         file_.unlock();
         throw;
     }
@@ -435,7 +435,7 @@ ZUnixProcessReadWriteFileLock_6_0::~ZUnixProcessReadWriteFileLock_6_0()
 {
     // KEPT: destroying a held lock does not close its file: other processes would read the
     // half-written data of its writer.
-    // Test: ZProcessReadWriteFileLock.KeepsTheFileLockedThatAHeldLockLeaves
+    // Test: ZProcessReadWriteFileLock.KeepsTheFileOfADestroyedHeldLockLocked
     if (getLockState() != unset)
         shared_->abandon();
     delete shared_;
@@ -491,7 +491,7 @@ void ZUnixProcessReadWriteFileLock_6_0::lockFileRange(zlockstate state, unsigned
     if (getFileHandle() == -1)
         createLockFile();
     short const type = state == read ? F_RDLCK : F_WRLCK;
-    int const error = withMemory(
+    int const error = translateBadAlloc(
         [&] { return shared_->isOpen() ? shared_->lockWaiting(type, start, length) : EBADF; });
     if (error != 0)
         ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
@@ -516,7 +516,7 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
         return;
     ZSizeSignalGuard const noSignal;
     auto const* const from = static_cast<char const*>(bytes);
-    if (movesAll(length, [&](unsigned done) {
+    if (transferAll(length, [&](unsigned done) {
             return pwrite(fd, from + done, length - done, off_t{offset} + done);
         }))
         return;
@@ -534,7 +534,7 @@ void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offs
     ZCancelGuard const uncancelled;
     int const fd = getFileHandle();
     auto* const to = static_cast<char*>(bytes);
-    if (movesAll(length, [&](unsigned done) {
+    if (transferAll(length, [&](unsigned done) {
             return pread(fd, to + done, length - done, off_t{offset} + done);
         }))
         return;
@@ -557,7 +557,8 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
         return;
     constexpr int kFlags = O_RDWR | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
     auto const openWith = [this](int flags) {
-        return withMemory([&] { return shared_->open(getLockFileName(), flags, kMode, refusal); });
+        return translateBadAlloc(
+            [&] { return shared_->open(getLockFileName(), flags, kMode, checkLockFile); });
     };
     // The kernel can refuse O_CREAT for another user's file in a sticky directory
     // (fs.protected_regular), even to root. So pass O_CREAT only if the file is missing.
@@ -569,7 +570,7 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
     }
     // KEPT: the errno of a failed open is lost. The caller gets EBADF from the next
     // lockFileRange(); programs that check for EBADF would notice a change.
-    // Test: ZProcessReadWriteFileLock.KeepsAFailedOpenToItself
+    // Test: ZProcessReadWriteFileLock.KeepsTheErrnoOfAFailedOpenHidden
     __atomic_store_n(&fd_, error == 0 ? shared_->descriptor() : -1, __ATOMIC_RELAXED);
 }
 

@@ -17,7 +17,7 @@ constexpr char kSource[] = "src/Z/ZProcessReadWriteLock";
 enum RaiseSite { raiseInDestructor = 64, raiseInChild = 83, raiseInStub = 117 };
 
 constexpr unsigned kNameLength = 6;
-constexpr char kFallbackEnd[] = ".zpl";  // appended to the process id if getrandom() fails
+constexpr char kFallbackSuffix[] = ".zpl";  // appended to the process id if getrandom() fails
 
 // 64 letters, so that `byte % 64` is uniform.
 constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
@@ -37,7 +37,7 @@ ZLCString_6_0 randomName()
     } while (got < 0 && errno == EINTR);
     if (got != static_cast<ssize_t>(sizeof bytes)) {
         ZLCString_6_0 name(static_cast<int>(getpid()));
-        name += kFallbackEnd;
+        name += kFallbackSuffix;
         return name;
     }
     char name[kNameLength + 1] = {};
@@ -119,11 +119,11 @@ void ZAbstractProcessReadWriteLock_6_0::lock(zlockstate state)
             setUpdate(before);
             throw;
         }
-        znoteHold(this, -1);
+        zrecordHold(this, -1);
         return;
     }
     threads_.lock(state == protect ? write : state);
-    znoteHold(this, 1);
+    zrecordHold(this, 1);
     setUpdate(state == protect || state == write ? 1 : 0);
 }
 
@@ -313,7 +313,7 @@ void ZStubProcessReadWriteLock_6_0::lock(zlockstate state)
     // KEPT: the state is the last one requested, even if a leaving reader leaves other readers. A
     // caller that checks getLockState() after its own release would notice a change; the lock
     // between threads has the true state.
-    // Test: ZProcessReadWriteLock.KeepsTheStateAskedForLast
+    // Test: ZProcessReadWriteLock.KeepsTheStateRequestedLast
     if (state == unset) {
         failIfStranger();
         setLockState(unset);  // while no other thread can have acquired it

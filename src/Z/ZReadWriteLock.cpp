@@ -25,16 +25,16 @@ enum RaiseSite {
 
 enum Message { mutexLock = 5, mutexUnlock = 6 };
 
-constexpr unsigned long kNobody = ~0ul;
+constexpr unsigned long kNoThread = ~0ul;
 
 constexpr char const* kStateName[] = {"unset", "read", "protect", "write"};
 
-[[noreturn]] void raiseLock(RaiseSite site)
+[[noreturn]] void throwLockException(RaiseSite site)
 {
     ZLockResourceException_6_0(mutexLock, 0).throwException(kSource, site);
 }
 
-[[noreturn]] void raiseUnlock(RaiseSite site)
+[[noreturn]] void throwUnlockException(RaiseSite site)
 {
     ZUnlockResourceException_6_0(mutexUnlock, 0).throwException(kSource, site);
 }
@@ -120,19 +120,19 @@ ZReadWriteLockInterface_6_0::zlockstate stateIn(unsigned long word)
 }
 
 // Returns `word` after its holder of "protect" or "write", or else one reader, has released.
-inline unsigned long released(unsigned long word, bool byHolder)
+inline unsigned long afterRelease(unsigned long word, bool byHolder)
 {
     if (byHolder)
         return word & ~(kProtect | kWrite);
     if ((word & kReaders) == 0)
-        raiseUnlock(stateIn(word) == ZReadWriteLockInterface_6_0::unset
-                        ? raiseInUnlockOfFree
-                        : raiseInUnlockBesideWriter);
+        throwUnlockException(stateIn(word) == ZReadWriteLockInterface_6_0::unset
+                                 ? raiseInUnlockOfFree
+                                 : raiseInUnlockBesideWriter);
     return word - kReader;
 }
 
 // Adds `step` to the word if no bit of `blockers` is set. Returns whether it did.
-inline bool enter(unsigned long& state, unsigned long blockers, unsigned long step)
+inline bool tryAdd(unsigned long& state, unsigned long blockers, unsigned long step)
 {
     Word const word(state);
     unsigned long now = word.load(std::memory_order_relaxed);
@@ -171,7 +171,7 @@ inline void ZReadWriteLock_6_0::noteCallerAsHolder()
 inline void ZReadWriteLock_6_0::failIfCallerHolds() const
 {
     if (callerHolds())
-        raiseLock(raiseInRecursion);
+        throwLockException(raiseInRecursion);
 }
 
 // Counts a waiting thread in its scope. Created and destroyed under the condition's lock.
@@ -194,7 +194,8 @@ private:
     ZReadWriteLock_6_0& lock_;
 };
 
-ZReadWriteLock_6_0::ZReadWriteLock_6_0() : word_(0), holder_(kNobody), writer_(kNobody), waiters_(0)
+ZReadWriteLock_6_0::ZReadWriteLock_6_0()
+    : word_(0), holder_(kNoThread), writer_(kNoThread), waiters_(0)
 {
 }
 
@@ -232,19 +233,19 @@ void ZReadWriteLock_6_0::unlock()
 {
     bool const byHolder = callerHolds();
     if (byHolder)
-        setHolder(kNobody);
+        setHolder(kNoThread);
     Word const word(word_);
     unsigned long now = word.load(std::memory_order_relaxed);
     while ((now & kWaiting) == 0)
-        if (word.compare_exchange_weak(now, released(now, byHolder), std::memory_order_release,
+        if (word.compare_exchange_weak(now, afterRelease(now, byHolder), std::memory_order_release,
                                        std::memory_order_relaxed)) {
-            znoteHold(this, -1);
+            zrecordHold(this, -1);
             return;
         }
     if (byHolder)
         setHolder(ZLock_6_0::self());
     if (releaseAndWake(byHolder))
-        znoteHold(this, -1);
+        zrecordHold(this, -1);
     else
         unlock();
 }
@@ -259,11 +260,11 @@ bool ZReadWriteLock_6_0::releaseAndWake(bool byHolder)
     if ((word.load(std::memory_order_relaxed) & kWaiting) == 0)
         return false;
     if (byHolder)
-        setHolder(kNobody);
+        setHolder(kNoThread);
     unsigned long now = word.load(std::memory_order_relaxed);
     unsigned long next = 0;
     do
-        next = released(now, byHolder);
+        next = afterRelease(now, byHolder);
     while (!word.compare_exchange_weak(now, next, std::memory_order_release,
                                        std::memory_order_relaxed));
     // A leaving reader unblocks a waiter only if it was the last reader and "protect" is not held.
@@ -294,34 +295,34 @@ int ZReadWriteLock_6_0::ownWriteLock() const
 void ZReadWriteLock_6_0::readLock()
 {
     failIfCallerHolds();
-    if (!enter(word_, kWrite, kReader))
+    if (!tryAdd(word_, kWrite, kReader))
         waitAndEnter(kWrite, kReader);
-    znoteHold(this, 1);
+    zrecordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::writeLock()
 {
     failIfCallerHolds();
-    if (!enter(word_, kReaders | kProtect | kWrite, kWrite))
+    if (!tryAdd(word_, kReaders | kProtect | kWrite, kWrite))
         waitAndEnter(kReaders | kProtect | kWrite, kWrite);
     noteCallerAsHolder();
-    znoteHold(this, 1);
+    zrecordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::readWithIntentToWriteLock()
 {
     failIfCallerHolds();
-    if (!enter(word_, kProtect | kWrite, kProtect))
+    if (!tryAdd(word_, kProtect | kWrite, kProtect))
         waitAndEnter(kProtect | kWrite, kProtect);
     noteCallerAsHolder();
-    znoteHold(this, 1);
+    zrecordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::promoteReadToWriteLock()
 {
     if (!callerHolds() || stateIn(word()) != protect)
-        raiseLock(raiseInPromote);
-    if (!enter(word_, kReaders, kPromotion))
+        throwLockException(raiseInPromote);
+    if (!tryAdd(word_, kReaders, kPromotion))
         waitAndPromote();
 }
 
@@ -334,7 +335,7 @@ void ZReadWriteLock_6_0::waitAndEnter(unsigned long blockers, unsigned long step
 {
     ZResourceLock_6_0 const guard(*changed_.getResource());
     Waiter const waiter(*this);
-    while (!enter(word_, blockers, step))
+    while (!tryAdd(word_, blockers, step))
         changed_.wait();
 }
 
@@ -360,7 +361,7 @@ void ZReadWriteLock_6_0::waitAndPromote()
     Word(word_).fetch_add(kPromotion, std::memory_order_relaxed);
     Undo undo{this};
     Waiter const waiter(*this);
-    while (!enter(word_, kReaders, 0))
+    while (!tryAdd(word_, kReaders, 0))
         changed_.wait();
     undo.lock = nullptr;
 }
@@ -369,53 +370,55 @@ void ZReadWriteLock_6_0::waitAndPromote()
 //
 // A guard whose acquisition failed must release only what its thread held before or acquires later,
 // through the guard or directly. The lock does not know its readers, so the guard counts: from the
-// failure on, a watch counts the acquisitions and releases of its thread. A watch is not part of
+// failure on, a HoldCounter counts the acquisitions and releases of its thread. It is not part of
 // the guard because programs have compiled in the guard's size.
 
 static_assert(sizeof(ZStackReadWriteLock_6_0) == 24);
 
 namespace {
 
-struct Watch {
+struct HoldCounter {
     ZStackReadWriteLock_6_0 const* guard;
     ZAbstractReadWriteLock_6_0 const* lock;
     int holds;
-    Watch* next;
+    HoldCounter* next;
 };
 
-constinit thread_local Watch* watches = nullptr;
+constinit thread_local HoldCounter* holdCounters = nullptr;
 
-Watch** linkTo(ZStackReadWriteLock_6_0 const* guard)
+HoldCounter** linkTo(ZStackReadWriteLock_6_0 const* guard)
 {
-    Watch** link = &watches;
+    HoldCounter** link = &holdCounters;
     while (*link != nullptr && (*link)->guard != guard)
         link = &(*link)->next;
     return link;
 }
 
-// Starts a watch, or resets an existing one; does nothing if memory is exhausted.
-void watch(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 const* lock, int holds)
+// Starts a counter, or resets the existing one; does nothing if memory is exhausted.
+void startCounting(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 const* lock,
+                   int holds)
 {
-    if (Watch* const old = *linkTo(guard)) {
+    if (HoldCounter* const old = *linkTo(guard)) {
         *old = {guard, lock, holds, old->next};
-    } else if (Watch* const added = new (std::nothrow) Watch{guard, lock, holds, watches}) {
-        watches = added;
-        zwatchingGuards.fetch_add(1, std::memory_order_relaxed);
+    } else if (HoldCounter* const added =
+                   new (std::nothrow) HoldCounter{guard, lock, holds, holdCounters}) {
+        holdCounters = added;
+        zcountingGuards.fetch_add(1, std::memory_order_relaxed);
     }
 }
 
-// Ends the watch and returns its count; returns `holds` if the guard had no watch.
-int unwatch(ZStackReadWriteLock_6_0 const* guard, int holds)
+// Ends the counter and returns its count; returns `holds` if the guard had no counter.
+int stopCounting(ZStackReadWriteLock_6_0 const* guard, int holds)
 {
-    Watch** const link = linkTo(guard);
+    HoldCounter** const link = linkTo(guard);
     if (*link == nullptr)
         return holds;
-    std::unique_ptr<Watch> const ended(std::exchange(*link, (*link)->next));
-    zwatchingGuards.fetch_sub(1, std::memory_order_relaxed);
+    std::unique_ptr<HoldCounter> const ended(std::exchange(*link, (*link)->next));
+    zcountingGuards.fetch_sub(1, std::memory_order_relaxed);
     return ended->holds;
 }
 
-bool notesHolds(ZAbstractReadWriteLock_6_0 const& lock)
+bool recordsHolds(ZAbstractReadWriteLock_6_0 const& lock)
 {
     auto const isProcessLock = zisProcessLock.load(std::memory_order_relaxed);
     return dynamic_cast<ZReadWriteLock_6_0 const*>(&lock) != nullptr ||
@@ -424,9 +427,9 @@ bool notesHolds(ZAbstractReadWriteLock_6_0 const& lock)
 
 }  // namespace
 
-void zcountHold(ZAbstractReadWriteLock_6_0 const* lock, int change)
+void zaddToHolds(ZAbstractReadWriteLock_6_0 const* lock, int change)
 {
-    for (Watch* at = watches; at != nullptr; at = at->next)
+    for (HoldCounter* at = holdCounters; at != nullptr; at = at->next)
         if (at->lock == lock)
             at->holds = std::max(at->holds + change, 0);
 }
@@ -442,7 +445,7 @@ struct ZStackReadWriteLock_6_0::Rep {
         auto const holdsOfCaller = zholdsOfCaller.load(std::memory_order_relaxed);
         int const known = holdsOfCaller != nullptr ? holdsOfCaller(guard.lock_) : -1;
         guard.held_ = known >= 0 ? known : heldBefore;
-        watch(&guard, &guard.lock_, guard.held_);
+        startCounting(&guard, &guard.lock_, guard.held_);
         guard.failed_ = whileHeld;
         try {
             if (guard.lock_.haveLock(ZReadWriteLockInterface_6_0::unset) != 0)
@@ -452,15 +455,15 @@ struct ZStackReadWriteLock_6_0::Rep {
         }
     }
 
-    // Ends the watch and returns whether the thread holds the lock.
+    // Ends the counter and returns whether the thread holds the lock.
     static bool holdsAfterFailure(ZStackReadWriteLock_6_0& guard)
     {
-        if (unwatch(&guard, guard.held_) > 0)
+        if (stopCounting(&guard, guard.held_) > 0)
             return true;
         // A class of the caller does not record its holders. If the lock was free at the failure
         // and is not free now, this thread has acquired it, as far as the lock can show.
         ZAbstractReadWriteLock_6_0 const& lock = guard.lock_;
-        if (guard.failed_ != whileFree || notesHolds(lock))
+        if (guard.failed_ != whileFree || recordsHolds(lock))
             return false;
         using Lock = ZReadWriteLockInterface_6_0;
         return lock.haveLock(Lock::unset) == 0 &&
@@ -473,7 +476,7 @@ ZStackReadWriteLock_6_0::ZStackReadWriteLock_6_0(ZAbstractReadWriteLock_6_0& loc
 {
     // KEPT: the flag is set here and not on acquisition. A program that puts a guard around a lock
     // that it already holds would lose its flag.
-    // Test: ZProcessReadWriteLock.KeepsTheFlagOfAGuardForWhoeverHoldsIt
+    // Test: ZProcessReadWriteLock.KeepsTheFlagThatAGuardSetsImmediately
     lock_.setUpdate(update);
 }
 
@@ -505,7 +508,7 @@ void ZStackReadWriteLock_6_0::acquire(Action action)
             if (!succeeded)
                 Rep::noteFailure(guard, held);
         }
-    } attempt{*this, failed_ != 0 ? unwatch(this, held_) : held_};
+    } attempt{*this, failed_ != 0 ? stopCounting(this, held_) : held_};
     try {
         action();
     } catch (ZLockResourceException_6_0 const& failure) {

@@ -17,15 +17,15 @@ constexpr char kSource[] = "src/Z/ZSleeperThread";
 enum ReportSite { reportInLoopEnd = 47, reportInDestructor = 110 };
 
 // Counts calls in progress. Guarded by the condition's lock.
-class Underway {
+class CallInProgress {
 public:
-    Underway(int& calls, ZCondition_6_0& condition) : calls_(calls), condition_(condition)
+    CallInProgress(int& calls, ZCondition_6_0& condition) : calls_(calls), condition_(condition)
     {
         ++calls_;
     }
-    Underway(Underway const&) = delete;
-    Underway& operator=(Underway const&) = delete;
-    ~Underway()
+    CallInProgress(CallInProgress const&) = delete;
+    CallInProgress& operator=(CallInProgress const&) = delete;
+    ~CallInProgress()
     {
         --calls_;
         try {
@@ -42,14 +42,14 @@ private:
 
 // Clears the wake flag after a unit of work, even if the work throws or is cancelled: the next
 // start does not repeat it. A thread that waits to wake the sleeper sets the flag afterwards.
-class WorkDone {
+class ClearWakeFlag {
 public:
-    explicit WorkDone(int& wake) : wake_(wake) {}
-    WorkDone(WorkDone const&) = delete;
-    WorkDone& operator=(WorkDone const&) = delete;
+    explicit ClearWakeFlag(int& wake) : wake_(wake) {}
+    ClearWakeFlag(ClearWakeFlag const&) = delete;
+    ClearWakeFlag& operator=(ClearWakeFlag const&) = delete;
     // KEPT: clears the flag even if the work itself set it. Work that wakes its own sleeper would
     // run without end. Test: ZSleeperThread.KeepsNoWakeUpOfItsOwnWork
-    ~WorkDone() { wake_ = 0; }
+    ~ClearWakeFlag() { wake_ = 0; }
 
 private:
     int& wake_;
@@ -67,8 +67,8 @@ public:
     ~Begin()
     {
         zreporting::runCleanup({kSource, reportInLoopEnd}, [this] {
-            if (!told_)
-                tell();
+            if (!reported_)
+                reportStart();
             ZResourceLock_6_0 const guard(*sleeper_.wakeCondition_.getResource());
             sleeper_.looping_ = 0;
             if (sleeper_.isDetached() != 0)
@@ -76,17 +76,17 @@ public:
         });
     }
 
-    void tell()
+    void reportStart()
     {
         ZResourceLock_6_0 const guard(*sleeper_.startCondition_.getResource());
         ++sleeper_.begun_;
         sleeper_.startCondition_.broadcast();
-        told_ = true;
+        reported_ = true;
     }
 
 private:
     ZSleeperThread_6_0& sleeper_;
-    bool told_ = false;
+    bool reported_ = false;
 };
 
 ZSleeperThread_6_0::ZSleeperThread_6_0(int detached, int autoDelete, unsigned long interval)
@@ -138,7 +138,7 @@ ZSleeperThread_6_0::~ZSleeperThread_6_0()
 void ZSleeperThread_6_0::start()
 {
     ZResourceLock_6_0 const guard(*startCondition_.getResource());
-    Underway const underway(starts_, startCondition_);
+    CallInProgress const inProgress(starts_, startCondition_);
     // Compare a count: a short loop may already have ended when this thread wakes up.
     unsigned const before = begun_;
     ZThread_6_0::start();
@@ -183,13 +183,13 @@ void ZSleeperThread_6_0::run()
     Begin begin(*this);
     ZResourceLock_6_0 const guard(*wakeCondition_.getResource());
     looping_ = 1;
-    begin.tell();
+    begin.reportStart();
     while (exit_ == 0) {
         sleep();
         if (exit_ != 0 || wake_ == 0)
             continue;
         {
-            WorkDone const done(wake_);
+            ClearWakeFlag const clear(wake_);
             doWork();
         }
         if (pool() != nullptr) {

@@ -47,7 +47,7 @@ enum Joinable {
 static_assert(sizeof(pthread_t) == sizeof(unsigned long));
 static_assert(sizeof(pthread_key_t) == sizeof(unsigned int));
 
-[[noreturn]] void raise(Message message, int rc, RaiseSite site)
+[[noreturn]] void throwThreadException(Message message, int rc, RaiseSite site)
 {
     ZThreadException_6_0(message, rc).throwException(kSource, site);
 }
@@ -59,12 +59,12 @@ public:
     {
         int rc = pthread_attr_init(&attributes_);
         if (rc != 0)
-            raise(attrInit, rc, raiseInAttrInit);
+            throwThreadException(attrInit, rc, raiseInAttrInit);
         rc = pthread_attr_setdetachstate(
             &attributes_, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
         if (rc != 0) {
             destroy();
-            raise(setDetachState, rc, raiseInSetDetached);
+            throwThreadException(setDetachState, rc, raiseInSetDetached);
         }
     }
     Attributes(Attributes const&) = delete;
@@ -182,7 +182,7 @@ void ZThread_6_0::start()
         --creations_;
         joinable.store(before);
         joinable.notify_all();
-        raise(threadCreate, rc, raiseInCreate);
+        throwThreadException(threadCreate, rc, raiseInCreate);
     }
     std::atomic_ref(id_).store(id, std::memory_order_relaxed);
     if (joins)
@@ -198,7 +198,7 @@ void ZThread_6_0::waitForExit()
     if (detached_ != 0)
         return;
     if (std::atomic_ref(joinable_).exchange(kNotJoinable) == kNotJoinable)
-        raise(threadJoin, ESRCH, raiseInJoin);
+        throwThreadException(threadJoin, ESRCH, raiseInJoin);
     int rc = 0;
     try {
         rc = pthread_join(getPThreadID(), nullptr);
@@ -210,7 +210,7 @@ void ZThread_6_0::waitForExit()
     }
     if (rc != 0) {
         std::atomic_ref(joinable_).store(kJoinable);
-        raise(threadJoin, rc, raiseInJoin);
+        throwThreadException(threadJoin, rc, raiseInJoin);
     }
 }
 
@@ -232,14 +232,14 @@ void ZThread_6_0::createThreadKey(unsigned int& key)
 {
     int const rc = pthread_key_create(&key, &deleteThreadObject);
     if (rc != 0)
-        raise(keyCreate, rc, raiseInKeyCreate);
+        throwThreadException(keyCreate, rc, raiseInKeyCreate);
 }
 
 void ZThread_6_0::setThreadObject(unsigned int& key, ZObject_6_0* object)
 {
     int const rc = pthread_setspecific(key, object);
     if (rc != 0)
-        raise(setSpecific, rc, raiseInSetSpecific);
+        throwThreadException(setSpecific, rc, raiseInSetSpecific);
 }
 
 ZObject_6_0* ZThread_6_0::getThreadObject(unsigned int& key)

@@ -43,7 +43,7 @@ enum Message {
     conditionSignal = 10
 };
 
-[[noreturn]] void raise(Message message, int rc, RaiseSite site)
+[[noreturn]] void throwThreadException(Message message, int rc, RaiseSite site)
 {
     ZThreadException_6_0(message, rc).throwException(kSource, site);
 }
@@ -52,16 +52,17 @@ enum Message {
 
 struct ZThreadPool_6_0::Rep {
     // Marks a sleeper that waitForExit() is shutting down. Created and destroyed under the mutex.
-    struct Told {
-        Told(Rep& pool, ZThread_6_0& sleeper) : rep(pool), thread(sleeper), next(pool.told)
+    struct ShutdownRequest {
+        ShutdownRequest(Rep& pool, ZThread_6_0& sleeper)
+            : rep(pool), thread(sleeper), next(pool.shutdowns)
         {
-            rep.told = this;
+            rep.shutdowns = this;
         }
-        Told(Told const&) = delete;
-        Told& operator=(Told const&) = delete;
-        ~Told()
+        ShutdownRequest(ShutdownRequest const&) = delete;
+        ShutdownRequest& operator=(ShutdownRequest const&) = delete;
+        ~ShutdownRequest()
         {
-            Told** link = &rep.told;
+            ShutdownRequest** link = &rep.shutdowns;
             while (*link != this)
                 link = &(*link)->next;
             *link = next;
@@ -71,19 +72,19 @@ struct ZThreadPool_6_0::Rep {
 
         Rep& rep;
         ZThread_6_0& thread;
-        Told* next;
+        ShutdownRequest* next;
     };
 
-    Rep(unsigned most, unsigned mostIdle)
-        : idle(std::min(mostIdle, 16u), 0), maximumActive(most), maximumIdle(mostIdle)
+    Rep(unsigned maxActive, unsigned maxIdle)
+        : idle(std::min(maxIdle, 16u), 0), maximumActive(maxActive), maximumIdle(maxIdle)
     {
         int rc = pthread_mutex_init(&mutex, nullptr);
         if (rc != 0)
-            raise(mutexInit, rc, raiseInMutexInit);
+            throwThreadException(mutexInit, rc, raiseInMutexInit);
         rc = pthread_cond_init(&condition, nullptr);
         if (rc != 0) {
             pthread_mutex_destroy(&mutex);
-            raise(conditionInit, rc, raiseInConditionInit);
+            throwThreadException(conditionInit, rc, raiseInConditionInit);
         }
     }
 
@@ -108,7 +109,7 @@ struct ZThreadPool_6_0::Rep {
     }
 
     // Removes and returns the thread that was parked first; null if no thread is parked.
-    ZThread_6_0* takeIdle()
+    ZThread_6_0* popIdle()
     {
         if (idle.isEmpty())
             return nullptr;
@@ -117,10 +118,11 @@ struct ZThreadPool_6_0::Rep {
         return static_cast<ZThread_6_0*>(thread);
     }
 
-    bool isToldToEnd(ZThread_6_0 const& thread) const
+    bool isShuttingDown(ZThread_6_0 const& thread) const
     {
-        for (Told const* one = told; one != nullptr; one = one->next)
-            if (&one->thread == &thread)
+        for (ShutdownRequest const* request = shutdowns; request != nullptr;
+             request = request->next)
+            if (&request->thread == &thread)
                 return true;
         return false;
     }
@@ -145,7 +147,7 @@ struct ZThreadPool_6_0::Rep {
             zreporting::reportRc({kSource, reportInWake}, conditionSignal, rc);
     }
 
-    void forget(ZThread_6_0 const& thread)
+    void removeIdle(ZThread_6_0 const& thread)
     {
         int const index = indexOf(thread);
         if (index >= 0)
@@ -159,40 +161,40 @@ struct ZThreadPool_6_0::Rep {
     unsigned active = 0;  // threads started by the pool, not ended
     unsigned const maximumActive;
     unsigned const maximumIdle;
-    unsigned closing = 0;  // waitForExit() calls; no thread is parked during them
-    unsigned waiting = 0;  // threads that wait on the condition
-    Told* told = nullptr;  // sleepers that are being shut down
+    unsigned closing = 0;                  // waitForExit() calls; no thread is parked during them
+    unsigned waiting = 0;                  // threads that wait on the condition
+    ShutdownRequest* shutdowns = nullptr;  // sleepers that are being shut down
 };
 
 namespace {
 
 // Increments `number` in this scope. The mutex must be held at both ends.
-class Count {
+class ScopedIncrement {
 public:
-    explicit Count(unsigned& number) : number_(number) { ++number_; }
-    Count(Count const&) = delete;
-    Count& operator=(Count const&) = delete;
-    ~Count() { --number_; }
+    explicit ScopedIncrement(unsigned& number) : number_(number) { ++number_; }
+    ScopedIncrement(ScopedIncrement const&) = delete;
+    ScopedIncrement& operator=(ScopedIncrement const&) = delete;
+    ~ScopedIncrement() { --number_; }
 
 private:
     unsigned& number_;
 };
 
 // Holds the pool's mutex in this scope.
-class Guard {
+class MutexGuard {
 public:
-    explicit Guard(pthread_mutex_t& mutex) : mutex_(&mutex) { lock(); }
-    enum Twice { twice };
-    Guard(pthread_mutex_t& mutex, Twice) : mutex_(&mutex)
+    explicit MutexGuard(pthread_mutex_t& mutex) : mutex_(&mutex) { lock(); }
+    enum Retry { retry };
+    MutexGuard(pthread_mutex_t& mutex, Retry) : mutex_(&mutex)
     {
         if (pthread_mutex_lock(mutex_) == 0)
             locked_ = true;
         else
             lock();
     }
-    Guard(Guard const&) = delete;
-    Guard& operator=(Guard const&) = delete;
-    ~Guard()
+    MutexGuard(MutexGuard const&) = delete;
+    MutexGuard& operator=(MutexGuard const&) = delete;
+    ~MutexGuard()
     {
         if (!locked_)
             return;
@@ -205,7 +207,7 @@ public:
     {
         int const rc = pthread_mutex_lock(mutex_);
         if (rc != 0)
-            raise(mutexLock, rc, raiseInLock);
+            throwThreadException(mutexLock, rc, raiseInLock);
         locked_ = true;
     }
 
@@ -215,7 +217,7 @@ public:
         locked_ = false;
         int const rc = pthread_mutex_unlock(mutex_);
         if (rc != 0)
-            raise(mutexUnlock, rc, raiseInUnlock);
+            throwThreadException(mutexUnlock, rc, raiseInUnlock);
     }
 
     // Reports a failed wait and lets other threads take the mutex; the caller must check its
@@ -224,7 +226,7 @@ public:
     {
         int rc = 0;
         {
-            Count const counted(waiting);
+            ScopedIncrement const counted(waiting);
             rc = pthread_cond_wait(&condition, mutex_);
         }
         if (rc == 0)
@@ -241,21 +243,21 @@ private:
 };
 
 // Releases the pool's mutex in this scope.
-class Unlocked {
+class ScopedUnlock {
 public:
-    explicit Unlocked(Guard& guard) : guard_(guard)
+    explicit ScopedUnlock(MutexGuard& guard) : guard_(guard)
     {
         zreporting::reportExceptions({kSource, raiseInUnlock}, [&] { guard_.unlock(); });
     }
-    Unlocked(Unlocked const&) = delete;
-    Unlocked& operator=(Unlocked const&) = delete;
-    ~Unlocked() noexcept(false)
+    ScopedUnlock(ScopedUnlock const&) = delete;
+    ScopedUnlock& operator=(ScopedUnlock const&) = delete;
+    ~ScopedUnlock() noexcept(false)
     {
         zreporting::runInDestructor({kSource, raiseInLock}, [this] { guard_.lock(); });
     }
 
 private:
-    Guard& guard_;
+    MutexGuard& guard_;
 };
 
 }  // namespace
@@ -284,7 +286,7 @@ ZThread_6_0* ZThreadPool_6_0::createThread()
 
 void ZThreadPool_6_0::start(ZThread_6_0& thread)
 {
-    Guard guard(rep_->mutex);
+    MutexGuard guard(rep_->mutex);
     while (rep_->active >= rep_->maximumActive)
         guard.wait(rep_->condition, rep_->waiting);
     startInSlot(thread);
@@ -324,8 +326,8 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
 {
     thread = nullptr;
     {
-        Guard guard(rep_->mutex);
-        thread = rep_->takeIdle();
+        MutexGuard guard(rep_->mutex);
+        thread = rep_->popIdle();
         guard.unlock();
     }
     if (thread == nullptr)
@@ -334,14 +336,14 @@ void ZThreadPool_6_0::getAvailableIdleThread(ZThread_6_0*& thread)
 
 void ZThreadPool_6_0::waitForExit()
 {
-    Guard guard(rep_->mutex);
+    MutexGuard guard(rep_->mutex);
     {
         // No thread is parked until the end of this scope.
-        Count const closing(rep_->closing);
-        while (ZThread_6_0* const sleeper = rep_->takeIdle()) {
+        ScopedIncrement const closing(rep_->closing);
+        while (ZThread_6_0* const sleeper = rep_->popIdle()) {
             // An ending sleeper needs the mutex to report its end: release it.
-            Rep::Told const told(*rep_, *sleeper);
-            Unlocked const unlocked(guard);
+            Rep::ShutdownRequest const request(*rep_, *sleeper);
+            ScopedUnlock const unlocked(guard);
             zreporting::reportExceptions({kSource, reportInWaitForExit},
                                          [&] { sleeper->waitForExit(); });
         }
@@ -354,14 +356,14 @@ void ZThreadPool_6_0::waitForExit()
 void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
 {
     keep = 0;
-    Guard guard(rep_->mutex);
+    MutexGuard guard(rep_->mutex);
     // A parked sleeper with an interval reports repeatedly: park it only once.
     if (rep_->closing == 0) {
         bool const parked = rep_->indexOf(thread) >= 0;
-        bool const hasRoom = rep_->idle.size() < rep_->maximumIdle;
-        if (!parked && hasRoom)
+        bool const hasSpace = rep_->idle.size() < rep_->maximumIdle;
+        if (!parked && hasSpace)
             rep_->idle.add(&thread);
-        keep = parked || hasRoom ? 1 : 0;
+        keep = parked || hasSpace ? 1 : 0;
     }
     guard.unlock();
 }
@@ -369,15 +371,15 @@ void ZThreadPool_6_0::threadDoneNotification(ZThread_6_0& thread, int& keep)
 void ZThreadPool_6_0::threadDeathNotification(ZThread_6_0& thread)
 {
     // Try the mutex twice: without it the slot would leak.
-    Guard guard(rep_->mutex, Guard::twice);
+    MutexGuard guard(rep_->mutex, MutexGuard::retry);
     // A detached thread may delete its object after this call. Wait while waitForExit() still uses
     // it.
-    while (thread.detached_ != 0 && rep_->isToldToEnd(thread))
+    while (thread.detached_ != 0 && rep_->isShuttingDown(thread))
         guard.wait(rep_->condition, rep_->waiting);
-    rep_->forget(thread);
+    rep_->removeIdle(thread);
     --rep_->active;
     int const rc = rep_->signal();
     if (rc != 0)
-        raise(conditionSignal, rc, raiseInSignal);
+        throwThreadException(conditionSignal, rc, raiseInSignal);
     guard.unlock();
 }
