@@ -24,7 +24,7 @@ public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
     {
         int const fd = mkstemp(path_.data());
-        check(fd >= 0, "there is a place for a file");
+        check(fd >= 0, "a temporary file can be created");
         close(fd);
     }
     ~Scratch() { unlink(path_.c_str()); }
@@ -91,11 +91,12 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     std::string const written = file.read();
     ZJavaProperties_6_0 again;
     again.load(file.path());
-    check(entriesOf(again) == entriesOf(JavaModel(written)), "so is what was written");
+    check(entriesOf(again) == entriesOf(JavaModel(written)),
+          "a written file is read as the model reads it");
     if (arrives(entriesOf(store))) {
-        check(entriesOf(again) == entriesOf(store), "what was written gives back the entries");
+        check(entriesOf(again) == entriesOf(store), "a written file has the same entries");
         again.store(file.path());
-        check(file.read() == written, "it is written again as it was");
+        check(file.read() == written, "a written file is written again unchanged");
     }
     return 0;
 }

@@ -25,7 +25,7 @@ class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
     {
-        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
+        check(mkdtemp(path_.data()) != nullptr, "a temporary directory can be created");
     }
     ~Scratch()
     {
@@ -118,11 +118,11 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         writes ? lock.writeLock() : lock.readLock();
         check(lock.getSequence() == number, "the number is read as the file has it");
         bool const tells = observes && last != kNever && last != number;
-        check(observer.told == (tells ? 1 : 0), "a change is told once, and nothing else");
+        check(observer.told == (tells ? 1 : 0), "only a change is reported, once");
         check(!tells || (observer.from == last && observer.to == number), "with both numbers");
         check(lock.getLockState() == (writes || tells ? Lock::write : Lock::read),
-              "who is told of a change writes");
-        check(scratch.read() == file, "only the process id is written on the way in");
+              "a notified object has the write lock");
+        check(scratch.read() == file, "acquiring writes only the process id");
         last = number;
         bool const raises = writes && update == 1;
         lock.unlock(update == 1 && (writes || !tells) ? 1 : 0);
@@ -131,7 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
             putAt(file, 0, bytesOf(last));
         }
         check(lock.getLastSequence() == last, "the number is remembered");
-        check(scratch.read() == file, "only a raised number is written on the way out");
+        check(scratch.read() == file, "releasing writes only an incremented number");
         check(lock.getLockState() == Lock::unset && lock.getFileHandle() == -1, "nothing is held");
     }
     return 0;

@@ -37,7 +37,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ProcessLocks, ReadersAreInsideTogether)
+TEST_F(ProcessLocks, ReadersShareTheLock)
 {
     OtherLocker one = process();
     OtherLocker two = process();
@@ -49,7 +49,7 @@ TEST_F(ProcessLocks, ReadersAreInsideTogether)
     EXPECT_EQ("--", seen());
 }
 
-TEST_F(ProcessLocks, WriterIsAlone)
+TEST_F(ProcessLocks, WriterExcludesAllOthers)
 {
     for (char first : {'w', 'p'})
         for (char second : {'r', 'w', 'p'}) {
@@ -82,7 +82,7 @@ TEST_F(ProcessLocks, WriterWaitsForTheReadersOfAllProcesses)
     writer.does('u');
 }
 
-TEST_F(ProcessLocks, WriterThatWaitsKeepsNewReadersOut)
+TEST_F(ProcessLocks, WaitingWriterBlocksNewReaders)
 {
     OtherLocker reader = process();
     OtherLocker writer = process();
@@ -101,7 +101,7 @@ TEST_F(ProcessLocks, WriterThatWaitsKeepsNewReadersOut)
     late.does('u');
 }
 
-TEST_F(ProcessLocks, ChangesAreToldToOtherProcesses)
+TEST_F(ProcessLocks, ChangesAreReportedToOtherProcesses)
 {
     OtherLocker writer = process();
     OtherLocker observer = process();
@@ -125,7 +125,7 @@ TEST_F(ProcessLocks, ChangesAreToldToOtherProcesses)
     EXPECT_EQ("unset 3 0>1 1>3", observer.does('u'));
 }
 
-TEST_F(ProcessLocks, ProcessThatIsKilledHoldsNothing)
+TEST_F(ProcessLocks, KilledProcessHoldsNothing)
 {
     for (char held : {'r', 'w'}) {
         SCOPED_TRACE(held);
@@ -150,7 +150,7 @@ TEST_F(ProcessLocks, ProcessThatIsKilledHoldsNothing)
     EXPECT_EQ("r-", seen());
 }
 
-TEST_F(ProcessLocks, SignalEndsTheWaitOfAProcessAndLeavesTheOthers)
+TEST_F(ProcessLocks, SignalEndsTheWaitOfOneProcessOnly)
 {
     OtherLocker holder = process();
     OtherLocker waiting = process();
@@ -170,7 +170,7 @@ TEST_F(ProcessLocks, SignalEndsTheWaitOfAProcessAndLeavesTheOthers)
 // Three processes of four threads use one file through two lock objects each. The kernel sees only
 // which process waits for which, so it sometimes reports a deadlock that does not exist. No other
 // failure is allowed.
-TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverStick)
+TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverHang)
 {
     struct Shared {
         std::atomic<int> writers;
@@ -234,7 +234,7 @@ TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverStick)
 
 // 100,000 acquisitions against another process, with a signal every millisecond that interrupts
 // calls. Each one ends with the lock held, or with an exception and nothing held.
-TEST_F(ProcessLocks, SignalsLeaveTheLockHeldOrNothing)
+TEST_F(ProcessLocks, SignalsLeaveTheLockHeldOrFree)
 {
     constexpr int kAcquisitions = 100000;
     struct sigaction handler = {};

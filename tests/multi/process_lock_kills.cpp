@@ -119,9 +119,9 @@ void lookAtCounter(Shared& shared, Lock& lock, int fd)
     unsigned long const counter = readCounter(fd);
     std::this_thread::yield();
     if (readCounter(fd) != counter || shared.writer.load() != writer)
-        fault(shared, "a writer beside a reader");
+        fault(shared, "a writer during a read");
     if (writer != 0 && !ends(writer))
-        fault(shared, "a living writer beside a reader");
+        fault(shared, "a living writer during a read");
     lock.unlock();
 }
 
@@ -225,14 +225,14 @@ int main(int argc, char** argv)
     unsigned long const raises = shared.raises;
     auto const most = static_cast<unsigned long>(killed);
     if (counter < raises || counter > raises + most)
-        fault(shared, "the counter is not what was raised");
+        fault(shared, "the counter does not match the increments");
     if (sequence > counter || sequence + most < counter)
-        fault(shared, "the sequence is not what was raised");
+        fault(shared, "the sequence does not match the increments");
     if (raises == 0)
-        fault(shared, "nothing was raised");
+        fault(shared, "nothing was incremented");
 
     std::printf(
-        "process locks: %d kills, %lu acquisitions, counter %lu, known raises %lu, "
+        "process locks: %d kills, %lu acquisitions, counter %lu, known increments %lu, "
         "sequence %lu, longest wait %.1f ms, %d faults%s%s\n",
         killed, shared.acquisitions.load(), counter, raises, sequence,
         std::chrono::duration<double, std::milli>(longest).count(), shared.faults.load(),

@@ -277,9 +277,9 @@ void interrupt(long acquisitions)
     for (std::thread& thread : threads)
         thread.join();
     if (shared.haveLock(Lock::unset) == 0)
-        fault("a lock is held behind the signals");
+        fault("a lock is held after the signals");
     if (signals == 0)
-        fault("no signal came");
+        fault("no signal arrived");
 }
 
 // ---- Cancellations ---------------------------------------------------------------------------
@@ -354,7 +354,7 @@ struct Scene {
     void expectFree()
     {
         if (shared.haveLock(Lock::unset) == 0)
-            fault("a read-write lock is held behind a cancellation");
+            fault("a read-write lock is held after a cancellation");
         // If one of these were held, this would wait until the alarm ends the program.
         ZResourceLock_6_0 const one(lock);
         ZResourceLock_6_0 const other(*condition.getResource());
@@ -421,7 +421,7 @@ void cancelAtRandom(int rounds)
         for (auto const& player : players) {
             player->waitForExit();
             if (player->exits != 1)
-                fault("a cancelled thread did not say that it ends");
+                fault("a cancelled thread did not call exit()");
         }
         sleeper.ZThread_6_0::waitForExit();
         pool.waitForExit();

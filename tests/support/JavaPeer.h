@@ -81,7 +81,7 @@ public:
         fflush(to_);
         std::string file(getNumber(), '\0');
         if (fread(file.data(), 1, file.size(), from_) != file.size())
-            throw std::runtime_error("the Java process is gone");
+            throw std::runtime_error("the Java process has ended");
         return file;
     }
 
@@ -150,7 +150,7 @@ private:
     {
         int const byte = fgetc(from_);
         if (byte == EOF)
-            throw std::runtime_error("the Java process is gone");
+            throw std::runtime_error("the Java process has ended");
         return static_cast<unsigned>(byte);
     }
 

@@ -120,7 +120,7 @@ std::unique_ptr<JavaPeer> JavaPlatform::java;
 
 // ---- The tables --------------------------------------------------------------------------------
 
-TEST_F(JavaPlatform, DiffersInReadingAsTheTableSays)
+TEST_F(JavaPlatform, ReadsAsTheTableOfDifferencesStates)
 {
     for (JavaDifference const& row : javaDifferences()) {
         SCOPED_TRACE(row.name);
@@ -135,7 +135,7 @@ TEST_F(JavaPlatform, DiffersInReadingAsTheTableSays)
     }
 }
 
-TEST_F(JavaPlatform, GetsWhatTheTableSaysFromAWrittenFile)
+TEST_F(JavaPlatform, ReadsWrittenFilesAsTheTableStates)
 {
     struct Row {
         char const* name;
@@ -145,19 +145,19 @@ TEST_F(JavaPlatform, GetsWhatTheTableSaysFromAWrittenFile)
         std::optional<Entries> java;
     };
     Row const rows[] = {
-        {"key with a blank", "a b", "", {{"a", "b = "}}, {{{"a", "b = "}}}},
+        {"key with a space", "a b", "", {{"a", "b = "}}, {{{"a", "b = "}}}},
         {"key with a separator", "a=b", "", {{"a", "b = "}}, {{{"a", "b = "}}}},
-        {"key with a line end", "a\nb", "", {}, {{{"a", ""}, {"b", ""}}}},
+        {"key with a newline", "a\nb", "", {}, {{{"a", ""}, {"b", ""}}}},
         {"key with a backslash", "a\\b", "", {}, {{{"ab", ""}}}},
         {"key like a comment", "#a", "", {}, {{}}},
-        {"key of no text", "", "", {}, {{{"", ""}}}},
+        {"empty key", "", "", {}, {{{"", ""}}}},
         {"key that is not ASCII", "\xC3\xA9", "", {{"\xC3\xA9", ""}}, {{{"\xC3\x83\xC2\xA9", ""}}}},
-        {"value that begins with a blank", "a", " b", {{"a", "b"}}, {{{"a", "b"}}}},
-        {"value with a line end", "a", "\nb=", {{"a", ""}, {"b", ""}}, {{{"a", ""}, {"b", ""}}}},
+        {"value with a leading space", "a", " b", {{"a", "b"}}, {{{"a", "b"}}}},
+        {"value with a newline", "a", "\nb=", {{"a", ""}, {"b", ""}}, {{{"a", ""}, {"b", ""}}}},
         {"value beyond U+FFFF", "a", "\xF0\x9F\x98\x80", {}, std::nullopt},
         {"value with DEL", "a", "\x7F", {}, std::nullopt},
         {"value with a stray byte", "a", "\x80", {}, std::nullopt},
-        {"value cut short", "a", "\xC3", {{"a", "\xC3\x80"}}, {{{"a", "\xC3\x80"}}}},
+        {"truncated value", "a", "\xC3", {{"a", "\xC3\x80"}}, {{{"a", "\xC3\x80"}}}},
     };
     for (Row const& row : rows) {
         SCOPED_TRACE(row.name);
@@ -295,7 +295,7 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     if (getenv("Z_JAVA") == nullptr) {
-        std::cout << "left out: no Java development kit here (default-jdk-headless)\n";
+        std::cout << "skipped: no Java development kit (default-jdk-headless)\n";
         return kSkipped;
     }
     return RUN_ALL_TESTS();

@@ -179,7 +179,7 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
 
 }  // extern "C"
 
-TEST(ZCondition, WakesAWaiterWhoHoldsTheLockAsDeepAsBefore)
+TEST(ZCondition, RestoresTheDepthOfTheLockAfterAWait)
 {
     ZLock_6_0 lock;
     ZCondition_6_0 condition(lock);
@@ -242,7 +242,7 @@ TEST(ZCondition, SignalAndBroadcastNeedNoLock)
     condition.broadcast();
 }
 
-TEST(ZCondition, IsMadeWithDefaultAttributes)
+TEST(ZCondition, IsCreatedWithDefaultAttributes)
 {
     calls = Calls();
     ZCondition_6_0 const condition;
@@ -272,7 +272,7 @@ TEST(ZCondition, DestroysOnlyALockOfItsOwn)
     EXPECT_EQ(1, depthOf(lock));
 }
 
-TEST(ZCondition, ZeroSecondsRunOutAtOnce)
+TEST(ZCondition, ZeroSecondsTimeOutImmediately)
 {
     ZCondition_6_0 condition;
     condition.lock();
@@ -297,7 +297,7 @@ TEST(ZCondition, ATimedWaitTakesItsTime)
     EXPECT_EQ(1, depthOf(condition));
 }
 
-TEST(ZCondition, ATimedWaitThatIsSignalledDoesNotRunOut)
+TEST(ZCondition, ASignalledTimedWaitDoesNotTimeOut)
 {
     ZCondition_6_0 condition;
     bool waiting = false;
@@ -336,8 +336,8 @@ TEST(ZCondition, SecondsCountFromNowAndStayInRange)
                           {"a moment ago", -60, 0},
                           {"at the epoch", -now, 1},
                           {"before the epoch", -now - 1000, 1},
-                          {"as early as can be", kLeast, 1},
-                          {"beyond the end of time", kMost, kMost}};
+                          {"the smallest number", kLeast, 1},
+                          {"past the largest time", kMost, kMost}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         ZCondition_6_0 condition;
@@ -392,7 +392,7 @@ TEST(ZCondition, OnlyTheZeroMomentWaitsWithoutLimit)
     calls = Calls();
 }
 
-TEST(ZCondition, AWaitWithoutTheLockRaisesBeforeItWaits)
+TEST(ZCondition, AWaitWithoutTheLockThrowsBeforeWaiting)
 {
     ZLock_6_0 lock;
     ZCondition_6_0 condition(lock);
@@ -409,7 +409,7 @@ TEST(ZCondition, AWaitWithoutTheLockRaisesBeforeItWaits)
     EXPECT_EQ(1, depthOf(lock));
 }
 
-TEST(ZCondition, AsksItsVirtualCheckForTheLock)
+TEST(ZCondition, CallsItsVirtualCheckOfTheLock)
 {
     Unchecked condition;
     condition.lock();
@@ -425,7 +425,7 @@ TEST(ZCondition, LockingFailsAsTheLockDoes)
     EXPECT_THROW(condition.unlock(), ZUnlockResourceException_6_0);
 }
 
-TEST(ZCondition, ReportsAndRaisesWhatTheWaitAnswers)
+TEST(ZCondition, ReportsAndThrowsAFailedWait)
 {
     ZCondition_6_0 condition;
     condition.lock();
@@ -453,7 +453,7 @@ TEST(ZCondition, KeepsOneMessageForBothWaits)
     EXPECT_EQ(1, depthOf(condition));
 }
 
-TEST(ZCondition, ReportsAndRaisesWhatSignalAndBroadcastAnswer)
+TEST(ZCondition, ReportsAndThrowsAFailedSignalOrBroadcast)
 {
     ZCondition_6_0 condition;
     {
@@ -472,7 +472,7 @@ TEST(ZCondition, ReportsAndRaisesWhatSignalAndBroadcastAnswer)
     expectReported(noted, siteInBroadcast, 27, "1");
 }
 
-TEST(ZCondition, IsNotMadeWhenTheSystemRefuses)
+TEST(ZCondition, IsNotConstructedIfTheSystemRefuses)
 {
     ZLock_6_0 lock;
     calls.failInit = EAGAIN;
@@ -485,7 +485,7 @@ TEST(ZCondition, IsNotMadeWhenTheSystemRefuses)
     calls = Calls();
 }
 
-TEST(ZCondition, IsNotMadeWithoutMemoryForItsLock)
+TEST(ZCondition, IsNotConstructedWithoutMemoryForItsLock)
 {
     calls.failNew = true;
     EXPECT_THROW(ZCondition_6_0 const condition, ZOutOfMemoryException_6_0);
@@ -506,7 +506,7 @@ TEST(ZCondition, OnlyReportsAFailureToBeDestroyed)
     expectReported(noted, siteInDestructor, 8, "16");
 }
 
-TEST(ZCondition, CallsItsHookOnceWhenTheTimeRunsOut)
+TEST(ZCondition, CallsItsHookOnceOnATimeout)
 {
     Hooked condition;
     condition.lock();
@@ -534,7 +534,7 @@ TEST(ZCondition, KeepsTheLockMarkedFreeInTheTimeOutHook)
     pthread_mutex_unlock(calls.mutex);
 }
 
-TEST(ZCondition, ACancelledWaiterLetsGoOfTheLock)
+TEST(ZCondition, ACancelledWaiterReleasesTheLock)
 {
     ZCondition_6_0 condition;
     bool waiting = false;  // guarded by the condition's lock
@@ -582,7 +582,7 @@ TEST(ZCondition, AHookThatIsCancelledLeavesTheLockHeld)
     EXPECT_EQ(2, depth);
 }
 
-TEST(ZBooleanCondition, CarriesAFlag)
+TEST(ZBooleanCondition, HasAFlag)
 {
     ZLock_6_0 lock;
     ZBooleanCondition_6_0 borrowing(lock);
@@ -618,7 +618,7 @@ TEST(ZBooleanCondition, RefusesItsFlagWithoutTheLock)
     condition.unlock();
 }
 
-TEST(ZBooleanCondition, DoesNotWaitWhenTheFlagIsSet)
+TEST(ZBooleanCondition, DoesNotWaitIfTheFlagIsSet)
 {
     ZBooleanCondition_6_0 condition;
     condition.lock();

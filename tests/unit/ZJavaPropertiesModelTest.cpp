@@ -91,7 +91,7 @@ constexpr int kTexts = 5000;
 constexpr int kTexts = 100000;
 #endif
 
-TEST(ZJavaPropertiesModel, ReadsRandomTextCutAtEveryByteAsTheModelDoes)
+TEST(ZJavaPropertiesModel, MatchesTheModelOnRandomTextCutAtEveryByte)
 {
     std::mt19937 random(20020607);
     ScratchFile file;
@@ -111,10 +111,10 @@ TEST(ZJavaPropertiesModel, ReadsRandomTextCutAtEveryByteAsTheModelDoes)
         }
         entries += JavaModel(text).stored.size();
     }
-    EXPECT_LT(static_cast<size_t>(kTexts) / 2, entries) << "the texts hold too little";
+    EXPECT_LT(static_cast<size_t>(kTexts) / 2, entries) << "the texts have too few entries";
 }
 
-TEST(ZJavaPropertiesModel, TakesEveryByteInEveryStateAsTheModelDoes)
+TEST(ZJavaPropertiesModel, MatchesTheModelOnEveryByteInEveryState)
 {
     // Texts that lead to each of the states, in their order.
     char const* const kLeads[] = {"",         "  ",       "# ",        "key",       "key\\",
@@ -136,7 +136,7 @@ TEST(ZJavaPropertiesModel, TakesEveryByteInEveryStateAsTheModelDoes)
     }
 }
 
-TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreWrittenDown)
+TEST(ZJavaPropertiesModel, DifferencesFromTheJavaPlatformAreDocumented)
 {
     std::ifstream in(Z_TEST_DATA "/../../docs/file-formats.md");
     std::string const text{std::istreambuf_iterator<char>(in), {}};

@@ -107,14 +107,14 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
     };
     Case const cases[] = {
         {"equals", "a=b\n", {{"a", "b"}}},
-        {"equals between blanks", "a = b\n", {{"a", "b"}}},
+        {"equals between spaces", "a = b\n", {{"a", "b"}}},
         {"colon", "a:b\n", {{"a", "b"}}},
         {"blank", "a b\n", {{"a", "b"}}},
-        {"blanks everywhere", "  a   =   b\n", {{"a", "b"}}},
-        {"every blank", "\t\v\f a\t\v\f =\t\v\f b\n", {{"a", "b"}}},
-        {"blanks at the end", "a = b  \n", {{"a", "b  "}}},
+        {"spaces everywhere", "  a   =   b\n", {{"a", "b"}}},
+        {"every kind of space", "\t\v\f a\t\v\f =\t\v\f b\n", {{"a", "b"}}},
+        {"trailing spaces", "a = b  \n", {{"a", "b  "}}},
         {"no value", "a =\n", {{"a", ""}}},
-        {"no value, blanks", "a =  \n", {{"a", ""}}},
+        {"no value, spaces", "a =  \n", {{"a", ""}}},
         {"second separator", "a == b\n", {{"a", "= b"}}},
         {"inner blanks", "a=b c\td\n", {{"a", "b c\td"}}},
         {"comments", "# a=b\n! c=d\n  # e=f\n\t!g=h\nx=y\n", {{"x", "y"}}},
@@ -123,16 +123,16 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
         {"empty lines", "\n\n  \n a=b\n \n", {{"a", "b"}}},
         {"carriage returns", "a=b\rc=d\r", {{"a", "b"}, {"c", "d"}}},
         {"both", "a=b\r\nc=d\r\n", {{"a", "b"}, {"c", "d"}}},
-        {"both the other way", "a=b\n\rc=d\n\r", {{"a", "b"}, {"c", "d"}}},
+        {"both, reversed", "a=b\n\rc=d\n\r", {{"a", "b"}, {"c", "d"}}},
         {"twice", "a=b\na=c\n", {{"a", "c"}}},
         {"continued", "a = one\\\n    two\n", {{"a", "onetwo"}}},
         {"continued by both", "a = one\\\r\n    two\r\n", {{"a", "onetwo"}}},
-        {"continued behind a blank", "a one \\\n\ttwo\\\n three\n", {{"a", "one twothree"}}},
+        {"continued after a space", "a one \\\n\ttwo\\\n three\n", {{"a", "one twothree"}}},
         {"continued before the value", "a =\\\n  b\n", {{"a", "b"}}},
         {"continued without separator", "a \\\n b\n", {{"a", "b"}}},
         {"continuation escapes", "a=b\\\n\\:c\n", {{"a", "b:c"}}},
         {"empty continuation line", "a=b\\\n\nc=d\n", {{"a", "b"}, {"c", "d"}}},
-        {"blank continuation line", "a=b\\\n  \nc=d\n", {{"a", "b"}, {"c", "d"}}},
+        {"continuation line of spaces", "a=b\\\n  \nc=d\n", {{"a", "b"}, {"c", "d"}}},
         {"key escapes", "a\\\\\\ \\\t\\\v\\\f\\=\\:z=b\n", {{"a\\ \t\v\f=:z", "b"}}},
         {"value escapes", "a=\\\\\\ \\\t\\\v\\\f\\:\\\"\\'z\n", {{"a", "\\ \t\v\f:\"'z"}}},
         {"escaped first", "a \\ b\n", {{"a", " b"}}},
@@ -140,7 +140,7 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
         {"two bytes", "k = caf\\u00e9\n", {{"k", "caf\xC3\xA9"}}},
         {"three bytes", "a=\\u20AC\\U20ac!\n", {{"a", "\xE2\x82\xAC\xE2\x82\xAC!"}}},
         {"the highest", "a=\\uFFFF\n", {{"a", "\xEF\xBF\xBF"}}},
-        {"bytes as they are", "\xC3\xA9=\xE9\xFF\n", {{"\xC3\xA9", "\xE9\xFF"}}},
+        {"any bytes", "\xC3\xA9=\xE9\xFF\n", {{"\xC3\xA9", "\xE9\xFF"}}},
         {"nothing", "", {}},
     };
     for (Case const& c : cases) {
@@ -149,7 +149,7 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
     }
 }
 
-TEST(ZJavaProperties, TakesHexadecimalDigitsAlone)
+TEST(ZJavaProperties, ConvertsOnlyHexadecimalDigits)
 {
     std::string const digits = "0123456789abcdef";
     for (int c = 0; c < 256; ++c) {
@@ -169,7 +169,7 @@ TEST(ZJavaProperties, SkipsALineWithAnError)
         char const* line;
     };
     Case const cases[] = {
-        {"separator behind blanks", "  = b\n"},
+        {"separator after spaces", "  = b\n"},
         {"letter escaped in a key", "a\\n = b\n"},
         {"quote escaped in a key", "a\\' = b\n"},
         {"unit in a key", "a\\u0041 = b\n"},
@@ -191,7 +191,7 @@ TEST(ZJavaProperties, SkipsALineWithAnError)
     }
 }
 
-TEST(ZJavaProperties, EncodesUnitsOneByOne)
+TEST(ZJavaProperties, EncodesUnitsSeparately)
 {
     EXPECT_EQ((Entries{{"a", "x"}}), readOf("a=\\u0000x\n"));
     EXPECT_EQ((Entries{{"a", "\x01\x7F"}}), readOf("a=\\u0001\\u007f\n"));
@@ -203,7 +203,7 @@ TEST(ZJavaProperties, EncodesUnitsOneByOne)
     EXPECT_EQ("a = \\ud83d\\ude00\n", writtenOf("a", halves));
 }
 
-TEST(ZJavaProperties, ReadsZeroBytesLikeOthers)
+TEST(ZJavaProperties, ReadsZeroBytesLikeOtherBytes)
 {
     using namespace std::string_literals;
     EXPECT_EQ((Entries{{"a\0b"s, "c\0d"s}}), readOf("a\0b = c\0d\n"s));
@@ -211,7 +211,7 @@ TEST(ZJavaProperties, ReadsZeroBytesLikeOthers)
     EXPECT_EQ((Entries{{"a\0b"s, "c\0d"s}}), readOf(writtenOf("a\0b"s, "c\0d"s)));
 }
 
-TEST(ZJavaProperties, AddsToWhatIsThere)
+TEST(ZJavaProperties, AddsToExistingEntries)
 {
     Entries const before = {{"a", "1"}, {"b", "2"}};
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "3"}, {"c", "4"}}), readOf("b=3\nc=4\n", nullptr, before));
@@ -219,7 +219,7 @@ TEST(ZJavaProperties, AddsToWhatIsThere)
     EXPECT_EQ((Entries{{"a", "5"}, {"b", "2"}}), readOf("a=3\na=4\na=5\n", nullptr, before));
 }
 
-TEST(ZJavaProperties, StopsBehindTheStopKey)
+TEST(ZJavaProperties, StopsAfterTheStopKey)
 {
     std::string const text = "a=1\nb=2\nc=3\n";
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}}), readOf(text, "b"));
@@ -233,7 +233,7 @@ TEST(ZJavaProperties, StopsBehindTheStopKey)
               readOf("bb=1\nb\0c=2\nb=3\nd=4\n"s, "b"));
 }
 
-TEST(ZJavaProperties, ForgetsTheStopKey)
+TEST(ZJavaProperties, ResetsTheStopKey)
 {
     TestDirectory const directory;
     std::string const path = directory.write("f", "a=1\nb=2\nc=3\n");
@@ -248,7 +248,7 @@ TEST(ZJavaProperties, ForgetsTheStopKey)
     EXPECT_EQ(3u, entriesOf(other).size());
 }
 
-TEST(ZJavaProperties, LeavesAStreamBehindTheLastByteThatItTook)
+TEST(ZJavaProperties, ReadsNoByteOfAStreamAhead)
 {
     // Also if part of the stream was read before.
     char text[] = "first\na=1\nb=2";
@@ -272,7 +272,7 @@ TEST(ZJavaProperties, ReadsNothingWithoutAPath)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
 }
 
-TEST(ZJavaProperties, HoldsLongTexts)
+TEST(ZJavaProperties, HoldsLongStrings)
 {
     for (size_t length : {95, 96, 3000, 4000, 4096, 5000, 1000000}) {
         SCOPED_TRACE(length);
@@ -284,7 +284,7 @@ TEST(ZJavaProperties, HoldsLongTexts)
     }
 }
 
-TEST(ZJavaProperties, TakesNoMoreMemoryForTheSameFileAgain)
+TEST(ZJavaProperties, NeedsNoMoreMemoryToReadAFileAgain)
 {
     TestDirectory const directory;
     std::string text;
@@ -305,7 +305,7 @@ TEST(ZJavaProperties, TakesNoMoreMemoryForTheSameFileAgain)
 
 // ---- Values ------------------------------------------------------------------------------------
 
-TEST(ZJavaProperties, GetsWhatWasSet)
+TEST(ZJavaProperties, ReturnsTheValuesThatWereSet)
 {
     Store store;
     setBytes(store, "a", "1");
@@ -319,7 +319,7 @@ TEST(ZJavaProperties, GetsWhatWasSet)
     EXPECT_EQ("empty key", get(store, ""));
 }
 
-TEST(ZJavaProperties, TakesEveryKindOfString)
+TEST(ZJavaProperties, AcceptsEveryKindOfString)
 {
     std::string const keyText = "k\xC3\xA9y";
     char const* const key = keyText.c_str();
@@ -341,7 +341,7 @@ TEST(ZJavaProperties, TakesEveryKindOfString)
     }
 }
 
-TEST(ZJavaProperties, TakesAKeyThatIsToReceiveTheValue)
+TEST(ZJavaProperties, AcceptsTheKeyAsTheOutput)
 {
     Store store;
     setBytes(store, "a", "1");
@@ -375,7 +375,7 @@ TEST(ZJavaProperties, ListsKeysInTheOrderOfAMapOfTen)
     EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0*>(keys.get(0)));
 }
 
-TEST(ZJavaProperties, ListsNoKeysIntoAListThatBorrows)
+TEST(ZJavaProperties, RefusesToListKeysIntoABorrowingList)
 {
     Store store;
     setBytes(store, "a", "1");
@@ -385,7 +385,7 @@ TEST(ZJavaProperties, ListsNoKeysIntoAListThatBorrows)
     EXPECT_EQ(0u, keys.size());
 }
 
-TEST(ZJavaProperties, IsNotCloned)
+TEST(ZJavaProperties, CannotBeCloned)
 {
     Store const store;
     auto const clone = [&] { delete store.clone(); };
@@ -446,7 +446,7 @@ public:
     static inline int alive = 0;
 };
 
-TEST(ZJavaProperties, SetsNothingWhenACloneRaises)
+TEST(ZJavaProperties, ChangesNothingIfACloneThrows)
 {
     Store store;
     setBytes(store, "a", "1");
@@ -495,15 +495,15 @@ TEST(ZJavaProperties, WritesValues)
         {"empty", "", ""},
         {"colon and backslash", "c:\\d", "c\\:\\\\d"},
         {"control characters", "\x01\t\x1F", "\x01\t\x1F"},
-        {"the last as it is", "~", "~"},
+        {"the last unescaped character", "~", "~"},
         {"two bytes", "caf\xC3\xA9", "caf\\u00e9"},
         {"lowest and highest of two", "\xC2\x80\xDF\xBF", "\\u0080\\u07ff"},
         {"three bytes", "\xE2\x82\xAC", "\\u20ac"},
         {"highest of three", "\xEF\xBF\xBF", "\\uffff"},
-        {"two of two cut short", "\xC3", "\\u00c0"},
-        {"three cut short", "\xE2", "\\u2000"},
-        {"three cut shorter", "\xE2\x82", "\\u2080"},
-        {"what follows a lead byte goes with it",
+        {"two bytes truncated", "\xC3", "\\u00c0"},
+        {"three bytes, only one present", "\xE2", "\\u2000"},
+        {"three bytes, only two present", "\xE2\x82", "\\u2080"},
+        {"a lead byte takes the next byte",
          "\xC3"
          "Ab\xE2:c",
          "\\u00c1b\\u2ea3"},
@@ -514,7 +514,7 @@ TEST(ZJavaProperties, WritesValues)
     }
 }
 
-TEST(ZJavaProperties, WritesWithoutLookingBehindTheEndOfAValue)
+TEST(ZJavaProperties, ReadsNoByteAfterTheEndOfAValue)
 {
     TestDirectory const directory;
     for (char const* text : {"\xC3", "\xE2", "\xE2\x82", "x\xF0", "x"}) {
@@ -545,7 +545,7 @@ TEST(ZJavaProperties, WritesTheFileInPlace)
     EXPECT_EQ("f", directory.names());
 }
 
-TEST(ZJavaProperties, MakesAFileThatIsMissing)
+TEST(ZJavaProperties, CreatesAMissingFile)
 {
     TestDirectory const directory;
     Store const empty;
@@ -570,7 +570,7 @@ TEST(ZJavaProperties, WritesInTheOrderOfItsKeys)
     EXPECT_EQ(expected, directory.read("f"));
 }
 
-TEST(ZJavaProperties, GivesBackWhatItWrote)
+TEST(ZJavaProperties, ReadsBackWrittenEntries)
 {
     TestDirectory const directory;
     Store store;
@@ -726,7 +726,7 @@ TEST_F(ZJavaPropertiesFiles, OfOthersAreRefused)
     EXPECT_EQ("b=2\n", directory_.read("f"));
 }
 
-TEST_F(ZJavaPropertiesFiles, AreRegularOnes)
+TEST_F(ZJavaPropertiesFiles, MustBeRegular)
 {
     std::string const fifo = directory_.at("fifo");
     std::string const socketPath = directory_.at("socket");
@@ -760,7 +760,7 @@ TEST_F(ZJavaPropertiesFiles, AreRegularOnes)
     EXPECT_EQ(before.st_ino, after.st_ino);
 }
 
-TEST_F(ZJavaPropertiesFiles, AreStoredOnlyWhereTheyMayBeReadAndWritten)
+TEST_F(ZJavaPropertiesFiles, AreStoredOnlyIfReadableAndWritable)
 {
     std::string const writeOnly = directory_.at("write-only");
     std::string const readOnly = directory_.at("read-only");
@@ -848,7 +848,7 @@ TEST_F(ZJavaPropertiesFiles, FromAPipeFailIfASignalEndsTheWait)
 }
 
 // A thread waits for data of a pipe, is cancelled, and then gets the data.
-TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadToTheirEndByACancelledThread)
+TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadCompletelyByACancelledThread)
 {
     struct Reader {
         Store& store;
@@ -894,7 +894,7 @@ TEST_F(ZJavaPropertiesFiles, FromAPipeAreReadToTheirEndByACancelledThread)
     EXPECT_EQ((Entries{{"a", "1"}, {"b", "2"}, {"c", "3"}, {"d", "4"}}), entriesOf(store_));
 }
 
-TEST_F(ZJavaPropertiesFiles, ThatAnotherProcessHoldsAreNotWaitedFor)
+TEST_F(ZJavaPropertiesFiles, LockedByAnotherProcessAreNotWaitedFor)
 {
     std::string const path = directory_.write("f", "b=2\n");
     {
@@ -930,7 +930,7 @@ bool isFree(std::string const& path, short type)
     return status == 0;
 }
 
-TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenAValueRaises)
+TEST_F(ZJavaPropertiesFiles, AreUnchangedIfAValueThrows)
 {
     std::string const path = directory_.write("f", "b=2\n");
     std::string const made = directory_.at("new");
@@ -975,7 +975,7 @@ TEST_F(ZJavaPropertiesFiles, AreLockedForOthersWhileTheyAreStored)
     EXPECT_TRUE(isFree(path, F_WRLCK));
 }
 
-TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenThereIsNoRoom)
+TEST_F(ZJavaPropertiesFiles, AreUnchangedIfWritingFails)
 {
     std::string const path = directory_.write("f", "b=2\n");
     struct rlimit before;
@@ -993,7 +993,7 @@ TEST_F(ZJavaPropertiesFiles, StayAsTheyWereWhenThereIsNoRoom)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store_));
 }
 
-TEST_F(ZJavaPropertiesFiles, ThatFailWhileTheyAreReadAddNothing)
+TEST_F(ZJavaPropertiesFiles, ThatFailDuringAReadAddNothing)
 {
     FILE* const unreadable = fopen(directory_.at("w").c_str(), "w");
     EXPECT_TRUE(raises<ZUnexpectedEndOfFile_6_0>(53, kSource, 291,
@@ -1051,7 +1051,7 @@ private:
     int nowhere_ = 0;
 };
 
-TEST_F(ZJavaPropertiesFiles, LeadToAStateWithoutHandler)
+TEST_F(ZJavaPropertiesFiles, WithoutAHandlerForAStateAddNothing)
 {
     std::string const path = directory_.write("f", "a=2\nb\\=c=2\n");
     OtherStates store;
@@ -1116,7 +1116,7 @@ TEST_F(ZJavaPropertiesFiles, AreLockedForOtherWritersWhileTheyAreRead)
     EXPECT_TRUE(isFree(path, F_WRLCK));
 }
 
-TEST_F(ZJavaPropertiesFiles, WithAHandlerThatRaisesAddNothing)
+TEST_F(ZJavaPropertiesFiles, WithAHandlerThatThrowsAddNothing)
 {
     std::string const path = directory_.write("f", "a=2\nb=3\nc=4\n");
     long const open = openDescriptors();
@@ -1212,7 +1212,7 @@ TEST_F(ZJavaPropertiesFiles, AreNotNeededForAHandlerToStore)
     EXPECT_EQ("2", get(store, "b"));
 }
 
-TEST_F(ZJavaPropertiesFiles, MayBeReadInTheMiddleOfAnother)
+TEST_F(ZJavaPropertiesFiles, MayBeReadDuringAnotherRead)
 {
     std::string const inner = directory_.write("inner", "b=2\nc=3\nd");
     std::string const outer = directory_.write("outer", "w=0\nlong key=1 \\u0041\ny=2\nz=9\n");
@@ -1235,7 +1235,7 @@ TEST_F(ZJavaPropertiesFiles, MayBeReadInTheMiddleOfAnother)
 
 // A nested read starts in the middle of the second entry of the outer read; each of the two
 // succeeds or fails.
-TEST_F(ZJavaPropertiesFiles, ThatFailInTheMiddleOfAnotherTakeNothingOfItAlong)
+TEST_F(ZJavaPropertiesFiles, ThatFailDuringAnotherReadUndoOnlyThemselves)
 {
     std::string const inner = directory_.write("inner", "a=20\nb=20\nc=20\n");
     std::string const outer = directory_.write("outer", "a=10\nb=10\nd=10\n");
@@ -1243,8 +1243,8 @@ TEST_F(ZJavaPropertiesFiles, ThatFailInTheMiddleOfAnotherTakeNothingOfItAlong)
     for (bool const innerFails : {false, true}) {
         for (bool const outerFails : {false, true}) {
             SCOPED_TRACE(
-                std::string(innerFails ? "the inner one fails" : "the inner one ends well") +
-                (outerFails ? ", the outer one fails" : ", the outer one ends well"));
+                std::string(innerFails ? "the inner read fails" : "the inner read succeeds") +
+                (outerFails ? ", the outer read fails" : ", the outer read succeeds"));
             int calls = 0;
             Interrupted* self = nullptr;
             Interrupted store([&] {
@@ -1293,7 +1293,7 @@ TEST_F(ZJavaPropertiesFiles, ThatFailInTheMiddleOfAnotherTakeNothingOfItAlong)
     }
 }
 
-TEST_F(ZJavaPropertiesFiles, ThatFailKeepTheOrderOfTheKeys)
+TEST_F(ZJavaPropertiesFiles, ThatFailPreserveTheOrderOfTheKeys)
 {
     std::string text;
     for (int i = 0; i < 300; ++i) {
@@ -1327,7 +1327,7 @@ private:
     std::function<void()> const deed_;
 };
 
-TEST_F(ZJavaPropertiesFiles, AreReadWholeWhenAnOldValueRaisesAsItGoes)
+TEST_F(ZJavaPropertiesFiles, AreReadCompletelyIfDestroyingAnOldValueThrows)
 {
     std::string const path = directory_.write("f", "old=2\na=2\nb=2\n");
     bool raising = false;
@@ -1341,7 +1341,7 @@ TEST_F(ZJavaPropertiesFiles, AreReadWholeWhenAnOldValueRaisesAsItGoes)
     EXPECT_EQ((Entries{{"a", "2"}, {"b", "2"}, {"old", "2"}}), entriesOf(store_));
 }
 
-TEST_F(ZJavaPropertiesFiles, ThatFailAreUndoneWholeWhenAValueRaisesAsItGoes)
+TEST_F(ZJavaPropertiesFiles, ThatFailAreUndoneCompletelyIfDestroyingAValueThrows)
 {
     std::string const path = directory_.write("f", "a=2\nb=2\nc=2\n");
     bool raising = false;
@@ -1372,7 +1372,7 @@ TEST_F(ZJavaPropertiesFiles, ThatFailAreUndoneWholeWhenAValueRaisesAsItGoes)
     EXPECT_EQ((Entries{{"a", "1"}}), entriesOf(store));
 }
 
-TEST_F(ZJavaPropertiesFiles, InsideOneAnotherAddNothingWhenMemoryIsExhausted)
+TEST_F(ZJavaPropertiesFiles, ReadInsideOneAnotherAddNothingIfMemoryIsExhausted)
 {
     std::string const longText(200, 'x');
     std::string const inner =
@@ -1421,7 +1421,7 @@ TEST_F(ZJavaPropertiesFiles, InsideOneAnotherAddNothingWhenMemoryIsExhausted)
 
 // ---- Memory and threads ------------------------------------------------------------------------
 
-TEST_F(ZJavaPropertiesFiles, AddNothingWhenMemoryIsExhausted)
+TEST_F(ZJavaPropertiesFiles, AddNothingIfMemoryIsExhausted)
 {
     std::string const longText(200, 'x');
     std::string text;
@@ -1459,7 +1459,7 @@ TEST_F(ZJavaPropertiesFiles, AddNothingWhenMemoryIsExhausted)
     EXPECT_LT(20u, n);
 }
 
-TEST_F(ZJavaPropertiesFiles, AndValuesStayAsTheyWereWhenMemoryIsExhausted)
+TEST_F(ZJavaPropertiesFiles, AndValuesAreUnchangedIfMemoryIsExhausted)
 {
     std::string const longText(200, 'x');
     setBytes(store_, longText, longText);
@@ -1560,7 +1560,7 @@ TEST(ZJavaProperties, KeepsTheEntryBeforeAnEmptyFile)
     EXPECT_EQ("2", get(store, "b"));
 }
 
-TEST(ZJavaProperties, KeepsSkippingTheLineBehindAnError)
+TEST(ZJavaProperties, KeepsSkippingTheLineAfterAnError)
 {
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a\nb=2\nd=4\n"));
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a \r\nb=2\r\nd=4\n"));
@@ -1576,7 +1576,7 @@ TEST(ZJavaProperties, KeepsPairingIgnoredLineEnds)
     EXPECT_EQ((Entries{{"d", "4"}}), readOf("a\r\n\r\nb=2\r\nd=4\r\n"));
 }
 
-TEST(ZJavaProperties, KeepsSeparatorsAndBackslashesThatBeginALine)
+TEST(ZJavaProperties, KeepsSeparatorsAndBackslashesAtTheStartOfALine)
 {
     EXPECT_EQ((Entries{{"=x", "1"}}), readOf("=x=1\n"));
     EXPECT_EQ((Entries{{":", "x"}}), readOf(": x\n"));

@@ -96,7 +96,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
 
 }  // extern "C"
 
-TEST(ZLock, IsReleasedByTheLastOfAsManyUnlocks)
+TEST(ZLock, IsFreeAfterAsManyUnlocksAsLocks)
 {
     ZLock_6_0 lock;
     calls = Calls();
@@ -112,7 +112,7 @@ TEST(ZLock, IsReleasedByTheLastOfAsManyUnlocks)
     expectNotHeld(lock);
 }
 
-TEST(ZLock, CanBeTakenAgainByAnyThread)
+TEST(ZLock, CanBeLockedAgainByAnyThread)
 {
     ZLock_6_0 lock;
     for (int i = 0; i < 3; ++i) {
@@ -126,7 +126,7 @@ TEST(ZLock, CanBeTakenAgainByAnyThread)
     expectNotHeld(lock);
 }
 
-TEST(ZLock, MakesItsMutexWithDefaultAttributes)
+TEST(ZLock, CreatesItsMutexWithDefaultAttributes)
 {
     calls = Calls();
     ZLock_6_0 const lock;
@@ -143,7 +143,7 @@ TEST(ZLock, IsLockedThroughItsInterface)
     expectNotHeld(lock);
 }
 
-TEST(ZLock, KeepsTheIdentityOfItsRoot)
+TEST(ZLock, HasTheIdentityOfItsRootObject)
 {
     ZLock_6_0 const lock;
     ZLock_6_0 const other;
@@ -178,7 +178,7 @@ TEST(ZLock, ExcludesOtherThreads)
     EXPECT_EQ(2L * kThreads * kRounds, counter);
 }
 
-TEST(ZLock, UnlockByAStrangerRaisesAndChangesNothing)
+TEST(ZLock, UnlockByAnotherThreadThrowsAndChangesNothing)
 {
     ZLock_6_0 lock;
     lock.lock();
@@ -189,7 +189,7 @@ TEST(ZLock, UnlockByAStrangerRaisesAndChangesNothing)
     expectNotHeld(lock);
 }
 
-TEST(ZLock, UnlockOfAFreeLockRaisesAndChangesNothing)
+TEST(ZLock, UnlockOfAFreeLockThrowsAndChangesNothing)
 {
     ZLock_6_0 lock;
     expectNotHeld(lock);
@@ -198,7 +198,7 @@ TEST(ZLock, UnlockOfAFreeLockRaisesAndChangesNothing)
 }
 
 // Thread ids are addresses: with large stacks two of them may have the same low 32 bits.
-TEST(ZLock, TellsThreadsApartByTheirWholeId)
+TEST(ZLock, DistinguishesThreadsByTheirWholeId)
 {
     constexpr size_t kApart = size_t{1} << 32;
     constexpr size_t kStack = size_t{1} << 21;
@@ -253,7 +253,7 @@ TEST(ZLock, TellsThreadsApartByTheirWholeId)
     munmap(room, kApart + kStack);
 }
 
-TEST(ZLock, ReportsWhatTheMutexCallsAnswer)
+TEST(ZLock, ThrowsTheRcOfFailedMutexCalls)
 {
     calls.failInit = ENOMEM;
     expectFailure<ZCreateResourceException_6_0>([] { ZLock_6_0 const lock; }, 3, ENOMEM,
@@ -296,7 +296,7 @@ TEST(ZLock, OnlyReportsAFailureToDestroyItsMutex)
     EXPECT_EQ(inserts, message.inserts);
 }
 
-TEST(ZLock, IsDestroyedInPeaceWhenEvenTheReportFails)
+TEST(ZLock, IsDestroyedEvenIfTheReportFails)
 {
     NotedMessages noted;
     noted.throwsToo = true;
@@ -312,7 +312,7 @@ TEST(ZLock, IsDestroyedInPeaceWhenEvenTheReportFails)
         {
             ZResourceLock_6_0 const guard(lock);
             lock.unlock();
-            throw std::runtime_error("the first one");
+            throw std::runtime_error("the first exception");
         },
         std::runtime_error);
     EXPECT_EQ(1, noted.exceptions());
@@ -357,7 +357,7 @@ TEST(ZLock, KeepsItsStateWhenAssignedTo)
     expectNotHeld(held);
 }
 
-TEST(ZResourceLock, HoldsTheLockForItsScope)
+TEST(ZResourceLock, HoldsTheLockInItsScope)
 {
     ZLock_6_0 lock;
     {
@@ -384,7 +384,7 @@ TEST(ZResourceLock, ReleasesTheLockWhenAnExceptionPasses)
     expectNotHeld(lock);
 }
 
-TEST(ZResourceLock, IsNotMadeWhenTheLockCannotBeTaken)
+TEST(ZResourceLock, IsNotConstructedIfTheLockFails)
 {
     ZLock_6_0 lock;
     calls.failLock = EINVAL;
@@ -394,7 +394,7 @@ TEST(ZResourceLock, IsNotMadeWhenTheLockCannotBeTaken)
     expectNotHeld(lock);
 }
 
-TEST(ZResourceLock, RaisesWhenTheLockIsNotHeldAnyMore)
+TEST(ZResourceLock, ThrowsIfTheLockIsNoLongerHeld)
 {
     ZLock_6_0 lock;
     expectFailure<ZUnlockResourceException_6_0>(
@@ -406,7 +406,7 @@ TEST(ZResourceLock, RaisesWhenTheLockIsNotHeldAnyMore)
 }
 
 // A lock class of the caller may throw anything.
-TEST(ZResourceLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
+TEST(ZResourceLock, HandlesExceptionsOfAnyClass)
 {
     class Foreign : public ZLock_6_0 {
     public:
@@ -422,7 +422,7 @@ TEST(ZResourceLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
     EXPECT_THROW(
         {
             ZResourceLock_6_0 const guard(lock);
-            throw std::logic_error("the first one");
+            throw std::logic_error("the first exception");
         },
         std::logic_error);
     ASSERT_EQ(1u, noted.messages().size());
@@ -433,7 +433,7 @@ TEST(ZResourceLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
                                                 siteInUnlockOfStranger);
 }
 
-TEST(ZResourceLock, ReportsInsteadOfRaisingWhileAnotherExceptionIsOnItsWay)
+TEST(ZResourceLock, ReportsInsteadOfThrowingDuringUnwinding)
 {
     ZLock_6_0 lock;
     NotedMessages const noted;
@@ -441,7 +441,7 @@ TEST(ZResourceLock, ReportsInsteadOfRaisingWhileAnotherExceptionIsOnItsWay)
         {
             ZResourceLock_6_0 const guard(lock);
             lock.unlock();
-            throw std::runtime_error("the first one");
+            throw std::runtime_error("the first exception");
         },
         std::runtime_error);
     EXPECT_EQ(1, noted.exceptions());

@@ -121,7 +121,7 @@ protected:
     TestDirectory directory_;
 };
 
-TEST_F(ZProcessReadWriteFileLockHostile, TwoReadersThatBothSeeAChangeAreBothAlone)
+TEST_F(ZProcessReadWriteFileLockHostile, TwoReadersThatSeeAChangeAreNotifiedExclusively)
 {
     FileLock lock(path(), "x");
     lock.readLock();
@@ -151,14 +151,14 @@ TEST_F(ZProcessReadWriteFileLockHostile, TwoReadersThatBothSeeAChangeAreBothAlon
         two.join();
         three.join();
         ASSERT_TRUE(isFree(lock));
-        ASSERT_EQ(round + 1, observer.told) << "each change is told once";
+        ASSERT_EQ(round + 1, observer.told) << "each change is reported once";
         ASSERT_TRUE(lock.isCurrent());
     }
     EXPECT_EQ(0, crowded);
     EXPECT_EQ(50UL, lock.getSequence());
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, ObserverThatThrowsIsToldAgain)
+TEST_F(ZProcessReadWriteFileLockHostile, ObserverThatThrowsIsNotifiedAgain)
 {
     for (zlockstate const asked : {kRead, static_cast<zlockstate>(2), kWrite}) {
         SCOPED_TRACE(asked);
@@ -190,7 +190,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserverThatThrowsIsToldAgain)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatMeddle)
+TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatUseTheLock)
 {
     struct Case {
         char const* name;
@@ -201,8 +201,8 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatMeddle)
     Case const cases[] = {
         {"removes itself",
          [](FileLock& lock, FileLock&, Doing& self, Doing&) { lock.deleteObserver(&self); }, ""},
-        {"removes everybody",
-         [](FileLock& lock, FileLock&, Doing&, Doing&) { lock.deleteObservers(); }, ""},
+        {"removes all", [](FileLock& lock, FileLock&, Doing&, Doing&) { lock.deleteObservers(); },
+         ""},
         {"adds another",
          [](FileLock& lock, FileLock&, Doing&, Doing& more) { lock.addObserver(&more); }, ""},
         {"uses a lock on another file",
@@ -211,9 +211,9 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatMeddle)
              other.unlock();
          },
          ""},
-        {"asks for the lock itself to read",
+        {"requests the lock for reading",
          [](FileLock& lock, FileLock&, Doing&, Doing&) { lock.readLock(); }, recursion},
-        {"asks for the lock itself to write",
+        {"requests the lock for writing",
          [](FileLock& lock, FileLock&, Doing&, Doing&) { lock.writeLock(); }, recursion},
         {"releases and throws",
          [](FileLock& lock, FileLock&, Doing&, Doing&) {
@@ -221,7 +221,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatMeddle)
              throw 8;
          },
          "int 8"},
-        {"sets what was seen",
+        {"sets the last number seen",
          [](FileLock& lock, FileLock&, Doing&, Doing&) { lock.setLastSequence(); }, ""},
     };
     NotedMessages const reports;
@@ -310,7 +310,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, WorkingDirectoryThatChangesWhileHeld)
     EXPECT_EQ("._zplx", namesIn(directory_.at("two")));
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, FileThatIsTakenAwayWhileHeld)
+TEST_F(ZProcessReadWriteFileLockHostile, FileThatIsRemovedWhileHeld)
 {
     struct Case {
         char const* name;
@@ -347,7 +347,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, FileThatIsTakenAwayWhileHeld)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, WaiterFollowsTheFileThatIsRemovedAndMade)
+TEST_F(ZProcessReadWriteFileLockHostile, WaiterFollowsARemovedAndRecreatedFile)
 {
     OtherLocker holder(directory_.path(), "x");
     EXPECT_EQ("write 0", holder.does('w'));
@@ -400,7 +400,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, FilesOfEverySize)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, NothingStaysOfALockThatCannotBeOpened)
+TEST_F(ZProcessReadWriteFileLockHostile, LockThatCannotBeOpenedLeavesNothingHeld)
 {
     std::string const gone = directory_.at("gone");
     mkdir(gone.c_str(), 0700);
@@ -463,7 +463,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, RunsOutOfDescriptors)
               }));
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, ChildThatMakesALockOfItsOwnWaitsForItsParent)
+TEST_F(ZProcessReadWriteFileLockHostile, ChildWithALockOfItsOwnWaitsForItsParent)
 {
     FileLock lock(path(), "x");
     lock.writeLock();
@@ -495,7 +495,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ChildThatMakesALockOfItsOwnWaitsForItsP
     close(pipes[1]);
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, ForkWhileOthersWaitForTheFile)
+TEST_F(ZProcessReadWriteFileLockHostile, ForkWhileThreadsWaitForTheFile)
 {
     OtherLocker holder(directory_.path(), "x");
     holder.does('w');
@@ -578,7 +578,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, OpeningTheFileWhileItIsLockedLosesNothi
     EXPECT_EQ("read 1", other.answer());
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, StrangersThatReleaseInReadersPlaces)
+TEST_F(ZProcessReadWriteFileLockHostile, ThreadsThatReleaseReadLocksOfOthers)
 {
     FileLock lock(path(), "x");
     std::atomic<int> others{0};
@@ -603,7 +603,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, StrangersThatReleaseInReadersPlaces)
     lock.unlock();
 }
 
-TEST_F(ZProcessReadWriteFileLockHostile, StandInIsHeldByNobodyThroughMistakes)
+TEST_F(ZProcessReadWriteFileLockHostile, StubIsNotLeftHeldByMistakes)
 {
     ZStubProcessReadWriteLock_6_0 stub("x");
     EXPECT_EQ("ZInvalidResourceStateException_6_0 32 -1",
@@ -621,7 +621,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, StandInIsHeldByNobodyThroughMistakes)
 }
 
 // A release must not undo the acquisition of the next thread.
-TEST_F(ZProcessReadWriteFileLockHostile, EveryWriterOfManyRaisesTheNumber)
+TEST_F(ZProcessReadWriteFileLockHostile, EveryWriterIncrementsTheNumber)
 {
     ZStubProcessReadWriteFileLock_6_0 fileLock(path(), "x");
     ZStubProcessReadWriteLock_6_0 stub("x");
@@ -804,13 +804,13 @@ TEST_F(ZProcessReadWriteFileLockHostile, SignalWhileItWaitsForTheData)
     waiter.join();
     EXPECT_TRUE(isFree(lock));
     OtherLocker next(directory_.path(), "x");
-    EXPECT_EQ("read 0", next.does('r')) << "the gate stays closed";
+    EXPECT_EQ("read 0", next.does('r')) << "the gate stays locked";
     sigaction(SIGUSR1, &old, nullptr);
 }
 
 // The kernel treats a process as one owner, so with several objects it may report a deadlock
 // although a thread could continue: then the thread tries again.
-TEST_F(ZProcessReadWriteFileLockHostile, ManyObjectsThreadsAndAProcessCountTogether)
+TEST_F(ZProcessReadWriteFileLockHostile, ManyObjectsThreadsAndAProcessCountWithoutLoss)
 {
     constexpr unsigned long kOfOther = 20;
     constexpr unsigned long kOfThread = 14;

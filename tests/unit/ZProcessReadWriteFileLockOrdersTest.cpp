@@ -320,7 +320,7 @@ void forEachOrder(Visit visit)
 
 }  // namespace
 
-TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryOrder)
+TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfGetsDeadlockInEveryOrder)
 {
     TestDirectory const directory(TestDirectory::Place::memory);
     Lock first(directory.path().c_str(), "a");
@@ -356,7 +356,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryO
                 continue;
             }
             expect(worker.isDone(), done, "hangs");
-            expect(worker.outcome() == expected, done, "another outcome than expected");
+            expect(worker.outcome() == expected, done, "unexpected outcome");
         }
         for (int thread = 0; thread < kThreads; ++thread)
             if (!waiting[thread])
@@ -371,7 +371,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryO
                 if (!waiting[thread] || !worker.isDone(std::chrono::seconds(0)))
                     continue;
                 expect(worker.outcome() == entered || !worker.holdsNothing(), done,
-                       "told so while it holds nothing");
+                       "deadlock although it holds nothing");
                 worker.releaseAll();
                 waiting[thread] = false;
             }
@@ -383,7 +383,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfIsToldInEveryO
             expect(lock->getLockState() == kUnset && lock->getReaderCount() == 0, done, "held");
     });
     RecordProperty("orders", orders);
-    printf("%d orders: %d entered, %d wait, %d would wait for themselves, %d refused\n", orders,
-           count[entered], count[waits], count[deadlock], count[refused]);
+    printf("%d orders: %d held, %d wait, %d deadlocks, %d refused\n", orders, count[entered],
+           count[waits], count[deadlock], count[refused]);
     EXPECT_LT(1000, count[deadlock]);
 }

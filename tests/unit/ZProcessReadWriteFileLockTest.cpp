@@ -136,7 +136,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
 
 // ---- Names and directories ---------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryAndPrefixAndName)
+TEST_F(ZProcessReadWriteFileLock, PathIsDirectoryPrefixAndName)
 {
     EXPECT_EQ(dir() + "/._zplorders", Lock(dir().c_str(), "orders").getLockFileName());
     EXPECT_STREQ("._zplorders", Lock("orders").getLockFileName());
@@ -159,7 +159,7 @@ TEST_F(ZProcessReadWriteFileLock, KeepsASlashInTheName)
     lock.unlock();
 }
 
-TEST_F(ZProcessReadWriteFileLock, KeepsAFailedOpenToItself)
+TEST_F(ZProcessReadWriteFileLock, KeepsTheErrnoOfAFailedOpenHidden)
 {
     Lock lock(dir().c_str(), "none/b");
     lock.createLockFile();
@@ -205,7 +205,7 @@ TEST_F(ZProcessReadWriteFileLock, MovesToAnotherDirectory)
     EXPECT_STREQ("._zpla", lock.getLockFileName());
 }
 
-TEST_F(ZProcessReadWriteFileLock, RefusesWhatIsNoWritableDirectory)
+TEST_F(ZProcessReadWriteFileLock, RefusesAnythingButAWritableDirectory)
 {
     std::string const file = directory_.write("file", "");
     std::string const shut = directory_.at("shut");
@@ -219,9 +219,9 @@ TEST_F(ZProcessReadWriteFileLock, RefusesWhatIsNoWritableDirectory)
     };
     Case const cases[] = {{"a file", file},
                           {"a device", "/dev/null"},
-                          {"not there", missing},
+                          {"missing", missing},
                           {"not writable by its owner", shut},
-                          {"not to be searched", blind},
+                          {"not searchable by its owner", blind},
                           {"empty", ""}};
     Lock lock(dir().c_str(), "a");
     for (Case const& c : cases) {
@@ -251,7 +251,7 @@ TEST_F(ZProcessReadWriteFileLock, StaysInItsDirectoryWhileItIsHeld)
 
 // ---- The file ----------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, FileIsMadeWhenItIsFirstLocked)
+TEST_F(ZProcessReadWriteFileLock, FileIsCreatedByTheFirstLock)
 {
     mode_t const mask = umask(0);
     Lock lock(dir().c_str(), "a");
@@ -300,7 +300,7 @@ TEST_F(ZProcessReadWriteFileLock, FirstUpdateOfAFreshFileWritesOne)
     EXPECT_EQ(8u, directory_.read("._zpla").size());
 }
 
-TEST_F(ZProcessReadWriteFileLock, SequenceNeverIsTheInvalidNumber)
+TEST_F(ZProcessReadWriteFileLock, SequenceSkipsTheInvalidNumber)
 {
     for (uint32_t const last : {0xFFFFFFFEu, 0xFFFFFFFFu}) {
         putSequence(last);
@@ -314,7 +314,7 @@ TEST_F(ZProcessReadWriteFileLock, SequenceNeverIsTheInvalidNumber)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, SequenceRisesWhenAWriterReleasesWithUpdate)
+TEST_F(ZProcessReadWriteFileLock, SequenceIncreasesIfAWriterReleasesWithUpdate)
 {
     struct Case {
         char const* name;
@@ -345,7 +345,7 @@ TEST_F(ZProcessReadWriteFileLock, SequenceRisesWhenAWriterReleasesWithUpdate)
     EXPECT_EQ(before + 1, word(0));
 }
 
-TEST_F(ZProcessReadWriteFileLock, SequenceIsRaisedByWritersOnly)
+TEST_F(ZProcessReadWriteFileLock, SequenceIsIncrementedByWritersOnly)
 {
     Lock lock(dir().c_str(), "a");
     auto const raisesState = [&](char const* state) {
@@ -377,7 +377,7 @@ TEST_F(ZProcessReadWriteFileLock, WordsInTheFileHave32Bits)
     EXPECT_EQ(static_cast<uint32_t>(getpid()), word(1));
 }
 
-TEST_F(ZProcessReadWriteFileLock, EmptyFileLeavesWhatIsReadAsItIs)
+TEST_F(ZProcessReadWriteFileLock, EmptyFileLeavesTheOutputUnchanged)
 {
     directory_.write("._zpla", "");
     Lock lock(dir().c_str(), "a");
@@ -390,7 +390,7 @@ TEST_F(ZProcessReadWriteFileLock, EmptyFileLeavesWhatIsReadAsItIs)
     EXPECT_EQ(-1, lock.getFileHandle());
 }
 
-TEST_F(ZProcessReadWriteFileLock, TornFileIsAFailureOfItsOwn)
+TEST_F(ZProcessReadWriteFileLock, TornFileHasItsOwnFailure)
 {
     for (char const* text : {"1", "12", "123"}) {
         directory_.write("._zpla", text);
@@ -410,7 +410,7 @@ TEST_F(ZProcessReadWriteFileLock, TornFileIsAFailureOfItsOwn)
 
 // ---- Ranges ------------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, FileThatCannotBeLookedAtIsAFailureToRead)
+TEST_F(ZProcessReadWriteFileLock, FailedStatIsAFailureToRead)
 {
     Lock lock(dir().c_str(), "a");
     lock.lockFileRange(kWrite, 0, 4);
@@ -448,7 +448,7 @@ TEST_F(ZProcessReadWriteFileLock, OtherProcessesSeeTheRanges)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, RangesAreLockedOneByOne)
+TEST_F(ZProcessReadWriteFileLock, RangesAreLockedSeparately)
 {
     Lock lock(dir().c_str(), "a");
     lock.lockFileRange(kRead, 0, 4);
@@ -474,7 +474,7 @@ TEST_F(ZProcessReadWriteFileLock, ReleasingARangeOfAClosedFileDoesNothing)
     EXPECT_EQ(-1, lock.getFileHandle());
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReleasingARangeLeavesTheThreadThatWaitsForItWaiting)
+TEST_F(ZProcessReadWriteFileLock, ReleasingARangeAdmitsItsWaiter)
 {
     Lock lock(dir().c_str(), "a");
     lock.lockFileRange(kWrite, 0, 4);
@@ -501,7 +501,7 @@ TEST_F(ZProcessReadWriteFileLock, BytesAreWrittenAcrossTheWords)
     EXPECT_EQ(std::string(2, '\0') + "12123456", directory_.read("._zpla"));
 }
 
-TEST_F(ZProcessReadWriteFileLock, DerivedClassMayDoWithoutTheFile)
+TEST_F(ZProcessReadWriteFileLock, DerivedClassNeedsNoFile)
 {
     class Elsewhere : public Lock {
     public:
@@ -524,7 +524,7 @@ TEST_F(ZProcessReadWriteFileLock, DerivedClassMayDoWithoutTheFile)
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZProcessReadWriteFileLock, ProtocolTakesTheStepsInOrder)
+TEST_F(ZProcessReadWriteFileLock, ProtocolRunsTheStepsInOrder)
 {
     // A lock that records the steps on its file.
     class Traced : public ZAbstractProcessReadWriteFileLock_6_0 {
@@ -635,7 +635,7 @@ TEST_F(ZProcessReadWriteFileLock, TwoObjectsOnOneFileExcludeOneAnother)
         }
 }
 
-TEST_F(ZProcessReadWriteFileLock, ThreadThatWouldWaitForItselfIsTold)
+TEST_F(ZProcessReadWriteFileLock, ThreadThatWouldWaitForItselfGetsDeadlock)
 {
     Lock one(dir().c_str(), "a");
     Lock two(dir().c_str(), "a");
@@ -663,7 +663,7 @@ TEST_F(ZProcessReadWriteFileLock, ThreadThatWouldWaitForItselfIsTold)
         }
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReaderThatLeftIsNotTakenForOneThatReads)
+TEST_F(ZProcessReadWriteFileLock, FormerReaderIsNotTreatedAsAReader)
 {
     Lock one(dir().c_str(), "a");
     Lock two(dir().c_str(), "a");
@@ -699,7 +699,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatLeftIsNotTakenForOneThatReads)
     expectFree(two);
 }
 
-TEST_F(ZProcessReadWriteFileLock, RingOfObjectsAndThreadsIsBroken)
+TEST_F(ZProcessReadWriteFileLock, CycleOfObjectsAndThreadsIsBroken)
 {
     Lock reads(dir().c_str(), "a");
     Lock writes(dir().c_str(), "a");
@@ -718,7 +718,7 @@ TEST_F(ZProcessReadWriteFileLock, RingOfObjectsAndThreadsIsBroken)
     expectFree(readsToo);
 }
 
-TEST_F(ZProcessReadWriteFileLock, ThreadIsToldInAnObjectThatAnotherThreadWaitsIn)
+TEST_F(ZProcessReadWriteFileLock, ThreadGetsDeadlockInAnObjectWhereAnotherThreadWaits)
 {
     Lock held(dir().c_str(), "a");
     Lock waited(dir().c_str(), "a");
@@ -747,7 +747,7 @@ TEST_F(ZProcessReadWriteFileLock, ThreadIsToldInAnObjectThatAnotherThreadWaitsIn
         }
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReaderThatAsksToWriteIsTold)
+TEST_F(ZProcessReadWriteFileLock, ReaderThatRequestsTheWriteLockGetsDeadlock)
 {
     Lock lock(dir().c_str(), "a");
     ZStubProcessReadWriteFileLock_6_0 stub(dir().c_str(), "a");
@@ -762,7 +762,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatAsksToWriteIsTold)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, LocksOnDifferentFilesThatAreTakenCrosswise)
+TEST_F(ZProcessReadWriteFileLock, LocksOnTwoFilesInOppositeOrderGetDeadlock)
 {
     Lock one(dir().c_str(), "a");
     Lock two(dir().c_str(), "b");
@@ -787,7 +787,7 @@ TEST_F(ZProcessReadWriteFileLock, LocksOnDifferentFilesThatAreTakenCrosswise)
 
 // A thread may release a read lock of another thread. Its holder is unknown then, so the library
 // reports no deadlock for any thread.
-TEST_F(ZProcessReadWriteFileLock, ReadLockThatIsHandedOverIsNobodys)
+TEST_F(ZProcessReadWriteFileLock, ReadLockReleasedByAnotherThreadHasNoKnownHolder)
 {
     Lock lock(dir().c_str(), "a");
     // Two threads acquire one read lock each. A third thread releases both, one of them later.
@@ -824,14 +824,14 @@ TEST_F(ZProcessReadWriteFileLock, ReadLockThatIsHandedOverIsNobodys)
 
 // ---- Releasing ---------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, ReleasingAFreeLockRaisesAndMakesNoFile)
+TEST_F(ZProcessReadWriteFileLock, ReleasingAFreeLockThrowsAndCreatesNoFile)
 {
     Lock lock(dir().c_str(), "a");
     EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, kThreadLock, 97, [&] { lock.unlock(); }));
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReleasingAsAStrangerRaisesAndChangesNothing)
+TEST_F(ZProcessReadWriteFileLock, ReleasingInAnotherThreadThrowsAndChangesNothing)
 {
     Lock lock(dir().c_str(), "a");
     lock.writeLock();
@@ -848,7 +848,7 @@ TEST_F(ZProcessReadWriteFileLock, ReleasingAsAStrangerRaisesAndChangesNothing)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, StateThatIsNoneRaisesAndChangesNothing)
+TEST_F(ZProcessReadWriteFileLock, InvalidStateThrowsAndChangesNothing)
 {
     Lock lock(dir().c_str(), "a");
     for (int value : {4, 7, -1})
@@ -858,7 +858,7 @@ TEST_F(ZProcessReadWriteFileLock, StateThatIsNoneRaisesAndChangesNothing)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, AskingTwiceForTheWriteLockRaisesAndChangesNothing)
+TEST_F(ZProcessReadWriteFileLock, RequestingTheWriteLockTwiceThrowsAndChangesNothing)
 {
     Lock lock(dir().c_str(), "a");
     lock.writeLock();
@@ -869,7 +869,7 @@ TEST_F(ZProcessReadWriteFileLock, AskingTwiceForTheWriteLockRaisesAndChangesNoth
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, WriterIsRefusedAFileThatNobodyInTheProcessShouldHold)
+TEST_F(ZProcessReadWriteFileLock, WriterIsRefusedIfTheStateIsSetButNoThreadHoldsTheLock)
 {
     class Inconsistent : public ZStubProcessReadWriteFileLock_6_0 {
     public:
@@ -887,7 +887,7 @@ TEST_F(ZProcessReadWriteFileLock, WriterIsRefusedAFileThatNobodyInTheProcessShou
     });
 }
 
-TEST_F(ZProcessReadWriteFileLock, DestroyingAHeldLockRaises)
+TEST_F(ZProcessReadWriteFileLock, DestroyingAHeldLockThrows)
 {
     for (State state : {kRead, kWrite}) {
         auto lock = std::make_unique<ZStubProcessReadWriteFileLock_6_0>();
@@ -899,7 +899,7 @@ TEST_F(ZProcessReadWriteFileLock, DestroyingAHeldLockRaises)
 
 // ---- Changes -----------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, FirstAcquisitionTellsNobody)
+TEST_F(ZProcessReadWriteFileLock, FirstAcquisitionNotifiesNoObserver)
 {
     putSequence(7);
     Lock lock(dir().c_str(), "a");
@@ -938,7 +938,7 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheWriteLockOfAReaderThatNotifies)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, WriterTellsAndItsReleaseIsAnUpdate)
+TEST_F(ZProcessReadWriteFileLock, WriterNotifiesAndItsReleaseIsAnUpdate)
 {
     Lock lock(dir().c_str(), "a");
     Observer observer;
@@ -958,7 +958,7 @@ TEST_F(ZProcessReadWriteFileLock, WriterTellsAndItsReleaseIsAnUpdate)
     EXPECT_EQ("0>1 ", observer.told);
 }
 
-TEST_F(ZProcessReadWriteFileLock, NobodyIsToldWithoutObservers)
+TEST_F(ZProcessReadWriteFileLock, WithoutObserversTheRequestedLockIsHeld)
 {
     Lock lock(dir().c_str(), "a");
     lock.readLock();
@@ -998,7 +998,7 @@ TEST_F(ZProcessReadWriteFileLock, ObserverThatThrowsLeavesNothingHeld)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
+TEST_F(ZProcessReadWriteFileLock, ReadersThatSeeAChangeTogetherReportItOnce)
 {
     Lock lock(dir().c_str(), "a");
     Observer observer;
@@ -1023,7 +1023,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatNoticeAChangeTogetherTellItOnce)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, ReaderTellsNothingThatAnotherHasToldMeanwhile)
+TEST_F(ZProcessReadWriteFileLock, ReaderDoesNotRepeatANotificationOfAnotherThread)
 {
     // Another thread acquires the lock between the two acquisitions of the reader.
     class Overtaken : public Lock {
@@ -1094,7 +1094,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatFailsWhileItNotifiesHoldsNothing)
 
 // ---- Other processes ---------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, ChildDoesNotHoldWhatItsParentHolds)
+TEST_F(ZProcessReadWriteFileLock, ChildDoesNotHoldTheLocksOfItsParent)
 {
     for (State state : {kRead, kWrite}) {
         SCOPED_TRACE(state);
@@ -1128,7 +1128,7 @@ TEST_F(ZProcessReadWriteFileLock, ChildDoesNotHoldWhatItsParentHolds)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, ChildMayDestroyWhatItsParentHolds)
+TEST_F(ZProcessReadWriteFileLock, ChildMayDestroyALockOfItsParent)
 {
     auto lock = std::make_unique<Lock>(dir().c_str(), "a");
     lock->writeLock();
@@ -1201,7 +1201,7 @@ TEST_F(ZProcessReadWriteFileLock, CancellationEndsAWaitForAnotherProcess)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, FileThatWasRemovedMeanwhileIsLockedAnew)
+TEST_F(ZProcessReadWriteFileLock, RemovedFileIsReplacedByTheNextHolder)
 {
     OtherLocker other(dir(), "a");
     ASSERT_EQ("write 0", other.does('w'));
@@ -1224,7 +1224,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatWasRemovedMeanwhileIsLockedAnew)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, FileThatIsRemovedAgainAndAgainIsGivenUp)
+TEST_F(ZProcessReadWriteFileLock, FileThatKeepsBeingRemovedFails)
 {
     long const before = openDescriptors();
     Lock lock(dir().c_str(), "a");
@@ -1252,7 +1252,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsRemovedAgainAndAgainIsGivenUp)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
+TEST_F(ZProcessReadWriteFileLock, FollowsNoLinkAndOpensOnlyRegularFiles)
 {
     std::string const victim = directory_.write("victim", "untouched");
     struct Case {
@@ -1261,8 +1261,7 @@ TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
     };
     Case const cases[] = {
         {"a link", [](std::string const& path) { (void)!symlink("victim", path.c_str()); }},
-        {"a link that leads nowhere",
-         [](std::string const& path) { (void)!symlink("new", path.c_str()); }},
+        {"a dangling link", [](std::string const& path) { (void)!symlink("new", path.c_str()); }},
         {"a directory", [](std::string const& path) { mkdir(path.c_str(), 0700); }},
         {"a FIFO", [](std::string const& path) { mkfifo(path.c_str(), 0600); }},
     };
@@ -1289,7 +1288,7 @@ TEST_F(ZProcessReadWriteFileLock, LeadsNowhereElse)
 }
 
 // Locking writes into the file, so a file with another user's data must be refused.
-TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsBytes)
+TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndUnchanged)
 {
     std::string const victim = directory_.write("victim", "untouched");
     Lock lock(dir().c_str(), "a");
@@ -1320,7 +1319,7 @@ TEST_F(ZProcessReadWriteFileLock, FileWithMoreThanOneNameIsRefusedAndKeepsItsByt
 }
 
 // The locked file is linked to the path of another lock just before that lock opens it.
-TEST_F(ZProcessReadWriteFileLock, RefusedFileThatIsLockedAlreadyStaysLocked)
+TEST_F(ZProcessReadWriteFileLock, RefusedFileThatIsAlreadyLockedStaysLocked)
 {
     Lock lock(dir().c_str(), "a");
     lock.writeLock();
@@ -1342,10 +1341,10 @@ TEST_F(ZProcessReadWriteFileLock, RefusedFileThatIsLockedAlreadyStaysLocked)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, OwnersWhoMayHaveMadeTheFile)
+TEST_F(ZProcessReadWriteFileLock, OwnersWhoseFilesAreAccepted)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "gives files to other users, which only root may do";
+        GTEST_SKIP() << "gives files to other users: needs root";
     constexpr uid_t kNobody = 65534;  // user id of the child process
     constexpr uid_t kStranger = 4321;
     struct Case {
@@ -1355,11 +1354,11 @@ TEST_F(ZProcessReadWriteFileLock, OwnersWhoMayHaveMadeTheFile)
         bool byNobody;
         bool byRoot;
     };
-    Case const cases[] = {{"one's own", kNobody, 0600, true, true},
+    Case const cases[] = {{"the user's own", kNobody, 0600, true, true},
                           {"root's, for all", 0, 0666, true, true},
-                          {"root's alone", 0, 0600, false, true},
+                          {"root's, private", 0, 0600, false, true},
                           {"a stranger's, for all", kStranger, 0666, true, true},
-                          {"a stranger's alone", kStranger, 0600, false, true}};
+                          {"a stranger's, private", kStranger, 0600, false, true}};
     ASSERT_EQ(0, chmod(dir().c_str(), 01777));
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -1384,7 +1383,7 @@ TEST_F(ZProcessReadWriteFileLock, OwnersWhoMayHaveMadeTheFile)
 }
 
 // A process may be able to open every file without being root (CAP_DAC_OVERRIDE).
-TEST_F(ZProcessReadWriteFileLock, PrivateFileOfAnotherUserIsRefusedHoweverItCouldBeOpened)
+TEST_F(ZProcessReadWriteFileLock, PrivateFileOfAnotherUserIsRefusedEvenIfItCanBeOpened)
 {
     directory_.write("._zpla", "untouched");
     ASSERT_EQ(0, chmod(dir().c_str(), 0755));
@@ -1407,7 +1406,7 @@ TEST_F(ZProcessReadWriteFileLock, PrivateFileOfAnotherUserIsRefusedHoweverItCoul
 }
 
 // The kernel refuses O_CREAT for another user's file in a sticky directory, even to root.
-TEST_F(ZProcessReadWriteFileLock, FileThatIsThereIsOpenedWithoutCreate)
+TEST_F(ZProcessReadWriteFileLock, ExistingFileIsOpenedWithoutCreate)
 {
     Lock lock(dir().c_str(), "a");
     CallPlan wanted;
@@ -1423,7 +1422,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsThereIsOpenedWithoutCreate)
     EXPECT_EQ(2u, word(0));
 }
 
-TEST_F(ZProcessReadWriteFileLock, FileThatIsMadeOrRemovedMeanwhileIsFound)
+TEST_F(ZProcessReadWriteFileLock, FileThatIsCreatedOrRemovedDuringTheOpenIsFound)
 {
     Lock lock(dir().c_str(), "a");
     int turns = 0;
@@ -1464,7 +1463,7 @@ TEST_F(ZProcessReadWriteFileLock, FileThatIsMadeOrRemovedMeanwhileIsFound)
 // ---- Failures ----------------------------------------------------------------------------------
 
 // Each call of an acquisition fails once: the lock leaves nothing held.
-TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
+TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsUndoneCompletely)
 {
     NotedMessages const noted;
     for (State state : {kRead, kWrite})
@@ -1515,7 +1514,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionIsTakenBackWhole)
 
 // A reader whose acquisition fails counts as a reader for a moment. A reader that leaves in that
 // moment must not leave the file locked for it.
-TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionOfOneThreadLeavesNothingToOthers)
+TEST_F(ZProcessReadWriteFileLock, FailedAcquisitionOfOneThreadLeavesTheFileToNoReader)
 {
     class Failing : public ZStubProcessReadWriteFileLock_6_0 {
     public:
@@ -1560,7 +1559,7 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
         EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77,
                                                        [&] { lock.lock(state); }));
         EXPECT_EQ(0, failingMutex);
-        EXPECT_EQ("", directory_.names()) << "the file is not touched without its mutex";
+        EXPECT_EQ("", directory_.names()) << "the file is not opened without its mutex";
         elsewhere([&] { EXPECT_EQ(0, lock.getReaderCount()); });
         lock.lock(state);
         lock.unlock(0);
@@ -1570,7 +1569,7 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
 }
 
 // A step overridden by a derived class may throw anything.
-TEST_F(ZProcessReadWriteFileLock, CleanUpThatRaisesIsReportedAndGoesOn)
+TEST_F(ZProcessReadWriteFileLock, CleanUpThatThrowsIsReportedAndContinues)
 {
     class Failing : public ZStubProcessReadWriteFileLock_6_0 {
     public:
@@ -1638,7 +1637,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedReleaseLeavesTheLockHeld)
         }
 }
 
-TEST_F(ZProcessReadWriteFileLock, FailedRaiseOfTheSequenceLeavesTheLockHeld)
+TEST_F(ZProcessReadWriteFileLock, FailedIncrementLeavesTheLockHeld)
 {
     Lock lock(dir().c_str(), "a");
     lock.writeLock();
@@ -1661,7 +1660,7 @@ TEST_F(ZProcessReadWriteFileLock, FailedRaiseOfTheSequenceLeavesTheLockHeld)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheUpdateThatFailed)
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheFailedUpdate)
 {
     Lock lock(dir().c_str(), "a");
     EXPECT_THROW(
@@ -1679,7 +1678,7 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheUpdateThatFailed)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, GuardReleasesNothingThatItDidNotGet)
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesNothingIfItsAcquisitionFails)
 {
     NotedMessages const noted;
     Lock lock(dir().c_str(), "a");
@@ -1702,7 +1701,7 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesNothingThatItDidNotGet)
     EXPECT_EQ(0, noted.exceptions());
 }
 
-TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadTakesAfterAFailure)
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesTheLockIfItsThreadAcquiresItAfterAFailure)
 {
     NotedMessages const noted;
     Lock lock(dir().c_str(), "a");
@@ -1735,7 +1734,7 @@ TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadTakesAfterAFailure)
 }
 
 // The thread would wait for itself: it already holds the guard's lock for reading.
-TEST_F(ZProcessReadWriteFileLock, GuardReleasesWhatItsThreadReadAlready)
+TEST_F(ZProcessReadWriteFileLock, GuardReleasesAReadLockThatItsThreadHeldAlready)
 {
     NotedMessages const noted;
     Lock lock(dir().c_str(), "a");
@@ -1780,7 +1779,7 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheMessageOfAFailedWrite)
     EXPECT_EQ(0u, word(0));
 }
 
-TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAFailureLikeAnother)
+TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAnOrdinaryFailure)
 {
     struct Case {
         char const* name;
@@ -1790,7 +1789,7 @@ TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAFailureLikeAnother)
     };
     Case const cases[] = {{"no byte", 0, false, false},
                           {"half the process id", 6, false, false},
-                          {"a signal of the caller's own", 0, true, false},
+                          {"a pending signal of the caller", 0, true, false},
                           {"a limit set while the lock is held", 0, false, true}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -1832,7 +1831,7 @@ TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAFailureLikeAnother)
     }
 }
 
-TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)
+TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreRetried)
 {
     Lock lock(dir().c_str(), "a");
     CallPlan wanted;
@@ -1860,7 +1859,7 @@ TEST_F(ZProcessReadWriteFileLock, SignalsAndShortTransfersAreNoFailures)
     expectFree(lock);
 }
 
-TEST_F(ZProcessReadWriteFileLock, ProcessIdThatIsThereIsNotWrittenAgain)
+TEST_F(ZProcessReadWriteFileLock, UnchangedProcessIdIsNotWrittenAgain)
 {
     Lock lock(dir().c_str(), "a");
     lock.readLock();
@@ -1872,7 +1871,7 @@ TEST_F(ZProcessReadWriteFileLock, ProcessIdThatIsThereIsNotWrittenAgain)
     lock.unlock();
 }
 
-TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingBehind)
+TEST_F(ZProcessReadWriteFileLock, FailedAllocationLeavesNothingHeld)
 {
     Lock warm(dir().c_str(), "a");
     warm.writeLock();
@@ -1963,7 +1962,7 @@ TEST_F(ZProcessReadWriteFileLock, StubKeepsTheSequenceInMemory)
 
 // ---- Kept --------------------------------------------------------------------------------------
 
-TEST_F(ZProcessReadWriteFileLock, KeepsTheFileLockedThatAHeldLockLeaves)
+TEST_F(ZProcessReadWriteFileLock, KeepsTheFileOfADestroyedHeldLockLocked)
 {
     // In a child process: the ranges that it leaves locked would block other tests.
     pid_t const child = fork();

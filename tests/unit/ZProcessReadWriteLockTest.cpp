@@ -82,7 +82,7 @@ ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
 }
 
 // Runs in a process of its own, in which no thread has asked for the fork mark yet.
-TEST(ZProcessReadWriteLockDeathTest, AChildIsToldByItsIdWhereAForkIsNotHeardOf)
+TEST(ZProcessReadWriteLockDeathTest, AChildIsRecognisedByItsIdIfAtforkFails)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (bool fails : {false, true}) {
@@ -96,7 +96,7 @@ TEST(ZProcessReadWriteLockDeathTest, AChildIsToldByItsIdWhereAForkIsNotHeardOf)
     }
 }
 
-TEST(ZProcessReadWriteLock, BeginsFree)
+TEST(ZProcessReadWriteLock, IsInitiallyFree)
 {
     ZAbstractProcessReadWriteLock_6_0 lock("orders");
     EXPECT_STREQ("orders", lock.getLockName());
@@ -113,7 +113,7 @@ TEST(ZProcessReadWriteLock, BeginsFree)
     EXPECT_EQ(nullptr, lock.clone());
 }
 
-TEST(ZProcessReadWriteLock, HasARandomNameWhenItIsGivenNone)
+TEST(ZProcessReadWriteLock, HasARandomNameByDefault)
 {
     std::set<std::string> names;
     for (int i = 0; i < 100; ++i) {
@@ -127,7 +127,7 @@ TEST(ZProcessReadWriteLock, HasARandomNameWhenItIsGivenNone)
     EXPECT_EQ(100u, names.size());
 }
 
-TEST(ZProcessReadWriteLock, AsksAgainForANameAfterASignal)
+TEST(ZProcessReadWriteLock, RetriesTheRandomNameAfterASignal)
 {
     randomIsInterrupted = true;
     Lock const lock;
@@ -135,7 +135,7 @@ TEST(ZProcessReadWriteLock, AsksAgainForANameAfterASignal)
     EXPECT_EQ(6u, lock.getLockName().getLength());
 }
 
-TEST(ZProcessReadWriteLock, IsNamedAfterTheProcessWhenThereIsNothingRandom)
+TEST(ZProcessReadWriteLock, IsNamedAfterTheProcessIfNoRandomBytesExist)
 {
     randomFails = true;
     Lock const lock;
@@ -157,7 +157,7 @@ TEST(ZProcessReadWriteLock, HashesAndComparesByName)
     EXPECT_TRUE(a.equals(alsoA));
 }
 
-TEST(ZProcessReadWriteLock, TakesAnotherName)
+TEST(ZProcessReadWriteLock, CanBeRenamed)
 {
     Lock lock("a");
     ZLCString_6_0 name("b");
@@ -165,7 +165,7 @@ TEST(ZProcessReadWriteLock, TakesAnotherName)
     EXPECT_STREQ("b", lock.getLockName());
 }
 
-TEST(ZProcessReadWriteLock, CountsItsSequenceAroundTheInvalidNumber)
+TEST(ZProcessReadWriteLock, SkipsTheInvalidSequenceNumber)
 {
     Lock lock("a");
     EXPECT_EQ(1ul, lock.incSequence());
@@ -228,7 +228,7 @@ TEST(ZProcessReadWriteLock, LocksByEveryName)
     }
 }
 
-TEST(ZProcessReadWriteLock, BaseLocksBetweenTheThreadsAlone)
+TEST(ZProcessReadWriteLock, BaseLocksOnlyBetweenThreads)
 {
     ZAbstractProcessReadWriteLock_6_0 lock("a");
     lock.setUpdate(0);
@@ -243,7 +243,7 @@ TEST(ZProcessReadWriteLock, BaseLocksBetweenTheThreadsAlone)
     lock.lock(kUnset);
 }
 
-TEST(ZProcessReadWriteLock, RaisesTheNumberWhenAWriterReleasesWithUpdate)
+TEST(ZProcessReadWriteLock, IncrementsTheNumberIfAWriterReleasesWithUpdate)
 {
     struct Case {
         char const* name;
@@ -253,7 +253,7 @@ TEST(ZProcessReadWriteLock, RaisesTheNumberWhenAWriterReleasesWithUpdate)
     };
     Case const cases[] = {{"writer with update", kWrite, 1, 1},
                           {"writer without", kWrite, 0, 0},
-                          {"any value is a yes", kWrite, -5, 1},
+                          {"any value but 0", kWrite, -5, 1},
                           {"reader with update", kRead, 1, 0},
                           {"protect with update", kProtect, 1, 0}};
     Lock lock("a");
@@ -267,7 +267,7 @@ TEST(ZProcessReadWriteLock, RaisesTheNumberWhenAWriterReleasesWithUpdate)
     }
 }
 
-TEST(ZProcessReadWriteLock, ReleasesWithTheFlagThatIsSet)
+TEST(ZProcessReadWriteLock, ReleasesWithTheCurrentFlag)
 {
     Lock lock("a");
     lock.writeLock();
@@ -306,7 +306,7 @@ TEST(ZProcessReadWriteLock, GuardReleasesIt)
     EXPECT_EQ(0ul, lock.getSequence());
 }
 
-TEST(ZProcessReadWriteLock, KeepsTheFlagOfAGuardForWhoeverHoldsIt)
+TEST(ZProcessReadWriteLock, KeepsTheFlagThatAGuardSetsImmediately)
 {
     Lock lock("a");
     lock.writeLock();
@@ -318,7 +318,7 @@ TEST(ZProcessReadWriteLock, KeepsTheFlagOfAGuardForWhoeverHoldsIt)
     EXPECT_EQ(0ul, lock.getSequence());
 }
 
-TEST(ZProcessReadWriteLock, ReleasingAFreeLockRaisesAndChangesNothing)
+TEST(ZProcessReadWriteLock, ReleasingAFreeLockThrowsAndChangesNothing)
 {
     Lock lock("a");
     EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(6, kThreadLock, 97, [&] { lock.unlock(); }));
@@ -326,7 +326,7 @@ TEST(ZProcessReadWriteLock, ReleasingAFreeLockRaisesAndChangesNothing)
     EXPECT_EQ(1, lock.getUpdate());
 }
 
-TEST(ZProcessReadWriteLock, ReleasingAsAStrangerRaisesAndChangesNothing)
+TEST(ZProcessReadWriteLock, ReleasingInAnotherThreadThrowsAndChangesNothing)
 {
     Lock lock("a");
     lock.writeLock();
@@ -340,7 +340,7 @@ TEST(ZProcessReadWriteLock, ReleasingAsAStrangerRaisesAndChangesNothing)
     EXPECT_EQ(1ul, lock.getSequence());
 }
 
-TEST(ZProcessReadWriteLock, StateThatIsNoneRaisesAndChangesNothing)
+TEST(ZProcessReadWriteLock, InvalidStateThrowsAndChangesNothing)
 {
     Lock lock("a");
     for (int value : {4, -1}) {
@@ -355,7 +355,7 @@ TEST(ZProcessReadWriteLock, StateThatIsNoneRaisesAndChangesNothing)
     });
 }
 
-TEST(ZProcessReadWriteLock, AskingTwiceForTheWriteLockRaisesAndChangesNothing)
+TEST(ZProcessReadWriteLock, RequestingTheWriteLockTwiceThrowsAndChangesNothing)
 {
     Lock lock("a");
     lock.writeLock();
@@ -366,7 +366,7 @@ TEST(ZProcessReadWriteLock, AskingTwiceForTheWriteLockRaisesAndChangesNothing)
     lock.unlock();
 }
 
-TEST(ZProcessReadWriteLock, DestroyingAHeldLockRaises)
+TEST(ZProcessReadWriteLock, DestroyingAHeldLockThrows)
 {
     auto lock = std::make_unique<Lock>("a");
     lock->writeLock();
@@ -380,7 +380,7 @@ TEST(ZProcessReadWriteLock, DestroyingAHeldLockRaises)
     }
 }
 
-TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsWhileAnExceptionIsOnItsWay)
+TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsDuringUnwinding)
 {
     NotedMessages const noted;
     try {
@@ -407,7 +407,7 @@ TEST(ZProcessReadWriteLock, DestroyingAHeldLockReportsWhileTheThreadIsCancelled)
     EXPECT_EQ(1, noted.exceptions());
 }
 
-TEST(ZProcessReadWriteLock, KeepsTheStateAskedForLast)
+TEST(ZProcessReadWriteLock, KeepsTheStateRequestedLast)
 {
     Lock lock("a");
     lock.readLock();

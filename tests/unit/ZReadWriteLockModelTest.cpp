@@ -210,7 +210,7 @@ private:
         // Threads that the release admits may report before the releasing thread.
         for (;;) {
             std::optional<Troupe::Report> const report = troupe_.next();
-            ASSERT_TRUE(report.has_value()) << "thread " << t << " does not come back";
+            ASSERT_TRUE(report.has_value()) << "thread " << t << " does not return";
             if (report->thread != t) {
                 letIn_.push_back(*report);
                 continue;
@@ -231,10 +231,10 @@ private:
                std::any_of(role_.begin(), role_.end(),
                            [this](Role const& role) { return canGoOn(role.waitsFor); })) {
             std::optional<Troupe::Report> const report = nextLetIn();
-            ASSERT_TRUE(report.has_value()) << "nobody goes on";
+            ASSERT_TRUE(report.has_value()) << "no thread continues";
             ASSERT_EQ(Outcome::done, report->outcome);
             Role& role = role_[report->thread];
-            ASSERT_TRUE(canGoOn(role.waitsFor)) << "thread " << report->thread << " goes on";
+            ASSERT_TRUE(canGoOn(role.waitsFor)) << "thread " << report->thread << " continues";
             if (role.waitsFor == Role::read)
                 enter(report->thread, kRead);
             else if (role.waitsFor == Role::protect)
@@ -283,8 +283,8 @@ private:
         raised += outcome != Outcome::done ? 1 : 0;
         troupe_.tell(t, action);
         std::optional<Troupe::Report> const report = troupe_.next();
-        ASSERT_TRUE(report.has_value()) << "thread " << t << " does not come back";
-        ASSERT_EQ(t, report->thread) << "a thread that has to wait goes on";
+        ASSERT_TRUE(report.has_value()) << "thread " << t << " does not return";
+        ASSERT_EQ(t, report->thread) << "a thread that must wait continues";
         ASSERT_EQ(outcome, report->outcome);
     }
 
@@ -297,7 +297,7 @@ private:
 
     void compare()
     {
-        EXPECT_FALSE(troupe_.hasReport() || !letIn_.empty()) << "a thread that has to wait goes on";
+        EXPECT_FALSE(troupe_.hasReport() || !letIn_.empty()) << "a thread that must wait continues";
         EXPECT_EQ(model_.readers, lock_.getReaderCount());
         for (State state : {kUnset, kRead, kProtect, kWrite})
             EXPECT_EQ(state == model_.state, lock_.haveLock(state) != 0) << "state " << state;
@@ -419,23 +419,23 @@ std::string judge(std::vector<Event> const& events)
         } else if (event.kind == Event::promoted) {
             // Still "protect", held by the same thread: no thread has written since.
             if (model.state != kProtect || !model.holds(event.thread) || model.readers != 0)
-                return where + "is promoted beside others";
+                return where + "is promoted although others are inside";
             model.beginPromotion();
         } else {
             State const wanted = event.kind == Event::gotRead      ? kRead
                                  : event.kind == Event::gotProtect ? kProtect
                                                                    : kWrite;
             if (!model.admits(wanted))
-                return where + "enters beside others";
+                return where + "is admitted although others are inside";
             model.enter(event.thread, wanted);
         }
     }
-    return model.state == kUnset ? "" : "somebody never left";
+    return model.state == kUnset ? "" : "a thread never left";
 }
 
 }  // namespace
 
-TEST(ZReadWriteLockModel, EveryActionEndsAsTheModelSays)
+TEST(ZReadWriteLockModel, EveryActionMatchesTheModel)
 {
     constexpr unsigned kSeed = 41;
     SCOPED_TRACE("seed " + std::to_string(kSeed));
@@ -445,7 +445,7 @@ TEST(ZReadWriteLockModel, EveryActionEndsAsTheModelSays)
     EXPECT_LT(500, play.waited);
 }
 
-TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsFollowIt)
+TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsMatchTheModel)
 {
     constexpr unsigned kSeed = 42;
     SCOPED_TRACE("seed " + std::to_string(kSeed));
@@ -463,21 +463,21 @@ TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsFollowIt)
     EXPECT_NE(0, crowd.lock.haveLock(kUnset));
 }
 
-TEST(ZReadWriteLockModel, AWrongHistoryIsNoticed)
+TEST(ZReadWriteLockModel, AWrongHistoryIsDetected)
 {
     struct Case {
         char const* name;
         std::vector<Event> events;
     };
     Case const cases[] = {
-        {"a reader beside the writer", {{0, 1, Event::gotWrite}, {1, 2, Event::gotRead}}},
-        {"a writer beside a reader", {{0, 1, Event::gotRead}, {1, 2, Event::gotWrite}}},
-        {"two who mean to write", {{0, 1, Event::gotProtect}, {1, 2, Event::gotProtect}}},
-        {"a promotion beside a reader",
+        {"a reader during a write", {{0, 1, Event::gotWrite}, {1, 2, Event::gotRead}}},
+        {"a writer during a read", {{0, 1, Event::gotRead}, {1, 2, Event::gotWrite}}},
+        {"two intending writers", {{0, 1, Event::gotProtect}, {1, 2, Event::gotProtect}}},
+        {"a promotion during a read",
          {{0, 1, Event::gotProtect}, {1, 2, Event::gotRead}, {2, 1, Event::promoted}}},
         {"a write before the promotion",
          {{0, 1, Event::gotProtect}, {1, 2, Event::gotWrite}, {2, 1, Event::promoted}}},
-        {"a release by a stranger", {{0, 1, Event::gotWrite}, {1, 2, Event::leaves}}},
+        {"a release by another thread", {{0, 1, Event::gotWrite}, {1, 2, Event::leaves}}},
         {"no release", {{0, 1, Event::gotRead}}}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);

@@ -189,7 +189,7 @@ TEST(ZReadWriteLock, ReadersAndAnIntendingWriterCoexist)
     expectState({0, kUnset}, lock);
 }
 
-TEST(ZReadWriteLock, ReadersOutliveTheWriterTheyEnteredBeside)
+TEST(ZReadWriteLock, ReadersMayStayAfterTheIntendingWriterHasLeft)
 {
     ZReadWriteLock_6_0 lock;
     lock.readWithIntentToWriteLock();
@@ -200,7 +200,7 @@ TEST(ZReadWriteLock, ReadersOutliveTheWriterTheyEnteredBeside)
     expectState({0, kUnset}, lock);
 }
 
-TEST(ZReadWriteLock, WriterKeepsEveryoneOut)
+TEST(ZReadWriteLock, WriterExcludesAllOthers)
 {
     for (State wanted : {kRead, kProtect, kWrite}) {
         SCOPED_TRACE(wanted);
@@ -218,7 +218,7 @@ TEST(ZReadWriteLock, WriterKeepsEveryoneOut)
     }
 }
 
-TEST(ZReadWriteLock, IntendingWriterKeepsOnlyWritersOut)
+TEST(ZReadWriteLock, IntendingWriterExcludesOnlyWriters)
 {
     for (State wanted : {kProtect, kWrite}) {
         SCOPED_TRACE(wanted);
@@ -252,7 +252,7 @@ TEST(ZReadWriteLock, WriterWaitsForReaders)
     EXPECT_TRUE(comesThrough(done));
 }
 
-TEST(ZReadWriteLock, PromotionWaitsForReadersAndLetsNobodyElseIn)
+TEST(ZReadWriteLock, PromotionWaitsForReadersAndBlocksNewOnes)
 {
     ZReadWriteLock_6_0 lock;
     lock.readLock();
@@ -283,7 +283,7 @@ TEST(ZReadWriteLock, PromotionWaitsForReadersAndLetsNobodyElseIn)
     expectState({0, kUnset}, lock);
 }
 
-TEST(ZReadWriteLock, RecursionOfAWriterRaises)
+TEST(ZReadWriteLock, RecursionOfAWriterThrows)
 {
     for (State held : {kProtect, kWrite})
         for (State wanted : {kRead, kProtect, kWrite}) {
@@ -298,7 +298,7 @@ TEST(ZReadWriteLock, RecursionOfAWriterRaises)
         }
 }
 
-TEST(ZReadWriteLock, PromotionIsForTheIntendingWriterAlone)
+TEST(ZReadWriteLock, OnlyTheIntendingWriterCanPromote)
 {
     ZReadWriteLock_6_0 lock;
     auto const promote = [&] { lock.promoteReadToWriteLock(); };
@@ -317,7 +317,7 @@ TEST(ZReadWriteLock, PromotionIsForTheIntendingWriterAlone)
     lock.unlock();
 }
 
-TEST(ZReadWriteLock, ReleasingWhatIsNotHeldRaises)
+TEST(ZReadWriteLock, ReleasingAnUnheldLockThrows)
 {
     ZReadWriteLock_6_0 lock;
     auto const unlock = [&] { lock.unlock(); };
@@ -374,7 +374,7 @@ TEST(ZReadWriteLock, BaseLocksForWritingAndReleasesWithTheFlag)
     EXPECT_EQ("unlock 7", flagged.asked);
 }
 
-TEST(ZReadWriteLock, AFailedWaitLeavesTheLockAsItWas)
+TEST(ZReadWriteLock, AFailedWaitLeavesTheLockUnchanged)
 {
     NotedMessages const noted;
     for (State wanted : {kRead, kProtect, kWrite}) {
@@ -390,7 +390,7 @@ TEST(ZReadWriteLock, AFailedWaitLeavesTheLockAsItWas)
     EXPECT_EQ(3u, noted.messages().size());
 }
 
-TEST(ZReadWriteLock, AFailedPromotionLeavesProtectAsItWas)
+TEST(ZReadWriteLock, AFailedPromotionRestoresProtect)
 {
     for (int broadcast : {0, EAGAIN}) {
         SCOPED_TRACE(broadcast);
@@ -456,7 +456,7 @@ TEST(ZReadWriteLock, ACancelledWaitLeavesTheLockUsable)
     }
 }
 
-TEST(ZReadWriteLock, ACancelledPromotionLeavesProtectAsItWas)
+TEST(ZReadWriteLock, ACancelledPromotionRestoresProtect)
 {
     ZReadWriteLock_6_0 lock;
     lock.readLock();
@@ -487,7 +487,7 @@ TEST(ZReadWriteLock, ACancelledPromotionLeavesProtectAsItWas)
     lock.unlock();
 }
 
-TEST(ZStackReadWriteLock, ReleasesWhatIsHeldAtTheEndOfTheScope)
+TEST(ZStackReadWriteLock, ReleasesTheLockAtTheEndOfTheScope)
 {
     ZReadWriteLock_6_0 lock;
     {
@@ -519,7 +519,7 @@ concept TakesAStateAsUpdateFlag = requires(Object& object)
     object.setUpdate(kWrite);
 };
 
-TEST(ZStackReadWriteLock, TakesNoLockStateForTheUpdateFlag)
+TEST(ZStackReadWriteLock, RejectsALockStateAsTheUpdateFlag)
 {
     using Guard = ZStackReadWriteLock_6_0;
     static_assert(std::is_constructible_v<Guard, ZReadWriteLock_6_0&, int>);
@@ -543,7 +543,7 @@ concept SyncsAState = requires(Lock& lock)
     lock.sync(kWrite);
 };
 
-TEST(ZReadWriteLock, TakesNoLockStateForTheUpdateFlag)
+TEST(ZReadWriteLock, RejectsALockStateAsTheUpdateFlag)
 {
     static_assert(!TakesAStateAsUpdateFlag<ZReadWriteLock_6_0>);
     static_assert(!TakesAStateAsUpdateFlag<ZAbstractReadWriteLock_6_0>);
@@ -561,14 +561,14 @@ TEST(ZReadWriteLock, TakesNoLockStateForTheUpdateFlag)
     expectState({0, kUnset}, lock);
 }
 
-TEST(ZStackReadWriteLock, RaisesWhenNothingIsHeld)
+TEST(ZStackReadWriteLock, ThrowsIfNothingIsHeld)
 {
     ZReadWriteLock_6_0 lock;
     EXPECT_TRUE(raises<ZUnlockResourceException_6_0>(
         6, 0, kSource, 97, [&] { ZStackReadWriteLock_6_0 const guard(lock, 0); }));
 }
 
-TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
+TEST(ZStackReadWriteLock, ReportsDuringUnwinding)
 {
     ZReadWriteLock_6_0 lock;
     std::string const report = reportOf([&] {
@@ -583,7 +583,7 @@ TEST(ZStackReadWriteLock, ReportsWhileAnotherExceptionIsOnItsWay)
 }
 
 // A release would throw, or release another thread's read lock.
-TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
+TEST(ZStackReadWriteLock, ReleasesNothingIfItsWaitIsCancelled)
 {
     NotedMessages const noted;
     for (State wanted : {kRead, kProtect, kWrite}) {
@@ -608,7 +608,7 @@ TEST(ZStackReadWriteLock, ReleasesNothingWhenItsWaitIsCancelled)
 }
 
 // The guard must not release locks of other threads.
-TEST(ZStackReadWriteLock, ReleasesNothingWhenItsAcquisitionFails)
+TEST(ZStackReadWriteLock, ReleasesNothingIfItsAcquisitionFails)
 {
     NotedMessages const noted;
     ZReadWriteLock_6_0 lock;
@@ -639,7 +639,7 @@ void failToAcquire(Acquire acquire)
     calls = Calls();
 }
 
-TEST(ZStackReadWriteLock, ReleasesWhatItsThreadTakesAfterAFailure)
+TEST(ZStackReadWriteLock, ReleasesTheLockIfItsThreadAcquiresItAfterAFailure)
 {
     for (State const taken : {kRead, kProtect, kWrite}) {
         SCOPED_TRACE(taken);
@@ -672,7 +672,7 @@ TEST(ZStackReadWriteLock, ReleasesNothingThatItsThreadHasReleasedAfterAFailure)
     expectState({2, kRead}, lock);
 }
 
-TEST(ZStackReadWriteLock, ReleasesWhatItHeldBeforeTheFailure)
+TEST(ZStackReadWriteLock, ReleasesTheLockIfItHeldItBeforeTheFailure)
 {
     ZReadWriteLock_6_0 lock;
     elsewhere([&] { lock.readLock(); });
@@ -698,7 +698,7 @@ TEST(ZStackReadWriteLock, ReleasesWhatItHeldBeforeTheFailure)
     expectState({1, kRead}, lock);
 }
 
-TEST(ZStackReadWriteLock, TwoGuardsOfOneLockReleaseWhatTheirThreadHolds)
+TEST(ZStackReadWriteLock, TwoGuardsOfOneLockReleaseTheHoldsOfTheirThread)
 {
     ZReadWriteLock_6_0 lock;
     ZReadWriteLock_6_0 other;
@@ -746,7 +746,7 @@ public:
     std::thread::id owner;
 };
 
-TEST(ZStackReadWriteLock, GoesByTheStateOfACallersLockAfterAFailure)
+TEST(ZStackReadWriteLock, UsesTheStateOfACallersLockAfterAFailure)
 {
     for (State const taken : {kRead, kWrite}) {
         SCOPED_TRACE(taken);
@@ -774,7 +774,7 @@ TEST(ZStackReadWriteLock, GoesByTheStateOfACallersLockAfterAFailure)
 }
 
 // A lock class of the caller may throw anything.
-TEST(ZStackReadWriteLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
+TEST(ZStackReadWriteLock, HandlesExceptionsOfAnyClass)
 {
     class Foreign : public ZReadWriteLock_6_0 {
     public:
@@ -797,7 +797,7 @@ TEST(ZStackReadWriteLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
         {
             ZStackReadWriteLock_6_0 guard(lock, 0);
             guard.readLock();
-            throw std::logic_error("the first one");
+            throw std::logic_error("the first exception");
         },
         std::logic_error);
     ASSERT_EQ(1u, noted.messages().size());
@@ -807,7 +807,7 @@ TEST(ZStackReadWriteLock, TreatsExceptionsOfNoKnownClassAsItsOwn)
     expectState({0, kUnset}, lock);
 }
 
-TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
+TEST(ZStackReadWriteLock, ReleasesALockThatItsThreadHeldAlready)
 {
     ZReadWriteLock_6_0 lock;
     lock.writeLock();
@@ -819,7 +819,7 @@ TEST(ZStackReadWriteLock, ReleasesWhatItsThreadHeldAlready)
 }
 
 // A cancellation is not an exception that the guard could see.
-TEST(ZStackReadWriteLock, ReportsWhenAWaitBesideItIsCancelled)
+TEST(ZStackReadWriteLock, ReportsIfADirectWaitIsCancelled)
 {
     NotedMessages const noted;
     ZReadWriteLock_6_0 lock;

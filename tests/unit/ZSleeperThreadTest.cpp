@@ -55,7 +55,7 @@ TEST(ZSleeperThread, WorksWhenWoken)
     EXPECT_EQ(1, sleeper.exits);
 }
 
-TEST(ZSleeperThread, FindsAWakeUpThatCameBeforeTheStart)
+TEST(ZSleeperThread, AWakeUpBeforeTheStartIsNotLost)
 {
     TestSleeper sleeper;
     sleeper.wakeUp();
@@ -64,7 +64,7 @@ TEST(ZSleeperThread, FindsAWakeUpThatCameBeforeTheStart)
     sleeper.waitForExit();
 }
 
-TEST(ZSleeperThread, WakeUpsDuringTheWorkCountAsOne)
+TEST(ZSleeperThread, WakeUpsDuringTheWorkStartOneUnit)
 {
     TestSleeper sleeper;
     std::atomic<bool> working{false};
@@ -87,7 +87,7 @@ TEST(ZSleeperThread, WakeUpsDuringTheWorkCountAsOne)
     EXPECT_LE(sleeper.units, 3);
 }
 
-TEST(ZSleeperThread, WakeUpsBeforeItCanWorkCountAsOne)
+TEST(ZSleeperThread, WakeUpsBeforeTheWorkStartOneUnit)
 {
     ZLock_6_0 lock;
     TestSleeper sleeper(lock);
@@ -117,7 +117,7 @@ TEST(ZSleeperThread, WorksAtItsInterval)
     EXPECT_LE(passed, std::chrono::seconds(40));
 }
 
-TEST(ZSleeperThread, TheLongestIntervalIsNoShortOne)
+TEST(ZSleeperThread, TheLongestIntervalDoesNotOverflow)
 {
     for (unsigned long interval : {~0ul, ~0ul / 2, ~0ul / 2 + 1}) {
         SCOPED_TRACE(interval);
@@ -304,7 +304,7 @@ TEST(ZSleeperThread, KeepsNoWakeUpOfItsOwnWork)
 }
 
 // The loop may end before start() checks whether it has started.
-TEST(ZSleeperThread, MayBeShorterThanItsOwnStart)
+TEST(ZSleeperThread, MayEndBeforeItsStartReturns)
 {
     ZThreadPool_6_0 pool(0, 1);
     for (int i = 1; i <= 200; ++i) {
@@ -317,7 +317,7 @@ TEST(ZSleeperThread, MayBeShorterThanItsOwnStart)
     }
 }
 
-TEST(ZSleeperThread, WaitingForOneThatDoesNotRunRaisesAndChangesNothing)
+TEST(ZSleeperThread, WaitingForASleeperThatDoesNotRunThrowsAndChangesNothing)
 {
     TestSleeper sleeper;
     for (int i = 1; i <= 2; ++i) {
@@ -331,7 +331,7 @@ TEST(ZSleeperThread, WaitingForOneThatDoesNotRunRaisesAndChangesNothing)
 }
 
 // Sleepers that are parked, woken by their interval and shut down, all at the same time.
-TEST(ZSleeperThread, ParkedSleepersThatDeleteThemselvesMayBeWaitedFor)
+TEST(ZSleeperThread, WaitingForAPoolEndsParkedSleepersThatDeleteThemselves)
 {
     TestSleeper::destroyed = 0;
     constexpr int kSleepers = 8;

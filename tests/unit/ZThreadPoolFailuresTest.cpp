@@ -238,7 +238,7 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
 
 }  // extern "C"
 
-TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
+TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
 {
     constexpr int kSlots = 2;
     NotedMessages const noted;
@@ -275,7 +275,7 @@ TEST(ZThreadPoolFailures, NoCallThatFailsLosesASlotOrHangs)
     }
 }
 
-TEST(ZThreadPoolFailures, ASleeperThatLacksMemoryFreesItsSlot)
+TEST(ZThreadPoolFailures, ASleeperWithoutMemoryFreesItsSlot)
 {
     NotedMessages const noted;
     // The list of parked sleepers allocates; so may other steps.
@@ -297,7 +297,7 @@ TEST(ZThreadPoolFailures, ASleeperThatLacksMemoryFreesItsSlot)
     }
 }
 
-TEST(ZThreadPoolFailures, MakingAPoolOrASleeperFailsWhole)
+TEST(ZThreadPoolFailures, FailedConstructionsLeakNothing)
 {
     auto const unchanged = [] {};
     EXPECT_LE(2u, failEachAllocation([] { ZThreadPool_6_0 const pool(2, 3); }, unchanged));
@@ -339,7 +339,7 @@ TEST(ZThreadPoolFailures, AFailureToBeDestroyedIsOnlyReported)
     }
 }
 
-TEST(ZThreadPoolFailures, MutexFailuresRaise)
+TEST(ZThreadPoolFailures, MutexFailuresThrow)
 {
     ZThreadPool_6_0 pool(1, 1);
     Runner thread;
@@ -366,7 +366,7 @@ TEST(ZThreadPoolFailures, MutexFailuresRaise)
     expectAllSlotsFree(pool, 1);
 }
 
-TEST(ZThreadPoolFailures, AFailedStartMakesRoomForThoseWhoWait)
+TEST(ZThreadPoolFailures, AFailedStartFreesItsSlotForWaitingThreads)
 {
     Watchdog const watchdog(60);
     NotedMessages const noted;
@@ -405,7 +405,7 @@ TEST(ZThreadPoolFailures, AFailedStartMakesRoomForThoseWhoWait)
     EXPECT_EQ(2, noted.exceptions());
 }
 
-TEST(ZThreadPoolFailures, AStartThatFailsBehindItsThreadStaysCounted)
+TEST(ZThreadPoolFailures, AStartThatFailsAfterCreatingItsThreadHoldsItsSlot)
 {
     Watchdog const watchdog(60);
     NotedMessages const noted;
@@ -424,7 +424,7 @@ TEST(ZThreadPoolFailures, AStartThatFailsBehindItsThreadStaysCounted)
     expectAllSlotsFree(pool, 1);
 }
 
-TEST(ZThreadPoolFailures, AFailedReleaseIsReportedWhileAnotherExceptionIsOnItsWay)
+TEST(ZThreadPoolFailures, AFailedReleaseIsReportedDuringUnwinding)
 {
     NotedMessages const noted;
     constexpr int kSlots = 17;
@@ -448,7 +448,7 @@ TEST(ZThreadPoolFailures, AFailedReleaseIsReportedWhileAnotherExceptionIsOnItsWa
     expectAllSlotsFree(pool, kSlots);
 }
 
-TEST(ZThreadPoolFailures, AStartOfOnesOwnMayRaiseWhatItLikes)
+TEST(ZThreadPoolFailures, AnOverriddenStartMayThrowAnything)
 {
     Watchdog const watchdog(60);
     class Foreign : public Runner {
@@ -489,7 +489,7 @@ TEST(ZThreadPoolFailures, ACancelledStartFreesItsSlot)
     expectAllSlotsFree(pool, 1);
 }
 
-TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
+TEST(ZThreadPoolFailures, WaitsMayEndInADifferentOrder)
 {
     Watchdog const watchdog(60);
     class Slow : public Sleeper {
@@ -527,7 +527,7 @@ TEST(ZThreadPoolFailures, WaitsThatEndInAnotherOrderThanTheyBeganLeaveNothing)
     expectAllSlotsFree(pool, 2);
 }
 
-TEST(ZThreadPoolFailures, AMutexThatIsNotHadAgainEndsTheWait)
+TEST(ZThreadPoolFailures, AMutexThatCannotBeRelockedEndsTheWait)
 {
     class Arming : public Sleeper {
     public:
@@ -566,7 +566,7 @@ TEST(ZThreadPoolFailures, AMutexThatIsNotHadAgainEndsTheWait)
     }
 }
 
-TEST(ZThreadPoolFailures, ASleeperReportsWhatFailsAtItsEnd)
+TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
 {
     Watchdog const watchdog(60);
     class Arming : public Sleeper {
@@ -602,7 +602,7 @@ TEST(ZThreadPoolFailures, ASleeperReportsWhatFailsAtItsEnd)
     EXPECT_EQ(3, noted.exceptions());
 }
 
-TEST(ZThreadPoolFailures, ASleeperThatWakesUpForNothingSleepsOn)
+TEST(ZThreadPoolFailures, ASleeperIgnoresSpuriousWakeUps)
 {
     Watchdog const watchdog(60);
     class Waking : public Sleeper {
@@ -651,7 +651,7 @@ TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesTheFormerThreadToBeJoined)
+TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesThePreviousThreadJoinable)
 {
     Runner thread(0);
     thread.start();

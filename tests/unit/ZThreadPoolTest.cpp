@@ -125,7 +125,7 @@ TEST(ZThreadPool, ParksSleepersForReuse)
     EXPECT_EQ(1, two.exits);
 }
 
-TEST(ZThreadPool, ParksNobodyWhenItMayNot)
+TEST(ZThreadPool, ParksNoThreadIfTheLimitIsZero)
 {
     std::atomic<int> units{0};
     ZThreadPool_6_0 pool(0, 3);
@@ -141,7 +141,7 @@ TEST(ZThreadPool, ParksNobodyWhenItMayNot)
     EXPECT_EQ(1, units);
 }
 
-TEST(ZThreadPool, MakesAThreadWhenNoneIsParked)
+TEST(ZThreadPool, CreatesAThreadIfNoneIsParked)
 {
     class Making : public ZThreadPool_6_0 {
     public:

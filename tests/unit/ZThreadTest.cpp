@@ -91,7 +91,7 @@ TEST_F(ZThread, OrdersAmongOtherObjectsByAddress)
     EXPECT_EQ(-thread.compare(stranger), stranger.compare(thread));
 }
 
-TEST_F(ZThread, WrapsAThreadThatRunsAlready)
+TEST_F(ZThread, WrapsARunningThread)
 {
     class Wrapper : public ZThread_6_0 {
     public:
@@ -121,7 +121,7 @@ TEST_F(ZThread, RefusesToBeCloned)
         raises<ZNotClonableException_6_0>(14, "src/Z/ZThread", 88, [&] { thread.clone(); }));
 }
 
-TEST_F(ZThread, WaitingForADetachedThreadReturnsAtOnce)
+TEST_F(ZThread, WaitingForADetachedThreadReturnsImmediately)
 {
     std::atomic<bool> release{false};
     std::atomic<bool> ended{false};
@@ -144,7 +144,7 @@ TEST_F(ZThread, WaitingForADetachedThreadReturnsAtOnce)
 TEST_F(ZThread, TheIdOfADetachedThreadIsKnownWhenStartReturns)
 {
     for (bool const endsAtOnce : {false, true}) {
-        SCOPED_TRACE(endsAtOnce ? "ends at once" : "runs on");
+        SCOPED_TRACE(endsAtOnce ? "ends immediately" : "keeps running");
         for (int i = 0; i < 500; ++i) {
             std::atomic<unsigned long> id{0};
             std::atomic<unsigned long> idInRun{0};
@@ -194,7 +194,7 @@ TEST_F(ZThread, ADetachedThreadMayDeleteItselfBeforeStartReturns)
     waitUntil([] { return TestThread::destroyed == kThreads; });
 }
 
-TEST_F(ZThread, ADetachedThreadThatCannotBeMadeKeepsItsId)
+TEST_F(ZThread, AFailedStartOfADetachedThreadLeavesItsId)
 {
     TestThread thread([] {}, 1);
     thread.start();
@@ -210,7 +210,7 @@ TEST_F(ZThread, ADetachedThreadThatCannotBeMadeKeepsItsId)
 
 // The first thread reaches its entry only during the second start, whether or not that creates a
 // thread.
-TEST_F(ZThread, EachThreadOfADetachedObjectRunsThoughItIsStartedTwice)
+TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
 {
     for (int const secondFails : {0, EAGAIN}) {
         SCOPED_TRACE(secondFails);
@@ -248,7 +248,7 @@ TEST_F(ZThread, ADetachedThreadDeletesItself)
     }
 }
 
-TEST_F(ZThread, AutoDeleteIsForDetachedThreadsAlone)
+TEST_F(ZThread, AutoDeleteIsIgnoredUnlessDetached)
 {
     TestThread thread([] {}, 0, 1);
     thread.start();
@@ -299,7 +299,7 @@ TEST_F(ZThread, ExceptionsOfTheHookAreReported)
     EXPECT_EQ(196, noted.messages()[0].line);
 }
 
-TEST_F(ZThread, EndsInPeaceWhenEvenTheReportFails)
+TEST_F(ZThread, EndsEvenIfTheReportFails)
 {
     NotedMessages noted;
     noted.throwsToo = true;
@@ -325,7 +325,7 @@ TEST_F(ZThread, CancellingEndsTheThread)
     EXPECT_EQ(1, thread.exits);
 }
 
-TEST_F(ZThread, WaitingForNoThreadRaises)
+TEST_F(ZThread, WaitingWithoutAThreadThrows)
 {
     TestThread thread([] {});
     EXPECT_TRUE(raises<ZThreadException_6_0>(20, ESRCH, "src/Z/ZThread", 151,
@@ -337,7 +337,7 @@ TEST_F(ZThread, WaitingForNoThreadRaises)
 }
 
 // A thread that waits for itself gets this failure.
-TEST_F(ZThread, AFailedWaitLeavesTheThreadToBeJoined)
+TEST_F(ZThread, AFailedWaitLeavesTheThreadJoinable)
 {
     TestThread thread([] {});
     thread.start();
@@ -349,7 +349,7 @@ TEST_F(ZThread, AFailedWaitLeavesTheThreadToBeJoined)
     EXPECT_EQ(1, thread.exits);
 }
 
-TEST_F(ZThread, ACancelledWaitLeavesTheThreadToBeJoined)
+TEST_F(ZThread, ACancelledWaitLeavesTheThreadJoinable)
 {
     std::atomic<bool> release{false};
     TestThread thread([&] { waitUntil([&] { return release.load(); }); });
@@ -364,7 +364,7 @@ TEST_F(ZThread, ACancelledWaitLeavesTheThreadToBeJoined)
     EXPECT_EQ(1, thread.exits);
 }
 
-TEST_F(ZThread, FailingCallsRaise)
+TEST_F(ZThread, FailingCallsThrow)
 {
     struct Case {
         char const* name;
@@ -433,7 +433,7 @@ TEST_F(ZThread, ObjectsBelongToAThread)
     pthread_key_delete(key);
 }
 
-TEST_F(ZThread, KeysThatCannotBeHadRaise)
+TEST_F(ZThread, FailingKeyCallsThrow)
 {
     unsigned int key = 0;
     calls_.keyCreate = EAGAIN;
