@@ -1,0 +1,100 @@
+// FileLockFixture: the fixture of the tests of ZProcessReadWriteFileLock.
+#pragma once
+
+#include <Z/ZException.h>
+#include <Z/ZProcessReadWriteFileLock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <stdexcept>
+#include <string>
+
+#include "LockStates.h"
+#include "OtherLocker.h"
+#include "Raised.h"
+#include "SeenRanges.h"
+#include "SystemCalls.h"
+#include "TestDirectory.h"
+#include "Threads.h"
+
+namespace file_lock {
+
+inline constexpr char kSource[] = "src/Z/ZProcessReadWriteFileLock";
+
+using Lock = ZUnixProcessReadWriteFileLock_6_0;
+
+class Observer final : public ZObserverInterface_6_0 {
+public:
+    std::string told;  // "old>new " for each change
+    bool throws = false;
+
+    void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
+    {
+        auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
+        told += std::to_string(change.getLastSequence()) + ">" +
+                std::to_string(change.getSequence()) + " ";
+        if (throws)
+            throw std::runtime_error("observer");
+    }
+};
+
+// Returns whether the action ends within ten seconds.
+inline bool comesThrough(std::future<void>& done)
+{
+    if (done.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        return false;
+    done.get();
+    return true;
+}
+
+class ZProcessReadWriteFileLock : public testing::Test {
+protected:
+    std::string const& dir() const { return directory_.path(); }
+    std::string path() const { return directory_.at("._zpla"); }
+    std::string seen() const { return seenRanges(path()); }
+
+    // Returns a word of the lock file.
+    uint32_t word(size_t index) const
+    {
+        std::string const text = directory_.read("._zpla");
+        uint32_t value = 0xDEADBEEF;
+        if (text.size() >= 4 * index + 4)
+            std::memcpy(&value, text.data() + 4 * index, sizeof value);
+        return value;
+    }
+    void putSequence(uint32_t value) const
+    {
+        directory_.write("._zpla",
+                         std::string(reinterpret_cast<char const*>(&value), sizeof value));
+    }
+
+    // Another process increments the sequence number.
+    void changeElsewhere() const
+    {
+        OtherLocker other(dir(), "a");
+        EXPECT_EQ("write", other.does('w').substr(0, 5));
+        EXPECT_EQ("unset", other.does('u').substr(0, 5));
+    }
+
+    void expectFree(Lock& lock) const
+    {
+        EXPECT_EQ(kUnset, lock.getLockState());
+        EXPECT_EQ(-1, lock.getFileHandle());
+        EXPECT_EQ(0, lock.getReaderCount());
+        std::string const ranges = seen();
+        EXPECT_TRUE(ranges == "--" || ranges == "??") << ranges;
+        // No thread holds the lock between threads either.
+        CallPlan const before = callPlan;
+        callPlan = CallPlan();
+        elsewhere([&] {
+            lock.writeLock();
+            lock.unlock(0);
+        });
+        callPlan = before;
+    }
+
+    TestDirectory directory_{TestDirectory::Place::memory};
+};
+}  // namespace file_lock
