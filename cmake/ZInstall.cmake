@@ -1,5 +1,5 @@
-# What `cmake --install` puts into a prefix: libraries, headers, tables, the CMake package and the
-# pkg-config file. The tool installs itself (tools/zstz).
+# `cmake --install` copies libraries, headers, tables, the CMake package and the pkg-config file into a
+# prefix. tools/zstz installs the tool.
 
 include(CMakePackageConfigHelpers)
 
@@ -19,14 +19,14 @@ install(EXPORT ZFoundationTargets NAMESPACE ZFoundation:: DESTINATION ${z_packag
 configure_package_config_file(cmake/ZFoundationConfig.cmake.in
     ${PROJECT_BINARY_DIR}/ZFoundationConfig.cmake
     INSTALL_DESTINATION ${z_package} PATH_VARS CMAKE_INSTALL_DATADIR)
-# Another generation is another package beside this one, never a newer version of it.
+# Another generation is a separate package, never a newer version of this one.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZFoundationConfigVersion.cmake
     COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/ZFoundationConfig.cmake
               ${PROJECT_BINARY_DIR}/ZFoundationConfigVersion.cmake
         DESTINATION ${z_package})
 
-# The prefix is taken from where the file lies, so that an installed tree may be moved.
+# The prefix is relative to this file, so that an installed tree can be moved.
 file(RELATIVE_PATH z_up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" z_up "${z_up}")
 configure_file(cmake/zfoundation-6.0.pc.in ${PROJECT_BINARY_DIR}/zfoundation-6.0.pc @ONLY)
@@ -42,7 +42,7 @@ set(CPACK_RESOURCE_FILE_README ${PROJECT_SOURCE_DIR}/README.md)
 set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The Debian archive lies below /usr, an unpacked tar archive anywhere.
+# The Debian package installs below /usr; a tar archive can be extracted anywhere.
 set(CPACK_SET_DESTDIR OFF)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_ARCHIVE_COMPONENT_INSTALL OFF)

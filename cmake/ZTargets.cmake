@@ -1,4 +1,4 @@
-# The two interface targets that every target of ours links privately: language level and
+# The two interface targets that every target of the project links privately: language level and
 # hardening (z_build), warnings (z_warnings).
 
 find_package(Threads REQUIRED)
@@ -23,7 +23,7 @@ if(Z_COVERAGE)
 endif()
 
 if(Z_FUZZ)
-    # The fuzzer is led by what the library's own code does with its inputs.
+    # Coverage of the library's code guides the fuzzer.
     target_compile_options(z_build INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 

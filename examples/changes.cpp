@@ -1,5 +1,5 @@
-// Two processes that share a note and notice each other's changes: whoever finds the sequence
-// number of the lock changed reads the note again. usage: changes FOLDER
+// Two processes share a note and notice each other's changes: a process that finds the sequence
+// number of the lock changed reads the note again. usage: changes DIRECTORY
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <stdio.h>
@@ -10,17 +10,17 @@
 
 namespace {
 
-// A note in a file, and what this process knows of it.
+// A note in a file, and this process's copy of it.
 class Note final : private ZObserverInterface_6_0 {
 public:
-    Note(char const* who, std::string const& folder)
-        : who_(who), path_(folder + "/note"), lock_(folder.c_str(), "note")
+    Note(char const* who, std::string const& directory)
+        : who_(who), path_(directory + "/note"), lock_(directory.c_str(), "note")
     {
         lock_.addObserver(this);
     }
 
-    // Whoever only looks reads the file only when somebody has changed it: then the lock calls
-    // update() before lock() returns.
+    // Reads the file only if another process has changed it: then the lock calls update() before
+    // readLock() returns.
     void look()
     {
         ZStackReadWriteLock_6_0 guard(lock_, 0);
@@ -28,7 +28,7 @@ public:
         printf("%s knows \"%s\", number %lu\n", who_, text_.c_str(), lock_.getSequence());
     }
 
-    // The end of the guard raises the number, so that the other process hears of it.
+    // The guard's destructor increments the sequence number, so that the other process notices.
     void change(std::string const& text)
     {
         ZStackReadWriteLock_6_0 guard(lock_, 1);
@@ -74,9 +74,9 @@ void giveTurn(int to)
         perror("write");
 }
 
-void writer(std::string const& folder, int from, int to)
+void writer(std::string const& directory, int from, int to)
 {
-    Note note("writer", folder);
+    Note note("writer", directory);
     awaitTurn(from);
     note.change("rain");
     giveTurn(to);
@@ -89,9 +89,9 @@ void writer(std::string const& folder, int from, int to)
     giveTurn(to);
 }
 
-void reader(std::string const& folder, int from, int to)
+void reader(std::string const& directory, int from, int to)
 {
-    Note note("reader", folder);
+    Note note("reader", directory);
     note.look();
     giveTurn(to);
     awaitTurn(from);
@@ -110,7 +110,7 @@ void reader(std::string const& folder, int from, int to)
 int main(int argc, char** argv)
 {
     if (argc != 2) {
-        fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
+        fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
         return 2;
     }
     int toWriter[2];

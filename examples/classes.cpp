@@ -1,12 +1,12 @@
-// Reads, changes and stores a configuration file through the classes: an observer that is told of
-// every change, and the two iterators. usage: classes FILE
+// Reads, changes and stores a configuration file through the classes, with an observer that is
+// notified of every change, and the two iterators. usage: classes FILE
 #include <Z/ZException.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <stdio.h>
 
 namespace {
 
-// Says what was changed. The store tells it after letting go of its lock.
+// Prints every change. The store notifies it after releasing its lock.
 class ChangeLog final : public ZObserverInterface_6_0 {
 public:
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override

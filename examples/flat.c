@@ -24,7 +24,7 @@ static void print_servers(ZPROP_handle* config)
     zstzPropIter_close_6_0(server);
 }
 
-/* Asks for several values of different types in one call. */
+/* Reads several values of different types in one call. */
 static int print_settings(ZPROP_handle* config)
 {
     int check = 0;

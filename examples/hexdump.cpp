@@ -1,4 +1,4 @@
-// Shows the first bytes of a file, and those of a string.
+// Prints the first bytes of a file, and the bytes of a string.
 // usage: hexdump FILE
 #include <Z/ZException.h>
 #include <Z/ZUTF8String.h>

@@ -10,7 +10,7 @@ namespace {
 void print(ZJavaProperties_6_0 const& properties, char const* key)
 {
     ZUTF8String_6_0 value;
-    properties.getValue(ZUTF8String_6_0(key), value);  // empty when there is no such key
+    properties.getValue(ZUTF8String_6_0(key), value);  // empty if there is no such key
     printf("%s: %s\n", key, value.getChars());
 }
 

@@ -37,7 +37,8 @@ int main(int argc, char** argv)
         ZSharedLibrary_6_0 missing("no-such-library");
         missing.loadLibrary();
     } catch (ZSharedLibraryLoadException_6_0& e) {
-        printf("not loaded: message %u\n", e.messageNumber());  // dumpException() says more
+        printf("not loaded: message %u\n",
+               e.messageNumber());  // dumpException() prints the details
     } catch (ZException_6_0& e) {
         e.dumpException();
         return 1;

@@ -32,7 +32,7 @@ public:
         printf("note %d from %s:%d\n", errorNumber, file, line);
     }
 
-    // Prints itself, and comes back below with its inserts.
+    // Makes the exception print itself, which calls the function below with its inserts.
     void outputException(ZException_6_0& e) const override { e.print(); }
 
     void outputException(ZZException_6_0 const* e, va_list inserts) const override

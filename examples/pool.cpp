@@ -23,8 +23,8 @@ private:
     unsigned long total_ = 0;  // guarded by lock_
 };
 
-// Sleeps until it is woken, does the work that it was given, and sleeps again. Its object goes with
-// its thread.
+// Sleeps until it is woken, does its work, and sleeps again. The end of the thread deletes the
+// object.
 class Squarer : public ZSleeperThread_6_0 {
 public:
     explicit Squarer(Sum& sum) : ZSleeperThread_6_0(kDetached, kAutoDelete), sum_(sum) {}
@@ -42,8 +42,8 @@ private:
     unsigned long number_ = 0;
 };
 
-// Three threads may run at once, one may be parked. Parked threads count as running: were three of
-// them parked, starting a fourth would wait for ever.
+// Three threads may run at the same time, and one may be parked. A parked thread is one of the
+// three: if all three were parked, starting a fourth would wait forever.
 class Squarers : public ZThreadPool_6_0 {
 public:
     explicit Squarers(Sum& sum) : ZThreadPool_6_0(1, 3), sum_(sum) {}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs an example beside copies of gateway.conf and app.properties. What it prints, and the files that
-# it leaves, must be byte for byte what stands in expected/, or what they were.
+# Runs an example next to copies of gateway.conf and app.properties. Its output and both files must
+# then equal the files in expected/ byte for byte; a file without one there must be unchanged.
 # usage: test_example.sh PROGRAM ARGUMENT…
 set -euo pipefail
 here=$(dirname "$(readlink -f "$0")")
@@ -13,10 +13,10 @@ trap 'rm -rf "$room"' EXIT
 cp "$here/gateway.conf" "$here/app.properties" "$room/"
 cd "$room"
 "$program" "$@" >printed.txt
-# The name of the companion file has the folder in it.
+# The name of the companion file contains the directory.
 sed -i "s|$room|/etc/gateway|" gateway.conf
 if [ "$(basename "$program")" = hostname ]; then
-    # What the platform's own resolver says of this host.
+    # The name that the platform's resolver gives this host.
     name=$(python3 -c 'import socket; print(socket.gethostbyname_ex(socket.gethostname())[0])' \
         2>/dev/null || echo unknown)
     sed -i "s|: $name\$|: gateway.example.net|" printed.txt

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tries out what the documents say. usage: docs_test.py BUILD-FOLDER C-COMPILER C++-COMPILER"""
+"""Tests the statements of the documents. usage: docs_test.py BUILD-DIRECTORY C-COMPILER C++-COMPILER"""
 import os
 import pathlib
 import re
@@ -22,7 +22,7 @@ def blocks(language):
 
 
 def run_program(program, language, room, *flags):
-    """Compiles a program and runs it in the folder `room`."""
+    """Compiles a program and runs it in the directory `room`."""
     source = room / f"program.{language}"
     source.write_text(program, encoding="utf-8")
     libraries = [BUILD / "src" / "Z", BUILD / "src" / "qvr"]
@@ -240,7 +240,7 @@ class Script(unittest.TestCase):
                 (["crash", "--all"], "crash takes no options, see ./dev help crash"),
                 (["verbs", "juggle"], "no such verb: juggle; ./dev help lists them"),
                 (["bench", "--benchmark_min_time=1"],
-                 "options stand behind a PATTERN; a dot stands for every row"),
+                 "give a PATTERN before the options; a dot matches every row"),
                 (["fuzz"], f"which target? there are: all {targets}"),
                 (["fuzz", "juggler"], f"no target juggler; there are: all {targets}")):
             self.assertEqual((1, "", f"dev: {line}\n"), self.dev(*asked), asked)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs a build folder into a prefix, moves the prefix, and uses what lies there as a stranger
-# would: a C++ project through CMake, a C99 program through pkg-config, the tool by its name.
-# usage: install_test.sh BUILD-FOLDER CMAKE C-COMPILER C++-COMPILER
+# Installs a build directory into a prefix, moves the prefix, and uses it as a stranger would: a C++
+# project through CMake, a C99 program through pkg-config, the tool by its name.
+# usage: install_test.sh BUILD-DIRECTORY CMAKE C-COMPILER C++-COMPILER
 set -euo pipefail
 
 build=$1 cmake=$2 cc=$3 cxx=$4
@@ -36,9 +36,9 @@ done
 [ -e "$prefix/include/zfoundation-6.0/qvr.h" ] || fail "qvr.h is not installed"
 diff -r "$here/../../src/qvr/tables" "$prefix/share/qvr" || fail "the tables are not installed"
 
-# Headers and libraries may not name the folders they were built in.
+# Headers and libraries must not name the directories they were built in.
 if grep -rlIF "$build" "$prefix"; then
-    fail "these installed files name the build folder"
+    fail "these installed files name the build directory"
 fi
 
 expected='service: port 8080, name "gateway"'

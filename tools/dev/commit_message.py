@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks the form of the last commit's message.
 
-Subject "area: Say what changes": a subsystem or top folder, an imperative with a capital, at most
+Subject "area: Effect": a subsystem or top folder, an imperative with a capital, at most
 72 columns, no full stop; then a blank line before the body. Merges are left alone.
 """
 import re
@@ -25,7 +25,7 @@ def main():
     lines = git("log", "-1", "--format=%B").stdout.rstrip("\n").split("\n")
     wrong = []
     if not SUBJECT.match(lines[0]):
-        wrong.append('the subject is not "area: Say what changes"')
+        wrong.append('the subject is not "area: Effect"')
     if len(lines[0]) > 72:
         wrong.append(f"the subject has {len(lines[0])} columns, at most 72 are allowed")
     if lines[0].endswith("."):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares what the finished libraries export with the checked-in lists.
 
-usage: exports.py BUILD-FOLDER [--update]
+usage: exports.py BUILD-DIRECTORY [--update]
 
 Looked at is what other programs can link to: functions, objects, vtables, type information.
 Inline functions that the compiler chose to keep a copy of (weak) come and go with its version, so
@@ -17,7 +17,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LISTS = ROOT / "tests" / "abi"
 
-# Library, its list, and what each exported name must look like.
+# Library, its list, and the form of its exported names.
 LIBRARIES = (
     ("src/Z/libzfoundation-6.0.so.0", "exports.txt",
      re.compile(r"^(?:(?:vtable|VTT|typeinfo|typeinfo name) for |(?:non-)?virtual thunk to )?"
@@ -26,7 +26,7 @@ LIBRARIES = (
 )
 # Start-up code of the compiler; the second one, of aarch64, asks the processor for its atomics.
 COMPILERS_OWN = ("frame_dummy", "init_have_lse_atomics")
-# What a class keeps to its own sources.
+# Hidden representations: private to the sources of their class.
 PRIVATE = re.compile(r"\bRep\b")
 
 
@@ -85,7 +85,7 @@ def check(library, list_file, pattern, update):
     if old != text:
         wrong += difflib.unified_diff(old.splitlines(), text.splitlines(),
                                       f"tests/abi/{list_file}", str(library), lineterm="", n=0)
-        wrong.append("if the change is meant: tools/dev/exports.py BUILD-FOLDER --update")
+        wrong.append("if the change is meant: tools/dev/exports.py BUILD-DIRECTORY --update")
     print(f"{library.name}: {len(listed)} names exported")
     return wrong
 

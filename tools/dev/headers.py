@@ -18,7 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 SOURCES = ROOT / "src"
 
 ALLOWED = {"iosfwd", "stddef.h", "stdint.h", "stdarg.h", "stdio.h", "string.h", "time.h", "pthread.h"}
-# What plain C programs include.
+# Headers for plain C programs.
 C_HEADERS = {"qvr.h", "Z/zproperties_c.h", "Z/zsnprintf.h", "Z/zqvrutil.h"}
 
 LABEL = re.compile(r" (calls|range|owns|throws|codes|threads|kept|units|cost) ")
@@ -49,7 +49,7 @@ def folded_lines(header, text):
         elif LABEL.match(comment):
             labelled = True
         elif labelled and not comment.startswith(" " * 9):
-            yield f"{header}:{number}: not indented behind its label: {comment.strip()}"
+            yield f"{header}:{number}: not indented under its label: {comment.strip()}"
 
 
 def check(header, cxx, c):
@@ -61,11 +61,11 @@ def check(header, cxx, c):
     wrong += folded_lines(header, text)
     report = compile_twice([cxx, "-x", "c++", "-std=c++17"], header)
     if report:
-        wrong.append(f"{header} does not stand alone as C++17:\n{report}")
+        wrong.append(f"{header} does not compile by itself as C++17:\n{report}")
     if header in C_HEADERS or "__cplusplus" in text:
         report = compile_twice([c, "-x", "c", "-std=c99"], header)
         if report:
-            wrong.append(f"{header} does not stand alone as C99:\n{report}")
+            wrong.append(f"{header} does not compile by itself as C99:\n{report}")
     return wrong
 
 

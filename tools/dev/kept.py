@@ -66,7 +66,7 @@ def main():
             if not test.split(".")[1].startswith("Keeps"):
                 wrong.append(f"{name}:{line}: {test} is not named Keeps…")
             elif test not in tests:
-                wrong.append(f"{name}:{line}: there is no test {test}")
+                wrong.append(f"{name}:{line}: test {test} does not exist")
     for row in wrong:
         print(row, file=sys.stderr)
     print(f"{len(comments)} kept behaviours, {len(wrong)} without their test")

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Runs each verb of ./dev on a fresh clone of the last commit, the long ones with arguments that make
-# them short, and prints a table. A verb passes if it exits with 0 and neither changes a file of the
+# Runs each verb of ./dev on a fresh clone of the last commit, long verbs with arguments that shorten
+# them, and prints a table. A verb passes if it exits with 0 and neither changes a file of the
 # clone nor adds one that git does not ignore. Each verb of ./dev help must have a row here.
-# usage: verbs.sh FOLDER [VERB…]    FOLDER gets the clone and the outputs; it is removed first
+# usage: verbs.sh DIRECTORY [VERB…]    DIRECTORY gets the clone and the output; it is removed first
 set -euo pipefail
 top=$(dirname "$(readlink -f "$0")")/../..
 
@@ -44,34 +44,34 @@ listed=$("$top/dev" help | sed -n 's/^  \([a-z-]\+\) .*/\1/p' | sort -u)
 missing=$(comm -3 <(verbs_of "${rows[@]}" "${left_out[@]}") <(echo "$listed") | xargs)
 [ -z "$missing" ] || fail "the rows of tools/dev/verbs.sh and ./dev help differ in: $missing"
 
-[ $# -ge 1 ] || fail "usage: verbs.sh FOLDER [VERB…]"
-folder=$1
+[ $# -ge 1 ] || fail "usage: verbs.sh DIRECTORY [VERB…]"
+directory=$1
 shift
 for verb in "$@"; do
     printf '%s\n' "${rows[@]%% *}" | grep -xF -- "$verb" >/dev/null || fail "no such verb: $verb; ./dev help lists them"
 done
-rm -rf "$folder"
-mkdir -p "$folder/output"
-folder=$(readlink -f "$folder")
-git -c advice.detachedHead=false clone --quiet "$top" "$folder/clone"
+rm -rf "$directory"
+mkdir -p "$directory/output"
+directory=$(readlink -f "$directory")
+git -c advice.detachedHead=false clone --quiet "$top" "$directory/clone"
 [ -z "$(git -C "$top" status --porcelain)" ] ||
     echo "== the clone is without the changes that are not committed"
 
 # Runs a row and adds it to the table.
-table=$folder/table.txt
+table=$directory/table.txt
 printf '%-12s %-50s %5s %8s  %s\n' verb command exit seconds note >"$table"
 failures=0
 run_row()
 {
     local verb=$1 code=0 note='' seconds=$SECONDS
-    local output=$folder/output/${*//[^A-Za-z0-9]/_}.txt
+    local output=$directory/output/${*//[^A-Za-z0-9]/_}.txt
     echo "== ./dev $*"
-    (cd "$folder/clone" && ./dev "$@") >"$output" 2>&1 </dev/null || code=$?
+    (cd "$directory/clone" && ./dev "$@") >"$output" 2>&1 </dev/null || code=$?
     seconds=$((SECONDS - seconds))
-    if [ -n "$(git -C "$folder/clone" status --porcelain)" ]; then
-        note="changed: $(git -C "$folder/clone" status --porcelain | awk '{ print $2 }' | xargs)"
-        git -C "$folder/clone" checkout --quiet .
-        git -C "$folder/clone" clean --quiet --force -d
+    if [ -n "$(git -C "$directory/clone" status --porcelain)" ]; then
+        note="changed: $(git -C "$directory/clone" status --porcelain | awk '{ print $2 }' | xargs)"
+        git -C "$directory/clone" checkout --quiet .
+        git -C "$directory/clone" clean --quiet --force -d
     fi
     if [ "$code" != 0 ]; then
         note="see $output"
@@ -88,5 +88,5 @@ for row in "${rows[@]}"; do
     fi
 done
 sed 's/ *$//' "$table"
-[ "$failures" = 0 ] || fail "$failures of the rows above failed; the clone stays in $folder/clone"
-rm -rf "$folder/clone"
+[ "$failures" = 0 ] || fail "$failures of the rows above failed; the clone stays in $directory/clone"
+rm -rf "$directory/clone"

@@ -2,7 +2,7 @@
 //
 // Subsystem: @SUBSYSTEM@.  Stands on: ZObject.
 //
-// Ownership: an object copies what it is given.
+// Ownership: arguments are copied.
 // Threads: unsynchronised; callers serialise access to one object.
 #pragma once
 
