@@ -542,6 +542,86 @@ TEST_F(ZJournaledFileCase, MakesTheFileWhereADanglingLinkPoints)
     EXPECT_EQ(kPlain.text, directory_.read("target"));
 }
 
+TEST_F(ZJournaledFileCase, FileOfAnotherMountNamespaceIsNotMistakenForOurs)
+{
+    put(kShort);
+    int ready[2];
+    int done[2];
+    ASSERT_EQ(0, pipe(ready));
+    ASSERT_EQ(0, pipe(done));
+    pid_t const child = fork();
+    if (child == 0) {
+        char state = 'n';
+        ::close(done[1]);
+        if (unshare(CLONE_NEWNS) == 0 &&
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            mount("inner", directory_.path().c_str(), "tmpfs", 0, nullptr) == 0) {
+            directory_.write("conf", kLong.text);
+            state = 'y';
+        }
+        char wait;
+        _exit(write(ready[1], &state, 1) == 1 && ::read(done[0], &wait, 1) == 0 ? 0 : 1);
+    }
+    ::close(ready[1]);
+    ::close(done[0]);
+    char state = 'n';
+    EXPECT_EQ(1, ::read(ready[0], &state, 1));
+    if (state == 'y') {
+        std::string const inner = "/proc/" + std::to_string(child) + "/root" + directory_.path();
+        std::string const link = directory_.at("link");
+        std::filesystem::create_symlink(inner + "/conf", link);
+        for (std::string const& path : {inner + "/conf", link, inner + "/new"}) {
+            bool const isNew = path == inner + "/new";
+            for (bool const replaces : {false, true}) {
+                Pair const next = {path + (replaces ? "2\n" : "1\n"), ""};
+                ZJournaledFile file(path.c_str(), ZJournaledFile::Mode::store);
+                EXPECT_EQ(isNew && !replaces, file.text().empty());
+                if (replaces)
+                    file.replace(viewOf(next.text), ZJournaledFile::Companion());
+                else
+                    file.commit(viewOf(next.text), ZJournaledFile::Companion());
+                file.close();
+                ZJournaledFile const again(path.c_str(), ZJournaledFile::Mode::load);
+                EXPECT_EQ(next.text, again.text());
+            }
+        }
+        EXPECT_EQ("conf new", namesIn(inner));
+    }
+    ::close(done[1]);
+    ::close(ready[0]);
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+    if (state != 'y')
+        GTEST_SKIP() << "only root may mount";
+    EXPECT_EQ(kShort, load());
+    EXPECT_EQ("conf conf.obf link", directory_.names());
+}
+
+// The text of its link in /proc is the old path and " (deleted)".
+TEST_F(ZJournaledFileCase, FileWithoutANameIsNotMistakenForAnother)
+{
+    put(kShort);
+    int const fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+    std::string const open = "/proc/self/fd/" + std::to_string(fd);
+    storeText("two\n");
+    {
+        ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::store);
+        EXPECT_EQ("two\n", file.text());
+    }
+    ASSERT_EQ(0, unlink(path_.c_str()));
+    for (bool const isOtherThere : {false, true}) {
+        if (isOtherThere)
+            directory_.write("conf (deleted)", "another\n");
+        expectFailure(open, "fopen(r)", ENOENT, CallPlan(), [&] {
+            ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::load);
+        });
+        expectFailure(open, "fopen(r+)", ENOENT, CallPlan(), [&] {
+            ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::store);
+        });
+        EXPECT_EQ(isOtherThere ? "conf (deleted) conf.obf" : "conf.obf", directory_.names());
+    }
+    ::close(fd);
+}
+
 TEST_F(ZJournaledFileCase, NewFileHasTheModeThatTheMaskLeaves)
 {
     for (mode_t mask : {0000u, 0022u, 0077u}) {

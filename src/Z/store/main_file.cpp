@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include "limits.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr int kMaxAttempts = 100;  // at a file that is replaced again and again
 constexpr int kMaxLinks = 40;
+constexpr int kMaxLooks = 3;  // at a path while editors replace what it means
 
 // Returns what the link at `path` points to, as a path from where we are; "" if it is no link.
 std::string targetOf(std::string const& path)
@@ -25,6 +27,34 @@ std::string targetOf(std::string const& path)
     size_t const slash = path.rfind('/');
     bool const isRelative = text[0] != '/' && slash != std::string::npos;
     return isRelative ? path.substr(0, slash + 1) + text : text;
+}
+
+// Returns whether there is a file at `path`, and it is not the one at `other`.
+bool leadsElsewhere(char const* path, char const* other)
+{
+    struct stat meant;
+    struct stat found;
+    for (int i = 0; i < kMaxLooks && strcmp(path, other) != 0; ++i) {
+        if (stat(path, &meant) != 0)
+            return false;
+        if (stat(other, &found) == 0 && isSameFile(meant, found))
+            return false;
+    }
+    return strcmp(path, other) != 0;
+}
+
+// Sets `resolved` to the real path of the file at `path`. Returns 0; an errno of realpath(); ESTALE
+// if what realpath() finds is another file: a link in /proc may lead into another mount namespace,
+// or to a file without a name, and its text is no path of ours.
+int findRealPath(std::string const& path, char (&resolved)[PATH_MAX])
+{
+    for (int i = 0; i < kMaxLooks; ++i) {
+        if (realpath(path.c_str(), resolved) == nullptr)
+            return errno;
+        if (!leadsElsewhere(path.c_str(), resolved))
+            return 0;
+    }
+    return ESTALE;
 }
 
 }  // namespace
@@ -53,25 +83,28 @@ int MainFile::resolve()
     std::string at = path;
     for (int links = 0; links < kMaxLinks; ++links) {
         char resolved[PATH_MAX];
-        if (realpath(at.c_str(), resolved) != nullptr) {
+        int const error = findRealPath(at, resolved);
+        if (error == 0) {
             real = resolved;
             name = namePart(real);
             isDirectoryGiven = links == 0 && directoryPart(real) != directoryPart(path) &&
                                name == namePart(path) && targetOf(path).empty();
             return name.empty() ? EISDIR : directory.openResolved(directoryPart(real));
         }
-        int const error = errno;
         std::string const target = targetOf(at);
         if (target.empty())
             return locateAsGiven(at);
-        if (error != ENOENT || !forStore)
+        if (leadsElsewhere(at.c_str(), target.c_str()))
+            return ENOENT;
+        if (error != ESTALE && (error != ENOENT || !forStore))
             return error;
         at = target;
     }
     return ELOOP;
 }
 
-// The path has no real path: the file is missing, or its real path is too long to be told.
+// The path has no real path: the file is missing, its real path is too long to be told, or it is in
+// another mount namespace.
 int MainFile::locateAsGiven(std::string const& at)
 {
     real = at;
