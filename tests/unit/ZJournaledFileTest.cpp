@@ -2562,15 +2562,27 @@ TEST_F(ZJournaledFileCase, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
         ASSERT_EQ(0, chown(companion_.c_str(), 12345, 0));
         EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
     }
-    // One that is ours alone names any, but itself and its journal.
+    // One that is ours alone names any, but itself and the hidden files of its stores.
     chmod(path_.c_str(), 0600);
     ZJournaledFile const ours(path_.c_str(), ZJournaledFile::Mode::load);
     for (std::string const& name :
          {folder + "/conf.obf", folder + "/.conf.zjn", missing, companion_})
         EXPECT_EQ(0, ours.checkCompanionPath(name)) << name;
     ASSERT_EQ(0, symlink("../conf", (folder + "/second").c_str()));
-    for (std::string const& name : {path_, journal_, folder + "/../.conf.zjn", folder + "/second"})
+    for (std::string const& name : {path_, journal_, folder + "/../.conf.zjn", folder + "/second",
+                                    journal_ + ".new", directory_.at(".conf.new")})
         EXPECT_EQ(EPERM, ours.checkCompanionPath(name)) << name;
+}
+
+TEST_F(ZJournaledFileCase, FileWithTheHiddenNameOfItsNewCompanionIsNotRemoved)
+{
+    std::string const hidden = directory_.write(".conf.obf.new", "one\n");
+    expectFailure(companion_, "access()", EPERM, CallPlan(), [&] {
+        ZJournaledFile file(hidden.c_str(), ZJournaledFile::Mode::store);
+        file.commit("two\n", change(kShort));
+    });
+    EXPECT_EQ(".conf.obf.new", directory_.names());
+    EXPECT_EQ("one\n", directory_.read(".conf.obf.new"));
 }
 
 TEST_F(ZJournaledFileCase, NewCompanionOfAFileThatOthersMayWriteIsBesideTheRealFile)

@@ -55,9 +55,15 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     }
 }
 
-bool CompanionFile::isJournal() const
+// Returns whether a store of the main file uses this name itself, for the journal or a new file, or
+// would take the main file for a leftover of the companion.
+bool CompanionFile::isReserved() const
 {
-    return directory_ == &main_.directory && name_ == main_.journalName();
+    if (directory_ != &main_.directory)
+        return false;
+    std::string const journal = main_.journalName();
+    return name_ == journal || name_ == journal + kNewSuffix || name_ == main_.replacementName() ||
+           hiddenSibling(name_, kNewSuffix) == main_.name;
 }
 
 int CompanionFile::check() const
@@ -66,7 +72,7 @@ int CompanionFile::check() const
     bool const isMain = directoryError_ == 0 &&
                         fstatat(directory_->descriptor(), name_.c_str(), &target, 0) == 0 &&
                         isSameFile(target, main_.status);
-    if (isJournal() || isMain)
+    if (isReserved() || isMain)
         return EPERM;
     if (onlyWeCanWrite(main_.status))
         return 0;

@@ -62,7 +62,7 @@ public:
     int openForWriting(ZSharedFile& file) const;
 
 private:
-    bool isJournal() const;
+    bool isReserved() const;
     int checkStatus(struct stat const& status) const;
     int checkOpen(ZSharedFile& file) const;
 

@@ -16,6 +16,8 @@ namespace zstore {
 std::string directoryPart(std::string const& path);
 std::string namePart(std::string const& path);
 
+constexpr char kNewSuffix[] = ".new";  // of a file that is to be renamed
+
 /// Returns ".<name><suffix>".
 std::string hiddenSibling(std::string const& name, char const* suffix);
 

@@ -51,7 +51,7 @@ int putAside(Directory const& directory, std::string const& name, struct stat co
 class JournalFile {
 public:
     JournalFile(Directory const& directory, std::string const& name)
-        : directory_(directory), name_(name), temporaryName_(name + ".new")
+        : directory_(directory), name_(name), temporaryName_(name + kNewSuffix)
     {
     }
     JournalFile(JournalFile const&) = delete;

@@ -133,7 +133,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
         if (!found.journal->companion.empty()) {
             CompanionFile const companion(file_, found.journal->companion);
             if (companion.directory().descriptor() >= 0)
-                companion.directory().remove(hiddenSibling(companion.name(), ".new"));
+                companion.directory().remove(hiddenSibling(companion.name(), kNewSuffix));
         }
         error = journal.retire(file_.status.st_dev, file_.fd);
     } else {

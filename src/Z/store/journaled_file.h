@@ -93,8 +93,8 @@ public:
 
     /// Returns 0 if the file can use `name` as its companion. A file that we own, and that no other
     /// user can write, can use any; another file only the companion that belongs to its path, and
-    /// only if it is a regular file with one link and the owner of the file. No file can use itself
-    /// or its journal.
+    /// only if it is a regular file with one link and the owner of the file. No file can use
+    /// itself, or a name that its stores use for their own hidden files.
     /// codes   EPERM; the errno if that cannot be found out.
     int checkCompanionPath(std::string const& name) const;
 

@@ -48,7 +48,7 @@ struct MainFile {
     }
 
     std::string journalName() const { return hiddenSibling(name, ".zjn"); }
-    std::string replacementName() const { return hiddenSibling(name, ".new"); }
+    std::string replacementName() const { return hiddenSibling(name, kNewSuffix); }
 
     /// Returns the path of a file next to this one, for messages.
     std::string pathOf(std::string const& sibling) const { return directory.pathOf(sibling); }

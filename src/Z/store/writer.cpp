@@ -32,7 +32,7 @@ Writer::Writer(MainFile& file, std::string_view text, CompanionChange const& com
       journal_(file.directory, file.journalName()),
       journalPath_(file.pathOf(journal_.name())),
       temporaryJournalPath_(file.pathOf(journal_.temporaryName())),
-      newCompanionName_(hiddenSibling(namePart(companion.path), ".new"))
+      newCompanionName_(hiddenSibling(namePart(companion.path), kNewSuffix))
 {
     if (companionChange_ == CompanionChange::kept)
         return;
