@@ -611,9 +611,8 @@ TEST_F(ZJournaledFileCase, FileWithoutANameIsNotMistakenForAnother)
     for (bool const isOtherThere : {false, true}) {
         if (isOtherThere)
             directory_.write("conf (deleted)", "another\n");
-        expectFailure(open, "fopen(r)", ENOENT, CallPlan(), [&] {
-            ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::load);
-        });
+        expectFailure(open, "fopen(r)", ENOENT, CallPlan(),
+                      [&] { ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::load); });
         expectFailure(open, "fopen(r+)", ENOENT, CallPlan(), [&] {
             ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::store);
         });
@@ -1951,6 +1950,22 @@ TEST_F(ZJournaledFileCase, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFi
         return directory_.read("folder/secrets") == kLong.companion &&
                directory_.names() == "conf folder";
     });
+}
+
+TEST_F(ZJournaledFileCase, MissingFolderOfTheCompanionIsNamedWhenADeadStoreIsFinished)
+{
+    std::string const companion = directory_.at("folder/secrets");
+    put({kLong.text, ""});
+    directory_.write(".conf.zjn", journalOf(kPlain, kLong, companion));
+    expectFailure(companion, "fopen(w)", ENOENT, CallPlan(),
+                  [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store); });
+    EXPECT_EQ(".conf.zjn conf", directory_.names());
+    std::filesystem::create_directory(directory_.at("folder"));
+    {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+    }
+    EXPECT_EQ(kLong.companion, directory_.read("folder/secrets"));
+    EXPECT_EQ("conf folder", directory_.names());
 }
 
 TEST_F(ZJournaledFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)

@@ -39,6 +39,9 @@ public:
     std::string const& name() const { return name_; }
     Directory const& directory() const { return *directory_; }
 
+    /// Returns 0 or the errno with which its directory could not be opened.
+    int directoryError() const { return directoryError_; }
+
     /// Returns whether this is the companion that belongs to the path of the main file. Only such a
     /// file is ever removed.
     bool isOwn() const { return isOwn_; }

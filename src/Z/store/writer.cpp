@@ -281,6 +281,8 @@ void Writer::returnReservedSpace()
 // Writes the new contents of the companion into a hidden file next to it.
 int Writer::prepareCompanion(std::string_view contents)
 {
+    if (int const error = companion_->directoryError())
+        return fail("fopen(w)", change_.path, error);
     newCompanion_.reset(createExclusive(companion_->directory(), newCompanionName_));
     int const refused = newCompanion_.isOpen() ? 0 : errno;
     if (refused != 0 && !((isRefusal(refused) || refused == EEXIST) && hadCompanion_))
