@@ -66,6 +66,22 @@ printed=$(QVRDIR=$(pkg-config --variable=qvrdir zfoundation-6.0) "$room/service"
     "$room/service.conf")
 [ "$printed" = "$expected" ] || fail "the C program printed: $printed"
 
+# The same without pkg-config, as the README says.
+readme=$here/../../README.md
+from_readme()
+{
+    sed -n "s|$1|\\1|p" "$readme" | sed "s|/usr/local/lib|$libdir|g; s|/usr/local|$prefix|g"
+}
+# shellcheck disable=SC2016  # no expansion is meant
+flags=$(from_readme '.*`\(-I/usr/local[^`]*\)`.*')
+[ -n "$flags" ] || fail "README.md has no flags for machines without pkg-config"
+# shellcheck disable=SC2086  # a list
+"$cc" -std=c99 "$here/c/service.c" -o "$room/service" $flags -Wl,-rpath,"$libdir"
+tables=$(from_readme '^export QVRDIR=\([^ ]*\).*')
+[ -e "$tables/codesets.alias" ] || fail "the tables are not where README.md says: $tables"
+printed=$(QVRDIR=$tables "$room/service" "$room/service.conf")
+[ "$printed" = "$expected" ] || fail "the C program built by README.md printed: $printed"
+
 printed=$("$prefix/bin/zstz" get "$room/service.conf" service port)
 [ "$printed" = 8080 ] || fail "the installed tool printed: $printed"
 echo "installed, moved and used"
