@@ -588,6 +588,18 @@ class ZstzTest(tool.ToolTest):
                         "back a copy of it, or", "list", self.file, **options)
             os.rmdir(companion) if companion.is_dir() else companion.unlink()
 
+    def test_a_file_that_was_moved_with_its_companion(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        moved = self.path.parent / "moved.conf"
+        self.path.rename(moved)
+        pathlib.Path(self.file + ".obf").rename(f"{moved}.obf")
+        self.expect_unchanged(NO_ACCESS, f"zstz: cannot read the companion file {self.file}.obf: No "
+                              f"such file or directory; if {moved} was moved or renamed together "
+                              f"with {moved}.obf, change the line \"file = ...\" of "
+                              "[configuration-database] to the path of that\n", "list", str(moved))
+        moved.write_text(moved.read_text().replace(f"{self.file}.obf", f"{moved}.obf"))
+        self.expect(DONE, "x\n", "get", str(moved), "upstream", "password")
+
     def test_a_file_that_may_be_no_companion(self):
         os.mkdir(self.file + ".obf")
         self.expect_unchanged(NO_ACCESS, f"{self.file}.obf is a folder, where the companion file of "
@@ -619,9 +631,8 @@ class ZstzTest(tool.ToolTest):
         journal.write_bytes(b"journal")
         journal.chmod(0)
         for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
-            self.expect(NO_ACCESS, f"cannot open {journal}: Permission denied; check its "
-                        "permissions",
-                        *verb, **options)
+            self.expect(NO_ACCESS, f"{journal}: is the journal of a store that was interrupted, and "
+                        "cannot be read", *verb, **options)
 
     def test_replacing_gives_the_name_to_a_new_file(self):
         self.path.chmod(0o640)
@@ -661,6 +672,21 @@ class ZstzTest(tool.ToolTest):
                                       "its owner\n", *edit, given="x", **options)
                 planted.unlink()
                 self.expect(DONE, "", *edit, given="x", **options)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
+    def test_a_journal_of_another_user_that_cannot_be_read(self):
+        options = self.as_nobody()
+        self.path.chmod(0o666)
+        journal = self.path.parent / f".{self.path.name}.zjn"
+        journal.write_bytes(b"another writer's")
+        journal.chmod(0o600)
+        for verb in ["list", self.file], ["set", self.file, "listener", "name", "x"]:
+            self.expect_unchanged(NO_ACCESS, f"zstz: {journal}: is the journal of a store that was "
+                                  "interrupted, and cannot be read; have its owner, or root, change "
+                                  f"{self.file} with zstz, and do not remove the journal before\n",
+                                  *verb, **options)
+        self.expect(DONE, "", "set", self.file, "listener", "name", "x")
+        self.expect(DONE, "x\n", "get", self.file, "listener", "name", **options)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
     def test_a_file_that_cannot_be_replaced(self):

@@ -92,9 +92,15 @@ Failure describeCompanion(std::string const& file, int error, std::string const&
 {
     std::string const what = "cannot read the companion file " + file + ": ";
     struct stat status;
-    if (stat(file.c_str(), &status) != 0)
+    std::string const own = mainFile + ".obf";
+    if (stat(file.c_str(), &status) != 0) {
         error = errno;
-    else if (char const* const kind = otherKind(file))
+        if (error == ENOENT && stat(own.c_str(), &status) == 0)
+            return {exitNoAccess, what + strerror(error) + "; if " + mainFile +
+                                      " was moved or renamed together with " + own +
+                                      ", change the line \"file = ...\" of "
+                                      "[configuration-database] to the path of that"};
+    } else if (char const* const kind = otherKind(file))
         return {exitNoAccess, what + "it is " + kind + "; " + withoutCompanion(mainFile)};
     else if (error == EINVAL)
         return {exitNoAccess, what + "it is empty; " + withoutCompanion(mainFile)};
@@ -212,6 +218,11 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     if (api == "fchown()" && error == EPERM)
         return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
                                   file + "; store the value as that user"};
+    if (isJournal(file) && api == "open()" && error == EACCES)
+        return {exitNoAccess, file +
+                                  ": is the journal of a store that was interrupted, and cannot be "
+                                  "read; have its owner, or root, change " +
+                                  mainFile + " with zstz, and do not remove the journal before"};
     if ((isHiddenSibling(file) && error == EEXIST) ||
         (isJournal(file) && (error == EPERM || error == EISDIR)))
         return {exitNoAccess, file + ": is in the way of a file that " + mainFile +
