@@ -1,4 +1,4 @@
-// The cache of a configuration store alone: load, look up, change, add, delete, write, let go.
+// The cache of a configuration store by itself: load, look up, change, add, delete, write, free.
 //
 // The yardsticks: reading the bytes and splitting lines, copying the text, and an unordered_map of
 // strings with stanza and key in one name.
@@ -25,7 +25,7 @@ constexpr size_t kSizes[] = {100, 10000, 100000, 1000000};
 
 using File = GeneratedFile;
 
-// The names of a file in an order that helps nobody.
+// The names of a file in random order.
 std::vector<Name> shuffledNames(File const& file)
 {
     std::vector<Name> names = file.names;
@@ -61,7 +61,7 @@ std::unique_ptr<ZSCFData_6_0> load(File const& file)
     return data;
 }
 
-// A file on disk for what reads one.
+// A file on disk for rows that read a file.
 class OnDisk {
 public:
     explicit OnDisk(File const& file) : stream_(tmpfile())
@@ -83,7 +83,7 @@ private:
     FILE* const stream_;
 };
 
-// Counts what one of `keys` takes: the time of a run is that of all of them.
+// Counts the time of one of `keys`: a run times all of them.
 void perKey(benchmark::State& state, size_t keys)
 {
     state.counters["per_key"] =
@@ -253,7 +253,7 @@ bool registerAll()
     struct Row {
         char const* name;
         void (*run)(benchmark::State&, File const&);
-        benchmark::IterationCount times = 0;  // 0: as many as there is time for
+        benchmark::IterationCount times = 0;  // 0: until the time is up
     };
     constexpr Row kRows[] = {
         {"CacheLoad/Z", loadRow},

@@ -1,4 +1,4 @@
-// Configuration files: load, look a key up, change one key and store, walk everything.
+// Configuration files: load, look up a key, change one key and store, iterate over everything.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
@@ -47,7 +47,7 @@
 
 namespace {
 
-constexpr size_t kSmall[] = {100, 1000};  // of "wide" alone
+constexpr size_t kSmall[] = {100, 1000};  // only of "wide"
 constexpr size_t kLarge[] = {10000, 100000, 1000000};
 
 std::vector<size_t> sizesOf(Shape const& shape)
@@ -91,10 +91,10 @@ private:
     std::map<std::string, File> written_;
 } files;
 
-// What a contender offers; an operation that it has not stays empty.
+// The operations of a contender; one that it lacks stays empty.
 class Store {
 public:
-    virtual ~Store() noexcept(false) = default;  // as our own classes have it
+    virtual ~Store() noexcept(false) = default;  // as the library's classes declare it
     virtual void load(std::string const& path) = 0;
     virtual size_t lookUp(Name const& name) = 0;  // length of the value
     virtual void changeAndStore(Name const&, std::string const&, std::string const&) {}
@@ -140,7 +140,7 @@ private:
     ZLCString_6_0 value_;
 };
 
-// Reads the bytes and splits them into lines: what no reader can do without.
+// Reads the bytes and splits them into lines: the least that any reader does.
 class FloorStore : public Store {
 public:
     void load(std::string const& path) override
@@ -214,7 +214,7 @@ private:
     std::unordered_map<Pair, std::string_view, Hash> index_;
 };
 
-// A plain map of strings; the yardstick for look-ups.
+// A plain map of strings; the yardstick for lookups.
 class MapStore : public Store {
 public:
     void load(std::string const& path) override
@@ -479,9 +479,9 @@ using Make = std::function<std::unique_ptr<Store>()>;
 struct Contender {
     char const* name;
     Make make;
-    size_t most;   // the largest file it is given; some peers do not come back from larger ones
-    bool changes;  // has changeAndStore()
-    bool scans = false;  // looks at every key for those of one stanza: no walk of many stanzas
+    size_t most;         // the largest file it is given; some peers do not return from larger files
+    bool changes;        // has changeAndStore()
+    bool scans = false;  // reads every key to find the keys of one stanza: not run on many stanzas
 };
 
 template <class S, class... Args>
@@ -597,7 +597,7 @@ bool registerAll()
                 for (Contender const& contender : contenders()) {
                     bool const floor = strncmp(contender.name, "floor", 5) == 0;
                     bool const map = strcmp(contender.name, "unordered_map") == 0;
-                    // The largest files of unusual shape are for those that targets name.
+                    // Only contenders that targets name get the largest files of unusual shape.
                     bool const named = contender.changes || map || floor;
                     if (keys > contender.most || (row.onlyFull && !contender.changes) ||
                         (keys > 100000 && shape.keysPerStanza != 100 && !named) ||

@@ -1,17 +1,16 @@
-// Replacing a file so that a crash leaves the old text or the new one.
+// Replacing a file so that a crash leaves the old contents or the new.
 //
-// Row "StoreText" replaces a text that is there already by one in which a value is changed: ours is
-// the routine below every store, ZJournaledFile. In row "StoreAnew" all values are changed. Row
-// "StoreStanzas" changes a value and stores: ours is a stanza store, which renders its text anew,
-// while the peers write the same text as in row "StoreText".
+// Row "StoreText" replaces an existing file by one with a changed value: "Z" is ZJournaledFile, the
+// routine below every store. Row "StoreAnew" changes all values. Row "StoreStanzas" changes a value
+// and stores: "Z" is a stanza store, which renders its text again, while the peers write the same
+// text as in row "StoreText".
 //
-// The files lie where TMPDIR says, or in /tmp: what a wait for the disk costs is a matter of the
-// file system.
+// The files are in TMPDIR, or in /tmp: the cost of a wait for the disk depends on the file system.
 //
-// What a crash may do to each: ours keeps the inode, and waits for the disk until the new text and
-// the end of the journal are there; g_file_set_contents_full, consistent and durable, and
-// "fsync-rename-fsync" wait until the new file and its name are there; QSaveFile, and the floor,
-// wait for the contents alone, so that a power cut may bring the old file back.
+// Guarantees after a crash: "Z" keeps the inode, and waits for the disk until it has the new
+// contents and the end of the journal. g_file_set_contents_full (consistent and durable) and
+// "fsync-rename-fsync" wait for the new file and its name. QSaveFile and the floor wait only for
+// the contents, so that a power cut may bring the old file back.
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/store/journaled_file.h>
 #include <benchmark/benchmark.h>
@@ -36,7 +35,7 @@ namespace {
 
 constexpr int kSizes[] = {12 << 10, 1 << 20};
 
-// A folder for the file, with what is to be written in turn.
+// A directory for the file, with the contents to write one after another.
 class Place {
 public:
     Place(int size, bool anew)

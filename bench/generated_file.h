@@ -27,7 +27,7 @@ struct GeneratedFile {
     std::vector<Name> names;  // in file order
 };
 
-// Returns the file of a shape with so many keys. It is made once.
+// Returns the file of a shape with `keys` keys. Generates each file once.
 inline GeneratedFile const& generatedFile(Shape const& shape, size_t keys)
 {
     static std::map<std::pair<std::string, size_t>, GeneratedFile> made;

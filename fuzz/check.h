@@ -1,4 +1,4 @@
-// check: what a fuzz target expects; a broken expectation ends the process.
+// check: expectations of fuzz targets; a broken expectation ends the process.
 #pragma once
 
 #include <stdint.h>
@@ -17,7 +17,7 @@ inline void check(bool holds, char const* expectation)
     abort();
 }
 
-// Set by the replay of a corpus, which is small enough for what is left out of most other runs.
+// True while a corpus is replayed: few runs, so that expensive checks run in each.
 inline bool isReplay = false;
 
 // Reads an input front to back as the choices of a target; zeros when it has ended.
@@ -35,7 +35,7 @@ public:
     }
     unsigned below(unsigned n) { return byte() % n; }
 
-    // A text of at most `most` bytes: its length, then its bytes.
+    // A string of at most `most` bytes: its length, then its bytes.
     std::string text(size_t most) { return bytes(byte() % (most + 1)); }
 
     std::string bytes(size_t n)

@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files of a folder. usage: fuzz_NAME_corpus FOLDER
+// Runs a fuzz target over the files of a directory. usage: fuzz_NAME_corpus DIRECTORY
 #include <stdint.h>
 #include <stdio.h>
 
@@ -20,7 +20,7 @@ int main(int argc, char** argv)
     for (auto const& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);
         std::vector<char> const bytes{std::istreambuf_iterator<char>(file), {}};
-        // Printed before it runs: the last name is the one that crashed.
+        // Printed first: after a crash, the last name is that of the input.
         printf("%s, %zu bytes\n", entry.path().filename().c_str(), bytes.size());
         fflush(stdout);
         LLVMFuzzerTestOneInput(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size());

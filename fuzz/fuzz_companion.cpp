@@ -1,4 +1,4 @@
-// The companion file: whatever is read as one is written as one that holds the same values.
+// The companion file: a file that can be read is written with the same values.
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl.h>
@@ -26,7 +26,7 @@ void tryAsCompanion(ZBuffer_6_0& bytes)
 {
     ZSCFData_6_0 first;
     if (!read(first, bytes)) {
-        check(first.count() == 0, "a companion that is refused leaves the cache as it was");
+        check(first.count() == 0, "a refused companion leaves the cache unchanged");
         return;
     }
     ZBuffer_6_0 written;
@@ -34,14 +34,14 @@ void tryAsCompanion(ZBuffer_6_0& bytes)
     if (written.getLength() == 0)
         return;
     ZSCFData_6_0 second;
-    check(read(second, written), "what is written can be read");
+    check(read(second, written), "the written companion can be read");
     // A record with an empty value makes a key that has none and is not written.
     check(first.obfuscatedItemCount() == second.obfuscatedItemCount(), "it has the same keys");
     ZBuffer_6_0 writtenAgain;
     second.be_write_obfuscated(writtenAgain);
     check(written.getLength() == writtenAgain.getLength() &&
               memcmp(written.getBuffer(), writtenAgain.getBuffer(), written.getLength()) == 0,
-          "and is written as it was read");
+          "and is written unchanged");
 }
 
 }  // namespace
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     squeeze.setSource(const_cast<uint8_t*>(data), size);
     std::vector<unsigned char> packed(size + size / 100 + 64);
     int const length = squeeze.squeeze(packed.data(), packed.size());
-    check(length > 0, "room for the worst case is enough");
+    check(length > 0, "the capacity for the worst case suffices");
     ZBuffer_6_0 stream(static_cast<unsigned long>(length), packed.data());
     tryAsCompanion(stream);
     return 0;

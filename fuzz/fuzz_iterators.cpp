@@ -1,5 +1,5 @@
-// Stanza files edited through iterators: walking, changing, adding and removing the values of keys,
-// plain and obfuscated, with changes through the store in between, gives what a slow model gives.
+// Stanza files edited through iterators: compares iterating over, changing, adding and removing
+// plain and obfuscated values, with changes through the store in between, with a slow model.
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
@@ -31,7 +31,7 @@ constexpr char const* kOutcomes[] = {"", "ZInvalidParameterException",
                                      "ZPropertiesIteratorException",
                                      "ZPropertiesInvalidDataException", "ZPropertiesIOException"};
 
-// A directory, in memory where there is such a place, that goes with the process.
+// A directory, in memory if possible, that the process removes at exit.
 class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -107,7 +107,7 @@ private:
         } catch (ZException_6_0 const& e) {
             raised = e.exceptionName();
         }
-        check(raised == kOutcomes[outcome], "a call raises what it raises in the model");
+        check(raised == kOutcomes[outcome], "a call throws the same exception as the model");
     }
 
     void walk(char const* s, char const* k)

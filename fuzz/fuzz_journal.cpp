@@ -1,5 +1,6 @@
-// Journals: a file that a store has left in any state, with a journal whole or damaged, is loaded
-// as docs/durability.md says; the next store starts from that and leaves no journal.
+// Journals: loads a file that a store left in any state, with a whole or a damaged journal, and
+// compares the result with the rules of docs/durability.md. The next store starts from that result
+// and leaves no journal.
 #include <Z/ZException.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <dirent.h>
@@ -16,7 +17,7 @@
 
 namespace {
 
-// A directory, in memory where there is such a place, that goes with the process.
+// A directory, in memory if possible, that the process removes at exit.
 class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -32,7 +33,7 @@ public:
     void write(std::string const& name, std::string const& bytes) const
     {
         std::ofstream(at(name), std::ios::binary | std::ios::trunc) << bytes;
-        check(chmod(at(name).c_str(), 0600) == 0, "the file is ours");
+        check(chmod(at(name).c_str(), 0600) == 0, "this user owns the file");
     }
     std::string read(std::string const& name) const
     {
@@ -64,7 +65,7 @@ std::string little(Number number)
     return bytes;
 }
 
-// What one store changes.
+// The change of one store.
 struct Change {
     std::string beginning;
     std::string oldMiddle;
@@ -90,7 +91,7 @@ std::string checksum(std::string const& bytes)
     return little(sum == 0 ? uint32_t{1} : sum);
 }
 
-// The journal of a change that leaves the companion alone: there is none.
+// The journal of a change without a companion.
 std::string journalOf(Change const& change)
 {
     bool const stays = change.oldMiddle.size() == change.newMiddle.size();
@@ -108,7 +109,7 @@ std::string journalOf(Change const& change)
     return bytes + checksum(bytes);
 }
 
-// Whether the file can be what a store has left that died while it wrote.
+// Returns whether a crashed store can have left this file.
 bool isMixture(Change const& change, std::string const& file)
 {
     std::string const before = change.before();
@@ -148,13 +149,13 @@ std::string damaged(std::string bytes, Choices& choices)
             bytes.resize(at);
         else if (kind == 2)
             bytes.insert(at, 1, byte);
-        else if (bytes.size() >= 4)  // a store has come to its end
+        else if (bytes.size() >= 4)  // the store was complete
             bytes.replace(bytes.size() - 4, 4, 4, '\0');
     }
     return bytes;
 }
 
-// Loads `name`, changes a value and stores. Returns what is raised, or else the file.
+// Loads `name`, changes a value and stores. Returns the exception, or else the file.
 std::string outcomeOf(Scratch const& scratch, std::string const& name)
 {
     ZStanzaFileProperties_6_0 store(1);
@@ -206,7 +207,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
             }
             break;
         }
-        case 3: {  // the head of the new text over the old one
+        case 3: {  // a prefix of the new text over the old one
             size_t const written = choices.byte() % (after.size() + 1);
             file = after.substr(0, written);
             if (written < before.size())
@@ -227,7 +228,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     scratch.write("conf", file);
     scratch.write(kJournal, journal);
 
-    if (isChanged && isSealed) {  // what it says is not known, but a load is a load or fails
+    if (isChanged && isSealed) {  // a valid journal of arbitrary contents: it loads or fails
         outcomeOf(scratch, "conf");
         return 0;
     }
@@ -237,10 +238,10 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     scratch.write("twin", isTaken ? after : file);
     std::string const expected = outcomeOf(scratch, "twin");
     std::string const outcome = outcomeOf(scratch, "conf");
-    check(outcome == expected, "a load takes what the table says, and the next store goes on");
+    check(outcome == expected, "a load follows the table, and so does the next store");
     if (outcome.compare(0, 7, "raised ") != 0) {
-        check(access(scratch.at(kJournal).c_str(), F_OK) != 0, "the journal is gone");
-        check(access(scratch.at(".conf.zjn.new").c_str(), F_OK) != 0, "and none is begun");
+        check(access(scratch.at(kJournal).c_str(), F_OK) != 0, "the journal is removed");
+        check(access(scratch.at(".conf.zjn.new").c_str(), F_OK) != 0, "and no new one is started");
     } else {
         check(scratch.read("conf") == file, "a load that fails changes nothing");
     }

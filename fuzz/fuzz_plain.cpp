@@ -1,5 +1,5 @@
-// The plain functions of stanza files: sequences of calls with handles and iterators that are open,
-// closed, foreign or null give the codes, values and files that a model gives.
+// The plain functions of stanza files: compares sequences of calls, with handles and iterators that
+// are open, closed, foreign or null, with a model of codes, values and files.
 #include <Z/zproperties_c.h>
 #include <stdint.h>
 #include <unistd.h>
@@ -31,7 +31,7 @@ char const* oneOf(char const* const (&texts)[Size], Choices& choices)
     return texts[choices.below(Size)];
 }
 
-// A directory, in memory where there is such a place, that goes with the process.
+// A directory, in memory if possible, that the process removes at exit.
 class Scratch {
 public:
     Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
@@ -57,13 +57,13 @@ std::string contents(std::string const& path)
 }
 
 struct File {
-    ZPROP_handle* handle = nullptr;  // stays when it is closed
+    ZPROP_handle* handle = nullptr;  // kept after it was closed
     bool isOpen = false;
     std::shared_ptr<StoreModel> model;
 };
 
 struct Walk {
-    ZPROP_iter_handle* handle = nullptr;  // stays when it is closed
+    ZPROP_iter_handle* handle = nullptr;  // kept after it was closed
     bool isOpen = false;
     std::shared_ptr<StoreModel> model;
     std::unique_ptr<StoreModel::Values> values;
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    // The model behind a handle: a closed one may have been handed out again.
+    // The model of a handle: the address of a closed handle may have been reused.
     StoreModel* modelOf(ZPROP_handle* handle)
     {
         for (File& file : files_)
@@ -170,7 +170,7 @@ private:
         check((handle != nullptr) == isValid, "with a handle");
         if (!isValid)
             return;
-        check(modelOf(handle) == nullptr, "that is no other's");
+        check(modelOf(handle) == nullptr, "that is not in use");
         file = {handle, true, model};
     }
 
@@ -246,7 +246,7 @@ private:
         }
         CacheModel::Key const* const key = model->cache.find(s, k);
         int const exists = zstzPropExists_6_0(handle, s, k, &number);
-        check(number == zpropOk && exists == (key != nullptr), "what is there exists");
+        check(number == zpropOk && exists == (key != nullptr), "an existing key is found");
         int const count = zstzPropNumValues_6_0(handle, s, k, &number);
         size_t const values = key == nullptr ? 0 : key->plain.size();
         check(count == static_cast<int>(values), "its values are counted");
@@ -290,7 +290,7 @@ private:
         ZPROP_iter_handle* made = walk.handle;
         int const rc = zstzPropIter_init_6_0(handle, s, k, &made);
         if (model == nullptr) {
-            check(rc == zpropBadHandle && made == walk.handle, "there is nothing to walk");
+            check(rc == zpropBadHandle && made == walk.handle, "there is nothing to iterate over");
             return;
         }
         check(rc == zpropOk && made != nullptr, "there is an iterator");
@@ -332,7 +332,8 @@ private:
         if (act < 3) {
             int code = -1;
             bool const more = values.hasMore();
-            check(zstzPropIter_next_6_0(handle, &code) == (more ? 1 : 0), "it goes on to the end");
+            check(zstzPropIter_next_6_0(handle, &code) == (more ? 1 : 0),
+                  "it continues to the end");
             if (!more)
                 return;
             check(code == zpropOk, "without a fault");
@@ -353,22 +354,22 @@ private:
               "the values are counted");
     }
 
-    // Addresses that were never handed out, of the stack, of text, and small numbers.
+    // Addresses that were never returned: of the stack, of strings, and small numbers.
     void foreign()
     {
-        char block[64] = "never handed out";
+        char block[64] = "never returned!!";
         void* const pointers[] = {nullptr, block + 8, reinterpret_cast<void*>(uintptr_t{1}),
                                   const_cast<char*>(kTexts[1])};
         void* const pointer = pointers[choices_.below(4)];
         int code = -1;
         check(zstzPropNumStanzas_6_0(static_cast<ZPROP_handle*>(pointer), &code) == 0 &&
                   code == zpropBadHandle,
-              "no handle is none");
+              "a foreign pointer is not a handle");
         check(zstzPropIter_close_6_0(static_cast<ZPROP_iter_handle*>(pointer)) == zpropBadHandle,
-              "no iterator is none");
+              "a foreign pointer is not an iterator");
         zstzPropClose_6_0(static_cast<ZPROP_handle*>(pointer));
         zstzPropFree_6_0(static_cast<char*>(pointer));
-        check(memcmp(block, "never handed out", 16) == 0, "nothing is written");
+        check(memcmp(block, "never returned!!", 16) == 0, "nothing is written");
     }
 
     Choices& choices_;

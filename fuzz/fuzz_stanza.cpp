@@ -1,4 +1,4 @@
-// Stanza text: what was read is written as a text that reads as the same, and writes as itself.
+// Stanza files: a file that was read is written so that it reads the same and writes itself.
 #include <Z/ZArrayList.h>
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
@@ -63,13 +63,13 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     char const* const again = static_cast<char const*>(written.getBuffer());
 
     ZSCFData_6_0 second;
-    check(read(second, again, written.getLength()), "what is written can be read");
+    check(read(second, again, written.getLength()), "the written file can be read");
     check(sameLines(first, second), "it has the same lines");
     ZBuffer_6_0 writtenAgain;
     second.writeText(writtenAgain);
     check(written.getLength() == writtenAgain.getLength() &&
               (written.getLength() == 0 ||
                memcmp(again, writtenAgain.getBuffer(), written.getLength()) == 0),
-          "it is written as it was read");
+          "it is written unchanged");
     return 0;
 }
