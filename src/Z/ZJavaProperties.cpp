@@ -2,28 +2,27 @@
 
 #include <errno.h>
 
-#include <algorithm>
-#include <array>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "ZException.h"
 #include "ZException_p.h"
-#include "ZJavaProperties_p.h"
 #include "containers/hash_table.h"
 #include "containers/list_rollback.h"
-#include "containers/object_deleter.h"
+#include "java/byte_source.h"
+#include "java/inline_string.h"
+#include "java/undo_log.h"
+#include "java/value_writer.h"
 #include "memory/rep.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
-#include "zqvrutil.h"
 
 using zcontainers::HashTable;
+using namespace zjava;
 
 namespace {
 
@@ -38,39 +37,16 @@ enum RaiseSite {
     raiseInLoad = 180,
     raiseInSetValue = 205,
     raiseInListKeys = 220,
-    raiseForChange = 240,
     raiseInRollBack = 245,
     raiseForReadError = 291,
     raiseForState = 310,
     raiseForPath = 352,
     raiseForWriteOpen = 360,
     raiseForWriteLock = 373,
-    raiseInStore = 410,
-    raiseForUnit = 914
+    raiseInStore = 410
 };
 
-constexpr unsigned kCapacity = 10;     // of the map; determines the order of listKeys()
-constexpr ptrdiff_t kLongestUnit = 3;  // bytes of UTF-8 for 16 bits
-
-bool isSpace(char c)
-{
-    return c == '\t' || c == '\v' || c == '\f' || c == ' ';
-}
-
-bool isLineEnd(char c)
-{
-    return c == '\n' || c == '\r';
-}
-
-bool isSeparator(char c)
-{
-    return c == ':' || c == '=';
-}
-
-bool isComment(char c)
-{
-    return c == '!' || c == '#';
-}
+constexpr unsigned kCapacity = 10;  // of the map; determines the order of listKeys()
 
 bool isEmpty(char const* text)
 {
@@ -118,107 +94,6 @@ void translateErrors(void (*raise)(ZJournaledFile::IoError const&), RaiseSite si
     }
 }
 
-// ---- Runs of bytes ------------------------------------------------------------------------------
-
-// Most bytes are copied unchanged, many at a time. The bytes that end such a run:
-enum RunEnd : unsigned char { kNoRun = 0, kEndsComment = 1, kEndsKey = 2, kEndsValue = 4 };
-
-constexpr std::array<unsigned char, 256> makeEnds()
-{
-    std::array<unsigned char, 256> ends = {};
-    ends['\n'] = ends['\r'] = kEndsComment | kEndsKey | kEndsValue;
-    ends['\\'] = kEndsKey | kEndsValue;
-    for (unsigned char c : {'\t', '\v', '\f', ' ', ':', '='})
-        ends[c] = kEndsKey;
-    return ends;
-}
-
-constexpr std::array<unsigned char, 256> kEnds = makeEnds();
-constexpr ptrdiff_t kLongestRun = 1 << 30;
-
-// ---- Sources of bytes ---------------------------------------------------------------------------
-
-class MemoryBytes {
-public:
-    explicit MemoryBytes(std::string_view text) : at_(text.data()), end_(text.data() + text.size())
-    {
-    }
-
-    int next() { return at_ != end_ ? static_cast<unsigned char>(*at_++) : EOF; }
-    bool failed() const { return false; }
-
-    // Reads the bytes before the next byte in `ends`.
-    std::string_view run(unsigned char ends)
-    {
-        char const* const begin = at_;
-        char const* const limit = at_ + std::min<ptrdiff_t>(end_ - at_, kLongestRun);
-        while (at_ != limit && (kEnds[static_cast<unsigned char>(*at_)] & ends) == 0)
-            ++at_;
-        return {begin, static_cast<size_t>(at_ - begin)};
-    }
-
-private:
-    char const* at_;
-    char const* const end_;
-};
-
-// Reads no byte ahead: the caller can continue to read after the stop key.
-class StreamBytes {
-public:
-    explicit StreamBytes(FILE* stream) : stream_(stream) { flockfile(stream); }
-    StreamBytes(StreamBytes const&) = delete;
-    StreamBytes& operator=(StreamBytes const&) = delete;
-    ~StreamBytes() { funlockfile(stream_); }
-
-    int next() { return getc_unlocked(stream_); }
-    bool failed() const { return ferror_unlocked(stream_) != 0; }
-    std::string_view run(unsigned char) { return {}; }
-
-private:
-    FILE* const stream_;
-};
-
-// ---- Values as written --------------------------------------------------------------------------
-
-// Appends a value, with "\uXXXX" for every character that is not ASCII.
-void writeValue(std::string& text, char const* value, size_t length)
-{
-    char const* const end = value + length;
-    // Missing bytes of a truncated character are 0.
-    auto const bits = [end](char const* at, int i) {
-        return end - at > i ? static_cast<unsigned char>(at[i]) & 0x3Fu : 0u;
-    };
-    while (value < end) {
-        auto const lead = static_cast<unsigned char>(*value);
-        if (lead <= 0x7E) {
-            if (lead == '\\' || lead == ':')
-                text += '\\';
-            text += *value++;
-            continue;
-        }
-        // KEPT: a byte that does not start a character of two or three bytes is written as "\u"
-        // only, and reading skips such a line. Programs that compare stored files would notice a
-        // change. Test: ZJavaProperties.KeepsWritingUAlone
-        text += "\\u";
-        unsigned unit;
-        int bytes;
-        if (lead >= 0xC0 && lead <= 0xDF) {
-            unit = (lead & 0x1Fu) << 6 | bits(value, 1);
-            bytes = 2;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            unit = (lead & 0x0Fu) << 12 | bits(value, 1) << 6 | bits(value, 2);
-            bytes = 3;
-        } else {
-            ++value;
-            continue;
-        }
-        constexpr char kDigits[] = "0123456789abcdef";
-        for (int shift = 12; shift >= 0; shift -= 4)
-            text += kDigits[unit >> shift & 0xF];
-        value += std::min<ptrdiff_t>(bytes, end - value);
-    }
-}
-
 }  // namespace
 
 // ---- The entries --------------------------------------------------------------------------------
@@ -247,13 +122,6 @@ struct ZJavaProperties_6_0::Rep {
         {&ZJavaProperties_6_0::doUU3State, kNoRun},
     };
 
-    // A change of the entries, to undo it.
-    struct Change {
-        HashTable::NodeIndex place;
-        ZObject_6_0* key;  // the replaced key; null if the entry is new
-        ZObject_6_0* value;
-    };
-
     class Reading;
 
     HashTable::NodeIndex find(ZObject_6_0 const& key, uint32_t hash) const
@@ -269,14 +137,11 @@ struct ZJavaProperties_6_0::Rep {
 
 // A read from start to end. Undoes every change made during the read unless it is committed; the
 // changes of a committed nested read belong to the outer read.
-//
-// Changes are undone in reverse order by the index of the entry, without comparing keys: keys of
-// the caller's classes may throw. Entries are not removed in any other way, so the indexes stay
-// valid.
 class ZJavaProperties_6_0::Rep::Reading {
 public:
     // Throws ZOutOfMemoryException_6_0.
-    explicit Reading(ZJavaProperties_6_0& store) : rep_(*store.rep_), outer_(rep_.reading)
+    explicit Reading(ZJavaProperties_6_0& store)
+        : changes(store.rep_->entries), rep_(*store.rep_), outer_(rep_.reading)
     {
         if (outer_ != nullptr)
             line_.emplace(store);
@@ -287,8 +152,10 @@ public:
     ~Reading() noexcept(false)
     {
         rep_.reading = outer_;
-        if (!committed_)
-            rollBack();
+        if (committed_)
+            return;
+        changes.undo();  // all entries are restored before the first destructor runs
+        zreporting::runInDestructor({kSource, raiseInRollBack}, [this] { changes.deleteOld(); });
     }
 
     // In a nested read throws std::bad_alloc. Else throws as the destructors of replaced keys and
@@ -296,43 +163,19 @@ public:
     void commit()
     {
         if (outer_ != nullptr) {
-            outer_->changes_.insert(outer_->changes_.end(), changes_.begin(), changes_.end());
+            changes.moveTo(outer_->changes);
             committed_ = true;
             return;
         }
         committed_ = true;
         rep_.reading = nullptr;  // those destructors may use the store
-        deleteOld();
+        changes.deleteOld();
     }
 
-    // Throws ZOutOfMemoryException_6_0.
-    void reserveChange()
-    {
-        if (changes_.size() < changes_.capacity())
-            return;
-        try {
-            changes_.reserve(std::max(kFirstChanges, 2 * changes_.size()));
-        } catch (std::bad_alloc const&) {
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseForChange);
-        }
-    }
-
-    // Requires reserveChange(). Does not throw.
-    void put(HashTable::NodeIndex place, uint32_t hash, ZObject_6_0* key, ZObject_6_0* value)
-    {
-        if (place == 0) {
-            changes_.push_back({rep_.entries.append(hash, key, value), nullptr, nullptr});
-        } else {
-            rep_.entries.exchange(place, key, value);
-            changes_.push_back({place, key, value});
-        }
-    }
-
+    UndoLog changes;
     InlineString::Pool pool;
 
 private:
-    static constexpr size_t kFirstChanges = 16;
-
     // The outer read's current line.
     struct Line {
         explicit Line(ZJavaProperties_6_0& of)
@@ -355,35 +198,8 @@ private:
         uint16_t const unit;
     };
 
-    // All entries are restored before the first destructor runs.
-    void rollBack()
-    {
-        for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
-            if (change->key == nullptr) {
-                HashTable::Node const node = rep_.entries.extract(change->place);
-                *change = {0, node.key, node.value};
-            } else {
-                rep_.entries.exchange(change->place, change->key, change->value);
-            }
-        }
-        zreporting::runInDestructor({kSource, raiseInRollBack}, [this] { deleteOld(); });
-    }
-
-    void deleteOld()
-    {
-        zcontainers::ObjectDeleter deleter;
-        for (Change const& change : changes_) {
-            if (change.key == nullptr)
-                continue;
-            deleter.destroy(change.key);
-            deleter.destroy(change.value);
-        }
-        deleter.rethrowFirst();
-    }
-
     Rep& rep_;
-    Reading* const outer_;  // null in an outermost read
-    std::vector<Change> changes_;
+    Reading* const outer_;      // null in an outermost read
     std::optional<Line> line_;  // set in a nested read
     bool committed_ = false;
 };
@@ -392,14 +208,14 @@ private:
 void ZJavaProperties_6_0::Rep::put(std::unique_ptr<ZObject_6_0> key,
                                    std::unique_ptr<ZObject_6_0> value, uint32_t hash)
 {
-    HashTable::NodeIndex const place = find(*key, hash);
-    entries.reserve(place, hash);
+    HashTable::NodeIndex const index = find(*key, hash);
+    entries.reserve(index, hash);
     if (reading == nullptr) {
-        entries.put(place, hash, key.release(), value.release());
+        entries.put(index, hash, key.release(), value.release());
         return;
     }
-    reading->reserveChange();
-    reading->put(place, hash, key.release(), value.release());
+    reading->changes.reserve();
+    reading->changes.put(index, hash, key.release(), value.release());
 }
 
 ZJavaProperties_6_0::ZJavaProperties_6_0()
@@ -435,9 +251,9 @@ void ZJavaProperties_6_0::getValue(ZAbstractString_6_0 const& key,
 {
     ZUTF8String_6_0 sought;
     sought.setChars(key);
-    HashTable::NodeIndex const place = rep_->find(sought, sought.hash());
-    if (place != 0)
-        out.setChars(*static_cast<ZAbstractString_6_0 const*>(rep_->entries.at(place).value));
+    HashTable::NodeIndex const index = rep_->find(sought, sought.hash());
+    if (index != 0)
+        out.setChars(*static_cast<ZAbstractString_6_0 const*>(rep_->entries.at(index).value));
     else
         out.clear();
 }
@@ -582,176 +398,6 @@ int ZJavaProperties_6_0::endEntry()
     return key_ == stopKey_ ? stop : startLine;
 }
 
-// ---- The states --------------------------------------------------------------------------------
-
-// KEPT: at the start of a line ":", "=" and a backslash, which escapes nothing, are the first
-// character of a key. A program with such keys would no longer find them.
-// Test: ZJavaProperties.KeepsSeparatorsAndBackslashesAtTheStartOfALine
-int ZJavaProperties_6_0::doStartLineState(char c)
-{
-    key_.clear();
-    value_.clear();
-    if (isSpace(c))
-        return startLineBlanks;
-    if (isComment(c))
-        return commentLine;
-    if (isLineEnd(c))
-        return startLine;
-    key_ += c;
-    return keyChars;
-}
-
-int ZJavaProperties_6_0::doStartLineBlanksState(char c)
-{
-    if (isSpace(c))
-        return startLineBlanks;
-    if (isComment(c))
-        return commentLine;
-    if (isLineEnd(c))
-        return startLine;
-    if (isSeparator(c))
-        return syntaxError;
-    key_ += c;
-    return keyChars;
-}
-
-int ZJavaProperties_6_0::doCommentLineState(char c)
-{
-    return isLineEnd(c) ? startLine : commentLine;
-}
-
-int ZJavaProperties_6_0::doKeyCharsState(char c)
-{
-    if (c == '\\')
-        return keyCharEscape;
-    if (isSpace(c))
-        return keyEndBlanksFirst;
-    if (isSeparator(c))
-        return keyEndBlanksFinal;
-    if (isLineEnd(c))
-        return syntaxError;
-    key_ += c;
-    return keyChars;
-}
-
-int ZJavaProperties_6_0::doKeyCharEscapeState(char c)
-{
-    if (c != '\\' && !isSpace(c) && !isSeparator(c))
-        return syntaxError;
-    key_ += c;
-    return keyChars;
-}
-
-int ZJavaProperties_6_0::doKeyEndBlanksFirstState(char c)
-{
-    if (isSpace(c))
-        return keyEndBlanksFirst;
-    if (isSeparator(c))
-        return keyEndBlanksFinal;
-    if (c == '\\')
-        return valEscape;
-    if (isLineEnd(c))
-        return syntaxError;
-    value_ += c;
-    return valChars;
-}
-
-int ZJavaProperties_6_0::doKeyEndBlanksFinalState(char c)
-{
-    if (isSpace(c))
-        return keyEndBlanksFinal;
-    if (isLineEnd(c))
-        return endEntry();
-    if (c == '\\')
-        return valEscape;
-    value_ += c;
-    return valChars;
-}
-
-int ZJavaProperties_6_0::doValCharsState(char c)
-{
-    if (c == '\\')
-        return valEscape;
-    if (isLineEnd(c))
-        return endEntry();
-    value_ += c;
-    return valChars;
-}
-
-int ZJavaProperties_6_0::doValEscapeState(char c)
-{
-    if (isLineEnd(c))
-        return multiLineVal;
-    if (c == 'u' || c == 'U')
-        return uu0;
-    // KEPT: values have other escapes than keys: quotes are escapes, "=" is not, and no letter is a
-    // control character. A line with another escape is skipped; accepting it would change the store
-    // that a file gives. Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
-    if (c != '\\' && !isSpace(c) && c != ':' && c != '"' && c != '\'')
-        return syntaxError;
-    value_ += c;
-    return valChars;
-}
-
-int ZJavaProperties_6_0::doMultiLineValState(char c)
-{
-    if (c == '\\')
-        return valEscape;
-    if (isSpace(c))
-        return multiLineVal;
-    if (isLineEnd(c)) {
-        // KEPT: such an entry never stops the read, and with a stop key only the entry of that key
-        // is stored. A caller that reads one key of a file would notice a change.
-        // Test: ZJavaProperties.KeepsTheStopKeyFromEmptyContinuationLines
-        if (stopKey_.isEmpty() || key_ == stopKey_)
-            storeEntry();
-        return startLine;
-    }
-    value_ += c;
-    return valChars;
-}
-
-int ZJavaProperties_6_0::readDigit(char c, int next)
-{
-    int const digit = hexConv(c);
-    if (digit < 0)
-        return syntaxError;
-    unicodeUnit_[0] = static_cast<uint16_t>(unicodeUnit_[0] * 16 + digit);
-    return next;
-}
-
-int ZJavaProperties_6_0::doUU0State(char c)
-{
-    unicodeUnit_[0] = 0;
-    return readDigit(c, uu1);
-}
-
-int ZJavaProperties_6_0::doUU1State(char c)
-{
-    return readDigit(c, uu2);
-}
-
-int ZJavaProperties_6_0::doUU2State(char c)
-{
-    return readDigit(c, uu3);
-}
-
-int ZJavaProperties_6_0::doUU3State(char c)
-{
-    int const next = readDigit(c, valChars);
-    if (next == syntaxError)
-        return next;
-    uint16_t const* unit = unicodeUnit_;
-    char text[kLongestUnit + 1];
-    char* end = text;
-    if (zconvert_UTF16_to_UTF8_6_0(&unit, unit + 1, &end, text + kLongestUnit) != 0)
-        ZToUTF8Exception_6_0().throwException(kSource, raiseForUnit);
-    // A string ends at its zero: the unit 0 adds nothing.
-    *end = 0;
-    value_ += text;
-    return next;
-}
-
 // ---- Writing -----------------------------------------------------------------------------------
 
 void ZJavaProperties_6_0::store(char const* path)
@@ -769,7 +415,7 @@ void ZJavaProperties_6_0::store(char const* path)
             // the file for its key would no longer find the line. Test:
             // ZJavaProperties.KeepsKeysUnescaped
             text.append(key.getChars(), key.getLength()).append(" = ");
-            writeValue(text, value.getChars(), value.getLength());
+            zjava::appendValue(text, value.getChars(), value.getLength());
             text += '\n';
         });
         file.commit({text.data(), text.size()}, {});

@@ -1,10 +1,12 @@
-// ZJavaProperties_p: the strings that are read from a file. Not installed.
+// inline_string: the strings that are read from a Java property file.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 
-#include "ZUTF8String.h"
+#include "../ZUTF8String.h"
+
+namespace zjava {
 
 // An immutable UTF-8 string whose bytes follow the object. A file has many of them, and most are
 // created and freed together: they are allocated next to each other in large blocks, without
@@ -58,3 +60,5 @@ private:
 
     uint32_t const length_;
 };
+
+}  // namespace zjava

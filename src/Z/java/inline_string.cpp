@@ -1,3 +1,5 @@
+#include "inline_string.h"
+
 #include <stdlib.h>
 #include <string.h>
 
@@ -5,8 +7,9 @@
 #include <new>
 #include <utility>
 
-#include "ZException.h"
-#include "ZJavaProperties_p.h"
+#include "../ZException.h"
+
+namespace zjava {
 
 namespace {
 
@@ -95,3 +98,5 @@ ZAbstractString_6_0& InlineString::setChars(ZAbstractString_6_0 const&)
 {
     ZUnsupportedException_6_0().throwException(kSource, raiseInSetChars);
 }
+
+}  // namespace zjava
