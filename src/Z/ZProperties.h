@@ -38,8 +38,8 @@ public:
     /// throws  ZInvalidParameterException_6_0 when it is null.
     explicit ZProperties_6_0(ZPCache_6_0* cache);
 
-    /// Makes a store of its own with the same contents, file name and modified flag; the observers
-    /// stay with `other`.
+    /// Makes a store of its own with the same contents, file name, modified flag and
+    /// setReplacing(); the observers stay with `other`.
     ZProperties_6_0(ZProperties_6_0 const& other);
     ZProperties_6_0& operator=(ZProperties_6_0 const&) = delete;
 
@@ -198,7 +198,7 @@ public:
     /// included; at first it is 1 GiB. A larger file makes load() fail with "read()" and EFBIG, a
     /// larger text makes store() fail with "write()" and EFBIG. A journal may have twice that and
     /// 258 MiB. The limit of a companion file, 257 MiB, stays.
-    /// units   bytes.
+    /// units   bytes; 0 is a limit, too: then only empty files are read.
     /// threads any; a load or store that runs may use the limit before.
     static void setMaxFileSize(unsigned long size);
     static unsigned long maxFileSize();

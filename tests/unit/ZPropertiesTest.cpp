@@ -1480,6 +1480,38 @@ TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
     EXPECT_EQ("conf foreign", directory_.names());
 }
 
+TEST_F(ZProperties, CopyReplacesTheFileIfTheOriginalDoes)
+{
+    std::string const path = load("[s]\nk = a\n");
+    for (int const replacing : {0, 1}) {
+        SCOPED_TRACE(replacing);
+        store_.setReplacing(replacing);
+        Store copy(store_);
+        EXPECT_EQ(replacing, copy.isReplacing());
+        struct stat before = {};
+        struct stat after = {};
+        ASSERT_EQ(0, stat(path.c_str(), &before));
+        copy.setValue("s", "k", replacing != 0 ? "b" : "c");
+        copy.store(nullptr);
+        ASSERT_EQ(0, stat(path.c_str(), &after));
+        EXPECT_EQ(replacing != 0, before.st_ino != after.st_ino);
+    }
+}
+
+TEST_F(ZProperties, FileThatIsNotEmptyIsRefusedByALimitOfZero)
+{
+    struct RestoredLimit {
+        unsigned long const before = ZProperties_6_0::maxFileSize();
+        ~RestoredLimit() { ZProperties_6_0::setMaxFileSize(before); }
+    } const restored;
+    std::string const path = load("[s]\nk = a\n");
+    std::string const empty = directory_.write("empty", "");
+    ZProperties_6_0::setMaxFileSize(0);
+    EXPECT_EQ("io " + path + " read() 27", raised([&] { store_.reload(nullptr); }));
+    Store other;
+    EXPECT_EQ("nothing", raised([&] { other.load(empty.c_str()); }));
+}
+
 TEST_F(ZProperties, FileWithTheNameOfTheCompanionIsNotOverwritten)
 {
     std::string const stanzas = "[other]\nk = v\n";
