@@ -3,6 +3,12 @@
 // The calls of some stores are written down. Then the power is cut behind each of them, again and
 // again: of what had not been synced by then the disk has any sectors, any sizes and any names; in
 // the place of a sector that it has not, a new file shows what a removed one had there.
+//
+// Names are not left to chance: after each call every state of the directory that the disk can show
+// is tried. A file system with a log has any subset of the renames, exchanges and removals since
+// the last sync, each whole. One without a log writes each entry of the directory on its own: every
+// name has any of its values since the last sync, whatever the other names have. So a rename or an
+// exchange can be half there.
 #include <Z/store/journaled_file.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,6 +23,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,13 +38,25 @@ constexpr int kFolder = -1;  // in place of a file
 
 struct Step {
     // `reach`: what was written has reached the disk, but may still be in its cache.
-    enum Kind { write, cut, make, rename, remove, reach, sync } kind;
+    enum Kind { write, cut, make, rename, exchange, remove, reach, sync } kind;
     int file = 0;
     size_t offset = 0;  // of a write; the length of a cut
     std::string bytes;
     std::string name;  // made, removed, or to be renamed
     std::string newName;
+    int other = 0;  // the file that an exchange or a rename finds at the new name; 0: none
 };
+
+std::ostream& operator<<(std::ostream& out, Step const& step)
+{
+    constexpr char const* kNames[] = {"write",    "cut",    "make",  "rename",
+                                      "exchange", "remove", "reach", "sync"};
+    out << kNames[step.kind] << " " << step.file;
+    for (std::string const& path : {step.name, step.newName})
+        if (!path.empty())
+            out << " " << path.substr(path.rfind('/') + 1);
+    return out;
+}
 
 // What the calls did while they were watched.
 struct Notes {
@@ -79,6 +98,20 @@ void noteSync(Step::Kind kind, int fd)
         notes.steps.push_back({kind, file->second, 0, "", "", ""});
 }
 
+void noteRename(SystemCall const& call)
+{
+    bool const exchanges = (static_cast<unsigned>(call.flags) & RENAME_EXCHANGE) != 0;
+    int const file = notes.files.at(call.path);
+    int& there = notes.files[call.newPath];
+    notes.steps.push_back(
+        {exchanges ? Step::exchange : Step::rename, file, 0, "", call.path, call.newPath, there});
+    if (exchanges)
+        notes.files[call.path] = there;
+    else
+        notes.files.erase(call.path);
+    notes.files[call.newPath] = file;
+}
+
 // Notes a call that went well.
 void note(SystemCall const& call, ssize_t result)
 {
@@ -106,21 +139,41 @@ void note(SystemCall const& call, ssize_t result)
     } else if (call.name == "ftruncate") {
         notes.steps.push_back({Step::cut, notes.open.at(call.fd), call.length, "", "", ""});
     } else if (call.name == "rename") {
-        int const file = notes.files.at(call.path);
-        notes.steps.push_back({Step::rename, file, 0, "", call.path, call.newPath});
-        notes.files.erase(call.path);
-        notes.files[call.newPath] = file;
+        noteRename(call);
     } else if (call.name == "unlink") {
         notes.steps.push_back({Step::remove, notes.files.at(call.path), 0, "", call.path, ""});
         notes.files.erase(call.path);
     }
 }
 
-// A plan that notes the calls, on a file system that says whether a sync of a file covers its name.
-CallPlan noting(bool logsNames)
+// A file system, and how stores write there.
+struct Kind {
+    char const* name;
+    bool logsNames;  // a sync of a file covers its name
+    bool exchanges;  // two names can be exchanged
+    bool replaces;   // a store gives the name to a new file
+};
+Kind const kKinds[] = {
+    {"Unlogged", false, true, false},
+    {"Logged", true, true, false},
+    {"UnloggedWithoutExchange", false, false, false},
+    {"LoggedWithoutExchange", true, false, false},
+    {"UnloggedReplacing", false, true, true},
+    {"LoggedReplacing", true, true, true},
+    {"UnloggedWithoutExchangeReplacing", false, false, true},
+    {"LoggedWithoutExchangeReplacing", true, false, true},
+};
+
+// A plan that notes the calls, on a file system of this kind.
+CallPlan noting(Kind const& kind)
 {
     CallPlan plan;
-    plan.after = [logsNames](SystemCall const& call, ssize_t& result) {
+    plan.before = [exchanges = kind.exchanges](SystemCall const& call) {
+        bool const isExchange =
+            call.name == "rename" && (static_cast<unsigned>(call.flags) & RENAME_EXCHANGE) != 0;
+        return isExchange && !exchanges ? EINVAL : 0;
+    };
+    plan.after = [logsNames = kind.logsNames](SystemCall const& call, ssize_t& result) {
         if (call.name == "fstatfs")
             static_cast<struct statfs*>(call.to)->f_type =
                 logsNames ? XFS_SUPER_MAGIC : EXT2_SUPER_MAGIC;
@@ -134,18 +187,34 @@ CallPlan noting(bool logsNames)
 
 // ---- The disk ----------------------------------------------------------------------------------
 
+// How often the power is cut after each step. The environment variable Z_POWER_CUTS sets another
+// number.
+unsigned cutsFromEnvironment()
+{
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kCuts = 15;
+    constexpr unsigned kDefault = 4;
 #else
-constexpr unsigned kCuts = 150;  // behind each step
+    constexpr unsigned kDefault = 15;
 #endif
+    char const* const wanted = getenv("Z_POWER_CUTS");
+    return wanted != nullptr ? static_cast<unsigned>(strtoul(wanted, nullptr, 10)) : kDefault;
+}
+unsigned const kCuts = cutsFromEnvironment();
+constexpr unsigned kStoresAfterCut = 11;  // one cut of so many is followed by a store
 constexpr size_t kSector = 512;
 
 using Files = std::map<std::string, std::string>;  // contents by path
+using Names = std::map<std::string, int>;          // files by path
+
+// Changes of one directory entry: the file that the name means, 0: none.
+using Change = std::pair<std::string, int>;
 
 class Disk {
 public:
-    Disk(unsigned seed, bool logsNames) : random_(seed), logsNames_(logsNames) {}
+    explicit Disk(bool logsNames) : logsNames_(logsNames) {}
+
+    // Starts another sequence of random contents.
+    void seed(unsigned number) { random_.seed(number); }
 
     void run(Step const& step)
     {
@@ -156,10 +225,13 @@ public:
                 break;
             case Step::make:
             case Step::rename:
+            case Step::exchange:
             case Step::remove:
                 pendingNames_.push_back(&step);
                 if (step.kind == Step::remove)
                     removed_.push_back(step.file);
+                if (step.kind == Step::rename && step.other != 0)
+                    removed_.push_back(step.other);
                 break;
             case Step::reach:
                 reached_[step.file] = pending_[step.file].size();
@@ -180,17 +252,46 @@ public:
         }
     }
 
-    // What is there when the power comes back.
-    Files cutPower()
+    // Every state that the directory may have when the power comes back.
+    std::vector<Names> cutNames() const
     {
-        std::map<std::string, int> names = names_;
-        unsigned const chance = random_() % 5;  // of four
-        for (Step const* one : pendingNames_)
-            if (happens(chance))
-                apply(*one, names);
+        std::set<Names> all;
+        if (logsNames_) {
+            for (size_t subset = 0; subset < size_t{1} << pendingNames_.size(); ++subset) {
+                Names names = names_;
+                for (size_t i = 0; i < pendingNames_.size(); ++i)
+                    if ((subset >> i & 1) != 0)
+                        apply(*pendingNames_[i], names);
+                all.insert(names);
+            }
+        } else {
+            std::map<std::string, std::set<int>> values;  // of each name
+            for (Step const* step : pendingNames_)
+                for (auto const& [name, file] : changesOf(*step))
+                    values[name].insert(file);
+            all.insert(names_);
+            for (auto const& [name, files] : values) {
+                std::set<Names> const before = all;
+                for (Names names : before)
+                    for (int const file : files) {
+                        set(names, {name, file});
+                        all.insert(names);
+                    }
+            }
+        }
+        return {all.begin(), all.end()};
+    }
+
+    // The contents that are there when the power comes back.
+    Files cutPower(Names const& names)
+    {
         Files files;
-        for (auto const& [name, file] : names)
-            files[name] = survivor(file);
+        std::map<int, std::string> contents;
+        for (auto const& [name, file] : names) {
+            if (contents.count(file) == 0)
+                contents[file] = survivor(file);
+            files[name] = contents[file];
+        }
         return files;
     }
 
@@ -223,7 +324,7 @@ private:
     {
         std::set<std::string> entries;
         for (Step const* one : pendingNames_)
-            if (one->file == file)
+            if (one->file == file || one->other == file)
                 entries.insert({one->name, one->newName});
         entries.erase("");
         std::vector<Step const*> others;
@@ -235,13 +336,36 @@ private:
         pendingNames_ = others;
     }
 
-    static void apply(Step const& step, std::map<std::string, int>& names)
+    static std::vector<Change> changesOf(Step const& step)
+    {
+        switch (step.kind) {
+            case Step::make:
+                return {{step.name, step.file}};
+            case Step::rename:
+                return {{step.name, 0}, {step.newName, step.file}};
+            case Step::exchange:
+                return {{step.name, step.other}, {step.newName, step.file}};
+            default:
+                return {{step.name, 0}};
+        }
+    }
+
+    static void set(Names& names, Change const& change)
+    {
+        if (change.second == 0)
+            names.erase(change.first);
+        else
+            names[change.first] = change.second;
+    }
+
+    // A name that another file has by now, as an earlier step is missing, is not removed.
+    static void apply(Step const& step, Names& names)
     {
         auto const name = names.find(step.name);
-        if (step.kind != Step::make && name != names.end() && name->second == step.file)
-            names.erase(name);
-        if (step.kind != Step::remove)
-            names[step.kind == Step::make ? step.name : step.newName] = step.file;
+        bool const isFile = name != names.end() && name->second == step.file;
+        for (Change const& change : changesOf(step))
+            if (change.second != 0 || isFile)
+                set(names, change);
     }
 
     static void apply(Step const& step, std::string& contents)
@@ -303,12 +427,12 @@ private:
         sector = whole.substr(at, kSector);
     }
 
-    std::minstd_rand random_;
+    std::minstd_rand random_{1};
     bool const logsNames_;
     std::map<int, std::string> contents_;  // synced
     std::map<int, std::vector<Step const*>> pending_;
     std::map<int, size_t> reached_;  // how many of them are in the disk's cache
-    std::map<std::string, int> names_;
+    Names names_;
     std::vector<Step const*> pendingNames_;
     std::vector<int> removed_;
 };
@@ -333,8 +457,7 @@ Generation generation(char first, char second, size_t half, std::string const& c
             companion.empty() ? "" : "\x78\x9C" + companion};
 }
 
-// The parameter: whether a sync of a file puts its name on disk as well.
-class PowerCutTest : public testing::TestWithParam<bool> {
+class PowerCutTest : public testing::TestWithParam<Kind> {
 public:
     ~PowerCutTest() noexcept override {}
 
@@ -345,20 +468,26 @@ protected:
         watched_.emplace(noting(GetParam()));
     }
 
+    void storeAs(Generation const& next, bool replaces) const
+    {
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        ZJournaledFile::Companion companion;
+        companion.path = companion_;
+        companion.contents = next.companion;
+        if (!next.companion.empty())
+            companion.change = ZJournaledFile::Companion::written;
+        else if (std::filesystem::exists(companion_))
+            companion.change = ZJournaledFile::Companion::removed;
+        if (replaces)
+            file.replace(next.text, companion);
+        else
+            file.commit(next.text, companion);
+    }
+
     // Stores a generation, and notes that it is acknowledged.
     void store(Generation const& next)
     {
-        {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-            ZJournaledFile::Companion companion;
-            companion.path = companion_;
-            companion.contents = {next.companion.data(), next.companion.size()};
-            if (!next.companion.empty())
-                companion.change = ZJournaledFile::Companion::written;
-            else if (std::filesystem::exists(companion_))
-                companion.change = ZJournaledFile::Companion::removed;
-            file.commit({next.text.data(), next.text.size()}, companion);
-        }
+        storeAs(next, GetParam().replaces);
         acknowledge(next);
     }
 
@@ -407,11 +536,14 @@ protected:
             auto const behind = std::upper_bound(acknowledged_.begin(), acknowledged_.end(), end);
             auto const last = static_cast<size_t>(behind - acknowledged_.begin()) - 1;
             size_t const next = std::min(last + 1, generations_.size() - 1);
-            for (unsigned seed = 1; seed <= cuts; ++seed, ++states) {
-                Disk disk(seed * 7919 + static_cast<unsigned>(end), GetParam());
-                for (size_t i = 0; i < end; ++i)
-                    disk.run(notes.steps[i]);
-                put(disk.cutPower());
+            Disk disk(GetParam().logsNames);
+            for (size_t i = 0; i < end; ++i)
+                disk.run(notes.steps[i]);
+            std::vector<Names> const outcomes = disk.cutNames();
+            size_t const tries = std::clamp<size_t>(outcomes.size(), cuts, size_t{4} * cuts);
+            for (unsigned seed = 1; seed <= tries; ++seed, ++states) {
+                disk.seed(seed * 7919 + static_cast<unsigned>(end));
+                put(disk.cutPower(outcomes[(seed + end) % outcomes.size()]));
                 Generation const found = load();
                 bool const attempted = attempt_.begin <= end && end < attempt_.end && last == 0 &&
                                        found == attempt_.generation;
@@ -422,12 +554,42 @@ protected:
                                   << found.companion.substr(
                                          std::min<size_t>(2, found.companion.size()))
                                   << " behind generation " << last << "; there are "
-                                  << directory_.names();
+                                  << directory_.names() << "\nafter the steps\n"
+                                  << stepsUpTo(end);
+                    return;
+                }
+                if (seed % kStoresAfterCut == 0 && !canStore()) {
+                    ADD_FAILURE() << "behind step " << end << ", seed " << seed
+                                  << ": then no store succeeds; there are " << directory_.names()
+                                  << "\nafter the steps\n"
+                                  << stepsUpTo(end);
                     return;
                 }
             }
         }
         EXPECT_LT(atLeast * cuts, states);
+    }
+
+    // Stores once more, in both ways, and returns whether that leaves the pair and nothing else.
+    bool canStore() const
+    {
+        Generation const last = generation('d', 'e', 600, "last");
+        for (bool const replaces : {!GetParam().replaces, GetParam().replaces}) {
+            Generation const next = replaces ? last : generation('d', 'd', 900, "last but one");
+            storeAs(next, replaces);
+            if (!(load() == next))
+                return false;
+        }
+        storeAs(generation('e', 'e', 600, "the end"), true);
+        return directory_.names() == "conf conf.obf";
+    }
+
+    std::string stepsUpTo(size_t end) const
+    {
+        std::ostringstream all;
+        for (size_t i = acknowledged_.front(); i < end; ++i)
+            all << i << ": " << notes.steps[i] << "\n";
+        return all.str();
     }
 
     void put(Files const& files) const
@@ -471,7 +633,8 @@ protected:
 }  // namespace
 
 using ZJournaledFilePowerCut = PowerCutTest;
-INSTANTIATE_TEST_SUITE_P(NamesSyncedWithFiles, ZJournaledFilePowerCut, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(On, ZJournaledFilePowerCut, testing::ValuesIn(kKinds),
+                         [](auto const& kind) { return std::string(kind.param.name); });
 
 TEST_P(ZJournaledFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
 {
@@ -483,6 +646,8 @@ TEST_P(ZJournaledFilePowerCut, LeavesTheAcknowledgedPairOrTheNext)
     store(generation('a', 'c', 300, "5"));
     store(generation('a', 'a', 300, ""));
     store(generation('b', 'b', 300, "7"));
+    store(generation('c', 'a', 300, "7"));
+    store(generation('c', 'a', 300, "8"));
     cutPowerEverywhere();
 }
 

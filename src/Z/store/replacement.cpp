@@ -31,16 +31,24 @@ int Replacement::checkLeftover() const
 
 int Replacement::prepare(AccessList const& access, std::string_view text, char const*& call)
 {
-    Directory const& directory = main_.directory;
     call = "fopen(r+)";
     if (int const error = checkLeftover())
         return error;
+    isPrepared_ = true;
+    return create(access, text, main_.replacement, new_, call);
+}
+
+// Creates the hidden file, locked, in `file`. `status` is that of the file that was created, also
+// if this fails.
+int Replacement::create(AccessList const& access, std::string_view text, ZSharedFile& file,
+                        struct stat& status, char const*& call)
+{
+    Directory const& directory = main_.directory;
     ScopedFd fd(createExclusive(directory, name_));
     call = "open()";
     if (!fd.isOpen())
         return errno;
-    isPrepared_ = true;
-    if (fstat(fd.get(), &new_) != 0) {
+    if (fstat(fd.get(), &status) != 0) {
         int const error = errno;
         directory.remove(name_);
         return error;
@@ -68,17 +76,19 @@ int Replacement::prepare(AccessList const& access, std::string_view text, char c
     fd.close();
     call = "open()";
     if (int const error =
-            main_.replacement.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0))
+            file.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0))
         return error;
     call = "fcntl()";
-    if (int const error = main_.replacement.lock(F_WRLCK, 0, 0))
+    if (int const error = file.lock(F_WRLCK, 0, 0))
         return error;
     call = "fstat()";
-    dev_t const device = new_.st_dev;
-    ino_t const inode = new_.st_ino;
-    if (fstat(main_.replacement.descriptor(), &new_) != 0)
+    struct stat locked;
+    if (fstat(file.descriptor(), &locked) != 0)
         return errno;
-    return new_.st_dev == device && new_.st_ino == inode ? 0 : ESTALE;
+    if (!isSameFile(locked, status))
+        return ESTALE;
+    status = locked;
+    return 0;
 }
 
 int Replacement::publish()
@@ -86,8 +96,11 @@ int Replacement::publish()
     Directory const& directory = main_.directory;
     int error = directory.exchange(name_, main_.name);
     keepsOld_ = error == 0;
-    if (error == EINVAL || error == ENOSYS)  // not on this file system
-        error = directory.rename(name_, main_.name);
+    if (error == EINVAL || error == ENOSYS) {  // not on this file system
+        error = main_.checkName();
+        if (error == 0)
+            error = directory.rename(name_, main_.name);
+    }
     if (error != 0)
         return error;
     isPublished_ = true;
@@ -117,20 +130,35 @@ int Replacement::exchangeBack()
     return error != 0 ? error : ESTALE;
 }
 
-int Replacement::revert(bool& isDurable)
+// Renames another new file, with the old text, over the new one.
+int Replacement::replaceBack(AccessList const& access, std::string_view oldText)
+{
+    Directory const& directory = main_.directory;
+    char const* call = "";
+    struct stat status = {};
+    int error = create(access, oldText, restored_, status, call);
+    if (error == 0)
+        error = directory.check(main_.name, new_);
+    if (error == 0)
+        error = directory.rename(name_, main_.name);
+    if (error != 0 && directory.isAt(name_, status))
+        directory.remove(name_);
+    return error;
+}
+
+int Replacement::revert(AccessList const& access, std::string_view oldText, bool& isDurable)
 {
     isDurable = true;
     if (!isPublished_)
         return 0;
-    if (!keepsOld_)
-        return ENOTSUP;
     Directory const& directory = main_.directory;
     if (directory.check(main_.name, new_) == ESTALE)
         return 0;
-    if (int const error = exchangeBack())
+    if (int const error = keepsOld_ ? exchangeBack() : replaceBack(access, oldText))
         return error == ESTALE ? 0 : error;
     isPublished_ = false;
-    use(main_.file, old_);
+    if (keepsOld_)
+        use(main_.file, old_);
     isDurable = directory.sync(main_.fd) == 0;
     return 0;
 }

@@ -2,7 +2,8 @@
 //
 // It has owner, mode, access control list and attributes of the main file, and is locked before it
 // gets the name. Until the store is complete the old file keeps a hidden name, so that the exchange
-// can be undone.
+// can be undone. A file system that cannot exchange two names loses the old file: there the
+// exchange is undone by another new file, with the old text.
 #pragma once
 
 #include <string>
@@ -30,16 +31,20 @@ public:
     /// another file.
     int publish();
 
-    /// Exchanges the files back if they have been exchanged. Returns 0 or an errno. `isDurable` is
-    /// set to whether the disk has that.
-    int revert(bool& isDurable);
+    /// Undoes publish(); `oldText` is the text of the old file. Returns 0 or an errno. `isDurable`
+    /// is set to whether the disk has that. throws  std::bad_alloc, if the names cannot be
+    /// exchanged.
+    int revert(AccessList const& access, std::string_view oldText, bool& isDurable);
 
     /// Removes the file with the hidden name.
     void removeHidden();
 
 private:
     int checkLeftover() const;
+    int create(AccessList const& access, std::string_view text, ZSharedFile& file,
+               struct stat& status, char const*& call);
     int exchangeBack();
+    int replaceBack(AccessList const& access, std::string_view oldText);
     void use(ZSharedFile const& file, struct stat const& status);
 
     MainFile& main_;
@@ -47,6 +52,7 @@ private:
     std::string const path_;
     struct stat old_ = {};
     struct stat new_ = {};
+    ZSharedFile restored_;  // a file with the old text that undoes a rename
     bool isPrepared_ = false;
     bool isPublished_ = false;
     bool keepsOld_ = false;  // under the hidden name

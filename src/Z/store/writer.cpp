@@ -89,6 +89,10 @@ void Writer::replay(struct stat const& journal)
         oldAccess_.read(companionFile_.descriptor());
     if (int const error = access_.read(file_.fd))
         throw IoError{file_.path, "fgetxattr()", error};
+    // The crashed writer may have given the file its name, and not have synced that. The companion
+    // must not get ahead of the name, nor the journal's end.
+    if (int const error = file_.directory.sync(file_.fd))
+        throw IoError{file_.path, "fsync()", error};
     if (replacePair() != 0 || fail("unlink()", journalPath_, retireJournal()) != 0) {
         removeNewCompanion();
         throwError();
@@ -502,8 +506,13 @@ bool Writer::rollBack()
 
 int Writer::restoreText(bool& isDurable)
 {
-    if (replacement_ != nullptr)
-        return replacement_->revert(isDurable);
+    if (replacement_ != nullptr) {
+        try {
+            return replacement_->revert(access_, file_.contents.view(), isDurable);
+        } catch (std::bad_alloc const&) {
+            return ENOMEM;
+        }
+    }
     std::string_view const old = file_.contents.view();
     if (bytesWritten_ == 0 && !isTruncated_)
         return 0;
