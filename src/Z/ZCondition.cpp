@@ -24,14 +24,8 @@ enum RaiseSite {
     raiseInValidateLock = 164
 };
 
-enum Message {
-    mutexLock = 5,
-    conditionInit = 7,
-    conditionDestroy = 8,
-    conditionWait = 9,
-    conditionSignal = 10,
-    conditionBroadcast = 27
-};
+using zreporting::Message;
+using enum zreporting::Message;
 
 [[noreturn]] void reportAndThrow(Message message, int rc, RaiseSite site)
 {

@@ -7,37 +7,14 @@
 #include <algorithm>
 
 #include "ZMessage.h"
-#include "ZMessage_p.h"
+#include "reporting/messages.h"
+#include "reporting/running_report.h"
 #include "zqvrutil.h"
 
-namespace {
+using zreporting::RunningReport;
+using enum zreporting::Message;
 
-// The message numbers of the classes that have a fixed one.
-enum MessageNumber {
-    outOfMemory = 1,
-    invalidPlatform = 11,
-    notClonable = 14,
-    invalidParameter = 22,
-    missingProperty = 28,
-    notImplemented = 31,
-    invalidState = 32,
-    invalidValue = 39,
-    invalidNumValue = 40,
-    invalidBoolValue = 41,
-    iteratorState = 42,
-    accessFailed = 43,
-    invalidData = 44,
-    noQVREnvironment = 45,
-    mbLenFailed = 46,
-    codesetFailed = 47,
-    unsupported = 48,
-    toUTF8Failed = 49,
-    fromUTF8Failed = 50,
-    libraryFailed = 51,
-    symbolFailed = 52,
-    unexpectedEnd = 53,
-    parseFailed = 54
-};
+namespace {
 
 // The last step of every throwException(): stores the location and throws a copy of the object,
 // as the class whose throwException() runs.
@@ -47,50 +24,6 @@ template <class Exception>
     exc.addLocation(file, static_cast<unsigned long>(line));
     throw Exception(exc);
 }
-
-// A running report of the calling thread: a print() has passed inserts to the message service. That
-// print() determines their types. It may be of another class than the insertTypes() that the
-// service calls, because a caller's class may override one of the two.
-class RunningReport {
-public:
-    enum Source {
-        library,  // a print() of the library, which states the types
-        caller,   // a print() of a caller's class: the types in the message text
-        root      // the print() of the root, which passes only nulls
-    };
-
-    RunningReport(ZZException_6_0 const* exception, Source source, char const* types)
-        : exception_(exception), source_(source), types_(types), outer_(innermost_)
-    {
-        innermost_ = this;
-    }
-    RunningReport(RunningReport const&) = delete;
-    RunningReport& operator=(RunningReport const&) = delete;
-    ~RunningReport() { innermost_ = outer_; }
-
-    // Returns the running report of `exception`, or null. Reports nest: a service may make other
-    // reports before it reads the inserts.
-    static RunningReport const* of(ZZException_6_0 const* exception)
-    {
-        RunningReport const* report = innermost_;
-        while (report != nullptr && report->exception_ != exception)
-            report = report->outer_;
-        return report;
-    }
-
-    Source source() const { return source_; }
-    char const* types() const { return types_; }  // null unless the library states them
-
-private:
-    ZZException_6_0 const* const exception_;
-    Source const source_;
-    char const* const types_;
-    RunningReport const* const outer_;
-
-    static constinit thread_local RunningReport const* innermost_;
-};
-
-constinit thread_local RunningReport const* RunningReport::innermost_ = nullptr;
 
 // Passes the arguments after `types` to the message service.
 void routeInserts(ZZException_6_0 const* exception, RunningReport::Source source, char const* types,
@@ -136,7 +69,7 @@ char const* currentInsertTypes(ZZException_6_0 const* exception, char const* typ
         case RunningReport::library:
             return report->types();
         case RunningReport::caller:
-            return zmessageInsertTypes(exception->messageNumber());
+            return zreporting::messageInsertTypes(exception->messageNumber());
         case RunningReport::root:
             break;
     }
@@ -261,12 +194,6 @@ void ZZException_6_0::printinternal(ZZException_6_0 const* exc, ...)
         throw;
     }
     va_end(inserts);
-}
-
-char const* zstatedInsertTypes(ZZException_6_0 const* exception)
-{
-    RunningReport const* const report = RunningReport::of(exception);
-    return report != nullptr ? report->types() : nullptr;
 }
 
 // ---- Failures without inserts ----------------------------------------------------------------

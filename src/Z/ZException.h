@@ -530,8 +530,8 @@ private:
     Text key_;
 };
 
-// A value is not of the requested type. Messages 40 and 41 of the two classes below, which are thrown
-// as this class; 39 if a caller creates the exception. Inserts: file, value, key, category.
+// A value is not of the requested type. Messages 40 and 41 from the two classes below, which are
+// thrown as this class; 39 if a caller creates the exception. Inserts: file, value, key, category.
 class ZPropertiesInvalidValueException_6_0 : public ZPropertiesException_6_0 {
 public:
     ZPropertiesInvalidValueException_6_0(char const* file, char const* category, char const* key,

@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "ZException_p.h"
 #include "files/shared_file.h"
 #include "files/size_signal_guard.h"
+#include "reporting/cancellation.h"
 
 namespace {
 

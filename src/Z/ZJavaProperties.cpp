@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "ZException.h"
-#include "ZException_p.h"
 #include "containers/hash_table.h"
 #include "containers/list_rollback.h"
 #include "java/byte_source.h"
@@ -18,6 +17,7 @@
 #include "java/undo_log.h"
 #include "java/value_writer.h"
 #include "memory/rep.h"
+#include "reporting/cancellation.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
 

@@ -18,7 +18,7 @@ constexpr char kSource[] = "src/Z/ZLocalHostName";
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInAllocate = 40, reportHostName = 52, reportHostByName = 66 };
 
-enum Message { hostNameFailed = 25, hostByNameFailed = 26 };
+using enum zreporting::Message;
 
 constexpr size_t kNameSize = 256;            // bytes; buffer for gethostname()
 constexpr size_t kLargestAnswer = 1u << 20;  // bytes; far above any resolver's result

@@ -19,7 +19,7 @@ enum RaiseSite {
     reportInGuard = 119
 };
 
-enum Message { mutexInit = 3, mutexDestroy = 4, mutexLock = 5, mutexUnlock = 6 };
+using enum zreporting::Message;
 
 }  // namespace
 

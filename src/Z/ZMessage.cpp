@@ -6,98 +6,18 @@
 #include <string.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <charconv>
 #include <new>
 
 #include "ZException.h"
 #include "ZLCString.h"
-#include "ZMessage_p.h"
 #include "ZUTF8String.h"
+#include "reporting/messages.h"
+#include "reporting/running_report.h"
 #include "reporting/stream.h"
 
 namespace {
-
-// KEPT: double spaces, missing full stops and "encounted" are part of the texts. Log scanners that
-// match the texts would notice a change. Test: ZMessage.KeepsEveryTextToTheByte
-constexpr char const* kText[] = {
-    nullptr,
-    "Memory allocation failure.",
-    "iconv_open failed for codepage %s to %s conversion. errno = %s.",
-    "Unexpected error from pthread_mutex_init().  rc = %d.",
-    "Unexpected error from pthread_mutex_destroy().  rc = %d.",
-    "Unexpected error from pthread_mutex_lock().  rc = %d.",
-    "Unexpected error from pthread_mutex_unlock().  rc = %d.",
-    "Unexpected error from pthread_cond_init().  rc = %d.",
-    "Unexpected error from pthread_cond_destroy().  rc = %d.",
-    "Unexpected error from pthread_cond_wait().  rc = %d.",
-    "Unexpected error from pthread_cond_signal().  rc = %d.",
-    "This function is not supported on this platform.",
-    "Unexpected error from Windows RegOpenKeyEx().  Open of registry key %s failed with error %s.",
-    "Unexpected error from Windows RegQueryValueEx().  Read of value %s failed with error %s.",
-    "Object is not cloneable.",
-    "Unexpected error from pthread_attr_init().  rc = %d.",
-    "Unexpected error from pthread_attr_setdetachstate().  rc = %d.",
-    "Unexpected error from pthread_create().  rc = %d.",
-    "Unexpected error from pthread_attr_destroy().  rc = %d.",
-    "An unknown exception was caught.  No exception information available.",
-    "Unexpected error from pthread_join().  rc = %d.",
-    "Unexpected error from pthread_cond_timedwait().  rc = %d.",
-    "A function or method was called with an invalid parameter.",
-    nullptr,
-    "Unexpected error from WSAStartup().  rc = %s.",
-    "Unexpected error from gethostname().  rc = %s.",
-    "Unexpected error from gethostnamebyname().  rc = %s.",
-    "Unexpected error from pthread_cond_broadcast().  rc = %d.",
-    "The configuration file %s is missing the required attribute %s in stanza %s.",
-    "Unexpected error from pthread_key_create().  rc = %d.",
-    "Unexpected error from pthread_setspecific().  rc = %d.",
-    "The requested function is not implemented.",
-    "An unexpected lock state was detected.  The current lock state is %s.",
-    "An unexpected error was received when trying to obtain a process lock.  rc = %d.",
-    "An unexpected error was received when trying to release a process lock.  rc = %d.",
-    "Read failed for a process lock.  rc = %d.",
-    "Write failed for a process lock.  rc = %d.",
-    "Create failed for a process lock.  rc = %d and the lock file name is %s.",
-    "Close failed for a process lock.  rc = %d and the lock file name is %s.",
-    "The configuration file %s has an invalid value %s for key %s in stanza %s.",
-    "The configuration file %s has an invalid numeric value %s for key %s in stanza %s.",
-    "The configuration file %s has an invalid boolean value %s for key %s in stanza %s.",
-    "The iterator for  configuration file %s is in an invalid state for the operation",
-    "Access failed for configuration file %s.  The access function was %s and return code was %d",
-    "The configuration file \"%s\" contains invalid data at line %d.\nData: \"%s\"",
-    "The QVRDIR environment variable is not set.",
-    "The qvr_mblen() function returned -1.",
-    "Codeset handle create failed for codeset \"%s\".  QVRDIR is \"%s\"",
-    "The operation is not supported.",
-    "Local codeset %s string could not be converted to UTF-8.",
-    "UTF-8 string could not be converted to the local codeset %s.",
-    "Shared library load/unload error (%s) %d.  %s",
-    "Shared library resolve error (%s:%s) %d.  %s",
-    "Unexpected end of file encounted while reading %s.",
-    "Internal error encountered while loading Java property file %s.",
-};
-constexpr int kTextCount = sizeof kText / sizeof *kText;
-static_assert(kTextCount == 55, "message numbers are 0 to 54");
-
-constexpr int kMaxInserts = 6;
-
-// The letters of the conversions in a text.
-struct InsertTypes {
-    char letters[kMaxInserts + 1];
-};
-
-constexpr auto kInsertTypes = [] {
-    std::array<InsertTypes, kTextCount> types = {};
-    for (int i = 0; i < kTextCount; ++i) {
-        int inserts = 0;
-        for (char const* at = kText[i]; at != nullptr && *at != '\0'; ++at)
-            if (*at == '%')
-                types[i].letters[inserts++] = at[1];
-    }
-    return types;
-}();
 
 // Buffers a report and writes it to standard error with one call. Does not allocate, because it
 // also reports exhausted memory, and preserves errno.
@@ -140,7 +60,7 @@ private:
     // its own. Numbers always fit.
     static constexpr size_t kTextSize = 2048;
     static constexpr size_t kNumberSize = 16;
-    static constexpr int kMaxNumbers = 4 + kMaxInserts;
+    static constexpr int kMaxNumbers = 4 + zreporting::kMaxInserts;
     static constexpr int kMaxPieces = 64;
 
     void copy(char const* bytes, size_t count)
@@ -203,6 +123,14 @@ void addText(Report& report, char const* text, char const* types, bool certain, 
     report << text;
 }
 
+// Returns the types of the inserts in the running report of `exception`. Returns null if no such
+// report runs, or if its print() is not the library's and states no types.
+char const* statedInsertTypes(ZZException_6_0 const* exception)
+{
+    auto const* const report = zreporting::RunningReport::of(exception);
+    return report != nullptr ? report->types() : nullptr;
+}
+
 pthread_once_t initOnce = PTHREAD_ONCE_INIT;
 
 // Storage of the built-in service, which is never destroyed; its construction cannot fail.
@@ -210,11 +138,6 @@ alignas(
     ZDefaultMessageService_6_0) unsigned char serviceStorage[sizeof(ZDefaultMessageService_6_0)];
 
 }  // namespace
-
-char const* zmessageInsertTypes(uint32_t messageNumber)
-{
-    return messageNumber < kTextCount ? kInsertTypes[messageNumber].letters : "";
-}
 
 ZMessageService_6_0 const* ZMessageService_6_0::ms_;
 ZMessageService_6_0 const* ZMessageService_6_0::dms_;
@@ -274,13 +197,14 @@ void ZDefaultMessageService_6_0::outputException(ZZException_6_0 const* e, va_li
     addThreadLine(report);
     // KEPT: the table size is of no use to readers, but log scanners that expect this line before
     // the text would notice its removal. Test: ZMessage.KeepsTheTableSizeLine
-    report << "NUM_MSGS = " << kTextCount << "\n";
-    if (number < 1 || number >= kTextCount || kText[number] == nullptr)
+    report << "NUM_MSGS = " << zreporting::kMessageCount << "\n";
+    char const* const text = zreporting::messageText(e->messageNumber());
+    if (text == nullptr)
         report << "No default text defined in ZMessage.cpp for the exception\n";
-    else if (char const* const stated = zstatedInsertTypes(e))
-        addText(report, kText[number], stated, true, inserts);
+    else if (char const* const stated = statedInsertTypes(e))
+        addText(report, text, stated, true, inserts);
     else
-        addText(report, kText[number], e->insertTypes(), false, inserts);
+        addText(report, text, e->insertTypes(), false, inserts);
 }
 
 void ZDefaultMessageService_6_0::outputMessage(char const* file, int line, int errorNumber,
@@ -295,8 +219,8 @@ void ZDefaultMessageService_6_0::outputMessage(char const* file, int line, int e
     if (insertCount < 1)
         return;
     report << "Additional Information:\n";
-    ZLCString_6_0 const* const inserts[kMaxInserts] = {i1, i2, i3, i4, i5, i6};
-    for (int i = 0; i < std::min(insertCount, kMaxInserts); ++i)
+    ZLCString_6_0 const* const inserts[zreporting::kMaxInserts] = {i1, i2, i3, i4, i5, i6};
+    for (int i = 0; i < std::min(insertCount, zreporting::kMaxInserts); ++i)
         if (inserts[i] != nullptr)
             report << inserts[i]->getChars() << "\n";
 }
@@ -309,7 +233,7 @@ void ZDefaultMessageService_6_0::outputMessageUTF8(char const* file, int line, i
 {
     // KEPT: prints an empty line for each UTF-8 insert: standard error may not accept UTF-8. Log
     // scanners would notice the text. Test: ZMessage.KeepsUTF8InsertsOutOfTheReport
-    ZLCString_6_0 const empty[kMaxInserts];
+    ZLCString_6_0 const empty[zreporting::kMaxInserts];
     outputMessage(file, line, errorNumber, insertCount, &empty[0], &empty[1], &empty[2], &empty[3],
                   &empty[4], &empty[5]);
 }

@@ -35,7 +35,7 @@ enum RaiseSite {
     reportInCleanUp = 406
 };
 
-enum Message { lockFailed = 33, unlockFailed = 34, readFailed = 35 };
+using enum zreporting::Message;
 
 constexpr char kPrefix[] = "._zpl";
 

@@ -8,8 +8,8 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
-#include "ZException_p.h"
 #include "ZPropertiesImpl_p.h"
+#include "reporting/cancellation.h"
 
 using cache::View;
 

@@ -23,7 +23,7 @@ enum RaiseSite {
     reportInGuard = 171
 };
 
-enum Message { mutexLock = 5, mutexUnlock = 6 };
+using enum zreporting::Message;
 
 constexpr unsigned long kNoThread = ~0ul;
 

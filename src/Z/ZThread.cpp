@@ -27,15 +27,8 @@ enum RaiseSite {
     raiseInSetSpecific = 234
 };
 
-enum Message {
-    attrInit = 15,
-    setDetachState = 16,
-    threadCreate = 17,
-    attrDestroy = 18,
-    threadJoin = 20,
-    keyCreate = 29,
-    setSpecific = 30
-};
+using zreporting::Message;
+using enum zreporting::Message;
 
 // Values of joinable_.
 enum Joinable {

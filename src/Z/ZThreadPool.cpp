@@ -32,16 +32,8 @@ enum RaiseSite {
     reportInWake = 208
 };
 
-enum Message {
-    mutexInit = 3,
-    mutexDestroy = 4,
-    mutexLock = 5,
-    mutexUnlock = 6,
-    conditionInit = 7,
-    conditionDestroy = 8,
-    conditionWait = 9,
-    conditionSignal = 10
-};
+using zreporting::Message;
+using enum zreporting::Message;
 
 [[noreturn]] void throwThreadException(Message message, int rc, RaiseSite site)
 {

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <new>
 
-#include "ZException_p.h"
 #include "ZLock.h"
+#include "reporting/cancellation.h"
 #include "reporting/stream.h"
 
 namespace {

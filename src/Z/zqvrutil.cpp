@@ -11,8 +11,8 @@
 
 #include "ZAbstractMutableString.h"
 #include "ZException.h"
-#include "ZException_p.h"
 #include "qvr.h"
+#include "reporting/cancellation.h"
 #include "reporting/stream.h"
 
 // Weak: another provider of the text services may lack this function.

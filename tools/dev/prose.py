@@ -18,7 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 COUNTS = ROOT / "tools" / "dev" / "prose_counts.txt"
 SKIPPED = ("tests/data/", "tests/abi/", "fuzz/corpus/", "examples/expected/", "src/qvr/tables/",
            "tools/dev/prose")
-FIXED_STRINGS = "src/Z/ZMessage.cpp"  # programs match its texts
+FIXED_STRINGS = "src/Z/reporting/messages.cpp"  # programs match its texts
 OPENING = r"(?:^|[.;:!?|] +)"  # start of a sentence or of a table cell
 
 # Phrase, and what to write instead.

@@ -4,8 +4,8 @@
 #include <exception>
 #include <utility>
 
-#include "../ZException_p.h"
 #include "../ZObject.h"
+#include "../reporting/cancellation.h"
 
 namespace zcontainers {
 

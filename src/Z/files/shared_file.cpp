@@ -12,7 +12,7 @@
 #include <mutex>
 #include <vector>
 
-#include "../ZException_p.h"
+#include "../reporting/cancellation.h"
 
 namespace {
 

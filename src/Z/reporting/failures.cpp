@@ -8,8 +8,6 @@ namespace zreporting {
 
 namespace {
 
-enum Message { unknownException = 19 };
-
 // Calls the installed service and drops its exceptions, which could not be reported either.
 template <class Report>
 void send(Report report) noexcept

@@ -6,7 +6,8 @@
 #pragma once
 
 #include "../ZException.h"
-#include "../ZException_p.h"
+#include "cancellation.h"
+#include "messages.h"
 
 namespace zreporting {
 

@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <wchar.h>
 
-#include "../ZException_p.h"
+#include "cancellation.h"
 
 namespace zreporting {
 

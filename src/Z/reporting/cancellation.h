@@ -1,5 +1,5 @@
-// ZException_p: disables thread cancellation, distinguishes it from an exception, and detects
-// unwinding by either. Not installed.
+// cancellation: disables thread cancellation, distinguishes it from an exception, and detects
+// unwinding by either.
 #pragma once
 
 #include <pthread.h>
