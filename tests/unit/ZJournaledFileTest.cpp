@@ -2079,7 +2079,7 @@ TEST_F(ZJournaledFileCase, PicksBetweenFilesAndJournal)
          {kLong.text, packed("?")},
          {kLong.text, packed("?")},
          true},
-        {"companion gone: files", {mixed, ""}, {mixed, ""}, true},
+        {"text new, companion gone: files", {kLong.text, ""}, {kLong.text, ""}, true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -2096,6 +2096,26 @@ TEST_F(ZJournaledFileCase, PicksBetweenFilesAndJournal)
         EXPECT_EQ(c.orphan, directory_.names().find(".conf.zjn.orphan") != std::string::npos);
         EXPECT_EQ(std::string::npos, directory_.names().find(".conf.zjn "));
         std::filesystem::remove(directory_.at(".conf.zjn.orphan"));
+    }
+}
+
+// Two files may share a companion: a store of one, behind a dead store of the other, changes it.
+TEST_F(ZJournaledFileCase, TornTextIsNotReadBesideTheCompanionOfAnother)
+{
+    std::string const mixed = kShort.text + kLong.text.substr(kShort.text.size(), 5);
+    std::string const journal = journalOf(kShort, kLong, companion_);
+    for (Pair const& found : {Pair{mixed, packed("?")}, Pair{mixed, ""}}) {
+        put(found);
+        directory_.write(".conf.zjn", journal);
+        expectFailure(journal_, "access()", EPERM, CallPlan(), [&] { load(); });
+        expectFailure(journal_, "access()", EPERM, CallPlan(), [&] { store(kPlain); });
+        EXPECT_EQ(mixed, directory_.read("conf"));
+        EXPECT_EQ(journal, directory_.read(".conf.zjn"));
+        EXPECT_EQ(found.companion.empty() ? ".conf.zjn conf" : ".conf.zjn conf conf.obf",
+                  directory_.names());
+        // One of the two companions that the journal knows makes it count again.
+        directory_.write("conf.obf", kLong.companion);
+        EXPECT_EQ(kLong, load());
     }
 }
 
@@ -2377,10 +2397,16 @@ TEST_F(ZJournaledFileCase, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalN
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
     for (char const* name : {"folder", "pipe", "plain/secrets"}) {
         SCOPED_TRACE(name);
-        directory_.write("conf", torn);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, directory_.at(name)));
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
-        EXPECT_EQ(torn, std::string(file.text().data(), file.text().size()));
+        directory_.write("conf", kLong.text);
+        {
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            EXPECT_EQ(kLong.text, std::string(file.text().data(), file.text().size()));
+        }
+        directory_.write("conf", torn);
+        expectFailure(journal_, "access()", EPERM, CallPlan(), [&] {
+            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        });
     }
 }
 

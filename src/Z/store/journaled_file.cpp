@@ -73,6 +73,9 @@ bool ZJournaledFile::recover(Mode mode)
     ZSizeSignalGuard const noSignal;
     bool const counts =
         describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
+    // The companion is another program's, but the text is torn: only the journal has it complete.
+    if (describes && !counts && !isOld && !journal->isNew(text))
+        throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
     if (!counts || isOld) {
         if (mode == Mode::store)
             retireOutdated(found, counts);

@@ -57,9 +57,10 @@ public:
     /// store that crashed.
     /// throws  IoError with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; with
     ///         "lstat()", "open()", "read()", "mapFile()" or "access()" if a journal or its
-    ///         companion cannot or may not be read, or if a journal that is not trusted describes
-    ///         the text; with "unlink()" if a journal that is out of
-    ///         date cannot be removed; as commit() while a store is completed; std::bad_alloc.
+    ///         companion cannot or may not be read, or if a journal that is not trusted, or whose
+    ///         companion is another one, describes the text; with "unlink()" if a journal that is
+    ///         out of date cannot be removed; as commit() while a store is completed;
+    ///         std::bad_alloc.
     ZJournaledFile(char const* path, Mode mode);
     ZJournaledFile(ZJournaledFile const&) = delete;
     ZJournaledFile& operator=(ZJournaledFile const&) = delete;
