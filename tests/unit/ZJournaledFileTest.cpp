@@ -3436,6 +3436,16 @@ TEST_F(ZJournaledFileCase, ReplacingFailsWhereNoNewFileIsAllowed)
             return !HasFailure();
         });
     chmod(directory_.path().c_str(), 0700);
+    for (int const error : {EROFS, EPERM, ENAMETOOLONG}) {
+        CallPlan refusing;
+        refusing.before = [error](SystemCall const& call) {
+            return call.name == "open" && (call.flags & O_CREAT) != 0 ? error : 0;
+        };
+        expectFailure(directory_.at(".conf.new"), "open()", error, refusing, [&] {
+            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            file.replace(kLong.text, ZJournaledFile::Companion());
+        });
+    }
     EXPECT_EQ("conf", directory_.names());
     EXPECT_EQ(kPlain, load());
 }

@@ -167,7 +167,7 @@ int Writer::writeJournal()
     if (error == 0)
         error = writeJournalContents();
     else if (isRefusal(error))
-        return 0;
+        return refuse(error);
     else
         return fail("open()", temporaryJournalPath_, error);
     if (error == 0)
@@ -175,10 +175,19 @@ int Writer::writeJournal()
     if (journal_.isPublished())
         return error != 0 ? fail("rename()", journalPath_, error) : syncJournal();
     journal_.discard();
-    if (error_ != 0 || error == EPERM || error == EACCES)  // an append-only directory, for example
+    if (error_ != 0)
         return error_;
+    if (error == EPERM || error == EACCES)  // an append-only directory, for example
+        return refuse(error);
     // The writer of a file that has replaced ours may have been first.
     return requireName() != 0 ? error_ : fail("rename()", journalPath_, error);
+}
+
+// The directory allows no journal.
+int Writer::refuse(int error)
+{
+    refusal_ = error;
+    return 0;
 }
 
 int Writer::writeJournalContents()
@@ -235,7 +244,7 @@ int Writer::prepareWithoutJournal()
     if (phase_ == Phase::journaled)
         return 0;
     if (replacement_ != nullptr)
-        return fail("open()", replacement_->path(), EACCES);
+        return fail("open()", replacement_->path(), refusal_);
     phase_ = Phase::journaled;
     if (text_.size() >= file_.contents.length())
         return 0;

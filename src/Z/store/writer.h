@@ -75,6 +75,7 @@ private:
 
     int requireName();
     int writeJournal();
+    int refuse(int error);
     int writeJournalContents();
     int syncJournal();
     int prepareWithoutJournal();
@@ -134,6 +135,7 @@ private:
     char const* call_ = "";
     std::string const* failedFile_ = nullptr;
     int error_ = 0;
+    int refusal_ = 0;  // the errno with which the directory allowed no journal
 };
 
 }  // namespace zstore
