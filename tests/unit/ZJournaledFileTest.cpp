@@ -3030,6 +3030,42 @@ TEST_F(ZJournaledFileCase, JournalAndCompanionHaveTheAccessListOfTheFile)
     EXPECT_EQ(kLong, load());
 }
 
+// A user namespace may know none of the users that the list names.
+TEST_F(ZJournaledFileCase, WhereTheAccessListCannotBeSetOnlyTheOwnerGetsAccess)
+{
+    for (int const error : {EINVAL, EOPNOTSUPP}) {
+        put(kShort);
+        if (!setList(path_, listFor(kOther, 6)))
+            GTEST_SKIP() << "there are no access control lists";
+        CallPlan refusing;
+        std::set<mode_t> modes;
+        refusing.before = [&](SystemCall const& call) {
+            struct stat status;
+            for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"})
+                if (stat(directory_.at(name).c_str(), &status) == 0)
+                    modes.insert(status.st_mode & 07777);
+            return call.name == "fsetxattr" ? error : 0;
+        };
+        {
+            Watch const watch(refusing);
+            store(kLong);
+        }
+        EXPECT_EQ(std::set<mode_t>{0600}, modes);
+        struct stat status;
+        ASSERT_EQ(0, stat(companion_.c_str(), &status));
+        EXPECT_EQ(0600u, status.st_mode & 07777);
+        EXPECT_EQ(listFor(kOther, 6), getAttribute(path_));
+        EXPECT_EQ(kLong, load());
+        // A new file would be another one for those whom the list names.
+        expectFailure(directory_.at(".conf.new"), "fsetxattr()", EINVAL, refusing, [&] {
+            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            file.replace(viewOf(kShort.text), ZJournaledFile::Companion());
+        });
+        EXPECT_EQ(kLong, load());
+        EXPECT_EQ("conf conf.obf", directory_.names());
+    }
+}
+
 TEST_F(ZJournaledFileCase, DefaultListOfTheFolderGrantsNothing)
 {
     put(kShort);

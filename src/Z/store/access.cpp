@@ -222,10 +222,15 @@ int AccessList::copyTo(int fd, bool& owned) const
     // The directory may have given it a list, of which the mode would become the mask.
     if (fremovexattr(fd, kListAttribute) != 0 && !isMissing(errno))
         return errno;
-    mode_t const mode = status_.st_mode & (hasGroup ? kPermissions : S_IRWXU);
-    if (hasGroup && isExtended())
-        if (int const error = copyListTo(fd))
+    bool hasList = true;
+    if (hasGroup && isExtended()) {
+        int const error = copyListTo(fd);
+        hasList = error == 0;
+        // The user namespace does not know the users that it names, or the file system no lists.
+        if (!hasList && error != EINVAL && error != EOPNOTSUPP)
             return error;
+    }
+    mode_t const mode = status_.st_mode & (hasGroup && hasList ? kPermissions : S_IRWXU);
     return fchmod(fd, mode) != 0 ? errno : 0;
 }
 

@@ -44,8 +44,8 @@ public:
 
     /// Gives a new, empty file the owner, the mode and the list of this file, and nothing that it
     /// inherited from its directory. Returns 0 or an errno. If we cannot give it to the owner,
-    /// group and others get no access, unless we can give it to the group. `owned` reports whether
-    /// the owner was set.
+    /// group and others get no access, unless we can give it to the group; nor do they if it cannot
+    /// have the list. `owned` reports whether the owner was set.
     int copyTo(int fd, bool& owned) const;
 
     /// Gives `fd` the list of this file, but not its owner. Returns 0 or an errno.

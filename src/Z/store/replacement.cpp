@@ -58,6 +58,10 @@ int Replacement::create(AccessList const& access, std::string_view text, ZShared
     if (int const error = access.copyTo(fd.get(), owned))
         return error;
     // A new file that grants other rights than the old one must not take its name.
+    call = "fsetxattr()";
+    AccessList list;
+    if (access.isExtended() && (list.read(fd.get()) != 0 || !list.isExtended()))
+        return EINVAL;
     call = "fchown()";
     struct stat given;
     if (!owned || fstat(fd.get(), &given) != 0 || given.st_gid != old_.st_gid ||
