@@ -69,7 +69,7 @@ bool isEmpty(char const* text)
     ZPropertiesIOException_6_0(file, failure.call, failure.error).throwException(kSource, site);
 }
 
-// As throwLoadFailure(), while storing. Reports the open call as that of a stream: "fopen(wt)".
+// As throwLoadFailure(), while storing. Reports the open call as "fopen(wt)", as for a stream.
 [[noreturn]] void throwStoreFailure(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();

@@ -57,8 +57,8 @@ public:
     /// kept    skips an invalid line silently, and the next line too if the line ending was the
     ///         invalid character. Does not read a last line without a line ending. A separator or a
     ///         backslash at the start of a line is the first character of a key. Values have other
-    ///         escapes than keys. Of several two-byte line endings in a row only the first is a
-    ///         line ending.
+    ///         escapes than keys. If several two-byte line endings follow each other, only the
+    ///         first is a line ending.
     int load(char const* path);
 
     /// Reads as load(path), up to the entry whose key is `stopKey`.

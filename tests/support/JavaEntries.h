@@ -65,9 +65,9 @@ inline bool valueArrives(std::string_view value)
     return true;
 }
 
-// Returns whether the library and the Java platform read these entries back from the file that is
-// written for them.
-inline bool arrives(Entries const& entries)
+// Returns whether these entries can be stored so that the library and the Java platform read them
+// back.
+inline bool canBeStored(Entries const& entries)
 {
     for (auto const& [key, value] : entries)
         if (!keyArrives(key) || !valueArrives(value))

@@ -83,11 +83,11 @@ private:
         //                             blank  #!    end   :     =     \     u     0-f   quote other
         constexpr char const* kTable[14][10] = {
             /*  1 start of a line  */ {"b", "c", "a", "kd", "kd", "kd", "kd", "kd", "kd", "kd"},
-            /*  2 blanks there     */ {"b", "c", "a", "x", "x", "kd", "kd", "kd", "kd", "kd"},
+            /*  2 spaces there     */ {"b", "c", "a", "x", "x", "kd", "kd", "kd", "kd", "kd"},
             /*  3 comment          */ {"c", "c", "a", "c", "c", "c", "c", "c", "c", "c"},
             /*  4 key              */ {"f", "kd", "x", "g", "g", "e", "kd", "kd", "kd", "kd"},
             /*  5 escape in it     */ {"kd", "x", "x", "kd", "kd", "kd", "x", "x", "x", "x"},
-            /*  6 blanks behind it */ {"f", "vh", "x", "g", "g", "i", "vh", "vh", "vh", "vh"},
+            /*  6 spaces after it  */ {"f", "vh", "x", "g", "g", "i", "vh", "vh", "vh", "vh"},
             /*  7 separator        */ {"g", "vh", "s", "vh", "vh", "i", "vh", "vh", "vh", "vh"},
             /*  8 value            */ {"vh", "vh", "s", "vh", "vh", "i", "vh", "vh", "vh", "vh"},
             /*  9 escape in it     */ {"vh", "x", "j", "vh", "x", "vh", "k", "x", "vh", "x"},

@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-// What each call returns instead of doing its work; 0 lets it through.
+// Results that replace the calls if not 0.
 struct Calls {
     int attrInit = 0;
     int setDetachState = 0;

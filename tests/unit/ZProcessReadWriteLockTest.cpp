@@ -81,7 +81,7 @@ ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
 }
 }
 
-// Runs in a process of its own, in which no thread has asked for the fork mark yet.
+// Runs in a process of its own, in which no thread has read the fork mark yet.
 TEST(ZProcessReadWriteLockDeathTest, AChildIsRecognisedByItsIdIfAtforkFails)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -119,7 +119,7 @@ private:
     std::array<std::thread, kThreads> threads_;
 };
 
-// What a thread of the troupe holds or waits for.
+// The state that a thread holds and the state that it waits for.
 struct Role {
     enum Wish { none, read, protect, write, promotion };
     int reads = 0;
@@ -405,7 +405,7 @@ private:
     std::atomic<unsigned> ticket_{0};
 };
 
-// Returns where the events differ from the model; "" if they do not.
+// Returns the first event that differs from the model; "" if they do not.
 std::string judge(std::vector<Event> const& events)
 {
     Model model;

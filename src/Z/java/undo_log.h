@@ -47,7 +47,7 @@ public:
     /// Undoes all changes. The log then has the keys and values that were undone.
     void undo();
 
-    /// Deletes the replaced keys and values or, after undo(), those that were undone.
+    /// Deletes the replaced keys and values; after undo(), the keys and values that were undone.
     /// throws  the first exception of a destructor, after all have run.
     void deleteOld();
 
