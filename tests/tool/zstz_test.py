@@ -618,7 +618,8 @@ class ZstzTest(tool.ToolTest):
         other.write_text("[other]\nk = v\n")
         for options in [], ["--replace"]:
             self.expect_unchanged(NO_ACCESS, f"zstz: {other}: is not a companion file, but has the "
-                                  f"name of that of {self.file}; rename it, then try again\n", "set",
+                                  f"name of the companion of {self.file}; rename it, then try "
+                                  "again\n", "set",
                                   self.file, "listener", "password", "--obfuscated", *options,
                                   given="x")
         self.assertEqual("[other]\nk = v\n", other.read_text())
@@ -698,9 +699,9 @@ class ZstzTest(tool.ToolTest):
         self.path.symlink_to(real)
         edit = ["set", self.file, "listener", "name", "x", "--replace"]
         os.chown(real.parent, 0, 0)
-        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: its folder allows "
-                              "no new file; leave out --replace, or check the permissions of the "
-                              "folder\n", *edit, **options)
+        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: its directory "
+                              "allows no new file; leave out --replace, or check the permissions of "
+                              "the directory\n", *edit, **options)
         real.parent.chmod(0o777)
         os.chown(real, -1, 0)
         self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: a new file cannot "

@@ -1522,7 +1522,7 @@ TEST_F(ZProperties, FileWithTheNameOfTheCompanionIsNotOverwritten)
     for (int const replacing : {0, 1}) {
         SCOPED_TRACE(replacing);
         store_.setReplacing(replacing);
-        // The second call must not take the file for the one that the first has written.
+        // The second call must not take the file for a companion that the store has written.
         EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
         EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
     }

@@ -118,8 +118,9 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
                                   "; the companion file of " + mainFile +
                                   " belongs there, check the permissions of the folder"};
     if (error == EEXIST)
-        return {exitNoAccess, path + ": is not a companion file, but has the name of that of " +
-                                  mainFile + "; rename it, then try again"};
+        return {exitNoAccess,
+                path + ": is not a companion file, but has the name of the companion of " +
+                    mainFile + "; rename it, then try again"};
     if (error != EPERM)
         return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
                                   "; check its owner and permissions"};
@@ -174,9 +175,8 @@ std::string whyNotReplaced(std::string const& file, std::string const& api, int 
         return "a new file cannot have its owner, group or attributes; leave out --replace, or run "
                "as its owner or as root";
     if (api == "open()" && isRefused)
-        return "its folder allows no new file; leave out --replace, or check the permissions of "
-               "the "
-               "folder";
+        return "its directory allows no new file; leave out --replace, or check the permissions of "
+               "the directory";
     return "";
 }
 
