@@ -864,6 +864,31 @@ TEST_F(ZJournaledFileCase, CompanionThatAnotherProgramPutThereIsSynced)
     }
 }
 
+TEST_F(ZJournaledFileCase, FolderOfTheCompanionThatCannotBeOpenedIsTheCauseThatIsTold)
+{
+    put(kPlain);
+    ZJournaledFile::Companion companion = change(kLong);
+    companion.path = directory_.at("missing/conf.obf");
+    expectFailure(companion.path, "fopen(w)", ENOENT, CallPlan(), [&] {
+        ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store).commit(kLong.text, companion);
+    });
+    std::string const folder = directory_.at("folder");
+    std::filesystem::create_directory(folder);
+    chmod(path_.c_str(), 0620);
+    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+    for (int error : {EMFILE, ENFILE, ENOMEM, EIO})
+        for (int nth : {1, 2}) {
+            SCOPED_TRACE(strerror(error));
+            CallPlan hiding;
+            hiding.before = [&, seen = 0](SystemCall const& call) mutable {
+                return call.name == "open" && ++seen == nth ? error : 0;
+            };
+            Watch const watch(hiding);
+            int const code = file.checkCompanionPath(folder + "/../conf.obf");
+            EXPECT_EQ(nth == 1 ? error : 0, code);
+        }
+}
+
 TEST_F(ZJournaledFileCase, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
 {
     bool const root = geteuid() == 0;
@@ -3617,6 +3642,60 @@ TEST_F(ZJournaledFileCase, LinksThatAreSwappedInAreNotFollowed)
                 if (callPlan.calls < n)
                     break;
             }
+}
+
+TEST_F(ZJournaledFileCase, LinkInThePathOfACompanionLeadsToNoOtherFolder)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    // The link leads to the folder of the file until root has decided that the companion is in it.
+    TestDirectory const elsewhere{TestDirectory::Place::memory};
+    std::string const folder = directory_.at("folder");
+    std::string const link = directory_.at("link");
+    std::string const companion = link + "/conf.obf";
+    std::string const file = folder + "/conf";
+    auto const lead = [&](std::string const& target) {
+        std::filesystem::remove(link);
+        std::filesystem::create_directory_symlink(target, link);
+    };
+    Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
+    Pair const without = {kLong.text, ""};
+    for (uid_t owner : {12345U, 0U})
+        for (bool isDead : {false, true})
+            for (bool removes : {false, true})
+                for (int n = 1; owner != 0 || removes; ++n) {
+                    SCOPED_TRACE(std::to_string(owner) + (isDead ? " dead" : "") +
+                                 (removes ? " removes " : " writes ") + std::to_string(n));
+                    std::filesystem::remove_all(folder);
+                    std::filesystem::create_directory(folder);
+                    lead("folder");
+                    directory_.write("folder/conf", isDead ? torn.text : kShort.text);
+                    directory_.write("folder/conf.obf", kShort.companion);
+                    if (isDead)
+                        directory_.write("folder/.conf.zjn",
+                                         journalOf(kShort, removes ? without : kLong, companion));
+                    for (auto const& entry : std::filesystem::directory_iterator(folder))
+                        ASSERT_EQ(0, chown(entry.path().c_str(), owner, owner));
+                    std::string const secret = packed("root's own");
+                    elsewhere.write("conf.obf", secret);
+                    {
+                        Watch const watch(meddlingAt(n, [&] { lead(elsewhere.path()); }));
+                        try {
+                            ZJournaledFile opened(file.c_str(), ZJournaledFile::Mode::store);
+                            ZJournaledFile::Companion change = this->change(kLong);
+                            change.path = companion;
+                            if (removes)
+                                change.change = ZJournaledFile::Companion::removed;
+                            if (!isDead && opened.isOwnCompanion(companion))
+                                opened.commit(kLong.text, change);
+                        } catch (ZJournaledFile::IoError const&) {
+                        }
+                    }
+                    ASSERT_EQ(secret, elsewhere.read("conf.obf"));
+                    ASSERT_EQ("conf.obf", elsewhere.names());
+                    if (callPlan.calls < n)
+                        break;
+                }
 }
 
 TEST_F(ZJournaledFileCase, StoreOfAFileThatWasReplacedLeavesTheNewOneAlone)

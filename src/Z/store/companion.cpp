@@ -8,6 +8,16 @@
 
 namespace zstore {
 
+namespace {
+
+// Returns whether a directory may well be the wanted one although it could not be opened.
+bool isTransient(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
+}
+
+}  // namespace
+
 std::string defaultCompanionPath(std::string const& path)
 {
     if (path[0] == '/')
@@ -50,8 +60,10 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     }
     if (!isOwn_ && name_ == namePart(main.path) + kCompanionSuffix) {
         Directory given;  // if the given path is a link
-        isOwn_ = given.openFollowingLinks(directoryPart(main.path)) == 0 &&
-                 isSameFile(elsewhere_.status(), given.status());
+        int const error = given.openFollowingLinks(directoryPart(main.path));
+        isOwn_ = error == 0 && isSameFile(elsewhere_.status(), given.status());
+        if (isTransient(error))
+            directoryError_ = error;
     }
 }
 
@@ -77,7 +89,7 @@ int CompanionFile::check() const
     if (onlyWeCanWrite(main_.status))
         return 0;
     if (!isOwn_)
-        return EPERM;
+        return isTransient(directoryError_) ? directoryError_ : EPERM;
     struct stat status;
     int const error = directory_->stat(name_, status);
     if (error != 0)

@@ -135,7 +135,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
         directory.remove(file_.replacementName());
         if (!found.journal->companion.empty()) {
             CompanionFile const companion(file_, found.journal->companion);
-            if (companion.directory().descriptor() >= 0)
+            if (companion.check() == 0 && companion.directoryError() == 0)
                 companion.directory().remove(hiddenSibling(companion.name(), kNewSuffix));
         }
         error = journal.retire(file_.status.st_dev, file_.fd);

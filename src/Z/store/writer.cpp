@@ -80,50 +80,60 @@ void Writer::commit()
 
 void Writer::replay(struct stat const& journal)
 {
-    struct stat status;
+    if (companion_ != nullptr)
+        openOldCompanion();
+    if (int const error = access_.read(file_.fd))
+        throw IoError{file_.path, "fgetxattr()", error};
     journal_.adopt(journal);
     file_.directory.remove(file_.replacementName());
     phase_ = Phase::journaled;
-    hadCompanion_ = companion_ != nullptr && companion_->exists(status);
-    if (hadCompanion_ && companion_->openForReading(companionFile_) == 0)
-        oldAccess_.read(companionFile_.descriptor());
-    if (int const error = access_.read(file_.fd))
-        throw IoError{file_.path, "fgetxattr()", error};
     // The crashed writer may have given the file its name, and not have synced that. The companion
     // must not get ahead of the name, nor the journal's end.
     if (int const error = file_.directory.sync(file_.fd))
         throw IoError{file_.path, "fsync()", error};
-    if (replacePair() != 0 || fail("unlink()", journalPath_, retireJournal()) != 0) {
-        removeNewCompanion();
-        throwError();
-    }
+    if (replacePair() == 0 && fail("unlink()", journalPath_, retireJournal()) == 0)
+        return;
+    removeNewCompanion();
+    throwError();
 }
 
 // ---- The companion that exists -----------------------------------------------------------------
 
-void Writer::readOldCompanion()
+// Opens the companion if there is one, and checks again whether the file can use it. Since the
+// caller checked that, a link in the path may have come to lead to another directory.
+void Writer::openOldCompanion()
 {
     std::string const& path = change_.path;
     int error = companion_->openForReading(companionFile_);
-    if (error == 0) {
-        hadCompanion_ = true;
+    if (error == EISDIR || error == EINVAL || error == EPERM ||
+        (companionChange_ == CompanionChange::removed && !companion_->isOwn()))
+        throw IoError{path, "access()", EPERM};
+    hadCompanion_ = error == 0;
+    if (hadCompanion_)
         error = oldAccess_.read(companionFile_.descriptor());
-        if (error == 0)
-            error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_);
-    }
+    if (error != 0 && error != ENOENT)
+        throw IoError{path, "fopen(w)", error};
+}
+
+void Writer::readOldCompanion()
+{
+    std::string const& path = change_.path;
+    openOldCompanion();
+    if (!hadCompanion_)
+        return;
+    if (int const error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_))
+        throw IoError{path, "fopen(w)", error};
     // A file that no store can have written is left alone, unless it is the damaged companion of
     // this file.
-    bool const isOther = error == 0 && !looksCompressed(oldCompanion_.view());
-    if (error == EISDIR || error == EINVAL || error == EPERM || (isOther && !companion_->isOwn()))
+    bool const isOther = !looksCompressed(oldCompanion_.view());
+    if (isOther && !companion_->isOwn())
         throw IoError{path, "access()", EPERM};
     if (isOther && !change_.isNamed)
         throw IoError{path, "access()", EEXIST};
-    if (error != 0 && error != ENOENT)
-        throw IoError{path, "fopen(w)", error};
-    if (companionChange_ == CompanionChange::written && hadCompanion_ && isAsWanted()) {
+    if (companionChange_ == CompanionChange::written && isAsWanted()) {
         companionChange_ = CompanionChange::kept;
-        if (int const unsynced = syncUnchangedCompanion(companionFile_.descriptor()))
-            throw IoError{path, "fsync()", unsynced};
+        if (int const error = syncUnchangedCompanion())
+            throw IoError{path, "fsync()", error};
     }
 }
 
@@ -143,12 +153,13 @@ bool Writer::isAsWanted() const
 }
 
 // Another program may have put the companion there without syncing it.
-int Writer::syncUnchangedCompanion(int companion) const
+int Writer::syncUnchangedCompanion() const
 {
-    if (int const error = flushBeforeLaterSyncs(companion, file_.status.st_dev))
+    int const fd = companionFile_.descriptor();
+    if (int const error = flushBeforeLaterSyncs(fd, file_.status.st_dev))
         return error;
-    if (!FileSystemTraits(companion).syncsDirectoryEntry)
-        companion_->directory().sync(companion);
+    if (!FileSystemTraits(fd).syncsDirectoryEntry)
+        companion_->directory().sync(fd);
     return 0;
 }
 

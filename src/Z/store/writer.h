@@ -69,9 +69,10 @@ private:
     int fail(char const* call, std::string const& file, int error);
     [[noreturn]] void throwError() const;
 
+    void openOldCompanion();
     void readOldCompanion();
     bool isAsWanted() const;
-    int syncUnchangedCompanion(int companion) const;
+    int syncUnchangedCompanion() const;
 
     int requireName();
     int writeJournal();
@@ -122,7 +123,7 @@ private:
     bool hadCompanion_ = false;
     bool writesInPlace_ = false;  // the companion's name cannot be replaced
     bool isCompanionSynced_ = true;
-    ZSharedFile companionFile_;  // the old companion
+    ZSharedFile companionFile_;   // the old companion
     ScopedFd newCompanion_;
     struct stat newCompanionStatus_ = {};
 
