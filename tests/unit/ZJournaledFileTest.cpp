@@ -2016,6 +2016,43 @@ TEST_F(ZJournaledFileCase, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
     }
 }
 
+TEST_F(ZJournaledFileCase, CompanionThatCanBeNeitherWrittenNorPutBackInPlaceIsNotLost)
+{
+    // The journal has only the new one: a beginning of the old one would mean nothing to it.
+    Pair const before = {"one\n", packed("1111")};
+    Pair const after = {"two two\n", packed("2222")};
+    int stored = 0;
+    for (int first = 1; first <= 6; ++first)
+        for (int second = first + 1; second <= first + 6; ++second) {
+            SCOPED_TRACE(std::to_string(first) + " and from " + std::to_string(second));
+            put(before);
+            CallPlan plan;
+            plan.shortTransfers = true;
+            plan.before = [&, seen = 0](SystemCall const& call) mutable {
+                if (call.name == "open" && nameOf(call) == ".conf.obf.new")
+                    return EACCES;
+                if (call.name != "pwrite" || nameOf(call) != "conf.obf")
+                    return 0;
+                ++seen;
+                return seen == first || seen >= second ? ENOSPC : 0;
+            };
+            Pair expected = after;
+            try {
+                Watch const watch(plan);
+                store(after);
+                ++stored;
+            } catch (ZJournaledFile::IoError const& failure) {
+                EXPECT_EQ(ENOSPC, failure.error);
+                expected = before;
+            }
+            EXPECT_EQ(expected, load());
+            store(kPlain);
+            EXPECT_EQ(kPlain, load());
+            EXPECT_EQ("conf", directory_.names());
+        }
+    EXPECT_LT(10, stored);
+}
+
 TEST_F(ZJournaledFileCase, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
 {
     chmod(directory_.path().c_str(), 0777);

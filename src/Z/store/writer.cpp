@@ -542,6 +542,19 @@ int Writer::restoreText(bool& isDurable)
     return text_.size() > old.size() ? truncateFile(file_.fd, old.size()) : 0;
 }
 
+int Writer::restoreInPlace()
+{
+    int const fd = companionFile_.descriptor();
+    int error = truncateFile(fd, 0);
+    if (error == 0)
+        error = writeAllAt(fd, oldCompanion_.view(), 0);
+    if (error == 0)
+        return syncFile(fd);
+    // The journal recognises an empty companion, but not a prefix of the old one.
+    truncateFile(fd, 0);
+    return error;
+}
+
 // Nothing but the companion that this object wrote is replaced.
 int Writer::restoreCompanion()
 {
@@ -550,7 +563,7 @@ int Writer::restoreCompanion()
         case CompanionState::old:
             return 0;
         case CompanionState::rewrittenInPlace:
-            return writeCompanionInPlace(oldCompanion_.view());
+            return restoreInPlace();
         case CompanionState::renamed:
             newCompanion_.close();
             if (int const error = directory->check(companion_->name(), newCompanionStatus_))

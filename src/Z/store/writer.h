@@ -100,6 +100,7 @@ private:
     bool rollBack();
     int restoreText(bool& isDurable);
     int restoreCompanion();
+    int restoreInPlace();
     void returnReservedSpace();
 
     MainFile& file_;
