@@ -2556,6 +2556,22 @@ TEST_F(ZJournaledFileCase, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
     }
 }
 
+TEST_F(ZJournaledFileCase, JournalOfAStrangerThatCannotBeLookedAtLeavesNoTornText)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+    put({torn, ""});
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
+    ASSERT_EQ(0, chown(journal_.c_str(), 54321, 54321));
+    for (int error : {EMFILE, ENFILE, ENOMEM, EIO})
+        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+            expectFailure(journal_, "open()", error, failing("open", ".conf.zjn", error),
+                          [&] { ZJournaledFile(path_.c_str(), mode); });
+    EXPECT_EQ(".conf.zjn conf", directory_.names());
+    EXPECT_EQ(torn, directory_.read("conf"));
+}
+
 TEST_F(ZJournaledFileCase, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
