@@ -3194,6 +3194,73 @@ TEST_F(ZJournaledFileCase, CompanionKeepsItsAccessListAndAttributes)
     EXPECT_EQ("keep", getAttribute(companion_, note));
 }
 
+TEST_F(ZJournaledFileCase, StoreThatWouldLoseAttributesOfTheCompanionFails)
+{
+    char const note[] = "user.note";
+    struct Case {
+        char const* call;
+        char const* file;
+        int nth;
+        bool hasList;
+    };
+    for (Case const& c :
+         {Case{"fsetxattr", ".conf.obf.new", 1, false}, Case{"fgetxattr", "conf.obf", 2, false},
+          Case{"fgetxattr", "conf.obf", 3, false}, Case{"fsetxattr", ".conf.obf.new", 2, true},
+          Case{"fsetxattr", ".conf.obf.new", 3, true}})
+        for (int error : {ENOSPC, EDQUOT, EIO, ENOMEM}) {
+            SCOPED_TRACE(std::string(c.call) + " " + std::to_string(c.nth) + " " + strerror(error));
+            put(kShort);
+            if (setxattr(companion_.c_str(), note, "keep", 4, 0) != 0 ||
+                (c.hasList &&
+                 !(setList(path_, listFor(kOther, 6)) && setList(companion_, listFor(kOther, 4)))))
+                GTEST_SKIP() << "there are no attributes or access control lists";
+            expectFailure(companion_, "fsetxattr()", error, failing(c.call, c.file, error, c.nth),
+                          [&] { store(kLong); });
+            EXPECT_EQ(kShort, load());
+            EXPECT_EQ("keep", getAttribute(companion_, note));
+            EXPECT_EQ("conf conf.obf", directory_.names());
+            std::filesystem::remove(path_);
+            std::filesystem::remove(companion_);
+        }
+    // What we may not set is no reason to refuse the store.
+    for (int error : {EPERM, EACCES, EOPNOTSUPP}) {
+        SCOPED_TRACE(strerror(error));
+        put(kShort);
+        ASSERT_EQ(0, setxattr(companion_.c_str(), note, "keep", 4, 0));
+        {
+            Watch const watch(failing("fsetxattr", ".conf.obf.new", error));
+            store(kLong);
+        }
+        EXPECT_EQ(kLong, load());
+    }
+}
+
+TEST_F(ZJournaledFileCase, MemoryThatEndsLeavesNoNewCompanionWithAttributes)
+{
+    Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
+    put(torn);
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+    if (setxattr(companion_.c_str(), "user.note", "keep", 4, 0) != 0)
+        GTEST_SKIP() << "there are no attributes";
+    int const failed = failEachAllocation(
+        CallPlan(), [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); },
+        [&] {
+            EXPECT_EQ(std::string::npos, directory_.names().find(".new")) << directory_.names();
+            EXPECT_EQ(kLong, load());
+        });
+    EXPECT_LT(15, failed);
+    EXPECT_EQ("keep", getAttribute(companion_, "user.note"));
+    // So it is with a store of its own, which allocates for the attributes, too.
+    failEachAllocation(
+        CallPlan(), [&] { store(kShort); },
+        [&] {
+            EXPECT_EQ("conf conf.obf", directory_.names());
+            EXPECT_EQ(kLong, load());
+        });
+    EXPECT_EQ(kShort, load());
+    EXPECT_EQ("keep", getAttribute(companion_, "user.note"));
+}
+
 TEST_F(ZJournaledFileCase, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace)
 {
     if (geteuid() != 0)

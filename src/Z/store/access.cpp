@@ -76,6 +76,11 @@ bool isRefusal(int error)
     return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
 }
 
+bool isForbidden(int error)
+{
+    return error == EPERM || error == EACCES || error == EOPNOTSUPP || error == EINVAL;
+}
+
 int AccessList::read(int fd)
 {
     *this = AccessList();
@@ -250,6 +255,25 @@ bool hasAttribute(int fd, char const* name, std::string_view value)
     return length >= 0 && std::string_view(found.data(), static_cast<size_t>(length)) == value;
 }
 
+// Returns 0, also for an attribute that is gone or that we may not read, or an errno.
+int copyAttribute(int from, int to, char const* name)
+{
+    auto const readError = [] { return isMissing(errno) || isForbidden(errno) ? 0 : errno; };
+    ssize_t const room = fgetxattr(from, name, nullptr, 0);
+    if (room < 0)
+        return readError();
+    Bytes value(static_cast<size_t>(room));
+    ssize_t const length = fgetxattr(from, name, value.data(), value.length());
+    if (length < 0)
+        return readError();
+    auto const size = static_cast<size_t>(length);
+    if (fsetxattr(to, name, value.data(), size, 0) == 0)
+        return 0;
+    int const error = errno;
+    // The kernel may have given the new file the same security label.
+    return hasAttribute(to, name, {value.data(), size}) ? 0 : error;
+}
+
 }  // namespace
 
 int copyAttributes(int from, int to)
@@ -257,26 +281,22 @@ int copyAttributes(int from, int to)
     int failure = 0;
     ssize_t const length = flistxattr(from, nullptr, 0);
     if (length <= 0)
-        return 0;
+        return length == 0 || isMissing(errno) ? 0 : errno;
     Bytes names(static_cast<size_t>(length));
     ssize_t const listed = flistxattr(from, names.data(), names.length());
-    std::string_view rest(names.data(), listed > 0 ? static_cast<size_t>(listed) : 0);
+    if (listed < 0)
+        return errno;
+    std::string_view rest(names.data(), static_cast<size_t>(listed));
     while (!rest.empty()) {
         char const* const name = rest.data();
         size_t const size = strnlen(name, rest.size());
         if (size == rest.size())
             break;
         rest.remove_prefix(size + 1);
-        ssize_t const room = fgetxattr(from, name, nullptr, 0);
-        if (room < 0 || strncmp(name, kListPrefix, sizeof kListPrefix - 1) == 0)
+        if (strncmp(name, kListPrefix, sizeof kListPrefix - 1) == 0)
             continue;
-        Bytes value(static_cast<size_t>(room));
-        ssize_t const got = fgetxattr(from, name, value.data(), value.length());
-        if (got < 0 || fsetxattr(to, name, value.data(), static_cast<size_t>(got), 0) == 0)
-            continue;
-        int const error = errno;
-        // The kernel may have given the new file the same security label.
-        if (failure == 0 && !hasAttribute(to, name, {value.data(), static_cast<size_t>(got)}))
+        int const error = copyAttribute(from, to, name);
+        if (error != 0 && (failure == 0 || isForbidden(failure)))
             failure = error;
     }
     return failure;

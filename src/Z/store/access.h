@@ -23,6 +23,10 @@ bool onlyWeCanWrite(struct stat const& status);
 /// Returns whether a directory refuses new files, by the errno of creating one.
 bool isRefusal(int error);
 
+/// Returns whether a call that sets or reads an attribute failed for lack of a permission, or of
+/// support by the file system.
+bool isForbidden(int error);
+
 class AccessList {
 public:
     /// Reads owner, mode and access control list of an open file. Returns 0 or an errno.
@@ -74,8 +78,9 @@ private:
     unsigned mask_ = kNoMask;
 };
 
-/// Copies the extended attributes of a file, security labels included, as far as we may. Access
-/// control lists are not copied. Returns 0, or the errno of the first attribute that `to` lacks.
+/// Copies the extended attributes of a file, security labels included. Access control lists, and
+/// attributes that we may not read, are not copied. Returns 0, or the errno of an attribute that
+/// `to` lacks now: one for which isForbidden() is false, if there is such an attribute.
 /// throws  std::bad_alloc.
 int copyAttributes(int from, int to);
 

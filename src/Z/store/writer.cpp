@@ -91,8 +91,13 @@ void Writer::replay(struct stat const& journal)
     // must not get ahead of the name, nor the journal's end.
     if (int const error = file_.directory.sync(file_.fd))
         throw IoError{file_.path, "fsync()", error};
-    if (replacePair() == 0 && fail("unlink()", journalPath_, retireJournal()) == 0)
-        return;
+    try {
+        if (replacePair() == 0 && fail("unlink()", journalPath_, retireJournal()) == 0)
+            return;
+    } catch (std::bad_alloc const&) {
+        removeNewCompanion();
+        throw;
+    }
     removeNewCompanion();
     throwError();
 }
@@ -315,10 +320,8 @@ int Writer::prepareCompanion(std::string_view contents)
     if (refused == 0)
         if (int const error = access_.copyTo(newCompanion_.get(), owned))
             return fail("fchmod()", change_.path, error);
-    if (owned) {
-        keepAccess();
-        return fillNewCompanion(contents);
-    }
+    if (owned)
+        return keepAccess() != 0 ? error_ : fillNewCompanion(contents);
     // No reader would use a companion of another owner, see companion.h.
     if (refused == 0) {
         companion_->directory().remove(newCompanionName_);
@@ -330,14 +333,16 @@ int Writer::prepareCompanion(std::string_view contents)
 }
 
 // Keeps the attributes of the companion, and its access control list unless that grants more than
-// the file.
-void Writer::keepAccess()
+// the file; nothing that we may not set.
+int Writer::keepAccess()
 {
-    if (!hadCompanion_ || !companionFile_.isOpen())
-        return;
-    (void)copyAttributes(companionFile_.descriptor(), newCompanion_.get());
-    if (oldAccess_.isExtended() && oldAccess_.isWithin(access_, kMayRead | kMayWrite))
-        oldAccess_.copyListTo(newCompanion_.get());
+    if (!hadCompanion_)
+        return 0;
+    int error = copyAttributes(companionFile_.descriptor(), newCompanion_.get());
+    if ((error == 0 || isForbidden(error)) && oldAccess_.isExtended() &&
+        oldAccess_.isWithin(access_, kMayRead | kMayWrite))
+        error = oldAccess_.copyListTo(newCompanion_.get());
+    return fail("fsetxattr()", change_.path, isForbidden(error) ? 0 : error);
 }
 
 int Writer::fillNewCompanion(std::string_view contents)

@@ -86,7 +86,7 @@ private:
     int prepareCompanion(std::string_view contents);
     int fillNewCompanion(std::string_view contents);
     int openInPlace();
-    void keepAccess();
+    int keepAccess();
     int restrictInPlace();
     int prepareReplacement();
     int rewriteText();
