@@ -864,6 +864,22 @@ TEST_F(ZJournaledFileCase, CompanionThatAnotherProgramPutThereIsSynced)
     }
 }
 
+TEST_F(ZJournaledFileCase, CompanionWhoseNameCannotBeSyncedIsWrittenAnew)
+{
+    // Another program put it there. Without a sync of its name a power cut might take it away.
+    put(kShort);
+    struct stat before;
+    struct stat after;
+    ASSERT_EQ(0, stat(companion_.c_str(), &before));
+    {
+        Watch const watch(failing("fsync", "folder"));
+        store({kLong.text, kShort.companion});
+    }
+    ASSERT_EQ(0, stat(companion_.c_str(), &after));
+    EXPECT_NE(before.st_ino, after.st_ino);
+    EXPECT_EQ((Pair{kLong.text, kShort.companion}), load());
+}
+
 TEST_F(ZJournaledFileCase, FolderOfTheCompanionThatCannotBeOpenedIsTheCauseThatIsTold)
 {
     put(kPlain);
@@ -2926,6 +2942,41 @@ TEST_F(ZJournaledFileCase, CauseThatStaysChangesNothingOrIsNoFailure)
             }
     EXPECT_LT(1000, stored);
     EXPECT_LT(1000, raised);
+}
+
+TEST_F(ZJournaledFileCase, FolderOfTheCompanionThatCannotBeSyncedIsNamed)
+{
+    std::filesystem::create_directory(directory_.at("folder"));
+    std::string const companion = directory_.at("folder/conf.obf");
+    directory_.write("folder/conf.obf", kShort.companion);
+    put(kShort);
+    auto const storeThere = [&](Pair const& pair) {
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        ZJournaledFile::Companion wanted = change(pair);
+        wanted.path = companion;
+        file.commit(pair.text, wanted);
+    };
+    auto const expectPair = [&](Pair const& pair, char const* names) {
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+        EXPECT_EQ(pair.text, file.text());
+        EXPECT_EQ(pair.companion, file.readCompanion(companion.c_str()).view());
+        EXPECT_EQ(names, directory_.names());
+    };
+    CallPlan plan;
+    plan.before = [](SystemCall const& call) {
+        return call.name == "fsync" && nameOf(call) == "folder" ? EIO : 0;
+    };
+    {
+        Watch const watch(plan);
+        storeThere(kLong);
+    }
+    expectPair(kLong, ".conf.zjn conf conf.obf folder");
+    for (int times = 0; times < 3; ++times) {
+        expectFailure(companion, "fsync()", EIO, plan, [&] { storeThere(kShort); });
+        expectPair(kLong, ".conf.zjn conf conf.obf folder");
+    }
+    storeThere(kShort);
+    expectPair(kShort, "conf conf.obf folder");
 }
 
 TEST_F(ZJournaledFileCase, CompanionWhoseNameIsFixedIsWrittenInPlace)

@@ -92,7 +92,8 @@ void Writer::replay(struct stat const& journal)
     if (int const error = file_.directory.sync(file_.fd))
         throw IoError{file_.path, "fsync()", error};
     try {
-        if (replacePair() == 0 && fail("unlink()", journalPath_, retireJournal()) == 0)
+        if (replacePair() == 0 && fail("fsync()", change_.path, companionSyncError_) == 0 &&
+            fail("unlink()", journalPath_, retireJournal()) == 0)
             return;
     } catch (std::bad_alloc const&) {
         removeNewCompanion();
@@ -136,9 +137,11 @@ void Writer::readOldCompanion()
     if (isOther && !change_.isNamed)
         throw IoError{path, "access()", EEXIST};
     if (companionChange_ == CompanionChange::written && isAsWanted()) {
-        companionChange_ = CompanionChange::kept;
-        if (int const error = syncUnchangedCompanion())
+        bool isNameSynced = false;
+        if (int const error = syncUnchangedCompanion(isNameSynced))
             throw IoError{path, "fsync()", error};
+        if (isNameSynced)
+            companionChange_ = CompanionChange::kept;
     }
 }
 
@@ -157,14 +160,15 @@ bool Writer::isAsWanted() const
            (hasOwnList || hasSameMode);
 }
 
-// Another program may have put the companion there without syncing it.
-int Writer::syncUnchangedCompanion() const
+// Another program may have put the companion there without syncing it. If its name cannot be synced
+// it is written anew: then the journal describes both states that a power cut may leave.
+int Writer::syncUnchangedCompanion(bool& isNameSynced) const
 {
     int const fd = companionFile_.descriptor();
     if (int const error = flushBeforeLaterSyncs(fd, file_.status.st_dev))
         return error;
-    if (!FileSystemTraits(fd).syncsDirectoryEntry)
-        companion_->directory().sync(fd);
+    isNameSynced =
+        FileSystemTraits(fd).syncsDirectoryEntry || companion_->directory().sync(fd) == 0;
     return 0;
 }
 
@@ -441,7 +445,7 @@ int Writer::changeCompanion()
     // both states that a power cut may leave.
     int const anyFile = newCompanion_.isOpen() ? newCompanion_.get() : file_.fd;
     if (companionState_ != CompanionState::rewrittenInPlace)
-        isCompanionSynced_ = companion_->directory().sync(anyFile) == 0;
+        companionSyncError_ = companion_->directory().sync(anyFile);
     return requireName();
 }
 
@@ -489,7 +493,7 @@ int Writer::retireJournal()
     if (replacement_ != nullptr)
         replacement_->removeHidden();
     if (journal_.isPublished())
-        return isCompanionSynced_ ? journal_.retire(file_.status.st_dev, file_.fd) : 0;
+        return companionSyncError_ == 0 ? journal_.retire(file_.status.st_dev, file_.fd) : 0;
     if (file_.isCreated)
         file_.directory.sync(file_.fd);  // nothing has synced the name of the new file yet
     return 0;

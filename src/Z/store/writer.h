@@ -72,7 +72,7 @@ private:
     void openOldCompanion();
     void readOldCompanion();
     bool isAsWanted() const;
-    int syncUnchangedCompanion() const;
+    int syncUnchangedCompanion(bool& isNameSynced) const;
 
     int requireName();
     int writeJournal();
@@ -123,7 +123,7 @@ private:
     Bytes oldCompanion_;    // its contents
     bool hadCompanion_ = false;
     bool writesInPlace_ = false;  // the companion's name cannot be replaced
-    bool isCompanionSynced_ = true;
+    int companionSyncError_ = 0;  // of the directory, after the change
     ZSharedFile companionFile_;   // the old companion
     ScopedFd newCompanion_;
     struct stat newCompanionStatus_ = {};
