@@ -3286,6 +3286,25 @@ TEST_F(ZJournaledFileCase, StoreThatWouldLoseAttributesOfTheCompanionFails)
     }
 }
 
+TEST_F(ZJournaledFileCase, CompanionKeepsNoListThatGrantsMoreThanAGroupOfTheUserHas)
+{
+    // The user may be in the group of the file, which may read less than everybody else.
+    put(kShort);
+    ASSERT_EQ(0, chmod(path_.c_str(), 0604));
+    std::string const list = listOf({{kOwner, 6, kNoId},
+                                     {kUser, 4, kOther},
+                                     {kOwningGroup, 0, kNoId},
+                                     {kMask, 4, kNoId},
+                                     {kOthers, 4, kNoId}});
+    if (!setList(companion_, list))
+        GTEST_SKIP() << "there are no access control lists";
+    store(kLong);
+    EXPECT_EQ("", getAttribute(companion_));
+    struct stat status;
+    ASSERT_EQ(0, stat(companion_.c_str(), &status));
+    EXPECT_EQ(0604u, status.st_mode & 07777);
+}
+
 TEST_F(ZJournaledFileCase, MemoryThatEndsLeavesNoNewCompanionWithAttributes)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};

@@ -148,7 +148,7 @@ bool AccessList::allows(uid_t user, unsigned permissions) const
     return !isMember && (others_ & permissions) != 0;
 }
 
-// Returns what a user has who is in no group that has an entry.
+// Returns what a user has at least, who is in an unknown set of groups.
 unsigned AccessList::ofUser(uint32_t user) const
 {
     if (user == 0 || user == status_.st_uid)
@@ -156,7 +156,11 @@ unsigned AccessList::ofUser(uint32_t user) const
     for (Entry const& entry : named_)
         if (!entry.isGroup && entry.id == user)
             return masked(entry.permissions);
-    return others_;
+    unsigned permissions = others_ & masked(group_);
+    for (Entry const& entry : named_)
+        if (entry.isGroup)
+            permissions &= masked(entry.permissions);
+    return permissions;
 }
 
 unsigned AccessList::ofGroup(uint32_t group) const
