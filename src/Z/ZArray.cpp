@@ -8,6 +8,7 @@
 #include "ZException.h"
 #include "containers/object_deleter.h"
 #include "containers/slots.h"
+#include "memory/malloc_ptr.h"
 #include "memory/owned_block.h"
 #include "reporting/failures.h"
 
@@ -87,7 +88,7 @@ ZArray_6_0& ZArray_6_0::operator=(ZArray_6_0 const& source)
 
 ZArray_6_0::~ZArray_6_0()
 {
-    std::unique_ptr<ZObject_6_0*, decltype(&free)> const slots(elements_, free);
+    zmemory::MallocPtr<ZObject_6_0*> const slots(elements_);
     zreporting::runInDestructor({kSource, reportInDestructor}, [this] { ZArray_6_0::removeAll(); });
 }
 

@@ -16,6 +16,7 @@
 #include "containers/list_rollback.h"
 #include "containers/object_deleter.h"
 #include "containers/slots.h"
+#include "memory/malloc_ptr.h"
 #include "memory/owned_block.h"
 #include "reporting/failures.h"
 
@@ -304,7 +305,7 @@ ZArrayList_6_0& ZArrayList_6_0::operator=(ZArrayList_6_0 const& source)
 
 ZArrayList_6_0::~ZArrayList_6_0()
 {
-    std::unique_ptr<ZObject_6_0*, decltype(&free)> const slots(elements_, free);
+    zmemory::MallocPtr<ZObject_6_0*> const slots(elements_);
     if (owns_ == 0)
         return;
     zreporting::runInDestructor({kSource, reportInDestructor},

@@ -5,11 +5,11 @@
 #include <string.h>
 
 #include <algorithm>
-#include <memory>
 #include <typeinfo>
 #include <utility>
 
 #include "ZException.h"
+#include "memory/malloc_ptr.h"
 
 namespace {
 
@@ -198,7 +198,7 @@ void ZBuffer_6_0::takeBuffer(unsigned long& length, void*& data)
 // block: copies bytes of the own block, at `offset`, before it calls setLength().
 void ZBuffer_6_0::setBufferOfDerived(unsigned long length, void const* data, size_t offset)
 {
-    std::unique_ptr<void, decltype(&free)> own(nullptr, free);
+    zmemory::MallocPtr<void> own;
     unsigned long given = length;
     if (offset != kForeign && length != 0) {
         given = std::min(length, room_ - offset);

@@ -16,6 +16,7 @@
 #include "java/inline_string.h"
 #include "java/undo_log.h"
 #include "java/value_writer.h"
+#include "memory/out_of_memory.h"
 #include "memory/rep.h"
 #include "reporting/cancellation.h"
 #include "reporting/failures.h"
@@ -86,11 +87,9 @@ template <class Body>
 void translateErrors(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
 {
     try {
-        body();
+        zmemory::translateBadAlloc(kSource, site, body);
     } catch (ZJournaledFile::IoError const& failure) {
         raise(failure);
-    } catch (std::bad_alloc const&) {
-        ZOutOfMemoryException_6_0().throwException(kSource, site);
     }
 }
 

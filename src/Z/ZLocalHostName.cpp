@@ -2,13 +2,11 @@
 
 #include <errno.h>
 #include <netdb.h>
-#include <stdlib.h>
 #include <unistd.h>
-
-#include <memory>
 
 #include "ZException.h"
 #include "ZMessage.h"
+#include "memory/owned_block.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -23,39 +21,28 @@ using enum zreporting::Message;
 constexpr size_t kNameSize = 256;            // bytes; buffer for gethostname()
 constexpr size_t kLargestAnswer = 1u << 20;  // bytes; far above any resolver's result
 
-struct Free {
-    void operator()(char* block) const { free(block); }
-};
-using Block = std::unique_ptr<char, Free>;
-
-Block allocate(size_t size)
-{
-    Block block(static_cast<char*>(malloc(size)));
-    if (block == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInAllocate);
-    return block;
-}
-
 }  // namespace
 
 ZLCString_6_0 ZLocalHostName_6_0::getLocalHostName()
 {
-    Block const name = allocate(kNameSize);
-    if (gethostname(name.get(), kNameSize) != 0) {
+    zmemory::OwnedBlock<char> name;
+    name.resize(kNameSize, kSource, raiseInAllocate);
+    if (gethostname(name.data(), kNameSize) != 0) {
         zreporting::reportRc({kSource, reportHostName}, hostNameFailed, errno);
         return ZLCString_6_0();
     }
-    name.get()[kNameSize - 1] = '\0';  // a truncated name has no terminator
+    name[kNameSize - 1] = '\0';  // a truncated name has no terminator
 
     // The reentrant lookup: gethostbyname() returns a buffer that all threads share.
     for (size_t size = 1024; size <= kLargestAnswer; size *= 2) {
-        Block const answer = allocate(size);
+        zmemory::OwnedBlock<char> answer;
+        answer.resize(size, kSource, raiseInAllocate);
         hostent entry;
         hostent* found = nullptr;
         int resolverError = 0;
         errno = 0;
         int const rc =
-            gethostbyname_r(name.get(), &entry, answer.get(), size, &found, &resolverError);
+            gethostbyname_r(name.data(), &entry, answer.data(), size, &found, &resolverError);
         if (rc == ERANGE)
             continue;
         if (found != nullptr)

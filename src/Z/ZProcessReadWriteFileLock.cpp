@@ -12,6 +12,7 @@
 #include "ZReadWriteLock_p.h"
 #include "files/shared_file.h"
 #include "files/size_signal_guard.h"
+#include "memory/out_of_memory.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -79,17 +80,6 @@ bool rollBack(Step step)
     return zreporting::runCleanup({kSource, reportInCleanUp}, step);
 }
 
-// Runs `call` and turns std::bad_alloc into the library's exception.
-template <class Call>
-auto translateBadAlloc(Call call)
-{
-    try {
-        return call();
-    } catch (std::bad_alloc const&) {
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseForMemory);
-    }
-}
-
 // Calls `transfer(done)`, which reads or writes the bytes from `done` on, until `length` bytes are
 // transferred. Returns false on failure, with errno set; 0 means that a call transferred nothing.
 // Returns false for `length` 0.
@@ -114,7 +104,8 @@ bool transferAll(unsigned length, Transfer transfer)
 // ZLockClaims knows a lock object by the address of this base.
 ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 {
-    return translateBadAlloc([object] { return new ZSharedFile(object); });
+    return zmemory::translateBadAlloc(kSource, raiseForMemory,
+                                      [object] { return new ZSharedFile(object); });
 }
 
 }  // namespace
@@ -321,7 +312,8 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
         rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
     };
     short const type = state == read ? F_RDLCK : F_WRLCK;
-    if (int const error = translateBadAlloc([&] { return ZLockClaims::ask(this, type); }))
+    if (int const error = zmemory::translateBadAlloc(kSource, raiseForMemory,
+                                                     [&] { return ZLockClaims::ask(this, type); }))
         ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
     try {
         ZAbstractProcessReadWriteLock_6_0::lock(state);
@@ -491,8 +483,9 @@ void ZUnixProcessReadWriteFileLock_6_0::lockFileRange(zlockstate state, unsigned
     if (getFileHandle() == -1)
         createLockFile();
     short const type = state == read ? F_RDLCK : F_WRLCK;
-    int const error = translateBadAlloc(
-        [&] { return shared_->isOpen() ? shared_->lockWaiting(type, start, length) : EBADF; });
+    int const error = zmemory::translateBadAlloc(kSource, raiseForMemory, [&] {
+        return shared_->isOpen() ? shared_->lockWaiting(type, start, length) : EBADF;
+    });
     if (error != 0)
         ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
 }
@@ -557,8 +550,9 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
         return;
     constexpr int kFlags = O_RDWR | O_SYNC | O_NOFOLLOW | O_NONBLOCK;
     auto const openWith = [this](int flags) {
-        return translateBadAlloc(
-            [&] { return shared_->open(getLockFileName(), flags, kMode, checkLockFile); });
+        return zmemory::translateBadAlloc(kSource, raiseForMemory, [&] {
+            return shared_->open(getLockFileName(), flags, kMode, checkLockFile);
+        });
     };
     // The kernel can refuse O_CREAT for another user's file in a sticky directory
     // (fs.protected_regular), even to root. So pass O_CREAT only if the file is missing.

@@ -29,6 +29,7 @@
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
+#include "memory/out_of_memory.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
 #include "store/limits.h"
@@ -93,12 +94,10 @@ template <class Body>
 void raising(RaiseSite site, Body body)
 {
     try {
-        body();
+        zmemory::translateBadAlloc(kSource, site, body);
     } catch (ZJournaledFile::IoError const& failure) {
         ZPropertiesIOException_6_0(failure.file.c_str(), failure.call, failure.error)
             .throwException(kSource, site);
-    } catch (std::bad_alloc const&) {
-        ZOutOfMemoryException_6_0().throwException(kSource, site);
     }
 }
 

@@ -2,10 +2,10 @@
 
 #include <dlfcn.h>
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "ZException.h"
+#include "memory/malloc_ptr.h"
 
 namespace {
 
@@ -260,14 +260,8 @@ int ZSharedLibrary_6_0::initialize()
 void ZSharedLibrary_6_0::setLastError(int number)
 {
     setLastErrorNumber(number);
-    char* const text = zdlerror_6_0();
-    try {
-        setLastErrorMessage(text);
-    } catch (...) {
-        free(text);
-        throw;
-    }
-    free(text);
+    zmemory::MallocPtr<char> const text(zdlerror_6_0());
+    setLastErrorMessage(text.get());
 }
 
 void ZSharedLibrary_6_0::raiseLoad(int site)

@@ -13,6 +13,7 @@
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
+#include "memory/out_of_memory.h"
 
 namespace {
 
@@ -79,11 +80,8 @@ public:
     // Returns whether the text was not there yet.
     bool insert(char const* text)
     {
-        try {
-            return texts_.insert(text).second;
-        } catch (std::bad_alloc const&) {
-            ZOutOfMemoryException_6_0().throwException(kSource, raiseInAddValues);
-        }
+        return zmemory::translateBadAlloc(kSource, raiseInAddValues,
+                                          [&] { return texts_.insert(text).second; });
     }
 
 private:

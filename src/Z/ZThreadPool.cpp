@@ -10,6 +10,7 @@
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZThread.h"
+#include "memory/rep.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -255,10 +256,9 @@ private:
 }  // namespace
 
 ZThreadPool_6_0::ZThreadPool_6_0(unsigned int one, unsigned int other)
-    : rep_(new (std::nothrow) Rep(std::max(one, other), std::min(one, other)))
+    : rep_(zmemory::makeRep<Rep>(kSource, raiseInMutexInit, std::max(one, other),
+                                 std::min(one, other)))
 {
-    if (rep_ == nullptr)
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseInMutexInit);
 }
 
 ZThreadPool_6_0::~ZThreadPool_6_0()

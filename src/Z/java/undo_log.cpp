@@ -3,10 +3,10 @@
 #include <stddef.h>
 
 #include <algorithm>
-#include <new>
 
 #include "../ZException.h"
 #include "../containers/object_deleter.h"
+#include "../memory/out_of_memory.h"
 
 namespace zjava {
 
@@ -25,11 +25,9 @@ void UndoLog::reserve()
 {
     if (changes_.size() < changes_.capacity())
         return;
-    try {
+    zmemory::translateBadAlloc(kSource, raiseForChange, [&] {
         changes_.reserve(std::max(kFirstCapacity, 2 * changes_.size()));
-    } catch (std::bad_alloc const&) {
-        ZOutOfMemoryException_6_0().throwException(kSource, raiseForChange);
-    }
+    });
 }
 
 void UndoLog::moveTo(UndoLog& outer)

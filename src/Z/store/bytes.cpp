@@ -1,5 +1,7 @@
 #include "bytes.h"
 
+#include <stdlib.h>
+
 #include <new>
 
 namespace zstore {

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <stddef.h>
-#include <stdlib.h>
 
-#include <memory>
 #include <string_view>
+
+#include "../memory/malloc_ptr.h"
 
 namespace zstore {
 
@@ -29,10 +29,7 @@ public:
     char* release() { return bytes_.release(); }  // released with free()
 
 private:
-    struct Free {
-        void operator()(char* block) const { free(block); }
-    };
-    std::unique_ptr<char, Free> bytes_;
+    zmemory::MallocPtr<char> bytes_;
     size_t length_ = 0;
 };
 
