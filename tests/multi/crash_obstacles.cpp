@@ -16,13 +16,12 @@
 #include "Generation.h"
 #include "Mounts.h"
 #include "StoreFolder.h"
+#include "StoreRow.h"
 #include "User.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kStores = 4;
 
 User const kRoot = {"root", 0, 0, {}};
 User const kOwner = {"the owner", 60001, 60001, {}};
@@ -152,12 +151,7 @@ constexpr Obstacle kObstacles[] = {
 
 // ---- Stores ------------------------------------------------------------------------------------
 
-// The generations that are there at first and after each store.
-struct Shape {
-    char const* name;
-    Generation generations[kStores + 2];
-};
-Shape const kShapes[] = {
+StoreShape const kShapes[] = {
     {"with companion",
      {{1, 3000, true},
       {2, 9000, true},
@@ -188,14 +182,6 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
     }));
 }
 
-// Root does not trust a companion that is neither its own nor the file owner's.
-long judgeAs(User const& user, Counts& counts, StoreFolder const& folder, Generation const& before,
-             Generation const& after, std::string const& event)
-{
-    ScopedUser const scope(user);
-    return folder.judge(counts, before, after, event);
-}
-
 // Returns the names of a directory's files, without those that a store could not remove again from
 // a directory that may only grow.
 std::string namesThatCount(StoreFolder const& folder)
@@ -208,13 +194,13 @@ std::string namesThatCount(StoreFolder const& folder)
 }
 
 // Returns how many stores succeeded in spite of the obstacle; -1 if it cannot be had here.
-int storeAgainst(Counts& counts, std::string const& directory, Shape const& shape,
+int storeAgainst(Counts& counts, std::string const& directory, StoreShape const& shape,
                  Obstacle const& obstacle)
 {
-    std::string const event = std::string(shape.name) + ", " + obstacle.name;
     fs::create_directory(directory);
     StoreFolder const folder(directory);
-    folder.reset(shape.generations[0]);
+    // Root would not trust a companion that is neither its own nor the file owner's.
+    StoreRow row(counts, folder, shape, obstacle.name, obstacle.storer);
     for (std::string const& path : {folder.path(), folder.path() + ".obf"})
         give(path, *obstacle.storer, 0640);
     give(directory, *obstacle.storer, 0755);
@@ -223,29 +209,21 @@ int storeAgainst(Counts& counts, std::string const& directory, Shape const& shap
         fs::remove_all(directory);
         return -1;
     }
-    Generation current = shape.generations[0];
     int successes = 0;
-    for (int i = 1; i <= kStores; ++i) {
-        std::string const which = event + ", store " + std::to_string(i);
-        Generation const& next = shape.generations[i];
+    for (int i = 0; i < kStores; ++i) {
+        std::string const event = row.event();
         std::string const namesBefore = namesThatCount(folder);
-        int const answer = storeAs(*obstacle.storer, folder.path(), next);
-        long const found = judgeAs(*obstacle.storer, counts, folder, current, next, which);
+        int const answer = storeAs(*obstacle.storer, folder.path(), row.next());
+        row.judge(answer == stored);
         if (answer != stored && answer != raised)
-            complain(counts, which + ": ended with " + std::to_string(answer));
-        else if (found >= 0 && (found == next.number()) != (answer == stored))
-            complain(counts, which + (answer == stored ? ": success was reported"
-                                                       : ": a failure was reported"));
+            complain(counts, event + ": ended with " + std::to_string(answer));
         if (answer == raised && namesThatCount(folder) != namesBefore)
-            complain(counts, which + ": there were " + namesBefore + ", are " + folder.names());
+            complain(counts, event + ": there were " + namesBefore + ", are " + folder.names());
         successes += answer == stored;
-        if (found == next.number())
-            current = next;
     }
     if (!obstacle.remove(directory))
-        complain(counts, event + ": it cannot be removed");
-    judgeAs(*obstacle.storer, counts, folder, current, current, event + ", removed");
-    folder.tidy(counts, shape.generations[kStores + 1], event + ", removed");
+        complain(counts, row.event() + ": the obstacle cannot be removed");
+    row.judgeWithoutCause();
     fs::remove_all(directory);
     return successes;
 }
@@ -264,7 +242,7 @@ void meetObstacles(Counts& counts, Extent)
     counts.planned = static_cast<long>(std::size(kShapes) * std::size(kObstacles)) * (kStores + 1);
     int successes = 0;
     std::string missing;
-    for (Shape const& shape : kShapes)
+    for (StoreShape const& shape : kShapes)
         for (Obstacle const& obstacle : kObstacles) {
             int const done = storeAgainst(counts, place.at("home"), shape, obstacle);
             successes += done > 0 ? done : 0;
