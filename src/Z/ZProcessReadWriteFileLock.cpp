@@ -209,8 +209,22 @@ unsigned long ZAbstractProcessReadWriteFileLock_6_0::incSequence()
 {
     if (getLockState() != write)
         raiseInvalidState(kSource, raiseInIncSequence);
+    // Incrementing what a failed write left here would set the number in the file back, to one that
+    // another process may have seen last.
+    if (isSequenceLost()) {
+        unsigned long sequence = 0;
+        try {
+            readSequenceNumber(&sequence);
+        } catch (ZReadResourceException_6_0 const& failure) {
+            ZWriteResourceException_6_0(lockFailed, failure.returnCode())
+                .throwException(kSource, raiseInIncSequence);
+        }
+        setSequence(sequence);
+    }
     unsigned long const next = nextSequence();
+    setSequenceLost(true);
     writeSequenceNumber(next);
+    setSequenceLost(false);
     setSequence(next);
     return next;
 }
@@ -351,6 +365,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquireFile(zlockstate state)
         unsigned long sequence = 0;
         readSequenceNumber(&sequence);
         setSequence(sequence);
+        setSequenceLost(false);
     } catch (...) {
         dropFile();
         throw;

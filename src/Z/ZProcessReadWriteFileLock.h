@@ -73,7 +73,8 @@ public:
 
     /// Increments the sequence number in the file and returns it; 0 follows 0xFFFFFFFE.
     /// throws  ZInvalidResourceStateException_6_0 (message 32) if the state is not "write";
-    ///         ZWriteResourceException_6_0 (message 33).
+    ///         ZWriteResourceException_6_0 (message 33), also if the number must be read again, as
+    ///         after a failed write, and cannot be read.
     unsigned long incSequence() override;
 
     /// Returns the lock directory; empty for the working directory.

@@ -73,6 +73,7 @@ ZAbstractProcessReadWriteLock_6_0::ZAbstractProcessReadWriteLock_6_0(char const*
       sequence_(0),
       lastSequence_(invalidSequence),
       reserved_(0),
+      sequenceLost_(false),
       update_(1),
       forkMark_(0)
 {

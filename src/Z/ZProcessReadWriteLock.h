@@ -130,6 +130,10 @@ protected:
     unsigned long nextSequence() const;  // getSequence() + 1, skipping invalidSequence
     ZReadWriteLock_6_0& threadLock() { return threads_; }
 
+    // Whether the number in the file is unknown after a failed write.
+    bool isSequenceLost() const { return sequenceLost_; }
+    void setSequenceLost(bool lost) { sequenceLost_ = lost; }
+
     // Throws message 32 with the name of the lock's state.
     [[noreturn]] void raiseInvalidState(char const* source, int site) const;
     // Throws message 32 in a child of the process that acquired the lock.
@@ -147,6 +151,7 @@ private:
     uint32_t sequence_;
     uint32_t lastSequence_;
     [[maybe_unused]] uint32_t reserved_;  // 0; unused
+    bool sequenceLost_;                   // used by the writer only; moves no other field
     ZReadWriteLock_6_0 threads_;
     int update_;
     unsigned forkMark_;  // fork mark of the process that acquired the lock

@@ -240,6 +240,27 @@ TEST_F(ZProcessReadWriteFileLock, FailedIncrementLeavesTheLockHeld)
     expectFree(lock);
 }
 
+// Another process may have seen any lower number last, and would not notice the update.
+TEST_F(ZProcessReadWriteFileLock, SequenceIncreasesAfterAFailedIncrement)
+{
+    putSequence(5);
+    Lock lock(dir().c_str(), "a");
+    lock.writeLock();
+    for (char const* call : {"pwrite", "pread"}) {
+        CallPlan wanted;
+        wanted.failAt = 1;
+        WatchedCalls const watched(wanted);
+        EXPECT_THROW(lock.unlock(), ZWriteResourceException_6_0);
+        EXPECT_EQ(call, callPlan.failed);
+        EXPECT_EQ(kWrite, lock.getLockState());
+        EXPECT_EQ(0ul, lock.getSequence());
+        EXPECT_EQ(5u, word(0));
+    }
+    lock.unlock();
+    EXPECT_EQ(6u, word(0));
+    expectFree(lock);
+}
+
 TEST_F(ZProcessReadWriteFileLock, GuardReleasesWithoutTheFailedUpdate)
 {
     Lock lock(dir().c_str(), "a");
