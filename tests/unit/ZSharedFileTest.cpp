@@ -174,6 +174,52 @@ TEST_F(ZSharedFileTable, LowDescriptorThatCannotBeMovedIsAFailure)
 }
 
 // The writer waits for this very thread, which would never let go if it waited for the writer.
+// Closing the new descriptor would release what is locked.
+TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
+{
+    long const before = openDescriptors();
+    {
+        ZSharedFile reader;
+        openForReading(reader);
+        ZSharedFile writer;
+        for (int n : {1, 3}) {
+            SCOPED_TRACE(n);
+            {
+                CallPlan wanted;
+                wanted.failAt = n;
+                WatchedCalls const watched(wanted);
+                EXPECT_EQ(EIO, writer.open(path_.c_str(), O_RDWR, 0));
+                EXPECT_EQ(n == 1 ? "stat" : "fstat", callPlan.failed);
+            }
+            EXPECT_EQ("r-", seen());
+            writer.close();
+        }
+        EXPECT_EQ(0, writer.open(path_.c_str(), O_RDWR, 0));
+        writer.close();
+        EXPECT_EQ("r-", seen());
+    }
+    EXPECT_EQ(before, openDescriptors());
+}
+
+TEST_F(ZSharedFileTable, DescriptorOfAnUnknownFileIsClosedOnceItIsKnown)
+{
+    std::string const other = directory_.write("other", "12345678");
+    ZSharedFile reader;
+    openForReading(reader);
+    ZSharedFile writer;
+    {
+        CallPlan wanted;
+        wanted.failAt = 3;
+        WatchedCalls const watched(wanted);
+        EXPECT_EQ(EIO, writer.open(other.c_str(), O_RDWR, 0));
+        EXPECT_EQ("fstat", callPlan.failed);
+    }
+    long const open = openDescriptors();
+    EXPECT_EQ(0, writer.open(other.c_str(), O_RDWR, 0));
+    EXPECT_EQ(open, openDescriptors());
+    EXPECT_EQ("r-", seen());
+}
+
 TEST_F(ZSharedFileTable, ReaderMayReadAgainBesideAWriterThatWaits)
 {
     ZSharedFile reader;

@@ -119,6 +119,23 @@ struct Table {
     std::condition_variable released;
     std::vector<std::unique_ptr<Entry>> entries;
     std::vector<Claim> claims;
+    std::vector<int> unidentified;  // descriptors whose inode may be that of an entry
+
+    // Gives each unidentified descriptor to its entry, or closes it if there is none. Requires room
+    // for them in each entry.
+    void identify()
+    {
+        std::erase_if(unidentified, [this](int fd) {
+            struct stat status = {};
+            if (!entries.empty() && fstat(fd, &status) != 0)
+                return false;
+            if (Entry* const entry = find(status))
+                entry->descriptors.push_back(fd);
+            else
+                ::close(fd);
+            return true;
+        });
+    }
 
     Entry* find(struct stat const& status)
     {
@@ -337,7 +354,10 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
     struct stat status;
     bool const asksFirst = (flags & O_NONBLOCK) == 0 || !files.entries.empty();
     int const links = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
-    if (asksFirst && fstatat(directory, path, &status, links) == 0) {
+    bool const isThere = asksFirst && fstatat(directory, path, &status, links) == 0;
+    if (asksFirst && !isThere && errno != ENOENT && !files.entries.empty())
+        return errno;  // it may be open already
+    if (isThere) {
         bool const link = S_ISLNK(status.st_mode);
         if (int const error = link ? ELOOP : kindError(status, refusal))
             return error;
@@ -354,20 +374,25 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
     fresh->descriptors.reserve(2);
     fresh->spare.resize(1);
     files.entries.reserve(files.entries.size() + 1);
+    files.unidentified.reserve(files.unidentified.size() + 1);
     for (auto const& entry : files.entries)
-        entry->descriptors.reserve(entry->descriptors.size() + 2);
+        entry->descriptors.reserve(entry->descriptors.size() + files.unidentified.size() + 2);
+    files.identify();
 
     int fd = openRetrying(directory, path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
     if (fd < 0)
         return errno;
     bool const isKnown = fstat(fd, &status) == 0;
     int error = isKnown ? kindError(status, refusal) : errno;
-    // The file may have got another name since it was looked up: then it is open already after
-    // all, and this descriptor must stay open with the others, also when it is refused.
+    // The file may have got another name since it was looked up: then it is open already after all,
+    // and this descriptor must stay open with the others, also when it is refused. The same holds
+    // if its inode cannot be asked for.
     Entry* const known = isKnown ? files.find(status) : nullptr;
-    auto const retire = [known](int descriptor) {
+    auto const retire = [&](int descriptor) {
         if (known != nullptr)
             known->descriptors.push_back(descriptor);
+        else if (!isKnown && !files.entries.empty())
+            files.unidentified.push_back(descriptor);
         else
             ::close(descriptor);
     };
@@ -423,6 +448,8 @@ void ZSharedFile::close()
         for (int fd : entry_->descriptors)
             ::close(fd);
         files.entries.erase(at);
+        if (files.entries.empty())
+            files.identify();
     }
     entry_ = nullptr;
     files.released.notify_all();
