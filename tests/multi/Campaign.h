@@ -19,6 +19,7 @@ struct Counts {
     std::atomic<long> events{0};   // kills, faults, cuts…
     std::atomic<long> olds{0};     // after which the old generation was found
     std::atomic<long> news{0};     // after which the new one was found
+    std::atomic<long> torn{0};     // contents of no single store that were found
     std::atomic<long> bad{0};      // with an outcome that must not be
     std::atomic<bool> leftOut{false};
     char note[200] = "";  // shown in the table; when it is left out: why
@@ -27,6 +28,7 @@ struct Counts {
 struct Campaign {
     char const* name;
     void (*run)(Counts&, Extent);
+    bool stores = true;  // runs in each store mode
 };
 
 /// Counts a bad outcome and, for the first few, says what it was.
@@ -71,6 +73,7 @@ void storeBesideOthers(Counts& counts, Extent extent);
 void killBesideOthers(Counts& counts, Extent extent);
 void storeInOddPlaces(Counts& counts, Extent extent);
 void failForGood(Counts& counts, Extent extent);
+void failLocksForGood(Counts& counts, Extent extent);
 void meetObstacles(Counts& counts, Extent extent);
 void watchRights(Counts& counts, Extent extent);
 void replaceDuringStores(Counts& counts, Extent extent);

@@ -66,6 +66,9 @@ public:
     /// Lets the child run to its next call that concerns a file; returns false if it ended instead.
     bool nextOnFiles();
 
+    /// Returns the id of the child.
+    pid_t process() const { return child_; }
+
     /// Returns the call at whose entry the child is stopped.
     Call const& call() const { return call_; }
 

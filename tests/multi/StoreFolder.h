@@ -51,6 +51,7 @@ public:
                                  " was found, not " + std::to_string(before.number()) + " or " +
                                  std::to_string(after.number()));
         } catch (Torn const& torn) {
+            ++counts.torn;
             complain(counts, event + ": " + torn.what());
         } catch (ZException_6_0& exception) {
             complain(counts, event + ": cannot be loaded");
@@ -84,6 +85,7 @@ public:
             if (Generation::load(path()).number() != next.number())
                 complain(counts, event + ": the next store is not there");
         } catch (Torn const& torn) {
+            ++counts.torn;
             complain(counts, event + ", then a store: " + torn.what());
         } catch (ZException_6_0& exception) {
             complain(counts, event + ": then no store succeeds");

@@ -34,6 +34,7 @@ constexpr Campaign kCampaigns[] = {
     {"other programs beside, kills", killBesideOthers},
     {"odd places", storeInOddPlaces},
     {"persistent causes", failForGood},
+    {"persistent causes, process locks", failLocksForGood, false},
     {"lasting obstacles", meetObstacles},
     {"rights", watchRights},
     {"replaced during a store", replaceDuringStores},
@@ -116,20 +117,21 @@ bool isWanted(Campaign const& campaign, std::vector<std::string> const& names)
 int runAll(Extent extent, std::vector<std::string> const& names)
 {
     struct Row {
-        std::string name;
+        char const* name;
+        char const* mode;
         Counts* counts;
         double seconds;
     };
     std::vector<Row> rows;
     for (Mode const mode : modes())
         for (Campaign const& campaign : kCampaigns) {
-            if (!isWanted(campaign, names))
+            if (!isWanted(campaign, names) || (!campaign.stores && mode != Mode::inPlace))
                 continue;
             Counts& counts = shared<Counts>();
             double const start = now();
             run(campaign, mode, counts, extent);
-            rows.push_back({campaign.name + std::string(mode == Mode::inPlace ? "" : ", replacing"),
-                            &counts, now() - start});
+            char const* const name = mode == Mode::inPlace ? "in place" : "replacing";
+            rows.push_back({campaign.name, campaign.stores ? name : "", &counts, now() - start});
         }
     if (rows.empty()) {
         std::fprintf(stderr, "crash: no campaign has such a name; there are:\n");
@@ -139,14 +141,16 @@ int runAll(Extent extent, std::vector<std::string> const& names)
     }
 
     long bad = 0;
-    std::printf("%-41s %8s %8s %8s %5s %6s\n", "campaign", "events", "old", "new", "bad", "s");
+    std::printf("%-32s %-9s %8s %8s %8s %5s %6s %6s\n", "campaign", "mode", "cases", "old", "new",
+                "torn", "failed", "s");
     for (Row const& row : rows) {
         Counts const& counts = *row.counts;
+        std::printf("%-32s %-9s ", row.name, row.mode);
         if (counts.leftOut)
-            std::printf("%-41s left out: %s\n", row.name.c_str(), counts.note);
+            std::printf("left out: %s\n", counts.note);
         else
-            std::printf("%-41s %8ld %8ld %8ld %5ld %6.1f%s%s\n", row.name.c_str(),
-                        counts.events.load(), counts.olds.load(), counts.news.load(),
+            std::printf("%8ld %8ld %8ld %5ld %6ld %6.1f%s%s\n", counts.events.load(),
+                        counts.olds.load(), counts.news.load(), counts.torn.load(),
                         counts.bad.load(), row.seconds, counts.note[0] != '\0' ? "  " : "",
                         counts.note);
         bad += counts.bad;

@@ -105,6 +105,7 @@ void useOurs(Counts& counts, Common& common, bool writes)
             ++common.ourReads;
         }
     } catch (Torn const& torn) {
+        ++counts.torn;
         complain(counts, std::string("load: ") + torn.what());
     } catch (ZPropertiesIOException_6_0& exception) {
         bool const locked = exception.excerrno() == EAGAIN || exception.excerrno() == EACCES;
@@ -167,6 +168,7 @@ void run(Counts& counts, long stores, bool kills)
                         static_cast<double>(std::max(1L, common.otherReads.load()));
     if (common.ourReads == 0 || common.otherReads == 0 || common.ourStores == 0)
         complain(counts, "somebody never got a turn");
+    counts.torn += common.torn;
     if (kills ? torn > 1 : common.torn > 0)
         complain(counts, "torn reads: " + std::to_string(common.torn));
     char note[160];

@@ -174,7 +174,7 @@ TEST_F(ZSharedFileTable, LowDescriptorThatCannotBeMovedIsAFailure)
 }
 
 // The writer waits for this very thread, which would never let go if it waited for the writer.
-// Closing the new descriptor would release what is locked.
+// Closing the new descriptor would release the locks of all users.
 TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
 {
     long const before = openDescriptors();
