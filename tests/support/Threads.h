@@ -3,10 +3,14 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <future>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -16,6 +20,46 @@ inline void waitUntil(std::function<bool()> const& condition)
     while (!condition())
         std::this_thread::yield();
 }
+
+// The state of another thread, or of a child process, as the kernel reports it.
+class WatchedThread {
+public:
+    WatchedThread() = default;
+    explicit WatchedThread(pid_t child) : id_(child) {}
+
+    // Called by the thread.
+    void enter() { id_ = gettid(); }
+
+    // Waits until the thread has called enter() and then sleeps, or has ended.
+    void waitUntilAsleep() const
+    {
+        waitUntil([this] { return id_ != 0 && (state() == 'S' || hasEnded()); });
+    }
+
+    // Waits until the thread has called enter() and has ended.
+    void waitUntilEnded() const
+    {
+        waitUntil([this] { return id_ != 0 && hasEnded(); });
+    }
+
+private:
+    // Returns '\0' if the thread no longer exists.
+    char state() const
+    {
+        std::ifstream in("/proc/" + std::to_string(id_) + "/stat");
+        std::string text;
+        std::getline(in, text);
+        size_t const name = text.rfind(") ");
+        return name != std::string::npos ? text[name + 2] : '\0';
+    }
+    bool hasEnded() const
+    {
+        char const now = state();
+        return now == '\0' || now == 'Z' || now == 'X';
+    }
+
+    std::atomic<pid_t> id_{0};
+};
 
 // Returns whether an action of another thread has not happened after enough time for it.
 inline bool staysBlocked(std::future<void> const& done)

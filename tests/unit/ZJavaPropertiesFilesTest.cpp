@@ -21,6 +21,7 @@
 #include "LockingProcess.h"
 #include "Nobody.h"
 #include "Raised.h"
+#include "Threads.h"
 
 using namespace java_store;
 
@@ -223,13 +224,15 @@ TEST_F(ZJavaPropertiesFiles, FromAPipeFailIfASignalEndsTheWait)
     FILE* const stream = fdopen(ends[0], "r");
     std::atomic<bool> ended = false;
     std::string failure;
+    WatchedThread watched;
     std::thread reader([&] {
+        watched.enter();
         failure = raised([&] { store_.loadProperties(stream, "the pipe"); });
         ended = true;
     });
     while (!ended) {
+        watched.waitUntilAsleep();
         pthread_kill(reader.native_handle(), SIGUSR1);
-        usleep(1000);
     }
     reader.join();
     sigaction(SIGUSR1, &before, nullptr);

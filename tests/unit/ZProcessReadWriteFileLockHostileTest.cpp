@@ -352,18 +352,26 @@ TEST_F(ZProcessReadWriteFileLockHostile, WaiterFollowsARemovedAndRecreatedFile)
     OtherLocker holder(directory_.path(), "x");
     EXPECT_EQ("write 0", holder.does('w'));
     FileLock lock(path(), "x");
+    WatchedThread watched;
     std::thread waiter([&] {
+        watched.enter();
         lock.writeLock();
         EXPECT_EQ(1UL, lock.getSequence());
         lock.unlock();
     });
-    usleep(100000);
+    watched.waitUntilAsleep();
     unlink(directory_.at("._zplx").c_str());
     // A third process creates a new file and holds it.
     OtherLocker third(directory_.path(), "x");
     EXPECT_EQ("write 0", third.does('w'));
     EXPECT_EQ("unset 1", holder.does('u'));
-    usleep(100000);
+    waitUntil([&] {
+        struct stat open;
+        struct stat named;
+        return fstat(lock.getFileHandle(), &open) == 0 &&
+               stat(lock.getLockFileName(), &named) == 0 && open.st_ino == named.st_ino;
+    });
+    watched.waitUntilAsleep();
     EXPECT_EQ(kUnset, lock.getLockState());
     EXPECT_EQ("unset 1", third.does('u'));
     waiter.join();
@@ -501,15 +509,19 @@ TEST_F(ZProcessReadWriteFileLockHostile, ForkWhileThreadsWaitForTheFile)
     holder.does('w');
     FileLock a(path(), "x");
     FileLock b(path(), "x");
+    WatchedThread watched[2];
     std::thread first([&] {
+        watched[0].enter();
         a.writeLock();
         a.unlock();
     });
     std::thread second([&] {
+        watched[1].enter();
         b.writeLock();
         b.unlock();
     });
-    usleep(50000);
+    for (WatchedThread const& waiter : watched)
+        waiter.waitUntilAsleep();
     pid_t const child = fork();
     if (child == 0) {
         alarm(20);
@@ -525,7 +537,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ForkWhileThreadsWaitForTheFile)
             _exit(2);
         _exit(raised.empty() ? 0 : 1);
     }
-    usleep(50000);
+    WatchedThread(child).waitUntilAsleep();
     EXPECT_EQ("unset 1", holder.does('u'));
     first.join();
     second.join();
@@ -654,7 +666,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, CancellationAtEveryWait)
         char holder;        // lock of another process; 0 for none
         zlockstate same;    // lock of another thread through the same object
         zlockstate beside;  // lock of another thread through another object
-        zlockstate asked;
+        zlockstate requested;
     };
     Case const cases[] = {
         {"gate", 'w', kUnset, kUnset, kRead},
@@ -680,8 +692,12 @@ TEST_F(ZProcessReadWriteFileLockHostile, CancellationAtEveryWait)
             lock.lock(c.same);
         if (c.beside != kUnset)
             beside.lock(c.beside);
-        CancellableThread waiter([&] { lock.lock(c.asked); });
-        usleep(50000);
+        WatchedThread watched;
+        CancellableThread waiter([&] {
+            watched.enter();
+            lock.lock(c.requested);
+        });
+        watched.waitUntilAsleep();
         waiter.cancel();
         EXPECT_TRUE(waiter.endsCancelled());
         if (c.same != kUnset)
@@ -793,12 +809,14 @@ TEST_F(ZProcessReadWriteFileLockHostile, SignalWhileItWaitsForTheData)
     holder.does('r');
     FileLock lock(path(), "x");
     std::atomic<bool> ended{false};
+    WatchedThread watched;
     std::thread waiter([&] {
+        watched.enter();
         EXPECT_EQ(lockFails(EINTR), thrown([&] { lock.writeLock(); }));
         ended = true;
     });
     while (!ended) {
-        usleep(20000);
+        watched.waitUntilAsleep();
         pthread_kill(waiter.native_handle(), SIGUSR1);
     }
     waiter.join();

@@ -78,8 +78,10 @@ TEST_F(ZProcessReadWriteFileLock, FormerReaderIsNotTreatedAsAReader)
     entered.get_future().wait();
     one.unlock();
     // This thread locked the file but no longer reads: it may wait for the other thread.
+    WatchedThread writer;
+    writer.enter();
     std::thread release([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        writer.waitUntilAsleep();
         leave.set_value();
     });
     two.writeLock();
@@ -200,14 +202,16 @@ TEST_F(ZProcessReadWriteFileLock, ReadLockReleasedByAnotherThreadHasNoKnownHolde
     entered.get_future().wait();
     lock.readLock();
     std::promise<void> releasedOne;
+    WatchedThread writer;
     std::thread stranger([&] {
         lock.unlock();
         releasedOne.set_value();
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        writer.waitUntilAsleep();
         lock.unlock();
     });
     releasedOne.get_future().wait();
     EXPECT_EQ(1, lock.getReaderCount());
+    writer.enter();
     lock.writeLock();
     lock.unlock(0);
     stranger.join();

@@ -91,7 +91,9 @@ TEST_F(ZProcessReadWriteFileLock, SignalEndsAWaitForAnotherProcess)
         Lock lock(dir().c_str(), "a");
         std::atomic<bool> ended{false};
         int rc = 0;
+        WatchedThread watched;
         std::thread waiting([&] {
+            watched.enter();
             try {
                 lock.lock(state);
             } catch (ZLockResourceException_6_0 const& e) {
@@ -100,7 +102,7 @@ TEST_F(ZProcessReadWriteFileLock, SignalEndsAWaitForAnotherProcess)
             ended = true;
         });
         while (!ended) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            watched.waitUntilAsleep();
             pthread_kill(waiting.native_handle(), SIGUSR1);
         }
         waiting.join();
@@ -120,9 +122,13 @@ TEST_F(ZProcessReadWriteFileLock, CancellationEndsAWaitForAnotherProcess)
     for (char holds : {'r', 'w'}) {
         other.does(holds);
         Lock lock(dir().c_str(), "a");
-        CancellableThread waiting([&] { lock.writeLock(); });
+        WatchedThread watched;
+        CancellableThread waiting([&] {
+            watched.enter();
+            lock.writeLock();
+        });
         waitUntil([&] { return lock.getFileHandle() != -1; });
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        watched.waitUntilAsleep();
         waiting.cancel();
         EXPECT_TRUE(waiting.endsCancelled());
         other.does('n');

@@ -437,13 +437,12 @@ TEST(ZReadWriteLock, ACancelledWaitLeavesTheLockUsable)
         SCOPED_TRACE(wanted);
         ZReadWriteLock_6_0 lock;
         lock.writeLock();
-        std::atomic<bool> started{false};
+        WatchedThread watched;
         CancellableThread thread([&] {
-            started = true;
+            watched.enter();
             lock.lock(wanted);
         });
-        waitUntil([&] { return started.load(); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        watched.waitUntilAsleep();
         thread.cancel();
         EXPECT_TRUE(thread.endsCancelled());
         expectState({0, kWrite}, lock);

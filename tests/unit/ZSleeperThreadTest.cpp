@@ -31,8 +31,13 @@ public:
             work();
         ++units;
     }
-    void exit() override { ++exits; }
+    void exit() override
+    {
+        thread.enter();
+        ++exits;
+    }
 
+    WatchedThread thread;  // the last one that ended
     std::function<void()> work;
     std::atomic<int> units{0};
     std::atomic<int> exits{0};
@@ -151,8 +156,7 @@ TEST(ZSleeperThread, ADetachedSleeperEndsAndMayBeStartedAgain)
         sleeper.waitForExit();
         waitUntil([&] { return sleeper.exits == i; });
     }
-    // The ending thread may still be using the object.
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    sleeper.thread.waitUntilEnded();  // it may still be using the object
 }
 
 // No loop runs, so no thread would reset the request to end.
@@ -168,8 +172,7 @@ TEST(ZSleeperThread, WaitingForADetachedSleeperThatDoesNotRunChangesNothing)
         sleeper.waitForExit();
         waitUntil([&] { return sleeper.exits == i; });
     }
-    // The ending thread may still be using the object.
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    sleeper.thread.waitUntilEnded();  // it may still be using the object
 }
 
 TEST(ZSleeperThread, ADetachedSleeperDeletesItself)

@@ -392,11 +392,15 @@ TEST(ZThreadPoolFailures, AFailedStartFreesItsSlotForWaitingThreads)
     Runner good;
     pool.start(holder);
     std::vector<std::thread> starters;
-    for (ZThread_6_0* thread :
-         {static_cast<ZThread_6_0*>(&bad[0]), static_cast<ZThread_6_0*>(&good),
-          static_cast<ZThread_6_0*>(&bad[1])})
-        starters.emplace_back([&pool, thread] { pool.start(*thread); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    WatchedThread watched[3];
+    ZThread_6_0* const threads[] = {&bad[0], &good, &bad[1]};
+    for (int i = 0; i < 3; ++i)
+        starters.emplace_back([&, i] {
+            watched[i].enter();
+            pool.start(*threads[i]);
+        });
+    for (WatchedThread const& starter : watched)
+        starter.waitUntilAsleep();
     release = true;
     for (std::thread& starter : starters)
         starter.join();
@@ -630,16 +634,25 @@ TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
     Watchdog const watchdog(60);
     class Short : public ZSleeperThread_6_0 {
     public:
-        explicit Short(std::atomic<bool>& ended) : ZSleeperThread_6_0(1, 1), ended_(ended) {}
+        Short(std::atomic<bool>& ended, WatchedThread& thread)
+            : ZSleeperThread_6_0(1, 1), ended_(ended), thread_(thread)
+        {
+        }
         ~Short() override { ended_ = true; }
-        void doWork() override { ZUnsupportedException_6_0().throwException("src/x", 1); }
+        void doWork() override
+        {
+            thread_.enter();
+            ZUnsupportedException_6_0().throwException("src/x", 1);
+        }
 
     private:
         std::atomic<bool>& ended_;
+        WatchedThread& thread_;
     };
     NotedMessages const noted;
     std::atomic<bool> ended{false};
-    auto* const sleeper = new Short(ended);
+    WatchedThread thread;
+    auto* const sleeper = new Short(ended, thread);
     sleeper->wakeUp();
     withholding = true;
     sleeper->start();
@@ -647,8 +660,7 @@ TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
     EXPECT_EQ(nullptr, withheld);
     EXPECT_TRUE(ended) << "it has waited";
     EXPECT_EQ(1, noted.exceptions());
-    // The ending thread may still be using the object.
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    thread.waitUntilEnded();  // it may still be using the object
 }
 
 TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesThePreviousThreadJoinable)

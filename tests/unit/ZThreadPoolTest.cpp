@@ -87,8 +87,12 @@ TEST(ZThreadPool, WaitsForAFreeSlot)
     std::atomic<bool> release{false};
     std::atomic<bool> second{false};
     pool.start(*new TestThread([&] { waitUntil([&] { return release.load(); }); }));
-    std::thread starter([&] { pool.start(*new TestThread([&] { second = true; })); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    WatchedThread watched;
+    std::thread starter([&] {
+        watched.enter();
+        pool.start(*new TestThread([&] { second = true; }));
+    });
+    watched.waitUntilAsleep();
     EXPECT_FALSE(second);
     release = true;
     starter.join();

@@ -222,6 +222,7 @@ TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
         calls_.create = secondFails;
         calls_.atCreateEnd = [] {
             HeldEntry::release();
+            // Gives the first thread time to overtake the second start.
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         };
         if (secondFails != 0)
@@ -315,8 +316,10 @@ TEST_F(ZThread, CancellingEndsTheThread)
     std::atomic<bool> running{false};
     TestThread thread([&] {
         running = true;
-        for (;;)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (;;) {
+            pthread_testcancel();
+            std::this_thread::yield();
+        }
     });
     thread.start();
     waitUntil([&] { return running.load(); });
