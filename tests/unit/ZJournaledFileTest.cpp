@@ -3568,6 +3568,33 @@ TEST_F(ZJournaledFileCase, JournalOfAUserWhoCanWriteTheFileCounts)
     }
 }
 
+// The user of a container may have groups, but no row in the user database.
+TEST_F(ZJournaledFileCase, UnreadableJournalOfAnUnknownUserLeavesNoTornText)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may give files away";
+    constexpr uid_t kUnknown = 54321;
+    std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
+    chmod(directory_.path().c_str(), 0777);
+    directory_.write("conf", torn);
+    directory_.write(".conf.zjn", journalOf(kShort, {kLong.text, kShort.companion}, companion_));
+    ASSERT_EQ(0, chown(path_.c_str(), 65534, 12345));
+    ASSERT_EQ(0, chown(journal_.c_str(), kUnknown, kUnknown));
+    chmod(path_.c_str(), 0660);
+    asNobody([&] {
+        for (auto const mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+            expectFailure(journal_, "open()", EACCES, CallPlan(),
+                          [&] { ZJournaledFile const file(path_.c_str(), mode); });
+        return !HasFailure();
+    });
+    // No group may write the file: the unknown user could not.
+    chmod(path_.c_str(), 0640);
+    asNobody([&] {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        return file.text() == torn;
+    });
+}
+
 TEST_F(ZJournaledFileCase, JournalOfAUserWhoCannotWriteTheCompanionDoesNotChangeIt)
 {
     if (geteuid() != 0)

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "bytes.h"
@@ -42,8 +43,8 @@ bool isMissing(int error)
     return error == ENODATA || error == EOPNOTSUPP || error == ENOSYS;
 }
 
-// Returns the groups of a user; none if the user database does not know the user.
-std::vector<gid_t> groupsOf(uid_t user)
+// Returns the groups of a user, unless the user database does not know them.
+std::optional<std::vector<gid_t>> groupsOf(uid_t user)
 {
     std::vector<char> text(1024);
     passwd entry;
@@ -52,12 +53,12 @@ std::vector<gid_t> groupsOf(uid_t user)
     while ((error = getpwuid_r(user, &entry, text.data(), text.size(), &found)) == ERANGE)
         text.resize(text.size() * 2);
     if (error != 0 || found == nullptr)
-        return {};
+        return std::nullopt;
     std::vector<gid_t> groups(32);
     int count = static_cast<int>(groups.size());
     while (getgrouplist(found->pw_name, found->pw_gid, groups.data(), &count) < 0) {
         if (count <= static_cast<int>(groups.size()) || count > kMaxGroups)
-            return {};
+            return std::nullopt;
         groups.resize(static_cast<size_t>(count));
     }
     groups.resize(static_cast<size_t>(count));
@@ -136,7 +137,7 @@ bool AccessList::allows(uid_t user, unsigned permissions) const
         if (!entry.isGroup && entry.id == user)
             return (masked(entry.permissions) & permissions) != 0;
     bool isMember = false;
-    for (gid_t const group : groupsOf(user)) {
+    for (gid_t const group : groupsOf(user).value_or(std::vector<gid_t>())) {
         bool const isNamed = group == status_.st_gid ||
                              std::any_of(named_.begin(), named_.end(), [&](Entry const& entry) {
                                  return entry.isGroup && entry.id == group;
@@ -146,6 +147,17 @@ bool AccessList::allows(uid_t user, unsigned permissions) const
             return true;
     }
     return !isMember && (others_ & permissions) != 0;
+}
+
+bool AccessList::mayAllow(uid_t user, unsigned permissions) const
+{
+    if (allows(user, permissions))
+        return true;
+    bool const isNamed = std::any_of(named_.begin(), named_.end(), [user](Entry const& entry) {
+        return !entry.isGroup && entry.id == user;
+    });
+    return user != status_.st_uid && !isNamed && (ofAnyGroup() & permissions) != 0 &&
+           !groupsOf(user).has_value();
 }
 
 // Returns what a user has at least, who is in an unknown set of groups.

@@ -42,6 +42,11 @@ public:
     /// throws  std::bad_alloc.
     bool allows(uid_t user, unsigned permissions) const;
 
+    /// Returns whether a user has one of `permissions`, or may have it by groups that the user
+    /// database does not know.
+    /// throws  std::bad_alloc.
+    bool mayAllow(uid_t user, unsigned permissions) const;
+
     /// Returns whether everybody, except the owners, who has one of `permissions` here has it in
     /// `other` too. A membership in groups that cannot be known counts as the less favourable.
     bool isWithin(AccessList const& other, unsigned permissions) const;

@@ -101,11 +101,10 @@ FoundJournal findJournal(MainFile const& main)
         throw IoError{main.path, "fgetxattr()", error};
     ZSharedFile file;
     int error = file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
-    bool const couldWrite = ofMain.allows(found.status.st_uid, kMayWrite);
     // Any user of the directory may have put there what we may not open.
     bool const isUnreadable =
         error == EACCES || error == ELOOP || error == EISDIR || error == EINVAL || error == ENOENT;
-    if (isUnreadable && !couldWrite)
+    if (isUnreadable && !ofMain.mayAllow(found.status.st_uid, kMayWrite))
         return found;
     if (error != 0)
         throw IoError{path, "open()", error};
