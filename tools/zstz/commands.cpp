@@ -11,8 +11,8 @@
 #include <algorithm>
 
 #include "failures.h"
+#include "raw_lines.h"
 #include "stanza_file.h"
-#include "survey.h"
 
 namespace {
 

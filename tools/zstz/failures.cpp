@@ -10,7 +10,7 @@
 #include <wchar.h>
 #include <wctype.h>
 
-#include "survey.h"
+#include "raw_lines.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "failures.h"
-#include "survey.h"
+#include "raw_lines.h"
 
 namespace {
 

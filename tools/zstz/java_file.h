@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "turn.h"
+#include "edit_lock.h"
 
 // A line that storing would lose.
 struct LostLine {

@@ -7,7 +7,7 @@
 #include <unordered_set>
 
 #include "failures.h"
-#include "survey.h"
+#include "raw_lines.h"
 
 namespace {
 

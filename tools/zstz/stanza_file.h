@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "turn.h"
+#include "edit_lock.h"
 
 struct Stanza {
     std::string name;

@@ -1,4 +1,4 @@
-#include "turn.h"
+#include "edit_lock.h"
 
 #include <errno.h>
 #include <fcntl.h>

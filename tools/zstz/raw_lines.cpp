@@ -1,4 +1,4 @@
-#include "survey.h"
+#include "raw_lines.h"
 
 #include <ctype.h>
 #include <fcntl.h>

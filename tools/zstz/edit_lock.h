@@ -1,4 +1,4 @@
-// turn: keeps two zstz processes from changing a file at the same time.
+// edit_lock: keeps two zstz processes from changing a file at the same time.
 #pragma once
 
 #include <string>

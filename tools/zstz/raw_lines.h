@@ -1,5 +1,5 @@
-// survey: what the bytes of a stanza file show and the library, which reads it line by line, does
-// not say: where a line is torn because it is too long, where a zero byte cuts it.
+// raw_lines: what the bytes of a stanza file show and the library, which reads it line by line,
+// does not say: where a line is torn because it is too long, where a zero byte cuts it.
 #pragma once
 
 #include <stddef.h>
