@@ -18,9 +18,9 @@ namespace {
 
 constexpr char kMask[] = "********";
 
-void needKey(ZProperties_6_0& store, Request const& request)
+void requireKey(ZProperties_6_0& store, Request const& request)
 {
-    needStanza(store, request.file, request.stanza);
+    requireStanza(store, request.file, request.stanza);
     if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
         throw Failure{exitNotFound, "there is no key " + request.key + " in stanza [" +
                                         request.stanza + "] of " + request.file +
@@ -31,28 +31,28 @@ void needKey(ZProperties_6_0& store, Request const& request)
 
 // Hides what is typed at the terminal, for a scope. A signal that ends the tool meanwhile shows it
 // again first; to stop the tool there would leave it hidden, and is not possible.
-class HiddenInput {
+class ScopedEchoOff {
 public:
-    HiddenInput()
+    ScopedEchoOff()
     {
-        if (tcgetattr(STDIN_FILENO, &shown_) != 0)
+        if (tcgetattr(STDIN_FILENO, &saved_) != 0)
             return;
         for (int const ending : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
             if (signal(ending, showAndEnd) == SIG_IGN)
                 signal(ending, SIG_IGN);
         stop_ = signal(SIGTSTP, SIG_IGN);
-        termios hidden = shown_;
+        termios hidden = saved_;
         hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden);
         isHidden_ = true;
     }
-    HiddenInput(HiddenInput const&) = delete;
-    HiddenInput& operator=(HiddenInput const&) = delete;
-    ~HiddenInput()
+    ScopedEchoOff(ScopedEchoOff const&) = delete;
+    ScopedEchoOff& operator=(ScopedEchoOff const&) = delete;
+    ~ScopedEchoOff()
     {
         if (!isHidden_)
             return;
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown_);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
         signal(SIGTSTP, stop_);
         fputc('\n', stderr);
     }
@@ -60,22 +60,22 @@ public:
 private:
     static void showAndEnd(int number)
     {
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown_);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
         signal(number, SIG_DFL);
         raise(number);
     }
 
-    static termios shown_;
+    static termios saved_;
     void (*stop_)(int) = SIG_DFL;
     bool isHidden_ = false;
 };
 
-termios HiddenInput::shown_;
+termios ScopedEchoOff::saved_;
 
 // Reads a line from the terminal without showing it.
-std::string askForValue()
+std::string promptForValue()
 {
-    HiddenInput const hidden;
+    ScopedEchoOff const hidden;
     fputs("value: ", stderr);
     std::string line;
     for (int c = getchar(); c != EOF && c != '\n'; c = getchar())
@@ -87,10 +87,10 @@ std::string askForValue()
 std::string readInput()
 {
     std::string value;
-    char part[4096];
-    size_t got;
-    while ((got = fread(part, 1, sizeof part, stdin)) > 0)
-        value.append(part, got);
+    char chunk[4096];
+    size_t length;
+    while ((length = fread(chunk, 1, sizeof chunk, stdin)) > 0)
+        value.append(chunk, length);
     if (ferror(stdin))
         throw Failure{exitNoAccess, "cannot read the value; give it on standard input"};
     if (!value.empty() && value.back() == '\n')
@@ -101,7 +101,7 @@ std::string readInput()
 // Reads a value that is not to stand on the command line.
 std::string readValue()
 {
-    std::string const value = isatty(STDIN_FILENO) ? askForValue() : readInput();
+    std::string const value = isatty(STDIN_FILENO) ? promptForValue() : readInput();
     if (value.empty())  // of a command in front of the pipe, say, that has failed
         throw Failure{exitInvalidValue,
                       "standard input has no value; give one there, or remove the key with `zstz "
@@ -111,7 +111,7 @@ std::string readValue()
     return value;
 }
 
-std::string valueOf(Request const& request)
+std::string requestedValue(Request const& request)
 {
     return request.obfuscated ? readValue() : request.value;
 }
@@ -132,11 +132,11 @@ void checkKind(ZProperties_6_0& store, Request const& request)
 }
 
 // Returns the key or stanza all lines of which an edit removes or replaces on purpose.
-EditedFile::Replaced replacedBy(Request const& request)
+EditedFile::Removal removalOf(Request const& request)
 {
     if (request.wholeStanza)
         return {request.stanza, ""};
-    return request.all ? EditedFile::Replaced{request.stanza, request.key} : EditedFile::Replaced{};
+    return request.all ? EditedFile::Removal{request.stanza, request.key} : EditedFile::Removal{};
 }
 
 // Refuses what would take several values from a key at once.
@@ -158,7 +158,7 @@ void checkNumber(std::string const& value, Request const& request)
     unsigned long const wide = strtoul(text, nullptr, 0);
     if (errno != 0 || wide > UINT_MAX || (*text == '-' && wide != 0))
         throw Failure{exitInvalidValue,
-                      request.file + ": the value " + quoted(value) + " of key " + request.key +
+                      request.file + ": the value " + quote(value) + " of key " + request.key +
                           " in [" + request.stanza + "] is not a number from 0 to " +
                           std::to_string(UINT_MAX) + "; leave out --as to print it as it is"};
 }
@@ -168,7 +168,7 @@ void checkNumber(std::string const& value, Request const& request)
 int runGet(Request const& request)
 {
     LoadedFile file(request.file);
-    needKey(file.store(), request);
+    requireKey(file.store(), request);
     char const* const stanza = request.stanza.c_str();
     char const* const key = request.key.c_str();
     if (request.as == "number") {
@@ -193,11 +193,11 @@ int runGet(Request const& request)
 
 int runSet(Request const& request)
 {
-    std::string const value = valueOf(request);
+    std::string const value = requestedValue(request);
     checkNames(request.stanza, request.key);
     if (!request.obfuscated)
         checkValue(request.key, value);
-    EditedFile file(request.file, replacedBy(request));
+    EditedFile file(request.file, removalOf(request));
     checkKind(file.store(), request);
     checkCount(file.store(), request, "replace them all, or `zstz add`");
     file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
@@ -209,7 +209,7 @@ int runSet(Request const& request)
 
 int runAdd(Request const& request)
 {
-    std::string const value = valueOf(request);
+    std::string const value = requestedValue(request);
     checkNames(request.stanza, request.key);
     if (!request.obfuscated)
         checkValue(request.key, value);
@@ -229,12 +229,12 @@ int runAdd(Request const& request)
 int runUnset(Request const& request)
 {
     checkReserved(request.stanza);
-    EditedFile file(request.file, replacedBy(request));
+    EditedFile file(request.file, removalOf(request));
     if (request.wholeStanza) {
-        needStanza(file.store(), request.file, request.stanza);
+        requireStanza(file.store(), request.file, request.stanza);
         file.store().deleteStanza(request.stanza.c_str());
     } else {
-        needKey(file.store(), request);
+        requireKey(file.store(), request);
         checkCount(file.store(), request, "remove them all");
         file.store().deleteKey(request.stanza.c_str(), request.key.c_str());
     }
@@ -254,7 +254,7 @@ int runStanzas(Request const& request)
 int runKeys(Request const& request)
 {
     LoadedFile file(request.file);
-    needStanza(file.store(), request.file, request.stanza);
+    requireStanza(file.store(), request.file, request.stanza);
     for (Stanza const& stanza : file.outline()) {
         if (stanza.name == request.stanza)
             for (std::string const& key : stanza.keys)
@@ -267,7 +267,7 @@ int runList(Request const& request)
 {
     LoadedFile file(request.file);
     if (!request.stanza.empty())
-        needStanza(file.store(), request.file, request.stanza);
+        requireStanza(file.store(), request.file, request.stanza);
     char const* gap = "";
     for (Stanza const& stanza : file.outline()) {
         if (!request.stanza.empty() && stanza.name != request.stanza)
@@ -298,20 +298,22 @@ void checkFile(std::string const& path)
         for (std::string const& key : stanza.keys)
             values += file.valueCount(stanza.name, key);
     }
-    printf("%s: %s, %s, %s\n", path.c_str(), counted(stanzas, "stanza", "stanzas").c_str(),
-           counted(keys, "key", "keys").c_str(), counted(values, "value", "values").c_str());
-    size_t line = 0;
-    survey(path, [&](Piece const& piece) {
-        if ((piece.isTorn || piece.hasZero) && piece.line != line)
-            printf("%s:%zu: note: %s\n", path.c_str(), line = piece.line,
-                   piece.isTorn ? kTornLine : kZeroByte);
+    printf("%s: %s, %s, %s\n", path.c_str(), formatCount(stanzas, "stanza", "stanzas").c_str(),
+           formatCount(keys, "key", "keys").c_str(),
+           formatCount(values, "value", "values").c_str());
+    size_t reported = 0;
+    forEachRawLine(path, [&](RawLine const& line) {
+        if ((line.isSplit || line.hasZero) && line.number != reported)
+            printf("%s:%zu: note: %s\n", path.c_str(), reported = line.number,
+                   line.isSplit ? kSplitLine : kZeroByte);
         return true;
     });
     auto const isObfuscated = [&file](std::string const& stanza, std::string const& key) {
         return file.isObfuscated(stanza, key);
     };
-    for (DroppedLine const& dropped : droppedLines(path, isObfuscated))
-        printf("%s:%zu: note: %s\n", path.c_str(), dropped.line, reportOf(dropped).c_str());
+    for (DroppedLine const& dropped : findDroppedLines(path, isObfuscated))
+        printf("%s:%zu: note: %s\n", path.c_str(), dropped.number,
+               describeDroppedLine(dropped).c_str());
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ struct Request {
     bool show = false;
     double wait = 0;  // seconds
     std::vector<std::string> command;
-    bool hasSetTables = false;  // QVRDIR is the tool's own and not for the command
+    bool hasSetTablesVariable = false;  // QVRDIR is the tool's own and not for the command
 };
 
 /// Prints the last value of a key, or each of its values on a line of its own.

@@ -10,16 +10,16 @@
 
 namespace {
 
-constexpr int kTries = 100;
-constexpr useconds_t kBetweenTries = 50000;  // microseconds
+constexpr int kMaxTries = 100;
+constexpr useconds_t kRetryInterval = 50000;  // microseconds
 
-int openForTurn(std::string const& path)
+int openForLock(std::string const& path)
 {
     return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
 // Another process may have replaced the file while this one waited for its turn.
-bool isNamed(int fd, std::string const& path)
+bool refersTo(int fd, std::string const& path)
 {
     struct stat opened;
     struct stat named;
@@ -29,26 +29,26 @@ bool isNamed(int fd, std::string const& path)
 
 }  // namespace
 
-Turn::Turn(std::string const& path) : fd_(openForTurn(path))
+EditLock::EditLock(std::string const& path) : fd_(openForLock(path))
 {
     for (int tries = 0; fd_ >= 0;) {
         if (flock(fd_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
-            if (isNamed(fd_, path))
+            if (refersTo(fd_, path))
                 return;
             close(fd_);
-            fd_ = openForTurn(path);
+            fd_ = openForLock(path);
             continue;
         }
-        if (++tries > kTries) {
+        if (++tries > kMaxTries) {
             close(fd_);
             throw Failure{exitLocked,
                           path + " is being changed by another process; try again in a moment"};
         }
-        usleep(kBetweenTries);
+        usleep(kRetryInterval);
     }
 }
 
-Turn::~Turn()
+EditLock::~EditLock()
 {
     if (fd_ >= 0)
         close(fd_);

@@ -6,15 +6,15 @@
 // Keeps other zstz processes from changing the file between our reading and storing it. The
 // library locks it against everybody, but only while it reads and while it writes. Whoever may read
 // the file may hold this lock, so that waiting for it has an end.
-class Turn {
+class EditLock {
 public:
     /// Waits up to five seconds for the turn.
     /// range   a file that cannot be opened gives none; that is reported when it is loaded.
     /// throws  Failure.
-    explicit Turn(std::string const& path);
-    Turn(Turn const&) = delete;
-    Turn& operator=(Turn const&) = delete;
-    ~Turn();
+    explicit EditLock(std::string const& path);
+    EditLock(EditLock const&) = delete;
+    EditLock& operator=(EditLock const&) = delete;
+    ~EditLock();
 
 private:
     int fd_;

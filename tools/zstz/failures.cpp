@@ -15,69 +15,70 @@
 namespace {
 
 // The bytes of a line that a report shows.
-constexpr size_t kMostShown = 60;
+constexpr size_t kMaxQuotedLength = 60;
 
-constexpr char kWithoutEntry[] = "edit the line \"file = ...\" of [configuration-database] out of ";
+constexpr char kRemoveEntry[] = "edit the line \"file = ...\" of [configuration-database] out of ";
 
-std::string withoutCompanion(std::string const& mainFile)
+std::string restoreCompanion(std::string const& mainFile)
 {
-    return "put back a copy of it, or " + (kWithoutEntry + mainFile);
+    return "put back a copy of it, or " + (kRemoveEntry + mainFile);
 }
 
-bool begins(std::string const& line, char c)
+bool startsWith(std::string const& line, char c)
 {
     return !line.empty() && line[0] == c;
 }
 
 // What is wrong with a line that a stanza file does not admit, judged by the line itself.
-char const* reason(std::string const& line)
+char const* describeInvalidLine(std::string const& line)
 {
-    if (begins(line, '['))
+    if (startsWith(line, '['))
         return line.find(']') == std::string::npos
                    ? "the stanza head has no \"]\"; end the name with one"
                    : "a stanza of this name stands further up; join the two";
     if (line.find('=') == std::string::npos)
         return "neither a stanza head, a comment nor KEY = VALUE; add the \"=\" or a leading \"#\"";
-    if (begins(line, '='))
+    if (startsWith(line, '='))
         return "there is no key before the \"=\"; give it one";
     return "a key before the first stanza; put it below a [stanza] head";
 }
 
 // What is wrong with a line, judged by its bytes in the file; null when they tell no more than its
 // text.
-char const* reason(Piece const& piece)
+char const* describeRawLine(RawLine const& line)
 {
-    if (piece.isTorn)
-        return kTornLine;
-    if (piece.line == 1 && reportOfMark(piece.bytes) != nullptr)
-        return reportOfMark(piece.bytes);
-    return piece.hasZero ? kZeroByte : nullptr;
+    if (line.isSplit)
+        return kSplitLine;
+    if (line.number == 1 && describeByteOrderMark(line.bytes) != nullptr)
+        return describeByteOrderMark(line.bytes);
+    return line.hasZero ? kZeroByte : nullptr;
 }
 
 Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string const& file)
 {
-    std::string const damaged = text(e.propFile());
+    std::string const damaged = toStdString(e.propFile());
     if (e.badline() == 0)
         return {exitInvalidData, damaged +
                                      ": the companion file of obfuscated values is damaged; " +
-                                     withoutCompanion(file)};
-    std::string const line = text(e.baddata());
-    size_t number = static_cast<size_t>(e.badline());
-    char const* why = reason(line);
-    survey(damaged, [&](Piece const& piece) {
-        if (piece.number != static_cast<size_t>(e.badline()))
+                                     restoreCompanion(file)};
+    size_t const libraryNumber = static_cast<size_t>(e.badline());
+    size_t number = libraryNumber;
+    std::string const line = toStdString(e.baddata());
+    char const* problem = describeInvalidLine(line);
+    forEachRawLine(damaged, [&](RawLine const& raw) {
+        if (raw.libraryNumber != libraryNumber)
             return true;
-        number = piece.line;
-        if (char const* const more = reason(piece))
-            why = more;
+        number = raw.number;
+        if (char const* const cause = describeRawLine(raw))
+            problem = cause;
         return false;
     });
     return {exitInvalidData,
-            damaged + ":" + std::to_string(number) + ": " + quoted(line) + ": " + why};
+            damaged + ":" + std::to_string(number) + ": " + quote(line) + ": " + problem};
 }
 
 // What a path names that can be no configuration file; null when it may be one.
-char const* otherKind(std::string const& path)
+char const* irregularKind(std::string const& path)
 {
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode))
@@ -100,17 +101,17 @@ Failure describeCompanion(std::string const& file, int error, std::string const&
                                       " was moved or renamed together with " + own +
                                       ", change the line \"file = ...\" of "
                                       "[configuration-database] to the path of that"};
-    } else if (char const* const kind = otherKind(file))
-        return {exitNoAccess, what + "it is " + kind + "; " + withoutCompanion(mainFile)};
+    } else if (char const* const kind = irregularKind(file))
+        return {exitNoAccess, what + "it is " + kind + "; " + restoreCompanion(mainFile)};
     else if (error == EINVAL)
-        return {exitNoAccess, what + "it is empty; " + withoutCompanion(mainFile)};
+        return {exitNoAccess, what + "it is empty; " + restoreCompanion(mainFile)};
     return {exitNoAccess,
             what + strerror(error) + "; " +
-                (error == ENOENT ? withoutCompanion(mainFile) : "check its owner and permissions")};
+                (error == ENOENT ? restoreCompanion(mainFile) : "check its owner and permissions")};
 }
 
 // Why a file or folder may not be used for the companion file.
-Failure describeRefusal(std::string const& path, int error, std::string const& mainFile)
+Failure describeCompanionRefusal(std::string const& path, int error, std::string const& mainFile)
 {
     struct stat status;
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && error != EPERM)
@@ -124,14 +125,14 @@ Failure describeRefusal(std::string const& path, int error, std::string const& m
     if (error != EPERM)
         return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
                                   "; check its owner and permissions"};
-    if (char const* const kind = otherKind(path))
+    if (char const* const kind = irregularKind(path))
         return {exitNoAccess, path + " is " + kind + ", where the companion file of " + mainFile +
                                   " belongs; move it away"};
     return {exitNoAccess,
             path + " may not be the companion file of " + mainFile +
                 ", because others than you may write " + mainFile +
                 " or because no store made it; check the owner and the mode of both, or " +
-                kWithoutEntry + mainFile};
+                kRemoveEntry + mainFile};
 }
 
 std::string nameOf(std::string const& path)
@@ -161,8 +162,8 @@ bool isReplacement(std::string const& file, std::string const& mainFile)
 }
 
 // Why a new file cannot take the name of the file; empty if the failure has another cause.
-std::string whyNotReplaced(std::string const& file, std::string const& api, int error,
-                           std::string const& mainFile)
+std::string explainReplaceError(std::string const& file, std::string const& api, int error,
+                                std::string const& mainFile)
 {
     bool const isRefused =
         error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
@@ -195,8 +196,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
         {"read()", "cannot read ", "check the disk that it is on"},
         {"open()", "cannot open ", "check its permissions and the room there"},
     };
-    std::string const file = text(e.propFile());
-    std::string const api = text(e.api());
+    std::string const file = toStdString(e.propFile());
+    std::string const api = toStdString(e.api());
     int const error = e.excerrno();
     if (api == "fcntl()" && (error == EAGAIN || error == EACCES || error == EDEADLK))
         return {exitLocked, file + " is in use by another process; try again in a moment"};
@@ -211,8 +212,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
                                   "; compare both, then make it the "
                                   "owner's (chown) or remove it"};
     if (api == "access()")
-        return describeRefusal(file, error, mainFile);
-    std::string const why = whyNotReplaced(file, api, error, mainFile);
+        return describeCompanionRefusal(file, error, mainFile);
+    std::string const why = explainReplaceError(file, api, error, mainFile);
     if (!why.empty())
         return {exitNoAccess, mainFile + " cannot be replaced: " + why};
     if (api == "fchown()" && error == EPERM)
@@ -231,7 +232,7 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
         return {exitNoAccess, file + ": is larger than a configuration file may be; split it"};
     if (error == ESTALE)
         return {exitNoAccess, file + ": was replaced by another program; try again"};
-    if (char const* const kind = otherKind(file))
+    if (char const* const kind = irregularKind(file))
         return {exitNoAccess, file + " is " + kind + "; name a regular file"};
 
     char const* what = "cannot write ";
@@ -250,32 +251,32 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
 Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
     int const kBoolean = 41;
-    std::string const value = quoted(text(e.value()));
+    std::string const value = quote(toStdString(e.value()));
     return {exitInvalidValue,
-            text(e.propFile()) + ": the value " + value + " of key " + text(e.key()) + " in [" +
-                text(e.category()) + "] is no " +
+            toStdString(e.propFile()) + ": the value " + value + " of key " + toStdString(e.key()) +
+                " in [" + toStdString(e.category()) + "] is no " +
                 (e.messageNumber() == kBoolean ? "truth value; write yes or no"
                                                : "number; write a decimal, 0x or 0 octal number")};
 }
 
 }  // namespace
 
-std::string text(ZLCString_6_0 const& string)
+std::string toStdString(ZLCString_6_0 const& string)
 {
     return std::string(string.getChars(), string.getLength());
 }
 
-std::string quoted(std::string const& text)
+std::string quote(std::string const& text)
 {
-    if (text.size() <= kMostShown)
+    if (text.size() <= kMaxQuotedLength)
         return '"' + text + '"';
-    size_t end = kMostShown;
+    size_t end = kMaxQuotedLength;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)  // inside a character
         --end;
     return '"' + text.substr(0, end) + "...\"";
 }
 
-std::string printable(std::string const& text)
+std::string toPrintable(std::string const& text)
 {
     std::string shown;
     mbstate_t state = {};
@@ -297,16 +298,16 @@ std::string printable(std::string const& text)
     return shown;
 }
 
-std::string counted(size_t number, char const* one, char const* several)
+std::string formatCount(size_t number, char const* singular, char const* plural)
 {
-    return std::to_string(number) + " " + (number == 1 ? one : several);
+    return std::to_string(number) + " " + (number == 1 ? singular : plural);
 }
 
 int report(Failure const& failure)
 {
     // What was printed before stands before it, also where both go to one place.
     fflush(stdout);
-    fprintf(stderr, "zstz: %s\n", printable(failure.text).c_str());
+    fprintf(stderr, "zstz: %s\n", toPrintable(failure.text).c_str());
     return failure.code;
 }
 
@@ -323,7 +324,7 @@ Failure describe(std::exception_ptr exception, std::string const& file)
     } catch (ZPropertiesInvalidValueException_6_0 const& e) {
         return describeValue(e);
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
-        char const* const kind = otherKind(file);
+        char const* const kind = irregularKind(file);
         return {exitNoAccess, kind != nullptr
                                   ? file + " is " + kind + "; name a regular file"
                                   : "cannot read " + file + "; check the disk that it is on"};

@@ -26,17 +26,17 @@ struct Failure {
 };
 
 /// Returns the bytes of a string of the library.
-std::string text(ZLCString_6_0 const& string);
+std::string toStdString(ZLCString_6_0 const& string);
 
 /// Returns `text` in double quotes, shortened when it is long.
-std::string quoted(std::string const& text);
+std::string quote(std::string const& text);
 
 /// Returns `text` as one line that a terminal can show: a tab becomes a blank, what is no printable
 /// character a "?".
-std::string printable(std::string const& text);
+std::string toPrintable(std::string const& text);
 
 /// Returns a number with the word for what is counted: "1 key", "2 keys".
-std::string counted(size_t number, char const* one, char const* several);
+std::string formatCount(size_t number, char const* singular, char const* plural);
 
 /// Reports a failure on standard error, in one line; returns its code.
 int report(Failure const& failure);

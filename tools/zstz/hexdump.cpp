@@ -19,14 +19,14 @@ constexpr size_t kBytesPerLine = 16;
 // The library counts offsets from 0 in each dump. A part of this size has offsets of four digits,
 // so that each of its lines has the same length and another offset can be put in their place. Its
 // dump is small enough for malloc to reuse memory instead of asking the system for it every time.
-constexpr size_t kPart = 0x1000;
+constexpr size_t kChunkSize = 0x1000;
 constexpr size_t kOffsetEnd = 5;  // of a line: a line feed and four digits
 constexpr size_t kColumnStart = 59;
 constexpr size_t kColumnEnd = kColumnStart + kBytesPerLine;
-constexpr size_t kLine = kColumnEnd + 1;
+constexpr size_t kLineLength = kColumnEnd + 1;
 
 // The dump of some bytes, as the library makes it.
-std::string dump(unsigned char const* data, size_t length, char const* title)
+std::string formatDump(unsigned char const* data, size_t length, char const* title)
 {
     char* text = nullptr;
     size_t size = 0;
@@ -34,16 +34,16 @@ std::string dump(unsigned char const* data, size_t length, char const* title)
     if (memory == nullptr)
         throw std::bad_alloc();
     zhex_dump_6_0(memory, static_cast<int>(length), data, title);
-    bool const isWhole = fclose(memory) == 0;
-    std::string const result = isWhole ? std::string(text, size) : "";
+    bool const isComplete = fclose(memory) == 0;
+    std::string const result = isComplete ? std::string(text, size) : "";
     free(text);
-    if (!isWhole)
+    if (!isComplete)
         throw std::bad_alloc();
     return result;
 }
 
 // Bytes that are no ASCII text could steer a terminal.
-void mask(char* line)
+void maskNonAscii(char* line)
 {
     for (size_t i = kColumnStart; i < kColumnEnd; ++i)
         if (static_cast<unsigned char>(line[i]) >= 0x7F)
@@ -63,30 +63,30 @@ void dumpStream(FILE* in, std::string const& path, char const* title)
 {
     bool const toTerminal = isatty(STDOUT_FILENO) != 0;
     if (title != nullptr) {
-        std::string head = dump(nullptr, 0, title);
-        head.pop_back();  // the line feed that ends a dump
-        fputs(head.c_str(), stdout);
+        std::string titleLine = formatDump(nullptr, 0, title);
+        titleLine.pop_back();  // the line feed that ends a dump
+        fputs(titleLine.c_str(), stdout);
     }
-    std::vector<unsigned char> part(kPart);
+    std::vector<unsigned char> chunk(kChunkSize);
     std::string out;
     unsigned long long offset = 0;
     for (;;) {
-        size_t const got = fread(part.data(), 1, part.size(), in);
+        size_t const length = fread(chunk.data(), 1, chunk.size(), in);
         if (ferror(in))
             throw Failure{exitNoAccess, "cannot read " + path + ": " + strerror(errno) +
                                             "; check that it is a file with contents"};
-        std::string text = dump(part.data(), got, nullptr);
+        std::string text = formatDump(chunk.data(), length, nullptr);
         out.clear();
-        for (size_t at = 0; at + kLine <= text.size(); at += kLine) {
+        for (size_t at = 0; at + kLineLength <= text.size(); at += kLineLength) {
             if (toTerminal)
-                mask(text.data() + at);
+                maskNonAscii(text.data() + at);
             out += '\n';
             appendOffset(out, offset);
-            out.append(text, at + kOffsetEnd, kLine - kOffsetEnd);
+            out.append(text, at + kOffsetEnd, kLineLength - kOffsetEnd);
             offset += kBytesPerLine;
         }
         fwrite(out.data(), 1, out.size(), stdout);
-        if (got < part.size() || ferror(stdout))
+        if (length < chunk.size() || ferror(stdout))
             break;
     }
     putchar('\n');

@@ -18,40 +18,40 @@ namespace {
 using Entries = std::map<std::string, std::string>;
 
 // Refuses to go on where what has been read is not all that the file holds.
-void checkLost(std::string const& path, JavaFile const& file, bool dropComments)
+void checkNothingLost(std::string const& path, JavaFile const& file, bool dropComments)
 {
     for (LostLine const& line : file.lost())
         if (!line.isComment)
-            throw Failure{exitInvalidData, lineReport(path, line)};
+            throw Failure{exitInvalidData, describeLostLine(path, line)};
     if (!file.lost().empty() && !dropComments)
-        throw Failure{exitRefused, lineReport(path, file.lost().front()) +
+        throw Failure{exitRefused, describeLostLine(path, file.lost().front()) +
                                        "; use --drop-comments to do without the comments"};
 }
 
 // Two "\u" escapes that stand for one character are read as three bytes each. Returns the text with
 // the four bytes that UTF-8 has for the character.
-std::string joinedPairs(std::string const& value)
+std::string joinSurrogatePairs(std::string const& value)
 {
-    auto const isHalf = [&value](size_t at, unsigned char least, unsigned char most) {
+    auto const isSurrogate = [&value](size_t at, unsigned char first, unsigned char last) {
         return at + 2 < value.size() && value[at] == '\xED' &&
-               static_cast<unsigned char>(value[at + 1]) >= least &&
-               static_cast<unsigned char>(value[at + 1]) <= most;
+               static_cast<unsigned char>(value[at + 1]) >= first &&
+               static_cast<unsigned char>(value[at + 1]) <= last;
     };
-    auto const unit = [&value](size_t at) {
+    auto const codeUnit = [&value](size_t at) {
         return (value[at + 1] & 0x0Fu) << 6 | (value[at + 2] & 0x3Fu);
     };
-    std::string text;
+    std::string result;
     for (size_t at = 0; at < value.size();) {
-        if (isHalf(at, 0xA0, 0xAF) && isHalf(at + 3, 0xB0, 0xBF)) {
-            unsigned const point = 0x10000 + (unit(at) << 10) + (unit(at + 3) & 0x3FF);
+        if (isSurrogate(at, 0xA0, 0xAF) && isSurrogate(at + 3, 0xB0, 0xBF)) {
+            unsigned const point = 0x10000 + (codeUnit(at) << 10) + (codeUnit(at + 3) & 0x3FF);
             for (int shift = 18; shift >= 0; shift -= 6)
-                text += static_cast<char>((shift == 18 ? 0xF0 : 0x80) | (point >> shift & 0x3F));
+                result += static_cast<char>((shift == 18 ? 0xF0 : 0x80) | (point >> shift & 0x3F));
             at += 6;
         } else {
-            text += value[at++];
+            result += value[at++];
         }
     }
-    return text;
+    return result;
 }
 
 // ---- java -------------------------------------------------------------------------------------
@@ -61,7 +61,7 @@ int javaGet(Request const& request)
     JavaFile const file(request.file);
     auto const entry = file.entries().find(request.key);
     if (entry != file.entries().end()) {
-        std::string const value = joinedPairs(entry->second) + '\n';
+        std::string const value = joinSurrogatePairs(entry->second) + '\n';
         fwrite(value.data(), 1, value.size(), stdout);
         return exitDone;
     }
@@ -78,9 +78,9 @@ int javaGet(Request const& request)
 int javaSet(Request const& request)
 {
     checkJavaEntry(request.key, request.value);
-    Turn const turn(request.file);
+    EditLock const editLock(request.file);
     JavaFile const file(request.file);
-    checkLost(request.file, file, request.dropComments);
+    checkNothingLost(request.file, file, request.dropComments);
     Entries entries = file.entries();
     entries[request.key] = request.value;
     for (auto const& [key, value] : entries)
@@ -95,7 +95,7 @@ int javaList(Request const& request)
     JavaFile const file(request.file);
     for (auto const& [key, value] : file.entries()) {
         std::string shown;
-        for (char const c : joinedPairs(value)) {
+        for (char const c : joinSurrogatePairs(value)) {
             char escape[sizeof "\\u0000"];
             snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c) & 0xFF);
             shown += static_cast<unsigned char>(c) < 0x20 ? escape : std::string(1, c);
@@ -114,11 +114,11 @@ int javaCheck(Request const& request)
         if (line.isComment)
             ++comments;
         else
-            code = report({exitInvalidData, lineReport(request.file, line)});
+            code = report({exitInvalidData, describeLostLine(request.file, line)});
     }
     printf("%s: %s, %s\n", request.file.c_str(),
-           counted(file.entries().size(), "entry", "entries").c_str(),
-           counted(comments, "comment", "comments").c_str());
+           formatCount(file.entries().size(), "entry", "entries").c_str(),
+           formatCount(comments, "comment", "comments").c_str());
     return code;
 }
 
@@ -127,7 +127,7 @@ int javaCheck(Request const& request)
 // Text of a stanza file is in the local codeset, that of a Java file in UTF-8. What cannot be
 // converted comes out empty.
 template <class To, class From>
-std::string converted(std::string const& key, std::string const& source)
+std::string convert(std::string const& key, std::string const& source)
 {
     To const result(From(source.c_str()));
     if (result.isEmpty() && !source.empty())
@@ -140,12 +140,12 @@ std::string converted(std::string const& key, std::string const& source)
 
 std::string toUTF8(std::string const& key, std::string const& local)
 {
-    return converted<ZUTF8String_6_0, ZLCString_6_0>(key, local);
+    return convert<ZUTF8String_6_0, ZLCString_6_0>(key, local);
 }
 
 std::string toLocal(std::string const& key, std::string const& utf8)
 {
-    return converted<ZLCString_6_0, ZUTF8String_6_0>(key, utf8);
+    return convert<ZLCString_6_0, ZUTF8String_6_0>(key, utf8);
 }
 
 bool exists(std::string const& path)
@@ -154,41 +154,41 @@ bool exists(std::string const& path)
 }
 
 // Whether both paths lead to one file, whose other stanzas the Java file would replace.
-bool isSameFile(std::string const& one, std::string const& other)
+bool isSameFile(std::string const& left, std::string const& right)
 {
-    struct stat first, second;
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+    struct stat leftStatus, rightStatus;
+    return stat(left.c_str(), &leftStatus) == 0 && stat(right.c_str(), &rightStatus) == 0 &&
+           leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino;
 }
 
 // Makes the stanza one of no other keys, and keeps its place and its comments.
-void keepKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
-              std::set<std::string> const& kept)
+void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
+                     std::set<std::string> const& keptKeys)
 {
     std::unique_ptr<ZArrayList_6_0> const keys(store.getKeys(stanza.c_str()));
     for (unsigned i = 0; i < keys->size(); ++i) {
         auto const& name = static_cast<ZAbstractString_6_0 const&>(*keys->get(i));
         std::string const key(name.getChars(), name.getLength());
         // A key keeps one kind of values: an obfuscated one is made anew.
-        if (kept.count(key) == 0 || store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
+        if (keptKeys.count(key) == 0 || store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
             store.deleteKey(stanza.c_str(), key.c_str());
     }
 }
 
 // The entries of a stanza, as a Java file can hold them.
-Entries javaEntries(Request const& request)
+Entries makeJavaEntries(Request const& request)
 {
     LoadedFile file(request.file);
-    needStanza(file.store(), request.file, request.stanza);
+    requireStanza(file.store(), request.file, request.stanza);
     if (!request.dropComments && file.hasComments(request.stanza))
         throw Failure{exitRefused, "the stanza [" + request.stanza + "] of " + request.file +
                                        " has comments, which a Java file of this library cannot "
                                        "hold; use --drop-comments to do without them"};
     Entries entries;
-    for (Stanza const& outlined : file.outline()) {
-        if (outlined.name != request.stanza)
+    for (Stanza const& stanza : file.outline()) {
+        if (stanza.name != request.stanza)
             continue;
-        for (std::string const& key : outlined.keys) {
+        for (std::string const& key : stanza.keys) {
             if (file.isObfuscated(request.stanza, key))
                 throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
                                                request.file +
@@ -212,8 +212,8 @@ Entries javaEntries(Request const& request)
 
 int convertToJava(Request const& request)
 {
-    Turn const turn(request.javaTo);
-    Entries const entries = javaEntries(request);
+    EditLock const editLock(request.javaTo);
+    Entries const entries = makeJavaEntries(request);
     if (exists(request.javaTo) && !request.overwrite)
         throw Failure{exitRefused, request.javaTo + " exists; use --overwrite to replace it"};
     storeJavaFile(request.javaTo, entries);
@@ -223,10 +223,10 @@ int convertToJava(Request const& request)
 int convertFromJava(Request const& request)
 {
     JavaFile const java(request.javaFrom);
-    checkLost(request.javaFrom, java, request.dropComments);
+    checkNothingLost(request.javaFrom, java, request.dropComments);
     std::vector<std::pair<std::string, std::string>> entries;
     for (auto const& [key, value] : java.entries()) {
-        entries.emplace_back(toLocal(key, key), toLocal(key, joinedPairs(value)));
+        entries.emplace_back(toLocal(key, key), toLocal(key, joinSurrogatePairs(value)));
         checkNames(request.stanza, entries.back().first);
         checkValue(entries.back().first, entries.back().second);
     }
@@ -234,18 +234,18 @@ int convertFromJava(Request const& request)
 
     EditedFile file(
         request.file,
-        request.overwrite ? EditedFile::Replaced{request.stanza, ""} : EditedFile::Replaced{},
-        EditedFile::mayBeMissing);
+        request.overwrite ? EditedFile::Removal{request.stanza, ""} : EditedFile::Removal{},
+        EditedFile::createIfMissing);
     ZStanzaFileProperties_6_0& store = file.store();
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {
         if (!request.overwrite)
             throw Failure{exitRefused, "there is a stanza [" + request.stanza + "] in " +
                                            request.file + "; use --overwrite to replace it"};
-        std::set<std::string> kept;
+        std::set<std::string> newKeys;
         for (auto const& entry : entries)
-            kept.insert(entry.first);
-        keepKeys(store, request.stanza, kept);
+            newKeys.insert(entry.first);
+        deleteOtherKeys(store, request.stanza, newKeys);
     } else {
         store.addStanza(stanza);
     }

@@ -14,10 +14,11 @@
 
 namespace {
 
-constexpr char kUnread[] =
+constexpr char kInvalidLine[] =
     "the line is no entry and is not read; write KEY = VALUE with known escapes, or a leading "
     "\"#\"";
-constexpr char kBehindUnread[] = "the line is not read, because it follows one that is no entry";
+constexpr char kAfterInvalidLine[] =
+    "the line is not read, because it follows one that is no entry";
 constexpr char kLastLine[] = "the last line has no line end and is not read; end it with one";
 constexpr char kZero[] = "the line has a zero byte, which is not stored; take it out";
 constexpr char kComment[] = "the comment would be lost";
@@ -27,76 +28,77 @@ struct CloseStream {
 };
 
 // Reads a text as the library does, and notes what it passes over: each of its states is watched.
-class Watch : public ZJavaProperties_6_0 {
+class LossRecorder : public ZJavaProperties_6_0 {
 public:
-    explicit Watch(std::string& text)
+    explicit LossRecorder(std::string& text)
         : text_(text), stream_(fmemopen(text.data(), text.size(), "r"))
     {
         if (stream_ == nullptr)
             throw std::bad_alloc();
-        watchAll(std::make_index_sequence<kStates>());
+        wrapHandlers(std::make_index_sequence<kStates>());
     }
 
     std::vector<LostLine> run(char const* path)
     {
         loadProperties(stream_.get(), path);
         if (state_ != startLine && state_ != startLineBlanks && state_ != commentLine)
-            note(text_.size() - 1, kLastLine);
+            record(text_.size() - 1, kLastLine);
         return lost_;
     }
 
 private:
     template <size_t... states>
-    void watchAll(std::index_sequence<states...>)
+    void wrapHandlers(std::index_sequence<states...>)
     {
         for (int state = 0; state < kStates; ++state)
-            library_[state] = handlers_[state];
-        ((handlers_[states] = library_[states] == nullptr
-                                  ? nullptr
-                                  : static_cast<Handler>(&Watch::watch<static_cast<int>(states)>)),
+            libraryHandlers_[state] = handlers_[state];
+        ((handlers_[states] =
+              libraryHandlers_[states] == nullptr
+                  ? nullptr
+                  : static_cast<Handler>(&LossRecorder::handle<static_cast<int>(states)>)),
          ...);
     }
 
     template <int state>
-    int watch(char c)
+    int handle(char c)
     {
-        int const next = (this->*library_[state])(c);
-        bool const begins = state == startLine || state == startLineBlanks;
+        int const next = (this->*libraryHandlers_[state])(c);
+        bool const isLineStart = state == startLine || state == startLineBlanks;
         if (next == syntaxError)
-            note(at(), kUnread);
+            record(position(), kInvalidLine);
         else if (c == '\0')
-            note(at(), kZero);
-        else if (begins && next == commentLine)
-            note(at(), kComment);
+            record(position(), kZero);
+        else if (isLineStart && next == commentLine)
+            record(position(), kComment);
         // A line end that is an error takes the line behind it along.
         if (next == syntaxError && (c == '\n' || c == '\r'))
-            noteFollowing();
+            recordFollowing();
         state_ = next == syntaxError ? commentLine : next;
         return next;
     }
 
     // Where the byte stands that was read last.
-    size_t at() const { return static_cast<size_t>(ftell(stream_.get())) - 1; }
+    size_t position() const { return static_cast<size_t>(ftell(stream_.get())) - 1; }
 
     size_t lineStart(size_t at) const
     {
-        size_t const feed = at == 0 ? text_.npos : text_.find_last_of("\r\n", at - 1);
-        return feed == text_.npos ? 0 : feed + 1;
+        size_t const lineEnd = at == 0 ? text_.npos : text_.find_last_of("\r\n", at - 1);
+        return lineEnd == text_.npos ? 0 : lineEnd + 1;
     }
 
     // The reader ignores a line end behind one of the other kind, however many there are in turn.
-    void noteFollowing()
+    void recordFollowing()
     {
-        size_t next = at() + 1;
+        size_t next = position() + 1;
         while (next < text_.size() && text_[next - 1] != text_[next] &&
                (text_[next] == '\n' || text_[next] == '\r'))
             ++next;
         if (next < text_.size())
-            note(next, kBehindUnread);
+            record(next, kAfterInvalidLine);
     }
 
     // Notes the line with the byte at `at`, once, unless there is nothing in it.
-    void note(size_t at, char const* why)
+    void record(size_t at, char const* problem)
     {
         size_t const start = lineStart(at);
         while (counted_ < start) {
@@ -106,28 +108,28 @@ private:
         }
         size_t const end = std::min(text_.find_first_of("\r\n", start), text_.size());
         std::string const line = text_.substr(start, end - start);
-        bool const isComment = why == kComment;
+        bool const isComment = problem == kComment;
         if (line.find_first_not_of(isComment ? " \t\v\f#!" : " \t\v\f") == line.npos)
             return;
         if (lost_.empty() || lost_.back().number != number_)
-            lost_.push_back({number_, line, why, isComment});
+            lost_.push_back({number_, line, problem, isComment});
     }
 
     std::string const& text_;
     std::unique_ptr<FILE, CloseStream> const stream_;
-    std::array<Handler, kStates> library_ = {};
+    std::array<Handler, kStates> libraryHandlers_ = {};
     int state_ = startLine;  // after the byte that was read last
     size_t counted_ = 0;     // the bytes whose line ends number_ has counted
     size_t number_ = 1;
     std::vector<LostLine> lost_;
 };
 
-std::string bytes(ZAbstractString_6_0 const& string)
+std::string toStdString(ZAbstractString_6_0 const& string)
 {
     return std::string(string.getChars(), string.getLength());
 }
 
-std::map<std::string, std::string> entriesOf(ZJavaProperties_6_0 const& store)
+std::map<std::string, std::string> readEntries(ZJavaProperties_6_0 const& store)
 {
     std::map<std::string, std::string> entries;
     ZArrayList_6_0 keys(64, 1);
@@ -136,14 +138,14 @@ std::map<std::string, std::string> entriesOf(ZJavaProperties_6_0 const& store)
         auto const& key = static_cast<ZAbstractString_6_0 const&>(*keys.get(i));
         ZUTF8String_6_0 value;
         store.getValue(key, value);
-        entries[bytes(key)] = bytes(value);
+        entries[toStdString(key)] = toStdString(value);
     }
     return entries;
 }
 
-bool isOneOf(char c, char const* set)
+bool isOneOf(char c, char const* characters)
 {
-    return std::string_view(set).find(c) != std::string_view::npos;
+    return std::string_view(characters).find(c) != std::string_view::npos;
 }
 
 // Whether the reader gives the key back from a line that begins with it as it is.
@@ -156,31 +158,31 @@ bool isJavaKey(std::string const& key)
 
 // The length of the character at the start of `text` when it is written so that it reads back: of
 // one byte, or of two or three in their shortest form. 0 for any other.
-size_t javaCharacter(std::string_view text)
+size_t javaCharacterLength(std::string_view text)
 {
     auto const byte = [text](size_t i) {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
     };
-    auto const follows = [byte](size_t i) { return (byte(i) & 0xC0u) == 0x80u; };
+    auto const isContinuation = [byte](size_t i) { return (byte(i) & 0xC0u) == 0x80u; };
     if (byte(0) < 0x7F)
         return 1;
-    if (byte(0) >= 0xC2 && byte(0) <= 0xDF && follows(1))
+    if (byte(0) >= 0xC2 && byte(0) <= 0xDF && isContinuation(1))
         return 2;
-    if (byte(0) >= 0xE0 && byte(0) <= 0xEF && follows(1) && follows(2) &&
+    if (byte(0) >= 0xE0 && byte(0) <= 0xEF && isContinuation(1) && isContinuation(2) &&
         (byte(0) > 0xE0 || byte(1) >= 0xA0))
         return 3;
     return 0;
 }
 
 // What keeps a value from being read back; null when nothing does.
-char const* valueFault(std::string const& value)
+char const* describeValueFault(std::string const& value)
 {
     if (!value.empty() && isOneOf(value[0], " \t\v\f"))
         return "begins with white space, which is not read back; leave that out";
     if (value.find_first_of("\n\r") != value.npos)
         return "has a line end, which a Java file of this library cannot hold; use one line";
     for (size_t i = 0; i < value.size();) {
-        size_t const length = javaCharacter(std::string_view(value).substr(i));
+        size_t const length = javaCharacterLength(std::string_view(value).substr(i));
         if (length == 0)
             return "has a character that a Java file of this library cannot hold; use characters "
                    "of UTF-8 up to U+FFFF other than DEL";
@@ -194,27 +196,27 @@ char const* valueFault(std::string const& value)
 JavaFile::JavaFile(std::string const& path)
 {
     ZJavaProperties_6_0 store;
-    std::string text = contents(path);
+    std::string text = readFile(path);
     try {
         store.load(path.c_str());
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
         throw describe(std::current_exception(), path);  // it does not tell which file it is about
     }
-    entries_ = entriesOf(store);
+    entries_ = readEntries(store);
     if (text.empty())
         return;
-    lost_ = Watch(text).run(path.c_str());
+    lost_ = LossRecorder(text).run(path.c_str());
     // The mark belongs to the first key, and would come to stand wherever that key is stored.
-    if (char const* const mark = reportOfMark(text)) {
+    if (char const* const mark = describeByteOrderMark(text)) {
         if (!lost_.empty() && lost_.front().number == 1)
             lost_.erase(lost_.begin());
         lost_.insert(lost_.begin(), {1, text.substr(0, text.find_first_of("\r\n")), mark, false});
     }
 }
 
-std::string lineReport(std::string const& path, LostLine const& line)
+std::string describeLostLine(std::string const& path, LostLine const& line)
 {
-    return path + ":" + std::to_string(line.number) + ": " + quoted(line.text) + ": " + line.why;
+    return path + ":" + std::to_string(line.number) + ": " + quote(line.text) + ": " + line.problem;
 }
 
 void checkJavaEntry(std::string const& key, std::string const& value)
@@ -222,12 +224,12 @@ void checkJavaEntry(std::string const& key, std::string const& value)
     if (!isJavaKey(key))
         throw Failure{
             exitInvalidValue,
-            "the key " + quoted(key) +
+            "the key " + quote(key) +
                 " cannot be stored in a Java file; use one without blanks, line ends, "
                 "\"=\", \":\" and backslashes in it, and without a leading \"#\" or \"!\""};
-    if (char const* const fault = valueFault(value))
+    if (char const* const fault = describeValueFault(value))
         throw Failure{exitInvalidValue,
-                      "the value " + quoted(value) + " of key " + key + " " + fault};
+                      "the value " + quote(value) + " of key " + key + " " + fault};
 }
 
 void storeJavaFile(std::string const& path, std::map<std::string, std::string> const& entries)
@@ -239,7 +241,7 @@ void storeJavaFile(std::string const& path, std::map<std::string, std::string> c
 
     ZJavaProperties_6_0 stored;
     stored.load(path.c_str());
-    if (entriesOf(stored) != entries)
+    if (readEntries(stored) != entries)
         throw Failure{exitInternal,
                       path + " does not read back as it was stored; please report it"};
 }

@@ -17,7 +17,7 @@
 struct LostLine {
     size_t number;  // counted from 1
     std::string text;
-    char const* why;
+    char const* problem;
     bool isComment;  // else it has, or should have, an entry that is not read
 };
 
@@ -35,7 +35,7 @@ private:
 };
 
 /// Returns what is to be said about a line that is not read.
-std::string lineReport(std::string const& path, LostLine const& line);
+std::string describeLostLine(std::string const& path, LostLine const& line);
 
 /// Says which key or value a Java file could not give back.
 /// throws  Failure.

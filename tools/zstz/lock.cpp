@@ -28,12 +28,12 @@ constexpr int kCannotRun = 126;
 constexpr int kNotFound = 127;
 constexpr int kBySignal = 128;
 
-std::string pathOf(Request const& request)
+std::string lockFilePath(Request const& request)
 {
     return (request.lockDir.empty() ? "" : request.lockDir + "/") + "._zpl" + request.lockName;
 }
 
-char const* dirOf(Request const& request)
+char const* lockDirectory(Request const& request)
 {
     return request.lockDir.empty() ? nullptr : request.lockDir.c_str();
 }
@@ -42,64 +42,64 @@ char const* dirOf(Request const& request)
 
 // Ends the library's wait for a lock, which has no time limit of its own: an alarm interrupts it,
 // again and again, because the first one may come just before the wait begins.
-class Alarm {
+class ScopedAlarm {
 public:
-    explicit Alarm(double seconds)
+    explicit ScopedAlarm(double seconds)
     {
         struct sigaction action = {};
         action.sa_handler = [](int) {};  // without SA_RESTART
-        sigaction(SIGALRM, &action, &before_);
+        sigaction(SIGALRM, &action, &savedAction_);
         sigset_t alarm;
         sigemptyset(&alarm);
         sigaddset(&alarm, SIGALRM);
-        sigprocmask(SIG_UNBLOCK, &alarm, &mask_);
+        sigprocmask(SIG_UNBLOCK, &alarm, &savedMask_);
         itimerval timer = {};
         timer.it_value.tv_sec = static_cast<time_t>(seconds);
         timer.it_value.tv_usec =
             static_cast<suseconds_t>((seconds - static_cast<double>(timer.it_value.tv_sec)) * 1e6);
-        timer.it_interval.tv_usec = kAgain;
+        timer.it_interval.tv_usec = kRepeatInterval;
         setitimer(ITIMER_REAL, &timer, nullptr);
     }
-    Alarm(Alarm const&) = delete;
-    Alarm& operator=(Alarm const&) = delete;
-    ~Alarm()
+    ScopedAlarm(ScopedAlarm const&) = delete;
+    ScopedAlarm& operator=(ScopedAlarm const&) = delete;
+    ~ScopedAlarm()
     {
         itimerval const off = {};
         setitimer(ITIMER_REAL, &off, nullptr);
-        sigprocmask(SIG_SETMASK, &mask_, nullptr);
-        sigaction(SIGALRM, &before_, nullptr);
+        sigprocmask(SIG_SETMASK, &savedMask_, nullptr);
+        sigaction(SIGALRM, &savedAction_, nullptr);
     }
 
 private:
-    static constexpr suseconds_t kAgain = 20000;
+    static constexpr suseconds_t kRepeatInterval = 20000;
 
-    struct sigaction before_;
-    sigset_t mask_;
+    struct sigaction savedAction_;
+    sigset_t savedMask_;
 };
 
-[[noreturn]] void failToUse(Request const& request, std::string const& why)
+[[noreturn]] void throwLockFileError(Request const& request, std::string const& problem)
 {
-    throw Failure{exitNoAccess, "cannot use the lock file " + pathOf(request) + ": " + why +
-                                    "; check it, its folder and their permissions"};
+    throw Failure{exitNoAccess, "cannot use the lock file " + lockFilePath(request) + ": " +
+                                    problem + "; check it, its folder and their permissions"};
 }
 
 constexpr char kNoRegularFile[] = "it is no regular file";
 
 // Why open() with O_NOFOLLOW has failed.
-char const* whyNotOpened(int error)
+char const* describeOpenError(int error)
 {
     return error == ELOOP ? "it is a symbolic link" : strerror(error);
 }
 
 // The library does not tell why a lock file could not be opened.
-std::string whyNotOpened(std::string const& path)
+std::string explainUnusableFile(std::string const& path)
 {
     constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW;
     int fd = open(path.c_str(), kFlags);
     if (fd < 0 && errno == ENOENT)
         fd = open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0600);
     if (fd < 0)
-        return whyNotOpened(errno);
+        return describeOpenError(errno);
     struct stat status = {};
     fstat(fd, &status);
     close(fd);
@@ -113,29 +113,29 @@ void acquire(Lock& lock, Request const& request)
 {
     // Without --wait: a reader that enters holds others up for a moment, which is no reason to
     // fail.
-    constexpr double kMoment = 0.05;
-    double const seconds = std::max(request.wait, kMoment);
+    constexpr double kMinimumWait = 0.05;
+    double const seconds = std::max(request.wait, kMinimumWait);
     auto const deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(seconds));
-    Alarm const alarm(seconds);
+    ScopedAlarm const alarm(seconds);
     for (;;) {
         try {
             lock.lock(request.write ? Lock::write : Lock::read);
             return;
         } catch (ZLockResourceException_6_0 const& e) {
             if (e.returnCode() == EBADF)
-                failToUse(request, whyNotOpened(pathOf(request)));
+                throwLockFileError(request, explainUnusableFile(lockFilePath(request)));
             if (e.returnCode() != EINTR)
-                failToUse(request, strerror(e.returnCode()));
+                throwLockFileError(request, strerror(e.returnCode()));
             if (Clock::now() >= deadline)
                 throw Failure{exitLocked, "the lock " + request.lockName +
                                               " is held by another process; try again later, or "
                                               "use --wait SECONDS"};
         } catch (ZWriteResourceException_6_0 const& e) {
-            failToUse(request, strerror(e.returnCode()));
+            throwLockFileError(request, strerror(e.returnCode()));
         } catch (ZReadResourceException_6_0 const& e) {
-            failToUse(request,
-                      e.returnCode() < 0 ? "it is too short to be one" : strerror(e.returnCode()));
+            throwLockFileError(request, e.returnCode() < 0 ? "it is too short to be one"
+                                                           : strerror(e.returnCode()));
         }
     }
 }
@@ -143,30 +143,30 @@ void acquire(Lock& lock, Request const& request)
 // ---- Running ----------------------------------------------------------------------------------
 
 // The signals that are handed on to the command.
-constexpr int kHandedOn[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM};
+constexpr int kForwardedSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM};
 
 // Blocks the signals that are waited for, and makes sure that the end of a child is told.
-class Signals {
+class SignalForwarder {
 public:
-    Signals()
+    SignalForwarder()
     {
         sigemptyset(&awaited_);
         sigaddset(&awaited_, SIGCHLD);
-        for (int const signal : kHandedOn)
+        for (int const signal : kForwardedSignals)
             sigaddset(&awaited_, signal);
-        sigprocmask(SIG_BLOCK, &awaited_, &mask_);
+        sigprocmask(SIG_BLOCK, &awaited_, &savedMask_);
         struct sigaction action = {};
         action.sa_handler = SIG_DFL;
-        sigaction(SIGCHLD, &action, &child_);
+        sigaction(SIGCHLD, &action, &savedChildAction_);
     }
-    Signals(Signals const&) = delete;
-    Signals& operator=(Signals const&) = delete;
-    ~Signals() { restore(); }
+    SignalForwarder(SignalForwarder const&) = delete;
+    SignalForwarder& operator=(SignalForwarder const&) = delete;
+    ~SignalForwarder() { restore(); }
 
     void restore() const
     {
-        sigaction(SIGCHLD, &child_, nullptr);
-        sigprocmask(SIG_SETMASK, &mask_, nullptr);
+        sigaction(SIGCHLD, &savedChildAction_, nullptr);
+        sigprocmask(SIG_SETMASK, &savedMask_, nullptr);
     }
 
     // Hands signals on until `command` ends; returns how it ended.
@@ -186,18 +186,18 @@ public:
 
 private:
     sigset_t awaited_;
-    sigset_t mask_;
-    struct sigaction child_;
+    sigset_t savedMask_;
+    struct sigaction savedChildAction_;
 };
 
 // Becomes the command; tells through `report` why it cannot.
-[[noreturn]] void become(Request const& request, pid_t parent, int report)
+[[noreturn]] void execCommand(Request const& request, pid_t parent, int errorPipe)
 {
     // Without the parent the lock is gone, and what it guards must not be touched any more.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
         _exit(kBySignal + SIGTERM);
-    if (request.hasSetTables)
+    if (request.hasSetTablesVariable)
         unsetenv("QVRDIR");
     std::vector<char*> arguments;
     for (std::string const& argument : request.command)
@@ -205,11 +205,11 @@ private:
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
     int const error = errno;
-    [[maybe_unused]] ssize_t const written = write(report, &error, sizeof error);
+    [[maybe_unused]] ssize_t const written = write(errorPipe, &error, sizeof error);
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
-[[noreturn]] void failToRun(int error)
+[[noreturn]] void throwCannotRun(int error)
 {
     throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(error) +
                                     "; check the limits on processes and open files"};
@@ -217,31 +217,31 @@ private:
 
 int runCommand(Request const& request)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
-        failToRun(errno);
+    int pipeEnds[2];
+    if (pipe2(pipeEnds, O_CLOEXEC) != 0)
+        throwCannotRun(errno);
     fflush(nullptr);
-    Signals const signals;
+    SignalForwarder const signals;
     pid_t const parent = getpid();
     pid_t const child = fork();
     if (child == 0) {
         signals.restore();
-        become(request, parent, ends[1]);
+        execCommand(request, parent, pipeEnds[1]);
     }
     int const forkError = errno;
-    close(ends[1]);
+    close(pipeEnds[1]);
     if (child < 0) {
-        close(ends[0]);
-        failToRun(forkError);
+        close(pipeEnds[0]);
+        throwCannotRun(forkError);
     }
     int error = 0;
-    ssize_t got;
+    ssize_t length;
     do
-        got = read(ends[0], &error, sizeof error);
-    while (got < 0 && errno == EINTR);
-    close(ends[0]);
+        length = read(pipeEnds[0], &error, sizeof error);
+    while (length < 0 && errno == EINTR);
+    close(pipeEnds[0]);
     int const code = signals.wait(child);
-    if (got > 0)
+    if (length > 0)
         report({exitNoAccess, "cannot run " + request.command.front() + ": " + strerror(error) +
                                   "; check its name and permissions"});
     return code;
@@ -249,7 +249,7 @@ int runCommand(Request const& request)
 
 int runLocked(Request const& request)
 {
-    Lock lock(dirOf(request), request.lockName.c_str());
+    Lock lock(lockDirectory(request), request.lockName.c_str());
     acquire(lock, request);
     int code;
     try {
@@ -263,10 +263,10 @@ int runLocked(Request const& request)
     } catch (ZWriteResourceException_6_0 const& e) {
         // Still held: the number could not be raised.
         lock.unlock(0);
-        int const failed = report(
-            {exitNoAccess, "cannot write the sequence number into " + pathOf(request) + ": " +
+        int const failure = report(
+            {exitNoAccess, "cannot write the sequence number into " + lockFilePath(request) + ": " +
                                strerror(e.returnCode()) + "; check the room on its disk"});
-        return code != 0 ? code : failed;
+        return code != 0 ? code : failure;
     }
     return code;
 }
@@ -274,7 +274,7 @@ int runLocked(Request const& request)
 // ---- Showing ----------------------------------------------------------------------------------
 
 // Who keeps a lock of this type from the range; 0 for nobody.
-struct flock holder(int fd, short type, off_t start)
+struct flock findConflictingLock(int fd, short type, off_t start)
 {
     struct flock range = {};
     range.l_type = type;
@@ -288,29 +288,30 @@ struct flock holder(int fd, short type, off_t start)
 
 int show(Request const& request)
 {
-    std::string const path = Lock(dirOf(request), request.lockName.c_str()).getLockFileName();
+    std::string const path =
+        Lock(lockDirectory(request), request.lockName.c_str()).getLockFileName();
     uint32_t sequence = 0;
     std::string state = "free";
     int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
     if (fd < 0 && errno != ENOENT)
-        failToUse(request, whyNotOpened(errno));
+        throwLockFileError(request, describeOpenError(errno));
     if (fd >= 0) {
         struct stat status = {};
         fstat(fd, &status);
-        struct flock const data = holder(fd, F_WRLCK, 0);
-        struct flock const gate = holder(fd, F_WRLCK, sizeof sequence);
+        struct flock const data = findConflictingLock(fd, F_WRLCK, 0);
+        struct flock const gate = findConflictingLock(fd, F_WRLCK, sizeof sequence);
         if (data.l_type != F_UNLCK)
             state = (data.l_type == F_RDLCK ? "read by process " : "write by process ") +
                     std::to_string(data.l_pid);
         if (data.l_type == F_RDLCK && gate.l_type != F_UNLCK)
             state += ", process " + std::to_string(gate.l_pid) + " waits to write";
         // An empty file counts as 0.
-        ssize_t const got = pread(fd, &sequence, sizeof sequence, 0);
+        ssize_t const length = pread(fd, &sequence, sizeof sequence, 0);
         close(fd);
         if (!S_ISREG(status.st_mode))
-            failToUse(request, kNoRegularFile);
-        if (got != 0 && got != sizeof sequence)
-            failToUse(request, "it is too short to be one");
+            throwLockFileError(request, kNoRegularFile);
+        if (length != 0 && length != sizeof sequence)
+            throwLockFileError(request, "it is too short to be one");
     }
     printf("file: %s\nstate: %s\nsequence: %u\n", path.c_str(), state.c_str(), sequence);
     return exitDone;

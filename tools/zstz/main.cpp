@@ -20,14 +20,14 @@ namespace {
 // ---- The arguments of each verb ----------------------------------------------------------------
 
 // A file, stanza or key without a name is a slip of the caller's, often an unset shell variable.
-std::string notEmpty(std::string const& text)
+std::string validateNotEmpty(std::string const& text)
 {
     return text.empty() ? "it may not be empty" : "";
 }
 
-CLI::Option* addText(CLI::App& verb, char const* name, std::string& text, char const* what)
+CLI::Option* addText(CLI::App& verb, char const* name, std::string& text, char const* purpose)
 {
-    return verb.add_option(name, text, what)->check(notEmpty, "");
+    return verb.add_option(name, text, purpose)->check(validateNotEmpty, "");
 }
 
 void addFile(CLI::App& verb, Request& request)
@@ -37,7 +37,9 @@ void addFile(CLI::App& verb, Request& request)
 
 void addFiles(CLI::App& verb, Request& request)
 {
-    verb.add_option("FILE", request.files, "configuration files")->required()->check(notEmpty, "");
+    verb.add_option("FILE", request.files, "configuration files")
+        ->required()
+        ->check(validateNotEmpty, "");
 }
 
 void addFileAndStanza(CLI::App& verb, Request& request)
@@ -190,7 +192,7 @@ void addHexdump(CLI::App& verb, Request& request)
 {
     verb.add_option("FILE", request.files, "files of any kind; - is standard input")
         ->required()
-        ->check(notEmpty, "");
+        ->check(validateNotEmpty, "");
 }
 
 // ---- The verbs ---------------------------------------------------------------------------------
@@ -250,7 +252,7 @@ constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write,\n"
     "5 locked by another process, 6 invalid value, 7 change refused, 9 internal";
 
-Verb const& verbOf(CLI::App const& app)
+Verb const& findVerb(CLI::App const& app)
 {
     for (Verb const& verb : kVerbs)
         if (app.got_subcommand(verb.name))
@@ -258,7 +260,7 @@ Verb const& verbOf(CLI::App const& app)
     throw CLI::RequiredError("VERB");
 }
 
-std::string examples(char const* commands)
+std::string formatExamples(char const* commands)
 {
     std::string text = "Example:\n  ";
     for (char const* c = commands; *c != 0; ++c) {
@@ -269,7 +271,7 @@ std::string examples(char const* commands)
     return text;
 }
 
-std::string verbs()
+std::string verbNames()
 {
     std::string names;
     for (Verb const& verb : kVerbs)
@@ -280,14 +282,14 @@ std::string verbs()
 // Nothing behind the tool's name, or something that is no verb.
 Failure describeVerb(int argc, char const* const* argv)
 {
-    std::string const what =
+    std::string const problem =
         argc < 2
             ? "a verb is missing"
-            : (argv[1][0] == '-' ? "there is no option " : "there is no verb ") + quoted(argv[1]);
-    return {exitUsage, what + "; use one of " + verbs() + ", and see zstz --help"};
+            : (argv[1][0] == '-' ? "there is no option " : "there is no verb ") + quote(argv[1]);
+    return {exitUsage, problem + "; use one of " + verbNames() + ", and see zstz --help"};
 }
 
-int failUsage(CLI::App const& app, CLI::ParseError const& e)
+int reportUsageError(CLI::App const& app, CLI::ParseError const& e)
 {
     std::string text = e.what();
     if (dynamic_cast<CLI::ExtrasError const*>(&e) != nullptr && text.find(": -") != text.npos)
@@ -299,7 +301,7 @@ int failUsage(CLI::App const& app, CLI::ParseError const& e)
 
 // Finds the tables of the text services beside the tool, unless the user names others. Returns
 // whether it has set QVRDIR.
-bool findTables()
+bool setTablesVariable()
 {
     if (getenv("QVRDIR") != nullptr)
         return false;
@@ -316,14 +318,14 @@ bool findTables()
 
 // A descriptor that is not there would be given to the next file that is opened, and what is
 // printed would go into it. What stands there instead fails when it is used.
-void holdStandardDescriptors()
+void openStandardDescriptors()
 {
     for (int fd = 0; fd < 3; ++fd)
         if (fcntl(fd, F_GETFD) < 0)
             open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
 }
 
-void needPrinted()
+void requirePrinted()
 {
     if (fflush(stdout) != 0 || ferror(stdout))
         throw Failure{exitNoAccess, "cannot write to standard output; check where it goes"};
@@ -333,10 +335,10 @@ void needPrinted()
 
 int main(int argc, char** argv)
 {
-    holdStandardDescriptors();
+    openStandardDescriptors();
     setlocale(LC_CTYPE, "");
     Request request;
-    request.hasSetTables = findTables();
+    request.hasSetTablesVariable = setTablesVariable();
     CLI::App app("Reads and edits stanza configuration files.", "zstz");
     app.require_subcommand(1);
     app.set_version_flag("--version", "zstz 6.0");
@@ -344,7 +346,7 @@ int main(int argc, char** argv)
     app.footer(std::string("Example:\n  zstz list /etc/gateway.conf\n\n") + kExitCodes);
     for (Verb const& verb : kVerbs) {
         CLI::App& sub = *app.add_subcommand(verb.name, verb.purpose)->group("Verbs");
-        sub.footer(examples(verb.example));
+        sub.footer(formatExamples(verb.example));
         verb.add(sub, request);
     }
 
@@ -352,19 +354,19 @@ int main(int argc, char** argv)
         int code = exitDone;
         try {
             app.parse(argc, argv);
-            Verb const& verb = verbOf(app);
+            Verb const& verb = findVerb(app);
             if (verb.check != nullptr)
                 verb.check(*app.get_subcommand(verb.name), request);
             code = verb.run(request);
         } catch (CLI::ParseError const& e) {
             if (e.get_exit_code() != 0)
                 return app.get_subcommands().empty() ? report(describeVerb(argc, argv))
-                                                     : failUsage(app, e);
+                                                     : reportUsageError(app, e);
             std::ostringstream help;
             app.exit(e, help, help);
             fputs(help.str().c_str(), stdout);
         }
-        needPrinted();
+        requirePrinted();
         return code;
     } catch (...) {
         return report(describe(std::current_exception(), request.file));

@@ -12,11 +12,11 @@
 namespace {
 
 // The stanza in which a store keeps the name of the companion file.
-constexpr char kReserved[] = "configuration-database";
+constexpr char kReservedStanza[] = "configuration-database";
 
-std::string text(ZObject_6_0 const* name)
+std::string nameOf(ZObject_6_0 const* name)
 {
-    return text(static_cast<ZLCString_6_0 const&>(*name));
+    return toStdString(static_cast<ZLCString_6_0 const&>(*name));
 }
 
 bool isSpace(char c)
@@ -35,35 +35,35 @@ LoadedFile::LoadedFile(std::string const& path) : cache_(new ZSCFData_6_0), stor
 std::vector<Stanza> LoadedFile::outline() const
 {
     std::vector<Stanza> stanzas;
-    std::unordered_set<std::string> placed;  // "stanza", "stanza\nkey"
+    std::unordered_set<std::string> listed;  // "stanza", "stanza\nkey"
 
     ZArrayList_6_0 lines(64, 1);
     cache_->getLines(lines);
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
-        std::string const name = text(line.text());
+        std::string const name = toStdString(line.text());
         if (line.type() == ZPropLine_6_0::stanzaHead) {
             stanzas.push_back({name, {}});
-            placed.insert(name);
+            listed.insert(name);
         } else if (line.type() == ZPropLine_6_0::keyLine && !stanzas.empty()) {
             stanzas.back().keys.push_back(name);
-            placed.insert(stanzas.back().name + '\n' + name);
+            listed.insert(stanzas.back().name + '\n' + name);
         }
     }
 
     ZArrayList_6_0 names(64, 1);
     cache_->getNames(names);
     for (unsigned i = 0; i < names.size(); ++i) {
-        std::string const name = text(names.get(i));
-        if (placed.insert(name).second)
+        std::string const name = nameOf(names.get(i));
+        if (listed.insert(name).second)
             stanzas.push_back({name, {}});
     }
     for (Stanza& stanza : stanzas) {
         ZArrayList_6_0 keys(64, 1);
         cache_->getNames(stanza.name.c_str(), keys);
         for (unsigned i = 0; i < keys.size(); ++i) {
-            std::string const key = text(keys.get(i));
-            if (placed.insert(stanza.name + '\n' + key).second)
+            std::string const key = nameOf(keys.get(i));
+            if (listed.insert(stanza.name + '\n' + key).second)
                 stanza.keys.push_back(key);
         }
     }
@@ -73,11 +73,11 @@ std::vector<Stanza> LoadedFile::outline() const
 // The cache is asked, not the store: a stanza may be without a name, and a store takes none such.
 std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key) const
 {
-    std::vector<std::string> texts;
+    std::vector<std::string> result;
     auto values = cache_->values(stanza.c_str(), key.c_str(), ZPCache_6_0::anyValues);
     for (ZPCategoryBasedCache_6_0::Text value; values.next(value);)
-        texts.emplace_back(value.chars, value.length);
-    return texts;
+        result.emplace_back(value.chars, value.length);
+    return result;
 }
 
 size_t LoadedFile::valueCount(std::string const& stanza, std::string const& key) const
@@ -94,24 +94,24 @@ bool LoadedFile::hasComments(std::string const& stanza) const
 {
     ZArrayList_6_0 lines(64, 1);
     cache_->getLines(lines);
-    bool isInside = false, isBehindComment = false;
+    bool isInside = false, followsComment = false;
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
         bool const isHead = line.type() == ZPropLine_6_0::stanzaHead;
-        bool const belongs = isHead ? text(line.text()) == stanza : isInside;
-        if (isBehindComment && belongs)
+        bool const belongs = isHead ? toStdString(line.text()) == stanza : isInside;
+        if (followsComment && belongs)
             return true;
-        isBehindComment = line.type() == ZPropLine_6_0::comment;
+        followsComment = line.type() == ZPropLine_6_0::comment;
         if (isHead)
             isInside = belongs;
     }
-    return isBehindComment && isInside;
+    return followsComment && isInside;
 }
 
-EditedFile::EditedFile(std::string const& path, Replaced const& replaced, Need need)
-    : turn_(path), store_(1)
+EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingFile missing)
+    : editLock_(path), store_(1)
 {
-    if (need == mayBeMissing && access(path.c_str(), F_OK) != 0)
+    if (missing == createIfMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
     auto const refuse = [&path](size_t line, std::string const& loss) {
@@ -119,24 +119,24 @@ EditedFile::EditedFile(std::string const& path, Replaced const& replaced, Need n
                                        ": the file would not be stored as it is: " + loss};
     };
     // What is not read whole would not be written back whole.
-    survey(path, [&refuse](Piece const& piece) {
-        if (char const* const loss = piece.isTorn ? kTornLine : piece.hasZero ? kZeroByte : nullptr)
-            refuse(piece.line, loss);
+    forEachRawLine(path, [&refuse](RawLine const& line) {
+        if (char const* const loss = line.isSplit ? kSplitLine : line.hasZero ? kZeroByte : nullptr)
+            refuse(line.number, loss);
         return true;
     });
     auto const isObfuscated = [this](std::string const& stanza, std::string const& key) {
         return !stanza.empty() && !key.empty() &&
                store_.isObfuscated(stanza.c_str(), key.c_str()) != 0;
     };
-    for (DroppedLine const& dropped : droppedLines(path, isObfuscated)) {
-        bool const isMeant = !replaced.stanza.empty() && dropped.stanza == replaced.stanza &&
-                             (replaced.key.empty() || dropped.key == replaced.key);
-        if (!isMeant)
-            refuse(dropped.line, reportOf(dropped));
+    for (DroppedLine const& dropped : findDroppedLines(path, isObfuscated)) {
+        bool const isIntended = !removal.stanza.empty() && dropped.stanza == removal.stanza &&
+                                (removal.key.empty() || dropped.key == removal.key);
+        if (!isIntended)
+            refuse(dropped.number, describeDroppedLine(dropped));
     }
 }
 
-void needStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
+void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
 {
     if (store.exists(stanza.c_str()) == 0)
         throw Failure{exitNotFound, "there is no stanza [" + stanza + "] in " + path +
@@ -145,7 +145,7 @@ void needStanza(ZProperties_6_0 const& store, std::string const& path, std::stri
 
 void checkReserved(std::string const& stanza)
 {
-    if (stanza == kReserved)
+    if (stanza == kReservedStanza)
         throw Failure{exitRefused, "the stanza [" + stanza +
                                        "] is reserved for the name of the companion file and is "
                                        "kept up to date by itself; use another stanza"};
@@ -156,11 +156,11 @@ void checkNames(std::string const& stanza, std::string const& key)
     checkReserved(stanza);
     if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
         throw Failure{exitInvalidValue,
-                      "the stanza name " + quoted(stanza) +
+                      "the stanza name " + quote(stanza) +
                           " cannot be stored; use one line of at most 8188 bytes without \"]\""};
     if (ZPCategoryBasedCache_6_0::validateKey(stanza.c_str(), key.c_str()) == 0)
         throw Failure{exitInvalidValue,
-                      "the key " + quoted(key) +
+                      "the key " + quote(key) +
                           " cannot be stored; use one line of at most 8188 bytes that has no "
                           "\"=\", no outer blanks and no leading \"#\" or \"[\""};
 }
@@ -175,7 +175,7 @@ void checkValue(std::string const& key, std::string const& value)
             "the value of key " + key +
                 " cannot be stored; use one line, and at most 8187 bytes for key and value"};
     if (isSpace(value.front()) || isSpace(value.back()))
-        throw Failure{exitInvalidValue, "the value " + quoted(value) + " of key " + key +
+        throw Failure{exitInvalidValue, "the value " + quote(value) + " of key " + key +
                                             " begins or ends with white space, which a line does "
                                             "not keep; leave that out, or use `zstz set "
                                             "--obfuscated`, which keeps it"};

@@ -46,29 +46,30 @@ private:
 // A file that is read, changed and stored with its comments, while no other zstz does so.
 class EditedFile {
 public:
-    enum Need { mustExist, mayBeMissing };
+    enum MissingFile { failIfMissing, createIfMissing };
 
     // What an edit removes with all its lines.
-    struct Replaced {
+    struct Removal {
         std::string stanza;  // empty: nothing
         std::string key;     // empty: the whole stanza
     };
 
     /// throws  Failure when the file is not read whole, and would not be written back whole but for
     ///         the lines of `replaced`; what loading throws.
-    explicit EditedFile(std::string const& path, Replaced const& replaced = {},
-                        Need need = mustExist);
+    explicit EditedFile(std::string const& path, Removal const& removal = {},
+                        MissingFile missing = failIfMissing);
 
     ZStanzaFileProperties_6_0& store() { return store_; }
 
 private:
-    Turn const turn_;
+    EditLock const editLock_;
     ZStanzaFileProperties_6_0 store_;
 };
 
 /// Says that a stanza is not there.
 /// throws  Failure.
-void needStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza);
+void requireStanza(ZProperties_6_0 const& store, std::string const& path,
+                   std::string const& stanza);
 
 /// Refuses the stanza that a store writes itself: what is changed there by hand costs the
 /// obfuscated values.
