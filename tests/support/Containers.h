@@ -36,18 +36,19 @@ protected:
 
 // An object whose first clone() calls a function before it clones, usually one that changes the
 // container that clones the object.
-class Meddler : public CountedObject {
+class CloneHook : public CountedObject {
 public:
-    Meddler(int number, std::function<void()> deed) : CountedObject(number), deed_(std::move(deed))
+    CloneHook(int number, std::function<void()> change)
+        : CountedObject(number), change_(std::move(change))
     {
     }
     ZObject_6_0* clone() const override
     {
-        if (auto const deed = std::exchange(deed_, nullptr))
-            deed();
+        if (auto const change = std::exchange(change_, nullptr))
+            change();
         return new CountedObject(*this);
     }
 
 private:
-    mutable std::function<void()> deed_;
+    mutable std::function<void()> change_;
 };

@@ -20,11 +20,11 @@ TEST_F(ZArrayList, CloneMayGrowTheListDuringAnAddition)
     };
     Numbers expected(50, 9);
     expected.insert(expected.end(), {1, 2, 3});
-    list.add(std::make_unique<Meddler>(3, addMany).get());
+    list.add(std::make_unique<CloneHook>(3, addMany).get());
     EXPECT_EQ(expected, numbersOf(list));
 
     OwningList other({});
-    other.addNoCopy(new Meddler(4, addMany));
+    other.addNoCopy(new CloneHook(4, addMany));
     other.addNoCopy(new CountedObject(5));
     expected.insert(expected.begin(), 50, 9);
     expected.insert(expected.end(), {4, 5});
@@ -52,7 +52,7 @@ TEST_F(ZArrayList, CloneMayEmptyTheListDuringAnAddition)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         OwningList list({1, 2, 3});
-        Meddler const object(9, [&] { list.removeAll(); });
+        CloneHook const object(9, [&] { list.removeAll(); });
         c.action(list, &object);
         EXPECT_EQ(c.left, numbersOf(list));
         EXPECT_EQ(1 + static_cast<long>(c.left.size()), CountedObject::alive);
@@ -63,7 +63,7 @@ TEST_F(ZArrayList, CloneMayChangeTheCopiedList)
 {
     struct Case {
         char const* name;
-        void (*deed)(ZArrayList_6_0&);
+        void (*change)(ZArrayList_6_0&);
         Numbers copied;
     };
     Case const cases[] = {
@@ -83,7 +83,7 @@ TEST_F(ZArrayList, CloneMayChangeTheCopiedList)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         auto const sourceOf = [&](ZArrayList_6_0& source) {
-            source.addNoCopy(new Meddler(1, [&] { c.deed(source); }));
+            source.addNoCopy(new CloneHook(1, [&] { c.change(source); }));
             source.addNoCopy(new CountedObject(2));
             source.addNoCopy(new CountedObject(3));
         };
@@ -99,15 +99,15 @@ TEST_F(ZArrayList, CloneMayChangeTheCopiedList)
 
 TEST_F(ZArrayList, SubListEndsIfTheTargetCannotRemove)
 {
-    class Stubborn : public ZArrayList_6_0 {
+    class UnremovableElements : public ZArrayList_6_0 {
     public:
-        Stubborn() : ZArrayList_6_0(1, kOwns) {}
+        UnremovableElements() : ZArrayList_6_0(1, kOwns) {}
         using ZArrayList_6_0::remove;
         void remove(unsigned int) override { ++asked; }
         int asked = 0;
     };
     OwningList const list({1, 2, 3});
-    Stubborn target;
+    UnremovableElements target;
     CountedObject::clonesUntilThrow = 3;
     EXPECT_THROW(list.subList(target, 0, 2), std::runtime_error);
     EXPECT_EQ(2, target.asked);
@@ -119,11 +119,11 @@ TEST_F(ZArrayList, SubListEndsIfTheTargetCannotRemove)
 namespace {
 
 // A list that records the calls of its operations.
-class Noting : public ZArrayList_6_0 {
+class RecordingList : public ZArrayList_6_0 {
 public:
-    explicit Noting(int owns = kOwns) : ZArrayList_6_0(1, owns) {}
-    Noting(Noting const&) = default;
-    Noting& operator=(Noting const&) = default;
+    explicit RecordingList(int owns = kOwns) : ZArrayList_6_0(1, owns) {}
+    RecordingList(RecordingList const&) = default;
+    RecordingList& operator=(RecordingList const&) = default;
 
     unsigned int size() const override
     {
@@ -142,7 +142,7 @@ public:
     }
     void addList(ZList_6_0 const& other) override
     {
-        notes += "addList; ";
+        calls += "addList; ";
         ZArrayList_6_0::addList(other);
     }
     void addNoCopy(ZObject_6_0 const* obj) override
@@ -162,18 +162,18 @@ public:
     }
     void remove(unsigned int index) override
     {
-        notes += "remove at " + std::to_string(index) + "; ";
+        calls += "remove at " + std::to_string(index) + "; ";
         ZArrayList_6_0::remove(index);
     }
     void remove(ZListIterator_6_0& iterator) override { ZArrayList_6_0::remove(iterator); }
     void removeAll() override
     {
-        notes += "removeAll; ";
+        calls += "removeAll; ";
         ZArrayList_6_0::removeAll();
     }
     ZObject_6_0* get(unsigned int index) const override
     {
-        notes += "get " + std::to_string(index) + "; ";
+        calls += "get " + std::to_string(index) + "; ";
         return ZArrayList_6_0::get(index);
     }
     int indexOf(ZObject_6_0 const* obj) const override
@@ -183,27 +183,27 @@ public:
     }
     int indexOf(ZListIterator_6_0& iterator) override
     {
-        notes += "indexOf iterator; ";
+        calls += "indexOf iterator; ";
         return ZArrayList_6_0::indexOf(iterator);
     }
     void backUp(ZListIterator_6_0& iterator) override
     {
-        notes += "backUp; ";
+        calls += "backUp; ";
         ZArrayList_6_0::backUp(iterator);
     }
     void swap(unsigned int one, unsigned int other) override
     {
-        notes += "swap; ";
+        calls += "swap; ";
         ZArrayList_6_0::swap(one, other);
     }
 
-    mutable std::string notes;
+    mutable std::string calls;
     mutable int sizesAsked = 0;
 
 private:
     void note(std::string const& call, ZObject_6_0 const* obj) const
     {
-        notes += call + " " + std::to_string(numberOf(obj)) + "; ";
+        calls += call + " " + std::to_string(numberOf(obj)) + "; ";
     }
 };
 
@@ -215,57 +215,58 @@ TEST_F(ZArrayList, CallsOverriddenOperations)
     OwningList other({5, 6});
     struct Case {
         char const* name;
-        std::function<void(Noting&)> action;
-        char const* notes;
+        std::function<void(RecordingList&)> action;
+        char const* calls;
     };
     // The list has the elements 1, 2 and 3.
     Case const cases[] = {
-        {"add", [&](Noting& l) { l.ZArrayList_6_0::add(&nine); }, "addNoCopy at 3 9; "},
-        {"add at an index", [&](Noting& l) { l.ZArrayList_6_0::add(1, &nine); },
+        {"add", [&](RecordingList& l) { l.ZArrayList_6_0::add(&nine); }, "addNoCopy at 3 9; "},
+        {"add at an index", [&](RecordingList& l) { l.ZArrayList_6_0::add(1, &nine); },
          "addNoCopy at 1 9; "},
-        {"add too far out", [&](Noting& l) { l.ZArrayList_6_0::add(4, nullptr); }, ""},
-        {"addNoCopy", [&](Noting& l) { l.ZArrayList_6_0::addNoCopy(nullptr); },
+        {"add too far out", [&](RecordingList& l) { l.ZArrayList_6_0::add(4, nullptr); }, ""},
+        {"addNoCopy", [&](RecordingList& l) { l.ZArrayList_6_0::addNoCopy(nullptr); },
          "addNoCopy at 3 -1; "},
-        {"addList", [&](Noting& l) { l.ZArrayList_6_0::addList(other); },
+        {"addList", [&](RecordingList& l) { l.ZArrayList_6_0::addList(other); },
          "add 5; addNoCopy at 3 5; add 6; addNoCopy at 4 6; "},
-        {"addList of none", [&](Noting& l) { l.ZArrayList_6_0::addList(ZArrayList_6_0(1, kOwns)); },
-         ""},
-        {"assignment", [&](Noting& l) { l.ZArrayList_6_0::operator=(other); },
+        {"addList of none",
+         [&](RecordingList& l) { l.ZArrayList_6_0::addList(ZArrayList_6_0(1, kOwns)); }, ""},
+        {"assignment", [&](RecordingList& l) { l.ZArrayList_6_0::operator=(other); },
          "removeAll; addList; add 5; addNoCopy at 0 5; add 6; addNoCopy at 1 6; "},
-        {"assignment to itself", [&](Noting& l) { l.ZArrayList_6_0::operator=(l); }, ""},
-        {"remove", [&](Noting& l) { l.ZArrayList_6_0::remove(&two); }, "indexOf 2; remove at 1; "},
+        {"assignment to itself", [&](RecordingList& l) { l.ZArrayList_6_0::operator=(l); }, ""},
+        {"remove", [&](RecordingList& l) { l.ZArrayList_6_0::remove(&two); },
+         "indexOf 2; remove at 1; "},
         {"remove with an iterator",
-         [&](Noting& l) {
+         [&](RecordingList& l) {
              ZListIterator_6_0 iterator(l);
              iterator.getNext();
-             l.notes.clear();
+             l.calls.clear();
              l.remove(iterator);
              EXPECT_EQ(2, numberOf(iterator.getNext()));
          },
          "indexOf iterator; remove at 0; backUp; get 0; "},
-        {"contains", [&](Noting& l) { EXPECT_TRUE(l.contains(&two)); }, "indexOf 2; "},
+        {"contains", [&](RecordingList& l) { EXPECT_TRUE(l.contains(&two)); }, "indexOf 2; "},
         {"subList",
-         [&](Noting& l) {
-             Noting part(kBorrows);
+         [&](RecordingList& l) {
+             RecordingList part(kBorrows);
              l.subList(part, 1, 2);
-             EXPECT_EQ("add 2; addNoCopy at 0 2; add 3; addNoCopy at 1 3; ", part.notes);
+             EXPECT_EQ("add 2; addNoCopy at 0 2; add 3; addNoCopy at 1 3; ", part.calls);
          },
          "get 1; get 2; "},
-        {"shuffle", [&](Noting& l) { l.shuffle(); }, "swap; swap; "},
+        {"shuffle", [&](RecordingList& l) { l.shuffle(); }, "swap; swap; "},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        Noting list;
+        RecordingList list;
         fill(list, {1, 2, 3});
-        list.notes.clear();
+        list.calls.clear();
         c.action(list);
-        EXPECT_EQ(c.notes, list.notes);
+        EXPECT_EQ(c.calls, list.calls);
     }
-    Noting list(kBorrows);
+    RecordingList list(kBorrows);
     list.ZArrayList_6_0::add(&nine);
     list.ZArrayList_6_0::add(&two);
     list.ZArrayList_6_0::add(0, &two);
-    EXPECT_EQ("addNoCopy at 0 9; addNoCopy at 1 2; addNoCopy at 0 2; ", list.notes);
+    EXPECT_EQ("addNoCopy at 0 9; addNoCopy at 1 2; addNoCopy at 0 2; ", list.calls);
     list.sizesAsked = 0;
     EXPECT_FALSE(list.isEmpty());
     EXPECT_EQ(1, list.sizesAsked);
@@ -274,9 +275,12 @@ TEST_F(ZArrayList, CallsOverriddenOperations)
 TEST_F(ZArrayList, ReadsADerivedSourceThroughItsOperations)
 {
     // A list that returns its elements in reverse order and omits the last one.
-    class Turned : public ZArrayList_6_0 {
+    class ReversedList : public ZArrayList_6_0 {
     public:
-        explicit Turned(Numbers const& numbers) : ZArrayList_6_0(1, kOwns) { fill(*this, numbers); }
+        explicit ReversedList(Numbers const& numbers) : ZArrayList_6_0(1, kOwns)
+        {
+            fill(*this, numbers);
+        }
         unsigned int size() const override
         {
             unsigned const members = ZArrayList_6_0::size();
@@ -291,7 +295,7 @@ TEST_F(ZArrayList, ReadsADerivedSourceThroughItsOperations)
     private:
         bool shown_ = false;
     };
-    Turned source({1, 2, 3});
+    ReversedList source({1, 2, 3});
     source.show();
     EXPECT_EQ((Numbers{3, 2}), numbersOf(ZArrayList_6_0(source)));
     ZArrayList_6_0 target(1, kOwns);
@@ -304,7 +308,7 @@ TEST_F(ZArrayList, ReadsADerivedSourceThroughItsOperations)
 TEST_F(ZArrayList, FailedAddListLeavesADerivedListUnchanged)
 {
     OwningList source({4, 5, 6});
-    Noting list;
+    RecordingList list;
     fill(list, {1, 2});
     for (long clone : {1, 2, 3}) {
         CountedObject::clonesUntilThrow = clone;

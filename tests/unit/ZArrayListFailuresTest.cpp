@@ -183,17 +183,17 @@ TEST_F(ZArrayList, FailedDestructorDoesNotKeepOtherElements)
 TEST_F(ZArrayList, ThreadMayEndInAnElementsDestructor)
 {
     // Ends its thread, which unwinds the stack without an exception.
-    class Ending : public CountedObject {
+    class ThreadEndingElement : public CountedObject {
     public:
         using CountedObject::CountedObject;
-        ~Ending() noexcept(false) override
+        ~ThreadEndingElement() noexcept(false) override
         {
             static int result;
             pthread_exit(&result);
         }
     };
     OwningList list({1, 2});
-    list.addNoCopy(0, new Ending(3));
+    list.addNoCopy(0, new ThreadEndingElement(3));
     pthread_t thread;
     auto const removeAll = [](void* argument) -> void* {
         static_cast<OwningList*>(argument)->removeAll();

@@ -98,9 +98,9 @@ TEST_F(ZArray, SetNoCopyTakesThePointerOver)
 
 TEST_F(ZArray, SetStoresThroughSetNoCopy)
 {
-    class Noting : public ZArray_6_0 {
+    class RecordingArray : public ZArray_6_0 {
     public:
-        Noting() : ZArray_6_0(2, kOwns) {}
+        RecordingArray() : ZArray_6_0(2, kOwns) {}
         void setNoCopy(unsigned int index, ZObject_6_0 const* obj) override
         {
             stored.push_back(numberOf(obj));
@@ -108,7 +108,7 @@ TEST_F(ZArray, SetStoresThroughSetNoCopy)
         }
         Numbers stored;
     };
-    Noting array;
+    RecordingArray array;
     CountedObject const object(7);
     array.set(1, &object);
     array.set(1, nullptr);
@@ -117,35 +117,35 @@ TEST_F(ZArray, SetStoresThroughSetNoCopy)
 
 TEST_F(ZArray, CallsOverriddenOperations)
 {
-    class Noting : public ZArray_6_0 {
+    class RecordingArray : public ZArray_6_0 {
     public:
-        explicit Noting(unsigned size) : ZArray_6_0(size, kOwns) {}
+        explicit RecordingArray(unsigned size) : ZArray_6_0(size, kOwns) {}
         void remove(unsigned int index) override
         {
-            notes += "remove " + std::to_string(index) + "; ";
+            calls += "remove " + std::to_string(index) + "; ";
             ZArray_6_0::remove(index);
         }
         void removeAll() override
         {
-            notes += "removeAll; ";
+            calls += "removeAll; ";
             ZArray_6_0::removeAll();
         }
         ZObject_6_0* get(unsigned int index) const override
         {
-            notes += "get " + std::to_string(index) + "; ";
+            calls += "get " + std::to_string(index) + "; ";
             return ZArray_6_0::get(index);
         }
         void set(unsigned int index, ZObject_6_0 const* obj) override
         {
-            notes += "set " + std::to_string(index) + "; ";
+            calls += "set " + std::to_string(index) + "; ";
             ZArray_6_0::set(index, obj);
         }
         int indexOf(ZObject_6_0 const* obj) const override
         {
-            notes += "indexOf; ";
+            calls += "indexOf; ";
             return ZArray_6_0::indexOf(obj);
         }
-        mutable std::string notes;
+        mutable std::string calls;
     };
     CountedObject const one(1), two(2);
     for (unsigned size : {2u, 3u}) {
@@ -153,22 +153,22 @@ TEST_F(ZArray, CallsOverriddenOperations)
         ZArray_6_0 source(2, kOwns);
         source.set(0, &one);
         source.set(1, &two);
-        Noting array(size);
+        RecordingArray array(size);
         array.setNoCopy(1, new CountedObject(7));
 
         array.ZArray_6_0::operator=(source);
         EXPECT_EQ(size == 2 ? "removeAll; remove 0; remove 1; set 0; set 1; "
                             : "removeAll; remove 0; remove 1; remove 2; set 0; set 1; ",
-                  array.notes);
+                  array.calls);
         EXPECT_EQ((Numbers{1, 2}), numbersOf(array));
 
-        array.notes.clear();
+        array.calls.clear();
         EXPECT_TRUE(array.contains(&two));
-        EXPECT_EQ("indexOf; ", array.notes);
-        array.notes.clear();
+        EXPECT_EQ("indexOf; ", array.calls);
+        array.calls.clear();
         ZArray_6_0 const copy(array);
         source = array;
-        EXPECT_EQ("get 0; get 1; get 0; get 1; ", array.notes);
+        EXPECT_EQ("get 0; get 1; get 0; get 1; ", array.calls);
         EXPECT_EQ((Numbers{1, 2}), numbersOf(copy));
         EXPECT_EQ((Numbers{1, 2}), numbersOf(source));
 
@@ -180,9 +180,9 @@ TEST_F(ZArray, CallsOverriddenOperations)
 
 TEST_F(ZArray, RemoveAllContinuesAfterAFailedRemove)
 {
-    class Stubborn : public ZArray_6_0 {
+    class UnremovableFirst : public ZArray_6_0 {
     public:
-        Stubborn() : ZArray_6_0(3, kOwns) {}
+        UnremovableFirst() : ZArray_6_0(3, kOwns) {}
         void remove(unsigned int index) override
         {
             if (index == 0)
@@ -190,7 +190,7 @@ TEST_F(ZArray, RemoveAllContinuesAfterAFailedRemove)
             ZArray_6_0::remove(index);
         }
     };
-    Stubborn array;
+    UnremovableFirst array;
     fill(array, {1, 2, 3});
     EXPECT_THROW(array.removeAll(), std::runtime_error);
     EXPECT_EQ((Numbers{1, -1, -1}), numbersOf(array));
@@ -401,7 +401,7 @@ TEST_F(ZArray, ACloneMayChangeTheArray)
 {
     ZArray_6_0 const one(1, kOwns);
     ZArray_6_0 array(3, kOwns);
-    Meddler const object(9, [&] { array = one; });
+    CloneHook const object(9, [&] { array = one; });
     EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, "src/Z/ZArray", 161,
                                                        [&] { array.set(2, &object); }));
     EXPECT_EQ(Numbers{-1}, numbersOf(array));
@@ -409,7 +409,7 @@ TEST_F(ZArray, ACloneMayChangeTheArray)
 
     ZArray_6_0 source(3, kOwns);
     fill(source, {1, -1, 3});
-    source.setNoCopy(1, new Meddler(2, [&] { source.remove(2); }));
+    source.setNoCopy(1, new CloneHook(2, [&] { source.remove(2); }));
     EXPECT_EQ((Numbers{1, 2, -1}), numbersOf(ZArray_6_0(source)));
 }
 

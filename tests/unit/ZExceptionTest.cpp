@@ -126,24 +126,24 @@ void forEveryClass(Visitor&& visit)
 
 // A caller's class derived from `Base`, with any message number.
 template <class Base>
-class Below : public Base {
+class Derived : public Base {
 public:
     template <class... Arguments>
-    explicit Below(int number, Arguments... arguments) : Base(arguments...)
+    explicit Derived(int number, Arguments... arguments) : Base(arguments...)
     {
         this->messageNumber_ = static_cast<uint32_t>(number);
     }
-    ZObject_6_0* clone() const override { return new Below(*this); }
+    ZObject_6_0* clone() const override { return new Derived(*this); }
     [[noreturn]] void throwException(char const*, int) override { throw *this; }
 };
 
-// Like Below, with a print() that passes `inserts`, but without an insertTypes().
+// Like Derived, with a print() that passes `inserts`, but without an insertTypes().
 template <class Base, class... Inserts>
-class PrintAlone : public Below<Base> {
+class OnlyPrint : public Derived<Base> {
 public:
     template <class... Arguments>
-    explicit PrintAlone(int number, std::tuple<Inserts...> inserts, Arguments... arguments)
-        : Below<Base>(number, arguments...), inserts_(inserts)
+    explicit OnlyPrint(int number, std::tuple<Inserts...> inserts, Arguments... arguments)
+        : Derived<Base>(number, arguments...), inserts_(inserts)
     {
     }
     void print() override
@@ -155,13 +155,13 @@ private:
     std::tuple<Inserts...> const inserts_;
 };
 
-// Like Below, with an insertTypes(), but without a print().
+// Like Derived, with an insertTypes(), but without a print().
 template <class Base>
-class TypesAlone : public Below<Base> {
+class OnlyInsertTypes : public Derived<Base> {
 public:
     template <class... Arguments>
-    explicit TypesAlone(int number, char const* types, Arguments... arguments)
-        : Below<Base>(number, arguments...), types_(types)
+    explicit OnlyInsertTypes(int number, char const* types, Arguments... arguments)
+        : Derived<Base>(number, arguments...), types_(types)
     {
     }
     char const* insertTypes() const override { return types_; }
@@ -170,14 +170,14 @@ private:
     char const* const types_;
 };
 
-// Like Below, with a print() and an insertTypes().
+// Like Derived, with a print() and an insertTypes().
 template <class Base, class... Inserts>
-class PrintAndTypes : public PrintAlone<Base, Inserts...> {
+class PrintAndTypes : public OnlyPrint<Base, Inserts...> {
 public:
     template <class... Arguments>
     explicit PrintAndTypes(int number, char const* types, std::tuple<Inserts...> inserts,
                            Arguments... arguments)
-        : PrintAlone<Base, Inserts...>(number, inserts, arguments...), types_(types)
+        : OnlyPrint<Base, Inserts...>(number, inserts, arguments...), types_(types)
     {
     }
     char const* insertTypes() const override { return types_; }
@@ -186,27 +186,27 @@ private:
     char const* const types_;
 };
 
-// Like Below, with a print() that calls the base's.
+// Like Derived, with a print() that calls the base's.
 template <class Base>
-class PrintOfTheBase : public Below<Base> {
+class CallsBasePrint : public Derived<Base> {
 public:
-    using Below<Base>::Below;
+    using Derived<Base>::Derived;
     void print() override { Base::print(); }
 };
 
-// Like Below, with a print() that calls the root's, which passes no inserts.
+// Like Derived, with a print() that calls the root's, which passes no inserts.
 template <class Base>
-class PrintOfTheRoot : public Below<Base> {
+class CallsRootPrint : public Derived<Base> {
 public:
-    using Below<Base>::Below;
+    using Derived<Base>::Derived;
     void print() override { ZZException_6_0::print(); }
 };
 
 template <class Base, class... Inserts, class... Arguments>
-std::unique_ptr<ZException_6_0> printAlone(int number, std::tuple<Inserts...> inserts,
-                                           Arguments... arguments)
+std::unique_ptr<ZException_6_0> onlyPrint(int number, std::tuple<Inserts...> inserts,
+                                          Arguments... arguments)
 {
-    return std::make_unique<PrintAlone<Base, Inserts...>>(number, inserts, arguments...);
+    return std::make_unique<OnlyPrint<Base, Inserts...>>(number, inserts, arguments...);
 }
 
 template <class Base, class... Inserts, class... Arguments>
@@ -500,47 +500,47 @@ TEST(ZException, InsertTypesMatchTheRunningPrint)
     };
     Case const cases[] = {
         {"only print(), a string instead of the base's number",
-         printAlone<Resource>(53, passes("a.txt"), 53, 7),
+         onlyPrint<Resource>(53, passes("a.txt"), 53, 7),
          "Unexpected end of file encounted while reading a.txt.", "s(a.txt,)"},
         {"only print(), more inserts than the base",
-         printAlone<Resource>(38, passes(9, "lock"), 38, 7),
+         onlyPrint<Resource>(38, passes(9, "lock"), 38, 7),
          "Close failed for a process lock.  rc = 9 and the lock file name is lock.", "ds(9,lock,)"},
         {"only print(), a number instead of the base's string",
-         printAlone<Properties>(20, passes(7), 20, "Own", kFile),
+         onlyPrint<Properties>(20, passes(7), 20, "Own", kFile),
          "Unexpected error from pthread_join().  rc = 7.", "d(7,)"},
         {"only print(), other inserts than the base",
-         printAlone<Library>(51, passes("libx", 2, "why"), 51, "Own", "l", "e", 7),
+         onlyPrint<Library>(51, passes("libx", 2, "why"), 51, "Own", "l", "e", 7),
          "Shared library load/unload error (libx) 2.  why", "sds(libx,2,why,)"},
         {"only print(), below a class without inserts",
-         printAlone<ZOutOfMemoryException_6_0>(28, passes("f", "k", "c")),
+         onlyPrint<ZOutOfMemoryException_6_0>(28, passes("f", "k", "c")),
          "The configuration file f is missing the required attribute k in stanza c.",
          "sss(f,k,c,)"},
-        {"only print(), below a concrete class", printAlone<IO>(17, passes(5), kFile, "open()", 2),
+        {"only print(), below a concrete class", onlyPrint<IO>(17, passes(5), kFile, "open()", 2),
          "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
         {"only print(), below a class that inherits print()",
-         printAlone<ZPropertiesIteratorException_6_0>(17, passes(5), kFile),
+         onlyPrint<ZPropertiesIteratorException_6_0>(17, passes(5), kFile),
          "Unexpected error from pthread_create().  rc = 5.", "d(5,)"},
         {"only print(), below the root",
-         printAlone<ZZException_6_0>(43, passes("f", "open()", 2), 43, "Own"),
+         onlyPrint<ZZException_6_0>(43, passes("f", "open()", 2), 43, "Own"),
          "Access failed for configuration file f.  The access function was open() and return code "
          "was 2",
          "ssd(f,open(),2,)"},
         {"only print(), a message without inserts",
-         printAlone<IO>(48, passes(5, 6), kFile, "open()", 2), "The operation is not supported.",
+         onlyPrint<IO>(48, passes(5, 6), kFile, "open()", 2), "The operation is not supported.",
          "()"},
         {"only print(), an unknown message number",
-         printAlone<IO>(55, passes(5, 6), kFile, "open()", 2),
+         onlyPrint<IO>(55, passes(5, 6), kFile, "open()", 2),
          "No default text defined in ZMessage.cpp for the exception\n", "()"},
         {"only insertTypes(), a string instead of the base's number",
-         std::make_unique<TypesAlone<ZThreadException_6_0>>(17, "s", 17, 7),
+         std::make_unique<OnlyInsertTypes<ZThreadException_6_0>>(17, "s", 17, 7),
          "Unexpected error from pthread_create().  rc = 7.", ""},
         {"only insertTypes(), more than the base",
-         std::make_unique<TypesAlone<IO>>(43, "ssssss", kFile, "open()", 2),
+         std::make_unique<OnlyInsertTypes<IO>>(43, "ssssss", kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          ""},
         {"only insertTypes(), fewer than the base",
-         std::make_unique<TypesAlone<IO>>(43, "", kFile, "open()", 2),
+         std::make_unique<OnlyInsertTypes<IO>>(43, "", kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          "()"},
@@ -555,18 +555,18 @@ TEST(ZException, InsertTypesMatchTheRunningPrint)
         {"both, a string instead of a number and the reverse",
          printAndTypes<IO>(37, "sd", passes("lock", 7), kFile, "open()", 2),
          "Create failed for a process lock.  rc =  and the lock file name is 7.", "sd(lock,7,)"},
-        {"neither", std::make_unique<Below<IO>>(43, kFile, "open()", 2),
+        {"neither", std::make_unique<Derived<IO>>(43, kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          "ssd(file,open(),2,)"},
         {"neither, below an abstract class",
-         std::make_unique<Below<Library>>(37, 37, "Own", "libx", "why", 7),
+         std::make_unique<Derived<Library>>(37, 37, "Own", "libx", "why", 7),
          "Create failed for a process lock.  rc = 7 and the lock file name is why.", "ds(7,why,)"},
-        {"calls the base's print()", std::make_unique<PrintOfTheBase<IO>>(43, kFile, "open()", 2),
+        {"calls the base's print()", std::make_unique<CallsBasePrint<IO>>(43, kFile, "open()", 2),
          "Access failed for configuration file file.  The access function was open() and return "
          "code was 2",
          "ssd(file,open(),2,)"},
-        {"calls the root's print()", std::make_unique<PrintOfTheRoot<IO>>(43, kFile, "open()", 2),
+        {"calls the root's print()", std::make_unique<CallsRootPrint<IO>>(43, kFile, "open()", 2),
          "Access failed for configuration file .  The access function was  and return code was 0",
          "as the text()"},
     };
@@ -602,8 +602,8 @@ TEST(ZException, NumberIsNotUsedAsTheAddressOfAString)
 // A service may report other exceptions, and the same one again, before it reads the inserts.
 TEST(ZException, InsertTypesOutlastNestedReports)
 {
-    PrintAlone<ZPropertiesIOException_6_0, int> first(17, passes(5), "file", "open()", 2);
-    PrintAlone<ZPropertiesIOException_6_0, char const*> second(53, passes("a.txt"), "f", "o", 2);
+    OnlyPrint<ZPropertiesIOException_6_0, int> first(17, passes(5), "file", "open()", 2);
+    OnlyPrint<ZPropertiesIOException_6_0, char const*> second(53, passes("a.txt"), "f", "o", 2);
     ZCloseResourceException_6_0 third(38, 1, "lock");
     ListingService const service;
     service.meanwhile = [&] {
@@ -620,7 +620,7 @@ TEST(ZException, InsertTypesOutlastNestedReports)
 
 TEST(ZException, FailedServiceLeavesNoRunningReport)
 {
-    PrintAlone<ZPropertiesIOException_6_0, int> e(17, passes(5), "file", "open()", 2);
+    OnlyPrint<ZPropertiesIOException_6_0, int> e(17, passes(5), "file", "open()", 2);
     ListingService const service;
     service.meanwhile = [] { throw std::runtime_error("service"); };
     EXPECT_THROW(e.print(), std::runtime_error);

@@ -47,7 +47,7 @@ protected:
 };
 
 // A map with readable fields.
-struct Seen : ZUnixFileMap_6_0 {
+struct VisibleMap : ZUnixFileMap_6_0 {
     using ZUnixFileMap_6_0::ZUnixFileMap_6_0;
     using ZUnixFileMap_6_0::operator=;
     void const* address() const { return address_; }
@@ -477,10 +477,10 @@ TEST_F(ZFileMap, ToleratesANullCodePointer)
 
 TEST_F(ZFileMap, CopiesHaveFileAndModeOfTheirSourceAndMapNothing)
 {
-    Seen map(name("text"), kReadWrite, 42);
+    VisibleMap map(name("text"), kReadWrite, 42);
     int code = 7;
     ASSERT_NE(nullptr, map.mapfile(&code, 0));
-    Seen copy(map);
+    VisibleMap copy(map);
     EXPECT_EQ(42, copy.reserved());
     EXPECT_EQ(nullptr, copy.address());
     int const calls = callPlan.calls;
@@ -498,7 +498,7 @@ TEST_F(ZFileMap, KeepsItsOwnFileWhenAssignedTo)
     ZUnixFileMap_6_0 map(name("text"), kReadOnly, 0);
     ZUnixFileMap_6_0 other(name("other"), kReadOnly, 0);
     int code = 7;
-    Seen target(name("text"), kReadOnly, 42);
+    VisibleMap target(name("text"), kReadOnly, 42);
     EXPECT_EQ(42, target.reserved());
 
     target = other;

@@ -402,7 +402,7 @@ TEST_F(ZHashKeyMap, CloneMayChangeTheMapDuringAnInsertion)
 {
     struct Case {
         char const* name;
-        void (*deed)(ZKeyMap_6_0&);
+        void (*change)(ZKeyMap_6_0&);
         Numbers keys;
         Numbers values;
     };
@@ -423,7 +423,7 @@ TEST_F(ZHashKeyMap, CloneMayChangeTheMapDuringAnInsertion)
         put(map, 1, 10);
         put(map, 5, 50);
         CountedObject const key(5);
-        Meddler const value(9, [&] { c.deed(map); });
+        CloneHook const value(9, [&] { c.change(map); });
         map.putEntry(&key, &value);
         EXPECT_EQ(c.keys, keysOf(map));
         EXPECT_EQ(c.values, valuesOf(map));

@@ -344,7 +344,7 @@ TEST_F(ZHashMap, CloneMayChangeTheMapDuringAnInsertion)
 {
     struct Case {
         char const* name;
-        void (*deed)(ZHashMap_6_0&);
+        void (*change)(ZHashMap_6_0&);
         Numbers before;
         Numbers after;
     };
@@ -369,7 +369,7 @@ TEST_F(ZHashMap, CloneMayChangeTheMapDuringAnInsertion)
         SCOPED_TRACE(c.name);
         ZHashMap_6_0 map(0, kOwns);  // 3 buckets
         put(map, c.before);
-        Meddler entry(5, [&] { c.deed(map); });
+        CloneHook entry(5, [&] { c.change(map); });
         map.putEntry(&entry);
         EXPECT_EQ(c.after, orderOf(map));
         EXPECT_EQ(1 + static_cast<long>(c.after.size()), CountedObject::alive);
@@ -499,13 +499,13 @@ TEST_F(ZHashMap, FailedAllocationReportsTheMapAsSource)
 
 TEST_F(ZHashMap, DestructorMayReadTheMapDuringRemoveAll)
 {
-    class Looking : public CountedObject {
+    class ReadingElement : public CountedObject {
     public:
-        Looking(int number, ZMap_6_0& map, int& found)
+        ReadingElement(int number, ZMap_6_0& map, int& found)
             : CountedObject(number), map_(map), found_(found)
         {
         }
-        ~Looking() override
+        ~ReadingElement() override
         {
             for (int number = 1; number <= 20; ++number) {
                 CountedObject const probe(number);
@@ -513,7 +513,7 @@ TEST_F(ZHashMap, DestructorMayReadTheMapDuringRemoveAll)
             }
             found_ += static_cast<int>(map_.size());
         }
-        ZObject_6_0* clone() const override { return new Looking(*this); }
+        ZObject_6_0* clone() const override { return new ReadingElement(*this); }
 
     private:
         ZMap_6_0& map_;
@@ -524,7 +524,7 @@ TEST_F(ZHashMap, DestructorMayReadTheMapDuringRemoveAll)
         ZHashMap_6_0 map(0, kOwns);
         int found = 0;
         for (int number = 1; number <= last; ++number) {
-            Looking entry(number, map, found);
+            ReadingElement entry(number, map, found);
             map.putEntry(&entry);
         }
         found = 0;

@@ -38,17 +38,17 @@ public:
 };
 
 // An exception with any message number that does not override print().
-class Bare : public ZZException_6_0 {
+class ExceptionWithoutPrint : public ZZException_6_0 {
 public:
-    explicit Bare(int number) : ZZException_6_0(number, "Bare") {}
-    ZObject_6_0* clone() const override { return new Bare(*this); }
+    explicit ExceptionWithoutPrint(int number) : ZZException_6_0(number, "ExceptionWithoutPrint") {}
+    ZObject_6_0* clone() const override { return new ExceptionWithoutPrint(*this); }
     [[noreturn]] void throwException(char const*, int) override { throw *this; }
 };
 
 // Records which of its operations ran.
-class NotingService : public ZMessageService_6_0 {
+class RecordingService : public ZMessageService_6_0 {
 public:
-    virtual ~NotingService() = default;
+    virtual ~RecordingService() = default;
     void outputMessage(char const*, int, int, int, ZLCString_6_0 const*, ZLCString_6_0 const*,
                        ZLCString_6_0 const*, ZLCString_6_0 const*, ZLCString_6_0 const*,
                        ZLCString_6_0 const*) const override
@@ -79,10 +79,10 @@ public:
 };
 
 // Reinstalls the built-in service and passes the exception to it, or throws.
-class UnrulyService : public NotingService {
+class SelfReplacingService : public RecordingService {
 public:
-    explicit UnrulyService(bool throws) : throws_(throws) {}
-    using NotingService::outputException;
+    explicit SelfReplacingService(bool throws) : throws_(throws) {}
+    using RecordingService::outputException;
     void outputException(ZZException_6_0 const* e, va_list inserts) const override
     {
         if (throws_)
@@ -116,7 +116,7 @@ TEST_F(ZMessage, DefaultIsInstalledInitially)
 {
     EXPECT_NE(nullptr, ZMessageService_6_0::messageService());
     EXPECT_EQ(ZMessageService_6_0::defaultMessageService(), ZMessageService_6_0::messageService());
-    NotingService service;
+    RecordingService service;
     ZMessageService_6_0::setMessageService(&service);
     EXPECT_EQ(&service, ZMessageService_6_0::messageService());
     EXPECT_NE(&service, ZMessageService_6_0::defaultMessageService());
@@ -143,7 +143,7 @@ TEST_F(ZMessage, ServiceInstalledByTheFirstCallStays)
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
-            NotingService const service;
+            RecordingService const service;
             ZMessageService_6_0::setMessageService(&service);
             bool const hasDefault = ZMessageService_6_0::defaultMessageService() != nullptr;
             _exit(hasDefault && ZMessageService_6_0::messageService() == &service ? 0 : 1);
@@ -155,7 +155,7 @@ TEST_F(ZMessage, ServiceInstalledByTheFirstCallStays)
 
 TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
 {
-    NotingService service;
+    RecordingService service;
     ZMessageService_6_0::setMessageService(&service);
     ZUnexpectedEndOfFile_6_0 e("file");
     EXPECT_EQ("", reportOf([&] {
@@ -168,7 +168,7 @@ TEST_F(ZMessage, RoutesExceptionsThroughTheInstalledService)
 
 TEST_F(ZMessage, AServiceMayReplaceItselfWhileItReports)
 {
-    UnrulyService const service(false);
+    SelfReplacingService const service(false);
     ZMessageService_6_0::setMessageService(&service);
     ZUnexpectedEndOfFile_6_0 exception("file");
     EXPECT_EQ("Unexpected end of file encounted while reading file.", textOf(exception));
@@ -177,7 +177,7 @@ TEST_F(ZMessage, AServiceMayReplaceItselfWhileItReports)
 
 TEST_F(ZMessage, ExceptionsOfTheServiceReachTheCaller)
 {
-    UnrulyService const service(true);
+    SelfReplacingService const service(true);
     ZMessageService_6_0::setMessageService(&service);
     ZUnexpectedEndOfFile_6_0 exception("file");
     EXPECT_THROW(exception.dumpException(), std::runtime_error);
@@ -220,9 +220,9 @@ TEST_F(ZMessage, KeepsEveryTextToTheByte)
                 expected += line[i];
         }
         // A class without inserts reports the text with empty conversions.
-        class Empty : public Bare {
+        class Empty : public ExceptionWithoutPrint {
         public:
-            using Bare::Bare;
+            using ExceptionWithoutPrint::ExceptionWithoutPrint;
             char const* insertTypes() const override { return ""; }
         } e(number);
         EXPECT_EQ(expected, textOf(e));
@@ -258,7 +258,7 @@ TEST_F(ZMessage, AnExceptionWithoutPrintReportsNoInserts)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.number);
-        Bare e(c.number);
+        ExceptionWithoutPrint e(c.number);
         EXPECT_EQ(c.text, textOf(e));
     }
 }

@@ -90,11 +90,11 @@ TEST(ZObject, LivesInStorageOfTheCaller)
 
 TEST(ZObject, LeavesTheCallersStorageAloneIfTheConstructorThrows)
 {
-    struct Unmakable : ZObject_6_0 {
-        Unmakable() { throw 5; }
+    struct ThrowingConstructor : ZObject_6_0 {
+        ThrowingConstructor() { throw 5; }
     };
-    alignas(Unmakable) unsigned char place[sizeof(Unmakable)];
-    EXPECT_THROW(new (place) Unmakable, int);
+    alignas(ThrowingConstructor) unsigned char place[sizeof(ThrowingConstructor)];
+    EXPECT_THROW(new (place) ThrowingConstructor, int);
 }
 
 TEST(ZObject, ReleasesItsMemory)
