@@ -23,16 +23,16 @@
 namespace {
 
 // A directory in memory, if the machine has one: the speed of a disk is a different question.
-class Folder {
+class Directory {
 public:
-    Folder()
+    Directory()
     {
         std::string name =
             access("/dev/shm", W_OK) == 0 ? "/dev/shm/zbenchXXXXXX" : "/tmp/zbenchXXXXXX";
         path_ = mkdtemp(name.data());
         std::ofstream(file()) << "abcdefgh";
     }
-    ~Folder()
+    ~Directory()
     {
         for (char const* name : {"/file", "/._zpla", "/qt"})
             unlink((path_ + name).c_str());
@@ -47,7 +47,7 @@ private:
 
 struct Ours {
     ZUnixProcessReadWriteFileLock_6_0 lock;
-    explicit Ours(Folder const& folder) : lock(folder.path().c_str(), "a") {}
+    explicit Ours(Directory const& directory) : lock(directory.path().c_str(), "a") {}
     void read() { lock.readLock(); }
     void write() { lock.writeLock(); }
     void unlock() { lock.unlock(0); }
@@ -69,7 +69,7 @@ struct Floor {
     std::string const path;
     int fd = -1;
     char number[4];
-    explicit Floor(Folder const& folder) : path(folder.file()) {}
+    explicit Floor(Directory const& directory) : path(directory.file()) {}
     void acquire(short type)
     {
         fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
@@ -91,7 +91,7 @@ struct Protocol {
     int fd = -1;
     bool writes = false;
     char number[4];
-    explicit Protocol(Folder const& folder) : path(folder.file()) {}
+    explicit Protocol(Directory const& directory) : path(directory.file()) {}
     void acquire(short type)
     {
         struct stat status;
@@ -123,7 +123,7 @@ struct Protocol {
 struct BoostFileLock {
     boost::interprocess::file_lock lock;
     bool reads = false;
-    explicit BoostFileLock(Folder const& folder) : lock(folder.file().c_str()) {}
+    explicit BoostFileLock(Directory const& directory) : lock(directory.file().c_str()) {}
     void read()
     {
         lock.lock_sharable();
@@ -142,7 +142,8 @@ struct BoostFileLock {
 // Has only a write lock.
 struct QtLockFile {
     QLockFile lock;
-    explicit QtLockFile(Folder const& folder) : lock(QString::fromStdString(folder.path() + "/qt"))
+    explicit QtLockFile(Directory const& directory)
+        : lock(QString::fromStdString(directory.path() + "/qt"))
     {
     }
     void write() { lock.lock(); }
@@ -153,8 +154,8 @@ struct QtLockFile {
 template <class Lock>
 void alone(benchmark::State& state, void (Lock::*acquire)())
 {
-    Folder const folder;
-    Lock lock(folder);
+    Directory const directory;
+    Lock lock(directory);
     for (auto _ : state) {
         (lock.*acquire)();
         lock.unlock();
@@ -165,7 +166,7 @@ void alone(benchmark::State& state, void (Lock::*acquire)())
 template <class Lock>
 void inTurns(benchmark::State& state)
 {
-    Folder const folder;
+    Directory const directory;
     auto* const turn = static_cast<std::atomic<int>*>(mmap(nullptr, sizeof(std::atomic<int>),
                                                            PROT_READ | PROT_WRITE,
                                                            MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -180,12 +181,12 @@ void inTurns(benchmark::State& state)
     };
     pid_t const other = fork();
     if (other == 0) {
-        Lock lock(folder);
+        Lock lock(directory);
         for (;;)
             takeTurn(lock, 1);
     }
     {
-        Lock lock(folder);
+        Lock lock(directory);
         for (auto _ : state)
             takeTurn(lock, 0);
     }

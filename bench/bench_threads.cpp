@@ -338,12 +338,12 @@ void workIsDone()
     done.notify_one();
 }
 
-template <class HandOut>
-void handOut(benchmark::State& state, HandOut one)
+template <class Submit>
+void submitWork(benchmark::State& state, Submit submit)
 {
     for (auto _ : state) {
         unsigned const before = done;
-        one();
+        submit();
         done.wait(before);
     }
 }
@@ -355,7 +355,7 @@ void wakeASleeper(benchmark::State& state)
         void doWork() override { workIsDone(); }
     } worker;
     worker.start();
-    handOut(state, [&] { worker.wakeUp(); });
+    submitWork(state, [&] { worker.wakeUp(); });
     worker.waitForExit();
 }
 
@@ -369,7 +369,7 @@ void submitToQt(benchmark::State& state)
     work.setAutoDelete(false);
     QThreadPool pool;
     pool.setMaxThreadCount(1);
-    handOut(state, [&] { pool.start(&work); });
+    submitWork(state, [&] { pool.start(&work); });
     pool.waitForDone();
 }
 #endif
@@ -384,7 +384,7 @@ void submitToPoco(benchmark::State& state)
     // A thread reports itself idle a moment after the work: with a single thread the next
     // submission would find none.
     Poco::ThreadPool pool(2, 16);
-    handOut(state, [&] { pool.start(work); });
+    submitWork(state, [&] { pool.start(work); });
     pool.joinAll();
 }
 #endif

@@ -51,14 +51,14 @@ private:
 
 class Observer final : public ZObserverInterface_6_0 {
 public:
-    int told = 0;
+    int notifications = 0;
     unsigned long from = 0;
     unsigned long to = 0;
 
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
     {
         auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
-        ++told;
+        ++notifications;
         from = change.getLastSequence();
         to = change.getSequence();
     }
@@ -114,18 +114,18 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         int const update = act & 8 ? 1 : 0;
         uint32_t const number = numberIn(file);
         putAt(file, 4, bytesOf(static_cast<uint32_t>(getpid())));
-        observer.told = 0;
+        observer.notifications = 0;
         writes ? lock.writeLock() : lock.readLock();
         check(lock.getSequence() == number, "the number is read as the file has it");
-        bool const tells = observes && last != kNever && last != number;
-        check(observer.told == (tells ? 1 : 0), "only a change is reported, once");
-        check(!tells || (observer.from == last && observer.to == number), "with both numbers");
-        check(lock.getLockState() == (writes || tells ? Lock::write : Lock::read),
+        bool const isChange = observes && last != kNever && last != number;
+        check(observer.notifications == (isChange ? 1 : 0), "only a change is reported, once");
+        check(!isChange || (observer.from == last && observer.to == number), "with both numbers");
+        check(lock.getLockState() == (writes || isChange ? Lock::write : Lock::read),
               "a notified object has the write lock");
         check(scratch.read() == file, "acquiring writes only the process id");
         last = number;
         bool const raises = writes && update == 1;
-        lock.unlock(update == 1 && (writes || !tells) ? 1 : 0);
+        lock.unlock(update == 1 && (writes || !isChange) ? 1 : 0);
         if (raises) {
             last = number + 1 == kNever ? 0 : number + 1;
             putAt(file, 0, bytesOf(last));

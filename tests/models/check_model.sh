@@ -5,9 +5,9 @@ set -euo pipefail
 model=$(readlink -f "$1")
 export LC_ALL=C
 
-room=$(mktemp -d)
-trap 'rm -rf "$room"' EXIT
-cd "$room"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch"
 
 # search FAULT: prints the output of the search.
 search()

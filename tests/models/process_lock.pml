@@ -49,7 +49,7 @@ byte lastSequence[PROCESSES] = UNSEEN;
 byte insideReading = 0;
 byte insideWriting = 0;
 byte waitingWriter = NOBODY;   /* waits for the data range until the readers leave */
-byte told[PROCESSES] = UNSEEN; /* the newest number that the process knows of */
+byte notified[PROCESSES] = UNSEEN; /* the newest number that the process knows of */
 
 /* ---- between the threads of a process ---- */
 
@@ -172,7 +172,7 @@ inline lock(s) {
     acquire(s);
     atomic {
         if
-        :: lastSequence[p] == UNSEEN -> lastSequence[p] = sequence[p]; told[p] = sequence[p]
+        :: lastSequence[p] == UNSEEN -> lastSequence[p] = sequence[p]; notified[p] = sequence[p]
         :: else
         fi;
 #if FAULT == 3
@@ -181,7 +181,7 @@ inline lock(s) {
         update = (s == WRITE);
         held = s;
         if
-        :: lastSequence[p] == sequence[p] -> goIn()
+        :: lastSequence[p] == sequence[p] -> enterInside()
         :: else -> changed = true
         fi
     };
@@ -195,25 +195,25 @@ inline lock(s) {
             assert(holder[p] == t);
             if
             :: lastSequence[p] != sequence[p] ->
-                assert(told[p] != sequence[p]);
-                told[p] = sequence[p]
+                assert(notified[p] != sequence[p]);
+                notified[p] = sequence[p]
             :: else
             fi;
             changed = false;
-            goIn()
+            enterInside()
         }
     :: else
     fi
 }
 
-inline goIn() {
+inline enterInside() {
     if
     :: held == WRITE -> insideWriting++
     :: else -> insideReading++
     fi;
     assert(insideWriting == 0 || (insideWriting == 1 && insideReading == 0));
     assert(sequence[p] == number);
-    assert(told[p] == number)
+    assert(notified[p] == number)
 }
 
 inline unlock() {
@@ -226,7 +226,7 @@ inline unlock() {
         :: state[p] == WRITE && update ->
             number = sequence[p] + 1;
             sequence[p] = number;
-            told[p] = number
+            notified[p] = number
         :: else
         fi;
         lastSequence[p] = sequence[p];

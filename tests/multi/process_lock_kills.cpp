@@ -38,7 +38,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int kProcesses = 8;
 constexpr int kThreads = 4;
 constexpr auto kBetweenKills = std::chrono::milliseconds(5);
-constexpr auto kLongestWait = std::chrono::seconds(1);
+constexpr auto kMaxWait = std::chrono::seconds(1);
 constexpr unsigned long kInvalid = Lock::invalidSequence;
 
 // In memory that all processes share.
@@ -47,7 +47,7 @@ struct Shared {
     std::atomic<pid_t> writer;            // 0: no process
     std::atomic<unsigned long> sequence;  // of the last completed update
     std::atomic<unsigned long> acquisitions;
-    std::atomic<unsigned long> raises;  // increments that the processes know of
+    std::atomic<unsigned long> increments;  // increments that the processes know of
     std::atomic<int> faults;
     char firstFault[200];
 };
@@ -83,7 +83,7 @@ unsigned long readCounter(int fd)
     return pread(fd, &counter, sizeof counter, 0) == sizeof counter ? counter : 0;
 }
 
-void raiseCounter(Shared& shared, Lock& lock, int fd)
+void incrementCounter(Shared& shared, Lock& lock, int fd)
 {
     lock.writeLock();
     shared.acquisitions.fetch_add(1);
@@ -98,8 +98,8 @@ void raiseCounter(Shared& shared, Lock& lock, int fd)
               "the sequence went from " + std::to_string(last) + " to " + std::to_string(sequence));
     if (sequence == kInvalid)
         fault(shared, "the sequence is the invalid number");
-    unsigned long const raised = readCounter(fd) + 1;
-    if (pwrite(fd, &raised, sizeof raised, 0) != sizeof raised)
+    unsigned long const incremented = readCounter(fd) + 1;
+    if (pwrite(fd, &incremented, sizeof incremented, 0) != sizeof incremented)
         fault(shared, "the counter cannot be written");
     // The two steps of unlock(); between them the sequence number is recorded.
     lock.sync(1);
@@ -108,10 +108,10 @@ void raiseCounter(Shared& shared, Lock& lock, int fd)
     if (!shared.writer.compare_exchange_strong(self, 0))
         fault(shared, "two writers at the end: " + std::to_string(self));
     lock.unlock(0);
-    shared.raises.fetch_add(1);
+    shared.increments.fetch_add(1);
 }
 
-void lookAtCounter(Shared& shared, Lock& lock, int fd)
+void checkCounter(Shared& shared, Lock& lock, int fd)
 {
     lock.readLock();
     shared.acquisitions.fetch_add(1);
@@ -125,16 +125,17 @@ void lookAtCounter(Shared& shared, Lock& lock, int fd)
     lock.unlock();
 }
 
-[[noreturn]] void work(Shared& shared, std::string const& folder)
+[[noreturn]] void work(Shared& shared, std::string const& directory)
 {
-    int const fd = open((folder + "/counter").c_str(), O_RDWR | O_CLOEXEC);
-    Lock lock(folder.c_str(), "kills");
+    int const fd = open((directory + "/counter").c_str(), O_RDWR | O_CLOEXEC);
+    Lock lock(directory.c_str(), "kills");
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&, i] {
             try {
                 for (int n = i; !shared.stop; ++n)
-                    n % 4 == 0 ? lookAtCounter(shared, lock, fd) : raiseCounter(shared, lock, fd);
+                    n % 4 == 0 ? checkCounter(shared, lock, fd)
+                               : incrementCounter(shared, lock, fd);
             } catch (ZResourceException_6_0 const& e) {
                 fault(shared, "message " + std::to_string(e.messageNumber()) + ", rc " +
                                   std::to_string(e.returnCode()));
@@ -145,11 +146,11 @@ void lookAtCounter(Shared& shared, Lock& lock, int fd)
     _exit(0);
 }
 
-pid_t start(Shared& shared, std::string const& folder)
+pid_t start(Shared& shared, std::string const& directory)
 {
     pid_t const process = fork();
     if (process == 0)
-        work(shared, folder);
+        work(shared, directory);
     return process;
 }
 
@@ -187,7 +188,7 @@ int main(int argc, char** argv)
             return;
         if (shared.acquisitions != acquisitions)
             awaited = false;
-        else if (waited > kLongestWait)
+        else if (waited > kMaxWait)
             fault(shared, "no acquisition within a second of a kill");
         longest = std::max(longest, waited);
     };
@@ -222,7 +223,7 @@ int main(int argc, char** argv)
     lock.readLock();
     unsigned long const sequence = lock.getSequence();
     lock.unlock();
-    unsigned long const raises = shared.raises;
+    unsigned long const raises = shared.increments;
     auto const most = static_cast<unsigned long>(killed);
     if (counter < raises || counter > raises + most)
         fault(shared, "the counter does not match the increments");

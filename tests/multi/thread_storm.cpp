@@ -87,8 +87,11 @@ private:
 
     class Listener final : public ZObserverInterface_6_0 {
     public:
-        void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const&) override { ++told; }
-        std::atomic<long> told{0};
+        void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const&) override
+        {
+            ++notifications;
+        }
+        std::atomic<long> notifications{0};
     };
 
     void work(unsigned seed)
@@ -287,10 +290,10 @@ void interrupt(long acquisitions)
 int openDescriptors()
 {
     int count = 0;
-    DIR* const folder = opendir("/proc/self/fd");
-    while (folder != nullptr && readdir(folder) != nullptr)
+    DIR* const directory = opendir("/proc/self/fd");
+    while (directory != nullptr && readdir(directory) != nullptr)
         ++count;
-    closedir(folder);
+    closedir(directory);
     return count;
 }
 
@@ -356,8 +359,8 @@ struct Scene {
         if (shared.haveLock(Lock::unset) == 0)
             fault("a read-write lock is held after a cancellation");
         // If one of these were held, this would wait until the alarm ends the program.
-        ZResourceLock_6_0 const one(lock);
-        ZResourceLock_6_0 const other(*condition.getResource());
+        ZResourceLock_6_0 const lockGuard(lock);
+        ZResourceLock_6_0 const conditionGuard(*condition.getResource());
         locked.look();
         sharedPair.look();
     }

@@ -27,14 +27,14 @@ using Lock = ZUnixProcessReadWriteFileLock_6_0;
 
 class Observer final : public ZObserverInterface_6_0 {
 public:
-    std::string told;  // "old>new " for each change
+    std::string changes;  // "old>new " for each change
     bool throws = false;
 
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
     {
         auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
-        told += std::to_string(change.getLastSequence()) + ">" +
-                std::to_string(change.getSequence()) + " ";
+        changes += std::to_string(change.getLastSequence()) + ">" +
+                   std::to_string(change.getSequence()) + " ";
         if (throws)
             throw std::runtime_error("observer");
     }

@@ -20,8 +20,8 @@
 enum class JavaRule {
     lastLine,
     keyWithoutSeparator,
-    lineBehindError,
-    blankBeforeSeparator,
+    lineAfterError,
+    spaceBeforeSeparator,
     separatorBeginsLine,
     backslashBeginsKey,
     keyEscape,
@@ -57,13 +57,13 @@ inline std::vector<JavaDifference> const& javaDifferences()
          {{{"a", ""}}},
          {}},
         {JavaRule::keyWithoutSeparator, "a key needs a separator", "a\n", {}, {{{"a", ""}}}, {}},
-        {JavaRule::lineBehindError,
+        {JavaRule::lineAfterError,
          "an error at a line ending also skips the next line",
          "a\nb=\n",
          {},
          {{{"a", ""}, {"b", ""}}},
          {JavaRule::keyWithoutSeparator}},
-        {JavaRule::blankBeforeSeparator,
+        {JavaRule::spaceBeforeSeparator,
          "blanks followed by a separator are an error, not an empty key",
          " =\n",
          {},
@@ -194,7 +194,7 @@ private:
         if (skipping_) {
             skipping_ = step.kind != JavaModel::lineEnd;
             if (skipping_ && skippingNext_)
-                rules_.insert(JavaRule::lineBehindError);
+                rules_.insert(JavaRule::lineAfterError);
             return;
         }
         if (step.next == 16) {
@@ -268,7 +268,7 @@ private:
         if (file_.compare(file_.size() - kZero.size(), kZero.size(), kZero) == 0) {
             rules_.insert(JavaRule::unitZero);
             file_.resize(file_.size() - kZero.size());
-            behindZero_ = true;
+            afterZero_ = true;
         } else {
             hasValue_ = true;
         }
@@ -284,9 +284,9 @@ private:
         else if (step.next == 8)
             hasValue_ = true;
         // A character that follows a zero must not become the first one after the separator.
-        if (behindZero_ && step.state == 8 && (blank || separates))
+        if (afterZero_ && step.state == 8 && (blank || separates))
             file_ += '\\';
-        behindZero_ = false;
+        afterZero_ = false;
         auto const byte = static_cast<unsigned char>(step.c);
         if (blank && step.c == '\v' && step.next != 4 && step.next != 8) {
             rules_.insert(JavaRule::verticalTab);
@@ -318,7 +318,7 @@ private:
     {
         switch (error.state) {
             case 2:
-                return JavaRule::blankBeforeSeparator;
+                return JavaRule::spaceBeforeSeparator;
             case 5:
                 return JavaRule::keyEscape;
             case 9:
@@ -339,5 +339,5 @@ private:
     bool skippingNext_ = false;  // the error was at a line ending
     bool hasSeparator_ = false;
     bool hasValue_ = false;
-    bool behindZero_ = false;
+    bool afterZero_ = false;
 };

@@ -81,12 +81,12 @@ public:
     static int run(char** argv)
     {
         struct Observer final : ZObserverInterface_6_0 {
-            std::string told;
+            std::string changes;
             void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
             {
                 auto const& change = static_cast<ZSequenceUpdate_6_0 const&>(parm);
-                told += " " + std::to_string(change.getLastSequence()) + ">" +
-                        std::to_string(change.getSequence());
+                changes += " " + std::to_string(change.getLastSequence()) + ">" +
+                           std::to_string(change.getSequence());
             }
         } observer;
         // The handler makes SIGUSR1 interrupt a call.
@@ -120,7 +120,7 @@ public:
                         break;
                 }
                 line = lock.getLockStateName(lock.getLockState());
-                line += " " + std::to_string(lock.getSequence()) + observer.told + "\n";
+                line += " " + std::to_string(lock.getSequence()) + observer.changes + "\n";
             } catch (ZResourceException_6_0 const& e) {
                 line = std::to_string(e.messageNumber()) + " " + std::to_string(e.returnCode());
                 line += "\n";

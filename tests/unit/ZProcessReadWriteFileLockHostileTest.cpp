@@ -69,12 +69,12 @@ struct Doing final : ZObserverInterface_6_0 {
     explicit Doing(std::function<void()> what) : action(std::move(what)) {}
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
     {
-        ++told;
+        ++notifications;
         sequence = static_cast<ZSequenceUpdate_6_0 const&>(parm).getSequence();
         action();
     }
     std::function<void()> action;
-    std::atomic<int> told{0};
+    std::atomic<int> notifications{0};
     std::atomic<unsigned long> sequence{0};
 };
 
@@ -151,7 +151,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, TwoReadersThatSeeAChangeAreNotifiedExcl
         two.join();
         three.join();
         ASSERT_TRUE(isFree(lock));
-        ASSERT_EQ(round + 1, observer.told) << "each change is reported once";
+        ASSERT_EQ(round + 1, observer.notifications) << "each change is reported once";
         ASSERT_TRUE(lock.isCurrent());
     }
     EXPECT_EQ(0, crowded);
@@ -181,10 +181,10 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserverThatThrowsIsNotifiedAgain)
         other.does('n');
         throws = false;
         lock.lock(asked);
-        EXPECT_EQ(4, observer.told);
+        EXPECT_EQ(4, observer.notifications);
         lock.unlock(0);
         lock.lock(asked);
-        EXPECT_EQ(4, observer.told);
+        EXPECT_EQ(4, observer.notifications);
         lock.unlock(0);
         EXPECT_TRUE(isFree(lock));
     }
@@ -238,7 +238,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ObserversThatUseTheLock)
         lock.addObserver(&observer);
         raiseSequence();
         EXPECT_EQ(c.raised, thrown([&] { lock.readLock(); }));
-        EXPECT_EQ(1, observer.told);
+        EXPECT_EQ(1, observer.notifications);
         if (c.raised.empty()) {
             EXPECT_EQ(kWrite, lock.getLockState());
             EXPECT_EQ(0, lock.getUpdate());
@@ -558,14 +558,14 @@ TEST_F(ZProcessReadWriteFileLockHostile, SequencesAtTheEdge)
     for (Case const& c : cases) {
         directory_.write("._zplx", c.file);
         FileLock lock(path(), "x");
-        int told = 0;
-        Doing observer([&] { ++told; });
+        int notifications = 0;
+        Doing observer([&] { ++notifications; });
         lock.addObserver(&observer);
         for (int i = 0; i < 2; ++i) {
             lock.readLock();
             lock.unlock();
         }
-        EXPECT_EQ(0, told);
+        EXPECT_EQ(0, notifications);
         lock.writeLock();
         lock.unlock();
         EXPECT_EQ(c.after, lock.getSequence());

@@ -238,7 +238,7 @@ TEST_F(ZProcessReadWriteFileLock, FirstAcquisitionNotifiesNoObserver)
     EXPECT_EQ(7ul, lock.getSequence());
     EXPECT_EQ(7ul, lock.getLastSequence());
     lock.unlock();
-    EXPECT_EQ("", observer.told);
+    EXPECT_EQ("", observer.changes);
 }
 
 TEST_F(ZProcessReadWriteFileLock, KeepsTheWriteLockOfAReaderThatNotifies)
@@ -254,7 +254,7 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheWriteLockOfAReaderThatNotifies)
         uint32_t const sequence = word(0);
         lock.lock(asked);
         EXPECT_EQ(std::to_string(sequence - 1) + ">" + std::to_string(sequence) + " ",
-                  observer.told);
+                  observer.changes);
         EXPECT_EQ(kWrite, lock.getLockState());
         EXPECT_EQ("ww", seen());
         EXPECT_EQ(0, lock.getUpdate());
@@ -275,7 +275,7 @@ TEST_F(ZProcessReadWriteFileLock, WriterNotifiesAndItsReleaseIsAnUpdate)
     lock.unlock();
     changeElsewhere();
     lock.writeLock();
-    EXPECT_EQ("0>1 ", observer.told);
+    EXPECT_EQ("0>1 ", observer.changes);
     EXPECT_EQ(1, lock.getUpdate());
     lock.unlock();
     EXPECT_EQ(2u, word(0));
@@ -283,7 +283,7 @@ TEST_F(ZProcessReadWriteFileLock, WriterNotifiesAndItsReleaseIsAnUpdate)
     lock.readLock();
     EXPECT_EQ(kRead, lock.getLockState());
     lock.unlock();
-    EXPECT_EQ("0>1 ", observer.told);
+    EXPECT_EQ("0>1 ", observer.changes);
 }
 
 TEST_F(ZProcessReadWriteFileLock, WithoutObserversTheRequestedLockIsHeld)
@@ -318,9 +318,9 @@ TEST_F(ZProcessReadWriteFileLock, ObserverThatThrowsLeavesNothingHeld)
         EXPECT_EQ(sequence, word(0));
         // The observer must be notified again.
         observer.throws = false;
-        observer.told = "";
+        observer.changes = "";
         lock.lock(asked);
-        EXPECT_NE("", observer.told);
+        EXPECT_NE("", observer.changes);
         lock.unlock(0);
         expectFree(lock);
     }
@@ -334,7 +334,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatSeeAChangeTogetherReportItOnce)
     lock.readLock();
     lock.unlock();
     for (int round = 1; round <= 20; ++round) {
-        observer.told = "";
+        observer.changes = "";
         // Another process writes while no thread of this process holds the lock.
         putSequence(static_cast<uint32_t>(round));
         std::vector<std::thread> readers;
@@ -345,7 +345,7 @@ TEST_F(ZProcessReadWriteFileLock, ReadersThatSeeAChangeTogetherReportItOnce)
             });
         for (std::thread& reader : readers)
             reader.join();
-        EXPECT_EQ(std::to_string(round - 1) + ">" + std::to_string(round) + " ", observer.told);
+        EXPECT_EQ(std::to_string(round - 1) + ">" + std::to_string(round) + " ", observer.changes);
         EXPECT_EQ(static_cast<uint32_t>(round), word(0));
     }
     expectFree(lock);
@@ -377,7 +377,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderDoesNotRepeatANotificationOfAnotherThrea
     lock.armed = true;
     lock.readLock();
     EXPECT_FALSE(lock.armed);
-    EXPECT_EQ("0>5 ", observer.told);
+    EXPECT_EQ("0>5 ", observer.changes);
     EXPECT_EQ(kWrite, lock.getLockState());
     EXPECT_EQ(0, lock.getUpdate());
     lock.unlock();
@@ -409,7 +409,7 @@ TEST_F(ZProcessReadWriteFileLock, ReaderThatFailsWhileItNotifiesHoldsNothing)
         }
         ASSERT_LT(n, 100);
         if (!raised) {
-            EXPECT_EQ("0>5 ", observer.told);
+            EXPECT_EQ("0>5 ", observer.changes);
             EXPECT_EQ(kWrite, lock.getLockState());
             lock.unlock();
         }

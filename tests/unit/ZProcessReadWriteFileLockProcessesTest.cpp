@@ -413,9 +413,9 @@ TEST_F(ZProcessReadWriteFileLock, KeepsTheFileOfADestroyedHeldLockLocked)
         }
         bool const open = fcntl(fd, F_GETFD) != -1;
         Lock next(dir().c_str(), "a");
-        bool const told = static_cast<bool>(
+        bool const isRefused = static_cast<bool>(
             raises<ZLockResourceException_6_0>(33, kSource, 327, [&] { next.readLock(); }));
-        _exit(raised && open && told && seen() == "ww" ? 0 : 1);
+        _exit(raised && open && isRefused && seen() == "ww" ? 0 : 1);
     }
     int status = 0;
     waitpid(child, &status, 0);

@@ -591,7 +591,7 @@ TEST_F(ZProcessReadWriteFileLock, StubKeepsTheSequenceInMemory)
     EXPECT_EQ(9ul, sequence);
     // A number that another object wrote is reported as usual.
     lock.readLock();
-    EXPECT_EQ("1>9 ", observer.told);
+    EXPECT_EQ("1>9 ", observer.changes);
     EXPECT_EQ(kWrite, lock.getLockState());
     lock.unlock();
     char bytes[4] = {'a', 'b', 'c', 'd'};

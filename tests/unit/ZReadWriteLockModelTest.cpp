@@ -44,19 +44,19 @@ Outcome outcomeOf(std::function<void()> const& action)
 }
 
 // Threads that perform actions on command and report the end of each.
-class Troupe {
+class Workers {
 public:
     struct Report {
         int thread;
         Outcome outcome;
     };
 
-    Troupe()
+    Workers()
     {
         for (int t = 0; t < kThreads; ++t)
-            threads_[t] = std::thread([this, t] { play(t); });
+            threads_[t] = std::thread([this, t] { work(t); });
     }
-    ~Troupe()
+    ~Workers()
     {
         // After a failure some threads may wait forever.
         if (testing::Test::HasFailure()) {
@@ -64,15 +64,15 @@ public:
             std::quick_exit(1);
         }
         for (int t = 0; t < kThreads; ++t)
-            tell(t, nullptr);
+            send(t, nullptr);
         for (std::thread& thread : threads_)
             thread.join();
     }
 
-    void tell(int thread, std::function<void()> action)
+    void send(int thread, std::function<void()> action)
     {
         std::lock_guard<std::mutex> const guard(mutex_);
-        told_[thread] = std::move(action);
+        commands_[thread] = std::move(action);
         changed_.notify_all();
     }
 
@@ -94,14 +94,14 @@ public:
     }
 
 private:
-    void play(int thread)
+    void work(int thread)
     {
         for (;;) {
             std::function<void()> action;
             {
                 std::unique_lock<std::mutex> guard(mutex_);
-                changed_.wait(guard, [&] { return told_[thread].has_value(); });
-                action = *std::exchange(told_[thread], std::nullopt);
+                changed_.wait(guard, [&] { return commands_[thread].has_value(); });
+                action = *std::exchange(commands_[thread], std::nullopt);
             }
             if (action == nullptr)
                 return;
@@ -114,21 +114,21 @@ private:
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::array<std::optional<std::function<void()>>, kThreads> told_;
+    std::array<std::optional<std::function<void()>>, kThreads> commands_;
     std::deque<Report> reports_;
     std::array<std::thread, kThreads> threads_;
 };
 
 // The state that a thread holds and the state that it waits for.
-struct Role {
-    enum Wish { none, read, protect, write, promotion };
+struct ThreadState {
+    enum Request { none, read, protect, write, promotion };
     int reads = 0;
-    Wish waitsFor = none;
+    Request waitsFor = none;
 };
 
-class Play {
+class RandomRun {
 public:
-    explicit Play(unsigned seed) : random_(seed) {}
+    explicit RandomRun(unsigned seed) : random_(seed) {}
 
     // Performs random actions. The model predicts the outcome of each and is compared with the lock
     // after it. Stops after a wrong outcome.
@@ -141,7 +141,8 @@ public:
         }
         // Every thread that holds the lock releases it, until all are idle.
         for (int t = 0; !testing::Test::HasFailure() && !allIdle(); t = (t + 1) % kThreads) {
-            if (role_[t].waitsFor == Role::none && (role_[t].reads > 0 || model_.holds(t)))
+            if (threadStates_[t].waitsFor == ThreadState::none &&
+                (threadStates_[t].reads > 0 || model_.holds(t)))
                 release(t);
             compare();
         }
@@ -154,7 +155,7 @@ private:
     void act()
     {
         int const t = static_cast<int>(random_() % kThreads);
-        if (role_[t].waitsFor != Role::none)
+        if (threadStates_[t].waitsFor != ThreadState::none)
             return;
         unsigned const what = random_() % 8;
         if (what < 3)
@@ -170,7 +171,7 @@ private:
         if (model_.holds(t))
             return expect(t, action, Outcome::lockRaised);
         // A reader must not wait for a thread that waits for this reader.
-        if (role_[t].reads > 0 && (wanted != kRead || !model_.admits(wanted)))
+        if (threadStates_[t].reads > 0 && (wanted != kRead || !model_.admits(wanted)))
             return;
         if (model_.admits(wanted)) {
             expect(t, action, Outcome::done);
@@ -178,9 +179,9 @@ private:
             return;
         }
         waitFor(t, action,
-                wanted == kRead      ? Role::read
-                : wanted == kProtect ? Role::protect
-                                     : Role::write);
+                wanted == kRead      ? ThreadState::read
+                : wanted == kProtect ? ThreadState::protect
+                                     : ThreadState::write);
     }
 
     void promote(int t)
@@ -191,7 +192,7 @@ private:
         model_.beginPromotion();
         if (model_.readers == 0)
             return expect(t, action, Outcome::done);
-        waitFor(t, action, Role::promotion);
+        waitFor(t, action, ThreadState::promotion);
         // A promotion blocks new readers immediately; the next action must meet that.
         auto const end = std::chrono::steady_clock::now() + kLongest;
         while (lock_.haveLock(kWrite) == 0 && std::chrono::steady_clock::now() < end)
@@ -204,15 +205,15 @@ private:
         if (!model_.mayLeave(t))
             return expect(t, action, Outcome::unlockRaised);
         bool const reads = !model_.holds(t);
-        if (reads && role_[t].reads == 0)
+        if (reads && threadStates_[t].reads == 0)
             return;  // it would release another thread's read lock
-        troupe_.tell(t, action);
+        workers_.send(t, action);
         // Threads that the release admits may report before the releasing thread.
         for (;;) {
-            std::optional<Troupe::Report> const report = troupe_.next();
+            std::optional<Workers::Report> const report = workers_.next();
             ASSERT_TRUE(report.has_value()) << "thread " << t << " does not return";
             if (report->thread != t) {
-                letIn_.push_back(*report);
+                admitted_.push_back(*report);
                 continue;
             }
             ASSERT_EQ(Outcome::done, report->outcome);
@@ -220,7 +221,7 @@ private:
         }
         model_.leave(t);
         if (reads)
-            --role_[t].reads;
+            --threadStates_[t].reads;
         letWaitersIn();
     }
 
@@ -228,44 +229,46 @@ private:
     void letWaitersIn()
     {
         while (!testing::Test::HasFailure() &&
-               std::any_of(role_.begin(), role_.end(),
-                           [this](Role const& role) { return canGoOn(role.waitsFor); })) {
-            std::optional<Troupe::Report> const report = nextLetIn();
+               std::any_of(
+                   threadStates_.begin(), threadStates_.end(),
+                   [this](ThreadState const& thread) { return canContinue(thread.waitsFor); })) {
+            std::optional<Workers::Report> const report = nextLetIn();
             ASSERT_TRUE(report.has_value()) << "no thread continues";
             ASSERT_EQ(Outcome::done, report->outcome);
-            Role& role = role_[report->thread];
-            ASSERT_TRUE(canGoOn(role.waitsFor)) << "thread " << report->thread << " continues";
-            if (role.waitsFor == Role::read)
+            ThreadState& thread = threadStates_[report->thread];
+            ASSERT_TRUE(canContinue(thread.waitsFor))
+                << "thread " << report->thread << " continues";
+            if (thread.waitsFor == ThreadState::read)
                 enter(report->thread, kRead);
-            else if (role.waitsFor == Role::protect)
+            else if (thread.waitsFor == ThreadState::protect)
                 enter(report->thread, kProtect);
-            else if (role.waitsFor == Role::write)
+            else if (thread.waitsFor == ThreadState::write)
                 enter(report->thread, kWrite);
-            role.waitsFor = Role::none;
+            thread.waitsFor = ThreadState::none;
         }
     }
 
-    std::optional<Troupe::Report> nextLetIn()
+    std::optional<Workers::Report> nextLetIn()
     {
-        if (letIn_.empty())
-            return troupe_.next();
-        Troupe::Report const report = letIn_.front();
-        letIn_.pop_front();
+        if (admitted_.empty())
+            return workers_.next();
+        Workers::Report const report = admitted_.front();
+        admitted_.pop_front();
         return report;
     }
 
-    bool canGoOn(Role::Wish wish) const
+    bool canContinue(ThreadState::Request wish) const
     {
         switch (wish) {
-            case Role::none:
+            case ThreadState::none:
                 return false;
-            case Role::read:
+            case ThreadState::read:
                 return model_.admits(kRead);
-            case Role::protect:
+            case ThreadState::protect:
                 return model_.admits(kProtect);
-            case Role::write:
+            case ThreadState::write:
                 return model_.admits(kWrite);
-            case Role::promotion:
+            case ThreadState::promotion:
                 return model_.readers == 0;
         }
         return false;
@@ -275,29 +278,30 @@ private:
     {
         model_.enter(t, wanted);
         if (wanted == kRead)
-            ++role_[t].reads;
+            ++threadStates_[t].reads;
     }
 
     void expect(int t, std::function<void()> const& action, Outcome outcome)
     {
         raised += outcome != Outcome::done ? 1 : 0;
-        troupe_.tell(t, action);
-        std::optional<Troupe::Report> const report = troupe_.next();
+        workers_.send(t, action);
+        std::optional<Workers::Report> const report = workers_.next();
         ASSERT_TRUE(report.has_value()) << "thread " << t << " does not return";
         ASSERT_EQ(t, report->thread) << "a thread that must wait continues";
         ASSERT_EQ(outcome, report->outcome);
     }
 
-    void waitFor(int t, std::function<void()> const& action, Role::Wish wish)
+    void waitFor(int t, std::function<void()> const& action, ThreadState::Request wish)
     {
         ++waited;
-        role_[t].waitsFor = wish;
-        troupe_.tell(t, action);
+        threadStates_[t].waitsFor = wish;
+        workers_.send(t, action);
     }
 
     void compare()
     {
-        EXPECT_FALSE(troupe_.hasReport() || !letIn_.empty()) << "a thread that must wait continues";
+        EXPECT_FALSE(workers_.hasReport() || !admitted_.empty())
+            << "a thread that must wait continues";
         EXPECT_EQ(model_.readers, lock_.getReaderCount());
         for (State state : {kUnset, kRead, kProtect, kWrite})
             EXPECT_EQ(state == model_.state, lock_.haveLock(state) != 0) << "state " << state;
@@ -306,16 +310,17 @@ private:
     bool allIdle() const
     {
         return model_.state == kUnset &&
-               std::all_of(role_.begin(), role_.end(),
-                           [](Role const& role) { return role.waitsFor == Role::none; });
+               std::all_of(
+                   threadStates_.begin(), threadStates_.end(),
+                   [](ThreadState const& thread) { return thread.waitsFor == ThreadState::none; });
     }
 
     std::minstd_rand random_;
     ZReadWriteLock_6_0 lock_;
     Model model_;
-    std::array<Role, kThreads> role_;
-    std::deque<Troupe::Report> letIn_;
-    Troupe troupe_;
+    std::array<ThreadState, kThreads> threadStates_;
+    std::deque<Workers::Report> admitted_;
+    Workers workers_;
 };
 
 // ---- All threads at the same time -----------------------------------------------------------
@@ -329,7 +334,7 @@ struct Event {
     Kind kind;
 };
 
-class Crowd {
+class StressRun {
 public:
     std::vector<Event> run(int rounds, unsigned seed)
     {
@@ -439,28 +444,28 @@ TEST(ZReadWriteLockModel, EveryActionMatchesTheModel)
 {
     constexpr unsigned kSeed = 41;
     SCOPED_TRACE("seed " + std::to_string(kSeed));
-    Play play(kSeed);
-    play.run(20000);
-    EXPECT_LT(500, play.raised);
-    EXPECT_LT(500, play.waited);
+    RandomRun random(kSeed);
+    random.run(20000);
+    EXPECT_LT(500, random.raised);
+    EXPECT_LT(500, random.waited);
 }
 
 TEST(ZReadWriteLockModel, AMillionOperationsOfEightThreadsMatchTheModel)
 {
     constexpr unsigned kSeed = 42;
     SCOPED_TRACE("seed " + std::to_string(kSeed));
-    Crowd crowd;
-    std::vector<Event> const events = crowd.run(60000, kSeed);
+    StressRun stress;
+    std::vector<Event> const events = stress.run(60000, kSeed);
     EXPECT_LE(1000000u, events.size());
     EXPECT_EQ("", judge(events));
-    EXPECT_EQ(0, crowd.wrong);
+    EXPECT_EQ(0, stress.wrong);
     EXPECT_EQ(std::count_if(events.begin(), events.end(),
                             [](Event const& event) {
                                 return event.kind == Event::gotWrite ||
                                        event.kind == Event::promoted;
                             }),
-              crowd.written);
-    EXPECT_NE(0, crowd.lock.haveLock(kUnset));
+              stress.written);
+    EXPECT_NE(0, stress.lock.haveLock(kUnset));
 }
 
 TEST(ZReadWriteLockModel, AWrongHistoryIsDetected)

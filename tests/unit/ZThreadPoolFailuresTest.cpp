@@ -500,12 +500,12 @@ TEST(ZThreadPoolFailures, WaitsMayEndInADifferentOrder)
     public:
         void waitForExit() override
         {
-            told = true;
+            shutDown = true;
             waitUntil([this] { return released.load(); });
             Sleeper::waitForExit();
             wakes = &left;
         }
-        std::atomic<bool> told{false};
+        std::atomic<bool> shutDown{false};
         std::atomic<bool> released{false};
         std::atomic<bool> left{false};  // set when the sleeper's end is reported to the waiting
                                         // threads
@@ -520,7 +520,7 @@ TEST(ZThreadPoolFailures, WaitsMayEndInADifferentOrder)
     std::vector<std::thread> waiting;
     for (Slow& sleeper : sleepers) {
         waiting.emplace_back([&] { pool.waitForExit(); });
-        waitUntil([&] { return sleeper.told.load(); });
+        waitUntil([&] { return sleeper.shutDown.load(); });
     }
     for (Slow& sleeper : sleepers) {
         sleeper.released = true;
