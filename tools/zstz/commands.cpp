@@ -29,8 +29,8 @@ void requireKey(ZProperties_6_0& store, Request const& request)
 
 // ---- Changing ---------------------------------------------------------------------------------
 
-// Hides what is typed at the terminal, for a scope. A signal that ends the tool meanwhile shows it
-// again first; to stop the tool there would leave it hidden, and is not possible.
+// Turns terminal echo off in this scope. A terminating signal turns it on again first. SIGTSTP is
+// ignored, because a stopped tool would leave echo off.
 class ScopedEchoOff {
 public:
     ScopedEchoOff()
@@ -72,7 +72,7 @@ private:
 
 termios ScopedEchoOff::saved_;
 
-// Reads a line from the terminal without showing it.
+// Reads a line from the terminal without echo.
 std::string promptForValue()
 {
     ScopedEchoOff const hidden;
@@ -83,7 +83,7 @@ std::string promptForValue()
     return line;
 }
 
-// Reads all of standard input but one line feed at its end.
+// Reads standard input to its end and drops one trailing newline.
 std::string readInput()
 {
     std::string value;
@@ -98,11 +98,11 @@ std::string readInput()
     return value;
 }
 
-// Reads a value that is not to stand on the command line.
+// Reads a value that must not appear on the command line.
 std::string readValue()
 {
     std::string const value = isatty(STDIN_FILENO) ? promptForValue() : readInput();
-    if (value.empty())  // of a command in front of the pipe, say, that has failed
+    if (value.empty())  // for example, the command before the pipe failed
         throw Failure{exitInvalidValue,
                       "standard input has no value; give one there, or remove the key with `zstz "
                       "unset`"};
@@ -116,7 +116,7 @@ std::string requestedValue(Request const& request)
     return request.obfuscated ? readValue() : request.value;
 }
 
-// A key keeps one kind of values.
+// The values of a key are all plain or all obfuscated.
 void checkKind(ZProperties_6_0& store, Request const& request)
 {
     if (store.numValues(request.stanza.c_str(), request.key.c_str()) == 0)
@@ -131,7 +131,7 @@ void checkKind(ZProperties_6_0& store, Request const& request)
                         : " holds plain values; leave out --obfuscated, or unset it first")};
 }
 
-// Returns the key or stanza all lines of which an edit removes or replaces on purpose.
+// Returns the key or stanza whose lines the user asked to remove or replace.
 EditedFile::Removal removalOf(Request const& request)
 {
     if (request.wholeStanza)
@@ -139,7 +139,7 @@ EditedFile::Removal removalOf(Request const& request)
     return request.all ? EditedFile::Removal{request.stanza, request.key} : EditedFile::Removal{};
 }
 
-// Refuses what would take several values from a key at once.
+// Refuses a change that would remove more than one value, unless --all is set.
 void checkCount(ZProperties_6_0& store, Request const& request, char const* advice)
 {
     int const count = store.numValues(request.stanza.c_str(), request.key.c_str());
@@ -149,8 +149,8 @@ void checkCount(ZProperties_6_0& store, Request const& request, char const* advi
                                        " values; use --all to " + advice};
 }
 
-// Refuses a value that the library reads as a number of another value: it negates modulo 2^32, and
-// gives the greatest number for one that is too great.
+// Refuses a number outside the range of unsigned int. The library would return another number: it
+// negates modulo 2^32 and clamps at the maximum.
 void checkNumber(std::string const& value, Request const& request)
 {
     char const* const text = value.c_str() + value.find_first_not_of(" \t\n\v\f\r");

@@ -18,7 +18,8 @@ int openForLock(std::string const& path)
     return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
-// Another process may have replaced the file while this one waited for its turn.
+// Returns whether `fd` is still the file at `path`: another process may have replaced the file
+// while this process waited for the lock.
 bool refersTo(int fd, std::string const& path)
 {
     struct stat opened;

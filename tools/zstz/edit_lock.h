@@ -1,16 +1,17 @@
-// edit_lock: keeps two zstz processes from changing a file at the same time.
+// edit_lock: serialises the edits of a file by several zstz processes.
 #pragma once
 
 #include <string>
 
-// Keeps other zstz processes from changing the file between our reading and storing it. The
-// library locks it against everybody, but only while it reads and while it writes. Whoever may read
-// the file may hold this lock, so that waiting for it has an end.
+// An advisory lock (flock) on a file from before zstz reads it until zstz has stored it. The
+// library locks the file too, but only during the read and during the write, so without this lock a
+// second zstz could store in between and lose its change. Any process that can read the file can
+// hold this lock forever; therefore the wait has a limit.
 class EditLock {
 public:
-    /// Waits up to five seconds for the turn.
-    /// range   a file that cannot be opened gives none; that is reported when it is loaded.
-    /// throws  Failure.
+    /// Waits up to five seconds for the lock.
+    /// range   does nothing if the file cannot be opened: loading it will fail with a report.
+    /// throws  Failure if another process still holds the lock.
     explicit EditLock(std::string const& path);
     EditLock(EditLock const&) = delete;
     EditLock& operator=(EditLock const&) = delete;

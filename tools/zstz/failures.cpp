@@ -14,7 +14,7 @@
 
 namespace {
 
-// The bytes of a line that a report shows.
+// bytes of a quoted text
 constexpr size_t kMaxQuotedLength = 60;
 
 constexpr char kRemoveEntry[] = "edit the line \"file = ...\" of [configuration-database] out of ";
@@ -29,7 +29,7 @@ bool startsWith(std::string const& line, char c)
     return !line.empty() && line[0] == c;
 }
 
-// What is wrong with a line that a stanza file does not admit, judged by the line itself.
+// Returns the problem of a line that the library rejected, from the text of the line.
 char const* describeInvalidLine(std::string const& line)
 {
     if (startsWith(line, '['))
@@ -43,8 +43,7 @@ char const* describeInvalidLine(std::string const& line)
     return "a key before the first stanza; put it below a [stanza] head";
 }
 
-// What is wrong with a line, judged by its bytes in the file; null when they tell no more than its
-// text.
+// Returns the problem of a line from its bytes in the file; null if the text of the line is enough.
 char const* describeRawLine(RawLine const& line)
 {
     if (line.isSplit)
@@ -77,7 +76,8 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
             damaged + ":" + std::to_string(number) + ": " + quote(line) + ": " + problem};
 }
 
-// What a path names that can be no configuration file; null when it may be one.
+// Returns the kind of a file that cannot be a configuration file; null for a regular or missing
+// file.
 char const* irregularKind(std::string const& path)
 {
     struct stat status;
@@ -88,7 +88,8 @@ char const* irregularKind(std::string const& path)
                                       : "no regular file";
 }
 
-// Why a companion file cannot be read. The library tells a missing and an empty one by one code.
+// Describes an unreadable companion file. The library reports a missing and an empty companion with
+// the same code.
 Failure describeCompanion(std::string const& file, int error, std::string const& mainFile)
 {
     std::string const what = "cannot read the companion file " + file + ": ";
@@ -110,7 +111,7 @@ Failure describeCompanion(std::string const& file, int error, std::string const&
                 (error == ENOENT ? restoreCompanion(mainFile) : "check its owner and permissions")};
 }
 
-// Why a file or folder may not be used for the companion file.
+// Describes why the library refused a companion file, or could not create one in a directory.
 Failure describeCompanionRefusal(std::string const& path, int error, std::string const& mainFile)
 {
     struct stat status;
@@ -140,20 +141,20 @@ std::string nameOf(std::string const& path)
     return path.substr(path.rfind('/') + 1);
 }
 
-// Whether this is the name of a journal, finished or not.
+// Returns whether `file` has the name of a journal, complete or not.
 bool isJournal(std::string const& file)
 {
     return file.ends_with(".zjn") || file.ends_with(".zjn.new");
 }
 
-// Whether this is the name of a file that exists only during a store.
+// Returns whether `file` has the name of a file that exists only during a store.
 bool isHiddenSibling(std::string const& file)
 {
     return isJournal(file) || (nameOf(file).starts_with('.') && file.ends_with(".new"));
 }
 
-// Whether this is the new file that a store with --replace creates, next to the file that a
-// symbolic link leads to.
+// Returns whether `file` is the new file that a store with --replace creates. It is next to the
+// target of a symbolic link.
 bool isReplacement(std::string const& file, std::string const& mainFile)
 {
     char real[PATH_MAX];
@@ -161,7 +162,8 @@ bool isReplacement(std::string const& file, std::string const& mainFile)
     return nameOf(file) == "." + nameOf(path) + ".new";
 }
 
-// Why a new file cannot take the name of the file; empty if the failure has another cause.
+// Returns why --replace could not rename a new file over `mainFile`; empty if the failure has
+// another cause.
 std::string explainReplaceError(std::string const& file, std::string const& api, int error,
                                 std::string const& mainFile)
 {
@@ -271,7 +273,8 @@ std::string quote(std::string const& text)
     if (text.size() <= kMaxQuotedLength)
         return '"' + text + '"';
     size_t end = kMaxQuotedLength;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)  // inside a character
+    // Do not cut inside a UTF-8 character.
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
         --end;
     return '"' + text.substr(0, end) + "...\"";
 }
@@ -305,7 +308,7 @@ std::string formatCount(size_t number, char const* singular, char const* plural)
 
 int report(Failure const& failure)
 {
-    // What was printed before stands before it, also where both go to one place.
+    // Keeps the order of the lines if standard output and standard error are the same file.
     fflush(stdout);
     fprintf(stderr, "zstz: %s\n", toPrintable(failure.text).c_str());
     return failure.code;

@@ -1,4 +1,4 @@
-// failures: how zstz ends and what it says then.
+// failures: exit codes and error messages of zstz.
 #pragma once
 
 #include <Z/ZLCString.h>
@@ -6,7 +6,7 @@
 #include <exception>
 #include <string>
 
-// How zstz ends; scripts test these numbers.
+// Exit codes; scripts test these numbers. docs/failures.md explains them.
 enum ExitCode {
     exitDone = 0,
     exitNotFound = 1,
@@ -19,28 +19,27 @@ enum ExitCode {
     exitInternal = 9
 };
 
-// Ends a verb: the exit code, and one line that says what is wrong and what to do.
+// An error that ends a verb: the exit code and one line "PATH:LINE: problem; remedy".
 struct Failure {
     ExitCode code;
     std::string text;
 };
 
-/// Returns the bytes of a string of the library.
+/// Converts a string of the library; the bytes are unchanged.
 std::string toStdString(ZLCString_6_0 const& string);
 
-/// Returns `text` in double quotes, shortened when it is long.
+/// Returns `text` in double quotes, cut to 60 bytes with "..." if it is longer.
 std::string quote(std::string const& text);
 
-/// Returns `text` as one line that a terminal can show: a tab becomes a blank, what is no printable
-/// character a "?".
+/// Returns `text` as one line that is safe to print on a terminal: replaces tabs by spaces and
+/// other unprintable characters by "?".
 std::string toPrintable(std::string const& text);
 
-/// Returns a number with the word for what is counted: "1 key", "2 keys".
+/// Returns a number with the noun in its number: "1 key", "2 keys".
 std::string formatCount(size_t number, char const* singular, char const* plural);
 
-/// Reports a failure on standard error, in one line; returns its code.
+/// Prints a failure as one line on standard error; returns its code.
 int report(Failure const& failure);
 
-/// Returns what is to be said about an exception of the library, or of anything else, that ended
-/// the work on `file`.
+/// Converts an exception that ended the work on `file`, of the library or any other, to a failure.
 Failure describe(std::exception_ptr exception, std::string const& file);

@@ -1,4 +1,4 @@
-// zstz hexdump: files of any size as the hexadecimal dump of the library.
+// hexdump: the verb zstz hexdump, which prints files of any size with the library's hex dump.
 #include <Z/zhex_dump.h>
 #include <errno.h>
 #include <stdio.h>
@@ -16,16 +16,16 @@ namespace {
 
 constexpr size_t kBytesPerLine = 16;
 
-// The library counts offsets from 0 in each dump. A part of this size has offsets of four digits,
-// so that each of its lines has the same length and another offset can be put in their place. Its
-// dump is small enough for malloc to reuse memory instead of asking the system for it every time.
+// The library starts each dump at offset 0. In a chunk of this size all offsets have four digits,
+// so all lines have the same length and the offset can be replaced. The dump of a chunk is small
+// enough for malloc to reuse its memory.
 constexpr size_t kChunkSize = 0x1000;
-constexpr size_t kOffsetEnd = 5;  // of a line: a line feed and four digits
+constexpr size_t kOffsetEnd = 5;  // in a line: a newline and four digits
 constexpr size_t kColumnStart = 59;
 constexpr size_t kColumnEnd = kColumnStart + kBytesPerLine;
 constexpr size_t kLineLength = kColumnEnd + 1;
 
-// The dump of some bytes, as the library makes it.
+// Returns the library's dump of `length` bytes.
 std::string formatDump(unsigned char const* data, size_t length, char const* title)
 {
     char* text = nullptr;
@@ -42,7 +42,7 @@ std::string formatDump(unsigned char const* data, size_t length, char const* tit
     return result;
 }
 
-// Bytes that are no ASCII text could steer a terminal.
+// Replaces bytes outside ASCII, which could be control sequences of a terminal.
 void maskNonAscii(char* line)
 {
     for (size_t i = kColumnStart; i < kColumnEnd; ++i)
@@ -64,7 +64,7 @@ void dumpStream(FILE* in, std::string const& path, char const* title)
     bool const toTerminal = isatty(STDOUT_FILENO) != 0;
     if (title != nullptr) {
         std::string titleLine = formatDump(nullptr, 0, title);
-        titleLine.pop_back();  // the line feed that ends a dump
+        titleLine.pop_back();  // the newline that ends a dump
         fputs(titleLine.c_str(), stdout);
     }
     std::vector<unsigned char> chunk(kChunkSize);

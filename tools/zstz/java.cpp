@@ -1,4 +1,4 @@
-// zstz java and zstz convert: Java property files, alone and against a stanza.
+// java: the verbs zstz java and zstz convert.
 #include <Z/ZArrayList.h>
 #include <Z/ZUTF8String.h>
 #include <stdio.h>
@@ -17,7 +17,7 @@ namespace {
 
 using Entries = std::map<std::string, std::string>;
 
-// Refuses to go on where what has been read is not all that the file holds.
+// Refuses to continue if the library did not read every line of the file.
 void checkNothingLost(std::string const& path, JavaFile const& file, bool dropComments)
 {
     for (LostLine const& line : file.lost())
@@ -28,8 +28,8 @@ void checkNothingLost(std::string const& path, JavaFile const& file, bool dropCo
                                        "; use --drop-comments to do without the comments"};
 }
 
-// Two "\u" escapes that stand for one character are read as three bytes each. Returns the text with
-// the four bytes that UTF-8 has for the character.
+// The library decodes each half of an escaped surrogate pair to three bytes. Returns the value with
+// each pair replaced by the four UTF-8 bytes of its character.
 std::string joinSurrogatePairs(std::string const& value)
 {
     auto const isSurrogate = [&value](size_t at, unsigned char first, unsigned char last) {
@@ -89,7 +89,7 @@ int javaSet(Request const& request)
     return exitDone;
 }
 
-// One line for each entry: what would break it is shown as an escape.
+// Prints one line per entry. Control characters are printed as escapes.
 int javaList(Request const& request)
 {
     JavaFile const file(request.file);
@@ -124,8 +124,8 @@ int javaCheck(Request const& request)
 
 // ---- convert ----------------------------------------------------------------------------------
 
-// Text of a stanza file is in the local codeset, that of a Java file in UTF-8. What cannot be
-// converted comes out empty.
+// Converts between the local codeset (stanza files) and UTF-8 (Java files). The library returns an
+// empty string if a conversion fails.
 template <class To, class From>
 std::string convert(std::string const& key, std::string const& source)
 {
@@ -153,7 +153,8 @@ bool exists(std::string const& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-// Whether both paths lead to one file, whose other stanzas the Java file would replace.
+// Returns whether both paths lead to the same file. Converting a stanza to its own file would
+// replace the other stanzas.
 bool isSameFile(std::string const& left, std::string const& right)
 {
     struct stat leftStatus, rightStatus;
@@ -161,7 +162,8 @@ bool isSameFile(std::string const& left, std::string const& right)
            leftStatus.st_dev == rightStatus.st_dev && leftStatus.st_ino == rightStatus.st_ino;
 }
 
-// Makes the stanza one of no other keys, and keeps its place and its comments.
+// Deletes every key that is not in `keptKeys`, and every obfuscated key. The stanza keeps its
+// position and its comments.
 void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
                      std::set<std::string> const& keptKeys)
 {
@@ -169,13 +171,13 @@ void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza
     for (unsigned i = 0; i < keys->size(); ++i) {
         auto const& name = static_cast<ZAbstractString_6_0 const&>(*keys->get(i));
         std::string const key(name.getChars(), name.getLength());
-        // A key keeps one kind of values: an obfuscated one is made anew.
+        // A key with obfuscated values takes no plain value: delete it so that it is created again.
         if (keptKeys.count(key) == 0 || store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
             store.deleteKey(stanza.c_str(), key.c_str());
     }
 }
 
-// The entries of a stanza, as a Java file can hold them.
+// Returns the entries of a stanza in UTF-8, checked for a Java file.
 Entries makeJavaEntries(Request const& request)
 {
     LoadedFile file(request.file);

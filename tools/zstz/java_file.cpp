@@ -27,7 +27,8 @@ struct CloseStream {
     void operator()(FILE* stream) const { fclose(stream); }
 };
 
-// Reads a text as the library does, and notes what it passes over: each of its states is watched.
+// Runs the library's reader on the contents of a file and records the lines that it skips. For that
+// it wraps the handler of each reader state.
 class LossRecorder : public ZJavaProperties_6_0 {
 public:
     explicit LossRecorder(std::string& text)
@@ -70,14 +71,14 @@ private:
             record(position(), kZero);
         else if (isLineStart && next == commentLine)
             record(position(), kComment);
-        // A line end that is an error takes the line behind it along.
+        // After an error at a line ending the reader skips the next line too.
         if (next == syntaxError && (c == '\n' || c == '\r'))
             recordFollowing();
         state_ = next == syntaxError ? commentLine : next;
         return next;
     }
 
-    // Where the byte stands that was read last.
+    // Returns the offset of the byte that was read last.
     size_t position() const { return static_cast<size_t>(ftell(stream_.get())) - 1; }
 
     size_t lineStart(size_t at) const
@@ -86,7 +87,8 @@ private:
         return lineEnd == text_.npos ? 0 : lineEnd + 1;
     }
 
-    // The reader ignores a line end behind one of the other kind, however many there are in turn.
+    // Records the next line. The reader takes a run of alternating "\r" and "\n" as one line
+    // ending.
     void recordFollowing()
     {
         size_t next = position() + 1;
@@ -97,7 +99,7 @@ private:
             record(next, kAfterInvalidLine);
     }
 
-    // Notes the line with the byte at `at`, once, unless there is nothing in it.
+    // Records the line that contains the byte at `at`, once, unless the line is empty.
     void record(size_t at, char const* problem)
     {
         size_t const start = lineStart(at);
@@ -119,7 +121,7 @@ private:
     std::unique_ptr<FILE, CloseStream> const stream_;
     std::array<Handler, kStates> libraryHandlers_ = {};
     int state_ = startLine;  // after the byte that was read last
-    size_t counted_ = 0;     // the bytes whose line ends number_ has counted
+    size_t counted_ = 0;     // number_ includes the line endings before this offset
     size_t number_ = 1;
     std::vector<LostLine> lost_;
 };
@@ -148,7 +150,7 @@ bool isOneOf(char c, char const* characters)
     return std::string_view(characters).find(c) != std::string_view::npos;
 }
 
-// Whether the reader gives the key back from a line that begins with it as it is.
+// Returns whether a line that starts with `key` reads back as that key.
 bool isJavaKey(std::string const& key)
 {
     if (key.empty() || isOneOf(key[0], " \t\v\f#!\n\r"))
@@ -156,8 +158,8 @@ bool isJavaKey(std::string const& key)
     return key.find_first_of(" \t\v\f\\:=\n\r", 1) == key.npos;
 }
 
-// The length of the character at the start of `text` when it is written so that it reads back: of
-// one byte, or of two or three in their shortest form. 0 for any other.
+// Returns the length of the UTF-8 character at the start of `text`; 0 if it would not read back:
+// DEL, a character of four bytes, and invalid or overlong sequences.
 size_t javaCharacterLength(std::string_view text)
 {
     auto const byte = [text](size_t i) {
@@ -174,7 +176,7 @@ size_t javaCharacterLength(std::string_view text)
     return 0;
 }
 
-// What keeps a value from being read back; null when nothing does.
+// Returns the problem of a value that would not read back; null if the value is valid.
 char const* describeValueFault(std::string const& value)
 {
     if (!value.empty() && isOneOf(value[0], " \t\v\f"))
@@ -200,13 +202,13 @@ JavaFile::JavaFile(std::string const& path)
     try {
         store.load(path.c_str());
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
-        throw describe(std::current_exception(), path);  // it does not tell which file it is about
+        throw describe(std::current_exception(), path);  // the exception has no path
     }
     entries_ = readEntries(store);
     if (text.empty())
         return;
     lost_ = LossRecorder(text).run(path.c_str());
-    // The mark belongs to the first key, and would come to stand wherever that key is stored.
+    // The mark is part of the first key and would be stored with it, not at the start of the file.
     if (char const* const mark = describeByteOrderMark(text)) {
         if (!lost_.empty() && lost_.front().number == 1)
             lost_.erase(lost_.begin());

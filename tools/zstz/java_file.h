@@ -1,8 +1,8 @@
-// java_file: Java property files as the verbs of zstz read and change them.
+// java_file: loads, checks and stores Java property files for the verbs of zstz.
 //
-// The library reads such a file without a word about lines that it does not understand, and writes
-// it without comments and in an order of its own. What would be lost that way is found here. Text
-// is UTF-8, in every locale.
+// The library silently skips invalid lines when it reads such a file, and writes the file without
+// comments and in another order. This module finds the lines that would be lost. Text is UTF-8 in
+// every locale.
 #pragma once
 
 #include <Z/ZJavaProperties.h>
@@ -18,12 +18,12 @@ struct LostLine {
     size_t number;  // counted from 1
     std::string text;
     char const* problem;
-    bool isComment;  // else it has, or should have, an entry that is not read
+    bool isComment;  // false: an entry or an invalid line that is not read
 };
 
 class JavaFile {
 public:
-    /// throws  Failure, and what loading throws.
+    /// throws  Failure; else as ZJavaProperties_6_0::load().
     explicit JavaFile(std::string const& path);
 
     std::map<std::string, std::string> const& entries() const { return entries_; }
@@ -34,14 +34,14 @@ private:
     std::vector<LostLine> lost_;
 };
 
-/// Returns what is to be said about a line that is not read.
+/// Returns the error text for a lost line.
 std::string describeLostLine(std::string const& path, LostLine const& line);
 
-/// Says which key or value a Java file could not give back.
+/// Refuses a key or value that would not read back unchanged from a Java file.
 /// throws  Failure.
 void checkJavaEntry(std::string const& key, std::string const& value);
 
-/// Replaces the file at `path` by the entries, and makes sure that they read back.
+/// Replaces the contents of the file at `path` by `entries` and checks that they read back.
 /// range   every entry has passed checkJavaEntry().
-/// throws  Failure, and what storing throws.
+/// throws  Failure; else as ZJavaProperties_6_0::store().
 void storeJavaFile(std::string const& path, std::map<std::string, std::string> const& entries);

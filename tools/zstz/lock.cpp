@@ -1,4 +1,4 @@
-// zstz lock: runs a command under a process lock, or shows who holds one.
+// lock: the verb zstz lock, which runs a command under a process lock or prints the lock's state.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <errno.h>
@@ -23,7 +23,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
 
-// How a command ends that has not run, as in a shell.
+// Exit codes if the command could not run or was killed, as in a shell.
 constexpr int kCannotRun = 126;
 constexpr int kNotFound = 127;
 constexpr int kBySignal = 128;
@@ -40,14 +40,14 @@ char const* lockDirectory(Request const& request)
 
 // ---- Waiting ----------------------------------------------------------------------------------
 
-// Ends the library's wait for a lock, which has no time limit of its own: an alarm interrupts it,
-// again and again, because the first one may come just before the wait begins.
+// Limits the library's wait for a lock, which has no timeout: a repeating alarm interrupts it. The
+// alarm repeats because the first one may fire just before the wait starts.
 class ScopedAlarm {
 public:
     explicit ScopedAlarm(double seconds)
     {
         struct sigaction action = {};
-        action.sa_handler = [](int) {};  // without SA_RESTART
+        action.sa_handler = [](int) {};  // no SA_RESTART: interrupts the wait
         sigaction(SIGALRM, &action, &savedAction_);
         sigset_t alarm;
         sigemptyset(&alarm);
@@ -85,13 +85,13 @@ private:
 
 constexpr char kNoRegularFile[] = "it is no regular file";
 
-// Why open() with O_NOFOLLOW has failed.
+// Describes the errno of an open() with O_NOFOLLOW.
 char const* describeOpenError(int error)
 {
     return error == ELOOP ? "it is a symbolic link" : strerror(error);
 }
 
-// The library does not tell why a lock file could not be opened.
+// Finds out why the library could not open a lock file, which it reports only as EBADF.
 std::string explainUnusableFile(std::string const& path)
 {
     constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW;
@@ -111,8 +111,8 @@ std::string explainUnusableFile(std::string const& path)
 
 void acquire(Lock& lock, Request const& request)
 {
-    // Without --wait: a reader that enters holds others up for a moment, which is no reason to
-    // fail.
+    // Waits a little even without --wait: a process that acquires a read lock blocks other
+    // processes for a moment.
     constexpr double kMinimumWait = 0.05;
     double const seconds = std::max(request.wait, kMinimumWait);
     auto const deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
@@ -142,10 +142,11 @@ void acquire(Lock& lock, Request const& request)
 
 // ---- Running ----------------------------------------------------------------------------------
 
-// The signals that are handed on to the command.
+// signals that zstz forwards to the command
 constexpr int kForwardedSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2, SIGALRM};
 
-// Blocks the signals that are waited for, and makes sure that the end of a child is told.
+// Blocks the forwarded signals and SIGCHLD, so that wait() can receive them. Resets SIGCHLD to its
+// default: if it is ignored, the kernel discards the exit status.
 class SignalForwarder {
 public:
     SignalForwarder()
@@ -169,7 +170,7 @@ public:
         sigprocmask(SIG_SETMASK, &savedMask_, nullptr);
     }
 
-    // Hands signals on until `command` ends; returns how it ended.
+    // Forwards signals until `command` ends; returns its exit code.
     int wait(pid_t command) const
     {
         for (;;) {
@@ -178,7 +179,7 @@ public:
                 return WIFSIGNALED(status) ? kBySignal + WTERMSIG(status) : WEXITSTATUS(status);
             siginfo_t info;
             int const signal = sigwaitinfo(&awaited_, &info);
-            // What the terminal sends, it sends to the command as well.
+            // The terminal sends its signals (SI_KERNEL) to the command as well.
             if (signal > 0 && signal != SIGCHLD && info.si_code != SI_KERNEL)
                 kill(command, signal);
         }
@@ -190,10 +191,10 @@ private:
     struct sigaction savedChildAction_;
 };
 
-// Becomes the command; tells through `report` why it cannot.
+// Executes the command. On failure writes the errno to the pipe `errorPipe`.
 [[noreturn]] void execCommand(Request const& request, pid_t parent, int errorPipe)
 {
-    // Without the parent the lock is gone, and what it guards must not be touched any more.
+    // If the parent ends, its lock is released, and the command must not run without the lock.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
         _exit(kBySignal + SIGTERM);
@@ -261,7 +262,7 @@ int runLocked(Request const& request)
     try {
         lock.unlock();
     } catch (ZWriteResourceException_6_0 const& e) {
-        // Still held: the number could not be raised.
+        // The sequence number could not be incremented, and the lock is still held.
         lock.unlock(0);
         int const failure = report(
             {exitNoAccess, "cannot write the sequence number into " + lockFilePath(request) + ": " +
@@ -273,7 +274,7 @@ int runLocked(Request const& request)
 
 // ---- Showing ----------------------------------------------------------------------------------
 
-// Who keeps a lock of this type from the range; 0 for nobody.
+// Returns a lock that conflicts with `type` on the range, of type F_UNLCK if no lock conflicts.
 struct flock findConflictingLock(int fd, short type, off_t start)
 {
     struct flock range = {};
@@ -305,7 +306,7 @@ int show(Request const& request)
                     std::to_string(data.l_pid);
         if (data.l_type == F_RDLCK && gate.l_type != F_UNLCK)
             state += ", process " + std::to_string(gate.l_pid) + " waits to write";
-        // An empty file counts as 0.
+        // The sequence number of an empty file is 0.
         ssize_t const length = pread(fd, &sequence, sizeof sequence, 0);
         close(fd);
         if (!S_ISREG(status.st_mode))

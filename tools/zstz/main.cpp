@@ -1,6 +1,6 @@
 // zstz: reads and edits stanza configuration files from the command line.
 //
-// Options are parsed here; the verbs stand in commands.h, exit codes and messages in failures.h.
+// This file parses the command line. commands.h declares the verbs; failures.h has the exit codes.
 #include <fcntl.h>
 #include <limits.h>
 #include <locale.h>
@@ -19,7 +19,7 @@ namespace {
 
 // ---- The arguments of each verb ----------------------------------------------------------------
 
-// A file, stanza or key without a name is a slip of the caller's, often an unset shell variable.
+// An empty file, stanza or key name is a mistake, often an unset shell variable.
 std::string validateNotEmpty(std::string const& text)
 {
     return text.empty() ? "it may not be empty" : "";
@@ -200,9 +200,9 @@ void addHexdump(CLI::App& verb, Request& request)
 struct Verb {
     char const* name;
     char const* purpose;
-    char const* example;  // one command a line
+    char const* example;  // one command per line
     void (*add)(CLI::App&, Request&);
-    void (*check)(CLI::App const&, Request const&);  // what the parser cannot express; may be null
+    void (*check)(CLI::App const&, Request const&);  // what CLI11 cannot express; may be null
     int (*run)(Request const&);
 };
 
@@ -279,7 +279,7 @@ std::string verbNames()
     return names;
 }
 
-// Nothing behind the tool's name, or something that is no verb.
+// Describes a missing or unknown verb.
 Failure describeVerb(int argc, char const* const* argv)
 {
     std::string const problem =
@@ -299,8 +299,8 @@ int reportUsageError(CLI::App const& app, CLI::ParseError const& e)
     return report({exitUsage, text + "; see zstz" + verb + " --help"});
 }
 
-// Finds the tables of the text services beside the tool, unless the user names others. Returns
-// whether it has set QVRDIR.
+// Sets QVRDIR to the tables of the text services that are installed with the tool, unless QVRDIR is
+// set. Returns whether it has set QVRDIR.
 bool setTablesVariable()
 {
     if (getenv("QVRDIR") != nullptr)
@@ -316,8 +316,8 @@ bool setTablesVariable()
     return true;
 }
 
-// A descriptor that is not there would be given to the next file that is opened, and what is
-// printed would go into it. What stands there instead fails when it is used.
+// If a standard descriptor were closed, the next file opened would get its number and receive the
+// output. Opens /dev/null instead, in the wrong mode, so that using it fails.
 void openStandardDescriptors()
 {
     for (int fd = 0; fd < 3; ++fd)

@@ -21,8 +21,8 @@ std::string_view trim(std::string_view text)
     return text;
 }
 
-// Calls `visit(line, stanza, key, hasValue)` for the key lines of a stanza file, read as the
-// library reads them.
+// Calls `visit(number, stanza, key, hasValue)` for each key line of a stanza file. Parses a line as
+// the library does.
 template <class Visit>
 void forEachKeyLine(std::string const& path, Visit visit)
 {
@@ -74,7 +74,7 @@ std::string readFile(std::string const& path)
 
 void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)> const& visit)
 {
-    // A piece ends behind a line feed, or with as many bytes as a line and its line feed may have.
+    // The library's line buffer holds a line of the maximum length and its newline.
     constexpr size_t kMaxLength = kMaxLineLength + 1;
     std::string const text = readFile(path);
     std::string_view rest = text;
@@ -106,7 +106,7 @@ std::vector<DroppedLine> findDroppedLines(
     std::string const& path,
     std::function<bool(std::string const&, std::string const&)> const& isObfuscated)
 {
-    // Few files have lines without a value, so that the keys of such lines are counted only then.
+    // Few files have lines without a value: the map has only the keys of these lines.
     std::map<std::pair<std::string, std::string>, bool> hasValues;
     forEachKeyLine(path,
                    [&](size_t, std::string const& stanza, std::string const& key, bool value) {
@@ -121,7 +121,7 @@ std::vector<DroppedLine> findDroppedLines(
             if (auto const known = hasValues.find({stanza, key}); value && known != hasValues.end())
                 known->second = true;
         });
-    // Of several lines without a value the first is written.
+    // If a key has only lines without a value, storing writes the first.
     forEachKeyLine(
         path, [&](size_t number, std::string const& stanza, std::string const& key, bool value) {
             if (!value && std::exchange(hasValues.at({stanza, key}), true))

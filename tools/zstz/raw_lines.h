@@ -1,5 +1,5 @@
-// raw_lines: what the bytes of a stanza file show and the library, which reads it line by line,
-// does not say: where a line is torn because it is too long, where a zero byte cuts it.
+// raw_lines: reads the bytes of a stanza file to find faults that the library's line reader cannot
+// report: lines that are split because they are too long, and lines that are cut at a zero byte.
 #pragma once
 
 #include <stddef.h>
@@ -9,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-/// The bytes of a line that is read back whole, without its line feed.
+// Bytes of a line without its newline; the library reads a longer line as several lines. The
+// library does not export this limit: tool.zstz compares the two.
 constexpr size_t kMaxLineLength = 8190;
 
 constexpr char kSplitLine[] =
@@ -17,39 +18,39 @@ constexpr char kSplitLine[] =
     "over several lines of the key";
 constexpr char kZeroByte[] = "the line has a zero byte, behind which nothing is read; take it out";
 
-/// Returns what is to be said about a file that begins with these bytes when a byte order mark is
-/// among them, which is no mark to those who read the file; else null.
+/// Returns the error text for a file that starts with a byte order mark; null if `bytes` do not.
+/// The library reads the mark as part of the first line.
 char const* describeByteOrderMark(std::string_view bytes);
 
-// A part of a line that the library reads as a line of its own.
+// A line of the file or, if it is too long, a part that the library reads as a line.
 struct RawLine {
     size_t libraryNumber;  // as the library counts lines, from 1
     size_t number;         // as an editor counts them, from 1
-    bool isSplit;          // the rest of the line, or its beginning, is another piece
-    bool hasZero;          // what follows the zero byte is not read
+    bool isSplit;          // only a part of a line of the file
+    bool hasZero;          // the library ignores the bytes after the zero byte
     std::string_view bytes;
 };
 
-// A line of a key without a value that is not written when the file is stored: it is read as
-// nothing next to other lines of its key, or to obfuscated values.
+// A line `key =` that storing would drop: the library ignores it if the key has a value in another
+// line or obfuscated values.
 struct DroppedLine {
     size_t number;  // as an editor counts them, from 1
     std::string stanza;
     std::string key;
 };
 
-/// Returns what is to be said about such a line.
+/// Returns the error text for a dropped line.
 std::string describeDroppedLine(DroppedLine const& dropped);
 
-/// Returns the bytes of a file; none when it is no regular file or cannot be read.
+/// Returns the contents of a file; empty if it is not a regular file or cannot be read.
 std::string readFile(std::string const& path);
 
-/// Calls `visit` for the pieces of a file, in order, until it returns false.
-/// range   a file that is no regular one, or cannot be read, has none.
+/// Calls `visit` for each raw line of a file, in order, until it returns false.
+/// range   no call if the file is not a regular file or cannot be read.
 void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)> const& visit);
 
-/// Returns the lines without a value that storing drops from a stanza file, in file order.
-/// range   `isObfuscated(stanza, key)` says whether a key has obfuscated values.
+/// Returns the lines without a value that storing would drop from a stanza file, in file order.
+/// range   `isObfuscated(stanza, key)` returns whether a key has obfuscated values.
 std::vector<DroppedLine> findDroppedLines(
     std::string const& path,
     std::function<bool(std::string const&, std::string const&)> const& isObfuscated);

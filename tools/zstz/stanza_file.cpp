@@ -11,7 +11,7 @@
 
 namespace {
 
-// The stanza in which a store keeps the name of the companion file.
+// The stanza where a store records the path of the companion file.
 constexpr char kReservedStanza[] = "configuration-database";
 
 std::string nameOf(ZObject_6_0 const* name)
@@ -35,7 +35,7 @@ LoadedFile::LoadedFile(std::string const& path) : cache_(new ZSCFData_6_0), stor
 std::vector<Stanza> LoadedFile::outline() const
 {
     std::vector<Stanza> stanzas;
-    std::unordered_set<std::string> listed;  // "stanza", "stanza\nkey"
+    std::unordered_set<std::string> listed;  // "stanza" or "stanza\nkey"
 
     ZArrayList_6_0 lines(64, 1);
     cache_->getLines(lines);
@@ -70,7 +70,7 @@ std::vector<Stanza> LoadedFile::outline() const
     return stanzas;
 }
 
-// The cache is asked, not the store: a stanza may be without a name, and a store takes none such.
+// Reads the cache because a store rejects a stanza without a name, which a file may have.
 std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key) const
 {
     std::vector<std::string> result;
@@ -118,7 +118,7 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
         throw Failure{exitRefused, path + ":" + std::to_string(line) +
                                        ": the file would not be stored as it is: " + loss};
     };
-    // What is not read whole would not be written back whole.
+    // A store writes only the bytes that the library has read.
     forEachRawLine(path, [&refuse](RawLine const& line) {
         if (char const* const loss = line.isSplit ? kSplitLine : line.hasZero ? kZeroByte : nullptr)
             refuse(line.number, loss);

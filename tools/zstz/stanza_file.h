@@ -1,4 +1,4 @@
-// stanza_file: stanza files as the verbs of zstz read and change them.
+// stanza_file: loads, checks and changes stanza files for the verbs of zstz.
 #pragma once
 
 #include <Z/ZPropertiesImpl.h>
@@ -14,26 +14,26 @@ struct Stanza {
     std::vector<std::string> keys;
 };
 
-// A configuration file as it was read: the store, and the cache in which its lines stand in order.
+// A loaded configuration file: the store, and its cache, which keeps the lines in file order.
 class LoadedFile {
 public:
-    /// throws  what loading throws.
+    /// throws  as ZProperties_6_0::load().
     explicit LoadedFile(std::string const& path);
 
-    /// Returns the stanzas with their keys, in file order. Behind them comes what has no line in
-    /// the file because the companion file alone knows it.
+    /// Returns the stanzas with their keys, in file order. Stanzas and keys that are only in the
+    /// companion file follow.
     std::vector<Stanza> outline() const;
 
     /// Returns the values of a key, in order.
     std::vector<std::string> values(std::string const& stanza, std::string const& key) const;
 
-    /// Returns the number of the values of a key.
+    /// Returns the number of values of a key.
     size_t valueCount(std::string const& stanza, std::string const& key) const;
 
     /// Returns whether the values of a key are obfuscated.
     bool isObfuscated(std::string const& stanza, std::string const& key) const;
 
-    /// Returns whether a stanza has comments: between its lines, or right above its head.
+    /// Returns whether a stanza has comments: between its lines, or directly above its header.
     bool hasComments(std::string const& stanza) const;
 
     ZProperties_6_0& store() { return store_; }
@@ -43,19 +43,19 @@ private:
     ZProperties_6_0 store_;
 };
 
-// A file that is read, changed and stored with its comments, while no other zstz does so.
+// A file that is loaded to be changed and stored with its comments. Holds the edit lock.
 class EditedFile {
 public:
     enum MissingFile { failIfMissing, createIfMissing };
 
-    // What an edit removes with all its lines.
+    // A stanza or key that the edit removes with all its lines.
     struct Removal {
         std::string stanza;  // empty: nothing
         std::string key;     // empty: the whole stanza
     };
 
-    /// throws  Failure when the file is not read whole, and would not be written back whole but for
-    ///         the lines of `replaced`; what loading throws.
+    /// throws  Failure if storing would lose a part of the file other than the lines of `removal`;
+    ///         else as ZProperties_6_0::load().
     explicit EditedFile(std::string const& path, Removal const& removal = {},
                         MissingFile missing = failIfMissing);
 
@@ -66,18 +66,20 @@ private:
     ZStanzaFileProperties_6_0 store_;
 };
 
-/// Says that a stanza is not there.
+/// Requires that a stanza exists.
 /// throws  Failure.
 void requireStanza(ZProperties_6_0 const& store, std::string const& path,
                    std::string const& stanza);
 
-/// Refuses the stanza that a store writes itself: what is changed there by hand costs the
-/// obfuscated values.
-/// throws  Failure, as do the two below.
+/// Refuses the stanza that the library itself writes: a change there could lose the obfuscated
+/// values.
+/// throws  Failure.
 void checkReserved(std::string const& stanza);
 
-/// Says what is wrong with names that the file could not give back.
+/// Refuses names that would not read back unchanged.
+/// throws  Failure.
 void checkNames(std::string const& stanza, std::string const& key);
 
-/// Says what is wrong with a plain value that the file could not give back.
+/// Refuses a plain value that would not read back unchanged.
+/// throws  Failure.
 void checkValue(std::string const& key, std::string const& value);
