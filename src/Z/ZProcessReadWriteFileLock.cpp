@@ -209,8 +209,8 @@ unsigned long ZAbstractProcessReadWriteFileLock_6_0::incSequence()
 {
     if (getLockState() != write)
         raiseInvalidState(kSource, raiseInIncSequence);
-    // Incrementing what a failed write left here would set the number in the file back, to one that
-    // another process may have seen last.
+    // After a failed write the number here may be lower than the number in the file. Incrementing
+    // it could give the file a number that another process has already seen.
     if (isSequenceLost()) {
         unsigned long sequence = 0;
         try {

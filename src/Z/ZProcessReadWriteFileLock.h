@@ -7,11 +7,11 @@
 // Threads: any number of threads may use a lock at the same time, except for the functions that set
 // a name. A thread acquires the lock between threads, then the file mutex, then the ranges of the
 // file: the gate, then the data. Only the first reader and the writer of a process access the file.
-// pthread_cancel() ends a wait for another process, and so does a signal handler that does not
-// restart calls; the latter throws. A reader that finds another thread of its process waiting there
-// waits for that thread instead, and neither ends that wait. Two lock objects of one process on one
-// file exclude each other like two processes. A thread that would wait for itself, over any number
-// of objects and threads of the process, gets an exception with EDEADLK instead.
+// Waits: pthread_cancel() ends a wait for another process. A signal handler that does not restart
+// calls ends it with an exception. A reader waits for a thread of its own process that already
+// waits there; neither of the two ends that wait. A thread that would wait for itself, over any
+// number of objects and threads of the process, gets an exception with EDEADLK instead. Two lock
+// objects of one process on one file exclude each other like two processes.
 // Processes: readers of several processes share the lock; a writer excludes all others. A waiting
 // writer blocks new readers of every process.
 //
@@ -61,12 +61,13 @@ public:
     /// Acquires the lock for `state`, or releases it for "unset". After acquiring, notifies the
     /// observers if the sequence number differs from the last one seen. The first acquisition of an
     /// object notifies no one.
-    /// throws  ZLockResourceException_6_0 (message 33) with the errno: EINTR after a signal,
-    ///         EDEADLK, EBADF if the file could not be opened; ZWriteResourceException_6_0 (message
-    ///         33), ZReadResourceException_6_0 (message 35); as an observer or ZReadWriteLock_6_0.
-    ///         Nothing is held then. ZInvalidResourceStateException_6_0 (message 32) if `state` is
-    ///         not a state, or if the process holds the lock in an impossible state. Releasing:
-    ///         ZUnlockResourceException_6_0 (message 34): the lock is still held.
+    /// throws  acquiring, after which nothing is held: ZLockResourceException_6_0 (message 33) with
+    ///         the errno (EINTR after a signal, EDEADLK, EBADF if the file could not be opened);
+    ///         ZWriteResourceException_6_0 (message 33); ZReadResourceException_6_0 (message 35);
+    ///         as an observer or ZReadWriteLock_6_0. Releasing, after which the lock is still held:
+    ///         ZUnlockResourceException_6_0 (message 34). ZInvalidResourceStateException_6_0
+    ///         (message 32) if `state` is not a state, or if the process holds the lock in an
+    ///         impossible state.
     /// kept    a thread that notifies observers returns with the write lock even if another state
     ///         was requested; releasing that lock does not increment the number.
     void lock(zlockstate state) override;

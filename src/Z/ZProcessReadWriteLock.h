@@ -130,7 +130,7 @@ protected:
     unsigned long nextSequence() const;  // getSequence() + 1, skipping invalidSequence
     ZReadWriteLock_6_0& threadLock() { return threads_; }
 
-    // Whether the number in the file is unknown after a failed write.
+    // True after a failed write: the number in the file is unknown.
     bool isSequenceLost() const { return sequenceLost_; }
     void setSequenceLost(bool lost) { sequenceLost_ = lost; }
 

@@ -2,9 +2,13 @@
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZLock, ZCondition, ZObserver.
 //
-// A lock is in one of four states. "unset": free. "read": shared by readers. "protect": held by a
-// thread that reads and is the next to write; other readers enter and leave, but no other writer
-// enters. "write": held by one writer.
+// A lock has four states:
+//
+//     unset    free
+//     read     shared by readers
+//     protect  held by a thread that reads and is the next to write; other readers may come and go
+//     write    held by one writer
+//
 // Ownership: a guard borrows its lock.
 // Threads: any number of threads may use a lock at the same time; a guard belongs to one thread.
 // Readers and writers have no precedence: a stream of readers can starve a writer. A reader that
@@ -186,11 +190,10 @@ public:
     ZStackReadWriteLock_6_0(ZStackReadWriteLock_6_0 const&) = delete;
     ZStackReadWriteLock_6_0& operator=(ZStackReadWriteLock_6_0 const&) = delete;
 
-    /// Releases the lock. If the last acquisition through this guard failed, releases only locks
-    /// that the thread still holds: those it acquired through the guard before, or through the
-    /// guard or the lock since. A lock file also knows the locks that the thread acquired earlier
-    /// without the guard. If incrementing the sequence number fails, releases without incrementing
-    /// it.
+    /// Releases the lock. If the last acquisition through this guard failed, releases the lock only
+    /// if the thread still holds it: by an earlier acquisition through the guard, or by a later one
+    /// through the guard or the lock; a lock file also counts earlier acquisitions without the
+    /// guard. If incrementing the sequence number fails, releases without incrementing it.
     /// throws  as `unlock()`. While an exception unwinds the stack, or after the thread was
     ///         cancelled while it waited for the lock, reports the failure through the message
     ///         service instead.
