@@ -188,6 +188,15 @@ public:
         checkOne(*second_, known_.held[1], false);
     }
 
+    // Without the step that destroys it, the first object may be held more often than it is
+    // released.
+    void releaseFirst()
+    {
+        while (first_ != nullptr && first_->getLockState() != kUnset)
+            first_->unlock(0);
+        known_.held[0] = 0;
+    }
+
     bool isFree() const { return known_.held[0] == 0 && known_.held[1] == 0; }
 
 private:
@@ -393,6 +402,7 @@ void warmUp(std::string const& directory, Round const& round, Known& known)
                     user.step(*step);
         for (char const* step = "ucnU"; *step != '\0'; ++step)
             user.step(*step);
+        user.releaseFirst();
     }
 }
 
@@ -688,11 +698,13 @@ public:
             if (call.family == Family::mark) {
                 inside = true;
                 if (call.argument == steps_)
-                    break;
+                    return calls;
             } else if (inside) {
                 calls.push_back(call);
             }
         }
+        complain(counts_, std::string(round_.name) + ": ended early with " +
+                              std::to_string(stepper.finish()));
         return calls;
     }
 
