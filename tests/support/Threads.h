@@ -30,10 +30,13 @@ public:
     // Called by the thread.
     void enter() { id_ = gettid(); }
 
+    // Returns whether the thread has called enter() and sleeps.
+    bool isAsleep() const { return id_ != 0 && state() == 'S'; }
+
     // Waits until the thread has called enter() and then sleeps, or has ended.
     void waitUntilAsleep() const
     {
-        waitUntil([this] { return id_ != 0 && (state() == 'S' || hasEnded()); });
+        waitUntil([this] { return isAsleep() || (id_ != 0 && hasEnded()); });
     }
 
     // Waits until the thread has called enter() and has ended.

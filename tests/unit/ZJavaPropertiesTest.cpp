@@ -76,7 +76,7 @@ TEST(ZJavaProperties, ReadsKeysAndValues)
         {"no value", "a =\n", {{"a", ""}}},
         {"no value, spaces", "a =  \n", {{"a", ""}}},
         {"second separator", "a == b\n", {{"a", "= b"}}},
-        {"inner blanks", "a=b c\td\n", {{"a", "b c\td"}}},
+        {"inner spaces", "a=b c\td\n", {{"a", "b c\td"}}},
         {"comments", "# a=b\n! c=d\n  # e=f\n\t!g=h\nx=y\n", {{"x", "y"}}},
         {"no comment", "a=b # c ! d\n", {{"a", "b # c ! d"}}},
         {"comment characters in a key", "a#!b=c\n", {{"a#!b", "c"}}},

@@ -4,14 +4,12 @@
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -21,6 +19,7 @@
 
 #include "LockStates.h"
 #include "TestDirectory.h"
+#include "Threads.h"
 
 namespace {
 
@@ -189,8 +188,6 @@ public:
     explicit Worker(std::array<Lock*, kObjects> const& locks)
         : locks_(locks), thread_([this] { work(); })
     {
-        std::unique_lock<std::mutex> guard(mutex_);
-        changed_.wait(guard, [this] { return id_ != 0; });
     }
     ~Worker()
     {
@@ -233,13 +230,8 @@ public:
     // Waits until the thread sleeps in its step. Returns false if the step ends instead.
     bool sleeps()
     {
-        std::string const path = "/proc/self/task/" + std::to_string(id_) + "/stat";
         while (!isDone(std::chrono::seconds(0))) {
-            std::ifstream in(path);
-            std::string text;
-            std::getline(in, text);
-            size_t const state = text.rfind(") ");
-            if (state != std::string::npos && text[state + 2] == 'S')
+            if (watched_.isAsleep())
                 return !isDone(std::chrono::seconds(0));
             std::this_thread::yield();
         }
@@ -257,9 +249,8 @@ private:
 
     void work()
     {
+        watched_.enter();
         std::unique_lock<std::mutex> guard(mutex_);
-        id_ = static_cast<pid_t>(syscall(SYS_gettid));
-        changed_.notify_all();
         while (!last_) {
             changed_.wait(guard, [this] { return action_ != nullptr; });
             std::function<void()> const& action = action_;
@@ -276,7 +267,7 @@ private:
     std::condition_variable changed_;
     std::function<void()> action_;  // null between steps
     bool last_ = false;
-    pid_t id_ = 0;
+    WatchedThread watched_;
     std::vector<int> held_;
     Outcome outcome_ = entered;
     std::thread thread_;

@@ -37,7 +37,7 @@ public:
         ++exits;
     }
 
-    WatchedThread thread;  // the last one that ended
+    WatchedThread thread;  // the thread that ended last
     std::function<void()> work;
     std::atomic<int> units{0};
     std::atomic<int> exits{0};
