@@ -24,8 +24,8 @@ uint32_t lowerOf(uint32_t value, bool turkic)
 // Replaces each character with its counterpart if that has the same length in bytes. The two cases
 // of an ASCII letter from `first` to `last` differ in one bit.
 template <class Counterpart>
-void change(qvr_cs const& cs, char* text, bool turkic, char first, char last,
-            Counterpart counterpart)
+void changeCase(qvr_cs const& cs, char* text, bool turkic, char first, char last,
+                Counterpart counterpart)
 {
     unsigned char* s = bytes(text);
     while (*s != 0) {
@@ -35,23 +35,23 @@ void change(qvr_cs const& cs, char* text, bool turkic, char first, char last,
             ++s;
             continue;
         }
-        Step const step = decode(cs, s, SIZE_MAX);
-        if (step.length < 0) {
+        DecodeResult const decoded = decode(cs, s, SIZE_MAX);
+        if (decoded.length < 0) {
             ++s;
             continue;
         }
-        if (step.value <= kMaxCodePoint) {
-            uint32_t const other = counterpart(step.value, turkic);
+        if (decoded.value <= kMaxCodePoint) {
+            uint32_t const mapped = counterpart(decoded.value, turkic);
             unsigned char out[qvrMbLenMax];
-            if (other != step.value && encode(cs, other, out) == step.length)
-                std::memcpy(s, out, static_cast<size_t>(step.length));
+            if (mapped != decoded.value && encode(cs, mapped, out) == decoded.length)
+                std::memcpy(s, out, static_cast<size_t>(decoded.length));
         }
-        s += step.length;
+        s += decoded.length;
     }
 }
 
 // A string under comparison: the rest from `s` on, at most `left` bytes.
-struct Side {
+struct Cursor {
     unsigned char const* s;
     size_t left;
 };
@@ -66,33 +66,33 @@ constexpr uint64_t kEachByte = 0x0101010101010101;
 // Returns whether eight bytes at `a` and `b` are ASCII characters that differ in case at most.
 bool areSameAscii(unsigned char const* a, unsigned char const* b)
 {
-    uint64_t one, other;
-    std::memcpy(&one, a, sizeof one);
-    std::memcpy(&other, b, sizeof other);
-    if (((one | other) & kEachByte * 0x80) != 0)
+    uint64_t wordA, wordB;
+    std::memcpy(&wordA, a, sizeof wordA);
+    std::memcpy(&wordB, b, sizeof wordB);
+    if (((wordA | wordB) & kEachByte * 0x80) != 0)
         return false;
     // The highest bit of each byte, unused in ASCII, marks the upper-case letters.
     auto const lowered = [](uint64_t word) {
         uint64_t const fromA = word + kEachByte * (0x80 - 'A');
-        uint64_t const behindZ = word + kEachByte * (0x80 - 'Z' - 1);
-        return word | (fromA & ~behindZ & kEachByte * 0x80) >> 2;
+        uint64_t const aboveZ = word + kEachByte * (0x80 - 'Z' - 1);
+        return word | (fromA & ~aboveZ & kEachByte * 0x80) >> 2;
     };
-    return one == other || lowered(one) == lowered(other);
+    return wordA == wordB || lowered(wordA) == lowered(wordB);
 }
 
 // Skips the ASCII characters that are equal, without regard to case, on both sides.
-void skipSameAscii(Side& a, Side& b)
+void skipSameAscii(Cursor& a, Cursor& b)
 {
     constexpr size_t kBlock = 256;  // bytes searched for a terminator at a time
     size_t i;
     do {
-        size_t most = std::min({a.left, b.left, kBlock});
-        most = strnlen(reinterpret_cast<char const*>(a.s), most);
-        most = strnlen(reinterpret_cast<char const*>(b.s), most);
+        size_t limit = std::min({a.left, b.left, kBlock});
+        limit = strnlen(reinterpret_cast<char const*>(a.s), limit);
+        limit = strnlen(reinterpret_cast<char const*>(b.s), limit);
         i = 0;
-        while (most - i >= sizeof(uint64_t) && areSameAscii(a.s + i, b.s + i))
+        while (limit - i >= sizeof(uint64_t) && areSameAscii(a.s + i, b.s + i))
             i += sizeof(uint64_t);
-        while (i < most && isSameAscii(a.s[i], b.s[i]))
+        while (i < limit && isSameAscii(a.s[i], b.s[i]))
             ++i;
         a = {a.s + i, a.left - i};
         b = {b.s + i, b.left - i};
@@ -101,29 +101,29 @@ void skipSameAscii(Side& a, Side& b)
 
 // Consumes the next unit and returns it folded; 0 at the end. Invalid bytes, and the few characters
 // that have no single code point, are returned byte by byte and order after all characters.
-uint32_t takeFolded(qvr_cs const& cs, bool turkic, Side& side)
+uint32_t nextFolded(qvr_cs const& cs, bool turkic, Cursor& cursor)
 {
-    if (side.left == 0 || *side.s == 0)
+    if (cursor.left == 0 || *cursor.s == 0)
         return 0;
-    Step step{1, *side.s};
-    if (!cs.ascii || *side.s >= 0x80)
-        step = decode(cs, side.s, side.left);
-    if (step.length < 0 || step.value > kMaxCodePoint) {
-        --side.left;
-        return kMaxCodePoint + 1 + *side.s++;
+    DecodeResult decoded{1, *cursor.s};
+    if (!cs.ascii || *cursor.s >= 0x80)
+        decoded = decode(cs, cursor.s, cursor.left);
+    if (decoded.length < 0 || decoded.value > kMaxCodePoint) {
+        --cursor.left;
+        return kMaxCodePoint + 1 + *cursor.s++;
     }
-    side.left -= static_cast<size_t>(step.length);
-    side.s += step.length;
-    return fold(step.value, turkic);
+    cursor.left -= static_cast<size_t>(decoded.length);
+    cursor.s += decoded.length;
+    return fold(decoded.value, turkic);
 }
 
-int compare(qvr_cs const& cs, bool turkic, Side a, Side b)
+int compare(qvr_cs const& cs, bool turkic, Cursor a, Cursor b)
 {
     for (;;) {
         if (cs.ascii && !turkic)
             skipSameAscii(a, b);
-        uint32_t const fromA = takeFolded(cs, turkic, a);
-        uint32_t const fromB = takeFolded(cs, turkic, b);
+        uint32_t const fromA = nextFolded(cs, turkic, a);
+        uint32_t const fromB = nextFolded(cs, turkic, b);
         if (fromA != fromB)
             return fromA < fromB ? -1 : 1;
         if (fromA == 0)
@@ -140,7 +140,7 @@ char* qvr_strupper(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    change(*cs, s, isTurkic(loc), 'a', 'z', upperOf);
+    changeCase(*cs, s, isTurkic(loc), 'a', 'z', upperOf);
     return s;
 }
 
@@ -148,7 +148,7 @@ char* qvr_strlower(qvr_cs_t cs, qvr_loc_t loc, char* s)
 {
     if (cs == nullptr || s == nullptr)
         return nullptr;
-    change(*cs, s, isTurkic(loc), 'A', 'Z', lowerOf);
+    changeCase(*cs, s, isTurkic(loc), 'A', 'Z', lowerOf);
     return s;
 }
 

@@ -59,12 +59,12 @@ int qvr_mbtowc(qvr_cs_t cs, uint32_t* wc, char const* s, size_t n)
 {
     if (cs == nullptr || s == nullptr || n == 0)
         return -1;
-    Step const step = *s == 0 ? Step{0, 0} : decode(*cs, bytes(s), n);
-    if (step.length < 0 || step.value > kMaxCodePoint)
+    DecodeResult const decoded = *s == 0 ? DecodeResult{0, 0} : decode(*cs, bytes(s), n);
+    if (decoded.length < 0 || decoded.value > kMaxCodePoint)
         return -1;
     if (wc != nullptr)
-        *wc = step.value;
-    return step.length;
+        *wc = decoded.value;
+    return decoded.length;
 }
 
 int qvr_wctomb(qvr_cs_t cs, char* s, size_t room, uint16_t wc)

@@ -36,10 +36,11 @@ constexpr char16_t kIso8859_16[96] = {
 
 // ICU's tables for PC codesets permute these three control characters, as old terminals did. All
 // others keep them as in ASCII.
-constexpr Exchange kControls[] = {{0x001C, 0x001A}, {0x007F, 0x001C}, {0x001A, 0x007F}};
+constexpr MappingOverride kControlOverrides[] = {
+    {0x001C, 0x001A}, {0x007F, 0x001C}, {0x001A, 0x007F}};
 
 // ICU's EUC-JP swaps the half-width and full-width forms of the operating system.
-constexpr Exchange kEucJp[] = {
+constexpr MappingOverride kEucJpOverrides[] = {
     {0xFFE0, 0x00A2}, {0x00A2, 0xFFE0}, {0xFFE1, 0x00A3}, {0x00A3, 0xFFE1},
     {0xFFE2, 0x00AC}, {0x00AC, 0xFFE2}, {0x2014, 0x2015}, {0x2015, 0x2014},
 };
@@ -50,14 +51,14 @@ struct ConverterCloser {
 using ConverterPtr = std::unique_ptr<UConverter, ConverterCloser>;
 
 // No codeset has the name.
-struct Unknown {};
+struct UnknownName {};
 
 // Translates the error of an ICU call that returned no converter.
-[[noreturn]] void raise(UErrorCode rc)
+[[noreturn]] void throwError(UErrorCode rc)
 {
     if (rc == U_MEMORY_ALLOCATION_ERROR)
         throw std::bad_alloc();
-    throw Unknown();
+    throw UnknownName();
 }
 
 void fillAscii(Codeset& codeset)
@@ -74,7 +75,7 @@ template <class IsEncodedAs>
 void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
 {
     codeset.pages.assign(1, {});  // page 0 is empty: blocks without characters share it
-    auto const enter = [&](uint32_t value, unsigned bytes) {
+    auto const insert = [&](uint32_t value, unsigned bytes) {
         if (value > 0xFFFF || !isEncodedAs(value, bytes))
             return;
         uint8_t& page = codeset.page[value >> 8];
@@ -86,35 +87,36 @@ void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
     };
     for (unsigned first = 0; first < 256; ++first) {
         uint32_t const value = codeset.first[first];
-        enter(value, first);
-        if (value >= kTable && value < kLonger)
+        insert(value, first);
+        if (value >= kTable && value < kNeedsConverter)
             for (unsigned second = 1; second < 256; ++second)
-                enter(codeset.tables[value - kTable][second], first << 8 | second);
+                insert(codeset.tables[value - kTable][second], first << 8 | second);
     }
 }
 
 // Builds a codeset that needs no converter. Returns false if `name` is not such a codeset.
 bool buildWithoutConverter(Codeset& codeset, char const* name)
 {
-    auto const is = [name](char const* other) { return ucnv_compareNames(name, other) == 0; };
-    if (is("UTF-8")) {
+    auto const isNamed = [name](char const* alias) { return ucnv_compareNames(name, alias) == 0; };
+    if (isNamed("UTF-8")) {
         codeset.kind = Kind::utf8;
         codeset.ascii = true;
         return true;
     }
-    bool const latin1 = is("ISO-8859-1");
-    bool const latin10 = is("ISO-8859-16");
-    auto const* const table = std::find_if(std::begin(kSingleByte), std::end(kSingleByte),
-                                           [is](SingleByte const& each) { return is(each.name); });
-    bool const tabled = table != std::end(kSingleByte);
-    if (!latin1 && !latin10 && !tabled && !is("US-ASCII"))
+    bool const latin1 = isNamed("ISO-8859-1");
+    bool const latin10 = isNamed("ISO-8859-16");
+    auto const* const table =
+        std::find_if(std::begin(kSingleByte), std::end(kSingleByte),
+                     [isNamed](SingleByte const& row) { return isNamed(row.name); });
+    bool const hasTable = table != std::end(kSingleByte);
+    if (!latin1 && !latin10 && !hasTable && !isNamed("US-ASCII"))
         return false;
     codeset.kind = Kind::singleByte;
     fillAscii(codeset);
     for (uint32_t byte = 0x80; byte < 0x100; ++byte) {
         if (latin1 || latin10)
             codeset.first[byte] = latin10 && byte >= 0xA0 ? kIso8859_16[byte - 0xA0] : byte;
-        else if (tabled && table->high[byte - 0x80] != 0)
+        else if (hasTable && table->high[byte - 0x80] != 0)
             codeset.first[byte] = table->high[byte - 0x80];
     }
     // A character that ASCII has too is encoded as in ASCII.
@@ -123,26 +125,26 @@ bool buildWithoutConverter(Codeset& codeset, char const* name)
     return true;
 }
 
-uint32_t exchanged(Codeset const& codeset, uint32_t value)
+uint32_t fromIcu(Codeset const& codeset, uint32_t value)
 {
-    for (Exchange const& exchange : codeset.exchanges)
-        if (exchange.icu == value)
-            return exchange.ours;
+    for (MappingOverride const& mapping : codeset.overrides)
+        if (mapping.icu == value)
+            return mapping.ours;
     return value;
 }
 
-uint32_t original(Codeset const& codeset, uint32_t value)
+uint32_t toIcu(Codeset const& codeset, uint32_t value)
 {
-    for (Exchange const& exchange : codeset.exchanges)
-        if (exchange.ours == value)
-            return exchange.icu;
+    for (MappingOverride const& mapping : codeset.overrides)
+        if (mapping.ours == value)
+            return mapping.icu;
     return value;
 }
 
 // Returns whether the converter encodes `value` as `bytes`: one byte, or two with the first in the
-// higher half. Unless `isAlone`, more input may follow: a code point that may start a sequence that
+// higher half. Unless `flush`, more input may follow: a code point that may start a sequence that
 // maps to one character then keeps the converter waiting, and the result is false.
-bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool isAlone)
+bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool flush)
 {
     UChar const unit = static_cast<UChar>(value);
     UChar const* source = &unit;
@@ -150,46 +152,46 @@ bool isEncodedAs(UConverter* converter, uint32_t value, unsigned bytes, bool isA
     char* end = out;
     UErrorCode rc = U_ZERO_ERROR;
     ucnv_resetFromUnicode(converter);
-    ucnv_fromUnicode(converter, &end, out + sizeof out, &source, source + 1, nullptr, isAlone, &rc);
+    ucnv_fromUnicode(converter, &end, out + sizeof out, &source, source + 1, nullptr, flush, &rc);
     unsigned encoded = 0;
     for (char const* byte = out; byte != end; ++byte)
         encoded = encoded << 8 | static_cast<unsigned char>(*byte);
     return U_SUCCESS(rc) && end - out == (bytes > 0xFF ? 2 : 1) && encoded == bytes;
 }
 
-// Fills the decoding table `at` (kFirst: the first one) for the characters that start with the
+// Fills the decoding table `at` (kFirstTable: the first one) for the characters that start with the
 // `length` bytes of `prefix`, and the tables below it, down to `depth` bytes.
-constexpr size_t kFirst = SIZE_MAX;
+constexpr size_t kFirstTable = SIZE_MAX;
 
 void fillDecoding(Codeset& codeset, UConverter* converter, size_t at, char* prefix, size_t length,
                   size_t depth)
 {
     for (unsigned byte = 0; byte < 256; ++byte) {
         prefix[length] = static_cast<char>(byte);
-        uint32_t value = judge(converter, prefix, length + 1);
+        uint32_t value = classify(converter, prefix, length + 1);
         if (byte == 0 && length > 0) {
             value = kNoCharacter;  // a zero byte always ends the string
-        } else if (value == kLonger && length + 1 < depth) {
+        } else if (value == kNeedsConverter && length + 1 < depth) {
             size_t const below = codeset.tables.size();
             codeset.tables.push_back({});
             fillDecoding(codeset, converter, below, prefix, length + 1, depth);
             value = kTable + static_cast<uint32_t>(below);
         } else if (value <= kMaxCodePoint) {
-            value = exchanged(codeset, value);
+            value = fromIcu(codeset, value);
         }
-        (at == kFirst ? codeset.first : codeset.tables[at])[byte] = value;
+        (at == kFirstTable ? codeset.first : codeset.tables[at])[byte] = value;
     }
 }
 
-void addExchanges(Codeset& codeset, UConverter* converter, char const* icuName)
+void addOverrides(Codeset& codeset, UConverter* converter, char const* icuName)
 {
     auto const decodes = [converter](char byte, uint32_t value) {
-        return judge(converter, &byte, 1) == value;
+        return classify(converter, &byte, 1) == value;
     };
     if (decodes(0x1A, 0x1C) && decodes(0x1C, 0x7F) && decodes(0x7F, 0x1A))
-        codeset.exchanges.assign(std::begin(kControls), std::end(kControls));
+        codeset.overrides.assign(std::begin(kControlOverrides), std::end(kControlOverrides));
     else if (std::strcmp(icuName, "ibm-954_P101-2007") == 0)
-        codeset.exchanges.assign(std::begin(kEucJp), std::end(kEucJp));
+        codeset.overrides.assign(std::begin(kEucJpOverrides), std::end(kEucJpOverrides));
 }
 
 ConverterPtr openConverter(CodesetName const& found)
@@ -199,42 +201,42 @@ ConverterPtr openConverter(CodesetName const& found)
                                                    : ucnv_openPackage(found.directory.c_str(),
                                                                       found.name.c_str(), &rc));
     if (U_FAILURE(rc))
-        raise(rc);
+        throwError(rc);
     return converter;
 }
 
-void keepMaster(Codeset& codeset, ConverterPtr converter)
+void setMaster(Codeset& codeset, ConverterPtr converter)
 {
     ucnv_reset(converter.get());  // it may hold state of the last query
     codeset.master = converter.release();
 }
 
 // Builds from an ICU converter, which becomes the codeset's master if it is needed later.
-void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
+void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool isBuiltIn)
 {
     if (!makeStrict(converter.get()))
         throw std::bad_alloc();
     UErrorCode rc = U_ZERO_ERROR;
     char const* const icuName = ucnv_getName(converter.get(), &rc);
     if (U_FAILURE(rc))
-        raise(rc);
-    if (ours)
-        addExchanges(codeset, converter.get(), icuName);
+        throwError(rc);
+    if (isBuiltIn)
+        addOverrides(codeset, converter.get(), icuName);
 
     char prefix[4] = {};
     UConverterType const type = ucnv_getType(converter.get());
-    bool const bytesAlone =
+    bool const isStateless =
         type == UCNV_SBCS || type == UCNV_MBCS || type == UCNV_LATIN_1 || type == UCNV_US_ASCII;
-    if (!bytesAlone || judge(converter.get(), prefix, 1) != 0) {
+    if (!isStateless || classify(converter.get(), prefix, 1) != 0) {
         codeset.kind = Kind::convertOnly;
-        codeset.exchanges.clear();
-        keepMaster(codeset, std::move(converter));
+        codeset.overrides.clear();
+        setMaster(codeset, std::move(converter));
         return;
     }
 
     // Tables for characters of four bytes would take more memory than they are worth.
     size_t const longest = static_cast<size_t>(ucnv_getMaxCharSize(converter.get()));
-    fillDecoding(codeset, converter.get(), kFirst, prefix, 0, longest > 3 ? 2 : longest);
+    fillDecoding(codeset, converter.get(), kFirstTable, prefix, 0, longest > 3 ? 2 : longest);
     codeset.ascii = true;
     codeset.kind = Kind::singleByte;
     for (uint32_t byte = 0; byte < 256; ++byte) {
@@ -243,20 +245,21 @@ void buildFromConverter(Codeset& codeset, ConverterPtr converter, bool ours)
         if (value > 0xFFFF && value != kNoCharacter)
             codeset.kind = Kind::multiByte;
     }
-    bool const isAlone = codeset.kind == Kind::singleByte;
+    bool const flush = codeset.kind == Kind::singleByte;
     fillReverse(codeset, [&](uint32_t value, unsigned bytes) {
-        return isEncodedAs(converter.get(), original(codeset, value), bytes, isAlone);
+        return isEncodedAs(converter.get(), toIcu(codeset, value), bytes, flush);
     });
     if (codeset.kind == Kind::multiByte)
-        keepMaster(codeset, std::move(converter));
+        setMaster(codeset, std::move(converter));
 }
 
-// Returns the codeset called `name` and counts one more handle. Throws Unknown and std::bad_alloc.
+// Returns the codeset called `name` and counts one more handle. Throws UnknownName and
+// std::bad_alloc.
 Codeset* acquire(char const* name)
 {
     if (std::string_view const all = name;
         all.empty() || all.size() > kMaxName || std::any_of(all.begin(), all.end(), isReserved))
-        throw Unknown();
+        throw UnknownName();
     CodesetName found = resolveCodeset(name);
     auto fresh = std::make_unique<Codeset>();
     ConverterPtr converter;
@@ -267,7 +270,7 @@ Codeset* acquire(char const* name)
             UErrorCode rc = U_ZERO_ERROR;
             char const* const icuName = ucnv_getName(converter.get(), &rc);
             if (U_FAILURE(rc))
-                raise(rc);
+                throwError(rc);
             if (icuName != found.name) {
                 found.name = icuName;
                 if (buildWithoutConverter(*fresh, icuName))
@@ -278,10 +281,10 @@ Codeset* acquire(char const* name)
     fresh->key = found.name + '/' + std::to_string(found.generation);
 
     std::lock_guard<std::mutex> const guard(lock_);
-    for (Codeset* each = codesets_; each != nullptr; each = each->next) {
-        if (each->key == fresh->key) {
-            ++each->handles;
-            return each;
+    for (Codeset* codeset = codesets_; codeset != nullptr; codeset = codeset->next) {
+        if (codeset->key == fresh->key) {
+            ++codeset->handles;
+            return codeset;
         }
     }
     if (converter != nullptr)
@@ -297,12 +300,12 @@ void release(Codeset const* codeset)
 {
     std::unique_ptr<Codeset> last;
     std::lock_guard<std::mutex> const guard(lock_);
-    Codeset** place = &codesets_;
-    while (*place != codeset)
-        place = &(*place)->next;
-    if (--(*place)->handles == 0) {
-        last.reset(*place);
-        *place = last->next;
+    Codeset** link = &codesets_;
+    while (*link != codeset)
+        link = &(*link)->next;
+    if (--(*link)->handles == 0) {
+        last.reset(*link);
+        *link = last->next;
     }
 }
 
@@ -313,29 +316,29 @@ Codeset::~Codeset()
     ucnv_close(master);
 }
 
-Step decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n)
+DecodeResult decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n)
 {
-    Step const step = decodeByTables(codeset, s, n);
-    if (step.length < 0 || step.value != kLonger)
-        return step;
+    DecodeResult const decoded = decodeByTables(codeset, s, n);
+    if (decoded.length < 0 || decoded.value != kNeedsConverter)
+        return decoded;
 
     ThreadConverter const converter(codeset);
     if (converter.get() == nullptr)
         return {kInvalid, 0};
     char const* const text = reinterpret_cast<char const*>(s);
-    uint32_t value = kLonger;
-    int length = step.length;
-    while (value == kLonger) {
+    uint32_t value = kNeedsConverter;
+    int length = decoded.length;
+    while (value == kNeedsConverter) {
         if (static_cast<size_t>(length) == n)
             return {kTruncated, 0};
         if (s[length] == 0 || length == qvrMbLenMax)
             return {kInvalid, 0};
         ++length;
-        value = judge(converter.get(), text, static_cast<size_t>(length));
+        value = classify(converter.get(), text, static_cast<size_t>(length));
     }
     if (value == kNoCharacter)
         return {kInvalid, 0};
-    return {length, value <= kMaxCodePoint ? exchanged(codeset, value) : value};
+    return {length, value <= kMaxCodePoint ? fromIcu(codeset, value) : value};
 }
 
 int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out)
@@ -343,7 +346,7 @@ int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out)
     ThreadConverter const converter(codeset);
     if (converter.get() == nullptr)
         return kInvalid;
-    value = original(codeset, value);
+    value = toIcu(codeset, value);
     UChar units[2] = {static_cast<UChar>(value), 0};
     int count = 1;
     if (value > 0xFFFF) {
@@ -374,7 +377,7 @@ qvr_cs_t qvr_cs_new(char const* name)
         handle->kind = handle->codeset->kind;
         handle->ascii = handle->codeset->ascii;
         return handle.release();
-    } catch (Unknown const&) {
+    } catch (UnknownName const&) {
         return nullptr;
     } catch (std::bad_alloc const&) {
         return nullptr;

@@ -32,14 +32,14 @@ enum class Kind : uint8_t {
 // An entry of a decoding table is a code point or one of these.
 constexpr uint32_t kNoCharacter = 0xFFFFFFFF;     // no valid character starts like this
 constexpr uint32_t kManyCodePoints = 0xFFFFFFFE;  // a character that maps to several code points
-constexpr uint32_t kLonger = 0xFFFFFFFD;          // only a converter can decode it
+constexpr uint32_t kNeedsConverter = 0xFFFFFFFD;  // only a converter can decode it
 constexpr uint32_t kTable = 0x80000000;           // plus the index of the table for the next byte
 
 using DecodeTable = std::array<uint32_t, 256>;
 
 // A character for which ICU's table and ours differ. Applied to the output of ICU and, reversed, to
 // its input.
-struct Exchange {
+struct MappingOverride {
     char16_t icu;
     char16_t ours;
 };
@@ -60,17 +60,17 @@ struct Codeset {
     std::vector<DecodeTable> tables;
     std::array<uint8_t, 256> page{};               // reverse table: code point / 256 to a page
     std::vector<std::array<uint16_t, 256>> pages;  // one or two bytes; 0 if not encodable
-    std::vector<Exchange> exchanges;
+    std::vector<MappingOverride> overrides;
     UConverter* master = nullptr;  // only cloned, for each thread's converter
 };
 
-// Decodes the character at `s` with the tables of a multibyte codeset. The value is kLonger if only
-// a converter can decode it.
-inline Step decodeByTables(Codeset const& codeset, unsigned char const* s, size_t n)
+// Decodes the character at `s` with the tables of a multibyte codeset. The value is kNeedsConverter
+// if only a converter can decode it.
+inline DecodeResult decodeByTables(Codeset const& codeset, unsigned char const* s, size_t n)
 {
     uint32_t value = codeset.first[*s];
     int length = 1;
-    while (value >= kTable && value < kLonger) {
+    while (value >= kTable && value < kNeedsConverter) {
         if (static_cast<size_t>(length) == n)
             return {kTruncated, 0};
         value = codeset.tables[value - kTable][s[length]];
@@ -79,7 +79,7 @@ inline Step decodeByTables(Codeset const& codeset, unsigned char const* s, size_
     return {value == kNoCharacter ? kInvalid : length, value};
 }
 
-Step decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n);
+DecodeResult decodeMultiByte(Codeset const& codeset, unsigned char const* s, size_t n);
 int encodeMultiByte(Codeset const& codeset, uint32_t value, unsigned char* out);
 
 }  // namespace qvr
@@ -106,7 +106,7 @@ inline unsigned char* bytes(char* s)
 // Decodes the character at `s`. At most `n` bytes (at least 1) may be read, and none past the
 // terminator, which is a character of one byte. The value is kManyCodePoints if the character is
 // valid but maps to several code points.
-inline Step decode(qvr_cs const& cs, unsigned char const* s, size_t n)
+inline DecodeResult decode(qvr_cs const& cs, unsigned char const* s, size_t n)
 {
     switch (cs.kind) {
         case Kind::utf8:

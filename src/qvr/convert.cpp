@@ -13,16 +13,19 @@ namespace {
 // The output of a conversion. Writes nothing past `end`.
 class Output {
 public:
-    Output(char* begin, size_t room) : begin_(bytes(begin)), at_(begin_), end_(begin_ + room) {}
+    Output(char* begin, size_t capacity)
+        : begin_(bytes(begin)), at_(begin_), end_(begin_ + capacity)
+    {
+    }
 
     unsigned char* at() { return at_; }
-    size_t room() const { return static_cast<size_t>(end_ - at_); }
+    size_t space() const { return static_cast<size_t>(end_ - at_); }
     ptrdiff_t written() const { return at_ - begin_; }
     void advance(size_t n) { at_ += n; }
 
     bool copy(unsigned char const* s, size_t n)
     {
-        if (room() < n)
+        if (space() < n)
             return false;
         if (n < kShort) {  // short words between other characters: a call would take longer
             for (size_t i = 0; i < n; ++i)
@@ -37,7 +40,7 @@ public:
     bool put(uint32_t value)
     {
         int const length = utf8Length(value);
-        if (room() < static_cast<size_t>(length))
+        if (space() < static_cast<size_t>(length))
             return false;
         encodeUtf8(value, length, at_);
         at_ += length;
@@ -59,10 +62,10 @@ ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
         i += asciiRun(s + i, n - i);
         if (i == n)
             break;
-        Step const step = decodeUtf8(s + i, n - i);
-        if (step.length < 0)
+        DecodeResult const decoded = decodeUtf8(s + i, n - i);
+        if (decoded.length < 0)
             return qvrInvalid;
-        i += static_cast<size_t>(step.length);
+        i += static_cast<size_t>(decoded.length);
     }
     if (!out.copy(s, n))
         return qvrNoRoom;
@@ -70,18 +73,18 @@ ptrdiff_t copyUtf8(unsigned char const* s, size_t n, Output& out)
 }
 
 // Converts character by character, and runs of ASCII in one copy. `convert` converts the character
-// at `s`, of which `n` bytes remain, and returns its length, a failure, or 0: `convertRest` then
-// converts all remaining bytes. `convertRest` has a single call site, so that the compiler keeps
-// `out` in registers in the loop.
+// at `s`, of which `n` bytes remain, and returns its length, an error code, or 0: `convertRest`
+// then converts all remaining bytes. `convertRest` has a single call site, so that the compiler
+// keeps `out` in registers in the loop.
 template <class Convert, class ConvertRest>
 ptrdiff_t convertEach(qvr_cs const& cs, unsigned char const* s, size_t n, Output& out,
                       Convert convert, ConvertRest convertRest)
 {
     while (n > 0) {
-        size_t taken;
+        size_t consumed;
         if (cs.ascii && *s < 0x80) {
-            taken = asciiRun(s, n);
-            if (!out.copy(s, taken))
+            consumed = asciiRun(s, n);
+            if (!out.copy(s, consumed))
                 return qvrNoRoom;
         } else {
             ptrdiff_t const result = convert(s, n);
@@ -89,15 +92,15 @@ ptrdiff_t convertEach(qvr_cs const& cs, unsigned char const* s, size_t n, Output
                 return convertRest(s, n);
             if (result < 0)
                 return result;
-            taken = static_cast<size_t>(result);
+            consumed = static_cast<size_t>(result);
         }
-        s += taken;
-        n -= taken;
+        s += consumed;
+        n -= consumed;
     }
     return out.written();
 }
 
-ptrdiff_t failure(UErrorCode rc)
+ptrdiff_t errorCode(UErrorCode rc)
 {
     return rc == U_BUFFER_OVERFLOW_ERROR     ? qvrNoRoom
            : rc == U_MEMORY_ALLOCATION_ERROR ? qvrNoMemory
@@ -106,18 +109,18 @@ ptrdiff_t failure(UErrorCode rc)
 
 constexpr size_t kUnits = 1024;     // UTF-16 units between the converter and UTF-8
 constexpr size_t kBlock = 1 << 16;  // bytes in one call of ICU, whose lengths have 31 bits
-static_assert(kBlock >= kUnits * 32, "what kUnits become must fit into a block");
+static_assert(kBlock >= kUnits * 32, "kUnits units must fit into a block in any codeset");
 
 // Replaces the characters for which ICU's table differs from ours, in one direction.
-void exchange(Codeset const& codeset, UChar* begin, UChar* end, char16_t Exchange::*from,
-              char16_t Exchange::*to)
+void applyOverrides(Codeset const& codeset, UChar* begin, UChar* end,
+                    char16_t MappingOverride::*from, char16_t MappingOverride::*to)
 {
-    if (codeset.exchanges.empty())
+    if (codeset.overrides.empty())
         return;
     for (UChar* unit = begin; unit != end; ++unit) {
-        for (Exchange const& each : codeset.exchanges) {
-            if (each.*from == *unit) {
-                *unit = each.*to;
+        for (MappingOverride const& mapping : codeset.overrides) {
+            if (mapping.*from == *unit) {
+                *unit = mapping.*to;
                 break;
             }
         }
@@ -163,8 +166,8 @@ ptrdiff_t converterToUtf8(Codeset const& codeset, unsigned char const* s, size_t
         ucnv_toUnicode(converter.get(), &end, units + kUnits, &source, blockEnd, nullptr,
                        blockEnd == sourceEnd, &rc);
         if (U_FAILURE(rc) && rc != U_BUFFER_OVERFLOW_ERROR)
-            return failure(rc);
-        exchange(codeset, units, end, &Exchange::icu, &Exchange::ours);
+            return errorCode(rc);
+        applyOverrides(codeset, units, end, &MappingOverride::icu, &MappingOverride::ours);
         if (ptrdiff_t const failed = appendUnits(units, end, high, out); failed != 0)
             return failed;
         if (U_SUCCESS(rc) && blockEnd == sourceEnd)
@@ -185,26 +188,26 @@ ptrdiff_t utf8ToConverter(Codeset const& codeset, unsigned char const* s, size_t
     do {
         UChar* end = units;
         while (i < n && end + 2 <= units + kUnits) {
-            Step const step = decodeUtf8(s + i, n - i);
-            if (step.length < 0)
+            DecodeResult const decoded = decodeUtf8(s + i, n - i);
+            if (decoded.length < 0)
                 return qvrInvalid;
-            i += static_cast<size_t>(step.length);
-            if (step.value > 0xFFFF) {
-                *end++ = static_cast<UChar>(U16_LEAD(step.value));
-                *end++ = static_cast<UChar>(U16_TRAIL(step.value));
+            i += static_cast<size_t>(decoded.length);
+            if (decoded.value > 0xFFFF) {
+                *end++ = static_cast<UChar>(U16_LEAD(decoded.value));
+                *end++ = static_cast<UChar>(U16_TRAIL(decoded.value));
             } else {
-                *end++ = static_cast<UChar>(step.value);
+                *end++ = static_cast<UChar>(decoded.value);
             }
         }
-        exchange(codeset, units, end, &Exchange::ours, &Exchange::icu);
+        applyOverrides(codeset, units, end, &MappingOverride::ours, &MappingOverride::icu);
         UChar const* source = units;
         char* const begin = reinterpret_cast<char*>(out.at());
         char* target = begin;
         UErrorCode rc = U_ZERO_ERROR;
-        ucnv_fromUnicode(converter.get(), &target, begin + std::min(out.room(), kBlock), &source,
+        ucnv_fromUnicode(converter.get(), &target, begin + std::min(out.space(), kBlock), &source,
                          end, nullptr, i == n, &rc);
         if (U_FAILURE(rc))
-            return failure(rc);
+            return errorCode(rc);
         out.advance(static_cast<size_t>(target - begin));
     } while (i < n);
     return out.written();
@@ -230,13 +233,13 @@ ptrdiff_t utf8ToSingleByte(qvr_cs const& cs, unsigned char const* s, size_t n, O
     return convertEach(
         cs, s, n, out,
         [&](unsigned char const* at, size_t left) -> ptrdiff_t {
-            Step const step = decodeUtf8(at, left);
-            if (step.length < 0)
+            DecodeResult const decoded = decodeUtf8(at, left);
+            if (decoded.length < 0)
                 return qvrInvalid;
-            auto const byte = static_cast<unsigned char>(lookUpBytes(codeset, step.value));
-            if (byte == 0 && step.value != 0)
+            auto const byte = static_cast<unsigned char>(lookUpBytes(codeset, decoded.value));
+            if (byte == 0 && decoded.value != 0)
                 return 0;
-            return out.copy(&byte, 1) ? step.length : ptrdiff_t{qvrNoRoom};
+            return out.copy(&byte, 1) ? decoded.length : ptrdiff_t{qvrNoRoom};
         },
         [](unsigned char const*, size_t) { return ptrdiff_t{qvrInvalid}; });
 }
@@ -250,12 +253,12 @@ ptrdiff_t multiByteToUtf8(qvr_cs const& cs, unsigned char const* s, size_t n, Ou
     return convertEach(
         cs, s, n, out,
         [&](unsigned char const* at, size_t left) -> ptrdiff_t {
-            Step const step = decodeByTables(codeset, at, left);
-            if (step.length < 0)
+            DecodeResult const decoded = decodeByTables(codeset, at, left);
+            if (decoded.length < 0)
                 return qvrInvalid;
-            if (step.value > kMaxCodePoint)
+            if (decoded.value > kMaxCodePoint)
                 return 0;
-            return out.put(step.value) ? step.length : ptrdiff_t{qvrNoRoom};
+            return out.put(decoded.value) ? decoded.length : ptrdiff_t{qvrNoRoom};
         },
         [&](unsigned char const* at, size_t left) {
             return converterToUtf8(codeset, at, left, out);
@@ -268,14 +271,14 @@ ptrdiff_t utf8ToMultiByte(qvr_cs const& cs, unsigned char const* s, size_t n, Ou
     return convertEach(
         cs, s, n, out,
         [&](unsigned char const* at, size_t left) -> ptrdiff_t {
-            Step const step = decodeUtf8(at, left);
-            if (step.length < 0)
+            DecodeResult const decoded = decodeUtf8(at, left);
+            if (decoded.length < 0)
                 return qvrInvalid;
             unsigned char bytes[2];
-            int const length = encodeByTables(codeset, step.value, bytes);
+            int const length = encodeByTables(codeset, decoded.value, bytes);
             if (length < 0)
                 return 0;
-            return out.copy(bytes, static_cast<size_t>(length)) ? step.length
+            return out.copy(bytes, static_cast<size_t>(length)) ? decoded.length
                                                                 : ptrdiff_t{qvrNoRoom};
         },
         [&](unsigned char const* at, size_t left) {

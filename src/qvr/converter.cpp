@@ -22,56 +22,56 @@ void stopFromUnicode(void const*, UConverterFromUnicodeArgs*, UChar const*, int3
 }
 
 // The converters that one thread used last.
-struct Kept {
-    static constexpr unsigned kRoom = 4;
+struct ConverterCache {
+    static constexpr unsigned kCapacity = 4;
 
     struct Slot {
         uint64_t id = 0;
         UConverter* converter = nullptr;
     };
 
-    Kept() = default;
-    Kept(Kept const&) = delete;
-    Kept& operator=(Kept const&) = delete;
-    ~Kept()
+    ConverterCache() = default;
+    ConverterCache(ConverterCache const&) = delete;
+    ConverterCache& operator=(ConverterCache const&) = delete;
+    ~ConverterCache()
     {
-        for (Slot const& each : slot)
-            ucnv_close(each.converter);
+        for (Slot const& slot : slots)
+            ucnv_close(slot.converter);
     }
 
-    Slot slot[kRoom];
+    Slot slots[kCapacity];
     unsigned oldest = 0;
 };
 
 constinit pthread_once_t once_ = PTHREAD_ONCE_INIT;
-constinit pthread_key_t key_ = 0;  // of a thread's Kept object
+constinit pthread_key_t key_ = 0;  // of a thread's ConverterCache
 constinit bool haveKey_ = false;   // false: the process has no keys left; threads keep nothing
 
-extern "C" void destroyKept(void* kept)
+extern "C" void destroyCache(void* cache)
 {
-    delete static_cast<Kept*>(kept);
+    delete static_cast<ConverterCache*>(cache);
 }
 
 extern "C" void makeKey()
 {
-    haveKey_ = pthread_key_create(&key_, destroyKept) == 0;
+    haveKey_ = pthread_key_create(&key_, destroyCache) == 0;
 }
 
 // Returns the calling thread's converters, or null if it cannot keep any.
-Kept* threadsKept()
+ConverterCache* threadCache()
 {
     pthread_once(&once_, makeKey);
     if (!haveKey_)
         return nullptr;
-    auto* kept = static_cast<Kept*>(pthread_getspecific(key_));
-    if (kept == nullptr) {
-        kept = new (std::nothrow) Kept;
-        if (kept != nullptr && pthread_setspecific(key_, kept) != 0) {
-            delete kept;
-            kept = nullptr;
+    auto* cache = static_cast<ConverterCache*>(pthread_getspecific(key_));
+    if (cache == nullptr) {
+        cache = new (std::nothrow) ConverterCache;
+        if (cache != nullptr && pthread_setspecific(key_, cache) != 0) {
+            delete cache;
+            cache = nullptr;
         }
     }
-    return kept;
+    return cache;
 }
 
 }  // namespace
@@ -85,14 +85,14 @@ bool makeStrict(UConverter* converter)
     return U_SUCCESS(rc);
 }
 
-ThreadConverter::ThreadConverter(Codeset const& codeset) : converter_(nullptr), kept_(false)
+ThreadConverter::ThreadConverter(Codeset const& codeset) : converter_(nullptr), cached_(false)
 {
-    Kept* const kept = threadsKept();
-    if (kept != nullptr) {
-        for (Kept::Slot const& slot : kept->slot) {
+    ConverterCache* const cache = threadCache();
+    if (cache != nullptr) {
+        for (ConverterCache::Slot const& slot : cache->slots) {
             if (slot.id == codeset.id) {
                 converter_ = slot.converter;
-                kept_ = true;
+                cached_ = true;
                 ucnv_reset(converter_);
                 return;
             }
@@ -105,22 +105,22 @@ ThreadConverter::ThreadConverter(Codeset const& codeset) : converter_(nullptr), 
         converter_ = nullptr;
         return;
     }
-    if (kept != nullptr) {
-        Kept::Slot& slot = kept->slot[kept->oldest];
-        kept->oldest = (kept->oldest + 1) % Kept::kRoom;
+    if (cache != nullptr) {
+        ConverterCache::Slot& slot = cache->slots[cache->oldest];
+        cache->oldest = (cache->oldest + 1) % ConverterCache::kCapacity;
         ucnv_close(slot.converter);
         slot = {codeset.id, converter_};
-        kept_ = true;
+        cached_ = true;
     }
 }
 
 ThreadConverter::~ThreadConverter()
 {
-    if (!kept_)
+    if (!cached_)
         ucnv_close(converter_);
 }
 
-uint32_t judge(UConverter* converter, char const* bytes, size_t n)
+uint32_t classify(UConverter* converter, char const* bytes, size_t n)
 {
     UChar units[8];
     UChar* end = units;
@@ -128,7 +128,7 @@ uint32_t judge(UConverter* converter, char const* bytes, size_t n)
     ucnv_resetToUnicode(converter);
     ucnv_toUnicode(converter, &end, units + 8, &bytes, bytes + n, nullptr, true, &rc);
     if (rc == U_TRUNCATED_CHAR_FOUND)
-        return kLonger;
+        return kNeedsConverter;
     if (U_FAILURE(rc) || end == units)
         return kNoCharacter;
     if (end - units == 1 && !U16_IS_SURROGATE(units[0]))

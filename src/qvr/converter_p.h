@@ -30,11 +30,11 @@ public:
 
 private:
     UConverter* converter_;
-    bool kept_;  // the thread keeps it; else this object closes it
+    bool cached_;  // the thread keeps it; else this object closes it
 };
 
 // Decodes `n` bytes, without regard to any before them, as one character. Returns its code point,
-// or kManyCodePoints, kNoCharacter, or kLonger if they are only the start of a character.
-uint32_t judge(UConverter* converter, char const* bytes, size_t n);
+// or kManyCodePoints, kNoCharacter, or kNeedsConverter if they are only the start of a character.
+uint32_t classify(UConverter* converter, char const* bytes, size_t n);
 
 }  // namespace qvr

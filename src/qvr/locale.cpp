@@ -42,7 +42,7 @@ void require(std::string_view part, size_t least, size_t most, Test test)
 }
 
 // ASCII only, independent of the current locale.
-std::string changed(std::string_view part, char first, char last, int by)
+std::string shiftRange(std::string_view part, char first, char last, int by)
 {
     std::string result(part);
     for (char& c : result)
@@ -51,18 +51,18 @@ std::string changed(std::string_view part, char first, char last, int by)
     return result;
 }
 
-std::string lowered(std::string_view part)
+std::string toLower(std::string_view part)
 {
-    return changed(part, 'A', 'Z', 'a' - 'A');
+    return shiftRange(part, 'A', 'Z', 'a' - 'A');
 }
 
-std::string raised(std::string_view part)
+std::string toUpper(std::string_view part)
 {
-    return changed(part, 'a', 'z', 'A' - 'a');
+    return shiftRange(part, 'a', 'z', 'A' - 'a');
 }
 
 // Cuts `text` at `mark` and returns the part after it; empty if `text` does not contain `mark`.
-std::string_view cutFrom(std::string_view& text, char mark)
+std::string_view splitAt(std::string_view& text, char mark)
 {
     size_t const at = text.find(mark);
     if (at == std::string_view::npos)
@@ -76,24 +76,24 @@ std::string_view cutFrom(std::string_view& text, char mark)
 
 // Returns the canonical form of `name`. Throws Malformed if `name` does not have the form of a
 // locale name.
-std::string formOf(std::string_view name)
+std::string canonicalForm(std::string_view name)
 {
     if (name.size() > kMaxName)
         throw Malformed();
     std::string_view language = name;
-    std::string_view const modifier = cutFrom(language, '@');
-    std::string_view const codeset = cutFrom(language, '.');
-    std::string_view const territory = cutFrom(language, '_');
+    std::string_view const modifier = splitAt(language, '@');
+    std::string_view const codeset = splitAt(language, '.');
+    std::string_view const territory = splitAt(language, '_');
 
     bool const isC = language == "C" || language == "POSIX";
     if (isC && !territory.empty())
         throw Malformed();
     if (!isC)
         require(language, 2, 3, isLetter);
-    std::string canonical = isC ? std::string("C") : lowered(language);
+    std::string canonical = isC ? std::string("C") : toLower(language);
     if (!territory.empty()) {
         require(territory, 2, 8, isAlphanumeric);
-        canonical += '_' + raised(territory);
+        canonical += '_' + toUpper(territory);
     }
     if (!codeset.empty()) {
         require(codeset, 1, kMaxName, isNameByte);
@@ -101,7 +101,7 @@ std::string formOf(std::string_view name)
     }
     if (!modifier.empty()) {
         require(modifier, 1, kMaxName, isNameByte);
-        canonical += '@' + lowered(modifier);
+        canonical += '@' + toLower(modifier);
     }
     return canonical;
 }
@@ -112,7 +112,7 @@ std::string canonicalLocale(char const* name)
 {
     std::string const resolved = resolveLocale(name);
     try {
-        return formOf(resolved);
+        return canonicalForm(resolved);
     } catch (Malformed const&) {
         return resolved;
     }
@@ -128,7 +128,7 @@ int write(std::string_view text, char* buf, size_t room)
 }
 
 // The first step of every function that fills a buffer with a name.
-int prepare(char* buf, size_t room)
+int clearBuffer(char* buf, size_t room)
 {
     if (buf == nullptr)
         return qvrInvalid;
@@ -144,7 +144,7 @@ constexpr nl_item kMonths[] = {MON_1,   MON_2,   MON_3,   MON_4,    MON_5,    MO
                                MON_7,   MON_8,   MON_9,   MON_10,   MON_11,   MON_12,
                                ABMON_1, ABMON_2, ABMON_3, ABMON_4,  ABMON_5,  ABMON_6,
                                ABMON_7, ABMON_8, ABMON_9, ABMON_10, ABMON_11, ABMON_12};
-constexpr nl_item kHalves[] = {AM_STR, PM_STR};
+constexpr nl_item kAmPm[] = {AM_STR, PM_STR};
 
 struct LocaleFreer {
     void operator()(locale_t locale) const { freelocale(locale); }
@@ -205,22 +205,22 @@ void readWords(std::string const& canonical, qvr_loc& loc)
     CodesetPtr const cs(qvr_cs_new(nl_langinfo_l(CODESET, locale.get())));
     if (cs == nullptr)
         return;
-    auto const take = [&](std::u32string_view& word, nl_item item, bool folded) {
+    auto const setWord = [&](std::u32string_view& word, nl_item item, bool folded) {
         std::u32string text = readText(locale.get(), cs.get(), item, loc.turkic, folded);
         if (!text.empty())
-            word = loc.texts.emplace_front(std::move(text));
+            word = loc.storage.emplace_front(std::move(text));
     };
     for (size_t i = 0; i < loc.words.days.size(); ++i)
-        take(loc.words.days[i], kDays[i], true);
+        setWord(loc.words.days[i], kDays[i], true);
     for (size_t i = 0; i < loc.words.months.size(); ++i)
-        take(loc.words.months[i], kMonths[i], true);
-    for (size_t i = 0; i < loc.words.halves.size(); ++i)
-        take(loc.words.halves[i], kHalves[i], true);
-    loc.words.halvesUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
-    take(loc.words.dateAndTime, D_T_FMT, false);
-    take(loc.words.date, D_FMT, false);
-    take(loc.words.time, T_FMT, false);
-    take(loc.words.time12, T_FMT_AMPM, false);
+        setWord(loc.words.months[i], kMonths[i], true);
+    for (size_t i = 0; i < loc.words.amPm.size(); ++i)
+        setWord(loc.words.amPm[i], kAmPm[i], true);
+    loc.words.amPmUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
+    setWord(loc.words.dateAndTime, D_T_FMT, false);
+    setWord(loc.words.date, D_FMT, false);
+    setWord(loc.words.time, T_FMT, false);
+    setWord(loc.words.time12, T_FMT_AMPM, false);
 }
 
 }  // namespace
@@ -231,14 +231,14 @@ using namespace qvr;
 
 int qvr_os_lang_name(char* buf, size_t room)
 {
-    if (int const failed = prepare(buf, room); failed != 0)
+    if (int const failed = clearBuffer(buf, room); failed != 0)
         return failed;
     return write(setlocale(LC_CTYPE, nullptr), buf, room);
 }
 
 int qvr_os_cs_name(char* buf, size_t room)
 {
-    if (int const failed = prepare(buf, room); failed != 0)
+    if (int const failed = clearBuffer(buf, room); failed != 0)
         return failed;
     return write(nl_langinfo(CODESET), buf, room);
 }
@@ -250,13 +250,13 @@ int qvr_canonical_loc(char const* osName, char* buf, size_t room)
         try {
             // Computed before `buf` is written: both arguments may be the same.
             std::string const canonical = canonicalLocale(osName);
-            failed = prepare(buf, room);
+            failed = clearBuffer(buf, room);
             return failed != 0 ? failed : write(canonical, buf, room);
         } catch (std::bad_alloc const&) {
             failed = qvrNoMemory;
         }
     }
-    prepare(buf, room);
+    clearBuffer(buf, room);
     return failed;
 }
 

@@ -20,8 +20,8 @@ namespace qvr {
 struct TimeWords {
     std::array<std::u32string_view, 14> days;    // Sunday first: long names, then short ones
     std::array<std::u32string_view, 24> months;  // January first: long names, then short ones
-    std::array<std::u32string_view, 2> halves;   // of the day
-    bool halvesUnnamed;                          // the language has no words for them
+    std::array<std::u32string_view, 2> amPm;     // of the day
+    bool amPmUnnamed;                            // the language has no words for them
     std::u32string_view dateAndTime;             // %c
     std::u32string_view date;                    // %x
     std::u32string_view time;                    // %X
@@ -48,7 +48,7 @@ inline constexpr TimeWords kEnglishWords = {
 struct qvr_loc {
     bool turkic = false;  // i pairs with dotted I and I with dotless i
     qvr::TimeWords words = qvr::kEnglishWords;
-    std::forward_list<std::u32string> texts;  // storage of the words, unless they are English
+    std::forward_list<std::u32string> storage;  // owns the words, unless they are English
 };
 
 namespace qvr {

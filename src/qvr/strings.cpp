@@ -39,12 +39,12 @@ bool isAscii(char const* s)
 
 // Returns whether the bytewise function of libc gives the same result. In UTF-8 it does for ASCII:
 // no byte below 0x80 is part of a longer character.
-bool isForLibc(qvr_cs const& cs, char const* set)
+bool isBytewise(qvr_cs const& cs, char const* set)
 {
     return cs.kind == Kind::singleByte || (cs.kind == Kind::utf8 && isAscii(set));
 }
 
-bool isForLibc(qvr_cs const& cs, char c)
+bool isBytewise(qvr_cs const& cs, char c)
 {
     return cs.kind == Kind::singleByte || c == 0 ||
            (cs.kind == Kind::utf8 && static_cast<unsigned char>(c) < 0x80);
@@ -52,8 +52,8 @@ bool isForLibc(qvr_cs const& cs, char c)
 
 bool isIn(qvr_cs const& cs, Unit unit, char const* set)
 {
-    for (Unit each = unitAt(cs, set); !each.empty(); each = nextUnit(cs, each))
-        if (each == unit)
+    for (Unit member = unitAt(cs, set); !member.empty(); member = nextUnit(cs, member))
+        if (member == unit)
             return true;
     return false;
 }
@@ -75,32 +75,32 @@ public:
             else
                 ++longer;
         }
-        size_t slots = kOwnSlots;
+        size_t slots = kInlineSlots;
         while (slots < 2 * longer)
             slots *= 2;
         mask_ = slots - 1;
-        if (slots > kOwnSlots) {
-            more_.reset(static_cast<uint64_t*>(std::calloc(slots, sizeof(uint64_t))));
-            numbers_ = more_.get();
+        if (slots > kInlineSlots) {
+            heapSlots_.reset(static_cast<uint64_t*>(std::calloc(slots, sizeof(uint64_t))));
+            slots_ = heapSlots_.get();
         }
-        if (longer == 0 || numbers_ == nullptr)
+        if (longer == 0 || slots_ == nullptr)
             return;
         for (Unit unit = unitAt(cs, set); !unit.empty(); unit = nextUnit(cs, unit))
             if (unit.size() > 1)
-                numbers_[slotOf(numberOf(unit))] = numberOf(unit);
+                slots_[slotOf(numberOf(unit))] = numberOf(unit);
     }
 
-    bool has(Unit unit) const
+    bool contains(Unit unit) const
     {
         if (unit.size() == 1)
             return single_[byteOf(unit)];
-        if (numbers_ == nullptr)
+        if (slots_ == nullptr)
             return isIn(cs_, unit, set_);
-        return numbers_[slotOf(numberOf(unit))] != 0;
+        return slots_[slotOf(numberOf(unit))] != 0;
     }
 
 private:
-    static constexpr size_t kOwnSlots = 64;
+    static constexpr size_t kInlineSlots = 64;
     static_assert(qvrMbLenMax <= sizeof(uint64_t));
 
     // A random odd number; without entropy, one from the load address of the library.
@@ -126,7 +126,7 @@ private:
     size_t slotOf(uint64_t number) const
     {
         size_t slot = number * factor() >> (64 - std::popcount(mask_));
-        while (numbers_[slot] != 0 && numbers_[slot] != number)
+        while (slots_[slot] != 0 && slots_[slot] != number)
             slot = (slot + 1) & mask_;
         return slot;
     }
@@ -134,10 +134,10 @@ private:
     qvr_cs const& cs_;
     char const* const set_;
     bool single_[256] = {};
-    uint64_t own_[kOwnSlots] = {};
-    std::unique_ptr<uint64_t, decltype(&std::free)> more_{nullptr, std::free};
-    uint64_t* numbers_ = own_;  // 0: a free slot
-    size_t mask_ = 0;           // number of slots - 1; at least half of them are free
+    uint64_t inlineSlots_[kInlineSlots] = {};
+    std::unique_ptr<uint64_t, decltype(&std::free)> heapSlots_{nullptr, std::free};
+    uint64_t* slots_ = inlineSlots_;  // 0: a free slot
+    size_t mask_ = 0;                 // number of slots - 1; at least half of them are free
 };
 
 // Returns the first unit of `s` whose membership in `set` is `wanted`, or the terminator. The first
@@ -152,19 +152,19 @@ char const* findInSet(qvr_cs const& cs, char const* s, char const* set, bool wan
         unit = nextUnit(cs, unit);
     }
     UnitSet const units(cs, set);
-    while (!unit.empty() && units.has(unit) != wanted)
+    while (!unit.empty() && units.contains(unit) != wanted)
         unit = nextUnit(cs, unit);
     return unit.data();
 }
 
-char const* skip(qvr_cs const& cs, char const* s, char const* set)
+char const* skipMembers(qvr_cs const& cs, char const* s, char const* set)
 {
-    return isForLibc(cs, set) ? s + std::strspn(s, set) : findInSet(cs, s, set, false);
+    return isBytewise(cs, set) ? s + std::strspn(s, set) : findInSet(cs, s, set, false);
 }
 
-char const* skipOther(qvr_cs const& cs, char const* s, char const* set)
+char const* skipNonMembers(qvr_cs const& cs, char const* s, char const* set)
 {
-    return isForLibc(cs, set) ? s + std::strcspn(s, set) : findInSet(cs, s, set, true);
+    return isBytewise(cs, set) ? s + std::strcspn(s, set) : findInSet(cs, s, set, true);
 }
 
 // Returns the first occurrence in `s` of the `length` bytes of `needle`; null if not found.
@@ -190,11 +190,11 @@ class Boundaries {
 public:
     Boundaries(qvr_cs const& cs, char const* s) : cs_(cs), at_(s) {}
 
-    bool has(char const* place)
+    bool contains(char const* position)
     {
-        while (at_ < place)
+        while (at_ < position)
             at_ += unitLength(cs_, bytes(at_));
-        return at_ == place;
+        return at_ == position;
     }
 
 private:
@@ -218,7 +218,7 @@ char const* findBytes(qvr_cs const& cs, char const* from, char const* needle, si
         while (matched > 0 && (matched == length || *at != needle[matched]))
             matched = border[matched];
         matched += *at == needle[matched];
-        if (matched == length && begins.has(at + 1 - length) && ends.has(at + 1))
+        if (matched == length && begins.contains(at + 1 - length) && ends.contains(at + 1))
             return at + 1 - length;
     }
     return nullptr;
@@ -247,7 +247,7 @@ std::unique_ptr<size_t, decltype(&std::free)> bordersOf(char const* needle)
 // occurrence is checked, because this function cannot fail.
 char const* findUnits(qvr_cs const& cs, char const* s, char const* needle)
 {
-    constexpr int kFewPlaces = 4;
+    constexpr int kFewMatches = 4;
     constexpr size_t kShortNeedle = 16;
     size_t const length = std::strlen(needle);
     Boundaries begins(cs, s);
@@ -255,11 +255,11 @@ char const* findUnits(qvr_cs const& cs, char const* s, char const* needle)
     char const* from = s;
     for (int i = 0;; ++i) {
         char const* const found = findText(from, needle, length);
-        if (found == nullptr || (begins.has(found) && ends.has(found + length)))
+        if (found == nullptr || (begins.contains(found) && ends.contains(found + length)))
             return found;
         from = found + 1;
-        if (i == kFewPlaces && length > kShortNeedle) {
-            while (!begins.has(from))
+        if (i == kFewMatches && length > kShortNeedle) {
+            while (!begins.contains(from))
                 ++from;
             if (auto const borders = bordersOf(needle))
                 return findBytes(cs, from, needle, borders.get());
@@ -317,7 +317,7 @@ char* qvr_strpbrk(qvr_cs_t cs, char const* s, char const* set)
 {
     if (cs == nullptr || s == nullptr || set == nullptr)
         return nullptr;
-    char const* const found = skipOther(*cs, s, set);
+    char const* const found = skipNonMembers(*cs, s, set);
     return *found == 0 ? nullptr : writable(found);
 }
 
@@ -330,10 +330,10 @@ char* qvr_strtok(qvr_cs_t cs, char* s, char const* delimiters)
     rest_ = nullptr;
     if (s == nullptr)
         return nullptr;
-    char* const token = writable(skip(*cs, s, delimiters));
+    char* const token = writable(skipMembers(*cs, s, delimiters));
     if (*token == 0)
         return nullptr;
-    char* const end = writable(skipOther(*cs, token, delimiters));
+    char* const end = writable(skipNonMembers(*cs, token, delimiters));
     if (*end != 0) {
         rest_ = end + unitLength(*cs, bytes(end));
         *end = 0;
@@ -345,14 +345,14 @@ size_t qvr_strspn(qvr_cs_t cs, char const* s, char const* set)
 {
     if (cs == nullptr || s == nullptr || set == nullptr)
         return 0;
-    return static_cast<size_t>(skip(*cs, s, set) - s);
+    return static_cast<size_t>(skipMembers(*cs, s, set) - s);
 }
 
 size_t qvr_strcspn(qvr_cs_t cs, char const* s, char const* set)
 {
     if (cs == nullptr || s == nullptr || set == nullptr)
         return 0;
-    return static_cast<size_t>(skipOther(*cs, s, set) - s);
+    return static_cast<size_t>(skipNonMembers(*cs, s, set) - s);
 }
 
 char* qvr_strncat(qvr_cs_t cs, char* dst, char const* src, size_t n)
@@ -381,7 +381,7 @@ char* qvr_strrchr(qvr_cs_t cs, char const* s, int c)
     if (cs == nullptr || s == nullptr)
         return nullptr;
     char const wanted = static_cast<char>(c);
-    if (isForLibc(*cs, wanted))
+    if (isBytewise(*cs, wanted))
         return writable(std::strrchr(s, wanted));
     char const* found = nullptr;
     for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
@@ -395,7 +395,7 @@ char* qvr_strchr(qvr_cs_t cs, char const* s, int c)
     if (cs == nullptr || s == nullptr)
         return nullptr;
     char const wanted = static_cast<char>(c);
-    if (isForLibc(*cs, wanted))
+    if (isBytewise(*cs, wanted))
         return writable(std::strchr(s, wanted));
     for (Unit unit = unitAt(*cs, s); !unit.empty(); unit = nextUnit(*cs, unit))
         if (unit.size() == 1 && unit[0] == wanted)

@@ -114,19 +114,19 @@ struct BadTable {
     std::string problem;  // file and line, problem, remedy
 };
 
-[[noreturn]] void refuse(std::string const& path, std::string const& problem)
+[[noreturn]] void throwBadTable(std::string const& path, std::string const& problem)
 {
     throw BadTable{path + ": " + problem};
 }
 
-[[noreturn]] void refuseCall(std::string const& path, char const* call, int error)
+[[noreturn]] void throwCallError(std::string const& path, char const* call, int error)
 {
     if (error == ENOMEM)
         throw std::bad_alloc();
     char const* const description = strerrordesc_np(error);
-    refuse(path, std::string("cannot ") + call + ": " +
-                     (description != nullptr ? description : "unknown error") +
-                     "; check the path and its permissions");
+    throwBadTable(path, std::string("cannot ") + call + ": " +
+                            (description != nullptr ? description : "unknown error") +
+                            "; check the path and its permissions");
 }
 
 // Quotes a word of a table and makes it safe for a terminal. The word may be of any length.
@@ -153,7 +153,7 @@ bool readFile(std::string const& path, std::string& text)
     if (fd < 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return false;
-        refuseCall(path, "open", errno);
+        throwCallError(path, "open", errno);
     }
     struct Closer {
         int fd;
@@ -161,12 +161,12 @@ bool readFile(std::string const& path, std::string& text)
     } const closer{fd};
     struct stat status;
     if (fstat(fd, &status) != 0)
-        refuseCall(path, "read", errno);
+        throwCallError(path, "read", errno);
     if (!S_ISREG(status.st_mode))
-        refuse(path, "not a regular file; replace it by one or remove it");
+        throwBadTable(path, "not a regular file; replace it by one or remove it");
     auto const requireSize = [&path](size_t size) {
         if (size > kMaxTable)
-            refuse(path, "larger than 1 MiB; remove rows");
+            throwBadTable(path, "larger than 1 MiB; remove rows");
     };
     requireSize(static_cast<size_t>(status.st_size));
     char block[4096];
@@ -175,7 +175,7 @@ bool readFile(std::string const& path, std::string& text)
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            refuseCall(path, "read", errno);
+            throwCallError(path, "read", errno);
         requireSize(text.size());
         if (got == 0)
             return true;
@@ -184,7 +184,7 @@ bool readFile(std::string const& path, std::string& text)
 }
 
 // Consumes and returns the next word of a line; empty at its end.
-std::string_view takeWord(std::string_view& line)
+std::string_view nextWord(std::string_view& line)
 {
     constexpr std::string_view kBlanks = " \t\r";
     line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
@@ -212,7 +212,7 @@ char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare
 
 // Returns the same built-in name for all names of a codeset, and an unknown name unchanged. Ignores
 // the tables of the directory.
-char const* builtInMeaning(char const* name)
+char const* canonicalBuiltIn(char const* name)
 {
     char const* const resolved = find(kCodesets, name, kCompareCodesets);
     char const* const known = resolved != nullptr ? resolved : name;
@@ -225,7 +225,7 @@ char const* builtInMeaning(char const* name)
 
 bool isUtf8(char const* name)
 {
-    return kCompareCodesets(builtInMeaning(name), "UTF-8") == 0;
+    return kCompareCodesets(canonicalBuiltIn(name), "UTF-8") == 0;
 }
 
 // Returns whether a row would change the meaning of a built-in name, by which the operating system
@@ -239,7 +239,7 @@ bool redefinesCodeset(char const* alias, char const* name)
                    kCompareCodesets(row.name, alias) == 0;
         });
     return (builtIn || isUtf8(alias)) &&
-           kCompareCodesets(builtInMeaning(alias), builtInMeaning(name)) != 0;
+           kCompareCodesets(canonicalBuiltIn(alias), canonicalBuiltIn(name)) != 0;
 }
 
 // The same for locales. A site may redefine the names of languages ("german").
@@ -263,7 +263,7 @@ constexpr TableKind kLocaleTable = {"locales.alias", kCompareLocales, redefinesL
 
 // Refuses a table in which an alias has two lines. Of several such aliases, it reports the alias
 // whose second line is first in the file.
-void requireSingle(std::vector<Alias> const& rows, std::string const& path, Compare compare)
+void requireUnique(std::vector<Alias> const& rows, std::string const& path, Compare compare)
 {
     Alias const* first = nullptr;
     Alias const* second = nullptr;
@@ -275,9 +275,9 @@ void requireSingle(std::vector<Alias> const& rows, std::string const& path, Comp
         }
     }
     if (second != nullptr)
-        refuse(path + ':' + std::to_string(second->line),
-               quoted(second->alias) + " has a line already, " + std::to_string(first->line) +
-                   "; remove one of them");
+        throwBadTable(path + ':' + std::to_string(second->line),
+                      quoted(second->alias) + " has a line already, " +
+                          std::to_string(first->line) + "; remove one of them");
 }
 
 // Parses a table: each line has an alias and the name it stands for, "#" starts a comment. Returns
@@ -294,36 +294,36 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
         std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(line.size() + 1, rest.size()));
         line = line.substr(0, line.find('#'));
-        std::string_view const alias = takeWord(line);
-        std::string_view const name = takeWord(line);
+        std::string_view const alias = nextWord(line);
+        std::string_view const name = nextWord(line);
         if (alias.empty())
             continue;
-        auto const refuseLine = [&](std::string const& problem) {
-            refuse(path + ':' + std::to_string(number), problem);
+        auto const throwBadLine = [&](std::string const& problem) {
+            throwBadTable(path + ':' + std::to_string(number), problem);
         };
-        if (name.empty() || !takeWord(line).empty())
-            refuseLine("not two names; write an alias and the name it stands for");
+        if (name.empty() || !nextWord(line).empty())
+            throwBadLine("not two names; write an alias and the name it stands for");
         for (std::string_view const word : {alias, name})
             if (!isName(word))
-                refuseLine(quoted(word) +
-                           " is not a name; write up to 127 characters of ASCII, none of / \\ ,");
+                throwBadLine(quoted(word) +
+                             " is not a name; write up to 127 characters of ASCII, none of / \\ ,");
         rows.push_back({std::string(alias), std::string(name), number});
         if (kind.redefines(rows.back().alias.c_str(), rows.back().name.c_str()))
-            refuseLine(quoted(alias) + " is built in and cannot stand for " + quoted(name) +
-                       "; remove the line");
+            throwBadLine(quoted(alias) + " is built in and cannot stand for " + quoted(name) +
+                         "; remove the line");
     }
     Compare const compare = kind.compare;
     std::sort(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
         int const order = compare(a.alias.c_str(), b.alias.c_str());
         return order != 0 ? order < 0 : a.line < b.line;
     });
-    requireSingle(rows, path, compare);
+    requireUnique(rows, path, compare);
     return rows;
 }
 
 // Makes `directory` absolute: the process may change its working directory before it reads a
 // converter file, and ICU looks up a short relative path in its own data.
-std::string wholeName(std::string const& directory)
+std::string makeAbsolute(std::string const& directory)
 {
     if (directory.front() == '/')
         return directory;
@@ -344,13 +344,13 @@ std::vector<std::string> readConverterNames(std::string const& directory)
     if (stream == nullptr) {
         if (errno == ENOENT || errno == ENOTDIR)
             return names;
-        refuseCall(directory, "open", errno);
+        throwCallError(directory, "open", errno);
     }
     for (;;) {
         errno = 0;
         dirent const* const entry = readdir(stream.get());
         if (entry == nullptr && errno != 0)
-            refuseCall(directory, "read", errno);
+            throwCallError(directory, "read", errno);
         if (entry == nullptr)
             return names;
         std::string_view file = entry->d_name;
@@ -361,7 +361,7 @@ std::vector<std::string> readConverterNames(std::string const& directory)
             continue;
         names.emplace_back(file);
         if (isUtf8(names.back().c_str()))
-            refuse(pathOf(directory, entry->d_name), "UTF-8 is built in; remove the file");
+            throwBadTable(pathOf(directory, entry->d_name), "UTF-8 is built in; remove the file");
     }
 }
 
@@ -369,8 +369,8 @@ std::vector<std::string> readConverterNames(std::string const& directory)
 char const* find(std::vector<Alias> const& rows, char const* name, Compare compare)
 {
     auto const row = std::lower_bound(rows.begin(), rows.end(), name,
-                                      [compare](Alias const& each, char const* wanted) {
-                                          return compare(each.alias.c_str(), wanted) < 0;
+                                      [compare](Alias const& entry, char const* wanted) {
+                                          return compare(entry.alias.c_str(), wanted) < 0;
                                       });
     return row != rows.end() && compare(row->alias.c_str(), name) == 0 ? row->name.c_str()
                                                                        : nullptr;
@@ -383,7 +383,7 @@ std::unique_ptr<Tables> readTables(std::string const& directory)
     auto tables = std::make_unique<Tables>();
     if (directory.empty())
         return tables;
-    tables->converterDirectory = pathOf(wholeName(directory), "converters");
+    tables->converterDirectory = pathOf(makeAbsolute(directory), "converters");
     tables->codesets = readTable(directory, kCodesetTable);
     tables->locales = readTable(directory, kLocaleTable);
     tables->converters = readConverterNames(tables->converterDirectory);
@@ -398,8 +398,8 @@ CodesetName resolveCodeset(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr) {
-            if (char const* const other = find(tables_->codesets, name, kCompareCodesets))
-                found.name = other;
+            if (char const* const target = find(tables_->codesets, name, kCompareCodesets))
+                found.name = target;
             for (std::string const& converter : tables_->converters) {
                 if (kCompareCodesets(converter.c_str(), found.name.c_str()) != 0)
                     continue;
@@ -410,8 +410,8 @@ CodesetName resolveCodeset(char const* name)
             }
         }
     }
-    if (char const* const other = find(kCodesets, found.name.c_str(), kCompareCodesets))
-        found.name = other;
+    if (char const* const target = find(kCodesets, found.name.c_str(), kCompareCodesets))
+        found.name = target;
     return found;
 }
 
@@ -420,14 +420,14 @@ std::string preferredCodesetName(char const* name)
     std::string const resolved = resolveCodeset(name).name;
     // The given name first: it may resolve to a table of ICU that has no other names.
     char const* const names[] = {name, resolved.c_str()};
-    for (char const* each : names)
+    for (char const* candidate : names)
         for (char const* preferred : kPreferred)
-            if (kCompareCodesets(each, preferred) == 0)
+            if (kCompareCodesets(candidate, preferred) == 0)
                 return preferred;
-    for (char const* each : names) {
+    for (char const* candidate : names) {
         for (char const* standard : {"MIME", "IANA"}) {
             UErrorCode rc = U_ZERO_ERROR;
-            char const* const preferred = ucnv_getStandardName(each, standard, &rc);
+            char const* const preferred = ucnv_getStandardName(candidate, standard, &rc);
             if (U_SUCCESS(rc) && preferred != nullptr)
                 return preferred;
         }
@@ -441,11 +441,11 @@ std::string resolveLocale(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr)
-            if (char const* const other = find(tables_->locales, name, kCompareLocales))
-                found = other;
+            if (char const* const target = find(tables_->locales, name, kCompareLocales))
+                found = target;
     }
-    if (char const* const other = find(kLocales, found.c_str(), kCompareLocales))
-        found = other;
+    if (char const* const target = find(kLocales, found.c_str(), kCompareLocales))
+        found = target;
     return found;
 }
 

@@ -57,19 +57,19 @@ private:
 };
 
 // Parses one string.
-class TimeReader {
+class TimeParser {
 public:
-    TimeReader(qvr_cs const& cs, bool turkic, TimeWords const& words, char const* s,
+    TimeParser(qvr_cs const& cs, bool turkic, TimeWords const& words, char const* s,
                tm const& start)
         : cs_(cs), turkic_(turkic), words_(words), s_(s), time_(start)
     {
     }
 
     template <class Format>
-    bool read(Format format, int depth = 0);
+    bool parse(Format format, int depth = 0);
 
     // Computes the fields that follow from the parsed ones.
-    bool finish();
+    bool deriveFields();
 
     char const* position() const { return s_; }
     tm const& time() const { return time_; }
@@ -91,7 +91,7 @@ private:
             s_ += length;
     }
 
-    bool takeLiteral(uint32_t wanted)
+    bool parseLiteral(uint32_t wanted)
     {
         int length;
         if (at(s_, length) != wanted)
@@ -100,7 +100,7 @@ private:
         return true;
     }
 
-    bool takeDigit(int& digit)
+    bool parseDigit(int& digit)
     {
         int length;
         uint32_t const value = at(s_, length);
@@ -111,12 +111,12 @@ private:
         return true;
     }
 
-    bool takeNumber(int least, int most, int& value);
-    bool takeWord(std::u32string_view const* words, int count, int& index);
-    bool takeZone();
-    bool takeZoneName();
-    bool takeEpoch();
-    bool convert(uint32_t conversion, int depth);
+    bool parseNumber(int least, int most, int& value);
+    bool parseWord(std::u32string_view const* words, int count, int& index);
+    bool parseZone();
+    bool skipZoneName();
+    bool parseEpoch();
+    bool parseConversion(uint32_t conversion, int depth);
     void setMonthAndDay(int year);
 
     qvr_cs const& cs_;
@@ -134,20 +134,20 @@ private:
     int century_ = -1;
     int yearOfCentury_ = -1;
     int week_ = -1;
-    int weekBegins_ = 0;  // 0 Sunday, 1 Monday
-    bool halfDay_ = false;
-    bool afternoon_ = false;
+    int weekStart_ = 0;  // 0 Sunday, 1 Monday
+    bool twelveHour_ = false;
+    bool isPm_ = false;
 };
 
 // Reads digits while the number can still be at most `most`.
-bool TimeReader::takeNumber(int least, int most, int& value)
+bool TimeParser::parseNumber(int least, int most, int& value)
 {
     skipSpace();
     int number;
-    if (!takeDigit(number))
+    if (!parseDigit(number))
         return false;
     int digit;
-    for (int rest = most; rest >= 10 && number * 10 <= most && takeDigit(digit); rest /= 10)
+    for (int rest = most; rest >= 10 && number * 10 <= most && parseDigit(digit); rest /= 10)
         number = number * 10 + digit;
     if (number < least || number > most)
         return false;
@@ -156,7 +156,7 @@ bool TimeReader::takeNumber(int least, int most, int& value)
 }
 
 // Reads the longest of the words that is a prefix of the rest.
-bool TimeReader::takeWord(std::u32string_view const* words, int count, int& index)
+bool TimeParser::parseWord(std::u32string_view const* words, int count, int& index)
 {
     char const* longest = nullptr;
     for (int i = 0; i < count; ++i) {
@@ -181,22 +181,22 @@ bool TimeReader::takeWord(std::u32string_view const* words, int count, int& inde
     return true;
 }
 
-bool TimeReader::takeZone()
+bool TimeParser::parseZone()
 {
     skipSpace();
-    if (takeLiteral('Z')) {
+    if (parseLiteral('Z')) {
         time_.tm_gmtoff = 0;
         return true;
     }
-    bool const west = takeLiteral('-');
-    if (!west && !takeLiteral('+'))
+    bool const west = parseLiteral('-');
+    if (!west && !parseLiteral('+'))
         return false;
     int part[4] = {};
-    if (!takeDigit(part[0]) || !takeDigit(part[1]))
+    if (!parseDigit(part[0]) || !parseDigit(part[1]))
         return false;
-    bool const colon = takeLiteral(':');
-    if (takeDigit(part[2])) {
-        if (!takeDigit(part[3]))
+    bool const colon = parseLiteral(':');
+    if (parseDigit(part[2])) {
+        if (!parseDigit(part[3]))
             return false;
     } else if (colon) {
         return false;
@@ -209,7 +209,7 @@ bool TimeReader::takeZone()
     return true;
 }
 
-bool TimeReader::takeZoneName()
+bool TimeParser::skipZoneName()
 {
     char const* const begin = s_;
     for (;;) {
@@ -221,33 +221,33 @@ bool TimeReader::takeZoneName()
     }
 }
 
-bool TimeReader::takeEpoch()
+bool TimeParser::parseEpoch()
 {
     skipSpace();
     int digit;
-    if (!takeDigit(digit))
+    if (!parseDigit(digit))
         return false;
     time_t seconds = digit;
-    while (takeDigit(digit))
+    while (parseDigit(digit))
         if (__builtin_mul_overflow(seconds, 10, &seconds) ||
             __builtin_add_overflow(seconds, digit, &seconds))
             return false;
     return localtime_r(&seconds, &time_) != nullptr;
 }
 
-bool TimeReader::convert(uint32_t conversion, int depth)
+bool TimeParser::parseConversion(uint32_t conversion, int depth)
 {
     int value;
     switch (conversion) {
         case '%':
-            return takeLiteral('%');
+            return parseLiteral('%');
         case 'n':
         case 't':
             skipSpace();
             return true;
         case 'a':
         case 'A':
-            if (!takeWord(words_.days.data(), 14, value))
+            if (!parseWord(words_.days.data(), 14, value))
                 return false;
             time_.tm_wday = value % 7;
             haveDayOfWeek_ = true;
@@ -255,45 +255,45 @@ bool TimeReader::convert(uint32_t conversion, int depth)
         case 'b':
         case 'B':
         case 'h':
-            if (!takeWord(words_.months.data(), 24, value))
+            if (!parseWord(words_.months.data(), 24, value))
                 return false;
             time_.tm_mon = value % 12;
             haveMonth_ = true;
             return true;
         case 'c':
-            return read(WideFormat(words_.dateAndTime), depth + 1);
+            return parse(WideFormat(words_.dateAndTime), depth + 1);
         case 'x':
-            return read(WideFormat(words_.date), depth + 1);
+            return parse(WideFormat(words_.date), depth + 1);
         case 'X':
-            return read(WideFormat(words_.time), depth + 1);
+            return parse(WideFormat(words_.time), depth + 1);
         case 'r':
-            return read(WideFormat(words_.time12), depth + 1);
+            return parse(WideFormat(words_.time12), depth + 1);
         case 'D':
-            return read(WideFormat(U"%m/%d/%y"), depth + 1);
+            return parse(WideFormat(U"%m/%d/%y"), depth + 1);
         case 'F':
-            return read(WideFormat(U"%Y-%m-%d"), depth + 1);
+            return parse(WideFormat(U"%Y-%m-%d"), depth + 1);
         case 'R':
-            return read(WideFormat(U"%H:%M"), depth + 1);
+            return parse(WideFormat(U"%H:%M"), depth + 1);
         case 'T':
-            return read(WideFormat(U"%H:%M:%S"), depth + 1);
+            return parse(WideFormat(U"%H:%M:%S"), depth + 1);
         case 'C':
             haveYear_ = true;
-            return takeNumber(0, 99, century_);
+            return parseNumber(0, 99, century_);
         case 'y':
             haveYear_ = true;
             if (wholeYear_)  // the last conversion wins; without %C it is in 1969 to 2068
                 century_ = -1;
             wholeYear_ = false;
-            return takeNumber(0, 99, yearOfCentury_);
+            return parseNumber(0, 99, yearOfCentury_);
         case 'Y':
-            if (!takeNumber(0, 9999, value))
+            if (!parseNumber(0, 9999, value))
                 return false;
             haveYear_ = wholeYear_ = true;
             century_ = value / 100;
             yearOfCentury_ = value % 100;
             return true;
         case 'm':
-            if (!takeNumber(1, 12, value))
+            if (!parseNumber(1, 12, value))
                 return false;
             time_.tm_mon = value - 1;
             haveMonth_ = true;
@@ -301,62 +301,62 @@ bool TimeReader::convert(uint32_t conversion, int depth)
         case 'd':
         case 'e':
             haveDay_ = true;
-            return takeNumber(1, 31, time_.tm_mday);
+            return parseNumber(1, 31, time_.tm_mday);
         case 'j':
-            if (!takeNumber(1, 366, value))
+            if (!parseNumber(1, 366, value))
                 return false;
             time_.tm_yday = value - 1;
             haveDayOfYear_ = true;
             return true;
         case 'U':
         case 'W':
-            weekBegins_ = conversion == 'W' ? 1 : 0;
-            return takeNumber(0, 53, week_);
+            weekStart_ = conversion == 'W' ? 1 : 0;
+            return parseNumber(0, 53, week_);
         case 'w':
             haveDayOfWeek_ = true;
-            return takeNumber(0, 6, time_.tm_wday);
+            return parseNumber(0, 6, time_.tm_wday);
         case 'u':
-            if (!takeNumber(1, 7, value))
+            if (!parseNumber(1, 7, value))
                 return false;
             time_.tm_wday = value % 7;
             haveDayOfWeek_ = true;
             return true;
         case 'H':
         case 'k':
-            halfDay_ = false;
-            return takeNumber(0, 23, time_.tm_hour);
+            twelveHour_ = false;
+            return parseNumber(0, 23, time_.tm_hour);
         case 'I':
         case 'l':
-            if (!takeNumber(1, 12, value))
+            if (!parseNumber(1, 12, value))
                 return false;
             time_.tm_hour = value % 12;
-            halfDay_ = true;
+            twelveHour_ = true;
             return true;
         case 'p':
-            if (!takeWord(words_.halves.data(), 2, value))
-                return words_.halvesUnnamed;
-            afternoon_ = value == 1;
+            if (!parseWord(words_.amPm.data(), 2, value))
+                return words_.amPmUnnamed;
+            isPm_ = value == 1;
             return true;
         case 'M':
-            return takeNumber(0, 59, time_.tm_min);
+            return parseNumber(0, 59, time_.tm_min);
         case 'S':
-            return takeNumber(0, 61, time_.tm_sec);  // POSIX once allowed two leap seconds
+            return parseNumber(0, 61, time_.tm_sec);  // POSIX once allowed two leap seconds
         case 's':
-            return takeEpoch();
+            return parseEpoch();
         case 'z':
-            return takeZone();
+            return parseZone();
         case 'Z':
-            return takeZoneName();
+            return skipZoneName();
         default:
             return false;
     }
 }
 
 template <class Format>
-bool TimeReader::read(Format format, int depth)
+bool TimeParser::parse(Format format, int depth)
 {
-    constexpr int kDeepest = 3;  // a locale's format may use another one, but not itself
-    if (depth > kDeepest)
+    constexpr int kMaxDepth = 3;  // a locale's format may use another one, but not itself
+    if (depth > kMaxDepth)
         return false;
     for (;;) {
         uint32_t c;
@@ -369,7 +369,7 @@ bool TimeReader::read(Format format, int depth)
             continue;
         }
         if (c != '%') {
-            if (!takeLiteral(c))
+            if (!parseLiteral(c))
                 return false;
             continue;
         }
@@ -377,13 +377,13 @@ bool TimeReader::read(Format format, int depth)
             return false;
         if ((c == 'E' || c == 'O') && !format.next(c))
             return false;
-        if (!convert(c, depth))
+        if (!parseConversion(c, depth))
             return false;
     }
 }
 
 // Finds month and day from the day of the year.
-void TimeReader::setMonthAndDay(int year)
+void TimeParser::setMonthAndDay(int year)
 {
     int const* const start = kMonthStart[isLeap(year)];
     int month = 0;
@@ -394,9 +394,9 @@ void TimeReader::setMonthAndDay(int year)
     haveMonth_ = haveDay_ = true;
 }
 
-bool TimeReader::finish()
+bool TimeParser::deriveFields()
 {
-    if (halfDay_ && afternoon_)
+    if (twelveHour_ && isPm_)
         time_.tm_hour += 12;
     if (yearOfCentury_ >= 0 && century_ < 0)
         century_ = yearOfCentury_ < 69 ? 20 : 19;
@@ -409,8 +409,8 @@ bool TimeReader::finish()
     int const first = newYearsDay(year);
     bool const haveDate = haveMonth_ && haveDay_;
     if (!haveDate && !haveDayOfYear_ && week_ >= 0 && haveDayOfWeek_) {
-        int const firstWeek = (7 - (first - weekBegins_)) % 7;  // the first day of week 1
-        time_.tm_yday = firstWeek + (week_ - 1) * 7 + (time_.tm_wday - weekBegins_ + 7) % 7;
+        int const firstWeek = (7 - (first - weekStart_)) % 7;  // the first day of week 1
+        time_.tm_yday = firstWeek + (week_ - 1) * 7 + (time_.tm_wday - weekStart_ + 7) % 7;
         haveDayOfYear_ = true;
     }
     if (haveDayOfYear_ && (time_.tm_yday < 0 || time_.tm_yday >= kMonthStart[isLeap(year)][12]))
@@ -435,9 +435,9 @@ char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format
 {
     if (cs == nullptr || s == nullptr || format == nullptr || result == nullptr)
         return nullptr;
-    TimeReader reader(*cs, isTurkic(loc), loc == nullptr ? kEnglishWords : loc->words, s, *result);
-    if (!reader.read(CodesetFormat(*cs, format)) || !reader.finish())
+    TimeParser parser(*cs, isTurkic(loc), loc == nullptr ? kEnglishWords : loc->words, s, *result);
+    if (!parser.parse(CodesetFormat(*cs, format)) || !parser.deriveFields())
         return nullptr;
-    *result = reader.time();
-    return const_cast<char*>(reader.position());
+    *result = parser.time();
+    return const_cast<char*>(parser.position());
 }

@@ -11,7 +11,7 @@
 namespace qvr {
 
 // The result of decoding at one position.
-struct Step {
+struct DecodeResult {
     int length;      // of the character in bytes, or one of the two below
     uint32_t value;  // code point; meaningless without a character
 };
@@ -34,7 +34,7 @@ inline bool isContinuation(unsigned byte)
 // Decodes the character at `s`, of which `n` bytes (at least 1) may be read. The terminator is a
 // character like any other; nothing is read past it, because no other character contains a zero
 // byte.
-inline Step decodeUtf8(unsigned char const* s, size_t n)
+inline DecodeResult decodeUtf8(unsigned char const* s, size_t n)
 {
     unsigned const lead = s[0];
     if (lead < 0x80)
