@@ -96,6 +96,20 @@ struct Range {
 // A range of at most this length is never merge-sorted.
 constexpr int64_t kShortRange = 16;
 
+// Moves the element at slots[from[k]] to slots[k], for each k below `count`. Each cycle of the
+// permutation is a chain of swaps. Overwrites `from`.
+void permute(ZList_6_0& list, uint32_t const* slots, uint32_t* from, size_t count)
+{
+    for (size_t first = 0; first < count; ++first) {
+        size_t at = first;
+        while (from[at] != first) {
+            list.swap(slots[at], slots[from[at]]);
+            at = std::exchange(from[at], static_cast<uint32_t>(at));
+        }
+        from[at] = static_cast<uint32_t>(at);
+    }
+}
+
 // Merge-sorts a range that partitions do not divide. Nulls keep their index, elements that compare
 // equal keep their order. The comparator may change the list, so the merge works on indices and
 // moves the elements only after the last comparison.
@@ -155,15 +169,7 @@ void mergeSortRange(ZList_6_0& list, ZSortCompare_6_0 const& comparator, bool as
         std::swap(from, to);
     }
 
-    // Apply the permutation: element from[k] moves to slot k. Each cycle is a chain of swaps.
-    for (size_t first = 0; first < count; ++first) {
-        size_t at = first;
-        while (from[at] != first) {
-            list.swap(slots[at], slots[from[at]]);
-            at = std::exchange(from[at], static_cast<uint32_t>(at));
-        }
-        from[at] = static_cast<uint32_t>(at);
-    }
+    permute(list, slots, from, count);
 }
 
 // Sorts by quicksort. Sorts the smaller part of a partition first and keeps the larger one on a

@@ -44,6 +44,32 @@ int extend(int fd, unsigned long size, unsigned long length)
     return rc;
 }
 
+// Opens a file and returns a descriptor, or -1 with errno. Never returns 1 or 2: if the process has
+// closed its standard output or error, their output must not be written into the mapped file.
+int openForMapping(char const* name, int flags)
+{
+    int fd = open(name, flags, kCreateMode);
+    // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
+    // (fs.protected_regular), even to root.
+    if (fd < 0 && errno == EACCES && (flags & O_CREAT) != 0) {
+        fd = open(name, flags & ~O_CREAT);
+        if (fd < 0)
+            errno = EACCES;
+    }
+    return fd > STDIN_FILENO ? zmoveUp(fd) : fd;
+}
+
+// Maps the first `length` bytes of a file. Returns 0 and sets `address`, or returns an errno.
+int mapShared(int fd, unsigned long length, bool writable, void*& address)
+{
+    int const protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+    void* const mapped = mmap(nullptr, length, protection, MAP_SHARED, fd, 0);
+    if (mapped == MAP_FAILED)
+        return errno;
+    address = mapped;
+    return 0;
+}
+
 }  // namespace
 
 ZAbstractFileMap_6_0::ZAbstractFileMap_6_0(ZLCString_6_0 const& name, zmapmode mode, int reserved)
@@ -113,18 +139,7 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     int flags = (writable ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC;
     if (code == ENOENT && mode_ == readWrite)
         flags |= O_CREAT;
-    // If the process has closed descriptor 1 or 2, open() returns it. Output to standard output or
-    // standard error must not be written into the mapped file.
-    int fd = open(name_.getChars(), flags, kCreateMode);
-    // The kernel may refuse O_CREAT for an existing file of another user in a sticky directory
-    // (fs.protected_regular), even to root.
-    if (fd < 0 && errno == EACCES && (flags & O_CREAT) != 0) {
-        fd = open(name_.getChars(), flags & ~O_CREAT);
-        if (fd < 0)
-            errno = EACCES;
-    }
-    if (fd > STDIN_FILENO)
-        fd = zmoveUp(fd);
+    int const fd = openForMapping(name_.getChars(), flags);
     if (fd < 0) {
         code = errno;
         return nullptr;
@@ -149,14 +164,8 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
         else if (mode_ == readWrite && length_ > size)
             code = extend(fd, size, length_);
     }
-    if (code == 0) {
-        int const protection = writable ? PROT_READ | PROT_WRITE : PROT_READ;
-        address_ = mmap(nullptr, length_, protection, MAP_SHARED, fd, 0);
-        if (address_ == MAP_FAILED) {
-            address_ = nullptr;
-            code = errno;
-        }
-    }
+    if (code == 0)
+        code = mapShared(fd, length_, writable, address_);
     if (code != 0)
         unmapfile(&scratch);
     return address_;
