@@ -4,6 +4,7 @@ import fcntl
 import os
 import pathlib
 import pty
+import re
 import resource
 import signal
 import subprocess
@@ -816,36 +817,71 @@ class ZstzTest(tool.ToolTest):
 
     def test_a_value_that_looks_like_an_option(self):
         for arguments in (["listener", "name", "-verbose"], ["listener", "-name", "x"]):
-            self.expect_unchanged(USAGE, 'put -- before names and values that begin with "-"; see',
-                                  "set", self.file, *arguments)
+            self.expect_unchanged(USAGE, "; put -- before names and values that start with \"-\", or "
+                                  "run 'zstz set --help'\n", "set", self.file, *arguments)
         self.expect(DONE, "", "set", self.file, "--", "listener", "-name", "-verbose")
         self.expect(DONE, "-verbose\n", "get", self.file, "listener", "--", "-name")
 
     def test_an_unknown_verb(self):
-        verbs = "use one of " + ", ".join(VERBS)
+        remedy = "; run 'zstz --help' for a list\n"
         for verb in ("frobnicate", "Get", ""):
-            self.expect(USAGE, f'there is no verb "{verb}"; {verbs}', verb)
-        self.expect(USAGE, 'there is no verb "li?st"', "li\nst", self.file)
-        self.expect(USAGE, f'there is no option "-x"; {verbs}', "-x")
-        self.expect(USAGE, f"a verb is missing; {verbs}")
+            self.expect(USAGE, f'zstz: unknown command "{verb}"{remedy}', verb)
+        self.expect(USAGE, f'zstz: unknown command "li?st"{remedy}', "li\nst", self.file)
+        self.expect(USAGE, f'zstz: unknown option "-x"{remedy}', "-x")
+        self.expect(USAGE, f"zstz: missing command{remedy}")
+
+    def test_usage_errors_name_the_command_and_the_argument(self):
+        rows = (
+            (["get"], "FILE is required"),
+            (["get", "f", "s", "k", "y", "z"], 'unexpected argument "y"'),
+            (["get", "f", "s", "k", "--as", "colour"],
+             '--as: "colour" is not text, number or boolean'),
+            (["get", "f", "s", "k", "--as", "text", "--all"], "--all excludes --as"),
+            (["get", "", "s", "k"], "FILE: must not be empty"),
+            (["unset", "f", "s"], "KEY or --stanza is required"),
+            (["java", "f", "frob"], 'ACTION: "frob" is not get, set, list or check'),
+            (["java", "f", "list", "k"], 'unexpected argument "k"'),
+            *((["lock", "--read", "--wait", wait, "l", "--", "true"],
+               f'--wait: "{wait}" is not a number of seconds from 0 to 1000000000')
+              for wait in ("soon", "-1", "nan", "1e10")),
+        )
+        for arguments, problem in rows:
+            with self.subTest(arguments):
+                self.expect(USAGE, f"zstz: {arguments[0]}: {problem}; run 'zstz {arguments[0]} "
+                            "--help'\n", *arguments)
 
     def test_a_report_is_one_line(self):
         self.expect(NOT_FOUND, "[a?b]", "keys", self.file, "a\nb")
         self.expect(NO_ACCESS, "a?b", "list", "a\nb")
 
-    def test_help_goes_to_standard_output_with_an_example(self):
-        for verb in ((), *((v,) for v in VERBS)):
+    def test_help_lists_each_verb_once_with_its_arguments_and_purpose(self):
+        run = self.run_tool("--help")
+        self.assertEqual((DONE, ""), (run.returncode, run.stderr))
+        self.assertEqual(run.stdout, self.run_tool("-h").stdout)
+        lines = run.stdout.splitlines()
+        self.assertEqual(["Read and edit stanza configuration files.",
+                          "Usage: zstz COMMAND [OPTIONS] ..."], lines[:2])
+        self.assertLess(max(map(len, lines)), 100)
+        listed = []
+        for line in lines:
+            if re.match(r"  \S", line):
+                self.assertRegex(line, r"\A  [a-z]+ [A-Z].{20,26} [a-z].*[a-z]\Z")
+                self.assertRegex(line[31:], r"\A [a-z]")  # the purposes are aligned
+                listed.append(line.split()[0])
+        self.assertEqual(sorted(VERBS), sorted(listed))
+        self.assertEqual(["Read", "Edit", "Java property files", "Other"],
+                         re.findall(r"^([A-Z][A-Za-z ]+)$", run.stdout, re.M))
+        self.assertIn("\nExit status: 0 success, 1 not found, ", run.stdout)
+        self.assertTrue(run.stdout.endswith("zstz COMMAND --help\n"))
+
+    def test_help_of_a_verb_has_an_example(self):
+        for verb in VERBS:
             for flag in ("--help", "-h"):
                 with self.subTest(verb=verb, flag=flag):
-                    run = self.run_tool(*verb, flag)
+                    run = self.run_tool(verb, flag)
                     self.assertEqual((DONE, ""), (run.returncode, run.stderr))
-                    self.assertRegex(run.stdout, r"Example:\n  zstz ")
-                    for name in verb:
-                        self.assertIn(f"  zstz {name} ", run.stdout)
-        whole = self.run_tool("--help").stdout
-        for verb in VERBS:
-            self.assertRegex(whole, rf"(?m)^  {verb} ")
-        self.assertIn("Exit codes: 0 done", whole)
+                    self.assertRegex(run.stdout, rf"\A[A-Z][^\n]+\.\nUsage: zstz {verb} \[OPTIONS\] ")
+                    self.assertRegex(run.stdout, rf"Example:\n  zstz {verb} ")
         self.assertRegex(self.run_tool("set", "--help").stdout,
                          r"Example:\n  zstz set .*\n  zstz set .* --obfuscated <")
 

@@ -1,6 +1,7 @@
 // zstz: reads and edits stanza configuration files from the command line.
 //
 // This file parses the command line. commands.h declares the verbs; failures.h has the exit codes.
+#include <ctype.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <locale.h>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <functional>
 #include <sstream>
 
 #include "commands.h"
@@ -17,12 +20,37 @@
 
 namespace {
 
+constexpr double kMaxWait = 1e9;  // seconds
+
 // ---- The arguments of each verb ----------------------------------------------------------------
+
+// Returns a validator that accepts only the given words.
+template <size_t count>
+std::function<std::string(std::string const&)> oneOf(std::array<char const*, count> const& words)
+{
+    return [words](std::string const& text) -> std::string {
+        std::string list;
+        for (size_t i = 0; i < count; ++i) {
+            if (text == words[i])
+                return "";
+            list += std::string(i == 0 ? "" : i + 1 < count ? ", " : " or ") + words[i];
+        }
+        return quote(text) + " is not " + list;
+    };
+}
+
+std::string validateSeconds(std::string const& text)
+{
+    double seconds = 0;
+    bool const isValid =
+        CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= kMaxWait;
+    return isValid ? "" : quote(text) + " is not a number of seconds from 0 to 1000000000";
+}
 
 // An empty file, stanza or key name is a mistake, often an unset shell variable.
 std::string validateNotEmpty(std::string const& text)
 {
-    return text.empty() ? "it may not be empty" : "";
+    return text.empty() ? "must not be empty" : "";
 }
 
 CLI::Option* addText(CLI::App& verb, char const* name, std::string& text, char const* purpose)
@@ -57,32 +85,32 @@ CLI::Option* addKey(CLI::App& verb, Request& request)
 void addGet(CLI::App& verb, Request& request)
 {
     addKey(verb, request)->required();
-    CLI::Option* const all = verb.add_flag("--all", request.all, "print every value");
-    verb.add_option("--as", request.as, "print it as text, number or boolean (yes or no)")
-        ->check(CLI::IsMember({"text", "number", "boolean"}))
+    CLI::Option* const all = verb.add_flag("--all", request.all, "print every value, one per line");
+    verb.add_option("--as", request.as, "print the value as text, number or boolean (yes or no)")
+        ->check(oneOf<3>({"text", "number", "boolean"}), "")
         ->excludes(all);
 }
 
 void addReplace(CLI::App& verb, Request& request)
 {
     verb.add_flag("--replace", request.replace,
-                  "rename a new file over the old one, for programs that read it without a lock");
+                  "rename a new file over the old one, for readers that take no lock");
 }
 
 void addAdd(CLI::App& verb, Request& request)
 {
     addKey(verb, request)->required();
     addReplace(verb, request);
-    CLI::Option* const value = verb.add_option("VALUE", request.value, "the value");
+    CLI::Option* const value = verb.add_option("VALUE", request.value, "value of the key");
     verb.add_flag("--obfuscated", request.obfuscated,
-                  "keep the value out of the file; it is read from standard input")
+                  "keep the value out of the file and read it from standard input")
         ->excludes(value);
 }
 
 void addSet(CLI::App& verb, Request& request)
 {
     addAdd(verb, request);
-    verb.add_flag("--all", request.all, "replace several values by this one");
+    verb.add_flag("--all", request.all, "replace all values if the key has more than one");
 }
 
 void checkValue(CLI::App const& verb, Request const& request)
@@ -96,7 +124,7 @@ void addUnset(CLI::App& verb, Request& request)
     CLI::Option* const key = addKey(verb, request);
     addReplace(verb, request);
     CLI::Option* const all =
-        verb.add_flag("--all", request.all, "remove the key although it has several values");
+        verb.add_flag("--all", request.all, "remove the key even if it has more than one value");
     verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")
         ->excludes(key)
         ->excludes(all);
@@ -119,11 +147,11 @@ void addJava(CLI::App& verb, Request& request)
     addText(verb, "FILE", request.file, "Java property file")->required();
     verb.add_option("ACTION", request.action, "get, set, list or check")
         ->required()
-        ->check(CLI::IsMember({"get", "set", "list", "check"}));
-    verb.add_option("KEY", request.key, "name of the key, of get and set");
-    verb.add_option("VALUE", request.value, "the value, of set");
+        ->check(oneOf<4>({"get", "set", "list", "check"}), "");
+    verb.add_option("KEY", request.key, "name of the key, for get and set");
+    verb.add_option("VALUE", request.value, "value of the key, for set");
     verb.add_flag("--drop-comments", request.dropComments,
-                  "set the value although storing drops the comments");
+                  "set the value even if the comments of the file are lost");
 }
 
 void checkJava(CLI::App const& verb, Request const& request)
@@ -144,11 +172,10 @@ void addConvert(CLI::App& verb, Request& request)
 {
     addFileAndStanza(verb, request);
     CLI::Option* const from =
-        addText(verb, "--from", request.javaFrom, "make the stanza of this Java file");
-    addText(verb, "--to", request.javaTo, "make this Java file of the stanza")->excludes(from);
-    verb.add_flag("--drop-comments", request.dropComments, "do without the comments");
-    verb.add_flag("--overwrite", request.overwrite,
-                  "replace the stanza, or the Java file, that is there");
+        addText(verb, "--from", request.javaFrom, "create the stanza from this Java file");
+    addText(verb, "--to", request.javaTo, "create this Java file from the stanza")->excludes(from);
+    verb.add_flag("--drop-comments", request.dropComments, "convert even if comments are lost");
+    verb.add_flag("--overwrite", request.overwrite, "replace an existing stanza or Java file");
 }
 
 void checkConvert(CLI::App const&, Request const& request)
@@ -161,18 +188,21 @@ void addLock(CLI::App& verb, Request& request)
 {
     addText(verb, "NAME", request.lockName, "name of the lock; its file is DIR/._zplNAME")
         ->required();
-    verb.add_option("COMMAND", request.command, "behind --: what to run, and its arguments");
-    CLI::Option* const read =
-        verb.add_flag("--read", request.read, "share the lock with other readers");
+    verb.add_option("COMMAND", request.command, "after --: the command to run, with its arguments");
+    CLI::Option* const read = verb.add_flag(
+        "--read", request.read, "lock for reading; other readers may hold the lock too");
     CLI::Option* const write =
         verb.add_flag("--write", request.write,
-                      "be alone, and raise the sequence number when the command has ended")
+                      "lock exclusively, and increment the sequence number afterwards")
             ->excludes(read);
-    addText(verb, "--dir", request.lockDir, "folder of the lock file, else the working one");
+    addText(verb, "--dir", request.lockDir,
+            "directory of the lock file; default: the working directory");
     CLI::Option* const wait =
-        verb.add_option("--wait", request.wait, "seconds to wait for the lock, else fail at once")
-            ->check(CLI::Range(0.0, 1e9));
-    verb.add_flag("--show", request.show, "print file, state and sequence number; run nothing")
+        verb.add_option("--wait", request.wait,
+                        "seconds to wait for the lock; default: fail immediately")
+            ->check(validateSeconds, "");
+    verb.add_flag("--show", request.show,
+                  "print the lock file, state and sequence number; run no command")
         ->excludes(read)
         ->excludes(write)
         ->excludes(wait);
@@ -198,59 +228,78 @@ void addHexdump(CLI::App& verb, Request& request)
 // ---- The verbs ---------------------------------------------------------------------------------
 
 struct Verb {
+    char const* group;  // heading of the first verb in a group, else null
     char const* name;
+    char const* arguments;
     char const* purpose;
     char const* example;  // one command per line
     void (*add)(CLI::App&, Request&);
-    void (*check)(CLI::App const&, Request const&);  // what CLI11 cannot express; may be null
+    void (*check)(CLI::App const&, Request const&);  // beyond the checks of CLI11; may be null
     int (*run)(Request const&);
 };
 
+// In the order of the help text.
 constexpr Verb kVerbs[] = {
-    {"get", "prints the value of a key, the last one when it has several",
+    {"Read", "get", "FILE STANZA KEY", "print the last value of a key; --all prints every value",
      "zstz get /etc/gateway.conf listener port", addGet, nullptr, runGet},
-    {"set", "makes a value the only one of a key; makes stanza and key when they are missing",
+    {nullptr, "list", "FILE [STANZA]",
+     "print stanzas, keys and values; obfuscated values are masked",
+     "zstz list /etc/gateway.conf listener", addList, nullptr, runList},
+    {nullptr, "stanzas", "FILE", "print the stanza names", "zstz stanzas /etc/gateway.conf",
+     addFile, nullptr, runStanzas},
+    {nullptr, "keys", "FILE STANZA", "print the key names of a stanza",
+     "zstz keys /etc/gateway.conf listener", addFileAndStanza, nullptr, runKeys},
+    {nullptr, "check", "FILE...", "validate files and count their stanzas, keys and values",
+     "zstz check /etc/gateway.conf", addFiles, nullptr, runCheck},
+    {"Edit", "set", "FILE STANZA KEY VALUE",
+     "set a key to a single value; creates the stanza and the key",
      "zstz set /etc/gateway.conf listener port 8443\n"
      "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
      addSet, checkValue, runSet},
-    {"add", "adds a value to those of a key, unless it has an equal one",
+    {nullptr, "add", "FILE STANZA KEY VALUE", "add a value, unless the key already has it",
      "zstz add /etc/gateway.conf listener address 10.0.0.7", addAdd, checkValue, runAdd},
-    {"unset", "removes a key with all its values, or a stanza with all its keys",
+    {nullptr, "unset", "FILE STANZA KEY", "remove a key; --stanza removes the whole stanza",
      "zstz unset /etc/gateway.conf listener motd\n"
      "zstz unset /etc/gateway.conf listener port --all\n"
      "zstz unset /etc/gateway.conf upstream --stanza",
      addUnset, checkUnset, runUnset},
-    {"stanzas", "prints the names of the stanzas", "zstz stanzas /etc/gateway.conf", addFile,
-     nullptr, runStanzas},
-    {"keys", "prints the names of the keys of a stanza", "zstz keys /etc/gateway.conf listener",
-     addFileAndStanza, nullptr, runKeys},
-    {"list", "prints stanzas, keys and values; obfuscated values are masked",
-     "zstz list /etc/gateway.conf listener", addList, nullptr, runList},
-    {"check", "says whether files can be read, and what is in them", "zstz check /etc/gateway.conf",
-     addFiles, nullptr, runCheck},
-    {"java", "reads and changes Java property files: get KEY, set KEY VALUE, list, check",
+    {"Java property files", "java", "FILE ACTION [KEY VALUE]", "get, set, list or check",
      "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
      "zstz java app.properties list",
      addJava, checkJava, runJava},
-    {"convert",
-     "makes a stanza of a Java property file, or the other way round; refuses what would be lost",
+    {nullptr, "convert", "FILE STANZA", "convert a stanza --from or --to a Java property file",
      "zstz convert /etc/gateway.conf app --from app.properties\n"
      "zstz convert /etc/gateway.conf app --to app.properties",
      addConvert, checkConvert, runConvert},
-    {"lock",
-     "runs a command under a process lock, and ends as it does; or shows who holds the lock",
+    {"Other", "lock", "NAME -- COMMAND...",
+     "run a command under a process lock; --show prints its state",
      "zstz lock --write --dir /run/gateway --wait 10 routes -- make -C /etc/gateway routes\n"
      "zstz lock --read routes -- cat routes.conf\nzstz lock --show --dir /run/gateway routes",
      addLock, checkLock, runLock},
-    {"hexdump",
-     "prints the bytes of files as a hexadecimal dump: offset, bytes, and a column of characters",
+    {nullptr, "hexdump", "FILE...", "print files as a hex dump",
      "zstz hexdump /etc/gateway.conf.obf\nhead -c 64 /dev/urandom | zstz hexdump -", addHexdump,
      nullptr, runHexdump},
 };
 
-constexpr char kExitCodes[] =
-    "Exit codes: 0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write,\n"
-    "5 locked by another process, 6 invalid value, 7 change refused, 9 internal";
+std::string formatHelp()
+{
+    constexpr size_t kPurposeColumn = 32;
+    std::string help =
+        "Read and edit stanza configuration files.\n"
+        "Usage: zstz COMMAND [OPTIONS] ...\n"
+        "       zstz --help | --version\n\n";
+    for (Verb const& verb : kVerbs) {
+        if (verb.group != nullptr)
+            help += std::string(verb.group) + '\n';
+        std::string line = std::string("  ") + verb.name + ' ' + verb.arguments;
+        line.resize(kPurposeColumn, ' ');
+        help += line + verb.purpose + '\n';
+    }
+    return help +
+           "\nExit status: 0 success, 1 not found, 2 usage, 3 invalid file, 4 I/O error, 5 "
+           "locked,\n"
+           "6 invalid value, 7 change refused, 9 internal error. Examples: zstz COMMAND --help\n";
+}
 
 Verb const& findVerb(CLI::App const& app)
 {
@@ -271,32 +320,31 @@ std::string formatExamples(char const* commands)
     return text;
 }
 
-std::string verbNames()
-{
-    std::string names;
-    for (Verb const& verb : kVerbs)
-        names += std::string(names.empty() ? "" : ", ") + verb.name;
-    return names;
-}
-
 // Describes a missing or unknown verb.
 Failure describeVerb(int argc, char const* const* argv)
 {
     std::string const problem =
-        argc < 2
-            ? "a verb is missing"
-            : (argv[1][0] == '-' ? "there is no option " : "there is no verb ") + quote(argv[1]);
-    return {exitUsage, problem + "; use one of " + verbNames() + ", and see zstz --help"};
+        argc < 2 ? "missing command"
+                 : (argv[1][0] == '-' ? "unknown option " : "unknown command ") + quote(argv[1]);
+    return {exitUsage, problem + "; run 'zstz --help' for a list"};
 }
 
 int reportUsageError(CLI::App const& app, CLI::ParseError const& e)
 {
-    std::string text = e.what();
-    if (dynamic_cast<CLI::ExtrasError const*>(&e) != nullptr && text.find(": -") != text.npos)
-        text += "; put -- before names and values that begin with \"-\"";
-    auto const verbs = app.get_subcommands();
-    std::string const verb = verbs.empty() ? "" : " " + verbs.front()->get_name();
-    return report({exitUsage, text + "; see zstz" + verb + " --help"});
+    CLI::App const& sub = *app.get_subcommands().front();
+    std::string const verb = sub.get_name();
+    std::string problem = e.what();
+    std::string remedy;
+    if (dynamic_cast<CLI::ExtrasError const*>(&e) != nullptr) {
+        std::vector<std::string> const extras = sub.remaining();
+        std::string const argument =
+            extras.empty() ? problem.substr(problem.find(": ") + 2) : extras.front();
+        problem = "unexpected argument " + quote(argument);
+        if (argument.starts_with('-'))
+            remedy = "put -- before names and values that start with \"-\", or ";
+    }
+    return report(
+        {exitUsage, verb + ": " + problem + "; " + remedy + "run 'zstz " + verb + " --help'"});
 }
 
 // Sets QVRDIR to the tables of the text services that are installed with the tool, unless QVRDIR is
@@ -339,16 +387,19 @@ int main(int argc, char** argv)
     setlocale(LC_CTYPE, "");
     Request request;
     request.hasSetTablesVariable = setTablesVariable();
-    CLI::App app("Reads and edits stanza configuration files.", "zstz");
+    CLI::App app("", "zstz");
     app.require_subcommand(1);
+    app.set_help_flag("-h,--help", "print this help");
     app.set_version_flag("--version", "zstz 6.0");
-    app.get_formatter()->label("SUBCOMMAND", "VERB");
-    app.footer(std::string("Example:\n  zstz list /etc/gateway.conf\n\n") + kExitCodes);
     for (Verb const& verb : kVerbs) {
-        CLI::App& sub = *app.add_subcommand(verb.name, verb.purpose)->group("Verbs");
+        std::string purpose = std::string(verb.purpose) + '.';
+        purpose[0] = static_cast<char>(toupper(static_cast<unsigned char>(purpose[0])));
+        CLI::App& sub = *app.add_subcommand(verb.name, purpose);
         sub.footer(formatExamples(verb.example));
         verb.add(sub, request);
     }
+    app.formatter_fn(
+        [](CLI::App const*, std::string const&, CLI::AppFormatMode) { return formatHelp(); });
 
     try {
         int code = exitDone;
