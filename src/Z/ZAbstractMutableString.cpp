@@ -28,11 +28,11 @@ constexpr char kSource[] = "src/Z/ZAbstractMutableString";
 enum RaiseSite { raiseInBump = 436, raiseInCharacterLength = 512 };
 
 constexpr size_t kMaxLength = 0xFFFFFFFE;  // 32 bits, less one byte for the terminator
-constexpr size_t kForeign = SIZE_MAX;
-constexpr size_t kLongestCharacter = CharacterSet::kLongestCharacter;
+constexpr size_t kOutside = SIZE_MAX;
+constexpr size_t kMaxCharacterSize = ztext::CharacterSet::kMaxCharacterSize;
 
 // Below this size a growing buffer doubles. realloc() moves larger blocks without copying.
-constexpr size_t kDoubledRoom = 1 << 20;
+constexpr size_t kDoublingLimit = 1 << 20;
 
 // Returns the new capacity if `required` bytes do not fit.
 size_t grownCapacity(size_t required, bool exact)
@@ -52,12 +52,11 @@ char* allocate(void* block, size_t room)
     return static_cast<char*>(grown);
 }
 
-// Returns the offset of `bytes` in the `room` + 1 bytes at `text`, kForeign if it is not inside
-// them.
+// Returns the offset of `bytes` in the `room` + 1 bytes at `text`, kOutside if it is not in them.
 size_t offsetIn(char const* text, size_t room, char const* bytes)
 {
     auto const offset = reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(text);
-    return offset <= room ? offset : kForeign;
+    return offset <= room ? offset : kOutside;
 }
 
 bool isSpace(char c)
@@ -71,7 +70,7 @@ size_t characterLength(qvr_cs const* cs, char const* text, size_t left)
     if (left == 0 || *text == 0)
         return 0;
     int const length = zmblen_6_0(cs, text, left);
-    if (length < 1 || static_cast<size_t>(length) > std::min(left, kLongestCharacter))
+    if (length < 1 || static_cast<size_t>(length) > std::min(left, kMaxCharacterSize))
         ZQVRMBLenException_6_0().throwException(kSource, raiseInCharacterLength);
     return static_cast<size_t>(length);
 }
@@ -79,7 +78,7 @@ size_t characterLength(qvr_cs const* cs, char const* text, size_t left)
 // The functions below build their result in a ZLCString_6_0, whatever the codeset: it is a buffer
 // that frees itself.
 
-void addTo(CharacterSet& set, char const* character, size_t length)
+void addTo(ztext::CharacterSet& set, char const* character, size_t length)
 {
     if (!set.add(character, length))
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
@@ -150,7 +149,7 @@ void ZAbstractMutableString_6_0::grow(size_t required, bool exact)
     size_t const capacity = grownCapacity(required, exact);
     if (capacity > room_) {
         bool const inside = text_ == inline_;
-        bool const doubles = !exact && (!inside || length_ > 0) && room_ < kDoubledRoom;
+        bool const doubles = !exact && (!inside || length_ > 0) && room_ < kDoublingLimit;
         size_t const room = doubles ? std::max<size_t>(capacity, size_t{2} * room_) : capacity;
         char* const text = allocate(inside ? nullptr : text_, room);
         if (inside)
@@ -184,7 +183,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::appendLong(char const* b
 {
     size_t const own = offsetIn(text_, room_, bytes);
     bump(length_ + n, false);
-    memmove(text_ + length_, own == kForeign ? bytes : text_ + own, n);
+    memmove(text_ + length_, own == kOutside ? bytes : text_ + own, n);
     end(length_ + n);
     return *this;
 }
@@ -281,7 +280,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replace(char const* text
     qvr_cs const* const cs = getCodesetHandle();
     // In UTF-8 valid text occurs only at character boundaries.
     auto const find = [&](char const* from) -> char const* {
-        return cs == utf8_handle_ ? findText(from, text) : zstrstr_6_0(cs, from, text);
+        return cs == utf8_handle_ ? ztext::findText(from, text) : zstrstr_6_0(cs, from, text);
     };
 
     size_t const textLength = strlen(text);
@@ -386,7 +385,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::prepend(char const* text
     size_t const own = offsetIn(old, room_, text);
     if (target == old) {
         memmove(old + n, old, length_);
-        memmove(old, own == kForeign ? text : text + n, n);
+        memmove(old, own == kOutside ? text : text + n, n);
     } else {
         memmove(target, text, n);
         memcpy(target + n, old, length_);
@@ -408,7 +407,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::insert(unsigned int pos,
     size_t const own = offsetIn(text_, room_, text);
     bump(length_ + n, false);
     memmove(text_ + pos + n, text_ + pos, length_ - pos);
-    if (own == kForeign) {
+    if (own == kOutside) {
         memcpy(text_ + pos, text, n);
     } else {
         // `text` is part of this string: its bytes from `pos` on have just moved by n.
@@ -456,7 +455,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceNoneOf(
     if (set == nullptr || replacement == nullptr)
         return *this;
     qvr_cs const* const cs = getCodesetHandle();
-    CharacterSet kept;
+    ztext::CharacterSet kept;
     size_t left = strlen(set);
     while (size_t const step = characterLength(cs, set, left)) {
         addTo(kept, set, step);
@@ -468,7 +467,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceNoneOf(
     characters.reset();
     while (characters.hasMore()) {
         ZAbstractMutableString_6_0 const& character = *characters.getNext();
-        if (kept.has(character.text_, character.length_))
+        if (kept.contains(character.text_, character.length_))
             result.append(character.text_, character.length_);
         else
             result.append(replacement);
@@ -483,7 +482,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAllOf(ZStringIter
 {
     if (replacement == nullptr)
         return *this;
-    CharacterSet replaced;
+    ztext::CharacterSet replaced;
     set.reset();
     if (!set.hasMore())
         return *this;
@@ -496,7 +495,7 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::replaceAllOf(ZStringIter
     ZLCString_6_0 result;
     size_t at = 0;
     while (size_t const step = characterLength(cs, text_ + at, length_ - at)) {
-        if (replaced.has(text_ + at, step))
+        if (replaced.contains(text_ + at, step))
             result.append(replacement);
         else
             result.append(text_ + at, static_cast<unsigned int>(step));

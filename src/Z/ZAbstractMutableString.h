@@ -293,13 +293,13 @@ private:
     // Returns whether two blocks of `n` bytes are equal. Most keys and names are one to two words
     // long: two words that may overlap are compared without a call. The branch favours longer
     // blocks, for which a jump would cost more.
-    static bool areSame(char const* one, char const* other, size_t n)
+    static bool areSame(char const* a, char const* b, size_t n)
     {
         constexpr size_t kWord = sizeof(uint64_t);
         size_t const last = n - kWord;  // start of the second word
         if (__builtin_expect(last <= kWord, 0))
-            return ((word(one) ^ word(other)) | (word(one + last) ^ word(other + last))) == 0;
-        return memcmp(one, other, n) == 0;
+            return ((word(a) ^ word(b)) | (word(a + last) ^ word(b + last))) == 0;
+        return memcmp(a, b, n) == 0;
     }
     static uint64_t word(char const* at)
     {

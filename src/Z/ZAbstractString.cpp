@@ -153,7 +153,7 @@ bool ZAbstractString_6_0::contains(int c) const
 
 bool ZAbstractString_6_0::contains(char const* text) const
 {
-    return text != nullptr && findText(getChars(), text) != nullptr;
+    return text != nullptr && ztext::findText(getChars(), text) != nullptr;
 }
 
 int ZAbstractString_6_0::indexOf(int c, unsigned int from) const
@@ -168,7 +168,7 @@ int ZAbstractString_6_0::indexOf(char const* text, unsigned int from) const
     if (text == nullptr)
         return -1;
     char const* const chars = getChars();
-    char const* const found = findText(chars + std::min(from, getLength()), text);
+    char const* const found = ztext::findText(chars + std::min(from, getLength()), text);
     return found == nullptr ? -1 : position(static_cast<size_t>(found - chars));
 }
 
@@ -207,8 +207,8 @@ int ZAbstractString_6_0::lastIndexOf(char const* text) const
 
     size_t const step = strlen(text);
     char const* last = nullptr;
-    for (char const* found = findText(chars, text); found != nullptr;
-         found = findText(found + step, text))
+    for (char const* found = ztext::findText(chars, text); found != nullptr;
+         found = ztext::findText(found + step, text))
         last = found;
     return last == nullptr ? -1 : position(static_cast<size_t>(last - chars));
 }

@@ -57,7 +57,7 @@ void addPortable(Sums& sums, unsigned char const* buf, size_t len)
 
 // Returns whether the processor has AVX2 and the system saves its registers.
 // __builtin_cpu_supports() would add code that runs when the library is loaded.
-bool askForAvx2()
+bool detectAvx2()
 {
     unsigned int a, b, c, d;
     if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0)
@@ -75,7 +75,7 @@ bool hasAvx2()
     static std::atomic<Answer> known{unknown};
     Answer answer = known.load(std::memory_order_relaxed);
     if (answer == unknown) {
-        answer = askForAvx2() ? yes : no;
+        answer = detectAvx2() ? yes : no;
         known.store(answer, std::memory_order_relaxed);
     }
     return answer == yes;

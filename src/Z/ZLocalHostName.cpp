@@ -19,7 +19,7 @@ enum RaiseSite { raiseInAllocate = 40, reportHostName = 52, reportHostByName = 6
 using enum zreporting::Message;
 
 constexpr size_t kNameSize = 256;            // bytes; buffer for gethostname()
-constexpr size_t kLargestAnswer = 1u << 20;  // bytes; far above any resolver's result
+constexpr size_t kMaxResultSize = 1u << 20;  // bytes; far above any resolver's result
 
 }  // namespace
 
@@ -34,15 +34,15 @@ ZLCString_6_0 ZLocalHostName_6_0::getLocalHostName()
     name[kNameSize - 1] = '\0';  // a truncated name has no terminator
 
     // The reentrant lookup: gethostbyname() returns a buffer that all threads share.
-    for (size_t size = 1024; size <= kLargestAnswer; size *= 2) {
-        zmemory::OwnedBlock<char> answer;
-        answer.resize(size, kSource, raiseInAllocate);
+    for (size_t size = 1024; size <= kMaxResultSize; size *= 2) {
+        zmemory::OwnedBlock<char> buffer;
+        buffer.resize(size, kSource, raiseInAllocate);
         hostent entry;
         hostent* found = nullptr;
         int resolverError = 0;
         errno = 0;
         int const rc =
-            gethostbyname_r(name.data(), &entry, answer.data(), size, &found, &resolverError);
+            gethostbyname_r(name.data(), &entry, buffer.data(), size, &found, &resolverError);
         if (rc == ERANGE)
             continue;
         if (found != nullptr)

@@ -47,8 +47,8 @@ public:
     bool accepts(char const* character, size_t length)
     {
         if (length == 1)
-            return occurring_.has(character, 1);
-        if (length > CharacterSet::kLongestCharacter)
+            return occurring_.contains(character, 1);
+        if (length > ztext::CharacterSet::kMaxCharacterSize)
             return occurs(character, length);
         Progress& progress = progress_[length];
         if (progress.searches < kFewSearches) {
@@ -59,7 +59,7 @@ public:
             progress.tried = true;
             progress.filled = addAllOf(length);
         }
-        return progress.filled ? occurring_.has(character, length) : occurs(character, length);
+        return progress.filled ? occurring_.contains(character, length) : occurs(character, length);
     }
 
 private:
@@ -86,8 +86,8 @@ private:
     }
 
     char const* const delimiters_;
-    CharacterSet occurring_;
-    Progress progress_[CharacterSet::kLongestCharacter + 1];
+    ztext::CharacterSet occurring_;
+    Progress progress_[ztext::CharacterSet::kMaxCharacterSize + 1];
 };
 
 // A tokenizer's own delimiters: a string and the test for it. The string never changes.

@@ -17,34 +17,34 @@ constexpr int kBytesPerLine = 16;
 constexpr int kBytesPerGroup = 8;
 // "\n", at most 8 digits and a space, two spaces between groups, three characters per byte, "  *",
 // the column and "*".
-constexpr size_t kMostPerLine = 1 + 8 + 1 + 2 + 3 * kBytesPerLine + 3 + kBytesPerLine + 1;
+constexpr size_t kMaxLineSize = 1 + 8 + 1 + 2 + 3 * kBytesPerLine + 3 + kBytesPerLine + 1;
 
 // The largest buffer: holds the dump of some 200,000 bytes. A dump takes five times as much memory
 // as its data.
-constexpr size_t kMostAtOnce = 1 << 20;
+constexpr size_t kMaxBufferSize = 1 << 20;
 
 constexpr char kDigits[] = "0123456789abcdef";
 
 // The lock that keeps dumps apart: created by the first dump, never destroyed.
 pthread_once_t utl_once = PTHREAD_ONCE_INIT;
-alignas(ZLock_6_0) unsigned char home[sizeof(ZLock_6_0)];
+alignas(ZLock_6_0) unsigned char lockStorage[sizeof(ZLock_6_0)];
 ZLock_6_0* res_;
 
 void makeLock()
 {
-    res_ = new (home) ZLock_6_0;
+    res_ = new (lockStorage) ZLock_6_0;
 }
 
 // The buffer of a dump: large enough for all of it, so that it is written in one call, unless it is
 // very long. Without memory it holds one line.
 class Output {
 public:
-    Output(FILE* stream, size_t most) : stream_(stream), room_(std::min(most, kMostAtOnce))
+    Output(FILE* stream, size_t size) : stream_(stream), capacity_(std::min(size, kMaxBufferSize))
     {
-        text_ = static_cast<char*>(malloc(room_));
+        text_ = static_cast<char*>(malloc(capacity_));
         if (text_ == nullptr) {
             text_ = line_;
-            room_ = sizeof line_;
+            capacity_ = sizeof line_;
         }
     }
     Output(Output const&) = delete;
@@ -57,10 +57,10 @@ public:
 
     void add(char const* bytes, size_t count)
     {
-        while (count > room_ - used_) {
-            size_t const part = room_ - used_;
+        while (count > capacity_ - used_) {
+            size_t const part = capacity_ - used_;
             memcpy(text_ + used_, bytes, part);
-            used_ = room_;
+            used_ = capacity_;
             flush();
             bytes += part;
             count -= part;
@@ -69,14 +69,14 @@ public:
         used_ += count;
     }
 
-    // Returns space for a line; took() accounts for the bytes written there.
+    // Returns space for a line; commit() accounts for the bytes written there.
     char* line()
     {
-        if (room_ - used_ < kMostPerLine)
+        if (capacity_ - used_ < kMaxLineSize)
             flush();
         return text_ + used_;
     }
-    void took(char const* end) { used_ = static_cast<size_t>(end - text_); }
+    void commit(char const* end) { used_ = static_cast<size_t>(end - text_); }
 
     void flush()
     {
@@ -87,9 +87,9 @@ public:
 
 private:
     FILE* const stream_;
-    char line_[kMostPerLine];
+    char line_[kMaxLineSize];
     char* text_;
-    size_t room_;
+    size_t capacity_;
     size_t used_ = 0;
 };
 
@@ -103,7 +103,7 @@ char* putOffset(char* to, unsigned offset)
     return to;
 }
 
-char shown(unsigned char byte)
+char printable(unsigned char byte)
 {
     // KEPT: bytes 127 to 253 are written verbatim. A reader of dumps of local text would see dots
     // instead otherwise.
@@ -126,7 +126,7 @@ char* putLine(char* to, unsigned offset, unsigned char const* data, int count)
         if (i < count) {
             *to++ = kDigits[data[i] >> 4];
             *to++ = kDigits[data[i] & 0xF];
-            column[i] = shown(data[i]);
+            column[i] = printable(data[i]);
         } else {
             *to++ = ' ';
             *to++ = ' ';
@@ -147,7 +147,7 @@ void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char con
     ZCancelGuard const uncancelled;
     size_t const lines = length > 0 ? (static_cast<size_t>(length) + 15) / kBytesPerLine : 0;
     size_t const titleLength = title != nullptr ? strlen(title) : 0;
-    Output output(stream != nullptr ? stream : stderr, lines * kMostPerLine + titleLength + 4);
+    Output output(stream != nullptr ? stream : stderr, lines * kMaxLineSize + titleLength + 4);
     if (title != nullptr) {
         output.add("\n\t", 2);
         output.add(title, titleLength);
@@ -155,8 +155,8 @@ void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char con
     }
     for (int at = 0; at < length; at += kBytesPerLine) {
         int const left = length - at;
-        output.took(putLine(output.line(), static_cast<unsigned>(at), data + at,
-                            left < kBytesPerLine ? left : kBytesPerLine));
+        output.commit(putLine(output.line(), static_cast<unsigned>(at), data + at,
+                              left < kBytesPerLine ? left : kBytesPerLine));
         if (left <= kBytesPerLine)
             break;  // one more step could overflow an int
     }

@@ -23,7 +23,7 @@ namespace {
 constexpr char kSource[] = "src/Z/zqvrutil";
 constexpr char kDefaultDir[] = "/opt/Tarsenna/nls/QVR";
 constexpr char kUTF8[] = "UTF8";
-constexpr size_t kMostBytesPerCharacter = 4;
+constexpr size_t kMaxBytesPerCharacter = 4;
 
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseWithoutDirectory = 125, raiseWithoutCodeset = 129 };
@@ -36,7 +36,7 @@ char localeName[512];       // canonical; published by localeKnown
 char localCodesetName[32];  // published by codesetKnown
 std::atomic<bool> localeKnown;
 std::atomic<bool> codesetKnown;
-std::atomic<int> longestCharacter;  // in bytes, of the locale
+std::atomic<int> maxCharacterSize;  // in bytes, of the locale
 std::atomic<qvr_loc_t> localeHandle;
 std::atomic<qvr_cs_t> localHandle;
 std::atomic<qvr_cs_t> utf8Handle;
@@ -86,7 +86,7 @@ void zonce_init()
     // A cancelled thread would leave the state half-initialised for the others.
     ZCancelGuard const uncancelled;
     setlocale(LC_ALL, "");
-    longestCharacter.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
+    maxCharacterSize.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);
     // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
     // unset.
@@ -140,7 +140,7 @@ void commonInit()
 }
 
 // Initialises, or reports the failure.
-bool initialised()
+bool initialise()
 {
     ReportingScope const scope;
     try {
@@ -157,7 +157,7 @@ qvr_cs_t handleOrAbort(std::atomic<qvr_cs_t> const& handle)
     qvr_cs_t const made = handle.load(std::memory_order_acquire);
     if (made != nullptr || reporting)
         return made;
-    if (!initialised())
+    if (!initialise())
         abort();
     return handle.load(std::memory_order_acquire);
 }
@@ -190,14 +190,14 @@ qvr_cs_t zgetUTF8Handle_6_0()
 char const* zgetLocalCodesetName_6_0()
 {
     if (localCodesetNameIfKnown() == nullptr && !reporting)
-        initialised();
+        initialise();
     return localCodesetNameIfKnown();
 }
 
 char const* zgetlocale_6_0()
 {
     if (localeNameIfKnown() == nullptr && !reporting)
-        initialised();
+        initialise();
     return localeNameIfKnown();
 }
 
@@ -213,7 +213,7 @@ int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)
     // the terminator itself does not notice; one that steps past it would.
     // Test: zqvrutil.KeepsLengthOneInSingleByteLocales
     if (cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
-        longestCharacter.load(std::memory_order_relaxed) == 1)
+        maxCharacterSize.load(std::memory_order_relaxed) == 1)
         return 1;
     return qvr_mblen(cs, s, n);
 }
@@ -355,7 +355,7 @@ size_t zstrcount_6_0(qvr_cs_t cs, char const* s)
         }
         // A character that the terminator truncates is invalid either way; bytes past the
         // terminator may be unreadable.
-        int const length = zmblen_6_0(cs, at, strnlen(at, kMostBytesPerCharacter));
+        int const length = zmblen_6_0(cs, at, strnlen(at, kMaxBytesPerCharacter));
         if (length <= 0)
             break;
         at += length;

@@ -13,13 +13,15 @@
 
 #include "qvr.h"
 
+namespace ztext {
+
 // Single bytes are in a table of flags. A longer character is stored as an integer: at most eight
 // bytes, none of them zero, padded with zeros, so the integer is unique. Integers are in a hash
 // table with open addressing. The hash is multiplicative with a random factor per process: no input
 // can be crafted to collide.
 class CharacterSet {
 public:
-    static constexpr size_t kLongestCharacter = qvrMbLenMax;
+    static constexpr size_t kMaxCharacterSize = qvrMbLenMax;
 
     CharacterSet() = default;
     CharacterSet(CharacterSet const&) = delete;
@@ -32,21 +34,21 @@ public:
     {
         if (length == 1)
             single_[static_cast<unsigned char>(*character)] = true;
-        else if (length > 1 && length <= kLongestCharacter)
+        else if (length > 1 && length <= kMaxCharacterSize)
             return addWide(numberOf(character, length));
         return true;
     }
 
-    bool has(char const* character, size_t length) const
+    bool contains(char const* character, size_t length) const
     {
         if (length == 1)
             return single_[static_cast<unsigned char>(*character)];
-        return count_ != 0 && length <= kLongestCharacter &&
+        return count_ != 0 && length <= kMaxCharacterSize &&
                *slotOf(numberOf(character, length)) != 0;
     }
 
 private:
-    static_assert(kLongestCharacter <= sizeof(uint64_t));
+    static_assert(kMaxCharacterSize <= sizeof(uint64_t));
 
     // A random odd number; without entropy, one from the load address of the library.
     static uint64_t factor()
@@ -106,3 +108,5 @@ private:
     size_t slots_ = 0;          // 0 or a power of 2, of which at least half are free
     size_t count_ = 0;
 };
+
+}  // namespace ztext

@@ -4,6 +4,8 @@
 #include <stddef.h>
 #include <string.h>
 
+namespace ztext {
+
 // Returns the first occurrence of `needle` in `text` as strstr() does, in time linear in both.
 // strstr() of the C library restarts the comparison of a long needle at each position. memmem()
 // does not, but needs the length of the haystack: only the part that is searched is measured.
@@ -22,3 +24,5 @@ inline char const* findText(char const* text, char const* needle)
         text += measured - (length - 1);
     }
 }
+
+}  // namespace ztext
