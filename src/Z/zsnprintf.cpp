@@ -6,8 +6,8 @@
 #include <array>
 #include <type_traits>
 
+#include "format/render.h"
 #include "zqvrutil.h"
-#include "zsnprintf_p.h"
 
 namespace {
 

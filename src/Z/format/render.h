@@ -1,14 +1,12 @@
-// zsnprintf_p: shared by the sources of zsnprintf: an output cursor and the renderers.
-//
-// Subsystem: text.  Stands on: zsnprintf, qvr.
+// render: the output of formatted conversions: an output cursor and the renderers.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
+#include "../zsnprintf.h"
 #include "qvr.h"
-#include "zsnprintf.h"
 
 namespace zprintf {
 
@@ -109,9 +107,9 @@ RenderParams renderParams(ZPrintfConversion_6_0 const& conversion,
 using Renderer = int64_t(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
                          ZPrintfArgument_6_0 const* arguments, char* out, size_t room);
 
-Renderer render_double;  // zsnprintf_double.cpp
+Renderer render_double;  // doubles.cpp
 
 // Implements zvsnprintf_render_6_0, for any size.
-int render(ZPrintfContext_6_0 const& context, char* out, size_t size);  // zsnprintf_render.cpp
+int render(ZPrintfContext_6_0 const& context, char* out, size_t size);
 
 }  // namespace zprintf

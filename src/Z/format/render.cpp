@@ -5,7 +5,7 @@
 #include <charconv>
 
 #include "qvr.h"
-#include "zsnprintf_p.h"
+#include "render.h"
 
 using zprintf::kHasPrecision;
 using zprintf::kHasWidth;

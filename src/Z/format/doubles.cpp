@@ -15,7 +15,7 @@
 #include <memory>
 #include <type_traits>
 
-#include "zsnprintf_p.h"
+#include "render.h"
 
 using zprintf::Output;
 using zprintf::RenderParams;
