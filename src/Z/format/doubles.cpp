@@ -15,47 +15,45 @@
 #include <memory>
 #include <type_traits>
 
+#include "output.h"
 #include "render.h"
 
-using zprintf::Output;
-using zprintf::RenderParams;
-using zprintf::renderParams;
-
+namespace zformat {
 namespace {
 
 constexpr int kDefaultPrecision = 6;
 
 // No long double has more digits; all further ones are zeros.
-constexpr int kMostPrecision = 16500;
+constexpr int kMaxPrecision = 16500;
 
 // Limits of the fast path: decimals and scale for which the arithmetic below is exact in 128 bits,
 // and the precision up to which std::to_chars() is used beyond that.
 constexpr int kExactDecimals = 17;
-constexpr int kMostScale = 19;
-constexpr int kQuickPrecision = 40;
-constexpr size_t kQuickSize = 400;
-static_assert(kQuickSize > 2 + std::numeric_limits<double>::max_exponent10 + 1 + kQuickPrecision);
+constexpr int kMaxScale = 19;
+constexpr int kFastPrecision = 40;
+constexpr size_t kFastSize = 400;
+static_assert(kFastSize > 2 + std::numeric_limits<double>::max_exponent10 + 1 + kFastPrecision);
 
-constexpr uint64_t kPowersOf10[kMostScale + 1] = {1ull,
-                                                  10ull,
-                                                  100ull,
-                                                  1000ull,
-                                                  10000ull,
-                                                  100000ull,
-                                                  1000000ull,
-                                                  10000000ull,
-                                                  100000000ull,
-                                                  1000000000ull,
-                                                  10000000000ull,
-                                                  100000000000ull,
-                                                  1000000000000ull,
-                                                  10000000000000ull,
-                                                  100000000000000ull,
-                                                  1000000000000000ull,
-                                                  10000000000000000ull,
-                                                  100000000000000000ull,
-                                                  1000000000000000000ull,
-                                                  10000000000000000000ull};
+constexpr uint64_t kPowersOf10[kMaxScale + 1] = {1ull,
+                                                 10ull,
+                                                 100ull,
+                                                 1000ull,
+                                                 10000ull,
+                                                 100000ull,
+                                                 1000000ull,
+                                                 10000000ull,
+                                                 100000000ull,
+                                                 1000000000ull,
+                                                 10000000000ull,
+                                                 100000000000ull,
+                                                 1000000000000ull,
+                                                 10000000000000ull,
+                                                 100000000000000ull,
+                                                 1000000000000000ull,
+                                                 10000000000000000ull,
+                                                 100000000000000000ull,
+                                                 1000000000000000000ull,
+                                                 10000000000000000000ull};
 
 __extension__ typedef unsigned __int128 Wide;
 
@@ -98,11 +96,12 @@ bool split(long double value, Magnitude& magnitude)
     }
 }
 
-// Rounds `quotient` up if its remainder `rest` is more than a half, or a half and the quotient odd.
-uint64_t rounded(Wide quotient, Wide rest, Wide half, bool isMore)
+// Rounds `quotient` up if its remainder `remainder` is more than a half, or a half and the quotient
+// odd.
+uint64_t rounded(Wide quotient, Wide remainder, Wide half, bool isMore)
 {
     bool const isOdd = quotient & 1;
-    bool const up = rest > half || (rest == half && (isMore || isOdd));
+    bool const up = remainder > half || (remainder == half && (isMore || isOdd));
     return static_cast<uint64_t>(quotient + (up ? 1 : 0));
 }
 
@@ -111,7 +110,7 @@ char* writeDigits(uint64_t number, int count, char* at)
 {
     char* digit = at + count;
     for (; digit - at >= 2; number /= 100)
-        memcpy(digit -= 2, zprintf::kDigitPairs + number % 100 * 2, 2);
+        memcpy(digit -= 2, kDigitPairs + number % 100 * 2, 2);
     if (digit != at)
         *--digit = static_cast<char>('0' + number % 10);
     return at + count;
@@ -137,9 +136,9 @@ char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
         whole = magnitude.mantissa;
     } else if (shift < 122) {
         whole = shift < 64 ? magnitude.mantissa >> shift : 0;
-        uint64_t const behindPoint =
+        uint64_t const fractionBits =
             shift < 64 ? magnitude.mantissa - (whole << shift) : magnitude.mantissa;
-        Wide const product = Wide{behindPoint} * scale;
+        Wide const product = Wide{fractionBits} * scale;
         Wide const quotient = product >> shift;
         bool const isTieToOdd = decimals == 0 && (whole & 1);
         fraction =
@@ -161,7 +160,7 @@ char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
 bool scaled(Magnitude magnitude, int scale, uint64_t& result)
 {
     int const exponent = magnitude.exponent;
-    if (scale > kMostScale || scale < -kMostScale || exponent < -126 || exponent > 63)
+    if (scale > kMaxScale || scale < -kMaxScale || exponent < -126 || exponent > 63)
         return false;
     Wide const mantissa = magnitude.mantissa;
     if (scale >= 0) {
@@ -211,7 +210,7 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
             return nullptr;
     }
 
-    char digits[kMostScale + 1];
+    char digits[kMaxScale + 1];
     char* last = writeDigits(number, count, digits);
     bool const hasExponent = !isGeneral || tens < -4 || tens >= count;
     if (isGeneral && !showsPoint) {
@@ -278,8 +277,8 @@ char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int pr
 // Writes a value if flags and locale allow the fast path. Returns the length, 0 if the platform
 // must write it.
 template <class Real>
-size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
-                    char (&text)[kQuickSize])
+size_t writeFast(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
+                 char (&text)[kFastSize])
 {
     char* at = text;
     if (std::signbit(value))
@@ -294,7 +293,7 @@ size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int pre
         memcpy(at, std::isnan(value) ? (isUpper ? "NAN" : "nan") : (isUpper ? "INF" : "inf"), 3);
         return static_cast<size_t>(at + 3 - text);
     }
-    if ((conversion.flags & zprintfGrouped) || precision > kQuickPrecision ||
+    if ((conversion.flags & zprintfGrouped) || precision > kFastPrecision ||
         fegetround() != FE_TONEAREST)
         return 0;
     char const* const point = nl_langinfo(RADIXCHAR);
@@ -315,7 +314,7 @@ size_t writeQuickly(ZPrintfConversion_6_0 const& conversion, Real value, int pre
     return length;
 }
 
-bool isNoAscii(char c)
+bool isNonAscii(char c)
 {
     return static_cast<unsigned char>(c) > 0x7F;
 }
@@ -365,84 +364,114 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
                   : snprintf(text, size, format, width, precision, argument.value.real);
 }
 
-}  // namespace
-
-int64_t zprintf::render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
-                               ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
-{
-    ZPrintfArgument_6_0 const& argument = arguments[conversion.argIndex];
-    RenderParams params = {0, 0, ' ', false};
-    if (conversion.flags & (zprintf::kHasWidth | zprintf::kHasPrecision))
-        params = renderParams(conversion, arguments);
-    bool const hasPrecision = params.hasPrecision || (conversion.flags & zprintfPrecisionOf8);
-    int const precision = hasPrecision ? params.precision : kDefaultPrecision;
-    bool const isLong = conversion.type >= zprintfLongDoubleExponent;
-
-    char scratch[kQuickSize];
+// A formatted value before its padding.
+struct Formatted {
+    char scratch[kFastSize];
     std::unique_ptr<char, Free> block;
     char const* text = scratch;
-    size_t length = isLong ? writeQuickly(conversion, argument.value.longReal, precision, scratch)
-                           : writeQuickly(conversion, argument.value.real, precision, scratch);
-    int64_t zerosBehind = 0;
-    int64_t uncounted = 0;  // bytes that the width does not count
-    if (length == 0) {
-        int const shown = std::min(precision, kMostPrecision);
-        // Without a width and zeros to add, the platform writes directly into the output.
-        if (params.width == 0 && shown == precision && room > 0)
-            return writeByPlatform(conversion, argument, 0, shown, out, room + 1);
-        int const needed = writeByPlatform(conversion, argument, 0, shown, scratch, sizeof scratch);
-        if (needed < 0)
-            return -1;
-        length = static_cast<size_t>(needed);
-        if (length >= sizeof scratch) {
-            block.reset(static_cast<char*>(malloc(length + 1)));
-            if (block == nullptr ||
-                writeByPlatform(conversion, argument, 0, shown, block.get(), length + 1) < 0)
-                return -1;
-            text = block.get();
-        }
-        // A decimal point or separator of several bytes may be one column: measure how much the
-        // platform still pads if the width equals the length in bytes.
-        if (params.width != 0 && std::any_of(text, text + length, isNoAscii)) {
-            int const padded = writeByPlatform(conversion, argument, needed, shown, nullptr, 0);
-            if (padded < 0)
-                return -1;
-            uncounted = padded - needed;
-        }
-        // Only finite values get here. %g has no trailing zeros, unless # keeps them.
-        bool const isGeneral =
-            conversion.type == zprintfGeneral || conversion.type == zprintfLongDoubleGeneral;
-        if (!isGeneral || (conversion.flags & zprintfAlternate))
-            zerosBehind = precision - shown;
-    }
+    size_t length = 0;
+    int64_t trailingZeros = 0;  // zeros to append to the digits
+    int64_t uncounted = 0;      // bytes that the width does not include
+};
 
-    // Sign, zeros of the width, digits, zeros of the precision, exponent.
+// Formats a value by the platform, with at most kMaxPrecision digits of its precision. Returns
+// false if the platform fails or memory is short.
+bool formatByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
+                      int width, int precision, Formatted& formatted)
+{
+    int const shown = std::min(precision, kMaxPrecision);
+    int const needed = writeByPlatform(conversion, argument, 0, shown, formatted.scratch,
+                                       sizeof formatted.scratch);
+    if (needed < 0)
+        return false;
+    size_t const length = static_cast<size_t>(needed);
+    if (length >= sizeof formatted.scratch) {
+        formatted.block.reset(static_cast<char*>(malloc(length + 1)));
+        char* const block = formatted.block.get();
+        if (block == nullptr ||
+            writeByPlatform(conversion, argument, 0, shown, block, length + 1) < 0)
+            return false;
+        formatted.text = block;
+    }
+    formatted.length = length;
+    // A decimal point or separator of several bytes may be one column: measure how much the
+    // platform still pads if the width equals the length in bytes.
+    if (width != 0 && std::any_of(formatted.text, formatted.text + length, isNonAscii)) {
+        int const padded = writeByPlatform(conversion, argument, needed, shown, nullptr, 0);
+        if (padded < 0)
+            return false;
+        formatted.uncounted = padded - needed;
+    }
+    // Only finite values get here. %g has no trailing zeros, unless # keeps them.
+    bool const isGeneral =
+        conversion.type == zprintfGeneral || conversion.type == zprintfLongDoubleGeneral;
+    if (!isGeneral || (conversion.flags & zprintfAlternate))
+        formatted.trailingZeros = precision - shown;
+    return true;
+}
+
+// Writes a formatted value and its padding, in the order sign, zeros of the width, digits, zeros of
+// the precision, exponent. Returns the length that it needs.
+int64_t writePadded(ZPrintfConversion_6_0 const& conversion, RenderParams const& params,
+                    bool isFinite, Formatted const& formatted, Output output)
+{
+    char const* const text = formatted.text;
     int64_t const width = params.width;
-    int64_t const needed = static_cast<int64_t>(length) + zerosBehind;
-    int64_t const pad = std::max<int64_t>((width < 0 ? -width : width) - needed + uncounted, 0);
-    Output output(out, room);
-    if (pad == 0 && zerosBehind == 0) {
-        output.put(text, length);
+    int64_t const needed = static_cast<int64_t>(formatted.length) + formatted.trailingZeros;
+    int64_t const pad =
+        std::max<int64_t>((width < 0 ? -width : width) - needed + formatted.uncounted, 0);
+    if (pad == 0 && formatted.trailingZeros == 0) {
+        output.put(text, formatted.length);
         return needed;
     }
     bool const isLeft = (conversion.flags & zprintfLeft) || width < 0;
-    bool const isFinite =
-        isLong ? std::isfinite(argument.value.longReal) : std::isfinite(argument.value.real);
     bool const isZero = !isLeft && isFinite && params.padChar == '0';
     size_t const sign = *text == '-' || *text == '+' || *text == ' ' ? 1 : 0;
-    char const* const end = text + length;
+    char const* const end = text + formatted.length;
     char const* const exponent =
-        zerosBehind == 0 ? end
-                         : std::find_if(text, end, [](char c) { return c == 'e' || c == 'E'; });
+        formatted.trailingZeros == 0
+            ? end
+            : std::find_if(text, end, [](char c) { return c == 'e' || c == 'E'; });
     if (!isLeft && !isZero)
         output.fill(' ', pad);
     output.put(text, sign);
     if (isZero)
         output.fill('0', pad);
     output.put(text + sign, static_cast<size_t>(exponent - text) - sign);
-    output.fill('0', zerosBehind);
+    output.fill('0', formatted.trailingZeros);
     output.put(exponent, static_cast<size_t>(end - exponent));
     if (isLeft)
         output.fill(' ', pad);
     return needed + pad;
 }
+
+}  // namespace
+
+int64_t render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
+                      ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
+{
+    ZPrintfArgument_6_0 const& argument = arguments[conversion.argIndex];
+    RenderParams params = {0, 0, ' ', false};
+    if (conversion.flags & (kHasWidth | kHasPrecision))
+        params = renderParams(conversion, arguments);
+    bool const hasPrecision = params.hasPrecision || (conversion.flags & zprintfPrecisionOf8);
+    int const precision = hasPrecision ? params.precision : kDefaultPrecision;
+    bool const isLong = conversion.type >= zprintfLongDoubleExponent;
+
+    Formatted formatted;
+    formatted.length =
+        isLong ? writeFast(conversion, argument.value.longReal, precision, formatted.scratch)
+               : writeFast(conversion, argument.value.real, precision, formatted.scratch);
+    if (formatted.length == 0) {
+        // Without a width and zeros to add, the platform writes directly into the output.
+        if (params.width == 0 && precision <= kMaxPrecision && capacity > 0)
+            return writeByPlatform(conversion, argument, 0, precision, out, capacity + 1);
+        if (!formatByPlatform(conversion, argument, params.width, precision, formatted))
+            return -1;
+    }
+    bool const isFinite =
+        isLong ? std::isfinite(argument.value.longReal) : std::isfinite(argument.value.real);
+    return writePadded(conversion, params, isFinite, formatted, Output(out, capacity));
+}
+
+}  // namespace zformat

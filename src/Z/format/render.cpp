@@ -1,23 +1,24 @@
+// Renders a context: the literal parts of its format and each conversion, by a table of renderers.
+// The renderers apply the width themselves and write only the bytes that fit, so a huge width costs
+// nothing.
+
+#include "render.h"
+
 #include <string.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 
+#include "output.h"
 #include "qvr.h"
-#include "render.h"
 
-using zprintf::kHasPrecision;
-using zprintf::kHasWidth;
-using zprintf::Output;
-using zprintf::RenderParams;
-using zprintf::renderParams;
-
+namespace zformat {
 namespace {
 
 constexpr int64_t kFailed = -1;
 constexpr int64_t kTooLong = int64_t{INT32_MAX} + 1;  // bytes; the smallest length that fails
-constexpr size_t kMostDigits = 22;                    // of a 64-bit number, octal
+constexpr size_t kMaxDigits = 22;                     // of a 64-bit number, octal
 
 // The pad characters before and after a conversion.
 struct Padding {
@@ -39,12 +40,12 @@ char* writeDecimal(uint64_t value, char* end)
 {
     while (value >= 100) {
         end -= 2;
-        memcpy(end, zprintf::kDigitPairs + value % 100 * 2, 2);
+        memcpy(end, kDigitPairs + value % 100 * 2, 2);
         value /= 100;
     }
     if (value >= 10) {
         end -= 2;
-        memcpy(end, zprintf::kDigitPairs + value * 2, 2);
+        memcpy(end, kDigitPairs + value * 2, 2);
     } else {
         *--end = static_cast<char>('0' + value);
     }
@@ -97,11 +98,11 @@ uint64_t unsignedValue(ZPrintfConversion_6_0 const& conversion,
 }
 
 int64_t render_char(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
-                    ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                    ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     char const character =
         conversion.type == zprintfPercent ? '%' : arguments[conversion.argIndex].value.character;
-    Output output(out, room);
+    Output output(out, capacity);
     if (!(conversion.flags & kHasWidth)) {
         output.put(character);
         return 1;
@@ -115,7 +116,7 @@ int64_t render_char(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
 }
 
 int64_t render_wchar(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
-                     ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                     ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     char character[qvrMbLenMax];
     int const length = qvr_wctomb(codeset, character, sizeof character,
@@ -124,7 +125,7 @@ int64_t render_wchar(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
         return kFailed;
     RenderParams const params = renderParams(conversion, arguments);
     Padding const pad = paddingFor(conversion, params.width, length);
-    Output output(out, room);
+    Output output(out, capacity);
     output.fill(params.padChar, pad.before);
     output.putWhole(character, static_cast<size_t>(length));
     output.fill(params.padChar, pad.after);
@@ -152,7 +153,7 @@ int64_t convertWide(qvr_cs_t codeset, uint16_t const* text, int64_t limit, Outpu
 }
 
 int64_t renderWideString(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
-                         ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                         ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     constexpr uint16_t kEmpty[] = {0};
     RenderParams const params = renderParams(conversion, arguments);
@@ -160,7 +161,7 @@ int64_t renderWideString(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversi
     uint16_t const* const text = given != nullptr ? static_cast<uint16_t const*>(given) : kEmpty;
     int64_t const limit = params.hasPrecision ? params.precision : INT64_MAX;
 
-    Output output(out, room);
+    Output output(out, capacity);
     Padding pad = {0, 0};
     int64_t length = 0;
     if (params.width > 0) {
@@ -177,17 +178,17 @@ int64_t renderWideString(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversi
 }
 
 int64_t render_string(qvr_cs_t codeset, ZPrintfConversion_6_0 const& conversion,
-                      ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                      ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     if (conversion.type == zprintfWideString)
-        return renderWideString(codeset, conversion, arguments, out, room);
+        return renderWideString(codeset, conversion, arguments, out, capacity);
     // KEPT: a null string is empty; nothing is shown in its place. A report with an unset name
     // would contain a placeholder otherwise.
     // Test: zsnprintf.KeepsANullStringEmpty
     char const* const given =
         static_cast<char const*>(arguments[conversion.argIndex].value.pointer);
     char const* const text = given != nullptr ? given : "";
-    Output output(out, room);
+    Output output(out, capacity);
     if (!(conversion.flags & (kHasWidth | kHasPrecision))) {
         size_t const length = strlen(text);
         output.put(text, length);
@@ -220,16 +221,16 @@ void putDigits(Output& output, char const* first, char const* end, int64_t count
 }
 
 int64_t render_longlong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
-                        ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                        ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     int64_t const value = signedValue(conversion, arguments);
     bool const isNegative = value < 0;
     uint64_t const magnitude =
         isNegative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-    char digits[1 + kMostDigits];
+    char digits[1 + kMaxDigits];
     char* const end = digits + sizeof digits;
     char* first = writeDecimal(magnitude, end);
-    Output output(out, room);
+    Output output(out, capacity);
     if (!(conversion.flags & kShapesInteger)) {
         if (isNegative)
             *--first = '-';
@@ -259,12 +260,12 @@ int64_t render_longlong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
 }
 
 int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
-                         ZPrintfArgument_6_0 const* arguments, char* out, size_t room)
+                         ZPrintfArgument_6_0 const* arguments, char* out, size_t capacity)
 {
     uint64_t const value = unsignedValue(conversion, arguments);
     uint32_t const flags = conversion.flags;
     bool const isHex = flags & (zprintfLowerHex | zprintfUpperHex);
-    char digits[kMostDigits];
+    char digits[kMaxDigits];
     char* const end = digits + sizeof digits;
     char* first;
     if (flags & zprintfUpperHex)
@@ -275,7 +276,7 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
         first = writeBits(value, 3, "01234567", end);
     else
         first = writeDecimal(value, end);
-    Output output(out, room);
+    Output output(out, capacity);
     if (!(flags & kShapesInteger)) {
         output.put(first, static_cast<size_t>(end - first));
         return end - first;
@@ -316,32 +317,30 @@ int64_t render_ulonglong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
 }
 
 // The renderer for each type code.
-constexpr zprintf::Renderer* kRenderers[] = {
-    render_char,             // zprintfChar
-    render_wchar,            // zprintfWideChar
-    render_string,           // zprintfString
-    render_string,           // zprintfWideString
-    render_longlong,         // zprintfShort
-    render_ulonglong,        // zprintfUnsignedShort
-    render_longlong,         // zprintfInt
-    render_ulonglong,        // zprintfUnsigned
-    render_longlong,         // zprintfLong
-    render_ulonglong,        // zprintfUnsignedLong
-    render_longlong,         // zprintfLongLong
-    render_ulonglong,        // zprintfUnsignedLongLong
-    render_ulonglong,        // zprintfPointer
-    zprintf::render_double,  // zprintfExponent
-    zprintf::render_double,  // zprintfFixed
-    zprintf::render_double,  // zprintfGeneral
-    zprintf::render_double,  // zprintfLongDoubleExponent
-    zprintf::render_double,  // zprintfLongDoubleFixed
-    zprintf::render_double,  // zprintfLongDoubleGeneral
-    render_char,             // zprintfPercent
+constexpr Renderer* kRenderers[] = {
+    render_char,       // zprintfChar
+    render_wchar,      // zprintfWideChar
+    render_string,     // zprintfString
+    render_string,     // zprintfWideString
+    render_longlong,   // zprintfShort
+    render_ulonglong,  // zprintfUnsignedShort
+    render_longlong,   // zprintfInt
+    render_ulonglong,  // zprintfUnsigned
+    render_longlong,   // zprintfLong
+    render_ulonglong,  // zprintfUnsignedLong
+    render_longlong,   // zprintfLongLong
+    render_ulonglong,  // zprintfUnsignedLongLong
+    render_ulonglong,  // zprintfPointer
+    render_double,     // zprintfExponent
+    render_double,     // zprintfFixed
+    render_double,     // zprintfGeneral
+    render_double,     // zprintfLongDoubleExponent
+    render_double,     // zprintfLongDoubleFixed
+    render_double,     // zprintfLongDoubleGeneral
+    render_char,       // zprintfPercent
 };
 
 }  // namespace
-
-namespace zprintf {
 
 char const kDigitPairs[201] =
     "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
@@ -383,8 +382,8 @@ RenderParams renderParams(ZPrintfConversion_6_0 const& conversion,
 
 int render(ZPrintfContext_6_0 const& context, char* out, size_t size)
 {
-    size_t const room = size > 0 ? size - 1 : 0;
-    Output output(out, room);
+    size_t const capacity = size > 0 ? size - 1 : 0;
+    Output output(out, capacity);
     int64_t total = 0;
     char const* literal = context.format;
     ZPrintfConversion_6_0 const* const end = context.conversions + context.conversionCount;
@@ -395,14 +394,14 @@ int render(ZPrintfContext_6_0 const& context, char* out, size_t size)
             output.put(literal, literalLength);
         literal = conversion->end + 1;
         int64_t const length = kRenderers[conversion->type](
-            context.codeset, *conversion, context.arguments, output.at(), output.room());
+            context.codeset, *conversion, context.arguments, output.at(), output.space());
         total += static_cast<int64_t>(literalLength) + length;
         if (length < 0 || total >= kTooLong) {
             if (size > 0)
                 *output.at() = '\0';
             return static_cast<int>(kFailed);
         }
-        output.advance(std::min(static_cast<size_t>(length), output.room()));
+        output.advance(std::min(static_cast<size_t>(length), output.space()));
     }
     size_t const literalLength = static_cast<size_t>(context.formatEnd - literal);
     output.put(literal, literalLength);
@@ -412,20 +411,4 @@ int render(ZPrintfContext_6_0 const& context, char* out, size_t size)
     return total < kTooLong ? static_cast<int>(total) : static_cast<int>(kFailed);
 }
 
-}  // namespace zprintf
-
-int zvsnprintf_render_6_0(ZPrintfContext_6_0 const* context, char* out, int size)
-{
-    bool const canWrite = out != nullptr && size > 0;
-    return zprintf::render(*context, out, canWrite ? static_cast<size_t>(size) : 0);
-}
-
-void get_render_params(ZPrintfConversion_6_0 const* conversion,
-                       ZPrintfArgument_6_0 const* arguments, int* width, int* precision,
-                       char* padChar)
-{
-    RenderParams const params = renderParams(*conversion, arguments);
-    *width = params.width;
-    *precision = params.precision;
-    *padChar = params.padChar;
-}
+}  // namespace zformat
