@@ -1,17 +1,17 @@
-// ZProperties: the configuration store: a cache of values, and around it files, locking between
-// processes, typed access and change notices.
+// ZProperties: the configuration store. It keeps values in a cache, loads and stores files under
+// locks between processes, converts values to types and notifies observers of changes.
 //
 // Subsystem: properties.  Stands on: ZPropertiesInterface, ZPropertyChanged, ZPropertiesImpl,
 // ZObserver, ZLock, ZLCString, ZUTF8String, ZArrayList, ZBuffer, ZException.
 //
 // Ownership: a store owns its cache and borrows its observers. Names and values are copied in.
 // Threads: every operation is safe from every thread and runs under the store's own recursive lock.
-// Observers are told of a change on the changing thread after it has released the lock; changes
-// made while the thread holds the lock further out (an iterator lives) are told when it lets go.
-// Processes: load() takes a shared and store() an exclusive record lock on the whole file, neither
-// waiting; stores of one process that use one file take turns.
-// Durability: store() leaves, whatever happens, the old contents or the new ones, see
-// docs/durability.md.
+// The changing thread notifies the observers after it has released the lock completely. While one
+// of its iterators or outer calls still holds the lock, the notices wait in a queue.
+// Processes: load() takes a shared and store() an exclusive record lock on the whole file; neither
+// waits for another process. Stores of one process that use the same file wait for each other.
+// Durability: after a crash the file has the old contents or the new ones; docs/durability.md has
+// the limits.
 #pragma once
 
 #include "ZLCString.h"
@@ -29,17 +29,20 @@ class ZPropertiesIterator_6_0;
 class ZUTF8ConstString_6_0;
 class ZUTF8String_6_0;
 
+/// A configuration store: named values with one or more strings each, which are loaded from a file,
+/// read and changed by (category, key) and stored again. The format of the file is up to the cache;
+/// ZStanzaFileProperties_6_0 is the store for stanza files.
 class ZProperties_6_0 : public ZAbstractProperties_6_0,
                         public ZAbstractObservable_6_0,
                         public ZPropertiesMutableInterface_6_0 {
 public:
-    /// Makes a store over `cache`.
+    /// Creates a store that keeps its values in `cache`.
     /// owns    `cache` is taken over.
-    /// throws  ZInvalidParameterException_6_0 when it is null.
+    /// throws  ZInvalidParameterException_6_0 if it is null.
     explicit ZProperties_6_0(ZPCache_6_0* cache);
 
-    /// Makes a store of its own with the same contents, file name, modified flag and
-    /// setReplacing(); the observers stay with `other`.
+    /// Creates an independent copy of `other`: contents, file name, modified flag and
+    /// setReplacing(). The observers are not copied.
     ZProperties_6_0(ZProperties_6_0 const& other);
     ZProperties_6_0& operator=(ZProperties_6_0 const&) = delete;
 
@@ -49,23 +52,23 @@ public:
     int exists(char const* category, char const* key) const override;
     int exists(char const* category) const override;
 
-    /// Returns 1 when `key` holds obfuscated values, else 0.
-    /// throws  ZInvalidParameterException_6_0 when a name is null or empty.
+    /// Returns 1 if `key` has obfuscated values, else 0.
+    /// throws  ZInvalidParameterException_6_0 if a name is null or empty.
     virtual int isObfuscated(char const* category, char const* key) const;
 
-    /// Returns 1 when some key of `category` holds obfuscated values, else 0.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    /// Returns 1 if any key of `category` has obfuscated values, else 0.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty.
     virtual int isObfuscated(char const* category) const;
 
-    /// Copies the last value of `key` into `out`, converted when `out` is of another codeset.
+    /// Copies the last value of `key` into `out` and converts it to the codeset of `out`.
     /// throws  as in ZPropertiesInterface.h.
     /// cost    O(1), no allocation unless `out` has to grow.
-    /// kept    a value that cannot be converted gives an empty text.
+    /// kept    a value that cannot be converted gives an empty string.
     void getValue(char const* category, char const* key, ZAbstractMutableString_6_0& out,
                   int required, char const* defaultValue) const override;
 
     /// Returns the last value of `key` as a number.
-    /// range   above 4294967295 gives 4294967295; a "-" negates modulo 2^32.
+    /// range   a number above 4294967295 gives 4294967295; "-" negates modulo 2^32.
     /// throws  as in ZPropertiesInterface.h.
     unsigned int getIntegerValue(char const* category, char const* key, int required,
                                  unsigned int defaultValue) const override;
@@ -78,52 +81,53 @@ public:
     int count() const override;
     int count(char const* category) const override;
 
-    /// Reads the file at `path`, adding to what the store holds, and clears the modified flag. The
-    /// first path that is loaded or stored becomes the store's file name. The companion file that
-    /// it names is read with it. For a file that names none, a companion file that the store has
-    /// read or written before is not read again.
-    /// range   a regular file, or a link to one: for anything else, "fopen(r)" fails.
-    /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
-    ///         ZPropertiesIOException_6_0 with "fopen(r)", "fcntl()" (another process stores),
-    ///         "mapFile()" and "access()" for the companion file, or "lstat()", "open()" and
-    ///         "read()" for the journal of a store that died;
-    ///         ZPropertiesInvalidDataException_6_0 for a line or a companion that is not valid.
-    ///         The store is as it was then.
-    /// threads waits for stores of this process that write the file; never for another process.
+    /// Adds the contents of the file at `path`, and of the companion file that it names, to the
+    /// store and clears the modified flag. The first path loaded or stored becomes the store's file
+    /// name. If the file names no companion, the store reads the companion that it knows, unless it
+    /// has read or written it before.
+    /// range   null or empty: the file name. Anything but a regular file fails with "fopen(r)".
+    /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name;
+    ///         ZPropertiesInvalidDataException_6_0 if a line or the companion file is invalid;
+    ///         ZPropertiesIOException_6_0 with the call that failed: "fopen(r)"; "fcntl()" if
+    ///         another process is storing; "mapFile()" or "access()" for the companion file;
+    ///         "lstat()", "open()" or "read()" for the journal of a crashed writer. The store is
+    ///         unchanged then.
+    /// threads waits while another thread of this process stores the file; never for a process.
     void load(char const* path) override;
 
-    /// Reads the file at `path` in place of what the store holds.
-    /// throws  as load(); the old values stay then.
+    /// Replaces the contents of the store by the contents of the file at `path`.
+    /// throws  as load(); the store keeps its values then.
     void reload(char const* path) override;
 
-    /// Writes the file at `path`, makes it when it is missing, and clears the modified flag. If the
-    /// companion file that the contents name is another file's own, the file at `path` gets one of
-    /// its own, and the contents name that. Without obfuscated values the file's own companion is
-    /// removed, whichever store has written it. An existing file with the name of a new companion
-    /// is only replaced if a store can have written it.
-    /// throws  ZInvalidParameterException_6_0 when there is neither a path nor a file name;
-    ///         ZPropertiesIOException_6_0 with the name of the call that failed: "fopen(r+)",
-    ///         "fcntl()" (another process reads or writes), "access()" (EEXIST: another file
-    ///         has the name of the companion), "fopen(w)" for the companion, "write()", "fsync()",
-    ///         "ftruncate()", "rename()" and so on. Files and store are as they were then, and the
+    /// Writes the store to the file at `path`, which is created if it does not exist, and clears
+    /// the modified flag. If the contents name a companion that belongs to another file, the file
+    /// at `path` gets its own companion, and the contents then name it. If no value is obfuscated,
+    /// the file's own companion is removed, no matter which store wrote it. An existing file with
+    /// the name of a new companion is only replaced if a store can have written it.
+    /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name;
+    ///         ZPropertiesIOException_6_0 with the call that failed: "fopen(r+)"; "fcntl()" if
+    ///         another process reads or writes the file; "access()" with EEXIST if another file has
+    ///         the name of the companion; "fopen(w)" for the companion; "write()", "fsync()",
+    ///         "ftruncate()", "rename()" and so on. Files and store are unchanged then, and the
     ///         modified flag stays set.
     /// threads as load().
-    /// cost    O(size); the disk is waited for.
+    /// cost    O(size); waits for the disk.
     void store(char const* path) override;
     void list() const override;
 
     void setValue(char const* category, char const* key, char const* value) override;
 
-    /// Sets `key` to the one value `value`, in the open or, when `obfuscated` is not 0, obfuscated.
+    /// Sets `key` to the single value `value`: plain, or obfuscated if `obfuscated` is not 0.
     /// range   an empty or null value leaves the key without values.
-    /// throws  as setValue(); ZInvalidParameterException_6_0 when the key holds values of the other
+    /// throws  as setValue(); ZInvalidParameterException_6_0 if the key has values of the other
     ///         kind. Nothing is changed then.
     virtual void setValue(char const* category, char const* key, char const* value, int obfuscated);
 
-    // The same for the four kinds of strings. UTF-8 text is converted to the local codeset; what
-    // cannot be converted raises ZFromUTF8Exception_6_0 and changes nothing. So does an empty UTF-8
-    // text, with ZInvalidParameterException_6_0, if `key` has a value without a UTF-8 form: it may
-    // be what was read for that value. deleteKey() and the other forms remove it.
+    // The same for the four kinds of strings. UTF-8 is converted to the local codeset. A string
+    // that cannot be converted throws ZFromUTF8Exception_6_0. An empty UTF-8 string throws
+    // ZInvalidParameterException_6_0 if `key` has a value without a UTF-8 form: the caller may have
+    // read the empty string in place of that value. Use deleteKey() or another overload to remove
+    // such a value. Nothing is changed if an exception is thrown.
     virtual void setValue(char const* category, char const* key, ZLCString_6_0 const& value,
                           int obfuscated);
     virtual void setValue(char const* category, char const* key, ZUTF8String_6_0 const& value,
@@ -136,114 +140,116 @@ public:
     void setBooleanValue(char const* category, char const* key, int value) override;
     void deleteKey(char const* category, char const* key) override;
 
-    /// Adds a comment to the block that leads the file.
-    /// throws  as in ZPropertiesInterface.h; ZInvalidParameterException_6_0 when a line of it, as
-    ///         checkComment() leaves it, does not begin with the "#" of a stanza file.
+    /// Adds a comment to the comment block at the start of the file.
+    /// throws  ZInvalidParameterException_6_0 if `comment` is null or if, after checkComment(), one
+    ///         of its lines exceeds 8190 bytes or, for a stanza file, does not start with "#".
     void addFileComment(char const* comment) override;
 
     /// Adds a comment above the line of a key.
     /// throws  as addFileComment().
     void addEntryComment(char const* category, char const* key, char const* comment) override;
 
-    /// Is called at the end of every load(); here it does nothing.
+    /// Called at the end of every load(). This implementation does nothing.
     /// threads the store is locked.
     virtual void postLoad(char const* path);
 
-    /// Makes `comment` a comment of the file's form; here it does nothing.
+    /// Turns `comment` into a valid comment of the file format. This implementation does nothing.
     virtual void checkComment(ZLCString_6_0& comment);
 
     /// Sets the cache's attributes, see ZPCache_6_0.
     virtual void setAttributes(unsigned long attributes, void* argument);
 
-    /// Checks that `key` may take values of a kind: a key that holds values keeps their kind.
-    /// throws  ZInvalidParameterException_6_0 when it holds plain values and `obfuscated` is not 0,
-    ///         or the other way round.
+    /// Checks that `key` may receive plain values or, if `obfuscated` is not 0, obfuscated values.
+    /// The existing values of a key determine the kind of further values.
+    /// throws  ZInvalidParameterException_6_0 if the key has values of the other kind only.
     virtual void checkAccess(char const* category, char const* key, int obfuscated);
 
-    /// Returns the one store that `factory` keeps for `path`, made and loaded at the first call.
-    /// Later calls read the file again when `force` is not 0, or when the file has changed and the
+    /// Returns the store that `factory` shares among all callers for `path`. The first call creates
+    /// and loads it. Later calls reload it if `force` is not 0, or if the file has changed and the
     /// store has no unsaved changes.
-    /// owns    the factory's.
-    /// throws  as load() and reload(); ZInvalidParameterException_6_0 when `path` is null or empty;
-    ///         ZPropertiesIOException_6_0 (path, "fcntl()", EDEADLK) if the store is being made by
-    ///         the calling thread, or by a thread that waits for a store that it is making.
-    /// threads any; a caller that asks for a path that another thread is loading waits for it.
-    ///         Locks a store that exists only to read its file again: two threads that hold one
-    ///         store each and look up the other's wait forever if both files have changed.
+    /// owns    owned by the factory.
+    /// throws  as load() and reload(); ZInvalidParameterException_6_0 if `path` is null or empty;
+    ///         ZPropertiesIOException_6_0 (path, "fcntl()", EDEADLK) if the calling thread itself
+    ///         is creating the store, or if the thread that creates it waits for a store that the
+    ///         calling thread is creating.
+    /// threads any; waits while another thread creates the store. Locks an existing store only to
+    ///         reload it: two threads that each hold one store and look up the other's wait forever
+    ///         if both files have changed.
     static ZProperties_6_0* getPropertiesFor(char const* path,
                                              ZAbstractPropertiesFactory_6_0& factory, int force);
 
-    /// Stores the modification time of the file at `path` in `stamp` and returns 1 when it differs
-    /// from `stamp`; returns 0 when it does not, or when there is no file that can be examined.
+    /// Returns 1 and updates `stamp` if the modification time of the file at `path` differs from
+    /// `stamp`. Returns 0 if it is equal or cannot be read.
     /// units   whole seconds since the epoch.
     static int checkAndSetTimeStamp(char const* path, long& stamp);
 
-    /// Checks that the file at `path` can be read and written or, when it is missing, that its
-    /// directory can.
+    /// Checks that the file at `path` is readable and writable or, if it does not exist, that its
+    /// directory is.
     /// throws  ZPropertiesIOException_6_0 (file or directory, "access()", errno).
     static void checkFileAccess(char const* path);
 
-    /// Makes store() write a new file and rename it over the old one, if `replacing` is not 0; at
-    /// first it rewrites the file in place. A program that reads the file without a lock sees the
-    /// old or the new text then, never a part of both. The new file has owner, mode, access control
-    /// list and attributes of the old one, but another inode: other hard links keep the old text,
-    /// and locks that other processes hold or wait for are those of the old file. store() fails if
-    /// the directory allows no new file ("open()"), if the new file cannot be given to the old
-    /// one's owner and group ("fchown()") or cannot have its attributes ("fsetxattr()"), or if
-    /// another file is mounted over it ("rename()").
+    /// Makes store() write a new file and rename it over the old file if `replacing` is not 0. The
+    /// default, 0, rewrites the file in place. With replacement, a program that reads the file
+    /// without a lock gets the old or the new text, never a part of both. The new file has the
+    /// owner, mode, access control list and attributes of the old file, but another inode: other
+    /// hard links keep the old text, and locks that other processes hold or wait for stay with the
+    /// old file. store() fails if the directory allows no new file ("open()"), if the new file
+    /// cannot get the old file's owner and group ("fchown()") or attributes ("fsetxattr()"), or if
+    /// another file is mounted over the old file ("rename()").
     void setReplacing(int replacing);
     int isReplacing() const;
 
-    /// Sets the limit of the files that stores of this process read and write, Java property files
-    /// included; at first it is 1 GiB. A larger file makes load() fail with "read()" and EFBIG, a
-    /// larger text makes store() fail with "write()" and EFBIG. A journal may have twice that and
-    /// 258 MiB. The limit of a companion file, 257 MiB, stays.
-    /// units   bytes; 0 is a limit, too: then only empty files are read.
-    /// threads any; a load or store that runs may use the limit before.
+    /// Sets the maximum size of the files that stores of this process read and write, including
+    /// Java property files. The default is 1 GiB. load() fails with "read()" and EFBIG for a larger
+    /// file, store() with "write()" and EFBIG for a larger text. A journal may have twice this size
+    /// plus 258 MiB. The maximum of a companion file is always 257 MiB.
+    /// units   bytes; 0 allows only empty files.
+    /// threads any; a running load or store may still use the previous maximum.
     static void setMaxFileSize(unsigned long size);
     static unsigned long maxFileSize();
 
-    /// Returns the names of the keys of `category`; null when it is missing.
-    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 members.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    /// Returns the names of the keys of `category`; null if it does not exist.
+    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty.
     ZArrayList_6_0* keyNames(char const* category) const;
 
     /// Returns the names of the categories.
-    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 members.
+    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
     ZArrayList_6_0* categoryNames() const;
 
     void setModified();
     void resetModified();
     int isModified() const;
 
-    /// Returns the file name: the first path that was loaded or stored; empty before.
+    /// Returns the file name: the first path that was loaded or stored; empty until then.
     /// owns    borrowed; the name does not change once it is set.
     ZLCString_6_0 const& fileName() const { return fileName_; }
 
-    /// Returns the modification time of the file of the store's name as last loaded or stored; 0
-    /// before. Loading or storing another file does not change it.
+    /// Returns the modification time that the file named fileName() had when it was last loaded or
+    /// stored; 0 until then. Loading or storing another file does not change it.
     /// units   whole seconds since the epoch.
     long timeStamp() const;
 
 protected:
-    // Holds the store's lock for a scope; every operation and iterator has one. When the last one
-    // of a thread lets go, the notices that were queued meanwhile are sent, without the lock.
+    /// Locks the store in this scope. Every operation and every iterator has a Hold. When a
+    /// thread's outermost Hold ends, it unlocks the store and then sends the queued notices.
     class Hold {
     public:
         explicit Hold(ZProperties_6_0 const& store);
         Hold(Hold const&) = delete;
         Hold& operator=(Hold const&) = delete;
 
-        /// Lets go. What an observer or the unlock raises is passed on, unless an exception is on
-        /// its way already: then it is reported through the message service.
+        /// Unlocks the store and notifies the observers.
+        /// throws  the exceptions of observers and of the unlock. During stack unwinding they are
+        ///         reported through the message service instead.
         ~Hold() noexcept(false);
 
     private:
         ZProperties_6_0& store_;
-        unsigned long thread_;  // that made it
+        unsigned long thread_;  // creating thread
     };
 
-    /// Tells the observers of a change, after the lock is released; nothing while the store loads.
+    /// Notifies the observers of a change after the lock is released; does nothing during load().
     void sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style,
                           ZPropertyChanged_6_0::PropertyChangeType type, char const* category,
                           char const* key);
@@ -263,9 +269,9 @@ private:
     void refresh(char const* path, int force);
 
     ZLock_6_0 lock_;
-    ZPCache_6_0* cache_;  // never null; what follows is guarded by lock_
+    ZPCache_6_0* cache_;  // never null; this and all following fields are guarded by lock_
     ZLCString_6_0 fileName_;
-    int modified_;  // read without the lock by getPropertiesFor()
+    int modified_;  // getPropertiesFor() reads it without the lock
     int loading_;
     long timeStamp_;
     Rep* rep_;  // never null

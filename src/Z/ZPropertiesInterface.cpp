@@ -5,13 +5,12 @@
 
 namespace {
 
-// Paths are few.
+// A factory rarely has more than a few paths.
 constexpr unsigned kBuckets = 10;
 
 constexpr char kSource[] = "src/Z/ZPropertiesInterface";
 
-// The number each site puts into its report. Log scanners match on it, so it belongs to the site
-// and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum ReportSite { reportInUnlock = 17, reportInFactory = 51 };
 
 void unlockAtEnd(ZLockInterface_6_0& lock)
@@ -44,7 +43,8 @@ ZAbstractPropertiesFactory_6_0::ZAbstractPropertiesFactory_6_0() : map_(kBuckets
 {
 }
 
-// The map owns neither paths nor stores: an owning map would take clones, and stores have none.
+// The map cannot own paths and stores: an owning map clones its entries, and stores are not
+// clonable.
 ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
 {
     static constexpr zreporting::Site kSite = {kSource, reportInFactory};
@@ -60,8 +60,8 @@ ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
 
 ZLock_6_0* ZPropRegistry_6_0::res_ = nullptr;
 
-// Of several threads that find no lock the first one stores its own; the others drop theirs. A
-// once routine would do, too, but could not be tried again after running out of memory.
+// If several threads find no lock, one of them publishes its lock and the others delete their
+// locks. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZPropRegistry_6_0::init()
 {
     if (__atomic_load_n(&res_, __ATOMIC_ACQUIRE) != nullptr)

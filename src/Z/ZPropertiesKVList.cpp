@@ -12,11 +12,10 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZPropertiesKVList";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInMake = 41 };
 
-// Returns a copy of `text` as a string of the kind.
+// Returns a copy of `text` as a string of type `type`.
 ZAbstractString_6_0* copyAs(ZPropertyStringType type, ZAbstractString_6_0 const& text)
 {
     if (type == zPropUTF8Strings) {
@@ -95,7 +94,7 @@ ZPropertiesKVList_6_0::ZPropertiesKVList_6_0(ZPropertiesKVList_6_0 const& other)
 
 ZPropertiesKVList_6_0& ZPropertiesKVList_6_0::operator=(ZPropertiesKVList_6_0 const& other)
 {
-    // The items that come stand behind those that go until all of them are there.
+    // Appends the new items before it removes the old ones: if appending throws, no item is lost.
     if (this == &other)
         return *this;
     unsigned const before = items_.size();

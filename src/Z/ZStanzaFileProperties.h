@@ -3,8 +3,8 @@
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesIterator, ZPropertiesImpl,
 // ZPropertiesKVList, ZArrayList, ZLCString, ZUTF8String, ZException.
 //
-// A stanza file has stanzas, "[name]", each followed by lines "key = value", with comments and
-// blank lines between them; see docs/file-formats.md.
+// A stanza file consists of stanzas: a header line "[name]" and lines "key = value", with comments
+// and blank lines between them. See docs/file-formats.md.
 // Ownership and threads: as ZProperties_6_0.
 #pragma once
 
@@ -12,7 +12,7 @@
 #include "ZPropertiesIterator.h"
 #include "ZPropertiesKVList.h"
 
-// What one ZStzFileItem_6_0 asks for, and where the answer goes.
+/// The request of a ZStzFileItem_6_0; the comments are the types of its result.
 enum ZStzFileItemType : int {
     zStzBoolean = 1,      // int
     zStzInteger = 2,      // unsigned int
@@ -22,7 +22,7 @@ enum ZStzFileItemType : int {
     zStzStanza = 6,       // ZPropertiesKVList_6_0
 };
 
-// One request of ZStanzaFileProperties_6_0::getItems().
+/// One request of ZStanzaFileProperties_6_0::getItems().
 struct ZStzFileItem_6_0 {
     union Default {
         char const* text;     // zStzString; null for none
@@ -32,42 +32,45 @@ struct ZStzFileItem_6_0 {
 
     int type;  // a ZStzFileItemType
     char const* stanza;
-    char const* key;       // not looked at for zStzStanza
-    int required;          // above 0: a missing key raises
+    char const* key;       // ignored for zStzStanza
+    int required;          // above 0: a missing key is an error
     void* result;          // borrowed: the receiving variable or object
-    Default defaultValue;  // for a missing key; not looked at for zStzStrings and behind
+    Default defaultValue;  // for a missing key; ignored for zStzStrings and later types
 };
 
+/// The configuration store for stanza files. A stanza is a category of ZProperties_6_0. Storing a
+/// file that was loaded keeps its comments, blank lines and order.
 class ZStanzaFileProperties_6_0 : public ZProperties_6_0 {
 public:
-    /// Makes a store and loads the file at `path`.
-    /// range   `keepComments` 0 drops comments and blank lines when reading.
+    /// Creates a store and loads the file at `path`.
+    /// range   `keepComments` 0: load() drops comments and blank lines.
     /// throws  as load().
     ZStanzaFileProperties_6_0(char const* path, int keepComments);
 
-    /// Makes an empty store.
+    /// Creates an empty store.
+    /// range   `keepComments` 0: load() drops comments and blank lines.
     explicit ZStanzaFileProperties_6_0(int keepComments);
     ZStanzaFileProperties_6_0(ZStanzaFileProperties_6_0 const& other);
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZStanzaFileProperties_6_0() override;
 
-    /// Adds a comment above the line of `key`, which is made when it is missing. Every line of
+    /// Adds a comment above the line of `key`, which is created if it does not exist. Every line of
     /// `comment` becomes a comment line.
-    /// throws  ZInvalidParameterException_6_0 when a name is null, empty or none that a file can
-    ///         hold, or the comment is null or has a line that is too long.
+    /// throws  ZInvalidParameterException_6_0 if a name is null, empty or invalid in a file, or if
+    ///         the comment is null or has a line that is too long.
     void addEntryComment(char const* stanza, char const* key, char const* comment) override;
 
-    /// Puts "#" before a `comment` that does not begin with it.
+    /// Prepends "#" unless `comment` starts with it.
     void checkComment(ZLCString_6_0& comment) override;
 
-    /// Adds a value behind those that `key` has, unless it has an equal one.
-    /// throws  ZInvalidParameterException_6_0 when a text is null, empty or none that a file can
-    ///         hold, or the key holds values of the other kind. Nothing is changed then.
+    /// Appends a value to the values of `key`, unless the key already has it.
+    /// throws  ZInvalidParameterException_6_0 if a string is null, empty or invalid in a file, or
+    ///         if the key has values of the other kind. Nothing is changed then.
     virtual void addValue(char const* stanza, char const* key, char const* value, int obfuscated);
 
-    // The same for the four kinds of strings. UTF-8 text is converted to the local codeset; what
-    // cannot be converted raises ZFromUTF8Exception_6_0 and changes nothing.
+    // The same for the four kinds of strings. UTF-8 is converted to the local codeset. A string
+    // that cannot be converted throws ZFromUTF8Exception_6_0 and changes nothing.
     virtual void addValue(char const* stanza, char const* key, ZLCString_6_0 const& value,
                           int obfuscated);
     virtual void addValue(char const* stanza, char const* key, ZUTF8String_6_0 const& value,
@@ -77,46 +80,48 @@ public:
     virtual void addValue(char const* stanza, char const* key, ZUTF8ConstString_6_0 const& value,
                           int obfuscated);
 
-    /// Adds those of `values` that `key` does not have, in list order, behind those that it has.
-    /// range   the members are strings, of any of the four kinds.
-    /// throws  as addValue(), but empty values are taken, except an empty UTF-8 text if `key` has a
-    ///         value without a UTF-8 form: the text may be what was read for that value. Nothing is
-    ///         changed then, and no observer is notified.
-    /// kept    an empty value counts as one until the file is read again.
-    /// cost    O(values held + values given).
+    /// Appends `values`, in list order, to the values of `key`, except values that the key already
+    /// has.
+    /// range   the elements are strings of any of the four kinds.
+    /// throws  as addValue(), but empty values are valid. An empty UTF-8 string is still invalid if
+    ///         `key` has a value without a UTF-8 form: the caller may have read the empty string in
+    ///         place of that value. Nothing is changed then, and no observer is notified.
+    /// cost    O(existing values + new values).
+    /// kept    an empty value remains in the list until the file is read again.
     virtual void addValues(char const* stanza, char const* key, ZArrayList_6_0 const& values,
                            int obfuscated);
 
-    /// Makes `out` a list of the keys of `stanza` with one value each.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
-    /// kept    of several values it is the first; the getters of one value give the last.
+    /// Replaces the items of `out` by the keys of `stanza` with one value each.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty.
+    /// kept    the item of a key with several values has the first value, although getValue()
+    ///         returns the last.
     virtual void getStanza(char const* stanza, ZPropertiesKVList_6_0& out);
 
-    /// Adds a stanza at the end; one that exists stays as it is.
-    /// throws  ZInvalidParameterException_6_0 when the name is null, empty or none that a file can
-    ///         hold.
+    /// Appends a stanza, unless it exists.
+    /// throws  ZInvalidParameterException_6_0 if the name is null, empty or invalid in a file.
     void addStanza(char const* stanza);
 
-    /// Removes a stanza with its keys and lines; a missing one is ignored.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    /// Removes a stanza with its keys and lines, if it exists.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty.
     void deleteStanza(char const* stanza);
 
-    /// Adds a comment above the head of `stanza`; nothing when it is missing. Every line of
-    /// `comment` becomes a comment line.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty, or the comment is
+    /// Adds a comment above the header of `stanza`, if the stanza exists. Every line of `comment`
+    /// becomes a comment line.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty, or if the comment is
     ///         null or has a line that is too long.
     void addStanzaComment(char const* stanza, char const* comment);
 
     /// Returns the names of the keys of `stanza`, as keyNames().
     ZArrayList_6_0* getKeys(char const* stanza) const;
 
-    /// Serves `count` requests in order; one of a type that does not exist ends the batch.
-    /// range   a negative `count` serves none.
-    /// throws  ZInvalidParameterException_6_0 when `items` is null, `count` is 0 or a result is
-    ///         null; what the getter of an item throws: the items before it are served then.
+    /// Processes `count` requests in order. A request with an invalid type ends the batch.
+    /// range   a negative `count` processes no request.
+    /// throws  ZInvalidParameterException_6_0 if `items` is null, `count` is 0 or a result is null;
+    ///         the exceptions of the function that reads an item. The results of earlier items are
+    ///         valid then.
     void getItems(ZStzFileItem_6_0* items, int count) const;
 
-    // Makes stores that keep comments.
+    /// Creates stores that keep comments.
     class ZStanzaFilePropertiesFactory : public ZAbstractPropertiesFactory_6_0 {
     public:
         ZStanzaFilePropertiesFactory();
@@ -126,11 +131,11 @@ public:
     };
 
     /// Returns the process-wide factory.
-    /// owns    borrowed; it lives until the process ends.
+    /// owns    borrowed; the factory exists until the process ends.
     /// threads any.
     static ZStanzaFilePropertiesFactory* getFactory();
 
-    /// Makes the process-wide factory unless it is there.
+    /// Creates the process-wide factory unless it exists.
     /// threads any.
     static void init();
 
@@ -138,19 +143,20 @@ private:
     static ZStanzaFilePropertiesFactory* factory_;
 };
 
-// Walks the keys of a stanza.
+/// Iterates over the keys that a stanza had when the iterator was created.
 class ZStanzaIterator_6_0 : public ZPropertiesIterator_6_0 {
 public:
-    /// Makes an iterator over the keys that `stanza` has now.
-    /// throws  ZInvalidParameterException_6_0 when the name is null or empty.
+    /// Creates an iterator over the current keys of `stanza`.
+    /// throws  ZInvalidParameterException_6_0 if the name is null or empty.
     ZStanzaIterator_6_0(ZStanzaFileProperties_6_0& store, char const* stanza);
     ~ZStanzaIterator_6_0() override;
 };
 
-// Walks the values of a key of a stanza.
+/// Iterates over the values of a key of a stanza, and changes them.
 class ZStanzaValueIterator_6_0 : public ZAbstractPropertyValuesIterator_6_0 {
 public:
-    /// Makes an iterator over the values of (stanza, key), see ZAbstractPropertyValuesIterator_6_0.
+    /// Creates an iterator over the values of (stanza, key); see the constructor of
+    /// ZAbstractPropertyValuesIterator_6_0.
     ZStanzaValueIterator_6_0(ZStanzaFileProperties_6_0& store, char const* stanza, char const* key,
                              ZPropertyStringType type, ZPropIter_valtype valtype);
     ~ZStanzaValueIterator_6_0() override;

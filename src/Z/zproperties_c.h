@@ -3,18 +3,19 @@
 // Subsystem: properties.  Stands on: ZStanzaFileProperties, ZPropertiesIterator, ZLCString, ZLock,
 // ZException, ZArrayList.
 //
-// C99 and C++. A file is opened into a handle, read and changed in memory, and written back with
-// zstzPropStore_6_0; its comments, blank lines and order are kept.
+// For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
+// functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
+// blank lines and order of the file.
 //
-// Ownership: a handle is the caller's until it is closed; the file object behind it lives as long
-// as the handle or an iterator made from it. Text that a function returns is a copy in a block of
-// the interface's own, released with zstzPropFree_6_0; the results of a list of values are
-// released with zstzPropFreeValuesList_6_0.
+// Ownership: the caller owns a handle until it is closed. The handle and its iterators share a file
+// object; the last of them releases it. Returned strings are copies in blocks of the interface,
+// released with zstzPropFree_6_0; the results of a list of values are released with
+// zstzPropFreeValuesList_6_0.
 // Threads: every function may be called from any thread, with any handle; a handle may be closed
-// while other threads use it. An iterator keeps the file object locked and belongs to the thread
-// that made it.
-// Handles: a value that is no open handle of the right kind (null, closed, never handed out) is
-// recognised without being looked into and answered with zpropBadHandle.
+// while other threads use it. An iterator belongs to the thread that created it and locks the file
+// object until it is closed.
+// Handles: a value that is not an open handle of the right kind (null, closed, arbitrary) is
+// detected without dereferencing it; the function returns zpropBadHandle.
 #pragma once
 
 #ifdef __cplusplus
@@ -23,24 +24,24 @@ extern "C" {
 
 typedef struct ZPROP_handle ZPROP_handle;            // an open file
 typedef struct ZPROP_iter_handle ZPROP_iter_handle;  // an open iterator
-typedef struct ZPROP_stz_handle ZPROP_stz_handle;    // a stanza; no function makes one
+typedef struct ZPROP_stz_handle ZPROP_stz_handle;    // a stanza; no function creates one
 
-/// The one set of return codes.
+/// The return codes of all functions.
 enum ZPROPCode {
     zpropOk = 0,
     zpropOpenStoreFailed = 51,  // the file could not be opened, read or written
     zpropChangeFailed = 52,     // a change was refused or failed; no memory
-    zpropInvalidValue = 53,     // the value is not of the type asked for
-    zpropMissing = 54,          // there is no such key, or it has no value
+    zpropInvalidValue = 53,     // the value is not of the requested type
+    zpropMissing = 54,          // the key does not exist or has no value
     zpropBadHandle = 55,        // not an open handle, or an argument is missing
     zpropIterator = 57          // the iterator has no current entry, or cannot do this
 };
 
-/// How a file is opened; both ways are accepted and are the same.
+/// The modes of opening a file; both have the same effect.
 enum { zpropOpenRead = 1, zpropOpenUpdate = 2 };
 typedef int ZPROPOpenMode;
 
-/// What a record of zstzPropGetValues_6_0 asks for.
+/// The type of the value that a record of zstzPropGetValues_6_0 requests.
 enum { zpropBoolean = 1, zpropInteger = 2, zpropString = 3, zpropStringList = 4 };
 typedef int ZPROPValueType;
 
@@ -49,107 +50,110 @@ typedef struct ZPROPValue {
     ZPROPValueType type;
     char const* stanza;
     char const* key;
-    int flag;      // 1: a missing key gives 0 or an empty value; any other: it is an error
-    void* result;  // where the result goes: int* (boolean), unsigned int* (integer), char**
-                   // (string: null when empty), char*** (list: ended by a null pointer)
+    int flag;      // 1: a missing key gives 0 or an empty value; any other: an error
+    void* result;  // receives the result: int* (boolean), unsigned int* (integer), char**
+                   // (string: null if empty), char*** (list: ends with a null pointer)
 } ZPROPValue;
 
 /// Opens `file`, reads it and stores a handle in `*handle`.
 /// owns    owned by the caller; released with zstzPropClose_6_0.
-/// codes   55 when an argument is null or `mode` is neither 1 nor 2, `*handle` is untouched then;
-///         51 when the file cannot be read, `*handle` is null then.
+/// codes   55 if an argument is null or `mode` is neither 1 nor 2; `*handle` is untouched then. 51
+///         if the file cannot be read; `*handle` is null then.
 int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode);
 
-/// Closes a handle; what is no open handle is ignored. Unstored changes are lost.
-/// threads calls under way in other threads end first; iterators of the handle stay usable.
+/// Closes a handle. Unsaved changes are lost. A bad handle is ignored.
+/// threads calls in progress in other threads continue; iterators of the handle stay usable.
 void zstzPropClose_6_0(ZPROP_handle* handle);
 
 /// Writes the file.
-/// range   `file` null or empty means the file that was opened.
-/// codes   55 for a bad handle; 51 when the file cannot be written.
+/// range   `file` null or empty: the file that was opened.
+/// codes   55 for a bad handle; 51 if the file cannot be written.
 int zstzPropStore_6_0(ZPROP_handle* handle, char const* file);
 
-/// Replaces the values of a key by one text; stanza and key are made when missing.
-/// range   a null or empty `value` makes a key without a value. What the file could not give back
-///         when read again is refused: "]" or a line feed in a stanza; a key that is empty, begins
-///         with "#" or "[", has "=", a line feed or outer white space; a value with a line feed or
-///         too long for a line. Outer white space of a value is gone when the file is read again.
-/// codes   55 for a bad handle, a null stanza or key; 52 when refused: nothing is changed then.
+/// Replaces the values of a key by a single value. Creates the stanza and the key if they do not
+/// exist.
+/// range   a null or empty `value` creates a key without a value. Strings that the file could not
+///         represent are invalid: a stanza with "]" or a newline; a key that is empty, starts with
+///         "#" or "[", or has "=", a newline or leading or trailing whitespace; a value with a
+///         newline or too long for a line. A file does not preserve leading and trailing whitespace
+///         of a value.
+/// codes   55 for a bad handle, a null stanza or key; 52 for an invalid string: nothing is changed
+///         then.
 int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);
 
-/// Replaces the values of a key by "yes" or, for 0, "no".
+/// Replaces the values of a key by "yes", or by "no" if `value` is 0.
 /// codes   as zstzPropSetStringValue_6_0.
 int zstzPropSetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 int value);
 
-/// Replaces the values of a key by a number's decimal text.
+/// Replaces the values of a key by `value` in decimal.
 /// codes   as zstzPropSetStringValue_6_0.
 int zstzPropSetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 unsigned int value);
 
-/// Removes a key with all its values; a missing one is no error.
-/// codes   55 for a bad handle, a null stanza or key; 52 when it fails.
+/// Removes a key with all its values. A missing key is not an error.
+/// codes   55 for a bad handle, a null stanza or key; 52 if it fails.
 int zstzPropRemoveKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key);
 
-/// Removes a stanza with all its keys; a missing one is no error.
-/// codes   55 for a bad handle or a null stanza; 52 when it fails.
+/// Removes a stanza with all its keys. A missing stanza is not an error.
+/// codes   55 for a bad handle or a null stanza; 52 if it fails.
 int zstzPropRemoveStanza_6_0(ZPROP_handle* handle, char const* stanza);
 
 /// Adds a comment to a key.
-/// range   `comment` gets a leading "#" when it has none.
-/// codes   55 for a bad handle, a null stanza, key or comment; 52 when it fails.
+/// range   "#" is prepended to each line of `comment` that does not start with it.
+/// codes   55 for a bad handle, a null stanza, key or comment; 52 if it fails.
 int zstzPropAddLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* comment);
 
 /// Adds a comment to a stanza.
 /// range   as zstzPropAddLineComment_6_0.
-/// codes   55 for a bad handle, a null stanza or comment; 52 when it fails.
+/// codes   55 for a bad handle, a null stanza or comment; 52 if it fails.
 int zstzPropAddStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment);
 
 /// Adds a comment to the file.
 /// range   as zstzPropAddLineComment_6_0.
-/// codes   55 for a bad handle or a null comment; 52 when it fails.
+/// codes   55 for a bad handle or a null comment; 52 if it fails.
 int zstzPropAddFileComment_6_0(ZPROP_handle* handle, char const* comment);
 
-/// Serves `count` records in order, up to the first that fails; a count below 1 serves none.
-/// owns    results of the types 3 and 4 are the caller's, released with
-///         zstzPropFreeValuesList_6_0; they are null from the start in records not reached.
+/// Processes `count` records in order, up to the first that fails; none if `count` is below 1.
+/// owns    results of the types 3 and 4 are owned by the caller, released with
+///         zstzPropFreeValuesList_6_0. After a failure they are null in the remaining records.
+/// throws  ZInvalidParameterException_6_0 for a record type other than 1 to 4.
 /// codes   55 for a bad handle, a null array with a non-zero count, a record without stanza, key
 ///         or result; 54, 53 or 52 of the record that failed.
-/// throws  ZInvalidParameterException_6_0 for a record type other than 1 to 4.
-/// kept    that one exception leaves the call as an exception.
+/// kept    this exception is not translated into a code.
 int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count);
 
-/// Releases the results of the types 3 and 4 and clears them.
-/// range   a bad handle, a null array and a count below 1 are ignored.
+/// Releases the results of the types 3 and 4 and sets them to null.
+/// range   does nothing for a bad handle, a null array or a count below 1.
 void zstzPropFreeValuesList_6_0(ZPROP_handle* handle, ZPROPValue* records, int count);
 
-// The functions below return their result and put the code into `*code`. When `code` or a name
-// they need is null they return at once and report nothing: the boolean and the integer getter 55,
-// the others 0. A bad handle or iterator puts 55 into `*code` and returns 0.
+// The functions below return their result and store the code in `*code`. If `code` or a required
+// name is null, they return immediately and store no code: the boolean and the integer function
+// return 55, the others 0. For a bad handle or iterator they store 55 and return 0.
 
-/// Returns the last value of a key, or null when it is empty.
+/// Returns the last value of a key; null if it is empty.
 /// range   `defaultFlag` 1 makes a missing key an empty value; any other makes it an error.
 /// owns    a copy; released with zstzPropFree_6_0.
-/// codes   54 missing; 52 no memory; 55 when stanza or key is empty.
+/// codes   54 missing; 52 memory is exhausted; 55 if stanza or key is empty.
 char* zstzPropGetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                  int defaultFlag, int* code);
 
-/// Returns the last value of a key as a truth value, 1 or 0.
+/// Returns the last value of a key as a boolean, 1 or 0.
 /// range   `defaultFlag` 1 makes a missing key 0; any other makes it an error.
-/// codes   54 missing; 53 not a truth value; 55 when stanza or key is empty.
+/// codes   54 missing; 53 not a boolean; 55 if stanza or key is empty.
 int zstzPropGetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 int defaultFlag, int* code);
 
 /// Returns the last value of a key as a number.
 /// range   decimal, "0x" hexadecimal, leading "0" octal. `defaultFlag` 1 makes a missing key 0; any
 ///         other makes it an error.
-/// codes   54 missing; 53 not a number; 55 when stanza or key is empty.
+/// codes   54 missing; 53 not a number; 55 if stanza or key is empty.
 unsigned int zstzPropGetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                          int defaultFlag, int* code);
 
-/// Returns whether the key, or with a null `key` the stanza, exists: 1 or 0.
+/// Returns 1 if the key exists or, if `key` is null, the stanza; else 0.
 int zstzPropExists_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code);
 
 /// Returns the number of stanzas.
@@ -161,64 +165,63 @@ int zstzPropNumKeys_6_0(ZPROP_handle* handle, char const* stanza, int* code);
 /// Returns the number of values of a key.
 int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code);
 
-/// Makes an iterator over the values of a key or, with a null `key`, over the keys of a stanza.
-///
-/// It stands before the first one. Until it is closed, other threads wait for the file object; the
-/// thread that made it goes on using the handle as it likes. In any other thread the iterator's
-/// functions answer 57 and do nothing.
-/// range   a stanza or key that is missing has nothing to walk; nor has a key when its name or its
-///         stanza's is empty, and nothing can be added to it.
+/// Creates an iterator over the values of `key` or, if `key` is null, over the keys of `stanza`.
+/// It starts before the first entry.
+/// range   a missing stanza or key gives an empty iterator; so does an empty name if `key` is not
+///         null, and then no value can be added either.
 /// owns    owned by the caller; released with zstzPropIter_close_6_0.
-/// codes   55 for a bad handle, a null stanza or out pointer, and for the keys of a stanza with an
-///         empty name; 52 no memory. `*iterator` is null then, or untouched when the handle is bad
-///         or an argument is null.
+/// codes   55 for a bad handle, a null stanza or out pointer, and for an empty stanza if `key` is
+///         null; 52 if memory is exhausted. `*iterator` is null then, or untouched if the handle
+///         is bad or an argument is null.
+/// threads the iterator locks the file object until it is closed. The creating thread may keep
+///         using the handle; in other threads the iterator's functions return 57 and do nothing.
 int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                           ZPROP_iter_handle** iterator);
 
 /// Closes an iterator.
-/// codes   55 when it is no open iterator, or a damaged one; 57 in another thread, where it stays
-///         open.
-/// kept    a damaged iterator is closed although the code is 55: it holds a lock.
+/// codes   55 for a bad or damaged iterator; 57 in another thread: the iterator stays open then.
+/// kept    a damaged iterator is closed although the code is 55, because it holds a lock.
 int zstzPropIter_close_6_0(ZPROP_iter_handle* iterator);
 
 /// Replaces the current value.
-/// range   a null `value` is an empty one; what a line cannot hold is refused.
-/// codes   55 for a bad iterator; 57 for an iterator over keys or without a current value; 52 when
-///         refused.
+/// range   a null `value` is empty. A value that a line cannot represent is invalid.
+/// codes   55 for a bad iterator; 57 for an iterator over keys or without a current value; 52 for
+///         an invalid value.
 int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value);
 
-/// Adds a value behind the current one and makes it current.
+/// Inserts a value after the current value and makes it current.
 /// range   as zstzPropIter_chgValue_6_0.
-/// codes   55 for a bad iterator; 57 for an iterator over keys; 52 when refused.
+/// codes   55 for a bad iterator; 57 for an iterator over keys; 52 for an invalid value.
 int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value);
 
-/// Removes the current value. The one before it becomes current for the next change, but is not
-/// given again: zstzPropIter_getValue_6_0 returns null until the next step.
-/// codes   55 for a bad iterator; 57 for an iterator over keys or without a current value; 52 when
-///         it fails.
+/// Removes the current value. The previous value becomes current for the next change, but
+/// zstzPropIter_getValue_6_0 returns null until the next step.
+/// codes   55 for a bad iterator; 57 for an iterator over keys or without a current value; 52 if it
+///         fails.
 int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator);
 
-/// Moves to the next key or value and returns 1, or 0 when there is none.
-/// codes   57 in another thread; 52 no memory: the value is passed over.
+/// Moves to the next key or value and returns 1; returns 0 at the end.
+/// codes   57 in another thread; 52 if memory is exhausted: the value is skipped.
 int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code);
 
-/// Returns the current key; of an iterator over values, its key.
+/// Returns the current key; for an iterator over values, always the key of the values.
 /// owns    a copy; released with zstzPropFree_6_0.
 /// codes   57 before the first key.
 char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code);
 
-/// Returns the current key's first value or the current value; null when it is empty.
+/// Returns the first value of the current key or, for an iterator over values, the current value;
+/// null if it is empty.
 /// owns    a copy; released with zstzPropFree_6_0.
 /// codes   57 before the first key.
 char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code);
 
-/// Returns the number of keys; of an iterator over values, 1.
+/// Returns the number of keys; for an iterator over values, 1.
 int zstzPropIter_numKeys_6_0(ZPROP_iter_handle* iterator, int* code);
 
 /// Returns the number of values of the current key.
 int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code);
 
-/// Releases text that a function of this header returned; any other pointer is ignored.
+/// Releases a string that a function of this header returned; any other pointer is ignored.
 void zstzPropFree_6_0(char* text);
 
 #ifdef __cplusplus
