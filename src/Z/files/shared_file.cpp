@@ -19,17 +19,17 @@ namespace {
 constexpr int kFirstDescriptor = 3;
 constexpr pthread_t kNobody = ~pthread_t{0};
 
-// A range that a reference holds, or that it waits for.
+// A range that a reference holds or waits for.
 struct Range {
     ZSharedFile const* user;
-    void const* object;  // of `user`, if the thread had a claim on it; its claims say who holds it
-    pthread_t thread;    // took it, or waits; holds it if there is no object
+    void const* object;  // of `user`, if the thread had a claim on it; its claims name the holders
+    pthread_t thread;    // locked the range, or waits; holds the range if `object` is null
     short type;
     off_t start;
     off_t length;
     bool waits;  // for other users of this process
 
-    // Ranges of one file are the same or do not overlap.
+    // Ranges of one file are identical or disjoint.
     bool is(off_t otherStart, off_t otherLength) const
     {
         return start == otherStart && length == otherLength;
@@ -37,7 +37,7 @@ struct Range {
     bool overlaps(Range const& other) const { return is(other.start, other.length); }
 };
 
-// A lock object that a thread holds or asks for.
+// A lock object that a thread holds or requests.
 struct Claim {
     void const* object;
     pthread_t thread;
@@ -79,7 +79,7 @@ int setLock(int fd, int command, short type, off_t start, off_t length)
     return rc < 0 ? errno : 0;
 }
 
-// Returns why the file is not to be used, or 0.
+// Returns 0 if the file can be used, else an errno.
 int kindError(struct stat const& status, ZSharedFile::Refusal refusal)
 {
     if (S_ISREG(status.st_mode))
@@ -105,8 +105,8 @@ struct ZSharedFile::Entry {
     int fd = -1;                   // the descriptor in use
     bool writable = false;         // it was opened for writing too
     std::vector<int> descriptors;  // every descriptor of the inode, `fd` among them
-    std::list<Range> ranges;       // each stays where it is until it goes
-    std::list<Range> spare;        // for the first one: once a file is open it can be locked
+    std::list<Range> ranges;       // a list: threads that wait keep iterators
+    std::list<Range> spare;        // for the first range: locking an open file needs no memory
 };
 
 namespace {
@@ -119,10 +119,10 @@ struct Table {
     std::condition_variable released;
     std::vector<std::unique_ptr<Entry>> entries;
     std::vector<Claim> claims;
-    std::vector<int> unidentified;  // descriptors whose inode may be that of an entry
+    std::vector<int> unidentified;  // descriptors that may belong to an entry: fstat() failed
 
-    // Gives each unidentified descriptor to its entry, or closes it if there is none. Requires room
-    // for them in each entry.
+    // Moves each unidentified descriptor to its entry, or closes it if no entry has its inode.
+    // Requires capacity for all of them in each entry.
     void identify()
     {
         std::erase_if(unidentified, [this](int fd) {
@@ -167,8 +167,8 @@ struct Table {
         return found;
     }
 
-    // Returns whether `wanted` has to wait for `range`. Writers that wait go before readers that
-    // come later, except for a reader that has the range already: the writer waits for that one.
+    // Returns whether `wanted` must wait for `range`. A waiting writer has precedence over later
+    // readers, except over a thread that holds the range already, for which the writer waits.
     bool standsInTheWay(Entry const& entry, Range const& range, Range const& wanted) const
     {
         if (!range.overlaps(wanted))
@@ -211,8 +211,8 @@ struct Table {
                 if (isInTheWay(claim) &&
                     (claim.object == wanted.object || hasLocked(claim.object, wanted.object)))
                     visit(claim.thread);
-        // One thread at a time enters the object, and whoever comes later waits until it is in.
-        // Once a thread is in, none waits for a range of the object.
+        // One thread at a time acquires the object, and later threads wait for it. Once it holds
+        // the object, no thread waits for a range of the object.
         for (auto const& entry : entries)
             for (Range const& range : entry->ranges)
                 if (range.waits && range.object == wanted.object &&
@@ -220,7 +220,8 @@ struct Table {
                     visit(range.thread);
     }
 
-    // Returns whether `holder` has locked a range of the file that `object` locks, or waits for.
+    // Returns whether `holder` has locked a range of the file on which `object` has locked a range,
+    // or waits for one.
     bool hasLocked(void const* holder, void const* object) const
     {
         for (auto const& entry : entries) {
@@ -248,7 +249,7 @@ struct Table {
                 forEachAwaited(claim, visit);
     }
 
-    // Returns the threads at the ends of the edges of a range in an entry, or of a claim.
+    // Returns the threads that a thread awaits because of a range in an entry, or of a claim.
     template <class... Wanted>
     std::vector<pthread_t> awaitedBy(Wanted const&... wanted) const
     {
@@ -257,8 +258,8 @@ struct Table {
         return awaited;
     }
 
-    // Returns whether `self` is among `awaited`, the threads that it is about to wait for, or among
-    // the threads that they wait for, and so on.
+    // Returns whether `self` is reachable from `awaited`, the threads for which it is about to
+    // wait.
     bool wouldDeadlock(pthread_t self, std::vector<pthread_t> awaited) const
     {
         std::vector<pthread_t> seen;
@@ -275,7 +276,7 @@ struct Table {
         return false;
     }
 
-    // The newest one.
+    // Returns the newest claim of a thread on an object.
     std::vector<Claim>::iterator findClaim(void const* object, pthread_t thread)
     {
         auto const found = std::find_if(claims.rbegin(), claims.rend(), [&](Claim const& claim) {
@@ -286,8 +287,8 @@ struct Table {
 
     using Place = std::list<Range>::iterator;
 
-    // Takes back the range at `place`; the record lock goes with its last holder. A failure to
-    // release the record lock changes nothing and is returned.
+    // Removes a range. The last holder also releases the record lock; if that fails, nothing
+    // changes and the errno is returned.
     static int release(Entry& entry, Place place)
     {
         bool const others =
@@ -301,7 +302,7 @@ struct Table {
         return 0;
     }
 
-    // Takes back the range at `place` whatever becomes of the record lock.
+    // Removes a range even if the record lock cannot be released.
     static void drop(Entry& entry, Place place)
     {
         if (release(entry, place) != 0)
@@ -309,8 +310,9 @@ struct Table {
     }
 };
 
-// The table of this process. A child made by fork() shares its parent's memory image but none of
-// its locks, and the mutex may be held by a thread that is not there: it gets a new table.
+// Returns the table of this process. A child created by fork() has a copy of its parent's memory,
+// but none of its locks, and a thread that does not exist in the child may hold the mutex. So the
+// child gets a new table.
 Table& table()
 {
     static std::atomic<Table*> current{nullptr};
@@ -349,14 +351,14 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
     std::lock_guard<std::mutex> guard(files.mutex);
     bool const writes = (flags & O_ACCMODE) == O_RDWR;
 
-    // What is no regular file is not even opened: opening a device may do something. And a file
-    // that is open already is not opened again, see above.
+    // Check the file first: opening a device may have effects, and a second descriptor of an open
+    // file must not be closed again.
     struct stat status;
     bool const asksFirst = (flags & O_NONBLOCK) == 0 || !files.entries.empty();
     int const links = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
     bool const isThere = asksFirst && fstatat(directory, path, &status, links) == 0;
     if (asksFirst && !isThere && errno != ENOENT && !files.entries.empty())
-        return errno;  // it may be open already
+        return errno;  // the file may have an entry
     if (isThere) {
         bool const link = S_ISLNK(status.st_mode);
         if (int const error = link ? ELOOP : kindError(status, refusal))
@@ -369,7 +371,7 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
         }
     }
 
-    // Room for everything first: nothing may fail once the file is open.
+    // Reserve all memory first: nothing may throw once the file is open.
     auto fresh = std::make_unique<Entry>();
     fresh->descriptors.reserve(2);
     fresh->spare.resize(1);
@@ -384,9 +386,9 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
         return errno;
     bool const isKnown = fstat(fd, &status) == 0;
     int error = isKnown ? kindError(status, refusal) : errno;
-    // The file may have got another name since it was looked up: then it is open already after all,
-    // and this descriptor must stay open with the others, also when it is refused. The same holds
-    // if its inode cannot be asked for.
+    // Since the check above, the path may have come to refer to a file that has an entry. Then this
+    // descriptor must stay open with the others, even if the file is refused. So must a descriptor
+    // whose inode is unknown.
     Entry* const known = isKnown ? files.find(status) : nullptr;
     auto const retire = [&](int descriptor) {
         if (known != nullptr)
@@ -435,7 +437,7 @@ void ZSharedFile::close()
     std::lock_guard<std::mutex> guard(files.mutex);
     auto const at = std::find_if(files.entries.begin(), files.entries.end(),
                                  [this](auto const& entry) { return entry.get() == entry_; });
-    if (at == files.entries.end()) {  // a reference that came along through fork()
+    if (at == files.entries.end()) {  // a reference inherited through fork()
         entry_ = nullptr;
         return;
     }
@@ -494,7 +496,7 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
     *place = wanted;
     entry.ranges.splice(entry.ranges.end(), entry.spare);
 
-    // Takes the range back unless it is locked in the end: a wait can fail or be cancelled.
+    // Removes the range unless it gets locked: a wait can fail or be cancelled.
     struct Undo {
         Table& files;
         Entry& entry;
@@ -508,14 +510,14 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
             if (!guard.owns_lock())
                 guard.lock();
             Table::drop(entry, place);
-            files.released.notify_all();  // readers may have stood back for this writer
+            files.released.notify_all();  // readers may wait because of this writer
         }
     } undo{files, entry, place, guard};
 
     files.released.wait(guard, [&] { return !files.blocked(entry, wanted); });
     place->waits = false;
     int const fd = entry.fd;
-    if (command == F_SETLKW)  // others must be able to release meanwhile
+    if (command == F_SETLKW)  // while it waits, other threads must be able to release ranges
         guard.unlock();
     int const error = setLock(fd, command, type, start, length);
     undo.done = error == 0;
@@ -529,7 +531,8 @@ int ZSharedFile::unlock(off_t start, off_t length)
     int error = 0;
     for (auto next = entry_->ranges.begin(); next != entry_->ranges.end();) {
         auto const place = next++;
-        // Not what another thread waits for. Only the last holder's release can fail.
+        // A range for which another thread waits stays. Only the release by the last holder can
+        // fail.
         if (place->user == this && !place->waits && place->is(start, length))
             error = Table::release(*entry_, place);
     }
@@ -557,7 +560,7 @@ int ZLockClaims::ask(void const* object, short type)
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     Claim const wanted = {object, pthread_self(), type, false};
-    // A writer that asks again does not wait: the lock between the threads refuses it.
+    // A second request of the writer does not wait: the lock between threads refuses it.
     bool const isWriter =
         std::any_of(files.claims.begin(), files.claims.end(), [&](Claim const& claim) {
             return claim.isOf(object, wanted.thread) && claim.held && claim.type == F_WRLCK;

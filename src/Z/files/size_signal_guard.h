@@ -1,9 +1,9 @@
 // ZSizeSignalGuard: makes a write beyond the file-size limit fail instead of ending the process.
 //
-// A write or an extension past RLIMIT_FSIZE raises SIGXFSZ in the calling thread, and the default
-// action ends the process. With the signal blocked the call only fails, with EFBIG. The guard then
-// takes back the signal that the call has left pending.
-// Threads: a guard belongs to the thread that made it. Other threads keep their signal masks.
+// A write or an extension past RLIMIT_FSIZE sends SIGXFSZ to the calling thread, and the default
+// action ends the process. If the signal is blocked, the call only fails, with EFBIG. The guard
+// blocks the signal, and later consumes the signal that the call has left pending.
+// Threads: a guard belongs to the thread that created it. Other threads keep their signal masks.
 #pragma once
 
 #include <errno.h>
@@ -18,7 +18,7 @@ public:
         sigemptyset(&signal_);
         sigaddset(&signal_, SIGXFSZ);
         pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-        // Only a caller that had blocked the signal can have one pending, which stays pending.
+        // A pending signal of a caller that had blocked the signal stays pending.
         wasPending_ = sigismember(&before_, SIGXFSZ) == 1 && isPending();
     }
     ZSizeSignalGuard(ZSizeSignalGuard const&) = delete;

@@ -43,7 +43,7 @@ bool isMissing(int error)
     return error == ENODATA || error == EOPNOTSUPP || error == ENOSYS;
 }
 
-// Returns the groups of a user, unless the user database does not know them.
+// Returns the groups of a user, or nothing if the user database does not know the user.
 std::optional<std::vector<gid_t>> groupsOf(uid_t user)
 {
     std::vector<char> text(1024);
@@ -160,7 +160,7 @@ bool AccessList::mayAllow(uid_t user, unsigned permissions) const
            !groupsOf(user).has_value();
 }
 
-// Returns what a user has at least, who is in an unknown set of groups.
+// Returns the permissions that a user has in every possible set of groups.
 unsigned AccessList::ofUser(uint32_t user) const
 {
     if (user == 0 || user == status_.st_uid)
@@ -189,7 +189,7 @@ unsigned AccessList::ofGroup(uint32_t group) const
     return isNamed ? permissions : others_;
 }
 
-// Returns what a user has at most who is in an unknown set of groups.
+// Returns the permissions that an unlisted user has in at least one possible set of groups.
 unsigned AccessList::ofAnyGroup() const
 {
     unsigned permissions = masked(group_) | others_;
@@ -219,7 +219,7 @@ bool AccessList::isWithin(AccessList const& other, unsigned permissions) const
         if (exceeds(masked(entry.permissions),
                     entry.isGroup ? other.ofGroup(entry.id) : other.ofUser(entry.id)))
             return false;
-    // An entry there that is missing here may take something away.
+    // An entry of `other` that is missing here may reduce the rights.
     if (other.status_.st_gid != status_.st_gid && exceeds(others_, other.masked(other.group_)))
         return false;
     for (Entry const& entry : other.named_) {
@@ -240,14 +240,14 @@ int AccessList::copyTo(int fd, bool& owned) const
     bool const given = same || fchown(fd, status_.st_uid, status_.st_gid) == 0;
     owned = given || now.st_uid == status_.st_uid;
     bool const hasGroup = given || fchown(fd, static_cast<uid_t>(-1), status_.st_gid) == 0;
-    // The directory may have given it a list, of which the mode would become the mask.
+    // If the file inherited a list from its directory, fchmod() would set the mask of the list.
     if (fremovexattr(fd, kListAttribute) != 0 && !isMissing(errno))
         return errno;
     bool hasList = true;
     if (hasGroup && isExtended()) {
         int const error = copyListTo(fd);
         hasList = error == 0;
-        // The user namespace does not know the users that it names, or the file system no lists.
+        // EINVAL: the user namespace lacks a user of the list. EOPNOTSUPP: lists are not supported.
         if (!hasList && error != EINVAL && error != EOPNOTSUPP)
             return error;
     }
@@ -271,7 +271,7 @@ bool hasAttribute(int fd, char const* name, std::string_view value)
     return length >= 0 && std::string_view(found.data(), static_cast<size_t>(length)) == value;
 }
 
-// Returns 0, also for an attribute that is gone or that we may not read, or an errno.
+// Returns 0 or an errno. An attribute that is missing by now, or that we may not read, is skipped.
 int copyAttribute(int from, int to, char const* name)
 {
     auto const readError = [] { return isMissing(errno) || isForbidden(errno) ? 0 : errno; };

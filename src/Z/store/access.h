@@ -1,8 +1,8 @@
-// access: who can read and write a file, by its mode and its access control list, and giving the
-// files next to a configuration file no more than that.
+// access: the rights on a file, by its mode and access control list, and copying them to the files
+// next to it, which must not grant more.
 //
-// With an access control list the group bits of the mode are its mask: they tell neither what the
-// group may do nor that nobody else may do anything.
+// If a file has an access control list, the group bits of its mode are the mask of the list: they
+// show neither the rights of the group nor that no other user has rights.
 #pragma once
 
 #include <stdint.h>
@@ -38,7 +38,7 @@ public:
     /// Returns whether the file has more entries than its mode shows.
     bool isExtended() const { return !named_.empty() || mask_ != kNoMask; }
 
-    /// Returns whether a user has one of `permissions`, by the groups that the user database names.
+    /// Returns whether a user has one of `permissions`, by the groups in the user database.
     /// throws  std::bad_alloc.
     bool allows(uid_t user, unsigned permissions) const;
 
@@ -47,17 +47,16 @@ public:
     /// throws  std::bad_alloc.
     bool mayAllow(uid_t user, unsigned permissions) const;
 
-    /// Returns whether everybody, except the owners, who has one of `permissions` here has it in
-    /// `other` too. A membership in groups that cannot be known counts as the less favourable.
+    /// Returns whether each user except the owners has in `other` all of `permissions` that the
+    /// user has here. Membership in groups is unknown: the result must hold for every membership.
     bool isWithin(AccessList const& other, unsigned permissions) const;
 
-    /// Gives a new, empty file the owner, the mode and the list of this file, and nothing that it
-    /// inherited from its directory. Returns 0 or an errno. If we cannot give it to the owner,
-    /// group and others get no access, unless we can give it to the group; nor do they if it cannot
-    /// have the list. `owned` reports whether the owner was set.
+    /// Copies owner, mode and list to a new, empty file, and removes the list that it inherited
+    /// from its directory. Returns 0 or an errno. If the group or the list cannot be set, group and
+    /// others get no access. Sets `owned` to whether the file has the owner.
     int copyTo(int fd, bool& owned) const;
 
-    /// Gives `fd` the list of this file, but not its owner. Returns 0 or an errno.
+    /// Copies the list to `fd`, if the file has a list. Returns 0 or an errno.
     int copyListTo(int fd) const;
 
 private:
@@ -76,16 +75,16 @@ private:
     bool names(Entry const& entry) const;
 
     struct stat status_ = {};
-    std::vector<unsigned char> bytes_;  // of the list, as the kernel has it; empty if there is none
+    std::vector<unsigned char> bytes_;  // the list in the kernel's form; empty without a list
     std::vector<Entry> named_;
     unsigned group_ = 0;
     unsigned others_ = 0;
     unsigned mask_ = kNoMask;
 };
 
-/// Copies the extended attributes of a file, security labels included. Access control lists, and
-/// attributes that we may not read, are not copied. Returns 0, or the errno of an attribute that
-/// `to` lacks now: one for which isForbidden() is false, if there is such an attribute.
+/// Copies the extended attributes of a file, security labels included, but not access control lists
+/// and attributes that we may not read. Continues after a failure. Returns 0, or the errno of an
+/// attribute that could not be copied, preferably one for which isForbidden() is false.
 /// throws  std::bad_alloc.
 int copyAttributes(int from, int to);
 

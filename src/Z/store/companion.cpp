@@ -10,7 +10,7 @@ namespace zstore {
 
 namespace {
 
-// Returns whether a directory may well be the wanted one although it could not be opened.
+// Returns whether opening a directory may succeed later.
 bool isTransient(int error)
 {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
@@ -42,7 +42,7 @@ bool looksCompressed(std::string_view bytes)
 CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     : main_(main), path_(path), name_(namePart(path))
 {
-    // The directory of the main file is open already: its path may mean another one by now.
+    // Use the open directory of the main file: its path may refer to another directory by now.
     std::string const directory = directoryPart(path);
     if (main.isInDirectory(directory)) {
         directory_ = &main.directory;
@@ -59,7 +59,7 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
         isOwn_ = name_ == main.name + kCompanionSuffix;
     }
     if (!isOwn_ && name_ == namePart(main.path) + kCompanionSuffix) {
-        Directory given;  // if the given path is a link
+        Directory given;  // differs if the given path is a link
         int const error = given.openFollowingLinks(directoryPart(main.path));
         isOwn_ = error == 0 && isSameFile(elsewhere_.status(), given.status());
         if (isTransient(error))
@@ -67,8 +67,8 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     }
 }
 
-// Returns whether a store of the main file uses this name itself, for the journal or a new file, or
-// would take the main file for a leftover of the companion.
+// Returns whether stores of the main file use this name for the journal or a new file, or use the
+// name of the main file for a new companion.
 bool CompanionFile::isReserved() const
 {
     if (directory_ != &main_.directory)

@@ -1,10 +1,10 @@
-// companion: which file a configuration file can use for its obfuscated values.
+// companion: decides which file a configuration file can use for its obfuscated values.
 //
-// A file that only we can write can name any companion. Another one can only use the one that
-// belongs to its path, "<path>.obf", and only if that is a regular file with one link and the
-// owner of the file. No file can name itself or its journal.
+// A file that only we can write can name any companion. Any other file can only use the companion
+// of its path, "<path>.obf", and only if that is a regular file with one link and the owner of the
+// file. No file can name itself or its journal.
 //
-// Every decision is made on an open file or by the descriptor of its directory.
+// Every check uses an open file or the descriptor of its directory.
 #pragma once
 
 #include <sys/stat.h>
@@ -23,8 +23,7 @@ constexpr size_t kMaxCompanionSize = size_t{257} << 20;
 /// throws  IoError (path, "getcwd()", errno).
 std::string defaultCompanionPath(std::string const& path);
 
-/// Returns whether the contents can be those of a companion: nothing, or the first bytes of a zlib
-/// stream.
+/// Returns whether the contents can be a companion's: empty, or the start of a zlib stream.
 bool looksCompressed(std::string_view bytes);
 
 class CompanionFile {
@@ -39,19 +38,18 @@ public:
     std::string const& name() const { return name_; }
     Directory const& directory() const { return *directory_; }
 
-    /// Returns 0 or the errno with which its directory could not be opened.
+    /// Returns 0, or the errno of opening its directory.
     int directoryError() const { return directoryError_; }
 
-    /// Returns whether this is the companion that belongs to the path of the main file. Only such a
-    /// file is ever removed.
+    /// Returns whether this is the companion of the main file's path. Stores remove no other file.
     bool isOwn() const { return isOwn_; }
 
-    /// Returns 0 if the main file can use this companion: EPERM, or the errno if that cannot be
-    /// found out.
+    /// Returns 0 if the main file can use this companion, EPERM if not, or an errno if that cannot
+    /// be determined.
     int check() const;
 
-    /// Returns whether there is a file, with its status; links at the name are followed if the main
-    /// file can use any companion.
+    /// Returns whether the file exists, and sets `status`. A link at the name is followed if the
+    /// main file can use any companion.
     bool exists(struct stat& status) const;
 
     /// Opens the companion and checks it again, on its descriptor.
@@ -60,7 +58,8 @@ public:
     /// throws  std::bad_alloc.
     int openForReading(ZSharedFile& file) const;
 
-    /// Opens it to be written in place: only a regular file with one link, never by a link.
+    /// Opens the companion for writing in place: only a regular file with one link; no symbolic
+    /// link is followed.
     /// codes   as openForReading(); EMLINK; ELOOP.
     int openForWriting(ZSharedFile& file) const;
 

@@ -27,7 +27,7 @@ int openWithoutLinks(char const* path)
     return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how));
 }
 
-// For kernels, and sandboxes, that do not know openat2().
+// For kernels and sandboxes without openat2().
 int walkWithoutLinks(std::string const& path)
 {
     ScopedFd at(open("/", kDirectoryFlags));

@@ -1,7 +1,7 @@
 // directory: one directory, and files in it by name.
 //
-// A Directory holds a descriptor, so that all steps of a store take place in the same directory
-// even if its path means another one meanwhile. No function follows a symbolic link at the name.
+// A Directory holds a descriptor, so all steps of a store happen in the same directory even if its
+// path comes to refer to another directory. No function follows a symbolic link at the name.
 #pragma once
 
 #include <sys/stat.h>
@@ -16,7 +16,7 @@ namespace zstore {
 std::string directoryPart(std::string const& path);
 std::string namePart(std::string const& path);
 
-constexpr char kNewSuffix[] = ".new";  // of a file that is to be renamed
+constexpr char kNewSuffix[] = ".new";  // of a file that will be renamed
 
 /// Returns ".<name><suffix>".
 std::string hiddenSibling(std::string const& name, char const* suffix);
@@ -25,8 +25,8 @@ class Directory {
 public:
     Directory() = default;
 
-    /// Opens a directory whose path has no symbolic links, and follows none. Returns 0 or an
-    /// errno: ELOOP or ENOTDIR if a link is there by now.
+    /// Opens a directory by a path without symbolic links. Returns 0 or an errno: ELOOP or ENOTDIR
+    /// if the path has a link by now.
     int openResolved(std::string const& path);
 
     /// Opens a directory; links in its path are followed.
@@ -48,12 +48,13 @@ public:
     int renameWithoutReplacing(std::string const& from, std::string const& to) const;
     int remove(std::string const& name) const;  // a missing file is no failure
 
-    /// Opens a file and returns a descriptor of at least 3; -1 with errno if it fails. Only for
-    /// files that cannot be open for locking: closing a second descriptor drops their locks.
+    /// Opens a file and returns a descriptor of at least 3; -1 with errno if that fails. Use it
+    /// only for files that this process has not locked: closing the descriptor would drop the
+    /// locks.
     int openFile(std::string const& name, int flags, mode_t mode) const;
 
-    /// Waits until the names in the directory are durable. A directory that cannot be opened for
-    /// reading is synced with its whole file system, by `anyFile` on it.
+    /// Waits until the entries of the directory are durable. If the directory cannot be opened for
+    /// reading, syncs the whole file system of `anyFile`, a descriptor.
     int sync(int anyFile) const;
 
 private:

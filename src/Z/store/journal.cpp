@@ -37,7 +37,7 @@ bool consistsOf(std::string_view text, std::string_view front, std::string_view 
            text.ends_with(back);
 }
 
-// Takes views from the front of a buffer.
+// Splits a buffer into views, from its start.
 class Reader {
 public:
     explicit Reader(std::string_view rest) : rest_(rest) {}

@@ -1,15 +1,15 @@
-// journal: the form of a journal, and the decision whether it describes a text.
+// journal: the format of a journal, and the decision whether it describes the text of a file.
 //
 // Numbers are little-endian:
 //
 //     0   8  "ZSTORE2\n"
 //     8   8  length of the prefix that stays
-//    16   8  length of the suffix that stays; 0 if the lengths of the texts differ
+//    16   8  length of the suffix that stays; 0 if old and new text differ in length
 //    24   8  length of the old middle
 //    32   8  length of the new middle
 //    40   8  length of the suffix that moves
-//    48   8  length of the new companion; all ones: there must be none
-//    56   8  length of the old companion; all ones: there was none
+//    48   8  length of the new companion; all ones: no companion
+//    56   8  length of the old companion; all ones: no companion
 //    64   4  CRC-32 of the old companion
 //    68   4  Adler-32 of the prefix that stays
 //    72   4  Adler-32 of the suffix that stays
@@ -42,26 +42,25 @@ struct Journal {
     uint64_t oldLength = 0;
     uint32_t oldChecksum = 0;
 
-    Bytes bytes;  // the views refer to them if the journal was read
+    Bytes bytes;  // if the journal was read: the views refer to them
 
-    /// Returns everything before the texts.
+    /// Returns the fixed fields and the companion's path.
     std::string header() const;
 
-    /// Returns the last bytes of a journal whose CRC-32 is `crc`: never 0, which marks a journal
-    /// as invalid.
+    /// Returns the last bytes of a journal with the CRC-32 `crc`. They are never 0: zero bytes mark
+    /// a journal as invalid.
     static std::string trailer(uint32_t crc);
 
     /// Parses `bytes`. Returns false if they are not a complete journal.
     bool parse();
 
-    /// Returns whether the companion file is as the writer found it, as the writer wrote it, or
-    /// as an interrupted writer leaves it that wrote it in place: a prefix of the new one, with
-    /// zeros where the disk does not have a block yet.
+    /// Returns whether the companion file is the old companion, the new one, or the new one after
+    /// an interrupted write in place: a prefix of it, with zeros for blocks that the disk lacks.
     bool describesCompanion(bool present, std::string_view contents) const;
 
     /// Returns whether `text` is the old text, the new text, or an interrupted rewrite: prefix and
-    /// suffix unchanged; between them, at each place, the old byte or the new one. Past the end
-    /// of the shorter text a zero byte counts too: truncation zeroes the rest of the last block,
+    /// suffix unchanged; between them, at each offset, the old byte or the new one. Past the end
+    /// of the shorter text a zero byte is valid too: truncation zeroes the rest of the last block,
     /// which may reach the disk before the new length does.
     bool isPartialRewrite(std::string_view text) const;
 

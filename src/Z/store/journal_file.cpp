@@ -17,7 +17,7 @@ namespace zstore {
 
 namespace {
 
-constexpr size_t kPieceSize = 512 << 10;  // of a journal, written with one call
+constexpr size_t kPieceSize = 512 << 10;  // bytes of a journal that one call writes
 constexpr int kMaxOrphans = 10000;
 
 // Overwrites the checksum of a journal, and waits until every later sync of a file on `disk` makes
@@ -35,9 +35,9 @@ int overwriteChecksum(int fd, dev_t disk)
     return flushBeforeLaterSyncs(fd, disk);
 }
 
-// Invalidates the file that `expected` describes, if it is still at its name. It is opened by the
-// table of open files: it may be a second name of the file that we have locked, and closing it
-// would drop the lock.
+// Invalidates the file `expected`, if it still has its name. It is opened through the table of open
+// files: it may be a second name of the file that we have locked, and closing a descriptor of our
+// own would drop the lock.
 int invalidateAt(Directory const& directory, std::string const& name, struct stat const& expected,
                  dev_t disk)
 {
@@ -55,15 +55,15 @@ int invalidateAt(Directory const& directory, std::string const& name, struct sta
     return overwriteChecksum(file.descriptor(), disk);
 }
 
-// Returns whether the directory keeps us from removing the file because it is another user's. New
-// files are allowed there.
+// Returns whether a removal failed because the file is another user's in a sticky directory. Such a
+// directory still allows new files.
 bool isProtected(Directory const& directory, struct stat const& file, int error)
 {
     return (error == EPERM || error == EACCES) && (directory.status().st_mode & S_ISVTX) != 0 &&
            file.st_uid != geteuid();
 }
 
-// Removes what a crashed writer left under a temporary name. Returns EEXIST if it is in the way.
+// Removes a temporary file of a crashed writer. Returns EEXIST if it cannot be removed.
 int clearLeftover(Directory const& directory, std::string const& name)
 {
     struct stat status;
@@ -101,7 +101,7 @@ FoundJournal findJournal(MainFile const& main)
         throw IoError{main.path, "fgetxattr()", error};
     ZSharedFile file;
     int error = file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
-    // Any user of the directory may have put there what we may not open.
+    // Any user of the directory may have created a file that we may not open.
     bool const isUnreadable =
         error == EACCES || error == ELOOP || error == EISDIR || error == EINVAL || error == ENOENT;
     if (isUnreadable && !ofMain.mayAllow(found.status.st_uid, kMayWrite))
@@ -184,7 +184,7 @@ int JournalFile::append(std::string_view bytes)
         crc_ = checksum(piece, crc_);
         if (int const error = writeAll(fd_.get(), piece))
             return error;
-        // The disk starts on it while the next piece is prepared; sync() reports failures.
+        // The disk writes this piece while the next is prepared; sync() reports failures.
         if (piece.size() == kPieceSize)
             sync_file_range(fd_.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
         bytes = dropPrefix(bytes, piece.size());
@@ -197,8 +197,8 @@ int JournalFile::finish()
     return writeAll(fd_.get(), Journal::trailer(crc_));
 }
 
-// The writer of a file that has replaced ours may be at work under the same names: nothing but the
-// journal of this object gets the name, and no valid journal loses it.
+// If another file has replaced ours, its writer uses the same names. So only the journal of this
+// object gets the name, and no valid journal loses it.
 int JournalFile::publish()
 {
     if (int const moved = directory_.check(temporaryName_, status_))
@@ -206,7 +206,7 @@ int JournalFile::publish()
     int error = directory_.renameWithoutReplacing(temporaryName_, name_);
     if (error == EEXIST && replaceable_.st_nlink != 0 && directory_.isAt(name_, replaceable_)) {
         error = directory_.rename(temporaryName_, name_);
-        // Another user's file in a sticky directory. It is in the way: the directory allows names.
+        // Another user's file in a sticky directory: an obstacle, although names can be created.
         if (error == EPERM || error == EACCES)
             error = EEXIST;
     }
@@ -232,8 +232,8 @@ void JournalFile::discard()
     fd_.close();
 }
 
-// The name may have come to mean the journal of another writer, whose file has replaced ours. It is
-// renamed first: unlike a removal, that can be undone.
+// If another file has replaced ours, the name may refer to the journal of its writer. So the
+// journal is renamed first: unlike a removal, that can be undone.
 int JournalFile::removeOwn() const
 {
     int error = directory_.renameWithoutReplacing(name_, temporaryName_);

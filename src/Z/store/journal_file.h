@@ -1,9 +1,8 @@
-// journal_file: the file of a journal: finding one that a writer left, writing one, and retiring
-// it.
+// journal_file: finds the journal of a crashed writer, writes a journal, and retires it.
 //
-// A journal is retired by overwriting its checksum and removing it: the removal need not be durable
-// then. The checksum, not the header: two journals may begin alike, so that the header of the next
-// one could complete the rest of this one where its blocks are used again.
+// To retire a journal, its checksum is overwritten and then the file is removed; the removal need
+// not be durable. Overwriting the header would not do: if the next journal reuses the blocks and
+// starts with the same bytes, its header could complete the rest of the retired one.
 #pragma once
 
 #include <sys/stat.h>
@@ -20,32 +19,32 @@ namespace zstore {
 
 constexpr dev_t kNoDisk = 0;
 
-// What is found under the name of a journal.
+// The file with the name of a journal.
 struct FoundJournal {
     enum Kind {
         none,
-        obstacle,  // it cannot be a journal, or it is not a complete one and not trusted
+        obstacle,  // not a journal, or neither complete nor trusted
         invalid,   // trusted, but not a complete journal
         foreign,   // complete, but not trusted
         valid,
     } kind = none;
     struct stat status = {};
     std::unique_ptr<Journal> journal;  // if valid or foreign
-    bool isByOwner = false;            // its owner owns the file, or is root, or we are
+    bool isByOwner = false;            // its owner is the main file's owner, root, or this user
 };
 
-/// Reads the journal of a file. It is trusted if it is a regular file with one link whose owner
-/// could have written the file, and if nobody can write it who cannot write the file.
+/// Reads the journal of a file. It is trusted if it is a regular file with one link, its owner
+/// could have written the file, and every user who can write it can write the file too.
 /// throws  IoError if it cannot be read: without its journal a file may be torn; std::bad_alloc.
 FoundJournal findJournal(MainFile const& main);
 
-/// Creates a new file, readable by nobody else, and returns its descriptor; -1 with errno if it
-/// fails. An existing file was left by a crashed writer and is removed. EEXIST if it cannot be
-/// removed because it is another user's in a sticky directory.
+/// Creates a file that only its owner can read, and returns its descriptor; -1 with errno if that
+/// fails. An existing file was left by a crashed writer and is removed. EEXIST: it is another
+/// user's in a sticky directory and cannot be removed.
 int createExclusive(Directory const& directory, std::string const& name);
 
-/// Gives the file at `name` another name, ".orphan" or ".orphan.2" and so on appended, and replaces
-/// nothing. Returns 0 or an errno: ESTALE, with everything as before, if it is not `expected`.
+/// Renames the file at `name`: appends ".orphan", or ".orphan.2" and so on, and replaces no file.
+/// Returns 0 or an errno: ESTALE, with no change, if the file is not `expected`.
 int putAside(Directory const& directory, std::string const& name, struct stat const& expected);
 
 class JournalFile {
@@ -60,7 +59,7 @@ public:
     std::string const& name() const { return name_; }
     std::string const& temporaryName() const { return temporaryName_; }
 
-    /// Whether the journal of this object is at its name. Every other journal is left alone.
+    /// Returns whether the journal of this object has its name. No other journal is changed.
     bool isPublished() const { return isPublished_; }
 
     /// Takes over the journal of a crashed writer.
@@ -80,11 +79,11 @@ public:
     /// Removes a journal that was not published.
     void discard();
 
-    /// Overwrites its checksum: it is not valid any more. Returns 0 or an errno.
+    /// Makes the journal invalid: overwrites its checksum. Returns 0 or an errno.
     int invalidate(dev_t disk) const;
 
-    /// Retires the journal, so that a power cut cannot bring it back. `disk` is that of the main
-    /// file, `anyFile` a file on it. Returns 0 or an errno.
+    /// Retires the journal, so that a power cut cannot restore it. `disk` is the main file's,
+    /// `anyFile` a file on it. Returns 0 or an errno.
     int retire(dev_t disk, int anyFile);
 
 private:

@@ -45,9 +45,9 @@ ZJournaledFile::ZJournaledFile(char const* path, Mode mode) : file_(path)
 
 ZJournaledFile::~ZJournaledFile() = default;
 
-// Decides between the files and a journal that a crashed writer left. We hold the lock: a live
-// writer would not let us. Returns false if the file has been replaced: then the journal may be
-// that of a writer of the new file, and is not touched.
+// Decides between the files and the journal of a crashed writer. The writer has ended: we hold its
+// lock. Returns false if the file has been replaced: the journal may belong to a writer of the new
+// file then, and is not touched.
 bool ZJournaledFile::recover(Mode mode)
 {
     FoundJournal found = findJournal(file_);
@@ -73,7 +73,7 @@ bool ZJournaledFile::recover(Mode mode)
     ZSizeSignalGuard const noSignal;
     bool const counts =
         describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
-    // The companion is another program's, but the text is torn: only the journal has it complete.
+    // Another program wrote the companion, but the text is torn: only the journal has all of it.
     if (describes && !counts && !isOld && !journal->isNew(text))
         throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
     if (!counts || isOld) {
@@ -88,8 +88,8 @@ bool ZJournaledFile::recover(Mode mode)
     return true;
 }
 
-// Returns whether a journal can be used. One of a user who can write the file, but does not own it,
-// must not change a companion that this user cannot write.
+// Returns whether a journal can be used. If its owner can write the file but does not own it, the
+// journal must not change a companion that this user cannot write.
 bool ZJournaledFile::mayUse(FoundJournal const& found) const
 {
     if (found.kind != FoundJournal::valid)
@@ -121,8 +121,8 @@ void ZJournaledFile::replay(FoundJournal const& found)
     stamp_ = Stamp(file_.status);
 }
 
-// Removes a journal of a writer that crashed before it touched the file, or puts it aside if
-// another program has written the file since. If it stayed, the text that is stored next could be
+// Removes the journal of a writer that crashed before it changed the file, or renames it to an
+// orphan if another program has written the file since. If it stayed, the next stored text could be
 // taken for an interrupted rewrite.
 void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
 {
@@ -140,7 +140,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
         }
         error = journal.retire(file_.status.st_dev, file_.fd);
     } else {
-        // It keeps its texts for a comparison.
+        // The orphan keeps its contents for a comparison.
         error = journal.invalidate(file_.status.st_dev);
         if (putAside(directory, name, found.status) == 0)
             error = 0;
@@ -149,9 +149,8 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
         throw IoError{file_.pathOf(name), "unlink()", error};
 }
 
-// Returns whether the companion is the one that the journal's writer found or wrote. A companion
-// that the file may not use any more is not read: without it only the old text is known to be
-// complete.
+// Returns whether the journal's writer found or wrote this companion. A companion that the file may
+// not use any more is not read: without it only the old text is known to be complete.
 bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) const
 {
     CompanionFile const companion(file_, journal.companion);
@@ -187,8 +186,8 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
         memcpy(contents.data(), packed.data(), packed.size());
         return contents;
     }
-    // The codes are those of mapping the file: a length of 0, also of a missing file, cannot be
-    // mapped, nor can anything but a regular file.
+    // The codes are the same as if the file was mapped: neither an empty or missing file nor
+    // anything except a regular file can be mapped.
     struct stat status;
     if (!companion.exists(status))
         throw IoError{name, kMapCall, EINVAL};

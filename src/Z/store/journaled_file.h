@@ -8,19 +8,19 @@
 //     store   lock, read; complete the store of a crashed writer; the caller renders;
 //             write the journal, reserve the space, write the companion's temporary file;
 //             rewrite in place; replace the companion; retire the journal.
-//     load    lock, read; if there is a journal, and the file is neither the old text nor the text
-//             of another program, take the pair from the journal. Nothing is written.
+//     load    lock, read; if a journal exists, and the file is neither the old text nor the text
+//             of another program, use the pair of the journal. Nothing is written.
 //
 // If the directory does not allow a journal, the changed bytes are written with one call, padded
 // with newlines to the old length, and the file is truncated. docs/durability.md has the limits.
 //
-// Cost: the range in which the texts differ is written twice or three times: old and new into the
-// journal, new in place; a moved range once and once. On ext4 and XFS three waits for the disk,
-// elsewhere four or five, and two more for a companion.
+// Cost: the changed range is written three times: old and new into the journal, new in place. A
+// range that only moves is written twice. A store waits for the disk three times on ext4 and XFS,
+// four or five times elsewhere, and two times more if the companion changes.
 //
 // Ownership: an object has the file open and locked until it is closed or destroyed.
 // Threads: an object belongs to one thread; objects of one process on one file take turns.
-// Failures: a call that fails is thrown as an IoError. Nothing has changed then.
+// Failures: a failed call throws an IoError, and nothing has changed.
 #pragma once
 
 #include <sys/stat.h>
@@ -53,13 +53,13 @@ public:
 
     enum class Mode { load, store };
 
-    /// Opens and locks `path`, and reads it. A store creates a missing file, and first completes a
-    /// store that crashed.
+    /// Opens, locks and reads `path`. A store creates a missing file, and first completes the store
+    /// of a crashed writer.
     /// throws  IoError with "fopen(r)", "fopen(r+)", "fcntl()", "fstat()", "read()"; with
     ///         "lstat()", "open()", "read()", "mapFile()" or "access()" if a journal or its
-    ///         companion cannot or may not be read, or if a journal that is not trusted, or whose
-    ///         companion is another one, describes the text; with "unlink()" if a journal that is
-    ///         out of date cannot be removed; as commit() while a store is completed;
+    ///         companion cannot or may not be read, or if a journal that is not trusted, or that
+    ///         does not describe the companion, describes a torn text; with "unlink()" if an
+    ///         outdated journal cannot be removed; as commit() while a store is completed;
     ///         std::bad_alloc.
     ZJournaledFile(char const* path, Mode mode);
     ZJournaledFile(ZJournaledFile const&) = delete;
@@ -68,11 +68,11 @@ public:
     /// Closes. A file that was created for a store without a commit() is removed again.
     ~ZJournaledFile();
 
-    /// Returns the text of the file, or of the journal if that counts.
+    /// Returns the text of the file, or of a valid journal.
     /// owns    borrowed until the object is destroyed.
     std::string_view text() const { return file_.contents.view(); }
 
-    /// Returns the contents of the companion that goes with text().
+    /// Returns the contents of the companion, of the same generation as text().
     /// throws  IoError (name, "access()", EPERM) if the file cannot use this companion, see
     ///         checkCompanionPath(); (name, "mapFile()", code): EINVAL for a missing or empty file,
     ///         ENODEV for anything but a regular file, EFBIG for more than 257 MiB, else the errno;
@@ -88,19 +88,19 @@ public:
     /// throws  IoError (path, "getcwd()", errno).
     static std::string defaultCompanionPath(std::string const& path);
 
-    /// Returns whether `name` is the companion that belongs to the path: in the same directory,
-    /// with ".obf" appended to the name. Only such a file is ever removed.
+    /// Returns whether `name` is the companion of this path: in the same directory, with ".obf"
+    /// appended to the name. Stores remove no other companion.
     bool isOwnCompanion(std::string const& name) const;
 
     /// Returns 0 if the file can use `name` as its companion. A file that we own, and that no other
     /// user can write, can use any; another file only the companion that belongs to its path, and
     /// only if it is a regular file with one link and the owner of the file. No file can use
     /// itself, or a name that its stores use for their own hidden files.
-    /// codes   EPERM; the errno if that cannot be found out.
+    /// codes   EPERM; an errno if that cannot be determined.
     int checkCompanionPath(std::string const& name) const;
 
     /// Replaces text and companion.
-    /// range   once for each object: text() stays as it was.
+    /// range   once for each object; text() does not change.
     /// throws  IoError (file, call, errno): file, companion and journal are as before; with
     ///         "fopen(r+)" and ESTALE if another program replaced the file; std::bad_alloc.
     void commit(std::string_view text, Companion const& companion)
@@ -108,11 +108,11 @@ public:
         commit(text, companion, false);
     }
 
-    /// As commit(), but a new file with the owner, mode, access control list and attributes of the
-    /// old one takes its name: a reader without a lock sees one of the two, whole. Other hard
-    /// links, and locks of other processes, stay with the old file.
+    /// As commit(), but gives the name to a new file with the owner, mode, access control list and
+    /// attributes of the old one: a reader without a lock sees a complete text. Other hard links,
+    /// and locks of other processes, stay with the old file.
     /// throws  as commit(); IoError (hidden file, "open()" or "fchown()", errno) if the directory
-    ///         allows no new file, or if we cannot give it to the owner.
+    ///         allows no new file, or if its owner cannot be set.
     void replace(std::string_view text, Companion const& companion)
     {
         commit(text, companion, true);

@@ -1,4 +1,4 @@
-// limits: how large a file the store reads and writes.
+// limits: the size limit of the files that a store reads and writes.
 #pragma once
 
 #include <stddef.h>
@@ -12,7 +12,7 @@ constexpr size_t kDefaultMaxFileSize = size_t{1} << 30;
 size_t maxFileSize();
 void setMaxFileSize(size_t size);
 
-/// Returns the limit of a journal: it holds two texts and a companion at most.
+/// Returns the limit of a journal: it contains at most the old and new text and a companion.
 size_t maxJournalSize();
 
 }  // namespace zstore

@@ -12,11 +12,12 @@ namespace zstore {
 
 namespace {
 
-constexpr int kMaxAttempts = 100;  // at a file that is replaced again and again
+constexpr int kMaxAttempts = 100;  // to open a file that editors replace repeatedly
 constexpr int kMaxLinks = 40;
-constexpr int kMaxLooks = 3;  // at a path while editors replace what it means
+constexpr int kMaxLooks = 3;  // attempts to resolve a path while editors replace the file
 
-// Returns what the link at `path` points to, as a path from where we are; "" if it is no link.
+// Returns the target of the symbolic link at `path`, relative to the working directory; "" if it is
+// not a link.
 std::string targetOf(std::string const& path)
 {
     char target[PATH_MAX];
@@ -29,7 +30,7 @@ std::string targetOf(std::string const& path)
     return isRelative ? path.substr(0, slash + 1) + text : text;
 }
 
-// Returns whether there is a file at `path`, and it is not the one at `other`.
+// Returns whether `path` refers to a file, and `other` to another file or to none.
 bool leadsElsewhere(char const* path, char const* other)
 {
     struct stat meant;
@@ -44,8 +45,8 @@ bool leadsElsewhere(char const* path, char const* other)
 }
 
 // Sets `resolved` to the real path of the file at `path`. Returns 0; an errno of realpath(); ESTALE
-// if what realpath() finds is another file: a link in /proc may lead into another mount namespace,
-// or to a file without a name, and its text is no path of ours.
+// if realpath() finds another file: a link in /proc may lead to another mount namespace, or to a
+// file without a name, and is then not a path in this namespace.
 int findRealPath(std::string const& path, char (&resolved)[PATH_MAX])
 {
     for (int i = 0; i < kMaxLooks; ++i) {
@@ -76,8 +77,7 @@ void MainFile::open()
     } while (!openOnce());
 }
 
-// Finds directory and name. A link that leads nowhere is no reason not to create the file that it
-// points to.
+// Finds directory and name. If the path is a dangling link, a store creates its target.
 int MainFile::resolve()
 {
     std::string at = path;
@@ -103,8 +103,8 @@ int MainFile::resolve()
     return ELOOP;
 }
 
-// The path has no real path: the file is missing, its real path is too long to be told, or it is in
-// another mount namespace.
+// The path has no real path: the file is missing, its real path is too long, or it is in another
+// mount namespace.
 int MainFile::locateAsGiven(std::string const& at)
 {
     real = at;
@@ -115,7 +115,7 @@ int MainFile::locateAsGiven(std::string const& at)
     return name.empty() ? EISDIR : 0;
 }
 
-// Opens and locks the file; returns false if its name came to mean another file meanwhile.
+// Opens and locks the file; returns false if its name refers to another file by then.
 bool MainFile::openOnce()
 {
     int error = openByName();
@@ -125,7 +125,7 @@ bool MainFile::openOnce()
         throw IoError{path, openCall(), error};
     error = file.lock(forStore ? F_WRLCK : F_RDLCK, 0, 0);
     if (error != 0) {
-        // Another process may have found the new file, and hold it: then it is theirs.
+        // If another process has locked the new file, it stays.
         bool const isHeld = error == EAGAIN || error == EACCES || error == EDEADLK;
         if (isCreated && !isHeld && fstat(file.descriptor(), &status) == 0 && status.st_size == 0)
             fd = file.descriptor();  // close() removes it
@@ -150,7 +150,7 @@ bool MainFile::openOnce()
     return false;
 }
 
-// A store opens for reading and writing. Nothing is ever truncated here.
+// A store opens the file for reading and writing, and does not truncate it.
 int MainFile::openByName()
 {
     constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;

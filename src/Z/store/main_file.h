@@ -26,20 +26,20 @@ struct MainFile {
     /// throws  IoError, as open(); std::bad_alloc.
     void locate(bool forAStore);
 
-    /// Opens and locks the file; a store creates a missing one. An editor may replace the file
-    /// meanwhile: then the new one is opened.
+    /// Opens and locks the file; a store creates a missing file. Repeats this if an editor has
+    /// replaced the file by the time it is locked.
     /// throws  IoError with "fopen(r)" or "fopen(r+)", "fcntl()", "fstat()"; std::bad_alloc.
     void open();
 
     void read();
     void close();
 
-    /// Returns 0 if the name still means this file, ESTALE if not, or an errno. Editors replace
+    /// Returns 0 if the name still refers to this file, ESTALE if not, or an errno. Editors replace
     /// files by renaming.
     int checkName() const { return directory.check(name, status); }
     bool hasItsName() const { return checkName() != ESTALE; }
 
-    /// Returns whether `path` is the path of the directory, as it was resolved.
+    /// Returns whether `directoryPath` is the path of the directory, as resolved or as given.
     bool isInDirectory(std::string const& directoryPath) const
     {
         return directoryPath[0] == '/' &&
@@ -54,12 +54,12 @@ struct MainFile {
     std::string pathOf(std::string const& sibling) const { return directory.pathOf(sibling); }
 
     std::string const path;  // as given
-    std::string real;        // without symbolic links, if that could be found out
+    std::string real;        // without symbolic links, if they could be resolved
     Directory directory;
-    bool isDirectoryGiven = false;  // the given path has it, with links before the name only
+    bool isDirectoryGiven = false;  // by `path`, which has links only before the name
     std::string name;               // in the directory
     ZSharedFile file;
-    ZSharedFile replacement;  // a new file that has taken, or is to take, the name
+    ZSharedFile replacement;  // a new file that has the name, or will get it
     int fd = -1;
     bool isCreated = false;   // by this object, and still empty
     struct stat status = {};  // when it was locked or, after a store, written

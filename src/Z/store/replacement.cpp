@@ -12,8 +12,8 @@ Replacement::Replacement(MainFile& main)
 {
 }
 
-// A file that another writer has locked is its new file, or the file of an editor that the writer
-// is about to exchange back: it is not a leftover.
+// A hidden file that another writer has locked is not a leftover: it is the writer's new file, or
+// an editor's file that the writer is about to exchange back.
 int Replacement::checkLeftover() const
 {
     Directory const& directory = main_.directory;
@@ -38,8 +38,8 @@ int Replacement::prepare(AccessList const& access, std::string_view text, char c
     return create(access, text, main_.replacement, new_, call);
 }
 
-// Creates the hidden file, locked, in `file`. `status` is that of the file that was created, also
-// if this fails.
+// Creates the hidden file, locked, in `file`. Sets `status` to the status of the created file, even
+// if this fails later.
 int Replacement::create(AccessList const& access, std::string_view text, ZSharedFile& file,
                         struct stat& status, char const*& call)
 {
@@ -57,7 +57,7 @@ int Replacement::create(AccessList const& access, std::string_view text, ZShared
     call = "fchmod()";
     if (int const error = access.copyTo(fd.get(), owned))
         return error;
-    // A new file that grants other rights than the old one must not take its name.
+    // A new file with other rights than the old file must not get its name.
     call = "fsetxattr()";
     AccessList list;
     if (access.isExtended() && (list.read(fd.get()) != 0 || !list.isExtended()))
@@ -76,7 +76,7 @@ int Replacement::create(AccessList const& access, std::string_view text, ZShared
     call = "fsync()";
     if (int const error = syncFile(fd.get()))
         return error;
-    // Closing a descriptor drops all locks of the file: this one first.
+    // Closing a descriptor drops all locks of the file: close this one before locking.
     fd.close();
     call = "open()";
     if (int const error =
@@ -108,8 +108,8 @@ int Replacement::publish()
     if (error != 0)
         return error;
     isPublished_ = true;
-    // An editor may have replaced the file meanwhile: after the exchange its file keeps the name,
-    // before the exchange its file has got the hidden name and is exchanged back.
+    // An editor may have replaced the file. If that was after the exchange, its file keeps the
+    // name; if before, its file got the hidden name and is exchanged back.
     if (directory.check(main_.name, new_) == ESTALE)
         return ESTALE;
     if (keepsOld_ && directory.check(name_, old_) == ESTALE) {
@@ -121,8 +121,8 @@ int Replacement::publish()
     return directory.sync(main_.fd);
 }
 
-// Exchanges the files back unless an editor has replaced the new one: ESTALE. The check comes after
-// the exchange, because an editor may be faster than any check before it.
+// Exchanges the files back; returns ESTALE if an editor has replaced the new file. The check
+// follows the exchange, because an editor could replace the file after a check before it.
 int Replacement::exchangeBack()
 {
     Directory const& directory = main_.directory;

@@ -1,9 +1,9 @@
 // replacement: a new file that takes the name of the main file, for readers that take no lock.
 //
 // It has owner, mode, access control list and attributes of the main file, and is locked before it
-// gets the name. Until the store is complete the old file keeps a hidden name, so that the exchange
-// can be undone. A file system that cannot exchange two names loses the old file: there the
-// exchange is undone by another new file, with the old text.
+// gets the name. Until the store is complete the old file has a hidden name, so that the exchange
+// can be undone. If the file system cannot exchange two names, the old file is lost, and the change
+// is undone with another new file that has the old text.
 #pragma once
 
 #include <string>
@@ -22,18 +22,17 @@ public:
 
     std::string const& path() const { return path_; }
 
-    /// Creates the hidden file with the new text. Returns 0 or an errno; `call` is the call that
-    /// failed.
+    /// Creates the hidden file with the new text. Returns 0 or an errno; `call` is the failed call.
     /// throws  std::bad_alloc.
     int prepare(AccessList const& access, std::string_view text, char const*& call);
 
-    /// Exchanges the files, and makes that durable. Returns 0 or an errno: ESTALE if the name means
-    /// another file.
+    /// Exchanges the files, and makes that durable. Returns 0 or an errno: ESTALE if the name
+    /// refers to another file.
     int publish();
 
-    /// Undoes publish(); `oldText` is the text of the old file. Returns 0 or an errno. `isDurable`
-    /// is set to whether the disk has that. throws  std::bad_alloc, if the names cannot be
-    /// exchanged.
+    /// Undoes publish(); `oldText` is the text of the old file. Returns 0 or an errno. Sets
+    /// `isDurable` to whether the change back is durable.
+    /// throws  std::bad_alloc, if the names cannot be exchanged.
     int revert(AccessList const& access, std::string_view oldText, bool& isDurable);
 
     /// Removes the file with the hidden name.

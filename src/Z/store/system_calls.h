@@ -54,8 +54,7 @@ inline bool isSameFile(struct stat const& a, struct stat const& b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-/// Waits until contents and metadata are durable. A file system without anything to sync is no
-/// failure.
+/// Waits until contents and metadata are durable. Succeeds on a file system that cannot sync.
 int syncFile(int fd);
 
 /// Waits until contents and length are durable, but not the times.
@@ -67,7 +66,7 @@ int readAll(int fd, size_t limit, Bytes& out);
 
 int writeAll(int fd, std::string_view bytes);
 
-/// Writes at `offset`. Adds the number of bytes written, also before a failure, to `*written`.
+/// Writes at `offset`. Adds the count of written bytes to `*written`, even if a later call fails.
 int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written = nullptr);
 
 int truncateFile(int fd, size_t length);

@@ -1,4 +1,4 @@
-// text_diff: the byte range in which two texts differ, and checksums of ranges.
+// text_diff: the range of bytes in which old and new text differ, and checksums of ranges.
 #pragma once
 
 #include <stddef.h>
@@ -8,8 +8,7 @@
 
 namespace zstore {
 
-/// Returns the CRC-32 of `bytes`, or that of all bytes so far if `crc` is the CRC-32 of the bytes
-/// before them.
+/// Returns the CRC-32 of `bytes`. To continue a CRC-32, pass the CRC-32 of the preceding bytes.
 uint32_t checksum(std::string_view bytes, uint32_t crc = 0);
 
 /// Returns the Adler-32 of `bytes`. It runs at memory speed, for long unchanged ranges.
@@ -28,8 +27,8 @@ inline std::string_view dropSuffix(std::string_view bytes, size_t length)
     return {bytes.data(), bytes.size() - length};
 }
 
-// Turns an old text into a new one. A prefix stays. A suffix stays if the texts have the same
-// length; otherwise the common suffix moves.
+// The change from an old text to a new text. The common prefix stays. The common suffix stays if
+// the lengths are equal, and moves otherwise.
 //
 //     old   prefix  old middle  moved  suffix
 //     new   prefix  new middle  moved  suffix

@@ -14,8 +14,8 @@ namespace zstore {
 
 namespace {
 
-// The errnos of a name that cannot be replaced or removed, although the file can be written: it is
-// a mount point, or the directory is sticky or append-only.
+// Returns whether a name cannot be replaced or removed although the file can be written: it is a
+// mount point, or the directory is sticky or append-only.
 bool isFixedName(int error)
 {
     return error == EBUSY || error == EPERM;
@@ -87,8 +87,8 @@ void Writer::replay(struct stat const& journal)
     journal_.adopt(journal);
     file_.directory.remove(file_.replacementName());
     phase_ = Phase::journaled;
-    // The crashed writer may have given the file its name, and not have synced that. The companion
-    // must not get ahead of the name, nor the journal's end.
+    // The crashed writer may have renamed the file without syncing the directory. The new name must
+    // be durable before the companion changes and before the journal is retired.
     if (int const error = file_.directory.sync(file_.fd))
         throw IoError{file_.path, "fsync()", error};
     try {
@@ -105,8 +105,8 @@ void Writer::replay(struct stat const& journal)
 
 // ---- The companion that exists -----------------------------------------------------------------
 
-// Opens the companion if there is one, and checks again whether the file can use it. Since the
-// caller checked that, a link in the path may have come to lead to another directory.
+// Opens the companion if it exists, and checks again whether the file can use it: since the
+// caller's check, a link in the path may have been changed.
 void Writer::openOldCompanion()
 {
     std::string const& path = change_.path;
@@ -129,7 +129,7 @@ void Writer::readOldCompanion()
         return;
     if (int const error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_))
         throw IoError{path, "fopen(w)", error};
-    // A file that no store can have written is left alone, unless it is the damaged companion of
+    // A file that no store can have written is not replaced, unless it is the damaged companion of
     // this file.
     bool const isOther = !looksCompressed(oldCompanion_.view());
     if (isOther && !companion_->isOwn())
@@ -160,8 +160,9 @@ bool Writer::isAsWanted() const
            (hasOwnList || hasSameMode);
 }
 
-// Another program may have put the companion there without syncing it. If its name cannot be synced
-// it is written anew: then the journal describes both states that a power cut may leave.
+// Another program may have created the companion without syncing it. If its name cannot be synced,
+// the companion is written again: then the journal describes both states that a power cut may
+// leave.
 int Writer::syncUnchangedCompanion(bool& isNameSynced) const
 {
     int const fd = companionFile_.descriptor();
@@ -199,7 +200,7 @@ int Writer::writeJournal()
         return error_;
     if (error == EPERM || error == EACCES)  // an append-only directory, for example
         return refuse(error);
-    // The writer of a file that has replaced ours may have been first.
+    // If another file has replaced ours, its writer may have published a journal first.
     return requireName() != 0 ? error_ : fail("rename()", journalPath_, error);
 }
 
@@ -243,9 +244,9 @@ int Writer::writeJournalContents()
 }
 
 // The journal gets its name before it is synced, so that most file systems write both together. A
-// power cut may leave it torn, but then it is invalid, and nothing has changed yet. Nor can an
-// earlier journal be found in its blocks, on a file system that writes names before contents: no
-// journal is removed before it is invalid on the disk.
+// power cut may leave it torn; then it is invalid, and nothing has changed yet. A file system that
+// writes names before contents cannot show an earlier journal in its blocks either: a journal is
+// removed only after it is invalid on the disk.
 int Writer::syncJournal()
 {
     if (int const error = journal_.sync())
@@ -303,7 +304,7 @@ int Writer::reserve()
     return fail("fallocate()", file_.path, error);
 }
 
-// Frees the space past the end of the file, wherever that is.
+// Frees the space past the current end of the file.
 void Writer::returnReservedSpace()
 {
     struct stat status;
@@ -337,7 +338,7 @@ int Writer::prepareCompanion(std::string_view contents)
 }
 
 // Keeps the attributes of the companion, and its access control list unless that grants more than
-// the file; nothing that we may not set.
+// the file. Attributes that we may not set are lost.
 int Writer::keepAccess()
 {
     if (!hadCompanion_)
@@ -367,7 +368,7 @@ int Writer::openInPlace()
     return restrictInPlace();
 }
 
-// No contents get into a companion that grants more than the file.
+// Restricts the companion, before it gets its contents, if it grants more than the file.
 int Writer::restrictInPlace()
 {
     int const fd = companionFile_.descriptor();
@@ -392,7 +393,7 @@ int Writer::prepareReplacement()
     return fail(call, replacement_->path(), error);
 }
 
-// The new file is durable: it only gets its name.
+// The new file is durable already; this gives it the name.
 int Writer::publishReplacement()
 {
     phase_ = Phase::rewritingText;
@@ -417,7 +418,7 @@ int Writer::rewriteText()
             return fail("ftruncate()", file_.path, error);
         isTruncated_ = true;
     }
-    // The time shows other stores that the file was stored, even if only the companion changed.
+    // The modification time notifies other stores, even if only the companion changed.
     if (diff_.isEmpty())
         if (int const error = retryOnEintr([=] { return futimens(fd, nullptr); }))
             return fail("futimens()", file_.path, error);
@@ -430,7 +431,7 @@ int Writer::rewriteText()
     if (fstat(fd, &status) != 0)
         return fail("fstat()", file_.path, errno);
     file_.status = status;
-    // The file of this name may be another one by now, with a companion of its own.
+    // An editor may have replaced the file; the companion belongs to the new file then.
     return requireName();
 }
 
@@ -441,8 +442,8 @@ int Writer::changeCompanion()
     phase_ = Phase::changingCompanion;
     if (int const error = applyCompanionChange())
         return error;
-    // The change has been applied. If its name cannot be synced the journal stays, and describes
-    // both states that a power cut may leave.
+    // The change has been applied. If the directory cannot be synced, the journal stays and
+    // describes both states that a power cut may leave.
     int const anyFile = newCompanion_.isOpen() ? newCompanion_.get() : file_.fd;
     if (companionState_ != CompanionState::rewrittenInPlace)
         companionSyncError_ = companion_->directory().sync(anyFile);
@@ -483,9 +484,9 @@ int Writer::writeCompanionInPlace(std::string_view contents)
     return fail("fsync()", path, syncFile(fd));
 }
 
-// The new pair is applied and durable. The journal must never be valid again: if a power cut
-// brought it back, an edit of another program that is at each place the old or the new byte would
-// be taken for an interrupted rewrite. A journal that cannot be retired describes the new pair.
+// The new pair is applied and durable. A power cut must not restore a valid journal: an edit by
+// another program that has at each offset the old or the new byte would be taken for an interrupted
+// rewrite. If the journal cannot be retired, it describes the new pair.
 int Writer::retireJournal()
 {
     if (companionState_ == CompanionState::rewrittenInPlace)
@@ -507,12 +508,12 @@ void Writer::removeNewCompanion()
 
 // ---- Rolling back ------------------------------------------------------------------------------
 
-// Returns whether the store has failed. It has if the old pair is restored; otherwise the journal
-// stays, and every reader gets the new pair from it.
+// Returns whether the store has failed: whether the old pair is restored. Otherwise the journal
+// stays, and every reader uses its new pair.
 bool Writer::rollBack()
 {
     bool const isReplaced = !file_.hasItsName();
-    // The companion goes first: while the text is new, or partly rewritten, the journal counts.
+    // Restore the companion first: the journal is valid while the text is new or partly rewritten.
     bool isDurable = true;
     bool const isRestored = restoreCompanion() == 0 && restoreText(isDurable) == 0;
     bool const isTouched = bytesWritten_ > 0 || isTruncated_;
@@ -527,7 +528,8 @@ bool Writer::rollBack()
         returnReservedSpace();
     if (isReplaced || (isRestored && isDurable))
         journal_.retire(file_.status.st_dev, file_.fd);
-    // A failed sync is never repeated as a success: the disk may hold the old text all the same.
+    // A repeated sync may succeed although the first one lost data: the disk may still have the old
+    // text.
     bool const isNewDurable = textDurability_ == Durability::durable ||
                               (textDurability_ == Durability::unsynced && isTouched && isDurable);
     return isRestored || isReplaced || !journal_.isPublished() || !isNewDurable;
@@ -564,7 +566,7 @@ int Writer::restoreInPlace()
     return error;
 }
 
-// Nothing but the companion that this object wrote is replaced.
+// Replaces only a companion that this object wrote.
 int Writer::restoreCompanion()
 {
     Directory const* const directory = companion_ != nullptr ? &companion_->directory() : nullptr;

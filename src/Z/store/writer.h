@@ -7,12 +7,12 @@
 //     journaled          old       old        the journal is retired
 //     rewritingText      old..new  old        the text is restored, the journal retired
 //     changingCompanion  new       old..new   the companion, then the text, is restored
-//     applied            new       new        there is none: only the journal is left to retire
+//     applied            new       new        cannot fail: only the journal remains to be retired
 //
-// If the old pair cannot be restored, because the cause of the failure stays, the journal stays
-// too: every reader takes the new pair from it. So the store has succeeded, and reports that. Only
-// a disk on which the text can neither be synced nor restored ends in a failure with the new pair.
-// A directory that allows no journal leaves out "journaled", and this guarantee.
+// If the old pair cannot be restored, because the cause of the failure lasts, the journal stays,
+// and every reader uses the new pair of the journal. So the store has succeeded, and reports
+// success. Only if the text can neither be synced nor restored does a store fail with the new pair.
+// If the directory allows no journal, "journaled" is skipped, and these guarantees do not hold.
 #pragma once
 
 #include <sys/stat.h>
@@ -35,11 +35,12 @@ struct CompanionChange {
     enum Change { kept, written, removed } change = kept;
     std::string path;
     std::string_view contents;  // to write
-    bool isNamed = true;        // by the text that is replaced: so an existing file is a companion
+    bool isNamed = true;        // by the old text: so an existing file is a companion
 };
 
 class Writer {
 public:
+    /// Prepares a store of `text` into the locked file.
     /// throws  IoError (path, "access()", EPERM) if the companion may not be used; std::bad_alloc.
     Writer(MainFile& file, std::string_view text, CompanionChange const& companion);
     Writer(Writer const&) = delete;
@@ -49,7 +50,7 @@ public:
     /// Allows the new journal to replace this file, which is not a valid journal.
     void replaceInvalidJournal(struct stat const& status) { journal_.allowReplacing(status); }
 
-    /// Has commit() give the name to a new file instead of rewriting the text in place.
+    /// Makes commit() give the name to a new file instead of rewriting the text in place.
     /// throws  std::bad_alloc.
     void replaceFile() { replacement_ = std::make_unique<Replacement>(file_); }
 
@@ -109,7 +110,7 @@ private:
     CompanionChange const& change_;
     CompanionChange::Change companionChange_;
 
-    // Created beforehand: once the journal is published, nothing allocates any more.
+    // Created in advance: after the journal is published, nothing allocates memory.
     JournalFile journal_;
     std::string const journalPath_;
     std::string const temporaryJournalPath_;
@@ -137,7 +138,7 @@ private:
     char const* call_ = "";
     std::string const* failedFile_ = nullptr;
     int error_ = 0;
-    int refusal_ = 0;  // the errno with which the directory allowed no journal
+    int refusal_ = 0;  // why the directory allows no journal: an errno
 };
 
 }  // namespace zstore
