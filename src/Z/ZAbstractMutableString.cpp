@@ -527,16 +527,16 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::format(char const* forma
     if (format == nullptr)
         return *this;
     // Not formatted in place: arguments may point into the string's own text.
-    char room[512];
+    char shortResult[512];
     va_list args;
     va_start(args, format);
-    int const length = zvsnprintf_6_0(room, sizeof room, format, args);
+    int const length = zvsnprintf_6_0(shortResult, sizeof shortResult, format, args);
     va_end(args);
     if (length < 0)
         return *this;
     auto const n = static_cast<size_t>(length);
-    if (n < sizeof room)
-        return assign(room, n);
+    if (n < sizeof shortResult)
+        return assign(shortResult, n);
     if (length == INT_MAX)
         ZOutOfMemoryException_6_0().throwException(kSource, raiseInBump);
 

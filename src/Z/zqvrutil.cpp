@@ -154,9 +154,9 @@ bool initialise()
 
 qvr_cs_t handleOrAbort(std::atomic<qvr_cs_t> const& handle)
 {
-    qvr_cs_t const made = handle.load(std::memory_order_acquire);
-    if (made != nullptr || reporting)
-        return made;
+    qvr_cs_t const loaded = handle.load(std::memory_order_acquire);
+    if (loaded != nullptr || reporting)
+        return loaded;
     if (!initialise())
         abort();
     return handle.load(std::memory_order_acquire);

@@ -19,13 +19,13 @@
 namespace printf_model {
 
 using Value = std::variant<int, long, long long, double, long double, char const*>;
-enum class Given { none, empty, digits, argument };
+enum class Spelling { none, empty, digits, argument };
 
 struct Conversion {
     std::string flags;
-    Given width = Given::none;
+    Spelling width = Spelling::none;
     int widthValue = 0;
-    Given precision = Given::none;
+    Spelling precision = Spelling::none;
     int precisionValue = 0;
     std::string length;
     char letter = 'd';
@@ -35,8 +35,8 @@ struct Conversion {
     bool isOneOf(char const* letters) const { return strchr(letters, letter) != nullptr; }
     bool hasPrecision() const
     {
-        return precision == Given::empty || precision == Given::digits ||
-               (precision == Given::argument && precisionValue >= 0);
+        return precision == Spelling::empty || precision == Spelling::digits ||
+               (precision == Spelling::argument && precisionValue >= 0);
     }
     bool isZero() const
     {
@@ -62,12 +62,12 @@ struct Conversion {
 
 inline size_t widthOf(Conversion const& c)
 {
-    return c.width == Given::none || c.widthValue < 0 ? 0 : static_cast<size_t>(c.widthValue);
+    return c.width == Spelling::none || c.widthValue < 0 ? 0 : static_cast<size_t>(c.widthValue);
 }
 
 // Returns whether a second 0 follows an effective 0 flag, and anything except width digits follows
 // it.
-inline bool hasFlagBehindSecondZero(Conversion const& c)
+inline bool hasFlagAfterSecondZero(Conversion const& c)
 {
     bool zero = false;
     bool left = false;
@@ -80,7 +80,7 @@ inline bool hasFlagBehindSecondZero(Conversion const& c)
             continue;
         if (zero)
             return c.flags.find_first_not_of('0', i) != std::string::npos ||
-                   c.width == Given::argument;
+                   c.width == Spelling::argument;
         zero = !left;
     }
     return false;
@@ -90,13 +90,13 @@ inline bool hasFlagBehindSecondZero(Conversion const& c)
 // one of the platform, and how to edit the platform's output. Without `adapt` we reject the format.
 // Rows are applied in order, each to the result of the previous ones.
 struct Difference {
-    char const* what;
+    char const* description;
     bool (*applies)(Conversion const& c);
     void (*adapt)(Conversion& c);
     std::string (*edit)(std::string text, Conversion const& c);
 };
 
-inline std::string asItIs(std::string text, Conversion const&)
+inline std::string unchanged(std::string text, Conversion const&)
 {
     return text;
 }
@@ -109,56 +109,57 @@ inline Difference const kDifferences[] = {
      [](Conversion const& c) {
          return c.length == "hh" || c.length == "j" || c.length == "z" || c.length == "t";
      },
-     nullptr, asItIs},
+     nullptr, unchanged},
     {"h and l are invalid for doubles",
      [](Conversion const& c) { return c.isOneOf(kReal) && (c.length == "h" || c.length == "l"); },
-     nullptr, asItIs},
+     nullptr, unchanged},
     {"a, A and F are not conversions", [](Conversion const& c) { return c.isOneOf("aAF"); },
-     nullptr, asItIs},
-    {"a second 0 starts the width", hasFlagBehindSecondZero, nullptr, asItIs},
+     nullptr, unchanged},
+    {"a second 0 starts the width", hasFlagAfterSecondZero, nullptr, unchanged},
     {"a length has no effect on strings, pointers and %",
      [](Conversion const& c) { return c.isOneOf("scp%") && !c.length.empty(); },
-     [](Conversion& c) { c.length.clear(); }, asItIs},
+     [](Conversion& c) { c.length.clear(); }, unchanged},
     {"L and q are ll for integers; on the platform only without argument numbers",
      [](Conversion const& c) {
          return c.isOneOf(kInteger) && (c.length == "L" || c.length == "q");
      },
-     [](Conversion& c) { c.length = "ll"; }, asItIs},
+     [](Conversion& c) { c.length = "ll"; }, unchanged},
     {"% is padded like a character", [](Conversion const& c) { return c.letter == '%'; },
      [](Conversion& c) {
          c.letter = 'c';
          c.value = int{'%'};
      },
-     asItIs},
+     unchanged},
     {"the 0 flag has no effect on strings",
      [](Conversion const& c) { return c.isOneOf("sc") && c.has('0'); },
-     [](Conversion& c) { c.drop('0'); }, asItIs},
+     [](Conversion& c) { c.drop('0'); }, unchanged},
     {"a null string is empty", [](Conversion const& c) { return c.letter == 's' && c.isZero(); },
-     [](Conversion& c) { c.value = ""; }, asItIs},
+     [](Conversion& c) { c.value = ""; }, unchanged},
     {"a negative width has no effect, except on doubles",
      [](Conversion const& c) {
-         return !c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0;
+         return !c.isOneOf(kReal) && c.width == Spelling::argument && c.widthValue < 0;
      },
-     [](Conversion& c) { c.width = Given::none; }, asItIs},
+     [](Conversion& c) { c.width = Spelling::none; }, unchanged},
     {"a negative width of a double clears the 0 flag; on the platform only without numbers",
      [](Conversion const& c) {
-         return c.isOneOf(kReal) && c.width == Given::argument && c.widthValue < 0 && c.has('0');
+         return c.isOneOf(kReal) && c.width == Spelling::argument && c.widthValue < 0 && c.has('0');
      },
-     [](Conversion& c) { c.drop('0'); }, asItIs},
+     [](Conversion& c) { c.drop('0'); }, unchanged},
     {"any precision clears the 0 flag",
      [](Conversion const& c) {
-         return c.precision != Given::none && c.has('0') && (c.isOneOf(kReal) || !c.hasPrecision());
+         return c.precision != Spelling::none && c.has('0') &&
+                (c.isOneOf(kReal) || !c.hasPrecision());
      },
-     [](Conversion& c) { c.drop('0'); }, asItIs},
+     [](Conversion& c) { c.drop('0'); }, unchanged},
     {"integers are not grouped",
      [](Conversion const& c) { return c.isOneOf(kInteger) && c.has('\''); },
-     [](Conversion& c) { c.drop('\''); }, asItIs},
+     [](Conversion& c) { c.drop('\''); }, unchanged},
     {"# does not keep the digit of an octal 0 with precision 0",
      [](Conversion const& c) {
          return c.letter == 'o' && c.has('#') && c.isZero() && c.hasPrecision() &&
                 c.precisionValue == 0;
      },
-     [](Conversion& c) { c.drop('#'); }, asItIs},
+     [](Conversion& c) { c.drop('#'); }, unchanged},
     {"zeros of the 0 flag precede the sign",
      [](Conversion const& c) {
          return c.isOneOf("di") && c.has('0') && !c.has('-') && !c.hasPrecision() && widthOf(c) > 0;
@@ -186,7 +187,7 @@ inline Difference const kDifferences[] = {
          c.letter = 'x';
          c.length = "l";
          c.flags.clear();
-         c.width = Given::none;
+         c.width = Spelling::none;
          c.value = static_cast<long>(reinterpret_cast<intptr_t>(std::get<char const*>(c.value)));
      },
      [](std::string digits, Conversion const& c) {
@@ -230,30 +231,31 @@ int withArguments(std::vector<Value> const& values, Print print)
     return std::string(out, static_cast<size_t>(length));
 }
 
-// Returns our expected output for one conversion: the platform's, edited by the table. Sets `known`
-// to false if we reject the conversion. Counts the rows that applied.
-inline std::string expectedText(Conversion c, std::vector<unsigned>& hits, bool& known)
+// Returns our expected output for one conversion: the platform's, edited by the table. Sets
+// `accepted` to false if we reject the conversion. Counts the rows that applied.
+inline std::string expectedText(Conversion c, std::vector<unsigned>& hits, bool& accepted)
 {
     std::vector<std::pair<Difference const*, Conversion>> edits;
-    known = true;
+    accepted = true;
     for (size_t i = 0; i < kDifferenceCount; ++i) {
         Difference const& row = kDifferences[i];
         if (!row.applies(c))
             continue;
         ++hits[i];
         if (row.adapt == nullptr) {
-            known = false;
+            accepted = false;
             return "";
         }
         edits.emplace_back(&row, c);
         row.adapt(c);
     }
     std::string format = "%" + c.flags;
-    if (c.width != Given::none)
+    if (c.width != Spelling::none)
         format += std::to_string(c.widthValue);
-    if (c.precision == Given::empty)
+    if (c.precision == Spelling::empty)
         format += ".";
-    else if (c.precision == Given::digits || (c.precision == Given::argument && c.hasPrecision()))
+    else if (c.precision == Spelling::digits ||
+             (c.precision == Spelling::argument && c.hasPrecision()))
         format += "." + std::to_string(c.precisionValue);
     format += c.length + c.letter;
     std::string text = platformText(format, {c.value});
@@ -373,20 +375,20 @@ public:
         }
         fillValue(c);
         unsigned left = c.letter == '%' ? arguments : arguments - 1;
-        c.width = static_cast<Given>(below(4));
-        if (c.width == Given::empty || (c.width == Given::argument && left == 0))
-            c.width = Given::none;
-        if (c.width == Given::argument)
+        c.width = static_cast<Spelling>(below(4));
+        if (c.width == Spelling::empty || (c.width == Spelling::argument && left == 0))
+            c.width = Spelling::none;
+        if (c.width == Spelling::argument)
             --left;
-        c.widthValue = c.width == Given::none       ? 0
-                       : c.width == Given::argument ? static_cast<int>(below(60)) - 20
-                                                    : static_cast<int>(1 + below(40));
-        c.precision = static_cast<Given>(below(4));
-        if (c.precision == Given::argument && left == 0)
-            c.precision = Given::none;
-        if (c.precision == Given::digits || c.precision == Given::argument)
+        c.widthValue = c.width == Spelling::none       ? 0
+                       : c.width == Spelling::argument ? static_cast<int>(below(60)) - 20
+                                                       : static_cast<int>(1 + below(40));
+        c.precision = static_cast<Spelling>(below(4));
+        if (c.precision == Spelling::argument && left == 0)
+            c.precision = Spelling::none;
+        if (c.precision == Spelling::digits || c.precision == Spelling::argument)
             c.precisionValue = static_cast<int>(oneIn(20) ? below(600) : below(24));
-        if (c.precision == Given::argument && oneIn(4))
+        if (c.precision == Spelling::argument && oneIn(4))
             c.precisionValue = -1 - c.precisionValue;
         return c;
     }
@@ -438,15 +440,15 @@ inline Format spell(std::vector<Conversion> const& conversions, std::vector<size
         // In a conversion the number of the value is first, but the value follows width and
         // precision.
         std::string width, precision;
-        if (c.width == Given::argument)
+        if (c.width == Spelling::argument)
             width = "*" + take(c.widthValue);
-        else if (c.width == Given::digits)
+        else if (c.width == Spelling::digits)
             width = std::to_string(c.widthValue);
-        if (c.precision == Given::argument)
+        if (c.precision == Spelling::argument)
             precision = ".*" + take(c.precisionValue);
-        else if (c.precision == Given::digits)
+        else if (c.precision == Spelling::digits)
             precision = "." + std::to_string(c.precisionValue);
-        else if (c.precision == Given::empty)
+        else if (c.precision == Spelling::empty)
             precision = ".";
         std::string const number = c.letter == '%' ? "" : take(c.value);
         format.text += "%" + number + c.flags + width + precision + c.length + c.letter;
@@ -463,8 +465,8 @@ inline Format spell(std::vector<Conversion> const& conversions, std::vector<size
 struct Example {
     Format format;
     std::string expected;
-    bool isKnown;         // otherwise we reject it
-    bool isThePlatforms;  // no row of kDifferences applied
+    bool isAccepted;      // otherwise we reject it
+    bool equalsPlatform;  // no row of kDifferences applied
 };
 
 // Generates a format with up to three arguments. Counts in `hits` the rows of kDifferences that
@@ -477,7 +479,8 @@ Example example(Generator<Source>& generate, std::vector<unsigned>& hits)
     do {
         conversions.push_back(generate.conversion(left));
         Conversion const& c = conversions.back();
-        left -= (c.letter != '%') + (c.width == Given::argument) + (c.precision == Given::argument);
+        left -= (c.letter != '%') + (c.width == Spelling::argument) +
+                (c.precision == Spelling::argument);
     } while (!generate.oneIn(left == 0 ? 1 : 3) && conversions.size() < 6);
 
     std::vector<size_t> order;
@@ -488,12 +491,12 @@ Example example(Generator<Source>& generate, std::vector<unsigned>& hits)
     Example made = {spell(conversions, isPositional ? &order : nullptr), "", true, true};
     std::vector<unsigned> const before = hits;
     for (Conversion const& c : conversions) {
-        bool known;
-        made.expected += expectedText(c, hits, known) + "|";
-        made.isKnown = made.isKnown && known;
+        bool accepted;
+        made.expected += expectedText(c, hits, accepted) + "|";
+        made.isAccepted = made.isAccepted && accepted;
     }
-    made.isThePlatforms = hits == before;
-    if (made.isThePlatforms)  // pass the platform exactly the same call
+    made.equalsPlatform = hits == before;
+    if (made.equalsPlatform)  // pass the platform exactly the same call
         made.expected = platformText(made.format.text, made.format.values);
     return made;
 }

@@ -54,7 +54,7 @@ TEST_F(zsnprintfGrid, EqualsThePlatformExceptForTheTable)
         Format const& format = made.format;
         std::string const& expected = made.expected;
         SCOPED_TRACE(format.text);
-        same += made.isThePlatforms;
+        same += made.equalsPlatform;
 
         static char out[1 << 14];
         out[0] = '~';
@@ -64,7 +64,7 @@ TEST_F(zsnprintfGrid, EqualsThePlatformExceptForTheTable)
             });
         };
         int const length = print(out, sizeof out);
-        if (!made.isKnown) {
+        if (!made.isAccepted) {
             ++refused;
             ASSERT_EQ(-1, length);
             ASSERT_EQ('~', out[0]);
@@ -85,8 +85,8 @@ TEST_F(zsnprintfGrid, EqualsThePlatformExceptForTheTable)
     }
     std::printf("%u without a difference, %u refused\n", same, refused);
     for (size_t i = 0; i < kDifferenceCount; ++i) {
-        std::printf("%6u  %s\n", hits[i], kDifferences[i].what);
-        EXPECT_LT(0u, hits[i]) << kDifferences[i].what;
+        std::printf("%6u  %s\n", hits[i], kDifferences[i].description);
+        EXPECT_LT(0u, hits[i]) << kDifferences[i].description;
     }
     EXPECT_LT(static_cast<unsigned>(kFormats) / 10, same);
 }
