@@ -38,8 +38,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZProperties";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 60,
     raiseInCopy = 70,
@@ -69,7 +68,7 @@ using ZPropertiesText = ZPCategoryBasedCache_6_0::Text;
 constexpr char kReservedCategory[] = "configuration-database";
 constexpr char kReservedKey[] = "file";
 
-constexpr size_t kLongestLine = 8190;  // bytes; the reader takes more as several lines
+constexpr size_t kLongestLine = 8190;  // bytes; the reader splits a longer line
 constexpr size_t kWorkingDirectory = 1024;
 
 bool isEmpty(char const* text)
@@ -89,7 +88,7 @@ void needNames(char const* category, char const* key)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
 }
 
-// Runs `body`, and raises what goes wrong in it as an exception of the library.
+// Runs `body` and translates its errors into exceptions of the library.
 template <class Body>
 void raising(RaiseSite site, Body body)
 {
@@ -101,7 +100,7 @@ void raising(RaiseSite site, Body body)
     }
 }
 
-// Sets an int for a scope.
+// Sets an int in this scope.
 class Setting {
 public:
     Setting(int& flag, int value) : flag_(flag), before_(flag) { flag = value; }
@@ -114,7 +113,7 @@ private:
     int const before_;
 };
 
-// The texts that stand for a truth value; case does not count.
+// The words for a boolean, in lower case; case is ignored.
 struct TruthWord {
     char const* word;
     int value;
@@ -122,8 +121,8 @@ struct TruthWord {
 constexpr TruthWord kTruthWords[] = {{"yes", 1}, {"y", 1}, {"true", 1},  {"t", 1}, {"1", 1},
                                      {"no", 0},  {"n", 0}, {"false", 0}, {"f", 0}, {"0", 0}};
 
-// Reads a whole text as a number of 32 bits as strtoul() does where a long has 32 bits: what is too
-// big is the biggest, "-" negates.
+// Parses the whole string as strtoul() does with a 32-bit long: an overflow gives UINT_MAX, "-"
+// negates modulo 2^32.
 bool toNumber(char const* text, unsigned int& number)
 {
     errno = 0;
@@ -159,7 +158,7 @@ std::string_view viewOf(ZBuffer_6_0 const& buffer)
     return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
 }
 
-// Refuses what a file would not give back when it is read again.
+// Throws unless a line with these names would be read back as the same pair.
 void needStorable(char const* category, char const* key)
 {
     if (ZPCategoryBasedCache_6_0::validateKey(category, key) == 0)
@@ -168,13 +167,13 @@ void needStorable(char const* category, char const* key)
 
 void needStorableValue(char const* key, char const* value)
 {
-    // An empty one leaves the key without values, and its line is "key =".
+    // An empty value leaves the key without values; its line is "key =".
     if (value != nullptr && *value != '\0' &&
         ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 
-// Converts to the local codeset; a text that cannot be converted would be lost.
+// Converts to the local codeset. Throws if that fails: the empty result would overwrite the value.
 template <class UTF8>
 void toLocal(UTF8 const& value, ZLCString_6_0& local)
 {
@@ -265,8 +264,8 @@ ZProperties_6_0::Hold::Hold(ZProperties_6_0 const& store)
     ++store_.rep_->depth;
 }
 
-// The notices are told when the lock is free: an observer that uses the store, while its own thread
-// holds the list of observers, never waits for a thread that waits for that list.
+// Sends the notices after releasing the lock. Otherwise two threads could deadlock: one notifies,
+// holds the observer list and uses the store; the other holds the store and waits for the list.
 ZProperties_6_0::Hold::~Hold() noexcept(false)
 {
     Rep::Queue due;
@@ -306,7 +305,7 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const&
     if (copy != nullptr) {
         ZPCache_6_0 const& copied = *copy;
         if (typeid(copied) != typeid(cache))
-            copy.reset();  // a class that inherited its clone(): part of it would be lost
+            copy.reset();  // a class that inherits clone(): the copy would lack its own fields
     }
     return copy;
 }
@@ -314,7 +313,7 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const&
 ZProperties_6_0::Rep::Undo::Undo(ZPCache_6_0& cache)
     : cache_(cache), companionFile_(cache.companionFile().getChars())
 {
-    // Only the library's own base class is copied: it holds the contents.
+    // Copies only the library's base class, which has the contents.
     if (auto const* const contents = dynamic_cast<ZPCategoryBasedCache_6_0 const*>(&cache))
         before_ = std::make_unique<ZPCategoryBasedCache_6_0>(*contents);
 }
@@ -524,9 +523,10 @@ bool ZProperties_6_0::Rep::hasValueWithoutUTF8(ZProperties_6_0 const& store, cha
     return false;
 }
 
-// KEPT: a value that is not valid in the local codeset becomes an empty text, and nothing is
-// raised: callers read files with a broken value among good ones. The same holds for getValue() and
-// the iterators. Test: ZStanzaFileProperties.KeepsReadingAnUnconvertibleValueAsEmptyUTF8
+// KEPT: a value that is not valid in the local codeset becomes an empty string without an error, as
+// in getValue() and the iterators. A program that reads all values of a file with one broken value
+// would fail otherwise. Test:
+// ZStanzaFileProperties.KeepsReadingAnUnconvertibleValueAsEmptyUTF8
 void ZProperties_6_0::Rep::Strings::add(char const* text, ZPropertyStringType type)
 {
     std::unique_ptr<ZObject_6_0> string;
@@ -544,7 +544,7 @@ void ZProperties_6_0::Rep::Strings::dropFirst()
     list_.remove(0u);
 }
 
-// A list grows with its members, and keeps its room when they go.
+// ZArrayList has no reserve(), but keeps its capacity when elements are removed.
 void ZProperties_6_0::Rep::Strings::makeRoom(ZArrayList_6_0& target, unsigned members) const
 {
     unsigned const before = target.size();
@@ -647,7 +647,7 @@ ZArrayList_6_0* ZProperties_6_0::categoryNames() const
 
 namespace {
 
-// Parses a text into a cache. A cache of somebody else's class reads it from a stream.
+// Parses `text` into a cache. A cache of a class outside the library reads it from a stream.
 void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::string_view text)
 {
     if (stanzas != nullptr) {
@@ -662,12 +662,12 @@ void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::str
     cache.be_read(path, file.get());
 }
 
-// What is written to a stream. The platform's stream in memory would not do: what it has lost for
-// want of memory it does not tell.
+// An output stream in memory. The C library's own does not report bytes that it dropped for lack of
+// memory.
 struct WrittenText {
     std::string text;
-    size_t place = 0;     // of the next byte
-    bool isLost = false;  // there was no memory for some of it
+    size_t place = 0;     // position of the next byte
+    bool isLost = false;  // bytes were dropped for lack of memory
 
     static ssize_t write(void* stream, char const* bytes, size_t length)
     {
@@ -699,7 +699,7 @@ struct WrittenText {
     }
 };
 
-// Has a cache write its text. A cache of somebody else's class writes it to a stream.
+// Writes the text of a cache. A cache of a class outside the library writes it to a stream.
 void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer_6_0& text)
 {
     if (stanzas != nullptr) {
@@ -737,7 +737,7 @@ void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
                                     ZJournaledFile const& file)
 {
     ZJournaledFile::Stamp const& stamp = file.stamp();
-    // Whether a name means the file, by this path or by another.
+    // Returns whether `name` leads to the file, even if it is not `path`.
     auto const isNameOf = [&](char const* name) {
         struct stat status;
         return strcmp(name, path) == 0 ||
@@ -807,7 +807,7 @@ void ZProperties_6_0::Rep::Companions::releaseAll()
 
 namespace {
 
-// Returns whether `companion` is the companion of another file that exists: ".obf" behind its path.
+// Returns whether `companion` belongs to another existing file: its path is that file's and ".obf".
 bool belongsToAnotherFile(std::string const& companion, char const* path)
 {
     static constexpr std::string_view kEnd = ".obf";
@@ -830,7 +830,8 @@ std::string_view trimmed(std::string_view text)
     return text;
 }
 
-// Returns the path that the text of a stanza file names as its companion; empty if there is none.
+// Returns the path of the companion that the text of a stanza file names; empty if it names no
+// file.
 std::string companionNamedIn(std::string_view text)
 {
     std::string_view rest = text;
@@ -838,7 +839,7 @@ std::string companionNamedIn(std::string_view text)
     size_t const at = rest.find(head);
     if (at == rest.npos)
         return std::string();
-    // The name of the stanza may be in another place before that.
+    // Start with the whole line: the match may be in a comment or a value.
     size_t const lineEnd = rest.rfind('\n', at);
     rest.remove_prefix(lineEnd == rest.npos ? 0 : lineEnd + 1);
     std::string_view companion;
@@ -876,7 +877,7 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
     for (Companions::Companion const& known : store.rep_->companions.list())
         if (isRemovable(known.path) && exists(known.path))
             return known.path;
-    // The store may never have read the file that it replaces.
+    // The store may never have read the file that it overwrites, so the old text has to be checked.
     std::string before = store.rep_->isStanzaFile ? companionNamedIn(file.text()) : std::string();
     return isRemovable(before) && exists(before) ? before : std::string();
 }
@@ -912,7 +913,7 @@ void ZProperties_6_0::load(char const* path)
     char const* const chosen = Rep::choosePath(*this, path);
     Setting const loading(loading_, 1);
     raising(raiseInLoad, [&] {
-        // The file is read into a copy of the cache, so that a failure changes nothing.
+        // Reads the file into a copy of the cache, so that a failure changes nothing.
         std::unique_ptr<ZPCache_6_0> copy = Rep::copyOf(*this);
         ZPCache_6_0& target = copy != nullptr ? *copy : *cache_;
         std::optional<Rep::Undo> undo;
@@ -925,8 +926,8 @@ void ZProperties_6_0::load(char const* path)
         std::string const known = target.companionFile().getChars();
         target.setCompanionFile(nullptr);
         parse(target, stanzas, chosen, file.text());
-        // A text that names a companion comes with its values: the stanzas of the text are new, so
-        // that values read earlier were removed in between.
+        // Read a companion that the text names, even if the store has read it before: the stanzas
+        // of the text are new to the store, so the earlier values have been removed since.
         bool const isNamed = !target.companionFile().isEmpty();
         if (!isNamed)
             target.setCompanionFile(known.c_str());
@@ -1001,7 +1002,7 @@ void ZProperties_6_0::store(char const* path)
         std::string const named = Rep::companionOf(*this);
         std::string companion = named;
         bool const hasItems = cache_->obfuscatedItemCount() > 0;
-        // Two files with one companion would ruin each other's values.
+        // Two files with the same companion would overwrite each other's values.
         if (hasItems && belongsToAnotherFile(companion, chosen))
             companion.clear();
         if (hasItems)
@@ -1011,7 +1012,7 @@ void ZProperties_6_0::store(char const* path)
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
         std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry
-        std::optional<Rep::Undo> undo;        // if the cache had to be edited itself
+        std::optional<Rep::Undo> undo;        // if the cache itself had to be edited
         ZPCache_6_0* source = cache_;
         ZJournaledFile::Companion change;
         ZBuffer_6_0 packed;
@@ -1134,7 +1135,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
         strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
     if (obfuscated == 0)
         needStorableValue(key, value);
-    else if (reserved)  // without it in the file the companion would not be found
+    else if (reserved)  // an obfuscated entry is not in the file: load() would miss the companion
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
     Hold const hold(*this);
@@ -1209,9 +1210,10 @@ void ZProperties_6_0::deleteKey(char const* category, char const* key)
     Rep::changed(*this, std::move(notice));
 }
 
-// Returns the texts to be added to the cache one after another: the lines of a comment, each as
-// checkComment() makes it. A cache of stanza files takes them as one text, which it splits into the
-// same lines: added one by one, the lines of a stanza's comment would get blank lines between them.
+// Returns the strings to add to the cache one after another: the lines of a comment after
+// checkComment(). A cache of stanza files gets them in a single string, which it splits into the
+// same lines: if they were added one by one, it would insert blank lines between the lines of a
+// stanza's comment.
 ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char const* comment)
 {
     if (comment == nullptr)
@@ -1222,7 +1224,7 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char 
         char const* const end = strchrnul(at, '\n');
         std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
         store.checkComment(*line);
-        // What is not marked as a comment would come back as a key, or as the head of a stanza.
+        // A line without "#" would be read back as a key or as the header of a stanza.
         bool const isMarked = !store.rep_->isStanzaFile || line->getChars()[0] == '#';
         if (!isMarked || line->getLength() > kLongestLine)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
@@ -1318,8 +1320,9 @@ long ZProperties_6_0::timeStamp() const
 
 namespace {
 
-// A store that a thread is making. The registry is locked only to look at the maps: a thread that
-// loads or waits holds no lock but those that its caller holds.
+// A store that a thread is loading. The registry is locked only while the maps are accessed. A
+// thread that loads or waits holds only locks that it held on entry, so no two threads can wait for
+// each other.
 struct Making {
     ZAbstractPropertiesFactory_6_0 const* factory;
     std::string path;
@@ -1328,10 +1331,10 @@ struct Making {
 };
 
 struct Makings {
-    // Waits until another thread has made its store.
-    // throws  ZJournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the calling one
-    // or
-    //         waits, directly or through others, for a store that the calling one is making.
+    // Waits until the thread that loads `making` has finished.
+    // throws  ZJournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the calling
+    //         thread, or waits, directly or through other threads, for a store that the calling
+    //         thread is loading.
     void waitFor(Making const& making);
 
     std::vector<std::shared_ptr<Making>> list;  // guarded by the registry
@@ -1375,7 +1378,7 @@ Makings& makings()
     return *all;
 }
 
-// Ends a Making, however it went.
+// Marks the load as finished, whatever its outcome.
 class EndOfMaking {
 public:
     explicit EndOfMaking(std::shared_ptr<Making> const& making) : making_(making) {}
@@ -1437,7 +1440,7 @@ ZProperties_6_0* ZProperties_6_0::getPropertiesFor(char const* path,
     return found;
 }
 
-// Makes and loads the factory's store for a path, and enters it.
+// Creates the factory's store for a path, loads it and inserts it into the map.
 ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
                                           ZAbstractPropertiesFactory_6_0& factory)
 {
@@ -1457,8 +1460,8 @@ ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
     return store.release();
 }
 
-// Reads the file again if `force` is not 0, or if the file has changed and the store has not. An
-// unchanged store is not locked: threads that hold stores may look up each other's.
+// Reloads the file if `force` is set, or if it has changed and the store has no unsaved changes.
+// Does not lock an unchanged store: threads that hold stores may look up each other's.
 void ZProperties_6_0::refresh(char const* path, int force)
 {
     if (force == 0 && Rep::isCurrent(*this))

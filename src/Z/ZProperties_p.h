@@ -1,5 +1,5 @@
-// ZProperties_p: what the sources of the configuration store share: its hidden state, the notices
-// that wait, and changes that happen as a whole or not at all.
+// ZProperties_p: the hidden state of the configuration store, shared by its sources: queued
+// notices, strings to add to a list, all-or-nothing changes of the cache, and companion files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZJournaledFile, ZArrayList,
 // ZLCString.
@@ -18,17 +18,17 @@
 #include "ZPropertiesImpl.h"
 #include "store/journaled_file.h"
 
-// One change that is to be told.
+// A queued notice of a change.
 struct __attribute__((visibility("hidden"))) ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
     using ZPropertyChanged_6_0::ZPropertyChanged_6_0;
 
     Notice* next = nullptr;
 };
 
-// Guarded by the store's lock.
-// Hidden here, because in signatures like these the patterns of exports.map see public names.
+// Guarded by the store's lock. The attribute is necessary because the patterns of exports.map would
+// match signatures with these types.
 struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
-    // Notices in the order in which they came.
+    // A FIFO queue of notices.
     class Queue {
     public:
         Queue() = default;
@@ -37,16 +37,16 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         ~Queue();
 
         void push(std::unique_ptr<Notice> notice);
-        std::unique_ptr<Notice> pop();  // not from an empty queue
+        std::unique_ptr<Notice> pop();  // requires a queue that is not empty
         bool isEmpty() const { return first_ == nullptr; }
-        void takeFrom(Queue& other);  // into an empty queue
+        void takeFrom(Queue& other);  // requires an empty queue
 
     private:
         Notice* first_ = nullptr;
         Notice** end_ = &first_;
     };
 
-    // Strings that are to become members of a list.
+    // Strings that will be elements of a list.
     class Strings {
     public:
         Strings() : list_(4, 0) {}
@@ -61,7 +61,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         void add(char const* text, ZPropertyStringType type);
         unsigned count() const { return list_.size(); }
 
-        // The text of one that was added for the local codeset.
+        // Returns the string at `index`, which was added with zPropLocalStrings.
         char const* text(unsigned index) const
         {
             return static_cast<ZLCString_6_0*>(list_.get(index))->getChars();
@@ -69,10 +69,10 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
         void dropFirst();
         template <class IsOne>
-        void dropThose(IsOne isOne);  // of which `isOne(text)` is true
+        void dropThose(IsOne isOne);  // the strings for which `isOne(text)` is true
 
-        // Makes room for all of them behind the first `members` of an owning list, which stays as
-        // it is. Then moveTo() puts them behind its last one, and does not raise.
+        // Reserves capacity in an owning list for `members` elements and all these strings, so
+        // that moveTo(), which appends them, does not throw.
         void makeRoom(ZArrayList_6_0& target, unsigned members) const;
         void moveTo(ZArrayList_6_0& target);
 
@@ -82,37 +82,39 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     explicit Rep(ZPCache_6_0& cache) { setCache(cache); }
 
-    /// Looks at what kind of cache the store has.
+    /// Determines which kind of cache the store has.
     void setCache(ZPCache_6_0& cache);
 
-    /// Returns a number that changes whenever a list that the store's cache handed out went away.
+    /// Returns a number that changes whenever a list that the store's cache returned was destroyed.
     static unsigned long generation(ZProperties_6_0 const& store)
     {
         return store.cache_->generation() + store.rep_->replaced;
     }
 
-    /// Returns a notice, made before the change so that the change is the last thing to happen.
+    /// Creates a notice. Call it before the change, so that the change is the last step that can
+    /// fail.
     static std::unique_ptr<Notice> makeNotice(ZPropertyChanged_6_0::PropertyChangeType type,
                                               char const* category, char const* key);
 
-    /// Sets the modified flag and queues the notice, unless the store loads.
+    /// Sets the modified flag and, except during load(), queues the notice.
     static void changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice);
 
-    /// Sends queued notices.
-    /// throws  what an observer raises first, unless an exception is on its way already; the other
-    ///         notices are sent all the same.
+    /// Sends all queued notices.
+    /// throws  the first exception of an observer, after the last notice. During stack unwinding
+    ///         it is reported instead, as are all further exceptions.
     static void send(ZProperties_6_0& store, Queue& queue);
 
-    /// Stores the last value of (category, key) and returns true; false when there is none.
+    /// Stores the last value of (category, key) in `value` and returns true; returns false if there
+    /// is no value.
     static bool lastValue(ZProperties_6_0 const& store, char const* category, char const* key,
                           ZPCategoryBasedCache_6_0::Text& value);
 
-    /// Returns a copy of the store's cache to be changed; null when a cache of somebody else's
-    /// class does not clone itself: then it is changed as it is.
+    /// Returns a copy of the store's cache; null if it is of a class outside the library that does
+    /// not clone itself. Then the caller has to change the cache itself.
     static std::unique_ptr<ZPCache_6_0> copyOf(ZProperties_6_0 const& store);
 
-    // Restores the contents of a cache that is changed itself because it cannot be copied, unless
-    // done() is called. A class keeps what it has besides the contents.
+    // Restores the contents of a cache in the destructor, unless done() was called. For caches that
+    // cannot be copied. Restores no fields of derived classes.
     class Undo {
     public:
         explicit Undo(ZPCache_6_0& cache);
@@ -128,16 +130,16 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         bool isDone_ = false;
     };
 
-    /// Makes the store's contents those of `copy`, and `copy` what the store had. Never fails.
+    /// Exchanges the contents of the store with those in `copy`. Does not throw.
     static void exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy);
 
-    /// Returns the path that is meant: `path`, or the file name for a null or empty one. Makes room
-    /// for it as the file name, so that noteFile() cannot fail.
-    /// throws  ZInvalidParameterException_6_0 when there is neither.
+    /// Returns `path`, or the file name if `path` is null or empty. Reserves memory for the path as
+    /// the file name, so that noteFile() does not throw.
+    /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name.
     static char const* choosePath(ZProperties_6_0& store, char const* path);
 
-    /// Notes the path of a file that was loaded or stored if it is the first, and the state of the
-    /// file if it is the one of the store's name, or of getPropertiesFor().
+    /// Records that `file` was loaded or stored by `path`: the first path becomes the file name,
+    /// and the state of the file is recorded if fileName() or `sharedPath` leads to it.
     static void noteFile(ZProperties_6_0& store, char const* path, ZJournaledFile const& file);
 
     /// Sets the modified flag, which isCurrent() reads without the store's lock.
@@ -146,47 +148,47 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         std::atomic_ref<int>(store.modified_).store(modified, std::memory_order_relaxed);
     }
 
-    /// Returns whether the store need not read the file at `sharedPath` again: it has unsaved
-    /// changes, or the file is missing or as it was when it was last loaded or stored.
+    /// Returns whether the file at `sharedPath` need not be reloaded: the store has unsaved
+    /// changes, the file does not exist, or it has not changed since it was last loaded or stored.
     /// threads any, without the store's lock. While another thread loads or stores the file, the
-    ///         file may count as changed.
+    ///         file may appear changed.
     static bool isCurrent(ZProperties_6_0& store);
 
-    /// Returns the path in the entry that names the companion file; empty if there is none.
+    /// Returns the value of the entry that names the companion file; empty if it does not exist.
     static std::string companionEntry(ZProperties_6_0 const& store);
 
-    /// Returns the path of the companion file that the contents name; empty when they name none.
+    /// Returns the path of the companion file that the contents name; empty if they name no file.
     static std::string companionOf(ZProperties_6_0 const& store);
 
-    /// Makes `edited` a copy of the cache that names `path`, or with null none, as its companion,
-    /// in its entry too, and returns it. A cache that cannot be copied is changed itself, and
-    /// `undo` made.
+    /// Stores in `edited` a copy of the cache in which `path` is the companion and the value of the
+    /// entry that names it, and returns the copy. If `path` is null, the copy has neither. A cache
+    /// that cannot be copied is changed itself, after constructing `undo`.
     static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
                                       std::unique_ptr<ZPCache_6_0>& edited,
                                       std::optional<Undo>& undo);
 
-    /// Returns the companion that goes with the last obfuscated value when `file` is stored: the
-    /// file's own one, if the contents or the old text name it, or if the store has used it before.
-    /// Empty if there is none, or if it is not certainly the file's.
+    /// Returns the companion to remove when `file` is stored without obfuscated values: the file's
+    /// own companion, if the contents or the old text name it, or if the store has used it before.
+    /// Empty if there is no such file, or if it may belong to another file.
     static std::string companionToRemove(ZProperties_6_0 const& store, ZJournaledFile const& file,
                                          std::string const& named);
 
     /// Returns whether the text of `file` names the companion that belongs to its path.
     static bool namesOwnCompanion(ZJournaledFile const& file);
 
-    /// Returns whether a value has no UTF-8 form: it reads as an empty text then.
+    /// Returns whether a value has no UTF-8 form and is therefore read as an empty UTF-8 string.
     static bool lacksUTF8(char const* value);
 
     /// Returns whether a value of (category, key) has no UTF-8 form.
     static bool hasValueWithoutUTF8(ZProperties_6_0 const& store, char const* category,
                                     char const* key);
 
-    /// Makes every line of `comment` a comment line and hands them to `add(cache, text)`, in one
-    /// text or line by line: all or none.
+    /// Turns every line of `comment` into a comment line and passes them to `add(cache, text)`, in
+    /// a single string or line by line. If `add` throws, no line is added.
     template <class Add>
     static void addComment(ZProperties_6_0& store, char const* comment, Add add);
 
-    /// Returns what the file at `sharedPath` was when it was last loaded or stored.
+    /// Returns the state of the file at `sharedPath` when it was last loaded or stored.
     /// threads any, without the store's lock.
     ZJournaledFile::Stamp sharedStamp()
     {
@@ -199,36 +201,36 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     public:
         struct Companion {
             std::string path;
-            bool isHeld;  // its values are in the contents: it is not read again
+            bool isHeld;  // the store has its values and need not read it again
         };
 
         bool isHeld(std::string const& path) const;
         void hold(std::string const& path);
         void remove(std::string const& path);
-        void releaseAll();  // the contents have no obfuscated values any more
+        void releaseAll();  // the contents no longer have obfuscated values
         std::vector<Companion> const& list() const { return list_; }
         void swap(Companions& other) { list_.swap(other.list_); }
 
     private:
         static constexpr size_t kMaxCount = 64;  // a store may be stored under any number of names
 
-        std::vector<Companion> list_;  // the one used last is the last
+        std::vector<Companion> list_;  // the most recently used companion is the last
     };
 
-    int depth = 0;             // Holds of the thread that has the lock
+    int depth = 0;             // number of Holds of the thread that has the lock
     bool isReplacing = false;  // see setReplacing()
     Companions companions;
-    std::string sharedPath;  // by which getPropertiesFor() finds the store; set before it is shared
+    std::string sharedPath;  // the path in the factory's map; set before the store is shared
     Queue queued;
-    ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, when it may be looked into
-    ZSCFData_6_0* stanzas = nullptr;  // the cache, when it is the library's own for stanza files
+    ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, if it permits direct access
+    ZSCFData_6_0* stanzas = nullptr;  // the cache, if it is the library's own for stanza files
     bool isStanzaFile = false;        // the cache is a ZSCFData_6_0 or derived from it
-    unsigned long replaced = 0;       // grows when another cache takes the cache's place
+    unsigned long replaced = 0;       // grows whenever another cache replaces the cache
 
 private:
     static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);
 
-    std::mutex stampMutex_;              // locked for a moment, as the last one
+    std::mutex stampMutex_;              // innermost: no other lock is acquired while it is held
     ZJournaledFile::Stamp sharedStamp_;  // guarded by stampMutex_
 };
 
