@@ -12,8 +12,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZPropertiesIterator";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 45,
     raiseInNextEntry = 70,
@@ -112,7 +111,8 @@ void ZPropertiesIterator_6_0::nextEntry()
 
 void ZPropertiesIterator_6_0::getValues(char const* name)
 {
-    // The step to the next key brings the name that is kept here, and its place with it.
+    // nextEntry() passes the very pointer of the next name; its slot is then known without a
+    // lookup.
     bool const isStep = hasMore() && name == nameAt(position_ + 1);
     if (!isStep)
         other_ = name;
@@ -129,8 +129,8 @@ void ZPropertiesIterator_6_0::needEntry() const
             .throwException(kSource, raiseForEntry);
 }
 
-// Returns where the current key stands in a cache that tells places. The iterating thread may have
-// changed the cache: then nothing holds that was found before, and the key is searched by its name.
+// Returns the slot of the current key in a cache with direct access. If the iterating thread has
+// changed the cache, all known slots are invalid and the key is looked up by its name.
 uint32_t ZPropertiesIterator_6_0::currentPlace() const
 {
     ZPCategoryBasedCache_6_0 const& direct = *store_.rep_->direct;
@@ -155,8 +155,8 @@ char const* ZPropertiesIterator_6_0::entryName() const
     return nameAt(position_);
 }
 
-// The values are looked up at each call: the iterating thread may have changed them. Where it has
-// not, the search for the value goes on where the last one ended.
+// Looks up the values at each call, because the iterating thread may have changed them. If it has
+// not, the search continues where the previous call stopped.
 char const* ZPropertiesIterator_6_0::entryValue(int index) const
 {
     needEntry();
@@ -246,8 +246,8 @@ ZAbstractPropertyValuesIterator_6_0::~ZAbstractPropertyValuesIterator_6_0() noex
     delete current_;
 }
 
-// Returns the cache's list, fetched again when it may have gone: the iterating thread itself can
-// remove the key, or read the file again.
+// Returns the cache's list. Fetches it again if it may have been destroyed: the iterating thread
+// itself can remove the key or reload the file.
 ZArrayList_6_0* ZAbstractPropertyValuesIterator_6_0::values() const
 {
     unsigned long const now = ZProperties_6_0::Rep::generation(store_);
@@ -308,7 +308,7 @@ void ZAbstractPropertyValuesIterator_6_0::needValue() const
             .throwException(kSource, raiseForValue);
 }
 
-// Makes `out` the value in the local codeset, as it is to be stored.
+// Converts `value` to the local codeset and checks that it can be stored.
 void ZAbstractPropertyValuesIterator_6_0::toLocal(char const* value, ZLCString_6_0& out) const
 {
     if (value == nullptr)
@@ -330,12 +330,12 @@ void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
     needValue();
     ZLCString_6_0 local;
     toLocal(value, local);
-    // An empty UTF-8 text may be what was read for a value without a UTF-8 form.
+    // The caller may have read the empty UTF-8 string in place of a value without a UTF-8 form.
     if (type_ == zPropUTF8Strings && local.isEmpty() &&
         ZProperties_6_0::Rep::lacksUTF8(textAt(*values(), position_)))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-    // KEPT: an empty value stands in the list as any other, though a file that is read gives its
-    // key none; callers blank a value and count on the places of the others. Test:
+    // KEPT: an empty value remains in the list, although load() drops empty values. A program that
+    // clears a value while it iterates would see the later values move to lower indexes. Test:
     // ZPropertiesIterator.KeepsAnEmptyValueUntilTheFileIsReadAgain
     values()->set(static_cast<unsigned>(position_), &local);
     ZProperties_6_0::Rep::setModified(store_, 1);
@@ -345,7 +345,7 @@ void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
 {
     ZLCString_6_0 local;
     toLocal(value, local);
-    // The store may have removed values since the last step: the current one, or all.
+    // The current value, or all values, may have been removed since the last step.
     int const count = valueCount();
     if (type_ == zPropUTF8Strings && local.isEmpty() &&
         ZProperties_6_0::Rep::hasValueWithoutUTF8(store_, category_.getChars(), key_.getChars()))
@@ -366,8 +366,9 @@ void ZAbstractPropertyValuesIterator_6_0::removeValue()
 {
     needValue();
     if (position_ == 0 && valtype_ == zPropIterObfuscated) {
-        // KEPT: the first value of an obfuscated key takes all the others with it; callers remove
-        // a secret this way. Test: ZPropertiesIterator.KeepsRemovingAllObfuscatedValuesWithTheFirst
+        // KEPT: removing the first value of an obfuscated key removes all its values. A program
+        // that removes a secret in this way would leave the other values in the companion file.
+        // Test: ZPropertiesIterator.KeepsRemovingAllObfuscatedValuesWithTheFirst
         store_.setValue(category_.getChars(), key_.getChars(), "");
         position_ = -1;
     } else {

@@ -19,8 +19,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite {
     raiseInConstructor = 45,
     raiseForName = 55,
@@ -42,8 +41,8 @@ void needName(char const* stanza)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForName);
 }
 
-// The text of a string in the local codeset. `local` receives what has to be converted; a text
-// that cannot be would be lost.
+// Returns `string` in the local codeset, converted into `local` if necessary. Throws if that fails:
+// the empty result would overwrite the value.
 char const* localText(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
 {
     if (string.getCodesetHandle() == local.getCodesetHandle())
@@ -54,7 +53,7 @@ char const* localText(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
     return local.getChars();
 }
 
-// By its class: in a UTF-8 locale both kinds of strings have one codeset.
+// Decides by the class, because in a UTF-8 locale both kinds of strings have the same codeset.
 bool isUTF8(ZAbstractString_6_0 const& string)
 {
     return dynamic_cast<ZUTF8String_6_0 const*>(&string) != nullptr ||
@@ -74,10 +73,10 @@ ZPCache_6_0* newCache()
     return cache;
 }
 
-// A set of borrowed texts.
+// A set of borrowed strings.
 class Texts {
 public:
-    // Returns whether the text was not there yet.
+    // Returns whether the string was inserted, because the set did not contain it.
     bool insert(char const* text)
     {
         return zmemory::translateBadAlloc(kSource, raiseInAddValues,
@@ -163,7 +162,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
     if (ZPCategoryBasedCache_6_0::validateKey(stanza, key) == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     Hold const hold(*this);
-    // Every new text is looked at before the first one is stored.
+    // Check every new string before the first is stored.
     Rep::Strings texts;
     bool hasEmptyUTF8 = false;
     for (unsigned i = 0; i < values.size(); ++i) {
@@ -177,7 +176,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         texts.add(text, zPropLocalStrings);
         hasEmptyUTF8 = hasEmptyUTF8 || (*text == '\0' && isUTF8(*string));
     }
-    // It may be what was read for a value without a UTF-8 form.
+    // The caller may have read the empty UTF-8 string in place of a value without a UTF-8 form.
     if (hasEmptyUTF8 && Rep::hasValueWithoutUTF8(*this, stanza, key))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     checkAccess(stanza, key, obfuscated);
@@ -188,7 +187,8 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         return;
     }
 
-    // What is new is made without its lines first: it goes without a trace when memory is short.
+    // Create a new stanza or key without lines first, so that it can be removed without a trace if
+    // memory is exhausted.
     bool const isNewStanza = cache().contains(stanza) == 0;
     bool const isNewKey = cache().contains(stanza, key) == 0;
     try {
@@ -196,7 +196,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         ZArrayList_6_0& held = *cache().get(
             stanza, key,
             obfuscated != 0 ? ZPCache_6_0::obfuscatedValues : ZPCache_6_0::plainValues);
-        // One text, the usual case, needs no set of those that are there.
+        // The usual case, a single string, is compared with each value and needs no set.
         Texts known;
         char const* const only = texts.count() == 1 ? texts.text(0) : nullptr;
         bool isThere = false;
@@ -212,15 +212,15 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             return;
         texts.makeRoom(held, held.size());
         if (held.size() == 0) {
-            // An empty text leaves the key without values, the one behind it becomes the first, and
-            // observers are told of both.
+            // An empty string leaves the key without values. The following string becomes the first
+            // value, and observers receive a notice of each of the two changes.
             std::unique_ptr<Notice> ofEmpty;
             if (*texts.text(0) == '\0' && texts.count() > 1) {
                 ofEmpty = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
                 texts.dropFirst();
             }
             setValue(stanza, key, texts.text(0), obfuscated);
-            // It made the lines, and was the last that may raise.
+            // setValue() created the lines; nothing after it throws.
             texts.dropFirst();
             if (ofEmpty != nullptr)
                 Rep::changed(*this, std::move(ofEmpty));
@@ -241,8 +241,9 @@ void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_
     needName(stanza);
     Hold const hold(*this);
     ZPropertiesKVList_6_0 items(out.stringType());
-    // KEPT: the first of several values, though getValue() gives the last; callers list a stanza
-    // as it reads from the top. Test: ZStanzaFileProperties.KeepsTheFirstValueInAStanzaList
+    // KEPT: the item of a key with several values has the first value, although getValue() returns
+    // the last. A program that lists stanzas would print other values. Test:
+    // ZStanzaFileProperties.KeepsTheFirstValueInAStanzaList
     ZStanzaIterator_6_0 iterator(*this, stanza);
     while (iterator.hasMore()) {
         iterator.nextEntry();
@@ -338,8 +339,8 @@ ZProperties_6_0* ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory::makePr
 ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::factory_ =
     nullptr;
 
-// Of several threads that find no factory the first one stores its own; the others drop theirs. A
-// once routine would do, too, but could not be tried again after running out of memory.
+// If several threads find no factory, one of them publishes its factory and the others delete their
+// factories. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZStanzaFileProperties_6_0::init()
 {
     if (__atomic_load_n(&factory_, __ATOMIC_ACQUIRE) != nullptr)

@@ -19,8 +19,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/zproperties_c";
 
-// The number each raise site puts into its report. Log scanners match on it, so it belongs
-// to the site and does not follow the line when the file is edited.
+// Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInGetValues = 431 };
 
 using Files = ZHandleTable<ZPROP_handle>;
@@ -29,7 +28,7 @@ using Store = ZStanzaFileProperties_6_0;
 
 // ---- Exceptions to codes ------------------------------------------------------------------------
 
-// The code of the exception that is being handled, in a function that reads.
+// Returns the code for the current exception in a function that reads.
 int readCode()
 {
     try {
@@ -47,7 +46,7 @@ int readCode()
     }
 }
 
-// The code of the exception that is being handled, in a function that changes through an iterator.
+// Returns the code for the current exception in a function that changes values by an iterator.
 int iteratorChangeCode()
 {
     try {
@@ -69,8 +68,8 @@ int openStoreCode()
     return zpropOpenStoreFailed;
 }
 
-// Runs `action`; what it throws becomes a code and goes no further. Only the cancellation of the
-// thread, which travels as an exception too, must reach the thread's end.
+// Runs `action` and translates its exceptions into codes. Rethrows only the cancellation of the
+// thread, which is an exception too and must not be caught for good.
 template <class Action>
 int codeOf(int (*codeOfFailure)(), Action action)
 {
@@ -101,7 +100,7 @@ int changeFile(ZPROP_handle* handle, Action action)
     return withFile(handle, changeCode, action);
 }
 
-// Returns what `read` returns, 0 when it fails, and stores the code.
+// Stores the code and returns the result of `read`, or 0 if it fails.
 template <class Read>
 std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, int* code, Read read)
 {
@@ -110,14 +109,14 @@ std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, int* code, Rea
     return result;
 }
 
-// An iterator holds the lock of its store in the name of the thread that made it; no other thread
-// may use what that lock guards, or let go of it.
+// The thread that created an iterator holds the lock of its store. No other thread may access the
+// data that the lock guards, or release the lock.
 bool madeHere(ZPROP_iter_handle const& iterator)
 {
     return pthread_equal(iterator.maker, pthread_self()) != 0;
 }
 
-// Runs the action for the kind of the iterator.
+// Runs the action for the type of the iterator.
 template <class OverKeys, class OverValues>
 int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys overKeys,
                  OverValues overValues)
@@ -144,7 +143,7 @@ int notOverKeys(ZPROP_stz_iter_handle&)
 
 // ---- Values -------------------------------------------------------------------------------------
 
-// A flag of 1 asks for a default, so that the key is not required.
+// A flag of 1 requests a default, so that the key is not required.
 int required(int defaultFlag)
 {
     return defaultFlag == 1 ? 0 : 1;
@@ -155,7 +154,7 @@ char const* orEmpty(char const* value)
     return value != nullptr ? value : "";
 }
 
-// Stores a returned text, null for an empty one, in `result`, and returns the code.
+// Stores a copy of `text`, or null if it is empty, in `result` and returns the code.
 int returnText(char const* text, size_t length, char*& result)
 {
     if (length == 0)
@@ -164,8 +163,8 @@ int returnText(char const* text, size_t length, char*& result)
     return result != nullptr ? zpropOk : zpropChangeFailed;
 }
 
-// Reads the last value of a key. A key that is there without a value has an empty one, also where
-// the store, asked for a required value, calls that missing.
+// Reads the last value of a key. A key without values gives an empty value, although the store
+// reports a required value as missing then.
 void readValue(Store const& store, char const* stanza, char const* key, int defaultFlag,
                ZLCString_6_0& value)
 {
@@ -201,7 +200,7 @@ char** listOf(Store const& store, char const* stanza, char const* key)
     ZArrayList_6_0 values(1, 1);
     store.getValues(stanza, key, values, zPropLocalStrings);
     size_t const count = values.size();
-    // Zeroed, so that the list has its end wherever filling it stops.
+    // Zeroed, so that ListDeleter finds the end of the list if duplicate() throws.
     std::unique_ptr<char*, ListDeleter> list(static_cast<char**>(calloc(count + 1, sizeof(char*))));
     if (list == nullptr)
         throw std::bad_alloc();
@@ -343,15 +342,17 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
     Files::Use const file = zpropFiles.use(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
-    // What zstzPropFreeValuesList_6_0 finds in the records behind a failure must not be garbage.
+    // zstzPropFreeValuesList_6_0 releases the results of all records, also of those after a
+    // failure.
     for (int i = 0; i < count; ++i) {
         if (hasText(records[i]))
             *static_cast<void**>(records[i].result) = nullptr;
     }
     for (int i = 0; i < count; ++i) {
         ZPROPValue const& record = records[i];
-        // KEPT: this leaves a plain function as an exception; callers written in C++ catch it as
-        // the mistake in their program that it is. Test: ZPropertiesC.KeepsOneExceptionOfItsOwn
+        // KEPT: the exception for an invalid type leaves the plain function instead of becoming a
+        // code. A C++ program that catches it would notice. Test:
+        // ZPropertiesC.KeepsOneExceptionOfItsOwn
         if (record.type < zpropBoolean || record.type > zpropStringList)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
         if (record.result == nullptr)
@@ -477,8 +478,9 @@ int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
         return zpropBadHandle;
     if (!madeHere(*iterator))
         return zpropIterator;
-    // KEPT: an iterator whose words were overwritten is answered as a bad one and goes all the
-    // same: it holds a lock. Test: ZPropertiesC.KeepsClosingADamagedIterator
+    // KEPT: a damaged iterator is closed although the code is 55. It holds the lock of the
+    // store; other threads would wait for the lock forever. Test:
+    // ZPropertiesC.KeepsClosingADamagedIterator
     bool const intact = iterator->intact();
     zpropIterators.retire(handle);
     return intact ? zpropOk : zpropBadHandle;

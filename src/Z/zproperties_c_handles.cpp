@@ -10,19 +10,19 @@ namespace {
 
 enum Tag : uint32_t { fileTag = 1, iteratorTag = 2 };
 
-// A returned text: the header word, then the text.
+// The block of a returned string: the header word, then the string.
 constexpr uint32_t kTextMagic = 0xc0ffeeee;
 constexpr size_t kHeaderSize = sizeof kTextMagic;
 
-// The returned texts that have not been released. An address goes into one of the few places of
-// its own line of the table, by one atomic exchange; only when they are all taken is it put into
-// the set behind the table. Addresses are kept inverted: a leak checker that met them would take
-// a text that its owner has lost for one that is still in use.
+// The set of returned strings that are not yet released. An address hashes to a bucket of eight
+// slots and is stored with one atomic exchange; if the bucket is full, it goes to an overflow set
+// under a mutex. Addresses are stored inverted, so that a leak checker does not take them for
+// references.
 class LiveTexts {
 public:
     constexpr LiveTexts() = default;
 
-    // Returns false when there is no memory to remember `text` in.
+    // Returns false if memory is exhausted.
     bool add(void const* text) noexcept
     {
         uintptr_t const address = ~reinterpret_cast<uintptr_t>(text);
@@ -44,7 +44,7 @@ public:
         return true;
     }
 
-    // Returns false when `text` is not there.
+    // Returns false if the set does not contain `text`.
     bool remove(void const* text) noexcept
     {
         uintptr_t const address = ~reinterpret_cast<uintptr_t>(text);
@@ -73,7 +73,7 @@ private:
 
     Line& lineOf(uintptr_t address)
     {
-        // Blocks lie on multiples of 16: their low bits tell nothing.
+        // malloc() returns multiples of 16: the low bits are the same for all blocks.
         uint64_t const mixed = (static_cast<uint64_t>(address) >> 4) * 0x9E3779B97F4A7C15u;
         return lines_[mixed >> (64 - kLineBits)];
     }
@@ -163,8 +163,8 @@ void zpropFreeText(char* text) noexcept
     char* const block = text - kHeaderSize;
     uint32_t header = 0;
     std::memcpy(&header, block, kHeaderSize);
-    // A header that was overwritten shows that the caller wrote before his text; the block is no
-    // longer to be trusted and stays.
+    // If the header was overwritten, the caller wrote before the string. The heap may be damaged:
+    // leak the block rather than free it.
     if (header == kTextMagic)
         free(block);
 }

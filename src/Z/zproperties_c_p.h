@@ -1,5 +1,5 @@
-// What stands behind the handles and texts that zproperties_c gives out: the handle classes, the
-// table that tells live handles from dead ones, and the blocks that texts are returned in.
+// zproperties_c_p: the handle classes of the plain functions, the table of open handles, and the
+// blocks of returned strings.
 #pragma once
 
 #include <pthread.h>
@@ -20,7 +20,8 @@
 constexpr uint32_t kZPropFirstMagic = 0xbeeff00d;
 constexpr uint32_t kZPropSecondMagic = 0xd00ffeeb;
 
-// An open file. The words are volatile so that clearing them is not optimised away.
+// An open file. The magic words are volatile, so that the compiler does not optimise away clearing
+// them in the destructor.
 struct ZPROP_handle {
     ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
     ZPROP_handle(ZPROP_handle const&) = delete;
@@ -35,7 +36,7 @@ struct ZPROP_handle {
     std::shared_ptr<ZStanzaFileProperties_6_0> const store;
 };
 
-// A stanza of an open file. The kind is there, but no function of the interface makes one.
+// A stanza of an open file. No function of the interface creates one.
 struct ZPROP_stz_handle : ZPROP_handle {
     using ZPROP_handle::ZPROP_handle;
     ~ZPROP_stz_handle() override;
@@ -43,7 +44,7 @@ struct ZPROP_stz_handle : ZPROP_handle {
 
 enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2 };
 
-// An open iterator; shares the store, so that the handle it was made from may be closed first.
+// An open iterator. It shares the store, so that the file handle may be closed first.
 struct ZPROP_iter_handle {
     ZPROP_iter_handle(ZPROPIterType iterType, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
     ZPROP_iter_handle(ZPROP_iter_handle const&) = delete;
@@ -77,16 +78,16 @@ struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
     std::string const key;
 };
 
-/// Names live objects by tokens: pointers that callers hold, that point nowhere and that are never
-/// given out twice. A token says in which slot its object is and which of the slot's generations
-/// it is; the slot says the same while the object lives. A token of a dead object, of another
-/// table or no token at all differs in one of them, and no memory that was freed is looked into.
+/// Maps tokens to open objects. A token has the type of a pointer, but is not an address, and is
+/// never used twice: it consists of the index of the object's slot and the slot's generation. While
+/// the object is open, the slot has the same generation. A token of a closed object or of another
+/// table, and an arbitrary pointer, is detected without reading freed memory.
 ///
 ///     token:      1 | generation (31 bits) | slot (30 bits) | tag (2 bits)
 ///     slot state: live (1 bit) | generation (31 bits) | users (32 bits)
 ///
-/// The first bit of a token is set, so that no address of a process is one.
-/// Threads: any. An object that is retired while it is used dies with its last use.
+/// The highest bit of a token is set, so that no address of a process is a token.
+/// Threads: any. An object that is closed while it is used is destroyed at the end of its last use.
 template <class Object>
 class ZHandleTable {
 public:
@@ -101,7 +102,7 @@ public:
         uint32_t index = 0;
     };
 
-    // Keeps an object alive for a scope.
+    // Pins an object in this scope: it is not destroyed before.
     class Use {
     public:
         Use(ZHandleTable& table, Slot* slot) : table_(table), slot_(slot) {}
@@ -119,10 +120,10 @@ public:
 
     private:
         ZHandleTable& table_;
-        Slot* const slot_;  // null: the token names no live object
+        Slot* const slot_;  // null: no open object has the token
     };
 
-    /// Enters `object` and returns its token.
+    /// Inserts `object` and returns its token.
     /// throws  std::bad_alloc; `object` is destroyed then.
     Object* enter(std::unique_ptr<Object> object)
     {
@@ -134,20 +135,20 @@ public:
         return reinterpret_cast<Object*>(static_cast<uintptr_t>(token));
     }
 
-    /// Uses the object that `token` names.
+    /// Pins the object with the token `token`.
     Use use(Object const* token)
     {
         return Use(*this, change(token, [](uint64_t state) { return state + 1; }));
     }
 
-    /// Retires the object that `token` names; it is destroyed when its last use ends.
-    /// Returns false when there is none.
+    /// Closes the object with the token `token`. The object is destroyed at the end of its last
+    /// use. Returns false if there is no such object.
     bool retire(Object const* token)
     {
         return bool(Use(*this, change(token, [](uint64_t state) { return (state & ~kLive) + 1; })));
     }
 
-    // The slot with this index, which has been in use; for tests.
+    // Returns the slot with this index, which must have been used before; for tests.
     Slot& slotAt(uint32_t index)
     {
         return chunks_[index / kChunkSize].load(std::memory_order_acquire)[index % kChunkSize];
@@ -162,8 +163,8 @@ private:
     static constexpr uint32_t kChunkSize = 256;
     static constexpr uint32_t kChunks = 4096;
 
-    // Applies `step` to the state of the slot that `token` names while its object lives, and
-    // returns the slot; null when there is no such object.
+    // Applies `step` atomically to the state of the token's slot and returns the slot; null if no
+    // open object has the token.
     template <class Step>
     Slot* change(Object const* token, Step step)
     {
@@ -195,13 +196,14 @@ private:
         uint64_t const next = (before + kNextGeneration) & kNameBits & ~kLive;
         slot.state.store(next, std::memory_order_relaxed);
         if (next == 0)
-            return;  // the slot has used up its generations and is not given out again
+            return;  // all generations of the slot are used: leave it out of the free list
         std::lock_guard<std::mutex> const guard(mutex_);
         slot.nextFree = free_;
         free_ = &slot;
     }
 
-    // Nothing may leave the end of a use; what cannot let go of its lock is reported.
+    // Reports the exception of an iterator that cannot release its lock: the callers do not expect
+    // exceptions.
     static void destroy(Object* object) noexcept
     {
         constexpr zreporting::Site kSite = {"src/Z/zproperties_c", 208};
@@ -231,7 +233,7 @@ private:
         chunks_[chunkCount_++].store(chunk, std::memory_order_release);
     }
 
-    uint32_t const tag_;  // tells the tokens of one table from those of another
+    uint32_t const tag_;                       // distinguishes the tokens of the tables
     std::atomic<Slot*> chunks_[kChunks] = {};  // never freed: tokens outlive their objects
     std::mutex mutex_;
     uint32_t chunkCount_ = 0;  // guarded by mutex_
@@ -242,10 +244,11 @@ private:
 extern ZHandleTable<ZPROP_handle> zpropFiles;
 extern ZHandleTable<ZPROP_iter_handle> zpropIterators;
 
-/// Returns a copy of `length` bytes at `text` with a zero behind them, in a block that is marked
-/// and remembered as ours; null when there is no memory.
+/// Returns a copy of `length` bytes at `text`, terminated by a zero; null if memory is exhausted.
+/// The block is marked and registered as a returned string.
 /// owns    owned by the caller; released with zpropFreeText.
 char* zpropNewText(char const* text, size_t length) noexcept;
 
-/// Releases what zpropNewText returned; any other pointer is ignored, and not looked behind.
+/// Releases a string that zpropNewText returned. Any other pointer is ignored without dereferencing
+/// it.
 void zpropFreeText(char* text) noexcept;
