@@ -13,6 +13,7 @@
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZStanzaFileProperties.h"
+#include "handles/returned_strings.h"
 #include "zproperties_c_p.h"
 
 namespace {

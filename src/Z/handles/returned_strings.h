@@ -1,0 +1,13 @@
+// returned_strings: the strings that the plain functions return, until their callers release them.
+#pragma once
+
+#include <stddef.h>
+
+/// Returns a copy of `length` bytes at `text`, terminated by a zero; null if memory is exhausted.
+/// The block is marked and registered as a returned string.
+/// owns    owned by the caller; released with zpropFreeText.
+char* zpropNewText(char const* text, size_t length) noexcept;
+
+/// Releases a string that zpropNewText returned. Any other pointer is ignored without dereferencing
+/// it.
+void zpropFreeText(char* text) noexcept;
