@@ -23,8 +23,8 @@ constexpr char kSource[] = "src/Z/zproperties_c";
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInGetValues = 431 };
 
-using Files = ZHandleTable<ZPROP_handle>;
-using Iterators = ZHandleTable<ZPROP_iter_handle>;
+using Files = zhandles::HandleTable<ZPROP_handle>;
+using Iterators = zhandles::HandleTable<ZPROP_iter_handle>;
 using Store = ZStanzaFileProperties_6_0;
 
 // ---- Exceptions to codes ------------------------------------------------------------------------
@@ -89,7 +89,7 @@ int codeOf(int (*codeOfFailure)(), Action action)
 template <class Action>
 int withFile(ZPROP_handle* handle, int (*codeOfFailure)(), Action action)
 {
-    Files::Use const file = zpropFiles.use(handle);
+    Files::Pin const file = zpropOpenFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     return codeOf(codeOfFailure, [&] { action(*file->store); });
@@ -112,9 +112,9 @@ std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, int* code, Rea
 
 // The thread that created an iterator holds the lock of its store. No other thread may access the
 // data that the lock guards, or release the lock.
-bool madeHere(ZPROP_iter_handle const& iterator)
+bool isCreator(ZPROP_iter_handle const& iterator)
 {
-    return pthread_equal(iterator.maker, pthread_self()) != 0;
+    return pthread_equal(iterator.creator, pthread_self()) != 0;
 }
 
 // Runs the action for the type of the iterator.
@@ -122,10 +122,10 @@ template <class OverKeys, class OverValues>
 int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys overKeys,
                  OverValues overValues)
 {
-    Iterators::Use const iterator = zpropIterators.use(handle);
+    Iterators::Pin const iterator = zpropOpenIterators.pin(handle);
     if (!iterator || !iterator->intact())
         return zpropBadHandle;
-    if (!madeHere(*iterator))
+    if (!isCreator(*iterator))
         return zpropIterator;
     int code = zpropOk;
     int const failure = codeOf(codeOfFailure, [&] {
@@ -156,11 +156,11 @@ char const* orEmpty(char const* value)
 }
 
 // Stores a copy of `text`, or null if it is empty, in `result` and returns the code.
-int returnText(char const* text, size_t length, char*& result)
+int returnString(char const* text, size_t length, char*& result)
 {
     if (length == 0)
         return zpropOk;
-    result = zpropNewText(text, length);
+    result = zhandles::newString(text, length);
     return result != nullptr ? zpropOk : zpropChangeFailed;
 }
 
@@ -213,13 +213,13 @@ char** listOf(Store const& store, char const* stanza, char const* key)
     return list.release();
 }
 
-bool hasText(ZPROPValue const& record)
+bool hasOwnedResult(ZPROPValue const& record)
 {
     return record.result != nullptr &&
            (record.type == zpropString || record.type == zpropStringList);
 }
 
-void serve(Store const& store, ZPROPValue const& record)
+void processRecord(Store const& store, ZPROPValue const& record)
 {
     int const isRequired = required(record.flag);
     switch (record.type) {
@@ -256,15 +256,15 @@ int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode
     return codeOf(openStoreCode, [&] {
         constexpr int kKeepComments = 1;
         auto store = std::make_shared<Store>(file, kKeepComments);
-        *handle = zpropFiles.enter(std::make_unique<ZPROP_handle>(mode, std::move(store)));
+        *handle = zpropOpenFiles.insert(std::make_unique<ZPROP_handle>(mode, std::move(store)));
     });
 }
 
 void zstzPropClose_6_0(ZPROP_handle* handle)
 {
-    Files::Use const file = zpropFiles.use(handle);
+    Files::Pin const file = zpropOpenFiles.pin(handle);
     if (file && file->intact())
-        zpropFiles.retire(handle);
+        zpropOpenFiles.close(handle);
 }
 
 int zstzPropStore_6_0(ZPROP_handle* handle, char const* file)
@@ -340,13 +340,13 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
 {
     if (records == nullptr && count != 0)
         return zpropBadHandle;
-    Files::Use const file = zpropFiles.use(handle);
+    Files::Pin const file = zpropOpenFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     // zstzPropFreeValuesList_6_0 releases the results of all records, also of those after a
     // failure.
     for (int i = 0; i < count; ++i) {
-        if (hasText(records[i]))
+        if (hasOwnedResult(records[i]))
             *static_cast<void**>(records[i].result) = nullptr;
     }
     for (int i = 0; i < count; ++i) {
@@ -358,7 +358,7 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
         if (record.result == nullptr)
             return zpropBadHandle;
-        int const code = codeOf(readCode, [&] { serve(*file->store, record); });
+        int const code = codeOf(readCode, [&] { processRecord(*file->store, record); });
         if (code != zpropOk)
             return code;
     }
@@ -369,11 +369,11 @@ void zstzPropFreeValuesList_6_0(ZPROP_handle* handle, ZPROPValue* records, int c
 {
     if (records == nullptr)
         return;
-    Files::Use const file = zpropFiles.use(handle);
+    Files::Pin const file = zpropOpenFiles.pin(handle);
     if (!file || !file->intact())
         return;
     for (int i = 0; i < count; ++i) {
-        if (!hasText(records[i]))
+        if (!hasOwnedResult(records[i]))
             continue;
         void*& result = *static_cast<void**>(records[i].result);
         if (records[i].type == zpropString)
@@ -395,7 +395,7 @@ char* zstzPropGetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char 
         ZLCString_6_0 value;
         readValue(store, stanza, key, defaultFlag, value);
         char* text = nullptr;
-        if (returnText(value.getChars(), value.getLength(), text) != zpropOk)
+        if (returnString(value.getChars(), value.getLength(), text) != zpropOk)
             throw std::bad_alloc();
         return text;
     });
@@ -458,32 +458,32 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 {
     if (stanza == nullptr || iterator == nullptr)
         return zpropBadHandle;
-    Files::Use const file = zpropFiles.use(handle);
+    Files::Pin const file = zpropOpenFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     *iterator = nullptr;
     return codeOf(readCode, [&] {
-        std::unique_ptr<ZPROP_iter_handle> made;
+        std::unique_ptr<ZPROP_iter_handle> created;
         if (key != nullptr)
-            made = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
+            created = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
         else
-            made = std::make_unique<ZPROP_stz_iter_handle>(file->store, stanza);
-        *iterator = zpropIterators.enter(std::move(made));
+            created = std::make_unique<ZPROP_stz_iter_handle>(file->store, stanza);
+        *iterator = zpropOpenIterators.insert(std::move(created));
     });
 }
 
 int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
 {
-    Iterators::Use const iterator = zpropIterators.use(handle);
+    Iterators::Pin const iterator = zpropOpenIterators.pin(handle);
     if (!iterator)
         return zpropBadHandle;
-    if (!madeHere(*iterator))
+    if (!isCreator(*iterator))
         return zpropIterator;
     // KEPT: a damaged iterator is closed although the code is 55. It holds the lock of the
     // store; other threads would wait for the lock forever. Test:
     // ZPropertiesC.KeepsClosingADamagedIterator
     bool const intact = iterator->intact();
-    zpropIterators.retire(handle);
+    zpropOpenIterators.close(handle);
     return intact ? zpropOk : zpropBadHandle;
 }
 
@@ -554,10 +554,10 @@ char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code)
         iterator, readCode,
         [&](ZPROP_stz_iter_handle& over) {
             char const* const name = orEmpty(over.entries.entryName());
-            return returnText(name, strlen(name), text);
+            return returnString(name, strlen(name), text);
         },
         [&](ZPROP_stzvalue_iter_handle& over) {
-            return returnText(over.key.data(), over.key.size(), text);
+            return returnString(over.key.data(), over.key.size(), text);
         });
     return text;
 }
@@ -571,10 +571,10 @@ char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code)
         iterator, readCode,
         [&](ZPROP_stz_iter_handle& over) {
             char const* const value = orEmpty(over.entries.entryValue(0));
-            return returnText(value, strlen(value), text);
+            return returnString(value, strlen(value), text);
         },
         [&](ZPROP_stzvalue_iter_handle& over) {
-            return returnText(over.current.data(), over.current.size(), text);
+            return returnString(over.current.data(), over.current.size(), text);
         });
     return text;
 }
@@ -617,5 +617,5 @@ int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code)
 
 void zstzPropFree_6_0(char* text)
 {
-    zpropFreeText(text);
+    zhandles::freeString(text);
 }

@@ -8,8 +8,8 @@ enum Tag : uint32_t { fileTag = 1, iteratorTag = 2 };
 
 }  // namespace
 
-constinit ZHandleTable<ZPROP_handle> zpropFiles(fileTag);
-constinit ZHandleTable<ZPROP_iter_handle> zpropIterators(iteratorTag);
+constinit zhandles::HandleTable<ZPROP_handle> zpropOpenFiles(fileTag);
+constinit zhandles::HandleTable<ZPROP_iter_handle> zpropOpenIterators(iteratorTag);
 
 ZPROP_handle::ZPROP_handle(ZPROPOpenMode openMode,
                            std::shared_ptr<ZStanzaFileProperties_6_0> openStore)
@@ -28,7 +28,7 @@ ZPROP_stz_handle::~ZPROP_stz_handle() = default;
 
 ZPROP_iter_handle::ZPROP_iter_handle(ZPROPIterType iterType,
                                      std::shared_ptr<ZStanzaFileProperties_6_0> openStore)
-    : type(iterType), store(std::move(openStore)), maker(pthread_self())
+    : type(iterType), store(std::move(openStore)), creator(pthread_self())
 {
 }
 

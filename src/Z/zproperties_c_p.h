@@ -51,7 +51,7 @@ struct ZPROP_iter_handle {
     uint32_t volatile first = kZPropFirstMagic;
     uint32_t volatile second = kZPropSecondMagic;
     std::shared_ptr<ZStanzaFileProperties_6_0> const store;
-    pthread_t const maker;  // the thread that holds the store's lock through the iterator
+    pthread_t const creator;  // the thread that holds the store's lock through the iterator
 };
 
 struct ZPROP_stz_iter_handle : ZPROP_iter_handle {
@@ -73,5 +73,5 @@ struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
 };
 
 /// The process's open files and iterators.
-extern ZHandleTable<ZPROP_handle> zpropFiles;
-extern ZHandleTable<ZPROP_iter_handle> zpropIterators;
+extern zhandles::HandleTable<ZPROP_handle> zpropOpenFiles;
+extern zhandles::HandleTable<ZPROP_iter_handle> zpropOpenIterators;

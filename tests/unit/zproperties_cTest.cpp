@@ -402,7 +402,7 @@ TEST_F(ZPropertiesC, EveryFunctionRefusesABadIterator)
 
 TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
 {
-    ZHandleTable<ZPROP_handle>::Use const inside = zpropFiles.use(file_);
+    zhandles::HandleTable<ZPROP_handle>::Pin const inside = zpropOpenFiles.pin(file_);
     ASSERT_TRUE(inside);
     EXPECT_EQ(0xbeeff00d, inside->first);
     EXPECT_EQ(0xd00ffeeb, inside->second);
@@ -427,7 +427,7 @@ TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
 
 TEST_F(ZPropertiesC, ADestroyedHandleHasLostItsWords)
 {
-    auto const store = zpropFiles.use(file_)->store;
+    auto const store = zpropOpenFiles.pin(file_)->store;
     // Destroys a handle in a room of its own, and returns what is left of its words.
     using Word = uint32_t const volatile*;
     auto const left = [](auto& handle, Word first, Word second, void const volatile* kind) {
@@ -461,7 +461,8 @@ TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
     ZPROP_iter_handle* iterator = nullptr;
     ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", nullptr, &iterator));
     {
-        ZHandleTable<ZPROP_iter_handle>::Use const inside = zpropIterators.use(iterator);
+        zhandles::HandleTable<ZPROP_iter_handle>::Pin const inside =
+            zpropOpenIterators.pin(iterator);
         ASSERT_TRUE(inside);
         EXPECT_EQ(1, inside->type);
         EXPECT_EQ(0xbeeff00d, inside->first);
@@ -472,7 +473,7 @@ TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
         SCOPED_TRACE(call.name);
         EXPECT_EQ(55, call.code(iterator));
     }
-    EXPECT_FALSE(zpropIterators.use(iterator)) << "it is gone";
+    EXPECT_FALSE(zpropOpenIterators.pin(iterator)) << "it is gone";
     std::string seen;
     std::thread([&] { seen = value("server", "port"); }).join();
     EXPECT_EQ("8080", seen) << "and its lock with it";
@@ -522,36 +523,36 @@ TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
         int& live;
     };
     int live = 0;
-    static ZHandleTable<Counted> table(3);
-    auto const enter = [&] { return table.enter(std::make_unique<Counted>(live)); };
+    static zhandles::HandleTable<Counted> table(3);
+    auto const insert = [&] { return table.insert(std::make_unique<Counted>(live)); };
     auto const word = [](Counted* token) { return reinterpret_cast<uintptr_t>(token); };
 
-    Counted* const first = enter();
+    Counted* const first = insert();
     EXPECT_EQ((uint64_t{1} << 63) | 3, word(first));
-    EXPECT_TRUE(table.retire(first));
-    EXPECT_FALSE(table.retire(first));
+    EXPECT_TRUE(table.close(first));
+    EXPECT_FALSE(table.close(first));
     EXPECT_EQ(0, live);
-    Counted* const second = enter();
+    Counted* const second = insert();
     EXPECT_EQ(word(first) + kGeneration, word(second)) << "the same slot, the next generation";
-    EXPECT_FALSE(table.use(first));
+    EXPECT_FALSE(table.pin(first));
     {
-        auto const use = table.use(second);
-        ASSERT_TRUE(use);
-        EXPECT_TRUE(table.retire(second));
-        EXPECT_FALSE(table.use(second));
-        EXPECT_EQ(1, use->live) << "its last use has not ended";
+        auto const pin = table.pin(second);
+        ASSERT_TRUE(pin);
+        EXPECT_TRUE(table.close(second));
+        EXPECT_FALSE(table.pin(second));
+        EXPECT_EQ(1, pin->live) << "its last use has not ended";
     }
     EXPECT_EQ(0, live);
 
     // A slot in its last generation is left behind.
     table.slotAt(0).state = kLast;
-    Counted* const last = enter();
+    Counted* const last = insert();
     EXPECT_EQ(word(first) + kLast, word(last));
-    EXPECT_TRUE(table.retire(last));
-    Counted* const next = enter();
+    EXPECT_TRUE(table.close(last));
+    Counted* const next = insert();
     EXPECT_EQ(word(first) + 4, word(next)) << "the next slot";
-    EXPECT_FALSE(table.use(first));
-    EXPECT_TRUE(table.retire(next));
+    EXPECT_FALSE(table.pin(first));
+    EXPECT_TRUE(table.close(next));
     EXPECT_EQ(0, live);
 }
 
@@ -566,15 +567,15 @@ TEST(ZPropertiesCTable, WithoutAFreeTokenThereIsNoMore)
         }
         static void operator delete(void*) {}
     };
-    static ZHandleTable<Placeless> table(1);
+    static zhandles::HandleTable<Placeless> table(1);
     constexpr size_t kTokens = size_t{1} << 20;
     Placeless* last = nullptr;
     for (size_t i = 0; i < kTokens; ++i)
-        last = table.enter(std::make_unique<Placeless>());
-    EXPECT_THROW(table.enter(std::make_unique<Placeless>()), std::bad_alloc);
-    EXPECT_TRUE(table.retire(last));
-    EXPECT_NE(last, table.enter(std::make_unique<Placeless>()));
-    EXPECT_THROW(table.enter(std::make_unique<Placeless>()), std::bad_alloc);
+        last = table.insert(std::make_unique<Placeless>());
+    EXPECT_THROW(table.insert(std::make_unique<Placeless>()), std::bad_alloc);
+    EXPECT_TRUE(table.close(last));
+    EXPECT_NE(last, table.insert(std::make_unique<Placeless>()));
+    EXPECT_THROW(table.insert(std::make_unique<Placeless>()), std::bad_alloc);
 }
 
 // ---- Missing arguments --------------------------------------------------------------------------

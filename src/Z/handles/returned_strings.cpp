@@ -9,28 +9,29 @@
 #include <new>
 #include <unordered_set>
 
+namespace zhandles {
 namespace {
 
 // The block of a returned string: the header word, then the string.
-constexpr uint32_t kTextMagic = 0xc0ffeeee;
-constexpr size_t kHeaderSize = sizeof kTextMagic;
+constexpr uint32_t kStringMagic = 0xc0ffeeee;
+constexpr size_t kHeaderSize = sizeof kStringMagic;
 
 // The set of returned strings that are not yet released. An address hashes to a bucket of eight
 // slots and is stored with one atomic exchange; if the bucket is full, it goes to an overflow set
 // under a mutex. Addresses are stored inverted, so that a leak checker does not take them for
 // references.
-class LiveTexts {
+class LiveStrings {
 public:
-    constexpr LiveTexts() = default;
+    constexpr LiveStrings() = default;
 
     // Returns false if memory is exhausted.
     bool add(void const* text) noexcept
     {
         uintptr_t const address = ~reinterpret_cast<uintptr_t>(text);
-        for (std::atomic<uintptr_t>& place : lineOf(address).places) {
+        for (std::atomic<uintptr_t>& slot : bucketOf(address).slots) {
             uintptr_t expected = kFree;
-            if (place.load(std::memory_order_relaxed) == kFree &&
-                place.compare_exchange_strong(expected, address, std::memory_order_relaxed))
+            if (slot.load(std::memory_order_relaxed) == kFree &&
+                slot.compare_exchange_strong(expected, address, std::memory_order_relaxed))
                 return true;
         }
         std::lock_guard<std::mutex> const guard(mutex_);
@@ -49,10 +50,10 @@ public:
     bool remove(void const* text) noexcept
     {
         uintptr_t const address = ~reinterpret_cast<uintptr_t>(text);
-        for (std::atomic<uintptr_t>& place : lineOf(address).places) {
+        for (std::atomic<uintptr_t>& slot : bucketOf(address).slots) {
             uintptr_t expected = address;
-            if (place.load(std::memory_order_relaxed) == address &&
-                place.compare_exchange_strong(expected, kFree, std::memory_order_relaxed))
+            if (slot.load(std::memory_order_relaxed) == address &&
+                slot.compare_exchange_strong(expected, kFree, std::memory_order_relaxed))
                 return true;
         }
         if (overflowCount_.load(std::memory_order_relaxed) == 0)
@@ -65,31 +66,31 @@ public:
 
 private:
     static constexpr uintptr_t kFree = 0;
-    static constexpr size_t kPlaces = 8;  // a cache line of addresses
-    static constexpr unsigned kLineBits = 9;
+    static constexpr size_t kBucketSize = 8;  // a cache line of addresses
+    static constexpr unsigned kBucketBits = 9;
 
-    struct alignas(64) Line {
-        std::atomic<uintptr_t> places[kPlaces] = {};
+    struct alignas(64) Bucket {
+        std::atomic<uintptr_t> slots[kBucketSize] = {};
     };
 
-    Line& lineOf(uintptr_t address)
+    Bucket& bucketOf(uintptr_t address)
     {
         // malloc() returns multiples of 16: the low bits are the same for all blocks.
         uint64_t const mixed = (static_cast<uint64_t>(address) >> 4) * 0x9E3779B97F4A7C15u;
-        return lines_[mixed >> (64 - kLineBits)];
+        return buckets_[mixed >> (64 - kBucketBits)];
     }
 
-    Line lines_[size_t{1} << kLineBits] = {};
+    Bucket buckets_[size_t{1} << kBucketBits] = {};
     std::atomic<size_t> overflowCount_{0};
     std::mutex mutex_;
     std::unordered_set<uintptr_t>* overflow_ = nullptr;  // guarded by mutex_; never deleted
 };
 
-constinit LiveTexts liveTexts;
+constinit LiveStrings liveStrings;
 
 }  // namespace
 
-char* zpropNewText(char const* text, size_t length) noexcept
+char* newString(char const* text, size_t length) noexcept
 {
     if (length > SIZE_MAX - kHeaderSize - 1)
         return nullptr;
@@ -97,25 +98,27 @@ char* zpropNewText(char const* text, size_t length) noexcept
     if (block == nullptr)
         return nullptr;
     char* const copy = block + kHeaderSize;
-    std::memcpy(block, &kTextMagic, kHeaderSize);
+    std::memcpy(block, &kStringMagic, kHeaderSize);
     std::memcpy(copy, text, length);
     copy[length] = '\0';
-    if (!liveTexts.add(copy)) {
+    if (!liveStrings.add(copy)) {
         free(block);
         return nullptr;
     }
     return copy;
 }
 
-void zpropFreeText(char* text) noexcept
+void freeString(char* text) noexcept
 {
-    if (text == nullptr || !liveTexts.remove(text))
+    if (text == nullptr || !liveStrings.remove(text))
         return;
     char* const block = text - kHeaderSize;
     uint32_t header = 0;
     std::memcpy(&header, block, kHeaderSize);
     // If the header was overwritten, the caller wrote before the string. The heap may be damaged:
     // leak the block rather than free it.
-    if (header == kTextMagic)
+    if (header == kStringMagic)
         free(block);
 }
+
+}  // namespace zhandles

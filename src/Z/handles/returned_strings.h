@@ -3,11 +3,15 @@
 
 #include <stddef.h>
 
+namespace zhandles {
+
 /// Returns a copy of `length` bytes at `text`, terminated by a zero; null if memory is exhausted.
 /// The block is marked and registered as a returned string.
-/// owns    owned by the caller; released with zpropFreeText.
-char* zpropNewText(char const* text, size_t length) noexcept;
+/// owns    owned by the caller; released with freeString.
+char* newString(char const* text, size_t length) noexcept;
 
-/// Releases a string that zpropNewText returned. Any other pointer is ignored without dereferencing
+/// Releases a string that newString returned. Any other pointer is ignored without dereferencing
 /// it.
-void zpropFreeText(char* text) noexcept;
+void freeString(char* text) noexcept;
+
+}  // namespace zhandles
