@@ -278,7 +278,8 @@ class NewModule(unittest.TestCase):
                                capture_output=True, text=True, check=False)
         self.assertEqual((0, ""), (check.returncode, check.stderr))
         self.assertIn("47 modules", check.stdout)
-        self.assertIn('        "ZObjectRing"\n', (self.copy / "tests/unit/CMakeLists.txt").read_text())
+        programs = (self.copy / "tests/unit/CMakeLists.txt").read_text()
+        self.assertIn("z_test(ZAdler32Test OBJECTS)\nz_test(ZObjectRingTest)\n", programs)
         for source in ("src/Z/ZObjectRing.cpp", "tests/unit/ZObjectRingTest.cpp"):
             subprocess.run([COMPILER["cpp"], "-std=c++20", "-Wall", "-Wextra", "-Werror",
                             "-fsyntax-only", f"-I{self.copy / 'src'}", f"-I{ROOT / 'src/qvr'}",

@@ -1,6 +1,6 @@
 // FailingAllocator: makes the n-th allocation of a piece of code fail, and counts blocks in use.
 //
-// A test program that lists ../support/FailingAllocator.cpp in its row replaces malloc(), calloc(),
+// A test program with the keyword ALLOCATOR in its z_test call replaces malloc(), calloc(),
 // realloc(), reallocarray(), aligned_alloc(), posix_memalign() and free() for itself and for every
 // library that it loads. Under AddressSanitizer and ThreadSanitizer they call the sanitizer's own
 // functions, and operator new and delete are replaced as well, since those of a sanitizer do not

@@ -33,20 +33,30 @@ def with_map_row(page, name, subsystem, purpose):
     return page[:table.end()] + row + page[table.end():]
 
 
+def group_of(subsystem):
+    """Returns the name of the subsystem's list in src/Z/CMakeLists.txt."""
+    return "Z_" + subsystem.upper().replace(" ", "_")
+
+
 def with_group_entry(text, name, subsystem):
     """Returns CMakeLists.txt with the module at the end of the subsystem's group."""
-    group = "Z_" + subsystem.upper().replace(" ", "_")
+    group = group_of(subsystem)
     pattern = rf"(set\({group}\b[^)]*)\)"
     if not re.search(pattern, text):
         fail(f"src/Z/CMakeLists.txt has no group {group}")
     return re.sub(pattern, lambda match: f"{match.group(1)}\n    {name})", text, count=1)
 
 
-def with_test_row(text, name):
-    """Returns the list of test programs with a row for the module."""
-    if '"JavaPlatform;' not in text:
-        fail("tests/unit/CMakeLists.txt has no row \"JavaPlatform\" to put the test before")
-    return text.replace('        "JavaPlatform;', f'        "{name}"\n        "JavaPlatform;', 1)
+def with_test_program(text, name, groups, subsystem):
+    """Returns the list of test programs with the module's after the last of its subsystem."""
+    entries = re.search(rf"set\({group_of(subsystem)}\b([^)]*)\)", groups).group(1).split()
+    modules = tuple(entry for entry in entries if "/" not in entry)
+    programs = [call for call in re.finditer(r"^z_test\((\w+)[^)]*\)\n", text, re.M)
+                if call.group(1).startswith(modules)]
+    if not programs:
+        fail(f"tests/unit/CMakeLists.txt has no test program of {subsystem}")
+    end = programs[-1].end()
+    return f"{text[:end]}z_test({name}Test)\n{text[end:]}"
 
 
 def main():
@@ -63,7 +73,8 @@ def main():
 
     page = with_map_row(PAGE.read_text(encoding="utf-8"), name, subsystem, purpose)
     groups = with_group_entry(GROUPS.read_text(encoding="utf-8"), name, subsystem)
-    tests = with_test_row(TESTS.read_text(encoding="utf-8"), name)
+    tests = with_test_program(TESTS.read_text(encoding="utf-8"), name,
+                              GROUPS.read_text(encoding="utf-8"), subsystem)
     for path, template in files.items():
         text = (TEMPLATES / template).read_text(encoding="utf-8")
         for word, value in (("NAME", name), ("SUBSYSTEM", subsystem), ("PURPOSE", purpose)):
