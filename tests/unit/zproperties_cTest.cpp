@@ -52,8 +52,8 @@ std::string textOf(Text const& text)
     return text == nullptr ? "(null)" : text.get();
 }
 
-// A fresh directory for each test, with one file in it that is open.
-class FlatTest : public testing::Test {
+// Opens a file in a new directory for each test.
+class PlainFunctionsTest : public testing::Test {
 protected:
     void SetUp() override
     {
@@ -105,12 +105,12 @@ protected:
     ZPROP_handle* file_ = nullptr;
 };
 
-using ZPropertiesC = FlatTest;
+using ZPropertiesC = PlainFunctionsTest;
 
-// One call of each function that takes a handle, and what it gives for a bad one.
+// A call of each function that takes a handle, with its code for a bad handle.
 struct FileCall {
     char const* name;
-    std::function<int(ZPROP_handle*)> code;  // the code; a result other than 0 counts as code -1
+    std::function<int(ZPROP_handle*)> code;  // returns the code, or -1 if the result is not 0
 };
 
 template <class Call>
@@ -253,7 +253,7 @@ TEST_F(ZPropertiesC, OpenReadsInBothModes)
     }
 }
 
-TEST_F(ZPropertiesC, OpenFailsWithoutAFileThatCanBeRead)
+TEST_F(ZPropertiesC, OpenFailsIfTheFileCannotBeRead)
 {
     write("bad.conf", "[a]\nno equals sign\n");
     write("companion.conf", "[configuration-database]\nfile = " + path("service.conf") + ".obf\n");
@@ -291,16 +291,16 @@ TEST_F(ZPropertiesC, StoreToAnotherFileKeepsTheText)
     EXPECT_EQ(kText, read("service.conf"));
 }
 
-TEST_F(ZPropertiesC, StoreFailsWhereNothingCanBeWritten)
+TEST_F(ZPropertiesC, StoreFailsIfTheFileCannotBeWritten)
 {
     EXPECT_EQ(51, zstzPropStore_6_0(file_, directory_.path().c_str()));
     EXPECT_EQ(51, zstzPropStore_6_0(file_, path("none/none").c_str()));
     EXPECT_EQ("8080", value("server", "port"));
-    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr)) << "the handle goes on";
+    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr)) << "the handle stays usable";
     EXPECT_EQ(kText, read("service.conf"));
 }
 
-TEST_F(ZPropertiesC, AnotherProcessLocksTheFileOut)
+TEST_F(ZPropertiesC, OpenAndStoreFailWhileAnotherProcessHoldsAConflictingLock)
 {
     std::string const name = path("service.conf");
     EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "server", "port", "9"));
@@ -331,7 +331,7 @@ TEST_F(ZPropertiesC, EveryFunctionRefusesABadHandle)
     ZPROP_handle* closed = nullptr;
     ASSERT_EQ(0, zstzPropOpen_6_0(&closed, path("service.conf").c_str(), zpropOpenRead));
     zstzPropClose_6_0(closed);
-    // The place of the closed one is taken again, by a handle that must not answer for it.
+    // A new handle reuses the slot of the closed handle; the old token must not find it.
     ZPROP_handle* successor = nullptr;
     ASSERT_EQ(0, zstzPropOpen_6_0(&successor, path("service.conf").c_str(), zpropOpenRead));
     ASSERT_NE(closed, successor);
@@ -400,7 +400,7 @@ TEST_F(ZPropertiesC, EveryFunctionRefusesABadIterator)
     EXPECT_EQ(0, zstzPropIter_close_6_0(successor));
 }
 
-TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
+TEST_F(ZPropertiesC, AHandleWithoutItsMagicWordsIsBad)
 {
     zhandles::HandleTable<ZPROP_handle>::Pin const inside = zpropOpenFiles.pin(file_);
     ASSERT_TRUE(inside);
@@ -425,10 +425,10 @@ TEST_F(ZPropertiesC, AHandleWhoseWordsAreGoneIsBad)
     }
 }
 
-TEST_F(ZPropertiesC, ADestroyedHandleHasLostItsWords)
+TEST_F(ZPropertiesC, DestroyingAHandleClearsItsMagicWords)
 {
     auto const store = zpropOpenFiles.pin(file_)->store;
-    // Destroys a handle in a room of its own, and returns what is left of its words.
+    // Destroys a handle in its buffer and returns the words that remain in the buffer.
     using Word = uint32_t const volatile*;
     auto const left = [](auto& handle, Word first, Word second, void const volatile* kind) {
         using Handle = std::remove_reference_t<decltype(handle)>;
@@ -443,16 +443,16 @@ TEST_F(ZPropertiesC, ADestroyedHandleHasLostItsWords)
         return after;
     };
     std::vector<uint32_t> const none(3, 0);
-    alignas(max_align_t) char room[4096];
-    auto* const file = new (room) ZPROP_handle(zpropOpenRead, store);
+    alignas(max_align_t) char buffer[4096];
+    auto* const file = new (buffer) ZPROP_handle(zpropOpenRead, store);
     EXPECT_EQ(none, left(*file, &file->first, &file->second, &file->mode));
-    auto* const stanza = new (room) ZPROP_stz_handle(zpropOpenRead, store);
+    auto* const stanza = new (buffer) ZPROP_stz_handle(zpropOpenRead, store);
     EXPECT_EQ(none, left(*stanza, &stanza->first, &stanza->second, &stanza->mode));
-    static_assert(sizeof(ZPROP_stz_iter_handle) <= sizeof room);
-    auto* const keys = new (room) ZPROP_stz_iter_handle(store, "server");
+    static_assert(sizeof(ZPROP_stz_iter_handle) <= sizeof buffer);
+    auto* const keys = new (buffer) ZPROP_stz_iter_handle(store, "server");
     EXPECT_EQ(none, left(*keys, &keys->first, &keys->second, &keys->type));
-    static_assert(sizeof(ZPROP_stzvalue_iter_handle) <= sizeof room);
-    auto* const values = new (room) ZPROP_stzvalue_iter_handle(store, "server", "host");
+    static_assert(sizeof(ZPROP_stzvalue_iter_handle) <= sizeof buffer);
+    auto* const values = new (buffer) ZPROP_stzvalue_iter_handle(store, "server", "host");
     EXPECT_EQ(none, left(*values, &values->first, &values->second, &values->type));
 }
 
@@ -473,10 +473,10 @@ TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
         SCOPED_TRACE(call.name);
         EXPECT_EQ(55, call.code(iterator));
     }
-    EXPECT_FALSE(zpropOpenIterators.pin(iterator)) << "it is gone";
+    EXPECT_FALSE(zpropOpenIterators.pin(iterator)) << "it is closed";
     std::string seen;
     std::thread([&] { seen = value("server", "port"); }).join();
-    EXPECT_EQ("8080", seen) << "and its lock with it";
+    EXPECT_EQ("8080", seen) << "its lock is released";
 }
 
 TEST_F(ZPropertiesC, AnIteratorOutlivesTheHandleItCameFrom)
@@ -493,7 +493,7 @@ TEST_F(ZPropertiesC, AnIteratorOutlivesTheHandleItCameFrom)
     EXPECT_EQ(55, zstzPropIter_close_6_0(iterator));
 }
 
-TEST_F(ZPropertiesC, ManyHandlesHaveManyNames)
+TEST_F(ZPropertiesC, ManyHandlesHaveDistinctTokens)
 {
     constexpr size_t kMany = 600;  // more than one chunk of the table
     std::vector<ZPROP_handle*> handles(kMany);
@@ -513,7 +513,7 @@ TEST_F(ZPropertiesC, ManyHandlesHaveManyNames)
     }
 }
 
-TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
+TEST(ZPropertiesCTable, ATokenIsNeverReused)
 {
     constexpr uint64_t kGeneration = uint64_t{1} << 32;
     constexpr uint64_t kLast = 0x7FFFFFFF * kGeneration;
@@ -540,11 +540,11 @@ TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
         ASSERT_TRUE(pin);
         EXPECT_TRUE(table.close(second));
         EXPECT_FALSE(table.pin(second));
-        EXPECT_EQ(1, pin->live) << "its last use has not ended";
+        EXPECT_EQ(1, pin->live) << "it is still pinned";
     }
     EXPECT_EQ(0, live);
 
-    // A slot in its last generation is left behind.
+    // A slot in its last generation is not reused.
     table.slotAt(0).state = kLast;
     Counted* const last = insert();
     EXPECT_EQ(word(first) + kLast, word(last));
@@ -556,10 +556,10 @@ TEST(ZPropertiesCTable, ATokenIsGivenOutOnceForEver)
     EXPECT_EQ(0, live);
 }
 
-TEST(ZPropertiesCTable, WithoutAFreeTokenThereIsNoMore)
+TEST(ZPropertiesCTable, InsertFailsIfAllTokensAreInUse)
 {
-    // An object without memory of its own.
-    struct Placeless {
+    // An object that takes no memory.
+    struct Weightless {
         static void* operator new(size_t)
         {
             static char place;
@@ -567,20 +567,20 @@ TEST(ZPropertiesCTable, WithoutAFreeTokenThereIsNoMore)
         }
         static void operator delete(void*) {}
     };
-    static zhandles::HandleTable<Placeless> table(1);
+    static zhandles::HandleTable<Weightless> table(1);
     constexpr size_t kTokens = size_t{1} << 20;
-    Placeless* last = nullptr;
+    Weightless* last = nullptr;
     for (size_t i = 0; i < kTokens; ++i)
-        last = table.insert(std::make_unique<Placeless>());
-    EXPECT_THROW(table.insert(std::make_unique<Placeless>()), std::bad_alloc);
+        last = table.insert(std::make_unique<Weightless>());
+    EXPECT_THROW(table.insert(std::make_unique<Weightless>()), std::bad_alloc);
     EXPECT_TRUE(table.close(last));
-    EXPECT_NE(last, table.insert(std::make_unique<Placeless>()));
-    EXPECT_THROW(table.insert(std::make_unique<Placeless>()), std::bad_alloc);
+    EXPECT_NE(last, table.insert(std::make_unique<Weightless>()));
+    EXPECT_THROW(table.insert(std::make_unique<Weightless>()), std::bad_alloc);
 }
 
 // ---- Missing arguments --------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
+TEST_F(ZPropertiesC, MissingArgumentsReturn55OrZero)
 {
     ZPROP_iter_handle* iterator = nullptr;
     struct Case {
@@ -609,7 +609,7 @@ TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
         {"GetValues of none", zstzPropGetValues_6_0(file_, nullptr, 0), 0},
         {"Iter_init, stanza", zstzPropIter_init_6_0(file_, nullptr, "k", &iterator), 55},
         {"Iter_init, out", zstzPropIter_init_6_0(file_, "s", "k", nullptr), 55},
-        // Without the place for the code, or a name, nothing is reported.
+        // Without a pointer to the code, or without a name, no code is stored.
         {"GetBooleanValue, stanza", zstzPropGetBooleanValue_6_0(file_, nullptr, "k", 1, nullptr),
          55},
         {"GetBooleanValue, code", zstzPropGetBooleanValue_6_0(file_, "s", "k", 1, nullptr), 55},
@@ -638,7 +638,7 @@ TEST_F(ZPropertiesC, MissingArgumentsAreAnswered)
     EXPECT_EQ(0, zstzPropNumKeys_6_0(file_, nullptr, &code));
     EXPECT_EQ(0, zstzPropNumValues_6_0(file_, nullptr, "k", &code));
     EXPECT_EQ(0, zstzPropNumValues_6_0(file_, "s", nullptr, &code));
-    EXPECT_EQ(kUntouched, code) << "nothing was reported";
+    EXPECT_EQ(kUntouched, code) << "no code was stored";
     EXPECT_EQ(kText, stored());
 
     ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", nullptr, &iterator));
@@ -696,7 +696,7 @@ TEST_F(ZPropertiesC, EmptyNamesAreRefused)
     ZPROP_iter_handle* iterator = reinterpret_cast<ZPROP_iter_handle*>(this);
     EXPECT_EQ(55, zstzPropIter_init_6_0(file_, "", nullptr, &iterator));
     EXPECT_EQ(nullptr, iterator);
-    // A key of such a name is one without values.
+    // A key with an empty name has no values.
     struct Names {
         char const* stanza;
         char const* key;
@@ -713,7 +713,7 @@ TEST_F(ZPropertiesC, EmptyNamesAreRefused)
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, GivesTheLastValueAsText)
+TEST_F(ZPropertiesC, ReturnsTheLastValueAsAString)
 {
     struct Case {
         char const* name;
@@ -738,7 +738,7 @@ TEST_F(ZPropertiesC, GivesTheLastValueAsText)
     }
 }
 
-TEST_F(ZPropertiesC, GivesNumbersOfEveryForm)
+TEST_F(ZPropertiesC, ReturnsNumbersInEveryNotation)
 {
     struct Case {
         char const* text;
@@ -780,7 +780,7 @@ TEST_F(ZPropertiesC, GivesNumbersOfEveryForm)
     EXPECT_EQ(0, code);
 }
 
-TEST_F(ZPropertiesC, GivesTruthValuesOfEveryForm)
+TEST_F(ZPropertiesC, ReturnsBooleansForEveryWord)
 {
     struct Case {
         char const* text;
@@ -809,7 +809,7 @@ TEST_F(ZPropertiesC, GivesTruthValuesOfEveryForm)
     EXPECT_EQ(0, code);
 }
 
-TEST_F(ZPropertiesC, CountsAndKnowsWhatIsThere)
+TEST_F(ZPropertiesC, CountsAndFindsStanzasKeysAndValues)
 {
     struct Case {
         char const* name;
@@ -843,7 +843,7 @@ TEST_F(ZPropertiesC, CountsAndKnowsWhatIsThere)
     EXPECT_EQ(0, worst);
 }
 
-TEST_F(ZPropertiesC, ReadsObfuscatedValuesAsAnyOther)
+TEST_F(ZPropertiesC, ReadsObfuscatedValuesLikePlainValues)
 {
     std::string const name = path("secret.conf");
     {
@@ -867,7 +867,7 @@ TEST_F(ZPropertiesC, ReadsObfuscatedValuesAsAnyOther)
 
 // ---- Changing -----------------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, SetsValuesOfEveryKind)
+TEST_F(ZPropertiesC, SetsValuesOfEveryType)
 {
     EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "server", "host", "delta"));
     EXPECT_EQ(0, zstzPropSetBooleanValue_6_0(file_, "server", "debug", 0));
@@ -897,7 +897,7 @@ TEST_F(ZPropertiesC, SetsValuesOfEveryKind)
     EXPECT_EQ(kText, read("service.conf"));
 }
 
-TEST_F(ZPropertiesC, RefusesWhatTheFileWouldNotGiveBack)
+TEST_F(ZPropertiesC, RefusesStringsThatAFileCannotRepresent)
 {
     std::string const longValue(8200, 'x');
     struct Case {
@@ -907,14 +907,14 @@ TEST_F(ZPropertiesC, RefusesWhatTheFileWouldNotGiveBack)
         char const* value;
     };
     Case const cases[] = {{"a bracket in a stanza", "a]b", "k", "v"},
-                          {"a line feed in a stanza", "a\nb", "k", "v"},
+                          {"a newline in a stanza", "a\nb", "k", "v"},
                           {"an equals sign in a key", "s", "a=b", "v"},
                           {"a key like a comment", "s", "#k", "v"},
                           {"a key like a stanza", "s", "[k", "v"},
-                          {"a key that begins with a blank", "s", " k", "v"},
-                          {"a key that ends with a blank", "s", "k ", "v"},
-                          {"a line feed in a key", "s", "a\nb", "v"},
-                          {"a line feed in a value", "s", "k", "v\n[x]"},
+                          {"a key that starts with a space", "s", " k", "v"},
+                          {"a key that ends with a space", "s", "k ", "v"},
+                          {"a newline in a key", "s", "a\nb", "v"},
+                          {"a newline in a value", "s", "k", "v\n[x]"},
                           {"a value too long for a line", "s", "k", longValue.c_str()}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -992,7 +992,7 @@ TEST_F(ZPropertiesC, AddsComments)
 
 // ---- Lists of values ----------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, ServesAListOfValues)
+TEST_F(ZPropertiesC, ReadsAListOfValues)
 {
     int truth = kUntouched;
     unsigned int number = kUntouched;
@@ -1037,7 +1037,7 @@ TEST_F(ZPropertiesC, ServesAListOfValues)
     }
 }
 
-TEST_F(ZPropertiesC, AListStopsAtItsFirstFailure)
+TEST_F(ZPropertiesC, AListEndsAtItsFirstFailure)
 {
     reopened("[s]\nword = abc\nnumber = 5\nname = x\n");
     struct Case {
@@ -1053,7 +1053,7 @@ TEST_F(ZPropertiesC, AListStopsAtItsFirstFailure)
                           {"missing, flag 2", zpropInteger, "s", "none", 2, true, 54},
                           {"missing text", zpropString, "none", "name", kRequired, true, 54},
                           {"not a number", zpropInteger, "s", "word", kDefault, true, 53},
-                          {"not a truth value", zpropBoolean, "s", "number", kDefault, true, 53},
+                          {"not a boolean", zpropBoolean, "s", "number", kDefault, true, 53},
                           {"no stanza", zpropBoolean, nullptr, "name", kDefault, true, 55},
                           {"no key", zpropStringList, "s", nullptr, kDefault, true, 55},
                           {"an empty key", zpropString, "s", "", kDefault, true, 55},
@@ -1065,7 +1065,7 @@ TEST_F(ZPropertiesC, AListStopsAtItsFirstFailure)
             void* pointer;
             unsigned int number;
         } failed = {nullptr};
-        // What lies in the results behind the failure is garbage before the call.
+        // The results after the failed record contain garbage before the call.
         int garbage = 0;
         auto* after = reinterpret_cast<char*>(&garbage);
         auto** list = reinterpret_cast<char**>(&garbage);
@@ -1113,7 +1113,7 @@ TEST_F(ZPropertiesC, KeepsOneExceptionOfItsOwn)
 
 // ---- Iterators ----------------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, WalksTheKeysOfAStanza)
+TEST_F(ZPropertiesC, IteratesOverTheKeysOfAStanza)
 {
     ZPROP_iter_handle* iterator = nullptr;
     ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", nullptr, &iterator));
@@ -1162,7 +1162,7 @@ TEST_F(ZPropertiesC, WalksTheKeysOfAStanza)
     EXPECT_EQ(kText, stored());
 }
 
-TEST_F(ZPropertiesC, WalksNothingInAStanzaThatIsMissing)
+TEST_F(ZPropertiesC, AMissingStanzaGivesAnEmptyIterator)
 {
     ZPROP_iter_handle* iterator = nullptr;
     int code = kUntouched;
@@ -1179,7 +1179,7 @@ TEST_F(ZPropertiesC, WalksNothingInAStanzaThatIsMissing)
     EXPECT_EQ(0, zstzPropIter_close_6_0(iterator));
 }
 
-TEST_F(ZPropertiesC, WalksTheValuesOfAKey)
+TEST_F(ZPropertiesC, IteratesOverTheValuesOfAKey)
 {
     ZPROP_iter_handle* iterator = nullptr;
     ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", "host", &iterator));
@@ -1221,7 +1221,7 @@ TEST_F(ZPropertiesC, ChangesAddsAndRemovesValues)
     EXPECT_EQ(0, zstzPropIter_rmvValue_6_0(iterator));
     EXPECT_EQ("(null)", current());
     EXPECT_EQ(0, zstzPropIter_next_6_0(iterator, &code));
-    EXPECT_EQ(0, zstzPropIter_chgValue_6_0(iterator, "before")) << "the one before is current";
+    EXPECT_EQ(0, zstzPropIter_chgValue_6_0(iterator, "before")) << "the previous value is current";
     EXPECT_EQ(0, zstzPropIter_close_6_0(iterator));
     EXPECT_EQ("alpha BETA before ", values("server", "host"));
 
@@ -1235,7 +1235,7 @@ TEST_F(ZPropertiesC, ChangesAddsAndRemovesValues)
     EXPECT_EQ(expected + "\n[added]\nkey = one\nkey = two\n", stored());
 }
 
-TEST_F(ZPropertiesC, AnIteratorSeesWhatItsThreadChangesMeanwhile)
+TEST_F(ZPropertiesC, AnIteratorSeesTheChangesOfItsThread)
 {
     ZPROP_iter_handle* keys = nullptr;
     ZPROP_iter_handle* hosts = nullptr;
@@ -1271,20 +1271,20 @@ TEST_F(ZPropertiesC, AnIteratorBelongsToItsThread)
     EXPECT_EQ("alpha beta gamma ", values("server", "host"));
 }
 
-// ---- Returned texts -----------------------------------------------------------------------------
+// ---- Returned strings ---------------------------------------------------------------------------
 
-TEST_F(ZPropertiesC, ATextCarriesItsMark)
+TEST_F(ZPropertiesC, AReturnedStringHasAMagicWord)
 {
     int code = kUntouched;
     char* const text = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
     ASSERT_STREQ("8080", text);
-    uint32_t mark = 0;
-    memcpy(&mark, text - sizeof mark, sizeof mark);
-    EXPECT_EQ(0xc0ffeeee, mark);
+    uint32_t magic = 0;
+    memcpy(&magic, text - sizeof magic, sizeof magic);
+    EXPECT_EQ(0xc0ffeeee, magic);
     zstzPropFree_6_0(text);
 }
 
-TEST_F(ZPropertiesC, FreeIgnoresWhatIsNoText)
+TEST_F(ZPropertiesC, FreeIgnoresOtherPointers)
 {
     zstzPropFree_6_0(nullptr);
     char own[16] = "own text";
@@ -1295,11 +1295,11 @@ TEST_F(ZPropertiesC, FreeIgnoresWhatIsNoText)
     free(allocated);
     zstzPropFree_6_0(reinterpret_cast<char*>(8));
 
-    // A forged mark is not enough.
-    uint32_t const mark = 0xc0ffeeee;
+    // A forged magic word is not enough.
+    uint32_t const magic = 0xc0ffeeee;
     char forged[16] = {};
-    memcpy(forged, &mark, sizeof mark);
-    zstzPropFree_6_0(forged + sizeof mark);
+    memcpy(forged, &magic, sizeof magic);
+    zstzPropFree_6_0(forged + sizeof magic);
 
     int code = kUntouched;
     char* const text = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
@@ -1309,7 +1309,7 @@ TEST_F(ZPropertiesC, FreeIgnoresWhatIsNoText)
     zstzPropFree_6_0(text);  // a second time: ignored
 }
 
-TEST_F(ZPropertiesC, ATextWhoseMarkIsGoneIsNotTrusted)
+TEST_F(ZPropertiesC, AStringWithoutItsMagicWordIsNotFreed)
 {
     int code = kUntouched;
     char* const text = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
@@ -1320,9 +1320,9 @@ TEST_F(ZPropertiesC, ATextWhoseMarkIsGoneIsNotTrusted)
     free(text - sizeof nothing);
 }
 
-TEST_F(ZPropertiesC, ManyTextsLiveAtOnce)
+TEST_F(ZPropertiesC, ManyStringsExistAtTheSameTime)
 {
-    constexpr size_t kMany = 20000;  // more than the table of texts has places
+    constexpr size_t kMany = 20000;  // more than the table has slots
     std::vector<char*> texts(kMany);
     int code = kUntouched;
     for (char*& text : texts) {
@@ -1342,9 +1342,9 @@ TEST_F(ZPropertiesC, ManyTextsLiveAtOnce)
 
 namespace {
 
-// Lets the n-th allocation of `call` fail, for every n, each between `before` and `after`. A call
-// that fails gives `expected`, leaves what `check` expects and, once all is over, no block behind;
-// one in which a failed allocation did no harm succeeds. Returns the number of calls that failed.
+// Runs `call` between `before` and `after` with every allocation failing, one after another. A call
+// returns 0 or `expected`; after a failure the state passes `check`, and after `after` no block has
+// leaked. Returns the number of calls that failed.
 int failEach(int expected, std::function<void()> const& before, std::function<int()> const& call,
              std::function<void()> const& check, std::function<void()> const& after)
 {
@@ -1363,7 +1363,7 @@ int failEach(int expected, std::function<void()> const& before, std::function<in
             check();
         }
         after();
-        // A sanitizer's strdup() is not counted, but what it returned is when it is freed.
+        // A sanitizer's strdup() is not counted, although free() of its block is.
         EXPECT_GE(blocks, FailingAllocator::blocks());
         if (!failed || testing::Test::HasFailure())
             return failures;
@@ -1376,7 +1376,7 @@ void nothing()
 
 }  // namespace
 
-TEST_F(ZPropertiesC, OpensOrGivesItsCodeWithoutMemory)
+TEST_F(ZPropertiesC, OpenReturns51IfAnAllocationFails)
 {
     std::string const name = path("service.conf");
     ZPROP_handle* handle = nullptr;
@@ -1386,7 +1386,7 @@ TEST_F(ZPropertiesC, OpensOrGivesItsCodeWithoutMemory)
     EXPECT_GT(failures, 5);
 }
 
-TEST_F(ZPropertiesC, ReadsOrGivesItsCodeWithoutMemory)
+TEST_F(ZPropertiesC, ReadingReturns52IfAnAllocationFails)
 {
     std::string const longText(300, 'x');
     write("long.conf", "[s]\nk = " + longText + "\nk = " + longText + "\n");
@@ -1409,10 +1409,10 @@ TEST_F(ZPropertiesC, ReadsOrGivesItsCodeWithoutMemory)
         intact, close);
     EXPECT_GE(failures, 1);
 
-    // Where many texts live, remembering another one takes memory as well.
+    // If many strings exist, registering another string allocates memory too.
     std::vector<char*> texts(20000);
-    for (char*& one : texts)
-        one = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
+    for (char*& text : texts)
+        text = zstzPropGetStringValue_6_0(file_, "server", "port", kRequired, &code);
     for (int i = 0; i < 5; ++i)
         failures += failEach(
             52, open,
@@ -1422,8 +1422,8 @@ TEST_F(ZPropertiesC, ReadsOrGivesItsCodeWithoutMemory)
                 return code;
             },
             intact, close);
-    for (char* one : texts)
-        zstzPropFree_6_0(one);
+    for (char* text : texts)
+        zstzPropFree_6_0(text);
     EXPECT_GE(failures, 7);
 
     char* text = nullptr;
@@ -1450,7 +1450,7 @@ TEST_F(ZPropertiesC, ReadsOrGivesItsCodeWithoutMemory)
     EXPECT_GE(failures, 4);
 }
 
-TEST_F(ZPropertiesC, ChangesOrGivesItsCodeWithoutMemory)
+TEST_F(ZPropertiesC, ChangesReturn52IfAnAllocationFails)
 {
     std::string const longText(300, 'x');
     std::string const name = path("service.conf");
@@ -1466,7 +1466,7 @@ TEST_F(ZPropertiesC, ChangesOrGivesItsCodeWithoutMemory)
         {"a new stanza",
          [&] { return zstzPropSetStringValue_6_0(handle, "new", "key", longText.c_str()); }},
         {"a number", [&] { return zstzPropSetIntegerValue_6_0(handle, "server", "new", 5); }},
-        {"a truth value", [&] { return zstzPropSetBooleanValue_6_0(handle, "server", "new", 1); }},
+        {"a boolean", [&] { return zstzPropSetBooleanValue_6_0(handle, "server", "new", 1); }},
         {"no key", [&] { return zstzPropRemoveKey_6_0(handle, "server", "host"); }},
         {"no stanza", [&] { return zstzPropRemoveStanza_6_0(handle, "server"); }},
         {"a comment on a key",
@@ -1488,7 +1488,7 @@ TEST_F(ZPropertiesC, ChangesOrGivesItsCodeWithoutMemory)
     }
 }
 
-TEST_F(ZPropertiesC, StoresOrGivesItsCodeWithoutMemory)
+TEST_F(ZPropertiesC, StoreReturns51IfAnAllocationFails)
 {
     std::string const longText(300, 'x');
     std::string const name = path("service.conf");
@@ -1514,7 +1514,7 @@ TEST_F(ZPropertiesC, StoresOrGivesItsCodeWithoutMemory)
     EXPECT_GE(failures, 1);
 }
 
-TEST_F(ZPropertiesC, IteratesOrGivesItsCodeWithoutMemory)
+TEST_F(ZPropertiesC, IteratorsReturn52IfAnAllocationFails)
 {
     std::string const longText(300, 'x');
     std::string const other(301, 'y');
