@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "../tests/support/StoreModel.h"
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
@@ -30,29 +31,6 @@ constexpr char const* kLines[] = {"k = a\n", "k = b\n",    "key=\n",      "# wor
 constexpr char const* kOutcomes[] = {"", "ZInvalidParameterException",
                                      "ZPropertiesIteratorException",
                                      "ZPropertiesInvalidDataException", "ZPropertiesIOException"};
-
-// A directory, in memory if possible, that the process removes at exit.
-class Scratch {
-public:
-    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
-    }
-    ~Scratch()
-    {
-        clear();
-        rmdir(path_.c_str());
-    }
-    std::string file() const { return path_ + "/conf"; }
-    void clear() const
-    {
-        unlink(file().c_str());
-        unlink((file() + ".obf").c_str());
-    }
-
-private:
-    std::string path_;
-};
 
 class Sequence {
 public:
@@ -187,9 +165,9 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Scratch const scratch;
+    static ScratchDirectory const scratch;
     scratch.clear();
     Choices choices(data, std::min<size_t>(size, 500));
-    Sequence(choices, scratch.file()).run();
+    Sequence(choices, scratch.at("conf")).run();
     return 0;
 }

@@ -8,38 +8,16 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "JavaEntries.h"
 #include "JavaModel.h"
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
 
-// A temporary file, in memory if possible, removed when the process ends.
-class Scratch {
-public:
-    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        int const fd = mkstemp(path_.data());
-        check(fd >= 0, "a temporary file can be created");
-        close(fd);
-    }
-    ~Scratch() { unlink(path_.c_str()); }
-
-    char const* path() const { return path_.c_str(); }
-    void write(std::string const& bytes) const { std::ofstream(path_, std::ios::binary) << bytes; }
-    std::string read() const
-    {
-        std::ifstream in(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-private:
-    std::string path_;
-};
+constexpr char kFile[] = "app.properties";
 
 Entries entriesOf(JavaModel const& model)
 {
@@ -62,7 +40,8 @@ bool isStored(std::string const& text)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Scratch const file;
+    static ScratchDirectory const scratch;
+    static std::string const path = scratch.at(kFile);
     std::string text(reinterpret_cast<char const*>(data), size);
     JavaModel const model(text);
 
@@ -73,30 +52,30 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     }
     check(entriesOf(fromStream) == entriesOf(model), "a stream is read as the model reads it");
 
-    file.write(text);
+    scratch.write(kFile, text);
     ZJavaProperties_6_0 store;
-    store.load(file.path());
+    store.load(path.c_str());
     check(entriesOf(store) == entriesOf(model), "a file is read as the model reads it");
     if (!model.stored.empty() && model.stored[0].first.find('\0') == std::string::npos) {
         std::string const& stopKey = model.stored[model.stored.size() / 2].first;
         ZJavaProperties_6_0 stopped;
-        stopped.load(file.path(), stopKey.c_str());
+        stopped.load(path.c_str(), stopKey.c_str());
         check(entriesOf(stopped) == entriesOf(JavaModel(text, stopKey.c_str())),
               "a stop key stops where it stops the model");
     }
 
     if (!isStored(text))
         return 0;
-    store.store(file.path());
-    std::string const written = file.read();
+    store.store(path.c_str());
+    std::string const written = scratch.read(kFile);
     ZJavaProperties_6_0 again;
-    again.load(file.path());
+    again.load(path.c_str());
     check(entriesOf(again) == entriesOf(JavaModel(written)),
           "a written file is read as the model reads it");
     if (canBeStored(entriesOf(store))) {
         check(entriesOf(again) == entriesOf(store), "a written file has the same entries");
-        again.store(file.path());
-        check(file.read() == written, "a written file is written again unchanged");
+        again.store(path.c_str());
+        check(scratch.read(kFile) == written, "a written file is written again unchanged");
     }
     return 0;
 }

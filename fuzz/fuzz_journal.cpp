@@ -3,55 +3,16 @@
 // and leaves no journal.
 #include <Z/ZException.h>
 #include <Z/ZStanzaFileProperties.h>
-#include <dirent.h>
 #include <stdint.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
-
-// A directory, in memory if possible, that the process removes at exit.
-class Scratch {
-public:
-    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
-    }
-    ~Scratch()
-    {
-        clear();
-        rmdir(path_.c_str());
-    }
-    std::string at(std::string const& name) const { return path_ + "/" + name; }
-    void write(std::string const& name, std::string const& bytes) const
-    {
-        std::ofstream(at(name), std::ios::binary | std::ios::trunc) << bytes;
-        check(chmod(at(name).c_str(), 0600) == 0, "this user owns the file");
-    }
-    std::string read(std::string const& name) const
-    {
-        std::ifstream in(at(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-    void clear() const
-    {
-        DIR* const directory = opendir(path_.c_str());
-        check(directory != nullptr, "the directory is there");
-        while (dirent const* const entry = readdir(directory))
-            unlink(at(entry->d_name).c_str());
-        closedir(directory);
-    }
-
-private:
-    std::string path_;
-};
 
 constexpr char kJournal[] = ".conf.zjn";
 constexpr uint64_t kNone = ~uint64_t{0};
@@ -156,7 +117,7 @@ std::string damaged(std::string bytes, Choices& choices)
 }
 
 // Loads `name`, changes a value and stores. Returns the exception, or else the file.
-std::string outcomeOf(Scratch const& scratch, std::string const& name)
+std::string outcomeOf(ScratchDirectory const& scratch, std::string const& name)
 {
     ZStanzaFileProperties_6_0 store(1);
     std::string const path = scratch.at(name);
@@ -177,7 +138,7 @@ std::string outcomeOf(Scratch const& scratch, std::string const& name)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Scratch const scratch;
+    static ScratchDirectory const scratch;
     Choices choices(data, size);
     scratch.clear();
     Change change;

@@ -9,45 +9,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
 
 constexpr size_t kMostBytes = 64;
+constexpr char kLockFile[] = "._zplf";
 constexpr uint32_t kNever = 0xFFFFFFFF;  // is never written
-
-// A temporary directory, in memory if possible, removed when the process ends.
-class Scratch {
-public:
-    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        check(mkdtemp(path_.data()) != nullptr, "a temporary directory can be created");
-    }
-    ~Scratch()
-    {
-        unlink(file().c_str());
-        rmdir(path_.c_str());
-    }
-
-    char const* path() const { return path_.c_str(); }
-    std::string file() const { return path_ + "/._zplf"; }
-    void write(std::string const& bytes) const
-    {
-        std::ofstream(file(), std::ios::binary | std::ios::trunc) << bytes;
-    }
-    std::string read() const
-    {
-        std::ifstream in(file(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
-private:
-    std::string path_;
-};
 
 class Observer final : public ZObserverInterface_6_0 {
 public:
@@ -89,7 +60,7 @@ void putAt(std::string& bytes, size_t at, std::string const& word)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Scratch const scratch;
+    static ScratchDirectory const scratch;
     using Lock = ZUnixProcessReadWriteFileLock_6_0;
     Choices choices(data, size);
     Lock lock(scratch.path(), "f");
@@ -99,16 +70,16 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         lock.addObserver(&observer);
 
     std::string file = choices.text(kMostBytes);
-    scratch.write(file);
+    scratch.write(kLockFile, file);
     uint32_t last = kNever;  // the number that the object saw last
     for (int round = 0; round < 8 && !choices.isEmpty(); ++round) {
         unsigned const act = choices.byte();
         if (act % 4 == 0) {  // another process, or an editor
             file = choices.text(kMostBytes);
-            scratch.write(file);
+            scratch.write(kLockFile, file);
         } else if (act % 4 == 1 && !file.empty()) {
             file[choices.byte() % file.size()] ^= static_cast<char>(1 << choices.below(8));
-            scratch.write(file);
+            scratch.write(kLockFile, file);
         }
         bool const writes = act & 4;
         int const update = act & 8 ? 1 : 0;
@@ -122,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         check(!isChange || (observer.from == last && observer.to == number), "with both numbers");
         check(lock.getLockState() == (writes || isChange ? Lock::write : Lock::read),
               "a notified object has the write lock");
-        check(scratch.read() == file, "acquiring writes only the process id");
+        check(scratch.read(kLockFile) == file, "acquiring writes only the process id");
         last = number;
         bool const raises = writes && update == 1;
         lock.unlock(update == 1 && (writes || !isChange) ? 1 : 0);
@@ -131,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
             putAt(file, 0, bytesOf(last));
         }
         check(lock.getLastSequence() == last, "the number is remembered");
-        check(scratch.read() == file, "releasing writes only an incremented number");
+        check(scratch.read(kLockFile) == file, "releasing writes only an incremented number");
         check(lock.getLockState() == Lock::unset && lock.getFileHandle() == -1, "nothing is held");
     }
     return 0;

@@ -6,11 +6,11 @@
 
 #include <array>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
 #include "../tests/support/StoreModel.h"
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
@@ -31,29 +31,9 @@ char const* oneOf(char const* const (&texts)[Size], Choices& choices)
     return texts[choices.below(Size)];
 }
 
-// A directory, in memory if possible, that the process removes at exit.
-class Scratch {
-public:
-    Scratch() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        check(mkdtemp(path_.data()) != nullptr, "there is a place for a directory");
-    }
-    ~Scratch()
-    {
-        for (unsigned slot = 0; slot < kSlots; ++slot)
-            unlink(file(slot).c_str());
-        rmdir(path_.c_str());
-    }
-    std::string file(unsigned slot) const { return path_ + "/conf" + std::to_string(slot); }
-
-private:
-    std::string path_;
-};
-
-std::string contents(std::string const& path)
+std::string fileName(unsigned slot)
 {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    return "conf" + std::to_string(slot);
 }
 
 struct File {
@@ -71,7 +51,10 @@ struct Walk {
 
 class Sequence {
 public:
-    Sequence(Choices& choices, Scratch const& scratch) : choices_(choices), scratch_(scratch) {}
+    Sequence(Choices& choices, ScratchDirectory const& scratch)
+        : choices_(choices), scratch_(scratch)
+    {
+    }
 
     ~Sequence()
     {
@@ -152,7 +135,7 @@ private:
         File& file = files_[slot];
         if (file.isOpen)
             close(slot);
-        std::string const path = scratch_.file(slot);
+        std::string const path = scratch_.at(fileName(slot));
         std::string const text = oneOf(kTexts, choices_);
         std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
         auto model = std::make_shared<StoreModel>(path);
@@ -273,7 +256,7 @@ private:
         check(zstzPropStore_6_0(file.handle, nullptr) == zpropOk, "a file is stored");
         for (unsigned i = 0; i < kSlots; ++i)
             if (files_[i].isOpen && files_[i].model.get() == model)
-                check(contents(scratch_.file(i)) == model->text, "as the model has it");
+                check(scratch_.read(fileName(i)) == model->text, "as the model has it");
     }
 
     void begin(unsigned slot)
@@ -373,7 +356,7 @@ private:
     }
 
     Choices& choices_;
-    Scratch const& scratch_;
+    ScratchDirectory const& scratch_;
     std::array<File, kSlots> files_;
     std::array<Walk, kSlots> walks_;
 };
@@ -382,7 +365,7 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Scratch const scratch;
+    static ScratchDirectory const scratch;
     Choices choices(data, std::min<size_t>(size, 600));
     Sequence(choices, scratch).run();
     return 0;

@@ -3,48 +3,19 @@
 #include <qvr.h>
 #include <stdint.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <string>
 
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
 
-// A temporary table directory, in memory if possible.
-class Tables {
-public:
-    Tables() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/zfuzzXXXXXX" : "/tmp/zfuzzXXXXXX")
-    {
-        check(mkdtemp(path_.data()) != nullptr, "a temporary directory is created");
-        check(mkdir((path_ + "/converters").c_str(), 0700) == 0, "its subdirectory is created");
-    }
-    ~Tables()
-    {
-        clear();
-        rmdir((path_ + "/converters").c_str());
-        rmdir(path_.c_str());
-    }
-    char const* path() const { return path_.c_str(); }
-    void write(char const* name, std::string const& text) const
-    {
-        std::ofstream(path_ + "/" + name, std::ios::binary | std::ios::trunc) << text;
-    }
-    void clear() const
-    {
-        for (char const* name : {kCodesets, kLocales, kConverter, kForeign})
-            unlink((path_ + "/" + name).c_str());
-    }
-
-    static constexpr char kCodesets[] = "codesets.alias";
-    static constexpr char kLocales[] = "locales.alias";
-    static constexpr char kConverter[] = "converters/fuzzed.cnv";
-    static constexpr char kForeign[] = "converters/UTF-8.cnv";
-
-private:
-    std::string path_;
-};
+constexpr char kCodesets[] = "codesets.alias";
+constexpr char kLocales[] = "locales.alias";
+constexpr char kConverters[] = "converters";
+constexpr char kConverter[] = "converters/fuzzed.cnv";
+constexpr char kForeign[] = "converters/UTF-8.cnv";
 
 // The conversion of every byte by a codeset.
 std::string meaning(char const* name)
@@ -88,8 +59,8 @@ void namesAreStable(std::string const& table)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    static Tables const tables;
-    static Tables const none;
+    static ScratchDirectory const tables;
+    static ScratchDirectory const none;
     static char const* const kBuiltIn[] = {"UTF-8", "utf8", "US-ASCII", "EUC-JP", "CP932"};
     static std::string const kMeanings = [] {
         check(qvr_set_dir(none.path()) == 0, "an empty directory is valid");
@@ -106,14 +77,15 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     std::string const locales = what & 2 ? choices.text(250) : "";
     std::string const codesets = choices.rest();
     tables.clear();
+    check(mkdir(tables.at(kConverters).c_str(), 0700) == 0, "its subdirectory is created");
     if (what & 1)
-        tables.write(Tables::kCodesets, codesets);
+        tables.write(kCodesets, codesets);
     if (what & 2)
-        tables.write(Tables::kLocales, locales);
+        tables.write(kLocales, locales);
     if (what & 4)
-        tables.write(Tables::kConverter, converter);
+        tables.write(kConverter, converter);
     if ((what & 0xF8) == 0x88)
-        tables.write(Tables::kForeign, converter);
+        tables.write(kForeign, converter);
 
     check(qvr_set_dir(none.path()) == 0, "an empty directory is valid");
     std::string const before = canonical("german") + meaning("fuzzed");
