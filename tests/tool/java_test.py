@@ -8,7 +8,7 @@ import subprocess
 import tool
 from tool import (DONE, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
 
-UNREAD = "the line is no entry and is not read"
+IGNORED = "ignored, because it is not an entry; write KEY = VALUE with valid escapes, "
 
 
 class JavaTest(tool.ToolTest):
@@ -31,10 +31,12 @@ class JavaTest(tool.ToolTest):
         self.expect_unchanged(DONE, "\n", "java", self.java, "get", "empty")
         self.expect_unchanged(DONE, "1\n2\n", "java", self.java, "get", "feed")
         self.expect(DONE, "a = onetwo\nb.c = 2\nd = e f\nempty =\nface = 😀 \udced\udca0\udcbd\n"
-                    "feed = 1\\u000a2\nhalves = " + 2 * "\udced\udcb8\udc80" + 2 * "\udced\udca0\udcbd" +
-                    "x\nu = café :x\n", "java", self.java, "list",
+                    "feed = 1\\u000a2\nhalves = " + 2 * "\udced\udcb8\udc80" +
+                    2 * "\udced\udca0\udcbd" + "x\nu = café :x\n", "java", self.java, "list",
                     errors="surrogateescape")
-        self.expect_unchanged(NOT_FOUND, "there is no key zz in ", "java", self.java, "get", "zz")
+        self.expect_unchanged(NOT_FOUND, f"zstz: {self.java}: no key \"zz\"; run 'zstz java "
+                              f"{self.java} list' to list the keys\n", "java", self.java, "get",
+                              "zz")
 
     def test_text_is_utf8_in_every_locale(self):
         for locale in ("C", "C.UTF-8"):
@@ -58,8 +60,10 @@ class JavaTest(tool.ToolTest):
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 1 comment\n"),
                          (run.returncode, run.stdout))
         lines = [f'zstz: {self.java}:{number}: "{text}": {why}' for number, text, why in (
-            (2, "bad", UNREAD), (3, "next = 1", "the line is not read, because it follows"),
-            (5, "c = 1\\q", UNREAD), (6, " =x", UNREAD), (8, "last = x", "the last line has no line")
+            (2, "bad", IGNORED),
+            (3, "next = 1", "ignored, because the line before it is not an entry"),
+            (5, "c = 1\\q", IGNORED), (6, " =x", IGNORED),
+            (8, "last = x", "ignored, because the last line has no newline")
         )]
         for line, printed in zip(lines, run.stderr.split("\n")):
             self.assertTrue(printed.startswith(line), printed)
@@ -81,15 +85,16 @@ class JavaTest(tool.ToolTest):
                 run = self.run_tool("java", self.java, "check")
                 self.assertEqual(INVALID_DATA, run.returncode)
                 printed = run.stderr.splitlines()
-                self.assertTrue(printed[0].startswith(f'zstz: {self.java}:1: "bad": {UNREAD}'))
+                self.assertTrue(printed[0].startswith(f'zstz: {self.java}:1: "bad": {IGNORED}'))
                 self.assertEqual([] if number is None else
-                                 [f'zstz: {self.java}:{number}: "next = 1": the line is not read, '
-                                  "because it follows one that is no entry"], printed[1:])
+                                 [f'zstz: {self.java}:{number}: "next = 1": ignored, because the '
+                                  "line before it is not an entry; correct that line"], printed[1:])
                 read = "next = 1\n" if number is None else ""
                 self.expect(DONE, f"c = 2\n{read}", "java", self.java, "list")
 
     def test_check_passes_over_a_last_line_without_an_entry(self):
-        for last, comments in (("   ", "0 comments"), ("# words", "1 comment"), ("#", "0 comments")):
+        for last, comments in (("   ", "0 comments"), ("# words", "1 comment"),
+                               ("#", "0 comments")):
             with self.subTest(last):
                 self.given("a = 1\n" + last)
                 self.expect(DONE, f"{self.java}: 1 entry, {comments}\n", "java", self.java, "check")
@@ -101,7 +106,8 @@ class JavaTest(tool.ToolTest):
 
     def test_a_byte_order_mark_is_named(self):
         self.given(b"\xEF\xBB\xBFa = 1\n")
-        mark = "check` what is not read, as line 1"
+        mark = (f"no key \"a\", and line 1 is ignored; run 'zstz java {self.java} check' for "
+                "details\n")
         self.expect(NOT_FOUND, mark, "java", self.java, "get", "a")
         run = self.run_tool("java", self.java, "check")
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 0 comments\n"),
@@ -110,39 +116,42 @@ class JavaTest(tool.ToolTest):
         self.given(b"\xEF\xBB\xBFa = 1\nbad\n")
         run = self.run_tool("java", self.java, "check")
         self.assertRegex(run.stderr, rf"\Azstz: {self.java}:1: [^\n]+byte order mark[^\n]+\n"
-                         rf'zstz: {self.java}:2: "bad": {UNREAD}[^\n]+\n\Z')
-        self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from", self.java)
+                         rf'zstz: {self.java}:2: "bad": {IGNORED}[^\n]+\n\Z')
+        self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from",
+                    self.java)
 
     def test_line_numbers_are_those_of_an_editor(self):
         for end in ("\n", "\r\n", "\r"):
             with self.subTest(end):
                 self.given(end.join(("a = 1", "", "", "b = 2", "bad one\\x", "")))
-                self.expect(INVALID_DATA, f'{self.java}:5: "bad one\\x": ', "java", self.java, "set",
-                            "a", "1")
+                self.expect(INVALID_DATA, f'{self.java}:5: "bad one\\x": ', "java", self.java,
+                            "set", "a", "1")
 
     def test_set_refuses_what_storing_would_lose(self):
         rows = (
-            (INVALID_DATA, "a = 1\nbad\n", UNREAD),
-            (INVALID_DATA, "a = 1", "the last line has no line end"),
-            (INVALID_DATA, "a = 1\0 2\n", "the line has a zero byte, which is not stored; take it out"),
-            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nb = 2\n", ':1: "\ufeffa = 1": the file begins with a byte '
+            (INVALID_DATA, "a = 1\nbad\n", IGNORED),
+            (INVALID_DATA, "a = 1", "the last line has no newline"),
+            (INVALID_DATA, "a = 1\0 2\n",
+             "the line has a zero byte, which is not stored; remove it"),
+            (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nb = 2\n",
+             ':1: "\ufeffa = 1": the file starts with a byte '
              "order mark; save it as UTF-8 without one"),
             (INVALID_DATA, b"\xEF\xBB\xBF# words\n", "byte order mark"),
             (INVALID_DATA, b"\xEF\xBB\xBFa\nb = 2\n", "byte order mark"),
             (INVALID_DATA, b"\xEF\xBB\xBFa = 1\nbad\n", "byte order mark"),
-            (INVALID_DATA, "\ufeffa = 1\n".encode("utf-16-be"), "the file is UTF-16 text"),
-            (INVALID_DATA, "a = 1\n".encode("utf-16"), "the file is UTF-16 text"),
-            (REFUSED, "# words\na = 1\n", "use --drop-comments"),
-            (REFUSED, "a = 1\n! words", "use --drop-comments"),
-            (INVALID_VALUE, "k = 😀\n", "the value \"😀\" of key k has a character"),
-            (INVALID_VALUE, "k = \x7f\n", "of key k has a character"),
-            (INVALID_VALUE, b"k = \xFF\n", "of key k has a character"),
-            *((INVALID_VALUE, b"k = x" + cut + b"\n", "of key k has a character")
+            (INVALID_DATA, "\ufeffa = 1\n".encode("utf-16-be"), "the file is UTF-16"),
+            (INVALID_DATA, "a = 1\n".encode("utf-16"), "the file is UTF-16"),
+            (REFUSED, "# words\na = 1\n", "pass --drop-comments"),
+            (REFUSED, "a = 1\n! words", "pass --drop-comments"),
+            (INVALID_VALUE, "k = 😀\n", 'key "k": "😀" has a character'),
+            (INVALID_VALUE, "k = \x7f\n", " has a character"),
+            (INVALID_VALUE, b"k = \xFF\n", " has a character"),
+            *((INVALID_VALUE, b"k = x" + cut + b"\n", " has a character")
               for cut in (b"\x80", b"\xC1\x81", b"\xC3", b"\xC3x", b"\xE2\x82", b"\xE2x\x82",
                           b"\xE2\x82x", b"\xE0\x80\x80", b"\xE0\x9F\xBF")),
-            (INVALID_VALUE, "k = 1\\u000a2\n", "of key k has a line end"),
-            (INVALID_VALUE, "k = \\ x\n", "of key k begins with white space"),
-            (INVALID_VALUE, "a\\=b = x\n", 'the key "a=b" cannot be stored'),
+            (INVALID_VALUE, "k = 1\\u000a2\n", " has a line ending"),
+            (INVALID_VALUE, "k = \\ x\n", 'key "k": " x" starts with whitespace'),
+            (INVALID_VALUE, "a\\=b = x\n", 'invalid key "a=b"'),
         )
         for code, text, printed in rows:
             with self.subTest(text):
@@ -156,11 +165,12 @@ class JavaTest(tool.ToolTest):
         self.given("a = 1\n")
         for key in ("", " k", "#k", "!k", "a b", "a=b", "a:b", "a\\b", "a\tb", "a\nb"):
             with self.subTest(key):
-                self.expect_unchanged(INVALID_VALUE, "the key ", "java", self.java, "set", key, "x")
+                self.expect_unchanged(INVALID_VALUE, "invalid key ", "java", self.java, "set", key,
+                                      "x")
         for value in (" x", "\tx", "x\ny", "x\r", "\x7f", "😀"):
             with self.subTest(value):
-                self.expect_unchanged(INVALID_VALUE, "of key k ", "java", self.java, "set", "k",
-                                      value)
+                self.expect_unchanged(INVALID_VALUE, f'zstz: {self.java}: key "k": ', "java",
+                                      self.java, "set", "k", value)
 
     def test_every_character_of_two_or_three_bytes_reads_back(self):
         text = "".join(chr(c) for c in range(0x80, 0x10000) if not 0xD800 <= c < 0xE000)
@@ -172,20 +182,22 @@ class JavaTest(tool.ToolTest):
     def test_files_that_cannot_be_used(self):
         missing = self.java + ".missing"
         for action in (["get", "a"], ["set", "a", "b"], ["list"], ["check"]):
-            self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such", "java", missing,
+            self.expect_unchanged(NO_ACCESS, f"zstz: {missing}: cannot open: No such", "java",
+                                  missing,
                                   *action)
-            self.expect_unchanged(NO_ACCESS, "is a folder", "java", self.room.name, *action)
-        self.expect_unchanged(NO_ACCESS, f"{self.room.name} is a folder; name a regular file",
+            self.expect_unchanged(NO_ACCESS, ": is a directory; give a regular file\n", "java",
+                                  self.room.name, *action)
+        self.expect_unchanged(NO_ACCESS, f"{self.room.name}: is a directory; give a regular file",
                               "convert", self.file, "app", "--from", self.room.name)
         unread = "/proc/self/mem"  # can be opened and not be read
-        self.expect(NO_ACCESS, f"cannot read {unread}; check the disk", "java", unread, "list")
+        self.expect(NO_ACCESS, f"{unread}: cannot read; check the disk", "java", unread, "list")
         self.given("ok = 1\nk = \\ud83d\n")
         with open(self.java, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            self.expect(LOCKED, "in use by another process", "java", self.java, "list")
+            self.expect(LOCKED, "locked by another process", "java", self.java, "list")
             fcntl.lockf(held, fcntl.LOCK_UN)
             fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
-            self.expect(LOCKED, "in use by another process", "java", self.java, "set", "a", "1")
+            self.expect(LOCKED, "locked by another process", "java", self.java, "set", "a", "1")
 
     def test_changes_at_the_same_time_do_not_lose_one_another(self):
         self.given("a = 1\n")
@@ -224,11 +236,11 @@ class JavaTest(tool.ToolTest):
 
     def test_what_is_there_is_not_replaced_unless_told(self):
         self.given("a = 1\n")
-        self.expect_unchanged(REFUSED, f"{self.java} exists; use --overwrite", "convert", self.file,
-                              "upstream", "--to", self.java)
+        self.expect_unchanged(REFUSED, f"zstz: {self.java}: the file exists; pass --overwrite",
+                              "convert", self.file, "upstream", "--to", self.java)
         self.expect(DONE, "", "convert", self.file, "upstream", "--to", self.java, "--overwrite")
-        self.expect_unchanged(REFUSED, "there is a stanza [upstream]", "convert", self.file,
-                              "upstream", "--from", self.java)
+        self.expect_unchanged(REFUSED, "stanza [upstream] exists; pass --overwrite", "convert",
+                              self.file, "upstream", "--from", self.java)
         self.given("a = 1\n")
         self.expect(DONE, "", "convert", self.file, "upstream", "--from", self.java, "--overwrite")
         self.expect(DONE, "[upstream]\na = 1\n", "list", self.file, "upstream")
@@ -250,43 +262,45 @@ class JavaTest(tool.ToolTest):
         for path in (self.file, self.java):
             for direction in ("--to", "--from"):
                 with self.subTest(path=path, direction=direction):
-                    self.expect_unchanged(REFUSED, "are one file", "convert", self.file, "a",
-                                          direction, path, "--overwrite")
+                    self.expect_unchanged(REFUSED, "is the same file as ", "convert", self.file,
+                                          "a", direction, path, "--overwrite")
 
     def test_a_stanza_takes_a_pair_of_escapes_as_one_character(self):
         self.given("face = \\ud83d\\ude00!\n")
         self.expect(DONE, "", "convert", self.file, "new", "--from", self.java)
         self.expect(DONE, "[new]\nface = 😀!\n", "list", self.file, "new")
         self.given("half = \\ud83d\n")
-        self.expect_unchanged(INVALID_VALUE, "key half or its value cannot be converted", "convert",
+        self.expect_unchanged(INVALID_VALUE, 'cannot convert key "half" or its value', "convert",
                               self.file, "other", "--from", self.java)
 
     def test_a_java_file_takes_no_entry_that_it_cannot_give_back(self):
         rows = (
-            (REFUSED, "k = 1\nk = 2\n", "key k in [s] of "),
+            (REFUSED, "k = 1\nk = 2\n", 'key "k" in [s] has 2 values, but a Java file'),
             (REFUSED, "k = 1\n# words\n", "has comments"),
-            (INVALID_VALUE, "a b = 1\n", 'the key "a b" cannot'),
-            (INVALID_VALUE, "a:b = 1\n", 'the key "a:b" cannot'),
-            (INVALID_VALUE, "!k = 1\n", 'the key "!k" cannot'),
-            (INVALID_VALUE, "a\\b = 1\n", 'the key "a\\b" cannot'),
-            (INVALID_VALUE, "k = 😀\n", "of key k has a character"),
-            (INVALID_VALUE, "k = a\x7f\n", "of key k has a character"),
-            (INVALID_VALUE, "k = a\rb\n", "of key k has a line end"),
-            (INVALID_VALUE, b"k = \xFF\n", "key k or its value cannot be converted"),
+            (INVALID_VALUE, "a b = 1\n", 'invalid key "a b"'),
+            (INVALID_VALUE, "a:b = 1\n", 'invalid key "a:b"'),
+            (INVALID_VALUE, "!k = 1\n", 'invalid key "!k"'),
+            (INVALID_VALUE, "a\\b = 1\n", 'invalid key "a\\b"'),
+            (INVALID_VALUE, "k = 😀\n", " has a character"),
+            (INVALID_VALUE, "k = a\x7f\n", " has a character"),
+            (INVALID_VALUE, "k = a\rb\n", " has a line ending"),
+            (INVALID_VALUE, b"k = \xFF\n", 'cannot convert key "k" or its value'),
         )
         for code, text, printed in rows:
             with self.subTest(text):
-                self.path.write_bytes(b"[s]\n" + (text if isinstance(text, bytes) else text.encode()))
+                entry = text if isinstance(text, bytes) else text.encode()
+                self.path.write_bytes(b"[s]\n" + entry)
                 self.expect_unchanged(code, printed, "convert", self.file, "s", "--to", self.java)
         self.path.write_text("[s]\nother = 1\n")
         self.expect(DONE, "", "set", self.file, "s", "k", "--obfuscated", given="x")
-        self.expect_unchanged(REFUSED, "key k in [s] of ", "convert", self.file, "s", "--to",
-                              self.java)
-        self.expect_unchanged(NOT_FOUND, "there is no stanza [t]", "convert", self.file, "t", "--to",
+        self.expect_unchanged(REFUSED, 'key "k" in [s] has obfuscated values', "convert", self.file,
+                              "s", "--to", self.java)
+        self.expect_unchanged(NOT_FOUND, "no stanza [t]; ", "convert", self.file, "t", "--to",
                               self.java)
 
     def test_comments_belong_to_the_stanza_that_they_stand_in_or_above(self):
-        self.path.write_text("# file\n\n[a]\nk = 1\n\n# above b\n[b]\nk = 1\n\n[c]\nk = 1\n# last\n")
+        self.path.write_text("# file\n\n[a]\nk = 1\n\n# above b\n[b]\nk = 1\n\n"
+                             "[c]\nk = 1\n# last\n")
         for stanza, has in (("a", False), ("b", True), ("c", True)):
             with self.subTest(stanza):
                 self.expect(REFUSED if has else DONE, "has comments" if has else "", "convert",
@@ -296,17 +310,17 @@ class JavaTest(tool.ToolTest):
 
     def test_a_stanza_takes_no_entry_that_it_cannot_give_back(self):
         rows = (
-            (INVALID_DATA, "a = 1\nbad\n", UNREAD),
-            (INVALID_DATA, "a = 1", "the last line has no line end"),
-            (REFUSED, "# words\na = 1\n", "use --drop-comments"),
-            (INVALID_VALUE, "a\\=b = 1\n", 'the key "a=b" cannot be stored'),
-            (INVALID_VALUE, "a\\  = 1\n", 'the key "a " cannot be stored'),
-            (INVALID_VALUE, "[a = 1\n", 'the key "[a" cannot be stored'),
-            (INVALID_VALUE, "a = 1 \n", "of key a begins or ends with white space"),
-            (INVALID_VALUE, "a = \\ 1\n", "of key a begins or ends with white space"),
-            (INVALID_VALUE, "a = 1\\u000a2\n", "the value of key a cannot be stored"),
-            (INVALID_VALUE, f"a = {'x' * 8190}\n", "the value of key a cannot be stored"),
-            (INVALID_VALUE, b"a = \xFF\n", "key a or its value cannot be converted"),
+            (INVALID_DATA, "a = 1\nbad\n", IGNORED),
+            (INVALID_DATA, "a = 1", "the last line has no newline"),
+            (REFUSED, "# words\na = 1\n", "pass --drop-comments"),
+            (INVALID_VALUE, "a\\=b = 1\n", 'invalid key "a=b"'),
+            (INVALID_VALUE, "a\\  = 1\n", 'invalid key "a "'),
+            (INVALID_VALUE, "[a = 1\n", 'invalid key "[a"'),
+            (INVALID_VALUE, "a = 1 \n", " starts or ends with whitespace"),
+            (INVALID_VALUE, "a = \\ 1\n", " starts or ends with whitespace"),
+            (INVALID_VALUE, "a = 1\\u000a2\n", 'invalid value of key "a"; '),
+            (INVALID_VALUE, f"a = {'x' * 8190}\n", 'invalid value of key "a"; '),
+            (INVALID_VALUE, b"a = \xFF\n", 'cannot convert key "a" or its value'),
         )
         for code, text, printed in rows:
             with self.subTest(text):
@@ -317,8 +331,8 @@ class JavaTest(tool.ToolTest):
                               self.java, environment={"LC_ALL": "C"})
         self.expect_unchanged(REFUSED, "is reserved", "convert", self.file,
                               "configuration-database", "--from", self.java)
-        self.expect_unchanged(INVALID_VALUE, "the stanza name", "convert", self.file, "a]", "--from",
-                              self.java)
+        self.expect_unchanged(INVALID_VALUE, "invalid stanza name ", "convert", self.file, "a]",
+                              "--from", self.java)
 
     def test_what_is_taken_reads_back_equal(self):
         seed = random.randrange(1 << 30)
@@ -328,7 +342,8 @@ class JavaTest(tool.ToolTest):
         for _ in range(60):
             entries = {}
             for _ in range(choice.randrange(1, 4)):
-                key = "".join(choice.choices(alphabet, [9] * 2 + [1] * 19, k=choice.randrange(1, 6)))
+                key = "".join(choice.choices(alphabet, [9] * 2 + [1] * 19,
+                                             k=choice.randrange(1, 6)))
                 value = "".join(choice.choices(alphabet, k=choice.randrange(6)))
                 entries[key] = value
             self.path.write_text("[s]\n" + "".join(f"{k} = {v}\n" for k, v in entries.items()),

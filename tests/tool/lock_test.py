@@ -84,7 +84,7 @@ class LockTest(tool.ToolTest):
             with self.subTest(command):
                 run = self.lock("--write", "routes", "--", command)
                 self.assertEqual((code, ""), (run.returncode, run.stdout))
-                self.assertRegex(run.stderr, rf"\Azstz: cannot run {command}: {printed}[^\n]*\n\Z")
+                self.assertRegex(run.stderr, rf"\Azstz: {command}: cannot run: {printed}[^\n]*\n\Z")
                 self.assertEqual("free", self.shown()[0])
 
     def test_a_command_that_a_signal_ends(self):
@@ -130,7 +130,8 @@ class LockTest(tool.ToolTest):
                 run = self.lock(wanted, "routes", "--", "touch", str(self.folder / "ran"))
                 self.assertLess(time.monotonic() - began, 10)
                 self.assertEqual((LOCKED, ""), (run.returncode, run.stdout))
-                self.assertRegex(run.stderr, r"\Azstz: the lock routes is held by another[^\n]*\n\Z")
+                self.assertEqual('zstz: lock "routes" is held by another process; try again, or '
+                                 "pass --wait SECONDS\n", run.stderr)
                 self.assertFalse((self.folder / "ran").exists())
                 holder.communicate()
                 self.assertEqual(0, holder.returncode)
@@ -235,10 +236,10 @@ class LockTest(tool.ToolTest):
 
         def has_ended():
             try:
-                state = pathlib.Path(f"/proc/{command}/stat").read_text().rsplit(")", 1)[1].split()[0]
+                status = pathlib.Path(f"/proc/{command}/stat").read_text()
             except (FileNotFoundError, ProcessLookupError):
                 return True
-            return state == "Z"
+            return status.rsplit(")", 1)[1].split()[0] == "Z"
         self.wait_for(has_ended)
         self.assertEqual(("free", 0), self.shown())
 
@@ -268,7 +269,7 @@ class LockTest(tool.ToolTest):
             os.link(self.folder / "victim", self.lock_file)
 
         for make, printed in ((torn, "too short"), (folder, "Is a directory"),
-                              (link, "symbolic link"), (pipe, "no regular file"),
+                              (link, "symbolic link"), (pipe, "not a regular file"),
                               (named_twice, "more than one name")):
             with self.subTest(make.__name__):
                 make()
@@ -277,7 +278,8 @@ class LockTest(tool.ToolTest):
                     self.assertEqual(DONE, run.returncode)
                 else:
                     self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
-                    self.assertRegex(run.stderr, r"\Azstz: cannot use the lock file [^\n]+\n\Z")
+                    self.assertRegex(run.stderr, rf"\Azstz: {self.lock_file}: cannot use the lock "
+                                     r"file: [^\n]+\n\Z")
                     self.assertIn(printed, run.stderr)
                     self.assertFalse((self.folder / "ran").exists())
                 if make is folder:
@@ -289,16 +291,17 @@ class LockTest(tool.ToolTest):
         self.assertEqual("untouched", (self.folder / "victim").read_text())
 
     def test_lock_files_that_cannot_be_shown(self):
-        rows = ((lambda: self.lock_file.write_bytes(b"ab"), "it is too short to be one"),
-                (self.lock_file.mkdir, "it is no regular file"),
+        rows = ((lambda: self.lock_file.write_bytes(b"ab"), "it is too short"),
+                (self.lock_file.mkdir, "it is not a regular file"),
                 (lambda: self.lock_file.symlink_to("elsewhere"), "it is a symbolic link"),
-                (lambda: os.mkfifo(self.lock_file), "it is no regular file"))
+                (lambda: os.mkfifo(self.lock_file), "it is not a regular file"))
         for make, printed in rows:
             with self.subTest(printed):
                 make()
-                self.expect(NO_ACCESS, f"cannot use the lock file {self.lock_file}: {printed}; check "
-                            "it, its folder and their permissions\n", "lock", "--dir", self.room.name,
-                            "--show", "routes")
+                self.expect(NO_ACCESS,
+                            f"zstz: {self.lock_file}: cannot use the lock file: {printed}; "
+                            "check it, its directory and their permissions\n", "lock", "--dir",
+                            self.room.name, "--show", "routes")
                 self.lock_file.rmdir() if make == self.lock_file.mkdir else self.lock_file.unlink()
         self.lock_file.write_bytes(b"")
         self.assertEqual(("free", 0), self.shown())
@@ -308,14 +311,15 @@ class LockTest(tool.ToolTest):
         self.lock_file.write_bytes(b"")
         self.lock_file.chmod(0)
         for verb in (["--read", "routes", "--", "true"], ["--show", "routes"]):
-            self.expect(NO_ACCESS, f"cannot use the lock file {self.lock_file}: Permission denied; ",
+            self.expect(NO_ACCESS,
+                        f"{self.lock_file}: cannot use the lock file: Permission denied; ",
                         "lock", "--dir", self.room.name, *verb, **options)
 
     def test_a_lock_file_that_takes_no_bytes(self):
         run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"),
                         **self.limited(resource.RLIMIT_FSIZE, 0))
         self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
-        self.assertIn("cannot use the lock file ", run.stderr)
+        self.assertIn(": cannot use the lock file: ", run.stderr)
         self.assertFalse((self.folder / "ran").exists())
 
     def test_a_sequence_number_that_cannot_be_raised(self):
@@ -327,13 +331,14 @@ class LockTest(tool.ToolTest):
             run = self.lock("--write", "routes", "--", sys.executable, "-c", script, str(code),
                             **self.limited(resource.RLIMIT_FSIZE, 1 << 30))
             self.assertEqual((result, ""), (run.returncode, run.stdout))
-            self.assertRegex(run.stderr, r"\Azstz: cannot write the sequence number into \S+: [^\n]+; "
-                             r"check the room on its disk\n\Z")
+            self.assertRegex(run.stderr, r"\Azstz: \S+: cannot write the sequence number: [^\n]+; "
+                             r"check the free space on its disk\n\Z")
             self.assertEqual(("free", 1), self.shown())
 
     def expect_no_run(self, why, **options):
         run = self.lock("--write", "routes", "--", "true", **options)
-        self.assertEqual((NO_ACCESS, f"zstz: cannot run a command: {why}; check the limits on "
+        self.assertEqual((NO_ACCESS,
+                          f"zstz: true: cannot start a process: {why}; check the limits on "
                           "processes and open files\n"), (run.returncode, run.stderr))
         self.assertEqual(("free", 0), self.shown())
 
@@ -349,7 +354,9 @@ class LockTest(tool.ToolTest):
         for folder in (self.room.name + "/none", self.file):
             for verb in (["--write", "routes", "--", "true"], ["--show", "routes"]):
                 with self.subTest(folder=folder, verb=verb):
-                    self.expect_unchanged(NO_ACCESS, f"cannot lock in {folder}: ", "lock", "--dir",
+                    self.expect_unchanged(NO_ACCESS, f"zstz: {folder}: cannot lock: it is not a "
+                                          "directory that its owner can write and search; create "
+                                          "it, or choose another with --dir\n", "lock", "--dir",
                                           folder, *verb)
 
     def test_wrong_command_lines(self):

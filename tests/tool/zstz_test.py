@@ -12,10 +12,11 @@ import termios
 import unittest
 
 import tool
-from tool import (DONE, GATEWAY, INTERNAL, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND,
-                  REFUSED, USAGE)
+from tool import (DONE, GATEWAY, INTERNAL, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS,
+                  NOT_FOUND, REFUSED, USAGE)
 
-VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert", "lock", "hexdump")
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert",
+         "lock", "hexdump")
 
 
 class ZstzTest(tool.ToolTest):
@@ -39,19 +40,27 @@ class ZstzTest(tool.ToolTest):
             with self.subTest(arguments):
                 self.expect_unchanged(DONE, printed, "get", self.file, *arguments)
 
+    def no_cellar(self):
+        return (f"zstz: {self.file}: no stanza [cellar]; run 'zstz stanzas {self.file}' to list "
+                "them\n")
+
     def test_get_says_what_is_missing(self):
-        self.expect(NOT_FOUND, "there is no stanza [cellar]", "get", self.file, "cellar", "port")
-        self.expect(NOT_FOUND, "there is no key colour in stanza [listener]", "get", self.file,
-                    "listener", "colour")
+        self.expect(NOT_FOUND, self.no_cellar(), "get", self.file, "cellar", "port")
+        self.expect(NOT_FOUND,
+                    f"zstz: {self.file}: no key \"colour\" in [listener]; run 'zstz keys "
+                    f"{self.file} listener' to list them\n", "get", self.file, "listener", "colour")
 
     def test_get_refuses_a_value_of_another_kind(self):
-        self.expect(INVALID_VALUE, 'the value "front door" of key name in [listener] is no number',
+        self.expect(INVALID_VALUE,
+                    f'zstz: {self.file}: key "name" in [listener]: "front door" is not '
+                    "a number; write it in decimal, hexadecimal (0x) or octal (0)\n",
                     "get", self.file, "listener", "name", "--as", "number")
-        self.expect(INVALID_VALUE, 'the value "8443" of key port in [listener] is no truth value',
+        self.expect(INVALID_VALUE, f'zstz: {self.file}: key "port" in [listener]: "8443" is not a '
+                    "boolean; write yes or no\n",
                     "get", self.file, "listener", "port", "--as", "boolean")
 
     def test_get_refuses_a_number_that_it_cannot_print(self):
-        printed = "is not a number from 0 to 4294967295"
+        printed = "is not a number from 0 to 4294967295; leave out --as to print it unchanged\n"
         rows = (("-5", None), ("-0x1", None), (" - 5", None), ("4294967296", None), ("-0", "0"),
                 ("-4294967291", None), ("99999999999999999999", None), ("0x100000000", None),
                 ("+5", "5"), ("4294967295", "4294967295"), ("0xFFFFFFFF", "4294967295"))
@@ -62,18 +71,18 @@ class ZstzTest(tool.ToolTest):
                 if number is not None:
                     self.expect(DONE, number + "\n", *arguments)
                 elif value.startswith(" "):
-                    self.expect(INVALID_VALUE, 'the value "- 5" of key k in [a] is no number',
+                    self.expect(INVALID_VALUE, 'key "k" in [a]: "- 5" is not a number',
                                 *arguments)
                 else:
                     self.expect(INVALID_VALUE,
-                                f'{self.file}: the value "{value}" of key k in [a] {printed}',
+                                f'{self.file}: key "k" in [a]: "{value}" {printed}',
                                 *arguments)
                 self.expect(DONE, value.strip() + "\n", *arguments[:4])
 
     def test_names_come_in_file_order(self):
         self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
         self.expect(DONE, "port\nname\nmotd\n", "keys", self.file, "listener")
-        self.expect(NOT_FOUND, "there is no stanza [cellar]", "keys", self.file, "cellar")
+        self.expect(NOT_FOUND, self.no_cellar(), "keys", self.file, "cellar")
         many = [f"s{(i * 37) % 100:02}" for i in range(100)]
         self.path.write_text("".join(f"[{name}]\nb = 1\na = 2\nb = 3\n" for name in many))
         self.expect(DONE, "".join(f"{name}\n" for name in many), "stanzas", self.file)
@@ -83,7 +92,7 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "[listener]\nport = 8080\nport = 8443\nname = front door\nmotd =\n\n"
                     "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file)
         self.expect(DONE, "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file, "upstream")
-        self.expect(NOT_FOUND, "there is no stanza [cellar]", "list", self.file, "cellar")
+        self.expect(NOT_FOUND, self.no_cellar(), "list", self.file, "cellar")
 
     def test_an_empty_file_has_nothing(self):
         self.path.write_text("")
@@ -111,7 +120,7 @@ class ZstzTest(tool.ToolTest):
         run = self.run_tool("check", str(bad), self.file, missing, self.file)
         counts = f"{self.file}: 2 stanzas, 5 keys, 5 values\n"
         self.assertEqual((NO_ACCESS, counts * 2), (run.returncode, run.stdout))
-        self.assertRegex(run.stderr, rf"\Azstz: {bad}:2: [^\n]+\nzstz: cannot open {missing}: "
+        self.assertRegex(run.stderr, rf"\Azstz: {bad}:2: [^\n]+\nzstz: {missing}: cannot open: "
                          r"[^\n]+\n\Z")
         self.assertEqual(INVALID_DATA, self.run_tool("check", str(bad), self.file).returncode)
 
@@ -119,20 +128,21 @@ class ZstzTest(tool.ToolTest):
         self.path.write_text(f"[a]\n# {'x' * 8188}\nk = {'x' * 8190}=y\nz = 1\0 2\n")
         self.expect_unchanged(
             DONE, f"{self.file}: 1 stanza, 3 keys, 3 values\n"
-            f"{self.file}:3: note: the line is longer than 8190 bytes and is read as several; "
-            "shorten it, or spread the values over several lines of the key\n"
-            f"{self.file}:4: note: the line has a zero byte, behind which nothing is read; take it "
-            "out\n", "check", self.file)
+            f"{self.file}:3: note: the line exceeds 8190 bytes and would be split; shorten it or "
+            "use a line per value\n"
+            f"{self.file}:4: note: the line has a zero byte and is ignored after it; remove the "
+            "zero byte\n", "check", self.file)
 
     def test_what_storing_would_lose_keeps_a_file_from_being_changed(self):
-        rows = ((f"[a]\n\nk = {'x' * 8190}=y\n", 3, "longer than 8190 bytes"),
+        rows = ((f"[a]\n\nk = {'x' * 8190}=y\n", 3, "exceeds 8190 bytes"),
                 ("[a]\nk = 1\0 2\n", 2, "zero byte"))
         for text, line, printed in rows:
             self.path.write_text(text)
             for verb in (["set", self.file, "a", "b", "1"], ["add", self.file, "a", "b", "1"],
                          ["unset", self.file, "a", "k"]):
                 with self.subTest(line=line, verb=verb):
-                    self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not", *verb)
+                    self.expect_unchanged(REFUSED, f"{self.file}:{line}: not saved: the line ",
+                                          *verb)
                     self.expect_unchanged(REFUSED, printed, *verb)
 
     # An empty value beside others is not read, and its line is not written again.
@@ -149,8 +159,8 @@ class ZstzTest(tool.ToolTest):
     )
 
     def test_check_notes_empty_values_that_storing_would_drop(self):
-        note = ("note: key k has no value on this line but other lines or obfuscated values, and "
-                "storing drops the line; remove it, or give it a value\n")
+        note = ('note: key "k" has no value here but values elsewhere, and storing drops this '
+                "line; remove it, or give it a value\n")
         for text, lines in self.LOST_LINES:
             with self.subTest(text):
                 self.path.write_text(text)
@@ -167,8 +177,8 @@ class ZstzTest(tool.ToolTest):
                     self.path.write_text(text)
                     if lines:
                         self.expect_unchanged(
-                            REFUSED, f"{self.file}:{lines[0]}: the file would not be stored as it "
-                            "is: key k has no value on this line", *verb)
+                            REFUSED, f'{self.file}:{lines[0]}: not saved: key "k" has no value '
+                            "here but values elsewhere, and storing drops this line; ", *verb)
                     else:
                         self.expect(DONE, "", *verb)
 
@@ -177,7 +187,7 @@ class ZstzTest(tool.ToolTest):
         for verb, after in ((["set", self.file, "a", "k", "w"], "[a]\nk = w\nz = 1\n"),
                             (["unset", self.file, "a", "k"], "[a]\nz = 1\n")):
             self.path.write_text(text)
-            self.expect_unchanged(REFUSED, f"{self.file}:2: the file would not be stored", *verb)
+            self.expect_unchanged(REFUSED, f"{self.file}:2: not saved: ", *verb)
             self.expect(DONE, "", *verb, "--all")
             self.expect_text(after)
         self.path.write_text(text + "[b]\n")
@@ -195,9 +205,9 @@ class ZstzTest(tool.ToolTest):
         text = text.replace("[listener]\n", "[listener]\nkey =\n")
         self.path.write_text(text)
         line = text[:text.index("key =")].count("\n") + 1
-        self.expect_unchanged(REFUSED, f"{self.file}:{line}: the file would not be stored",
+        self.expect_unchanged(REFUSED, f"{self.file}:{line}: not saved: ",
                               "set", self.file, "upstream", "x", "1")
-        self.assertIn(f"{self.file}:{line}: note: key key has no value",
+        self.assertIn(f'{self.file}:{line}: note: key "key" has no value',
                       self.run_tool("check", self.file).stdout)
         self.expect(DONE, "", "unset", self.file, "listener", "key", "--all")
 
@@ -221,8 +231,8 @@ class ZstzTest(tool.ToolTest):
             with self.subTest(length):
                 binary.write_bytes(data[:length])
                 for arguments, given in (([str(binary)], b""), (["-"], data[:length])):
-                    run = subprocess.run([tool.TOOL, "hexdump", *arguments], input=given, check=True,
-                                         capture_output=True, timeout=60)
+                    run = subprocess.run([tool.TOOL, "hexdump", *arguments], input=given,
+                                         check=True, capture_output=True, timeout=60)
                     self.assertTrue(run.stdout == self.dump(data[:length]), "another dump")
 
     def test_hexdump_of_several_files_has_titles_and_goes_on_behind_a_missing_one(self):
@@ -230,13 +240,14 @@ class ZstzTest(tool.ToolTest):
         run = self.run_tool("hexdump", self.file, missing, "-", self.room.name, given="")
         self.assertEqual((NO_ACCESS, f"\n\t{self.file}\n" + self.dump(GATEWAY.encode()).decode() +
                           f"\n\t-\n\n\n\t{self.room.name}\n"), (run.returncode, run.stdout))
-        self.assertRegex(run.stderr, rf"\Azstz: cannot open {missing}: No such [^\n]+\n"
-                         rf"zstz: cannot read {self.room.name}: Is a dir[^\n]+\n\Z")
+        self.assertRegex(run.stderr, rf"\Azstz: {missing}: cannot open: No such [^\n]+\n"
+                         rf"zstz: {self.room.name}: cannot read: Is a dir[^\n]+\n\Z")
 
     def test_hexdump_shows_a_terminal_no_bytes_that_could_steer_it(self):
         self.path.write_bytes(bytes(range(256)))
         master, slave = pty.openpty()
-        run = subprocess.run([tool.TOOL, "hexdump", self.file], stdout=slave, check=False, timeout=60)
+        run = subprocess.run([tool.TOOL, "hexdump", self.file], stdout=slave, check=False,
+                             timeout=60)
         self.assertEqual(DONE, run.returncode)
         os.close(slave)
         shown = b""
@@ -258,8 +269,9 @@ class ZstzTest(tool.ToolTest):
         self.expect_text(GATEWAY + "host = 10.0.0.7\n\n[cellar]\ndoor = closed\n")
 
     def test_set_refuses_several_values_unless_told(self):
-        self.expect_unchanged(REFUSED, "has 2 values; use --all", "set", self.file, "listener",
-                              "port", "80")
+        refusal = f'zstz: {self.file}: key "port" in [listener] has 2 values; pass --all to '
+        self.expect_unchanged(REFUSED, f"{refusal}replace both, or use 'zstz add'\n", "set",
+                              self.file, "listener", "port", "80")
         self.expect(DONE, "", "set", self.file, "listener", "port", "80", "--all")
         self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", "port = 80\n"))
 
@@ -278,43 +290,55 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, key + "\nname\n", "keys", self.file, stanza)
         self.expect(DONE, "x" * 8183 + "\n", "get", self.file, stanza, "name")
 
+    def test_the_tool_and_the_library_have_the_same_line_limit(self):
+        # The library validates the value of `set`; the tool measures the lines that `check` notes.
+        for size, fits in ((8190, True), (8191, False)):
+            with self.subTest(size):
+                self.path.write_text("[a]\n")
+                value = "x" * (size - len("k = "))
+                run = self.run_tool("set", self.file, "a", "k", value)
+                self.assertEqual(DONE if fits else INVALID_VALUE, run.returncode)
+                self.path.write_text(f"[a]\nk = {value}\n")
+                run = self.run_tool("check", self.file)
+                self.assertEqual(fits, ":2: note: the line exceeds 8190 bytes" not in run.stdout)
+
     def test_add_adds_a_value_once(self):
         for _ in range(2):
             self.expect(DONE, "", "add", self.file, "listener", "port", "9000")
         self.expect_text(GATEWAY.replace("8443\n", "8443\nport = 9000\n"))
         self.expect(DONE, "", "add", self.file, "cellar", "door", "closed")
         self.expect(DONE, "closed\n", "get", self.file, "cellar", "door")
-        self.expect_unchanged(INVALID_VALUE, "an empty value cannot be added", "add", self.file,
-                              "listener", "port", "")
+        self.expect_unchanged(INVALID_VALUE, "cannot add an empty value; use 'zstz set'", "add",
+                              self.file, "listener", "port", "")
 
     def test_unset_removes_a_key_or_a_stanza(self):
-        self.expect_unchanged(REFUSED, "has 2 values; use --all", "unset", self.file, "listener",
-                              "port")
+        self.expect_unchanged(REFUSED, f'zstz: {self.file}: key "port" in [listener] has 2 values; '
+                              "pass --all to remove both\n", "unset", self.file, "listener", "port")
         self.expect(DONE, "", "unset", self.file, "listener", "port", "--all")
         self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", ""))
-        self.expect_unchanged(NOT_FOUND, "there is no key port", "unset", self.file, "listener",
-                              "port")
+        self.expect_unchanged(NOT_FOUND, 'no key "port" in [listener]; ', "unset", self.file,
+                              "listener", "port")
         self.expect(DONE, "", "unset", self.file, "upstream", "--stanza")
         self.expect(DONE, "listener\n", "stanzas", self.file)
-        self.expect_unchanged(NOT_FOUND, "there is no stanza [upstream]", "unset", self.file,
+        self.expect_unchanged(NOT_FOUND, "no stanza [upstream]; ", "unset", self.file,
                               "upstream", "--stanza")
 
     def test_text_that_would_not_read_back_is_refused(self):
         rows = (
-            ("the stanza name", ["a]b", "key", "value"]),
-            ("the stanza name", ["a\nb", "key", "value"]),
+            ("invalid stanza name ", ["a]b", "key", "value"]),
+            ("invalid stanza name ", ["a\nb", "key", "value"]),
             ("at most 8188 bytes", ["a" * 8189, "key", "value"]),
             ("at most 8188 bytes", ["listener", "k" * 8189, "value"]),
-            ("the key", ["listener", "a=b", "value"]),
-            ("the key", ["listener", "#key", "value"]),
-            ("the key", ["listener", "[key", "value"]),
-            ("the key", ["listener", " key", "value"]),
-            ("the key", ["listener", "a\nb", "value"]),
-            ("the value of key name", ["listener", "name", "one\ntwo"]),
+            ("invalid key ", ["listener", "a=b", "value"]),
+            ("invalid key ", ["listener", "#key", "value"]),
+            ("invalid key ", ["listener", "[key", "value"]),
+            ("invalid key ", ["listener", " key", "value"]),
+            ("invalid key ", ["listener", "a\nb", "value"]),
+            ('invalid value of key "name"; ', ["listener", "name", "one\ntwo"]),
             ("at most 8187 bytes", ["listener", "name", "x" * 8184]),
-            ("white space", ["listener", "name", " x"]),
-            ("white space", ["listener", "name", "x\t"]),
-            ("white space", ["listener", "name", "x\r"]),
+            ("whitespace", ["listener", "name", " x"]),
+            ("whitespace", ["listener", "name", "x\t"]),
+            ("whitespace", ["listener", "name", "x\r"]),
             ("--obfuscated", ["listener", "name", "   "]),
         )
         for verb in ("set", "add"):
@@ -336,7 +360,7 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "add", self.file, "upstream", "password", "--obfuscated",
                     given="second")
         self.expect(DONE, "hunter2\nsecond\n", "get", self.file, "upstream", "password", "--all")
-        self.expect_unchanged(REFUSED, "has 2 values", "set", self.file, "upstream", "password",
+        self.expect_unchanged(REFUSED, "has 2 values; ", "set", self.file, "upstream", "password",
                               "--obfuscated", given="third")
         self.expect(DONE, "", "unset", self.file, "upstream", "password", "--all")
         self.assertFalse(pathlib.Path(self.file + ".obf").exists())
@@ -352,7 +376,7 @@ class ZstzTest(tool.ToolTest):
         for rest in (["set", "file", "/tmp/x"], ["set", "other", "x"], ["add", "file", "/tmp/x"],
                      ["set", "password", "--obfuscated"], ["unset", "file"], ["unset", "--stanza"]):
             with self.subTest(rest):
-                self.expect_unchanged(REFUSED, "the stanza [configuration-database] is reserved",
+                self.expect_unchanged(REFUSED, "stanza [configuration-database] is reserved",
                                       rest[0], self.file, reserved, *rest[1:], given="x")
         self.expect(DONE, self.file + ".obf\n", "get", self.file, reserved, "file")
 
@@ -364,12 +388,12 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "x\n", "get", self.file, "safe", "password")
 
     def test_a_key_keeps_its_kind_of_values(self):
-        self.expect_unchanged(REFUSED, "holds plain values", "set", self.file, "listener", "name",
-                              "--obfuscated", given="x")
+        self.expect_unchanged(REFUSED, 'has plain values; leave out --obfuscated, or ', "set",
+                              self.file, "listener", "name", "--obfuscated", given="x")
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         for verb in ("set", "add"):
-            self.expect_unchanged(REFUSED, "holds obfuscated values", verb, self.file, "upstream",
-                                  "password", "y")
+            self.expect_unchanged(REFUSED, "has obfuscated values; pass --obfuscated, or ", verb,
+                                  self.file, "upstream", "password", "y")
 
     def test_an_obfuscated_value_is_never_an_argument(self):
         for verb in ("set", "add"):
@@ -379,20 +403,23 @@ class ZstzTest(tool.ToolTest):
     def test_an_obfuscated_value_is_needed(self):
         for given in ("", "\n"):
             for verb in ("set", "add"):
-                self.expect_unchanged(INVALID_VALUE, "standard input has no value; give one there, or "
-                                      "remove the key with `zstz unset`\n", verb, self.file,
+                self.expect_unchanged(INVALID_VALUE,
+                                      "zstz: no value on standard input; pipe one in, "
+                                      "or remove the key with 'zstz unset'\n", verb, self.file,
                                       "upstream", "password", "--obfuscated", given=given)
 
     def test_an_obfuscated_value_may_not_have_a_nul_byte(self):
-        self.expect_unchanged(INVALID_VALUE, "NUL byte", "set", self.file, "upstream", "password",
-                              "--obfuscated", given="a\0b")
+        self.expect_unchanged(INVALID_VALUE,
+                              "zstz: standard input: the value has a zero byte; remove it\n", "set",
+                              self.file, "upstream", "password", "--obfuscated", given="a\0b")
 
     def ask_at_a_terminal(self, **options):
         """Starts the tool at a terminal, and returns it when it has asked for the value, with both
         ends of the terminal and what was shown."""
         master, slave = pty.openpty()
         self.addCleanup(os.close, master)
-        run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password", "--obfuscated"],
+        run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password",
+                                "--obfuscated"],
                                stdin=slave, stdout=slave, stderr=slave,
                                env=dict(os.environ, LC_ALL="C.UTF-8"), **options)
         shown = b""
@@ -448,10 +475,11 @@ class ZstzTest(tool.ToolTest):
 
     def test_invalid_data_names_file_line_and_text(self):
         rows = (
-            ("[a]\nk = v\n[b\n", 3, "[b", 'has no "]"'),
-            ("[a]\n[b]\n  [a]  \n", 3, "[a]", "further up"),
+            ("[a]\nk = v\n[b\n", 3, "[b", 'no "]" after'),
+            ("[a]\n[b]\n  [a]  \n", 3, "[a]",
+             "duplicate stanza; merge it with the earlier one of that name"),
             ("[a]\nno equals sign\n", 2, "no equals sign", "KEY = VALUE"),
-            ("[a]\n= v\n", 2, "= v", "no key before"),
+            ("[a]\n= v\n", 2, "= v", 'no key before "="; add one'),
             ("\nk = v\n", 2, "k = v", "before the first stanza"),
             ("[a]\n\x1b[31mred\n", 2, "?[31mred", "KEY = VALUE"),
             ("\nHOME\t\t= .\n", 2, "HOME  = .", "before the first stanza"),
@@ -467,10 +495,10 @@ class ZstzTest(tool.ToolTest):
 
     def test_the_bytes_of_a_line_tell_more_than_its_text(self):
         rows = (
-            (f"[a]\n\nk = {'x' * 9000}\n".encode(), 3, "x" * 60 + "...", "longer than 8190 bytes"),
-            (b"[a]\n" + b"k" * 9000 + b" = v\n", 2, "k" * 60 + "...", "longer than 8190 bytes"),
+            (f"[a]\n\nk = {'x' * 9000}\n".encode(), 3, "x" * 60 + "...", "exceeds 8190 bytes"),
+            (b"[a]\n" + b"k" * 9000 + b" = v\n", 2, "k" * 60 + "...", "exceeds 8190 bytes"),
             (f"[a]\nx = {'y' * 9000}\nq\n".encode(), 2, "y" * 60 + "...",
-             "longer than 8190 bytes"),
+             "exceeds 8190 bytes"),
             (b"[a]\n" + b"# " + b"c" * 8189 + b"\nq\n", 3, "q", "KEY = VALUE"),
             (b"\xEF\xBB\xBF[a]\nk = v\n", 1, None, "UTF-8 without one"),
             ("[a]\nk = v\n".encode("utf-16"), 1, None, "UTF-16"),
@@ -492,14 +520,20 @@ class ZstzTest(tool.ToolTest):
     def test_a_damaged_companion_is_invalid_data(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         pathlib.Path(self.file + ".obf").write_bytes(b"no such stream")
-        self.expect_unchanged(INVALID_DATA, "companion file", "check", self.file)
+        self.expect_unchanged(INVALID_DATA, f"zstz: {self.file}.obf: damaged companion file of "
+                              f"{self.file}; restore it, or give up its values: remove the line "
+                              f'"file = ..." of [configuration-database] from {self.file}\n',
+                              "check", self.file)
         pathlib.Path(self.file + ".obf").unlink()
-        self.expect_unchanged(NO_ACCESS, f"cannot read the companion file {self.file}.obf: No such "
-                              "file", "check", self.file)
+        self.expect_unchanged(NO_ACCESS, f"{self.file}.obf: cannot read the companion file of "
+                              f"{self.file}: No such file", "check", self.file)
         pathlib.Path(self.file + ".obf").write_bytes(b"")
-        self.expect_unchanged(NO_ACCESS, f"{self.file}.obf: it is empty", "check", self.file)
-        self.expect_unchanged(NO_ACCESS, 'put back a copy of it, or edit the line "file = ..." of '
-                              f"[configuration-database] out of {self.file}\n", "list", self.file)
+        self.expect_unchanged(NO_ACCESS,
+                              f"companion file of {self.file}: it is empty; restore it, or ",
+                              "check", self.file)
+        self.expect_unchanged(NO_ACCESS,
+                              'restore it, or give up its values: remove the line "file = ..." '
+                              f"of [configuration-database] from {self.file}\n", "list", self.file)
 
     def test_a_file_that_cannot_be_opened(self):
         missing = self.file + ".missing"
@@ -508,41 +542,46 @@ class ZstzTest(tool.ToolTest):
                             ("unset", "a", "b"), ("stanzas",), ("keys", "a"), ("list",),
                             ("check",)):
             with self.subTest(verb):
-                self.expect_unchanged(NO_ACCESS, f"cannot open {missing}: No such file", verb,
-                                      missing, *rest)
+                self.expect_unchanged(NO_ACCESS,
+                                      f"zstz: {missing}: cannot open: No such file or directory; "
+                                      "check the path\n", verb, missing, *rest)
                 self.expect_unchanged(NO_ACCESS, folder, verb, folder, *rest)
 
     def test_a_file_that_cannot_be_read_to_its_end(self):
         unread = "/proc/self/mem"  # can be opened and not be read
-        self.expect(NO_ACCESS, f"cannot read {unread}: Input/output error; check the disk", "list",
+        self.expect(NO_ACCESS, f"{unread}: cannot read: Input/output error; check the disk", "list",
                     unread)
-        self.expect(NO_ACCESS, f"cannot read {unread}: Input/output error; check that", "hexdump",
+        self.expect(NO_ACCESS, f"{unread}: cannot read: Input/output error; give a", "hexdump",
                     unread)
 
     def test_what_is_no_regular_file(self):
         pipe = self.file + ".pipe"
         os.mkfifo(pipe)
-        for path, kind in ((pipe, "a pipe"), (self.room.name, "a folder"),
-                           ("/dev/null", "no regular file")):
+        for path, kind in ((pipe, "a pipe"), (self.room.name, "a directory"),
+                           ("/dev/null", "not a regular file")):
             for verb, *rest in (("list",), ("set", "a", "b", "c")):
                 with self.subTest(path=path, verb=verb):
-                    self.expect(NO_ACCESS, f"{path} is {kind}; name a regular file", verb, path,
+                    self.expect(NO_ACCESS, f"zstz: {path}: is {kind}; give a regular file\n", verb,
+                                path,
                                 *rest)
 
     def test_files_and_folders_that_may_not_be_used(self):
         options = self.as_nobody()
         self.path.chmod(0)
         for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
-            self.expect(NO_ACCESS, f"cannot open {self.file}: Permission denied", *verb, **options)
+            self.expect(NO_ACCESS,
+                        f"{self.file}: cannot open: Permission denied; check the path and", *verb,
+                        **options)
         self.path.chmod(0o444)
-        self.expect_unchanged(NO_ACCESS, f"cannot write {self.file}: Permission denied", "set",
+        self.expect_unchanged(NO_ACCESS, f"{self.file}: cannot write: Permission denied", "set",
                               self.file, "listener", "name", "x", **options)
         self.path.chmod(0o644)
         self.path.parent.chmod(0o555)
         self.addCleanup(self.path.parent.chmod, 0o755)
-        self.expect_unchanged(NO_ACCESS, f"cannot write in {self.room.name}: Permission denied; the "
-                              f"companion file of {self.file} belongs there, check the permissions "
-                              "of the folder\n", "set", self.file, "s", "password",
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.room.name}: cannot create the companion file of "
+                              f"{self.file} here: Permission denied; check the permissions of the "
+                              "directory\n", "set", self.file, "s", "password",
                               "--obfuscated", given="x", **options)
         self.expect(DONE, "", "set", self.file, "listener", "name", "back door", **options)
         self.expect_text(GATEWAY.replace("front", "back"))
@@ -552,9 +591,10 @@ class ZstzTest(tool.ToolTest):
         options = self.as_nobody()
         os.chown(self.file, 0, 0)
         self.path.chmod(0o666)
-        self.expect_unchanged(NO_ACCESS, f"only the owner of {self.file} may make its companion file "
-                              f"{self.file}.obf; store the value as that user\n", "set", self.file,
-                              "s", "password", "--obfuscated", given="x", **options)
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.file}.obf: only the owner of {self.file} can "
+                              "create its companion file; store the value as that user\n", "set",
+                              self.file, "s", "password", "--obfuscated", given="x", **options)
 
     def test_a_stray_companion_that_may_not_be_used(self):
         options = self.as_nobody()
@@ -562,16 +602,16 @@ class ZstzTest(tool.ToolTest):
         stray.write_bytes(b"")
         os.chown(stray, self.path.stat().st_uid, -1)
         stray.chmod(0)
-        self.expect(NO_ACCESS, f"cannot use the companion file {stray}: Permission denied; check its "
-                    "owner and permissions\n", "set", self.file, "s", "password", "--obfuscated",
-                    given="x", **options)
+        self.expect(NO_ACCESS, f"zstz: {stray}: cannot use the companion file of {self.file}: "
+                    "Permission denied; check its owner and permissions\n", "set", self.file, "s",
+                    "password", "--obfuscated", given="x", **options)
 
     def test_memory_that_does_not_suffice(self):
         limited = self.limited(resource.RLIMIT_AS, 64 << 20)
         self.path.write_text("[a]\n" + "".join(f"k{i} = {'x' * 5000}\n" for i in range(6000)))
         for verb in (["stanzas", self.file], ["set", self.file, "a", "k", "v"],
                      ["java", self.file, "check"]):
-            self.expect(INTERNAL, "zstz: memory is exhausted; free some and try again\n", *verb,
+            self.expect(INTERNAL, "zstz: out of memory; free some and try again\n", *verb,
                         **limited)
 
     def test_a_companion_that_cannot_be_read(self):
@@ -580,13 +620,15 @@ class ZstzTest(tool.ToolTest):
                     **options)
         companion = pathlib.Path(self.file + ".obf")
         companion.chmod(0)
-        self.expect(NO_ACCESS, f"cannot read the companion file {companion}: Permission denied; "
-                    "check its owner and permissions\n", "list", self.file, **options)
+        self.expect(NO_ACCESS, f"zstz: {companion}: cannot read the companion file of {self.file}: "
+                    "Permission denied; check its owner and permissions\n", "list", self.file,
+                    **options)
         companion.unlink()
-        for make, kind in ((os.mkdir, "a folder"), (os.mkfifo, "a pipe")):
+        for make, kind in ((os.mkdir, "a directory"), (os.mkfifo, "a pipe")):
             make(companion)
-            self.expect(NO_ACCESS, f"cannot read the companion file {companion}: it is {kind}; put "
-                        "back a copy of it, or", "list", self.file, **options)
+            self.expect(NO_ACCESS,
+                        f"{companion}: cannot read the companion file of {self.file}: it is "
+                        f"{kind}; restore it, or", "list", self.file, **options)
             os.rmdir(companion) if companion.is_dir() else companion.unlink()
 
     def test_a_file_that_was_moved_with_its_companion(self):
@@ -594,32 +636,38 @@ class ZstzTest(tool.ToolTest):
         moved = self.path.parent / "moved.conf"
         self.path.rename(moved)
         pathlib.Path(self.file + ".obf").rename(f"{moved}.obf")
-        self.expect_unchanged(NO_ACCESS, f"zstz: cannot read the companion file {self.file}.obf: No "
-                              f"such file or directory; if {moved} was moved or renamed together "
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.file}.obf: cannot read the companion file of "
+                              f"{moved}: No such file or directory; if {moved} was moved together "
                               f"with {moved}.obf, change the line \"file = ...\" of "
-                              "[configuration-database] to the path of that\n", "list", str(moved))
+                              f"[configuration-database] to the path of {moved}.obf\n", "list",
+                              str(moved))
         moved.write_text(moved.read_text().replace(f"{self.file}.obf", f"{moved}.obf"))
         self.expect(DONE, "x\n", "get", str(moved), "upstream", "password")
 
     def test_a_file_that_may_be_no_companion(self):
         os.mkdir(self.file + ".obf")
-        self.expect_unchanged(NO_ACCESS, f"{self.file}.obf is a folder, where the companion file of "
-                              f"{self.file} belongs; move it away\n", "set", self.file, "s",
-                              "password", "--obfuscated", given="x")
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.file}.obf: is a directory, but has the name of the "
+                              f"companion of {self.file}; rename it and try again\n", "set",
+                              self.file, "s", "password", "--obfuscated", given="x")
         os.rmdir(self.file + ".obf")
         self.path.write_text("[a]\nk = v\n[configuration-database]\nfile = /etc/passwd\n")
         self.path.chmod(0o666)
-        self.expect_unchanged(NO_ACCESS, f"/etc/passwd may not be the companion file of {self.file}, "
-                              f"because others than you may write {self.file} ", "list", self.file)
-        self.expect_unchanged(NO_ACCESS, 'edit the line "file = ..." of [configuration-database] out '
-                              f"of {self.file}\n", "set", self.file, "a", "k", "w")
+        self.expect_unchanged(NO_ACCESS, f"zstz: /etc/passwd: refused as the companion file of "
+                              f"{self.file}: other users can write {self.file}, or no store has "
+                              "created this file; check the owner and the mode of both, or remove ",
+                              "list", self.file)
+        self.expect_unchanged(NO_ACCESS,
+                              'remove the line "file = ..." of [configuration-database] from '
+                              f"{self.file}\n", "set", self.file, "a", "k", "w")
 
     def test_a_file_with_the_name_of_the_companion_is_left_alone(self):
         other = pathlib.Path(self.file + ".obf")
         other.write_text("[other]\nk = v\n")
         for options in [], ["--replace"]:
             self.expect_unchanged(NO_ACCESS, f"zstz: {other}: is not a companion file, but has the "
-                                  f"name of the companion of {self.file}; rename it, then try "
+                                  f"name of the companion of {self.file}; rename it and try "
                                   "again\n", "set",
                                   self.file, "listener", "password", "--obfuscated", *options,
                                   given="x")
@@ -633,8 +681,9 @@ class ZstzTest(tool.ToolTest):
         journal.write_bytes(b"journal")
         journal.chmod(0)
         for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
-            self.expect(NO_ACCESS, f"{journal}: is the journal of a store that was interrupted, and "
-                        "cannot be read", *verb, **options)
+            self.expect(NO_ACCESS,
+                        f"zstz: {journal}: cannot read this journal of an interrupted store; "
+                        "do not remove it: ", *verb, **options)
 
     def test_replacing_gives_the_name_to_a_new_file(self):
         self.path.chmod(0o640)
@@ -669,9 +718,10 @@ class ZstzTest(tool.ToolTest):
             with self.subTest(name=name, edit=edit):
                 planted = folder / f".{self.path.name}{name}"
                 planted.write_bytes(b"planted")
-                self.expect_unchanged(NO_ACCESS, f"zstz: {planted}: is in the way of a file that "
-                                      f"{self.file} needs while it is stored; remove or rename it as "
-                                      "its owner\n", *edit, given="x", **options)
+                self.expect_unchanged(NO_ACCESS,
+                                      f"zstz: {planted}: has the name of a temporary file "
+                                      f"for storing {self.file}; remove or rename it as its "
+                                      "owner\n", *edit, given="x", **options)
                 planted.unlink()
                 self.expect(DONE, "", *edit, given="x", **options)
 
@@ -683,9 +733,10 @@ class ZstzTest(tool.ToolTest):
         journal.write_bytes(b"another writer's")
         journal.chmod(0o600)
         for verb in ["list", self.file], ["set", self.file, "listener", "name", "x"]:
-            self.expect_unchanged(NO_ACCESS, f"zstz: {journal}: is the journal of a store that was "
-                                  "interrupted, and cannot be read; have its owner, or root, change "
-                                  f"{self.file} with zstz, and do not remove the journal before\n",
+            self.expect_unchanged(NO_ACCESS,
+                                  f"zstz: {journal}: cannot read this journal of an interrupted "
+                                  "store; do not remove it: its owner or root must first change "
+                                  f"{self.file} with zstz\n",
                                   *verb, **options)
         self.expect(DONE, "", "set", self.file, "listener", "name", "x")
         self.expect(DONE, "x\n", "get", self.file, "listener", "name", **options)
@@ -700,13 +751,15 @@ class ZstzTest(tool.ToolTest):
         self.path.symlink_to(real)
         edit = ["set", self.file, "listener", "name", "x", "--replace"]
         os.chown(real.parent, 0, 0)
-        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: its directory "
-                              "allows no new file; leave out --replace, or check the permissions of "
-                              "the directory\n", *edit, **options)
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.file}: cannot replace: cannot create a file in its "
+                              "directory; leave out --replace, or check the permissions of the "
+                              "directory\n", *edit, **options)
         real.parent.chmod(0o777)
         os.chown(real, -1, 0)
-        self.expect_unchanged(NO_ACCESS, f"zstz: {self.file} cannot be replaced: a new file cannot "
-                              "have its owner, group or attributes; leave out --replace, or run as "
+        self.expect_unchanged(NO_ACCESS,
+                              f"zstz: {self.file}: cannot replace: a new file cannot get its "
+                              "owner, group or attributes; leave out --replace, or run as "
                               "its owner or as root\n", *edit, **options)
         self.expect(DONE, "", *edit[:-1], **options)
 
@@ -723,34 +776,37 @@ class ZstzTest(tool.ToolTest):
             self.skipTest("no program unshare")
         if run.returncode in (1, 99):
             self.skipTest("no mount allowed: " + run.stderr)
-        self.assertEqual((NO_ACCESS, f"zstz: {self.file} cannot be replaced: another file is mounted "
+        self.assertEqual((NO_ACCESS, f"zstz: {self.file}: cannot replace: another file is mounted "
                           "there; leave out --replace\n"), (run.returncode, run.stderr))
         self.assertEqual([GATEWAY] * 2, [path.read_text() for path in (self.path, other)])
 
     def test_a_limit_of_the_file_size(self):
         limited = self.limited(resource.RLIMIT_FSIZE, 64)
         for options in [], ["--replace"]:
-            self.expect_unchanged(NO_ACCESS, ": File too large; check the limit of file sizes (ulimit "
-                                  "-f); a configuration file may have 1 GiB\n", "set", self.file,
+            self.expect_unchanged(NO_ACCESS,
+                                  ": File too large; check the file size limit (ulimit -f); "
+                                  "a configuration file can have 1 GiB\n", "set", self.file,
                                   "listener", "name", "x" * 100, *options, **limited)
 
     def test_a_file_that_another_process_holds(self):
         with open(self.path, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
-            self.expect(LOCKED, "in use by another process", "list", self.file)
-            self.expect(LOCKED, "in use by another process", "set", self.file, "listener", "name",
-                        "x")
+            self.expect(LOCKED, f"zstz: {self.file}: locked by another process; try again\n",
+                        "list", self.file)
+            self.expect(LOCKED, ": locked by another process; try again\n", "set", self.file,
+                        "listener", "name", "x")
             fcntl.lockf(held, fcntl.LOCK_UN)
             fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
             self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
-            self.expect(LOCKED, "in use by another process", "set", self.file, "listener", "name",
-                        "x")
+            self.expect(LOCKED, ": locked by another process; try again\n", "set", self.file,
+                        "listener", "name", "x")
         self.expect_text(GATEWAY)
 
     def test_changes_at_the_same_time_do_not_lose_one_another(self):
         environment = dict(os.environ, LC_ALL="C.UTF-8")
         keys = [f"key{i}" for i in range(12)]
-        runs = [subprocess.Popen([tool.TOOL, "set", self.file, "upstream", key, "1"], env=environment)
+        runs = [subprocess.Popen([tool.TOOL, "set", self.file, "upstream", key, "1"],
+                                 env=environment)
                 for key in keys]
         self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
         printed = self.run_tool("keys", self.file, "upstream").stdout.split()
@@ -759,8 +815,8 @@ class ZstzTest(tool.ToolTest):
     def test_a_turn_that_never_comes(self):
         with open(self.file, "rb") as held:
             fcntl.flock(held, fcntl.LOCK_EX)
-            self.expect(LOCKED, "is being changed by another process", "set", self.file,
-                        "upstream", "weight", "9")
+            self.expect(LOCKED, f"zstz: {self.file}: locked by another process; try again\n", "set",
+                        self.file, "upstream", "weight", "9")
         self.expect(DONE, "", "set", self.file, "upstream", "weight", "9")
 
     def test_standard_output_that_takes_nothing(self):
@@ -775,7 +831,8 @@ class ZstzTest(tool.ToolTest):
         with open("/dev/full", "w", encoding="utf-8") as full:
             run = subprocess.run([tool.TOOL, "hexdump", "/dev/zero"], stdout=full,
                                  stderr=subprocess.PIPE, text=True, check=False, timeout=60)
-        self.assertEqual((NO_ACCESS, "zstz: cannot write to standard output; check where it goes\n"),
+        self.assertEqual((NO_ACCESS,
+                          "zstz: standard output: cannot write; check its destination\n"),
                          (run.returncode, run.stderr))
 
     def test_standard_descriptors_that_are_closed(self):
@@ -791,7 +848,7 @@ class ZstzTest(tool.ToolTest):
         run = subprocess.run(f'"{tool.TOOL}" set "{self.file}" listener name --obfuscated <&-',
                              shell=True, capture_output=True, text=True, check=False, timeout=60)
         self.assertEqual(NO_ACCESS, run.returncode)
-        self.assertIn("give it on standard input", run.stderr)
+        self.assertEqual("zstz: standard input: cannot read the value; pipe it in\n", run.stderr)
 
     # ---- Usage ----
 
@@ -817,7 +874,8 @@ class ZstzTest(tool.ToolTest):
 
     def test_a_value_that_looks_like_an_option(self):
         for arguments in (["listener", "name", "-verbose"], ["listener", "-name", "x"]):
-            self.expect_unchanged(USAGE, "; put -- before names and values that start with \"-\", or "
+            self.expect_unchanged(USAGE,
+                                  "; put -- before names and values that start with \"-\", or "
                                   "run 'zstz set --help'\n", "set", self.file, *arguments)
         self.expect(DONE, "", "set", self.file, "--", "listener", "-name", "-verbose")
         self.expect(DONE, "-verbose\n", "get", self.file, "listener", "--", "-name")
@@ -880,7 +938,8 @@ class ZstzTest(tool.ToolTest):
                 with self.subTest(verb=verb, flag=flag):
                     run = self.run_tool(verb, flag)
                     self.assertEqual((DONE, ""), (run.returncode, run.stderr))
-                    self.assertRegex(run.stdout, rf"\A[A-Z][^\n]+\.\nUsage: zstz {verb} \[OPTIONS\] ")
+                    self.assertRegex(run.stdout,
+                                     rf"\A[A-Z][^\n]+\.\nUsage: zstz {verb} \[OPTIONS\] ")
                     self.assertRegex(run.stdout, rf"Example:\n  zstz {verb} ")
         self.assertRegex(self.run_tool("set", "--help").stdout,
                          r"Example:\n  zstz set .*\n  zstz set .* --obfuscated <")
@@ -896,7 +955,8 @@ class ZstzTest(tool.ToolTest):
         environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
         run = subprocess.run([str(link), "stanzas", self.file], cwd="/", env=environment,
                              capture_output=True, text=True, check=False)
-        self.assertEqual((DONE, "listener\nupstream\n", ""), (run.returncode, run.stdout, run.stderr))
+        self.assertEqual((DONE, "listener\nupstream\n", ""),
+                         (run.returncode, run.stdout, run.stderr))
 
     def test_text_is_taken_as_it_is_in_every_locale(self):
         for locale in ("C", "C.UTF-8"):

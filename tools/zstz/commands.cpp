@@ -22,9 +22,10 @@ void requireKey(ZProperties_6_0& store, Request const& request)
 {
     requireStanza(store, request.file, request.stanza);
     if (store.exists(request.stanza.c_str(), request.key.c_str()) == 0)
-        throw Failure{exitNotFound, "there is no key " + request.key + " in stanza [" +
-                                        request.stanza + "] of " + request.file +
-                                        "; `zstz keys` lists what there is"};
+        throw Failure{exitNotFound,
+                      request.file,
+                      {"no key " + quote(request.key) + " in [" + request.stanza + "]",
+                       "run 'zstz keys " + request.file + " " + request.stanza + "' to list them"}};
 }
 
 // ---- Changing ---------------------------------------------------------------------------------
@@ -92,7 +93,7 @@ std::string readInput()
     while ((length = fread(chunk, 1, sizeof chunk, stdin)) > 0)
         value.append(chunk, length);
     if (ferror(stdin))
-        throw Failure{exitNoAccess, "cannot read the value; give it on standard input"};
+        throw Failure{exitNoAccess, "standard input", {"cannot read the value", "pipe it in"}};
     if (!value.empty() && value.back() == '\n')
         value.pop_back();
     return value;
@@ -103,11 +104,13 @@ std::string readValue()
 {
     std::string const value = isatty(STDIN_FILENO) ? promptForValue() : readInput();
     if (value.empty())  // for example, the command before the pipe failed
-        throw Failure{exitInvalidValue,
-                      "standard input has no value; give one there, or remove the key with `zstz "
-                      "unset`"};
+        throw Failure{
+            exitInvalidValue,
+            "",
+            {"no value on standard input", "pipe one in, or remove the key with 'zstz unset'"}};
     if (value.find('\0') != std::string::npos)
-        throw Failure{exitInvalidValue, "the value has a NUL byte in it; take it out"};
+        throw Failure{
+            exitInvalidValue, "standard input", {"the value has a zero byte", "remove it"}};
     return value;
 }
 
@@ -124,11 +127,13 @@ void checkKind(ZProperties_6_0& store, Request const& request)
     bool const obfuscated = store.isObfuscated(request.stanza.c_str(), request.key.c_str()) != 0;
     if (obfuscated == request.obfuscated)
         return;
-    throw Failure{
-        exitRefused,
-        "key " + request.key + " in [" + request.stanza + "] of " + request.file +
-            (obfuscated ? " holds obfuscated values; use --obfuscated, or unset it first"
-                        : " holds plain values; leave out --obfuscated, or unset it first")};
+    std::string const key = nameKey(request.key, request.stanza);
+    throw Failure{exitRefused, request.file,
+                  obfuscated ? Problem{key + " has obfuscated values",
+                                       "pass --obfuscated, or remove the key with 'zstz unset'"}
+                             : Problem{key + " has plain values",
+                                       "leave out --obfuscated, or "
+                                       "remove the key with 'zstz unset'"}};
 }
 
 // Returns the key or stanza whose lines the user asked to remove or replace.
@@ -140,13 +145,16 @@ EditedFile::Removal removalOf(Request const& request)
 }
 
 // Refuses a change that would remove more than one value, unless --all is set.
-void checkCount(ZProperties_6_0& store, Request const& request, char const* advice)
+void checkCount(ZProperties_6_0& store, Request const& request, char const* verb,
+                char const* alternative)
 {
     int const count = store.numValues(request.stanza.c_str(), request.key.c_str());
     if (count > 1 && !request.all)
-        throw Failure{exitRefused, "key " + request.key + " in [" + request.stanza + "] of " +
-                                       request.file + " has " + std::to_string(count) +
-                                       " values; use --all to " + advice};
+        throw Failure{
+            exitRefused,
+            request.file,
+            {nameKey(request.key, request.stanza) + " has " + std::to_string(count) + " values",
+             std::string("pass --all to ") + verb + (count == 2 ? " both" : " all") + alternative}};
 }
 
 // Refuses a number outside the range of unsigned int. The library would return another number: it
@@ -158,9 +166,10 @@ void checkNumber(std::string const& value, Request const& request)
     unsigned long const wide = strtoul(text, nullptr, 0);
     if (errno != 0 || wide > UINT_MAX || (*text == '-' && wide != 0))
         throw Failure{exitInvalidValue,
-                      request.file + ": the value " + quote(value) + " of key " + request.key +
-                          " in [" + request.stanza + "] is not a number from 0 to " +
-                          std::to_string(UINT_MAX) + "; leave out --as to print it as it is"};
+                      request.file,
+                      {nameKey(request.key, request.stanza) + ": " + quote(value) +
+                           " is not a number from 0 to " + std::to_string(UINT_MAX),
+                       "leave out --as to print it unchanged"}};
 }
 
 }  // namespace
@@ -194,12 +203,12 @@ int runGet(Request const& request)
 int runSet(Request const& request)
 {
     std::string const value = requestedValue(request);
-    checkNames(request.stanza, request.key);
+    checkNames(request.file, request.stanza, request.key);
     if (!request.obfuscated)
-        checkValue(request.key, value);
+        checkValue(request.file, request.key, value);
     EditedFile file(request.file, removalOf(request));
     checkKind(file.store(), request);
-    checkCount(file.store(), request, "replace them all, or `zstz add`");
+    checkCount(file.store(), request, "replace", ", or use 'zstz add'");
     file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
                           request.obfuscated);
     file.store().setReplacing(request.replace);
@@ -210,13 +219,14 @@ int runSet(Request const& request)
 int runAdd(Request const& request)
 {
     std::string const value = requestedValue(request);
-    checkNames(request.stanza, request.key);
+    checkNames(request.file, request.stanza, request.key);
     if (!request.obfuscated)
-        checkValue(request.key, value);
+        checkValue(request.file, request.key, value);
     if (value.empty())
         throw Failure{exitInvalidValue,
-                      "an empty value cannot be added; `zstz set` makes a key "
-                      "without a value"};
+                      request.file,
+                      {nameKey(request.key, request.stanza) + ": cannot add an empty value",
+                       "use 'zstz set' for a key without a value"}};
     EditedFile file(request.file);
     checkKind(file.store(), request);
     file.store().addValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
@@ -228,14 +238,14 @@ int runAdd(Request const& request)
 
 int runUnset(Request const& request)
 {
-    checkReserved(request.stanza);
+    checkReserved(request.file, request.stanza);
     EditedFile file(request.file, removalOf(request));
     if (request.wholeStanza) {
         requireStanza(file.store(), request.file, request.stanza);
         file.store().deleteStanza(request.stanza.c_str());
     } else {
         requireKey(file.store(), request);
-        checkCount(file.store(), request, "remove them all");
+        checkCount(file.store(), request, "remove", "");
         file.store().deleteKey(request.stanza.c_str(), request.key.c_str());
     }
     file.store().setReplacing(request.replace);
@@ -288,6 +298,12 @@ int runList(Request const& request)
 
 namespace {
 
+void printNote(std::string const& path, size_t number, Problem const& problem)
+{
+    printf("%s: note: %s; %s\n", nameLine(path, number).c_str(), problem.text.c_str(),
+           problem.remedy.c_str());
+}
+
 void checkFile(std::string const& path)
 {
     LoadedFile const file(path);
@@ -303,17 +319,16 @@ void checkFile(std::string const& path)
            formatCount(values, "value", "values").c_str());
     size_t reported = 0;
     forEachRawLine(path, [&](RawLine const& line) {
-        if ((line.isSplit || line.hasZero) && line.number != reported)
-            printf("%s:%zu: note: %s\n", path.c_str(), reported = line.number,
-                   line.isSplit ? kSplitLine : kZeroByte);
+        auto const problem = describeRawLine(line);
+        if (problem && line.number != reported)
+            printNote(path, reported = line.number, *problem);
         return true;
     });
     auto const isObfuscated = [&file](std::string const& stanza, std::string const& key) {
         return file.isObfuscated(stanza, key);
     };
     for (DroppedLine const& dropped : findDroppedLines(path, isObfuscated))
-        printf("%s:%zu: note: %s\n", path.c_str(), dropped.number,
-               describeDroppedLine(dropped).c_str());
+        printNote(path, dropped.number, describeDroppedLine(dropped));
 }
 
 }  // namespace

@@ -42,8 +42,7 @@ EditLock::EditLock(std::string const& path) : fd_(openForLock(path))
         }
         if (++tries > kMaxTries) {
             close(fd_);
-            throw Failure{exitLocked,
-                          path + " is being changed by another process; try again in a moment"};
+            throw Failure{exitLocked, path, {"locked by another process", "try again"}};
         }
         usleep(kRetryInterval);
     }

@@ -10,6 +10,8 @@
 #include <wchar.h>
 #include <wctype.h>
 
+#include <optional>
+
 #include "raw_lines.h"
 
 namespace {
@@ -17,11 +19,14 @@ namespace {
 // bytes of a quoted text
 constexpr size_t kMaxQuotedLength = 60;
 
-constexpr char kRemoveEntry[] = "edit the line \"file = ...\" of [configuration-database] out of ";
-
-std::string restoreCompanion(std::string const& mainFile)
+std::string removeEntryRemedy(std::string const& mainFile)
 {
-    return "put back a copy of it, or " + (kRemoveEntry + mainFile);
+    return "remove the line \"file = ...\" of [configuration-database] from " + mainFile;
+}
+
+std::string restoreRemedy(std::string const& mainFile)
+{
+    return "restore it, or give up its values: " + removeEntryRemedy(mainFile);
 }
 
 bool startsWith(std::string const& line, char c)
@@ -30,50 +35,46 @@ bool startsWith(std::string const& line, char c)
 }
 
 // Returns the problem of a line that the library rejected, from the text of the line.
-char const* describeInvalidLine(std::string const& line)
+Problem describeInvalidLine(std::string const& line)
 {
+    if (startsWith(line, '[') && line.find(']') == std::string::npos)
+        return {"no \"]\" after the stanza name", "add it"};
     if (startsWith(line, '['))
-        return line.find(']') == std::string::npos
-                   ? "the stanza head has no \"]\"; end the name with one"
-                   : "a stanza of this name stands further up; join the two";
+        return {"duplicate stanza", "merge it with the earlier one of that name"};
     if (line.find('=') == std::string::npos)
-        return "neither a stanza head, a comment nor KEY = VALUE; add the \"=\" or a leading \"#\"";
+        return {"neither a stanza header, a comment nor KEY = VALUE",
+                "add \"=\", or \"#\" at the start"};
     if (startsWith(line, '='))
-        return "there is no key before the \"=\"; give it one";
-    return "a key before the first stanza; put it below a [stanza] head";
-}
-
-// Returns the problem of a line from its bytes in the file; null if the text of the line is enough.
-char const* describeRawLine(RawLine const& line)
-{
-    if (line.isSplit)
-        return kSplitLine;
-    if (line.number == 1 && describeByteOrderMark(line.bytes) != nullptr)
-        return describeByteOrderMark(line.bytes);
-    return line.hasZero ? kZeroByte : nullptr;
+        return {"no key before \"=\"", "add one"};
+    return {"key before the first stanza", "move it below a [stanza] header"};
 }
 
 Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string const& file)
 {
     std::string const damaged = toStdString(e.propFile());
     if (e.badline() == 0)
-        return {exitInvalidData, damaged +
-                                     ": the companion file of obfuscated values is damaged; " +
-                                     restoreCompanion(file)};
+        return {
+            exitInvalidData, damaged, {"damaged companion file of " + file, restoreRemedy(file)}};
     size_t const libraryNumber = static_cast<size_t>(e.badline());
     size_t number = libraryNumber;
     std::string const line = toStdString(e.baddata());
-    char const* problem = describeInvalidLine(line);
+    Problem problem = describeInvalidLine(line);
     forEachRawLine(damaged, [&](RawLine const& raw) {
         if (raw.libraryNumber != libraryNumber)
             return true;
         number = raw.number;
-        if (char const* const cause = describeRawLine(raw))
-            problem = cause;
+        std::optional<Problem> cause;
+        if (number == 1 && !raw.isSplit)
+            cause = describeByteOrderMark(raw.bytes);
+        if (!cause)
+            cause = describeRawLine(raw);
+        if (cause)
+            problem = *cause;
         return false;
     });
     return {exitInvalidData,
-            damaged + ":" + std::to_string(number) + ": " + quote(line) + ": " + problem};
+            nameLine(damaged, number),
+            {quote(line) + ": " + problem.text, problem.remedy}};
 }
 
 // Returns the kind of a file that cannot be a configuration file; null for a regular or missing
@@ -83,32 +84,42 @@ char const* irregularKind(std::string const& path)
     struct stat status;
     if (stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode))
         return nullptr;
-    return S_ISDIR(status.st_mode)    ? "a folder"
+    return S_ISDIR(status.st_mode)    ? "a directory"
            : S_ISFIFO(status.st_mode) ? "a pipe"
-                                      : "no regular file";
+                                      : "not a regular file";
+}
+
+Failure describeIrregularFile(std::string const& path, char const* kind)
+{
+    return {exitNoAccess, path, {std::string("is ") + kind, "give a regular file"}};
 }
 
 // Describes an unreadable companion file. The library reports a missing and an empty companion with
 // the same code.
 Failure describeCompanion(std::string const& file, int error, std::string const& mainFile)
 {
-    std::string const what = "cannot read the companion file " + file + ": ";
+    std::string const problem = "cannot read the companion file of " + mainFile + ": ";
+    std::string const expected = mainFile + ".obf";
     struct stat status;
-    std::string const own = mainFile + ".obf";
     if (stat(file.c_str(), &status) != 0) {
         error = errno;
-        if (error == ENOENT && stat(own.c_str(), &status) == 0)
-            return {exitNoAccess, what + strerror(error) + "; if " + mainFile +
-                                      " was moved or renamed together with " + own +
-                                      ", change the line \"file = ...\" of "
-                                      "[configuration-database] to the path of that"};
-    } else if (char const* const kind = irregularKind(file))
-        return {exitNoAccess, what + "it is " + kind + "; " + restoreCompanion(mainFile)};
-    else if (error == EINVAL)
-        return {exitNoAccess, what + "it is empty; " + restoreCompanion(mainFile)};
+        if (error == ENOENT && stat(expected.c_str(), &status) == 0)
+            return {exitNoAccess,
+                    file,
+                    {problem + strerror(error),
+                     "if " + mainFile + " was moved together with " + expected +
+                         ", change the line \"file = ...\" of [configuration-database] to the "
+                         "path of " +
+                         expected}};
+    } else if (char const* const kind = irregularKind(file)) {
+        return {exitNoAccess, file, {problem + "it is " + kind, restoreRemedy(mainFile)}};
+    } else if (error == EINVAL) {
+        return {exitNoAccess, file, {problem + "it is empty", restoreRemedy(mainFile)}};
+    }
     return {exitNoAccess,
-            what + strerror(error) + "; " +
-                (error == ENOENT ? restoreCompanion(mainFile) : "check its owner and permissions")};
+            file,
+            {problem + strerror(error),
+             error == ENOENT ? restoreRemedy(mainFile) : "check its owner and permissions"}};
 }
 
 // Describes why the library refused a companion file, or could not create one in a directory.
@@ -116,24 +127,30 @@ Failure describeCompanionRefusal(std::string const& path, int error, std::string
 {
     struct stat status;
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && error != EPERM)
-        return {exitNoAccess, "cannot write in " + path + ": " + strerror(error) +
-                                  "; the companion file of " + mainFile +
-                                  " belongs there, check the permissions of the folder"};
+        return {exitNoAccess,
+                path,
+                {"cannot create the companion file of " + mainFile + " here: " + strerror(error),
+                 "check the permissions of the directory"}};
     if (error == EEXIST)
         return {exitNoAccess,
-                path + ": is not a companion file, but has the name of the companion of " +
-                    mainFile + "; rename it, then try again"};
+                path,
+                {"is not a companion file, but has the name of the companion of " + mainFile,
+                 "rename it and try again"}};
     if (error != EPERM)
-        return {exitNoAccess, "cannot use the companion file " + path + ": " + strerror(error) +
-                                  "; check its owner and permissions"};
+        return {exitNoAccess,
+                path,
+                {"cannot use the companion file of " + mainFile + ": " + strerror(error),
+                 "check its owner and permissions"}};
     if (char const* const kind = irregularKind(path))
-        return {exitNoAccess, path + " is " + kind + ", where the companion file of " + mainFile +
-                                  " belongs; move it away"};
+        return {exitNoAccess,
+                path,
+                {std::string("is ") + kind + ", but has the name of the companion of " + mainFile,
+                 "rename it and try again"}};
     return {exitNoAccess,
-            path + " may not be the companion file of " + mainFile +
-                ", because others than you may write " + mainFile +
-                " or because no store made it; check the owner and the mode of both, or " +
-                kRemoveEntry + mainFile};
+            path,
+            {"refused as the companion file of " + mainFile + ": other users can write " +
+                 mainFile + ", or no store has created this file",
+             "check the owner and the mode of both, or " + removeEntryRemedy(mainFile)}};
 }
 
 std::string nameOf(std::string const& path)
@@ -164,101 +181,113 @@ bool isReplacement(std::string const& file, std::string const& mainFile)
 
 // Returns why --replace could not rename a new file over `mainFile`; empty if the failure has
 // another cause.
-std::string explainReplaceError(std::string const& file, std::string const& api, int error,
-                                std::string const& mainFile)
+std::optional<Problem> describeReplaceError(std::string const& file, std::string const& api,
+                                            int error, std::string const& mainFile)
 {
+    std::string const problem = "cannot replace: ";
     bool const isRefused =
         error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
     if (api == "rename()" && file == mainFile)
-        return (error == EBUSY ? "another file is mounted there" : strerror(error)) +
-               std::string("; leave out --replace");
+        return Problem{
+            problem + (error == EBUSY ? "another file is mounted there" : strerror(error)),
+            "leave out --replace"};
     if (!isReplacement(file, mainFile))
-        return "";
+        return {};
     if (api == "fchown()" || api == "fsetxattr()")
-        return "a new file cannot have its owner, group or attributes; leave out --replace, or run "
-               "as its owner or as root";
+        return Problem{problem + "a new file cannot get its owner, group or attributes",
+                       "leave out --replace, or run as its owner or as root"};
     if (api == "open()" && isRefused)
-        return "its directory allows no new file; leave out --replace, or check the permissions of "
-               "the directory";
-    return "";
+        return Problem{problem + "cannot create a file in its directory",
+                       "leave out --replace, or check the permissions of the directory"};
+    return {};
+}
+
+// Returns the problem of a journal or of another file that exists only during a store; empty if the
+// failure has another cause.
+std::optional<Problem> describeHiddenSibling(std::string const& file, std::string const& api,
+                                             int error, std::string const& mainFile)
+{
+    if (isJournal(file) && api == "access()")
+        return Problem{
+            "journal of an interrupted store, but its owner cannot write " + mainFile,
+            "compare both, then give it the owner of " + mainFile + " (chown) or remove it"};
+    if (isJournal(file) && api == "open()" && error == EACCES)
+        return Problem{
+            "cannot read this journal of an interrupted store",
+            "do not remove it: its owner or root must first change " + mainFile + " with zstz"};
+    if ((isHiddenSibling(file) && error == EEXIST) ||
+        (isJournal(file) && (error == EPERM || error == EISDIR)))
+        return Problem{"has the name of a temporary file for storing " + mainFile,
+                       "remove or rename it as its owner"};
+    return {};
+}
+
+// Describes a failed call by a table; the default is a failed write.
+Failure describeCall(std::string const& file, std::string const& api, int error)
+{
+    struct Row {
+        char const* api;
+        char const* problem;
+        char const* remedy;
+    };
+    static constexpr Row kRows[] = {
+        {"fopen(r)", "cannot open: ", "check the path and its permissions"},
+        {"fopen(r+)", "cannot write: ", "check the path and its permissions"},
+        {"fopen(wt)", "cannot write: ", "check the path and its permissions"},
+        {"fopen(w)", "cannot write: ", "check the permissions of its directory"},
+        {"read()", "cannot read: ", "check the disk that it is on"},
+        {"open()", "cannot open: ", "check its permissions and the free space"},
+    };
+    Row found = {"", "cannot write: ", "check the free space and the permissions"};
+    for (Row const& row : kRows)
+        if (api == row.api)
+            found = row;
+    if (error == EFBIG)
+        found.remedy = "check the file size limit (ulimit -f); a configuration file can have 1 GiB";
+    if (error == ENOENT)
+        found.remedy = "check the path";
+    return {exitNoAccess, file, {found.problem + std::string(strerror(error)), found.remedy}};
 }
 
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
-    struct Row {
-        char const* api;
-        char const* what;
-        char const* advice;
-    };
-    static constexpr Row kRows[] = {
-        {"fopen(r)", "cannot open ", "check the path and its permissions"},
-        {"fopen(r+)", "cannot write ", "check the path and its permissions"},
-        {"fopen(wt)", "cannot write ", "check the path and its permissions"},
-        {"fopen(w)", "cannot write ", "check the permissions of its folder"},
-        {"read()", "cannot read ", "check the disk that it is on"},
-        {"open()", "cannot open ", "check its permissions and the room there"},
-    };
     std::string const file = toStdString(e.propFile());
     std::string const api = toStdString(e.api());
     int const error = e.excerrno();
     if (api == "fcntl()" && (error == EAGAIN || error == EACCES || error == EDEADLK))
-        return {exitLocked, file + " is in use by another process; try again in a moment"};
-
+        return {exitLocked, file, {"locked by another process", "try again"}};
     if (api == "mapFile()")
         return describeCompanion(file, error, mainFile);
-    if (api == "access()" && isJournal(file))
-        return {exitNoAccess, file +
-                                  ": is the journal of a store that was interrupted, but its owner "
-                                  "may not write " +
-                                  mainFile +
-                                  "; compare both, then make it the "
-                                  "owner's (chown) or remove it"};
-    if (api == "access()")
+    if (api == "access()" && !isJournal(file))
         return describeCompanionRefusal(file, error, mainFile);
-    std::string const why = explainReplaceError(file, api, error, mainFile);
-    if (!why.empty())
-        return {exitNoAccess, mainFile + " cannot be replaced: " + why};
+    if (auto const problem = describeReplaceError(file, api, error, mainFile))
+        return {exitNoAccess, mainFile, *problem};
     if (api == "fchown()" && error == EPERM)
-        return {exitNoAccess, "only the owner of " + mainFile + " may make its companion file " +
-                                  file + "; store the value as that user"};
-    if (isJournal(file) && api == "open()" && error == EACCES)
-        return {exitNoAccess, file +
-                                  ": is the journal of a store that was interrupted, and cannot be "
-                                  "read; have its owner, or root, change " +
-                                  mainFile + " with zstz, and do not remove the journal before"};
-    if ((isHiddenSibling(file) && error == EEXIST) ||
-        (isJournal(file) && (error == EPERM || error == EISDIR)))
-        return {exitNoAccess, file + ": is in the way of a file that " + mainFile +
-                                  " needs while it is stored; remove or rename it as its owner"};
+        return {exitNoAccess,
+                file,
+                {"only the owner of " + mainFile + " can create its companion file",
+                 "store the value as that user"}};
+    if (auto const problem = describeHiddenSibling(file, api, error, mainFile))
+        return {exitNoAccess, file, *problem};
     if (error == EFBIG && api == "read()")
-        return {exitNoAccess, file + ": is larger than a configuration file may be; split it"};
+        return {exitNoAccess, file, {"too large for a configuration file", "split it"}};
     if (error == ESTALE)
-        return {exitNoAccess, file + ": was replaced by another program; try again"};
+        return {exitNoAccess, file, {"replaced by another program", "try again"}};
     if (char const* const kind = irregularKind(file))
-        return {exitNoAccess, file + " is " + kind + "; name a regular file"};
-
-    char const* what = "cannot write ";
-    char const* advice = "check the room and the permissions there";
-    for (Row const& row : kRows) {
-        if (api == row.api) {
-            what = row.what;
-            advice = row.advice;
-        }
-    }
-    if (error == EFBIG)
-        advice = "check the limit of file sizes (ulimit -f); a configuration file may have 1 GiB";
-    return {exitNoAccess, what + file + ": " + strerror(error) + "; " + advice};
+        return describeIrregularFile(file, kind);
+    return describeCall(file, api, error);
 }
 
 Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
     int const kBoolean = 41;
-    std::string const value = quote(toStdString(e.value()));
-    return {exitInvalidValue,
-            toStdString(e.propFile()) + ": the value " + value + " of key " + toStdString(e.key()) +
-                " in [" + toStdString(e.category()) + "] is no " +
-                (e.messageNumber() == kBoolean ? "truth value; write yes or no"
-                                               : "number; write a decimal, 0x or 0 octal number")};
+    std::string const problem = nameKey(toStdString(e.key()), toStdString(e.category())) + ": " +
+                                quote(toStdString(e.value()));
+    return {exitInvalidValue, toStdString(e.propFile()),
+            e.messageNumber() == kBoolean
+                ? Problem{problem + " is not a boolean", "write yes or no"}
+                : Problem{problem + " is not a number",
+                          "write it in decimal, hexadecimal (0x) or octal (0)"}};
 }
 
 }  // namespace
@@ -301,6 +330,16 @@ std::string toPrintable(std::string const& text)
     return shown;
 }
 
+std::string nameKey(std::string const& key, std::string const& stanza)
+{
+    return "key " + quote(key) + " in [" + stanza + "]";
+}
+
+std::string nameLine(std::string const& path, size_t number)
+{
+    return path + ":" + std::to_string(number);
+}
+
 std::string formatCount(size_t number, char const* singular, char const* plural)
 {
     return std::to_string(number) + " " + (number == 1 ? singular : plural);
@@ -310,12 +349,21 @@ int report(Failure const& failure)
 {
     // Keeps the order of the lines if standard output and standard error are the same file.
     fflush(stdout);
-    fprintf(stderr, "zstz: %s\n", toPrintable(failure.text).c_str());
+    std::string const where = failure.where.empty() ? "" : failure.where + ": ";
+    std::string const text = where + failure.problem.text + "; " + failure.problem.remedy;
+    fprintf(stderr, "zstz: %s\n", toPrintable(text).c_str());
     return failure.code;
+}
+
+Failure describeOpenError(std::string const& path, int error)
+{
+    return describeCall(path, "fopen(r)", error);
 }
 
 Failure describe(std::exception_ptr exception, std::string const& file)
 {
+    Failure const outOfMemory = {exitInternal, "", {"out of memory", "free some and try again"}};
+    char const* const remedy = "please report it";
     try {
         std::rethrow_exception(exception);
     } catch (Failure const& failure) {
@@ -327,21 +375,22 @@ Failure describe(std::exception_ptr exception, std::string const& file)
     } catch (ZPropertiesInvalidValueException_6_0 const& e) {
         return describeValue(e);
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
-        char const* const kind = irregularKind(file);
-        return {exitNoAccess, kind != nullptr
-                                  ? file + " is " + kind + "; name a regular file"
-                                  : "cannot read " + file + "; check the disk that it is on"};
+        if (char const* const kind = irregularKind(file))
+            return describeIrregularFile(file, kind);
+        return {exitNoAccess, file, {"cannot read", "check the disk that it is on"}};
     } catch (ZOutOfMemoryException_6_0 const&) {
-        return {exitInternal, "memory is exhausted; free some and try again"};
+        return outOfMemory;
     } catch (std::bad_alloc const&) {
-        return {exitInternal, "memory is exhausted; free some and try again"};
+        return outOfMemory;
     } catch (ZException_6_0 const& e) {
-        return {exitInternal, std::string("unexpected failure ") + e.exceptionName() + " " +
-                                  std::to_string(e.messageNumber()) + " in " +
-                                  (e.who() == nullptr ? "?" : e.who()) + ":" +
-                                  std::to_string(e.where()) + "; please report it"};
-    } catch (std::exception const& e) {
+        std::string const source = e.who() == nullptr ? "?" : e.who();
         return {exitInternal,
-                std::string("unexpected failure: ") + e.what() + "; please report it"};
+                file,
+                {std::string("internal error ") + e.exceptionName() + " " +
+                     std::to_string(e.messageNumber()) + " at " + source + ":" +
+                     std::to_string(e.where()),
+                 remedy}};
+    } catch (std::exception const& e) {
+        return {exitInternal, file, {std::string("internal error: ") + e.what(), remedy}};
     }
 }

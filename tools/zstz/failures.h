@@ -19,10 +19,17 @@ enum ExitCode {
     exitInternal = 9
 };
 
-// An error that ends a verb: the exit code and one line "PATH:LINE: problem; remedy".
+// An error and its remedy: the action that the user can take.
+struct Problem {
+    std::string text;
+    std::string remedy;
+};
+
+// An error that ends a verb. It is printed as "zstz: WHERE: problem; remedy".
 struct Failure {
     ExitCode code;
-    std::string text;
+    std::string where;  // path, path and line, lock or argument; empty: not printed
+    Problem problem;
 };
 
 /// Converts a string of the library; the bytes are unchanged.
@@ -35,11 +42,20 @@ std::string quote(std::string const& text);
 /// other unprintable characters by "?".
 std::string toPrintable(std::string const& text);
 
+/// Returns `key "KEY" in [STANZA]`.
+std::string nameKey(std::string const& key, std::string const& stanza);
+
+/// Returns `PATH:LINE`.
+std::string nameLine(std::string const& path, size_t number);
+
 /// Returns a number with the noun in its number: "1 key", "2 keys".
 std::string formatCount(size_t number, char const* singular, char const* plural);
 
 /// Prints a failure as one line on standard error; returns its code.
 int report(Failure const& failure);
+
+/// Describes a file that open() or fopen() could not open for reading.
+Failure describeOpenError(std::string const& path, int error);
 
 /// Converts an exception that ended the work on `file`, of the library or any other, to a failure.
 Failure describe(std::exception_ptr exception, std::string const& file);

@@ -73,8 +73,9 @@ void dumpStream(FILE* in, std::string const& path, char const* title)
     for (;;) {
         size_t const length = fread(chunk.data(), 1, chunk.size(), in);
         if (ferror(in))
-            throw Failure{exitNoAccess, "cannot read " + path + ": " + strerror(errno) +
-                                            "; check that it is a file with contents"};
+            throw Failure{exitNoAccess,
+                          path,
+                          {std::string("cannot read: ") + strerror(errno), "give a readable file"}};
         std::string text = formatDump(chunk.data(), length, nullptr);
         out.clear();
         for (size_t at = 0; at + kLineLength <= text.size(); at += kLineLength) {
@@ -100,8 +101,7 @@ void dumpFile(std::string const& path, char const* title)
     }
     FILE* const file = fopen(path.c_str(), "re");
     if (file == nullptr)
-        throw Failure{exitNoAccess, "cannot open " + path + ": " + strerror(errno) +
-                                        "; check the path and its permissions"};
+        throw describeOpenError(path, errno);
     try {
         dumpStream(file, path, title);
     } catch (...) {

@@ -22,10 +22,9 @@ void checkNothingLost(std::string const& path, JavaFile const& file, bool dropCo
 {
     for (LostLine const& line : file.lost())
         if (!line.isComment)
-            throw Failure{exitInvalidData, describeLostLine(path, line)};
+            throw describeLostLine(exitInvalidData, path, line);
     if (!file.lost().empty() && !dropComments)
-        throw Failure{exitRefused, describeLostLine(path, file.lost().front()) +
-                                       "; use --drop-comments to do without the comments"};
+        throw describeLostLine(exitRefused, path, file.lost().front());
 }
 
 // The library decodes each half of an escaped surrogate pair to three bytes. Returns the value with
@@ -65,26 +64,27 @@ int javaGet(Request const& request)
         fwrite(value.data(), 1, value.size(), stdout);
         return exitDone;
     }
-    std::string text = "there is no key " + request.key + " in " + request.file +
-                       "; `zstz java FILE list` lists what there is";
+    std::string const problem = "no key " + quote(request.key);
+    std::string const command = "run 'zstz java " + request.file;
     for (LostLine const& line : file.lost())
         if (!line.isComment)
-            throw Failure{exitNotFound, text +
-                                            ", `zstz java FILE check` what is not read, as line " +
-                                            std::to_string(line.number)};
-    throw Failure{exitNotFound, text};
+            throw Failure{exitNotFound,
+                          request.file,
+                          {problem + ", and line " + std::to_string(line.number) + " is ignored",
+                           command + " check' for details"}};
+    throw Failure{exitNotFound, request.file, {problem, command + " list' to list the keys"}};
 }
 
 int javaSet(Request const& request)
 {
-    checkJavaEntry(request.key, request.value);
+    checkJavaEntry(request.file, request.key, request.value);
     EditLock const editLock(request.file);
     JavaFile const file(request.file);
     checkNothingLost(request.file, file, request.dropComments);
     Entries entries = file.entries();
     entries[request.key] = request.value;
     for (auto const& [key, value] : entries)
-        checkJavaEntry(key, value);
+        checkJavaEntry(request.file, key, value);
     storeJavaFile(request.file, entries);
     return exitDone;
 }
@@ -114,7 +114,7 @@ int javaCheck(Request const& request)
         if (line.isComment)
             ++comments;
         else
-            code = report({exitInvalidData, describeLostLine(request.file, line)});
+            code = report(describeLostLine(exitInvalidData, request.file, line));
     }
     printf("%s: %s, %s\n", request.file.c_str(),
            formatCount(file.entries().size(), "entry", "entries").c_str(),
@@ -127,25 +127,26 @@ int javaCheck(Request const& request)
 // Converts between the local codeset (stanza files) and UTF-8 (Java files). The library returns an
 // empty string if a conversion fails.
 template <class To, class From>
-std::string convert(std::string const& key, std::string const& source)
+std::string convert(std::string const& path, std::string const& key, std::string const& source)
 {
     To const result(From(source.c_str()));
     if (result.isEmpty() && !source.empty())
         throw Failure{exitInvalidValue,
-                      "key " + key +
-                          " or its value cannot be converted between UTF-8 and the codeset of this "
-                          "locale; set LC_ALL to a locale of the stanza file's codeset"};
+                      path,
+                      {"cannot convert key " + quote(key) +
+                           " or its value between UTF-8 and the codeset of this locale",
+                       "set LC_ALL to a locale with the codeset of the stanza file"}};
     return std::string(result.getChars(), result.getLength());
 }
 
-std::string toUTF8(std::string const& key, std::string const& local)
+std::string toUTF8(std::string const& path, std::string const& key, std::string const& local)
 {
-    return convert<ZUTF8String_6_0, ZLCString_6_0>(key, local);
+    return convert<ZUTF8String_6_0, ZLCString_6_0>(path, key, local);
 }
 
-std::string toLocal(std::string const& key, std::string const& utf8)
+std::string toLocal(std::string const& path, std::string const& key, std::string const& utf8)
 {
-    return convert<ZLCString_6_0, ZUTF8String_6_0>(key, utf8);
+    return convert<ZLCString_6_0, ZUTF8String_6_0>(path, key, utf8);
 }
 
 bool exists(std::string const& path)
@@ -183,32 +184,35 @@ Entries makeJavaEntries(Request const& request)
     LoadedFile file(request.file);
     requireStanza(file.store(), request.file, request.stanza);
     if (!request.dropComments && file.hasComments(request.stanza))
-        throw Failure{exitRefused, "the stanza [" + request.stanza + "] of " + request.file +
-                                       " has comments, which a Java file of this library cannot "
-                                       "hold; use --drop-comments to do without them"};
+        throw Failure{exitRefused,
+                      request.file,
+                      {"stanza [" + request.stanza + "] has comments, which would be lost",
+                       "pass --drop-comments"}};
     Entries entries;
     for (Stanza const& stanza : file.outline()) {
         if (stanza.name != request.stanza)
             continue;
         for (std::string const& key : stanza.keys) {
+            std::string const name = nameKey(key, request.stanza);
             if (file.isObfuscated(request.stanza, key))
-                throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
-                                               request.file +
-                                               " holds obfuscated values, which would stand in a "
-                                               "Java file for everybody to read; unset it first"};
+                throw Failure{
+                    exitRefused,
+                    request.file,
+                    {name + " has obfuscated values, which would be readable in a Java file",
+                     "remove the key with 'zstz unset'"}};
             std::vector<std::string> const values = file.values(request.stanza, key);
             if (values.size() > 1)
-                throw Failure{exitRefused, "key " + key + " in [" + request.stanza + "] of " +
-                                               request.file + " has " +
-                                               std::to_string(values.size()) +
-                                               " values, and a Java file has one for each key; use "
-                                               "`zstz set --all` to make them one"};
+                throw Failure{exitRefused,
+                              request.file,
+                              {name + " has " + std::to_string(values.size()) +
+                                   " values, but a Java file has one per key",
+                               "replace them by one with 'zstz set --all'"}};
             std::string const value = values.empty() ? "" : values.front();
-            entries[toUTF8(key, key)] = toUTF8(key, value);
+            entries[toUTF8(request.file, key, key)] = toUTF8(request.file, key, value);
         }
     }
     for (auto const& [key, value] : entries)
-        checkJavaEntry(key, value);
+        checkJavaEntry(request.file, key, value);
     return entries;
 }
 
@@ -217,22 +221,25 @@ int convertToJava(Request const& request)
     EditLock const editLock(request.javaTo);
     Entries const entries = makeJavaEntries(request);
     if (exists(request.javaTo) && !request.overwrite)
-        throw Failure{exitRefused, request.javaTo + " exists; use --overwrite to replace it"};
+        throw Failure{
+            exitRefused, request.javaTo, {"the file exists", "pass --overwrite to replace it"}};
     storeJavaFile(request.javaTo, entries);
     return exitDone;
 }
 
 int convertFromJava(Request const& request)
 {
-    JavaFile const java(request.javaFrom);
-    checkNothingLost(request.javaFrom, java, request.dropComments);
+    std::string const& path = request.javaFrom;
+    JavaFile const java(path);
+    checkNothingLost(path, java, request.dropComments);
     std::vector<std::pair<std::string, std::string>> entries;
     for (auto const& [key, value] : java.entries()) {
-        entries.emplace_back(toLocal(key, key), toLocal(key, joinSurrogatePairs(value)));
-        checkNames(request.stanza, entries.back().first);
-        checkValue(entries.back().first, entries.back().second);
+        entries.emplace_back(toLocal(path, key, key),
+                             toLocal(path, key, joinSurrogatePairs(value)));
+        checkNames(path, request.stanza, entries.back().first);
+        checkValue(path, entries.back().first, entries.back().second);
     }
-    checkNames(request.stanza, "key");
+    checkNames(request.file, request.stanza, "key");
 
     EditedFile file(
         request.file,
@@ -242,8 +249,10 @@ int convertFromJava(Request const& request)
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {
         if (!request.overwrite)
-            throw Failure{exitRefused, "there is a stanza [" + request.stanza + "] in " +
-                                           request.file + "; use --overwrite to replace it"};
+            throw Failure{
+                exitRefused,
+                request.file,
+                {"stanza [" + request.stanza + "] exists", "pass --overwrite to replace it"}};
         std::set<std::string> newKeys;
         for (auto const& entry : entries)
             newKeys.insert(entry.first);
@@ -272,7 +281,8 @@ int runConvert(Request const& request)
 {
     std::string const& java = request.javaTo.empty() ? request.javaFrom : request.javaTo;
     if (isSameFile(request.file, java))
-        throw Failure{exitRefused, request.file + " and " + java +
-                                       " are one file; give the Java file a path of its own"};
+        throw Failure{exitRefused,
+                      request.file,
+                      {"is the same file as " + java, "give the Java file another path"}};
     return request.javaTo.empty() ? convertFromJava(request) : convertToJava(request);
 }

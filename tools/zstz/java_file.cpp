@@ -6,6 +6,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -14,14 +15,18 @@
 
 namespace {
 
-constexpr char kInvalidLine[] =
-    "the line is no entry and is not read; write KEY = VALUE with known escapes, or a leading "
-    "\"#\"";
-constexpr char kAfterInvalidLine[] =
-    "the line is not read, because it follows one that is no entry";
-constexpr char kLastLine[] = "the last line has no line end and is not read; end it with one";
-constexpr char kZero[] = "the line has a zero byte, which is not stored; take it out";
-constexpr char kComment[] = "the comment would be lost";
+struct Fault {
+    char const* text;
+    char const* remedy;
+};
+
+constexpr Fault kInvalidLine = {"ignored, because it is not an entry",
+                                "write KEY = VALUE with valid escapes, or \"#\" at the start"};
+constexpr Fault kAfterInvalidLine = {"ignored, because the line before it is not an entry",
+                                     "correct that line"};
+constexpr Fault kLastLine = {"ignored, because the last line has no newline", "add a newline"};
+constexpr Fault kZeroByte = {"the line has a zero byte, which is not stored", "remove it"};
+constexpr Fault kComment = {"the comment would be lost", "pass --drop-comments"};
 
 struct CloseStream {
     void operator()(FILE* stream) const { fclose(stream); }
@@ -68,7 +73,7 @@ private:
         if (next == syntaxError)
             record(position(), kInvalidLine);
         else if (c == '\0')
-            record(position(), kZero);
+            record(position(), kZeroByte);
         else if (isLineStart && next == commentLine)
             record(position(), kComment);
         // After an error at a line ending the reader skips the next line too.
@@ -100,7 +105,7 @@ private:
     }
 
     // Records the line that contains the byte at `at`, once, unless the line is empty.
-    void record(size_t at, char const* problem)
+    void record(size_t at, Fault const& fault)
     {
         size_t const start = lineStart(at);
         while (counted_ < start) {
@@ -110,11 +115,11 @@ private:
         }
         size_t const end = std::min(text_.find_first_of("\r\n", start), text_.size());
         std::string const line = text_.substr(start, end - start);
-        bool const isComment = problem == kComment;
+        bool const isComment = &fault == &kComment;
         if (line.find_first_not_of(isComment ? " \t\v\f#!" : " \t\v\f") == line.npos)
             return;
         if (lost_.empty() || lost_.back().number != number_)
-            lost_.push_back({number_, line, problem, isComment});
+            lost_.push_back({number_, line, {fault.text, fault.remedy}, isComment});
     }
 
     std::string const& text_;
@@ -176,21 +181,21 @@ size_t javaCharacterLength(std::string_view text)
     return 0;
 }
 
-// Returns the problem of a value that would not read back; null if the value is valid.
-char const* describeValueFault(std::string const& value)
+// Returns the problem of a value that would not read back; empty if the value is valid.
+std::optional<Problem> describeInvalidValue(std::string const& value)
 {
     if (!value.empty() && isOneOf(value[0], " \t\v\f"))
-        return "begins with white space, which is not read back; leave that out";
+        return Problem{"starts with whitespace, which is not read back", "remove it"};
     if (value.find_first_of("\n\r") != value.npos)
-        return "has a line end, which a Java file of this library cannot hold; use one line";
+        return Problem{"has a line ending, which is not stored in a Java file", "use one line"};
     for (size_t i = 0; i < value.size();) {
         size_t const length = javaCharacterLength(std::string_view(value).substr(i));
         if (length == 0)
-            return "has a character that a Java file of this library cannot hold; use characters "
-                   "of UTF-8 up to U+FFFF other than DEL";
+            return Problem{"has a character that is not stored in a Java file",
+                           "use UTF-8 characters up to U+FFFF other than DEL"};
         i += length;
     }
-    return nullptr;
+    return {};
 }
 
 }  // namespace
@@ -209,29 +214,34 @@ JavaFile::JavaFile(std::string const& path)
         return;
     lost_ = LossRecorder(text).run(path.c_str());
     // The mark is part of the first key and would be stored with it, not at the start of the file.
-    if (char const* const mark = describeByteOrderMark(text)) {
+    if (auto const problem = describeByteOrderMark(text)) {
         if (!lost_.empty() && lost_.front().number == 1)
             lost_.erase(lost_.begin());
-        lost_.insert(lost_.begin(), {1, text.substr(0, text.find_first_of("\r\n")), mark, false});
+        lost_.insert(lost_.begin(),
+                     {1, text.substr(0, text.find_first_of("\r\n")), *problem, false});
     }
 }
 
-std::string describeLostLine(std::string const& path, LostLine const& line)
+Failure describeLostLine(ExitCode code, std::string const& path, LostLine const& line)
 {
-    return path + ":" + std::to_string(line.number) + ": " + quote(line.text) + ": " + line.problem;
+    return {code,
+            nameLine(path, line.number),
+            {quote(line.text) + ": " + line.problem.text, line.problem.remedy}};
 }
 
-void checkJavaEntry(std::string const& key, std::string const& value)
+void checkJavaEntry(std::string const& path, std::string const& key, std::string const& value)
 {
     if (!isJavaKey(key))
+        throw Failure{exitInvalidValue,
+                      path,
+                      {"invalid key " + quote(key) + " of a Java file",
+                       "use no whitespace, \"=\", \":\" or backslash, and no \"#\" or \"!\" at the "
+                       "start"}};
+    if (auto const problem = describeInvalidValue(value))
         throw Failure{
             exitInvalidValue,
-            "the key " + quote(key) +
-                " cannot be stored in a Java file; use one without blanks, line ends, "
-                "\"=\", \":\" and backslashes in it, and without a leading \"#\" or \"!\""};
-    if (char const* const fault = describeValueFault(value))
-        throw Failure{exitInvalidValue,
-                      "the value " + quote(value) + " of key " + key + " " + fault};
+            path,
+            {"key " + quote(key) + ": " + quote(value) + " " + problem->text, problem->remedy}};
 }
 
 void storeJavaFile(std::string const& path, std::map<std::string, std::string> const& entries)
@@ -244,6 +254,5 @@ void storeJavaFile(std::string const& path, std::map<std::string, std::string> c
     ZJavaProperties_6_0 stored;
     stored.load(path.c_str());
     if (readEntries(stored) != entries)
-        throw Failure{exitInternal,
-                      path + " does not read back as it was stored; please report it"};
+        throw Failure{exitInternal, path, {"does not read back unchanged", "please report it"}};
 }

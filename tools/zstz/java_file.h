@@ -12,12 +12,13 @@
 #include <vector>
 
 #include "edit_lock.h"
+#include "failures.h"
 
 // A line that storing would lose.
 struct LostLine {
     size_t number;  // counted from 1
     std::string text;
-    char const* problem;
+    Problem problem;
     bool isComment;  // false: an entry or an invalid line that is not read
 };
 
@@ -34,12 +35,12 @@ private:
     std::vector<LostLine> lost_;
 };
 
-/// Returns the error text for a lost line.
-std::string describeLostLine(std::string const& path, LostLine const& line);
+/// Describes a lost line.
+Failure describeLostLine(ExitCode code, std::string const& path, LostLine const& line);
 
 /// Refuses a key or value that would not read back unchanged from a Java file.
 /// throws  Failure.
-void checkJavaEntry(std::string const& key, std::string const& value);
+void checkJavaEntry(std::string const& path, std::string const& key, std::string const& value);
 
 /// Replaces the contents of the file at `path` by `entries` and checks that they read back.
 /// range   every entry has passed checkJavaEntry().

@@ -79,14 +79,16 @@ private:
 
 [[noreturn]] void throwLockFileError(Request const& request, std::string const& problem)
 {
-    throw Failure{exitNoAccess, "cannot use the lock file " + lockFilePath(request) + ": " +
-                                    problem + "; check it, its folder and their permissions"};
+    throw Failure{
+        exitNoAccess,
+        lockFilePath(request),
+        {"cannot use the lock file: " + problem, "check it, its directory and their permissions"}};
 }
 
-constexpr char kNoRegularFile[] = "it is no regular file";
+constexpr char kNotRegular[] = "it is not a regular file";
 
 // Describes the errno of an open() with O_NOFOLLOW.
-char const* describeOpenError(int error)
+char const* explainOpenError(int error)
 {
     return error == ELOOP ? "it is a symbolic link" : strerror(error);
 }
@@ -99,12 +101,12 @@ std::string explainUnusableFile(std::string const& path)
     if (fd < 0 && errno == ENOENT)
         fd = open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0600);
     if (fd < 0)
-        return describeOpenError(errno);
+        return explainOpenError(errno);
     struct stat status = {};
     fstat(fd, &status);
     close(fd);
     if (!S_ISREG(status.st_mode))
-        return kNoRegularFile;
+        return kNotRegular;
     return status.st_nlink > 1 ? "it has more than one name (hard links)"
                                : "it belongs to another user";
 }
@@ -128,14 +130,15 @@ void acquire(Lock& lock, Request const& request)
             if (e.returnCode() != EINTR)
                 throwLockFileError(request, strerror(e.returnCode()));
             if (Clock::now() >= deadline)
-                throw Failure{exitLocked, "the lock " + request.lockName +
-                                              " is held by another process; try again later, or "
-                                              "use --wait SECONDS"};
+                throw Failure{exitLocked,
+                              "",
+                              {"lock " + quote(request.lockName) + " is held by another process",
+                               "try again, or pass --wait SECONDS"}};
         } catch (ZWriteResourceException_6_0 const& e) {
             throwLockFileError(request, strerror(e.returnCode()));
         } catch (ZReadResourceException_6_0 const& e) {
-            throwLockFileError(request, e.returnCode() < 0 ? "it is too short to be one"
-                                                           : strerror(e.returnCode()));
+            throwLockFileError(request,
+                               e.returnCode() < 0 ? "it is too short" : strerror(e.returnCode()));
         }
     }
 }
@@ -210,17 +213,19 @@ private:
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
-[[noreturn]] void throwCannotRun(int error)
+[[noreturn]] void throwCannotRun(Request const& request, int error)
 {
-    throw Failure{exitNoAccess, std::string("cannot run a command: ") + strerror(error) +
-                                    "; check the limits on processes and open files"};
+    throw Failure{exitNoAccess,
+                  request.command.front(),
+                  {std::string("cannot start a process: ") + strerror(error),
+                   "check the limits on processes and open files"}};
 }
 
 int runCommand(Request const& request)
 {
     int pipeEnds[2];
     if (pipe2(pipeEnds, O_CLOEXEC) != 0)
-        throwCannotRun(errno);
+        throwCannotRun(request, errno);
     fflush(nullptr);
     SignalForwarder const signals;
     pid_t const parent = getpid();
@@ -233,7 +238,7 @@ int runCommand(Request const& request)
     close(pipeEnds[1]);
     if (child < 0) {
         close(pipeEnds[0]);
-        throwCannotRun(forkError);
+        throwCannotRun(request, forkError);
     }
     int error = 0;
     ssize_t length;
@@ -243,8 +248,9 @@ int runCommand(Request const& request)
     close(pipeEnds[0]);
     int const code = signals.wait(child);
     if (length > 0)
-        report({exitNoAccess, "cannot run " + request.command.front() + ": " + strerror(error) +
-                                  "; check its name and permissions"});
+        report({exitNoAccess,
+                request.command.front(),
+                {std::string("cannot run: ") + strerror(error), "check its name and permissions"}});
     return code;
 }
 
@@ -264,9 +270,11 @@ int runLocked(Request const& request)
     } catch (ZWriteResourceException_6_0 const& e) {
         // The sequence number could not be incremented, and the lock is still held.
         lock.unlock(0);
-        int const failure = report(
-            {exitNoAccess, "cannot write the sequence number into " + lockFilePath(request) + ": " +
-                               strerror(e.returnCode()) + "; check the room on its disk"});
+        int const failure =
+            report({exitNoAccess,
+                    lockFilePath(request),
+                    {std::string("cannot write the sequence number: ") + strerror(e.returnCode()),
+                     "check the free space on its disk"}});
         return code != 0 ? code : failure;
     }
     return code;
@@ -295,7 +303,7 @@ int show(Request const& request)
     std::string state = "free";
     int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
     if (fd < 0 && errno != ENOENT)
-        throwLockFileError(request, describeOpenError(errno));
+        throwLockFileError(request, explainOpenError(errno));
     if (fd >= 0) {
         struct stat status = {};
         fstat(fd, &status);
@@ -310,9 +318,9 @@ int show(Request const& request)
         ssize_t const length = pread(fd, &sequence, sizeof sequence, 0);
         close(fd);
         if (!S_ISREG(status.st_mode))
-            throwLockFileError(request, kNoRegularFile);
+            throwLockFileError(request, kNotRegular);
         if (length != 0 && length != sizeof sequence)
-            throwLockFileError(request, "it is too short to be one");
+            throwLockFileError(request, "it is too short");
     }
     printf("file: %s\nstate: %s\nsequence: %u\n", path.c_str(), state.c_str(), sequence);
     return exitDone;
@@ -325,8 +333,9 @@ int runLock(Request const& request)
     try {
         return request.show ? show(request) : runLocked(request);
     } catch (ZInvalidParameterException_6_0 const&) {
-        throw Failure{exitNoAccess, "cannot lock in " + request.lockDir +
-                                        ": it is no folder that its owner may write and search; "
-                                        "make it, or name another with --dir"};
+        throw Failure{exitNoAccess,
+                      request.lockDir.empty() ? "." : request.lockDir,
+                      {"cannot lock: it is not a directory that its owner can write and search",
+                       "create it, or choose another with --dir"}};
     }
 }

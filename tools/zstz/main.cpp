@@ -326,7 +326,7 @@ Failure describeVerb(int argc, char const* const* argv)
     std::string const problem =
         argc < 2 ? "missing command"
                  : (argv[1][0] == '-' ? "unknown option " : "unknown command ") + quote(argv[1]);
-    return {exitUsage, problem + "; run 'zstz --help' for a list"};
+    return {exitUsage, "", {problem, "run 'zstz --help' for a list"}};
 }
 
 int reportUsageError(CLI::App const& app, CLI::ParseError const& e)
@@ -343,8 +343,7 @@ int reportUsageError(CLI::App const& app, CLI::ParseError const& e)
         if (argument.starts_with('-'))
             remedy = "put -- before names and values that start with \"-\", or ";
     }
-    return report(
-        {exitUsage, verb + ": " + problem + "; " + remedy + "run 'zstz " + verb + " --help'"});
+    return report({exitUsage, verb, {problem, remedy + "run 'zstz " + verb + " --help'"}});
 }
 
 // Sets QVRDIR to the tables of the text services that are installed with the tool, unless QVRDIR is
@@ -376,7 +375,7 @@ void openStandardDescriptors()
 void requirePrinted()
 {
     if (fflush(stdout) != 0 || ferror(stdout))
-        throw Failure{exitNoAccess, "cannot write to standard output; check where it goes"};
+        throw Failure{exitNoAccess, "standard output", {"cannot write", "check its destination"}};
 }
 
 }  // namespace

@@ -43,16 +43,13 @@ void forEachKeyLine(std::string const& path, Visit visit)
 
 }  // namespace
 
-char const* describeByteOrderMark(std::string_view bytes)
+std::optional<Problem> describeByteOrderMark(std::string_view bytes)
 {
-    auto const startsWith = [bytes](std::string_view mark) {
-        return bytes.substr(0, mark.size()) == mark;
-    };
-    if (startsWith("\xEF\xBB\xBF"))
-        return "the file begins with a byte order mark; save it as UTF-8 without one";
-    if (startsWith("\xFF\xFE") || startsWith("\xFE\xFF"))
-        return "the file is UTF-16 text; save it as UTF-8 without a byte order mark";
-    return nullptr;
+    if (bytes.starts_with("\xEF\xBB\xBF"))
+        return Problem{"the file starts with a byte order mark", "save it as UTF-8 without one"};
+    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
+        return Problem{"the file is UTF-16", "save it as UTF-8 without a byte order mark"};
+    return {};
 }
 
 std::string readFile(std::string const& path)
@@ -95,11 +92,22 @@ void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)>
     }
 }
 
-std::string describeDroppedLine(DroppedLine const& dropped)
+std::optional<Problem> describeRawLine(RawLine const& line)
 {
-    return "key " + dropped.key +
-           " has no value on this line but other lines or obfuscated values, and storing drops the "
-           "line; remove it, or give it a value";
+    if (line.isSplit)
+        return Problem{
+            "the line exceeds " + std::to_string(kMaxLineLength) + " bytes and would be split",
+            "shorten it or use a line per value"};
+    if (line.hasZero)
+        return Problem{"the line has a zero byte and is ignored after it", "remove the zero byte"};
+    return {};
+}
+
+Problem describeDroppedLine(DroppedLine const& dropped)
+{
+    return {"key " + quote(dropped.key) +
+                " has no value here but values elsewhere, and storing drops this line",
+            "remove it, or give it a value"};
 }
 
 std::vector<DroppedLine> findDroppedLines(

@@ -5,22 +5,20 @@
 #include <stddef.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "failures.h"
 
 // Bytes of a line without its newline; the library reads a longer line as several lines. The
 // library does not export this limit: tool.zstz compares the two.
 constexpr size_t kMaxLineLength = 8190;
 
-constexpr char kSplitLine[] =
-    "the line is longer than 8190 bytes and is read as several; shorten it, or spread the values "
-    "over several lines of the key";
-constexpr char kZeroByte[] = "the line has a zero byte, behind which nothing is read; take it out";
-
-/// Returns the error text for a file that starts with a byte order mark; null if `bytes` do not.
+/// Returns the problem of a file that starts with a byte order mark; empty if `bytes` do not.
 /// The library reads the mark as part of the first line.
-char const* describeByteOrderMark(std::string_view bytes);
+std::optional<Problem> describeByteOrderMark(std::string_view bytes);
 
 // A line of the file or, if it is too long, a part that the library reads as a line.
 struct RawLine {
@@ -31,6 +29,9 @@ struct RawLine {
     std::string_view bytes;
 };
 
+/// Returns the problem of a line that is split or has a zero byte; empty for any other line.
+std::optional<Problem> describeRawLine(RawLine const& line);
+
 // A line `key =` that storing would drop: the library ignores it if the key has a value in another
 // line or obfuscated values.
 struct DroppedLine {
@@ -39,8 +40,8 @@ struct DroppedLine {
     std::string key;
 };
 
-/// Returns the error text for a dropped line.
-std::string describeDroppedLine(DroppedLine const& dropped);
+/// Returns the problem of a dropped line.
+Problem describeDroppedLine(DroppedLine const& dropped);
 
 /// Returns the contents of a file; empty if it is not a regular file or cannot be read.
 std::string readFile(std::string const& path);

@@ -114,14 +114,14 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
     if (missing == createIfMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
-    auto const refuse = [&path](size_t line, std::string const& loss) {
-        throw Failure{exitRefused, path + ":" + std::to_string(line) +
-                                       ": the file would not be stored as it is: " + loss};
+    auto const refuse = [&path](size_t number, Problem const& problem) {
+        throw Failure{
+            exitRefused, nameLine(path, number), {"not saved: " + problem.text, problem.remedy}};
     };
     // A store writes only the bytes that the library has read.
     forEachRawLine(path, [&refuse](RawLine const& line) {
-        if (char const* const loss = line.isSplit ? kSplitLine : line.hasZero ? kZeroByte : nullptr)
-            refuse(line.number, loss);
+        if (auto const problem = describeRawLine(line))
+            refuse(line.number, *problem);
         return true;
     });
     auto const isObfuscated = [this](std::string const& stanza, std::string const& key) {
@@ -139,44 +139,51 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
 void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
 {
     if (store.exists(stanza.c_str()) == 0)
-        throw Failure{exitNotFound, "there is no stanza [" + stanza + "] in " + path +
-                                        "; `zstz stanzas` lists what there is"};
+        throw Failure{
+            exitNotFound,
+            path,
+            {"no stanza [" + stanza + "]", "run 'zstz stanzas " + path + "' to list them"}};
 }
 
-void checkReserved(std::string const& stanza)
+void checkReserved(std::string const& path, std::string const& stanza)
 {
     if (stanza == kReservedStanza)
-        throw Failure{exitRefused, "the stanza [" + stanza +
-                                       "] is reserved for the name of the companion file and is "
-                                       "kept up to date by itself; use another stanza"};
+        throw Failure{exitRefused,
+                      path,
+                      {"stanza [" + stanza + "] is reserved and updated by the library",
+                       "use another stanza"}};
 }
 
-void checkNames(std::string const& stanza, std::string const& key)
+void checkNames(std::string const& path, std::string const& stanza, std::string const& key)
 {
-    checkReserved(stanza);
+    checkReserved(path, stanza);
+    std::string const line =
+        "use one line of at most " + std::to_string(kMaxLineLength - 2) + " bytes without ";
     if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
-        throw Failure{exitInvalidValue,
-                      "the stanza name " + quote(stanza) +
-                          " cannot be stored; use one line of at most 8188 bytes without \"]\""};
+        throw Failure{
+            exitInvalidValue, path, {"invalid stanza name " + quote(stanza), line + "\"]\""}};
     if (ZPCategoryBasedCache_6_0::validateKey(stanza.c_str(), key.c_str()) == 0)
         throw Failure{exitInvalidValue,
-                      "the key " + quote(key) +
-                          " cannot be stored; use one line of at most 8188 bytes that has no "
-                          "\"=\", no outer blanks and no leading \"#\" or \"[\""};
+                      path,
+                      {"invalid key " + quote(key),
+                       line + "\"=\", without spaces at either end, and without \"#\" or \"[\" at "
+                              "the start"}};
 }
 
-void checkValue(std::string const& key, std::string const& value)
+void checkValue(std::string const& path, std::string const& key, std::string const& value)
 {
     if (value.empty())
         return;
     if (ZPCategoryBasedCache_6_0::validateValue(key.c_str(), value.c_str()) == 0)
-        throw Failure{
-            exitInvalidValue,
-            "the value of key " + key +
-                " cannot be stored; use one line, and at most 8187 bytes for key and value"};
+        throw Failure{exitInvalidValue,
+                      path,
+                      {"invalid value of key " + quote(key),
+                       "use one line, and at most " + std::to_string(kMaxLineLength - 3) +
+                           " bytes for key and value"}};
     if (isSpace(value.front()) || isSpace(value.back()))
-        throw Failure{exitInvalidValue, "the value " + quote(value) + " of key " + key +
-                                            " begins or ends with white space, which a line does "
-                                            "not keep; leave that out, or use `zstz set "
-                                            "--obfuscated`, which keeps it"};
+        throw Failure{exitInvalidValue,
+                      path,
+                      {"key " + quote(key) + ": " + quote(value) +
+                           " starts or ends with whitespace, which a line does not keep",
+                       "remove it, or use 'zstz set --obfuscated'"}};
 }

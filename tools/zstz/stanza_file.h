@@ -74,12 +74,12 @@ void requireStanza(ZProperties_6_0 const& store, std::string const& path,
 /// Refuses the stanza that the library itself writes: a change there could lose the obfuscated
 /// values.
 /// throws  Failure.
-void checkReserved(std::string const& stanza);
+void checkReserved(std::string const& path, std::string const& stanza);
 
 /// Refuses names that would not read back unchanged.
 /// throws  Failure.
-void checkNames(std::string const& stanza, std::string const& key);
+void checkNames(std::string const& path, std::string const& stanza, std::string const& key);
 
 /// Refuses a plain value that would not read back unchanged.
 /// throws  Failure.
-void checkValue(std::string const& key, std::string const& value);
+void checkValue(std::string const& path, std::string const& key, std::string const& value);
