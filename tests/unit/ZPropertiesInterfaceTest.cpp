@@ -18,8 +18,8 @@
 
 namespace {
 
-// Notes what is done to it, and refuses to unlock when told so.
-class NotingLock final : public ZLockInterface_6_0 {
+// Records its calls; unlock() throws if `refuses` is set.
+class RecordingLock final : public ZLockInterface_6_0 {
 public:
     void lock() override { log += "l"; }
     void unlock() override
@@ -64,15 +64,15 @@ using Guard = ZAbstractProperties_6_0::ZPropResourceLock;
 
 }  // namespace
 
-TEST(ZPropertiesInterface, NumbersTheKindsOfStrings)
+TEST(ZPropertiesInterface, NumbersTheTypesOfStrings)
 {
     EXPECT_EQ(0, zPropLocalStrings);
     EXPECT_EQ(8, zPropUTF8Strings);
 }
 
-TEST(ZPropertiesInterface, GuardHoldsItsLockForAScope)
+TEST(ZPropertiesInterface, GuardLocksInItsScope)
 {
-    NotingLock lock;
+    RecordingLock lock;
     {
         Guard const guard(lock);
         EXPECT_EQ("l", lock.log);
@@ -80,17 +80,17 @@ TEST(ZPropertiesInterface, GuardHoldsItsLockForAScope)
     EXPECT_EQ("lu", lock.log);
 }
 
-TEST(ZPropertiesInterface, GuardRaisesWhenItCannotUnlock)
+TEST(ZPropertiesInterface, GuardThrowsIfItCannotUnlock)
 {
-    NotingLock lock;
+    RecordingLock lock;
     lock.refuses = true;
     EXPECT_THROW({ Guard const guard(lock); }, ZUnlockResourceException_6_0);
 }
 
-TEST(ZPropertiesInterface, GuardReportsWhileAnotherExceptionIsOnItsWay)
+TEST(ZPropertiesInterface, GuardReportsAFailedUnlockDuringUnwinding)
 {
     NotedMessages messages;
-    NotingLock lock;
+    RecordingLock lock;
     lock.refuses = true;
     try {
         Guard const guard(lock);
@@ -101,7 +101,7 @@ TEST(ZPropertiesInterface, GuardReportsWhileAnotherExceptionIsOnItsWay)
     EXPECT_EQ(1, messages.exceptions());
 }
 
-TEST(ZPropertiesInterface, RegistryLetsOneThreadIn)
+TEST(ZPropertiesInterface, RegistryAdmitsOneThreadAtATime)
 {
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
@@ -121,30 +121,30 @@ TEST(ZPropertiesInterface, RegistryLetsOneThreadIn)
     EXPECT_EQ(1, most);
 }
 
-TEST(ZPropertiesInterface, RegistryAdmitsTheThreadThatHoldsIt)
+TEST(ZPropertiesInterface, RegistryIsRecursive)
 {
     ZPropRegistry_6_0 const outer;
     ZPropRegistry_6_0 const inner;
     ZPropRegistry_6_0::init();
 }
 
-TEST(ZPropertiesInterface, FactoryDeletesTheStoresThatItHandedOut)
+TEST(ZPropertiesInterface, FactoryDeletesItsStores)
 {
     TestDirectory const directory;
-    std::string const one = directory.write("one", "[a]\nk=1\n");
-    std::string const other = directory.write("other", "[a]\nk=2\n");
+    std::string const first = directory.write("one", "[a]\nk=1\n");
+    std::string const second = directory.write("other", "[a]\nk=2\n");
     {
         CountingFactory factory;
-        ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(one.c_str(), factory, 0);
-        EXPECT_NE(store, ZProperties_6_0::getPropertiesFor(other.c_str(), factory, 0));
-        EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(one.c_str(), factory, 0));
+        ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(first.c_str(), factory, 0);
+        EXPECT_NE(store, ZProperties_6_0::getPropertiesFor(second.c_str(), factory, 0));
+        EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(first.c_str(), factory, 0));
         EXPECT_EQ(2, factory.made);
         EXPECT_EQ(2, CountingStore::alive);
     }
     EXPECT_EQ(0, CountingStore::alive);
 }
 
-TEST(ZPropertiesInterface, FactoryReportsWantOfMemoryAtItsEnd)
+TEST(ZPropertiesInterface, FactoryReportsAFailedAllocationInItsDestructor)
 {
     NotedMessages messages;
     auto factory = std::make_unique<CountingFactory>();
@@ -154,7 +154,7 @@ TEST(ZPropertiesInterface, FactoryReportsWantOfMemoryAtItsEnd)
     EXPECT_EQ(1, messages.exceptions());
 }
 
-TEST(ZPropertiesInterface, FactoryKeepsNothingOfAStoreThatCouldNotBeLoaded)
+TEST(ZPropertiesInterface, FactoryForgetsAStoreThatFailedToLoad)
 {
     TestDirectory const directory;
     CountingFactory factory;
@@ -166,7 +166,7 @@ TEST(ZPropertiesInterface, FactoryKeepsNothingOfAStoreThatCouldNotBeLoaded)
     EXPECT_NE(nullptr, ZProperties_6_0::getPropertiesFor(missing.c_str(), factory, 0));
 }
 
-TEST(ZPropertiesInterface, StoreForAPathSurvivesWantOfMemory)
+TEST(ZPropertiesInterface, GetPropertiesForSurvivesEveryFailedAllocation)
 {
     TestDirectory const directory;
     std::string const path = directory.write("conf", "[a]\nk=1\n");

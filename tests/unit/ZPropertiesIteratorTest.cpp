@@ -20,6 +20,7 @@
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "StanzaStore.h"
+#include "Threads.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ using ZPropertiesIterator = IteratorTest;
 
 // ---- Keys --------------------------------------------------------------------------------------
 
-TEST_F(ZPropertiesIterator, WalksEveryKeyOnceWithItsValues)
+TEST_F(ZPropertiesIterator, VisitsEveryKeyOnceWithItsValues)
 {
     Keys keys(store_, "s");
     EXPECT_EQ(3, keys.keyCount());
@@ -75,7 +76,7 @@ TEST_F(ZPropertiesIterator, WalksEveryKeyOnceWithItsValues)
     EXPECT_EQ(0, keys.hasMore());
 }
 
-TEST_F(ZPropertiesIterator, RaisesBeforeTheFirstStepAndBehindTheLast)
+TEST_F(ZPropertiesIterator, ThrowsBeforeTheFirstKeyAndAfterTheLast)
 {
     Keys keys(store_, "t");
     auto const before = [&](auto call) {
@@ -107,7 +108,7 @@ TEST_F(ZPropertiesIterator, EntryValueChecksItsIndex)
                                                            [&] { keys.entryValue(index); }));
 }
 
-TEST_F(ZPropertiesIterator, EntryValueIsThatOfNowInAnyOrder)
+TEST_F(ZPropertiesIterator, EntryValueReturnsCurrentValuesInAnyOrder)
 {
     for (char const* value : {"4", "5", "6"})
         Values(store_, "s", "b", zPropLocalStrings, zPropIterAny).addValue(value);
@@ -118,16 +119,16 @@ TEST_F(ZPropertiesIterator, EntryValueIsThatOfNowInAnyOrder)
     for (keys.nextEntry(); std::string("b") != keys.entryName();)
         keys.nextEntry();
     auto const all = [&](std::vector<int> const& order) {
-        std::string texts;
+        std::string joined;
         for (int const index : order)
-            texts += keys.entryValue(index);
-        return texts;
+            joined += keys.entryValue(index);
+        return joined;
     };
     EXPECT_EQ("65423", all({0, 1, 2, 3, 4}));
     EXPECT_EQ("3245666", all({4, 3, 2, 1, 0, 0, 0}));
     EXPECT_EQ("54425", all({1, 2, 2, 3, 1}));
     {
-        // The values move from the file's text into a list.
+        // The values are moved from the text of the file into a list.
         Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
         EXPECT_EQ("42", all({2, 3}));
         values.nextValue();
@@ -146,7 +147,7 @@ TEST_F(ZPropertiesIterator, EntryValueIsThatOfNowInAnyOrder)
         raises<ZInvalidParameterException_6_0>(22, kSource, 95, [&] { keys.entryValue(2); }));
 }
 
-TEST_F(ZPropertiesIterator, WalkThroughValuesTakesTimeForEachOnce)
+TEST_F(ZPropertiesIterator, VisitingAllValuesTakesLinearTime)
 {
     auto const workFor = [&](int count) {
         std::string text = "[s]\n";
@@ -174,7 +175,7 @@ TEST_F(ZPropertiesIterator, KeyWithoutValuesGivesNull)
     EXPECT_EQ(0, keys.valueCount());
 }
 
-TEST_F(ZPropertiesIterator, NeedsACategory)
+TEST_F(ZPropertiesIterator, RequiresACategory)
 {
     EXPECT_TRUE(raises<ZInvalidParameterException_6_0>(22, kSource, 45,
                                                        [&] { Keys keys(store_, nullptr); }));
@@ -184,7 +185,7 @@ TEST_F(ZPropertiesIterator, NeedsACategory)
     EXPECT_EQ(0, missing.keyCount());
 }
 
-TEST_F(ZPropertiesIterator, WithoutACategoryWalksNothingAndCountsACategory)
+TEST_F(ZPropertiesIterator, WithoutACategoryHasNoKeysAndCountsValues)
 {
     Keys all(store_);
     EXPECT_EQ(0, all.hasMore());
@@ -195,7 +196,7 @@ TEST_F(ZPropertiesIterator, WithoutACategoryWalksNothingAndCountsACategory)
     EXPECT_THROW(all.entryValue(0), ZPropertiesIteratorException_6_0);
 }
 
-TEST_F(ZPropertiesIterator, ValuesOfAnotherKeyCanBeMadeCurrent)
+TEST_F(ZPropertiesIterator, GetValuesSelectsAnotherKey)
 {
     Keys keys(store_, "s");
     keys.nextEntry();
@@ -204,7 +205,7 @@ TEST_F(ZPropertiesIterator, ValuesOfAnotherKeyCanBeMadeCurrent)
     EXPECT_STREQ("3", keys.entryValue(1));
 }
 
-TEST_F(ZPropertiesIterator, KeysAreThoseOfTheBeginningAndValuesThoseOfNow)
+TEST_F(ZPropertiesIterator, ReturnsTheKeysAtItsCreationWithTheirCurrentValues)
 {
     Keys keys(store_, "s");
     store_.setValue("s", "later", "1");
@@ -225,7 +226,7 @@ TEST_F(ZPropertiesIterator, KeysAreThoseOfTheBeginningAndValuesThoseOfNow)
     EXPECT_EQ(3, count);
 }
 
-TEST_F(ZPropertiesIterator, KeyThatTookTheRoomOfARemovedOneIsNotTakenForIt)
+TEST_F(ZPropertiesIterator, KeyInTheSlotOfARemovedKeyIsNotMistakenForIt)
 {
     for (bool const afterTheStep : {false, true}) {
         SCOPED_TRACE(afterTheStep);
@@ -252,7 +253,7 @@ TEST_F(ZPropertiesIterator, KeyThatTookTheRoomOfARemovedOneIsNotTakenForIt)
     }
 }
 
-TEST_F(ZPropertiesIterator, ReloadMeanwhileIsHarmless)
+TEST_F(ZPropertiesIterator, ReloadDuringIterationIsHarmless)
 {
     Keys keys(store_, "s");
     Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
@@ -274,14 +275,16 @@ TEST_F(ZPropertiesIterator, ReloadMeanwhileIsHarmless)
     EXPECT_EQ("newer,", valuesOf(store_, "s", "b"));
 }
 
-TEST_F(ZPropertiesIterator, HoldsTheStoreForItsLife)
+TEST_F(ZPropertiesIterator, LocksTheStoreUntilItsDestruction)
 {
     std::atomic<bool> done{false};
+    WatchedThread setter;
     std::thread other;
     {
         Keys keys(store_, "s");
         Values values(store_, "s", "a", zPropLocalStrings, zPropIterAny);
         other = std::thread([&] {
+            setter.enter();
             store_.setValue("s", "other", "1");
             done = true;
         });
@@ -289,26 +292,26 @@ TEST_F(ZPropertiesIterator, HoldsTheStoreForItsLife)
             keys.nextEntry();
             EXPECT_EQ(1, store_.exists("s", keys.entryName()));
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        setter.waitUntilAsleep();
         EXPECT_FALSE(done);
     }
     other.join();
     EXPECT_TRUE(done);
 }
 
-TEST_F(ZPropertiesIterator, DestroyedByAStrangerRaisesAndTheStoreStaysHeld)
+TEST_F(ZPropertiesIterator, DestructionInAnotherThreadThrowsAndKeepsTheLock)
 {
-    static Store* const store = new Store;  // for ever: it stays locked
+    static Store* const store = new Store;  // leaked: it stays locked
     store->load(path_.c_str());
     auto* const keys = new Keys(*store, "s");
     std::thread([&] { EXPECT_THROW(keys->~Keys(), ZUnlockResourceException_6_0); }).join();
-    EXPECT_EQ(1, store->exists("s"));  // the lock is this thread's still
+    EXPECT_EQ(1, store->exists("s"));  // this thread still holds the lock
     operator delete(keys);
 }
 
-TEST_F(ZPropertiesIterator, DestroyedByAStrangerWhileAnExceptionIsOnItsWayIsReported)
+TEST_F(ZPropertiesIterator, DestructionInAnotherThreadIsReportedDuringUnwinding)
 {
-    static Store* const store = new Store;  // for ever: it stays locked
+    static Store* const store = new Store;  // leaked: it stays locked
     store->load(path_.c_str());
     auto* const keys = new Keys(*store, "s");
     NotedMessages messages;
@@ -319,7 +322,7 @@ TEST_F(ZPropertiesIterator, DestroyedByAStrangerWhileAnExceptionIsOnItsWayIsRepo
         };
         try {
             End const end{keys};
-            throw std::logic_error("on its way");
+            throw std::logic_error("unwinding");
         } catch (std::logic_error const&) {
         }
     }).join();
@@ -330,7 +333,7 @@ TEST_F(ZPropertiesIterator, DestroyedByAStrangerWhileAnExceptionIsOnItsWayIsRepo
 
 // ---- Values ------------------------------------------------------------------------------------
 
-TEST_F(ZPropertiesIterator, WalksTheValuesOfAKey)
+TEST_F(ZPropertiesIterator, VisitsTheValuesOfAKey)
 {
     Values values(store_, "s", "b", zPropLocalStrings, zPropIterAny);
     EXPECT_EQ(2, values.valueCount());
@@ -351,7 +354,7 @@ TEST_F(ZPropertiesIterator, WalksTheValuesOfAKey)
     EXPECT_EQ(1, values.isValid());
 }
 
-TEST_F(ZPropertiesIterator, GivesUTF8WhenAsked)
+TEST_F(ZPropertiesIterator, ReturnsUTF8OnRequest)
 {
     Values values(store_, "s", "a", zPropUTF8Strings, zPropIterAny);
     EXPECT_NE(nullptr, dynamic_cast<ZUTF8String_6_0 const*>(&values.nextValue()));
@@ -387,18 +390,18 @@ TEST_F(ZPropertiesIterator, ChecksItsArguments)
                           static_cast<ZPropIter_valtype>(c.kind));
         }));
     }
-    // The wrong kind is found by the store.
+    // The store detects values of the wrong kind.
     EXPECT_THROW(Values(store_, "s", "a", zPropLocalStrings, zPropIterObfuscated),
                  ZInvalidParameterException_6_0);
     EXPECT_THROW(Values(store_, "s", "hidden", zPropLocalStrings, zPropIterPlain),
                  ZInvalidParameterException_6_0);
-    // So are empty names, where a kind is asked for; else they are those of a missing key.
+    // Empty names are invalid if a kind is requested; otherwise the key is missing.
     EXPECT_THROW(Values(store_, "", "a", zPropLocalStrings, zPropIterPlain),
                  ZInvalidParameterException_6_0);
     EXPECT_THROW(Values(store_, "s", "", zPropLocalStrings, zPropIterObfuscated),
                  ZInvalidParameterException_6_0);
     EXPECT_EQ(0, Values(store_, "", "", zPropLocalStrings, zPropIterAny).valueCount());
-    // Nothing was left locked.
+    // The store is not left locked.
     std::thread([&] { EXPECT_EQ(1, store_.exists("s")); }).join();
 }
 
@@ -435,7 +438,7 @@ TEST_F(ZPropertiesIterator, ChangesTheCurrentValueInPlace)
     EXPECT_EQ("", observer.log);
 }
 
-TEST_F(ZPropertiesIterator, AddsBehindTheCurrentValueAndMakesItCurrent)
+TEST_F(ZPropertiesIterator, AddsAfterTheCurrentValueAndMakesItCurrent)
 {
     {
         Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
@@ -449,7 +452,7 @@ TEST_F(ZPropertiesIterator, AddsBehindTheCurrentValueAndMakesItCurrent)
     EXPECT_EQ(1, store_.isModified());
 }
 
-TEST_F(ZPropertiesIterator, AddToAKeyWithoutValuesSetsItAndTellsObservers)
+TEST_F(ZPropertiesIterator, AddToAKeyWithoutValuesSetsItAndNotifiesObservers)
 {
     NotedChanges observer;
     store_.addObserver(&observer);
@@ -515,7 +518,7 @@ TEST_F(ZPropertiesIterator, KeepsRemovingAllObfuscatedValuesWithTheFirst)
     EXPECT_EQ("2[s]hidden ", observer.log);
 }
 
-TEST_F(ZPropertiesIterator, RefusesTextThatAFileWouldNotGiveBack)
+TEST_F(ZPropertiesIterator, RefusesStringsThatAFileCannotRepresent)
 {
     Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
     values.nextValue();
@@ -532,7 +535,7 @@ TEST_F(ZPropertiesIterator, RefusesTextThatAFileWouldNotGiveBack)
     EXPECT_THROW(bad.addValue("x"), ZInvalidParameterException_6_0);
 }
 
-TEST_F(ZPropertiesIterator, KeyThatGoesAwayMeanwhileIsHarmless)
+TEST_F(ZPropertiesIterator, RemovingTheKeyDuringIterationIsHarmless)
 {
     Values values(store_, "s", "b", zPropLocalStrings, zPropIterPlain);
     values.nextValue();
@@ -561,19 +564,19 @@ TEST_F(ZPropertiesIterator, KeepsAnEmptyValueUntilTheFileIsReadAgain)
     EXPECT_NE(std::string::npos, directory_.read("conf").find("b = \nb = \nb = 3\n"));
     store_.reload(nullptr);
     EXPECT_EQ("3,", valuesOf(store_, "s", "b"));
-    // A key without values gets none.
+    // A key without values still has none.
     Values values(store_, "s", "empty", zPropLocalStrings, zPropIterAny);
     values.addValue("");
     EXPECT_EQ(0, values.isValid());
     EXPECT_EQ(0, values.valueCount());
 }
 
-// ---- Want of memory ----------------------------------------------------------------------------
+// ---- Failed allocations ------------------------------------------------------------------------
 
-TEST_F(ZPropertiesIterator, WantOfMemoryLeavesEverythingAsItWas)
+TEST_F(ZPropertiesIterator, FailedAllocationsChangeNothing)
 {
     std::string const text(300, 'x');
-    Values(store_, "s", "b", zPropLocalStrings, zPropIterAny);  // makes the list, which stays
+    Values(store_, "s", "b", zPropLocalStrings, zPropIterAny);  // creates the list, which remains
     auto const check = [&] {
         EXPECT_EQ("2,3,", valuesOf(store_, "s", "b"));
         EXPECT_EQ(0, store_.exists("s", "new"));

@@ -43,7 +43,7 @@ TEST(ZPropertiesKVList, ItemsKeepTheirOrder)
     EXPECT_EQ(nullptr, list.getItemKey(0));
 }
 
-TEST(ZPropertiesKVList, TypeFixesTheKindOfStrings)
+TEST(ZPropertiesKVList, TypeDeterminesTheClassOfStrings)
 {
     ZPropertiesKVList_6_0 local(zPropLocalStrings);
     ZPropertiesKVList_6_0 utf8(zPropUTF8Strings);
@@ -60,7 +60,7 @@ TEST(ZPropertiesKVList, TypeFixesTheKindOfStrings)
     EXPECT_EQ(contentsOf(local), contentsOf(utf8));
 }
 
-TEST(ZPropertiesKVList, StringsOfTheOtherKindAreConverted)
+TEST(ZPropertiesKVList, StringsOfTheOtherTypeAreConverted)
 {
     LocalCharacter const character = localCharacter();
     std::string const localText = "caf" + character.local;
@@ -106,7 +106,7 @@ TEST(ZPropertiesKVList, OtherTypesAreRefused)
     }
 }
 
-TEST(ZPropertiesKVList, CopiesAreTheirOwn)
+TEST(ZPropertiesKVList, CopiesAreIndependent)
 {
     ZPropertiesKVList_6_0 list(zPropUTF8Strings);
     fill(list);
@@ -146,7 +146,7 @@ TEST(ZPropertiesKVList, AssigningAShorterAndALongerListReplacesTheItems)
     }
 }
 
-TEST(ZPropertiesKVList, EntriesHoldCopies)
+TEST(ZPropertiesKVList, EntriesContainCopies)
 {
     ZLCString_6_0 key("key");
     ZKVEntry_6_0 const entry(key, ZLCString_6_0("value"), zPropLocalStrings);
@@ -167,7 +167,7 @@ TEST(ZPropertiesKVList, EntriesHoldCopies)
     EXPECT_TRUE(other.equals(entry));
 }
 
-TEST(ZPropertiesKVList, EveryAllocationFailureLeavesTheListAsItWas)
+TEST(ZPropertiesKVList, FailedAllocationsLeaveTheListUnchanged)
 {
     for (ZPropertyStringType const type : {zPropLocalStrings, zPropUTF8Strings}) {
         ZLCString_6_0 const longText(std::string(500, 'x').c_str());
@@ -179,7 +179,7 @@ TEST(ZPropertiesKVList, EveryAllocationFailureLeavesTheListAsItWas)
         ZPropertiesKVList_6_0 other(type);
         for (int i = 0; i < 5; ++i)
             other.addItem(longText, longText);
-        // Adding and assigning may keep the room that they made: blocks are not counted.
+        // Adding and assigning may keep memory that they reserved, so blocks are not counted.
         for (auto const &change :
              {+[](ZPropertiesKVList_6_0&to, ZPropertiesKVList_6_0 const&from) {
                   to.addItem(*from.getItemKey(0), *from.getItemValue(0));
@@ -203,7 +203,7 @@ TEST(ZPropertiesKVList, EveryAllocationFailureLeavesTheListAsItWas)
             EXPECT_EQ(blocks, FailingAllocator::blocks());
         }
         failEachAllocation([&] { ZPropertiesKVList_6_0 const made(type); }, same);
-        // One that has to grow.
+        // A list that has to grow.
         while (other.getItemCount() < 10)
             other.addItem(longText, longText);
         failEachAllocation([&] { other.addItem(longText, longText); },

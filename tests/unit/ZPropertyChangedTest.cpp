@@ -3,7 +3,7 @@
 
 using Changed = ZPropertyChanged_6_0;
 
-TEST(ZPropertyChanged, HoldsWhatItWasMadeWith)
+TEST(ZPropertyChanged, HasTheValuesOfItsConstructor)
 {
     Changed const change(Changed::storeChanged, Changed::set, "server", "port");
     EXPECT_EQ(0, change.style());
@@ -22,14 +22,14 @@ TEST(ZPropertyChanged, CopiesItsNames)
     EXPECT_STREQ("port", change.key().getChars());
 }
 
-TEST(ZPropertyChanged, TakesANullNameAsEmpty)
+TEST(ZPropertyChanged, NullNameIsEmpty)
 {
     Changed const change(Changed::storeChanged, Changed::added, nullptr, nullptr);
     EXPECT_TRUE(change.category().isEmpty());
     EXPECT_TRUE(change.key().isEmpty());
 }
 
-TEST(ZPropertyChanged, NumbersItsChanges)
+TEST(ZPropertyChanged, NumbersTheTypesOfChanges)
 {
     EXPECT_EQ(0, Changed::storeChanged);
     EXPECT_EQ(0, Changed::added);

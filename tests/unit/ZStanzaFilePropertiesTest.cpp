@@ -25,8 +25,8 @@ constexpr char kSource[] = "src/Z/ZStanzaFileProperties";
 
 using Store = ZStanzaFileProperties_6_0;
 
-// A store that shows the text that it would write.
-class SeenStore final : public ZStanzaFileProperties_6_0 {
+// A store that returns the text that it would write.
+class VisibleStore final : public ZStanzaFileProperties_6_0 {
 public:
     using ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0;
 
@@ -44,7 +44,7 @@ using ZStanzaFileProperties = StanzaStoreTest;
 
 // ---- Files -------------------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, LoadsWhenMadeWithAPath)
+TEST_F(ZStanzaFileProperties, ConstructorWithAPathLoadsTheFile)
 {
     std::string const path = directory_.write("conf", "# c\n[s]\nk = v\n");
     Store const store(path.c_str(), 1);
@@ -62,13 +62,13 @@ TEST_F(ZStanzaFileProperties, RewriteKeepsCommentsBlankLinesAndOrder)
     EXPECT_EQ(kText, stored());
 }
 
-TEST_F(ZStanzaFileProperties, RewriteTidiesWhiteSpaceAndWhatFollowsAHead)
+TEST_F(ZStanzaFileProperties, RewriteNormalisesWhitespaceAndDropsTextAfterAHeader)
 {
     load("  # c  \n \t \n  [ s ] tail\n  k   =   v  \nx=\n");
     EXPECT_EQ("# c\n\n[ s ]\nk = v\nx =\n", stored());
 }
 
-TEST_F(ZStanzaFileProperties, WithoutCommentsKeptAStoreDropsThem)
+TEST_F(ZStanzaFileProperties, CommentsAreDroppedUnlessKept)
 {
     std::string const path = directory_.write("conf", "# c\n\n[s]\n# d\nk = v\n\n");
     Store store(path.c_str(), 0);
@@ -76,7 +76,7 @@ TEST_F(ZStanzaFileProperties, WithoutCommentsKeptAStoreDropsThem)
     EXPECT_EQ("[s]\nk = v\n", directory_.read("conf"));
 }
 
-TEST_F(ZStanzaFileProperties, NewKeyStandsBehindItsTemplateComment)
+TEST_F(ZStanzaFileProperties, NewKeyFollowsItsTemplateComment)
 {
     load("[s]\na = 1\n# key = 5\n\nb = 2\n[t]\n");
     store_.setValue("s", "key", "6");
@@ -94,12 +94,11 @@ TEST_F(ZStanzaFileProperties, CopyIsAStanzaStore)
     EXPECT_EQ("v,", valuesOf(store_, "s", "k"));
 }
 
-// ---- Values without a UTF-8 form
-// -----------------------------------------------------------------
+// ---- Values without a UTF-8 form ---------------------------------------------------------------
 
 namespace {
 
-// No character in any codeset that has more than one byte a character, nor in ASCII.
+// Not a character in any multibyte codeset, nor in ASCII.
 constexpr char kUnconvertible[] = "\xFF";
 
 bool isConvertible()
@@ -125,7 +124,7 @@ TEST_F(ZStanzaFileProperties, KeepsReadingAnUnconvertibleValueAsEmptyUTF8)
     EXPECT_EQ(std::string("a,") + kUnconvertible + ",", valuesOf(store_, "s", "k"));
 }
 
-TEST_F(ZStanzaFileProperties, EmptyUTF8OfAnUnconvertibleValueIsNotWrittenBack)
+TEST_F(ZStanzaFileProperties, EmptyUTF8OfAnUnconvertibleValueIsNotStored)
 {
     if (isConvertible())
         GTEST_SKIP() << "every byte is a character in this locale";
@@ -160,13 +159,13 @@ TEST_F(ZStanzaFileProperties, EmptyUTF8OfAnUnconvertibleValueIsNotWrittenBack)
                      ZInvalidParameterException_6_0);
         EXPECT_EQ(before, valuesOf(store, "s", "k"));
         EXPECT_EQ(0, store.isModified());
-        // Text of the local codeset stands for nothing but itself.
+        // An empty string of the local codeset is not ambiguous.
         store.setValue("s", "k", "", obfuscated);
         EXPECT_EQ("", valuesOf(store, "s", "k"));
     }
 }
 
-TEST_F(ZStanzaFileProperties, EmptyUTF8IsWrittenWhereEveryValueIsConvertible)
+TEST_F(ZStanzaFileProperties, EmptyUTF8IsStoredIfEveryValueIsConvertible)
 {
     store_.setValue("s", "k", "a");
     store_.addValue("s", "k", "b", 0);
@@ -187,7 +186,7 @@ TEST_F(ZStanzaFileProperties, EmptyUTF8IsWrittenWhereEveryValueIsConvertible)
 
 // ---- Comments ----------------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, CommentsGetTheirMark)
+TEST_F(ZStanzaFileProperties, CommentsGetAHashSign)
 {
     load("[s]\nk = v\n");
     store_.addFileComment("file\n#marked");
@@ -200,13 +199,13 @@ TEST_F(ZStanzaFileProperties, CommentsGetTheirMark)
     EXPECT_STREQ("#", comment.getChars());
 }
 
-TEST_F(ZStanzaFileProperties, StanzaCommentOfSeveralLinesStaysTogether)
+TEST_F(ZStanzaFileProperties, LinesOfAStanzaCommentStayTogether)
 {
     load("[r]\nk = a\n[s]\nk = a\n");
     store_.addStanzaComment("r", "one\n#two\n\nfour");
     store_.addStanzaComment("s", "five\nsix");
     EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n[s]\nk = a\n", stored());
-    // A comment of its own keeps its distance.
+    // A separate comment stays separated by a blank line.
     store_.addStanzaComment("s", "seven\neight");
     EXPECT_EQ("\n#one\n#two\n#\n#four\n[r]\nk = a\n\n#five\n#six\n\n#seven\n#eight\n[s]\nk = a\n",
               stored());
@@ -298,7 +297,7 @@ TEST_F(ZStanzaFileProperties, KeepsTheFirstValueInAStanzaList)
 
 // ---- Adding values -----------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, AddedValuesComeBehindTheOthersOnce)
+TEST_F(ZStanzaFileProperties, AddValueAppendsAValueOnce)
 {
     load("[s]\nk = a\nk = b\n");
     NotedChanges observer;
@@ -312,7 +311,7 @@ TEST_F(ZStanzaFileProperties, AddedValuesComeBehindTheOthersOnce)
     EXPECT_EQ("[s]\nk = a\nk = b\nk = c\nnew = x\n", stored());
 }
 
-TEST_F(ZStanzaFileProperties, FiveFormsOfAddingAText)
+TEST_F(ZStanzaFileProperties, AddValueAcceptsFiveTypesOfStrings)
 {
     store_.addValue("s", "k", "1", 0);
     store_.addValue("s", "k", ZLCString_6_0("2"), 0);
@@ -340,12 +339,12 @@ TEST_F(ZStanzaFileProperties, ManyValuesAreAddedWithoutDuplicates)
     ZArrayList_6_0 const none(1, 1);
     store_.addValues("s", "k", none, 0);
     EXPECT_EQ("a,b,,c,d,", valuesOf(store_, "s", "k"));
-    // The empty one is no value once it is read from a file.
+    // A file does not represent the empty value.
     EXPECT_EQ("a,b,c,d,", readBack("s", "k"));
     EXPECT_EQ("b,a,c,d,", readBack("s", "hidden"));
 }
 
-TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesMakesTheKey)
+TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesCreatesTheKey)
 {
     ZArrayList_6_0 values(2, 1);
     values.addNoCopy(new ZLCString_6_0(""));
@@ -361,7 +360,7 @@ TEST_F(ZStanzaFileProperties, EmptyValueAddedToAKeyWithoutValuesMakesTheKey)
     values.addNoCopy(new ZLCString_6_0("b"));
     store_.addValues("s", "k", values, 0);
     EXPECT_EQ("a,,b,", valuesOf(store_, "s", "k"));
-    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // to add to values tells nobody
+    EXPECT_EQ("2[s]k 2[s]k ", observer.log);  // adding to existing values sends no notice
 }
 
 TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)
@@ -411,7 +410,7 @@ TEST_F(ZStanzaFileProperties, AddingChecksItsArgumentsAndChangesNothing)
     EXPECT_EQ(0, store_.isModified());
 }
 
-TEST_F(ZStanzaFileProperties, AddingToOneKeyGrowsWithItsValues)
+TEST_F(ZStanzaFileProperties, TwentyThousandValuesAreAddedInOneCall)
 {
     ZArrayList_6_0 values(20000, 1);
     for (int i = 0; i < 20000; ++i) {
@@ -424,7 +423,7 @@ TEST_F(ZStanzaFileProperties, AddingToOneKeyGrowsWithItsValues)
 
 // ---- Batches -----------------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, ItemsAreServedByTheirType)
+TEST_F(ZStanzaFileProperties, ItemsAreReadByTheirType)
 {
     load("[s]\nyes = true\nn = 0x10\ntext = t\nmany = a\nmany = b\n");
     int truth = -1;
@@ -458,7 +457,7 @@ TEST_F(ZStanzaFileProperties, ItemsAreServedByTheirType)
     EXPECT_EQ(7u, missing);
 }
 
-TEST_F(ZStanzaFileProperties, ATypeThatDoesNotExistEndsTheBatch)
+TEST_F(ZStanzaFileProperties, AnInvalidTypeEndsTheBatch)
 {
     load("[s]\nn = 1\n");
     unsigned int first = 0;
@@ -506,7 +505,7 @@ TEST_F(ZStanzaFileProperties, BatchesCheckTheirArguments)
 
 // ---- Factory and iterators ---------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, FactoryIsOneAndKeepsComments)
+TEST_F(ZStanzaFileProperties, FactoryIsASingletonAndKeepsComments)
 {
     auto* const factory = Store::getFactory();
     ASSERT_NE(nullptr, factory);
@@ -523,7 +522,7 @@ TEST_F(ZStanzaFileProperties, FactoryIsOneAndKeepsComments)
     EXPECT_EQ(0, made->count());
 }
 
-TEST_F(ZStanzaFileProperties, FactoryOfTheCallersOwnHasItsOwnStores)
+TEST_F(ZStanzaFileProperties, AnotherFactoryHasItsOwnStores)
 {
     std::string const path = directory_.write("conf", "# c\n[s]\nk = v\n");
     Store::ZStanzaFilePropertiesFactory factory;
@@ -533,7 +532,7 @@ TEST_F(ZStanzaFileProperties, FactoryOfTheCallersOwnHasItsOwnStores)
     EXPECT_EQ("v,", valuesOf(*store, "s", "k"));
 }
 
-TEST_F(ZStanzaFileProperties, IteratorsAreThoseOfTheStore)
+TEST_F(ZStanzaFileProperties, StanzaIteratorsIterateOverKeysAndValues)
 {
     load("[s]\nk = a\nk = b\n");
     ZStanzaIterator_6_0 keys(store_, "s");
@@ -544,12 +543,12 @@ TEST_F(ZStanzaFileProperties, IteratorsAreThoseOfTheStore)
     EXPECT_THROW(ZStanzaIterator_6_0(store_, nullptr), ZInvalidParameterException_6_0);
 }
 
-// ---- Want of memory ----------------------------------------------------------------------------
+// ---- Failed allocations ------------------------------------------------------------------------
 
-TEST_F(ZStanzaFileProperties, WantOfMemoryLeavesEverythingAsItWas)
+TEST_F(ZStanzaFileProperties, FailedAllocationsChangeNothing)
 {
     load("[s]\nk = a\n");
-    store_.addValue("s", "k", "a", 0);  // makes the list of its values, which stays
+    store_.addValue("s", "k", "a", 0);  // creates the list of its values, which remains
     std::string const text(300, 'x');
     ZArrayList_6_0 values(4, 1);
     for (int i = 0; i < 4; ++i) {
@@ -607,15 +606,15 @@ TEST_F(ZStanzaFileProperties, WantOfMemoryLeavesEverythingAsItWas)
     }
 }
 
-TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
+TEST_F(ZStanzaFileProperties, UndoesSeveralValuesWithoutAllocating)
 {
     struct Case {
         char const* stanza;
         char const* key;
         int obfuscated;
-        int values;  // that the key has before
+        int values;  // number of values of the key before the call
     };
-    // Of "bare" and of the stanza "far" the companion alone knows: they have no lines.
+    // Only the companion contains "bare" and the stanza "far": they have no lines.
     Case const cases[] = {{"new", "k", 1, 0},   {"s", "new", 0, 0},   {"s", "k", 0, 1},
                           {"s", "empty", 0, 0}, {"s", "empty", 1, 0}, {"s", "hidden", 1, 1},
                           {"s", "bare", 0, 0},  {"s", "bare", 1, 0},  {"far", "k", 1, 1},
@@ -640,7 +639,7 @@ TEST_F(ZStanzaFileProperties, TakesSeveralValuesBackThoughNoMemoryComesBack)
         values.addNoCopy(new ZLCString_6_0(i));
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.stanza) + "/" + c.key);
-        SeenStore store(directory_.write("conf", kText + entry).c_str(), 1);
+        VisibleStore store(directory_.write("conf", kText + entry).c_str(), 1);
         NotedChanges observer;
         store.addObserver(&observer);
         int const stanzas = store.count();
