@@ -538,18 +538,18 @@ void ZProperties_6_0::Rep::Strings::add(char const* text, ZPropertyStringType ty
     (void)string.release();
 }
 
-void ZProperties_6_0::Rep::Strings::dropFirst()
+void ZProperties_6_0::Rep::Strings::removeFirst()
 {
     delete list_.get(0);
     list_.remove(0u);
 }
 
 // ZArrayList has no reserve(), but keeps its capacity when elements are removed.
-void ZProperties_6_0::Rep::Strings::makeRoom(ZArrayList_6_0& target, unsigned members) const
+void ZProperties_6_0::Rep::Strings::reserveIn(ZArrayList_6_0& target, unsigned existing) const
 {
     unsigned const before = target.size();
     try {
-        while (target.capacity() < members + list_.size())
+        while (target.capacity() < existing + list_.size())
             target.addNoCopy(nullptr);
     } catch (ZOutOfMemoryException_6_0 const&) {
         while (target.size() > before)
@@ -583,7 +583,7 @@ void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayLis
         for (unsigned i = 0; i < list->size(); ++i)
             fresh.add(static_cast<ZLCString_6_0 const*>(list->get(i))->getChars(), type);
     }
-    fresh.makeRoom(out, 0);
+    fresh.reserveIn(out, 0);
     out.removeAll();
     fresh.moveTo(out);
 }

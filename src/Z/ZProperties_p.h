@@ -67,13 +67,13 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
             return static_cast<ZLCString_6_0*>(list_.get(index))->getChars();
         }
 
-        void dropFirst();
-        template <class IsOne>
-        void dropThose(IsOne isOne);  // the strings for which `isOne(text)` is true
+        void removeFirst();
+        template <class Predicate>
+        void removeIf(Predicate predicate);  // the strings for which `predicate(text)` is true
 
-        // Reserves capacity in an owning list for `members` elements and all these strings, so
+        // Reserves capacity in an owning list for `existing` elements and all these strings, so
         // that moveTo(), which appends them, does not throw.
-        void makeRoom(ZArrayList_6_0& target, unsigned members) const;
+        void reserveIn(ZArrayList_6_0& target, unsigned existing) const;
         void moveTo(ZArrayList_6_0& target);
 
     private:
@@ -234,11 +234,11 @@ private:
     ZJournaledFile::Stamp sharedStamp_;  // guarded by stampMutex_
 };
 
-template <class IsOne>
-void ZProperties_6_0::Rep::Strings::dropThose(IsOne isOne)
+template <class Predicate>
+void ZProperties_6_0::Rep::Strings::removeIf(Predicate predicate)
 {
     for (unsigned i = 0; i < list_.size(); ++i) {
-        if (isOne(text(i))) {
+        if (predicate(text(i))) {
             delete list_.get(i);
             list_.set(i, nullptr);
         }

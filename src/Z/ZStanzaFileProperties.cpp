@@ -35,7 +35,7 @@ bool isEmpty(char const* text)
     return text == nullptr || *text == '\0';
 }
 
-void needName(char const* stanza)
+void requireName(char const* stanza)
 {
     if (isEmpty(stanza))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForName);
@@ -43,7 +43,7 @@ void needName(char const* stanza)
 
 // Returns `string` in the local codeset, converted into `local` if necessary. Throws if that fails:
 // the empty result would overwrite the value.
-char const* localText(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
+char const* toLocal(ZAbstractString_6_0 const& string, ZLCString_6_0& local)
 {
     if (string.getCodesetHandle() == local.getCodesetHandle())
         return string.getChars();
@@ -74,18 +74,56 @@ ZPCache_6_0* newCache()
 }
 
 // A set of borrowed strings.
-class Texts {
+class StringSet {
 public:
     // Returns whether the string was inserted, because the set did not contain it.
     bool insert(char const* text)
     {
         return zmemory::translateBadAlloc(kSource, raiseInAddValues,
-                                          [&] { return texts_.insert(text).second; });
+                                          [&] { return strings_.insert(text).second; });
     }
 
 private:
-    std::unordered_set<std::string_view> texts_;
+    std::unordered_set<std::string_view> strings_;
 };
+
+// Copies `values` in the local codeset to `strings` and checks that a file can represent them.
+// Returns whether one of them is an empty UTF-8 string.
+template <class Strings>
+bool copyNewValues(char const* key, ZArrayList_6_0 const& values, int obfuscated, Strings& strings)
+{
+    bool hasEmptyUTF8 = false;
+    for (unsigned i = 0; i < values.size(); ++i) {
+        auto const* const string = dynamic_cast<ZAbstractString_6_0 const*>(values.get(i));
+        if (string == nullptr)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValues);
+        ZLCString_6_0 converted;
+        char const* const text = toLocal(*string, converted);
+        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text) == 0)
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+        strings.add(text, zPropLocalStrings);
+        hasEmptyUTF8 = hasEmptyUTF8 || (*text == '\0' && isUTF8(*string));
+    }
+    return hasEmptyUTF8;
+}
+
+// Removes strings that equal an existing value or an earlier string.
+template <class Strings>
+void removeDuplicates(ZArrayList_6_0 const& existing, Strings& strings)
+{
+    // The usual case, a single string, is compared with each value and needs no set.
+    if (strings.count() == 1) {
+        bool exists = false;
+        for (unsigned i = 0; i < existing.size() && !exists; ++i)
+            exists = strcmp(strings.text(0), textAt(existing, i)) == 0;
+        strings.removeIf([exists](char const*) { return exists; });
+        return;
+    }
+    StringSet known;
+    for (unsigned i = 0; i < existing.size(); ++i)
+        known.insert(textAt(existing, i));
+    strings.removeIf([&known](char const* text) { return !known.insert(text); });
+}
 
 }  // namespace
 
@@ -140,7 +178,7 @@ void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
                                          ZUTF8String_6_0 const& value, int obfuscated)
 {
     ZLCString_6_0 local;
-    addValue(stanza, key, localText(value, local), obfuscated);
+    addValue(stanza, key, toLocal(value, local), obfuscated);
 }
 
 void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
@@ -153,7 +191,7 @@ void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
                                          ZUTF8ConstString_6_0 const& value, int obfuscated)
 {
     ZLCString_6_0 local;
-    addValue(stanza, key, localText(value, local), obfuscated);
+    addValue(stanza, key, toLocal(value, local), obfuscated);
 }
 
 void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
@@ -163,27 +201,16 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     Hold const hold(*this);
     // Check every new string before the first is stored.
-    Rep::Strings texts;
-    bool hasEmptyUTF8 = false;
-    for (unsigned i = 0; i < values.size(); ++i) {
-        auto const* const string = dynamic_cast<ZAbstractString_6_0 const*>(values.get(i));
-        if (string == nullptr)
-            ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValues);
-        ZLCString_6_0 converted;
-        char const* const text = localText(*string, converted);
-        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text) == 0)
-            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-        texts.add(text, zPropLocalStrings);
-        hasEmptyUTF8 = hasEmptyUTF8 || (*text == '\0' && isUTF8(*string));
-    }
+    Rep::Strings strings;
+    bool const hasEmptyUTF8 = copyNewValues(key, values, obfuscated, strings);
     // The caller may have read the empty UTF-8 string in place of a value without a UTF-8 form.
     if (hasEmptyUTF8 && Rep::hasValueWithoutUTF8(*this, stanza, key))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     checkAccess(stanza, key, obfuscated);
-    if (texts.count() == 0)
+    if (strings.count() == 0)
         return;
-    if (texts.count() == 1 && cache().countValues(stanza, key) == 0) {
-        setValue(stanza, key, texts.text(0), obfuscated);
+    if (strings.count() == 1 && cache().countValues(stanza, key) == 0) {
+        setValue(stanza, key, strings.text(0), obfuscated);
         return;
     }
 
@@ -193,39 +220,28 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
     bool const isNewKey = cache().contains(stanza, key) == 0;
     try {
         cache().add(stanza, key, obfuscated);
-        ZArrayList_6_0& held = *cache().get(
+        ZArrayList_6_0& existing = *cache().get(
             stanza, key,
             obfuscated != 0 ? ZPCache_6_0::obfuscatedValues : ZPCache_6_0::plainValues);
-        // The usual case, a single string, is compared with each value and needs no set.
-        Texts known;
-        char const* const only = texts.count() == 1 ? texts.text(0) : nullptr;
-        bool isThere = false;
-        for (unsigned i = 0; i < held.size(); ++i) {
-            if (only == nullptr)
-                known.insert(textAt(held, i));
-            else
-                isThere = isThere || strcmp(only, textAt(held, i)) == 0;
-        }
-        texts.dropThose(
-            [&](char const* text) { return only == nullptr ? !known.insert(text) : isThere; });
-        if (texts.count() == 0)
+        removeDuplicates(existing, strings);
+        if (strings.count() == 0)
             return;
-        texts.makeRoom(held, held.size());
-        if (held.size() == 0) {
+        strings.reserveIn(existing, existing.size());
+        if (existing.size() == 0) {
             // An empty string leaves the key without values. The following string becomes the first
             // value, and observers receive a notice of each of the two changes.
-            std::unique_ptr<Notice> ofEmpty;
-            if (*texts.text(0) == '\0' && texts.count() > 1) {
-                ofEmpty = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
-                texts.dropFirst();
+            std::unique_ptr<Notice> emptied;
+            if (*strings.text(0) == '\0' && strings.count() > 1) {
+                emptied = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
+                strings.removeFirst();
             }
-            setValue(stanza, key, texts.text(0), obfuscated);
+            setValue(stanza, key, strings.text(0), obfuscated);
             // setValue() created the lines; nothing after it throws.
-            texts.dropFirst();
-            if (ofEmpty != nullptr)
-                Rep::changed(*this, std::move(ofEmpty));
+            strings.removeFirst();
+            if (emptied != nullptr)
+                Rep::changed(*this, std::move(emptied));
         }
-        texts.moveTo(held);
+        strings.moveTo(existing);
     } catch (...) {
         if (isNewStanza)
             cache().remove(stanza);
@@ -238,7 +254,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
 
 void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_6_0& out)
 {
-    needName(stanza);
+    requireName(stanza);
     Hold const hold(*this);
     ZPropertiesKVList_6_0 items(out.stringType());
     // KEPT: the item of a key with several values has the first value, although getValue() returns
@@ -265,7 +281,7 @@ void ZStanzaFileProperties_6_0::addStanza(char const* stanza)
 
 void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
 {
-    needName(stanza);
+    requireName(stanza);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, nullptr);
     Hold const hold(*this);
     cache().delLine(stanza);
@@ -274,7 +290,7 @@ void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
 
 void ZStanzaFileProperties_6_0::addStanzaComment(char const* stanza, char const* comment)
 {
-    needName(stanza);
+    requireName(stanza);
     Hold const hold(*this);
     Rep::addComment(*this, comment, [stanza](ZPCache_6_0& cache, char const* line) {
         cache.addLineComment(stanza, line);
