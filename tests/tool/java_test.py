@@ -14,7 +14,7 @@ IGNORED = "ignored, because it is not an entry; write KEY = VALUE with valid esc
 class JavaTest(tool.ToolTest):
     def setUp(self):
         super().setUp()
-        self.java_path = pathlib.Path(self.room.name) / "app.properties"
+        self.java_path = pathlib.Path(self.directory.name) / "app.properties"
         self.java = str(self.java_path)
 
     def given(self, text):
@@ -46,7 +46,7 @@ class JavaTest(tool.ToolTest):
             self.assertIn("k = Gr\\u00fc\\u00dfe\n", self.java_path.read_text())
             self.expect(DONE, "Grüße\n", "java", self.java, "get", "k", environment=environment)
 
-    def test_set_changes_and_adds(self):
+    def test_set_changes_and_adds_entries(self):
         self.given("#\na = 1\n")
         self.expect(DONE, "", "java", self.java, "set", "a", "2")
         self.expect(DONE, "", "java", self.java, "set", "b", "--", "-x : \\ \" ' =# ")
@@ -54,7 +54,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "a = 2\nb = -x : \\ \" ' =# \nc =\n", "java", self.java, "list")
         self.assertEqual("#", self.java_path.read_text().split("\n")[0])
 
-    def test_check_names_what_is_not_read(self):
+    def test_check_reports_lines_that_are_not_read(self):
         self.given("# hello\nbad\nnext = 1\n\nc = 1\\q\n =x\nk = v\nlast = x")
         run = self.run_tool("java", self.java, "check")
         self.assertEqual((INVALID_DATA, f"{self.java}: 1 entry, 1 comment\n"),
@@ -73,8 +73,8 @@ class JavaTest(tool.ToolTest):
         self.given("")
         self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
 
-    def test_check_names_the_lines_that_a_bad_one_takes_along(self):
-        # Line ends of both kinds in turn, also those of empty lines, are one to the reader.
+    def test_check_reports_the_line_skipped_after_an_invalid_line(self):
+        # The reader takes a run of alternating "\\r" and "\\n" as one line ending.
         rows = ((("bad\r\n", "next = 1\r\n"), 2), (("bad\r", "next = 1\r"), 2),
                 (("bad\r\n", "\r\n", "\r\n", "next = 1\r\n"), 4),
                 (("bad\n", "\r", "next = 1\n"), 3), (("bad\n", "\n", "next = 1\n"), None),
@@ -92,7 +92,7 @@ class JavaTest(tool.ToolTest):
                 read = "next = 1\n" if number is None else ""
                 self.expect(DONE, f"c = 2\n{read}", "java", self.java, "list")
 
-    def test_check_passes_over_a_last_line_without_an_entry(self):
+    def test_check_accepts_a_last_line_without_an_entry(self):
         for last, comments in (("   ", "0 comments"), ("# words", "1 comment"),
                                ("#", "0 comments")):
             with self.subTest(last):
@@ -104,7 +104,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "1\0 2\n", "java", self.java, "get", "a")
         self.expect(DONE, "a = 1\\u0000 2\n", "java", self.java, "list")
 
-    def test_a_byte_order_mark_is_named(self):
+    def test_a_byte_order_mark_is_reported(self):
         self.given(b"\xEF\xBB\xBFa = 1\n")
         mark = (f"no key \"a\", and line 1 is ignored; run 'zstz java {self.java} check' for "
                 "details\n")
@@ -120,14 +120,14 @@ class JavaTest(tool.ToolTest):
         self.expect(INVALID_DATA, "byte order mark", "convert", self.file, "app", "--from",
                     self.java)
 
-    def test_line_numbers_are_those_of_an_editor(self):
+    def test_line_numbers_match_an_editor(self):
         for end in ("\n", "\r\n", "\r"):
             with self.subTest(end):
                 self.given(end.join(("a = 1", "", "", "b = 2", "bad one\\x", "")))
                 self.expect(INVALID_DATA, f'{self.java}:5: "bad one\\x": ', "java", self.java,
                             "set", "a", "1")
 
-    def test_set_refuses_what_storing_would_lose(self):
+    def test_set_refuses_a_file_that_would_lose_lines(self):
         rows = (
             (INVALID_DATA, "a = 1\nbad\n", IGNORED),
             (INVALID_DATA, "a = 1", "the last line has no newline"),
@@ -161,7 +161,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "", "java", self.java, "set", "a", "2", "--drop-comments")
         self.assertEqual("#\na = 2\n", self.java_path.read_text())
 
-    def test_set_refuses_what_would_not_read_back(self):
+    def test_set_refuses_keys_and_values_that_would_not_read_back(self):
         self.given("a = 1\n")
         for key in ("", " k", "#k", "!k", "a b", "a=b", "a:b", "a\\b", "a\tb", "a\nb"):
             with self.subTest(key):
@@ -179,17 +179,18 @@ class JavaTest(tool.ToolTest):
         self.assertNotIn(text[:3], self.java_path.read_text())
         self.expect(DONE, text + "\n", "java", self.java, "get", "k")
 
-    def test_files_that_cannot_be_used(self):
+    def test_unusable_files_are_reported(self):
         missing = self.java + ".missing"
         for action in (["get", "a"], ["set", "a", "b"], ["list"], ["check"]):
             self.expect_unchanged(NO_ACCESS, f"zstz: {missing}: cannot open: No such", "java",
                                   missing,
                                   *action)
             self.expect_unchanged(NO_ACCESS, ": is a directory; give a regular file\n", "java",
-                                  self.room.name, *action)
-        self.expect_unchanged(NO_ACCESS, f"{self.room.name}: is a directory; give a regular file",
-                              "convert", self.file, "app", "--from", self.room.name)
-        unread = "/proc/self/mem"  # can be opened and not be read
+                                  self.directory.name, *action)
+        self.expect_unchanged(NO_ACCESS,
+                              f"{self.directory.name}: is a directory; give a regular file",
+                              "convert", self.file, "app", "--from", self.directory.name)
+        unread = "/proc/self/mem"  # can be opened but not read
         self.expect(NO_ACCESS, f"{unread}: cannot read; check the disk", "java", unread, "list")
         self.given("ok = 1\nk = \\ud83d\n")
         with open(self.java, "r+b") as held:
@@ -199,7 +200,7 @@ class JavaTest(tool.ToolTest):
             fcntl.lockf(held, fcntl.LOCK_SH | fcntl.LOCK_NB)
             self.expect(LOCKED, "locked by another process", "java", self.java, "set", "a", "1")
 
-    def test_changes_at_the_same_time_do_not_lose_one_another(self):
+    def test_concurrent_edits_are_all_stored(self):
         self.given("a = 1\n")
         runs = [subprocess.Popen([tool.TOOL, "java", self.java, "set", f"key{i}", "1"])
                 for i in range(8)]
@@ -209,21 +210,21 @@ class JavaTest(tool.ToolTest):
 
     # ---- convert ----
 
-    def test_there_and_back(self):
+    def test_a_converted_stanza_converts_back(self):
         self.expect(DONE, "", "convert", self.file, "upstream", "--to", self.java)
         self.expect(DONE, "ready = Yes\nweight = 0x1F\n", "java", self.java, "list")
         self.expect(DONE, "", "convert", self.file, "copy", "--from", self.java)
         self.expect(DONE, "[copy]\nready = Yes\nweight = 0x1F\n", "list", self.file, "copy")
         self.expect_text(tool.GATEWAY + "\n[copy]\nready = Yes\nweight = 0x1F\n")
 
-    def test_a_key_without_a_value_stays_one(self):
+    def test_a_key_without_a_value_is_converted_both_ways(self):
         self.path.write_text("[s]\nk =\n")
         self.expect(DONE, "", "convert", self.file, "s", "--to", self.java)
         self.assertEqual("#\nk = \n", self.java_path.read_text())
         self.expect(DONE, "", "convert", self.file, "t", "--from", self.java)
         self.expect(DONE, "[t]\nk =\n", "list", self.file, "t")
 
-    def test_a_new_file_and_an_empty_one(self):
+    def test_convert_creates_a_file_and_accepts_an_empty_file(self):
         new = self.file + ".new"
         self.given("a = ü\n")
         self.expect(DONE, "", "convert", new, "app", "--from", self.java)
@@ -234,7 +235,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "", "convert", self.file, "empty", "--to", self.java, "--overwrite")
         self.assertEqual("#\n", self.java_path.read_text())
 
-    def test_what_is_there_is_not_replaced_unless_told(self):
+    def test_convert_replaces_an_existing_target_only_with_overwrite(self):
         self.given("a = 1\n")
         self.expect_unchanged(REFUSED, f"zstz: {self.java}: the file exists; pass --overwrite",
                               "convert", self.file, "upstream", "--to", self.java)
@@ -245,7 +246,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, "", "convert", self.file, "upstream", "--from", self.java, "--overwrite")
         self.expect(DONE, "[upstream]\na = 1\n", "list", self.file, "upstream")
 
-    def test_a_replaced_stanza_keeps_its_place_and_all_comments(self):
+    def test_an_overwritten_stanza_keeps_its_position_and_comments(self):
         self.path.write_text("# file\n\n# above a\n[a]\n# above k\nk = 1\nk = 2\nold = 1\n\n"
                              "# above b\n[b]\nk = 1\n")
         self.expect(DONE, "", "set", self.file, "a", "o", "--obfuscated", given="x")
@@ -256,7 +257,7 @@ class JavaTest(tool.ToolTest):
         lines = [line for line in text.split("\n") if line[:1] in ("#", "[")]
         self.assertEqual(["# file", "# above a", "[a]", "# above k", "# above b", "[b]"], lines[:6])
 
-    def test_a_file_is_not_replaced_by_a_stanza_of_its_own(self):
+    def test_convert_refuses_to_write_a_stanza_over_its_own_file(self):
         self.path.write_text("[a]\nk = 1\n[b]\nk = 2\n")
         self.java_path.symlink_to(self.path)
         for path in (self.file, self.java):
@@ -265,7 +266,7 @@ class JavaTest(tool.ToolTest):
                     self.expect_unchanged(REFUSED, "is the same file as ", "convert", self.file,
                                           "a", direction, path, "--overwrite")
 
-    def test_a_stanza_takes_a_pair_of_escapes_as_one_character(self):
+    def test_a_surrogate_pair_is_converted_to_one_character(self):
         self.given("face = \\ud83d\\ude00!\n")
         self.expect(DONE, "", "convert", self.file, "new", "--from", self.java)
         self.expect(DONE, "[new]\nface = 😀!\n", "list", self.file, "new")
@@ -273,7 +274,7 @@ class JavaTest(tool.ToolTest):
         self.expect_unchanged(INVALID_VALUE, 'cannot convert key "half" or its value', "convert",
                               self.file, "other", "--from", self.java)
 
-    def test_a_java_file_takes_no_entry_that_it_cannot_give_back(self):
+    def test_convert_to_java_refuses_entries_that_would_not_read_back(self):
         rows = (
             (REFUSED, "k = 1\nk = 2\n", 'key "k" in [s] has 2 values, but a Java file'),
             (REFUSED, "k = 1\n# words\n", "has comments"),
@@ -298,7 +299,7 @@ class JavaTest(tool.ToolTest):
         self.expect_unchanged(NOT_FOUND, "no stanza [t]; ", "convert", self.file, "t", "--to",
                               self.java)
 
-    def test_comments_belong_to_the_stanza_that_they_stand_in_or_above(self):
+    def test_comments_in_or_directly_above_a_stanza_belong_to_it(self):
         self.path.write_text("# file\n\n[a]\nk = 1\n\n# above b\n[b]\nk = 1\n\n"
                              "[c]\nk = 1\n# last\n")
         for stanza, has in (("a", False), ("b", True), ("c", True)):
@@ -308,7 +309,7 @@ class JavaTest(tool.ToolTest):
                 self.java_path.unlink(missing_ok=True)
         self.expect(DONE, "", "convert", self.file, "b", "--to", self.java, "--drop-comments")
 
-    def test_a_stanza_takes_no_entry_that_it_cannot_give_back(self):
+    def test_convert_from_java_refuses_entries_that_would_not_read_back(self):
         rows = (
             (INVALID_DATA, "a = 1\nbad\n", IGNORED),
             (INVALID_DATA, "a = 1", "the last line has no newline"),
@@ -334,7 +335,7 @@ class JavaTest(tool.ToolTest):
         self.expect_unchanged(INVALID_VALUE, "invalid stanza name ", "convert", self.file, "a]",
                               "--from", self.java)
 
-    def test_what_is_taken_reads_back_equal(self):
+    def test_random_entries_convert_both_ways_or_are_refused(self):
         seed = random.randrange(1 << 30)
         choice = random.Random(seed)
         alphabet = "ab=:#!\\ \t'\"[]\r\x7f\x01üß€\uffff😀"
@@ -365,7 +366,7 @@ class JavaTest(tool.ToolTest):
 
     # ---- Usage ----
 
-    def test_wrong_command_lines(self):
+    def test_wrong_command_lines_are_refused(self):
         self.given("a = 1\n")
         rows = (
             ["java"], ["java", self.java], ["java", self.java, "frob"], ["java", self.java, "get"],

@@ -16,12 +16,12 @@ from tool import DONE, LOCKED, NO_ACCESS, USAGE
 class LockTest(tool.ToolTest):
     def setUp(self):
         super().setUp()
-        self.folder = pathlib.Path(self.room.name)
-        self.lock_file = self.folder / "._zplroutes"
+        self.directory_path = pathlib.Path(self.directory.name)
+        self.lock_file = self.directory_path / "._zplroutes"
 
     def start(self, *arguments, **options):
-        """Starts the tool and goes on; it is ended with the test."""
-        run = subprocess.Popen([tool.TOOL, "lock", "--dir", self.room.name, *arguments],
+        """Starts the tool in the background and kills it at the end of the test."""
+        run = subprocess.Popen([tool.TOOL, "lock", "--dir", self.directory.name, *arguments],
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
 
         def end():
@@ -31,7 +31,7 @@ class LockTest(tool.ToolTest):
         return run
 
     def lock(self, *arguments, **options):
-        return self.run_tool("lock", "--dir", self.room.name, *arguments, **options)
+        return self.run_tool("lock", "--dir", self.directory.name, *arguments, **options)
 
     def hold(self, kind):
         """Starts a command that holds the lock until its standard input ends."""
@@ -54,7 +54,7 @@ class LockTest(tool.ToolTest):
 
     # ---- Running a command ----
 
-    def test_the_command_runs_and_its_exit_code_is_the_result(self):
+    def test_the_exit_code_of_the_command_is_returned(self):
         for kind in ("--read", "--write"):
             for code in (0, 1, 5, 77):
                 with self.subTest(kind=kind, code=code):
@@ -64,36 +64,36 @@ class LockTest(tool.ToolTest):
                                      (run.returncode, run.stdout, run.stderr))
                     self.assertEqual("free", self.shown()[0])
 
-    def test_the_command_has_its_arguments_as_they_are(self):
+    def test_the_command_gets_its_arguments_unchanged(self):
         run = self.lock("--read", "routes", "--", "printf", "<%s>", "a b", "", "--write", "--", "*")
         self.assertEqual((DONE, "<a b><><--write><--><*>"), (run.returncode, run.stdout))
 
-    def test_the_command_has_the_environment_that_the_tool_was_given(self):
+    def test_the_command_gets_the_environment_of_the_tool(self):
         for given, printed in (({}, "unset"), ({"QVRDIR": "/nowhere"}, "/nowhere")):
             run = self.lock("--read", "routes", "--", "sh", "-c", 'echo "${QVRDIR-unset}"',
                             environment=given)
             self.assertEqual(printed + "\n", run.stdout)
 
-    def test_a_command_that_cannot_run(self):
-        plain = self.folder / "plain"
+    def test_a_command_that_cannot_run_is_reported(self):
+        plain = self.directory_path / "plain"
         plain.write_text("no program\n")
         for command, code, printed in (("no-such-command", 127, "No such file"),
-                                       (str(self.folder / "none"), 127, "No such file"),
+                                       (str(self.directory_path / "none"), 127, "No such file"),
                                        (str(plain), 126, "Permission denied"),
-                                       (self.room.name, 126, "Permission denied")):
+                                       (self.directory.name, 126, "Permission denied")):
             with self.subTest(command):
                 run = self.lock("--write", "routes", "--", command)
                 self.assertEqual((code, ""), (run.returncode, run.stdout))
                 self.assertRegex(run.stderr, rf"\Azstz: {command}: cannot run: {printed}[^\n]*\n\Z")
                 self.assertEqual("free", self.shown()[0])
 
-    def test_a_command_that_a_signal_ends(self):
+    def test_the_signal_that_kills_the_command_is_returned(self):
         for number in (signal.SIGKILL, signal.SIGTERM, signal.SIGSEGV):
             run = self.lock("--write", "routes", "--", "sh", "-c", f"kill -{int(number)} $$")
             self.assertEqual((128 + number, ""), (run.returncode, run.stderr))
             self.assertEqual("free", self.shown()[0])
 
-    def test_a_writer_raises_the_sequence_number_and_a_reader_does_not(self):
+    def test_only_a_writer_increments_the_sequence_number(self):
         self.assertEqual(("free", 0), self.shown())
         self.assertFalse(self.lock_file.exists())
         for kind, number in (("--read", 0), ("--write", 1), ("--read", 1), ("--write", 2)):
@@ -101,15 +101,15 @@ class LockTest(tool.ToolTest):
             self.assertEqual(("free", number), self.shown())
         self.assertEqual(2, struct.unpack("=I", self.lock_file.read_bytes()[:4])[0])
 
-    def test_the_lock_is_in_the_working_directory_unless_told(self):
+    def test_the_default_directory_is_the_working_directory(self):
         run = subprocess.run([tool.TOOL, "lock", "--write", "here", "--", "true"], check=False,
-                             cwd=self.room.name)
+                             cwd=self.directory.name)
         self.assertEqual(DONE, run.returncode)
-        self.assertTrue((self.folder / "._zplhere").exists())
+        self.assertTrue((self.directory_path / "._zplhere").exists())
 
-    # ---- Several processes ----
+    # ---- Multiple processes ----
 
-    def test_who_holds_the_lock(self):
+    def test_show_prints_the_processes_that_hold_the_lock_and_wait_for_it(self):
         writer = self.hold("--write")
         self.assertEqual((f"write by process {writer.pid}", 0), self.shown())
         writer.communicate()
@@ -122,22 +122,22 @@ class LockTest(tool.ToolTest):
         self.assertEqual(DONE, waiting.wait(20))
         self.assertEqual(("free", 2), self.shown())
 
-    def test_a_held_lock_fails_at_once(self):
+    def test_a_held_lock_fails_immediately(self):
         for held, wanted in (("--write", "--write"), ("--write", "--read"), ("--read", "--write")):
             with self.subTest(held=held, wanted=wanted):
                 holder = self.hold(held)
                 began = time.monotonic()
-                run = self.lock(wanted, "routes", "--", "touch", str(self.folder / "ran"))
+                run = self.lock(wanted, "routes", "--", "touch", str(self.directory_path / "ran"))
                 self.assertLess(time.monotonic() - began, 10)
                 self.assertEqual((LOCKED, ""), (run.returncode, run.stdout))
                 self.assertEqual('zstz: lock "routes" is held by another process; try again, or '
                                  "pass --wait SECONDS\n", run.stderr)
-                self.assertFalse((self.folder / "ran").exists())
+                self.assertFalse((self.directory_path / "ran").exists())
                 holder.communicate()
                 self.assertEqual(0, holder.returncode)
                 self.assertEqual(DONE, self.lock(wanted, "routes", "--", "true").returncode)
 
-    def test_readers_share(self):
+    def test_readers_share_the_lock(self):
         first, second = self.hold("--read"), self.hold("--read")
         self.assertRegex(self.shown()[0], r"\Aread by process \d+\Z")
         first.communicate()
@@ -145,7 +145,7 @@ class LockTest(tool.ToolTest):
         second.communicate()
         self.assertEqual(DONE, self.lock("--write", "routes", "--", "true").returncode)
 
-    def test_waiting_has_an_end(self):
+    def test_wait_has_a_time_limit(self):
         holder = self.hold("--write")
         began = time.monotonic()
         run = self.lock("--write", "--wait", "0.7", "routes", "--", "true")
@@ -161,7 +161,7 @@ class LockTest(tool.ToolTest):
         self.assertEqual(DONE, waiting.returncode)
 
     def test_writers_exclude_each_other(self):
-        counter = self.folder / "counter"
+        counter = self.directory_path / "counter"
         counter.write_text("0\n")
         script = f'read n <"{counter}"; sleep 0.01; echo $((n + 1)) >"{counter}"'
         runs = [self.start("--write", "--wait", "60", "routes", "--", "sh", "-c", script)
@@ -170,9 +170,9 @@ class LockTest(tool.ToolTest):
         self.assertEqual("16\n", counter.read_text())
         self.assertEqual(("free", 16), self.shown())
 
-    # ---- Signals, and ends before the end ----
+    # ---- Signals, and processes that are killed ----
 
-    def test_signals_are_handed_on(self):
+    def test_signals_are_forwarded(self):
         for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1,
                        signal.SIGUSR2, signal.SIGALRM):
             with self.subTest(number):
@@ -186,8 +186,8 @@ class LockTest(tool.ToolTest):
                 self.assertEqual(9, run.returncode)
                 self.assertEqual("free", self.shown()[0])
 
-    def test_a_signal_of_the_terminal_comes_once(self):
-        # The terminal sends it to both processes; the command must not get a second one from zstz.
+    def test_the_command_gets_a_terminal_signal_once(self):
+        # The terminal sends the signal to both processes; zstz must not forward it too.
         script = ("import signal, time\n"
                   "signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGINT})\n"
                   "print('ready', flush=True)\n"
@@ -197,7 +197,8 @@ class LockTest(tool.ToolTest):
                   "print('count', count, flush=True)\n")
         child, terminal = os.forkpty()
         if child == 0:
-            os.execv(tool.TOOL, [tool.TOOL, "lock", "--dir", self.room.name, "--write", "routes",
+            os.execv(tool.TOOL, [tool.TOOL, "lock", "--dir", self.directory.name, "--write",
+                                 "routes",
                                  "--", "python3", "-c", script])
         shown = b""
         while b"ready" not in shown:
@@ -209,7 +210,7 @@ class LockTest(tool.ToolTest):
         self.assertEqual(0, os.waitpid(child, 0)[1])
         os.close(terminal)
 
-    def test_a_signal_while_waiting_ends_it(self):
+    def test_a_signal_ends_the_wait(self):
         holder = self.hold("--write")
         waiting = self.start("--write", "--wait", "60", "routes", "--", "true")
         time.sleep(0.2)
@@ -218,7 +219,7 @@ class LockTest(tool.ToolTest):
         holder.communicate()
         self.assertEqual(("free", 1), self.shown())
 
-    def test_what_the_command_leaves_behind_does_not_keep_the_lock(self):
+    def test_processes_that_the_command_leaves_running_do_not_hold_the_lock(self):
         run = self.start("--write", "routes", "--", "sh", "-c", "sleep 60 >&- 2>&- & echo $!")
         left = int(run.stdout.readline())
         try:
@@ -228,7 +229,7 @@ class LockTest(tool.ToolTest):
         finally:
             os.kill(left, signal.SIGKILL)
 
-    def test_without_zstz_the_command_is_ended(self):
+    def test_the_command_is_terminated_if_zstz_is_killed(self):
         run = self.start("--write", "routes", "--", "sh", "-c", "echo $$; exec sleep 60")
         command = int(run.stdout.readline())
         run.kill()
@@ -243,19 +244,20 @@ class LockTest(tool.ToolTest):
         self.wait_for(has_ended)
         self.assertEqual(("free", 0), self.shown())
 
-    def test_an_ignored_end_of_a_child_is_noticed_all_the_same(self):
-        run = subprocess.run([tool.TOOL, "lock", "--dir", self.room.name, "--read", "routes", "--",
+    def test_an_ignored_SIGCHLD_does_not_lose_the_exit_code(self):
+        run = subprocess.run([tool.TOOL, "lock", "--dir", self.directory.name, "--read", "routes",
+                              "--",
                               "sh", "-c", "exit 3"], check=False, timeout=60,
                              preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
         self.assertEqual(3, run.returncode)
 
     # ---- Failures ----
 
-    def test_lock_files_that_cannot_be_used(self):
+    def test_unusable_lock_files_are_reported(self):
         def torn():
             self.lock_file.write_bytes(b"ab")
 
-        def folder():
+        def directory():
             self.lock_file.mkdir()
 
         def link():
@@ -265,32 +267,33 @@ class LockTest(tool.ToolTest):
             os.mkfifo(self.lock_file)
 
         def named_twice():
-            (self.folder / "victim").write_text("untouched")
-            os.link(self.folder / "victim", self.lock_file)
+            (self.directory_path / "victim").write_text("untouched")
+            os.link(self.directory_path / "victim", self.lock_file)
 
-        for make, printed in ((torn, "too short"), (folder, "Is a directory"),
+        for make, printed in ((torn, "too short"), (directory, "Is a directory"),
                               (link, "symbolic link"), (pipe, "not a regular file"),
                               (named_twice, "more than one name")):
             with self.subTest(make.__name__):
                 make()
-                run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"))
-                if make is torn:  # taking the gate makes it longer
+                run = self.lock("--write", "routes", "--", "touch",
+                                str(self.directory_path / "ran"))
+                if make is torn:  # acquiring the gate extends the file
                     self.assertEqual(DONE, run.returncode)
                 else:
                     self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
                     self.assertRegex(run.stderr, rf"\Azstz: {self.lock_file}: cannot use the lock "
                                      r"file: [^\n]+\n\Z")
                     self.assertIn(printed, run.stderr)
-                    self.assertFalse((self.folder / "ran").exists())
-                if make is folder:
+                    self.assertFalse((self.directory_path / "ran").exists())
+                if make is directory:
                     self.lock_file.rmdir()
                 else:
                     self.lock_file.unlink()
-                (self.folder / "ran").unlink(missing_ok=True)
-        self.assertFalse((self.folder / "elsewhere").exists())
-        self.assertEqual("untouched", (self.folder / "victim").read_text())
+                (self.directory_path / "ran").unlink(missing_ok=True)
+        self.assertFalse((self.directory_path / "elsewhere").exists())
+        self.assertEqual("untouched", (self.directory_path / "victim").read_text())
 
-    def test_lock_files_that_cannot_be_shown(self):
+    def test_show_reports_unusable_lock_files(self):
         rows = ((lambda: self.lock_file.write_bytes(b"ab"), "it is too short"),
                 (self.lock_file.mkdir, "it is not a regular file"),
                 (lambda: self.lock_file.symlink_to("elsewhere"), "it is a symbolic link"),
@@ -301,28 +304,28 @@ class LockTest(tool.ToolTest):
                 self.expect(NO_ACCESS,
                             f"zstz: {self.lock_file}: cannot use the lock file: {printed}; "
                             "check it, its directory and their permissions\n", "lock", "--dir",
-                            self.room.name, "--show", "routes")
+                            self.directory.name, "--show", "routes")
                 self.lock_file.rmdir() if make == self.lock_file.mkdir else self.lock_file.unlink()
         self.lock_file.write_bytes(b"")
         self.assertEqual(("free", 0), self.shown())
 
-    def test_a_lock_file_of_another_user(self):
+    def test_a_lock_file_without_permissions_is_reported(self):
         options = self.as_nobody()
         self.lock_file.write_bytes(b"")
         self.lock_file.chmod(0)
         for verb in (["--read", "routes", "--", "true"], ["--show", "routes"]):
             self.expect(NO_ACCESS,
                         f"{self.lock_file}: cannot use the lock file: Permission denied; ",
-                        "lock", "--dir", self.room.name, *verb, **options)
+                        "lock", "--dir", self.directory.name, *verb, **options)
 
-    def test_a_lock_file_that_takes_no_bytes(self):
-        run = self.lock("--write", "routes", "--", "touch", str(self.folder / "ran"),
+    def test_a_lock_file_that_cannot_grow_is_reported(self):
+        run = self.lock("--write", "routes", "--", "touch", str(self.directory_path / "ran"),
                         **self.limited(resource.RLIMIT_FSIZE, 0))
         self.assertEqual((NO_ACCESS, ""), (run.returncode, run.stdout))
         self.assertIn(": cannot use the lock file: ", run.stderr)
-        self.assertFalse((self.folder / "ran").exists())
+        self.assertFalse((self.directory_path / "ran").exists())
 
-    def test_a_sequence_number_that_cannot_be_raised(self):
+    def test_a_failed_increment_of_the_sequence_number_is_reported(self):
         script = ("import os, resource, sys\n"
                   "resource.prlimit(os.getppid(), resource.RLIMIT_FSIZE, (0, 0))\n"
                   "sys.exit(int(sys.argv[1]))\n")
@@ -342,24 +345,24 @@ class LockTest(tool.ToolTest):
                           "processes and open files\n"), (run.returncode, run.stderr))
         self.assertEqual(("free", 0), self.shown())
 
-    def test_no_room_for_another_file(self):
-        # The lock file takes the fourth descriptor, and the pipe to the command two more.
+    def test_exhausted_file_descriptors_are_reported(self):
+        # The lock file needs the fourth descriptor, and the pipe to the command two more.
         self.expect_no_run("Too many open files", **self.limited(resource.RLIMIT_NOFILE, 5))
 
-    def test_no_room_for_another_process(self):
+    def test_exhausted_processes_are_reported(self):
         self.expect_no_run("Resource temporarily unavailable", **self.as_nobody(),
                            **self.limited(resource.RLIMIT_NPROC, 0))
 
-    def test_folders_that_cannot_be_used(self):
-        for folder in (self.room.name + "/none", self.file):
+    def test_unusable_directories_are_reported(self):
+        for directory in (self.directory.name + "/none", self.file):
             for verb in (["--write", "routes", "--", "true"], ["--show", "routes"]):
-                with self.subTest(folder=folder, verb=verb):
-                    self.expect_unchanged(NO_ACCESS, f"zstz: {folder}: cannot lock: it is not a "
+                with self.subTest(directory=directory, verb=verb):
+                    self.expect_unchanged(NO_ACCESS, f"zstz: {directory}: cannot lock: it is not a "
                                           "directory that its owner can write and search; create "
                                           "it, or choose another with --dir\n", "lock", "--dir",
-                                          folder, *verb)
+                                          directory, *verb)
 
-    def test_wrong_command_lines(self):
+    def test_wrong_command_lines_are_refused(self):
         rows = (
             [], ["routes"], ["--read", "routes"], ["routes", "--", "true"],
             ["--read", "--write", "routes", "--", "true"], ["--read", "", "--", "true"],

@@ -1,4 +1,4 @@
-"""What the tests of zstz share: running it in a folder of its own, and looking at what it did."""
+"""Runs zstz in a directory per test and checks its output, exit code and files."""
 import os
 import pathlib
 import re
@@ -30,22 +30,22 @@ ready = Yes
 
 
 class ToolTest(unittest.TestCase):
-    """Each test has a folder of its own, with a configuration file."""
+    """Creates a directory with a configuration file for each test."""
 
     def setUp(self):
-        self.room = tempfile.TemporaryDirectory()
-        self.addCleanup(self.room.cleanup)
-        self.path = pathlib.Path(self.room.name) / "gateway.conf"
+        self.directory = tempfile.TemporaryDirectory()
+        self.addCleanup(self.directory.cleanup)
+        self.path = pathlib.Path(self.directory.name) / "gateway.conf"
         self.path.write_text(GATEWAY)
         self.file = str(self.path)
 
     def as_nobody(self):
-        """Options of run_tool() that keep the rights of root from the tool, and a room to use them
-        in."""
+        """Returns options of run_tool() that run the tool without the rights of root, and gives the
+        test directory to that user."""
         if os.geteuid() != 0:
             return {}
         nobody = 65534
-        for path in (self.room.name, self.file):
+        for path in (self.directory.name, self.file):
             os.chown(path, nobody, nobody)
         options = {"user": nobody, "group": nobody, "extra_groups": []}
         try:
@@ -53,17 +53,17 @@ class ToolTest(unittest.TestCase):
         except PermissionError:
             reached = False
         if not reached:
-            self.skipTest("the tool, its tables or its files lie where only root may go")
+            self.skipTest("only root can reach the tool, its tables or its files")
         return options
 
     def limited(self, limit, value):
-        """Options of run_tool() that limit what the system gives the tool. Files that grow beyond
-        theirs fail, and do not end it."""
+        """Returns options of run_tool() that set a resource limit. A write beyond the file size
+        limit fails, but does not kill the tool, because SIGXFSZ stays ignored."""
         program = pathlib.Path(TOOL).read_bytes()
         if re.search(rb"__(asan|tsan|ubsan)_", program):
-            self.skipTest("a sanitizer needs memory, files and processes of its own")
+            self.skipTest("a sanitizer needs more memory, files and processes")
         if program.startswith(b"#!") and limit != resource.RLIMIT_FSIZE:
-            self.skipTest("an emulator needs memory, files and processes of its own")
+            self.skipTest("an emulator needs more memory, files and processes")
         return {"preexec_fn": lambda: resource.setrlimit(limit, (value, value)),
                 "restore_signals": False}
 
@@ -75,7 +75,7 @@ class ToolTest(unittest.TestCase):
                               env=environment, check=False, timeout=60, **options)
 
     def expect(self, code, printed, *arguments, **options):
-        """Runs the tool; with a failing code `printed` stands in its one line of report."""
+        """Runs the tool. If `code` is a failure, the report is one line that contains `printed`."""
         run = self.run_tool(*arguments, **options)
         self.assertEqual((code, "" if code else printed), (run.returncode, run.stdout), run.stderr)
         if code:
@@ -85,12 +85,12 @@ class ToolTest(unittest.TestCase):
             self.assertEqual("", run.stderr)
 
     def expect_unchanged(self, code, printed, *arguments, **options):
-        before = self.room_contents()
+        before = self.directory_contents()
         self.expect(code, printed, *arguments, **options)
-        after = self.room_contents()
+        after = self.directory_contents()
         self.assertEqual(before, after)
 
-    def room_contents(self):
+    def directory_contents(self):
         return sorted((p.name, p.read_bytes() if p.is_file() else None)
                       for p in self.path.parent.iterdir())
 
@@ -99,7 +99,7 @@ class ToolTest(unittest.TestCase):
 
 
 def main():
-    """Runs the tests of the calling module with the tool that the first argument names."""
+    """Runs the tests of the calling module. The first argument is the path of the tool."""
     global TOOL
     TOOL = os.path.abspath(sys.argv.pop(1))
     unittest.main()

@@ -44,13 +44,13 @@ class ZstzTest(tool.ToolTest):
         return (f"zstz: {self.file}: no stanza [cellar]; run 'zstz stanzas {self.file}' to list "
                 "them\n")
 
-    def test_get_says_what_is_missing(self):
+    def test_get_reports_a_missing_stanza_or_key(self):
         self.expect(NOT_FOUND, self.no_cellar(), "get", self.file, "cellar", "port")
         self.expect(NOT_FOUND,
                     f"zstz: {self.file}: no key \"colour\" in [listener]; run 'zstz keys "
                     f"{self.file} listener' to list them\n", "get", self.file, "listener", "colour")
 
-    def test_get_refuses_a_value_of_another_kind(self):
+    def test_get_as_refuses_a_value_of_another_type(self):
         self.expect(INVALID_VALUE,
                     f'zstz: {self.file}: key "name" in [listener]: "front door" is not '
                     "a number; write it in decimal, hexadecimal (0x) or octal (0)\n",
@@ -59,7 +59,7 @@ class ZstzTest(tool.ToolTest):
                     "boolean; write yes or no\n",
                     "get", self.file, "listener", "port", "--as", "boolean")
 
-    def test_get_refuses_a_number_that_it_cannot_print(self):
+    def test_get_as_number_refuses_a_number_out_of_range(self):
         printed = "is not a number from 0 to 4294967295; leave out --as to print it unchanged\n"
         rows = (("-5", None), ("-0x1", None), (" - 5", None), ("4294967296", None), ("-0", "0"),
                 ("-4294967291", None), ("99999999999999999999", None), ("0x100000000", None),
@@ -79,7 +79,7 @@ class ZstzTest(tool.ToolTest):
                                 *arguments)
                 self.expect(DONE, value.strip() + "\n", *arguments[:4])
 
-    def test_names_come_in_file_order(self):
+    def test_stanzas_and_keys_print_names_in_file_order(self):
         self.expect(DONE, "listener\nupstream\n", "stanzas", self.file)
         self.expect(DONE, "port\nname\nmotd\n", "keys", self.file, "listener")
         self.expect(NOT_FOUND, self.no_cellar(), "keys", self.file, "cellar")
@@ -88,19 +88,19 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "".join(f"{name}\n" for name in many), "stanzas", self.file)
         self.expect(DONE, "b\na\n", "keys", self.file, "s42")
 
-    def test_list_prints_what_is_in_the_file(self):
+    def test_list_prints_stanzas_keys_and_values(self):
         self.expect(DONE, "[listener]\nport = 8080\nport = 8443\nname = front door\nmotd =\n\n"
                     "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file)
         self.expect(DONE, "[upstream]\nweight = 0x1F\nready = Yes\n", "list", self.file, "upstream")
         self.expect(NOT_FOUND, self.no_cellar(), "list", self.file, "cellar")
 
-    def test_an_empty_file_has_nothing(self):
+    def test_an_empty_file_has_no_stanzas(self):
         self.path.write_text("")
         self.expect(DONE, "", "stanzas", self.file)
         self.expect(DONE, "", "list", self.file)
         self.expect(DONE, f"{self.file}: 0 stanzas, 0 keys, 0 values\n", "check", self.file)
 
-    def test_a_stanza_without_a_name_is_shown(self):
+    def test_a_stanza_without_a_name_is_listed_and_kept(self):
         self.path.write_text("[]\nk = v\nk = w\n\n[a]\n")
         self.expect(DONE, "\na\n", "stanzas", self.file)
         self.expect(DONE, "[]\nk = v\nk = w\n\n[a]\n", "list", self.file)
@@ -108,13 +108,13 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "set", self.file, "a", "b", "c")
         self.expect_text("[]\nk = v\nk = w\n\n[a]\nb = c\n")
 
-    def test_check_counts(self):
+    def test_check_prints_counts(self):
         counts = f"{self.file}: 2 stanzas, 5 keys, 5 values\n"
         self.expect(DONE, counts, "check", self.file)
         self.expect(DONE, counts * 2, "check", self.file, self.file)
 
-    def test_check_goes_on_behind_a_bad_file(self):
-        bad = pathlib.Path(self.room.name) / "bad.conf"
+    def test_check_continues_after_an_invalid_file(self):
+        bad = pathlib.Path(self.directory.name) / "bad.conf"
         bad.write_text("[a]\nno equals sign\n")
         missing = self.file + ".missing"
         run = self.run_tool("check", str(bad), self.file, missing, self.file)
@@ -124,7 +124,7 @@ class ZstzTest(tool.ToolTest):
                          r"[^\n]+\n\Z")
         self.assertEqual(INVALID_DATA, self.run_tool("check", str(bad), self.file).returncode)
 
-    def test_check_says_what_storing_would_lose(self):
+    def test_check_notes_lines_that_are_not_read_completely(self):
         self.path.write_text(f"[a]\n# {'x' * 8188}\nk = {'x' * 8190}=y\nz = 1\0 2\n")
         self.expect_unchanged(
             DONE, f"{self.file}: 1 stanza, 3 keys, 3 values\n"
@@ -133,7 +133,7 @@ class ZstzTest(tool.ToolTest):
             f"{self.file}:4: note: the line has a zero byte and is ignored after it; remove the "
             "zero byte\n", "check", self.file)
 
-    def test_what_storing_would_lose_keeps_a_file_from_being_changed(self):
+    def test_an_edit_is_refused_if_a_line_is_not_read_completely(self):
         rows = ((f"[a]\n\nk = {'x' * 8190}=y\n", 3, "exceeds 8190 bytes"),
                 ("[a]\nk = 1\0 2\n", 2, "zero byte"))
         for text, line, printed in rows:
@@ -145,7 +145,7 @@ class ZstzTest(tool.ToolTest):
                                           *verb)
                     self.expect_unchanged(REFUSED, printed, *verb)
 
-    # An empty value beside others is not read, and its line is not written again.
+    # The library ignores an empty value next to other values, and storing drops its line.
 
     LOST_LINES = (
         # text, lines that storing drops
@@ -182,7 +182,7 @@ class ZstzTest(tool.ToolTest):
                     else:
                         self.expect(DONE, "", *verb)
 
-    def test_an_edit_that_is_to_remove_an_empty_value_is_done(self):
+    def test_an_edit_may_remove_the_empty_values_of_its_own_key(self):
         text = "[a]\nk =\nk = v\nz = 1\n"
         for verb, after in ((["set", self.file, "a", "k", "w"], "[a]\nk = w\nz = 1\n"),
                             (["unset", self.file, "a", "k"], "[a]\nz = 1\n")):
@@ -193,13 +193,13 @@ class ZstzTest(tool.ToolTest):
         self.path.write_text(text + "[b]\n")
         self.expect(DONE, "", "unset", self.file, "a", "--stanza")
         self.expect_text("[b]\n")
-        java = pathlib.Path(self.room.name) / "a.properties"
+        java = pathlib.Path(self.directory.name) / "a.properties"
         java.write_text("k = w\n")
         self.path.write_text(text)
         self.expect(DONE, "", "convert", self.file, "a", "--from", str(java), "--overwrite")
         self.expect_text("[a]\nk = w\n")
 
-    def test_an_empty_value_beside_obfuscated_ones_is_kept_from_being_dropped(self):
+    def test_an_edit_is_refused_if_it_would_drop_an_empty_value_of_an_obfuscated_key(self):
         self.expect(DONE, "", "set", self.file, "listener", "key", "--obfuscated", given="secret")
         text = self.path.read_text().replace("[upstream]\n", "[upstream]\nx =\n")
         text = text.replace("[listener]\n", "[listener]\nkey =\n")
@@ -215,7 +215,7 @@ class ZstzTest(tool.ToolTest):
 
     @staticmethod
     def dump(data):
-        """The dump of `data`, put together the slow way."""
+        """Returns the expected dump of `data`."""
         lines = []
         for at in range(0, len(data), 16):
             line = data[at:at + 16]
@@ -224,26 +224,26 @@ class ZstzTest(tool.ToolTest):
             lines.append(b"\n%04x  %b %b  *%b*" % (at, *groups, column.ljust(16)))
         return b"".join(lines) + b"\n"
 
-    def test_hexdump(self):
+    def test_hexdump_prints_files_and_standard_input(self):
         data = bytes(i * 7 % 251 + i // 251 % 5 for i in range(140000))
-        binary = pathlib.Path(self.room.name) / "binary"
+        binary = pathlib.Path(self.directory.name) / "binary"
         for length in (0, 1, 8, 16, 17, 65535, 65536, 65537, 131072, len(data)):
             with self.subTest(length):
                 binary.write_bytes(data[:length])
                 for arguments, given in (([str(binary)], b""), (["-"], data[:length])):
                     run = subprocess.run([tool.TOOL, "hexdump", *arguments], input=given,
                                          check=True, capture_output=True, timeout=60)
-                    self.assertTrue(run.stdout == self.dump(data[:length]), "another dump")
+                    self.assertTrue(run.stdout == self.dump(data[:length]), "the dump differs")
 
-    def test_hexdump_of_several_files_has_titles_and_goes_on_behind_a_missing_one(self):
+    def test_hexdump_prints_titles_and_continues_after_a_missing_file(self):
         missing = self.file + ".missing"
-        run = self.run_tool("hexdump", self.file, missing, "-", self.room.name, given="")
+        run = self.run_tool("hexdump", self.file, missing, "-", self.directory.name, given="")
         self.assertEqual((NO_ACCESS, f"\n\t{self.file}\n" + self.dump(GATEWAY.encode()).decode() +
-                          f"\n\t-\n\n\n\t{self.room.name}\n"), (run.returncode, run.stdout))
+                          f"\n\t-\n\n\n\t{self.directory.name}\n"), (run.returncode, run.stdout))
         self.assertRegex(run.stderr, rf"\Azstz: {missing}: cannot open: No such [^\n]+\n"
-                         rf"zstz: {self.room.name}: cannot read: Is a dir[^\n]+\n\Z")
+                         rf"zstz: {self.directory.name}: cannot read: Is a dir[^\n]+\n\Z")
 
-    def test_hexdump_shows_a_terminal_no_bytes_that_could_steer_it(self):
+    def test_hexdump_masks_control_bytes_on_a_terminal(self):
         self.path.write_bytes(bytes(range(256)))
         master, slave = pty.openpty()
         run = subprocess.run([tool.TOOL, "hexdump", self.file], stdout=slave, check=False,
@@ -257,33 +257,33 @@ class ZstzTest(tool.ToolTest):
         self.assertEqual([], [c for c in shown if c >= 0x7F])
         self.assertIn(b"  *pqrstuvwxyz{|}~.*", shown)
 
-    # ---- Changing ----
+    # ---- Editing ----
 
-    def test_set_changes_that_line_alone(self):
+    def test_set_changes_only_the_line_of_the_key(self):
         self.expect(DONE, "", "set", self.file, "listener", "name", "back door")
         self.expect_text(GATEWAY.replace("front", "back"))
 
-    def test_set_makes_key_and_stanza(self):
+    def test_set_creates_the_key_and_the_stanza(self):
         self.expect(DONE, "", "set", self.file, "upstream", "host", "10.0.0.7")
         self.expect(DONE, "", "set", self.file, "cellar", "door", "closed")
         self.expect_text(GATEWAY + "host = 10.0.0.7\n\n[cellar]\ndoor = closed\n")
 
-    def test_set_refuses_several_values_unless_told(self):
+    def test_set_replaces_multiple_values_only_with_all(self):
         refusal = f'zstz: {self.file}: key "port" in [listener] has 2 values; pass --all to '
         self.expect_unchanged(REFUSED, f"{refusal}replace both, or use 'zstz add'\n", "set",
                               self.file, "listener", "port", "80")
         self.expect(DONE, "", "set", self.file, "listener", "port", "80", "--all")
         self.expect_text(GATEWAY.replace("port = 8080\nport = 8443\n", "port = 80\n"))
 
-    def test_set_empties_a_key(self):
+    def test_set_to_an_empty_value_keeps_the_key(self):
         self.expect(DONE, "", "set", self.file, "listener", "name", "")
         self.expect_text(GATEWAY.replace("name = front door", "name ="))
 
-    def test_a_value_may_begin_with_a_dash(self):
+    def test_a_value_may_start_with_a_dash(self):
         self.expect(DONE, "", "set", self.file, "listener", "name", "--", "-5")
         self.expect(DONE, "-5\n", "get", self.file, "listener", "name")
 
-    def test_names_and_values_may_fill_a_line(self):
+    def test_names_and_values_may_have_the_maximum_length(self):
         stanza, key = "s" * 8188, "k" * 8188
         self.expect(DONE, "", "set", self.file, stanza, key, "")
         self.expect(DONE, "", "set", self.file, stanza, "name", "x" * 8183)
@@ -291,7 +291,7 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "x" * 8183 + "\n", "get", self.file, stanza, "name")
 
     def test_the_tool_and_the_library_have_the_same_line_limit(self):
-        # The library validates the value of `set`; the tool measures the lines that `check` notes.
+        # The library validates the value of `set`; the tool measures the lines for `check`.
         for size, fits in ((8190, True), (8191, False)):
             with self.subTest(size):
                 self.path.write_text("[a]\n")
@@ -323,7 +323,7 @@ class ZstzTest(tool.ToolTest):
         self.expect_unchanged(NOT_FOUND, "no stanza [upstream]; ", "unset", self.file,
                               "upstream", "--stanza")
 
-    def test_text_that_would_not_read_back_is_refused(self):
+    def test_names_and_values_that_would_not_read_back_are_refused(self):
         rows = (
             ("invalid stanza name ", ["a]b", "key", "value"]),
             ("invalid stanza name ", ["a\nb", "key", "value"]),
@@ -366,11 +366,11 @@ class ZstzTest(tool.ToolTest):
         self.assertFalse(pathlib.Path(self.file + ".obf").exists())
         self.expect_text(GATEWAY + "\n[configuration-database]\n")
 
-    def test_an_obfuscated_value_keeps_its_outer_blanks(self):
+    def test_an_obfuscated_value_keeps_leading_and_trailing_spaces(self):
         self.expect(DONE, "", "set", self.file, "upstream", "motto", "--obfuscated", given=" x\t\n")
         self.expect(DONE, " x\t\n", "get", self.file, "upstream", "motto")
 
-    def test_the_reserved_stanza_is_not_changed(self):
+    def test_the_reserved_stanza_cannot_be_changed(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         reserved = "configuration-database"
         for rest in (["set", "file", "/tmp/x"], ["set", "other", "x"], ["add", "file", "/tmp/x"],
@@ -380,14 +380,14 @@ class ZstzTest(tool.ToolTest):
                                       rest[0], self.file, reserved, *rest[1:], given="x")
         self.expect(DONE, self.file + ".obf\n", "get", self.file, reserved, "file")
 
-    def test_an_obfuscated_value_whose_lines_were_taken_out_is_shown(self):
+    def test_an_obfuscated_value_without_a_line_in_the_file_is_listed(self):
         self.expect(DONE, "", "set", self.file, "safe", "password", "--obfuscated", given="x")
         self.path.write_text("".join(line for line in self.path.read_text().splitlines(True)
                                      if "[safe]" not in line and "password" not in line))
         self.expect(DONE, "[safe]\npassword = ********\n", "list", self.file, "safe")
         self.expect(DONE, "x\n", "get", self.file, "safe", "password")
 
-    def test_a_key_keeps_its_kind_of_values(self):
+    def test_a_key_cannot_mix_plain_and_obfuscated_values(self):
         self.expect_unchanged(REFUSED, 'has plain values; leave out --obfuscated, or ', "set",
                               self.file, "listener", "name", "--obfuscated", given="x")
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
@@ -400,7 +400,7 @@ class ZstzTest(tool.ToolTest):
             self.expect_unchanged(USAGE, "VALUE", verb, self.file, "upstream", "password", "x",
                                   "--obfuscated", given="y")
 
-    def test_an_obfuscated_value_is_needed(self):
+    def test_an_obfuscated_value_must_not_be_empty(self):
         for given in ("", "\n"):
             for verb in ("set", "add"):
                 self.expect_unchanged(INVALID_VALUE,
@@ -408,14 +408,14 @@ class ZstzTest(tool.ToolTest):
                                       "or remove the key with 'zstz unset'\n", verb, self.file,
                                       "upstream", "password", "--obfuscated", given=given)
 
-    def test_an_obfuscated_value_may_not_have_a_nul_byte(self):
+    def test_an_obfuscated_value_must_not_have_a_zero_byte(self):
         self.expect_unchanged(INVALID_VALUE,
                               "zstz: standard input: the value has a zero byte; remove it\n", "set",
                               self.file, "upstream", "password", "--obfuscated", given="a\0b")
 
-    def ask_at_a_terminal(self, **options):
-        """Starts the tool at a terminal, and returns it when it has asked for the value, with both
-        ends of the terminal and what was shown."""
+    def start_at_a_prompt(self, **options):
+        """Starts the tool at a terminal and waits for the prompt. Returns the process, both ends of
+        the terminal and the bytes shown."""
         master, slave = pty.openpty()
         self.addCleanup(os.close, master)
         run = subprocess.Popen([tool.TOOL, "set", self.file, "upstream", "password",
@@ -427,8 +427,8 @@ class ZstzTest(tool.ToolTest):
             shown += os.read(master, 100)
         return run, master, slave, shown
 
-    def test_a_terminal_does_not_show_the_value(self):
-        run, master, slave, shown = self.ask_at_a_terminal()
+    def test_a_terminal_does_not_echo_the_value(self):
+        run, master, slave, shown = self.start_at_a_prompt()
         os.write(master, b"hunter2\n")
         self.assertEqual(DONE, run.wait(60))
         os.close(slave)
@@ -443,20 +443,20 @@ class ZstzTest(tool.ToolTest):
         self.assertNotIn(b"hunter2", shown)
         self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
 
-    def test_a_terminal_shows_what_is_typed_after_a_signal(self):
+    def test_a_signal_turns_terminal_echo_on_again(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
             with self.subTest(number):
-                run, _, slave, _ = self.ask_at_a_terminal()
+                run, _, slave, _ = self.start_at_a_prompt()
                 self.assertFalse(termios.tcgetattr(slave)[3] & termios.ECHO)
-                run.send_signal(signal.SIGTSTP)  # to stop would leave it hidden as well
+                run.send_signal(signal.SIGTSTP)  # a stopped tool would leave echo off
                 run.send_signal(number)
                 self.assertEqual(-number, run.wait(60))
                 self.assertTrue(termios.tcgetattr(slave)[3] & termios.ECHO)
                 os.close(slave)
         self.expect_text(GATEWAY)
 
-    def test_a_terminal_keeps_ignored_signals_ignored(self):
-        run, master, slave, _ = self.ask_at_a_terminal(
+    def test_a_prompt_keeps_ignored_signals_ignored(self):
+        run, master, slave, _ = self.start_at_a_prompt(
             preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
         run.send_signal(signal.SIGHUP)
         os.write(master, b"hunter2\n")
@@ -464,8 +464,8 @@ class ZstzTest(tool.ToolTest):
         os.close(slave)
         self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
 
-    def test_a_terminal_that_gives_no_value(self):
-        run, master, slave, _ = self.ask_at_a_terminal()
+    def test_end_of_file_at_the_prompt_is_refused(self):
+        run, master, slave, _ = self.start_at_a_prompt()
         os.write(master, b"\x04")
         self.assertEqual(INVALID_VALUE, run.wait(60))
         os.close(slave)
@@ -473,7 +473,7 @@ class ZstzTest(tool.ToolTest):
 
     # ---- Failures ----
 
-    def test_invalid_data_names_file_line_and_text(self):
+    def test_invalid_data_is_reported_with_file_line_and_text(self):
         rows = (
             ("[a]\nk = v\n[b\n", 3, "[b", 'no "]" after'),
             ("[a]\n[b]\n  [a]  \n", 3, "[a]",
@@ -493,7 +493,7 @@ class ZstzTest(tool.ToolTest):
                     self.expect_unchanged(INVALID_DATA, reason, verb, self.file)
         self.expect_unchanged(INVALID_DATA, self.file, "set", self.file, "a", "k", "v")
 
-    def test_the_bytes_of_a_line_tell_more_than_its_text(self):
+    def test_long_lines_zero_bytes_and_byte_order_marks_are_reported(self):
         rows = (
             (f"[a]\n\nk = {'x' * 9000}\n".encode(), 3, "x" * 60 + "...", "exceeds 8190 bytes"),
             (b"[a]\n" + b"k" * 9000 + b" = v\n", 2, "k" * 60 + "...", "exceeds 8190 bytes"),
@@ -517,7 +517,7 @@ class ZstzTest(tool.ToolTest):
                 self.expect_unchanged(INVALID_DATA, place, "list", self.file)
                 self.expect_unchanged(INVALID_DATA, reason, "list", self.file)
 
-    def test_a_damaged_companion_is_invalid_data(self):
+    def test_damaged_missing_and_empty_companions_are_reported(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         pathlib.Path(self.file + ".obf").write_bytes(b"no such stream")
         self.expect_unchanged(INVALID_DATA, f"zstz: {self.file}.obf: damaged companion file of "
@@ -535,9 +535,9 @@ class ZstzTest(tool.ToolTest):
                               'restore it, or give up its values: remove the line "file = ..." '
                               f"of [configuration-database] from {self.file}\n", "list", self.file)
 
-    def test_a_file_that_cannot_be_opened(self):
+    def test_missing_files_and_directories_are_reported(self):
         missing = self.file + ".missing"
-        folder = self.room.name
+        directory = self.directory.name
         for verb, *rest in (("get", "a", "b"), ("set", "a", "b", "c"), ("add", "a", "b", "c"),
                             ("unset", "a", "b"), ("stanzas",), ("keys", "a"), ("list",),
                             ("check",)):
@@ -545,19 +545,19 @@ class ZstzTest(tool.ToolTest):
                 self.expect_unchanged(NO_ACCESS,
                                       f"zstz: {missing}: cannot open: No such file or directory; "
                                       "check the path\n", verb, missing, *rest)
-                self.expect_unchanged(NO_ACCESS, folder, verb, folder, *rest)
+                self.expect_unchanged(NO_ACCESS, directory, verb, directory, *rest)
 
-    def test_a_file_that_cannot_be_read_to_its_end(self):
-        unread = "/proc/self/mem"  # can be opened and not be read
+    def test_a_read_error_is_reported(self):
+        unread = "/proc/self/mem"  # can be opened but not read
         self.expect(NO_ACCESS, f"{unread}: cannot read: Input/output error; check the disk", "list",
                     unread)
         self.expect(NO_ACCESS, f"{unread}: cannot read: Input/output error; give a", "hexdump",
                     unread)
 
-    def test_what_is_no_regular_file(self):
+    def test_pipes_directories_and_devices_are_refused(self):
         pipe = self.file + ".pipe"
         os.mkfifo(pipe)
-        for path, kind in ((pipe, "a pipe"), (self.room.name, "a directory"),
+        for path, kind in ((pipe, "a pipe"), (self.directory.name, "a directory"),
                            ("/dev/null", "not a regular file")):
             for verb, *rest in (("list",), ("set", "a", "b", "c")):
                 with self.subTest(path=path, verb=verb):
@@ -565,7 +565,7 @@ class ZstzTest(tool.ToolTest):
                                 path,
                                 *rest)
 
-    def test_files_and_folders_that_may_not_be_used(self):
+    def test_missing_permissions_are_reported(self):
         options = self.as_nobody()
         self.path.chmod(0)
         for verb in (["list", self.file], ["set", self.file, "listener", "name", "x"]):
@@ -579,7 +579,7 @@ class ZstzTest(tool.ToolTest):
         self.path.parent.chmod(0o555)
         self.addCleanup(self.path.parent.chmod, 0o755)
         self.expect_unchanged(NO_ACCESS,
-                              f"zstz: {self.room.name}: cannot create the companion file of "
+                              f"zstz: {self.directory.name}: cannot create the companion file of "
                               f"{self.file} here: Permission denied; check the permissions of the "
                               "directory\n", "set", self.file, "s", "password",
                               "--obfuscated", given="x", **options)
@@ -587,7 +587,7 @@ class ZstzTest(tool.ToolTest):
         self.expect_text(GATEWAY.replace("front", "back"))
 
     @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
-    def test_a_companion_that_only_the_owner_may_make(self):
+    def test_only_the_owner_can_create_a_companion(self):
         options = self.as_nobody()
         os.chown(self.file, 0, 0)
         self.path.chmod(0o666)
@@ -596,7 +596,7 @@ class ZstzTest(tool.ToolTest):
                               "create its companion file; store the value as that user\n", "set",
                               self.file, "s", "password", "--obfuscated", given="x", **options)
 
-    def test_a_stray_companion_that_may_not_be_used(self):
+    def test_a_companion_without_permissions_is_reported(self):
         options = self.as_nobody()
         stray = pathlib.Path(self.file + ".obf")
         stray.write_bytes(b"")
@@ -606,7 +606,7 @@ class ZstzTest(tool.ToolTest):
                     "Permission denied; check its owner and permissions\n", "set", self.file, "s",
                     "password", "--obfuscated", given="x", **options)
 
-    def test_memory_that_does_not_suffice(self):
+    def test_exhausted_memory_is_reported(self):
         limited = self.limited(resource.RLIMIT_AS, 64 << 20)
         self.path.write_text("[a]\n" + "".join(f"k{i} = {'x' * 5000}\n" for i in range(6000)))
         for verb in (["stanzas", self.file], ["set", self.file, "a", "k", "v"],
@@ -614,7 +614,7 @@ class ZstzTest(tool.ToolTest):
             self.expect(INTERNAL, "zstz: out of memory; free some and try again\n", *verb,
                         **limited)
 
-    def test_a_companion_that_cannot_be_read(self):
+    def test_an_unreadable_companion_is_reported(self):
         options = self.as_nobody()
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x",
                     **options)
@@ -631,7 +631,7 @@ class ZstzTest(tool.ToolTest):
                         f"{kind}; restore it, or", "list", self.file, **options)
             os.rmdir(companion) if companion.is_dir() else companion.unlink()
 
-    def test_a_file_that_was_moved_with_its_companion(self):
+    def test_a_file_moved_with_its_companion_gets_a_hint(self):
         self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
         moved = self.path.parent / "moved.conf"
         self.path.rename(moved)
@@ -645,7 +645,7 @@ class ZstzTest(tool.ToolTest):
         moved.write_text(moved.read_text().replace(f"{self.file}.obf", f"{moved}.obf"))
         self.expect(DONE, "x\n", "get", str(moved), "upstream", "password")
 
-    def test_a_file_that_may_be_no_companion(self):
+    def test_an_untrusted_companion_is_refused(self):
         os.mkdir(self.file + ".obf")
         self.expect_unchanged(NO_ACCESS,
                               f"zstz: {self.file}.obf: is a directory, but has the name of the "
@@ -662,7 +662,7 @@ class ZstzTest(tool.ToolTest):
                               'remove the line "file = ..." of [configuration-database] from '
                               f"{self.file}\n", "set", self.file, "a", "k", "w")
 
-    def test_a_file_with_the_name_of_the_companion_is_left_alone(self):
+    def test_an_unrelated_file_with_the_name_of_the_companion_is_unchanged(self):
         other = pathlib.Path(self.file + ".obf")
         other.write_text("[other]\nk = v\n")
         for options in [], ["--replace"]:
@@ -675,7 +675,7 @@ class ZstzTest(tool.ToolTest):
         other.rename(self.file + ".other")
         self.expect(DONE, "", "set", self.file, "listener", "password", "--obfuscated", given="x")
 
-    def test_a_journal_that_may_not_be_read(self):
+    def test_a_journal_without_permissions_is_reported(self):
         options = self.as_nobody()
         journal = self.path.parent / f".{self.path.name}.zjn"
         journal.write_bytes(b"journal")
@@ -685,7 +685,7 @@ class ZstzTest(tool.ToolTest):
                         f"zstz: {journal}: cannot read this journal of an interrupted store; "
                         "do not remove it: ", *verb, **options)
 
-    def test_replacing_gives_the_name_to_a_new_file(self):
+    def test_replace_renames_a_new_file_over_the_old_file(self):
         self.path.chmod(0o640)
         before = self.path.stat()
         self.expect(DONE, "", "set", self.file, "listener", "name", "one")
@@ -704,11 +704,11 @@ class ZstzTest(tool.ToolTest):
         self.assertEqual([self.path.name], os.listdir(self.path.parent))
 
     @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
-    def test_a_file_in_the_way_of_one_that_a_store_needs(self):
+    def test_a_file_with_the_name_of_a_temporary_file_is_reported(self):
         options = self.as_nobody()
-        folder = self.path.parent
-        os.chown(folder, 0, 0)
-        folder.chmod(0o1777)
+        directory = self.path.parent
+        os.chown(directory, 0, 0)
+        directory.chmod(0o1777)
         change = ["set", self.file, "listener", "name"]
         for name, edit in ((".zjn", [*change, "x"]),
                            (".zjn.new", [*change, "x"]),
@@ -716,7 +716,7 @@ class ZstzTest(tool.ToolTest):
                            (".new", [*change, "x", "--replace"]),
                            (".obf.new", ["set", self.file, "s", "password", "--obfuscated"])):
             with self.subTest(name=name, edit=edit):
-                planted = folder / f".{self.path.name}{name}"
+                planted = directory / f".{self.path.name}{name}"
                 planted.write_bytes(b"planted")
                 self.expect_unchanged(NO_ACCESS,
                                       f"zstz: {planted}: has the name of a temporary file "
@@ -726,7 +726,7 @@ class ZstzTest(tool.ToolTest):
                 self.expect(DONE, "", *edit, given="x", **options)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
-    def test_a_journal_of_another_user_that_cannot_be_read(self):
+    def test_an_unreadable_journal_of_another_user_is_reported(self):
         options = self.as_nobody()
         self.path.chmod(0o666)
         journal = self.path.parent / f".{self.path.name}.zjn"
@@ -742,10 +742,10 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "x\n", "get", self.file, "listener", "name", **options)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs files of two owners")
-    def test_a_file_that_cannot_be_replaced(self):
+    def test_replace_is_refused_without_the_permissions_for_it(self):
         options = self.as_nobody()
-        folder = self.path.parent
-        real = folder / "there" / "real.conf"
+        directory = self.path.parent
+        real = directory / "there" / "real.conf"
         real.parent.mkdir()
         self.path.rename(real)
         self.path.symlink_to(real)
@@ -763,7 +763,7 @@ class ZstzTest(tool.ToolTest):
                               "its owner or as root\n", *edit, **options)
         self.expect(DONE, "", *edit[:-1], **options)
 
-    def test_a_mounted_file_cannot_be_replaced(self):
+    def test_replace_is_refused_for_a_mount_point(self):
         other = self.path.parent / "other.conf"
         other.write_text(GATEWAY)
         script = 'mount --bind "$1" "$2" || exit 99; exec "$0" set "$2" listener name x --replace'
@@ -780,7 +780,7 @@ class ZstzTest(tool.ToolTest):
                           "there; leave out --replace\n"), (run.returncode, run.stderr))
         self.assertEqual([GATEWAY] * 2, [path.read_text() for path in (self.path, other)])
 
-    def test_a_limit_of_the_file_size(self):
+    def test_the_file_size_limit_is_reported(self):
         limited = self.limited(resource.RLIMIT_FSIZE, 64)
         for options in [], ["--replace"]:
             self.expect_unchanged(NO_ACCESS,
@@ -788,7 +788,7 @@ class ZstzTest(tool.ToolTest):
                                   "a configuration file can have 1 GiB\n", "set", self.file,
                                   "listener", "name", "x" * 100, *options, **limited)
 
-    def test_a_file_that_another_process_holds(self):
+    def test_a_file_locked_by_another_process_is_reported(self):
         with open(self.path, "r+b") as held:
             fcntl.lockf(held, fcntl.LOCK_EX | fcntl.LOCK_NB)
             self.expect(LOCKED, f"zstz: {self.file}: locked by another process; try again\n",
@@ -802,7 +802,7 @@ class ZstzTest(tool.ToolTest):
                         "listener", "name", "x")
         self.expect_text(GATEWAY)
 
-    def test_changes_at_the_same_time_do_not_lose_one_another(self):
+    def test_concurrent_edits_are_all_stored(self):
         environment = dict(os.environ, LC_ALL="C.UTF-8")
         keys = [f"key{i}" for i in range(12)]
         runs = [subprocess.Popen([tool.TOOL, "set", self.file, "upstream", key, "1"],
@@ -812,14 +812,14 @@ class ZstzTest(tool.ToolTest):
         printed = self.run_tool("keys", self.file, "upstream").stdout.split()
         self.assertEqual(sorted(keys + ["weight", "ready"]), sorted(printed))
 
-    def test_a_turn_that_never_comes(self):
+    def test_an_edit_lock_held_forever_is_reported(self):
         with open(self.file, "rb") as held:
             fcntl.flock(held, fcntl.LOCK_EX)
             self.expect(LOCKED, f"zstz: {self.file}: locked by another process; try again\n", "set",
                         self.file, "upstream", "weight", "9")
         self.expect(DONE, "", "set", self.file, "upstream", "weight", "9")
 
-    def test_standard_output_that_takes_nothing(self):
+    def test_a_full_standard_output_is_reported(self):
         for arguments in (["list", self.file], ["--help"], ["set", "--help"], ["--version"]):
             with self.subTest(arguments), open("/dev/full", "w", encoding="utf-8") as full:
                 run = subprocess.run([tool.TOOL, *arguments], stdout=full, stderr=subprocess.PIPE,
@@ -827,7 +827,7 @@ class ZstzTest(tool.ToolTest):
                 self.assertEqual(NO_ACCESS, run.returncode)
                 self.assertIn("standard output", run.stderr)
 
-    def test_a_dump_ends_when_its_output_takes_no_more(self):
+    def test_hexdump_ends_if_its_output_is_full(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             run = subprocess.run([tool.TOOL, "hexdump", "/dev/zero"], stdout=full,
                                  stderr=subprocess.PIPE, text=True, check=False, timeout=60)
@@ -835,7 +835,7 @@ class ZstzTest(tool.ToolTest):
                           "zstz: standard output: cannot write; check its destination\n"),
                          (run.returncode, run.stderr))
 
-    def test_standard_descriptors_that_are_closed(self):
+    def test_closed_standard_descriptors_do_not_change_the_file(self):
         text = self.path.read_bytes()
         rows = (("list", ">&-", NO_ACCESS), ("list", ">&- 2>&-", NO_ACCESS),
                 ("check", "<&- 2>&-", DONE), ("list", "<&- >&- 2>&-", NO_ACCESS))
@@ -852,7 +852,7 @@ class ZstzTest(tool.ToolTest):
 
     # ---- Usage ----
 
-    def test_wrong_command_lines(self):
+    def test_wrong_command_lines_are_refused(self):
         rows = (
             [], ["frobnicate"], ["get"], ["get", self.file], ["get", self.file, "listener"],
             ["get", self.file, "listener", "port", "surplus"],
@@ -872,7 +872,7 @@ class ZstzTest(tool.ToolTest):
             with self.subTest(arguments):
                 self.expect_unchanged(USAGE, "--help", *arguments)
 
-    def test_a_value_that_looks_like_an_option(self):
+    def test_a_value_like_an_option_needs_two_dashes(self):
         for arguments in (["listener", "name", "-verbose"], ["listener", "-name", "x"]):
             self.expect_unchanged(USAGE,
                                   "; put -- before names and values that start with \"-\", or "
@@ -880,7 +880,7 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "set", self.file, "--", "listener", "-name", "-verbose")
         self.expect(DONE, "-verbose\n", "get", self.file, "listener", "--", "-name")
 
-    def test_an_unknown_verb(self):
+    def test_an_unknown_or_missing_verb_is_reported(self):
         remedy = "; run 'zstz --help' for a list\n"
         for verb in ("frobnicate", "Get", ""):
             self.expect(USAGE, f'zstz: unknown command "{verb}"{remedy}', verb)
@@ -908,7 +908,7 @@ class ZstzTest(tool.ToolTest):
                 self.expect(USAGE, f"zstz: {arguments[0]}: {problem}; run 'zstz {arguments[0]} "
                             "--help'\n", *arguments)
 
-    def test_a_report_is_one_line(self):
+    def test_line_endings_in_arguments_are_masked_in_reports(self):
         self.expect(NOT_FOUND, "[a?b]", "keys", self.file, "a\nb")
         self.expect(NO_ACCESS, "a?b", "list", "a\nb")
 
@@ -944,13 +944,13 @@ class ZstzTest(tool.ToolTest):
         self.assertRegex(self.run_tool("set", "--help").stdout,
                          r"Example:\n  zstz set .*\n  zstz set .* --obfuscated <")
 
-    def test_version(self):
+    def test_version_is_printed(self):
         self.expect(DONE, "zstz 6.0\n", "--version")
 
-    # ---- Surroundings ----
+    # ---- Environment ----
 
-    def test_tables_are_found_from_any_folder_and_over_a_link(self):
-        link = pathlib.Path(self.room.name) / "elsewhere"
+    def test_tables_are_found_from_any_directory_and_through_a_link(self):
+        link = pathlib.Path(self.directory.name) / "elsewhere"
         link.symlink_to(tool.TOOL)
         environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
         run = subprocess.run([str(link), "stanzas", self.file], cwd="/", env=environment,
@@ -958,7 +958,7 @@ class ZstzTest(tool.ToolTest):
         self.assertEqual((DONE, "listener\nupstream\n", ""),
                          (run.returncode, run.stdout, run.stderr))
 
-    def test_text_is_taken_as_it_is_in_every_locale(self):
+    def test_values_are_stored_unchanged_in_every_locale(self):
         for locale in ("C", "C.UTF-8"):
             with self.subTest(locale):
                 environment = {"LC_ALL": locale}

@@ -280,11 +280,11 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
 
 Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
-    int const kBoolean = 41;
+    int const kNotBoolean = 41;  // message number; any other: not a number
     std::string const problem = nameKey(toStdString(e.key()), toStdString(e.category())) + ": " +
                                 quote(toStdString(e.value()));
     return {exitInvalidValue, toStdString(e.propFile()),
-            e.messageNumber() == kBoolean
+            e.messageNumber() == kNotBoolean
                 ? Problem{problem + " is not a boolean", "write yes or no"}
                 : Problem{problem + " is not a number",
                           "write it in decimal, hexadecimal (0x) or octal (0)"}};
