@@ -74,7 +74,7 @@ class JavaTest(tool.ToolTest):
         self.expect(DONE, f"{self.java}: 0 entries, 0 comments\n", "java", self.java, "check")
 
     def test_check_reports_the_line_skipped_after_an_invalid_line(self):
-        # The reader takes a run of alternating "\\r" and "\\n" as one line ending.
+        # The reader takes a run of alternating "\r" and "\n" as one line ending.
         rows = ((("bad\r\n", "next = 1\r\n"), 2), (("bad\r", "next = 1\r"), 2),
                 (("bad\r\n", "\r\n", "\r\n", "next = 1\r\n"), 4),
                 (("bad\n", "\r", "next = 1\n"), 3), (("bad\n", "\n", "next = 1\n"), None),
