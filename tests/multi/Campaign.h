@@ -1,7 +1,7 @@
-// Campaign: what the campaigns of the crash program share: counts, complaints, child processes.
+// Campaign: counts, complaints and child processes for the campaigns of the crash program.
 //
-// A campaign runs in a process of its own, so that it may mount, limit and fork as it likes; what
-// it counts lies in memory that it shares with the program, which prints the progress.
+// A campaign runs in a process of its own, so that it can mount file systems, set limits and fork.
+// Its counts are in memory that it shares with the program, which prints the progress.
 #pragma once
 
 #include <sys/types.h>
@@ -10,19 +10,19 @@
 #include <functional>
 #include <string>
 
-// How much of a campaign is wanted.
+// How much of a campaign to run.
 enum class Extent { full, share };
 
-// What a campaign has counted so far.
+// The counts of a campaign so far.
 struct Counts {
-    std::atomic<long> planned{0};  // events to come altogether; 0 while it is not known
+    std::atomic<long> planned{0};  // events of the whole campaign; 0 while unknown
     std::atomic<long> events{0};   // kills, faults, cuts…
-    std::atomic<long> olds{0};     // after which the old generation was found
-    std::atomic<long> news{0};     // after which the new one was found
-    std::atomic<long> torn{0};     // contents of no single store that were found
-    std::atomic<long> bad{0};      // with an outcome that must not be
+    std::atomic<long> olds{0};     // events after which the old generation was found
+    std::atomic<long> news{0};     // events after which the new generation was found
+    std::atomic<long> torn{0};     // times that contents of no single store were found
+    std::atomic<long> bad{0};      // events with a forbidden outcome
     std::atomic<bool> leftOut{false};
-    char note[200] = "";  // shown in the table; when it is left out: why
+    char note[200] = "";  // shown in the table; the reason if the campaign is left out
 };
 
 struct Campaign {
@@ -31,13 +31,13 @@ struct Campaign {
     bool stores = true;  // runs in each store mode
 };
 
-/// Counts a bad outcome and, for the first few, says what it was.
+/// Counts a bad outcome. Prints a description of the first few.
 void complain(Counts& counts, std::string const& what);
 
-/// Says in the table what was found out.
+/// Adds a remark to the campaign's row of the table.
 void remark(Counts& counts, std::string const& what);
 
-/// Says in the table why the campaign cannot run here.
+/// Marks the campaign as left out, with the reason.
 void leaveOut(Counts& counts, std::string const& why);
 
 /// Runs `body` in a child process, and returns the child's id.
@@ -46,10 +46,10 @@ pid_t inChild(std::function<int()> const& body);
 /// Waits for a child; returns its exit code, or 256 plus the number of the signal that ended it.
 int ended(pid_t child);
 
-/// Runs a program and returns as ended(); its output is thrown away unless `output` is given.
+/// Runs a program, and returns as ended(). Discards its output if `output` is null.
 int runProgram(std::initializer_list<std::string> arguments, std::string* output = nullptr);
 
-/// Makes objects in memory that child processes share.
+/// Allocates memory that child processes share.
 void* sharedMemory(size_t length);
 
 template <class Type>

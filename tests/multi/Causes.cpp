@@ -15,7 +15,7 @@ struct Errors {
     std::vector<int> lasting;
 };
 
-// The errors of each family that a retry does not end.
+// The errors of each family that can persist through retries.
 std::vector<Errors> const kErrors = {
     {Family::open, {EACCES, EPERM, EROFS, EMFILE, ENOSPC, EDQUOT, EIO, ELOOP}},
     {Family::look, {EACCES, EIO, ENOMEM}},
@@ -41,7 +41,7 @@ std::vector<Errors> const kErrors = {
     {Family::other, {EIO, ENOTTY}},
 };
 
-// Calls that older kernels and some sandboxes do not have.
+// Calls that older kernels and some sandboxes lack.
 std::map<std::string, std::vector<int>> const kMissing = {
     {"openat2", {ENOSYS, EPERM, EINVAL}}, {"renameat2", {ENOSYS, EINVAL}}, {"statx", {ENOSYS}},
     {"faccessat2", {ENOSYS, EPERM}},      {"copy_file_range", {ENOSYS}},   {"fchmodat2", {ENOSYS}},

@@ -1,4 +1,4 @@
-// Causes: what makes the system calls of a stepped process fail for good.
+// Causes: lasting reasons for which the system calls of a single-stepped process fail.
 #pragma once
 
 #include <string>
@@ -7,11 +7,11 @@
 #include "Campaign.h"
 #include "Stepper.h"
 
-// A cause that lasts: like calls fail from one of them on.
+// A cause that lasts: of the calls that are alike, one and all later ones fail.
 struct Cause {
     enum Reach { everyFile, oneFile, oneCall } reach;
     Stepper::Call first;
-    size_t from;  // the number of `first` among the like calls, from 1
+    size_t from;  // the number of `first` among the calls that are alike, from 1
     int error;
 
     bool isLike(Stepper::Call const& call) const
@@ -24,6 +24,6 @@ struct Cause {
     std::string describe() const;
 };
 
-/// Returns the causes that strike one of `calls` first: of each reach, and with each error that can
-/// last. As a share, each call gets one error of each reach.
+/// Returns the causes whose first failing call is one of `calls`: of each reach, and with each
+/// error that can last. For a share, each call gets one error of each reach.
 std::vector<Cause> lastingCauses(std::vector<Stepper::Call> const& calls, Extent extent);

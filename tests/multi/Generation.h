@@ -1,8 +1,8 @@
-// Generation: contents of a configuration file that say of every value which store wrote it, so
-// that a reader can tell a whole file from a torn one.
+// Generation: contents of a configuration file in which every value identifies the store that wrote
+// it, so that a reader can distinguish a complete file from a torn one.
 //
-// Each fourth generation has all values anew; those behind it differ from it in one line each,
-// which may be as long as it was or a little shorter, and each second one keeps the secret.
+// Every fourth generation replaces all values. Each of the next three changes one line of it, to
+// the same length or a little shorter. Every second generation keeps the secret of its predecessor.
 #pragma once
 
 #include <Z/ZArrayList.h>
@@ -32,12 +32,13 @@ concept CanReplace = requires(Store& store)
 
 class Generation {
 public:
-    static constexpr long kGroup = 4;  // generations that have most of their text in common
+    static constexpr long kGroup = 4;  // generations that share most of their text
 
-    /// Generation 0 is an empty file, or none.
+    /// Creates generation 0: an empty or missing file.
     Generation() = default;
 
-    /// The values are of about `size` bytes altogether; with `secret` there is a companion.
+    /// Creates a generation with values of about `size` bytes in total. With `secret` it has a
+    /// companion.
     Generation(long number, size_t size, bool secret)
         : number_(number), size_(size), secret_(secret)
     {
@@ -47,7 +48,7 @@ public:
     size_t size() const { return size_; }
     bool isSecret() const { return secret_; }
 
-    /// Returns the text of the file, but for the entry that names the companion.
+    /// Returns the text of the file, except the entry with the companion's name.
     std::string text() const
     {
         std::string all = "[state]\ngeneration = " + std::to_string(number_) +
@@ -61,7 +62,7 @@ public:
     static void setReplacing(bool replacing) { replacing_ = replacing; }
     static bool isReplacing() { return replacing_; }
 
-    /// Makes `object` store in the way of this process.
+    /// Makes `object` store in place or by replacing, as set for this process.
     template <class Store>
     static void prepare(Store& object)
     {
@@ -69,7 +70,7 @@ public:
             object.setReplacing(replacing_ ? 1 : 0);
     }
 
-    /// Puts the values in place of those that `store` holds.
+    /// Sets the values of `store` to this generation.
     void change(ZStanzaFileProperties_6_0& store) const
     {
         put(store, "state", "generation", std::to_string(number_));
@@ -84,7 +85,7 @@ public:
             store.deleteKey("state", "secret");
     }
 
-    /// Stores it as a program would: load, change, store.
+    /// Stores this generation as a program would: load, change, store.
     /// throws  as ZProperties_6_0::load() and store().
     void store(std::string const& path) const
     {
@@ -96,7 +97,7 @@ public:
         store.store(path.c_str());
     }
 
-    /// Returns what a program finds.
+    /// Returns the generation that a program finds.
     /// throws  Torn; as ZProperties_6_0::load().
     static Generation load(std::string const& path)
     {
@@ -119,7 +120,7 @@ public:
         return found;
     }
 
-    /// Returns whether `text` is the whole text of some generation without a secret.
+    /// Returns whether `text` is the complete text of a generation without a secret.
     static bool isWhole(std::string const& text)
     {
         long number = 0;
@@ -134,7 +135,7 @@ private:
 
     size_t lines() const { return size_ / kLine + 1; }
 
-    // The generation that wrote the lines which this one does not change.
+    // Returns the generation that wrote the lines that this generation does not change.
     long base() const { return number_ - number_ % kGroup; }
 
     bool changes(size_t i) const
@@ -158,10 +159,10 @@ private:
         return letters(number, ~size_t{0}, 1 + number * 997 % 3000);
     }
 
-    // Letters that only this place of generation `number` has.
-    static std::string letters(long number, size_t place, size_t length)
+    // Returns letters that only line `index` of generation `number` has.
+    static std::string letters(long number, size_t index, size_t length)
     {
-        std::minstd_rand random(static_cast<unsigned>(number * 7919 + place * 31 + 1));
+        std::minstd_rand random(static_cast<unsigned>(number * 7919 + index * 31 + 1));
         std::string all(length, ' ');
         for (char& c : all)
             c = static_cast<char>('a' + random() / 64 % 26);

@@ -33,10 +33,10 @@ std::string Mounts::separate()
         if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeTo("/proc/self/setgroups", "deny") ||
             !writeTo("/proc/self/uid_map", "0 " + user + " 1") ||
             !writeTo("/proc/self/gid_map", "0 " + group + " 1"))
-            return "nothing may be mounted here";
+            return "mounts are not permitted here";
     }
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        return "nothing may be mounted here";
+        return "mounts are not permitted here";
     return "";
 }
 
@@ -59,13 +59,13 @@ std::string Mounts::image(std::string const& image, std::string const& where)
     constexpr int kAttempts = 100;  // another process may take the device that was free
     int const control = open("/dev/loop-control", O_RDWR | O_CLOEXEC);
     int const file = open(image.c_str(), O_RDWR | O_CLOEXEC);
-    std::string why = control < 0 ? "there are no loop devices" : "no loop device can be had";
+    std::string why = control < 0 ? "loop devices are missing" : "no loop device is available";
     for (int i = 0; control >= 0 && file >= 0 && i < kAttempts; ++i) {
         std::string const device = "/dev/loop" + std::to_string(ioctl(control, LOOP_CTL_GET_FREE));
         int const loop = open(device.c_str(), O_RDWR | O_CLOEXEC);
         if (loop < 0)
             break;
-        // It is given back when nothing has it mounted or open any more.
+        // The kernel frees the device after its last mount and descriptor.
         loop_config config = {};
         config.fd = static_cast<unsigned>(file);
         config.info.lo_flags = LO_FLAGS_AUTOCLEAR;

@@ -1,4 +1,4 @@
-// Process locks between processes. Each other process is this program, run again.
+// Process locks between processes. The other processes run this program again.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <gtest/gtest.h>
@@ -232,8 +232,8 @@ TEST_F(ProcessLocks, SeveralObjectsInSeveralProcessesNeverHang)
     munmap(memory, sizeof(Shared));
 }
 
-// 100,000 acquisitions against another process, with a signal every millisecond that interrupts
-// calls. Each one ends with the lock held, or with an exception and nothing held.
+// Makes 100,000 acquisitions against another process, with a signal every millisecond that
+// interrupts calls. Each ends with the lock held, or with an exception and no lock.
 TEST_F(ProcessLocks, SignalsLeaveTheLockHeldOrFree)
 {
     constexpr int kAcquisitions = 100000;

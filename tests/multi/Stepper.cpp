@@ -24,8 +24,8 @@ using Family = Stepper::Family;
 constexpr long kMark = 100000;  // no kernel has a call of this number
 constexpr int kNone = -1;
 
-// A call that concerns a file, and where its path and descriptor are among the arguments. Of two
-// paths the last counts, which is the one that rename() and link() make.
+// A call that uses a file, and the indexes of its path and descriptor among the arguments. Of two
+// paths it is the last, which rename() and link() create.
 struct Known {
     long number;
     char const* name;
@@ -147,7 +147,7 @@ Family familyOfFcntl(int command)
     }
 }
 
-// Replaces the number of the call that `child` is about to make by one that no kernel has.
+// Replaces the number of the call that `child` is about to make by an invalid number.
 bool cancelCall(pid_t child)
 {
 #if defined(__x86_64__)
@@ -197,11 +197,11 @@ std::string Stepper::obstacle()
         });
         bool const marked = stepper.next() && stepper.call().family == Family::mark;
         if (!marked || !stepper.next())
-            return "processes cannot be stepped through here";
+            return "processes cannot be single-stepped here";
         stepper.fail(EXDEV);
-        return stepper.finish() == 0 ? "" : "calls cannot be made to fail here";
+        return stepper.finish() == 0 ? "" : "system calls cannot be failed on purpose here";
     } catch (std::runtime_error const&) {
-        return "processes may not be traced here";
+        return "tracing is not permitted here";
     }
 }
 
@@ -251,7 +251,7 @@ bool Stepper::next()
     if (child_ < 0)
         return false;
     if (call_.number >= 0) {
-        // To the exit of the call, whose result is the failure's.
+        // Resume to the exit of the call, and set its result to the failure.
         call_.number = -1;
         if (!resume())
             return false;

@@ -1,5 +1,5 @@
-// Stepper: runs a function in a child process and stops the child at the entry of each system
-// call, where the parent can act, make the call fail, or end the child.
+// Stepper: runs a function in a child process and stops the child at the entry of each system call.
+// The parent can then act, make the call fail, or end the child.
 #pragma once
 
 #include <sys/types.h>
@@ -13,9 +13,9 @@ public:
     // Kinds of calls. Calls of one family do the same work through different parameters, such as
     // open() and openat2(), and fail for the same causes.
     enum class Family {
-        none,  // concerns no file
+        none,  // does not use a file
         open,
-        look,  // stat() and its kin
+        look,  // stat() and similar calls
         readLink,
         rename,
         link,
@@ -37,7 +37,7 @@ public:
         workingDirectory,
         close,
         mark,  // mark() below
-        other  // concerns a file in another way
+        other  // uses a file in another way
     };
 
     struct Call {
@@ -48,11 +48,11 @@ public:
         long argument = 0;  // of a mark
     };
 
-    /// Returns why no process can be stepped through here; "" if one can.
+    /// Returns why processes cannot be single-stepped here; "" if they can.
     static std::string obstacle();
 
-    /// Starts the child, which stops before the first call of `body`. The child ends with the code
-    /// that `body` returns, or by SIGALRM after `seconds`.
+    /// Starts the child, which stops before the first call of `body`. The child ends with the
+    /// result of `body` as its exit code, or by SIGALRM after `seconds`.
     explicit Stepper(std::function<int()> const& body, unsigned seconds = 10);
     Stepper(Stepper const&) = delete;
     Stepper& operator=(Stepper const&) = delete;
@@ -60,10 +60,10 @@ public:
     /// Kills the child, unless it has ended.
     ~Stepper();
 
-    /// Lets the child run to the entry of its next call; returns false if it ended instead.
+    /// Resumes the child up to the entry of its next call; returns false if it ended instead.
     bool next();
 
-    /// Lets the child run to its next call that concerns a file; returns false if it ended instead.
+    /// Resumes the child up to its next call that uses a file; returns false if it ended instead.
     bool nextOnFiles();
 
     /// Returns the id of the child.
@@ -72,13 +72,13 @@ public:
     /// Returns the call at whose entry the child is stopped.
     Call const& call() const { return call_; }
 
-    /// Lets the call at whose entry the child is stopped fail with `error`, without effect.
+    /// Makes that call fail with `error` and without effect.
     void fail(int error);
 
-    /// Lets the child run to its end, which is returned as by ended().
+    /// Resumes the child until it ends, and returns as ended().
     int finish();
 
-    /// Kills the child where it is.
+    /// Kills the child.
     void kill();
 
     /// Makes a call without effect that a parent sees as a call of the family `mark`.
@@ -90,8 +90,8 @@ private:
     std::string fileOf(unsigned long long const* arguments, int pathAt, int fdAt) const;
 
     pid_t child_ = -1;
-    int status_ = 0;   // as waitpid(), after the child's end
-    int failure_ = 0;  // of the call that the child is stopped at
+    int status_ = 0;   // of waitpid(), after the child has ended
+    int failure_ = 0;  // of the call at which the child is stopped
     Call call_;
 };
 

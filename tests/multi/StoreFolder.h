@@ -1,5 +1,5 @@
-// StoreFolder: a folder with one configuration file, and what must hold there after a store was
-// interrupted.
+// StoreFolder: a directory with one configuration file, and checks of its files after an
+// interrupted store.
 #pragma once
 
 #include <Z/ZException.h>
@@ -18,7 +18,7 @@ public:
     std::string path() const { return folder_ + "/conf"; }
     std::string names() const { return namesIn(folder_); }
 
-    /// Begins anew with `first`, in files that their owner may write and their group may read.
+    /// Removes all files and stores `first`, writable by the owner and readable by the group.
     void reset(Generation const& first) const
     {
         for (auto const& entry : std::filesystem::directory_iterator(folder_))
@@ -27,13 +27,13 @@ public:
         if (first.number() == 0)
             return;
         first.store(path());
-        // The companion is made with the file's mode, so the file needs it first.
+        // The companion gets the mode of the file, so the file must have it first.
         chmod(path().c_str(), kMode);
         first.store(path());
     }
 
-    /// Loads, and counts what is found: it has to be `before` or `after`.
-    /// codes   number of the generation found; -1 for anything else.
+    /// Loads the file, which must contain `before` or `after`, and counts the outcome.
+    /// codes   the number of the generation; -1 for anything else.
     long judge(Counts& counts, Generation const& before, Generation const& after,
                std::string const& event) const
     {
@@ -60,7 +60,7 @@ public:
         return -1;
     }
 
-    /// Looks for a file that is more readable than the file itself.
+    /// Complains of files that grant more than the configuration file.
     void checkModes(Counts& counts, std::string const& event) const
     {
         struct stat file;
@@ -74,7 +74,7 @@ public:
         }
     }
 
-    /// Stores `next` and looks whether anything is left of the interrupted store.
+    /// Stores `next`, and complains of files that are left of the interrupted store.
     void tidy(Counts& counts, Generation const& next, std::string const& event) const
     {
         try {

@@ -1,5 +1,4 @@
-// StoreRow: stores that follow one another while something keeps them from succeeding, and a store
-// after that.
+// StoreRow: a sequence of stores while a cause makes them fail, and a store without the cause.
 #pragma once
 
 #include <optional>
@@ -10,9 +9,9 @@
 #include "StoreFolder.h"
 #include "User.h"
 
-constexpr int kStores = 4;  // the first store that the cause strikes, and three more
+constexpr int kStores = 4;  // the first store that the cause affects, and three more
 
-// The generations that are there at first, after each store, and after the cause has gone.
+// The generations at first, after each store, and after the store without the cause.
 struct StoreShape {
     char const* name;
     Generation generations[kStores + 2];
@@ -20,7 +19,7 @@ struct StoreShape {
 
 class StoreRow {
 public:
-    /// Puts the first generation into the folder. The process judges as `reader`; null: as itself.
+    /// Stores the first generation. `reader` is the user that loads in checks; null: this process.
     StoreRow(Counts& counts, StoreFolder const& folder, StoreShape const& shape,
              std::string const& cause, User const* reader = nullptr)
         : counts_(counts),
@@ -33,14 +32,14 @@ public:
         folder.reset(current_);
     }
 
-    /// Returns what the next store, or the one that judge() judges next, is to write.
+    /// Returns the generation of the store that judge() checks next.
     Generation const& next() const { return shape_.generations[stores_ + 1]; }
 
     /// Returns the description of that store.
     std::string event() const { return event_ + ", store " + std::to_string(stores_ + 1); }
 
-    /// Judges a store: the new generation is there and success was reported, or the one before it
-    /// and a failure.
+    /// Checks a store: it left the new generation and reported success, or it left the generation
+    /// before and reported a failure.
     void judge(bool stored)
     {
         long const found = look(next(), event());
@@ -52,7 +51,7 @@ public:
         ++stores_;
     }
 
-    /// Judges what is left once the cause has gone, and the store that follows.
+    /// Checks the generation and a further store without the cause.
     void judgeWithoutCause() const
     {
         std::string const event = event_ + ", without the cause";

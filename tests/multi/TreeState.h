@@ -1,4 +1,4 @@
-// TreeState: what the files below a directory are and hold, as a text that can be compared.
+// TreeState: a comparable description of all files below a directory: status and contents.
 #pragma once
 
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// User: another identity that the process takes on in a scope, as far as files are concerned.
+// User: another user for the file accesses of the process, set by a scope guard.
 #pragma once
 
 #include <fcntl.h>
@@ -14,13 +14,13 @@ struct User {
     char const* name;
     uid_t id;
     gid_t group;
-    std::vector<gid_t> groups;  // further ones
+    std::vector<gid_t> groups;  // supplementary
 };
 
-/// Returns why no other identity can be taken on; "" if one can.
+/// Returns why the process cannot become another user; "" if it can.
 inline std::string obstacleToOtherUsers()
 {
-    return geteuid() == 0 ? "" : "it needs root";
+    return geteuid() == 0 ? "" : "root is required";
 }
 
 // Requires root. The real user stays root.
@@ -35,7 +35,7 @@ public:
             _exit(97);
     }
 
-    /// Makes the process the user's for good.
+    /// Makes the process the user's permanently.
     static void becomeForGood(User const& user)
     {
         if (setgroups(user.groups.size(), user.groups.data()) != 0 ||

@@ -1,5 +1,5 @@
-// Writer: a process that stores one generation after another, with a companion, and tells which of
-// them were acknowledged to it.
+// Writer: a process that stores one generation after another, with a companion, and reports each
+// store that succeeded.
 #pragma once
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 class Writer {
 public:
-    /// Starts behind generation `last`, in files of 0 to `largest` bytes.
+    /// Starts after generation `last`. The files have 0 to `largest` bytes.
     Writer(std::string const& path, long last, size_t largest) : last_(last), largest_(largest)
     {
         if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0)
@@ -41,8 +41,7 @@ public:
         close(ends_[0]);
     }
 
-    /// Returns the generation of a number: its size is random, but always the same, and that of its
-    /// whole group.
+    /// Returns generation `number`. Its size is random but reproducible, and the same in its group.
     static Generation generation(long number, size_t largest)
     {
         std::minstd_rand random(static_cast<unsigned>(number - number % Generation::kGroup));
@@ -50,7 +49,7 @@ public:
         return {number, random() % (largest + 1), true};
     }
 
-    /// Stops it until go(), where it is.
+    /// Suspends the process until go().
     void stop()
     {
         ::kill(child_, SIGSTOP);
@@ -63,7 +62,7 @@ public:
     bool isAlive() const { return child_ > 0; }
     void go() const { ::kill(child_, SIGCONT); }
 
-    /// Kills it; returns false when it had come to an end before, for want of success.
+    /// Kills the process; returns false if it had ended before, because a store failed.
     bool kill()
     {
         ::kill(child_, SIGKILL);

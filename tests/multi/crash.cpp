@@ -1,10 +1,10 @@
-// The crash program: kills, cuts and starves stores of configuration files, and looks whether
-// anything was lost. `./dev crash` runs all of it, the tests a share.
+// The crash program: interrupts stores of configuration files by kills, power cuts and failing
+// calls, and checks that nothing was lost. `./dev crash` runs all of it, the tests a share.
 //
 //     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs, first
 //                                     with stores in place, then with stores that replace the file
 //
-// Exit code 0: every outcome was one that is promised.
+// Exit code 0: every outcome is a promised one.
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -29,10 +29,10 @@ constexpr Campaign kCampaigns[] = {
     {"full disk, ext4", fillDisk},
     {"file size limit", limitFileSize},
     {"power cut", cutPower},
-    {"power cut behind an edit", cutPowerBehindAnEdit},
-    {"other programs beside", storeBesideOthers},
-    {"other programs beside, kills", killBesideOthers},
-    {"odd places", storeInOddPlaces},
+    {"power cut after an edit", cutPowerBehindAnEdit},
+    {"other programs", storeBesideOthers},
+    {"other programs, kills", killBesideOthers},
+    {"odd files", storeInOddPlaces},
     {"persistent causes", failForGood},
     {"persistent causes, process locks", failLocksForGood, false},
     {"lasting obstacles", meetObstacles},
@@ -59,7 +59,7 @@ double now()
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-// Shows how far a campaign is: over and over on a terminal, now and then elsewhere.
+// Shows the progress of a campaign: continuously on a terminal, every 15 seconds elsewhere.
 class Progress {
 public:
     explicit Progress(char const* name) : name_(name) {}
@@ -101,7 +101,7 @@ void run(Campaign const& campaign, Mode mode, Counts& counts, Extent extent)
         usleep(20000);
     }
     if (status != 0)
-        complain(counts, std::string(campaign.name) + " did not get to its end");
+        complain(counts, std::string(campaign.name) + " ended early");
     else if (counts.events == 0 && !counts.leftOut)
         complain(counts, std::string(campaign.name) + " did nothing");
 }
@@ -134,7 +134,7 @@ int runAll(Extent extent, std::vector<std::string> const& names)
             rows.push_back({campaign.name, campaign.stores ? name : "", &counts, now() - start});
         }
     if (rows.empty()) {
-        std::fprintf(stderr, "crash: no campaign has such a name; there are:\n");
+        std::fprintf(stderr, "crash: no campaign with this name; use part of one of these:\n");
         for (Campaign const& campaign : kCampaigns)
             std::fprintf(stderr, "  %s\n", campaign.name);
         return 2;

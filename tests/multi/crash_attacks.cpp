@@ -1,6 +1,5 @@
-// Loads and stores by root in a directory of another user, who puts something else in the place of
-// a file, or of the directory, at every call: root's files elsewhere neither change nor get
-// readable.
+// Loads and stores by root in a directory of another user, who at every call replaces a file, or
+// the directory, by something else: root's files elsewhere neither change nor become readable.
 #include <Z/ZProcessReadWriteFileLock.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -44,13 +43,12 @@ constexpr char kDirectory[] = "";  // the directory itself
 std::vector<char const*> const kRoles = {kConf,           kCompanion,      kJournal,
                                          ".conf.zjn.new", ".conf.obf.new", kDirectory};
 
-// What root does in the directory.
+// Work of root in the directory.
 struct Work {
     char const* name;
-    bool rootsFile;  // the file is root's, and nobody else may read it; otherwise it is the
-                     // attacker's
+    bool rootsFile;  // the file is root's, and only root may read it; otherwise the attacker's
     bool torn;       // a store was killed before
-    bool locks;      // takes a process lock, and no file is stored
+    bool locks;      // locks a process lock instead of storing a file
     bool inShare;
 };
 constexpr Work kWorks[] = {
@@ -77,7 +75,7 @@ std::string valueIn(std::string const& path, char const* stanza, char const* key
     return value.getChars();
 }
 
-// The attacker's directory "land" with "home", where the file is, and root's "vault".
+// The attacker's directory "land" with "home", which has the file, and root's "vault".
 class Scene {
 public:
     explicit Scene(std::string const& root) : root_(root)
@@ -102,7 +100,7 @@ public:
         return name.empty() ? home() : home() + "/" + name;
     }
 
-    /// Begins again.
+    /// Restores the initial state.
     void reset(Work const& work)
     {
         fs::remove_all(land());
@@ -128,8 +126,8 @@ public:
     std::string vaultState() const { return treeState(vault()); }
     bool isVaultTouched() const { return vaultState() != vaultState_; }
 
-    /// Returns the name of a file with a secret that the attacker can read; "" if there is none.
-    /// `own` says whether the file's generations are secret, too.
+    /// Returns the name of a file with a secret that the attacker can read; "" if no file has one.
+    /// With `own`, the file's generations are secret too.
     std::string leak(bool own) const
     {
         ScopedUser const attacker(kAttacker);
@@ -147,12 +145,12 @@ public:
     }
 
 private:
-    static constexpr size_t kEnough = 20;  // letters that are in no other text
+    static constexpr size_t kEnough = 20;  // letters that identify a value
 
     static void give(std::string const& file)
     {
         if (lchown(file.c_str(), kAttacker.id, kAttacker.group) != 0)
-            throw std::runtime_error("nothing can be given away");
+            throw std::runtime_error("a file cannot be given to another user");
     }
 
     void makeVault()
@@ -172,7 +170,7 @@ private:
         vaultState_ = vaultState();
     }
 
-    // Makes the files that root finds, and keeps their texts.
+    // Creates the files that root finds, and remembers their contents.
     void prepare(Work const& work)
     {
         files_.clear();
@@ -187,7 +185,7 @@ private:
                                 contentsOf(entry.path().string()));
     }
 
-    // Kills a store before the file is cut or made longer by its last write.
+    // Kills a store before it truncates the file, or extends it with its last write.
     void tear() const
     {
         Stepper stepper([&] {
@@ -215,7 +213,7 @@ private:
         return false;
     }
 
-    // Returns what the zlib streams in a file expand to.
+    // Returns the expanded zlib streams of a file.
     static std::string expanded(std::string const& text)
     {
         std::string all;
@@ -244,15 +242,15 @@ private:
     std::vector<std::pair<std::string, std::string>> files_;  // that the work finds: name, text
 };
 
-// ---- What the attacker does --------------------------------------------------------------------
+// ---- Attacks -----------------------------------------------------------------------------------
 
 struct Kind {
     char const* name;
-    bool byRoot;  // stands for what the attacker may do where the kernel does not forbid it
+    bool byRoot;  // done as root, for a kernel that permits it to the attacker
     std::function<bool(Scene const&, std::string const& role)> plant;
 };
 
-// The file in the vault that has the role.
+// Returns the file in the vault that has the role.
 std::string vaultFile(Scene const& scene, std::string const& role)
 {
     if (role == kDirectory)
@@ -297,7 +295,7 @@ std::vector<Kind> const kKinds = {
      [](Scene const& scene, std::string const& role) {
          return role != kDirectory && mkdir(scene.in(role).c_str(), 0777) == 0;
      }},
-    // Another name of the file itself is the file, which keeps its hard links.
+    // Not for the file itself: another name of it is the same file, and it keeps its hard links.
     {"hard link to root's", true,
      [](Scene const& scene, std::string const& role) {
          return role != kConf && role != kDirectory &&
@@ -309,7 +307,7 @@ struct Attack {
     Work const* work;
     char const* role;
     Kind const* kind;
-    bool back;  // takes it back one call later
+    bool back;  // is undone one call later
 
     std::string describe() const
     {
@@ -323,7 +321,7 @@ bool isRole(Attack const& attack, char const* role)
     return std::strcmp(attack.role, role) == 0;
 }
 
-// Puts something in the place of a file; returns false if that cannot be.
+// Replaces a file by something else; returns false if that is impossible.
 bool swapIn(Scene const& scene, Attack const& attack)
 {
     std::string const path = scene.in(attack.role);
@@ -371,8 +369,8 @@ int workIn(Scene const& scene, Work const& work)
     return 0;
 }
 
-// A link that is there when the path is resolved is followed, and then root's file at its end is
-// the one that is stored. `aside` is the file that root would have stored otherwise.
+// If the path has a link when it is resolved, the link is followed and root's file at its end is
+// stored. `aside` is the file that root would have stored otherwise.
 bool isFollowed(Scene const& scene, Attack const& attack, std::string const& aside,
                 std::string const& asideThen)
 {
@@ -403,7 +401,7 @@ void attackAt(Counts& counts, Scene& scene, Attack const& attack, size_t at)
     bool const begun = treeState(scene.home()) != homeBefore;
     if (!swapIn(scene, attack))
         return;
-    // Until root has changed anything, it may still be about to resolve the path.
+    // Before its first change, root may not have resolved the path yet.
     bool const follows = !begun && (isRole(attack, kConf) || isRole(attack, kDirectory));
     std::string const aside =
         scene.home() + (isRole(attack, kDirectory) ? ".aside/conf" : "/conf.aside");
@@ -421,7 +419,7 @@ void attackAt(Counts& counts, Scene& scene, Attack const& attack, size_t at)
     ++(answer == 0 ? counts.news : counts.olds);
     if (scene.isVaultTouched() && !(follows && isFollowed(scene, attack, aside, asideThen)))
         complain(counts, event + ": a file of root's elsewhere has changed");
-    // Where root's own values go is said by the path that root gave.
+    // Root's own values go to the path that root gave, which may be readable.
     bool const own =
         attack.work->rootsFile && !isRole(attack, kConf) && !isRole(attack, kDirectory);
     if (std::string const file = scene.leak(own); !file.empty())
@@ -438,8 +436,8 @@ std::vector<Stepper::Call> callsOf(Scene& scene, Work const& work)
     return calls;
 }
 
-// Returns whether a call makes, opens or removes what the attack replaces: those are the calls of
-// the share.
+// Returns whether a call creates, opens or removes the file that the attack replaces. A share
+// attacks only at such calls.
 bool isAimedAt(Attack const& attack, Stepper::Call const& call)
 {
     using Family = Stepper::Family;
@@ -458,7 +456,7 @@ std::vector<Attack> attacksOn(Work const& work)
     for (char const* role : roles)
         for (Kind const& kind : kKinds) {
             attacks.push_back({&work, role, &kind, false});
-            // The path that root gave may lead elsewhere at any moment.
+            // At any call, the path that root gave may lead elsewhere.
             bool const isLink = std::strstr(kind.name, "link") != nullptr;
             if (isLink && role != kConf && role != kDirectory)
                 attacks.push_back({&work, role, &kind, true});

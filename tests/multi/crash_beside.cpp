@@ -1,4 +1,4 @@
-// Stores beside programs that know only the file protocol: lock, read, rewrite in place.
+// Stores alongside programs that know only the file protocol: lock, read, rewrite in place.
 #include <Z/ZException.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -16,9 +16,9 @@
 
 namespace {
 
-constexpr int kOfEach = 2;  // storing and loading, of ours and of the others: 8 processes
+constexpr int kOfEach = 2;  // storing and loading, with the library and without: 8 processes
 
-// What the processes share.
+// Counters that the processes share.
 struct Common {
     std::atomic<bool> stop{false};
     std::atomic<long> number{1};
@@ -26,7 +26,7 @@ struct Common {
     std::atomic<long> otherStores{0};
     std::atomic<long> ourReads{0};
     std::atomic<long> otherReads{0};
-    std::atomic<long> torn{0};  // of the others' reads
+    std::atomic<long> torn{0};  // reads of the other programs
     std::atomic<long> refused{0};
     std::string path;
 };
@@ -113,7 +113,7 @@ void useOurs(Counts& counts, Common& common, bool writes)
             complain(counts, std::string(exception.api().getChars()) + " fails");
         refuse(common);
     } catch (ZException_6_0& exception) {
-        complain(counts, "what is no generation");
+        complain(counts, "contents of no generation");
         exception.print();
     }
 }
@@ -160,20 +160,20 @@ void run(Counts& counts, long stores, bool kills)
     processes.insert(processes.end(), ours.begin(), ours.end());
     for (pid_t const one : processes)
         if (ended(one) != 0)
-            complain(counts, "a process did not get to its end");
+            complain(counts, "a process ended early");
 
-    // A program that ignores the journal may see a torn file behind a kill: at most 1 % of its
+    // A program that ignores the journal may see a torn file after a kill, in at most 1 % of its
     // reads.
     double const torn = 100.0 * static_cast<double>(common.torn) /
                         static_cast<double>(std::max(1L, common.otherReads.load()));
     if (common.ourReads == 0 || common.otherReads == 0 || common.ourStores == 0)
-        complain(counts, "somebody never got a turn");
+        complain(counts, "a kind of process never got the lock");
     counts.torn += common.torn;
     if (kills ? torn > 1 : common.torn > 0)
         complain(counts, "torn reads: " + std::to_string(common.torn));
     char note[160];
     std::snprintf(note, sizeof note,
-                  "ours %ld, theirs %ld; reads %ld and %ld; refused %ld; kills %ld; torn for "
+                  "own stores %ld, other %ld; reads %ld and %ld; refused %ld; kills %ld; torn for "
                   "others %ld (%.2f %%)",
                   common.ourStores.load(), common.otherStores.load(), common.ourReads.load(),
                   common.otherReads.load(), common.refused.load(), killed, common.torn.load(),

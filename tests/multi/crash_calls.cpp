@@ -15,7 +15,7 @@
 
 namespace {
 
-// What is there, and what the store is to make of it.
+// The generation at first, and the generation to store.
 struct Shape {
     char const* name;
     Generation before;
@@ -25,13 +25,13 @@ struct Shape {
 Shape const kShare = {"with companion", {1, 3000, true}, {2, 9000, true}};
 Shape const kMore[] = {
     {"with companion, shorter", {1, 9000, true}, {2, 3000, true}},
-    {"with companion, as long", {1, 9000, true}, {2, 9000, true}},
+    {"with companion, same length", {1, 9000, true}, {2, 9000, true}},
     {"one line of a generation", {6, 9000, true}, {7, 9000, true}},
     {"all lines", {7, 9000, true}, {8, 9000, true}},
     {"without companion", {1, 3000, false}, {2, 9000, false}},
     {"without companion, shorter", {1, 9000, false}, {2, 3000, false}},
-    {"companion comes", {1, 3000, false}, {2, 9000, true}},
-    {"companion goes", {1, 9000, true}, {2, 3000, false}},
+    {"companion added", {1, 3000, false}, {2, 9000, true}},
+    {"companion removed", {1, 9000, true}, {2, 3000, false}},
     {"first store", {}, {2, 3000, true}},
 };
 
@@ -43,13 +43,13 @@ std::vector<Shape> shapes(Extent extent)
     return all;
 }
 
-// What a child process does, and answers with: one of these, or a generation's number.
+// The task of a child process. Its exit code is one of these, or the number of a generation.
 using Task = std::function<int()>;
 enum Answer { stored = 0, raised = 100, torn = 101 };
 
 int answerOf(std::function<int()> const& work)
 {
-    // The widest mask: a mode that is narrower than the file's was narrowed on purpose.
+    // With an empty mask, only the library restricts modes.
     umask(0);
     try {
         return work();
@@ -77,13 +77,13 @@ Task loading(StoreFolder const& folder)
     };
 }
 
-// A call of a task, and its number among those that concern files.
+// A call of a task, and its number among the calls on files.
 struct Place {
     Stepper::Call call;
     size_t at;
 };
 
-// Does the task, and returns its calls.
+// Runs the task, and returns its calls.
 std::vector<Place> placesOf(Task const& task)
 {
     Stepper stepper(task);
@@ -93,7 +93,7 @@ std::vector<Place> placesOf(Task const& task)
     return places;
 }
 
-// Does the task up to a call; returns whether it got there.
+// Runs the task up to a call; returns whether the task reached it.
 bool goTo(Stepper& stepper, Place const& place)
 {
     for (size_t i = 0; i <= place.at; ++i)
@@ -107,7 +107,7 @@ std::string describe(std::string const& name, Place const& place, std::string co
     return name + ", " + how + " at " + describe(place.call, place.at);
 }
 
-// What a killed or failed store may find and leave has been looked at; here is the rest.
+// The checks after a killed or failed store, except of the generation that is found.
 Generation const kNext(3, 5000, true);
 
 // ---- Kills -------------------------------------------------------------------------------------
@@ -118,7 +118,7 @@ void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape, Plac
     folder.reset(shape.before);
     Stepper stepper(storing(folder, shape.after));
     if (!goTo(stepper, place))
-        complain(counts, event + ": it was not");
+        complain(counts, event + ": was not killed");
     stepper.kill();
     folder.checkModes(counts, event);
     folder.judge(counts, shape.before, shape.after, event);
@@ -129,7 +129,7 @@ void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape, Plac
 
 constexpr int kErrors[] = {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, EACCES, EROFS, ENOLCK, EDEADLK};
 
-// Returns the errors for the call at `place`: all of them, or as a share one after the other.
+// Returns the errors for the call at `place`: all of them; for a share one, in rotation.
 std::vector<int> errorsFor(Extent extent, size_t place)
 {
     if (extent == Extent::share)
@@ -137,7 +137,7 @@ std::vector<int> errorsFor(Extent extent, size_t place)
     return {std::begin(kErrors), std::end(kErrors)};
 }
 
-// Does the task with a call that fails.
+// Runs the task with a failing call.
 int withFailure(Task const& task, Place const& place, int error)
 {
     Stepper stepper(task);
@@ -174,8 +174,8 @@ void failLoad(Counts& counts, StoreFolder const& folder, std::string const& name
         complain(counts, event + ": ended with " + std::to_string(answer));
 }
 
-// Interrupts a store in place of a shorter text before the file is cut, and returns whether it came
-// to that.
+// Kills an in-place store of a shorter text before it truncates the file; returns whether it
+// succeeded.
 bool tear(StoreFolder const& folder, Shape const& shape)
 {
     folder.reset(shape.before);
@@ -191,13 +191,13 @@ bool tear(StoreFolder const& folder, Shape const& shape)
     return false;
 }
 
-// The share does not wait for a disk.
+// The share runs in memory, to avoid waits for a disk.
 TestDirectory::Place placeFor(Extent extent)
 {
     return extent == Extent::full ? TestDirectory::Place::disk : TestDirectory::Place::memory;
 }
 
-// Divides the shapes among processes, each with a folder of its own.
+// Divides the shapes among processes, each with a directory of its own.
 void forShapes(Counts& counts, Extent extent,
                std::function<void(StoreFolder const&, Shape const&)> const& body)
 {
@@ -214,7 +214,7 @@ void forShapes(Counts& counts, Extent extent,
         }));
     for (pid_t const worker : workers)
         if (ended(worker) != 0)
-            complain(counts, "a worker did not get to its end");
+            complain(counts, "a worker ended early");
 }
 
 }  // namespace
@@ -259,7 +259,7 @@ void failEveryCall(Counts& counts, Extent extent)
         counts.planned += static_cast<long>(places.size()) * errors;
         for (size_t i = 0; i < places.size(); ++i)
             for (int error : errorsFor(extent, i))
-                failLoad(counts, folder, torn ? "load behind a kill" : "load", shape.after,
+                failLoad(counts, folder, torn ? "load after a kill" : "load", shape.after,
                          places[i], error);
     }
 }

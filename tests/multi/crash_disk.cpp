@@ -1,4 +1,4 @@
-// Stores on disks that are full, and on disks that lose their power.
+// Stores on full disks, and on disks that lose power.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -26,7 +26,7 @@ namespace {
 
 constexpr long kPage = 4096;
 
-// Counts are of the store's outcomes: refused, then the old generation is there, or accepted.
+// Counts the store as refused, which leaves the old generation, or as accepted.
 void storeAndJudge(Counts& counts, StoreFolder const& folder, Generation const& before,
                    Generation const& after, std::string const& event)
 {
@@ -66,7 +66,7 @@ std::vector<Growth> growths(Extent extent)
     return all;
 }
 
-// Twice what a store needs: the journal with both texts, the longer file, two companions.
+// Twice the size of a store: the journal with old and new text, the longer file, two companions.
 long pagesFor(Growth const& growth)
 {
     size_t const texts = growth.before.size() + growth.after.size();
@@ -74,7 +74,7 @@ long pagesFor(Growth const& growth)
     return static_cast<long>(2 * (texts + longer - growth.before.size() + 3 * kPage) / kPage);
 }
 
-// Runs a store for each amount of free pages; `limit` sets it, and lifts it for -1.
+// Runs a store for each count of free pages. `limit` sets the count; -1 removes the limit.
 void sweep(Counts& counts, StoreFolder const& folder, Extent extent,
            std::function<bool(long)> const& limit)
 {
@@ -89,7 +89,7 @@ void sweep(Counts& counts, StoreFolder const& folder, Extent extent,
                                       std::to_string(pages) + " pages free";
             folder.reset(growth.before);
             if (!limit(pages)) {
-                complain(counts, event + ": cannot be had");
+                complain(counts, event + ": cannot be set up");
                 return;
             }
             storeAndJudge(counts, folder, growth.before, growth.after, event);
@@ -105,7 +105,7 @@ long freePages(std::string const& where)
     return statvfs(where.c_str(), &status) != 0 ? -1 : static_cast<long>(status.f_bavail);
 }
 
-// Leaves `pages` free by means of the file `filler`; -1 removes it.
+// Leaves `pages` free by filling the rest with the file `filler`; -1 removes the file.
 bool fill(std::string const& where, std::string const& filler, long pages)
 {
     if (pages < 0)
@@ -113,8 +113,8 @@ bool fill(std::string const& where, std::string const& filler, long pages)
     int const fd = open(filler.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     long size = 0;
     bool done = false;
-    // A large file needs pages for itself, and removed ones are free only behind the next commit:
-    // go nearer step by step.
+    // A large file needs pages for its own metadata, and removed pages are free only after the next
+    // commit: approximate step by step.
     for (int i = 0; i < 100 && !done; ++i) {
         syncfs(fd);
         size = std::max(0L, size + freePages(where) - pages);
@@ -135,7 +135,7 @@ void fillMemoryDisk(Counts& counts, Extent extent)
     TestDirectory const place;
     std::string const& where = place.path();
     if (!Mounts::memory(where, kRoom))
-        return leaveOut(counts, "no tmpfs may be mounted here");
+        return leaveOut(counts, "a tmpfs cannot be mounted here");
     {
         StoreFolder const folder(where);
         sweep(counts, folder, extent, [&](long pages) {
@@ -159,7 +159,7 @@ void fillDisk(Counts& counts, Extent extent)
     std::filesystem::create_directory(where);
     std::string why = Mounts::makeImage(place.at("image"), 16)
                           ? Mounts::image(place.at("image"), where)
-                          : "there is no mkfs.ext4";
+                          : "mkfs.ext4 is missing";
     if (!why.empty())
         return leaveOut(counts, why);
     std::filesystem::create_directory(where + "/folder");
@@ -191,8 +191,8 @@ namespace {
 
 constexpr long kMegabytes = 8;
 
-// A disk whose power can be cut: an ext4 in a file, mounted through a loop device. What is in the
-// file at some moment is what the disk keeps.
+// A disk whose power can be cut: an ext4 in a file, mounted through a loop device. A power cut
+// keeps the current contents of the file.
 class Disk {
 public:
     Disk()
@@ -202,7 +202,7 @@ public:
         if (obstacle_.empty())
             obstacle_ = Mounts::makeImage(at("disk"), kMegabytes)
                             ? Mounts::image(at("disk"), folder())
-                            : "there is no mkfs.ext4";
+                            : "mkfs.ext4 is missing";
         running_ = obstacle_.empty();
         std::filesystem::remove(folder() + "/lost+found");
     }
@@ -217,8 +217,8 @@ public:
     std::string const& obstacle() const { return obstacle_; }
     std::string folder() const { return at("mounted"); }
 
-    // Copies the disk as it is, and mounts the copy in its place, which does what a restart does,
-    // for a process that looks at it.
+    // Copies the disk and mounts the copy instead of it, as a restart would, for a process that
+    // checks the files.
     bool restart(std::function<void()> const& look) const
     {
         copy();
@@ -278,15 +278,15 @@ void cutPower(Counts& counts, Extent extent)
             folder.tidy(counts, {writer.inFlight().number() + 1, 5000, true}, event);
         });
         if (!restarted || !writer.isAlive())
-            return complain(counts, event + ": the disk or the writer is gone");
+            return complain(counts, event + ": the disk failed or the writer ended");
         writer.go();
     }
 }
 
 namespace {
 
-// Two switches that another program can turn back one by one: what it writes lies between the old
-// and the new text of the store before.
+// Two switches that another program turns back one by one. Each edit has at each offset the old or
+// the new byte of the store before.
 constexpr char const* kSwitches[] = {"[s]\na = 0\nb = 0\n", "[s]\na = 1\nb = 1\n",
                                      "[s]\na = 1\nb = 0\n"};
 
@@ -331,9 +331,9 @@ void cutPowerBehindAnEdit(Counts& counts, Extent extent)
                 store.getIntegerValue("s", "b", 1, 0) == static_cast<unsigned>(expected[14] - '0'))
                 ++counts.news;
             else
-                complain(counts, "cut behind step " + std::to_string(last) + ": it is lost");
+                complain(counts, "cut after step " + std::to_string(last) + ": the edit is lost");
         });
         if (!restarted)
-            return complain(counts, "the disk is gone");
+            return complain(counts, "the disk failed");
     }
 }

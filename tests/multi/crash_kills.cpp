@@ -32,14 +32,15 @@ void killWriters(Counts& counts, std::string const& under, long kills, unsigned 
         usleep(300 + random() % 11700);
         std::string const event = "kill " + std::to_string(i) + " of " + std::to_string(seed);
         if (!writer.kill())
-            complain(counts, event + ": no store succeeded any more");
+            complain(counts, event + ": a store failed before the kill");
         folder.checkModes(counts, event);
         long const found = folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
         if (found < 0)
             folder.reset(last = Generation(found + 2, 1000, true));
         else
             last = found == writer.inFlight().number() ? writer.inFlight() : writer.acknowledged();
-        // Every other writer finds what the dead one left; the others find it tidied up.
+        // Every second writer starts from the files of the killed one, the others from a complete
+        // store.
         if (i % 2 == 0) {
             last = Writer::generation(last.number() + 1, kLargest);
             folder.tidy(counts, last, event);
@@ -58,7 +59,7 @@ void killAtRandom(Counts& counts, std::string const& under, long kills)
         }));
     for (pid_t const worker : workers)
         if (ended(worker) != 0)
-            complain(counts, "a worker did not get to its end");
+            complain(counts, "a worker ended early");
 }
 
 std::string kindOf(std::string const& folder)
@@ -93,6 +94,6 @@ void killAtRandomOnDisk(Counts& counts, Extent extent)
 void killAtRandomInMemory(Counts& counts, Extent extent)
 {
     if (access("/dev/shm", W_OK) != 0)
-        return leaveOut(counts, "there is no /dev/shm");
+        return leaveOut(counts, "/dev/shm is missing");
     killAtRandom(counts, "/dev/shm", extent == Extent::full ? 5000 : 100);
 }

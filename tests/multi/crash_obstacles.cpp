@@ -1,5 +1,5 @@
-// Stores that meet a real obstacle which stays: mounts, rights and attributes that keep a file from
-// being replaced, and what another user has put in a journal's place.
+// Stores with a lasting obstacle: a mount, right or attribute that prevents replacing a file, or
+// another user's file with the name of a journal or a new file.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -34,7 +34,7 @@ enum Answer { stored = 0, raised = 100 };
 struct Obstacle {
     char const* name;
     User const* storer;
-    bool (*put)(std::string const& directory);  // false: cannot be had here
+    bool (*put)(std::string const& directory);  // false: impossible here
     bool (*remove)(std::string const& directory);
 };
 
@@ -61,7 +61,7 @@ bool give(std::string const& path, User const& user, mode_t mode)
     return chown(path.c_str(), user.id, user.group) == 0 && chmod(path.c_str(), mode) == 0;
 }
 
-// A directory of everybody, in which nobody removes files of others.
+// Makes a directory writable for all, in which users can remove only their own files.
 bool makeSticky(std::string const& directory)
 {
     return give(directory, kRoot, 01777);
@@ -80,7 +80,7 @@ bool plantFile(std::string const& directory, char const* name)
     return makeSticky(directory) && give(path, kOther, 0600);
 }
 
-// Removes what was planted, also where it was put aside.
+// Removes planted files, even if a store has renamed them to orphans.
 bool removePlants(std::string const& directory)
 {
     for (auto const& entry : fs::directory_iterator(directory))
@@ -122,29 +122,29 @@ constexpr Obstacle kObstacles[] = {
          return setFlags(directory + "/conf.obf", FS_IMMUTABLE_FL);
      },
      [](std::string const& directory) { return setFlags(directory + "/conf.obf", 0); }},
-    {"companion that may only grow", &kRoot,
+    {"append-only companion", &kRoot,
      [](std::string const& directory) { return setFlags(directory + "/conf.obf", FS_APPEND_FL); },
      [](std::string const& directory) { return setFlags(directory + "/conf.obf", 0); }},
     {"immutable file", &kRoot,
      [](std::string const& directory) { return setFlags(directory + "/conf", FS_IMMUTABLE_FL); },
      [](std::string const& directory) { return setFlags(directory + "/conf", 0); }},
-    {"directory that may only grow", &kRoot,
+    {"append-only directory", &kRoot,
      [](std::string const& directory) { return setFlags(directory, FS_APPEND_FL); },
      [](std::string const& directory) {
          return setFlags(directory, 0) && removePlants(directory);
      }},
-    {"other's directory in the journal's place", &kOwner,
+    {"other's directory as journal", &kOwner,
      [](std::string const& directory) { return plantDirectory(directory, ".conf.zjn"); },
      removePlants},
-    {"other's directory in the new journal's place", &kOwner,
+    {"other's directory as new journal", &kOwner,
      [](std::string const& directory) { return plantDirectory(directory, ".conf.zjn.new"); },
      removePlants},
-    {"other's directory in the new companion's place", &kOwner,
+    {"other's directory as new companion", &kOwner,
      [](std::string const& directory) { return plantDirectory(directory, ".conf.obf.new"); },
      removePlants},
-    {"other's file in the journal's place", &kOwner,
+    {"other's file as journal", &kOwner,
      [](std::string const& directory) { return plantFile(directory, ".conf.zjn"); }, removePlants},
-    {"other's file in the new journal's place", &kOwner,
+    {"other's file as new journal", &kOwner,
      [](std::string const& directory) { return plantFile(directory, ".conf.zjn.new"); },
      removePlants},
 };
@@ -159,7 +159,7 @@ StoreShape const kShapes[] = {
       {4, 9000, true},
       {5, 900, true},
       {6, 900, true}}},
-    {"companion goes",
+    {"companion removed",
      {{1, 3000, true},
       {2, 9000, false},
       {3, 5000, true},
@@ -182,8 +182,8 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
     }));
 }
 
-// Returns the names of a directory's files, without those that a store could not remove again from
-// a directory that may only grow.
+// Returns the names of a directory's files, without the new files that a store could not remove
+// from an append-only directory.
 std::string namesThatCount(StoreFolder const& folder)
 {
     std::string names = folder.names();
@@ -193,7 +193,7 @@ std::string namesThatCount(StoreFolder const& folder)
     return names;
 }
 
-// Returns how many stores succeeded in spite of the obstacle; -1 if it cannot be had here.
+// Returns how many stores succeeded despite the obstacle; -1 if the obstacle is impossible here.
 int storeAgainst(Counts& counts, std::string const& directory, StoreShape const& shape,
                  Obstacle const& obstacle)
 {
@@ -249,5 +249,5 @@ void meetObstacles(Counts& counts, Extent)
             if (done < 0)
                 missing += std::string(missing.empty() ? "; left out: " : ", ") + obstacle.name;
         }
-    remark(counts, std::to_string(successes) + " stores succeeded in spite of it" + missing);
+    remark(counts, std::to_string(successes) + " stores succeeded despite an obstacle" + missing);
 }

@@ -1,4 +1,4 @@
-// Stores whose calls fail for a cause that lasts: from some call on, and still in the next stores.
+// Stores whose calls fail for a cause that lasts, from a certain call on and in the next stores.
 #include <atomic>
 #include <string>
 #include <vector>
@@ -23,7 +23,7 @@ StoreShape const kShapes[] = {
       {4, 9000, true},
       {5, 900, true},
       {6, 900, true}}},
-    {"companion comes and goes",
+    {"companion added and removed",
      {{1, 3000, false},
       {2, 9000, true},
       {3, 5000, false},
@@ -52,7 +52,7 @@ struct Answers {
     std::atomic<bool> stored[kStores];
 };
 
-// Loads, changes and stores one generation after another; a mark begins and ends each.
+// Loads, changes and stores one generation after another; a mark precedes and follows each.
 int storeAll(std::string const& path, StoreShape const& shape, Answers& answers)
 {
     Stepper::mark(0);

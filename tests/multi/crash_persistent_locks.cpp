@@ -1,4 +1,4 @@
-// Process locks whose system calls fail for a cause that lasts: from some call on, and still in the
+// Process locks whose system calls fail for a cause that lasts, from a certain call on and in the
 // next rounds of acquiring and releasing.
 #include <Z/ZException.h>
 #include <Z/ZMessage.h>
@@ -29,7 +29,7 @@ using Call = Stepper::Call;
 using Family = Stepper::Family;
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
 
-constexpr int kRounds = 4;      // the round that the cause strikes first, and three more
+constexpr int kRounds = 4;      // the first round that the cause affects, and three more
 constexpr int kRoundsFree = 2;  // without the cause; the first may have a lock to release
 constexpr uint32_t kSequence = 5;
 constexpr off_t kGate = 4;  // where the gate starts; the data is before it
@@ -88,7 +88,7 @@ constexpr Round kRoundsOfLocks[] = {
     {"writer waits for a reader", "jwun"},
     {"reader waits for the gate", "kru"},
     {"writer waits for the gate", "kwun"},
-    {"destroyed and made again", "wund"},
+    {"destroyed and created again", "wund"},
     {"destroyed while held", "wD"},
     {"destroyed while read", "rD"},
     {"range to read, not waiting", "sfc"},
@@ -106,7 +106,7 @@ bool isOneOf(char step, char const* letters)
 
 enum Outcome { leftOut, done, refused, wrong };
 
-// Lets no report of a clean-up get to the program's output.
+// Discards the reports of failed clean-up.
 class Silence final : public ZMessageService_6_0 {
 public:
     Silence() { setMessageService(this); }
@@ -141,7 +141,7 @@ struct Known {
     long blocks;        // of memory, more than before the first round
 };
 
-// The two objects that a process uses one lock file through.
+// The two objects through which a process uses one lock file.
 class User {
 public:
     User(std::string const& directory, char const* name, Round const& round, Known& known)
@@ -170,7 +170,7 @@ public:
         } catch (ZResourceException_6_0 const& e) {
             note(e, letter);
         } catch (ZException_6_0 const& e) {
-            fail(std::string("an exception that is none of resources: ") + e.exceptionName());
+            fail(std::string("not an exception about resources: ") + e.exceptionName());
         }
         count(letter);
     }
@@ -424,7 +424,7 @@ int useLocks(std::string const& directory, Round const& round, Known& known)
         }
     if (known.abandoned)
         _exit(0);
-    // A leaked claim would stand in the way of a new object.
+    // A leaked claim would block a new object.
     Lock fresh(directory.c_str(), "a");
     fresh.writeLock();
     fresh.unlock();
@@ -433,7 +433,8 @@ int useLocks(std::string const& directory, Round const& round, Known& known)
 
 // ---- In the other process ----------------------------------------------------------------------
 
-// A lock on the lock file that probes of this process neither see as their own nor release.
+// A lock on the lock file that does not belong to this process: its probes neither own it nor
+// release it.
 class Holder {
 public:
     explicit Holder(std::string path) : path_(std::move(path)) {}
@@ -471,7 +472,7 @@ public:
         fd_ = -1;
     }
 
-    // Releases what passes by itself.
+    // Releases the lock of a holder that waits for the child's next lock.
     void stepDone()
     {
         if (passes_)
@@ -527,8 +528,8 @@ public:
         close(fd);
     }
 
-    // Takes the gate, then the data, as a process that uses the lock, and releases them. Returns
-    // whether it got both.
+    // Locks the gate, then the data, as a process that uses the lock, and unlocks them. Returns
+    // whether both could be locked.
     bool admits(short type) const
     {
         int const fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
@@ -616,7 +617,7 @@ public:
     void raised() { ++sequence_; }
 
 private:
-    // Another process gets the lock exactly if the results allow it.
+    // Checks that another process gets the lock if and only if the results allow it.
     void judgeAccess(Holder const& holder)
     {
         if (holder.isHolding())
@@ -738,7 +739,7 @@ public:
     long events() const { return steps_ * (kRounds + kRoundsFree); }
 
 private:
-    // The letters of the other process are acted on after the mark of their step.
+    // The steps of the other process run after the mark of the step.
     void actBeforeOrAfter(Judge& judge, Stepper const& stepper, Holder& holder) const
     {
         if (known_.step == 'H')

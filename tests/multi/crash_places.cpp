@@ -1,5 +1,5 @@
-// Stores where something else stands in a file's place, under every mask, with standard
-// descriptors closed: nothing that is not ours may change.
+// Stores with an unexpected file at each name that a store uses, with every mask, and with standard
+// descriptors closed: no foreign file may change.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -24,7 +24,7 @@ constexpr unsigned kPatience = 20;
 
 enum Answer { stored = 0, raised = 100, leaking = 101 };
 
-// The folder with the file, and a folder with what belongs to somebody else.
+// The directory with the file, and a directory with files of another user.
 class Scene {
 public:
     explicit Scene(std::string const& root) : root_(root)
@@ -32,9 +32,9 @@ public:
         fs::create_directory(root_ + "/ours");
         fs::create_directory(root_ + "/elsewhere");
         fs::create_directories(root_ + "/foreign/folder");
-        put("/foreign/open", "text of somebody else\n", 0644);
-        put("/foreign/secret", "secret of somebody else\n", 0600);
-        put("/foreign/shared", "text of many\n", 0666);
+        put("/foreign/open", "another user's text\n", 0644);
+        put("/foreign/secret", "another user's secret\n", 0600);
+        put("/foreign/shared", "shared text\n", 0666);
         put("/foreign/folder/deep", "deep\n", 0640);
         // The companion of another file: a zlib stream.
         Generation(1, 100, true).store(root_ + "/foreign/other");
@@ -63,7 +63,7 @@ private:
     std::string const root_;
 };
 
-// ---- What may stand somewhere ------------------------------------------------------------------
+// ---- Kinds of files ----------------------------------------------------------------------------
 
 struct Kind {
     char const* name;
@@ -74,11 +74,11 @@ constexpr Kind kKinds[] = {
      [](Scene const& scene, std::string const& path) {
          return symlink(scene.foreign("secret").c_str(), path.c_str()) == 0;
      }},
-    {"link to a folder",
+    {"link to a directory",
      [](Scene const& scene, std::string const& path) {
          return symlink(scene.foreign("folder").c_str(), path.c_str()) == 0;
      }},
-    {"link to nowhere",
+    {"dangling link",
      [](Scene const& scene, std::string const& path) {
          return symlink(scene.ours("nowhere/file").c_str(), path.c_str()) == 0;
      }},
@@ -143,7 +143,7 @@ mode_t modeOf(std::string const& path)
 Generation const kFirst(1, 3000, false);
 Generation const kSecond(2, 9000, true);
 
-// Judges a store of kSecond over kFirst (or over what cannot be loaded).
+// Checks a store of kSecond over kFirst, or over a file that cannot be loaded.
 void judge(Counts& counts, Scene const& scene, int answer, bool loadable, std::string const& event)
 {
     std::string const path = scene.ours("conf");
@@ -163,7 +163,7 @@ void judge(Counts& counts, Scene const& scene, int answer, bool loadable, std::s
 
 // ---- The combinations --------------------------------------------------------------------------
 
-// Something stands where companion, journal or a temporary file would.
+// The companion, the journal or a temporary file is an unexpected file.
 void besideTheFile(Counts& counts, Scene const& scene)
 {
     for (char const* role : kRoles)
@@ -173,16 +173,16 @@ void besideTheFile(Counts& counts, Scene const& scene)
                 scene.clear();
                 kFirst.store(scene.ours("conf"));
                 if (!kind.plant(scene, scene.ours(role)))
-                    return complain(counts, event + ": cannot be made");
+                    return complain(counts, event + ": cannot be created");
                 std::string const before = scene.foreignState();
                 int const answer = storeUnder(circumstances, kSecond, scene.ours("conf"));
                 judge(counts, scene, answer, true, event);
                 if (scene.foreignState() != before)
                     complain(counts, event + ": a foreign file has changed");
-                // A companion that was stored has taken the place of what stood there.
+                // A stored companion has replaced the file at its name.
                 if (answer != stored || std::string(role) != kRoles[0])
                     fs::remove_all(scene.ours(role));
-                // It may have been put aside.
+                // The file may have been renamed to an orphan.
                 for (char const* aside :
                      {".conf.zjn.orphan", ".conf.zjn.new.orphan", ".conf.obf.new.orphan"})
                     fs::remove_all(scene.ours(aside));
@@ -190,7 +190,7 @@ void besideTheFile(Counts& counts, Scene const& scene)
             });
 }
 
-// Something stands where the file would: links are followed, the rest is refused.
+// The file itself is an unexpected file: links are followed, other kinds are refused.
 void inTheFilesPlace(Counts& counts, Scene const& scene)
 {
     std::string const path = scene.ours("conf");
@@ -205,32 +205,32 @@ void inTheFilesPlace(Counts& counts, Scene const& scene)
                 name == "link" ? fs::create_symlink(scene.elsewhere(), path)
                                : fs::create_hard_link(scene.elsewhere(), path);
             } else if (!kind.plant(scene, path)) {
-                return complain(counts, event + ": cannot be made");
+                return complain(counts, event + ": cannot be created");
             }
             std::string const before = scene.foreignState();
             int const answer = storeUnder(circumstances, kSecond, path);
             judge(counts, scene, answer, isFile, event);
             if ((answer == stored) != isFile)
-                complain(counts, event + ": answer " + std::to_string(answer));
+                complain(counts, event + ": exit code " + std::to_string(answer));
             if (scene.foreignState() != before)
                 complain(counts, event + ": a foreign file has changed");
         });
-    // Nothing stands there: the mask decides.
+    // The file is missing: the mask decides.
     underAll([&](Circumstances const& circumstances, std::string const& how) {
         std::string const event = "new file" + how;
         scene.clear();
         int const answer = storeUnder(circumstances, kSecond, path);
         judge(counts, scene, answer, false, event);
         if (answer != stored || modeOf(path) != (0666 & ~circumstances.mask))
-            complain(counts, event + ": answer " + std::to_string(answer) + ", mode " +
+            complain(counts, event + ": exit code " + std::to_string(answer) + ", mode " +
                                  std::to_string(modeOf(path)));
     });
 }
 
 struct Case {
-    char const* named;  // in the foreign folder, or an absolute path
+    char const* named;  // in the foreign directory, or an absolute path
     mode_t mode;        // of the file
-    bool secret;        // whether the store has something for a companion
+    bool secret;        // whether the store has a value for a companion
 };
 constexpr Case kCases[] = {
     {"open", 0600, true},       {"secret", 0600, true},    {"folder", 0600, true},
@@ -239,7 +239,7 @@ constexpr Case kCases[] = {
     {"open", 0666, true},       {"secret", 0666, false},
 };
 
-// The file names a companion that is not its own.
+// The file names a foreign companion.
 void withAForeignCompanion(Counts& counts, Scene const& scene)
 {
     std::string const path = scene.ours("conf");
@@ -260,7 +260,7 @@ void withAForeignCompanion(Counts& counts, Scene const& scene)
                 complain(counts, event + ": is not stored");
             if (scene.foreignState() != before)
                 complain(counts, event + ": a foreign file has changed");
-            // A program that starts the file anew, without loading it.
+            // A program that writes a new file without loading the old one.
             int const anew = ended(inChild([&] {
                 ZStanzaFileProperties_6_0 store(1);
                 Generation::prepare(store);
@@ -269,9 +269,9 @@ void withAForeignCompanion(Counts& counts, Scene const& scene)
                 return Generation::load(path).number() == 2 ? 0 : 1;
             }));
             if (anew != 0)
-                complain(counts, event + ": cannot be started anew");
+                complain(counts, event + ": a store without a load fails");
             if (scene.foreignState() != before)
-                complain(counts, event + ": a foreign file has changed in the end");
+                complain(counts, event + ": a foreign file has changed in that store");
         });
 }
 

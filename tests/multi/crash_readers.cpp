@@ -1,5 +1,5 @@
-// Stores beside programs that read the file without any lock: which share of them sees a text that
-// is of no single store.
+// Stores alongside programs that read the file without a lock: the share of their reads that find a
+// torn text.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -18,8 +18,8 @@ namespace {
 // Reads of one kind.
 struct Reads {
     std::atomic<long> all{0};
-    std::atomic<long> torn{0};   // with a text of no single store
-    std::atomic<long> again{0};  // the same torn text as in the read before; not among `torn`
+    std::atomic<long> torn{0};   // with parts of more than one store
+    std::atomic<long> again{0};  // with the same torn text as the read before; not in `torn`
 };
 
 // In memory that all processes share.
@@ -33,9 +33,9 @@ struct Common {
 
 constexpr size_t kLargest = 20000;
 constexpr size_t kPiece = 4096;
-// Percent of the reads during stores in place. A writer that loses its processor during a rewrite
-// leaves one torn text to all reads of some milliseconds, up to 7 % of them. That text counts once:
-// then 0.02 to 0.18 % are torn, on an idle machine as with eight busy processes.
+// Percent of the reads during stores in place. If a writer loses its processor during a rewrite,
+// all reads of the next milliseconds find the same torn text: up to 7 % of the reads. The text is
+// counted once; then 0.02 to 0.18 % are torn, on an idle machine and with eight busy processes.
 constexpr double kMaxTorn = 1;
 constexpr long kMinStores = 200;
 
@@ -110,10 +110,10 @@ void readWithoutLocks(Counts& counts, Extent extent)
     common.stop = true;
     for (pid_t const each : processes)
         if (ended(each) != 0)
-            complain(counts, "a process did not get to its end");
+            complain(counts, "a process ended early");
 
     if (common.whole.all == 0 || common.pieces.all == 0)
-        complain(counts, "a process never got a turn");
+        complain(counts, "a process never stored or read");
     if (common.missing > 0)
         complain(counts, "reads without a file: " + std::to_string(common.missing));
     counts.torn = common.whole.torn + common.pieces.torn;

@@ -1,5 +1,5 @@
-// Stores whose file an editor replaces at each call, by renaming a new one over it, with a second
-// store of the new file after that: neither writer touches the journal or companion of the other.
+// Stores whose file an editor replaces at each call by renaming a new file over it. A second writer
+// then stores the new file: neither writer touches the journal or companion of the other.
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -19,8 +19,8 @@ using Family = Stepper::Family;
 
 enum Answer { stored = 0, raised = 100 };
 
-// What the first writer finds and stores, what the editor writes, and what the second writer makes
-// of that.
+// The generations that the first writer finds and stores, that the editor writes, and that the
+// second writer stores.
 struct Shape {
     char const* name;
     Generation before;
@@ -57,8 +57,8 @@ int store(std::string const& path, Generation const& what)
 // One arrangement of the two writers.
 struct Order {
     size_t editAt;    // the call of the first writer before which the editor acts
-    size_t secondTo;  // the call that the second writer gets to before the first goes on
-    bool killed;      // the second writer is killed there; otherwise it goes on at last
+    size_t secondTo;  // the call that the second writer reaches before the first continues
+    bool killed;      // the second writer is killed there; otherwise it continues after the first
 };
 
 class Race {
@@ -68,8 +68,8 @@ public:
     {
     }
 
-    /// Counts the calls of each writer alone, and finds the last by which the first changes
-    /// anything.
+    /// Counts the calls of each writer without the other, and finds the last call by which the
+    /// first writer changes anything.
     void measure()
     {
         folder_.reset(shape_.before);
@@ -132,7 +132,7 @@ private:
         event += describe(stepper.call(), to);
     }
 
-    // Puts another file in the place of the file.
+    // Renames another file over the file.
     void edit() const
     {
         std::string const path = folder_.path();
@@ -170,7 +170,7 @@ private:
         tidy(event);
     }
 
-    // Stores once more; what was put aside may stay.
+    // Stores once more; orphans may stay.
     void tidy(std::string const& event) const
     {
         if (store(folder_.path(), shape_.next) != stored)

@@ -1,5 +1,5 @@
-// Stores of files with ACLs, shared groups, sticky directories and attributes, by several users:
-// before, at each call and after a store, nobody gets at more than the file itself grants.
+// Stores of files with ACLs, shared groups, sticky directories and attributes, by different users:
+// before a store, at each of its calls and after it, no user has more access than the file grants.
 #include <errno.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -28,8 +28,8 @@ constexpr gid_t kTeam = 60010;
 constexpr gid_t kOtherTeam = 60020;
 User const kRoot = {"root", 0, 0, {}};
 User const kOwner = {"the owner", 60001, 60001, {kTeam}};
-User const kMember = {"a member", 60002, 60002, {kTeam}};
-User const kColleague = {"another member", 60003, 60003, {kTeam}};
+User const kMember = {"a team user", 60002, 60002, {kTeam}};
+User const kColleague = {"another team user", 60003, 60003, {kTeam}};
 User const kNamed = {"the named user", 60004, 60004, {}};
 User const kOutsider = {"an outsider", 60005, 60005, {}};
 User const kStranger = {"a stranger", 60006, 60006, {kOtherTeam}};
@@ -55,7 +55,7 @@ struct Acl {
     unsigned mask;
     unsigned other;
 
-    // In the form of the attributes system.posix_acl_access and system.posix_acl_default.
+    // Returns the value of the attribute system.posix_acl_access or system.posix_acl_default.
     std::string bytes() const
     {
         constexpr unsigned kNobody = ~0U;
@@ -93,7 +93,7 @@ void setAttribute(std::string const& path, char const* name, std::string const& 
         throw std::runtime_error(std::string("no ") + name + " here: " + strerror(errno));
 }
 
-// Returns the attributes of a file, ACL included, as a text; labels on demand.
+// Returns the attributes of a file, ACL included, as a string; labels only if requested.
 std::string attributesOf(std::string const& path, bool labels)
 {
     std::string names(4096, '\0');
@@ -115,8 +115,8 @@ std::string attributesOf(std::string const& path, bool labels)
     return all;
 }
 
-// Returns owner, group, mode and attributes of a file, so far as a process may set them that is
-// privileged, or else is the owner and in his groups.
+// Returns owner, group, mode and attributes of a file, except any that the process may not set: a
+// process without privileges is the owner, in the owner's groups.
 std::string rightsOf(std::string const& path, bool privileged)
 {
     struct stat status;
@@ -135,12 +135,12 @@ struct Rights {
     uid_t owner;
     gid_t group;
     mode_t mode;
-    std::vector<Acl> acl = {};  // none or one
+    std::vector<Acl> acl = {};  // at most one element
 
     void giveTo(std::string const& path) const
     {
         if (chown(path.c_str(), owner, group) != 0 || chmod(path.c_str(), mode) != 0)
-            throw std::runtime_error("rights cannot be given");
+            throw std::runtime_error("rights cannot be set");
         if (!acl.empty())
             setAttribute(path, kAccess, acl[0].bytes());
     }
@@ -149,9 +149,9 @@ struct Rights {
 struct Case {
     char const* name;
     Rights directory;
-    std::vector<Acl> defaultAcl;  // of the directory; none or one
+    std::vector<Acl> defaultAcl;  // of the directory; at most one element
     Rights file;
-    std::vector<Rights> companion;  // none: as the file's
+    std::vector<Rights> companion;  // empty: the rights of the file
     std::vector<User const*> storers;
 };
 
@@ -189,7 +189,7 @@ std::vector<Case> const kCases = {
      {60001, kTeam, 0600, {kNamedReads}},
      {},
      {&kOwner, &kRoot}},
-    {"ACL with a reader, of the file alone",
+    {"ACL with a reader, only of the file",
      kOwnersDirectory,
      {},
      {60001, kTeam, 0600, {kNamedReads}},
@@ -201,7 +201,7 @@ std::vector<Case> const kCases = {
      {60001, kTeam, 0600, {kNamedWrites}},
      {},
      {&kNamed, &kOwner, &kRoot}},
-    {"ACL against a member",
+    {"ACL against a team user",
      kTeamsDirectory,
      {},
      {60001, kTeam, 0660, {kMemberMayNot}},
@@ -240,9 +240,9 @@ std::vector<Case> const kCases = {
      {&kOwner, &kRoot}},
 };
 
-// ---- Who may do what ---------------------------------------------------------------------------
+// ---- Uses --------------------------------------------------------------------------------------
 
-// A bit for each user and each of reading and writing.
+// Two bits for each user: may read, may write.
 unsigned mayUse(std::string const& path)
 {
     unsigned all = 0;
@@ -292,7 +292,7 @@ public:
         seen_.clear();
     }
 
-    /// Looks at every file whose rights or owner have changed since the last look.
+    /// Checks every file whose rights or owner have changed since the last check.
     void checkUses(Counts& counts, std::string const& event)
     {
         for (auto const& entry : fs::directory_iterator(directory())) {
@@ -300,7 +300,7 @@ public:
             std::string const file = entry.path().string();
             if (lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
                 continue;
-            // Every change of rights changes the time, too.
+            // Every change of rights also changes the time.
             State const state = {static_cast<long>(status.st_ino), status.st_ctim.tv_sec,
                                  status.st_ctim.tv_nsec};
             State& last = seen_[file];
@@ -311,9 +311,9 @@ public:
             unsigned const uses = mayUse(file);
             std::string const name = entry.path().filename().string();
             if ((uses & ~granted_) != 0)
-                complain(counts, event + ": of " + name + ", " + names(uses & ~granted_));
+                complain(counts, event + ": " + name + " grants more: " + names(uses & ~granted_));
             if (file == path() && uses != granted_)
-                complain(counts, event + ": of the file no longer " + names(granted_ & ~uses));
+                complain(counts, event + ": the file grants less: " + names(granted_ & ~uses));
         }
     }
 
@@ -322,7 +322,7 @@ public:
         bool const privileged = user.id == 0;
         if (std::string const now = rightsOf(path(), true); now != fileRights_)
             complain(counts, event + ": the file had " + fileRights_ + "; it has " + now);
-        // The owner may not give a new companion to a group that he is not in.
+        // An owner outside the file's group cannot set the group of a new companion.
         if (!privileged && case_.file.group == kOtherTeam)
             return;
         std::string const companion = path() + ".obf";
@@ -333,7 +333,7 @@ public:
                 complain(counts, event + ": the companion had " + expected + "; it has " + now);
         } else if (attributesOf(companion, privileged).find("user.note=of /conf.obf") ==
                    std::string::npos) {
-            // Without an ACL of its own it may get the rights of the file.
+            // Without an ACL of its own the companion may get the rights of the file.
             complain(counts, event + ": the companion has " + rightsOf(companion, privileged));
         }
     }
@@ -365,7 +365,7 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
     }
 }
 
-// Returns the number of the generation that a user finds, or an Answer.
+// Returns the number of the generation that a user loads, or an Answer.
 int loadAs(User const& user, std::string const& path)
 {
     return ended(inChild([&] {
@@ -406,8 +406,8 @@ void watchStore(Counts& counts, std::string const& root, Case const& which, User
         complain(counts, event + ": root finds " + std::to_string(found));
 }
 
-// Returns the calls of a store before which to kill it: all, or as a share those that change
-// something.
+// Returns the calls of a store before which it is killed: all; for a share, the calls that change a
+// file.
 std::vector<size_t> placesToKill(Scene& scene, User const& user, Extent extent)
 {
     using Family = Stepper::Family;
@@ -423,7 +423,7 @@ std::vector<size_t> placesToKill(Scene& scene, User const& user, Extent extent)
     return places;
 }
 
-// Kills a store of `user`; then others load and store.
+// Kills a store of `user`; then other users load and store.
 void killStore(Counts& counts, Scene& scene, Case const& which, User const& user, size_t at)
 {
     scene.reset();
@@ -448,14 +448,14 @@ void killStore(Counts& counts, Scene& scene, Case const& which, User const& user
     bool const well = answer == stored ? found == kNext.number() && foundByUser == kNext.number()
                                        : isWhole(foundByUser);
     std::string const then =
-        event + ", then another member " + (answer == stored ? "stores" : "may not store");
+        event + ", then another team user " + (answer == stored ? "stores" : "may not store");
     if (!well)
         complain(counts, then + ": root finds " + std::to_string(found) + ", " + user.name + " " +
                              std::to_string(foundByUser));
     scene.checkUses(counts, then);
 }
 
-// Kills stores by a user who is not the file's owner.
+// Kills stores by a user that does not own the file.
 void killStores(Counts& counts, std::string const& root, Extent extent)
 {
     for (Case const& which : kCases)

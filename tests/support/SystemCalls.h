@@ -1,14 +1,14 @@
-// SystemCalls: lets the system calls on files fail on demand, and lets a test look at them and fake
-// what they find, in a test program whose row says SYSTEM_CALLS.
+// SystemCalls: replaces the system calls on files, so that a test can make them fail, observe them,
+// and change their results. For test programs with SYSTEM_CALLS in their row.
 //
-//     CallPlan wanted;
-//     wanted.failAt = 3;
-//     wanted.error = ENOSPC;
-//     WatchedCalls const watched(wanted);
+//     CallPlan plan;
+//     plan.failAt = 3;
+//     plan.error = ENOSPC;
+//     WatchedCalls const watched(plan);
 //
-// A plan counts for one thread, as long as it watches; other calls go through. A call that names a
-// file in a directory by its descriptor appears under the name of the call without one, openat() as
-// "open", with the full path.
+// A plan applies to the calls of one thread while it is watched. A call that takes a directory
+// descriptor appears under the name of the call without one, openat() as "open", with the full
+// path.
 #pragma once
 
 #include <errno.h>
@@ -29,48 +29,48 @@
 
 struct SystemCall {
     std::string name;               // "open", ...
-    int fd = -1;                    // what it works on
-    char const* path = nullptr;     // what it works on
+    int fd = -1;                    // -1 for a call with a path
+    char const* path = nullptr;     // null for a call with a descriptor
     char const* newPath = nullptr;  // of rename()
     int flags = 0;                  // of open(), sync_file_range()
-    off_t offset = 0;               // where in the file it begins
-    size_t length = 0;              // bytes to read, to write, to give back, to keep
-    void const* from = nullptr;     // what is written
-    void* to = nullptr;             // what is filled in
+    off_t offset = 0;               // of the first byte in the file
+    size_t length = 0;              // bytes to read, write or unmap, or the new file size
+    void const* from = nullptr;     // the bytes to write
+    void* to = nullptr;             // the output buffer
 };
 
-// From CallPlan::before: the call moves no byte, and says so.
+// A result of CallPlan::before: the call returns 0 and transfers nothing.
 constexpr int kMovesNothing = -1;
 
-constexpr int kDiedAtCall = 77;  // what a process ends with by CallPlan::dieAt
+constexpr int kDiedAtCall = 77;  // exit code of a process that CallPlan::dieAt ends
 
 struct CallPlan {
-    int failAt = 0;                      // number of the call that fails, counted from 1; 0: none
-    int failAlso = 0;                    // number of another one
-    int failFrom = 0;                    // all from this one on fail; 0: none
-    int error = EIO;                     // with this errno
+    int failAt = 0;                      // number of the call that fails, from 1; 0: no call
+    int failAlso = 0;                    // number of a second call that fails
+    int failFrom = 0;                    // number of the first of the calls that fail; 0: no call
+    int error = EIO;                     // the errno of these failures
     int dieAt = 0;                       // number of the call before which the process ends
     std::map<std::string, int> failing;  // the errno of calls that always fail, by name
-    bool shortTransfers = false;         // every read and write moves one byte
-    // Is told of each call first. Returns the errno that it fails with, kMovesNothing, or 0 to let
-    // it go on. The calls it makes itself are not watched.
+    bool shortTransfers = false;         // every read and write transfers one byte
+    // Runs before each call. Returns the errno with which the call fails, kMovesNothing, or 0 to
+    // make the call. Its own calls are not watched.
     std::function<int(SystemCall const&)> before;
-    // Is told of each call that went through. May change the result, and what the call filled in.
+    // Runs after each call that was made. May change the result and the output buffer.
     std::function<void(SystemCall const&, ssize_t& result)> after;
 
     bool watched = false;
-    int calls = 0;       // seen
-    std::string failed;  // name of the first that failed
-    int opened = -1;     // what open() returned last
+    int calls = 0;       // count so far
+    std::string failed;  // name of the first call that failed
+    int opened = -1;     // the last result of open()
 };
 inline thread_local CallPlan callPlan;
 
-// Watches the calls of this thread for a scope. What was seen can be read behind it, too.
+// Watches the calls of this thread in this scope. Results stay in `callPlan` afterwards.
 class WatchedCalls {
 public:
-    explicit WatchedCalls(CallPlan const& wanted = CallPlan())
+    explicit WatchedCalls(CallPlan const& plan = CallPlan())
     {
-        callPlan = wanted;
+        callPlan = plan;
         callPlan.watched = true;
     }
     WatchedCalls(WatchedCalls const&) = delete;
@@ -78,8 +78,8 @@ public:
     ~WatchedCalls() { callPlan.watched = false; }
 };
 
-// Returns what the call is to end with: an errno, kMovesNothing, or 0 when it goes through.
-inline int plannedEnd(SystemCall const& call)
+// Returns the planned failure of a call: an errno, kMovesNothing, or 0 if the call must be made.
+inline int plannedFailure(SystemCall const& call)
 {
     CallPlan& plan = callPlan;
     if (!plan.watched)
@@ -87,25 +87,25 @@ inline int plannedEnd(SystemCall const& call)
     ++plan.calls;
     if (plan.calls == plan.dieAt)
         _exit(kDiedAtCall);
-    int end = 0;
+    int failure = 0;
     if (plan.before) {
         plan.watched = false;
-        end = plan.before(call);
+        failure = plan.before(call);
         plan.watched = true;
     }
     auto const always = plan.failing.find(call.name);
-    if (end == 0 && always != plan.failing.end())
-        end = always->second;
-    if (end == 0 && (plan.calls == plan.failAt || plan.calls == plan.failAlso ||
-                     (plan.failFrom != 0 && plan.calls >= plan.failFrom)))
-        end = plan.error;
-    if (end > 0 && plan.failed.empty())
+    if (failure == 0 && always != plan.failing.end())
+        failure = always->second;
+    if (failure == 0 && (plan.calls == plan.failAt || plan.calls == plan.failAlso ||
+                         (plan.failFrom != 0 && plan.calls >= plan.failFrom)))
+        failure = plan.error;
+    if (failure > 0 && plan.failed.empty())
         plan.failed = call.name;
-    return end;
+    return failure;
 }
 
-// Tells of a call that went through, and returns its result.
-inline ssize_t toldResult(SystemCall const& call, ssize_t result)
+// Runs CallPlan::after for a call that was made, and returns the result.
+inline ssize_t reportResult(SystemCall const& call, ssize_t result)
 {
     CallPlan& plan = callPlan;
     if (!plan.watched || !plan.after)
@@ -118,26 +118,26 @@ inline ssize_t toldResult(SystemCall const& call, ssize_t result)
     return result;
 }
 
-// Runs `real` unless another end is planned for the call.
+// Makes the call `real` unless a failure is planned.
 template <class Real>
-auto asPlanned(SystemCall const& call, Real real)
+auto callAsPlanned(SystemCall const& call, Real real)
 {
     using Result = decltype(real());
-    int const end = plannedEnd(call);
-    if (end == 0)
-        return static_cast<Result>(toldResult(call, real()));
-    if (end == kMovesNothing)
+    int const failure = plannedFailure(call);
+    if (failure == 0)
+        return static_cast<Result>(reportResult(call, real()));
+    if (failure == kMovesNothing)
         return Result{0};
-    errno = end;
+    errno = failure;
     return Result{-1};
 }
 
-// As asPlanned(), for a call that moves bytes: one when transfers are short.
+// As callAsPlanned(), for a call that transfers bytes: one byte if transfers are short.
 template <class Real>
-ssize_t movesAsPlanned(SystemCall const& call, Real real)
+ssize_t transferAsPlanned(SystemCall const& call, Real real)
 {
     bool const isShort = callPlan.watched && callPlan.shortTransfers && call.length > 1;
-    return asPlanned(call, [&] { return real(isShort ? 1 : call.length); });
+    return callAsPlanned(call, [&] { return real(isShort ? 1 : call.length); });
 }
 
 // The full path of a file in the directory that `directory` is a descriptor of; "" unless calls are
@@ -208,8 +208,8 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     va_start(more, flags);
     mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
-    int const fd = asPlanned({.name = "open", .path = path, .flags = flags},
-                             [&] { return __real_open(path, flags, mode); });
+    int const fd = callAsPlanned({.name = "open", .path = path, .flags = flags},
+                                 [&] { return __real_open(path, flags, mode); });
     if (callPlan.watched)
         callPlan.opened = fd;
     return fd;
@@ -222,35 +222,35 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     mode_t const mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
     WatchedPath const full(directory, path);
-    int const fd = asPlanned({.name = "open", .path = full.get(), .flags = flags},
-                             [&] { return __real_openat(directory, path, flags, mode); });
+    int const fd = callAsPlanned({.name = "open", .path = full.get(), .flags = flags},
+                                 [&] { return __real_openat(directory, path, flags, mode); });
     if (callPlan.watched)
         callPlan.opened = fd;
     return fd;
 }
 
-// A close that fails has closed all the same, as on Linux.
+// A failing close() closes the descriptor anyway, as on Linux.
 [[gnu::used]] inline int __wrap_close(int fd)
 {
     SystemCall const call = {.name = "close", .fd = fd};
-    int const end = plannedEnd(call);
+    int const failure = plannedFailure(call);
     int const rc = __real_close(fd);
-    if (end == 0)
-        return static_cast<int>(toldResult(call, rc));
-    errno = end;
+    if (failure == 0)
+        return static_cast<int>(reportResult(call, rc));
+    errno = failure;
     return -1;
 }
 
 [[gnu::used]] inline int __wrap_stat(char const* path, struct stat* status)
 {
-    return asPlanned({.name = "stat", .path = path, .to = status},
-                     [&] { return __real_stat(path, status); });
+    return callAsPlanned({.name = "stat", .path = path, .to = status},
+                         [&] { return __real_stat(path, status); });
 }
 
 [[gnu::used]] inline int __wrap_lstat(char const* path, struct stat* status)
 {
-    return asPlanned({.name = "lstat", .path = path, .to = status},
-                     [&] { return __real_lstat(path, status); });
+    return callAsPlanned({.name = "lstat", .path = path, .to = status},
+                         [&] { return __real_lstat(path, status); });
 }
 
 [[gnu::used]] inline int __wrap_fstatat(int directory, char const* path, struct stat* status,
@@ -258,20 +258,20 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 {
     WatchedPath const full(directory, path);
     char const* const name = (flags & AT_SYMLINK_NOFOLLOW) != 0 ? "lstat" : "stat";
-    return asPlanned({.name = name, .path = full.get(), .to = status},
-                     [&] { return __real_fstatat(directory, path, status, flags); });
+    return callAsPlanned({.name = name, .path = full.get(), .to = status},
+                         [&] { return __real_fstatat(directory, path, status, flags); });
 }
 
 [[gnu::used]] inline int __wrap_fstat(int fd, struct stat* status)
 {
-    return asPlanned({.name = "fstat", .fd = fd, .to = status},
-                     [&] { return __real_fstat(fd, status); });
+    return callAsPlanned({.name = "fstat", .fd = fd, .to = status},
+                         [&] { return __real_fstat(fd, status); });
 }
 
 [[gnu::used]] inline int __wrap_fstatfs(int fd, struct statfs* system)
 {
-    return asPlanned({.name = "fstatfs", .fd = fd, .to = system},
-                     [&] { return __real_fstatfs(fd, system); });
+    return callAsPlanned({.name = "fstatfs", .fd = fd, .to = system},
+                         [&] { return __real_fstatfs(fd, system); });
 }
 
 // The commands that lock have names of their own.
@@ -284,7 +284,8 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     char const* const name = command == F_SETLK    ? "F_SETLK"
                              : command == F_SETLKW ? "F_SETLKW"
                                                    : "fcntl";
-    return asPlanned({.name = name, .fd = fd}, [&] { return __real_fcntl(fd, command, argument); });
+    return callAsPlanned({.name = name, .fd = fd},
+                         [&] { return __real_fcntl(fd, command, argument); });
 }
 
 [[gnu::used]] inline int __wrap_ioctl(int fd, unsigned long request, ...)
@@ -293,103 +294,106 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     va_start(more, request);
     void* const argument = va_arg(more, void*);
     va_end(more);
-    return asPlanned({.name = "ioctl", .fd = fd, .to = argument},
-                     [&] { return __real_ioctl(fd, request, argument); });
+    return callAsPlanned({.name = "ioctl", .fd = fd, .to = argument},
+                         [&] { return __real_ioctl(fd, request, argument); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_pread(int fd, void* to, size_t length, off_t offset)
 {
-    return movesAsPlanned({.name = "pread", .fd = fd, .offset = offset, .length = length, .to = to},
-                          [&](size_t n) { return __real_pread(fd, to, n, offset); });
+    return transferAsPlanned(
+        {.name = "pread", .fd = fd, .offset = offset, .length = length, .to = to},
+        [&](size_t n) { return __real_pread(fd, to, n, offset); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_write(int fd, void const* from, size_t length)
 {
-    return movesAsPlanned({.name = "write", .fd = fd, .length = length, .from = from},
-                          [&](size_t n) { return __real_write(fd, from, n); });
+    return transferAsPlanned({.name = "write", .fd = fd, .length = length, .from = from},
+                             [&](size_t n) { return __real_write(fd, from, n); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_pwrite(int fd, void const* from, size_t length, off_t offset)
 {
-    return movesAsPlanned(
+    return transferAsPlanned(
         {.name = "pwrite", .fd = fd, .offset = offset, .length = length, .from = from},
         [&](size_t n) { return __real_pwrite(fd, from, n, offset); });
 }
 
 [[gnu::used]] inline int __wrap_fsync(int fd)
 {
-    return asPlanned({.name = "fsync", .fd = fd}, [&] { return __real_fsync(fd); });
+    return callAsPlanned({.name = "fsync", .fd = fd}, [&] { return __real_fsync(fd); });
 }
 
 [[gnu::used]] inline int __wrap_fdatasync(int fd)
 {
-    return asPlanned({.name = "fdatasync", .fd = fd}, [&] { return __real_fdatasync(fd); });
+    return callAsPlanned({.name = "fdatasync", .fd = fd}, [&] { return __real_fdatasync(fd); });
 }
 
 [[gnu::used]] inline int __wrap_sync_file_range(int fd, off_t offset, off_t length, unsigned flags)
 {
-    return asPlanned({.name = "sync_file_range",
-                      .fd = fd,
-                      .flags = static_cast<int>(flags),
-                      .offset = offset,
-                      .length = static_cast<size_t>(length)},
-                     [&] { return __real_sync_file_range(fd, offset, length, flags); });
+    return callAsPlanned({.name = "sync_file_range",
+                          .fd = fd,
+                          .flags = static_cast<int>(flags),
+                          .offset = offset,
+                          .length = static_cast<size_t>(length)},
+                         [&] { return __real_sync_file_range(fd, offset, length, flags); });
 }
 
 [[gnu::used]] inline int __wrap_ftruncate(int fd, off_t length)
 {
-    return asPlanned({.name = "ftruncate", .fd = fd, .length = static_cast<size_t>(length)},
-                     [&] { return __real_ftruncate(fd, length); });
+    return callAsPlanned({.name = "ftruncate", .fd = fd, .length = static_cast<size_t>(length)},
+                         [&] { return __real_ftruncate(fd, length); });
 }
 
 [[gnu::used]] inline int __wrap_fallocate(int fd, int mode, off_t offset, off_t length)
 {
-    return asPlanned({.name = "fallocate", .fd = fd},
-                     [&] { return __real_fallocate(fd, mode, offset, length); });
+    return callAsPlanned({.name = "fallocate", .fd = fd},
+                         [&] { return __real_fallocate(fd, mode, offset, length); });
 }
 
 // Returns its errno.
 [[gnu::used]] inline int __wrap_posix_fallocate(int fd, off_t offset, off_t length)
 {
     SystemCall const call = {.name = "posix_fallocate", .fd = fd};
-    int const end = plannedEnd(call);
-    if (end != 0)
-        return end;
-    return static_cast<int>(toldResult(call, __real_posix_fallocate(fd, offset, length)));
+    int const failure = plannedFailure(call);
+    if (failure != 0)
+        return failure;
+    return static_cast<int>(reportResult(call, __real_posix_fallocate(fd, offset, length)));
 }
 
 [[gnu::used]] inline int __wrap_fchown(int fd, uid_t user, gid_t group)
 {
-    return asPlanned({.name = "fchown", .fd = fd}, [&] { return __real_fchown(fd, user, group); });
+    return callAsPlanned({.name = "fchown", .fd = fd},
+                         [&] { return __real_fchown(fd, user, group); });
 }
 
 [[gnu::used]] inline int __wrap_fchmod(int fd, mode_t mode)
 {
-    return asPlanned({.name = "fchmod", .fd = fd}, [&] { return __real_fchmod(fd, mode); });
+    return callAsPlanned({.name = "fchmod", .fd = fd}, [&] { return __real_fchmod(fd, mode); });
 }
 
 [[gnu::used]] inline int __wrap_futimens(int fd, timespec const* times)
 {
-    return asPlanned({.name = "futimens", .fd = fd}, [&] { return __real_futimens(fd, times); });
+    return callAsPlanned({.name = "futimens", .fd = fd},
+                         [&] { return __real_futimens(fd, times); });
 }
 
 [[gnu::used]] inline int __wrap_rename(char const* from, char const* to)
 {
-    return asPlanned({.name = "rename", .path = from, .newPath = to},
-                     [&] { return __real_rename(from, to); });
+    return callAsPlanned({.name = "rename", .path = from, .newPath = to},
+                         [&] { return __real_rename(from, to); });
 }
 
 [[gnu::used]] inline int __wrap_unlink(char const* path)
 {
-    return asPlanned({.name = "unlink", .path = path}, [&] { return __real_unlink(path); });
+    return callAsPlanned({.name = "unlink", .path = path}, [&] { return __real_unlink(path); });
 }
 
 [[gnu::used]] inline int __wrap_renameat(int fromIn, char const* from, int toIn, char const* to)
 {
     WatchedPath const fullFrom(fromIn, from);
     WatchedPath const fullTo(toIn, to);
-    return asPlanned({.name = "rename", .path = fullFrom.get(), .newPath = fullTo.get()},
-                     [&] { return __real_renameat(fromIn, from, toIn, to); });
+    return callAsPlanned({.name = "rename", .path = fullFrom.get(), .newPath = fullTo.get()},
+                         [&] { return __real_renameat(fromIn, from, toIn, to); });
 }
 
 [[gnu::used]] inline int __wrap_renameat2(int fromIn, char const* from, int toIn, char const* to,
@@ -397,42 +401,42 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
 {
     WatchedPath const fullFrom(fromIn, from);
     WatchedPath const fullTo(toIn, to);
-    return asPlanned({.name = "rename",
-                      .path = fullFrom.get(),
-                      .newPath = fullTo.get(),
-                      .flags = static_cast<int>(flags)},
-                     [&] { return __real_renameat2(fromIn, from, toIn, to, flags); });
+    return callAsPlanned({.name = "rename",
+                          .path = fullFrom.get(),
+                          .newPath = fullTo.get(),
+                          .flags = static_cast<int>(flags)},
+                         [&] { return __real_renameat2(fromIn, from, toIn, to, flags); });
 }
 
 [[gnu::used]] inline int __wrap_unlinkat(int directory, char const* path, int flags)
 {
     WatchedPath const full(directory, path);
-    return asPlanned({.name = "unlink", .path = full.get()},
-                     [&] { return __real_unlinkat(directory, path, flags); });
+    return callAsPlanned({.name = "unlink", .path = full.get()},
+                         [&] { return __real_unlinkat(directory, path, flags); });
 }
 
 [[gnu::used]] inline int __wrap_syncfs(int fd)
 {
-    return asPlanned({.name = "syncfs", .fd = fd}, [&] { return __real_syncfs(fd); });
+    return callAsPlanned({.name = "syncfs", .fd = fd}, [&] { return __real_syncfs(fd); });
 }
 
 [[gnu::used]] inline ssize_t __wrap_fgetxattr(int fd, char const* name, void* value, size_t size)
 {
-    return asPlanned({.name = "fgetxattr", .fd = fd, .length = size, .to = value},
-                     [&] { return __real_fgetxattr(fd, name, value, size); });
+    return callAsPlanned({.name = "fgetxattr", .fd = fd, .length = size, .to = value},
+                         [&] { return __real_fgetxattr(fd, name, value, size); });
 }
 
 [[gnu::used]] inline int __wrap_fsetxattr(int fd, char const* name, void const* value, size_t size,
                                           int flags)
 {
-    return asPlanned({.name = "fsetxattr", .fd = fd, .length = size, .from = value},
-                     [&] { return __real_fsetxattr(fd, name, value, size, flags); });
+    return callAsPlanned({.name = "fsetxattr", .fd = fd, .length = size, .from = value},
+                         [&] { return __real_fsetxattr(fd, name, value, size, flags); });
 }
 
 [[gnu::used]] inline int __wrap_fremovexattr(int fd, char const* name)
 {
-    return asPlanned({.name = "fremovexattr", .fd = fd},
-                     [&] { return __real_fremovexattr(fd, name); });
+    return callAsPlanned({.name = "fremovexattr", .fd = fd},
+                         [&] { return __real_fremovexattr(fd, name); });
 }
 
 // openat2() has no function of its own.
@@ -450,20 +454,20 @@ int __real_sigtimedwait(sigset_t const*, siginfo_t*, timespec const*);
     };
     if (number != SYS_openat2)
         return real();
-    return asPlanned({.name = "openat2", .path = reinterpret_cast<char const*>(arguments[1])},
-                     real);
+    return callAsPlanned({.name = "openat2", .path = reinterpret_cast<char const*>(arguments[1])},
+                         real);
 }
 
 [[gnu::used]] inline int __wrap_munmap(void* address, size_t length)
 {
-    return asPlanned({.name = "munmap", .length = length},
-                     [&] { return __real_munmap(address, length); });
+    return callAsPlanned({.name = "munmap", .length = length},
+                         [&] { return __real_munmap(address, length); });
 }
 
 [[gnu::used]] inline int __wrap_sigtimedwait(sigset_t const* wanted, siginfo_t* found,
                                              timespec const* timeout)
 {
-    return asPlanned({.name = "sigtimedwait"},
-                     [&] { return __real_sigtimedwait(wanted, found, timeout); });
+    return callAsPlanned({.name = "sigtimedwait"},
+                         [&] { return __real_sigtimedwait(wanted, found, timeout); });
 }
 }

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-// Returns the names in a directory, sorted, separated by blanks.
+// Returns the names in a directory, sorted, separated by spaces.
 inline std::string namesIn(std::string const& directory)
 {
     std::vector<std::string> found;
@@ -29,7 +29,7 @@ inline std::string namesIn(std::string const& directory)
 
 class TestDirectory {
 public:
-    // Where it lies: on disk, or in memory where there is such a place.
+    // On disk, or in memory if the system has a file system in memory.
     enum class Place { disk, memory };
 
     explicit TestDirectory(Place place = Place::disk)
@@ -50,7 +50,7 @@ public:
     std::string const& path() const { return path_; }
     std::string at(std::string const& name) const { return path_ + "/" + name; }
 
-    // Writes a file anew, with mode 0600 unless it is there, and returns its path.
+    // Writes a new file with mode 0600, or overwrites an existing one, and returns its path.
     std::string write(std::string const& name, std::string const& text) const
     {
         std::string const file = at(name);
@@ -60,7 +60,7 @@ public:
         return file;
     }
 
-    // Returns what a file holds; "(missing)" when there is none.
+    // Returns the contents of a file; "(missing)" if it does not exist.
     std::string read(std::string const& name) const
     {
         std::ifstream in(at(name), std::ios::binary);

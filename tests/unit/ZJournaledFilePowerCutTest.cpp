@@ -1,14 +1,14 @@
-// What a power cut may leave of stores, on a disk that promises no more than it must.
+// Power cuts during stores, on a model of a disk that gives the weakest permitted guarantees.
 //
-// The calls of some stores are written down. Then the power is cut behind each of them, again and
-// again: of what had not been synced by then the disk has any sectors, any sizes and any names; in
-// the place of a sector that it has not, a new file shows what a removed one had there.
+// The calls of some stores are recorded. Then the power is cut after each call, many times. Of the
+// changes that are not synced by then, the disk has any sectors, any sizes and any names. A sector
+// of a new file that the disk lacks shows the bytes of a removed file.
 //
-// Names are not left to chance: after each call every state of the directory that the disk can show
-// is tried. A file system with a log has any subset of the renames, exchanges and removals since
-// the last sync, each whole. One without a log writes each entry of the directory on its own: every
-// name has any of its values since the last sync, whatever the other names have. So a rename or an
-// exchange can be half there.
+// Names are not random: after each call every possible state of the directory is tried. A file
+// system with a log has any subset of the renames, exchanges and removals since the last sync, each
+// complete. A file system without a log writes each entry of the directory on its own: every name
+// has any of its values since the last sync, independent of the other names. So half of a rename or
+// an exchange may be done.
 #include <Z/store/journaled_file.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -30,19 +30,19 @@
 #include "SystemCalls.h"
 #include "TestDirectory.h"
 
-// ---- Writing down ------------------------------------------------------------------------------
+// ---- Recording ---------------------------------------------------------------------------------
 
 namespace {
 
-constexpr int kFolder = -1;  // in place of a file
+constexpr int kDirectory = -1;  // instead of the number of a file
 
 struct Step {
-    // `reach`: what was written has reached the disk, but may still be in its cache.
+    // `reach`: the written bytes are on the disk, but may still be in its cache.
     enum Kind { write, cut, make, rename, exchange, remove, reach, sync } kind;
     int file = 0;
     size_t offset = 0;  // of a write; the length of a cut
     std::string bytes;
-    std::string name;  // made, removed, or to be renamed
+    std::string name;  // created, removed or renamed
     std::string newName;
     int other = 0;  // the file that an exchange or a rename finds at the new name; 0: none
 };
@@ -58,91 +58,92 @@ std::ostream& operator<<(std::ostream& out, Step const& step)
     return out;
 }
 
-// What the calls did while they were watched.
-struct Notes {
+// The effects of the calls while they were watched.
+struct Recording {
     std::vector<Step> steps;
     std::map<std::string, int> files;  // by path
     std::map<int, int> open;           // file by descriptor
     std::map<int, size_t> position;    // by descriptor
     int count = 0;                     // of files
 };
-Notes notes;
+Recording recording;
 
-void noteOpen(SystemCall const& call, int fd)
+void recordOpen(SystemCall const& call, int fd)
 {
-    bool const isFolder = (call.flags & O_DIRECTORY) != 0;
-    if (!isFolder && notes.files.count(call.path) == 0) {
-        notes.files[call.path] = ++notes.count;
-        notes.steps.push_back({Step::make, notes.count, 0, "", call.path, ""});
+    bool const isDirectory = (call.flags & O_DIRECTORY) != 0;
+    if (!isDirectory && recording.files.count(call.path) == 0) {
+        recording.files[call.path] = ++recording.count;
+        recording.steps.push_back({Step::make, recording.count, 0, "", call.path, ""});
     }
-    notes.open[fd] = isFolder ? kFolder : notes.files[call.path];
-    notes.position[fd] = 0;
+    recording.open[fd] = isDirectory ? kDirectory : recording.files[call.path];
+    recording.position[fd] = 0;
 }
 
-void noteWrite(SystemCall const& call, size_t offset, size_t length)
+void recordWrite(SystemCall const& call, size_t offset, size_t length)
 {
-    auto const file = notes.open.find(call.fd);
-    if (length > 0 && file != notes.open.end())
-        notes.steps.push_back({Step::write,
-                               file->second,
-                               offset,
-                               {static_cast<char const*>(call.from), length},
-                               "",
-                               ""});
+    auto const file = recording.open.find(call.fd);
+    if (length > 0 && file != recording.open.end())
+        recording.steps.push_back({Step::write,
+                                   file->second,
+                                   offset,
+                                   {static_cast<char const*>(call.from), length},
+                                   "",
+                                   ""});
 }
 
-void noteSync(Step::Kind kind, int fd)
+void recordSync(Step::Kind kind, int fd)
 {
-    auto const file = notes.open.find(fd);
-    if (file != notes.open.end())
-        notes.steps.push_back({kind, file->second, 0, "", "", ""});
+    auto const file = recording.open.find(fd);
+    if (file != recording.open.end())
+        recording.steps.push_back({kind, file->second, 0, "", "", ""});
 }
 
-void noteRename(SystemCall const& call)
+void recordRename(SystemCall const& call)
 {
     bool const exchanges = (static_cast<unsigned>(call.flags) & RENAME_EXCHANGE) != 0;
-    int const file = notes.files.at(call.path);
-    int& there = notes.files[call.newPath];
-    notes.steps.push_back(
+    int const file = recording.files.at(call.path);
+    int& there = recording.files[call.newPath];
+    recording.steps.push_back(
         {exchanges ? Step::exchange : Step::rename, file, 0, "", call.path, call.newPath, there});
     if (exchanges)
-        notes.files[call.path] = there;
+        recording.files[call.path] = there;
     else
-        notes.files.erase(call.path);
-    notes.files[call.newPath] = file;
+        recording.files.erase(call.path);
+    recording.files[call.newPath] = file;
 }
 
-// Notes a call that went well.
-void note(SystemCall const& call, ssize_t result)
+// Records a successful call.
+void record(SystemCall const& call, ssize_t result)
 {
     constexpr int kAll =
         SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
     auto const length = static_cast<size_t>(result);
     if (call.name == "open") {
-        noteOpen(call, static_cast<int>(result));
+        recordOpen(call, static_cast<int>(result));
     } else if (call.name == "close") {
-        notes.open.erase(call.fd);
+        recording.open.erase(call.fd);
     } else if (call.name == "write") {
-        noteWrite(call, notes.position[call.fd], length);
-        notes.position[call.fd] += length;
+        recordWrite(call, recording.position[call.fd], length);
+        recording.position[call.fd] += length;
     } else if (call.name == "pwrite") {
-        noteWrite(call, static_cast<size_t>(call.offset), length);
+        recordWrite(call, static_cast<size_t>(call.offset), length);
     } else if (call.name == "fsync" || call.name == "fdatasync") {
-        noteSync(Step::sync, call.fd);
+        recordSync(Step::sync, call.fd);
     } else if (call.name == "syncfs") {
-        for (auto const& [path, file] : notes.files)
-            notes.steps.push_back({Step::sync, file, 0, "", "", ""});
-        notes.steps.push_back({Step::sync, kFolder, 0, "", "", ""});
+        for (auto const& [path, file] : recording.files)
+            recording.steps.push_back({Step::sync, file, 0, "", "", ""});
+        recording.steps.push_back({Step::sync, kDirectory, 0, "", "", ""});
     } else if (call.name == "sync_file_range") {
         if (call.offset == 0 && call.length == 0 && call.flags == kAll)
-            noteSync(Step::reach, call.fd);
+            recordSync(Step::reach, call.fd);
     } else if (call.name == "ftruncate") {
-        notes.steps.push_back({Step::cut, notes.open.at(call.fd), call.length, "", "", ""});
+        recording.steps.push_back({Step::cut, recording.open.at(call.fd), call.length, "", "", ""});
     } else if (call.name == "rename") {
-        noteRename(call);
+        recordRename(call);
     } else if (call.name == "unlink") {
-        notes.steps.push_back({Step::remove, notes.files.at(call.path), 0, "", call.path, ""});
-        notes.files.erase(call.path);
+        recording.steps.push_back(
+            {Step::remove, recording.files.at(call.path), 0, "", call.path, ""});
+        recording.files.erase(call.path);
     }
 }
 
@@ -164,8 +165,8 @@ Kind const kKinds[] = {
     {"LoggedWithoutExchangeReplacing", true, false, true},
 };
 
-// A plan that notes the calls, on a file system of this kind.
-CallPlan noting(Kind const& kind)
+// Returns a plan that records the calls, on a file system of this kind.
+CallPlan recordingPlan(Kind const& kind)
 {
     CallPlan plan;
     plan.before = [exchanges = kind.exchanges](SystemCall const& call) {
@@ -178,9 +179,9 @@ CallPlan noting(Kind const& kind)
             static_cast<struct statfs*>(call.to)->f_type =
                 logsNames ? XFS_SUPER_MAGIC : EXT2_SUPER_MAGIC;
         else if (call.name == "ioctl")
-            result = -1;  // there are no flags
+            result = -1;  // flags are not supported
         else if (result >= 0)
-            note(call, result);
+            record(call, result);
     };
     return plan;
 }
@@ -200,7 +201,7 @@ unsigned cutsFromEnvironment()
     return wanted != nullptr ? static_cast<unsigned>(strtoul(wanted, nullptr, 10)) : kDefault;
 }
 unsigned const kCuts = cutsFromEnvironment();
-constexpr unsigned kStoresAfterCut = 11;  // one cut of so many is followed by a store
+constexpr unsigned kStoresAfterCut = 11;  // a store follows every 11th cut
 constexpr size_t kSector = 512;
 
 using Files = std::map<std::string, std::string>;  // contents by path
@@ -238,7 +239,7 @@ public:
                 break;
             case Step::sync:
                 emptyCache();
-                if (step.file == kFolder) {
+                if (step.file == kDirectory) {
                     for (Step const* one : pendingNames_)
                         apply(*one, names_);
                     pendingNames_.clear();
@@ -252,7 +253,7 @@ public:
         }
     }
 
-    // Every state that the directory may have when the power comes back.
+    // Returns every possible state of the directory after the power cut.
     std::vector<Names> cutNames() const
     {
         std::set<Names> all;
@@ -282,7 +283,7 @@ public:
         return {all.begin(), all.end()};
     }
 
-    // The contents that are there when the power comes back.
+    // Returns contents that the files may have after the power cut.
     Files cutPower(Names const& names)
     {
         Files files;
@@ -319,7 +320,7 @@ private:
         return all;
     }
 
-    // An entry of a folder is not written behind a later one of the same name.
+    // Syncs the last entry of each name of a file: later values replace earlier ones.
     void syncNamesOf(int file)
     {
         std::set<std::string> entries;
@@ -390,10 +391,10 @@ private:
             sizes.push_back(all.size());
             longest = std::max(longest, all.size());
         }
-        // A file that was never synced may lie where a removed one was.
+        // A file that was never synced may use the blocks of a removed file.
         bool const haunted = synced.empty() && !removed_.empty() && random_() % 2 == 0;
         std::string const there = haunted ? ghost(removed_[random_() % removed_.size()]) : synced;
-        unsigned const chance = random_() % 5;  // of four: that a sector is there
+        unsigned const chance = random_() % 5;  // in four, that the disk has a sector
 
         std::string out(longest, '\0');
         for (size_t at = 0; at < longest; at += kSector) {
@@ -415,7 +416,7 @@ private:
         return sector;
     }
 
-    // Does to the sector at `at` what the first `count` steps did that are pending.
+    // Applies the first `count` pending steps to the sector at `at`.
     void runUpTo(int file, size_t count, size_t at, std::string& sector)
     {
         std::string whole(at, '\0');
@@ -439,7 +440,7 @@ private:
 
 // ---- The stores --------------------------------------------------------------------------------
 
-// A generation: its text in two halves, so that one generation may lie between two others.
+// A generation. Its text has two halves, so that a generation can be a mix of two others.
 struct Generation {
     std::string text;
     std::string companion;
@@ -452,7 +453,7 @@ struct Generation {
 
 Generation generation(char first, char second, size_t half, std::string const& companion)
 {
-    // All begin alike, so that the first sector of one journal may be that of another.
+    // All texts start alike, so that different journals can have the same first sector.
     return {std::string(kSector, '-') + std::string(half, first) + std::string(half, second) + "\n",
             companion.empty() ? "" : "\x78\x9C" + companion};
 }
@@ -464,8 +465,8 @@ public:
 protected:
     void watch()
     {
-        notes = Notes();
-        watched_.emplace(noting(GetParam()));
+        recording = Recording();
+        watched_.emplace(recordingPlan(GetParam()));
     }
 
     void storeAs(Generation const& next, bool replaces) const
@@ -484,31 +485,31 @@ protected:
             file.commit(next.text, companion);
     }
 
-    // Stores a generation, and notes that it is acknowledged.
+    // Stores a generation, and records that it is acknowledged.
     void store(Generation const& next)
     {
         storeAs(next, GetParam().replaces);
         acknowledge(next);
     }
 
-    // Stores with its n-th call failing, or that one and all behind it. Until it is acknowledged
-    // that nothing was stored, or until the next store, the generation may be there. Returns
-    // whether there was such a call.
+    // Stores while the n-th call fails, or the n-th and all later calls. Until the failure is
+    // acknowledged, or until the next store, a cut may leave this generation. Returns whether the
+    // store made n calls.
     bool storeFailing(Generation const& next, int n, bool dies)
     {
-        size_t const before = notes.steps.size();
+        size_t const before = recording.steps.size();
         callPlan.calls = 0;
         (dies ? callPlan.failFrom : callPlan.failAt) = n;
         try {
             store(next);
         } catch (ZJournaledFile::IoError const&) {
-            attempt_ = {before, dies ? ~size_t{0} : notes.steps.size(), next};
+            attempt_ = {before, dies ? ~size_t{0} : recording.steps.size(), next};
         }
         callPlan.failAt = callPlan.failFrom = 0;
         return callPlan.calls >= n;
     }
 
-    // What another program does: it knows nothing of a journal.
+    // Edits the file as another program, which knows no journal.
     void edit(Generation const& next, bool synced = true)
     {
         int const fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
@@ -523,22 +524,22 @@ protected:
 
     void acknowledge(Generation const& next)
     {
-        acknowledged_.push_back(notes.steps.size());
+        acknowledged_.push_back(recording.steps.size());
         generations_.push_back(next);
     }
 
-    // Cuts the power behind every step, many times.
+    // Cuts the power after every step, many times.
     void cutPowerEverywhere(size_t atLeast = 70, unsigned cuts = kCuts)
     {
         watched_.reset();
         size_t states = 0;
-        for (size_t end = acknowledged_.front(); end <= notes.steps.size(); ++end) {
+        for (size_t end = acknowledged_.front(); end <= recording.steps.size(); ++end) {
             auto const behind = std::upper_bound(acknowledged_.begin(), acknowledged_.end(), end);
             auto const last = static_cast<size_t>(behind - acknowledged_.begin()) - 1;
             size_t const next = std::min(last + 1, generations_.size() - 1);
             Disk disk(GetParam().logsNames);
             for (size_t i = 0; i < end; ++i)
-                disk.run(notes.steps[i]);
+                disk.run(recording.steps[i]);
             std::vector<Names> const outcomes = disk.cutNames();
             size_t const tries = std::clamp<size_t>(outcomes.size(), cuts, size_t{4} * cuts);
             for (unsigned seed = 1; seed <= tries; ++seed, ++states) {
@@ -548,19 +549,19 @@ protected:
                 bool const attempted = attempt_.begin <= end && end < attempt_.end && last == 0 &&
                                        found == attempt_.generation;
                 if (!(attempted || found == generations_[last] || found == generations_[next])) {
-                    ADD_FAILURE() << "behind step " << end << ", seed " << seed << ": "
+                    ADD_FAILURE() << "after step " << end << ", seed " << seed << ": "
                                   << found.text.size() << " bytes, " << found.text[0]
                                   << found.text[found.text.size() / 2] << ", with "
                                   << found.companion.substr(
                                          std::min<size_t>(2, found.companion.size()))
-                                  << " behind generation " << last << "; there are "
+                                  << " after generation " << last << "; the files are "
                                   << directory_.names() << "\nafter the steps\n"
                                   << stepsUpTo(end);
                     return;
                 }
                 if (seed % kStoresAfterCut == 0 && !canStore()) {
-                    ADD_FAILURE() << "behind step " << end << ", seed " << seed
-                                  << ": then no store succeeds; there are " << directory_.names()
+                    ADD_FAILURE() << "after step " << end << ", seed " << seed
+                                  << ": the next store fails; the files are " << directory_.names()
                                   << "\nafter the steps\n"
                                   << stepsUpTo(end);
                     return;
@@ -588,7 +589,7 @@ protected:
     {
         std::ostringstream all;
         for (size_t i = acknowledged_.front(); i < end; ++i)
-            all << i << ": " << notes.steps[i] << "\n";
+            all << i << ": " << recording.steps[i] << "\n";
         return all.str();
     }
 
@@ -620,8 +621,8 @@ protected:
     std::vector<size_t> acknowledged_;     // number of the steps before, for each generation
     std::vector<Generation> generations_;
 
-    // A store that failed, behind the first generation: what may be there, from which step to
-    // which.
+    // A failed store after the first generation: a cut may leave its generation within a range of
+    // steps.
     struct Attempt {
         size_t begin = 0;
         size_t end = 0;
@@ -661,7 +662,7 @@ TEST_P(ZJournaledFilePowerCut, LeavesTheAcknowledgedTextOrTheNext)
     cutPowerEverywhere();
 }
 
-TEST_P(ZJournaledFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
+TEST_P(ZJournaledFilePowerCut, LeavesACompleteTextIfTheSuffixMoves)
 {
     auto const text = [](char middle, size_t length) {
         return Generation{
@@ -680,7 +681,7 @@ TEST_P(ZJournaledFilePowerCut, LeavesTheTextWholeWhoseEndMoves)
     cutPowerEverywhere();
 }
 
-TEST_P(ZJournaledFilePowerCut, LeavesWhatAnotherProgramHasEdited)
+TEST_P(ZJournaledFilePowerCut, LeavesTheEditOfAnotherProgram)
 {
     watch();
     store(generation('a', 'a', 200, ""));
@@ -692,25 +693,25 @@ TEST_P(ZJournaledFilePowerCut, LeavesWhatAnotherProgramHasEdited)
     cutPowerEverywhere();
 }
 
-TEST_P(ZJournaledFilePowerCut, LeavesWhatAnotherProgramHasNotSyncedOnceTheJournalIsThere)
+TEST_P(ZJournaledFilePowerCut, LeavesAnUnsyncedEditOnceTheNextJournalIsSynced)
 {
     Generation const edited = generation('b', 'b', 2000, "");
     watch();
     store(generation('a', 'a', 2000, ""));
     edit(edited, false);
-    size_t const before = notes.steps.size();
+    size_t const before = recording.steps.size();
     store(generation('b', 'c', 2000, ""));
-    // The journal's own sync takes the edit along.
+    // The journal's sync also syncs the edit.
     size_t synced = before;
-    while (notes.steps[synced].kind != Step::sync ||
-           notes.steps[synced].file == notes.steps[before - 1].file)
+    while (recording.steps[synced].kind != Step::sync ||
+           recording.steps[synced].file == recording.steps[before - 1].file)
         ++synced;
     acknowledged_ = {synced + 1, acknowledged_.back()};
     generations_ = {edited, generations_.back()};
     cutPowerEverywhere(5);
 }
 
-TEST_P(ZJournaledFilePowerCut, LeavesTheOldPairOrTheNextWhereAStoreFails)
+TEST_P(ZJournaledFilePowerCut, LeavesTheOldPairOrTheNextIfAStoreFails)
 {
     Generation const first = generation('a', 'a', 1000, "1");
     Generation const others[] = {generation('b', 'a', 1300, "2"), generation('a', 'b', 1000, "")};

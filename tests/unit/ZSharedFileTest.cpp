@@ -1,5 +1,5 @@
-// The table of the files that are open for locking: what its users in one process share, and what
-// they cannot take from each other.
+// The table of the files that are open for locking: users in one process share descriptors, and
+// cannot release each other's locks.
 #include <Z/files/shared_file.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -42,7 +42,7 @@ protected:
     std::string const path_;
 };
 
-// Closes a descriptor for a scope.
+// Closes a descriptor in this scope (RAII).
 class Closed {
 public:
     explicit Closed(int fd) : fd_(fd), saved_(fcntl(fd, F_DUPFD_CLOEXEC, 3)) { close(fd); }
@@ -59,16 +59,15 @@ private:
     int const saved_;
 };
 
-// Opens the file in a process that has no table yet. While the table is made, another user comes
-// and makes one too. Returns whether they share one in the end.
+// Opens the file in a process without a table. While the table is created, another user creates one
+// too. Returns whether both use the same table in the end.
 bool sharesTheFirstTable(char const* path)
 {
     ZSharedFile file;
-    ZSharedFile meanwhile;
+    ZSharedFile rival;
     int other = -1;
-    whileItAllocates = [&] { other = meanwhile.open(path, O_RDWR, 0); };
-    return file.open(path, O_RDWR, 0) == 0 && other == 0 &&
-           file.descriptor() == meanwhile.descriptor();
+    whileItAllocates = [&] { other = rival.open(path, O_RDWR, 0); };
+    return file.open(path, O_RDWR, 0) == 0 && other == 0 && file.descriptor() == rival.descriptor();
 }
 
 }  // namespace
@@ -80,8 +79,8 @@ extern "C" void* __wrap__Znwm(size_t size)
     return __real__Znwm(size);
 }
 
-// In a process of its own, which begins with this test.
-TEST(ZSharedFileDeathTest, ThoseWhoComeFirstTogetherGetOneTable)
+// In a new process, which has no table.
+TEST(ZSharedFileDeathTest, ConcurrentFirstUsersShareOneTable)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     TestDirectory const directory(TestDirectory::Place::memory);
@@ -90,7 +89,7 @@ TEST(ZSharedFileDeathTest, ThoseWhoComeFirstTogetherGetOneTable)
                 "");
 }
 
-TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneWantsToWrite)
+TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneUserWrites)
 {
     long const before = openDescriptors();
     ZSharedFile reader;
@@ -101,7 +100,7 @@ TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneWantsToWrite)
     EXPECT_NE(first, reader.descriptor());
     EXPECT_EQ(writer.descriptor(), reader.descriptor());
     EXPECT_EQ(1, write(reader.descriptor(), "x", 1));
-    // The first stays open: closing it would free what is locked.
+    // The first descriptor stays open: closing it would release the locks.
     EXPECT_EQ(before + 2, openDescriptors());
     EXPECT_EQ("r-", seen());
     {
@@ -118,7 +117,7 @@ TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneWantsToWrite)
     EXPECT_EQ(before, openDescriptors());
 }
 
-TEST_F(ZSharedFileTable, FileThatIsOpenCannotBeMade)
+TEST_F(ZSharedFileTable, ExclusiveCreationOfAnOpenFileFails)
 {
     ZSharedFile reader;
     ZSharedFile maker;
@@ -148,7 +147,7 @@ TEST_F(ZSharedFileTable, LowDescriptorOfALockedFileStaysOpenWithTheOthers)
     EXPECT_EQ(before, openDescriptors());
 }
 
-TEST_F(ZSharedFileTable, LowDescriptorThatCannotBeMovedIsAFailure)
+TEST_F(ZSharedFileTable, OpenFailsIfALowDescriptorCannotBeMoved)
 {
     long const before = openDescriptors();
     CallPlan full;
@@ -173,7 +172,6 @@ TEST_F(ZSharedFileTable, LowDescriptorThatCannotBeMovedIsAFailure)
     EXPECT_EQ(before, openDescriptors());
 }
 
-// The writer waits for this very thread, which would never let go if it waited for the writer.
 // Closing the new descriptor would release the locks of all users.
 TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
 {
@@ -182,14 +180,14 @@ TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
         ZSharedFile reader;
         openForReading(reader);
         ZSharedFile writer;
-        for (int n : {1, 3}) {
-            SCOPED_TRACE(n);
+        for (char const* call : {"stat", "fstat"}) {
+            SCOPED_TRACE(call);
             {
-                CallPlan wanted;
-                wanted.failAt = n;
-                WatchedCalls const watched(wanted);
+                CallPlan plan;
+                plan.failing[call] = EIO;
+                WatchedCalls const watched(plan);
                 EXPECT_EQ(EIO, writer.open(path_.c_str(), O_RDWR, 0));
-                EXPECT_EQ(n == 1 ? "stat" : "fstat", callPlan.failed);
+                EXPECT_EQ(call, callPlan.failed);
             }
             EXPECT_EQ("r-", seen());
             writer.close();
@@ -208,11 +206,10 @@ TEST_F(ZSharedFileTable, DescriptorOfAnUnknownFileIsClosedOnceItIsKnown)
     openForReading(reader);
     ZSharedFile writer;
     {
-        CallPlan wanted;
-        wanted.failAt = 3;
-        WatchedCalls const watched(wanted);
+        CallPlan plan;
+        plan.failing["fstat"] = EIO;
+        WatchedCalls const watched(plan);
         EXPECT_EQ(EIO, writer.open(other.c_str(), O_RDWR, 0));
-        EXPECT_EQ("fstat", callPlan.failed);
     }
     long const open = openDescriptors();
     EXPECT_EQ(0, writer.open(other.c_str(), O_RDWR, 0));
@@ -220,7 +217,7 @@ TEST_F(ZSharedFileTable, DescriptorOfAnUnknownFileIsClosedOnceItIsKnown)
     EXPECT_EQ("r-", seen());
 }
 
-TEST_F(ZSharedFileTable, ReaderMayReadAgainBesideAWriterThatWaits)
+TEST_F(ZSharedFileTable, ReaderCanReadAgainWhileAWriterWaits)
 {
     ZSharedFile reader;
     ZSharedFile again;
@@ -238,7 +235,7 @@ TEST_F(ZSharedFileTable, ReaderMayReadAgainBesideAWriterThatWaits)
     EXPECT_EQ(0, again.lock(F_RDLCK, 0, 4));
     std::future<void> const reading =
         std::async(std::launch::async, [&] { EXPECT_EQ(0, stranger.lock(F_RDLCK, 0, 4)); });
-    EXPECT_TRUE(staysBlocked(reading)) << "who does not read yet lets the writer go first";
+    EXPECT_TRUE(staysBlocked(reading)) << "a new reader waits for the writer";
     EXPECT_EQ(0, again.unlock(0, 4));
     EXPECT_EQ("r-", seen());
     EXPECT_EQ(0, reader.unlock(0, 4));
@@ -258,7 +255,7 @@ TEST_F(ZSharedFileTable, RangesAreReleasedAsTheyWereLocked)
     EXPECT_EQ("w-", seen());
 }
 
-TEST_F(ZSharedFileTable, AbandoningAFileKeepsWhatIsLockedAndTouchesNobodyElse)
+TEST_F(ZSharedFileTable, AbandoningAFileKeepsItsLocksAndChangesNoOtherUser)
 {
     ZSharedFile gone;
     ZSharedFile other;
@@ -277,16 +274,16 @@ TEST_F(ZSharedFileTable, AbandoningAFileKeepsWhatIsLockedAndTouchesNobodyElse)
     EXPECT_EQ("w-", seen());
 }
 
-TEST_F(ZSharedFileTable, KnowsItsFileFromOthers)
+TEST_F(ZSharedFileTable, DistinguishesItsFileFromOthers)
 {
     ZSharedFile file;
     ASSERT_EQ(0, file.open(path_.c_str(), O_RDONLY, 0));
     EXPECT_TRUE(file.isNamed(path_.c_str()));
     EXPECT_FALSE(file.isNamed(directory_.write("other", "").c_str()));
     EXPECT_FALSE(file.isNamed(directory_.at("missing").c_str()));
-    // Where the name cannot be looked at, nothing speaks against it.
+    // If the name cannot be checked, it is assumed to refer to the file.
     EXPECT_TRUE(file.isNamed((path_ + "/below").c_str()));
-    // Inodes are numbered anew on every device.
+    // Every device numbers its inodes independently.
     CallPlan mounted;
     mounted.after = [](SystemCall const& call, ssize_t&) {
         if (call.name == "stat")
