@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include "access.h"
+#include "../files/access.h"
 
 namespace zstore {
 

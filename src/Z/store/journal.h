@@ -24,10 +24,12 @@
 #include <string>
 #include <string_view>
 
-#include "bytes.h"
+#include "../files/bytes.h"
 #include "text_diff.h"
 
 namespace zstore {
+
+using namespace zfiles;
 
 struct Journal {
     static constexpr size_t kChecksumSize = 4;

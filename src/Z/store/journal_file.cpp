@@ -8,10 +8,10 @@
 #include <new>
 #include <utility>
 
+#include "../files/access.h"
 #include "../files/shared_file.h"
-#include "access.h"
+#include "../files/traits.h"
 #include "limits.h"
-#include "traits.h"
 
 namespace zstore {
 

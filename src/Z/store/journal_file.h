@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "directory.h"
+#include "../files/directory.h"
 #include "journal.h"
 #include "main_file.h"
 

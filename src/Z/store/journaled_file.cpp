@@ -6,8 +6,8 @@
 
 #include <utility>
 
+#include "../files/access.h"
 #include "../files/size_signal_guard.h"
-#include "access.h"
 #include "limits.h"
 
 using namespace zstore;

@@ -34,8 +34,8 @@
 
 class ZJournaledFile {
 public:
-    using IoError = zstore::IoError;
-    using Bytes = zstore::Bytes;
+    using IoError = zfiles::IoError;
+    using Bytes = zfiles::Bytes;
     using Companion = zstore::CompanionChange;
 
     // Identifies one state of a file.

@@ -8,11 +8,13 @@
 
 #include <string>
 
+#include "../files/bytes.h"
+#include "../files/directory.h"
 #include "../files/shared_file.h"
-#include "bytes.h"
-#include "directory.h"
 
 namespace zstore {
+
+using namespace zfiles;
 
 struct MainFile {
     explicit MainFile(char const* givenPath) : path(givenPath) {}

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "access.h"
+#include "../files/access.h"
 #include "main_file.h"
 
 namespace zstore {

@@ -7,8 +7,8 @@
 
 #include <new>
 
-#include "access.h"
-#include "traits.h"
+#include "../files/access.h"
+#include "../files/traits.h"
 
 namespace zstore {
 

@@ -21,7 +21,7 @@
 #include <string>
 #include <string_view>
 
-#include "access.h"
+#include "../files/access.h"
 #include "companion.h"
 #include "journal_file.h"
 #include "main_file.h"

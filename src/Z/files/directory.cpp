@@ -11,9 +11,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "../files/shared_file.h"
+#include "shared_file.h"
 
-namespace zstore {
+namespace zfiles {
 
 namespace {
 
@@ -160,4 +160,4 @@ int Directory::sync(int anyFile) const
     return retryOnEintr([anyFile] { return syncfs(anyFile); });
 }
 
-}  // namespace zstore
+}  // namespace zfiles

@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-namespace zstore {
+namespace zfiles {
 
 struct FileSystemTraits {
     bool syncsDirectoryEntry = false;  // a sync of a file covers its name, even if it is new
@@ -17,4 +17,4 @@ struct FileSystemTraits {
 /// example because it is mounted over a file, this waits until they are durable.
 int flushBeforeLaterSyncs(int fd, dev_t disk);
 
-}  // namespace zstore
+}  // namespace zfiles

@@ -11,7 +11,7 @@
 
 #include <vector>
 
-namespace zstore {
+namespace zfiles {
 
 constexpr mode_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
@@ -88,4 +88,4 @@ private:
 /// throws  std::bad_alloc.
 int copyAttributes(int from, int to);
 
-}  // namespace zstore
+}  // namespace zfiles

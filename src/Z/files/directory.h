@@ -10,7 +10,7 @@
 
 #include "system_calls.h"
 
-namespace zstore {
+namespace zfiles {
 
 /// Returns the directory part of a path, "." for a bare name.
 std::string directoryPart(std::string const& path);
@@ -65,4 +65,4 @@ private:
     struct stat status_ = {};
 };
 
-}  // namespace zstore
+}  // namespace zfiles

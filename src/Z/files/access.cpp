@@ -13,7 +13,7 @@
 
 #include "bytes.h"
 
-namespace zstore {
+namespace zfiles {
 
 namespace {
 
@@ -318,4 +318,4 @@ int copyAttributes(int from, int to)
     return failure;
 }
 
-}  // namespace zstore
+}  // namespace zfiles

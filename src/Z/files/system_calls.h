@@ -13,7 +13,7 @@
 
 #include "bytes.h"
 
-namespace zstore {
+namespace zfiles {
 
 // A call that failed: the file, the call, the errno.
 struct IoError {
@@ -71,4 +71,4 @@ int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written = n
 
 int truncateFile(int fd, size_t length);
 
-}  // namespace zstore
+}  // namespace zfiles

@@ -4,7 +4,7 @@
 
 #include <new>
 
-namespace zstore {
+namespace zfiles {
 
 Bytes::Bytes(size_t length)
     : bytes_(static_cast<char*>(malloc(length > 0 ? length : 1))), length_(length)
@@ -23,4 +23,4 @@ void Bytes::grow(size_t length)
     length_ = length;
 }
 
-}  // namespace zstore
+}  // namespace zfiles

@@ -7,7 +7,7 @@
 
 #include "../memory/malloc_ptr.h"
 
-namespace zstore {
+namespace zfiles {
 
 // Bytes from malloc().
 class Bytes {
@@ -33,4 +33,4 @@ private:
     size_t length_ = 0;
 };
 
-}  // namespace zstore
+}  // namespace zfiles

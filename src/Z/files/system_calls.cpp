@@ -4,9 +4,7 @@
 
 #include <utility>
 
-#include "text_diff.h"
-
-namespace zstore {
+namespace zfiles {
 
 void ScopedFd::reset(int fd)
 {
@@ -72,7 +70,7 @@ int writeAll(int fd, std::string_view bytes)
             continue;
         if (n <= 0)
             return n < 0 ? errno : EIO;
-        bytes = dropPrefix(bytes, static_cast<size_t>(n));
+        bytes.remove_prefix(static_cast<size_t>(n));
     }
     return 0;
 }
@@ -85,7 +83,7 @@ int writeAllAt(int fd, std::string_view bytes, off_t offset, size_t* written)
             continue;
         if (n <= 0)
             return n < 0 ? errno : EIO;
-        bytes = dropPrefix(bytes, static_cast<size_t>(n));
+        bytes.remove_prefix(static_cast<size_t>(n));
         offset += n;
         if (written != nullptr)
             *written += static_cast<size_t>(n);
@@ -98,4 +96,4 @@ int truncateFile(int fd, size_t length)
     return retryOnEintr([=] { return ftruncate(fd, static_cast<off_t>(length)); });
 }
 
-}  // namespace zstore
+}  // namespace zfiles

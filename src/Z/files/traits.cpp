@@ -10,7 +10,7 @@
 
 #include "system_calls.h"
 
-namespace zstore {
+namespace zfiles {
 
 // ext2 has the same number as ext4, but neither a log nor extents.
 FileSystemTraits::FileSystemTraits(int fd)
@@ -39,4 +39,4 @@ int flushBeforeLaterSyncs(int fd, dev_t disk)
     });
 }
 
-}  // namespace zstore
+}  // namespace zfiles
