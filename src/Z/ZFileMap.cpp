@@ -56,7 +56,7 @@ int openForMapping(char const* name, int flags)
         if (fd < 0)
             errno = EACCES;
     }
-    return fd > STDIN_FILENO ? zmoveUp(fd) : fd;
+    return fd > STDIN_FILENO ? zfiles::moveAboveStdio(fd) : fd;
 }
 
 // Maps the first `length` bytes of a file. Returns 0 and sets `address`, or returns an errno.

@@ -246,7 +246,7 @@ void ZAbstractProcessReadWriteLock_6_0::setLockState(zlockstate state)
 {
     // Set the mark first: no thread may see the new state with an older mark.
     if (state != unset)
-        store(forkMark_, zforkMark());
+        store(forkMark_, zfiles::forkGeneration());
     __atomic_store_n(&state_, static_cast<int>(state), __ATOMIC_RELEASE);
 }
 
@@ -287,7 +287,7 @@ ZReadWriteLockInterface_6_0::zlockstate ZAbstractProcessReadWriteLock_6_0::rawSt
 
 bool ZAbstractProcessReadWriteLock_6_0::inherited() const
 {
-    return rawState() != unset && load(forkMark_) != zforkMark();
+    return rawState() != unset && load(forkMark_) != zfiles::forkGeneration();
 }
 
 // ---- The stub ----------------------------------------------------------------------------------

@@ -82,7 +82,7 @@ int Directory::openFollowingLinks(std::string const& path)
 
 int Directory::adopt(int fd, std::string&& path)
 {
-    fd = zmoveUp(fd);
+    fd = moveAboveStdio(fd);
     if (fd < 0)
         return errno;
     fd_.reset(fd);
@@ -149,7 +149,7 @@ int Directory::openFile(std::string const& name, int flags, mode_t mode) const
         fd = openat(descriptor(), name.c_str(),
                     flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
     } while (fd < 0 && errno == EINTR);
-    return zmoveUp(fd);
+    return moveAboveStdio(fd);
 }
 
 int Directory::sync(int anyFile) const

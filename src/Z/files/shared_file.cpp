@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kFirstDescriptor = 3;
-constexpr pthread_t kNobody = ~pthread_t{0};
+constexpr pthread_t kNoThread = ~pthread_t{0};
 
 // A range that a reference holds or waits for.
 struct Range {
@@ -30,11 +30,11 @@ struct Range {
     bool waits;  // for other users of this process
 
     // Ranges of one file are identical or disjoint.
-    bool is(off_t otherStart, off_t otherLength) const
+    bool hasBounds(off_t otherStart, off_t otherLength) const
     {
         return start == otherStart && length == otherLength;
     }
-    bool overlaps(Range const& other) const { return is(other.start, other.length); }
+    bool overlaps(Range const& other) const { return hasBounds(other.start, other.length); }
 };
 
 // A lock object that a thread holds or requests.
@@ -55,15 +55,6 @@ bool conflict(short a, short b)
     return a == F_WRLCK || b == F_WRLCK;
 }
 
-int openRetrying(int directory, char const* path, int flags, mode_t mode)
-{
-    int fd;
-    do {
-        fd = openat(directory, path, flags, mode);
-    } while (fd < 0 && errno == EINTR);
-    return fd;
-}
-
 // Locks or unlocks with `command`, F_SETLK or F_SETLKW. Only waiting ends at a signal.
 int setLock(int fd, int command, short type, off_t start, off_t length)
 {
@@ -79,8 +70,29 @@ int setLock(int fd, int command, short type, off_t start, off_t length)
     return rc < 0 ? errno : 0;
 }
 
+// The arguments of ZSharedFile::openAt().
+struct OpenRequest {
+    int directory;
+    char const* path;
+    int flags;
+    mode_t mode;
+    ZSharedFile::Refusal refusal;
+
+    bool writes() const { return (flags & O_ACCMODE) == O_RDWR; }
+};
+
+int openRetrying(OpenRequest const& request)
+{
+    int const flags = request.flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    int fd;
+    do {
+        fd = openat(request.directory, request.path, flags, request.mode);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 // Returns 0 if the file can be used, else an errno.
-int kindError(struct stat const& status, ZSharedFile::Refusal refusal)
+int checkKind(struct stat const& status, ZSharedFile::Refusal refusal)
 {
     if (S_ISREG(status.st_mode))
         return refusal != nullptr ? refusal(status) : 0;
@@ -91,16 +103,16 @@ std::atomic<unsigned> forks{0};
 
 }  // namespace
 
-unsigned zforkMark()
+unsigned zfiles::forkGeneration()
 {
     static bool const counts = pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0;
     return counts ? forks.load(std::memory_order_relaxed) : static_cast<unsigned>(getpid());
 }
 
 // All fields are guarded by the table's mutex.
-struct ZSharedFile::Entry {
+struct ZSharedFile::Inode {
     dev_t device;
-    ino_t inode;
+    ino_t number;
     int users = 0;
     int fd = -1;                   // the descriptor in use
     bool writable = false;         // it was opened for writing too
@@ -111,37 +123,126 @@ struct ZSharedFile::Entry {
 
 namespace {
 
-using Entry = ZSharedFile::Entry;
+using Inode = ZSharedFile::Inode;
 
 struct Table {
-    unsigned const forks = zforkMark();
+    unsigned const forks = zfiles::forkGeneration();
     std::mutex mutex;
     std::condition_variable released;
-    std::vector<std::unique_ptr<Entry>> entries;
+    std::vector<std::unique_ptr<Inode>> inodes;
     std::vector<Claim> claims;
-    std::vector<int> unidentified;  // descriptors that may belong to an entry: fstat() failed
+    std::vector<int> unidentified;  // descriptors of unknown inodes: fstat() failed
 
-    // Moves each unidentified descriptor to its entry, or closes it if no entry has its inode.
-    // Requires capacity for all of them in each entry.
+    // Moves each unidentified descriptor to its inode, or closes it if the inode is not in the
+    // table. Requires capacity for all of them in each inode.
     void identify()
     {
         std::erase_if(unidentified, [this](int fd) {
             struct stat status = {};
-            if (!entries.empty() && fstat(fd, &status) != 0)
+            if (!inodes.empty() && fstat(fd, &status) != 0)
                 return false;
-            if (Entry* const entry = find(status))
-                entry->descriptors.push_back(fd);
+            if (Inode* const inode = find(status))
+                inode->descriptors.push_back(fd);
             else
                 ::close(fd);
             return true;
         });
     }
 
-    Entry* find(struct stat const& status)
+    // If the file of a request is open already, uses its inode. Sets `inode`, unless the file must
+    // be opened. Returns 0 or an errno.
+    int shareOpen(OpenRequest const& request, Inode*& inode)
     {
-        for (auto const& entry : entries)
-            if (entry->device == status.st_dev && entry->inode == status.st_ino)
-                return entry.get();
+        // Check the file before it is opened: opening a device may have effects, and a second
+        // descriptor of an open file must not be closed again.
+        if ((request.flags & O_NONBLOCK) != 0 && inodes.empty())
+            return 0;
+        struct stat status;
+        int const links = (request.flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+        if (fstatat(request.directory, request.path, &status, links) != 0)
+            return errno != ENOENT && !inodes.empty() ? errno : 0;  // the file may be in the table
+        bool const isLink = S_ISLNK(status.st_mode);
+        if (int const error = isLink ? ELOOP : checkKind(status, request.refusal))
+            return error;
+        Inode* const found = (request.flags & O_EXCL) != 0 ? nullptr : find(status);
+        if (found != nullptr && (found->writable || !request.writes())) {
+            ++found->users;
+            inode = found;
+        }
+        return 0;
+    }
+
+    // Opens the file of a request, and sets `inode`. Returns 0 or an errno.
+    int open(OpenRequest const& request, Inode*& inode)
+    {
+        std::unique_ptr<Inode> fresh = reserve();
+        identify();
+        int fd = openRetrying(request);
+        if (fd < 0)
+            return errno;
+        struct stat status;
+        bool const hasStatus = fstat(fd, &status) == 0;
+        int error = hasStatus ? checkKind(status, request.refusal) : errno;
+        Inode* const known = hasStatus ? find(status) : nullptr;
+        if (error == 0 && fd < kFirstDescriptor) {
+            int const low = fd;
+            fd = fcntl(low, F_DUPFD_CLOEXEC, kFirstDescriptor);
+            error = fd < 0 ? errno : 0;
+            retire(low, known, hasStatus);
+        }
+        if (error != 0) {
+            if (fd >= 0)
+                retire(fd, known, hasStatus);
+            return error;
+        }
+        inode = known;
+        if (known == nullptr) {
+            fresh->device = status.st_dev;
+            fresh->number = status.st_ino;
+            inode = fresh.get();
+            inodes.push_back(std::move(fresh));
+        }
+        inode->descriptors.push_back(fd);
+        if (inode->fd < 0 || (request.writes() && !inode->writable)) {
+            inode->fd = fd;
+            inode->writable = request.writes();
+        }
+        ++inode->users;
+        return 0;
+    }
+
+    // Returns a new inode, and reserves all memory for open(): nothing may throw once the file is
+    // open.
+    std::unique_ptr<Inode> reserve()
+    {
+        auto fresh = std::make_unique<Inode>();
+        fresh->descriptors.reserve(2);
+        fresh->spare.resize(1);
+        inodes.reserve(inodes.size() + 1);
+        unidentified.reserve(unidentified.size() + 1);
+        for (auto const& inode : inodes)
+            inode->descriptors.reserve(inode->descriptors.size() + unidentified.size() + 2);
+        return fresh;
+    }
+
+    // Closes an unneeded descriptor, but keeps it open if `known` is its inode: since the check
+    // before open(), the path may have come to refer to another open file. A descriptor of an
+    // unknown inode is kept until its inode is known.
+    void retire(int fd, Inode* known, bool hasStatus)
+    {
+        if (known != nullptr)
+            known->descriptors.push_back(fd);
+        else if (!hasStatus && !inodes.empty())
+            unidentified.push_back(fd);
+        else
+            ::close(fd);
+    }
+
+    Inode* find(struct stat const& status)
+    {
+        for (auto const& inode : inodes)
+            if (inode->device == status.st_dev && inode->number == status.st_ino)
+                return inode.get();
         return nullptr;
     }
 
@@ -156,10 +257,10 @@ struct Table {
                 visit(claim.thread);
     }
 
-    bool holds(Entry const& entry, Range const& wanted) const
+    bool holds(Inode const& inode, Range const& wanted) const
     {
         bool found = false;
-        for (Range const& range : entry.ranges)
+        for (Range const& range : inode.ranges)
             if (!range.waits && range.overlaps(wanted))
                 forEachThread(range, [&](pthread_t thread) {
                     found = found || pthread_equal(thread, wanted.thread);
@@ -169,19 +270,19 @@ struct Table {
 
     // Returns whether `wanted` must wait for `range`. A waiting writer has precedence over later
     // readers, except over a thread that holds the range already, for which the writer waits.
-    bool standsInTheWay(Entry const& entry, Range const& range, Range const& wanted) const
+    bool blocks(Inode const& inode, Range const& range, Range const& wanted) const
     {
         if (!range.overlaps(wanted))
             return false;
         if (!range.waits)
             return conflict(wanted.type, range.type);
-        return wanted.type == F_RDLCK && range.type == F_WRLCK && !holds(entry, wanted);
+        return wanted.type == F_RDLCK && range.type == F_WRLCK && !holds(inode, wanted);
     }
 
-    bool blocked(Entry const& entry, Range const& wanted) const
+    bool isBlocked(Inode const& inode, Range const& wanted) const
     {
-        for (Range const& range : entry.ranges)
-            if (standsInTheWay(entry, range, wanted))
+        for (Range const& range : inode.ranges)
+            if (blocks(inode, range, wanted))
                 return true;
         return false;
     }
@@ -189,10 +290,10 @@ struct Table {
     // ---- The wait-for graph: each forEach…() visits the threads at the ends of edges.
 
     template <class Visit>
-    void forEachAwaited(Entry const& entry, Range const& wanted, Visit visit) const
+    void forEachAwaited(Inode const& inode, Range const& wanted, Visit visit) const
     {
-        for (Range const& range : entry.ranges)
-            if (standsInTheWay(entry, range, wanted))
+        for (Range const& range : inode.ranges)
+            if (blocks(inode, range, wanted))
                 forEachThread(range, visit);
     }
 
@@ -213,8 +314,8 @@ struct Table {
                     visit(claim.thread);
         // One thread at a time acquires the object, and later threads wait for it. Once it holds
         // the object, no thread waits for a range of the object.
-        for (auto const& entry : entries)
-            for (Range const& range : entry->ranges)
+        for (auto const& inode : inodes)
+            for (Range const& range : inode->ranges)
                 if (range.waits && range.object == wanted.object &&
                     !pthread_equal(range.thread, wanted.thread))
                     visit(range.thread);
@@ -224,10 +325,10 @@ struct Table {
     // or waits for one.
     bool hasLocked(void const* holder, void const* object) const
     {
-        for (auto const& entry : entries) {
+        for (auto const& inode : inodes) {
             bool holds = false;
             bool isFile = false;
-            for (Range const& range : entry->ranges) {
+            for (Range const& range : inode->ranges) {
                 holds = holds || (range.object == holder && !range.waits);
                 isFile = isFile || range.object == object;
             }
@@ -240,16 +341,16 @@ struct Table {
     template <class Visit>
     void forEachAwaited(pthread_t thread, Visit visit) const
     {
-        for (auto const& entry : entries)
-            for (Range const& range : entry->ranges)
+        for (auto const& inode : inodes)
+            for (Range const& range : inode->ranges)
                 if (range.waits && pthread_equal(range.thread, thread))
-                    forEachAwaited(*entry, range, visit);
+                    forEachAwaited(*inode, range, visit);
         for (Claim const& claim : claims)
             if (pthread_equal(claim.thread, thread))
                 forEachAwaited(claim, visit);
     }
 
-    // Returns the threads that a thread awaits because of a range in an entry, or of a claim.
+    // Returns the threads that a thread awaits because of a range of an inode, or of a claim.
     template <class... Wanted>
     std::vector<pthread_t> awaitedBy(Wanted const&... wanted) const
     {
@@ -285,28 +386,29 @@ struct Table {
         return found == claims.rend() ? claims.end() : std::prev(found.base());
     }
 
-    using Place = std::list<Range>::iterator;
+    using RangeIterator = std::list<Range>::iterator;
 
     // Removes a range. The last holder also releases the record lock; if that fails, nothing
     // changes and the errno is returned.
-    static int release(Entry& entry, Place place)
+    static int release(Inode& inode, RangeIterator position)
     {
         bool const others =
-            std::any_of(entry.ranges.begin(), entry.ranges.end(), [&](Range const& other) {
-                return &other != &*place && !other.waits && other.overlaps(*place);
+            std::any_of(inode.ranges.begin(), inode.ranges.end(), [&](Range const& other) {
+                return &other != &*position && !other.waits && other.overlaps(*position);
             });
         if (!others)
-            if (int const error = setLock(entry.fd, F_SETLK, F_UNLCK, place->start, place->length))
+            if (int const error =
+                    setLock(inode.fd, F_SETLK, F_UNLCK, position->start, position->length))
                 return error;
-        entry.ranges.erase(place);
+        inode.ranges.erase(position);
         return 0;
     }
 
     // Removes a range even if the record lock cannot be released.
-    static void drop(Entry& entry, Place place)
+    static void drop(Inode& inode, RangeIterator position)
     {
-        if (release(entry, place) != 0)
-            entry.ranges.erase(place);
+        if (release(inode, position) != 0)
+            inode.ranges.erase(position);
     }
 };
 
@@ -317,7 +419,7 @@ Table& table()
 {
     static std::atomic<Table*> current{nullptr};
     Table* found = current.load(std::memory_order_acquire);
-    while (found == nullptr || found->forks != zforkMark()) {
+    while (found == nullptr || found->forks != zfiles::forkGeneration()) {
         auto made = std::make_unique<Table>();
         if (current.compare_exchange_strong(found, made.get(), std::memory_order_acq_rel))
             return *made.release();
@@ -327,12 +429,7 @@ Table& table()
 
 }  // namespace
 
-int zopenPrivate(char const* path, int flags, mode_t mode)
-{
-    return zmoveUp(openRetrying(AT_FDCWD, path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode));
-}
-
-int zmoveUp(int fd)
+int zfiles::moveAboveStdio(int fd)
 {
     if (fd < 0 || fd >= kFirstDescriptor)
         return fd;
@@ -349,125 +446,51 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
     close();
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
-    bool const writes = (flags & O_ACCMODE) == O_RDWR;
-
-    // Check the file first: opening a device may have effects, and a second descriptor of an open
-    // file must not be closed again.
-    struct stat status;
-    bool const asksFirst = (flags & O_NONBLOCK) == 0 || !files.entries.empty();
-    int const links = (flags & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
-    bool const isThere = asksFirst && fstatat(directory, path, &status, links) == 0;
-    if (asksFirst && !isThere && errno != ENOENT && !files.entries.empty())
-        return errno;  // the file may have an entry
-    if (isThere) {
-        bool const link = S_ISLNK(status.st_mode);
-        if (int const error = link ? ELOOP : kindError(status, refusal))
-            return error;
-        Entry* const entry = (flags & O_EXCL) != 0 ? nullptr : files.find(status);
-        if (entry != nullptr && (entry->writable || !writes)) {
-            ++entry->users;
-            entry_ = entry;
-            return 0;
-        }
-    }
-
-    // Reserve all memory first: nothing may throw once the file is open.
-    auto fresh = std::make_unique<Entry>();
-    fresh->descriptors.reserve(2);
-    fresh->spare.resize(1);
-    files.entries.reserve(files.entries.size() + 1);
-    files.unidentified.reserve(files.unidentified.size() + 1);
-    for (auto const& entry : files.entries)
-        entry->descriptors.reserve(entry->descriptors.size() + files.unidentified.size() + 2);
-    files.identify();
-
-    int fd = openRetrying(directory, path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
-    if (fd < 0)
-        return errno;
-    bool const isKnown = fstat(fd, &status) == 0;
-    int error = isKnown ? kindError(status, refusal) : errno;
-    // Since the check above, the path may have come to refer to a file that has an entry. Then this
-    // descriptor must stay open with the others, even if the file is refused. So must a descriptor
-    // whose inode is unknown.
-    Entry* const known = isKnown ? files.find(status) : nullptr;
-    auto const retire = [&](int descriptor) {
-        if (known != nullptr)
-            known->descriptors.push_back(descriptor);
-        else if (!isKnown && !files.entries.empty())
-            files.unidentified.push_back(descriptor);
-        else
-            ::close(descriptor);
-    };
-    if (error == 0 && fd < kFirstDescriptor) {
-        int const low = fd;
-        fd = fcntl(low, F_DUPFD_CLOEXEC, kFirstDescriptor);
-        error = fd < 0 ? errno : 0;
-        retire(low);
-        if (error != 0)
-            return error;
-    }
-    if (error != 0) {
-        retire(fd);
-        return error;
-    }
-
-    Entry* entry = known;
-    if (known == nullptr) {
-        fresh->device = status.st_dev;
-        fresh->inode = status.st_ino;
-        entry = fresh.get();
-        files.entries.push_back(std::move(fresh));
-    }
-    entry->descriptors.push_back(fd);
-    if (entry->fd < 0 || (writes && !entry->writable)) {
-        entry->fd = fd;
-        entry->writable = writes;
-    }
-    ++entry->users;
-    entry_ = entry;
-    return 0;
+    OpenRequest const request = {directory, path, flags, mode, refusal};
+    int const error = files.shareOpen(request, inode_);
+    return error != 0 || inode_ != nullptr ? error : files.open(request, inode_);
 }
 
 void ZSharedFile::close()
 {
-    if (entry_ == nullptr)
+    if (inode_ == nullptr)
         return;
     ZCancelGuard const uncancelled;
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
-    auto const at = std::find_if(files.entries.begin(), files.entries.end(),
-                                 [this](auto const& entry) { return entry.get() == entry_; });
-    if (at == files.entries.end()) {  // a reference inherited through fork()
-        entry_ = nullptr;
+    auto const at = std::find_if(files.inodes.begin(), files.inodes.end(),
+                                 [this](auto const& inode) { return inode.get() == inode_; });
+    if (at == files.inodes.end()) {  // a reference inherited through fork()
+        inode_ = nullptr;
         return;
     }
-    for (auto next = entry_->ranges.begin(); next != entry_->ranges.end();) {
-        auto const place = next++;
-        if (place->user == this)
-            Table::drop(*entry_, place);
+    for (auto next = inode_->ranges.begin(); next != inode_->ranges.end();) {
+        auto const position = next++;
+        if (position->user == this)
+            Table::drop(*inode_, position);
     }
-    if (--entry_->users == 0) {
-        for (int fd : entry_->descriptors)
+    if (--inode_->users == 0) {
+        for (int fd : inode_->descriptors)
             ::close(fd);
-        files.entries.erase(at);
-        if (files.entries.empty())
+        files.inodes.erase(at);
+        if (files.inodes.empty())
             files.identify();
     }
-    entry_ = nullptr;
+    inode_ = nullptr;
     files.released.notify_all();
 }
 
 void ZSharedFile::abandon()
 {
-    if (entry_ == nullptr)
+    if (inode_ == nullptr)
         return;
     std::lock_guard<std::mutex> guard(table().mutex);
-    for (Range& range : entry_->ranges)
+    for (Range& range : inode_->ranges)
         if (range.user == this) {
             range.user = nullptr;
             range.object = nullptr;
         }
-    entry_ = nullptr;
+    inode_ = nullptr;
 }
 
 int ZSharedFile::lock(short type, off_t start, off_t length)
@@ -484,23 +507,23 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
 {
     Table& files = table();
     std::unique_lock<std::mutex> guard(files.mutex);
-    Entry& entry = *entry_;
+    Inode& inode = *inode_;
     pthread_t const self = pthread_self();
     bool const claimed = object_ != nullptr && files.findClaim(object_, self) != files.claims.end();
     Range const wanted = {this, claimed ? object_ : nullptr, self, type, start, length, true};
-    if (files.blocked(entry, wanted) && files.wouldDeadlock(self, files.awaitedBy(entry, wanted)))
+    if (files.isBlocked(inode, wanted) && files.wouldDeadlock(self, files.awaitedBy(inode, wanted)))
         return EDEADLK;
-    if (entry.spare.empty())
-        entry.spare.resize(1);
-    auto const place = entry.spare.begin();
-    *place = wanted;
-    entry.ranges.splice(entry.ranges.end(), entry.spare);
+    if (inode.spare.empty())
+        inode.spare.resize(1);
+    auto const position = inode.spare.begin();
+    *position = wanted;
+    inode.ranges.splice(inode.ranges.end(), inode.spare);
 
     // Removes the range unless it gets locked: a wait can fail or be cancelled.
     struct Undo {
         Table& files;
-        Entry& entry;
-        Table::Place place;
+        Inode& inode;
+        Table::RangeIterator position;
         std::unique_lock<std::mutex>& guard;
         bool done = false;
         ~Undo()
@@ -509,14 +532,14 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
                 return;
             if (!guard.owns_lock())
                 guard.lock();
-            Table::drop(entry, place);
+            Table::drop(inode, position);
             files.released.notify_all();  // readers may wait because of this writer
         }
-    } undo{files, entry, place, guard};
+    } undo{files, inode, position, guard};
 
-    files.released.wait(guard, [&] { return !files.blocked(entry, wanted); });
-    place->waits = false;
-    int const fd = entry.fd;
+    files.released.wait(guard, [&] { return !files.isBlocked(inode, wanted); });
+    position->waits = false;
+    int const fd = inode.fd;
     if (command == F_SETLKW)  // while it waits, other threads must be able to release ranges
         guard.unlock();
     int const error = setLock(fd, command, type, start, length);
@@ -529,12 +552,12 @@ int ZSharedFile::unlock(off_t start, off_t length)
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     int error = 0;
-    for (auto next = entry_->ranges.begin(); next != entry_->ranges.end();) {
-        auto const place = next++;
+    for (auto next = inode_->ranges.begin(); next != inode_->ranges.end();) {
+        auto const position = next++;
         // A range for which another thread waits stays. Only the release by the last holder can
         // fail.
-        if (place->user == this && !place->waits && place->is(start, length))
-            error = Table::release(*entry_, place);
+        if (position->user == this && !position->waits && position->hasBounds(start, length))
+            error = Table::release(*inode_, position);
     }
     files.released.notify_all();
     return error;
@@ -545,14 +568,14 @@ bool ZSharedFile::isNamed(char const* path) const
     struct stat status;
     if (stat(path, &status) != 0)
         return errno != ENOENT;
-    // The identity of an entry never changes.
-    return status.st_dev == entry_->device && status.st_ino == entry_->inode;
+    // The identity of an inode never changes.
+    return status.st_dev == inode_->device && status.st_ino == inode_->number;
 }
 
 int ZSharedFile::descriptor() const
 {
     std::lock_guard<std::mutex> guard(table().mutex);
-    return entry_->fd;
+    return inode_->fd;
 }
 
 int ZLockClaims::ask(void const* object, short type)
@@ -590,15 +613,15 @@ void ZLockClaims::drop(void const* object)
     auto claim = files.findClaim(object, pthread_self());
     if (claim == files.claims.end()) {
         int count = 0;
-        for (auto place = files.claims.begin(); place != files.claims.end(); ++place)
-            if (place->object == object && place->held && place->type == F_RDLCK) {
-                claim = place;
+        for (auto position = files.claims.begin(); position != files.claims.end(); ++position)
+            if (position->object == object && position->held && position->type == F_RDLCK) {
+                claim = position;
                 ++count;
             }
         if (count > 1)
-            for (Claim& each : files.claims)
-                if (each.object == object && each.held && each.type == F_RDLCK)
-                    each.thread = kNobody;
+            for (Claim& reader : files.claims)
+                if (reader.object == object && reader.held && reader.type == F_RDLCK)
+                    reader.thread = kNoThread;
     }
     if (claim != files.claims.end())
         files.claims.erase(claim);
@@ -610,7 +633,7 @@ int ZLockClaims::countHeld(void const* object)
     std::lock_guard<std::mutex> guard(files.mutex);
     int count = 0;
     for (Claim const& claim : files.claims) {
-        if (claim.isOf(object, kNobody))
+        if (claim.isOf(object, kNoThread))
             return -1;
         if (claim.held && claim.isOf(object, pthread_self()))
             ++count;

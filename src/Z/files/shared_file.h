@@ -1,4 +1,4 @@
-// ZSharedFile: the process-wide table of the files that are open for locking, one entry per inode.
+// ZSharedFile: the process-wide table of the files that are open for locking, by inode.
 //
 // Record locks belong to a process and an inode, and closing any descriptor of the inode drops
 // them all:
@@ -7,9 +7,9 @@
 //     fcntl(a, F_SETLK, &whole);   // locked
 //     close(b);                    // no longer
 //
-// So all users of a file in this process share one entry. The last user closes all descriptors of
-// the entry. Users of the same range exclude each other inside the process, where record locks do
-// not conflict.
+// So all users of a file in this process share its descriptors, and the last user closes all of
+// them. Users of the same range exclude each other inside the process, where record locks do not
+// conflict.
 //
 // Before a thread waits in this process, the table checks the wait-for graph of the threads, and
 // refuses the wait with EDEADLK if it would close a cycle. The nodes are threads. A thread waits
@@ -23,7 +23,7 @@
 // A thread registers each wait before it waits, and each hold before its next wait. So the wait
 // that would close a cycle finds all edges of the cycle. See ZLockClaims for lock objects.
 //
-// Ownership: a ZSharedFile is one user's reference to an entry.
+// Ownership: a ZSharedFile is one user's reference to an inode.
 // Threads: the table is safe from every thread. So is a reference, except that no thread may open
 // or close it while another thread uses it.
 // Processes: a child created by fork() starts with an empty table of its own.
@@ -47,7 +47,7 @@ public:
     /// Closes.
     ~ZSharedFile() { close(); }
 
-    /// Opens `path` as open() does, or shares the entry if the file is open already. Returns 0.
+    /// Opens `path` as open() does, or shares the file if it is open already. Returns 0.
     /// range   `flags`: O_RDONLY or O_RDWR, optionally with O_CREAT, O_EXCL, O_NOFOLLOW and O_SYNC.
     ///         Only regular files are opened; with O_NONBLOCK, another file may be opened and
     ///         closed again. `refusal` gets the status of the opened inode and returns 0 if the
@@ -90,18 +90,18 @@ public:
     /// Returns whether `path` still refers to the file.
     bool isNamed(char const* path) const;
 
-    bool isOpen() const { return entry_ != nullptr; }
+    bool isOpen() const { return inode_ != nullptr; }
 
     /// Returns a descriptor of the file, opened for reading and writing if any user requested that.
     /// Use it only with calls that take an offset: all users share the file position.
     int descriptor() const;
 
-    struct Entry;  // shared_file.cpp
+    struct Inode;  // shared_file.cpp
 
 private:
     int lockWith(int command, short type, off_t start, off_t length);
 
-    Entry* entry_ = nullptr;
+    Inode* inode_ = nullptr;
     void const* const object_;
 };
 
@@ -136,13 +136,14 @@ public:
     static void dropAll(void const* object);
 };
 
-/// Returns a number that differs in every child created by fork(). Makes no system call.
-unsigned zforkMark();
+namespace zfiles {
 
-/// Opens a file that is never locked, and returns its descriptor; -1 with errno if that fails. The
-/// descriptor is at least 3: otherwise output for standard output or error could get into the file.
-int zopenPrivate(char const* path, int flags, mode_t mode);
+/// Returns a number that differs in every child created by fork(). Makes no system call.
+unsigned forkGeneration();
 
 /// Returns `fd` if it is at least 3. Otherwise closes it, and returns another descriptor of the
-/// same file that is; -1 with errno if that fails.
-int zmoveUp(int fd);
+/// same file that is; -1 with errno if that fails. Below 3, output for standard output or error
+/// could get into the file.
+int moveAboveStdio(int fd);
+
+}  // namespace zfiles
