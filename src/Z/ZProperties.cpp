@@ -1007,8 +1007,7 @@ void ZProperties_6_0::store(char const* path)
             companion.clear();
         if (hasItems)
             checkFileAccess(
-                (companion.empty() ? ZJournaledFile::defaultCompanionPath(chosen) : companion)
-                    .c_str());
+                (companion.empty() ? ZJournaledFile::likelyCompanion(chosen) : companion).c_str());
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
         std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <linux/fs.h>
 #include <linux/magic.h>
 #include <poll.h>

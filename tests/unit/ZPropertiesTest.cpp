@@ -1589,6 +1589,28 @@ TEST_F(ZProperties, DamagedCompanionThatTheFileNamesIsReplaced)
     }
 }
 
+TEST_F(ZProperties, DirectoryOfALinkToASharedFileNeedNotBeWritable)
+{
+    // The companion of a file that others can write is made next to the file, not next to the link.
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    chmod(directory_.path().c_str(), 0755);
+    std::filesystem::create_directory(directory_.at("shared"));
+    ASSERT_EQ(0, chown(directory_.at("shared").c_str(), 65534, 65534));
+    std::string const file = directory_.write("shared/conf", "[s]\nk = v\n");
+    ASSERT_EQ(0, chown(file.c_str(), 65534, 65534));
+    ASSERT_EQ(0, chmod(file.c_str(), 0660));
+    std::string const link = directory_.at("link");
+    std::filesystem::create_symlink(file, link);
+    asNobody([&] {
+        Store store;
+        store.load(link.c_str());
+        store.setValue("s", "password", "secret", 1);
+        store.store(nullptr);
+        return std::filesystem::exists(file + ".obf");
+    });
+}
+
 TEST_F(ZProperties, CompanionDirectoryIsChecked)
 {
     std::string const path = load("[s]\n");

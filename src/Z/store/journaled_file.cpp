@@ -1,6 +1,7 @@
 #include "journaled_file.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -214,6 +215,15 @@ std::string ZJournaledFile::newCompanion() const
 std::string ZJournaledFile::defaultCompanionPath(std::string const& path)
 {
     return zstore::defaultCompanionPath(path);
+}
+
+std::string ZJournaledFile::likelyCompanion(char const* path)
+{
+    struct stat status;
+    char real[PATH_MAX];
+    bool const isShared = stat(path, &status) == 0 && !onlyWeCanWrite(status);
+    return isShared && realpath(path, real) != nullptr ? std::string(real) + kCompanionSuffix
+                                                       : defaultCompanionPath(path);
 }
 
 bool ZJournaledFile::isOwnCompanion(std::string const& name) const

@@ -88,6 +88,11 @@ public:
     /// throws  IoError (path, "getcwd()", errno).
     static std::string defaultCompanionPath(std::string const& path);
 
+    /// Returns what newCompanion() will return for the file at `path`, unless another process
+    /// changes the file first.
+    /// throws  IoError (path, "getcwd()", errno).
+    static std::string likelyCompanion(char const* path);
+
     /// Returns whether `name` is the companion of this path: in the same directory, with ".obf"
     /// appended to the name. Stores remove no other companion.
     bool isOwnCompanion(std::string const& name) const;
