@@ -764,6 +764,20 @@ bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store)
            ZJournaledFile::Stamp(status) == store.rep_->sharedStamp();
 }
 
+namespace {
+
+std::string_view trimmed(std::string_view text)
+{
+    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
+    while (!text.empty() && isSpace(text.back()))
+        text.remove_suffix(1);
+    while (!text.empty() && isSpace(text.front()))
+        text.remove_prefix(1);
+    return text;
+}
+
+}  // namespace
+
 std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 {
     ZPropertiesText entry;
@@ -774,8 +788,10 @@ std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 
 std::string ZProperties_6_0::Rep::companionOf(ZProperties_6_0 const& store)
 {
-    std::string entry = companionEntry(store);
-    return entry.empty() ? store.cache_->companionFile().getChars() : entry;
+    std::string const entry = companionEntry(store);
+    // As it is read back from the text.
+    std::string_view const path = trimmed(entry);
+    return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
 }
 
 bool ZProperties_6_0::Rep::Companions::isHeld(std::string const& path) const
@@ -818,16 +834,6 @@ bool belongsToAnotherFile(std::string const& companion, char const* path)
     std::string const other = companion.substr(0, companion.size() - kEnd.size());
     return stat(other.c_str(), &owner) == 0 && S_ISREG(owner.st_mode) &&
            (stat(path, &file) != 0 || file.st_dev != owner.st_dev || file.st_ino != owner.st_ino);
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.back()))
-        text.remove_suffix(1);
-    while (!text.empty() && isSpace(text.front()))
-        text.remove_prefix(1);
-    return text;
 }
 
 // Returns the path of the companion that the text of a stanza file names; empty if it names no

@@ -1174,6 +1174,26 @@ TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
     EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
 }
 
+TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanionAsItIsReadBack)
+{
+    // Whitespace at the ends of an entry does not survive in the text.
+    std::string const path = load("[s]\n");
+    std::string const mine = directory_.at("mine");
+    for (char const* const end : {" ", "\t", " \r"})
+        for (std::string const& entry : {mine + end, end + mine}) {
+            SCOPED_TRACE(entry);
+            store_.setValue("configuration-database", "file", entry.c_str());
+            store_.setValue("s", "secret", "hidden", 1);
+            EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+            EXPECT_EQ("conf mine", directory_.names());
+            EXPECT_EQ(mine, valueOf(store_, "configuration-database", "file"));
+            Store again;
+            EXPECT_EQ("nothing", raised([&] { again.load(path.c_str()); }));
+            EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
+            std::filesystem::remove(mine);
+        }
+}
+
 TEST_F(ZProperties, CompanionGoesWithItsLastItemThoughAnotherFileWasStoredFirst)
 {
     std::string const path = load("[s]\nk = a\n");
