@@ -912,57 +912,79 @@ ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char co
     return target;
 }
 
+bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
+{
+    // Reads the file into a copy of the cache, so that a failure changes nothing.
+    std::unique_ptr<ZPCache_6_0> copy = copyOf(store);
+    ZPCache_6_0& target = copy != nullptr ? *copy : *store.cache_;
+    std::optional<Undo> undo;
+    if (copy == nullptr)
+        undo.emplace(target);
+    Rep& rep = *store.rep_;
+    auto* const stanzas = rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
+
+    ZJournaledFile file(path, ZJournaledFile::Mode::load);
+    std::string const known = target.companionFile().getChars();
+    target.setCompanionFile(nullptr);
+    parse(target, stanzas, path, file.text());
+    // Read a companion that the text names, even if the store has read it before: the stanzas of
+    // the text are new to the store, so the earlier values have been removed since.
+    bool const isNamed = !target.companionFile().isEmpty();
+    if (!isNamed)
+        target.setCompanionFile(known.c_str());
+    Companions read = rep.companions;
+    std::string const companion = target.companionFile().getChars();
+    if (!companion.empty() && (isNamed || !read.isHeld(companion))) {
+        // After a replacement, the companion may be the one that a store of the new file wrote.
+        bool const canRetry = !undo || undo->canRestore();
+        try {
+            ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
+            ZBuffer_6_0 buffer;
+            bufferFrom(packed, buffer);
+            target.be_read_obfuscated(buffer);
+        } catch (...) {
+            if (canRetry && file.isReplaced())
+                return false;
+            throw;
+        }
+        if (file.isReplaced()) {
+            if (canRetry)
+                return false;
+            throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
+        }
+        read.hold(companion);
+    }
+    file.close();
+
+    rep.companions.swap(read);
+    if (copy != nullptr)
+        exchange(store, copy);
+    try {
+        store.postLoad(path);
+    } catch (...) {
+        if (copy != nullptr)
+            exchange(store, copy);
+        rep.companions.swap(read);
+        throw;
+    }
+    if (undo)
+        undo->done();
+    noteFile(store, path, file);
+    setModified(store, 0);
+    return true;
+}
+
 void ZProperties_6_0::load(char const* path)
 {
+    constexpr int kMaxAttempts = 100;
     ZCancelGuard const uncancelled;
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
     Setting const loading(loading_, 1);
     raising(raiseInLoad, [&] {
-        // Reads the file into a copy of the cache, so that a failure changes nothing.
-        std::unique_ptr<ZPCache_6_0> copy = Rep::copyOf(*this);
-        ZPCache_6_0& target = copy != nullptr ? *copy : *cache_;
-        std::optional<Rep::Undo> undo;
-        if (copy == nullptr)
-            undo.emplace(target);
-        auto* const stanzas =
-            rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
-
-        ZJournaledFile file(chosen, ZJournaledFile::Mode::load);
-        std::string const known = target.companionFile().getChars();
-        target.setCompanionFile(nullptr);
-        parse(target, stanzas, chosen, file.text());
-        // Read a companion that the text names, even if the store has read it before: the stanzas
-        // of the text are new to the store, so the earlier values have been removed since.
-        bool const isNamed = !target.companionFile().isEmpty();
-        if (!isNamed)
-            target.setCompanionFile(known.c_str());
-        Rep::Companions companions = rep_->companions;
-        std::string const companion = target.companionFile().getChars();
-        if (!companion.empty() && (isNamed || !companions.isHeld(companion))) {
-            ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
-            ZBuffer_6_0 buffer;
-            bufferFrom(packed, buffer);
-            target.be_read_obfuscated(buffer);
-            companions.hold(companion);
-        }
-        file.close();
-
-        rep_->companions.swap(companions);
-        if (copy != nullptr)
-            Rep::exchange(*this, copy);
-        try {
-            postLoad(chosen);
-        } catch (...) {
-            if (copy != nullptr)
-                Rep::exchange(*this, copy);
-            rep_->companions.swap(companions);
-            throw;
-        }
-        if (undo)
-            undo->done();
-        Rep::noteFile(*this, chosen, file);
-        Rep::setModified(*this, 0);
+        for (int attempts = 1; !Rep::loadOnce(*this, chosen); ++attempts)
+            if (attempts == kMaxAttempts)
+                throw ZJournaledFile::IoError{chosen, "fopen(r)", ESTALE};
     });
 }
 

@@ -84,14 +84,16 @@ public:
     /// Adds the contents of the file at `path`, and of the companion file that it names, to the
     /// store and clears the modified flag. The first path loaded or stored becomes the store's file
     /// name. If the file names no companion, the store reads the companion that it knows, unless it
-    /// has read or written it before.
+    /// has read or written it before. If another program replaces the file while it is read, the
+    /// new file is read instead.
     /// range   null or empty: the file name. Anything but a regular file fails with "fopen(r)".
     /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name;
     ///         ZPropertiesInvalidDataException_6_0 if a line or the companion file is invalid;
-    ///         ZPropertiesIOException_6_0 with the call that failed: "fopen(r)"; "fcntl()" if
-    ///         another process is storing; "mapFile()" or "access()" for the companion file;
-    ///         "lstat()", "open()" or "read()" for the journal of a crashed writer. The store is
-    ///         unchanged then.
+    ///         ZPropertiesIOException_6_0 with the call that failed: "fopen(r)", with
+    ///         ESTALE if the file was replaced during each of 100 attempts; "fcntl()" if another
+    ///         process is storing; "mapFile()" or "access()" for the companion file; "lstat()",
+    ///         "open()" or "read()" for the journal of a crashed writer. The store is unchanged
+    ///         then.
     /// threads waits while another thread of this process stores the file; never for a process.
     void load(char const* path) override;
 

@@ -123,6 +123,9 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         ~Undo();
         void done() { isDone_ = true; }
 
+        /// Returns whether all contents are restored, not only the name of the companion.
+        bool canRestore() const { return before_ != nullptr; }
+
     private:
         ZPCache_6_0& cache_;
         std::unique_ptr<ZPCategoryBasedCache_6_0> before_;
@@ -137,6 +140,11 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// the file name, so that noteFile() does not throw.
     /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name.
     static char const* choosePath(ZProperties_6_0& store, char const* path);
+
+    /// Loads the file at `path`. Returns false, and changes nothing, if another program replaced
+    /// the file while it was read: its text and its companion may be of different generations.
+    /// throws  as ZProperties_6_0::load().
+    static bool loadOnce(ZProperties_6_0& store, char const* path);
 
     /// Records that `file` was loaded or stored by `path`: the first path becomes the file name,
     /// and the state of the file is recorded if fileName() or `sharedPath` leads to it.

@@ -1706,6 +1706,20 @@ public:
     ZPCache_6_0* clone() const override { return nullptr; }
 };
 
+// Calls a test between the text of a file and its companion.
+class InterruptedCache : public OwnCache {
+public:
+    ZPCache_6_0* clone() const override { return isSingle ? nullptr : new InterruptedCache(*this); }
+    void be_read(char const* path, FILE* file) override
+    {
+        OwnCache::be_read(path, file);
+        afterRead();
+    }
+
+    static inline bool isSingle = false;
+    static inline std::function<void()> afterRead;
+};
+
 // Inherits clone(): a copy would not be of its class.
 class UncopiedCache final : public OwnCache {
 public:
@@ -1719,6 +1733,64 @@ public:
 };
 
 }  // namespace
+
+TEST_F(ZProperties, FileThatIsReplacedWhileItIsLoadedIsReadAgainWithItsCompanion)
+{
+    // An editor renames a new file into place, and a store of that changes the companion.
+    std::string const path = directory_.at("conf");
+    int reads = 0;
+    int replacements = 0;
+    char const* secret = "";
+    auto const replace = [&] {
+        if (++reads > replacements)
+            return;
+        std::filesystem::rename(directory_.write("edited", directory_.read("conf")), path);
+        Store other;
+        other.load(path.c_str());
+        other.setValue("s", "k", "new");
+        other.setValue("s", "secret", secret, 1);
+        other.store(nullptr);
+    };
+    for (bool const isSingle : {false, true})
+        for (char const* const newSecret : {"second", ""}) {
+            SCOPED_TRACE(std::string(newSecret) + (isSingle ? " single" : ""));
+            Store first;
+            first.setValue("s", "k", "old");
+            first.setValue("s", "secret", "first", 1);
+            first.store(path.c_str());
+            InterruptedCache::isSingle = isSingle;
+            InterruptedCache::afterRead = replace;
+            ZProperties_6_0 store(new InterruptedCache);
+            store.setValue("own", "k", "kept");
+            reads = 0;
+            replacements = 3;
+            secret = newSecret;
+            EXPECT_EQ("nothing", raised([&] { store.load(path.c_str()); }));
+            // A text that names no companion is complete without it.
+            EXPECT_EQ(*newSecret == '\0' ? 2 : 4, reads);
+            EXPECT_EQ("new,", valuesOf(store, "s", "k"));
+            EXPECT_EQ(*newSecret == '\0' ? "" : "second,", valuesOf(store, "s", "secret"));
+            EXPECT_EQ("kept,", valuesOf(store, "own", "k"));
+            InterruptedCache::afterRead = nullptr;
+            std::filesystem::remove(path);
+        }
+}
+
+TEST_F(ZProperties, FileThatIsReplacedWheneverItIsLoadedIsReported)
+{
+    std::string const path = directory_.at("conf");
+    Store first;
+    first.setValue("s", "secret", "first", 1);
+    first.store(path.c_str());
+    InterruptedCache::isSingle = false;
+    InterruptedCache::afterRead = [&] {
+        std::filesystem::rename(directory_.write("edited", directory_.read("conf")), path);
+    };
+    ZProperties_6_0 store(new InterruptedCache);
+    EXPECT_EQ("io " + path + " fopen(r) 116", raised([&] { store.load(path.c_str()); }));
+    EXPECT_EQ(0, store.count());
+    InterruptedCache::afterRead = nullptr;
+}
 
 TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
 {

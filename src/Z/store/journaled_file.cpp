@@ -52,7 +52,7 @@ ZJournaledFile::~ZJournaledFile() = default;
 bool ZJournaledFile::recover(Mode mode)
 {
     FoundJournal found = findJournal(file_);
-    if (found.kind != FoundJournal::none && mode == Mode::store && !file_.hasItsName())
+    if (found.kind != FoundJournal::none && !file_.hasItsName())
         return false;
     if (found.kind == FoundJournal::invalid)
         invalidJournal_ = found.status;

@@ -123,6 +123,9 @@ public:
         commit(text, companion, true);
     }
 
+    /// Returns whether the name means another file by now, or none.
+    bool isReplaced() const { return !file_.hasItsName(); }
+
     /// Returns the state of the file when it was read or, after commit(), written.
     Stamp const& stamp() const { return stamp_; }
 
