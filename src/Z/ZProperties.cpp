@@ -872,11 +872,11 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
                                                     std::string const& named)
 {
     auto const isRemovable = [&file](std::string const& path) {
-        return !path.empty() && file.isOwnCompanion(path) && file.checkCompanionPath(path) == 0;
+        return !path.empty() && file.mayRemove(path);
     };
     auto const exists = [](std::string const& path) {
         struct stat status;
-        return lstat(path.c_str(), &status) == 0;
+        return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
     };
     if (isRemovable(named))
         return named;

@@ -3614,6 +3614,35 @@ TEST_F(ZJournaledFileCase, JournalOfAUserWhoCannotWriteTheCompanionDoesNotChange
     EXPECT_EQ(kLong, load());
 }
 
+TEST_F(ZJournaledFileCase, CompanionThatCannotBeOpenedIsNamedIfAnotherUserWroteTheJournal)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of several owners";
+    put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
+    directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
+    for (std::string const& path : {path_, companion_}) {
+        ASSERT_EQ(0, chown(path.c_str(), kOther, 65534));
+        ASSERT_EQ(0, chmod(path.c_str(), 0660));
+    }
+    ASSERT_EQ(0, chown(journal_.c_str(), 65534, 65534));
+    for (char const* const call : {"open", "lstat"})
+        for (int const error : {EMFILE, EIO, EACCES})
+            for (auto const mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+                SCOPED_TRACE(std::string(call) + " " + std::to_string(error));
+                expectFailure(companion_, "mapFile()", error, failing(call, "conf.obf", error),
+                              [&] { ZJournaledFile(path_.c_str(), mode); });
+            }
+    // The text does not need the journal.
+    directory_.write("conf", "else\n");
+    {
+        Watch const watch(failing("open", "conf.obf", EMFILE));
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        EXPECT_EQ("else\n", file.text());
+    }
+    directory_.write("conf", kLong.text.substr(0, 2) + kShort.text.substr(2));
+    EXPECT_EQ(kLong, load());
+}
+
 namespace {
 
 // Whether another process could lock the file for writing.

@@ -1640,6 +1640,35 @@ TEST_F(ZProperties, CompanionDirectoryIsChecked)
     EXPECT_EQ("[s]\n", directory_.read("conf"));
 }
 
+TEST_F(ZProperties, CompanionWhoseDirectoryCannotBeOpenedFailsTheStoreThatRemovesIt)
+{
+    // If it is the file's own, the secret would stay.
+    chmod(directory_.path().c_str(), 0777);
+    std::string const locked = directory_.at("locked");
+    asNobody([&] {
+        mkdir(locked.c_str(), 0700);
+        std::string const directory = locked + "/..";
+        std::string const path = directory_.write(
+            "conf", "[configuration-database]\nfile = " + directory + "/conf.obf\n");
+        directory_.write("conf.obf", packed({"s", "secret", "hidden"}));
+        Store loaded;
+        loaded.load(path.c_str());
+        loaded.setValue("s", "secret", "");
+        Store fresh;
+        fresh.setValue("s", "k", "v");
+        chmod(locked.c_str(), 0);
+        for (Store* const store : {&loaded, &fresh}) {
+            EXPECT_EQ("io " + directory + " access() 13",
+                      raised([&] { store->store(path.c_str()); }));
+            EXPECT_EQ(packed({"s", "secret", "hidden"}), directory_.read("conf.obf"));
+        }
+        chmod(locked.c_str(), 0700);
+        loaded.store(nullptr);
+        EXPECT_EQ("conf locked", directory_.names());
+        return !testing::Test::HasFailure();
+    });
+}
+
 // ---- A cache without a text --------------------------------------------------------------------
 
 TEST_F(ZProperties, CacheWithoutATextReadsAndWritesNothing)

@@ -67,6 +67,15 @@ CompanionFile::CompanionFile(MainFile const& main, std::string const& path)
     }
 }
 
+int CompanionFile::ownershipError() const
+{
+    bool const leadsNowhere = directoryError_ == ENOENT || directoryError_ == ENOTDIR ||
+                              directoryError_ == ELOOP || directoryError_ == ENAMETOOLONG;
+    bool const hasOwnName =
+        name_ == main_.name + kCompanionSuffix || name_ == namePart(main_.path) + kCompanionSuffix;
+    return isOwn_ || leadsNowhere || !hasOwnName ? 0 : directoryError_;
+}
+
 // Returns whether stores of the main file use this name for the journal or a new file, or use the
 // name of the main file for a new companion.
 bool CompanionFile::isReserved() const

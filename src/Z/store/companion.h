@@ -44,6 +44,10 @@ public:
     /// Returns whether this is the companion of the main file's path. Stores remove no other file.
     bool isOwn() const { return isOwn_; }
 
+    /// Returns 0, or the errno of opening its directory if this file may belong to the path of the
+    /// main file, although isOwn() is false: it has the right name.
+    int ownershipError() const;
+
     /// Returns 0 if the main file can use this companion, EPERM if not, or an errno if that cannot
     /// be determined.
     int check() const;

@@ -17,6 +17,13 @@ namespace {
 
 constexpr char kMapCall[] = "mapFile()";
 
+// Returns whether there is something at the path of a companion that no store created, by the errno
+// of opening it.
+bool isForeignKind(int error)
+{
+    return error == EISDIR || error == EINVAL || error == ENOTDIR;
+}
+
 }  // namespace
 
 ZJournaledFile::Stamp::Stamp(struct stat const& status)
@@ -62,9 +69,11 @@ bool ZJournaledFile::recover(Mode mode)
     Journal const* const journal = found.journal.get();
     bool const describes = journal != nullptr && journal->isPartialRewrite(text);
     bool const isOld = describes && journal->isOld(text);
-    if (!mayUse(found)) {
+    if (int const error = checkUse(found)) {
         // Without the journal the text may be torn, or have the companion of another generation.
         bool const isComplete = describes && journal->companion.empty() && journal->isNew(text);
+        if (describes && !isOld && !isComplete && error != EPERM)
+            throw IoError{journal->companion, kMapCall, error};
         if (describes && !isOld && !isComplete)
             throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
         if (mode == Mode::store)
@@ -89,20 +98,28 @@ bool ZJournaledFile::recover(Mode mode)
     return true;
 }
 
-// Returns whether a journal can be used. If its owner can write the file but does not own it, the
-// journal must not change a companion that this user cannot write.
-bool ZJournaledFile::mayUse(FoundJournal const& found) const
+// Returns 0 if a journal can be used, EPERM if not, or the errno with which its companion cannot be
+// examined. If its owner can write the file but does not own it, the journal must not change a
+// companion that this user cannot write.
+int ZJournaledFile::checkUse(FoundJournal const& found) const
 {
     if (found.kind != FoundJournal::valid)
-        return false;
+        return EPERM;
     if (found.isByOwner || found.journal->companion.empty())
-        return true;
+        return 0;
     CompanionFile const companion(file_, found.journal->companion);
     ZSharedFile file;
     AccessList list;
-    int const error = companion.openForReading(file);
-    return error == ENOENT || (error == 0 && list.read(file.descriptor()) == 0 &&
-                               list.allows(found.status.st_uid, kMayWrite));
+    int error = companion.openForReading(file);
+    if (error == ENOENT)
+        return 0;
+    if (isForeignKind(error))
+        return EPERM;
+    if (error == 0)
+        error = list.read(file.descriptor());
+    if (error == 0 && !list.allows(found.status.st_uid, kMayWrite))
+        error = EPERM;
+    return error;
 }
 
 // Completes the store of a crashed writer.
@@ -115,7 +132,7 @@ void ZJournaledFile::replay(FoundJournal const& found)
     companion.contents = journal.newCompanion;
     if (!companion.path.empty() && !journal.newIsNone)
         companion.change = Companion::written;
-    else if (!companion.path.empty() && isOwnCompanion(companion.path))
+    else if (!companion.path.empty() && findOwnership(companion.path))
         companion.change = Companion::removed;
     Writer(file_, newText.view(), companion).replay(found.status);
     file_.read();
@@ -167,7 +184,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
     bool const present = error == 0;
     if (present)
         error = readAll(file.descriptor(), kMaxCompanionSize, contents);
-    if (error == EISDIR || error == EINVAL || error == ENOTDIR)  // no store created this
+    if (isForeignKind(error))
         return false;
     if (error != 0 && error != ENOENT)
         throw IoError{journal.companion, kMapCall, error};
@@ -229,6 +246,25 @@ std::string ZJournaledFile::likelyCompanion(char const* path)
 bool ZJournaledFile::isOwnCompanion(std::string const& name) const
 {
     return CompanionFile(file_, name).isOwn();
+}
+
+// As isOwnCompanion(), but throws if that cannot be found out.
+bool ZJournaledFile::findOwnership(std::string const& name) const
+{
+    CompanionFile const companion(file_, name);
+    if (int const error = companion.ownershipError())
+        throw IoError{directoryPart(name), "access()", error};
+    return companion.isOwn();
+}
+
+bool ZJournaledFile::mayRemove(std::string const& name) const
+{
+    if (!findOwnership(name))
+        return false;
+    int const error = checkCompanionPath(name);
+    if (error != 0 && error != EPERM)
+        throw IoError{name, "access()", error};
+    return error == 0;
 }
 
 int ZJournaledFile::checkCompanionPath(std::string const& name) const

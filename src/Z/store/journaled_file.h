@@ -97,6 +97,13 @@ public:
     /// appended to the name. Stores remove no other companion.
     bool isOwnCompanion(std::string const& name) const;
 
+    /// Returns whether a store can remove `name`: it is the companion that belongs to the path, and
+    /// the file can use it. It may be missing.
+    /// throws  IoError (directory, "access()", errno) if the directory of a file with the right
+    ///         name cannot be opened; IoError (name, "access()", errno) if the file cannot be
+    ///         examined; std::bad_alloc.
+    bool mayRemove(std::string const& name) const;
+
     /// Returns 0 if the file can use `name` as its companion. A file that we own, and that no other
     /// user can write, can use any; another file only the companion that belongs to its path, and
     /// only if it is a regular file with one link and the owner of the file. No file can use
@@ -135,7 +142,8 @@ public:
 private:
     void commit(std::string_view text, Companion const& companion, bool replaces);
     bool recover(Mode mode);
-    bool mayUse(zstore::FoundJournal const& found) const;
+    int checkUse(zstore::FoundJournal const& found) const;
+    bool findOwnership(std::string const& name) const;
     void replay(zstore::FoundJournal const& found);
     void retireOutdated(zstore::FoundJournal const& found, bool isOld);
     bool describesCompanion(zstore::Journal const& journal, bool oldText) const;
