@@ -3643,6 +3643,61 @@ TEST_F(ZJournaledFileCase, CompanionThatCannotBeOpenedIsNamedIfAnotherUserWroteT
     EXPECT_EQ(kLong, load());
 }
 
+TEST_F(ZJournaledFileCase, RelativeCompanionOfADeadStoreIsThatOfItsWorkingDirectory)
+{
+    char before[PATH_MAX];
+    ASSERT_NE(nullptr, getcwd(before, sizeof before));
+    std::string const elsewhere = directory_.at("elsewhere");
+    std::string const relative = "conf.obf";
+    for (bool const isFirst : {false, true})
+        for (int n = 1, isDead = 1; isDead != 0; ++n) {
+            SCOPED_TRACE(std::to_string(n) + (isFirst ? " first" : ""));
+            put({kShort.text, isFirst ? "" : kShort.companion});
+            std::filesystem::create_directory(elsewhere);
+            ASSERT_EQ(0, chdir(directory_.path().c_str()));
+            pid_t const child = fork();
+            if (child == 0) {
+                CallPlan dying;
+                dying.dieAt = n;
+                ZJournaledFile::Companion written = change(kLong);
+                written.path = relative;
+                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                {
+                    Watch const watch(dying);
+                    file.commit(kLong.text, written);
+                }
+                _exit(0);
+            }
+            int status = 0;
+            EXPECT_EQ(child, waitpid(child, &status, 0));
+            isDead = status != 0;
+            // A load in the same directory finds both.
+            std::string text;
+            std::string companion;
+            {
+                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+                text = file.text();
+                if (text == kLong.text || !isFirst) {
+                    ZJournaledFile::Bytes const bytes = file.readCompanion(relative.c_str());
+                    companion.assign(bytes.data(), bytes.length());
+                }
+            }
+            EXPECT_EQ(text == kLong.text ? kLong.companion
+                      : isFirst          ? ""
+                                         : kShort.companion,
+                      companion);
+            // A store in another one completes the same companion.
+            ASSERT_EQ(0, chdir(elsewhere.c_str()));
+            {
+                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+            }
+            ASSERT_EQ(0, chdir(before));
+            EXPECT_EQ(text, directory_.read("conf"));
+            EXPECT_EQ(companion, companion.empty() ? "" : directory_.read("conf.obf"));
+            EXPECT_EQ("", namesIn(elsewhere));
+        }
+}
+
 namespace {
 
 // Whether another process could lock the file for writing.

@@ -18,14 +18,19 @@ bool isTransient(int error)
 
 }  // namespace
 
-std::string defaultCompanionPath(std::string const& path)
+std::string absolutePath(std::string const& path)
 {
     if (path[0] == '/')
-        return path + kCompanionSuffix;
+        return path;
     char directory[4096];
     if (getcwd(directory, sizeof directory) == nullptr)
         throw IoError{path, "getcwd()", errno};
-    return std::string(directory) + "/" + path + kCompanionSuffix;
+    return std::string(directory) + "/" + path;
+}
+
+std::string defaultCompanionPath(std::string const& path)
+{
+    return absolutePath(path) + kCompanionSuffix;
 }
 
 bool looksCompressed(std::string_view bytes)

@@ -19,6 +19,10 @@ constexpr char kCompanionSuffix[] = ".obf";
 // zlib adds less than 1 MiB to 256 MiB, the limit of an expanded companion.
 constexpr size_t kMaxCompanionSize = size_t{257} << 20;
 
+/// Returns `path` if it is absolute, else the working directory and `path`.
+/// throws  IoError (path, "getcwd()", errno).
+std::string absolutePath(std::string const& path);
+
 /// Returns ".obf" appended to `path`, made absolute.
 /// throws  IoError (path, "getcwd()", errno).
 std::string defaultCompanionPath(std::string const& path);

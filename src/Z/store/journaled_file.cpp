@@ -196,7 +196,11 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     CompanionFile const companion(file_, name);
     if (int const error = companion.check())
         throw IoError{name, "access()", error};
-    if (journal_ != nullptr && journal_->companion == name) {
+    // An earlier version of this library may have written a journal with a relative path.
+    bool const isInJournal =
+        journal_ != nullptr && !journal_->companion.empty() &&
+        (journal_->companion == name || journal_->companion == absolutePath(name));
+    if (isInJournal) {
         std::string_view const packed = journal_->newCompanion;
         if (packed.empty())
             throw IoError{name, kMapCall, EINVAL};

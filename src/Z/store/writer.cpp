@@ -61,8 +61,10 @@ void Writer::commit()
 {
     if (int const error = access_.read(file_.fd))
         throw IoError{file_.path, "fgetxattr()", error};
-    if (companion_ != nullptr)
+    if (companion_ != nullptr) {
         readOldCompanion();
+        companionInJournal_ = absolutePath(change_.path);
+    }
     try {
         if (requireName() == 0 && writeJournal() == 0 && prepareWithoutJournal() == 0 &&
             replacePair() == 0) {
@@ -228,7 +230,7 @@ int Writer::writeJournalContents()
     journal.prefixChecksum = quickChecksum(text_.substr(0, diff_.prefix));
     journal.suffixChecksum = quickChecksum(dropPrefix(text_, text_.size() - diff_.suffix));
     if (companionChange_ != CompanionChange::kept) {
-        journal.companion = change_.path;
+        journal.companion = companionInJournal_;
         journal.newIsNone = companionChange_ == CompanionChange::removed;
         journal.newCompanion = journal.newIsNone ? std::string_view() : change_.contents;
         journal.oldIsNone = !hadCompanion_;

@@ -114,6 +114,7 @@ private:
     JournalFile journal_;
     std::string const journalPath_;
     std::string const temporaryJournalPath_;
+    std::string companionInJournal_;  // absolute: another process may complete this store
     std::unique_ptr<CompanionFile> companion_;
     std::unique_ptr<Replacement> replacement_;  // if the text is not rewritten in place
     std::string const newCompanionName_;
