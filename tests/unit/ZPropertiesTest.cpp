@@ -1611,7 +1611,7 @@ TEST_F(ZProperties, DamagedCompanionThatTheFileNamesIsReplaced)
 
 TEST_F(ZProperties, DirectoryOfALinkToASharedFileNeedNotBeWritable)
 {
-    // The companion of a file that others can write is made next to the file, not next to the link.
+    // The companion of a file that others can write is created next to the file, not the link.
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
     chmod(directory_.path().c_str(), 0755);
@@ -1795,7 +1795,7 @@ TEST_F(ZProperties, FileThatIsReplacedWhileItIsLoadedIsReadAgainWithItsCompanion
             replacements = 3;
             secret = newSecret;
             EXPECT_EQ("nothing", raised([&] { store.load(path.c_str()); }));
-            // A text that names no companion is complete without it.
+            // A file that names no companion is complete.
             EXPECT_EQ(*newSecret == '\0' ? 2 : 4, reads);
             EXPECT_EQ("new,", valuesOf(store, "s", "k"));
             EXPECT_EQ(*newSecret == '\0' ? "" : "second,", valuesOf(store, "s", "secret"));
