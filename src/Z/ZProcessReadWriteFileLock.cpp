@@ -10,6 +10,7 @@
 
 #include "ZException.h"
 #include "ZReadWriteLock_p.h"
+#include "files/lock_file.h"
 #include "files/shared_file.h"
 #include "files/size_signal_guard.h"
 #include "memory/out_of_memory.h"
@@ -37,15 +38,7 @@ enum RaiseSite {
 };
 
 using enum zreporting::Message;
-
-constexpr char kPrefix[] = "._zpl";
-
-struct ByteRange {
-    unsigned start;
-    unsigned length;
-};
-constexpr ByteRange kSequence = {0, 4};   // as a range: the data
-constexpr ByteRange kProcessId = {4, 4};  // as a range: the gate
+using zfiles::LockFile;
 
 constexpr mode_t kMode = S_ISGID | S_IRUSR | S_IWUSR;
 constexpr int kAttempts = 100;  // acquisitions of a file that keeps being replaced
@@ -268,7 +261,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(char const* name)
     ZLCString_6_0 path(directory_);
     if (path.getLength() > 0)
         path += "/";
-    path += kPrefix;
+    path += LockFile::kPrefix;
     // KEPT: a "/" is accepted. A program with lock files in directories whose names start with the
     // prefix would lose them. Test: ZProcessReadWriteFileLock.KeepsASlashInTheName
     path += name;
@@ -277,30 +270,32 @@ void ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(char const* name)
 
 void ZAbstractProcessReadWriteFileLock_6_0::lockFile(zlockstate state)
 {
-    lockFileRange(write, kProcessId.start, kProcessId.length);
+    lockFileRange(write, LockFile::kProcessId.start, LockFile::kProcessId.length);
     try {
         writePid();
-        lockFileRange(state, kSequence.start, kSequence.length);
+        lockFileRange(state, LockFile::kSequence.start, LockFile::kSequence.length);
     } catch (...) {
-        rollBack([this] { unlockFileRange(kProcessId.start, kProcessId.length); });
+        rollBack(
+            [this] { unlockFileRange(LockFile::kProcessId.start, LockFile::kProcessId.length); });
         throw;
     }
     // A writer keeps the gate, so that new readers wait while it waits for readers to leave.
     if (state != read)
         return;
     try {
-        unlockFileRange(kProcessId.start, kProcessId.length);
+        unlockFileRange(LockFile::kProcessId.start, LockFile::kProcessId.length);
     } catch (...) {
-        rollBack([this] { unlockFileRange(kSequence.start, kSequence.length); });
+        rollBack(
+            [this] { unlockFileRange(LockFile::kSequence.start, LockFile::kSequence.length); });
         throw;
     }
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::unlockFile()
 {
-    unlockFileRange(kSequence.start, kSequence.length);
+    unlockFileRange(LockFile::kSequence.start, LockFile::kSequence.length);
     if (getLockState() == write)
-        unlockFileRange(kProcessId.start, kProcessId.length);
+        unlockFileRange(LockFile::kProcessId.start, LockFile::kProcessId.length);
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::dolock(zlockstate state)
@@ -404,20 +399,20 @@ void ZAbstractProcessReadWriteFileLock_6_0::readSequenceNumber(unsigned long* se
     if (sequence == nullptr)
         return;
     auto word = static_cast<uint32_t>(*sequence);
-    readBytes(&word, kSequence.start, kSequence.length);
+    readBytes(&word, LockFile::kSequence.start, LockFile::kSequence.length);
     *sequence = word;
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::writeSequenceNumber(unsigned long sequence)
 {
     auto word = static_cast<uint32_t>(sequence);
-    writeBytes(&word, kSequence.start, kSequence.length);
+    writeBytes(&word, LockFile::kSequence.start, LockFile::kSequence.length);
 }
 
 void ZAbstractProcessReadWriteFileLock_6_0::writePid()
 {
     auto word = static_cast<uint32_t>(getpid());
-    writeBytes(&word, kProcessId.start, kProcessId.length);
+    writeBytes(&word, LockFile::kProcessId.start, LockFile::kProcessId.length);
 }
 
 // ---- With record locks -------------------------------------------------------------------------
@@ -518,7 +513,7 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
     // If the file already has our id, skip the write. A read is cheap, but O_SYNC makes every write
     // wait for the disk.
     uint32_t there;
-    if (offset == kProcessId.start && length == sizeof there &&
+    if (offset == LockFile::kProcessId.start && length == sizeof there &&
         pread(fd, &there, sizeof there, offset) == sizeof there &&
         memcmp(&there, bytes, sizeof there) == 0)
         return;

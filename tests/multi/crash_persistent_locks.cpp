@@ -3,6 +3,7 @@
 #include <Z/ZException.h>
 #include <Z/ZMessage.h>
 #include <Z/ZProcessReadWriteFileLock.h>
+#include <Z/files/lock_file.h>
 #include <Z/files/shared_file.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -32,7 +33,7 @@ using Lock = ZUnixProcessReadWriteFileLock_6_0;
 constexpr int kRounds = 4;      // the first round that the cause affects, and three more
 constexpr int kRoundsFree = 2;  // without the cause; the first may have a lock to release
 constexpr uint32_t kSequence = 5;
-constexpr off_t kGate = 4;  // where the gate starts; the data is before it
+constexpr off_t kGate = zfiles::LockFile::kProcessId.start;  // the data is before it
 
 // ---- Rounds ------------------------------------------------------------------------------------
 
@@ -291,7 +292,8 @@ private:
 
     void lockRange(short type)
     {
-        int error = range_.open((directory_ + "/._zpl" + name_).c_str(), O_RDWR, 0);
+        int error =
+            range_.open((directory_ + "/" + zfiles::LockFile::kPrefix + name_).c_str(), O_RDWR, 0);
         if (error == 0)
             error = range_.lock(type, 0, kGate);
         if (error != 0) {
@@ -684,7 +686,7 @@ public:
           directory_(directory),
           round_(round),
           known_(known),
-          file_(directory + "/._zpla"),
+          file_(directory + "/" + zfiles::LockFile::kPrefix + "a"),
           steps_(static_cast<long>(std::strlen(round.steps)))
     {
     }

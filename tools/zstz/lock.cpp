@@ -1,6 +1,7 @@
 // lock: the verb zstz lock, which runs a command under a process lock or prints the lock's state.
 #include <Z/ZException.h>
 #include <Z/ZProcessReadWriteFileLock.h>
+#include <Z/files/lock_file.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -22,6 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Lock = ZUnixProcessReadWriteFileLock_6_0;
+using zfiles::LockFile;
 
 // Exit codes if the command could not run or was killed, as in a shell.
 constexpr int kCannotRun = 126;
@@ -30,7 +32,8 @@ constexpr int kBySignal = 128;
 
 std::string lockFilePath(Request const& request)
 {
-    return (request.lockDir.empty() ? "" : request.lockDir + "/") + "._zpl" + request.lockName;
+    return (request.lockDir.empty() ? "" : request.lockDir + "/") + LockFile::kPrefix +
+           request.lockName;
 }
 
 char const* lockDirectory(Request const& request)
@@ -283,13 +286,13 @@ int runLocked(Request const& request)
 // ---- Showing ----------------------------------------------------------------------------------
 
 // Returns a lock that conflicts with `type` on the range, of type F_UNLCK if no lock conflicts.
-struct flock findConflictingLock(int fd, short type, off_t start)
+struct flock findConflictingLock(int fd, short type, LockFile::Range bytes)
 {
     struct flock range = {};
     range.l_type = type;
     range.l_whence = SEEK_SET;
-    range.l_start = start;
-    range.l_len = sizeof(uint32_t);
+    range.l_start = bytes.start;
+    range.l_len = bytes.length;
     if (fcntl(fd, F_GETLK, &range) != 0)
         range.l_type = F_UNLCK;
     return range;
@@ -307,8 +310,8 @@ int show(Request const& request)
     if (fd >= 0) {
         struct stat status = {};
         fstat(fd, &status);
-        struct flock const data = findConflictingLock(fd, F_WRLCK, 0);
-        struct flock const gate = findConflictingLock(fd, F_WRLCK, sizeof sequence);
+        struct flock const data = findConflictingLock(fd, F_WRLCK, LockFile::kSequence);
+        struct flock const gate = findConflictingLock(fd, F_WRLCK, LockFile::kProcessId);
         if (data.l_type != F_UNLCK)
             state = (data.l_type == F_RDLCK ? "read by process " : "write by process ") +
                     std::to_string(data.l_pid);
