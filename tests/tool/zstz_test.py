@@ -46,6 +46,15 @@ class ZstzTest(tool.ToolTest):
                     f"zstz: {self.file}: no key \"colour\" in [listener]; run 'zstz keys "
                     f"{self.file} listener' to list them\n", "get", self.file, "listener", "colour")
 
+    def test_remedies_quote_names_for_the_shell(self):
+        self.path.write_text("[access log]\n")
+        spaced = self.path.parent / "a b.conf"
+        self.path.rename(spaced)
+        self.expect(NOT_FOUND, f"; run 'zstz keys \"{spaced}\" \"access log\"' to list them\n",
+                    "get", str(spaced), "access log", "file")
+        self.expect(NOT_FOUND, f"; run 'zstz stanzas \"{spaced}\"' to list them\n", "keys",
+                    str(spaced), "error log")
+
     def test_get_as_refuses_a_value_of_another_type(self):
         self.expect(INVALID_VALUE,
                     f'zstz: {self.file}: key "name" in [listener]: "front door" is not '

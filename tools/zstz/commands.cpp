@@ -25,7 +25,8 @@ void requireKey(ZProperties_6_0& store, Request const& request)
         throw Failure{exitNotFound,
                       request.file,
                       {"no key " + quote(request.key) + " in [" + request.stanza + "]",
-                       "run 'zstz keys " + request.file + " " + request.stanza + "' to list them"}};
+                       "run 'zstz keys " + shellWord(request.file) + " " +
+                           shellWord(request.stanza) + "' to list them"}};
 }
 
 // ---- Changing ---------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "failures.h"
 
 #include <Z/ZException.h>
+#include <ctype.h>
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
@@ -10,6 +11,7 @@
 #include <wchar.h>
 #include <wctype.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "raw_lines.h"
@@ -306,6 +308,14 @@ std::string quote(std::string const& text)
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
         --end;
     return '"' + text.substr(0, end) + "...\"";
+}
+
+std::string shellWord(std::string const& text)
+{
+    auto const isPlain = [](char c) {
+        return isalnum(static_cast<unsigned char>(c)) != 0 || strchr("%+,-./:@_", c) != nullptr;
+    };
+    return std::all_of(text.begin(), text.end(), isPlain) ? text : '"' + text + '"';
 }
 
 std::string toPrintable(std::string const& text)

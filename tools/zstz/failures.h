@@ -38,6 +38,10 @@ std::string toStdString(ZLCString_6_0 const& string);
 /// Returns `text` in double quotes, cut to 60 bytes with "..." if it is longer.
 std::string quote(std::string const& text);
 
+/// Returns `text` as a word of a command in a remedy: in double quotes unless it consists of
+/// letters, digits and plain punctuation.
+std::string shellWord(std::string const& text);
+
 /// Returns `text` as one line that is safe to print on a terminal: replaces tabs by spaces and
 /// other unprintable characters by "?".
 std::string toPrintable(std::string const& text);

@@ -65,7 +65,7 @@ int javaGet(Request const& request)
         return exitDone;
     }
     std::string const problem = "no key " + quote(request.key);
-    std::string const command = "run 'zstz java " + request.file;
+    std::string const command = "run 'zstz java " + shellWord(request.file);
     for (LostLine const& line : file.lost())
         if (!line.isComment)
             throw Failure{exitNotFound,

@@ -139,10 +139,10 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
 void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
 {
     if (store.exists(stanza.c_str()) == 0)
-        throw Failure{
-            exitNotFound,
-            path,
-            {"no stanza [" + stanza + "]", "run 'zstz stanzas " + path + "' to list them"}};
+        throw Failure{exitNotFound,
+                      path,
+                      {"no stanza [" + stanza + "]",
+                       "run 'zstz stanzas " + shellWord(path) + "' to list them"}};
 }
 
 void checkReserved(std::string const& path, std::string const& stanza)
