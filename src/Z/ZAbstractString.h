@@ -156,6 +156,8 @@ private:
     static void initHandles();
 };
 
+/// A view of constant text that another object owns. ZLCConstString_6_0 and
+/// ZUTF8ConstString_6_0 add the codeset.
 class ZAbstractConstString_6_0 : public ZAbstractString_6_0 {
 public:
     /// Views the shared empty string.

@@ -6,13 +6,14 @@
 // removes or replaces; a borrowing array stores the caller's pointers and deletes nothing.
 // setNoCopy() stores the pointer itself in both; an owning array takes it over.
 // Threads: unsynchronised; callers serialise access to one array.
-// An operation that throws leaves the array unchanged.
+// Failures: an operation that throws leaves the array unchanged.
 // Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
 // override of them takes effect. An array of exactly ZArray_6_0 may skip those calls.
 #pragma once
 
 #include "ZObject.h"
 
+/// The interface of arrays: numbered slots, each empty or holding an object.
 class ZArrayInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -43,6 +44,7 @@ protected:
     ~ZArrayInterface_6_0() = default;
 };
 
+/// The base class of arrays.
 class ZAbstractArray_6_0 : public ZObject_6_0, public ZArrayInterface_6_0 {
 public:
     ZAbstractArray_6_0() = default;

@@ -5,10 +5,10 @@
 // Ownership is fixed at construction: an owning list stores clones and deletes an element that it
 // removes or replaces; a borrowing list stores the caller's pointers and deletes nothing.
 // addNoCopy() stores the pointer itself in both; an owning list takes it over.
-// An index out of range is not an error: the call does nothing, or returns null.
+// Range: an index out of range is not an error; the call does nothing, or returns null.
 // Either kind of list may contain nulls.
 // Threads: unsynchronised; callers serialise access to one list.
-// An operation that throws leaves the elements unchanged.
+// Failures: an operation that throws leaves the elements unchanged.
 // Callbacks: the functions that a list calls (clone(), equals(), a destructor, a comparator, the
 // target of subList()) may read the list. Except for destructors during removeAll(), they may also
 // change it, but not the elements that they were called with: the operation continues with the
@@ -25,6 +25,7 @@ class ZArrayMap_6_0;
 class ZArrayStack_6_0;
 class ZListIterator_6_0;
 
+/// The interface of lists: an ordered sequence of objects that can grow.
 class ZList_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -80,6 +81,7 @@ protected:
     ~ZList_6_0() = default;
 };
 
+/// The base class of lists. It sorts any list through the interface.
 class ZAbstractList_6_0 : public ZObject_6_0, public ZList_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -253,6 +255,8 @@ private:
     unsigned int slots_;      // slots in elements_
 };
 
+/// Iterates over a list in order. The list may change during the iteration;
+/// `list.remove(iterator)` removes the element that the iterator returned last.
 class ZListIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
     /// Makes an iterator before the first element.

@@ -9,6 +9,7 @@
 #include "ZArrayList.h"
 #include "ZObject.h"
 
+/// The interface of stacks: the object that was pushed last is popped first.
 class ZStack_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -27,6 +28,7 @@ protected:
     ~ZStack_6_0() = default;
 };
 
+/// The base class of stacks.
 class ZAbstractStack_6_0 : public ZStack_6_0 {
 public:
     /// Pops every object, from the top down.

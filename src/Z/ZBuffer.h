@@ -13,6 +13,7 @@
 
 #include "ZObject.h"
 
+/// The interface of buffers: a block of bytes with its size.
 class ZBufferInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -35,6 +36,7 @@ protected:
     ~ZBufferInterface_6_0() = default;
 };
 
+/// The base class of buffers. It compares buffers by size and contents.
 class ZAbstractBuffer_6_0 : public ZObject_6_0, public ZBufferInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -47,6 +49,7 @@ public:
     int compare(ZObject_6_0 const& other) const override;
 };
 
+/// A view of bytes that the caller owns.
 class ZConstBuffer_6_0 : public ZAbstractBuffer_6_0 {
 public:
     /// Makes an empty view.
@@ -85,6 +88,7 @@ private:
     void* data_;  // not owned
 };
 
+/// A block of bytes that it owns; it copies the contents that it is given.
 class ZBuffer_6_0 : public ZAbstractBuffer_6_0 {
 public:
     /// Makes an empty buffer.

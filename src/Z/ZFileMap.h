@@ -4,8 +4,8 @@
 //
 // Ownership: a map owns its mapping and its descriptor, and releases both in its destructor.
 // Threads: unsynchronised; callers serialise access to one map.
-// Closing the descriptor drops all record locks that the process holds on the file, as every
-// close() does: do not map a file while the process holds record locks on it.
+// Record locks: closing the descriptor drops all record locks that the process holds on the file,
+// as every close() does. Do not map a file while the process holds record locks on it.
 #pragma once
 
 #include "ZLCString.h"

@@ -6,7 +6,7 @@
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
 // them with their entry; a borrowing map stores the caller's pointers and deletes neither.
 // Threads: unsynchronised; callers serialise access to one map.
-// An operation that throws leaves the map unchanged.
+// Failures: an operation that throws leaves the map unchanged.
 // Callbacks: the functions that a map calls (hash(), equals(), clone(), a destructor, the target of
 // listKeys() and listObjects()) may read the map. The clone() of putEntry() may also change it.
 // Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
@@ -16,6 +16,7 @@
 #include "ZArrayList.h"
 #include "ZObject.h"
 
+/// The interface of maps from key objects to value objects.
 class ZKeyMap_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -48,6 +49,7 @@ protected:
     ~ZKeyMap_6_0() = default;
 };
 
+/// The base class of maps from keys to values.
 class ZAbstractKeyMap_6_0 : public ZObject_6_0, public ZKeyMap_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -93,6 +95,8 @@ private:
     mutable uint32_t hashCode_;  // the last result of hash(); 0 before
 };
 
+/// A hash map from key objects to value objects, with a fixed number of buckets. It finds a key
+/// by its hash() and equals().
 class ZHashKeyMap_6_0 : public ZAbstractKeyMap_6_0 {
 public:
     /// Makes an empty map with max(`capacity`, 2) * 3 / 2 buckets, as ZHashMap_6_0 does.

@@ -7,7 +7,7 @@
 // Ownership is fixed at construction: an owning map stores clones and deletes an entry that it
 // removes or replaces; a borrowing map stores the caller's pointers and deletes nothing.
 // Threads: unsynchronised; callers serialise access to one map.
-// An operation that throws leaves the entries unchanged.
+// Failures: an operation that throws leaves the entries unchanged.
 // Callbacks: the functions that a map calls (hash(), equals(), clone(), a destructor, the target of
 // list()) may read the map. The clone() of putEntry() may also change it.
 // Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
@@ -18,6 +18,7 @@
 #include "ZIterator.h"
 #include "ZObject.h"
 
+/// The interface of maps of entries. An entry is its own key.
 class ZMap_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -48,6 +49,7 @@ protected:
     ~ZMap_6_0() = default;
 };
 
+/// The base class of maps of entries.
 class ZAbstractMap_6_0 : public ZObject_6_0, public ZMap_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.

@@ -9,6 +9,7 @@
 
 #include "ZObject.h"
 
+/// The interface of iterators, which return the objects of a sequence one after another.
 class ZIterator_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -27,6 +28,7 @@ protected:
     ~ZIterator_6_0() = default;
 };
 
+/// The base class of iterators. It adds a search through the rest of the sequence.
 class ZAbstractIterator_6_0 : public ZObject_6_0, public ZIterator_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.

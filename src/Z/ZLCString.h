@@ -151,6 +151,7 @@ private:
     }
 };
 
+/// A view of constant text in the local codeset.
 class ZLCConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZLCConstString_6_0() = default;

@@ -20,6 +20,8 @@ class ZZException_6_0;
 class ZLCString_6_0;
 class ZUTF8String_6_0;
 
+/// The interface of message services, which report failures as text. Derive from it and install
+/// the object to send reports to your own log.
 class ZMessageService_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -74,6 +76,8 @@ private:
     static ZMessageService_6_0 const* dms_;  // the built-in service; written once
 };
 
+/// The built-in message service. It writes reports to standard error, in the words of the message
+/// table.
 class ZDefaultMessageService_6_0 : public ZObject_6_0, public ZMessageService_6_0 {
 public:
     ZDefaultMessageService_6_0() = default;

@@ -19,6 +19,8 @@
 #include "ZLCString.h"
 #include "ZReadWriteLock.h"
 
+/// The base class of read-write locks between processes: the name, the sequence numbers, the
+/// update flag and the lock between the threads of this process.
 class ZAbstractProcessReadWriteLock_6_0 : public ZAbstractReadWriteLock_6_0 {
 public:
     // Not a sequence number: no number has been seen yet.

@@ -31,6 +31,7 @@ public:
     virtual ~ZUTF8ConverterInterface_6_0() noexcept(false);
 };
 
+/// The base class of converters.
 class ZAbstractUTF8Converter_6_0 : public ZObject_6_0, public ZUTF8ConverterInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.

@@ -11,8 +11,8 @@
 //
 // Ownership: a guard borrows its lock.
 // Threads: any number of threads may use a lock at the same time; a guard belongs to one thread.
-// Readers and writers have no precedence: a stream of readers can starve a writer. A reader that
-// requests the write lock waits for itself; acquire "protect" and promote it instead.
+// Precedence: none, so a stream of readers can starve a writer. A reader that requests the write
+// lock waits for itself; acquire "protect" and promote it instead.
 #pragma once
 
 #include "ZCondition.h"

@@ -10,6 +10,8 @@
 
 class ZDefaultSortCompare_6_0;
 
+/// The interface of comparators. A comparator decides the order of two elements when a list is
+/// sorted.
 class ZSortCompare_6_0 {
 public:
     /// Direction of a sort. Only 1 is ascending; every other value is descending.
@@ -39,6 +41,8 @@ protected:
     static ZDefaultSortCompare_6_0 const* dsc_;  // null until init()
 };
 
+/// Orders elements by their own compare(). `ZSortCompare_6_0::defaultSortCompare()` returns the
+/// shared one.
 class ZDefaultSortCompare_6_0 final : public ZSortCompare_6_0 {
 public:
     constexpr ZDefaultSortCompare_6_0() = default;

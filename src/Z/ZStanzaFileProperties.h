@@ -24,6 +24,7 @@ enum ZStzFileItemType : int {
 
 /// One request of ZStanzaFileProperties_6_0::getItems().
 struct ZStzFileItem_6_0 {
+    /// The result for a missing key, by the type of the request.
     union Default {
         char const* text;     // zStzString; null for none
         unsigned int number;  // zStzInteger

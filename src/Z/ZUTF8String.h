@@ -165,6 +165,7 @@ private:
     }
 };
 
+/// A view of constant text in UTF-8.
 class ZUTF8ConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZUTF8ConstString_6_0() = default;

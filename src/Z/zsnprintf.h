@@ -29,7 +29,7 @@ extern "C" {
 
 struct qvr_cs; /* a codeset handle, qvr.h */
 
-/* The type of a conversion and of its argument. */
+/// The type of a conversion and of its argument.
 enum {
     zprintfChar = 0,                /* c: int, kept as char */
     zprintfWideChar = 1,            /* C: int, kept as 16-bit wide character */
@@ -53,7 +53,7 @@ enum {
     zprintfPercent = 19             /* %%: nothing */
 };
 
-/* The parts between the % and the letter, and the properties of the letter. */
+/// The parts between the % and the letter, and the properties of the letter.
 enum {
     zprintfPositional = 0x1,             /* n$ */
     zprintfAlternate = 0x2,              /* # */
@@ -81,10 +81,10 @@ enum {
                                             limit strings */
 };
 
-/* Capacity of a context before it allocates: conversions, and arguments with the unused 0. */
+/// Capacity of a context before it allocates: conversions, and arguments with the unused 0.
 enum { zprintfInlineRecords = 10 };
 
-/* One % of the format. */
+/// One % of the format.
 typedef struct ZPrintfConversion_6_0 {
     char const* start; /* the % */
     char const* end;   /* the letter; literal text continues after it */
@@ -95,7 +95,7 @@ typedef struct ZPrintfConversion_6_0 {
     int32_t precision; /* the precision, or the number of its argument */
 } ZPrintfConversion_6_0;
 
-/* An argument, in the size in which the platform passes it. */
+/// An argument, in the size in which the platform passes it.
 typedef struct ZPrintfArgument_6_0 {
     int32_t type; /* type of the fetch; a width or precision is zprintfInt */
     union {
@@ -109,7 +109,7 @@ typedef struct ZPrintfArgument_6_0 {
     } value;
 } ZPrintfArgument_6_0;
 
-/* The state of a formatting, usually on the caller's stack; parse sets every field it needs. */
+/// The state of a formatting, usually on the caller's stack; parse sets every field it needs.
 typedef struct ZPrintfContext_6_0 {
     struct qvr_cs const* codeset; /* of converted C and S */
     ZPrintfConversion_6_0 inlineConversions[zprintfInlineRecords];
