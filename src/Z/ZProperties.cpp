@@ -76,13 +76,13 @@ bool isEmpty(char const* text)
     return text == nullptr || *text == '\0';
 }
 
-void needName(char const* category)
+void requireName(char const* category)
 {
     if (isEmpty(category))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
 }
 
-void needNames(char const* category, char const* key)
+void requireNames(char const* category, char const* key)
 {
     if (isEmpty(category) || isEmpty(key))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
@@ -90,7 +90,7 @@ void needNames(char const* category, char const* key)
 
 // Runs `body` and translates its errors into exceptions of the library.
 template <class Body>
-void raising(RaiseSite site, Body body)
+void translateErrors(RaiseSite site, Body body)
 {
     try {
         zmemory::translateBadAlloc(kSource, site, body);
@@ -101,12 +101,12 @@ void raising(RaiseSite site, Body body)
 }
 
 // Sets an int in this scope.
-class Setting {
+class ScopedValue {
 public:
-    Setting(int& flag, int value) : flag_(flag), before_(flag) { flag = value; }
-    Setting(Setting const&) = delete;
-    Setting& operator=(Setting const&) = delete;
-    ~Setting() { flag_ = before_; }
+    ScopedValue(int& flag, int value) : flag_(flag), before_(flag) { flag = value; }
+    ScopedValue(ScopedValue const&) = delete;
+    ScopedValue& operator=(ScopedValue const&) = delete;
+    ~ScopedValue() { flag_ = before_; }
 
 private:
     int& flag_;
@@ -114,12 +114,12 @@ private:
 };
 
 // The words for a boolean, in lower case; case is ignored.
-struct TruthWord {
+struct BoolWord {
     char const* word;
     int value;
 };
-constexpr TruthWord kTruthWords[] = {{"yes", 1}, {"y", 1}, {"true", 1},  {"t", 1}, {"1", 1},
-                                     {"no", 0},  {"n", 0}, {"false", 0}, {"f", 0}, {"0", 0}};
+constexpr BoolWord kBoolWords[] = {{"yes", 1}, {"y", 1}, {"true", 1},  {"t", 1}, {"1", 1},
+                                   {"no", 0},  {"n", 0}, {"false", 0}, {"f", 0}, {"0", 0}};
 
 // Parses the whole string as strtoul() does with a 32-bit long: an overflow gives UINT_MAX, "-"
 // negates modulo 2^32.
@@ -137,7 +137,7 @@ bool toNumber(char const* text, unsigned int& number)
     return true;
 }
 
-void bufferFrom(ZJournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
+void moveToBuffer(ZJournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
 {
     size_t const length = bytes.length();
     buffer.setBufferNoCopy(length, bytes.release());
@@ -159,13 +159,13 @@ std::string_view viewOf(ZBuffer_6_0 const& buffer)
 }
 
 // Throws unless a line with these names would be read back as the same pair.
-void needStorable(char const* category, char const* key)
+void requireValidKey(char const* category, char const* key)
 {
     if (ZPCategoryBasedCache_6_0::validateKey(category, key) == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 
-void needStorableValue(char const* key, char const* value)
+void requireValidValue(char const* key, char const* value)
 {
     // An empty value leaves the key without values; its line is "key =".
     if (value != nullptr && *value != '\0' &&
@@ -212,7 +212,7 @@ std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::Queue::pop()
     return notice;
 }
 
-void ZProperties_6_0::Rep::Queue::takeFrom(Queue& other)
+void ZProperties_6_0::Rep::Queue::moveFrom(Queue& other)
 {
     if (other.isEmpty())
         return;
@@ -229,17 +229,17 @@ std::unique_ptr<ZProperties_6_0::Notice> ZProperties_6_0::Rep::makeNotice(
         new Notice(ZPropertyChanged_6_0::storeChanged, type, category, key));
 }
 
-void ZProperties_6_0::Rep::changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice)
+void ZProperties_6_0::Rep::recordChange(ZProperties_6_0& store, std::unique_ptr<Notice> notice)
 {
     setModified(store, 1);
     if (store.loading_ == 0)
         store.rep_->queued.push(std::move(notice));
 }
 
-void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
+void ZProperties_6_0::Rep::sendNotices(ZProperties_6_0& store, Queue& queue)
 {
     std::exception_ptr first;
-    bool const mayRaise = !zunwinding();
+    bool const mayThrow = !zunwinding();
     while (!queue.isEmpty()) {
         std::unique_ptr<Notice> const notice = queue.pop();
         try {
@@ -247,7 +247,7 @@ void ZProperties_6_0::Rep::send(ZProperties_6_0& store, Queue& queue)
         } catch (...) {
             if (zcaughtCancellation())
                 throw;
-            if (mayRaise && first == nullptr)
+            if (mayThrow && first == nullptr)
                 first = std::current_exception();
             else
                 zreporting::reportCurrentException({kSource, reportInSend});
@@ -271,10 +271,10 @@ ZProperties_6_0::Hold::~Hold() noexcept(false)
     Rep::Queue due;
     bool const holds = pthread_equal(thread_, pthread_self()) != 0;
     if (holds && --store_.rep_->depth == 0)
-        due.takeFrom(store_.rep_->queued);
+        due.moveFrom(store_.rep_->queued);
     zreporting::runInDestructor({kSource, reportInHold}, [this] { store_.lock_.unlock(); });
     if (!due.isEmpty())
-        Rep::send(store_, due);
+        Rep::sendNotices(store_, due);
 }
 
 void ZProperties_6_0::sendChangeNotice(ZPropertyChanged_6_0::PropertyStyle style,
@@ -297,11 +297,11 @@ void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
     isStanzaFile = stanzaData != nullptr;
 }
 
-std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const& store)
+std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyCache(ZProperties_6_0 const& store)
 {
     ZPCache_6_0 const& cache = *store.cache_;
     std::unique_ptr<ZPCache_6_0> copy;
-    raising(raiseInCopy, [&] { copy.reset(cache.clone()); });
+    translateErrors(raiseInCopy, [&] { copy.reset(cache.clone()); });
     if (copy != nullptr) {
         ZPCache_6_0 const& copied = *copy;
         if (typeid(copied) != typeid(cache))
@@ -310,7 +310,7 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyOf(ZProperties_6_0 const&
     return copy;
 }
 
-ZProperties_6_0::Rep::Undo::Undo(ZPCache_6_0& cache)
+ZProperties_6_0::Rep::CacheRestorer::CacheRestorer(ZPCache_6_0& cache)
     : cache_(cache), companionFile_(cache.companionFile().getChars())
 {
     // Copies only the library's base class, which has the contents.
@@ -318,9 +318,9 @@ ZProperties_6_0::Rep::Undo::Undo(ZPCache_6_0& cache)
         before_ = std::make_unique<ZPCategoryBasedCache_6_0>(*contents);
 }
 
-ZProperties_6_0::Rep::Undo::~Undo()
+ZProperties_6_0::Rep::CacheRestorer::~CacheRestorer()
 {
-    if (isDone_)
+    if (isDismissed_)
         return;
     if (before_ != nullptr)
         static_cast<ZPCategoryBasedCache_6_0&>(cache_).ZPCategoryBasedCache_6_0::swapContents(
@@ -358,7 +358,7 @@ ZProperties_6_0::ZProperties_6_0(ZPCache_6_0* cache)
 try : cache_(cache), modified_(0), loading_(0), timeStamp_(0), rep_(nullptr) {
     if (cache == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInConstructor);
-    raising(raiseInConstructor, [&] { rep_ = new Rep(*cache); });
+    translateErrors(raiseInConstructor, [&] { rep_ = new Rep(*cache); });
 } catch (...) {
     delete cache;
     throw;
@@ -375,7 +375,7 @@ ZProperties_6_0::ZProperties_6_0(ZProperties_6_0 const& other)
       timeStamp_(0),
       rep_(nullptr)
 {
-    raising(raiseInConstructor, [&] {
+    translateErrors(raiseInConstructor, [&] {
         Hold const hold(other);
         std::unique_ptr<ZPCache_6_0> copy(other.cache_->clone());
         if (copy == nullptr)
@@ -401,41 +401,41 @@ ZProperties_6_0::~ZProperties_6_0()
 
 int ZProperties_6_0::exists(char const* category, char const* key) const
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     return cache_->contains(category, key);
 }
 
 int ZProperties_6_0::exists(char const* category) const
 {
-    needName(category);
+    requireName(category);
     Hold const hold(*this);
     return cache_->contains(category);
 }
 
 int ZProperties_6_0::isObfuscated(char const* category, char const* key) const
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     return cache_->isObfuscated(category, key);
 }
 
 int ZProperties_6_0::isObfuscated(char const* category) const
 {
-    needName(category);
+    requireName(category);
     Hold const hold(*this);
     return cache_->isObfuscated(category);
 }
 
 namespace {
 
-void needOneOf(int required, bool hasDefault)
+void requireNoDefaultIfRequired(int required, bool hasDefault)
 {
     if (required != 0 && hasDefault)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForDefault);
 }
 
-[[noreturn]] void raiseMissing(ZLCString_6_0 const& file, char const* category, char const* key)
+[[noreturn]] void throwMissing(ZLCString_6_0 const& file, char const* category, char const* key)
 {
     ZPropertiesMissingPropertyException_6_0(file.getChars(), category, key)
         .throwException(kSource, raiseForMissing);
@@ -447,13 +447,13 @@ void ZProperties_6_0::getValue(char const* category, char const* key,
                                ZAbstractMutableString_6_0& out, int required,
                                char const* defaultValue) const
 {
-    needNames(category, key);
-    needOneOf(required, defaultValue != nullptr);
+    requireNames(category, key);
+    requireNoDefaultIfRequired(required, defaultValue != nullptr);
     Hold const hold(*this);
     ZPropertiesText value;
     if (!Rep::lastValue(*this, category, key, value)) {
         if (required != 0)
-            raiseMissing(fileName_, category, key);
+            throwMissing(fileName_, category, key);
         if (defaultValue != nullptr)
             out.setChars(defaultValue);
         else
@@ -469,13 +469,13 @@ void ZProperties_6_0::getValue(char const* category, char const* key,
 unsigned int ZProperties_6_0::getIntegerValue(char const* category, char const* key, int required,
                                               unsigned int defaultValue) const
 {
-    needNames(category, key);
-    needOneOf(required, defaultValue != 0);
+    requireNames(category, key);
+    requireNoDefaultIfRequired(required, defaultValue != 0);
     Hold const hold(*this);
     ZPropertiesText value;
     if (!Rep::lastValue(*this, category, key, value)) {
         if (required != 0)
-            raiseMissing(fileName_, category, key);
+            throwMissing(fileName_, category, key);
         return defaultValue;
     }
     unsigned int number = 0;
@@ -488,20 +488,20 @@ unsigned int ZProperties_6_0::getIntegerValue(char const* category, char const* 
 int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int required,
                                      int defaultValue) const
 {
-    needNames(category, key);
-    needOneOf(required, defaultValue != 0);
+    requireNames(category, key);
+    requireNoDefaultIfRequired(required, defaultValue != 0);
     Hold const hold(*this);
     ZPropertiesText value;
     if (!Rep::lastValue(*this, category, key, value)) {
         if (required != 0)
-            raiseMissing(fileName_, category, key);
+            throwMissing(fileName_, category, key);
         return defaultValue;
     }
     if (value.length == 0)
         return 0;
-    for (TruthWord const& truth : kTruthWords)
-        if (equalIgnoringCase(truth.word, value.chars))
-            return truth.value;
+    for (BoolWord const& known : kBoolWords)
+        if (equalIgnoringCase(known.word, value.chars))
+            return known.value;
     ZPropertiesInvalidBoolValueException_6_0(fileName_.getChars(), category, key, value.chars)
         .throwException(kSource, raiseForTruth);
 }
@@ -570,7 +570,7 @@ void ZProperties_6_0::Rep::Strings::moveTo(ZArrayList_6_0& target)
 void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayList_6_0& out,
                                 ZPropertyStringType type) const
 {
-    needNames(category, key);
+    requireNames(category, key);
     if (out.ownsMembers() == 0 || (type != zPropLocalStrings && type != zPropUTF8Strings))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
     Hold const hold(*this);
@@ -590,7 +590,7 @@ void ZProperties_6_0::getValues(char const* category, char const* key, ZArrayLis
 
 int ZProperties_6_0::numValues(char const* category) const
 {
-    needName(category);
+    requireName(category);
     Hold const hold(*this);
     if (rep_->direct != nullptr)
         return cache_->countValues(category);
@@ -600,7 +600,7 @@ int ZProperties_6_0::numValues(char const* category) const
 
 int ZProperties_6_0::numValues(char const* category, char const* key) const
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     if (rep_->direct != nullptr)
         return cache_->countValues(category, key);
@@ -616,7 +616,7 @@ int ZProperties_6_0::count() const
 
 int ZProperties_6_0::count(char const* category) const
 {
-    needName(category);
+    requireName(category);
     Hold const hold(*this);
     return cache_->keyCount(category);
 }
@@ -630,7 +630,7 @@ void ZProperties_6_0::list() const
 
 ZArrayList_6_0* ZProperties_6_0::keyNames(char const* category) const
 {
-    needName(category);
+    requireName(category);
     Hold const hold(*this);
     return cache_->getNames(category);
 }
@@ -664,14 +664,14 @@ void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::str
 
 // An output stream in memory. The C library's own does not report bytes that it dropped for lack of
 // memory.
-struct WrittenText {
+struct MemoryStream {
     std::string text;
     size_t place = 0;     // position of the next byte
     bool isLost = false;  // bytes were dropped for lack of memory
 
     static ssize_t write(void* stream, char const* bytes, size_t length)
     {
-        auto& [text, place, isLost] = *static_cast<WrittenText*>(stream);
+        auto& [text, place, isLost] = *static_cast<MemoryStream*>(stream);
         try {
             text.resize(std::max(text.size(), place + length));
         } catch (std::exception const&) {
@@ -686,7 +686,7 @@ struct WrittenText {
 
     static int seek(void* stream, off64_t* offset, int from)
     {
-        auto& [text, place, isLost] = *static_cast<WrittenText*>(stream);
+        auto& [text, place, isLost] = *static_cast<MemoryStream*>(stream);
         size_t const base = from == SEEK_SET ? 0 : from == SEEK_CUR ? place : text.size();
         off64_t const target = static_cast<off64_t>(base) + *offset;
         if (target < 0) {
@@ -706,9 +706,9 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
         stanzas->writeText(text);
         return;
     }
-    WrittenText written;
+    MemoryStream written;
     File const file(
-        fopencookie(&written, "w", {nullptr, WrittenText::write, WrittenText::seek, nullptr}));
+        fopencookie(&written, "w", {nullptr, MemoryStream::write, MemoryStream::seek, nullptr}));
     if (file == nullptr)
         throw ZJournaledFile::IoError{path, "fopencookie()", errno};
     cache.be_write(path, file.get());
@@ -733,8 +733,8 @@ char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const*
     return path;
 }
 
-void ZProperties_6_0::Rep::noteFile(ZProperties_6_0& store, char const* path,
-                                    ZJournaledFile const& file)
+void ZProperties_6_0::Rep::recordFile(ZProperties_6_0& store, char const* path,
+                                      ZJournaledFile const& file)
 {
     ZJournaledFile::Stamp const& stamp = file.stamp();
     // Returns whether `name` leads to the file, even if it is not `path`.
@@ -786,7 +786,7 @@ std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
                : std::string();
 }
 
-std::string ZProperties_6_0::Rep::companionOf(ZProperties_6_0 const& store)
+std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)
 {
     std::string const entry = companionEntry(store);
     // As it is read back from the text.
@@ -794,15 +794,15 @@ std::string ZProperties_6_0::Rep::companionOf(ZProperties_6_0 const& store)
     return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
 }
 
-bool ZProperties_6_0::Rep::Companions::isHeld(std::string const& path) const
+bool ZProperties_6_0::Rep::Companions::isLoaded(std::string const& path) const
 {
     for (Companion const& companion : list_)
         if (companion.path == path)
-            return companion.isHeld;
+            return companion.isLoaded;
     return false;
 }
 
-void ZProperties_6_0::Rep::Companions::hold(std::string const& path)
+void ZProperties_6_0::Rep::Companions::addLoaded(std::string const& path)
 {
     remove(path);
     if (list_.size() == kMaxCount)
@@ -815,10 +815,10 @@ void ZProperties_6_0::Rep::Companions::remove(std::string const& path)
     std::erase_if(list_, [&](Companion const& companion) { return companion.path == path; });
 }
 
-void ZProperties_6_0::Rep::Companions::releaseAll()
+void ZProperties_6_0::Rep::Companions::setAllUnloaded()
 {
     for (Companion& companion : list_)
-        companion.isHeld = false;
+        companion.isLoaded = false;
 }
 
 namespace {
@@ -894,16 +894,16 @@ bool ZProperties_6_0::Rep::namesOwnCompanion(ZJournaledFile const& file)
     return !entry.empty() && file.isOwnCompanion(entry);
 }
 
-ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char const* path,
-                                                 std::unique_ptr<ZPCache_6_0>& edited,
-                                                 std::optional<Undo>& undo)
+ZPCache_6_0* ZProperties_6_0::Rep::setCompanion(ZProperties_6_0& store, char const* path,
+                                                std::unique_ptr<ZPCache_6_0>& edited,
+                                                std::optional<CacheRestorer>& restorer)
 {
-    edited = copyOf(store);
+    edited = copyCache(store);
     if (edited == nullptr)
-        undo.emplace(*store.cache_);
+        restorer.emplace(*store.cache_);
     ZPCache_6_0* const target = edited != nullptr ? edited.get() : store.cache_;
     if (path != nullptr) {
-        needStorableValue(kReservedKey, path);
+        requireValidValue(kReservedKey, path);
         target->addLine(kReservedCategory, kReservedKey, path, 0);
     } else {
         target->delLine(kReservedCategory, kReservedKey);
@@ -915,11 +915,11 @@ ZPCache_6_0* ZProperties_6_0::Rep::nameCompanion(ZProperties_6_0& store, char co
 bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
 {
     // Reads the file into a copy of the cache, so that a failure changes nothing.
-    std::unique_ptr<ZPCache_6_0> copy = copyOf(store);
+    std::unique_ptr<ZPCache_6_0> copy = copyCache(store);
     ZPCache_6_0& target = copy != nullptr ? *copy : *store.cache_;
-    std::optional<Undo> undo;
+    std::optional<CacheRestorer> restorer;
     if (copy == nullptr)
-        undo.emplace(target);
+        restorer.emplace(target);
     Rep& rep = *store.rep_;
     auto* const stanzas = rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
@@ -934,13 +934,13 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
         target.setCompanionFile(known.c_str());
     Companions read = rep.companions;
     std::string const companion = target.companionFile().getChars();
-    if (!companion.empty() && (isNamed || !read.isHeld(companion))) {
+    if (!companion.empty() && (isNamed || !read.isLoaded(companion))) {
         // After a replacement, the companion may be the one that a store of the new file wrote.
-        bool const canRetry = !undo || undo->canRestore();
+        bool const canRetry = !restorer || restorer->canRestore();
         try {
             ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
             ZBuffer_6_0 buffer;
-            bufferFrom(packed, buffer);
+            moveToBuffer(packed, buffer);
             target.be_read_obfuscated(buffer);
         } catch (...) {
             if (canRetry && file.isReplaced())
@@ -952,7 +952,7 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
                 return false;
             throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
         }
-        read.hold(companion);
+        read.addLoaded(companion);
     }
     file.close();
 
@@ -967,9 +967,9 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
         rep.companions.swap(read);
         throw;
     }
-    if (undo)
-        undo->done();
-    noteFile(store, path, file);
+    if (restorer)
+        restorer->dismiss();
+    recordFile(store, path, file);
     setModified(store, 0);
     return true;
 }
@@ -980,8 +980,8 @@ void ZProperties_6_0::load(char const* path)
     ZCancelGuard const uncancelled;
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
-    Setting const loading(loading_, 1);
-    raising(raiseInLoad, [&] {
+    ScopedValue const loading(loading_, 1);
+    translateErrors(raiseInLoad, [&] {
         for (int attempts = 1; !Rep::loadOnce(*this, chosen); ++attempts)
             if (attempts == kMaxAttempts)
                 throw ZJournaledFile::IoError{chosen, "fopen(r)", ESTALE};
@@ -994,12 +994,12 @@ void ZProperties_6_0::reload(char const* path)
     Hold const hold(*this);
     if (isEmpty(path) && fileName_.isEmpty())
         ZInvalidParameterException_6_0().throwException(kSource, raiseInReload);
-    raising(raiseInReload, [&] {
-        std::unique_ptr<ZPCache_6_0> empty(rep_->direct != nullptr ? cache_->makeEmpty()
-                                                                   : Rep::copyOf(*this).release());
-        std::optional<Rep::Undo> undo;
+    translateErrors(raiseInReload, [&] {
+        std::unique_ptr<ZPCache_6_0> empty(
+            rep_->direct != nullptr ? cache_->makeEmpty() : Rep::copyCache(*this).release());
+        std::optional<Rep::CacheRestorer> restorer;
         if (empty == nullptr)
-            undo.emplace(*cache_);
+            restorer.emplace(*cache_);
         else if (rep_->direct == nullptr)
             empty->clear();
         Rep::Companions companions;
@@ -1016,8 +1016,8 @@ void ZProperties_6_0::reload(char const* path)
             rep_->companions.swap(companions);
             throw;
         }
-        if (undo)
-            undo->done();
+        if (restorer)
+            restorer->dismiss();
     });
 }
 
@@ -1026,8 +1026,8 @@ void ZProperties_6_0::store(char const* path)
     ZCancelGuard const uncancelled;
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
-    raising(raiseInStore, [&] {
-        std::string const named = Rep::companionOf(*this);
+    translateErrors(raiseInStore, [&] {
+        std::string const named = Rep::companionPath(*this);
         std::string companion = named;
         bool const hasItems = cache_->obfuscatedItemCount() > 0;
         // Two files with the same companion would overwrite each other's values.
@@ -1038,8 +1038,8 @@ void ZProperties_6_0::store(char const* path)
                 (companion.empty() ? ZJournaledFile::likelyCompanion(chosen) : companion).c_str());
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
-        std::unique_ptr<ZPCache_6_0> edited;  // the contents with another companion entry
-        std::optional<Rep::Undo> undo;        // if the cache itself had to be edited
+        std::unique_ptr<ZPCache_6_0> edited;         // the contents with another companion entry
+        std::optional<Rep::CacheRestorer> restorer;  // if the cache itself had to be edited
         ZPCache_6_0* source = cache_;
         ZJournaledFile::Companion change;
         ZBuffer_6_0 packed;
@@ -1049,7 +1049,7 @@ void ZProperties_6_0::store(char const* path)
             if (Rep::companionEntry(*this) == companion)
                 cache_->setCompanionFile(companion.c_str());
             else
-                source = Rep::nameCompanion(*this, companion.c_str(), edited, undo);
+                source = Rep::setCompanion(*this, companion.c_str(), edited, restorer);
             source->be_write_obfuscated(packed);
         }
         Rep::Companions companions = rep_->companions;
@@ -1059,16 +1059,16 @@ void ZProperties_6_0::store(char const* path)
             change.contents = viewOf(packed);
             change.isNamed =
                 companion == named || (rep_->isStanzaFile && Rep::namesOwnCompanion(file));
-            companions.hold(companion);
+            companions.addLoaded(companion);
         } else {
-            companions.releaseAll();
+            companions.setAllUnloaded();
             change.path = Rep::companionToRemove(*this, file, named);
             if (!change.path.empty()) {
                 change.change = ZJournaledFile::Companion::removed;
                 companions.remove(change.path);
             }
             if (!companion.empty())
-                source = Rep::nameCompanion(*this, nullptr, edited, undo);
+                source = Rep::setCompanion(*this, nullptr, edited, restorer);
         }
 
         ZBuffer_6_0 text;
@@ -1079,10 +1079,10 @@ void ZProperties_6_0::store(char const* path)
 
         if (edited != nullptr)
             Rep::exchange(*this, edited);
-        if (undo)
-            undo->done();
+        if (restorer)
+            restorer->dismiss();
         rep_->companions.swap(companions);
-        Rep::noteFile(*this, chosen, file);
+        Rep::recordFile(*this, chosen, file);
         loading_ = 0;
         Rep::setModified(*this, 0);
     });
@@ -1128,7 +1128,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
     };
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
-    raising(raiseInCheckFileAccess, [&] {
+    translateErrors(raiseInCheckFileAccess, [&] {
         if (access(path, F_OK) == 0) {
             check(path);
             return;
@@ -1157,11 +1157,11 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
 void ZProperties_6_0::setValue(char const* category, char const* key, char const* value,
                                int obfuscated)
 {
-    needStorable(category, key);
+    requireValidKey(category, key);
     bool const reserved =
         strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
     if (obfuscated == 0)
-        needStorableValue(key, value);
+        requireValidValue(key, value);
     else if (reserved)  // an obfuscated entry is not in the file: load() would miss the companion
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
@@ -1169,7 +1169,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
     if (!isEmpty(value))
         checkAccess(category, key, obfuscated);
     cache_->addLine(category, key, value, obfuscated);
-    Rep::changed(*this, std::move(notice));
+    Rep::recordChange(*this, std::move(notice));
 }
 
 void ZProperties_6_0::setValue(char const* category, char const* key, ZLCString_6_0 const& value,
@@ -1185,7 +1185,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key, ZUTF8Strin
     toLocal(value, local);
     Hold const hold(*this);
     if (local.isEmpty()) {
-        needStorable(category, key);
+        requireValidKey(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }
@@ -1205,7 +1205,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key,
     toLocal(value, local);
     Hold const hold(*this);
     if (local.isEmpty()) {
-        needStorable(category, key);
+        requireValidKey(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }
@@ -1214,7 +1214,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key,
 
 void ZProperties_6_0::setIntegerValue(char const* category, char const* key, unsigned int value)
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     checkAccess(category, key, 0);
     setValue(category, key, ZLCString_6_0(value), 0);
@@ -1222,7 +1222,7 @@ void ZProperties_6_0::setIntegerValue(char const* category, char const* key, uns
 
 void ZProperties_6_0::setBooleanValue(char const* category, char const* key, int value)
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     checkAccess(category, key, 0);
     setValue(category, key, value != 0 ? "yes" : "no", 0);
@@ -1230,11 +1230,11 @@ void ZProperties_6_0::setBooleanValue(char const* category, char const* key, int
 
 void ZProperties_6_0::deleteKey(char const* category, char const* key)
 {
-    needNames(category, key);
+    requireNames(category, key);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, category, key);
     Hold const hold(*this);
     cache_->delLine(category, key);
-    Rep::changed(*this, std::move(notice));
+    Rep::recordChange(*this, std::move(notice));
 }
 
 // Returns the strings to add to the cache one after another: the lines of a comment after
@@ -1281,7 +1281,7 @@ void ZProperties_6_0::addFileComment(char const* comment)
 
 void ZProperties_6_0::addEntryComment(char const* category, char const* key, char const* comment)
 {
-    needStorable(category, key);
+    requireValidKey(category, key);
     Hold const hold(*this);
     Rep::addComment(*this, comment, [&](ZPCache_6_0& cache, char const* line) {
         cache.addLineComment(category, key, line);
@@ -1304,7 +1304,7 @@ void ZProperties_6_0::setAttributes(unsigned long attributes, void* argument)
 
 void ZProperties_6_0::checkAccess(char const* category, char const* key, int obfuscated)
 {
-    needNames(category, key);
+    requireNames(category, key);
     Hold const hold(*this);
     bool const hidden = cache_->isObfuscated(category, key) != 0;
     bool plain;
@@ -1350,81 +1350,81 @@ namespace {
 // A store that a thread is loading. The registry is locked only while the maps are accessed. A
 // thread that loads or waits holds only locks that it held on entry, so no two threads can wait for
 // each other.
-struct Making {
+struct PendingLoad {
     ZAbstractPropertiesFactory_6_0 const* factory;
     std::string path;
     pthread_t thread;
-    bool done = false;  // guarded by Makings::mutex
+    bool done = false;  // guarded by PendingLoads::mutex
 };
 
-struct Makings {
-    // Waits until the thread that loads `making` has finished.
+struct PendingLoads {
+    // Waits until the thread that loads `load` has finished.
     // throws  ZJournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the calling
     //         thread, or waits, directly or through other threads, for a store that the calling
     //         thread is loading.
-    void waitFor(Making const& making);
+    void waitFor(PendingLoad const& load);
 
-    std::vector<std::shared_ptr<Making>> list;  // guarded by the registry
+    std::vector<std::shared_ptr<PendingLoad>> list;  // guarded by the registry
     std::mutex mutex;
     std::condition_variable ended;
 
 private:
     struct Wait {
         pthread_t thread;
-        Making const* making;
+        PendingLoad const* load;
     };
-    Making const* waitedForBy(pthread_t thread) const;
+    PendingLoad const* waitedForBy(pthread_t thread) const;
 
     std::vector<Wait> waits_;  // guarded by mutex
 };
 
-Making const* Makings::waitedForBy(pthread_t thread) const
+PendingLoad const* PendingLoads::waitedForBy(pthread_t thread) const
 {
     for (Wait const& wait : waits_)
         if (pthread_equal(wait.thread, thread))
-            return wait.making;
+            return wait.load;
     return nullptr;
 }
 
-void Makings::waitFor(Making const& making)
+void PendingLoads::waitFor(PendingLoad const& load)
 {
     pthread_t const self = pthread_self();
     std::unique_lock<std::mutex> guard(mutex);
-    for (Making const* next = &making; next != nullptr && !next->done;
+    for (PendingLoad const* next = &load; next != nullptr && !next->done;
          next = waitedForBy(next->thread))
         if (pthread_equal(next->thread, self))
-            throw ZJournaledFile::IoError{making.path, "fcntl()", EDEADLK};
-    waits_.push_back({self, &making});
-    ended.wait(guard, [&] { return making.done; });
+            throw ZJournaledFile::IoError{load.path, "fcntl()", EDEADLK};
+    waits_.push_back({self, &load});
+    ended.wait(guard, [&] { return load.done; });
     std::erase_if(waits_, [&](Wait const& wait) { return pthread_equal(wait.thread, self); });
 }
 
-Makings& makings()
+PendingLoads& pendingLoads()
 {
-    static Makings* const all = new Makings;
-    return *all;
+    static PendingLoads* const loads = new PendingLoads;
+    return *loads;
 }
 
 // Marks the load as finished, whatever its outcome.
-class EndOfMaking {
+class PendingLoadGuard {
 public:
-    explicit EndOfMaking(std::shared_ptr<Making> const& making) : making_(making) {}
-    EndOfMaking(EndOfMaking const&) = delete;
-    EndOfMaking& operator=(EndOfMaking const&) = delete;
-    ~EndOfMaking()
+    explicit PendingLoadGuard(std::shared_ptr<PendingLoad> const& load) : load_(load) {}
+    PendingLoadGuard(PendingLoadGuard const&) = delete;
+    PendingLoadGuard& operator=(PendingLoadGuard const&) = delete;
+    ~PendingLoadGuard()
     {
-        Makings& all = makings();
+        PendingLoads& loads = pendingLoads();
         zreporting::runCleanup({kSource, raiseInGetPropertiesFor}, [&] {
             ZPropRegistry_6_0 const registry;
-            std::erase(all.list, making_);
+            std::erase(loads.list, load_);
         });
-        std::lock_guard<std::mutex> const guard(all.mutex);
-        making_->done = true;
-        all.ended.notify_all();
+        std::lock_guard<std::mutex> const guard(loads.mutex);
+        load_->done = true;
+        loads.ended.notify_all();
     }
 
 private:
-    std::shared_ptr<Making> const making_;
+    std::shared_ptr<PendingLoad> const load_;
 };
 
 }  // namespace
@@ -1437,31 +1437,32 @@ ZProperties_6_0* ZProperties_6_0::getPropertiesFor(char const* path,
         ZInvalidParameterException_6_0().throwException(kSource, raiseInGetPropertiesFor);
     ZCancelGuard const uncancelled;
     ZProperties_6_0* found = nullptr;
-    raising(raiseInGetPropertiesFor, [&] {
+    translateErrors(raiseInGetPropertiesFor, [&] {
         ZLCString_6_0 const key(path);
-        Makings& all = makings();
+        PendingLoads& loads = pendingLoads();
         for (;;) {
-            auto const mine = std::make_shared<Making>(Making{&factory, path, pthread_self()});
-            std::shared_ptr<Making> other;
+            auto const own =
+                std::make_shared<PendingLoad>(PendingLoad{&factory, path, pthread_self()});
+            std::shared_ptr<PendingLoad> pending;
             {
                 ZPropRegistry_6_0 const registry;
                 found = static_cast<ZProperties_6_0*>(factory.map_.getEntry(&key));
-                for (auto const& making : all.list)
-                    if (making->factory == &factory && making->path == path)
-                        other = making;
-                if (found == nullptr && other == nullptr)
-                    all.list.push_back(mine);
+                for (auto const& load : loads.list)
+                    if (load->factory == &factory && load->path == path)
+                        pending = load;
+                if (found == nullptr && pending == nullptr)
+                    loads.list.push_back(own);
             }
             if (found != nullptr) {
                 found->refresh(path, force);
                 return;
             }
-            if (other == nullptr) {
-                EndOfMaking const end(mine);
+            if (pending == nullptr) {
+                PendingLoadGuard const end(own);
                 found = makeFor(key, factory);
                 return;
             }
-            all.waitFor(*other);
+            loads.waitFor(*pending);
         }
     });
     return found;
@@ -1473,7 +1474,7 @@ ZProperties_6_0* ZProperties_6_0::makeFor(ZLCString_6_0 const& path,
 {
     std::unique_ptr<ZProperties_6_0> store;
     {
-        ZResourceLock_6_0 const making(factory.lock_);
+        ZResourceLock_6_0 const guard(factory.lock_);
         store.reset(factory.makePropertiesInstance());
     }
     if (store == nullptr)

@@ -39,7 +39,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         void push(std::unique_ptr<Notice> notice);
         std::unique_ptr<Notice> pop();  // requires a queue that is not empty
         bool isEmpty() const { return first_ == nullptr; }
-        void takeFrom(Queue& other);  // requires an empty queue
+        void moveFrom(Queue& other);  // requires an empty queue
 
     private:
         Notice* first_ = nullptr;
@@ -97,12 +97,12 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
                                               char const* category, char const* key);
 
     /// Sets the modified flag and, except during load(), queues the notice.
-    static void changed(ZProperties_6_0& store, std::unique_ptr<Notice> notice);
+    static void recordChange(ZProperties_6_0& store, std::unique_ptr<Notice> notice);
 
     /// Sends all queued notices.
     /// throws  the first exception of an observer, after the last notice. During stack unwinding
     ///         it is reported instead, as are all further exceptions.
-    static void send(ZProperties_6_0& store, Queue& queue);
+    static void sendNotices(ZProperties_6_0& store, Queue& queue);
 
     /// Stores the last value of (category, key) in `value` and returns true; returns false if there
     /// is no value.
@@ -111,17 +111,17 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Returns a copy of the store's cache; null if it is of a class outside the library that does
     /// not clone itself. Then the caller has to change the cache itself.
-    static std::unique_ptr<ZPCache_6_0> copyOf(ZProperties_6_0 const& store);
+    static std::unique_ptr<ZPCache_6_0> copyCache(ZProperties_6_0 const& store);
 
-    // Restores the contents of a cache in the destructor, unless done() was called. For caches that
-    // cannot be copied. Restores no fields of derived classes.
-    class Undo {
+    // Restores the contents of a cache in the destructor, unless dismiss() was called. For caches
+    // that cannot be copied. Restores no fields of derived classes.
+    class CacheRestorer {
     public:
-        explicit Undo(ZPCache_6_0& cache);
-        Undo(Undo const&) = delete;
-        Undo& operator=(Undo const&) = delete;
-        ~Undo();
-        void done() { isDone_ = true; }
+        explicit CacheRestorer(ZPCache_6_0& cache);
+        CacheRestorer(CacheRestorer const&) = delete;
+        CacheRestorer& operator=(CacheRestorer const&) = delete;
+        ~CacheRestorer();
+        void dismiss() { isDismissed_ = true; }
 
         /// Returns whether all contents are restored, not only the name of the companion.
         bool canRestore() const { return before_ != nullptr; }
@@ -130,14 +130,14 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         ZPCache_6_0& cache_;
         std::unique_ptr<ZPCategoryBasedCache_6_0> before_;
         std::string const companionFile_;  // restored if `before_` is null
-        bool isDone_ = false;
+        bool isDismissed_ = false;
     };
 
     /// Exchanges the contents of the store with those in `copy`. Does not throw.
     static void exchange(ZProperties_6_0& store, std::unique_ptr<ZPCache_6_0>& copy);
 
     /// Returns `path`, or the file name if `path` is null or empty. Reserves memory for the path as
-    /// the file name, so that noteFile() does not throw.
+    /// the file name, so that recordFile() does not throw.
     /// throws  ZInvalidParameterException_6_0 if there is neither a path nor a file name.
     static char const* choosePath(ZProperties_6_0& store, char const* path);
 
@@ -148,7 +148,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Records that `file` was loaded or stored by `path`: the first path becomes the file name,
     /// and the state of the file is recorded if fileName() or `sharedPath` leads to it.
-    static void noteFile(ZProperties_6_0& store, char const* path, ZJournaledFile const& file);
+    static void recordFile(ZProperties_6_0& store, char const* path, ZJournaledFile const& file);
 
     /// Sets the modified flag, which isCurrent() reads without the store's lock.
     static void setModified(ZProperties_6_0& store, int modified)
@@ -166,14 +166,14 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static std::string companionEntry(ZProperties_6_0 const& store);
 
     /// Returns the path of the companion file that the contents name; empty if they name no file.
-    static std::string companionOf(ZProperties_6_0 const& store);
+    static std::string companionPath(ZProperties_6_0 const& store);
 
     /// Stores in `edited` a copy of the cache in which `path` is the companion and the value of the
     /// entry that names it, and returns the copy. If `path` is null, the copy has neither. A cache
-    /// that cannot be copied is changed itself, after constructing `undo`.
-    static ZPCache_6_0* nameCompanion(ZProperties_6_0& store, char const* path,
-                                      std::unique_ptr<ZPCache_6_0>& edited,
-                                      std::optional<Undo>& undo);
+    /// that cannot be copied is changed itself, after constructing `restorer`.
+    static ZPCache_6_0* setCompanion(ZProperties_6_0& store, char const* path,
+                                     std::unique_ptr<ZPCache_6_0>& edited,
+                                     std::optional<CacheRestorer>& restorer);
 
     /// Returns the companion to remove when `file` is stored without obfuscated values: the file's
     /// own companion, if the contents or the old text name it, or if the store has used it before.
@@ -209,13 +209,13 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     public:
         struct Companion {
             std::string path;
-            bool isHeld;  // the store has its values and need not read it again
+            bool isLoaded;  // the store has its values and need not read it again
         };
 
-        bool isHeld(std::string const& path) const;
-        void hold(std::string const& path);
+        bool isLoaded(std::string const& path) const;
+        void addLoaded(std::string const& path);
         void remove(std::string const& path);
-        void releaseAll();  // the contents no longer have obfuscated values
+        void setAllUnloaded();  // the contents no longer have obfuscated values
         std::vector<Companion> const& list() const { return list_; }
         void swap(Companions& other) { list_.swap(other.list_); }
 
@@ -267,7 +267,7 @@ void ZProperties_6_0::Rep::addComment(ZProperties_6_0& store, char const* commen
         for (unsigned i = 0; i < texts->size(); ++i)
             add(cache, static_cast<ZLCString_6_0*>(texts->get(i))->getChars());
     };
-    std::unique_ptr<ZPCache_6_0> copy = texts->size() > 1 ? copyOf(store) : nullptr;
+    std::unique_ptr<ZPCache_6_0> copy = texts->size() > 1 ? copyCache(store) : nullptr;
     if (copy != nullptr) {
         addAll(*copy);
         exchange(store, copy);

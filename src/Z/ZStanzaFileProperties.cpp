@@ -239,7 +239,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             // setValue() created the lines; nothing after it throws.
             strings.removeFirst();
             if (emptied != nullptr)
-                Rep::changed(*this, std::move(emptied));
+                Rep::recordChange(*this, std::move(emptied));
         }
         strings.moveTo(existing);
     } catch (...) {
@@ -276,7 +276,7 @@ void ZStanzaFileProperties_6_0::addStanza(char const* stanza)
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::added, stanza, nullptr);
     Hold const hold(*this);
     cache().addLine(stanza, nullptr, 0);
-    Rep::changed(*this, std::move(notice));
+    Rep::recordChange(*this, std::move(notice));
 }
 
 void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
@@ -285,7 +285,7 @@ void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, nullptr);
     Hold const hold(*this);
     cache().delLine(stanza);
-    Rep::changed(*this, std::move(notice));
+    Rep::recordChange(*this, std::move(notice));
 }
 
 void ZStanzaFileProperties_6_0::addStanzaComment(char const* stanza, char const* comment)
