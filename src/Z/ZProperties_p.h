@@ -1,4 +1,4 @@
-// ZProperties_p: the hidden state of the configuration store, shared by its sources: queued
+// ZProperties_p: the sites of reports and the hidden state of the configuration store: queued
 // notices, strings to add to a list, all-or-nothing changes of the cache, and companion files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZJournaledFile, ZArrayList,
@@ -13,10 +13,85 @@
 #include <vector>
 
 #include "ZArrayList.h"
+#include "ZException.h"
 #include "ZLCString.h"
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
+#include "memory/out_of_memory.h"
 #include "store/journaled_file.h"
+
+namespace zproperties {
+
+inline constexpr char kSource[] = "src/Z/ZProperties";
+
+// Stable ids in reports; log scanners match them. See docs/failures.md.
+enum RaiseSite {
+    raiseInConstructor = 60,
+    raiseInCopy = 70,
+    raiseForNames = 75,
+    raiseForDefault = 85,
+    raiseForMissing = 95,
+    raiseForNumber = 160,
+    raiseForTruth = 185,
+    raiseInGetValues = 210,
+    reportInSend = 235,
+    reportInHold = 247,
+    raiseForPath = 260,
+    raiseInLoad = 290,
+    raiseInReload = 340,
+    raiseInStore = 400,
+    raiseForNewText = 450,
+    raiseForConversion = 465,
+    raiseForComment = 480,
+    raiseInCheckAccess = 510,
+    raiseInCheckFileAccess = 540,
+    raiseInGetPropertiesFor = 600
+};
+
+// The reserved entry: the path of the companion file.
+inline constexpr char kReservedCategory[] = "configuration-database";
+inline constexpr char kReservedKey[] = "file";
+
+using Text = ZPCategoryBasedCache_6_0::Text;
+
+inline bool isEmpty(char const* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+inline void requireName(char const* category)
+{
+    if (isEmpty(category))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
+}
+
+inline void requireNames(char const* category, char const* key)
+{
+    if (isEmpty(category) || isEmpty(key))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNames);
+}
+
+// Runs `body` and translates its errors into exceptions of the library.
+template <class Body>
+void translateErrors(RaiseSite site, Body body)
+{
+    try {
+        zmemory::translateBadAlloc(kSource, site, body);
+    } catch (ZJournaledFile::IoError const& failure) {
+        ZPropertiesIOException_6_0(failure.file.c_str(), failure.call, failure.error)
+            .throwException(kSource, site);
+    }
+}
+
+inline void requireValidValue(char const* key, char const* value)
+{
+    // An empty value leaves the key without values; its line is "key =".
+    if (value != nullptr && *value != '\0' &&
+        ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+}
+
+}  // namespace zproperties
 
 // A queued notice of a change.
 struct __attribute__((visibility("hidden"))) ZProperties_6_0::Notice : ZPropertyChanged_6_0 {
@@ -180,6 +255,10 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// Empty if there is no such file, or if it may belong to another file.
     static std::string companionToRemove(ZProperties_6_0 const& store, ZJournaledFile const& file,
                                          std::string const& named);
+
+    /// Returns whether `companion` belongs to another existing file: its path is that file's and
+    /// ".obf".
+    static bool belongsToAnotherFile(std::string const& companion, char const* path);
 
     /// Returns whether the text of `file` names the companion that belongs to its path.
     static bool namesOwnCompanion(ZJournaledFile const& file);

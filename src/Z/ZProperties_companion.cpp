@@ -1,0 +1,163 @@
+// The companion file of a store: its name, whether the store has read it, and when it is removed.
+#include <ctype.h>
+#include <errno.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZPropertiesImpl.h"
+#include "ZProperties_p.h"
+#include "store/journaled_file.h"
+
+using namespace zproperties;
+
+namespace {
+
+std::string_view trimmed(std::string_view text)
+{
+    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
+    while (!text.empty() && isSpace(text.back()))
+        text.remove_suffix(1);
+    while (!text.empty() && isSpace(text.front()))
+        text.remove_prefix(1);
+    return text;
+}
+
+}  // namespace
+
+std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
+{
+    Text entry;
+    return lastValue(store, kReservedCategory, kReservedKey, entry)
+               ? std::string(entry.chars, entry.length)
+               : std::string();
+}
+
+std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)
+{
+    std::string const entry = companionEntry(store);
+    // As it is read back from the text.
+    std::string_view const path = trimmed(entry);
+    return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
+}
+
+bool ZProperties_6_0::Rep::Companions::isLoaded(std::string const& path) const
+{
+    for (Companion const& companion : list_)
+        if (companion.path == path)
+            return companion.isLoaded;
+    return false;
+}
+
+void ZProperties_6_0::Rep::Companions::addLoaded(std::string const& path)
+{
+    remove(path);
+    if (list_.size() == kMaxCount)
+        list_.erase(list_.begin());
+    list_.push_back({path, true});
+}
+
+void ZProperties_6_0::Rep::Companions::remove(std::string const& path)
+{
+    std::erase_if(list_, [&](Companion const& companion) { return companion.path == path; });
+}
+
+void ZProperties_6_0::Rep::Companions::setAllUnloaded()
+{
+    for (Companion& companion : list_)
+        companion.isLoaded = false;
+}
+
+namespace {
+
+// Returns the path of the companion that the text of a stanza file names; empty if it names no
+// file.
+std::string companionNamedIn(std::string_view text)
+{
+    std::string_view rest = text;
+    std::string const head = std::string("[") + kReservedCategory + "]";
+    size_t const at = rest.find(head);
+    if (at == rest.npos)
+        return std::string();
+    // Start with the whole line: the match may be in a comment or a value.
+    size_t const lineEnd = rest.rfind('\n', at);
+    rest.remove_prefix(lineEnd == rest.npos ? 0 : lineEnd + 1);
+    std::string_view companion;
+    for (bool isInside = false; !rest.empty();) {
+        size_t const end = rest.find('\n');
+        std::string_view const line = trimmed(rest.substr(0, end));
+        rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
+        size_t const sign = line.find('=');
+        if (line.starts_with('[')) {
+            if (isInside)
+                break;
+            isInside = line.starts_with(head);
+        } else if (isInside && sign != line.npos && trimmed(line.substr(0, sign)) == kReservedKey) {
+            companion = trimmed(line.substr(sign + 1));
+        }
+    }
+    return std::string(companion);
+}
+
+}  // namespace
+
+bool ZProperties_6_0::Rep::belongsToAnotherFile(std::string const& companion, char const* path)
+{
+    static constexpr std::string_view kEnd = ".obf";
+    if (companion.size() <= kEnd.size() || !companion.ends_with(kEnd))
+        return false;
+    struct stat owner;
+    struct stat file;
+    std::string const other = companion.substr(0, companion.size() - kEnd.size());
+    return stat(other.c_str(), &owner) == 0 && S_ISREG(owner.st_mode) &&
+           (stat(path, &file) != 0 || file.st_dev != owner.st_dev || file.st_ino != owner.st_ino);
+}
+
+std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store,
+                                                    ZJournaledFile const& file,
+                                                    std::string const& named)
+{
+    auto const isRemovable = [&file](std::string const& path) {
+        return !path.empty() && file.mayRemove(path);
+    };
+    auto const exists = [](std::string const& path) {
+        struct stat status;
+        return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
+    };
+    if (isRemovable(named))
+        return named;
+    for (Companions::Companion const& known : store.rep_->companions.list())
+        if (isRemovable(known.path) && exists(known.path))
+            return known.path;
+    // The store may never have read the file that it overwrites, so the old text has to be checked.
+    std::string before = store.rep_->isStanzaFile ? companionNamedIn(file.text()) : std::string();
+    return isRemovable(before) && exists(before) ? before : std::string();
+}
+
+bool ZProperties_6_0::Rep::namesOwnCompanion(ZJournaledFile const& file)
+{
+    std::string const entry = companionNamedIn(file.text());
+    return !entry.empty() && file.isOwnCompanion(entry);
+}
+
+ZPCache_6_0* ZProperties_6_0::Rep::setCompanion(ZProperties_6_0& store, char const* path,
+                                                std::unique_ptr<ZPCache_6_0>& edited,
+                                                std::optional<CacheRestorer>& restorer)
+{
+    edited = copyCache(store);
+    if (edited == nullptr)
+        restorer.emplace(*store.cache_);
+    ZPCache_6_0* const target = edited != nullptr ? edited.get() : store.cache_;
+    if (path != nullptr) {
+        requireValidValue(kReservedKey, path);
+        target->addLine(kReservedCategory, kReservedKey, path, 0);
+    } else {
+        target->delLine(kReservedCategory, kReservedKey);
+    }
+    target->setCompanionFile(path);
+    return target;
+}

@@ -1,0 +1,415 @@
+// Loading and storing files.
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZPropertiesImpl.h"
+#include "ZProperties_p.h"
+#include "reporting/failures.h"
+#include "store/journaled_file.h"
+#include "store/limits.h"
+
+using namespace zproperties;
+
+namespace {
+
+constexpr size_t kWorkingDirectory = 1024;
+
+// Sets an int in this scope.
+class ScopedValue {
+public:
+    ScopedValue(int& flag, int value) : flag_(flag), before_(flag) { flag = value; }
+    ScopedValue(ScopedValue const&) = delete;
+    ScopedValue& operator=(ScopedValue const&) = delete;
+    ~ScopedValue() { flag_ = before_; }
+
+private:
+    int& flag_;
+    int const before_;
+};
+
+void moveToBuffer(ZJournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
+{
+    size_t const length = bytes.length();
+    buffer.setBufferNoCopy(length, bytes.release());
+}
+
+std::string_view viewOf(ZBuffer_6_0 const& buffer)
+{
+    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+}
+
+struct CloseFile {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+}  // namespace
+
+// ---- Files -------------------------------------------------------------------------------------
+
+namespace {
+
+// Parses `text` into a cache. A cache of a class outside the library reads it from a stream.
+void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::string_view text)
+{
+    if (stanzas != nullptr) {
+        stanzas->readText(path, text.data(), text.size());
+        return;
+    }
+    char none[1] = "";
+    char* const data = text.empty() ? none : const_cast<char*>(text.data());
+    File const file(fmemopen(data, text.size(), "r"));
+    if (file == nullptr)
+        throw ZJournaledFile::IoError{path, "fmemopen()", errno};
+    cache.be_read(path, file.get());
+}
+
+// An output stream in memory. The C library's own does not report bytes that it dropped for lack of
+// memory.
+struct MemoryStream {
+    std::string text;
+    size_t place = 0;     // position of the next byte
+    bool isLost = false;  // bytes were dropped for lack of memory
+
+    static ssize_t write(void* stream, char const* bytes, size_t length)
+    {
+        auto& [text, place, isLost] = *static_cast<MemoryStream*>(stream);
+        try {
+            text.resize(std::max(text.size(), place + length));
+        } catch (std::exception const&) {
+            isLost = true;
+            errno = ENOMEM;
+            return 0;
+        }
+        memcpy(text.data() + place, bytes, length);
+        place += length;
+        return static_cast<ssize_t>(length);
+    }
+
+    static int seek(void* stream, off64_t* offset, int from)
+    {
+        auto& [text, place, isLost] = *static_cast<MemoryStream*>(stream);
+        size_t const base = from == SEEK_SET ? 0 : from == SEEK_CUR ? place : text.size();
+        off64_t const target = static_cast<off64_t>(base) + *offset;
+        if (target < 0) {
+            errno = EINVAL;
+            return -1;
+        }
+        *offset = target;
+        place = static_cast<size_t>(target);
+        return 0;
+    }
+};
+
+// Writes the text of a cache. A cache of a class outside the library writes it to a stream.
+void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer_6_0& text)
+{
+    if (stanzas != nullptr) {
+        stanzas->writeText(text);
+        return;
+    }
+    MemoryStream written;
+    File const file(
+        fopencookie(&written, "w", {nullptr, MemoryStream::write, MemoryStream::seek, nullptr}));
+    if (file == nullptr)
+        throw ZJournaledFile::IoError{path, "fopencookie()", errno};
+    cache.be_write(path, file.get());
+    bool const failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
+    if (failed || written.isLost)
+        throw ZJournaledFile::IoError{path, "fwrite()", written.isLost ? ENOMEM : errno};
+    text.setBuffer(written.text.size(), written.text.data());
+}
+
+}  // namespace
+
+char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const* path)
+{
+    ZLCString_6_0& name = store.fileName_;
+    if (isEmpty(path)) {
+        if (name.isEmpty())
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
+        return name.getChars();
+    }
+    if (name.isEmpty())
+        name.setCapacity(static_cast<unsigned>(strlen(path)));
+    return path;
+}
+
+void ZProperties_6_0::Rep::recordFile(ZProperties_6_0& store, char const* path,
+                                      ZJournaledFile const& file)
+{
+    ZJournaledFile::Stamp const& stamp = file.stamp();
+    // Returns whether `name` leads to the file, even if it is not `path`.
+    auto const isNameOf = [&](char const* name) {
+        struct stat status;
+        return strcmp(name, path) == 0 ||
+               (stat(name, &status) == 0 && status.st_dev == stamp.device &&
+                status.st_ino == stamp.inode);
+    };
+    if (store.fileName_.isEmpty())
+        store.fileName_ = path;
+    if (isNameOf(store.fileName_.getChars()))
+        store.timeStamp_ = stamp.seconds;
+    Rep& rep = *store.rep_;
+    if (rep.sharedPath.empty() || !isNameOf(rep.sharedPath.c_str()))
+        return;
+    std::lock_guard<std::mutex> const guard(rep.stampMutex_);
+    rep.sharedStamp_ = stamp;
+}
+
+bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store)
+{
+    if (std::atomic_ref<int>(store.modified_).load(std::memory_order_relaxed) != 0)
+        return true;
+    struct stat status;
+    return stat(store.rep_->sharedPath.c_str(), &status) != 0 ||
+           ZJournaledFile::Stamp(status) == store.rep_->sharedStamp();
+}
+
+bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
+{
+    // Reads the file into a copy of the cache, so that a failure changes nothing.
+    std::unique_ptr<ZPCache_6_0> copy = copyCache(store);
+    ZPCache_6_0& target = copy != nullptr ? *copy : *store.cache_;
+    std::optional<CacheRestorer> restorer;
+    if (copy == nullptr)
+        restorer.emplace(target);
+    Rep& rep = *store.rep_;
+    auto* const stanzas = rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
+
+    ZJournaledFile file(path, ZJournaledFile::Mode::load);
+    std::string const known = target.companionFile().getChars();
+    target.setCompanionFile(nullptr);
+    parse(target, stanzas, path, file.text());
+    // Read a companion that the text names, even if the store has read it before: the stanzas of
+    // the text are new to the store, so the earlier values have been removed since.
+    bool const isNamed = !target.companionFile().isEmpty();
+    if (!isNamed)
+        target.setCompanionFile(known.c_str());
+    Companions read = rep.companions;
+    std::string const companion = target.companionFile().getChars();
+    if (!companion.empty() && (isNamed || !read.isLoaded(companion))) {
+        // After a replacement, the companion may be the one that a store of the new file wrote.
+        bool const canRetry = !restorer || restorer->canRestore();
+        try {
+            ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
+            ZBuffer_6_0 buffer;
+            moveToBuffer(packed, buffer);
+            target.be_read_obfuscated(buffer);
+        } catch (...) {
+            if (canRetry && file.isReplaced())
+                return false;
+            throw;
+        }
+        if (file.isReplaced()) {
+            if (canRetry)
+                return false;
+            throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
+        }
+        read.addLoaded(companion);
+    }
+    file.close();
+
+    rep.companions.swap(read);
+    if (copy != nullptr)
+        exchange(store, copy);
+    try {
+        store.postLoad(path);
+    } catch (...) {
+        if (copy != nullptr)
+            exchange(store, copy);
+        rep.companions.swap(read);
+        throw;
+    }
+    if (restorer)
+        restorer->dismiss();
+    recordFile(store, path, file);
+    setModified(store, 0);
+    return true;
+}
+
+void ZProperties_6_0::load(char const* path)
+{
+    constexpr int kMaxAttempts = 100;
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    char const* const chosen = Rep::choosePath(*this, path);
+    ScopedValue const loading(loading_, 1);
+    translateErrors(raiseInLoad, [&] {
+        for (int attempts = 1; !Rep::loadOnce(*this, chosen); ++attempts)
+            if (attempts == kMaxAttempts)
+                throw ZJournaledFile::IoError{chosen, "fopen(r)", ESTALE};
+    });
+}
+
+void ZProperties_6_0::reload(char const* path)
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    if (isEmpty(path) && fileName_.isEmpty())
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInReload);
+    translateErrors(raiseInReload, [&] {
+        std::unique_ptr<ZPCache_6_0> empty(
+            rep_->direct != nullptr ? cache_->makeEmpty() : Rep::copyCache(*this).release());
+        std::optional<Rep::CacheRestorer> restorer;
+        if (empty == nullptr)
+            restorer.emplace(*cache_);
+        else if (rep_->direct == nullptr)
+            empty->clear();
+        Rep::Companions companions;
+        rep_->companions.swap(companions);
+        if (empty != nullptr)
+            Rep::exchange(*this, empty);
+        try {
+            if (empty == nullptr)
+                cache_->clear();
+            load(path);
+        } catch (...) {
+            if (empty != nullptr)
+                Rep::exchange(*this, empty);
+            rep_->companions.swap(companions);
+            throw;
+        }
+        if (restorer)
+            restorer->dismiss();
+    });
+}
+
+void ZProperties_6_0::store(char const* path)
+{
+    ZCancelGuard const uncancelled;
+    Hold const hold(*this);
+    char const* const chosen = Rep::choosePath(*this, path);
+    translateErrors(raiseInStore, [&] {
+        std::string const named = Rep::companionPath(*this);
+        std::string companion = named;
+        bool const hasItems = cache_->obfuscatedItemCount() > 0;
+        // Two files with the same companion would overwrite each other's values.
+        if (hasItems && Rep::belongsToAnotherFile(companion, chosen))
+            companion.clear();
+        if (hasItems)
+            checkFileAccess(
+                (companion.empty() ? ZJournaledFile::likelyCompanion(chosen) : companion).c_str());
+
+        ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
+        std::unique_ptr<ZPCache_6_0> edited;         // the contents with another companion entry
+        std::optional<Rep::CacheRestorer> restorer;  // if the cache itself had to be edited
+        ZPCache_6_0* source = cache_;
+        ZJournaledFile::Companion change;
+        ZBuffer_6_0 packed;
+        if (hasItems) {
+            if (companion.empty())
+                companion = file.newCompanion();
+            if (Rep::companionEntry(*this) == companion)
+                cache_->setCompanionFile(companion.c_str());
+            else
+                source = Rep::setCompanion(*this, companion.c_str(), edited, restorer);
+            source->be_write_obfuscated(packed);
+        }
+        Rep::Companions companions = rep_->companions;
+        if (packed.getLength() > 0) {
+            change.change = ZJournaledFile::Companion::written;
+            change.path = companion;
+            change.contents = viewOf(packed);
+            change.isNamed =
+                companion == named || (rep_->isStanzaFile && Rep::namesOwnCompanion(file));
+            companions.addLoaded(companion);
+        } else {
+            companions.setAllUnloaded();
+            change.path = Rep::companionToRemove(*this, file, named);
+            if (!change.path.empty()) {
+                change.change = ZJournaledFile::Companion::removed;
+                companions.remove(change.path);
+            }
+            if (!companion.empty())
+                source = Rep::setCompanion(*this, nullptr, edited, restorer);
+        }
+
+        ZBuffer_6_0 text;
+        render(*source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(source) : nullptr,
+               chosen, text);
+        rep_->isReplacing ? file.replace(viewOf(text), change) : file.commit(viewOf(text), change);
+        file.close();
+
+        if (edited != nullptr)
+            Rep::exchange(*this, edited);
+        if (restorer)
+            restorer->dismiss();
+        rep_->companions.swap(companions);
+        Rep::recordFile(*this, chosen, file);
+        loading_ = 0;
+        Rep::setModified(*this, 0);
+    });
+}
+
+int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)
+{
+    struct stat status;
+    if (isEmpty(path) || access(path, F_OK) != 0 || stat(path, &status) != 0 ||
+        status.st_mtim.tv_sec == stamp)
+        return 0;
+    stamp = status.st_mtim.tv_sec;
+    return 1;
+}
+
+void ZProperties_6_0::setReplacing(int replacing)
+{
+    Hold const hold(*this);
+    rep_->isReplacing = replacing != 0;
+}
+
+int ZProperties_6_0::isReplacing() const
+{
+    Hold const hold(*this);
+    return rep_->isReplacing ? 1 : 0;
+}
+
+void ZProperties_6_0::setMaxFileSize(unsigned long size)
+{
+    zstore::setMaxFileSize(size);
+}
+
+unsigned long ZProperties_6_0::maxFileSize()
+{
+    return zstore::maxFileSize();
+}
+
+void ZProperties_6_0::checkFileAccess(char const* path)
+{
+    auto const check = [](char const* file) {
+        if (access(file, R_OK | W_OK) != 0)
+            throw ZJournaledFile::IoError{file, "access()", errno};
+    };
+    if (isEmpty(path))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
+    translateErrors(raiseInCheckFileAccess, [&] {
+        if (access(path, F_OK) == 0) {
+            check(path);
+            return;
+        }
+        std::string directory(path);
+        size_t const slash = directory.rfind('/');
+        if (slash != std::string::npos) {
+            directory.resize(slash == 0 ? 1 : slash);
+            check(directory.c_str());
+            return;
+        }
+        char current[kWorkingDirectory];
+        if (getcwd(current, sizeof current) == nullptr)
+            throw ZJournaledFile::IoError{path, "getcwd()", errno};
+        check(current);
+    });
+}
