@@ -40,7 +40,7 @@ std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)
 {
     std::string const entry = companionEntry(store);
-    // As it is read back from the text.
+    // Trimmed, as if it were read back from the text.
     std::string_view const path = trimmed(entry);
     return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
 }
@@ -160,4 +160,37 @@ ZPCache_6_0* ZProperties_6_0::Rep::setCompanion(ZProperties_6_0& store, char con
     }
     target->setCompanionFile(path);
     return target;
+}
+
+void ZProperties_6_0::Rep::packCompanion(ZProperties_6_0& store, std::string const& path,
+                                         StoreOperation& operation)
+{
+    if (companionEntry(store) == path)
+        store.cache_->setCompanionFile(path.c_str());
+    else
+        operation.source = setCompanion(store, path.c_str(), operation.edited, operation.restorer);
+    operation.source->be_write_obfuscated(operation.packed);
+}
+
+void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store, ZJournaledFile const& file,
+                                                 std::string const& named, std::string const& path,
+                                                 StoreOperation& operation)
+{
+    auto& [source, edited, restorer, packed, change, companions] = operation;
+    if (packed.getLength() > 0) {
+        change.change = ZJournaledFile::Companion::written;
+        change.path = path;
+        change.contents = {static_cast<char const*>(packed.getBuffer()), packed.getLength()};
+        change.isNamed = path == named || (store.rep_->isStanzaFile && namesOwnCompanion(file));
+        companions.addLoaded(path);
+        return;
+    }
+    companions.setAllUnloaded();
+    change.path = companionToRemove(store, file, named);
+    if (!change.path.empty()) {
+        change.change = ZJournaledFile::Companion::removed;
+        companions.remove(change.path);
+    }
+    if (!path.empty())
+        source = setCompanion(store, nullptr, edited, restorer);
 }

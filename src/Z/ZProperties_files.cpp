@@ -133,6 +133,29 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
     text.setBuffer(written.text.size(), written.text.data());
 }
 
+// Reads the companion of `file`, which is at `path`, into `target`. Returns false if another
+// program replaced the file and `canRetry` is true: a store of the new file may have written the
+// companion. throws  as ZProperties_6_0::load().
+bool readCompanion(ZJournaledFile& file, char const* path, std::string const& companion,
+                   bool canRetry, ZPCache_6_0& target)
+{
+    try {
+        ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
+        ZBuffer_6_0 buffer;
+        moveToBuffer(packed, buffer);
+        target.be_read_obfuscated(buffer);
+    } catch (...) {
+        if (canRetry && file.isReplaced())
+            return false;
+        throw;
+    }
+    if (!file.isReplaced())
+        return true;
+    if (canRetry)
+        return false;
+    throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
+}
+
 }  // namespace
 
 char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const* path)
@@ -202,23 +225,9 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     Companions read = rep.companions;
     std::string const companion = target.companionFile().getChars();
     if (!companion.empty() && (isNamed || !read.isLoaded(companion))) {
-        // After a replacement, the companion may be the one that a store of the new file wrote.
         bool const canRetry = !restorer || restorer->canRestore();
-        try {
-            ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
-            ZBuffer_6_0 buffer;
-            moveToBuffer(packed, buffer);
-            target.be_read_obfuscated(buffer);
-        } catch (...) {
-            if (canRetry && file.isReplaced())
-                return false;
-            throw;
-        }
-        if (file.isReplaced()) {
-            if (canRetry)
-                return false;
-            throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
-        }
+        if (!readCompanion(file, path, companion, canRetry, target))
+            return false;
         read.addLoaded(companion);
     }
     file.close();
@@ -305,50 +314,27 @@ void ZProperties_6_0::store(char const* path)
                 (companion.empty() ? ZJournaledFile::likelyCompanion(chosen) : companion).c_str());
 
         ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
-        std::unique_ptr<ZPCache_6_0> edited;         // the contents with another companion entry
-        std::optional<Rep::CacheRestorer> restorer;  // if the cache itself had to be edited
-        ZPCache_6_0* source = cache_;
-        ZJournaledFile::Companion change;
-        ZBuffer_6_0 packed;
+        Rep::StoreOperation operation(*this);
         if (hasItems) {
             if (companion.empty())
                 companion = file.newCompanion();
-            if (Rep::companionEntry(*this) == companion)
-                cache_->setCompanionFile(companion.c_str());
-            else
-                source = Rep::setCompanion(*this, companion.c_str(), edited, restorer);
-            source->be_write_obfuscated(packed);
+            Rep::packCompanion(*this, companion, operation);
         }
-        Rep::Companions companions = rep_->companions;
-        if (packed.getLength() > 0) {
-            change.change = ZJournaledFile::Companion::written;
-            change.path = companion;
-            change.contents = viewOf(packed);
-            change.isNamed =
-                companion == named || (rep_->isStanzaFile && Rep::namesOwnCompanion(file));
-            companions.addLoaded(companion);
-        } else {
-            companions.setAllUnloaded();
-            change.path = Rep::companionToRemove(*this, file, named);
-            if (!change.path.empty()) {
-                change.change = ZJournaledFile::Companion::removed;
-                companions.remove(change.path);
-            }
-            if (!companion.empty())
-                source = Rep::setCompanion(*this, nullptr, edited, restorer);
-        }
+        Rep::chooseCompanionChange(*this, file, named, companion, operation);
 
         ZBuffer_6_0 text;
-        render(*source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(source) : nullptr,
+        ZPCache_6_0& source = *operation.source;
+        render(source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&source) : nullptr,
                chosen, text);
-        rep_->isReplacing ? file.replace(viewOf(text), change) : file.commit(viewOf(text), change);
+        rep_->isReplacing ? file.replace(viewOf(text), operation.change)
+                          : file.commit(viewOf(text), operation.change);
         file.close();
 
-        if (edited != nullptr)
-            Rep::exchange(*this, edited);
-        if (restorer)
-            restorer->dismiss();
-        rep_->companions.swap(companions);
+        if (operation.edited != nullptr)
+            Rep::exchange(*this, operation.edited);
+        if (operation.restorer)
+            operation.restorer->dismiss();
+        rep_->companions.swap(operation.companions);
         Rep::recordFile(*this, chosen, file);
         loading_ = 0;
         Rep::setModified(*this, 0);

@@ -2,7 +2,7 @@
 // notices, strings to add to a list, all-or-nothing changes of the cache, and companion files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZJournaledFile, ZArrayList,
-// ZLCString.
+// ZBuffer, ZLCString, ZException.
 #pragma once
 
 #include <atomic>
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ZArrayList.h"
+#include "ZBuffer.h"
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZProperties.h"
@@ -303,6 +304,31 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
         std::vector<Companion> list_;  // the most recently used companion is the last
     };
+
+    // The state of a store() until the files are written.
+    struct StoreOperation {
+        explicit StoreOperation(ZProperties_6_0& store)
+            : source(store.cache_), companions(store.rep_->companions)
+        {
+        }
+
+        ZPCache_6_0* source;                    // the cache to write
+        std::unique_ptr<ZPCache_6_0> edited;    // the contents with another companion entry
+        std::optional<CacheRestorer> restorer;  // if the cache itself had to be edited
+        ZBuffer_6_0 packed;                     // the contents of the companion
+        ZJournaledFile::Companion change;       // refers to `packed`
+        Companions companions;                  // the companions that the store knows afterwards
+    };
+
+    /// Compresses the obfuscated values for the companion `path`, which the contents then name.
+    static void packCompanion(ZProperties_6_0& store, std::string const& path,
+                              StoreOperation& operation);
+
+    /// Decides whether the companion is written, removed or left alone. `named` is the companion
+    /// that the contents name, `path` the companion to write.
+    static void chooseCompanionChange(ZProperties_6_0& store, ZJournaledFile const& file,
+                                      std::string const& named, std::string const& path,
+                                      StoreOperation& operation);
 
     int depth = 0;             // number of Holds of the thread that has the lock
     bool isReplacing = false;  // see setReplacing()
