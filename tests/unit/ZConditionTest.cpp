@@ -16,16 +16,8 @@
 
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "ThreadCalls.h"
 #include "Threads.h"
-
-extern "C" {
-int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
-int __real_pthread_cond_destroy(pthread_cond_t*);
-int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, timespec const*);
-int __real_pthread_cond_signal(pthread_cond_t*);
-int __real_pthread_cond_broadcast(pthread_cond_t*);
-}
 
 namespace {
 
@@ -39,22 +31,8 @@ enum Site {
     siteInValidateLock = 164
 };
 
-// Results that replace the calls of this thread if not 0, and the arguments of the calls.
-struct Calls {
-    bool failNew = false;
-    int failInit = 0;
-    int failDestroy = 0;
-    int failWait = 0;
-    int failTimedWait = 0;
-    int failSignal = 0;
-    int failBroadcast = 0;
-    int waits = 0;
-    int timedWaits = 0;
-    bool defaultAttributes = true;
-    pthread_mutex_t* mutex = nullptr;
-    timespec until = {-1, -1};
-};
-thread_local Calls calls;
+// If true, the allocations of objects fail in this thread.
+thread_local bool newFails = false;
 
 template <class Exception, class Action>
 void expectFailure(Action action, uint32_t number, int rc, unsigned site)
@@ -65,11 +43,11 @@ void expectFailure(Action action, uint32_t number, int rc, unsigned site)
 template <class Action>
 void expectNotHolder(Action action)
 {
-    calls.waits = 0;
-    calls.timedWaits = 0;
+    threadCalls.count[condWait] = 0;
+    threadCalls.count[condTimedWait] = 0;
     expectFailure<ZLockResourceException_6_0>(action, 5, 0, siteInValidateLock);
-    EXPECT_EQ(0, calls.waits);
-    EXPECT_EQ(0, calls.timedWaits);
+    EXPECT_EQ(0, threadCalls.count[condWait]);
+    EXPECT_EQ(0, threadCalls.count[condTimedWait]);
 }
 
 void expectReported(NotedMessages const& noted, int site, int number, std::string const& rc)
@@ -130,54 +108,8 @@ public:
 // The form of operator new that allocates the library's objects.
 void* operator new(std::size_t size, std::nothrow_t const&) noexcept
 {
-    return calls.failNew ? nullptr : ::operator new(size);
+    return newFails ? nullptr : ::operator new(size);
 }
-
-extern "C" {
-
-int __wrap_pthread_cond_init(pthread_cond_t* condition, pthread_condattr_t const* attributes)
-{
-    if (calls.failInit != 0)
-        return calls.failInit;
-    calls.defaultAttributes = calls.defaultAttributes && attributes == nullptr;
-    return __real_pthread_cond_init(condition, attributes);
-}
-
-int __wrap_pthread_cond_destroy(pthread_cond_t* condition)
-{
-    int const rc = __real_pthread_cond_destroy(condition);
-    return calls.failDestroy != 0 ? calls.failDestroy : rc;
-}
-
-int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
-{
-    ++calls.waits;
-    calls.mutex = mutex;
-    return calls.failWait != 0 ? calls.failWait : __real_pthread_cond_wait(condition, mutex);
-}
-
-int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  timespec const* until)
-{
-    ++calls.timedWaits;
-    calls.mutex = mutex;
-    calls.until = *until;
-    return calls.failTimedWait != 0 ? calls.failTimedWait
-                                    : __real_pthread_cond_timedwait(condition, mutex, until);
-}
-
-int __wrap_pthread_cond_signal(pthread_cond_t* condition)
-{
-    return calls.failSignal != 0 ? calls.failSignal : __real_pthread_cond_signal(condition);
-}
-
-int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
-{
-    return calls.failBroadcast != 0 ? calls.failBroadcast
-                                    : __real_pthread_cond_broadcast(condition);
-}
-
-}  // extern "C"
 
 TEST(ZCondition, RestoresTheDepthOfTheLockAfterAWait)
 {
@@ -244,9 +176,9 @@ TEST(ZCondition, SignalAndBroadcastNeedNoLock)
 
 TEST(ZCondition, IsCreatedWithDefaultAttributes)
 {
-    calls = Calls();
+    threadCalls = ThreadCalls();
     ZCondition_6_0 const condition;
-    EXPECT_TRUE(calls.defaultAttributes);
+    EXPECT_TRUE(threadCalls.defaultAttributes);
 }
 
 TEST(ZCondition, KnowsItsLock)
@@ -342,23 +274,23 @@ TEST(ZCondition, SecondsCountFromNowAndStayInRange)
         SCOPED_TRACE(c.name);
         ZCondition_6_0 condition;
         condition.lock();
-        calls = Calls();
-        calls.failTimedWait = ETIMEDOUT;
+        threadCalls = ThreadCalls();
+        threadCalls.fail[condTimedWait] = ETIMEDOUT;
         int timedOut = 0;
         condition.wait(c.seconds, timedOut);
         EXPECT_EQ(1, timedOut);
-        EXPECT_EQ(0, calls.waits);
-        EXPECT_EQ(1, calls.timedWaits);
-        EXPECT_EQ(0, calls.until.tv_nsec);
+        EXPECT_EQ(0, threadCalls.count[condWait]);
+        EXPECT_EQ(1, threadCalls.count[condTimedWait]);
+        EXPECT_EQ(0, threadCalls.until.tv_nsec);
         if (c.until != 0) {
-            EXPECT_EQ(c.until, calls.until.tv_sec);
+            EXPECT_EQ(c.until, threadCalls.until.tv_sec);
         } else {
-            EXPECT_LE(now + c.seconds, calls.until.tv_sec);
-            EXPECT_GE(now + c.seconds + 60, calls.until.tv_sec);
+            EXPECT_LE(now + c.seconds, threadCalls.until.tv_sec);
+            EXPECT_GE(now + c.seconds + 60, threadCalls.until.tv_sec);
         }
         condition.unlock();
     }
-    calls = Calls();
+    threadCalls = ThreadCalls();
 }
 
 TEST(ZCondition, OnlyTheZeroMomentWaitsWithoutLimit)
@@ -374,9 +306,9 @@ TEST(ZCondition, OnlyTheZeroMomentWaitsWithoutLimit)
         SCOPED_TRACE(c.name);
         ZCondition_6_0 condition;
         condition.lock();
-        calls = Calls();
-        calls.failTimedWait = ETIMEDOUT;
-        calls.failWait = EINTR;
+        threadCalls = ThreadCalls();
+        threadCalls.fail[condTimedWait] = ETIMEDOUT;
+        threadCalls.fail[condWait] = EINTR;
         timespec until = c.until;
         int timedOut = 7;
         NotedMessages const noted;
@@ -384,12 +316,12 @@ TEST(ZCondition, OnlyTheZeroMomentWaitsWithoutLimit)
             condition.wait(until, timedOut);
         } catch (ZConditionException_6_0 const&) {
         }
-        EXPECT_EQ(c.waits, calls.waits);
-        EXPECT_EQ(1 - c.waits, calls.timedWaits);
+        EXPECT_EQ(c.waits, threadCalls.count[condWait]);
+        EXPECT_EQ(1 - c.waits, threadCalls.count[condTimedWait]);
         EXPECT_EQ(1 - c.waits, timedOut);
         condition.unlock();
     }
-    calls = Calls();
+    threadCalls = ThreadCalls();
 }
 
 TEST(ZCondition, AWaitWithoutTheLockThrowsBeforeWaiting)
@@ -431,10 +363,10 @@ TEST(ZCondition, ReportsAndThrowsAFailedWait)
     condition.lock();
     condition.lock();
     NotedMessages const noted;
-    calls = Calls();
-    calls.failWait = EINVAL;
+    threadCalls = ThreadCalls();
+    threadCalls.fail[condWait] = EINVAL;
     expectFailure<ZConditionException_6_0>([&] { condition.wait(); }, 9, EINVAL, siteInWait);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectReported(noted, siteInWait, 9, "22");
     EXPECT_EQ(2, depthOf(condition));
 }
@@ -458,41 +390,41 @@ TEST(ZCondition, ReportsAndThrowsAFailedSignalOrBroadcast)
     ZCondition_6_0 condition;
     {
         NotedMessages const noted;
-        calls.failSignal = EINVAL;
+        threadCalls.fail[condSignal] = EINVAL;
         expectFailure<ZConditionException_6_0>([&] { condition.signal(); }, 10, EINVAL,
                                                siteInSignal);
-        calls = Calls();
+        threadCalls = ThreadCalls();
         expectReported(noted, siteInSignal, 10, "22");
     }
     NotedMessages const noted;
-    calls.failBroadcast = EPERM;
+    threadCalls.fail[condBroadcast] = EPERM;
     expectFailure<ZConditionException_6_0>([&] { condition.broadcast(); }, 27, EPERM,
                                            siteInBroadcast);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectReported(noted, siteInBroadcast, 27, "1");
 }
 
 TEST(ZCondition, IsNotConstructedIfTheSystemRefuses)
 {
     ZLock_6_0 lock;
-    calls.failInit = EAGAIN;
+    threadCalls.fail[condInit] = EAGAIN;
     expectFailure<ZConditionException_6_0>([&] { ZCondition_6_0 const condition(lock); }, 7, EAGAIN,
                                            siteInConstructor);
     expectFailure<ZConditionException_6_0>([] { ZCondition_6_0 const condition; }, 7, EAGAIN,
                                            siteInConstructor);
     expectFailure<ZConditionException_6_0>([] { ZBooleanCondition_6_0 const condition; }, 7, EAGAIN,
                                            siteInConstructor);
-    calls = Calls();
+    threadCalls = ThreadCalls();
 }
 
 TEST(ZCondition, IsNotConstructedWithoutMemoryForItsLock)
 {
-    calls.failNew = true;
+    newFails = true;
     EXPECT_THROW(ZCondition_6_0 const condition, ZOutOfMemoryException_6_0);
     EXPECT_THROW(ZBooleanCondition_6_0 const condition, ZOutOfMemoryException_6_0);
     ZLock_6_0 lock;
     EXPECT_NO_THROW(ZCondition_6_0 const condition(lock)) << "needs no memory";
-    calls = Calls();
+    newFails = false;
 }
 
 TEST(ZCondition, OnlyReportsAFailureToBeDestroyed)
@@ -500,9 +432,9 @@ TEST(ZCondition, OnlyReportsAFailureToBeDestroyed)
     NotedMessages const noted;
     {
         ZCondition_6_0 const condition;
-        calls.failDestroy = EBUSY;
+        threadCalls.fail[condDestroy] = EBUSY;
     }
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectReported(noted, siteInDestructor, 8, "16");
 }
 
@@ -530,8 +462,8 @@ TEST(ZCondition, KeepsTheLockMarkedFreeInTheTimeOutHook)
     EXPECT_THROW(condition.wait(0, timedOut), std::runtime_error);
     EXPECT_EQ(0, timedOut);
     EXPECT_EQ(0, depthOf(condition)) << "marked free, although the mutex is held";
-    EXPECT_EQ(EBUSY, pthread_mutex_trylock(calls.mutex));
-    pthread_mutex_unlock(calls.mutex);
+    EXPECT_EQ(EBUSY, pthread_mutex_trylock(threadCalls.mutex));
+    pthread_mutex_unlock(threadCalls.mutex);
 }
 
 TEST(ZCondition, ACancelledWaiterReleasesTheLock)
@@ -623,14 +555,14 @@ TEST(ZBooleanCondition, DoesNotWaitIfTheFlagIsSet)
     ZBooleanCondition_6_0 condition;
     condition.lock();
     condition.setCondition(2);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     int timedOut = 7;
     timespec past = {1, 0};
     condition.wait();
     condition.wait(0, timedOut);
     condition.wait(past, timedOut);
-    EXPECT_EQ(0, calls.waits);
-    EXPECT_EQ(0, calls.timedWaits);
+    EXPECT_EQ(0, threadCalls.count[condWait]);
+    EXPECT_EQ(0, threadCalls.count[condTimedWait]);
     EXPECT_EQ(7, timedOut);
     condition.unlock();
 }
@@ -683,8 +615,8 @@ TEST(ZBooleanCondition, KeepsThrowingWhenTheTimeRunsOut)
             5, 0, siteInValidateLock);
         EXPECT_EQ(0, timedOut);
         EXPECT_EQ(0, depthOf(condition)) << "marked free, although the mutex is held";
-        EXPECT_EQ(EBUSY, pthread_mutex_trylock(calls.mutex));
-        pthread_mutex_unlock(calls.mutex);
+        EXPECT_EQ(EBUSY, pthread_mutex_trylock(threadCalls.mutex));
+        pthread_mutex_unlock(threadCalls.mutex);
         condition.lock();
         EXPECT_EQ(0, condition.testCondition());
         condition.unlock();

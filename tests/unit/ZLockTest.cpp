@@ -14,14 +14,8 @@
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "Reports.h"
+#include "ThreadCalls.h"
 #include "Threads.h"
-
-extern "C" {
-int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
-int __real_pthread_mutex_destroy(pthread_mutex_t*);
-int __real_pthread_mutex_lock(pthread_mutex_t*);
-int __real_pthread_mutex_unlock(pthread_mutex_t*);
-}
 
 namespace {
 
@@ -33,19 +27,6 @@ enum Site {
     siteInUnlockOfStranger = 91,
     siteInUnlock = 106
 };
-
-// Results that replace the calls of this thread if not 0, and the number of real calls.
-struct Calls {
-    int failInit = 0;
-    int failDestroy = 0;
-    int failLock = 0;
-    int failUnlock = 0;
-    int inits = 0;
-    int locks = 0;
-    int unlocks = 0;
-    bool defaultAttributes = true;
-};
-thread_local Calls calls;
 
 template <class Exception, class Action>
 void expectFailure(Action action, uint32_t number, int rc, unsigned site)
@@ -61,54 +42,19 @@ void expectNotHeld(ZLock_6_0& lock)
 
 }  // namespace
 
-extern "C" {
-
-int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, pthread_mutexattr_t const* attributes)
-{
-    if (calls.failInit != 0)
-        return calls.failInit;
-    ++calls.inits;
-    calls.defaultAttributes = calls.defaultAttributes && attributes == nullptr;
-    return __real_pthread_mutex_init(mutex, attributes);
-}
-
-int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex)
-{
-    int const rc = __real_pthread_mutex_destroy(mutex);
-    return calls.failDestroy != 0 ? calls.failDestroy : rc;
-}
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
-{
-    if (calls.failLock != 0)
-        return calls.failLock;
-    ++calls.locks;
-    return __real_pthread_mutex_lock(mutex);
-}
-
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
-{
-    if (calls.failUnlock != 0)
-        return calls.failUnlock;
-    ++calls.unlocks;
-    return __real_pthread_mutex_unlock(mutex);
-}
-
-}  // extern "C"
-
 TEST(ZLock, IsFreeAfterAsManyUnlocksAsLocks)
 {
     ZLock_6_0 lock;
-    calls = Calls();
+    threadCalls = ThreadCalls();
     lock.lock();
     lock.lock();
     lock.lock();
-    EXPECT_EQ(1, calls.locks) << "only the first lock() touches the mutex";
+    EXPECT_EQ(1, threadCalls.count[mutexLock]) << "only the first lock() touches the mutex";
     lock.unlock();
     lock.unlock();
-    EXPECT_EQ(0, calls.unlocks);
+    EXPECT_EQ(0, threadCalls.count[mutexUnlock]);
     lock.unlock();
-    EXPECT_EQ(1, calls.unlocks);
+    EXPECT_EQ(1, threadCalls.count[mutexUnlock]);
     expectNotHeld(lock);
 }
 
@@ -128,10 +74,10 @@ TEST(ZLock, CanBeLockedAgainByAnyThread)
 
 TEST(ZLock, CreatesItsMutexWithDefaultAttributes)
 {
-    calls = Calls();
+    threadCalls = ThreadCalls();
     ZLock_6_0 const lock;
-    EXPECT_EQ(1, calls.inits);
-    EXPECT_TRUE(calls.defaultAttributes);
+    EXPECT_EQ(1, threadCalls.count[mutexInit]);
+    EXPECT_TRUE(threadCalls.defaultAttributes);
 }
 
 TEST(ZLock, IsLockedThroughItsInterface)
@@ -255,26 +201,27 @@ TEST(ZLock, DistinguishesThreadsByTheirWholeId)
 
 TEST(ZLock, ThrowsTheRcOfFailedMutexCalls)
 {
-    calls.failInit = ENOMEM;
+    threadCalls.fail[mutexInit] = ENOMEM;
     expectFailure<ZCreateResourceException_6_0>([] { ZLock_6_0 const lock; }, 3, ENOMEM,
                                                 siteInConstructor);
-    calls = Calls();
+    threadCalls = ThreadCalls();
 
     ZLock_6_0 lock;
-    calls.failLock = EAGAIN;
+    threadCalls.fail[mutexLock] = EAGAIN;
     expectFailure<ZLockResourceException_6_0>([&] { lock.lock(); }, 5, EAGAIN, siteInLock);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectNotHeld(lock);
 
     lock.lock();
-    calls.failUnlock = EPERM;
+    threadCalls.fail[mutexUnlock] = EPERM;
     expectFailure<ZUnlockResourceException_6_0>([&] { lock.unlock(); }, 6, EPERM, siteInUnlock);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     lock.lock();
-    EXPECT_EQ(0, calls.locks) << "the lock is still held after the failed unlock()";
+    EXPECT_EQ(0, threadCalls.count[mutexLock])
+        << "the lock is still held after the failed unlock()";
     lock.unlock();
     lock.unlock();
-    EXPECT_EQ(1, calls.unlocks);
+    EXPECT_EQ(1, threadCalls.count[mutexUnlock]);
 }
 
 TEST(ZLock, OnlyReportsAFailureToDestroyItsMutex)
@@ -282,9 +229,9 @@ TEST(ZLock, OnlyReportsAFailureToDestroyItsMutex)
     NotedMessages const noted;
     {
         ZLock_6_0 const lock;
-        calls.failDestroy = EBUSY;
+        threadCalls.fail[mutexDestroy] = EBUSY;
     }
-    calls = Calls();
+    threadCalls = ThreadCalls();
     ASSERT_EQ(1u, noted.messages().size());
     NotedMessages::Message const message = noted.messages()[0];
     EXPECT_EQ(kSource, message.file);
@@ -302,9 +249,9 @@ TEST(ZLock, IsDestroyedEvenIfTheReportFails)
     noted.throwsToo = true;
     {
         ZLock_6_0 const lock;
-        calls.failDestroy = EBUSY;
+        threadCalls.fail[mutexDestroy] = EBUSY;
     }
-    calls = Calls();
+    threadCalls = ThreadCalls();
     EXPECT_EQ(1u, noted.messages().size());
 
     ZLock_6_0 lock;
@@ -322,9 +269,9 @@ TEST(ZLock, WritesTheReportOfAFailureToDestroyItsMutex)
 {
     std::string const report = reportOf([] {
         ZLock_6_0 const lock;
-        calls.failDestroy = EBUSY;
+        threadCalls.fail[mutexDestroy] = EBUSY;
     });
-    calls = Calls();
+    threadCalls = ThreadCalls();
     EXPECT_EQ(
         "Error: 4\n File: \"src/Z/ZLock\" 58\n" + threadLine() + "Additional Information:\n16\n",
         report);
@@ -334,11 +281,11 @@ TEST(ZLock, KeepsACopyFreeAndUninitialised)
 {
     ZLock_6_0 lock;
     lock.lock();
-    calls = Calls();
+    threadCalls = ThreadCalls();
     NotedMessages const noted;
     {
         ZLock_6_0 copy(lock);
-        EXPECT_EQ(0, calls.inits);
+        EXPECT_EQ(0, threadCalls.count[mutexInit]);
         expectNotHeld(copy);
     }
     EXPECT_TRUE(noted.messages().empty());
@@ -387,10 +334,10 @@ TEST(ZResourceLock, ReleasesTheLockWhenAnExceptionPasses)
 TEST(ZResourceLock, IsNotConstructedIfTheLockFails)
 {
     ZLock_6_0 lock;
-    calls.failLock = EINVAL;
+    threadCalls.fail[mutexLock] = EINVAL;
     expectFailure<ZLockResourceException_6_0>([&] { ZResourceLock_6_0 const guard(lock); }, 5,
                                               EINVAL, siteInLock);
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectNotHeld(lock);
 }
 

@@ -14,13 +14,11 @@
 #include "FailingAllocator.h"
 #include "FileLockFixture.h"
 #include "NotedMessages.h"
+#include "ThreadCalls.h"
 
 using namespace file_lock;
 
 namespace {
-
-// The n-th pthread_mutex_lock() of this thread from now fails, counted from 1; 0: none fails.
-thread_local int failingMutex = 0;
 
 int writesNothing(SystemCall const& call)
 {
@@ -28,17 +26,6 @@ int writesNothing(SystemCall const& call)
 }
 
 }  // namespace
-
-extern "C" {
-int __real_pthread_mutex_lock(pthread_mutex_t*);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
-{
-    if (failingMutex == 0 || --failingMutex > 0)
-        return __real_pthread_mutex_lock(mutex);
-    return EAGAIN;
-}
-}
 
 // ---- Failures ----------------------------------------------------------------------------------
 
@@ -135,10 +122,10 @@ TEST_F(ZProcessReadWriteFileLock, FileMutexThatFailsLeavesNothingHeld)
         SCOPED_TRACE(state);
         // The mutex of the file table is locked first: once to register the claim, and once after
         // the lock between threads is acquired.
-        failingMutex = 3;
+        failThreadCall(mutexLock, 3);
         EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77,
                                                        [&] { lock.lock(state); }));
-        EXPECT_EQ(0, failingMutex);
+        EXPECT_TRUE(stopFailingThreadCalls());
         EXPECT_EQ("", directory_.names()) << "the file is not opened without its mutex";
         elsewhere([&] { EXPECT_EQ(0, lock.getReaderCount()); });
         lock.lock(state);

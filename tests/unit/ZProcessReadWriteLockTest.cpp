@@ -17,6 +17,7 @@
 #include "LockStates.h"
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "ThreadCalls.h"
 #include "Threads.h"
 
 namespace {
@@ -24,9 +25,6 @@ namespace {
 // How getrandom() behaves.
 bool randomFails = false;
 bool randomIsInterrupted = false;
-
-// pthread_atfork() fails.
-bool atforkFails = false;
 
 constexpr unsigned long kInvalid = ZAbstractProcessReadWriteLock_6_0::invalidSequence;
 
@@ -57,13 +55,6 @@ bool childHoldsNothing()
 }  // namespace
 
 extern "C" {
-int __real_pthread_atfork(void (*)(), void (*)(), void (*)());
-
-int __wrap_pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)())
-{
-    return atforkFails ? ENOMEM : __real_pthread_atfork(before, inParent, inChild);
-}
-
 ssize_t __real_getrandom(void*, size_t, unsigned);
 
 ssize_t __wrap_getrandom(void* to, size_t length, unsigned flags)
@@ -89,7 +80,7 @@ TEST(ZProcessReadWriteLockDeathTest, AChildIsRecognisedByItsIdIfAtforkFails)
         SCOPED_TRACE(fails);
         EXPECT_EXIT(
             {
-                atforkFails = fails;
+                threadCalls.fail[atFork] = fails ? ENOMEM : 0;
                 std::exit(childHoldsNothing() ? 0 : 1);
             },
             testing::ExitedWithCode(0), "");

@@ -21,19 +21,12 @@
 #include "NotedMessages.h"
 #include "Raised.h"
 #include "Reports.h"
+#include "ThreadCalls.h"
 #include "Threads.h"
 
 namespace {
 
 constexpr char kSource[] = "src/Z/ZReadWriteLock";
-
-// Results that replace the calls of this thread if not 0.
-struct Calls {
-    int lock = 0;
-    int wait = 0;
-    int broadcast = 0;
-};
-thread_local Calls calls;
 
 // A thread that runs the actions of the test, one at a time.
 class Worker {
@@ -94,27 +87,6 @@ public:
 };
 
 }  // namespace
-
-extern "C" {
-int __real_pthread_mutex_lock(pthread_mutex_t*);
-int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __real_pthread_cond_broadcast(pthread_cond_t*);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
-{
-    return calls.lock != 0 ? calls.lock : __real_pthread_mutex_lock(mutex);
-}
-
-int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
-{
-    return calls.wait != 0 ? calls.wait : __real_pthread_cond_wait(condition, mutex);
-}
-
-int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
-{
-    return calls.broadcast != 0 ? calls.broadcast : __real_pthread_cond_broadcast(condition);
-}
-}
 
 TEST(ZReadWriteLock, NamesItsStates)
 {
@@ -381,10 +353,10 @@ TEST(ZReadWriteLock, AFailedWaitLeavesTheLockUnchanged)
         SCOPED_TRACE(wanted);
         ZReadWriteLock_6_0 lock;
         elsewhere([&] { lock.writeLock(); });
-        calls.wait = EINVAL;
+        threadCalls.fail[condWait] = EINVAL;
         EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121,
                                                     [&] { lock.lock(wanted); }));
-        calls = Calls();
+        threadCalls = ThreadCalls();
         expectState({0, kWrite}, lock);
     }
     EXPECT_EQ(3u, noted.messages().size());
@@ -398,11 +370,11 @@ TEST(ZReadWriteLock, AFailedPromotionRestoresProtect)
         ZReadWriteLock_6_0 lock;
         lock.readLock();
         lock.readWithIntentToWriteLock();
-        calls.wait = EINVAL;
-        calls.broadcast = broadcast;
+        threadCalls.fail[condWait] = EINVAL;
+        threadCalls.fail[condBroadcast] = broadcast;
         EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121,
                                                     [&] { lock.promoteReadToWriteLock(); }));
-        calls = Calls();
+        threadCalls = ThreadCalls();
         expectState({1, kProtect}, lock);
         ASSERT_EQ(broadcast == 0 ? 1u : 2u, noted.messages().size());
         EXPECT_EQ(9, noted.messages()[0].number);
@@ -612,19 +584,19 @@ TEST(ZStackReadWriteLock, ReleasesNothingIfItsAcquisitionFails)
     NotedMessages const noted;
     ZReadWriteLock_6_0 lock;
     elsewhere([&] { lock.readLock(); });
-    calls.lock = EAGAIN;
+    threadCalls.fail[mutexLock] = EAGAIN;
     EXPECT_TRUE(raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77, [&] {
         ZStackReadWriteLock_6_0 guard(lock, 1);
         guard.writeLock();
     }));
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectState({1, kRead}, lock);
-    calls.wait = EINVAL;
+    threadCalls.fail[condWait] = EINVAL;
     EXPECT_TRUE(raises<ZConditionException_6_0>(9, EINVAL, "src/Z/ZCondition", 121, [&] {
         ZStackReadWriteLock_6_0 guard(lock, 1);
         guard.writeLock();
     }));
-    calls = Calls();
+    threadCalls = ThreadCalls();
     expectState({1, kRead}, lock);
     EXPECT_EQ(0, noted.exceptions());
 }
@@ -633,9 +605,9 @@ TEST(ZStackReadWriteLock, ReleasesNothingIfItsAcquisitionFails)
 template <class Acquire>
 void failToAcquire(Acquire acquire)
 {
-    calls.lock = EAGAIN;
+    threadCalls.fail[mutexLock] = EAGAIN;
     EXPECT_TRUE((raises<ZLockResourceException_6_0>(5, EAGAIN, "src/Z/ZLock", 77, acquire)));
-    calls = Calls();
+    threadCalls = ThreadCalls();
 }
 
 TEST(ZStackReadWriteLock, ReleasesTheLockIfItsThreadAcquiresItAfterAFailure)

@@ -22,78 +22,10 @@
 #include "FailingAllocator.h"
 #include "NotedMessages.h"
 #include "Raised.h"
+#include "ThreadCalls.h"
 #include "Threads.h"
 
-extern "C" {
-int __real_pthread_create(pthread_t*, pthread_attr_t const*, void* (*)(void*), void*);
-int __real_pthread_mutex_init(pthread_mutex_t*, pthread_mutexattr_t const*);
-int __real_pthread_mutex_destroy(pthread_mutex_t*);
-int __real_pthread_mutex_lock(pthread_mutex_t*);
-int __real_pthread_mutex_unlock(pthread_mutex_t*);
-int __real_pthread_cond_init(pthread_cond_t*, pthread_condattr_t const*);
-int __real_pthread_cond_destroy(pthread_cond_t*);
-int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __real_pthread_cond_signal(pthread_cond_t*);
-int __real_pthread_cond_broadcast(pthread_cond_t*);
-}
-
 namespace {
-
-enum Call {
-    create,
-    mutexInit,
-    mutexDestroy,
-    mutexLock,
-    mutexUnlock,
-    condInit,
-    condDestroy,
-    condWait,
-    condSignal,
-    condBroadcast
-};
-constexpr char const* kName[] = {
-    "pthread_create",       "pthread_mutex_init",    "pthread_mutex_destroy", "pthread_mutex_lock",
-    "pthread_mutex_unlock", "pthread_cond_init",     "pthread_cond_destroy",  "pthread_cond_wait",
-    "pthread_cond_signal",  "pthread_cond_broadcast"};
-
-// The n-th call of one kind fails, in any thread.
-std::atomic<int> failing{-1};
-std::atomic<long> left{0};
-
-bool fails(Call call)
-{
-    return failing == call && left.fetch_sub(1) == 1;
-}
-
-void failAt(Call call, long n)
-{
-    left = n;
-    failing = call;
-}
-
-// Stops the failures. Returns whether a call has failed.
-bool stopFailing()
-{
-    failing = -1;
-    return left <= 0;
-}
-
-// The next waits of this thread return immediately, as spurious wake-ups.
-thread_local int earlyWaits = 0;
-
-// The next broadcast takes effect only when its thread waits for the same condition: the woken
-// threads run later than the broadcasting one.
-std::atomic<bool> withholding{false};
-std::atomic<pthread_cond_t*> withheld{nullptr};
-
-// Set when this thread next wakes another thread.
-thread_local std::atomic<bool>* wakes = nullptr;
-
-void noteWake()
-{
-    if (wakes != nullptr)
-        *std::exchange(wakes, nullptr) = true;
-}
 
 // The alarm ends a test that hangs.
 struct Watchdog {
@@ -166,84 +98,12 @@ void expectAllSlotsFree(ZThreadPool_6_0& pool, int slots)
 
 }  // namespace
 
-extern "C" {
-
-int __wrap_pthread_create(pthread_t* id, pthread_attr_t const* attributes, void* (*entry)(void*),
-                          void* argument)
-{
-    return fails(create) ? EAGAIN : __real_pthread_create(id, attributes, entry, argument);
-}
-
-int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, pthread_mutexattr_t const* attributes)
-{
-    return fails(mutexInit) ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
-}
-
-int __wrap_pthread_mutex_destroy(pthread_mutex_t* mutex)
-{
-    int const rc = __real_pthread_mutex_destroy(mutex);
-    return fails(mutexDestroy) ? EBUSY : rc;
-}
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
-{
-    return fails(mutexLock) ? EAGAIN : __real_pthread_mutex_lock(mutex);
-}
-
-// Unlocks although it fails: a locked mutex would block the rest of the test.
-int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex)
-{
-    bool const fail = fails(mutexUnlock);
-    int const rc = __real_pthread_mutex_unlock(mutex);
-    return fail ? EPERM : rc;
-}
-
-int __wrap_pthread_cond_init(pthread_cond_t* condition, pthread_condattr_t const* attributes)
-{
-    return fails(condInit) ? EAGAIN : __real_pthread_cond_init(condition, attributes);
-}
-
-int __wrap_pthread_cond_destroy(pthread_cond_t* condition)
-{
-    int const rc = __real_pthread_cond_destroy(condition);
-    return fails(condDestroy) ? EBUSY : rc;
-}
-
-int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
-{
-    if (earlyWaits > 0) {
-        --earlyWaits;
-        return 0;
-    }
-    if (withheld.exchange(nullptr) == condition)
-        __real_pthread_cond_broadcast(condition);
-    return fails(condWait) ? EINVAL : __real_pthread_cond_wait(condition, mutex);
-}
-
-int __wrap_pthread_cond_signal(pthread_cond_t* condition)
-{
-    noteWake();
-    return fails(condSignal) ? EINVAL : __real_pthread_cond_signal(condition);
-}
-
-int __wrap_pthread_cond_broadcast(pthread_cond_t* condition)
-{
-    noteWake();
-    if (withholding.exchange(false)) {
-        withheld = condition;
-        return 0;
-    }
-    return fails(condBroadcast) ? EINVAL : __real_pthread_cond_broadcast(condition);
-}
-
-}  // extern "C"
-
 TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
 {
     constexpr int kSlots = 2;
     NotedMessages const noted;
-    for (Call const call : {create, mutexLock, condWait, condSignal, condBroadcast}) {
-        SCOPED_TRACE(kName[call]);
+    for (ThreadCall const call : {threadCreate, mutexLock, condWait, condSignal, condBroadcast}) {
+        SCOPED_TRACE(kThreadCallKinds[call].name);
         bool hasFailed = true;
         long n = 0;
         // The order of the threads decides which call is the n-th; some runs do not reach the last
@@ -255,7 +115,7 @@ TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
             Sleeper sleeper;
             Runner one;
             Runner two;
-            failAt(call, n);
+            failThreadCall(call, n);
             attempt([&] { pool.start(sleeper); });
             attempt([&] { sleeper.wakeUp(); });
             attempt([&] { pool.start(one); });
@@ -263,7 +123,7 @@ TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
             ZThread_6_0* parked = nullptr;
             attempt([&] { pool.getAvailableIdleThread(parked); });
             attempt([&] { sleeper.wakeUp(); });
-            hasFailed = stopFailing();
+            hasFailed = stopFailingThreadCalls();
             // A sleeper that still runs works once more and is then parked.
             sleeper.wakeUp();
             pool.waitForExit();
@@ -271,7 +131,7 @@ TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
             attempt([&] { sleeper.waitForExit(); });
             EXPECT_LE(sleeper.exits, 1);
         }
-        EXPECT_LT(call == create ? 2 : 3, n);
+        EXPECT_LT(call == threadCreate ? 2 : 3, n);
     }
 }
 
@@ -306,31 +166,31 @@ TEST(ZThreadPoolFailures, FailedConstructionsLeakNothing)
     ZReadWriteLock_6_0 const lock;
     EXPECT_LE(2u, failEachAllocation([&] { delete lock.clone(); }, unchanged));
     long const before = FailingAllocator::blocks();
-    failAt(mutexInit, 1);
+    failThreadCall(mutexInit, 1);
     EXPECT_TRUE(raises<ZThreadException_6_0>(3, ENOMEM, "src/Z/ZThreadPool", 52,
                                              [] { ZThreadPool_6_0 const pool(1, 1); }));
-    failAt(condInit, 1);
+    failThreadCall(condInit, 1);
     EXPECT_TRUE(raises<ZThreadException_6_0>(7, EAGAIN, "src/Z/ZThreadPool", 58,
                                              [] { ZThreadPool_6_0 const pool(1, 1); }));
-    stopFailing();
+    stopFailingThreadCalls();
     EXPECT_EQ(before, FailingAllocator::blocks());
 }
 
 TEST(ZThreadPoolFailures, AFailureToBeDestroyedIsOnlyReported)
 {
     struct Case {
-        Call call;
+        ThreadCall call;
         int message;
         int site;
     };
     Case const cases[] = {{mutexDestroy, 4, 71}, {condDestroy, 8, 76}};
     for (Case const& c : cases) {
-        SCOPED_TRACE(kName[c.call]);
+        SCOPED_TRACE(kThreadCallKinds[c.call].name);
         NotedMessages const noted;
         auto pool = std::make_unique<ZThreadPool_6_0>(1, 1);
-        failAt(c.call, 1);
+        failThreadCall(c.call, 1);
         pool.reset();
-        EXPECT_TRUE(stopFailing());
+        EXPECT_TRUE(stopFailingThreadCalls());
         ASSERT_EQ(1u, noted.messages().size());
         EXPECT_EQ("src/Z/ZThreadPool", noted.messages()[0].file);
         EXPECT_EQ(c.message, noted.messages()[0].number);
@@ -349,20 +209,20 @@ TEST(ZThreadPoolFailures, MutexFailuresThrow)
                                            [&] { pool.getAvailableIdleThread(parked); },
                                            [&] { pool.threadDoneNotification(thread, keep); }};
     for (auto const& call : calls) {
-        failAt(mutexLock, 1);
+        failThreadCall(mutexLock, 1);
         EXPECT_TRUE(raises<ZThreadException_6_0>(5, EAGAIN, "src/Z/ZThreadPool", 97, call));
-        stopFailing();
+        stopFailingThreadCalls();
     }
     EXPECT_EQ(0, keep);
     EXPECT_EQ(0, thread.runs);
-    failAt(mutexUnlock, 1);
+    failThreadCall(mutexUnlock, 1);
     EXPECT_TRUE(raises<ZThreadException_6_0>(6, EPERM, "src/Z/ZThreadPool", 109,
                                              [&] { pool.waitForExit(); }));
-    stopFailing();
-    failAt(mutexUnlock, 1);
+    stopFailingThreadCalls();
+    failThreadCall(mutexUnlock, 1);
     EXPECT_TRUE(raises<ZThreadException_6_0>(6, EPERM, "src/Z/ZThreadPool", 109,
                                              [&] { pool.getAvailableIdleThread(parked); }));
-    stopFailing();
+    stopFailingThreadCalls();
     expectAllSlotsFree(pool, 1);
 }
 
@@ -439,11 +299,11 @@ TEST(ZThreadPoolFailures, AFailedReleaseIsReportedDuringUnwinding)
     for (int i = 0; i < 16; ++i)
         pool.threadDoneNotification(threads[i], keep);
     EXPECT_EQ(1, keep);
-    failAt(mutexUnlock, 1);
+    failThreadCall(mutexUnlock, 1);
     FailingAllocator::failAt(1);
     EXPECT_THROW(pool.threadDoneNotification(threads[16], keep), ZOutOfMemoryException_6_0);
     EXPECT_TRUE(FailingAllocator::stop());
-    EXPECT_TRUE(stopFailing());
+    EXPECT_TRUE(stopFailingThreadCalls());
     EXPECT_EQ(0, keep);
     ASSERT_EQ(1u, noted.messages().size());
     EXPECT_EQ(6, noted.messages()[0].number);
@@ -466,9 +326,9 @@ TEST(ZThreadPoolFailures, AnOverriddenStartMayThrowAnything)
     EXPECT_EQ(19, noted.messages()[0].number);
     EXPECT_EQ(148, noted.messages()[0].line);
     // The slot is freed even if waking the waiting threads fails.
-    failAt(condSignal, 1);
+    failThreadCall(condSignal, 1);
     pool.start(thread);
-    EXPECT_TRUE(stopFailing());
+    EXPECT_TRUE(stopFailingThreadCalls());
     ASSERT_EQ(3u, noted.messages().size());
     EXPECT_EQ(10, noted.messages()[2].number);
     EXPECT_EQ(208, noted.messages()[2].line);
@@ -503,7 +363,7 @@ TEST(ZThreadPoolFailures, WaitsMayEndInADifferentOrder)
             shutDown = true;
             waitUntil([this] { return released.load(); });
             Sleeper::waitForExit();
-            wakes = &left;
+            threadCalls.wakes = &left;
         }
         std::atomic<bool> shutDown{false};
         std::atomic<bool> released{false};
@@ -538,7 +398,7 @@ TEST(ZThreadPoolFailures, AMutexThatCannotBeRelockedEndsTheWait)
         void waitForExit() override
         {
             Sleeper::waitForExit();
-            failAt(mutexLock, 1);
+            failThreadCall(mutexLock, 1);
             if (cancels) {
                 pthread_cancel(pthread_self());
                 pthread_testcancel();
@@ -564,7 +424,7 @@ TEST(ZThreadPoolFailures, AMutexThatCannotBeRelockedEndsTheWait)
             EXPECT_TRUE(raises<ZThreadException_6_0>(5, EAGAIN, "src/Z/ZThreadPool", 97,
                                                      [&] { pool.waitForExit(); }));
         }
-        EXPECT_TRUE(stopFailing());
+        EXPECT_TRUE(stopFailingThreadCalls());
         EXPECT_EQ(cancels ? 1 : 0, noted.exceptions());
         expectAllSlotsFree(pool, 1);
     }
@@ -579,7 +439,7 @@ TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
         {
             if (++units > 1)
                 return;
-            failAt(mutexLock, 1);
+            failThreadCall(mutexLock, 1);
             ZUnsupportedException_6_0().throwException("src/x", 1);
         }
     };
@@ -589,7 +449,7 @@ TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
         sleeper.start();
         sleeper.wakeUp();
         waitUntil([&] { return sleeper.exits == 1; });
-        EXPECT_TRUE(stopFailing());
+        EXPECT_TRUE(stopFailingThreadCalls());
         EXPECT_EQ(2, noted.exceptions());
         sleeper.waitForExit();
         // The failed work is done; a wake-up before the start is still pending.
@@ -600,9 +460,9 @@ TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
         EXPECT_EQ(2, sleeper.exits);
     }
     auto sleeper = std::make_unique<Sleeper>();
-    failAt(mutexLock, 1);
+    failThreadCall(mutexLock, 1);
     sleeper.reset();
-    EXPECT_TRUE(stopFailing());
+    EXPECT_TRUE(stopFailingThreadCalls());
     EXPECT_EQ(3, noted.exceptions());
 }
 
@@ -613,7 +473,7 @@ TEST(ZThreadPoolFailures, ASleeperIgnoresSpuriousWakeUps)
     public:
         void doWork() override
         {
-            earlyWaits = 3;
+            threadCalls.earlyWaits = 3;
             Sleeper::doWork();
         }
     } sleeper;
@@ -654,10 +514,10 @@ TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
     WatchedThread thread;
     auto* const sleeper = new Short(ended, thread);
     sleeper->wakeUp();
-    withholding = true;
+    withholdsBroadcast = true;
     sleeper->start();
-    EXPECT_FALSE(withholding);
-    EXPECT_EQ(nullptr, withheld);
+    EXPECT_FALSE(withholdsBroadcast);
+    EXPECT_EQ(nullptr, withheldCondition);
     EXPECT_TRUE(ended) << "it has waited";
     EXPECT_EQ(1, noted.exceptions());
     thread.waitUntilEnded();  // it may still be using the object
@@ -667,10 +527,10 @@ TEST(ZThreadPoolFailures, AFailedThreadCreationLeavesThePreviousThreadJoinable)
 {
     Runner thread(0);
     thread.start();
-    failAt(create, 1);
+    failThreadCall(threadCreate, 1);
     EXPECT_TRUE(
         raises<ZThreadException_6_0>(17, EAGAIN, "src/Z/ZThread", 124, [&] { thread.start(); }));
-    stopFailing();
+    stopFailingThreadCalls();
     thread.waitForExit();
     EXPECT_EQ(1, thread.runs);
 }

@@ -40,7 +40,7 @@ class ZThread : public testing::Test {
 protected:
     void SetUp() override
     {
-        calls_ = Calls();
+        threadCalls = ThreadCalls();
         TestThread::destroyed = 0;
     }
 };
@@ -200,10 +200,10 @@ TEST_F(ZThread, AFailedStartOfADetachedThreadLeavesItsId)
     thread.start();
     unsigned long const id = thread.getPThreadID();
     waitUntil([&] { return thread.exits == 1; });
-    calls_.create = EAGAIN;
+    threadCalls.fail[threadCreate] = EAGAIN;
     EXPECT_THROW(thread.start(), ZThreadException_6_0);
     EXPECT_EQ(id, thread.getPThreadID());
-    calls_ = Calls();
+    threadCalls = ThreadCalls();
     thread.start();
     waitUntil([&] { return thread.exits == 2; });
 }
@@ -217,10 +217,10 @@ TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
         auto const runs = std::make_shared<std::atomic<int>>(0);
         auto thread = std::make_unique<TestThread>([runs] { ++*runs; }, 1);
         int const expected = secondFails == 0 ? 2 : 1;
-        entriesHeld_ = true;
+        entriesHeld = true;
         thread->start();
-        calls_.create = secondFails;
-        calls_.atCreateEnd = [] {
+        threadCalls.fail[threadCreate] = secondFails;
+        threadCalls.beforeCreateReturns = [] {
             HeldEntry::release();
             // Gives the first thread time to overtake the second start.
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -229,7 +229,7 @@ TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
             EXPECT_THROW(thread->start(), ZThreadException_6_0);
         else
             thread->start();
-        calls_ = Calls();
+        threadCalls = ThreadCalls();
         auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         waitUntil(
             [&] { return thread->exits == expected || std::chrono::steady_clock::now() > limit; });
@@ -344,10 +344,10 @@ TEST_F(ZThread, AFailedWaitLeavesTheThreadJoinable)
 {
     TestThread thread([] {});
     thread.start();
-    calls_.join = EDEADLK;
+    threadCalls.fail[threadJoin] = EDEADLK;
     EXPECT_TRUE(raises<ZThreadException_6_0>(20, EDEADLK, "src/Z/ZThread", 151,
                                              [&] { thread.waitForExit(); }));
-    calls_ = Calls();
+    threadCalls = ThreadCalls();
     thread.waitForExit();
     EXPECT_EQ(1, thread.exits);
 }
@@ -371,20 +371,20 @@ TEST_F(ZThread, FailingCallsThrow)
 {
     struct Case {
         char const* name;
-        int Calls::*result;
+        ThreadCall call;
         uint32_t message;
         unsigned site;
     };
-    Case const cases[] = {{"attr_init", &Calls::attrInit, 15, 103},
-                          {"setdetachstate", &Calls::setDetachState, 16, 112},
-                          {"create", &Calls::create, 17, 124}};
+    Case const cases[] = {{"attr_init", attrInit, 15, 103},
+                          {"setdetachstate", attrSetDetachState, 16, 112},
+                          {"create", threadCreate, 17, 124}};
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         TestThread thread([] {});
-        calls_.*c.result = EAGAIN;
+        threadCalls.fail[c.call] = EAGAIN;
         EXPECT_TRUE(raises<ZThreadException_6_0>(c.message, EAGAIN, "src/Z/ZThread", c.site,
                                                  [&] { thread.start(); }));
-        calls_ = Calls();
+        threadCalls = ThreadCalls();
         EXPECT_EQ(0u, thread.getPThreadID());
         thread.start();
         thread.waitForExit();
@@ -394,7 +394,7 @@ TEST_F(ZThread, FailingCallsThrow)
 TEST_F(ZThread, AttributesThatCannotBeDestroyedAreReported)
 {
     NotedMessages noted;
-    calls_.attrDestroy = EINVAL;
+    threadCalls.fail[attrDestroy] = EINVAL;
     TestThread thread([] {});
     thread.start();
     thread.waitForExit();
@@ -439,7 +439,7 @@ TEST_F(ZThread, ObjectsBelongToAThread)
 TEST_F(ZThread, FailingKeyCallsThrow)
 {
     unsigned int key = 0;
-    calls_.keyCreate = EAGAIN;
+    threadCalls.fail[keyCreate] = EAGAIN;
     EXPECT_TRUE(raises<ZThreadException_6_0>(29, EAGAIN, "src/Z/ZThread", 221,
                                              [&] { ZThread_6_0::createThreadKey(key); }));
     unsigned int none = 12345678;
