@@ -237,7 +237,7 @@ void failEveryCall(Counts& counts, Extent extent)
     if (std::string const why = Stepper::obstacle(); !why.empty())
         return leaveOut(counts, why);
     if (extent == Extent::share)
-        remark(counts, "one error for each call; all of them in ZJournaledFileTest");
+        remark(counts, "one error for each call; all of them in ZJournaledFileFailuresTest");
     long const errors = static_cast<long>(errorsFor(extent, 0).size());
     forShapes(counts, extent, [&](StoreFolder const& folder, Shape const& shape) {
         folder.reset(shape.before);

@@ -1,0 +1,456 @@
+#include <Z/files/shared_file.h>
+#include <Z/store/journaled_file.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "JournaledFileFixture.h"
+
+using ZJournaledFileConcurrency = JournaledFileFixture;
+
+TEST_F(ZJournaledFileConcurrency, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
+{
+    CallPlan meeting;
+    meeting.before = [this](SystemCall const& call) {
+        if (call.name == "F_SETLK" && directory_.read("conf").empty())
+            directory_.write("conf", "theirs\n");
+        return 0;
+    };
+    {
+        Watch const watch(meeting);
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        EXPECT_EQ("theirs\n", std::string(file.text().data(), file.text().size()));
+    }
+    EXPECT_EQ("theirs\n", directory_.read("conf"));
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
+{
+    {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        directory_.write("other", "");
+        ASSERT_EQ(0, rename(directory_.at("other").c_str(), path_.c_str()));
+    }
+    EXPECT_EQ("conf", directory_.names());
+    std::filesystem::remove(path_);
+    {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        std::filesystem::remove(path_);
+    }
+    EXPECT_EQ("", directory_.names());
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
+{
+    // Before it is looked for a link, and after.
+    for (char const* moment : {"open", "lstat"})
+        for (std::string const theirs : {"theirs\n", ""}) {
+            SCOPED_TRACE(moment + theirs);
+            std::filesystem::remove(path_);
+            CallPlan meeting;
+            meeting.after = [&](SystemCall const& call, ssize_t&) {
+                if (call.name == moment && directory_.names().empty())
+                    directory_.write("conf", theirs);
+            };
+            {
+                Watch const watch(meeting);
+                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+                EXPECT_EQ(theirs, std::string(file.text().data(), file.text().size()));
+            }
+            EXPECT_EQ(theirs, directory_.read("conf"));
+        }
+}
+
+TEST_F(ZJournaledFileConcurrency, LinksThatAreSwappedInAreNotFollowed)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has files of two owners";
+    TestDirectory const elsewhere{TestDirectory::Place::memory};
+    Pair const secret = {"secret text\n", packed("root's own")};
+    auto const plant = [&] {
+        elsewhere.write("conf", secret.text);
+        elsewhere.write("conf.obf", secret.companion);
+    };
+    std::string const folder = directory_.at("folder");
+    std::string const away = directory_.at("away");
+    std::string const file = folder + "/conf";
+    struct Case {
+        char const* name;
+        std::function<void()> swap;
+    };
+    auto const swapForLink = [&](char const* name) {
+        return Case{name, [&, name] {
+                        std::filesystem::remove_all(folder + "/" + name);
+                        std::filesystem::create_symlink(
+                            elsewhere.at(strstr(name, "obf") != nullptr ? "conf.obf" : "conf"),
+                            folder + "/" + name);
+                    }};
+    };
+    Case const cases[] = {{"folder",
+                           [&] {
+                               std::filesystem::rename(folder, away);
+                               std::filesystem::create_directory_symlink(elsewhere.path(), folder);
+                           }},
+                          swapForLink("conf"),
+                          swapForLink("conf.obf"),
+                          swapForLink(".conf.zjn"),
+                          swapForLink(".conf.zjn.new"),
+                          swapForLink(".conf.obf.new")};
+    for (Case const& c : cases)
+        for (int kind = 0; kind < 4; ++kind)
+            for (int n = 1;; ++n) {
+                bool const stores = kind % 2 == 1;
+                bool const isOurs =
+                    kind / 2 == 1;  // root's own file, in the folder of another user
+                SCOPED_TRACE(std::string(c.name) + (stores ? ", store " : ", load ") +
+                             std::to_string(n));
+                std::filesystem::remove_all(folder);
+                std::filesystem::remove_all(away);
+                std::filesystem::create_directory(folder);
+                directory_.write("folder/conf", kShort.text);
+                directory_.write("folder/conf.obf", kShort.companion);
+                ASSERT_EQ(0, chown(folder.c_str(), 12345, 12345));
+                uid_t const owner = isOurs ? 0 : 12345;
+                for (std::string const& path : {file, folder + "/conf.obf"})
+                    ASSERT_EQ(0, chown(path.c_str(), owner, owner));
+                plant();
+                std::string read;
+                {
+                    Watch const watch(meddlingAt(n, c.swap));
+                    try {
+                        ZJournaledFile opened(file.c_str(), stores ? ZJournaledFile::Mode::store
+                                                                   : ZJournaledFile::Mode::load);
+                        ZJournaledFile::Bytes const bytes =
+                            opened.readCompanion((folder + "/conf.obf").c_str());
+                        read.assign(bytes.data(), bytes.length());
+                        read += opened.text();
+                        ZJournaledFile::Companion change = this->change(kLong);
+                        change.path = folder + "/conf.obf";
+                        if (stores)
+                            opened.commit(kLong.text, change);
+                    } catch (ZJournaledFile::IoError const&) {
+                    }
+                }
+                // A file that is ours alone may name any companion, also by a link.
+                if (!isOurs) {
+                    ASSERT_EQ(std::string::npos, read.find("secret"));
+                    ASSERT_EQ(std::string::npos, read.find("root's own"));
+                }
+                ASSERT_EQ(secret.text, elsewhere.read("conf"));
+                ASSERT_EQ(secret.companion, elsewhere.read("conf.obf"));
+                ASSERT_EQ("conf conf.obf", elsewhere.names());
+                if (callPlan.calls < n)
+                    break;
+            }
+}
+
+TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlone)
+{
+    // An editor replaces the file; the writer of the new one dies in the middle of its text.
+    Pair const edited = {"edited edited edited\n", packed("e")};
+    int raised = 0;
+    int torn = 0;
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        put(kShort);
+        bool isStored = true;
+        bool isReplaced = false;
+        auto const replace = [&] {
+            pid_t const child = fork();
+            if (child == 0) {
+                directory_.write("edited", edited.text);
+                directory_.write("edited.obf", edited.companion);
+                rename(directory_.at("edited").c_str(), path_.c_str());
+                rename(directory_.at("edited.obf").c_str(), companion_.c_str());
+                // In a thread, as the plan of this one is at work.
+                std::thread([&] {
+                    CallPlan dying;
+                    dying.shortTransfers = true;
+                    dying.before = [writes = 0](SystemCall const& call) mutable {
+                        if (call.name == "pwrite" && nameOf(call) == "conf" && ++writes == 4)
+                            _exit(0);
+                        return 0;
+                    };
+                    Watch const watch(dying);
+                    store(kLong);
+                }).join();
+                _exit(1);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+            isReplaced = true;
+            torn += directory_.read("conf") != edited.text;
+        };
+        {
+            Watch const watch(meddlingAt(n, replace));
+            try {
+                store({"four four\n", packed("4")});
+            } catch (ZJournaledFile::IoError const& failure) {
+                isStored = false;
+                EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.call;
+            }
+        }
+        if (!isReplaced)
+            break;
+        Pair const found = load();
+        ASSERT_TRUE(found.text == kLong.text || found.text == edited.text || isStored) << found;
+        raised += !isStored;
+    }
+    EXPECT_LT(20, raised);
+    EXPECT_LT(20, torn);
+}
+
+TEST_F(ZJournaledFileConcurrency, ThreadThatStoresCannotLoadTheSameFile)
+{
+    put(kShort);
+    ZJournaledFile const storing(path_.c_str(), ZJournaledFile::Mode::store);
+    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+        try {
+            ZJournaledFile const again(path_.c_str(), use);
+            ADD_FAILURE();
+        } catch (ZJournaledFile::IoError const& failure) {
+            EXPECT_STREQ("fcntl()", failure.call);
+            EXPECT_EQ(EDEADLK, failure.error);
+        }
+    }
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatWasMadeStaysUnlessItIsKnownToBeEmptyAndOurs)
+{
+    struct Case {
+        int error;
+        char const* names;
+    };
+    for (Case const& c : {Case{EAGAIN, "conf"}, Case{EACCES, "conf"}, Case{ENOLCK, ""}}) {
+        SCOPED_TRACE(strerror(c.error));
+        std::filesystem::remove(path_);
+        expectFailure(path_, "fcntl()", c.error, failing("F_SETLK", "conf", c.error),
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+        EXPECT_EQ(c.names, directory_.names());
+    }
+    // It stays, too, if somebody has stored into it, or if that cannot be found out.
+    for (bool isFilled : {true, false}) {
+        SCOPED_TRACE(isFilled);
+        std::filesystem::remove(path_);
+        CallPlan plan;
+        plan.before = [&, isRefused = false](SystemCall const& call) mutable {
+            if (call.name == "F_SETLK" && nameOf(call) == "conf") {
+                isRefused = true;
+                if (isFilled)
+                    directory_.write("conf", "theirs\n");
+                return ENOLCK;
+            }
+            return isRefused && !isFilled && call.name == "fstat" ? EIO : 0;
+        };
+        expectFailure(path_, "fcntl()", ENOLCK, plan,
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+        EXPECT_EQ(isFilled ? "theirs\n" : "", directory_.read("conf"));
+        EXPECT_EQ("conf", directory_.names());
+    }
+}
+
+TEST_F(ZJournaledFileConcurrency, OtherThreadsTakeTurns)
+{
+    put(kShort);
+    std::atomic<bool> loaded{false};
+    std::thread other;
+    {
+        ZJournaledFile storing(path_.c_str(), ZJournaledFile::Mode::store);
+        other = std::thread([&] {
+            EXPECT_EQ(kLong, load());
+            loaded = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(loaded);
+        storing.commit(viewOf(kLong.text), change(kLong));
+    }
+    other.join();
+    EXPECT_TRUE(loaded);
+}
+
+TEST_F(ZJournaledFileConcurrency, ClosingOneUserOfAFileKeepsTheLockOfAnother)
+{
+    put(kShort);
+    auto first = std::make_unique<ZJournaledFile>(path_.c_str(), ZJournaledFile::Mode::load);
+    EXPECT_FALSE(isFree(path_));
+    {
+        ZJournaledFile const second(path_.c_str(), ZJournaledFile::Mode::load);
+    }
+    EXPECT_FALSE(isFree(path_));
+    {
+        ZSharedFile file;
+        ASSERT_EQ(0, file.open(path_.c_str(), O_RDWR, 0));
+    }
+    EXPECT_FALSE(isFree(path_));
+    first.reset();
+    EXPECT_TRUE(isFree(path_));
+}
+
+TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileDoNotCostItsLock)
+{
+    for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.zjn.orphan", ".conf.obf.new"}) {
+        SCOPED_TRACE(name);
+        put(kShort);
+        ASSERT_EQ(0, link(path_.c_str(), directory_.at(name).c_str()));
+        int looks = 0;
+        CallPlan looking;
+        looking.before = [&](SystemCall const& call) {
+            if (call.name != "pwrite")
+                return 0;
+            ++looks;
+            EXPECT_FALSE(isFree(path_));
+            return 0;
+        };
+        {
+            Watch const watch(looking);
+            store(kLong);
+        }
+        EXPECT_EQ(2, looks);  // the text, and the end of the journal
+        EXPECT_EQ(kLong, load());
+        std::filesystem::remove(directory_.at(name));
+    }
+}
+
+TEST_F(ZJournaledFileConcurrency, SharedFilesLockRangesForEachOther)
+{
+    put(kShort);
+    ZSharedFile one;
+    ZSharedFile other;
+    ASSERT_EQ(0, one.open(path_.c_str(), O_RDONLY, 0));
+    ASSERT_EQ(0, other.open(path_.c_str(), O_RDWR, 0));
+    EXPECT_EQ(one.descriptor(), other.descriptor());
+    EXPECT_EQ(0, one.lock(F_RDLCK, 0, 1));
+    EXPECT_EQ(0, other.lock(F_RDLCK, 0, 1));
+    EXPECT_EQ(0, other.lock(F_WRLCK, 1, 1));
+    EXPECT_EQ(EDEADLK, one.lock(F_RDLCK, 1, 1));
+    EXPECT_EQ(EDEADLK, one.lock(F_WRLCK, 0, 1));
+    one.unlock(0, 1);
+    std::thread waiting([&] {
+        ZSharedFile third;
+        ASSERT_EQ(0, third.open(path_.c_str(), O_RDWR, 0));
+        EXPECT_EQ(0, third.lock(F_WRLCK, 0, 1));
+        EXPECT_EQ(0, third.lock(F_WRLCK, 1, 1));
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    other.unlock(0, 1);
+    other.close();
+    waiting.join();
+    EXPECT_TRUE(isFree(path_));
+    EXPECT_TRUE(one.isOpen());
+    EXPECT_FALSE(other.isOpen());
+}
+
+TEST_F(ZJournaledFileConcurrency, ChildOfAForkStartsAnew)
+{
+    put(kShort);
+    ZJournaledFile const loading(path_.c_str(), ZJournaledFile::Mode::load);
+    pid_t const child = fork();
+    if (child == 0) {
+        Pair const found = load();
+        _exit(found == kShort ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedAgainAndAgainIsGivenUp)
+{
+    put(kShort);
+    std::atomic<bool> stop{false};
+    std::thread editor([&] {
+        for (int i = 0; !stop; ++i) {
+            directory_.write("edited", "edit " + std::to_string(i) + "\n");
+            rename(directory_.at("edited").c_str(), path_.c_str());
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        std::string const text(file.text().data(), file.text().size());
+        EXPECT_TRUE(text == kShort.text || text.compare(0, 5, "edit ") == 0) << text;
+    }
+    stop = true;
+    editor.join();
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
+{
+    put(kShort);
+    int opened = 0;
+    CallPlan replacing;
+    replacing.before = [&](SystemCall const& call) {
+        opened += call.name == "open";
+        if (call.name == "F_SETLK") {
+            directory_.write("edited", "edited\n");
+            EXPECT_EQ(0, rename(directory_.at("edited").c_str(), path_.c_str()));
+        }
+        return 0;
+    };
+    expectFailure(path_, "fopen(r)", ESTALE, replacing,
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+    EXPECT_EQ(100, opened);
+    expectFailure(path_, "fopen(r+)", ESTALE, replacing,
+                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    EXPECT_EQ("edited\n", directory_.read("conf"));
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatGoesWhileItIsOpenedIsMissing)
+{
+    // Before its real path is known, and behind that.
+    for (char const* moment : {"open", "F_SETLK"}) {
+        SCOPED_TRACE(moment);
+        bool isGone = false;
+        CallPlan removing;
+        removing.after = [&](SystemCall const& call, ssize_t& result) {
+            if (!isGone && call.name == moment && result >= 0)
+                isGone = std::filesystem::remove(path_);
+        };
+        put(kPlain);
+        expectFailure(path_, "fopen(r)", ENOENT, removing,
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+        EXPECT_TRUE(isGone);
+        // A store makes it anew, also when it is the one that it made.
+        for (bool made : {false, true}) {
+            put(kPlain);
+            if (made)
+                std::filesystem::remove(path_);
+            isGone = false;
+            {
+                Watch const watch(removing);
+                storeText(kLong.text);
+            }
+            EXPECT_TRUE(isGone);
+            EXPECT_EQ(kLong.text, directory_.read("conf"));
+        }
+    }
+}
+
+TEST_F(ZJournaledFileConcurrency, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
+{
+    struct Case {
+        char const* target;
+        int error;
+    };
+    for (Case const& c : {Case{"conf", ELOOP}, Case{"missing", ELOOP}}) {
+        SCOPED_TRACE(c.target);
+        put(kPlain);
+        CallPlan linking;
+        linking.after = [&](SystemCall const& call, ssize_t& result) {
+            if (call.name == "open" && result >= 0 && std::filesystem::remove(path_))
+                std::filesystem::create_symlink(c.target, path_);
+        };
+        expectFailure(path_, "fopen(r)", c.error, linking,
+                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+        std::filesystem::remove(path_);
+    }
+}
