@@ -19,6 +19,8 @@
 #include <memory>
 #include <utility>
 
+#include "Threads.h"
+
 enum ThreadCall {
     attrInit,
     attrSetDetachState,
@@ -101,17 +103,24 @@ struct HeldEntry {
     {
         HeldEntry const entry = *std::unique_ptr<HeldEntry>(static_cast<HeldEntry*>(held));
         entriesHeld.wait(true);
+        WatchedThread* const watched = watched_.exchange(nullptr);
+        if (watched != nullptr)
+            watched->enter();
         return entry.entry(entry.argument);
     }
 
-    static void release()
+    // Releases the held threads; one of them becomes `watched`.
+    static void release(WatchedThread* watched)
     {
+        watched_ = watched;
         entriesHeld = false;
         entriesHeld.notify_all();
     }
 
     void* (*entry)(void*);
     void* argument;
+
+    static inline std::atomic<WatchedThread*> watched_{nullptr};
 };
 
 // Counts the call. Returns the error that it fails with, or 0.

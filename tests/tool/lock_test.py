@@ -146,15 +146,15 @@ class LockTest(tool.ToolTest):
         self.assertEqual(DONE, self.lock("--write", "routes", "--", "true").returncode)
 
     def test_wait_has_a_time_limit(self):
-        holder = self.hold("--write")
+        holder = self.hold("--read")
         began = time.monotonic()
         run = self.lock("--write", "--wait", "0.7", "routes", "--", "true")
         waited = time.monotonic() - began
         self.assertEqual(LOCKED, run.returncode)
         self.assertGreaterEqual(waited, 0.7)
         self.assertLess(waited, 10)
-        waiting = self.start("--read", "--wait", "20", "routes", "--", "echo", "in")
-        time.sleep(0.1)
+        waiting = self.start("--write", "--wait", "20", "routes", "--", "echo", "in")
+        self.wait_for(lambda: "waits to write" in self.shown()[0])
         self.assertIsNone(waiting.poll())
         holder.communicate()
         self.assertEqual(("in\n", ""), waiting.communicate(timeout=20))
@@ -211,13 +211,13 @@ class LockTest(tool.ToolTest):
         os.close(terminal)
 
     def test_a_signal_ends_the_wait(self):
-        holder = self.hold("--write")
+        holder = self.hold("--read")
         waiting = self.start("--write", "--wait", "60", "routes", "--", "true")
-        time.sleep(0.2)
+        self.wait_for(lambda: "waits to write" in self.shown()[0])
         waiting.terminate()
         self.assertEqual(-signal.SIGTERM, waiting.wait(20))
         holder.communicate()
-        self.assertEqual(("free", 1), self.shown())
+        self.assertEqual(("free", 0), self.shown())
 
     def test_processes_that_the_command_leaves_running_do_not_hold_the_lock(self):
         run = self.start("--write", "routes", "--", "sh", "-c", "sleep 60 >&- 2>&- & echo $!")

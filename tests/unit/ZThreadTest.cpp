@@ -217,13 +217,15 @@ TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
         auto const runs = std::make_shared<std::atomic<int>>(0);
         auto thread = std::make_unique<TestThread>([runs] { ++*runs; }, 1);
         int const expected = secondFails == 0 ? 2 : 1;
+        static std::unique_ptr<WatchedThread> first;
+        first = std::make_unique<WatchedThread>();
         entriesHeld = true;
         thread->start();
         threadCalls.fail[threadCreate] = secondFails;
         threadCalls.beforeCreateReturns = [] {
-            HeldEntry::release();
-            // Gives the first thread time to overtake the second start.
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            // Lets the first thread overtake the second start: it ends, or waits for it.
+            HeldEntry::release(first.get());
+            first->waitUntilAsleep();
         };
         if (secondFails != 0)
             EXPECT_THROW(thread->start(), ZThreadException_6_0);
