@@ -44,7 +44,7 @@ public:
         append(c);
     }
 
-    // Numbers are written in decimal.
+    // Creates a string of a number in decimal.
     explicit ZAbstractMutableString_6_0(int number);
     explicit ZAbstractMutableString_6_0(unsigned int number);
     explicit ZAbstractMutableString_6_0(long number);
@@ -56,8 +56,7 @@ public:
         assign(other.text_, other.length_);
     }
 
-    // Assignment replaces the contents. Numbers are written in decimal; a null pointer changes
-    // nothing.
+    // Replaces the contents. Numbers are written in decimal; a null pointer changes nothing.
     ZAbstractMutableString_6_0& operator=(ZAbstractMutableString_6_0 const& other)
     {
         return assign(other.text_, other.length_);

@@ -82,6 +82,7 @@ public:
     unsigned int size() const override;
     /// Returns the flag given at construction: not 0 if the array owns its elements.
     virtual int ownsMembers() const;
+    /// Returns whether a slot holds an object that `obj` equals; false for null.
     /// calls   indexOf().
     bool contains(ZObject_6_0 const* obj) const override;
     /// Empties slot `index`; other slots do not move.

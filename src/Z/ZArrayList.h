@@ -87,6 +87,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractList_6_0() override;
 
+    /// Returns whether the list has no elements.
     /// calls   size().
     bool isEmpty() const override;
     /// Sorts the elements by quicksort, which is not stable.
@@ -140,6 +141,7 @@ public:
     unsigned int size() const override { return count_; }
     /// Returns the flag given at construction: not 0 if the list owns its elements.
     virtual int ownsMembers() const { return owns_; }
+    /// Returns whether `obj` equals an element.
     /// calls   indexOf().
     bool contains(ZObject_6_0 const* obj) const override;
     /// Appends `obj`.
@@ -233,6 +235,7 @@ public:
     /// kept    seeds the C library's rand() of the whole process with the time of day at each call,
     ///         so two calls within a second shuffle alike.
     void shuffle() override;
+    /// Returns the index of the element that `iterator` returned last.
     /// calls   the iterator's indexOf().
     int indexOf(ZListIterator_6_0& iterator) override;
 

@@ -69,6 +69,7 @@ public:
     /// owns    borrowed until it is popped.
     /// throws  ZOutOfMemoryException_6_0.
     void push(ZObject_6_0* obj) override;
+    /// Removes the top object and returns it; null if the stack is empty.
     /// calls   isEmpty(), size(), get(), remove(unsigned int).
     ZObject_6_0* pop() override;
 };

@@ -55,6 +55,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractKeyMap_6_0() override;
 
+    /// Returns whether the map has no keys.
     /// calls   size().
     bool isEmpty() const override;
 };
@@ -119,6 +120,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
     unsigned int size() const override;
+    /// Returns whether the map has the key.
     /// calls   nothing else.
     bool contains(ZObject_6_0 const* key) const override;
     /// Returns the value of the key; null if the key is not found.

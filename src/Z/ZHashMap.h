@@ -55,6 +55,7 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZAbstractMap_6_0() override;
 
+    /// Returns whether the map has no entries.
     /// calls   size().
     bool isEmpty() const override;
 };
@@ -86,6 +87,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
     unsigned int size() const override;
+    /// Returns whether the map has an entry that `probe` equals.
     /// calls   getEntry().
     bool contains(ZObject_6_0 const* probe) const override;
     /// Returns the entry that `probe` equals; null if not found.
@@ -111,6 +113,7 @@ public:
     /// owns    an owning map deletes the entry.
     /// cost    O(1) expected.
     void removeEntry(ZObject_6_0* probe) override;
+    /// Removes every entry.
     /// calls   nothing else.
     void removeAll() override;
     /// Appends every entry to `target`, ordered by bucket and by insertion.
@@ -149,11 +152,14 @@ public:
     /// owns    owned by the caller; released with delete.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
+    /// Returns whether the map has no entries.
     /// calls   size().
     bool isEmpty() const override;
     unsigned int size() const override;
+    /// Returns whether the map has an entry that `probe` equals.
     /// calls   getIndex().
     bool contains(ZObject_6_0 const* probe) const override;
+    /// Removes every entry.
     /// calls   nothing else.
     void removeAll() override;
     /// Returns the entry that `probe` equals; null if not found.

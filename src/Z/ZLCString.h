@@ -15,6 +15,7 @@ class ZLCConstString_6_0;
 class ZUTF8String_6_0;
 class ZUTF8ConstString_6_0;
 
+/// A string in the local codeset. It owns its text and grows as needed.
 class ZLCString_6_0 : public ZAbstractMutableString_6_0 {
 public:
     ZLCString_6_0() = default;
@@ -29,7 +30,7 @@ public:
     {
     }
 
-    // From one byte, or from a number written in decimal.
+    // Creates a string of one byte, or of a number in decimal.
     explicit ZLCString_6_0(char c) : ZAbstractMutableString_6_0(c) {}
     explicit ZLCString_6_0(int number) : ZAbstractMutableString_6_0(number) {}
     explicit ZLCString_6_0(unsigned int number) : ZAbstractMutableString_6_0(number) {}
@@ -39,12 +40,13 @@ public:
     ZLCString_6_0(ZLCString_6_0 const& other) = default;
     ZLCString_6_0(ZLCConstString_6_0 const& other);
 
-    // Converts. A source that cannot be converted gives an empty string.
+    // Converts a string of the other codeset. A source that cannot be converted gives an empty
+    // string.
     ZLCString_6_0(ZUTF8String_6_0 const& other);
     ZLCString_6_0(ZUTF8ConstString_6_0 const& other);
 
-    // Assignment replaces the contents. A null pointer changes nothing, numbers are written in
-    // decimal, and a string of the other codeset is converted; if that fails, the string is empty.
+    // Replaces the contents. A null pointer changes nothing, numbers are written in decimal, and a
+    // string of the other codeset is converted; if that fails, the string is empty.
     ZLCString_6_0& operator=(ZLCString_6_0 const& other) = default;
     ZLCString_6_0& operator=(ZLCConstString_6_0 const& other);
     ZLCString_6_0& operator=(ZUTF8String_6_0 const& other);
@@ -105,7 +107,7 @@ public:
     }
     ZLCString_6_0& operator+=(ZLCConstString_6_0 const& other);
 
-    // A new string: this one with the argument appended.
+    // Returns a new string: this one with the argument appended.
     ZLCString_6_0 operator+(char const* text) const;
     ZLCString_6_0 operator+(ZLCString_6_0 const& other) const;
     ZLCString_6_0 operator+(ZLCConstString_6_0 const& other) const;
@@ -121,7 +123,7 @@ public:
     }
     int compareignorecase(ZLCConstString_6_0 const& other) const;
 
-    // Byte equality.
+    // Equality means the same bytes.
     using ZAbstractMutableString_6_0::equals;
     bool equals(ZObject_6_0 const& other) const override;
     bool equals(ZLCString_6_0 const& other) const { return *this == other; }
@@ -156,7 +158,8 @@ class ZLCConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZLCConstString_6_0() = default;
 
-    // Views. The text is borrowed; a view of a string is valid while the string keeps its buffer.
+    // Views the text of the argument. The text is borrowed; a view of a string is valid while the
+    // string keeps its buffer.
     ZLCConstString_6_0(char const* text) : ZAbstractConstString_6_0(text) {}
     ZLCConstString_6_0(ZLCConstString_6_0 const& other) = default;
     ZLCConstString_6_0(ZLCString_6_0 const& other) : ZAbstractConstString_6_0(other.getChars()) {}
@@ -198,7 +201,7 @@ public:
         return compareignorecase(other.getChars());
     }
 
-    // Byte equality.
+    // Equality means the same bytes.
     bool operator==(char const* text) const { return equals(text); }
     bool operator!=(char const* text) const { return !equals(text); }
     bool operator==(ZLCConstString_6_0 const& other) const { return equals(other); }

@@ -176,17 +176,20 @@ public:
     /// Acquires or releases as the base does.
     void dolock(zlockstate state) override;
 
+    /// Waits for a range of the file and locks it, or releases it for "unset", with a record lock.
     /// throws  ZLockResourceException_6_0 (message 33), or ZUnlockResourceException_6_0 (message
     ///         34) for "unset", with the errno; ZInvalidResourceStateException_6_0 (message 32) if
     ///         `state` is not a state.
     void lockFileRange(zlockstate state, unsigned int start, unsigned int length) override;
     void unlockFileRange(unsigned int start, unsigned int length) override;
 
+    /// Writes bytes to the lock file.
     /// throws  ZWriteResourceException_6_0 with the errno, EFBIG at the file-size limit of the
     ///         process (no SIGXFSZ is delivered); the sequence number is 0 then.
     /// kept    the message is 33, as for a lock that could not be acquired.
     void writeBytes(void* bytes, unsigned int offset, unsigned int length) override;
 
+    /// Reads bytes from the lock file.
     /// throws  ZReadResourceException_6_0 (message 35) with the errno, or -1 if the file ends
     ///         before `length` bytes. An empty file leaves `bytes` unchanged.
     void readBytes(void* bytes, unsigned int offset, unsigned int length) override;

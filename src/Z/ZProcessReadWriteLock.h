@@ -126,13 +126,16 @@ public:
     void sync(zlockstate) = delete;
 
 protected:
-    // For derived classes.
+    // Stores the state or the sequence number; neither locks nor notifies.
     void setLockState(zlockstate state);
     void setSequence(unsigned long sequence);
+
     unsigned long nextSequence() const;  // getSequence() + 1, skipping invalidSequence
+
+    // The lock between the threads of the process.
     ZReadWriteLock_6_0& threadLock() { return threads_; }
 
-    // True after a failed write: the number in the file is unknown.
+    // After a failed write the sequence is lost: the number in the file is unknown.
     bool isSequenceLost() const { return sequenceLost_; }
     void setSequenceLost(bool lost) { sequenceLost_ = lost; }
 

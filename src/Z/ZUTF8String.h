@@ -15,6 +15,7 @@ class ZUTF8ConstString_6_0;
 class ZLCString_6_0;
 class ZLCConstString_6_0;
 
+/// A string in UTF-8. It owns its text and grows as needed.
 class ZUTF8String_6_0 : public ZAbstractMutableString_6_0 {
 public:
     ZUTF8String_6_0() = default;
@@ -30,7 +31,7 @@ public:
     {
     }
 
-    // From one byte, or from a number written in decimal.
+    // Creates a string of one byte, or of a number in decimal.
     explicit ZUTF8String_6_0(char c) : ZAbstractMutableString_6_0(c) {}
     explicit ZUTF8String_6_0(int number) : ZAbstractMutableString_6_0(number) {}
     explicit ZUTF8String_6_0(unsigned int number) : ZAbstractMutableString_6_0(number) {}
@@ -40,12 +41,13 @@ public:
     ZUTF8String_6_0(ZUTF8String_6_0 const& other) = default;
     ZUTF8String_6_0(ZUTF8ConstString_6_0 const& other);
 
-    // Converts. A source that cannot be converted gives an empty string.
+    // Converts a string of the other codeset. A source that cannot be converted gives an empty
+    // string.
     ZUTF8String_6_0(ZLCString_6_0 const& other);
     ZUTF8String_6_0(ZLCConstString_6_0 const& other);
 
-    // Assignment replaces the contents. A null pointer changes nothing, numbers are written in
-    // decimal, and a string of the other codeset is converted; if that fails, the string is empty.
+    // Replaces the contents. A null pointer changes nothing, numbers are written in decimal, and a
+    // string of the other codeset is converted; if that fails, the string is empty.
     ZUTF8String_6_0& operator=(ZUTF8String_6_0 const& other) = default;
     ZUTF8String_6_0& operator=(ZUTF8ConstString_6_0 const& other);
     ZUTF8String_6_0& operator=(ZLCString_6_0 const& other);
@@ -114,7 +116,7 @@ public:
     }
     ZUTF8String_6_0& operator+=(ZUTF8ConstString_6_0 const& other);
 
-    // A new string: this one with the argument appended.
+    // Returns a new string: this one with the argument appended.
     ZUTF8String_6_0 operator+(char const* text) const;
     ZUTF8String_6_0 operator+(ZUTF8String_6_0 const& other) const;
     ZUTF8String_6_0 operator+(ZUTF8ConstString_6_0 const& other) const;
@@ -130,7 +132,7 @@ public:
     }
     int compareignorecase(ZUTF8ConstString_6_0 const& other) const;
 
-    // Byte equality.
+    // Equality means the same bytes.
     using ZAbstractMutableString_6_0::equals;
     bool equals(ZObject_6_0 const& other) const override;
     bool equals(ZUTF8String_6_0 const& other) const { return *this == other; }
@@ -170,7 +172,8 @@ class ZUTF8ConstString_6_0 : public ZAbstractConstString_6_0 {
 public:
     ZUTF8ConstString_6_0() = default;
 
-    // Views. The text is borrowed; a view of a string is valid while the string keeps its buffer.
+    // Views the text of the argument. The text is borrowed; a view of a string is valid while the
+    // string keeps its buffer.
     ZUTF8ConstString_6_0(char const* text) : ZAbstractConstString_6_0(text) {}
     ZUTF8ConstString_6_0(ZUTF8ConstString_6_0 const& other) = default;
     ZUTF8ConstString_6_0(ZUTF8String_6_0 const& other) : ZAbstractConstString_6_0(other.getChars())
@@ -214,7 +217,7 @@ public:
         return compareignorecase(other.getChars());
     }
 
-    // Byte equality.
+    // Equality means the same bytes.
     bool operator==(char const* text) const { return equals(text); }
     bool operator!=(char const* text) const { return !equals(text); }
     bool operator==(ZUTF8ConstString_6_0 const& other) const { return equals(other); }

@@ -77,7 +77,7 @@ int zisspace_6_0(struct qvr_cs const* cs, char const* s, size_t n);
 /// range   null `s` or `n` 0 gives 0.
 int zisalpha_6_0(struct qvr_cs const* cs, char const* s, size_t n);
 
-/// Returns 1 if the character is in the class, else 0. `wc` is a code point.
+// Returns 1 if the character is in the class, else 0. `wc` is a code point.
 int ziswupper_6_0(uint32_t wc); /* upper case */
 int ziswlower_6_0(uint32_t wc); /* lower case */
 int ziswspace_6_0(uint32_t wc); /* whitespace */
@@ -153,7 +153,8 @@ size_t zstrcount_6_0(struct qvr_cs const* cs, char const* s);
 ptrdiff_t zlcs_to_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen);
 
 /// Converts `srcLen` bytes of UTF-8 to local text. No terminator is added.
-/// range, codes   as zlcs_to_utf8_6_0.
+/// range   as zlcs_to_utf8_6_0.
+/// codes   as zlcs_to_utf8_6_0.
 ptrdiff_t zlcs_from_utf8_6_0(char const* src, size_t srcLen, char* dst, size_t dstLen);
 
 /// Converts UTF-16 to UTF-8 and advances `*src` and `*dst` past the converted part. No terminator

@@ -5,7 +5,9 @@ A header keeps its line numbers. In it
 - the opening comment describes the file; the class that is named after the file continues with it;
 - every other class ends with the opening comment's words on ownership and threads;
 - a labelled line of a contract becomes a paragraph with a title;
-- a comment next to an enumerator, a field or a typedef describes it.
+- a comment next to an enumerator, a field or a typedef describes it;
+- a plain comment above declarations without a blank line describes each of them;
+- a plain comment that is followed by a blank line is the title of the declarations below it.
 On a text page a heading gets the anchor that links name it by; the map links its modules. The
 main page, README.md, lists the subsystems after its first screen.
 
@@ -22,7 +24,7 @@ NOTE = re.compile(r"^([A-Z][a-z]+(?: [a-z]+){0,2}): +|^(Ownership) is ")
 TYPE = re.compile(r"^( *)(?:typedef )?(class|struct|union) (\w+)(?: final)?(?: :[^;]*| \{)$")
 # An enumerator, a typedef, a member of a type, a field of a nested type.
 BESIDE = re.compile(r"^( +\w+(?: = [^,;/]+)?,?|typedef [^;]*;|    (?!friend|class|struct)[^ /].*[;}]|"
-                    r" {8}(?!return)\w[^=(]*;)"
+                    r"\w[^;]*\);| {8}(?!return)\w[^=(]*;)"
                     r"( +)(?://|/\*)( .*?)(?: \*/)?$")
 
 
@@ -51,9 +53,6 @@ class Opening:
         self.purpose = capitalised(purpose.split(": ", 1)[-1])
         self.stem = purpose.split(":", 1)[0]
 
-    def summary(self):
-        return re.split(r"(?<=[.])\s+(?=[A-Z])", self.purpose)[0]
-
     def notes(self):
         """Yields (title, text) of ownership and threads."""
         title, words = "", []
@@ -73,7 +72,8 @@ class Opening:
             if self.in_modules(i):
                 line = re.sub(r"\b[zZ]\w+\b(?=[,.])", self.link, line)
             if i == 0:
-                line = capitalised(escaped(line.split(": ", 1)[-1]))
+                # The purpose is one paragraph: "\\ " hides the end of its first sentence.
+                line = capitalised(escaped(line.split(": ", 1)[-1])).replace(". ", ".\\ ")
             elif not line and not named:
                 line, named = "@file", True
             elif line.startswith("    "):
@@ -83,6 +83,7 @@ class Opening:
                         f" {capitalised(escaped(line[note.end():]))}")
             else:
                 line = escaped(line)
+            line = re.sub(r"(?<![\w/])docs/[\w-]+\.md", r"[\g<0>](\g<0>)", line)
             result.append(f"/// {line}".rstrip())
         return result
 
@@ -111,6 +112,56 @@ def describe_member(out, i, column):
     return 0
 
 
+PLAIN = re.compile(r"^((?: {4})?)(?://|/\*) (?!-)(.*?)(?: \*/)?$")
+SLOTS = "Virtual functions in slot order"
+
+
+def describe_groups(out, first):
+    """Turns plain comments between declarations, but not in function bodies, into documentation."""
+    scope, private, is_open, i = "", False, False, first
+    while i < len(out):
+        line = out[i]
+        if not line.startswith(" ") and TYPE.match(line):
+            scope, private = "    ", False
+        elif re.match(r"(public|protected|private):$", line):
+            private = line == "private:"
+        ends = re.match(r"(};|public:|protected:|private:|#ifdef|#endif)", line)
+        comment = PLAIN.match(line)
+        if comment and (comment.group(1) != scope or private or SLOTS in line):
+            comment = None
+        end = i + 1
+        while comment and out[end].startswith(f"{scope}// "):
+            end += 1
+        is_title = comment and not out[end]
+        if is_open and (ends or is_title):
+            out[i - 1] += "///@}" if not out[i - 1] else "  /**@}*/"
+            is_open = False
+        if line == "};":
+            scope = ""
+        if comment and not TYPE.match(out[end]):
+            words = [comment.group(2), *(out[k][len(scope) + 3:] for k in range(i + 1, end))]
+            if is_title:
+                title, _, rest = " ".join(words).partition(". ")
+                title = title.rstrip(".").replace(",", "\\,")
+                out[i] = f"{scope}/// @group{{{title}}} {rest} @{{"
+                is_open = True
+            else:
+                out[i] = f"{scope}/// {' '.join(words)}"
+                describe_run(out, end, scope, " ".join(words))
+            out[i + 1:end] = [""] * (end - i - 1) if is_title else [f"{scope}///"] * (end - i - 1)
+        i = end
+
+
+def describe_run(out, first, scope, words):
+    """Describes the declarations after the one at `first`, up to a blank line or a comment."""
+    for i in range(first + 1, len(out)):
+        if not out[i] or out[i].startswith(f"{scope}//") or out[i].startswith("}"):
+            return
+        starts = re.match(scope + r"[\w~\[]", out[i])
+        if starts and re.search(r"[;}](?: +///<.*)?$", out[i - 1]):
+            out[i] = f"{scope}/** {words} */ {out[i].lstrip()}"
+
+
 def header(path, lines):
     opening = Opening(path, lines)
     out = opening.documented() + lines[opening.size:]
@@ -118,6 +169,8 @@ def header(path, lines):
     column = 0
     for i in range(opening.size, len(out)):
         out[i] = CONTRACT.sub(r"\1@label{\2} ", out[i])
+        if out[i].lstrip().startswith("//"):
+            out[i] = re.sub(r"(?<![\w/])docs/[\w-]+\.md", r"[\g<0>](\g<0>)", out[i])
         column = describe_member(out, i, column)
         kind = TYPE.match(out[i])
         if not kind:
@@ -131,7 +184,8 @@ def header(path, lines):
         if above < i:
             out[i - 1] += f" {more}"
         elif main and not out[i - 1]:
-            out[i - 1] = f"/// {escaped(opening.summary())} {more}"
+            out[i - 1] = f"/// {escaped(opening.purpose)} {more}"
+    describe_groups(out, opening.size)
     return out
 
 
