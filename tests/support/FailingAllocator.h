@@ -39,7 +39,8 @@ public:
 
 // Runs `call` with its first allocation failing, then with its second, and so on, until it runs to
 // its end without a failure. Each run that fails must raise ZOutOfMemoryException_6_0, leak no
-// block, and leave behind what `check` expects. Returns the number of runs that failed.
+// block, and leave behind what `check` expects. Returns the number of runs that failed. A test
+// expects at least one, or one per element that is copied: the exact number is not a promise.
 template <class Call, class Check>
 unsigned long failEachAllocation(Call call, Check check,
                                  FailingAllocator::Mode mode = FailingAllocator::once)

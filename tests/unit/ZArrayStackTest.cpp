@@ -77,7 +77,7 @@ TEST(ZArrayStack, FailedAllocationLeavesItUnchanged)
     ZArrayStack_6_0 stack(4);
     for (int i = 0; i < 4; ++i)
         stack.push(&one);
-    EXPECT_EQ(1u, failEachAllocation([&] { stack.push(&two); },
+    EXPECT_LE(1u, failEachAllocation([&] { stack.push(&two); },
                                      [&] {
                                          EXPECT_EQ(4u, stack.size());
                                          EXPECT_EQ(&one, stack.get(3));

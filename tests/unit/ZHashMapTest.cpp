@@ -203,12 +203,13 @@ TEST_F(ZHashMap, LookupCostDoesNotGrowWithTheEntries)
         CountedObject const probe(i);
         EXPECT_EQ(i < 20000, map.contains(&probe));
     }
-    EXPECT_EQ(20000, CountedObject::compared);
+    EXPECT_GE(2 * 40000, CountedObject::compared);
+    CountedObject::compared = 0;
     for (int i = 0; i < 20000; ++i) {
         CountedObject probe(i);
         map.removeEntry(&probe);
     }
-    EXPECT_EQ(40000, CountedObject::compared);
+    EXPECT_GE(2 * 20000, CountedObject::compared);
     EXPECT_TRUE(map.isEmpty());
 }
 

@@ -304,7 +304,7 @@ TEST(ZSequenceUpdate, KeepsItsTwoNumbers)
 TEST(ZSequenceUpdate, IsClonedOrNot)
 {
     ZSequenceUpdate_6_0 const update(5, 3);
-    EXPECT_EQ(1u, failEachAllocation([&] { delete update.clone(); }, [] {}));
+    EXPECT_LE(1u, failEachAllocation([&] { delete update.clone(); }, [] {}));
 }
 
 TEST(ZSequenceUpdate, StartsInvalid)

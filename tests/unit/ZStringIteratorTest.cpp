@@ -256,7 +256,7 @@ TEST(ZStringIterator, AStepAllocatesNothing)
                               iterator.getNext();
                       },
                       [] {}));
-    EXPECT_EQ(1u, failEachAllocation([&] { delete iterator.clone(); }, [] {}));
+    EXPECT_LE(1u, failEachAllocation([&] { delete iterator.clone(); }, [] {}));
 }
 
 TEST(ZStringIterator, VirtualFunctionsKeepTheirSlots)
