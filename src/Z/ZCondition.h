@@ -113,7 +113,7 @@ public:
     /// owns    borrowed until the condition is destroyed.
     virtual ZLock_6_0* getResource() const;
 
-    /// Called when a timed wait has timed out; does nothing here.
+    /// Called when a timed wait has timed out. ZCondition_6_0 does nothing.
     void waitTimedOut() override;
 
     /// Checks that the calling thread holds the lock.

@@ -92,7 +92,8 @@ public:
 
     ~ZZException_6_0() override;
 
-    /// Reports the exception without inserts.
+    /// Reports the exception with its inserts through the installed message service. A class that
+    /// does not override this has no inserts.
     void print() override;
 
     /// Returns the types of the inserts that print() passes, in order: 's' for a string, 'd' for a
@@ -101,7 +102,7 @@ public:
     /// A message service calls this during a report, for the types of the running print(). A class
     /// of the library returns the types of its own print() or, if a caller's class overrides only
     /// print(), the types in the message text. Outside a report, a class returns the types of its
-    /// own print(); null here.
+    /// own print(); null in ZZException_6_0.
     ///
     /// A caller's class overrides this if its print() passes other inserts than the message text
     /// has conversions. It must then also override print(), and so must every class derived from it

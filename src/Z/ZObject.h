@@ -24,14 +24,15 @@ public:
     /// throws  only a few guards do, if a release fails and no other exception unwinds the stack.
     virtual ~ZObject_6_0() noexcept(false);
 
-    /// Returns the hash of the object; here the low 32 bits of its address.
+    /// Returns the hash of the object. A class that does not override this returns the low 32 bits
+    /// of the address.
     virtual uint32_t hash() const;
 
     /// Returns a negative number, 0 or a positive number if this object sorts before, with or
-    /// after `other`; here -1, 0 or 1 by address.
+    /// after `other`. A class that does not override this orders by address: -1, 0 or 1.
     virtual int compare(ZObject_6_0 const& other) const;
 
-    /// Returns a copy of the object; here null, because the object cannot be cloned.
+    /// Returns a copy of the object; null if its class does not override this.
     /// owns    owned by the caller; released with delete.
     virtual ZObject_6_0* clone() const;
 

@@ -69,13 +69,14 @@ public:
     /// owns    static string.
     virtual char const* getLockStateName(zlockstate state) const;
 
-    /// Returns whether nothing has changed since this lock was last held; always 1 here.
+    /// Returns whether nothing has changed since this lock was last held. A lock inside a process
+    /// always returns 1.
     virtual int isCurrent() const;
 
     /// Releases the lock with the update flag `getUpdate()`.
     void unlock() override;
 
-    /// Releases the lock; does nothing here.
+    /// Releases the lock. The base class does nothing.
     virtual void unlock(int update);
     void unlock(zlockstate) = delete;  // a lock state is not an update flag
 
@@ -85,10 +86,10 @@ public:
     /// Returns whether the calling thread holds the lock for writing.
     virtual int ownWriteLock() const = 0;
 
-    /// Returns the update flag; 0 here.
+    /// Returns the update flag. A lock inside a process always returns 0.
     virtual int getUpdate() const;
 
-    /// Sets the update flag; does nothing here.
+    /// Sets the update flag. A lock inside a process ignores it.
     virtual void setUpdate(int update);
     void setUpdate(zlockstate) = delete;
 

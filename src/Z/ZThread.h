@@ -53,7 +53,7 @@ public:
     /// through the message service. Cancellation ends the thread too.
     virtual void run() = 0;
 
-    /// Called by the ending thread, whatever ended it; does nothing here.
+    /// Called by the ending thread, whatever ended it. The base class does nothing.
     virtual void exit();
 
     /// Returns the pthread_t of the last start; 0 before the first start. The new id is stored

@@ -32,7 +32,7 @@ public:
     /// throws  ZNotClonableException_6_0.
     [[noreturn]] ZObject_6_0* clone() const override;
 
-    /// Creates a thread for getAvailableIdleThread(); returns null here.
+    /// Creates a thread for getAvailableIdleThread(). The base class returns null.
     /// owns    owned by the caller of getAvailableIdleThread().
     virtual ZThread_6_0* createThread();
 

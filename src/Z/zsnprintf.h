@@ -77,8 +77,8 @@ enum {
     zprintfUpperExponent = 0x80000,      /* E G */
     zprintfNoArgument = 0x100000,        /* %% */
     zprintfWidthOf8 = 0x200000,          /* minimum width of 8; set by no conversion */
-    zprintfPrecisionOf8 = 0x400000       /* minimum precision of 8; set by no conversion; does not
-                                            limit strings */
+    zprintfPrecisionOf8 = 0x400000       // minimum precision of 8, except for strings; set by
+                                         // no conversion
 };
 
 /// Capacity of a context before it allocates: conversions, and arguments with the unused 0.

@@ -25,7 +25,7 @@ TYPE = re.compile(r"^( *)(?:typedef )?(class|struct|union) (\w+)(?: final)?(?: :
 # An enumerator, a typedef, a member of a type, a field of a nested type.
 BESIDE = re.compile(r"^( +\w+(?: = [^,;/]+)?,?|typedef [^;]*;|    (?!friend|class|struct)[^ /].*[;}]|"
                     r"\w[^;]*\);| {8}(?!return)\w[^=(]*;)"
-                    r"( +)(?://|/\*)( .*?)(?: \*/)?$")
+                    r"( +)(?://( .*)|/\*( .*) \*/)$")
 
 
 def escaped(text):
@@ -104,7 +104,7 @@ def describe_member(out, i, column):
     to it. Returns the column, or 0."""
     match = BESIDE.match(out[i])
     if match:
-        out[i] = f"{match.group(1)}{match.group(2)}///<{match.group(3)}"
+        out[i] = f"{match.group(1)}{match.group(2)}///<{match.group(3) or match.group(4)}"
         return match.end(2)
     if column > 0 and out[i].startswith(" " * column + "// "):
         out[i] = f"{' ' * column}///<{out[i][column + 2:]}"
