@@ -80,14 +80,14 @@ public:
         return store;
     }
 
-    std::string madeFor;  // the file whose name the stores have
+    std::string madeFor;  // if not empty, a file that the stores load first
     std::atomic<int> made{0};
     std::function<void()> onPostLoad;
 };
 
-// What a call raised, in one line.
+// Describes the exception of a call in one line.
 template <class Call>
-std::string raised(Call call)
+std::string thrown(Call call)
 {
     try {
         call();
@@ -118,7 +118,7 @@ std::string valueOf(ZProperties_6_0 const& store, char const* category, char con
 }
 
 // The bytes of a companion file with one record for each triple.
-std::string packed(std::vector<std::string> const& triples)
+std::string compressed(std::vector<std::string> const& triples)
 {
     std::string plain;
     for (size_t i = 0; i < triples.size(); i += 3)
@@ -159,10 +159,10 @@ using ZProperties = PropertiesTest;
 
 TEST(ZPropertiesObject, RefusesANullCache)
 {
-    EXPECT_EQ("ZInvalidParameterException", raised([] { ZProperties_6_0 store(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([] { ZProperties_6_0 store(nullptr); }));
 }
 
-TEST_F(ZProperties, StartsEmptyUnmodifiedAndNameless)
+TEST_F(ZProperties, StartsEmptyUnmodifiedAndWithoutAFileName)
 {
     EXPECT_EQ(0, store_.count());
     EXPECT_EQ(0, store_.isModified());
@@ -170,7 +170,7 @@ TEST_F(ZProperties, StartsEmptyUnmodifiedAndNameless)
     EXPECT_EQ(0, store_.timeStamp());
 }
 
-TEST_F(ZProperties, CopyIsAStoreOfItsOwn)
+TEST_F(ZProperties, CopyIsIndependent)
 {
     std::string const path = load(kText);
     NotedChanges observer;
@@ -187,7 +187,7 @@ TEST_F(ZProperties, CopyIsAStoreOfItsOwn)
 
 // ---- Names and defaults ------------------------------------------------------------------------
 
-TEST_F(ZProperties, RefusesNullAndEmptyNamesEverywhere)
+TEST_F(ZProperties, EveryFunctionRefusesNullAndEmptyNames)
 {
     load(kText);
     ZLCString_6_0 out("before");
@@ -220,11 +220,11 @@ TEST_F(ZProperties, RefusesNullAndEmptyNamesEverywhere)
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call(nullptr, "k"); }));
-        EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("", "k"); }));
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] { c.call(nullptr, "k"); }));
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] { c.call("", "k"); }));
         if (c.takesKey) {
-            EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("server", nullptr); }));
-            EXPECT_EQ("ZInvalidParameterException", raised([&] { c.call("server", ""); }));
+            EXPECT_EQ("ZInvalidParameterException", thrown([&] { c.call("server", nullptr); }));
+            EXPECT_EQ("ZInvalidParameterException", thrown([&] { c.call("server", ""); }));
         }
     }
     EXPECT_STREQ("before", out.getChars());
@@ -232,33 +232,33 @@ TEST_F(ZProperties, RefusesNullAndEmptyNamesEverywhere)
     EXPECT_EQ(2, store_.count());
 }
 
-TEST_F(ZProperties, RequiredAndADefaultExcludeEachOther)
+TEST_F(ZProperties, RequiredAndADefaultAreMutuallyExclusive)
 {
     load(kText);
     ZLCString_6_0 out("before");
     for (char const* key : {"port", "missing"}) {
         SCOPED_TRACE(key);
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { store_.getValue("server", key, out, 1, "x"); }));
+                  thrown([&] { store_.getValue("server", key, out, 1, "x"); }));
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { store_.getIntegerValue("server", key, 1, 5); }));
+                  thrown([&] { store_.getIntegerValue("server", key, 1, 5); }));
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { store_.getBooleanValue("server", key, 1, 1); }));
+                  thrown([&] { store_.getBooleanValue("server", key, 1, 1); }));
     }
     EXPECT_STREQ("before", out.getChars());
     EXPECT_EQ(80u, store_.getIntegerValue("server", "port", 1, 0));
 }
 
-TEST_F(ZProperties, MissingKeyRaisesWhenRequiredAndGivesTheDefaultOtherwise)
+TEST_F(ZProperties, MissingKeyThrowsIfRequiredAndElseGivesTheDefault)
 {
     std::string const path = load(kText);
     ZLCString_6_0 out("before");
     for (char const* key : {"missing", "empty"}) {
         SCOPED_TRACE(key);
         std::string const expected = "missing " + path + " server " + key;
-        EXPECT_EQ(expected, raised([&] { store_.getValue("server", key, out, 1, nullptr); }));
-        EXPECT_EQ(expected, raised([&] { store_.getIntegerValue("server", key, 1, 0); }));
-        EXPECT_EQ(expected, raised([&] { store_.getBooleanValue("server", key, 1, 0); }));
+        EXPECT_EQ(expected, thrown([&] { store_.getValue("server", key, out, 1, nullptr); }));
+        EXPECT_EQ(expected, thrown([&] { store_.getIntegerValue("server", key, 1, 0); }));
+        EXPECT_EQ(expected, thrown([&] { store_.getBooleanValue("server", key, 1, 0); }));
         EXPECT_STREQ("before", out.getChars());
         EXPECT_EQ(7u, store_.getIntegerValue("server", key, 0, 7));
         EXPECT_EQ(1, store_.getBooleanValue("server", key, 0, 1));
@@ -267,10 +267,10 @@ TEST_F(ZProperties, MissingKeyRaisesWhenRequiredAndGivesTheDefaultOtherwise)
     store_.getValue("server", "missing", out, 0, nullptr);
     EXPECT_TRUE(out.isEmpty());
     EXPECT_EQ("missing " + path + " nowhere port",
-              raised([&] { store_.getValue("nowhere", "port", out, 1, nullptr); }));
+              thrown([&] { store_.getValue("nowhere", "port", out, 1, nullptr); }));
 }
 
-TEST_F(ZProperties, MissingKeyNamesItsPlaceInTheReport)
+TEST_F(ZProperties, MissingKeyReportsItsSite)
 {
     load(kText);
     try {
@@ -285,14 +285,14 @@ TEST_F(ZProperties, MissingKeyNamesItsPlaceInTheReport)
 
 // ---- Values ------------------------------------------------------------------------------------
 
-TEST_F(ZProperties, SingleValueIsTheLastOne)
+TEST_F(ZProperties, SingleValueIsTheLastValue)
 {
     load("[s]\nk = a\nk = b\n");
     EXPECT_EQ("b", valueOf(store_, "s", "k"));
     EXPECT_EQ("a,b,", valuesOf(store_, "s", "k"));
 }
 
-TEST_F(ZProperties, NumberForms)
+TEST_F(ZProperties, NumbersAreReadInEveryNotation)
 {
     struct Case {
         char const* text;
@@ -335,11 +335,11 @@ TEST_F(ZProperties, NumberForms)
             EXPECT_EQ(c.expected, store_.getIntegerValue("s", "n", 1, 0));
         else
             EXPECT_EQ(std::string("value 40  s n ") + c.text,
-                      raised([&] { store_.getIntegerValue("s", "n", 1, 0); }));
+                      thrown([&] { store_.getIntegerValue("s", "n", 1, 0); }));
     }
 }
 
-TEST_F(ZProperties, NumberFailureNamesItsPlaceInTheReport)
+TEST_F(ZProperties, InvalidNumberReportsItsSite)
 {
     std::string const path = load("[s]\nn = 12abc\n");
     try {
@@ -353,7 +353,7 @@ TEST_F(ZProperties, NumberFailureNamesItsPlaceInTheReport)
     }
 }
 
-TEST_F(ZProperties, TruthForms)
+TEST_F(ZProperties, BooleansAreReadFromEveryWord)
 {
     struct Case {
         char const* text;
@@ -390,11 +390,11 @@ TEST_F(ZProperties, TruthForms)
             EXPECT_EQ(c.expected, store_.getBooleanValue("s", "b", 1, 0));
         else
             EXPECT_EQ(std::string("value 41  s b ") + c.text,
-                      raised([&] { store_.getBooleanValue("s", "b", 1, 0); }));
+                      thrown([&] { store_.getBooleanValue("s", "b", 1, 0); }));
     }
 }
 
-TEST_F(ZProperties, AnEmptyValueIsZeroAndFalse)
+TEST_F(ZProperties, EmptyValueIsZeroAndFalse)
 {
     store_.setValue("s", "k", "x");
     {
@@ -433,7 +433,7 @@ TEST_F(ZProperties, CountsAndExistence)
     EXPECT_EQ(1, store_.numValues("client", "secret"));
 }
 
-TEST_F(ZProperties, ValuesFillAnOwningListOfEitherKind)
+TEST_F(ZProperties, GetValuesFillsAListOfEitherType)
 {
     load("[s]\nk = a\nk = b\n");
     ZArrayList_6_0 out(1, 1);
@@ -451,7 +451,7 @@ TEST_F(ZProperties, ValuesFillAnOwningListOfEitherKind)
     EXPECT_EQ(0u, out.size());
 }
 
-TEST_F(ZProperties, ValuesRefuseABorrowingListAndAnUnknownKind)
+TEST_F(ZProperties, GetValuesRefusesABorrowingListAndAnInvalidType)
 {
     load("[s]\nk = a\n");
     ZLCString_6_0 const old("old");
@@ -460,16 +460,16 @@ TEST_F(ZProperties, ValuesRefuseABorrowingListAndAnUnknownKind)
     ZArrayList_6_0 owning(1, 1);
     owning.add(&old);
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { store_.getValues("s", "k", borrowing, zPropLocalStrings); }));
+              thrown([&] { store_.getValues("s", "k", borrowing, zPropLocalStrings); }));
     for (int type : {1, 4, 7, 9, -1})
-        EXPECT_EQ("ZInvalidParameterException", raised([&] {
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] {
                       store_.getValues("s", "k", owning, static_cast<ZPropertyStringType>(type));
                   }));
     EXPECT_EQ(1u, borrowing.size());
     EXPECT_EQ(1u, owning.size());
 }
 
-TEST_F(ZProperties, ValueGoesIntoAStringOfEitherCodeset)
+TEST_F(ZProperties, GetValueConvertsToTheCodesetOfTheResult)
 {
     load("[s]\nk = plain\n");
     ZUTF8String_6_0 utf8("before");
@@ -515,7 +515,7 @@ TEST_F(ZProperties, SetReplacesEveryValue)
     EXPECT_EQ(1, store_.exists("s", "k"));
 }
 
-TEST_F(ZProperties, SixFormsOfSettingAText)
+TEST_F(ZProperties, SetValueAcceptsSixTypesOfStrings)
 {
     store_.setValue("s", "1", "text");
     store_.setValue("s", "2", "text", 0);
@@ -536,7 +536,7 @@ TEST_F(ZProperties, SixFormsOfSettingAText)
     }
 }
 
-TEST_F(ZProperties, NumbersAndTruthsAreWrittenAsText)
+TEST_F(ZProperties, NumbersAndBooleansAreStoredAsText)
 {
     store_.setIntegerValue("s", "n", 4294967295u);
     store_.setBooleanValue("s", "y", 5);
@@ -546,28 +546,28 @@ TEST_F(ZProperties, NumbersAndTruthsAreWrittenAsText)
     EXPECT_EQ("no", valueOf(store_, "s", "f"));
 }
 
-TEST_F(ZProperties, KeyKeepsItsKindOfValues)
+TEST_F(ZProperties, ValuesOfAKeyStayPlainOrObfuscated)
 {
     store_.setValue("s", "plain", "p");
     store_.setValue("s", "hidden", "h", 1);
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.setValue("s", "plain", "x", 1); }));
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.setValue("s", "hidden", "x"); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.setValue("s", "plain", "x", 1); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.setValue("s", "hidden", "x"); }));
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { store_.setIntegerValue("s", "hidden", 1); }));
+              thrown([&] { store_.setIntegerValue("s", "hidden", 1); }));
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { store_.setBooleanValue("s", "hidden", 1); }));
+              thrown([&] { store_.setBooleanValue("s", "hidden", 1); }));
     EXPECT_EQ("p", valueOf(store_, "s", "plain"));
     EXPECT_EQ("h", valueOf(store_, "s", "hidden"));
     store_.checkAccess("s", "plain", 0);
     store_.checkAccess("s", "hidden", 1);
     store_.checkAccess("s", "missing", 1);
-    store_.setValue("s", "hidden", "");  // no value, no kind
+    store_.setValue("s", "hidden", "");  // a key without values has no kind
     store_.checkAccess("s", "hidden", 0);
     store_.setValue("s", "hidden", "open now");
     EXPECT_EQ(0, store_.isObfuscated("s", "hidden"));
 }
 
-TEST_F(ZProperties, RefusesTextThatAFileWouldNotGiveBack)
+TEST_F(ZProperties, RefusesStringsThatAFileCannotRepresent)
 {
     load("[s]\nk = a\n");
     struct Case {
@@ -578,27 +578,27 @@ TEST_F(ZProperties, RefusesTextThatAFileWouldNotGiveBack)
     };
     Case const cases[] = {
         {"bracket in the category", "a]b", "k", "v"},
-        {"line feed in the category", "a\nb", "k", "v"},
+        {"newline in the category", "a\nb", "k", "v"},
         {"equals in the key", "s", "a=b", "v"},
         {"comment as key", "s", "#k", "v"},
-        {"head as key", "s", "[k", "v"},
-        {"blank before the key", "s", " k", "v"},
-        {"tab behind the key", "s", "k\t", "v"},
-        {"line feed in the key", "s", "a\nb", "v"},
-        {"line feed in the value", "s", "k", "a\n[x]"},
+        {"header as key", "s", "[k", "v"},
+        {"space before the key", "s", " k", "v"},
+        {"tab after the key", "s", "k\t", "v"},
+        {"newline in the key", "s", "a\nb", "v"},
+        {"newline in the value", "s", "k", "a\n[x]"},
         {"line too long", "s", "k", std::string(8190, 'x')},
         {"key too long", "s", std::string(9000, 'x'), "v"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ("ZInvalidParameterException", raised([&] {
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] {
                       store_.setValue(c.category.c_str(), c.key.c_str(), c.value.c_str());
                   }));
     }
     EXPECT_EQ(0, store_.isModified());
     EXPECT_EQ(1, store_.count());
     EXPECT_EQ("a", valueOf(store_, "s", "k"));
-    // An obfuscated value stands in no line.
+    // An obfuscated value is not in the file.
     store_.setValue("s", "secret", "a\nb", 1);
     EXPECT_EQ("a\nb", valueOf(store_, "s", "secret"));
     // The longest line that fits.
@@ -610,27 +610,27 @@ TEST_F(ZProperties, RefusesTextThatAFileWouldNotGiveBack)
     EXPECT_EQ(longest, valueOf(again, "s", "k"));
 }
 
-TEST_F(ZProperties, CompanionEntryCannotBeHidden)
+TEST_F(ZProperties, CompanionEntryCannotBeObfuscated)
 {
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { store_.setValue("configuration-database", "file", "/x", 1); }));
+              thrown([&] { store_.setValue("configuration-database", "file", "/x", 1); }));
     EXPECT_EQ(0, store_.exists("configuration-database"));
     store_.setValue("configuration-database", "secret", "hidden", 1);
     EXPECT_EQ(1, store_.isObfuscated("configuration-database", "secret"));
     EXPECT_EQ("hidden", valueOf(store_, "configuration-database", "secret"));
 }
 
-TEST_F(ZProperties, UTF8ThatHasNoLocalFormIsRefused)
+TEST_F(ZProperties, UTF8WithoutALocalFormIsRefused)
 {
-    // In a UTF-8 locale every valid text has one; a torn sequence has none anywhere.
+    // In a UTF-8 locale every valid string has a local form; a truncated sequence never has.
     EXPECT_EQ("ZFromUTF8Exception",
-              raised([&] { store_.setValue("s", "k", ZUTF8String_6_0("\xC3"), 0); }));
+              thrown([&] { store_.setValue("s", "k", ZUTF8String_6_0("\xC3"), 0); }));
     EXPECT_EQ("ZFromUTF8Exception",
-              raised([&] { store_.setValue("s", "k", ZUTF8ConstString_6_0("\xFF"), 0); }));
+              thrown([&] { store_.setValue("s", "k", ZUTF8ConstString_6_0("\xFF"), 0); }));
     EXPECT_EQ(0, store_.exists("s"));
 }
 
-TEST_F(ZProperties, OuterWhiteSpaceOfAPlainValueIsNotReadBack)
+TEST_F(ZProperties, OuterWhitespaceOfAPlainValueIsNotReadBack)
 {
     std::string const path = directory_.at("conf");
     store_.setValue("s", "plain", " \tv\r");
@@ -642,7 +642,7 @@ TEST_F(ZProperties, OuterWhiteSpaceOfAPlainValueIsNotReadBack)
     EXPECT_EQ(" \tv\r", valueOf(store_, "s", "hidden"));
 }
 
-TEST_F(ZProperties, DeletedKeyIsGone)
+TEST_F(ZProperties, DeleteKeyRemovesTheKey)
 {
     load(kText);
     store_.deleteKey("server", "port");
@@ -652,7 +652,7 @@ TEST_F(ZProperties, DeletedKeyIsGone)
     store_.deleteKey("nowhere", "port");
 }
 
-TEST_F(ZProperties, CommentsOfSeveralLinesBecomeLines)
+TEST_F(ZProperties, CommentsWithSeveralLinesBecomeCommentLines)
 {
     load("[s]\nk = a\n");
     store_.addFileComment("# one\n# two");
@@ -661,19 +661,19 @@ TEST_F(ZProperties, CommentsOfSeveralLinesBecomeLines)
     store_.store(nullptr);
     EXPECT_EQ("# one\n# two\n\n[s]\n\n# three\n# four\nk = a\n\n# five\nnew =\n",
               directory_.read("conf"));
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.addFileComment(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.addFileComment(nullptr); }));
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { store_.addFileComment(("#" + std::string(8190, 'x')).c_str()); }));
+              thrown([&] { store_.addFileComment(("#" + std::string(8190, 'x')).c_str()); }));
 }
 
-TEST_F(ZProperties, CommentsWithoutTheirMarkAreRefused)
+TEST_F(ZProperties, CommentsWithoutAHashSignAreRefused)
 {
     load("[s]\nk = a\n");
     for (char const* comment : {"[x]", "k = b", "", " # blank first", "# one\n[x]", "# one\n"}) {
         SCOPED_TRACE(comment);
-        EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.addFileComment(comment); }));
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.addFileComment(comment); }));
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { store_.addEntryComment("s", "k", comment); }));
+                  thrown([&] { store_.addEntryComment("s", "k", comment); }));
     }
     EXPECT_EQ(0, store_.isModified());
     store_.store(nullptr);
@@ -709,11 +709,11 @@ TEST_F(ZProperties, ModifiedFlagFollowsChangesLoadsAndStores)
 
 TEST_F(ZProperties, FirstPathBecomesTheFileName)
 {
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.load(nullptr); }));
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.load(""); }));
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.store(nullptr); }));
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store_.reload(""); }));
-    EXPECT_NE("nothing", raised([&] { store_.load(directory_.at("missing").c_str()); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.load(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.load(""); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.store(nullptr); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store_.reload(""); }));
+    EXPECT_NE("nothing", thrown([&] { store_.load(directory_.at("missing").c_str()); }));
     EXPECT_TRUE(store_.fileName().isEmpty());
     std::string const path = load("[s]\nk = a\n");
     EXPECT_STREQ(path.c_str(), store_.fileName().getChars());
@@ -727,7 +727,7 @@ TEST_F(ZProperties, FirstPathBecomesTheFileName)
     EXPECT_STREQ(other.c_str(), fresh.fileName().getChars());
 }
 
-TEST_F(ZProperties, StoreMakesAMissingFileAndLeavesNothingElse)
+TEST_F(ZProperties, StoreCreatesAMissingFileAndNoOther)
 {
     store_.setValue("s", "k", "v");
     store_.store(directory_.at("new").c_str());
@@ -735,7 +735,7 @@ TEST_F(ZProperties, StoreMakesAMissingFileAndLeavesNothingElse)
     EXPECT_EQ("new", directory_.names());
 }
 
-TEST_F(ZProperties, ShorterTextLeavesNoTail)
+TEST_F(ZProperties, ShorterTextReplacesTheWholeFile)
 {
     std::string const path = load("[s]\nk = " + std::string(4000, 'x') + "\n");
     store_.setValue("s", "k", "y");
@@ -758,7 +758,7 @@ TEST_F(ZProperties, StoreKeepsInodeOwnerAndMode)
     EXPECT_EQ(before.st_uid, after.st_uid);
 }
 
-TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
+TEST_F(ZProperties, LoadFailuresReportTheCallAndChangeNothing)
 {
     load("[s]\nk = a\n");
     store_.setValue("s", "k", "changed");
@@ -778,7 +778,7 @@ TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
         {"file as directory", "conf/x", "", "io " + at + "conf/x fopen(r) 20"},
         {"directory", "dir", "", "io " + at + "dir fopen(r) 21"},
         {"fifo", "fifo", "", "io " + at + "fifo fopen(r) 22"},
-        {"key before a head", "bad", "k = v\n", "data " + at + "bad 1 k = v"},
+        {"key before a header", "bad", "k = v\n", "data " + at + "bad 1 k = v"},
         {"no equals", "bad", "[t]\n\nword\n", "data " + at + "bad 3 word"},
         {"equals first", "bad", "[t]\n  = v  \n", "data " + at + "bad 2 = v"},
         {"no closing bracket", "bad", "# x\n[t\n", "data " + at + "bad 2 [t"},
@@ -796,10 +796,10 @@ TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
         if (!c.text.empty())
             directory_.write(c.file, c.text);
         std::string const path = directory_.at(c.file);
-        EXPECT_EQ(c.expected, raised([&] { store_.load(path.c_str()); }));
-        EXPECT_EQ(c.expected, raised([&] { store_.reload(path.c_str()); }));
+        EXPECT_EQ(c.expected, thrown([&] { store_.load(path.c_str()); }));
+        EXPECT_EQ(c.expected, thrown([&] { store_.reload(path.c_str()); }));
         Store fresh;
-        EXPECT_EQ(c.expected, raised([&] { fresh.load(path.c_str()); }));
+        EXPECT_EQ(c.expected, thrown([&] { fresh.load(path.c_str()); }));
         EXPECT_TRUE(fresh.fileName().isEmpty());
         EXPECT_EQ(0, fresh.count());
         EXPECT_EQ("changed", valueOf(store_, "s", "k"));
@@ -811,12 +811,12 @@ TEST_F(ZProperties, LoadFailuresNameTheCallAndChangeNothing)
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, FileThatCannotBeReadIsAFailure)
+TEST_F(ZProperties, LoadFailsIfTheFileCannotBeRead)
 {
-    // The memory of the process, where nothing lies at the beginning.
+    // The memory of the process; nothing is mapped at address 0.
     load("[s]\nk = a\n");
     EXPECT_EQ("io /proc/self/mem read() " + std::to_string(EIO),
-              raised([&] { store_.load("/proc/self/mem"); }));
+              thrown([&] { store_.load("/proc/self/mem"); }));
     EXPECT_EQ("a", valueOf(store_, "s", "k"));
 }
 
@@ -829,10 +829,10 @@ TEST_F(ZProperties, UnusualTextIsRead)
     };
     Case const cases[] = {
         {"CRLF", "[s]\r\nk = v\r\n", "v"},
-        {"no line feed at the end", "[s]\nk = v", "v"},
+        {"no newline at the end", "[s]\nk = v", "v"},
         {"NUL cuts the line", std::string("[s]\nk = v\0w\n", 12), "v"},
         {"invalid UTF-8", "[s]\nk = \xFF\xFE\n", "\xFF\xFE"},
-        {"blanks", "  [s] tail\n  k   =   v  \n", "v"},
+        {"spaces", "  [s] tail\n  k   =   v  \n", "v"},
         {"blank before equals only", "[s]\nk =\n", "(none)"},
     };
     for (Case const& c : cases) {
@@ -846,18 +846,18 @@ TEST_F(ZProperties, UnusualTextIsRead)
     EXPECT_EQ(0, empty.count());
 }
 
-TEST_F(ZProperties, LoadAddsToWhatIsThere)
+TEST_F(ZProperties, LoadAddsToTheContents)
 {
     load("[a]\nk = 1\n");
     store_.load(directory_.write("more", "[b]\nk = 2\n").c_str());
     EXPECT_EQ("1", valueOf(store_, "a", "k"));
     EXPECT_EQ("2", valueOf(store_, "b", "k"));
     std::string const again = directory_.write("again", "[c]\nk = 3\n[b]\nk = 4\n");
-    EXPECT_EQ("data " + again + " 3 [b]", raised([&] { store_.load(again.c_str()); }));
+    EXPECT_EQ("data " + again + " 3 [b]", thrown([&] { store_.load(again.c_str()); }));
     EXPECT_EQ(2, store_.count());
 }
 
-TEST_F(ZProperties, ReloadTakesThePlaceOfWhatIsThere)
+TEST_F(ZProperties, ReloadReplacesTheContents)
 {
     std::string const path = load("[a]\nk = 1\n");
     store_.setValue("b", "k", "2");
@@ -866,7 +866,7 @@ TEST_F(ZProperties, ReloadTakesThePlaceOfWhatIsThere)
     EXPECT_EQ("1", valueOf(store_, "a", "k"));
     EXPECT_EQ(path, store_.loaded);
     directory_.write("conf", "broken");
-    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store_.reload(nullptr); }));
+    EXPECT_EQ("data " + path + " 1 broken", thrown([&] { store_.reload(nullptr); }));
     EXPECT_EQ("1", valueOf(store_, "a", "k"));
 }
 
@@ -878,30 +878,30 @@ TEST_F(ZProperties, UnreadableAndUnwritableFilesAreRefused)
     asNobody([&] {
         Store store;
         bool const load =
-            raised([&] { store.load(path.c_str()); }) == "io " + path + " fopen(r) 13";
+            thrown([&] { store.load(path.c_str()); }) == "io " + path + " fopen(r) 13";
         store.setValue("s", "k", "b");
         bool const save =
-            raised([&] { store.store(path.c_str()); }) == "io " + path + " fopen(r+) 13";
+            thrown([&] { store.store(path.c_str()); }) == "io " + path + " fopen(r+) 13";
         return load && save && store.isModified() != 0;
     });
     chmod(path.c_str(), 0600);
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, AnotherProcessThatHoldsTheFileIsNotWaitedFor)
+TEST_F(ZProperties, LoadAndStoreDoNotWaitForAnotherProcess)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "k", "b");
     {
         LockingProcess const writer(path, F_WRLCK);
-        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.reload(nullptr); }));
-        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ("io " + path + " fcntl() 11", thrown([&] { store_.reload(nullptr); }));
+        EXPECT_EQ("io " + path + " fcntl() 11", thrown([&] { store_.store(nullptr); }));
         EXPECT_EQ("b", valueOf(store_, "s", "k"));
         EXPECT_EQ(1, store_.isModified());
     }
     {
         LockingProcess const reader(path, F_RDLCK);
-        EXPECT_EQ("io " + path + " fcntl() 11", raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ("io " + path + " fcntl() 11", thrown([&] { store_.store(nullptr); }));
         Store other;
         other.load(path.c_str());
         EXPECT_EQ("a", valueOf(other, "s", "k"));
@@ -912,7 +912,7 @@ TEST_F(ZProperties, AnotherProcessThatHoldsTheFileIsNotWaitedFor)
     EXPECT_EQ("[s]\nk = b\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
+TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsExceptionUndoesTheLoad)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     std::string seen;
@@ -935,10 +935,10 @@ TEST_F(ZProperties, PostLoadSeesTheLoadedStoreAndItsFailureUndoesTheLoad)
     EXPECT_EQ("a", valueOf(store_, "s", "k"));
     store_.onPostLoad = nullptr;
     store_.setValue("s", "k", "c");
-    EXPECT_EQ("2[s]k ", observer.log);  // the loading flag is not stuck
+    EXPECT_EQ("2[s]k ", observer.log);  // the loading flag is reset
 }
 
-TEST_F(ZProperties, StoringInPostLoadEndsTheLoading)
+TEST_F(ZProperties, StoreInPostLoadResetsTheLoadingFlag)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     NotedChanges observer;
@@ -954,7 +954,7 @@ TEST_F(ZProperties, StoringInPostLoadEndsTheLoading)
     EXPECT_EQ("c", valueOf(store_, "s", "k"));
 }
 
-TEST_F(ZProperties, FileReplacedByRenameIsTheOneThatIsWritten)
+TEST_F(ZProperties, StoreWritesTheFileThatWasRenamedIntoPlace)
 {
     std::string const path = load("[s]\nk = a\n");
     directory_.write("edited", "[s]\nk = by an editor\n");
@@ -964,7 +964,7 @@ TEST_F(ZProperties, FileReplacedByRenameIsTheOneThatIsWritten)
     EXPECT_EQ("[s]\nk = b\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, StoreThroughALinkWritesItsTarget)
+TEST_F(ZProperties, StoreToALinkWritesItsTarget)
 {
     std::string const path = directory_.write("real", "[s]\nk = a\n");
     std::string const link = directory_.at("link");
@@ -979,7 +979,7 @@ TEST_F(ZProperties, StoreThroughALinkWritesItsTarget)
     EXPECT_EQ("link real", directory_.names());
 }
 
-TEST_F(ZProperties, TimeStampIsThatOfTheFile)
+TEST_F(ZProperties, TimeStampIsTheModificationTimeOfTheFile)
 {
     std::string const path = load("[s]\nk = a\n");
     utimbuf const times = {1000000000, 1000000000};
@@ -995,7 +995,7 @@ TEST_F(ZProperties, TimeStampIsThatOfTheFile)
     EXPECT_EQ(1000000000, stamp);
 }
 
-TEST_F(ZProperties, TimeStampBelongsToTheFileOfTheStoresName)
+TEST_F(ZProperties, OnlyTheFileNamedByTheStoreSetsTheTimeStamp)
 {
     auto const setTime = [&](std::string const& path, time_t time) {
         utimbuf const times = {time, time};
@@ -1013,7 +1013,7 @@ TEST_F(ZProperties, TimeStampBelongsToTheFileOfTheStoresName)
     store->store(third.c_str());
     EXPECT_EQ(1000000000, store->timeStamp());
     EXPECT_EQ(path, store->fileName().getChars());
-    // The file of its name has not changed, and is not read again.
+    // The file named by the store has not changed and is not reloaded.
     EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
     EXPECT_EQ("b", valueOf(*store, "t", "k"));
     // Another path to the same file.
@@ -1031,40 +1031,40 @@ TEST_F(ZProperties, TimeStampBelongsToTheFileOfTheStoresName)
     EXPECT_EQ(0, store->exists("t"));
 }
 
-TEST_F(ZProperties, FileAccessLooksAtTheFileOrItsDirectory)
+TEST_F(ZProperties, CheckFileAccessChecksTheFileOrItsDirectory)
 {
     std::string const path = directory_.write("conf", "");
     ZProperties_6_0::checkFileAccess(path.c_str());
     ZProperties_6_0::checkFileAccess(directory_.at("missing").c_str());
     ZProperties_6_0::checkFileAccess("missing-in-the-current-directory");
     EXPECT_EQ("io /no/such access() 2",
-              raised([] { ZProperties_6_0::checkFileAccess("/no/such/file"); }));
+              thrown([] { ZProperties_6_0::checkFileAccess("/no/such/file"); }));
     EXPECT_EQ("ZInvalidParameterException",
-              raised([] { ZProperties_6_0::checkFileAccess(nullptr); }));
+              thrown([] { ZProperties_6_0::checkFileAccess(nullptr); }));
     asNobody([] {
         bool const root =
-            raised([] { ZProperties_6_0::checkFileAccess("/missing"); }) == "io / access() 13";
-        bool const file = raised([] { ZProperties_6_0::checkFileAccess("/etc/passwd"); }) ==
+            thrown([] { ZProperties_6_0::checkFileAccess("/missing"); }) == "io / access() 13";
+        bool const file = thrown([] { ZProperties_6_0::checkFileAccess("/etc/passwd"); }) ==
                           "io /etc/passwd access() 13";
         return root && file;
     });
 }
 
-TEST_F(ZProperties, FileAccessOfAFolderThatIsGoneIsAFailure)
+TEST_F(ZProperties, CheckFileAccessFailsInARemovedDirectory)
 {
     char back[4096];
     ASSERT_NE(nullptr, getcwd(back, sizeof back));
-    std::string const folder = directory_.at("folder");
-    ASSERT_EQ(0, mkdir(folder.c_str(), 0700));
-    ASSERT_EQ(0, chdir(folder.c_str()));
-    ASSERT_EQ(0, rmdir(folder.c_str()));
-    EXPECT_EQ("io conf getcwd() 2", raised([] { ZProperties_6_0::checkFileAccess("conf"); }));
+    std::string const directory = directory_.at("directory");
+    ASSERT_EQ(0, mkdir(directory.c_str(), 0700));
+    ASSERT_EQ(0, chdir(directory.c_str()));
+    ASSERT_EQ(0, rmdir(directory.c_str()));
+    EXPECT_EQ("io conf getcwd() 2", thrown([] { ZProperties_6_0::checkFileAccess("conf"); }));
     ASSERT_EQ(0, chdir(back));
 }
 
 // ---- The companion file ------------------------------------------------------------------------
 
-TEST_F(ZProperties, ObfuscatedValuesLiveInTheCompanion)
+TEST_F(ZProperties, ObfuscatedValuesAreStoredInTheCompanion)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "hidden", 1);
@@ -1090,7 +1090,7 @@ TEST_F(ZProperties, CompanionHasTheModeOfItsFile)
     EXPECT_EQ(0640u, status.st_mode & 07777);
 }
 
-TEST_F(ZProperties, CompanionGoesWithItsLastItem)
+TEST_F(ZProperties, CompanionIsRemovedWithItsLastItem)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "hidden", 1);
@@ -1104,7 +1104,7 @@ TEST_F(ZProperties, CompanionGoesWithItsLastItem)
     EXPECT_EQ(0, again.isObfuscated("s"));
 }
 
-TEST_F(ZProperties, RelativePathMakesAnAbsoluteCompanion)
+TEST_F(ZProperties, RelativePathGivesAnAbsoluteCompanionPath)
 {
     char before[4096];
     ASSERT_NE(nullptr, getcwd(before, sizeof before));
@@ -1118,7 +1118,7 @@ TEST_F(ZProperties, RelativePathMakesAnAbsoluteCompanion)
 
 TEST_F(ZProperties, NamedCompanionIsUsedAsWritten)
 {
-    directory_.write("elsewhere", packed({"s", "secret", "old"}));
+    directory_.write("elsewhere", compressed({"s", "secret", "old"}));
     std::string const path =
         load("[s]\n[configuration-database]\nfile = " + directory_.at("elsewhere") + "\n");
     EXPECT_EQ("old", valueOf(store_, "s", "secret"));
@@ -1128,7 +1128,7 @@ TEST_F(ZProperties, NamedCompanionIsUsedAsWritten)
     Store again;
     again.load(path.c_str());
     EXPECT_EQ("new", valueOf(again, "s", "secret"));
-    // Nothing but a companion of the file's own name is ever removed.
+    // A store removes only a companion with the file's own name.
     store_.setValue("s", "secret", "");
     store_.store(nullptr);
     EXPECT_EQ("conf elsewhere", directory_.names());
@@ -1174,7 +1174,7 @@ TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanion)
     EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
 }
 
-TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanionAsItIsReadBack)
+TEST_F(ZProperties, WhitespaceAroundTheCompanionEntryIsIgnored)
 {
     // Whitespace at the ends of an entry does not survive in the text.
     std::string const path = load("[s]\n");
@@ -1184,17 +1184,17 @@ TEST_F(ZProperties, EntrySetByTheCallerNamesTheCompanionAsItIsReadBack)
             SCOPED_TRACE(entry);
             store_.setValue("configuration-database", "file", entry.c_str());
             store_.setValue("s", "secret", "hidden", 1);
-            EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+            EXPECT_EQ("nothing", thrown([&] { store_.store(nullptr); }));
             EXPECT_EQ("conf mine", directory_.names());
             EXPECT_EQ(mine, valueOf(store_, "configuration-database", "file"));
             Store again;
-            EXPECT_EQ("nothing", raised([&] { again.load(path.c_str()); }));
+            EXPECT_EQ("nothing", thrown([&] { again.load(path.c_str()); }));
             EXPECT_EQ("hidden", valueOf(again, "s", "secret"));
             std::filesystem::remove(mine);
         }
 }
 
-TEST_F(ZProperties, CompanionGoesWithItsLastItemThoughAnotherFileWasStoredFirst)
+TEST_F(ZProperties, CompanionIsRemovedWithItsLastItemThoughAnotherFileWasStoredFirst)
 {
     std::string const path = load("[s]\nk = a\n");
     std::string const other = directory_.at("other");
@@ -1205,20 +1205,21 @@ TEST_F(ZProperties, CompanionGoesWithItsLastItemThoughAnotherFileWasStoredFirst)
         store_.setValue("s", "secret", "");
         store_.store(other.c_str());
         EXPECT_EQ("conf conf.obf other", directory_.names());
-        // Another program may have edited the entry out, or removed the file.
+        // Another program may have removed the entry, or the file.
         if (isEdited)
             std::filesystem::remove(path);
         store_.store(nullptr);
         EXPECT_EQ("conf other", directory_.names());
         EXPECT_EQ("[s]\nk = a\nsecret =\n\n[configuration-database]\n", directory_.read("conf"));
     }
-    // The companion is forgotten: a file of that name may be anything now.
-    directory_.write("conf.obf", "not ours");
+    // The store no longer knows the companion: another program may have written a file of that
+    // name.
+    directory_.write("conf.obf", "foreign");
     store_.store(nullptr);
-    EXPECT_EQ("not ours", directory_.read("conf.obf"));
+    EXPECT_EQ("foreign", directory_.read("conf.obf"));
 }
 
-TEST_F(ZProperties, CompanionGoesWhenAStoreThatNeverReadItTakesItsFile)
+TEST_F(ZProperties, StoreThatNeverReadTheFileRemovesItsCompanion)
 {
     std::string const path = directory_.at("conf");
     Store first;
@@ -1229,17 +1230,17 @@ TEST_F(ZProperties, CompanionGoesWhenAStoreThatNeverReadItTakesItsFile)
     store_.store(path.c_str());
     EXPECT_EQ("conf", directory_.names());
     // A companion that the file does not name stays.
-    directory_.write("conf.obf", packed({"s", "secret", "old"}));
+    directory_.write("conf.obf", compressed({"s", "secret", "old"}));
     store_.store(path.c_str());
     EXPECT_EQ("conf conf.obf", directory_.names());
-    // Nor is one removed that the file names without being its own.
+    // A companion of another name stays, even if the file names it.
     directory_.write("conf", "[configuration-database]\nfile = " + directory_.at("foreign") + "\n");
-    directory_.write("foreign", packed({"s", "secret", "old"}));
+    directory_.write("foreign", compressed({"s", "secret", "old"}));
     store_.store(path.c_str());
     EXPECT_EQ("conf conf.obf foreign", directory_.names());
 }
 
-TEST_F(ZProperties, CopyOfAFileGetsACompanionOfItsOwn)
+TEST_F(ZProperties, CopyOfAFileGetsItsOwnCompanion)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "first", 1);
@@ -1258,7 +1259,7 @@ TEST_F(ZProperties, CopyOfAFileGetsACompanionOfItsOwn)
     EXPECT_EQ("first", valueOf(store_, "s", "secret"));
     second.reload(nullptr);
     EXPECT_EQ("second", valueOf(second, "s", "secret"));
-    // The last secret of the copy goes, and that of the original stays.
+    // Removing the last secret of the copy does not remove the secret of the original.
     second.setValue("s", "secret", "");
     second.store(nullptr);
     EXPECT_EQ("conf conf.obf copy", directory_.names());
@@ -1266,7 +1267,7 @@ TEST_F(ZProperties, CopyOfAFileGetsACompanionOfItsOwn)
     EXPECT_EQ("first", valueOf(store_, "s", "secret"));
 }
 
-TEST_F(ZProperties, FileStoredUnderAnotherNameGetsACompanionOfItsOwn)
+TEST_F(ZProperties, FileStoredByAnotherNameGetsItsOwnCompanion)
 {
     std::string const path = load("[s]\nk = a\n");
     std::string const other = directory_.at("other");
@@ -1284,7 +1285,7 @@ TEST_F(ZProperties, FileStoredUnderAnotherNameGetsACompanionOfItsOwn)
     }
 }
 
-TEST_F(ZProperties, CompanionOfAFileThatIsGoneOrTheSameIsKept)
+TEST_F(ZProperties, CompanionIsKeptIfItsFileIsMissingOrTheSame)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "hidden", 1);
@@ -1297,7 +1298,7 @@ TEST_F(ZProperties, CompanionOfAFileThatIsGoneOrTheSameIsKept)
     again.setValue("s", "secret", "new", 1);
     again.store(nullptr);
     EXPECT_EQ("conf.obf moved", directory_.names());
-    // The old name leads to the file still.
+    // The old name is a link to the file.
     ASSERT_EQ(0, symlink(moved.c_str(), path.c_str()));
     again.setValue("s", "secret", "newer", 1);
     again.store(nullptr);
@@ -1305,7 +1306,7 @@ TEST_F(ZProperties, CompanionOfAFileThatIsGoneOrTheSameIsKept)
     Store last;
     last.load(moved.c_str());
     EXPECT_EQ("newer", valueOf(last, "s", "secret"));
-    // A folder of that name has no companion.
+    // A directory of that name has no companion.
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     last.setValue("s", "secret", "newest", 1);
@@ -1329,18 +1330,18 @@ TEST_F(ZProperties, CompanionIsReadOnce)
     EXPECT_EQ("b", valueOf(again, "t", "k"));
     Store copy(again);
     copy.load(third.c_str());
-    EXPECT_EQ("hidden,", valuesOf(copy, "s", "secret")) << "by the store that was copied";
-    // A failed load reads nothing, and what is read again is read with its companion.
+    EXPECT_EQ("hidden,", valuesOf(copy, "s", "secret")) << "read by the copied store";
+    // A failed load changes nothing; reload() reads the companion again.
     directory_.write("broken", "[v]\nbroken\n");
-    EXPECT_NE("nothing", raised([&] { again.load(directory_.at("broken").c_str()); }));
-    EXPECT_NE("nothing", raised([&] { again.reload(directory_.at("broken").c_str()); }));
+    EXPECT_NE("nothing", thrown([&] { again.load(directory_.at("broken").c_str()); }));
+    EXPECT_NE("nothing", thrown([&] { again.reload(directory_.at("broken").c_str()); }));
     again.load(third.c_str());
     EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "after failures";
     again.reload(nullptr);
     EXPECT_EQ("hidden,", valuesOf(again, "s", "secret")) << "read again";
 }
 
-TEST_F(ZProperties, CompanionIsReadAgainForATextThatNamesItAgain)
+TEST_F(ZProperties, CompanionIsReadAgainForEachTextThatNamesIt)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "hidden", 1);
@@ -1387,7 +1388,7 @@ TEST_F(ZProperties, CompanionIsReadAgainForATextThatNamesItAgain)
 TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
 {
     std::string const companion = directory_.at("conf.obf");
-    std::string const whole = packed({"s", "secret", "value"});
+    std::string const whole = compressed({"s", "secret", "value"});
     struct Case {
         char const* name;
         std::string contents;
@@ -1397,7 +1398,7 @@ TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
     Case const cases[] = {
         {"empty", "", "io " + companion + " mapFile() 22"},
         {"truncated", whole.substr(0, whole.size() - 5), data},
-        {"not packed", "this is no zlib data", data},
+        {"not compressed", "not zlib data", data},
     };
     load("[s]\nk = a\n");
     std::string const path = directory_.write(
@@ -1405,19 +1406,19 @@ TEST_F(ZProperties, DamagedCompanionsAreRefusedAndChangeNothing)
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         directory_.write("conf.obf", c.contents);
-        EXPECT_EQ(c.expected, raised([&] { store_.reload(nullptr); }));
+        EXPECT_EQ(c.expected, thrown([&] { store_.reload(nullptr); }));
         EXPECT_EQ("a", valueOf(store_, "s", "k"));
     }
     std::filesystem::remove(companion);
     mkdir(companion.c_str(), 0700);
-    EXPECT_EQ("io " + companion + " mapFile() 19", raised([&] { store_.reload(nullptr); }));
+    EXPECT_EQ("io " + companion + " mapFile() 19", thrown([&] { store_.reload(nullptr); }));
     EXPECT_EQ("a", valueOf(store_, "s", "k"));
 }
 
-TEST_F(ZProperties, CompanionThatUnpacksToTooMuchIsRefused)
+TEST_F(ZProperties, CompanionThatExpandsToTooMuchIsRefused)
 {
     std::string const companion = directory_.at("conf.obf");
-    // One block that unpacks to 64 KiB, again and again.
+    // A block that expands to 64 KiB, many times.
     z_stream stream = {};
     ASSERT_EQ(Z_OK, deflateInit(&stream, 9));
     std::string zeros(1 << 16, '\0');
@@ -1439,22 +1440,22 @@ TEST_F(ZProperties, CompanionThatUnpacksToTooMuchIsRefused)
     directory_.write("conf.obf", contents);
     std::string const path =
         directory_.write("conf", "[configuration-database]\nfile = " + companion + "\n");
-    EXPECT_EQ("data " + companion + " 0 ", raised([&] { store_.load(path.c_str()); }));
+    EXPECT_EQ("data " + companion + " 0 ", thrown([&] { store_.load(path.c_str()); }));
     EXPECT_EQ(0, store_.count());
 }
 
-TEST_F(ZProperties, FileThatOthersMayWriteMayNameOnlyItsOwnCompanion)
+TEST_F(ZProperties, FileThatOtherUsersCanWriteMayNameOnlyItsOwnCompanion)
 {
-    std::string const decoy = directory_.write("decoy", packed({"s", "secret", "stolen"}));
+    std::string const decoy = directory_.write("decoy", compressed({"s", "secret", "stolen"}));
     std::string const path =
         directory_.write("conf", "[s]\n[configuration-database]\nfile = " + decoy + "\n");
     chmod(path.c_str(), 0666);
-    EXPECT_EQ("io " + decoy + " access() 1", raised([&] { store_.load(path.c_str()); }));
+    EXPECT_EQ("io " + decoy + " access() 1", thrown([&] { store_.load(path.c_str()); }));
     store_.setValue("configuration-database", "file", decoy.c_str());
     store_.setValue("s", "secret", "mine", 1);
-    EXPECT_EQ("io " + decoy + " access() 1", raised([&] { store_.store(path.c_str()); }));
-    EXPECT_EQ(packed({"s", "secret", "stolen"}), directory_.read("decoy"));
-    // Its own is allowed, when it is a plain file of the same owner.
+    EXPECT_EQ("io " + decoy + " access() 1", thrown([&] { store_.store(path.c_str()); }));
+    EXPECT_EQ(compressed({"s", "secret", "stolen"}), directory_.read("decoy"));
+    // The file's own companion is valid if it is a regular file of the same owner.
     store_.setValue("configuration-database", "file", directory_.at("conf.obf").c_str());
     store_.store(path.c_str());
     Store again;
@@ -1463,20 +1464,20 @@ TEST_F(ZProperties, FileThatOthersMayWriteMayNameOnlyItsOwnCompanion)
     std::filesystem::remove(directory_.at("conf.obf"));
     ASSERT_EQ(0, symlink(decoy.c_str(), directory_.at("conf.obf").c_str()));
     EXPECT_EQ("io " + directory_.at("conf.obf") + " access() 1",
-              raised([&] { again.reload(nullptr); }));
+              thrown([&] { again.reload(nullptr); }));
     std::filesystem::remove(directory_.at("conf.obf"));
     ASSERT_EQ(0, link(decoy.c_str(), directory_.at("conf.obf").c_str()));
     EXPECT_EQ("io " + directory_.at("conf.obf") + " access() 1",
-              raised([&] { again.reload(nullptr); }));
+              thrown([&] { again.reload(nullptr); }));
 }
 
-TEST_F(ZProperties, CompanionThatIsNotCertainlyTheFilesStaysWhenItIsNotNeeded)
+TEST_F(ZProperties, CompanionThatMayBelongToAnotherFileIsNotRemoved)
 {
     std::string const path = load("[s]\nk = a\n");
     store_.setValue("s", "secret", "hidden", 1);
     store_.store(nullptr);
     store_.setValue("s", "secret", "");
-    // It has another name, and others may write the file.
+    // The companion has a second name, and other users can write the file.
     ASSERT_EQ(0, link(directory_.at("conf.obf").c_str(), directory_.at("second").c_str()));
     chmod(path.c_str(), 0666);
     store_.store(nullptr);
@@ -1484,7 +1485,7 @@ TEST_F(ZProperties, CompanionThatIsNotCertainlyTheFilesStaysWhenItIsNotNeeded)
     EXPECT_EQ("[s]\nk = a\nsecret =\n\n[configuration-database]\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
+TEST_F(ZProperties, ForeignFileIsNotReadAsACompanion)
 {
     std::string const foreign = directory_.write("foreign", "root:x:0:0\n");
     std::string const path = load("[s]\n");
@@ -1492,9 +1493,9 @@ TEST_F(ZProperties, ForeignFileIsNeverTakenForACompanion)
         SCOPED_TRACE(name);
         store_.setValue("configuration-database", "file", name.c_str());
         store_.setValue("s", "secret", "hidden", 1);
-        EXPECT_EQ("io " + name + " access() 1", raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ("io " + name + " access() 1", thrown([&] { store_.store(nullptr); }));
         store_.setValue("s", "secret", "");
-        EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+        EXPECT_EQ("nothing", thrown([&] { store_.store(nullptr); }));
     }
     EXPECT_EQ("root:x:0:0\n", directory_.read("foreign"));
     EXPECT_EQ("conf foreign", directory_.names());
@@ -1518,7 +1519,7 @@ TEST_F(ZProperties, CopyReplacesTheFileIfTheOriginalDoes)
     }
 }
 
-TEST_F(ZProperties, FileThatIsNotEmptyIsRefusedByALimitOfZero)
+TEST_F(ZProperties, LimitOfZeroRefusesFilesThatAreNotEmpty)
 {
     struct RestoredLimit {
         unsigned long const before = ZProperties_6_0::maxFileSize();
@@ -1527,9 +1528,9 @@ TEST_F(ZProperties, FileThatIsNotEmptyIsRefusedByALimitOfZero)
     std::string const path = load("[s]\nk = a\n");
     std::string const empty = directory_.write("empty", "");
     ZProperties_6_0::setMaxFileSize(0);
-    EXPECT_EQ("io " + path + " read() 27", raised([&] { store_.reload(nullptr); }));
+    EXPECT_EQ("io " + path + " read() 27", thrown([&] { store_.reload(nullptr); }));
     Store other;
-    EXPECT_EQ("nothing", raised([&] { other.load(empty.c_str()); }));
+    EXPECT_EQ("nothing", thrown([&] { other.load(empty.c_str()); }));
 }
 
 TEST_F(ZProperties, FileWithTheNameOfTheCompanionIsNotOverwritten)
@@ -1542,29 +1543,29 @@ TEST_F(ZProperties, FileWithTheNameOfTheCompanionIsNotOverwritten)
     for (int const replacing : {0, 1}) {
         SCOPED_TRACE(replacing);
         store_.setReplacing(replacing);
-        // The second call must not take the file for a companion that the store has written.
-        EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
-        EXPECT_EQ(refused, raised([&] { store_.store(nullptr); }));
+        // The second call must not mistake the file for a companion that the store wrote.
+        EXPECT_EQ(refused, thrown([&] { store_.store(nullptr); }));
+        EXPECT_EQ(refused, thrown([&] { store_.store(nullptr); }));
     }
     EXPECT_EQ(1, store_.isModified());
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
     EXPECT_EQ(stanzas, directory_.read("conf.obf"));
     EXPECT_EQ("conf conf.obf", directory_.names());
 
-    // Nor is a file created that cannot have its companion.
+    // A file is not created either if it cannot have its companion.
     directory_.write("new.obf", stanzas);
     Store other;
     other.setValue("s", "secret", "hidden", 1);
     EXPECT_EQ("io " + directory_.at("new.obf") + " access() 17",
-              raised([&] { other.store(directory_.at("new").c_str()); }));
+              thrown([&] { other.store(directory_.at("new").c_str()); }));
     EXPECT_EQ("conf conf.obf new.obf", directory_.names());
 
     std::filesystem::remove(companion);
-    EXPECT_EQ("nothing", raised([&] { store_.store(nullptr); }));
+    EXPECT_EQ("nothing", thrown([&] { store_.store(nullptr); }));
     EXPECT_EQ("hidden,", valuesOf(store_, "s", "secret"));
 }
 
-TEST_F(ZProperties, FirstCompanionReplacesOnlyWhatAStoreCanHaveWritten)
+TEST_F(ZProperties, FirstCompanionReplacesOnlyAFileThatAStoreCanHaveWritten)
 {
     struct Case {
         char const* name;
@@ -1574,7 +1575,7 @@ TEST_F(ZProperties, FirstCompanionReplacesOnlyWhatAStoreCanHaveWritten)
     std::string const refused = "io " + directory_.at("conf.obf") + " access() 17";
     Case const cases[] = {
         {"empty", "", "nothing"},
-        {"earlier companion", packed({"s", "secret", "old"}), "nothing"},
+        {"earlier companion", compressed({"s", "secret", "old"}), "nothing"},
         {"one byte", "x", refused},
         {"Java property file", "x = 1\n", refused},
         {"comment", "# mine\n", refused},
@@ -1587,7 +1588,7 @@ TEST_F(ZProperties, FirstCompanionReplacesOnlyWhatAStoreCanHaveWritten)
         Store store;
         store.load(path.c_str());
         store.setValue("s", "secret", "hidden", 1);
-        EXPECT_EQ(c.expected, raised([&] { store.store(nullptr); }));
+        EXPECT_EQ(c.expected, thrown([&] { store.store(nullptr); }));
         EXPECT_EQ(c.expected == "nothing", directory_.read("conf.obf") != c.contents);
     }
 }
@@ -1602,7 +1603,7 @@ TEST_F(ZProperties, DamagedCompanionThatTheFileNamesIsReplaced)
             directory_.write("conf", "[configuration-database]\nfile = " + entry + "\n");
         Store store;
         store.setValue("s", "secret", "hidden", 1);
-        EXPECT_EQ("nothing", raised([&] { store.store(path.c_str()); }));
+        EXPECT_EQ("nothing", thrown([&] { store.store(path.c_str()); }));
         Store again;
         again.load(path.c_str());
         EXPECT_EQ("hidden,", valuesOf(again, "s", "secret"));
@@ -1636,13 +1637,13 @@ TEST_F(ZProperties, CompanionDirectoryIsChecked)
     std::string const path = load("[s]\n");
     store_.setValue("configuration-database", "file", "/no/such/companion");
     store_.setValue("s", "secret", "hidden", 1);
-    EXPECT_EQ("io /no/such access() 2", raised([&] { store_.store(nullptr); }));
+    EXPECT_EQ("io /no/such access() 2", thrown([&] { store_.store(nullptr); }));
     EXPECT_EQ("[s]\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, CompanionWhoseDirectoryCannotBeOpenedFailsTheStoreThatRemovesIt)
+TEST_F(ZProperties, StoreFailsIfItCannotOpenTheDirectoryOfTheCompanionToRemove)
 {
-    // If it is the file's own, the secret would stay.
+    // Otherwise a companion of the file itself would keep the secret.
     chmod(directory_.path().c_str(), 0777);
     std::string const locked = directory_.at("locked");
     asNobody([&] {
@@ -1650,7 +1651,7 @@ TEST_F(ZProperties, CompanionWhoseDirectoryCannotBeOpenedFailsTheStoreThatRemove
         std::string const directory = locked + "/..";
         std::string const path = directory_.write(
             "conf", "[configuration-database]\nfile = " + directory + "/conf.obf\n");
-        directory_.write("conf.obf", packed({"s", "secret", "hidden"}));
+        directory_.write("conf.obf", compressed({"s", "secret", "hidden"}));
         Store loaded;
         loaded.load(path.c_str());
         loaded.setValue("s", "secret", "");
@@ -1659,8 +1660,8 @@ TEST_F(ZProperties, CompanionWhoseDirectoryCannotBeOpenedFailsTheStoreThatRemove
         chmod(locked.c_str(), 0);
         for (Store* const store : {&loaded, &fresh}) {
             EXPECT_EQ("io " + directory + " access() 13",
-                      raised([&] { store->store(path.c_str()); }));
-            EXPECT_EQ(packed({"s", "secret", "hidden"}), directory_.read("conf.obf"));
+                      thrown([&] { store->store(path.c_str()); }));
+            EXPECT_EQ(compressed({"s", "secret", "hidden"}), directory_.read("conf.obf"));
         }
         chmod(locked.c_str(), 0700);
         loaded.store(nullptr);
@@ -1669,9 +1670,9 @@ TEST_F(ZProperties, CompanionWhoseDirectoryCannotBeOpenedFailsTheStoreThatRemove
     });
 }
 
-// ---- A cache without a text --------------------------------------------------------------------
+// ---- A cache without a file format -------------------------------------------------------------
 
-TEST_F(ZProperties, CacheWithoutATextReadsAndWritesNothing)
+TEST_F(ZProperties, CacheWithoutAFileFormatReadsAndWritesNothing)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     auto* const cache = new (std::nothrow) ZPCategoryBasedCache_6_0;
@@ -1688,11 +1689,11 @@ TEST_F(ZProperties, CacheWithoutATextReadsAndWritesNothing)
     EXPECT_EQ(0, store.count());
 }
 
-// ---- A cache of somebody else's class ----------------------------------------------------------
+// ---- A cache of another class ------------------------------------------------------------------
 
 namespace {
 
-// Reads and writes through the streams it is given, and counts.
+// Reads and writes through streams, and counts the calls.
 class OwnCache : public ZSCFData_6_0 {
 public:
     OwnCache() = default;
@@ -1709,7 +1710,7 @@ public:
         ++writes;
         if (refuses)
             throw std::runtime_error("no text");
-        // A stream may be written to at any place; this one does not look whether it can.
+        // Write at several positions of the stream, without checking that it can seek.
         fputs(comment.c_str(), file);
         rewind(file);
         fputs("# M", file);
@@ -1729,13 +1730,13 @@ public:
     static inline std::string comment = "# mine\n";
 };
 
-// Cannot be copied at all.
+// Cannot be copied.
 class SingleCache final : public OwnCache {
 public:
     ZPCache_6_0* clone() const override { return nullptr; }
 };
 
-// Calls a test between the text of a file and its companion.
+// Calls a function of the test after the text of a file was read and before its companion.
 class InterruptedCache : public OwnCache {
 public:
     ZPCache_6_0* clone() const override { return isSingle ? nullptr : new InterruptedCache(*this); }
@@ -1749,7 +1750,7 @@ public:
     static inline std::function<void()> afterRead;
 };
 
-// Inherits clone(): a copy would not be of its class.
+// Inherits clone(), which returns an object of the base class.
 class UncopiedCache final : public OwnCache {
 public:
     void be_read(char const* path, FILE* file) override
@@ -1763,9 +1764,9 @@ public:
 
 }  // namespace
 
-TEST_F(ZProperties, FileThatIsReplacedWhileItIsLoadedIsReadAgainWithItsCompanion)
+TEST_F(ZProperties, FileThatIsReplacedDuringALoadIsReadAgainWithItsCompanion)
 {
-    // An editor renames a new file into place, and a store of that changes the companion.
+    // An editor renames a new file into place, and another store changes its companion.
     std::string const path = directory_.at("conf");
     int reads = 0;
     int replacements = 0;
@@ -1794,7 +1795,7 @@ TEST_F(ZProperties, FileThatIsReplacedWhileItIsLoadedIsReadAgainWithItsCompanion
             reads = 0;
             replacements = 3;
             secret = newSecret;
-            EXPECT_EQ("nothing", raised([&] { store.load(path.c_str()); }));
+            EXPECT_EQ("nothing", thrown([&] { store.load(path.c_str()); }));
             // A file that names no companion is complete.
             EXPECT_EQ(*newSecret == '\0' ? 2 : 4, reads);
             EXPECT_EQ("new,", valuesOf(store, "s", "k"));
@@ -1805,7 +1806,7 @@ TEST_F(ZProperties, FileThatIsReplacedWhileItIsLoadedIsReadAgainWithItsCompanion
         }
 }
 
-TEST_F(ZProperties, FileThatIsReplacedWheneverItIsLoadedIsReported)
+TEST_F(ZProperties, FileThatIsReplacedDuringEachLoadIsReported)
 {
     std::string const path = directory_.at("conf");
     Store first;
@@ -1816,12 +1817,12 @@ TEST_F(ZProperties, FileThatIsReplacedWheneverItIsLoadedIsReported)
         std::filesystem::rename(directory_.write("edited", directory_.read("conf")), path);
     };
     ZProperties_6_0 store(new InterruptedCache);
-    EXPECT_EQ("io " + path + " fopen(r) 116", raised([&] { store.load(path.c_str()); }));
+    EXPECT_EQ("io " + path + " fopen(r) 116", thrown([&] { store.load(path.c_str()); }));
     EXPECT_EQ(0, store.count());
     InterruptedCache::afterRead = nullptr;
 }
 
-TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
+TEST_F(ZProperties, CacheOfAnotherClassReadsAndWritesItself)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\nk = b\n");
     ZProperties_6_0 store(new OwnCache);
@@ -1832,10 +1833,10 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     EXPECT_EQ("a,b,", valuesOf(store, "s", "k"));
     EXPECT_EQ("", valuesOf(store, "s", "missing"));
     EXPECT_EQ("(none)", valueOf(store, "s", "missing"));
-    EXPECT_EQ("nothing", raised([&] { store.checkAccess("s", "missing", 1); }));
+    EXPECT_EQ("nothing", thrown([&] { store.checkAccess("s", "missing", 1); }));
     store.setValue("s", "empty", "");
     EXPECT_EQ("(none)", valueOf(store, "s", "empty"));
-    EXPECT_EQ("nothing", raised([&] { store.checkAccess("s", "empty", 1); }));
+    EXPECT_EQ("nothing", thrown([&] { store.checkAccess("s", "empty", 1); }));
     store.setValue("t", "empty", "");
     {
         ZPropertiesIterator_6_0 keys(store, "t");
@@ -1845,7 +1846,7 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     store.deleteKey("s", "empty");
     store.deleteKey("t", "empty");
     store.checkAccess("s", "k", 0);
-    EXPECT_EQ("ZInvalidParameterException", raised([&] { store.checkAccess("s", "k", 1); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.checkAccess("s", "k", 1); }));
     {
         ZPropertiesIterator_6_0 keys(store, "s");
         keys.nextEntry();
@@ -1853,7 +1854,7 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
         EXPECT_STREQ("a", keys.entryValue(0));
         EXPECT_STREQ("b", keys.entryValue(1));
         for (int const index : {-1, 2})
-            EXPECT_EQ("ZInvalidParameterException", raised([&] { keys.entryValue(index); }));
+            EXPECT_EQ("ZInvalidParameterException", thrown([&] { keys.entryValue(index); }));
         ZAbstractPropertyValuesIterator_6_0 values(store, "s", "k", zPropLocalStrings,
                                                    zPropIterAny);
         values.nextValue();
@@ -1871,9 +1872,9 @@ TEST_F(ZProperties, CacheOfSomebodyElseReadsAndWritesItsOwnWay)
     EXPECT_EQ("c", valueOf(store, "s", "k"));
 }
 
-TEST_F(ZProperties, StoreReadsAndChangesThroughTheOverridesOfItsCache)
+TEST_F(ZProperties, StoreCallsTheOverridesOfItsCache)
 {
-    // Keeps values in upper case, and hides the last one.
+    // Keeps values in upper case and hides the last value.
     class UpperCase final : public ZSCFData_6_0 {
     public:
         using ZSCFData_6_0::add;
@@ -1926,28 +1927,28 @@ TEST_F(ZProperties, StoreReadsAndChangesThroughTheOverridesOfItsCache)
     EXPECT_EQ("[s]\nk = A\nk = B\nnew =\n", directory_.read("conf"));
 }
 
-TEST_F(ZProperties, CommentsWithoutTheirMarkAreRefusedForDerivedStanzaCachesToo)
+TEST_F(ZProperties, CommentsWithoutAHashSignAreRefusedForDerivedStanzaCachesToo)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new OwnCache);
     store.load(path.c_str());
     for (char const* comment : {"[x]", "k = b", "", " # space first", "# one\n[x]", "# one\n"}) {
         SCOPED_TRACE(comment);
-        EXPECT_EQ("ZInvalidParameterException", raised([&] { store.addFileComment(comment); }));
+        EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.addFileComment(comment); }));
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { store.addEntryComment("s", "k", comment); }));
+                  thrown([&] { store.addEntryComment("s", "k", comment); }));
     }
     EXPECT_EQ(0, store.isModified());
-    EXPECT_EQ("nothing", raised([&] { store.addEntryComment("s", "k", "# marked"); }));
+    EXPECT_EQ("nothing", thrown([&] { store.addEntryComment("s", "k", "# marked"); }));
 }
 
-TEST_F(ZProperties, CommentsOfCachesThatAreNoStanzaFilesNeedNoMark)
+TEST_F(ZProperties, CommentsOfOtherFileFormatsNeedNoHashSign)
 {
     ZProperties_6_0 store(new ZPCategoryBasedCache_6_0);
-    EXPECT_EQ("nothing", raised([&] { store.addFileComment("; another mark\n; two"); }));
+    EXPECT_EQ("nothing", thrown([&] { store.addFileComment("; another mark\n; two"); }));
 }
 
-TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
+TEST_F(ZProperties, FailuresOfACacheOfAnotherClassChangeNothing)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new OwnCache);
@@ -1958,20 +1959,20 @@ TEST_F(ZProperties, FailuresWithACacheOfSomebodyElseChangeNothing)
     OwnCache::refuses = false;
     OwnCache::misuses = true;
     EXPECT_EQ("io " + path + " fwrite() " + std::to_string(EBADF),
-              raised([&] { store.store(nullptr); }));
+              thrown([&] { store.store(nullptr); }));
     OwnCache::misuses = false;
     EXPECT_EQ("[s]\nk = a\n", directory_.read("conf"));
     EXPECT_EQ(1, store.isModified());
     directory_.write("conf", "broken");
-    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.reload(nullptr); }));
-    EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.load(nullptr); }));
+    EXPECT_EQ("data " + path + " 1 broken", thrown([&] { store.reload(nullptr); }));
+    EXPECT_EQ("data " + path + " 1 broken", thrown([&] { store.load(nullptr); }));
     EXPECT_EQ("b", valueOf(store, "s", "k"));
     directory_.write("conf", "");
     store.reload(nullptr);
     EXPECT_EQ(0, store.count());
 }
 
-TEST_F(ZProperties, WantOfMemoryWithACacheOfSomebodyElseChangesNothing)
+TEST_F(ZProperties, FailedAllocationsWithACacheOfAnotherClassChangeNothing)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new OwnCache);
@@ -1981,7 +1982,7 @@ TEST_F(ZProperties, WantOfMemoryWithACacheOfSomebodyElseChangesNothing)
     std::string const text =
         "# McN" + OwnCache::comment.substr(5) + "[s]\nk = " + std::string(5000, 'b') + "\n";
     long const descriptors = openDescriptors();
-    // A stream that cannot be made, or that cannot grow, fails as a call does.
+    // If a stream cannot be created or cannot grow, the failed call is reported.
     auto const streaming = [](auto call) {
         try {
             call();
@@ -2012,18 +2013,18 @@ TEST_F(ZProperties, WantOfMemoryWithACacheOfSomebodyElseChangesNothing)
     OwnCache::comment = "# mine\n";
 }
 
-TEST_F(ZProperties, CacheWithoutACopyGoesWithOneStore)
+TEST_F(ZProperties, CacheThatCannotBeCopiedPreventsCopyingTheStore)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new SingleCache);
     store.load(path.c_str());
-    EXPECT_EQ("ZNotClonableException", raised([&] { ZProperties_6_0 const copy(store); }));
+    EXPECT_EQ("ZNotClonableException", thrown([&] { ZProperties_6_0 const copy(store); }));
     EXPECT_EQ("a", valueOf(store, "s", "k"));
     store.reload(nullptr);
     EXPECT_EQ("a,", valuesOf(store, "s", "k"));
 }
 
-TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadAsItIs)
+TEST_F(ZProperties, CacheThatCannotBeCopiedIsReadInPlace)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new UncopiedCache);
@@ -2062,18 +2063,18 @@ TEST_F(ZProperties, FailuresWithACacheThatCannotBeCopiedChangeNothing)
         StoreOver store(isSingle ? static_cast<OwnCache*>(new SingleCache) : new UncopiedCache);
         store.load(path.c_str());
         std::string const other = directory_.write("other", named);
-        EXPECT_EQ("io " + missing + " mapFile() 22", raised([&] { store.load(other.c_str()); }));
+        EXPECT_EQ("io " + missing + " mapFile() 22", thrown([&] { store.load(other.c_str()); }));
         store.onPostLoad = [] { throw std::runtime_error("refused"); };
         directory_.write("other", "[n]\nk = b\n");
         EXPECT_THROW(store.load(other.c_str()), std::runtime_error);
         EXPECT_THROW(store.reload(nullptr), std::runtime_error);
         store.onPostLoad = nullptr;
         directory_.write("conf", "broken");
-        EXPECT_EQ("data " + path + " 1 broken", raised([&] { store.reload(nullptr); }));
+        EXPECT_EQ("data " + path + " 1 broken", thrown([&] { store.reload(nullptr); }));
         EXPECT_EQ(1, store.count());
         EXPECT_EQ("a,", valuesOf(store, "s", "k"));
 
-        // Storing adds the entry of the companion.
+        // store() adds the entry of the companion.
         store.setValue("s", "secret", "hidden", 1);
         OwnCache::refuses = true;
         EXPECT_THROW(store.store(nullptr), std::runtime_error);
@@ -2088,7 +2089,7 @@ TEST_F(ZProperties, FailuresWithACacheThatCannotBeCopiedChangeNothing)
     }
 }
 
-TEST_F(ZProperties, WantOfMemoryWithACacheThatCannotBeCopiedChangesNothing)
+TEST_F(ZProperties, FailedAllocationsWithACacheThatCannotBeCopiedChangeNothing)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0 store(new UncopiedCache);
@@ -2150,7 +2151,7 @@ TEST_F(ZProperties, OverridesOfACacheAreNotCalledWithoutNames)
 
 // ---- Notices -----------------------------------------------------------------------------------
 
-TEST_F(ZProperties, ObserversAreToldOfChanges)
+TEST_F(ZProperties, ObserversAreNotifiedOfChanges)
 {
     load(kText);
     NotedChanges observer;
@@ -2159,10 +2160,10 @@ TEST_F(ZProperties, ObserversAreToldOfChanges)
     store_.setIntegerValue("s", "b", 1);
     store_.setBooleanValue("s", "c", 1);
     store_.deleteKey("s", "a");
-    store_.addFileComment("# nobody is told of comments");
+    store_.addFileComment("# comments send no notice");
     EXPECT_EQ("2[s]a 2[s]b 2[s]c 1[s]a ", observer.log);
     observer.log.clear();
-    EXPECT_NE("nothing", raised([&] { store_.setValue("s", "a=b", "1"); }));
+    EXPECT_NE("nothing", thrown([&] { store_.setValue("s", "a=b", "1"); }));
     store_.reload(nullptr);
     store_.store(nullptr);
     EXPECT_EQ("", observer.log);
@@ -2171,7 +2172,7 @@ TEST_F(ZProperties, ObserversAreToldOfChanges)
     EXPECT_EQ("0[x] ", observer.log);
 }
 
-TEST_F(ZProperties, NoticesComeWhenTheLockIsFree)
+TEST_F(ZProperties, NoticesAreSentAfterTheLockIsReleased)
 {
     NotedChanges observer;
     bool free = false;
@@ -2202,18 +2203,18 @@ TEST_F(ZProperties, ObserverMayUseTheStoreAndItsObservers)
     observer.action = [&] {
         store_.addObserver(&second);
         store_.deleteObserver(&observer);
-        store_.setValue("s", "answer", "1");
+        store_.setValue("s", "other", "1");
     };
     store_.setValue("s", "k", "v");
     EXPECT_EQ("2[s]k ", observer.log);
-    EXPECT_EQ("2[s]answer ", second.log);
-    EXPECT_EQ("1", valueOf(store_, "s", "answer"));
+    EXPECT_EQ("2[s]other ", second.log);
+    EXPECT_EQ("1", valueOf(store_, "s", "other"));
 }
 
-TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
+TEST_F(ZProperties, ExceptionOfAnObserverReachesTheCallerAfterTheChange)
 {
     NotedChanges observer;
-    observer.action = [] { throw std::runtime_error("told"); };
+    observer.action = [] { throw std::runtime_error("notified"); };
     store_.addObserver(&observer);
     EXPECT_THROW(store_.setValue("s", "k", "v"), std::runtime_error);
     EXPECT_EQ("v", valueOf(store_, "s", "k"));
@@ -2222,9 +2223,9 @@ TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
     observer.action = [] { ZInvalidParameterException_6_0().throwException("test", 1); };
     EXPECT_THROW(store_.setValue("s", "k", "w"), ZInvalidParameterException_6_0);
     EXPECT_EQ("w", valueOf(store_, "s", "k"));
-    observer.action = [] { throw std::runtime_error("told"); };
+    observer.action = [] { throw std::runtime_error("notified"); };
     {
-        SCOPED_TRACE("several at once");
+        SCOPED_TRACE("several notices");
         EXPECT_THROW(
             {
                 ZPropertiesIterator_6_0 const iterator(store_, "s");
@@ -2236,23 +2237,23 @@ TEST_F(ZProperties, ObserverThatThrowsReachesTheCallerAfterTheChange)
     }
 }
 
-TEST_F(ZProperties, WhatObserversThrowBesideAnotherExceptionIsReported)
+TEST_F(ZProperties, ExceptionsOfObserversAreReportedDuringUnwinding)
 {
     NotedMessages messages;
     NotedChanges observer;
     store_.addObserver(&observer);
-    for (bool const isOurs : {true, false}) {
-        SCOPED_TRACE(isOurs);
+    for (bool const isLibraryException : {true, false}) {
+        SCOPED_TRACE(isLibraryException);
         observer.action = [&] {
-            if (isOurs)
+            if (isLibraryException)
                 ZInvalidParameterException_6_0().throwException("test", 1);
-            throw std::runtime_error("told");
+            throw std::runtime_error("notified");
         };
         EXPECT_THROW(
             {
                 ZPropertiesIterator_6_0 const iterator(store_, "s");
                 store_.setValue("s", "a", "1");
-                throw std::logic_error("on its way");
+                throw std::logic_error("unwinding");
             },
             std::logic_error);
     }
@@ -2260,8 +2261,8 @@ TEST_F(ZProperties, WhatObserversThrowBesideAnotherExceptionIsReported)
     ASSERT_EQ(1u, messages.messages().size());
     EXPECT_EQ(kSource, messages.messages()[0].file);
     EXPECT_EQ(235, messages.messages()[0].line);
-    // Of several notices the first failure goes to the caller, the second is reported.
-    observer.action = [] { throw std::runtime_error("told"); };
+    // With two notices, the first exception reaches the caller and the second is reported.
+    observer.action = [] { throw std::runtime_error("notified"); };
     EXPECT_THROW(
         {
             ZPropertiesIterator_6_0 const iterator(store_, "s");
@@ -2272,7 +2273,7 @@ TEST_F(ZProperties, WhatObserversThrowBesideAnotherExceptionIsReported)
     EXPECT_EQ(2u, messages.messages().size());
 }
 
-TEST_F(ZProperties, ObserverThatEndsItsThreadEndsTheTelling)
+TEST_F(ZProperties, ObserverThatCancelsItsThreadEndsTheNotification)
 {
     NotedChanges observer;
     store_.addObserver(&observer);
@@ -2301,7 +2302,7 @@ TEST_F(ZProperties, ObserverThatEndsItsThreadEndsTheTelling)
 
 // ---- One store for a path ----------------------------------------------------------------------
 
-TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
+TEST_F(ZProperties, SharedStoreIsReloadedAfterItsFileChanges)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
@@ -2312,18 +2313,18 @@ TEST_F(ZProperties, OneStoreForAPathFollowsItsFile)
     EXPECT_EQ(store, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
     EXPECT_EQ("b", valueOf(*store, "s", "k"));
     EXPECT_EQ(1, factory.made);
-    // The file that an editor put in its place.
+    // An editor renames a new file into place.
     directory_.write("edited", "[s]\nk = c\n");
     rename(directory_.at("edited").c_str(), path.c_str());
     ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
     EXPECT_EQ("c", valueOf(*store, "s", "k"));
-    // A file that went away changes nothing.
+    // Removing the file changes nothing.
     std::filesystem::remove(path);
     ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
     EXPECT_EQ("c", valueOf(*store, "s", "k"));
 }
 
-TEST_F(ZProperties, TwoChangesOfOneSecondAreBothNoticed)
+TEST_F(ZProperties, TwoChangesInTheSameSecondAreBothDetected)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
@@ -2345,18 +2346,18 @@ TEST_F(ZProperties, UnsavedChangesStayUnlessForced)
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     ZProperties_6_0* const store = ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
     store->setValue("s", "k", "mine");
-    directory_.write("conf", "[s]\nk = theirs\n");
+    directory_.write("conf", "[s]\nk = other\n");
     ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
     EXPECT_EQ("mine", valueOf(*store, "s", "k"));
     ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1);
-    EXPECT_EQ("theirs", valueOf(*store, "s", "k"));
+    EXPECT_EQ("other", valueOf(*store, "s", "k"));
     directory_.write("conf", "broken");
     EXPECT_EQ("data " + path + " 1 broken",
-              raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1); }));
-    EXPECT_EQ("theirs", valueOf(*store, "s", "k"));
+              thrown([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 1); }));
+    EXPECT_EQ("other", valueOf(*store, "s", "k"));
 }
 
-TEST_F(ZProperties, ReadsThePathAgainWhateverTheNameOfTheStore)
+TEST_F(ZProperties, SharedStoreReloadsItsPathEvenIfItsFileNameDiffers)
 {
     Factory factory;
     factory.madeFor = directory_.write("other", "[s]\nk = other\n");
@@ -2372,17 +2373,17 @@ TEST_F(ZProperties, ReadsThePathAgainWhateverTheNameOfTheStore)
     }
 }
 
-TEST_F(ZProperties, PathIsNeeded)
+TEST_F(ZProperties, PathIsRequired)
 {
     Factory factory;
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { ZProperties_6_0::getPropertiesFor(nullptr, factory, 0); }));
+              thrown([&] { ZProperties_6_0::getPropertiesFor(nullptr, factory, 0); }));
     EXPECT_EQ("ZInvalidParameterException",
-              raised([&] { ZProperties_6_0::getPropertiesFor("", factory, 0); }));
+              thrown([&] { ZProperties_6_0::getPropertiesFor("", factory, 0); }));
     EXPECT_EQ(0, factory.made);
 }
 
-TEST_F(ZProperties, FactoryThatMakesNothingIsRefused)
+TEST_F(ZProperties, FactoryThatReturnsNullIsRefused)
 {
     class Nothing final : public ZAbstractPropertiesFactory_6_0 {
     public:
@@ -2392,10 +2393,10 @@ TEST_F(ZProperties, FactoryThatMakesNothingIsRefused)
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ("ZInvalidParameterException",
-                  raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); }));
+                  thrown([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); }));
 }
 
-TEST_F(ZProperties, OneThreadMakesAndTheOthersWait)
+TEST_F(ZProperties, OneThreadLoadsAndTheOthersWait)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
@@ -2424,19 +2425,19 @@ TEST_F(ZProperties, OneThreadMakesAndTheOthersWait)
         EXPECT_EQ(found[0], one);
 }
 
-TEST_F(ZProperties, ThreadThatAsksForWhatItIsMakingIsRefused)
+TEST_F(ZProperties, ThreadThatRequestsTheStoreItIsLoadingGetsEDEADLK)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
     std::string inner;
     factory.onPostLoad = [&] {
-        inner = raised([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); });
+        inner = thrown([&] { ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0); });
     };
     EXPECT_NE(nullptr, ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0));
     EXPECT_EQ("io " + path + " fcntl() 35", inner);
 }
 
-TEST_F(ZProperties, OthersThanTheOneThatIsMadeAreNotWaitedFor)
+TEST_F(ZProperties, LoadingAStoreDoesNotBlockOtherStores)
 {
     Factory factory;
     Factory second;
@@ -2460,7 +2461,7 @@ TEST_F(ZProperties, OthersThanTheOneThatIsMadeAreNotWaitedFor)
     EXPECT_EQ(sameFactory, ZProperties_6_0::getPropertiesFor(other.c_str(), factory, 0));
 }
 
-TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadHoldsIt)
+TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadLocksIt)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
@@ -2474,19 +2475,19 @@ TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadHoldsIt)
     };
     {
         ZPropertiesIterator_6_0 const holding(*store, "s");
-        EXPECT_TRUE(isFound()) << "as it was loaded";
+        EXPECT_TRUE(isFound()) << "after loading";
     }
     EXPECT_EQ(store, found.get());
     store->setValue("s", "k", "b");
     {
         ZPropertiesIterator_6_0 const holding(*store, "s");
-        EXPECT_TRUE(isFound()) << "with a change that is not stored";
+        EXPECT_TRUE(isFound()) << "with an unsaved change";
     }
     EXPECT_EQ(store, found.get());
     store->store(nullptr);
     {
         ZPropertiesIterator_6_0 const holding(*store, "s");
-        EXPECT_TRUE(isFound()) << "as it was stored";
+        EXPECT_TRUE(isFound()) << "after storing";
     }
     EXPECT_EQ(store, found.get());
     std::filesystem::remove(path);
@@ -2497,7 +2498,7 @@ TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadHoldsIt)
     EXPECT_EQ(store, found.get());
 }
 
-TEST_F(ZProperties, ChangedFileIsReadAgainAfterItsHolderLetsGo)
+TEST_F(ZProperties, ChangedFileIsReloadedAfterTheStoreIsUnlocked)
 {
     Factory factory;
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
@@ -2518,9 +2519,9 @@ TEST_F(ZProperties, ChangedFileIsReadAgainAfterItsHolderLetsGo)
     }
 }
 
-TEST_F(ZProperties, ThreadsThatWaitForWhatTheyMakeInTurnAreRefused)
+TEST_F(ZProperties, RingOfThreadsThatLoadStoresGetsEDEADLK)
 {
-    // Each of the threads makes a store and, in the middle of it, asks for that of the next one.
+    // Each thread, while it loads a store, requests the store that the next thread loads.
     constexpr size_t kThreads = 3;
     Factory factories[kThreads];
     std::string paths[kThreads];
@@ -2533,7 +2534,7 @@ TEST_F(ZProperties, ThreadsThatWaitForWhatTheyMakeInTurnAreRefused)
             ++arrived;
             waitUntil([&] { return arrived == kThreads; });
             size_t const next = (i + 1) % kThreads;
-            inner[i] = raised([&] {
+            inner[i] = thrown([&] {
                 ZProperties_6_0::getPropertiesFor(paths[next].c_str(), factories[next], 0);
             });
         };
@@ -2616,7 +2617,7 @@ TEST_F(ZProperties, EightThreadsUseOneStore)
         EXPECT_EQ("39", valueOf(again, "threads", ("k" + std::to_string(number)).c_str()));
 }
 
-TEST_F(ZProperties, StoresOnOneFileTakeTurnsAndNeverFail)
+TEST_F(ZProperties, StoresToOneFileWaitForEachOther)
 {
     std::string const path = directory_.write("conf", "[s]\nn = 0\n");
     std::atomic<int> torn{0};
@@ -2641,9 +2642,9 @@ TEST_F(ZProperties, StoresOnOneFileTakeTurnsAndNeverFail)
     EXPECT_EQ("conf", directory_.names());
 }
 
-// ---- Want of memory ----------------------------------------------------------------------------
+// ---- Failed allocations ------------------------------------------------------------------------
 
-TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
+TEST_F(ZProperties, FailedAllocationsChangeNeitherStoreNorFiles)
 {
     std::string const path = load("[s]\nk = a\nk = b\n");
     store_.setValue("s", "secret", "hidden", 1);
@@ -2670,16 +2671,16 @@ TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
         EXPECT_EQ("conf conf.obf", directory_.names());
         EXPECT_EQ(descriptors, openDescriptors());
     };
-    // Want of memory while a companion is unpacked shows as data that cannot be unpacked.
-    auto const unpacking = [](auto call) {
+    // A failed allocation while a companion is expanded is reported as invalid data.
+    auto const expanding = [](auto call) {
         try {
             call();
         } catch (ZPropertiesInvalidDataException_6_0 const&) {
             ZOutOfMemoryException_6_0().throwException("test", 1);
         }
     };
-    // Each call is run with every allocation failing in turn, then once more to its end; what the
-    // last run did is taken back.
+    // Runs each call with every allocation failing, one after another, then once without failures
+    // and undoes that.
     struct Case {
         char const* name;
         std::function<void()> call;
@@ -2711,9 +2712,9 @@ TEST_F(ZProperties, WantOfMemoryLeavesStoreFileAndHandlesAsTheyWere)
          [] {}},
         {"names", [&] { delete store_.keyNames("s"); }, [] {}},
         {"categories", [&] { delete store_.categoryNames(); }, [] {}},
-        {"reload", [&] { unpacking([&] { store_.reload(nullptr); }); },
+        {"reload", [&] { expanding([&] { store_.reload(nullptr); }); },
          [&] { store_.setValue("s", "k", "changed"); }},
-        {"load into another", [&] { unpacking([&] { Store().load(path.c_str()); }); }, [] {}},
+        {"load into another", [&] { expanding([&] { Store().load(path.c_str()); }); }, [] {}},
         {"copy", [&] { ZProperties_6_0 const copy(store_); }, [] {}},
         {"store", [&] { store_.store(nullptr); },
          [&] {
