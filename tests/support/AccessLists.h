@@ -29,7 +29,7 @@ inline std::string listOf(std::vector<AclEntry> const& entries)
     return out;
 }
 
-// Gives one more user permissions, beside those of the owner.
+// Returns a list with permissions for the owner and for one more user.
 inline std::string listFor(uint32_t user, uint16_t permissions)
 {
     return listOf({{kOwner, 6, kNoId},

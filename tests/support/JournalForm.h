@@ -29,7 +29,7 @@ inline uint32_t adlerOf(std::string const& bytes)
         adler32(1, reinterpret_cast<Bytef const*>(bytes.data()), static_cast<uInt>(bytes.size())));
 }
 
-// A journal by the form that it is documented to have.
+// Returns a journal in the form of docs/durability.md.
 inline std::string journalOf(Pair const& before, Pair const& after, std::string const& path)
 {
     std::string oldMiddle = before.text;
@@ -68,11 +68,11 @@ inline std::string journalOf(Pair const& before, Pair const& after, std::string 
     return out;
 }
 
-// Returns four bytes behind which the CRC-32 of `bytes` is 0.
+// Returns four bytes; appended to `bytes`, they make the CRC-32 0.
 inline std::string bytesToZeroCrc(std::string const& bytes)
 {
     z_crc_t const* const table = get_crc_table();
-    uint32_t state = ~uint32_t{0};  // what the four bytes are to lead to
+    uint32_t state = ~uint32_t{0};  // after the four bytes
     for (int i = 0; i < 4; ++i) {
         uint32_t index = 0;
         while ((table[index] ^ state) >> 24 != 0)

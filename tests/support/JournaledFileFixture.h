@@ -2,35 +2,22 @@
 // store.
 #pragma once
 
-#include <Z/files/shared_file.h>
 #include <Z/store/journaled_file.h>
-#include <Z/store/limits.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <limits.h>
-#include <linux/fs.h>
-#include <linux/magic.h>
-#include <poll.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
-#include <sys/xattr.h>
 #include <unistd.h>
-#include <zlib.h>
-#include <atomic>
+
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
+
 #include "FailingAllocator.h"
 #include "Nobody.h"
 #include "SystemCalls.h"
@@ -38,13 +25,13 @@
 
 // ---- The calls of a store ----------------------------------------------------------------------
 
-using Range = std::pair<off_t, size_t>;  // place and length
+using Range = std::pair<off_t, size_t>;  // offset and length
 
-// Returns what a journal ends with: "." when that is no checksum, "?" when it is; "" for what is no
-// journal or missing.
-inline std::string endingOf(char const* path)
+// Returns the state of a journal: "." if its checksum is overwritten, "?" if it may be valid; "" if
+// the file is missing or not a journal.
+inline std::string journalStateOf(char const* path)
 {
-    // A second name of the file is not even opened: closing it would drop the lock.
+    // Do not open a second name of the file: closing it would drop the lock.
     struct stat status;
     if (strstr(path, ".zjn") == nullptr || lstat(path, &status) != 0 || status.st_nlink > 1)
         return "";
@@ -54,7 +41,7 @@ inline std::string endingOf(char const* path)
     return whole ? "?" : ".";
 }
 
-// Returns the name of the file that a call works on, without its folders.
+// Returns the name of the file that a call uses, without directories.
 inline std::string nameOf(SystemCall const& call)
 {
     std::error_code ignored;
@@ -64,43 +51,43 @@ inline std::string nameOf(SystemCall const& call)
     return path.filename().string();
 }
 
-inline bool isOnFolder(SystemCall const& call)
+inline bool isOnDirectory(SystemCall const& call)
 {
     struct stat status;
     return call.path == nullptr && fstat(call.fd, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// Watches the calls for a scope, and notes what some of them do.
-class Watch {
+// Watches the calls in this scope (RAII), and records some of them.
+class CallRecorder {
 public:
-    explicit Watch(CallPlan const& wanted = CallPlan()) : watched_(noting(wanted)) {}
+    explicit CallRecorder(CallPlan const& plan = CallPlan()) : watched_(recordingPlan(plan)) {}
 
     std::vector<Range> writes;  // by pwrite()
-    std::string endings;        // of the journals that were removed, see endingOf()
-    int folderSyncs = 0;
-    int starts = 0;  // of writing to the disk that is not waited for; each fails
+    std::string endings;        // of the journals that were removed, see journalStateOf()
+    int directorySyncs = 0;
+    int starts = 0;  // of writing to the disk without waiting; each fails
 
 private:
-    CallPlan noting(CallPlan plan)
+    CallPlan recordingPlan(CallPlan plan)
     {
         plan.before = [this, before = plan.before](SystemCall const& call) {
-            int const end = note(call);
-            return end == 0 && before ? before(call) : end;
+            int const failure = record(call);
+            return failure == 0 && before ? before(call) : failure;
         };
         return plan;
     }
 
-    int note(SystemCall const& call)
+    int record(SystemCall const& call)
     {
         if (call.name == "pwrite")
             writes.emplace_back(call.offset, call.length);
         if (call.name == "unlink")
-            endings += endingOf(call.path);
-        if (call.name == "fsync" && isOnFolder(call))
-            ++folderSyncs;
+            endings += journalStateOf(call.path);
+        if (call.name == "fsync" && isOnDirectory(call))
+            ++directorySyncs;
         if (call.name != "sync_file_range")
             return 0;
-        EXPECT_EQ(0, call.offset);  // all of the file
+        EXPECT_EQ(0, call.offset);  // the whole file
         EXPECT_EQ(0u, call.length);
         if (call.flags == SYNC_FILE_RANGE_WRITE) {
             ++starts;
@@ -114,8 +101,8 @@ private:
     WatchedCalls const watched_;
 };
 
-// A plan where the files seem to be on a file system of this type, to have these flags there, and
-// the journal to be on another disk.
+// Returns a plan that pretends that the files are on a file system of this type, with these flags,
+// and optionally that the journal is on another disk.
 inline CallPlan planOn(long system, int flags = 0, bool otherDisk = false)
 {
     CallPlan plan;
@@ -133,10 +120,9 @@ inline CallPlan planOn(long system, int flags = 0, bool otherDisk = false)
     return plan;
 }
 
-// ---- What is stored ----------------------------------------------------------------------------
+// ---- Generations -------------------------------------------------------------------------------
 
-// Text and companion of one generation: both say which. The companion of a generation without one
-// is "".
+// Text and companion of one generation; both identify it. An empty companion means a missing file.
 struct Pair {
     std::string text;
     std::string companion;
@@ -158,8 +144,8 @@ inline std::string_view viewOf(std::string const& text)
     return {text.data(), text.size()};
 }
 
-// Contents that look packed.
-inline std::string packed(std::string const& text)
+// Returns contents that look compressed.
+inline std::string compressed(std::string const& text)
 {
     return "\x78\x9C" + text;
 }
@@ -169,7 +155,7 @@ public:
     ~JournaledFileFixture() noexcept override {}
 
 protected:
-    // Puts a pair where the store will find it, and nothing that a dead writer leaves.
+    // Writes a pair, and removes the files of crashed writers.
     void put(Pair const& pair)
     {
         for (auto const& entry : std::filesystem::directory_iterator(directory_.path()))
@@ -215,14 +201,14 @@ protected:
         file.commit(viewOf(pair.text), change(pair));
     }
 
-    // Stores a text whose companion, if any, stays.
+    // Stores `text` and keeps the companion.
     void storeText(std::string const& text)
     {
         ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
         file.commit(viewOf(text), ZJournaledFile::Companion());
     }
 
-    // A plan that reads the journal into `journal`, just before the text is written.
+    // Returns a plan that reads the journal into `journal` just before the text is written.
     CallPlan keepingJournal(std::string& journal) const
     {
         CallPlan plan;
@@ -234,8 +220,8 @@ protected:
         return plan;
     }
 
-    // Stores in a child that ends at its n-th call; returns false when it got through. Its calls
-    // `failAt` and `failAlso` fail.
+    // Stores in a child that ends before its n-th call; returns false if it made fewer calls. Its
+    // calls `failAt` and `failAlso` fail.
     bool storeUpTo(int n, Pair const& pair, int failAt = 0, int failAlso = 0)
     {
         pid_t const child = fork();
@@ -245,7 +231,7 @@ protected:
             dying.failAt = failAt;
             dying.failAlso = failAlso;
             try {
-                Watch const watch(dying);
+                CallRecorder const watch(dying);
                 store(pair);
             } catch (...) {
                 _exit(failAt != 0 ? 0 : 1);
@@ -260,17 +246,17 @@ protected:
         return WEXITSTATUS(status) == kDiedAtCall;
     }
 
-    // Runs `call`, watched, and expects it to fail: on this file, in this call, with this errno. No
-    // descriptor may be left open.
+    // Runs `call`, watched, and expects an IoError with this file, call and errno, and no
+    // descriptor left open.
     template <class Call>
     static void expectFailure(std::string const& file, char const* text, int error,
                               CallPlan const& plan, Call call)
     {
         long const descriptors = openDescriptors();
         try {
-            Watch const watch(plan);
+            CallRecorder const watch(plan);
             call();
-            ADD_FAILURE() << "nothing was raised";
+            ADD_FAILURE() << "nothing was thrown";
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(file, failure.file);
             EXPECT_STREQ(text, failure.call);
@@ -279,8 +265,8 @@ protected:
         EXPECT_EQ(descriptors, openDescriptors());
     }
 
-    // Runs `call` with each of its allocations failing: std::bad_alloc, no block and no descriptor
-    // left, and what `check` expects. Returns how many failed.
+    // Runs `call` once for each of its allocations, which fails. Expects std::bad_alloc, no leaked
+    // block and no leaked descriptor, and runs `check`. Returns the count of failed allocations.
     template <class Call, class Check>
     static int failEachAllocation(CallPlan const& plan, Call call, Check check,
                                   FailingAllocator::Mode mode = FailingAllocator::once)
@@ -310,20 +296,21 @@ protected:
         }
     }
 
-    // A plan where this call on this file fails once, the n-th time that it is made.
+    // Returns a plan in which the n-th call of this name on this file fails. "directory" means any
+    // directory.
     static CallPlan failing(std::string const& name, std::string const& file, int error = EIO,
                             int nth = 1)
     {
         CallPlan plan;
         plan.before = [=, seen = 0](SystemCall const& call) mutable {
-            bool const isMeant =
-                call.name == name && (file == "folder" ? isOnFolder(call) : nameOf(call) == file);
+            bool const isMeant = call.name == name &&
+                                 (file == "directory" ? isOnDirectory(call) : nameOf(call) == file);
             return isMeant && ++seen == nth ? error : 0;
         };
         return plan;
     }
 
-    // Runs `body` as somebody who is not root, in a child; expects it to return true.
+    // Runs `body` in a child, as a user other than root, and expects it to return true.
     static void asNobody(std::function<bool()> const& body)
     {
         ::asNobody([&] {
@@ -342,11 +329,11 @@ protected:
     std::string const journal_ = directory_.at(".conf.zjn");
 };
 
-inline Pair const kShort = {"one\n", packed("1")};
-inline Pair const kLong = {"two two two two two two\n", packed("22")};
+inline Pair const kShort = {"one\n", compressed("1")};
+inline Pair const kLong = {"two two two two two two\n", compressed("22")};
 inline Pair const kPlain = {"three\n", ""};
 
-// The shapes of a store: what is there, and what is to be.
+// The shapes of a store: the pairs before and after.
 struct Shape {
     char const* name;
     Pair before;
@@ -355,17 +342,17 @@ struct Shape {
 inline Shape const kShapes[] = {
     {"longer", kShort, kLong},
     {"shorter", kLong, kShort},
-    {"companion comes", kPlain, kLong},
-    {"companion goes", kLong, kPlain},
+    {"companion added", kPlain, kLong},
+    {"companion removed", kLong, kPlain},
     {"text only", kPlain, {"four four four\n", ""}},
-    {"companion only", kShort, {kShort.text, packed("other")}},
+    {"companion only", kShort, {kShort.text, compressed("other")}},
     {"nothing changes", kShort, kShort},
     {"to nothing", kLong, {"", ""}},
     {"from nothing", {"", ""}, kLong},
 };
 
-// Place and length of what is rewritten in place: behind the common beginning, and before the
-// common end unless that moves.
+// Returns the range that a store rewrites: after the common prefix, and before the common suffix
+// unless that moves.
 inline Range rangeOf(std::string const& before, std::string const& after)
 {
     size_t first = 0;
@@ -378,7 +365,7 @@ inline Range rangeOf(std::string const& before, std::string const& after)
     return {static_cast<off_t>(first), last - first};
 }
 
-// Fails a call with an error from its n-th time on.
+// Returns a plan in which the n-th and all later calls of this name fail.
 inline CallPlan failingFrom(std::string const& name, int error, int nth, bool& isReached)
 {
     CallPlan plan;
@@ -391,7 +378,7 @@ inline CallPlan failingFrom(std::string const& name, int error, int nth, bool& i
     return plan;
 }
 
-// Whether another process could lock the file for writing.
+// Returns whether another process could lock the file for writing.
 inline bool isFree(std::string const& path)
 {
     pid_t const child = fork();
@@ -406,7 +393,7 @@ inline bool isFree(std::string const& path)
     return WEXITSTATUS(status) == 0;
 }
 
-// Runs `meddle` before the n-th call.
+// Returns a plan that runs `meddle` before the n-th call.
 inline CallPlan meddlingAt(int n, std::function<void()> const& meddle)
 {
     CallPlan plan;

@@ -40,13 +40,13 @@ TEST_F(ZJournaledFileAccess, JournalAndCompanionHaveTheOwnerAndModeOfTheFile)
         return 0;
     };
     {
-        Watch const watch(looking);
+        CallRecorder const watch(looking);
         store(kLong);
     }
     look(companion_);
 }
 
-TEST_F(ZJournaledFileAccess, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
+TEST_F(ZJournaledFileAccess, FilesThatCannotGetTheGroupAreReadableByNoGroup)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two groups";
@@ -63,7 +63,7 @@ TEST_F(ZJournaledFileAccess, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
             return 0;
         };
         {
-            Watch const watch(looking);
+            CallRecorder const watch(looking);
             store(kLong);
         }
         struct stat companion;
@@ -73,7 +73,7 @@ TEST_F(ZJournaledFileAccess, WhatCannotBeGivenToTheGroupIsKeptFromAnyGroup)
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZJournaledFileAccess, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
+TEST_F(ZJournaledFileAccess, FilesThatCanOnlyGetTheGroupAreReadableByIt)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -89,7 +89,7 @@ TEST_F(ZJournaledFileAccess, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
                 stat(journal_.c_str(), &journal);
             return 0;
         };
-        Watch const watch(looking);
+        CallRecorder const watch(looking);
         storeText(kLong.text);
         return (journal.st_mode & 07777) == 0660 && journal.st_uid == 65534 &&
                journal.st_gid == 65534;
@@ -97,7 +97,7 @@ TEST_F(ZJournaledFileAccess, WhatCanBeGivenOnlyToTheGroupIsKeptForIt)
     EXPECT_EQ(kLong.text, directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileAccess, JournalIsAsSecretAsTheFile)
+TEST_F(ZJournaledFileAccess, JournalIsAsUnreadableAsTheFile)
 {
     put(kShort);
     chmod(path_.c_str(), 0640);
@@ -118,11 +118,11 @@ TEST_F(ZJournaledFileAccess, JournalIsAsSecretAsTheFile)
 
 TEST_F(ZJournaledFileAccess, JournalAndCompanionHaveTheAccessListOfTheFile)
 {
-    // The mode shows the mask as the rights of the group, which has none.
+    // The mode shows the mask as the rights of the group, although the group has no rights.
     std::string const list = listFor(kOther, 6);
     put(kShort);
     if (!setList(path_, list))
-        GTEST_SKIP() << "there are no access control lists";
+        GTEST_SKIP() << "access control lists are not supported";
     struct stat status;
     ASSERT_EQ(0, stat(path_.c_str(), &status));
     ASSERT_EQ(0660u, status.st_mode & 07777);
@@ -139,7 +139,7 @@ TEST_F(ZJournaledFileAccess, JournalAndCompanionHaveTheAccessListOfTheFile)
         return 0;
     };
     {
-        Watch const watch(looking);
+        CallRecorder const watch(looking);
         store(kLong);
     }
     EXPECT_TRUE(isSeen);
@@ -147,13 +147,13 @@ TEST_F(ZJournaledFileAccess, JournalAndCompanionHaveTheAccessListOfTheFile)
     EXPECT_EQ(kLong, load());
 }
 
-// A user namespace may know none of the users that the list names.
-TEST_F(ZJournaledFileAccess, WhereTheAccessListCannotBeSetOnlyTheOwnerGetsAccess)
+// A user namespace may not know the users in the list.
+TEST_F(ZJournaledFileAccess, OnlyTheOwnerGetsAccessIfTheListCannotBeSet)
 {
     for (int const error : {EINVAL, EOPNOTSUPP}) {
         put(kShort);
         if (!setList(path_, listFor(kOther, 6)))
-            GTEST_SKIP() << "there are no access control lists";
+            GTEST_SKIP() << "access control lists are not supported";
         CallPlan refusing;
         std::set<mode_t> modes;
         refusing.before = [&](SystemCall const& call) {
@@ -164,7 +164,7 @@ TEST_F(ZJournaledFileAccess, WhereTheAccessListCannotBeSetOnlyTheOwnerGetsAccess
             return call.name == "fsetxattr" ? error : 0;
         };
         {
-            Watch const watch(refusing);
+            CallRecorder const watch(refusing);
             store(kLong);
         }
         EXPECT_EQ(std::set<mode_t>{0600}, modes);
@@ -173,7 +173,7 @@ TEST_F(ZJournaledFileAccess, WhereTheAccessListCannotBeSetOnlyTheOwnerGetsAccess
         EXPECT_EQ(0600u, status.st_mode & 07777);
         EXPECT_EQ(listFor(kOther, 6), getAttribute(path_));
         EXPECT_EQ(kLong, load());
-        // A new file would be another one for those whom the list names.
+        // A new file would have other rights for the users in the list.
         expectFailure(directory_.at(".conf.new"), "fsetxattr()", EINVAL, refusing, [&] {
             ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
             file.replace(viewOf(kShort.text), ZJournaledFile::Companion());
@@ -183,11 +183,11 @@ TEST_F(ZJournaledFileAccess, WhereTheAccessListCannotBeSetOnlyTheOwnerGetsAccess
     }
 }
 
-TEST_F(ZJournaledFileAccess, DefaultListOfTheFolderGrantsNothing)
+TEST_F(ZJournaledFileAccess, DefaultListOfTheDirectoryGrantsNothing)
 {
     put(kShort);
     if (!setList(directory_.path(), listFor(kOther, 6), "system.posix_acl_default"))
-        GTEST_SKIP() << "there are no access control lists";
+        GTEST_SKIP() << "access control lists are not supported";
     chmod(path_.c_str(), 0660);
     CallPlan looking;
     looking.before = [&](SystemCall const& call) {
@@ -203,7 +203,7 @@ TEST_F(ZJournaledFileAccess, DefaultListOfTheFolderGrantsNothing)
         return 0;
     };
     {
-        Watch const watch(looking);
+        CallRecorder const watch(looking);
         store(kLong);
     }
     EXPECT_EQ("", getAttribute(companion_));
@@ -216,14 +216,14 @@ TEST_F(ZJournaledFileAccess, CompanionKeepsItsAccessListAndAttributes)
     char const note[] = "user.note";
     if (!setList(path_, listFor(kOther, 6)) || !setList(companion_, listFor(kOther, 4)) ||
         setxattr(companion_.c_str(), note, "keep", 4, 0) != 0)
-        GTEST_SKIP() << "there are no access control lists or attributes";
+        GTEST_SKIP() << "access control lists or attributes are not supported";
     for (Pair const& next : {kLong, kShort}) {
         store(next);
         EXPECT_EQ(next, load());
         EXPECT_EQ(listFor(kOther, 4), getAttribute(companion_));
         EXPECT_EQ("keep", getAttribute(companion_, note));
     }
-    // Not a list that grants more than the file does: to another user, or more to this one.
+    // A list that grants more than the file, to this user or to another, is not kept.
     ASSERT_TRUE(setList(companion_, listFor(54321, 4)));
     store(kLong);
     EXPECT_EQ(listFor(kOther, 6), getAttribute(companion_));
@@ -252,7 +252,7 @@ TEST_F(ZJournaledFileAccess, StoreThatWouldLoseAttributesOfTheCompanionFails)
             if (setxattr(companion_.c_str(), note, "keep", 4, 0) != 0 ||
                 (c.hasList &&
                  !(setList(path_, listFor(kOther, 6)) && setList(companion_, listFor(kOther, 4)))))
-                GTEST_SKIP() << "there are no attributes or access control lists";
+                GTEST_SKIP() << "attributes or access control lists are not supported";
             expectFailure(companion_, "fsetxattr()", error, failing(c.call, c.file, error, c.nth),
                           [&] { store(kLong); });
             EXPECT_EQ(kShort, load());
@@ -261,13 +261,13 @@ TEST_F(ZJournaledFileAccess, StoreThatWouldLoseAttributesOfTheCompanionFails)
             std::filesystem::remove(path_);
             std::filesystem::remove(companion_);
         }
-    // What we may not set is no reason to refuse the store.
+    // An attribute that we may not set does not make the store fail.
     for (int error : {EPERM, EACCES, EOPNOTSUPP}) {
         SCOPED_TRACE(strerror(error));
         put(kShort);
         ASSERT_EQ(0, setxattr(companion_.c_str(), note, "keep", 4, 0));
         {
-            Watch const watch(failing("fsetxattr", ".conf.obf.new", error));
+            CallRecorder const watch(failing("fsetxattr", ".conf.obf.new", error));
             store(kLong);
         }
         EXPECT_EQ(kLong, load());
@@ -276,7 +276,7 @@ TEST_F(ZJournaledFileAccess, StoreThatWouldLoseAttributesOfTheCompanionFails)
 
 TEST_F(ZJournaledFileAccess, CompanionKeepsNoListThatGrantsMoreThanAGroupOfTheUserHas)
 {
-    // The user may be in the group of the file, which may read less than everybody else.
+    // The user may be in the file's group, which may read less than other users.
     put(kShort);
     ASSERT_EQ(0, chmod(path_.c_str(), 0604));
     std::string const list = listOf({{kOwner, 6, kNoId},
@@ -285,7 +285,7 @@ TEST_F(ZJournaledFileAccess, CompanionKeepsNoListThatGrantsMoreThanAGroupOfTheUs
                                      {kMask, 4, kNoId},
                                      {kOthers, 4, kNoId}});
     if (!setList(companion_, list))
-        GTEST_SKIP() << "there are no access control lists";
+        GTEST_SKIP() << "access control lists are not supported";
     store(kLong);
     EXPECT_EQ("", getAttribute(companion_));
     struct stat status;
@@ -293,13 +293,13 @@ TEST_F(ZJournaledFileAccess, CompanionKeepsNoListThatGrantsMoreThanAGroupOfTheUs
     EXPECT_EQ(0604u, status.st_mode & 07777);
 }
 
-TEST_F(ZJournaledFileAccess, MemoryThatEndsLeavesNoNewCompanionWithAttributes)
+TEST_F(ZJournaledFileAccess, OutOfMemoryLeavesNoNewCompanionWithAttributes)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     put(torn);
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
     if (setxattr(companion_.c_str(), "user.note", "keep", 4, 0) != 0)
-        GTEST_SKIP() << "there are no attributes";
+        GTEST_SKIP() << "attributes are not supported";
     int const failed = failEachAllocation(
         CallPlan(), [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); },
         [&] {
@@ -308,7 +308,7 @@ TEST_F(ZJournaledFileAccess, MemoryThatEndsLeavesNoNewCompanionWithAttributes)
         });
     EXPECT_LT(15, failed);
     EXPECT_EQ("keep", getAttribute(companion_, "user.note"));
-    // So it is with a store of its own, which allocates for the attributes, too.
+    // The same for a complete store, which also allocates for the attributes.
     failEachAllocation(
         CallPlan(), [&] { store(kShort); },
         [&] {
@@ -319,7 +319,7 @@ TEST_F(ZJournaledFileAccess, MemoryThatEndsLeavesNoNewCompanionWithAttributes)
     EXPECT_EQ("keep", getAttribute(companion_, "user.note"));
 }
 
-TEST_F(ZJournaledFileAccess, CompanionOfAnotherUserInAStickyFolderIsWrittenInPlace)
+TEST_F(ZJournaledFileAccess, AnotherUsersCompanionInAStickyDirectoryIsWrittenInPlace)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -328,12 +328,12 @@ TEST_F(ZJournaledFileAccess, CompanionOfAnotherUserInAStickyFolderIsWrittenInPla
     ASSERT_EQ(0, chown(path_.c_str(), 65534, 65534));
     chmod(companion_.c_str(), 0666);
     asNobody([&] {
-        // Not where it would be more readable than the file.
+        // The store fails if the companion would be more readable than the file.
         expectFailure(companion_, "fchmod()", EPERM, CallPlan(), [&] { store(kLong); });
         return !HasFailure() && load() == kShort;
     });
     if (!setList(companion_, listFor(65534, 6)))
-        GTEST_SKIP() << "there are no access control lists";
+        GTEST_SKIP() << "access control lists are not supported";
     asNobody([&] {
         store(kLong);
         bool const isStored = load() == kLong;
@@ -344,7 +344,7 @@ TEST_F(ZJournaledFileAccess, CompanionOfAnotherUserInAStickyFolderIsWrittenInPla
     EXPECT_EQ("", directory_.read("conf.obf"));
 }
 
-TEST_F(ZJournaledFileAccess, FileOfAnotherUserInAStickyDirectoryIsInTheWay)
+TEST_F(ZJournaledFileAccess, AnotherUsersFileInAStickyDirectoryMakesAStoreFail)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -356,7 +356,7 @@ TEST_F(ZJournaledFileAccess, FileOfAnotherUserInAStickyDirectoryIsInTheWay)
         Pair const* after;
         bool replaces;
     };
-    // Without its journal the store could tear the text.
+    // Without a journal the store could tear the text.
     Case const cases[] = {{".conf.zjn.new", "open()", &kPlain, &kLong, false},
                           {".conf.zjn.new", "open()", &kPlain, &kLong, true},
                           {".conf.new", "open()", &kPlain, &kLong, true},
@@ -392,7 +392,7 @@ TEST_F(ZJournaledFileAccess, FileOfAnotherUserInAStickyDirectoryIsInTheWay)
             std::filesystem::remove(companion_);
         }
     }
-    // A companion that exists needs no new file.
+    // An existing companion is written in place, without a new file.
     put(kShort);
     for (std::string const& path : {path_, companion_})
         ASSERT_EQ(0, chown(path.c_str(), 65534, 65534));
@@ -404,7 +404,7 @@ TEST_F(ZJournaledFileAccess, FileOfAnotherUserInAStickyDirectoryIsInTheWay)
     EXPECT_EQ("another user's", directory_.read(".conf.obf.new"));
 }
 
-TEST_F(ZJournaledFileAccess, JournalThatOthersMayWriteByTheirAccessListDoesNotCount)
+TEST_F(ZJournaledFileAccess, JournalThatItsListMakesWritableForOthersIsIgnored)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
     std::string const whole = journalOf(kShort, kLong, "");
@@ -414,13 +414,13 @@ TEST_F(ZJournaledFileAccess, JournalThatOthersMayWriteByTheirAccessListDoesNotCo
     chmod(journal_.c_str(), 0660);
     EXPECT_EQ(kLong.text, load().text);
     if (!setList(journal_, listFor(kOther, 6)))
-        GTEST_SKIP() << "there are no access control lists";
+        GTEST_SKIP() << "access control lists are not supported";
     for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
         expectFailure(journal_, "access()", EPERM, CallPlan(),
                       [&] { ZJournaledFile(path_.c_str(), mode); });
     EXPECT_EQ(torn, directory_.read("conf"));
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
-    // But it does where the file has the same list, and where the user may only read.
+    // It is trusted if the file has the same list, or if the user may only read.
     ASSERT_TRUE(setList(path_, listFor(kOther, 6)));
     EXPECT_EQ(kLong.text, load().text);
     ASSERT_TRUE(setList(path_, listFor(kOther, 4)));
@@ -430,10 +430,10 @@ TEST_F(ZJournaledFileAccess, JournalThatOthersMayWriteByTheirAccessListDoesNotCo
     EXPECT_EQ(kLong.text, load().text);
 }
 
-TEST_F(ZJournaledFileAccess, JournalOfAUserWhoCanWriteTheFileCounts)
+TEST_F(ZJournaledFileAccess, JournalOfAUserThatCanWriteTheFileIsTrusted)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root has files of several owners";
+        GTEST_SKIP() << "only root has files of multiple owners";
     constexpr uid_t kMember = 65534;
     struct Case {
         char const* name;
@@ -467,7 +467,7 @@ TEST_F(ZJournaledFileAccess, JournalOfAUserWhoCanWriteTheFileCounts)
         ASSERT_EQ(0, chown(path_.c_str(), kOther, c.group));
         ASSERT_EQ(0, chmod(path_.c_str(), c.mode));
         if (!c.list.empty() && !setList(path_, c.list))
-            GTEST_SKIP() << "there are no access control lists";
+            GTEST_SKIP() << "access control lists are not supported";
         directory_.write(".conf.zjn", whole);
         ASSERT_EQ(0, chown(journal_.c_str(), kMember, c.group));
         if (c.counts) {
@@ -481,7 +481,7 @@ TEST_F(ZJournaledFileAccess, JournalOfAUserWhoCanWriteTheFileCounts)
                               [&] { ZJournaledFile(path_.c_str(), mode); });
             EXPECT_EQ(torn, directory_.read("conf"));
             EXPECT_EQ(whole, directory_.read(".conf.zjn"));
-            // Where the text is whole, there is nothing to lose: the journal is put aside.
+            // If the text is complete, nothing can be lost: the journal is renamed to an orphan.
             for (std::string const& text : {kShort.text, kLong.text, std::string("else\n")}) {
                 directory_.write("conf", text);
                 EXPECT_EQ(text, load().text);
@@ -494,7 +494,7 @@ TEST_F(ZJournaledFileAccess, JournalOfAUserWhoCanWriteTheFileCounts)
     }
 }
 
-// The user of a container may have groups, but no row in the user database.
+// The user of a container may have groups, but be missing in the user database.
 TEST_F(ZJournaledFileAccess, UnreadableJournalOfAnUnknownUserLeavesNoTornText)
 {
     if (geteuid() != 0)
@@ -521,10 +521,10 @@ TEST_F(ZJournaledFileAccess, UnreadableJournalOfAnUnknownUserLeavesNoTornText)
     });
 }
 
-TEST_F(ZJournaledFileAccess, JournalOfAUserWhoCannotWriteTheCompanionDoesNotChangeIt)
+TEST_F(ZJournaledFileAccess, JournalOfAUserThatCannotWriteTheCompanionDoesNotChangeIt)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root has files of several owners";
+        GTEST_SKIP() << "only root has files of multiple owners";
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
     for (std::string const& path : {path_, companion_})

@@ -19,7 +19,7 @@
 
 using ZJournaledFileCompanion = JournaledFileFixture;
 
-TEST_F(ZJournaledFileCompanion, CompanionThatIsAsWantedIsLeftAlone)
+TEST_F(ZJournaledFileCompanion, UnchangedCompanionIsNotWritten)
 {
     struct stat before;
     struct stat after;
@@ -28,7 +28,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsAsWantedIsLeftAlone)
     store({kLong.text, kShort.companion});
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
-    // But not when it is more readable than the file, or has another name.
+    // It is written if it is more readable than the file, or has a second name.
     ASSERT_EQ(0, chmod(companion_.c_str(), 0644));
     store({kShort.text, kShort.companion});
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
@@ -49,9 +49,9 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsAsWantedIsLeftAlone)
     EXPECT_EQ(0u, after.st_gid);
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionOnAnotherDiskIsWrittenAnew)
+TEST_F(ZJournaledFileCompanion, CompanionOnAnotherDiskIsWrittenAgain)
 {
-    // The sync of the journal does not take it along.
+    // The sync of the journal does not cover another disk.
     TestDirectory const elsewhere;
     struct stat before;
     struct stat after;
@@ -61,20 +61,20 @@ TEST_F(ZJournaledFileCompanion, CompanionOnAnotherDiskIsWrittenAnew)
     ASSERT_EQ(0, stat(companion.path.c_str(), &before));
     ASSERT_EQ(0, stat(path_.c_str(), &after));
     if (before.st_dev == after.st_dev)
-        GTEST_SKIP() << "there is one disk";
+        GTEST_SKIP() << "/tmp and /dev/shm are on one disk";
     ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
     file.commit(viewOf(kLong.text), companion);
     ASSERT_EQ(0, stat(companion.path.c_str(), &after));
     EXPECT_NE(before.st_ino, after.st_ino);
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatAnotherProgramPutThereIsSynced)
+TEST_F(ZJournaledFileCompanion, CompanionOfAnotherProgramIsSynced)
 {
     struct Case {
         char const* name;
         long system;
-        char const* call;  // that takes it to the disk
-        int folderSyncs;   // for its name; the first is the journal's
+        char const* call;    // that flushes it
+        int directorySyncs;  // for its name; the first is the journal's
     };
     Case const cases[] = {{"XFS", XFS_SUPER_MAGIC, "sync_file_range", 0},
                           {"Btrfs", BTRFS_SUPER_MAGIC, "fdatasync", 0},
@@ -87,25 +87,25 @@ TEST_F(ZJournaledFileCompanion, CompanionThatAnotherProgramPutThereIsSynced)
         elsewhere.before = [&](SystemCall const& call) {
             if (call.name.find("sync") != std::string::npos && first.empty())
                 first = call.name;
-            // All of this comes before the journal, whose own sync takes the rest along.
+            // All of this precedes the journal, whose sync makes it durable.
             if (first.empty() && call.name == "open") {
                 EXPECT_EQ("(missing)", directory_.read(".conf.zjn.new"));
             }
             return 0;
         };
         {
-            Watch const watch(elsewhere);
+            CallRecorder const watch(elsewhere);
             store({kLong.text, kShort.companion});
-            EXPECT_EQ(c.folderSyncs, watch.folderSyncs);
+            EXPECT_EQ(c.directorySyncs, watch.directorySyncs);
         }
         EXPECT_EQ(c.call, first);
-        // When that fails nothing is acknowledged.
+        // If the sync fails, so does the store.
         put(kShort);
         elsewhere.before = [&](SystemCall const& call) {
             return call.name == c.call && callPlan.failed.empty() ? EIO : 0;
         };
         try {
-            Watch const watch(elsewhere);
+            CallRecorder const watch(elsewhere);
             store({kLong.text, kShort.companion});
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
@@ -116,15 +116,15 @@ TEST_F(ZJournaledFileCompanion, CompanionThatAnotherProgramPutThereIsSynced)
     }
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionWhoseNameCannotBeSyncedIsWrittenAnew)
+TEST_F(ZJournaledFileCompanion, CompanionIsWrittenAgainIfItsNameCannotBeSynced)
 {
-    // Another program put it there. Without a sync of its name a power cut might take it away.
+    // Another program created it. Without a sync of its name a power cut might remove it.
     put(kShort);
     struct stat before;
     struct stat after;
     ASSERT_EQ(0, stat(companion_.c_str(), &before));
     {
-        Watch const watch(failing("fsync", "folder"));
+        CallRecorder const watch(failing("fsync", "directory"));
         store({kLong.text, kShort.companion});
     }
     ASSERT_EQ(0, stat(companion_.c_str(), &after));
@@ -132,7 +132,7 @@ TEST_F(ZJournaledFileCompanion, CompanionWhoseNameCannotBeSyncedIsWrittenAnew)
     EXPECT_EQ((Pair{kLong.text, kShort.companion}), load());
 }
 
-TEST_F(ZJournaledFileCompanion, FolderOfTheCompanionThatCannotBeOpenedIsTheCauseThatIsTold)
+TEST_F(ZJournaledFileCompanion, ErrnoOfTheCompanionsDirectoryIsReported)
 {
     put(kPlain);
     ZJournaledFile::Companion companion = change(kLong);
@@ -140,8 +140,8 @@ TEST_F(ZJournaledFileCompanion, FolderOfTheCompanionThatCannotBeOpenedIsTheCause
     expectFailure(companion.path, "fopen(w)", ENOENT, CallPlan(), [&] {
         ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store).commit(kLong.text, companion);
     });
-    std::string const folder = directory_.at("folder");
-    std::filesystem::create_directory(folder);
+    std::string const directory = directory_.at("directory");
+    std::filesystem::create_directory(directory);
     chmod(path_.c_str(), 0620);
     ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
     for (int error : {EMFILE, ENFILE, ENOMEM, EIO})
@@ -151,25 +151,25 @@ TEST_F(ZJournaledFileCompanion, FolderOfTheCompanionThatCannotBeOpenedIsTheCause
             hiding.before = [&, seen = 0](SystemCall const& call) mutable {
                 return call.name == "open" && ++seen == nth ? error : 0;
             };
-            Watch const watch(hiding);
-            int const code = file.checkCompanionPath(folder + "/../conf.obf");
+            CallRecorder const watch(hiding);
+            int const code = file.checkCompanionPath(directory + "/../conf.obf");
             EXPECT_EQ(nth == 1 ? error : 0, code);
         }
 }
 
-TEST_F(ZJournaledFileCompanion, ContentsOfACompanionThatGoesDoNotMatter)
+TEST_F(ZJournaledFileCompanion, CompanionIsRemovedWhateverItsContents)
 {
     put(kLong);
     ZJournaledFile::Companion companion = change(kPlain);
     companion.contents = viewOf(kShort.companion);
     std::string journal;
     ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-    Watch const watch(keepingJournal(journal));
+    CallRecorder const watch(keepingJournal(journal));
     file.commit(viewOf(kPlain.text), companion);
     EXPECT_EQ(journalOf(kLong, kPlain, companion_), journal);
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionOfAnotherNameStaysWhenADeadStoreWasToBeRidOfIt)
+TEST_F(ZJournaledFileCompanion, RecoveryDoesNotRemoveACompanionOfAnotherName)
 {
     directory_.write("conf", kPlain.text);
     directory_.write("secrets", kLong.companion);
@@ -182,43 +182,43 @@ TEST_F(ZJournaledFileCompanion, CompanionOfAnotherNameStaysWhenADeadStoreWasToBe
     EXPECT_EQ(kLong.companion, directory_.read("secrets"));
 }
 
-TEST_F(ZJournaledFileCompanion, DeadStoreIsFinishedWhereTheCompanionsFolderAllowsNoFiles)
+TEST_F(ZJournaledFileCompanion, RecoveryWritesTheCompanionInPlaceIfItsDirectoryIsReadOnly)
 {
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
-        std::string const folder = directory_.at("folder");
-        std::string const companion = folder + "/secrets";
-        std::filesystem::create_directory(folder);
+        std::string const directory = directory_.at("directory");
+        std::string const companion = directory + "/secrets";
+        std::filesystem::create_directory(directory);
         directory_.write("conf", kLong.text);
-        directory_.write("folder/secrets", kShort.companion);
+        directory_.write("directory/secrets", kShort.companion);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion));
-        chmod(folder.c_str(), 0555);
+        chmod(directory.c_str(), 0555);
         {
             ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
         }
-        chmod(folder.c_str(), 0755);
-        return directory_.read("folder/secrets") == kLong.companion &&
-               directory_.names() == "conf folder";
+        chmod(directory.c_str(), 0755);
+        return directory_.read("directory/secrets") == kLong.companion &&
+               directory_.names() == "conf directory";
     });
 }
 
-TEST_F(ZJournaledFileCompanion, MissingFolderOfTheCompanionIsNamedWhenADeadStoreIsFinished)
+TEST_F(ZJournaledFileCompanion, RecoveryReportsAMissingDirectoryOfTheCompanion)
 {
-    std::string const companion = directory_.at("folder/secrets");
+    std::string const companion = directory_.at("directory/secrets");
     put({kLong.text, ""});
     directory_.write(".conf.zjn", journalOf(kPlain, kLong, companion));
     expectFailure(companion, "fopen(w)", ENOENT, CallPlan(),
                   [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store); });
     EXPECT_EQ(".conf.zjn conf", directory_.names());
-    std::filesystem::create_directory(directory_.at("folder"));
+    std::filesystem::create_directory(directory_.at("directory"));
     {
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
-    EXPECT_EQ(kLong.companion, directory_.read("folder/secrets"));
-    EXPECT_EQ("conf folder", directory_.names());
+    EXPECT_EQ(kLong.companion, directory_.read("directory/secrets"));
+    EXPECT_EQ("conf directory", directory_.names());
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
+TEST_F(ZJournaledFileCompanion, CompanionWrittenInPlaceIsRestoredInPlace)
 {
     struct Case {
         char const* call;
@@ -228,7 +228,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
                           Case{"fsync", "fsync()"}, Case{"open", "fopen(w)"}}) {
         SCOPED_TRACE(c.call);
         put(kShort);
-        // The companion is opened once to be read.
+        // The companion is opened once for reading.
         CallPlan plan = failing(c.call, "conf.obf", EIO, strcmp(c.call, "open") == 0 ? 2 : 1);
         plan.before = [before = plan.before](SystemCall const& call) {
             bool const isRefused = call.name == "open" && nameOf(call) == ".conf.obf.new";
@@ -241,11 +241,11 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsWrittenInPlaceIsPutBackInPlace)
     }
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatCanBeNeitherWrittenNorPutBackInPlaceIsNotLost)
+TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeRestoredInPlaceIsInTheJournal)
 {
-    // The journal has only the new one: a beginning of the old one would mean nothing to it.
-    Pair const before = {"one\n", packed("1111")};
-    Pair const after = {"two two\n", packed("2222")};
+    // The journal has only the new companion: it does not recognise a prefix of the old one.
+    Pair const before = {"one\n", compressed("1111")};
+    Pair const after = {"two two\n", compressed("2222")};
     int stored = 0;
     for (int first = 1; first <= 6; ++first)
         for (int second = first + 1; second <= first + 6; ++second) {
@@ -263,7 +263,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCanBeNeitherWrittenNorPutBackInPlac
             };
             Pair expected = after;
             try {
-                Watch const watch(plan);
+                CallRecorder const watch(plan);
                 store(after);
                 ++stored;
             } catch (ZJournaledFile::IoError const& failure) {
@@ -278,18 +278,18 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCanBeNeitherWrittenNorPutBackInPlac
     EXPECT_LT(10, stored);
 }
 
-TEST_F(ZJournaledFileCompanion, LinkIsNotFollowedToACompanionThatIsWrittenInPlace)
+TEST_F(ZJournaledFileCompanion, LinkIsNotFollowedWhenACompanionIsWrittenInPlace)
 {
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
-        std::string const folder = directory_.at("folder");
-        std::filesystem::create_directory(folder);
+        std::string const directory = directory_.at("directory");
+        std::filesystem::create_directory(directory);
         directory_.write("conf", kPlain.text);
         directory_.write("target", kShort.companion);
-        std::filesystem::create_symlink(directory_.at("target"), folder + "/secrets");
-        chmod(folder.c_str(), 0555);
+        std::filesystem::create_symlink(directory_.at("target"), directory + "/secrets");
+        chmod(directory.c_str(), 0555);
         ZJournaledFile::Companion companion = change(kLong);
-        companion.path = folder + "/secrets";
+        companion.path = directory + "/secrets";
         std::string seen;
         try {
             ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -297,17 +297,17 @@ TEST_F(ZJournaledFileCompanion, LinkIsNotFollowedToACompanionThatIsWrittenInPlac
         } catch (ZJournaledFile::IoError const& failure) {
             seen = failure.call + std::to_string(failure.error);
         }
-        chmod(folder.c_str(), 0755);
+        chmod(directory.c_str(), 0755);
         return seen == "fopen(w)" + std::to_string(ELOOP) &&
                directory_.read("target") == kShort.companion && load() == kPlain;
     });
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatNobodyWouldReadIsNotMade)
+TEST_F(ZJournaledFileCompanion, CompanionThatNoProcessCouldReadIsNotCreated)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
-    // The file is root's, and everybody may write it: its companion has to be root's, too.
+    // The file is root's and all users may write it: its companion must be root's too.
     chmod(directory_.path().c_str(), 0777);
     put(kPlain);
     chmod(path_.c_str(), 0666);
@@ -321,18 +321,18 @@ TEST_F(ZJournaledFileCompanion, CompanionThatNobodyWouldReadIsNotMade)
         }
         return false;
     });
-    // One that is there is written in place.
+    // An existing companion is written in place.
     put(kShort);
     chmod(companion_.c_str(), 0666);
     asNobody([&] {
         std::string calls;
-        CallPlan noting;
-        noting.before = [&calls](SystemCall const& call) {
+        CallPlan recordingPlan;
+        recordingPlan.before = [&calls](SystemCall const& call) {
             calls += call.name + " ";
             return 0;
         };
         {
-            Watch const watch(noting);
+            CallRecorder const watch(recordingPlan);
             store(kLong);
         }
         return load() == kLong && directory_.names() == "conf conf.obf" &&
@@ -341,18 +341,18 @@ TEST_F(ZJournaledFileCompanion, CompanionThatNobodyWouldReadIsNotMade)
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZJournaledFileCompanion, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
+TEST_F(ZJournaledFileCompanion, FilesThatNoStoreCanHaveWrittenAreNotReplaced)
 {
-    // Only under the name that belongs to the file may anything stand.
+    // Only the companion of the file's own name may have any contents.
     put({kPlain.text, "text\n"});
     store(kLong);
     EXPECT_EQ(kLong, load());
     put(kPlain);
-    directory_.write("text", "text of somebody else\n");
-    directory_.write("xtext", "x, as what is packed begins");
-    std::filesystem::create_directory(directory_.at("folder"));
+    directory_.write("text", "text of another user\n");
+    directory_.write("xtext", "x, like the start of a zlib stream");
+    std::filesystem::create_directory(directory_.at("directory"));
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
-    for (char const* name : {"text", "xtext", "folder", "pipe", "conf", ".conf.zjn"}) {
+    for (char const* name : {"text", "xtext", "directory", "pipe", "conf", ".conf.zjn"}) {
         SCOPED_TRACE(name);
         ZJournaledFile::Companion companion = change(kLong);
         companion.path = directory_.at(name);
@@ -366,42 +366,42 @@ TEST_F(ZJournaledFileCompanion, FilesThatNoStoreCanHaveWrittenAreNoCompanions)
             EXPECT_EQ(EPERM, failure.error);
         }
         EXPECT_EQ(kPlain.text, directory_.read("conf"));
-        EXPECT_EQ("conf folder pipe text xtext", directory_.names());
+        EXPECT_EQ("conf directory pipe text xtext", directory_.names());
     }
-    EXPECT_EQ("text of somebody else\n", directory_.read("text"));
-    EXPECT_EQ("x, as what is packed begins", directory_.read("xtext"));
+    EXPECT_EQ("text of another user\n", directory_.read("text"));
+    EXPECT_EQ("x, like the start of a zlib stream", directory_.read("xtext"));
 }
 
-TEST_F(ZJournaledFileCompanion, FileThatOthersMayWriteNamesOnlyTheCompanionBesideIt)
+TEST_F(ZJournaledFileCompanion, FileWritableByOthersCanOnlyUseItsOwnCompanion)
 {
     put(kShort);
-    std::string const folder = directory_.at("folder");
-    std::filesystem::create_directory(folder);
-    directory_.write("folder/conf.obf", kShort.companion);
-    directory_.write("folder/.conf.zjn", "");
+    std::string const directory = directory_.at("directory");
+    std::filesystem::create_directory(directory);
+    directory_.write("directory/conf.obf", kShort.companion);
+    directory_.write("directory/.conf.zjn", "");
     directory_.write("secrets", kShort.companion);
     std::string const missing = directory_.at("missing/conf.obf");
     chmod(path_.c_str(), 0620);
     ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
     EXPECT_EQ(0, file.checkCompanionPath(companion_));
-    EXPECT_EQ(0, file.checkCompanionPath(directory_.at("folder/../conf.obf")));
+    EXPECT_EQ(0, file.checkCompanionPath(directory_.at("directory/../conf.obf")));
     EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("secrets")));
-    EXPECT_EQ(EPERM, file.checkCompanionPath(folder + "/conf.obf"));
+    EXPECT_EQ(EPERM, file.checkCompanionPath(directory + "/conf.obf"));
     EXPECT_EQ(EPERM, file.checkCompanionPath(missing));
     {
         CallPlan hiding;
         hiding.before = [this](SystemCall const& call) {
-            return call.name == "open" && call.path == directory_.at("folder/..") ? EACCES : 0;
+            return call.name == "open" && call.path == directory_.at("directory/..") ? EACCES : 0;
         };
-        Watch const watch(hiding);
-        EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("folder/../conf.obf")));
+        CallRecorder const watch(hiding);
+        EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("directory/../conf.obf")));
     }
     {
-        Watch const watch(failing("lstat", "conf.obf", EACCES));
+        CallRecorder const watch(failing("lstat", "conf.obf", EACCES));
         EXPECT_EQ(EACCES, file.checkCompanionPath(companion_));
     }
     std::filesystem::remove(companion_);
-    EXPECT_EQ(0, file.checkCompanionPath(companion_));  // it may be made
+    EXPECT_EQ(0, file.checkCompanionPath(companion_));  // it may be created
     // Only a regular file with one name that the file's owner owns.
     ASSERT_EQ(0, symlink("secrets", companion_.c_str()));
     EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
@@ -414,15 +414,17 @@ TEST_F(ZJournaledFileCompanion, FileThatOthersMayWriteNamesOnlyTheCompanionBesid
         ASSERT_EQ(0, chown(companion_.c_str(), 12345, 0));
         EXPECT_EQ(EPERM, file.checkCompanionPath(companion_));
     }
-    // One that is ours alone names any, but itself and the hidden files of its stores.
+    // A file that only we can write can use any companion, except itself and the hidden files of
+    // its stores.
     chmod(path_.c_str(), 0600);
     ZJournaledFile const ours(path_.c_str(), ZJournaledFile::Mode::load);
     for (std::string const& name :
-         {folder + "/conf.obf", folder + "/.conf.zjn", missing, companion_})
+         {directory + "/conf.obf", directory + "/.conf.zjn", missing, companion_})
         EXPECT_EQ(0, ours.checkCompanionPath(name)) << name;
-    ASSERT_EQ(0, symlink("../conf", (folder + "/second").c_str()));
-    for (std::string const& name : {path_, journal_, folder + "/../.conf.zjn", folder + "/second",
-                                    journal_ + ".new", directory_.at(".conf.new")})
+    ASSERT_EQ(0, symlink("../conf", (directory + "/second").c_str()));
+    for (std::string const& name :
+         {path_, journal_, directory + "/../.conf.zjn", directory + "/second", journal_ + ".new",
+          directory_.at(".conf.new")})
         EXPECT_EQ(EPERM, ours.checkCompanionPath(name)) << name;
 }
 
@@ -437,28 +439,27 @@ TEST_F(ZJournaledFileCompanion, FileWithTheHiddenNameOfItsNewCompanionIsNotRemov
     EXPECT_EQ("one\n", directory_.read(".conf.obf.new"));
 }
 
-TEST_F(ZJournaledFileCompanion, NewCompanionOfAFileThatOthersMayWriteIsBesideTheRealFile)
+TEST_F(ZJournaledFileCompanion, NewCompanionOfAFileWritableByOthersIsNextToTheRealFile)
 {
-    std::filesystem::create_directory(directory_.at("folder"));
-    directory_.write("folder/real", kPlain.text);
-    ASSERT_EQ(0, symlink("folder/real", path_.c_str()));
+    std::filesystem::create_directory(directory_.at("directory"));
+    directory_.write("directory/real", kPlain.text);
+    ASSERT_EQ(0, symlink("directory/real", path_.c_str()));
     EXPECT_EQ(companion_, ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
     chmod(path_.c_str(), 0602);
-    EXPECT_EQ(directory_.at("folder/real.obf"),
+    EXPECT_EQ(directory_.at("directory/real.obf"),
               ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
 }
 
-TEST_F(ZJournaledFileCompanion, FolderWhosePathIsTooLongHasNoPlaceForANewCompanion)
+TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
 {
-    // The journal goes beside the name as it was given then, unless that is a link, whose end
-    // cannot be told.
+    // The journal is created next to the given name, unless that is a link: its target is unknown.
     pid_t const child = fork();
     if (child == 0) {
-        std::string const folder(200, 'f');
+        std::string const directory(200, 'f');
         if (chdir(directory_.path().c_str()) != 0)
             _exit(9);
         for (int depth = 0; depth < 25; ++depth)
-            if (mkdir(folder.c_str(), 0700) != 0 || chdir(folder.c_str()) != 0)
+            if (mkdir(directory.c_str(), 0700) != 0 || chdir(directory.c_str()) != 0)
                 _exit(9);
         std::string seen;
         try {
@@ -489,7 +490,7 @@ TEST_F(ZJournaledFileCompanion, FolderWhosePathIsTooLongHasNoPlaceForANewCompani
     EXPECT_EQ(0, status);
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeOneForItsLengthIsNotRead)
+TEST_F(ZJournaledFileCompanion, CompanionOfImpossibleLengthIsNotRead)
 {
     put(kShort);
     off_t const most = off_t{257} << 20;
@@ -507,7 +508,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeOneForItsLengthIsNotRead)
     EXPECT_EQ(static_cast<size_t>(most), file.readCompanion(companion_.c_str()).length());
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
+TEST_F(ZJournaledFileCompanion, CompanionTruncatedWhileItIsOpenedIsEmpty)
 {
     put(kShort);
     ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
@@ -519,11 +520,11 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsCutWhileItIsOpenedIsAnEmptyOne)
                   [&] { file.readCompanion(companion_.c_str()); });
 }
 
-TEST_F(ZJournaledFileCompanion, FolderOfTheCompanionThatCannotBeSyncedIsNamed)
+TEST_F(ZJournaledFileCompanion, UnsyncedDirectoryOfTheCompanionIsReportedByTheNextStore)
 {
-    std::filesystem::create_directory(directory_.at("folder"));
-    std::string const companion = directory_.at("folder/conf.obf");
-    directory_.write("folder/conf.obf", kShort.companion);
+    std::filesystem::create_directory(directory_.at("directory"));
+    std::string const companion = directory_.at("directory/conf.obf");
+    directory_.write("directory/conf.obf", kShort.companion);
     put(kShort);
     auto const storeThere = [&](Pair const& pair) {
         ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -539,22 +540,22 @@ TEST_F(ZJournaledFileCompanion, FolderOfTheCompanionThatCannotBeSyncedIsNamed)
     };
     CallPlan plan;
     plan.before = [](SystemCall const& call) {
-        return call.name == "fsync" && nameOf(call) == "folder" ? EIO : 0;
+        return call.name == "fsync" && nameOf(call) == "directory" ? EIO : 0;
     };
     {
-        Watch const watch(plan);
+        CallRecorder const watch(plan);
         storeThere(kLong);
     }
-    expectPair(kLong, ".conf.zjn conf conf.obf folder");
+    expectPair(kLong, ".conf.zjn conf conf.obf directory");
     for (int times = 0; times < 3; ++times) {
         expectFailure(companion, "fsync()", EIO, plan, [&] { storeThere(kShort); });
-        expectPair(kLong, ".conf.zjn conf conf.obf folder");
+        expectPair(kLong, ".conf.zjn conf conf.obf directory");
     }
     storeThere(kShort);
-    expectPair(kShort, "conf conf.obf folder");
+    expectPair(kShort, "conf conf.obf directory");
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionWhoseNameIsFixedIsWrittenInPlace)
+TEST_F(ZJournaledFileCompanion, CompanionWithAFixedNameIsWrittenInPlace)
 {
     for (int error : {EBUSY, EPERM})
         for (Shape const& shape : kShapes) {
@@ -571,20 +572,20 @@ TEST_F(ZJournaledFileCompanion, CompanionWhoseNameIsFixedIsWrittenInPlace)
             };
             put(shape.before);
             {
-                Watch const watch(plan);
+                CallRecorder const watch(plan);
                 store(shape.after);
             }
             EXPECT_EQ(shape.after, load());
             EXPECT_EQ(shape.after.companion, directory_.read("conf.obf"));
             EXPECT_EQ("conf conf.obf", directory_.names());
-            // Killed at each call, the pair is old or new.
+            // A kill at each call leaves the old or the new pair.
             for (int call = 1; call < 200; ++call) {
                 put(shape.before);
                 CallPlan dying = plan;
                 dying.dieAt = call;
                 pid_t const child = fork();
                 if (child == 0) {
-                    Watch const watch(dying);
+                    CallRecorder const watch(dying);
                     store(shape.after);
                     _exit(0);
                 }
@@ -598,7 +599,7 @@ TEST_F(ZJournaledFileCompanion, CompanionWhoseNameIsFixedIsWrittenInPlace)
         }
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatIsMountedThereIsWrittenInPlace)
+TEST_F(ZJournaledFileCompanion, MountedCompanionIsWrittenInPlace)
 {
     put(kShort);
     pid_t const child = fork();
@@ -623,10 +624,10 @@ TEST_F(ZJournaledFileCompanion, CompanionThatIsMountedThereIsWrittenInPlace)
     EXPECT_EQ("conf conf.obf source", directory_.names());
 }
 
-TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeOpenedIsNamedIfAnotherUserWroteTheJournal)
+TEST_F(ZJournaledFileCompanion, UnreadableCompanionOfAnotherUsersJournalIsReported)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root has files of several owners";
+        GTEST_SKIP() << "only root has files of multiple owners";
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
     for (std::string const& path : {path_, companion_}) {
@@ -641,10 +642,10 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeOpenedIsNamedIfAnotherUserW
                 expectFailure(companion_, "mapFile()", error, failing(call, "conf.obf", error),
                               [&] { ZJournaledFile(path_.c_str(), mode); });
             }
-    // The text does not need the journal.
+    // This text is complete without the journal.
     directory_.write("conf", "else\n");
     {
-        Watch const watch(failing("open", "conf.obf", EMFILE));
+        CallRecorder const watch(failing("open", "conf.obf", EMFILE));
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
         EXPECT_EQ("else\n", file.text());
     }
@@ -652,7 +653,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeOpenedIsNamedIfAnotherUserW
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZJournaledFileCompanion, RelativeCompanionOfADeadStoreIsThatOfItsWorkingDirectory)
+TEST_F(ZJournaledFileCompanion, RelativeCompanionInAJournalRefersToTheWritersDirectory)
 {
     char before[PATH_MAX];
     ASSERT_NE(nullptr, getcwd(before, sizeof before));
@@ -672,7 +673,7 @@ TEST_F(ZJournaledFileCompanion, RelativeCompanionOfADeadStoreIsThatOfItsWorkingD
                 written.path = relative;
                 ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
                 {
-                    Watch const watch(dying);
+                    CallRecorder const watch(dying);
                     file.commit(kLong.text, written);
                 }
                 _exit(0);
@@ -707,16 +708,16 @@ TEST_F(ZJournaledFileCompanion, RelativeCompanionOfADeadStoreIsThatOfItsWorkingD
         }
 }
 
-TEST_F(ZJournaledFileCompanion, LinkInThePathOfACompanionLeadsToNoOtherFolder)
+TEST_F(ZJournaledFileCompanion, ChangedLinkInTheCompanionsPathIsDetected)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
-    // The link leads to the folder of the file until root has decided that the companion is in it.
+    // The link refers to the file's directory until root has decided that the companion is in it.
     TestDirectory const elsewhere{TestDirectory::Place::memory};
-    std::string const folder = directory_.at("folder");
+    std::string const directory = directory_.at("directory");
     std::string const link = directory_.at("link");
     std::string const companion = link + "/conf.obf";
-    std::string const file = folder + "/conf";
+    std::string const file = directory + "/conf";
     auto const lead = [&](std::string const& target) {
         std::filesystem::remove(link);
         std::filesystem::create_directory_symlink(target, link);
@@ -727,22 +728,22 @@ TEST_F(ZJournaledFileCompanion, LinkInThePathOfACompanionLeadsToNoOtherFolder)
         for (bool isDead : {false, true})
             for (bool removes : {false, true})
                 for (int n = 1; owner != 0 || removes; ++n) {
-                    SCOPED_TRACE(std::to_string(owner) + (isDead ? " dead" : "") +
+                    SCOPED_TRACE(std::to_string(owner) + (isDead ? " after a crash" : "") +
                                  (removes ? " removes " : " writes ") + std::to_string(n));
-                    std::filesystem::remove_all(folder);
-                    std::filesystem::create_directory(folder);
-                    lead("folder");
-                    directory_.write("folder/conf", isDead ? torn.text : kShort.text);
-                    directory_.write("folder/conf.obf", kShort.companion);
+                    std::filesystem::remove_all(directory);
+                    std::filesystem::create_directory(directory);
+                    lead("directory");
+                    directory_.write("directory/conf", isDead ? torn.text : kShort.text);
+                    directory_.write("directory/conf.obf", kShort.companion);
                     if (isDead)
-                        directory_.write("folder/.conf.zjn",
+                        directory_.write("directory/.conf.zjn",
                                          journalOf(kShort, removes ? without : kLong, companion));
-                    for (auto const& entry : std::filesystem::directory_iterator(folder))
+                    for (auto const& entry : std::filesystem::directory_iterator(directory))
                         ASSERT_EQ(0, chown(entry.path().c_str(), owner, owner));
-                    std::string const secret = packed("root's own");
+                    std::string const secret = compressed("root's own");
                     elsewhere.write("conf.obf", secret);
                     {
-                        Watch const watch(meddlingAt(n, [&] { lead(elsewhere.path()); }));
+                        CallRecorder const watch(meddlingAt(n, [&] { lead(elsewhere.path()); }));
                         try {
                             ZJournaledFile opened(file.c_str(), ZJournaledFile::Mode::store);
                             ZJournaledFile::Companion change = this->change(kLong);

@@ -18,23 +18,23 @@
 
 using ZJournaledFileConcurrency = JournaledFileFixture;
 
-TEST_F(ZJournaledFileConcurrency, FileThatSomebodyElseStoresIntoBeforeItIsLockedStays)
+TEST_F(ZJournaledFileConcurrency, CreatedFileStaysIfAnotherProcessStoresIntoIt)
 {
     CallPlan meeting;
     meeting.before = [this](SystemCall const& call) {
         if (call.name == "F_SETLK" && directory_.read("conf").empty())
-            directory_.write("conf", "theirs\n");
+            directory_.write("conf", "others\n");
         return 0;
     };
     {
-        Watch const watch(meeting);
+        CallRecorder const watch(meeting);
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
-        EXPECT_EQ("theirs\n", std::string(file.text().data(), file.text().size()));
+        EXPECT_EQ("others\n", std::string(file.text().data(), file.text().size()));
     }
-    EXPECT_EQ("theirs\n", directory_.read("conf"));
+    EXPECT_EQ("others\n", directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatWasMadeIsNoLongerOursOnceItsNameMeansAnother)
+TEST_F(ZJournaledFileConcurrency, CreatedFileIsNotRemovedOnceItsNameRefersToAnother)
 {
     {
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -50,56 +50,57 @@ TEST_F(ZJournaledFileConcurrency, FileThatWasMadeIsNoLongerOursOnceItsNameMeansA
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatAppearsWhileItIsMadeIsTheOneThatIsOpened)
+TEST_F(ZJournaledFileConcurrency, FileThatAppearsDuringCreationIsOpened)
 {
-    // Before it is looked for a link, and after.
+    // Before and after the check for a link.
     for (char const* moment : {"open", "lstat"})
-        for (std::string const theirs : {"theirs\n", ""}) {
-            SCOPED_TRACE(moment + theirs);
+        for (std::string const others : {"others\n", ""}) {
+            SCOPED_TRACE(moment + others);
             std::filesystem::remove(path_);
             CallPlan meeting;
             meeting.after = [&](SystemCall const& call, ssize_t&) {
                 if (call.name == moment && directory_.names().empty())
-                    directory_.write("conf", theirs);
+                    directory_.write("conf", others);
             };
             {
-                Watch const watch(meeting);
+                CallRecorder const watch(meeting);
                 ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
-                EXPECT_EQ(theirs, std::string(file.text().data(), file.text().size()));
+                EXPECT_EQ(others, std::string(file.text().data(), file.text().size()));
             }
-            EXPECT_EQ(theirs, directory_.read("conf"));
+            EXPECT_EQ(others, directory_.read("conf"));
         }
 }
 
-TEST_F(ZJournaledFileConcurrency, LinksThatAreSwappedInAreNotFollowed)
+TEST_F(ZJournaledFileConcurrency, LinksThatAppearDuringAStoreAreNotFollowed)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
     TestDirectory const elsewhere{TestDirectory::Place::memory};
-    Pair const secret = {"secret text\n", packed("root's own")};
+    Pair const secret = {"secret text\n", compressed("root's own")};
     auto const plant = [&] {
         elsewhere.write("conf", secret.text);
         elsewhere.write("conf.obf", secret.companion);
     };
-    std::string const folder = directory_.at("folder");
+    std::string const directory = directory_.at("directory");
     std::string const away = directory_.at("away");
-    std::string const file = folder + "/conf";
+    std::string const file = directory + "/conf";
     struct Case {
         char const* name;
         std::function<void()> swap;
     };
     auto const swapForLink = [&](char const* name) {
         return Case{name, [&, name] {
-                        std::filesystem::remove_all(folder + "/" + name);
+                        std::filesystem::remove_all(directory + "/" + name);
                         std::filesystem::create_symlink(
                             elsewhere.at(strstr(name, "obf") != nullptr ? "conf.obf" : "conf"),
-                            folder + "/" + name);
+                            directory + "/" + name);
                     }};
     };
-    Case const cases[] = {{"folder",
+    Case const cases[] = {{"directory",
                            [&] {
-                               std::filesystem::rename(folder, away);
-                               std::filesystem::create_directory_symlink(elsewhere.path(), folder);
+                               std::filesystem::rename(directory, away);
+                               std::filesystem::create_directory_symlink(elsewhere.path(),
+                                                                         directory);
                            }},
                           swapForLink("conf"),
                           swapForLink("conf.obf"),
@@ -111,37 +112,37 @@ TEST_F(ZJournaledFileConcurrency, LinksThatAreSwappedInAreNotFollowed)
             for (int n = 1;; ++n) {
                 bool const stores = kind % 2 == 1;
                 bool const isOurs =
-                    kind / 2 == 1;  // root's own file, in the folder of another user
+                    kind / 2 == 1;  // root's own file, in the directory of another user
                 SCOPED_TRACE(std::string(c.name) + (stores ? ", store " : ", load ") +
                              std::to_string(n));
-                std::filesystem::remove_all(folder);
+                std::filesystem::remove_all(directory);
                 std::filesystem::remove_all(away);
-                std::filesystem::create_directory(folder);
-                directory_.write("folder/conf", kShort.text);
-                directory_.write("folder/conf.obf", kShort.companion);
-                ASSERT_EQ(0, chown(folder.c_str(), 12345, 12345));
+                std::filesystem::create_directory(directory);
+                directory_.write("directory/conf", kShort.text);
+                directory_.write("directory/conf.obf", kShort.companion);
+                ASSERT_EQ(0, chown(directory.c_str(), 12345, 12345));
                 uid_t const owner = isOurs ? 0 : 12345;
-                for (std::string const& path : {file, folder + "/conf.obf"})
+                for (std::string const& path : {file, directory + "/conf.obf"})
                     ASSERT_EQ(0, chown(path.c_str(), owner, owner));
                 plant();
                 std::string read;
                 {
-                    Watch const watch(meddlingAt(n, c.swap));
+                    CallRecorder const watch(meddlingAt(n, c.swap));
                     try {
                         ZJournaledFile opened(file.c_str(), stores ? ZJournaledFile::Mode::store
                                                                    : ZJournaledFile::Mode::load);
                         ZJournaledFile::Bytes const bytes =
-                            opened.readCompanion((folder + "/conf.obf").c_str());
+                            opened.readCompanion((directory + "/conf.obf").c_str());
                         read.assign(bytes.data(), bytes.length());
                         read += opened.text();
                         ZJournaledFile::Companion change = this->change(kLong);
-                        change.path = folder + "/conf.obf";
+                        change.path = directory + "/conf.obf";
                         if (stores)
                             opened.commit(kLong.text, change);
                     } catch (ZJournaledFile::IoError const&) {
                     }
                 }
-                // A file that is ours alone may name any companion, also by a link.
+                // A file that only we can write may use any companion, even through a link.
                 if (!isOurs) {
                     ASSERT_EQ(std::string::npos, read.find("secret"));
                     ASSERT_EQ(std::string::npos, read.find("root's own"));
@@ -154,10 +155,10 @@ TEST_F(ZJournaledFileConcurrency, LinksThatAreSwappedInAreNotFollowed)
             }
 }
 
-TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlone)
+TEST_F(ZJournaledFileConcurrency, StoreDoesNotTouchTheFileThatReplacedItsOwn)
 {
-    // An editor replaces the file; the writer of the new one dies in the middle of its text.
-    Pair const edited = {"edited edited edited\n", packed("e")};
+    // An editor replaces the file; the writer of the new file crashes while it writes the text.
+    Pair const edited = {"edited edited edited\n", compressed("e")};
     int raised = 0;
     int torn = 0;
     for (int n = 1;; ++n) {
@@ -172,7 +173,7 @@ TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlon
                 directory_.write("edited.obf", edited.companion);
                 rename(directory_.at("edited").c_str(), path_.c_str());
                 rename(directory_.at("edited.obf").c_str(), companion_.c_str());
-                // In a thread, as the plan of this one is at work.
+                // In another thread: the plan applies to this one.
                 std::thread([&] {
                     CallPlan dying;
                     dying.shortTransfers = true;
@@ -181,7 +182,7 @@ TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlon
                             _exit(0);
                         return 0;
                     };
-                    Watch const watch(dying);
+                    CallRecorder const watch(dying);
                     store(kLong);
                 }).join();
                 _exit(1);
@@ -192,9 +193,9 @@ TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlon
             torn += directory_.read("conf") != edited.text;
         };
         {
-            Watch const watch(meddlingAt(n, replace));
+            CallRecorder const watch(meddlingAt(n, replace));
             try {
-                store({"four four\n", packed("4")});
+                store({"four four\n", compressed("4")});
             } catch (ZJournaledFile::IoError const& failure) {
                 isStored = false;
                 EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.call;
@@ -210,7 +211,7 @@ TEST_F(ZJournaledFileConcurrency, StoreOfAFileThatWasReplacedLeavesTheNewOneAlon
     EXPECT_LT(20, torn);
 }
 
-TEST_F(ZJournaledFileConcurrency, ThreadThatStoresCannotLoadTheSameFile)
+TEST_F(ZJournaledFileConcurrency, StoringThreadCannotLoadTheSameFile)
 {
     put(kShort);
     ZJournaledFile const storing(path_.c_str(), ZJournaledFile::Mode::store);
@@ -225,7 +226,7 @@ TEST_F(ZJournaledFileConcurrency, ThreadThatStoresCannotLoadTheSameFile)
     }
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatWasMadeStaysUnlessItIsKnownToBeEmptyAndOurs)
+TEST_F(ZJournaledFileConcurrency, CreatedFileStaysUnlessItIsKnownToBeEmptyAndUnlocked)
 {
     struct Case {
         int error;
@@ -238,7 +239,7 @@ TEST_F(ZJournaledFileConcurrency, FileThatWasMadeStaysUnlessItIsKnownToBeEmptyAn
                       [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
         EXPECT_EQ(c.names, directory_.names());
     }
-    // It stays, too, if somebody has stored into it, or if that cannot be found out.
+    // It also stays if another process has stored into it, or if that cannot be determined.
     for (bool isFilled : {true, false}) {
         SCOPED_TRACE(isFilled);
         std::filesystem::remove(path_);
@@ -247,14 +248,14 @@ TEST_F(ZJournaledFileConcurrency, FileThatWasMadeStaysUnlessItIsKnownToBeEmptyAn
             if (call.name == "F_SETLK" && nameOf(call) == "conf") {
                 isRefused = true;
                 if (isFilled)
-                    directory_.write("conf", "theirs\n");
+                    directory_.write("conf", "others\n");
                 return ENOLCK;
             }
             return isRefused && !isFilled && call.name == "fstat" ? EIO : 0;
         };
         expectFailure(path_, "fcntl()", ENOLCK, plan,
                       [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
-        EXPECT_EQ(isFilled ? "theirs\n" : "", directory_.read("conf"));
+        EXPECT_EQ(isFilled ? "others\n" : "", directory_.read("conf"));
         EXPECT_EQ("conf", directory_.names());
     }
 }
@@ -278,7 +279,7 @@ TEST_F(ZJournaledFileConcurrency, OtherThreadsTakeTurns)
     EXPECT_TRUE(loaded);
 }
 
-TEST_F(ZJournaledFileConcurrency, ClosingOneUserOfAFileKeepsTheLockOfAnother)
+TEST_F(ZJournaledFileConcurrency, ClosingOneReferenceKeepsTheLockOfAnother)
 {
     put(kShort);
     auto first = std::make_unique<ZJournaledFile>(path_.c_str(), ZJournaledFile::Mode::load);
@@ -296,7 +297,7 @@ TEST_F(ZJournaledFileConcurrency, ClosingOneUserOfAFileKeepsTheLockOfAnother)
     EXPECT_TRUE(isFree(path_));
 }
 
-TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileDoNotCostItsLock)
+TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileKeepItsLock)
 {
     for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.zjn.orphan", ".conf.obf.new"}) {
         SCOPED_TRACE(name);
@@ -312,7 +313,7 @@ TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileDoNotCostItsLock)
             return 0;
         };
         {
-            Watch const watch(looking);
+            CallRecorder const watch(looking);
             store(kLong);
         }
         EXPECT_EQ(2, looks);  // the text, and the end of the journal
@@ -321,7 +322,7 @@ TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileDoNotCostItsLock)
     }
 }
 
-TEST_F(ZJournaledFileConcurrency, SharedFilesLockRangesForEachOther)
+TEST_F(ZJournaledFileConcurrency, SharedFilesExcludeEachOther)
 {
     put(kShort);
     ZSharedFile one;
@@ -350,7 +351,7 @@ TEST_F(ZJournaledFileConcurrency, SharedFilesLockRangesForEachOther)
     EXPECT_FALSE(other.isOpen());
 }
 
-TEST_F(ZJournaledFileConcurrency, ChildOfAForkStartsAnew)
+TEST_F(ZJournaledFileConcurrency, ForkedChildHasAnEmptyTable)
 {
     put(kShort);
     ZJournaledFile const loading(path_.c_str(), ZJournaledFile::Mode::load);
@@ -364,7 +365,7 @@ TEST_F(ZJournaledFileConcurrency, ChildOfAForkStartsAnew)
     EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedAgainAndAgainIsGivenUp)
+TEST_F(ZJournaledFileConcurrency, OpeningAFileThatIsReplacedRepeatedlyFails)
 {
     put(kShort);
     std::atomic<bool> stop{false};
@@ -383,7 +384,7 @@ TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedAgainAndAgainIsGivenUp)
     editor.join();
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
+TEST_F(ZJournaledFileConcurrency, OpeningAFileThatIsReplacedAtEachOpenFails)
 {
     put(kShort);
     int opened = 0;
@@ -404,9 +405,9 @@ TEST_F(ZJournaledFileConcurrency, FileThatIsReplacedEachTimeItIsOpenedIsGivenUp)
     EXPECT_EQ("edited\n", directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatGoesWhileItIsOpenedIsMissing)
+TEST_F(ZJournaledFileConcurrency, FileRemovedWhileItIsOpenedIsMissing)
 {
-    // Before its real path is known, and behind that.
+    // Before and after its real path is known.
     for (char const* moment : {"open", "F_SETLK"}) {
         SCOPED_TRACE(moment);
         bool isGone = false;
@@ -419,14 +420,14 @@ TEST_F(ZJournaledFileConcurrency, FileThatGoesWhileItIsOpenedIsMissing)
         expectFailure(path_, "fopen(r)", ENOENT, removing,
                       [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
         EXPECT_TRUE(isGone);
-        // A store makes it anew, also when it is the one that it made.
+        // A store creates it again, even if it was the file that the store had created.
         for (bool made : {false, true}) {
             put(kPlain);
             if (made)
                 std::filesystem::remove(path_);
             isGone = false;
             {
-                Watch const watch(removing);
+                CallRecorder const watch(removing);
                 storeText(kLong.text);
             }
             EXPECT_TRUE(isGone);
@@ -435,7 +436,7 @@ TEST_F(ZJournaledFileConcurrency, FileThatGoesWhileItIsOpenedIsMissing)
     }
 }
 
-TEST_F(ZJournaledFileConcurrency, FileThatBecomesALinkThatLeadsNowhereIsAFailure)
+TEST_F(ZJournaledFileConcurrency, FileThatBecomesADanglingLinkFails)
 {
     struct Case {
         char const* target;

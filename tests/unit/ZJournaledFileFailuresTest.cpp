@@ -14,7 +14,7 @@
 
 using ZJournaledFileFailures = JournaledFileFixture;
 
-TEST_F(ZJournaledFileFailures, EveryCallMayFailAndThePairIsOldOrNew)
+TEST_F(ZJournaledFileFailures, PairIsOldOrNewIfAnyCallFails)
 {
     int const errors[] = {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, EACCES, EROFS, ENOLCK};
     int failures = 0;
@@ -31,11 +31,11 @@ TEST_F(ZJournaledFileFailures, EveryCallMayFailAndThePairIsOldOrNew)
                 CallPlan failing;
                 failing.failAt = call;
                 failing.error = error;
-                bool isApplied = false;  // when the call is made
+                bool isApplied = false;  // before the failing call
                 int changes = 0;         // of the companion
                 failing.before = [&](SystemCall const& made) {
                     if (callPlan.calls == call)
-                        isApplied = changes > 0 && made.name == "fsync" && isOnFolder(made);
+                        isApplied = changes > 0 && made.name == "fsync" && isOnDirectory(made);
                     changes += (made.name == "rename" && nameOf(made) == ".conf.obf.new") ||
                                (made.name == "unlink" && nameOf(made) == "conf.obf");
                     return 0;
@@ -44,7 +44,7 @@ TEST_F(ZJournaledFileFailures, EveryCallMayFailAndThePairIsOldOrNew)
                 bool reached;
                 std::string failed;
                 {
-                    Watch const watch(failing);
+                    CallRecorder const watch(failing);
                     try {
                         store(shape.after);
                     } catch (ZJournaledFile::IoError const& failure) {
@@ -57,8 +57,8 @@ TEST_F(ZJournaledFileFailures, EveryCallMayFailAndThePairIsOldOrNew)
                 EXPECT_EQ(descriptors, openDescriptors());
                 EXPECT_TRUE(reached || !raised);
                 EXPECT_EQ(raised ? shape.before : shape.after, load()) << failed;
-                // A journal stays, and nothing else, if the new name of the companion, or that it
-                // is gone, cannot be synced: an EINTR is repeated. The next store removes it.
+                // Only the journal stays if the directory of the companion cannot be synced after
+                // the change, and the next store removes it. An EINTR is retried.
                 bool const stays = isApplied && error != EINTR;
                 EXPECT_TRUE(!stays || !raised);
                 EXPECT_EQ(stays ? 0 : std::string::npos, directory_.names().find(".conf"));
@@ -84,9 +84,9 @@ TEST_F(ZJournaledFileFailures, EveryCallMayFailAndThePairIsOldOrNew)
     EXPECT_LT(30, stayed);
 }
 
-TEST_F(ZJournaledFileFailures, FailureNamesFileAndCallAndLeavesTheOldPair)
+TEST_F(ZJournaledFileFailures, FailureReportsFileAndCallAndLeavesTheOldPair)
 {
-    Pair const otherCompanion = {kShort.text, packed("other")};
+    Pair const otherCompanion = {kShort.text, compressed("other")};
     struct Case {
         char const* call;
         char const* on;  // name of the file
@@ -112,7 +112,7 @@ TEST_F(ZJournaledFileFailures, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"write", ".conf.zjn.new", kShort, kLong, ".conf.zjn.new", "write()"},
         {"rename", ".conf.zjn.new", kShort, kLong, ".conf.zjn", "rename()"},
         {"fsync", ".conf.zjn", kShort, kLong, ".conf.zjn", "fsync()"},
-        {"fsync", "folder", kShort, kLong, ".conf.zjn", "fsync()"},
+        {"fsync", "directory", kShort, kLong, ".conf.zjn", "fsync()"},
         {"fallocate", "conf", kShort, kLong, "conf", "fallocate()"},
         {"open", ".conf.obf.new", kShort, kLong, "conf.obf", "fopen(w)"},
         {"fchmod", ".conf.obf.new", kShort, kLong, "conf.obf", "fchmod()"},
@@ -122,7 +122,7 @@ TEST_F(ZJournaledFileFailures, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"ftruncate", "conf", kLong, kShort, "conf", "ftruncate()"},
         {"futimens", "conf", kShort, otherCompanion, "conf", "futimens()"},
         {"fdatasync", "conf", kShort, kLong, "conf", "fdatasync()", 2},
-        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 6},  // of what was written
+        {"fstat", "conf", kShort, kLong, "conf", "fstat()", 6},  // after the rewrite
         {"rename", ".conf.obf.new", kShort, kLong, "conf.obf", "rename()"},
         {"unlink", "conf.obf", kLong, kPlain, "conf.obf", "unlink()"},
         {"fstat", ".conf.obf.new", kShort, kLong, "conf.obf", "fstat()", 2},
@@ -130,7 +130,7 @@ TEST_F(ZJournaledFileFailures, FailureNamesFileAndCallAndLeavesTheOldPair)
         {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 3},  // before the journal
         {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 4},  // before the companion
         {"lstat", "conf", kShort, kLong, "conf", "fopen(r+)", 5},  // at the end
-        {"fsync", "folder", {"", ""}, {"one\n", ""}, ".conf.zjn", "fsync()"},
+        {"fsync", "directory", {"", ""}, {"one\n", ""}, ".conf.zjn", "fsync()"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(std::string(c.call) + " on " + c.on);
@@ -144,7 +144,7 @@ TEST_F(ZJournaledFileFailures, FailureNamesFileAndCallAndLeavesTheOldPair)
     }
 }
 
-TEST_F(ZJournaledFileFailures, WritesThatMoveNothingAreAFailure)
+TEST_F(ZJournaledFileFailures, WritesThatTransferNothingFail)
 {
     struct Case {
         char const* call;
@@ -160,19 +160,19 @@ TEST_F(ZJournaledFileFailures, WritesThatMoveNothingAreAFailure)
     }
 }
 
-TEST_F(ZJournaledFileFailures, FolderThatRefusesAJournalIsDoneWithout)
+TEST_F(ZJournaledFileFailures, StoresWithoutAJournalIfTheDirectoryRefusesIt)
 {
     for (int error : {EACCES, EPERM, EROFS, ENAMETOOLONG}) {
         SCOPED_TRACE(strerror(error));
         put(kPlain);
         {
-            Watch const watch(failing("open", ".conf.zjn.new", error));
+            CallRecorder const watch(failing("open", ".conf.zjn.new", error));
             storeText(kLong.text);
             EXPECT_EQ("", watch.endings);
         }
         EXPECT_EQ(kLong.text, directory_.read("conf"));
     }
-    // One that is only full, or that fails, is not.
+    // A full or failing directory makes the store fail.
     for (int error : {ENOSPC, EMFILE, EDQUOT}) {
         SCOPED_TRACE(strerror(error));
         put(kPlain);
@@ -182,9 +182,9 @@ TEST_F(ZJournaledFileFailures, FolderThatRefusesAJournalIsDoneWithout)
     }
 }
 
-TEST_F(ZJournaledFileFailures, StoreWhoseJournalCannotBeRetiredHasSucceeded)
+TEST_F(ZJournaledFileFailures, StoreSucceedsIfItsJournalCannotBeRetired)
 {
-    // The new pair is in place by then, and the journal describes it.
+    // The new pair is applied by then, and the journal describes it.
     std::map<std::string, int> const causes[] = {
         {{"pwrite", EIO}},
         {{"unlink", EPERM}},
@@ -201,7 +201,7 @@ TEST_F(ZJournaledFileFailures, StoreWhoseJournalCannotBeRetiredHasSucceeded)
             return isStored && failing != cause.end() ? failing->second : 0;
         };
         {
-            Watch const watch(plan);
+            CallRecorder const watch(plan);
             store(kLong);
         }
         EXPECT_EQ(kLong, load());
@@ -212,7 +212,7 @@ TEST_F(ZJournaledFileFailures, StoreWhoseJournalCannotBeRetiredHasSucceeded)
     }
 }
 
-TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesThePairAndNothingElse)
+TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesOnlyThePair)
 {
     CallPlan const none;
     put(kShort);
@@ -220,7 +220,7 @@ TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesThePairAndNothingElse)
         5, failEachAllocation(
                none, [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load); },
                [] {}));
-    // A store is whole or has not been.
+    // A store is complete or changes nothing.
     int const failed = failEachAllocation(
         none,
         [&] {
@@ -237,7 +237,7 @@ TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesThePairAndNothingElse)
         });
     EXPECT_LT(15, failed);
     EXPECT_EQ(kLong, load());
-    // So it is with what a dead writer left, for whoever loads it and for whoever finishes it.
+    // The same after a crash, for a load and for the store that completes it.
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
         put(torn);
@@ -251,7 +251,7 @@ TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesThePairAndNothingElse)
                           [&] { EXPECT_EQ(kLong, load()); }));
     }
     EXPECT_EQ(kLong.text, directory_.read("conf"));
-    // A file that grows while it is read.
+    // The same for a file that grows while it is read.
     put(kPlain);
     CallPlan growing;
     growing.after = [](SystemCall const& call, ssize_t& result) {
@@ -264,7 +264,7 @@ TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesThePairAndNothingElse)
                      [] {}));
 }
 
-TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesNoFileThatWasMade)
+TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesNoCreatedFile)
 {
     auto const make = [&] {
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -274,14 +274,14 @@ TEST_F(ZJournaledFileFailures, MemoryThatEndsLeavesNoFileThatWasMade)
                          CallPlan(), make, [&] { EXPECT_EQ("", directory_.names()); }, mode));
 }
 
-TEST_F(ZJournaledFileFailures, WherePuttingBackFailsTooThePairIsOldOrNew)
+TEST_F(ZJournaledFileFailures, PairIsOldOrNewIfRollingBackFailsToo)
 {
     Pair const pairs[][2] = {{kLong, kShort}, {kShort, kLong}};
     int news = 0;
     for (auto const& pair : pairs) {
         put(pair[0]);
         {
-            Watch const watch;
+            CallRecorder const watch;
             store(pair[1]);
         }
         int const calls = callPlan.calls;
@@ -294,15 +294,15 @@ TEST_F(ZJournaledFileFailures, WherePuttingBackFailsTooThePairIsOldOrNew)
                 failing.failAlso = second;
                 bool raised = false;
                 {
-                    Watch const watch(failing);
+                    CallRecorder const watch(failing);
                     try {
                         store(pair[1]);
                     } catch (ZJournaledFile::IoError const&) {
                         raised = true;
                     }
                 }
-                // Where the old pair cannot be put back, the journal gives the new one; that is
-                // acknowledged unless it is not known what is on the disk.
+                // If the old pair cannot be restored, the journal has the new one, and the store
+                // succeeds unless the state of the disk is unknown.
                 Pair const found = load();
                 bool const isUnknown = raised && callPlan.failed == "fdatasync";
                 EXPECT_TRUE(found == pair[raised ? 0 : 1] || (isUnknown && found == pair[1]))
@@ -317,9 +317,9 @@ TEST_F(ZJournaledFileFailures, WherePuttingBackFailsTooThePairIsOldOrNew)
     EXPECT_LT(0, news);
 }
 
-TEST_F(ZJournaledFileFailures, StoreThatWritesNothingCutsNothing)
+TEST_F(ZJournaledFileFailures, StoreThatWritesNothingTruncatesNothing)
 {
-    // Another program, which knows of no lock, appends while the journal cannot be written.
+    // Another program, which uses no lock, appends while the journal cannot be written.
     put(kLong);
     CallPlan failing;
     failing.before = [&](SystemCall const& call) {
@@ -331,7 +331,7 @@ TEST_F(ZJournaledFileFailures, StoreThatWritesNothingCutsNothing)
         return ENOSPC;
     };
     try {
-        Watch const watch(failing);
+        CallRecorder const watch(failing);
         storeText(kShort.text);
         ADD_FAILURE();
     } catch (ZJournaledFile::IoError const& failure) {
@@ -343,7 +343,7 @@ TEST_F(ZJournaledFileFailures, StoreThatWritesNothingCutsNothing)
     EXPECT_EQ(1000, status.st_mtime);
 }
 
-TEST_F(ZJournaledFileFailures, DiskThatFailsForGoodLeavesAWholePair)
+TEST_F(ZJournaledFileFailures, DiskThatFailsPermanentlyLeavesACompletePair)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -355,7 +355,7 @@ TEST_F(ZJournaledFileFailures, DiskThatFailsForGoodLeavesAWholePair)
             bool raised = false;
             bool reached;
             {
-                Watch const watch(failing);
+                CallRecorder const watch(failing);
                 try {
                     store(shape.after);
                 } catch (ZJournaledFile::IoError const&) {
@@ -363,7 +363,7 @@ TEST_F(ZJournaledFileFailures, DiskThatFailsForGoodLeavesAWholePair)
                 }
                 reached = !callPlan.failed.empty();
             }
-            // Where the text can neither be synced nor put back nothing is acknowledged.
+            // If the text can neither be synced nor restored, the store fails.
             Pair const found = load();
             EXPECT_TRUE(found == shape.after || (raised && found == shape.before))
                 << callPlan.failed << " " << found;
@@ -378,7 +378,7 @@ TEST_F(ZJournaledFileFailures, DiskThatFailsForGoodLeavesAWholePair)
     }
 }
 
-TEST_F(ZJournaledFileFailures, LoadNamesTheCallThatFailed)
+TEST_F(ZJournaledFileFailures, LoadReportsTheFailedCall)
 {
     put(kShort);
     for (int call = 1;; ++call) {
@@ -388,7 +388,7 @@ TEST_F(ZJournaledFileFailures, LoadNamesTheCallThatFailed)
         std::string seen;
         bool reached;
         {
-            Watch const watch(failing);
+            CallRecorder const watch(failing);
             try {
                 ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
             } catch (ZJournaledFile::IoError const& failure) {
@@ -409,11 +409,11 @@ TEST_F(ZJournaledFileFailures, LoadNamesTheCallThatFailed)
     }
 }
 
-TEST_F(ZJournaledFileFailures, DirectoryThatAllowsNoFilesIsWrittenInPlace)
+TEST_F(ZJournaledFileFailures, StoresInPlaceIfTheDirectoryAllowsNoFiles)
 {
     for (Shape const& shape : kShapes) {
         if (shape.before.companion.empty() != shape.after.companion.empty())
-            continue;  // a companion cannot be made or removed there
+            continue;  // a companion can be neither created nor removed there
         SCOPED_TRACE(shape.name);
         put(shape.before);
         chmod(directory_.path().c_str(), 0755);
@@ -429,7 +429,7 @@ TEST_F(ZJournaledFileFailures, DirectoryThatAllowsNoFilesIsWrittenInPlace)
                     padded = directory_.read("conf");
                 return 0;
             };
-            Watch const watch(looking);
+            CallRecorder const watch(looking);
             store(shape.after);
             Range const range = rangeOf(shape.before.text, shape.after.text);
             size_t const longer = std::max(shape.before.text.size(), padded.size());
@@ -446,7 +446,7 @@ TEST_F(ZJournaledFileFailures, DirectoryThatAllowsNoFilesIsWrittenInPlace)
     }
 }
 
-TEST_F(ZJournaledFileFailures, FaultsWithoutAJournalPutTheOldPairBack)
+TEST_F(ZJournaledFileFailures, FailuresWithoutAJournalRestoreTheOldPair)
 {
     put(kLong);
     chmod(path_.c_str(), 0606);
@@ -459,7 +459,7 @@ TEST_F(ZJournaledFileFailures, FaultsWithoutAJournalPutTheOldPairBack)
             bool raised = false;
             bool reached;
             {
-                Watch const watch(failing);
+                CallRecorder const watch(failing);
                 try {
                     store(kShort);
                 } catch (ZJournaledFile::IoError const&) {
@@ -482,14 +482,15 @@ TEST_F(ZJournaledFileFailures, FaultsWithoutAJournalPutTheOldPairBack)
     chmod(directory_.path().c_str(), 0700);
 }
 
-TEST_F(ZJournaledFileFailures, CauseThatStaysChangesNothingOrIsNoFailure)
+TEST_F(ZJournaledFileFailures, LastingCauseChangesNothingOrTheStoreSucceeds)
 {
     char const* const calls[] = {"open",      "openat2",  "fstat",  "lstat",  "pread",
                                  "write",     "pwrite",   "fsync",  "fchmod", "fdatasync",
                                  "ftruncate", "rename",   "unlink", "close",  "sync_file_range",
                                  "fallocate", "futimens", "F_SETLK"};
     int const errors[] = {EIO, ENOSPC, EPERM, EACCES, EBUSY, EROFS, EMFILE};
-    Pair const others[] = {{"five five\n", packed("5")}, kPlain, {"seven\n", packed("777")}};
+    Pair const others[] = {
+        {"five five\n", compressed("5")}, kPlain, {"seven\n", compressed("777")}};
     int stored = 0;
     int raised = 0;
     for (Shape const& shape : kShapes)
@@ -505,9 +506,9 @@ TEST_F(ZJournaledFileFailures, CauseThatStaysChangesNothingOrIsNoFailure)
                     CallPlan const plan = failingFrom(name, error, n, isReached);
                     for (Pair const* next : {&shape.after, &others[0], &others[1], &others[2]}) {
                         try {
-                            Watch const watch(next == &shape.after
-                                                  ? plan
-                                                  : failingFrom(name, error, 1, isReached));
+                            CallRecorder const watch(next == &shape.after
+                                                         ? plan
+                                                         : failingFrom(name, error, 1, isReached));
                             store(*next);
                             expected = *next;
                             ++stored;
@@ -528,15 +529,15 @@ TEST_F(ZJournaledFileFailures, CauseThatStaysChangesNothingOrIsNoFailure)
     EXPECT_LT(1000, raised);
 }
 
-TEST_F(ZJournaledFileFailures, FolderThatMayNotBeReadIsSyncedWithItsFileSystem)
+TEST_F(ZJournaledFileFailures, UnreadableDirectoryIsSyncedWithItsFileSystem)
 {
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
-        std::string const folder = directory_.at("folder");
-        std::filesystem::create_directory(folder);
-        std::string const file = folder + "/conf";
-        std::string const companion = folder + "/conf.obf";
-        chmod(folder.c_str(), 0300);
+        std::string const directory = directory_.at("directory");
+        std::filesystem::create_directory(directory);
+        std::string const file = directory + "/conf";
+        std::string const companion = directory + "/conf.obf";
+        chmod(directory.c_str(), 0300);
         int syncs = 0;
         CallPlan counting;
         counting.before = [&syncs](SystemCall const& call) {
@@ -544,14 +545,14 @@ TEST_F(ZJournaledFileFailures, FolderThatMayNotBeReadIsSyncedWithItsFileSystem)
             return 0;
         };
         for (Pair const& next : {kLong, kShort, kPlain}) {
-            Watch const watch(counting);
+            CallRecorder const watch(counting);
             ZJournaledFile stored(file.c_str(), ZJournaledFile::Mode::store);
             ZJournaledFile::Companion change = this->change(next);
             change.path = companion;
             stored.commit(next.text, change);
         }
-        chmod(folder.c_str(), 0700);
-        return syncs >= 3 && directory_.read("folder/conf") == kPlain.text &&
-               namesIn(folder) == "conf";
+        chmod(directory.c_str(), 0700);
+        return syncs >= 3 && directory_.read("directory/conf") == kPlain.text &&
+               namesIn(directory) == "conf";
     });
 }

@@ -15,9 +15,9 @@
 
 using ZJournaledFileJournal = JournaledFileFixture;
 
-TEST_F(ZJournaledFileJournal, LoadThatCannotLookAtTheJournalIsRefused)
+TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalCannotBeRead)
 {
-    // Find the call after which the text is torn: without its journal it is nothing.
+    // Find the call after which the text is torn: it is useless without its journal.
     int torn = 0;
     for (int call = 1; torn == 0; ++call) {
         put(kLong);
@@ -33,7 +33,7 @@ TEST_F(ZJournaledFileJournal, LoadThatCannotLookAtTheJournalIsRefused)
         failing.failAt = call;
         failing.error = EMFILE;
         try {
-            Watch const watch(failing);
+            CallRecorder const watch(failing);
             EXPECT_EQ(kShort, load());
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(EMFILE, failure.error);
@@ -42,7 +42,7 @@ TEST_F(ZJournaledFileJournal, LoadThatCannotLookAtTheJournalIsRefused)
         reached = !callPlan.failed.empty();
     }
     EXPECT_LT(8, raised);
-    // The next store does not take it for somebody else's either.
+    // Nor does the next store take it for another program's text.
     for (int call = 1, died = 1; died != 0; ++call) {
         put(kLong);
         storeUpTo(torn, kShort);
@@ -52,7 +52,7 @@ TEST_F(ZJournaledFileJournal, LoadThatCannotLookAtTheJournalIsRefused)
     }
 }
 
-TEST_F(ZJournaledFileJournal, JournalThatCannotBeLookedAtIsNamed)
+TEST_F(ZJournaledFileJournal, FailureToExamineTheJournalReportsItsPath)
 {
     struct Case {
         char const* call;
@@ -72,25 +72,25 @@ TEST_F(ZJournaledFileJournal, JournalThatCannotBeLookedAtIsNamed)
     }
 }
 
-TEST_F(ZJournaledFileJournal, JournalThatIsNotPutAsideOnlyHasNotToCount)
+TEST_F(ZJournaledFileJournal, OutdatedJournalMustBeRenamedOrInvalidated)
 {
     std::string const whole = journalOf(kShort, kLong, "");
     put(kPlain);
     directory_.write(".conf.zjn", whole);
     {
-        Watch const watch(failing("rename", ".conf.zjn"));
+        CallRecorder const watch(failing("rename", ".conf.zjn"));
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
     EXPECT_EQ(".conf.zjn conf", directory_.names());
-    EXPECT_EQ(".", endingOf(journal_.c_str()));
-    // Put aside it need not even be invalid.
+    EXPECT_EQ(".", journalStateOf(journal_.c_str()));
+    // If it is renamed it may stay valid.
     directory_.write(".conf.zjn", whole);
     {
-        Watch const watch(failing("pwrite", ".conf.zjn"));
+        CallRecorder const watch(failing("pwrite", ".conf.zjn"));
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
     }
     EXPECT_EQ(whole, directory_.read(".conf.zjn.orphan"));
-    // But one or the other it has to be.
+    // If it can be neither renamed nor invalidated, the store fails.
     directory_.write(".conf.zjn", whole);
     CallPlan both;
     both.failing = {{"rename", EACCES}, {"pwrite", EIO}};
@@ -105,30 +105,30 @@ TEST_F(ZJournaledFileJournal, JournalThatIsNotPutAsideOnlyHasNotToCount)
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
 }
 
-TEST_F(ZJournaledFileJournal, JournalThatCannotBeTakenAwayIsNotStoredBehind)
+TEST_F(ZJournaledFileJournal, StoreFailsIfAnOutdatedJournalCannotBeRemoved)
 {
-    // What would be stored then lies between the texts of the journal, and would be lost.
+    // The next text would look like a partial rewrite by the journal, and would be lost.
     chmod(directory_.path().c_str(), 0777);
     asNobody([&] {
-        std::string const folder = directory_.at("folder");
-        std::filesystem::create_directory(folder);
-        directory_.write("folder/conf", "0000\n");
-        directory_.write("folder/.conf.zjn", journalOf({"0000\n", ""}, {"1111\n", ""}, ""));
-        chmod((folder + "/.conf.zjn").c_str(), 0400);
-        chmod(folder.c_str(), 0555);
+        std::string const directory = directory_.at("directory");
+        std::filesystem::create_directory(directory);
+        directory_.write("directory/conf", "0000\n");
+        directory_.write("directory/.conf.zjn", journalOf({"0000\n", ""}, {"1111\n", ""}, ""));
+        chmod((directory + "/.conf.zjn").c_str(), 0400);
+        chmod(directory.c_str(), 0555);
         std::string seen;
         try {
-            ZJournaledFile file((folder + "/conf").c_str(), ZJournaledFile::Mode::store);
+            ZJournaledFile file((directory + "/conf").c_str(), ZJournaledFile::Mode::store);
             file.commit(viewOf("1100\n"), ZJournaledFile::Companion());
         } catch (ZJournaledFile::IoError const& failure) {
             seen = failure.call;
         }
-        chmod(folder.c_str(), 0755);
-        return seen == "unlink()" && directory_.read("folder/conf") == "0000\n";
+        chmod(directory.c_str(), 0755);
+        return seen == "unlink()" && directory_.read("directory/conf") == "0000\n";
     });
 }
 
-TEST_F(ZJournaledFileJournal, PicksBetweenFilesAndJournal)
+TEST_F(ZJournaledFileJournal, ChoosesBetweenFilesAndJournal)
 {
     std::string const mixed = kShort.text + kLong.text.substr(kShort.text.size(), 5);
     struct Case {
@@ -143,15 +143,15 @@ TEST_F(ZJournaledFileJournal, PicksBetweenFilesAndJournal)
         {"both new: journal", kLong, kLong, false},
         {"text mixed, companion old: journal", {mixed, kShort.companion}, kLong, false},
         {"text mixed, companion new: journal", {mixed, kLong.companion}, kLong, false},
-        {"text of somebody else: files",
+        {"text of another program: files",
          {"else\n", kShort.companion},
          {"else\n", kShort.companion},
          true},
-        {"companion of somebody else: files",
-         {kLong.text, packed("?")},
-         {kLong.text, packed("?")},
+        {"companion of another program: files",
+         {kLong.text, compressed("?")},
+         {kLong.text, compressed("?")},
          true},
-        {"text new, companion gone: files", {kLong.text, ""}, {kLong.text, ""}, true},
+        {"text new, companion missing: files", {kLong.text, ""}, {kLong.text, ""}, true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -171,12 +171,12 @@ TEST_F(ZJournaledFileJournal, PicksBetweenFilesAndJournal)
     }
 }
 
-// Two files may share a companion: a store of one, behind a dead store of the other, changes it.
-TEST_F(ZJournaledFileJournal, TornTextIsNotReadBesideTheCompanionOfAnother)
+// Two files may share a companion: after a crashed store of one, a store of the other changes it.
+TEST_F(ZJournaledFileJournal, TornTextIsNotLoadedWithAnotherFilesCompanion)
 {
     std::string const mixed = kShort.text + kLong.text.substr(kShort.text.size(), 5);
     std::string const journal = journalOf(kShort, kLong, companion_);
-    for (Pair const& found : {Pair{mixed, packed("?")}, Pair{mixed, ""}}) {
+    for (Pair const& found : {Pair{mixed, compressed("?")}, Pair{mixed, ""}}) {
         put(found);
         directory_.write(".conf.zjn", journal);
         expectFailure(journal_, "access()", EPERM, CallPlan(), [&] { load(); });
@@ -185,35 +185,31 @@ TEST_F(ZJournaledFileJournal, TornTextIsNotReadBesideTheCompanionOfAnother)
         EXPECT_EQ(journal, directory_.read(".conf.zjn"));
         EXPECT_EQ(found.companion.empty() ? ".conf.zjn conf" : ".conf.zjn conf conf.obf",
                   directory_.names());
-        // One of the two companions that the journal knows makes it count again.
+        // The journal is valid again with one of the two companions that it describes.
         directory_.write("conf.obf", kLong.companion);
         EXPECT_EQ(kLong, load());
     }
 }
 
-TEST_F(ZJournaledFileJournal, CompanionThatComesOrGoesIsOldOrNew)
+TEST_F(ZJournaledFileJournal, AddedOrRemovedCompanionIsOldOrNew)
 {
     struct Case {
         char const* name;
         Pair before;
         Pair after;
-        std::string companion;  // found, beside the new text
+        std::string companion;  // found with the new text
         bool counts;
     };
     Case const cases[] = {
         {"comes, and is not there yet", kPlain, kLong, "", true},
         {"comes, and is there", kPlain, kLong, kLong.companion, true},
-        {"comes, and another is there", kPlain, kLong, packed("?"), false},
+        {"comes, and another is there", kPlain, kLong, compressed("?"), false},
         {"goes, and is there still", kLong, kPlain, kLong.companion, true},
-        {"goes, and is gone", kLong, kPlain, "", true},
-        {"goes, and another is there", kLong, kPlain, packed("??"), false},
-        {"changes, and another is there", kShort, kLong, packed("?"), false},
-        {"changes, and is gone", kShort, kLong, "", false},
-        {"changes beside a text that stays",
-         kShort,
-         {kShort.text, kLong.companion},
-         kShort.companion,
-         true},
+        {"removed, and missing", kLong, kPlain, "", true},
+        {"goes, and another is there", kLong, kPlain, compressed("??"), false},
+        {"changes, and another is there", kShort, kLong, compressed("?"), false},
+        {"changed, and missing", kShort, kLong, "", false},
+        {"changed, unchanged text", kShort, {kShort.text, kLong.companion}, kShort.companion, true},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -224,7 +220,7 @@ TEST_F(ZJournaledFileJournal, CompanionThatComesOrGoesIsOldOrNew)
     }
 }
 
-TEST_F(ZJournaledFileJournal, CompanionThatGoesByTheJournalIsMissing)
+TEST_F(ZJournaledFileJournal, CompanionRemovedByTheJournalIsMissing)
 {
     put({kPlain.text, kLong.companion});
     directory_.write(".conf.zjn", journalOf(kLong, kPlain, companion_));
@@ -235,8 +231,8 @@ TEST_F(ZJournaledFileJournal, CompanionThatGoesByTheJournalIsMissing)
 
 TEST_F(ZJournaledFileJournal, EveryInterruptedRewriteIsRecognised)
 {
-    // Writing from the front, cutting or growing, blocks in any order, and the zeroes that cutting
-    // a file leaves for a moment.
+    // Writes from the start, truncation and growth, blocks in any order, and the zero bytes that
+    // truncation shows for a moment.
     Pair const pairs[][2] = {{kShort, kLong},
                              {kLong, kShort},
                              {kLong, {"", ""}},
@@ -272,7 +268,7 @@ TEST_F(ZJournaledFileJournal, EveryInterruptedRewriteIsRecognised)
     }
 }
 
-TEST_F(ZJournaledFileJournal, TextThatDiffersWhereTheStoreChangedNothingIsSomebodyElses)
+TEST_F(ZJournaledFileJournal, TextChangedOutsideTheStoredRangeIsAnEdit)
 {
     struct Case {
         char const* before;
@@ -308,7 +304,7 @@ TEST_F(ZJournaledFileJournal, TextThatDiffersWhereTheStoreChangedNothingIsSomebo
     }
 }
 
-TEST_F(ZJournaledFileJournal, DamagedJournalsDoNotCount)
+TEST_F(ZJournaledFileJournal, DamagedJournalsAreIgnored)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     std::string const whole = journalOf(kShort, kLong, companion_);
@@ -327,7 +323,7 @@ TEST_F(ZJournaledFileJournal, DamagedJournalsDoNotCount)
     }
     directory_.write(".conf.zjn", whole + "x");
     EXPECT_EQ(torn, load());
-    // Lengths that do not add up, or only modulo 2^64, with a checksum that does.
+    // Lengths that do not add up, or only modulo 2^64, with a valid checksum.
     auto const loadWith = [&](std::string wrong) {
         putNumber(wrong, crcOf(wrong), 4);
         directory_.write(".conf.zjn", wrong);
@@ -345,12 +341,12 @@ TEST_F(ZJournaledFileJournal, DamagedJournalsDoNotCount)
     wrong[24 + 7] = wrong[48 + 7] = '\x80';
     EXPECT_EQ(torn, loadWith(wrong));
     wrong = all;
-    wrong[6] = '3';  // of a form that is not known
+    wrong[6] = '3';  // an unknown version
     EXPECT_EQ(torn, loadWith(wrong));
-    // A path that would end before its end.
+    // A path with a zero byte.
     std::string const longer = journalOf(kShort, kLong, companion_ + '\0');
     EXPECT_EQ(torn, loadWith(longer.substr(0, longer.size() - 4)));
-    // An end that stays although the lengths of what is before it differ.
+    // A suffix that stays although the middles differ in length.
     directory_.write("conf", "bbaaE");
     wrong = journalOf({"aaaaE", ""}, {"bbE", ""}, "");
     wrong.resize(wrong.size() - 5);
@@ -359,7 +355,7 @@ TEST_F(ZJournaledFileJournal, DamagedJournalsDoNotCount)
     wrong.replace(72, 4, sum);
     std::swap(wrong[16], wrong[40]);
     EXPECT_EQ("bbaaE", loadWith(wrong).text);
-    // Beginning and end that are as long as the file only modulo 2^64.
+    // Prefix and suffix whose lengths add up to the file only modulo 2^64.
     directory_.write("conf", "-abb+");
     wrong = journalOf({"-aaa+", ""}, {"-bbb+", ""}, "");
     wrong.resize(wrong.size() - 4);
@@ -370,7 +366,7 @@ TEST_F(ZJournaledFileJournal, DamagedJournalsDoNotCount)
 
 TEST_F(ZJournaledFileJournal, LargeJournalIsWrittenInPieces)
 {
-    // The disk starts on each piece at once. That this can fail is nothing that matters.
+    // The disk starts to write each piece immediately. Failures to start are ignored.
     size_t const piece = 512 << 10;
     struct Case {
         size_t length;
@@ -386,7 +382,7 @@ TEST_F(ZJournaledFileJournal, LargeJournalIsWrittenInPieces)
         put({before, ""});
         std::string journal;
         {
-            Watch const watch(keepingJournal(journal));
+            CallRecorder const watch(keepingJournal(journal));
             storeText(after);
             EXPECT_EQ(c.starts, watch.starts);
         }
@@ -400,7 +396,7 @@ TEST_F(ZJournaledFileJournal, LargeJournalIsWrittenInPieces)
 
 TEST_F(ZJournaledFileJournal, JournalWhoseChecksumIsZeroIsInvalidatedToo)
 {
-    // The last four bytes of the new text, which the journal ends with, make it 0.
+    // The last four bytes of the new text, which end the journal, make the CRC-32 0.
     std::string const before(40, 'o');
     std::string after(36, 'n');
     std::string const journal = journalOf({before, ""}, {after + "1234", ""}, "");
@@ -410,12 +406,12 @@ TEST_F(ZJournaledFileJournal, JournalWhoseChecksumIsZeroIsInvalidatedToo)
     put({before, ""});
     std::string written;
     {
-        Watch const watch(keepingJournal(written));
+        CallRecorder const watch(keepingJournal(written));
         storeText(after);
         EXPECT_EQ(".", watch.endings);
     }
     EXPECT_EQ(whole, written);
-    // One that comes back behind the store does not take an edit for an interrupted rewrite.
+    // If a power cut restores it after the store, an edit is not taken for an interrupted rewrite.
     Pair const edited = {before.substr(0, 20) + after.substr(20), ""};
     put(edited);
     directory_.write(".conf.zjn", whole);
@@ -424,13 +420,13 @@ TEST_F(ZJournaledFileJournal, JournalWhoseChecksumIsZeroIsInvalidatedToo)
     EXPECT_EQ(edited, load());
 }
 
-TEST_F(ZJournaledFileJournal, CompanionThatMayNotBeLookedAtLeavesNoTornText)
+TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionIsForbidden)
 {
-    // Whoever may not be led to the companion cannot tell whether the journal counts.
-    std::filesystem::create_directory(directory_.at("folder"));
-    directory_.write("folder/secrets", kShort.companion);
+    // A user that may not open the companion cannot find out whether the journal is valid.
+    std::filesystem::create_directory(directory_.at("directory"));
+    directory_.write("directory/secrets", kShort.companion);
     directory_.write("conf", kLong.text.substr(0, 2) + kShort.text.substr(2));
-    std::string const journal = journalOf(kShort, kLong, directory_.at("folder/secrets"));
+    std::string const journal = journalOf(kShort, kLong, directory_.at("directory/secrets"));
     directory_.write(".conf.zjn", journal);
     chmod(path_.c_str(), 0666);
     for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
@@ -438,7 +434,7 @@ TEST_F(ZJournaledFileJournal, CompanionThatMayNotBeLookedAtLeavesNoTornText)
             ZJournaledFile const file(path_.c_str(), use);
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
-            EXPECT_EQ(directory_.at("folder/secrets"), failure.file);
+            EXPECT_EQ(directory_.at("directory/secrets"), failure.file);
             EXPECT_STREQ("access()", failure.call);
             EXPECT_EQ(EPERM, failure.error);
         }
@@ -449,7 +445,7 @@ TEST_F(ZJournaledFileJournal, CompanionThatMayNotBeLookedAtLeavesNoTornText)
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
         EXPECT_EQ(kLong.text, std::string(file.text().data(), file.text().size()));
     }
-    // Where the text is the old one, or somebody else's, there is nothing to be told.
+    // If the text is the old one, or another program's, the journal does not matter.
     for (std::string const& text : {kShort.text, std::string("else\n")}) {
         directory_.write("conf", text);
         directory_.write(".conf.zjn", journal);
@@ -461,13 +457,13 @@ TEST_F(ZJournaledFileJournal, CompanionThatMayNotBeLookedAtLeavesNoTornText)
     }
 }
 
-TEST_F(ZJournaledFileJournal, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJournalNotCount)
+TEST_F(ZJournaledFileJournal, ImpossibleCompanionInvalidatesTheJournal)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
     directory_.write("plain", "");
-    std::filesystem::create_directory(directory_.at("folder"));
+    std::filesystem::create_directory(directory_.at("directory"));
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
-    for (char const* name : {"folder", "pipe", "plain/secrets"}) {
+    for (char const* name : {"directory", "pipe", "plain/secrets"}) {
         SCOPED_TRACE(name);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, directory_.at(name)));
         directory_.write("conf", kLong.text);
@@ -482,13 +478,13 @@ TEST_F(ZJournaledFileJournal, WhatNoStoreLeavesInTheCompanionsPlaceMakesTheJourn
     }
 }
 
-TEST_F(ZJournaledFileJournal, CompanionThatCannotBeLookedAtLeavesNoTornText)
+TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionCannotBeExamined)
 {
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
     for (char const* call : {"open", "pread", "lstat"}) {
         SCOPED_TRACE(call);
-        // Only what others may write, too, has to be told apart by lstat().
+        // Only files that other users may write need lstat().
         chmod(path_.c_str(), strcmp(call, "lstat") == 0 ? 0620 : 0600);
         for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
             expectFailure(companion_, "mapFile()", EIO, failing(call, "conf.obf"),
@@ -497,13 +493,13 @@ TEST_F(ZJournaledFileJournal, CompanionThatCannotBeLookedAtLeavesNoTornText)
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZJournaledFileJournal, JournalsThatAnybodyCouldHavePlantedDoNotCount)
+TEST_F(ZJournaledFileJournal, JournalsThatAnyUserCouldPlantAreIgnored)
 {
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
     std::string const whole = journalOf(kShort, kLong, companion_);
     put(torn);
     directory_.write(".conf.zjn", whole);
-    // Nor is a torn text taken for whole.
+    // Nor is a torn text taken for a complete one.
     auto const expectRefusal = [&] {
         for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
             expectFailure(journal_, "access()", EPERM, CallPlan(),
@@ -528,7 +524,7 @@ TEST_F(ZJournaledFileJournal, JournalsThatAnybodyCouldHavePlantedDoNotCount)
     std::filesystem::remove(journal_);
     ASSERT_EQ(0, mkdir(journal_.c_str(), 0700));
     EXPECT_EQ(torn, load());
-    // One that the same people may write as the file is as good.
+    // A journal that the same users may write as the file is trusted.
     std::filesystem::remove(journal_);
     directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
     chmod(path_.c_str(), 0620);
@@ -536,10 +532,10 @@ TEST_F(ZJournaledFileJournal, JournalsThatAnybodyCouldHavePlantedDoNotCount)
     EXPECT_EQ(kLong.text, load().text);
 }
 
-TEST_F(ZJournaledFileJournal, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
+TEST_F(ZJournaledFileJournal, JournalsOfOwnerRootAndReaderAreTrusted)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root has files of several owners";
+        GTEST_SKIP() << "only root has files of multiple owners";
     struct Case {
         uid_t owner;  // of the journal
         bool counts;
@@ -566,7 +562,7 @@ TEST_F(ZJournaledFileJournal, JournalsOfTheOwnerOfRootAndOfTheReaderCount)
     }
 }
 
-TEST_F(ZJournaledFileJournal, JournalOfAStrangerThatCannotBeLookedAtLeavesNoTornText)
+TEST_F(ZJournaledFileJournal, UnreadableJournalOfAnotherUserLeavesNoTornText)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -582,7 +578,7 @@ TEST_F(ZJournaledFileJournal, JournalOfAStrangerThatCannotBeLookedAtLeavesNoTorn
     EXPECT_EQ(torn, directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileJournal, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount)
+TEST_F(ZJournaledFileJournal, JournalReplacedDuringALoadIsIgnored)
 {
     std::string const torn = kLong.text.substr(0, 2) + kShort.text.substr(2);
     std::string const second = directory_.at("second");
@@ -605,7 +601,7 @@ TEST_F(ZJournaledFileJournal, JournalThatIsReplacedWhileItIsLookedAtDoesNotCount
         };
         std::string found;
         try {
-            Watch const watch(racing);
+            CallRecorder const watch(racing);
             ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
             found.assign(file.text().data(), file.text().size());
         } catch (ZJournaledFile::IoError const& failure) {
@@ -623,27 +619,27 @@ TEST_F(ZJournaledFileJournal, JournalIsInvalidBeforeItIsRemoved)
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
         put(shape.before);
-        // A dead writer's, whole but without its name.
+        // A crashed writer's journal: complete, but not renamed.
         directory_.write(".conf.zjn.new", journalOf(shape.before, shape.after, companion_));
-        Watch const watch;
+        CallRecorder const watch;
         store(shape.after);
         EXPECT_EQ("..", watch.endings);
     }
-    // One that is about somebody else's text is put aside.
+    // A journal that does not describe the text is renamed to an orphan.
     put(kPlain);
     directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
     store(kShort);
-    EXPECT_EQ(".", endingOf(directory_.at(".conf.zjn.orphan").c_str()));
-    // One that did not get its name.
+    EXPECT_EQ(".", journalStateOf(directory_.at(".conf.zjn.orphan").c_str()));
+    // A journal that was not renamed.
     put(kShort);
     CallPlan failing;
     failing.failing["rename"] = EIO;
-    Watch const watch(failing);
+    CallRecorder const watch(failing);
     EXPECT_THROW(store(kLong), ZJournaledFile::IoError);
     EXPECT_EQ(".", watch.endings);
 }
 
-TEST_F(ZJournaledFileJournal, JournalThatGoesWhileItIsTakenAwayIsGone)
+TEST_F(ZJournaledFileJournal, JournalRemovedDuringItsRetirementIsRetired)
 {
     put(kShort);
     int looks = 0;
@@ -653,9 +649,9 @@ TEST_F(ZJournaledFileJournal, JournalThatGoesWhileItIsTakenAwayIsGone)
             std::filesystem::remove(journal_);
     };
     {
-        Watch const watch(removing);
+        CallRecorder const watch(removing);
         store(kLong);
-        EXPECT_EQ(2, watch.folderSyncs);  // for the names of journal and companion
+        EXPECT_EQ(2, watch.directorySyncs);  // for the names of journal and companion
     }
     EXPECT_EQ(2, looks);  // for one of a crashed writer, and for its own
     EXPECT_EQ(kLong, load());
@@ -670,20 +666,20 @@ TEST_F(ZJournaledFileJournal, RemovalOfAJournalThatCannotBeInvalidatedIsSynced)
     failing.before = [&](SystemCall const& call) {
         return call.name == "pwrite" && ++writes == 2 ? EIO : 0;  // the first is the text's
     };
-    Watch const watch(failing);
+    CallRecorder const watch(failing);
     storeText(kLong.text);
     EXPECT_EQ("?", watch.endings);
-    EXPECT_EQ(1, watch.folderSyncs);
+    EXPECT_EQ(1, watch.directorySyncs);
 }
 
-TEST_F(ZJournaledFileJournal, WhatCannotBeAJournalIsPutAside)
+TEST_F(ZJournaledFileJournal, ObstaclesAtTheJournalsNameAreRenamedToOrphans)
 {
     struct Case {
         char const* name;
         std::function<void(std::string const&)> plant;
     };
     Case const cases[] = {
-        {"folder",
+        {"directory",
          [](std::string const& path) { std::filesystem::create_directories(path + "/in"); }},
         {"pipe", [](std::string const& path) { mkfifo(path.c_str(), 0600); }},
         {"link", [](std::string const& path) { std::filesystem::create_symlink("conf", path); }},
@@ -693,7 +689,7 @@ TEST_F(ZJournaledFileJournal, WhatCannotBeAJournalIsPutAside)
          }},
         {"writable by others",
          [this](std::string const& path) {
-             directory_.write(".conf.zjn", "theirs\n");
+             directory_.write(".conf.zjn", "others\n");
              chmod(path.c_str(), 0666);
          }},
     };
@@ -706,7 +702,7 @@ TEST_F(ZJournaledFileJournal, WhatCannotBeAJournalIsPutAside)
         EXPECT_EQ(kLong, load());
         EXPECT_EQ(0u, directory_.names().find(".conf.zjn.orphan conf conf.obf"))
             << directory_.names();
-        // A temporary file of a folder's kind goes the same way.
+        // A directory with the name of a temporary file is renamed too.
         put(kShort);
         std::filesystem::create_directory(directory_.at(".conf.zjn.new"));
         store(kLong);
@@ -728,7 +724,7 @@ TEST_F(ZJournaledFileJournal, OrphansAreNumberedAndNeverReplaced)
     EXPECT_EQ(".conf.zjn.orphan .conf.zjn.orphan.2 .conf.zjn.orphan.3 conf", directory_.names());
 }
 
-TEST_F(ZJournaledFileJournal, ObstacleThatCannotBePutAsideIsNamed)
+TEST_F(ZJournaledFileJournal, ObstacleThatCannotBeRenamedIsReported)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has files of two owners";
@@ -744,7 +740,7 @@ TEST_F(ZJournaledFileJournal, ObstacleThatCannotBePutAsideIsNamed)
     EXPECT_EQ(".conf.zjn conf", directory_.names());
 }
 
-TEST_F(ZJournaledFileJournal, PipesInTheJournalsPlaceAreNotOpened)
+TEST_F(ZJournaledFileJournal, PipesAtTheJournalsNameAreNotOpened)
 {
     for (char const* name : {".conf.zjn", ".conf.zjn.new", ".conf.obf.new"}) {
         SCOPED_TRACE(name);
@@ -753,7 +749,7 @@ TEST_F(ZJournaledFileJournal, PipesInTheJournalsPlaceAreNotOpened)
         int const fd = open(directory_.at(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         store(kLong);
         pollfd pipe = {fd, POLLIN, 0};
-        EXPECT_EQ(0, poll(&pipe, 1, 0));  // it would say so if a writer had gone
+        EXPECT_EQ(0, poll(&pipe, 1, 0));  // it would report a writer that has closed the pipe
         close(fd);
         EXPECT_EQ(kLong, load());
         bool const isJournal = strcmp(name, ".conf.zjn") == 0;

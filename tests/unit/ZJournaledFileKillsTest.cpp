@@ -8,7 +8,7 @@
 
 using ZJournaledFileKills = JournaledFileFixture;
 
-TEST_F(ZJournaledFileKills, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidiesUp)
+TEST_F(ZJournaledFileKills, KillAtAnyCallLeavesTheOldOrNewPairAndTheNextStoreCleansUp)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -21,7 +21,7 @@ TEST_F(ZJournaledFileKills, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidie
             Pair const found = load();
             EXPECT_TRUE(found == shape.after || (died && found == shape.before)) << found;
             (found == shape.after ? news : olds) += 1;
-            // A store that begins finds the same pair, and leaves nothing of the dead one's.
+            // The next store finds the same pair, and removes the files of the killed one.
             {
                 ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
                 EXPECT_EQ(found.text, std::string(file.text().data(), file.text().size()));
@@ -39,9 +39,9 @@ TEST_F(ZJournaledFileKills, KilledAtAnyCallThePairIsOldOrNewAndTheNextStoreTidie
     }
 }
 
-TEST_F(ZJournaledFileKills, KilledWhileFinishingADeadStoreThePairIsStillNew)
+TEST_F(ZJournaledFileKills, KillDuringARecoveryLeavesTheNewPair)
 {
-    // Find the call after which the text is torn, then die at each call of the store that finishes.
+    // Find the call after which the text is torn, then end the recovery at each of its calls.
     int torn = 0;
     for (int call = 1; torn == 0; ++call) {
         put(kLong);
@@ -62,7 +62,7 @@ TEST_F(ZJournaledFileKills, KilledWhileFinishingADeadStoreThePairIsStillNew)
     }
 }
 
-TEST_F(ZJournaledFileKills, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
+TEST_F(ZJournaledFileKills, FailedRecoveryLeavesOnlyTheJournal)
 {
     for (char const* failed : {"fallocate", "fsync"}) {  // for the text, of the companion
         SCOPED_TRACE(failed);
@@ -73,7 +73,7 @@ TEST_F(ZJournaledFileKills, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
             return call.name == failed && callPlan.failed.empty() ? EIO : 0;
         };
         {
-            Watch const watch(failing);
+            CallRecorder const watch(failing);
             EXPECT_THROW(ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store),
                          ZJournaledFile::IoError);
         }
@@ -82,7 +82,7 @@ TEST_F(ZJournaledFileKills, DeadStoreThatCannotBeFinishedLeavesOnlyItsJournal)
     }
 }
 
-TEST_F(ZJournaledFileKills, FinishedTextThatCannotBeReadIsAFailure)
+TEST_F(ZJournaledFileKills, RecoveryFailsIfTheTextCannotBeReadAgain)
 {
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
@@ -92,7 +92,7 @@ TEST_F(ZJournaledFileKills, FinishedTextThatCannotBeReadIsAFailure)
     EXPECT_EQ(kLong, load());
 }
 
-TEST_F(ZJournaledFileKills, KilledWhilePuttingBackThePairIsOldOrNew)
+TEST_F(ZJournaledFileKills, KillDuringARollBackLeavesTheOldOrNewPair)
 {
     int calls = 0;
     do
@@ -116,10 +116,10 @@ TEST_F(ZJournaledFileKills, KilledWhilePuttingBackThePairIsOldOrNew)
     EXPECT_LT(300, kills);
 }
 
-TEST_F(ZJournaledFileKills, KilledAfterTheJournalCouldNotBeRetiredThePairIsNew)
+TEST_F(ZJournaledFileKills, KillAfterAFailedRetirementLeavesTheNewPair)
 {
     // The journal can neither be invalidated, nor can its removal be synced: the store has been
-    // applied all the same, and nothing is put back.
+    // applied anyway, and is not rolled back.
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
         int invalidated = 0;
@@ -130,12 +130,12 @@ TEST_F(ZJournaledFileKills, KilledAfterTheJournalCouldNotBeRetiredThePairIsNew)
             bool const invalidates = call.name == "pwrite" && nameOf(call) == ".conf.zjn";
             if (invalidates && invalidated == 0)
                 invalidated = callPlan.calls;
-            if (call.name == "fsync" && isOnFolder(call))
+            if (call.name == "fsync" && isOnDirectory(call))
                 synced = callPlan.calls;
             return invalidates ? EIO : 0;
         };
         {
-            Watch const watch(looking);
+            CallRecorder const watch(looking);
             store(shape.after);
         }
         ASSERT_LT(0, invalidated);

@@ -15,7 +15,7 @@
 
 using ZJournaledFileLimits = JournaledFileFixture;
 
-TEST_F(ZJournaledFileLimits, FileSizeLimitIsAFailureLikeAnother)
+TEST_F(ZJournaledFileLimits, StoreFailsAtTheFileSizeLimit)
 {
     put(kShort);
     std::string const big(1 << 20, 'x');
@@ -31,7 +31,7 @@ TEST_F(ZJournaledFileLimits, FileSizeLimitIsAFailureLikeAnother)
                 return call.name == "sigtimedwait" && ++waits == 1 && interrupted ? EINTR : 0;
             };
             try {
-                Watch const watch(plan);
+                CallRecorder const watch(plan);
                 storeText(big);
             } catch (ZJournaledFile::IoError const& failure) {
                 error = failure.error;
@@ -48,7 +48,7 @@ TEST_F(ZJournaledFileLimits, FileSizeLimitIsAFailureLikeAnother)
     }
 }
 
-TEST_F(ZJournaledFileLimits, FileSizeSignalThatWasPendingIsLeftPending)
+TEST_F(ZJournaledFileLimits, PendingFileSizeSignalStaysPending)
 {
     sigset_t size;
     sigset_t before;
@@ -66,7 +66,7 @@ TEST_F(ZJournaledFileLimits, FileSizeSignalThatWasPendingIsLeftPending)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST_F(ZJournaledFileLimits, FileSizeLimitBelowADeadWritersJournalIsNoObstacle)
+TEST_F(ZJournaledFileLimits, RecoverySucceedsIfTheJournalExceedsTheFileSizeLimit)
 {
     put(kShort);
     directory_.write(".conf.zjn", journalOf(kShort, {std::string(1 << 17, 'x'), ""}, ""));
@@ -102,7 +102,7 @@ TEST_F(ZJournaledFileLimits, FilesAboveTheLimitAreNeitherReadNorWritten)
         for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
             expectFailure(path_, "read()", EFBIG, CallPlan(),
                           [&] { ZJournaledFile(path_.c_str(), mode); });
-        // Also one that grows while it is read.
+        // The same for a file that grows while it is read.
         CallPlan growing;
         growing.after = [](SystemCall const& call, ssize_t& result) {
             if (call.name == "fstat" && result == 0)

@@ -16,7 +16,7 @@
 
 using ZJournaledFileReplacing = JournaledFileFixture;
 
-TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileLikeTheOldOne)
+TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileWithTheOldRights)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -31,8 +31,8 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileLikeTheOldOne)
         bool isLocked = true;
         CallPlan looking;
         looking.before = [&](SystemCall const& call) {
-            // A reader without a lock always sees one of the two. In a process of its own: a file
-            // that is closed loses its locks.
+            // A reader without a lock always sees a complete text. It is another process: closing
+            // the file here would drop the locks.
             pid_t const child = fork();
             if (child == 0) {
                 std::string const text = directory_.read("conf");
@@ -47,7 +47,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileLikeTheOldOne)
         {
             ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
             {
-                Watch const watch(looking);
+                CallRecorder const watch(looking);
                 file.replace(shape.after.text, change(shape.after));
                 EXPECT_TRUE(isLocked);
             }
@@ -70,7 +70,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileLikeTheOldOne)
     }
 }
 
-TEST_F(ZJournaledFileReplacing, ReplacingThatFailsOrIsKilledLeavesTheOldPairOrTheNew)
+TEST_F(ZJournaledFileReplacing, FailedOrKilledReplacingLeavesTheOldOrNewPair)
 {
     auto const replace = [&](Pair const& pair) {
         ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -81,14 +81,14 @@ TEST_F(ZJournaledFileReplacing, ReplacingThatFailsOrIsKilledLeavesTheOldPairOrTh
             for (bool forEver : {false, true})
                 for (int n = 1;; ++n) {
                     SCOPED_TRACE(std::string(shape.name) + ", call " + std::to_string(n) + ", " +
-                                 strerror(error) + (forEver ? " for ever" : ""));
+                                 strerror(error) + (forEver ? " permanently" : ""));
                     put(shape.before);
                     CallPlan failing;
                     (forEver ? failing.failFrom : failing.failAt) = n;
                     failing.error = error;
                     bool isStored = true;
                     {
-                        Watch const watch(failing);
+                        CallRecorder const watch(failing);
                         try {
                             replace(shape.after);
                         } catch (ZJournaledFile::IoError const&) {
@@ -117,7 +117,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingThatFailsOrIsKilledLeavesTheOldPairOrTh
             if (child == 0) {
                 CallPlan dying;
                 dying.dieAt = n;
-                Watch const watch(dying);
+                CallRecorder const watch(dying);
                 replace(shape.after);
                 _exit(0);
             }
@@ -133,7 +133,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingThatFailsOrIsKilledLeavesTheOldPairOrTh
         }
 }
 
-TEST_F(ZJournaledFileReplacing, ReplacingFailsWhereNoNewFileIsAllowed)
+TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheDirectoryAllowsNoFile)
 {
     put(kPlain);
     chmod(path_.c_str(), 0666);
@@ -172,7 +172,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsWhereNoNewFileIsAllowed)
     EXPECT_EQ(kPlain, load());
 }
 
-TEST_F(ZJournaledFileReplacing, ReplacingFailsWhereTheNewFileWouldHaveOtherRights)
+TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheNewFileWouldHaveOtherRights)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can give a file to a foreign group, or label it";

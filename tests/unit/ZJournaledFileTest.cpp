@@ -35,7 +35,7 @@ TEST_F(ZJournaledFileCase, ReplacesThePairAndLeavesNothingElse)
     EXPECT_EQ(descriptors, openDescriptors());
 }
 
-TEST_F(ZJournaledFileCase, StampIsThatOfTheFileItWrote)
+TEST_F(ZJournaledFileCase, StampIdentifiesTheWrittenFile)
 {
     put(kShort);
     ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -46,7 +46,7 @@ TEST_F(ZJournaledFileCase, StampIsThatOfTheFileItWrote)
     EXPECT_EQ(static_cast<off_t>(kLong.text.size()), file.stamp().size);
 }
 
-TEST_F(ZJournaledFileCase, StampTellsWhatHasChanged)
+TEST_F(ZJournaledFileCase, StampChangesWithEachFieldOfTheStatus)
 {
     void (*const changes[])(struct stat&) = {
         [](struct stat& status) { ++status.st_mtim.tv_sec; },
@@ -65,7 +65,7 @@ TEST_F(ZJournaledFileCase, StampTellsWhatHasChanged)
     }
 }
 
-TEST_F(ZJournaledFileCase, FileThatWasMadeForNothingIsRemoved)
+TEST_F(ZJournaledFileCase, CreatedFileIsRemovedWithoutACommit)
 {
     {
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
@@ -75,7 +75,7 @@ TEST_F(ZJournaledFileCase, FileThatWasMadeForNothingIsRemoved)
     EXPECT_EQ("", directory_.names());
 }
 
-TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
+TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStored)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root may change the root directory";
@@ -92,7 +92,7 @@ TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
             return 0;
         };
         try {
-            Watch const watch(looking);
+            CallRecorder const watch(looking);
             ZJournaledFile file("/conf", ZJournaledFile::Mode::store);
             ZJournaledFile::Companion companion = change(kLong);
             companion.path = file.newCompanion();
@@ -113,7 +113,7 @@ TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStoredLikeAnother)
     EXPECT_EQ("conf conf.obf", directory_.names());
 }
 
-TEST_F(ZJournaledFileCase, MakesTheFileWhereADanglingLinkPoints)
+TEST_F(ZJournaledFileCase, StoreCreatesTheTargetOfADanglingLink)
 {
     ASSERT_EQ(0, symlink("target", path_.c_str()));
     {
@@ -125,7 +125,7 @@ TEST_F(ZJournaledFileCase, MakesTheFileWhereADanglingLinkPoints)
     EXPECT_EQ(kPlain.text, directory_.read("target"));
 }
 
-TEST_F(ZJournaledFileCase, FileOfAnotherMountNamespaceIsNotMistakenForOurs)
+TEST_F(ZJournaledFileCase, FileOfAnotherMountNamespaceIsStoredThere)
 {
     put(kShort);
     int ready[2];
@@ -180,7 +180,7 @@ TEST_F(ZJournaledFileCase, FileOfAnotherMountNamespaceIsNotMistakenForOurs)
 }
 
 // The text of its link in /proc is the old path and " (deleted)".
-TEST_F(ZJournaledFileCase, FileWithoutANameIsNotMistakenForAnother)
+TEST_F(ZJournaledFileCase, FileWithoutANameIsRefused)
 {
     put(kShort);
     int const fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
@@ -204,7 +204,7 @@ TEST_F(ZJournaledFileCase, FileWithoutANameIsNotMistakenForAnother)
     ::close(fd);
 }
 
-TEST_F(ZJournaledFileCase, NewFileHasTheModeThatTheMaskLeaves)
+TEST_F(ZJournaledFileCase, NewFileHasTheModeThatTheMaskAllows)
 {
     for (mode_t mask : {0000u, 0022u, 0077u}) {
         mode_t const before = umask(mask);
@@ -217,7 +217,7 @@ TEST_F(ZJournaledFileCase, NewFileHasTheModeThatTheMaskLeaves)
     }
 }
 
-TEST_F(ZJournaledFileCase, LongPathAndShortWritesAreNoObstacle)
+TEST_F(ZJournaledFileCase, LongPathsAndShortWritesWork)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -225,13 +225,13 @@ TEST_F(ZJournaledFileCase, LongPathAndShortWritesAreNoObstacle)
         CallPlan shortWrites;
         shortWrites.shortTransfers = true;
         {
-            Watch const watch(shortWrites);
+            CallRecorder const watch(shortWrites);
             store(shape.after);
             EXPECT_EQ(shape.after, load());
         }
     }
-    // A name that leaves no room for that of the journal's temporary file, or for any: written
-    // without a journal.
+    // Names that are too long for the temporary journal, or for any hidden file: the file is
+    // written without a journal.
     for (size_t length : {250, 252}) {
         std::string const name(length, 'n');
         std::string const file = directory_.write(name, "old\n");
@@ -241,7 +241,7 @@ TEST_F(ZJournaledFileCase, LongPathAndShortWritesAreNoObstacle)
     }
 }
 
-TEST_F(ZJournaledFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
+TEST_F(ZJournaledFileCase, GrowingFileIsReadToItsEnd)
 {
     std::string const more(10000, 'm');
     CallPlan growing;
@@ -252,13 +252,13 @@ TEST_F(ZJournaledFileCase, FileThatGrowsWhileItIsReadIsReadToItsEnd)
     };
     put(kPlain);
     {
-        Watch const watch(growing);
+        CallRecorder const watch(growing);
         ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
         EXPECT_EQ(kPlain.text + more, std::string(file.text().data(), file.text().size()));
     }
 }
 
-TEST_F(ZJournaledFileCase, CallsThatASignalInterruptsGoOn)
+TEST_F(ZJournaledFileCase, CallsAreRetriedAfterASignal)
 {
     for (Shape const& shape : kShapes) {
         SCOPED_TRACE(shape.name);
@@ -278,7 +278,7 @@ TEST_F(ZJournaledFileCase, CallsThatASignalInterruptsGoOn)
             return 0;
         };
         {
-            Watch const watch(interrupting);
+            CallRecorder const watch(interrupting);
             store(shape.after);
         }
         EXPECT_LE(7u, interrupted.size());
@@ -286,17 +286,17 @@ TEST_F(ZJournaledFileCase, CallsThatASignalInterruptsGoOn)
     }
 }
 
-TEST_F(ZJournaledFileCase, NameOfANewFileIsSyncedWithoutAJournalToo)
+TEST_F(ZJournaledFileCase, NameOfANewFileIsSyncedEvenWithoutAJournal)
 {
     std::string const name(250, 'n');
-    Watch const watch;
+    CallRecorder const watch;
     ZJournaledFile stored(directory_.at(name).c_str(), ZJournaledFile::Mode::store);
     stored.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
-    EXPECT_EQ(1, watch.folderSyncs);
+    EXPECT_EQ(1, watch.directorySyncs);
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
 
-TEST_F(ZJournaledFileCase, WritesOnlyWhatDiffers)
+TEST_F(ZJournaledFileCase, WritesOnlyTheChangedRange)
 {
     std::string const head(10000, 'h');
     std::string const tail(9000, 't');
@@ -305,13 +305,13 @@ TEST_F(ZJournaledFileCase, WritesOnlyWhatDiffers)
         std::string before;
         std::string after;
         Range written;
-        size_t journalled;  // bytes of the texts in the journal
+        size_t journalled;  // bytes of old and new text in the journal
     };
     Case const cases[] = {
         {"one byte", head + "0" + tail, head + "1" + tail, {10000, 1}, 2},
         {"first byte", "0" + tail, "1" + tail, {0, 1}, 2},
         {"last byte", head + "0", head + "1", {10000, 1}, 2},
-        {"two places", "0" + head + "0" + tail, "1" + head + "1" + tail, {0, 10002}, 20004},
+        {"two ranges", "0" + head + "0" + tail, "1" + head + "1" + tail, {0, 10002}, 20004},
         {"longer", head + "0" + tail, head + "123" + tail, {10000, 9003}, 9004},
         {"shorter", head + "123" + tail, head + "0" + tail, {10000, 9001}, 9004},
         {"appended", head, head + tail, {10000, 9000}, 9000},
@@ -324,7 +324,7 @@ TEST_F(ZJournaledFileCase, WritesOnlyWhatDiffers)
         SCOPED_TRACE(c.name);
         put({c.before, ""});
         std::string journal;
-        Watch const watch(keepingJournal(journal));
+        CallRecorder const watch(keepingJournal(journal));
         storeText(c.after);
         EXPECT_EQ(c.after, directory_.read("conf"));
         EXPECT_EQ(c.journalled, journal.size() - 84);
@@ -337,9 +337,10 @@ TEST_F(ZJournaledFileCase, WritesOnlyWhatDiffers)
     }
 }
 
-TEST_F(ZJournaledFileCase, TimeOfTheFileMovesEvenWhenItsTextStays)
+TEST_F(ZJournaledFileCase, ModificationTimeChangesEvenIfTheTextStays)
 {
-    for (Pair const& after : {kShort, Pair{kShort.text, packed("other")}, Pair{kShort.text, ""}}) {
+    for (Pair const& after :
+         {kShort, Pair{kShort.text, compressed("other")}, Pair{kShort.text, ""}}) {
         put(kShort);
         timespec const old[] = {{1000, 0}, {1000, 0}};
         ASSERT_EQ(0, utimensat(AT_FDCWD, path_.c_str(), old, 0));
@@ -350,7 +351,7 @@ TEST_F(ZJournaledFileCase, TimeOfTheFileMovesEvenWhenItsTextStays)
     }
 }
 
-TEST_F(ZJournaledFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
+TEST_F(ZJournaledFileCase, WaitsForTheDiskNoMoreThanTheFileSystemNeeds)
 {
     struct Case {
         char const* name;
@@ -359,14 +360,15 @@ TEST_F(ZJournaledFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         char const* waits;
         bool otherDisk = false;
     };
-    // For the old text, the journal, its name, the new text, and the journal's end. The file may
-    // have nothing to sync at first: then the range costs nothing.
+    // For the old text, the journal, its name, the new text, and the journal's end. If the old text
+    // is synced already, its flush costs nothing.
     char const range[] = "sync_file_range fsync fdatasync sync_file_range ";
     char const all[] = "fdatasync fsync fsync fdatasync fdatasync ";
     Case const cases[] = {
         {"ext4", EXT4_SUPER_MAGIC, FS_EXTENT_FL, range},
         {"XFS", XFS_SUPER_MAGIC, 0, range},
-        {"XFS, folder elsewhere", XFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync ", true},
+        {"XFS, directory elsewhere", XFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync ",
+         true},
         {"Btrfs", BTRFS_SUPER_MAGIC, 0, "fdatasync fsync fdatasync fdatasync "},
         {"ext2", EXT2_SUPER_MAGIC, 0, all},
         {"contents in inodes", EXT4_SUPER_MAGIC, FS_EXTENT_FL | FS_INLINE_DATA_FL, all},
@@ -382,19 +384,19 @@ TEST_F(ZJournaledFileCase, WaitsForTheDiskOnlyAsOftenAsTheFileSystemNeeds)
         };
         put(kPlain);
         {
-            Watch const watch(elsewhere);
+            CallRecorder const watch(elsewhere);
             storeText(kLong.text);
         }
         EXPECT_EQ(c.waits, waits);
-        // The name of a file that was made is synced in any case.
+        // The name of a created file is always synced.
         std::filesystem::remove(path_);
-        Watch const watch(elsewhere);
+        CallRecorder const watch(elsewhere);
         storeText(kPlain.text);
-        EXPECT_EQ(1, watch.folderSyncs);
+        EXPECT_EQ(1, watch.directorySyncs);
     }
 }
 
-TEST_F(ZJournaledFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
+TEST_F(ZJournaledFileCase, UnknownFileSystemGetsAllSyncs)
 {
     std::string waits;
     CallPlan unknown;
@@ -410,12 +412,12 @@ TEST_F(ZJournaledFileCase, FileSystemThatCannotBeToldIsWaitedForAsOftenAsAny)
         return 0;
     };
     put(kPlain);
-    Watch const watch(unknown);
+    CallRecorder const watch(unknown);
     storeText(kLong.text);
     EXPECT_EQ("fdatasync fsync fsync fdatasync fdatasync ", waits);
 }
 
-TEST_F(ZJournaledFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
+TEST_F(ZJournaledFileCase, FileSystemWithoutSyncIsSupported)
 {
     put(kShort);
     std::set<std::string> failed;
@@ -426,13 +428,13 @@ TEST_F(ZJournaledFileCase, FileSystemThatHasNothingToSyncIsNoFailure)
         failed.insert(call.name);
         return EINVAL;
     };
-    Watch const watch(failing);
+    CallRecorder const watch(failing);
     store(kLong);
     EXPECT_EQ((std::set<std::string>{"fdatasync", "fsync"}), failed);
     EXPECT_EQ(kLong.text, directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
+TEST_F(ZJournaledFileCase, SpaceIsReservedForALongerText)
 {
     for (int error : {0, EOPNOTSUPP, ENOSYS, EINVAL})
         for (Shape const& shape : kShapes) {
@@ -446,13 +448,13 @@ TEST_F(ZJournaledFileCase, RoomIsSetAsideForALongerTextWhereTheFileSystemCan)
                 ++asked;
                 return error;
             };
-            Watch const watch(failing);
+            CallRecorder const watch(failing);
             store(shape.after);
             EXPECT_EQ(shape.after.text.size() > shape.before.text.size() ? 1 : 0, asked);
         }
 }
 
-TEST_F(ZJournaledFileCase, RoomThatWasSetAsideIsGivenBack)
+TEST_F(ZJournaledFileCase, ReservedSpaceIsFreedAfterAFailure)
 {
     put(kShort);
     struct stat before;
@@ -464,11 +466,11 @@ TEST_F(ZJournaledFileCase, RoomThatWasSetAsideIsGivenBack)
         struct stat meanwhile = {};
         EXPECT_EQ(0, stat(path_.c_str(), &meanwhile));
         EXPECT_LE(2048, meanwhile.st_blocks);
-        std::ofstream(path_, std::ios::app) << "more\n";  // that is not cut either
+        std::ofstream(path_, std::ios::app) << "more\n";  // is not truncated either
         return EIO;
     };
     {
-        Watch const watch(failing);
+        CallRecorder const watch(failing);
         EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}), ZJournaledFile::IoError);
     }
     struct stat after;
@@ -477,13 +479,13 @@ TEST_F(ZJournaledFileCase, RoomThatWasSetAsideIsGivenBack)
     EXPECT_EQ(kShort.text + "more\n", directory_.read("conf"));
 }
 
-TEST_F(ZJournaledFileCase, CloseOfASyncedFileDoesNotMatter)
+TEST_F(ZJournaledFileCase, FailedCloseOfASyncedFileIsIgnored)
 {
     put(kShort);
     CallPlan failing;
     failing.failing["close"] = EIO;
     {
-        Watch const watch(failing);
+        CallRecorder const watch(failing);
         store(kLong);
     }
     EXPECT_EQ(kLong, load());
@@ -505,7 +507,7 @@ TEST_F(ZJournaledFileCase, OnlyRegularFilesAreOpened)
     EXPECT_FALSE(!file.isOpen());
 }
 
-TEST_F(ZJournaledFileCase, ClosedStandardDescriptorsDoNotGetIntoAFile)
+TEST_F(ZJournaledFileCase, OutputForClosedStandardDescriptorsIsNotWrittenToAFile)
 {
     put(kShort);
     for (int closed = 0; closed < 8; ++closed) {
