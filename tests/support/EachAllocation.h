@@ -1,14 +1,13 @@
-// EachAllocation: as failEachAllocation(), for calls that can do without some of their allocations.
+// EachAllocation: as failEachAllocation(), for calls that may succeed without some allocations.
 #pragma once
 
 #include "FailingAllocator.h"
 
 // Runs `call` with its first allocation failing, then with its second, and so on, until none fails.
-// A run that raises must raise ZOutOfMemoryException_6_0, leak no block and leave behind what
-// `check` expects; after a run that succeeds in spite of the failure, and after the last, `undo`
-// takes back what it did. Returns the number of runs in which an allocation failed. Blocks are not
-// counted for calls after whose failure something may be kept for the next one: there a leak
-// checker has to look.
+// A run that throws must throw ZOutOfMemoryException_6_0, leak no block and leave a state in which
+// `check` succeeds. `undo` reverts a run that succeeds in spite of the failure, and the last run.
+// Returns the number of runs in which an allocation failed. Pass false for `countsBlocks` if a
+// failed call may keep memory for the next call; a leak checker finds the leaks of such calls.
 template <class Call, class Undo, class Check>
 unsigned long failEachAllocationOfSome(Call call, Undo undo, Check check, bool countsBlocks = true)
 {

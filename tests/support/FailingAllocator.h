@@ -3,12 +3,12 @@
 // A test program with the keyword ALLOCATOR in its z_test call replaces malloc(), calloc(),
 // realloc(), reallocarray(), aligned_alloc(), posix_memalign() and free() for itself and for every
 // library that it loads. Under AddressSanitizer and ThreadSanitizer they call the sanitizer's own
-// functions, and operator new and delete are replaced as well, since those of a sanitizer do not
+// functions, and operator new and delete are replaced as well, since a sanitizer's operators do not
 // call malloc(); with clang's ThreadSanitizer nothing is replaced and nothing fails. Build with
-// Z_TEST_ONLY_OPERATOR_NEW defined to replace only operator new and delete: for a sanitizer that
-// does not let malloc() be replaced.
+// Z_TEST_ONLY_OPERATOR_NEW defined to replace only operator new and delete: for a sanitizer whose
+// malloc() cannot be replaced.
 //
-// Each thread counts and fails for itself; other threads go on undisturbed.
+// Failures and counts apply to one thread; other threads allocate as usual.
 //
 //     failEachAllocation([&] { list.add(&object); }, [&] { EXPECT_EQ(3u, list.size()); });
 #pragma once
@@ -23,24 +23,24 @@ class FailingAllocator {
 public:
     enum Mode { once, forEver };
 
-    // Fails the n-th allocation of this thread from now on, counted from 1; with `forEver` all
-    // that follow it as well.
+    // Makes the n-th allocation of this thread from now fail, counted from 1; with `forEver` also
+    // all later ones.
     static void failAt(unsigned long n, Mode mode = once);
 
-    // Lets every allocation through again. Returns whether one failed.
+    // Stops the failures. Returns whether an allocation failed.
     static bool stop();
 
-    // Allocations that this thread has asked for since failAt().
+    // Allocations that this thread has requested since failAt().
     static unsigned long asked();
 
-    // Blocks that this thread has allocated and not freed, less those of others that it freed.
+    // Blocks that this thread has allocated, minus blocks that it has freed.
     static long blocks();
 };
 
 // Runs `call` with its first allocation failing, then with its second, and so on, until it runs to
-// its end without a failure. Each run that fails must raise ZOutOfMemoryException_6_0, leak no
-// block, and leave behind what `check` expects. Returns the number of runs that failed. A test
-// expects at least one, or one per element that is copied: the exact number is not a promise.
+// its end without a failure. Each run that fails must throw ZOutOfMemoryException_6_0, leak no
+// block, and leave a state in which `check` succeeds. Returns the number of runs that failed. A
+// test expects at least one, or one per element that is copied: the exact number is not a promise.
 template <class Call, class Check>
 unsigned long failEachAllocation(Call call, Check check,
                                  FailingAllocator::Mode mode = FailingAllocator::once)

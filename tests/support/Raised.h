@@ -1,4 +1,4 @@
-// Raised: what a call throws, down to the place that it names.
+// Raised: checks the exception that a call throws: type, message number, source and site.
 #pragma once
 
 #include <Z/ZException.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <typeinfo>
 
-// Says whether `call` throws exactly an `Exception` with this message number, raised at `site` of
+// Returns whether `call` throws exactly an `Exception` with this message number from `site` of
 // `source`.
 template <class Exception, class Call>
 testing::AssertionResult raises(uint32_t message, char const* source, unsigned site, Call call)

@@ -139,8 +139,7 @@ TEST_F(ZThread, WaitingForADetachedThreadReturnsImmediately)
     EXPECT_TRUE(ended);
 }
 
-// Whether the thread still runs or has already ended: the id, the hash and the order are those of
-// the new thread.
+// Whether or not the thread still runs, its object has the new thread's id, hash and order.
 TEST_F(ZThread, TheIdOfADetachedThreadIsKnownWhenStartReturns)
 {
     for (bool const endsAtOnce : {false, true}) {

@@ -305,7 +305,7 @@ TEST(qvr, LongStringsConvertLikeTheirCharacters)
 {
     struct Case {
         char const* codeset;
-        std::vector<std::string> characters;  // besides ASCII
+        std::vector<std::string> characters;  // in addition to ASCII
     };
     Case const cases[] = {
         {"UTF-8", {"\u00e9", "\u8868", "\U0001F600"}},
