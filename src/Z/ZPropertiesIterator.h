@@ -41,8 +41,7 @@ public:
     /// owns    borrowed until the store is changed.
     /// throws  ZPropertiesIteratorException_6_0 before the first step;
     ///         ZInvalidParameterException_6_0 if `index` is negative or at least valueCount().
-    /// cost    O(1) for the first and the last value, and for the value after the one that the
-    ///         previous call returned.
+    /// cost    O(1) for the first value, the last value and the value after the previous result.
     virtual char const* entryValue(int index) const = 0;
 
     /// Returns the number of keys.

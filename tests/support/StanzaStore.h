@@ -1,4 +1,4 @@
-// StanzaStore: what the tests of configuration stores share.
+// StanzaStore: the observer, the reader and the fixture of tests of configuration stores.
 #pragma once
 
 #include <Z/ZArrayList.h>
@@ -11,8 +11,7 @@
 
 #include "TestDirectory.h"
 
-// An observer that writes down the changes it is told of, as "2[stanza]key ", and then does what a
-// test asks for.
+// An observer that records each change as "2[stanza]key " and then runs `action`.
 class NotedChanges final : public ZObserverInterface_6_0 {
 public:
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
@@ -29,7 +28,7 @@ public:
     std::function<void()> action;
 };
 
-// Returns the values of a key, each with a comma behind it.
+// Returns the values of a key, each followed by a comma.
 inline std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
 {
     ZArrayList_6_0 values(1, 1);
@@ -53,14 +52,14 @@ protected:
         return path;
     }
 
-    // The file once the store is stored.
+    // Stores the store and returns the text of its file.
     std::string stored()
     {
         store_.store(nullptr);
         return directory_.read("conf");
     }
 
-    // What a fresh store finds in the file that this one writes.
+    // Stores the store and returns the values of the key in another store that loads the file.
     std::string readBack(char const* category, char const* key)
     {
         store_.store(nullptr);

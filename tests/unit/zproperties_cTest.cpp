@@ -518,8 +518,8 @@ TEST_F(ZPropertiesC, RemovesKeysAndStanzas)
 
 TEST_F(ZPropertiesC, AddsComments)
 {
-    EXPECT_EQ(0, zstzPropAddLineComment_6_0(file_, "server", "debug", "tell more"));
-    EXPECT_EQ(0, zstzPropAddStanzaComment_6_0(file_, "client", "#who asks"));
+    EXPECT_EQ(0, zstzPropAddLineComment_6_0(file_, "server", "debug", "more output"));
+    EXPECT_EQ(0, zstzPropAddStanzaComment_6_0(file_, "client", "#the callers"));
     EXPECT_EQ(0, zstzPropAddFileComment_6_0(file_, "edited by hand"));
     EXPECT_EQ(0, zstzPropAddStanzaComment_6_0(file_, "none", "nothing to comment"));
     EXPECT_EQ(
@@ -534,10 +534,10 @@ TEST_F(ZPropertiesC, AddsComments)
         "host = gamma\n"
         "empty =\n"
         "\n"
-        "#tell more\n"
+        "#more output\n"
         "debug = yes\n"
         "\n"
-        "#who asks\n"
+        "#the callers\n"
         "[client]\n"
         "retries = 3\n",
         stored());
