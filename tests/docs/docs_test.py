@@ -104,7 +104,7 @@ class Documents(unittest.TestCase):
         text = (ROOT / "tests" / "README.md").read_text(encoding="utf-8")
         self.assertLess(10, len(campaigns))
         for campaign in campaigns:
-            self.assertIn(campaign.split(",")[0].split(" behind")[0], text)
+            self.assertIn(campaign.split(",")[0].split(" after")[0], text)
 
     def test_message_texts(self):
         rows = re.findall(r"^\| (\d+) \| `(.*)` \|$",
