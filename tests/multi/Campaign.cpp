@@ -23,9 +23,9 @@ void remark(Counts& counts, std::string const& what)
     std::snprintf(counts.note, sizeof counts.note, "%s", what.c_str());
 }
 
-void leaveOut(Counts& counts, std::string const& why)
+void skip(Counts& counts, std::string const& why)
 {
-    counts.leftOut = true;
+    counts.isSkipped = true;
     remark(counts, why);
 }
 

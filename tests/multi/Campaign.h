@@ -21,8 +21,8 @@ struct Counts {
     std::atomic<long> news{0};     // events after which the new generation was found
     std::atomic<long> torn{0};     // times that contents of no single store were found
     std::atomic<long> bad{0};      // events with a forbidden outcome
-    std::atomic<bool> leftOut{false};
-    char note[200] = "";  // shown in the table; the reason if the campaign is left out
+    std::atomic<bool> isSkipped{false};
+    char note[200] = "";  // shown in the table; the reason if the campaign is skipped
 };
 
 struct Campaign {
@@ -37,8 +37,8 @@ void complain(Counts& counts, std::string const& what);
 /// Adds a remark to the campaign's row of the table.
 void remark(Counts& counts, std::string const& what);
 
-/// Marks the campaign as left out, with the reason.
-void leaveOut(Counts& counts, std::string const& why);
+/// Marks the campaign as skipped, with the reason.
+void skip(Counts& counts, std::string const& why);
 
 /// Runs `body` in a child process, and returns the child's id.
 pid_t inChild(std::function<int()> const& body);
@@ -68,14 +68,14 @@ void fillMemoryDisk(Counts& counts, Extent extent);
 void fillDisk(Counts& counts, Extent extent);
 void limitFileSize(Counts& counts, Extent extent);
 void cutPower(Counts& counts, Extent extent);
-void cutPowerBehindAnEdit(Counts& counts, Extent extent);
-void storeBesideOthers(Counts& counts, Extent extent);
-void killBesideOthers(Counts& counts, Extent extent);
-void storeInOddPlaces(Counts& counts, Extent extent);
-void failForGood(Counts& counts, Extent extent);
-void failLocksForGood(Counts& counts, Extent extent);
-void meetObstacles(Counts& counts, Extent extent);
-void watchRights(Counts& counts, Extent extent);
+void cutPowerAfterAnEdit(Counts& counts, Extent extent);
+void storeAmongPrograms(Counts& counts, Extent extent);
+void killAmongPrograms(Counts& counts, Extent extent);
+void storeAmongOddFiles(Counts& counts, Extent extent);
+void failPersistently(Counts& counts, Extent extent);
+void failLocksPersistently(Counts& counts, Extent extent);
+void storeWithObstacles(Counts& counts, Extent extent);
+void checkRights(Counts& counts, Extent extent);
 void replaceDuringStores(Counts& counts, Extent extent);
 void readWithoutLocks(Counts& counts, Extent extent);
 void attackRoot(Counts& counts, Extent extent);

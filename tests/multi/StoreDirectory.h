@@ -1,4 +1,4 @@
-// StoreFolder: a directory with one configuration file, and checks of its files after an
+// StoreDirectory: a directory with one configuration file, and checks of its files after an
 // interrupted store.
 #pragma once
 
@@ -11,17 +11,17 @@
 #include "Generation.h"
 #include "TestDirectory.h"
 
-class StoreFolder {
+class StoreDirectory {
 public:
-    explicit StoreFolder(std::string folder) : folder_(std::move(folder)) {}
+    explicit StoreDirectory(std::string directory) : directory_(std::move(directory)) {}
 
-    std::string path() const { return folder_ + "/conf"; }
-    std::string names() const { return namesIn(folder_); }
+    std::string path() const { return directory_ + "/conf"; }
+    std::string names() const { return namesIn(directory_); }
 
     /// Removes all files and stores `first`, writable by the owner and readable by the group.
     void reset(Generation const& first) const
     {
-        for (auto const& entry : std::filesystem::directory_iterator(folder_))
+        for (auto const& entry : std::filesystem::directory_iterator(directory_))
             if (entry.is_regular_file())
                 std::filesystem::remove(entry.path());
         if (first.number() == 0)
@@ -66,7 +66,7 @@ public:
         struct stat file;
         if (stat(path().c_str(), &file) != 0)
             return;
-        for (auto const& entry : std::filesystem::directory_iterator(folder_)) {
+        for (auto const& entry : std::filesystem::directory_iterator(directory_)) {
             struct stat status;
             if (stat(entry.path().c_str(), &status) == 0 &&
                 (status.st_mode & 07777 & ~file.st_mode) != 0)
@@ -96,5 +96,5 @@ public:
 private:
     static constexpr mode_t kMode = 0640;
 
-    std::string const folder_;
+    std::string const directory_;
 };

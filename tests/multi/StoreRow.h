@@ -6,7 +6,7 @@
 
 #include "Campaign.h"
 #include "Generation.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "User.h"
 
 constexpr int kStores = 4;  // the first store that the cause affects, and three more
@@ -20,16 +20,16 @@ struct StoreShape {
 class StoreRow {
 public:
     /// Stores the first generation. `reader` is the user that loads in checks; null: this process.
-    StoreRow(Counts& counts, StoreFolder const& folder, StoreShape const& shape,
+    StoreRow(Counts& counts, StoreDirectory const& target, StoreShape const& shape,
              std::string const& cause, User const* reader = nullptr)
         : counts_(counts),
-          folder_(folder),
+          target_(target),
           shape_(shape),
           reader_(reader),
           event_(std::string(shape.name) + ", " + cause),
           current_(shape.generations[0])
     {
-        folder.reset(current_);
+        target.reset(current_);
     }
 
     /// Returns the generation of the store that judge() checks next.
@@ -56,7 +56,7 @@ public:
     {
         std::string const event = event_ + ", without the cause";
         look(current_, event);
-        folder_.tidy(counts_, shape_.generations[kStores + 1], event);
+        target_.tidy(counts_, shape_.generations[kStores + 1], event);
     }
 
 private:
@@ -65,11 +65,11 @@ private:
         std::optional<ScopedUser> user;
         if (reader_ != nullptr)
             user.emplace(*reader_);
-        return folder_.judge(counts_, current_, after, event);
+        return target_.judge(counts_, current_, after, event);
     }
 
     Counts& counts_;
-    StoreFolder const& folder_;
+    StoreDirectory const& target_;
     StoreShape const& shape_;
     User const* const reader_;
     std::string const event_;

@@ -36,7 +36,7 @@ public:
     }
 
     /// Makes the process the user's permanently.
-    static void becomeForGood(User const& user)
+    static void becomePermanently(User const& user)
     {
         if (setgroups(user.groups.size(), user.groups.data()) != 0 ||
             setresgid(user.group, user.group, user.group) != 0 ||

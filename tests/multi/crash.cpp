@@ -29,14 +29,14 @@ constexpr Campaign kCampaigns[] = {
     {"full disk, ext4", fillDisk},
     {"file size limit", limitFileSize},
     {"power cut", cutPower},
-    {"power cut after an edit", cutPowerBehindAnEdit},
-    {"other programs", storeBesideOthers},
-    {"other programs, kills", killBesideOthers},
-    {"odd files", storeInOddPlaces},
-    {"persistent causes", failForGood},
-    {"persistent causes, process locks", failLocksForGood, false},
-    {"lasting obstacles", meetObstacles},
-    {"rights", watchRights},
+    {"power cut after an edit", cutPowerAfterAnEdit},
+    {"other programs", storeAmongPrograms},
+    {"other programs, kills", killAmongPrograms},
+    {"odd files", storeAmongOddFiles},
+    {"persistent causes", failPersistently},
+    {"persistent causes, process locks", failLocksPersistently, false},
+    {"lasting obstacles", storeWithObstacles},
+    {"rights", checkRights},
     {"replaced during a store", replaceDuringStores},
     {"readers without locks", readWithoutLocks},
     {"directory's owner attacks", attackRoot},
@@ -102,7 +102,7 @@ void run(Campaign const& campaign, Mode mode, Counts& counts, Extent extent)
     }
     if (status != 0)
         complain(counts, std::string(campaign.name) + " ended early");
-    else if (counts.events == 0 && !counts.leftOut)
+    else if (counts.events == 0 && !counts.isSkipped)
         complain(counts, std::string(campaign.name) + " did nothing");
 }
 
@@ -146,8 +146,8 @@ int runAll(Extent extent, std::vector<std::string> const& names)
     for (Row const& row : rows) {
         Counts const& counts = *row.counts;
         std::printf("%-32s %-9s ", row.name, row.mode);
-        if (counts.leftOut)
-            std::printf("left out: %s\n", counts.note);
+        if (counts.isSkipped)
+            std::printf("skipped: %s\n", counts.note);
         else
             std::printf("%8ld %8ld %8ld %5ld %6ld %6.1f%s%s\n", counts.events.load(),
                         counts.olds.load(), counts.news.load(), counts.torn.load(),

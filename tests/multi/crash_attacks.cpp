@@ -16,7 +16,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Stepper.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "TreeState.h"
 #include "User.h"
 
@@ -469,9 +469,9 @@ std::vector<Attack> attacksOn(Work const& work)
 void attackRoot(Counts& counts, Extent extent)
 {
     if (std::string const why = obstacleToOtherUsers(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     umask(022);
     TestDirectory const directory(TestDirectory::Place::memory);
     Scene scene(directory.path());

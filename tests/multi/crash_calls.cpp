@@ -11,7 +11,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Stepper.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 
 namespace {
 
@@ -60,9 +60,9 @@ int answerOf(std::function<int()> const& work)
     }
 }
 
-Task storing(StoreFolder const& folder, Generation const& what)
+Task storing(StoreDirectory const& target, Generation const& what)
 {
-    return [path = folder.path(), what] {
+    return [path = target.path(), what] {
         return answerOf([&] {
             what.store(path);
             return static_cast<int>(stored);
@@ -70,9 +70,9 @@ Task storing(StoreFolder const& folder, Generation const& what)
     };
 }
 
-Task loading(StoreFolder const& folder)
+Task loading(StoreDirectory const& target)
 {
-    return [path = folder.path()] {
+    return [path = target.path()] {
         return answerOf([&] { return static_cast<int>(Generation::load(path).number()); });
     };
 }
@@ -112,17 +112,17 @@ Generation const kNext(3, 5000, true);
 
 // ---- Kills -------------------------------------------------------------------------------------
 
-void killOne(Counts& counts, StoreFolder const& folder, Shape const& shape, Place const& place)
+void killOne(Counts& counts, StoreDirectory const& target, Shape const& shape, Place const& place)
 {
     std::string const event = describe(shape.name, place, "killed");
-    folder.reset(shape.before);
-    Stepper stepper(storing(folder, shape.after));
+    target.reset(shape.before);
+    Stepper stepper(storing(target, shape.after));
     if (!goTo(stepper, place))
         complain(counts, event + ": was not killed");
     stepper.kill();
-    folder.checkModes(counts, event);
-    folder.judge(counts, shape.before, shape.after, event);
-    folder.tidy(counts, kNext, event);
+    target.checkModes(counts, event);
+    target.judge(counts, shape.before, shape.after, event);
+    target.tidy(counts, kNext, event);
 }
 
 // ---- Faults ------------------------------------------------------------------------------------
@@ -146,28 +146,28 @@ int withFailure(Task const& task, Place const& place, int error)
     return stepper.finish();
 }
 
-void failStore(Counts& counts, StoreFolder const& folder, Shape const& shape, Place const& place,
+void failStore(Counts& counts, StoreDirectory const& target, Shape const& shape, Place const& place,
                int error)
 {
     std::string const event = describe(shape.name, place, strerrorname_np(error));
-    folder.reset(shape.before);
-    int const answer = withFailure(storing(folder, shape.after), place, error);
-    folder.checkModes(counts, event);
-    long const found = folder.judge(counts, shape.before, shape.after, event);
+    target.reset(shape.before);
+    int const answer = withFailure(storing(target, shape.after), place, error);
+    target.checkModes(counts, event);
+    long const found = target.judge(counts, shape.before, shape.after, event);
     if (answer != stored && answer != raised)
         complain(counts, event + ": ended with " + std::to_string(answer));
     else if (found >= 0 && (found == shape.after.number()) != (answer == stored))
         complain(counts, event + (answer == stored ? ": success was reported"
                                                    : ": a failure was reported"));
-    folder.tidy(counts, kNext, event);
+    target.tidy(counts, kNext, event);
 }
 
-void failLoad(Counts& counts, StoreFolder const& folder, std::string const& name,
+void failLoad(Counts& counts, StoreDirectory const& target, std::string const& name,
               Generation const& there, Place const& place, int error)
 {
     std::string const event = describe(name, place, strerrorname_np(error));
     ++counts.events;
-    int const answer = withFailure(loading(folder), place, error);
+    int const answer = withFailure(loading(target), place, error);
     if (answer == there.number())
         ++counts.news;
     else if (answer != raised)
@@ -176,17 +176,17 @@ void failLoad(Counts& counts, StoreFolder const& folder, std::string const& name
 
 // Kills an in-place store of a shorter text before it truncates the file; returns whether it
 // succeeded.
-bool tear(StoreFolder const& folder, Shape const& shape)
+bool tear(StoreDirectory const& target, Shape const& shape)
 {
-    folder.reset(shape.before);
-    Stepper stepper([task = storing(folder, shape.after)] {
+    target.reset(shape.before);
+    Stepper stepper([task = storing(target, shape.after)] {
         Generation::setReplacing(false);
         return task();
     });
     while (stepper.nextOnFiles())
         if (stepper.call().family == Stepper::Family::cut) {
             stepper.kill();
-            return folder.names().find(".zjn") != std::string::npos;
+            return target.names().find(".zjn") != std::string::npos;
         }
     return false;
 }
@@ -199,7 +199,7 @@ TestDirectory::Place placeFor(Extent extent)
 
 // Divides the shapes among processes, each with a directory of its own.
 void forShapes(Counts& counts, Extent extent,
-               std::function<void(StoreFolder const&, Shape const&)> const& body)
+               std::function<void(StoreDirectory const&, Shape const&)> const& body)
 {
     constexpr size_t kWorkers = 2;
     std::vector<Shape> const all = shapes(extent);
@@ -207,9 +207,9 @@ void forShapes(Counts& counts, Extent extent,
     for (size_t worker = 0; worker < kWorkers; ++worker)
         workers.push_back(inChild([&] {
             TestDirectory const directory(placeFor(extent));
-            StoreFolder const folder(directory.path());
+            StoreDirectory const target(directory.path());
             for (size_t i = worker; i < all.size(); i += kWorkers)
-                body(folder, all[i]);
+                body(target, all[i]);
             return 0;
         }));
     for (pid_t const worker : workers)
@@ -222,44 +222,44 @@ void forShapes(Counts& counts, Extent extent,
 void killAtEveryCall(Counts& counts, Extent extent)
 {
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
-    forShapes(counts, extent, [&](StoreFolder const& folder, Shape const& shape) {
-        folder.reset(shape.before);
-        std::vector<Place> const places = placesOf(storing(folder, shape.after));
+        return skip(counts, why);
+    forShapes(counts, extent, [&](StoreDirectory const& target, Shape const& shape) {
+        target.reset(shape.before);
+        std::vector<Place> const places = placesOf(storing(target, shape.after));
         counts.planned += static_cast<long>(places.size());
         for (Place const& place : places)
-            killOne(counts, folder, shape, place);
+            killOne(counts, target, shape, place);
     });
 }
 
 void failEveryCall(Counts& counts, Extent extent)
 {
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     if (extent == Extent::share)
         remark(counts, "one error for each call; all of them in ZJournaledFileFailuresTest");
     long const errors = static_cast<long>(errorsFor(extent, 0).size());
-    forShapes(counts, extent, [&](StoreFolder const& folder, Shape const& shape) {
-        folder.reset(shape.before);
-        std::vector<Place> const places = placesOf(storing(folder, shape.after));
+    forShapes(counts, extent, [&](StoreDirectory const& target, Shape const& shape) {
+        target.reset(shape.before);
+        std::vector<Place> const places = placesOf(storing(target, shape.after));
         counts.planned += static_cast<long>(places.size()) * errors;
         for (size_t i = 0; i < places.size(); ++i)
             for (int error : errorsFor(extent, i))
-                failStore(counts, folder, shape, places[i], error);
+                failStore(counts, target, shape, places[i], error);
     });
     TestDirectory const directory(placeFor(extent));
-    StoreFolder const folder(directory.path());
+    StoreDirectory const target(directory.path());
     for (bool torn : {false, true}) {
         Shape const& shape = kMore[0];
         if (!torn)
-            folder.reset(shape.after);
-        else if (!tear(folder, shape))
+            target.reset(shape.after);
+        else if (!tear(target, shape))
             return complain(counts, "no store could be torn");
-        std::vector<Place> const places = placesOf(loading(folder));
+        std::vector<Place> const places = placesOf(loading(target));
         counts.planned += static_cast<long>(places.size()) * errors;
         for (size_t i = 0; i < places.size(); ++i)
             for (int error : errorsFor(extent, i))
-                failLoad(counts, folder, torn ? "load after a kill" : "load", shape.after,
+                failLoad(counts, target, torn ? "load after a kill" : "load", shape.after,
                          places[i], error);
     }
 }

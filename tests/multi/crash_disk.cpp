@@ -19,7 +19,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Mounts.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "Writer.h"
 
 namespace {
@@ -27,21 +27,21 @@ namespace {
 constexpr long kPage = 4096;
 
 // Counts the store as refused, which leaves the old generation, or as accepted.
-void storeAndJudge(Counts& counts, StoreFolder const& folder, Generation const& before,
+void storeAndJudge(Counts& counts, StoreDirectory const& target, Generation const& before,
                    Generation const& after, std::string const& event)
 {
     bool stored = true;
     try {
-        after.store(folder.path());
+        after.store(target.path());
     } catch (ZPropertiesIOException_6_0&) {
         stored = false;
     }
-    long const found = folder.judge(counts, before, after, event);
+    long const found = target.judge(counts, before, after, event);
     if (found >= 0 && (found == after.number()) != stored)
         complain(counts, event + (stored ? ": success was reported" : ": a failure was reported"));
-    if (!stored && folder.names() != (before.isSecret() ? "conf conf.obf" : "conf"))
-        complain(counts, event + ": left are " + folder.names());
-    folder.checkModes(counts, event);
+    if (!stored && target.names() != (before.isSecret() ? "conf conf.obf" : "conf"))
+        complain(counts, event + ": left are " + target.names());
+    target.checkModes(counts, event);
 }
 
 // ---- Full disks --------------------------------------------------------------------------------
@@ -75,7 +75,7 @@ long pagesFor(Growth const& growth)
 }
 
 // Runs a store for each count of free pages. `limit` sets the count; -1 removes the limit.
-void sweep(Counts& counts, StoreFolder const& folder, Extent extent,
+void sweep(Counts& counts, StoreDirectory const& target, Extent extent,
            std::function<bool(long)> const& limit)
 {
     for (Growth const& growth : growths(extent)) {
@@ -87,14 +87,14 @@ void sweep(Counts& counts, StoreFolder const& folder, Extent extent,
             std::string const event = std::to_string(growth.before.size()) + " to " +
                                       std::to_string(growth.after.size()) + " with " +
                                       std::to_string(pages) + " pages free";
-            folder.reset(growth.before);
+            target.reset(growth.before);
             if (!limit(pages)) {
                 complain(counts, event + ": cannot be set up");
                 return;
             }
-            storeAndJudge(counts, folder, growth.before, growth.after, event);
+            storeAndJudge(counts, target, growth.before, growth.after, event);
             limit(-1);
-            folder.tidy(counts, {3, 1000, true}, event);
+            target.tidy(counts, {3, 1000, true}, event);
         }
     }
 }
@@ -131,14 +131,14 @@ void fillMemoryDisk(Counts& counts, Extent extent)
 {
     constexpr long kRoom = 8 << 20;
     if (std::string const why = Mounts::separate(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     TestDirectory const place;
     std::string const& where = place.path();
     if (!Mounts::memory(where, kRoom))
-        return leaveOut(counts, "a tmpfs cannot be mounted here");
+        return skip(counts, "a tmpfs cannot be mounted here");
     {
-        StoreFolder const folder(where);
-        sweep(counts, folder, extent, [&](long pages) {
+        StoreDirectory const target(where);
+        sweep(counts, target, extent, [&](long pages) {
             struct statvfs status;
             statvfs(where.c_str(), &status);
             long const used = static_cast<long>(status.f_blocks - status.f_bfree);
@@ -151,9 +151,9 @@ void fillMemoryDisk(Counts& counts, Extent extent)
 void fillDisk(Counts& counts, Extent extent)
 {
     if (extent == Extent::share)
-        return leaveOut(counts, "in the full run");
+        return skip(counts, "in the full run");
     if (std::string const why = Mounts::separate(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     TestDirectory const place;
     std::string const where = place.at("mounted");
     std::filesystem::create_directory(where);
@@ -161,11 +161,11 @@ void fillDisk(Counts& counts, Extent extent)
                           ? Mounts::image(place.at("image"), where)
                           : "mkfs.ext4 is missing";
     if (!why.empty())
-        return leaveOut(counts, why);
-    std::filesystem::create_directory(where + "/folder");
+        return skip(counts, why);
+    std::filesystem::create_directory(where + "/directory");
     {
-        StoreFolder const folder(where + "/folder");
-        sweep(counts, folder, extent,
+        StoreDirectory const target(where + "/directory");
+        sweep(counts, target, extent,
               [&](long pages) { return fill(where, where + "/filler", pages); });
     }
     Mounts::unmount(where);
@@ -174,10 +174,10 @@ void fillDisk(Counts& counts, Extent extent)
 void limitFileSize(Counts& counts, Extent extent)
 {
     TestDirectory const place;
-    StoreFolder const folder(place.path());
+    StoreDirectory const target(place.path());
     rlimit before;
     getrlimit(RLIMIT_FSIZE, &before);
-    sweep(counts, folder, extent, [&](long pages) {
+    sweep(counts, target, extent, [&](long pages) {
         rlimit limit = before;
         if (pages >= 0)
             limit.rlim_cur = static_cast<rlim_t>(pages * kPage);
@@ -197,25 +197,25 @@ class Disk {
 public:
     Disk()
     {
-        std::filesystem::create_directory(folder());
+        std::filesystem::create_directory(mountPoint());
         obstacle_ = Mounts::separate();
         if (obstacle_.empty())
             obstacle_ = Mounts::makeImage(at("disk"), kMegabytes)
-                            ? Mounts::image(at("disk"), folder())
+                            ? Mounts::image(at("disk"), mountPoint())
                             : "mkfs.ext4 is missing";
         running_ = obstacle_.empty();
-        std::filesystem::remove(folder() + "/lost+found");
+        std::filesystem::remove(mountPoint() + "/lost+found");
     }
     Disk(Disk const&) = delete;
     Disk& operator=(Disk const&) = delete;
     ~Disk()
     {
         if (running_)
-            Mounts::unmount(folder());
+            Mounts::unmount(mountPoint());
     }
 
     std::string const& obstacle() const { return obstacle_; }
-    std::string folder() const { return at("mounted"); }
+    std::string mountPoint() const { return at("mounted"); }
 
     // Copies the disk and mounts the copy instead of it, as a restart would, for a process that
     // checks the files.
@@ -223,10 +223,11 @@ public:
     {
         copy();
         return ended(inChild([&] {
-                   if (!Mounts::separate().empty() || !Mounts::image(at("copy"), folder()).empty())
+                   if (!Mounts::separate().empty() ||
+                       !Mounts::image(at("copy"), mountPoint()).empty())
                        return 1;
                    look();
-                   Mounts::unmount(folder());
+                   Mounts::unmount(mountPoint());
                    return 0;
                })) == 0;
     }
@@ -261,21 +262,21 @@ void cutPower(Counts& counts, Extent extent)
     constexpr size_t kLargest = 60000;
     Disk const disk;
     if (!disk.obstacle().empty())
-        return leaveOut(counts, disk.obstacle());
+        return skip(counts, disk.obstacle());
     counts.planned = cuts;
-    StoreFolder const folder(disk.folder());
+    StoreDirectory const target(disk.mountPoint());
     Generation const first(1, 1000, true);
-    folder.reset(first);
-    Writer writer(folder.path(), first.number(), kLargest);
+    target.reset(first);
+    Writer writer(target.path(), first.number(), kLargest);
     std::minstd_rand random(1);
     for (long i = 0; i < cuts; ++i) {
         usleep(300 + random() % 20000);
         writer.stop();
         std::string const event = "cut " + std::to_string(i);
         bool const restarted = disk.restart([&] {
-            folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
-            folder.checkModes(counts, event);
-            folder.tidy(counts, {writer.inFlight().number() + 1, 5000, true}, event);
+            target.judge(counts, writer.acknowledged(), writer.inFlight(), event);
+            target.checkModes(counts, event);
+            target.tidy(counts, {writer.inFlight().number() + 1, 5000, true}, event);
         });
         if (!restarted || !writer.isAlive())
             return complain(counts, event + ": the disk failed or the writer ended");
@@ -309,14 +310,14 @@ void turnSwitches(std::string const& path, long number)
 
 }  // namespace
 
-void cutPowerBehindAnEdit(Counts& counts, Extent extent)
+void cutPowerAfterAnEdit(Counts& counts, Extent extent)
 {
     long const cuts = extent == Extent::full ? 200 : 4;
     Disk const disk;
     if (!disk.obstacle().empty())
-        return leaveOut(counts, disk.obstacle());
+        return skip(counts, disk.obstacle());
     counts.planned = cuts;
-    std::string const path = disk.folder() + "/conf";
+    std::string const path = disk.mountPoint() + "/conf";
     std::ofstream(path) << kSwitches[0];
     sync();
     for (long i = 0; i < cuts; ++i) {

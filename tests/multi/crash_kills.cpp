@@ -11,7 +11,7 @@
 
 #include "Campaign.h"
 #include "Generation.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "Writer.h"
 
 namespace {
@@ -23,27 +23,27 @@ constexpr size_t kLargest = 200000;
 void killWriters(Counts& counts, std::string const& under, long kills, unsigned seed)
 {
     TestDirectory const place(under);
-    StoreFolder const folder(place.path());
+    StoreDirectory const target(place.path());
     std::minstd_rand random(seed);
     Generation last(1, 1000, true);
-    folder.reset(last);
+    target.reset(last);
     for (long i = 0; i < kills; ++i) {
-        Writer writer(folder.path(), last.number(), kLargest);
+        Writer writer(target.path(), last.number(), kLargest);
         usleep(300 + random() % 11700);
         std::string const event = "kill " + std::to_string(i) + " of " + std::to_string(seed);
         if (!writer.kill())
             complain(counts, event + ": a store failed before the kill");
-        folder.checkModes(counts, event);
-        long const found = folder.judge(counts, writer.acknowledged(), writer.inFlight(), event);
+        target.checkModes(counts, event);
+        long const found = target.judge(counts, writer.acknowledged(), writer.inFlight(), event);
         if (found < 0)
-            folder.reset(last = Generation(found + 2, 1000, true));
+            target.reset(last = Generation(found + 2, 1000, true));
         else
             last = found == writer.inFlight().number() ? writer.inFlight() : writer.acknowledged();
         // Every second writer starts from the files of the killed one, the others from a complete
         // store.
         if (i % 2 == 0) {
             last = Writer::generation(last.number() + 1, kLargest);
-            folder.tidy(counts, last, event);
+            target.tidy(counts, last, event);
         }
     }
 }
@@ -62,10 +62,10 @@ void killAtRandom(Counts& counts, std::string const& under, long kills)
             complain(counts, "a worker ended early");
 }
 
-std::string kindOf(std::string const& folder)
+std::string kindOf(std::string const& directory)
 {
     struct statfs status;
-    if (statfs(folder.c_str(), &status) != 0)
+    if (statfs(directory.c_str(), &status) != 0)
         return "?";
     switch (status.f_type) {
         case 0xEF53:
@@ -94,6 +94,6 @@ void killAtRandomOnDisk(Counts& counts, Extent extent)
 void killAtRandomInMemory(Counts& counts, Extent extent)
 {
     if (access("/dev/shm", W_OK) != 0)
-        return leaveOut(counts, "/dev/shm is missing");
+        return skip(counts, "/dev/shm is missing");
     killAtRandom(counts, "/dev/shm", extent == Extent::full ? 5000 : 100);
 }

@@ -15,7 +15,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Mounts.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "StoreRow.h"
 #include "User.h"
 
@@ -172,7 +172,7 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
 {
     return ended(inChild([&] {
         if (user.id != 0)
-            ScopedUser::becomeForGood(user);
+            ScopedUser::becomePermanently(user);
         try {
             what.store(path);
             return static_cast<int>(stored);
@@ -184,9 +184,9 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
 
 // Returns the names of a directory's files, without the new files that a store could not remove
 // from an append-only directory.
-std::string namesThatCount(StoreFolder const& folder)
+std::string namesThatCount(StoreDirectory const& target)
 {
-    std::string names = folder.names();
+    std::string names = target.names();
     for (char const* name : {".conf.obf.new ", ".conf.zjn.new "})
         if (size_t const at = names.find(name); at != std::string::npos)
             names.erase(at, std::strlen(name));
@@ -198,10 +198,10 @@ int storeAgainst(Counts& counts, std::string const& directory, StoreShape const&
                  Obstacle const& obstacle)
 {
     fs::create_directory(directory);
-    StoreFolder const folder(directory);
+    StoreDirectory const target(directory);
     // Root would not trust a companion that is neither its own nor the file owner's.
-    StoreRow row(counts, folder, shape, obstacle.name, obstacle.storer);
-    for (std::string const& path : {folder.path(), folder.path() + ".obf"})
+    StoreRow row(counts, target, shape, obstacle.name, obstacle.storer);
+    for (std::string const& path : {target.path(), target.path() + ".obf"})
         give(path, *obstacle.storer, 0640);
     give(directory, *obstacle.storer, 0755);
     if (!obstacle.put(directory)) {
@@ -212,13 +212,13 @@ int storeAgainst(Counts& counts, std::string const& directory, StoreShape const&
     int successes = 0;
     for (int i = 0; i < kStores; ++i) {
         std::string const event = row.event();
-        std::string const namesBefore = namesThatCount(folder);
-        int const answer = storeAs(*obstacle.storer, folder.path(), row.next());
+        std::string const namesBefore = namesThatCount(target);
+        int const answer = storeAs(*obstacle.storer, target.path(), row.next());
         row.judge(answer == stored);
         if (answer != stored && answer != raised)
             complain(counts, event + ": ended with " + std::to_string(answer));
-        if (answer == raised && namesThatCount(folder) != namesBefore)
-            complain(counts, event + ": there were " + namesBefore + ", are " + folder.names());
+        if (answer == raised && namesThatCount(target) != namesBefore)
+            complain(counts, event + ": there were " + namesBefore + ", are " + target.names());
         successes += answer == stored;
     }
     if (!obstacle.remove(directory))
@@ -230,12 +230,12 @@ int storeAgainst(Counts& counts, std::string const& directory, StoreShape const&
 
 }  // namespace
 
-void meetObstacles(Counts& counts, Extent)
+void storeWithObstacles(Counts& counts, Extent)
 {
     if (std::string const why = obstacleToOtherUsers(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     if (std::string const why = Mounts::separate(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     umask(022);
     TestDirectory const place(TestDirectory::Place::memory);
     chmod(place.path().c_str(), 0755);
@@ -247,7 +247,7 @@ void meetObstacles(Counts& counts, Extent)
             int const done = storeAgainst(counts, place.at("home"), shape, obstacle);
             successes += done > 0 ? done : 0;
             if (done < 0)
-                missing += std::string(missing.empty() ? "; left out: " : ", ") + obstacle.name;
+                missing += std::string(missing.empty() ? "; skipped: " : ", ") + obstacle.name;
         }
     remark(counts, std::to_string(successes) + " stores succeeded despite an obstacle" + missing);
 }

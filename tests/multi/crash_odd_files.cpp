@@ -11,7 +11,7 @@
 
 #include "Campaign.h"
 #include "Generation.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "TreeState.h"
 
 namespace {
@@ -31,11 +31,11 @@ public:
     {
         fs::create_directory(root_ + "/ours");
         fs::create_directory(root_ + "/elsewhere");
-        fs::create_directories(root_ + "/foreign/folder");
+        fs::create_directories(root_ + "/foreign/directory");
         put("/foreign/open", "another user's text\n", 0644);
         put("/foreign/secret", "another user's secret\n", 0600);
         put("/foreign/shared", "shared text\n", 0666);
-        put("/foreign/folder/deep", "deep\n", 0640);
+        put("/foreign/directory/deep", "deep\n", 0640);
         // The companion of another file: a zlib stream.
         Generation(1, 100, true).store(root_ + "/foreign/other");
     }
@@ -46,8 +46,8 @@ public:
 
     void clear() const
     {
-        for (char const* folder : {"/ours", "/elsewhere"})
-            for (auto const& entry : fs::directory_iterator(root_ + folder))
+        for (char const* directory : {"/ours", "/elsewhere"})
+            for (auto const& entry : fs::directory_iterator(root_ + directory))
                 fs::remove_all(entry.path());
     }
 
@@ -76,7 +76,7 @@ constexpr Kind kKinds[] = {
      }},
     {"link to a directory",
      [](Scene const& scene, std::string const& path) {
-         return symlink(scene.foreign("folder").c_str(), path.c_str()) == 0;
+         return symlink(scene.foreign("directory").c_str(), path.c_str()) == 0;
      }},
     {"dangling link",
      [](Scene const& scene, std::string const& path) {
@@ -87,7 +87,7 @@ constexpr Kind kKinds[] = {
          return link(scene.foreign("shared").c_str(), path.c_str()) == 0;
      }},
     {"FIFO", [](Scene const&, std::string const& path) { return mkfifo(path.c_str(), 0600) == 0; }},
-    {"folder",
+    {"directory",
      [](Scene const&, std::string const& path) { return mkdir(path.c_str(), 0700) == 0; }},
     {"device",
      [](Scene const&, std::string const& path) {
@@ -147,13 +147,13 @@ Generation const kSecond(2, 9000, true);
 void judge(Counts& counts, Scene const& scene, int answer, bool loadable, std::string const& event)
 {
     std::string const path = scene.ours("conf");
-    StoreFolder const folder(scene.ours(""));
+    StoreDirectory const target(scene.ours(""));
     if (answer == stored) {
-        folder.judge(counts, kSecond, kSecond, event);
+        target.judge(counts, kSecond, kSecond, event);
         if (modeOf(path + ".obf") != modeOf(path))
             complain(counts, event + ": mode of the companion");
     } else if (answer == raised && loadable) {
-        folder.judge(counts, kFirst, kFirst, event);
+        target.judge(counts, kFirst, kFirst, event);
     } else {
         ++counts.events;
         if (answer != raised)
@@ -186,7 +186,7 @@ void besideTheFile(Counts& counts, Scene const& scene)
                 for (char const* aside :
                      {".conf.zjn.orphan", ".conf.zjn.new.orphan", ".conf.obf.new.orphan"})
                     fs::remove_all(scene.ours(aside));
-                StoreFolder(scene.ours("")).tidy(counts, {3, 100, false}, event);
+                StoreDirectory(scene.ours("")).tidy(counts, {3, 100, false}, event);
             });
 }
 
@@ -233,7 +233,7 @@ struct Case {
     bool secret;        // whether the store has a value for a companion
 };
 constexpr Case kCases[] = {
-    {"open", 0600, true},       {"secret", 0600, true},    {"folder", 0600, true},
+    {"open", 0600, true},       {"secret", 0600, true},    {"directory", 0600, true},
     {"missing", 0600, false},   {"/dev/null", 0600, true}, {"/dev/zero", 0600, true},
     {"other.obf", 0600, false}, {"other.obf", 0666, true}, {"other.obf", 0666, false},
     {"open", 0666, true},       {"secret", 0666, false},
@@ -277,7 +277,7 @@ void withAForeignCompanion(Counts& counts, Scene const& scene)
 
 }  // namespace
 
-void storeInOddPlaces(Counts& counts, Extent)
+void storeAmongOddFiles(Counts& counts, Extent)
 {
     TestDirectory const place(TestDirectory::Place::memory);
     Scene const scene(place.path());

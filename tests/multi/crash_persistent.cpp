@@ -7,7 +7,7 @@
 #include "Causes.h"
 #include "Generation.h"
 #include "Stepper.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "StoreRow.h"
 
 namespace {
@@ -68,10 +68,10 @@ int storeAll(std::string const& path, StoreShape const& shape, Answers& answers)
     return 0;
 }
 
-std::vector<Call> callsOfFirstStore(StoreFolder const& folder, StoreShape const& shape)
+std::vector<Call> callsOfFirstStore(StoreDirectory const& target, StoreShape const& shape)
 {
     auto& answers = shared<Answers>();
-    Stepper stepper([&] { return storeAll(folder.path(), shape, answers); });
+    Stepper stepper([&] { return storeAll(target.path(), shape, answers); });
     std::vector<Call> calls;
     for (bool inside = false; stepper.nextOnFiles();) {
         Call const& call = stepper.call();
@@ -84,11 +84,11 @@ std::vector<Call> callsOfFirstStore(StoreFolder const& folder, StoreShape const&
     return calls;
 }
 
-void runUnder(Counts& counts, StoreFolder const& folder, StoreShape const& shape,
+void runUnder(Counts& counts, StoreDirectory const& target, StoreShape const& shape,
               Cause const& cause, Answers& answers)
 {
-    StoreRow row(counts, folder, shape, cause.describe());
-    Stepper stepper([&] { return storeAll(folder.path(), shape, answers); });
+    StoreRow row(counts, target, shape, cause.describe());
+    Stepper stepper([&] { return storeAll(target.path(), shape, answers); });
     size_t like = 0;
     while (stepper.nextOnFiles()) {
         Call const& call = stepper.call();
@@ -98,7 +98,7 @@ void runUnder(Counts& counts, StoreFolder const& folder, StoreShape const& shape
         } else if (call.argument == 0) {
             like = 0;
         } else {
-            folder.checkModes(counts, row.event());
+            target.checkModes(counts, row.event());
             row.judge(answers.stored[call.argument - 1]);
         }
     }
@@ -109,20 +109,20 @@ void runUnder(Counts& counts, StoreFolder const& folder, StoreShape const& shape
 
 }  // namespace
 
-void failForGood(Counts& counts, Extent extent)
+void failPersistently(Counts& counts, Extent extent)
 {
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     TestDirectory const directory(TestDirectory::Place::memory);
-    StoreFolder const folder(directory.path());
+    StoreDirectory const target(directory.path());
     auto& answers = shared<Answers>();
     for (StoreShape const& shape : kShapes) {
-        folder.reset(shape.generations[0]);
-        std::vector<Call> const calls = callsOfFirstStore(folder, shape);
+        target.reset(shape.generations[0]);
+        std::vector<Call> const calls = callsOfFirstStore(target, shape);
         std::vector<Cause> const causes = lastingCauses(calls, extent);
         counts.planned += static_cast<long>(causes.size()) * (kStores + 1);
         for (Cause const& cause : causes)
-            runUnder(counts, folder, shape, cause, answers);
+            runUnder(counts, target, shape, cause, answers);
         if (extent == Extent::share)
             break;
     }

@@ -105,7 +105,7 @@ bool isOneOf(char step, char const* letters)
 
 // ---- In the process whose calls fail -----------------------------------------------------------
 
-enum Outcome { leftOut, done, refused, wrong };
+enum Outcome { isSkipped, done, refused, wrong };
 
 // Discards the reports of failed clean-up.
 class Silence final : public ZMessageService_6_0 {
@@ -156,7 +156,7 @@ public:
     void step(char letter)
     {
         known_.step = letter;
-        known_.outcome = leftOut;
+        known_.outcome = isSkipped;
         known_.update = first_ != nullptr && first_->getUpdate() != 0;
         known_.failure[0] = '\0';
         if (!isWanted(letter))
@@ -775,10 +775,10 @@ private:
 
 }  // namespace
 
-void failLocksForGood(Counts& counts, Extent extent)
+void failLocksPersistently(Counts& counts, Extent extent)
 {
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     TestDirectory const directory(TestDirectory::Place::memory);
     auto& known = shared<Known>();
     for (Round const& round : kRoundsOfLocks) {

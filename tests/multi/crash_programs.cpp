@@ -183,12 +183,12 @@ void run(Counts& counts, long stores, bool kills)
 
 }  // namespace
 
-void storeBesideOthers(Counts& counts, Extent extent)
+void storeAmongPrograms(Counts& counts, Extent extent)
 {
     run(counts, extent == Extent::full ? 100000 : 2000, false);
 }
 
-void killBesideOthers(Counts& counts, Extent extent)
+void killAmongPrograms(Counts& counts, Extent extent)
 {
     run(counts, extent == Extent::full ? 50000 : 1000, true);
 }

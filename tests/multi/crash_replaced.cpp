@@ -10,7 +10,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Stepper.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "TreeState.h"
 
 namespace {
@@ -63,8 +63,8 @@ struct Order {
 
 class Race {
 public:
-    Race(Counts& counts, StoreFolder const& folder, Shape const& shape)
-        : counts_(counts), folder_(folder), shape_(shape)
+    Race(Counts& counts, StoreDirectory const& target, Shape const& shape)
+        : counts_(counts), target_(target), shape_(shape)
     {
     }
 
@@ -72,15 +72,15 @@ public:
     /// first writer changes anything.
     void measure()
     {
-        folder_.reset(shape_.before);
-        Stepper first([&] { return store(folder_.path(), shape_.first); });
+        target_.reset(shape_.before);
+        Stepper first([&] { return store(target_.path(), shape_.first); });
         while (first.nextOnFiles()) {
             if (changesResult(first.call()))
                 lastChange_ = firstCalls_;
             ++firstCalls_;
         }
         edit();
-        Stepper second([&] { return store(folder_.path(), shape_.second); });
+        Stepper second([&] { return store(target_.path(), shape_.second); });
         while (second.nextOnFiles())
             ++secondCalls_;
     }
@@ -89,16 +89,16 @@ public:
 
     void run(Order const& order)
     {
-        folder_.reset(shape_.before);
-        Stepper first([&] { return store(folder_.path(), shape_.first); });
+        target_.reset(shape_.before);
+        Stepper first([&] { return store(target_.path(), shape_.first); });
         std::string event = std::string(shape_.name) + ", replaced before ";
         advance(first, order.editAt, event);
         edit();
-        Stepper second([&] { return store(folder_.path(), shape_.second); });
+        Stepper second([&] { return store(target_.path(), shape_.second); });
         event += order.killed ? ", second writer killed before " : ", second writer waits before ";
         advance(second, order.secondTo, event);
         bool const firstStored = first.finish() == stored;
-        bool const reached = contentsOf(folder_.path()).find(generationLine()) != std::string::npos;
+        bool const reached = contentsOf(target_.path()).find(generationLine()) != std::string::npos;
         if (firstStored && !reached && order.editAt <= lastChange_)
             complain(counts_, event + ": success was reported for a file without a name");
         bool secondStored = false;
@@ -135,7 +135,7 @@ private:
     // Renames another file over the file.
     void edit() const
     {
-        std::string const path = folder_.path();
+        std::string const path = target_.path();
         std::string const edited = path + ".edit";
         std::ofstream(edited) << shape_.edited.text();
         chmod(edited.c_str(), 0640);
@@ -153,7 +153,7 @@ private:
         if (!secondStored)
             allowed.push_back(shape_.edited);
         try {
-            Generation const found = Generation::load(folder_.path());
+            Generation const found = Generation::load(target_.path());
             bool isAllowed = false;
             for (Generation const& each : allowed)
                 isAllowed = isAllowed || each.number() == found.number();
@@ -173,9 +173,9 @@ private:
     // Stores once more; orphans may stay.
     void tidy(std::string const& event) const
     {
-        if (store(folder_.path(), shape_.next) != stored)
+        if (store(target_.path(), shape_.next) != stored)
             return complain(counts_, event + ": then no store succeeds");
-        std::filesystem::path const path = folder_.path();
+        std::filesystem::path const path = target_.path();
         for (auto const& entry : std::filesystem::directory_iterator(path.parent_path())) {
             std::string const name = entry.path().filename().string();
             if (name != "conf" && (name != "conf.obf" || !shape_.next.isSecret()) &&
@@ -185,7 +185,7 @@ private:
     }
 
     Counts& counts_;
-    StoreFolder const& folder_;
+    StoreDirectory const& target_;
     Shape const& shape_;
     size_t firstCalls_ = 0;
     size_t secondCalls_ = 0;
@@ -197,14 +197,14 @@ private:
 void replaceDuringStores(Counts& counts, Extent extent)
 {
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     bool const all = extent == Extent::full;
     size_t const editStride = all ? 1 : 5;
     size_t const secondStride = all ? 3 : 17;
     TestDirectory const directory(TestDirectory::Place::memory);
-    StoreFolder const folder(directory.path());
+    StoreDirectory const target(directory.path());
     for (Shape const& shape : kShapes) {
-        Race race(counts, folder, shape);
+        Race race(counts, target, shape);
         race.measure();
         counts.planned += static_cast<long>((race.firstCalls() / editStride + 1) *
                                             (race.secondCalls() / secondStride + 1));

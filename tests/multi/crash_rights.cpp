@@ -17,7 +17,7 @@
 #include "Campaign.h"
 #include "Generation.h"
 #include "Stepper.h"
-#include "StoreFolder.h"
+#include "StoreDirectory.h"
 #include "User.h"
 
 namespace {
@@ -355,7 +355,7 @@ int storeAs(User const& user, std::string const& path, Generation const& what)
 {
     try {
         if (user.id != 0)
-            ScopedUser::becomeForGood(user);
+            ScopedUser::becomePermanently(user);
         what.store(path);
         return stored;
     } catch (ZException_6_0&) {
@@ -371,7 +371,7 @@ int loadAs(User const& user, std::string const& path)
     return ended(inChild([&] {
         try {
             if (user.id != 0)
-                ScopedUser::becomeForGood(user);
+                ScopedUser::becomePermanently(user);
             return static_cast<int>(Generation::load(path).number());
         } catch (ZException_6_0&) {
             return static_cast<int>(raised);
@@ -468,12 +468,12 @@ void killStores(Counts& counts, std::string const& root, Extent extent)
 
 }  // namespace
 
-void watchRights(Counts& counts, Extent extent)
+void checkRights(Counts& counts, Extent extent)
 {
     if (std::string const why = obstacleToOtherUsers(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     if (std::string const why = Stepper::obstacle(); !why.empty())
-        return leaveOut(counts, why);
+        return skip(counts, why);
     umask(0);
     for (auto const place : {TestDirectory::Place::memory, TestDirectory::Place::disk}) {
         TestDirectory const directory(place);
@@ -485,7 +485,7 @@ void watchRights(Counts& counts, Extent extent)
             killStores(counts, directory.path(), extent);
         } catch (std::runtime_error const& problem) {
             if (counts.events == 0)
-                return leaveOut(counts, problem.what());
+                return skip(counts, problem.what());
             remark(counts, problem.what());
         }
         if (extent == Extent::share)
