@@ -10,10 +10,10 @@
 #include "ZPropertiesImpl_p.h"
 #include "reporting/stream.h"
 
+using cache::checkedView;
 using cache::Id;
 using cache::MapOrder;
 using cache::Store;
-using cache::View;
 
 namespace {
 
@@ -460,8 +460,8 @@ bool ZPCategoryBasedCache_6_0::Values::next(Text& value)
         value = first_;
     } else {
         auto const& store = *static_cast<Store const*>(store_);
-        View const text = store.text(store.value(next_));
-        value = {text.chars, text.length};
+        std::string_view const text = store.text(store.value(next_));
+        value = {text.data(), text.size()};
         next_ = store.value(next_).next;
     }
     return true;
@@ -535,7 +535,7 @@ void ZPCategoryBasedCache_6_0::add(char const* category, char const* key, char c
 {
     if (category == nullptr)
         return;
-    rep_->add(View::of(category), View::of(key), View::of(value), kindOf(obfuscated));
+    rep_->add(checkedView(category), checkedView(key), checkedView(value), kindOf(obfuscated));
     changed();
 }
 
@@ -548,7 +548,7 @@ void ZPCategoryBasedCache_6_0::set(char const* category, char const* key, char c
 {
     if (category == nullptr)
         return;
-    rep_->set(View::of(category), View::of(key), View::of(value), Store::plain);
+    rep_->set(checkedView(category), checkedView(key), checkedView(value), Store::plain);
     changed();
 }
 
@@ -562,7 +562,7 @@ void ZPCategoryBasedCache_6_0::setObfuscated(char const* category, char const* k
 {
     if (category == nullptr)
         return;
-    rep_->set(View::of(category), View::of(key), View::of(value), Store::obfuscated);
+    rep_->set(checkedView(category), checkedView(key), checkedView(value), Store::obfuscated);
     changed();
 }
 
@@ -648,8 +648,8 @@ void ZPCategoryBasedCache_6_0::getNames(ZArrayList_6_0& out) const
     Additions additions(out);
     for (Id const id : MapOrder(*rep_)) {
         if (out.ownsMembers()) {
-            View const name = rep_->name(rep_->category(id));
-            additions.addNew(new ZLCString_6_0(name.chars, name.length));
+            std::string_view const name = rep_->name(rep_->category(id));
+            additions.addNew(cache::newString(name));
         } else {
             out.addNoCopy(rep_->categoryName(id));
         }
@@ -665,8 +665,8 @@ void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& ou
     Additions additions(out);
     for (Id const id : MapOrder(*rep_, found)) {
         if (out.ownsMembers()) {
-            View const name = rep_->name(rep_->key(id));
-            additions.addNew(new ZLCString_6_0(name.chars, name.length));
+            std::string_view const name = rep_->name(rep_->key(id));
+            additions.addNew(cache::newString(name));
         } else {
             out.addNoCopy(rep_->keyName(id));
         }
@@ -705,8 +705,8 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
         text.add(rep_->name(rep_->category(category)));
         text.add("]\n");
         for (Id const key : MapOrder(*rep_, category)) {
-            View const name = rep_->name(rep_->key(key));
-            rep_->eachValue(key, Store::plain, [&](View value) {
+            std::string_view const name = rep_->name(rep_->key(key));
+            rep_->eachValue(key, Store::plain, [&](std::string_view value) {
                 text.add(name);
                 text.add(" = ");
                 text.add(value);
@@ -735,7 +735,7 @@ void ZPCategoryBasedCache_6_0::delLine(char const* category, char const* key)
         Rep::Derived::deleteLine(*this, category, key);
         return;
     }
-    rep_->deleteLine(View::of(category), View::of(key));
+    rep_->deleteLine(checkedView(category), checkedView(key));
     changed();
 }
 
@@ -748,7 +748,7 @@ void ZPCategoryBasedCache_6_0::addLine(char const* category, char const* key, ch
         Rep::Derived::addLine(*this, category, key, value, obfuscated);
         return;
     }
-    rep_->addLine(View::of(category), View::of(key), View::of(value), kindOf(obfuscated));
+    rep_->addLine(checkedView(category), checkedView(key), checkedView(value), kindOf(obfuscated));
     changed();
 }
 
@@ -761,7 +761,7 @@ void ZPCategoryBasedCache_6_0::addFileComment(char const* comment)
 {
     if (comment == nullptr)
         return;
-    rep_->addFileComment(View::of(comment));
+    rep_->addFileComment(checkedView(comment));
     changed();
 }
 
@@ -779,7 +779,7 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
         Rep::Derived::addLineComment(*this, category, key, comment);
         return;
     }
-    rep_->addLineComment(View::of(category), View::of(key), View::of(comment));
+    rep_->addLineComment(checkedView(category), checkedView(key), checkedView(comment));
     changed();
 }
 
@@ -835,7 +835,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
     if (id == 0)
         return values;
 
-    auto const textOf = [](View text) { return Text{text.chars, text.length}; };
+    auto const textOf = [](std::string_view text) { return Text{text.data(), text.size()}; };
     cache::Key const& found = rep_->key(id);
     if (found.more == 0) {  // one plain value, or none
         values.count_ = found.value != 0 && type != obfuscatedValues;
@@ -883,15 +883,15 @@ ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& c
     MapOrder const ids(*rep_, found);
     size_t bytes = 0;
     for (Id const id : ids)
-        bytes += sizeof(ZPCachedKey_6_0) + rep_->name(rep_->key(id)).length + size_t{1};
+        bytes += sizeof(ZPCachedKey_6_0) + rep_->name(rep_->key(id)).size() + 1;
     auto* const keys = static_cast<ZPCachedKey_6_0*>(cache::reallocate(nullptr, bytes));
     auto* text = reinterpret_cast<char*>(keys + rep_->category(found).keyCount);
     for (Id const id : ids) {
-        View const name = rep_->name(rep_->key(id));
+        std::string_view const name = rep_->name(rep_->key(id));
         keys[count++] = {text, id};
-        memcpy(text, name.chars, name.length);
-        text[name.length] = '\0';
-        text += name.length + size_t{1};
+        memcpy(text, name.data(), name.size());
+        text[name.size()] = '\0';
+        text += name.size() + 1;
     }
     return keys;
 }
@@ -908,8 +908,8 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
     cache::Key const& found = rep_->key(id);
     if (type == obfuscatedValues || found.value == 0)
         return false;
-    View const only = rep_->text(found);
-    value = {only.chars, only.length};
+    std::string_view const only = rep_->text(found);
+    value = {only.data(), only.size()};
     return true;
 }
 
@@ -921,7 +921,7 @@ void ZPCategoryBasedCache_6_0::addStanzaLine(char const* category)
         Rep::Derived::addStanzaLine(*this, category);
         return;
     }
-    rep_->addStanzaLine(View::of(category));
+    rep_->addStanzaLine(checkedView(category));
     changed();
 }
 
@@ -933,7 +933,7 @@ void ZPCategoryBasedCache_6_0::delStanzaLine(char const* category)
         Rep::Derived::deleteStanza(*this, category);
         return;
     }
-    rep_->deleteStanza(View::of(category));
+    rep_->deleteStanza(checkedView(category));
     changed();
 }
 
@@ -948,14 +948,14 @@ void ZPCategoryBasedCache_6_0::addStanzaComment(char const* category, char const
     Id const id = rep_->liveCategory(category);
     if (id == 0)
         return;
-    rep_->addStanzaComment(id, View::of(comment));
+    rep_->addStanzaComment(id, checkedView(comment));
     changed();
 }
 
 bool ZPCategoryBasedCache_6_0::isCommentWeWant(char const* pattern, char const* text)
 {
     return pattern != nullptr && text != nullptr &&
-           cache::beginsWithPattern(View::of(pattern), text);
+           cache::beginsWithPattern(checkedView(pattern), text);
 }
 
 int ZPCategoryBasedCache_6_0::validateCategory(char const* category)
@@ -992,7 +992,7 @@ void ZPCategoryBasedCache_6_0::getLines(ZArrayList_6_0& out) const
         cache::Line const& line = rep_->line(id);
         if (line.isBelowBlank)
             additions.addNew(new ZPropLine_6_0(ZPropLine_6_0::blank, ""));
-        additions.addNew(new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).chars));
+        additions.addNew(new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).data()));
     }
     additions.done();
 }
@@ -1002,8 +1002,8 @@ void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
     Additions additions(out);
     for (Id id = rep_->firstItem(); id != 0; id = rep_->item(id).nextItem) {
         cache::Key const& key = rep_->key(rep_->item(id).key);
-        additions.addNew(new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).chars,
-                                                 rep_->name(key).chars));
+        additions.addNew(new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).data(),
+                                                 rep_->name(key).data()));
     }
     additions.done();
 }

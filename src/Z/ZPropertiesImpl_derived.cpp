@@ -11,16 +11,17 @@
 #include "ZPropertiesImpl_p.h"
 #include "reporting/cancellation.h"
 
-using cache::View;
+using cache::checkedView;
 
 namespace {
 
-View viewOf(ZLCString_6_0 const& string)
+std::string_view viewOf(ZLCString_6_0 const& string)
 {
     return {string.getChars(), string.getLength()};
 }
 
-// Calls `call(View)` for each value in a list that an override gave; returns whether there is one.
+// Calls `call(std::string_view)` for each value in a list that an override gave; returns whether
+// there is one.
 template <class Call>
 bool eachValueOf(ZArrayList_6_0 const* list, Call call)
 {
@@ -29,7 +30,7 @@ bool eachValueOf(ZArrayList_6_0 const* list, Call call)
         auto const* const text = static_cast<ZAbstractString_6_0 const*>(list->get(i));
         if (text == nullptr)
             continue;
-        call(View(text->getChars(), text->getLength()));
+        call(std::string_view(text->getChars(), text->getLength()));
         isAny = true;
     }
     return isAny;
@@ -104,7 +105,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addStanzaComment(Cache& cache, char
     ZLCString_6_0 const name(category);
     if (cache.contains(name.getChars()) == 0)
         return;
-    cache.rep().commentStanza(viewOf(name), View::of(comment));
+    cache.rep().commentStanza(viewOf(name), checkedView(comment));
     cache.changed();
 }
 
@@ -172,7 +173,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, cache::Te
             auto const& key = static_cast<ZLCString_6_0 const&>(*keys.get(k));
             ZArrayList_6_0 const* const values =
                 cache.get(category.getChars(), key.getChars(), plainValues);
-            bool const isAny = eachValueOf(values, [&](View value) {
+            bool const isAny = eachValueOf(values, [&](std::string_view value) {
                 text.add(viewOf(key));
                 text.add(" = ");
                 text.add(value);
@@ -194,9 +195,9 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuff
     bool isSkipping = false;  // the lines of a stanza that was removed
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
-        View const name = viewOf(line.text());
+        std::string_view const name = viewOf(line.text());
         if (line.type() == ZPropLine_6_0::stanzaHead) {
-            category = name.chars;
+            category = name.data();
             isSkipping = cache.contains(category) == 0;
         }
         if (isSkipping)
@@ -206,11 +207,13 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuff
                 cache::writeHead(name, text);
                 break;
             case ZPropLine_6_0::keyLine:
-                if (cache.contains(category, name.chars) == 0)
+                if (cache.contains(category, name.data()) == 0)
                     break;
-                if (!eachValueOf(cache.get(category, name.chars, plainValues),
-                                 [&](View value) { cache::writeValue(name, value, text); }) &&
-                    !eachValueOf(cache.get(category, name.chars, obfuscatedValues), [](View) {}))
+                if (!eachValueOf(
+                        cache.get(category, name.data(), plainValues),
+                        [&](std::string_view value) { cache::writeValue(name, value, text); }) &&
+                    !eachValueOf(cache.get(category, name.data(), obfuscatedValues),
+                                 [](std::string_view) {}))
                     cache::writeEmptyKey(name, text);
                 break;
             default:
@@ -220,18 +223,19 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuff
     }
 }
 
-void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(Cache& cache,
-                                                            void (*call)(void*, View, View, View),
-                                                            void* to)
+void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(
+    Cache& cache, void (*call)(void*, std::string_view, std::string_view, std::string_view),
+    void* to)
 {
     ZArrayList_6_0 items(16, 1);
     cache.getObfuscatedItems(items);
     for (unsigned i = 0; i < items.size(); ++i) {
         auto const& item = static_cast<ZObfuscatedItem_6_0 const&>(*items.get(i));
         char const* const category = item.category().getChars();
-        eachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues), [&](View value) {
-            call(to, viewOf(item.category()), viewOf(item.key()), value);
-        });
+        eachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues),
+                    [&](std::string_view value) {
+                        call(to, viewOf(item.category()), viewOf(item.key()), value);
+                    });
     }
 }
 
@@ -254,33 +258,33 @@ ZPCategoryBasedCache_6_0::Rep::DerivedReader::~DerivedReader()
         free(std::exchange(kept_, kept_->next));
 }
 
-View ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(View text)
+std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(std::string_view text)
 {
-    auto* const kept = static_cast<Kept*>(cache::reallocate(nullptr, sizeof(Kept) + text.length));
+    auto* const kept = static_cast<Kept*>(cache::reallocate(nullptr, sizeof(Kept) + text.size()));
     kept->next = kept_;
     kept_ = kept;
-    memcpy(kept->text, text.chars, text.length);
-    kept->text[text.length] = '\0';
-    return {kept->text, text.length};
+    memcpy(kept->text, text.data(), text.size());
+    kept->text[text.size()] = '\0';
+    return {kept->text, text.size()};
 }
 
-void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHead(View name, int lineNumber)
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHead(std::string_view name, int lineNumber)
 {
     if (repetition_.lineNumber != 0)
         return;
-    if (cache_.contains(name.chars) != 0) {
+    if (cache_.contains(name.data()) != 0) {
         repetition_ = {name, lineNumber};
         return;
     }
     // The lines of a category that was removed without them do not come back.
-    if (cache_.rep().liveCategory(name.chars) == 0)
+    if (cache_.rep().liveCategory(name.data()) == 0)
         cache_.rep().removeSection(name);
-    cache_.set(name.chars, nullptr, nullptr);
+    cache_.set(name.data(), nullptr, nullptr);
     cache_.rep().readHead(name);
     category_ = name;
 }
 
-void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addComment(View text)
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addComment(std::string_view text)
 {
     if (repetition_.lineNumber == 0)
         cache_.rep().readComment(text);
@@ -292,11 +296,12 @@ void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addBlank()
         cache_.rep().readBlank();
 }
 
-void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addKey(View name, View value)
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addKey(std::string_view name,
+                                                          std::string_view value)
 {
     if (repetition_.lineNumber != 0)
         return;
-    cache_.add(category_.chars, name.chars, value.chars, 0);
+    cache_.add(category_.data(), name.data(), value.data(), 0);
     cache_.rep().readKey(category_, name);
 }
 

@@ -206,11 +206,11 @@ uint32_t Trees::rank(Id id) const
 // long to be read back as one. Every line but the first gets a "#" when it has none.
 class Store::Pieces {
 public:
-    explicit Pieces(View comment)
+    explicit Pieces(std::string_view comment)
     {
-        char const* const end = comment.chars + comment.length;
-        isClosed_ = comment.length != 0 && end[-1] == '\n';  // the last line feed begins no line
-        rest_ = {comment.chars, comment.length - (isClosed_ ? size_t{1} : size_t{0})};
+        char const* const end = comment.data() + comment.size();
+        isClosed_ = !comment.empty() && end[-1] == '\n';  // the last line feed begins no line
+        rest_ = {comment.data(), comment.size() - (isClosed_ ? size_t{1} : size_t{0})};
         Pieces counting(*this, 0);
         do {
             bytes_ += counting.size() + 1;
@@ -221,7 +221,8 @@ public:
     size_t count() const { return count_; }
     size_t bytes() const { return bytes_; }  // of all texts with their terminators
 
-    // Calls `call(bool isMarked, View)` for each piece; one that is marked lacks its "#".
+    // Calls `call(bool isMarked, std::string_view)` for each piece; one that is marked lacks its
+    // "#".
     template <class Call>
     void each(Call call) const
     {
@@ -234,33 +235,33 @@ public:
 private:
     Pieces(Pieces const& other, int) : rest_(other.rest_), isClosed_(other.isClosed_) {}
 
-    bool lacksMark() const { return !isFirst_ && (rest_.length == 0 || rest_.chars[0] != '#'); }
+    bool lacksMark() const { return !isFirst_ && (rest_.empty() || rest_[0] != '#'); }
 
-    View piece() const
+    std::string_view piece() const
     {
         size_t const room = kLongestLine - (lacksMark() ? 1 : 0);
-        size_t const most = rest_.length < room ? rest_.length : room;
-        void const* const feed = memchr(rest_.chars, '\n', most);
-        return {rest_.chars, feed == nullptr ? most
-                                             : static_cast<size_t>(static_cast<char const*>(feed) -
-                                                                   rest_.chars)};
+        size_t const most = rest_.size() < room ? rest_.size() : room;
+        void const* const feed = memchr(rest_.data(), '\n', most);
+        return {rest_.data(), feed == nullptr ? most
+                                              : static_cast<size_t>(static_cast<char const*>(feed) -
+                                                                    rest_.data())};
     }
 
-    size_t size() const { return piece().length + size_t{lacksMark()}; }
+    size_t size() const { return piece().size() + size_t{lacksMark()}; }
 
     bool step()
     {
-        View const taken = piece();
-        char const* const at = taken.chars + taken.length;
-        size_t const left = rest_.length - taken.length;
+        std::string_view const taken = piece();
+        char const* const at = taken.data() + taken.size();
+        size_t const left = rest_.size() - taken.size();
         if (left == 0)
             return false;
-        rest_ = *at == '\n' ? View(at + 1, left - 1) : View(at, left);
+        rest_ = *at == '\n' ? std::string_view(at + 1, left - 1) : std::string_view(at, left);
         isFirst_ = false;
         return true;
     }
 
-    View rest_;
+    std::string_view rest_;
     bool isClosed_ = false;
     bool isFirst_ = true;
     size_t count_ = 0;
@@ -269,7 +270,7 @@ private:
 
 // --- lines
 
-View Store::text(Line const& line) const
+std::string_view Store::text(Line const& line) const
 {
     switch (line.kind) {
         case commentLine:
@@ -279,7 +280,7 @@ View Store::text(Line const& line) const
         case keyLine:
             return name(keys_[line.of]);
         default:
-            return {};
+            return "";
     }
 }
 
@@ -395,12 +396,12 @@ namespace {
 
 // Steps `text`, which is terminated, over `pattern`, skipping blanks before each character. Returns
 // false when something else stands there.
-bool stepOver(char const*& text, View pattern)
+bool stepOver(char const*& text, std::string_view pattern)
 {
-    for (uint32_t i = 0; i < pattern.length; ++i, ++text) {
+    for (size_t i = 0; i < pattern.size(); ++i, ++text) {
         while (*text == ' ')
             ++text;
-        if (*text != pattern.chars[i])
+        if (*text != pattern[i])
             return false;
     }
     return true;
@@ -408,10 +409,10 @@ bool stepOver(char const*& text, View pattern)
 
 // Takes the key of a template comment such as "# port = 5" into `key`, without its blanks. Returns
 // its length; 0 when the comment is no template.
-size_t takeTemplateKey(View comment, char* key)
+size_t takeTemplateKey(std::string_view comment, char* key)
 {
-    char const* at = comment.chars;
-    char const* const end = at + comment.length;
+    char const* at = comment.data();
+    char const* const end = at + comment.size();
     while (at != end && *at == ' ')
         ++at;
     if (at == end || *at != '#')
@@ -426,10 +427,9 @@ size_t takeTemplateKey(View comment, char* key)
     return 0;
 }
 
-bool isTemplateFor(View key, char const* comment)
+bool isTemplateFor(std::string_view key, char const* comment)
 {
-    return stepOver(comment, View("#", 1)) && stepOver(comment, key) &&
-           stepOver(comment, View("=", 1));
+    return stepOver(comment, "#") && stepOver(comment, key) && stepOver(comment, "=");
 }
 
 }  // namespace
@@ -439,8 +439,8 @@ bool isTemplateFor(View key, char const* comment)
 void Store::noteTemplate(Id category, Id line)
 {
     char text[kLineRoom];
-    View const key(text, takeTemplateKey(this->text(lines_[line]), text));
-    if (key.isEmpty())
+    std::string_view const key(text, takeTemplateKey(this->text(lines_[line]), text));
+    if (key.empty())
         return;
     if (Id const known = findTemplate(category, key); known != 0) {
         if (trees_.isBefore(line, templates_[known].line))
@@ -448,15 +448,15 @@ void Store::noteTemplate(Id category, Id line)
         return;
     }
     Id const id = templates_.make();
-    templates_[id] = {arena_.placeOf(arena_.add(key).chars), category, line};
+    templates_[id] = {arena_.placeOf(arena_.add(key).data()), category, line};
     templateIndex_.add(hashOf(key, category), id);
 }
 
 void Store::forgetTemplate(Id category, Id line)
 {
     char text[kLineRoom];
-    View const key(text, takeTemplateKey(this->text(lines_[line]), text));
-    Id const id = key.isEmpty() ? 0 : findTemplate(category, key);
+    std::string_view const key(text, takeTemplateKey(this->text(lines_[line]), text));
+    Id const id = key.empty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
     templateIndex_.remove(hashOf(key, category), id);
@@ -465,10 +465,10 @@ void Store::forgetTemplate(Id category, Id line)
     templates_.free(id);
 }
 
-Id Store::findTemplate(Id category, View key) const
+Id Store::findTemplate(Id category, std::string_view key) const
 {
     return templateIndex_.find(hashOf(key, category), [&](Id id) {
-        return templates_[id].category == category && arena_.view(templates_[id].key).is(key);
+        return templates_[id].category == category && arena_.view(templates_[id].key) == key;
     });
 }
 
@@ -483,7 +483,7 @@ void Store::indexSection(Id id)
     for (Id line = first; line != end; line = lines_[line].next) {
         if (lines_[line].kind == commentLine) {
             ++comments;
-            bytes += text(lines_[line]).length;
+            bytes += text(lines_[line]).size();
         }
     }
     trees_.reserve(lines_);
@@ -509,7 +509,7 @@ void Store::unindexLastSection()
 
 // --- key lines
 
-bool beginsWithPattern(View pattern, char const* text)
+bool beginsWithPattern(std::string_view pattern, char const* text)
 {
     return stepOver(text, pattern);
 }
@@ -517,12 +517,12 @@ bool beginsWithPattern(View pattern, char const* text)
 // Returns the line behind which a new key's line belongs: behind the last key line of the section,
 // or its head; but when a template for the key stands in the section, and a blank line somewhere
 // behind the template, right before the first such blank line.
-Id Store::placeForKeyLine(Id id, View key) const
+Id Store::placeForKeyLine(Id id, std::string_view key) const
 {
     Category const& category = categories_[id];
     if (!category.hasComments)
         return category.lastKeyLine == 0 ? category.head : category.lastKeyLine;
-    if (memchr(key.chars, '=', key.length) != nullptr)
+    if (key.find('=') != key.npos)
         return placeByWalk(id, key);
     // A template's key has no blanks, so a key with blanks is not found.
     if (Id const known = findTemplate(id, key); known != 0) {
@@ -535,7 +535,7 @@ Id Store::placeForKeyLine(Id id, View key) const
 }
 
 // The same for a key that the templates are not sorted by: one with "=" in it.
-Id Store::placeByWalk(Id id, View key) const
+Id Store::placeByWalk(Id id, std::string_view key) const
 {
     Id place = categories_[id].head;
     bool isTemplateSeen = false;
@@ -598,21 +598,22 @@ void Store::removeDormant(Id category)
     freeCategory(category);
 }
 
-void Store::addStanzaLine(View name)
+void Store::addStanzaLine(std::string_view name)
 {
     Id const known = findCategory(name);
     if (known != 0 && categories_[known].isLive)
         return;
     reserveLines(2);
-    reserveFor(name, View(), View());
+    reserveFor(name, {}, {});
     if (known != 0)
         removeDormant(known);
     appendHead(wakeCategory(0, name, hashOf(name)));
 }
 
-void Store::addLine(View categoryName, View name, View value, Kind kind)
+void Store::addLine(std::string_view categoryName, std::string_view name, std::string_view value,
+                    Kind kind)
 {
-    if (name.isEmpty()) {
+    if (name.empty()) {
         addStanzaLine(categoryName);
         return;
     }
@@ -629,7 +630,7 @@ void Store::addLine(View categoryName, View name, View value, Kind kind)
         makeKeyLine(key);
 }
 
-void Store::deleteLine(View categoryName, View name)
+void Store::deleteLine(std::string_view categoryName, std::string_view name)
 {
     Found const found = find(categoryName, name);
     Id const key = found.key;
@@ -644,7 +645,7 @@ void Store::deleteLine(View categoryName, View name)
     }
 }
 
-void Store::deleteStanza(View name)
+void Store::deleteStanza(std::string_view name)
 {
     Id const category = findCategory(name);
     if (category == 0)
@@ -679,14 +680,14 @@ void Store::reserveComments(Pieces const& pieces, size_t lines, size_t bytes)
 // Makes comment lines behind `before`. Returns the last one.
 Id Store::makeComments(Pieces const& pieces, Id category, Id before)
 {
-    pieces.each([&](bool lacksMark, View text) {
-        View const kept = lacksMark ? arena_.add('#', text) : arena_.add(text);
-        before = makeLine(commentLine, arena_.placeOf(kept.chars), category, before);
+    pieces.each([&](bool lacksMark, std::string_view text) {
+        std::string_view const kept = lacksMark ? arena_.add('#', text) : arena_.add(text);
+        before = makeLine(commentLine, arena_.placeOf(kept.data()), category, before);
     });
     return before;
 }
 
-void Store::addFileComment(View comment)
+void Store::addFileComment(std::string_view comment)
 {
     Pieces const pieces(comment);
     reserveComments(pieces, 1, 0);
@@ -703,7 +704,7 @@ void Store::addFileComment(View comment)
         makeLine(blankLine, 0, 0, lastLeading_);
 }
 
-void Store::addStanzaComment(Id id, View comment)
+void Store::addStanzaComment(Id id, std::string_view comment)
 {
     Pieces const pieces(comment);
     reserveComments(pieces, 3, 0);
@@ -717,15 +718,16 @@ void Store::addStanzaComment(Id id, View comment)
     makeComments(pieces, category.previousHead, before);
 }
 
-void Store::addLineComment(View categoryName, View name, View comment)
+void Store::addLineComment(std::string_view categoryName, std::string_view name,
+                           std::string_view comment)
 {
     Pieces const pieces(comment);
     reserveLines(pieces.count() + 4);
     Found found = find(categoryName, name);
     reserveKeyLine(found);
-    reserveComments(pieces, 4, size_t{categoryName.length} + name.length + 3);
+    reserveComments(pieces, 4, categoryName.size() + name.size() + 3);
     if (found.key == 0 || !keys_[found.key].isLive) {
-        addLine(categoryName, name, View(), plain);
+        addLine(categoryName, name, {}, plain);
         found = find(categoryName, name);
     } else if (keys_[found.key].line == 0) {
         makeKeyLine(found.key);
@@ -757,7 +759,7 @@ void Store::dropSection(Id id)
 }
 
 // Returns a category; one that is missing is made dormant. Needs room for one, and for its name.
-Id Store::ensureCategory(View name)
+Id Store::ensureCategory(std::string_view name)
 {
     uint32_t const hash = hashOf(name);
     Id const known = findCategory(name, hash);
@@ -765,27 +767,27 @@ Id Store::ensureCategory(View name)
 }
 
 // The same for a key.
-Id Store::ensureKey(View categoryName, View name)
+Id Store::ensureKey(std::string_view categoryName, std::string_view name)
 {
     Id const category = ensureCategory(categoryName);
     Found const found = find(categoryName, name);
     return found.key != 0 ? found.key : newKey(category, arena_.add(name), found.hash);
 }
 
-void Store::restartSection(View name)
+void Store::restartSection(std::string_view name)
 {
     reserveLines(2);
-    reserveFor(name, View(), View());
+    reserveFor(name, {}, {});
     Id const id = ensureCategory(name);
     if (categories_[id].head != 0)
         dropSection(id);
     appendHead(id);
 }
 
-void Store::readHead(View name)
+void Store::readHead(std::string_view name)
 {
     reserveLines(1);
-    reserveFor(name, View(), View());
+    reserveFor(name, {}, {});
     Id const id = ensureCategory(name);
     if (categories_[id].head != 0)
         return;
@@ -793,14 +795,14 @@ void Store::readHead(View name)
     enlistHead(id);
 }
 
-void Store::readComment(View comment)
+void Store::readComment(std::string_view comment)
 {
     reserveLines(1);
     templates_.reserve(1);
     templateIndex_.reserve(1);
-    arena_.reserve((size_t{comment.length} + 1) * 2);  // a template stores its key once more
-    View const kept = arena_.add(comment);
-    makeLine(commentLine, arena_.placeOf(kept.chars), lastHead_, lastLine_);
+    arena_.reserve((comment.size() + 1) * 2);  // a template stores its key once more
+    std::string_view const kept = arena_.add(comment);
+    makeLine(commentLine, arena_.placeOf(kept.data()), lastHead_, lastLine_);
 }
 
 void Store::readBlank()
@@ -809,15 +811,15 @@ void Store::readBlank()
     makeLine(blankLine, 0, lastHead_, lastLine_);
 }
 
-void Store::readKey(View categoryName, View name)
+void Store::readKey(std::string_view categoryName, std::string_view name)
 {
-    if (lastHead_ == 0 || !this->name(categories_[lastHead_]).is(categoryName)) {
+    if (lastHead_ == 0 || this->name(categories_[lastHead_]) != categoryName) {
         // The category has its section further up: an override concealed it.
         ensureKeyLine(categoryName, name);
         return;
     }
     reserveLines(1);
-    reserveFor(categoryName, name, View());
+    reserveFor(categoryName, name, {});
     Id const id = ensureKey(categoryName, name);
     if (keys_[id].line != 0)
         return;
@@ -826,14 +828,14 @@ void Store::readKey(View categoryName, View name)
         categories_[lastHead_].lastKeyLine = keys_[id].line;
 }
 
-bool Store::ensureKeyLine(View categoryName, View name)
+bool Store::ensureKeyLine(std::string_view categoryName, std::string_view name)
 {
     reserveLines(3);
     Id const known = findCategory(categoryName);
     if (known != 0 && categories_[known].head != 0 && categories_[known].hasComments &&
         categories_[known].root == 0)
         indexSection(known);
-    reserveFor(categoryName, name, View());
+    reserveFor(categoryName, name, {});
     Id const key = ensureKey(categoryName, name);
     if (keys_[key].line != 0)
         return false;
@@ -841,7 +843,7 @@ bool Store::ensureKeyLine(View categoryName, View name)
     return true;
 }
 
-void Store::removeKeyLine(View categoryName, View name)
+void Store::removeKeyLine(std::string_view categoryName, std::string_view name)
 {
     Found const found = find(categoryName, name);
     if (found.key == 0 || keys_[found.key].line == 0)
@@ -851,7 +853,7 @@ void Store::removeKeyLine(View categoryName, View name)
         freeKey(found.key, found.hash);
 }
 
-void Store::removeSection(View name)
+void Store::removeSection(std::string_view name)
 {
     Id const id = findCategory(name);
     if (id == 0 || categories_[id].head == 0)
@@ -861,7 +863,7 @@ void Store::removeSection(View name)
         freeCategory(id);
 }
 
-void Store::takeBackSection(View name)
+void Store::takeBackSection(std::string_view name)
 {
     Id const id = findCategory(name);
     Id const blank =
@@ -876,16 +878,17 @@ void Store::takeBackSection(View name)
     freeLine(blank);
 }
 
-void Store::commentStanza(View name, View comment)
+void Store::commentStanza(std::string_view name, std::string_view comment)
 {
     Pieces const pieces(comment);
     reserveLines(pieces.count() + 3);
-    reserveFor(name, View(), View());
-    reserveComments(pieces, 3, name.length + size_t{1});
+    reserveFor(name, {}, {});
+    reserveComments(pieces, 3, name.size() + 1);
     addStanzaComment(ensureCategory(name), comment);
 }
 
-void Store::commentKey(View categoryName, View name, View comment)
+void Store::commentKey(std::string_view categoryName, std::string_view name,
+                       std::string_view comment)
 {
     Pieces const pieces(comment);
     ensureKeyLine(categoryName, name);
@@ -988,7 +991,7 @@ void Reader::enterHead(Waiting const& line)
 void Reader::enterComment(Waiting const& line)
 {
     Store& store = store_;
-    TextId const text = store.arena_.placeOf(line.text.chars);
+    TextId const text = store.arena_.placeOf(line.text.data());
     Id const last = store.lastLine_;
     if (last != lastLine_ && store.lines_[last].kind == blankLine) {
         store.lines_[last].kind = commentLine;
@@ -1034,7 +1037,7 @@ void Reader::enterKey(Waiting const& line)
     } else {
         store.arena_.drop(line.text);
     }
-    if (!line.value.isEmpty())
+    if (!line.value.empty())
         store.appendText(id, line.value, Store::plain);
 }
 

@@ -110,21 +110,21 @@ void* reallocate(void* block, size_t size)
     return moved;
 }
 
-View View::of(char const* text)
+std::string_view checkedView(char const* text)
 {
     if (text == nullptr)
-        return {};
+        return "";
     size_t const length = strlen(text);
     if (length > kLongestText)
         raiseOutOfMemory();
     return {text, length};
 }
 
-uint32_t hashOf(View text, uint32_t salt)
+uint32_t hashOf(std::string_view text, uint32_t salt)
 {
     Secret const key = secret();
-    char const* at = text.chars;
-    size_t left = text.length;
+    char const* at = text.data();
+    size_t left = text.size();
     uint64_t state = mix(key.one ^ salt, key.two);
     for (; left > 16; left -= 16, at += 16)
         state = mix(read8(at) ^ key.one, read8(at + 8) ^ state);
@@ -142,7 +142,7 @@ uint32_t hashOf(View text, uint32_t salt)
         low = static_cast<uint64_t>(bytes[0]) << 16 | static_cast<uint64_t>(bytes[left / 2]) << 8 |
               bytes[left - 1];
     }
-    return static_cast<uint32_t>(mix(low ^ key.one ^ text.length, mix(high ^ state, key.two)) >>
+    return static_cast<uint32_t>(mix(low ^ key.one ^ text.size(), mix(high ^ state, key.two)) >>
                                  32);
 }
 

@@ -26,6 +26,7 @@
 #include <string.h>
 
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "ZArrayList.h"
@@ -56,23 +57,14 @@ Class* make(Arguments const&... arguments)
     return made;
 }
 
-// A text that somebody else holds.
-struct View {
-    View() = default;
-    View(char const* text, size_t size) : chars(text), length(static_cast<uint32_t>(size)) {}
+// Views a terminated text; null is an empty one. Raises when it is too long for a record.
+std::string_view checkedView(char const* text);
 
-    // Views a terminated text; null is an empty one. Raises when it is too long for a record.
-    static View of(char const* text);
-
-    bool isEmpty() const { return length == 0; }
-    bool is(View other) const
-    {
-        return length == other.length && memcmp(chars, other.chars, length) == 0;
-    }
-
-    char const* chars = "";
-    uint32_t length = 0;
-};
+// Returns a new string object with a copy of `text`, owned by the caller.
+inline ZLCString_6_0* newString(std::string_view text)
+{
+    return new ZLCString_6_0(text.data(), static_cast<unsigned>(text.size()));
+}
 
 // Returns whether a byte is white space: those of ASCII in every locale, and what isspace() of the
 // current locale adds.
@@ -90,11 +82,11 @@ struct Spaces {
 };
 
 // Returns whether `text` begins with `pattern` when the blanks in the text are skipped.
-bool beginsWithPattern(View pattern, char const* text);
+bool beginsWithPattern(std::string_view pattern, char const* text);
 
 // Hashes `text` under `salt`. A secret of the process goes into it: nobody can prepare a file whose
 // names fall together.
-uint32_t hashOf(View text, uint32_t salt = 0);
+uint32_t hashOf(std::string_view text, uint32_t salt = 0);
 
 // ------------------------------------------------------------------------------------------------
 
@@ -359,22 +351,22 @@ public:
         return reinterpret_cast<char const*>(windows_[text >> kWindowBits] + text);
     }
 
-    View view(TextId text) const
+    std::string_view view(TextId text) const
     {
         char const* const chars = at(text);
         return {chars, strlen(chars)};
     }
 
     // The same with a length that packLength() made.
-    View view(TextId text, uint16_t length) const
+    std::string_view view(TextId text, uint16_t length) const
     {
-        return length == kUnpacked ? view(text) : View(at(text), length);
+        return length == kUnpacked ? view(text) : std::string_view(at(text), length);
     }
 
     // Makes 16 bits of a length, by which view() does not have to look for the end of the text.
-    static uint16_t packLength(View text)
+    static uint16_t packLength(std::string_view text)
     {
-        return static_cast<uint16_t>(text.length < kUnpacked ? text.length : kUnpacked);
+        return static_cast<uint16_t>(text.size() < kUnpacked ? text.size() : kUnpacked);
     }
 
     // Returns the place of a text that is in the arena.
@@ -389,14 +381,14 @@ public:
     }
 
     // Stores a copy of `text` and a zero byte. Never raises after reserve().
-    View add(View text)
+    std::string_view add(std::string_view text)
     {
-        reserve(text.length + size_t{1});
+        reserve(text.size() + 1);
         char* const at = next_;
-        memcpy(at, text.chars, text.length);
-        at[text.length] = '\0';
-        next_ += text.length + size_t{1};
-        return {at, text.length};
+        memcpy(at, text.data(), text.size());
+        at[text.size()] = '\0';
+        next_ += text.size() + 1;
+        return {at, text.size()};
     }
 
     // Makes sure that a block can be taken over without raising.
@@ -410,16 +402,16 @@ public:
     void dropAdopted(size_t dead);
 
     // Stores `text` with `first` in front of it.
-    View add(char first, View text)
+    std::string_view add(char first, std::string_view text)
     {
-        reserve(text.length + size_t{2});
+        reserve(text.size() + size_t{2});
         *next_++ = first;
-        View const rest = add(text);
-        return {rest.chars - 1, rest.length + size_t{1}};
+        std::string_view const rest = add(text);
+        return {rest.data() - 1, rest.size() + 1};
     }
 
     // Notes that a text is not used any more.
-    void drop(View text) { dead_ += text.length + size_t{1}; }
+    void drop(std::string_view text) { dead_ += text.size() + 1; }
 
     size_t dead() const { return dead_; }
     size_t used() const { return bytes_ - static_cast<size_t>(end_ - next_); }
@@ -626,7 +618,7 @@ public:
 
     // Categories, keys and values: ZPropertiesImpl_store.cpp. To find gives dormant ones too.
 
-    Id findCategory(View name) const { return findCategory(name, hashOf(name)); }
+    Id findCategory(std::string_view name) const { return findCategory(name, hashOf(name)); }
 
     // A category and a key of it by their names; an id is 0 when there is none.
     struct Found {
@@ -635,7 +627,7 @@ public:
         Id category;
         Id key;
     };
-    Found find(View category, View key) const;
+    Found find(std::string_view category, std::string_view key) const;
 
     Id liveCategory(char const* name) const;
     Id liveKey(char const* category, char const* key) const;
@@ -650,7 +642,7 @@ public:
         return valueCount(key, plain) == 0 && valueCount(key, obfuscated) != 0 ? obfuscated : plain;
     }
 
-    // Calls `call(View)` for each value.
+    // Calls `call(std::string_view)` for each value.
     template <class Call>
     void eachValue(Id key, Kind kind, Call call) const;
 
@@ -665,8 +657,8 @@ public:
     ZLCString_6_0* categoryName(Id category);
 
     // An empty `key` names none: only the category is made. An empty value is none.
-    void add(View category, View key, View value, Kind kind);
-    void set(View category, View key, View value, Kind kind)
+    void add(std::string_view category, std::string_view key, std::string_view value, Kind kind);
+    void set(std::string_view category, std::string_view key, std::string_view value, Kind kind)
     {
         set(find(category, key), category, key, value, kind);
     }
@@ -679,28 +671,31 @@ public:
 
     // Lines: ZPropertiesImpl_lines.cpp.
 
-    void addStanzaLine(View category);
-    void addLine(View category, View key, View value, Kind kind);
-    void deleteLine(View category, View key);
-    void deleteStanza(View category);
-    void addFileComment(View comment);
-    void addStanzaComment(Id category, View comment);
-    void addLineComment(View category, View key, View comment);
+    void addStanzaLine(std::string_view category);
+    void addLine(std::string_view category, std::string_view key, std::string_view value,
+                 Kind kind);
+    void deleteLine(std::string_view category, std::string_view key);
+    void deleteStanza(std::string_view category);
+    void addFileComment(std::string_view comment);
+    void addStanzaComment(Id category, std::string_view comment);
+    void addLineComment(std::string_view category, std::string_view key, std::string_view comment);
 
     // Lines for caches of derived classes. Their overrides need not keep a value here: a line
     // refers to a dormant category or key then.
 
-    void restartSection(View category);  // a blank line and the header at the end; its lines go
-    void readHead(View category);        // the header at the end, unless the category has one
-    void readComment(View comment);
+    void restartSection(
+        std::string_view category);  // a blank line and the header at the end; its lines go
+    void readHead(std::string_view category);  // the header at the end, unless the category has one
+    void readComment(std::string_view comment);
     void readBlank();
-    void readKey(View category, View key);        // its line, unless it has one
-    bool ensureKeyLine(View category, View key);  // returns whether it made the line
-    void removeKeyLine(View category, View key);
-    void removeSection(View category);
-    void takeBackSection(View category);  // undoes restartSection()
-    void commentStanza(View category, View comment);
-    void commentKey(View category, View key, View comment);
+    void readKey(std::string_view category, std::string_view key);  // its line, unless it has one
+    bool ensureKeyLine(std::string_view category,
+                       std::string_view key);  // returns whether it made the line
+    void removeKeyLine(std::string_view category, std::string_view key);
+    void removeSection(std::string_view category);
+    void takeBackSection(std::string_view category);  // undoes restartSection()
+    void commentStanza(std::string_view category, std::string_view comment);
+    void commentKey(std::string_view category, std::string_view key, std::string_view comment);
 
     // All of it.
 
@@ -712,14 +707,17 @@ public:
     }
     Value const& value(Id id) const { return values_[id]; }
     Line const& line(Id id) const { return lines_[id]; }
-    View name(Category const& category) const
+    std::string_view name(Category const& category) const
     {
         return arena_.view(category.name, category.nameLength);
     }
-    View name(Key const& key) const { return arena_.view(key.name, key.nameLength); }
-    View text(Key const& key) const { return arena_.view(key.value, key.valueLength); }
-    View text(Value const& value) const { return {arena_.at(value.text), value.length}; }
-    View text(Line const& line) const;
+    std::string_view name(Key const& key) const { return arena_.view(key.name, key.nameLength); }
+    std::string_view text(Key const& key) const { return arena_.view(key.value, key.valueLength); }
+    std::string_view text(Value const& value) const
+    {
+        return {arena_.at(value.text), value.length};
+    }
+    std::string_view text(Line const& line) const;
     Id firstCategory() const { return firstCategory_; }
     Id firstLine() const { return firstLine_; }
     Id firstItem() const { return firstItem_; }
@@ -745,19 +743,21 @@ private:
 
     enum Place { elsewhere, inArena };  // where a text is
 
-    Id findCategory(View name, uint32_t hash) const;
-    Id findKey(Id category, View name, uint32_t hash) const;
-    Id findKey(View category, View name, uint32_t hash) const;
-    Id newCategory(View name, uint32_t hash);
+    Id findCategory(std::string_view name, uint32_t hash) const;
+    Id findKey(Id category, std::string_view name, uint32_t hash) const;
+    Id findKey(std::string_view category, std::string_view name, uint32_t hash) const;
+    Id newCategory(std::string_view name, uint32_t hash);
     void enlist(Id category);
-    Id wakeCategory(Id known, View name, uint32_t hash, Place place = elsewhere);
-    Id wakeKey(Id known, Id category, View name, uint32_t hash, Place place = elsewhere);
-    Id newKey(Id category, View name, uint32_t hash);
+    Id wakeCategory(Id known, std::string_view name, uint32_t hash, Place place = elsewhere);
+    Id wakeKey(Id known, Id category, std::string_view name, uint32_t hash,
+               Place place = elsewhere);
+    Id newKey(Id category, std::string_view name, uint32_t hash);
     void enlistKey(Id key);
     KeyMore& moreOf(Id key);
-    Id set(Found const& found, View category, View key, View value, Kind kind);  // the key
-    void reserveFor(View category, View key, View value);
-    void appendText(Id key, View value, Kind kind);
+    Id set(Found const& found, std::string_view category, std::string_view key,
+           std::string_view value, Kind kind);  // the key
+    void reserveFor(std::string_view category, std::string_view key, std::string_view value);
+    void appendText(Id key, std::string_view value, Kind kind);
     void dropValues(Id key, Kind kind);
     void dropTexts(Id key, Kind kind);
     void addItem(Id key);
@@ -782,21 +782,21 @@ private:
     void freeLine(Id line);
     void enlistHead(Id category);
     void appendHead(Id category);
-    Id placeForKeyLine(Id category, View key) const;
-    Id placeByWalk(Id category, View key) const;
+    Id placeForKeyLine(Id category, std::string_view key) const;
+    Id placeByWalk(Id category, std::string_view key) const;
     void makeKeyLine(Id key);
     void removeKeyLine(Id key);
     void removeSection(Id category);
     void dropSection(Id category);
-    Id ensureCategory(View name);
-    Id ensureKey(View category, View key);
+    Id ensureCategory(std::string_view name);
+    Id ensureKey(std::string_view category, std::string_view key);
     void commentKey(Id key, Pieces const& pieces);
     void removeDormant(Id category);
     void indexSection(Id category);
     void unindexLastSection();
     void noteTemplate(Id category, Id line);
     void forgetTemplate(Id category, Id line);
-    Id findTemplate(Id category, View key) const;
+    Id findTemplate(Id category, std::string_view key) const;
 
     Arena arena_;
     Records<Category> categories_;
@@ -836,7 +836,7 @@ void Store::eachValue(Id id, Kind kind, Call call) const
         for (unsigned i = 0; i < list.size(); ++i) {
             auto const* const text = static_cast<ZAbstractString_6_0 const*>(list.get(i));
             if (text != nullptr)
-                call(View(text->getChars(), text->getLength()));
+                call(std::string_view(text->getChars(), text->getLength()));
         }
         return;
     }
@@ -877,7 +877,7 @@ public:
     TextBuffer& operator=(TextBuffer const&) = delete;
     ~TextBuffer() { free(chars_); }
 
-    void add(View text) { memcpy(take(text.length), text.chars, text.length); }
+    void add(std::string_view text) { memcpy(take(text.size()), text.data(), text.size()); }
 
     // Adds `text`, a literal, without its zero byte.
     template <size_t Size>
@@ -930,10 +930,10 @@ private:
 };
 
 // Write a line of a file: ZPropertiesImpl_text.cpp.
-void writeHead(View name, TextBuffer& text);
-void writeValue(View name, View value, TextBuffer& text);
-void writeEmptyKey(View name, TextBuffer& text);
-void writeLine(View line, TextBuffer& text);  // a comment, or an empty line
+void writeHead(std::string_view name, TextBuffer& text);
+void writeValue(std::string_view name, std::string_view value, TextBuffer& text);
+void writeEmptyKey(std::string_view name, TextBuffer& text);
+void writeLine(std::string_view line, TextBuffer& text);  // a comment, or an empty line
 
 // Appends what a file holds to a store, and takes it out again unless finish() was called. What
 // comes waits in a short queue, while the memory brings what finding it needs.
@@ -957,32 +957,32 @@ public:
     void reserve(Expected const& lines);
 
     // Returns a copy of a text that has no room for its terminator.
-    View keep(View text)
+    std::string_view keep(std::string_view text)
     {
-        View const kept = store_.arena_.add(text);
-        kept_ += kept.length + size_t{1};
+        std::string_view const kept = store_.arena_.add(text);
+        kept_ += kept.size() + 1;
         return kept;
     }
 
-    void drop(View text) { store_.arena_.drop(text); }  // nothing will refer to it
+    void drop(std::string_view text) { store_.arena_.drop(text); }  // nothing will refer to it
 
     // A head that names a category that there is.
     struct Repetition {
-        View name;
+        std::string_view name;
         int lineNumber;  // 0: there is none
     };
 
-    void addHead(View name, int lineNumber)
+    void addHead(std::string_view name, int lineNumber)
     {
         categoryHash_ = hashOf(name);
         store_.categoryIndex_.prefetch(categoryHash_);
-        push({headLine, categoryHash_, name, View(), lineNumber});
+        push({headLine, categoryHash_, name, {}, lineNumber});
     }
-    void addComment(View text) { push({commentLine, 0, text, View(), 0}); }
-    void addBlank() { push({blankLine, 0, View(), View(), 0}); }
+    void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0}); }
+    void addBlank() { push({blankLine, 0, {}, {}, 0}); }
 
     // Adds a key to the category of the last head; there must be one.
-    void addKey(View name, View value)
+    void addKey(std::string_view name, std::string_view value)
     {
         uint32_t const hash = hashOf(name, categoryHash_);
         store_.keyIndex_.prefetch(hash);
@@ -1006,8 +1006,8 @@ private:
     struct Waiting {
         LineKind kind;
         uint32_t hash;
-        View text;  // comment, category or key
-        View value;
+        std::string_view text;  // comment, category or key
+        std::string_view value;
         int lineNumber;
     };
     static constexpr unsigned kMostWaiting = 16;
@@ -1044,7 +1044,7 @@ private:
     Id lastKeyLine_ = 0;        // else its last key line
     Ends const ends_;
     size_t kept_ = 0;  // bytes of copies
-    Repetition repetition_ = {View(), 0};
+    Repetition repetition_ = {{}, 0};
     bool isAdopted_ = false;
     bool isDone_ = false;
     unsigned first_ = 0;  // of those that wait
@@ -1079,8 +1079,8 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Deri
 
     // Calls `call(to, category, key, value)` for each obfuscated value.
     static void eachObfuscated(Cache& cache,
-                               void (*call)(void* to, cache::View category, cache::View key,
-                                            cache::View value),
+                               void (*call)(void* to, std::string_view category,
+                                            std::string_view key, std::string_view value),
                                void* to);
 
     // Adds the values of `records` records, as Store::addObfuscated().
@@ -1099,12 +1099,12 @@ public:
 
     void adopt(cache::Arena::Block&, size_t) {}
     void reserve(cache::Reader::Expected const&) {}
-    cache::View keep(cache::View text);
-    void drop(cache::View) {}
-    void addHead(cache::View name, int lineNumber);
-    void addComment(cache::View text);
+    std::string_view keep(std::string_view text);
+    void drop(std::string_view) {}
+    void addHead(std::string_view name, int lineNumber);
+    void addComment(std::string_view text);
     void addBlank();
-    void addKey(cache::View name, cache::View value);
+    void addKey(std::string_view name, std::string_view value);
     cache::Reader::Repetition const& repetition() const { return repetition_; }
     void flush() {}
     void finish();
@@ -1117,8 +1117,8 @@ private:
     };
 
     ZPCategoryBasedCache_6_0& cache_;
-    Rep* before_;                     // null once it is not needed any more
-    cache::View category_ = {"", 0};  // of the last header
+    Rep* before_;                          // null once it is not needed any more
+    std::string_view category_ = {"", 0};  // of the last header
     Kept* kept_ = nullptr;
-    cache::Reader::Repetition repetition_ = {cache::View(), 0};
+    cache::Reader::Repetition repetition_ = {{}, 0};
 };

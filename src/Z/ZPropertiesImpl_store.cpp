@@ -15,11 +15,11 @@ constexpr size_t kWorthTidying = 1 << 16;  // dead bytes
 constexpr unsigned kBuckets = 15;  // of the maps whose order callers see
 
 // The hash that string objects have: the order of the maps comes from it.
-uint32_t visibleHash(View name)
+uint32_t visibleHash(std::string_view name)
 {
     uint32_t hash = 5381;
-    for (uint32_t i = 0; i < name.length; ++i)
-        hash = (hash * 33) ^ static_cast<unsigned char>(name.chars[i]);
+    for (char const c : name)
+        hash = (hash * 33) ^ static_cast<unsigned char>(c);
     return hash;
 }
 
@@ -170,7 +170,8 @@ size_t Store::memoryUsed() const
            categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + trees_.bytes();
 }
 
-// Calls `call(TextId& text, View)` for each text that is in use; the texts are in `arena`.
+// Calls `call(TextId& text, std::string_view)` for each text that is in use; the texts are in
+// `arena`.
 template <class Call>
 void Store::eachText(Arena const& arena, Call call)
 {
@@ -182,7 +183,8 @@ void Store::eachText(Arena const& arena, Call call)
             return;
         for (Id const first : keyMores_[key.more].first)
             for (Id i = first; i != 0; i = values_[i].next)
-                call(values_[i].text, View(arena.at(values_[i].text), values_[i].length));
+                call(values_[i].text,
+                     std::string_view(arena.at(values_[i].text), values_[i].length));
     };
     auto const categoryText = [&](Category& category) {
         call(category.name, arena.view(category.name, category.nameLength));
@@ -219,11 +221,13 @@ void Store::eachText(Arena const& arena, Call call)
 void Store::moveTexts(Arena const& arena)
 {
     size_t bytes = 0;
-    eachText(arena, [&](TextId, View text) { bytes += text.length + size_t{1}; });
+    eachText(arena, [&](TextId, std::string_view text) { bytes += text.size() + 1; });
     Arena fresh;
     if (bytes != 0)
         fresh.reserve(bytes);
-    eachText(arena, [&](TextId& id, View text) { id = fresh.placeOf(fresh.add(text).chars); });
+    eachText(arena, [&](TextId& id, std::string_view text) {
+        id = fresh.placeOf(fresh.add(text).data());
+    });
     arena_.swap(fresh);
 }
 
@@ -243,15 +247,15 @@ void Store::tidy()
 
 // --- Store: look-up
 
-Id Store::findCategory(View name, uint32_t hash) const
+Id Store::findCategory(std::string_view name, uint32_t hash) const
 {
-    return categoryIndex_.find(hash, [&](Id id) { return this->name(categories_[id]).is(name); });
+    return categoryIndex_.find(hash, [&](Id id) { return this->name(categories_[id]) == name; });
 }
 
-Id Store::findKey(Id category, View name, uint32_t hash) const
+Id Store::findKey(Id category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return keys_[id].category == category && this->name(keys_[id]).is(name);
+        return keys_[id].category == category && this->name(keys_[id]) == name;
     });
 }
 
@@ -272,27 +276,27 @@ Id Store::liveKey(char const* categoryName, char const* name) const
     size_t const length = strlen(name);
     if (categoryLength > kLongestText || length > kLongestText)
         return 0;
-    View const category(categoryName, categoryLength);
-    View const view(name, length);
+    std::string_view const category(categoryName, categoryLength);
+    std::string_view const view(name, length);
     Id const key = findKey(category, view, hashOf(view, hashOf(category)));
     return key != 0 && keys_[key].isLive ? key : 0;
 }
 
 // Finds a key by the table of the keys alone: a key leads to its category.
-Id Store::findKey(View category, View name, uint32_t hash) const
+Id Store::findKey(std::string_view category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return this->name(keys_[id]).is(name) &&
-               this->name(categories_[keys_[id].category]).is(category);
+        return this->name(keys_[id]) == name &&
+               this->name(categories_[keys_[id].category]) == category;
     });
 }
 
-Store::Found Store::find(View category, View key) const
+Store::Found Store::find(std::string_view category, std::string_view key) const
 {
     Found found = {};
     found.categoryHash = hashOf(category);
     found.hash = hashOf(key, found.categoryHash);
-    found.key = key.isEmpty() ? 0 : findKey(category, key, found.hash);
+    found.key = key.empty() ? 0 : findKey(category, key, found.hash);
     found.category =
         found.key == 0 ? findCategory(category, found.categoryHash) : keys_[found.key].category;
     return found;
@@ -317,7 +321,7 @@ public:
     NewString& operator=(NewString const&) = delete;
     ~NewString() { delete string_; }
 
-    void make(View text) { string_ = new ZLCString_6_0(text.chars, text.length); }
+    void make(std::string_view text) { string_ = newString(text); }
 
     void appendTo(ZArrayList_6_0& list)
     {
@@ -330,7 +334,7 @@ private:
 };
 
 // Makes sure that category, key and value can be made without raising.
-void Store::reserveFor(View category, View key, View value)
+void Store::reserveFor(std::string_view category, std::string_view key, std::string_view value)
 {
     categories_.reserve(1);
     categoryIndex_.reserve(1);
@@ -338,14 +342,14 @@ void Store::reserveFor(View category, View key, View value)
     keyIndex_.reserve(1);
     keyMores_.reserve(1);
     values_.reserve(1);
-    arena_.reserve(size_t{category.length} + key.length + value.length + 3);
+    arena_.reserve(category.size() + key.size() + value.size() + 3);
 }
 
 // Makes a dormant category of a name in the arena.
-Id Store::newCategory(View name, uint32_t hash)
+Id Store::newCategory(std::string_view name, uint32_t hash)
 {
     Id const id = categories_.make();
-    categories_[id].name = arena_.placeOf(name.chars);
+    categories_[id].name = arena_.placeOf(name.data());
     categories_[id].nameLength = Arena::packLength(name);
     categoryIndex_.add(hash, id);
     return id;
@@ -364,7 +368,7 @@ void Store::enlist(Id id)
 }
 
 // Wakes the category, or makes it when `id` is 0. A name in the arena is kept where it is.
-Id Store::wakeCategory(Id id, View name, uint32_t hash, Place place)
+Id Store::wakeCategory(Id id, std::string_view name, uint32_t hash, Place place)
 {
     if (id == 0)
         id = newCategory(place == inArena ? name : arena_.add(name), hash);
@@ -376,11 +380,11 @@ Id Store::wakeCategory(Id id, View name, uint32_t hash, Place place)
 }
 
 // Makes a dormant key of a name in the arena.
-Id Store::newKey(Id category, View name, uint32_t hash)
+Id Store::newKey(Id category, std::string_view name, uint32_t hash)
 {
     Id const id = keys_.make();
     Key& key = keys_[id];
-    key.name = arena_.placeOf(name.chars);
+    key.name = arena_.placeOf(name.data());
     key.nameLength = Arena::packLength(name);
     key.category = category & kMostRecords;
     keyIndex_.add(hash, id);
@@ -401,7 +405,7 @@ void Store::enlistKey(Id id)
 }
 
 // Wakes the key, or makes it when `id` is 0. A name in the arena is kept where it is.
-Id Store::wakeKey(Id id, Id category, View name, uint32_t hash, Place place)
+Id Store::wakeKey(Id id, Id category, std::string_view name, uint32_t hash, Place place)
 {
     if (id == 0)
         id = newKey(category, place == inArena ? name : arena_.add(name), hash);
@@ -422,16 +426,16 @@ KeyMore& Store::moreOf(Id key)
 }
 
 // Puts a text of the arena behind the texts of a kind.
-void Store::appendText(Id key, View text, Kind kind)
+void Store::appendText(Id key, std::string_view text, Kind kind)
 {
-    TextId const place = arena_.placeOf(text.chars);
+    TextId const place = arena_.placeOf(text.data());
     if (kind == plain && keys_[key].value == 0) {
         keys_[key].value = place;
         keys_[key].valueLength = Arena::packLength(text);
         return;
     }
     Id const id = values_.make();
-    values_[id] = {place, text.length, 0};
+    values_[id] = {place, static_cast<uint32_t>(text.size()), 0};
     KeyMore& more = moreOf(key);
     (more.last[kind] == 0 ? more.first[kind] : values_[more.last[kind]].next) = id;
     more.last[kind] = id;
@@ -496,12 +500,12 @@ void Store::removeItem(Id key)
     --categories_[keys_[key].category].items;
 }
 
-void Store::add(View category, View key, View value, Kind kind)
+void Store::add(std::string_view category, std::string_view key, std::string_view value, Kind kind)
 {
     Found const found = find(category, key);
     Id const old = found.key;
     if (old != 0 && more(old) != nullptr && more(old)->lists[kind] != nullptr) {
-        if (!value.isEmpty()) {
+        if (!value.empty()) {
             NewString string;
             string.make(value);
             string.appendTo(*more(old)->lists[kind]);
@@ -512,38 +516,40 @@ void Store::add(View category, View key, View value, Kind kind)
     }
     reserveFor(category, key, value);
     Id const id = wakeCategory(found.category, category, found.categoryHash);
-    if (key.isEmpty())
+    if (key.empty())
         return;
     Id const keyId = wakeKey(old, id, key, found.hash);
-    if (value.isEmpty())
+    if (value.empty())
         return;
     appendText(keyId, arena_.add(value), kind);
     if (kind == obfuscated)
         addItem(keyId);
 }
 
-Id Store::set(Found const& found, View category, View key, View value, Kind kind)
+Id Store::set(Found const& found, std::string_view category, std::string_view key,
+              std::string_view value, Kind kind)
 {
     Id const old = found.key;
     ZArrayList_6_0* const list =
         old == 0 || more(old) == nullptr ? nullptr : more(old)->lists[kind];
     NewString string;
-    if (list != nullptr && !value.isEmpty())
+    if (list != nullptr && !value.empty())
         string.make(value);
     // To take its values from a key needs no memory.
-    if (old == 0 || !keys_[old].isLive || !value.isEmpty())
+    if (old == 0 || !keys_[old].isLive || !value.empty())
         reserveFor(category, key, value);
     Id const id = wakeCategory(found.category, category, found.categoryHash);
-    if (key.isEmpty())
+    if (key.empty())
         return 0;
     Id const keyId = wakeKey(old, id, key, found.hash);
     // The value may be one of those that go.
-    View const kept = list != nullptr || value.isEmpty() ? View() : arena_.add(value);
+    std::string_view const kept =
+        list != nullptr || value.empty() ? std::string_view() : arena_.add(value);
     dropValues(keyId, obfuscated);
     dropValues(keyId, plain);
-    if (kind == plain || value.isEmpty())
+    if (kind == plain || value.empty())
         removeItem(keyId);
-    if (value.isEmpty())
+    if (value.empty())
         return keyId;
     if (list != nullptr)
         string.appendTo(*list);  // its room for one stays: this does not raise
@@ -614,7 +620,7 @@ void Store::dropCategoryMore(Id id)
 
 void Store::freeCategory(Id id)
 {
-    View const name = this->name(categories_[id]);
+    std::string_view const name = this->name(categories_[id]);
     categoryIndex_.remove(hashOf(name), id);
     arena_.drop(name);
     categories_.free(id);
@@ -643,7 +649,7 @@ ZArrayList_6_0* Store::list(Id key, Kind kind)
     keyMores_.reserve(1);
     auto* const list = new ZArrayList_6_0(1, 1);
     try {
-        eachValue(key, kind, [&](View value) {
+        eachValue(key, kind, [&](std::string_view value) {
             NewString string;
             string.make(value);
             string.appendTo(*list);
@@ -672,7 +678,7 @@ ZArrayList_6_0* Store::valuesOf(Id id, ZPCache_6_0::get_type_e type)
             Kind const kind = type == ZPCache_6_0::plainValues        ? plain
                               : type == ZPCache_6_0::obfuscatedValues ? obfuscated
                                                                       : eitherKind(key);
-            eachValue(key, kind, [&](View value) {
+            eachValue(key, kind, [&](std::string_view value) {
                 NewString string;
                 string.make(value);
                 string.appendTo(list);
@@ -696,8 +702,8 @@ ZLCString_6_0* Store::keyName(Id key)
     keyMores_.reserve(1);
     if (KeyMore const* const known = more(key); known != nullptr && known->name != nullptr)
         return known->name;
-    View const text = name(keys_[key]);
-    auto* const made = new ZLCString_6_0(text.chars, text.length);
+    std::string_view const text = name(keys_[key]);
+    auto* const made = newString(text);
     return moreOf(key).name = made;
 }
 
@@ -705,8 +711,8 @@ ZLCString_6_0* Store::categoryName(Id id)
 {
     CategoryMore& more = moreOfCategory(id);
     if (more.name == nullptr) {
-        View const text = name(categories_[id]);
-        more.name = new ZLCString_6_0(text.chars, text.length);
+        std::string_view const text = name(categories_[id]);
+        more.name = newString(text);
     }
     return more.name;
 }
@@ -722,16 +728,16 @@ struct ObfuscatedRecord {
         ++at;  // the empty text
     }
 
-    static View take(char const*& at)
+    static std::string_view take(char const*& at)
     {
-        View const text(at, strlen(at));
-        at += text.length + 1;
+        std::string_view const text(at, strlen(at));
+        at += text.size() + 1;
         return text;
     }
 
-    View category;
-    View key;
-    View value;
+    std::string_view category;
+    std::string_view key;
+    std::string_view value;
 };
 
 // How many different names the records of a block have, and how many values.
@@ -745,25 +751,25 @@ struct ObfuscatedNames {
             Id const id = static_cast<Id>(at - text) + 1;
             ObfuscatedRecord const record(at);
             auto const isCategory = [&](Id other) {
-                return strcmp(text + other - 1, record.category.chars) == 0;
+                return strcmp(text + other - 1, record.category.data()) == 0;
             };
             auto const isKey = [&](Id other) {
                 return isCategory(other) &&
-                       strcmp(text + other + record.category.length, record.key.chars) == 0;
+                       strcmp(text + other + record.category.size(), record.key.data()) == 0;
             };
             uint32_t const categoryHash = hashOf(record.category);
             if (categoryIndex.find(categoryHash, isCategory) == 0) {
                 categoryIndex.add(categoryHash, id);
                 ++categories;
             }
-            if (record.key.isEmpty())
+            if (record.key.empty())
                 continue;
             uint32_t const hash = hashOf(record.key, categoryHash);
             if (keyIndex.find(hash, isKey) == 0) {
                 keyIndex.add(hash, id);
                 ++keys;
             }
-            values += record.value.isEmpty() ? 0 : 1;
+            values += record.value.empty() ? 0 : 1;
         }
     }
 
@@ -790,7 +796,7 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     // Lists that callers know come first: adding to them may raise.
     auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
         Id const key = find(record.category, record.key).key;
-        return key == 0 || more(key) == nullptr || record.value.isEmpty()
+        return key == 0 || more(key) == nullptr || record.value.empty()
                    ? nullptr
                    : more(key)->lists[obfuscated];
     };
@@ -821,18 +827,17 @@ void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
     for (; done > 0; --done) {
         ObfuscatedRecord const record(at);
         bool const isInList = listOf(record) != nullptr;
-        arena_.drop(View());
+        arena_.drop({});
         Found const found = find(record.category, record.key);
         Id const category =
             wakeCategory(found.category, record.category, found.categoryHash, inArena);
-        Id const key = record.key.isEmpty()
-                           ? 0
-                           : wakeKey(found.key, category, record.key, found.hash, inArena);
-        if (key == 0 || isInList || record.value.isEmpty())
+        Id const key =
+            record.key.empty() ? 0 : wakeKey(found.key, category, record.key, found.hash, inArena);
+        if (key == 0 || isInList || record.value.empty())
             arena_.drop(record.value);
         else
             appendText(key, record.value, obfuscated);
-        if (key != 0 && !record.value.isEmpty())
+        if (key != 0 && !record.value.empty())
             addItem(key);
     }
     fit();

@@ -18,7 +18,6 @@ using cache::Reader;
 using cache::Spaces;
 using cache::Store;
 using cache::TextBuffer;
-using cache::View;
 
 namespace {
 
@@ -171,7 +170,7 @@ public:
         for (char* line; lines.next(line, length);) {
             number_ = lines.number();
             if (lines.isTorn())
-                line = const_cast<char*>(reader_.keep(View(line, length)).chars);
+                line = const_cast<char*>(reader_.keep(std::string_view(line, length)).data());
             while (length > 0 && spaces_.has(line[length - 1]))
                 --length;
             for (; length > 0 && spaces_.has(*line); --length)
@@ -187,7 +186,7 @@ public:
     ZLCString_6_0* finish()
     {
         auto* const companion =
-            companion_.chars == nullptr ? nullptr : new ZLCString_6_0(companion_.chars);
+            companion_.data() == nullptr ? nullptr : new ZLCString_6_0(companion_.data());
         reader_.finish();
         return companion;
     }
@@ -200,9 +199,9 @@ private:
                 reader_.addBlank();
         } else if (*line == '#') {
             if (keepsComments_)
-                reader_.addComment(View(line, length));
+                reader_.addComment(std::string_view(line, length));
             else
-                reader_.drop(View(line, length));
+                reader_.drop(std::string_view(line, length));
         } else if (*line == '[') {
             takeHead(line, length);
         } else {
@@ -215,11 +214,11 @@ private:
         auto* const end = static_cast<char*>(memchr(line, ']', length));
         if (end == nullptr)
             refuse(line);
-        View const name(line + 1, static_cast<size_t>(end - line) - 1);
+        std::string_view const name(line + 1, static_cast<size_t>(end - line) - 1);
         *end = '\0';  // what follows it is ignored
         reader_.addHead(name, number_);
         hasStanza_ = true;
-        namesCompanion_ = name.is(View::of(kCompanionCategory));
+        namesCompanion_ = name == kCompanionCategory;
     }
 
     void takeKey(char* line, size_t length)
@@ -234,10 +233,10 @@ private:
         while (spaces_.has(*value))
             ++value;
         *end = '\0';
-        View const key(line, static_cast<size_t>(end - line));
-        View const text(value, static_cast<size_t>(line + length - value));
+        std::string_view const key(line, static_cast<size_t>(end - line));
+        std::string_view const text(value, static_cast<size_t>(line + length - value));
         reader_.addKey(key, text);
-        if (namesCompanion_ && key.is(View::of(kCompanionKey)))
+        if (namesCompanion_ && key == kCompanionKey)
             companion_ = text;
     }
 
@@ -256,8 +255,8 @@ private:
         if (repetition.lineNumber == 0)
             return;
         // A zero byte was put into the line behind the name.
-        auto* const name = const_cast<char*>(repetition.name.chars);
-        name[repetition.name.length] = ']';
+        auto* const name = const_cast<char*>(repetition.name.data());
+        name[repetition.name.size()] = ']';
         ZPropertiesInvalidDataException_6_0(path_, name - 1, repetition.lineNumber)
             .throwException(kSource, raiseAtLine);
     }
@@ -269,18 +268,18 @@ private:
     bool hasStanza_ = false;
     bool namesCompanion_ = false;  // the current stanza does, with one of its keys
     int number_ = 0;               // of the current line
-    View companion_ = {nullptr, 0};
+    std::string_view companion_ = {nullptr, 0};
 };
 
 void writeKey(Store const& store, Id key, TextBuffer& text)
 {
-    View const name = store.name(store.key(key));
+    std::string_view const name = store.name(store.key(key));
     if (store.key(key).more == 0 && store.key(key).value != 0) {
         writeValue(name, store.text(store.key(key)), text);
         return;
     }
     bool isWritten = false;
-    store.eachValue(key, Store::plain, [&](View value) {
+    store.eachValue(key, Store::plain, [&](std::string_view value) {
         writeValue(name, value, text);
         isWritten = true;
     });
@@ -360,46 +359,46 @@ bool countRecords(char const* text, size_t length, size_t& records)
 
 // Writes "name = value". Where a line still stands in memory as it was read, with zero bytes behind
 // name and value, it is copied whole.
-void cache::writeValue(View name, View value, TextBuffer& text)
+void cache::writeValue(std::string_view name, std::string_view value, TextBuffer& text)
 {
     // A line that was read without the blanks may have no room for them: with them it would come
     // back as two.
-    if (size_t{name.length} + 3 + value.length > cache::kLongestLine) {
+    if (name.size() + 3 + value.size() > cache::kLongestLine) {
         text.add(name);
         text.add("=");
         text.add(value);
         text.add("\n");
         return;
     }
-    char* const to = text.take(size_t{name.length} + 3 + value.length + 1);
-    if (value.chars == name.chars + name.length + 3 && value.chars[-2] == '=' &&
-        value.chars[-1] == ' ') {
-        memcpy(to, name.chars, size_t{name.length} + 3 + value.length);
-        to[name.length] = ' ';
+    char* const to = text.take(name.size() + 3 + value.size() + 1);
+    if (value.data() == name.data() + name.size() + 3 && value.data()[-2] == '=' &&
+        value.data()[-1] == ' ') {
+        memcpy(to, name.data(), name.size() + 3 + value.size());
+        to[name.size()] = ' ';
     } else {
-        memcpy(to, name.chars, name.length);
-        memcpy(to + name.length, " = ", 3);
-        memcpy(to + name.length + 3, value.chars, value.length);
+        memcpy(to, name.data(), name.size());
+        memcpy(to + name.size(), " = ", 3);
+        memcpy(to + name.size() + 3, value.data(), value.size());
     }
-    to[name.length + 3 + value.length] = '\n';
+    to[name.size() + 3 + value.size()] = '\n';
 }
 
-void cache::writeLine(View line, TextBuffer& text)
+void cache::writeLine(std::string_view line, TextBuffer& text)
 {
-    char* const to = text.take(line.length + size_t{1});
-    memcpy(to, line.chars, line.length);
-    to[line.length] = '\n';
+    char* const to = text.take(line.size() + 1);
+    memcpy(to, line.data(), line.size());
+    to[line.size()] = '\n';
 }
 
-void cache::writeHead(View name, TextBuffer& text)
+void cache::writeHead(std::string_view name, TextBuffer& text)
 {
-    char* const to = text.take(name.length + size_t{3});
+    char* const to = text.take(name.size() + size_t{3});
     *to = '[';
-    memcpy(to + 1, name.chars, name.length);
-    memcpy(to + 1 + name.length, "]\n", 2);
+    memcpy(to + 1, name.data(), name.size());
+    memcpy(to + 1 + name.size(), "]\n", 2);
 }
 
-void cache::writeEmptyKey(View name, TextBuffer& text)
+void cache::writeEmptyKey(std::string_view name, TextBuffer& text)
 {
     text.add(name);
     text.add(" =\n");
@@ -535,7 +534,7 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
     Store const& store = rep();
     ZPropertiesInvalidDataException_6_0 refusal(companionFile().getChars(), "", 0);
     TextBuffer records;
-    auto add = [&](View category, View key, View value) {
+    auto add = [&](std::string_view category, std::string_view key, std::string_view value) {
         records.add(category);
         records.add("\0");
         records.add(key);
@@ -548,16 +547,17 @@ void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
     if (direct() == nullptr) {
         Rep::Derived::eachObfuscated(
             *this,
-            [](void* to, View category, View key, View value) {
+            [](void* to, std::string_view category, std::string_view key, std::string_view value) {
                 (*static_cast<decltype(add)*>(to))(category, key, value);
             },
             &add);
     } else {
         for (Id id = store.firstItem(); id != 0; id = store.item(id).nextItem) {
             Id const key = store.item(id).key;
-            View const category = store.name(store.category(store.key(key).category));
-            store.eachValue(key, Store::obfuscated,
-                            [&](View value) { add(category, store.name(store.key(key)), value); });
+            std::string_view const category = store.name(store.category(store.key(key).category));
+            store.eachValue(key, Store::obfuscated, [&](std::string_view value) {
+                add(category, store.name(store.key(key)), value);
+            });
         }
     }
     if (records.length() == 0) {
