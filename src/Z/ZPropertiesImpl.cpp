@@ -2,30 +2,23 @@
 
 #include <string.h>
 
-#include <typeinfo>
-
 #include "ZArrayList.h"
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
+#include "cache/map_order.h"
+#include "cache/new_string.h"
 #include "reporting/stream.h"
+#include "stanza/comment_template.h"
+#include "stanza/text_buffer.h"
+#include "stanza/validation.h"
 
-using cache::checkedView;
-using cache::Id;
-using cache::MapOrder;
-using cache::Store;
+using zcache::checkedView;
+using zcache::Id;
+using zcache::MapOrder;
+using zcache::Store;
 
 namespace {
-
-int sign(int number)
-{
-    return number < 0 ? -1 : number > 0 ? 1 : 0;
-}
-
-int compareBytes(ZLCString_6_0 const& one, ZLCString_6_0 const& other)
-{
-    return sign(strcmp(one.getChars(), other.getChars()));
-}
 
 // Takes back what was added to a list, unless all of it was.
 class Additions {
@@ -58,16 +51,14 @@ private:
     bool isDone_ = false;
 };
 
+Store::Selection selectionOf(ZPCache_6_0::get_type_e type)
+{
+    return static_cast<Store::Selection>(type);
+}
+
 Store::Kind kindOf(Store const& store, Id key, ZPCache_6_0::get_type_e type)
 {
-    switch (type) {
-        case ZPCache_6_0::plainValues:
-            return Store::plain;
-        case ZPCache_6_0::obfuscatedValues:
-            return Store::obfuscated;
-        default:
-            return store.eitherKind(key);
-    }
+    return store.kindOf(key, selectionOf(type));
 }
 
 Store::Kind kindOf(int obfuscated)
@@ -81,369 +72,6 @@ bool isNothing(char const* text)
 }
 
 }  // namespace
-
-// --- ZPropLine_6_0
-
-ZPropLine_6_0::ZPropLine_6_0(unsigned type, char const* text) : type_(type), text_(text)
-{
-}
-
-ZPropLine_6_0::ZPropLine_6_0(ZPropLine_6_0 const& other) = default;
-
-ZPropLine_6_0& ZPropLine_6_0::operator=(ZPropLine_6_0 const& other)
-{
-    text_ = other.text_;
-    type_ = other.type_;
-    return *this;
-}
-
-ZPropLine_6_0::~ZPropLine_6_0() = default;
-
-int ZPropLine_6_0::compare(ZObject_6_0 const& object) const
-{
-    auto const* const other = dynamic_cast<ZPropLine_6_0 const*>(&object);
-    if (other == nullptr)
-        return ZObject_6_0::compare(object);
-    if (type_ != other->type_)
-        return type_ < other->type_ ? -1 : 1;
-    return compareBytes(text_, other->text_);
-}
-
-ZObject_6_0* ZPropLine_6_0::clone() const
-{
-    return new ZPropLine_6_0(*this);
-}
-
-// --- ZObfuscatedItem_6_0
-
-ZObfuscatedItem_6_0::ZObfuscatedItem_6_0(char const* category, char const* key)
-    : category_(category), key_(key)
-{
-}
-
-ZObfuscatedItem_6_0::ZObfuscatedItem_6_0(ZObfuscatedItem_6_0 const& other) = default;
-
-ZObfuscatedItem_6_0& ZObfuscatedItem_6_0::operator=(ZObfuscatedItem_6_0 const& other)
-{
-    // The one that may raise and be the only one changed is a copy.
-    ZLCString_6_0 const before(category_);
-    category_ = other.category_;
-    try {
-        key_ = other.key_;
-    } catch (ZOutOfMemoryException_6_0 const&) {
-        category_ = before;  // its room is there: this does not raise
-        throw;
-    }
-    return *this;
-}
-
-ZObfuscatedItem_6_0::~ZObfuscatedItem_6_0() = default;
-
-int ZObfuscatedItem_6_0::compare(ZObject_6_0 const& object) const
-{
-    auto const* const other = dynamic_cast<ZObfuscatedItem_6_0 const*>(&object);
-    if (other == nullptr)
-        return ZObject_6_0::compare(object);
-    int const byCategory = compareBytes(category_, other->category_);
-    return byCategory != 0 ? byCategory : compareBytes(key_, other->key_);
-}
-
-ZObject_6_0* ZObfuscatedItem_6_0::clone() const
-{
-    return new ZObfuscatedItem_6_0(*this);
-}
-
-bool ZObfuscatedItem_6_0::equals(ZObject_6_0 const& other) const
-{
-    return compare(other) == 0;
-}
-
-// --- ZPKVList_6_0
-
-ZPKVList_6_0::ZPKVList_6_0() : ZHashKeyMap_6_0(10, 1)
-{
-}
-
-ZPKVList_6_0::ZPKVList_6_0(ZPKVList_6_0 const& other) = default;
-
-ZPKVList_6_0& ZPKVList_6_0::operator=(ZPKVList_6_0 const& other) = default;
-
-ZPKVList_6_0::~ZPKVList_6_0() = default;
-
-ZObject_6_0* ZPKVList_6_0::clone() const
-{
-    return new ZPKVList_6_0(*this);
-}
-
-void ZPKVList_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
-{
-    ZHashKeyMap_6_0::putEntry(key, value);
-}
-
-void ZPKVList_6_0::removeEntry(ZObject_6_0 const* key)
-{
-    ZHashKeyMap_6_0::removeEntry(key);
-}
-
-void ZPKVList_6_0::removeAll()
-{
-    ZHashKeyMap_6_0::removeAll();
-}
-
-void ZPKVList_6_0::listKeys(ZList_6_0& target) const
-{
-    ZHashKeyMap_6_0::listKeys(target);
-}
-
-ZArrayList_6_0* ZPKVList_6_0::getKeys() const
-{
-    auto* const keys = new ZArrayList_6_0(10, 1);
-    try {
-        listKeys(*keys);
-    } catch (ZOutOfMemoryException_6_0 const&) {
-        delete keys;
-        throw;
-    }
-    return keys;
-}
-
-ZArrayList_6_0* ZPKVList_6_0::makeEntry()
-{
-    ZArrayList_6_0 const none(1, 1);
-    auto* const entry = new ZArrayList_6_0(2, 1);
-    try {
-        entry->add(&none);
-        entry->add(&none);
-    } catch (ZOutOfMemoryException_6_0 const&) {
-        delete entry;
-        throw;
-    }
-    return entry;
-}
-
-// --- ZPCache_6_0
-
-char const ZPCache_6_0::empty_[1] = "";
-
-ZPCache_6_0::ZPCache_6_0()
-    : companionFile_(new ZLCString_6_0), attributes_(0), attributeArgument_(nullptr), generation_(0)
-{
-}
-
-ZPCache_6_0::ZPCache_6_0(ZPCache_6_0 const& other)
-    : companionFile_(new ZLCString_6_0(*other.companionFile_)),
-      attributes_(other.attributes_),
-      attributeArgument_(other.attributeArgument_),
-      generation_(0)
-{
-}
-
-ZPCache_6_0::~ZPCache_6_0()
-{
-    delete companionFile_;
-}
-
-ZArrayList_6_0* ZPCache_6_0::get(char const*, char const*, get_type_e)
-{
-    return nullptr;
-}
-
-ZArrayList_6_0* ZPCache_6_0::get(char const*, get_type_e)
-{
-    return nullptr;
-}
-
-void ZPCache_6_0::add(char const*, char const*, char const*, int)
-{
-}
-
-void ZPCache_6_0::add(char const*, char const*, int)
-{
-}
-
-void ZPCache_6_0::set(char const*, char const*, char const*)
-{
-}
-
-void ZPCache_6_0::set(char const*, char const*)
-{
-}
-
-void ZPCache_6_0::setObfuscated(char const*, char const*, char const*)
-{
-}
-
-void ZPCache_6_0::setObfuscated(char const*, char const*)
-{
-}
-
-void ZPCache_6_0::remove(char const*, char const*)
-{
-}
-
-void ZPCache_6_0::remove(char const*)
-{
-}
-
-int ZPCache_6_0::countValues(char const*)
-{
-    return 0;
-}
-
-int ZPCache_6_0::countValues(char const*, char const*)
-{
-    return 0;
-}
-
-int ZPCache_6_0::keyCount(char const*) const
-{
-    return 0;
-}
-
-int ZPCache_6_0::contains(char const*) const
-{
-    return 0;
-}
-
-int ZPCache_6_0::contains(char const*, char const*) const
-{
-    return 0;
-}
-
-int ZPCache_6_0::isObfuscated(char const*) const
-{
-    return 0;
-}
-
-int ZPCache_6_0::isObfuscated(char const*, char const*) const
-{
-    return 0;
-}
-
-int ZPCache_6_0::count() const
-{
-    return 0;
-}
-
-void ZPCache_6_0::getNames(ZArrayList_6_0&) const
-{
-}
-
-void ZPCache_6_0::getNames(char const*, ZArrayList_6_0&) const
-{
-}
-
-ZArrayList_6_0* ZPCache_6_0::getNames(char const*) const
-{
-    return nullptr;
-}
-
-void ZPCache_6_0::list(FILE*) const
-{
-}
-
-void ZPCache_6_0::be_read(char const*, FILE*)
-{
-}
-
-void ZPCache_6_0::be_write(char const*, FILE*)
-{
-}
-
-void ZPCache_6_0::be_read_obfuscated(ZBuffer_6_0&)
-{
-}
-
-void ZPCache_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
-{
-    buffer.setLength(0);
-}
-
-void ZPCache_6_0::delLine(char const*)
-{
-}
-
-void ZPCache_6_0::delLine(char const*, char const*)
-{
-}
-
-void ZPCache_6_0::addLine(char const*, char const*, char const*, int)
-{
-}
-
-void ZPCache_6_0::addLine(char const*, char const*, int)
-{
-}
-
-void ZPCache_6_0::addFileComment(char const*)
-{
-}
-
-void ZPCache_6_0::addLineComment(char const*, char const*)
-{
-}
-
-void ZPCache_6_0::addLineComment(char const*, char const*, char const*)
-{
-}
-
-void ZPCache_6_0::clear()
-{
-    companionFile_->clear();
-}
-
-void ZPCache_6_0::setAttributes(unsigned long attributes, void* argument)
-{
-    attributes_ = attributes;
-    attributeArgument_ = argument;
-}
-
-void ZPCache_6_0::makeKey(ZLCString_6_0& out, char const* category, char const* key) const
-{
-    ZLCString_6_0 name("[");
-    name += category;
-    name += "]";
-    name += key;
-    out = name;
-}
-
-ZPCache_6_0* ZPCache_6_0::makeEmpty() const
-{
-    return nullptr;
-}
-
-int ZPCache_6_0::swapContents(ZPCache_6_0&)
-{
-    return 0;
-}
-
-int ZPCache_6_0::obfuscatedItemCount() const
-{
-    return 0;
-}
-
-ZPCategoryBasedCache_6_0 const* ZPCache_6_0::direct() const
-{
-    std::type_info const& type = typeid(*this);
-    return type == typeid(ZSCFData_6_0) || type == typeid(ZPCategoryBasedCache_6_0)
-               ? static_cast<ZPCategoryBasedCache_6_0 const*>(this)
-               : nullptr;
-}
-
-void ZPCache_6_0::setCompanionFile(char const* path)
-{
-    *companionFile_ = path == nullptr ? "" : path;
-}
-
-void ZPCache_6_0::swapCompanionFile(ZPCache_6_0& other)
-{
-    std::swap(companionFile_, other.companionFile_);
-}
-
-void ZPCache_6_0::takeCompanionFile(ZLCString_6_0* path)
-{
-    delete std::exchange(companionFile_, path);
-}
 
 // --- ZPCategoryBasedCache_6_0::Values
 
@@ -487,12 +115,12 @@ bool ZPCategoryBasedCache_6_0::Values::last(Text& value) const
 
 // --- ZPCategoryBasedCache_6_0
 
-ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(cache::make<Rep>()), changes_(0)
+ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(make<Rep>()), changes_(0)
 {
 }
 
 ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0(ZPCategoryBasedCache_6_0 const& other)
-    : ZPCache_6_0(other), rep_(cache::make<Rep>(*other.rep_)), changes_(0)
+    : ZPCache_6_0(other), rep_(make<Rep>(*other.rep_)), changes_(0)
 {
 }
 
@@ -503,7 +131,7 @@ ZPCategoryBasedCache_6_0::~ZPCategoryBasedCache_6_0()
 
 ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 {
-    return cache::make<ZPCategoryBasedCache_6_0>(*this);
+    return make<ZPCategoryBasedCache_6_0>(*this);
 }
 
 void ZPCategoryBasedCache_6_0::changed()
@@ -527,7 +155,7 @@ ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, char const* 
 ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, get_type_e type)
 {
     Id const id = rep_->liveCategory(category);
-    return id == 0 ? nullptr : rep_->valuesOf(id, type);
+    return id == 0 ? nullptr : rep_->valuesOf(id, selectionOf(type));
 }
 
 void ZPCategoryBasedCache_6_0::add(char const* category, char const* key, char const* value,
@@ -649,7 +277,7 @@ void ZPCategoryBasedCache_6_0::getNames(ZArrayList_6_0& out) const
     for (Id const id : MapOrder(*rep_)) {
         if (out.ownsMembers()) {
             std::string_view const name = rep_->name(rep_->category(id));
-            additions.addNew(cache::newString(name));
+            additions.addNew(zcache::newString(name));
         } else {
             out.addNoCopy(rep_->categoryName(id));
         }
@@ -666,7 +294,7 @@ void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& ou
     for (Id const id : MapOrder(*rep_, found)) {
         if (out.ownsMembers()) {
             std::string_view const name = rep_->name(rep_->key(id));
-            additions.addNew(cache::newString(name));
+            additions.addNew(zcache::newString(name));
         } else {
             out.addNoCopy(rep_->keyName(id));
         }
@@ -693,7 +321,7 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
 {
     if (file == nullptr)
         return;
-    cache::TextBuffer text;
+    zstanza::TextBuffer text;
     if (direct() == nullptr) {
         Rep::Derived::list(*this, text);
         if (text.length() != 0)
@@ -793,7 +421,7 @@ void ZPCategoryBasedCache_6_0::clear()
 
 ZPCache_6_0* ZPCategoryBasedCache_6_0::makeEmpty() const
 {
-    auto* const made = cache::make<ZPCategoryBasedCache_6_0>();
+    auto* const made = make<ZPCategoryBasedCache_6_0>();
     made->setAttributes(attributes(), attributeArgument());
     return made;
 }
@@ -836,7 +464,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         return values;
 
     auto const textOf = [](std::string_view text) { return Text{text.data(), text.size()}; };
-    cache::Key const& found = rep_->key(id);
+    zcache::Key const& found = rep_->key(id);
     if (found.more == 0) {  // one plain value, or none
         values.count_ = found.value != 0 && type != obfuscatedValues;
         if (values.count_ != 0)
@@ -845,7 +473,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
     }
     Store::Kind const kind = kindOf(*rep_, id, type);
     values.count_ = static_cast<int>(rep_->valueCount(id, kind));
-    cache::KeyMore const* const more = rep_->more(id);
+    zcache::KeyMore const* const more = rep_->more(id);
     if (more->lists[kind] != nullptr) {
         values.list_ = more->lists[kind];
         if (values.count_ > 0) {
@@ -860,7 +488,7 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         values.first_ = values.last_ = textOf(rep_->text(found));
         values.next_ = more->first[kind];
     } else if (more->first[kind] != 0) {
-        cache::Value const& first = rep_->value(more->first[kind]);
+        zcache::Value const& first = rep_->value(more->first[kind]);
         values.first_ = values.last_ = textOf(rep_->text(first));
         values.next_ = first.next;
     }
@@ -884,7 +512,7 @@ ZPCachedKey_6_0* ZPCategoryBasedCache_6_0::listKeys(char const* category, int& c
     size_t bytes = 0;
     for (Id const id : ids)
         bytes += sizeof(ZPCachedKey_6_0) + rep_->name(rep_->key(id)).size() + 1;
-    auto* const keys = static_cast<ZPCachedKey_6_0*>(cache::reallocate(nullptr, bytes));
+    auto* const keys = static_cast<ZPCachedKey_6_0*>(zcache::reallocate(nullptr, bytes));
     auto* text = reinterpret_cast<char*>(keys + rep_->category(found).keyCount);
     for (Id const id : ids) {
         std::string_view const name = rep_->name(rep_->key(id));
@@ -905,7 +533,7 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
     if (rep_->more(id) != nullptr)
         return values(id, type).last(value);
     // One plain value is all that most keys have.
-    cache::Key const& found = rep_->key(id);
+    zcache::Key const& found = rep_->key(id);
     if (type == obfuscatedValues || found.value == 0)
         return false;
     std::string_view const only = rep_->text(found);
@@ -955,32 +583,22 @@ void ZPCategoryBasedCache_6_0::addStanzaComment(char const* category, char const
 bool ZPCategoryBasedCache_6_0::isCommentWeWant(char const* pattern, char const* text)
 {
     return pattern != nullptr && text != nullptr &&
-           cache::beginsWithPattern(checkedView(pattern), text);
+           zstanza::beginsWithPattern(checkedView(pattern), text);
 }
 
 int ZPCategoryBasedCache_6_0::validateCategory(char const* category)
 {
-    // Its line is "[category]".
-    return !isNothing(category) && strpbrk(category, "]\n") == nullptr &&
-           strlen(category) + 2 <= cache::kLongestLine;
+    return zstanza::isValidCategory(category);
 }
 
 int ZPCategoryBasedCache_6_0::validateKey(char const* category, char const* key)
 {
-    if (!validateCategory(category) || isNothing(key))
-        return 0;
-    // The shortest line of a key is "key =".
-    size_t const length = strlen(key);
-    return strpbrk(key, "=\n") == nullptr && *key != '#' && *key != '[' && !cache::isSpace(*key) &&
-           !cache::isSpace(key[length - 1]) && length + 2 <= cache::kLongestLine;
+    return zstanza::isValidCategory(category) && zstanza::isValidKey(key);
 }
 
 int ZPCategoryBasedCache_6_0::validateValue(char const* key, char const* value)
 {
-    // Its line is "key = value".
-    size_t const before = key == nullptr ? 0 : strlen(key) + 3;
-    return value == nullptr ||
-           (strchr(value, '\n') == nullptr && before + strlen(value) <= cache::kLongestLine);
+    return zstanza::isValidValue(key, value);
 }
 
 void ZPCategoryBasedCache_6_0::getLines(ZArrayList_6_0& out) const
@@ -989,7 +607,7 @@ void ZPCategoryBasedCache_6_0::getLines(ZArrayList_6_0& out) const
                                           ZPropLine_6_0::stanzaHead, ZPropLine_6_0::keyLine};
     Additions additions(out);
     for (Id id = rep_->firstLine(); id != 0; id = rep_->line(id).next) {
-        cache::Line const& line = rep_->line(id);
+        zcache::Line const& line = rep_->line(id);
         if (line.isBelowBlank)
             additions.addNew(new ZPropLine_6_0(ZPropLine_6_0::blank, ""));
         additions.addNew(new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).data()));
@@ -1001,7 +619,7 @@ void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
 {
     Additions additions(out);
     for (Id id = rep_->firstItem(); id != 0; id = rep_->item(id).nextItem) {
-        cache::Key const& key = rep_->key(rep_->item(id).key);
+        zcache::Key const& key = rep_->key(rep_->item(id).key);
         additions.addNew(new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).data(),
                                                  rep_->name(key).data()));
     }

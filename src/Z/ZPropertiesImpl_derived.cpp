@@ -9,9 +9,11 @@
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
+#include "cache/memory.h"
 #include "reporting/cancellation.h"
+#include "stanza/line_writer.h"
 
-using cache::checkedView;
+using zcache::checkedView;
 
 namespace {
 
@@ -157,7 +159,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::deleteStanza(Cache& cache, char con
 
 // --- writing
 
-void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, cache::TextBuffer& text)
+void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, zstanza::TextBuffer& text)
 {
     auto& cache = const_cast<Cache&>(listed);  // to get values may make lists, and changes none
     ZArrayList_6_0 categories(16, 1);
@@ -187,7 +189,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, cache::Te
     }
 }
 
-void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuffer& text)
+void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, zstanza::TextBuffer& text)
 {
     ZArrayList_6_0 lines(64, 1);
     cache.getLines(lines);
@@ -204,28 +206,27 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, cache::TextBuff
             continue;
         switch (line.type()) {
             case ZPropLine_6_0::stanzaHead:
-                cache::writeHead(name, text);
+                zstanza::writeHead(name, text);
                 break;
             case ZPropLine_6_0::keyLine:
                 if (cache.contains(category, name.data()) == 0)
                     break;
                 if (!eachValueOf(
                         cache.get(category, name.data(), plainValues),
-                        [&](std::string_view value) { cache::writeValue(name, value, text); }) &&
+                        [&](std::string_view value) { zstanza::writeValue(name, value, text); }) &&
                     !eachValueOf(cache.get(category, name.data(), obfuscatedValues),
                                  [](std::string_view) {}))
-                    cache::writeEmptyKey(name, text);
+                    zstanza::writeEmptyKey(name, text);
                 break;
             default:
-                cache::writeLine(name, text);
+                zstanza::writeLine(name, text);
                 break;
         }
     }
 }
 
-void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(
-    Cache& cache, void (*call)(void*, std::string_view, std::string_view, std::string_view),
-    void* to)
+void ZPCategoryBasedCache_6_0::Rep::Derived::writeObfuscated(Cache& cache,
+                                                             zstanza::CompanionWriter& writer)
 {
     ZArrayList_6_0 items(16, 1);
     cache.getObfuscatedItems(items);
@@ -234,7 +235,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(
         char const* const category = item.category().getChars();
         eachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues),
                     [&](std::string_view value) {
-                        call(to, viewOf(item.category()), viewOf(item.key()), value);
+                        writer.add(viewOf(item.category()), viewOf(item.key()), value);
                     });
     }
 }
@@ -242,7 +243,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::eachObfuscated(
 // --- reading
 
 ZPCategoryBasedCache_6_0::Rep::DerivedReader::DerivedReader(ZPCategoryBasedCache_6_0& cache)
-    : cache_(cache), before_(cache::make<Rep>(cache.rep()))
+    : cache_(cache), before_(make<Rep>(cache.rep()))
 {
 }
 
@@ -260,7 +261,7 @@ ZPCategoryBasedCache_6_0::Rep::DerivedReader::~DerivedReader()
 
 std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(std::string_view text)
 {
-    auto* const kept = static_cast<Kept*>(cache::reallocate(nullptr, sizeof(Kept) + text.size()));
+    auto* const kept = static_cast<Kept*>(zcache::reallocate(nullptr, sizeof(Kept) + text.size()));
     kept->next = kept_;
     kept_ = kept;
     memcpy(kept->text, text.data(), text.size());

@@ -1,0 +1,165 @@
+// ZSCFData_6_0, the cache of a stanza file: reads and writes the file and its companion.
+
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+#include "cache/file_text.h"
+#include "stanza/companion_records.h"
+#include "stanza/raise_sites.h"
+
+using zcache::Arena;
+using zcache::Reader;
+using zstanza::TextBuffer;
+
+namespace {
+
+constexpr size_t kFirstRead = 1 << 16;
+
+// Reads `file` to its end. Returns the number of bytes; the block has room for one more.
+size_t readAll(char const* path, FILE* file, Arena::Block& block)
+{
+    struct stat status;
+    bool const isSized = fileno(file) >= 0 && fstat(fileno(file), &status) == 0 &&
+                         S_ISREG(status.st_mode) && status.st_size > 0;
+    // Two more than a file of that size needs: one to see its end, one for the last zero byte.
+    block.setRoom(isSized ? static_cast<size_t>(status.st_size) + 2 : kFirstRead);
+    size_t length = 0;
+    clearerr(file);  // an error of before is not one of this reading
+    for (;;) {
+        errno = 0;
+        length += fread(block.chars() + length, 1, block.room() - 1 - length, file);
+        if (ferror(file) && errno == EINTR)
+            clearerr(file);
+        else if (ferror(file))
+            ZPropertiesIOException_6_0(path, "fgets()", errno)
+                .throwException(zstanza::kSource, zstanza::raiseInRead);
+        else if (feof(file))
+            return length;
+        else
+            block.setRoom(block.room() * 2);
+    }
+}
+
+void handOver(TextBuffer& text, ZBuffer_6_0& buffer)
+{
+    size_t const length = text.length();
+    if (length == 0)
+        buffer.setLength(0);
+    else
+        buffer.setBufferNoCopy(length, text.release());
+}
+
+}  // namespace
+
+ZSCFData_6_0::ZSCFData_6_0() = default;
+
+ZSCFData_6_0::ZSCFData_6_0(ZSCFData_6_0 const& other) = default;
+
+ZSCFData_6_0::~ZSCFData_6_0() = default;
+
+ZPCache_6_0* ZSCFData_6_0::clone() const
+{
+    return make<ZSCFData_6_0>(*this);
+}
+
+ZPCache_6_0* ZSCFData_6_0::makeEmpty() const
+{
+    auto* const made = make<ZSCFData_6_0>();
+    made->setAttributes(attributes(), attributeArgument());
+    return made;
+}
+
+void ZSCFData_6_0::be_read(char const* path, FILE* file)
+{
+    Arena::Block block;
+    size_t const length = readAll(path, file, block);
+    readBlock(path, &block, length);
+}
+
+void ZSCFData_6_0::readText(char const* path, char const* text, size_t length)
+{
+    Arena::Block block;
+    block.setRoom(length + 1);
+    if (length != 0)  // an empty text may be null
+        memcpy(block.chars(), text, length);
+    readBlock(path, &block, length);
+}
+
+void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
+{
+    auto const run = [&](auto& reader) {
+        auto& text = *static_cast<Arena::Block*>(block);
+        text.setRoom(length + 1);
+        char* const bytes = text.chars();
+        bytes[length] = '\0';
+        reader.adopt(text, length + 1);
+        zstanza::Parser parser(path, reader, (attributes() & keepComments) != 0);
+        parser.parse(bytes, length);
+        if (ZLCString_6_0* const companion = parser.finish(); companion != nullptr)
+            takeCompanionFile(companion);
+    };
+    if (direct() != nullptr) {
+        Reader reader(rep());
+        run(reader);
+    } else {
+        Rep::DerivedReader reader(*this);
+        run(reader);
+    }
+    changed();
+}
+
+void ZSCFData_6_0::be_write(char const* path, FILE* file)
+{
+    TextBuffer text;
+    if (direct() != nullptr)
+        zcache::write(rep(), text);
+    else
+        Rep::Derived::write(*this, text);
+    errno = 0;
+    // Where the stream keeps the text to write it later, the error would come when nobody looks.
+    bool const isTaken =
+        text.length() == 0 || fwrite(text.chars(), 1, text.length(), file) == text.length();
+    if (!isTaken || fflush(file) != 0)
+        ZPropertiesIOException_6_0(path, "fwrite()", errno)
+            .throwException(zstanza::kSource, zstanza::raiseInWrite);
+}
+
+void ZSCFData_6_0::writeText(ZBuffer_6_0& buffer) const
+{
+    TextBuffer text;
+    if (direct() != nullptr)
+        zcache::write(rep(), text);
+    else  // the overrides are not const
+        Rep::Derived::write(const_cast<ZSCFData_6_0&>(*this), text);
+    handOver(text, buffer);
+}
+
+void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)
+{
+    zstanza::CompanionReader reader(companionFile().getChars(), buffer);
+    Arena::Block block;
+    size_t records = 0;
+    size_t const bytes = reader.expand(block, records);
+    if (bytes == 0)
+        return;
+    if (direct() != nullptr)
+        rep().addObfuscated(block, bytes, records);
+    else
+        Rep::Derived::addObfuscated(*this, block.chars(), records);
+    changed();
+}
+
+void ZSCFData_6_0::be_write_obfuscated(ZBuffer_6_0& buffer)
+{
+    zstanza::CompanionWriter writer(companionFile().getChars());
+    if (direct() != nullptr)
+        zcache::writeObfuscated(rep(), writer);
+    else
+        Rep::Derived::writeObfuscated(*this, writer);
+    writer.compress(buffer);
+}

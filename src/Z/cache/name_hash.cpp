@@ -1,0 +1,94 @@
+#include "name_hash.h"
+
+#include <string.h>
+#include <sys/random.h>
+#include <time.h>
+
+#include <atomic>
+
+namespace zcache {
+
+namespace {
+
+// Two secret numbers of the process.
+struct Secret {
+    uint64_t one;
+    uint64_t two;
+};
+
+Secret secret()
+{
+    static std::atomic<uint64_t> one;
+    static std::atomic<uint64_t> two;
+    uint64_t first = one.load(std::memory_order_acquire);
+    if (first == 0) {
+        uint64_t drawn[2];
+        if (getrandom(drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
+            // Without random bytes, where things lie and the time must do.
+            timespec now = {};
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            drawn[0] = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
+            drawn[1] = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
+                       static_cast<uint64_t>(now.tv_sec);
+        }
+        // `two` goes first: who sees `one` sees both. Whoever draws first decides.
+        uint64_t none = 0;
+        two.compare_exchange_strong(none, drawn[1] | 1);
+        none = 0;
+        one.compare_exchange_strong(none, drawn[0] | 1);
+        first = one.load();
+    }
+    return {first, two.load(std::memory_order_relaxed)};
+}
+
+__extension__ using Wide = unsigned __int128;
+
+uint64_t mix(uint64_t a, uint64_t b)
+{
+    Wide const product = static_cast<Wide>(a) * b;
+    return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
+}
+
+uint64_t read8(char const* at)
+{
+    uint64_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+uint64_t read4(char const* at)
+{
+    uint32_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+}  // namespace
+
+uint32_t hashOf(std::string_view text, uint32_t salt)
+{
+    Secret const key = secret();
+    char const* at = text.data();
+    size_t left = text.size();
+    uint64_t state = mix(key.one ^ salt, key.two);
+    for (; left > 16; left -= 16, at += 16)
+        state = mix(read8(at) ^ key.one, read8(at + 8) ^ state);
+    // The last 16 bytes, or what there is of them, make two words.
+    uint64_t low = 0;
+    uint64_t high = 0;
+    if (left >= 8) {
+        low = read8(at);
+        high = read8(at + left - 8);
+    } else if (left >= 4) {
+        low = read4(at);
+        high = read4(at + left - 4);
+    } else if (left > 0) {
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(at);
+        low = static_cast<uint64_t>(bytes[0]) << 16 | static_cast<uint64_t>(bytes[left / 2]) << 8 |
+              bytes[left - 1];
+    }
+    return static_cast<uint32_t>(mix(low ^ key.one ^ text.size(), mix(high ^ state, key.two)) >>
+                                 32);
+}
+
+}  // namespace zcache

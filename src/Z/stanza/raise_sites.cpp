@@ -1,0 +1,12 @@
+#include "raise_sites.h"
+
+#include "../ZException.h"
+
+namespace zstanza {
+
+void raiseOutOfMemory()
+{
+    ZOutOfMemoryException_6_0().throwException(kSource, raiseInAllocate);
+}
+
+}  // namespace zstanza

@@ -1,0 +1,11 @@
+#include "whitespace.h"
+
+namespace zstanza {
+
+Spaces::Spaces()
+{
+    for (int c = 0; c < 256; ++c)
+        is[c] = isSpace(static_cast<char>(c));
+}
+
+}  // namespace zstanza
