@@ -8,62 +8,43 @@
 #include "ZPropertiesImpl_p.h"
 #include "cache/map_order.h"
 #include "cache/new_string.h"
+#include "containers/list_rollback.h"
 #include "reporting/stream.h"
 #include "stanza/comment_template.h"
 #include "stanza/text_buffer.h"
 #include "stanza/validation.h"
 
 using zcache::checkedView;
+using zcache::Contents;
 using zcache::Id;
 using zcache::MapOrder;
-using zcache::Store;
 
 namespace {
 
-// Takes back what was added to a list, unless all of it was.
-class Additions {
-public:
-    explicit Additions(ZArrayList_6_0& list) : list_(list), before_(list.size()) {}
-    Additions(Additions const&) = delete;
-    Additions& operator=(Additions const&) = delete;
-    ~Additions()
-    {
-        while (!isDone_ && list_.size() > before_)
-            list_.remove(list_.size() - 1);
-    }
-
-    // Adds an object that the list takes over.
-    void addNew(ZObject_6_0* object)
-    {
-        try {
-            list_.addNoCopy(object);
-        } catch (ZOutOfMemoryException_6_0 const&) {
-            delete object;
-            throw;
-        }
-    }
-
-    void done() { isDone_ = true; }
-
-private:
-    ZArrayList_6_0& list_;
-    unsigned const before_;
-    bool isDone_ = false;
-};
-
-Store::Selection selectionOf(ZPCache_6_0::get_type_e type)
+// Appends to a list, which takes `object` over.
+void addNew(ZArrayList_6_0& list, ZObject_6_0* object)
 {
-    return static_cast<Store::Selection>(type);
+    try {
+        list.addNoCopy(object);
+    } catch (ZOutOfMemoryException_6_0 const&) {
+        delete object;
+        throw;
+    }
 }
 
-Store::Kind kindOf(Store const& store, Id key, ZPCache_6_0::get_type_e type)
+Contents::Selection selectionOf(ZPCache_6_0::get_type_e type)
 {
-    return store.kindOf(key, selectionOf(type));
+    return static_cast<Contents::Selection>(type);
 }
 
-Store::Kind kindOf(int obfuscated)
+Contents::Kind kindOf(Contents const& contents, Id key, ZPCache_6_0::get_type_e type)
 {
-    return obfuscated != 0 ? Store::obfuscated : Store::plain;
+    return contents.kindOf(key, selectionOf(type));
+}
+
+Contents::Kind kindOf(int obfuscated)
+{
+    return obfuscated != 0 ? Contents::obfuscated : Contents::plain;
 }
 
 bool isNothing(char const* text)
@@ -87,10 +68,10 @@ bool ZPCategoryBasedCache_6_0::Values::next(Text& value)
     } else if (given_ == 1) {
         value = first_;
     } else {
-        auto const& store = *static_cast<Store const*>(store_);
-        std::string_view const text = store.text(store.value(next_));
+        auto const& contents = *static_cast<Contents const*>(store_);
+        std::string_view const text = contents.text(contents.value(next_));
         value = {text.data(), text.size()};
-        next_ = store.value(next_).next;
+        next_ = contents.value(next_).next;
     }
     return true;
 }
@@ -137,8 +118,8 @@ ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 void ZPCategoryBasedCache_6_0::changed()
 {
     ++changes_;
-    rep_->tidy();
-    if (rep_->takeListsWentAway())
+    rep_->compact();
+    if (rep_->exchangeListsRemoved())
         listsWentAway();
 }
 
@@ -148,7 +129,7 @@ ZArrayList_6_0* ZPCategoryBasedCache_6_0::get(char const* category, char const* 
     Id const id = rep_->liveKey(category, key);
     if (id == 0)
         return nullptr;
-    ++changes_;  // the texts may go into a list
+    ++changes_;  // a list may now hold the values
     return rep_->list(id, kindOf(*rep_, id, type));
 }
 
@@ -176,7 +157,7 @@ void ZPCategoryBasedCache_6_0::set(char const* category, char const* key, char c
 {
     if (category == nullptr)
         return;
-    rep_->set(checkedView(category), checkedView(key), checkedView(value), Store::plain);
+    rep_->set(checkedView(category), checkedView(key), checkedView(value), Contents::plain);
     changed();
 }
 
@@ -190,7 +171,7 @@ void ZPCategoryBasedCache_6_0::setObfuscated(char const* category, char const* k
 {
     if (category == nullptr)
         return;
-    rep_->set(checkedView(category), checkedView(key), checkedView(value), Store::obfuscated);
+    rep_->set(checkedView(category), checkedView(key), checkedView(value), Contents::obfuscated);
     changed();
 }
 
@@ -222,14 +203,14 @@ int ZPCategoryBasedCache_6_0::countValues(char const* category)
     Id const id = rep_->liveCategory(category);
     size_t count = 0;
     for (Id key = id == 0 ? 0 : rep_->category(id).firstKey; key != 0; key = rep_->key(key).next)
-        count += rep_->valueCount(key, rep_->eitherKind(key));
+        count += rep_->valueCount(key, rep_->anyKind(key));
     return static_cast<int>(count);
 }
 
 int ZPCategoryBasedCache_6_0::countValues(char const* category, char const* key)
 {
     Id const id = rep_->liveKey(category, key);
-    return id == 0 ? 0 : static_cast<int>(rep_->valueCount(id, rep_->eitherKind(id)));
+    return id == 0 ? 0 : static_cast<int>(rep_->valueCount(id, rep_->anyKind(id)));
 }
 
 int ZPCategoryBasedCache_6_0::keyCount(char const* category) const
@@ -253,9 +234,9 @@ int ZPCategoryBasedCache_6_0::isObfuscated(char const* category) const
     Id const id = rep_->liveCategory(category);
     if (id == 0 || rep_->category(id).items == 0)
         return 0;
-    // An item's values may have been taken out of its list.
+    // A caller may have removed the values from the list of an item.
     for (Id key = rep_->category(id).firstKey; key != 0; key = rep_->key(key).next)
-        if (rep_->valueCount(key, Store::obfuscated) != 0)
+        if (rep_->valueCount(key, Contents::obfuscated) != 0)
             return 1;
     return 0;
 }
@@ -263,7 +244,7 @@ int ZPCategoryBasedCache_6_0::isObfuscated(char const* category) const
 int ZPCategoryBasedCache_6_0::isObfuscated(char const* category, char const* key) const
 {
     Id const id = rep_->liveKey(category, key);
-    return id != 0 && rep_->valueCount(id, Store::obfuscated) != 0;
+    return id != 0 && rep_->valueCount(id, Contents::obfuscated) != 0;
 }
 
 int ZPCategoryBasedCache_6_0::count() const
@@ -273,16 +254,16 @@ int ZPCategoryBasedCache_6_0::count() const
 
 void ZPCategoryBasedCache_6_0::getNames(ZArrayList_6_0& out) const
 {
-    Additions additions(out);
-    for (Id const id : MapOrder(*rep_)) {
-        if (out.ownsMembers()) {
-            std::string_view const name = rep_->name(rep_->category(id));
-            additions.addNew(zcache::newString(name));
-        } else {
-            out.addNoCopy(rep_->categoryName(id));
+    zcontainers::addAllOrNothing(out, [&] {
+        for (Id const id : MapOrder(*rep_)) {
+            if (out.ownsMembers()) {
+                std::string_view const name = rep_->name(rep_->category(id));
+                addNew(out, zcache::newString(name));
+            } else {
+                out.addNoCopy(rep_->categoryName(id));
+            }
         }
-    }
-    additions.done();
+    });
 }
 
 void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& out) const
@@ -290,16 +271,16 @@ void ZPCategoryBasedCache_6_0::getNames(char const* category, ZArrayList_6_0& ou
     Id const found = rep_->liveCategory(category);
     if (found == 0)
         return;
-    Additions additions(out);
-    for (Id const id : MapOrder(*rep_, found)) {
-        if (out.ownsMembers()) {
-            std::string_view const name = rep_->name(rep_->key(id));
-            additions.addNew(zcache::newString(name));
-        } else {
-            out.addNoCopy(rep_->keyName(id));
+    zcontainers::addAllOrNothing(out, [&] {
+        for (Id const id : MapOrder(*rep_, found)) {
+            if (out.ownsMembers()) {
+                std::string_view const name = rep_->name(rep_->key(id));
+                addNew(out, zcache::newString(name));
+            } else {
+                out.addNoCopy(rep_->keyName(id));
+            }
         }
-    }
-    additions.done();
+    });
 }
 
 ZArrayList_6_0* ZPCategoryBasedCache_6_0::getNames(char const* category) const
@@ -334,13 +315,13 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
         text.add("]\n");
         for (Id const key : MapOrder(*rep_, category)) {
             std::string_view const name = rep_->name(rep_->key(key));
-            rep_->eachValue(key, Store::plain, [&](std::string_view value) {
+            rep_->forEachValue(key, Contents::plain, [&](std::string_view value) {
                 text.add(name);
                 text.add(" = ");
                 text.add(value);
                 text.add("\n");
             });
-            if (rep_->valueCount(key, Store::plain) == 0) {
+            if (rep_->valueCount(key, Contents::plain) == 0) {
                 text.add(name);
                 text.add(" =\n");
             }
@@ -413,7 +394,7 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
 
 void ZPCategoryBasedCache_6_0::clear()
 {
-    Store none;
+    Contents none;
     rep_->swap(none);
     ZPCache_6_0::clear();
     listsWentAway();
@@ -465,17 +446,17 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
 
     auto const textOf = [](std::string_view text) { return Text{text.data(), text.size()}; };
     zcache::Key const& found = rep_->key(id);
-    if (found.more == 0) {  // one plain value, or none
+    if (found.extra == 0) {  // at most one plain value
         values.count_ = found.value != 0 && type != obfuscatedValues;
         if (values.count_ != 0)
             values.first_ = values.last_ = textOf(rep_->text(found));
         return values;
     }
-    Store::Kind const kind = kindOf(*rep_, id, type);
+    Contents::Kind const kind = kindOf(*rep_, id, type);
     values.count_ = static_cast<int>(rep_->valueCount(id, kind));
-    zcache::KeyMore const* const more = rep_->more(id);
-    if (more->lists[kind] != nullptr) {
-        values.list_ = more->lists[kind];
+    zcache::KeyExtra const* const extra = rep_->findExtra(id);
+    if (extra->lists[kind] != nullptr) {
+        values.list_ = extra->lists[kind];
         if (values.count_ > 0) {
             auto const* const last = static_cast<ZAbstractString_6_0 const*>(
                 values.list_->get(static_cast<unsigned>(values.count_) - 1));
@@ -484,16 +465,16 @@ ZPCategoryBasedCache_6_0::Values ZPCategoryBasedCache_6_0::values(uint32_t id,
         }
         return values;
     }
-    if (kind == Store::plain && found.value != 0) {
+    if (kind == Contents::plain && found.value != 0) {
         values.first_ = values.last_ = textOf(rep_->text(found));
-        values.next_ = more->first[kind];
-    } else if (more->first[kind] != 0) {
-        zcache::Value const& first = rep_->value(more->first[kind]);
+        values.next_ = extra->first[kind];
+    } else if (extra->first[kind] != 0) {
+        zcache::Value const& first = rep_->value(extra->first[kind]);
         values.first_ = values.last_ = textOf(rep_->text(first));
         values.next_ = first.next;
     }
-    if (more->last[kind] != 0)
-        values.last_ = textOf(rep_->text(rep_->value(more->last[kind])));
+    if (extra->last[kind] != 0)
+        values.last_ = textOf(rep_->text(rep_->value(extra->last[kind])));
     return values;
 }
 
@@ -530,9 +511,9 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
     Id const id = rep_->liveKey(category, key);
     if (id == 0)
         return false;
-    if (rep_->more(id) != nullptr)
+    if (rep_->findExtra(id) != nullptr)
         return values(id, type).last(value);
-    // One plain value is all that most keys have.
+    // Most keys have a single plain value.
     zcache::Key const& found = rep_->key(id);
     if (type == obfuscatedValues || found.value == 0)
         return false;
@@ -583,7 +564,7 @@ void ZPCategoryBasedCache_6_0::addStanzaComment(char const* category, char const
 bool ZPCategoryBasedCache_6_0::isCommentWeWant(char const* pattern, char const* text)
 {
     return pattern != nullptr && text != nullptr &&
-           zstanza::beginsWithPattern(checkedView(pattern), text);
+           zstanza::startsWithPattern(checkedView(pattern), text);
 }
 
 int ZPCategoryBasedCache_6_0::validateCategory(char const* category)
@@ -605,25 +586,25 @@ void ZPCategoryBasedCache_6_0::getLines(ZArrayList_6_0& out) const
 {
     static constexpr unsigned kTypes[] = {ZPropLine_6_0::comment, ZPropLine_6_0::blank,
                                           ZPropLine_6_0::stanzaHead, ZPropLine_6_0::keyLine};
-    Additions additions(out);
-    for (Id id = rep_->firstLine(); id != 0; id = rep_->line(id).next) {
-        zcache::Line const& line = rep_->line(id);
-        if (line.isBelowBlank)
-            additions.addNew(new ZPropLine_6_0(ZPropLine_6_0::blank, ""));
-        additions.addNew(new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).data()));
-    }
-    additions.done();
+    zcontainers::addAllOrNothing(out, [&] {
+        for (Id id = rep_->firstLine(); id != 0; id = rep_->line(id).next) {
+            zcache::Line const& line = rep_->line(id);
+            if (line.isBelowBlank)
+                addNew(out, new ZPropLine_6_0(ZPropLine_6_0::blank, ""));
+            addNew(out, new ZPropLine_6_0(kTypes[line.kind], rep_->text(line).data()));
+        }
+    });
 }
 
 void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
 {
-    Additions additions(out);
-    for (Id id = rep_->firstItem(); id != 0; id = rep_->item(id).nextItem) {
-        zcache::Key const& key = rep_->key(rep_->item(id).key);
-        additions.addNew(new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).data(),
-                                                 rep_->name(key).data()));
-    }
-    additions.done();
+    zcontainers::addAllOrNothing(out, [&] {
+        for (Id id = rep_->firstItem(); id != 0; id = rep_->item(id).nextItem) {
+            zcache::Key const& key = rep_->key(rep_->item(id).key);
+            addNew(out, new ZObfuscatedItem_6_0(rep_->name(rep_->category(key.category)).data(),
+                                                rep_->name(key).data()));
+        }
+    });
 }
 
 size_t ZPCategoryBasedCache_6_0::memoryUsed() const

@@ -1,16 +1,14 @@
-// ZPropertiesImpl: the cache behind a configuration store: every value, and every line of the file.
+// ZPropertiesImpl: the cache of a configuration store: every value, and every line of the file.
 //
 // Subsystem: properties.  Stands on: ZObject, ZException, ZLCString, ZArrayList, ZHashKeyMap,
 // ZBuffer, ZSqueeze.
 //
-// A cache keeps categories of keys, the values of each key (plain ones and obfuscated ones), and
-// beside them the lines of the file in file order, so that a store rewrites the file with its
-// comments, blank lines and key order. The text lies in memory once; the value lists that callers
-// see are made when `get` is called for them, and from then on such a list is what the key holds:
-// whoever changes it changes the cache. There is room for 4 GiB of text.
-// Ownership: the cache owns everything it hands out, unless a contract says otherwise. Every
-// operation either happens or, when memory is short, raises ZOutOfMemoryException_6_0 and leaves
-// the cache as it was.
+// A cache holds categories of keys and the plain and obfuscated values of each key. It also holds
+// the lines of the file in file order, so that a store rewrites the file with its comments, blank
+// lines and key order. The text is in memory once, at most 4 GiB of it. `get` creates a list of the
+// values of a key; from then on this list holds the values, so changing it changes the cache.
+// Ownership: the cache owns everything that it returns, unless a contract specifies otherwise. If
+// memory is exhausted, an operation throws ZOutOfMemoryException_6_0 and the cache is unchanged.
 // Threads: unsynchronised; the store that owns a cache calls it under the store's lock.
 // File format: stanza files and their companion, see docs/file-formats.md.
 #pragma once
@@ -33,9 +31,9 @@ class ZPropLine_6_0 : public ZObject_6_0 {
 public:
     enum LineType : unsigned { comment = 1, blank = 2, stanzaHead = 4, keyLine = 8 };
 
-    /// Makes a line of `type`.
-    /// owns    `text` is copied: the key of a key line, the category of a stanza head, a comment
-    ///         as a whole, nothing for a blank line. Null is taken as "".
+    /// Creates a line of `type`.
+    /// owns    `text` is copied: the key of a key line, the category of a stanza header, a whole
+    ///         comment, "" for a blank line. Null is treated as "".
     ZPropLine_6_0(unsigned type, char const* text);
     ZPropLine_6_0(ZPropLine_6_0 const& other);
     ZPropLine_6_0& operator=(ZPropLine_6_0 const& other);
@@ -43,8 +41,8 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZPropLine_6_0() override;
 
-    /// Orders by type, then by the bytes of the text; 0 exactly when both are equal, and with
-    /// anything that is no line by address.
+    /// Orders by type, then by the bytes of the text; returns 0 only if both are equal. Any other
+    /// object is ordered by address.
     int compare(ZObject_6_0 const& other) const override;
     ZObject_6_0* clone() const override;
 
@@ -56,11 +54,10 @@ private:
     ZLCString_6_0 text_;
 };
 
-// Names a key that holds obfuscated values.
+// The names of a key that holds obfuscated values.
 class ZObfuscatedItem_6_0 : public ZObject_6_0 {
 public:
-    /// Names `key` of `category`.
-    /// owns    both are copied; null is taken as "".
+    /// owns    both names are copied; null is treated as "".
     ZObfuscatedItem_6_0(char const* category, char const* key);
     ZObfuscatedItem_6_0(ZObfuscatedItem_6_0 const& other);
     ZObfuscatedItem_6_0& operator=(ZObfuscatedItem_6_0 const& other);
@@ -68,7 +65,8 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZObfuscatedItem_6_0() override;
 
-    /// Orders by the bytes of the category, then of the key; with anything else by address.
+    /// Orders by the bytes of the category, then of the key. Any other object is ordered by
+    /// address.
     int compare(ZObject_6_0 const& other) const override;
     ZObject_6_0* clone() const override;
 
@@ -83,11 +81,11 @@ private:
     ZLCString_6_0 key_;
 };
 
-// The keys of one category: key name to value entry. A value entry is an owning list of exactly two
-// owning lists of ZLCString_6_0: the plain values, then the obfuscated ones.
+// Maps the key names of a category to value entries. A value entry is an owning list of exactly two
+// owning lists of ZLCString_6_0: the plain values, then the obfuscated values.
 class ZPKVList_6_0 : public ZHashKeyMap_6_0 {
 public:
-    /// Makes an empty map of 15 buckets that owns its keys and entries.
+    /// Creates an empty map of 15 buckets that owns its keys and entries.
     ZPKVList_6_0();
     ZPKVList_6_0(ZPKVList_6_0 const& other);
     ZPKVList_6_0& operator=(ZPKVList_6_0 const& other);
@@ -101,7 +99,7 @@ public:
     void listKeys(ZList_6_0& target) const override;
 
     /// Returns copies of the key names, in map order.
-    /// owns    owned by the caller; released with delete. The list owns its members.
+    /// owns    owned by the caller; released with delete. The list owns its elements.
     virtual ZArrayList_6_0* getKeys() const;
 
     /// Returns an entry without values: two empty lists.
@@ -109,21 +107,21 @@ public:
     static ZArrayList_6_0* makeEntry();
 };
 
-// What a store asks of its cache. The value operations are empty here: getters return null or 0,
-// changes do nothing.
+// The interface through which a store uses its cache. The value operations are empty here: getters
+// return null or 0, changes do nothing.
 class ZPCache_6_0 {
 public:
     /// Selects the values of a key.
     enum get_type_e {
-        anyValues = 0,        // the plain ones, or the obfuscated ones when there is no plain one
-        plainValues = 1,      // the plain ones
-        obfuscatedValues = 2  // the obfuscated ones
+        anyValues = 0,  // the plain values; the obfuscated values if no plain value exists
+        plainValues = 1,
+        obfuscatedValues = 2
     };
 
     /// Attribute: keep comment lines and blank lines when reading.
     enum : unsigned long { keepComments = 1 };
 
-    /// The empty text.
+    /// The empty string.
     static char const empty_[1];
 
     ZPCache_6_0();
@@ -138,166 +136,170 @@ public:
     virtual ZPCache_6_0* clone() const = 0;
 
     /// Returns the list of the values of (category, key) that `type` selects: owning, of
-    /// ZLCString_6_0, in the order in which they were added. Null when the key is missing.
+    /// ZLCString_6_0, in the order in which they were added. Null if the key is missing.
     /// owns    borrowed until the key is removed; it is the cache's own list, so changing it
-    ///         changes the key. `generation()` tells whether lists went away.
+    ///         changes the key. `generation()` shows whether lists were deleted.
     virtual ZArrayList_6_0* get(char const* category, char const* key, get_type_e type);
 
     /// Returns copies of the values of a whole category that `type` selects for each key: key by
-    /// key in map order, a key's values in their order. Null when the category is missing.
-    /// owns    borrowed until the category is removed; the next call for it fills the list anew.
+    /// key in map order, a key's values in their order. Null if the category is missing.
+    /// owns    borrowed until the category is removed; the next call for it refills the list.
     virtual ZArrayList_6_0* get(char const* category, get_type_e type);
 
-    /// Adds a value behind those that the key has, making category and key when they are new.
-    /// range   null or empty `value` adds the key alone; null `key` the category alone; null
-    ///         `category` does nothing. The same holds for every operation below.
+    /// Appends a value to the key; creates category and key if they are missing.
+    /// range   null or empty `value` adds only the key; null `key` only the category; null
+    ///         `category` does nothing. The same applies to every operation below.
     virtual void add(char const* category, char const* key, char const* value, int obfuscated);
 
-    /// Adds a key without a value, when it is new.
+    /// Adds a key without a value if it is missing.
     virtual void add(char const* category, char const* key, int obfuscated);
 
-    /// Makes `value` the key's one value, as a plain one; an empty one leaves the key without
-    /// value.
+    /// Replaces the values of the key by one plain value; an empty value leaves the key without
+    /// values.
     virtual void set(char const* category, char const* key, char const* value);
 
-    /// Leaves the key without value.
+    /// Leaves the key without values.
     virtual void set(char const* category, char const* key);
 
-    /// Makes `value` the key's one value, as an obfuscated one. A key that held obfuscated values
-    /// already keeps its place among those that do.
+    /// Replaces the values of the key by one obfuscated value. A key that already held obfuscated
+    /// values keeps its position among the keys that do.
     virtual void setObfuscated(char const* category, char const* key, char const* value);
 
-    /// Leaves the key without value.
+    /// Leaves the key without values.
     virtual void setObfuscated(char const* category, char const* key);
 
-    /// Removes a key with its values. Its line stays, and is written again if the key comes back.
+    /// Removes a key with its values. Its line stays, and is written again if the key is added
+    /// again.
     virtual void remove(char const* category, char const* key);
 
-    /// Removes a category with its keys. Its lines stay, and are written again if it comes back.
+    /// Removes a category with its keys. Its lines stay, and are written again if it is added
+    /// again.
     virtual void remove(char const* category);
 
-    /// Returns how many values `get(category, anyValues)` lists; 0 when the category is missing.
+    /// Returns the number of values that `get(category, anyValues)` lists; 0 if the category is
+    /// missing.
     virtual int countValues(char const* category);
 
-    /// Returns how many values `get(category, key, anyValues)` lists; 0 when the key is missing.
+    /// Returns the number of values that `get(category, key, anyValues)` lists; 0 if the key is
+    /// missing.
     virtual int countValues(char const* category, char const* key);
 
-    /// Returns the number of keys of a category; 0 when it is missing.
+    /// Returns the number of keys of a category; 0 if it is missing.
     virtual int keyCount(char const* category) const;
 
-    /// Returns 1 when the category exists, else 0.
+    /// Returns 1 if the category exists, else 0.
     virtual int contains(char const* category) const;
 
-    /// Returns 1 when the key exists in the category, else 0.
+    /// Returns 1 if the key exists in the category, else 0.
     virtual int contains(char const* category, char const* key) const;
 
-    /// Returns 1 when some key of the category holds obfuscated values, else 0.
+    /// Returns 1 if a key of the category holds obfuscated values, else 0.
     virtual int isObfuscated(char const* category) const;
 
-    /// Returns 1 when the key holds obfuscated values, else 0.
+    /// Returns 1 if the key holds obfuscated values, else 0.
     virtual int isObfuscated(char const* category, char const* key) const;
 
     /// Returns the number of categories.
     virtual int count() const;
 
     /// Appends the category names to `out`, in map order, as ZLCString_6_0.
-    /// owns    an owning `out` gets names of its own; to one that only borrows, the names stay the
-    ///         cache's, until the category is removed.
+    /// owns    an owning `out` receives copies; otherwise the names are borrowed until the category
+    ///         is removed.
     virtual void getNames(ZArrayList_6_0& out) const;
 
-    /// Appends the names of a category's keys to `out`, in map order; nothing when it is missing.
-    /// owns    as for the category names: until the key is removed.
+    /// Appends the names of a category's keys to `out`, in map order; nothing if it is missing.
+    /// owns    an owning `out` receives copies; otherwise the names are borrowed until the key is
+    ///         removed.
     virtual void getNames(char const* category, ZArrayList_6_0& out) const;
 
-    /// Returns the names of a category's keys, in map order; null when the category is missing.
-    /// owns    owned by the caller; released with delete. The list owns its members.
+    /// Returns the names of a category's keys, in map order; null if the category is missing.
+    /// owns    owned by the caller; released with delete. The list owns its elements.
     virtual ZArrayList_6_0* getNames(char const* category) const;
 
     /// Prints every category with its plain values, in map order: "\n[%s]\n", then "%s = %s\n" for
-    /// each value, or "%s =\n" for a key without one. When writing fails, ferror() of `file` tells,
-    /// unless the program has made it wide.
+    /// each value, or "%s =\n" for a key without values. After a failed write ferror() of `file` is
+    /// set, unless the program has made the stream wide.
     /// range   null does nothing.
     virtual void list(FILE* file) const;
 
-    /// Reads the text of `file` from where it stands to its end.
+    /// Reads the text of `file` from its current position to its end.
     virtual void be_read(char const* path, FILE* file);
 
-    /// Writes the text to `file` where it stands.
+    /// Writes the text to `file` at its current position.
     virtual void be_write(char const* path, FILE* file);
 
     /// Reads the contents of a companion file.
     virtual void be_read_obfuscated(ZBuffer_6_0& buffer);
 
-    /// Makes `buffer` the contents of a companion file; empty when there is nothing to keep in one.
+    /// Stores the contents of a companion file in `buffer`; empties it if no companion is needed.
     virtual void be_write_obfuscated(ZBuffer_6_0& buffer);
 
-    /// Removes a category with its values and its lines: head, keys, comments and blank lines.
-    /// kept    comments that stand above the next head go along.
+    /// Removes a category with its values and its lines: header, keys, comments and blank lines.
+    /// kept    comments above the next header are removed too.
     virtual void delLine(char const* category);
 
     /// Removes a key with its values and its line.
     virtual void delLine(char const* category, char const* key);
 
-    /// Sets the value of a key as `set` or `setObfuscated` does, and gives the category a head line
-    /// and the key a line where they have none. Null or empty `key`: the category alone.
-    /// kept    a new head has a blank line above it, also at the top of a new file.
+    /// Sets the value of a key as `set` or `setObfuscated` does, and creates a missing header line
+    /// of the category and a missing line of the key. range   null or empty `key` adds only the
+    /// category. kept    a new header has a blank line above it, also at the top of a new file.
     virtual void addLine(char const* category, char const* key, char const* value, int obfuscated);
 
-    /// Does the same without a value.
+    /// Adds a line as above, without a value.
     virtual void addLine(char const* category, char const* key, int obfuscated);
 
-    /// Adds a comment to the block that leads the file. The lines of a comment of several lines
-    /// stay together; each but the first gets a leading "#" if it has none. The same holds for the
-    /// two operations below.
+    /// Appends a comment to the comments at the start of the file. The lines of a comment with
+    /// newlines stay together; each line after the first gets a missing "#". The same applies to
+    /// the two operations below.
     virtual void addFileComment(char const* comment);
 
-    /// Adds a comment above the head of a category, with a blank line above the comment unless
-    /// there is one; nothing when the category is missing.
+    /// Adds a comment above the header of a category, and a blank line above the comment unless one
+    /// exists. Does nothing if the category is missing.
     virtual void addLineComment(char const* category, char const* comment);
 
-    /// Adds a comment above the line of a key, adding the key when it is missing.
+    /// Adds a comment above the line of a key. A missing key is added.
     virtual void addLineComment(char const* category, char const* key, char const* comment);
 
-    /// Removes all values and lines and forgets the companion file. The attributes stay.
+    /// Removes all values and lines and the companion file name. The attributes stay.
     virtual void clear();
 
-    /// Sets the attributes (see `keepComments`) and the argument that goes with them.
+    /// Sets the attributes (see `keepComments`) and their argument.
     virtual void setAttributes(unsigned long attributes, void* argument);
 
-    /// Makes `out` one name for (category, key): "[category]key".
+    /// Stores a combined name of (category, key) in `out`: "[category]key".
     virtual void makeKey(ZLCString_6_0& out, char const* category, char const* key) const;
 
-    /// Returns an empty cache of the same class with the same attributes; here null: this cache
-    /// cannot be made anew.
+    /// Returns an empty cache of the same class with the same attributes; here null, which means
+    /// that the class cannot create one.
     /// owns    owned by the caller; released with delete.
     virtual ZPCache_6_0* makeEmpty() const;
 
-    /// Exchanges values, lines and companion file name with `other`, and returns 1; attributes stay
-    /// where they are. Here, and between caches that hold their contents differently, does nothing
-    /// and returns 0. Never fails otherwise.
-    /// owns    lists got from either cache stay valid and go along.
+    /// Swaps values, lines and companion file name with `other` and returns 1; attributes are not
+    /// swapped. Here, and between caches that hold their contents differently, does nothing and
+    /// returns 0.
+    /// owns    lists from either cache stay valid and are swapped too.
     virtual int swapContents(ZPCache_6_0& other);
 
-    /// Returns the number of keys that were given obfuscated values and still have a place for
-    /// them.
+    /// Returns the number of keys that getObfuscatedItems() of a category-based cache lists.
     virtual int obfuscatedItemCount() const;
 
-    /// Returns this cache when it is exactly a ZPCategoryBasedCache_6_0 or a ZSCFData_6_0, so that
-    /// its non-virtual look-ups give what the virtual ones give; null for any class derived by
-    /// others.
+    /// Returns this cache if it is exactly a ZPCategoryBasedCache_6_0 or a ZSCFData_6_0, so that
+    /// its non-virtual lookups return the same results as the virtual ones; null for any derived
+    /// class of a caller.
     ZPCategoryBasedCache_6_0 const* direct() const;
 
-    /// Returns the path of the companion file; empty while none is known.
+    /// Returns the path of the companion file; empty if there is none.
     ZLCString_6_0 const& companionFile() const { return *companionFile_; }
 
-    /// Sets the path of the companion file; null is taken as "".
+    /// Sets the path of the companion file; null is treated as "".
     void setCompanionFile(char const* path);
 
     unsigned long attributes() const { return attributes_; }
     void* attributeArgument() const { return attributeArgument_; }
 
-    /// Returns a number that changes whenever a list that `get` returned went away or changed
-    /// hands; whoever keeps such a list compares it and calls `get` again.
+    /// Returns a number that changes when a list that `get` returned is deleted or swapped. A
+    /// caller that keeps such a list compares the number and calls `get` again if it has changed.
     unsigned long generation() const { return generation_; }
 
 protected:
@@ -312,18 +314,18 @@ private:
     unsigned long generation_;
 };
 
-// A key by the place where a cache keeps it: it is found there again without its name, until the
-// cache is changed in any way, see `ZPCategoryBasedCache_6_0::changes()`.
+// A key and its index in a cache. The index finds the key without its name, until the cache changes
+// in any way: see `ZPCategoryBasedCache_6_0::changes()`.
 struct ZPCachedKey_6_0 {
     char const* name;
     uint32_t place;
 };
 
-// The cache of categories. It has no file format of its own: reading and writing do nothing.
+// A cache of categories, without a file format: reading and writing do nothing.
 //
-// In a class derived by others, reading, writing and the line operations go through the virtual
-// value operations, so that an override sees every value; exactly the library's own classes take a
-// shorter way with the same result. The operations and what they call, in this order:
+// In a class that a caller derives, reading, writing and the line operations call the virtual value
+// operations, so that an override sees every value. The library's own classes take a shorter path
+// with the same result. Each operation calls, in this order:
 //
 //     be_read, readText     for each header contains(category), set(category, null, null); for each
 //                           key line add(category, key, value, 0)
@@ -336,61 +338,61 @@ struct ZPCachedKey_6_0 {
 //     addStanzaLine         contains(category); set(category, null, null) if it is new
 //     addLine               as addStanzaLine; then set or setObfuscated of the key
 //     delLine               remove of the key or the category
-//     addLineComment        contains; for a new key also as addStanzaLine, and add(category, key,
-//     0)
+//     addLineComment        contains; for a new key also as addStanzaLine, and
+//                           add(category, key, 0)
 //
-// What an override throws reaches the caller; lines and values of the cache are as they were then,
-// but lists that `get` returned are gone if reading was interrupted, see `generation()`.
+// An exception of an override reaches the caller. Lines and values of the cache are unchanged then,
+// but lists that `get` returned are deleted if a read was interrupted: see `generation()`.
 class ZPCategoryBasedCache_6_0 : public ZPCache_6_0 {
 public:
-    // A text inside the cache; a zero byte follows its `length` bytes.
+    // A string in the cache; a zero byte follows its `length` bytes.
     struct Text {
         char const* chars;
         size_t length;
     };
 
-    // Steps through the values of a key without making lists of them. Valid until the cache is
-    // changed in any way, or `get` is called for the key: see `changes()`.
+    // Iterates over the values of a key without creating lists. Valid until the cache changes in
+    // any way, or `get` is called for the key: see `changes()`.
     class Values {
     public:
-        // Where a walk stands.
+        // A position of an iteration.
         struct Place {
             uint32_t next;
             int given;
         };
 
-        /// Returns the number of values; -1 when the key is missing.
+        /// Returns the number of values; -1 if the key is missing.
         int count() const { return count_; }
 
-        /// Stores the next value and returns true; false behind the last one.
+        /// Stores the next value and returns true. Returns false after the last value.
         bool next(Text& value);
 
-        /// Goes on to where the value at `index` is the next one and returns true; false when that
-        /// place was passed already, or is none.
-        /// cost    O(values skipped); O(1) when a list was made of them.
+        /// Skips ahead so that the value at `index` is the next one, and returns true. Returns
+        /// false if that value was already passed or does not exist. cost    O(values skipped);
+        /// O(1) if a list holds the values.
         bool skipTo(int index);
 
-        /// Returns the place where the walk stands.
+        /// Returns the current position.
         Place place() const { return {next_, given_}; }
 
-        /// Goes on from a place in another walk through the same values.
+        /// Continues from a position of another iteration over the same values.
         void resume(Place place)
         {
             next_ = place.next;
             given_ = place.given;
         }
 
-        /// Stores the last of all values and returns true; false when there is none.
-        /// cost    O(1), wherever the walk stands.
+        /// Stores the last of all values and returns true. Returns false if there are no values.
+        /// cost    O(1), at any position.
         bool last(Text& value) const;
 
     private:
         friend class ZPCategoryBasedCache_6_0;
-        ZArrayList_6_0 const* list_;  // the values, when a list was made of them
-        void const* store_;           // else the store of the texts,
-        uint32_t next_;               // the text to come (an index into `list_`, or a text's id),
-        Text first_;                  // the first text
-        Text last_;                   // and the last
+        ZArrayList_6_0 const* list_;  // the values, if a list holds them
+        void const* store_;           // else the contents that hold them
+        uint32_t next_;               // the next value: an index of `list_`, or an id
+        Text first_;
+        Text last_;
         int count_;
         int given_;
     };
@@ -435,35 +437,35 @@ public:
     int swapContents(ZPCache_6_0& other) override;
     int obfuscatedItemCount() const override;
 
-    // Look-ups that make no lists. They answer from this cache's own values, past any override.
+    // Lookups that create no lists. They bypass overrides and return the cache's own values.
 
     /// Returns the values of (category, key) that `type` selects.
     /// cost    O(1).
     Values values(char const* category, char const* key, get_type_e type) const;
 
-    /// Returns the values of the key at `place`, which holds; 0: of a missing key.
+    /// Returns the values of the key at `place`, a valid result of placeOf(); 0 is a missing key.
     /// cost    O(1), without a search.
     Values values(uint32_t place, get_type_e type) const;
 
-    /// Returns the place of (category, key), see ZPCachedKey_6_0; 0 when the key is missing.
+    /// Returns the index of (category, key), see ZPCachedKey_6_0; 0 if the key is missing.
     /// cost    O(1).
     uint32_t placeOf(char const* category, char const* key) const;
 
-    /// Returns the keys of `category` in the order of `getNames`, and stores how many there are;
-    /// null when there are none.
-    /// owns    one block with the names in it, owned by the caller; released with free().
+    /// Returns the keys of `category` in the order of `getNames`, and stores their number; null if
+    /// there are no keys.
+    /// owns    a single block, which includes the names, owned by the caller; released with free().
     /// cost    O(keys), one allocation; a second one for many keys.
     ZPCachedKey_6_0* listKeys(char const* category, int& count) const;
 
-    /// Stores the last value that `type` selects and returns true; false when the key is missing or
-    /// has none.
-    /// owns    borrowed until the cache is changed in any way, or `get` is called for the key.
+    /// Stores the last value that `type` selects and returns true. Returns false if the key is
+    /// missing or has no such value.
+    /// owns    borrowed until the cache changes in any way, or `get` is called for the key.
     /// cost    O(1).
     bool lastValue(char const* category, char const* key, get_type_e type, Text& value) const;
 
-    // The line operations by their own names.
+    // The line operations of stanzas.
 
-    /// Makes a category and appends a blank line and its head line; nothing when it exists.
+    /// Creates a category and appends a blank line and its header. Does nothing if it exists.
     void addStanzaLine(char const* category);
 
     /// Removes a category as `delLine(category)` does.
@@ -472,32 +474,34 @@ public:
     /// Adds a comment as `addLineComment(category, comment)` does.
     void addStanzaComment(char const* category, char const* comment);
 
-    /// Returns whether `text` begins with `pattern` when runs of blanks in the text are skipped:
-    /// the comments "# port = 5" and "#port=" both begin with "#port=".
+    /// Returns whether `text`, without its spaces, starts with `pattern`: the comments "# port = 5"
+    /// and "#port=" both start with "#port=".
     static bool isCommentWeWant(char const* pattern, char const* text);
 
-    /// Returns 1 when a line for (category, key) would be read back as the same pair, else 0: no
-    /// null or empty name, no line feed, no "]" in the category, no "=" in the key, no white space
-    /// at either end of it, no "#" or "[" as its first character, and at most 8190 bytes a line.
+    /// Returns 1 if a line for (category, key) would be read back as the same pair, else 0. Names
+    /// must not be null or empty or contain a newline; the category must not contain "]". The key
+    /// must not contain "=", start or end with whitespace, or start with "#" or "[". A line has at
+    /// most 8190 bytes.
     static int validateKey(char const* category, char const* key);
 
-    /// Returns 1 when a head line for `category` would be read back as that name, else 0.
+    /// Returns 1 if a header for `category` would be read back as that name, else 0.
     static int validateCategory(char const* category);
 
-    /// Returns 1 when the line of a plain value would be read back as one line, else 0: no line
-    /// feed and at most 8190 bytes with its key.
+    /// Returns 1 if the line of a plain value would be read back as a single line, else 0: it must
+    /// not contain a newline, and has at most 8190 bytes with its key.
     static int validateValue(char const* key, char const* value);
 
     /// Appends the lines to `out` as ZPropLine_6_0, in file order.
-    /// owns    `out` must own its members; it gets lines of its own.
+    /// owns    `out` must own its elements; it takes over new lines.
     void getLines(ZArrayList_6_0& out) const;
 
-    /// Appends the keys that were given obfuscated values to `out` as ZObfuscatedItem_6_0.
-    /// owns    `out` must own its members; it gets items of its own.
+    /// Appends the keys that were given obfuscated values, and have not been removed or given plain
+    /// values since, to `out` as ZObfuscatedItem_6_0.
+    /// owns    `out` must own its elements; it takes over new items.
     void getObfuscatedItems(ZArrayList_6_0& out) const;
 
-    /// Returns a number that changes with every change of the cache, and with `get`; what changes
-    /// hands with another cache is told by `generation()`.
+    /// Returns a number that changes with every change of the cache and with `get`. For swaps with
+    /// another cache see `generation()`.
     unsigned long changes() const { return changes_; }
 
     /// Returns the bytes that the cache has allocated for values and lines.
@@ -508,14 +512,14 @@ protected:
 
     Rep& rep() { return *rep_; }
     Rep const& rep() const { return *rep_; }
-    void changed();  // to be called behind every change of the contents
+    void changed();  // call this after every change of the contents
 
 private:
     Rep* rep_;  // never null
     unsigned long changes_;
 };
 
-// The cache of a stanza file: adds the reading and writing of the text and of the companion file.
+// The cache of a stanza file: reads and writes the text and the companion file.
 class ZSCFData_6_0 : public ZPCategoryBasedCache_6_0 {
 public:
     ZSCFData_6_0();
@@ -525,26 +529,29 @@ public:
     ~ZSCFData_6_0() override;
     ZPCache_6_0* clone() const override;
 
-    /// Reads a stanza file from where `file` stands to its end, adding to what the cache holds.
-    /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for a line of no
-    ///         kind; ZPropertiesIOException_6_0 (path, "fgets()", errno) when reading fails. The
-    ///         cache is then as it was.
+    /// Reads a stanza file from the current position of `file` to its end, and adds to the
+    /// contents. throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for an
+    /// invalid
+    ///         line; ZPropertiesIOException_6_0 (path, "fgets()", errno) if reading fails. The
+    ///         cache is unchanged then.
     /// cost    O(bytes).
-    /// kept    lines are cut behind 8191 bytes; the line feed behind a full piece is a blank line.
+    /// kept    lines are split after 8191 bytes; a newline right after 8191 bytes is a blank line.
     void be_read(char const* path, FILE* file) override;
 
-    /// Writes the stanza file where `file` stands, and flushes it.
-    /// throws  ZPropertiesIOException_6_0 (path, "fwrite()", errno) when writing fails.
+    /// Writes the stanza file at the current position of `file`, and flushes it.
+    /// throws  ZPropertiesIOException_6_0 (path, "fwrite()", errno) if writing fails.
     void be_write(char const* path, FILE* file) override;
 
-    /// Reads the contents of a companion file and adds each value as an obfuscated one.
-    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) when the contents cannot
-    ///         be unpacked or exceed 256 MiB. The cache is then as it was.
+    /// Reads the contents of a companion file and adds each value as an obfuscated value.
+    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) if the contents cannot
+    /// be
+    ///         decompressed, exceed 256 MiB, or are not records. The cache is unchanged then.
     void be_read_obfuscated(ZBuffer_6_0& buffer) override;
 
-    /// Makes `buffer` the contents of a companion file; empty when no key holds obfuscated values.
-    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) when the contents would
-    ///         be refused by `be_read_obfuscated`; `buffer` is then as it was.
+    /// Stores the contents of a companion file in `buffer`; empties it if no key holds obfuscated
+    /// values.
+    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) if `be_read_obfuscated`
+    ///         would refuse the contents; `buffer` is unchanged then.
     void be_write_obfuscated(ZBuffer_6_0& buffer) override;
 
     ZPCache_6_0* makeEmpty() const override;
@@ -553,7 +560,7 @@ public:
     /// owns    `text` is copied.
     void readText(char const* path, char const* text, size_t length);
 
-    /// Makes `buffer` the text that `be_write` writes; empty when there is none.
+    /// Stores the text that `be_write` writes in `buffer`, which is empty if there are no lines.
     void writeText(ZBuffer_6_0& buffer) const;
 
 private:

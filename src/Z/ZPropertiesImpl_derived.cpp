@@ -1,6 +1,7 @@
-// The operations of caches whose class is derived from those of the library: they call the virtual
-// value operations of the class. The overrides may do anything: call other operations, keep values
-// elsewhere, throw. So nothing that they may change is held across a call.
+// The operations of caches whose class a caller derived: they call the virtual value operations.
+//
+// An override may call other operations, keep values elsewhere, or throw. So no pointer into the
+// contents is kept across a call: arguments and names are copied first.
 
 #include <string.h>
 
@@ -22,10 +23,10 @@ std::string_view viewOf(ZLCString_6_0 const& string)
     return {string.getChars(), string.getLength()};
 }
 
-// Calls `call(std::string_view)` for each value in a list that an override gave; returns whether
-// there is one.
+// Calls `call(std::string_view)` for each value in a list from an override. Returns whether there
+// is a value.
 template <class Call>
-bool eachValueOf(ZArrayList_6_0 const* list, Call call)
+bool forEachValueOf(ZArrayList_6_0 const* list, Call call)
 {
     bool isAny = false;
     for (unsigned i = 0; list != nullptr && i < list->size(); ++i) {
@@ -38,8 +39,8 @@ bool eachValueOf(ZArrayList_6_0 const* list, Call call)
     return isAny;
 }
 
-// Removes a category, or a key of it, that an operation had created before it failed. The override
-// may throw again: then the cache's own contents are restored without it.
+// Removes a category, or a key of it, that an operation had created before it failed. If the
+// override throws again, removes it only from the cache's own contents.
 template <class... Names>
 void removeCreated(ZPCategoryBasedCache_6_0& cache, Names const&... names)
 {
@@ -94,7 +95,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLine(Cache& cache, char const* c
             cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
         if (isNewStanza) {
             removeCreated(cache, categoryName);
-            cache.rep().takeBackSection(viewOf(categoryName));
+            cache.rep().undoRestartSection(viewOf(categoryName));
         }
         throw;
     }
@@ -132,7 +133,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLineComment(Cache& cache, char c
         }
         if (isNewStanza) {
             removeCreated(cache, categoryName);
-            cache.rep().takeBackSection(viewOf(categoryName));
+            cache.rep().undoRestartSection(viewOf(categoryName));
         }
         throw;
     }
@@ -161,7 +162,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::deleteStanza(Cache& cache, char con
 
 void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, zstanza::TextBuffer& text)
 {
-    auto& cache = const_cast<Cache&>(listed);  // to get values may make lists, and changes none
+    auto& cache = const_cast<Cache&>(listed);  // get() may create lists, but changes no value
     ZArrayList_6_0 categories(16, 1);
     cache.getNames(categories);
     for (unsigned i = 0; i < categories.size(); ++i) {
@@ -175,7 +176,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, zstanza::
             auto const& key = static_cast<ZLCString_6_0 const&>(*keys.get(k));
             ZArrayList_6_0 const* const values =
                 cache.get(category.getChars(), key.getChars(), plainValues);
-            bool const isAny = eachValueOf(values, [&](std::string_view value) {
+            bool const isAny = forEachValueOf(values, [&](std::string_view value) {
                 text.add(viewOf(key));
                 text.add(" = ");
                 text.add(value);
@@ -194,7 +195,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, zstanza::TextBu
     ZArrayList_6_0 lines(64, 1);
     cache.getLines(lines);
     char const* category = "";
-    bool isSkipping = false;  // the lines of a stanza that was removed
+    bool isSkipping = false;  // the lines of a removed stanza
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
         std::string_view const name = viewOf(line.text());
@@ -206,16 +207,16 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, zstanza::TextBu
             continue;
         switch (line.type()) {
             case ZPropLine_6_0::stanzaHead:
-                zstanza::writeHead(name, text);
+                zstanza::writeHeader(name, text);
                 break;
             case ZPropLine_6_0::keyLine:
                 if (cache.contains(category, name.data()) == 0)
                     break;
-                if (!eachValueOf(
+                if (!forEachValueOf(
                         cache.get(category, name.data(), plainValues),
                         [&](std::string_view value) { zstanza::writeValue(name, value, text); }) &&
-                    !eachValueOf(cache.get(category, name.data(), obfuscatedValues),
-                                 [](std::string_view) {}))
+                    !forEachValueOf(cache.get(category, name.data(), obfuscatedValues),
+                                    [](std::string_view) {}))
                     zstanza::writeEmptyKey(name, text);
                 break;
             default:
@@ -233,10 +234,10 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::writeObfuscated(Cache& cache,
     for (unsigned i = 0; i < items.size(); ++i) {
         auto const& item = static_cast<ZObfuscatedItem_6_0 const&>(*items.get(i));
         char const* const category = item.category().getChars();
-        eachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues),
-                    [&](std::string_view value) {
-                        writer.add(viewOf(item.category()), viewOf(item.key()), value);
-                    });
+        forEachValueOf(cache.get(category, item.key().getChars(), obfuscatedValues),
+                       [&](std::string_view value) {
+                           writer.add(viewOf(item.category()), viewOf(item.key()), value);
+                       });
     }
 }
 
@@ -259,7 +260,7 @@ ZPCategoryBasedCache_6_0::Rep::DerivedReader::~DerivedReader()
         free(std::exchange(kept_, kept_->next));
 }
 
-std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(std::string_view text)
+std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::copy(std::string_view text)
 {
     auto* const kept = static_cast<Kept*>(zcache::reallocate(nullptr, sizeof(Kept) + text.size()));
     kept->next = kept_;
@@ -269,38 +270,38 @@ std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::keep(std::string_
     return {kept->text, text.size()};
 }
 
-void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHead(std::string_view name, int lineNumber)
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHeader(std::string_view name, int lineNumber)
 {
-    if (repetition_.lineNumber != 0)
+    if (duplicate_.lineNumber != 0)
         return;
     if (cache_.contains(name.data()) != 0) {
-        repetition_ = {name, lineNumber};
+        duplicate_ = {name, lineNumber};
         return;
     }
-    // The lines of a category that was removed without them do not come back.
+    // Do not revive the lines of a category that was removed without them.
     if (cache_.rep().liveCategory(name.data()) == 0)
         cache_.rep().removeSection(name);
     cache_.set(name.data(), nullptr, nullptr);
-    cache_.rep().readHead(name);
+    cache_.rep().readHeader(name);
     category_ = name;
 }
 
 void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addComment(std::string_view text)
 {
-    if (repetition_.lineNumber == 0)
+    if (duplicate_.lineNumber == 0)
         cache_.rep().readComment(text);
 }
 
 void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addBlank()
 {
-    if (repetition_.lineNumber == 0)
+    if (duplicate_.lineNumber == 0)
         cache_.rep().readBlank();
 }
 
 void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addKey(std::string_view name,
                                                           std::string_view value)
 {
-    if (repetition_.lineNumber != 0)
+    if (duplicate_.lineNumber != 0)
         return;
     cache_.add(category_.data(), name.data(), value.data(), 0);
     cache_.rep().readKey(category_, name);
@@ -325,7 +326,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addObfuscated(Cache& cache, char co
         char const* const category = take();
         char const* const key = take();
         char const* const value = take();
-        ++text;  // the empty text
+        ++text;  // the empty string
         cache.add(category, key, value, 1);
     }
     undo.finish();

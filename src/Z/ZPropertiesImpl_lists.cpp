@@ -13,9 +13,9 @@ int sign(int number)
     return number < 0 ? -1 : number > 0 ? 1 : 0;
 }
 
-int compareBytes(ZLCString_6_0 const& one, ZLCString_6_0 const& other)
+int compareBytes(ZLCString_6_0 const& a, ZLCString_6_0 const& other)
 {
-    return sign(strcmp(one.getChars(), other.getChars()));
+    return sign(strcmp(a.getChars(), other.getChars()));
 }
 
 }  // namespace
@@ -63,13 +63,13 @@ ZObfuscatedItem_6_0::ZObfuscatedItem_6_0(ZObfuscatedItem_6_0 const& other) = def
 
 ZObfuscatedItem_6_0& ZObfuscatedItem_6_0::operator=(ZObfuscatedItem_6_0 const& other)
 {
-    // The one that may raise and be the only one changed is a copy.
+    // The second assignment may throw after the first.
     ZLCString_6_0 const before(category_);
     category_ = other.category_;
     try {
         key_ = other.key_;
     } catch (ZOutOfMemoryException_6_0 const&) {
-        category_ = before;  // its room is there: this does not raise
+        category_ = before;  // does not throw: the capacity suffices
         throw;
     }
     return *this;

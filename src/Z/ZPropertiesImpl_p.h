@@ -1,4 +1,4 @@
-// ZPropertiesImpl_p: the hidden state of a cache, and the operations of derived classes.
+// ZPropertiesImpl_p: the hidden state of a cache, and the operations of caches that callers derive.
 #pragma once
 
 #include <stddef.h>
@@ -14,22 +14,23 @@
 #include "stanza/raise_sites.h"
 #include "stanza/text_buffer.h"
 
-// As new, for classes without an operator of their own, but raises ZOutOfMemoryException_6_0.
+/// As new.
+/// throws  ZOutOfMemoryException_6_0; any exception of the constructor.
 template <class Class, class... Arguments>
 Class* make(Arguments const&... arguments)
 {
     return zmemory::makeRep<Class>(zstanza::kSource, zstanza::raiseInAllocate, arguments...);
 }
 
-// Hidden here, because in signatures like these the patterns of exports.map see public names.
-struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zcache::Store {
+// Hidden, because the patterns of exports.map match public names in the signatures of its
+// functions.
+struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zcache::Contents {
     struct Derived;
     class DerivedReader;
 };
 
-// The operations of a cache whose class is derived from those of the library. They call the virtual
-// value operations, so that the overrides of the class see every value that is read, written or
-// changed. ZPropertiesImpl_derived.cpp.
+// The operations of a cache whose class a caller derived. They call the virtual value operations,
+// so that the overrides see every value that is read, written or changed.
 struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Derived {
     using Cache = ZPCategoryBasedCache_6_0;
 
@@ -46,13 +47,12 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Deri
 
     static void writeObfuscated(Cache& cache, zstanza::CompanionWriter& writer);
 
-    // Adds the values of `records` records, as Store::addObfuscated().
+    /// Adds the values of `records` records, as Contents::addObfuscated().
     static void addObfuscated(Cache& cache, char const* text, size_t records);
 };
 
-// Adds what a text holds to a cache of a derived class as Reader adds it to the contents, through
-// the virtual operations `contains`, `set` and `add`. The contents become what they were, unless
-// finish() was called.
+// Adds the lines of a file to a cache of a derived class, as Reader does, but through the virtual
+// operations `contains`, `set` and `add`. Restores the contents unless finish() was called.
 class __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::DerivedReader {
 public:
     explicit DerivedReader(ZPCategoryBasedCache_6_0& cache);
@@ -61,27 +61,27 @@ public:
     ~DerivedReader();
 
     void adopt(zcache::Arena::Block&, size_t) {}
-    void reserve(zstanza::Expected const&) {}
-    std::string_view keep(std::string_view text);
+    void reserve(zstanza::LineCounts const&) {}
+    std::string_view copy(std::string_view text);
     void drop(std::string_view) {}
-    void addHead(std::string_view name, int lineNumber);
+    void addHeader(std::string_view name, int lineNumber);
     void addComment(std::string_view text);
     void addBlank();
     void addKey(std::string_view name, std::string_view value);
-    zstanza::Repetition const& repetition() const { return repetition_; }
+    zstanza::DuplicateHeader const& duplicate() const { return duplicate_; }
     void flush() {}
     void finish();
 
 private:
-    // A copy of a text.
+    // A copy of a string.
     struct Kept {
         Kept* next;
         char text[1];
     };
 
     ZPCategoryBasedCache_6_0& cache_;
-    Rep* before_;                          // null once it is not needed any more
+    Rep* before_;                          // a copy of the contents; null after finish()
     std::string_view category_ = {"", 0};  // of the last header
     Kept* kept_ = nullptr;
-    zstanza::Repetition repetition_ = {{}, 0};
+    zstanza::DuplicateHeader duplicate_ = {{}, 0};
 };

@@ -20,19 +20,19 @@ namespace {
 
 constexpr size_t kFirstRead = 1 << 16;
 
-// Reads `file` to its end. Returns the number of bytes; the block has room for one more.
+// Reads `file` to its end. Returns the size in bytes; the block has capacity for one more.
 size_t readAll(char const* path, FILE* file, Arena::Block& block)
 {
     struct stat status;
     bool const isSized = fileno(file) >= 0 && fstat(fileno(file), &status) == 0 &&
                          S_ISREG(status.st_mode) && status.st_size > 0;
-    // Two more than a file of that size needs: one to see its end, one for the last zero byte.
-    block.setRoom(isSized ? static_cast<size_t>(status.st_size) + 2 : kFirstRead);
+    // Two bytes more than the file: one to detect its end, one for the last zero byte.
+    block.setCapacity(isSized ? static_cast<size_t>(status.st_size) + 2 : kFirstRead);
     size_t length = 0;
-    clearerr(file);  // an error of before is not one of this reading
+    clearerr(file);  // an earlier error is not a failure of this read
     for (;;) {
         errno = 0;
-        length += fread(block.chars() + length, 1, block.room() - 1 - length, file);
+        length += fread(block.chars() + length, 1, block.capacity() - 1 - length, file);
         if (ferror(file) && errno == EINTR)
             clearerr(file);
         else if (ferror(file))
@@ -41,11 +41,11 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
         else if (feof(file))
             return length;
         else
-            block.setRoom(block.room() * 2);
+            block.setCapacity(block.capacity() * 2);
     }
 }
 
-void handOver(TextBuffer& text, ZBuffer_6_0& buffer)
+void moveTo(TextBuffer& text, ZBuffer_6_0& buffer)
 {
     size_t const length = text.length();
     if (length == 0)
@@ -84,8 +84,8 @@ void ZSCFData_6_0::be_read(char const* path, FILE* file)
 void ZSCFData_6_0::readText(char const* path, char const* text, size_t length)
 {
     Arena::Block block;
-    block.setRoom(length + 1);
-    if (length != 0)  // an empty text may be null
+    block.setCapacity(length + 1);
+    if (length != 0)  // `text` may be null if it is empty
         memcpy(block.chars(), text, length);
     readBlock(path, &block, length);
 }
@@ -94,7 +94,7 @@ void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
 {
     auto const run = [&](auto& reader) {
         auto& text = *static_cast<Arena::Block*>(block);
-        text.setRoom(length + 1);
+        text.setCapacity(length + 1);
         char* const bytes = text.chars();
         bytes[length] = '\0';
         reader.adopt(text, length + 1);
@@ -121,7 +121,7 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
     else
         Rep::Derived::write(*this, text);
     errno = 0;
-    // Where the stream keeps the text to write it later, the error would come when nobody looks.
+    // Flush here: a caller would not see the error of a later flush.
     bool const isTaken =
         text.length() == 0 || fwrite(text.chars(), 1, text.length(), file) == text.length();
     if (!isTaken || fflush(file) != 0)
@@ -136,7 +136,7 @@ void ZSCFData_6_0::writeText(ZBuffer_6_0& buffer) const
         zcache::write(rep(), text);
     else  // the overrides are not const
         Rep::Derived::write(const_cast<ZSCFData_6_0&>(*this), text);
-    handOver(text, buffer);
+    moveTo(text, buffer);
 }
 
 void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)

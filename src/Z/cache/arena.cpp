@@ -9,8 +9,9 @@ namespace zcache {
 
 namespace {
 
-constexpr size_t kFirstChunk = 512;        // room for texts that are set one by one,
-constexpr size_t kLargestChunk = 1 << 20;  // doubled from chunk to chunk
+// Chunk sizes double from the first to the largest.
+constexpr size_t kFirstChunk = 512;
+constexpr size_t kLargestChunk = 1 << 20;
 
 }  // namespace
 
@@ -19,15 +20,15 @@ std::string_view checkedView(char const* text)
     if (text == nullptr)
         return "";
     size_t const length = strlen(text);
-    if (length > kLongestText)
-        zstanza::raiseOutOfMemory();
+    if (length > kMaxStringLength)
+        zstanza::throwOutOfMemory();
     return {text, length};
 }
 
-void Arena::Block::setRoom(size_t room)
+void Arena::Block::setCapacity(size_t capacity)
 {
-    chunk_ = static_cast<Chunk*>(reallocate(chunk_, sizeof(Chunk) + room));
-    room_ = room;
+    chunk_ = static_cast<Chunk*>(reallocate(chunk_, sizeof(Chunk) + capacity));
+    capacity_ = capacity;
 }
 
 void Arena::addChunk(size_t bytes)
@@ -37,15 +38,15 @@ void Arena::addChunk(size_t bytes)
     size = size < bytes ? bytes : size;
     freeWindows(size);
     auto* const chunk = static_cast<Chunk*>(reallocate(nullptr, sizeof(Chunk) + size));
-    enter(chunk, size);
-    filling_ = chunk;
-    dead_ += static_cast<size_t>(end_ - next_);  // what is left of the last one
+    registerChunk(chunk, size);
+    current_ = chunk;
+    garbage_ += static_cast<size_t>(end_ - next_);  // the unused rest of the last chunk
     next_ = chunk->begin();
     end_ = next_ + size;
 }
 
-// Returns the first of as many windows in a row as `bytes` need, none of them in use, and makes
-// sure that they are in the table.
+// Returns the first of enough consecutive unused windows for `bytes`, and extends the table to
+// include them.
 uint32_t Arena::freeWindows(size_t bytes)
 {
     size_t const needed = (bytes - 1) / kWindow + 1;
@@ -54,8 +55,8 @@ uint32_t Arena::freeWindows(size_t bytes)
         if (windows_[i] != 0)
             first = i + 1;
     size_t const end = first + needed;
-    if (end > kMostWindows)
-        zstanza::raiseOutOfMemory();
+    if (end > kMaxWindows)
+        zstanza::throwOutOfMemory();
     if (end > windowCount_) {
         windows_ = static_cast<uintptr_t*>(reallocate(windows_, end * sizeof(windows_[0])));
         while (windowCount_ < end)
@@ -64,15 +65,15 @@ uint32_t Arena::freeWindows(size_t bytes)
     return static_cast<uint32_t>(first);
 }
 
-// Enters a chunk of `bytes`. Never raises after freeWindows().
-void Arena::enter(Chunk* chunk, size_t bytes)
+// Adds a chunk of `bytes` to the arena. Does not throw after freeWindows().
+void Arena::registerChunk(Chunk* chunk, size_t bytes)
 {
     chunk->window = freeWindows(bytes);
     chunk->size = static_cast<uint32_t>(bytes);
     chunk->next = chunks_;
     chunks_ = chunk;
     bytes_ += bytes;
-    setWindows(chunk, reinterpret_cast<uintptr_t>(chunk->begin()) - chunk->placeOf(chunk->begin()));
+    setWindows(chunk, reinterpret_cast<uintptr_t>(chunk->begin()) - chunk->idOf(chunk->begin()));
 }
 
 void Arena::setWindows(Chunk const* chunk, uintptr_t address)
@@ -85,12 +86,12 @@ void Arena::adopt(Block& block, size_t bytes)
 {
     reserveBlock(bytes);
     adopted_ = std::exchange(block.chunk_, nullptr);
-    block.room_ = 0;
-    enter(adopted_, bytes);
-    deadBefore_ = dead_;
+    block.capacity_ = 0;
+    registerChunk(adopted_, bytes);
+    garbageBefore_ = garbage_;
 }
 
-void Arena::dropAdopted(size_t dead)
+void Arena::freeAdopted(size_t garbage)
 {
     for (Chunk** at = &chunks_; *at != nullptr; at = &(*at)->next) {
         if (*at == adopted_) {
@@ -102,7 +103,7 @@ void Arena::dropAdopted(size_t dead)
         }
     }
     adopted_ = nullptr;
-    dead_ = deadBefore_ + dead;
+    garbage_ = garbageBefore_ + garbage;
 }
 
 void Arena::clear()
@@ -111,9 +112,9 @@ void Arena::clear()
         free(std::exchange(chunks_, chunks_->next));
     free(std::exchange(windows_, nullptr));
     windowCount_ = 0;
-    filling_ = adopted_ = nullptr;
+    current_ = adopted_ = nullptr;
     next_ = end_ = nullptr;
-    bytes_ = dead_ = 0;
+    bytes_ = garbage_ = 0;
 }
 
 void Arena::swap(Arena& other)
@@ -121,13 +122,13 @@ void Arena::swap(Arena& other)
     std::swap(chunks_, other.chunks_);
     std::swap(windows_, other.windows_);
     std::swap(windowCount_, other.windowCount_);
-    std::swap(filling_, other.filling_);
+    std::swap(current_, other.current_);
     std::swap(next_, other.next_);
     std::swap(end_, other.end_);
     std::swap(bytes_, other.bytes_);
-    std::swap(dead_, other.dead_);
+    std::swap(garbage_, other.garbage_);
     std::swap(adopted_, other.adopted_);
-    std::swap(deadBefore_, other.deadBefore_);
+    std::swap(garbageBefore_, other.garbageBefore_);
 }
 
 }  // namespace zcache

@@ -1,4 +1,7 @@
-// arena: the strings.
+// arena: a bump allocator for strings, which are freed by the block.
+//
+// A string never moves, is zero-terminated and contains no other zero byte. Its 32-bit id is a
+// 12-bit window number and an offset in the 1 MiB window; a large chunk spans several windows.
 #pragma once
 
 #include <stddef.h>
@@ -11,14 +14,12 @@
 
 namespace zcache {
 
-constexpr size_t kLongestText = 0xFFFFFFF0u;  // lengths are kept in 32 bits
+constexpr size_t kMaxStringLength = 0xFFFFFFF0u;  // records hold lengths in 32 bits
 
-// Views a terminated text; null is an empty one. Raises when it is too long for a record.
+/// Views a zero-terminated string; null is viewed as "".
+/// throws  ZOutOfMemoryException_6_0 if it is longer than kMaxStringLength.
 std::string_view checkedView(char const* text);
 
-// The texts: blocks that are filled from their start and given back together. A text never moves,
-// and none has a zero byte in it but behind its end. Its place counts bytes through windows of 1
-// MiB each, of which a block has as many as it needs, so that 32 bits tell it.
 class Arena {
 public:
     Arena() = default;
@@ -26,7 +27,7 @@ public:
     Arena& operator=(Arena const&) = delete;
     ~Arena() { clear(); }
 
-    // A block as it is filled by others; the arena takes it over with adopt().
+    // A block that a caller fills before an arena takes it over with adopt().
     class Block {
     public:
         Block() = default;
@@ -35,8 +36,10 @@ public:
         ~Block() { free(chunk_); }
 
         char* chars() { return chunk_->begin(); }
-        size_t room() const { return room_; }
-        void setRoom(size_t room);  // keeps what is in it, as far as it goes
+        size_t capacity() const { return capacity_; }
+
+        /// Reallocates the block; keeps its bytes up to the new capacity.
+        void setCapacity(size_t capacity);
 
     private:
         friend class Arena;
@@ -47,54 +50,54 @@ public:
                 return reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(begin()) <
                        size;
             }
-            TextId placeOf(char const* text)
+            StringId idOf(char const* text)
             {
-                return (window << kWindowBits) + static_cast<TextId>(text - begin());
+                return (window << kWindowBits) + static_cast<StringId>(text - begin());
             }
 
             Chunk* next;
             uint32_t size;
-            uint32_t window;  // the first one
+            uint32_t window;  // the first window
         };
         Chunk* chunk_ = nullptr;
-        size_t room_ = 0;
+        size_t capacity_ = 0;
     };
 
-    char const* at(TextId text) const
+    char const* at(StringId text) const
     {
         return reinterpret_cast<char const*>(windows_[text >> kWindowBits] + text);
     }
 
-    std::string_view view(TextId text) const
+    std::string_view view(StringId text) const
     {
         char const* const chars = at(text);
         return {chars, strlen(chars)};
     }
 
-    // The same with a length that packLength() made.
-    std::string_view view(TextId text, uint16_t length) const
+    /// Views a string whose length encodeLength() has encoded.
+    std::string_view view(StringId text, uint16_t length) const
     {
-        return length == kUnpacked ? view(text) : std::string_view(at(text), length);
+        return length == kLengthUnknown ? view(text) : std::string_view(at(text), length);
     }
 
-    // Makes 16 bits of a length, by which view() does not have to look for the end of the text.
-    static uint16_t packLength(std::string_view text)
+    /// Encodes a length in 16 bits, which saves view() a strlen().
+    static uint16_t encodeLength(std::string_view text)
     {
-        return static_cast<uint16_t>(text.size() < kUnpacked ? text.size() : kUnpacked);
+        return static_cast<uint16_t>(text.size() < kLengthUnknown ? text.size() : kLengthUnknown);
     }
 
-    // Returns the place of a text that is in the arena.
-    TextId placeOf(char const* text) const;
+    /// Returns the id of a string that is in the arena.
+    StringId idOf(char const* text) const;
 
-    // Makes sure that texts of `bytes` together, their terminators included, can be added without
-    // raising.
+    /// Ensures that strings of `bytes` in total, with their zero bytes, can be added without
+    /// throwing.
     void reserve(size_t bytes)
     {
         if (static_cast<size_t>(end_ - next_) < bytes)
             addChunk(bytes);
     }
 
-    // Stores a copy of `text` and a zero byte. Never raises after reserve().
+    /// Stores a copy of `text`. Does not throw after reserve().
     std::string_view add(std::string_view text)
     {
         reserve(text.size() + 1);
@@ -105,17 +108,17 @@ public:
         return {at, text.size()};
     }
 
-    // Makes sure that a block can be taken over without raising.
+    /// Ensures that adopt() does not throw for a block of `bytes`.
     void reserveBlock(size_t bytes) { freeWindows(bytes); }
 
-    // Takes over a block; of its room `bytes` are in use.
+    /// Takes over a block, of which `bytes` are in use.
     void adopt(Block& block, size_t bytes);
 
-    // Gives back the block that was adopted last, and forgets what was dropped since but `dead`
-    // bytes. None of its texts is used any more.
-    void dropAdopted(size_t dead);
+    /// Frees the block adopted last. Resets the garbage count to its value at that time plus
+    /// `garbage`. No string of the block may be in use.
+    void freeAdopted(size_t garbage);
 
-    // Stores `text` with `first` in front of it.
+    /// Stores a copy of `first` and `text`. Does not throw after reserve().
     std::string_view add(char first, std::string_view text)
     {
         reserve(text.size() + size_t{2});
@@ -124,10 +127,10 @@ public:
         return {rest.data() - 1, rest.size() + 1};
     }
 
-    // Notes that a text is not used any more.
-    void drop(std::string_view text) { dead_ += text.size() + 1; }
+    /// Counts a string as garbage: compaction will free it.
+    void drop(std::string_view text) { garbage_ += text.size() + 1; }
 
-    size_t dead() const { return dead_; }
+    size_t garbage() const { return garbage_; }
     size_t used() const { return bytes_ - static_cast<size_t>(end_ - next_); }
     size_t bytes() const { return bytes_; }
     void clear();
@@ -137,37 +140,37 @@ private:
     using Chunk = Block::Chunk;
 
     static constexpr unsigned kWindowBits = 20;
-    static constexpr TextId kWindow = 1 << kWindowBits;
-    static constexpr size_t kMostWindows = size_t{1} << (32 - kWindowBits);
-    static constexpr uint16_t kUnpacked = 0xFFFF;  // the length does not fit
+    static constexpr StringId kWindow = 1 << kWindowBits;
+    static constexpr size_t kMaxWindows = size_t{1} << (32 - kWindowBits);
+    static constexpr uint16_t kLengthUnknown = 0xFFFF;  // the length does not fit in 16 bits
 
     void addChunk(size_t bytes);
     uint32_t freeWindows(size_t bytes);
-    void enter(Chunk* chunk, size_t bytes);
+    void registerChunk(Chunk* chunk, size_t bytes);
     void setWindows(Chunk const* chunk, uintptr_t address);
 
     Chunk* chunks_ = nullptr;
-    uintptr_t* windows_ = nullptr;  // the address of place 0, were it there; 0: not in use
+    uintptr_t* windows_ = nullptr;  // address of a window minus its first id; 0: unused
     size_t windowCount_ = 0;
-    Chunk* filling_ = nullptr;  // the chunk that takes texts
-    char* next_ = nullptr;      // and its free room
+    Chunk* current_ = nullptr;  // the chunk to which strings are added
+    char* next_ = nullptr;      // its unused bytes
     char* end_ = nullptr;
     size_t bytes_ = 0;  // of all chunks
-    size_t dead_ = 0;
-    Chunk* adopted_ = nullptr;  // the block that was adopted last
-    size_t deadBefore_ = 0;     // what was dead then
+    size_t garbage_ = 0;
+    Chunk* adopted_ = nullptr;  // the block adopted last
+    size_t garbageBefore_ = 0;  // garbage_ at that time
 };
 
-inline TextId Arena::placeOf(char const* text) const
+inline StringId Arena::idOf(char const* text) const
 {
     if (adopted_ != nullptr && adopted_->holds(text))
-        return adopted_->placeOf(text);
-    if (filling_ != nullptr && filling_->holds(text))
-        return filling_->placeOf(text);
+        return adopted_->idOf(text);
+    if (current_ != nullptr && current_->holds(text))
+        return current_->idOf(text);
     Chunk* chunk = chunks_;
     while (!chunk->holds(text))
         chunk = chunk->next;
-    return chunk->placeOf(text);
+    return chunk->idOf(text);
 }
 
 }  // namespace zcache

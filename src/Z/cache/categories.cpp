@@ -1,21 +1,21 @@
-// categories: creates and removes categories and keys.
+// categories: creates, revives and removes categories and keys.
 
 #include "contents.h"
 
 namespace zcache {
 
-// Makes a dormant category of a name in the arena.
-Id Store::newCategory(std::string_view name, uint32_t hash)
+// Creates a detached category. Its name is in the arena.
+Id Contents::createCategory(std::string_view name, uint32_t hash)
 {
-    Id const id = categories_.make();
-    categories_[id].name = arena_.placeOf(name.data());
-    categories_[id].nameLength = Arena::packLength(name);
+    Id const id = categories_.allocate();
+    categories_[id].name = arena_.idOf(name.data());
+    categories_[id].nameLength = Arena::encodeLength(name);
     categoryIndex_.add(hash, id);
     return id;
 }
 
-// Puts a category behind the live ones.
-void Store::enlist(Id id)
+// Appends a category to the list of categories.
+void Contents::linkCategory(Id id)
 {
     Category& category = categories_[id];
     category.isLive = true;
@@ -26,32 +26,33 @@ void Store::enlist(Id id)
     ++categoryCount_;
 }
 
-// Wakes the category, or makes it when `id` is 0. A name in the arena is kept where it is.
-Id Store::wakeCategory(Id id, std::string_view name, uint32_t hash, Place place)
+// Revives the category, or creates it if `id` is 0. Requires reserveFor() if the name is outside
+// the arena.
+Id Contents::reviveCategory(Id id, std::string_view name, uint32_t hash, Storage storage)
 {
     if (id == 0)
-        id = newCategory(place == inArena ? name : arena_.add(name), hash);
-    else if (place == inArena)
+        id = createCategory(storage == insideArena ? name : arena_.add(name), hash);
+    else if (storage == insideArena)
         arena_.drop(name);
     if (!categories_[id].isLive)
-        enlist(id);
+        linkCategory(id);
     return id;
 }
 
-// Makes a dormant key of a name in the arena.
-Id Store::newKey(Id category, std::string_view name, uint32_t hash)
+// Creates a detached key. Its name is in the arena.
+Id Contents::createKey(Id category, std::string_view name, uint32_t hash)
 {
-    Id const id = keys_.make();
+    Id const id = keys_.allocate();
     Key& key = keys_[id];
-    key.name = arena_.placeOf(name.data());
-    key.nameLength = Arena::packLength(name);
-    key.category = category & kMostRecords;
+    key.name = arena_.idOf(name.data());
+    key.nameLength = Arena::encodeLength(name);
+    key.category = category & kMaxRecords;
     keyIndex_.add(hash, id);
     return id;
 }
 
-// Puts a key behind the live ones of its category.
-void Store::enlistKey(Id id)
+// Appends a key to the list of its category.
+void Contents::linkKey(Id id)
 {
     Key& key = keys_[id];
     Category& category = categories_[key.category];
@@ -63,28 +64,29 @@ void Store::enlistKey(Id id)
     ++category.keyCount;
 }
 
-// Wakes the key, or makes it when `id` is 0. A name in the arena is kept where it is.
-Id Store::wakeKey(Id id, Id category, std::string_view name, uint32_t hash, Place place)
+// Revives the key, or creates it if `id` is 0. Requires reserveFor() if the name is outside the
+// arena.
+Id Contents::reviveKey(Id id, Id category, std::string_view name, uint32_t hash, Storage storage)
 {
     if (id == 0)
-        id = newKey(category, place == inArena ? name : arena_.add(name), hash);
-    else if (place == inArena)
+        id = createKey(category, storage == insideArena ? name : arena_.add(name), hash);
+    else if (storage == insideArena)
         arena_.drop(name);
     if (!keys_[id].isLive)
-        enlistKey(id);
+        linkKey(id);
     return id;
 }
 
-KeyMore& Store::moreOf(Id key)
+KeyExtra& Contents::extraOf(Id key)
 {
-    if (keys_[key].more == 0) {
-        keys_[key].more = keyMores_.make();
-        keyMores_[keys_[key].more].key = key;
+    if (keys_[key].extra == 0) {
+        keys_[key].extra = keyExtras_.allocate();
+        keyExtras_[keys_[key].extra].key = key;
     }
-    return keyMores_[keys_[key].more];
+    return keyExtras_[keys_[key].extra];
 }
 
-void Store::unlinkKey(Id id)
+void Contents::unlinkKey(Id id)
 {
     Key& key = keys_[id];
     Category& category = categories_[key.category];
@@ -94,55 +96,55 @@ void Store::unlinkKey(Id id)
     key.isLive = 0;
 }
 
-void Store::freeKey(Id id, uint32_t hash)
+void Contents::freeKey(Id id, uint32_t hash)
 {
     keyIndex_.remove(hash, id);
     arena_.drop(name(keys_[id]));
     keys_.free(id);
 }
 
-void Store::removeKey(Id id)
+void Contents::removeKey(Id id)
 {
     removeItem(id);
-    dropTexts(id, plain);
-    dropTexts(id, obfuscated);
+    dropStoredValues(id, plain);
+    dropStoredValues(id, obfuscated);
     unlinkKey(id);
-    if (Id const moreId = std::exchange(keys_[id].more, 0); moreId != 0) {
-        KeyMore& more = keyMores_[moreId];
-        listsWentAway_ |= more.lists[plain] != nullptr || more.lists[obfuscated] != nullptr;
-        delete more.lists[plain];
-        delete more.lists[obfuscated];
-        delete more.name;
-        more.key = 0;
-        keyMores_.free(moreId);
+    if (Id const extraId = std::exchange(keys_[id].extra, 0); extraId != 0) {
+        KeyExtra& extra = keyExtras_[extraId];
+        listsRemoved_ |= extra.lists[plain] != nullptr || extra.lists[obfuscated] != nullptr;
+        delete extra.lists[plain];
+        delete extra.lists[obfuscated];
+        delete extra.name;
+        extra.key = 0;
+        keyExtras_.free(extraId);
     }
     if (keys_[id].line == 0)
         freeKey(id, hashOf(name(keys_[id]), hashOf(name(categories_[keys_[id].category]))));
 }
 
-CategoryMore& Store::moreOfCategory(Id category)
+CategoryExtra& Contents::categoryExtraOf(Id category)
 {
-    if (categories_[category].more == 0) {
-        categories_[category].more = categoryMores_.make();
-        categoryMores_[categories_[category].more].category = category;
+    if (categories_[category].extra == 0) {
+        categories_[category].extra = categoryExtras_.allocate();
+        categoryExtras_[categories_[category].extra].category = category;
     }
-    return categoryMores_[categories_[category].more];
+    return categoryExtras_[categories_[category].extra];
 }
 
-void Store::dropCategoryMore(Id id)
+void Contents::dropCategoryExtra(Id id)
 {
-    Id const moreId = std::exchange(categories_[id].more, 0);
-    if (moreId == 0)
+    Id const extraId = std::exchange(categories_[id].extra, 0);
+    if (extraId == 0)
         return;
-    CategoryMore& more = categoryMores_[moreId];
-    listsWentAway_ |= more.values != nullptr;
-    delete more.values;
-    delete more.name;
-    more.category = 0;
-    categoryMores_.free(moreId);
+    CategoryExtra& extra = categoryExtras_[extraId];
+    listsRemoved_ |= extra.values != nullptr;
+    delete extra.values;
+    delete extra.name;
+    extra.category = 0;
+    categoryExtras_.free(extraId);
 }
 
-void Store::freeCategory(Id id)
+void Contents::freeCategory(Id id)
 {
     std::string_view const name = this->name(categories_[id]);
     categoryIndex_.remove(hashOf(name), id);
@@ -150,17 +152,17 @@ void Store::freeCategory(Id id)
     categories_.free(id);
 }
 
-void Store::removeCategory(Id id)
+void Contents::removeCategory(Id id)
 {
     while (categories_[id].firstKey != 0)
         removeKey(categories_[id].firstKey);
-    dropCategoryMore(id);
+    dropCategoryExtra(id);
     Category& category = categories_[id];
     (category.previous == 0 ? firstCategory_ : categories_[category.previous].next) = category.next;
     (category.next == 0 ? lastCategory_ : categories_[category.next].previous) = category.previous;
     --categoryCount_;
     category.isLive = false;
-    if (category.head == 0)
+    if (category.header == 0)
         freeCategory(id);
 }
 

@@ -1,86 +1,86 @@
-// comments: adds comments.
+// comments: adds comments at the start of the file, above headers and above keys.
 
 #include "contents.h"
 
 namespace zcache {
 
-// Makes sure that comment lines can be made without raising, and besides them `lines` more and
-// texts of `bytes`.
-void Store::reserveComments(Pieces const& pieces, size_t lines, size_t bytes)
+// Ensures that creating the comment lines, `lines` other lines and strings of `bytes` does not
+// throw.
+void Contents::reserveComments(CommentSplitter const& comments, size_t lines, size_t bytes)
 {
-    reserveLines(pieces.count() + lines);
-    templates_.reserve(pieces.count());
-    templateIndex_.reserve(pieces.count());
-    arena_.reserve(pieces.bytes() * 2 + bytes);  // a template stores its key once more
+    reserveLines(comments.count() + lines);
+    templates_.reserve(comments.count());
+    templateIndex_.reserve(comments.count());
+    arena_.reserve(comments.bytes() * 2 + bytes);  // a template also stores its key
 }
 
-// Makes comment lines behind `before`. Returns the last one.
-Id Store::makeComments(Pieces const& pieces, Id category, Id before)
+// Inserts comment lines after `before`. Returns the last one.
+Id Contents::createComments(CommentSplitter const& comments, Id category, Id before)
 {
-    pieces.each([&](bool lacksMark, std::string_view text) {
+    comments.forEachLine([&](bool lacksMark, std::string_view text) {
         std::string_view const kept = lacksMark ? arena_.add('#', text) : arena_.add(text);
-        before = makeLine(commentLine, arena_.placeOf(kept.data()), category, before);
+        before = createLine(commentLine, arena_.idOf(kept.data()), category, before);
     });
     return before;
 }
 
-void Store::addFileComment(std::string_view comment)
+void Contents::addFileComment(std::string_view comment)
 {
-    Pieces const pieces(comment);
-    reserveComments(pieces, 1, 0);
-    // The block is the run of comments that the file begins with. Its lines are never removed one
-    // by one, so the walk goes on from where it ended last time.
+    CommentSplitter const comments(comment);
+    reserveComments(comments, 1, 0);
+    // Find the last of the comments at the start of the file. They are never removed one by one, so
+    // resume where the last search ended.
     Id last = lastLeading_;
     for (Id next = last == 0 ? firstLine_ : lines_[last].next;
          next != 0 && lines_[next].kind == commentLine && !lines_[next].isBelowBlank;
          next = lines_[next].next)
         last = next;
-    lastLeading_ = makeComments(pieces, 0, last);
+    lastLeading_ = createComments(comments, 0, last);
     Id const next = lines_[lastLeading_].next;
-    if (next != 0 && lines_[next].kind == headLine)
-        makeLine(blankLine, 0, 0, lastLeading_);
+    if (next != 0 && lines_[next].kind == headerLine)
+        createLine(blankLine, 0, 0, lastLeading_);
 }
 
-void Store::addStanzaComment(Id id, std::string_view comment)
+void Contents::addStanzaComment(Id id, std::string_view comment)
 {
-    Pieces const pieces(comment);
-    reserveComments(pieces, 3, 0);
-    if (categories_[id].head == 0)
-        appendHead(id);
-    // What stands above a head belongs to the section before it.
+    CommentSplitter const comments(comment);
+    reserveComments(comments, 3, 0);
+    if (categories_[id].header == 0)
+        appendHeader(id);
+    // The lines above a header belong to the previous section.
     Category const& category = categories_[id];
-    Id before = lines_[category.head].previous;
+    Id before = lines_[category.header].previous;
     if (before == 0 || lines_[before].kind != blankLine)
-        before = makeLine(blankLine, 0, category.previousHead, before);
-    makeComments(pieces, category.previousHead, before);
+        before = createLine(blankLine, 0, category.previousHeader, before);
+    createComments(comments, category.previousHeader, before);
 }
 
-void Store::addLineComment(std::string_view categoryName, std::string_view name,
-                           std::string_view comment)
+void Contents::addLineComment(std::string_view categoryName, std::string_view name,
+                              std::string_view comment)
 {
-    Pieces const pieces(comment);
-    reserveLines(pieces.count() + 4);
-    Found found = find(categoryName, name);
+    CommentSplitter const comments(comment);
+    reserveLines(comments.count() + 4);
+    LookupResult found = find(categoryName, name);
     reserveKeyLine(found);
-    reserveComments(pieces, 4, categoryName.size() + name.size() + 3);
+    reserveComments(comments, 4, categoryName.size() + name.size() + 3);
     if (found.key == 0 || !keys_[found.key].isLive) {
         addLine(categoryName, name, {}, plain);
         found = find(categoryName, name);
     } else if (keys_[found.key].line == 0) {
-        makeKeyLine(found.key);
+        createKeyLine(found.key);
     }
-    commentKey(found.key, pieces);
+    commentKey(found.key, comments);
 }
 
-// Makes comment lines above the line of a key. Needs room for them and for one line.
-void Store::commentKey(Id key, Pieces const& pieces)
+// Inserts comment lines above the line of a key. Requires reserveComments() with one more line.
+void Contents::commentKey(Id key, CommentSplitter const& comments)
 {
     Id const category = keys_[key].category;
     Id before = lines_[keys_[key].line].previous;
     LineKind const above = static_cast<LineKind>(lines_[before].kind);
-    if (above == keyLine || above == headLine)
-        before = makeLine(blankLine, 0, category, before);
-    makeComments(pieces, category, before);
+    if (above == keyLine || above == headerLine)
+        before = createLine(blankLine, 0, category, before);
+    createComments(comments, category, before);
 }
 
 }  // namespace zcache

@@ -6,11 +6,11 @@ namespace zcache {
 
 namespace {
 
-constexpr size_t kWorthTidying = 1 << 16;  // dead bytes
+constexpr size_t kMinGarbage = 1 << 16;  // bytes; less is not worth compacting
 
 }  // namespace
 
-Store::Store(Store const& other) : Store()
+Contents::Contents(Contents const& other) : Contents()
 {
     categories_.copy(other.categories_);
     keys_.copy(other.keys_);
@@ -23,71 +23,71 @@ Store::Store(Store const& other) : Store()
     categoryCount_ = other.categoryCount_;
     firstLine_ = other.firstLine_;
     lastLine_ = other.lastLine_;
-    firstHead_ = other.firstHead_;
-    lastHead_ = other.lastHead_;
+    firstHeader_ = other.firstHeader_;
+    lastHeader_ = other.lastHeader_;
     lastLeading_ = other.lastLeading_;
-    // What was made for callers, and the trees, stay behind.
-    categoryMores_.copy(other.categoryMores_);
-    for (Id i = 1; i < categoryMores_.end(); ++i)
-        if (categoryMores_[i].category != 0)
-            categoryMores_[i].values = nullptr, categoryMores_[i].name = nullptr;
-    for (Id i = firstHead_; i != 0; i = categories_[i].nextHead)
+    // Do not copy treaps, nor objects that callers have received.
+    categoryExtras_.copy(other.categoryExtras_);
+    for (Id i = 1; i < categoryExtras_.end(); ++i)
+        if (categoryExtras_[i].category != 0)
+            categoryExtras_[i].values = nullptr, categoryExtras_[i].name = nullptr;
+    for (Id i = firstHeader_; i != 0; i = categories_[i].nextHeader)
         if (categories_[i].hasComments)
             categories_[i].root = 0;
 
-    keyMores_.copy(other.keyMores_);
-    for (Id i = 1; i < keyMores_.end(); ++i) {
-        KeyMore& more = keyMores_[i];
-        if (more.key != 0)
-            more.lists[plain] = more.lists[obfuscated] = nullptr, more.name = nullptr;
+    keyExtras_.copy(other.keyExtras_);
+    for (Id i = 1; i < keyExtras_.end(); ++i) {
+        KeyExtra& extra = keyExtras_[i];
+        if (extra.key != 0)
+            extra.lists[plain] = extra.lists[obfuscated] = nullptr, extra.name = nullptr;
     }
     firstItem_ = other.firstItem_;
     lastItem_ = other.lastItem_;
     itemCount_ = other.itemCount_;
-    for (Id i = 1; i < keyMores_.end(); ++i) {
-        KeyMore const& more = other.keyMores_[i];
-        if (more.key == 0)
+    for (Id i = 1; i < keyExtras_.end(); ++i) {
+        KeyExtra const& extra = other.keyExtras_[i];
+        if (extra.key == 0)
             continue;
         for (Kind const kind : {plain, obfuscated})
-            if (more.lists[kind] != nullptr)
-                keyMores_[i].lists[kind] = new ZArrayList_6_0(*more.lists[kind]);
+            if (extra.lists[kind] != nullptr)
+                keyExtras_[i].lists[kind] = new ZArrayList_6_0(*extra.lists[kind]);
     }
-    moveTexts(other.arena_);
+    moveStrings(other.arena_);
 }
 
-Store::~Store()
+Contents::~Contents()
 {
-    for (Id i = 1; i < keyMores_.end(); ++i) {
-        KeyMore const& more = keyMores_[i];
-        if (more.key == 0)
+    for (Id i = 1; i < keyExtras_.end(); ++i) {
+        KeyExtra const& extra = keyExtras_[i];
+        if (extra.key == 0)
             continue;
-        delete more.lists[plain];
-        delete more.lists[obfuscated];
-        delete more.name;
+        delete extra.lists[plain];
+        delete extra.lists[obfuscated];
+        delete extra.name;
     }
-    for (Id i = 1; i < categoryMores_.end(); ++i) {
-        CategoryMore const& more = categoryMores_[i];
-        if (more.category == 0)
+    for (Id i = 1; i < categoryExtras_.end(); ++i) {
+        CategoryExtra const& extra = categoryExtras_[i];
+        if (extra.category == 0)
             continue;
-        delete more.values;
-        delete more.name;
+        delete extra.values;
+        delete extra.name;
     }
 }
 
-void Store::swap(Store& other)
+void Contents::swap(Contents& other)
 {
     arena_.swap(other.arena_);
     categories_.swap(other.categories_);
-    categoryMores_.swap(other.categoryMores_);
+    categoryExtras_.swap(other.categoryExtras_);
     keys_.swap(other.keys_);
-    keyMores_.swap(other.keyMores_);
+    keyExtras_.swap(other.keyExtras_);
     values_.swap(other.values_);
     lines_.swap(other.lines_);
     templates_.swap(other.templates_);
     categoryIndex_.swap(other.categoryIndex_);
     keyIndex_.swap(other.keyIndex_);
     templateIndex_.swap(other.templateIndex_);
-    trees_.swap(other.trees_);
+    treap_.swap(other.treap_);
     std::swap(firstCategory_, other.firstCategory_);
     std::swap(lastCategory_, other.lastCategory_);
     std::swap(categoryCount_, other.categoryCount_);
@@ -96,31 +96,30 @@ void Store::swap(Store& other)
     std::swap(itemCount_, other.itemCount_);
     std::swap(firstLine_, other.firstLine_);
     std::swap(lastLine_, other.lastLine_);
-    std::swap(firstHead_, other.firstHead_);
-    std::swap(lastHead_, other.lastHead_);
+    std::swap(firstHeader_, other.firstHeader_);
+    std::swap(lastHeader_, other.lastHeader_);
     std::swap(lastLeading_, other.lastLeading_);
-    std::swap(tidyAt_, other.tidyAt_);
+    std::swap(compactAt_, other.compactAt_);
 }
 
-size_t Store::memoryUsed() const
+size_t Contents::memoryUsed() const
 {
-    return arena_.bytes() + categories_.bytes() + categoryMores_.bytes() + keys_.bytes() +
-           keyMores_.bytes() + values_.bytes() + lines_.bytes() + templates_.bytes() +
-           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + trees_.bytes();
+    return arena_.bytes() + categories_.bytes() + categoryExtras_.bytes() + keys_.bytes() +
+           keyExtras_.bytes() + values_.bytes() + lines_.bytes() + templates_.bytes() +
+           categoryIndex_.bytes() + keyIndex_.bytes() + templateIndex_.bytes() + treap_.bytes();
 }
 
-// Calls `call(TextId& text, std::string_view)` for each text that is in use; the texts are in
-// `arena`.
+// Calls `call(StringId&, std::string_view)` for each string in use. The strings are in `arena`.
 template <class Call>
-void Store::eachText(Arena const& arena, Call call)
+void Contents::forEachText(Arena const& arena, Call call)
 {
     auto const keyTexts = [&](Key& key) {
         call(key.name, arena.view(key.name, key.nameLength));
         if (key.value != 0)
             call(key.value, arena.view(key.value, key.valueLength));
-        if (key.more == 0)
+        if (key.extra == 0)
             return;
-        for (Id const first : keyMores_[key.more].first)
+        for (Id const first : keyExtras_[key.extra].first)
             for (Id i = first; i != 0; i = values_[i].next)
                 call(values_[i].text,
                      std::string_view(arena.at(values_[i].text), values_[i].length));
@@ -134,18 +133,18 @@ void Store::eachText(Arena const& arena, Call call)
             keyTexts(keys_[k]);
     }
     for (Id i = firstLine_; i != 0; i = lines_[i].next) {
-        Id const of = lines_[i].of;
+        Id const ref = lines_[i].ref;
         switch (lines_[i].kind) {
             case commentLine:
-                call(lines_[i].of, arena.view(of));
+                call(lines_[i].ref, arena.view(ref));
                 break;
-            case headLine:
-                if (!categories_[of].isLive)
-                    categoryText(categories_[of]);
+            case headerLine:
+                if (!categories_[ref].isLive)
+                    categoryText(categories_[ref]);
                 break;
             case keyLine:
-                if (!keys_[of].isLive)
-                    keyTexts(keys_[of]);
+                if (!keys_[ref].isLive)
+                    keyTexts(keys_[ref]);
                 break;
             default:
                 break;
@@ -156,41 +155,42 @@ void Store::eachText(Arena const& arena, Call call)
             call(templates_[i].key, arena.view(templates_[i].key));
 }
 
-// Makes the arena one chunk with copies of the texts in use, which are in `arena`.
-void Store::moveTexts(Arena const& arena)
+// Replaces the arena by a single chunk with copies of the strings in use, which are in `arena`.
+void Contents::moveStrings(Arena const& arena)
 {
     size_t bytes = 0;
-    eachText(arena, [&](TextId, std::string_view text) { bytes += text.size() + 1; });
+    forEachText(arena, [&](StringId, std::string_view text) { bytes += text.size() + 1; });
     Arena fresh;
     if (bytes != 0)
         fresh.reserve(bytes);
-    eachText(arena, [&](TextId& id, std::string_view text) {
-        id = fresh.placeOf(fresh.add(text).data());
+    forEachText(arena, [&](StringId& id, std::string_view text) {
+        id = fresh.idOf(fresh.add(text).data());
     });
     arena_.swap(fresh);
 }
 
-void Store::tidy()
+void Contents::compact()
 {
-    // To move the texts takes time for every line, with a text or without: so many must have died.
-    size_t const dead = arena_.dead();
-    if (dead <= kWorthTidying || dead <= arena_.used() / 2 + lines_.count() || dead <= tidyAt_)
+    // Compacting visits every line, so require garbage in proportion to the number of lines.
+    size_t const garbage = arena_.garbage();
+    if (garbage <= kMinGarbage || garbage <= arena_.used() / 2 + lines_.count() ||
+        garbage <= compactAt_)
         return;
     try {
-        moveTexts(arena_);
-        tidyAt_ = 0;
+        moveStrings(arena_);
+        compactAt_ = 0;
     } catch (ZOutOfMemoryException_6_0 const&) {
-        tidyAt_ = dead * 2;  // it can wait: nothing depends on it
+        compactAt_ = garbage * 2;  // not a failure: only memory is wasted
     }
 }
 
-void Store::fit()
+void Contents::shrinkToFit()
 {
-    categories_.fit();
-    keys_.fit();
-    keyMores_.fit();
-    values_.fit();
-    lines_.fit();
+    categories_.shrinkToFit();
+    keys_.shrinkToFit();
+    keyExtras_.shrinkToFit();
+    values_.shrinkToFit();
+    lines_.shrinkToFit();
 }
 
 }  // namespace zcache

@@ -1,4 +1,16 @@
-// contents: all that a cache holds.
+// contents: the contents of a cache: names, values, and the lines of the file.
+//
+// The file is read once into an arena. Strings are 32-bit ids into the arena; categories, keys,
+// values and lines are records in pools that refer to each other by index, so no key costs an
+// allocation. Two hash indexes find a category by name and a key by (category, name).
+//
+// A section is a header line and the lines up to the next header. Key lines are only in the section
+// of their category. A category or key that is removed while its lines stay is `detached`: only
+// operations on lines find it, and adding it again revives it.
+//
+// Every operation first reserves memory, which may throw, then modifies, which cannot fail.
+// The member functions are defined in files of their own, one per concern: lookup, categories,
+// values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
 #pragma once
 
 #include <string_view>
@@ -13,33 +25,38 @@
 #include "records.h"
 #include "slot_pool.h"
 
+namespace zstanza {
+struct CompanionRecord;
+}
+
 namespace zcache {
 
-using zstanza::Pieces;
+using zstanza::CommentSplitter;
 
-class Store {
+class Contents {
 public:
     enum Kind { plain, obfuscated };
     enum Selection { selectAny, selectPlain, selectObfuscated };
 
-    Store() = default;
-    Store(Store const& other);
-    Store& operator=(Store const&) = delete;
-    ~Store();
+    Contents() = default;
+    Contents(Contents const& other);
+    Contents& operator=(Contents const&) = delete;
+    ~Contents();
 
-    // Categories, keys and values: ZPropertiesImpl_store.cpp. To find gives dormant ones too.
+    // --- lookup: find() and findCategory() also find detached ones
 
     Id findCategory(std::string_view name) const { return findCategory(name, hashOf(name)); }
 
-    // A category and a key of it by their names; an id is 0 when there is none.
-    struct Found {
+    // The hashes of two names, and the ids found; 0 if not found.
+    struct LookupResult {
         uint32_t categoryHash;
         uint32_t hash;
         Id category;
         Id key;
     };
-    Found find(std::string_view category, std::string_view key) const;
+    LookupResult find(std::string_view category, std::string_view key) const;
 
+    /// Return the id of a category or key that is not detached; 0 if not found.
     Id liveCategory(char const* name) const;
     Id liveKey(char const* category, char const* key) const;
 
@@ -47,48 +64,55 @@ public:
     size_t itemCount() const { return itemCount_; }
     size_t valueCount(Id key, Kind kind) const;
 
-    // Returns the kind that a caller means who takes either.
-    Kind eitherKind(Id key) const
+    /// Returns the kind of the values that a caller of "any values" receives.
+    Kind anyKind(Id key) const
     {
         return valueCount(key, plain) == 0 && valueCount(key, obfuscated) != 0 ? obfuscated : plain;
     }
 
-    // Returns the kind that `selection` means for a key.
+    /// Returns the kind of values that `selection` selects for a key.
     Kind kindOf(Id key, Selection selection) const
     {
         return selection == selectPlain        ? plain
                : selection == selectObfuscated ? obfuscated
-                                               : eitherKind(key);
+                                               : anyKind(key);
     }
 
-    // Calls `call(std::string_view)` for each value.
+    /// Calls `call(std::string_view)` for each value.
     template <class Call>
-    void eachValue(Id key, Kind kind, Call call) const;
+    void forEachValue(Id key, Kind kind, Call call) const;
 
-    // Returns the list of the values, making it when there is none: from then on it holds them.
+    // --- objects that callers receive
+
+    /// Returns the list of the values. The first call creates it; the list then holds the values.
+    /// owns    borrowed until the key is removed.
     ZArrayList_6_0* list(Id key, Kind kind);
 
-    // Returns a list of copies of the category's values.
+    /// Returns a list of copies of the category's values.
+    /// owns    borrowed until the category is removed or this is called for it again.
     ZArrayList_6_0* valuesOf(Id category, Selection selection);
 
-    // Returns the name as an object that stays until the key or category is removed.
+    /// owns    borrowed until the key or category is removed.
     ZLCString_6_0* keyName(Id key);
     ZLCString_6_0* categoryName(Id category);
 
-    // An empty `key` names none: only the category is made. An empty value is none.
+    // --- changes of values
+
+    /// Each creates the category, the key unless its name is empty, and the value unless it is
+    /// empty.
     void add(std::string_view category, std::string_view key, std::string_view value, Kind kind);
     void set(std::string_view category, std::string_view key, std::string_view value, Kind kind)
     {
         set(find(category, key), category, key, value, kind);
     }
-    void removeKey(Id key);            // the line stays
-    void removeCategory(Id category);  // the lines stay
+    void removeKey(Id key);            // its line stays
+    void removeCategory(Id category);  // its lines stay
 
-    // Adds obfuscated values from the first `bytes` of `block`, which is taken over. It holds
-    // `records` times category, key, value and an empty text, each with its zero byte.
+    /// Adds the obfuscated values of a companion's records, all or none.
+    /// owns    `block`, of which `bytes` are in use, is taken over; it is unchanged on failure.
     void addObfuscated(Arena::Block& block, size_t bytes, size_t records);
 
-    // Lines: ZPropertiesImpl_lines.cpp.
+    // --- changes of lines
 
     void addStanzaLine(std::string_view category);
     void addLine(std::string_view category, std::string_view key, std::string_view value,
@@ -99,30 +123,33 @@ public:
     void addStanzaComment(Id category, std::string_view comment);
     void addLineComment(std::string_view category, std::string_view key, std::string_view comment);
 
-    // Lines for caches of derived classes. Their overrides need not keep a value here: a line
-    // refers to a dormant category or key then.
+    // --- lines of caches of derived classes, whose overrides may keep the values elsewhere: a line
+    // then refers to a detached category or key
 
-    void restartSection(
-        std::string_view category);  // a blank line and the header at the end; its lines go
-    void readHead(std::string_view category);  // the header at the end, unless the category has one
+    /// Removes the section of a category and appends a blank line and a header for it.
+    void restartSection(std::string_view category);
+    void undoRestartSection(std::string_view category);
+
+    /// Each appends a line, unless the category or key has one already.
+    void readHeader(std::string_view category);
     void readComment(std::string_view comment);
     void readBlank();
-    void readKey(std::string_view category, std::string_view key);  // its line, unless it has one
-    bool ensureKeyLine(std::string_view category,
-                       std::string_view key);  // returns whether it made the line
+    void readKey(std::string_view category, std::string_view key);
+
+    /// Returns whether the line was created.
+    bool ensureKeyLine(std::string_view category, std::string_view key);
     void removeKeyLine(std::string_view category, std::string_view key);
     void removeSection(std::string_view category);
-    void takeBackSection(std::string_view category);  // undoes restartSection()
     void commentStanza(std::string_view category, std::string_view comment);
     void commentKey(std::string_view category, std::string_view key, std::string_view comment);
 
-    // All of it.
+    // --- records
 
     Category const& category(Id id) const { return categories_[id]; }
     Key const& key(Id id) const { return keys_[id]; }
-    KeyMore const* more(Id key) const
+    KeyExtra const* findExtra(Id key) const
     {
-        return keys_[key].more == 0 ? nullptr : &keyMores_[keys_[key].more];
+        return keys_[key].extra == 0 ? nullptr : &keyExtras_[keys_[key].extra];
     }
     Value const& value(Id id) const { return values_[id]; }
     Line const& line(Id id) const { return lines_[id]; }
@@ -140,116 +167,124 @@ public:
     Id firstCategory() const { return firstCategory_; }
     Id firstLine() const { return firstLine_; }
     Id firstItem() const { return firstItem_; }
-    KeyMore const& item(Id id) const { return keyMores_[id]; }
+    KeyExtra const& item(Id id) const { return keyExtras_[id]; }
 
-    // Gives back the room of dead texts once they are more than the living ones.
-    void tidy();
+    // --- the whole
+
+    /// Frees the memory of garbage strings if they are more than half of the strings in use.
+    void compact();
 
     size_t memoryUsed() const;
 
-    // Returns about how long the text of the file is: the texts, and what stands between them.
+    /// Returns the estimated size of the text of the file.
     size_t textLength() const { return arena_.used() + 4 * lines_.count(); }
 
-    void swap(Store& other);
+    void swap(Contents& other);
 
-    // Returns whether lists that callers may know went away since the last call.
-    bool takeListsWentAway() { return std::exchange(listsWentAway_, false); }
+    /// Returns whether lists that callers may hold were deleted since the last call.
+    bool exchangeListsRemoved() { return std::exchange(listsRemoved_, false); }
 
 private:
     friend class Reader;
 
-    enum Place { elsewhere, inArena };  // where a text is
+    enum Storage {
+        outsideArena,
+        insideArena
+    };  // of a name: reviving copies it to the arena if it is outside
 
     Id findCategory(std::string_view name, uint32_t hash) const;
     Id findKey(Id category, std::string_view name, uint32_t hash) const;
     Id findKey(std::string_view category, std::string_view name, uint32_t hash) const;
-    Id newCategory(std::string_view name, uint32_t hash);
-    void enlist(Id category);
-    Id wakeCategory(Id known, std::string_view name, uint32_t hash, Place place = elsewhere);
-    Id wakeKey(Id known, Id category, std::string_view name, uint32_t hash,
-               Place place = elsewhere);
-    Id newKey(Id category, std::string_view name, uint32_t hash);
-    void enlistKey(Id key);
-    KeyMore& moreOf(Id key);
-    Id set(Found const& found, std::string_view category, std::string_view key,
-           std::string_view value, Kind kind);  // the key
+    Id createCategory(std::string_view name, uint32_t hash);
+    void linkCategory(Id category);
+    Id reviveCategory(Id known, std::string_view name, uint32_t hash,
+                      Storage storage = outsideArena);
+    Id reviveKey(Id known, Id category, std::string_view name, uint32_t hash,
+                 Storage storage = outsideArena);
+    Id createKey(Id category, std::string_view name, uint32_t hash);
+    void linkKey(Id key);
+    KeyExtra& extraOf(Id key);
+    Id set(LookupResult const& found, std::string_view category, std::string_view key,
+           std::string_view value, Kind kind);  // returns the key
     void reserveFor(std::string_view category, std::string_view key, std::string_view value);
-    void appendText(Id key, std::string_view value, Kind kind);
+    void appendValue(Id key, std::string_view value, Kind kind);
     void dropValues(Id key, Kind kind);
-    void dropTexts(Id key, Kind kind);
+    void dropStoredValues(Id key, Kind kind);
+    ZArrayList_6_0* obfuscatedList(zstanza::CompanionRecord const& record) const;
+    void addToObfuscatedLists(char const* bytes, size_t records);
     void addItem(Id key);
     void removeItem(Id key);
     void unlinkKey(Id key);
     void freeKey(Id key, uint32_t hash);
-    CategoryMore& moreOfCategory(Id category);
-    void dropCategoryMore(Id category);
+    CategoryExtra& categoryExtraOf(Id category);
+    void dropCategoryExtra(Id category);
     void freeCategory(Id category);
     template <class Call>
-    void eachText(Arena const& arena, Call call);
-    void moveTexts(Arena const& arena);
-    void fit();
+    void forEachText(Arena const& arena, Call call);
+    void moveStrings(Arena const& arena);
+    void shrinkToFit();
 
     void reserveLines(size_t count);
-    void reserveKeyLine(Found const& found);
-    void reserveComments(Pieces const& pieces, size_t lines, size_t bytes);
-    Id makeLine(LineKind kind, uint32_t of, Id category, Id before);
-    Id makeComments(Pieces const& pieces, Id category, Id before);
+    void reserveKeyLine(LookupResult const& found);
+    void reserveComments(CommentSplitter const& comments, size_t lines, size_t bytes);
+    Id createLine(LineKind kind, uint32_t ref, Id category, Id before);
+    Id createComments(CommentSplitter const& comments, Id category, Id before);
     void link(Id line, Id next);
     void unlinkLine(Id line);
     void freeLine(Id line);
-    void enlistHead(Id category);
-    void appendHead(Id category);
-    Id placeForKeyLine(Id category, std::string_view key) const;
-    Id placeByWalk(Id category, std::string_view key) const;
-    void makeKeyLine(Id key);
+    void linkHeader(Id category);
+    void appendHeader(Id category);
+    Id insertionPoint(Id category, std::string_view key) const;
+    Id insertionPointByScan(Id category, std::string_view key) const;
+    void createKeyLine(Id key);
     void removeKeyLine(Id key);
     void removeSection(Id category);
     void dropSection(Id category);
     Id ensureCategory(std::string_view name);
     Id ensureKey(std::string_view category, std::string_view key);
-    void commentKey(Id key, Pieces const& pieces);
-    void removeDormant(Id category);
+    void commentKey(Id key, CommentSplitter const& comments);
+    void removeDetachedSection(Id category);
     void indexSection(Id category);
     void unindexLastSection();
-    void noteTemplate(Id category, Id line);
+    void recordTemplate(Id category, Id line);
     void forgetTemplate(Id category, Id line);
     Id findTemplate(Id category, std::string_view key) const;
 
     Arena arena_;
-    Records<Category> categories_;
-    Records<CategoryMore> categoryMores_;
-    Records<Key> keys_;
-    Records<KeyMore> keyMores_;
-    Records<Value> values_;
-    Records<Line> lines_;
-    Records<Template> templates_;
-    Index categoryIndex_;
-    Index keyIndex_;
-    Index templateIndex_;
-    Trees trees_;
+    SlotPool<Category> categories_;
+    SlotPool<CategoryExtra> categoryExtras_;
+    SlotPool<Key> keys_;
+    SlotPool<KeyExtra> keyExtras_;
+    SlotPool<Value> values_;
+    SlotPool<Line> lines_;
+    SlotPool<Template> templates_;
+    HashIndex categoryIndex_;
+    HashIndex keyIndex_;
+    HashIndex templateIndex_;
+    LineTreap treap_;
 
-    Id firstCategory_ = 0;  // the live ones, in the order in which they came
+    Id firstCategory_ = 0;  // not detached, in insertion order
     Id lastCategory_ = 0;
     size_t categoryCount_ = 0;
-    Id firstItem_ = 0;  // of KeyMore, in the order in which they came
+    Id firstItem_ = 0;  // of KeyExtra, in insertion order
     Id lastItem_ = 0;
     size_t itemCount_ = 0;
     Id firstLine_ = 0;
     Id lastLine_ = 0;
-    Id firstHead_ = 0;  // categories with a head line, in file order
-    Id lastHead_ = 0;
-    Id lastLeading_ = 0;  // of the comments that lead the file, as far as they were walked
-    size_t tidyAt_ = 0;   // dead bytes to wait for before tidy() tries again
-    bool listsWentAway_ = false;
+    Id firstHeader_ = 0;  // categories with a header, in file order
+    Id lastHeader_ = 0;
+    Id lastLeading_ = 0;    // of the comments at the start of the file, as far as scanned
+    size_t compactAt_ = 0;  // after a failed compaction: garbage at which to try again
+    bool listsRemoved_ = false;
 };
 
 template <class Call>
-void Store::eachValue(Id id, Kind kind, Call call) const
+void Contents::forEachValue(Id id, Kind kind, Call call) const
 {
     Key const& key = keys_[id];
-    KeyMore const* const further = more(id);
-    if (further != nullptr && further->lists[kind] != nullptr) {
-        ZArrayList_6_0 const& list = *further->lists[kind];
+    KeyExtra const* const extra = findExtra(id);
+    if (extra != nullptr && extra->lists[kind] != nullptr) {
+        ZArrayList_6_0 const& list = *extra->lists[kind];
         for (unsigned i = 0; i < list.size(); ++i) {
             auto const* const text = static_cast<ZAbstractString_6_0 const*>(list.get(i));
             if (text != nullptr)
@@ -259,7 +294,7 @@ void Store::eachValue(Id id, Kind kind, Call call) const
     }
     if (kind == plain && key.value != 0)
         call(text(key));
-    for (Id i = further == nullptr ? 0 : further->first[kind]; i != 0; i = values_[i].next)
+    for (Id i = extra == nullptr ? 0 : extra->first[kind]; i != 0; i = values_[i].next)
         call(text(values_[i]));
 }
 

@@ -1,4 +1,4 @@
-// file_text: the contents as the text of a file.
+// file_text: writes the contents as the text of a stanza file, and as records of its companion.
 #pragma once
 
 #include "../stanza/companion_records.h"
@@ -7,10 +7,10 @@
 
 namespace zcache {
 
-/// Writes the text of the file.
-void write(Store const& store, zstanza::TextBuffer& text);
+/// Appends the text of the file to `text`.
+void write(Contents const& contents, zstanza::TextBuffer& text);
 
-/// Adds every obfuscated value to the companion.
-void writeObfuscated(Store const& store, zstanza::CompanionWriter& writer);
+/// Adds every obfuscated value to `writer`.
+void writeObfuscated(Contents const& contents, zstanza::CompanionWriter& writer);
 
 }  // namespace zcache

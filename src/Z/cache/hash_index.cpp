@@ -10,7 +10,7 @@
 
 namespace zcache {
 
-void Index::copy(Index const& other)
+void HashIndex::copy(HashIndex const& other)
 {
     if (other.size_ == 0)
         return;
@@ -18,24 +18,24 @@ void Index::copy(Index const& other)
     memcpy(slots_, other.slots_, other.size_ * sizeof(Slot));
     size_ = other.size_;
     count_ = other.count_;
-    most_ = other.most_;
+    maxCount_ = other.maxCount_;
 }
 
-void Index::put(Slot* slots, size_t size, size_t at, Slot slot)
+void HashIndex::put(Slot* slots, size_t size, size_t at, Slot slot)
 {
     while (slots[at].id != 0)
         at = at + 1 == size ? 0 : at + 1;
     slots[at] = slot;
 }
 
-void Index::add(uint32_t hash, Id id)
+void HashIndex::add(uint32_t hash, Id id)
 {
     reserve(1);
     put(slots_, size_, home(hash), {hash, id});
     ++count_;
 }
 
-size_t Index::find(uint32_t hash, Id id) const
+size_t HashIndex::find(uint32_t hash, Id id) const
 {
     size_t at = home(hash);
     while (slots_[at].id != id)
@@ -43,15 +43,15 @@ size_t Index::find(uint32_t hash, Id id) const
     return at;
 }
 
-void Index::remove(uint32_t hash, Id id)
+void HashIndex::remove(uint32_t hash, Id id)
 {
     size_t gap = find(hash, id);
-    // What follows moves up into the gap, unless its search begins behind the gap.
+    // Move each following id into the gap, unless its search starts after the gap.
     for (size_t at = next(gap); slots_[at].id != 0; at = next(at)) {
         size_t const begin = home(slots_[at].hash);
-        bool const beginsBehind =
+        bool const startsAfterGap =
             gap < at ? gap < begin && begin <= at : gap < begin || begin <= at;
-        if (!beginsBehind) {
+        if (!startsAfterGap) {
             slots_[gap] = slots_[at];
             gap = at;
         }
@@ -62,41 +62,41 @@ void Index::remove(uint32_t hash, Id id)
 
 namespace {
 
-// Returns the slots that so many ids need: at most five of eight are in use, and one of four in a
-// small table, where nearly every id is found at once and the room does not count.
+// Returns the table size for `count` ids: a load factor of at most 5/8, or 1/4 in a small table,
+// where memory does not matter and nearly every lookup hits its first slot.
 size_t slotsFor(size_t count)
 {
-    constexpr size_t kFew = 1024;
-    return (count <= kFew ? count * 4 : count * 8 / 5) + 1;
+    constexpr size_t kSmallCount = 1024;
+    return (count <= kSmallCount ? count * 4 : count * 8 / 5) + 1;
 }
 
 }  // namespace
 
-void Index::grow(size_t count)
+void HashIndex::grow(size_t count)
 {
     size_t const needed = slotsFor(count_ + count);
     size_t const size = needed > size_ * 2 ? needed : size_ * 2;
     if (!resize(size < 8 ? 8 : size))
-        zstanza::raiseOutOfMemory();
+        zstanza::throwOutOfMemory();
 }
 
-void Index::fit()
+void HashIndex::shrinkToFit()
 {
     if (count_ == 0) {
         free(std::exchange(slots_, nullptr));
-        size_ = most_ = 0;
+        size_ = maxCount_ = 0;
     } else if (size_ > 2 * slotsFor(count_)) {
-        resize(slotsFor(count_) + 8);  // where there is no memory for it, it stays as large
+        resize(slotsFor(count_) + 8);  // without memory for it, the table stays as it is
     }
 }
 
-// Moves to a table of `size` slots. Returns false when there is no memory for it.
-bool Index::resize(size_t size)
+// Moves the ids to a table of `size` slots. Returns false if memory is exhausted.
+bool HashIndex::resize(size_t size)
 {
     auto* const slots = static_cast<Slot*>(calloc(size, sizeof(Slot)));
     if (slots == nullptr)
         return false;
-    zmemory::preferLargePages(slots, size * sizeof(Slot));
+    zmemory::preferHugePages(slots, size * sizeof(Slot));
     for (size_t i = 0; i < size_; ++i) {
         Slot const slot = slots_[i];
         if (slot.id != 0)
@@ -106,16 +106,16 @@ bool Index::resize(size_t size)
     free(slots_);
     slots_ = slots;
     size_ = size;
-    most_ = size * 7 / 10;
+    maxCount_ = size * 7 / 10;
     return true;
 }
 
-void Index::swap(Index& other)
+void HashIndex::swap(HashIndex& other)
 {
     std::swap(slots_, other.slots_);
     std::swap(size_, other.size_);
     std::swap(count_, other.count_);
-    std::swap(most_, other.most_);
+    std::swap(maxCount_, other.maxCount_);
 }
 
 }  // namespace zcache

@@ -1,4 +1,7 @@
-// hash_index: finds records by the hash of their names.
+// hash_index: finds records by the hash of their names, with linear probing.
+//
+// Slots are in hash order except where probing displaced them, so growing the table is one
+// sequential pass.
 #pragma once
 
 #include <stddef.h>
@@ -8,21 +11,19 @@
 
 namespace zcache {
 
-// Finds the ids of records by the hash of their names. Linear probing over slots that are sorted by
-// hash, but for what moved on: growing the table reads and writes it once from start to end.
-class Index {
+class HashIndex {
 public:
-    Index() = default;
-    Index(Index const&) = delete;
-    Index& operator=(Index const&) = delete;
-    ~Index() { free(slots_); }
+    HashIndex() = default;
+    HashIndex(HashIndex const&) = delete;
+    HashIndex& operator=(HashIndex const&) = delete;
+    ~HashIndex() { free(slots_); }
 
-    // Makes this empty table a copy of `other`.
-    void copy(Index const& other);
+    /// Copies `other` into this empty index.
+    void copy(HashIndex const& other);
 
-    // Returns the id under `hash` for which `isIt(id)` is true, or 0.
-    template <class IsIt>
-    Id find(uint32_t hash, IsIt isIt) const
+    /// Returns the id with `hash` for which `matches(id)` is true, or 0.
+    template <class Matches>
+    Id find(uint32_t hash, Matches matches) const
     {
         if (count_ == 0)
             return 0;
@@ -30,39 +31,39 @@ public:
             Slot const slot = slots_[at];
             if (slot.id == 0)
                 return 0;
-            if (slot.hash == hash && isIt(slot.id))
+            if (slot.hash == hash && matches(slot.id))
                 return slot.id;
         }
     }
 
-    // Asks the memory for the slots where find() will begin.
+    /// Prefetches the slot at which find() will start.
     void prefetch(uint32_t hash) const
     {
         if (size_ != 0)
             __builtin_prefetch(&slots_[home(hash)]);
     }
 
-    // Makes sure that `count` ids can be entered without raising.
+    /// Ensures that the next `count` calls of add() do not throw.
     void reserve(size_t count)
     {
-        if (count_ + count > most_)
+        if (count_ + count > maxCount_)
             grow(count);
     }
 
-    // Enters `id`, which is not in the table. Never raises after reserve().
+    /// Adds `id`, which is not in the index. Does not throw after reserve().
     void add(uint32_t hash, Id id);
 
-    // Removes `id`, which is in the table.
+    /// Removes `id`, which is in the index.
     void remove(uint32_t hash, Id id);
 
-    // Puts `id` in the place of `old`, which is in the table.
+    /// Replaces `old`, which is in the index, by `id`.
     void replace(uint32_t hash, Id old, Id id) { slots_[find(hash, old)].id = id; }
 
-    // Gives back slots that so few ids do not need.
-    void fit();
+    /// Frees slots if most of them are unused.
+    void shrinkToFit();
 
     size_t bytes() const { return size_ * sizeof(Slot); }
-    void swap(Index& other);
+    void swap(HashIndex& other);
 
 private:
     struct Slot {
@@ -83,7 +84,7 @@ private:
     Slot* slots_ = nullptr;
     size_t size_ = 0;
     size_t count_ = 0;
-    size_t most_ = 0;  // ids that may be in the table before it grows
+    size_t maxCount_ = 0;  // the table grows beyond this number of ids
 };
 
 }  // namespace zcache

@@ -4,7 +4,7 @@
 
 namespace zcache {
 
-void Trees::reserve(Records<Line> const& lines)
+void LineTreap::reserve(SlotPool<Line> const& lines)
 {
     if (capacity_ >= lines.capacity())
         return;
@@ -13,13 +13,13 @@ void Trees::reserve(Records<Line> const& lines)
     capacity_ = lines.capacity();
 }
 
-void Trees::swap(Trees& other)
+void LineTreap::swap(LineTreap& other)
 {
     std::swap(nodes_, other.nodes_);
     std::swap(capacity_, other.capacity_);
 }
 
-void Trees::update(Records<Line> const& lines, Id id)
+void LineTreap::update(SlotPool<Line> const& lines, Id id)
 {
     Node node = nodes_[id];
     node.size = 1;
@@ -36,9 +36,9 @@ void Trees::update(Records<Line> const& lines, Id id)
     nodes_[id] = node;
 }
 
-// Every line in turn becomes the last one: it takes the place of those on the right edge whose
-// priority is lower, and they become its left subtree.
-Id Trees::build(Records<Line> const& lines, Id first, Id end)
+// Appends the lines in order. Each one pops the nodes with lower priority off the right spine, and
+// they become its left subtree.
+Id LineTreap::build(SlotPool<Line> const& lines, Id first, Id end)
 {
     Id last = 0;
     for (Id id = first; id != end; id = lines[id].next) {
@@ -65,7 +65,7 @@ Id Trees::build(Records<Line> const& lines, Id first, Id end)
     return root;
 }
 
-void Trees::rotateUp(Records<Line> const& lines, Id id)
+void LineTreap::rotateUp(SlotPool<Line> const& lines, Id id)
 {
     Id const parent = nodes_[id].parent;
     Id const above = nodes_[parent].parent;
@@ -89,8 +89,8 @@ void Trees::rotateUp(Records<Line> const& lines, Id id)
     update(lines, id);
 }
 
-// Brings what is above `id` up to date. Returns the root.
-Id Trees::settle(Records<Line> const& lines, Id id)
+// Updates the aggregates of `id` and its ancestors. Returns the root.
+Id LineTreap::updateAncestors(SlotPool<Line> const& lines, Id id)
 {
     update(lines, id);
     while (nodes_[id].parent != 0) {
@@ -100,7 +100,7 @@ Id Trees::settle(Records<Line> const& lines, Id id)
     return id;
 }
 
-Id Trees::insert(Records<Line> const& lines, Id root, Id id, Id before)
+Id LineTreap::insert(SlotPool<Line> const& lines, Id root, Id id, Id before)
 {
     nodes_[id] = {};
     Id parent = before;
@@ -116,10 +116,10 @@ Id Trees::insert(Records<Line> const& lines, Id root, Id id, Id before)
     update(lines, id);
     while (nodes_[id].parent != 0 && priority(nodes_[id].parent) < priority(id))
         rotateUp(lines, id);
-    return settle(lines, id);
+    return updateAncestors(lines, id);
 }
 
-Id Trees::remove(Records<Line> const& lines, Id id)
+Id LineTreap::remove(SlotPool<Line> const& lines, Id id)
 {
     for (;;) {
         Id const left = nodes_[id].left;
@@ -133,10 +133,10 @@ Id Trees::remove(Records<Line> const& lines, Id id)
     if (parent == 0)
         return 0;
     (nodes_[parent].left == id ? nodes_[parent].left : nodes_[parent].right) = 0;
-    return settle(lines, parent);
+    return updateAncestors(lines, parent);
 }
 
-Id Trees::lastKeyLine(Records<Line> const& lines, Id root) const
+Id LineTreap::lastKeyLine(SlotPool<Line> const& lines, Id root) const
 {
     if (root == 0 || !nodes_[root].hasKeyLine)
         return 0;
@@ -151,8 +151,8 @@ Id Trees::lastKeyLine(Records<Line> const& lines, Id root) const
     }
 }
 
-// Returns the first blank line of the subtree, which has one.
-Id Trees::firstBlank(Records<Line> const& lines, Id id) const
+// Returns the first blank line of a subtree that has one.
+Id LineTreap::firstBlank(SlotPool<Line> const& lines, Id id) const
 {
     for (;;) {
         Id const left = nodes_[id].left;
@@ -165,13 +165,13 @@ Id Trees::firstBlank(Records<Line> const& lines, Id id) const
     }
 }
 
-Id Trees::blankBehind(Records<Line> const& lines, Id id) const
+Id LineTreap::nextBlankLine(SlotPool<Line> const& lines, Id id) const
 {
     for (;;) {
         Id const right = nodes_[id].right;
         if (right != 0 && nodes_[right].hasBlank)
             return firstBlank(lines, right);
-        // Up to the first node that has this one on its left: the next one in order.
+        // Ascend to the first ancestor whose left subtree contains this node: its successor.
         Id parent = nodes_[id].parent;
         while (parent != 0 && nodes_[parent].right == id) {
             id = parent;
@@ -183,7 +183,7 @@ Id Trees::blankBehind(Records<Line> const& lines, Id id) const
     }
 }
 
-uint32_t Trees::rank(Id id) const
+uint32_t LineTreap::rank(Id id) const
 {
     uint32_t before = nodes_[id].left == 0 ? 0 : nodes_[nodes_[id].left].size;
     for (Id parent = nodes_[id].parent; parent != 0; id = parent, parent = nodes_[id].parent) {

@@ -1,4 +1,8 @@
-// line_treap: the lines of a section in file order.
+// line_treap: a treap per section over its lines, in file order: finds insertion points in O(log
+// n).
+//
+// It is built only for a section that has comments and gets a new key. A line's priority is a hash
+// of its id, and each node aggregates its subtree.
 #pragma once
 
 #include <stdint.h>
@@ -9,40 +13,37 @@
 
 namespace zcache {
 
-// The lines of a section as a search tree in file order, so that places are found without a walk. A
-// treap: a node is a line, its priority comes from its number, and every node knows what is below.
-// Only sections with comments that get a new key have one.
-class Trees {
+class LineTreap {
 public:
-    Trees() = default;
-    Trees(Trees const&) = delete;
-    Trees& operator=(Trees const&) = delete;
-    ~Trees() { free(nodes_); }
+    LineTreap() = default;
+    LineTreap(LineTreap const&) = delete;
+    LineTreap& operator=(LineTreap const&) = delete;
+    ~LineTreap() { free(nodes_); }
 
-    // Makes sure that a tree may hold every line that `lines` has room for.
-    void reserve(Records<Line> const& lines);
+    /// Ensures that insert() and build() do not throw for any line within the capacity of `lines`.
+    void reserve(SlotPool<Line> const& lines);
     bool isUsed() const { return nodes_ != nullptr; }
 
-    // Makes a tree of the lines from `first` up to, not including, `end`. Returns its root.
-    Id build(Records<Line> const& lines, Id first, Id end);
+    /// Builds a treap of the lines from `first` to before `end`. Returns its root.
+    Id build(SlotPool<Line> const& lines, Id first, Id end);
 
-    // Puts `line` into the tree behind `before`, at the front when that is 0. Returns the root.
-    Id insert(Records<Line> const& lines, Id root, Id line, Id before);
+    /// Inserts `line` after `before`, or first if `before` is 0. Returns the root.
+    Id insert(SlotPool<Line> const& lines, Id root, Id line, Id before);
 
-    // Takes `line` out of its tree. Returns the root; 0 when the tree is empty.
-    Id remove(Records<Line> const& lines, Id line);
+    /// Removes `line` from its treap. Returns the root, or 0 if the treap is empty.
+    Id remove(SlotPool<Line> const& lines, Id line);
 
-    // Returns the last key line of the tree, or 0.
-    Id lastKeyLine(Records<Line> const& lines, Id root) const;
+    /// Returns the last key line, or 0.
+    Id lastKeyLine(SlotPool<Line> const& lines, Id root) const;
 
-    // Returns the first blank line behind `line`, or 0.
-    Id blankBehind(Records<Line> const& lines, Id line) const;
+    /// Returns the first blank line after `line`, or 0.
+    Id nextBlankLine(SlotPool<Line> const& lines, Id line) const;
 
-    // Returns whether `line` stands before `other` of the same tree.
+    /// Returns whether `line` is before `other`, a line of the same treap.
     bool isBefore(Id line, Id other) const { return rank(line) < rank(other); }
 
     size_t bytes() const { return capacity_ * sizeof(Node); }
-    void swap(Trees& other);
+    void swap(LineTreap& other);
 
 private:
     struct Node {
@@ -55,13 +56,13 @@ private:
     };
 
     static uint32_t priority(Id line) { return line * 0x9E3779B1u ^ (line * 0x85EBCA77u >> 15); }
-    void update(Records<Line> const& lines, Id node);
-    void rotateUp(Records<Line> const& lines, Id node);
-    Id settle(Records<Line> const& lines, Id node);
-    Id firstBlank(Records<Line> const& lines, Id node) const;
+    void update(SlotPool<Line> const& lines, Id node);
+    void rotateUp(SlotPool<Line> const& lines, Id node);
+    Id updateAncestors(SlotPool<Line> const& lines, Id node);
+    Id firstBlank(SlotPool<Line> const& lines, Id node) const;
     uint32_t rank(Id line) const;
 
-    Node* nodes_ = nullptr;  // the node of a line has the line's place
+    Node* nodes_ = nullptr;  // indexed by the id of the line
     size_t capacity_ = 0;
 };
 

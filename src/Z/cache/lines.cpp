@@ -1,49 +1,52 @@
-// lines: the lines of the file in their order.
+// lines: the doubly linked list of the file's lines.
+//
+// The list is in file order and holds comments and blank lines too, so a comment stays above its
+// key when values change.
 
 #include "contents.h"
 
 namespace zcache {
 
-std::string_view Store::text(Line const& line) const
+std::string_view Contents::text(Line const& line) const
 {
     switch (line.kind) {
         case commentLine:
-            return arena_.view(line.of);
-        case headLine:
-            return name(categories_[line.of]);
+            return arena_.view(line.ref);
+        case headerLine:
+            return name(categories_[line.ref]);
         case keyLine:
-            return name(keys_[line.of]);
+            return name(keys_[line.ref]);
         default:
             return "";
     }
 }
 
-void Store::reserveLines(size_t count)
+void Contents::reserveLines(size_t count)
 {
     lines_.reserve(count);
-    if (trees_.isUsed())
-        trees_.reserve(lines_);
+    if (treap_.isUsed())
+        treap_.reserve(lines_);
 }
 
-// Makes `next` the line behind `line`; 0 is what there is before the first and behind the last one.
-void Store::link(Id line, Id next)
+// Makes `next` the successor of `line`. Id 0 is before the first line and after the last line.
+void Contents::link(Id line, Id next)
 {
     if (line == 0)
         firstLine_ = next;
     else
-        lines_[line].next = next & kMostRecords;
+        lines_[line].next = next & kMaxRecords;
     if (next == 0)
         lastLine_ = line;
     else
-        lines_[next].previous = line & kMostRecords;
+        lines_[next].previous = line & kMaxRecords;
 }
 
-// Makes a line behind `before`, or at the front when that is 0, in the section of `category`, which
-// is 0 for heads and for the lines before the first one. Never raises after reserveLines().
-Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
+// Inserts a line after `before`, or first if `before` is 0. `category` is the section of the line;
+// 0 for a header and for the lines before the first header. Does not throw after reserveLines().
+Id Contents::createLine(LineKind kind, uint32_t ref, Id categoryId, Id before)
 {
-    Id const id = lines_.make();
-    lines_[id] = {0, kind, 0, 0, of};
+    Id const id = lines_.allocate();
+    lines_[id] = {0, kind, 0, 0, ref};
     link(id, before == 0 ? firstLine_ : lines_[before].next);
     link(before, id);
 
@@ -54,20 +57,20 @@ Id Store::makeLine(LineKind kind, uint32_t of, Id categoryId, Id before)
         category.expectComment();
     if (category.tree() != 0) {
         category.root =
-            trees_.insert(lines_, category.root, id, before == category.head ? 0 : before);
+            treap_.insert(lines_, category.root, id, before == category.header ? 0 : before);
         if (kind == commentLine)
-            noteTemplate(categoryId, id);
+            recordTemplate(categoryId, id);
     }
     return id;
 }
 
-void Store::unlinkLine(Id id)
+void Contents::unlinkLine(Id id)
 {
     link(lines_[id].previous, lines_[id].next);
 }
 
-// Frees a line that is not in the list any more, with what it alone holds.
-void Store::freeLine(Id id)
+// Frees a line that has been unlinked, and its comment.
+void Contents::freeLine(Id id)
 {
     Line const line = lines_[id];
     if (line.kind == commentLine)

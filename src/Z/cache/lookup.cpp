@@ -1,4 +1,4 @@
-// lookup: finds a category or a key.
+// lookup: finds a category by its name, and a key by its category and name.
 
 #include <string.h>
 
@@ -6,34 +6,34 @@
 
 namespace zcache {
 
-Id Store::findCategory(std::string_view name, uint32_t hash) const
+Id Contents::findCategory(std::string_view name, uint32_t hash) const
 {
     return categoryIndex_.find(hash, [&](Id id) { return this->name(categories_[id]) == name; });
 }
 
-Id Store::findKey(Id category, std::string_view name, uint32_t hash) const
+Id Contents::findKey(Id category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
         return keys_[id].category == category && this->name(keys_[id]) == name;
     });
 }
 
-Id Store::liveCategory(char const* name) const
+Id Contents::liveCategory(char const* name) const
 {
     size_t const length = name == nullptr ? 0 : strlen(name);
-    if (name == nullptr || length > kLongestText)
+    if (name == nullptr || length > kMaxStringLength)
         return 0;
     Id const category = findCategory({name, length});
     return category != 0 && categories_[category].isLive ? category : 0;
 }
 
-Id Store::liveKey(char const* categoryName, char const* name) const
+Id Contents::liveKey(char const* categoryName, char const* name) const
 {
     if (categoryName == nullptr || name == nullptr)
         return 0;
     size_t const categoryLength = strlen(categoryName);
     size_t const length = strlen(name);
-    if (categoryLength > kLongestText || length > kLongestText)
+    if (categoryLength > kMaxStringLength || length > kMaxStringLength)
         return 0;
     std::string_view const category(categoryName, categoryLength);
     std::string_view const view(name, length);
@@ -41,8 +41,8 @@ Id Store::liveKey(char const* categoryName, char const* name) const
     return key != 0 && keys_[key].isLive ? key : 0;
 }
 
-// Finds a key by the table of the keys alone: a key leads to its category.
-Id Store::findKey(std::string_view category, std::string_view name, uint32_t hash) const
+// Finds a key with one index lookup: the key record names its category.
+Id Contents::findKey(std::string_view category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
         return this->name(keys_[id]) == name &&
@@ -50,24 +50,15 @@ Id Store::findKey(std::string_view category, std::string_view name, uint32_t has
     });
 }
 
-Store::Found Store::find(std::string_view category, std::string_view key) const
+Contents::LookupResult Contents::find(std::string_view category, std::string_view key) const
 {
-    Found found = {};
+    LookupResult found = {};
     found.categoryHash = hashOf(category);
     found.hash = hashOf(key, found.categoryHash);
     found.key = key.empty() ? 0 : findKey(category, key, found.hash);
     found.category =
         found.key == 0 ? findCategory(category, found.categoryHash) : keys_[found.key].category;
     return found;
-}
-
-size_t Store::valueCount(Id id, Kind kind) const
-{
-    KeyMore const* const further = more(id);
-    if (further != nullptr && further->lists[kind] != nullptr)
-        return further->lists[kind]->size();
-    return (kind == plain && keys_[id].value != 0 ? 1 : 0) +
-           (further == nullptr ? 0 : further->counts[kind]);
 }
 
 }  // namespace zcache

@@ -1,16 +1,17 @@
-// map_order: the order of names that callers see.
+// map_order: the order in which callers see names.
+//
+// It is the order of a hash map with 15 buckets: bucket by bucket, insertion order within a bucket.
 #pragma once
 
 #include "contents.h"
 
 namespace zcache {
 
-// The keys of a category, or all categories, in the order of a map with 15 buckets: bucket by
-// bucket, in a bucket as they came.
+// The ids of all categories, or of the keys of a category.
 class MapOrder {
 public:
-    explicit MapOrder(Store const& store);  // categories
-    MapOrder(Store const& store, Id category);
+    explicit MapOrder(Contents const& contents);  // categories
+    MapOrder(Contents const& contents, Id category);
     MapOrder(MapOrder const&) = delete;
     MapOrder& operator=(MapOrder const&) = delete;
     ~MapOrder();
@@ -22,9 +23,9 @@ private:
     template <class NameOf, class NextOf>
     void fill(size_t count, Id first, NameOf nameOf, NextOf nextOf);
 
-    static constexpr size_t kFew = 128;
-    Id few_[kFew];
-    Id* sorted_ = few_;
+    static constexpr size_t kInlineCapacity = 128;
+    Id inline_[kInlineCapacity];
+    Id* sorted_ = inline_;
     size_t count_ = 0;
 };
 

@@ -11,8 +11,8 @@ void* reallocate(void* block, size_t size)
 {
     void* const moved = realloc(block, size);
     if (moved == nullptr)
-        zstanza::raiseOutOfMemory();
-    zmemory::preferLargePages(moved, size);
+        zstanza::throwOutOfMemory();
+    zmemory::preferHugePages(moved, size);
     return moved;
 }
 

@@ -10,35 +10,36 @@ namespace zcache {
 
 namespace {
 
-// Two secret numbers of the process.
-struct Secret {
-    uint64_t one;
-    uint64_t two;
+// The secret of the process.
+struct HashKey {
+    uint64_t first;
+    uint64_t second;
 };
 
-Secret secret()
+HashKey hashKey()
 {
-    static std::atomic<uint64_t> one;
-    static std::atomic<uint64_t> two;
-    uint64_t first = one.load(std::memory_order_acquire);
-    if (first == 0) {
+    static std::atomic<uint64_t> first;
+    static std::atomic<uint64_t> second;
+    uint64_t known = first.load(std::memory_order_acquire);
+    if (known == 0) {
         uint64_t drawn[2];
         if (getrandom(drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
-            // Without random bytes, where things lie and the time must do.
+            // No random bytes: fall back to an address and the time.
             timespec now = {};
             clock_gettime(CLOCK_MONOTONIC, &now);
             drawn[0] = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
             drawn[1] = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
                        static_cast<uint64_t>(now.tv_sec);
         }
-        // `two` goes first: who sees `one` sees both. Whoever draws first decides.
+        // Publish `second` before `first`: a thread that sees `first` sees both. The first thread
+        // to publish wins.
         uint64_t none = 0;
-        two.compare_exchange_strong(none, drawn[1] | 1);
+        second.compare_exchange_strong(none, drawn[1] | 1);
         none = 0;
-        one.compare_exchange_strong(none, drawn[0] | 1);
-        first = one.load();
+        first.compare_exchange_strong(none, drawn[0] | 1);
+        known = first.load();
     }
-    return {first, two.load(std::memory_order_relaxed)};
+    return {known, second.load(std::memory_order_relaxed)};
 }
 
 __extension__ using Wide = unsigned __int128;
@@ -67,13 +68,13 @@ uint64_t read4(char const* at)
 
 uint32_t hashOf(std::string_view text, uint32_t salt)
 {
-    Secret const key = secret();
+    HashKey const key = hashKey();
     char const* at = text.data();
     size_t left = text.size();
-    uint64_t state = mix(key.one ^ salt, key.two);
+    uint64_t state = mix(key.first ^ salt, key.second);
     for (; left > 16; left -= 16, at += 16)
-        state = mix(read8(at) ^ key.one, read8(at + 8) ^ state);
-    // The last 16 bytes, or what there is of them, make two words.
+        state = mix(read8(at) ^ key.first, read8(at + 8) ^ state);
+    // Make two words of the last bytes, at most 16.
     uint64_t low = 0;
     uint64_t high = 0;
     if (left >= 8) {
@@ -87,8 +88,8 @@ uint32_t hashOf(std::string_view text, uint32_t salt)
         low = static_cast<uint64_t>(bytes[0]) << 16 | static_cast<uint64_t>(bytes[left / 2]) << 8 |
               bytes[left - 1];
     }
-    return static_cast<uint32_t>(mix(low ^ key.one ^ text.size(), mix(high ^ state, key.two)) >>
-                                 32);
+    return static_cast<uint32_t>(
+        mix(low ^ key.first ^ text.size(), mix(high ^ state, key.second)) >> 32);
 }
 
 }  // namespace zcache

@@ -1,4 +1,4 @@
-// name_hash: the hash of names.
+// name_hash: the hash of category and key names.
 #pragma once
 
 #include <stdint.h>
@@ -7,8 +7,9 @@
 
 namespace zcache {
 
-// Hashes `text` under `salt`. A secret of the process goes into it: nobody can prepare a file whose
-// names fall together.
+/// Hashes `text` with `salt` and a secret key of the process, so that a file cannot be prepared to
+/// make names collide.
+/// threads any.
 uint32_t hashOf(std::string_view text, uint32_t salt = 0);
 
 }  // namespace zcache

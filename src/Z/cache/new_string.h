@@ -1,4 +1,4 @@
-// new_string: string objects for callers.
+// new_string: creates the string objects that callers see.
 #pragma once
 
 #include <string_view>
@@ -8,13 +8,14 @@
 
 namespace zcache {
 
-// Returns a new string object with a copy of `text`, owned by the caller.
+/// Returns a copy of `text`.
+/// owns    owned by the caller; released with delete.
 inline ZLCString_6_0* newString(std::string_view text)
 {
     return new ZLCString_6_0(text.data(), static_cast<unsigned>(text.size()));
 }
 
-// A string object that a list will take over.
+// Owns a string object until a list takes it over.
 class NewString {
 public:
     NewString() = default;
@@ -22,7 +23,7 @@ public:
     NewString& operator=(NewString const&) = delete;
     ~NewString() { delete string_; }
 
-    void make(std::string_view text) { string_ = newString(text); }
+    void create(std::string_view text) { string_ = newString(text); }
 
     void appendTo(ZArrayList_6_0& list)
     {

@@ -6,18 +6,18 @@
 
 namespace zcache {
 
-Reader::Reader(Store& store)
-    : store_(store),
-      lastLine_(store.lastLine_),
-      lastHead_(store.lastHead_),
-      ends_{store.categories_.end(), store.categoryMores_.end(), store.keys_.end(),
-            store.keyMores_.end(),   store.values_.end(),        store.lines_.end()}
+Reader::Reader(Contents& contents)
+    : contents_(contents),
+      lastLine_(contents.lastLine_),
+      lastHeader_(contents.lastHeader_),
+      sizes_{contents.categories_.end(), contents.categoryExtras_.end(), contents.keys_.end(),
+             contents.keyExtras_.end(),  contents.values_.end(),         contents.lines_.end()}
 {
-    if (lastHead_ == 0)
+    if (lastHeader_ == 0)
         return;
-    Category const& last = store_.categories_[lastHead_];
+    Category const& last = contents_.categories_[lastHeader_];
     if (last.tree() != 0)
-        store_.unindexLastSection();
+        contents_.unindexLastSection();
     hadComments_ = last.hasComments;
     lastKeyLine_ = last.lastKeyLine;
 }
@@ -30,180 +30,181 @@ Reader::~Reader()
 
 void Reader::adopt(Arena::Block& block, size_t bytes)
 {
-    store_.arena_.adopt(block, bytes);
+    contents_.arena_.adopt(block, bytes);
     isAdopted_ = true;
 }
 
-void Reader::reserve(zstanza::Expected const& lines)
+void Reader::reserve(zstanza::LineCounts const& lines)
 {
     try {
-        store_.categories_.reserve(lines.heads);
-        store_.categoryIndex_.reserve(lines.heads);
-        store_.keys_.reserve(lines.keys);
-        store_.keyIndex_.reserve(lines.keys);
-        store_.lines_.reserve(lines.heads + lines.keys + lines.comments + lines.blanks);
+        contents_.categories_.reserve(lines.headers);
+        contents_.categoryIndex_.reserve(lines.headers);
+        contents_.keys_.reserve(lines.keys);
+        contents_.keyIndex_.reserve(lines.keys);
+        contents_.lines_.reserve(lines.headers + lines.keys + lines.comments + lines.blanks);
     } catch (ZOutOfMemoryException_6_0 const&) {
-        // What looks like so many lines need not be: room is made as they come.
+        // The estimate may be too high: memory is reserved again for each line.
     }
 }
 
-void Reader::enterFirst()
+void Reader::insertFirst()
 {
-    Waiting const line = waiting_[first_];
-    first_ = (first_ + 1) % kMostWaiting;
+    QueuedLine const line = queue_[first_];
+    first_ = (first_ + 1) % kQueueSize;
     --count_;
-    if (repetition_.lineNumber != 0)
+    if (duplicate_.lineNumber != 0)
         return;
     switch (line.kind) {
-        case headLine:
-            enterHead(line);
+        case headerLine:
+            insertHeader(line);
             break;
         case keyLine:
-            enterKey(line);
+            insertKey(line);
             break;
         case commentLine:
-            enterComment(line);
+            insertComment(line);
             break;
         default:
-            store_.lines_.reserve(1);
+            contents_.lines_.reserve(1);
             append(blankLine, 0);
             break;
     }
 }
 
-void Reader::enterHead(Waiting const& line)
+void Reader::insertHeader(QueuedLine const& line)
 {
-    Store& store = store_;
-    Id const known = store.findCategory(line.text, line.hash);
-    if (known != 0 && store.categories_[known].isLive) {
-        repetition_ = {line.text, line.lineNumber};
+    Contents& contents = contents_;
+    Id const known = contents.findCategory(line.text, line.hash);
+    if (known != 0 && contents.categories_[known].isLive) {
+        duplicate_ = {line.text, line.lineNumber};
         return;
     }
-    store.categories_.reserve(1);
-    store.categoryMores_.reserve(known == 0 ? 0 : 1);
-    store.categoryIndex_.reserve(1);
-    store.lines_.reserve(1);
+    contents.categories_.reserve(1);
+    contents.categoryExtras_.reserve(known == 0 ? 0 : 1);
+    contents.categoryIndex_.reserve(1);
+    contents.lines_.reserve(1);
 
-    // A dormant category of that name stays aside until all is read.
+    // A detached category of that name is out of the index until finish() frees it.
     if (known != 0)
-        store.categoryIndex_.remove(line.hash, known);
-    Id const id = store.newCategory(line.text, line.hash);
+        contents.categoryIndex_.remove(line.hash, known);
+    Id const id = contents.createCategory(line.text, line.hash);
     if (known != 0)
-        store.moreOfCategory(id).replaced = known;
-    store.categories_[id].head = append(headLine, id);
-    store.enlist(id);
-    store.enlistHead(id);
+        contents.categoryExtraOf(id).replaced = known;
+    contents.categories_[id].header = append(headerLine, id);
+    contents.linkCategory(id);
+    contents.linkHeader(id);
     category_ = id;
 }
 
-void Reader::enterComment(Waiting const& line)
+void Reader::insertComment(QueuedLine const& line)
 {
-    Store& store = store_;
-    TextId const text = store.arena_.placeOf(line.text.data());
-    Id const last = store.lastLine_;
-    if (last != lastLine_ && store.lines_[last].kind == blankLine) {
-        store.lines_[last].kind = commentLine;
-        store.lines_[last].isBelowBlank = 1;
-        store.lines_[last].of = text;
+    Contents& contents = contents_;
+    StringId const text = contents.arena_.idOf(line.text.data());
+    Id const last = contents.lastLine_;
+    if (last != lastLine_ && contents.lines_[last].kind == blankLine) {
+        contents.lines_[last].kind = commentLine;
+        contents.lines_[last].isBelowBlank = 1;
+        contents.lines_[last].ref = text;
     } else {
-        store.lines_.reserve(1);
+        contents.lines_.reserve(1);
         append(commentLine, text);
     }
-    if (store.lastHead_ != 0)
-        store.categories_[store.lastHead_].expectComment();
+    if (contents.lastHeader_ != 0)
+        contents.categories_[contents.lastHeader_].expectComment();
 }
 
-// Appends a line. Needs room for it.
-Id Reader::append(LineKind kind, uint32_t of)
+// Appends a line. Requires memory for it.
+Id Reader::append(LineKind kind, uint32_t ref)
 {
-    Store& store = store_;
-    Id const id = store.lines_.make();
-    Id const last = std::exchange(store.lastLine_, id);
-    store.lines_[id] = {last & kMostRecords, kind, 0, 0, of};
+    Contents& contents = contents_;
+    Id const id = contents.lines_.allocate();
+    Id const last = std::exchange(contents.lastLine_, id);
+    contents.lines_[id] = {last & kMaxRecords, kind, 0, 0, ref};
     if (last == 0)
-        store.firstLine_ = id;
+        contents.firstLine_ = id;
     else
-        store.lines_[last].next = id & kMostRecords;
+        contents.lines_[last].next = id & kMaxRecords;
     return id;
 }
 
-void Reader::enterKey(Waiting const& line)
+void Reader::insertKey(QueuedLine const& line)
 {
-    Store& store = store_;
-    store.keys_.reserve(1);
-    store.keyIndex_.reserve(1);
-    store.keyMores_.reserve(1);
-    store.values_.reserve(1);
-    store.lines_.reserve(1);
-    Id id = store.findKey(category_, line.text, line.hash);
+    Contents& contents = contents_;
+    contents.keys_.reserve(1);
+    contents.keyIndex_.reserve(1);
+    contents.keyExtras_.reserve(1);
+    contents.values_.reserve(1);
+    contents.lines_.reserve(1);
+    Id id = contents.findKey(category_, line.text, line.hash);
     if (id == 0) {
-        id = store.newKey(category_, line.text, line.hash);
-        store.enlistKey(id);
-        store.keys_[id].line = append(keyLine, id);
-        if (!store.categories_[category_].hasComments)
-            store.categories_[category_].lastKeyLine = store.keys_[id].line;
+        id = contents.createKey(category_, line.text, line.hash);
+        contents.linkKey(id);
+        contents.keys_[id].line = append(keyLine, id);
+        if (!contents.categories_[category_].hasComments)
+            contents.categories_[category_].lastKeyLine = contents.keys_[id].line;
     } else {
-        store.arena_.drop(line.text);
+        contents.arena_.drop(line.text);
     }
     if (!line.value.empty())
-        store.appendText(id, line.value, Store::plain);
+        contents.appendValue(id, line.value, Contents::plain);
 }
 
 void Reader::finish()
 {
     flush();
     isDone_ = true;
-    Store& store = store_;
-    Id stop = lastHead_;
-    for (Id id = store.lastHead_; id != stop; id = store.categories_[id].previousHead) {
-        if (store.categories_[id].more == 0)
+    Contents& contents = contents_;
+    Id stop = lastHeader_;
+    for (Id id = contents.lastHeader_; id != stop; id = contents.categories_[id].previousHeader) {
+        if (contents.categories_[id].extra == 0)
             continue;
-        Id const old = std::exchange(store.moreOfCategory(id).replaced, 0);
+        Id const old = std::exchange(contents.categoryExtraOf(id).replaced, 0);
         if (old == stop)
-            stop = store.categories_[old].previousHead;
-        store.removeSection(old);
-        store.arena_.drop(store.name(store.categories_[old]));
-        store.categories_.free(old);
+            stop = contents.categories_[old].previousHeader;
+        contents.removeSection(old);
+        contents.arena_.drop(contents.name(contents.categories_[old]));
+        contents.categories_.free(old);
     }
-    store.fit();
+    contents.shrinkToFit();
 }
 
-// Takes out what was appended. Nothing in it is known to callers yet.
+// Removes the appended lines. Callers have not received objects for them yet.
 void Reader::undo()
 {
-    Store& store = store_;
-    while (store.lastHead_ != lastHead_) {
-        Id const id = store.lastHead_;
-        uint32_t const hash = hashOf(store.name(store.categories_[id]));
-        Id const old = store.categories_[id].more == 0 ? 0 : store.moreOfCategory(id).replaced;
-        store.removeCategory(id);
-        store.removeSection(id);
+    Contents& contents = contents_;
+    while (contents.lastHeader_ != lastHeader_) {
+        Id const id = contents.lastHeader_;
+        uint32_t const hash = hashOf(contents.name(contents.categories_[id]));
+        Id const old =
+            contents.categories_[id].extra == 0 ? 0 : contents.categoryExtraOf(id).replaced;
+        contents.removeCategory(id);
+        contents.removeSection(id);
         if (old == 0)
-            store.categoryIndex_.remove(hash, id);
+            contents.categoryIndex_.remove(hash, id);
         else
-            store.categoryIndex_.replace(hash, id, old);
-        store.categories_.free(id);
+            contents.categoryIndex_.replace(hash, id, old);
+        contents.categories_.free(id);
     }
-    while (store.lastLine_ != lastLine_) {
-        Id const id = store.lastLine_;
-        store.unlinkLine(id);
-        store.freeLine(id);
+    while (contents.lastLine_ != lastLine_) {
+        Id const id = contents.lastLine_;
+        contents.unlinkLine(id);
+        contents.freeLine(id);
     }
-    if (lastHead_ != 0 && !hadComments_) {
-        store.categories_[lastHead_].hasComments = false;
-        store.categories_[lastHead_].lastKeyLine = lastKeyLine_;
+    if (lastHeader_ != 0 && !hadComments_) {
+        contents.categories_[lastHeader_].hasComments = false;
+        contents.categories_[lastHeader_].lastKeyLine = lastKeyLine_;
     }
-    store.lastLeading_ = 0;
+    contents.lastLeading_ = 0;
     if (isAdopted_)
-        store.arena_.dropAdopted(kept_);
-    store.categories_.cut(ends_.categories);
-    store.categoryMores_.cut(ends_.categoryMores);
-    store.keys_.cut(ends_.keys);
-    store.keyMores_.cut(ends_.keyMores);
-    store.values_.cut(ends_.values);
-    store.lines_.cut(ends_.lines);
-    store.categoryIndex_.fit();
-    store.keyIndex_.fit();
+        contents.arena_.freeAdopted(copiedBytes_);
+    contents.categories_.truncate(sizes_.categories);
+    contents.categoryExtras_.truncate(sizes_.categoryExtras);
+    contents.keys_.truncate(sizes_.keys);
+    contents.keyExtras_.truncate(sizes_.keyExtras);
+    contents.values_.truncate(sizes_.values);
+    contents.lines_.truncate(sizes_.lines);
+    contents.categoryIndex_.shrinkToFit();
+    contents.keyIndex_.shrinkToFit();
 }
 
 }  // namespace zcache

@@ -1,4 +1,6 @@
-// reader: appends the contents of a file.
+// reader: appends the contents of a file, and rolls back unless finish() was called.
+//
+// Lines wait in a short queue until the prefetched index slots arrive.
 #pragma once
 
 #include <string_view>
@@ -9,109 +11,109 @@
 
 namespace zcache {
 
-// Appends what a file holds to a store, and takes it out again unless finish() was called. What
-// comes waits in a short queue, while the memory brings what finding it needs.
 class Reader {
 public:
-    explicit Reader(Store& store);
+    explicit Reader(Contents& contents);
     Reader(Reader const&) = delete;
     Reader& operator=(Reader const&) = delete;
     ~Reader();
 
-    // Takes over the text that the views point into, of which `bytes` are in use.
+    /// Call this first.
+    /// owns    takes over the text that the views of lines point into; `bytes` of it are in use.
     void adopt(Arena::Block& block, size_t bytes);
 
-    // Makes room for about so many lines of each kind.
-    void reserve(zstanza::Expected const& lines);
+    /// Reserves memory for the estimated numbers of lines. Does not throw.
+    void reserve(zstanza::LineCounts const& lines);
 
-    // Returns a copy of a text that has no room for its terminator.
-    std::string_view keep(std::string_view text)
+    /// Returns a copy of a string that no zero byte can follow in place.
+    std::string_view copy(std::string_view text)
     {
-        std::string_view const kept = store_.arena_.add(text);
-        kept_ += kept.size() + 1;
-        return kept;
+        std::string_view const copied = contents_.arena_.add(text);
+        copiedBytes_ += copied.size() + 1;
+        return copied;
     }
 
-    void drop(std::string_view text) { store_.arena_.drop(text); }  // nothing will refer to it
+    /// Counts a string of the text as garbage.
+    void drop(std::string_view text) { contents_.arena_.drop(text); }
 
-    void addHead(std::string_view name, int lineNumber)
+    void addHeader(std::string_view name, int lineNumber)
     {
         categoryHash_ = hashOf(name);
-        store_.categoryIndex_.prefetch(categoryHash_);
-        push({headLine, categoryHash_, name, {}, lineNumber});
+        contents_.categoryIndex_.prefetch(categoryHash_);
+        push({headerLine, categoryHash_, name, {}, lineNumber});
     }
     void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0}); }
     void addBlank() { push({blankLine, 0, {}, {}, 0}); }
 
-    // Adds a key to the category of the last head; there must be one.
+    /// Adds a key to the category of the last header, which must exist.
     void addKey(std::string_view name, std::string_view value)
     {
         uint32_t const hash = hashOf(name, categoryHash_);
-        store_.keyIndex_.prefetch(hash);
+        contents_.keyIndex_.prefetch(hash);
         push({keyLine, hash, name, value, 0});
     }
 
-    // Returns the first head that repeated another; what came behind it was ignored.
-    zstanza::Repetition const& repetition() const { return repetition_; }
+    /// Returns the first duplicate header. Everything after it was ignored.
+    zstanza::DuplicateHeader const& duplicate() const { return duplicate_; }
 
-    // Enters what waits.
+    /// Adds the lines in the queue to the contents.
     void flush()
     {
         while (count_ != 0)
-            enterFirst();
+            insertFirst();
     }
 
-    // Keeps what went in. Never raises when all of it was flushed.
+    /// Keeps the added lines. Does not throw after flush().
     void finish();
 
 private:
-    struct Waiting {
+    struct QueuedLine {
         LineKind kind;
         uint32_t hash;
         std::string_view text;  // comment, category or key
         std::string_view value;
         int lineNumber;
     };
-    static constexpr unsigned kMostWaiting = 16;
+    static constexpr unsigned kQueueSize = 16;
 
-    // Where the records ended.
-    struct Ends {
+    // The ends of the pools before reading.
+    struct PoolSizes {
         Id categories;
-        Id categoryMores;
+        Id categoryExtras;
         Id keys;
-        Id keyMores;
+        Id keyExtras;
         Id values;
         Id lines;
     };
 
-    void push(Waiting const& line)
+    void push(QueuedLine const& line)
     {
-        if (count_ == kMostWaiting)
-            enterFirst();
-        waiting_[(first_ + count_++) % kMostWaiting] = line;
+        if (count_ == kQueueSize)
+            insertFirst();
+        queue_[(first_ + count_++) % kQueueSize] = line;
     }
-    void enterFirst();
-    void enterHead(Waiting const& line);
-    void enterKey(Waiting const& line);
-    void enterComment(Waiting const& line);
-    Id append(LineKind kind, uint32_t of);
+    void insertFirst();
+    void insertHeader(QueuedLine const& line);
+    void insertKey(QueuedLine const& line);
+    void insertComment(QueuedLine const& line);
+    Id append(LineKind kind, uint32_t ref);
     void undo();
 
-    Store& store_;
-    uint32_t categoryHash_ = 0;  // of the last head that came
-    Id category_ = 0;            // of the last head that was entered
-    Id const lastLine_;          // what was there before
-    Id const lastHead_;
-    bool hadComments_ = false;  // the section of that head
-    Id lastKeyLine_ = 0;        // else its last key line
-    Ends const ends_;
-    size_t kept_ = 0;  // bytes of copies
-    zstanza::Repetition repetition_ = {{}, 0};
+    Contents& contents_;
+    uint32_t categoryHash_ = 0;  // of the last header that was queued
+    Id category_ = 0;            // of the last header that was added
+    Id const lastLine_;          // before reading
+    Id const lastHeader_;
+    bool hadComments_ = false;  // the section of that header
+    Id lastKeyLine_ = 0;        // if not: its last key line
+    PoolSizes const sizes_;
+    size_t copiedBytes_ = 0;  // by copy(), with zero bytes
+    zstanza::DuplicateHeader duplicate_ = {{}, 0};
     bool isAdopted_ = false;
     bool isDone_ = false;
-    unsigned first_ = 0;  // of those that wait
+    unsigned first_ = 0;  // index in the queue
     unsigned count_ = 0;
-    Waiting waiting_[kMostWaiting];
+    QueuedLine queue_[kQueueSize];
 };
 
 }  // namespace zcache

@@ -1,4 +1,10 @@
-// records: the parts of the contents.
+// records: the records of a cache: categories, keys, values and lines.
+//
+//     Category  its keys in insertion order, its header line, the index of its section
+//     Key       name, first plain value, category, line; `extra` if there is more
+//     KeyExtra  further values, obfuscated values, lists that callers have received
+//     Value     a node in a chain of values
+//     Line      a node of a doubly linked list in file order: comment, blank, header or key line
 #pragma once
 
 #include <stdint.h>
@@ -12,61 +18,61 @@
 namespace zcache {
 
 struct Value {
-    TextId text;
+    StringId text;
     uint32_t length;
     Id next;
 };
 
-// Half a cache line: look-ups come to one key after the other in no order.
+// Half a cache line, because lookups touch keys in random order.
 struct Key {
-    TextId name;
-    TextId value;         // the first plain value; 0 when there is none, or when a list holds it
-    uint16_t nameLength;  // as Arena::packLength() has it
+    StringId name;
+    StringId value;       // the first plain value; 0 if missing, or if a list holds it
+    uint16_t nameLength;  // encoded by Arena::encodeLength()
     uint16_t valueLength;
     Id category : 30;
-    uint32_t isLive : 1;  // 0: dormant
-    Id more;
+    uint32_t isLive : 1;  // 0: detached
+    Id extra;
     Id line;
-    Id previous;  // of the keys of its category, in the order in which they came
+    Id previous;  // key of the category, in insertion order
     Id next;
 };
 
-// What most keys do without. There are two kinds of values: 0 plain, 1 obfuscated.
-struct KeyMore {
-    ZArrayList_6_0* lists[2];  // the values, once a caller asked for them
-    ZLCString_6_0* name;       // the name, once it was lent to a caller
-    Id first[2];               // else the values; of the plain ones those behind the first
+// Fields that most keys do not need. Arrays are indexed by kind: 0 plain, 1 obfuscated.
+struct KeyExtra {
+    ZArrayList_6_0* lists[2];  // the values, after a caller has received the list
+    ZLCString_6_0* name;       // the name, after a caller has received it
+    Id first[2];               // else the values, except the first plain value
     Id last[2];
     uint32_t counts[2];
-    Id key;           // 0: the record is not in use
+    Id key;           // 0: the record is free
     uint32_t isItem;  // 1: in the list of obfuscated items
     Id previousItem;
     Id nextItem;
 };
 
 struct Category {
-    TextId name;
-    uint16_t nameLength;  // as Arena::packLength() has it
-    bool isLive;          // else dormant
-    bool hasComments;     // in the section
+    StringId name;
+    uint16_t nameLength;  // encoded by Arena::encodeLength()
+    bool isLive;          // else detached
+    bool hasComments;     // its section has comments
     uint32_t keyCount;
-    Id firstKey;  // in the order in which they came
+    Id firstKey;  // in insertion order
     Id lastKey;
-    Id previous;  // of the categories, in the order in which they came
+    Id previous;  // category, in insertion order
     Id next;
-    Id more;
-    Id head;          // the head line
-    Id previousHead;  // the categories whose heads stand before and behind, in file order
-    Id nextHead;
+    Id extra;
+    Id header;          // the header line
+    Id previousHeader;  // category with a header, in file order
+    Id nextHeader;
     union {
-        Id lastKeyLine;  // of a section without comments
-        Id root;         // of a section with comments: of its tree, see Trees; 0: none was made
+        Id lastKeyLine;  // if the section has no comments
+        Id root;         // otherwise: of its treap; 0: not built
     };
     uint32_t items;  // keys in the list of obfuscated items
 
     Id tree() const { return hasComments ? root : 0; }
 
-    // To be called before a section gets a comment.
+    // Call this before adding a comment to the section.
     void expectComment()
     {
         if (!std::exchange(hasComments, true))
@@ -74,28 +80,28 @@ struct Category {
     }
 };
 
-struct CategoryMore {
-    ZArrayList_6_0* values;  // what get(category) returned last
-    ZLCString_6_0* name;     // the name, once it was lent to a caller
-    Id category;             // 0: the record is not in use
-    Id replaced;             // while reading: the dormant category of the same name
+struct CategoryExtra {
+    ZArrayList_6_0* values;  // the list that get(category) returned last
+    ZLCString_6_0* name;     // the name, after a caller has received it
+    Id category;             // 0: the record is free
+    Id replaced;             // while reading: the detached category of the same name
 };
 
-enum LineKind : uint32_t { commentLine, blankLine, headLine, keyLine };
+enum LineKind : uint32_t { commentLine, blankLine, headerLine, keyLine };
 
 struct Line {
     Id previous : 30;
     uint32_t kind : 2;
     Id next : 30;
-    uint32_t isBelowBlank : 1;  // of a comment that was read: a blank line stands above it
-    uint32_t of;                // a Category, a Key or the text of a comment, by kind
+    uint32_t isBelowBlank : 1;  // a comment that was read after a blank line stands for both
+    uint32_t ref;               // by kind: a category, a key or the text of a comment
 
     bool hasBlank() const { return kind == blankLine || isBelowBlank; }
 };
 
-// A comment such as "# port = 5": the first one of its section for its key.
+// The first template comment of its section, such as "# port = 5", for its key.
 struct Template {
-    TextId key;  // without blanks
+    StringId key;  // without spaces
     Id category;
     Id line;
 };

@@ -1,68 +1,71 @@
-// secrets: the obfuscated values.
+// secrets: the list of keys with obfuscated values, and the values that a companion holds.
 
+#include "../ZException.h"
 #include "../stanza/companion_records.h"
 #include "contents.h"
 #include "new_string.h"
 
 namespace zcache {
 
-void Store::addItem(Id key)
+using zstanza::CompanionRecord;
+
+void Contents::addItem(Id key)
 {
-    KeyMore& more = moreOf(key);
-    if (more.isItem)
+    KeyExtra& extra = extraOf(key);
+    if (extra.isItem)
         return;
-    Id const id = keys_[key].more;
-    more.isItem = 1;
-    more.previousItem = lastItem_;
-    more.nextItem = 0;
-    (lastItem_ == 0 ? firstItem_ : keyMores_[lastItem_].nextItem) = id;
+    Id const id = keys_[key].extra;
+    extra.isItem = 1;
+    extra.previousItem = lastItem_;
+    extra.nextItem = 0;
+    (lastItem_ == 0 ? firstItem_ : keyExtras_[lastItem_].nextItem) = id;
     lastItem_ = id;
     ++itemCount_;
     ++categories_[keys_[key].category].items;
 }
 
-void Store::removeItem(Id key)
+void Contents::removeItem(Id key)
 {
-    if (keys_[key].more == 0 || !keyMores_[keys_[key].more].isItem)
+    if (keys_[key].extra == 0 || !keyExtras_[keys_[key].extra].isItem)
         return;
-    KeyMore& more = keyMores_[keys_[key].more];
-    more.isItem = 0;
-    (more.previousItem == 0 ? firstItem_ : keyMores_[more.previousItem].nextItem) = more.nextItem;
-    (more.nextItem == 0 ? lastItem_ : keyMores_[more.nextItem].previousItem) = more.previousItem;
+    KeyExtra& extra = keyExtras_[keys_[key].extra];
+    extra.isItem = 0;
+    (extra.previousItem == 0 ? firstItem_ : keyExtras_[extra.previousItem].nextItem) =
+        extra.nextItem;
+    (extra.nextItem == 0 ? lastItem_ : keyExtras_[extra.nextItem].previousItem) =
+        extra.previousItem;
     --itemCount_;
     --categories_[keys_[key].category].items;
 }
 
-using zstanza::ObfuscatedRecord;
-
 namespace {
 
-// How many different names the records of a block have, and how many values.
-struct ObfuscatedNames {
-    ObfuscatedNames(char const* text, size_t records)
+// Counts the distinct names in records, and the values.
+struct DistinctNames {
+    DistinctNames(char const* text, size_t records)
     {
-        // An id is the place of the record that came first with a name, counted from 1.
-        Index categoryIndex;
-        Index keyIndex;
+        // An id is the offset of the first record with a name, plus 1.
+        HashIndex categoryIndex;
+        HashIndex keyIndex;
         for (char const* at = text; records > 0; --records) {
             Id const id = static_cast<Id>(at - text) + 1;
-            ObfuscatedRecord const record(at);
-            auto const isCategory = [&](Id other) {
+            CompanionRecord const record(at);
+            auto const isSameCategory = [&](Id other) {
                 return strcmp(text + other - 1, record.category.data()) == 0;
             };
-            auto const isKey = [&](Id other) {
-                return isCategory(other) &&
+            auto const isSameKey = [&](Id other) {
+                return isSameCategory(other) &&
                        strcmp(text + other + record.category.size(), record.key.data()) == 0;
             };
             uint32_t const categoryHash = hashOf(record.category);
-            if (categoryIndex.find(categoryHash, isCategory) == 0) {
+            if (categoryIndex.find(categoryHash, isSameCategory) == 0) {
                 categoryIndex.add(categoryHash, id);
                 ++categories;
             }
             if (record.key.empty())
                 continue;
             uint32_t const hash = hashOf(record.key, categoryHash);
-            if (keyIndex.find(hash, isKey) == 0) {
+            if (keyIndex.find(hash, isSameKey) == 0) {
                 keyIndex.add(hash, id);
                 ++keys;
             }
@@ -77,67 +80,74 @@ struct ObfuscatedNames {
 
 }  // namespace
 
-void Store::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
+// Returns the list that holds the obfuscated values of a record's key; null if a record of the key
+// holds them, or if the record has no value.
+ZArrayList_6_0* Contents::obfuscatedList(zstanza::CompanionRecord const& record) const
 {
-    // Room is made for what the records name, not for their number: a packed file of some KiB can
-    // hold millions of empty ones.
-    ObfuscatedNames const names(block.chars(), records);
-    categories_.reserve(names.categories);
-    categoryIndex_.reserve(names.categories);
-    keys_.reserve(names.keys);
-    keyIndex_.reserve(names.keys);
-    keyMores_.reserve(names.keys);
-    values_.reserve(names.values);
-    arena_.reserveBlock(bytes);
+    Id const key = find(record.category, record.key).key;
+    return key == 0 || findExtra(key) == nullptr || record.value.empty()
+               ? nullptr
+               : findExtra(key)->lists[obfuscated];
+}
 
-    // Lists that callers know come first: adding to them may raise.
-    auto const listOf = [&](ObfuscatedRecord const& record) -> ZArrayList_6_0* {
-        Id const key = find(record.category, record.key).key;
-        return key == 0 || more(key) == nullptr || record.value.empty()
-                   ? nullptr
-                   : more(key)->lists[obfuscated];
-    };
+// Appends the values whose keys have lists. On failure removes them again.
+void Contents::addToObfuscatedLists(char const* bytes, size_t records)
+{
     size_t done = 0;
     try {
-        char const* at = block.chars();
-        for (; done < records; ++done) {
-            ObfuscatedRecord const record(at);
-            if (ZArrayList_6_0* const list = listOf(record); list != nullptr) {
+        for (char const* at = bytes; done < records; ++done) {
+            CompanionRecord const record(at);
+            if (ZArrayList_6_0* const list = obfuscatedList(record); list != nullptr) {
                 NewString string;
-                string.make(record.value);
+                string.create(record.value);
                 string.appendTo(*list);
             }
         }
     } catch (ZOutOfMemoryException_6_0 const&) {
-        char const* at = block.chars();
-        for (; done > 0; --done) {
-            ObfuscatedRecord const record(at);
-            if (ZArrayList_6_0* const list = listOf(record); list != nullptr)
+        for (char const* at = bytes; done > 0; --done) {
+            CompanionRecord const record(at);
+            if (ZArrayList_6_0* const list = obfuscatedList(record); list != nullptr)
                 list->remove(list->size() - 1);
         }
         throw;
     }
+}
 
-    // Nothing raises from here on. Names that are new stay where they are, as the values do.
+void Contents::addObfuscated(Arena::Block& block, size_t bytes, size_t records)
+{
+    // Reserve for the distinct names, not for the number of records: a few KiB of compressed data
+    // can expand to millions of empty records.
+    DistinctNames const names(block.chars(), records);
+    categories_.reserve(names.categories);
+    categoryIndex_.reserve(names.categories);
+    keys_.reserve(names.keys);
+    keyIndex_.reserve(names.keys);
+    keyExtras_.reserve(names.keys);
+    values_.reserve(names.values);
+    arena_.reserveBlock(bytes);
+    addToObfuscatedLists(block.chars(), records);
+
+    // From here nothing throws. The records refer to new names and values in the adopted block.
     char const* at = block.chars();
     arena_.adopt(block, bytes);
-    for (; done > 0; --done) {
-        ObfuscatedRecord const record(at);
-        bool const isInList = listOf(record) != nullptr;
+    for (; records > 0; --records) {
+        CompanionRecord const record(at);
+        bool const isInList = obfuscatedList(record) != nullptr;
         arena_.drop({});
-        Found const found = find(record.category, record.key);
+        LookupResult const found = find(record.category, record.key);
         Id const category =
-            wakeCategory(found.category, record.category, found.categoryHash, inArena);
-        Id const key =
-            record.key.empty() ? 0 : wakeKey(found.key, category, record.key, found.hash, inArena);
+            reviveCategory(found.category, record.category, found.categoryHash, insideArena);
+        Id const key = record.key.empty()
+                           ? 0
+                           : reviveKey(found.key, category, record.key, found.hash, insideArena);
         if (key == 0 || isInList || record.value.empty())
             arena_.drop(record.value);
         else
-            appendText(key, record.value, obfuscated);
+            appendValue(key, record.value, obfuscated);
         if (key != 0 && !record.value.empty())
             addItem(key);
     }
-    fit();
+    shrinkToFit();
 }
 
 }  // namespace zcache

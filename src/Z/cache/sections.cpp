@@ -1,67 +1,68 @@
-// sections: the lines of a category.
+// sections: headers, and the lines up to the next header.
 
 #include "contents.h"
 
 namespace zcache {
 
-// Puts a category behind the last one that has a head.
-void Store::enlistHead(Id id)
+// Appends a category to the list of categories with a header.
+void Contents::linkHeader(Id id)
 {
     Category& category = categories_[id];
-    category.previousHead = lastHead_;
-    category.nextHead = 0;
-    (lastHead_ == 0 ? firstHead_ : categories_[lastHead_].nextHead) = id;
-    lastHead_ = id;
+    category.previousHeader = lastHeader_;
+    category.nextHeader = 0;
+    (lastHeader_ == 0 ? firstHeader_ : categories_[lastHeader_].nextHeader) = id;
+    lastHeader_ = id;
 }
 
-// Appends a blank line and the head of a category that has none. Needs room for two lines.
+// Appends a blank line and the header of a category that has no header. Requires reserveLines(2).
 //
-// KEPT: the blank line comes first in a new file, too; files written so are compared byte for byte.
-// Test: ZPropertiesImpl.KeepsABlankLineAtTheTopOfANewFile
-void Store::appendHead(Id id)
+// KEPT: a new file starts with the blank line, too. A program that compares written files byte for
+// byte would notice a change. Test: ZPropertiesImpl.KeepsABlankLineAtTheTopOfANewFile
+void Contents::appendHeader(Id id)
 {
-    makeLine(blankLine, 0, lastHead_, lastLine_);
-    categories_[id].head = makeLine(headLine, id, 0, lastLine_);
-    enlistHead(id);
+    createLine(blankLine, 0, lastHeader_, lastLine_);
+    categories_[id].header = createLine(headerLine, id, 0, lastLine_);
+    linkHeader(id);
 }
 
-void Store::removeSection(Id id)
+void Contents::removeSection(Id id)
 {
-    // KEPT: the comments right above the next head go along, though they speak of the next stanza:
-    // a section is what callers see between two heads.
-    // Test: ZPropertiesImpl.KeepsTakingTheCommentsAboveTheNextHeadAlong
+    // KEPT: removes the comments right above the next header too, although they refer to the next
+    // stanza. A caller that edits the file would notice a change: a section is all lines between
+    // two headers. Test: ZPropertiesImpl.KeepsTakingTheCommentsAboveTheNextHeadAlong
     Category& category = categories_[id];
-    Id const before = lines_[category.head].previous;
-    Id const end = category.nextHead == 0 ? 0 : categories_[category.nextHead].head;
+    Id const before = lines_[category.header].previous;
+    Id const end = category.nextHeader == 0 ? 0 : categories_[category.nextHeader].header;
     uint32_t const categoryHash = hashOf(name(category));
-    for (Id line = category.head; line != end;) {
+    for (Id line = category.header; line != end;) {
         Id const next = lines_[line].next;
-        // A key with values stays, in a cache of a derived class.
-        if (lines_[line].kind == keyLine && keys_[lines_[line].of].isLive)
-            keys_[lines_[line].of].line = 0;
+        // In a cache of a derived class a key may still have values: only its line is removed.
+        if (lines_[line].kind == keyLine && keys_[lines_[line].ref].isLive)
+            keys_[lines_[line].ref].line = 0;
         else if (lines_[line].kind == keyLine)
-            freeKey(lines_[line].of, hashOf(name(keys_[lines_[line].of]), categoryHash));
+            freeKey(lines_[line].ref, hashOf(name(keys_[lines_[line].ref]), categoryHash));
         else if (lines_[line].kind == commentLine && category.tree() != 0)
             forgetTemplate(id, line);
         freeLine(line);
         line = next;
     }
     link(before, end);
-    (category.previousHead == 0 ? firstHead_ : categories_[category.previousHead].nextHead) =
-        category.nextHead;
-    (category.nextHead == 0 ? lastHead_ : categories_[category.nextHead].previousHead) =
-        category.previousHead;
+    (category.previousHeader == 0 ? firstHeader_
+                                  : categories_[category.previousHeader].nextHeader) =
+        category.nextHeader;
+    (category.nextHeader == 0 ? lastHeader_ : categories_[category.nextHeader].previousHeader) =
+        category.previousHeader;
 }
 
-// Removes the lines of a category that was removed without them: they would come back as a second
+// Removes the remaining lines of a removed category. Otherwise they would reappear as a second
 // section of the same name.
-void Store::removeDormant(Id category)
+void Contents::removeDetachedSection(Id category)
 {
     removeSection(category);
     freeCategory(category);
 }
 
-void Store::addStanzaLine(std::string_view name)
+void Contents::addStanzaLine(std::string_view name)
 {
     Id const known = findCategory(name);
     if (known != 0 && categories_[known].isLive)
@@ -69,20 +70,20 @@ void Store::addStanzaLine(std::string_view name)
     reserveLines(2);
     reserveFor(name, {}, {});
     if (known != 0)
-        removeDormant(known);
-    appendHead(wakeCategory(0, name, hashOf(name)));
+        removeDetachedSection(known);
+    appendHeader(reviveCategory(0, name, hashOf(name)));
 }
 
-void Store::deleteStanza(std::string_view name)
+void Contents::deleteStanza(std::string_view name)
 {
     Id const category = findCategory(name);
     if (category == 0)
         return;
-    bool const hasHead = categories_[category].head != 0;
+    bool const hasHeader = categories_[category].header != 0;
     if (categories_[category].isLive)
         removeCategory(category);
-    if (hasHead)
-        removeDormant(category);
+    if (hasHeader)
+        removeDetachedSection(category);
 }
 
 }  // namespace zcache

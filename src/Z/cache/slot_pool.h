@@ -1,4 +1,4 @@
-// slot_pool: records in one block.
+// slot_pool: a pool of records in one block, addressed by index, with a free list.
 #pragma once
 
 #include <stdlib.h>
@@ -12,17 +12,17 @@
 
 namespace zcache {
 
-// Records in one block, found by their place. Freed places are used again.
+// Index 0 is never used. Records are plain values: growing moves them with realloc().
 template <class Record>
-class Records {
+class SlotPool {
 public:
-    Records() = default;
-    Records(Records const&) = delete;
-    Records& operator=(Records const&) = delete;
-    ~Records() { ::free(records_); }
+    SlotPool() = default;
+    SlotPool(SlotPool const&) = delete;
+    SlotPool& operator=(SlotPool const&) = delete;
+    ~SlotPool() { ::free(records_); }
 
-    // Makes this empty array a copy of `other`.
-    void copy(Records const& other)
+    /// Copies `other` into this empty pool.
+    void copy(SlotPool const& other)
     {
         if (other.size_ == 0)
             return;
@@ -37,15 +37,15 @@ public:
     Record const& operator[](Id id) const { return records_[id]; }
     Record const* data() const { return records_; }
 
-    // Makes sure that `count` records can be made without raising.
+    /// Ensures that the next `count` calls of allocate() do not throw.
     void reserve(size_t count)
     {
         if (capacity_ - size_ + freeCount_ < count)
             grow(count);
     }
 
-    // Returns the place of a new record, which is all zero. Never raises after reserve().
-    Id make()
+    /// Returns the id of a new record, all bytes zero. Does not throw after reserve().
+    Id allocate()
     {
         Id id = free_;
         if (id != 0) {
@@ -67,32 +67,33 @@ public:
         ++freeCount_;
     }
 
-    // Returns how many records there are; place 0 is none.
+    /// Returns the number of records in use.
     size_t count() const { return size_ == 0 ? 0 : size_ - 1 - freeCount_; }
 
-    // Returns a number above the place of every record.
+    /// Returns a number above the id of every record.
     Id end() const { return size_; }
 
     size_t capacity() const { return capacity_; }
     size_t bytes() const { return capacity_ * sizeof(Record); }
 
-    // Forgets the places from `end` on, which are all free, and gives their room back.
-    void cut(Id end)
+    /// Frees the memory of the slots from `end` on.
+    /// range   no record from `end` on is in use.
+    void truncate(Id end)
     {
         Id id = std::exchange(free_, 0);
         freeCount_ = 0;
         while (id != 0) {
-            Id const place = id;
-            memcpy(&id, static_cast<void const*>(&records_[place]), sizeof id);
-            if (place < end)
-                free(place);
+            Id const slot = id;
+            memcpy(&id, static_cast<void const*>(&records_[slot]), sizeof id);
+            if (slot < end)
+                free(slot);
         }
         size_ = end < size_ ? end : size_;
-        fit();
+        shrinkToFit();
     }
 
-    // Gives back what is not in use, when that is worth the call.
-    void fit()
+    /// Frees unused capacity if it is more than a sixteenth.
+    void shrinkToFit()
     {
         if (size_ == 0) {
             ::free(std::exchange(records_, nullptr));
@@ -106,7 +107,7 @@ public:
         }
     }
 
-    void swap(Records& other)
+    void swap(SlotPool& other)
     {
         std::swap(records_, other.records_);
         std::swap(capacity_, other.capacity_);
@@ -118,27 +119,27 @@ public:
 private:
     void grow(size_t count)
     {
-        size_t const needed = size_ + count + 1;  // one more: place 0
-        size_t const wished = capacity_ + capacity_ / 2;
-        setCapacity(needed > wished ? needed : wished);
+        size_t const needed = size_ + count + 1;  // one more for index 0
+        size_t const wanted = capacity_ + capacity_ / 2;
+        setCapacity(needed > wanted ? needed : wanted);
         if (size_ == 0)
             size_ = 1;
     }
 
-    void setCapacity(size_t wished)
+    void setCapacity(size_t wanted)
     {
-        if (wished > kMostRecords)
-            zstanza::raiseOutOfMemory();
-        wished = wished < 8 ? 8 : wished;
+        if (wanted > kMaxRecords)
+            zstanza::throwOutOfMemory();
+        wanted = wanted < 8 ? 8 : wanted;
         records_ =
-            static_cast<Record*>(reallocate(static_cast<void*>(records_), wished * sizeof(Record)));
-        capacity_ = wished;
+            static_cast<Record*>(reallocate(static_cast<void*>(records_), wanted * sizeof(Record)));
+        capacity_ = wanted;
     }
 
     Record* records_ = nullptr;
     size_t capacity_ = 0;
-    Id size_ = 0;  // places in use or free, place 0 included
-    Id free_ = 0;  // the free place to use next; each holds the one behind it
+    Id size_ = 0;  // slots in use or free, slot 0 included
+    Id free_ = 0;  // head of the free list; each free slot holds the next one
     Id freeCount_ = 0;
 };
 

@@ -1,113 +1,123 @@
-// values: the values of a key.
+// values: counts, adds, sets and removes the values of a key.
 
 #include "contents.h"
 #include "new_string.h"
 
 namespace zcache {
 
-// Makes sure that category, key and value can be made without raising.
-void Store::reserveFor(std::string_view category, std::string_view key, std::string_view value)
+size_t Contents::valueCount(Id id, Kind kind) const
+{
+    KeyExtra const* const extra = findExtra(id);
+    if (extra != nullptr && extra->lists[kind] != nullptr)
+        return extra->lists[kind]->size();
+    return (kind == plain && keys_[id].value != 0 ? 1 : 0) +
+           (extra == nullptr ? 0 : extra->counts[kind]);
+}
+
+// Ensures that creating category, key and value does not throw.
+void Contents::reserveFor(std::string_view category, std::string_view key, std::string_view value)
 {
     categories_.reserve(1);
     categoryIndex_.reserve(1);
     keys_.reserve(1);
     keyIndex_.reserve(1);
-    keyMores_.reserve(1);
+    keyExtras_.reserve(1);
     values_.reserve(1);
     arena_.reserve(category.size() + key.size() + value.size() + 3);
 }
 
-// Puts a text of the arena behind the texts of a kind.
-void Store::appendText(Id key, std::string_view text, Kind kind)
+// Appends a string of the arena to the values of a kind.
+void Contents::appendValue(Id key, std::string_view text, Kind kind)
 {
-    TextId const place = arena_.placeOf(text.data());
+    StringId const string = arena_.idOf(text.data());
     if (kind == plain && keys_[key].value == 0) {
-        keys_[key].value = place;
-        keys_[key].valueLength = Arena::packLength(text);
+        keys_[key].value = string;
+        keys_[key].valueLength = Arena::encodeLength(text);
         return;
     }
-    Id const id = values_.make();
-    values_[id] = {place, static_cast<uint32_t>(text.size()), 0};
-    KeyMore& more = moreOf(key);
-    (more.last[kind] == 0 ? more.first[kind] : values_[more.last[kind]].next) = id;
-    more.last[kind] = id;
-    ++more.counts[kind];
+    Id const id = values_.allocate();
+    values_[id] = {string, static_cast<uint32_t>(text.size()), 0};
+    KeyExtra& extra = extraOf(key);
+    (extra.last[kind] == 0 ? extra.first[kind] : values_[extra.last[kind]].next) = id;
+    extra.last[kind] = id;
+    ++extra.counts[kind];
 }
 
-// Removes the values of a kind that no list holds.
-void Store::dropTexts(Id id, Kind kind)
+// Removes the values of a kind that are in records, not in a list.
+void Contents::dropStoredValues(Id id, Kind kind)
 {
     Key& key = keys_[id];
     if (kind == plain && key.value != 0) {
         arena_.drop(text(key));
         key.value = 0;
     }
-    if (key.more == 0)
+    if (key.extra == 0)
         return;
-    KeyMore& more = keyMores_[key.more];
-    while (more.first[kind] != 0) {
-        Id const value = more.first[kind];
-        more.first[kind] = values_[value].next;
+    KeyExtra& extra = keyExtras_[key.extra];
+    while (extra.first[kind] != 0) {
+        Id const value = extra.first[kind];
+        extra.first[kind] = values_[value].next;
         arena_.drop(text(values_[value]));
         values_.free(value);
     }
-    more.last[kind] = 0;
-    more.counts[kind] = 0;
+    extra.last[kind] = 0;
+    extra.counts[kind] = 0;
 }
 
-// Removes the values of a kind; a list that holds them stays, empty.
-void Store::dropValues(Id key, Kind kind)
+// Removes the values of a kind. A list that held them stays, empty.
+void Contents::dropValues(Id key, Kind kind)
 {
-    KeyMore const* const further = more(key);
-    if (further != nullptr && further->lists[kind] != nullptr)
-        further->lists[kind]->removeAll();
+    KeyExtra const* const extra = findExtra(key);
+    if (extra != nullptr && extra->lists[kind] != nullptr)
+        extra->lists[kind]->removeAll();
     else
-        dropTexts(key, kind);
+        dropStoredValues(key, kind);
 }
 
-void Store::add(std::string_view category, std::string_view key, std::string_view value, Kind kind)
+void Contents::add(std::string_view category, std::string_view key, std::string_view value,
+                   Kind kind)
 {
-    Found const found = find(category, key);
+    LookupResult const found = find(category, key);
     Id const old = found.key;
-    if (old != 0 && more(old) != nullptr && more(old)->lists[kind] != nullptr) {
+    if (old != 0 && findExtra(old) != nullptr && findExtra(old)->lists[kind] != nullptr) {
         if (!value.empty()) {
             NewString string;
-            string.make(value);
-            string.appendTo(*more(old)->lists[kind]);
+            string.create(value);
+            string.appendTo(*findExtra(old)->lists[kind]);
             if (kind == obfuscated)
                 addItem(old);
         }
         return;
     }
     reserveFor(category, key, value);
-    Id const id = wakeCategory(found.category, category, found.categoryHash);
+    Id const id = reviveCategory(found.category, category, found.categoryHash);
     if (key.empty())
         return;
-    Id const keyId = wakeKey(old, id, key, found.hash);
+    Id const keyId = reviveKey(old, id, key, found.hash);
     if (value.empty())
         return;
-    appendText(keyId, arena_.add(value), kind);
+    appendValue(keyId, arena_.add(value), kind);
     if (kind == obfuscated)
         addItem(keyId);
 }
 
-Id Store::set(Found const& found, std::string_view category, std::string_view key,
-              std::string_view value, Kind kind)
+Id Contents::set(LookupResult const& found, std::string_view category, std::string_view key,
+                 std::string_view value, Kind kind)
 {
     Id const old = found.key;
     ZArrayList_6_0* const list =
-        old == 0 || more(old) == nullptr ? nullptr : more(old)->lists[kind];
+        old == 0 || findExtra(old) == nullptr ? nullptr : findExtra(old)->lists[kind];
     NewString string;
     if (list != nullptr && !value.empty())
-        string.make(value);
-    // To take its values from a key needs no memory.
+        string.create(value);
+    // Removing the values of a key must not fail.
     if (old == 0 || !keys_[old].isLive || !value.empty())
         reserveFor(category, key, value);
-    Id const id = wakeCategory(found.category, category, found.categoryHash);
+    Id const id = reviveCategory(found.category, category, found.categoryHash);
     if (key.empty())
         return 0;
-    Id const keyId = wakeKey(old, id, key, found.hash);
-    // The value may be one of those that go.
+    Id const keyId = reviveKey(old, id, key, found.hash);
+    // Copy `value` first: it may view a value that is removed.
     std::string_view const kept =
         list != nullptr || value.empty() ? std::string_view() : arena_.add(value);
     dropValues(keyId, obfuscated);
@@ -117,9 +127,9 @@ Id Store::set(Found const& found, std::string_view category, std::string_view ke
     if (value.empty())
         return keyId;
     if (list != nullptr)
-        string.appendTo(*list);  // its room for one stays: this does not raise
+        string.appendTo(*list);  // does not throw: the list keeps capacity for one
     else
-        appendText(keyId, kept, kind);
+        appendValue(keyId, kept, kind);
     if (kind == obfuscated)
         addItem(keyId);
     return keyId;

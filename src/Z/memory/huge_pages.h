@@ -1,11 +1,13 @@
-// huge_pages: asks the system to back large blocks with huge pages.
+// huge_pages: requests huge pages for large blocks, because faulting in small pages takes longer
+// than filling such a block.
 #pragma once
 
 #include <stddef.h>
 
 namespace zmemory {
 
-/// Advises the system to back `block`, of `size` bytes, with huge pages if it is large.
-void preferLargePages(void* block, size_t size);
+/// Requests huge pages for `block` if `size`, in bytes, is at least 4 MiB. This is only advice: it
+/// may fail, and errno is unchanged.
+void preferHugePages(void* block, size_t size);
 
 }  // namespace zmemory

@@ -1,4 +1,4 @@
-// comment_splitter: a comment with newlines as the lines that it becomes.
+// comment_splitter: splits a comment into the lines that are written.
 #pragma once
 
 #include <string.h>
@@ -9,56 +9,61 @@
 
 namespace zstanza {
 
-// Cuts a comment into the lines that it becomes: at its line feeds, and where a line would be too
-// long to be read back as one. Every line but the first gets a "#" when it has none.
-class Pieces {
+// Splits a comment at newlines, and where a line would be too long to be read back as one line.
+// Every line after the first needs a "#": the caller adds a missing one.
+class CommentSplitter {
 public:
-    explicit Pieces(std::string_view comment)
+    explicit CommentSplitter(std::string_view comment)
     {
         char const* const end = comment.data() + comment.size();
-        isClosed_ = !comment.empty() && end[-1] == '\n';  // the last line feed begins no line
+        isClosed_ = !comment.empty() && end[-1] == '\n';  // no line follows the last newline
         rest_ = {comment.data(), comment.size() - (isClosed_ ? size_t{1} : size_t{0})};
-        Pieces counting(*this, 0);
+        CommentSplitter counting(*this, 0);
         do {
             bytes_ += counting.size() + 1;
             ++count_;
-        } while (counting.step());
+        } while (counting.advance());
     }
 
     size_t count() const { return count_; }
-    size_t bytes() const { return bytes_; }  // of all texts with their terminators
+    size_t bytes() const { return bytes_; }  // of all lines with a missing "#" and a zero byte
 
-    // Calls `call(bool isMarked, std::string_view)` for each piece; one that is marked lacks its
-    // "#".
+    /// Calls `call(bool lacksMark, std::string_view line)` for each line; `lacksMark` is true if
+    /// the
+    /// "#" is missing.
     template <class Call>
-    void each(Call call) const
+    void forEachLine(Call call) const
     {
-        Pieces walk(*this, 0);
+        CommentSplitter splitter(*this, 0);
         do
-            call(walk.lacksMark(), walk.piece());
-        while (walk.step());
+            call(splitter.lacksMark(), splitter.line());
+        while (splitter.advance());
     }
 
 private:
-    Pieces(Pieces const& other, int) : rest_(other.rest_), isClosed_(other.isClosed_) {}
+    CommentSplitter(CommentSplitter const& other, int)
+        : rest_(other.rest_), isClosed_(other.isClosed_)
+    {
+    }
 
     bool lacksMark() const { return !isFirst_ && (rest_.empty() || rest_[0] != '#'); }
 
-    std::string_view piece() const
+    std::string_view line() const
     {
-        size_t const room = kLongestLine - (lacksMark() ? 1 : 0);
-        size_t const most = rest_.size() < room ? rest_.size() : room;
-        void const* const feed = memchr(rest_.data(), '\n', most);
-        return {rest_.data(), feed == nullptr ? most
-                                              : static_cast<size_t>(static_cast<char const*>(feed) -
-                                                                    rest_.data())};
+        size_t const maxLength = kMaxLineLength - (lacksMark() ? 1 : 0);
+        size_t const longest = rest_.size() < maxLength ? rest_.size() : maxLength;
+        void const* const newline = memchr(rest_.data(), '\n', longest);
+        return {rest_.data(),
+                newline == nullptr
+                    ? longest
+                    : static_cast<size_t>(static_cast<char const*>(newline) - rest_.data())};
     }
 
-    size_t size() const { return piece().size() + size_t{lacksMark()}; }
+    size_t size() const { return line().size() + size_t{lacksMark()}; }
 
-    bool step()
+    bool advance()
     {
-        std::string_view const taken = piece();
+        std::string_view const taken = line();
         char const* const at = taken.data() + taken.size();
         size_t const left = rest_.size() - taken.size();
         if (left == 0)

@@ -4,9 +4,8 @@ namespace zstanza {
 
 namespace {
 
-// Steps `text`, which is terminated, over `pattern`, skipping blanks before each character. Returns
-// false when something else stands there.
-bool stepOver(char const*& text, std::string_view pattern)
+// Advances `text`, which is zero-terminated, past `pattern`. Returns false if the text differs.
+bool skipPattern(char const*& text, std::string_view pattern)
 {
     for (size_t i = 0; i < pattern.size(); ++i, ++text) {
         while (*text == ' ')
@@ -19,7 +18,7 @@ bool stepOver(char const*& text, std::string_view pattern)
 
 }  // namespace
 
-size_t takeTemplateKey(std::string_view comment, char* key)
+size_t extractTemplateKey(std::string_view comment, char* key)
 {
     char const* at = comment.data();
     char const* const end = at + comment.size();
@@ -39,12 +38,12 @@ size_t takeTemplateKey(std::string_view comment, char* key)
 
 bool isTemplateFor(std::string_view key, char const* comment)
 {
-    return stepOver(comment, "#") && stepOver(comment, key) && stepOver(comment, "=");
+    return skipPattern(comment, "#") && skipPattern(comment, key) && skipPattern(comment, "=");
 }
 
-bool beginsWithPattern(std::string_view pattern, char const* text)
+bool startsWithPattern(std::string_view pattern, char const* text)
 {
-    return stepOver(text, pattern);
+    return skipPattern(text, pattern);
 }
 
 }  // namespace zstanza

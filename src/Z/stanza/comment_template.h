@@ -1,4 +1,6 @@
-// comment_template: comments such as "# port = 5", which hold the place of a key.
+// comment_template: comments such as "# port = 5", which show where the line of a key belongs.
+//
+// Spaces in a comment are ignored.
 #pragma once
 
 #include <stddef.h>
@@ -7,13 +9,14 @@
 
 namespace zstanza {
 
-// Returns whether `text` begins with `pattern` when the blanks in the text are skipped.
-bool beginsWithPattern(std::string_view pattern, char const* text);
+/// Returns whether `text` starts with `pattern`.
+bool startsWithPattern(std::string_view pattern, char const* text);
 
-// Takes the key of a template comment such as "# port = 5" into `key`, without its blanks. Returns
-// its length; 0 when the comment is no template.
-size_t takeTemplateKey(std::string_view comment, char* key);
+/// Stores the key of a template, without spaces, in `key`. Returns its length; 0 if `comment` is
+/// not a template. range   `key` has as many bytes as `comment`.
+size_t extractTemplateKey(std::string_view comment, char* key);
 
+/// Returns whether `comment` is a template for `key`.
 bool isTemplateFor(std::string_view key, char const* comment);
 
 }  // namespace zstanza

@@ -6,24 +6,22 @@ namespace zstanza {
 
 namespace {
 
-// A zlib stream expands to at most 1,032 times its size, and a little for its head. What expands to
-// more than the limit is taken for an attack.
-constexpr size_t kMostExpansion = 1032;
+// zlib expands a stream to at most 1,032 times its size, and a little for its header. A stream that
+// expands to more than 256 MiB is treated as an attack.
+constexpr size_t kMaxExpansion = 1032;
 constexpr size_t kExpansionSlack = 4096;
-constexpr size_t kMostUnpacked = size_t{256} << 20;
+constexpr size_t kMaxExpandedSize = size_t{256} << 20;
 
 constexpr int kNoMemory = -4;  // codes of ZSqueeze_6_0
-constexpr int kNoRoom = -5;
+constexpr int kBufferTooSmall = -5;
 
-// Returns how many bytes `packed` may expand to.
-size_t mostUnpacked(size_t packed)
+size_t maxExpandedSize(size_t compressed)
 {
-    size_t const most = packed * kMostExpansion + kExpansionSlack;
-    return most < kMostUnpacked ? most : kMostUnpacked;
+    size_t const maximum = compressed * kMaxExpansion + kExpansionSlack;
+    return maximum < kMaxExpandedSize ? maximum : kMaxExpandedSize;
 }
 
-// Counts the records that fill the first `length` bytes of `text`. Returns false if other bytes are
-// among them.
+// Counts the records in `length` bytes. Returns false if the bytes are not a sequence of records.
 bool countRecords(char const* text, size_t length, size_t& records)
 {
     char const* at = text;
@@ -47,25 +45,26 @@ bool countRecords(char const* text, size_t length, size_t& records)
 
 CompanionReader::CompanionReader(char const* path, ZBuffer_6_0& buffer) : refusal_(path, "", 0)
 {
-    unsigned long const packed = buffer.getLength();
-    squeeze_.setSource(static_cast<unsigned char*>(buffer.getBuffer()), packed);
-    most_ = mostUnpacked(packed);
-    // Never 0, which doubling would leave at 0.
-    room_ = packed < (most_ - kExpansionSlack) / 8 ? packed * 8 + kExpansionSlack : most_;
+    unsigned long const compressed = buffer.getLength();
+    squeeze_.setSource(static_cast<unsigned char*>(buffer.getBuffer()), compressed);
+    maxSize_ = maxExpandedSize(compressed);
+    // Not 0, because expandInto() doubles it.
+    capacity_ =
+        compressed < (maxSize_ - kExpansionSlack) / 8 ? compressed * 8 + kExpansionSlack : maxSize_;
 }
 
-// Expands into `bytes`. Returns false when they are too few and more may be tried.
+// Decompresses into `bytes`. If capacity_ is too small, increases it and returns false.
 bool CompanionReader::expandInto(char* bytes)
 {
-    int const length = squeeze_.unsqueeze(reinterpret_cast<unsigned char*>(bytes), room_);
-    if (length == kNoRoom && room_ != most_) {
-        room_ = room_ < most_ / 2 ? room_ * 2 : most_;
+    int const length = squeeze_.unsqueeze(reinterpret_cast<unsigned char*>(bytes), capacity_);
+    if (length == kBufferTooSmall && capacity_ != maxSize_) {
+        capacity_ = capacity_ < maxSize_ / 2 ? capacity_ * 2 : maxSize_;
         return false;
     }
     if (length == kNoMemory)
-        raiseOutOfMemory();
+        throwOutOfMemory();
     if (length < 0)
-        refusal_.throwException(kSource, raiseInUnpack);
+        refusal_.throwException(kSource, raiseInExpand);
     length_ = static_cast<size_t>(length);
     return true;
 }
@@ -73,8 +72,8 @@ bool CompanionReader::expandInto(char* bytes)
 size_t CompanionReader::countRecords(char* bytes, size_t& records)
 {
     bytes[length_] = '\0';
-    // Other writers may write the last zero byte. The same bytes are never records with the byte
-    // that was put behind them and without it.
+    // Some writers do not omit the last zero byte. The bytes cannot be valid records both with and
+    // without the appended byte.
     if (!zstanza::countRecords(bytes, length_ + 1, records) &&
         !zstanza::countRecords(bytes, length_, records))
         refusal_.throwException(kSource, raiseAtRecord);
@@ -89,8 +88,8 @@ void CompanionWriter::add(std::string_view category, std::string_view key, std::
     records_.add("\0");
     records_.add(value);
     records_.add("\0\0");
-    if (records_.length() - 1 > kMostUnpacked)
-        refusal_.throwException(kSource, raiseInPack);
+    if (records_.length() - 1 > kMaxExpandedSize)
+        refusal_.throwException(kSource, raiseInCompress);
 }
 
 void CompanionWriter::compress(ZBuffer_6_0& buffer)
@@ -105,20 +104,21 @@ void CompanionWriter::compress(ZBuffer_6_0& buffer)
     squeeze.setSource(
         const_cast<unsigned char*>(reinterpret_cast<unsigned char const*>(records_.chars())),
         length);
-    ZBuffer_6_0 packed;
-    int result = kNoRoom;
-    for (size_t room = length * 2; result == kNoRoom && room <= kMostUnpacked * 4; room *= 2) {
-        packed.setLength(room);
-        result = squeeze.squeeze(static_cast<unsigned char*>(packed.getBuffer()), room);
+    ZBuffer_6_0 compressed;
+    int result = kBufferTooSmall;
+    for (size_t capacity = length * 2;
+         result == kBufferTooSmall && capacity <= kMaxExpandedSize * 4; capacity *= 2) {
+        compressed.setLength(capacity);
+        result = squeeze.squeeze(static_cast<unsigned char*>(compressed.getBuffer()), capacity);
     }
     if (result == kNoMemory)
-        raiseOutOfMemory();
+        throwOutOfMemory();
     if (result < 0)
-        refusal_.throwException(kSource, raiseInPack);
-    packed.setLength(static_cast<unsigned long>(result));
+        refusal_.throwException(kSource, raiseInCompress);
+    compressed.setLength(static_cast<unsigned long>(result));
     unsigned long taken = 0;
     void* bytes = nullptr;
-    packed.takeBuffer(taken, bytes);
+    compressed.takeBuffer(taken, bytes);
     buffer.setBufferNoCopy(taken, bytes);
 }
 

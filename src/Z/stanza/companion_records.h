@@ -1,4 +1,7 @@
-// companion_records: the obfuscated values as a companion file holds them.
+// companion_records: the form of a companion file, which holds the obfuscated values.
+//
+// A record is a category, a key, a value and an empty string, each with its zero byte. The records
+// are compressed together, without the last zero byte.
 #pragma once
 
 #include <string.h>
@@ -12,11 +15,11 @@
 
 namespace zstanza {
 
-// Takes the texts of one record from the front of a block.
-struct ObfuscatedRecord {
-    explicit ObfuscatedRecord(char const*& at) : category(take(at)), key(take(at)), value(take(at))
+// Reads one record at `at`, and advances `at` past it.
+struct CompanionRecord {
+    explicit CompanionRecord(char const*& at) : category(take(at)), key(take(at)), value(take(at))
     {
-        ++at;  // the empty text
+        ++at;  // the empty string
     }
 
     static std::string_view take(char const*& at)
@@ -31,23 +34,26 @@ struct ObfuscatedRecord {
     std::string_view value;
 };
 
-// Expands the contents of a companion file.
+// Decompresses the contents of a companion file.
 class CompanionReader {
 public:
+    /// owns    `buffer` is borrowed while the reader is used.
     CompanionReader(char const* path, ZBuffer_6_0& buffer);
 
-    // Expands the contents into `block`, a block with setRoom() and chars(). Returns how many bytes
-    // of records it holds then, 0 when there are none, and stores how many records those are.
+    /// Decompresses into `block`, which has setCapacity() and chars(), and counts the records.
+    /// Returns their size in bytes; 0 without records.
+    /// throws  ZPropertiesInvalidDataException_6_0 (path, "", 0) if the contents cannot be
+    ///         decompressed, exceed 256 MiB, or are not records.
     template <class Block>
     size_t expand(Block& block, size_t& records)
     {
-        // One byte more than the stream gives: the writer leaves out the last one, which is zero.
+        // One byte more for the zero byte that the writer omits.
         do
-            block.setRoom(room_ + 1);
+            block.setCapacity(capacity_ + 1);
         while (!expandInto(block.chars()));
         if (length_ == 0)
             return 0;
-        block.setRoom(length_ + 1);
+        block.setCapacity(length_ + 1);
         return countRecords(block.chars(), records);
     }
 
@@ -57,8 +63,8 @@ private:
 
     ZPropertiesInvalidDataException_6_0 refusal_;
     ZSqueeze_6_0 squeeze_;
-    size_t most_;
-    size_t room_;
+    size_t maxSize_;
+    size_t capacity_;
     size_t length_ = 0;
 };
 
@@ -67,9 +73,10 @@ class CompanionWriter {
 public:
     explicit CompanionWriter(char const* path) : refusal_(path, "", 0) {}
 
+    /// throws  ZPropertiesInvalidDataException_6_0 (path, "", 0) if the records exceed 256 MiB.
     void add(std::string_view category, std::string_view key, std::string_view value);
 
-    // Makes `buffer` the contents; empty when no record was added.
+    /// Stores the contents in `buffer`, which is empty if no record was added.
     void compress(ZBuffer_6_0& buffer);
 
 private:

@@ -1,11 +1,14 @@
-// limits: how long a line of a stanza file may be.
+// limits: the length of lines in a stanza file, in bytes without the newline.
 #pragma once
 
 #include <stddef.h>
 
 namespace zstanza {
 
-constexpr size_t kLineRoom = 8192;              // of the buffer that a line is read into
-constexpr size_t kLongestLine = kLineRoom - 2;  // that reads back as one, without its line feed
+// Files are read as if by fgets() with a buffer of this size.
+constexpr size_t kLineBufferSize = 8192;
+
+// A longer line is read back as several lines: the buffer also holds the newline and a zero byte.
+constexpr size_t kMaxLineLength = kLineBufferSize - 2;
 
 }  // namespace zstanza

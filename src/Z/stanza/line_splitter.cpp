@@ -2,30 +2,30 @@
 
 namespace zstanza {
 
-Expected expect(char const* text, size_t length)
+LineCounts estimateLines(char const* text, size_t length)
 {
-    Expected expected = {};
+    LineCounts counts = {};
     char const* const end = text + length;
     for (char const* at = text; at != end;) {
         switch (*at) {
             case '[':
-                ++expected.heads;
+                ++counts.headers;
                 break;
             case '#':
-                ++expected.comments;
+                ++counts.comments;
                 break;
             case '\n':
-                ++expected.blanks;
+                ++counts.blanks;
                 break;
             default:
-                ++expected.keys;
+                ++counts.keys;
                 break;
         }
-        auto const* const feed =
+        auto const* const newline =
             static_cast<char const*>(memchr(at, '\n', static_cast<size_t>(end - at)));
-        at = feed == nullptr ? end : feed + 1;
+        at = newline == nullptr ? end : newline + 1;
     }
-    return expected;
+    return counts;
 }
 
 }  // namespace zstanza

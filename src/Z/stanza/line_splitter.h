@@ -1,4 +1,7 @@
-// line_splitter: the lines of a stanza file.
+// line_splitter: splits text into the lines that fgets() would return with a buffer of 8192
+// bytes.
+//
+// A newline ends a line, and so do 8191 bytes. The bytes after a zero byte in a line are ignored.
 #pragma once
 
 #include <limits.h>
@@ -9,27 +12,26 @@
 
 namespace zstanza {
 
-// What a line is read into takes so many bytes of it, and a zero byte.
-constexpr size_t kMostOfLine = kLineRoom - 1;
+// The bytes of a full buffer without its zero byte.
+constexpr size_t kMaxReadLength = kLineBufferSize - 1;
 
-// Approximately how many lines of each kind there are.
-struct Expected {
-    size_t heads;
+// Estimated numbers of lines, to reserve memory.
+struct LineCounts {
+    size_t headers;
     size_t keys;
     size_t comments;
     size_t blanks;
 };
 
-// Cuts a text into lines as fgets() does with a buffer of 8192 bytes: a line feed ends a line, and
-// so do 8191 bytes; what follows a zero byte in a line is lost.
-class LineCutter {
+class LineSplitter {
 public:
-    LineCutter(char* text, size_t length)
+    LineSplitter(char* text, size_t length)
         : next_(text), end_(text + length), hasZero_(memchr(text, '\0', length) != nullptr)
     {
     }
 
-    // Stores the next line and returns true; false behind the last one.
+    /// Stores the next line, without its newline, and returns true. Returns false after the last
+    /// line.
     bool next(char*& line, size_t& length)
     {
         if (next_ == end_)
@@ -37,32 +39,33 @@ public:
         ++number_;
         line = next_;
         size_t const left = static_cast<size_t>(end_ - next_);
-        size_t const most = left < kMostOfLine ? left : kMostOfLine;
-        auto* const feed = static_cast<char*>(memchr(next_, '\n', most));
-        length = feed == nullptr ? most : static_cast<size_t>(feed - next_);
-        // KEPT: a line feed right behind 8191 bytes is a line of its own, a blank one: programs
-        // that read the same files with fgets() see it so. Test:
-        // ZPropertiesImpl.KeepsTheLineFeedOfATornLineAsABlankLine
-        next_ = feed == nullptr ? next_ + most : feed + 1;
-        // Without a line feed, and before the end, the byte behind the line is the next line's.
-        isTorn_ = feed == nullptr && next_ != end_;
+        size_t const longest = left < kMaxReadLength ? left : kMaxReadLength;
+        auto* const newline = static_cast<char*>(memchr(next_, '\n', longest));
+        length = newline == nullptr ? longest : static_cast<size_t>(newline - next_);
+        // KEPT: a newline after exactly 8191 bytes is a blank line of its own. A program that reads
+        // the file with fgets() and the same buffer sees the same lines and line numbers.
+        // Test: ZPropertiesImpl.KeepsTheLineFeedOfATornLineAsABlankLine
+        next_ = newline == nullptr ? next_ + longest : newline + 1;
+        isSplit_ = newline == nullptr && next_ != end_;
         if (hasZero_)
             length = strnlen(line, length);
         return true;
     }
 
-    bool isTorn() const { return isTorn_; }
+    /// Returns whether the next line follows without a newline, so that the byte after this line
+    /// belongs to the next one.
+    bool isSplit() const { return isSplit_; }
     int number() const { return number_ < INT_MAX ? static_cast<int>(number_) : INT_MAX; }
 
 private:
     char* next_;
     char* const end_;
     bool const hasZero_;
-    bool isTorn_ = false;
+    bool isSplit_ = false;
     size_t number_ = 0;  // of the line, counted from 1
 };
 
-// Counts the lines of each kind by their first bytes: near enough to know what room they need.
-Expected expect(char const* text, size_t length);
+/// Counts the lines of each kind by their first bytes.
+LineCounts estimateLines(char const* text, size_t length);
 
 }  // namespace zstanza

@@ -4,20 +4,20 @@
 
 namespace zstanza {
 
-// Writes "name = value". Where a line still stands in memory as it was read, with zero bytes behind
-// name and value, it is copied whole.
 void writeValue(std::string_view name, std::string_view value, TextBuffer& text)
 {
-    // A line that was read without the blanks may have no room for them: with them it would come
-    // back as two.
-    if (name.size() + 3 + value.size() > kLongestLine) {
+    // A line read as "key=value" may be too long with the two spaces: it would be read back as two
+    // lines.
+    if (name.size() + 3 + value.size() > kMaxLineLength) {
         text.add(name);
         text.add("=");
         text.add(value);
         text.add("\n");
         return;
     }
-    char* const to = text.take(name.size() + 3 + value.size() + 1);
+    char* const to = text.append(name.size() + 3 + value.size() + 1);
+    // Copy the line in one step if it is in memory as read: the parser replaced only
+    // the space after the name.
     if (value.data() == name.data() + name.size() + 3 && value.data()[-2] == '=' &&
         value.data()[-1] == ' ') {
         memcpy(to, name.data(), name.size() + 3 + value.size());
@@ -32,14 +32,14 @@ void writeValue(std::string_view name, std::string_view value, TextBuffer& text)
 
 void writeLine(std::string_view line, TextBuffer& text)
 {
-    char* const to = text.take(line.size() + 1);
+    char* const to = text.append(line.size() + 1);
     memcpy(to, line.data(), line.size());
     to[line.size()] = '\n';
 }
 
-void writeHead(std::string_view name, TextBuffer& text)
+void writeHeader(std::string_view name, TextBuffer& text)
 {
-    char* const to = text.take(name.size() + size_t{3});
+    char* const to = text.append(name.size() + size_t{3});
     *to = '[';
     memcpy(to + 1, name.data(), name.size());
     memcpy(to + 1 + name.size(), "]\n", 2);

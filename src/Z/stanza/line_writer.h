@@ -1,4 +1,4 @@
-// line_writer: the lines of a stanza file as they are written.
+// line_writer: appends the lines of a stanza file to a buffer.
 #pragma once
 
 #include <string_view>
@@ -7,10 +7,9 @@
 
 namespace zstanza {
 
-// Write a line of a file: ZPropertiesImpl_text.cpp.
-void writeHead(std::string_view name, TextBuffer& text);
+void writeHeader(std::string_view name, TextBuffer& text);
 void writeValue(std::string_view name, std::string_view value, TextBuffer& text);
 void writeEmptyKey(std::string_view name, TextBuffer& text);
-void writeLine(std::string_view line, TextBuffer& text);  // a comment, or an empty line
+void writeLine(std::string_view line, TextBuffer& text);  // a comment, or an empty string
 
 }  // namespace zstanza

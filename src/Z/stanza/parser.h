@@ -1,4 +1,4 @@
-// parser: reads the text of a stanza file.
+// parser: classifies the lines of a stanza file, and refuses invalid lines.
 #pragma once
 
 #include <string.h>
@@ -14,14 +14,14 @@
 
 namespace zstanza {
 
-// A head that names a category that there is.
-struct Repetition {
+// A header whose category exists already.
+struct DuplicateHeader {
     std::string_view name;
-    int lineNumber;  // 0: there is none
+    int lineNumber;  // 0 if there is no such header
 };
 
-// Parses a text into a reader of one of the two kinds; what went in goes out again unless finish()
-// was called.
+// Passes the lines of a file to a reader, which adds them to a cache. Lines are parsed in place:
+// the parser writes a zero byte after each name, value and comment.
 template <class AnyReader>
 class Parser {
 public:
@@ -30,30 +30,34 @@ public:
     {
     }
 
-    // Parses `length` bytes of a text, behind which a zero byte stands.
+    /// Parses `length` bytes, which a zero byte follows.
+    /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for an invalid
+    ///         line or a duplicate header; any exception of the reader.
     void parse(char* text, size_t length)
     {
-        Expected expected = expect(text, length);
+        LineCounts counts = estimateLines(text, length);
         if (!keepsComments_)
-            expected.comments = expected.blanks = 0;
-        reader_.reserve(expected);
-        LineCutter lines(text, length);
+            counts.comments = counts.blanks = 0;
+        reader_.reserve(counts);
+        LineSplitter lines(text, length);
         for (char* line; lines.next(line, length);) {
             number_ = lines.number();
-            if (lines.isTorn())
-                line = const_cast<char*>(reader_.keep(std::string_view(line, length)).data());
-            while (length > 0 && spaces_.has(line[length - 1]))
+            if (lines.isSplit())
+                line = const_cast<char*>(reader_.copy(std::string_view(line, length)).data());
+            while (length > 0 && whitespace_.contains(line[length - 1]))
                 --length;
-            for (; length > 0 && spaces_.has(*line); --length)
+            for (; length > 0 && whitespace_.contains(*line); --length)
                 ++line;
             line[length] = '\0';
-            takeLine(line, length);
+            parseLine(line, length);
         }
         reader_.flush();
-        refuseRepetition();
+        refuseDuplicate();
     }
 
-    // Returns the name of the companion file, if the text has one; owned by the caller.
+    /// Makes the reader keep the lines. Returns the path of the companion, or null if the text has
+    /// no reserved entry.
+    /// owns    owned by the caller; released with delete.
     ZLCString_6_0* finish()
     {
         auto* const companion =
@@ -63,7 +67,7 @@ public:
     }
 
 private:
-    void takeLine(char* line, size_t length)
+    void parseLine(char* line, size_t length)
     {
         if (length == 0) {
             if (keepsComments_)
@@ -74,71 +78,71 @@ private:
             else
                 reader_.drop(std::string_view(line, length));
         } else if (*line == '[') {
-            takeHead(line, length);
+            parseHeader(line, length);
         } else {
-            takeKey(line, length);
+            parseKey(line, length);
         }
     }
 
-    void takeHead(char* line, size_t length)
+    void parseHeader(char* line, size_t length)
     {
         auto* const end = static_cast<char*>(memchr(line, ']', length));
         if (end == nullptr)
             refuse(line);
         std::string_view const name(line + 1, static_cast<size_t>(end - line) - 1);
-        *end = '\0';  // what follows it is ignored
-        reader_.addHead(name, number_);
+        *end = '\0';  // the rest of the line is ignored
+        reader_.addHeader(name, number_);
         hasStanza_ = true;
-        namesCompanion_ = name == kCompanionCategory;
+        isReserved_ = name == kCompanionCategory;
     }
 
-    void takeKey(char* line, size_t length)
+    void parseKey(char* line, size_t length)
     {
         auto* const sign = static_cast<char*>(memchr(line, '=', length));
         if (sign == nullptr || sign == line || !hasStanza_)
             refuse(line);
         char* end = sign;
-        while (spaces_.has(end[-1]))
+        while (whitespace_.contains(end[-1]))
             --end;
         char* value = sign + 1;
-        while (spaces_.has(*value))
+        while (whitespace_.contains(*value))
             ++value;
         *end = '\0';
         std::string_view const key(line, static_cast<size_t>(end - line));
         std::string_view const text(value, static_cast<size_t>(line + length - value));
         reader_.addKey(key, text);
-        if (namesCompanion_ && key == kCompanionKey)
+        if (isReserved_ && key == kCompanionKey)
             companion_ = text;
     }
 
     [[noreturn]] void refuse(char const* line)
     {
         reader_.flush();
-        refuseRepetition();
+        refuseDuplicate();
         ZPropertiesInvalidDataException_6_0(path_, line, number_)
             .throwException(kSource, raiseAtLine);
     }
 
-    // Refuses the first head, if any, that names a stanza that there is.
-    void refuseRepetition()
+    // Refuses the first duplicate header, if any.
+    void refuseDuplicate()
     {
-        Repetition const& repetition = reader_.repetition();
-        if (repetition.lineNumber == 0)
+        DuplicateHeader const& duplicate = reader_.duplicate();
+        if (duplicate.lineNumber == 0)
             return;
-        // A zero byte was put into the line behind the name.
-        auto* const name = const_cast<char*>(repetition.name.data());
-        name[repetition.name.size()] = ']';
-        ZPropertiesInvalidDataException_6_0(path_, name - 1, repetition.lineNumber)
+        // Restore the byte that parseHeader() replaced.
+        auto* const name = const_cast<char*>(duplicate.name.data());
+        name[duplicate.name.size()] = ']';
+        ZPropertiesInvalidDataException_6_0(path_, name - 1, duplicate.lineNumber)
             .throwException(kSource, raiseAtLine);
     }
 
     char const* const path_;
     AnyReader& reader_;
-    Spaces const spaces_;
+    WhitespaceTable const whitespace_;
     bool const keepsComments_;
     bool hasStanza_ = false;
-    bool namesCompanion_ = false;  // the current stanza does, with one of its keys
-    int number_ = 0;               // of the current line
+    bool isReserved_ = false;  // the current stanza has the reserved entry
+    int number_ = 0;           // of the current line
     std::string_view companion_ = {nullptr, 0};
 };
 

@@ -4,7 +4,7 @@
 
 namespace zstanza {
 
-void raiseOutOfMemory()
+void throwOutOfMemory()
 {
     ZOutOfMemoryException_6_0().throwException(kSource, raiseInAllocate);
 }

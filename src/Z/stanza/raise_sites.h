@@ -1,4 +1,4 @@
-// raise_sites: the numbers that reports of the cache of a stanza file carry.
+// raise_sites: the source name and the site numbers in reports about the contents of stanza files.
 #pragma once
 
 namespace zstanza {
@@ -11,11 +11,12 @@ enum RaiseSite {
     raiseInRead = 71,
     raiseAtLine = 72,
     raiseInWrite = 81,
-    raiseInUnpack = 91,
+    raiseInExpand = 91,
     raiseAtRecord = 92,
-    raiseInPack = 95,
+    raiseInCompress = 95,
 };
 
-[[noreturn]] void raiseOutOfMemory();
+/// Throws ZOutOfMemoryException_6_0 from raiseInAllocate.
+[[noreturn]] void throwOutOfMemory();
 
 }  // namespace zstanza

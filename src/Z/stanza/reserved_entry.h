@@ -1,4 +1,4 @@
-// reserved_entry: the entry of a stanza file that names its companion.
+// reserved_entry: the entry of a stanza file that holds the path of its companion.
 #pragma once
 
 namespace zstanza {

@@ -1,4 +1,4 @@
-// text_buffer: text that is composed piece by piece.
+// text_buffer: a growing block of text, for composing a file.
 #pragma once
 
 #include <stddef.h>
@@ -13,64 +13,64 @@
 
 namespace zstanza {
 
-// A text that is made piece by piece.
 class TextBuffer {
 public:
     TextBuffer() = default;
     TextBuffer(TextBuffer const&) = delete;
     TextBuffer& operator=(TextBuffer const&) = delete;
 
-    void add(std::string_view text) { memcpy(take(text.size()), text.data(), text.size()); }
+    void add(std::string_view text) { memcpy(append(text.size()), text.data(), text.size()); }
 
-    // Adds `text`, a literal, without its zero byte.
+    /// Appends a string literal, without its last zero byte.
     template <size_t Size>
     void add(char const (&text)[Size])
     {
-        memcpy(take(Size - 1), text, Size - 1);
+        memcpy(append(Size - 1), text, Size - 1);
     }
 
-    // Adds `length` bytes, which the caller fills.
-    char* take(size_t length)
+    /// Appends `length` bytes, which the caller fills.
+    char* append(size_t length)
     {
-        if (room_ - length_ <= length)
+        if (capacity_ - length_ <= length)
             grow(length);
         return chars_.data() + std::exchange(length_, length_ + length);
     }
 
-    // Makes room for a text of about `length` bytes at once.
-    void expect(size_t length)
+    /// Allocates memory for `length` bytes in one step.
+    void reserve(size_t length)
     {
-        if (room_ <= length)
-            setRoom(length + 1);
+        if (capacity_ <= length)
+            setCapacity(length + 1);
     }
 
     char const* chars() const { return chars_.data(); }
     size_t length() const { return length_; }
 
-    // Hands the text over; it is released with free().
+    /// Returns the text and empties the buffer.
+    /// owns    owned by the caller; released with free().
     char* release()
     {
-        length_ = room_ = 0;
+        length_ = capacity_ = 0;
         return chars_.release();
     }
 
 private:
     void grow(size_t length)
     {
-        size_t const wished = room_ * 2 < 4096 ? 4096 : room_ * 2;
-        setRoom(wished <= length_ + length ? length_ + length + 1 : wished);
+        size_t const wanted = capacity_ * 2 < 4096 ? 4096 : capacity_ * 2;
+        setCapacity(wanted <= length_ + length ? length_ + length + 1 : wanted);
     }
 
-    void setRoom(size_t room)
+    void setCapacity(size_t capacity)
     {
-        chars_.resize(room, kSource, raiseInAllocate);
-        zmemory::preferLargePages(chars_.data(), room);
-        room_ = room;
+        chars_.resize(capacity, kSource, raiseInAllocate);
+        zmemory::preferHugePages(chars_.data(), capacity);
+        capacity_ = capacity;
     }
 
     zmemory::OwnedBlock<char> chars_;
     size_t length_ = 0;
-    size_t room_ = 0;
+    size_t capacity_ = 0;
 };
 
 }  // namespace zstanza

@@ -2,7 +2,7 @@
 
 namespace zstanza {
 
-Spaces::Spaces()
+WhitespaceTable::WhitespaceTable()
 {
     for (int c = 0; c < 256; ++c)
         is[c] = isSpace(static_cast<char>(c));
