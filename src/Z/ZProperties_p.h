@@ -19,6 +19,7 @@
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
 #include "memory/out_of_memory.h"
+#include "stanza/reserved_entry.h"
 #include "store/journaled_file.h"
 
 namespace zproperties {
@@ -49,9 +50,8 @@ enum RaiseSite {
     raiseInGetPropertiesFor = 600
 };
 
-// The reserved entry: the path of the companion file.
-inline constexpr char kReservedCategory[] = "configuration-database";
-inline constexpr char kReservedKey[] = "file";
+using zstanza::kReservedCategory;
+using zstanza::kReservedKey;
 
 using Text = ZPCategoryBasedCache_6_0::Text;
 

@@ -15,12 +15,11 @@
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
 #include "reporting/failures.h"
+#include "stanza/limits.h"
 
 using namespace zproperties;
 
 namespace {
-
-constexpr size_t kLongestLine = 8190;  // bytes; the reader splits a longer line
 
 // The words for a boolean, in lower case; case is ignored.
 struct BoolWord {
@@ -426,7 +425,7 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char 
         store.checkComment(*line);
         // A line without "#" would be read back as a key or as the header of a stanza.
         bool const isMarked = !store.rep_->isStanzaFile || line->getChars()[0] == '#';
-        if (!isMarked || line->getLength() > kLongestLine)
+        if (!isMarked || line->getLength() > zstanza::kMaxLineLength)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
         if (store.rep_->isStanzaFile) {
             if (at != comment)

@@ -93,7 +93,7 @@ private:
         *end = '\0';  // the rest of the line is ignored
         reader_.addHeader(name, number_);
         hasStanza_ = true;
-        isReserved_ = name == kCompanionCategory;
+        isReserved_ = name == kReservedCategory;
     }
 
     void parseKey(char* line, size_t length)
@@ -111,7 +111,7 @@ private:
         std::string_view const key(line, static_cast<size_t>(end - line));
         std::string_view const text(value, static_cast<size_t>(line + length - value));
         reader_.addKey(key, text);
-        if (isReserved_ && key == kCompanionKey)
+        if (isReserved_ && key == kReservedKey)
             companion_ = text;
     }
 

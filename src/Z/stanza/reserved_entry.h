@@ -3,7 +3,7 @@
 
 namespace zstanza {
 
-constexpr char kCompanionCategory[] = "configuration-database";
-constexpr char kCompanionKey[] = "file";
+inline constexpr char kReservedCategory[] = "configuration-database";
+inline constexpr char kReservedKey[] = "file";
 
 }  // namespace zstanza
