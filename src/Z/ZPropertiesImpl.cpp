@@ -6,6 +6,7 @@
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
+#include "cache/file_text.h"
 #include "cache/map_order.h"
 #include "cache/new_string.h"
 #include "containers/list_rollback.h"
@@ -303,30 +304,10 @@ void ZPCategoryBasedCache_6_0::list(FILE* file) const
     if (file == nullptr)
         return;
     zstanza::TextBuffer text;
-    if (direct() == nullptr) {
+    if (direct() != nullptr)
+        zcache::list(*rep_, text);
+    else
         Rep::Derived::list(*this, text);
-        if (text.length() != 0)
-            zreporting::write(file, text.chars(), text.length());
-        return;
-    }
-    for (Id const category : MapOrder(*rep_)) {
-        text.add("\n[");
-        text.add(rep_->name(rep_->category(category)));
-        text.add("]\n");
-        for (Id const key : MapOrder(*rep_, category)) {
-            std::string_view const name = rep_->name(rep_->key(key));
-            rep_->forEachValue(key, Contents::plain, [&](std::string_view value) {
-                text.add(name);
-                text.add(" = ");
-                text.add(value);
-                text.add("\n");
-            });
-            if (rep_->valueCount(key, Contents::plain) == 0) {
-                text.add(name);
-                text.add(" =\n");
-            }
-        }
-    }
     if (text.length() != 0)
         zreporting::write(file, text.chars(), text.length());
 }

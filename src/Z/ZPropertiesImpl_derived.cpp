@@ -57,6 +57,14 @@ void removeCreated(ZPCategoryBasedCache_6_0& cache, Names const&... names)
 
 // --- changes of lines
 
+// Removes a stanza that an operation had created before it failed.
+void ZPCategoryBasedCache_6_0::Rep::Derived::removeNewStanza(Cache& cache,
+                                                             ZLCString_6_0 const& name)
+{
+    removeCreated(cache, name);
+    cache.rep().undoRestartSection(viewOf(name));
+}
+
 void ZPCategoryBasedCache_6_0::Rep::Derived::addStanzaLine(Cache& cache, char const* category)
 {
     ZLCString_6_0 const name(category);
@@ -93,10 +101,8 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLine(Cache& cache, char const* c
     } catch (...) {
         if (isNewLine)
             cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
-        if (isNewStanza) {
-            removeCreated(cache, categoryName);
-            cache.rep().undoRestartSection(viewOf(categoryName));
-        }
+        if (isNewStanza)
+            removeNewStanza(cache, categoryName);
         throw;
     }
     cache.changed();
@@ -131,10 +137,8 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLineComment(Cache& cache, char c
             removeCreated(cache, categoryName, keyName);
             cache.rep().removeKeyLine(viewOf(categoryName), viewOf(keyName));
         }
-        if (isNewStanza) {
-            removeCreated(cache, categoryName);
-            cache.rep().undoRestartSection(viewOf(categoryName));
-        }
+        if (isNewStanza)
+            removeNewStanza(cache, categoryName);
         throw;
     }
     cache.changed();
@@ -167,9 +171,8 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, zstanza::
     cache.getNames(categories);
     for (unsigned i = 0; i < categories.size(); ++i) {
         auto const& category = static_cast<ZLCString_6_0 const&>(*categories.get(i));
-        text.add("\n[");
-        text.add(viewOf(category));
-        text.add("]\n");
+        text.add("\n");
+        zstanza::writeHeader(viewOf(category), text);
         ZArrayList_6_0 keys(16, 1);
         cache.getNames(category.getChars(), keys);
         for (unsigned k = 0; k < keys.size(); ++k) {
@@ -177,15 +180,10 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::list(Cache const& listed, zstanza::
             ZArrayList_6_0 const* const values =
                 cache.get(category.getChars(), key.getChars(), plainValues);
             bool const isAny = forEachValueOf(values, [&](std::string_view value) {
-                text.add(viewOf(key));
-                text.add(" = ");
-                text.add(value);
-                text.add("\n");
+                zstanza::listValue(viewOf(key), value, text);
             });
-            if (!isAny) {
-                text.add(viewOf(key));
-                text.add(" =\n");
-            }
+            if (!isAny)
+                zstanza::writeEmptyKey(viewOf(key), text);
         }
     }
 }
@@ -317,17 +315,9 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addObfuscated(Cache& cache, char co
                                                            size_t records)
 {
     DerivedReader undo(cache);
-    auto const take = [&text] {
-        char const* const taken = text;
-        text += strlen(text) + 1;
-        return taken;
-    };
     for (; records > 0; --records) {
-        char const* const category = take();
-        char const* const key = take();
-        char const* const value = take();
-        ++text;  // the empty string
-        cache.add(category, key, value, 1);
+        zstanza::CompanionRecord const record(text);
+        cache.add(record.category.data(), record.key.data(), record.value.data(), 1);
     }
     undo.finish();
 }

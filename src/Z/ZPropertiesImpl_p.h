@@ -42,6 +42,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Deri
                                char const* comment);
     static void deleteLine(Cache& cache, char const* category, char const* key);
     static void deleteStanza(Cache& cache, char const* category);
+    static void removeNewStanza(Cache& cache, ZLCString_6_0 const& category);
     static void list(Cache const& cache, zstanza::TextBuffer& text);
     static void write(Cache& cache, zstanza::TextBuffer& text);
 

@@ -1,6 +1,7 @@
 #include "file_text.h"
 
 #include "../stanza/line_writer.h"
+#include "map_order.h"
 
 namespace zcache {
 
@@ -54,6 +55,22 @@ void write(Contents const& contents, TextBuffer& text)
                     text.add("\n");
                 writeLine(contents.text(line), text);
                 break;
+        }
+    }
+}
+
+void list(Contents const& contents, TextBuffer& text)
+{
+    for (Id const category : MapOrder(contents)) {
+        text.add("\n");
+        writeHeader(contents.name(contents.category(category)), text);
+        for (Id const key : MapOrder(contents, category)) {
+            std::string_view const name = contents.name(contents.key(key));
+            contents.forEachValue(key, Contents::plain, [&](std::string_view value) {
+                zstanza::listValue(name, value, text);
+            });
+            if (contents.valueCount(key, Contents::plain) == 0)
+                zstanza::writeEmptyKey(name, text);
         }
     }
 }

@@ -10,6 +10,9 @@ namespace zcache {
 /// Appends the text of the file to `text`.
 void write(Contents const& contents, zstanza::TextBuffer& text);
 
+/// Appends every category with its plain values, in map order.
+void list(Contents const& contents, zstanza::TextBuffer& text);
+
 /// Adds every obfuscated value to `writer`.
 void writeObfuscated(Contents const& contents, zstanza::CompanionWriter& writer);
 

@@ -51,4 +51,12 @@ void writeEmptyKey(std::string_view name, TextBuffer& text)
     text.add(" =\n");
 }
 
+void listValue(std::string_view name, std::string_view value, TextBuffer& text)
+{
+    text.add(name);
+    text.add(" = ");
+    text.add(value);
+    text.add("\n");
+}
+
 }  // namespace zstanza

@@ -12,4 +12,7 @@ void writeValue(std::string_view name, std::string_view value, TextBuffer& text)
 void writeEmptyKey(std::string_view name, TextBuffer& text);
 void writeLine(std::string_view line, TextBuffer& text);  // a comment, or an empty string
 
+/// Appends "name = value" whatever the length of the line.
+void listValue(std::string_view name, std::string_view value, TextBuffer& text);
+
 }  // namespace zstanza
