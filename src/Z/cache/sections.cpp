@@ -17,7 +17,7 @@ void Contents::linkHeader(Id id)
 // Appends a blank line and the header of a category that has no header. Requires reserveLines(2).
 //
 // KEPT: a new file starts with the blank line, too. A program that compares written files byte for
-// byte would notice a change. Test: ZPropertiesImpl.KeepsABlankLineAtTheTopOfANewFile
+// byte would notice a change. Test: ZPropertiesImplLines.KeepsABlankLineAtTheTopOfANewFile
 void Contents::appendHeader(Id id)
 {
     createLine(blankLine, 0, lastHeader_, lastLine_);
@@ -29,7 +29,7 @@ void Contents::removeSection(Id id)
 {
     // KEPT: removes the comments right above the next header too, although they refer to the next
     // stanza. A caller that edits the file would notice a change: a section is all lines between
-    // two headers. Test: ZPropertiesImpl.KeepsTakingTheCommentsAboveTheNextHeadAlong
+    // two headers. Test: ZPropertiesImplLines.KeepsRemovingTheCommentsAboveTheNextHeader
     Category& category = categories_[id];
     Id const before = lines_[category.header].previous;
     Id const end = category.nextHeader == 0 ? 0 : categories_[category.nextHeader].header;

@@ -44,7 +44,7 @@ public:
         length = newline == nullptr ? longest : static_cast<size_t>(newline - next_);
         // KEPT: a newline after exactly 8191 bytes is a blank line of its own. A program that reads
         // the file with fgets() and the same buffer sees the same lines and line numbers.
-        // Test: ZPropertiesImpl.KeepsTheLineFeedOfATornLineAsABlankLine
+        // Test: ZPropertiesImplReads.KeepsTheNewlineOfASplitLineAsABlankLine
         next_ = newline == nullptr ? next_ + longest : newline + 1;
         isSplit_ = newline == nullptr && next_ != end_;
         if (hasZero_)
