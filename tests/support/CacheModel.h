@@ -1,5 +1,5 @@
-// CacheModel: a slow cache for tests. It keeps values and lines in vectors and walks them as the
-// rules of a stanza file say, word by word.
+// CacheModel: a slow cache for tests. It keeps values and lines in vectors and scans them exactly
+// by the rules of a stanza file.
 #pragma once
 
 #include <algorithm>
@@ -30,7 +30,7 @@ public:
         }
     };
 
-    // The line that reading refused: its number and its text; 0 when it refused none.
+    // The number and text of a refused line; the number is 0 if no line was refused.
     struct Refusal {
         int line = 0;
         std::string text;
@@ -207,7 +207,7 @@ public:
         return out;
     }
 
-    // Reads `input`, and changes nothing when a line is refused.
+    // Reads `input`. If a line is refused, the cache is unchanged.
     Refusal read(std::string const& input, bool keepsComments)
     {
         CacheModel read = *this;
@@ -215,7 +215,7 @@ public:
         bool hasStanza = false;
         int number = 0;
         for (size_t at = 0; at < input.size();) {
-            // What fgets() stores into 8192 bytes.
+            // The bytes that fgets() stores in a buffer of 8192 bytes.
             size_t const feed = input.find('\n', at);
             size_t const end = std::min(
                 {feed == std::string::npos ? input.size() : feed + 1, at + 8191, input.size()});
@@ -239,7 +239,7 @@ public:
                 if (read.find(stanza) != nullptr)
                     return refusal;
                 hasStanza = true;
-                // Lines of a removed stanza of that name would come back.
+                // Do not revive the lines of a removed stanza.
                 read.removeSection(stanza);
                 read.createAndGet(stanza, "");
                 read.lines.push_back({head, stanza});
@@ -314,7 +314,7 @@ private:
         lines.push_back({head, category});
     }
 
-    // Places of lines; lines.size() when there is none.
+    // Indexes of lines; lines.size() if not found.
     size_t headOf(std::string const& category) const
     {
         size_t at = 0;
@@ -377,7 +377,7 @@ private:
         return true;
     }
 
-    // Inserts a comment, a line for each of its lines, and returns the place behind them.
+    // Inserts the lines of a comment, and returns the index after them.
     size_t insertComments(size_t at, std::string text)
     {
         if (!text.empty() && text.back() == '\n')

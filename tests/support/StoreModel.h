@@ -1,5 +1,5 @@
-// StoreModel: a slow configuration store for tests, over the slow cache: what may be set, what the
-// iterators do, what is on disk, what observers are told.
+// StoreModel: a slow configuration store for tests, based on the slow cache. It models the valid
+// changes, the iterators, the files and the notices to observers.
 #pragma once
 
 #include <cstddef>
@@ -11,17 +11,17 @@
 
 class StoreModel {
 public:
-    // What an operation raises.
+    // The exception of an operation.
     enum Outcome { done, refused, pastTheEnd, invalidLine, missingCompanion };
 
-    // A value that stands obfuscated in the companion file.
+    // An obfuscated value in the companion file.
     struct Record {
         std::string category;
         std::string key;
         std::string value;
     };
 
-    // The values of a key as an iterator walks them.
+    // An iterator over the values of a key.
     class Values {
     public:
         Values(StoreModel& store, std::string category, std::string key, int kind)
@@ -31,7 +31,7 @@ public:
             outcome_ = kind == 0 ? done : store.access(category_, key_, obfuscated_);
         }
 
-        Outcome outcome() const { return outcome_; }  // of making the iterator
+        Outcome outcome() const { return outcome_; }  // of the constructor
 
         std::vector<std::string>* list() const
         {
@@ -179,7 +179,7 @@ public:
     {
         if (category.empty())
             return refused;
-        // The lines stay together: they are one comment.
+        // The lines are a single comment and stay together.
         std::string joined;
         for (std::string const& line : commentLines(comment))
             joined += (joined.empty() ? "" : "\n") + line;
@@ -199,7 +199,7 @@ public:
         return done;
     }
 
-    // A key keeps one kind of values.
+    // A key has values of a single kind.
     Outcome access(std::string const& category, std::string const& key, bool obfuscated)
     {
         if (category.empty() || key.empty())
@@ -242,7 +242,7 @@ public:
         isModified = false;
     }
 
-    // Reads the file, in place of what is there or in addition to it.
+    // Reads the file, and replaces the contents or adds to them.
     Outcome load(bool inPlace, bool keepsComments, CacheModel::Refusal& refusal)
     {
         CacheModel read;
@@ -269,7 +269,7 @@ public:
     std::string told;  // to observers, as "2[category]key "
 
     std::string text;               // of the file
-    std::vector<Record> companion;  // empty: there is no such file
+    std::vector<Record> companion;  // empty: the file does not exist
 
 private:
     static bool isOneLine(std::string const& value)

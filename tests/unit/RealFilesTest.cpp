@@ -1,5 +1,5 @@
-// Takes every configuration file of the machine through load, store and load again, beside a model
-// of the format that is short enough to be checked by eye.
+// Loads, stores and loads again every configuration file of the machine, and compares the results
+// with a model of the format that is short enough to be checked by eye.
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
@@ -35,7 +35,7 @@ std::string trimmed(std::string const& text)
     return text.substr(begin, end - begin);
 }
 
-// The model: what a file means and what it looks like once stored.
+// The model: the entries of a file, and its text after a store.
 struct Model {
     explicit Model(std::string const& bytes)
     {
@@ -118,7 +118,7 @@ void expectSame(Model const& model, ZStanzaFileProperties_6_0 const& store)
     ASSERT_EQ(static_cast<int>(model.stanzas.size()), store.count());
     for (auto const& [stanza, keys] : model.stanzas) {
         if (stanza.empty())
-            continue;  // "[]" heads a stanza that no caller can name
+            continue;  // no caller can name the stanza of the header "[]"
         ASSERT_EQ(static_cast<int>(keys.size()), store.count(stanza.c_str())) << stanza;
         for (auto const& [key, values] : keys) {
             ZArrayList_6_0 list(2, 1);
@@ -154,7 +154,7 @@ std::vector<fs::path> configurationFiles()
 
 TEST(RealFiles, AreRefusedAtTheLineOfTheModelOrSurviveUnchanged)
 {
-    // In memory where there is such a place: a store waits for the disk several times.
+    // In memory if possible: a store waits for the disk several times.
     fs::path const shared = "/dev/shm";
     fs::path const root = access(shared.c_str(), W_OK) == 0 ? shared : fs::path(testing::TempDir());
     fs::path const dir = root / ("real." + std::to_string(getpid()));

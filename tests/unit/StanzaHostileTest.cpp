@@ -1,5 +1,5 @@
-// Callers at their worst: texts that belong to the store itself, files and companions that other
-// programs changed, limits of a line.
+// Hostile callers: arguments that are strings of the store itself, files and companions that other
+// programs changed, and the limits of a line.
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
@@ -19,15 +19,15 @@ namespace {
 
 using Store = ZStanzaFileProperties_6_0;
 
-std::string const kLong(3000, 'x');  // no short text that lies inside its object
+std::string const kLong(3000, 'x');  // too long to be stored inside a string object
 
 }  // namespace
 
 using StanzaHostile = StanzaStoreTest;
 
-// ---- Texts of the store itself -----------------------------------------------------------------
+// ---- Strings of the store itself ---------------------------------------------------------------
 
-TEST_F(StanzaHostile, DefaultMayBeTheReceiversOwnText)
+TEST_F(StanzaHostile, DefaultMayBeTheStringOfTheReceiver)
 {
     load("[s]\nempty =\n");
     ZLCString_6_0 local(kLong.c_str());
@@ -38,7 +38,7 @@ TEST_F(StanzaHostile, DefaultMayBeTheReceiversOwnText)
     EXPECT_EQ(kLong, unicode.getChars());
 }
 
-TEST_F(StanzaHostile, NamesMayBeTheReceiversOwnText)
+TEST_F(StanzaHostile, NamesMayBeTheStringOfTheReceiver)
 {
     load("[s]\nk = " + kLong + "\n");
     ZLCString_6_0 name("s");
@@ -57,7 +57,7 @@ TEST_F(StanzaHostile, NamesMayBeTheReceiversOwnText)
     EXPECT_EQ(kLong, static_cast<ZLCString_6_0*>(list.get(0))->getChars());
 }
 
-TEST_F(StanzaHostile, ValueMayBeOneThatTheStoreHolds)
+TEST_F(StanzaHostile, ValueMayBeAValueOfTheStore)
 {
     load("[s]\nk = " + kLong + "1\nk = " + kLong + "2\n");
     {
@@ -99,7 +99,7 @@ TEST_F(StanzaHostile, ValueMayBeOneThatTheStoreHolds)
     }
 }
 
-TEST_F(StanzaHostile, PathMayBeTheStoresOwnName)
+TEST_F(StanzaHostile, PathMayBeTheFileNameOfTheStore)
 {
     std::string const path = load("[s]\nk = v\n");
     store_.reload(store_.fileName().getChars());
@@ -108,7 +108,7 @@ TEST_F(StanzaHostile, PathMayBeTheStoresOwnName)
     EXPECT_EQ("[s]\nk = v\n", directory_.read("conf"));
 }
 
-TEST_F(StanzaHostile, ListOfItemsTakesItsOwn)
+TEST_F(StanzaHostile, ListOfItemsMayBeGivenItsOwnItems)
 {
     ZPropertiesKVList_6_0 list(zPropLocalStrings);
     list.addItem(ZLCString_6_0(kLong.c_str()), ZLCString_6_0("v"));
@@ -128,9 +128,9 @@ TEST_F(StanzaHostile, ListOfItemsTakesItsOwn)
     EXPECT_EQ(0, list.getItemCount());
 }
 
-// ---- Companions that live apart from their file ------------------------------------------------
+// ---- Companions that differ from their file --------------------------------------------------
 
-TEST_F(StanzaHostile, ObfuscatedKeyGetsALineOnceItsValueIsPlain)
+TEST_F(StanzaHostile, ObfuscatedKeyGetsALineWhenItsValueBecomesPlain)
 {
     load("[s]\na = 1\n[t]\nk = other\n");
     store_.setValue("s", "k", "secret", 1);
@@ -145,7 +145,7 @@ TEST_F(StanzaHostile, ObfuscatedKeyGetsALineOnceItsValueIsPlain)
     EXPECT_EQ("conf", directory_.names());
 }
 
-TEST_F(StanzaHostile, DeletingAnObfuscatedKeyTakesNoOtherLine)
+TEST_F(StanzaHostile, DeletingAnObfuscatedKeyRemovesNoOtherLine)
 {
     load("[s]\na = 1\n\n[t]\nk = other\n");
     store_.setValue("s", "k", "secret", 1);
@@ -173,7 +173,7 @@ TEST_F(StanzaHostile, CommentOnAnObfuscatedKeyStaysInItsStanza)
     EXPECT_EQ("other,", valuesOf(Store(directory_.at("conf").c_str(), 1), "t", "k"));
 }
 
-TEST_F(StanzaHostile, StanzaThatOnlyTheCompanionKnowsLosesNoPlainValue)
+TEST_F(StanzaHostile, StanzaOfOnlyTheCompanionLosesNoPlainValue)
 {
     load("[a]\nx = 1\n");
     store_.setValue("s", "k", "secret", 1);
@@ -192,7 +192,7 @@ TEST_F(StanzaHostile, StanzaThatOnlyTheCompanionKnowsLosesNoPlainValue)
     EXPECT_EQ(0, third.exists("a", "plain"));
 }
 
-TEST_F(StanzaHostile, StanzaThatOnlyTheCompanionKnowsTakesComments)
+TEST_F(StanzaHostile, StanzaOfOnlyTheCompanionAcceptsComments)
 {
     load("[a]\nx = 1\n");
     store_.setValue("s", "k", "secret", 1);
@@ -286,7 +286,7 @@ TEST_F(StanzaHostile, LongestValueIsReadBack)
 
 TEST_F(StanzaHostile, LongestLinesThatWereReadAreReadBack)
 {
-    // "k=" and a value: with a blank on each side of "=" the longer ones would become two lines.
+    // "k=" and a value: with a space on each side of "=" the longer lines would be split.
     for (size_t length = 8180; length <= 8188; ++length) {
         SCOPED_TRACE(length);
         std::string const value(length, 'v');
@@ -367,7 +367,7 @@ TEST_F(StanzaHostile, CommentsKeepTheirBlankLines)
     EXPECT_EQ(text, stored());
 }
 
-TEST_F(StanzaHostile, TwoStoresOnOneFileEachWriteAllTheyHold)
+TEST_F(StanzaHostile, TwoStoresOfAFileEachWriteAllTheirValues)
 {
     std::string const path = load("[s]\nk = v\n");
     Store other(path.c_str(), 1);
@@ -399,7 +399,7 @@ TEST_F(StanzaHostile, IteratorIndexOfEverySize)
     EXPECT_STREQ("a", keys.entryValue(0));
 }
 
-TEST_F(StanzaHostile, FirstOfSeveralObfuscatedValuesTakesAllAndTellsOnce)
+TEST_F(StanzaHostile, RemovingTheFirstObfuscatedValueRemovesAll)
 {
     load("[s]\n");
     store_.setValue("s", "k", "1", 1);
@@ -446,7 +446,7 @@ TEST_F(StanzaHostile, RemovingEveryPlainValueLeavesTheKey)
     EXPECT_EQ("[s]\nk =\n", stored());
 }
 
-TEST_F(StanzaHostile, ValueIsAddedAlthoughTheKeyLostItsOthersMeanwhile)
+TEST_F(StanzaHostile, ValueIsAddedAlthoughTheKeyLostItsOtherValues)
 {
     load("[s]\nk = 1\nk = 2\nk = 3\n");
     {
@@ -483,7 +483,7 @@ TEST_F(StanzaHostile, ValueIsAddedAlthoughTheKeyLostItsOthersMeanwhile)
 
 // ---- Adding, notices ---------------------------------------------------------------------------
 
-TEST_F(StanzaHostile, AddedValuesTellOnlyOfTheFirstOfANewKey)
+TEST_F(StanzaHostile, AddedValuesNotifyOnlyForTheFirstValueOfANewKey)
 {
     load("[s]\nk = 1\n");
     NotedChanges observer;
@@ -503,7 +503,7 @@ TEST_F(StanzaHostile, AddedValuesTellOnlyOfTheFirstOfANewKey)
     store_.deleteObservers();
 }
 
-TEST_F(StanzaHostile, EveryChangeTellsEvenWhenNothingWasThere)
+TEST_F(StanzaHostile, EveryChangeNotifiesEvenIfNothingExisted)
 {
     load("[s]\nk = 1\n");
     NotedChanges observer;
@@ -519,7 +519,7 @@ TEST_F(StanzaHostile, EveryChangeTellsEvenWhenNothingWasThere)
     store_.deleteObservers();
 }
 
-TEST_F(StanzaHostile, StoreToAnotherPathLeavesTheFirstAlone)
+TEST_F(StanzaHostile, StoreToAnotherPathLeavesTheFirstFileUnchanged)
 {
     char const* const kText = "  [s]  tail\nk=v\n";
     std::string const path = load(kText);
@@ -573,7 +573,7 @@ TEST_F(StanzaHostile, FlatListOfAMissingKeyIsEmptyWithEitherFlag)
     zstzPropClose_6_0(handle);
 }
 
-TEST_F(StanzaHostile, FlatStepWithoutACodeDoesNotStep)
+TEST_F(StanzaHostile, FlatStepWithoutACodeArgumentDoesNotStep)
 {
     std::string const path = directory_.write("flat", "[s]\nk = 1\nk = 2\n");
     ZPROP_handle* handle = nullptr;
@@ -585,7 +585,7 @@ TEST_F(StanzaHostile, FlatStepWithoutACodeDoesNotStep)
     EXPECT_EQ(1, zstzPropIter_next_6_0(values, &code));
     char* text = zstzPropIter_getValue_6_0(values, &code);
     EXPECT_STREQ("1", text);
-    EXPECT_EQ(0, zstzPropIter_addValue_6_0(values, text));  // its own text
+    EXPECT_EQ(0, zstzPropIter_addValue_6_0(values, text));  // the current value of the iterator
     zstzPropFree_6_0(text + 1);
     zstzPropFree_6_0(text);
     zstzPropFree_6_0(text);
@@ -599,7 +599,7 @@ TEST_F(StanzaHostile, FlatStepWithoutACodeDoesNotStep)
     zstzPropClose_6_0(handle);
 }
 
-TEST_F(StanzaHostile, FlatHandleAndIteratorAreNotTakenForEachOther)
+TEST_F(StanzaHostile, FlatHandleAndIteratorAreNotInterchangeable)
 {
     std::string const path = directory_.write("flat", "[s]\nk = 1\n");
     ZPROP_handle* handle = nullptr;

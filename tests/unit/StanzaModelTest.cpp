@@ -1,5 +1,5 @@
-// A store of a stanza file against a slow model: random changes through its operations and its
-// iterators, stored and read again in between.
+// Compares a store of a stanza file with a slow model, for random changes through the store and its
+// iterators. In between the file is stored and read again.
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
@@ -22,18 +22,18 @@
 
 namespace {
 
-// A sanitizer takes ten times as long, and finds what it is there for in fewer.
+// A sanitizer build is ten times slower, and needs fewer sequences.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr unsigned long kSequences = 4000;
 #else
 constexpr unsigned long kSequences = 100000;
 #endif
 
-// Few names, so that changes meet; some that no file can hold.
+// Few names, so that changes interact; some of them are invalid in a file.
 char const* const kStanzas[] = {"a", "b", "net", "net work", "a", "b", "x]", ""};
 char const* const kKeys[] = {"k", "key", "port", "k y", "z", "k", "key", "#k", "a=b", " k", ""};
 char const* const kValues[] = {"1",   "2",           "two words", "x=y", "[z]", "# none",
-                               "yes", " in blanks ", "",          "",    "1",   "two\nlines"};
+                               "yes", " in spaces ", "",          "",    "1",   "two\nlines"};
 char const* const kComments[] = {"# k = 5", "plain text", "#port=", "",      "# one\ntwo = 2",
                                  "[a]",     "k = 7",      "#z=1\n", "#k y=", " # key = 9"};
 char const* const kLines[] = {"k = a",   "k = b",  "key=",    "  port =  80  ", "z = 1",
@@ -41,7 +41,7 @@ char const* const kLines[] = {"k = a",   "k = b",  "key=",    "  port =  80  ", 
                               "k y = 1", "#key=1", "k=",      "\tz\t=\t2\t",    "# k y = 3"};
 char const* const kBadLines[] = {"no sign", "= value", "[open", "[a]"};
 
-// The name of the exception of each outcome.
+// The name of the exception for each outcome.
 char const* const kOutcomes[] = {"", "ZInvalidParameterException", "ZPropertiesIteratorException",
                                  "ZPropertiesInvalidDataException", "ZPropertiesIOException"};
 
@@ -103,7 +103,7 @@ private:
         return text;
     }
 
-    // Runs `call`, which must raise what the model says.
+    // Runs `call`, and expects the exception that the model predicts.
     template <class Call>
     void expect(Outcome outcome, Call call)
     {
@@ -137,7 +137,7 @@ private:
         EXPECT_EQ(expected.line, actual.line) << log_;
         EXPECT_EQ(expected.text, actual.text) << log_;
         if (outcome != StoreModel::done && store_->fileName().isEmpty()) {
-            // A name comes with the first file that can be read.
+            // The first file that can be read sets the file name.
             model_.store();
             store_->store(path_.c_str());
         }
@@ -242,7 +242,7 @@ private:
             compare();
     }
 
-    // Walks and changes the values of a key through an iterator.
+    // Visits and changes the values of a key through an iterator.
     void iterate(std::string const& stanza, std::string const& key)
     {
         int const kind = static_cast<int>(random_() % 3);
@@ -348,7 +348,7 @@ private:
         }
     }
 
-    // Compares what a key iterator says of its current key, in any order of its values.
+    // Compares the current key of a key iterator, with its values in any order.
     void compareEntry(ZStanzaIterator_6_0 const& iterator, CacheModel::Key const& key,
                       std::string const& listed)
     {
@@ -391,7 +391,7 @@ uint64_t firstSeed()
 
 }  // namespace
 
-TEST(StanzaModel, RandomChangesThroughTheStoreGiveWhatTheModelGives)
+TEST(StanzaModel, RandomChangesThroughTheStoreMatchTheModel)
 {
     uint64_t const seed = firstSeed();
     std::cout << "seed " << seed << ", " << kSequences << " sequences\n";

@@ -53,10 +53,10 @@ bool changeFailing(void (*change)(ZSCFData_6_0&), unsigned long n, FailingAlloca
     bool hasFailed = false;
     {
         auto const data =
-            parsed("# c\n[a]\nk = 1\nlisted = 1\n# t = 1\n\n[b]\nk = v\n[gone]\nx = 1\n# g\n");
+            parsed("# c\n[a]\nk = 1\nlisted = 1\n# t = 1\n\n[b]\nk = v\n[removed]\nx = 1\n# g\n");
         data->add("hidden", "k", "secret", 1);
         data->add("a", "listed secret", "zero", 1);
-        data->remove("gone");
+        data->remove("removed");
         data->get("a", "listed", ZPCache_6_0::plainValues);
         data->get("a", "listed secret", ZPCache_6_0::obfuscatedValues);
         data->get("b", ZPCache_6_0::plainValues);
@@ -108,11 +108,11 @@ TEST(ZPropertiesImplMemory, EveryChangeHappensCompletelyOrNotAtAll)
         {"add a line to a new stanza",
          [](ZSCFData_6_0& d) { d.addLine("new", "key", kLong.c_str(), 0); }},
         {"add a line to a removed stanza",
-         [](ZSCFData_6_0& d) { d.addLine("gone", "key", kLong.c_str(), 0); }},
+         [](ZSCFData_6_0& d) { d.addLine("removed", "key", kLong.c_str(), 0); }},
         {"add a line to a stanza without head",
          [](ZSCFData_6_0& d) { d.addLine("hidden", "key", kLong.c_str(), 0); }},
         {"add a stanza", [](ZSCFData_6_0& d) { d.addStanzaLine(kLong.c_str()); }},
-        {"add a removed stanza", [](ZSCFData_6_0& d) { d.addStanzaLine("gone"); }},
+        {"add a removed stanza", [](ZSCFData_6_0& d) { d.addStanzaLine("removed"); }},
         {"add a file comment", [](ZSCFData_6_0& d) { d.addFileComment(kLong.c_str()); }},
         {"add a stanza comment", [](ZSCFData_6_0& d) { d.addLineComment("b", kLong.c_str()); }},
         {"add a stanza comment without head",
@@ -142,7 +142,7 @@ TEST(ZPropertiesImplMemory, EveryChangeHappensCompletelyOrNotAtAll)
         {"read",
          [](ZSCFData_6_0& d) {
              std::string text =
-                 "# c\n\n[configuration-database]\nfile = " + kLong + "\n[gone]\nk = 1\nk = 2\n";
+                 "# c\n\n[configuration-database]\nfile = " + kLong + "\n[removed]\nk = 1\nk = 2\n";
              for (int i = 0; i < 20; ++i)
                  text += "key" + std::to_string(i) + " = v\nkey" + std::to_string(i) + " = w\n";
              text += std::string(9000, '#') + "\n";

@@ -1,4 +1,5 @@
-// The cache against a slow model: random texts and random changes; and contents that take a while.
+// Compares a cache with a slow model, for random files and random changes. Also tests huge
+// contents.
 #include <Z/ZArrayList.h>
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
@@ -21,7 +22,7 @@
 
 namespace {
 
-// A sanitizer takes ten times as long, and finds what it is there for in fewer.
+// A sanitizer build is ten times slower, and needs fewer sequences.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr unsigned long kSequences = 5000;
 constexpr unsigned long kLongSequences = 10;
@@ -30,8 +31,8 @@ constexpr unsigned long kSequences = 100000;
 constexpr unsigned long kLongSequences = 100;
 #endif
 
-// Few names, so that changes meet: some are prefixes of others, some share a bucket, one has a
-// blank in it and one the sign that ends a key.
+// Few names, so that changes interact: some are prefixes of others, some share a bucket, one
+// contains a space and one an equal sign.
 char const* const kCategories[] = {"a", "b", "net", "net work", "", "configuration-database"};
 char const* const kKeys[] = {"k", "key", "ke", "port", "k y", "a=b", "file", "#k", "z"};
 char const* const kValues[] = {"", "1", "two words", "x=y", "[z]", "# no comment"};
@@ -46,7 +47,7 @@ char const* const kLines[] = {"k = a",    "k = b",       "key=",   "  port =  80
                               "#ke=1",    "file = /x/y", "#k=",    "\tz\t=\t2\t"};
 char const* const kBadLines[] = {"no sign", "= value", "[open", "[a]", "[net]"};
 
-// A class of a caller's that adds nothing: its operations go through the virtual value operations.
+// A class of a caller without overrides: its operations call the virtual value operations.
 class DerivedData final : public ZSCFData_6_0 {
 public:
     ZPCache_6_0* clone() const override { return new DerivedData(*this); }
@@ -230,7 +231,7 @@ private:
             compare();
     }
 
-    // Changes a list that the cache handed out.
+    // Changes a list that the cache has returned.
     void changeList(std::string const& category, std::string const& key)
     {
         bool const obfuscated = oneIn(3);
@@ -261,7 +262,7 @@ private:
         }
     }
 
-    // Goes on with a copy, or with a fresh cache that took the contents over.
+    // Continues with a copy, or with a new cache after swapping the contents.
     void exchange()
     {
         if (oneIn(2)) {
@@ -364,7 +365,7 @@ uint64_t firstSeed()
     return given == nullptr ? 20260601 : strtoull(given, nullptr, 10);
 }
 
-// Lets the process have no more than `bytes` of further address space while it lives.
+// Limits the process to `bytes` of additional address space in this scope.
 class SpaceLimit {
 public:
     explicit SpaceLimit(size_t bytes)
@@ -384,7 +385,8 @@ private:
     rlimit before_ = {};
 };
 
-// A text of `size` times 'n', longer than the memory it takes: one piece is mapped again and again.
+// A string of `size` times 'n'. It uses little memory, because the same page range is mapped
+// repeatedly.
 class EndlessText {
 public:
     explicit EndlessText(size_t size)
@@ -418,7 +420,7 @@ private:
 
 }  // namespace
 
-TEST(ZPropertiesImplModel, RandomChangesGiveWhatTheModelGives)
+TEST(ZPropertiesImplModel, RandomChangesMatchTheModel)
 {
     uint64_t const seed = firstSeed();
     std::cout << "seed " << seed << ", " << kSequences << " sequences\n";
@@ -429,7 +431,7 @@ TEST(ZPropertiesImplModel, RandomChangesGiveWhatTheModelGives)
     }
 }
 
-TEST(ZPropertiesImplModel, DerivedClassesGiveWhatTheModelGives)
+TEST(ZPropertiesImplModel, DerivedClassesMatchTheModel)
 {
     uint64_t const seed = firstSeed() * 7;
     for (unsigned long i = 0; i < kSequences / 5; ++i) {
@@ -444,7 +446,7 @@ TEST(ZPropertiesImplModel, DerivedClassesGiveWhatTheModelGives)
     }
 }
 
-TEST(ZPropertiesImplModel, LongRandomChangesGiveWhatTheModelGives)
+TEST(ZPropertiesImplModel, LongRandomChangesMatchTheModel)
 {
     uint64_t const seed = firstSeed() * 31;
     for (unsigned long i = 0; i < kLongSequences; ++i) {
@@ -456,13 +458,13 @@ TEST(ZPropertiesImplModel, LongRandomChangesGiveWhatTheModelGives)
 
 TEST(ZPropertiesImplModel, CompanionThatWouldBeRefusedIsNotWritten)
 {
-    // 17 values of 16 MiB are more than the 256 MiB that are read back.
+    // 17 values of 16 MiB exceed the limit of 256 MiB.
     ZSCFData_6_0 data;
     data.setCompanionFile("/x/test.obf");
     std::string const value(size_t{16} << 20, 'v');
     for (int i = 0; i < 17; ++i)
         data.add("stanza", "key", value.c_str(), 1);
-    ZBuffer_6_0 buffer("as it was");
+    ZBuffer_6_0 buffer("unchanged");
     try {
         data.be_write_obfuscated(buffer);
         ADD_FAILURE() << "written";
@@ -473,10 +475,10 @@ TEST(ZPropertiesImplModel, CompanionThatWouldBeRefusedIsNotWritten)
         EXPECT_STREQ("src/Z/ZPropertiesImpl", e.who());
         EXPECT_EQ(95u, e.where());
     }
-    EXPECT_STREQ("as it was", static_cast<char const*>(buffer.getBuffer()));
+    EXPECT_STREQ("unchanged", static_cast<char const*>(buffer.getBuffer()));
     EXPECT_EQ(17, data.countValues("stanza", "key"));
 
-    // A little less is written and read back.
+    // Slightly smaller contents are written and read back.
     data.clear();
     for (int i = 0; i < 3; ++i)
         data.add("stanza", "key", value.c_str(), 1);
@@ -486,9 +488,9 @@ TEST(ZPropertiesImplModel, CompanionThatWouldBeRefusedIsNotWritten)
     EXPECT_EQ(3, other.countValues("stanza", "key"));
 }
 
-TEST(ZPropertiesImplModel, CompanionThatExpandsWithoutEndIsRefused)
+TEST(ZPropertiesImplModel, CompanionThatExpandsBeyondTheLimitIsRefused)
 {
-    // 300 MiB of zero bytes, packed into some 300 KiB.
+    // 300 MiB of zero bytes, compressed to 300 KiB.
     std::vector<unsigned char> zeros(size_t{300} << 20);
     ZBuffer_6_0 buffer;
     buffer.setLength(1 << 20);
@@ -504,9 +506,9 @@ TEST(ZPropertiesImplModel, CompanionThatExpandsWithoutEndIsRefused)
     EXPECT_EQ(0, data.count());
 }
 
-TEST(ZPropertiesImplModel, RoomIsMadeForWhatRecordsNameNotForTheirNumber)
+TEST(ZPropertiesImplModel, MemoryIsReservedForDistinctNamesNotForRecords)
 {
-    // Four million empty records, then a few that say something.
+    // Four million empty records, then a few with values.
     std::string records(16 << 20, '\0');
     for (int i = 0; i < 3000; ++i) {
         std::string const texts[] = {"c" + std::to_string(i % 7), "k" + std::to_string(i % 1000),
@@ -538,9 +540,9 @@ TEST(ZPropertiesImplModel, RoomIsMadeForWhatRecordsNameNotForTheirNumber)
     EXPECT_STREQ("v0", value.chars);
 }
 
-TEST(ZPropertiesImplModel, NamesOf4GiBAreNobodys)
+TEST(ZPropertiesImplModel, NamesOf4GiBAreNotFound)
 {
-    // Cut to 32 bits their length is 3.
+    // Truncated to 32 bits their length is 3.
     EndlessText const name((size_t{1} << 32) + 3);
     ZSCFData_6_0 cache;
     cache.add("nnn", "nnn", "v", 0);

@@ -33,8 +33,8 @@ TEST(ZPropertiesImplReads, ReadingParsesLines)
     };
     Case const cases[] = {
         {"plain", "[a]\nk=v\n", "k", {"v"}},
-        {"white space", "[a]\n  k   =   v  \n", "k", {"v"}},
-        {"all white space", "[a]\n\t\v\f k\t\v\f =\t\v\f v \t\v\f\r\n", "k", {"v"}},
+        {"whitespace", "[a]\n  k   =   v  \n", "k", {"v"}},
+        {"all kinds of whitespace", "[a]\n\t\v\f k\t\v\f =\t\v\f v \t\v\f\r\n", "k", {"v"}},
         {"inside a value", "[a]\nk = two  words\n", "k", {"two  words"}},
         {"empty value", "[a]\nk =\n", "k", {}},
         {"blank value", "[a]\nk =   \n", "k", {}},
@@ -42,17 +42,17 @@ TEST(ZPropertiesImplReads, ReadingParsesLines)
         {"empty among them", "[a]\nk=a\nk=\nk=c\n", "k", {"a", "c"}},
         {"more signs", "[a]\nk = a = b\n", "k", {"a = b"}},
         {"a mark in a value", "[a]\nk = # v\n", "k", {"# v"}},
-        {"a key with blanks", "[a]\nk y = v\n", "k y", {"v"}},
+        {"a key with spaces", "[a]\nk y = v\n", "k y", {"v"}},
         {"carriage returns", "[a]\r\nk = v\r\n", "k", {"v"}},
         {"a carriage return inside", "[a]\nk = a\rb\n", "k", {"a\rb"}},
-        {"no last line feed", "[a]\nk = v", "k", {"v"}},
-        {"no last line feed, head", "[a]\nk = v\n[b]", "k", {"v"}},
-        {"text behind a head", "[a] # c\nk = v\n", "k", {"v"}},
+        {"no last newline", "[a]\nk = v", "k", {"v"}},
+        {"no last newline, header", "[a]\nk = v\n[b]", "k", {"v"}},
+        {"text after a header", "[a] # c\nk = v\n", "k", {"v"}},
         {"indented head", "  [a]\nk = v\n", "k", {"v"}},
         {"invalid UTF-8", "[a]\nk = \xFF\xFE\x80\n", "k", {"\xFF\xFE\x80"}},
-        {"high bytes are no white space", "[a]\nk = \xA0v\x85\n", "k", {"\xA0v\x85"}},
+        {"high bytes are not whitespace", "[a]\nk = \xA0v\x85\n", "k", {"\xA0v\x85"}},
         {"a zero byte cuts the line", "[a]\nk = v\0lost\nl = w\n"s, "k", {"v"}},
-        {"behind a cut line", "[a]\nk = v\0lost\nl = w\n"s, "l", {"w"}},
+        {"the line after a zero byte", "[a]\nk = v\0lost\nl = w\n"s, "l", {"w"}},
         {"a value before a zero byte", "[a]\nk = v  \0\n"s, "k", {"v"}},
     };
     for (Case const& c : cases) {
@@ -90,7 +90,7 @@ TEST(ZPropertiesImplReads, InvalidLinesAreRefused)
         {"a repeated head among many", "[a]\n[b]\n[c]\n[b]x\n[d\n", 4, "[b]x"},
         {"the first of two", "[a]\nword\n[a]\n", 2, "word"},
         {"a byte order mark", "\xEF\xBB\xBF[a]\n", 1, "\xEF\xBB\xBF[a]"},
-        {"no last line feed", "[a]\nword", 2, "word"},
+        {"no last newline", "[a]\nword", 2, "word"},
         {"before a zero byte", "[a]\nwo\0rd\n"s, 2, "wo"},
         {"lines of carriage returns", "[a]\rk = v\r", 0, ""},
     };
@@ -382,15 +382,15 @@ TEST(ZPropertiesImplReads, ReadingAddsToTheContents)
 TEST(ZPropertiesImplReads, RefusedTextLeavesTheCacheUnchanged)
 {
     char const* const kTexts[] = {
-        "# more\n\nword\n",      "# more\n[b]\nk = 1\n[c]\nk = 2\nk = 3\n\nword\n",
-        "[b]\nk = 1\n[a]\n",     "[configuration-database]\nfile = /other\n[open\n",
-        "[gone]\nk = 1\nword\n",
+        "# more\n\nword\n",         "# more\n[b]\nk = 1\n[c]\nk = 2\nk = 3\n\nword\n",
+        "[b]\nk = 1\n[a]\n",        "[configuration-database]\nfile = /other\n[open\n",
+        "[removed]\nk = 1\nword\n",
     };
     for (char const* text : kTexts) {
         SCOPED_TRACE(text);
-        auto const data = parsed("# c\n[gone]\nk = v\n[a]\nk = v\n# t = 1\n\n");
+        auto const data = parsed("# c\n[removed]\nk = v\n[a]\nk = v\n# t = 1\n\n");
         data->setCompanionFile("/x/test.obf");
-        data->remove("gone");
+        data->remove("removed");
         data->addLine("a", "y", "2", 0);
         std::string const before = stateOf(*data);
         std::string const written = textOf(*data);
@@ -399,9 +399,9 @@ TEST(ZPropertiesImplReads, RefusedTextLeavesTheCacheUnchanged)
         EXPECT_EQ(written, textOf(*data));
         // The cache can be used as before.
         data->addLine("a", "t", "3", 0);
-        data->set("gone", "k", "w");
+        data->set("removed", "k", "w");
         data->addFileComment("# d");
-        EXPECT_EQ("# c\n# d\n\n[gone]\nk = w\n[a]\nk = v\ny = 2\n# t = 1\nt = 3\n\n",
+        EXPECT_EQ("# c\n# d\n\n[removed]\nk = w\n[a]\nk = v\ny = 2\n# t = 1\nt = 3\n\n",
                   textOf(*data));
     }
 }

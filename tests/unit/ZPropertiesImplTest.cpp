@@ -282,13 +282,13 @@ TEST(ZPropertiesImpl, DirectLookupsAreOfferedOnlyWithoutOverrides)
 
 TEST(ZPropertiesImpl, CloneIsIndependent)
 {
-    auto const data = parsed("# c\n\n[a]\nk = 1\nk = 2\n# t = 1\n\n[b]\nk = v\n[gone]\nx = 1\n");
+    auto const data = parsed("# c\n\n[a]\nk = 1\nk = 2\n# t = 1\n\n[b]\nk = v\n[removed]\nx = 1\n");
     data->setCompanionFile("/x/test.obf");
     data->add("a", "secret", "s", 1);
     data->addLine("a", "new", "n", 0);
     data->get("a", "k", ZPCache_6_0::plainValues);
     data->get("b", ZPCache_6_0::plainValues);
-    data->remove("gone");
+    data->remove("removed");
     ZArrayList_6_0 lent(1, 0);
     data->getNames(lent);
     data->getNames("a", lent);
@@ -302,8 +302,8 @@ TEST(ZPropertiesImpl, CloneIsIndependent)
     static_cast<void>(clone->get("a", "k", ZPCache_6_0::plainValues)->remove(0u));
     EXPECT_EQ("# c\n\n[a]\nk = 2\nnew = n\n# t = 1\nt = x\n\n", textOf(*clone));
     EXPECT_EQ(before, stateOf(*data));
-    clone->set("gone", "x", "2");
-    EXPECT_EQ((Strings{"2"}), values(*clone, "gone", "x"));
+    clone->set("removed", "x", "2");
+    EXPECT_EQ((Strings{"2"}), values(*clone, "removed", "x"));
     Cache cache;
     cache.add("c", "k", "v", 0);
     std::unique_ptr<ZPCache_6_0> const copy(cache.clone());

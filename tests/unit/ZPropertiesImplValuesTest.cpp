@@ -331,7 +331,7 @@ TEST(ZPropertiesImplValues, GenerationShowsThatListsWereDeleted)
     auto const changed = [&] { return std::exchange(seen, cache.generation()) != seen; };
 
     cache.delLine("c", "other");
-    EXPECT_FALSE(changed()) << "no list was handed out";
+    EXPECT_FALSE(changed()) << "no list was returned";
     ZArrayList_6_0* const list = cache.get("c", "k", ZPCache_6_0::anyValues);
     cache.set("c", "k", "b");
     cache.add("c", "k", "c", 0);

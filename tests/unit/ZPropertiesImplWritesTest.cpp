@@ -143,7 +143,7 @@ TEST(ZPropertiesImplWrites, CompanionIsReadWithTheLastZeroByteOrWithoutIt)
         {"one record", "a\0k\0v\0\0"s, {"v"}},
         {"two records", "a\0k\0v\0\0a\0k\0w\0\0"s, {"v", "w"}},
         {"an empty value", "a\0k\0\0\0"s, {}},
-        {"an empty value behind another", "a\0k\0v\0\0a\0k\0\0\0"s, {"v"}},
+        {"an empty value after another", "a\0k\0v\0\0a\0k\0\0\0"s, {"v"}},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -163,8 +163,8 @@ TEST(ZPropertiesImplWrites, CompanionIsReadWithTheLastZeroByteOrWithoutIt)
 
 TEST(ZPropertiesImplWrites, CompanionAddsToTheContents)
 {
-    auto const data = parsed("[a]\nk = plain\n[gone]\nk = v\n");
-    data->remove("gone");
+    auto const data = parsed("[a]\nk = plain\n[removed]\nk = v\n");
+    data->remove("removed");
     data->get("a", "k", ZPCache_6_0::obfuscatedValues);  // a list that a caller holds
     readCompanion(*data, compressed("a\0k\0one\0\0a\0new\0two\0\0b\0k\0three\0\0a\0k\0four\0\0"
                                     "a\0empty\0\0\0gone\0k\0five\0"s));
@@ -174,9 +174,9 @@ TEST(ZPropertiesImplWrites, CompanionAddsToTheContents)
     EXPECT_EQ((Strings{"three"}), values(*data, "b", "k"));
     EXPECT_EQ(Strings(), values(*data, "a", "empty"));
     EXPECT_EQ(1, data->contains("a", "empty"));
-    EXPECT_EQ((Strings{"five"}), values(*data, "gone", "k"));
+    EXPECT_EQ((Strings{"five"}), values(*data, "removed", "k"));
     EXPECT_EQ(4, data->obfuscatedItemCount());
-    EXPECT_EQ("[a]\nk = plain\n[gone]\n", textOf(*data));
+    EXPECT_EQ("[a]\nk = plain\n[removed]\n", textOf(*data));
 }
 
 TEST(ZPropertiesImplWrites, RecordsLongerThanAnyBufferStepAreCompressed)
@@ -222,7 +222,7 @@ TEST(ZPropertiesImplWrites, BadCompanionsAreRefused)
     };
     Case const cases[] = {
         {"empty", ""},
-        {"no zlib stream", "just some text that was never packed"},
+        {"not a zlib stream", "just some text that was never compressed"},
         {"truncated", good.substr(0, good.size() - 5)},
         {"one byte", good.substr(0, 1)},
         {"changed", std::string(good).replace(good.size() / 2, 1, "\xAA")},
