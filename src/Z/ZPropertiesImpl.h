@@ -241,9 +241,10 @@ public:
     /// Removes a key with its values and its line.
     virtual void delLine(char const* category, char const* key);
 
-    /// Sets the value of a key as `set` or `setObfuscated` does, and creates a missing header line
-    /// of the category and a missing line of the key. range   null or empty `key` adds only the
-    /// category. kept    a new header has a blank line above it, also at the top of a new file.
+    /// Sets the value of a key as `set` or `setObfuscated` does. Creates a missing header of the
+    /// category and a missing line of the key.
+    /// range   null or empty `key` adds only the category.
+    /// kept    a new header has a blank line above it, also at the top of a new file.
     virtual void addLine(char const* category, char const* key, char const* value, int obfuscated);
 
     /// Adds a line as above, without a value.
@@ -368,8 +369,8 @@ public:
         bool next(Text& value);
 
         /// Skips ahead so that the value at `index` is the next one, and returns true. Returns
-        /// false if that value was already passed or does not exist. cost    O(values skipped);
-        /// O(1) if a list holds the values.
+        /// false if that value was already passed or does not exist.
+        /// cost    O(values skipped); O(1) if a list holds the values.
         bool skipTo(int index);
 
         /// Returns the current position.
@@ -529,9 +530,8 @@ public:
     ~ZSCFData_6_0() override;
     ZPCache_6_0* clone() const override;
 
-    /// Reads a stanza file from the current position of `file` to its end, and adds to the
-    /// contents. throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for an
-    /// invalid
+    /// Reads a stanza file from the current position of `file`, and adds to the contents.
+    /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for an invalid
     ///         line; ZPropertiesIOException_6_0 (path, "fgets()", errno) if reading fails. The
     ///         cache is unchanged then.
     /// cost    O(bytes).
@@ -543,9 +543,9 @@ public:
     void be_write(char const* path, FILE* file) override;
 
     /// Reads the contents of a companion file and adds each value as an obfuscated value.
-    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) if the contents cannot
-    /// be
-    ///         decompressed, exceed 256 MiB, or are not records. The cache is unchanged then.
+    /// throws  ZPropertiesInvalidDataException_6_0 (companion file, "", 0) if the contents
+    ///         cannot be decompressed, exceed 256 MiB, or are not records. The cache is unchanged
+    ///         then.
     void be_read_obfuscated(ZBuffer_6_0& buffer) override;
 
     /// Stores the contents of a companion file in `buffer`; empties it if no key holds obfuscated

@@ -1,8 +1,4 @@
-<<<<<<< HEAD
 // StanzaStore: the observer, the reader and the fixture of tests of configuration stores.
-=======
-// StanzaStore: an observer, a store and its file for tests of configuration stores.
->>>>>>> 7c78837 (tests: State the claims of cache and stanza tests in their names)
 #pragma once
 
 #include <Z/ZArrayList.h>
@@ -15,11 +11,7 @@
 
 #include "TestDirectory.h"
 
-<<<<<<< HEAD
 // An observer that records each change as "2[stanza]key " and then runs `action`.
-=======
-// An observer that records each notice as "2[stanza]key " and then calls a function of the test.
->>>>>>> 7c78837 (tests: State the claims of cache and stanza tests in their names)
 class NotedChanges final : public ZObserverInterface_6_0 {
 public:
     void update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm) override
@@ -36,11 +28,7 @@ public:
     std::function<void()> action;
 };
 
-<<<<<<< HEAD
 // Returns the values of a key, each followed by a comma.
-=======
-// Returns the values of a key, each with a comma after it.
->>>>>>> 7c78837 (tests: State the claims of cache and stanza tests in their names)
 inline std::string valuesOf(ZProperties_6_0 const& store, char const* category, char const* key)
 {
     ZArrayList_6_0 values(1, 1);
@@ -51,7 +39,7 @@ inline std::string valuesOf(ZProperties_6_0 const& store, char const* category, 
     return all;
 }
 
-// A store that keeps comments, and its file.
+// A store that keeps comments, and a file for it.
 class StanzaStoreTest : public testing::Test {
 public:
     ~StanzaStoreTest() noexcept override {}
@@ -64,22 +52,14 @@ protected:
         return path;
     }
 
-<<<<<<< HEAD
     // Stores the store and returns the text of its file.
-=======
-    // Stores the store and returns the text of the file.
->>>>>>> 7c78837 (tests: State the claims of cache and stanza tests in their names)
     std::string stored()
     {
         store_.store(nullptr);
         return directory_.read("conf");
     }
 
-<<<<<<< HEAD
     // Stores the store and returns the values of the key in another store that loads the file.
-=======
-    // Stores the store, and returns the values of a key that a new store loads from the file.
->>>>>>> 7c78837 (tests: State the claims of cache and stanza tests in their names)
     std::string readBack(char const* category, char const* key)
     {
         store_.store(nullptr);

@@ -167,7 +167,7 @@ TEST(ZPropertiesImplWrites, CompanionAddsToTheContents)
     data->remove("removed");
     data->get("a", "k", ZPCache_6_0::obfuscatedValues);  // a list that a caller holds
     readCompanion(*data, compressed("a\0k\0one\0\0a\0new\0two\0\0b\0k\0three\0\0a\0k\0four\0\0"
-                                    "a\0empty\0\0\0gone\0k\0five\0"s));
+                                    "a\0empty\0\0\0removed\0k\0five\0"s));
     EXPECT_EQ((Strings{"plain"}), values(*data, "a", "k", ZPCache_6_0::plainValues));
     EXPECT_EQ((Strings{"one", "four"}), values(*data, "a", "k", ZPCache_6_0::obfuscatedValues));
     EXPECT_EQ((Strings{"two"}), values(*data, "a", "new"));

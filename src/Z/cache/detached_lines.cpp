@@ -1,5 +1,5 @@
-// detached_lines: the line operations of derived classes, whose overrides may keep values
-// elsewhere.
+// detached_lines: the line operations of derived classes, whose overrides may keep the
+// values elsewhere.
 //
 // A line then refers to a category or key that is detached.
 

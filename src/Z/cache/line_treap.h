@@ -1,5 +1,5 @@
-// line_treap: a treap per section over its lines, in file order: finds insertion points in O(log
-// n).
+// line_treap: a treap per section over its lines, in file order. It finds insertion points in
+// O(log n).
 //
 // It is built only for a section that has comments and gets a new key. A line's priority is a hash
 // of its id, and each node aggregates its subtree.

@@ -28,9 +28,8 @@ public:
     size_t count() const { return count_; }
     size_t bytes() const { return bytes_; }  // of all lines with a missing "#" and a zero byte
 
-    /// Calls `call(bool lacksMark, std::string_view line)` for each line; `lacksMark` is true if
-    /// the
-    /// "#" is missing.
+    /// Calls `call(bool lacksMark, std::string_view line)` for each line; `lacksMark` is true
+    /// if the "#" is missing.
     template <class Call>
     void forEachLine(Call call) const
     {

@@ -13,7 +13,8 @@ namespace zstanza {
 bool startsWithPattern(std::string_view pattern, char const* text);
 
 /// Stores the key of a template, without spaces, in `key`. Returns its length; 0 if `comment` is
-/// not a template. range   `key` has as many bytes as `comment`.
+/// not a template.
+/// range   `key` has as many bytes as `comment`.
 size_t extractTemplateKey(std::string_view comment, char* key);
 
 /// Returns whether `comment` is a template for `key`.

@@ -1,7 +1,7 @@
-// line_splitter: splits text into the lines that fgets() would return with a buffer of 8192
-// bytes.
+// line_splitter: splits text into the lines that fgets() would return.
 //
-// A newline ends a line, and so do 8191 bytes. The bytes after a zero byte in a line are ignored.
+// The buffer of fgets() has 8192 bytes. A newline ends a line, and so do 8191 bytes. The bytes
+// after a zero byte in a line are ignored.
 #pragma once
 
 #include <limits.h>
