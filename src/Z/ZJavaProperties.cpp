@@ -23,6 +23,7 @@
 #include "store/journaled_file.h"
 
 using zcontainers::HashTable;
+using zfiles::FailedCall;
 using namespace zjava;
 
 namespace {
@@ -61,25 +62,25 @@ bool isEmpty(char const* text)
 [[noreturn]] void throwLoadFailure(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
-    std::string_view const call = failure.call;
-    if ((call == "read()" && failure.error != EFBIG) || failure.error == EISDIR)
+    if ((failure.call == FailedCall::read && failure.error != EFBIG) || failure.error == EISDIR)
         ZUnexpectedEndOfFile_6_0(file).throwException(kSource, raiseForReadError);
-    RaiseSite const site = call == "fopen(r)"  ? raiseForReadOpen
-                           : call == "fcntl()" ? raiseForReadLock
-                                               : raiseInLoad;
-    ZPropertiesIOException_6_0(file, failure.call, failure.error).throwException(kSource, site);
+    RaiseSite const site = failure.call == FailedCall::fopenToRead ? raiseForReadOpen
+                           : failure.call == FailedCall::fcntl     ? raiseForReadLock
+                                                                   : raiseInLoad;
+    ZPropertiesIOException_6_0(file, failure.callName(), failure.error)
+        .throwException(kSource, site);
 }
 
 // As throwLoadFailure(), while storing. Reports the open call as "fopen(wt)", as for a stream.
 [[noreturn]] void throwStoreFailure(ZJournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
-    std::string_view const call = failure.call;
-    if (call == "fopen(r+)")
+    if (failure.call == FailedCall::fopenToUpdate)
         ZPropertiesIOException_6_0(file, "fopen(wt)", failure.error)
             .throwException(kSource, raiseForWriteOpen);
-    ZPropertiesIOException_6_0(file, failure.call, failure.error)
-        .throwException(kSource, call == "fcntl()" ? raiseForWriteLock : raiseInStore);
+    ZPropertiesIOException_6_0(file, failure.callName(), failure.error)
+        .throwException(kSource,
+                        failure.call == FailedCall::fcntl ? raiseForWriteLock : raiseInStore);
 }
 
 // Runs `body` and turns its failures into exceptions of the library.

@@ -73,7 +73,7 @@ void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::str
     char* const data = text.empty() ? none : const_cast<char*>(text.data());
     File const file(fmemopen(data, text.size(), "r"));
     if (file == nullptr)
-        throw ZJournaledFile::IoError{path, "fmemopen()", errno};
+        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fmemopen, errno};
     cache.be_read(path, file.get());
 }
 
@@ -125,11 +125,12 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
     File const file(
         fopencookie(&written, "w", {nullptr, MemoryStream::write, MemoryStream::seek, nullptr}));
     if (file == nullptr)
-        throw ZJournaledFile::IoError{path, "fopencookie()", errno};
+        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fopencookie, errno};
     cache.be_write(path, file.get());
     bool const failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
     if (failed || written.isLost)
-        throw ZJournaledFile::IoError{path, "fwrite()", written.isLost ? ENOMEM : errno};
+        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fwrite,
+                                      written.isLost ? ENOMEM : errno};
     text.setBuffer(written.text.size(), written.text.data());
 }
 
@@ -153,7 +154,7 @@ bool readCompanion(ZJournaledFile& file, char const* path, std::string const& co
         return true;
     if (canRetry)
         return false;
-    throw ZJournaledFile::IoError{path, "fopen(r)", ESTALE};
+    throw ZJournaledFile::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
 }
 
 }  // namespace
@@ -260,7 +261,7 @@ void ZProperties_6_0::load(char const* path)
     translateErrors(raiseInLoad, [&] {
         for (int attempts = 1; !Rep::loadOnce(*this, chosen); ++attempts)
             if (attempts == kMaxAttempts)
-                throw ZJournaledFile::IoError{chosen, "fopen(r)", ESTALE};
+                throw ZJournaledFile::IoError{chosen, zfiles::FailedCall::fopenToRead, ESTALE};
     });
 }
 
@@ -377,7 +378,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
 {
     auto const check = [](char const* file) {
         if (access(file, R_OK | W_OK) != 0)
-            throw ZJournaledFile::IoError{file, "access()", errno};
+            throw ZJournaledFile::IoError{file, zfiles::FailedCall::access, errno};
     };
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
@@ -395,7 +396,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
         }
         char current[kWorkingDirectory];
         if (getcwd(current, sizeof current) == nullptr)
-            throw ZJournaledFile::IoError{path, "getcwd()", errno};
+            throw ZJournaledFile::IoError{path, zfiles::FailedCall::getcwd, errno};
         check(current);
     });
 }

@@ -79,7 +79,7 @@ void translateErrors(RaiseSite site, Body body)
     try {
         zmemory::translateBadAlloc(kSource, site, body);
     } catch (ZJournaledFile::IoError const& failure) {
-        ZPropertiesIOException_6_0(failure.file.c_str(), failure.call, failure.error)
+        ZPropertiesIOException_6_0(failure.file.c_str(), failure.callName(), failure.error)
             .throwException(kSource, site);
     }
 }

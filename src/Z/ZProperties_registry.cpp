@@ -65,7 +65,7 @@ void PendingLoads::waitFor(PendingLoad const& load)
     for (PendingLoad const* next = &load; next != nullptr && !next->done;
          next = waitedForBy(next->thread))
         if (pthread_equal(next->thread, self))
-            throw ZJournaledFile::IoError{load.path, "fcntl()", EDEADLK};
+            throw ZJournaledFile::IoError{load.path, zfiles::FailedCall::fcntl, EDEADLK};
     waits_.push_back({self, &load});
     ended.wait(guard, [&] { return load.done; });
     std::erase_if(waits_, [&](Wait const& wait) { return pthread_equal(wait.thread, self); });

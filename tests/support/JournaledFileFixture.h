@@ -177,7 +177,7 @@ protected:
             ZJournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
             pair.companion.assign(bytes.data(), bytes.length());
         } catch (ZJournaledFile::IoError const& failure) {
-            EXPECT_STREQ("mapFile()", failure.call);
+            EXPECT_STREQ("mapFile()", failure.callName());
             EXPECT_EQ(EINVAL, failure.error);
         }
         return pair;
@@ -259,7 +259,7 @@ protected:
             ADD_FAILURE() << "nothing was thrown";
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(file, failure.file);
-            EXPECT_STREQ(text, failure.call);
+            EXPECT_STREQ(text, failure.callName());
             EXPECT_EQ(error, failure.error);
         }
         EXPECT_EQ(descriptors, openDescriptors());
@@ -317,7 +317,8 @@ protected:
             try {
                 return body();
             } catch (ZJournaledFile::IoError const& failure) {
-                fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.call, failure.error);
+                fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.callName(),
+                        failure.error);
                 return false;
             }
         });

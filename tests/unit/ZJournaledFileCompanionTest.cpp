@@ -110,7 +110,7 @@ TEST_F(ZJournaledFileCompanion, CompanionOfAnotherProgramIsSynced)
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(companion_, failure.file);
-            EXPECT_STREQ("fsync()", failure.call);
+            EXPECT_STREQ("fsync()", failure.callName());
         }
         EXPECT_EQ(kShort, load());
     }
@@ -295,7 +295,7 @@ TEST_F(ZJournaledFileCompanion, LinkIsNotFollowedWhenACompanionIsWrittenInPlace)
             ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
             file.commit(viewOf(kLong.text), companion);
         } catch (ZJournaledFile::IoError const& failure) {
-            seen = failure.call + std::to_string(failure.error);
+            seen = failure.callName() + std::to_string(failure.error);
         }
         chmod(directory.c_str(), 0755);
         return seen == "fopen(w)" + std::to_string(ELOOP) &&
@@ -316,7 +316,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatNoProcessCouldReadIsNotCreated)
         try {
             store(kLong);
         } catch (ZJournaledFile::IoError const& failure) {
-            return std::string(failure.call) == "fchown()" && load() == kPlain &&
+            return std::string(failure.callName()) == "fchown()" && load() == kPlain &&
                    directory_.names() == "conf" && openDescriptors() == descriptors;
         }
         return false;
@@ -362,7 +362,7 @@ TEST_F(ZJournaledFileCompanion, FilesThatNoStoreCanHaveWrittenAreNotReplaced)
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(companion.path, failure.file);
-            EXPECT_STREQ("access()", failure.call);
+            EXPECT_STREQ("access()", failure.callName());
             EXPECT_EQ(EPERM, failure.error);
         }
         EXPECT_EQ(kPlain.text, directory_.read("conf"));
@@ -467,7 +467,7 @@ TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
             file.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
             file.newCompanion();
         } catch (ZJournaledFile::IoError const& failure) {
-            seen = failure.file + " " + failure.call + " " + strerror(failure.error);
+            seen = failure.file + " " + failure.callName() + " " + strerror(failure.error);
         }
         struct stat status;
         bool const isStored =
@@ -478,7 +478,7 @@ TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
         try {
             ZJournaledFile("link", ZJournaledFile::Mode::load);
         } catch (ZJournaledFile::IoError const& failure) {
-            link = failure.file + " " + failure.call + " " + strerror(failure.error);
+            link = failure.file + " " + failure.callName() + " " + strerror(failure.error);
         }
         _exit(isStored && seen == std::string("conf getcwd() ") + strerror(ERANGE) &&
                       link == std::string("link fopen(r) ") + strerror(ENAMETOOLONG)
@@ -501,7 +501,7 @@ TEST_F(ZJournaledFileCompanion, CompanionOfImpossibleLengthIsNotRead)
         ADD_FAILURE();
     } catch (ZJournaledFile::IoError const& failure) {
         EXPECT_EQ(companion_, failure.file);
-        EXPECT_STREQ("mapFile()", failure.call);
+        EXPECT_STREQ("mapFile()", failure.callName());
         EXPECT_EQ(EFBIG, failure.error);
     }
     ASSERT_EQ(0, truncate(companion_.c_str(), most));

@@ -198,7 +198,7 @@ TEST_F(ZJournaledFileConcurrency, StoreDoesNotTouchTheFileThatReplacedItsOwn)
                 store({"four four\n", compressed("4")});
             } catch (ZJournaledFile::IoError const& failure) {
                 isStored = false;
-                EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.call;
+                EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.callName();
             }
         }
         if (!isReplaced)
@@ -220,7 +220,7 @@ TEST_F(ZJournaledFileConcurrency, StoringThreadCannotLoadTheSameFile)
             ZJournaledFile const again(path_.c_str(), use);
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
-            EXPECT_STREQ("fcntl()", failure.call);
+            EXPECT_STREQ("fcntl()", failure.callName());
             EXPECT_EQ(EDEADLK, failure.error);
         }
     }

@@ -392,7 +392,7 @@ TEST_F(ZJournaledFileFailures, LoadReportsTheFailedCall)
             try {
                 ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
             } catch (ZJournaledFile::IoError const& failure) {
-                seen = failure.call;
+                seen = failure.callName();
                 EXPECT_EQ(seen == "lstat()" ? journal_ : path_, failure.file);
             }
             reached = !callPlan.failed.empty();

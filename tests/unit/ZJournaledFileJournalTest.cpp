@@ -121,7 +121,7 @@ TEST_F(ZJournaledFileJournal, StoreFailsIfAnOutdatedJournalCannotBeRemoved)
             ZJournaledFile file((directory + "/conf").c_str(), ZJournaledFile::Mode::store);
             file.commit(viewOf("1100\n"), ZJournaledFile::Companion());
         } catch (ZJournaledFile::IoError const& failure) {
-            seen = failure.call;
+            seen = failure.callName();
         }
         chmod(directory.c_str(), 0755);
         return seen == "unlink()" && directory_.read("directory/conf") == "0000\n";
@@ -435,7 +435,7 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionIsForbidden)
             ADD_FAILURE();
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(directory_.at("directory/secrets"), failure.file);
-            EXPECT_STREQ("access()", failure.call);
+            EXPECT_STREQ("access()", failure.callName());
             EXPECT_EQ(EPERM, failure.error);
         }
         EXPECT_EQ(journal, directory_.read(".conf.zjn"));
@@ -606,7 +606,7 @@ TEST_F(ZJournaledFileJournal, JournalReplacedDuringALoadIsIgnored)
             found.assign(file.text().data(), file.text().size());
         } catch (ZJournaledFile::IoError const& failure) {
             EXPECT_EQ(journal_, failure.file);
-            found = failure.call;
+            found = failure.callName();
         }
         EXPECT_EQ(linked ? "open()" : "access()", found);
         std::filesystem::remove(journal_);

@@ -144,7 +144,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheDirectoryAllowsNoFile)
             ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
             file.replace(kLong.text, ZJournaledFile::Companion());
         } catch (ZJournaledFile::IoError const& failure) {
-            seen = failure.file + " " + failure.call + " " + std::to_string(failure.error);
+            seen = failure.file + " " + failure.callName() + " " + std::to_string(failure.error);
         }
         return seen == directory_.at(".conf.new") + " open() " + std::to_string(EACCES);
     });

@@ -7,20 +7,12 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <string>
 #include <string_view>
 #include <utility>
 
 #include "bytes.h"
 
 namespace zfiles {
-
-// A call that failed: the file, the call, the errno.
-struct IoError {
-    std::string file;
-    char const* call;
-    int error;
-};
 
 // Owns a descriptor.
 class ScopedFd {

@@ -24,7 +24,7 @@ std::string absolutePath(std::string const& path)
         return path;
     char directory[4096];
     if (getcwd(directory, sizeof directory) == nullptr)
-        throw IoError{path, "getcwd()", errno};
+        throw IoError{path, FailedCall::getcwd, errno};
     return std::string(directory) + "/" + path;
 }
 

@@ -91,14 +91,14 @@ FoundJournal findJournal(MainFile const& main)
     if (int const error = directory.stat(name, found.status)) {
         if (error == ENOENT || error == ENAMETOOLONG)
             return found;
-        throw IoError{path, "lstat()", error};
+        throw IoError{path, FailedCall::lstat, error};
     }
     found.kind = FoundJournal::obstacle;
     if (!S_ISREG(found.status.st_mode))
         return found;
     AccessList ofMain;
     if (int const error = ofMain.read(main.fd))
-        throw IoError{main.path, "fgetxattr()", error};
+        throw IoError{main.path, FailedCall::fgetxattr, error};
     ZSharedFile file;
     int error = file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
     // Any user of the directory may have created a file that we may not open.
@@ -107,14 +107,14 @@ FoundJournal findJournal(MainFile const& main)
     if (isUnreadable && !ofMain.mayAllow(found.status.st_uid, kMayWrite))
         return found;
     if (error != 0)
-        throw IoError{path, "open()", error};
+        throw IoError{path, FailedCall::open, error};
     auto journal = std::make_unique<Journal>();
     AccessList list;
     error = list.read(file.descriptor());
     if (error == 0)
         error = readAll(file.descriptor(), maxJournalSize(), journal->bytes);
     if (error != 0)
-        throw IoError{path, "read()", error};
+        throw IoError{path, FailedCall::read, error};
     found.status = list.status();
     uid_t const owner = found.status.st_uid;
     found.isByOwner = owner == 0 || owner == main.status.st_uid || owner == geteuid();

@@ -15,8 +15,6 @@ using namespace zstore;
 
 namespace {
 
-constexpr char kMapCall[] = "mapFile()";
-
 // Returns whether there is something at the path of a companion that no store created, by the errno
 // of opening it.
 bool isForeignKind(int error)
@@ -73,9 +71,9 @@ bool ZJournaledFile::recover(Mode mode)
         // Without the journal the text may be torn, or have the companion of another generation.
         bool const isComplete = describes && journal->companion.empty() && journal->isNew(text);
         if (describes && !isOld && !isComplete && error != EPERM)
-            throw IoError{journal->companion, kMapCall, error};
+            throw IoError{journal->companion, FailedCall::mapFile, error};
         if (describes && !isOld && !isComplete)
-            throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
+            throw IoError{file_.pathOf(file_.journalName()), FailedCall::access, EPERM};
         if (mode == Mode::store)
             putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
         return true;
@@ -85,7 +83,7 @@ bool ZJournaledFile::recover(Mode mode)
         describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
     // Another program wrote the companion, but the text is torn: only the journal has all of it.
     if (describes && !counts && !isOld && !journal->isNew(text))
-        throw IoError{file_.pathOf(file_.journalName()), "access()", EPERM};
+        throw IoError{file_.pathOf(file_.journalName()), FailedCall::access, EPERM};
     if (!counts || isOld) {
         if (mode == Mode::store)
             retireOutdated(found, counts);
@@ -164,7 +162,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
             error = 0;
     }
     if (error != 0)
-        throw IoError{file_.pathOf(name), "unlink()", error};
+        throw IoError{file_.pathOf(name), FailedCall::unlink, error};
 }
 
 // Returns whether the journal's writer found or wrote this companion. A companion that the file may
@@ -176,7 +174,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
     if (error == EPERM && oldText)
         return false;
     if (error == EPERM)
-        throw IoError{journal.companion, "access()", error};
+        throw IoError{journal.companion, FailedCall::access, error};
     ZSharedFile file;
     Bytes contents;
     if (error == 0)
@@ -187,7 +185,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
     if (isForeignKind(error))
         return false;
     if (error != 0 && error != ENOENT)
-        throw IoError{journal.companion, kMapCall, error};
+        throw IoError{journal.companion, FailedCall::mapFile, error};
     return journal.describesCompanion(present, contents.view());
 }
 
@@ -195,7 +193,7 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
 {
     CompanionFile const companion(file_, name);
     if (int const error = companion.check())
-        throw IoError{name, "access()", error};
+        throw IoError{name, FailedCall::access, error};
     // An earlier version of this library may have written a journal with a relative path.
     bool const isInJournal =
         journal_ != nullptr && !journal_->companion.empty() &&
@@ -203,7 +201,7 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     if (isInJournal) {
         std::string_view const packed = journal_->newCompanion;
         if (packed.empty())
-            throw IoError{name, kMapCall, EINVAL};
+            throw IoError{name, FailedCall::mapFile, EINVAL};
         Bytes contents(packed.size());
         memcpy(contents.data(), packed.data(), packed.size());
         return contents;
@@ -212,18 +210,18 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     // anything except a regular file can be mapped.
     struct stat status;
     if (!companion.exists(status))
-        throw IoError{name, kMapCall, EINVAL};
+        throw IoError{name, FailedCall::mapFile, EINVAL};
     ZSharedFile file;
     Bytes contents;
     int error = S_ISREG(status.st_mode) ? companion.openForReading(file) : ENODEV;
     if (error == EPERM)
-        throw IoError{name, "access()", error};
+        throw IoError{name, FailedCall::access, error};
     if (error == 0)
         error = readAll(file.descriptor(), kMaxCompanionSize, contents);
     if (error == 0 && contents.length() == 0)
         error = EINVAL;
     if (error != 0)
-        throw IoError{name, kMapCall, error};
+        throw IoError{name, FailedCall::mapFile, error};
     return contents;
 }
 
@@ -257,7 +255,7 @@ bool ZJournaledFile::findOwnership(std::string const& name) const
 {
     CompanionFile const companion(file_, name);
     if (int const error = companion.ownershipError())
-        throw IoError{directoryPart(name), "access()", error};
+        throw IoError{directoryPart(name), FailedCall::access, error};
     return companion.isOwn();
 }
 
@@ -267,7 +265,7 @@ bool ZJournaledFile::mayRemove(std::string const& name) const
         return false;
     int const error = checkCompanionPath(name);
     if (error != 0 && error != EPERM)
-        throw IoError{name, "access()", error};
+        throw IoError{name, FailedCall::access, error};
     return error == 0;
 }
 
@@ -280,11 +278,11 @@ void ZJournaledFile::commit(std::string_view text, Companion const& companion, b
 {
     // The next load would refuse it.
     if (text.size() > maxFileSize())
-        throw IoError{file_.path, "write()", EFBIG};
+        throw IoError{file_.path, FailedCall::write, EFBIG};
     ZSizeSignalGuard const noSignal;
     if (companion.change != Companion::kept)
         if (int const error = checkCompanionPath(companion.path))
-            throw IoError{companion.path, "access()", error};
+            throw IoError{companion.path, FailedCall::access, error};
     Writer writer(file_, text, companion);
     if (replaces)
         writer.replaceFile();

@@ -130,13 +130,13 @@ bool MainFile::openOnce()
         if (isCreated && !isHeld && fstat(file.descriptor(), &status) == 0 && status.st_size == 0)
             fd = file.descriptor();  // close() removes it
         close();
-        throw IoError{path, "fcntl()", error};
+        throw IoError{path, FailedCall::fcntl, error};
     }
     fd = file.descriptor();
     if (fstat(fd, &status) != 0) {
         error = errno;
         close();
-        throw IoError{path, "fstat()", error};
+        throw IoError{path, FailedCall::fstat, error};
     }
     if (status.st_size > 0)
         isCreated = false;  // another process stored into it before it was locked
@@ -146,7 +146,7 @@ bool MainFile::openOnce()
     isCreated = false;
     close();
     if (error != ESTALE)
-        throw IoError{path, "fstat()", error};
+        throw IoError{path, FailedCall::fstat, error};
     return false;
 }
 
@@ -171,7 +171,7 @@ int MainFile::openByName()
 void MainFile::read()
 {
     if (int const error = readAll(fd, maxFileSize(), contents))
-        throw IoError{path, "read()", error};
+        throw IoError{path, FailedCall::read, error};
 }
 
 void MainFile::close()

@@ -10,6 +10,7 @@
 
 #include "../files/bytes.h"
 #include "../files/directory.h"
+#include "../files/io_error.h"
 #include "../files/shared_file.h"
 
 namespace zstore {
@@ -72,7 +73,10 @@ private:
     int locateAsGiven(std::string const& path);
     bool openOnce();
     int openByName();
-    char const* openCall() const { return forStore ? "fopen(r+)" : "fopen(r)"; }
+    FailedCall openCall() const
+    {
+        return forStore ? FailedCall::fopenToUpdate : FailedCall::fopenToRead;
+    }
 
     bool forStore = false;
     int attempts = 0;

@@ -29,9 +29,9 @@ int Replacement::checkLeftover() const
     return error == EAGAIN || error == EACCES || error == EDEADLK ? ESTALE : 0;
 }
 
-int Replacement::prepare(AccessList const& access, std::string_view text, char const*& call)
+int Replacement::prepare(AccessList const& access, std::string_view text, FailedCall& call)
 {
-    call = "fopen(r+)";
+    call = FailedCall::fopenToUpdate;
     if (int const error = checkLeftover())
         return error;
     isPrepared_ = true;
@@ -41,11 +41,11 @@ int Replacement::prepare(AccessList const& access, std::string_view text, char c
 // Creates the hidden file, locked, in `file`. Sets `status` to the status of the created file, even
 // if this fails later.
 int Replacement::create(AccessList const& access, std::string_view text, ZSharedFile& file,
-                        struct stat& status, char const*& call)
+                        struct stat& status, FailedCall& call)
 {
     Directory const& directory = main_.directory;
     ScopedFd fd(createExclusive(directory, name_));
-    call = "open()";
+    call = FailedCall::open;
     if (!fd.isOpen())
         return errno;
     if (fstat(fd.get(), &status) != 0) {
@@ -54,38 +54,38 @@ int Replacement::create(AccessList const& access, std::string_view text, ZShared
         return error;
     }
     bool owned = false;
-    call = "fchmod()";
+    call = FailedCall::fchmod;
     if (int const error = access.copyTo(fd.get(), owned))
         return error;
     // A new file with other rights than the old file must not get its name.
-    call = "fsetxattr()";
+    call = FailedCall::fsetxattr;
     AccessList list;
     if (access.isExtended() && (list.read(fd.get()) != 0 || !list.isExtended()))
         return EINVAL;
-    call = "fchown()";
+    call = FailedCall::fchown;
     struct stat given;
     if (!owned || fstat(fd.get(), &given) != 0 || given.st_gid != old_.st_gid ||
         ((given.st_mode ^ old_.st_mode) & kPermissions) != 0)
         return EPERM;
-    call = "fsetxattr()";
+    call = FailedCall::fsetxattr;
     if (int const error = copyAttributes(main_.fd, fd.get()))
         return error;
-    call = "write()";
+    call = FailedCall::write;
     if (int const error = writeAll(fd.get(), text))
         return error;
-    call = "fsync()";
+    call = FailedCall::fsync;
     if (int const error = syncFile(fd.get()))
         return error;
     // Closing a descriptor drops all locks of the file: close this one before locking.
     fd.close();
-    call = "open()";
+    call = FailedCall::open;
     if (int const error =
             file.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0))
         return error;
-    call = "fcntl()";
+    call = FailedCall::fcntl;
     if (int const error = file.lock(F_WRLCK, 0, 0))
         return error;
-    call = "fstat()";
+    call = FailedCall::fstat;
     struct stat locked;
     if (fstat(file.descriptor(), &locked) != 0)
         return errno;
@@ -138,7 +138,7 @@ int Replacement::exchangeBack()
 int Replacement::replaceBack(AccessList const& access, std::string_view oldText)
 {
     Directory const& directory = main_.directory;
-    char const* call = "";
+    FailedCall call{};
     struct stat status = {};
     int error = create(access, oldText, restored_, status, call);
     if (error == 0)

@@ -24,7 +24,7 @@ public:
 
     /// Creates the hidden file with the new text. Returns 0 or an errno; `call` is the failed call.
     /// throws  std::bad_alloc.
-    int prepare(AccessList const& access, std::string_view text, char const*& call);
+    int prepare(AccessList const& access, std::string_view text, FailedCall& call);
 
     /// Exchanges the files, and makes that durable. Returns 0 or an errno: ESTALE if the name
     /// refers to another file.
@@ -41,7 +41,7 @@ public:
 private:
     int checkLeftover() const;
     int create(AccessList const& access, std::string_view text, ZSharedFile& file,
-               struct stat& status, char const*& call);
+               struct stat& status, FailedCall& call);
     int exchangeBack();
     int replaceBack(AccessList const& access, std::string_view oldText);
     void use(ZSharedFile const& file, struct stat const& status);

@@ -42,7 +42,7 @@ Writer::Writer(MainFile& file, std::string_view text, CompanionChange const& com
 
 Writer::~Writer() = default;
 
-int Writer::fail(char const* call, std::string const& file, int error)
+int Writer::fail(FailedCall call, std::string const& file, int error)
 {
     if (error != 0 && error_ == 0) {
         call_ = call;
@@ -60,7 +60,7 @@ void Writer::throwError() const
 void Writer::commit()
 {
     if (int const error = access_.read(file_.fd))
-        throw IoError{file_.path, "fgetxattr()", error};
+        throw IoError{file_.path, FailedCall::fgetxattr, error};
     if (companion_ != nullptr) {
         readOldCompanion();
         companionInJournal_ = absolutePath(change_.path);
@@ -85,17 +85,17 @@ void Writer::replay(struct stat const& journal)
     if (companion_ != nullptr)
         openOldCompanion();
     if (int const error = access_.read(file_.fd))
-        throw IoError{file_.path, "fgetxattr()", error};
+        throw IoError{file_.path, FailedCall::fgetxattr, error};
     journal_.adopt(journal);
     file_.directory.remove(file_.replacementName());
     phase_ = Phase::journaled;
     // The crashed writer may have renamed the file without syncing the directory. The new name must
     // be durable before the companion changes and before the journal is retired.
     if (int const error = file_.directory.sync(file_.fd))
-        throw IoError{file_.path, "fsync()", error};
+        throw IoError{file_.path, FailedCall::fsync, error};
     try {
-        if (replacePair() == 0 && fail("fsync()", change_.path, companionSyncError_) == 0 &&
-            fail("unlink()", journalPath_, retireJournal()) == 0)
+        if (replacePair() == 0 && fail(FailedCall::fsync, change_.path, companionSyncError_) == 0 &&
+            fail(FailedCall::unlink, journalPath_, retireJournal()) == 0)
             return;
     } catch (std::bad_alloc const&) {
         removeNewCompanion();
@@ -115,12 +115,12 @@ void Writer::openOldCompanion()
     int error = companion_->openForReading(companionFile_);
     if (error == EISDIR || error == EINVAL || error == EPERM ||
         (companionChange_ == CompanionChange::removed && !companion_->isOwn()))
-        throw IoError{path, "access()", EPERM};
+        throw IoError{path, FailedCall::access, EPERM};
     hadCompanion_ = error == 0;
     if (hadCompanion_)
         error = oldAccess_.read(companionFile_.descriptor());
     if (error != 0 && error != ENOENT)
-        throw IoError{path, "fopen(w)", error};
+        throw IoError{path, FailedCall::fopenToWrite, error};
 }
 
 void Writer::readOldCompanion()
@@ -130,18 +130,18 @@ void Writer::readOldCompanion()
     if (!hadCompanion_)
         return;
     if (int const error = readAll(companionFile_.descriptor(), kMaxCompanionSize, oldCompanion_))
-        throw IoError{path, "fopen(w)", error};
+        throw IoError{path, FailedCall::fopenToWrite, error};
     // A file that no store can have written is not replaced, unless it is the damaged companion of
     // this file.
     bool const isOther = !looksCompressed(oldCompanion_.view());
     if (isOther && !companion_->isOwn())
-        throw IoError{path, "access()", EPERM};
+        throw IoError{path, FailedCall::access, EPERM};
     if (isOther && !change_.isNamed)
-        throw IoError{path, "access()", EEXIST};
+        throw IoError{path, FailedCall::access, EEXIST};
     if (companionChange_ == CompanionChange::written && isAsWanted()) {
         bool isNameSynced = false;
         if (int const error = syncUnchangedCompanion(isNameSynced))
-            throw IoError{path, "fsync()", error};
+            throw IoError{path, FailedCall::fsync, error};
         if (isNameSynced)
             companionChange_ = CompanionChange::kept;
     }
@@ -180,7 +180,7 @@ int Writer::syncUnchangedCompanion(bool& isNameSynced) const
 // An editor may have replaced the file since it was opened.
 int Writer::requireName()
 {
-    return fail("fopen(r+)", file_.path, file_.checkName());
+    return fail(FailedCall::fopenToUpdate, file_.path, file_.checkName());
 }
 
 // Returns 0 without a journal if the directory does not allow one.
@@ -192,18 +192,18 @@ int Writer::writeJournal()
     else if (isRefusal(error))
         return refuse(error);
     else
-        return fail("open()", temporaryJournalPath_, error);
+        return fail(FailedCall::open, temporaryJournalPath_, error);
     if (error == 0)
         error = journal_.publish();
     if (journal_.isPublished())
-        return error != 0 ? fail("rename()", journalPath_, error) : syncJournal();
+        return error != 0 ? fail(FailedCall::rename, journalPath_, error) : syncJournal();
     journal_.discard();
     if (error_ != 0)
         return error_;
     if (error == EPERM || error == EACCES)  // an append-only directory, for example
         return refuse(error);
     // If another file has replaced ours, its writer may have published a journal first.
-    return requireName() != 0 ? error_ : fail("rename()", journalPath_, error);
+    return requireName() != 0 ? error_ : fail(FailedCall::rename, journalPath_, error);
 }
 
 // The directory allows no journal.
@@ -218,12 +218,12 @@ int Writer::writeJournalContents()
     bool owned = false;
     int const fd = journal_.descriptor();
     if (int const error = access_.copyTo(fd, owned))
-        return fail("fchmod()", temporaryJournalPath_, error);
+        return fail(FailedCall::fchmod, temporaryJournalPath_, error);
     // Data that another program wrote and did not sync must be durable before it is overwritten.
     struct stat status;
     dev_t const disk = fstat(fd, &status) == 0 ? status.st_dev : kNoDisk;
     if (int const error = flushBeforeLaterSyncs(file_.fd, disk))
-        return fail("fdatasync()", file_.path, error);
+        return fail(FailedCall::fdatasync, file_.path, error);
 
     Journal journal;
     journal.diff = diff_;
@@ -241,8 +241,8 @@ int Writer::writeJournalContents()
     for (std::string_view const part : {std::string_view(header), diff_.oldMiddle, diff_.newMiddle,
                                         diff_.moved, journal.newCompanion})
         if (int const error = journal_.append(part))
-            return fail("write()", temporaryJournalPath_, error);
-    return fail("write()", temporaryJournalPath_, journal_.finish());
+            return fail(FailedCall::write, temporaryJournalPath_, error);
+    return fail(FailedCall::write, temporaryJournalPath_, journal_.finish());
 }
 
 // The journal gets its name before it is synced, so that most file systems write both together. A
@@ -252,11 +252,11 @@ int Writer::writeJournalContents()
 int Writer::syncJournal()
 {
     if (int const error = journal_.sync())
-        return fail("fsync()", journalPath_, error);
+        return fail(FailedCall::fsync, journalPath_, error);
     int const fd = journal_.descriptor();
     if (file_.isCreated || !FileSystemTraits(fd).syncsDirectoryEntry)
         if (int const error = file_.directory.sync(fd))
-            return fail("fsync()", journalPath_, error);
+            return fail(FailedCall::fsync, journalPath_, error);
     phase_ = Phase::journaled;
     return 0;
 }
@@ -267,7 +267,7 @@ int Writer::prepareWithoutJournal()
     if (phase_ == Phase::journaled)
         return 0;
     if (replacement_ != nullptr)
-        return fail("open()", replacement_->path(), refusal_);
+        return fail(FailedCall::open, replacement_->path(), refusal_);
     phase_ = Phase::journaled;
     if (text_.size() >= file_.contents.length())
         return 0;
@@ -303,7 +303,7 @@ int Writer::reserve()
     int const error = retryOnEintr([=] { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length); });
     if (error == EOPNOTSUPP || error == ENOSYS || error == EINVAL)
         return 0;
-    return fail("fallocate()", file_.path, error);
+    return fail(FailedCall::fallocate, file_.path, error);
 }
 
 // Frees the space past the current end of the file.
@@ -318,15 +318,16 @@ void Writer::returnReservedSpace()
 int Writer::prepareCompanion(std::string_view contents)
 {
     if (int const error = companion_->directoryError())
-        return fail("fopen(w)", change_.path, error);
+        return fail(FailedCall::fopenToWrite, change_.path, error);
     newCompanion_.reset(createExclusive(companion_->directory(), newCompanionName_));
     int const refused = newCompanion_.isOpen() ? 0 : errno;
     if (refused != 0 && !((isRefusal(refused) || refused == EEXIST) && hadCompanion_))
-        return fail("fopen(w)", refused == EEXIST ? newCompanionPath_ : change_.path, refused);
+        return fail(FailedCall::fopenToWrite, refused == EEXIST ? newCompanionPath_ : change_.path,
+                    refused);
     bool owned = false;
     if (refused == 0)
         if (int const error = access_.copyTo(newCompanion_.get(), owned))
-            return fail("fchmod()", change_.path, error);
+            return fail(FailedCall::fchmod, change_.path, error);
     if (owned)
         return keepAccess() != 0 ? error_ : fillNewCompanion(contents);
     // No reader would use a companion of another owner, see companion.h.
@@ -335,7 +336,7 @@ int Writer::prepareCompanion(std::string_view contents)
         newCompanion_.close();
     }
     if (!hadCompanion_)
-        return fail("fchown()", change_.path, EPERM);
+        return fail(FailedCall::fchown, change_.path, EPERM);
     return openInPlace();
 }
 
@@ -349,24 +350,24 @@ int Writer::keepAccess()
     if ((error == 0 || isForbidden(error)) && oldAccess_.isExtended() &&
         oldAccess_.isWithin(access_, kMayRead | kMayWrite))
         error = oldAccess_.copyListTo(newCompanion_.get());
-    return fail("fsetxattr()", change_.path, isForbidden(error) ? 0 : error);
+    return fail(FailedCall::fsetxattr, change_.path, isForbidden(error) ? 0 : error);
 }
 
 int Writer::fillNewCompanion(std::string_view contents)
 {
     int const fd = newCompanion_.get();
     if (int const error = writeAll(fd, contents))
-        return fail("write()", change_.path, error);
+        return fail(FailedCall::write, change_.path, error);
     if (int const error = syncFile(fd))
-        return fail("fsync()", change_.path, error);
-    return fail("fstat()", change_.path, fstat(fd, &newCompanionStatus_) != 0 ? errno : 0);
+        return fail(FailedCall::fsync, change_.path, error);
+    return fail(FailedCall::fstat, change_.path, fstat(fd, &newCompanionStatus_) != 0 ? errno : 0);
 }
 
 int Writer::openInPlace()
 {
     writesInPlace_ = true;
     if (int const error = companion_->openForWriting(companionFile_))
-        return fail("fopen(w)", change_.path, error);
+        return fail(FailedCall::fopenToWrite, change_.path, error);
     return restrictInPlace();
 }
 
@@ -385,12 +386,12 @@ int Writer::restrictInPlace()
         error = now.read(fd);
     if (error == 0 && !now.isWithin(access_, kMayRead | kMayWrite))
         error = EPERM;
-    return fail("fchmod()", change_.path, error);
+    return fail(FailedCall::fchmod, change_.path, error);
 }
 
 int Writer::prepareReplacement()
 {
-    char const* call = "";
+    FailedCall call{};
     int const error = replacement_->prepare(access_, text_, call);
     return fail(call, replacement_->path(), error);
 }
@@ -404,7 +405,8 @@ int Writer::publishReplacement()
     int const error = replacement_->publish();
     if (error == 0)
         textDurability_ = Durability::durable;
-    return fail(error == ESTALE ? "fopen(r+)" : "rename()", file_.path, error);
+    return fail(error == ESTALE ? FailedCall::fopenToUpdate : FailedCall::rename, file_.path,
+                error);
 }
 
 int Writer::rewriteText()
@@ -414,24 +416,24 @@ int Writer::rewriteText()
     phase_ = Phase::rewritingText;
     if (int const error = writeAllAt(fd, pads ? padded_.view() : diff_.rewritten(text_),
                                      static_cast<off_t>(diff_.prefix), &bytesWritten_))
-        return fail("write()", file_.path, error);
+        return fail(FailedCall::write, file_.path, error);
     if (text_.size() < file_.contents.length()) {
         if (int const error = truncateFile(fd, text_.size()))
-            return fail("ftruncate()", file_.path, error);
+            return fail(FailedCall::ftruncate, file_.path, error);
         isTruncated_ = true;
     }
     // The modification time notifies other stores, even if only the companion changed.
     if (diff_.isEmpty())
         if (int const error = retryOnEintr([=] { return futimens(fd, nullptr); }))
-            return fail("futimens()", file_.path, error);
+            return fail(FailedCall::futimens, file_.path, error);
     if (int const error = syncContents(fd)) {
         textDurability_ = Durability::unknown;
-        return fail("fdatasync()", file_.path, error);
+        return fail(FailedCall::fdatasync, file_.path, error);
     }
     textDurability_ = Durability::durable;
     struct stat status;
     if (fstat(fd, &status) != 0)
-        return fail("fstat()", file_.path, errno);
+        return fail(FailedCall::fstat, file_.path, errno);
     file_.status = status;
     // An editor may have replaced the file; the companion belongs to the new file then.
     return requireName();
@@ -464,9 +466,9 @@ int Writer::applyCompanionChange()
             return 0;
         }
         if (!hadCompanion_ || !(isFixedName(error) || (removes && error == EACCES)))
-            return fail(removes ? "unlink()" : "rename()", change_.path, error);
+            return fail(removes ? FailedCall::unlink : FailedCall::rename, change_.path, error);
         if (companion_->openForWriting(companionFile_) != 0)
-            return fail(removes ? "unlink()" : "rename()", change_.path, error);
+            return fail(removes ? FailedCall::unlink : FailedCall::rename, change_.path, error);
         if (!removes && restrictInPlace() != 0)
             return error_;
     }
@@ -479,11 +481,11 @@ int Writer::writeCompanionInPlace(std::string_view contents)
     std::string const& path = change_.path;
     int const fd = companionFile_.descriptor();
     if (int const error = truncateFile(fd, 0))
-        return fail("ftruncate()", path, error);
+        return fail(FailedCall::ftruncate, path, error);
     companionState_ = CompanionState::rewrittenInPlace;
     if (int const error = writeAllAt(fd, contents, 0))
-        return fail("write()", path, error);
-    return fail("fsync()", path, syncFile(fd));
+        return fail(FailedCall::write, path, error);
+    return fail(FailedCall::fsync, path, syncFile(fd));
 }
 
 // The new pair is applied and durable. A power cut must not restore a valid journal: an edit by

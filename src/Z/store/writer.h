@@ -67,7 +67,7 @@ private:
     enum class Durability { unsynced, durable, unknown };
     enum class CompanionState { old, renamed, removed, rewrittenInPlace };
 
-    int fail(char const* call, std::string const& file, int error);
+    int fail(FailedCall call, std::string const& file, int error);
     [[noreturn]] void throwError() const;
 
     void openOldCompanion();
@@ -136,7 +136,7 @@ private:
     size_t bytesWritten_ = 0;  // of the text
     bool isTruncated_ = false;
 
-    char const* call_ = "";
+    FailedCall call_{};
     std::string const* failedFile_ = nullptr;
     int error_ = 0;
     int refusal_ = 0;  // why the directory allows no journal: an errno
