@@ -1,7 +1,8 @@
-// The cache of a configuration store by itself: load, look up, change, add, delete, write, free.
+// The in-memory cache of a configuration store, without locks or a journal: load, look up, change,
+// add and delete, write, list names, free.
 //
-// The yardsticks: reading the bytes and splitting lines, copying the text, and an unordered_map of
-// strings with stanza and key in one name.
+// The baselines: reading the bytes and splitting them into lines; copying the text; and a
+// std::unordered_map of strings whose keys combine stanza and key.
 #include <Z/ZArrayList.h>
 #include <Z/ZPropertiesImpl.h>
 #include <benchmark/benchmark.h>
@@ -25,7 +26,7 @@ constexpr size_t kSizes[] = {100, 10000, 100000, 1000000};
 
 using File = GeneratedFile;
 
-// The names of a file in random order.
+// Returns the stanza and key names of a file in random order, the same in every run.
 std::vector<Name> shuffledNames(File const& file)
 {
     std::vector<Name> names = file.names;
@@ -33,7 +34,7 @@ std::vector<Name> shuffledNames(File const& file)
     return names;
 }
 
-// Calls `call(name)` with one name after the other, again and again.
+// Calls `call(name)` once per iteration; cycles through the names in random order.
 template <class Call>
 void eachName(benchmark::State& state, File const& file, Call call)
 {
@@ -61,7 +62,7 @@ std::unique_ptr<ZSCFData_6_0> load(File const& file)
     return data;
 }
 
-// A file on disk for rows that read a file.
+// A temporary copy of a generated file, for rows that read from disk.
 class OnDisk {
 public:
     explicit OnDisk(File const& file) : stream_(tmpfile())
@@ -83,7 +84,7 @@ private:
     FILE* const stream_;
 };
 
-// Counts the time of one of `keys`: a run times all of them.
+// Reports the time per key. Each iteration processes all `keys` keys.
 void perKey(benchmark::State& state, size_t keys)
 {
     state.counters["per_key"] =
@@ -139,7 +140,7 @@ void lookUpRow(benchmark::State& state, File const& file)
     });
 }
 
-// A map of strings from stanza and key to the value.
+// The baseline of lookups and changes: a hash map from "stanza]key" to the value.
 class Map {
 public:
     explicit Map(File const& file)
@@ -238,7 +239,7 @@ void namesRow(benchmark::State& state, File const& file)
     perKey(state, file.names.size());
 }
 
-// Copies the text, which is less than to write it line by line.
+// The floor of writeRow(): copies the text as a whole.
 void writeFloorRow(benchmark::State& state, File const& file)
 {
     for (auto _ : state) {
@@ -253,7 +254,7 @@ bool registerAll()
     struct Row {
         char const* name;
         void (*run)(benchmark::State&, File const&);
-        benchmark::IterationCount times = 0;  // 0: until the time is up
+        benchmark::IterationCount times = 0;  // 0: the benchmark library chooses
     };
     constexpr Row kRows[] = {
         {"CacheLoad/Z", loadRow},
@@ -266,7 +267,7 @@ bool registerAll()
         {"CacheAddAndDelete/unordered_map", addAndDeleteMapRow},
         {"CacheWrite/Z", writeRow},
         {"CacheWrite/floor.copy", writeFloorRow},
-        {"CacheLetGo/Z", letGoRow, 20},  // the file is loaded for each
+        {"CacheLetGo/Z", letGoRow, 20},  // each iteration reloads the file
         {"CacheNames/Z", namesRow},
     };
     for (Row const& row : kRows) {

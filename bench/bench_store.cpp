@@ -1,16 +1,16 @@
-// Replacing a file so that a crash leaves the old contents or the new.
+// Crash-safe file replacement: after a crash, the file has its old contents or the new contents.
 //
-// Row "StoreText" replaces an existing file by one with a changed value: "Z" is ZJournaledFile, the
-// routine below every store. Row "StoreAnew" changes all values. Row "StoreStanzas" changes a value
-// and stores: "Z" is a stanza store, which renders its text again, while the peers write the same
-// text as in row "StoreText".
+// Rows "StoreText" change a single value of an existing file, rows "StoreAnew" all values; "Z" is
+// ZJournaledFile, which writes every property file. Rows "StoreStanzas" change a single value too;
+// "Z" is a ZStanzaFileProperties_6_0, so its time includes rendering the text. The peers write the
+// same prepared text as in "StoreText".
 //
-// The files are in TMPDIR, or in /tmp: the cost of a wait for the disk depends on the file system.
+// The files are in TMPDIR, or else in /tmp. The time of a sync depends on the file system there.
 //
-// Guarantees after a crash: "Z" keeps the inode, and waits for the disk until it has the new
-// contents and the end of the journal. g_file_set_contents_full (consistent and durable) and
-// "fsync-rename-fsync" wait for the new file and its name. QSaveFile and the floor wait only for
-// the contents, so that a power cut may bring the old file back.
+// Guarantees: "Z" keeps the inode, and syncs the new contents and the invalidated journal before it
+// returns. g_file_set_contents_full() (consistent and durable) and "fsync-rename-fsync" sync the
+// new file and its name. QSaveFile and the floor sync only the contents, so the old file may
+// reappear after a power cut.
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/store/journaled_file.h>
 #include <benchmark/benchmark.h>
@@ -35,7 +35,8 @@ namespace {
 
 constexpr int kSizes[] = {12 << 10, 1 << 20};
 
-// A directory for the file, with the contents to write one after another.
+// A temporary directory with the file, and two versions of its contents; next() alternates between
+// them.
 class Place {
 public:
     Place(int size, bool anew)

@@ -1,8 +1,8 @@
-// ZCondition: waits, under a ZLock_6_0, for another thread's signal; with or without a flag.
+// ZCondition: condition variables bound to a ZLock_6_0, with or without a flag.
 //
 // Subsystem: threads.  Stands on: ZObject, ZException, ZMessage, ZLock.
 //
-// Ownership: a condition borrows the lock it is given, or owns the lock it creates.
+// Ownership: a condition borrows the lock passed to its constructor, or owns the lock it creates.
 // Threads: any number of threads may use a condition at the same time. A wait requires the lock, at
 // any depth: it releases the lock completely and restores the depth. signal() and broadcast() do
 // not require it.
@@ -14,7 +14,7 @@
 #include "ZLock.h"
 #include "ZObject.h"
 
-/// An object that threads can wait for.
+/// The interface of condition variables.
 class ZConditionInterface_6_0 {
 public:
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -53,8 +53,8 @@ public:
 class ZCondition_6_0 : public ZAbstractCondition_6_0 {
 public:
     /// Creates a condition with a lock of its own.
-    /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init(); as creating
-    ///         a ZLock_6_0; ZOutOfMemoryException_6_0.
+    /// throws  ZConditionException_6_0 (message 7) with the rc of pthread_cond_init();
+    ///         ZOutOfMemoryException_6_0; any exception of the ZLock_6_0 constructor.
     ZCondition_6_0();
 
     /// Creates a condition on `lock`.
@@ -71,26 +71,27 @@ public:
     ~ZCondition_6_0() override;
 
     /// Waits without limit.
-    /// throws  as the wait until an absolute time.
+    /// throws  as wait(timespec&, int&).
     void wait() override;
 
     /// Waits at most `seconds` from now; 0 times out immediately.
     /// units   whole seconds of the real-time clock.
-    /// range   an end before the epoch's first second is that second; an end past the largest
-    ///         time_t is the largest time_t.
-    /// throws  as the wait until an absolute time.
+    /// range   the end of the wait is clamped to the range from 1 second after the epoch to the
+    ///         largest time_t.
+    /// throws  as wait(timespec&, int&).
     void wait(long seconds, int& timedOut) override;
 
-    /// Waits until `absTime`. The other waits call this function.
+    /// Waits for a signal, at most until `absTime`. Sets `timedOut` to 1 if the time runs out, else
+    /// to 0. May also return without a signal. The other waits call this function.
     /// units   seconds and nanoseconds since the epoch, real-time clock.
     /// range   {0, 0} waits without limit.
     /// throws  ZLockResourceException_6_0 (message 5, rc 0) if the calling thread does not hold the
     ///         lock; ZConditionException_6_0 (message 9), also reported through the message
-    ///         service, if the wait fails; as waitTimedOut().
-    /// threads the lock is held again at its former depth when the wait ends, even by an exception
-    ///         or a cancellation, unless waitTimedOut() throws.
-    /// kept    waitTimedOut() runs while the lock is still marked free. A failed timed wait also
-    ///         has message 9.
+    ///         service, if the wait fails; any exception of waitTimedOut().
+    /// threads when the wait ends, also by a cancellation, the thread holds the lock again at its
+    ///         former depth. If waitTimedOut() throws, the lock stays marked free.
+    /// kept    while waitTimedOut() runs, the thread holds the mutex, but the lock is marked free.
+    ///         A failed timed wait throws message 9, as an unlimited wait does.
     void wait(timespec& absTime, int& timedOut) override;
 
     /// Wakes one waiter.
@@ -129,19 +130,19 @@ private:
     pthread_cond_t condition_;
 };
 
-/// A condition with a flag; waits until the flag is set.
+/// A condition with a flag. A wait ends when the flag is set.
 ///
 /// A waiter locks, waits and unlocks. A notifier locks, calls setCondition(1), calls signal() or
 /// broadcast(), and unlocks.
 class ZBooleanCondition_6_0 : public ZCondition_6_0 {
 public:
     /// Creates a condition with a lock of its own; the flag is 0.
-    /// throws  as the base's.
+    /// throws  as ZCondition_6_0().
     ZBooleanCondition_6_0();
 
     /// Creates a condition on `lock`; the flag is 0.
     /// owns    `lock` is borrowed until the condition is destroyed.
-    /// throws  as the base's.
+    /// throws  as ZCondition_6_0(ZLock_6_0&).
     explicit ZBooleanCondition_6_0(ZLock_6_0& lock);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -153,17 +154,18 @@ public:
     void wait() override;
 
     /// Waits until the flag is set.
-    /// kept    see the wait until an absolute time.
+    /// throws  as wait(timespec&, int&).
+    /// kept    as wait(timespec&, int&).
     void wait(long seconds, int& timedOut) override;
 
     /// Waits until the flag is set.
     /// throws  as wait(); ZLockResourceException_6_0 (message 5, rc 0) if the wait times out.
     /// kept    a wait that times out throws instead of returning, and leaves the mutex held and the
-    ///         lock marked free. Use the wait without limit.
+    ///         lock marked free. Use wait() instead.
     void wait(timespec& absTime, int& timedOut) override;
 
     /// Sets the flag to 1.
-    /// throws  as setCondition(): always, if a wait calls it.
+    /// throws  as setCondition(). Always throws if a wait calls it: the lock is marked free then.
     void waitTimedOut() override;
 
     /// Sets the flag to 0.

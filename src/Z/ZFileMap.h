@@ -1,4 +1,4 @@
-// ZFileMap: maps a file, or its first bytes, into shared memory, read-only or read-write.
+// ZFileMap: a shared mapping of a file, or of its first bytes, read-only or read-write.
 //
 // Subsystem: process locks.  Stands on: ZException, ZLCString.
 //
@@ -13,8 +13,8 @@
 /// The base of file maps: the file name, the mode and the mapping.
 class ZAbstractFileMap_6_0 {
 public:
-    /// The mode of a mapping. Any other non-zero value maps read-write, but never creates or
-    /// extends the file.
+    /// The mode of a mapping. Any other value maps read-write, but neither creates nor extends the
+    /// file.
     enum zmapmode : int { readOnly = 0, readWrite = 1 };
 
     /// Stores the file name; does not open the file.
@@ -60,7 +60,8 @@ public:
     /// Copies the file name and the mode, but not the mapping.
     ZUnixFileMap_6_0(ZUnixFileMap_6_0 const& other);
 
-    /// Copies nothing. If `other` has a mapping, maps the whole file of this object.
+    /// Copies nothing. If `other` is a different object with a mapping, maps this object's own file
+    /// as mapfile() with `length` 0 does.
     /// kept    a failure is not reported.
     ZUnixFileMap_6_0& operator=(ZUnixFileMap_6_0 const& other);
 
@@ -68,20 +69,20 @@ public:
 
     /// Maps the first `length` bytes of the file and returns their address, or null.
     ///
-    /// Removes an existing mapping first. In readWrite mode, creates a missing or empty file (mode
-    /// 0600) and extends a shorter one to `length`, allocating its disk space.
-    /// range   `length` 0 means the file's size. Without an extension, `length` may exceed the
-    ///         file's size. Touching memory past the file's last page raises SIGBUS, also if
-    ///         another process has truncated the file since. `err` may be null.
+    /// Removes an existing mapping first. In readWrite mode, creates a missing file (mode 0600) and
+    /// extends a shorter file to `length`, allocating its disk space.
+    /// range   `length` 0 means the file's size. In other modes, `length` may exceed the file's
+    ///         size. Accessing memory past the file's last page raises SIGBUS, even if the file was
+    ///         long enough and another process has truncated it since. `err` may be null.
     /// owns    borrowed until unmapfile() or destruction.
     /// codes   `*err` is 0, or: 22 (EINVAL) if `length` is 0 and the file is missing or empty;
     ///         EFBIG if the file would exceed the file-size limit of the process (no SIGXFSZ is
     ///         delivered); else the errno of the failed call. Nothing is mapped or open then,
-    ///         except an old mapping that could not be removed. A file that could not be extended
-    ///         keeps its length if the file system can allocate past the end of a file.
-    /// kept    an empty file is treated as missing. If descriptor 0 is closed in the process,
-    ///         open() returns it; it is treated as no descriptor: the result is null, and the code
-    ///         may be 0.
+    ///         except an old mapping that could not be removed. A failed extension leaves the
+    ///         file's length unchanged if the file system supports FALLOC_FL_KEEP_SIZE.
+    /// kept    an empty file is treated as missing. If the process has closed descriptor 0, open()
+    ///         returns 0, which means no open file here: the result is null, although `*err` may
+    ///         be 0.
     void* mapfile(int* err, unsigned long length) override;
 
     /// Removes the mapping and closes the file.

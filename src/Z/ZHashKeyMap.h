@@ -6,11 +6,12 @@
 // Ownership is fixed at construction: an owning map stores clones of keys and values and deletes
 // them with their entry; a borrowing map stores the caller's pointers and deletes neither.
 // Threads: unsynchronised; callers serialise access to one map.
-// Failures: an operation that throws leaves the map unchanged.
+// Failures: an operation that throws leaves the map unchanged, unless its contract differs. An
+// exception of a key's or value's destructor is thrown after the operation has completed.
 // Callbacks: the functions that a map calls (hash(), equals(), clone(), a destructor, the target of
-// listKeys() and listObjects()) may read the map. The clone() of putEntry() may also change it.
-// Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
-// override of them takes effect.
+// listKeys() and listObjects()) may read the map. The clone() in putEntry() may also change it.
+// Derived classes: an operation calls the virtual operations listed in its line `calls` ("nothing
+// else": none), so an override of them takes effect.
 #pragma once
 
 #include "ZArrayList.h"
@@ -72,28 +73,29 @@ public:
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZKeyEntry_6_0() override;
 
-    /// Returns the key's hash and remembers it for equals().
+    /// Returns the key's hash and caches it for equals().
     uint32_t hash() const override;
     /// Compares the keys.
-    /// range   with an object that is not an entry, compares addresses.
+    /// range   if `other` is not a ZKeyEntry_6_0, compares the addresses of the two objects.
     int compare(ZObject_6_0 const& other) const override;
-    /// Returns an entry with the same flag and the same remembered hash.
+    /// Returns an entry with the same ownership flag and the same cached hash.
     /// owns    owned by the caller, released with delete. An owning entry clones key and value; a
-    ///         borrowing one shares them.
+    ///         borrowing entry shares them.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZObject_6_0* clone() const override;
-    /// Returns whether the remembered hashes are the same and this key equals the other one.
-    /// range   hash() must have been called for both. False if `other` is not an entry.
+    /// Returns whether both cached hashes are the same and this key equals the key of `other`.
+    /// range   hash() must have been called on both entries. False if `other` is not a
+    ///         ZKeyEntry_6_0.
     bool equals(ZObject_6_0 const& other) const override;
 
-    ZObject_6_0* key() const { return key_; }      // null only if constructed with null
+    ZObject_6_0* key() const { return key_; }      // null if passed or cloned as null
     ZObject_6_0* value() const { return value_; }  // may be null
 
 private:
     ZObject_6_0* key_;
     ZObject_6_0* value_;
     int owns_;                   // not 0: key_ and value_ are deleted with the entry
-    mutable uint32_t hashCode_;  // the last result of hash(); 0 before
+    mutable uint32_t hashCode_;  // the last result of hash(); 0 before the first call
 };
 
 /// A hash map from key objects to value objects, with a fixed number of buckets. It finds a key
@@ -104,7 +106,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZHashKeyMap_6_0(unsigned int capacity, int owns);
     /// Makes a map with the buckets, the ownership and the entries of `source`.
-    /// owns    an owning copy holds clones; a borrowing one the same pointers.
+    /// owns    an owning copy stores clones, a borrowing copy the pointers of `source`.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZHashKeyMap_6_0(ZHashKeyMap_6_0 const& source);
     /// Copies buckets, ownership and entries of `source` and releases the old entries as
@@ -129,8 +131,8 @@ public:
     /// cost    O(1) expected.
     ZObject_6_0* getEntry(ZObject_6_0 const* key) const override;
     /// Sets the value of the key: replaces an equal key and its value, or appends to the bucket.
-    /// range   a null `key` is ignored; so is, in an owning map, a key that cannot be cloned.
-    ///         `value` may be null.
+    /// range   a null `key` is ignored. An owning map also ignores a key whose clone() returns
+    ///         null. `value` may be null.
     /// owns    an owning map stores clones; key and value stay the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     /// cost    O(1) expected, plus the clones in an owning map.

@@ -3,15 +3,17 @@
 // Subsystem: collections.  Stands on: ZObject, ZException, ZIterator, ZArrayList, ZArray.
 //
 // Lookups take a probe: any object that equals the stored entry and has the same hash. If a probe
-// equals several entries, the first in the bucket is found, replaced or removed.
+// equals several entries, the operation finds, replaces or removes the first in the map's order.
 // Ownership is fixed at construction: an owning map stores clones and deletes an entry that it
 // removes or replaces; a borrowing map stores the caller's pointers and deletes nothing.
 // Threads: unsynchronised; callers serialise access to one map.
-// Failures: an operation that throws leaves the entries unchanged.
+// Failures: an operation that throws leaves the entries unchanged, unless its contract differs. An
+// exception of an entry's destructor is thrown after the operation has completed.
 // Callbacks: the functions that a map calls (hash(), equals(), clone(), a destructor, the target of
-// list()) may read the map. The clone() of putEntry() may also change it.
-// Derived classes: an operation calls the virtual operations listed in its line `calls`, so an
-// override of them takes effect. A map of exactly a class of this library may skip those calls.
+// list()) may read the map. The clone() that putEntry() calls may also change it.
+// Derived classes: an operation calls the virtual operations listed in its line `calls` ("nothing
+// else": none), so an override of them takes effect. Objects of the classes below, but not of
+// derived classes, may skip those calls.
 #pragma once
 
 #include "ZArrayList.h"
@@ -71,7 +73,7 @@ public:
     /// throws  ZOutOfMemoryException_6_0.
     ZHashMap_6_0(unsigned int capacity, int owns);
     /// Makes a map with the buckets, the ownership and the entries of `source`.
-    /// owns    an owning copy holds clones; a borrowing one the same pointers.
+    /// owns    an owning copy stores clones, a borrowing copy the pointers of `source`.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZHashMap_6_0(ZHashMap_6_0 const& source);
     /// Copies buckets, ownership and entries of `source` and releases the old entries as
@@ -97,13 +99,13 @@ public:
     ZObject_6_0* getEntry(ZObject_6_0 const* probe) const override;
     /// Stores `entry`: replaces the entry that it equals, or appends to its bucket.
     /// calls   nothing else.
-    /// range   null is ignored; so is, in an owning map, an entry that cannot be cloned.
+    /// range   null is ignored. An owning map also ignores an entry whose clone() returns null.
     /// owns    an owning map stores `entry->clone()` and deletes a replaced entry; `entry` stays
     ///         the caller's either way.
     /// throws  ZOutOfMemoryException_6_0; any exception of clone().
     /// cost    O(1) expected, plus one clone in an owning map.
     void putEntry(ZObject_6_0* entry) override;
-    /// Stores every entry of `other`, in its order, and replaces equal entries.
+    /// Stores every entry of `other`, in the order of `other`, and replaces equal entries.
     /// calls   list() of `other`; putEntry().
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone(). Entries stored before the
     ///         exception stay.
@@ -117,7 +119,7 @@ public:
     /// calls   nothing else.
     void removeAll() override;
     /// Appends every entry to `target`, ordered by bucket and by insertion.
-    /// calls   `target.addList()` with the entries of a bucket.
+    /// calls   `target.addList()` once per bucket that is not empty, with its entries.
     /// owns    as `target.addList()` does.
     /// throws  ZOutOfMemoryException_6_0; any exception of `target.addList()`. The added entries
     ///         are removed from `target` then.
@@ -130,7 +132,7 @@ private:
     Rep* rep_;  // never null; the buckets and the ownership flag
 };
 
-/// A map as a list with linear search, ordered by first insertion.
+/// A map stored as an array list in order of first insertion, with linear search.
 class ZArrayMap_6_0 : public ZArrayList_6_0, public ZMap_6_0 {
 public:
     /// Makes an empty map.
@@ -140,9 +142,11 @@ public:
     /// Makes a map with the capacity, the ownership and the entries of `source`.
     /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
     ZArrayMap_6_0(ZArrayMap_6_0 const& source);
-    /// Copies the entries of `source`; capacity and ownership stay, as in lists.
+    /// Replaces the entries by the entries of `source`, but keeps its own capacity and ownership,
+    /// as ZArrayList_6_0 does.
     /// calls   removeAll(), addList().
-    /// throws  ZOutOfMemoryException_6_0; any exception of a clone().
+    /// throws  ZOutOfMemoryException_6_0; any exception of a clone(). A map of a derived class is
+    ///         then empty.
     ZArrayMap_6_0& operator=(ZArrayMap_6_0 const& source);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -199,7 +203,7 @@ public:
 class ZMapIterator_6_0 : public ZAbstractIterator_6_0 {
 public:
     /// Makes an iterator over the current entries of `map`.
-    /// owns    the entries stay the map's: the iterator must not return a deleted one.
+    /// owns    borrows the entries. Do not call getNext() if the next entry has been deleted.
     /// throws  ZOutOfMemoryException_6_0.
     explicit ZMapIterator_6_0(ZMap_6_0 const& map);
     /// Makes an iterator over the same entries, at the same position.
@@ -224,8 +228,8 @@ private:
     ZListIterator_6_0* iterator_;  // owned; over snapshot_
 };
 
-/// Iterates over the live entries of an array map, including later additions after its position.
-/// `map.remove(iterator)` removes the entry that it returned last.
+/// Iterates over the current entries of an array map, including entries added after its position.
+/// `map.remove(iterator)` removes the entry that the iterator returned last.
 class ZArrayMapIterator_6_0 : public ZListIterator_6_0 {
 public:
     /// Makes an iterator before the first entry.

@@ -43,7 +43,7 @@ TEST(ZPropertiesKVList, ItemsKeepTheirOrder)
     EXPECT_EQ(nullptr, list.getItemKey(0));
 }
 
-TEST(ZPropertiesKVList, TypeDeterminesTheClassOfStrings)
+TEST(ZPropertiesKVList, StringTypeSelectsTheStringClass)
 {
     ZPropertiesKVList_6_0 local(zPropLocalStrings);
     ZPropertiesKVList_6_0 utf8(zPropUTF8Strings);
@@ -82,7 +82,7 @@ TEST(ZPropertiesKVList, StringsOfTheOtherTypeAreConverted)
     }
 }
 
-TEST(ZPropertiesKVList, IndexOutsideTheListGivesNull)
+TEST(ZPropertiesKVList, OutOfRangeIndexReturnsNull)
 {
     ZPropertiesKVList_6_0 list(zPropLocalStrings);
     fill(list);
@@ -92,7 +92,7 @@ TEST(ZPropertiesKVList, IndexOutsideTheListGivesNull)
     }
 }
 
-TEST(ZPropertiesKVList, OtherTypesAreRefused)
+TEST(ZPropertiesKVList, InvalidStringTypesThrow)
 {
     for (int const type : {1, 7, -1}) {
         try {
@@ -129,7 +129,7 @@ TEST(ZPropertiesKVList, CopiesAreIndependent)
     EXPECT_EQ(0, assigned.getItemCount());
 }
 
-TEST(ZPropertiesKVList, AssigningAShorterAndALongerListReplacesTheItems)
+TEST(ZPropertiesKVList, AssigningAListOfAnyLengthReplacesAllItems)
 {
     for (int const before : {0, 1, 2, 5}) {
         for (int const after : {0, 1, 2, 5}) {
@@ -146,7 +146,7 @@ TEST(ZPropertiesKVList, AssigningAShorterAndALongerListReplacesTheItems)
     }
 }
 
-TEST(ZPropertiesKVList, EntriesContainCopies)
+TEST(ZPropertiesKVList, EntriesCopyTheirStringsAndCompareByKeyThenValue)
 {
     ZLCString_6_0 key("key");
     ZKVEntry_6_0 const entry(key, ZLCString_6_0("value"), zPropLocalStrings);
@@ -179,7 +179,8 @@ TEST(ZPropertiesKVList, FailedAllocationsLeaveTheListUnchanged)
         ZPropertiesKVList_6_0 other(type);
         for (int i = 0; i < 5; ++i)
             other.addItem(longText, longText);
-        // Adding and assigning may keep memory that they reserved, so blocks are not counted.
+        // A failed addItem() or assignment may leave the list with more capacity, so leaks are
+        // counted only after the list is destroyed.
         for (auto const &change :
              {+[](ZPropertiesKVList_6_0&to, ZPropertiesKVList_6_0 const&from) {
                   to.addItem(*from.getItemKey(0), *from.getItemValue(0));
@@ -203,7 +204,7 @@ TEST(ZPropertiesKVList, FailedAllocationsLeaveTheListUnchanged)
             EXPECT_EQ(blocks, FailingAllocator::blocks());
         }
         failEachAllocation([&] { ZPropertiesKVList_6_0 const made(type); }, same);
-        // A list that has to grow.
+        // The 11th item exceeds the list's initial capacity.
         while (other.getItemCount() < 10)
             other.addItem(longText, longText);
         failEachAllocation([&] { other.addItem(longText, longText); },

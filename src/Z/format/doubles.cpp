@@ -1,6 +1,6 @@
-// Formats floating-point conversions, byte for byte as the C library does. The fast path covers the
-// flags, locales and roundings that 128-bit arithmetic handles exactly; everything else goes to
-// snprintf(). Width is applied here, so a huge width costs nothing.
+// Formats floating-point conversions, byte for byte as the C library does. The fast path computes
+// in 128 bits if that is exact, and uses std::to_chars() for other doubles. The C library formats
+// the rest. Padding is added here, as far as the output has space, so a huge width is cheap.
 
 #include <langinfo.h>
 #include <stdio.h>
@@ -23,11 +23,11 @@ namespace {
 
 constexpr int kDefaultPrecision = 6;
 
-// No long double has more digits; all further ones are zeros.
+// Past this many decimals, every digit of a long double is 0.
 constexpr int kMaxPrecision = 16500;
 
-// Limits of the fast path: decimals and scale for which the arithmetic below is exact in 128 bits,
-// and the precision up to which std::to_chars() is used beyond that.
+// Limits of the fast path: the decimals and the power of ten up to which the arithmetic below is
+// exact in 128 bits, and the largest precision for std::to_chars().
 constexpr int kExactDecimals = 17;
 constexpr int kMaxScale = 19;
 constexpr int kFastPrecision = 40;
@@ -96,8 +96,9 @@ bool split(long double value, Magnitude& magnitude)
     }
 }
 
-// Rounds `quotient` up if its remainder `remainder` is more than a half, or a half and the quotient
-// odd.
+// Rounds half to even: returns `quotient`, plus 1 if `remainder` exceeds `half`, or if it equals
+// `half` and `quotient` is odd. `isMore` rounds an equal remainder up: bits past it are set, or the
+// digit before the quotient is odd.
 uint64_t rounded(Wide quotient, Wide remainder, Wide half, bool isMore)
 {
     bool const isOdd = quotient & 1;
@@ -120,15 +121,15 @@ char* writeDigits(uint64_t number, int count, char* at)
 // point is written if there are decimals or `showsPoint`. Returns the end, or null if the value is
 // 2^64 or more.
 //
-// The fraction bits of the mantissa times 10^decimals are below 2^121, so the quotient and
-// remainder by 2^-exponent are exact in 128 bits; smaller values round to 0.
+// The fraction bits of the mantissa times 10^decimals are less than 2^121, so their division by
+// 2^-exponent is exact in 128 bits. If -exponent is 122 or more, the result rounds to 0.
 char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
 {
     uint64_t const scale = kPowersOf10[decimals];
     uint64_t whole = 0;
     uint64_t fraction = 0;
     if (magnitude.exponent > 0) {
-        // A zero mantissa has the smallest exponent.
+        // The mantissa is not 0 here, as __builtin_clzll() requires: 0 has the smallest exponent.
         if (magnitude.exponent > __builtin_clzll(magnitude.mantissa))
             return nullptr;
         whole = magnitude.mantissa << magnitude.exponent;
@@ -155,8 +156,8 @@ char* writeFixed(Magnitude magnitude, int decimals, bool showsPoint, char* at)
     return writeDigits(fraction, decimals, at);
 }
 
-// Computes `magnitude` * 10^scale, rounded to an integer. Returns false if that is not exact in 128
-// bits.
+// Computes `magnitude` * 10^scale, rounded to an integer. Returns false if an operand exceeds the
+// range for which the rounding is exact in 128 bits.
 bool scaled(Magnitude magnitude, int scale, uint64_t& result)
 {
     int const exponent = magnitude.exponent;
@@ -186,16 +187,16 @@ bool scaled(Magnitude magnitude, int scale, uint64_t& result)
     return true;
 }
 
-// Writes `magnitude` with `count` significant digits, 1 to kExactDecimals + 1, as %e does or, if
-// `isGeneral`, as %g does; `showsPoint` is the # flag. Returns the end, or null if the result is
-// not exact in 128 bits.
+// Writes `magnitude` with `count` significant digits (1 to kExactDecimals + 1) as %g if
+// `isGeneral`, else as %e. `showsPoint` is the # flag. Returns the end, or null if the arithmetic
+// is not exact or the C library must format the value.
 char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool showsPoint, char* at)
 {
     uint64_t number = 0;
     int tens = 0;  // decimal exponent of the first digit
     if (magnitude.mantissa != 0) {
-        // The estimate from the binary exponent may be one too small, never too large. Then the
-        // number has one digit too many, also if only rounding added that digit.
+        // `tens`, estimated from the binary exponent, may be 1 too small, but not too large. If it
+        // is too small, or if rounding carries into a new digit, `number` has an extra digit.
         int const binary = magnitude.exponent + 63 - __builtin_clzll(magnitude.mantissa);
         tens = (binary * 1233) >> 12;
         if (!scaled(magnitude, count - 1 - tens, number))
@@ -205,7 +206,8 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
             if (!scaled(magnitude, count - 1 - tens, number))
                 return nullptr;
         }
-        // If a number is rounded up to a power of ten, %#g of the platform may lose its zeros.
+        // The C library's %#g may drop the trailing zeros of a value that it rounds up to a power
+        // of ten. Leave powers of ten to it, so that the result is the same.
         if (isGeneral && showsPoint && number == kPowersOf10[count - 1])
             return nullptr;
     }
@@ -242,8 +244,8 @@ char* writeSignificant(Magnitude magnitude, int count, bool isGeneral, bool show
     return at;
 }
 
-// Writes an absolute value as the platform would, at `at`. Returns the end, or null if the platform
-// must write it.
+// Writes the absolute value of `value` at `at`. Returns the end, or null if the C library must
+// format the value.
 template <class Real>
 char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int precision, char* at,
                      char* end)
@@ -274,8 +276,8 @@ char* writeMagnitude(ZPrintfConversion_6_0 const& conversion, Real value, int pr
     }
 }
 
-// Writes a value if flags and locale allow the fast path. Returns the length, 0 if the platform
-// must write it.
+// Formats a value on the fast path, without its padding. Returns the length, or 0 if the C library
+// must format the value.
 template <class Real>
 size_t writeFast(ZPrintfConversion_6_0 const& conversion, Real value, int precision,
                  char (&text)[kFastSize])
@@ -319,8 +321,8 @@ bool isNonAscii(char c)
     return static_cast<unsigned char>(c) > 0x7F;
 }
 
-// Writes a value through the platform into `text` of `size` bytes. Returns the length that it
-// needs, or a negative number if the platform fails. A `width` of 0 means no width.
+// Formats a value with the C library into `text` of `size` bytes. Returns the full length, even if
+// it exceeds `size`, or a negative number if the C library fails. A `width` of 0 means no width.
 int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
                     int width, int precision, char* text, size_t size)
 {
@@ -335,7 +337,7 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
     char* at = format;
     constexpr uint32_t kShapes = zprintfAlternate | zprintfBlank | zprintfPlus | zprintfGrouped;
     if (width == 0 && !(conversion.flags & kShapes)) {
-        // snprintf() would get here too, with more overhead.
+        // strfromd() and strfroml() write the same as snprintf(), with less overhead.
         *at++ = '%';
         *at++ = '.';
         at = std::to_chars(at, std::end(format), precision).ptr;
@@ -364,18 +366,18 @@ int writeByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0
                   : snprintf(text, size, format, width, precision, argument.value.real);
 }
 
-// A formatted value before its padding.
+// A formatted value, without its padding.
 struct Formatted {
     char scratch[kFastSize];
     std::unique_ptr<char, Free> block;
     char const* text = scratch;
     size_t length = 0;
     int64_t trailingZeros = 0;  // zeros to append to the digits
-    int64_t uncounted = 0;      // bytes that the width does not include
+    int64_t uncounted = 0;      // bytes that are ignored for the width
 };
 
-// Formats a value by the platform, with at most kMaxPrecision digits of its precision. Returns
-// false if the platform fails or memory is short.
+// Formats a value with the C library, with at most kMaxPrecision as its precision. Returns false if
+// the C library fails or memory is exhausted.
 bool formatByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6_0 const& argument,
                       int width, int precision, Formatted& formatted)
 {
@@ -394,8 +396,8 @@ bool formatByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6
         formatted.text = block;
     }
     formatted.length = length;
-    // A decimal point or separator of several bytes may be one column: measure how much the
-    // platform still pads if the width equals the length in bytes.
+    // The C library may count a multibyte decimal point or separator as a single column. Measure
+    // how far it pads the value to a width equal to the length in bytes.
     if (width != 0 && std::any_of(formatted.text, formatted.text + length, isNonAscii)) {
         int const padded = writeByPlatform(conversion, argument, needed, shown, nullptr, 0);
         if (padded < 0)
@@ -410,8 +412,8 @@ bool formatByPlatform(ZPrintfConversion_6_0 const& conversion, ZPrintfArgument_6
     return true;
 }
 
-// Writes a formatted value and its padding, in the order sign, zeros of the width, digits, zeros of
-// the precision, exponent. Returns the length that it needs.
+// Writes a formatted value and its padding. The order is: spaces, sign, zeros of the width, digits,
+// zeros of the precision, exponent, spaces. Returns the full length, even if the output is shorter.
 int64_t writePadded(ZPrintfConversion_6_0 const& conversion, RenderParams const& params,
                     bool isFinite, Formatted const& formatted, Output output)
 {
@@ -463,7 +465,7 @@ int64_t render_double(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
         isLong ? writeFast(conversion, argument.value.longReal, precision, formatted.scratch)
                : writeFast(conversion, argument.value.real, precision, formatted.scratch);
     if (formatted.length == 0) {
-        // Without a width and zeros to add, the platform writes directly into the output.
+        // If neither padding nor zeros are needed, the C library writes directly into the output.
         if (params.width == 0 && precision <= kMaxPrecision && capacity > 0)
             return writeByPlatform(conversion, argument, 0, precision, out, capacity + 1);
         if (!formatByPlatform(conversion, argument, params.width, precision, formatted))
