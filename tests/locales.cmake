@@ -1,4 +1,4 @@
-# Makes the locales that the text tests run in, once, inside the build folder: the tests with LOCALES
+# Makes the locales that the text tests run in, once, inside the build directory: the tests with LOCALES
 # run in each of Z_TEST_LOCALES, and find the others by name. A row is what localedef compiles, the
 # codeset, and a name unless it is LANGUAGE.CODESET.
 
