@@ -65,8 +65,8 @@ def main():
     name, subsystem, purpose = sys.argv[1], sys.argv[2].lower(), sys.argv[3].rstrip(".")
     if not re.fullmatch(r"Z[A-Za-z][A-Za-z0-9]*", name):
         fail(f'"{name}" is not a module name; write it like ZObjectRing, without a suffix')
-    files = {ROOT / f"src/Z/{name}.h": "module.h", ROOT / f"src/Z/{name}.cpp": "module.cpp",
-             ROOT / f"tests/unit/{name}Test.cpp": "moduleTest.cpp"}
+    files = {ROOT / f"src/Z/{name}.h": "module.h.in", ROOT / f"src/Z/{name}.cpp": "module.cpp.in",
+             ROOT / f"tests/unit/{name}Test.cpp": "moduleTest.cpp.in"}
     for path in files:
         if path.exists():
             fail(f"{path.relative_to(ROOT)} exists already")
