@@ -368,8 +368,10 @@ TEST_F(ZProcessReadWriteFileLockHostile, WaiterFollowsARemovedAndRecreatedFile)
     waitUntil([&] {
         struct stat open;
         struct stat named;
-        return fstat(lock.getFileHandle(), &open) == 0 &&
-               stat(lock.getLockFileName(), &named) == 0 && open.st_ino == named.st_ino;
+        // By path: the waiting thread may close the descriptor while it is examined.
+        std::string const fd = "/proc/self/fd/" + std::to_string(lock.getFileHandle());
+        return stat(fd.c_str(), &open) == 0 && stat(lock.getLockFileName(), &named) == 0 &&
+               open.st_ino == named.st_ino;
     });
     watched.waitUntilAsleep();
     EXPECT_EQ(kUnset, lock.getLockState());
