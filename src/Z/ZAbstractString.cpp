@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <typeinfo>
 
@@ -86,7 +87,7 @@ void ZAbstractString_6_0::initHandles()
     if (utf8_handle_ != nullptr)
         return;
     lcs_handle_ = lcs;
-    __atomic_store_n(&utf8_handle_, utf8, __ATOMIC_RELEASE);
+    std::atomic_ref(utf8_handle_).store(utf8, std::memory_order_release);
 }
 
 bool ZAbstractString_6_0::isSingleByteLocal() const
@@ -270,7 +271,7 @@ bool ZAbstractString_6_0::endsWithCaseIgnored(ZAbstractString_6_0 const& other) 
 ZAbstractConstString_6_0::ZAbstractConstString_6_0(ZAbstractConstString_6_0 const& other)
     : ZAbstractString_6_0(other),
       text_(other.text_),
-      length_(__atomic_load_n(&other.length_, __ATOMIC_RELAXED))
+      length_(std::atomic_ref(other.length_).load(std::memory_order_relaxed))
 {
 }
 
@@ -282,7 +283,7 @@ ZAbstractConstString_6_0& ZAbstractConstString_6_0::operator=(ZAbstractConstStri
 ZAbstractConstString_6_0& ZAbstractConstString_6_0::operator=(char const* text)
 {
     text_ = orEmpty(text);
-    __atomic_store_n(&length_, 0, __ATOMIC_RELAXED);
+    std::atomic_ref(length_).store(0, std::memory_order_relaxed);
     return *this;
 }
 
@@ -300,10 +301,10 @@ ZAbstractConstString_6_0& ZAbstractConstString_6_0::setChars(ZAbstractString_6_0
 
 unsigned int ZAbstractConstString_6_0::getLength() const
 {
-    uint32_t const known = __atomic_load_n(&length_, __ATOMIC_RELAXED);
+    uint32_t const known = std::atomic_ref(length_).load(std::memory_order_relaxed);
     if (known != 0)
         return known;
     unsigned int const length = lengthOf(strlen(text_));
-    __atomic_store_n(&length_, uint32_t{length}, __ATOMIC_RELAXED);
+    std::atomic_ref(length_).store(length, std::memory_order_relaxed);
     return length;
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <new>
 
 #include "ZException.h"
@@ -575,18 +576,18 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
     // KEPT: the errno of a failed open is lost. The caller gets EBADF from the next
     // lockFileRange(); programs that check for EBADF would notice a change.
     // Test: ZProcessReadWriteFileLock.KeepsTheErrnoOfAFailedOpenHidden
-    __atomic_store_n(&fd_, error == 0 ? shared_->descriptor() : -1, __ATOMIC_RELAXED);
+    std::atomic_ref(fd_).store(error == 0 ? shared_->descriptor() : -1, std::memory_order_relaxed);
 }
 
 void ZUnixProcessReadWriteFileLock_6_0::closeLockFile()
 {
     shared_->close();
-    __atomic_store_n(&fd_, -1, __ATOMIC_RELAXED);
+    std::atomic_ref(fd_).store(-1, std::memory_order_relaxed);
 }
 
 int ZUnixProcessReadWriteFileLock_6_0::getFileHandle() const
 {
-    return __atomic_load_n(&fd_, __ATOMIC_RELAXED);
+    return std::atomic_ref(const_cast<int&>(fd_)).load(std::memory_order_relaxed);
 }
 
 // ---- Without a file ----------------------------------------------------------------------------

@@ -4,6 +4,8 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "ZException.h"
 #include "ZReadWriteLock_p.h"
 #include "files/shared_file.h"
@@ -51,13 +53,13 @@ ZLCString_6_0 randomName()
 template <class Word>
 Word load(Word const& word)
 {
-    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+    return std::atomic_ref(const_cast<Word&>(word)).load(std::memory_order_relaxed);
 }
 
 template <class Word>
 void store(Word& word, Word value)
 {
-    __atomic_store_n(&word, value, __ATOMIC_RELAXED);
+    std::atomic_ref(word).store(value, std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -247,7 +249,7 @@ void ZAbstractProcessReadWriteLock_6_0::setLockState(zlockstate state)
     // Set the mark first: no thread may see the new state with an older mark.
     if (state != unset)
         store(forkMark_, zfiles::forkGeneration());
-    __atomic_store_n(&state_, static_cast<int>(state), __ATOMIC_RELEASE);
+    std::atomic_ref(state_).store(state, std::memory_order_release);
 }
 
 void ZAbstractProcessReadWriteLock_6_0::setSequence(unsigned long sequence)
@@ -282,7 +284,8 @@ void ZAbstractProcessReadWriteLock_6_0::failIfStranger()
 
 ZReadWriteLockInterface_6_0::zlockstate ZAbstractProcessReadWriteLock_6_0::rawState() const
 {
-    return static_cast<zlockstate>(__atomic_load_n(&state_, __ATOMIC_ACQUIRE));
+    return static_cast<zlockstate>(
+        std::atomic_ref(const_cast<int&>(state_)).load(std::memory_order_acquire));
 }
 
 bool ZAbstractProcessReadWriteLock_6_0::inherited() const

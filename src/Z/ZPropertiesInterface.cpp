@@ -1,5 +1,7 @@
 #include "ZPropertiesInterface.h"
 
+#include <atomic>
+
 #include "ZArrayList.h"
 #include "reporting/failures.h"
 
@@ -64,21 +66,22 @@ ZLock_6_0* ZPropRegistry_6_0::res_ = nullptr;
 // locks. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZPropRegistry_6_0::init()
 {
-    if (__atomic_load_n(&res_, __ATOMIC_ACQUIRE) != nullptr)
+    if (std::atomic_ref(res_).load(std::memory_order_acquire) != nullptr)
         return;
     auto* const made = new ZLock_6_0;
     ZLock_6_0* none = nullptr;
-    if (!__atomic_compare_exchange_n(&res_, &none, made, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE))
+    if (!std::atomic_ref(res_).compare_exchange_strong(none, made, std::memory_order_acq_rel,
+                                                       std::memory_order_acquire))
         delete made;
 }
 
 ZPropRegistry_6_0::ZPropRegistry_6_0()
 {
     init();
-    __atomic_load_n(&res_, __ATOMIC_ACQUIRE)->lock();
+    std::atomic_ref(res_).load(std::memory_order_acquire)->lock();
 }
 
 ZPropRegistry_6_0::~ZPropRegistry_6_0() noexcept(false)
 {
-    unlockAtEnd(*__atomic_load_n(&res_, __ATOMIC_ACQUIRE));
+    unlockAtEnd(*std::atomic_ref(res_).load(std::memory_order_acquire));
 }

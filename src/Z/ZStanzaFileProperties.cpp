@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include <atomic>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -359,19 +360,19 @@ ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6
 // factories. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZStanzaFileProperties_6_0::init()
 {
-    if (__atomic_load_n(&factory_, __ATOMIC_ACQUIRE) != nullptr)
+    if (std::atomic_ref(factory_).load(std::memory_order_acquire) != nullptr)
         return;
     auto* const made = new ZStanzaFilePropertiesFactory;
     ZStanzaFilePropertiesFactory* none = nullptr;
-    if (!__atomic_compare_exchange_n(&factory_, &none, made, false, __ATOMIC_ACQ_REL,
-                                     __ATOMIC_ACQUIRE))
+    if (!std::atomic_ref(factory_).compare_exchange_strong(none, made, std::memory_order_acq_rel,
+                                                           std::memory_order_acquire))
         delete made;
 }
 
 ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::getFactory()
 {
     init();
-    return __atomic_load_n(&factory_, __ATOMIC_ACQUIRE);
+    return std::atomic_ref(factory_).load(std::memory_order_acquire);
 }
 
 // ---- Iterators ---------------------------------------------------------------------------------
