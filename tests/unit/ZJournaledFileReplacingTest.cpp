@@ -203,3 +203,40 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheNewFileWouldHaveOtherRights)
         EXPECT_EQ(kPlain, load());
     }
 }
+
+TEST_F(ZJournaledFileReplacing, CompanionStaysIfAnEditorReplacesTheFileDuringTheDirectorySync)
+{
+    Pair const edited = {"edited edited edited\n", compressed("e")};
+    put(kShort);
+    CallPlan replacing;
+    bool isExchanged = false;
+    bool isEdited = false;
+    replacing.before = [&](SystemCall const& call) {
+        isExchanged = isExchanged || (call.name == "rename" && call.newPath == path_);
+        if (isExchanged && !isEdited && call.name == "fsync") {
+            isEdited = true;
+            pid_t const child = fork();
+            if (child == 0) {
+                directory_.write("edited", edited.text);
+                directory_.write("edited.obf", edited.companion);
+                rename(directory_.at("edited").c_str(), path_.c_str());
+                rename(directory_.at("edited.obf").c_str(), companion_.c_str());
+                _exit(0);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+        }
+        // The store does not even change the companion for a moment.
+        if (isEdited) {
+            EXPECT_EQ(edited.companion, directory_.read("conf.obf")) << call.name;
+        }
+        return 0;
+    };
+    expectFailure(path_, "fopen(r+)", ESTALE, replacing, [&] {
+        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        file.replace(kLong.text, change(kLong));
+    });
+    EXPECT_TRUE(isEdited);
+    EXPECT_EQ(edited, load());
+    EXPECT_EQ("conf conf.obf", directory_.names());
+}

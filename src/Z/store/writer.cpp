@@ -405,8 +405,11 @@ int Writer::publishReplacement()
     int const error = replacement_->publish();
     if (error == 0)
         textDurability_ = Durability::durable;
-    return fail(error == ESTALE ? FailedCall::fopenToUpdate : FailedCall::rename, file_.path,
-                error);
+    if (fail(error == ESTALE ? FailedCall::fopenToUpdate : FailedCall::rename, file_.path, error) !=
+        0)
+        return error_;
+    // publish() has synced the directory since it checked the name.
+    return requireName();
 }
 
 int Writer::rewriteText()
