@@ -3,8 +3,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <atomic>
-
 #if defined(__x86_64__)
 #include <cpuid.h>
 #include <immintrin.h>
@@ -71,14 +69,8 @@ bool detectAvx2()
 
 bool hasAvx2()
 {
-    enum Answer { unknown, no, yes };
-    static std::atomic<Answer> known{unknown};
-    Answer answer = known.load(std::memory_order_relaxed);
-    if (answer == unknown) {
-        answer = detectAvx2() ? yes : no;
-        known.store(answer, std::memory_order_relaxed);
-    }
-    return answer == yes;
+    static bool const has = detectAvx2();
+    return has;
 }
 
 __attribute__((target("avx2"))) uint32_t sumOfLanes(__m256i lanes)

@@ -131,8 +131,6 @@ char const* statedInsertTypes(ZZException_6_0 const* exception)
     return report != nullptr ? report->types() : nullptr;
 }
 
-pthread_once_t initOnce = PTHREAD_ONCE_INIT;
-
 // Storage of the built-in service, which is never destroyed; its construction cannot fail.
 alignas(
     ZDefaultMessageService_6_0) unsigned char serviceStorage[sizeof(ZDefaultMessageService_6_0)];
@@ -178,7 +176,7 @@ void ZMessageService_6_0::init()
 
 void ZMessageService_6_0::ensureInit()
 {
-    pthread_once(&initOnce, &ZMessageService_6_0::init);
+    [[maybe_unused]] static bool const initialised = (init(), true);
 }
 
 ZDefaultMessageService_6_0::~ZDefaultMessageService_6_0() = default;

@@ -1,7 +1,5 @@
 #include "ZPropertiesInterface.h"
 
-#include <atomic>
-
 #include "ZArrayList.h"
 #include "reporting/failures.h"
 
@@ -62,26 +60,18 @@ ZAbstractPropertiesFactory_6_0::~ZAbstractPropertiesFactory_6_0()
 
 ZLock_6_0* ZPropRegistry_6_0::res_ = nullptr;
 
-// If several threads find no lock, one of them publishes its lock and the others delete their
-// locks. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZPropRegistry_6_0::init()
 {
-    if (std::atomic_ref(res_).load(std::memory_order_acquire) != nullptr)
-        return;
-    auto* const made = new ZLock_6_0;
-    ZLock_6_0* none = nullptr;
-    if (!std::atomic_ref(res_).compare_exchange_strong(none, made, std::memory_order_acq_rel,
-                                                       std::memory_order_acquire))
-        delete made;
+    [[maybe_unused]] static ZLock_6_0* const lock = res_ = new ZLock_6_0;
 }
 
 ZPropRegistry_6_0::ZPropRegistry_6_0()
 {
     init();
-    std::atomic_ref(res_).load(std::memory_order_acquire)->lock();
+    res_->lock();
 }
 
 ZPropRegistry_6_0::~ZPropRegistry_6_0() noexcept(false)
 {
-    unlockAtEnd(*std::atomic_ref(res_).load(std::memory_order_acquire));
+    unlockAtEnd(*res_);
 }

@@ -1,15 +1,11 @@
 #include "ZSortCompare.h"
 
-#include <pthread.h>
-
 #include <atomic>
 
 namespace {
 
 // Initialised by the compiler, so that installing it can neither fail nor leak.
 constinit ZDefaultSortCompare_6_0 const shared;
-
-pthread_once_t once = PTHREAD_ONCE_INIT;
 
 }  // namespace
 
@@ -19,7 +15,7 @@ ZSortCompare_6_0 const& ZSortCompare_6_0::defaultSortCompare()
 {
     std::atomic_ref<ZDefaultSortCompare_6_0 const*> const current(dsc_);
     if (current.load(std::memory_order_acquire) == nullptr)
-        pthread_once(&once, init);
+        init();  // two threads may store the same address
     return *current.load(std::memory_order_acquire);
 }
 

@@ -29,7 +29,7 @@ public:
     /// threads any thread, at any time.
     static ZSortCompare_6_0 const& defaultSortCompare();
 
-    /// Installs the default comparator. `defaultSortCompare()` calls it once per process.
+    /// Installs the default comparator. `defaultSortCompare()` calls it if none is installed.
     static void init();
 
 protected:

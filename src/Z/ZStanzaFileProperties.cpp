@@ -2,7 +2,6 @@
 
 #include <string.h>
 
-#include <atomic>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -356,23 +355,16 @@ ZProperties_6_0* ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory::makePr
 ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::factory_ =
     nullptr;
 
-// If several threads find no factory, one of them publishes its factory and the others delete their
-// factories. pthread_once() would not do: it could not be repeated after a failed allocation.
 void ZStanzaFileProperties_6_0::init()
 {
-    if (std::atomic_ref(factory_).load(std::memory_order_acquire) != nullptr)
-        return;
-    auto* const made = new ZStanzaFilePropertiesFactory;
-    ZStanzaFilePropertiesFactory* none = nullptr;
-    if (!std::atomic_ref(factory_).compare_exchange_strong(none, made, std::memory_order_acq_rel,
-                                                           std::memory_order_acquire))
-        delete made;
+    [[maybe_unused]] static ZStanzaFilePropertiesFactory* const factory = factory_ =
+        new ZStanzaFilePropertiesFactory;
 }
 
 ZStanzaFileProperties_6_0::ZStanzaFilePropertiesFactory* ZStanzaFileProperties_6_0::getFactory()
 {
     init();
-    return std::atomic_ref(factory_).load(std::memory_order_acquire);
+    return factory_;
 }
 
 // ---- Iterators ---------------------------------------------------------------------------------

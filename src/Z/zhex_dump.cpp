@@ -1,6 +1,5 @@
 #include "zhex_dump.h"
 
-#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -25,14 +24,12 @@ constexpr size_t kMaxBufferSize = 1 << 20;
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-// The lock that keeps dumps apart: created by the first dump, never destroyed.
-pthread_once_t utl_once = PTHREAD_ONCE_INIT;
-alignas(ZLock_6_0) unsigned char lockStorage[sizeof(ZLock_6_0)];
-ZLock_6_0* res_;
-
-void makeLock()
+// Returns the lock that keeps dumps apart: created by the first dump, never destroyed.
+ZLock_6_0& dumpLock()
 {
-    res_ = new (lockStorage) ZLock_6_0;
+    alignas(ZLock_6_0) static unsigned char storage[sizeof(ZLock_6_0)];
+    static ZLock_6_0& lock = *new (storage) ZLock_6_0;
+    return lock;
 }
 
 // The buffer of a dump: large enough for all of it, so that it is written in one call, unless it is
@@ -142,8 +139,7 @@ char* putLine(char* to, unsigned offset, unsigned char const* data, int count)
 
 void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char const* title)
 {
-    pthread_once(&utl_once, &makeLock);
-    ZResourceLock_6_0 const guard(*res_);
+    ZResourceLock_6_0 const guard(dumpLock());
     ZCancelGuard const uncancelled;
     size_t const lines = length > 0 ? (static_cast<size_t>(length) + 15) / kBytesPerLine : 0;
     size_t const titleLength = title != nullptr ? strlen(title) : 0;

@@ -1,7 +1,6 @@
 #include "zqvrutil.h"
 
 #include <errno.h>
-#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -30,8 +29,6 @@ enum RaiseSite { raiseWithoutDirectory = 125, raiseWithoutCodeset = 129 };
 
 // State of the process. Only the initialisation writes it. It stores each handle after the data
 // that the handle's users read, so a thread that sees a handle sees that data too.
-pthread_once_t once = PTHREAD_ONCE_INIT;
-bool hasDirectory;          // QVRDIR was set
 char localeName[512];       // canonical; published by localeKnown
 char localCodesetName[32];  // published by codesetKnown
 std::atomic<bool> localeKnown;
@@ -79,9 +76,9 @@ void setTableDirectory(char const* directory)
     errno = before;
 }
 
-// Runs under pthread_once: it creates no string and throws nothing, because a recursive call would
-// wait for itself.
-void zonce_init()
+// Initialises the state of the process, and returns whether QVRDIR is set. Runs once: it creates no
+// string and throws nothing, because a recursive call would wait for itself.
+bool startServices()
 {
     // A cancelled thread would leave the state half-initialised for the others.
     ZCancelGuard const uncancelled;
@@ -91,29 +88,29 @@ void zonce_init()
     // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
     // unset.
     char const* const directory = secure_getenv("QVRDIR");
-    hasDirectory = directory != nullptr;
-    if (!hasDirectory)
-        return;
+    if (directory == nullptr)
+        return false;
     // The services read no environment variables. If they refuse the directory, their own tables
     // stay.
     setTableDirectory(directory);
 
     char systemName[512];
     if (qvr_os_lang_name(systemName, sizeof systemName) != 0)
-        return;
+        return true;
     systemName[sizeof systemName - 1] = '\0';
     if (qvr_canonical_loc(systemName, localeName, sizeof localeName) != 0)
-        return;
+        return true;
     localeName[sizeof localeName - 1] = '\0';
     localeHandle.store(qvr_loc_new(localeName), std::memory_order_release);
     localeKnown.store(true, std::memory_order_release);
 
     if (qvr_os_cs_name(localCodesetName, sizeof localCodesetName) != 0)
-        return;
+        return true;
     localCodesetName[sizeof localCodesetName - 1] = '\0';
     codesetKnown.store(true, std::memory_order_release);
     localHandle.store(qvr_cs_new(localCodesetName), std::memory_order_release);
     utf8Handle.store(qvr_cs_new(kUTF8), std::memory_order_release);
+    return true;
 }
 
 char const* localCodesetNameIfKnown()
@@ -128,7 +125,7 @@ char const* localeNameIfKnown()
 
 void commonInit()
 {
-    pthread_once(&once, zonce_init);
+    static bool const hasDirectory = startServices();
     if (!hasDirectory)
         ZNoQVREnvironmentException_6_0().throwException(kSource, raiseWithoutDirectory);
     bool const hasLocal = localHandle.load(std::memory_order_relaxed) != nullptr;

@@ -43,26 +43,19 @@ struct ConverterCache {
     unsigned oldest = 0;
 };
 
-constinit pthread_once_t once_ = PTHREAD_ONCE_INIT;
 constinit pthread_key_t key_ = 0;  // of a thread's ConverterCache
-constinit bool haveKey_ = false;   // false: the process has no keys left; threads keep nothing
 
 extern "C" void destroyCache(void* cache)
 {
     delete static_cast<ConverterCache*>(cache);
 }
 
-extern "C" void makeKey()
-{
-    haveKey_ = pthread_key_create(&key_, destroyCache) == 0;
-}
-
 // Returns the calling thread's converters, or null if it cannot keep any.
 ConverterCache* threadCache()
 {
-    pthread_once(&once_, makeKey);
-    if (!haveKey_)
-        return nullptr;
+    static bool const hasKey = pthread_key_create(&key_, destroyCache) == 0;
+    if (!hasKey)
+        return nullptr;  // the process has no keys left
     auto* cache = static_cast<ConverterCache*>(pthread_getspecific(key_));
     if (cache == nullptr) {
         cache = new (std::nothrow) ConverterCache;

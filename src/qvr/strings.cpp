@@ -103,7 +103,8 @@ private:
     static constexpr size_t kInlineSlots = 64;
     static_assert(qvrMbLenMax <= sizeof(uint64_t));
 
-    // A random odd number; without entropy, one from the load address of the library.
+    // A random odd number; without entropy, one from the load address of the library. The library
+    // above has the same function in text/character_set.h, which these services may not include.
     static uint64_t factor()
     {
         static uint64_t const drawn = [] {

@@ -4,8 +4,6 @@
 #include <sys/random.h>
 #include <time.h>
 
-#include <atomic>
-
 namespace zcache {
 
 namespace {
@@ -16,30 +14,18 @@ struct HashKey {
     uint64_t second;
 };
 
-HashKey hashKey()
+HashKey drawKey()
 {
-    static std::atomic<uint64_t> first;
-    static std::atomic<uint64_t> second;
-    uint64_t known = first.load(std::memory_order_acquire);
-    if (known == 0) {
-        uint64_t drawn[2];
-        if (getrandom(drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
-            // No random bytes: fall back to an address and the time.
-            timespec now = {};
-            clock_gettime(CLOCK_MONOTONIC, &now);
-            drawn[0] = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
-            drawn[1] = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
+    HashKey drawn;
+    if (getrandom(&drawn, sizeof drawn, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof drawn)) {
+        // No random bytes: fall back to an address and the time.
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        drawn.first = reinterpret_cast<uintptr_t>(&drawn) * 0x9E3779B97F4A7C15u;
+        drawn.second = static_cast<uint64_t>(now.tv_nsec) * 0xD6E8FEB86659FD93u ^
                        static_cast<uint64_t>(now.tv_sec);
-        }
-        // Publish `second` before `first`: a thread that sees `first` sees both. The first thread
-        // to publish wins.
-        uint64_t none = 0;
-        second.compare_exchange_strong(none, drawn[1] | 1);
-        none = 0;
-        first.compare_exchange_strong(none, drawn[0] | 1);
-        known = first.load();
     }
-    return {known, second.load(std::memory_order_relaxed)};
+    return {drawn.first | 1, drawn.second | 1};
 }
 
 __extension__ using Wide = unsigned __int128;
@@ -68,7 +54,7 @@ uint64_t read4(char const* at)
 
 uint32_t hashOf(std::string_view text, uint32_t salt)
 {
-    HashKey const key = hashKey();
+    static HashKey const key = drawKey();
     char const* at = text.data();
     size_t left = text.size();
     uint64_t state = mix(key.first ^ salt, key.second);
