@@ -76,7 +76,7 @@ bool isEmpty(char const* text)
 {
     char const* const file = failure.file.c_str();
     if (failure.call == FailedCall::fopenToUpdate)
-        ZPropertiesIOException_6_0(file, "fopen(wt)", failure.error)
+        ZPropertiesIOException_6_0(file, callName(FailedCall::fopenToWriteText), failure.error)
             .throwException(kSource, raiseForWriteOpen);
     ZPropertiesIOException_6_0(file, failure.callName(), failure.error)
         .throwException(kSource,

@@ -9,11 +9,13 @@
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "cache/file_text.h"
+#include "files/io_error.h"
 #include "stanza/companion_records.h"
 #include "stanza/raise_sites.h"
 
 using zcache::Arena;
 using zcache::Reader;
+using zfiles::FailedCall;
 using zstanza::TextBuffer;
 
 namespace {
@@ -36,7 +38,7 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
         if (ferror(file) && errno == EINTR)
             clearerr(file);
         else if (ferror(file))
-            ZPropertiesIOException_6_0(path, "fgets()", errno)
+            ZPropertiesIOException_6_0(path, callName(FailedCall::fgets), errno)
                 .throwException(zstanza::kSource, zstanza::raiseInRead);
         else if (feof(file))
             return length;
@@ -125,7 +127,7 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
     bool const isTaken =
         text.length() == 0 || fwrite(text.chars(), 1, text.length(), file) == text.length();
     if (!isTaken || fflush(file) != 0)
-        ZPropertiesIOException_6_0(path, "fwrite()", errno)
+        ZPropertiesIOException_6_0(path, callName(FailedCall::fwrite), errno)
             .throwException(zstanza::kSource, zstanza::raiseInWrite);
 }
 

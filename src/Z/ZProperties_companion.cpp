@@ -107,7 +107,7 @@ std::string companionNamedIn(std::string_view text)
 
 bool ZProperties_6_0::Rep::belongsToAnotherFile(std::string const& companion, char const* path)
 {
-    static constexpr std::string_view kEnd = ".obf";
+    static constexpr std::string_view kEnd = zstore::kCompanionSuffix;
     if (companion.size() <= kEnd.size() || !companion.ends_with(kEnd))
         return false;
     struct stat owner;

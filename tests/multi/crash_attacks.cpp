@@ -1,6 +1,7 @@
 // Loads and stores by root in a directory of another user, who at every call replaces a file, or
 // the directory, by something else: root's files elsewhere neither change nor become readable.
 #include <Z/ZProcessReadWriteFileLock.h>
+#include <Z/files/lock_file.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@ namespace fs = std::filesystem;
 
 User const kAttacker = {"the directory's owner", 60001, 60001, {}};
 constexpr char kLockName[] = "lock";
+std::string const kLockFile = std::string(zfiles::LockFile::kPrefix) + kLockName;
 constexpr unsigned kPatience = 5;
 
 Generation const kBefore(4, 3000, true);
@@ -37,7 +39,6 @@ constexpr char kSecret[] = "only root may know this";  // in each file of root's
 constexpr char kConf[] = "conf";
 constexpr char kCompanion[] = "conf.obf";
 constexpr char kJournal[] = ".conf.zjn";
-constexpr char kLockFile[] = "._zpllock";
 constexpr char kDirectory[] = "";  // the directory itself
 
 std::vector<char const*> const kRoles = {kConf,           kCompanion,      kJournal,
@@ -452,7 +453,7 @@ std::vector<Attack> attacksOn(Work const& work)
 {
     std::vector<Attack> attacks;
     std::vector<char const*> const roles =
-        work.locks ? std::vector<char const*>{kLockFile} : kRoles;
+        work.locks ? std::vector<char const*>{kLockFile.c_str()} : kRoles;
     for (char const* role : roles)
         for (Kind const& kind : kKinds) {
             attacks.push_back({&work, role, &kind, false});

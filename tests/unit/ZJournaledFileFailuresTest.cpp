@@ -556,3 +556,14 @@ TEST_F(ZJournaledFileFailures, UnreadableDirectoryIsSyncedWithItsFileSystem)
                namesIn(directory) == "conf";
     });
 }
+
+TEST(FailedCall, IsFoundByItsName)
+{
+    for (char const* const name : zfiles::kCallNames) {
+        auto const call = zfiles::findCall(name);
+        ASSERT_TRUE(call) << name;
+        EXPECT_STREQ(name, zfiles::callName(*call));
+    }
+    EXPECT_FALSE(zfiles::findCall("open"));
+    EXPECT_FALSE(zfiles::findCall(""));
+}

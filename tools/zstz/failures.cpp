@@ -1,6 +1,11 @@
 #include "failures.h"
 
 #include <Z/ZException.h>
+#include <Z/files/io_error.h>
+#include <Z/reporting/messages.h>
+#include <Z/stanza/reserved_entry.h>
+#include <Z/store/limits.h>
+#include <Z/store/names.h>
 #include <ctype.h>
 #include <errno.h>
 #include <limits.h>
@@ -18,12 +23,24 @@
 
 namespace {
 
+using zfiles::FailedCall;
+
+// Empty for a call that this tool does not know.
+using Call = std::optional<FailedCall>;
+
 // bytes of a quoted text
 constexpr size_t kMaxQuotedLength = 60;
 
+// Describes the line of a stanza file that names its companion.
+std::string companionEntry()
+{
+    return std::string("\"") + zstanza::kReservedKey + " = ...\" of [" +
+           zstanza::kReservedCategory + "]";
+}
+
 std::string removeEntryRemedy(std::string const& mainFile)
 {
-    return "remove the line \"file = ...\" of [configuration-database] from " + mainFile;
+    return "remove the line " + companionEntry() + " from " + mainFile;
 }
 
 std::string restoreRemedy(std::string const& mainFile)
@@ -101,7 +118,7 @@ Failure describeIrregularFile(std::string const& path, char const* kind)
 Failure describeCompanion(std::string const& file, int error, std::string const& mainFile)
 {
     std::string const problem = "cannot read the companion file of " + mainFile + ": ";
-    std::string const expected = mainFile + ".obf";
+    std::string const expected = mainFile + zstore::kCompanionSuffix;
     struct stat status;
     if (stat(file.c_str(), &status) != 0) {
         error = errno;
@@ -110,9 +127,7 @@ Failure describeCompanion(std::string const& file, int error, std::string const&
                     file,
                     {problem + strerror(error),
                      "if " + mainFile + " was moved together with " + expected +
-                         ", change the line \"file = ...\" of [configuration-database] to the "
-                         "path of " +
-                         expected}};
+                         ", change the line " + companionEntry() + " to the path of " + expected}};
     } else if (char const* const kind = irregularKind(file)) {
         return {exitNoAccess, file, {problem + "it is " + kind, restoreRemedy(mainFile)}};
     } else if (error == EINVAL) {
@@ -163,13 +178,16 @@ std::string nameOf(std::string const& path)
 // Returns whether `file` has the name of a journal, complete or not.
 bool isJournal(std::string const& file)
 {
-    return file.ends_with(".zjn") || file.ends_with(".zjn.new");
+    std::string_view name = file;
+    if (name.ends_with(zstore::kNewSuffix))
+        name.remove_suffix(strlen(zstore::kNewSuffix));
+    return name.ends_with(zstore::kJournalSuffix);
 }
 
 // Returns whether `file` has the name of a file that exists only during a store.
 bool isHiddenSibling(std::string const& file)
 {
-    return isJournal(file) || (nameOf(file).starts_with('.') && file.ends_with(".new"));
+    return isJournal(file) || (nameOf(file).starts_with('.') && file.ends_with(zstore::kNewSuffix));
 }
 
 // Returns whether `file` is the new file that a store with --replace creates. It is next to the
@@ -178,27 +196,27 @@ bool isReplacement(std::string const& file, std::string const& mainFile)
 {
     char real[PATH_MAX];
     std::string const path = realpath(mainFile.c_str(), real) != nullptr ? real : mainFile;
-    return nameOf(file) == "." + nameOf(path) + ".new";
+    return nameOf(file) == "." + nameOf(path) + zstore::kNewSuffix;
 }
 
 // Returns why --replace could not rename a new file over `mainFile`; empty if the failure has
 // another cause.
-std::optional<Problem> describeReplaceError(std::string const& file, std::string const& api,
-                                            int error, std::string const& mainFile)
+std::optional<Problem> describeReplaceError(std::string const& file, Call call, int error,
+                                            std::string const& mainFile)
 {
     std::string const problem = "cannot replace: ";
     bool const isRefused =
         error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
-    if (api == "rename()" && file == mainFile)
+    if (call == FailedCall::rename && file == mainFile)
         return Problem{
             problem + (error == EBUSY ? "another file is mounted there" : strerror(error)),
             "leave out --replace"};
     if (!isReplacement(file, mainFile))
         return {};
-    if (api == "fchown()" || api == "fsetxattr()")
+    if (call == FailedCall::fchown || call == FailedCall::fsetxattr)
         return Problem{problem + "a new file cannot get its owner, group or attributes",
                        "leave out --replace, or run as its owner or as root"};
-    if (api == "open()" && isRefused)
+    if (call == FailedCall::open && isRefused)
         return Problem{problem + "cannot create a file in its directory",
                        "leave out --replace, or check the permissions of the directory"};
     return {};
@@ -206,14 +224,14 @@ std::optional<Problem> describeReplaceError(std::string const& file, std::string
 
 // Returns the problem of a journal or of another file that exists only during a store; empty if the
 // failure has another cause.
-std::optional<Problem> describeHiddenSibling(std::string const& file, std::string const& api,
-                                             int error, std::string const& mainFile)
+std::optional<Problem> describeHiddenSibling(std::string const& file, Call call, int error,
+                                             std::string const& mainFile)
 {
-    if (isJournal(file) && api == "access()")
+    if (isJournal(file) && call == FailedCall::access)
         return Problem{
             "journal of an interrupted store, but its owner cannot write " + mainFile,
             "compare both, then give it the owner of " + mainFile + " (chown) or remove it"};
-    if (isJournal(file) && api == "open()" && error == EACCES)
+    if (isJournal(file) && call == FailedCall::open && error == EACCES)
         return Problem{
             "cannot read this journal of an interrupted store",
             "do not remove it: its owner or root must first change " + mainFile + " with zstz"};
@@ -225,68 +243,72 @@ std::optional<Problem> describeHiddenSibling(std::string const& file, std::strin
 }
 
 // Describes a failed call by a table; the default is a failed write.
-Failure describeCall(std::string const& file, std::string const& api, int error)
+Failure describeCall(std::string const& file, Call call, int error)
 {
     struct Row {
-        char const* api;
+        FailedCall call;
         char const* problem;
         char const* remedy;
     };
     static constexpr Row kRows[] = {
-        {"fopen(r)", "cannot open: ", "check the path and its permissions"},
-        {"fopen(r+)", "cannot write: ", "check the path and its permissions"},
-        {"fopen(wt)", "cannot write: ", "check the path and its permissions"},
-        {"fopen(w)", "cannot write: ", "check the permissions of its directory"},
-        {"read()", "cannot read: ", "check the disk that it is on"},
-        {"open()", "cannot open: ", "check its permissions and the free space"},
+        {FailedCall::fopenToRead, "cannot open: ", "check the path and its permissions"},
+        {FailedCall::fopenToUpdate, "cannot write: ", "check the path and its permissions"},
+        {FailedCall::fopenToWriteText, "cannot write: ", "check the path and its permissions"},
+        {FailedCall::fopenToWrite, "cannot write: ", "check the permissions of its directory"},
+        {FailedCall::fgets, "cannot read: ", "check the disk that it is on"},
+        {FailedCall::read, "cannot read: ", "check the disk that it is on"},
+        {FailedCall::open, "cannot open: ", "check its permissions and the free space"},
     };
-    Row found = {"", "cannot write: ", "check the free space and the permissions"};
+    std::string problem = "cannot write: ";
+    std::string remedy = "check the free space and the permissions";
     for (Row const& row : kRows)
-        if (api == row.api)
-            found = row;
+        if (call == row.call) {
+            problem = row.problem;
+            remedy = row.remedy;
+        }
     if (error == EFBIG)
-        found.remedy = "check the file size limit (ulimit -f); a configuration file can have 1 GiB";
+        remedy = "check the file size limit (ulimit -f); a configuration file can have " +
+                 std::to_string(zstore::kDefaultMaxFileSize >> 30) + " GiB";
     if (error == ENOENT)
-        found.remedy = "check the path";
-    return {exitNoAccess, file, {found.problem + std::string(strerror(error)), found.remedy}};
+        remedy = "check the path";
+    return {exitNoAccess, file, {problem + strerror(error), remedy}};
 }
 
 Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& mainFile)
 {
     std::string const file = toStdString(e.propFile());
-    std::string const api = toStdString(e.api());
+    Call const call = zfiles::findCall(toStdString(e.api()));
     int const error = e.excerrno();
-    if (api == "fcntl()" && (error == EAGAIN || error == EACCES || error == EDEADLK))
+    if (call == FailedCall::fcntl && (error == EAGAIN || error == EACCES || error == EDEADLK))
         return {exitLocked, file, {"locked by another process", "try again"}};
-    if (api == "mapFile()")
+    if (call == FailedCall::mapFile)
         return describeCompanion(file, error, mainFile);
-    if (api == "access()" && !isJournal(file))
+    if (call == FailedCall::access && !isJournal(file))
         return describeCompanionRefusal(file, error, mainFile);
-    if (auto const problem = describeReplaceError(file, api, error, mainFile))
+    if (auto const problem = describeReplaceError(file, call, error, mainFile))
         return {exitNoAccess, mainFile, *problem};
-    if (api == "fchown()" && error == EPERM)
+    if (call == FailedCall::fchown && error == EPERM)
         return {exitNoAccess,
                 file,
                 {"only the owner of " + mainFile + " can create its companion file",
                  "store the value as that user"}};
-    if (auto const problem = describeHiddenSibling(file, api, error, mainFile))
+    if (auto const problem = describeHiddenSibling(file, call, error, mainFile))
         return {exitNoAccess, file, *problem};
-    if (error == EFBIG && api == "read()")
+    if (error == EFBIG && call == FailedCall::read)
         return {exitNoAccess, file, {"too large for a configuration file", "split it"}};
     if (error == ESTALE)
         return {exitNoAccess, file, {"replaced by another program", "try again"}};
     if (char const* const kind = irregularKind(file))
         return describeIrregularFile(file, kind);
-    return describeCall(file, api, error);
+    return describeCall(file, call, error);
 }
 
 Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
-    int const kNotBoolean = 41;  // message number; any other: not a number
     std::string const problem = nameKey(toStdString(e.key()), toStdString(e.category())) + ": " +
                                 quote(toStdString(e.value()));
     return {exitInvalidValue, toStdString(e.propFile()),
-            e.messageNumber() == kNotBoolean
+            e.messageNumber() == zreporting::invalidBoolValue
                 ? Problem{problem + " is not a boolean", "write yes or no"}
                 : Problem{problem + " is not a number",
                           "write it in decimal, hexadecimal (0x) or octal (0)"}};
@@ -367,7 +389,7 @@ int report(Failure const& failure)
 
 Failure describeOpenError(std::string const& path, int error)
 {
-    return describeCall(path, "fopen(r)", error);
+    return describeCall(path, FailedCall::fopenToRead, error);
 }
 
 Failure describe(std::exception_ptr exception, std::string const& file)

@@ -1,5 +1,6 @@
 #include "raw_lines.h"
 
+#include <Z/stanza/limits.h>
 #include <ctype.h>
 #include <fcntl.h>
 #include <string.h>
@@ -72,7 +73,7 @@ std::string readFile(std::string const& path)
 void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)> const& visit)
 {
     // The library's line buffer holds a line of the maximum length and its newline.
-    constexpr size_t kMaxLength = kMaxLineLength + 1;
+    constexpr size_t kMaxLength = zstanza::kMaxLineLength + 1;
     std::string const text = readFile(path);
     std::string_view rest = text;
     size_t libraryNumber = 0, number = 1;
@@ -95,9 +96,9 @@ void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)>
 std::optional<Problem> describeRawLine(RawLine const& line)
 {
     if (line.isSplit)
-        return Problem{
-            "the line exceeds " + std::to_string(kMaxLineLength) + " bytes and would be split",
-            "shorten it or use a line per value"};
+        return Problem{"the line exceeds " + std::to_string(zstanza::kMaxLineLength) +
+                           " bytes and would be split",
+                       "shorten it or use a line per value"};
     if (line.hasZero)
         return Problem{"the line has a zero byte and is ignored after it", "remove the zero byte"};
     return {};

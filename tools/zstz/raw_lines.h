@@ -12,10 +12,6 @@
 
 #include "failures.h"
 
-// Bytes of a line without its newline; the library reads a longer line as several lines. The
-// library does not export this limit; a test of tool.zstz compares both.
-constexpr size_t kMaxLineLength = 8190;
-
 /// Returns the problem of a file that starts with a byte order mark; empty if `bytes` do not.
 /// The library reads the mark as part of the first line.
 std::optional<Problem> describeByteOrderMark(std::string_view bytes);

@@ -1,7 +1,9 @@
 #include "stanza_file.h"
 
 #include <Z/ZArrayList.h>
-#include <ctype.h>
+#include <Z/stanza/limits.h>
+#include <Z/stanza/reserved_entry.h>
+#include <Z/stanza/whitespace.h>
 #include <unistd.h>
 
 #include <unordered_set>
@@ -11,17 +13,9 @@
 
 namespace {
 
-// The stanza where a store records the path of the companion file.
-constexpr char kReservedStanza[] = "configuration-database";
-
 std::string nameOf(ZObject_6_0 const* name)
 {
     return toStdString(static_cast<ZLCString_6_0 const&>(*name));
-}
-
-bool isSpace(char c)
-{
-    return isspace(static_cast<unsigned char>(c)) != 0;
 }
 
 }  // namespace
@@ -147,7 +141,7 @@ void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::s
 
 void checkReserved(std::string const& path, std::string const& stanza)
 {
-    if (stanza == kReservedStanza)
+    if (stanza == zstanza::kReservedCategory)
         throw Failure{exitRefused,
                       path,
                       {"stanza [" + stanza + "] is reserved and updated by the library",
@@ -157,8 +151,8 @@ void checkReserved(std::string const& path, std::string const& stanza)
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key)
 {
     checkReserved(path, stanza);
-    std::string const line =
-        "use one line of at most " + std::to_string(kMaxLineLength - 2) + " bytes without ";
+    std::string const line = "use one line of at most " +
+                             std::to_string(zstanza::kMaxLineLength - 2) + " bytes without ";
     if (ZPCategoryBasedCache_6_0::validateCategory(stanza.c_str()) == 0)
         throw Failure{
             exitInvalidValue, path, {"invalid stanza name " + quote(stanza), line + "\"]\""}};
@@ -178,9 +172,9 @@ void checkValue(std::string const& path, std::string const& key, std::string con
         throw Failure{exitInvalidValue,
                       path,
                       {"invalid value of key " + quote(key),
-                       "use one line, and at most " + std::to_string(kMaxLineLength - 3) +
+                       "use one line, and at most " + std::to_string(zstanza::kMaxLineLength - 3) +
                            " bytes for key and value"}};
-    if (isSpace(value.front()) || isSpace(value.back()))
+    if (zstanza::isSpace(value.front()) || zstanza::isSpace(value.back()))
         throw Failure{exitInvalidValue,
                       path,
                       {"key " + quote(key) + ": " + quote(value) +

@@ -16,7 +16,6 @@ namespace zfiles {
 std::string directoryPart(std::string const& path);
 std::string namePart(std::string const& path);
 
-constexpr char kNewSuffix[] = ".new";  // of a file that will be renamed
 
 /// Returns ".<name><suffix>".
 std::string hiddenSibling(std::string const& name, char const* suffix);

@@ -1,11 +1,16 @@
 // io_error: the failure of a call on a file.
+//
+// Header-only, so that zstz recognises the names of failed calls without exported functions.
 #pragma once
 
+#include <stddef.h>
+
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace zfiles {
 
-// In the order of the names in io_error.cpp.
 enum class FailedCall {
     access,
     fallocate,
@@ -13,11 +18,13 @@ enum class FailedCall {
     fchown,
     fcntl,
     fdatasync,
+    fgets,
     fgetxattr,
     fmemopen,
     fopenToRead,
     fopenToUpdate,
     fopenToWrite,
+    fopenToWriteText,
     fopencookie,
     fsetxattr,
     fstat,
@@ -35,14 +42,38 @@ enum class FailedCall {
     write,
 };
 
+// The names in reports, in the order of FailedCall.
+inline constexpr char const* kCallNames[] = {
+    "access()",   "fallocate()",   "fchmod()",    "fchown()", "fcntl()",   "fdatasync()",
+    "fgets()",    "fgetxattr()",   "fmemopen()",  "fopen(r)", "fopen(r+)", "fopen(w)",
+    "fopen(wt)",  "fopencookie()", "fsetxattr()", "fstat()",  "fsync()",   "ftruncate()",
+    "futimens()", "fwrite()",      "getcwd()",    "lstat()",  "mapFile()", "open()",
+    "read()",     "rename()",      "unlink()",    "write()",
+};
+static_assert(sizeof kCallNames / sizeof *kCallNames == static_cast<size_t>(FailedCall::write) + 1);
+
+/// Returns the name of a call in reports, such as "fopen(r)".
+constexpr char const* callName(FailedCall call)
+{
+    return kCallNames[static_cast<size_t>(call)];
+}
+
+/// Returns the call with a name; empty if no call has it.
+inline std::optional<FailedCall> findCall(std::string_view name)
+{
+    for (size_t i = 0; i < sizeof kCallNames / sizeof *kCallNames; ++i)
+        if (name == kCallNames[i])
+            return static_cast<FailedCall>(i);
+    return {};
+}
+
 // A call that failed: the file, the call, the errno.
 struct IoError {
     std::string file;
     FailedCall call;
     int error;
 
-    /// Returns the name of the call in reports, such as "fopen(r)".
-    char const* callName() const;
+    char const* callName() const { return zfiles::callName(call); }
 };
 
 }  // namespace zfiles

@@ -12,10 +12,10 @@
 #include <string>
 
 #include "main_file.h"
+#include "names.h"
 
 namespace zstore {
 
-constexpr char kCompanionSuffix[] = ".obf";
 // zlib adds less than 1 MiB to 256 MiB, the limit of an expanded companion.
 constexpr size_t kMaxCompanionSize = size_t{257} << 20;
 

@@ -14,6 +14,7 @@
 #include "../files/directory.h"
 #include "journal.h"
 #include "main_file.h"
+#include "names.h"
 
 namespace zstore {
 

@@ -12,6 +12,7 @@
 #include "../files/directory.h"
 #include "../files/io_error.h"
 #include "../files/shared_file.h"
+#include "names.h"
 
 namespace zstore {
 
@@ -50,7 +51,7 @@ struct MainFile {
                 (isDirectoryGiven && directoryPath == directoryPart(path)));
     }
 
-    std::string journalName() const { return hiddenSibling(name, ".zjn"); }
+    std::string journalName() const { return hiddenSibling(name, kJournalSuffix); }
     std::string replacementName() const { return hiddenSibling(name, kNewSuffix); }
 
     /// Returns the path of a file next to this one, for messages.
