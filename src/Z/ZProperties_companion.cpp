@@ -1,5 +1,4 @@
 // The companion file of a store: its name, whether the store has read it, and when it is removed.
-#include <ctype.h>
 #include <errno.h>
 #include <sys/stat.h>
 
@@ -11,23 +10,11 @@
 
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
+#include "stanza/reserved_entry.h"
+#include "stanza/whitespace.h"
 #include "store/journaled_file.h"
 
 using namespace zproperties;
-
-namespace {
-
-std::string_view trimmed(std::string_view text)
-{
-    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.back()))
-        text.remove_suffix(1);
-    while (!text.empty() && isSpace(text.front()))
-        text.remove_prefix(1);
-    return text;
-}
-
-}  // namespace
 
 std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 {
@@ -41,7 +28,7 @@ std::string ZProperties_6_0::Rep::companionPath(ZProperties_6_0 const& store)
 {
     std::string const entry = companionEntry(store);
     // Trimmed, as if it were read back from the text.
-    std::string_view const path = trimmed(entry);
+    std::string_view const path = zstanza::WhitespaceTable().trim(entry);
     return path.empty() ? store.cache_->companionFile().getChars() : std::string(path);
 }
 
@@ -72,39 +59,6 @@ void ZProperties_6_0::Rep::Companions::setAllUnloaded()
         companion.isLoaded = false;
 }
 
-namespace {
-
-// Returns the path of the companion that the text of a stanza file names; empty if it names no
-// file.
-std::string companionNamedIn(std::string_view text)
-{
-    std::string_view rest = text;
-    std::string const head = std::string("[") + kReservedCategory + "]";
-    size_t const at = rest.find(head);
-    if (at == rest.npos)
-        return std::string();
-    // Start with the whole line: the match may be in a comment or a value.
-    size_t const lineEnd = rest.rfind('\n', at);
-    rest.remove_prefix(lineEnd == rest.npos ? 0 : lineEnd + 1);
-    std::string_view companion;
-    for (bool isInside = false; !rest.empty();) {
-        size_t const end = rest.find('\n');
-        std::string_view const line = trimmed(rest.substr(0, end));
-        rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
-        size_t const sign = line.find('=');
-        if (line.starts_with('[')) {
-            if (isInside)
-                break;
-            isInside = line.starts_with(head);
-        } else if (isInside && sign != line.npos && trimmed(line.substr(0, sign)) == kReservedKey) {
-            companion = trimmed(line.substr(sign + 1));
-        }
-    }
-    return std::string(companion);
-}
-
-}  // namespace
-
 bool ZProperties_6_0::Rep::belongsToAnotherFile(std::string const& companion, char const* path)
 {
     static constexpr std::string_view kEnd = zstore::kCompanionSuffix;
@@ -134,13 +88,14 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
         if (isRemovable(known.path) && exists(known.path))
             return known.path;
     // The store may never have read the file that it overwrites, so the old text has to be checked.
-    std::string before = store.rep_->isStanzaFile ? companionNamedIn(file.text()) : std::string();
+    std::string before =
+        store.rep_->isStanzaFile ? zstanza::findCompanion(file.text()) : std::string();
     return isRemovable(before) && exists(before) ? before : std::string();
 }
 
 bool ZProperties_6_0::Rep::namesOwnCompanion(ZJournaledFile const& file)
 {
-    std::string const entry = companionNamedIn(file.text());
+    std::string const entry = zstanza::findCompanion(file.text());
     return !entry.empty() && file.isOwnCompanion(entry);
 }
 

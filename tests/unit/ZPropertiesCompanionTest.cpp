@@ -196,6 +196,37 @@ TEST_F(ZProperties, StoreThatNeverReadTheFileRemovesItsCompanion)
     EXPECT_EQ("conf conf.obf foreign", directory_.names());
 }
 
+TEST_F(ZProperties, EntryOfAnUnreadTextIsFoundAsALoadFindsIt)
+{
+    std::string const head = "[configuration-database]\n";
+    std::string const entry = "file = " + directory_.at("conf.obf");
+    std::string const longComment = "#" + std::string(8190, 'x');  // fills the buffer of a load
+    struct Case {
+        char const* name;
+        std::string text;
+        char const* names;  // of the files afterwards
+    };
+    Case const cases[] = {
+        {"entry", head + entry + "\n", "conf"},
+        {"header after a long comment", longComment + head + entry + "\n", "conf"},
+        {"entry after a long comment", head + longComment + entry + "\n", "conf"},
+        {"zero byte after the entry", head + entry + '\0' + "x\n", "conf"},
+        {"invalid line", head + "invalid\n" + entry + "\n", "conf"},
+        {"header in a comment", "#" + head + entry + "\n", "conf conf.obf"},
+        {"entry in a comment", head + "#" + entry + "\n", "conf conf.obf"},
+        {"entry of another stanza", head + "[s]\n" + entry + "\n", "conf conf.obf"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        directory_.write("conf.obf", compressed({"s", "secret", "old"}));
+        std::string const path = directory_.write("conf", c.text);
+        Store store;
+        store.setValue("s", "k", "a");
+        store.store(path.c_str());
+        EXPECT_EQ(c.names, directory_.names());
+    }
+}
+
 TEST_F(ZProperties, CopyOfAFileGetsItsOwnCompanion)
 {
     std::string const path = load("[s]\nk = a\n");

@@ -1,7 +1,9 @@
 #include "raw_lines.h"
 
 #include <Z/stanza/limits.h>
-#include <ctype.h>
+#include <Z/stanza/line_parts.h>
+#include <Z/stanza/line_splitter.h>
+#include <Z/stanza/whitespace.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -12,32 +14,21 @@
 
 namespace {
 
-std::string_view trim(std::string_view text)
-{
-    auto const isSpace = [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.back()))
-        text.remove_suffix(1);
-    while (!text.empty() && isSpace(text.front()))
-        text.remove_prefix(1);
-    return text;
-}
-
 // Calls `visit(number, stanza, key, hasValue)` for each key line of a stanza file. Parses a line as
 // the library does.
 template <class Visit>
 void forEachKeyLine(std::string const& path, Visit visit)
 {
     std::string stanza;
+    zstanza::WhitespaceTable const whitespace;
     forEachRawLine(path, [&](RawLine const& line) {
-        std::string_view const text = trim(line.bytes.substr(0, line.bytes.find('\0')));
-        size_t const sign = text.find('=');
+        std::string_view const text = whitespace.trim(line.bytes);
         if (text.empty() || text.front() == '#')
             return true;
         if (text.front() == '[')
-            stanza = text.substr(1, text.find(']') - 1);
-        else if (sign != text.npos)
-            visit(line.number, stanza, std::string(trim(text.substr(0, sign))),
-                  sign + 1 < text.size());
+            stanza = zstanza::findHeaderName(text).value_or("");
+        else if (auto const parts = zstanza::splitKeyLine(text, whitespace))
+            visit(line.number, stanza, std::string(parts->key), !parts->value.empty());
         return true;
     });
 }
@@ -72,23 +63,21 @@ std::string readFile(std::string const& path)
 
 void forEachRawLine(std::string const& path, std::function<bool(RawLine const&)> const& visit)
 {
-    // The library's line buffer holds a line of the maximum length and its newline.
-    constexpr size_t kMaxLength = zstanza::kMaxLineLength + 1;
     std::string const text = readFile(path);
-    std::string_view rest = text;
+    char const* const end = text.data() + text.size();
+    zstanza::LineSplitter lines(text.data(), text.size());
     size_t libraryNumber = 0, number = 1;
     bool isContinuation = false;
-    while (!rest.empty()) {
-        size_t const newline = rest.substr(0, kMaxLength).find('\n');
-        bool const hasNewline = newline != std::string_view::npos;
-        std::string_view const bytes = rest.substr(0, hasNewline ? newline : kMaxLength);
-        rest.remove_prefix(bytes.size() + (hasNewline ? 1 : 0));
-        bool const continues = !hasNewline && !rest.empty();
-        if (!visit({++libraryNumber, number, isContinuation || continues,
-                    bytes.find('\0') != bytes.npos, bytes}))
+    char const* bytes;
+    for (size_t length; lines.next(bytes, length);) {
+        // The splitter ends a line at its first zero byte.
+        bool const hasZero =
+            length < zstanza::kMaxReadLength && bytes + length != end && bytes[length] == '\0';
+        if (!visit({++libraryNumber, number, isContinuation || lines.isSplit(), hasZero,
+                    std::string_view(bytes, length)}))
             return;
-        isContinuation = continues;
-        if (hasNewline)
+        isContinuation = lines.isSplit();
+        if (!isContinuation)
             ++number;
     }
 }

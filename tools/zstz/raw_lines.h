@@ -18,11 +18,11 @@ std::optional<Problem> describeByteOrderMark(std::string_view bytes);
 
 // A line of the file or, if it is too long, a part that the library reads as a line.
 struct RawLine {
-    size_t libraryNumber;  // as the library counts lines, from 1
-    size_t number;         // as an editor counts them, from 1
-    bool isSplit;          // only a part of a line of the file
-    bool hasZero;          // the library ignores the bytes after the zero byte
-    std::string_view bytes;
+    size_t libraryNumber;    // as the library counts lines, from 1
+    size_t number;           // as an editor counts them, from 1
+    bool isSplit;            // only a part of a line of the file
+    bool hasZero;            // the library ignores the bytes after the zero byte
+    std::string_view bytes;  // up to the first zero byte
 };
 
 /// Returns the problem of a line that is split or has a zero byte; empty for any other line.

@@ -25,14 +25,14 @@ struct LineCounts {
 
 class LineSplitter {
 public:
-    LineSplitter(char* text, size_t length)
+    LineSplitter(char const* text, size_t length)
         : next_(text), end_(text + length), hasZero_(memchr(text, '\0', length) != nullptr)
     {
     }
 
     /// Stores the next line, without its newline, and returns true. Returns false after the last
     /// line.
-    bool next(char*& line, size_t& length)
+    bool next(char const*& line, size_t& length)
     {
         if (next_ == end_)
             return false;
@@ -40,7 +40,7 @@ public:
         line = next_;
         size_t const left = static_cast<size_t>(end_ - next_);
         size_t const longest = left < kMaxReadLength ? left : kMaxReadLength;
-        auto* const newline = static_cast<char*>(memchr(next_, '\n', longest));
+        auto const* const newline = static_cast<char const*>(memchr(next_, '\n', longest));
         length = newline == nullptr ? longest : static_cast<size_t>(newline - next_);
         // KEPT: a newline after exactly 8191 bytes is a blank line of its own. A program that reads
         // the file with fgets() and the same buffer sees the same lines and line numbers.
@@ -58,8 +58,8 @@ public:
     int number() const { return number_ < INT_MAX ? static_cast<int>(number_) : INT_MAX; }
 
 private:
-    char* next_;
-    char* const end_;
+    char const* next_;
+    char const* const end_;
     bool const hasZero_;
     bool isSplit_ = false;
     size_t number_ = 0;  // of the line, counted from 1

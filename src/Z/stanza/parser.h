@@ -1,12 +1,11 @@
 // parser: classifies the lines of a stanza file, and refuses invalid lines.
 #pragma once
 
-#include <string.h>
-
 #include <string_view>
 
 #include "../ZException.h"
 #include "../ZLCString.h"
+#include "line_parts.h"
 #include "line_splitter.h"
 #include "raise_sites.h"
 #include "reserved_entry.h"
@@ -30,7 +29,7 @@ public:
     {
     }
 
-    /// Parses `length` bytes, which a zero byte follows.
+    /// Parses `length` bytes that can be written, and that a zero byte follows.
     /// throws  ZPropertiesInvalidDataException_6_0 (path, line text, line number) for an invalid
     ///         line or a duplicate header; any exception of the reader.
     void parse(char* text, size_t length)
@@ -40,16 +39,14 @@ public:
             counts.comments = counts.blanks = 0;
         reader_.reserve(counts);
         LineSplitter lines(text, length);
-        for (char* line; lines.next(line, length);) {
+        for (char const* bytes; lines.next(bytes, length);) {
             number_ = lines.number();
+            std::string_view line(bytes, length);
             if (lines.isSplit())
-                line = const_cast<char*>(reader_.copy(std::string_view(line, length)).data());
-            while (length > 0 && whitespace_.contains(line[length - 1]))
-                --length;
-            for (; length > 0 && whitespace_.contains(*line); --length)
-                ++line;
-            line[length] = '\0';
-            parseLine(line, length);
+                line = reader_.copy(line);
+            line = whitespace_.trim(line);
+            terminate(line);
+            parseLine(line);
         }
         reader_.flush();
         refuseDuplicate();
@@ -67,59 +64,56 @@ public:
     }
 
 private:
-    void parseLine(char* line, size_t length)
+    // Writes a zero byte after a part of the text, which can be written.
+    static void terminate(std::string_view part)
     {
-        if (length == 0) {
+        const_cast<char*>(part.data())[part.size()] = '\0';
+    }
+
+    void parseLine(std::string_view line)
+    {
+        if (line.empty()) {
             if (keepsComments_)
                 reader_.addBlank();
-        } else if (*line == '#') {
+        } else if (line.front() == '#') {
             if (keepsComments_)
-                reader_.addComment(std::string_view(line, length));
+                reader_.addComment(line);
             else
-                reader_.drop(std::string_view(line, length));
-        } else if (*line == '[') {
-            parseHeader(line, length);
+                reader_.drop(line);
+        } else if (line.front() == '[') {
+            parseHeader(line);
         } else {
-            parseKey(line, length);
+            parseKey(line);
         }
     }
 
-    void parseHeader(char* line, size_t length)
+    void parseHeader(std::string_view line)
     {
-        auto* const end = static_cast<char*>(memchr(line, ']', length));
-        if (end == nullptr)
+        auto const name = findHeaderName(line);
+        if (!name)
             refuse(line);
-        std::string_view const name(line + 1, static_cast<size_t>(end - line) - 1);
-        *end = '\0';  // the rest of the line is ignored
-        reader_.addHeader(name, number_);
+        terminate(*name);
+        reader_.addHeader(*name, number_);
         hasStanza_ = true;
-        isReserved_ = name == kReservedCategory;
+        isReserved_ = *name == kReservedCategory;
     }
 
-    void parseKey(char* line, size_t length)
+    void parseKey(std::string_view line)
     {
-        auto* const sign = static_cast<char*>(memchr(line, '=', length));
-        if (sign == nullptr || sign == line || !hasStanza_)
+        auto const parts = splitKeyLine(line, whitespace_);
+        if (!parts || !hasStanza_)
             refuse(line);
-        char* end = sign;
-        while (whitespace_.contains(end[-1]))
-            --end;
-        char* value = sign + 1;
-        while (whitespace_.contains(*value))
-            ++value;
-        *end = '\0';
-        std::string_view const key(line, static_cast<size_t>(end - line));
-        std::string_view const text(value, static_cast<size_t>(line + length - value));
-        reader_.addKey(key, text);
-        if (isReserved_ && key == kReservedKey)
-            companion_ = text;
+        terminate(parts->key);
+        reader_.addKey(parts->key, parts->value);
+        if (isReserved_ && parts->key == kReservedKey)
+            companion_ = parts->value;
     }
 
-    [[noreturn]] void refuse(char const* line)
+    [[noreturn]] void refuse(std::string_view line)
     {
         reader_.flush();
         refuseDuplicate();
-        ZPropertiesInvalidDataException_6_0(path_, line, number_)
+        ZPropertiesInvalidDataException_6_0(path_, line.data(), number_)
             .throwException(kSource, raiseAtLine);
     }
 
