@@ -161,6 +161,15 @@ class Documents(unittest.TestCase):
         self.assertEqual(set(), reported & raised)
         self.assertEqual(set(range(1, 55)) - {23} - in_code | bases, never)
 
+    def test_every_failed_call_is_listed(self):
+        header = (ROOT / "src" / "Z" / "files" / "io_error.h").read_text(encoding="utf-8")
+        table = re.search(r"kCallNames\[\] = \{(.*?)\};", header, re.S)[1]
+        text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
+        rows = re.search(r"^\| Call \| While .*\n\|---.*\n((?:\|.*\n)+)", text, re.M)[1]
+        listed = {call for row in rows.splitlines()
+                  for call in re.findall(r"`(\w+\([\w+]*\))`", row.split("|")[1])}
+        self.assertEqual(set(re.findall(r'"([^"]+)"', table)), listed)
+
     def test_every_exception_class_is_listed(self):
         header = (ROOT / "src" / "Z" / "ZException.h").read_text(encoding="utf-8")
         text = (ROOT / "docs" / "failures.md").read_text(encoding="utf-8")
