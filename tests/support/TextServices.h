@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "CharacterSets.h"
 #include "qvr.h"
 
 class Codeset {
@@ -59,17 +60,6 @@ public:
 private:
     std::filesystem::path path_;
 };
-
-// UTF-8 by arithmetic, independent of the code under test; surrogates too.
-inline std::string utf8(uint32_t value)
-{
-    int const following = value < 0x80 ? 0 : value < 0x800 ? 1 : value < 0x10000 ? 2 : 3;
-    static constexpr unsigned kLead[] = {0x00, 0xC0, 0xE0, 0xF0};
-    std::string text(1, static_cast<char>(kLead[following] + (value >> 6 * following)));
-    for (int i = following - 1; i >= 0; --i)
-        text += static_cast<char>(0x80 + (value >> 6 * i) % 64);
-    return text;
-}
 
 inline std::string toUtf8(qvr_cs_t cs, std::string const& text)
 {
