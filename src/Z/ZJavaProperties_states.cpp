@@ -1,3 +1,4 @@
+// The parser of Java property files: a function per state, which takes one character.
 #include <stdint.h>
 
 #include "ZException.h"

@@ -1,3 +1,4 @@
+// The open files and iterators of the plain functions, and the tables of their handles.
 #include <utility>
 
 #include "zproperties_c_p.h"

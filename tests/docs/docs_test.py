@@ -93,6 +93,20 @@ class Documents(unittest.TestCase):
         for folder in re.findall(r"^\| `([\w./]+/)` \|", text, re.M):
             self.assertTrue((ROOT / folder).is_dir(), folder)
 
+    def test_the_map_draws_every_use_of_a_private_directory(self):
+        library = ROOT / "src" / "Z"
+        drawn = (library / "map.svg").read_text(encoding="utf-8")
+        directories = {path.name for path in library.iterdir() if path.is_dir()}
+        uses = 0
+        for path in [*library.rglob("*.h"), *library.rglob("*.cpp")]:
+            user = path.parent.name + "/" if path.parent != library else path.stem
+            for name in re.findall(r'^#include "(?:\.\./)?(\w+)/', path.read_text(), re.M):
+                while name in directories and f"{user} includes {name}/" not in drawn:
+                    user, tail, _ = user.rpartition("_")  # ZProperties_files belongs to ZProperties
+                    self.assertTrue(tail, f"{path.name} includes {name}/")
+                uses += 1
+        self.assertLess(100, uses)
+
     def test_every_directory_of_tests_is_listed(self):
         table = re.findall(r"^\| `(\w+)/", (ROOT / "tests" / "README.md").read_text(), re.M)
         folders = {path.name for path in (ROOT / "tests").iterdir() if path.is_dir()}

@@ -2,10 +2,10 @@
 """Checks the map of the library, src/Z/README.md, against the code. Reads includes, not only names.
 
 The map lists subsystems and private directories in building order. It must agree with the groups of
-src/Z/CMakeLists.txt, with the files of each private directory, and with the second paragraph of each
-public header ("Subsystem: x.  Stands on: A, B."). A module, or a private directory, includes only
-what the map lists above it. The exceptions are the rings that the map names; they must be the rings
-that the includes form.
+src/Z/CMakeLists.txt, with the files of each private directory, with the further sources of modules,
+and with the second paragraph of each public header ("Subsystem: x.  Stands on: A, B."). A module, or
+a private directory, includes only modules and directories that the map lists above it. The exceptions
+are the rings that the map names; they must be the rings that the includes form.
 
 usage: map.py             reports differences; exits 1 if it finds any
        map.py --update    copies the "Stands on" columns and the drawing from the sources
@@ -164,6 +164,15 @@ def check_sections(sections, groups):
             yield f"{directory.name}/: the map does not list this private directory"
 
 
+def check_further_sources(page, modules):
+    """Yields the sources and private headers next to the modules that the map does not list."""
+    listed = set(re.findall(r"^\| `(\w+\.(?:cpp|h))` \|", page, re.M))
+    found = {path.name for path in LIBRARY.iterdir()
+             if path.suffix in (".cpp", ".h") and path.stem not in modules}
+    if listed != found:
+        yield f"further sources: the map lists {sorted(listed)}, the directory has {sorted(found)}"
+
+
 def check_order(sections, graph, rings):
     """Yields the includes that point down the map, or that a header does not name."""
     rank = {}
@@ -210,12 +219,14 @@ def updated(page):
 def main():
     if "--update" in sys.argv[1:]:
         PAGE.write_text(updated(PAGE.read_text(encoding="utf-8")), encoding="utf-8")
-    sections, rings = read_page(PAGE.read_text(encoding="utf-8"))
+    page = PAGE.read_text(encoding="utf-8")
+    sections, rings = read_page(page)
     modules = {module for section in sections if not section.private for module in section.rows}
     graph, strays = include_graph(modules)
 
     wrong = [f"{name} belongs to no module and no private directory" for name in strays]
     wrong += check_sections(sections, cmake_groups())
+    wrong += check_further_sources(page, modules)
     wrong += check_order(sections, graph, rings)
     drawing = map_drawing.draw(sections, rings, graph)
     if "--update" in sys.argv[1:]:

@@ -1,15 +1,17 @@
-"""Draws the map of the library as an SVG: subsystems in building order, from the top down.
+"""Draws the map of the library as an SVG: subsystems and private directories in building order.
 
-Left: a box per subsystem with its modules, and arcs to the subsystems it stands on, which are above
-it. Middle: the private directories, each level with the first subsystem that uses it. Right: every
-ring, module by module. The text of the drawing depends only on the includes.
+Left: a box per subsystem with its modules, or per private directory with its files. Middle: a line
+leaves each box at its lower edge, and crosses the lane of every box; a dot on the crossing is an
+include. The lane of a box leads to its upper edge. Right: every ring, module by module. The text of
+the drawing depends only on the includes.
 """
 import math
 
 CHAR, LINE = 6.6, 15  # advance and line height of the 11-pixel monospaced text, in pixels
-LEFT, BOX, GAP = 170, 350, 22  # margin for arcs, width of a subsystem, distance between boxes
-ENGINE_X, ENGINE = LEFT + BOX + 60, 250
-RING_X, RADIUS = ENGINE_X + ENGINE + 250, 190
+LEFT, BOX, GAP = 20, 350, 14  # margin, width of a box, distance between boxes
+INDENT = 30  # of private directories
+LANE_X, LANE = LEFT + BOX + 40, 20  # the first lane, and the distance between lanes
+RADIUS = 190  # of a large ring
 
 
 def wrapped(words, width):
@@ -43,16 +45,25 @@ class Drawing:
         self.reach(x + width, y + height)
         return height
 
-    def path(self, data):
-        self.parts.append(f'<path d="{data}" marker-end="url(#arrow)"/>')
+    def path(self, data, kind=""):
+        style = f' class="{kind}"' if kind else ""
+        self.parts.append(f'<path{style} d="{data}" marker-end="url(#arrow)"/>')
+
+    def line(self, x1, y1, x2, y2, kind):
+        self.parts.append(f'<path class="{kind}" d="M{x1} {y1}L{x2} {y2}"/>')
+
+    def dot(self, x, y, kind, title):
+        self.parts.append(f'<circle class="{kind}" cx="{x}" cy="{y}" r="4"><title>{title}</title></circle>')
 
     def document(self):
         size = f'{self.width + 20:.0f}" height="{self.height + 20:.0f}'
         head = [
             f'<svg xmlns="http://www.w3.org/2000/svg" width="{size}" font-family="monospace" font-size="11">',
             "<title>Subsystems, private directories and rings of the library</title>",
-            "<style>rect{stroke:#444}.subsystem{fill:#eef3fb}.private{fill:#fbf3e4}"
-            "path{fill:none;stroke:#777}.white{fill:#fff;stroke:none}</style>",
+            "<style>rect{stroke:#444}rect.subsystem{fill:#eef3fb}rect.private{fill:#fbf3e4}"
+            "path{fill:none;stroke:#777}path.use{stroke:#ccc}path.subsystem{stroke:#5b7fb9}"
+            "path.private{stroke:#c98a1b}circle{stroke:none}circle.subsystem{fill:#2f5596}"
+            "circle.private{fill:#a86d05}.ring{fill:#c33}.white{fill:#fff;stroke:none}</style>",
             '<defs><marker id="arrow" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="7" markerHeight="7" '
             'orient="auto"><path d="M0 0L8 4L0 8z" style="fill:#777;stroke:none"/></marker></defs>',
             f'<rect class="white" width="{size}"/>',
@@ -60,65 +71,61 @@ class Drawing:
         return "\n".join(head + self.parts + ["</svg>", ""])
 
 
-def place_sections(drawing, sections, home, graph):
-    """Draws the boxes; returns section -> (y, height)."""
-    placed, y = {}, 40
-    first_user = {}
+def place_sections(drawing, sections):
+    """Draws the boxes; returns section -> (left edge, y where it is used, y where it uses others)."""
+    placed, y = {}, 70
     for section in sections:
-        if not section.private:
-            for module in section.rows:
-                for target in graph.get(module, ()):
-                    if target.endswith("/"):
-                        first_user.setdefault(target, section)
-    for section in sections:
-        if section.private:
-            continue
-        beside = [r for r in sections if r.private and first_user.get(r.name + "/") is section]
-        height = drawing.box(LEFT, y, BOX, section.name, wrapped(section.rows, BOX - 16), "subsystem")
-        placed[section] = (y, height)
-        below = y
-        for engine in beside:
-            tall = drawing.box(ENGINE_X, below, ENGINE, f"{engine.name}/",
-                               wrapped(engine.rows, ENGINE - 16), "private")
-            placed[engine] = (below, tall)
-            drawing.path(f"M{LEFT + BOX} {y + 14}L{ENGINE_X} {below + 14}")
-            below += tall + GAP // 2
-        y = max(y + height, below) + GAP
-    unused = [r for r in sections if r.private and r not in placed]
-    for engine in unused:  # used by private directories only
-        height = drawing.box(ENGINE_X, y, ENGINE, f"{engine.name}/",
-                             wrapped(engine.rows, ENGINE - 16), "private")
-        placed[engine] = (y, height)
+        indent = INDENT if section.private else 0
+        width = BOX - indent
+        kind, name = ("private", section.name + "/") if section.private else ("subsystem", section.name)
+        height = drawing.box(LEFT + indent, y, width, name, wrapped(section.rows, width - 16), kind)
+        placed[section] = (y + 12, y + height - 12)
         y += height + GAP
     return placed
 
 
-def draw_arcs(drawing, sections, placed, home, graph):
-    """One arc on the left for each pair of subsystems, one on the right for private directories."""
-    edges = {(home[a], home[b]) for a, targets in graph.items() for b in targets
-             if a in home and b in home and home[a] is not home[b]}
+def draw_includes(drawing, sections, placed, home, graph):
+    """Draws a lane for each box that others use, the nearest for the last box, and the dots.
+
+    The lanes are in reverse building order: so a lane leads to its box without crossing another one,
+    except for includes that point down the map, which exist only in rings.
+    """
+    includes = {}
+    for a, targets in graph.items():
+        for b in targets:
+            if a in home and b in home and home[a] is not home[b]:
+                includes.setdefault((home[a], home[b]), []).append(f"{a} includes {b}")
+    used = [s for s in reversed(sections) if any(b is s for _, b in includes)]
+    lane = {section: LANE_X + LANE * i for i, section in enumerate(used)}
     rank = {section: i for i, section in enumerate(sections)}
-    for a, b in sorted(edges, key=lambda edge: (rank[edge[0]], rank[edge[1]])):
-        start, end = placed[a][0] + 8, placed[b][0] + placed[b][1] - 8
-        if not a.private and not b.private:
-            bend = LEFT - 18 - 15 * abs(rank[a] - rank[b])
-            drawing.path(f"M{LEFT} {start}C{bend} {start} {bend} {end} {LEFT} {end}")
-        elif a.private and b.private:
-            right = ENGINE_X + ENGINE
-            drawing.path(f"M{right} {start}C{right + 40} {start} {right + 40} {end} {right} {end}")
+    edge = LEFT + BOX
+    for section in sections:
+        lanes = [lane[b] for a, b in includes if a is section]
+        if lanes:
+            drawing.line(edge, placed[section][1], max(lanes), placed[section][1], "use")
+    for section in used:
+        kind = "private" if section.private else "subsystem"
+        ends = [placed[a][1] for a, b in includes if b is section]
+        start, x = placed[section][0], lane[section]
+        drawing.line(x, min(start, *ends), x, max(start, *ends), kind)
+        drawing.path(f"M{x} {start}L{edge} {start}", kind)
+        drawing.reach(x + LANE, 0)
+    for (a, b), which in sorted(includes.items(), key=lambda i: (rank[i[0][0]], rank[i[0][1]])):
+        kind = "ring" if rank[b] > rank[a] else "private" if b.private else "subsystem"
+        drawing.dot(lane[b], placed[a][1], kind, ", ".join(sorted(which)))
 
 
 def draw_rings(drawing, rings, graph):
-    y = 60
+    y, middle = 100, drawing.width + RADIUS + 60
     for ring in sorted(rings, key=lambda r: (-len(r), sorted(r))):
         radius = RADIUS if len(ring) > 3 else 50
         names = sorted(ring)
-        drawing.text(RING_X, y - 24, f"Ring of {len(names)}", ' font-weight="bold"', "middle")
+        drawing.text(middle, y - 24, f"Ring of {len(names)}", ' font-weight="bold"', "middle")
         centre = y + radius
         spot = {}
         for i, name in enumerate(names):
             angle = 2 * math.pi * i / len(names) - math.pi / 2
-            spot[name] = (RING_X + radius * math.cos(angle), centre + radius * math.sin(angle))
+            spot[name] = (middle + radius * math.cos(angle), centre + radius * math.sin(angle))
         for a in names:
             for b in sorted(graph[a] & ring):
                 (ax, ay), (bx, by) = spot[a], spot[b]
@@ -146,9 +153,12 @@ def draw(sections, rings, graph):
         for module in section.rows if not section.private else ():
             home[module] = section
     drawing = Drawing()
-    drawing.text(LEFT, 24, "An arrow points to a box that another one stands on. A private directory is drawn next to "
-                 "the first subsystem that uses it.")
-    placed = place_sections(drawing, sections, home, graph)
-    draw_arcs(drawing, sections, placed, home, graph)
+    for i, line in enumerate((
+            "Blue: subsystems. Yellow: private directories. Both are in building order.",
+            "A dot on the line from a box: it includes files of the box to which the dot's lane leads.",
+            "A red dot: an include down the map, inside a ring.")):
+        drawing.text(LEFT, 18 + LINE * i, line)
+    placed = place_sections(drawing, sections)
+    draw_includes(drawing, sections, placed, home, graph)
     draw_rings(drawing, rings, graph)
     return drawing.document()
