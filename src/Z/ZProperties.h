@@ -206,8 +206,8 @@ public:
     /// file, store() with "write()" and EFBIG for a larger text. A journal may have twice this size
     /// plus 258 MiB. The maximum of a companion file is always 257 MiB.
     /// units   bytes; 0 allows only empty files.
-    /// range   a store holds about 4 GiB of text, whatever the maximum: load() of a larger stanza file
-    ///         throws ZOutOfMemoryException_6_0.
+    /// range   whatever the maximum, a store holds about 4 GiB of text: load() of a larger stanza
+    ///         file throws ZOutOfMemoryException_6_0.
     /// threads any; a running load or store may still use the previous maximum.
     static void setMaxFileSize(unsigned long size);
     static unsigned long maxFileSize();
