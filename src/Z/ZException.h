@@ -602,10 +602,16 @@ private:
     int32_t errno_;
 };
 
-// A line of the file is not valid. Message 44; inserts: file, line number, the line.
+// A line of the file is not valid. Message 44; inserts: file, line number, the line. The column is
+// no insert: reports do not show it.
 class ZPropertiesInvalidDataException_6_0 : public ZPropertiesException_6_0 {
 public:
+    /// Makes an exception without a column.
     ZPropertiesInvalidDataException_6_0(char const* file, char const* baddata, int badline);
+
+    /// range   `column` as column().
+    ZPropertiesInvalidDataException_6_0(char const* file, char const* baddata, int badline,
+                                        int column);
     ~ZPropertiesInvalidDataException_6_0() override;
     ZObject_6_0* clone() const override;
     void print() override;
@@ -615,7 +621,13 @@ public:
     ZLCString_6_0 const& baddata() const { return baddata_; }
     int badline() const { return badline_; }
 
+    /// Returns the column of the invalid part in the line; 0 if it is not known.
+    /// units   characters, counted from 1. A valid sequence of UTF-8 is one character in any
+    ///         locale, and so is every byte that belongs to none.
+    int column() const { return column_; }
+
 private:
     Text baddata_;
     int32_t badline_;
+    int32_t column_;  // fills the padding: the class has the same size as without it
 };

@@ -174,9 +174,17 @@ char const* ZPropertiesIOException_6_0::insertTypes() const
 ZPropertiesInvalidDataException_6_0::ZPropertiesInvalidDataException_6_0(char const* file,
                                                                          char const* baddata,
                                                                          int badline)
+    : ZPropertiesInvalidDataException_6_0(file, baddata, badline, 0)
+{
+}
+
+ZPropertiesInvalidDataException_6_0::ZPropertiesInvalidDataException_6_0(char const* file,
+                                                                         char const* baddata,
+                                                                         int badline, int column)
     : ZPropertiesException_6_0(invalidData, "ZPropertiesInvalidDataException", file),
       baddata_(baddata),
-      badline_(badline)
+      badline_(badline),
+      column_(column)
 {
 }
 

@@ -268,12 +268,13 @@ std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::copy(std::string_
     return {kept->text, text.size()};
 }
 
-void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHeader(std::string_view name, int lineNumber)
+void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHeader(std::string_view name, int lineNumber,
+                                                             int indent)
 {
     if (duplicate_.lineNumber != 0)
         return;
     if (cache_.contains(name.data()) != 0) {
-        duplicate_ = {name, lineNumber};
+        duplicate_ = {name, lineNumber, indent};
         return;
     }
     // Do not revive the lines of a category that was removed without them.

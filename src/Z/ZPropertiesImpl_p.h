@@ -65,7 +65,7 @@ public:
     void reserve(zstanza::LineCounts const&) {}
     std::string_view copy(std::string_view text);
     void drop(std::string_view) {}
-    void addHeader(std::string_view name, int lineNumber);
+    void addHeader(std::string_view name, int lineNumber, int indent);
     void addComment(std::string_view text);
     void addBlank();
     void addKey(std::string_view name, std::string_view value);
@@ -84,5 +84,5 @@ private:
     Rep* before_;                          // a copy of the contents; null after finish()
     std::string_view category_ = {"", 0};  // of the last header
     Kept* kept_ = nullptr;
-    zstanza::DuplicateHeader duplicate_ = {{}, 0};
+    zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
 };

@@ -666,6 +666,16 @@ TEST(Layout, RecordsOfThePlainFunctions)
     EXPECT_EQ(40u, sizeof(ZPROPValue));
 }
 
+// Programs construct this class and derive from it: an added field must not change its size.
+TEST(Layout, TheColumnOfInvalidDataIsWherePaddingWas)
+{
+    struct WithoutColumn : ZPropertiesException_6_0 {
+        Text baddata;
+        int32_t badline;
+    };
+    EXPECT_EQ(sizeof(WithoutColumn), sizeof(ZPropertiesInvalidDataException_6_0));
+}
+
 TEST(SlotOrder, Caches)
 {
     using C = ZPCache_6_0;

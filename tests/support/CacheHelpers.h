@@ -142,6 +142,7 @@ inline std::string changed(std::string const& before, Change change)
 
 struct Refusal {
     int line;
+    int column;
     std::string text;
 };
 
@@ -156,10 +157,10 @@ inline Refusal refusal(ZSCFData_6_0& data, std::string const& text)
         EXPECT_STREQ("test.conf", e.propFile().getChars());
         EXPECT_STREQ("src/Z/ZPropertiesImpl", e.who());
         EXPECT_EQ(72u, e.where());
-        return {e.badline(), e.baddata().getChars()};
+        return {e.badline(), e.column(), e.baddata().getChars()};
     }
     ADD_FAILURE() << "accepted";
-    return {0, ""};
+    return {0, 0, ""};
 }
 
 inline std::string compressed(std::string records)

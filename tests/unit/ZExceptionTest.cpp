@@ -462,6 +462,8 @@ TEST(ZException, AccessorsReturnTheInserts)
     ZPropertiesInvalidDataException_6_0 const data("f", "d", 4);
     EXPECT_STREQ("d", data.baddata().getChars());
     EXPECT_EQ(4, data.badline());
+    EXPECT_EQ(0, data.column());
+    EXPECT_EQ(7, ZPropertiesInvalidDataException_6_0("f", "d", 4, 7).column());
     EXPECT_STREQ("v", ZOpenResourceException_6_0(37, 1, "v").value().getChars());
     EXPECT_STREQ("v", ZCloseResourceException_6_0(38, 1, "v").value().getChars());
     EXPECT_STREQ("v", ZInvalidResourceStateException_6_0("v").value().getChars());

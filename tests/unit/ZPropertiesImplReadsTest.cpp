@@ -77,22 +77,26 @@ TEST(ZPropertiesImplReads, InvalidLinesAreRefused)
         char const* name;
         std::string text;
         int line;
+        int column;
         std::string data;
     };
     Case const cases[] = {
-        {"a key before any stanza", "k = v\n", 1, "k = v"},
-        {"a key after comments alone", "# c\n\n  k = v  \n", 3, "k = v"},
-        {"no sign", "[a]\nword\n", 2, "word"},
-        {"the sign first", "[a]\n  = v\n", 2, "= v"},
-        {"only the sign", "[a]\n=\n", 2, "="},
-        {"an open head", "[a\n", 1, "[a"},
-        {"a repeated head", "[a]\nk = v\n\n[a] again\n", 4, "[a] again"},
-        {"a repeated head among many", "[a]\n[b]\n[c]\n[b]x\n[d\n", 4, "[b]x"},
-        {"the first of two", "[a]\nword\n[a]\n", 2, "word"},
-        {"a byte order mark", "\xEF\xBB\xBF[a]\n", 1, "\xEF\xBB\xBF[a]"},
-        {"no last newline", "[a]\nword", 2, "word"},
-        {"before a zero byte", "[a]\nwo\0rd\n"s, 2, "wo"},
-        {"lines of carriage returns", "[a]\rk = v\r", 0, ""},
+        {"a key before any stanza", "k = v\n", 1, 1, "k = v"},
+        {"a key after comments alone", "# c\n\n  k = v  \n", 3, 3, "k = v"},
+        {"no sign", "[a]\nword\n", 2, 1, "word"},
+        {"the sign first", "[a]\n  = v\n", 2, 3, "= v"},
+        {"only the sign", "[a]\n=\n", 2, 1, "="},
+        {"an open head", "[a\n", 1, 3, "[a"},
+        {"a repeated head", "[a]\nk = v\n\n[a] again\n", 4, 2, "[a] again"},
+        {"a repeated head among many", "[a]\n[b]\n[c]\n[b]x\n[d\n", 4, 2, "[b]x"},
+        {"the first of two", "[a]\nword\n[a]\n", 2, 1, "word"},
+        {"a byte order mark", "\xEF\xBB\xBF[a]\n", 1, 1, "\xEF\xBB\xBF[a]"},
+        {"no last newline", "[a]\nword", 2, 1, "word"},
+        {"a repeated head, indented", "[a]\n \t[a]\n", 2, 4, "[a]"},
+        {"an open head with umlauts", "[\xC3\xA4\xC3\xB6 x \n", 1, 6, "[\xC3\xA4\xC3\xB6 x"},
+        {"an open head of Latin-1", "[\xE4\xF6 x\n", 1, 6, "[\xE4\xF6 x"},
+        {"before a zero byte", "[a]\nwo\0rd\n"s, 2, 1, "wo"},
+        {"lines of carriage returns", "[a]\rk = v\r", 0, 0, ""},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -107,6 +111,7 @@ TEST(ZPropertiesImplReads, InvalidLinesAreRefused)
         }
         Refusal const refused = refusal(data, c.text);
         EXPECT_EQ(c.line, refused.line);
+        EXPECT_EQ(c.column, refused.column);
         EXPECT_EQ(c.data, refused.text);
         EXPECT_EQ("companion \n", stateOf(data));
     }
@@ -161,6 +166,7 @@ TEST(ZPropertiesImplReads, LongLinesAreSplit)
     Refusal const refused =
         refusal(data, "[a]\nk = " + std::string(kMaxReadLength - 4, 'v') + "rest\n");
     EXPECT_EQ(3, refused.line);
+    EXPECT_EQ(1, refused.column);
     EXPECT_EQ("rest", refused.text);
     auto const torn = parsed("[a]\nk = " + std::string(kMaxReadLength - 4, 'v') + "l = w\n");
     EXPECT_EQ((Strings{std::string(kMaxReadLength - 4, 'v')}), values(*torn, "a", "k"));

@@ -76,7 +76,7 @@ void Reader::insertHeader(QueuedLine const& line)
     Contents& contents = contents_;
     Id const known = contents.findCategory(line.text, line.hash);
     if (known != 0 && contents.categories_[known].isLive) {
-        duplicate_ = {line.text, line.lineNumber};
+        duplicate_ = {line.text, line.lineNumber, line.indent};
         return;
     }
     contents.categories_.reserve(1);

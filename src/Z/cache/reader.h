@@ -37,21 +37,21 @@ public:
     /// Counts a string of the text as garbage.
     void drop(std::string_view text) { contents_.arena_.drop(text); }
 
-    void addHeader(std::string_view name, int lineNumber)
+    void addHeader(std::string_view name, int lineNumber, int indent)
     {
         categoryHash_ = hashOf(name);
         contents_.categoryIndex_.prefetch(categoryHash_);
-        push({headerLine, categoryHash_, name, {}, lineNumber});
+        push({headerLine, categoryHash_, name, {}, lineNumber, indent});
     }
-    void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0}); }
-    void addBlank() { push({blankLine, 0, {}, {}, 0}); }
+    void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0, 0}); }
+    void addBlank() { push({blankLine, 0, {}, {}, 0, 0}); }
 
     /// Adds a key to the category of the last header, which must exist.
     void addKey(std::string_view name, std::string_view value)
     {
         uint32_t const hash = hashOf(name, categoryHash_);
         contents_.keyIndex_.prefetch(hash);
-        push({keyLine, hash, name, value, 0});
+        push({keyLine, hash, name, value, 0, 0});
     }
 
     /// Returns the first duplicate header. Everything after it was ignored.
@@ -74,6 +74,7 @@ private:
         std::string_view text;  // comment, category or key
         std::string_view value;
         int lineNumber;
+        int indent;
     };
     static constexpr unsigned kQueueSize = 16;
 
@@ -109,7 +110,7 @@ private:
     Id lastKeyLine_ = 0;        // if not: its last key line
     PoolSizes const sizes_;
     size_t copiedBytes_ = 0;  // by copy(), with zero bytes
-    zstanza::DuplicateHeader duplicate_ = {{}, 0};
+    zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
     bool isAdopted_ = false;
     bool isDone_ = false;
     unsigned first_ = 0;  // index in the queue

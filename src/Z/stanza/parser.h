@@ -5,6 +5,7 @@
 
 #include "../ZException.h"
 #include "../ZLCString.h"
+#include "columns.h"
 #include "line_parts.h"
 #include "line_splitter.h"
 #include "raise_sites.h"
@@ -17,6 +18,7 @@ namespace zstanza {
 struct DuplicateHeader {
     std::string_view name;
     int lineNumber;  // 0 if there is no such header
+    int indent;      // bytes of the line before its "["
 };
 
 // Passes the lines of a file to a reader, which adds them to a cache. Lines are parsed in place:
@@ -44,6 +46,7 @@ public:
             std::string_view line(bytes, length);
             if (lines.isSplit())
                 line = reader_.copy(line);
+            start_ = line.data();
             line = whitespace_.trim(line);
             terminate(line);
             parseLine(line);
@@ -91,9 +94,9 @@ private:
     {
         auto const name = findHeaderName(line);
         if (!name)
-            refuse(line);
+            refuse(line, line.size());
         terminate(*name);
-        reader_.addHeader(*name, number_);
+        reader_.addHeader(*name, number_, static_cast<int>(line.data() - start_));
         hasStanza_ = true;
         isReserved_ = *name == kReservedCategory;
     }
@@ -102,18 +105,21 @@ private:
     {
         auto const parts = splitKeyLine(line, whitespace_);
         if (!parts || !hasStanza_)
-            refuse(line);
+            refuse(line, 0);
         terminate(parts->key);
         reader_.addKey(parts->key, parts->value);
         if (isReserved_ && parts->key == kReservedKey)
             companion_ = parts->value;
     }
 
-    [[noreturn]] void refuse(std::string_view line)
+    // Refuses a line because of its byte at `index`.
+    [[noreturn]] void refuse(std::string_view line, size_t index)
     {
         reader_.flush();
         refuseDuplicate();
-        ZPropertiesInvalidDataException_6_0(path_, line.data(), number_)
+        std::string_view const before(start_, static_cast<size_t>(line.data() - start_) + index);
+        ZPropertiesInvalidDataException_6_0(path_, line.data(), number_,
+                                            static_cast<int>(countCharacters(before)) + 1)
             .throwException(kSource, raiseAtLine);
     }
 
@@ -126,7 +132,9 @@ private:
         // Restore the byte that parseHeader() replaced.
         auto* const name = const_cast<char*>(duplicate.name.data());
         name[duplicate.name.size()] = ']';
-        ZPropertiesInvalidDataException_6_0(path_, name - 1, duplicate.lineNumber)
+        // Each byte of the indentation is a character; the "[" is before the name.
+        ZPropertiesInvalidDataException_6_0(path_, name - 1, duplicate.lineNumber,
+                                            duplicate.indent + 2)
             .throwException(kSource, raiseAtLine);
     }
 
@@ -135,8 +143,9 @@ private:
     WhitespaceTable const whitespace_;
     bool const keepsComments_;
     bool hasStanza_ = false;
-    bool isReserved_ = false;  // the current stanza has the reserved entry
-    int number_ = 0;           // of the current line
+    bool isReserved_ = false;      // the current stanza has the reserved entry
+    int number_ = 0;               // of the current line
+    char const* start_ = nullptr;  // its first byte
     std::string_view companion_ = {nullptr, 0};
 };
 
