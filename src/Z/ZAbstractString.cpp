@@ -119,9 +119,8 @@ bool ZAbstractString_6_0::equals(ZObject_6_0 const& other) const
     ZAbstractString_6_0 const* const string = asString(*this, other);
     if (string == nullptr)
         return false;
-    // KEPT: the codesets may differ. A map whose keys have one codeset and whose lookups have the
-    // other would no longer find them otherwise.
-    // Test: ZAbstractString.KeepsEqualAcrossCodesets
+    // KEPT: the codesets may differ. A program that looks up a key in one codeset in a map whose
+    // keys have another would not find it otherwise. Test: ZAbstractString.KeepsEqualAcrossCodesets
     size_t const length = getLength();
     return string->getLength() == length && memcmp(string->getChars(), getChars(), length) == 0;
 }

@@ -101,9 +101,9 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
                        : pthread_cond_timedwait(&condition_, mutex, &absTime);
         if (rc == ETIMEDOUT) {
             // KEPT: the hook runs while the lock is marked free, and the lock stays so if the hook
-            // throws. A class whose hook throws, such as ZBooleanCondition_6_0, would notice a
-            // change.
-            // Test: ZCondition.KeepsTheLockMarkedFreeInTheTimeOutHook
+            // throws. A hook that examines the holder, as in ZBooleanCondition_6_0, throws; with
+            // the marks restored before it, a wait that has timed out would return as if the
+            // condition were true. Test: ZCondition.KeepsTheLockMarkedFreeInTheTimeOutHook
             rc = 0;
             waitTimedOut();
             timedOut = 1;
@@ -184,7 +184,8 @@ void ZBooleanCondition_6_0::wait(long seconds, int& timedOut)
 void ZBooleanCondition_6_0::wait(timespec& absTime, int& timedOut)
 {
     // KEPT: when the wait times out, waitTimedOut() sets the flag while the lock is marked free, so
-    // the check of the holder throws. A caller that catches the exception would notice a change.
+    // the check of the holder throws. Without the exception the wait would return with the flag
+    // set, and a program that ignores `timedOut` would take the condition for true.
     // Test: ZBooleanCondition.KeepsThrowingWhenTheTimeRunsOut
     while (testCondition() == 0)
         ZCondition_6_0::wait(absTime, timedOut);

@@ -52,7 +52,8 @@ void ZException_6_0::addLocation(char const* file, unsigned long line)
 
 int ZException_6_0::location(int, char const*& file, int& line) const
 {
-    // KEPT: no index is out of range. A program that passes an index from 1 would notice a failure.
+    // KEPT: no index is out of range. A message service that numbers the locations from 1 would
+    // print no file and line if only index 0 were valid.
     // Test: ZException.KeepsOneLocationForEveryIndex
     file = file_;
     line = static_cast<int>(line_);
@@ -66,8 +67,9 @@ int ZException_6_0::locationCount() const
 
 char const* ZException_6_0::who() const
 {
-    // KEPT: returns the source file, despite the name. Message services that print it as the file
-    // would notice another result. Test: ZException.KeepsTheFileInWho
+    // KEPT: returns the source file, despite the name. A message service that prints who() and
+    // where() as file and line, as the built-in one does, would print another text as the file.
+    // Test: ZException.KeepsTheFileInWho
     return file_;
 }
 

@@ -93,8 +93,10 @@ char const* ZPropertiesInvalidValueException_6_0::insertTypes() const
 }
 
 // KEPT: the two classes below are reported as "ZPropertiesInvalidValueException" and thrown as
-// their base, with their own message number. A handler that compares the type or the name of the
-// exception would notice. Test: ZException.KeepsNumAndBoolThrownAsTheirBase
+// their base, with their own message number. If a program has a handler for a derived class before
+// the handler for the base, the former never runs now, and would run. A message service that
+// selects its strings by exceptionName() would have none for the new names.
+// Test: ZException.KeepsNumAndBoolThrownAsTheirBase
 
 ZPropertiesInvalidNumValueException_6_0::ZPropertiesInvalidNumValueException_6_0(
     char const* file, char const* category, char const* key, char const* value)

@@ -84,8 +84,9 @@ void ZConverterException_6_0::throwException(char const* file, int line)
 
 char const* ZConverterException_6_0::insertTypes() const
 {
-    // KEPT: stores three strings and reports none of them. Log scanners that match the message with
-    // empty inserts would notice. Test: ZException.KeepsConverterTextsOutOfTheReport
+    // KEPT: stores three strings and reports none of them. A log scanner that matches the whole
+    // line, which has empty inserts, would miss it with filled ones.
+    // Test: ZException.KeepsConverterTextsOutOfTheReport
     return currentInsertTypes(this, "");
 }
 

@@ -84,8 +84,9 @@ ZAbstractFileMap_6_0::ZAbstractFileMap_6_0(ZAbstractFileMap_6_0 const& other)
 
 ZAbstractFileMap_6_0& ZAbstractFileMap_6_0::operator=(ZAbstractFileMap_6_0 const&)
 {
-    // KEPT: copies nothing. A program that holds the address of the mapping would notice if an
-    // assignment removed it. Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    // KEPT: copies nothing. The target keeps its mapping: a program that reads through its address
+    // would read unmapped memory if an assignment replaced the mapping.
+    // Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
     return *this;
 }
 
@@ -103,8 +104,9 @@ ZUnixFileMap_6_0::ZUnixFileMap_6_0(ZUnixFileMap_6_0 const& other)
 
 ZUnixFileMap_6_0& ZUnixFileMap_6_0::operator=(ZUnixFileMap_6_0 const& other)
 {
-    // KEPT: assigning an object with a mapping maps this object's own file. A program that assigns
-    // maps would notice another file. Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
+    // KEPT: assigning an object with a mapping maps this object's own file. A program that writes
+    // through the target after the assignment writes to the target's file; with the name copied it
+    // would overwrite the source's. Test: ZFileMap.KeepsItsOwnFileWhenAssignedTo
     if (this != &other && other.address_ != nullptr) {
         int ignored = 0;
         mapfile(&ignored, 0);
@@ -127,7 +129,8 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
     bool const isThere = stat(name_.getChars(), &status) == 0;
     auto size = isThere ? static_cast<unsigned long>(status.st_size) : 0;
     // KEPT: an empty file, and a file that stat() fails for, are treated as missing: both are
-    // created and extended. A program that maps an empty file read-write would notice.
+    // created and extended. A program that creates an empty file and then maps it read-write, to
+    // fill it, would have no memory to fill if only missing files were extended.
     // Test: ZFileMap.KeepsAnEmptyFileEquivalentToAMissingOne
     code = size == 0 ? ENOENT : 0;
     if (length == 0 && size == 0) {
@@ -145,7 +148,8 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
         return nullptr;
     }
     // KEPT: fails if open() returns descriptor 0, because descriptor_ 0 means no open file; the
-    // code stays. A process that has closed its standard input would notice a success.
+    // code stays. In a daemon that has closed its standard input, the mapped file would otherwise
+    // become the standard input, and the next read of it would read the file.
     // Test: ZFileMap.KeepsDescriptorZeroAFailure
     if (fd == 0) {
         close(fd);

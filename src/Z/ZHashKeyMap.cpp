@@ -141,8 +141,8 @@ void ZHashKeyMap_6_0::putEntry(ZObject_6_0 const* key, ZObject_6_0 const* value)
         rep_->put(index, hash, const_cast<ZObject_6_0*>(key), const_cast<ZObject_6_0*>(value));
         return;
     }
-    // KEPT: clones key and value twice, for the probe and for the map. A single clone would change
-    // the number of clone() and destructor calls that a program sees.
+    // KEPT: clones key and value twice, for the probe and for the map. A class whose clone()
+    // numbers the generations of an object would find another number in the map.
     // Test: ZHashKeyMap.KeepsClonesOfClones
     std::unique_ptr<ZObject_6_0> probeKey(key->clone());
     std::unique_ptr<ZObject_6_0> probeValue(zcontainers::cloneOf(value));

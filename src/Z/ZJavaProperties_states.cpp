@@ -120,8 +120,9 @@ int ZJavaProperties_6_0::doValEscapeState(char c)
     if (c == 'u' || c == 'U')
         return uu0;
     // KEPT: values have other escapes than keys: quotes are escapes, "=" is not, and no letter is a
-    // control character. A line with another escape is skipped; accepting it would change the store
-    // that a file gives. Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
+    // control character. A line with another escape is skipped; if it were accepted, its value
+    // would replace the value of an earlier line with the same key.
+    // Test: ZJavaProperties.KeepsTheEscapesOfValuesApart
     if (c != '\\' && !isSpace(c) && c != ':' && c != '"' && c != '\'')
         return syntaxError;
     value_ += c;
@@ -136,7 +137,8 @@ int ZJavaProperties_6_0::doMultiLineValState(char c)
         return multiLineVal;
     if (isLineEnd(c)) {
         // KEPT: such an entry never stops the read, and with a stop key only the entry of that key
-        // is stored. A caller that reads one key of a file would notice a change.
+        // is stored. A program that reads a single key gets the value of a later line with that
+        // key; if the read stopped here, it would get the value of this entry.
         // Test: ZJavaProperties.KeepsTheStopKeyFromEmptyContinuationLines
         if (stopKey_.isEmpty() || key_ == stopKey_)
             storeEntry();

@@ -38,7 +38,8 @@ ZLock_6_0::ZLock_6_0(ZLock_6_0 const& other)
 {
 }
 
-// KEPT: assignment changes nothing. Threads that hold or wait for the target would notice a change.
+// KEPT: assignment changes nothing. An object that contains a lock may be assigned while threads
+// wait for that lock; if its mutex were replaced, they would wait forever.
 // Test: ZLock.KeepsItsStateWhenAssignedTo
 ZLock_6_0& ZLock_6_0::operator=(ZLock_6_0 const&)
 {

@@ -193,8 +193,8 @@ void ZDefaultMessageService_6_0::outputException(ZZException_6_0 const* e, va_li
     report << "Exception: " << printable(e->exceptionName()) << "\n File: \"" << printable(e->who())
            << "\" " << static_cast<int>(e->where()) << "\n Error: " << number << "\n";
     addThreadLine(report);
-    // KEPT: the table size is of no use to readers, but log scanners that expect this line before
-    // the text would notice its removal. Test: ZMessage.KeepsTheTableSizeLine
+    // KEPT: the table size is of no use to readers, but a log scanner that reads the message text
+    // from the line after it would find none. Test: ZMessage.KeepsTheTableSizeLine
     report << "NUM_MSGS = " << zreporting::kMessageCount << "\n";
     char const* const text = zreporting::messageText(e->messageNumber());
     if (text == nullptr)
@@ -229,8 +229,10 @@ void ZDefaultMessageService_6_0::outputMessageUTF8(char const* file, int line, i
                                                    ZUTF8String_6_0 const*, ZUTF8String_6_0 const*,
                                                    ZUTF8String_6_0 const*) const
 {
-    // KEPT: prints an empty line for each UTF-8 insert: standard error may not accept UTF-8. Log
-    // scanners would notice the text. Test: ZMessage.KeepsUTF8InsertsOutOfTheReport
+    // KEPT: prints an empty line for each UTF-8 insert: standard error may not accept UTF-8. On a
+    // terminal with another codeset the bytes would be other characters. A log scanner that expects
+    // a line per insert after "Additional Information:" needs the empty ones.
+    // Test: ZMessage.KeepsUTF8InsertsOutOfTheReport
     ZLCString_6_0 const empty[zreporting::kMaxInserts];
     outputMessage(file, line, errorNumber, insertCount, &empty[0], &empty[1], &empty[2], &empty[3],
                   &empty[4], &empty[5]);

@@ -78,8 +78,8 @@ unsigned int ZAbstractObservable_6_0::countObservers()
 void ZAbstractObservable_6_0::notifyObservers(ZObservedParm_6_0 const& parm)
 {
     ZResourceLock_6_0 const guard(lock_);
-    // KEPT: reads the count once, although observers may add and remove observers. An observer
-    // that registers another one during the pass would notice the extra call.
+    // KEPT: reads the count once, although observers may add and remove observers. With the current
+    // count, an observer that registers another one in each update() would make the pass endless.
     // Test: ZObserver.KeepsTheCountOfTheStartOfThePass
     unsigned int const count = observers_.size();
     for (unsigned int i = 0; i < count; ++i) {

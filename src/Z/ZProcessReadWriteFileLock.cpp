@@ -574,7 +574,8 @@ void ZUnixProcessReadWriteFileLock_6_0::createLockFile()
             error = openWith(kFlags);
     }
     // KEPT: the errno of a failed open is lost. The caller gets EBADF from the next
-    // lockFileRange(); programs that check for EBADF would notice a change.
+    // lockFileRange(); a program that creates the directory of its lock files when it gets EBADF
+    // would not do so for another code.
     // Test: ZProcessReadWriteFileLock.KeepsTheErrnoOfAFailedOpenHidden
     std::atomic_ref(fd_).store(error == 0 ? shared_->descriptor() : -1, std::memory_order_relaxed);
 }

@@ -315,8 +315,8 @@ void ZStubProcessReadWriteLock_6_0::lock(zlockstate state)
         raiseInvalidState(kSource, raiseInStub);
     failIfInherited();
     // KEPT: the state is the last one requested, even if a leaving reader leaves other readers. A
-    // caller that checks getLockState() after its own release would notice a change; the lock
-    // between threads has the true state.
+    // thread that requires `unset` after its own release would fail while other threads read; the
+    // lock between threads has the true state.
     // Test: ZProcessReadWriteLock.KeepsTheStateRequestedLast
     if (state == unset) {
         failIfStranger();

@@ -285,8 +285,8 @@ int ZReadWriteLock_6_0::haveLock(zlockstate state) const
 
 int ZReadWriteLock_6_0::ownWriteLock() const
 {
-    // KEPT: the result does not depend on the state. A caller that asks after its release whether
-    // it wrote last would notice a change.
+    // KEPT: the result does not depend on the state. A thread that asks after its release whether
+    // the last change was its own, so as not to read it again, would read it again.
     // Test: ZReadWriteLock.KeepsTheLastWriterAfterItsRelease
     unsigned long& writer = const_cast<unsigned long&>(writer_);
     return Word(writer).load(std::memory_order_relaxed) == ZLock_6_0::self() ? 1 : 0;

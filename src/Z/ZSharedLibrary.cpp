@@ -61,7 +61,8 @@ void* zdlsym_6_0(void* handle, char const* symbol, int* err)
     setCode(err, 0);
     if (handle == nullptr || symbol == nullptr) {
         // KEPT: reports the current errno instead of a code for null arguments. A program that
-        // prints `*err` would notice. Test: ZSharedLibrary.KeepsErrnoForANullSymbol
+        // passes on the null handle of a failed zdlopen_6_0 prints the reason of that failure; a
+        // fixed code would hide it. Test: ZSharedLibrary.KeepsErrnoForANullSymbol
         setCode(err, errno);
         return nullptr;
     }
@@ -160,15 +161,18 @@ ZSharedLibrary_6_0::~ZSharedLibrary_6_0() = default;
 
 int ZSharedLibrary_6_0::getLocalScope() const
 {
-    // KEPT: returns 0 even if RTLD_GLOBAL is not set, unlike getFlags(). A program that prints the
-    // scope would notice. Test: ZSharedLibrary.KeepsReturningGlobalScope
+    // KEPT: returns 0 even if RTLD_GLOBAL is not set, unlike getFlags(). A program that copies the
+    // settings of one library to another by getLocalScope() and setLocalScope() would load the
+    // second one locally, and libraries that need its symbols would not load.
+    // Test: ZSharedLibrary.KeepsReturningGlobalScope
     return 0;
 }
 
 void ZSharedLibrary_6_0::setLocalScope(int local)
 {
-    // KEPT: flags of 0 stay 0, which loads globally. A program whose libraries share symbols would
-    // notice a local scope. Test: ZSharedLibrary.KeepsLoadingGloballyWithoutFlags
+    // KEPT: flags of 0 stay 0, which loads globally. A program that calls setLocalScope(1) on a new
+    // object, and then loads libraries that need the symbols of this one, would fail to load them.
+    // Test: ZSharedLibrary.KeepsLoadingGloballyWithoutFlags
     setFlags(local != 0 ? getFlags() & ~RTLD_GLOBAL : getFlags() | RTLD_GLOBAL);
 }
 

@@ -258,8 +258,9 @@ void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_
     Hold const hold(*this);
     ZPropertiesKVList_6_0 items(out.stringType());
     // KEPT: the item of a key with several values has the first value, although getValue() returns
-    // the last. A program that lists stanzas would print other values. Test:
-    // ZStanzaFileProperties.KeepsTheFirstValueInAStanzaList
+    // the last. A program that takes the first value for the preferred one, such as the first of
+    // several addresses, would use the last.
+    // Test: ZStanzaFileProperties.KeepsTheFirstValueInAStanzaList
     ZStanzaIterator_6_0 iterator(*this, stanza);
     while (iterator.hasMore()) {
         iterator.nextEntry();

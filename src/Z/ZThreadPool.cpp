@@ -308,9 +308,9 @@ void ZThreadPool_6_0::startInSlot(ZThread_6_0& thread)
     // Count the thread before it runs: a short one reports its end before start() returns.
     Slot const slot{*rep_, thread, std::exchange(thread.pool_, this), thread.creations_};
     ++rep_->active;
-    // KEPT: a thread that does not start is only reported through the message service. A caller of
-    // start() that catches nothing would notice an exception. Test:
-    // ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
+    // KEPT: a thread that does not start is only reported through the message service. An exception
+    // would end a program whose calls of start() have no handler.
+    // Test: ZThreadPool.KeepsQuietAboutAThreadThatDoesNotStart
     zreporting::reportExceptions({kSource, reportInStart}, [&] { thread.start(); });
 }
 

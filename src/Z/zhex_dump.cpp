@@ -102,9 +102,8 @@ char* putOffset(char* to, unsigned offset)
 
 char printable(unsigned char byte)
 {
-    // KEPT: bytes 127 to 253 are written verbatim. A reader of dumps of local text would see dots
-    // instead otherwise.
-    // Test: zhex_dump.KeepsTheUpperHalfLegible
+    // KEPT: bytes 127 to 253 are written verbatim. A reader of a dump of local text would see dots
+    // in place of its letters. Test: zhex_dump.KeepsTheUpperHalfLegible
     return byte >= 32 && byte <= 253 ? static_cast<char>(byte) : '.';
 }
 

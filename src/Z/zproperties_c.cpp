@@ -352,8 +352,8 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
     for (int i = 0; i < count; ++i) {
         ZPROPValue const& record = records[i];
         // KEPT: the exception for an invalid type leaves the plain function instead of becoming a
-        // code. A C++ program that catches it would notice. Test:
-        // ZPropertiesC.KeepsOneExceptionOfItsOwn
+        // code. A C++ program that relies on the exception, and ignores the code, would use a
+        // record without values. Test: ZPropertiesC.KeepsOneExceptionOfItsOwn
         if (record.type < zpropBoolean || record.type > zpropStringList)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
         if (record.result == nullptr)

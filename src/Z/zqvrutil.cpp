@@ -206,8 +206,8 @@ void zset_cs_dir_6_0(char const* dir)
 
 int zmblen_6_0(qvr_cs_t cs, char const* s, size_t n)
 {
-    // KEPT: the terminator has length 1 here, unlike in every other codeset. A loop that stops at
-    // the terminator itself does not notice; one that steps past it would.
+    // KEPT: the terminator has length 1 here, unlike in every other codeset. A loop that adds the
+    // results until it is past the terminator would never end with a length of 0.
     // Test: zqvrutil.KeepsLengthOneInSingleByteLocales
     if (cs == localHandle.load(std::memory_order_acquire) && cs != nullptr &&
         maxCharacterSize.load(std::memory_order_relaxed) == 1)
@@ -219,7 +219,8 @@ int zmbtowc_6_0(qvr_cs_t cs, uint16_t* wc, char const* s, size_t n)
 {
     uint32_t decoded = 0;
     int const length = qvr_mbtowc(cs, &decoded, s, n);
-    // KEPT: 16 bits of the character, because wide strings of this library have 16-bit units.
+    // KEPT: 16 bits of the character, because wide strings of this library have 16-bit units. A
+    // second unit would overwrite memory after a caller's single one.
     // Test: zqvrutil.KeepsSixteenBitsOfACharacter
     if (wc != nullptr)
         *wc = static_cast<uint16_t>(decoded);

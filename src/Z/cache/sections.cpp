@@ -16,8 +16,9 @@ void Contents::linkHeader(Id id)
 
 // Appends a blank line and the header of a category that has no header. Requires reserveLines(2).
 //
-// KEPT: a new file starts with the blank line, too. A program that compares written files byte for
-// byte would notice a change. Test: ZPropertiesImplLines.KeepsABlankLineAtTheTopOfANewFile
+// KEPT: a new file starts with the blank line, too. A program that verifies the files that it has
+// created by their checksums would reject new ones.
+// Test: ZPropertiesImplLines.KeepsABlankLineAtTheTopOfANewFile
 void Contents::appendHeader(Id id)
 {
     createLine(blankLine, 0, lastHeader_, lastLine_);
@@ -28,8 +29,9 @@ void Contents::appendHeader(Id id)
 void Contents::removeSection(Id id)
 {
     // KEPT: removes the comments right above the next header too, although they refer to the next
-    // stanza. A caller that edits the file would notice a change: a section is all lines between
-    // two headers. Test: ZPropertiesImplLines.KeepsRemovingTheCommentsAboveTheNextHeader
+    // stanza: a comment at the end of a section looks the same. A program that replaces a stanza
+    // with such a comment, by removing and adding it, would collect another copy of the comment
+    // each time. Test: ZPropertiesImplLines.KeepsRemovingTheCommentsAboveTheNextHeader
     Category& category = categories_[id];
     Id const before = lines_[category.header].previous;
     Id const end = category.nextHeader == 0 ? 0 : categories_[category.nextHeader].header;

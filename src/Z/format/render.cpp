@@ -248,9 +248,9 @@ int64_t render_longlong(qvr_cs_t, ZPrintfConversion_6_0 const& conversion,
                                                         : '\0';
     int64_t const length = count + (sign != '\0');
     Padding const pad = paddingFor(conversion, params.width, length);
-    // KEPT: zeros of the 0 flag precede the sign. Output compared byte for byte would change
-    // otherwise.
-    // Test: zsnprintf.KeepsZerosBeforeTheSign
+    // KEPT: zeros of the 0 flag precede the sign. A program that reads numbers from fixed columns
+    // looks for the sign right before the digits of the number, and would not find it at the start
+    // of the column. Test: zsnprintf.KeepsZerosBeforeTheSign
     output.fill(params.padChar, pad.before);
     if (sign != '\0')
         output.put(sign);

@@ -20,8 +20,9 @@ void appendValue(std::string& text, char const* value, size_t length)
             continue;
         }
         // KEPT: a byte that does not start a character of two or three bytes is written as "\u"
-        // only, and reading skips such a line. Programs that compare stored files would notice a
-        // change. Test: ZJavaProperties.KeepsWritingUAlone
+        // only, and reading skips such a line. A program that loads the file uses its default for
+        // the key; with a readable escape it would get a value that never was text.
+        // Test: ZJavaProperties.KeepsWritingUAlone
         text += "\\u";
         unsigned unit;
         int bytes;

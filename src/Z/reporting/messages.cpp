@@ -11,8 +11,9 @@ struct Row {
     char const* text;
 };
 
-// KEPT: every byte, with double spaces, missing full stops and "encounted". Log scanners that match
-// a message would notice a change. Test: ZMessage.KeepsEveryTextToTheByte
+// KEPT: every byte, with double spaces, missing full stops and "encounted". A log scanner that
+// matches a whole line would miss the message after a correction of its text.
+// Test: ZMessage.KeepsEveryTextToTheByte
 constexpr Row kRows[] = {
     {outOfMemory, "Memory allocation failure."},
     {converterOpenFailed, "iconv_open failed for codepage %s to %s conversion. errno = %s."},
