@@ -1,9 +1,9 @@
 // Crash-safe file replacement: after a crash, the file has its old contents or the new contents.
 //
 // Rows "StoreText" change a single value of an existing file, rows "StoreAnew" all values; "Z" is
-// ZJournaledFile, which writes every property file. Rows "StoreStanzas" change a single value too;
-// "Z" is a ZStanzaFileProperties_6_0, so its time includes rendering the text. The peers write the
-// same prepared text as in "StoreText".
+// zstore::JournaledFile, which writes every property file. Rows "StoreStanzas" change a single
+// value too; "Z" is a ZStanzaFileProperties_6_0, so its time includes rendering the text. The peers
+// write the same prepared text as in "StoreText".
 //
 // The files are in TMPDIR, or else in /tmp. The time of a sync depends on the file system there.
 //
@@ -72,8 +72,8 @@ using Store = bool (*)(Place& place, std::string const& text);
 
 bool storeOurs(Place& place, std::string const& text)
 {
-    ZJournaledFile file(place.path().c_str(), ZJournaledFile::Mode::store);
-    file.commit({text.data(), text.size()}, ZJournaledFile::Companion());
+    zstore::JournaledFile file(place.path().c_str(), zstore::JournaledFile::Mode::store);
+    file.commit({text.data(), text.size()}, zstore::JournaledFile::Companion());
     return true;
 }
 

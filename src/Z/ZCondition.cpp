@@ -110,7 +110,7 @@ void ZCondition_6_0::wait(timespec& absTime, int& timedOut)
         }
     } catch (...) {
         // A cancelled wait has the mutex again; guards in the outer frames unlock it.
-        if (zcaughtCancellation())
+        if (zreporting::caughtCancellation())
             lock_->markHeld(nested);
         throw;
     }

@@ -27,7 +27,7 @@ int extend(int fd, unsigned long size, unsigned long length)
     rlimit limit;
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < length)
         return EFBIG;
-    ZSizeSignalGuard const noSignal;
+    zfiles::SizeSignalGuard const noSignal;
     auto const from = static_cast<off_t>(size);
     auto const more = static_cast<off_t>(length - size);
     // Allocate the space first and extend the file only if that succeeds: a failed extension must
@@ -116,7 +116,7 @@ ZUnixFileMap_6_0& ZUnixFileMap_6_0::operator=(ZUnixFileMap_6_0 const& other)
 
 void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     int scratch = 0;
     int& code = err != nullptr ? *err : scratch;
     unmapfile(&scratch);
@@ -177,7 +177,7 @@ void* ZUnixFileMap_6_0::mapfile(int* err, unsigned long length)
 
 void ZUnixFileMap_6_0::unmapfile(int* err)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     int scratch = 0;
     int& code = err != nullptr ? *err : scratch;
     if (address_ != nullptr) {

@@ -59,7 +59,7 @@ bool isEmpty(char const* text)
 
 // Throws the failure of a call while loading. Opening a directory succeeds; reading its first byte
 // fails.
-[[noreturn]] void throwLoadFailure(ZJournaledFile::IoError const& failure)
+[[noreturn]] void throwLoadFailure(zstore::JournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     if ((failure.call == FailedCall::read && failure.error != EFBIG) || failure.error == EISDIR)
@@ -72,7 +72,7 @@ bool isEmpty(char const* text)
 }
 
 // As throwLoadFailure(), while storing. Reports the open call as "fopen(wt)", as for a stream.
-[[noreturn]] void throwStoreFailure(ZJournaledFile::IoError const& failure)
+[[noreturn]] void throwStoreFailure(zstore::JournaledFile::IoError const& failure)
 {
     char const* const file = failure.file.c_str();
     if (failure.call == FailedCall::fopenToUpdate)
@@ -85,11 +85,12 @@ bool isEmpty(char const* text)
 
 // Runs `body` and turns its failures into exceptions of the library.
 template <class Body>
-void translateErrors(void (*raise)(ZJournaledFile::IoError const&), RaiseSite site, Body body)
+void translateErrors(void (*raise)(zstore::JournaledFile::IoError const&), RaiseSite site,
+                     Body body)
 {
     try {
         zmemory::translateBadAlloc(kSource, site, body);
-    } catch (ZJournaledFile::IoError const& failure) {
+    } catch (zstore::JournaledFile::IoError const& failure) {
         raise(failure);
     }
 }
@@ -284,9 +285,9 @@ int ZJavaProperties_6_0::load(char const* path)
 {
     if (isEmpty(path))
         return 1;
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     translateErrors(throwLoadFailure, raiseInLoad, [&] {
-        ZJournaledFile file(path, ZJournaledFile::Mode::load);
+        zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
         MemoryBytes bytes(file.text());
         read(bytes, path);
     });
@@ -311,7 +312,7 @@ int ZJavaProperties_6_0::load(char const* path, char const* stopKey)
 
 int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     int ended = 0;
     translateErrors(throwLoadFailure, raiseInLoad, [&] {
         StreamBytes bytes(stream);
@@ -404,9 +405,9 @@ void ZJavaProperties_6_0::store(char const* path)
 {
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     translateErrors(throwStoreFailure, raiseInStore, [&] {
-        ZJournaledFile file(path, ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path, zstore::JournaledFile::Mode::store);
         std::string text = "#\n";
         rep_->entries.forEach([&text](HashTable::Node const& node) {
             auto const& key = static_cast<ZAbstractString_6_0 const&>(*node.key);

@@ -63,7 +63,7 @@ int checkLockFile(struct stat const& status)
 int holdsOfCaller(ZAbstractReadWriteLock_6_0 const& lock)
 {
     auto const* const file = dynamic_cast<ZAbstractProcessReadWriteFileLock_6_0 const*>(&lock);
-    return file != nullptr ? ZLockClaims::countHeld(file) : -1;
+    return file != nullptr ? zfiles::LockClaims::countHeld(file) : -1;
 }
 
 // Runs a step of the protocol while another failure is in flight, and reports its exception.
@@ -95,11 +95,11 @@ bool transferAll(unsigned length, Transfer transfer)
     return length != 0;
 }
 
-// ZLockClaims knows a lock object by the address of this base.
-ZSharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
+// zfiles::LockClaims knows a lock object by the address of this base.
+zfiles::SharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* object)
 {
     return zmemory::translateBadAlloc(kSource, raiseForMemory,
-                                      [object] { return new ZSharedFile(object); });
+                                      [object] { return new zfiles::SharedFile(object); });
 }
 
 }  // namespace
@@ -143,7 +143,7 @@ ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(cha
 ZAbstractProcessReadWriteFileLock_6_0::~ZAbstractProcessReadWriteFileLock_6_0()
 {
     if (ZAbstractProcessReadWriteLock_6_0::getLockState() != unset)
-        ZLockClaims::dropAll(this);
+        zfiles::LockClaims::dropAll(this);
 }
 
 uint32_t ZAbstractProcessReadWriteFileLock_6_0::hash() const
@@ -318,20 +318,20 @@ void ZAbstractProcessReadWriteFileLock_6_0::acquire(zlockstate state)
 {
     // Drop the claim first: the thread no longer waits for anything.
     auto const undo = [this] {
-        ZLockClaims::drop(this);
+        zfiles::LockClaims::drop(this);
         rollBack([this] { ZAbstractProcessReadWriteLock_6_0::lock(unset); });
     };
     short const type = state == read ? F_RDLCK : F_WRLCK;
-    if (int const error = zmemory::translateBadAlloc(kSource, raiseForMemory,
-                                                     [&] { return ZLockClaims::ask(this, type); }))
+    if (int const error = zmemory::translateBadAlloc(
+            kSource, raiseForMemory, [&] { return zfiles::LockClaims::ask(this, type); }))
         ZLockResourceException_6_0(lockFailed, error).throwException(kSource, raiseInLock);
     try {
         ZAbstractProcessReadWriteLock_6_0::lock(state);
     } catch (...) {
-        ZLockClaims::drop(this);
+        zfiles::LockClaims::drop(this);
         throw;
     }
-    ZLockClaims::hold(this);
+    zfiles::LockClaims::hold(this);
     try {
         file_.lock();
     } catch (...) {
@@ -390,7 +390,7 @@ void ZAbstractProcessReadWriteFileLock_6_0::release(Release how)
             setLockState(unset);
         }
     }
-    ZLockClaims::drop(this);
+    zfiles::LockClaims::drop(this);
     ZAbstractProcessReadWriteLock_6_0::lock(unset);
 }
 
@@ -509,7 +509,7 @@ void ZUnixProcessReadWriteFileLock_6_0::unlockFileRange(unsigned int start, unsi
 void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int offset,
                                                    unsigned int length)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     int const fd = getFileHandle();
     // If the file already has our id, skip the write. A read is cheap, but O_SYNC makes every write
     // wait for the disk.
@@ -518,7 +518,7 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
         pread(fd, &there, sizeof there, offset) == sizeof there &&
         memcmp(&there, bytes, sizeof there) == 0)
         return;
-    ZSizeSignalGuard const noSignal;
+    zfiles::SizeSignalGuard const noSignal;
     auto const* const from = static_cast<char const*>(bytes);
     if (transferAll(length, [&](unsigned done) {
             return pwrite(fd, from + done, length - done, off_t{offset} + done);
@@ -535,7 +535,7 @@ void ZUnixProcessReadWriteFileLock_6_0::writeBytes(void* bytes, unsigned int off
 void ZUnixProcessReadWriteFileLock_6_0::readBytes(void* bytes, unsigned int offset,
                                                   unsigned int length)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     int const fd = getFileHandle();
     auto* const to = static_cast<char*>(bytes);
     if (transferAll(length, [&](unsigned done) {

@@ -30,7 +30,9 @@
 #include "ZLock.h"
 #include "ZProcessReadWriteLock.h"
 
-class ZSharedFile;
+namespace zfiles {
+class SharedFile;
+}  // namespace zfiles
 
 /// The protocol of the lock file. A derived class locks, reads and writes the file.
 class ZAbstractProcessReadWriteFileLock_6_0 : public ZAbstractProcessReadWriteLock_6_0 {
@@ -207,8 +209,8 @@ public:
     int getFileHandle() const;
 
 private:
-    int fd_;                     // read and written as a relaxed atomic
-    ZSharedFile* const shared_;  // never null
+    int fd_;                            // read and written as a relaxed atomic
+    zfiles::SharedFile* const shared_;  // never null
 };
 
 /// A file lock without a file: excludes only threads of this process and keeps the sequence number

@@ -67,13 +67,13 @@ void ZProperties_6_0::Rep::recordChange(ZProperties_6_0& store, std::unique_ptr<
 void ZProperties_6_0::Rep::sendNotices(ZProperties_6_0& store, Queue& queue)
 {
     std::exception_ptr first;
-    bool const mayThrow = !zunwinding();
+    bool const mayThrow = !zreporting::unwinding();
     while (!queue.isEmpty()) {
         std::unique_ptr<Notice> const notice = queue.pop();
         try {
             store.notifyObservers(*notice);
         } catch (...) {
-            if (zcaughtCancellation())
+            if (zreporting::caughtCancellation())
                 throw;
             if (mayThrow && first == nullptr)
                 first = std::current_exception();

@@ -97,12 +97,12 @@ bool ZPCategoryBasedCache_6_0::Values::last(Text& value) const
 
 // --- ZPCategoryBasedCache_6_0
 
-ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(make<Rep>()), changes_(0)
+ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0() : rep_(zstanza::allocate<Rep>()), changes_(0)
 {
 }
 
 ZPCategoryBasedCache_6_0::ZPCategoryBasedCache_6_0(ZPCategoryBasedCache_6_0 const& other)
-    : ZPCache_6_0(other), rep_(make<Rep>(*other.rep_)), changes_(0)
+    : ZPCache_6_0(other), rep_(zstanza::allocate<Rep>(*other.rep_)), changes_(0)
 {
 }
 
@@ -113,7 +113,7 @@ ZPCategoryBasedCache_6_0::~ZPCategoryBasedCache_6_0()
 
 ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 {
-    return make<ZPCategoryBasedCache_6_0>(*this);
+    return zstanza::allocate<ZPCategoryBasedCache_6_0>(*this);
 }
 
 void ZPCategoryBasedCache_6_0::changed()
@@ -383,7 +383,7 @@ void ZPCategoryBasedCache_6_0::clear()
 
 ZPCache_6_0* ZPCategoryBasedCache_6_0::makeEmpty() const
 {
-    auto* const made = make<ZPCategoryBasedCache_6_0>();
+    auto* const made = zstanza::allocate<ZPCategoryBasedCache_6_0>();
     made->setAttributes(attributes(), attributeArgument());
     return made;
 }

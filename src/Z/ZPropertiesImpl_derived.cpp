@@ -48,7 +48,7 @@ void removeCreated(ZPCategoryBasedCache_6_0& cache, Names const&... names)
         cache.remove(names.getChars()...);
     } catch (...) {
         cache.ZPCategoryBasedCache_6_0::remove(names.getChars()...);
-        if (zcaughtCancellation())
+        if (zreporting::caughtCancellation())
             throw;
     }
 }
@@ -242,7 +242,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::writeObfuscated(Cache& cache,
 // --- reading
 
 ZPCategoryBasedCache_6_0::Rep::DerivedReader::DerivedReader(ZPCategoryBasedCache_6_0& cache)
-    : cache_(cache), before_(make<Rep>(cache.rep()))
+    : cache_(cache), before_(zstanza::allocate<Rep>(cache.rep()))
 {
 }
 

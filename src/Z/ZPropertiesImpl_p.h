@@ -8,19 +8,10 @@
 #include "ZPropertiesImpl.h"
 #include "cache/contents.h"
 #include "cache/reader.h"
-#include "memory/rep.h"
 #include "stanza/companion_records.h"
 #include "stanza/parser.h"
 #include "stanza/raise_sites.h"
 #include "stanza/text_buffer.h"
-
-/// As new.
-/// throws  ZOutOfMemoryException_6_0; any exception of the constructor.
-template <class Class, class... Arguments>
-Class* make(Arguments const&... arguments)
-{
-    return zmemory::makeRep<Class>(zstanza::kSource, zstanza::raiseInAllocate, arguments...);
-}
 
 // Hidden, because the patterns of exports.map match public names in the signatures of its
 // functions.

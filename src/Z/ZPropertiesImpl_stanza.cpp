@@ -66,12 +66,12 @@ ZSCFData_6_0::~ZSCFData_6_0() = default;
 
 ZPCache_6_0* ZSCFData_6_0::clone() const
 {
-    return make<ZSCFData_6_0>(*this);
+    return zstanza::allocate<ZSCFData_6_0>(*this);
 }
 
 ZPCache_6_0* ZSCFData_6_0::makeEmpty() const
 {
-    auto* const made = make<ZSCFData_6_0>();
+    auto* const made = zstanza::allocate<ZSCFData_6_0>();
     made->setAttributes(attributes(), attributeArgument());
     return made;
 }

@@ -72,7 +72,7 @@ bool ZProperties_6_0::Rep::belongsToAnotherFile(std::string const& companion, ch
 }
 
 std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store,
-                                                    ZJournaledFile const& file,
+                                                    zstore::JournaledFile const& file,
                                                     std::string const& named)
 {
     auto const isRemovable = [&file](std::string const& path) {
@@ -93,7 +93,7 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
     return isRemovable(before) && exists(before) ? before : std::string();
 }
 
-bool ZProperties_6_0::Rep::namesOwnCompanion(ZJournaledFile const& file)
+bool ZProperties_6_0::Rep::namesOwnCompanion(zstore::JournaledFile const& file)
 {
     std::string const entry = zstanza::findCompanion(file.text());
     return !entry.empty() && file.isOwnCompanion(entry);
@@ -127,13 +127,14 @@ void ZProperties_6_0::Rep::packCompanion(ZProperties_6_0& store, std::string con
     operation.source->be_write_obfuscated(operation.packed);
 }
 
-void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store, ZJournaledFile const& file,
+void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store,
+                                                 zstore::JournaledFile const& file,
                                                  std::string const& named, std::string const& path,
                                                  StoreOperation& operation)
 {
     auto& [source, edited, restorer, packed, change, companions] = operation;
     if (packed.getLength() > 0) {
-        change.change = ZJournaledFile::Companion::written;
+        change.change = zstore::JournaledFile::Companion::written;
         change.path = path;
         change.contents = {static_cast<char const*>(packed.getBuffer()), packed.getLength()};
         change.isNamed = path == named || (store.rep_->isStanzaFile && namesOwnCompanion(file));
@@ -143,7 +144,7 @@ void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store, ZJourna
     companions.setAllUnloaded();
     change.path = companionToRemove(store, file, named);
     if (!change.path.empty()) {
-        change.change = ZJournaledFile::Companion::removed;
+        change.change = zstore::JournaledFile::Companion::removed;
         companions.remove(change.path);
     }
     if (!path.empty())

@@ -40,7 +40,7 @@ private:
     int const before_;
 };
 
-void moveToBuffer(ZJournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
+void moveToBuffer(zstore::JournaledFile::Bytes& bytes, ZBuffer_6_0& buffer)
 {
     size_t const length = bytes.length();
     buffer.setBufferNoCopy(length, bytes.release());
@@ -73,7 +73,7 @@ void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::str
     char* const data = text.empty() ? none : const_cast<char*>(text.data());
     File const file(fmemopen(data, text.size(), "r"));
     if (file == nullptr)
-        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fmemopen, errno};
+        throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fmemopen, errno};
     cache.be_read(path, file.get());
 }
 
@@ -125,23 +125,23 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
     File const file(
         fopencookie(&written, "w", {nullptr, MemoryStream::write, MemoryStream::seek, nullptr}));
     if (file == nullptr)
-        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fopencookie, errno};
+        throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fopencookie, errno};
     cache.be_write(path, file.get());
     bool const failed = ferror(file.get()) != 0 || fflush(file.get()) != 0;
     if (failed || written.isLost)
-        throw ZJournaledFile::IoError{path, zfiles::FailedCall::fwrite,
-                                      written.isLost ? ENOMEM : errno};
+        throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fwrite,
+                                             written.isLost ? ENOMEM : errno};
     text.setBuffer(written.text.size(), written.text.data());
 }
 
 // Reads the companion of `file`, which is at `path`, into `target`. Returns false if another
 // program replaced the file and `canRetry` is true: a store of the new file may have written the
 // companion. throws  as ZProperties_6_0::load().
-bool readCompanion(ZJournaledFile& file, char const* path, std::string const& companion,
+bool readCompanion(zstore::JournaledFile& file, char const* path, std::string const& companion,
                    bool canRetry, ZPCache_6_0& target)
 {
     try {
-        ZJournaledFile::Bytes packed = file.readCompanion(companion.c_str());
+        zstore::JournaledFile::Bytes packed = file.readCompanion(companion.c_str());
         ZBuffer_6_0 buffer;
         moveToBuffer(packed, buffer);
         target.be_read_obfuscated(buffer);
@@ -154,7 +154,7 @@ bool readCompanion(ZJournaledFile& file, char const* path, std::string const& co
         return true;
     if (canRetry)
         return false;
-    throw ZJournaledFile::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
+    throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
 }
 
 }  // namespace
@@ -173,9 +173,9 @@ char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const*
 }
 
 void ZProperties_6_0::Rep::recordFile(ZProperties_6_0& store, char const* path,
-                                      ZJournaledFile const& file)
+                                      zstore::JournaledFile const& file)
 {
-    ZJournaledFile::Stamp const& stamp = file.stamp();
+    zstore::JournaledFile::Stamp const& stamp = file.stamp();
     // Returns whether `name` leads to the file, even if it is not `path`.
     auto const isNameOf = [&](char const* name) {
         struct stat status;
@@ -200,7 +200,7 @@ bool ZProperties_6_0::Rep::isCurrent(ZProperties_6_0& store)
         return true;
     struct stat status;
     return stat(store.rep_->sharedPath.c_str(), &status) != 0 ||
-           ZJournaledFile::Stamp(status) == store.rep_->sharedStamp();
+           zstore::JournaledFile::Stamp(status) == store.rep_->sharedStamp();
 }
 
 bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
@@ -214,7 +214,7 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     Rep& rep = *store.rep_;
     auto* const stanzas = rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
-    ZJournaledFile file(path, ZJournaledFile::Mode::load);
+    zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
     std::string const known = target.companionFile().getChars();
     target.setCompanionFile(nullptr);
     parse(target, stanzas, path, file.text());
@@ -254,20 +254,21 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
 void ZProperties_6_0::load(char const* path)
 {
     constexpr int kMaxAttempts = 100;
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
     ScopedValue const loading(loading_, 1);
     translateErrors(raiseInLoad, [&] {
         for (int attempts = 1; !Rep::loadOnce(*this, chosen); ++attempts)
             if (attempts == kMaxAttempts)
-                throw ZJournaledFile::IoError{chosen, zfiles::FailedCall::fopenToRead, ESTALE};
+                throw zstore::JournaledFile::IoError{chosen, zfiles::FailedCall::fopenToRead,
+                                                     ESTALE};
     });
 }
 
 void ZProperties_6_0::reload(char const* path)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     Hold const hold(*this);
     if (isEmpty(path) && fileName_.isEmpty())
         ZInvalidParameterException_6_0().throwException(kSource, raiseInReload);
@@ -300,7 +301,7 @@ void ZProperties_6_0::reload(char const* path)
 
 void ZProperties_6_0::store(char const* path)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     Hold const hold(*this);
     char const* const chosen = Rep::choosePath(*this, path);
     translateErrors(raiseInStore, [&] {
@@ -312,9 +313,10 @@ void ZProperties_6_0::store(char const* path)
             companion.clear();
         if (hasItems)
             checkFileAccess(
-                (companion.empty() ? ZJournaledFile::likelyCompanion(chosen) : companion).c_str());
+                (companion.empty() ? zstore::JournaledFile::likelyCompanion(chosen) : companion)
+                    .c_str());
 
-        ZJournaledFile file(chosen, ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(chosen, zstore::JournaledFile::Mode::store);
         Rep::StoreOperation operation(*this);
         if (hasItems) {
             if (companion.empty())
@@ -378,7 +380,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
 {
     auto const check = [](char const* file) {
         if (access(file, R_OK | W_OK) != 0)
-            throw ZJournaledFile::IoError{file, zfiles::FailedCall::access, errno};
+            throw zstore::JournaledFile::IoError{file, zfiles::FailedCall::access, errno};
     };
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInCheckFileAccess);
@@ -396,7 +398,7 @@ void ZProperties_6_0::checkFileAccess(char const* path)
         }
         char current[kWorkingDirectory];
         if (getcwd(current, sizeof current) == nullptr)
-            throw ZJournaledFile::IoError{path, zfiles::FailedCall::getcwd, errno};
+            throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::getcwd, errno};
         check(current);
     });
 }

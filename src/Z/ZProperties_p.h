@@ -1,8 +1,8 @@
 // ZProperties_p: the sites of reports and the hidden state of the configuration store: queued
 // notices, strings to add to a list, all-or-nothing changes of the cache, and companion files.
 //
-// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, ZJournaledFile, ZArrayList,
-// ZBuffer, ZLCString, ZException.
+// Subsystem: properties.  Stands on: ZProperties, ZPropertiesImpl, zstore::JournaledFile,
+// ZArrayList, ZBuffer, ZLCString, ZException.
 #pragma once
 
 #include <atomic>
@@ -78,7 +78,7 @@ void translateErrors(RaiseSite site, Body body)
 {
     try {
         zmemory::translateBadAlloc(kSource, site, body);
-    } catch (ZJournaledFile::IoError const& failure) {
+    } catch (zstore::JournaledFile::IoError const& failure) {
         ZPropertiesIOException_6_0(failure.file.c_str(), failure.callName(), failure.error)
             .throwException(kSource, site);
     }
@@ -224,7 +224,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Records that `file` was loaded or stored by `path`: the first path becomes the file name,
     /// and the state of the file is recorded if fileName() or `sharedPath` leads to it.
-    static void recordFile(ZProperties_6_0& store, char const* path, ZJournaledFile const& file);
+    static void recordFile(ZProperties_6_0& store, char const* path,
+                           zstore::JournaledFile const& file);
 
     /// Sets the modified flag, which isCurrent() reads without the store's lock.
     static void setModified(ZProperties_6_0& store, int modified)
@@ -254,7 +255,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// Returns the companion to remove when `file` is stored without obfuscated values: the file's
     /// own companion, if the contents or the old text name it, or if the store has used it before.
     /// Empty if there is no such file, or if it may belong to another file.
-    static std::string companionToRemove(ZProperties_6_0 const& store, ZJournaledFile const& file,
+    static std::string companionToRemove(ZProperties_6_0 const& store,
+                                         zstore::JournaledFile const& file,
                                          std::string const& named);
 
     /// Returns whether `companion` belongs to another existing file: its path is that file's and
@@ -262,7 +264,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static bool belongsToAnotherFile(std::string const& companion, char const* path);
 
     /// Returns whether the text of `file` names the companion that belongs to its path.
-    static bool namesOwnCompanion(ZJournaledFile const& file);
+    static bool namesOwnCompanion(zstore::JournaledFile const& file);
 
     /// Returns whether a value has no UTF-8 form and is therefore read as an empty UTF-8 string.
     static bool lacksUTF8(char const* value);
@@ -278,7 +280,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Returns the state of the file at `sharedPath` when it was last loaded or stored.
     /// threads any, without the store's lock.
-    ZJournaledFile::Stamp sharedStamp()
+    zstore::JournaledFile::Stamp sharedStamp()
     {
         std::lock_guard<std::mutex> const guard(stampMutex_);
         return sharedStamp_;
@@ -312,12 +314,12 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         {
         }
 
-        ZPCache_6_0* source;                    // the cache to write
-        std::unique_ptr<ZPCache_6_0> edited;    // the contents with another companion entry
-        std::optional<CacheRestorer> restorer;  // if the cache itself had to be edited
-        ZBuffer_6_0 packed;                     // the contents of the companion
-        ZJournaledFile::Companion change;       // refers to `packed`
-        Companions companions;                  // the companions that the store knows afterwards
+        ZPCache_6_0* source;                      // the cache to write
+        std::unique_ptr<ZPCache_6_0> edited;      // the contents with another companion entry
+        std::optional<CacheRestorer> restorer;    // if the cache itself had to be edited
+        ZBuffer_6_0 packed;                       // the contents of the companion
+        zstore::JournaledFile::Companion change;  // refers to `packed`
+        Companions companions;                    // the companions that the store knows afterwards
     };
 
     /// Compresses the obfuscated values for the companion `path`, which the contents then name.
@@ -326,7 +328,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     /// Decides whether the companion is written, removed or left alone. `named` is the companion
     /// that the contents name, `path` the companion to write.
-    static void chooseCompanionChange(ZProperties_6_0& store, ZJournaledFile const& file,
+    static void chooseCompanionChange(ZProperties_6_0& store, zstore::JournaledFile const& file,
                                       std::string const& named, std::string const& path,
                                       StoreOperation& operation);
 
@@ -343,8 +345,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 private:
     static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);
 
-    std::mutex stampMutex_;              // innermost: no other lock is acquired while it is held
-    ZJournaledFile::Stamp sharedStamp_;  // guarded by stampMutex_
+    std::mutex stampMutex_;  // innermost: no other lock is acquired while it is held
+    zstore::JournaledFile::Stamp sharedStamp_;  // guarded by stampMutex_
 };
 
 template <class Predicate>

@@ -31,7 +31,8 @@ struct PendingLoad {
 
 struct PendingLoads {
     // Waits until the thread that loads `load` has finished.
-    // throws  ZJournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the calling
+    // throws  zstore::JournaledFile::IoError (path, "fcntl()", EDEADLK) if that thread is the
+    // calling
     //         thread, or waits, directly or through other threads, for a store that the calling
     //         thread is loading.
     void waitFor(PendingLoad const& load);
@@ -65,7 +66,7 @@ void PendingLoads::waitFor(PendingLoad const& load)
     for (PendingLoad const* next = &load; next != nullptr && !next->done;
          next = waitedForBy(next->thread))
         if (pthread_equal(next->thread, self))
-            throw ZJournaledFile::IoError{load.path, zfiles::FailedCall::fcntl, EDEADLK};
+            throw zstore::JournaledFile::IoError{load.path, zfiles::FailedCall::fcntl, EDEADLK};
     waits_.push_back({self, &load});
     ended.wait(guard, [&] { return load.done; });
     std::erase_if(waits_, [&](Wait const& wait) { return pthread_equal(wait.thread, self); });
@@ -107,7 +108,7 @@ ZProperties_6_0* ZProperties_6_0::getPropertiesFor(char const* path,
 {
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInGetPropertiesFor);
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     ZProperties_6_0* found = nullptr;
     translateErrors(raiseInGetPropertiesFor, [&] {
         ZLCString_6_0 const key(path);

@@ -299,7 +299,7 @@ int ZProperties_6_0::count(char const* category) const
 
 void ZProperties_6_0::list() const
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     Hold const hold(*this);
     cache_->list(stdout);
 }

@@ -197,7 +197,7 @@ void ZThread_6_0::waitForExit()
         rc = pthread_join(getPThreadID(), nullptr);
     } catch (...) {
         // Cancelled: the thread can still be joined.
-        if (zcaughtCancellation())
+        if (zreporting::caughtCancellation())
             std::atomic_ref(joinable_).store(kJoinable);
         throw;
     }

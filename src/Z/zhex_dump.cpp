@@ -139,7 +139,7 @@ char* putLine(char* to, unsigned offset, unsigned char const* data, int count)
 void zhex_dump_6_0(FILE* stream, int length, unsigned char const* data, char const* title)
 {
     ZResourceLock_6_0 const guard(dumpLock());
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     size_t const lines = length > 0 ? (static_cast<size_t>(length) + 15) / kBytesPerLine : 0;
     size_t const titleLength = title != nullptr ? strlen(title) : 0;
     Output output(stream != nullptr ? stream : stderr, lines * kMaxLineSize + titleLength + 4);

@@ -78,7 +78,7 @@ int codeOf(int (*codeOfFailure)(), Action action)
         action();
         return zpropOk;
     } catch (...) {
-        if (zcaughtCancellation())
+        if (zreporting::caughtCancellation())
             throw;
         return codeOfFailure();
     }
@@ -89,7 +89,7 @@ int codeOf(int (*codeOfFailure)(), Action action)
 template <class Action>
 int withFile(ZPROP_handle* handle, int (*codeOfFailure)(), Action action)
 {
-    Files::Pin const file = zpropOpenFiles.pin(handle);
+    Files::Pin const file = zhandles::openFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     return codeOf(codeOfFailure, [&] { action(*file->store); });
@@ -122,7 +122,7 @@ template <class OverKeys, class OverValues>
 int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys overKeys,
                  OverValues overValues)
 {
-    Iterators::Pin const iterator = zpropOpenIterators.pin(handle);
+    Iterators::Pin const iterator = zhandles::openIterators.pin(handle);
     if (!iterator || !iterator->intact())
         return zpropBadHandle;
     if (!isCreator(*iterator))
@@ -256,15 +256,16 @@ int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode
     return codeOf(openStoreCode, [&] {
         constexpr int kKeepComments = 1;
         auto store = std::make_shared<Store>(file, kKeepComments);
-        *handle = zpropOpenFiles.insert(std::make_unique<ZPROP_handle>(mode, std::move(store)));
+        *handle =
+            zhandles::openFiles.insert(std::make_unique<ZPROP_handle>(mode, std::move(store)));
     });
 }
 
 void zstzPropClose_6_0(ZPROP_handle* handle)
 {
-    Files::Pin const file = zpropOpenFiles.pin(handle);
+    Files::Pin const file = zhandles::openFiles.pin(handle);
     if (file && file->intact())
-        zpropOpenFiles.close(handle);
+        zhandles::openFiles.close(handle);
 }
 
 int zstzPropStore_6_0(ZPROP_handle* handle, char const* file)
@@ -340,7 +341,7 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
 {
     if (records == nullptr && count != 0)
         return zpropBadHandle;
-    Files::Pin const file = zpropOpenFiles.pin(handle);
+    Files::Pin const file = zhandles::openFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     // zstzPropFreeValuesList_6_0 releases the results of all records, also of those after a
@@ -369,7 +370,7 @@ void zstzPropFreeValuesList_6_0(ZPROP_handle* handle, ZPROPValue* records, int c
 {
     if (records == nullptr)
         return;
-    Files::Pin const file = zpropOpenFiles.pin(handle);
+    Files::Pin const file = zhandles::openFiles.pin(handle);
     if (!file || !file->intact())
         return;
     for (int i = 0; i < count; ++i) {
@@ -458,7 +459,7 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 {
     if (stanza == nullptr || iterator == nullptr)
         return zpropBadHandle;
-    Files::Pin const file = zpropOpenFiles.pin(handle);
+    Files::Pin const file = zhandles::openFiles.pin(handle);
     if (!file || !file->intact())
         return zpropBadHandle;
     *iterator = nullptr;
@@ -468,13 +469,13 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
             created = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
         else
             created = std::make_unique<ZPROP_stz_iter_handle>(file->store, stanza);
-        *iterator = zpropOpenIterators.insert(std::move(created));
+        *iterator = zhandles::openIterators.insert(std::move(created));
     });
 }
 
 int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
 {
-    Iterators::Pin const iterator = zpropOpenIterators.pin(handle);
+    Iterators::Pin const iterator = zhandles::openIterators.pin(handle);
     if (!iterator)
         return zpropBadHandle;
     if (!isCreator(*iterator))
@@ -483,7 +484,7 @@ int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
     // store; other threads would wait for the lock forever. Test:
     // ZPropertiesC.KeepsClosingADamagedIterator
     bool const intact = iterator->intact();
-    zpropOpenIterators.close(handle);
+    zhandles::openIterators.close(handle);
     return intact ? zpropOk : zpropBadHandle;
 }
 

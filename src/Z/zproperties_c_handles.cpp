@@ -9,8 +9,8 @@ enum Tag : uint32_t { fileTag = 1, iteratorTag = 2 };
 
 }  // namespace
 
-constinit zhandles::HandleTable<ZPROP_handle> zpropOpenFiles(fileTag);
-constinit zhandles::HandleTable<ZPROP_iter_handle> zpropOpenIterators(iteratorTag);
+constinit zhandles::HandleTable<ZPROP_handle> zhandles::openFiles(fileTag);
+constinit zhandles::HandleTable<ZPROP_iter_handle> zhandles::openIterators(iteratorTag);
 
 ZPROP_handle::ZPROP_handle(ZPROPOpenMode openMode,
                            std::shared_ptr<ZStanzaFileProperties_6_0> openStore)

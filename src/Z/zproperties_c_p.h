@@ -72,6 +72,10 @@ struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
     std::string const key;
 };
 
+namespace zhandles {
+
 /// The process's open files and iterators.
-extern zhandles::HandleTable<ZPROP_handle> zpropOpenFiles;
-extern zhandles::HandleTable<ZPROP_iter_handle> zpropOpenIterators;
+extern HandleTable<ZPROP_handle> openFiles;
+extern HandleTable<ZPROP_iter_handle> openIterators;
+
+}  // namespace zhandles

@@ -81,7 +81,7 @@ void setTableDirectory(char const* directory)
 bool startServices()
 {
     // A cancelled thread would leave the state half-initialised for the others.
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     setlocale(LC_ALL, "");
     maxCharacterSize.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);

@@ -364,7 +364,7 @@ private:
         expect((lock.getFileHandle() != -1) == (held > 0), "the descriptor is ",
                lock.getFileHandle());
         ZAbstractProcessReadWriteFileLock_6_0 const* const object = &lock;
-        int const claims = ZLockClaims::countHeld(object);
+        int const claims = zfiles::LockClaims::countHeld(object);
         expect(claims == held, "the claims held are ", claims);
         int const readers = const_cast<Lock&>(lock).getReaderCount();
         expect(readers == (writes ? 0 : held), "the readers are ", readers);
@@ -388,7 +388,7 @@ private:
     Observer observer_;
     std::unique_ptr<Lock> first_;
     std::unique_ptr<Lock> second_;
-    ZSharedFile range_;
+    zfiles::SharedFile range_;
     int position_ = 0;      // of the next step
     bool guarded_ = false;  // the guard has acquired
 };

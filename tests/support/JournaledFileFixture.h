@@ -1,5 +1,5 @@
-// JournaledFileFixture: the fixture of the tests of ZJournaledFile, and plans for the calls of a
-// store.
+// JournaledFileFixture: the fixture of the tests of zstore::JournaledFile, and plans for the calls
+// of a store.
 #pragma once
 
 #include <Z/store/journaled_file.h>
@@ -170,42 +170,42 @@ protected:
 
     Pair load()
     {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
         Pair pair;
         pair.text.assign(file.text().data(), file.text().size());
         try {
-            ZJournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            zstore::JournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
             pair.companion.assign(bytes.data(), bytes.length());
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_STREQ("mapFile()", failure.callName());
             EXPECT_EQ(EINVAL, failure.error);
         }
         return pair;
     }
 
-    ZJournaledFile::Companion change(Pair const& pair, bool hadCompanion = true) const
+    zstore::JournaledFile::Companion change(Pair const& pair, bool hadCompanion = true) const
     {
-        ZJournaledFile::Companion companion;
+        zstore::JournaledFile::Companion companion;
         companion.path = companion_;
         companion.contents = viewOf(pair.companion);
         if (!pair.companion.empty())
-            companion.change = ZJournaledFile::Companion::written;
+            companion.change = zstore::JournaledFile::Companion::written;
         else if (hadCompanion)
-            companion.change = ZJournaledFile::Companion::removed;
+            companion.change = zstore::JournaledFile::Companion::removed;
         return companion;
     }
 
     void store(Pair const& pair)
     {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
         file.commit(viewOf(pair.text), change(pair));
     }
 
     // Stores `text` and keeps the companion.
     void storeText(std::string const& text)
     {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-        file.commit(viewOf(text), ZJournaledFile::Companion());
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+        file.commit(viewOf(text), zstore::JournaledFile::Companion());
     }
 
     // Returns a plan that reads the journal into `journal` just before the text is written.
@@ -257,7 +257,7 @@ protected:
             CallRecorder const watch(plan);
             call();
             ADD_FAILURE() << "nothing was thrown";
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(file, failure.file);
             EXPECT_STREQ(text, failure.callName());
             EXPECT_EQ(error, failure.error);
@@ -316,7 +316,7 @@ protected:
         ::asNobody([&] {
             try {
                 return body();
-            } catch (ZJournaledFile::IoError const& failure) {
+            } catch (zstore::JournaledFile::IoError const& failure) {
                 fprintf(stderr, "%s %s %d\n", failure.file.c_str(), failure.callName(),
                         failure.error);
                 return false;

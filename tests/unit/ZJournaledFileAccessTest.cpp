@@ -175,8 +175,8 @@ TEST_F(ZJournaledFileAccess, OnlyTheOwnerGetsAccessIfTheListCannotBeSet)
         EXPECT_EQ(kLong, load());
         // A new file would have other rights for the users in the list.
         expectFailure(directory_.at(".conf.new"), "fsetxattr()", EINVAL, refusing, [&] {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-            file.replace(viewOf(kShort.text), ZJournaledFile::Companion());
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+            file.replace(viewOf(kShort.text), zstore::JournaledFile::Companion());
         });
         EXPECT_EQ(kLong, load());
         EXPECT_EQ("conf conf.obf", directory_.names());
@@ -301,7 +301,8 @@ TEST_F(ZJournaledFileAccess, OutOfMemoryLeavesNoNewCompanionWithAttributes)
     if (setxattr(companion_.c_str(), "user.note", "keep", 4, 0) != 0)
         GTEST_SKIP() << "attributes are not supported";
     int const failed = failEachAllocation(
-        CallPlan(), [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); },
+        CallPlan(),
+        [&] { zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store); },
         [&] {
             EXPECT_EQ(std::string::npos, directory_.names().find(".new")) << directory_.names();
             EXPECT_EQ(kLong, load());
@@ -371,9 +372,9 @@ TEST_F(ZJournaledFileAccess, AnotherUsersFileInAStickyDirectoryMakesAStoreFail)
                                          : mknod(obstacle.c_str(), S_IFREG | 0666, 0));
             asNobody([&] {
                 expectFailure(obstacle, c.call, EEXIST, CallPlan(), [&] {
-                    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-                    ZJournaledFile::Companion companion;
-                    companion.change = ZJournaledFile::Companion::written;
+                    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+                    zstore::JournaledFile::Companion companion;
+                    companion.change = zstore::JournaledFile::Companion::written;
                     companion.path = companion_;
                     companion.contents = c.after->companion;
                     c.replaces ? file.replace(c.after->text, companion)
@@ -415,9 +416,10 @@ TEST_F(ZJournaledFileAccess, JournalThatItsListMakesWritableForOthersIsIgnored)
     EXPECT_EQ(kLong.text, load().text);
     if (!setList(journal_, listFor(kOther, 6)))
         GTEST_SKIP() << "access control lists are not supported";
-    for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+    for (zstore::JournaledFile::Mode mode :
+         {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
         expectFailure(journal_, "access()", EPERM, CallPlan(),
-                      [&] { ZJournaledFile(path_.c_str(), mode); });
+                      [&] { zstore::JournaledFile(path_.c_str(), mode); });
     EXPECT_EQ(torn, directory_.read("conf"));
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
     // It is trusted if the file has the same list, or if the user may only read.
@@ -425,7 +427,7 @@ TEST_F(ZJournaledFileAccess, JournalThatItsListMakesWritableForOthersIsIgnored)
     EXPECT_EQ(kLong.text, load().text);
     ASSERT_TRUE(setList(path_, listFor(kOther, 4)));
     expectFailure(journal_, "access()", EPERM, CallPlan(),
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+                  [&] { zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load); });
     ASSERT_TRUE(setList(journal_, listFor(kOther, 4)));
     EXPECT_EQ(kLong.text, load().text);
 }
@@ -475,10 +477,10 @@ TEST_F(ZJournaledFileAccess, JournalOfAUserThatCanWriteTheFileIsTrusted)
             storeText(kPlain.text);
             EXPECT_EQ(kPlain.text, load().text);
         } else {
-            for (ZJournaledFile::Mode mode :
-                 {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+            for (zstore::JournaledFile::Mode mode :
+                 {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
                 expectFailure(journal_, "access()", EPERM, CallPlan(),
-                              [&] { ZJournaledFile(path_.c_str(), mode); });
+                              [&] { zstore::JournaledFile(path_.c_str(), mode); });
             EXPECT_EQ(torn, directory_.read("conf"));
             EXPECT_EQ(whole, directory_.read(".conf.zjn"));
             // If the text is complete, nothing can be lost: the journal is renamed to an orphan.
@@ -508,15 +510,16 @@ TEST_F(ZJournaledFileAccess, UnreadableJournalOfAnUnknownUserLeavesNoTornText)
     ASSERT_EQ(0, chown(journal_.c_str(), kUnknown, kUnknown));
     chmod(path_.c_str(), 0660);
     asNobody([&] {
-        for (auto const mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (auto const mode :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(journal_, "open()", EACCES, CallPlan(),
-                          [&] { ZJournaledFile const file(path_.c_str(), mode); });
+                          [&] { zstore::JournaledFile const file(path_.c_str(), mode); });
         return !HasFailure();
     });
     // No group may write the file: the unknown user could not.
     chmod(path_.c_str(), 0640);
     asNobody([&] {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         return file.text() == torn;
     });
 }
@@ -532,8 +535,9 @@ TEST_F(ZJournaledFileAccess, JournalOfAUserThatCannotWriteTheCompanionDoesNotCha
     ASSERT_EQ(0, chmod(path_.c_str(), 0660));
     ASSERT_EQ(0, chmod(companion_.c_str(), 0640));
     ASSERT_EQ(0, chown(journal_.c_str(), 65534, 65534));
-    expectFailure(journal_, "access()", EPERM, CallPlan(),
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(journal_, "access()", EPERM, CallPlan(), [&] {
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ(kShort.companion, directory_.read("conf.obf"));
     ASSERT_EQ(0, chmod(companion_.c_str(), 0660));
     EXPECT_EQ(kLong, load());

@@ -56,13 +56,13 @@ TEST_F(ZJournaledFileCompanion, CompanionOnAnotherDiskIsWrittenAgain)
     struct stat before;
     struct stat after;
     put(kPlain);
-    ZJournaledFile::Companion companion = change(kLong);
+    zstore::JournaledFile::Companion companion = change(kLong);
     companion.path = elsewhere.write("secrets", kLong.companion);
     ASSERT_EQ(0, stat(companion.path.c_str(), &before));
     ASSERT_EQ(0, stat(path_.c_str(), &after));
     if (before.st_dev == after.st_dev)
         GTEST_SKIP() << "/tmp and /dev/shm are on one disk";
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
     file.commit(viewOf(kLong.text), companion);
     ASSERT_EQ(0, stat(companion.path.c_str(), &after));
     EXPECT_NE(before.st_ino, after.st_ino);
@@ -108,7 +108,7 @@ TEST_F(ZJournaledFileCompanion, CompanionOfAnotherProgramIsSynced)
             CallRecorder const watch(elsewhere);
             store({kLong.text, kShort.companion});
             ADD_FAILURE();
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(companion_, failure.file);
             EXPECT_STREQ("fsync()", failure.callName());
         }
@@ -135,15 +135,16 @@ TEST_F(ZJournaledFileCompanion, CompanionIsWrittenAgainIfItsNameCannotBeSynced)
 TEST_F(ZJournaledFileCompanion, ErrnoOfTheCompanionsDirectoryIsReported)
 {
     put(kPlain);
-    ZJournaledFile::Companion companion = change(kLong);
+    zstore::JournaledFile::Companion companion = change(kLong);
     companion.path = directory_.at("missing/conf.obf");
     expectFailure(companion.path, "fopen(w)", ENOENT, CallPlan(), [&] {
-        ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store).commit(kLong.text, companion);
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store)
+            .commit(kLong.text, companion);
     });
     std::string const directory = directory_.at("directory");
     std::filesystem::create_directory(directory);
     chmod(path_.c_str(), 0620);
-    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
     for (int error : {EMFILE, ENFILE, ENOMEM, EIO})
         for (int nth : {1, 2}) {
             SCOPED_TRACE(strerror(error));
@@ -160,10 +161,10 @@ TEST_F(ZJournaledFileCompanion, ErrnoOfTheCompanionsDirectoryIsReported)
 TEST_F(ZJournaledFileCompanion, CompanionIsRemovedWhateverItsContents)
 {
     put(kLong);
-    ZJournaledFile::Companion companion = change(kPlain);
+    zstore::JournaledFile::Companion companion = change(kPlain);
     companion.contents = viewOf(kShort.companion);
     std::string journal;
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
     CallRecorder const watch(keepingJournal(journal));
     file.commit(viewOf(kPlain.text), companion);
     EXPECT_EQ(journalOf(kLong, kPlain, companion_), journal);
@@ -175,7 +176,7 @@ TEST_F(ZJournaledFileCompanion, RecoveryDoesNotRemoveACompanionOfAnotherName)
     directory_.write("secrets", kLong.companion);
     directory_.write(".conf.zjn", journalOf(kLong, kPlain, directory_.at("secrets")));
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         EXPECT_EQ(kPlain.text, std::string(file.text().data(), file.text().size()));
     }
     EXPECT_EQ("conf secrets", directory_.names());
@@ -194,7 +195,7 @@ TEST_F(ZJournaledFileCompanion, RecoveryWritesTheCompanionInPlaceIfItsDirectoryI
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion));
         chmod(directory.c_str(), 0555);
         {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         }
         chmod(directory.c_str(), 0755);
         return directory_.read("directory/secrets") == kLong.companion &&
@@ -207,12 +208,13 @@ TEST_F(ZJournaledFileCompanion, RecoveryReportsAMissingDirectoryOfTheCompanion)
     std::string const companion = directory_.at("directory/secrets");
     put({kLong.text, ""});
     directory_.write(".conf.zjn", journalOf(kPlain, kLong, companion));
-    expectFailure(companion, "fopen(w)", ENOENT, CallPlan(),
-                  [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(companion, "fopen(w)", ENOENT, CallPlan(), [&] {
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ(".conf.zjn conf", directory_.names());
     std::filesystem::create_directory(directory_.at("directory"));
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
     }
     EXPECT_EQ(kLong.companion, directory_.read("directory/secrets"));
     EXPECT_EQ("conf directory", directory_.names());
@@ -266,7 +268,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatCannotBeRestoredInPlaceIsInTheJourn
                 CallRecorder const watch(plan);
                 store(after);
                 ++stored;
-            } catch (ZJournaledFile::IoError const& failure) {
+            } catch (zstore::JournaledFile::IoError const& failure) {
                 EXPECT_EQ(ENOSPC, failure.error);
                 expected = before;
             }
@@ -288,13 +290,13 @@ TEST_F(ZJournaledFileCompanion, LinkIsNotFollowedWhenACompanionIsWrittenInPlace)
         directory_.write("target", kShort.companion);
         std::filesystem::create_symlink(directory_.at("target"), directory + "/secrets");
         chmod(directory.c_str(), 0555);
-        ZJournaledFile::Companion companion = change(kLong);
+        zstore::JournaledFile::Companion companion = change(kLong);
         companion.path = directory + "/secrets";
         std::string seen;
         try {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
             file.commit(viewOf(kLong.text), companion);
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             seen = failure.callName() + std::to_string(failure.error);
         }
         chmod(directory.c_str(), 0755);
@@ -315,7 +317,7 @@ TEST_F(ZJournaledFileCompanion, CompanionThatNoProcessCouldReadIsNotCreated)
         long const descriptors = openDescriptors();
         try {
             store(kLong);
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             return std::string(failure.callName()) == "fchown()" && load() == kPlain &&
                    directory_.names() == "conf" && openDescriptors() == descriptors;
         }
@@ -354,13 +356,13 @@ TEST_F(ZJournaledFileCompanion, FilesThatNoStoreCanHaveWrittenAreNotReplaced)
     ASSERT_EQ(0, mkfifo(directory_.at("pipe").c_str(), 0600));
     for (char const* name : {"text", "xtext", "directory", "pipe", "conf", ".conf.zjn"}) {
         SCOPED_TRACE(name);
-        ZJournaledFile::Companion companion = change(kLong);
+        zstore::JournaledFile::Companion companion = change(kLong);
         companion.path = directory_.at(name);
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
         try {
             file.commit(viewOf(kLong.text), companion);
             ADD_FAILURE();
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(companion.path, failure.file);
             EXPECT_STREQ("access()", failure.callName());
             EXPECT_EQ(EPERM, failure.error);
@@ -382,7 +384,7 @@ TEST_F(ZJournaledFileCompanion, FileWritableByOthersCanOnlyUseItsOwnCompanion)
     directory_.write("secrets", kShort.companion);
     std::string const missing = directory_.at("missing/conf.obf");
     chmod(path_.c_str(), 0620);
-    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
     EXPECT_EQ(0, file.checkCompanionPath(companion_));
     EXPECT_EQ(0, file.checkCompanionPath(directory_.at("directory/../conf.obf")));
     EXPECT_EQ(EPERM, file.checkCompanionPath(directory_.at("secrets")));
@@ -417,7 +419,7 @@ TEST_F(ZJournaledFileCompanion, FileWritableByOthersCanOnlyUseItsOwnCompanion)
     // A file that only we can write can use any companion, except itself and the hidden files of
     // its stores.
     chmod(path_.c_str(), 0600);
-    ZJournaledFile const ours(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile const ours(path_.c_str(), zstore::JournaledFile::Mode::load);
     for (std::string const& name :
          {directory + "/conf.obf", directory + "/.conf.zjn", missing, companion_})
         EXPECT_EQ(0, ours.checkCompanionPath(name)) << name;
@@ -432,7 +434,7 @@ TEST_F(ZJournaledFileCompanion, FileWithTheHiddenNameOfItsNewCompanionIsNotRemov
 {
     std::string const hidden = directory_.write(".conf.obf.new", "one\n");
     expectFailure(companion_, "access()", EPERM, CallPlan(), [&] {
-        ZJournaledFile file(hidden.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(hidden.c_str(), zstore::JournaledFile::Mode::store);
         file.commit("two\n", change(kShort));
     });
     EXPECT_EQ(".conf.obf.new", directory_.names());
@@ -444,10 +446,13 @@ TEST_F(ZJournaledFileCompanion, NewCompanionOfAFileWritableByOthersIsNextToTheRe
     std::filesystem::create_directory(directory_.at("directory"));
     directory_.write("directory/real", kPlain.text);
     ASSERT_EQ(0, symlink("directory/real", path_.c_str()));
-    EXPECT_EQ(companion_, ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
+    EXPECT_EQ(
+        companion_,
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load).newCompanion());
     chmod(path_.c_str(), 0602);
-    EXPECT_EQ(directory_.at("directory/real.obf"),
-              ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).newCompanion());
+    EXPECT_EQ(
+        directory_.at("directory/real.obf"),
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load).newCompanion());
 }
 
 TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
@@ -463,10 +468,10 @@ TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
                 _exit(9);
         std::string seen;
         try {
-            ZJournaledFile file("conf", ZJournaledFile::Mode::store);
-            file.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
+            zstore::JournaledFile file("conf", zstore::JournaledFile::Mode::store);
+            file.commit(viewOf(kPlain.text), zstore::JournaledFile::Companion());
             file.newCompanion();
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             seen = failure.file + " " + failure.callName() + " " + strerror(failure.error);
         }
         struct stat status;
@@ -476,8 +481,8 @@ TEST_F(ZJournaledFileCompanion, NewCompanionFailsInADirectoryWithATooLongPath)
         if (symlink("conf", "link") != 0)
             _exit(9);
         try {
-            ZJournaledFile("link", ZJournaledFile::Mode::load);
-        } catch (ZJournaledFile::IoError const& failure) {
+            zstore::JournaledFile("link", zstore::JournaledFile::Mode::load);
+        } catch (zstore::JournaledFile::IoError const& failure) {
             link = failure.file + " " + failure.callName() + " " + strerror(failure.error);
         }
         _exit(isStored && seen == std::string("conf getcwd() ") + strerror(ERANGE) &&
@@ -495,11 +500,11 @@ TEST_F(ZJournaledFileCompanion, CompanionOfImpossibleLengthIsNotRead)
     put(kShort);
     off_t const most = off_t{257} << 20;
     ASSERT_EQ(0, truncate(companion_.c_str(), most + 1));
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
     try {
         file.readCompanion(companion_.c_str());
         ADD_FAILURE();
-    } catch (ZJournaledFile::IoError const& failure) {
+    } catch (zstore::JournaledFile::IoError const& failure) {
         EXPECT_EQ(companion_, failure.file);
         EXPECT_STREQ("mapFile()", failure.callName());
         EXPECT_EQ(EFBIG, failure.error);
@@ -511,7 +516,7 @@ TEST_F(ZJournaledFileCompanion, CompanionOfImpossibleLengthIsNotRead)
 TEST_F(ZJournaledFileCompanion, CompanionTruncatedWhileItIsOpenedIsEmpty)
 {
     put(kShort);
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
     CallPlan cutting;
     cutting.before = [&](SystemCall const& call) {
         return call.name == "open" ? truncate(companion_.c_str(), 0) : 0;
@@ -527,13 +532,13 @@ TEST_F(ZJournaledFileCompanion, UnsyncedDirectoryOfTheCompanionIsReportedByTheNe
     directory_.write("directory/conf.obf", kShort.companion);
     put(kShort);
     auto const storeThere = [&](Pair const& pair) {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-        ZJournaledFile::Companion wanted = change(pair);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+        zstore::JournaledFile::Companion wanted = change(pair);
         wanted.path = companion;
         file.commit(pair.text, wanted);
     };
     auto const expectPair = [&](Pair const& pair, char const* names) {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
         EXPECT_EQ(pair.text, file.text());
         EXPECT_EQ(pair.companion, file.readCompanion(companion.c_str()).view());
         EXPECT_EQ(names, directory_.names());
@@ -637,16 +642,17 @@ TEST_F(ZJournaledFileCompanion, UnreadableCompanionOfAnotherUsersJournalIsReport
     ASSERT_EQ(0, chown(journal_.c_str(), 65534, 65534));
     for (char const* const call : {"open", "lstat"})
         for (int const error : {EMFILE, EIO, EACCES})
-            for (auto const mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+            for (auto const mode :
+                 {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store}) {
                 SCOPED_TRACE(std::string(call) + " " + std::to_string(error));
                 expectFailure(companion_, "mapFile()", error, failing(call, "conf.obf", error),
-                              [&] { ZJournaledFile(path_.c_str(), mode); });
+                              [&] { zstore::JournaledFile(path_.c_str(), mode); });
             }
     // This text is complete without the journal.
     directory_.write("conf", "else\n");
     {
         CallRecorder const watch(failing("open", "conf.obf", EMFILE));
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         EXPECT_EQ("else\n", file.text());
     }
     directory_.write("conf", kLong.text.substr(0, 2) + kShort.text.substr(2));
@@ -669,9 +675,9 @@ TEST_F(ZJournaledFileCompanion, RelativeCompanionInAJournalRefersToTheWritersDir
             if (child == 0) {
                 CallPlan dying;
                 dying.dieAt = n;
-                ZJournaledFile::Companion written = change(kLong);
+                zstore::JournaledFile::Companion written = change(kLong);
                 written.path = relative;
-                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
                 {
                     CallRecorder const watch(dying);
                     file.commit(kLong.text, written);
@@ -685,10 +691,10 @@ TEST_F(ZJournaledFileCompanion, RelativeCompanionInAJournalRefersToTheWritersDir
             std::string text;
             std::string companion;
             {
-                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+                zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
                 text = file.text();
                 if (text == kLong.text || !isFirst) {
-                    ZJournaledFile::Bytes const bytes = file.readCompanion(relative.c_str());
+                    zstore::JournaledFile::Bytes const bytes = file.readCompanion(relative.c_str());
                     companion.assign(bytes.data(), bytes.length());
                 }
             }
@@ -699,7 +705,7 @@ TEST_F(ZJournaledFileCompanion, RelativeCompanionInAJournalRefersToTheWritersDir
             // A store in another one completes the same companion.
             ASSERT_EQ(0, chdir(elsewhere.c_str()));
             {
-                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+                zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
             }
             ASSERT_EQ(0, chdir(before));
             EXPECT_EQ(text, directory_.read("conf"));
@@ -745,14 +751,15 @@ TEST_F(ZJournaledFileCompanion, ChangedLinkInTheCompanionsPathIsDetected)
                     {
                         CallRecorder const watch(meddlingAt(n, [&] { lead(elsewhere.path()); }));
                         try {
-                            ZJournaledFile opened(file.c_str(), ZJournaledFile::Mode::store);
-                            ZJournaledFile::Companion change = this->change(kLong);
+                            zstore::JournaledFile opened(file.c_str(),
+                                                         zstore::JournaledFile::Mode::store);
+                            zstore::JournaledFile::Companion change = this->change(kLong);
                             change.path = companion;
                             if (removes)
-                                change.change = ZJournaledFile::Companion::removed;
+                                change.change = zstore::JournaledFile::Companion::removed;
                             if (!isDead && opened.isOwnCompanion(companion))
                                 opened.commit(kLong.text, change);
-                        } catch (ZJournaledFile::IoError const&) {
+                        } catch (zstore::JournaledFile::IoError const&) {
                         }
                     }
                     ASSERT_EQ(secret, elsewhere.read("conf.obf"));

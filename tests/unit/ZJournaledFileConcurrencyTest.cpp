@@ -28,7 +28,7 @@ TEST_F(ZJournaledFileConcurrency, CreatedFileStaysIfAnotherProcessStoresIntoIt)
     };
     {
         CallRecorder const watch(meeting);
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         EXPECT_EQ("others\n", std::string(file.text().data(), file.text().size()));
     }
     EXPECT_EQ("others\n", directory_.read("conf"));
@@ -37,14 +37,14 @@ TEST_F(ZJournaledFileConcurrency, CreatedFileStaysIfAnotherProcessStoresIntoIt)
 TEST_F(ZJournaledFileConcurrency, CreatedFileIsNotRemovedOnceItsNameRefersToAnother)
 {
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         directory_.write("other", "");
         ASSERT_EQ(0, rename(directory_.at("other").c_str(), path_.c_str()));
     }
     EXPECT_EQ("conf", directory_.names());
     std::filesystem::remove(path_);
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         std::filesystem::remove(path_);
     }
     EXPECT_EQ("", directory_.names());
@@ -64,7 +64,7 @@ TEST_F(ZJournaledFileConcurrency, FileThatAppearsDuringCreationIsOpened)
             };
             {
                 CallRecorder const watch(meeting);
-                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+                zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
                 EXPECT_EQ(others, std::string(file.text().data(), file.text().size()));
             }
             EXPECT_EQ(others, directory_.read("conf"));
@@ -129,17 +129,18 @@ TEST_F(ZJournaledFileConcurrency, LinksThatAppearDuringAStoreAreNotFollowed)
                 {
                     CallRecorder const watch(meddlingAt(n, c.swap));
                     try {
-                        ZJournaledFile opened(file.c_str(), stores ? ZJournaledFile::Mode::store
-                                                                   : ZJournaledFile::Mode::load);
-                        ZJournaledFile::Bytes const bytes =
+                        zstore::JournaledFile opened(file.c_str(),
+                                                     stores ? zstore::JournaledFile::Mode::store
+                                                            : zstore::JournaledFile::Mode::load);
+                        zstore::JournaledFile::Bytes const bytes =
                             opened.readCompanion((directory + "/conf.obf").c_str());
                         read.assign(bytes.data(), bytes.length());
                         read += opened.text();
-                        ZJournaledFile::Companion change = this->change(kLong);
+                        zstore::JournaledFile::Companion change = this->change(kLong);
                         change.path = directory + "/conf.obf";
                         if (stores)
                             opened.commit(kLong.text, change);
-                    } catch (ZJournaledFile::IoError const&) {
+                    } catch (zstore::JournaledFile::IoError const&) {
                     }
                 }
                 // A file that only we can write may use any companion, even through a link.
@@ -196,7 +197,7 @@ TEST_F(ZJournaledFileConcurrency, StoreDoesNotTouchTheFileThatReplacedItsOwn)
             CallRecorder const watch(meddlingAt(n, replace));
             try {
                 store({"four four\n", compressed("4")});
-            } catch (ZJournaledFile::IoError const& failure) {
+            } catch (zstore::JournaledFile::IoError const& failure) {
                 isStored = false;
                 EXPECT_EQ(ESTALE, failure.error) << failure.file << failure.callName();
             }
@@ -214,12 +215,13 @@ TEST_F(ZJournaledFileConcurrency, StoreDoesNotTouchTheFileThatReplacedItsOwn)
 TEST_F(ZJournaledFileConcurrency, StoringThreadCannotLoadTheSameFile)
 {
     put(kShort);
-    ZJournaledFile const storing(path_.c_str(), ZJournaledFile::Mode::store);
-    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+    zstore::JournaledFile const storing(path_.c_str(), zstore::JournaledFile::Mode::store);
+    for (zstore::JournaledFile::Mode use :
+         {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store}) {
         try {
-            ZJournaledFile const again(path_.c_str(), use);
+            zstore::JournaledFile const again(path_.c_str(), use);
             ADD_FAILURE();
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_STREQ("fcntl()", failure.callName());
             EXPECT_EQ(EDEADLK, failure.error);
         }
@@ -235,8 +237,9 @@ TEST_F(ZJournaledFileConcurrency, CreatedFileStaysUnlessItIsKnownToBeEmptyAndUnl
     for (Case const& c : {Case{EAGAIN, "conf"}, Case{EACCES, "conf"}, Case{ENOLCK, ""}}) {
         SCOPED_TRACE(strerror(c.error));
         std::filesystem::remove(path_);
-        expectFailure(path_, "fcntl()", c.error, failing("F_SETLK", "conf", c.error),
-                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+        expectFailure(path_, "fcntl()", c.error, failing("F_SETLK", "conf", c.error), [&] {
+            zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+        });
         EXPECT_EQ(c.names, directory_.names());
     }
     // It also stays if another process has stored into it, or if that cannot be determined.
@@ -253,8 +256,9 @@ TEST_F(ZJournaledFileConcurrency, CreatedFileStaysUnlessItIsKnownToBeEmptyAndUnl
             }
             return isRefused && !isFilled && call.name == "fstat" ? EIO : 0;
         };
-        expectFailure(path_, "fcntl()", ENOLCK, plan,
-                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+        expectFailure(path_, "fcntl()", ENOLCK, plan, [&] {
+            zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+        });
         EXPECT_EQ(isFilled ? "others\n" : "", directory_.read("conf"));
         EXPECT_EQ("conf", directory_.names());
     }
@@ -266,7 +270,7 @@ TEST_F(ZJournaledFileConcurrency, OtherThreadsTakeTurns)
     std::atomic<bool> loaded{false};
     std::thread other;
     {
-        ZJournaledFile storing(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile storing(path_.c_str(), zstore::JournaledFile::Mode::store);
         other = std::thread([&] {
             EXPECT_EQ(kLong, load());
             loaded = true;
@@ -282,14 +286,15 @@ TEST_F(ZJournaledFileConcurrency, OtherThreadsTakeTurns)
 TEST_F(ZJournaledFileConcurrency, ClosingOneReferenceKeepsTheLockOfAnother)
 {
     put(kShort);
-    auto first = std::make_unique<ZJournaledFile>(path_.c_str(), ZJournaledFile::Mode::load);
+    auto first =
+        std::make_unique<zstore::JournaledFile>(path_.c_str(), zstore::JournaledFile::Mode::load);
     EXPECT_FALSE(isFree(path_));
     {
-        ZJournaledFile const second(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const second(path_.c_str(), zstore::JournaledFile::Mode::load);
     }
     EXPECT_FALSE(isFree(path_));
     {
-        ZSharedFile file;
+        zfiles::SharedFile file;
         ASSERT_EQ(0, file.open(path_.c_str(), O_RDWR, 0));
     }
     EXPECT_FALSE(isFree(path_));
@@ -325,8 +330,8 @@ TEST_F(ZJournaledFileConcurrency, SecondNamesOfTheFileKeepItsLock)
 TEST_F(ZJournaledFileConcurrency, SharedFilesExcludeEachOther)
 {
     put(kShort);
-    ZSharedFile one;
-    ZSharedFile other;
+    zfiles::SharedFile one;
+    zfiles::SharedFile other;
     ASSERT_EQ(0, one.open(path_.c_str(), O_RDONLY, 0));
     ASSERT_EQ(0, other.open(path_.c_str(), O_RDWR, 0));
     EXPECT_EQ(one.descriptor(), other.descriptor());
@@ -337,7 +342,7 @@ TEST_F(ZJournaledFileConcurrency, SharedFilesExcludeEachOther)
     EXPECT_EQ(EDEADLK, one.lock(F_WRLCK, 0, 1));
     one.unlock(0, 1);
     std::thread waiting([&] {
-        ZSharedFile third;
+        zfiles::SharedFile third;
         ASSERT_EQ(0, third.open(path_.c_str(), O_RDWR, 0));
         EXPECT_EQ(0, third.lock(F_WRLCK, 0, 1));
         EXPECT_EQ(0, third.lock(F_WRLCK, 1, 1));
@@ -354,7 +359,7 @@ TEST_F(ZJournaledFileConcurrency, SharedFilesExcludeEachOther)
 TEST_F(ZJournaledFileConcurrency, ForkedChildHasAnEmptyTable)
 {
     put(kShort);
-    ZJournaledFile const loading(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile const loading(path_.c_str(), zstore::JournaledFile::Mode::load);
     pid_t const child = fork();
     if (child == 0) {
         Pair const found = load();
@@ -376,7 +381,7 @@ TEST_F(ZJournaledFileConcurrency, OpeningAFileThatIsReplacedRepeatedlyFails)
         }
     });
     for (int i = 0; i < 200; ++i) {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         std::string const text(file.text().data(), file.text().size());
         EXPECT_TRUE(text == kShort.text || text.compare(0, 5, "edit ") == 0) << text;
     }
@@ -398,10 +403,11 @@ TEST_F(ZJournaledFileConcurrency, OpeningAFileThatIsReplacedAtEachOpenFails)
         return 0;
     };
     expectFailure(path_, "fopen(r)", ESTALE, replacing,
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+                  [&] { zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load); });
     EXPECT_EQ(100, opened);
-    expectFailure(path_, "fopen(r+)", ESTALE, replacing,
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(path_, "fopen(r+)", ESTALE, replacing, [&] {
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ("edited\n", directory_.read("conf"));
 }
 
@@ -417,8 +423,9 @@ TEST_F(ZJournaledFileConcurrency, FileRemovedWhileItIsOpenedIsMissing)
                 isGone = std::filesystem::remove(path_);
         };
         put(kPlain);
-        expectFailure(path_, "fopen(r)", ENOENT, removing,
-                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+        expectFailure(path_, "fopen(r)", ENOENT, removing, [&] {
+            zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load);
+        });
         EXPECT_TRUE(isGone);
         // A store creates it again, even if it was the file that the store had created.
         for (bool made : {false, true}) {
@@ -450,8 +457,9 @@ TEST_F(ZJournaledFileConcurrency, FileThatBecomesADanglingLinkFails)
             if (call.name == "open" && result >= 0 && std::filesystem::remove(path_))
                 std::filesystem::create_symlink(c.target, path_);
         };
-        expectFailure(path_, "fopen(r)", c.error, linking,
-                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+        expectFailure(path_, "fopen(r)", c.error, linking, [&] {
+            zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load);
+        });
         std::filesystem::remove(path_);
     }
 }

@@ -47,7 +47,7 @@ TEST_F(ZJournaledFileFailures, PairIsOldOrNewIfAnyCallFails)
                     CallRecorder const watch(failing);
                     try {
                         store(shape.after);
-                    } catch (ZJournaledFile::IoError const& failure) {
+                    } catch (zstore::JournaledFile::IoError const& failure) {
                         raised = true;
                         EXPECT_EQ(error, failure.error);
                     }
@@ -216,17 +216,20 @@ TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesOnlyThePair)
 {
     CallPlan const none;
     put(kShort);
-    EXPECT_LT(
-        5, failEachAllocation(
-               none, [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load); },
-               [] {}));
+    EXPECT_LT(5, failEachAllocation(
+                     none,
+                     [&] {
+                         zstore::JournaledFile const file(path_.c_str(),
+                                                          zstore::JournaledFile::Mode::load);
+                     },
+                     [] {}));
     // A store is complete or changes nothing.
     int const failed = failEachAllocation(
         none,
         [&] {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-            ZJournaledFile::Companion companion;
-            companion.change = ZJournaledFile::Companion::written;
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+            zstore::JournaledFile::Companion companion;
+            companion.change = zstore::JournaledFile::Companion::written;
             companion.path = companion_;
             companion.contents = viewOf(kLong.companion);
             file.commit(viewOf(kLong.text), companion);
@@ -239,13 +242,14 @@ TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesOnlyThePair)
     EXPECT_EQ(kLong, load());
     // The same after a crash, for a load and for the store that completes it.
     Pair const torn = {kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion};
-    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+    for (zstore::JournaledFile::Mode use :
+         {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store}) {
         put(torn);
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
         EXPECT_LT(10, failEachAllocation(
                           none,
                           [&] {
-                              ZJournaledFile file(path_.c_str(), use);
+                              zstore::JournaledFile file(path_.c_str(), use);
                               file.readCompanion(companion_.c_str());
                           },
                           [&] { EXPECT_EQ(kLong, load()); }));
@@ -260,14 +264,17 @@ TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesOnlyThePair)
     };
     EXPECT_LT(5, failEachAllocation(
                      growing,
-                     [&] { ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load); },
+                     [&] {
+                         zstore::JournaledFile const file(path_.c_str(),
+                                                          zstore::JournaledFile::Mode::load);
+                     },
                      [] {}));
 }
 
 TEST_F(ZJournaledFileFailures, OutOfMemoryLeavesNoCreatedFile)
 {
     auto const make = [&] {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
     };
     for (auto mode : {FailingAllocator::once, FailingAllocator::forEver})
         EXPECT_LT(5, failEachAllocation(
@@ -297,7 +304,7 @@ TEST_F(ZJournaledFileFailures, PairIsOldOrNewIfRollingBackFailsToo)
                     CallRecorder const watch(failing);
                     try {
                         store(pair[1]);
-                    } catch (ZJournaledFile::IoError const&) {
+                    } catch (zstore::JournaledFile::IoError const&) {
                         raised = true;
                     }
                 }
@@ -334,7 +341,7 @@ TEST_F(ZJournaledFileFailures, StoreThatWritesNothingTruncatesNothing)
         CallRecorder const watch(failing);
         storeText(kShort.text);
         ADD_FAILURE();
-    } catch (ZJournaledFile::IoError const& failure) {
+    } catch (zstore::JournaledFile::IoError const& failure) {
         EXPECT_EQ(ENOSPC, failure.error);
     }
     EXPECT_EQ(kLong.text + "more\n", directory_.read("conf"));
@@ -358,7 +365,7 @@ TEST_F(ZJournaledFileFailures, DiskThatFailsPermanentlyLeavesACompletePair)
                 CallRecorder const watch(failing);
                 try {
                     store(shape.after);
-                } catch (ZJournaledFile::IoError const&) {
+                } catch (zstore::JournaledFile::IoError const&) {
                     raised = true;
                 }
                 reached = !callPlan.failed.empty();
@@ -390,8 +397,8 @@ TEST_F(ZJournaledFileFailures, LoadReportsTheFailedCall)
         {
             CallRecorder const watch(failing);
             try {
-                ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
-            } catch (ZJournaledFile::IoError const& failure) {
+                zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
+            } catch (zstore::JournaledFile::IoError const& failure) {
                 seen = failure.callName();
                 EXPECT_EQ(seen == "lstat()" ? journal_ : path_, failure.file);
             }
@@ -462,7 +469,7 @@ TEST_F(ZJournaledFileFailures, FailuresWithoutAJournalRestoreTheOldPair)
                 CallRecorder const watch(failing);
                 try {
                     store(kShort);
-                } catch (ZJournaledFile::IoError const&) {
+                } catch (zstore::JournaledFile::IoError const&) {
                     raised = true;
                 }
                 reached = !callPlan.failed.empty();
@@ -512,7 +519,7 @@ TEST_F(ZJournaledFileFailures, LastingCauseChangesNothingOrTheStoreSucceeds)
                             store(*next);
                             expected = *next;
                             ++stored;
-                        } catch (ZJournaledFile::IoError const&) {
+                        } catch (zstore::JournaledFile::IoError const&) {
                             ++raised;
                         }
                         ASSERT_EQ(expected, load());
@@ -546,8 +553,8 @@ TEST_F(ZJournaledFileFailures, UnreadableDirectoryIsSyncedWithItsFileSystem)
         };
         for (Pair const& next : {kLong, kShort, kPlain}) {
             CallRecorder const watch(counting);
-            ZJournaledFile stored(file.c_str(), ZJournaledFile::Mode::store);
-            ZJournaledFile::Companion change = this->change(next);
+            zstore::JournaledFile stored(file.c_str(), zstore::JournaledFile::Mode::store);
+            zstore::JournaledFile::Companion change = this->change(next);
             change.path = companion;
             stored.commit(next.text, change);
         }

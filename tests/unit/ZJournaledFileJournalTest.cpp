@@ -35,7 +35,7 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalCannotBeRead)
         try {
             CallRecorder const watch(failing);
             EXPECT_EQ(kShort, load());
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(EMFILE, failure.error);
             ++raised;
         }
@@ -65,9 +65,10 @@ TEST_F(ZJournaledFileJournal, FailureToExamineTheJournalReportsItsPath)
         SCOPED_TRACE(c.call);
         put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
         directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
-        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (zstore::JournaledFile::Mode use :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(journal_, c.text, EMFILE, failing(c.call, ".conf.zjn", EMFILE, c.nth),
-                          [&] { ZJournaledFile(path_.c_str(), use); });
+                          [&] { zstore::JournaledFile(path_.c_str(), use); });
         EXPECT_EQ(kLong, load());
     }
 }
@@ -79,7 +80,7 @@ TEST_F(ZJournaledFileJournal, OutdatedJournalMustBeRenamedOrInvalidated)
     directory_.write(".conf.zjn", whole);
     {
         CallRecorder const watch(failing("rename", ".conf.zjn"));
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
     }
     EXPECT_EQ(".conf.zjn conf", directory_.names());
     EXPECT_EQ(".", journalStateOf(journal_.c_str()));
@@ -87,21 +88,23 @@ TEST_F(ZJournaledFileJournal, OutdatedJournalMustBeRenamedOrInvalidated)
     directory_.write(".conf.zjn", whole);
     {
         CallRecorder const watch(failing("pwrite", ".conf.zjn"));
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
     }
     EXPECT_EQ(whole, directory_.read(".conf.zjn.orphan"));
     // If it can be neither renamed nor invalidated, the store fails.
     directory_.write(".conf.zjn", whole);
     CallPlan both;
     both.failing = {{"rename", EACCES}, {"pwrite", EIO}};
-    expectFailure(journal_, "unlink()", EIO, both,
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(journal_, "unlink()", EIO, both, [&] {
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
     directory_.write(".conf.zjn", whole);
     CallPlan hidden = failing("open", ".conf.zjn", EACCES, 2);  // it has been read by then
     hidden.failing["rename"] = EACCES;
-    expectFailure(journal_, "unlink()", EACCES, hidden,
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(journal_, "unlink()", EACCES, hidden, [&] {
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ(whole, directory_.read(".conf.zjn"));
 }
 
@@ -118,9 +121,10 @@ TEST_F(ZJournaledFileJournal, StoreFailsIfAnOutdatedJournalCannotBeRemoved)
         chmod(directory.c_str(), 0555);
         std::string seen;
         try {
-            ZJournaledFile file((directory + "/conf").c_str(), ZJournaledFile::Mode::store);
-            file.commit(viewOf("1100\n"), ZJournaledFile::Companion());
-        } catch (ZJournaledFile::IoError const& failure) {
+            zstore::JournaledFile file((directory + "/conf").c_str(),
+                                       zstore::JournaledFile::Mode::store);
+            file.commit(viewOf("1100\n"), zstore::JournaledFile::Companion());
+        } catch (zstore::JournaledFile::IoError const& failure) {
             seen = failure.callName();
         }
         chmod(directory.c_str(), 0755);
@@ -160,7 +164,7 @@ TEST_F(ZJournaledFileJournal, ChoosesBetweenFilesAndJournal)
         EXPECT_EQ(c.expected, load());
         EXPECT_EQ(c.found.text, directory_.read("conf"));  // load writes nothing
         {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
             EXPECT_EQ(c.expected.text, std::string(file.text().data(), file.text().size()));
         }
         EXPECT_EQ(c.expected, load());
@@ -224,7 +228,7 @@ TEST_F(ZJournaledFileJournal, CompanionRemovedByTheJournalIsMissing)
 {
     put({kPlain.text, kLong.companion});
     directory_.write(".conf.zjn", journalOf(kLong, kPlain, companion_));
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
     expectFailure(companion_, "mapFile()", EINVAL, CallPlan(),
                   [&] { file.readCompanion(companion_.c_str()); });
 }
@@ -261,7 +265,8 @@ TEST_F(ZJournaledFileJournal, EveryInterruptedRewriteIsRecognised)
                     directory_.write("conf", text);
                     directory_.write(".conf.zjn", journalOf({before, ""}, {after, ""}, ""));
                     std::string const expected = text == before && before != after ? before : after;
-                    ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+                    zstore::JournaledFile const file(path_.c_str(),
+                                                     zstore::JournaledFile::Mode::load);
                     ASSERT_EQ(expected, std::string(file.text().data(), file.text().size()))
                         << length << " " << done << " " << zeroes;
                 }
@@ -296,7 +301,7 @@ TEST_F(ZJournaledFileJournal, TextChangedOutsideTheStoredRangeIsAnEdit)
         directory_.write(".conf.zjn", journalOf({c.before, ""}, {c.after, ""}, ""));
         EXPECT_EQ((Pair{c.found, ""}), load());
         {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         }
         EXPECT_EQ(".conf.zjn.orphan conf", directory_.names());
         EXPECT_EQ(c.found, directory_.read("conf"));
@@ -429,11 +434,12 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionIsForbidden)
     std::string const journal = journalOf(kShort, kLong, directory_.at("directory/secrets"));
     directory_.write(".conf.zjn", journal);
     chmod(path_.c_str(), 0666);
-    for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
+    for (zstore::JournaledFile::Mode use :
+         {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store}) {
         try {
-            ZJournaledFile const file(path_.c_str(), use);
+            zstore::JournaledFile const file(path_.c_str(), use);
             ADD_FAILURE();
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(directory_.at("directory/secrets"), failure.file);
             EXPECT_STREQ("access()", failure.callName());
             EXPECT_EQ(EPERM, failure.error);
@@ -442,7 +448,7 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionIsForbidden)
     }
     chmod(path_.c_str(), 0600);
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         EXPECT_EQ(kLong.text, std::string(file.text().data(), file.text().size()));
     }
     // If the text is the old one, or another program's, the journal does not matter.
@@ -450,8 +456,9 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionIsForbidden)
         directory_.write("conf", text);
         directory_.write(".conf.zjn", journal);
         chmod(path_.c_str(), 0666);
-        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store}) {
-            ZJournaledFile const file(path_.c_str(), use);
+        for (zstore::JournaledFile::Mode use :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store}) {
+            zstore::JournaledFile const file(path_.c_str(), use);
             EXPECT_EQ(text, std::string(file.text().data(), file.text().size()));
         }
     }
@@ -468,12 +475,12 @@ TEST_F(ZJournaledFileJournal, ImpossibleCompanionInvalidatesTheJournal)
         directory_.write(".conf.zjn", journalOf(kShort, kLong, directory_.at(name)));
         directory_.write("conf", kLong.text);
         {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
             EXPECT_EQ(kLong.text, std::string(file.text().data(), file.text().size()));
         }
         directory_.write("conf", torn);
         expectFailure(journal_, "access()", EPERM, CallPlan(), [&] {
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         });
     }
 }
@@ -486,9 +493,10 @@ TEST_F(ZJournaledFileJournal, LoadFailsIfTheJournalsCompanionCannotBeExamined)
         SCOPED_TRACE(call);
         // Only files that other users may write need lstat().
         chmod(path_.c_str(), strcmp(call, "lstat") == 0 ? 0620 : 0600);
-        for (ZJournaledFile::Mode use : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (zstore::JournaledFile::Mode use :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(companion_, "mapFile()", EIO, failing(call, "conf.obf"),
-                          [&] { ZJournaledFile(path_.c_str(), use); });
+                          [&] { zstore::JournaledFile(path_.c_str(), use); });
     }
     EXPECT_EQ(kLong, load());
 }
@@ -501,9 +509,10 @@ TEST_F(ZJournaledFileJournal, JournalsThatAnyUserCouldPlantAreIgnored)
     directory_.write(".conf.zjn", whole);
     // Nor is a torn text taken for a complete one.
     auto const expectRefusal = [&] {
-        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (zstore::JournaledFile::Mode mode :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(journal_, "access()", EPERM, CallPlan(),
-                          [&] { ZJournaledFile(path_.c_str(), mode); });
+                          [&] { zstore::JournaledFile(path_.c_str(), mode); });
         EXPECT_EQ(torn.text, directory_.read("conf"));
         EXPECT_EQ(whole, directory_.read(".conf.zjn"));
     };
@@ -552,11 +561,13 @@ TEST_F(ZJournaledFileJournal, JournalsOfOwnerRootAndReaderAreTrusted)
         ASSERT_EQ(0, chown(journal_.c_str(), c.owner, 0));
         asNobody([&] {
             if (!c.counts)
-                expectFailure(journal_, "access()", EPERM, CallPlan(),
-                              [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+                expectFailure(journal_, "access()", EPERM, CallPlan(), [&] {
+                    zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load);
+                });
             else
-                EXPECT_EQ(kLong.text,
-                          ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load).text());
+                EXPECT_EQ(
+                    kLong.text,
+                    zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load).text());
             return !HasFailure();
         });
     }
@@ -571,9 +582,10 @@ TEST_F(ZJournaledFileJournal, UnreadableJournalOfAnotherUserLeavesNoTornText)
     directory_.write(".conf.zjn", journalOf(kShort, kLong, ""));
     ASSERT_EQ(0, chown(journal_.c_str(), 54321, 54321));
     for (int error : {EMFILE, ENFILE, ENOMEM, EIO})
-        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (zstore::JournaledFile::Mode mode :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(journal_, "open()", error, failing("open", ".conf.zjn", error),
-                          [&] { ZJournaledFile(path_.c_str(), mode); });
+                          [&] { zstore::JournaledFile(path_.c_str(), mode); });
     EXPECT_EQ(".conf.zjn conf", directory_.names());
     EXPECT_EQ(torn, directory_.read("conf"));
 }
@@ -602,9 +614,9 @@ TEST_F(ZJournaledFileJournal, JournalReplacedDuringALoadIsIgnored)
         std::string found;
         try {
             CallRecorder const watch(racing);
-            ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+            zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
             found.assign(file.text().data(), file.text().size());
-        } catch (ZJournaledFile::IoError const& failure) {
+        } catch (zstore::JournaledFile::IoError const& failure) {
             EXPECT_EQ(journal_, failure.file);
             found = failure.callName();
         }
@@ -635,7 +647,7 @@ TEST_F(ZJournaledFileJournal, JournalIsInvalidBeforeItIsRemoved)
     CallPlan failing;
     failing.failing["rename"] = EIO;
     CallRecorder const watch(failing);
-    EXPECT_THROW(store(kLong), ZJournaledFile::IoError);
+    EXPECT_THROW(store(kLong), zstore::JournaledFile::IoError);
     EXPECT_EQ(".", watch.endings);
 }
 

@@ -23,7 +23,7 @@ TEST_F(ZJournaledFileKills, KillAtAnyCallLeavesTheOldOrNewPairAndTheNextStoreCle
             (found == shape.after ? news : olds) += 1;
             // The next store finds the same pair, and removes the files of the killed one.
             {
-                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+                zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
                 EXPECT_EQ(found.text, std::string(file.text().data(), file.text().size()));
                 file.commit(viewOf(kPlain.text), change(kPlain));
             }
@@ -74,8 +74,8 @@ TEST_F(ZJournaledFileKills, FailedRecoveryLeavesOnlyTheJournal)
         };
         {
             CallRecorder const watch(failing);
-            EXPECT_THROW(ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store),
-                         ZJournaledFile::IoError);
+            EXPECT_THROW(zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store),
+                         zstore::JournaledFile::IoError);
         }
         EXPECT_EQ(".conf.zjn conf conf.obf", directory_.names());
         EXPECT_EQ(kLong, load());
@@ -86,8 +86,9 @@ TEST_F(ZJournaledFileKills, RecoveryFailsIfTheTextCannotBeReadAgain)
 {
     put({kLong.text.substr(0, 2) + kShort.text.substr(2), kShort.companion});
     directory_.write(".conf.zjn", journalOf(kShort, kLong, companion_));
-    expectFailure(path_, "read()", EIO, failing("pread", "conf", EIO, 2),
-                  [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::store); });
+    expectFailure(path_, "read()", EIO, failing("pread", "conf", EIO, 2), [&] {
+        zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::store);
+    });
     EXPECT_EQ("conf conf.obf", directory_.names());
     EXPECT_EQ(kLong, load());
 }

@@ -33,7 +33,7 @@ TEST_F(ZJournaledFileLimits, StoreFailsAtTheFileSizeLimit)
             try {
                 CallRecorder const watch(plan);
                 storeText(big);
-            } catch (ZJournaledFile::IoError const& failure) {
+            } catch (zstore::JournaledFile::IoError const& failure) {
                 error = failure.error;
             }
             sigset_t pending;
@@ -99,23 +99,26 @@ TEST_F(ZJournaledFileLimits, FilesAboveTheLimitAreNeitherReadNorWritten)
                       [&] { storeText(std::string(101, 'y')); });
         storeText(std::string(100, 'y'));
         directory_.write("conf", std::string(101, 'x'));
-        for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+        for (zstore::JournaledFile::Mode mode :
+             {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
             expectFailure(path_, "read()", EFBIG, CallPlan(),
-                          [&] { ZJournaledFile(path_.c_str(), mode); });
+                          [&] { zstore::JournaledFile(path_.c_str(), mode); });
         // The same for a file that grows while it is read.
         CallPlan growing;
         growing.after = [](SystemCall const& call, ssize_t& result) {
             if (call.name == "fstat" && result == 0)
                 static_cast<struct stat*>(call.to)->st_size = 1;
         };
-        expectFailure(path_, "read()", EFBIG, growing,
-                      [&] { ZJournaledFile(path_.c_str(), ZJournaledFile::Mode::load); });
+        expectFailure(path_, "read()", EFBIG, growing, [&] {
+            zstore::JournaledFile(path_.c_str(), zstore::JournaledFile::Mode::load);
+        });
     }
     put(kShort);
     directory_.write(".conf.zjn", "");
     auto const most = static_cast<off_t>(zstore::maxJournalSize());
     ASSERT_EQ(0, truncate(journal_.c_str(), most + 1));
-    for (ZJournaledFile::Mode mode : {ZJournaledFile::Mode::load, ZJournaledFile::Mode::store})
+    for (zstore::JournaledFile::Mode mode :
+         {zstore::JournaledFile::Mode::load, zstore::JournaledFile::Mode::store})
         expectFailure(journal_, "read()", EFBIG, CallPlan(),
-                      [&] { ZJournaledFile(path_.c_str(), mode); });
+                      [&] { zstore::JournaledFile(path_.c_str(), mode); });
 }

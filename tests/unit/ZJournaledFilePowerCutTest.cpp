@@ -471,14 +471,14 @@ protected:
 
     void storeAs(Generation const& next, bool replaces) const
     {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-        ZJournaledFile::Companion companion;
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+        zstore::JournaledFile::Companion companion;
         companion.path = companion_;
         companion.contents = next.companion;
         if (!next.companion.empty())
-            companion.change = ZJournaledFile::Companion::written;
+            companion.change = zstore::JournaledFile::Companion::written;
         else if (std::filesystem::exists(companion_))
-            companion.change = ZJournaledFile::Companion::removed;
+            companion.change = zstore::JournaledFile::Companion::removed;
         if (replaces)
             file.replace(next.text, companion);
         else
@@ -502,7 +502,7 @@ protected:
         (dies ? callPlan.failFrom : callPlan.failAt) = n;
         try {
             store(next);
-        } catch (ZJournaledFile::IoError const&) {
+        } catch (zstore::JournaledFile::IoError const&) {
             attempt_ = {before, dies ? ~size_t{0} : recording.steps.size(), next};
         }
         callPlan.failAt = callPlan.failFrom = 0;
@@ -603,13 +603,13 @@ protected:
 
     Generation load() const
     {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::load);
         Generation found;
         found.text.assign(file.text().data(), file.text().size());
         try {
-            ZJournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
+            zstore::JournaledFile::Bytes const bytes = file.readCompanion(companion_.c_str());
             found.companion.assign(bytes.data(), bytes.length());
-        } catch (ZJournaledFile::IoError const&) {
+        } catch (zstore::JournaledFile::IoError const&) {
         }
         return found;
     }

@@ -45,7 +45,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileWithTheOldRights)
             return 0;
         };
         {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
             {
                 CallRecorder const watch(looking);
                 file.replace(shape.after.text, change(shape.after));
@@ -56,7 +56,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileWithTheOldRights)
             EXPECT_NE(before.st_ino, after.st_ino);
             EXPECT_EQ(before.st_mode, after.st_mode);
             EXPECT_EQ(before.st_uid, after.st_uid);
-            EXPECT_EQ(ZJournaledFile::Stamp(after), file.stamp());
+            EXPECT_EQ(zstore::JournaledFile::Stamp(after), file.stamp());
             EXPECT_FALSE(isFree(path_));
         }
         EXPECT_TRUE(isFree(path_));
@@ -73,7 +73,7 @@ TEST_F(ZJournaledFileReplacing, ReplacingGivesTheNameToANewFileWithTheOldRights)
 TEST_F(ZJournaledFileReplacing, FailedOrKilledReplacingLeavesTheOldOrNewPair)
 {
     auto const replace = [&](Pair const& pair) {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
         file.replace(pair.text, change(pair));
     };
     for (Shape const& shape : kShapes)
@@ -91,7 +91,7 @@ TEST_F(ZJournaledFileReplacing, FailedOrKilledReplacingLeavesTheOldOrNewPair)
                         CallRecorder const watch(failing);
                         try {
                             replace(shape.after);
-                        } catch (ZJournaledFile::IoError const&) {
+                        } catch (zstore::JournaledFile::IoError const&) {
                             isStored = false;
                         }
                     }
@@ -141,9 +141,9 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheDirectoryAllowsNoFile)
     asNobody([&] {
         std::string seen;
         try {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-            file.replace(kLong.text, ZJournaledFile::Companion());
-        } catch (ZJournaledFile::IoError const& failure) {
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+            file.replace(kLong.text, zstore::JournaledFile::Companion());
+        } catch (zstore::JournaledFile::IoError const& failure) {
             seen = failure.file + " " + failure.callName() + " " + std::to_string(failure.error);
         }
         return seen == directory_.at(".conf.new") + " open() " + std::to_string(EACCES);
@@ -152,8 +152,8 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheDirectoryAllowsNoFile)
     if (geteuid() == 0)
         asNobody([&] {  // the file is root's
             expectFailure(directory_.at(".conf.new"), "fchown()", EPERM, CallPlan(), [&] {
-                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-                file.replace(kLong.text, ZJournaledFile::Companion());
+                zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+                file.replace(kLong.text, zstore::JournaledFile::Companion());
             });
             return !HasFailure();
         });
@@ -164,8 +164,8 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheDirectoryAllowsNoFile)
             return call.name == "open" && (call.flags & O_CREAT) != 0 ? error : 0;
         };
         expectFailure(directory_.at(".conf.new"), "open()", error, refusing, [&] {
-            ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-            file.replace(kLong.text, ZJournaledFile::Companion());
+            zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+            file.replace(kLong.text, zstore::JournaledFile::Companion());
         });
     }
     EXPECT_EQ("conf", directory_.names());
@@ -194,8 +194,8 @@ TEST_F(ZJournaledFileReplacing, ReplacingFailsIfTheNewFileWouldHaveOtherRights)
             continue;  // no labels on this file system
         asNobody([&] {
             expectFailure(directory_.at(".conf.new"), c.call, EPERM, CallPlan(), [&] {
-                ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
-                file.replace(kLong.text, ZJournaledFile::Companion());
+                zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
+                file.replace(kLong.text, zstore::JournaledFile::Companion());
             });
             return !HasFailure();
         });
@@ -233,7 +233,7 @@ TEST_F(ZJournaledFileReplacing, CompanionStaysIfAnEditorReplacesTheFileDuringThe
         return 0;
     };
     expectFailure(path_, "fopen(r+)", ESTALE, replacing, [&] {
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
         file.replace(kLong.text, change(kLong));
     });
     EXPECT_TRUE(isEdited);

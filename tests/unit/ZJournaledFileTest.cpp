@@ -38,11 +38,11 @@ TEST_F(ZJournaledFileCase, ReplacesThePairAndLeavesNothingElse)
 TEST_F(ZJournaledFileCase, StampIdentifiesTheWrittenFile)
 {
     put(kShort);
-    ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+    zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
     file.commit(viewOf(kLong.text), change(kLong));
     struct stat status;
     ASSERT_EQ(0, stat(path_.c_str(), &status));
-    EXPECT_EQ(ZJournaledFile::Stamp(status), file.stamp());
+    EXPECT_EQ(zstore::JournaledFile::Stamp(status), file.stamp());
     EXPECT_EQ(static_cast<off_t>(kLong.text.size()), file.stamp().size);
 }
 
@@ -56,11 +56,11 @@ TEST_F(ZJournaledFileCase, StampChangesWithEachFieldOfTheStatus)
         [](struct stat& status) { ++status.st_dev; },
     };
     struct stat const before = {};
-    EXPECT_TRUE(ZJournaledFile::Stamp(before) == ZJournaledFile::Stamp(before));
+    EXPECT_TRUE(zstore::JournaledFile::Stamp(before) == zstore::JournaledFile::Stamp(before));
     for (auto const& change : changes) {
         struct stat after = before;
         change(after);
-        EXPECT_FALSE(ZJournaledFile::Stamp(before) == ZJournaledFile::Stamp(after))
+        EXPECT_FALSE(zstore::JournaledFile::Stamp(before) == zstore::JournaledFile::Stamp(after))
             << &change - changes;
     }
 }
@@ -68,7 +68,7 @@ TEST_F(ZJournaledFileCase, StampChangesWithEachFieldOfTheStatus)
 TEST_F(ZJournaledFileCase, CreatedFileIsRemovedWithoutACommit)
 {
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
         EXPECT_EQ("conf", directory_.names());
         EXPECT_EQ(0u, file.text().size());
     }
@@ -93,8 +93,8 @@ TEST_F(ZJournaledFileCase, FileInTheRootDirectoryIsStored)
         };
         try {
             CallRecorder const watch(looking);
-            ZJournaledFile file("/conf", ZJournaledFile::Mode::store);
-            ZJournaledFile::Companion companion = change(kLong);
+            zstore::JournaledFile file("/conf", zstore::JournaledFile::Mode::store);
+            zstore::JournaledFile::Companion companion = change(kLong);
             companion.path = file.newCompanion();
             file.commit(viewOf(kLong.text), companion);
         } catch (...) {
@@ -117,7 +117,7 @@ TEST_F(ZJournaledFileCase, StoreCreatesTheTargetOfADanglingLink)
 {
     ASSERT_EQ(0, symlink("target", path_.c_str()));
     {
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::store);
     }
     EXPECT_EQ("conf", directory_.names());
     store(kPlain);
@@ -157,14 +157,14 @@ TEST_F(ZJournaledFileCase, FileOfAnotherMountNamespaceIsStoredThere)
             bool const isNew = path == inner + "/new";
             for (bool const replaces : {false, true}) {
                 Pair const next = {path + (replaces ? "2\n" : "1\n"), ""};
-                ZJournaledFile file(path.c_str(), ZJournaledFile::Mode::store);
+                zstore::JournaledFile file(path.c_str(), zstore::JournaledFile::Mode::store);
                 EXPECT_EQ(isNew && !replaces, file.text().empty());
                 if (replaces)
-                    file.replace(viewOf(next.text), ZJournaledFile::Companion());
+                    file.replace(viewOf(next.text), zstore::JournaledFile::Companion());
                 else
-                    file.commit(viewOf(next.text), ZJournaledFile::Companion());
+                    file.commit(viewOf(next.text), zstore::JournaledFile::Companion());
                 file.close();
-                ZJournaledFile const again(path.c_str(), ZJournaledFile::Mode::load);
+                zstore::JournaledFile const again(path.c_str(), zstore::JournaledFile::Mode::load);
                 EXPECT_EQ(next.text, again.text());
             }
         }
@@ -187,17 +187,18 @@ TEST_F(ZJournaledFileCase, FileWithoutANameIsRefused)
     std::string const open = "/proc/self/fd/" + std::to_string(fd);
     storeText("two\n");
     {
-        ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile const file(open.c_str(), zstore::JournaledFile::Mode::store);
         EXPECT_EQ("two\n", file.text());
     }
     ASSERT_EQ(0, unlink(path_.c_str()));
     for (bool const isOtherThere : {false, true}) {
         if (isOtherThere)
             directory_.write("conf (deleted)", "another\n");
-        expectFailure(open, "fopen(r)", ENOENT, CallPlan(),
-                      [&] { ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::load); });
+        expectFailure(open, "fopen(r)", ENOENT, CallPlan(), [&] {
+            zstore::JournaledFile const file(open.c_str(), zstore::JournaledFile::Mode::load);
+        });
         expectFailure(open, "fopen(r+)", ENOENT, CallPlan(), [&] {
-            ZJournaledFile const file(open.c_str(), ZJournaledFile::Mode::store);
+            zstore::JournaledFile const file(open.c_str(), zstore::JournaledFile::Mode::store);
         });
         EXPECT_EQ(isOtherThere ? "conf (deleted) conf.obf" : "conf.obf", directory_.names());
     }
@@ -235,8 +236,8 @@ TEST_F(ZJournaledFileCase, LongPathsAndShortWritesWork)
     for (size_t length : {250, 252}) {
         std::string const name(length, 'n');
         std::string const file = directory_.write(name, "old\n");
-        ZJournaledFile stored(file.c_str(), ZJournaledFile::Mode::store);
-        stored.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
+        zstore::JournaledFile stored(file.c_str(), zstore::JournaledFile::Mode::store);
+        stored.commit(viewOf(kPlain.text), zstore::JournaledFile::Companion());
         EXPECT_EQ(kPlain.text, directory_.read(name));
     }
 }
@@ -253,7 +254,7 @@ TEST_F(ZJournaledFileCase, GrowingFileIsReadToItsEnd)
     put(kPlain);
     {
         CallRecorder const watch(growing);
-        ZJournaledFile const file(path_.c_str(), ZJournaledFile::Mode::load);
+        zstore::JournaledFile const file(path_.c_str(), zstore::JournaledFile::Mode::load);
         EXPECT_EQ(kPlain.text + more, std::string(file.text().data(), file.text().size()));
     }
 }
@@ -290,8 +291,8 @@ TEST_F(ZJournaledFileCase, NameOfANewFileIsSyncedEvenWithoutAJournal)
 {
     std::string const name(250, 'n');
     CallRecorder const watch;
-    ZJournaledFile stored(directory_.at(name).c_str(), ZJournaledFile::Mode::store);
-    stored.commit(viewOf(kPlain.text), ZJournaledFile::Companion());
+    zstore::JournaledFile stored(directory_.at(name).c_str(), zstore::JournaledFile::Mode::store);
+    stored.commit(viewOf(kPlain.text), zstore::JournaledFile::Companion());
     EXPECT_EQ(1, watch.directorySyncs);
     EXPECT_EQ(kPlain.text, directory_.read(name));
 }
@@ -344,7 +345,7 @@ TEST_F(ZJournaledFileCase, ModificationTimeChangesEvenIfTheTextStays)
         put(kShort);
         timespec const old[] = {{1000, 0}, {1000, 0}};
         ASSERT_EQ(0, utimensat(AT_FDCWD, path_.c_str(), old, 0));
-        ZJournaledFile file(path_.c_str(), ZJournaledFile::Mode::store);
+        zstore::JournaledFile file(path_.c_str(), zstore::JournaledFile::Mode::store);
         EXPECT_EQ(1000, file.stamp().seconds);
         file.commit(viewOf(after.text), change(after));
         EXPECT_LT(1000000000, file.stamp().seconds);
@@ -471,7 +472,8 @@ TEST_F(ZJournaledFileCase, ReservedSpaceIsFreedAfterAFailure)
     };
     {
         CallRecorder const watch(failing);
-        EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}), ZJournaledFile::IoError);
+        EXPECT_THROW(store({std::string(1 << 20, 'x'), kLong.companion}),
+                     zstore::JournaledFile::IoError);
     }
     struct stat after;
     ASSERT_EQ(0, stat(path_.c_str(), &after));
@@ -494,7 +496,7 @@ TEST_F(ZJournaledFileCase, FailedCloseOfASyncedFileIsIgnored)
 
 TEST_F(ZJournaledFileCase, OnlyRegularFilesAreOpened)
 {
-    ZSharedFile file;
+    zfiles::SharedFile file;
     EXPECT_EQ(EISDIR, file.open(directory_.path().c_str(), O_RDONLY, 0));
     ASSERT_EQ(0, mkfifo(path_.c_str(), 0600));
     EXPECT_EQ(EINVAL, file.open(path_.c_str(), O_RDWR, 0));
@@ -519,7 +521,7 @@ TEST_F(ZJournaledFileCase, OutputForClosedStandardDescriptorsIsNotWrittenToAFile
                     close(fd);
             bool good = true;
             {
-                ZSharedFile file;
+                zfiles::SharedFile file;
                 good = file.open(path_.c_str(), O_RDWR, 0) == 0 && file.descriptor() >= 3;
             }
             store(kLong);

@@ -32,7 +32,7 @@ protected:
     std::string seen() const { return seenRanges(path_); }
 
     // Opens the file read-only and locks its first range for reading.
-    void openForReading(ZSharedFile& file) const
+    void openForReading(zfiles::SharedFile& file) const
     {
         ASSERT_EQ(0, file.open(path_.c_str(), O_RDONLY, 0));
         ASSERT_EQ(0, file.lock(F_RDLCK, 0, 4));
@@ -63,8 +63,8 @@ private:
 // too. Returns whether both use the same table in the end.
 bool sharesTheFirstTable(char const* path)
 {
-    ZSharedFile file;
-    ZSharedFile rival;
+    zfiles::SharedFile file;
+    zfiles::SharedFile rival;
     int other = -1;
     whileItAllocates = [&] { other = rival.open(path, O_RDWR, 0); };
     return file.open(path, O_RDWR, 0) == 0 && other == 0 && file.descriptor() == rival.descriptor();
@@ -92,8 +92,8 @@ TEST(ZSharedFileDeathTest, ConcurrentFirstUsersShareOneTable)
 TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneUserWrites)
 {
     long const before = openDescriptors();
-    ZSharedFile reader;
-    ZSharedFile writer;
+    zfiles::SharedFile reader;
+    zfiles::SharedFile writer;
     openForReading(reader);
     int const first = reader.descriptor();
     ASSERT_EQ(0, writer.open(path_.c_str(), O_RDWR, 0));
@@ -104,7 +104,7 @@ TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneUserWrites)
     EXPECT_EQ(before + 2, openDescriptors());
     EXPECT_EQ("r-", seen());
     {
-        ZSharedFile late;
+        zfiles::SharedFile late;
         WatchedCalls const watched;
         ASSERT_EQ(0, late.open(path_.c_str(), O_RDONLY, 0));
         EXPECT_EQ(writer.descriptor(), late.descriptor());
@@ -119,8 +119,8 @@ TEST_F(ZSharedFileTable, AllUsersGetADescriptorForWritingOnceOneUserWrites)
 
 TEST_F(ZSharedFileTable, ExclusiveCreationOfAnOpenFileFails)
 {
-    ZSharedFile reader;
-    ZSharedFile maker;
+    zfiles::SharedFile reader;
+    zfiles::SharedFile maker;
     ASSERT_EQ(0, reader.open(path_.c_str(), O_RDWR, 0));
     ASSERT_EQ(0, reader.lock(F_RDLCK, 0, 4));
     EXPECT_EQ(EEXIST, maker.open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600));
@@ -131,8 +131,8 @@ TEST_F(ZSharedFileTable, ExclusiveCreationOfAnOpenFileFails)
 TEST_F(ZSharedFileTable, LowDescriptorOfALockedFileStaysOpenWithTheOthers)
 {
     long const before = openDescriptors();
-    ZSharedFile reader;
-    ZSharedFile writer;
+    zfiles::SharedFile reader;
+    zfiles::SharedFile writer;
     openForReading(reader);
     {
         Closed const input(STDIN_FILENO);
@@ -154,8 +154,8 @@ TEST_F(ZSharedFileTable, OpenFailsIfALowDescriptorCannotBeMoved)
     full.failing = {{"fcntl", EMFILE}};
     for (bool known : {false, true}) {
         SCOPED_TRACE(known);
-        ZSharedFile reader;
-        ZSharedFile writer;
+        zfiles::SharedFile reader;
+        zfiles::SharedFile writer;
         if (known)
             openForReading(reader);
         Closed const input(STDIN_FILENO);
@@ -177,9 +177,9 @@ TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
 {
     long const before = openDescriptors();
     {
-        ZSharedFile reader;
+        zfiles::SharedFile reader;
         openForReading(reader);
-        ZSharedFile writer;
+        zfiles::SharedFile writer;
         for (char const* call : {"stat", "fstat"}) {
             SCOPED_TRACE(call);
             {
@@ -202,9 +202,9 @@ TEST_F(ZSharedFileTable, FailedStatusOfAnOpenedFileKeepsTheLocksOnIt)
 TEST_F(ZSharedFileTable, DescriptorOfAnUnknownFileIsClosedOnceItIsKnown)
 {
     std::string const other = directory_.write("other", "12345678");
-    ZSharedFile reader;
+    zfiles::SharedFile reader;
     openForReading(reader);
-    ZSharedFile writer;
+    zfiles::SharedFile writer;
     {
         CallPlan plan;
         plan.failing["fstat"] = EIO;
@@ -219,10 +219,10 @@ TEST_F(ZSharedFileTable, DescriptorOfAnUnknownFileIsClosedOnceItIsKnown)
 
 TEST_F(ZSharedFileTable, ReaderCanReadAgainWhileAWriterWaits)
 {
-    ZSharedFile reader;
-    ZSharedFile again;
-    ZSharedFile stranger;
-    ZSharedFile writer;
+    zfiles::SharedFile reader;
+    zfiles::SharedFile again;
+    zfiles::SharedFile stranger;
+    zfiles::SharedFile writer;
     openForReading(reader);
     ASSERT_EQ(0, again.open(path_.c_str(), O_RDONLY, 0));
     ASSERT_EQ(0, stranger.open(path_.c_str(), O_RDONLY, 0));
@@ -245,7 +245,7 @@ TEST_F(ZSharedFileTable, ReaderCanReadAgainWhileAWriterWaits)
 
 TEST_F(ZSharedFileTable, RangesAreReleasedAsTheyWereLocked)
 {
-    ZSharedFile file;
+    zfiles::SharedFile file;
     ASSERT_EQ(0, file.open(path_.c_str(), O_RDWR, 0));
     ASSERT_EQ(0, file.lock(F_WRLCK, 0, 4));
     ASSERT_EQ(0, file.lock(F_WRLCK, 4, 4));
@@ -257,8 +257,8 @@ TEST_F(ZSharedFileTable, RangesAreReleasedAsTheyWereLocked)
 
 TEST_F(ZSharedFileTable, AbandoningAFileKeepsItsLocksAndChangesNoOtherUser)
 {
-    ZSharedFile gone;
-    ZSharedFile other;
+    zfiles::SharedFile gone;
+    zfiles::SharedFile other;
     ASSERT_EQ(0, gone.open(path_.c_str(), O_RDWR, 0));
     ASSERT_EQ(0, other.open(path_.c_str(), O_RDWR, 0));
     ASSERT_EQ(0, gone.lock(F_WRLCK, 0, 4));
@@ -276,7 +276,7 @@ TEST_F(ZSharedFileTable, AbandoningAFileKeepsItsLocksAndChangesNoOtherUser)
 
 TEST_F(ZSharedFileTable, DistinguishesItsFileFromOthers)
 {
-    ZSharedFile file;
+    zfiles::SharedFile file;
     ASSERT_EQ(0, file.open(path_.c_str(), O_RDONLY, 0));
     EXPECT_TRUE(file.isNamed(path_.c_str()));
     EXPECT_FALSE(file.isNamed(directory_.write("other", "").c_str()));

@@ -98,7 +98,7 @@ TEST_F(ZPropertiesC, EveryFunctionRefusesABadIterator)
 
 TEST_F(ZPropertiesC, AHandleWithoutItsMagicWordsIsBad)
 {
-    zhandles::HandleTable<ZPROP_handle>::Pin const inside = zpropOpenFiles.pin(file_);
+    zhandles::HandleTable<ZPROP_handle>::Pin const inside = zhandles::openFiles.pin(file_);
     ASSERT_TRUE(inside);
     EXPECT_EQ(0xbeeff00d, inside->first);
     EXPECT_EQ(0xd00ffeeb, inside->second);
@@ -123,7 +123,7 @@ TEST_F(ZPropertiesC, AHandleWithoutItsMagicWordsIsBad)
 
 TEST_F(ZPropertiesC, DestroyingAHandleClearsItsMagicWords)
 {
-    auto const store = zpropOpenFiles.pin(file_)->store;
+    auto const store = zhandles::openFiles.pin(file_)->store;
     // Destroys a handle in its buffer and returns the words that remain in the buffer.
     using Word = uint32_t const volatile*;
     auto const left = [](auto& handle, Word first, Word second, void const volatile* kind) {
@@ -158,7 +158,7 @@ TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
     ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", nullptr, &iterator));
     {
         zhandles::HandleTable<ZPROP_iter_handle>::Pin const inside =
-            zpropOpenIterators.pin(iterator);
+            zhandles::openIterators.pin(iterator);
         ASSERT_TRUE(inside);
         EXPECT_EQ(1, inside->type);
         EXPECT_EQ(0xbeeff00d, inside->first);
@@ -169,7 +169,7 @@ TEST_F(ZPropertiesC, KeepsClosingADamagedIterator)
         SCOPED_TRACE(call.name);
         EXPECT_EQ(55, call.code(iterator));
     }
-    EXPECT_FALSE(zpropOpenIterators.pin(iterator)) << "it is closed";
+    EXPECT_FALSE(zhandles::openIterators.pin(iterator)) << "it is closed";
     std::string seen;
     std::thread([&] { seen = value("server", "port"); }).join();
     EXPECT_EQ("8080", seen) << "its lock is released";

@@ -25,7 +25,7 @@ public:
         try {
             deletes();
         } catch (...) {
-            if (zcaughtCancellation())
+            if (zreporting::caughtCancellation())
                 throw;
             if (first_ == nullptr)
                 first_ = std::current_exception();

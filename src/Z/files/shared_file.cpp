@@ -14,6 +14,8 @@
 
 #include "../reporting/cancellation.h"
 
+namespace zfiles {
+
 namespace {
 
 constexpr int kFirstDescriptor = 3;
@@ -21,7 +23,7 @@ constexpr pthread_t kNoThread = ~pthread_t{0};
 
 // A range that a reference holds or waits for.
 struct Range {
-    ZSharedFile const* user;
+    SharedFile const* user;
     void const* object;  // of `user`, if the thread had a claim on it; its claims name the holders
     pthread_t thread;    // locked the range, or waits; holds the range if `object` is null
     short type;
@@ -70,13 +72,13 @@ int setLock(int fd, int command, short type, off_t start, off_t length)
     return rc < 0 ? errno : 0;
 }
 
-// The arguments of ZSharedFile::openAt().
+// The arguments of SharedFile::openAt().
 struct OpenRequest {
     int directory;
     char const* path;
     int flags;
     mode_t mode;
-    ZSharedFile::Refusal refusal;
+    SharedFile::Refusal refusal;
 
     bool writes() const { return (flags & O_ACCMODE) == O_RDWR; }
 };
@@ -92,7 +94,7 @@ int openRetrying(OpenRequest const& request)
 }
 
 // Returns 0 if the file can be used, else an errno.
-int checkKind(struct stat const& status, ZSharedFile::Refusal refusal)
+int checkKind(struct stat const& status, SharedFile::Refusal refusal)
 {
     if (S_ISREG(status.st_mode))
         return refusal != nullptr ? refusal(status) : 0;
@@ -103,14 +105,14 @@ std::atomic<unsigned> forks{0};
 
 }  // namespace
 
-unsigned zfiles::forkGeneration()
+unsigned forkGeneration()
 {
     static bool const counts = pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0;
     return counts ? forks.load(std::memory_order_relaxed) : static_cast<unsigned>(getpid());
 }
 
 // All fields are guarded by the table's mutex.
-struct ZSharedFile::Inode {
+struct SharedFile::Inode {
     dev_t device;
     ino_t number;
     int users = 0;
@@ -123,10 +125,10 @@ struct ZSharedFile::Inode {
 
 namespace {
 
-using Inode = ZSharedFile::Inode;
+using Inode = SharedFile::Inode;
 
 struct Table {
-    unsigned const forks = zfiles::forkGeneration();
+    unsigned const forks = forkGeneration();
     std::mutex mutex;
     std::condition_variable released;
     std::vector<std::unique_ptr<Inode>> inodes;
@@ -419,7 +421,7 @@ Table& table()
 {
     static std::atomic<Table*> current{nullptr};
     Table* found = current.load(std::memory_order_acquire);
-    while (found == nullptr || found->forks != zfiles::forkGeneration()) {
+    while (found == nullptr || found->forks != forkGeneration()) {
         auto made = std::make_unique<Table>();
         if (current.compare_exchange_strong(found, made.get(), std::memory_order_acq_rel))
             return *made.release();
@@ -429,7 +431,7 @@ Table& table()
 
 }  // namespace
 
-int zfiles::moveAboveStdio(int fd)
+int moveAboveStdio(int fd)
 {
     if (fd < 0 || fd >= kFirstDescriptor)
         return fd;
@@ -440,9 +442,9 @@ int zfiles::moveAboveStdio(int fd)
     return moved;
 }
 
-int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode, Refusal refusal)
+int SharedFile::openAt(int directory, char const* path, int flags, mode_t mode, Refusal refusal)
 {
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     close();
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -451,11 +453,11 @@ int ZSharedFile::openAt(int directory, char const* path, int flags, mode_t mode,
     return error != 0 || inode_ != nullptr ? error : files.open(request, inode_);
 }
 
-void ZSharedFile::close()
+void SharedFile::close()
 {
     if (inode_ == nullptr)
         return;
-    ZCancelGuard const uncancelled;
+    zreporting::CancelGuard const uncancelled;
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     auto const at = std::find_if(files.inodes.begin(), files.inodes.end(),
@@ -480,7 +482,7 @@ void ZSharedFile::close()
     files.released.notify_all();
 }
 
-void ZSharedFile::abandon()
+void SharedFile::abandon()
 {
     if (inode_ == nullptr)
         return;
@@ -493,17 +495,17 @@ void ZSharedFile::abandon()
     inode_ = nullptr;
 }
 
-int ZSharedFile::lock(short type, off_t start, off_t length)
+int SharedFile::lock(short type, off_t start, off_t length)
 {
     return lockWith(F_SETLK, type, start, length);
 }
 
-int ZSharedFile::lockWaiting(short type, off_t start, off_t length)
+int SharedFile::lockWaiting(short type, off_t start, off_t length)
 {
     return lockWith(F_SETLKW, type, start, length);
 }
 
-int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
+int SharedFile::lockWith(int command, short type, off_t start, off_t length)
 {
     Table& files = table();
     std::unique_lock<std::mutex> guard(files.mutex);
@@ -547,7 +549,7 @@ int ZSharedFile::lockWith(int command, short type, off_t start, off_t length)
     return error;
 }
 
-int ZSharedFile::unlock(off_t start, off_t length)
+int SharedFile::unlock(off_t start, off_t length)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -563,7 +565,7 @@ int ZSharedFile::unlock(off_t start, off_t length)
     return error;
 }
 
-bool ZSharedFile::isNamed(char const* path) const
+bool SharedFile::isNamed(char const* path) const
 {
     struct stat status;
     if (stat(path, &status) != 0)
@@ -572,13 +574,13 @@ bool ZSharedFile::isNamed(char const* path) const
     return status.st_dev == inode_->device && status.st_ino == inode_->number;
 }
 
-int ZSharedFile::descriptor() const
+int SharedFile::descriptor() const
 {
     std::lock_guard<std::mutex> guard(table().mutex);
     return inode_->fd;
 }
 
-int ZLockClaims::ask(void const* object, short type)
+int LockClaims::ask(void const* object, short type)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -597,7 +599,7 @@ int ZLockClaims::ask(void const* object, short type)
     return 0;
 }
 
-void ZLockClaims::hold(void const* object)
+void LockClaims::hold(void const* object)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -606,7 +608,7 @@ void ZLockClaims::hold(void const* object)
         claim->held = true;
 }
 
-void ZLockClaims::drop(void const* object)
+void LockClaims::drop(void const* object)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -627,7 +629,7 @@ void ZLockClaims::drop(void const* object)
         files.claims.erase(claim);
 }
 
-int ZLockClaims::countHeld(void const* object)
+int LockClaims::countHeld(void const* object)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
@@ -641,9 +643,11 @@ int ZLockClaims::countHeld(void const* object)
     return count;
 }
 
-void ZLockClaims::dropAll(void const* object)
+void LockClaims::dropAll(void const* object)
 {
     Table& files = table();
     std::lock_guard<std::mutex> guard(files.mutex);
     std::erase_if(files.claims, [&](Claim const& claim) { return claim.object == object; });
 }
+
+}  // namespace zfiles

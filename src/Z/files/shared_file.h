@@ -1,4 +1,4 @@
-// ZSharedFile: the process-wide table of the files that are open for locking, by inode.
+// shared_file: the process-wide table of the files that are open for locking, by inode.
 //
 // Record locks belong to a process and an inode, and closing any descriptor of the inode drops
 // them all:
@@ -21,9 +21,9 @@
 //     the thread that is acquiring the same lock object and waits for a range.
 //
 // A thread registers each wait before it waits, and each hold before its next wait. So the wait
-// that would close a cycle finds all edges of the cycle. See ZLockClaims for lock objects.
+// that would close a cycle finds all edges of the cycle. See LockClaims for lock objects.
 //
-// Ownership: a ZSharedFile is one user's reference to an inode.
+// Ownership: a SharedFile is one user's reference to an inode.
 // Threads: the table is safe from every thread. So is a reference, except that no thread may open
 // or close it while another thread uses it.
 // Processes: a child created by fork() starts with an empty table of its own.
@@ -33,19 +33,21 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-class ZSharedFile {
+namespace zfiles {
+
+class SharedFile {
 public:
     using Refusal = int (*)(struct stat const& status);
 
     /// Creates a closed reference.
-    /// range   `object` is the lock object, as in ZLockClaims, for which ranges will be locked;
+    /// range   `object` is the lock object, as in LockClaims, for which ranges will be locked;
     ///         null for a user without a lock object.
-    explicit ZSharedFile(void const* object = nullptr) : object_(object) {}
-    ZSharedFile(ZSharedFile const&) = delete;
-    ZSharedFile& operator=(ZSharedFile const&) = delete;
+    explicit SharedFile(void const* object = nullptr) : object_(object) {}
+    SharedFile(SharedFile const&) = delete;
+    SharedFile& operator=(SharedFile const&) = delete;
 
     /// Closes.
-    ~ZSharedFile() { close(); }
+    ~SharedFile() { close(); }
 
     /// Opens `path` as open() does, or shares the file if it is open already. Returns 0.
     /// range   `flags`: O_RDONLY or O_RDWR, optionally with O_CREAT, O_EXCL, O_NOFOLLOW and O_SYNC.
@@ -111,9 +113,9 @@ private:
 /// A claim belongs to the thread that requested it. If another thread releases a read lock while
 /// there are multiple readers, its holder is unknown: the claims of all readers then belong to no
 /// thread.
-class ZLockClaims {
+class LockClaims {
 public:
-    ZLockClaims() = delete;
+    LockClaims() = delete;
 
     /// Registers a request of the calling thread for `object`. Call hold() once the thread has it,
     /// or drop().
@@ -135,8 +137,6 @@ public:
     /// Removes every claim. Call it before the object is destroyed.
     static void dropAll(void const* object);
 };
-
-namespace zfiles {
 
 /// Returns a number that differs in every child created by fork(). Makes no system call.
 unsigned forkGeneration();

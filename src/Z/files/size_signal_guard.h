@@ -1,4 +1,4 @@
-// ZSizeSignalGuard: makes a write beyond the file-size limit fail instead of ending the process.
+// size_signal_guard: makes a write beyond the file-size limit fail instead of ending the process.
 //
 // A write or an extension past RLIMIT_FSIZE sends SIGXFSZ to the calling thread, and the default
 // action ends the process. If the signal is blocked, the call only fails, with EFBIG. The guard
@@ -11,9 +11,11 @@
 #include <signal.h>
 #include <time.h>
 
-class ZSizeSignalGuard {
+namespace zfiles {
+
+class SizeSignalGuard {
 public:
-    ZSizeSignalGuard()
+    SizeSignalGuard()
     {
         sigemptyset(&signal_);
         sigaddset(&signal_, SIGXFSZ);
@@ -21,9 +23,9 @@ public:
         // A pending signal of a caller that had blocked the signal stays pending.
         wasPending_ = sigismember(&before_, SIGXFSZ) == 1 && isPending();
     }
-    ZSizeSignalGuard(ZSizeSignalGuard const&) = delete;
-    ZSizeSignalGuard& operator=(ZSizeSignalGuard const&) = delete;
-    ~ZSizeSignalGuard()
+    SizeSignalGuard(SizeSignalGuard const&) = delete;
+    SizeSignalGuard& operator=(SizeSignalGuard const&) = delete;
+    ~SizeSignalGuard()
     {
         int const error = errno;
         timespec const now = {0, 0};
@@ -45,3 +47,5 @@ private:
     sigset_t before_;  // the caller's signal mask
     bool wasPending_;
 };
+
+}  // namespace zfiles

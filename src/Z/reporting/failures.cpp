@@ -12,7 +12,7 @@ namespace {
 template <class Report>
 void send(Report report) noexcept
 {
-    ZCancelGuard const uncancelled;
+    CancelGuard const uncancelled;
     try {
         report();
     } catch (...) {
@@ -40,7 +40,7 @@ void reportException(ZException_6_0& failure) noexcept
 
 void reportCurrentException(Site site)
 {
-    if (zcaughtCancellation())
+    if (caughtCancellation())
         throw;
     try {
         throw;

@@ -46,7 +46,7 @@ bool reportExceptions(Site site, Action action)
 template <class Action>
 bool runCleanup(Site site, Action action)
 {
-    ZCancelGuard const uncancelled;
+    CancelGuard const uncancelled;
     return reportExceptions(site, action);
 }
 
@@ -58,7 +58,7 @@ void runInDestructor(Site site, Action action)
     try {
         action();
     } catch (...) {
-        if (zcaughtCancellation() || !zunwinding())
+        if (caughtCancellation() || !unwinding())
             throw;
         reportCurrentException(site);
     }

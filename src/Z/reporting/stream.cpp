@@ -60,7 +60,7 @@ void writeToStream(FILE* stream, char const* bytes, size_t count)
 void writeNow(FILE* stream, iovec* pieces, int count)
 {
     // writev() is a cancellation point, and a destructor may report.
-    ZCancelGuard const uncancelled;
+    CancelGuard const uncancelled;
     StreamGuard const guard(stream);
     int const fd = fileno(stream);
     if (fd >= 0) {

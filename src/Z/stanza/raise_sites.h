@@ -1,6 +1,8 @@
 // raise_sites: the source name and the site numbers in reports about the contents of stanza files.
 #pragma once
 
+#include "../memory/rep.h"
+
 namespace zstanza {
 
 constexpr char kSource[] = "src/Z/ZPropertiesImpl";
@@ -18,5 +20,13 @@ enum RaiseSite {
 
 /// Throws ZOutOfMemoryException_6_0 from raiseInAllocate.
 [[noreturn]] void throwOutOfMemory();
+
+/// Allocates an object, as new.
+/// throws  ZOutOfMemoryException_6_0 from raiseInAllocate; any exception of the constructor.
+template <class Class, class... Arguments>
+Class* allocate(Arguments const&... arguments)
+{
+    return zmemory::makeRep<Class>(kSource, raiseInAllocate, arguments...);
+}
 
 }  // namespace zstanza

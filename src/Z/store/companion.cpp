@@ -129,7 +129,7 @@ bool CompanionFile::exists(struct stat& status) const
            fstatat(directory_->descriptor(), name_.c_str(), &status, links) == 0;
 }
 
-int CompanionFile::openForReading(ZSharedFile& file) const
+int CompanionFile::openForReading(SharedFile& file) const
 {
     if (int const error = check())
         return error;
@@ -140,7 +140,7 @@ int CompanionFile::openForReading(ZSharedFile& file) const
     return error != 0 ? error : checkOpen(file);
 }
 
-int CompanionFile::checkOpen(ZSharedFile& file) const
+int CompanionFile::checkOpen(SharedFile& file) const
 {
     struct stat status;
     int const error = fstat(file.descriptor(), &status) != 0 ? errno : checkStatus(status);
@@ -149,7 +149,7 @@ int CompanionFile::checkOpen(ZSharedFile& file) const
     return error;
 }
 
-int CompanionFile::openForWriting(ZSharedFile& file) const
+int CompanionFile::openForWriting(SharedFile& file) const
 {
     if (directoryError_ != 0)
         return directoryError_;

@@ -64,17 +64,17 @@ public:
     /// codes   ENOENT if it is missing; EPERM as check(); EISDIR or EINVAL for anything but a
     ///         regular file; else the errno of the call.
     /// throws  std::bad_alloc.
-    int openForReading(ZSharedFile& file) const;
+    int openForReading(SharedFile& file) const;
 
     /// Opens the companion for writing in place: only a regular file with one link; no symbolic
     /// link is followed.
     /// codes   as openForReading(); EMLINK; ELOOP.
-    int openForWriting(ZSharedFile& file) const;
+    int openForWriting(SharedFile& file) const;
 
 private:
     bool isReserved() const;
     int checkStatus(struct stat const& status) const;
-    int checkOpen(ZSharedFile& file) const;
+    int checkOpen(SharedFile& file) const;
 
     MainFile const& main_;
     std::string const path_;

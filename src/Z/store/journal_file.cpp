@@ -43,7 +43,7 @@ int invalidateAt(Directory const& directory, std::string const& name, struct sta
 {
     if (!S_ISREG(expected.st_mode) || expected.st_nlink != 1)
         return EPERM;
-    ZSharedFile file;
+    SharedFile file;
     int const error = file.openAt(directory.descriptor(), name.c_str(), O_RDWR | O_NOFOLLOW, 0);
     if (error != 0)
         return error;
@@ -99,7 +99,7 @@ FoundJournal findJournal(MainFile const& main)
     AccessList ofMain;
     if (int const error = ofMain.read(main.fd))
         throw IoError{main.path, FailedCall::fgetxattr, error};
-    ZSharedFile file;
+    SharedFile file;
     int error = file.openAt(directory.descriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW, 0);
     // Any user of the directory may have created a file that we may not open.
     bool const isUnreadable =

@@ -11,7 +11,7 @@
 #include "../files/size_signal_guard.h"
 #include "limits.h"
 
-using namespace zstore;
+namespace zstore {
 
 namespace {
 
@@ -24,7 +24,7 @@ bool isForeignKind(int error)
 
 }  // namespace
 
-ZJournaledFile::Stamp::Stamp(struct stat const& status)
+JournaledFile::Stamp::Stamp(struct stat const& status)
     : seconds(status.st_mtim.tv_sec),
       nanoseconds(status.st_mtim.tv_nsec),
       size(status.st_size),
@@ -33,13 +33,13 @@ ZJournaledFile::Stamp::Stamp(struct stat const& status)
 {
 }
 
-bool ZJournaledFile::Stamp::operator==(Stamp const& other) const
+bool JournaledFile::Stamp::operator==(Stamp const& other) const
 {
     return seconds == other.seconds && nanoseconds == other.nanoseconds && size == other.size &&
            inode == other.inode && device == other.device;
 }
 
-ZJournaledFile::ZJournaledFile(char const* path, Mode mode) : file_(path)
+JournaledFile::JournaledFile(char const* path, Mode mode) : file_(path)
 {
     file_.locate(mode == Mode::store);
     do {
@@ -49,12 +49,12 @@ ZJournaledFile::ZJournaledFile(char const* path, Mode mode) : file_(path)
     } while (!recover(mode));
 }
 
-ZJournaledFile::~ZJournaledFile() = default;
+JournaledFile::~JournaledFile() = default;
 
 // Decides between the files and the journal of a crashed writer. The writer has ended: we hold its
 // lock. Returns false if the file has been replaced: the journal may belong to a writer of the new
 // file then, and is not touched.
-bool ZJournaledFile::recover(Mode mode)
+bool JournaledFile::recover(Mode mode)
 {
     FoundJournal found = findJournal(file_);
     if (found.kind != FoundJournal::none && !file_.hasItsName())
@@ -78,7 +78,7 @@ bool ZJournaledFile::recover(Mode mode)
             putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
         return true;
     }
-    ZSizeSignalGuard const noSignal;
+    SizeSignalGuard const noSignal;
     bool const counts =
         describes && (journal->companion.empty() || describesCompanion(*journal, isOld));
     // Another program wrote the companion, but the text is torn: only the journal has all of it.
@@ -99,14 +99,14 @@ bool ZJournaledFile::recover(Mode mode)
 // Returns 0 if a journal can be used, EPERM if not, or the errno with which its companion cannot be
 // examined. If its owner can write the file but does not own it, the journal must not change a
 // companion that this user cannot write.
-int ZJournaledFile::checkUse(FoundJournal const& found) const
+int JournaledFile::checkUse(FoundJournal const& found) const
 {
     if (found.kind != FoundJournal::valid)
         return EPERM;
     if (found.isByOwner || found.journal->companion.empty())
         return 0;
     CompanionFile const companion(file_, found.journal->companion);
-    ZSharedFile file;
+    SharedFile file;
     AccessList list;
     int error = companion.openForReading(file);
     if (error == ENOENT)
@@ -121,7 +121,7 @@ int ZJournaledFile::checkUse(FoundJournal const& found) const
 }
 
 // Completes the store of a crashed writer.
-void ZJournaledFile::replay(FoundJournal const& found)
+void JournaledFile::replay(FoundJournal const& found)
 {
     Journal const& journal = *found.journal;
     Bytes const newText = journal.newText(file_.contents.view());
@@ -140,7 +140,7 @@ void ZJournaledFile::replay(FoundJournal const& found)
 // Removes the journal of a writer that crashed before it changed the file, or renames it to an
 // orphan if another program has written the file since. If it stayed, the next stored text could be
 // taken for an interrupted rewrite.
-void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
+void JournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
 {
     Directory const& directory = file_.directory;
     std::string const name = file_.journalName();
@@ -167,7 +167,7 @@ void ZJournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
 
 // Returns whether the journal's writer found or wrote this companion. A companion that the file may
 // not use any more is not read: without it only the old text is known to be complete.
-bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) const
+bool JournaledFile::describesCompanion(Journal const& journal, bool oldText) const
 {
     CompanionFile const companion(file_, journal.companion);
     int error = companion.check();
@@ -175,7 +175,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
         return false;
     if (error == EPERM)
         throw IoError{journal.companion, FailedCall::access, error};
-    ZSharedFile file;
+    SharedFile file;
     Bytes contents;
     if (error == 0)
         error = companion.openForReading(file);
@@ -189,7 +189,7 @@ bool ZJournaledFile::describesCompanion(Journal const& journal, bool oldText) co
     return journal.describesCompanion(present, contents.view());
 }
 
-ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
+JournaledFile::Bytes JournaledFile::readCompanion(char const* name)
 {
     CompanionFile const companion(file_, name);
     if (int const error = companion.check())
@@ -211,7 +211,7 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     struct stat status;
     if (!companion.exists(status))
         throw IoError{name, FailedCall::mapFile, EINVAL};
-    ZSharedFile file;
+    SharedFile file;
     Bytes contents;
     int error = S_ISREG(status.st_mode) ? companion.openForReading(file) : ENODEV;
     if (error == EPERM)
@@ -225,18 +225,18 @@ ZJournaledFile::Bytes ZJournaledFile::readCompanion(char const* name)
     return contents;
 }
 
-std::string ZJournaledFile::newCompanion() const
+std::string JournaledFile::newCompanion() const
 {
     return onlyWeCanWrite(file_.status) ? defaultCompanionPath(file_.path)
                                         : file_.real + kCompanionSuffix;
 }
 
-std::string ZJournaledFile::defaultCompanionPath(std::string const& path)
+std::string JournaledFile::defaultCompanionPath(std::string const& path)
 {
     return zstore::defaultCompanionPath(path);
 }
 
-std::string ZJournaledFile::likelyCompanion(char const* path)
+std::string JournaledFile::likelyCompanion(char const* path)
 {
     struct stat status;
     char real[PATH_MAX];
@@ -245,13 +245,13 @@ std::string ZJournaledFile::likelyCompanion(char const* path)
                                                        : defaultCompanionPath(path);
 }
 
-bool ZJournaledFile::isOwnCompanion(std::string const& name) const
+bool JournaledFile::isOwnCompanion(std::string const& name) const
 {
     return CompanionFile(file_, name).isOwn();
 }
 
 // As isOwnCompanion(), but throws if that cannot be found out.
-bool ZJournaledFile::findOwnership(std::string const& name) const
+bool JournaledFile::findOwnership(std::string const& name) const
 {
     CompanionFile const companion(file_, name);
     if (int const error = companion.ownershipError())
@@ -259,7 +259,7 @@ bool ZJournaledFile::findOwnership(std::string const& name) const
     return companion.isOwn();
 }
 
-bool ZJournaledFile::mayRemove(std::string const& name) const
+bool JournaledFile::mayRemove(std::string const& name) const
 {
     if (!findOwnership(name))
         return false;
@@ -269,17 +269,17 @@ bool ZJournaledFile::mayRemove(std::string const& name) const
     return error == 0;
 }
 
-int ZJournaledFile::checkCompanionPath(std::string const& name) const
+int JournaledFile::checkCompanionPath(std::string const& name) const
 {
     return CompanionFile(file_, name).check();
 }
 
-void ZJournaledFile::commit(std::string_view text, Companion const& companion, bool replaces)
+void JournaledFile::commit(std::string_view text, Companion const& companion, bool replaces)
 {
     // The next load would refuse it.
     if (text.size() > maxFileSize())
         throw IoError{file_.path, FailedCall::write, EFBIG};
-    ZSizeSignalGuard const noSignal;
+    SizeSignalGuard const noSignal;
     if (companion.change != Companion::kept)
         if (int const error = checkCompanionPath(companion.path))
             throw IoError{companion.path, FailedCall::access, error};
@@ -292,3 +292,5 @@ void ZJournaledFile::commit(std::string_view text, Companion const& companion, b
     file_.isCreated = false;
     stamp_ = Stamp(file_.status);
 }
+
+}  // namespace zstore

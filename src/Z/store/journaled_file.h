@@ -32,11 +32,13 @@
 
 #include "writer.h"
 
-class ZJournaledFile {
+namespace zstore {
+
+class JournaledFile {
 public:
     using IoError = zfiles::IoError;
     using Bytes = zfiles::Bytes;
-    using Companion = zstore::CompanionChange;
+    using Companion = CompanionChange;
 
     // Identifies one state of a file.
     struct Stamp {
@@ -61,12 +63,12 @@ public:
     ///         does not describe the companion, describes a torn text; with "unlink()" if an
     ///         outdated journal cannot be removed; as commit() while a store is completed;
     ///         std::bad_alloc.
-    ZJournaledFile(char const* path, Mode mode);
-    ZJournaledFile(ZJournaledFile const&) = delete;
-    ZJournaledFile& operator=(ZJournaledFile const&) = delete;
+    JournaledFile(char const* path, Mode mode);
+    JournaledFile(JournaledFile const&) = delete;
+    JournaledFile& operator=(JournaledFile const&) = delete;
 
     /// Closes. A file that was created for a store without a commit() is removed again.
-    ~ZJournaledFile();
+    ~JournaledFile();
 
     /// Returns the text of the file, or of a valid journal.
     /// owns    borrowed until the object is destroyed.
@@ -142,14 +144,16 @@ public:
 private:
     void commit(std::string_view text, Companion const& companion, bool replaces);
     bool recover(Mode mode);
-    int checkUse(zstore::FoundJournal const& found) const;
+    int checkUse(FoundJournal const& found) const;
     bool findOwnership(std::string const& name) const;
-    void replay(zstore::FoundJournal const& found);
-    void retireOutdated(zstore::FoundJournal const& found, bool isOld);
-    bool describesCompanion(zstore::Journal const& journal, bool oldText) const;
+    void replay(FoundJournal const& found);
+    void retireOutdated(FoundJournal const& found, bool isOld);
+    bool describesCompanion(Journal const& journal, bool oldText) const;
 
-    zstore::MainFile file_;
+    MainFile file_;
     Stamp stamp_;
-    std::unique_ptr<zstore::Journal> journal_;  // set if the journal counts
-    struct stat invalidJournal_ = {};           // a file that the new journal replaces
+    std::unique_ptr<Journal> journal_;  // set if the journal counts
+    struct stat invalidJournal_ = {};   // a file that the new journal replaces
 };
+
+}  // namespace zstore

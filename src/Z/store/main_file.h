@@ -62,8 +62,8 @@ struct MainFile {
     Directory directory;
     bool isDirectoryGiven = false;  // by `path`, which has links only before the name
     std::string name;               // in the directory
-    ZSharedFile file;
-    ZSharedFile replacement;  // a new file that has the name, or will get it
+    SharedFile file;
+    SharedFile replacement;  // a new file that has the name, or will get it
     int fd = -1;
     bool isCreated = false;   // by this object, and still empty
     struct stat status = {};  // when it was locked or, after a store, written

@@ -22,7 +22,7 @@ int Replacement::checkLeftover() const
         return 0;
     if (isSameFile(status, main_.status))
         return ESTALE;
-    ZSharedFile leftover;
+    SharedFile leftover;
     if (leftover.openAt(directory.descriptor(), name_.c_str(), O_RDWR | O_NOFOLLOW, 0) != 0)
         return 0;
     int const error = leftover.lock(F_WRLCK, 0, 0);
@@ -40,7 +40,7 @@ int Replacement::prepare(AccessList const& access, std::string_view text, Failed
 
 // Creates the hidden file, locked, in `file`. Sets `status` to the status of the created file, even
 // if this fails later.
-int Replacement::create(AccessList const& access, std::string_view text, ZSharedFile& file,
+int Replacement::create(AccessList const& access, std::string_view text, SharedFile& file,
                         struct stat& status, FailedCall& call)
 {
     Directory const& directory = main_.directory;
@@ -173,7 +173,7 @@ void Replacement::removeHidden()
         main_.directory.remove(name_);
 }
 
-void Replacement::use(ZSharedFile const& file, struct stat const& status)
+void Replacement::use(SharedFile const& file, struct stat const& status)
 {
     main_.fd = file.descriptor();
     main_.status = status;

@@ -40,18 +40,18 @@ public:
 
 private:
     int checkLeftover() const;
-    int create(AccessList const& access, std::string_view text, ZSharedFile& file,
+    int create(AccessList const& access, std::string_view text, SharedFile& file,
                struct stat& status, FailedCall& call);
     int exchangeBack();
     int replaceBack(AccessList const& access, std::string_view oldText);
-    void use(ZSharedFile const& file, struct stat const& status);
+    void use(SharedFile const& file, struct stat const& status);
 
     MainFile& main_;
     std::string const name_;
     std::string const path_;
     struct stat old_ = {};
     struct stat new_ = {};
-    ZSharedFile restored_;  // a file with the old text that undoes a rename
+    SharedFile restored_;  // a file with the old text that undoes a rename
     bool isPrepared_ = false;
     bool isPublished_ = false;
     bool keepsOld_ = false;  // under the hidden name

@@ -126,7 +126,7 @@ private:
     bool hadCompanion_ = false;
     bool writesInPlace_ = false;  // the companion's name cannot be replaced
     int companionSyncError_ = 0;  // of the directory, after the change
-    ZSharedFile companionFile_;   // the old companion
+    SharedFile companionFile_;    // the old companion
     ScopedFd newCompanion_;
     struct stat newCompanionStatus_ = {};
 
