@@ -91,7 +91,7 @@ private:
     std::map<std::string, File> written_;
 } files;
 
-// The operations of a contender; one that it lacks stays empty.
+// The operations of a contender; an operation that it lacks stays empty.
 class Store {
 public:
     virtual ~Store() noexcept(false) = default;  // as the library's classes declare it

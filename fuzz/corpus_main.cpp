@@ -20,7 +20,7 @@ int main(int argc, char** argv)
     for (auto const& entry : std::filesystem::directory_iterator(argv[1])) {
         std::ifstream file(entry.path(), std::ios::binary);
         std::vector<char> const bytes{std::istreambuf_iterator<char>(file), {}};
-        // Printed first: after a crash, the last name is that of the input.
+        // Printed first: after a crash, the last name identifies the input.
         printf("%s, %zu bytes\n", entry.path().filename().c_str(), bytes.size());
         fflush(stdout);
         LLVMFuzzerTestOneInput(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size());

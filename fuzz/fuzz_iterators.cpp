@@ -142,7 +142,7 @@ private:
     void compare(char const* s, char const* k)
     {
         CacheModel::Key const* const key = model_.cache.find(s, k);
-        check((store_.exists(s, k) != 0) == (key != nullptr), "what is there exists");
+        check((store_.exists(s, k) != 0) == (key != nullptr), "exists() agrees with the model");
         ZArrayList_6_0 list(2, 1);
         store_.getValues(s, k, list, zPropLocalStrings);
         std::vector<std::string> given;

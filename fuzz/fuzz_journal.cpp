@@ -130,7 +130,7 @@ std::string outcomeOf(ScratchDirectory const& scratch, std::string const& name)
     }
     ZStanzaFileProperties_6_0 again(1);
     again.load(path.c_str());
-    check(again.exists("a", "next") != 0, "what was stored is loaded");
+    check(again.exists("a", "next") != 0, "a load has the stored key");
     return scratch.read(name);
 }
 

@@ -291,7 +291,7 @@ private:
         Walk* const walk = openWalk(handle);
         int const rc = zstzPropIter_close_6_0(handle);
         check(rc == (walk == nullptr ? int{zpropBadHandle} : int{zpropOk}),
-              "what is open closes once");
+              "an open iterator closes once");
         if (walk != nullptr)
             walk->isOpen = false;
     }

@@ -36,7 +36,7 @@ function(z_not_emulated program)
 endfunction()
 
 file(WRITE ${PROJECT_BINARY_DIR}/CTestCustom.cmake "")
-z_not_emulated(crash REASON "a tracer would see the calls of the emulator, not those of the program")
+z_not_emulated(crash REASON "a tracer would see the calls of the emulator, not of the program")
 z_not_emulated(package.install REASON "it compiles and runs programs for this machine")
 z_not_emulated(docs REASON "it compiles and runs programs for this machine")
 z_not_emulated(models.process_lock REASON "it checks a model, no program")

@@ -188,8 +188,8 @@ ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::appendLong(char const* b
     return *this;
 }
 
-// Replaces the contents with those of `result`. Takes over its buffer if `required` bytes do not
-// fit into the own one.
+// Replaces the contents with the contents of `result`. Takes over its buffer if `required` bytes
+// do not fit into the own one.
 ZAbstractMutableString_6_0& ZAbstractMutableString_6_0::take(ZAbstractMutableString_6_0& result,
                                                              size_t required)
 {

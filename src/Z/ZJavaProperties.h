@@ -69,8 +69,8 @@ public:
     ///         entry of the previous read has the stop key, stores that entry again.
     int load(char const* path, char const* stopKey);
 
-    /// Reads the entries of an open stream as load(path) reads those of a file. Returns 1, or 0 if
-    /// a handler of a derived class returned a value that is not a state.
+    /// Reads the entries of an open stream, as load(path) does from a file. Returns 1, or 0 if a
+    /// handler of a derived class returned a value that is not a state.
     /// range   `path` is used only in reports.
     /// throws  ZUnexpectedEndOfFile_6_0 if reading fails; ZJavaPropertyParseException_6_0 if a
     ///         derived class has removed the handler of a state. The store is unchanged then.

@@ -326,7 +326,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static void packCompanion(ZProperties_6_0& store, std::string const& path,
                               StoreOperation& operation);
 
-    /// Decides whether the companion is written, removed or left alone. `named` is the companion
+    /// Decides whether the companion is written, removed or unchanged. `named` is the companion
     /// that the contents name, `path` the companion to write.
     static void chooseCompanionChange(ZProperties_6_0& store, zstore::JournaledFile const& file,
                                       std::string const& named, std::string const& path,

@@ -10,8 +10,8 @@ extern "C" {
 #endif
 
 /// Converts the text of an address to its bytes, in network order.
-/// codes   as inet_pton(): 1; 0 for a text that is no address of the family; -1 (errno) for a
-///         family that there is not.
+/// codes   as inet_pton(): 1; 0 for a string that is not an address of the family; -1 (errno)
+///         for an unknown family.
 int zinet_pton_6_0(int family, char const* text, void* out);
 
 /// Converts an address to text; returns `buffer`.

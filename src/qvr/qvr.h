@@ -113,7 +113,7 @@ int qvr_os_cs_name(char* buf, size_t room);
 /// Returns a codeset for `name`. Only letters, without regard to case, and digits are significant,
 /// and leading zeros of a number are not: "ISO_8859-01" is "iso88591". The name is looked up in the
 /// alias table, then among the converter files of the directory, then among the built-in names:
-/// those that ICU has, and those of ISO-8859-16, ARMSCII-8, GEORGIAN-PS, KOI8-T, PT154 and RK1048.
+/// the names of ICU, and of ISO-8859-16, ARMSCII-8, GEORGIAN-PS, KOI8-T, PT154 and RK1048.
 /// range   at most 127 bytes, without slash, backslash and comma.
 /// owns    owned by the caller; released with qvr_cs_free. Every call returns a new handle, also
 ///         for the same codeset, so that the address identifies the call that made it.

@@ -5,7 +5,7 @@
 // under the read lock. Every five milliseconds one of them is killed and replaced by another.
 //
 // - Never two writers: a word in shared memory has the id of the writing process. A process that
-//   finds another id there must find that process dead.
+//   finds another id there must find it ended.
 // - A kill never blocks the others: the next acquisition succeeds within a second.
 // - Nothing is lost: the number equals the increments that the processes know of, plus at most one
 //   for each kill.

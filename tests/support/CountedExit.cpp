@@ -1,7 +1,7 @@
-// What a child of a test executes is counted, too, when executed lines are counted: it ends by
-// _exit(), which does not write the counts otherwise. A child with a root directory of its own
+// Includes the children of tests when executed lines are counted: a child ends by _exit(), which
+// does not write the counts otherwise. A child with a root directory of its own
 // returns to the first one for this: the files of counts have absolute paths, and below the new
-// root they would be among the files that the test looks at.
+// root they would be among the files that the test examines.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <stdlib.h>
 
-// What the replacements stand on: the C library's own functions or the sanitizer's.
+// The replacements call the C library's own functions or the sanitizer's.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define UNDER_SANITIZER 1
 #elif defined(__has_feature)
@@ -128,7 +128,7 @@ PLAIN void* realloc(void* block, size_t size)
     return moved;
 }
 
-// The sanitizers have one of their own, which does not come by realloc().
+// The sanitizers have a reallocarray() of their own, which does not call realloc().
 PLAIN void* reallocarray(void* block, size_t count, size_t size)
 {
     size_t bytes;

@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Runs `body` in a child process, as the user "nobody" where the test itself is root; expects it to
-// return true and to raise nothing.
+// Runs `body` in a child process, as the user "nobody" if the test itself is root; expects it to
+// return true and to throw nothing.
 template <class Body>
 void asNobody(Body const& body)
 {

@@ -1,4 +1,4 @@
-// NotedMessages: installs a message service that notes what it is told, for as long as it lives.
+// NotedMessages: a message service that records its messages; installed until its destruction.
 #pragma once
 
 #include <Z/ZLCString.h>

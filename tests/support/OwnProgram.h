@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 struct OwnProgram {
-    // Starts the program with three arguments; its standard input and output are the pipes. Who
-    // starts it closes `to` and `from`, and waits for it.
+    // Starts the program with three arguments; its standard input and output are the pipes. The
+    // caller closes `to` and `from`, and waits for the program.
     OwnProgram(char const* first, char const* second, char const* third)
     {
         int there[2];

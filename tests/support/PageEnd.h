@@ -1,4 +1,4 @@
-// PageEnd: a text whose terminator is the last byte that may be read.
+// PageEnd: a string whose terminator is the last byte that may be read.
 #pragma once
 
 #include <sys/mman.h>

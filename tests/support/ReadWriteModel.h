@@ -1,4 +1,4 @@
-// ReadWriteModel: what a read-write lock must be, as a state machine without threads.
+// ReadWriteModel: the model of a read-write lock, a state machine without threads.
 #pragma once
 
 #include "LockStates.h"

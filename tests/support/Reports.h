@@ -1,4 +1,4 @@
-// Reports: what a piece of code writes to standard error, and what a report looks like.
+// Reports: captures the text that code writes to standard error, and composes expected reports.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,13 +15,13 @@ std::string reportOf(Action action)
     return testing::internal::GetCapturedStderr();
 }
 
-// The line that tells reports of several threads apart.
+// The line that distinguishes the reports of threads.
 inline std::string threadLine()
 {
     return " Thread: " + std::to_string(static_cast<int>(pthread_self())) + "\n";
 }
 
-// The report of an exception raised at `file`, `line`.
+// The report of an exception thrown at `file`, `line`.
 inline std::string exceptionReport(std::string const& name, std::string const& file, int line,
                                    int number, std::string const& text)
 {

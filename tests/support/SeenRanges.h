@@ -7,9 +7,9 @@
 
 #include <string>
 
-// Returns what stands in the way of a process that wants to write [0, 4) and [4, 8) of the file,
-// for each range '-' (nothing), 'r' (readers) or 'w' (a writer); "??" when there is no file. The
-// answer is that of a child, which asks in its own name.
+// Returns the locks that conflict with a write lock of another process on [0, 4) and on [4, 8) of
+// the file: for each range '-' (none), 'r' (readers) or 'w' (a writer); "??" if there is no file. A
+// child process examines them, because a process does not see its own locks.
 inline std::string seenRanges(std::string const& file)
 {
     int ends[2];

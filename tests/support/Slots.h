@@ -1,4 +1,4 @@
-// Slots: where a virtual function stands in the table of its class.
+// Slots: the index of a virtual function in the table of its class.
 #pragma once
 
 #include <cstddef>

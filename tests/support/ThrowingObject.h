@@ -1,4 +1,4 @@
-// ThrowingObject: an object whose destructor throws, like that of a guard whose release fails.
+// ThrowingObject: an object whose destructor throws, like a guard whose release fails.
 #pragma once
 
 #include <exception>

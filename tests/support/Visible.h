@@ -1,4 +1,4 @@
-// Visible: bytes as a text for messages, one escape for every byte that would not show.
+// Visible: bytes as a string for messages, with an escape for every byte that would not show.
 #pragma once
 
 #include <cstdio>

@@ -153,7 +153,7 @@ def describe_groups(out, first):
 
 
 def describe_run(out, first, scope, words):
-    """Describes the declarations after the one at `first`, up to a blank line or a comment."""
+    """Describes the declarations after line `first`, up to a blank line or a comment."""
     for i in range(first + 1, len(out)):
         if not out[i] or out[i].startswith(f"{scope}//") or out[i].startswith("}"):
             return

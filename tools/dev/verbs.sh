@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs each verb of ./dev on a fresh clone of the last commit, long verbs with arguments that shorten
 # them, and prints a table. A verb passes if it exits with 0 and neither changes a file of the
-# clone nor adds one that git does not ignore. Each verb of ./dev help must have a row here.
+# clone nor adds a file that git does not ignore. Each verb of ./dev help must have a row here.
 # usage: verbs.sh DIRECTORY [VERB…]    DIRECTORY gets the clone and the output; it is removed first
 set -euo pipefail
 top=$(dirname "$(readlink -f "$0")")/../..

@@ -132,7 +132,7 @@ public:
         commit(text, companion, true);
     }
 
-    /// Returns whether the name means another file by now, or none.
+    /// Returns whether the name refers to another file by now, or to none.
     bool isReplaced() const { return !file_.hasItsName(); }
 
     /// Returns the state of the file when it was read or, after commit(), written.
