@@ -23,12 +23,16 @@
 /// A lock with readers and writers.
 class ZReadWriteLockInterface_6_0 : public ZLockInterface_6_0 {
 public:
+    // clang 14 reports that these names hide read() and write(), if <unistd.h> comes first.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
     enum zlockstate : int {
         unset = 0,    // free; as an argument of lock(): release
         read = 1,     // shared by readers
         protect = 2,  // held by a reader that is the next writer
         write = 3     // held by one writer
     };
+#pragma GCC diagnostic pop
 
     // Virtual functions in slot order. The order is binary interface: append only.
     void lock() override = 0;
