@@ -1,0 +1,313 @@
+// DialectValues: reads the value of a key line: its end, its continuation lines, quotes and
+// escapes. The middle part of DialectModel.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "DialectText.h"
+
+namespace dialect_model {
+
+class DialectValues : public DialectText {
+public:
+    using DialectText::DialectText;
+
+protected:
+    // Reads the value after the separator, which ends at index `from` of the piece.
+    void readValue(Piece const& piece, std::size_t line, std::size_t from, Value& value)
+    {
+        switch (rules.quoting) {
+            case Quoting::none:
+                return readPlain(piece, from, piece.chars.size(), value);
+            case Quoting::ends:
+                return readPlain(piece, from, commentStart(piece.chars, 0), value);
+            case Quoting::anywhere:
+            case Quoting::anywhereSkipping:
+                return readQuotedAnywhere(line, piece.offset(from), value);
+            case Quoting::whole:
+                return readQuotedWhole(line, piece.offset(from), value);
+        }
+    }
+
+private:
+    enum class Escaped { plain, doubleQuoted };
+
+    // The value is the rest of the piece up to `limit`. An empty value is one space after the
+    // separator, or next to it.
+    void readPlain(Piece const& piece, std::size_t from, std::size_t limit, Value& value)
+    {
+        std::string_view const chars = std::string_view(piece.chars).substr(0, limit);
+        std::size_t begin = afterBlanks(chars, from);
+        std::size_t end = rules.blanksAtEnd ? chars.size() : withoutBlanksAtEnd(chars, begin);
+        if (begin == end)
+            begin = end = std::min(from + 1, end);
+        value.valueBegin = piece.offset(begin);
+        value.valueEnd = begin == end ? value.valueBegin : piece.offset(end - 1) + 1;
+        std::string_view spelled = chars.substr(begin, end - begin);
+        if (rules.quoting == Quoting::ends && spelled.size() > 1 && isQuote(spelled[0]) &&
+            spelled.back() == spelled[0])
+            spelled = spelled.substr(1, spelled.size() - 2);
+        value.text = "";
+        for (std::size_t at = 0; at < spelled.size();) {
+            if (spelled[at] == '\\' && rules.escapes != Escapes::none)
+                at = unescape(spelled, at, Escaped::plain, value.text);
+            else
+                value.text += spelled[at++];
+        }
+    }
+
+    // Moves to the following line. Returns false at the end of the file.
+    bool moveOn(std::size_t& line, std::size_t& at)
+    {
+        if (line + 1 >= lines.size())
+            return false;
+        lines[++line].kind = LineKind::continuation;
+        next_ = line + 1;
+        at = lines[line].begin;
+        return true;
+    }
+
+    std::string_view upTo(std::size_t end) const { return text_.substr(0, end); }
+
+    void readQuotedAnywhere(std::size_t line, std::size_t at, Value& value)
+    {
+        std::size_t const first = line;
+        at = std::min(afterBlanks(upTo(lines[line].end), at), lines[line].end);
+        value.valueBegin = value.valueEnd = at;
+        std::string& out = value.text;
+        std::size_t kept = 0;  // without spaces that may be at the end
+        bool quoted = false;
+        std::size_t quote = at;
+        for (;;) {
+            if (at == lines[line].end) {
+                if (quoted && (!(rules.join & openQuote) || line + 1 == lines.size()))
+                    return refuse(first, quote - lines[first].begin + 1, "open quote");
+                if (!quoted || !moveOn(line, at))
+                    break;
+                out += '\n';
+                kept = out.size();
+                continue;
+            }
+            char const c = text_[at];
+            if (!quoted && isBlank(c)) {
+                out += out.empty() ? "" : std::string(1, c);
+                ++at;
+                continue;
+            }
+            if (!quoted && isMark(c, rules.trailing))
+                break;
+            if (c == '\\' && at + 1 == lines[line].end) {
+                kept = out.size();
+                value.valueEnd = ++at;
+                if (!moveOn(line, at))
+                    break;
+                continue;
+            }
+            if (isQuote(c)) {
+                quoted = !quoted;
+                quote = quoted && line == first ? at : quote;
+                value.valueEnd = ++at;
+                kept = out.size();
+                if (!quoted && rules.quoting == Quoting::anywhereSkipping)
+                    at = afterBlanks(upTo(lines[line].end), at);
+                continue;
+            }
+            if (c == '\\') {
+                std::size_t const after =
+                    unescape(upTo(lines[line].end), at, Escaped::doubleQuoted, out);
+                if (after == kNowhere)
+                    return refuse(line, at - lines[line].begin + 1, "unknown escape");
+                at = after;
+            } else {
+                out += c;
+                ++at;
+            }
+            kept = out.size();
+            value.valueEnd = at;
+        }
+        out.resize(kept);
+        keepSpaceBeforeComment(value);
+    }
+
+    // An empty value is one space after the separator.
+    void keepSpaceBeforeComment(Value& value) const
+    {
+        if (value.valueBegin != value.valueEnd)
+            return;
+        std::size_t begin = value.valueBegin;
+        while (begin > value.keyEnd && isBlank(text_[begin - 1]))
+            --begin;
+        value.valueBegin = value.valueEnd = std::min(begin + 1, value.valueBegin);
+    }
+
+    void readQuotedWhole(std::size_t line, std::size_t at, Value& value)
+    {
+        std::size_t const first = line;
+        at = afterBlanks(upTo(lines[line].end), at);
+        value.valueBegin = value.valueEnd = at;
+        if (at == lines[line].end || !isQuote(text_[at]))
+            return readUnquoted(line, at, value);
+        char const quote = text_[at++];
+        std::string out;
+        for (;;) {
+            if (at == lines[line].end) {
+                if (!moveOn(line, at))
+                    return refuse(first, value.valueBegin - lines[first].begin + 1, "open quote");
+                out += '\n';
+            } else if (text_[at] == quote) {
+                break;
+            } else if (text_[at] != '\\' || quote == '\'') {
+                out += text_[at++];
+            } else if (at + 1 < lines[line].end) {
+                at = unescape(upTo(lines[line].end), at, Escaped::doubleQuoted, out);
+            } else if (!(rules.join & insideValue) || !moveOn(line, at)) {
+                out += text_[at++];
+            }
+        }
+        ++at;
+        std::size_t const rest = afterBlanks(upTo(lines[line].end), at);
+        bool const isEnd = rest == lines[line].end ||
+                           (isMark(text_[rest], rules.trailing) &&
+                            (rest > at || rules.trailingNeeds == TrailingNeeds::nothing));
+        if (!isEnd)
+            return readUnquoted(line, at, value);
+        value.text = out;
+        value.valueEnd = at;
+    }
+
+    // Reads from `at` up to a comment or the end of the line. A value with quotes in it is as
+    // spelled.
+    void readUnquoted(std::size_t line, std::size_t at, Value& value)
+    {
+        bool asSpelled = value.valueBegin != at;
+        value.valueEnd = at;
+        std::string out;
+        std::size_t kept = 0;
+        while (at < lines[line].end) {
+            char const c = text_[at];
+            std::string_view const upToEnd = upTo(lines[line].end);
+            if (isMark(c, rules.trailing) &&
+                (rules.trailingNeeds == TrailingNeeds::nothing || isBlank(text_[at - 1])))
+                break;
+            if (isBlank(c)) {
+                out += text_[at++];
+                continue;
+            }
+            std::size_t const closing = isQuote(c) ? upToEnd.find(c, at + 1) : kNowhere;
+            if (closing != kNowhere) {
+                asSpelled = true;
+                at = closing + 1;
+            } else if (c == '\\' && (rules.join & insideValue) && at + 1 == lines[line].end) {
+                kept = out.size();
+                value.valueEnd = ++at;
+                moveOn(line, at);
+                continue;
+            } else if (c == '\\' && rules.escapes == Escapes::environment &&
+                       at + 1 < lines[line].end) {
+                out += text_[at + 1];
+                at += 2;
+            } else {
+                out += c;
+                ++at;
+            }
+            kept = out.size();
+            value.valueEnd = at;
+        }
+        out.resize(kept);
+        value.text = out;
+        if (asSpelled)
+            value.text = text_.substr(value.valueBegin, value.valueEnd - value.valueBegin);
+        keepSpaceBeforeComment(value);
+    }
+
+    // Appends the meaning of the escape at `at`. Returns the index after it, or kNowhere.
+    std::size_t unescape(std::string_view chars, std::size_t at, Escaped where,
+                         std::string& out) const
+    {
+        struct Set {
+            std::string_view letters;
+            std::string_view meanings;
+        };
+        static constexpr Set kSets[] = {
+            {"", ""},
+            {"sntr\\", " \n\t\r\\"},
+            {"ntb\"\\", "\n\t\b\"\\"},
+            {"\"\\", "\"\\"},
+            {"ntrbs\\\"'", "\n\t\r\b \\\"'"},
+            {"abfnrtv\"?'\\", "\a\b\f\n\r\t\v\"?'\\"},
+            {"sntr\\", " \n\t\r\\"},
+            {"\"\\$`", "\"\\$`"},
+        };
+        Set const& set = kSets[static_cast<int>(rules.escapes)];
+        char const c = at + 1 < chars.size() ? chars[at + 1] : '\0';
+        std::size_t const index = c == '\0' ? kNowhere : set.letters.find(c);
+        if (index != kNowhere) {
+            out += set.meanings[index];
+            return at + 2;
+        }
+        if (c == 'x' || (c >= '0' && c <= '7')) {
+            std::size_t const after = unescapeNumber(chars, at + 1, out);
+            if (after != kNowhere)
+                return after;
+        }
+        if (rules.unknownEscape == UnknownEscape::refused)
+            return kNowhere;
+        if (rules.unknownEscape == UnknownEscape::dropped)
+            return at + 2;
+        if (rules.unknownEscape == UnknownEscape::kept || where == Escaped::doubleQuoted)
+            out += '\\';
+        if (c != '\0')
+            out += c;
+        return at + (c == '\0' ? 1 : 2);
+    }
+
+    // Takes an octal or hexadecimal number. Returns kNowhere without digits, and for zero.
+    std::size_t unescapeNumber(std::string_view chars, std::size_t at, std::string& out) const
+    {
+        if (rules.escapes != Escapes::c && rules.escapes != Escapes::kconfig)
+            return kNowhere;
+        bool const isHex = chars[at] == 'x';
+        if (rules.escapes == Escapes::kconfig && !isHex)
+            return kNowhere;
+        std::size_t const most = rules.escapes == Escapes::kconfig ? 2 : isHex ? 8 : 3;
+        std::size_t digits = 0;
+        unsigned code = 0;
+        for (at += isHex ? 1 : 0; at < chars.size() && digits < most; ++at, ++digits) {
+            std::size_t const digit = std::string_view("0123456789abcdef").find(folded(chars[at]));
+            if (digit == kNowhere || (!isHex && digit > 7))
+                break;
+            code = code * (isHex ? 16 : 8) + static_cast<unsigned>(digit);
+        }
+        if (code == 0 || (rules.escapes == Escapes::kconfig && digits < 2) || code > 0x10ffff)
+            return kNowhere;
+        if (rules.escapes == Escapes::kconfig)
+            out += static_cast<char>(code);
+        else
+            appendUtf8(code, out);
+        return at;
+    }
+
+    static void appendUtf8(unsigned code, std::string& out)
+    {
+        auto const last = [](unsigned bits) { return static_cast<char>(0x80 | (bits & 0x3f)); };
+        if (code < 0x80) {
+            out += static_cast<char>(code);
+        } else if (code < 0x800) {
+            out += static_cast<char>(0xc0 | (code >> 6));
+            out += last(code);
+        } else if (code < 0x10000) {
+            out += static_cast<char>(0xe0 | (code >> 12));
+            out += last(code >> 6);
+            out += last(code);
+        } else {
+            out += static_cast<char>(0xf0 | (code >> 18));
+            out += last(code >> 12);
+            out += last(code >> 6);
+            out += last(code);
+        }
+    }
+};
+
+}  // namespace dialect_model
