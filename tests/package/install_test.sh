@@ -77,10 +77,26 @@ flags=$(from_readme '.*`\(-I/usr/local[^`]*\)`.*')
 [ -n "$flags" ] || fail "README.md has no flags for machines without pkg-config"
 # shellcheck disable=SC2086  # a list
 "$cc" -std=c99 "$here/c/service.c" -o "$room/service" $flags -Wl,-rpath,"$libdir"
-tables=$(from_readme '^export QVRDIR=\([^ ]*\).*')
+tables=$(from_readme '^export QVRDIR=\(/usr/local[^ ]*\).*')
 [ -e "$tables/codesets.alias" ] || fail "the tables are not where README.md says: $tables"
 printed=$(QVRDIR=$tables "$room/service" "$room/service.conf")
 [ "$printed" = "$expected" ] || fail "the C program built by README.md printed: $printed"
+
+# The environment of an ordinary user, as the README sets it; earlier values stay.
+exports=$(sed -n '/^An ordinary user/,/^CMake/p' "$readme" | grep '^export ')
+[ -n "$exports" ] || fail "README.md does not set the environment of an ordinary user"
+printed=$(
+    export LD_LIBRARY_PATH=/kept PKG_CONFIG_PATH=/kept/too
+    eval "$exports"
+    [ "$LD_LIBRARY_PATH $PKG_CONFIG_PATH" = "$prefix/lib:/kept $prefix/lib/pkgconfig:/kept/too" ] ||
+        fail "the environment is $LD_LIBRARY_PATH $PKG_CONFIG_PATH"
+    # shellcheck disable=SC2046  # a list
+    "$cc" -std=c99 "$here/c/service.c" -o "$room/service" \
+        $(pkg-config --cflags --libs zfoundation-6.0)
+    "$room/service" "$room/service.conf"
+    zstz get "$room/service.conf" service name
+)
+[ "$printed" = "$expected"$'\n'gateway ] || fail "in the environment of the README: $printed"
 
 printed=$("$prefix/bin/zstz" get "$room/service.conf" service port)
 [ "$printed" = 8080 ] || fail "the installed tool printed: $printed"
