@@ -254,18 +254,19 @@ ZPCategoryBasedCache_6_0::Rep::DerivedReader::~DerivedReader()
         cache_.changed();
     }
     delete before_;
-    while (kept_ != nullptr)
-        free(std::exchange(kept_, kept_->next));
+    while (copies_ != nullptr)
+        free(std::exchange(copies_, copies_->next));
 }
 
 std::string_view ZPCategoryBasedCache_6_0::Rep::DerivedReader::copy(std::string_view text)
 {
-    auto* const kept = static_cast<Kept*>(zcache::reallocate(nullptr, sizeof(Kept) + text.size()));
-    kept->next = kept_;
-    kept_ = kept;
-    memcpy(kept->text, text.data(), text.size());
-    kept->text[text.size()] = '\0';
-    return {kept->text, text.size()};
+    auto* const copy =
+        static_cast<CopiedText*>(zcache::reallocate(nullptr, sizeof(CopiedText) + text.size()));
+    copy->next = copies_;
+    copies_ = copy;
+    memcpy(copy->text, text.data(), text.size());
+    copy->text[text.size()] = '\0';
+    return {copy->text, text.size()};
 }
 
 void ZPCategoryBasedCache_6_0::Rep::DerivedReader::addHeader(std::string_view name, int lineNumber,

@@ -65,15 +65,15 @@ public:
     void finish();
 
 private:
-    // A copy of a string.
-    struct Kept {
-        Kept* next;
+    // A copied string, freed with the reader.
+    struct CopiedText {
+        CopiedText* next;
         char text[1];
     };
 
     ZPCategoryBasedCache_6_0& cache_;
     Rep* before_;                          // a copy of the contents; null after finish()
     std::string_view category_ = {"", 0};  // of the last header
-    Kept* kept_ = nullptr;
+    CopiedText* copies_ = nullptr;
     zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
 };

@@ -210,9 +210,10 @@ void ZSleeperThread_6_0::sleep()
         wakeCondition_.wait();
         return;
     }
-    constexpr unsigned long kLongest = std::numeric_limits<long>::max();
+    constexpr unsigned long kMaxInterval = std::numeric_limits<long>::max();
     int timedOut = 0;
-    wakeCondition_.wait(static_cast<long>(interval_ < kLongest ? interval_ : kLongest), timedOut);
+    wakeCondition_.wait(static_cast<long>(interval_ < kMaxInterval ? interval_ : kMaxInterval),
+                        timedOut);
     if (timedOut != 0)
         wake_ = 1;
 }

@@ -76,7 +76,7 @@ int clearLeftover(Directory const& directory, std::string const& name)
     }
     int error = directory.remove(name);
     if (error != 0 && S_ISDIR(status.st_mode))
-        error = putAside(directory, name, status);
+        error = renameToOrphan(directory, name, status);
     return isProtected(directory, status, error) ? EEXIST : error;
 }
 
@@ -142,7 +142,7 @@ int createExclusive(Directory const& directory, std::string const& name)
     return directory.openFile(name, flags, S_IRUSR | S_IWUSR);
 }
 
-int putAside(Directory const& directory, std::string const& name, struct stat const& expected)
+int renameToOrphan(Directory const& directory, std::string const& name, struct stat const& expected)
 {
     if (int const error = directory.check(name, expected))
         return error;

@@ -46,7 +46,8 @@ int createExclusive(Directory const& directory, std::string const& name);
 
 /// Renames the file at `name`: appends ".orphan", or ".orphan.2" and so on, and replaces no file.
 /// Returns 0 or an errno: ESTALE, with no change, if the file is not `expected`.
-int putAside(Directory const& directory, std::string const& name, struct stat const& expected);
+int renameToOrphan(Directory const& directory, std::string const& name,
+                   struct stat const& expected);
 
 class JournalFile {
 public:

@@ -75,7 +75,8 @@ bool JournaledFile::recover(Mode mode)
         if (describes && !isOld && !isComplete)
             throw IoError{file_.pathOf(file_.journalName()), FailedCall::access, EPERM};
         if (mode == Mode::store)
-            putAside(file_.directory, file_.journalName(), found.status);  // else publish() fails
+            renameToOrphan(file_.directory, file_.journalName(),
+                           found.status);  // else publish() fails
         return true;
     }
     SizeSignalGuard const noSignal;
@@ -158,7 +159,7 @@ void JournaledFile::retireOutdated(FoundJournal const& found, bool isOld)
     } else {
         // The orphan keeps its contents for a comparison.
         error = journal.invalidate(file_.status.st_dev);
-        if (putAside(directory, name, found.status) == 0)
+        if (renameToOrphan(directory, name, found.status) == 0)
             error = 0;
     }
     if (error != 0)

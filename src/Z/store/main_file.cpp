@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kMaxAttempts = 100;  // to open a file that editors replace repeatedly
 constexpr int kMaxLinks = 40;
-constexpr int kMaxLooks = 3;  // attempts to resolve a path while editors replace the file
+constexpr int kMaxResolutions = 3;  // attempts to resolve a path while editors replace the file
 
 // Returns the target of the symbolic link at `path`, relative to the working directory; "" if it is
 // not a link.
@@ -35,7 +35,7 @@ bool leadsElsewhere(char const* path, char const* other)
 {
     struct stat meant;
     struct stat found;
-    for (int i = 0; i < kMaxLooks && strcmp(path, other) != 0; ++i) {
+    for (int i = 0; i < kMaxResolutions && strcmp(path, other) != 0; ++i) {
         if (stat(path, &meant) != 0)
             return false;
         if (stat(other, &found) == 0 && isSameFile(meant, found))
@@ -49,7 +49,7 @@ bool leadsElsewhere(char const* path, char const* other)
 // file without a name, and is then not a path in this namespace.
 int findRealPath(std::string const& path, char (&resolved)[PATH_MAX])
 {
-    for (int i = 0; i < kMaxLooks; ++i) {
+    for (int i = 0; i < kMaxResolutions; ++i) {
         if (realpath(path.c_str(), resolved) == nullptr)
             return errno;
         if (!leadsElsewhere(path.c_str(), resolved))
