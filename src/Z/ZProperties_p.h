@@ -47,7 +47,8 @@ enum RaiseSite {
     raiseForComment = 480,
     raiseInCheckAccess = 510,
     raiseInCheckFileAccess = 540,
-    raiseInGetPropertiesFor = 600
+    raiseInGetPropertiesFor = 600,
+    raiseInFindProblems = 640
 };
 
 using zstanza::kReservedCategory;

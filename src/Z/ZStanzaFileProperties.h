@@ -1,7 +1,7 @@
 // ZStanzaFileProperties: the configuration store for stanza files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesIterator, ZPropertiesImpl,
-// ZPropertiesKVList, ZArrayList, ZLCString, ZUTF8String, ZException.
+// ZPropertiesKVList, ZStanzaProblem, ZBuffer, ZArrayList, ZLCString, ZUTF8String, ZException.
 //
 // A stanza file consists of stanzas: a header line "[name]" and lines "key = value", with comments
 // and blank lines between them. See docs/file-formats.md.
@@ -121,6 +121,21 @@ public:
     ///         the exceptions of the function that reads an item. The results of earlier items are
     ///         valid then.
     void getItems(ZStzFileItem_6_0* items, int count) const;
+
+    /// Appends every problem of the file at `path` to `list`, as ZStanzaProblem_6_0 in file order:
+    /// an error for every line that load() refuses, and a note for every line that a store with
+    /// comments would change or drop. Without an error, load() accepts the contents of the file.
+    /// range   anything but a regular file fails with "fopen(r)". `list` must own its elements. At
+    ///         most 100,000 problems are listed; one more record has the number of the others, and
+    ///         is an error if one of them is.
+    /// owns    `list` takes over the new records.
+    /// throws  ZInvalidParameterException_6_0 if the path is null or empty, or if `list` does not
+    ///         own its elements; ZPropertiesIOException_6_0 as load(), except that a companion
+    ///         that cannot be read is a problem; ZOutOfMemoryException_6_0. `list` is unchanged
+    ///         then.
+    /// threads any; waits and fails as load().
+    /// cost    O(bytes). Memory for two copies of the file and for each different key.
+    static void findProblems(char const* path, ZArrayList_6_0& list);
 
     /// Creates stores that keep comments.
     class ZStanzaFilePropertiesFactory : public ZAbstractPropertiesFactory_6_0 {

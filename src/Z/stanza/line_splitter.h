@@ -55,6 +55,8 @@ public:
     /// Returns whether the next line follows without a newline, so that the byte after this line
     /// belongs to the next one.
     bool isSplit() const { return isSplit_; }
+    /// Returns the byte after the line and its newline.
+    char const* end() const { return next_; }
     int number() const { return number_ < INT_MAX ? static_cast<int>(number_) : INT_MAX; }
 
 private:

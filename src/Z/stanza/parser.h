@@ -23,6 +23,10 @@ struct DuplicateHeader {
 
 // Passes the lines of a file to a reader, which adds them to a cache. Lines are parsed in place:
 // the parser writes a zero byte after each name, value and comment.
+//
+// A reader with `beginLine` gets every line first, and `refuse` gets every invalid line: the parser
+// continues with the next line instead of throwing. A header without "]" is a header to the lines
+// after it.
 template <class AnyReader>
 class Parser {
 public:
@@ -44,6 +48,8 @@ public:
         for (char const* bytes; lines.next(bytes, length);) {
             number_ = lines.number();
             std::string_view line(bytes, length);
+            if constexpr (kCollects)
+                line = reader_.beginLine(line, lines);
             if (lines.isSplit())
                 line = reader_.copy(line);
             start_ = line.data();
@@ -67,6 +73,11 @@ public:
     }
 
 private:
+    static constexpr bool kCollects = requires(AnyReader & reader, LineSplitter const& lines)
+    {
+        reader.beginLine(std::string_view(), lines);
+    };
+
     // Writes a zero byte after a part of the text, which can be written.
     static void terminate(std::string_view part)
     {
@@ -93,8 +104,12 @@ private:
     void parseHeader(std::string_view line)
     {
         auto const name = findHeaderName(line);
-        if (!name)
+        if (!name) {
             refuse(line, line.size());
+            hasStanza_ = true;
+            isReserved_ = false;
+            return;
+        }
         terminate(*name);
         reader_.addHeader(*name, number_, static_cast<int>(line.data() - start_));
         hasStanza_ = true;
@@ -104,17 +119,24 @@ private:
     void parseKey(std::string_view line)
     {
         auto const parts = splitKeyLine(line, whitespace_);
-        if (!parts || !hasStanza_)
+        if (!parts || !hasStanza_) {
             refuse(line, 0);
+            return;
+        }
         terminate(parts->key);
         reader_.addKey(parts->key, parts->value);
         if (isReserved_ && parts->key == kReservedKey)
             companion_ = parts->value;
     }
 
-    // Refuses a line because of its byte at `index`.
-    [[noreturn]] void refuse(std::string_view line, size_t index)
+    // Refuses a line because of its byte at `index`. Returns only if the reader collects such
+    // lines.
+    void refuse(std::string_view line, size_t index)
     {
+        if constexpr (kCollects) {
+            reader_.refuse(line, index);
+            return;
+        }
         reader_.flush();
         refuseDuplicate();
         std::string_view const before(start_, static_cast<size_t>(line.data() - start_) + index);

@@ -43,6 +43,9 @@ public:
             setCapacity(length + 1);
     }
 
+    /// Empties the buffer, and keeps its memory.
+    void clear() { length_ = 0; }
+
     char const* chars() const { return chars_.data(); }
     size_t length() const { return length_; }
 

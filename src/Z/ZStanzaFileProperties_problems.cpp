@@ -1,0 +1,118 @@
+// findProblems(): every complaint about a stanza file.
+#include <errno.h>
+
+#include <string>
+
+#include "ZArrayList.h"
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZProperties_p.h"
+#include "ZStanzaFileProperties.h"
+#include "ZStanzaProblem.h"
+#include "cache/arena.h"
+#include "containers/list_rollback.h"
+#include "problems/inspector.h"
+#include "reporting/cancellation.h"
+#include "stanza/companion_records.h"
+#include "store/journaled_file.h"
+
+using namespace zproperties;
+using zproblems::Complaint;
+using zproblems::Inspector;
+
+namespace {
+
+static_assert(int{ZStanzaProblem_6_0::omitted} == zproblems::omitted);
+
+// Returns the reason why a companion cannot be read, to follow its path.
+std::string describe(zfiles::IoError const& failure)
+{
+    switch (failure.error) {
+        case EINVAL:
+            return ": it is missing or empty";
+        case ENODEV:
+            return ": it is not a regular file";
+        case EFBIG:
+            return ": it is too large";
+        case EPERM:
+            return ": this file may not use it";
+        default:
+            return ": error " + std::to_string(failure.error);
+    }
+}
+
+// Passes the records of the companion to the inspector. Returns false if another program has
+// replaced the file: a store of the new file may have written the companion.
+bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector)
+{
+    std::string const& name = inspector.companion();
+    try {
+        zstore::JournaledFile::Bytes packed = file.readCompanion(name.c_str());
+        ZBuffer_6_0 buffer;
+        size_t const length = packed.length();
+        buffer.setBufferNoCopy(length, packed.release());
+        zstanza::CompanionReader reader(name.c_str(), buffer);
+        zcache::Arena::Block block;
+        size_t records = 0;
+        if (reader.expand(block, records) == 0)
+            records = 0;
+        char const* at = records == 0 ? nullptr : block.chars();
+        for (; records > 0; --records) {
+            zstanza::CompanionRecord const record(at);
+            inspector.addObfuscated(record.category, record.key);
+        }
+    } catch (zfiles::IoError const& failure) {
+        if (file.isReplaced())
+            return false;
+        inspector.refuseCompanion(zproblems::unreadableCompanion, describe(failure));
+    } catch (ZPropertiesInvalidDataException_6_0 const&) {
+        if (file.isReplaced())
+            return false;
+        inspector.refuseCompanion(zproblems::damagedCompanion, "");
+    }
+    return !file.isReplaced();
+}
+
+void append(Inspector& inspector, ZArrayList_6_0& list)
+{
+    for (Complaint const& complaint : inspector.complaints()) {
+        auto* const problem = new ZStanzaProblem_6_0(
+            complaint.place.line, complaint.place.column,
+            complaint.isError ? ZStanzaProblem_6_0::error : ZStanzaProblem_6_0::note,
+            static_cast<ZStanzaProblem_6_0::Cause>(complaint.cause),
+            zproblems::textOf(complaint).c_str());
+        try {
+            list.addNoCopy(problem);
+        } catch (...) {
+            delete problem;
+            throw;
+        }
+    }
+}
+
+// Returns false if another program replaced the file while it was read.
+bool findOnce(char const* path, ZArrayList_6_0& list)
+{
+    zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
+    Inspector inspector(file.text());
+    inspector.inspect();
+    if (!inspector.companion().empty() && !inspectCompanion(file, inspector))
+        return false;
+    zcontainers::addAllOrNothing(list, [&] { append(inspector, list); });
+    return true;
+}
+
+}  // namespace
+
+void ZStanzaFileProperties_6_0::findProblems(char const* path, ZArrayList_6_0& list)
+{
+    constexpr int kMaxAttempts = 100;
+    zreporting::CancelGuard const uncancelled;
+    if (isEmpty(path) || list.ownsMembers() == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInFindProblems);
+    translateErrors(raiseInFindProblems, [&] {
+        for (int attempts = 1; !findOnce(path, list); ++attempts)
+            if (attempts == kMaxAttempts)
+                throw zfiles::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
+    });
+}

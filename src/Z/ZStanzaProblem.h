@@ -1,0 +1,88 @@
+// ZStanzaProblem: a complaint about a stanza file: its place, and what to do.
+//
+// Subsystem: properties.  Stands on: ZObject, ZLCString.
+//
+// ZStanzaFileProperties_6_0::findProblems() returns a list of them.
+// Ownership: the text is copied.
+// Threads: immutable, except for assignment.
+#pragma once
+
+#include <stdint.h>
+
+#include "ZLCString.h"
+#include "ZObject.h"
+
+/// One complaint about a stanza file: a line that a load refuses, or a line that a load accepts and
+/// a store would not keep.
+class ZStanzaProblem_6_0 : public ZObject_6_0 {
+public:
+    enum Kind : int {
+        error = 1,  // load() refuses the file
+        note = 2,   // load() accepts the line; a store that keeps comments would change or drop it
+    };
+
+    /// The fault of a line or of the file. The numbers are stable; a later version may add some.
+    enum Cause : int {
+        unclosedHeader = 1,       // error: a header without "]"
+        duplicateStanza = 2,      // error: a second header of a stanza
+        notAnEntry = 3,           // error: a line without "="
+        missingKey = 4,           // error: a line that starts with "="
+        keyOutsideStanza = 5,     // error: a key line before the first header
+        byteOrderMark = 6,        // error: the file starts with the byte order mark of UTF-8
+        utf16 = 7,                // error: the file is UTF-16; nothing else is listed
+        unreadableCompanion = 8,  // error, at the entry that names the companion
+        damagedCompanion = 9,     // error, at the entry that names the companion
+        splitLine = 10,           // a line of more than 8190 bytes; error if a part is refused
+        zeroByte = 11,            // the line is read up to a zero byte; error if that is refused
+        droppedLine = 12,         // note: "key =", next to values of the key
+        movedLine = 13,           // note: the values of a key are not in adjacent lines
+        textAfterHeader = 14,     // note: ignored text after the "]" of a header
+        spacing = 15,             // note: whitespace; at the first such line, for all of them
+        lineEnding = 16,          // note: CR LF; at the first such line, for all of them
+        missingNewline = 17,      // note: the last line does not end with a newline
+        omitted = 18,             // the number of further problems, which are not listed
+    };
+
+    /// Creates a record.
+    /// owns    `text` is copied; null is the empty text.
+    ZStanzaProblem_6_0(unsigned long line, unsigned long column, Kind kind, Cause cause,
+                       char const* text);
+    ZStanzaProblem_6_0(ZStanzaProblem_6_0 const& other);
+    ZStanzaProblem_6_0& operator=(ZStanzaProblem_6_0 const& other);
+
+    // Virtual functions in slot order. The order is binary interface: append only.
+    ~ZStanzaProblem_6_0() override;
+
+    /// Orders by line, column, kind, cause and the bytes of the text. Any other object is ordered
+    /// by address.
+    int compare(ZObject_6_0 const& other) const override;
+    ZObject_6_0* clone() const override;
+
+    /// Returns the number of the line, counted from 1 as an editor counts: by newlines. A load
+    /// counts the parts of a line of more than 8190 bytes.
+    unsigned long line() const { return line_; }
+
+    /// Returns the column in that line.
+    /// units   characters, counted from 1; a tab is one character. A valid sequence of UTF-8 is one
+    ///         character in any locale, and so is every byte that belongs to none.
+    unsigned long column() const { return column_; }
+
+    Kind kind() const { return kind_; }
+    Cause cause() const { return cause_; }
+
+    /// Returns the message number of the exception that a load throws because of an error: 44, or
+    /// 43 if the companion cannot be read; 0 for a note.
+    uint32_t messageNumber() const;
+
+    /// Returns "WHAT; HELP": the problem and the remedy, in one line.
+    /// units   the bytes of the file in it are unchanged: they may be unprintable, or not valid in
+    ///         the local codeset.
+    ZLCString_6_0 const& text() const { return text_; }
+
+private:
+    unsigned long line_;
+    unsigned long column_;
+    Kind kind_;
+    Cause cause_;
+    ZLCString_6_0 text_;
+};

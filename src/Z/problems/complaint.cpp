@@ -1,0 +1,98 @@
+#include "complaint.h"
+
+#include "../stanza/columns.h"
+#include "../stanza/limits.h"
+
+namespace zproblems {
+
+namespace {
+
+constexpr size_t kMaxQuotedLength = 60;  // bytes of a quoted text
+
+struct Row {
+    Cause cause;
+    char const* one;   // "@": the detail in quotes, "$": without them, "#": the number of lines,
+                       // "~": the line limit
+    char const* many;  // for several lines; null if the cause is not listed once for a file
+    char const* help;
+};
+
+constexpr Row kRows[] = {
+    {unclosedHeader, "no \"]\" after the stanza name", nullptr, "add it"},
+    {duplicateStanza, "duplicate stanza", nullptr, "merge it with the earlier one of that name"},
+    {notAnEntry, "neither a stanza header, a comment nor KEY = VALUE", nullptr,
+     "add \"=\", or \"#\" at the start"},
+    {missingKey, "no key before \"=\"", nullptr, "add one"},
+    {keyOutsideStanza, "key before the first stanza", nullptr, "move it below a [stanza] header"},
+    {byteOrderMark, "the file starts with a byte order mark", nullptr,
+     "save it as UTF-8 without one"},
+    {utf16, "the file is UTF-16", nullptr, "save it as UTF-8 without a byte order mark"},
+    {unreadableCompanion, "cannot read the companion file $", nullptr,
+     "restore it, or remove this line to give up its values"},
+    {damagedCompanion, "damaged companion file $", nullptr,
+     "restore it, or remove this line to give up its values"},
+    {splitLine, "the line exceeds ~ bytes and would be split", nullptr,
+     "shorten it or use a line per value"},
+    {zeroByte, "the line has a zero byte and is ignored after it", nullptr, "remove the zero byte"},
+    {droppedLine, "key @ has no value here but values elsewhere, and storing drops this line",
+     nullptr, "remove it, or give it a value"},
+    {movedLine, "key @ has values in other lines, and storing moves this line up to them", nullptr,
+     "move it there"},
+    {textAfterHeader, "the text after \"]\" is ignored, and storing drops it", nullptr,
+     "remove it, or make it a comment line"},
+    {spacing, "storing changes the whitespace of this line",
+     "storing changes the whitespace of # lines, this one first",
+     "write \"key = value\" and \"[stanza]\" without indentation"},
+    {lineEnding, "the line has CR LF at its end, and storing writes LF",
+     "# lines have CR LF at their ends, this one first, and storing writes LF",
+     "convert the line endings"},
+    {missingNewline, "the last line has no newline, and storing adds it", nullptr, "add it"},
+    {omitted, "one more problem is not listed", "# more problems are not listed",
+     "correct the others first"},
+};
+
+Row const& rowOf(Cause cause)
+{
+    for (Row const& row : kRows)
+        if (row.cause == cause)
+            return row;
+    return kRows[0];
+}
+
+// Returns the text in quotes, cut between two characters if it is long.
+std::string quote(std::string_view text)
+{
+    if (text.size() <= kMaxQuotedLength)
+        return '"' + std::string(text) + '"';
+    size_t end = kMaxQuotedLength;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    return '"' + std::string(text.substr(0, end)) + "...\"";
+}
+
+}  // namespace
+
+std::string textOf(Complaint const& complaint)
+{
+    Row const& row = rowOf(complaint.cause);
+    std::string_view const what = row.many != nullptr && complaint.count > 1 ? row.many : row.one;
+    bool const hasMark = what.find_first_of("@$") != what.npos;
+    std::string text;
+    if (!hasMark && !complaint.detail.empty())
+        text = quote(complaint.detail) + ": ";
+    for (char const c : what) {
+        if (c == '@')
+            text += quote(complaint.detail);
+        else if (c == '$')
+            text += complaint.detail;
+        else if (c == '#')
+            text += std::to_string(complaint.count);
+        else if (c == '~')
+            text += std::to_string(zstanza::kMaxLineLength);
+        else
+            text += c;
+    }
+    return text + "; " + row.help;
+}
+
+}  // namespace zproblems

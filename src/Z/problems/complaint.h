@@ -1,0 +1,50 @@
+// complaint: one complaint about a stanza file, and its text.
+#pragma once
+
+#include <stddef.h>
+
+#include <string>
+#include <string_view>
+
+namespace zproblems {
+
+// As ZStanzaProblem_6_0::Cause, which has the meanings.
+enum Cause : int {
+    unclosedHeader = 1,
+    duplicateStanza = 2,
+    notAnEntry = 3,
+    missingKey = 4,
+    keyOutsideStanza = 5,
+    byteOrderMark = 6,
+    utf16 = 7,
+    unreadableCompanion = 8,
+    damagedCompanion = 9,
+    splitLine = 10,
+    zeroByte = 11,
+    droppedLine = 12,
+    movedLine = 13,
+    textAfterHeader = 14,
+    spacing = 15,
+    lineEnding = 16,
+    missingNewline = 17,
+    omitted = 18
+};
+
+// Line and column, counted from 1.
+struct Place {
+    size_t line = 0;
+    size_t column = 0;
+};
+
+struct Complaint {
+    Place place;
+    Cause cause;
+    bool isError;
+    std::string_view detail;  // borrowed: the line, the key or the companion; empty if not shown
+    size_t count;             // of such lines, for a cause that is listed once for a file
+};
+
+/// Returns "WHAT; HELP".
+std::string textOf(Complaint const& complaint);
+
+}  // namespace zproblems
