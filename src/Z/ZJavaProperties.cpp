@@ -20,7 +20,7 @@
 #include "memory/rep.h"
 #include "reporting/cancellation.h"
 #include "reporting/failures.h"
-#include "store/journaled_file.h"
+#include "store/translate_errors.h"
 
 using zcontainers::HashTable;
 using zfiles::FailedCall;
@@ -81,18 +81,6 @@ bool isEmpty(char const* text)
     ZPropertiesIOException_6_0(file, failure.callName(), failure.error)
         .throwException(kSource,
                         failure.call == FailedCall::fcntl ? raiseForWriteLock : raiseInStore);
-}
-
-// Runs `body` and turns its failures into exceptions of the library.
-template <class Body>
-void translateErrors(void (*raise)(zstore::JournaledFile::IoError const&), RaiseSite site,
-                     Body body)
-{
-    try {
-        zmemory::translateBadAlloc(kSource, site, body);
-    } catch (zstore::JournaledFile::IoError const& failure) {
-        raise(failure);
-    }
 }
 
 }  // namespace
@@ -286,7 +274,7 @@ int ZJavaProperties_6_0::load(char const* path)
     if (isEmpty(path))
         return 1;
     zreporting::CancelGuard const uncancelled;
-    translateErrors(throwLoadFailure, raiseInLoad, [&] {
+    zstore::translateErrors(kSource, raiseInLoad, throwLoadFailure, [&] {
         zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
         MemoryBytes bytes(file.text());
         read(bytes, path);
@@ -314,7 +302,7 @@ int ZJavaProperties_6_0::loadProperties(FILE* stream, char const* path)
 {
     zreporting::CancelGuard const uncancelled;
     int ended = 0;
-    translateErrors(throwLoadFailure, raiseInLoad, [&] {
+    zstore::translateErrors(kSource, raiseInLoad, throwLoadFailure, [&] {
         StreamBytes bytes(stream);
         ended = read(bytes, path);
     });
@@ -406,7 +394,7 @@ void ZJavaProperties_6_0::store(char const* path)
     if (isEmpty(path))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForPath);
     zreporting::CancelGuard const uncancelled;
-    translateErrors(throwStoreFailure, raiseInStore, [&] {
+    zstore::translateErrors(kSource, raiseInStore, throwStoreFailure, [&] {
         zstore::JournaledFile file(path, zstore::JournaledFile::Mode::store);
         std::string text = "#\n";
         rep_->entries.forEach([&text](HashTable::Node const& node) {

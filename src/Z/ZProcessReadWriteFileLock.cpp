@@ -10,10 +10,10 @@
 #include <new>
 
 #include "ZException.h"
-#include "ZReadWriteLock_p.h"
 #include "files/lock_file.h"
 #include "files/shared_file.h"
 #include "files/size_signal_guard.h"
+#include "locks/hold_counters.h"
 #include "memory/out_of_memory.h"
 #include "reporting/failures.h"
 
@@ -120,14 +120,14 @@ zfiles::SharedFile* makeShared(ZAbstractProcessReadWriteFileLock_6_0 const* obje
 
 ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0()
 {
-    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
+    zlocks::holdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }
 
 ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(char const* name)
     : ZAbstractProcessReadWriteLock_6_0(name)
 {
-    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
+    zlocks::holdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }
 
@@ -135,7 +135,7 @@ ZAbstractProcessReadWriteFileLock_6_0::ZAbstractProcessReadWriteFileLock_6_0(cha
                                                                              char const* name)
     : ZAbstractProcessReadWriteLock_6_0(name)
 {
-    zholdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
+    zlocks::holdsOfCaller.store(holdsOfCaller, std::memory_order_relaxed);
     ZAbstractProcessReadWriteFileLock_6_0::setLockDirName(dir);
     ZAbstractProcessReadWriteFileLock_6_0::setLockFileName(getLockName());
 }

@@ -7,8 +7,8 @@
 #include <atomic>
 
 #include "ZException.h"
-#include "ZReadWriteLock_p.h"
 #include "files/shared_file.h"
+#include "locks/hold_counters.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -79,7 +79,7 @@ ZAbstractProcessReadWriteLock_6_0::ZAbstractProcessReadWriteLock_6_0(char const*
       update_(1),
       forkMark_(0)
 {
-    zisProcessLock.store(isProcessLock, std::memory_order_relaxed);
+    zlocks::isProcessLock.store(isProcessLock, std::memory_order_relaxed);
 }
 
 ZAbstractProcessReadWriteLock_6_0::~ZAbstractProcessReadWriteLock_6_0()
@@ -122,11 +122,11 @@ void ZAbstractProcessReadWriteLock_6_0::lock(zlockstate state)
             setUpdate(before);
             throw;
         }
-        zrecordHold(this, -1);
+        zlocks::recordHold(this, -1);
         return;
     }
     threads_.lock(state == protect ? write : state);
-    zrecordHold(this, 1);
+    zlocks::recordHold(this, 1);
     setUpdate(state == protect || state == write ? 1 : 0);
 }
 

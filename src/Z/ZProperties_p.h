@@ -18,9 +18,9 @@
 #include "ZLCString.h"
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
-#include "memory/out_of_memory.h"
 #include "stanza/reserved_entry.h"
 #include "store/journaled_file.h"
+#include "store/translate_errors.h"
 
 namespace zproperties {
 
@@ -77,12 +77,11 @@ inline void requireNames(char const* category, char const* key)
 template <class Body>
 void translateErrors(RaiseSite site, Body body)
 {
-    try {
-        zmemory::translateBadAlloc(kSource, site, body);
-    } catch (zstore::JournaledFile::IoError const& failure) {
+    auto const raise = [site](zstore::JournaledFile::IoError const& failure) {
         ZPropertiesIOException_6_0(failure.file.c_str(), failure.callName(), failure.error)
             .throwException(kSource, site);
-    }
+    };
+    zstore::translateErrors(kSource, site, raise, body);
 }
 
 inline void requireValidValue(char const* key, char const* value)

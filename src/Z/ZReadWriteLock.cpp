@@ -1,13 +1,9 @@
 #include "ZReadWriteLock.h"
 
-#include <algorithm>
 #include <atomic>
-#include <memory>
-#include <new>
-#include <utility>
 
 #include "ZException.h"
-#include "ZReadWriteLock_p.h"
+#include "locks/hold_counters.h"
 #include "reporting/failures.h"
 
 namespace {
@@ -239,13 +235,13 @@ void ZReadWriteLock_6_0::unlock()
     while ((now & kWaiting) == 0)
         if (word.compare_exchange_weak(now, afterRelease(now, byHolder), std::memory_order_release,
                                        std::memory_order_relaxed)) {
-            zrecordHold(this, -1);
+            zlocks::recordHold(this, -1);
             return;
         }
     if (byHolder)
         setHolder(ZLock_6_0::self());
     if (releaseAndWake(byHolder))
-        zrecordHold(this, -1);
+        zlocks::recordHold(this, -1);
     else
         unlock();
 }
@@ -297,7 +293,7 @@ void ZReadWriteLock_6_0::readLock()
     failIfCallerHolds();
     if (!tryAdd(word_, kWrite, kReader))
         waitAndEnter(kWrite, kReader);
-    zrecordHold(this, 1);
+    zlocks::recordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::writeLock()
@@ -306,7 +302,7 @@ void ZReadWriteLock_6_0::writeLock()
     if (!tryAdd(word_, kReaders | kProtect | kWrite, kWrite))
         waitAndEnter(kReaders | kProtect | kWrite, kWrite);
     noteCallerAsHolder();
-    zrecordHold(this, 1);
+    zlocks::recordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::readWithIntentToWriteLock()
@@ -315,7 +311,7 @@ void ZReadWriteLock_6_0::readWithIntentToWriteLock()
     if (!tryAdd(word_, kProtect | kWrite, kProtect))
         waitAndEnter(kProtect | kWrite, kProtect);
     noteCallerAsHolder();
-    zrecordHold(this, 1);
+    zlocks::recordHold(this, 1);
 }
 
 void ZReadWriteLock_6_0::promoteReadToWriteLock()
@@ -368,71 +364,20 @@ void ZReadWriteLock_6_0::waitAndPromote()
 
 // ---- The guard -------------------------------------------------------------------------------
 //
-// A guard whose acquisition failed must release only what its thread held before or acquires later,
-// through the guard or directly. The lock does not know its readers, so the guard counts: from the
-// failure on, a HoldCounter counts the acquisitions and releases of its thread. It is not part of
-// the guard because programs have compiled in the guard's size.
+// See locks/hold_counters.h for the holds of a guard whose acquisition failed.
 
 static_assert(sizeof(ZStackReadWriteLock_6_0) == 24);
 
 namespace {
 
-struct HoldCounter {
-    ZStackReadWriteLock_6_0 const* guard;
-    ZAbstractReadWriteLock_6_0 const* lock;
-    int holds;
-    HoldCounter* next;
-};
-
-constinit thread_local HoldCounter* holdCounters = nullptr;
-
-HoldCounter** linkTo(ZStackReadWriteLock_6_0 const* guard)
-{
-    HoldCounter** link = &holdCounters;
-    while (*link != nullptr && (*link)->guard != guard)
-        link = &(*link)->next;
-    return link;
-}
-
-// Starts a counter, or resets the existing one; does nothing if memory is exhausted.
-void startCounting(ZStackReadWriteLock_6_0 const* guard, ZAbstractReadWriteLock_6_0 const* lock,
-                   int holds)
-{
-    if (HoldCounter* const old = *linkTo(guard)) {
-        *old = {guard, lock, holds, old->next};
-    } else if (HoldCounter* const added =
-                   new (std::nothrow) HoldCounter{guard, lock, holds, holdCounters}) {
-        holdCounters = added;
-        zcountingGuards.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-// Ends the counter and returns its count; returns `holds` if the guard had no counter.
-int stopCounting(ZStackReadWriteLock_6_0 const* guard, int holds)
-{
-    HoldCounter** const link = linkTo(guard);
-    if (*link == nullptr)
-        return holds;
-    std::unique_ptr<HoldCounter> const ended(std::exchange(*link, (*link)->next));
-    zcountingGuards.fetch_sub(1, std::memory_order_relaxed);
-    return ended->holds;
-}
-
 bool recordsHolds(ZAbstractReadWriteLock_6_0 const& lock)
 {
-    auto const isProcessLock = zisProcessLock.load(std::memory_order_relaxed);
+    auto const isProcessLock = zlocks::isProcessLock.load(std::memory_order_relaxed);
     return dynamic_cast<ZReadWriteLock_6_0 const*>(&lock) != nullptr ||
            (isProcessLock != nullptr && isProcessLock(lock));
 }
 
 }  // namespace
-
-void zaddToHolds(ZAbstractReadWriteLock_6_0 const* lock, int change)
-{
-    for (HoldCounter* at = holdCounters; at != nullptr; at = at->next)
-        if (at->lock == lock)
-            at->holds = std::max(at->holds + change, 0);
-}
 
 struct ZStackReadWriteLock_6_0::Rep {
     // values of failed_ after a failure
@@ -442,10 +387,10 @@ struct ZStackReadWriteLock_6_0::Rep {
     static void noteFailure(ZStackReadWriteLock_6_0& guard, int heldBefore) noexcept
     {
         // A lock file knows how often its thread holds it, through the guard or not.
-        auto const holdsOfCaller = zholdsOfCaller.load(std::memory_order_relaxed);
+        auto const holdsOfCaller = zlocks::holdsOfCaller.load(std::memory_order_relaxed);
         int const known = holdsOfCaller != nullptr ? holdsOfCaller(guard.lock_) : -1;
         guard.held_ = known >= 0 ? known : heldBefore;
-        startCounting(&guard, &guard.lock_, guard.held_);
+        zlocks::startCounting(&guard, &guard.lock_, guard.held_);
         guard.failed_ = whileHeld;
         try {
             if (guard.lock_.haveLock(ZReadWriteLockInterface_6_0::unset) != 0)
@@ -458,7 +403,7 @@ struct ZStackReadWriteLock_6_0::Rep {
     // Ends the counter and returns whether the thread holds the lock.
     static bool holdsAfterFailure(ZStackReadWriteLock_6_0& guard)
     {
-        if (stopCounting(&guard, guard.held_) > 0)
+        if (zlocks::stopCounting(&guard, guard.held_) > 0)
             return true;
         // A class of the caller does not record its holders. If the lock was free at the failure
         // and is not free now, this thread has acquired it, as far as the lock can show.
@@ -508,7 +453,7 @@ void ZStackReadWriteLock_6_0::acquire(Action action)
             if (!succeeded)
                 Rep::noteFailure(guard, held);
         }
-    } attempt{*this, failed_ != 0 ? stopCounting(this, held_) : held_};
+    } attempt{*this, failed_ != 0 ? zlocks::stopCounting(this, held_) : held_};
     try {
         action();
     } catch (ZLockResourceException_6_0 const& failure) {
