@@ -23,7 +23,7 @@
 /// A lock with readers and writers.
 class ZReadWriteLockInterface_6_0 : public ZLockInterface_6_0 {
 public:
-    // clang 14 reports that these names hide read() and write(), if <unistd.h> precedes this header.
+    // clang 14 reports that these names hide read() and write(), if <unistd.h> is included before.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow"
     enum zlockstate : int {
