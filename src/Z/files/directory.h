@@ -16,7 +16,6 @@ namespace zfiles {
 std::string directoryPart(std::string const& path);
 std::string namePart(std::string const& path);
 
-
 /// Returns ".<name><suffix>".
 std::string hiddenSibling(std::string const& name, char const* suffix);
 
