@@ -93,6 +93,20 @@ class Documents(unittest.TestCase):
         for folder in re.findall(r"^\| `([\w./]+/)` \|", text, re.M):
             self.assertTrue((ROOT / folder).is_dir(), folder)
 
+    def test_files_that_documents_name_exist(self):
+        paths = [path for folder in ("src", "tests", "tools", "cmake")
+                 for path in (ROOT / folder).rglob("*.*")]
+        known = {"/" + path.relative_to(ROOT).as_posix() for path in paths}
+        named = 0
+        for page in [ROOT / "src" / "Z" / "README.md", ROOT / "src" / "qvr" / "README.md",
+                     ROOT / "README.md", *(ROOT / "docs").glob("*.md")]:
+            for name in re.findall(r"`([\w/]+\.(?:cpp|h|py|sh))`", page.read_text("utf-8")):
+                if name not in ("X.h", "X.cpp"):
+                    self.assertTrue(any(path.endswith("/" + name) for path in known),
+                                    f"{page.name}: {name}")
+                named += 1
+        self.assertLess(40, named)
+
     def test_the_map_draws_every_use_of_a_private_directory(self):
         library = ROOT / "src" / "Z"
         drawn = (library / "map.svg").read_text(encoding="utf-8")
