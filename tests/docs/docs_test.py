@@ -94,7 +94,7 @@ class Documents(unittest.TestCase):
             self.assertTrue((ROOT / folder).is_dir(), folder)
 
     def test_files_that_documents_name_exist(self):
-        paths = [path for folder in ("src", "tests", "tools", "cmake")
+        paths = [path for folder in ("src", "tests", "tools", "examples")
                  for path in (ROOT / folder).rglob("*.*")]
         known = {"/" + path.relative_to(ROOT).as_posix() for path in paths}
         named = 0
