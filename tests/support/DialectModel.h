@@ -188,10 +188,7 @@ private:
         lines[line].kind = LineKind::header;
         if (rules.heads == Heads::bracketedGroups)
             name = groups(rest);
-        if (rules.heads == Heads::bracketedGroups && name.empty())
-            openTop();
-        else
-            openStanza(name, line, at);
+        openStanza(name, line, at);
         return true;
     }
 

@@ -231,7 +231,7 @@ inline constexpr Switches kPhp = {
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
 // a header, too; of two backslashes at the end of a line, the second continues it.
-// A backslash at the end of the file stays. "=x" is refused.
+// A backslash stays if nothing follows it, not even a newline. "=x" is refused.
 inline constexpr Switches kSamba = {
     .marks = hash | semicolon,
     .heads = Heads::toBracket,
@@ -300,7 +300,7 @@ inline constexpr Switches kQt = {
     .separatorStyle = SeparatorStyle::tightEquals,
 };
 
-// "[]" and "[$i]" alone name the part above the first header. A line with '[' and without ']' is
+// "[]" and "[$i]" alone are a stanza without a name. A line with '[' and without ']' is
 // passed over: the keys after it belong to the header before it.
 inline constexpr Switches kKconfig = {
     .heads = Heads::bracketedGroups,

@@ -243,7 +243,7 @@ protected:
             while (rules.joinSkipsComments && next_ < lines.size() && isComment(next_))
                 lines[next_++].kind = LineKind::commentInside;
             bool const isLast = next_ == lines.size();
-            if (isLast && (rules.join & asNothing))
+            if (isLast && (rules.join & asNothing) && lines[line].next == lines[line].end)
                 return piece;
             piece.chars.pop_back();
             piece.offsets.pop_back();
