@@ -6,18 +6,18 @@ import re
 class Case:
     """One difference: without a key in whether the file is refused, otherwise in the values of the key."""
 
-    def __init__(self, data, refused, message, key=None, ours=None, theirs=None):
+    def __init__(self, data, refused, message, key=None, model=None, peer=None):
         self.data = data        # of the file, as Latin-1 text
         self.refused = refused  # "here", "there" or None
         self.message = message  # of the side that refuses
         self.key = key          # stanza and key
-        self.ours = ours        # values, or None without such a key
-        self.theirs = theirs
+        self.model = model      # its values, or None without such a key
+        self.peer = peer        # as `model`
 
     def text(self):
         if self.refused:
             return f"refused {self.refused}: {self.message}"
-        return f"{self.key}: here {self.ours!r}, there {self.theirs!r}"
+        return f"{self.key}: here {self.model!r}, there {self.peer!r}"
 
 
 def is_utf8(text):
@@ -68,13 +68,13 @@ ROWS = [
     ("", "bytes that are not UTF-8 pass here",
      lambda c: not is_utf8(c.data) and (c.refused == "there" or c.key is not None)),
     ("git config", "releases before 2.45 read a tab in a value as a space",
-     lambda c: same_without(r"[\t\r]", c.ours, c.theirs)),
+     lambda c: same_without(r"[\t\r]", c.model, c.peer)),
     ("GKeyFile", "an escape that does not exist is kept here, and an error there",
-     lambda c: any("\\" in value for value in c.ours or [])),
+     lambda c: any("\\" in value for value in c.model or [])),
     ("configparser", "Unicode has further spaces and letters",
-     lambda c: not c.data.isascii() and unicode_blanks(c.ours) == unicode_blanks(c.theirs)),
+     lambda c: not c.data.isascii() and unicode_blanks(c.model) == unicode_blanks(c.peer)),
     ("php", "a value that is quoted in part is as spelled here",
-     lambda c: is_partly_quoted(c.ours)),
+     lambda c: is_partly_quoted(c.model)),
     ("php", "the keys of a repeated header replace the keys of the first there",
      lambda c: c.key and repeats_a_header(c.data)),
     ("php", "text after a header is a line of its own there",
@@ -84,7 +84,7 @@ ROWS = [
     ("php", "a quote that never closes is text in one of two modes of the reader",
      lambda c: c.refused == "here" and c.message == "open quote"),
     ("my_print_defaults", "a line without a key has an empty key there",
-     lambda c: c.ours is None and c.key and c.key[1] == ""),
+     lambda c: c.model is None and c.key and c.key[1] == ""),
     ("my_print_defaults", "groups whose names differ in case are joined there",
      lambda c: c.key and len(re.findall(r"^\s*\[" + re.escape(c.key[0]) + r"\s*\]", c.data,
                                         re.M | re.I)) > 1),
@@ -97,18 +97,18 @@ ROWS = [
     ("testparm", "a space after the backslash still continues the line there",
      lambda c: re.search(r"\\[ \t]\n", c.data) is not None),
     ("testparm", "a known value is printed in its usual case there",
-     lambda c: c.theirs is not None and
-     [value.lower() for value in c.ours] == [value.lower() for value in c.theirs]),
+     lambda c: c.peer is not None and
+     [value.lower() for value in c.model] == [value.lower() for value in c.peer]),
     ("testparm", "checks of names and values there",
      lambda c: c.refused == "there" and "x:" not in c.data),
     ("kreadconfig5", "a key with [$e] is expanded there",
      lambda c: c.key and c.key[1] + "[$" in c.data),
     ("kreadconfig5", "a key for another language is not read there",
-     lambda c: c.key and c.theirs is None and "[" in c.key[1]),
+     lambda c: c.key and c.peer is None and "[" in c.key[1]),
     ("kreadconfig5", "an escape that does not exist is kept here, and an error there",
-     lambda c: any("\\" in value for value in c.ours or [])),
+     lambda c: any("\\" in value for value in c.model or [])),
     ("kreadconfig5", "a group without a name cannot be read there",
-     lambda c: c.key and c.key[0] == "" and c.theirs is None),
+     lambda c: c.key and c.key[0] == "" and c.peer is None),
     ("kreadconfig5", "escapes in names are not read here",
      lambda c: c.key and "\\" in c.key[0] + c.key[1]),
     ("kreadconfig5", "a byte order mark is refused here, and hides the first line there",
@@ -118,31 +118,31 @@ ROWS = [
     ("QSettings", "a quote that never closes is refused here",
      lambda c: c.refused == "here" and c.message == "open quote"),
     ("QSettings", "a line without a key has an empty key there",
-     lambda c: c.ours is None and c.key and c.key[1] == ""),
+     lambda c: c.model is None and c.key and c.key[1] == ""),
     ("QSettings", "values in parentheses after @ are objects there",
-     lambda c: any(value.startswith("@") for value in c.ours or [])),
+     lambda c: any(value.startswith("@") for value in c.model or [])),
     ("QSettings", "escapes of a zero byte and of more than 16 bits",
      lambda c: re.search(r"\\(0|x[0-9a-fA-F]{5})", c.data) is not None),
     ("editorconfig", "indented comments are errors there",
      lambda c: c.refused == "there" and re.search(r"^[ \t]+[#;]", c.data, re.M) is not None),
     ("editorconfig", "long names and values are dropped there",
-     lambda c: c.key and c.theirs is None and
-     len(c.key[1]) + max(len(value) for value in c.ours or [""]) > 50),
-    ("editorconfig", "a value of two quotes is empty there", lambda c: c.ours == ['""']),
+     lambda c: c.key and c.peer is None and
+     len(c.key[1]) + max(len(value) for value in c.model or [""]) > 50),
+    ("editorconfig", "a value of two quotes is empty there", lambda c: c.model == ['""']),
     ("editorconfig", "a tab does not start a comment there",
      lambda c: re.search(r"\t[#;]", c.data) is not None),
     ("editorconfig", "a key above the first header is not read there, except root",
-     lambda c: c.key and c.key[0] == "." and c.theirs is None),
+     lambda c: c.key and c.key[0] == "." and c.peer is None),
     ("editorconfig", "a header without a bracket",
      lambda c: re.search(r"\[[^]\n]*$", c.data, re.M) is not None),
     ("systemd, environment sh", "a value that is quoted in part is as spelled here",
-     lambda c: is_partly_quoted(c.ours)),
+     lambda c: is_partly_quoted(c.model)),
     ("systemd, environment sh", "a quote that never closes is refused here",
      lambda c: c.refused == "here" and c.message == "open quote"),
     ("systemd, environment sh", "a byte order mark is refused here",
      lambda c: c.refused == "here" and c.message == "byte order mark"),
     ("systemd, environment", "shells start a comment after a space, this reader does not",
-     lambda c: any(value and re.search(r"#", value) for value in c.theirs or [])),
+     lambda c: any(value and re.search(r"#", value) for value in c.peer or [])),
     ("systemd, environment", "shells have export and commands; this reader takes spaces in names",
      lambda c: c.key and (" " in c.key[1] or "export " in c.data or
                           re.search(r"(?m)^[ \t]*" + re.escape(c.key[1]) + r"([ \t]+=|=[ \t])",
@@ -155,9 +155,9 @@ ROWS = [
      lambda c: re.search(r"\b(if|then|fi|for|case|while|function)\b|[`|&<>]|\$\(", c.data)
      is not None),
     ("sh", "a shell expands, and ends a command, where the value is taken as it is here",
-     lambda c: any(value and re.search(r"[$`;&|<>~\s]", value) for value in c.ours or [])),
+     lambda c: any(value and re.search(r"[$`;&|<>~\s]", value) for value in c.model or [])),
     ("sh", "names that are no variables are commands there",
-     lambda c: c.key and c.theirs is None and not re.fullmatch(r"[A-Za-z_]\w*", c.key[1])),
+     lambda c: c.key and c.peer is None and not re.fullmatch(r"[A-Za-z_]\w*", c.key[1])),
     ("sh", "a carriage return belongs to the value there", lambda c: "\r" in c.data),
     ("sh", "the shell stops at a command that it cannot read", lambda c: c.refused == "there"),
 ]
