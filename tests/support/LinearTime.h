@@ -23,13 +23,13 @@ double processorTime(Work const& work)
 
 // Returns whether `work` takes at most `factor` times the processor time of `base`. Runs both in
 // turns and compares the least times, because interrupts and cold caches only add time: three runs
-// each, and up to six more while the claim does not hold.
+// each, and up to three more while the claim does not hold.
 template <class Base, class Work>
 testing::AssertionResult takesAtMost(double factor, Base const& base, Work const& work)
 {
     double baseTime = std::numeric_limits<double>::max();
     double workTime = std::numeric_limits<double>::max();
-    for (int run = 0; run < 3 || (run < 9 && workTime > factor * baseTime); ++run) {
+    for (int run = 0; run < 3 || (run < 6 && workTime > factor * baseTime); ++run) {
         baseTime = std::min(baseTime, processorTime(base));
         workTime = std::min(workTime, processorTime(work));
     }
@@ -42,8 +42,8 @@ testing::AssertionResult takesAtMost(double factor, Base const& base, Work const
 // Returns whether the processor time of work is proportional to its size. `prepare(n)` returns the
 // work of size n, a function that can run repeatedly; the preparation is not measured. Eight times
 // the size takes about 8 times the time if it is linear, and 64 times if it is quadratic.
-// range   the work of size `size` takes at least a tenth of a millisecond, lest constant costs
-//         hide quadratic ones.
+// range   `size` is large enough that constant costs do not hide quadratic ones, and small enough
+//         that quadratic work of eight times the size ends within seconds.
 template <class Prepare>
 testing::AssertionResult takesLinearTime(size_t size, Prepare const& prepare)
 {

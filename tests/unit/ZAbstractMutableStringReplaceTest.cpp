@@ -230,7 +230,7 @@ TEST(ZAbstractMutableStringText, ALargeSetIsSearchedInLinearTime)
             EXPECT_TRUE(ofSet == textOf(string));
         };
     };
-    EXPECT_TRUE(takesLinearTime(2500, prepare));
+    EXPECT_TRUE(takesLinearTime(1500, prepare));
 }
 
 TEST(ZAbstractMutableStringText, ASetOfCollidingCharactersIsSearchedAsFastAsAnother)

@@ -397,7 +397,7 @@ TEST(ZAbstractString, ALongStringIsFoundInLinearTime)
             EXPECT_EQ(text.size(), string.getLength());
         };
     };
-    EXPECT_TRUE(takesLinearTime(20000, prepare));
+    EXPECT_TRUE(takesLinearTime(4000, prepare));
 }
 
 TEST(ZAbstractString, LastIndexOfGivesTheLastPosition)

@@ -162,7 +162,7 @@ TEST_F(ZPropertiesIterator, VisitingAllValuesTakesLinearTime)
                 EXPECT_STREQ("v", keys.entryValue(static_cast<int>(i)));
         };
     };
-    EXPECT_TRUE(takesLinearTime(8000, prepare));
+    EXPECT_TRUE(takesLinearTime(2000, prepare));
 }
 
 TEST_F(ZPropertiesIterator, KeyWithoutValuesGivesNull)

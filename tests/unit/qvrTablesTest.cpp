@@ -425,25 +425,30 @@ std::string tableOf(size_t size)
     return table;
 }
 
-TEST_F(qvrTables, TheLargestTableIsReadInLinearTime)
+TEST_F(qvrTables, TheLargestTableIsRead)
 {
-    constexpr size_t kMaxTable = 1 << 20;
-    std::string table = tableOf(kMaxTable);
-    auto const prepare = [this, &table](size_t size) {
-        std::string const name = std::to_string(size);
-        std::filesystem::create_directory(directory_.path(name.c_str()));
-        for (char const* const file : {"/codesets.alias", "/locales.alias"})
-            directory_.write((name + file).c_str(), table.substr(0, size / 7 * 7));
-        return [path = directory_.path(name.c_str())] { EXPECT_EQ(0, qvr_set_dir(path.c_str())); };
-    };
-    EXPECT_TRUE(takesLinearTime(kMaxTable / 8, prepare));
-    ASSERT_EQ(0, qvr_set_dir(directory_.path(std::to_string(kMaxTable).c_str()).c_str()));
+    std::string table = tableOf(1 << 20);
+    directory_.write("codesets.alias", table);
+    directory_.write("locales.alias", table);
+    EXPECT_EQ(0, qvr_set_dir(directory_.path().c_str()));
     for (char const* const name : {"aaaa", "FNJG", "zzz"})
         EXPECT_EQ(name[3] != 0 ? "C" : "zzz", canonical(name)) << name;
 
     table.replace(table.size() - 7, 4, "aaaa");
     directory_.write("codesets.alias", table);
     EXPECT_EQ(qvrInvalid, qvr_set_dir(directory_.path().c_str()));
+}
+
+TEST_F(qvrTables, ATableIsReadInLinearTime)
+{
+    auto const prepare = [this](size_t size) {
+        std::string const path = directory_.path(std::to_string(size).c_str());
+        std::filesystem::create_directory(path);
+        for (char const* const file : {"/codesets.alias", "/locales.alias"})
+            std::ofstream(path + file) << tableOf(size);
+        return [path] { EXPECT_EQ(0, qvr_set_dir(path.c_str())); };
+    };
+    EXPECT_TRUE(takesLinearTime(8 << 10, prepare));
 }
 
 // ICU would take text after a comma for an option.
