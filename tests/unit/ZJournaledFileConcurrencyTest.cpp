@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "JournaledFileFixture.h"
+#include "Threads.h"
 
 using ZJournaledFileConcurrency = JournaledFileFixture;
 
@@ -269,13 +270,15 @@ TEST_F(ZJournaledFileConcurrency, OtherThreadsTakeTurns)
     put(kShort);
     std::atomic<bool> loaded{false};
     std::thread other;
+    WatchedThread loading;
     {
         zstore::JournaledFile storing(path_.c_str(), zstore::JournaledFile::Mode::store);
         other = std::thread([&] {
+            loading.enter();
             EXPECT_EQ(kLong, load());
             loaded = true;
         });
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        loading.waitUntilAsleep();
         EXPECT_FALSE(loaded);
         storing.commit(viewOf(kLong.text), change(kLong));
     }
@@ -341,13 +344,15 @@ TEST_F(ZJournaledFileConcurrency, SharedFilesExcludeEachOther)
     EXPECT_EQ(EDEADLK, one.lock(F_RDLCK, 1, 1));
     EXPECT_EQ(EDEADLK, one.lock(F_WRLCK, 0, 1));
     one.unlock(0, 1);
+    WatchedThread locking;
     std::thread waiting([&] {
         zfiles::SharedFile third;
         ASSERT_EQ(0, third.open(path_.c_str(), O_RDWR, 0));
+        locking.enter();
         EXPECT_EQ(0, third.lock(F_WRLCK, 0, 1));
         EXPECT_EQ(0, third.lock(F_WRLCK, 1, 1));
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    locking.waitUntilAsleep();
     other.unlock(0, 1);
     other.close();
     waiting.join();
