@@ -11,7 +11,7 @@ import termios
 import tool
 from tool import (DONE, GATEWAY, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
 
-VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "java", "convert",
+VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "lint", "java", "convert",
          "lock", "hexdump")
 
 

@@ -11,7 +11,7 @@
 #include <algorithm>
 
 #include "failures.h"
-#include "raw_lines.h"
+#include "problems.h"
 #include "stanza_file.h"
 
 namespace {
@@ -299,10 +299,9 @@ int runList(Request const& request)
 
 namespace {
 
-void printNote(std::string const& path, size_t number, Problem const& problem)
+void printNote(std::string const& path, ZStanzaProblem_6_0 const& problem)
 {
-    printf("%s: note: %s; %s\n", nameLine(path, number).c_str(), problem.text.c_str(),
-           problem.remedy.c_str());
+    printf("%s: note: %s\n", nameLine(path, problem.line()).c_str(), problem.text().getChars());
 }
 
 void checkFile(std::string const& path)
@@ -318,18 +317,16 @@ void checkFile(std::string const& path)
     printf("%s: %s, %s, %s\n", path.c_str(), formatCount(stanzas, "stanza", "stanzas").c_str(),
            formatCount(keys, "key", "keys").c_str(),
            formatCount(values, "value", "values").c_str());
-    size_t reported = 0;
-    forEachRawLine(path, [&](RawLine const& line) {
-        auto const problem = describeRawLine(line);
-        if (problem && line.number != reported)
-            printNote(path, reported = line.number, *problem);
-        return true;
-    });
-    auto const isObfuscated = [&file](std::string const& stanza, std::string const& key) {
-        return file.isObfuscated(stanza, key);
-    };
-    for (DroppedLine const& dropped : findDroppedLines(path, isObfuscated))
-        printNote(path, dropped.number, describeDroppedLine(dropped));
+    // First the lines that are not read completely, then the lines that are ignored.
+    using Problem = ZStanzaProblem_6_0;
+    Problems const problems(path);
+    for (bool const isIgnored : {false, true})
+        for (unsigned i = 0; i < problems.size(); ++i) {
+            Problem::Cause const cause = problems[i].cause();
+            if (isIgnored ? cause == Problem::droppedLine || cause == Problem::omitted
+                          : cause == Problem::splitLine || cause == Problem::zeroByte)
+                printNote(path, problems[i]);
+        }
 }
 
 }  // namespace

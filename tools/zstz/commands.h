@@ -10,17 +10,18 @@
 // The arguments and options of the command line.
 struct Request {
     std::string file;
-    std::vector<std::string> files;  // check, hexdump
+    std::vector<std::string> files;  // check, lint, hexdump
     std::string stanza;              // list: empty for all stanzas
     std::string key;
     std::string value;
-    std::string as = "text";   // get: text, number or boolean
-    bool all = false;          // get: every value; set, unset: all values of the key
-    bool obfuscated = false;   // set, add: read the value from standard input
-    bool wholeStanza = false;  // unset
-    bool replace = false;      // set, add, unset: rename a new file over the old one
-    std::string action;        // java: get, set, list or check
-    std::string javaFrom;      // convert: either this or javaTo
+    std::string as = "text";       // get: text, number or boolean
+    std::string format = "plain";  // lint: plain or json
+    bool all = false;              // get: every value; set, unset: all values of the key
+    bool obfuscated = false;       // set, add: read the value from standard input
+    bool wholeStanza = false;      // unset
+    bool replace = false;          // set, add, unset: rename a new file over the old one
+    std::string action;            // java: get, set, list or check
+    std::string javaFrom;          // convert: either this or javaTo
     std::string javaTo;
     bool dropComments = false;  // java, convert: even if comments are lost
     bool overwrite = false;     // convert: even if the target exists
@@ -58,6 +59,10 @@ int runList(Request const& request);
 /// Loads each file, prints its number of stanzas, keys and values, and reports each line that
 /// storing would not keep. Continues after a file that cannot be loaded; returns the highest code.
 int runCheck(Request const& request);
+
+/// Prints every problem of each file. Continues after a file that cannot be read; returns the
+/// highest code.
+int runLint(Request const& request);
 
 /// Prints files as hexadecimal dumps; "-" is standard input. Continues after a file that cannot be
 /// read; returns the highest code.

@@ -18,8 +18,9 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
-#include "raw_lines.h"
+#include "problems.h"
 
 namespace {
 
@@ -48,24 +49,18 @@ std::string restoreRemedy(std::string const& mainFile)
     return "restore it, or give up its values: " + removeEntryRemedy(mainFile);
 }
 
-bool startsWith(std::string const& line, char c)
+// Returns the first error of a stanza file that was refused: the line, and "what; remedy". Empty if
+// the file has changed since, or cannot be read again.
+std::optional<std::pair<size_t, std::string>> findFirstError(std::string const& path)
 {
-    return !line.empty() && line[0] == c;
-}
-
-// Returns the problem of a line that the library rejected, from the text of the line.
-Problem describeInvalidLine(std::string const& line)
-{
-    if (startsWith(line, '[') && line.find(']') == std::string::npos)
-        return {"no \"]\" after the stanza name", "add it"};
-    if (startsWith(line, '['))
-        return {"duplicate stanza", "merge it with the earlier one of that name"};
-    if (line.find('=') == std::string::npos)
-        return {"neither a stanza header, a comment nor KEY = VALUE",
-                "add \"=\", or \"#\" at the start"};
-    if (startsWith(line, '='))
-        return {"no key before \"=\"", "add one"};
-    return {"key before the first stanza", "move it below a [stanza] header"};
+    try {
+        Problems const problems(path);
+        for (unsigned i = 0; i < problems.size(); ++i)
+            if (problems[i].kind() == ZStanzaProblem_6_0::error)
+                return std::pair(problems[i].line(), toStdString(problems[i].text()));
+    } catch (...) {
+    }
+    return {};
 }
 
 Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string const& file)
@@ -74,26 +69,15 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
     if (e.badline() == 0)
         return {
             exitInvalidData, damaged, {"damaged companion file of " + file, restoreRemedy(file)}};
-    size_t const libraryNumber = static_cast<size_t>(e.badline());
-    size_t number = libraryNumber;
-    std::string const line = toStdString(e.baddata());
-    Problem problem = describeInvalidLine(line);
-    forEachRawLine(damaged, [&](RawLine const& raw) {
-        if (raw.libraryNumber != libraryNumber)
-            return true;
-        number = raw.number;
-        std::optional<Problem> cause;
-        if (number == 1 && !raw.isSplit)
-            cause = describeByteOrderMark(raw.bytes);
-        if (!cause)
-            cause = describeRawLine(raw);
-        if (cause)
-            problem = *cause;
-        return false;
-    });
-    return {exitInvalidData,
-            nameLine(damaged, number),
-            {quote(line) + ": " + problem.text, problem.remedy}};
+    auto const error = findFirstError(damaged);
+    if (!error)
+        return {exitInvalidData,
+                nameLine(damaged, static_cast<size_t>(e.badline())),
+                {quote(toStdString(e.baddata())) + ": invalid line", "correct it"}};
+    auto const& [number, text] = *error;
+    size_t const end = text.rfind("; ");
+    return {
+        exitInvalidData, nameLine(damaged, number), {text.substr(0, end), text.substr(end + 2)}};
 }
 
 // Returns the kind of a file that cannot be a configuration file; null for a regular or missing

@@ -70,6 +70,14 @@ void addFiles(CLI::App& verb, Request& request)
         ->check(validateNotEmpty, "");
 }
 
+void addLint(CLI::App& verb, Request& request)
+{
+    addFiles(verb, request);
+    verb.add_option("--format", request.format,
+                    "plain: FILE:LINE:COLUMN: TEXT; json: an object per line")
+        ->check(oneOf<2>({"plain", "json"}), "");
+}
+
 void addFileAndStanza(CLI::App& verb, Request& request)
 {
     addFile(verb, request);
@@ -251,6 +259,8 @@ constexpr Verb kVerbs[] = {
      "zstz keys /etc/gateway.conf listener", addFileAndStanza, nullptr, runKeys},
     {nullptr, "check", "FILE...", "validate files and count their stanzas, keys and values",
      "zstz check /etc/gateway.conf", addFiles, nullptr, runCheck},
+    {nullptr, "lint", "FILE...", "print every invalid line, and every line that storing changes",
+     "zstz lint /etc/gateway.conf\nzstz lint --format json /etc/*.conf", addLint, nullptr, runLint},
     {"Edit", "set", "FILE STANZA KEY VALUE",
      "set a key to a single value; creates the stanza and the key",
      "zstz set /etc/gateway.conf listener port 8443\n"

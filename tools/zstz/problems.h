@@ -1,0 +1,23 @@
+// problems: the problems of stanza files, as the library finds them.
+#pragma once
+
+#include <Z/ZArrayList.h>
+#include <Z/ZStanzaProblem.h>
+
+#include <string>
+
+// Every problem of a file, in file order.
+class Problems {
+public:
+    /// throws  as ZStanzaFileProperties_6_0::findProblems().
+    explicit Problems(std::string const& path);
+
+    unsigned size() const { return list_.size(); }
+    ZStanzaProblem_6_0 const& operator[](unsigned index) const
+    {
+        return static_cast<ZStanzaProblem_6_0 const&>(*list_.get(index));
+    }
+
+private:
+    ZArrayList_6_0 list_;
+};
