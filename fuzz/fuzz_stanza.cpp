@@ -1,11 +1,15 @@
-// Stanza files: a file that was read is written so that it reads the same and writes itself.
+// Stanza files: a file that was read is written so that it reads the same and writes itself. It has
+// an error if and only if it cannot be read, and otherwise a note unless it is written unchanged.
 #include <Z/ZArrayList.h>
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
 #include <Z/ZPropertiesImpl.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/ZStanzaProblem.h>
 #include <stdint.h>
 #include <string.h>
 
+#include "ScratchDirectory.h"
 #include "check.h"
 
 namespace {
@@ -50,16 +54,54 @@ bool readsBack(char const* text, size_t length)
     return true;
 }
 
+struct Found {
+    bool hasErrors = false;
+    bool hasNotes = false;
+};
+
+Found findProblems(char const* text, size_t length)
+{
+    static ScratchDirectory const scratch;
+    scratch.write("fuzz.conf", std::string(text, length));
+    ZArrayList_6_0 list(16, 1);
+    ZStanzaFileProperties_6_0::findProblems(scratch.at("fuzz.conf").c_str(), list);
+    Found found;
+    ZStanzaProblem_6_0 const* previous = nullptr;
+    for (unsigned i = 0; i < list.size(); ++i) {
+        auto const& problem = static_cast<ZStanzaProblem_6_0 const&>(*list.get(i));
+        check(problem.line() > 0 && problem.column() > 0 && problem.column() <= length + 1,
+              "a problem has a place");
+        check(previous == nullptr || previous->line() <= problem.line(),
+              "problems are in file order");
+        check(strchr(problem.text().getChars(), '\n') == nullptr, "a problem is one line");
+        bool const isCompanion = problem.cause() == ZStanzaProblem_6_0::unreadableCompanion ||
+                                 problem.cause() == ZStanzaProblem_6_0::damagedCompanion;
+        bool const isNote = problem.kind() == ZStanzaProblem_6_0::note;
+        found.hasNotes = found.hasNotes || isNote;
+        found.hasErrors = found.hasErrors || (!isNote && !isCompanion);
+        previous = &problem;
+    }
+    return found;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     char const* const text = reinterpret_cast<char const*>(data);
+    Found const found = findProblems(text, size);
     ZSCFData_6_0 first;
-    if (!read(first, text, size) || !readsBack(text, size))
+    bool const isRead = read(first, text, size);
+    check(isRead != found.hasErrors, "a file has errors if and only if it cannot be read");
+    if (!isRead)
         return 0;
     ZBuffer_6_0 written;
     first.writeText(written);
+    bool const isSame =
+        written.getLength() == size && (size == 0 || memcmp(text, written.getBuffer(), size) == 0);
+    check(isSame != found.hasNotes, "a file has notes if and only if it is written differently");
+    if (!readsBack(text, size))
+        return 0;
     char const* const again = static_cast<char const*>(written.getBuffer());
 
     ZSCFData_6_0 second;
