@@ -7,6 +7,7 @@
 #include <new>
 
 #include "ZLock.h"
+#include "memory/malloc_ptr.h"
 #include "reporting/cancellation.h"
 #include "reporting/stream.h"
 
@@ -36,21 +37,19 @@ ZLock_6_0& dumpLock()
 // very long. Without memory it holds one line.
 class Output {
 public:
-    Output(FILE* stream, size_t size) : stream_(stream), capacity_(std::min(size, kMaxBufferSize))
+    Output(FILE* stream, size_t size)
+        : stream_(stream),
+          capacity_(std::min(size, kMaxBufferSize)),
+          block_(static_cast<char*>(malloc(capacity_))),
+          text_(block_.get())
     {
-        text_ = static_cast<char*>(malloc(capacity_));
-        if (text_ == nullptr) {
+        if (block_ == nullptr) {
             text_ = line_;
             capacity_ = sizeof line_;
         }
     }
     Output(Output const&) = delete;
     Output& operator=(Output const&) = delete;
-    ~Output()
-    {
-        if (text_ != line_)
-            free(text_);
-    }
 
     void add(char const* bytes, size_t count)
     {
@@ -84,9 +83,10 @@ public:
 
 private:
     FILE* const stream_;
-    char line_[kMaxLineSize];
-    char* text_;
     size_t capacity_;
+    zmemory::MallocPtr<char> const block_;
+    char* text_;  // the block, or without memory the line
+    char line_[kMaxLineSize];
     size_t used_ = 0;
 };
 

@@ -14,8 +14,8 @@ void HashIndex::copy(HashIndex const& other)
 {
     if (other.size_ == 0)
         return;
-    slots_ = static_cast<Slot*>(reallocate(nullptr, other.size_ * sizeof(Slot)));
-    memcpy(slots_, other.slots_, other.size_ * sizeof(Slot));
+    reallocate(slots_, other.size_);
+    memcpy(slots_.get(), other.slots_.get(), other.size_ * sizeof(Slot));
     size_ = other.size_;
     count_ = other.count_;
     maxCount_ = other.maxCount_;
@@ -31,7 +31,7 @@ void HashIndex::put(Slot* slots, size_t size, size_t at, Slot slot)
 void HashIndex::add(uint32_t hash, Id id)
 {
     reserve(1);
-    put(slots_, size_, home(hash), {hash, id});
+    put(slots_.get(), size_, home(hash), {hash, id});
     ++count_;
 }
 
@@ -83,7 +83,7 @@ void HashIndex::grow(size_t count)
 void HashIndex::shrinkToFit()
 {
     if (count_ == 0) {
-        free(std::exchange(slots_, nullptr));
+        slots_.reset();
         size_ = maxCount_ = 0;
     } else if (size_ > 2 * slotsFor(count_)) {
         resize(slotsFor(count_) + 8);  // without memory for it, the table stays as it is
@@ -93,18 +93,17 @@ void HashIndex::shrinkToFit()
 // Moves the ids to a table of `size` slots. Returns false if memory is exhausted.
 bool HashIndex::resize(size_t size)
 {
-    auto* const slots = static_cast<Slot*>(calloc(size, sizeof(Slot)));
+    zmemory::MallocPtr<Slot[]> slots(static_cast<Slot*>(calloc(size, sizeof(Slot))));
     if (slots == nullptr)
         return false;
-    zmemory::preferHugePages(slots, size * sizeof(Slot));
+    zmemory::preferHugePages(slots.get(), size * sizeof(Slot));
     for (size_t i = 0; i < size_; ++i) {
         Slot const slot = slots_[i];
         if (slot.id != 0)
-            put(slots, size, static_cast<size_t>((static_cast<uint64_t>(slot.hash) * size) >> 32),
-                slot);
+            put(slots.get(), size,
+                static_cast<size_t>((static_cast<uint64_t>(slot.hash) * size) >> 32), slot);
     }
-    free(slots_);
-    slots_ = slots;
+    slots_ = std::move(slots);
     size_ = size;
     maxCount_ = size * 7 / 10;
     return true;

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <stddef.h>
-#include <stdlib.h>
 
+#include "../memory/malloc_ptr.h"
 #include "ids.h"
 
 namespace zcache {
@@ -16,7 +16,6 @@ public:
     HashIndex() = default;
     HashIndex(HashIndex const&) = delete;
     HashIndex& operator=(HashIndex const&) = delete;
-    ~HashIndex() { free(slots_); }
 
     /// Copies `other` into this empty index.
     void copy(HashIndex const& other);
@@ -81,7 +80,7 @@ private:
     bool resize(size_t size);
     static void put(Slot* slots, size_t size, size_t home, Slot slot);
 
-    Slot* slots_ = nullptr;
+    zmemory::MallocPtr<Slot[]> slots_;
     size_t size_ = 0;
     size_t count_ = 0;
     size_t maxCount_ = 0;  // the table grows beyond this number of ids

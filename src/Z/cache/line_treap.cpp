@@ -8,8 +8,7 @@ void LineTreap::reserve(SlotPool<Line> const& lines)
 {
     if (capacity_ >= lines.capacity())
         return;
-    nodes_ =
-        static_cast<Node*>(reallocate(static_cast<void*>(nodes_), lines.capacity() * sizeof(Node)));
+    reallocate(nodes_, lines.capacity());
     capacity_ = lines.capacity();
 }
 

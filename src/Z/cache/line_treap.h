@@ -7,8 +7,8 @@
 #pragma once
 
 #include <stdint.h>
-#include <stdlib.h>
 
+#include "../memory/malloc_ptr.h"
 #include "records.h"
 #include "slot_pool.h"
 
@@ -19,7 +19,6 @@ public:
     LineTreap() = default;
     LineTreap(LineTreap const&) = delete;
     LineTreap& operator=(LineTreap const&) = delete;
-    ~LineTreap() { free(nodes_); }
 
     /// Ensures that insert() and build() do not throw for any line within the capacity of `lines`.
     void reserve(SlotPool<Line> const& lines);
@@ -63,7 +62,7 @@ private:
     Id firstBlank(SlotPool<Line> const& lines, Id node) const;
     uint32_t rank(Id line) const;
 
-    Node* nodes_ = nullptr;  // indexed by the id of the line
+    zmemory::MallocPtr<Node[]> nodes_;  // indexed by the id of the line
     size_t capacity_ = 0;
 };
 

@@ -35,17 +35,13 @@ MapOrder::MapOrder(Contents const& contents, Id category)
         [&](Id id) { return contents.key(id).next; });
 }
 
-MapOrder::~MapOrder()
-{
-    if (sorted_ != inline_)
-        free(sorted_);
-}
-
 template <class NameOf, class NextOf>
 void MapOrder::fill(size_t count, Id first, NameOf nameOf, NextOf nextOf)
 {
-    if (count > kInlineCapacity)
-        sorted_ = static_cast<Id*>(reallocate(nullptr, count * sizeof(Id)));
+    if (count > kInlineCapacity) {
+        reallocate(block_, count);
+        sorted_ = block_.get();
+    }
     count_ = count;
     if (count == 1) {
         sorted_[0] = first;

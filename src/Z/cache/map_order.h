@@ -3,6 +3,7 @@
 // It is the order of a hash map with 15 buckets: bucket by bucket, insertion order within a bucket.
 #pragma once
 
+#include "../memory/malloc_ptr.h"
 #include "contents.h"
 
 namespace zcache {
@@ -14,7 +15,6 @@ public:
     MapOrder(Contents const& contents, Id category);
     MapOrder(MapOrder const&) = delete;
     MapOrder& operator=(MapOrder const&) = delete;
-    ~MapOrder();
 
     Id const* begin() const { return sorted_; }
     Id const* end() const { return sorted_ + count_; }
@@ -25,6 +25,7 @@ private:
 
     static constexpr size_t kInlineCapacity = 128;
     Id inline_[kInlineCapacity];
+    zmemory::MallocPtr<Id[]> block_;  // if `inline_` is too short
     Id* sorted_ = inline_;
     size_t count_ = 0;
 };
