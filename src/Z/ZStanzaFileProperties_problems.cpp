@@ -22,7 +22,7 @@ using zproblems::Inspector;
 
 namespace {
 
-static_assert(int{ZStanzaProblem_6_0::omitted} == zproblems::omitted);
+static_assert(int{ZStanzaProblem_6_0::reservedEntry} == zproblems::reservedEntry);
 
 // Returns the reason why a companion cannot be read, to follow its path.
 std::string describe(zfiles::IoError const& failure)
@@ -41,9 +41,11 @@ std::string describe(zfiles::IoError const& failure)
     }
 }
 
-// Passes the records of the companion to the inspector. Returns false if another program has
-// replaced the file: a store of the new file may have written the companion.
-bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector)
+// Passes the records of the companion to the inspector. `isForeign` returns whether a path is that
+// of another file's companion. Returns false if another program has replaced the file: a store of
+// the new file may have written the companion.
+template <class IsForeign>
+bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector, IsForeign isForeign)
 {
     std::string const& name = inspector.companion();
     try {
@@ -56,6 +58,11 @@ bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector)
         size_t records = 0;
         if (reader.expand(block, records) == 0)
             records = 0;
+        if (records == 0)
+            inspector.complainOfCompanion(zproblems::reservedEntry, false, " has no values");
+        else if (isForeign(name))
+            inspector.complainOfCompanion(zproblems::reservedEntry, false,
+                                          " belongs to another file");
         char const* at = records == 0 ? nullptr : block.chars();
         for (; records > 0; --records) {
             zstanza::CompanionRecord const record(at);
@@ -64,11 +71,11 @@ bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector)
     } catch (zfiles::IoError const& failure) {
         if (file.isReplaced())
             return false;
-        inspector.refuseCompanion(zproblems::unreadableCompanion, describe(failure));
+        inspector.complainOfCompanion(zproblems::unreadableCompanion, true, describe(failure));
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
         if (file.isReplaced())
             return false;
-        inspector.refuseCompanion(zproblems::damagedCompanion, "");
+        inspector.complainOfCompanion(zproblems::damagedCompanion, true, "");
     }
     return !file.isReplaced();
 }
@@ -91,12 +98,13 @@ void append(Inspector& inspector, ZArrayList_6_0& list)
 }
 
 // Returns false if another program replaced the file while it was read.
-bool findOnce(char const* path, ZArrayList_6_0& list)
+template <class IsForeign>
+bool findOnce(char const* path, ZArrayList_6_0& list, IsForeign isForeign)
 {
     zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
     Inspector inspector(file.text());
     inspector.inspect();
-    if (!inspector.companion().empty() && !inspectCompanion(file, inspector))
+    if (!inspector.companion().empty() && !inspectCompanion(file, inspector, isForeign))
         return false;
     zcontainers::addAllOrNothing(list, [&] { append(inspector, list); });
     return true;
@@ -110,8 +118,11 @@ void ZStanzaFileProperties_6_0::findProblems(char const* path, ZArrayList_6_0& l
     zreporting::CancelGuard const uncancelled;
     if (isEmpty(path) || list.ownsMembers() == 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseInFindProblems);
+    auto const isForeign = [path](std::string const& companion) {
+        return Rep::belongsToAnotherFile(companion, path);
+    };
     translateErrors(raiseInFindProblems, [&] {
-        for (int attempts = 1; !findOnce(path, list); ++attempts)
+        for (int attempts = 1; !findOnce(path, list, isForeign); ++attempts)
             if (attempts == kMaxAttempts)
                 throw zfiles::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
     });

@@ -41,6 +41,8 @@ public:
         lineEnding = 16,          // note: CR LF; at the first such line, for all of them
         missingNewline = 17,      // note: the last line does not end with a newline
         omitted = 18,             // the number of further problems, which are not listed
+        reservedEntry = 19,       // note: a store removes the entry that names the companion, which
+                                  // has no values, or changes it, since another file has the same
     };
 
     /// Creates a record.

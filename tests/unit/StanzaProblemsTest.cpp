@@ -278,6 +278,39 @@ TEST_F(StanzaProblems, LineWithoutAValueNextToObfuscatedValuesIsNoted)
               find("[a]\nsecret =" + text.substr(text.find('\n'))));
 }
 
+TEST_F(StanzaProblems, EntryOfACompanionThatAStoreChangesIsNoted)
+{
+    std::string const remedy = "; store the file once to correct the entry\n";
+    std::string const file = directory_.write("f", "[a]\nk = v\n");
+    Store store(file.c_str(), 1);
+    store.setValue("a", "secret", "s", 1);
+    store.store(nullptr);
+    std::string const text = directory_.read("f");
+    struct Case {
+        char const* name;
+        std::string companion;
+        std::string reason;
+    };
+    // The stream of zlib has no bytes.
+    std::string const empty = directory_.write("empty.obf", "\x78\x9C\x03\0\0\0\0\x01"s);
+    Case const cases[] = {
+        {"of the original", file + ".obf", " belongs to another file"},
+        {"without values", empty, " has no values"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string const copied =
+            directory_.write("copy", text.substr(0, text.find("= /") + 2) + c.companion + "\n");
+        EXPECT_EQ("5:8: note: storing changes this entry: the companion file " + c.companion +
+                      c.reason + remedy,
+                  Problems(copied).text());
+        Store copy(copied.c_str(), 1);
+        copy.store(nullptr);
+        EXPECT_EQ(std::string::npos, directory_.read("copy").find(c.companion + "\n"));
+        EXPECT_EQ("", Problems(copied).text());
+    }
+}
+
 // ---- Against load() and store() ----------------------------------------------------------------
 
 namespace {

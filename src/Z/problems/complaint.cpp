@@ -47,6 +47,8 @@ constexpr Row kRows[] = {
      "# lines have CR LF at their ends, this one first, and storing writes LF",
      "convert the line endings"},
     {missingNewline, "the last line has no newline, and storing adds it", nullptr, "add it"},
+    {reservedEntry, "storing changes this entry: the companion file $", nullptr,
+     "store the file once to correct the entry"},
     {omitted, "one more problem is not listed", "# more problems are not listed",
      "correct the others first"},
 };

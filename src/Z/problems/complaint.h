@@ -27,7 +27,8 @@ enum Cause : int {
     spacing = 15,
     lineEnding = 16,
     missingNewline = 17,
-    omitted = 18
+    omitted = 18,
+    reservedEntry = 19
 };
 
 // Line and column, counted from 1.

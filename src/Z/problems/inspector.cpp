@@ -61,10 +61,10 @@ void Inspector::addObfuscated(std::string_view category, std::string_view key)
     found.empty = {};
 }
 
-void Inspector::refuseCompanion(Cause cause, std::string const& reason)
+void Inspector::complainOfCompanion(Cause cause, bool isError, std::string const& reason)
 {
     companionDetail_ = companion_ + reason;
-    complaints_.add({companionPlace_, cause, true, companionDetail_, 1});
+    complaints_.add({companionPlace_, cause, isError, companionDetail_, 1});
 }
 
 // ---- The current line ------------------------------------------------------------------------

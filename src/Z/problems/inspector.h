@@ -39,9 +39,9 @@ public:
     /// Notes a key that has obfuscated values.
     void addObfuscated(std::string_view category, std::string_view key);
 
-    /// Complains about the companion.
+    /// Complains about the companion, at the entry that names it.
     /// range   `reason` is shown after its path, and may be empty.
-    void refuseCompanion(Cause cause, std::string const& reason);
+    void complainOfCompanion(Cause cause, bool isError, std::string const& reason);
 
     /// Returns all complaints in file order. Call this last.
     /// owns    borrowed until the inspector is destroyed.
