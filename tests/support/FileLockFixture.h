@@ -40,10 +40,10 @@ public:
     }
 };
 
-// Returns whether the action ends within ten seconds.
+// Returns whether the action ends; false if it hangs.
 inline bool comesThrough(std::future<void>& done)
 {
-    if (done.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+    if (done.wait_for(kHangs) != std::future_status::ready)
         return false;
     done.get();
     return true;

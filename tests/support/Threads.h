@@ -14,6 +14,9 @@
 #include <thread>
 #include <utility>
 
+// The time after which a thread or process hangs, however slow and busy the machine is.
+inline constexpr std::chrono::seconds kHangs(300);
+
 // Waits until `condition` holds; other threads run in the meantime.
 inline void waitUntil(std::function<bool()> const& condition)
 {

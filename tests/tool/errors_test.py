@@ -8,7 +8,7 @@ import subprocess
 import unittest
 
 import tool
-from tool import DONE, GATEWAY, INTERNAL, INVALID_DATA, LOCKED, NO_ACCESS
+from tool import DONE, GATEWAY, HANGS, INTERNAL, INVALID_DATA, LOCKED, NO_ACCESS
 
 
 class ErrorsTest(tool.ToolTest):
@@ -309,7 +309,7 @@ class ErrorsTest(tool.ToolTest):
         environment = dict(os.environ, LC_ALL="C.UTF-8")
         try:
             run = subprocess.run(["unshare", "-m", "sh", "-c", script, tool.TOOL, other, self.file],
-                                 capture_output=True, text=True, check=False, timeout=60,
+                                 capture_output=True, text=True, check=False, timeout=HANGS,
                                  env=environment)
         except FileNotFoundError:
             self.skipTest("no program unshare")
@@ -347,7 +347,7 @@ class ErrorsTest(tool.ToolTest):
         runs = [subprocess.Popen([tool.TOOL, "set", self.file, "upstream", key, "1"],
                                  env=environment)
                 for key in keys]
-        self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
+        self.assertEqual([DONE] * len(runs), [run.wait(HANGS) for run in runs])
         printed = self.run_tool("keys", self.file, "upstream").stdout.split()
         self.assertEqual(sorted(keys + ["weight", "ready"]), sorted(printed))
 
@@ -362,14 +362,14 @@ class ErrorsTest(tool.ToolTest):
         for arguments in (["list", self.file], ["--help"], ["set", "--help"], ["--version"]):
             with self.subTest(arguments), open("/dev/full", "w", encoding="utf-8") as full:
                 run = subprocess.run([tool.TOOL, *arguments], stdout=full, stderr=subprocess.PIPE,
-                                     text=True, check=False, timeout=60)
+                                     text=True, check=False, timeout=HANGS)
                 self.assertEqual(NO_ACCESS, run.returncode)
                 self.assertIn("standard output", run.stderr)
 
     def test_hexdump_ends_if_its_output_is_full(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             run = subprocess.run([tool.TOOL, "hexdump", "/dev/zero"], stdout=full,
-                                 stderr=subprocess.PIPE, text=True, check=False, timeout=60)
+                                 stderr=subprocess.PIPE, text=True, check=False, timeout=HANGS)
         self.assertEqual((NO_ACCESS,
                           "zstz: standard output: cannot write; check its destination\n"),
                          (run.returncode, run.stderr))
@@ -381,11 +381,11 @@ class ErrorsTest(tool.ToolTest):
         for verb, closed, code in rows:
             with self.subTest(verb=verb, closed=closed):
                 run = subprocess.run(f'"{tool.TOOL}" {verb} "{self.file}" {closed}', shell=True,
-                                     capture_output=True, check=False, timeout=60)
+                                     capture_output=True, check=False, timeout=HANGS)
                 self.assertEqual(code, run.returncode)
                 self.assertEqual(text, self.path.read_bytes())
         run = subprocess.run(f'"{tool.TOOL}" set "{self.file}" listener name --obfuscated <&-',
-                             shell=True, capture_output=True, text=True, check=False, timeout=60)
+                             shell=True, capture_output=True, text=True, check=False, timeout=HANGS)
         self.assertEqual(NO_ACCESS, run.returncode)
         self.assertEqual("zstz: standard input: cannot read the value; pipe it in\n", run.stderr)
 

@@ -6,7 +6,8 @@ import random
 import subprocess
 
 import tool
-from tool import (DONE, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
+from tool import (DONE, HANGS, INVALID_DATA, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED,
+                  USAGE)
 
 IGNORED = "ignored, because it is not an entry; write KEY = VALUE with valid escapes, "
 
@@ -204,7 +205,7 @@ class JavaTest(tool.ToolTest):
         self.given("a = 1\n")
         runs = [subprocess.Popen([tool.TOOL, "java", self.java, "set", f"key{i}", "1"])
                 for i in range(8)]
-        self.assertEqual([DONE] * len(runs), [run.wait(60) for run in runs])
+        self.assertEqual([DONE] * len(runs), [run.wait(HANGS) for run in runs])
         self.expect(DONE, "a = 1\n" + "".join(f"key{i} = 1\n" for i in range(8)), "java",
                     self.java, "list")
 

@@ -13,6 +13,9 @@ TOOL = ""
 DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
     0, 1, 2, 3, 4, 5, 6, 7, 9)
 
+# Seconds after which a process hangs, however slow and busy the machine is.
+HANGS = 300
+
 GATEWAY = """\
 # The gateway of the office.
 
@@ -72,7 +75,7 @@ class ToolTest(unittest.TestCase):
         environment["LC_ALL"] = "C.UTF-8"
         environment.update(options.pop("environment", {}))
         return subprocess.run([TOOL, *arguments], input=given, capture_output=True, text=True,
-                              env=environment, check=False, timeout=60, **options)
+                              env=environment, check=False, timeout=HANGS, **options)
 
     def expect(self, code, printed, *arguments, **options):
         """Runs the tool. If `code` is a failure, the report is one line that contains `printed`."""

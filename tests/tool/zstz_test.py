@@ -9,7 +9,8 @@ import subprocess
 import termios
 
 import tool
-from tool import (DONE, GATEWAY, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED, USAGE)
+from tool import (DONE, GATEWAY, HANGS, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED,
+                  USAGE)
 
 VERBS = ("get", "set", "add", "unset", "stanzas", "keys", "list", "check", "lint", "java", "convert",
          "lock", "hexdump")
@@ -237,7 +238,7 @@ class ZstzTest(tool.ToolTest):
                 binary.write_bytes(data[:length])
                 for arguments, given in (([str(binary)], b""), (["-"], data[:length])):
                     run = subprocess.run([tool.TOOL, "hexdump", *arguments], input=given,
-                                         check=True, capture_output=True, timeout=60)
+                                         check=True, capture_output=True, timeout=HANGS)
                     self.assertTrue(run.stdout == self.dump(data[:length]), "the dump differs")
 
     def test_hexdump_prints_titles_and_continues_after_a_missing_file(self):
@@ -252,7 +253,7 @@ class ZstzTest(tool.ToolTest):
         self.path.write_bytes(bytes(range(256)))
         master, slave = pty.openpty()
         run = subprocess.run([tool.TOOL, "hexdump", self.file], stdout=slave, check=False,
-                             timeout=60)
+                             timeout=HANGS)
         self.assertEqual(DONE, run.returncode)
         os.close(slave)
         shown = b""
@@ -435,7 +436,7 @@ class ZstzTest(tool.ToolTest):
     def test_a_terminal_does_not_echo_the_value(self):
         run, master, slave, shown = self.start_at_a_prompt()
         os.write(master, b"hunter2\n")
-        self.assertEqual(DONE, run.wait(60))
+        self.assertEqual(DONE, run.wait(HANGS))
         os.close(slave)
         while True:
             try:
@@ -455,7 +456,7 @@ class ZstzTest(tool.ToolTest):
                 self.assertFalse(termios.tcgetattr(slave)[3] & termios.ECHO)
                 run.send_signal(signal.SIGTSTP)  # a stopped tool would leave echo off
                 run.send_signal(number)
-                self.assertEqual(-number, run.wait(60))
+                self.assertEqual(-number, run.wait(HANGS))
                 self.assertTrue(termios.tcgetattr(slave)[3] & termios.ECHO)
                 os.close(slave)
         self.expect_text(GATEWAY)
@@ -465,14 +466,14 @@ class ZstzTest(tool.ToolTest):
             preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
         run.send_signal(signal.SIGHUP)
         os.write(master, b"hunter2\n")
-        self.assertEqual(DONE, run.wait(60))
+        self.assertEqual(DONE, run.wait(HANGS))
         os.close(slave)
         self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
 
     def test_end_of_file_at_the_prompt_is_refused(self):
         run, master, slave, _ = self.start_at_a_prompt()
         os.write(master, b"\x04")
-        self.assertEqual(INVALID_VALUE, run.wait(60))
+        self.assertEqual(INVALID_VALUE, run.wait(HANGS))
         os.close(slave)
         self.expect_text(GATEWAY)
 

@@ -81,7 +81,7 @@ struct Doing final : ZObserverInterface_6_0 {
 class ZProcessReadWriteFileLockHostile : public testing::Test {
 protected:
     // The alarm ends a test that hangs.
-    void SetUp() override { alarm(60); }
+    void SetUp() override { alarm(kHangs.count()); }
     void TearDown() override { alarm(0); }
 
     char const* path() const { return directory_.path().c_str(); }
@@ -110,7 +110,7 @@ protected:
     {
         pid_t const id = fork();
         if (id == 0) {
-            alarm(20);
+            alarm(kHangs.count());
             _exit(child());
         }
         int status = 0;
@@ -481,7 +481,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ChildWithALockOfItsOwnWaitsForItsParent
     ASSERT_EQ(0, pipe2(pipes, O_CLOEXEC));
     pid_t const child = fork();
     if (child == 0) {
-        alarm(20);
+        alarm(kHangs.count());
         if (thrown([&] { lock.unlock(); }) != "ZInvalidResourceStateException_6_0 32 -1" ||
             thrown([&] { lock.readLock(); }).empty())
             _exit(1);
@@ -526,7 +526,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, ForkWhileThreadsWaitForTheFile)
         waiter.waitUntilAsleep();
     pid_t const child = fork();
     if (child == 0) {
-        alarm(20);
+        alarm(kHangs.count());
         FileLock own(path(), "x");
         std::string const raised = thrown([&] { own.readLock(); });
         if (raised.empty())
@@ -770,7 +770,7 @@ TEST_F(ZProcessReadWriteFileLockHostile, DeadlockOfTwoProcessesIsBrokenOnce)
     a.writeLock();
     pid_t const child = fork();
     if (child == 0) {
-        alarm(20);
+        alarm(kHangs.count());
         FileLock first(path(), "b");
         FileLock second(path(), "a");
         first.writeLock();

@@ -219,7 +219,7 @@ public:
     }
 
     // Waits for the end of the step, up to a time limit.
-    bool isDone(std::chrono::seconds within = std::chrono::seconds(20))
+    bool isDone(std::chrono::seconds within = kHangs)
     {
         std::unique_lock<std::mutex> guard(mutex_);
         return changed_.wait_for(guard, within, [this] { return action_ == nullptr; });
@@ -353,7 +353,7 @@ TEST(ZProcessReadWriteFileLockOrders, ThreadThatWouldWaitForItselfGetsDeadlockIn
             if (!waiting[thread])
                 workers[thread]->releaseAll();
         // A thread that enters now releases immediately, for the next one.
-        auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        auto const end = std::chrono::steady_clock::now() + kHangs;
         auto const isWaiting = [&](int thread) { return waiting[thread]; };
         while (std::any_of(kAll.begin(), kAll.end(), isWaiting)) {
             expect(std::chrono::steady_clock::now() < end, done, "hangs although others released");

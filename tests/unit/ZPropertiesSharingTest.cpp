@@ -349,7 +349,7 @@ TEST_F(ZProperties, UnchangedStoreIsFoundWhileAnotherThreadLocksIt)
         found = std::async(std::launch::async, [&] {
             return ZProperties_6_0::getPropertiesFor(path.c_str(), factory, 0);
         });
-        return found.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        return found.wait_for(kHangs) == std::future_status::ready;
     };
     {
         ZPropertiesIterator_6_0 const holding(*store, "s");

@@ -19,13 +19,13 @@
 #include <vector>
 
 #include "ReadWriteModel.h"
+#include "Threads.h"
 
 namespace {
 
 using Model = ReadWriteModel;
 
 constexpr int kThreads = 8;
-constexpr auto kLongest = std::chrono::seconds(20);
 
 // ---- One action at a time --------------------------------------------------------------------
 
@@ -80,7 +80,7 @@ public:
     std::optional<Report> next()
     {
         std::unique_lock<std::mutex> guard(mutex_);
-        if (!changed_.wait_for(guard, kLongest, [this] { return !reports_.empty(); }))
+        if (!changed_.wait_for(guard, kHangs, [this] { return !reports_.empty(); }))
             return std::nullopt;
         Report const report = reports_.front();
         reports_.pop_front();
@@ -194,7 +194,7 @@ private:
             return expect(t, action, Outcome::done);
         waitFor(t, action, ThreadState::promotion);
         // A promotion blocks new readers immediately; the next action must meet that.
-        auto const end = std::chrono::steady_clock::now() + kLongest;
+        auto const end = std::chrono::steady_clock::now() + kHangs;
         while (lock_.haveLock(kWrite) == 0 && std::chrono::steady_clock::now() < end)
             std::this_thread::yield();
     }

@@ -56,7 +56,7 @@ bool isReady(std::future<void> const& done)
 
 bool comesThrough(std::future<void> const& done)
 {
-    return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    return done.wait_for(kHangs) == std::future_status::ready;
 }
 
 struct Counts {

@@ -29,7 +29,7 @@ namespace {
 
 // The alarm ends a test that hangs.
 struct Watchdog {
-    explicit Watchdog(unsigned seconds) { alarm(seconds); }
+    Watchdog() { alarm(kHangs.count()); }
     ~Watchdog() { alarm(0); }
 };
 
@@ -110,7 +110,7 @@ TEST(ZThreadPoolFailures, NoFailedCallLosesASlotOrHangs)
         // ones.
         for (int missed = 0; missed < 3; missed += hasFailed ? 0 : 1) {
             SCOPED_TRACE(++n);
-            Watchdog const watchdog(60);
+            Watchdog const watchdog;
             ZThreadPool_6_0 pool(1, kSlots);
             Sleeper sleeper;
             Runner one;
@@ -142,7 +142,7 @@ TEST(ZThreadPoolFailures, ASleeperWithoutMemoryFreesItsSlot)
     bool hasFailed = true;
     for (unsigned long n = 1; hasFailed; ++n) {
         SCOPED_TRACE(n);
-        Watchdog const watchdog(60);
+        Watchdog const watchdog;
         ZThreadPool_6_0 pool(1, 1);
         Sleeper sleeper;
         sleeper.allocationToFail = n;
@@ -228,7 +228,7 @@ TEST(ZThreadPoolFailures, MutexFailuresThrow)
 
 TEST(ZThreadPoolFailures, AFailedStartFreesItsSlotForWaitingThreads)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     NotedMessages const noted;
     // One slot, taken. Three threads wait for it, and two of their starts fail.
     ZThreadPool_6_0 pool(0, 1);
@@ -271,7 +271,7 @@ TEST(ZThreadPoolFailures, AFailedStartFreesItsSlotForWaitingThreads)
 
 TEST(ZThreadPoolFailures, AStartThatFailsAfterCreatingItsThreadHoldsItsSlot)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     NotedMessages const noted;
     class Late : public Runner {
     public:
@@ -314,7 +314,7 @@ TEST(ZThreadPoolFailures, AFailedReleaseIsReportedDuringUnwinding)
 
 TEST(ZThreadPoolFailures, AnOverriddenStartMayThrowAnything)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Foreign : public Runner {
     public:
         void start() override { throw 5; }
@@ -338,7 +338,7 @@ TEST(ZThreadPoolFailures, AnOverriddenStartMayThrowAnything)
 
 TEST(ZThreadPoolFailures, ACancelledStartFreesItsSlot)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Cancelling : public Runner {
     public:
         void start() override
@@ -355,7 +355,7 @@ TEST(ZThreadPoolFailures, ACancelledStartFreesItsSlot)
 
 TEST(ZThreadPoolFailures, WaitsMayEndInADifferentOrder)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Slow : public Sleeper {
     public:
         void waitForExit() override
@@ -408,7 +408,7 @@ TEST(ZThreadPoolFailures, AMutexThatCannotBeRelockedEndsTheWait)
     } sleeper;
     for (bool cancels : {false, true}) {
         SCOPED_TRACE(cancels);
-        Watchdog const watchdog(60);
+        Watchdog const watchdog;
         NotedMessages const noted;
         ZThreadPool_6_0 pool(1, 1);
         sleeper.cancels = cancels;
@@ -432,7 +432,7 @@ TEST(ZThreadPoolFailures, AMutexThatCannotBeRelockedEndsTheWait)
 
 TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Arming : public Sleeper {
     public:
         void doWork() override
@@ -468,7 +468,7 @@ TEST(ZThreadPoolFailures, ASleeperReportsFailuresAtItsEnd)
 
 TEST(ZThreadPoolFailures, ASleeperIgnoresSpuriousWakeUps)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Waking : public Sleeper {
     public:
         void doWork() override
@@ -491,7 +491,7 @@ TEST(ZThreadPoolFailures, ASleeperIgnoresSpuriousWakeUps)
 // Its start() has not yet returned.
 TEST(ZThreadPoolFailures, ASleeperThatDeletesItselfWaitsForItsStart)
 {
-    Watchdog const watchdog(60);
+    Watchdog const watchdog;
     class Short : public ZSleeperThread_6_0 {
     public:
         Short(std::atomic<bool>& ended, WatchedThread& thread)

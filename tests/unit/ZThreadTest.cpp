@@ -231,7 +231,7 @@ TEST_F(ZThread, BothThreadsRunIfADetachedObjectIsStartedTwice)
         else
             thread->start();
         threadCalls = ThreadCalls();
-        auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        auto const limit = std::chrono::steady_clock::now() + kHangs;
         waitUntil(
             [&] { return thread->exits == expected || std::chrono::steady_clock::now() > limit; });
         int const exits = thread->exits;
