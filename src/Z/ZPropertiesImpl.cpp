@@ -338,6 +338,7 @@ void ZPCategoryBasedCache_6_0::addLine(char const* category, char const* key, ch
         Rep::Derived::addLine(*this, category, key, value, obfuscated);
         return;
     }
+    rep_->insertAtTemplates(KeptLines::keepsLines(*this));
     rep_->addLine(checkedView(category), checkedView(key), checkedView(value), kindOf(obfuscated));
     changed();
 }
@@ -369,6 +370,7 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
         Rep::Derived::addLineComment(*this, category, key, comment);
         return;
     }
+    rep_->insertAtTemplates(KeptLines::keepsLines(*this));
     rep_->addLineComment(checkedView(category), checkedView(key), checkedView(comment));
     changed();
 }
@@ -377,6 +379,7 @@ void ZPCategoryBasedCache_6_0::clear()
 {
     Contents none;
     rep_->swap(none);
+    rep_->kept.reset();
     ZPCache_6_0::clear();
     listsWentAway();
 }
@@ -590,5 +593,5 @@ void ZPCategoryBasedCache_6_0::getObfuscatedItems(ZArrayList_6_0& out) const
 
 size_t ZPCategoryBasedCache_6_0::memoryUsed() const
 {
-    return rep_->memoryUsed();
+    return rep_->memoryUsed() + (rep_->kept == nullptr ? 0 : rep_->kept->text.capacity() + 1);
 }

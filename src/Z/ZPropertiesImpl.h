@@ -118,8 +118,16 @@ public:
         obfuscatedValues = 2
     };
 
-    /// Attribute: keep comment lines and blank lines when reading.
-    enum : unsigned long { keepComments = 1 };
+    enum : unsigned long {
+        /// Attribute: keep comment lines and blank lines when reading.
+        keepComments = 1,
+
+        /// Attribute: keep the bytes of the file as read, comments included, and write by
+        /// difference: a line whose value stays is copied byte for byte. docs/file-formats.md has
+        /// the rules. The copy takes as much memory as the file. Set the attribute before reading:
+        /// if nothing was read with it, the first write has the usual form.
+        keepLines = 2
+    };
 
     /// The empty string.
     static char const empty_[1];
@@ -505,8 +513,10 @@ public:
     /// another cache see `generation()`.
     unsigned long changes() const { return changes_; }
 
-    /// Returns the bytes that the cache has allocated for values and lines.
+    /// Returns the bytes that the cache has allocated for values, lines and the text as read.
     size_t memoryUsed() const;
+
+    struct KeptLines;  // of the library: ZPropertiesImpl_p.h
 
 protected:
     struct Rep;  // ZPropertiesImpl_p.h
@@ -539,7 +549,9 @@ public:
     void be_read(char const* path, FILE* file) override;
 
     /// Writes the stanza file at the current position of `file`, and flushes it.
-    /// throws  ZPropertiesIOException_6_0 (path, "fwrite()", errno) if writing fails.
+    /// throws  ZPropertiesIOException_6_0 (path, "fwrite()", errno) if writing fails;
+    ///         ZPropertiesInvalidValueException_6_0 with the attribute `keepLines`, if a name,
+    ///         value or comment would not read back. Nothing is written then.
     void be_write(char const* path, FILE* file) override;
 
     /// Reads the contents of a companion file and adds each value as an obfuscated value.
@@ -561,6 +573,7 @@ public:
     void readText(char const* path, char const* text, size_t length);
 
     /// Stores the text that `be_write` writes in `buffer`, which is empty if there are no lines.
+    /// throws  ZPropertiesInvalidValueException_6_0 as `be_write`, with an empty file name.
     void writeText(ZBuffer_6_0& buffer) const;
 
 private:

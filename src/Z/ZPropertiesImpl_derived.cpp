@@ -93,6 +93,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLine(Cache& cache, char const* c
         return;
     bool isNewLine = false;
     try {
+        cache.rep().insertAtTemplates(KeptLines::keepsLines(cache));
         isNewLine = cache.rep().ensureKeyLine(viewOf(categoryName), viewOf(keyName));
         if (obfuscated != 0)
             cache.setObfuscated(categoryName.getChars(), keyName.getChars(), text.getChars());
@@ -131,6 +132,7 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::addLineComment(Cache& cache, char c
     try {
         if (isNewKey)
             cache.add(categoryName.getChars(), keyName.getChars(), 0);
+        cache.rep().insertAtTemplates(KeptLines::keepsLines(cache));
         cache.rep().commentKey(viewOf(categoryName), viewOf(keyName), viewOf(text));
     } catch (...) {
         if (isNewKey) {
@@ -220,6 +222,44 @@ void ZPCategoryBasedCache_6_0::Rep::Derived::write(Cache& cache, zstanza::TextBu
             default:
                 zstanza::writeLine(name, text);
                 break;
+        }
+    }
+}
+
+void ZPCategoryBasedCache_6_0::Rep::Derived::describe(Cache& cache, bool keepsEmpty,
+                                                      zlines::Document& document)
+{
+    ZArrayList_6_0 lines(64, 1);
+    cache.getLines(lines);
+    std::string_view category = "";
+    bool isSkipping = false;  // the lines of a removed stanza
+    bool isBelowBlank = false;
+    for (unsigned i = 0; i < lines.size(); ++i) {
+        auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
+        bool const isBelow = std::exchange(isBelowBlank, line.type() == ZPropLine_6_0::blank);
+        std::string_view const text = document.own(viewOf(line.text()));
+        if (line.type() == ZPropLine_6_0::stanzaHead) {
+            category = text;
+            isSkipping = cache.contains(category.data()) == 0;
+        }
+        if (isSkipping || line.type() == ZPropLine_6_0::blank)
+            continue;
+        if (line.type() == ZPropLine_6_0::stanzaHead) {
+            document.addStanza(text, isBelow);
+        } else if (line.type() == ZPropLine_6_0::comment) {
+            document.addComment(text, isBelow);
+        } else if (cache.contains(category.data(), text.data()) != 0) {
+            document.addKey(text, isBelow);
+            forEachValueOf(cache.get(category.data(), text.data(), plainValues),
+                           [&](std::string_view value) {
+                               if (keepsEmpty || !value.empty())
+                                   document.addValue(document.own(value));
+                           });
+            // Only the companion holds obfuscated values.
+            document.entries.back().needsLine =
+                document.entries.back().valueCount != 0 ||
+                !forEachValueOf(cache.get(category.data(), text.data(), obfuscatedValues),
+                                [](std::string_view) {});
         }
     }
 }

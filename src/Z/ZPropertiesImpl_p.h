@@ -8,6 +8,8 @@
 #include "ZPropertiesImpl.h"
 #include "cache/contents.h"
 #include "cache/reader.h"
+#include "lines/document.h"
+#include "lines/kept_text.h"
 #include "stanza/companion_records.h"
 #include "stanza/parser.h"
 #include "stanza/raise_sites.h"
@@ -18,6 +20,64 @@
 struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zcache::Contents {
     struct Derived;
     class DerivedReader;
+
+    Rep() = default;
+    Rep(Rep const& other) : Contents(other), kept(other.kept) {}
+
+    zlines::SharedText kept;                     // the text as read or stored; null: none
+    mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
+};
+
+// The text as read of a cache with the attribute `keepLines`.
+struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines {
+    using Cache = ZPCategoryBasedCache_6_0;
+
+    static zlines::SharedText const& textOf(Cache const& cache) { return cache.rep().kept; }
+
+    static bool keepsLines(ZPCache_6_0 const& cache)
+    {
+        return (cache.attributes() & ZPCache_6_0::keepLines) != 0;
+    }
+
+    /// Returns the text as read after reading `bytes` of another file; null if the cache does not
+    /// keep lines.
+    static zlines::SharedText textAfterReading(Cache const& cache, std::string_view bytes,
+                                               zlines::Dialect const& dialect);
+
+    /// Returns the text to write: the text as read with the changes since; the text as read itself
+    /// if nothing has changed. Null if the cache has no text as read.
+    /// throws  ZPropertiesInvalidValueException_6_0 (path, category, key, value) if a part would
+    ///         not read back.
+    static zlines::SharedText compose(Cache const& cache, char const* path);
+
+    /// Writes every line in the form of the library. Returns the text, a view of `text`.
+    static std::string_view writeAll(Cache const& cache, zstanza::TextBuffer& text);
+
+    /// Stores the text of a stanza file in `buffer`.
+    /// throws  as compose().
+    static void writeText(ZSCFData_6_0 const& cache, char const* path, ZBuffer_6_0& buffer);
+
+    /// Passes the text that is written to the collector, if there is one: `composed`, or the bytes
+    /// if it is null.
+    static void collect(Cache const& cache, zlines::SharedText const& composed,
+                        std::string_view bytes, zlines::Dialect const& dialect);
+
+    // Collects the text that a cache writes in this scope.
+    class Collector {
+    public:
+        explicit Collector(Cache* cache);  // null: nothing is collected
+        Collector(Collector const&) = delete;
+        Collector& operator=(Collector const&) = delete;
+        ~Collector();
+
+        /// Ends the collection, and makes `stored` the text as read of the cache if the cache wrote
+        /// it. Does not throw.
+        void keep(std::string_view stored);
+
+    private:
+        Cache* cache_;
+        zlines::SharedText text_;
+    };
 };
 
 // The operations of a cache whose class a caller derived. They call the virtual value operations,
@@ -37,6 +97,8 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep::Deri
     static void list(Cache const& cache, zstanza::TextBuffer& text);
     static void write(Cache& cache, zstanza::TextBuffer& text);
 
+    /// Adds the lines and values to `document`, as zcache::describe().
+    static void describe(Cache& cache, bool keepsEmpty, zlines::Document& document);
     static void writeObfuscated(Cache& cache, zstanza::CompanionWriter& writer);
 
     /// Adds the values of `records` records, as Contents::addObfuscated().

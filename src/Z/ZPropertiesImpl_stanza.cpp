@@ -12,6 +12,7 @@
 #include "files/io_error.h"
 #include "stanza/companion_records.h"
 #include "stanza/raise_sites.h"
+#include "stanza/stanza_dialect.h"
 
 using zcache::Arena;
 using zcache::Reader;
@@ -45,15 +46,6 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
         else
             block.setCapacity(block.capacity() * 2);
     }
-}
-
-void moveTo(TextBuffer& text, ZBuffer_6_0& buffer)
-{
-    size_t const length = text.length();
-    if (length == 0)
-        buffer.setLength(0);
-    else
-        buffer.setBufferNoCopy(length, text.release());
 }
 
 }  // namespace
@@ -100,11 +92,14 @@ void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
         char* const bytes = text.chars();
         bytes[length] = '\0';
         reader.adopt(text, length + 1);
-        zstanza::Parser parser(path, reader, (attributes() & keepComments) != 0);
+        zstanza::Parser parser(path, reader, (attributes() & (keepComments | keepLines)) != 0);
         parser.parse(bytes, length);
         if (ZLCString_6_0* const companion = parser.finish(); companion != nullptr)
             takeCompanionFile(companion);
     };
+    // The parser writes into the block.
+    zlines::SharedText text = KeptLines::textAfterReading(
+        *this, {static_cast<Arena::Block*>(block)->chars(), length}, zstanza::stanzaDialect());
     if (direct() != nullptr) {
         Reader reader(rep());
         run(reader);
@@ -112,20 +107,21 @@ void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
         Rep::DerivedReader reader(*this);
         run(reader);
     }
+    rep().kept = std::move(text);
     changed();
 }
 
 void ZSCFData_6_0::be_write(char const* path, FILE* file)
 {
+    zlines::SharedText const composed = KeptLines::compose(*this, path);
     TextBuffer text;
-    if (direct() != nullptr)
-        zcache::write(rep(), text);
-    else
-        Rep::Derived::write(*this, text);
+    std::string_view const bytes =
+        composed != nullptr ? composed->text : KeptLines::writeAll(*this, text);
+    KeptLines::collect(*this, composed, bytes, zstanza::stanzaDialect());
     errno = 0;
     // Flush here: a caller would not see the error of a later flush.
     bool const isTaken =
-        text.length() == 0 || fwrite(text.chars(), 1, text.length(), file) == text.length();
+        bytes.empty() || fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     if (!isTaken || fflush(file) != 0)
         ZPropertiesIOException_6_0(path, callName(FailedCall::fwrite), errno)
             .throwException(zstanza::kSource, zstanza::raiseInWrite);
@@ -133,12 +129,7 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
 
 void ZSCFData_6_0::writeText(ZBuffer_6_0& buffer) const
 {
-    TextBuffer text;
-    if (direct() != nullptr)
-        zcache::write(rep(), text);
-    else  // the overrides are not const
-        Rep::Derived::write(const_cast<ZSCFData_6_0&>(*this), text);
-    moveTo(text, buffer);
+    KeptLines::writeText(*this, "", buffer);
 }
 
 void ZSCFData_6_0::be_read_obfuscated(ZBuffer_6_0& buffer)

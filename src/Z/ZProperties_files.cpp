@@ -15,13 +15,14 @@
 
 #include "ZBuffer.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "reporting/failures.h"
 #include "store/journaled_file.h"
 #include "store/limits.h"
 
 using namespace zproperties;
+using KeptLines = ZPCategoryBasedCache_6_0::KeptLines;
 
 namespace {
 
@@ -118,7 +119,7 @@ struct MemoryStream {
 void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer_6_0& text)
 {
     if (stanzas != nullptr) {
-        stanzas->writeText(text);
+        KeptLines::writeText(*stanzas, path, text);
         return;
     }
     MemoryStream written;
@@ -327,11 +328,18 @@ void ZProperties_6_0::store(char const* path)
 
         ZBuffer_6_0 text;
         ZPCache_6_0& source = *operation.source;
+        bool const keepsLines = KeptLines::keepsLines(source);
+        KeptLines::Collector collector(keepsLines ? dynamic_cast<ZPCategoryBasedCache_6_0*>(&source)
+                                                  : nullptr);
         render(source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&source) : nullptr,
                chosen, text);
-        rep_->isReplacing ? file.replace(viewOf(text), operation.change)
-                          : file.commit(viewOf(text), operation.change);
+        bool const isUnchanged = keepsLines && !file.isCreated() && file.text() == viewOf(text) &&
+                                 operation.change.change == zstore::JournaledFile::Companion::kept;
+        if (!isUnchanged)
+            rep_->isReplacing ? file.replace(viewOf(text), operation.change)
+                              : file.commit(viewOf(text), operation.change);
         file.close();
+        collector.keep(viewOf(text));
 
         if (operation.edited != nullptr)
             Rep::exchange(*this, operation.edited);

@@ -122,8 +122,8 @@ TEST(ZPropertiesImplReads, CommentsAndBlankLinesAreKeptOnRequest)
     char const* const text = "# file\n\n[a]\n  # about k  \nk = v\n\n";
     EXPECT_EQ("# file\n\n[a]\n# about k\nk = v\n\n", textOf(*parsed(text)));
     EXPECT_EQ("[a]\nk = v\n", textOf(*parsed(text, 0)));
-    EXPECT_EQ("[a]\nk = v\n", textOf(*parsed(text, 2)));
-    EXPECT_EQ("# file\n\n[a]\n# about k\nk = v\n\n", textOf(*parsed(text, 3)));
+    EXPECT_EQ("[a]\nk = v\n", textOf(*parsed(text, 4)));
+    EXPECT_EQ("# file\n\n[a]\n# about k\nk = v\n\n", textOf(*parsed(text, 5)));
 }
 
 TEST(ZPropertiesImplReads, RepeatedKeyHasOneLine)

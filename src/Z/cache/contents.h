@@ -114,6 +114,10 @@ public:
 
     // --- changes of lines
 
+    /// Makes new keys follow the template comment for them directly, instead of before the next
+    /// blank line.
+    void insertAtTemplates(bool isWanted) { insertsAtTemplates_ = isWanted; }
+
     void addStanzaLine(std::string_view category);
     void addLine(std::string_view category, std::string_view key, std::string_view value,
                  Kind kind);
@@ -276,6 +280,7 @@ private:
     Id lastLeading_ = 0;    // of the comments at the start of the file, as far as scanned
     size_t compactAt_ = 0;  // after a failed compaction: garbage at which to try again
     bool listsRemoved_ = false;
+    bool insertsAtTemplates_ = false;
 };
 
 template <class Call>

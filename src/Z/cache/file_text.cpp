@@ -1,5 +1,7 @@
 #include "file_text.h"
 
+#include <utility>
+
 #include "../stanza/line_writer.h"
 #include "map_order.h"
 
@@ -55,6 +57,34 @@ void write(Contents const& contents, TextBuffer& text)
                     text.add("\n");
                 writeLine(contents.text(line), text);
                 break;
+        }
+    }
+}
+
+void describe(Contents const& contents, bool keepsEmpty, zlines::Document& document)
+{
+    bool isSkipping = false;  // the lines of a detached category
+    bool isBelowBlank = false;
+    for (Id id = contents.firstLine(); id != 0; id = contents.line(id).next) {
+        Line const& line = contents.line(id);
+        bool const isBelow = std::exchange(isBelowBlank, line.kind == blankLine) ||
+                             (line.kind == commentLine && line.isBelowBlank);
+        if (line.kind == headerLine)
+            isSkipping = !contents.category(line.ref).isLive;
+        if (isSkipping || line.kind == blankLine)
+            continue;
+        if (line.kind == headerLine) {
+            document.addStanza(contents.text(line), isBelow);
+        } else if (line.kind == commentLine) {
+            document.addComment(contents.text(line), isBelow);
+        } else if (contents.key(line.ref).isLive) {
+            document.addKey(contents.text(line), isBelow);
+            contents.forEachValue(line.ref, Contents::plain, [&](std::string_view value) {
+                if (keepsEmpty || !value.empty())
+                    document.addValue(value);
+            });
+            document.entries.back().needsLine =
+                contents.valueCount(line.ref, Contents::obfuscated) == 0;
         }
     }
 }

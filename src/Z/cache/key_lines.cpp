@@ -81,7 +81,7 @@ void Contents::unindexLastSection()
 
 // Returns the line after which a new key's line is inserted: the last key line of the section, or
 // its header. If the section has a template for the key and a blank line after it, the new line
-// goes right before the first such blank line.
+// goes right before the first such blank line, or after the template itself (insertAtTemplates()).
 Id Contents::insertionPoint(Id id, std::string_view key) const
 {
     Category const& category = categories_[id];
@@ -91,6 +91,8 @@ Id Contents::insertionPoint(Id id, std::string_view key) const
         return insertionPointByScan(id, key);
     // The key of a template has no spaces, so a key with spaces is not found.
     if (Id const known = findTemplate(id, key); known != 0) {
+        if (insertsAtTemplates_)
+            return templates_[known].line;
         Id const blank = treap_.nextBlankLine(lines_, templates_[known].line);
         if (blank != 0)
             return lines_[blank].previous;
@@ -114,6 +116,8 @@ Id Contents::insertionPointByScan(Id id, std::string_view key) const
                     return lines_[line].previous;
                 isTemplateSeen =
                     isTemplateSeen || zstanza::isTemplateFor(key, arena_.at(lines_[line].ref));
+                if (isTemplateSeen && insertsAtTemplates_)
+                    return line;
                 break;
             case blankLine:
                 if (isTemplateSeen)

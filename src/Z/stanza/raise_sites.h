@@ -13,6 +13,7 @@ enum RaiseSite {
     raiseInRead = 71,
     raiseAtLine = 72,
     raiseInWrite = 81,
+    raiseForLine = 85,
     raiseInExpand = 91,
     raiseAtRecord = 92,
     raiseInCompress = 95,

@@ -74,6 +74,9 @@ public:
     /// owns    borrowed until the object is destroyed.
     std::string_view text() const { return file_.contents.view(); }
 
+    /// Returns whether a store has created the file and not committed yet.
+    bool isCreated() const { return file_.isCreated; }
+
     /// Returns the contents of the companion, of the same generation as text().
     /// throws  IoError (name, "access()", EPERM) if the file cannot use this companion, see
     ///         checkCompanionPath(); (name, "mapFile()", code): EINVAL for a missing or empty file,

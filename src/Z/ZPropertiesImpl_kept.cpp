@@ -1,0 +1,130 @@
+// The text as read, and the text that is written by difference from it.
+
+#include <memory>
+#include <utility>
+
+#include "ZBuffer.h"
+#include "ZException.h"
+#include "ZPropertiesImpl_p.h"
+#include "cache/file_text.h"
+#include "lines/difference.h"
+#include "memory/out_of_memory.h"
+#include "stanza/stanza_dialect.h"
+
+using zlines::KeptText;
+using zlines::SharedText;
+
+namespace {
+
+template <class Action>
+SharedText translateErrors(Action action)
+{
+    return zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, action);
+}
+
+}  // namespace
+
+SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(Cache const& cache,
+                                                                 std::string_view bytes,
+                                                                 zlines::Dialect const& dialect)
+{
+    if (!keepsLines(cache))
+        return nullptr;
+    return translateErrors([&] {
+        SharedText const& before = textOf(cache);
+        if (before == nullptr || before->text.empty())
+            return std::make_shared<KeptText>(std::string(bytes), dialect);
+        std::string all;
+        all.reserve(before->text.size() + 1 + bytes.size());
+        all = before->text;
+        if (all.back() != '\n')
+            all += '\n';
+        all += bytes;
+        auto text = std::make_shared<KeptText>(std::move(all), dialect);
+        text->isOneFile = false;
+        return text;
+    });
+}
+
+SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char const* path)
+{
+    SharedText const& kept = textOf(cache);
+    if (kept == nullptr || !keepsLines(cache))
+        return nullptr;
+    return translateErrors([&]() -> SharedText {
+        zlines::Document document;
+        bool const keepsEmpty = kept->dialect.hasEmptyValues();
+        if (cache.direct() != nullptr)
+            zcache::describe(cache.rep(), keepsEmpty, document);
+        else  // the overrides are not const
+            Rep::Derived::describe(const_cast<Cache&>(cache), keepsEmpty, document);
+        try {
+            std::string text;
+            if (!zlines::rewrite(kept->text, kept->dialect, document, text))
+                return kept;
+            return std::make_shared<KeptText>(std::move(text), kept->dialect);
+        } catch (zlines::Refusal const& refusal) {
+            ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
+                                                 refusal.value.c_str())
+                .throwException(zstanza::kSource, zstanza::raiseForLine);
+        }
+    });
+}
+
+std::string_view ZPCategoryBasedCache_6_0::KeptLines::writeAll(Cache const& cache,
+                                                               zstanza::TextBuffer& text)
+{
+    if (cache.direct() != nullptr)
+        zcache::write(cache.rep(), text);
+    else  // the overrides are not const
+        Rep::Derived::write(const_cast<Cache&>(cache), text);
+    return {text.chars(), text.length()};
+}
+
+void ZPCategoryBasedCache_6_0::KeptLines::writeText(ZSCFData_6_0 const& cache, char const* path,
+                                                    ZBuffer_6_0& buffer)
+{
+    SharedText const composed = compose(cache, path);
+    zstanza::TextBuffer text;
+    std::string_view const bytes = composed != nullptr ? composed->text : writeAll(cache, text);
+    collect(cache, composed, bytes, zstanza::stanzaDialect());
+    if (composed != nullptr)
+        buffer.setBuffer(bytes.size(), const_cast<char*>(bytes.data()));  // it is copied
+    else if (bytes.empty())
+        buffer.setLength(0);
+    else
+        buffer.setBufferNoCopy(bytes.size(), text.release());
+}
+
+void ZPCategoryBasedCache_6_0::KeptLines::collect(Cache const& cache, SharedText const& composed,
+                                                  std::string_view bytes,
+                                                  zlines::Dialect const& dialect)
+{
+    SharedText* const sink = cache.rep().sink;
+    if (sink == nullptr || !keepsLines(cache))
+        return;
+    *sink = composed != nullptr ? composed : translateErrors([&] {
+        return std::make_shared<KeptText>(std::string(bytes), dialect);
+    });
+}
+
+ZPCategoryBasedCache_6_0::KeptLines::Collector::Collector(Cache* cache) : cache_(cache)
+{
+    if (cache_ != nullptr)
+        cache_->rep().sink = &text_;
+}
+
+ZPCategoryBasedCache_6_0::KeptLines::Collector::~Collector()
+{
+    if (cache_ != nullptr)
+        cache_->rep().sink = nullptr;
+}
+
+void ZPCategoryBasedCache_6_0::KeptLines::Collector::keep(std::string_view stored)
+{
+    // An override of be_write() may have written something else.
+    if (cache_ != nullptr && text_ != nullptr && text_->text == stored)
+        cache_->rep().kept = text_;
+    if (cache_ != nullptr)
+        std::exchange(cache_, nullptr)->rep().sink = nullptr;
+}

@@ -1,0 +1,58 @@
+#include "dialect.h"
+
+namespace zlines {
+
+std::string_view Dialect::stanzaName(std::string_view text, Line const& header, std::string&) const
+{
+    return slice(text, header.nameBegin(), header.nameEnd);
+}
+
+std::string_view Dialect::keyName(std::string_view text, Line const& line, std::string&) const
+{
+    return slice(text, line.nameBegin(), line.nameEnd);
+}
+
+std::string_view Dialect::comparableStanza(std::string_view name, std::string&) const
+{
+    return name;
+}
+
+std::string_view Dialect::comparableKey(std::string_view name, std::string&) const
+{
+    return name;
+}
+
+std::string_view Dialect::value(std::string_view text, Line const& line, std::string&) const
+{
+    return slice(text, line.valueBegin, line.valueEnd);
+}
+
+void Dialect::appendValue(std::string_view value, unsigned, std::string& out) const
+{
+    out += value;
+}
+
+Replacement Dialect::replaceValue(std::string_view text, Line const& line, std::string_view value,
+                                  unsigned spelling) const
+{
+    Replacement change{line.valueBegin, line.valueEnd, {}};
+    // "key =" gets the space that it has before the separator.
+    std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
+    if (line.kind == keyOnlyLine && separator.size() > 1 && separator.front() == ' ' &&
+        separatorBytes().find(separator.back()) != std::string_view::npos)
+        change.text.push_back(' ');
+    appendValue(value, spelling, change.text);
+    return change;
+}
+
+Replacement Dialect::removeValue(std::string_view, Line const& line) const
+{
+    return {line.valueBegin, line.valueEnd, {}};
+}
+
+Replacement Dialect::removeLine(std::string_view, Line const& line, uint32_t end) const
+{
+    return {line.begin, end, {}};
+}
+
+}  // namespace zlines

@@ -1,0 +1,98 @@
+// dialect: how the lines of a file are recognised, and how names and values are spelled.
+//
+// The difference writer calls a dialect for everything that depends on the format. A dialect has no
+// state; a single object serves all files and threads. The results are views of the text or of
+// `space`, a string of the caller that the next call overwrites.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "line.h"
+
+namespace zlines {
+
+// The replacement of a range of bytes.
+struct Replacement {
+    uint32_t begin;
+    uint32_t end;
+    std::string text;
+};
+
+class Dialect {
+public:
+    Dialect() = default;
+    Dialect(Dialect const&) = delete;
+    Dialect& operator=(Dialect const&) = delete;
+    virtual ~Dialect() = default;
+
+    // --- reading
+
+    /// Appends the lines of `text` to `lines`. Each begins where the one before it ends; the first
+    /// may begin after a byte order mark. Refuses nothing: an invalid line is an otherLine.
+    virtual void split(std::string_view text, std::vector<Line>& lines) const = 0;
+
+    /// Return the name of a header or of a key line, as the cache compares it.
+    virtual std::string_view stanzaName(std::string_view text, Line const& header,
+                                        std::string& space) const;
+    virtual std::string_view keyName(std::string_view text, Line const& line,
+                                     std::string& space) const;
+
+    /// Return a name of the cache as it is compared with the names above.
+    virtual std::string_view comparableStanza(std::string_view name, std::string& space) const;
+    virtual std::string_view comparableKey(std::string_view name, std::string& space) const;
+
+    /// Returns the value of a valueLine.
+    virtual std::string_view value(std::string_view text, Line const& line,
+                                   std::string& space) const;
+
+    /// Returns a comment of the cache without its mark, and without whitespace around the rest.
+    virtual std::string_view commentText(std::string_view comment) const = 0;
+
+    /// Returns whether a key can have an empty value. Otherwise empty values are not written.
+    virtual bool hasEmptyValues() const { return true; }
+
+    /// Returns the stanza of the keys above the first header; empty if there are no such keys.
+    virtual std::string_view topStanza() const { return {}; }
+
+    // --- spelling
+
+    /// Return the dialect's own style, for a file that shows none.
+    virtual std::string_view ownSeparator() const = 0;
+    virtual std::string_view ownComment() const = 0;  // the mark of a comment
+
+    /// Returns the bytes that separate a key from its value.
+    virtual std::string_view separatorBytes() const = 0;
+
+    /// Returns the maximum length of a line, without its line ending.
+    virtual size_t maxLineLength() const = 0;
+
+    virtual void appendHeader(std::string_view name, std::string& out) const = 0;
+    virtual void appendKey(std::string_view name, std::string& out) const { out += name; }
+
+    /// Returns the number of spellings of a value: plain, escaped, quoted and so on. The writer
+    /// takes the first that reads back in its line.
+    virtual unsigned spellingCount() const { return 1; }
+    virtual void appendValue(std::string_view value, unsigned spelling, std::string& out) const;
+
+    /// Returns how a new line of a key without a value continues after the key, if the lines around
+    /// it have `separator`.
+    virtual std::string keyOnlyEnd(std::string_view separator) const = 0;
+
+    /// Returns the change that gives the key of `line` another value. The default replaces the
+    /// bytes of the value only.
+    virtual Replacement replaceValue(std::string_view text, Line const& line,
+                                     std::string_view value, unsigned spelling) const;
+
+    /// Returns the change that leaves the key of a valueLine without a value.
+    virtual Replacement removeValue(std::string_view text, Line const& line) const;
+
+    /// Returns the change that removes a key line, which ends at `end`.
+    virtual Replacement removeLine(std::string_view text, Line const& line, uint32_t end) const;
+};
+
+}  // namespace zlines

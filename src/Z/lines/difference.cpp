@@ -1,0 +1,195 @@
+#include "difference.h"
+
+#include <new>
+
+namespace zlines {
+
+namespace {
+
+// Returns whether a key has no line: its values are in the companion.
+bool isWithoutLine(Entry const& entry)
+{
+    return !entry.isComment && entry.valueCount == 0 && !entry.needsLine;
+}
+
+}  // namespace
+
+Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document)
+    : text_(text), dialect_(dialect), document_(document), outline_(text, dialect), edits_(text)
+{
+    matchStanzas();
+    removeStanzas();
+    for (uint32_t i = 0; i < readOf_.size(); ++i) {
+        if (readOf_[i] == kNone || (i > 0 && readOf_[i] == 0))
+            continue;
+        stanzaName_ = document.stanzas[i].name;
+        Entries const entries = entriesOf(i);
+        if (!compareInOrder(entries, outline_.stanzas()[readOf_[i]]))
+            reordered_.push_back({i, readOf_[i], entries, {}});
+    }
+    if (!reordered_.empty()) {
+        isMatched_.resize(outline_.lines().size());
+        gone_.resize(outline_.lines().size());
+        for (Reordered& stanza : reordered_)
+            matchComments(stanza);
+        matchRemainingComments();
+    }
+    auto next = reordered_.begin();
+    for (uint32_t i = 0; i < readOf_.size(); ++i) {
+        stanzaName_ = document.stanzas[i].name;
+        if (readOf_[i] == kNone) {
+            appendStanza(i);
+        } else if (next != reordered_.end() && next->stanza == i) {
+            compareKeys(*next);
+            removeUnmatchedComments(*next);
+            place(*next);
+            ++next;
+        }
+    }
+}
+
+void Difference::matchStanzas()
+{
+    readOf_.resize(document_.stanzas.size(), kNone);
+    readOf_[0] = 0;
+    outline_.stanzas()[0].isKept = true;
+    for (uint32_t i = 1; i < readOf_.size(); ++i) {
+        std::string_view const name =
+            dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
+        uint32_t const read = outline_.find(name, i);
+        if (read == kNone || (read != 0 && outline_.stanzas()[read].isKept))
+            continue;  // a second stanza of that name could not be found: it is appended
+        readOf_[i] = read;
+        outline_.stanzas()[read].isKept = true;
+    }
+}
+
+void Difference::removeStanzas()
+{
+    auto const end = static_cast<uint32_t>(outline_.lines().size());
+    for (ReadStanza const& stanza : outline_.stanzas()) {
+        if (stanza.isKept)
+            continue;
+        gone_.resize(end);
+        record(stanza.name, {}, {});
+        for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
+            Section const& section = outline_.sections()[i];
+            for (uint32_t line = section.header; line < section.end; ++line)
+                gone_[line] = true;
+            edits_.replace({outline_.lines()[section.header].begin,
+                            section.end == end ? static_cast<uint32_t>(text_.size())
+                                               : outline_.lines()[section.end].begin,
+                            {}});
+        }
+    }
+}
+
+// Returns the entries of a stanza. If a stanza has the keys above the first header, its entries
+// follow the comments there.
+Difference::Entries Difference::entriesOf(uint32_t stanza)
+{
+    auto const of = [&](Stanza const& part) {
+        return Entries(document_.entries).subspan(part.firstEntry, part.entryCount);
+    };
+    if (stanza != 0 || dialect_.topStanza().empty())
+        return of(document_.stanzas[stanza]);
+    for (uint32_t i = 0; i < readOf_.size(); ++i)
+        if (readOf_[i] == 0)
+            for (Entry const& entry : of(document_.stanzas[i]))
+                topEntries_.push_back(entry);
+    return topEntries_;
+}
+
+bool Difference::hasKey(Entry const& entry, uint32_t line)
+{
+    return dialect_.comparableKey(entry.text, nameSpace_) == outline_.keyName(line, keySpace_);
+}
+
+// Compares lines and entries pairwise, and replaces values. Returns false, and changes nothing, if
+// their order differs.
+bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
+{
+    size_t const count = edits_.count();
+    bool const hadFirst = hasFirst_;
+    auto const fail = [&] {
+        edits_.truncate(count);
+        hasFirst_ = hadFirst;
+        return false;
+    };
+    size_t next = 0;
+    auto const skipTo = [&](auto isWanted) {
+        while (next < entries.size() && isWithoutLine(entries[next]) && !isWanted(entries[next]))
+            ++next;
+        return next < entries.size() && isWanted(entries[next]);
+    };
+    for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next) {
+        Section const& section = outline_.sections()[i];
+        for (uint32_t line = section.first; line < section.end;) {
+            if (outline_.lines()[line].kind == commentLine) {
+                if (!skipTo([](Entry const& entry) { return entry.isComment; }) ||
+                    dialect_.commentText(entries[next].text) != outline_.comment(line))
+                    return fail();
+                ++next, ++line;
+            } else if (outline_.lines()[line].isKey()) {
+                if (!skipTo([&](Entry const& entry) {
+                        return !entry.isComment && hasKey(entry, line);
+                    }) ||
+                    !compareKey(entries[next], line, section.end))
+                    return fail();
+                ++next;
+            } else {
+                ++line;
+            }
+        }
+    }
+    skipTo([](Entry const&) { return false; });
+    return next == entries.size() ? true : fail();
+}
+
+// Compares the lines of one key from `line` on with its values, and stores the first line of
+// another key. Returns false if the numbers of values differ, or if several values do.
+bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
+{
+    uint32_t const first = line;
+    uint32_t count = 0;
+    for (; line < end && outline_.lines()[line].isKey() && hasKey(entry, line); ++line)
+        count += outline_.lines()[line].kind == valueLine ? 1 : 0;
+    if (count != entry.valueCount)
+        return false;
+    for (uint32_t at = first, index = 0; at < line; ++at) {
+        if (outline_.lines()[at].kind != valueLine)
+            continue;
+        std::string_view const value = valueOf(entry, index++);
+        if (outline_.value(at, valueSpace_) == value)
+            continue;
+        if (count > 1)
+            return false;
+        setValue(at, value);
+    }
+    return true;
+}
+
+void Difference::record(std::string_view stanza, std::string_view key, std::string_view value)
+{
+    if (hasFirst_)
+        return;
+    hasFirst_ = true;
+    first_ = {std::string(stanza), std::string(key), std::string(value)};
+}
+
+bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
+             std::string& out)
+{
+    Difference difference(text, dialect, document);
+    if (difference.isEmpty())
+        return false;
+    out = difference.compose();
+    if (out.size() >= kNone)
+        throw std::bad_alloc();
+    Difference const remaining(out, dialect, document);
+    if (!remaining.isEmpty())
+        throw remaining.first();
+    return true;
+}
+
+}  // namespace zlines

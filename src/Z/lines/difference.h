@@ -1,0 +1,140 @@
+// difference: the smallest change that gives the text of a file the contents of a document.
+//
+// Nothing is recorded while values change: the values of each key in the text are compared with
+// those in the document, and the two lists are aligned. Lines whose values stay are copied byte for
+// byte. Stanzas and keys of the text keep their places.
+//
+// A stanza whose lines and entries are in the same order is compared line by line. For any other
+// stanza the keys of the text are looked up in an index, which takes longer.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "document.h"
+#include "edits.h"
+#include "outline.h"
+#include "style.h"
+
+namespace zlines {
+
+// A name, value or comment that no line of the format can hold. Empty parts do not apply.
+struct Refusal {
+    std::string stanza;
+    std::string key;
+    std::string value;
+};
+
+class Difference {
+public:
+    /// range   the arguments outlive the object.
+    Difference(std::string_view text, Dialect const& dialect, Document const& document);
+
+    bool isEmpty() const { return edits_.count() == 0; }
+    std::string compose() { return edits_.compose(); }
+
+    /// Returns the place of the first difference.
+    Refusal const& first() const { return first_; }
+
+private:
+    using Entries = std::span<Entry const>;
+
+    // The lines of a key in the text, in order.
+    struct KeyLines {
+        std::vector<uint32_t> lines;
+        bool isKept = false;  // the document has the key
+    };
+    using KeyIndex = std::unordered_map<std::string_view, KeyLines>;
+
+    // A stanza that is not in the order of the text.
+    struct Reordered {
+        uint32_t stanza;  // of the document
+        uint32_t read;    // of the text
+        Entries entries;
+        std::vector<uint32_t> lineOf;  // of each entry: its comment or first key line, or kNone
+    };
+
+    struct NewComment {
+        std::string_view text;
+        bool isBelowBlank;
+    };
+
+    // The position at which the next new line of a stanza is inserted.
+    struct Placement {
+        uint32_t position;
+        uint32_t after;  // the line above, or kNone
+        bool isAfterKey = false;
+        std::vector<NewComment> comments = {};  // that belong to the next line
+    };
+
+    void matchStanzas();
+    void removeStanzas();
+    Entries entriesOf(uint32_t stanza);
+
+    bool compareInOrder(Entries entries, ReadStanza const& read);
+    bool compareKey(Entry const& entry, uint32_t& line, uint32_t end);
+    bool hasKey(Entry const& entry, uint32_t line);
+
+    // difference_values.cpp
+    void compareKeys(Reordered& stanza);
+    void compareValues(Entry const& entry, std::vector<uint32_t> const& lines);
+    void alignValues(Entry const& entry, std::vector<uint32_t> const& read);
+    void removeValues(Entry const& entry, std::vector<uint32_t> const& lines);
+    std::string_view valueOf(Entry const& entry, size_t index) const;
+    void setValue(uint32_t line, std::string_view value);
+    void removeLine(uint32_t line);
+    void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
+    void keepCommentColumn(uint32_t line, Replacement& change) const;
+    bool readsBack(std::string_view line, uint32_t above, uint32_t below, std::string_view key,
+                   std::string_view value) const;
+
+    // difference_lines.cpp
+    void matchComments(Reordered& stanza);
+    void matchRemainingComments();
+    void removeUnmatchedComments(Reordered const& stanza);
+    void place(Reordered const& stanza);
+    void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
+    void placeRemainingComments(Reordered const& stanza, Placement& at);
+    void insertComments(Placement& at, uint32_t position, uint32_t after, bool needsBlankBelow);
+    void appendComments(std::vector<NewComment> const& comments, uint32_t after, bool isAtBlank,
+                        std::string& out) const;
+    uint32_t lastKeyLine(ReadStanza const& read) const;
+    void appendKey(Section const& section, uint32_t after, Entry const& entry,
+                   std::string& out) const;
+    void appendLine(Style const& style, std::string_view key, std::string_view value,
+                    uint32_t after, std::string& out) const;
+    void appendStanza(uint32_t stanza);
+
+    void record(std::string_view stanza, std::string_view key, std::string_view value);
+    bool isGone(uint32_t line) const { return !gone_.empty() && gone_[line]; }
+    bool isBlank(uint32_t line) const { return outline_.lines()[line].kind == blankLine; }
+
+    std::string_view const text_;
+    Dialect const& dialect_;
+    Document const& document_;
+    Outline outline_;
+    Edits edits_;
+    Refusal first_;
+    bool hasFirst_ = false;
+    std::string_view stanzaName_;    // that is compared, for first_
+    std::vector<Entry> topEntries_;  // of both stanzas for the lines above the first header
+    std::vector<uint32_t> readOf_;   // of each stanza of the document: its stanza in the text
+    std::vector<Reordered> reordered_;
+    std::vector<bool> gone_;           // lines that are removed; empty: none
+    std::vector<bool> isMatched_;      // comments of the text that the document has
+    std::vector<NewComment> carried_;  // above the header of the next new stanza
+    bool isAppended_ = false;          // a stanza was appended
+    std::string keySpace_;
+    std::string nameSpace_;
+    std::string valueSpace_;
+};
+
+/// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
+/// throws  Refusal if a part of the document would not read back.
+bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
+             std::string& out);
+
+}  // namespace zlines

@@ -1,0 +1,324 @@
+// New lines: comments, keys and stanzas of the document that the text does not have.
+
+#include <algorithm>
+#include <deque>
+
+#include "difference.h"
+
+namespace zlines {
+
+namespace {
+
+// The lines of comments by their text, and by the name of the key below them.
+using CommentIndex = std::unordered_map<std::string, std::deque<uint32_t>>;
+
+uint32_t take(CommentIndex& index, std::string const& key)
+{
+    auto const found = index.find(key);
+    if (found == index.end() || found->second.empty())
+        return kNone;
+    uint32_t const line = found->second.front();
+    found->second.pop_front();
+    return line;
+}
+
+std::string joined(std::string_view key, std::string_view comment)
+{
+    return std::string(key) + '\n' + std::string(comment);
+}
+
+}  // namespace
+
+// Finds the comments of a stanza in the text: first above the same key, then anywhere in the
+// stanza.
+void Difference::matchComments(Reordered& stanza)
+{
+    stanza.lineOf.assign(stanza.entries.size(), kNone);
+    ReadStanza const& read = outline_.stanzas()[stanza.read];
+    std::vector<uint32_t> comments;
+    CommentIndex aboveKey;
+    for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next) {
+        Section const& section = outline_.sections()[i];
+        std::string key;
+        std::vector<std::pair<std::string, uint32_t>> found;  // from the last to the first
+        for (uint32_t line = section.end; line-- > section.first;) {
+            if (outline_.lines()[line].isKey()) {
+                key = outline_.keyName(line, keySpace_);
+            } else if (outline_.lines()[line].kind == commentLine) {
+                found.emplace_back(joined(key, outline_.comment(line)), line);
+                comments.push_back(line);
+            }
+        }
+        for (auto at = found.rbegin(); at != found.rend(); ++at)
+            aboveKey[at->first].push_back(at->second);
+    }
+    std::string key;
+    std::vector<std::string> keys(stanza.entries.size());  // below each comment
+    for (size_t i = stanza.entries.size(); i-- > 0;) {
+        if (stanza.entries[i].isComment)
+            keys[i] = key;
+        else
+            key = dialect_.comparableKey(stanza.entries[i].text, nameSpace_);
+    }
+    auto const match = [&](size_t entry, uint32_t line) {
+        stanza.lineOf[entry] = line;
+        if (line != kNone)
+            isMatched_[line] = true;
+    };
+    for (size_t i = 0; i < stanza.entries.size(); ++i)
+        if (stanza.entries[i].isComment)
+            match(i, take(aboveKey, joined(keys[i], dialect_.commentText(stanza.entries[i].text))));
+
+    CommentIndex anywhere;
+    std::sort(comments.begin(), comments.end());
+    for (uint32_t const line : comments)
+        if (!isMatched_[line])
+            anywhere[std::string(outline_.comment(line))].push_back(line);
+    for (size_t i = 0; i < stanza.entries.size() && !anywhere.empty(); ++i)
+        if (stanza.entries[i].isComment && stanza.lineOf[i] == kNone)
+            match(i, take(anywhere, std::string(dialect_.commentText(stanza.entries[i].text))));
+}
+
+// Finds the remaining comments in other stanzas: if several headers have one name, the lines above
+// the second belong to different stanzas in the text and in the document.
+void Difference::matchRemainingComments()
+{
+    CommentIndex anywhere;
+    for (Reordered const& stanza : reordered_)
+        for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
+             i = outline_.sections()[i].next)
+            for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
+                 ++line)
+                if (outline_.lines()[line].kind == commentLine && !isMatched_[line])
+                    anywhere[std::string(outline_.comment(line))].push_back(line);
+    if (anywhere.empty())
+        return;
+    for (Reordered& stanza : reordered_) {
+        for (size_t i = 0; i < stanza.entries.size(); ++i) {
+            if (!stanza.entries[i].isComment || stanza.lineOf[i] != kNone)
+                continue;
+            uint32_t const line =
+                take(anywhere, std::string(dialect_.commentText(stanza.entries[i].text)));
+            if (line == kNone)
+                continue;
+            stanza.lineOf[i] = line;
+            isMatched_[line] = true;
+        }
+    }
+}
+
+void Difference::removeUnmatchedComments(Reordered const& stanza)
+{
+    for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
+         i = outline_.sections()[i].next)
+        for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
+             ++line)
+            if (outline_.lines()[line].kind == commentLine && !isMatched_[line])
+                removeLine(line);
+}
+
+// Returns the last key line of a stanza that stays; kNone if there is no such line.
+uint32_t Difference::lastKeyLine(ReadStanza const& read) const
+{
+    uint32_t last = kNone;
+    for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next)
+        for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
+             ++line)
+            if (outline_.lines()[line].isKey() && !isGone(line))
+                last = line;
+    return last;
+}
+
+// Inserts the new comments and keys of a stanza. Each is placed after the entry before it or, if a
+// comment is directly above a key of the text, above that key.
+void Difference::place(Reordered const& stanza)
+{
+    std::vector<Line> const& lines = outline_.lines();
+    Section const& section = outline_.sections()[outline_.stanzas()[stanza.read].firstSection];
+    Placement at{lines.empty() ? 0 : lines[0].begin, kNone};
+    if (section.header != kNone)
+        at = {outline_.endOf(section.header), section.header};
+    size_t lastKnown = 0;  // one past the last entry that has a key line
+    for (size_t i = 0; i < stanza.entries.size(); ++i)
+        if (!stanza.entries[i].isComment && stanza.lineOf[i] != kNone)
+            lastKnown = i + 1;
+    for (size_t i = 0; i < stanza.entries.size(); ++i) {
+        Entry const& entry = stanza.entries[i];
+        uint32_t const line = stanza.lineOf[i];
+        if (line == kNone) {
+            if (entry.isComment)
+                at.comments.push_back({entry.text, entry.isBelowBlank});
+            else if (entry.valueCount > 0 || entry.needsLine)
+                placeKey(stanza, entry, i >= lastKnown, at);
+            continue;
+        }
+        if (!at.comments.empty() && !entry.isComment && !entry.isBelowBlank)
+            insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, false);
+        else if (!at.comments.empty())
+            insertComments(at, at.position, at.after, entry.isBelowBlank);
+        at.position = outline_.endOf(line);
+        at.after = line;
+        at.isAfterKey = !entry.isComment;
+    }
+    if (!at.comments.empty())
+        placeRemainingComments(stanza, at);
+}
+
+// Inserts the lines of a new key, and the new comments above it.
+void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
+{
+    // The key before it may have further lines.
+    uint32_t const last =
+        isLast && at.isAfterKey ? lastKeyLine(outline_.stanzas()[stanza.read]) : kNone;
+    if (last != kNone) {
+        at.position = outline_.endOf(last);
+        at.after = last;
+    }
+    uint32_t sectionIndex = outline_.stanzas()[stanza.read].firstSection;
+    for (uint32_t i = sectionIndex; i != kNone; i = outline_.sections()[i].next)
+        if (at.after != kNone && at.after >= outline_.sections()[i].first &&
+            at.after < outline_.sections()[i].end)
+            sectionIndex = i;
+    std::string lines;
+    appendComments(at.comments, at.after, at.after == kNone || isBlank(at.after), lines);
+    at.comments.clear();
+    appendKey(outline_.sections()[sectionIndex], at.after, entry, lines);
+    record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
+    edits_.insertLines(at.position, std::move(lines),
+                       at.after == kNone ? "\n" : outline_.lineEndingOf(at.after), Edits::newLines);
+}
+
+// Inserts new comments at the end of a stanza: above the next header or, if a blank line is between
+// them, after the entry before them.
+void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
+{
+    size_t const next = stanza.stanza + size_t{1};
+    if (next < readOf_.size() && readOf_[next] == kNone) {
+        carried_ = std::move(at.comments);
+        return;
+    }
+    bool const isAboveHeader =
+        next < readOf_.size() && readOf_[next] != 0 && !document_.stanzas[next].isBelowBlank;
+    if (!isAboveHeader) {
+        insertComments(at, at.position, at.after,
+                       next < readOf_.size() && document_.stanzas[next].isBelowBlank);
+        return;
+    }
+    uint32_t const header =
+        outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
+    insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1, false);
+}
+
+void Difference::insertComments(Placement& at, uint32_t position, uint32_t after,
+                                bool needsBlankBelow)
+{
+    std::string lines;
+    appendComments(at.comments, after, after == kNone || isBlank(after), lines);
+    std::string_view const ending = after == kNone && outline_.lines().empty()
+                                        ? std::string_view("\n")
+                                        : outline_.lineEndingOf(after == kNone ? 0 : after);
+    uint32_t const below = after == kNone ? 0 : after + 1;
+    if (needsBlankBelow && below < outline_.lines().size() && !isBlank(below))
+        lines += ending;
+    record(stanzaName_, {}, at.comments.front().text);
+    edits_.insertLines(position, std::move(lines), ending, Edits::newLines);
+    at.comments.clear();
+}
+
+void Difference::appendComments(std::vector<NewComment> const& comments, uint32_t after,
+                                bool isAtBlank, std::string& out) const
+{
+    for (NewComment const& comment : comments) {
+        if (comment.isBelowBlank && !isAtBlank)
+            out += after == kNone ? std::string_view("\n") : outline_.lineEndingOf(after);
+        appendComment(outline_, after, comment.text, out);
+        isAtBlank = false;
+    }
+}
+
+void Difference::appendKey(Section const& section, uint32_t after, Entry const& entry,
+                           std::string& out) const
+{
+    std::string key;
+    dialect_.appendKey(entry.text, key);
+    Style const style = styleAfter(outline_, section, after, key);
+    if (entry.valueCount == 0) {
+        out += style.indent;
+        out += key;
+        out += dialect_.keyOnlyEnd(separatorFor(style, key.size()));
+        out += style.lineEnding;
+    }
+    for (size_t i = 0; i < entry.valueCount; ++i)
+        appendLine(style, key, valueOf(entry, i), after, out);
+}
+
+// Appends the line of a key with a value, inserted after the line `after`.
+void Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
+                            uint32_t after, std::string& out) const
+{
+    std::string space;
+    std::string line;
+    for (unsigned spelling = 0;; ++spelling) {
+        std::string spelled;
+        dialect_.appendValue(value, spelling, spelled);
+        std::string const separator = separatorFor(style, key.size());
+        line = style.indent;
+        line += key;
+        line += separator;
+        line += spelled;
+        // Too long with the spaces of its neighbours, a line does without.
+        if (line.size() > dialect_.maxLineLength()) {
+            line = key;
+            line += separator[separator.find_first_of(dialect_.separatorBytes())];
+            line += spelled;
+        }
+        line += style.lineEnding;
+        bool const isLast = spelling + 1 >= dialect_.spellingCount();
+        Line const whole{0, valueLine, 0, static_cast<uint32_t>(key.size()), 0, 0};
+        if (isLast || readsBack(line, after, after == kNone ? 0 : after + 1,
+                                dialect_.keyName(key, whole, space), value))
+            break;
+    }
+    out += line;
+}
+
+// Appends a stanza that the text does not have, and the comments above its header.
+void Difference::appendStanza(uint32_t index)
+{
+    Stanza const& stanza = document_.stanzas[index];
+    auto const count = static_cast<uint32_t>(outline_.lines().size());
+    uint32_t const last = count == 0 ? kNone : count - 1;
+    std::string_view const ending = last == kNone ? "\n" : outline_.lineEndingOf(last);
+    bool isAtBlank = !isAppended_ && (last == kNone || isBlank(last));
+    std::string lines;
+    auto const addBlank = [&](bool isWanted) {
+        if (isWanted && !isAtBlank)
+            lines += ending;
+        isAtBlank = false;
+    };
+    record(stanza.name, {}, {});
+    if (!carried_.empty()) {
+        appendComments(carried_, last, isAtBlank, lines);
+        carried_.clear();
+        isAtBlank = false;
+    }
+    addBlank(stanza.isBelowBlank);
+    dialect_.appendHeader(stanza.name, lines);
+    lines += ending;
+    Section const end{kNone, count, count, kNone};
+    for (uint32_t i = 0; i < stanza.entryCount; ++i) {
+        Entry const& entry = document_.entries[stanza.firstEntry + i];
+        if (!entry.isComment && entry.valueCount == 0 && !entry.needsLine)
+            continue;
+        addBlank(entry.isBelowBlank);
+        if (entry.isComment)
+            appendComment(outline_, last, entry.text, lines);
+        else
+            appendKey(end, last, entry, lines);
+    }
+    edits_.insertLines(static_cast<uint32_t>(text_.size()), std::move(lines), ending,
+                       Edits::newLines);
+    isAppended_ = true;
+}
+
+}  // namespace zlines

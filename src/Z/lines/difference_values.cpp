@@ -1,0 +1,205 @@
+// The keys of a stanza: their lines in the text are found by name, and their values aligned.
+
+#include <algorithm>
+
+#include "alignment.h"
+#include "difference.h"
+
+namespace zlines {
+
+std::string_view Difference::valueOf(Entry const& entry, size_t index) const
+{
+    return document_.values[entry.firstValue + index];
+}
+
+void Difference::compareKeys(Reordered& stanza)
+{
+    KeyIndex keys;
+    ReadStanza const& read = outline_.stanzas()[stanza.read];
+    auto const forEachKeyLine = [&](auto call) {
+        for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next)
+            for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
+                 ++line)
+                if (outline_.lines()[line].isKey())
+                    call(line);
+    };
+    forEachKeyLine([&](uint32_t line) {
+        std::string_view const name = outline_.keyName(line, keySpace_);
+        auto found = keys.find(name);
+        if (found == keys.end())
+            found = keys.emplace(outline_.keep(name, keySpace_), KeyLines()).first;
+        found->second.lines.push_back(line);
+    });
+    for (size_t i = 0; i < stanza.entries.size(); ++i) {
+        Entry const& entry = stanza.entries[i];
+        if (entry.isComment)
+            continue;
+        auto const found = keys.find(dialect_.comparableKey(entry.text, nameSpace_));
+        if (found == keys.end() || found->second.isKept)
+            continue;
+        found->second.isKept = true;
+        stanza.lineOf[i] = found->second.lines.front();
+        compareValues(entry, found->second.lines);
+    }
+    forEachKeyLine([&](uint32_t line) {
+        if (!keys.find(outline_.keyName(line, keySpace_))->second.isKept)
+            removeLine(line);
+    });
+}
+
+void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& lines)
+{
+    std::vector<uint32_t> read;  // lines with a value
+    for (uint32_t const line : lines)
+        if (outline_.lines()[line].kind == valueLine)
+            read.push_back(line);
+    if (entry.valueCount == 0) {
+        removeValues(entry, lines);
+    } else if (read.empty()) {
+        setValue(lines.front(), valueOf(entry, 0));
+        for (size_t i = 1; i < entry.valueCount; ++i)
+            insertValue(lines.front(), outline_.endOf(lines.front()), Edits::valuesOfLineAbove,
+                        valueOf(entry, i));
+    } else {
+        alignValues(entry, read);
+    }
+}
+
+// Leaves a key without values. One line stays, unless the values are in the companion.
+void Difference::removeValues(Entry const& entry, std::vector<uint32_t> const& lines)
+{
+    bool needsLine = entry.needsLine;
+    for (uint32_t const line : lines)
+        needsLine = needsLine && outline_.lines()[line].kind == valueLine;
+    for (uint32_t const line : lines) {
+        if (outline_.lines()[line].kind != valueLine)
+            continue;
+        if (needsLine) {
+            record(stanzaName_, entry.text, {});
+            edits_.replace(dialect_.removeValue(text_, outline_.lines()[line]));
+        } else {
+            removeLine(line);
+        }
+        needsLine = false;
+    }
+}
+
+void Difference::alignValues(Entry const& entry, std::vector<uint32_t> const& read)
+{
+    std::vector<std::string_view> before;
+    std::vector<std::string_view> after;
+    for (uint32_t const line : read)
+        before.push_back(outline_.keep(outline_.value(line, valueSpace_), valueSpace_));
+    for (size_t i = 0; i < entry.valueCount; ++i)
+        after.push_back(valueOf(entry, i));
+    auto pairs = align(before, after);
+    pairs.push_back({static_cast<uint32_t>(before.size()), static_cast<uint32_t>(after.size())});
+
+    uint32_t nextRead = 0;
+    uint32_t nextValue = 0;
+    uint32_t last = kNone;  // the line above a new value
+    for (auto const& [read_, value] : pairs) {
+        while (nextRead < read_ && nextValue < value) {
+            last = read[nextRead];
+            setValue(read[nextRead++], after[nextValue++]);
+        }
+        while (nextRead < read_)
+            removeLine(read[nextRead++]);
+        for (; nextValue < value; ++nextValue) {
+            if (last != kNone)
+                insertValue(last, outline_.endOf(last), Edits::valuesOfLineAbove, after[nextValue]);
+            else
+                insertValue(read[0], outline_.lines()[read[0]].begin, Edits::valuesOfLineBelow,
+                            after[nextValue]);
+        }
+        if (read_ == before.size())
+            break;
+        last = read[read_];
+        ++nextRead, ++nextValue;
+    }
+}
+
+void Difference::setValue(uint32_t line, std::string_view value)
+{
+    std::string const key(outline_.keyName(line, keySpace_));
+    record(stanzaName_, key, value);
+    Line const& record = outline_.lines()[line];
+    for (unsigned spelling = 0;; ++spelling) {
+        Replacement change = dialect_.replaceValue(text_, record, value, spelling);
+        keepCommentColumn(line, change);
+        std::string changed(slice(text_, record.begin, change.begin));
+        changed += change.text;
+        changed += slice(text_, change.end, outline_.endOf(line));
+        bool const isLast = spelling + 1 >= dialect_.spellingCount();
+        if (isLast || readsBack(changed, line == 0 ? kNone : line - 1, line + 1, key, value)) {
+            edits_.replace(std::move(change));
+            return;
+        }
+    }
+}
+
+// Two or more spaces before a comment after the value give way, so that the comment stays in its
+// column.
+void Difference::keepCommentColumn(uint32_t line, Replacement& change) const
+{
+    std::string_view const rest = slice(text_, change.end, outline_.endOf(line));
+    size_t const spaces = rest.find_first_not_of(' ');
+    if (spaces == std::string_view::npos || spaces < 2 || rest[spaces] == '\r' ||
+        rest[spaces] == '\n' || rest[spaces] == '\0')
+        return;
+    size_t const width = change.end - change.begin + spaces;
+    change.end += static_cast<uint32_t>(spaces);
+    change.text.append(width > change.text.size() ? width - change.text.size() : 1, ' ');
+}
+
+void Difference::removeLine(uint32_t line)
+{
+    if (outline_.lines()[line].isKey())
+        record(stanzaName_, outline_.keyName(line, keySpace_), {});
+    else
+        record(stanzaName_, {}, outline_.comment(line));
+    gone_[line] = true;
+    edits_.replace(dialect_.removeLine(text_, outline_.lines()[line], outline_.endOf(line)));
+}
+
+// Inserts a line for a further value of a key, in the style of the line `model`.
+void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order order,
+                             std::string_view value)
+{
+    record(stanzaName_, outline_.keyName(model, keySpace_), value);
+    Style const style = styleOf(outline_, model);
+    std::string line;
+    appendLine(style, outline_.spelledName(model), value,
+               order == Edits::valuesOfLineAbove ? model
+               : model == 0                      ? kNone
+                                                 : model - 1,
+               line);
+    edits_.insertLines(position, std::move(line), style.lineEnding, order);
+}
+
+// Returns whether a line between the lines `above` and `below` reads as a key with a value, and
+// leaves the line below as it is.
+bool Difference::readsBack(std::string_view line, uint32_t above, uint32_t below,
+                           std::string_view key, std::string_view value) const
+{
+    std::string sample;
+    if (above != kNone)
+        sample = slice(text_, outline_.lines()[above].begin, outline_.endOf(above));
+    auto const begin = static_cast<uint32_t>(sample.size());
+    sample += line;
+    auto const end = static_cast<uint32_t>(sample.size());
+    if (below < outline_.lines().size())
+        sample += slice(text_, outline_.lines()[below].begin, outline_.endOf(below));
+    std::vector<Line> lines;
+    dialect_.split(sample, lines);
+    auto const found = std::find_if(lines.begin(), lines.end(), [&](Line const& candidate) {
+        return candidate.begin == begin;
+    });
+    std::string space;
+    return found != lines.end() && found->kind == valueLine &&
+           dialect_.keyName(sample, *found, space) == key &&
+           dialect_.value(sample, *found, space) == value &&
+           (found + 1 == lines.end() ? sample.size() == end : found[1].begin == end);
+}
+
+}  // namespace zlines

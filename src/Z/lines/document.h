@@ -1,0 +1,69 @@
+// document: the stanzas, keys, values and comments that a file must have.
+#pragma once
+
+#include <stdint.h>
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zlines {
+
+// A comment, or a key with its values.
+struct Entry {
+    std::string_view text;  // the key, or the whole comment
+    uint32_t firstValue;    // of Document::values
+    uint32_t valueCount;
+    bool isComment;
+    bool isBelowBlank;  // a blank line is above it
+    bool needsLine;     // without values the key has a line, too
+};
+
+struct Stanza {
+    std::string_view name;
+    uint32_t firstEntry;
+    uint32_t entryCount;
+    bool isBelowBlank;
+};
+
+struct Document {
+    std::vector<Stanza> stanzas;  // the first has no header: the comments at the start
+    std::vector<Entry> entries;
+    std::vector<std::string_view> values;
+    std::deque<std::string> owned;  // strings that the views above refer to, if nothing else does
+
+    Document() { stanzas.push_back({{}, 0, 0, false}); }
+    Document(Document const&) = delete;
+    Document& operator=(Document const&) = delete;
+
+    void addStanza(std::string_view name, bool isBelowBlank)
+    {
+        stanzas.push_back({name, static_cast<uint32_t>(entries.size()), 0, isBelowBlank});
+    }
+
+    void addComment(std::string_view comment, bool isBelowBlank)
+    {
+        entries.push_back({comment, 0, 0, true, isBelowBlank, false});
+        ++stanzas.back().entryCount;
+    }
+
+    // Values that are added next belong to this key.
+    void addKey(std::string_view key, bool isBelowBlank)
+    {
+        entries.push_back(
+            {key, static_cast<uint32_t>(values.size()), 0, false, isBelowBlank, true});
+        ++stanzas.back().entryCount;
+    }
+
+    void addValue(std::string_view value)
+    {
+        values.push_back(value);
+        ++entries.back().valueCount;
+    }
+
+    /// Returns a copy that lives as long as the document.
+    std::string_view own(std::string_view text) { return owned.emplace_back(text); }
+};
+
+}  // namespace zlines

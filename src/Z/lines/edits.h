@@ -1,0 +1,55 @@
+// edits: changes of ranges of bytes, and the text after them.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "dialect.h"
+
+namespace zlines {
+
+class Edits {
+public:
+    // The order of insertions at one position. Insertions of one kind keep their order.
+    enum Order { valuesOfLineAbove, newLines, valuesOfLineBelow, changes };
+
+    explicit Edits(std::string_view text) : text_(text) {}
+
+    void replace(Replacement change) { edits_.push_back({std::move(change), changes, "\n"}); }
+
+    /// Inserts lines, each with its line ending, at the start of a line.
+    /// range   `lineEnding` ends the line before, if it is the last line and has none.
+    void insertLines(uint32_t position, std::string lines, std::string_view lineEnding, Order order)
+    {
+        edits_.push_back({{position, position, std::move(lines)}, order, lineEnding});
+    }
+
+    size_t count() const { return edits_.size(); }
+
+    /// Drops the edits after the first `count`.
+    void truncate(size_t count)
+    {
+        edits_.erase(edits_.begin() + static_cast<ptrdiff_t>(count), edits_.end());
+    }
+
+    /// Returns the text after all edits. It ends with a line ending if the old text does, or if the
+    /// old text is empty.
+    std::string compose();
+
+private:
+    struct Edit {
+        Replacement change;
+        Order order;
+        std::string_view lineEnding;
+    };
+
+    std::string_view text_;
+    std::vector<Edit> edits_;
+};
+
+}  // namespace zlines

@@ -1,0 +1,39 @@
+// line: a line of a file as read, by the positions of its parts.
+#pragma once
+
+#include <stdint.h>
+
+#include <string_view>
+
+namespace zlines {
+
+enum LineKind : uint32_t {
+    blankLine,
+    commentLine,
+    headerLine,
+    valueLine,    // a key with a value
+    keyOnlyLine,  // a key without a value
+    otherLine,    // kept, and never read or changed
+};
+
+// A line begins where the line before it ends: its end includes the line ending, and for a value of
+// several lines all of them. Positions are bytes from the start of the text.
+struct Line {
+    uint32_t begin;
+    uint32_t kind : 3;
+    uint32_t indent : 29;  // bytes before the name
+    uint32_t nameEnd;      // the name: a key, a stanza or the mark of a comment
+    uint32_t valueBegin;   // the value of a key as spelled, or a comment without its mark
+    uint32_t valueEnd;
+
+    uint32_t nameBegin() const { return begin + indent; }
+    bool isKey() const { return kind == valueLine || kind == keyOnlyLine; }
+};
+static_assert(sizeof(Line) == 20);
+
+inline std::string_view slice(std::string_view text, uint32_t begin, uint32_t end)
+{
+    return {text.data() + begin, end - begin};
+}
+
+}  // namespace zlines

@@ -1,0 +1,100 @@
+// outline: the lines of a file, by stanza.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "dialect.h"
+
+namespace zlines {
+
+constexpr uint32_t kNone = UINT32_MAX;
+
+// The lines after a header, up to the next header.
+struct Section {
+    uint32_t header;  // index of its line; kNone for the lines above the first header
+    uint32_t first;
+    uint32_t end;
+    uint32_t next;  // section of the same stanza, or kNone
+};
+
+struct ReadStanza {
+    std::string_view name;
+    uint32_t firstSection;
+    uint32_t lastSection;
+    bool isKept = false;  // it is still in the document
+};
+
+class Outline {
+public:
+    /// range   `text` outlives the object.
+    Outline(std::string_view text, Dialect const& dialect);
+    Outline(Outline const&) = delete;
+    Outline& operator=(Outline const&) = delete;
+
+    std::string_view text() const { return text_; }
+    Dialect const& dialect() const { return dialect_; }
+    std::vector<Line> const& lines() const { return lines_; }
+    std::vector<Section> const& sections() const { return sections_; }
+
+    /// The first stanza has the lines above the first header.
+    std::vector<ReadStanza>& stanzas() { return stanzas_; }
+
+    /// Returns the index of a stanza, or kNone.
+    /// range   `guess` is the index to try first.
+    uint32_t find(std::string_view name, size_t guess);
+
+    /// Returns the position after a line.
+    uint32_t endOf(uint32_t line) const
+    {
+        return line + 1 < lines_.size() ? lines_[line + 1].begin
+                                        : static_cast<uint32_t>(text_.size());
+    }
+
+    /// Returns the line ending of a line, or of the nearest line above that has one.
+    std::string_view lineEndingOf(uint32_t line) const;
+
+    /// Returns the spelling of the name of a line.
+    std::string_view spelledName(uint32_t line) const
+    {
+        return slice(text_, lines_[line].nameBegin(), lines_[line].nameEnd);
+    }
+
+    std::string_view keyName(uint32_t line, std::string& space) const
+    {
+        return dialect_.keyName(text_, lines_[line], space);
+    }
+    std::string_view value(uint32_t line, std::string& space) const
+    {
+        return dialect_.value(text_, lines_[line], space);
+    }
+
+    /// Returns a comment without its mark.
+    std::string_view comment(uint32_t line) const
+    {
+        return slice(text_, lines_[line].valueBegin, lines_[line].valueEnd);
+    }
+
+    /// Returns a string that lives as long as the outline: `view`, or a copy if it is in `space`.
+    std::string_view keep(std::string_view view, std::string const& space)
+    {
+        return view.data() == space.data() ? std::string_view(owned_.emplace_back(view)) : view;
+    }
+
+private:
+    void addHeader(uint32_t line);
+
+    std::string_view const text_;
+    Dialect const& dialect_;
+    std::vector<Line> lines_;
+    std::vector<Section> sections_;
+    std::vector<ReadStanza> stanzas_;
+    std::unordered_map<std::string_view, uint32_t> index_;
+    size_t indexed_ = 0;  // stanzas in the index
+    std::deque<std::string> owned_;
+};
+
+}  // namespace zlines

@@ -1,0 +1,197 @@
+#include "style.h"
+
+#include <algorithm>
+
+namespace zlines {
+
+namespace {
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+std::string_view indentOf(Outline const& outline, uint32_t line)
+{
+    Line const& record = outline.lines()[line];
+    return slice(outline.text(), record.begin, record.nameBegin());
+}
+
+// Returns the bytes between key and value; empty if there is no separator byte among them.
+std::string_view separatorOf(Outline const& outline, uint32_t line)
+{
+    Line const& record = outline.lines()[line];
+    std::string_view const separator = slice(outline.text(), record.nameEnd, record.valueBegin);
+    bool const isOne =
+        separator.find_first_of(outline.dialect().separatorBytes()) != std::string_view::npos;
+    return isOne && separator.find('\n') == std::string_view::npos ? separator : std::string_view();
+}
+
+// Returns the column of the separator of a key line; 0 if it has none.
+size_t columnOf(Outline const& outline, uint32_t line)
+{
+    std::string_view const separator = separatorOf(outline, line);
+    size_t const blanks = separator.find_first_of(outline.dialect().separatorBytes());
+    Line const& record = outline.lines()[line];
+    return separator.empty() ? 0 : record.nameEnd - record.begin + blanks;
+}
+
+// Returns whether two key lines have their separators in one column. In lines without spaces before
+// the separator, keys of the same length are no sign of columns.
+bool areAligned(Outline const& outline, uint32_t a, uint32_t b)
+{
+    size_t const column = columnOf(outline, a);
+    if (column == 0 || column != columnOf(outline, b))
+        return false;
+    auto const lengthOf = [&](uint32_t line) { return outline.spelledName(line).size(); };
+    return lengthOf(a) != lengthOf(b) || isBlank(separatorOf(outline, a).front());
+}
+
+// Returns the nearest key line above or below `line` within a section; kNone if not found.
+uint32_t keyAbove(Outline const& outline, Section const& section, uint32_t line)
+{
+    while (line != kNone && line > section.first) {
+        --line;
+        if (outline.lines()[line].isKey() && !separatorOf(outline, line).empty())
+            return line;
+    }
+    return kNone;
+}
+
+uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
+{
+    for (line = line == kNone ? section.first : line + 1; line < section.end; ++line)
+        if (outline.lines()[line].isKey() && !separatorOf(outline, line).empty())
+            return line;
+    return kNone;
+}
+
+// Returns a key line elsewhere: the nearest above the section, or the first below.
+uint32_t keyElsewhere(Outline const& outline, Section const& section)
+{
+    uint32_t const above = keyAbove(outline, {kNone, 0, 0, kNone}, section.first);
+    auto const count = static_cast<uint32_t>(outline.lines().size());
+    return above != kNone ? above : keyBelow(outline, {kNone, section.end, count, kNone}, kNone);
+}
+
+// Returns the separator in a comment such as "# key = default"; empty for any other comment.
+std::string_view separatorInTemplate(Outline const& outline, uint32_t line, std::string_view key)
+{
+    std::string_view const comment = outline.comment(line);
+    if (outline.lines()[line].kind != commentLine || !comment.starts_with(key))
+        return {};
+    std::string_view const bytes = outline.dialect().separatorBytes();
+    size_t at = key.size();
+    while (at < comment.size() && isBlank(comment[at]))
+        ++at;
+    if (at == comment.size() || bytes.find(comment[at]) == std::string_view::npos)
+        return {};
+    ++at;
+    size_t const sign = at;
+    while (at < comment.size() && isBlank(comment[at]))
+        ++at;
+    // "# key =" has no value to show the spaces before it.
+    size_t const end = at == comment.size() && at == sign ? key.size() : at;
+    return comment.substr(key.size(), end - key.size());
+}
+
+}  // namespace
+
+Style styleOf(Outline const& outline, uint32_t model)
+{
+    std::string_view const separator = separatorOf(outline, model);
+    Style style{indentOf(outline, model),
+                separator.empty() ? outline.dialect().ownSeparator() : separator,
+                outline.lineEndingOf(model)};
+    // "key =" shows the spaces before the separator, but not those after it.
+    if (outline.lines()[model].kind == keyOnlyLine && separator.size() > 1 &&
+        isBlank(separator.front()) && !isBlank(separator.back()))
+        style.separator = outline.dialect().ownSeparator();
+    return style;
+}
+
+Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
+                 std::string_view key)
+{
+    std::vector<Line> const& lines = outline.lines();
+    std::string_view const ending =
+        lines.empty() ? "\n" : outline.lineEndingOf(after == kNone ? 0 : after);
+    bool const isInSection = after != kNone && after >= section.first && after < section.end;
+    if (isInSection && lines[after].kind == commentLine) {
+        std::string_view const separator = separatorInTemplate(outline, after, key);
+        if (!separator.empty())
+            return {indentOf(outline, after), separator, ending};
+    }
+    bool const isAfterKey =
+        isInSection && lines[after].isKey() && !separatorOf(outline, after).empty();
+    uint32_t const position = isInSection ? after : kNone;
+    uint32_t const above = isInSection ? keyAbove(outline, section, after) : kNone;
+    uint32_t const below = keyBelow(outline, section, position);
+    uint32_t model = isAfterKey ? after : above != kNone ? above : below;
+    if (model == kNone)
+        model = keyElsewhere(outline, section);
+    if (model == kNone)
+        return {{}, outline.dialect().ownSeparator(), ending};
+    Style style = styleOf(outline, model);
+    style.lineEnding = ending;
+    bool const hasPeer = (above != kNone && above != model && areAligned(outline, model, above)) ||
+                         (below != kNone && below != model && areAligned(outline, model, below));
+    if (hasPeer)
+        style.column = columnOf(outline, model) - style.indent.size();
+    return style;
+}
+
+std::string separatorFor(Style const& style, size_t length)
+{
+    if (style.column == 0)
+        return std::string(style.separator);
+    size_t blanks = 0;
+    while (blanks < style.separator.size() && isBlank(style.separator[blanks]))
+        ++blanks;
+    size_t const least = blanks == 0 ? 0 : 1;
+    size_t const wanted = style.column > length ? style.column - length : 0;
+    return std::string(std::max(least, wanted), ' ') + std::string(style.separator.substr(blanks));
+}
+
+void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
+                   std::string& out)
+{
+    // The nearest comment with words shows the style, the comment above if two are equally near.
+    auto const isModel = [&](uint32_t line) {
+        if (outline.lines()[line].kind != commentLine || outline.comment(line).empty())
+            return false;
+        auto const first = static_cast<unsigned char>(outline.comment(line).front());
+        return first >= 0x80 || (first >= '0' && first <= '9') || (first >= 'A' && first <= 'Z') ||
+               (first >= 'a' && first <= 'z');
+    };
+    constexpr uint32_t kFarthest = 1000;  // lines
+    auto const count = static_cast<uint32_t>(outline.lines().size());
+    uint32_t const position = after == kNone ? 0 : after + 1;
+    uint32_t model = kNone;
+    for (uint32_t i = 0; i < kFarthest && model == kNone; ++i) {
+        if (i < position && isModel(position - 1 - i))
+            model = position - 1 - i;
+        else if (position + i < count && isModel(position + i))
+            model = position + i;
+        else if (i >= position && position + i >= count)
+            break;
+    }
+    std::string_view const ending =
+        count == 0 ? "\n" : outline.lineEndingOf(after == kNone ? 0 : after);
+    std::string_view const text = outline.dialect().commentText(comment);
+    if (model == kNone) {
+        out += comment;
+    } else {
+        Line const& line = outline.lines()[model];
+        std::string_view prefix = slice(outline.text(), line.begin, line.valueBegin);
+        if (prefix.size() + text.size() > outline.dialect().maxLineLength())
+            prefix = slice(outline.text(), line.nameBegin(), line.nameEnd);
+        while (text.empty() && !prefix.empty() && isBlank(prefix.back()))
+            prefix.remove_suffix(1);
+        out += prefix;
+        out += text;
+    }
+    out += ending;
+}
+
+}  // namespace zlines

@@ -1,0 +1,35 @@
+// style: how new lines look, by the lines around them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "outline.h"
+
+namespace zlines {
+
+// The appearance of a line that is inserted after another.
+struct Style {
+    std::string_view indent;
+    std::string_view separator;  // between key and value, as the model has it
+    std::string_view lineEnding;
+    size_t column = 0;  // of the separator's first byte that is not blank; 0: not aligned
+};
+
+/// Returns the style of a new line for `key` in a section, inserted after the line `after`, a line
+/// or the header of the section; kNone: at the start of the text.
+Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
+                 std::string_view key);
+
+/// Returns the style of the line `model`, a key line.
+Style styleOf(Outline const& outline, uint32_t model);
+
+/// Returns the separator of a new key whose name has `length` bytes as spelled.
+std::string separatorFor(Style const& style, size_t length);
+
+/// Appends a comment of the document, with its line ending, in the style of the comments around
+/// the position after the line `after`.
+void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
+                   std::string& out);
+
+}  // namespace zlines

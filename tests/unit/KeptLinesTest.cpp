@@ -1,0 +1,490 @@
+// Stores with the attribute keepLines: the text after each kind of change, byte for byte.
+#include <Z/ZException.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/ZUTF8String.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+
+#include "EachAllocation.h"
+#include "KeptLinesModel.h"
+#include "StanzaStore.h"
+
+namespace {
+
+using Store = ZStanzaFileProperties_6_0;
+
+// A change of a store, and the text before and after it.
+struct Change {
+    char const* name;
+    std::string before;
+    std::function<void(Store&)> change;
+    std::string after;
+};
+
+class KeptLines : public StanzaStoreTest {
+protected:
+    KeptLines() { store_.setAttributes(ZPCache_6_0::keepLines, nullptr); }
+
+    void expectChanges(std::vector<Change> const& changes)
+    {
+        for (Change const& c : changes) {
+            SCOPED_TRACE(c.name);
+            std::string const path = directory_.write("conf", c.before);
+            Store store(0);
+            store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+            store.load(path.c_str());
+            c.change(store);
+            store.store(nullptr);
+            EXPECT_EQ(c.after, directory_.read("conf"));
+            // The file reads as the store's values.
+            Store const fresh(path.c_str(), 1);
+            std::unique_ptr<ZArrayList_6_0> const stanzas(store.categoryNames());
+            ASSERT_EQ(store.count(), fresh.count());
+            for (unsigned i = 0; i < stanzas->size(); ++i) {
+                auto const& stanza = static_cast<ZLCString_6_0 const&>(*stanzas->get(i));
+                std::unique_ptr<ZArrayList_6_0> const keys(store.keyNames(stanza.getChars()));
+                for (unsigned k = 0; k < keys->size(); ++k) {
+                    auto const& key = static_cast<ZLCString_6_0 const&>(*keys->get(k));
+                    EXPECT_EQ(valuesOf(store, stanza.getChars(), key.getChars()),
+                              valuesOf(fresh, stanza.getChars(), key.getChars()));
+                }
+            }
+            // A second store has nothing to change.
+            store.setModified();
+            store.store(nullptr);
+            EXPECT_EQ(c.after, directory_.read("conf"));
+        }
+    }
+
+    timespec changeTime() const
+    {
+        struct stat status = {};
+        stat(directory_.at("conf").c_str(), &status);
+        return status.st_ctim;
+    }
+};
+
+std::function<void(Store&)> setTo(char const* key, char const* value)
+{
+    return [=](Store& store) { store.setValue("s", key, value); };
+}
+
+// Replaces all values through the list that the iterators use.
+std::function<void(Store&)> setAll(char const* key, std::vector<char const*> const& values)
+{
+    return [=](Store& store) {
+        ZStanzaValueIterator_6_0 iterator(store, "s", key, zPropLocalStrings, zPropIterPlain);
+        size_t i = 0;
+        while (iterator.hasMore()) {
+            iterator.nextValue();
+            if (i < values.size())
+                iterator.changeValue(values[i++]);
+            else
+                iterator.removeValue();
+        }
+        while (i < values.size())
+            iterator.addValue(values[i++]);
+    };
+}
+
+std::function<void(Store&)> removeKey(char const* key)
+{
+    return [=](Store& store) { store.deleteKey("s", key); };
+}
+
+}  // namespace
+
+TEST_F(KeptLines, AChangedValueKeepsTheRestOfItsLine)
+{
+    expectChanges({
+        {"spaces", "[s]\n  k   =   v  \nl=w\n", setTo("k", "x"), "[s]\n  k   =   x  \nl=w\n"},
+        {"no spaces", "[s]\nk=v\n", setTo("k", "x"), "[s]\nk=x\n"},
+        {"tabs", "[s]\n\tk\t=\tv\n", setTo("k", "x y"), "[s]\n\tk\t=\tx y\n"},
+        {"CR LF", "[s]\r\nk = v\r\nl = w\r\n", setTo("k", "x"), "[s]\r\nk = x\r\nl = w\r\n"},
+        {"no line ending", "[s]\nk = v", setTo("k", "x"), "[s]\nk = x"},
+        {"the same value", "[s]\n k=v \n", setTo("k", "v"), "[s]\n k=v \n"},
+        {"a header with a tail", "#c\n\n [s] tail\n#d\nk=v\n", setTo("k", "x"),
+         "#c\n\n [s] tail\n#d\nk=x\n"},
+        {"a value with signs", "[s]\nk = a = b # c\n", setTo("k", "d = e # f"),
+         "[s]\nk = d = e # f\n"},
+        {"removed value", "[s]\nk = v\nl = w\n", setTo("k", ""), "[s]\nk = \nl = w\n"},
+        {"first value", "[s]\nk =\nl=\nm = \n",
+         [](Store& store) {
+             for (char const* key : {"k", "l", "m"})
+                 store.setValue("s", key, "v");
+         },
+         "[s]\nk = v\nl=v\nm = v\n"},
+    });
+}
+
+TEST_F(KeptLines, ANewKeyFollowsItsTemplateOrTheLastKey)
+{
+    expectChanges({
+        {"after the last key", "[s]\n k=v\n# end\n\n[t]\n", setTo("n", "x"),
+         "[s]\n k=v\n n=x\n# end\n\n[t]\n"},
+        {"after the header", "[s]\n[t]\n  k: =v\n", setTo("n", "x"), "[s]\n  n =x\n[t]\n  k: =v\n"},
+        {"after a file without keys", "[s]\n", setTo("n", "x"), "[s]\nn = x\n"},
+        {"after a line without an ending", "[s]\nk = v", setTo("n", "x"), "[s]\nk = v\nn = x"},
+        {"CR LF without a last ending", "[s]\r\nk=v", setTo("n", "x"), "[s]\r\nk=v\r\nn=x"},
+        {"in the column of its neighbours", "[s]\na      = 1\nlonger = 2\n", setTo("new", "3"),
+         "[s]\na      = 1\nlonger = 2\nnew    = 3\n"},
+        {"longer than the column", "[s]\na   = 1\nbcd = 2\n", setTo("longer", "3"),
+         "[s]\na   = 1\nbcd = 2\nlonger = 3\n"},
+        {"at its template", "[s]\n#n=5\nk = v\n", setTo("n", "x"), "[s]\n#n=5\nn=x\nk = v\n"},
+        {"at a template in a block", "[s]\n# first\n# n   = 5\n# o = 6\n\nk=v\n", setTo("n", "x"),
+         "[s]\n# first\n# n   = 5\nn   = x\n# o = 6\n\nk=v\n"},
+        {"without a value", "[s]\nk=v\n", setTo("n", ""), "[s]\nk=v\nn=\n"},
+        {"without a value, with spaces", "[s]\nk = v\n", setTo("n", ""), "[s]\nk = v\nn =\n"},
+        {"two keys", "[s]\nk=v\n#t\n",
+         [](Store& store) {
+             store.setValue("s", "n", "1");
+             store.setValue("s", "o", "2");
+         },
+         "[s]\nk=v\nn=1\no=2\n#t\n"},
+        {"instead of the last key", "[s]\nk=v\n#t\nl=w\n",
+         [](Store& store) {
+             store.deleteKey("s", "l");
+             store.setValue("s", "n", "1");
+         },
+         "[s]\nk=v\nn=1\n#t\n"},
+    });
+}
+
+TEST_F(KeptLines, ValuesOfAKeyKeepTheirLines)
+{
+    std::string const abc = "[s]\nk = a\n# c\n k=b\nl = 1\nk  =  c\n";
+    expectChanges({
+        {"one changed", abc, setAll("k", {"a", "x", "c"}),
+         "[s]\nk = a\n# c\n k=x\nl = 1\nk  =  c\n"},
+        {"the first removed", abc, setAll("k", {"b", "c"}), "[s]\n# c\n k=b\nl = 1\nk  =  c\n"},
+        {"the last removed", abc, setAll("k", {"a", "b"}), "[s]\nk = a\n# c\n k=b\nl = 1\n"},
+        {"one appended", abc, setAll("k", {"a", "b", "c", "d"}), abc + "k  =  d\n"},
+        {"one inserted", abc, setAll("k", {"a", "x", "b", "c"}),
+         "[s]\nk = a\nk = x\n# c\n k=b\nl = 1\nk  =  c\n"},
+        {"one before the first", abc, setAll("k", {"x", "a", "b", "c"}),
+         "[s]\nk = x\nk = a\n# c\n k=b\nl = 1\nk  =  c\n"},
+        {"swapped", abc, setAll("k", {"b", "a", "c"}), "[s]\n# c\n k=b\n k=a\nl = 1\nk  =  c\n"},
+        {"all replaced by one", abc, setTo("k", "x"), "[s]\nk = x\n# c\nl = 1\n"},
+        {"all replaced by the second", abc, setTo("k", "b"), "[s]\n# c\n k=b\nl = 1\n"},
+        {"removed", abc, removeKey("k"), "[s]\n# c\nl = 1\n"},
+        {"none left", abc, setTo("k", ""), "[s]\nk = \n# c\nl = 1\n"},
+        {"an empty line survives", "[s]\nk = a\nk =\nl = 1\n", setTo("l", "2"),
+         "[s]\nk = a\nk =\nl = 2\n"},
+        {"an empty line remains", "[s]\nk = a\nk =\nl = 1\n", setTo("k", ""), "[s]\nk =\nl = 1\n"},
+        {"an empty line is removed with its key", "[s]\nk = a\nk =\nl = 1\n", removeKey("k"),
+         "[s]\nl = 1\n"},
+        {"new values of a key without values", "[s]\nk =\nl = 1\n", setAll("k", {"a", "b"}),
+         "[s]\nk = a\nk = b\nl = 1\n"},
+    });
+}
+
+TEST_F(KeptLines, ARemovedKeyTakesNoOtherLine)
+{
+    expectChanges({
+        {"comments and blank lines", "[s]\n# c\nk = v\n\nl = w\n", removeKey("k"),
+         "[s]\n# c\n\nl = w\n"},
+        {"the last line", "[s]\nk = v\nl = w", removeKey("l"), "[s]\nk = v"},
+        {"the last line with CR LF", "[s]\r\nk = v\r\nl = w", removeKey("l"), "[s]\r\nk = v"},
+        {"the only key", "[s]\nk = v\n", removeKey("k"), "[s]\n"},
+    });
+}
+
+TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
+{
+    expectChanges({
+        {"appended", "[s]\nk=v\n", [](Store& store) { store.setValue("t", "l", "w"); },
+         "[s]\nk=v\n\n[t]\nl=w\n"},
+        {"appended after a blank line", "[s]\r\n k=v\r\n\r\n",
+         [](Store& store) { store.setValue("t", "l", "w"); }, "[s]\r\n k=v\r\n\r\n[t]\r\n l=w\r\n"},
+        {"appended without an ending", "[s]\nk = v", [](Store& store) { store.addStanza("t"); },
+         "[s]\nk = v\n\n[t]"},
+        {"two", "[s]\n",
+         [](Store& store) {
+             store.addStanza("t");
+             store.setValue("u", "k", "v");
+         },
+         "[s]\n\n[t]\n\n[u]\nk = v\n"},
+        {"the first", "", [](Store& store) { store.setValue("t", "l", "w"); }, "[t]\nl = w\n"},
+        {"removed", "# f\n\n[s]\nk=v\n#x\n\n# t\n [t] tail\nl  =w\n",
+         [](Store& store) { store.deleteStanza("s"); }, "# f\n\n [t] tail\nl  =w\n"},
+        {"the last removed", "[s]\nk=v\n\n[t]\nl=w", [](Store& store) { store.deleteStanza("t"); },
+         "[s]\nk=v\n"},
+        {"removed and added", "[s]\nk=v\n#x\n[t]\nl=w\n",
+         [](Store& store) {
+             store.deleteStanza("s");
+             store.setValue("s", "k", "u");
+         },
+         "[s]\nk=u\n[t]\nl=w\n"},
+    });
+}
+
+TEST_F(KeptLines, CommentsHaveTheStyleOfTheirNeighbours)
+{
+    expectChanges({
+        {"of a key", "[s]\nk = v\n  # one\n  l = w\n",
+         [](Store& store) { store.addEntryComment("s", "l", "two"); },
+         "[s]\nk = v\n  # one\n  # two\n  l = w\n"},
+        {"of a key after a key", "[s]\r\n# one\r\nk = v\r\nl = w\r\n",
+         [](Store& store) { store.addEntryComment("s", "l", "#two"); },
+         "[s]\r\n# one\r\nk = v\r\n\r\n# two\r\nl = w\r\n"},
+        {"without neighbours", "[s]\nk = v\n",
+         [](Store& store) { store.addEntryComment("s", "k", "# one"); }, "[s]\n\n# one\nk = v\n"},
+        {"of a new key", "[s]\nk=v\n",
+         [](Store& store) { store.addEntryComment("s", "n", "#one"); }, "[s]\nk=v\n\n#one\nn=\n"},
+        {"of the file", "#one\n#two\n\n[s]\nk = v\n",
+         [](Store& store) { store.addFileComment("# three"); },
+         "#one\n#two\n#three\n\n[s]\nk = v\n"},
+        {"the first of the file", "[s]\nk = v\n",
+         [](Store& store) { store.addFileComment("# one\n# two"); },
+         "# one\n# two\n\n[s]\nk = v\n"},
+        {"of a stanza", "[s]\nk = v\n[t]\n#x\n",
+         [](Store& store) { store.addStanzaComment("t", "of t"); },
+         "[s]\nk = v\n\n#of t\n[t]\n#x\n"},
+        {"of a new stanza", "# one\n[s]\nk = v\n",
+         [](Store& store) {
+             store.addStanza("t");
+             store.addStanzaComment("t", "two");
+             store.setValue("t", "k", "v");
+         },
+         "# one\n[s]\nk = v\n\n# two\n[t]\nk = v\n"},
+        {"equal to another", "[s]\n# c\nk = v\n# c\nl = w\nm = x\n",
+         [](Store& store) { store.addEntryComment("s", "m", "# c"); },
+         "[s]\n# c\nk = v\n# c\nl = w\n\n# c\nm = x\n"},
+    });
+}
+
+TEST_F(KeptLines, LinesThatAreNotReadCompletelySurvive)
+{
+    using namespace std::string_literals;
+    std::string tail = "t = ";
+    while (tail.size() < 9000)
+        tail += "=x";
+    tail += "\nu = a\0hidden\n"s;
+    expectChanges({
+        {"a change elsewhere", "[s]\nk=v\n" + tail, setTo("k", "x"), "[s]\nk=x\n" + tail},
+        {"the line itself", "[s]\nu = a\0hidden\n"s, setTo("u", "b"), "[s]\nu = b\0hidden\n"s},
+    });
+}
+
+TEST_F(KeptLines, AStoreWithoutAChangeWritesNothing)
+{
+    std::string const path = load("\n [s] x\n  k   = v\n\tk=\n#\n");
+    timespec const before = changeTime();
+    for (int const replacing : {0, 1}) {
+        store_.setReplacing(replacing);
+        store_.store(nullptr);
+        store_.setValue("s", "k", "v");
+        store_.store(nullptr);
+        EXPECT_EQ("conf", namesIn(directory_.path()));
+        EXPECT_EQ(before.tv_sec, changeTime().tv_sec);
+        EXPECT_EQ(before.tv_nsec, changeTime().tv_nsec);
+        EXPECT_EQ(0, store_.isModified());
+    }
+}
+
+TEST_F(KeptLines, AnEmptyStoreCreatesItsFile)
+{
+    store_.store(directory_.at("conf").c_str());
+    EXPECT_EQ("", directory_.read("conf"));
+    EXPECT_EQ("conf", namesIn(directory_.path()));
+}
+
+TEST_F(KeptLines, AStoreThatWasNotLoadedKeepsTheLinesThatItStored)
+{
+    store_.setValue("s", "k", "v");
+    store_.store(directory_.at("conf").c_str());
+    EXPECT_EQ("\n[s]\nk = v\n", directory_.read("conf"));
+    store_.setValue("s", "k", "w");
+    EXPECT_EQ("\n[s]\nk = w\n", stored());
+}
+
+TEST_F(KeptLines, ManyStoresInARowChangeOneLineEach)
+{
+    load("# f\n[s]\n a=1\n\n b=2\n");
+    store_.setValue("s", "a", "3");
+    EXPECT_EQ("# f\n[s]\n a=3\n\n b=2\n", stored());
+    store_.setValue("s", "c", "4");
+    EXPECT_EQ("# f\n[s]\n a=3\n\n b=2\n c=4\n", stored());
+    store_.addEntryComment("s", "a", "x");
+    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n b=2\n c=4\n", stored());
+    store_.deleteKey("s", "b");
+    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n c=4\n", stored());
+    store_.setValue("s", "b", "5");
+    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n c=4\n b=5\n", stored());
+}
+
+TEST_F(KeptLines, CopiesReloadsAndOtherNamesKeepLines)
+{
+    load("[s]\n  k=v\n");
+    Store copy(store_);
+    copy.setValue("s", "k", "x");
+    copy.store(directory_.at("copy").c_str());
+    EXPECT_EQ("[s]\n  k=x\n", directory_.read("copy"));
+    EXPECT_EQ("[s]\n  k=v\n", directory_.read("conf"));
+
+    directory_.write("conf", "[s]\n\tk=w\n");
+    store_.reload(nullptr);
+    store_.setValue("s", "k", "x");
+    EXPECT_EQ("[s]\n\tk=x\n", stored());
+
+    store_.setValue("s", "k", "y");
+    directory_.write("other", "[other]\nsome = text\n");
+    store_.store(directory_.at("other").c_str());
+    EXPECT_EQ("[s]\n\tk=y\n", directory_.read("other"));
+}
+
+TEST_F(KeptLines, AFileThatIsAddedToAStoreIsKeptToo)
+{
+    directory_.write("more", "[t]\n\tl=w\n");
+    load("[s]\n  k=v");
+    store_.load(directory_.at("more").c_str());
+    store_.setValue("t", "l", "x");
+    EXPECT_EQ("[s]\n  k=v\n[t]\n\tl=x\n", stored());
+}
+
+TEST_F(KeptLines, AValueThatWouldNotReadBackIsRefusedAndChangesNothing)
+{
+    load("[s]\nk=v\nl=w\n");
+    for (char const* value : {" x", "x\t"}) {
+        SCOPED_TRACE(value);
+        store_.setValue("s", "k", value);
+        try {
+            store_.store(nullptr);
+            ADD_FAILURE();
+        } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+            EXPECT_STREQ(directory_.at("conf").c_str(), e.propFile().getChars());
+            EXPECT_STREQ("s", e.category().getChars());
+            EXPECT_STREQ("k", e.key().getChars());
+            EXPECT_STREQ(value, e.value().getChars());
+        }
+        EXPECT_EQ("[s]\nk=v\nl=w\n", directory_.read("conf"));
+        EXPECT_EQ(1, store_.isModified());
+    }
+    store_.setValue("s", "k", "x");
+    EXPECT_EQ("[s]\nk=x\nl=w\n", stored());
+}
+
+TEST_F(KeptLines, ObfuscatedValuesTouchOnlyTheirLines)
+{
+    load("[s]\n  k=v\nsecret =\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    std::string const entry =
+        "\n[configuration-database]\nfile = " + directory_.at("conf") + ".obf\n";
+    EXPECT_EQ("[s]\n  k=v\nsecret =\n" + entry, stored());
+    store_.setValue("s", "k", "x");
+    EXPECT_EQ("[s]\n  k=x\nsecret =\n" + entry, stored());
+    store_.reload(nullptr);
+    EXPECT_EQ("hidden,", valuesOf(store_, "s", "secret"));
+    store_.deleteKey("s", "secret");
+    EXPECT_EQ("[s]\n  k=x\n\n[configuration-database]\n", stored());
+}
+
+TEST_F(KeptLines, APlainValueThatBecomesObfuscatedLosesItsLine)
+{
+    load("[s]\n  k=v\n  l=w\n");
+    store_.deleteKey("s", "k");
+    store_.setValue("s", "k", "hidden", 1);
+    store_.store(nullptr);
+    EXPECT_EQ(0u, directory_.read("conf").find("[s]\n  l=w\n\n[configuration-database]\n"));
+}
+
+namespace {
+
+// A cache of a caller's class, whose overrides see every value that is read or written.
+class CountingCache : public ZSCFData_6_0 {
+public:
+    using ZSCFData_6_0::add;
+    using ZSCFData_6_0::get;
+
+    ZPCache_6_0* clone() const override { return new CountingCache(*this); }
+
+    void add(char const* category, char const* key, char const* value, int obfuscated) override
+    {
+        ZSCFData_6_0::add(category, key, value, obfuscated);
+        ++adds;
+    }
+
+    ZArrayList_6_0* get(char const* category, char const* key, get_type_e type) override
+    {
+        ++gets;
+        return ZSCFData_6_0::get(category, key, type);
+    }
+
+    int adds = 0;
+    int gets = 0;
+};
+
+}  // namespace
+
+TEST_F(KeptLines, ADerivedCacheKeepsLines)
+{
+    std::string const path = directory_.write("conf", "#c\n[s]  x\n  k=v\nk  =w\nl=1\n");
+    ZProperties_6_0 store(new CountingCache);
+    store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+    store.load(path.c_str());
+    store.setValue("s", "l", "2");
+    store.store(nullptr);
+    EXPECT_EQ("#c\n[s]  x\n  k=v\nk  =w\nl=2\n", directory_.read("conf"));
+    store.deleteKey("s", "l");
+    store.setValue("s", "n", "3");
+    store.store(nullptr);
+    EXPECT_EQ("#c\n[s]  x\n  k=v\nk  =w\nn  =3\n", directory_.read("conf"));
+}
+
+TEST_F(KeptLines, AFailedAllocationLosesNothing)
+{
+    std::string const text = "# c\n[s]\n k=v\n k=w\n l=1\n\n[t]\n";
+    std::string const path = load(text);
+    store_.setValue("s", "k", "x");
+    store_.setValue("s", "n", "y");
+    store_.addEntryComment("s", "l", "d");
+    store_.setValue("u", "m", "z");
+    unsigned long const failures =
+        failEachAllocationOfSome([&] { store_.store(nullptr); }, [] {},
+                                 [&] {
+                                     std::string const now = directory_.read("conf");
+                                     EXPECT_TRUE(now == text || store_.isModified() == 0);
+                                     EXPECT_EQ("x,", valuesOf(store_, "s", "k"));
+                                 },
+                                 false);
+    EXPECT_GT(failures, 10u);
+    EXPECT_EQ("# c\n[s]\n k=x\n\n# d\n l=1\n n=y\n\n[t]\n\n[u]\n m=z\n", directory_.read("conf"));
+
+    unsigned long const loads =
+        failEachAllocationOfSome([&] { store_.reload(path.c_str()); }, [] {},
+                                 [&] { EXPECT_EQ("x,", valuesOf(store_, "s", "k")); }, false);
+    EXPECT_GT(loads, 5u);
+    store_.setValue("s", "n", "0");
+    EXPECT_EQ("# c\n[s]\n k=x\n\n# d\n l=1\n n=0\n\n[t]\n\n[u]\n m=z\n", stored());
+}
+
+TEST_F(KeptLines, TheTextTakesAsMuchMemoryAsTheFile)
+{
+    std::string text = "[s]\n";
+    for (int i = 0; i < 10000; ++i)
+        text += "key" + std::to_string(i) + " = value\n";
+    ZSCFData_6_0 plain;
+    plain.setAttributes(ZPCache_6_0::keepComments, nullptr);
+    plain.readText("conf", text.data(), text.size());
+    KeptLinesCache const kept(text);
+    EXPECT_GE(kept.cache.memoryUsed(), plain.memoryUsed() + text.size());
+    EXPECT_LE(kept.cache.memoryUsed(), plain.memoryUsed() + text.size() + 100);
+}
+
+TEST_F(KeptLines, WithoutTheAttributeTheFormIsTheLibrarys)
+{
+    std::string const path = directory_.write("conf", "[s] x\n  k=v\n");
+    Store store(1);
+    store.load(path.c_str());
+    store.store(nullptr);
+    EXPECT_EQ("[s]\nk = v\n", directory_.read("conf"));
+    store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+    directory_.write("conf", "[s] x\n  k=v\n");
+    store.reload(nullptr);
+    store.setAttributes(ZPCache_6_0::keepComments, nullptr);
+    store.store(nullptr);
+    EXPECT_EQ("[s]\nk = v\n", directory_.read("conf"));
+}
