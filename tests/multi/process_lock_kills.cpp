@@ -6,7 +6,7 @@
 //
 // - Never two writers: a word in shared memory has the id of the writing process. A process that
 //   finds another id there must find it ended.
-// - A kill never blocks the others: the next acquisition succeeds within a second.
+// - A kill never blocks the others: the next acquisition succeeds within a minute.
 // - Nothing is lost: the number equals the increments that the processes know of, plus at most one
 //   for each kill.
 // - The sequence number increases by one with each update and is never the invalid number.
