@@ -41,8 +41,8 @@ std::string describe(zfiles::IoError const& failure)
     }
 }
 
-// Passes the records of the companion to the inspector. `isForeign` returns whether a path is that
-// of another file's companion. Returns false if another program has replaced the file: a store of
+// Passes the records of the companion to the inspector. `isForeign` returns whether another file
+// has the companion at a path. Returns false if another program has replaced the file: a store of
 // the new file may have written the companion.
 template <class IsForeign>
 bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector, IsForeign isForeign)
@@ -87,6 +87,7 @@ void append(Inspector& inspector, ZArrayList_6_0& list)
             complaint.place.line, complaint.place.column,
             complaint.isError ? ZStanzaProblem_6_0::error : ZStanzaProblem_6_0::note,
             static_cast<ZStanzaProblem_6_0::Cause>(complaint.cause),
+            std::string(complaint.stanza).c_str(), std::string(complaint.key).c_str(),
             zproblems::textOf(complaint).c_str());
         try {
             list.addNoCopy(problem);

@@ -3,7 +3,7 @@
 // Subsystem: properties.  Stands on: ZObject, ZLCString.
 //
 // ZStanzaFileProperties_6_0::findProblems() returns a list of them.
-// Ownership: the text is copied.
+// Ownership: strings are copied.
 // Threads: immutable, except for assignment.
 #pragma once
 
@@ -46,17 +46,17 @@ public:
     };
 
     /// Creates a record.
-    /// owns    `text` is copied; null is the empty text.
+    /// owns    the strings are copied; null is the empty string.
     ZStanzaProblem_6_0(unsigned long line, unsigned long column, Kind kind, Cause cause,
-                       char const* text);
+                       char const* stanza, char const* key, char const* text);
     ZStanzaProblem_6_0(ZStanzaProblem_6_0 const& other);
     ZStanzaProblem_6_0& operator=(ZStanzaProblem_6_0 const& other);
 
     // Virtual functions in slot order. The order is binary interface: append only.
     ~ZStanzaProblem_6_0() override;
 
-    /// Orders by line, column, kind, cause and the bytes of the text. Any other object is ordered
-    /// by address.
+    /// Orders by line, column, kind and cause, then by the bytes of text, stanza and key. Any other
+    /// object is ordered by address.
     int compare(ZObject_6_0 const& other) const override;
     ZObject_6_0* clone() const override;
 
@@ -72,6 +72,13 @@ public:
     Kind kind() const { return kind_; }
     Cause cause() const { return cause_; }
 
+    /// Returns the stanza that the line is in; empty above the first header, and if the cause is
+    /// listed once for the file.
+    ZLCString_6_0 const& stanza() const { return stanza_; }
+
+    /// Returns the key of a line that a store drops or moves; else empty.
+    ZLCString_6_0 const& key() const { return key_; }
+
     /// Returns the message number of the exception that a load throws because of an error: 44, or
     /// 43 if the companion cannot be read; 0 for a note.
     uint32_t messageNumber() const;
@@ -86,5 +93,7 @@ private:
     unsigned long column_;
     Kind kind_;
     Cause cause_;
+    ZLCString_6_0 stanza_;
+    ZLCString_6_0 key_;
     ZLCString_6_0 text_;
 };

@@ -107,12 +107,12 @@ class LintTest(tool.ToolTest):
         self.assertEqual((INVALID_DATA, ""), (run.returncode, run.stderr))
         found = [json.loads(line) for line in run.stdout.splitlines()]
         self.assertEqual([
-            {"file": "a", "line": 2, "column": 2, "kind": "note",
+            {"file": "a", "line": 2, "column": 2, "kind": "note", "stanza": "", "key": "",
              "text": f"storing changes the whitespace of this line; {SPACING}"},
-            {"file": "a", "line": 3, "column": 1, "kind": "error",
-             "text": f'"\udcff"\\\x01ä": {NO_SIGN}'},
-            {"file": "b\udcff", "line": 1, "column": 1, "kind": "error",
-             "text": f'"x": {NO_SIGN}'}], found)
+            {"file": "a", "line": 3, "column": 1, "kind": "error", "stanza": "a",
+             "key": "", "text": f'"\udcff"\\\x01ä": {NO_SIGN}'},
+            {"file": "b\udcff", "line": 1, "column": 1, "kind": "error", "stanza": "",
+             "key": "", "text": f'"x": {NO_SIGN}'}], found)
         self.assertIn("\\udcff", run.stdout)
         self.assertEqual("", self.lint("--format", "json", "--", "/dev/null").stdout)
 

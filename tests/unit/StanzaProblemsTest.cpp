@@ -217,6 +217,16 @@ TEST_F(StanzaProblems, AllAreListedInFileOrder)
         find("k = v\n[a]\nl =\n= x\n[a]\nword\nl = 1\n[b\nm = 1\n"));
 }
 
+TEST_F(StanzaProblems, HaveTheNamesOfTheirStanzaAndKey)
+{
+    Problems const problems(
+        directory_.write("f", "x\n[a]\nk =\nk = 1\n[b]\nl = 1\n#\nl = 2\n= y\n[c\nk = 1\nk =\n"));
+    std::string names;
+    for (unsigned i = 0; i < problems.size(); ++i)
+        names += "["s + problems[i].stanza().getChars() + "]" + problems[i].key().getChars() + " ";
+    EXPECT_EQ("[] [a]k [b]l [b] [b] [c]k ", names);
+}
+
 TEST_F(StanzaProblems, ColumnsCountCharactersInAnyLocale)
 {
     struct Case {

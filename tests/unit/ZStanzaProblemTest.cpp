@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "FailingAllocator.h"
+#include "EachAllocation.h"
 
 namespace {
 
@@ -17,19 +17,24 @@ void expectSame(Problem const& expected, Problem const& actual)
     EXPECT_EQ(expected.kind(), actual.kind());
     EXPECT_EQ(expected.cause(), actual.cause());
     EXPECT_STREQ(expected.text().getChars(), actual.text().getChars());
+    EXPECT_STREQ(expected.stanza().getChars(), actual.stanza().getChars());
+    EXPECT_STREQ(expected.key().getChars(), actual.key().getChars());
 }
 
 }  // namespace
 
 TEST(ZStanzaProblem, ReturnsTheArguments)
 {
-    Problem const problem(7, 3, Problem::note, Problem::movedLine, "what; help");
+    Problem const problem(7, 3, Problem::note, Problem::movedLine, "s", "k", "what; help");
     EXPECT_EQ(7u, problem.line());
     EXPECT_EQ(3u, problem.column());
     EXPECT_EQ(Problem::note, problem.kind());
     EXPECT_EQ(Problem::movedLine, problem.cause());
     EXPECT_STREQ("what; help", problem.text().getChars());
-    EXPECT_STREQ("", Problem(1, 1, Problem::error, Problem::missingKey, nullptr).text().getChars());
+    EXPECT_STREQ("s", problem.stanza().getChars());
+    EXPECT_STREQ("k", problem.key().getChars());
+    Problem const empty(1, 1, Problem::error, Problem::missingKey, nullptr, nullptr, nullptr);
+    EXPECT_EQ(0u, empty.text().getLength() + empty.stanza().getLength() + empty.key().getLength());
 }
 
 TEST(ZStanzaProblem, HasTheMessageNumberOfTheExceptionOfALoad)
@@ -47,18 +52,20 @@ TEST(ZStanzaProblem, HasTheMessageNumberOfTheExceptionOfALoad)
                           {Problem::note, Problem::droppedLine, 0},
                           {Problem::error, Problem::omitted, 44}};
     for (Case const& c : cases)
-        EXPECT_EQ(c.number, Problem(1, 1, c.kind, c.cause, "").messageNumber()) << c.cause;
+        EXPECT_EQ(c.number, Problem(1, 1, c.kind, c.cause, "", "", "").messageNumber()) << c.cause;
 }
 
 TEST(ZStanzaProblem, OrdersByPlaceThenByTheRest)
 {
     Problem const ordered[] = {
-        {1, 9, Problem::note, Problem::zeroByte, "z"},
-        {2, 1, Problem::note, Problem::zeroByte, "z"},
-        {2, 3, Problem::error, Problem::zeroByte, "z"},
-        {2, 3, Problem::note, Problem::missingKey, "z"},
-        {2, 3, Problem::note, Problem::zeroByte, "a"},
-        {2, 3, Problem::note, Problem::zeroByte, "b"},
+        {1, 9, Problem::note, Problem::zeroByte, "s", "k", "z"},
+        {2, 1, Problem::note, Problem::zeroByte, "s", "k", "z"},
+        {2, 3, Problem::error, Problem::zeroByte, "s", "k", "z"},
+        {2, 3, Problem::note, Problem::missingKey, "s", "k", "z"},
+        {2, 3, Problem::note, Problem::zeroByte, "s", "k", "a"},
+        {2, 3, Problem::note, Problem::zeroByte, "s", "k", "b"},
+        {2, 3, Problem::note, Problem::zeroByte, "t", "k", "b"},
+        {2, 3, Problem::note, Problem::zeroByte, "t", "l", "b"},
     };
     int const count = sizeof ordered / sizeof ordered[0];
     for (int i = 0; i < count; ++i)
@@ -73,16 +80,17 @@ TEST(ZStanzaProblem, OrdersByPlaceThenByTheRest)
 TEST(ZStanzaProblem, CopiesAreEqualAndIndependent)
 {
     std::string const text(500, 'x');
-    auto original =
-        std::make_unique<Problem>(4, 2, Problem::error, Problem::notAnEntry, text.c_str());
+    auto original = std::make_unique<Problem>(4, 2, Problem::error, Problem::notAnEntry,
+                                              text.c_str(), text.c_str(), text.c_str());
     Problem const copy(*original);
     std::unique_ptr<ZObject_6_0> const cloned(original->clone());
-    Problem assigned(1, 1, Problem::note, Problem::spacing, "other");
+    Problem assigned(1, 1, Problem::note, Problem::spacing, "a", "b", "other");
     assigned = *original;
     Problem const& self = assigned;
     assigned = self;
     original.reset();
-    Problem const expected(4, 2, Problem::error, Problem::notAnEntry, text.c_str());
+    Problem const expected(4, 2, Problem::error, Problem::notAnEntry, text.c_str(), text.c_str(),
+                           text.c_str());
     expectSame(expected, copy);
     expectSame(expected, assigned);
     expectSame(expected, dynamic_cast<Problem const&>(*cloned));
@@ -90,15 +98,22 @@ TEST(ZStanzaProblem, CopiesAreEqualAndIndependent)
 
 TEST(ZStanzaProblem, AssignmentWithoutMemoryChangesNothing)
 {
-    Problem const longer(4, 2, Problem::error, Problem::notAnEntry, std::string(500, 'x').c_str());
-    auto target = std::make_unique<Problem>(1, 1, Problem::note, Problem::spacing, "other");
-    unsigned long const failed = failEachAllocation(
-        [&] {
-            Problem copy(longer);
-            *target = copy;
-        },
-        [&] {
-            expectSame({1, 1, Problem::note, Problem::spacing, "other"}, *target);
-        });
+    std::string const text(500, 'x');
+    Problem const longer(4, 2, Problem::error, Problem::notAnEntry, text.c_str(), text.c_str(),
+                         text.c_str());
+    auto target =
+        std::make_unique<Problem>(1, 1, Problem::note, Problem::spacing, "a", "b", "other");
+    auto const expectUnchanged = [&] {
+        expectSame({1, 1, Problem::note, Problem::spacing, "a", "b", "other"}, *target);
+    };
+    // Strings keep the memory that they have reserved before a failure.
+    unsigned long const failed =
+        failEachAllocationOfSome([&] { *target = longer; },
+                                 [&] {
+                                     expectSame(longer, *target);
+                                     target = std::make_unique<Problem>(
+                                         1, 1, Problem::note, Problem::spacing, "a", "b", "other");
+                                 },
+                                 expectUnchanged, false);
     EXPECT_GE(failed, 2u);
 }

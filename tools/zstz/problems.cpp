@@ -46,10 +46,25 @@ void printPlain(std::string const& path, ZStanzaProblem_6_0 const& problem)
 
 void printJson(std::string const& path, ZStanzaProblem_6_0 const& problem)
 {
-    printf("{\"file\": %s, \"line\": %lu, \"column\": %lu, \"kind\": \"%s\", \"text\": %s}\n",
-           toJson(path).c_str(), problem.line(), problem.column(),
-           problem.kind() == ZStanzaProblem_6_0::note ? "note" : "error",
-           toJson(toStdString(problem.text())).c_str());
+    struct Field {
+        char const* name;
+        std::string value;
+    };
+    Field const fields[] = {
+        {"file", toJson(path)},
+        {"line", std::to_string(problem.line())},
+        {"column", std::to_string(problem.column())},
+        {"kind", problem.kind() == ZStanzaProblem_6_0::note ? "\"note\"" : "\"error\""},
+        {"stanza", toJson(toStdString(problem.stanza()))},
+        {"key", toJson(toStdString(problem.key()))},
+        {"text", toJson(toStdString(problem.text()))},
+    };
+    char const* separator = "{";
+    for (Field const& field : fields) {
+        printf("%s\"%s\": %s", separator, field.name, field.value.c_str());
+        separator = ", ";
+    }
+    puts("}");
 }
 
 // Returns the exit code that the problem is worth.

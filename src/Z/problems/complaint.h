@@ -42,7 +42,9 @@ struct Complaint {
     Cause cause;
     bool isError;
     std::string_view detail;  // borrowed: the line, the key or the companion; empty if not shown
-    size_t count;             // of such lines, for a cause that is listed once for a file
+    size_t count = 1;         // of such lines, for a cause that is listed once for a file
+    std::string_view stanza = {};  // borrowed, as the key
+    std::string_view key = {};
 };
 
 /// Returns "WHAT; HELP".

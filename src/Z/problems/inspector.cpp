@@ -39,7 +39,7 @@ void Inspector::inspect()
         char const* line;
         size_t length;
         lines.next(line, length);
-        complaints_.add({{1, 1}, utf16, true, whitespace_.trim(text_.substr(0, length)), 1});
+        complaints_.add({{1, 1}, utf16, true, whitespace_.trim(text_.substr(0, length))});
         return;
     }
     zstanza::Parser parser("", *this, true);
@@ -57,14 +57,15 @@ void Inspector::addObfuscated(std::string_view category, std::string_view key)
         return;
     Key& found = keys_[id - 1];
     if (found.empty.line != 0)
-        addNote(droppedLine, found.empty, found.name);
+        noteKey(droppedLine, found.empty, found);
     found.empty = {};
 }
 
 void Inspector::complainOfCompanion(Cause cause, bool isError, std::string const& reason)
 {
     companionDetail_ = companion_ + reason;
-    complaints_.add({companionPlace_, cause, isError, companionDetail_, 1});
+    complaints_.add(
+        {companionPlace_, cause, isError, companionDetail_, 1, zstanza::kReservedCategory});
 }
 
 // ---- The current line ------------------------------------------------------------------------
@@ -95,7 +96,7 @@ std::string_view Inspector::beginLine(std::string_view line, zstanza::LineSplitt
             split_ = placeAt(offset_);
     }
     if (offset_ == 0 && line.starts_with(kByteOrderMark)) {
-        complaints_.add({{1, 1}, byteOrderMark, true, trimmed_, 1});
+        complaints_.add({{1, 1}, byteOrderMark, true, trimmed_});
         hasError_ = true;
         line.remove_prefix(kByteOrderMark.size());
         base_ += kByteOrderMark.size();
@@ -108,9 +109,9 @@ std::string_view Inspector::beginLine(std::string_view line, zstanza::LineSplitt
 void Inspector::endLine()
 {
     if (split_.line != 0)
-        complaints_.add({split_, splitLine, isSplitError_, splitDetail_, 1});
+        complaints_.add({split_, splitLine, isSplitError_, splitDetail_, 1, stanzaName()});
     else if (hasZero_ && !hasError_)
-        addNote(zeroByte, placeAt(zero_), {});
+        addNote(zeroByte, placeAt(zero_));
     split_ = {};
     splitDetail_ = {};
     isSplitError_ = hasError_ = hasZero_ = false;
@@ -129,7 +130,7 @@ void Inspector::finish()
     bool const lacksNewline = !text_.empty() && text_.back() != '\n' && !hasError_;
     endLine();
     if (lacksNewline)
-        addNote(missingNewline, placeAt(text_.size()), {});
+        complaints_.add({placeAt(text_.size()), missingNewline, false, {}});
     if (spacing_.count != 0)
         complaints_.add({spacing_.first, spacing, false, {}, spacing_.count});
     if (lineEndings_.count != 0)
@@ -169,15 +170,20 @@ void Inspector::refuse(Cause cause, size_t offset)
         isSplitError_ = true;
         splitDetail_ = trimmed_;
     } else if (hasZero_) {
-        complaints_.add({placeAt(zero_), zeroByte, true, trimmed_, 1});
+        complaints_.add({placeAt(zero_), zeroByte, true, trimmed_, 1, stanzaName()});
     } else {
-        complaints_.add({placeAt(offset), cause, true, trimmed_, 1});
+        complaints_.add({placeAt(offset), cause, true, trimmed_, 1, stanzaName()});
     }
 }
 
-void Inspector::addNote(Cause cause, Place place, std::string_view detail)
+void Inspector::addNote(Cause cause, Place place)
 {
-    complaints_.add({place, cause, false, detail, 1});
+    complaints_.add({place, cause, false, {}, 1, stanzaName()});
+}
+
+void Inspector::noteKey(Cause cause, Place place, Key const& key)
+{
+    complaints_.add({place, cause, false, key.name, 1, stanzas_[key.stanza - 1], key.name});
 }
 
 void Inspector::countLine(Lines& lines, size_t offset)
@@ -239,7 +245,7 @@ void Inspector::addHeader(std::string_view parsed, int, int)
     if (rest.empty() || isPart_ || hasZero_ || hasError_)
         compare([name](zstanza::TextBuffer& text) { zstanza::writeHeader(name, text); });
     else
-        addNote(textAfterHeader, placeAt(static_cast<size_t>(rest.data() - text_.data())), {});
+        addNote(textAfterHeader, placeAt(static_cast<size_t>(rest.data() - text_.data())));
 }
 
 void Inspector::addComment(std::string_view parsed)
@@ -265,14 +271,14 @@ void Inspector::addKey(std::string_view parsedName, std::string_view parsedValue
     Key& key = keys_[id - 1];
     bool const isDropped = value.empty() && (key.hasValue || key.empty.line != 0);
     if (isDropped)
-        addNote(droppedLine, place, name);
+        noteKey(droppedLine, place, key);
     else if (keys_.size() == known && previousKey_ != id && !isPart_)
-        addNote(movedLine, place, name);
+        noteKey(movedLine, place, key);
     if (!isDropped)
         previousKey_ = id;
     if (!value.empty()) {
         if (key.empty.line != 0)
-            addNote(droppedLine, key.empty, name);
+            noteKey(droppedLine, key.empty, key);
         key.empty = {};
         key.hasValue = true;
     } else if (!isDropped) {
@@ -300,6 +306,12 @@ Id Inspector::findKey(Id stanza, std::string_view name) const
     return keyIndex_.find(hashOf(name, stanza), [&](Id id) {
         return keys_[id - 1].stanza == stanza && keys_[id - 1].name == name;
     });
+}
+
+// Returns the name of the current stanza; empty before the first.
+std::string_view Inspector::stanzaName() const
+{
+    return stanza_ == 0 ? std::string_view() : stanzas_[stanza_ - 1];
 }
 
 // Makes a stanza the current stanza. Returns whether it is new.

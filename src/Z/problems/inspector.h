@@ -82,7 +82,8 @@ private:
     Place placeAt(size_t offset) const { return {line_, columnAt(offset)}; }
     void endLine();
     void refuse(Cause cause, size_t offset);
-    void addNote(Cause cause, Place place, std::string_view detail);
+    void addNote(Cause cause, Place place);
+    void noteKey(Cause cause, Place place, Key const& key);
     void countLine(Lines& lines, size_t offset);
     template <class Write>
     void compare(Write write);
@@ -90,6 +91,7 @@ private:
     zcache::Id findKey(zcache::Id stanza, std::string_view name) const;
     zcache::Id addKeyOnce(std::string_view name);
     bool enterStanza(std::string_view name);
+    std::string_view stanzaName() const;
 
     std::string_view const text_;
     zmemory::OwnedBlock<char> block_;  // a copy of the text, into which the parser writes
