@@ -41,8 +41,8 @@ private:
         std::string_view const chars = std::string_view(piece.chars).substr(0, limit);
         std::size_t begin = afterBlanks(chars, from);
         std::size_t end = rules.blanksAtEnd ? chars.size() : withoutBlanksAtEnd(chars, begin);
-        if (begin == end)
-            begin = end = std::min(from + 1, end);
+        if (begin == end)  // not at the backslash of a joined line, which is read as a space
+            begin = end = from + (from < end && isBlank(text_[piece.offset(from)]) ? 1 : 0);
         value.valueBegin = piece.offset(begin);
         value.valueEnd = begin == end ? value.valueBegin : piece.offset(end - 1) + 1;
         std::string_view spelled = chars.substr(begin, end - begin);
@@ -127,6 +127,8 @@ private:
             kept = out.size();
             value.valueEnd = at;
         }
+        if (line > first && value.valueEnd <= lines[line].begin && at < lines[line].end)
+            lines[line].kind = LineKind::commentInside;
         out.resize(kept);
         keepSpaceBeforeComment(value);
     }
