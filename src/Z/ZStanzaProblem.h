@@ -18,7 +18,8 @@ class ZStanzaProblem_6_0 : public ZObject_6_0 {
 public:
     enum Kind : int {
         error = 1,  // load() refuses the file
-        note = 2,   // load() accepts the line; a store that keeps comments would change or drop it
+        note = 2,   // load() accepts the line; a store would change or drop it, even with the
+                    // attribute keepComments, but not with keepLines
     };
 
     /// The fault of a line or of the file. The numbers are stable; a later version may add some.

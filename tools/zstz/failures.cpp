@@ -75,9 +75,7 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
                 nameLine(damaged, static_cast<size_t>(e.badline())),
                 {quote(toStdString(e.baddata())) + ": invalid line", "correct it"}};
     auto const& [number, text] = *error;
-    size_t const end = text.rfind("; ");
-    return {
-        exitInvalidData, nameLine(damaged, number), {text.substr(0, end), text.substr(end + 2)}};
+    return {exitInvalidData, nameLine(damaged, number), splitText(text)};
 }
 
 // Returns the kind of a file that cannot be a configuration file; null for a regular or missing

@@ -2,7 +2,10 @@
 
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
+#include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <memory>
@@ -11,7 +14,6 @@
 #include <utility>
 
 #include "failures.h"
-#include "raw_lines.h"
 
 namespace {
 
@@ -196,6 +198,34 @@ std::optional<Problem> describeInvalidValue(std::string const& value)
         i += length;
     }
     return {};
+}
+
+// Returns the problem of a file that starts with a byte order mark; empty if `bytes` do not.
+std::optional<Problem> describeByteOrderMark(std::string_view bytes)
+{
+    if (bytes.starts_with("\xEF\xBB\xBF"))
+        return Problem{"the file starts with a byte order mark", "save it as UTF-8 without one"};
+    if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF"))
+        return Problem{"the file is UTF-16", "save it as UTF-8 without a byte order mark"};
+    return {};
+}
+
+// Returns the contents of a file; empty if it is not a regular file or cannot be read.
+std::string readFile(std::string const& path)
+{
+    std::string text;
+    int const fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return text;
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        char chunk[65536];
+        ssize_t length;
+        while ((length = read(fd, chunk, sizeof chunk)) > 0)
+            text.append(chunk, static_cast<size_t>(length));
+    }
+    close(fd);
+    return text;
 }
 
 }  // namespace

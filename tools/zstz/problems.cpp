@@ -9,7 +9,6 @@
 #include <string_view>
 
 #include "commands.h"
-#include "failures.h"
 
 namespace {
 
@@ -81,6 +80,12 @@ int codeOf(ZStanzaProblem_6_0 const& problem)
 Problems::Problems(std::string const& path) : list_(16, 1)
 {
     ZStanzaFileProperties_6_0::findProblems(path.c_str(), list_);
+}
+
+Problem splitText(std::string const& text)
+{
+    size_t const end = text.rfind("; ");
+    return {text.substr(0, end), text.substr(end + 2)};
 }
 
 int runLint(Request const& request)

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "failures.h"
+
 // Every problem of a file, in file order.
 class Problems {
 public:
@@ -21,3 +23,6 @@ public:
 private:
     ZArrayList_6_0 list_;
 };
+
+/// Returns the two parts of the text of a problem, "WHAT; HELP".
+Problem splitText(std::string const& text);

@@ -9,7 +9,7 @@
 #include <unordered_set>
 
 #include "failures.h"
-#include "raw_lines.h"
+#include "problems.h"
 
 namespace {
 
@@ -108,26 +108,22 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
     if (missing == createIfMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
-    auto const refuse = [&path](size_t number, Problem const& problem) {
-        throw Failure{
-            exitRefused, nameLine(path, number), {"not saved: " + problem.text, problem.remedy}};
+    // A store writes only what the library has read.
+    using Cause = ZStanzaProblem_6_0::Cause;
+    auto const isIntended = [&removal](ZStanzaProblem_6_0 const& problem) {
+        return !removal.stanza.empty() && toStdString(problem.stanza()) == removal.stanza &&
+               (removal.key.empty() || toStdString(problem.key()) == removal.key);
     };
-    // A store writes only the bytes that the library has read.
-    forEachRawLine(path, [&refuse](RawLine const& line) {
-        if (auto const problem = describeRawLine(line))
-            refuse(line.number, *problem);
-        return true;
-    });
-    auto const isObfuscated = [this](std::string const& stanza, std::string const& key) {
-        return !stanza.empty() && !key.empty() &&
-               store_.isObfuscated(stanza.c_str(), key.c_str()) != 0;
-    };
-    for (DroppedLine const& dropped : findDroppedLines(path, isObfuscated)) {
-        bool const isIntended = !removal.stanza.empty() && dropped.stanza == removal.stanza &&
-                                (removal.key.empty() || dropped.key == removal.key);
-        if (!isIntended)
-            refuse(dropped.number, describeDroppedLine(dropped));
-    }
+    Problems const problems(path);
+    for (bool const isDropped : {false, true})
+        for (unsigned i = 0; i < problems.size(); ++i) {
+            ZStanzaProblem_6_0 const& problem = problems[i];
+            Cause const cause = problem.cause();
+            if (isDropped ? cause == Cause::droppedLine && !isIntended(problem)
+                          : cause == Cause::splitLine || cause == Cause::zeroByte)
+                throw Failure{exitRefused, nameLine(path, problem.line()),
+                              splitText("not saved: " + toStdString(problem.text()))};
+        }
 }
 
 void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
