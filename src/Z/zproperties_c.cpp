@@ -16,6 +16,8 @@
 #include "handles/returned_strings.h"
 #include "zproperties_c_p.h"
 
+using namespace zhandles;
+
 namespace {
 
 constexpr char kSource[] = "src/Z/zproperties_c";
@@ -23,92 +25,7 @@ constexpr char kSource[] = "src/Z/zproperties_c";
 // Stable ids in reports; log scanners match them. See docs/failures.md.
 enum RaiseSite { raiseInGetValues = 431 };
 
-using Files = zhandles::HandleTable<ZPROP_handle>;
-using Iterators = zhandles::HandleTable<ZPROP_iter_handle>;
-using Store = ZStanzaFileProperties_6_0;
-
-// ---- Exceptions to codes ------------------------------------------------------------------------
-
-// Returns the code for the current exception in a function that reads.
-int readCode()
-{
-    try {
-        throw;
-    } catch (ZPropertiesMissingPropertyException_6_0 const&) {
-        return zpropMissing;
-    } catch (ZPropertiesInvalidValueException_6_0 const&) {
-        return zpropInvalidValue;
-    } catch (ZPropertiesIteratorException_6_0 const&) {
-        return zpropIterator;
-    } catch (ZInvalidParameterException_6_0 const&) {
-        return zpropBadHandle;
-    } catch (...) {
-        return zpropChangeFailed;
-    }
-}
-
-// Returns the code for the current exception in a function that changes values by an iterator.
-int iteratorChangeCode()
-{
-    try {
-        throw;
-    } catch (ZPropertiesIteratorException_6_0 const&) {
-        return zpropIterator;
-    } catch (...) {
-        return zpropChangeFailed;
-    }
-}
-
-int changeCode()
-{
-    return zpropChangeFailed;
-}
-
-int openStoreCode()
-{
-    return zpropOpenStoreFailed;
-}
-
-// Runs `action` and translates its exceptions into codes. Rethrows only the cancellation of the
-// thread, which is an exception too and must not be caught for good.
-template <class Action>
-int codeOf(int (*codeOfFailure)(), Action action)
-{
-    try {
-        action();
-        return zpropOk;
-    } catch (...) {
-        if (zreporting::caughtCancellation())
-            throw;
-        return codeOfFailure();
-    }
-}
-
-// ---- Handles ------------------------------------------------------------------------------------
-
-template <class Action>
-int withFile(ZPROP_handle* handle, int (*codeOfFailure)(), Action action)
-{
-    Files::Pin const file = zhandles::openFiles.pin(handle);
-    if (!file || !file->intact())
-        return zpropBadHandle;
-    return codeOf(codeOfFailure, [&] { action(*file->store); });
-}
-
-template <class Action>
-int changeFile(ZPROP_handle* handle, Action action)
-{
-    return withFile(handle, changeCode, action);
-}
-
-// Stores the code and returns the result of `read`, or 0 if it fails.
-template <class Read>
-std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, int* code, Read read)
-{
-    std::invoke_result_t<Read, Store&> result = {};
-    *code = withFile(handle, readCode, [&](Store& store) { result = read(store); });
-    return result;
-}
+// ---- Iterators and values -----------------------------------------------------------------------
 
 // The thread that created an iterator holds the lock of its store. No other thread may access the
 // data that the lock guards, or release the lock.
@@ -119,16 +36,16 @@ bool isCreator(ZPROP_iter_handle const& iterator)
 
 // Runs the action for the type of the iterator.
 template <class OverKeys, class OverValues>
-int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys overKeys,
+int withIterator(ZPROP_iter_handle* handle, CodeOfFailure* codeOfFailure, OverKeys overKeys,
                  OverValues overValues)
 {
-    Iterators::Pin const iterator = zhandles::openIterators.pin(handle);
+    Iterators::Pin const iterator = openIterators.pin(handle);
     if (!iterator || !iterator->intact())
-        return zpropBadHandle;
+        return badHandle();
     if (!isCreator(*iterator))
-        return zpropIterator;
+        return recordFailure(zpropIterator, kOtherThread);
     int code = zpropOk;
-    int const failure = codeOf(codeOfFailure, [&] {
+    int const failure = codeOf(codeOfFailure, {}, [&] {
         if (iterator->type == zpropOverKeys)
             code = overKeys(static_cast<ZPROP_stz_iter_handle&>(*iterator));
         else
@@ -139,7 +56,7 @@ int withIterator(ZPROP_iter_handle* handle, int (*codeOfFailure)(), OverKeys ove
 
 int notOverKeys(ZPROP_stz_iter_handle&)
 {
-    return zpropIterator;
+    return recordFailure(zpropIterator, kOtherIterator);
 }
 
 // ---- Values -------------------------------------------------------------------------------------
@@ -158,10 +75,8 @@ char const* orEmpty(char const* value)
 // Stores a copy of `text`, or null if it is empty, in `result` and returns the code.
 int returnString(char const* text, size_t length, char*& result)
 {
-    if (length == 0)
-        return zpropOk;
-    result = zhandles::newString(text, length);
-    return result != nullptr ? zpropOk : zpropChangeFailed;
+    result = returnedString(text, length);
+    return zpropOk;
 }
 
 // Reads the last value of a key. A key without values gives an empty value, although the store
@@ -251,26 +166,23 @@ void processRecord(Store const& store, ZPROPValue const& record)
 int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode)
 {
     if (handle == nullptr || file == nullptr || (mode != zpropOpenRead && mode != zpropOpenUpdate))
-        return zpropBadHandle;
+        return missingArgument();
     *handle = nullptr;
-    return codeOf(openStoreCode, [&] {
-        constexpr int kKeepComments = 1;
-        auto store = std::make_shared<Store>(file, kKeepComments);
-        *handle =
-            zhandles::openFiles.insert(std::make_unique<ZPROP_handle>(mode, std::move(store)));
-    });
+    return openFile(handle, file, mode);
 }
 
 void zstzPropClose_6_0(ZPROP_handle* handle)
 {
-    Files::Pin const file = zhandles::openFiles.pin(handle);
+    Files::Pin const file = openFiles.pin(handle);
     if (file && file->intact())
-        zhandles::openFiles.close(handle);
+        openFiles.close(handle);
 }
 
 int zstzPropStore_6_0(ZPROP_handle* handle, char const* file)
 {
-    return withFile(handle, openStoreCode, [&](Store& store) { store.store(file); });
+    return withHandle(handle, {nullptr, nullptr, file}, openStoreCode, [&](ZPROP_handle& opened) {
+        waitWhileBusy(opened.waitSeconds, [&] { opened.store->store(file); });
+    });
 }
 
 // ---- Changes ------------------------------------------------------------------------------------
@@ -279,60 +191,65 @@ int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char co
                                char const* value)
 {
     if (stanza == nullptr || key == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.setValue(stanza, key, orEmpty(value)); });
+        return missingArgument();
+    return changeFile(handle, {stanza, key},
+                      [&](Store& store) { store.setValue(stanza, key, orEmpty(value)); });
 }
 
 int zstzPropSetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 int value)
 {
     if (stanza == nullptr || key == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.setBooleanValue(stanza, key, value); });
+        return missingArgument();
+    return changeFile(handle, {stanza, key},
+                      [&](Store& store) { store.setBooleanValue(stanza, key, value); });
 }
 
 int zstzPropSetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 unsigned int value)
 {
     if (stanza == nullptr || key == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.setIntegerValue(stanza, key, value); });
+        return missingArgument();
+    return changeFile(handle, {stanza, key},
+                      [&](Store& store) { store.setIntegerValue(stanza, key, value); });
 }
 
 int zstzPropRemoveKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key)
 {
     if (stanza == nullptr || key == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.deleteKey(stanza, key); });
+        return missingArgument();
+    return changeFile(handle, {stanza, key}, [&](Store& store) { store.deleteKey(stanza, key); });
 }
 
 int zstzPropRemoveStanza_6_0(ZPROP_handle* handle, char const* stanza)
 {
     if (stanza == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.deleteStanza(stanza); });
+        return missingArgument();
+    return changeFile(handle, {stanza}, [&](Store& store) { store.deleteStanza(stanza); });
 }
 
 int zstzPropAddLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* comment)
 {
     if (stanza == nullptr || key == nullptr || comment == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.addEntryComment(stanza, key, comment); });
+        return missingArgument();
+    return changeFile(handle, {stanza, key},
+                      [&](Store& store) { store.addEntryComment(stanza, key, comment); });
 }
 
 int zstzPropAddStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment)
 {
     if (stanza == nullptr || comment == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.addStanzaComment(stanza, comment); });
+        return missingArgument();
+    return changeFile(handle, {stanza},
+                      [&](Store& store) { store.addStanzaComment(stanza, comment); });
 }
 
 int zstzPropAddFileComment_6_0(ZPROP_handle* handle, char const* comment)
 {
     if (comment == nullptr)
-        return zpropBadHandle;
-    return changeFile(handle, [&](Store& store) { store.addFileComment(comment); });
+        return missingArgument();
+    return changeFile(handle, {}, [&](Store& store) { store.addFileComment(comment); });
 }
 
 // ---- Lists of values ----------------------------------------------------------------------------
@@ -340,10 +257,10 @@ int zstzPropAddFileComment_6_0(ZPROP_handle* handle, char const* comment)
 int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
 {
     if (records == nullptr && count != 0)
-        return zpropBadHandle;
-    Files::Pin const file = zhandles::openFiles.pin(handle);
+        return missingArgument();
+    Files::Pin const file = openFiles.pin(handle);
     if (!file || !file->intact())
-        return zpropBadHandle;
+        return badHandle();
     // zstzPropFreeValuesList_6_0 releases the results of all records, also of those after a
     // failure.
     for (int i = 0; i < count; ++i) {
@@ -358,8 +275,9 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
         if (record.type < zpropBoolean || record.type > zpropStringList)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
         if (record.result == nullptr)
-            return zpropBadHandle;
-        int const code = codeOf(readCode, [&] { processRecord(*file->store, record); });
+            return missingArgument();
+        int const code = codeOf(readCode, {record.stanza, record.key, file->path.c_str()},
+                                [&] { processRecord(*file->store, record); });
         if (code != zpropOk)
             return code;
     }
@@ -370,7 +288,7 @@ void zstzPropFreeValuesList_6_0(ZPROP_handle* handle, ZPROPValue* records, int c
 {
     if (records == nullptr)
         return;
-    Files::Pin const file = zhandles::openFiles.pin(handle);
+    Files::Pin const file = openFiles.pin(handle);
     if (!file || !file->intact())
         return;
     for (int i = 0; i < count; ++i) {
@@ -391,14 +309,11 @@ char* zstzPropGetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char 
                                  int defaultFlag, int* code)
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
-        return nullptr;
-    return readFile(handle, code, [&](Store const& store) {
+        return missingArgument(nullptr);
+    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
         ZLCString_6_0 value;
         readValue(store, stanza, key, defaultFlag, value);
-        char* text = nullptr;
-        if (returnString(value.getChars(), value.getLength(), text) != zpropOk)
-            throw std::bad_alloc();
-        return text;
+        return returnedString(value.getChars(), value.getLength());
     });
 }
 
@@ -406,8 +321,8 @@ int zstzPropGetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char c
                                 int defaultFlag, int* code)
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
-        return zpropBadHandle;
-    return readFile(handle, code, [&](Store const& store) {
+        return missingArgument();
+    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
         return store.getBooleanValue(stanza, key, required(defaultFlag), 0);
     });
 }
@@ -416,8 +331,8 @@ unsigned int zstzPropGetIntegerValue_6_0(ZPROP_handle* handle, char const* stanz
                                          int defaultFlag, int* code)
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
-        return zpropBadHandle;
-    return readFile(handle, code, [&](Store const& store) {
+        return missingArgument<unsigned int>(zpropBadHandle);
+    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
         return store.getIntegerValue(stanza, key, required(defaultFlag), 0);
     });
 }
@@ -425,8 +340,8 @@ unsigned int zstzPropGetIntegerValue_6_0(ZPROP_handle* handle, char const* stanz
 int zstzPropExists_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
 {
     if (stanza == nullptr || code == nullptr)
-        return 0;
-    return readFile(handle, code, [&](Store const& store) {
+        return missingArgument(0);
+    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
         return key != nullptr ? store.exists(stanza, key) : store.exists(stanza);
     });
 }
@@ -434,22 +349,24 @@ int zstzPropExists_6_0(ZPROP_handle* handle, char const* stanza, char const* key
 int zstzPropNumStanzas_6_0(ZPROP_handle* handle, int* code)
 {
     if (code == nullptr)
-        return 0;
-    return readFile(handle, code, [](Store const& store) { return store.count(); });
+        return missingArgument(0);
+    return readFile(handle, {}, code, [](Store const& store) { return store.count(); });
 }
 
 int zstzPropNumKeys_6_0(ZPROP_handle* handle, char const* stanza, int* code)
 {
     if (stanza == nullptr || code == nullptr)
-        return 0;
-    return readFile(handle, code, [&](Store const& store) { return store.count(stanza); });
+        return missingArgument(0);
+    return readFile(handle, {stanza}, code,
+                    [&](Store const& store) { return store.count(stanza); });
 }
 
 int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
-        return 0;
-    return readFile(handle, code, [&](Store const& store) { return store.numValues(stanza, key); });
+        return missingArgument(0);
+    return readFile(handle, {stanza, key}, code,
+                    [&](Store const& store) { return store.numValues(stanza, key); });
 }
 
 // ---- Iterators ----------------------------------------------------------------------------------
@@ -458,34 +375,34 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
                           ZPROP_iter_handle** iterator)
 {
     if (stanza == nullptr || iterator == nullptr)
-        return zpropBadHandle;
-    Files::Pin const file = zhandles::openFiles.pin(handle);
+        return missingArgument();
+    Files::Pin const file = openFiles.pin(handle);
     if (!file || !file->intact())
-        return zpropBadHandle;
+        return badHandle();
     *iterator = nullptr;
-    return codeOf(readCode, [&] {
+    return codeOf(readCode, {stanza, key, file->path.c_str()}, [&] {
         std::unique_ptr<ZPROP_iter_handle> created;
         if (key != nullptr)
             created = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
         else
             created = std::make_unique<ZPROP_stz_iter_handle>(file->store, stanza);
-        *iterator = zhandles::openIterators.insert(std::move(created));
+        *iterator = openIterators.insert(std::move(created));
     });
 }
 
 int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
 {
-    Iterators::Pin const iterator = zhandles::openIterators.pin(handle);
+    Iterators::Pin const iterator = openIterators.pin(handle);
     if (!iterator)
-        return zpropBadHandle;
+        return badHandle();
     if (!isCreator(*iterator))
-        return zpropIterator;
+        return recordFailure(zpropIterator, kOtherThread);
     // KEPT: a damaged iterator is closed although the code is 55. It holds the lock of the
     // store; other threads would wait for the lock forever. Test:
     // ZPropertiesC.KeepsClosingADamagedIterator
     bool const intact = iterator->intact();
-    zhandles::openIterators.close(handle);
-    return intact ? zpropOk : zpropBadHandle;
+    openIterators.close(handle);
+    return intact ? zpropOk : badHandle();
 }
 
 int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value)
@@ -523,7 +440,7 @@ int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator)
 int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code)
 {
     if (code == nullptr)
-        return 0;
+        return missingArgument(0);
     int advanced = 0;
     *code = withIterator(
         iterator, readCode,
@@ -549,7 +466,7 @@ int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code)
 char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code)
 {
     if (code == nullptr)
-        return nullptr;
+        return missingArgument(nullptr);
     char* text = nullptr;
     *code = withIterator(
         iterator, readCode,
@@ -566,7 +483,7 @@ char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code)
 char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code)
 {
     if (code == nullptr)
-        return nullptr;
+        return missingArgument(nullptr);
     char* text = nullptr;
     *code = withIterator(
         iterator, readCode,
@@ -583,7 +500,7 @@ char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code)
 int zstzPropIter_numKeys_6_0(ZPROP_iter_handle* iterator, int* code)
 {
     if (code == nullptr)
-        return 0;
+        return missingArgument(0);
     int count = 0;
     *code = withIterator(
         iterator, readCode,
@@ -601,7 +518,7 @@ int zstzPropIter_numKeys_6_0(ZPROP_iter_handle* iterator, int* code)
 int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code)
 {
     if (code == nullptr)
-        return 0;
+        return missingArgument(0);
     int count = 0;
     *code = withIterator(
         iterator, readCode,

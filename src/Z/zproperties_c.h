@@ -1,7 +1,7 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
-// Subsystem: properties.  Stands on: ZStanzaFileProperties, ZPropertiesIterator, ZLCString, ZLock,
-// ZException, ZArrayList.
+// Subsystem: properties.  Stands on: ZStanzaFileProperties, ZPropertiesIterator, ZPropertiesImpl,
+// ZLCString, ZLock, ZException, ZArrayList.
 //
 // For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
 // functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
@@ -223,6 +223,31 @@ int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code);
 
 /// Releases a string that a function of this header returned; any other pointer is ignored.
 void zstzPropFree_6_0(char* text);
+
+/// A failure. Later versions of this header append fields.
+typedef struct ZPROPError {
+    unsigned int size;           // sizeof(ZPROPError), set by the caller
+    int code;                    // the return code; 0 if no call has failed in this thread
+    unsigned int messageNumber;  // of docs/failures.md; 0 if the failure has no message
+    int errorNumber;             // an errno; 0 if no system call failed
+    unsigned long line;          // of the file, counted from 1; 0 if no line is at fault
+    unsigned long column;        // in characters, counted from 1; 0 if it is not known
+    char const* file;            // these four are never null, but may be empty
+    char const* stanza;
+    char const* key;
+    char const* text;  // the reason, in English
+} ZPROPError;
+
+/// Stores the last failure of the calling thread in `*error`: of the last call that returned, or
+/// stored, another code than 0. Successful calls do not change it.
+/// range   fills the fields that both the caller's header and this library have, and sets `size` to
+///         the bytes of these fields.
+/// owns    the strings are borrowed until the next call of a function of this header in this
+///         thread. If memory was exhausted, long ones are cut.
+/// codes   55 if `error` is null or `size` is less than the size of the first version. `*error` is
+///         unchanged then, and so is the failure.
+/// threads each thread has a failure of its own.
+int zstzPropGetLastError_6_0(ZPROPError* error);
 
 #ifdef __cplusplus
 }
