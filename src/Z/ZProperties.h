@@ -110,7 +110,9 @@ public:
     ///         ZPropertiesIOException_6_0 with the call that failed: "fopen(r+)"; "fcntl()" if
     ///         another process reads or writes the file; "access()" with EEXIST if another file has
     ///         the name of the companion; "fopen(w)" for the companion; "write()", "fsync()",
-    ///         "ftruncate()", "rename()" and so on. Files and store are unchanged then, and the
+    ///         "ftruncate()", "rename()" and so on; with the attribute `keepLines` of the cache
+    ///         also "store()" with ESTALE if another program has changed the same values of the
+    ///         file since it was loaded or stored. Files and store are unchanged then, and the
     ///         modified flag stays set.
     /// threads as load().
     /// cost    O(size); waits for the disk.

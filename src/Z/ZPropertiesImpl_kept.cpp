@@ -2,13 +2,16 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "cache/file_text.h"
 #include "lines/difference.h"
+#include "lines/merge.h"
 #include "memory/out_of_memory.h"
+#include "stanza/reserved_entry.h"
 #include "stanza/stanza_dialect.h"
 
 using zlines::KeptText;
@@ -46,6 +49,15 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(Cache const& ca
     });
 }
 
+void ZPCategoryBasedCache_6_0::KeptLines::describe(Cache const& cache, zlines::Document& document)
+{
+    bool const keepsEmpty = textOf(cache)->dialect.hasEmptyValues();
+    if (cache.direct() != nullptr)
+        zcache::describe(cache.rep(), keepsEmpty, document);
+    else  // the overrides are not const
+        Rep::Derived::describe(const_cast<Cache&>(cache), keepsEmpty, document);
+}
+
 SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char const* path)
 {
     SharedText const& kept = textOf(cache);
@@ -53,11 +65,7 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
         return nullptr;
     return translateErrors([&]() -> SharedText {
         zlines::Document document;
-        bool const keepsEmpty = kept->dialect.hasEmptyValues();
-        if (cache.direct() != nullptr)
-            zcache::describe(cache.rep(), keepsEmpty, document);
-        else  // the overrides are not const
-            Rep::Derived::describe(const_cast<Cache&>(cache), keepsEmpty, document);
+        describe(cache, document);
         try {
             std::string text;
             if (!zlines::rewrite(kept->text, kept->dialect, document, text))
@@ -69,6 +77,64 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
                 .throwException(zstanza::kSource, zstanza::raiseForLine);
         }
     });
+}
+
+bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh)
+{
+    SharedText const base = textOf(ours);
+    SharedText const text = textOf(fresh);
+    if (base == nullptr || text == nullptr)
+        return false;
+    std::vector<zlines::MergeStep> steps;
+    zlines::Document document;
+    describe(ours, document);
+    // The other text may name the companion of another store.
+    if (!zlines::hasSameValues(zstanza::kReservedCategory, zstanza::kReservedKey, base->text,
+                               text->text, base->dialect) ||
+        !zlines::planMerge(base->text, document, text->text, base->dialect, steps))
+        return false;
+    for (zlines::MergeStep const& step : steps)
+        make(step, fresh);
+    ZBuffer_6_0 obfuscated;
+    ours.be_write_obfuscated(obfuscated);
+    fresh.setCompanionFile(ours.companionFile().getChars());
+    if (obfuscated.getLength() > 0)
+        fresh.be_read_obfuscated(obfuscated);
+    return true;
+}
+
+// Makes a step of a merge.
+void ZPCategoryBasedCache_6_0::KeptLines::make(zlines::MergeStep const& step, Cache& cache)
+{
+    char const* const stanza = step.stanza.c_str();
+    char const* const key = step.key.c_str();
+    char const* const first = step.texts.empty() ? nullptr : step.texts.front().c_str();
+    switch (step.kind) {
+        case zlines::MergeStep::removeStanza:
+            cache.delLine(stanza);
+            break;
+        case zlines::MergeStep::addStanza:
+            cache.addLine(stanza, nullptr, 0);
+            break;
+        case zlines::MergeStep::removeKey:
+            cache.delLine(stanza, key);
+            break;
+        case zlines::MergeStep::setKey:
+            cache.addLine(stanza, key, first, 0);
+            for (size_t i = 1; i < step.texts.size(); ++i)
+                cache.add(stanza, key, step.texts[i].c_str(), 0);
+            break;
+        case zlines::MergeStep::commentFile:
+            cache.addFileComment(first);
+            break;
+        case zlines::MergeStep::commentStanza:
+            cache.addLineComment(stanza, first);
+            break;
+        case zlines::MergeStep::commentKey:
+            if (cache.contains(stanza, key) != 0)
+                cache.addLineComment(stanza, key, first);
+            break;
+    }
 }
 
 std::string_view ZPCategoryBasedCache_6_0::KeptLines::writeAll(Cache const& cache,

@@ -15,6 +15,10 @@
 #include "stanza/raise_sites.h"
 #include "stanza/text_buffer.h"
 
+namespace zlines {
+struct MergeStep;
+}
+
 // Hidden, because the patterns of exports.map match public names in the signatures of its
 // functions.
 struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zcache::Contents {
@@ -50,6 +54,11 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     ///         not read back.
     static zlines::SharedText compose(Cache const& cache, char const* path);
 
+    /// Makes the changes of `ours` since its text was read in `fresh`, which has read another text.
+    /// Adds the obfuscated values of `ours`. Returns false if the texts differ in a value or stanza
+    /// that has changed in `ours`; `fresh` may be partly changed then.
+    static bool merge(Cache& ours, Cache& fresh);
+
     /// Writes every line in the form of the library. Returns the text, a view of `text`.
     static std::string_view writeAll(Cache const& cache, zstanza::TextBuffer& text);
 
@@ -61,6 +70,12 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// if it is null.
     static void collect(Cache const& cache, zlines::SharedText const& composed,
                         std::string_view bytes, zlines::Dialect const& dialect);
+
+    /// Adds the lines and values to `document`.
+    /// range   the cache has a text as read.
+    static void describe(Cache const& cache, zlines::Document& document);
+
+    static void make(zlines::MergeStep const& step, Cache& cache);
 
     // Collects the text that a cache writes in this scope.
     class Collector {

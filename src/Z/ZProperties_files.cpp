@@ -234,6 +234,7 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     }
     file.close();
 
+    std::string linesPath(path);
     rep.companions.swap(read);
     if (copy != nullptr)
         exchange(store, copy);
@@ -248,6 +249,8 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     if (restorer)
         restorer->dismiss();
     recordFile(store, path, file);
+    rep.linesPath.swap(linesPath);
+    rep.linesStamp = file.stamp();
     setModified(store, 0);
     return true;
 }
@@ -318,38 +321,86 @@ void ZProperties_6_0::store(char const* path)
                     .c_str());
 
         zstore::JournaledFile file(chosen, zstore::JournaledFile::Mode::store);
-        Rep::StoreOperation operation(*this);
-        if (hasItems) {
-            if (companion.empty())
-                companion = file.newCompanion();
-            Rep::packCompanion(*this, companion, operation);
+        std::unique_ptr<ZPCache_6_0> merged = Rep::mergeWith(*this, chosen, file);
+        bool const isMerged = merged != nullptr;
+        if (isMerged)
+            Rep::exchange(*this, merged);
+        try {
+            std::string linesPath(chosen);
+            Rep::StoreOperation operation(*this);
+            if (hasItems) {
+                if (companion.empty())
+                    companion = file.newCompanion();
+                Rep::packCompanion(*this, companion, operation);
+            }
+            Rep::chooseCompanionChange(*this, file, named, companion, operation);
+            Rep::write(*this, chosen, file, operation);
+
+            if (operation.edited != nullptr)
+                Rep::exchange(*this, operation.edited);
+            if (operation.restorer)
+                operation.restorer->dismiss();
+            rep_->companions.swap(operation.companions);
+            rep_->linesPath.swap(linesPath);
+            rep_->linesStamp = file.stamp();
+        } catch (...) {
+            if (isMerged)
+                Rep::exchange(*this, merged);
+            throw;
         }
-        Rep::chooseCompanionChange(*this, file, named, companion, operation);
-
-        ZBuffer_6_0 text;
-        ZPCache_6_0& source = *operation.source;
-        bool const keepsLines = KeptLines::keepsLines(source);
-        KeptLines::Collector collector(keepsLines ? dynamic_cast<ZPCategoryBasedCache_6_0*>(&source)
-                                                  : nullptr);
-        render(source, rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&source) : nullptr,
-               chosen, text);
-        bool const isUnchanged = keepsLines && !file.isCreated() && file.text() == viewOf(text) &&
-                                 operation.change.change == zstore::JournaledFile::Companion::kept;
-        if (!isUnchanged)
-            rep_->isReplacing ? file.replace(viewOf(text), operation.change)
-                              : file.commit(viewOf(text), operation.change);
-        file.close();
-        collector.keep(viewOf(text));
-
-        if (operation.edited != nullptr)
-            Rep::exchange(*this, operation.edited);
-        if (operation.restorer)
-            operation.restorer->dismiss();
-        rep_->companions.swap(operation.companions);
         Rep::recordFile(*this, chosen, file);
         loading_ = 0;
         Rep::setModified(*this, 0);
     });
+}
+
+void ZProperties_6_0::Rep::write(ZProperties_6_0& store, char const* path,
+                                 zstore::JournaledFile& file, StoreOperation& operation)
+{
+    ZPCache_6_0& source = *operation.source;
+    bool const keepsLines = KeptLines::keepsLines(source);
+    KeptLines::Collector collector(keepsLines ? dynamic_cast<ZPCategoryBasedCache_6_0*>(&source)
+                                              : nullptr);
+    ZBuffer_6_0 text;
+    render(source, store.rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&source) : nullptr,
+           path, text);
+    bool const isUnchanged = keepsLines && !file.isCreated() && file.text() == viewOf(text) &&
+                             operation.change.change == zstore::JournaledFile::Companion::kept;
+    if (!isUnchanged)
+        store.rep_->isReplacing ? file.replace(viewOf(text), operation.change)
+                                : file.commit(viewOf(text), operation.change);
+    file.close();
+    collector.keep(viewOf(text));
+}
+
+std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::mergeWith(ZProperties_6_0& store,
+                                                             char const* path,
+                                                             zstore::JournaledFile const& file)
+{
+    auto* const cache = dynamic_cast<ZPCategoryBasedCache_6_0*>(store.cache_);
+    Rep const& rep = *store.rep_;
+    if (cache == nullptr || !KeptLines::keepsLines(*cache) || file.isCreated() ||
+        (rep.linesPath != path && (file.stamp().inode != rep.linesStamp.inode ||
+                                   file.stamp().device != rep.linesStamp.device)))
+        return nullptr;
+    auto const kept = KeptLines::textOf(*cache);
+    if (kept == nullptr || !kept->isOneFile || kept->text == file.text())
+        return nullptr;
+    std::unique_ptr<ZPCache_6_0> fresh =
+        rep.direct != nullptr ? std::unique_ptr<ZPCache_6_0>(cache->makeEmpty()) : copyCache(store);
+    if (fresh != nullptr) {
+        fresh->clear();
+        try {
+            parse(*fresh,
+                  rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(fresh.get()) : nullptr, path,
+                  file.text());
+            if (KeptLines::merge(*cache, static_cast<ZPCategoryBasedCache_6_0&>(*fresh)))
+                return fresh;
+        } catch (ZPropertiesInvalidDataException_6_0 const&) {
+            // The other program has left a file that cannot be read.
+        }
+    }
+    throw zfiles::IoError{path, zfiles::FailedCall::store, ESTALE};
 }
 
 int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)

@@ -326,6 +326,16 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static void packCompanion(ZProperties_6_0& store, std::string const& path,
                               StoreOperation& operation);
 
+    /// Returns the contents with the changes of the store, for a file that another program has
+    /// changed since its lines were read; null if it has not, or if the store keeps no lines.
+    /// throws  IoError (path, "store()", ESTALE) if the file has changed in the same values.
+    static std::unique_ptr<ZPCache_6_0> mergeWith(ZProperties_6_0& store, char const* path,
+                                                  zstore::JournaledFile const& file);
+
+    /// Renders the text of the contents and writes it to the file, unless the file has it.
+    static void write(ZProperties_6_0& store, char const* path, zstore::JournaledFile& file,
+                      StoreOperation& operation);
+
     /// Decides whether the companion is written, removed or unchanged. `named` is the companion
     /// that the contents name, `path` the companion to write.
     static void chooseCompanionChange(ZProperties_6_0& store, zstore::JournaledFile const& file,
@@ -334,6 +344,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     int depth = 0;             // number of Holds of the thread that has the lock
     bool isReplacing = false;  // see setReplacing()
+    std::string linesPath;     // the file whose text the cache keeps, if it keeps lines
+    zstore::JournaledFile::Stamp linesStamp;  // of that file, when it was loaded or stored
     Companions companions;
     std::string sharedPath;  // the path in the factory's map; set before the store is shared
     Queue queued;

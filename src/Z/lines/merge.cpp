@@ -1,0 +1,246 @@
+#include "merge.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "outline.h"
+
+namespace zlines {
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// A comment, by the key below it. An empty key: the comment is above a header or at the end.
+struct Comment {
+    std::string key;
+    std::string text;  // of a document with its mark, else without
+
+    auto operator<=>(Comment const&) const = default;
+};
+
+struct StanzaContents {
+    std::map<std::string, Strings> values;  // by the name as compared
+    std::vector<Comment> comments;
+
+    bool operator==(StanzaContents const& other) const { return values == other.values; }
+};
+
+using Contents = std::map<std::string, StanzaContents>;
+
+Contents contentsOf(std::string_view text, Dialect const& dialect)
+{
+    Contents contents;
+    Outline outline(text, dialect);
+    std::string space;
+    for (ReadStanza const& stanza : outline.stanzas()) {
+        StanzaContents& found = contents[std::string(stanza.name)];
+        size_t commented = found.comments.size();  // the key below is known
+        for (uint32_t i = stanza.firstSection; i != kNone; i = outline.sections()[i].next) {
+            Section const& section = outline.sections()[i];
+            for (uint32_t line = section.first; line < section.end; ++line) {
+                if (outline.lines()[line].kind == commentLine)
+                    found.comments.push_back({"", std::string(outline.comment(line))});
+                if (!outline.lines()[line].isKey())
+                    continue;
+                std::string const key(outline.keyName(line, space));
+                for (; commented < found.comments.size(); ++commented)
+                    found.comments[commented].key = key;
+                Strings& values = found.values[key];
+                if (outline.lines()[line].kind == valueLine)
+                    values.emplace_back(outline.value(line, space));
+            }
+            commented = found.comments.size();
+        }
+    }
+    return contents;
+}
+
+class Planner {
+public:
+    Planner(std::string_view base, Document const& document, std::string_view other,
+            Dialect const& dialect, std::vector<MergeStep>& steps)
+        : dialect_(dialect),
+          document_(document),
+          base_(contentsOf(base, dialect)),
+          other_(contentsOf(other, dialect)),
+          steps_(steps)
+    {
+    }
+
+    bool plan()
+    {
+        std::set<std::string> present;
+        for (size_t i = 0; i < document_.stanzas.size(); ++i) {
+            std::string space;
+            std::string const name(
+                i == 0 ? dialect_.topStanza()
+                       : dialect_.comparableStanza(document_.stanzas[i].name, space));
+            present.insert(name);
+            if (!mergeStanza(i, name))
+                return false;
+        }
+        for (auto const& [name, stanza] : base_) {
+            auto const other = other_.find(name);
+            if (name == dialect_.topStanza() || present.contains(name) || other == other_.end())
+                continue;
+            if (!(other->second == stanza))
+                return false;
+            steps_.push_back({MergeStep::removeStanza, name, "", {}});
+        }
+        for (MergeStep& step : commentsOfStanzas_)
+            steps_.push_back(std::move(step));
+        return true;
+    }
+
+private:
+    // Merges a stanza of the document. Returns false for a conflict.
+    bool mergeStanza(size_t index, std::string const& name)
+    {
+        Stanza const& stanza = document_.stanzas[index];
+        auto const base = base_.find(name);
+        auto const other = other_.find(name);
+        StanzaContents const none;
+        StanzaContents const& before = base == base_.end() ? none : base->second;
+        bool const isRemovedThere = base != base_.end() && other == other_.end();
+        std::string const spelled(stanza.name);
+        if (base == base_.end() && other == other_.end())
+            steps_.push_back({MergeStep::addStanza, spelled, "", {}});
+        std::set<std::string> present;
+        std::multiset<Comment> comments(before.comments.begin(), before.comments.end());
+        std::vector<std::string_view> pending;  // new comments
+        for (uint32_t i = 0; i < stanza.entryCount; ++i) {
+            Entry const& entry = document_.entries[stanza.firstEntry + i];
+            if (entry.isComment) {
+                if (isNew(stanza, i, comments))
+                    pending.push_back(entry.text);
+                continue;
+            }
+            std::string space;
+            std::string const key(dialect_.comparableKey(entry.text, space));
+            present.insert(key);
+            std::optional<Strings> values = valuesOf(entry);
+            auto const old = before.values.find(key);
+            bool const isWithoutLine = entry.valueCount == 0 && !entry.needsLine;
+            if (isWithoutLine && (old == before.values.end() || old->second.empty()))
+                values = find(before, key);  // its values are in the companion
+            if (!mergeKey(spelled, std::string(entry.text), key, values, before,
+                          other == other_.end() ? none : other->second))
+                return false;
+            if (isRemovedThere && values != find(before, key))
+                return false;
+            for (std::string_view const comment : pending)
+                steps_.push_back({MergeStep::commentKey,
+                                  spelled,
+                                  std::string(entry.text),
+                                  {std::string(comment)}});
+            pending.clear();
+        }
+        for (auto const& [key, values] : before.values)
+            if (!present.contains(key) && !mergeKey(spelled, key, key, {}, before,
+                                                    other == other_.end() ? none : other->second))
+                return false;
+        addRemainingComments(index, pending);
+        return true;
+    }
+
+    bool mergeKey(std::string const& stanza, std::string const& spelled, std::string const& key,
+                  std::optional<Strings> const& values, StanzaContents const& before,
+                  StanzaContents const& other)
+    {
+        std::optional<Strings> const old = find(before, key);
+        std::optional<Strings> const there = find(other, key);
+        if (values == old || values == there)
+            return true;
+        if (there != old)
+            return false;
+        if (values)
+            steps_.push_back({MergeStep::setKey, stanza, spelled, *values});
+        else
+            steps_.push_back({MergeStep::removeKey, stanza, spelled, {}});
+        return true;
+    }
+
+    static std::optional<Strings> find(StanzaContents const& stanza, std::string const& key)
+    {
+        auto const found = stanza.values.find(key);
+        return found == stanza.values.end() ? std::nullopt : std::optional(found->second);
+    }
+
+    std::optional<Strings> valuesOf(Entry const& entry) const
+    {
+        if (entry.valueCount == 0 && !entry.needsLine)
+            return {};
+        Strings values;
+        for (uint32_t i = 0; i < entry.valueCount; ++i)
+            values.emplace_back(document_.values[entry.firstValue + i]);
+        return values;
+    }
+
+    // Returns whether a comment of the document is not in the text, and removes it from `comments`.
+    bool isNew(Stanza const& stanza, uint32_t index, std::multiset<Comment>& comments) const
+    {
+        Entry const& entry = document_.entries[stanza.firstEntry + index];
+        std::string const text(dialect_.commentText(entry.text));
+        std::string space;
+        std::string key;
+        for (uint32_t i = index + 1; i < stanza.entryCount && key.empty(); ++i)
+            if (Entry const& next = document_.entries[stanza.firstEntry + i]; !next.isComment)
+                key = dialect_.comparableKey(next.text, space);
+        auto found = comments.find({key, text});
+        if (found == comments.end())
+            found = std::find_if(comments.begin(), comments.end(),
+                                 [&](Comment const& other) { return other.text == text; });
+        if (found == comments.end())
+            return true;
+        comments.erase(found);
+        return false;
+    }
+
+    // New comments without a key below them are above the next header or at the start of the file.
+    void addRemainingComments(size_t index, std::vector<std::string_view> const& comments)
+    {
+        bool const hasNext = index + 1 < document_.stanzas.size();
+        bool const isAboveHeader = hasNext && !document_.stanzas[index + 1].isBelowBlank;
+        for (std::string_view const comment : comments)
+            commentsOfStanzas_.push_back(
+                {isAboveHeader ? MergeStep::commentStanza : MergeStep::commentFile,
+                 std::string(isAboveHeader ? document_.stanzas[index + 1].name : ""),
+                 "",
+                 {std::string(comment)}});
+    }
+
+    Dialect const& dialect_;
+    Document const& document_;
+    Contents const base_;
+    Contents const other_;
+    std::vector<MergeStep>& steps_;
+    std::vector<MergeStep> commentsOfStanzas_;  // they need every stanza
+};
+
+}  // namespace
+
+bool planMerge(std::string_view base, Document const& document, std::string_view other,
+               Dialect const& dialect, std::vector<MergeStep>& steps)
+{
+    return Planner(base, document, other, dialect, steps).plan();
+}
+
+bool hasSameValues(std::string_view stanza, std::string_view key, std::string_view base,
+                   std::string_view other, Dialect const& dialect)
+{
+    auto const valuesIn = [&](std::string_view text) -> std::optional<Strings> {
+        Contents const contents = contentsOf(text, dialect);
+        auto const found = contents.find(std::string(stanza));
+        if (found == contents.end())
+            return {};
+        auto const values = found->second.values.find(std::string(key));
+        return values == found->second.values.end() ? std::nullopt : std::optional(values->second);
+    };
+    return valuesIn(base) == valuesIn(other);
+}
+
+}  // namespace zlines
