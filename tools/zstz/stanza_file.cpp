@@ -108,7 +108,7 @@ EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingF
     if (missing == createIfMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
-    // A store writes only what the library has read.
+    // A store writes only the bytes that the library has read.
     using Cause = ZStanzaProblem_6_0::Cause;
     auto const isIntended = [&removal](ZStanzaProblem_6_0 const& problem) {
         return !removal.stanza.empty() && toStdString(problem.stanza()) == removal.stanza &&
