@@ -31,7 +31,8 @@ bool isUTF16(std::string_view text)
 void Inspector::inspect()
 {
     block_.resize(text_.size() + 1, zstanza::kSource, zstanza::raiseInAllocate);
-    memcpy(block_.data(), text_.data(), text_.size());
+    if (!text_.empty())
+        memcpy(block_.data(), text_.data(), text_.size());
     block_[text_.size()] = '\0';
     if (isUTF16(text_)) {
         // Each line would be refused for another reason: there is a single remedy.
