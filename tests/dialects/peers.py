@@ -102,9 +102,10 @@ def read_gkeyfile(path):
             error = ctypes.POINTER(GError)()
             value = library.g_key_file_get_string(file, group, key, ctypes.byref(error))
             if value and not error:
-                found.append([text(group), text(key), text(ctypes.string_at(value))])
+                found.append([stanza_name(text(group)), text(key), text(ctypes.string_at(value))])
             else:
-                found.append([text(group), text(key), {"error": text(error.contents.message)}])
+                found.append([stanza_name(text(group)), text(key),
+                              {"error": text(error.contents.message)}])
     return values(found)
 
 
@@ -127,7 +128,7 @@ def read_python(path, inline=None):
     def raw(word):
         return text(word.encode("utf-8", "surrogateescape"))
 
-    return values([[raw(section), raw(key), raw(value)] for section in parser.sections()
+    return values([[stanza_name(raw(section)), raw(key), raw(value)] for section in parser.sections()
                    for key, value in parser.items(section) if key])
 
 
@@ -198,18 +199,20 @@ def find_mysql():
 def read_mysql(path):
     found = []
     groups = re.findall(rb"^[ \t]*\[([^]\n]*)\]", bytes_of(path), re.M)
-    for group in dict.fromkeys(groups) or [b"none"]:
+    for group in dict.fromkeys(group.rstrip() for group in groups) or [b"none"]:
         # Without the lines that include others, which would be followed.
         with open(path, "rb") as file:
             lines = [b"#\n" if line.lstrip().startswith(b"!") else line for line in file]
-        run = subprocess.run([b"my_print_defaults", b"--defaults-file=/dev/stdin", group],
+        run = subprocess.run([b"my_print_defaults", b"--defaults-file=/dev/stdin", b"--",
+                              group],
                              input=b"".join(lines), capture_output=True, check=False)
         if run.returncode != 0:
             return refused(text(run.stderr))
         for entry in re.split(rb"\n(?=--)", run.stdout.removesuffix(b"\n")):
             key, equals, value = entry.removeprefix(b"--").partition(b"=")
             if entry:
-                found.append([text(group), text(key), text(value) if equals else None])
+                found.append([stanza_name(text(group)), text(key),
+                              text(value) if equals else None])
     return values(found)
 
 
@@ -229,7 +232,7 @@ def read_samba(path):
     stanza = "global"
     for line in text(run.stdout).split("\n"):
         if line.startswith("[") and line.endswith("]"):
-            stanza = line[1:-1]
+            stanza = stanza_name(line[1:-1])
         elif line.startswith("\t"):
             key, _, value = line[1:].partition(" = ")
             found.append([stanza, key, value])
@@ -250,7 +253,8 @@ def read_kconfig(path):
     for line in text(bytes_of(path)).splitlines():
         line = line.strip()
         if line.startswith("[") and "]" in line:
-            groups = [part for part in line[1:line.rindex("]")].split("][") if part[:1] != "$"]
+            chain = re.match(r"(\[[^]]*\])+", line)[0]
+            groups = [part for part in chain[1:-1].split("][") if part[:1] != "$"]
         elif "=" in line and not line.startswith("#"):
             key = re.sub(r"\[\$[^]]*\]", "", line.partition("=")[0]).strip()
             if not key or (tuple(groups), key) in seen:

@@ -6,6 +6,7 @@
 // bytes.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -109,8 +110,10 @@ private:
                 passOver(line, at + 1, "directive");
             return;
         }
-        if (rules.trailing && rules.trailingNeeds == TrailingNeeds::blankBefore &&
-            rules.quoting == Quoting::none)
+        bool const cutsLine =
+            rules.trailingNeeds == TrailingNeeds::blankBefore ||
+            (rules.trailingNeeds == TrailingNeeds::blankBeforeInValue && piece.chars[at] == '[');
+        if (cutsLine && rules.quoting == Quoting::none)
             cutComment(piece, at);
         if (takeIndented(piece, line, at))
             return;
@@ -123,31 +126,18 @@ private:
             readKey(piece, line, at);
     }
 
-    // Cuts a comment after a space.
-    void cutComment(Piece& piece, std::size_t from) const
-    {
-        for (std::size_t i = from + 1; i < piece.chars.size(); ++i) {
-            if (isMark(piece.chars[i], rules.trailing) && isBlank(piece.chars[i - 1])) {
-                piece.chars.resize(i);
-                piece.offsets.resize(i);
-                return;
-            }
-        }
-    }
-
     // Takes a line that continues a value because of its indentation.
     bool takeIndented(Piece const& piece, std::size_t line, std::size_t indentation)
     {
         if (!(rules.join & indented))
             return false;
-        std::size_t const blanks = pendingBlanks_;
-        pendingBlanks_ = 0;
         if (open_ == nullptr || indentation <= indentation_) {
             indentation_ = indentation;
             return false;
         }
         std::size_t const end = withoutBlanksAtEnd(piece.chars, indentation);
-        open_->text += std::string(blanks + 1, '\n');
+        open_->text += std::string(pendingBlanks_ + 1, '\n');
+        pendingBlanks_ = 0;
         open_->text += piece.chars.substr(indentation, end - indentation);
         open_->valueEnd = piece.offset(end);
         for (std::size_t i = open_->lastLine; i < line; ++i)
@@ -181,7 +171,8 @@ private:
             return true;
         }
         std::string name(rest.substr(0, close));
-        if (rules.heads == Heads::alone && !isDesktopName(name)) {
+        if ((rules.heads == Heads::alone && !isDesktopName(name)) ||
+            (rules.heads == Heads::endsLine && !isSystemdName(name))) {
             refuse(line, at + 1, "invalid header");
             return true;
         }
@@ -192,10 +183,18 @@ private:
         return true;
     }
 
+    static bool isControl(char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }
+
+    static bool isSystemdName(std::string_view name)
+    {
+        return std::none_of(name.begin(), name.end(), isControl) &&
+               name.find_first_of("\"'\\") == kNowhere;
+    }
+
     static bool isDesktopName(std::string_view name)
     {
         for (char const c : name)
-            if (c == '[' || c == ']' || (c >= 0 && c < 0x20) || c == 0x7f)
+            if (c == '[' || c == ']' || isControl(c))
                 return false;
         return !name.empty();
     }
@@ -361,7 +360,8 @@ private:
         std::size_t const open = key.find('[');
         if (open == kNowhere)
             return key.find(']') == kNowhere;
-        if (open == 0 || key[open - 1] == ' ' || key[open - 1] == '\t' || key.back() != ']')
+        if (open == 0 || key.find(']') + 1 != key.size() || key[open - 1] == ' ' ||
+            key[open - 1] == '\t')
             return false;
         for (char const c : key.substr(open + 1, key.size() - open - 2))
             if (!isLetter(c) && !isDigit(c) && std::string_view("-_.@").find(c) == kNowhere &&
@@ -431,7 +431,7 @@ private:
     std::optional<std::size_t> current_;  // stanza
     Value* open_ = nullptr;               // that indented lines continue
     std::size_t indentation_ = 0;         // of the last line that did not continue another
-    std::size_t pendingBlanks_ = 0;       // blank lines since the last other line
+    std::size_t pendingBlanks_ = 0;       // blank lines that a value may continue after
 };
 
 }  // namespace dialect_model

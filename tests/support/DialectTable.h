@@ -14,16 +14,18 @@ enum Mark : unsigned { noMark = 0, hash = 1, semicolon = 2, directive = 4 };
 
 // Condition for a mark after a value to start a comment.
 enum class TrailingNeeds {
-    nothing,     // any mark outside quotes
-    blankBefore  // a mark outside quotes, after a space or a tab
+    nothing,            // any mark outside quotes
+    blankBefore,        // a mark outside quotes, after a space or a tab
+    blankBeforeInValue  // the same, but in keys and as the first of a value, it is text
 };
 
 enum class Heads {
-    none,            // a bracket has no meaning
-    toBracket,       // name up to the first ']'; the rest of the line is ignored
-    endsLine,        // ']' must be the last character; a ']' before it belongs to the name
-    alone,           // as endsLine; neither brackets nor control characters in a name, not empty
-    subsection,      // [a "B"] is a.B; [a.B] is a.b; a key can follow on the same line
+    none,        // a bracket has no meaning
+    toBracket,   // name up to the first ']'; the rest of the line is ignored
+    endsLine,    // ']' must be the last character; a ']' before it belongs to the name; no quotes,
+                 // backslashes or control characters in a name
+    alone,       // as endsLine; neither brackets nor control characters in a name, not empty
+    subsection,  // [a "B"] is a.B; [a.B] is a.b; a key can follow on the same line
     toLastBracket,   // name up to the last ']', not empty; without it the line is a key line
     bracketedGroups  // [A][B] is A][B; without a ']' the line is passed over
 };
@@ -161,7 +163,8 @@ inline constexpr Switches kStanza = {
 
 // Two backslashes at the end of a line do not continue it. The spaces before the backslash and at
 // the start of the next line belong to the value. "=x" is passed over, and so are keys before the
-// first header. "[]" is a stanza without a name.
+// first header. "[]" is a stanza without a name; quotes, backslashes and control characters in a
+// header are refused.
 inline constexpr Switches kSystemd = {
     .marks = hash | semicolon,
     .heads = Heads::endsLine,
@@ -314,7 +317,7 @@ inline constexpr Switches kKconfig = {
 inline constexpr Switches kEditorconfig = {
     .marks = hash | semicolon,
     .trailing = hash | semicolon,
-    .trailingNeeds = TrailingNeeds::blankBefore,
+    .trailingNeeds = TrailingNeeds::blankBeforeInValue,
     .heads = Heads::toLastBracket,
     .top = Top::stanza,
     .separators = equals | colon,

@@ -256,6 +256,18 @@ protected:
         }
     }
 
+    // Cuts a comment after a space.
+    void cutComment(Piece& piece, std::size_t from) const
+    {
+        for (std::size_t i = from + 1; i < piece.chars.size(); ++i) {
+            if (isMark(piece.chars[i], rules.trailing) && isBlank(piece.chars[i - 1])) {
+                piece.chars.resize(i);
+                piece.offsets.resize(i);
+                return;
+            }
+        }
+    }
+
     // Where a comment starts that needs no space before its mark.
     std::size_t commentStart(std::string_view chars, std::size_t at) const
     {

@@ -19,8 +19,12 @@ protected:
     void readValue(Piece const& piece, std::size_t line, std::size_t from, Value& value)
     {
         switch (rules.quoting) {
-            case Quoting::none:
-                return readPlain(piece, from, piece.chars.size(), value);
+            case Quoting::none: {
+                Piece whole = piece;
+                if (rules.trailingNeeds == TrailingNeeds::blankBeforeInValue)
+                    cutComment(whole, afterBlanks(whole.chars, from));
+                return readPlain(whole, from, whole.chars.size(), value);
+            }
             case Quoting::ends:
                 return readPlain(piece, from, commentStart(piece.chars, 0), value);
             case Quoting::anywhere:
