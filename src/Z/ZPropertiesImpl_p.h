@@ -54,9 +54,9 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     ///         not read back.
     static zlines::SharedText compose(Cache const& cache, char const* path);
 
-    /// Makes the changes of `ours` since its text was read in `fresh`, which has read another text.
-    /// Adds the obfuscated values of `ours`. Returns false if the texts differ in a value or stanza
-    /// that has changed in `ours`; `fresh` may be partly changed then.
+    /// Makes the changes of `ours` since its lines were read in `fresh`, which has read the file
+    /// again. Adds the obfuscated values of `ours`. Returns false if a value or stanza that has
+    /// changed in `ours` has changed in the file, too; `fresh` may be partly changed then.
     static bool merge(Cache& ours, Cache& fresh);
 
     /// Writes every line in the form of the library. Returns the text, a view of `text`.
@@ -72,7 +72,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
                         std::string_view bytes, zlines::Dialect const& dialect);
 
     /// Adds the lines and values to `document`.
-    /// range   the cache has a text as read.
+    /// range   textOf() is not null.
     static void describe(Cache const& cache, zlines::Document& document);
 
     static void make(zlines::MergeStep const& step, Cache& cache);

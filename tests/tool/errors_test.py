@@ -249,10 +249,11 @@ class ErrorsTest(tool.ToolTest):
         os.chown(directory, 0, 0)
         directory.chmod(0o1777)
         change = ["set", self.file, "listener", "name"]
-        for name, edit in ((".zjn", [*change, "x"]),
-                           (".zjn.new", [*change, "x"]),
-                           (".zjn.new", [*change, "x", "--replace"]),
-                           (".new", [*change, "x", "--replace"]),
+        # Each edit is a change: a store without a change creates no file.
+        for name, edit in ((".zjn", [*change, "a"]),
+                           (".zjn.new", [*change, "b"]),
+                           (".zjn.new", [*change, "c", "--replace"]),
+                           (".new", [*change, "d", "--replace"]),
                            (".obf.new", ["set", self.file, "s", "password", "--obfuscated"])):
             with self.subTest(name=name, edit=edit):
                 planted = directory / f".{self.path.name}{name}"

@@ -140,7 +140,7 @@ class ZstzTest(tool.ToolTest):
             "zero byte\n", "check", self.file)
 
     def test_an_edit_is_refused_if_a_line_is_not_read_completely(self):
-        rows = ((f"[a]\n\nk = {'x' * 8190}=y\n", 3, "exceeds 8190 bytes"),
+        rows = ((f"[a]\n\nk = {'x' * 8190} = y\n", 3, "exceeds 8190 bytes"),
                 ("[a]\nk = 1\0 2\n", 2, "zero byte"))
         for text, line, printed in rows:
             self.path.write_text(text)
@@ -150,6 +150,9 @@ class ZstzTest(tool.ToolTest):
                     self.expect_unchanged(REFUSED, f"{self.file}:{line}: not saved: the line ",
                                           *verb)
                     self.expect_unchanged(REFUSED, printed, *verb)
+            self.expect_unchanged(REFUSED, printed, "set", self.file, "b", "c", "1", "--normalise")
+            self.expect(DONE, "", "set", self.file, "b", "c", "1")
+            self.expect_text(text + "\n[b]\nc = 1\n")
 
     # The library ignores an empty value next to other values, and storing drops its line.
 
@@ -175,47 +178,59 @@ class ZstzTest(tool.ToolTest):
                 self.assertEqual("".join(f"{self.file}:{line}: {note}" for line in lines),
                                  run.stdout.split("\n", 1)[1])
 
-    def test_an_edit_that_would_drop_an_empty_value_is_refused(self):
+    def test_an_edit_keeps_empty_values_unless_it_normalises(self):
         for text, lines in self.LOST_LINES:
             for verb in (["set", self.file, "c", "z", "1"], ["add", self.file, "c", "z", "1"],
-                         ["set", self.file, "a", "z", "1", "--all"]):
+                         ["set", self.file, "c", "z", "1", "--all"]):
                 with self.subTest(text=text, verb=verb):
+                    self.path.write_text(text)
+                    self.expect(DONE, "", *verb)
+                    self.expect_text(text + "\n[c]\nz = 1\n")
                     self.path.write_text(text)
                     if lines:
                         self.expect_unchanged(
                             REFUSED, f'{self.file}:{lines[0]}: not saved: key "k" has no value '
-                            "here but values elsewhere, and storing drops this line; ", *verb)
+                            "here but values elsewhere, and storing drops this line; ", *verb,
+                            "--normalise")
                     else:
-                        self.expect(DONE, "", *verb)
+                        self.expect(DONE, "", *verb, "--normalise")
 
     def test_an_edit_may_remove_the_empty_values_of_its_own_key(self):
         text = "[a]\nk =\nk = v\nz = 1\n"
-        for verb, after in ((["set", self.file, "a", "k", "w"], "[a]\nk = w\nz = 1\n"),
-                            (["unset", self.file, "a", "k"], "[a]\nz = 1\n")):
+        for verb, kept, after in (
+                (["set", self.file, "a", "k", "w"], "[a]\nk =\nk = w\nz = 1\n",
+                 "[a]\nk = w\nz = 1\n"),
+                (["unset", self.file, "a", "k"], "[a]\nz = 1\n", "[a]\nz = 1\n")):
             self.path.write_text(text)
-            self.expect_unchanged(REFUSED, f"{self.file}:2: not saved: ", *verb)
-            self.expect(DONE, "", *verb, "--all")
+            self.expect_unchanged(REFUSED, f"{self.file}:2: not saved: ", *verb, "--normalise")
+            self.expect(DONE, "", *verb, "--all", "--normalise")
             self.expect_text(after)
+            self.path.write_text(text)
+            self.expect(DONE, "", *verb)
+            self.expect_text(kept)
         self.path.write_text(text + "[b]\n")
         self.expect(DONE, "", "unset", self.file, "a", "--stanza")
         self.expect_text("[b]\n")
         java = pathlib.Path(self.directory.name) / "a.properties"
         java.write_text("k = w\n")
         self.path.write_text(text)
-        self.expect(DONE, "", "convert", self.file, "a", "--from", str(java), "--overwrite")
+        self.expect(DONE, "", "convert", self.file, "a", "--from", str(java), "--overwrite",
+                    "--normalise")
         self.expect_text("[a]\nk = w\n")
 
-    def test_an_edit_is_refused_if_it_would_drop_an_empty_value_of_an_obfuscated_key(self):
+    def test_an_edit_keeps_an_empty_value_of_an_obfuscated_key_unless_it_normalises(self):
         self.expect(DONE, "", "set", self.file, "listener", "key", "--obfuscated", given="secret")
         text = self.path.read_text().replace("[upstream]\n", "[upstream]\nx =\n")
         text = text.replace("[listener]\n", "[listener]\nkey =\n")
         self.path.write_text(text)
         line = text[:text.index("key =")].count("\n") + 1
         self.expect_unchanged(REFUSED, f"{self.file}:{line}: not saved: ",
-                              "set", self.file, "upstream", "x", "1")
+                              "set", self.file, "upstream", "x", "1", "--normalise")
         self.assertIn(f'{self.file}:{line}: note: key "key" has no value',
                       self.run_tool("check", self.file).stdout)
-        self.expect(DONE, "", "unset", self.file, "listener", "key", "--all")
+        self.expect(DONE, "", "set", self.file, "upstream", "x", "1")
+        self.expect_text(text.replace("x =", "x = 1"))
+        self.expect(DONE, "", "unset", self.file, "listener", "key", "--all", "--normalise")
 
     # ---- Hexadecimal dumps ----
 
@@ -269,6 +284,39 @@ class ZstzTest(tool.ToolTest):
         self.expect(DONE, "", "set", self.file, "listener", "name", "back door")
         self.expect_text(GATEWAY.replace("front", "back"))
 
+    ODD = "# a\r\n\n [a] tail\n\tk   =  v  \nl=\nk=w\n\n# b\n[b]\nlast = 1"
+
+    def test_an_edit_changes_only_its_lines(self):
+        rows = (
+            (["set", "b", "last", "2"], self.ODD.replace("= 1", "= 2")),
+            (["set", "a", "k", "x", "--all"], self.ODD.replace("=  v", "=  x").replace("k=w\n", "")),
+            (["add", "a", "k", "x"], self.ODD.replace("k=w\n", "k=w\nk=x\n")),
+            (["unset", "b", "last"], self.ODD.replace("\nlast = 1", "")),
+            (["set", "b", "new", "2"], self.ODD + "\nnew = 2"),
+            (["set", "c", "new", "2"], self.ODD + "\n\n[c]\nnew = 2"),
+            (["set", "a", "l", "1"], self.ODD.replace("l=", "l=1")),
+            (["unset", "a", "--stanza"], "# a\r\n\n[b]\nlast = 1"),
+        )
+        for verb, after in rows:
+            for replace in ([], ["--replace"]):
+                with self.subTest(verb=verb):
+                    self.path.write_bytes(self.ODD.encode())
+                    self.expect(DONE, "", verb[0], self.file, *verb[1:], *replace)
+                    self.assertEqual(after, self.path.read_bytes().decode())
+
+    def test_an_edit_without_a_change_writes_nothing(self):
+        self.path.write_bytes(self.ODD.encode())
+        before = os.stat(self.file)
+        self.expect(DONE, "", "set", self.file, "b", "last", "1")
+        self.expect(DONE, "", "add", self.file, "a", "k", "w")
+        after = os.stat(self.file)
+        self.assertEqual((before.st_ino, before.st_ctime_ns), (after.st_ino, after.st_ctime_ns))
+
+    def test_normalise_stores_every_line_in_one_form(self):
+        self.path.write_bytes(self.ODD.encode())
+        self.expect(DONE, "", "set", self.file, "b", "last", "2", "--normalise")
+        self.expect_text("# a\n\n[a]\nk = v\nk = w\nl =\n\n# b\n[b]\nlast = 2\n")
+
     def test_set_creates_the_key_and_the_stanza(self):
         self.expect(DONE, "", "set", self.file, "upstream", "host", "10.0.0.7")
         self.expect(DONE, "", "set", self.file, "cellar", "door", "closed")
@@ -283,7 +331,7 @@ class ZstzTest(tool.ToolTest):
 
     def test_set_to_an_empty_value_keeps_the_key(self):
         self.expect(DONE, "", "set", self.file, "listener", "name", "")
-        self.expect_text(GATEWAY.replace("name = front door", "name ="))
+        self.expect_text(GATEWAY.replace("name = front door", "name = "))
 
     def test_a_value_may_start_with_a_dash(self):
         self.expect(DONE, "", "set", self.file, "listener", "name", "--", "-5")

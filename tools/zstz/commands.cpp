@@ -137,12 +137,9 @@ void checkKind(ZProperties_6_0& store, Request const& request)
                                        "remove the key with 'zstz unset'"}};
 }
 
-// Returns the key or stanza whose lines the user asked to remove or replace.
-EditedFile::Removal removalOf(Request const& request)
+EditedFile::Edit editOf(Request const& request)
 {
-    if (request.wholeStanza)
-        return {request.stanza, ""};
-    return request.all ? EditedFile::Removal{request.stanza, request.key} : EditedFile::Removal{};
+    return {request.stanza, request.key, request.wholeStanza || request.all, request.normalise};
 }
 
 // Refuses a change that would remove more than one value, unless --all is set.
@@ -207,7 +204,7 @@ int runSet(Request const& request)
     checkNames(request.file, request.stanza, request.key);
     if (!request.obfuscated)
         checkValue(request.file, request.key, value);
-    EditedFile file(request.file, removalOf(request));
+    EditedFile file(request.file, editOf(request));
     checkKind(file.store(), request);
     checkCount(file.store(), request, "replace", ", or use 'zstz add'");
     file.store().setValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
@@ -228,7 +225,7 @@ int runAdd(Request const& request)
                       request.file,
                       {nameKey(request.key, request.stanza) + ": cannot add an empty value",
                        "use 'zstz set' for a key without a value"}};
-    EditedFile file(request.file);
+    EditedFile file(request.file, editOf(request));
     checkKind(file.store(), request);
     file.store().addValue(request.stanza.c_str(), request.key.c_str(), value.c_str(),
                           request.obfuscated);
@@ -240,7 +237,7 @@ int runAdd(Request const& request)
 int runUnset(Request const& request)
 {
     checkReserved(request.file, request.stanza);
-    EditedFile file(request.file, removalOf(request));
+    EditedFile file(request.file, editOf(request));
     if (request.wholeStanza) {
         requireStanza(file.store(), request.file, request.stanza);
         file.store().deleteStanza(request.stanza.c_str());

@@ -20,6 +20,7 @@ struct Request {
     bool obfuscated = false;       // set, add: read the value from standard input
     bool wholeStanza = false;      // unset
     bool replace = false;          // set, add, unset: rename a new file over the old one
+    bool normalise = false;        // set, add, unset, convert: store every line in one form
     std::string action;            // java: get, set, list or check
     std::string javaFrom;          // convert: either this or javaTo
     std::string javaTo;

@@ -278,6 +278,8 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
         return {exitNoAccess, file, *problem};
     if (error == EFBIG && call == FailedCall::read)
         return {exitNoAccess, file, {"too large for a configuration file", "split it"}};
+    if (call == FailedCall::store)
+        return {exitNoAccess, file, {"the same value was changed by another program", "try again"}};
     if (error == ESTALE)
         return {exitNoAccess, file, {"replaced by another program", "try again"}};
     if (char const* const kind = irregularKind(file))
@@ -289,6 +291,10 @@ Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
     std::string const problem = nameKey(toStdString(e.key()), toStdString(e.category())) + ": " +
                                 quote(toStdString(e.value()));
+    if (e.messageNumber() == zreporting::invalidValue)
+        return {exitInvalidValue,
+                toStdString(e.propFile()),
+                {problem + " would not read back in its line", "shorten it or use another value"}};
     return {exitInvalidValue, toStdString(e.propFile()),
             e.messageNumber() == zreporting::invalidBoolValue
                 ? Problem{problem + " is not a boolean", "write yes or no"}

@@ -241,10 +241,8 @@ int convertFromJava(Request const& request)
     }
     checkNames(request.file, request.stanza, "key");
 
-    EditedFile file(
-        request.file,
-        request.overwrite ? EditedFile::Removal{request.stanza, ""} : EditedFile::Removal{},
-        EditedFile::createIfMissing);
+    EditedFile file(request.file, {request.stanza, "", request.overwrite, request.normalise,
+                                   EditedFile::createIfMissing});
     ZStanzaFileProperties_6_0& store = file.store();
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {

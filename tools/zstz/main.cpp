@@ -99,8 +99,11 @@ void addGet(CLI::App& verb, Request& request)
         ->excludes(all);
 }
 
-void addReplace(CLI::App& verb, Request& request)
+void addStoreOptions(CLI::App& verb, Request& request)
 {
+    verb.add_flag("--normalise", request.normalise,
+                  "store every line of the file as \"key = value\"; default: change only the lines "
+                  "of the edit");
     verb.add_flag("--replace", request.replace,
                   "rename a new file over the old one, for readers that take no lock");
 }
@@ -108,7 +111,7 @@ void addReplace(CLI::App& verb, Request& request)
 void addAdd(CLI::App& verb, Request& request)
 {
     addKey(verb, request)->required();
-    addReplace(verb, request);
+    addStoreOptions(verb, request);
     CLI::Option* const value = verb.add_option("VALUE", request.value, "value of the key");
     verb.add_flag("--obfuscated", request.obfuscated,
                   "keep the value out of the file and read it from standard input")
@@ -130,7 +133,7 @@ void checkValue(CLI::App const& verb, Request const& request)
 void addUnset(CLI::App& verb, Request& request)
 {
     CLI::Option* const key = addKey(verb, request);
-    addReplace(verb, request);
+    addStoreOptions(verb, request);
     CLI::Option* const all =
         verb.add_flag("--all", request.all, "remove the key even if it has more than one value");
     verb.add_flag("--stanza", request.wholeStanza, "remove the whole stanza")
@@ -183,6 +186,8 @@ void addConvert(CLI::App& verb, Request& request)
         addText(verb, "--from", request.javaFrom, "create the stanza from this Java file");
     addText(verb, "--to", request.javaTo, "create this Java file from the stanza")->excludes(from);
     verb.add_flag("--drop-comments", request.dropComments, "convert even if comments are lost");
+    verb.add_flag("--normalise", request.normalise,
+                  "with --from: store every line of the file as \"key = value\"");
     verb.add_flag("--overwrite", request.overwrite, "replace an existing stanza or Java file");
 }
 

@@ -102,25 +102,31 @@ bool LoadedFile::hasComments(std::string const& stanza) const
     return followsComment && isInside;
 }
 
-EditedFile::EditedFile(std::string const& path, Removal const& removal, MissingFile missing)
-    : editLock_(path), store_(1)
+EditedFile::EditedFile(std::string const& path, Edit const& edit) : editLock_(path), store_(1)
 {
-    if (missing == createIfMissing && access(path.c_str(), F_OK) != 0)
+    if (!edit.isNormalised)
+        store_.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
+    if (edit.missing == createIfMissing && access(path.c_str(), F_OK) != 0)
         return;
     store_.load(path.c_str());
-    // A store writes only the bytes that the library has read.
     using Cause = ZStanzaProblem_6_0::Cause;
-    auto const isIntended = [&removal](ZStanzaProblem_6_0 const& problem) {
-        return !removal.stanza.empty() && toStdString(problem.stanza()) == removal.stanza &&
-               (removal.key.empty() || toStdString(problem.key()) == removal.key);
+    auto const isInStanza = [&edit](ZStanzaProblem_6_0 const& problem) {
+        return toStdString(problem.stanza()) == edit.stanza;
     };
+    auto const isIntended = [&](ZStanzaProblem_6_0 const& problem) {
+        return edit.removesLines && isInStanza(problem) &&
+               (edit.key.empty() || toStdString(problem.key()) == edit.key);
+    };
+    // A line that is not read completely cannot be changed. A normalising store writes no byte that
+    // the library has not read.
     Problems const problems(path);
     for (bool const isDropped : {false, true})
         for (unsigned i = 0; i < problems.size(); ++i) {
             ZStanzaProblem_6_0 const& problem = problems[i];
             Cause const cause = problem.cause();
-            if (isDropped ? cause == Cause::droppedLine && !isIntended(problem)
-                          : cause == Cause::splitLine || cause == Cause::zeroByte)
+            bool const isPartial = cause == Cause::splitLine || cause == Cause::zeroByte;
+            if (isDropped ? edit.isNormalised && cause == Cause::droppedLine && !isIntended(problem)
+                          : isPartial && (edit.isNormalised || isInStanza(problem)))
                 throw Failure{exitRefused, nameLine(path, problem.line()),
                               splitText("not saved: " + toStdString(problem.text()))};
         }

@@ -43,21 +43,24 @@ private:
     ZProperties_6_0 store_;
 };
 
-// A file that is loaded to be changed and stored with its comments. Holds the edit lock.
+// A file that is loaded to be changed and stored. Lines that do not change are stored byte for
+// byte, unless the whole file is normalised. Holds the edit lock.
 class EditedFile {
 public:
     enum MissingFile { failIfMissing, createIfMissing };
 
-    // A stanza or key that the edit removes with all its lines.
-    struct Removal {
-        std::string stanza;  // empty: nothing
-        std::string key;     // empty: the whole stanza
+    struct Edit {
+        std::string stanza;  // that changes
+        std::string key;     // empty: any
+        bool removesLines;   // the edit removes or replaces all lines of the key or stanza
+        bool isNormalised;   // every line is stored in the form of the library
+        MissingFile missing = failIfMissing;
     };
 
-    /// throws  Failure if storing would lose a part of the file other than the lines of `removal`;
-    ///         else as ZProperties_6_0::load().
-    explicit EditedFile(std::string const& path, Removal const& removal = {},
-                        MissingFile missing = failIfMissing);
+    /// throws  Failure if the changed stanza has a line that is not read completely or, in a
+    ///         normalised file, if storing would lose any line that the edit does not remove; else
+    ///         as ZProperties_6_0::load().
+    EditedFile(std::string const& path, Edit const& edit);
 
     ZStanzaFileProperties_6_0& store() { return store_; }
 

@@ -1,4 +1,4 @@
-// merge: the changes from a text to a document, and whether another text admits them.
+// merge: the changes since a file was read, as steps in its present text.
 //
 // Changes of different values do not conflict. Both sides may make the same change.
 #pragma once
@@ -12,8 +12,8 @@
 
 namespace zlines {
 
-// A step that makes one of the changes. Names are those of the document, or of the text for
-// removals.
+// A step that makes one of the changes. Its names are spelled as in the document; a removed name is
+// spelled as in the text.
 struct MergeStep {
     enum Kind {
         removeStanza,
@@ -31,12 +31,12 @@ struct MergeStep {
     std::vector<std::string> texts;  // the values of a key, or a comment
 };
 
-/// Appends the steps from the text `base` to `document` to `steps`, in the order in which they must
-/// be made. Returns false if `other` differs from `base` in a value or stanza that a step changes.
+/// Appends the steps from the text `base` to `document` to `steps`, in the order in which they are
+/// possible. Returns false if `other` differs from `base` in a value or stanza that a step changes.
 bool planMerge(std::string_view base, Document const& document, std::string_view other,
                Dialect const& dialect, std::vector<MergeStep>& steps);
 
-/// Returns whether a key has the same values in two texts.
+/// Returns whether a key has the same values in both.
 bool hasSameValues(std::string_view stanza, std::string_view key, std::string_view base,
                    std::string_view other, Dialect const& dialect);
 

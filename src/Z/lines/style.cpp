@@ -66,12 +66,21 @@ uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
     return kNone;
 }
 
-// Returns a key line elsewhere: the nearest above the section, or the first below.
+// Returns a key line elsewhere, preferably with a value: the nearest above the section, or the
+// first below.
 uint32_t keyElsewhere(Outline const& outline, Section const& section)
 {
-    uint32_t const above = keyAbove(outline, {kNone, 0, 0, kNone}, section.first);
-    auto const count = static_cast<uint32_t>(outline.lines().size());
-    return above != kNone ? above : keyBelow(outline, {kNone, section.end, count, kNone}, kNone);
+    Section const all{kNone, 0, static_cast<uint32_t>(outline.lines().size()), kNone};
+    auto const isModel = [&](uint32_t line) { return outline.lines()[line].kind == valueLine; };
+    uint32_t above = keyAbove(outline, all, section.first);
+    uint32_t const nearest = above;
+    while (above != kNone && !isModel(above))
+        above = keyAbove(outline, all, above);
+    if (above != kNone)
+        return above;
+    uint32_t below = section.end == 0 ? kNone : section.end - 1;
+    below = keyBelow(outline, all, below);
+    return nearest != kNone ? nearest : below;
 }
 
 // Returns the separator in a comment such as "# key = default"; empty for any other comment.
