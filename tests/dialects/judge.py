@@ -4,16 +4,15 @@
     judge.py PRINT_READING SAMPLES [DIRECTORY...]
 
 Reads the sample files in the directory SAMPLES, and the configuration files below the directories
-(by default of this machine) whose names determine the dialect. Prints counts for each reader and a table
-of the differences with their reasons. Fails if a difference has no reason. A reader that is not
-installed is left out.
+(by default of this machine) whose names determine the dialect. Prints counts for each reader and a
+table of the differences with their reasons. Fails if a difference has no reason. A reader that is
+not installed is left out.
 """
 
 import collections
 import json
 import os
 import pathlib
-import re
 import subprocess
 import sys
 
@@ -25,56 +24,29 @@ MAX_SIZE = 1 << 20
 MAX_FILES = 1500  # of one dialect
 SKIPPED = ("/proc", "/sys", "/usr/share/zoneinfo", "/usr/share/i18n", "/usr/share/icons")
 
-UNITS = "service socket timer mount automount swap target path slice scope"
 
-# The dialect of a path: the first expression that matches. None: two dialects are possible.
-NAMES = [
-    (r"/dbus-1/.*\.service", "desktop"),
-    (r"/avahi/.*\.service", None),
-    (rf"\.({UNITS.replace(' ', '|')})", "systemd"),
-    (rf"\.({UNITS.replace(' ', '|')})\.d/[^/]*\.conf", "systemd"),
-    (r"/systemd/([^/]*\.conf\.d/)?[^/]*\.conf", "systemd"),
-    (r"\.(network|netdev|nspawn)", "networkd"),
-    (r"\.(desktop|directory|gschema\.override)", "desktop"),
-    (r"(/\.?gitconfig|/\.gitmodules|/\.git/config)", "git"),
-    (r"/php/.*\.ini", "php"),
-    (r"/smb\.conf", "samba"),
-    (r"/(mysql|mariadb)/.*\.cnf", "mysql"),
-    (r"/(setup\.cfg|tox\.ini|entry_points\.txt|\.?pylintrc|mypy\.ini|pip\.conf|\.flake8)",
-     "python"),
-    (r"/supervisor/.*\.conf", "python-inline"),
-    (r"/(qt\.conf|qtlogging\.ini|Trolltech\.conf)", "qt"),
-    (r"/(kdeglobals|k[a-z]+rc)", "kconfig"),
-    (r"/\.editorconfig", "editorconfig"),
-    (r"/(os-release|etc/environment)", "env"),
-    (r"/(etc/default/[^/]*|environment\.d/[^/]*\.conf)", "env"),
-]
-
-
-def dialect_of(path):
-    for pattern, dialect in NAMES:
-        if re.search(f"(?:{pattern})$", path):
-            return dialect
-    return None
-
-
-def machine_files(roots):
-    """The configuration files below the roots, each once, by dialect."""
-    found = collections.defaultdict(list)
-    seen = set()
+def paths_below(roots):
     for root in dict.fromkeys(os.path.realpath(root) for root in roots):
         for directory, subdirectories, names in os.walk(root):
             subdirectories[:] = [name for name in subdirectories
                                  if not os.path.join(directory, name).startswith(SKIPPED)]
             for name in names:
                 path = os.path.join(directory, name)
-                dialect = dialect_of(path)
-                real = os.path.realpath(path) if dialect else None
-                if (dialect is None or real in seen or not os.path.isfile(real) or
-                        not os.access(real, os.R_OK) or os.path.getsize(real) > MAX_SIZE):
-                    continue
-                seen.add(real)
-                found[dialect].append(real)
+                if "\n" not in path:
+                    yield path
+
+
+def machine_files(print_reading, roots):
+    """The configuration files below the roots, each once, by dialect."""
+    paths = list(paths_below(roots))
+    run = subprocess.run([print_reading, "--names"], input=os.fsencode("\n".join(paths)),
+                         stdout=subprocess.PIPE, check=True)
+    found = collections.defaultdict(set)
+    for path, dialect in zip(paths, run.stdout.decode("ascii").splitlines()):
+        real = os.path.realpath(path) if dialect != "stanza" else ""
+        if (os.path.isfile(real) and os.access(real, os.R_OK) and
+                os.path.getsize(real) <= MAX_SIZE):
+            found[dialect].add(real)
     return {dialect: sorted(files)[:MAX_FILES] for dialect, files in found.items()}
 
 
@@ -138,7 +110,7 @@ def judge(peer, dialect, files, print_reading, report, table):
 def main():
     print_reading = sys.argv[1]
     groups = [("samples", samples(sys.argv[2])),
-              ("this machine", machine_files(sys.argv[3:] or ROOTS))]
+              ("this machine", machine_files(print_reading, sys.argv[3:] or ROOTS))]
     table = collections.defaultdict(list)
     unexplained = []
     print(f"{'':38}{'files':>6}{'agree':>7}{'refused by both':>17}{'differ':>8}")

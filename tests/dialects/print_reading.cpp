@@ -2,6 +2,7 @@
 // each.
 //
 //     print_reading DIALECT FILE...
+//     print_reading --names          prints the dialect of each path on standard input
 //
 //     {"file": F, "refused": [LINE, COLUMN, TEXT] or null, "passed over": N,
 //      "stanzas": [[NAME, [[KEY, [VALUE, ...], [COUNTING VALUE, ...], [LINE, ...]], ...]], ...]}
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "DialectModel.h"
+#include "DialectNames.h"
 
 namespace {
 
@@ -71,13 +73,26 @@ std::string bytesOf(char const* path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+void printNames()
+{
+    std::string path;
+    while (std::getline(std::cin, path)) {
+        bool const isService = path.size() > 8 && path.compare(path.size() - 8, 8, ".service") == 0;
+        std::cout << dialectOf(path, isService ? bytesOf(path.c_str()) : "") << '\n';
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::string(argv[1]) == "--names") {
+        printNames();
+        return 0;
+    }
     Dialect const* const dialect = argc > 1 ? findDialect(argv[1]) : nullptr;
     if (dialect == nullptr) {
-        std::cerr << "usage: print_reading DIALECT FILE...\n";
+        std::cerr << "usage: print_reading DIALECT FILE... | --names\n";
         return 2;
     }
     for (int i = 2; i < argc; ++i) {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "DialectModel.h"
+#include "DialectNames.h"
 
 namespace fs = std::filesystem;
 using namespace dialect_model;
@@ -282,4 +283,44 @@ TEST(DialectModel, ReadsStanzaFilesAsTheLibraryDoes)
             EXPECT_EQ(model.errors.front().line, static_cast<std::size_t>(e.badline()));
         }
     }
+}
+
+TEST(DialectNames, ANameDecidesIfOnlyOneFormatUsesIt)
+{
+    struct Case {
+        char const* path;
+        char const* text;
+        char const* dialect;
+    };
+    Case const cases[] = {
+        {"/etc/pump.conf", "", "stanza"},
+        {"/etc/ssl/openssl.cnf", "", "stanza"},
+        {"pump.cfg", "", "stanza"},
+        {"pumprc", "", "stanza"},
+        {"/usr/lib/systemd/system/pump.service", "[Unit]\n", "systemd"},
+        {"pump.service", "# c\n [D-BUS Service] \nName=a\n", "desktop"},
+        {"pump.service", "<?xml?>\n", "systemd"},
+        {"/etc/systemd/system/pump.service.d/speed.conf", "", "systemd"},
+        {"/etc/systemd/journald.conf", "", "systemd"},
+        {"/usr/lib/systemd/resolv.conf", "", "stanza"},
+        {"wet0.network", "", "networkd"},
+        {"pump.desktop", "", "desktop"},
+        {".gitmodules", "", "git"},
+        {"/work/.git/config", "", "git"},
+        {"/etc/php/8.2/mods-available/pump.ini", "", "php"},
+        {"pump.ini", "", "stanza"},
+        {"/etc/samba/smb.conf", "", "samba"},
+        {"/etc/mysql/conf.d/pump.cnf", "", "mysql"},
+        {"setup.cfg", "", "python"},
+        {"my_setup.cfg", "", "stanza"},
+        {"/etc/supervisor/conf.d/pump.conf", "", "python-inline"},
+        {".editorconfig", "", "editorconfig"},
+        {"/etc/sysctl.d/10-pump.conf", "", "sysctl"},
+        {"/usr/lib/os-release", "", "env"},
+        {"/etc/default/pump", "", "env"},
+    };
+    for (Case const& c : cases)
+        EXPECT_EQ(c.dialect, dialectOf(c.path, c.text)) << c.path;
+    for (DialectName const& name : kDialectNames)
+        EXPECT_NE(nullptr, findDialect(name.dialect)) << name.pattern;
 }

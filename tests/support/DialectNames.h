@@ -1,0 +1,128 @@
+// DialectNames: the dialect of a file from its name, for names that only one format uses.
+//
+// Endings such as .conf, .cnf, .cfg and .rc alone decide nothing. The contents matter for one name:
+// the first header of a .service file separates D-Bus from systemd.
+#pragma once
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace dialect_model {
+
+// A pattern as of fnmatch(), in which * also matches a slash. The first row that matches decides.
+struct DialectName {
+    char const* pattern;
+    char const* dialect;
+    char const* firstHeader = "";  // if not empty, the first header must be this one
+};
+
+inline constexpr DialectName kDialectNames[] = {
+    {"*.service", "desktop", "[D-BUS Service]"},
+    {"*.service", "systemd"},
+    {"*.socket", "systemd"},
+    {"*.timer", "systemd"},
+    {"*.mount", "systemd"},
+    {"*.automount", "systemd"},
+    {"*.swap", "systemd"},
+    {"*.target", "systemd"},
+    {"*.slice", "systemd"},
+    {"*.scope", "systemd"},
+    {"*.link", "systemd"},
+    {"*/systemd/*.path", "systemd"},
+    {"*.service.d/*.conf", "systemd"},
+    {"*.socket.d/*.conf", "systemd"},
+    {"*.timer.d/*.conf", "systemd"},
+    {"*.mount.d/*.conf", "systemd"},
+    {"*.target.d/*.conf", "systemd"},
+    {"*.slice.d/*.conf", "systemd"},
+    {"*.scope.d/*.conf", "systemd"},
+    {"*/systemd/*.conf.d/*.conf", "systemd"},
+    {"*/systemd/system.conf", "systemd"},
+    {"*/systemd/user.conf", "systemd"},
+    {"*/systemd/coredump.conf", "systemd"},
+    {"*/systemd/homed.conf", "systemd"},
+    {"*/systemd/journald.conf", "systemd"},
+    {"*/systemd/logind.conf", "systemd"},
+    {"*/systemd/networkd.conf", "systemd"},
+    {"*/systemd/oomd.conf", "systemd"},
+    {"*/systemd/pstore.conf", "systemd"},
+    {"*/systemd/resolved.conf", "systemd"},
+    {"*/systemd/sleep.conf", "systemd"},
+    {"*/systemd/timesyncd.conf", "systemd"},
+    {"*.network", "networkd"},
+    {"*.netdev", "networkd"},
+    {"*.nspawn", "networkd"},
+    {"*.network.d/*.conf", "networkd"},
+    {"*.netdev.d/*.conf", "networkd"},
+    {"*.desktop", "desktop"},
+    {"*.directory", "desktop"},
+    {"*.gschema.override", "desktop"},
+    {"*/.gitconfig", "git"},
+    {"*/etc/gitconfig", "git"},
+    {"*/git/config", "git"},
+    {"*/.git/config", "git"},
+    {"*/.gitmodules", "git"},
+    {"*/php.ini", "php"},
+    {"*/php/*.ini", "php"},
+    {"*/smb.conf", "samba"},
+    {"*/my.cnf", "mysql"},
+    {"*/.my.cnf", "mysql"},
+    {"*/mysql/*.cnf", "mysql"},
+    {"*/setup.cfg", "python"},
+    {"*/tox.ini", "python"},
+    {"*/mypy.ini", "python"},
+    {"*/.flake8", "python"},
+    {"*/.coveragerc", "python"},
+    {"*/.pylintrc", "python"},
+    {"*/pylintrc", "python"},
+    {"*/.pypirc", "python"},
+    {"*/pip.conf", "python"},
+    {"*-info/entry_points.txt", "python"},
+    {"*/supervisord.conf", "python-inline"},
+    {"*/supervisor/*.conf", "python-inline"},
+    {"*/qt.conf", "qt"},
+    {"*/qtlogging.ini", "qt"},
+    {"*/kdeglobals", "kconfig"},
+    {"*/kwinrc", "kconfig"},
+    {"*/plasmarc", "kconfig"},
+    {"*/.editorconfig", "editorconfig"},
+    {"*/sysctl.conf", "sysctl"},
+    {"*/sysctl.d/*.conf", "sysctl"},
+    {"*/os-release", "env"},
+    {"*/etc/environment", "env"},
+    {"*/environment.d/*.conf", "env"},
+    {"*/etc/default/*", "env"},
+};
+
+inline std::string firstHeaderOf(std::string_view text)
+{
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t const end = std::min(text.find('\n', at), text.size());
+        std::string_view const line = text.substr(at, end - at);
+        std::size_t const first = line.find_first_not_of(" \t");
+        if (first != std::string_view::npos && line[first] == '[') {
+            std::size_t const last = line.find_last_not_of(" \t\r");
+            return std::string(line.substr(first, last - first + 1));
+        }
+        at = end + 1;
+    }
+    return "";
+}
+
+// The dialect of a file, or "stanza" if its name decides nothing. A name without a directory is one
+// in the working directory.
+inline std::string dialectOf(std::string const& path, std::string_view text)
+{
+    std::string const full = path.find('/') == std::string::npos ? "./" + path : path;
+    for (DialectName const& name : kDialectNames)
+        if (fnmatch(name.pattern, full.c_str(), 0) == 0 &&
+            (*name.firstHeader == '\0' || firstHeaderOf(text) == name.firstHeader))
+            return name.dialect;
+    return "stanza";
+}
+
+}  // namespace dialect_model
