@@ -48,7 +48,8 @@ enum RaiseSite {
     raiseInCheckAccess = 510,
     raiseInCheckFileAccess = 540,
     raiseInGetPropertiesFor = 600,
-    raiseInFindProblems = 640
+    raiseInFindProblems = 640,
+    raiseInLoadText = 660
 };
 
 using zstanza::kReservedCategory;

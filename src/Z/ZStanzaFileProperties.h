@@ -8,9 +8,13 @@
 // Ownership and threads: as ZProperties_6_0.
 #pragma once
 
+#include <stddef.h>
+
 #include "ZProperties.h"
 #include "ZPropertiesIterator.h"
 #include "ZPropertiesKVList.h"
+
+class ZBuffer_6_0;
 
 /// The request of a ZStzFileItem_6_0; the comments are the types of its result.
 enum ZStzFileItemType : int {
@@ -136,6 +140,18 @@ public:
     /// threads any; waits and fails as load().
     /// cost    O(bytes). Memory for two copies of the file and for each different key.
     static void findProblems(char const* path, ZArrayList_6_0& list);
+
+    /// Replaces the contents by the `length` bytes at `text`, which are read as a file is,
+    /// and sets the modified flag.
+    /// owns    `text` is copied; it may be null if `length` is 0.
+    /// throws  ZPropertiesInvalidDataException_6_0 with an empty file name if a line is invalid;
+    ///         ZUnsupportedException_6_0 if the text names a companion file: the text does not have
+    ///         its values, and a later store() would remove them. The store is unchanged then.
+    void loadText(char const* text, size_t length);
+
+    /// Stores the text that store() writes in `buffer`, which is empty if there are no lines. The
+    /// obfuscated values are not in the text.
+    void storeText(ZBuffer_6_0& buffer) const;
 
     /// Creates stores that keep comments.
     class ZStanzaFilePropertiesFactory : public ZAbstractPropertiesFactory_6_0 {

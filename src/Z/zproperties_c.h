@@ -1,7 +1,7 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
-// Subsystem: properties.  Stands on: ZStanzaFileProperties, ZPropertiesIterator, ZPropertiesImpl,
-// ZLCString, ZLock, ZException, ZArrayList.
+// Subsystem: properties.  Stands on: ZStanzaFileProperties, ZStanzaProblem, ZPropertiesIterator,
+// ZPropertiesImpl, ZLCString, ZLock, ZException, ZArrayList, ZBuffer.
 //
 // For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
 // functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
@@ -17,6 +17,8 @@
 // Handles: a value that is not an open handle of the right kind (null, closed, arbitrary) is
 // detected without dereferencing it; the function returns zpropBadHandle.
 #pragma once
+
+#include <stddef.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -34,7 +36,8 @@ enum ZPROPCode {
     zpropInvalidValue = 53,     // the value is not of the requested type
     zpropMissing = 54,          // the key does not exist or has no value
     zpropBadHandle = 55,        // not an open handle, or an argument is missing
-    zpropIterator = 57          // the iterator has no current entry, or cannot do this
+    zpropIterator = 57,         // the iterator has no current entry, or cannot do this
+    zpropUnsupported = 58       // this version of the library does not know the dialect or option
 };
 
 /// The modes of opening a file; both have the same effect.
@@ -248,6 +251,97 @@ typedef struct ZPROPError {
 ///         unchanged then, and so is the failure.
 /// threads each thread has a failure of its own.
 int zstzPropGetLastError_6_0(ZPROPError* error);
+
+// ---- Files and text -----------------------------------------------------------------------------
+
+/// Opens `file` as zstzPropOpen_6_0 does, as a file of a dialect.
+/// range   `dialect` null: the dialect that the name of the file implies. This version knows only
+///         "stanza", which every name implies.
+/// owns    owned by the caller; released with zstzPropClose_6_0.
+/// codes   58 if the dialect is unknown, else as zstzPropOpen_6_0; `*handle` is null after 58.
+int zstzPropOpenAs_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,
+                       char const* dialect);
+
+/// Creates an empty store without a file. The first successful zstzPropStore_6_0 names its file.
+/// range   `dialect` null: "stanza", the only dialect that this version knows.
+/// owns    owned by the caller; released with zstzPropClose_6_0.
+/// codes   55 if `handle` is null; 58 if the dialect is unknown; 51 if memory is exhausted.
+///         `*handle` is null after 51 and 58.
+int zstzPropNew_6_0(ZPROP_handle** handle, char const* dialect);
+
+/// Reads the file again. Unsaved changes are lost.
+/// codes   55 for a bad handle; 51 if the file cannot be read or the store has no file: the values
+///         are unchanged then.
+int zstzPropReload_6_0(ZPROP_handle* handle);
+
+/// Returns 1 if the store has unsaved changes, else 0. Stores its code as the getters do.
+int zstzPropIsModified_6_0(ZPROP_handle* handle, int* code);
+
+/// Returns the name of the file; null if the store has no file. Stores its code as the getters do.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   52 if memory is exhausted.
+char* zstzPropGetFileName_6_0(ZPROP_handle* handle, int* code);
+
+/// Returns the name of the dialect. Stores its code as the getters do.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   52 if memory is exhausted.
+char* zstzPropGetDialect_6_0(ZPROP_handle* handle, int* code);
+
+/// The options of a store.
+enum {
+    zpropKeepComments = 1,  // 1, the default: the next load keeps comments and blank lines; 0: not
+    zpropKeepLines = 2,   // 1: the next load keeps the lines as they are, and a store changes only
+                          // lines with changed values; 0, the default: not
+    zpropWaitSeconds = 3  // how long loads and stores wait for a file that another process uses;
+                          // 0, the default: they fail
+};
+typedef int ZPROPOption;
+
+/// Sets an option of a store.
+/// codes   55 for a bad handle or a value out of range; 58 if the option is unknown.
+int zstzPropSetOption_6_0(ZPROP_handle* handle, ZPROPOption option, int value);
+
+/// Replaces the contents of the store by the text of a file, which it copies. They are unsaved
+/// changes then.
+/// range   `text` null: only with `length` 0, the empty text.
+/// codes   55 for a bad handle or a missing text; 51 if the text is invalid or names a companion
+///         file, whose values the text does not have: the values are unchanged then.
+int zstzPropLoadText_6_0(ZPROP_handle* handle, char const* text, size_t length);
+
+/// Returns the text that zstzPropStore_6_0 would write, and stores its length unless `length` is
+/// null. Returns null, with length 0, if it is empty. Stores its code as the getters do.
+/// range   the text does not contain obfuscated values: they are in the companion file.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   52 if memory is exhausted.
+char* zstzPropStoreText_6_0(ZPROP_handle* handle, size_t* length, int* code);
+
+/// The kinds of problems.
+enum { zpropProblemError = 1, zpropProblemNote = 2 };
+
+/// One complaint about a file. Later versions of this header append fields.
+typedef struct ZPROPProblem {
+    unsigned int size;           // the bytes of the fields that the library has filled
+    int kind;                    // zpropProblemError: the file cannot be opened; zpropProblemNote:
+                                 // a store would change or drop the line
+    int cause;                   // a number of ZStanzaProblem.h
+    unsigned int messageNumber;  // as in ZPROPError
+    unsigned long line;          // counted from 1
+    unsigned long column;        // in characters, counted from 1
+    char const* text;            // the problem and the remedy, in one line
+} ZPROPProblem;
+
+/// Receives a problem.
+/// owns    `problem` and its text are borrowed until the callback returns.
+/// codes   0 to continue; any other value stops the search.
+typedef int (*ZPROPProblemCallback)(ZPROPProblem const* problem, void* context);
+
+/// Calls `callback` with every problem of the file, in file order, after it has read the file.
+/// range   `dialect` as zstzPropOpenAs_6_0. `context` is passed to the callback.
+/// codes   0 if the file was read, whatever its problems are, or if the callback stopped the
+///         search; 55 if `file` is null or empty or `callback` is null; 51 if the file cannot be
+///         read; 58 if the dialect is unknown.
+int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblemCallback callback,
+                             void* context);
 
 #ifdef __cplusplus
 }

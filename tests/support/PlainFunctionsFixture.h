@@ -148,6 +148,17 @@ inline std::vector<FileCall> fileCalls()
         {"NumValues", resultCall([](auto* f, int* code) {
              return zstzPropNumValues_6_0(f, "server", "host", code);
          })},
+        {"Reload", [](auto* f) { return zstzPropReload_6_0(f); }},
+        {"IsModified",
+         resultCall([](auto* f, int* code) { return zstzPropIsModified_6_0(f, code); })},
+        {"GetFileName",
+         resultCall([](auto* f, int* code) { return zstzPropGetFileName_6_0(f, code); })},
+        {"GetDialect",
+         resultCall([](auto* f, int* code) { return zstzPropGetDialect_6_0(f, code); })},
+        {"SetOption", [](auto* f) { return zstzPropSetOption_6_0(f, zpropWaitSeconds, 1); }},
+        {"LoadText", [](auto* f) { return zstzPropLoadText_6_0(f, "", 0); }},
+        {"StoreText",
+         resultCall([](auto* f, int* code) { return zstzPropStoreText_6_0(f, nullptr, code); })},
         {"Iter_init",
          [](auto* f) {
              int marker = 0;
