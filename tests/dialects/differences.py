@@ -1,10 +1,10 @@
-"""Compares a reading of DialectModel with the reading of a peer, and gives reasons for differences."""
+"""Compares a reading of DialectModel with a peer's, and gives reasons for the differences."""
 
 import re
 
 
 class Case:
-    """One difference: without a key in whether the file is refused, otherwise in the values of the key."""
+    """A difference in the values of a key, or, without a key, in whether the file is refused."""
 
     def __init__(self, data, refused, message, key=None, model=None, peer=None):
         self.data = data        # of the file, as Latin-1 text
@@ -81,6 +81,8 @@ ROWS = [
      lambda c: c.key and repeats_a_header(c.data)),
     ("php", "text after a header is a line of its own there",
      lambda c: re.search(r"^[ \t]*\[[^]\n]*\][ \t]*[^;\s]", c.data, re.M) is not None),
+    ("php", "values are evaluated there",
+     lambda c: c.model and c.peer and re.search(r"[|&^~!$(){}=]|^[A-Za-z_]+$", c.model[-1])),
     ("php", "the reader also has a grammar of expressions, reserved words and keys",
      lambda c: c.refused == "there"),
     ("php", "a newline in a value keeps its carriage return there",
@@ -100,8 +102,6 @@ ROWS = [
      lambda c: c.data.startswith("\xef\xbb\xbf")),
     ("testparm", "a header without a name is refused there",
      lambda c: c.refused == "there" and re.search(r"^\s*\[\]", c.data, re.M) is not None),
-    ("testparm", "a space after the backslash still continues the line there",
-     lambda c: re.search(r"\\[ \t]\n", c.data) is not None),
     ("testparm", "a known value is printed in its usual case there",
      lambda c: c.peer is not None and
      [value.lower() for value in c.model] == [value.lower() for value in c.peer]),
@@ -167,6 +167,10 @@ ROWS = [
                                     c.data) is not None)),
     ("systemd, environment", "a line that starts with ; is a comment of this reader alone",
      lambda c: c.key and c.key[1].startswith(";")),
+    ("systemd, environment", "a quote opens only at the start of a value there",
+     lambda c: re.search(r"=[^\"'\n]+[\"']", c.data) is not None),
+    ("systemd, environment", "a newline in a value keeps its carriage return there",
+     lambda c: same_without(r"\r", c.model, c.peer)),
     ("systemd, environment", "a comment continues after a backslash there",
      lambda c: re.search(r"^[ \t]*[#;].*\\\n", c.data, re.M) is not None),
     ("systemd, environment", "a file for shells has commands",

@@ -2,8 +2,8 @@
 
     peers.py PEER FILE...      prints a reading of each file, a line of JSON
 
-A reading is {"refused": TEXT} or {"values": [[STANZA, KEY, VALUE or null], ...]} in file order. Each
-character of a string is one byte of the file. A key that counts only once is given only once by
+A reading is {"refused": TEXT} or {"values": [[STANZA, KEY, VALUE or null], ...]} in file order.
+Each character of a string is one byte of the file. A key that counts only once is given only once by
 most readers. Keys above the first header are in the stanza ".".
 """
 
@@ -128,7 +128,8 @@ def read_python(path, inline=None):
     def raw(word):
         return text(word.encode("utf-8", "surrogateescape"))
 
-    return values([[stanza_name(raw(section)), raw(key), raw(value)] for section in parser.sections()
+    return values([[stanza_name(raw(section)), raw(key), raw(value)]
+                   for section in parser.sections()
                    for key, value in parser.items(section) if key])
 
 

@@ -134,6 +134,13 @@ private:
         return none;
     }
 
+    static std::ptrdiff_t countQuotedInPart(DialectModel const& model, Name const& name)
+    {
+        std::vector<Value> const& values = entriesOf(model, name);
+        return std::count_if(values.begin(), values.end(),
+                             [](Value const& value) { return value.quotedInPart; });
+    }
+
     void expect(std::vector<Edit> const& edits)
     {
         expected_ = valuesOf(old_);
@@ -176,6 +183,10 @@ private:
             return false;
         }
         Values const found = valuesOf(new_);
+        for (Name const& name : edited_)
+            if (countQuotedInPart(new_, name) > countQuotedInPart(old_, name))
+                broken.push_back("back: " + name.first + "/" + name.second +
+                                 " is quoted in part, which readers understand in different ways");
         if (found == expected_)
             return true;
         for (auto const& [name, values] : expected_)

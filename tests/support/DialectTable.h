@@ -216,8 +216,9 @@ inline constexpr Switches kGit = {
     .indentStyle = IndentStyle::tab,
 };
 
-// "=x" is refused. A value with text after its closing quote is not quoted: it is as spelled. A
-// quote that never closes is refused at the line where it opens.
+// "=x" is refused. A value that is quoted in part is as spelled, and no writer writes one: readers
+// join its parts, or do not. A quote opens anywhere in a value, and hides comment marks and
+// newlines; one that never closes is refused at the line where it opens.
 inline constexpr Switches kPhp = {
     .marks = semicolon,
     .trailing = semicolon,
@@ -233,8 +234,9 @@ inline constexpr Switches kPhp = {
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
-// a header, too; of two backslashes at the end of a line, the second continues it.
-// A backslash stays if nothing follows it, not even a newline. "=x" is refused.
+// a header, too; of two backslashes at the end of a line, the second continues it. Spaces can
+// follow the backslash. A backslash stays if nothing follows it, not even a newline. "=x" is
+// refused.
 inline constexpr Switches kSamba = {
     .marks = hash | semicolon,
     .heads = Heads::toBracket,
@@ -353,8 +355,8 @@ inline constexpr Switches kSysctl = {
 
 // Shells define it. A backslash before a newline is dropped with it, except between single quotes;
 // outside quotes a backslash before any other character is dropped. "A = x", "A= x", "export A"
-// and "=x" are no assignments: passed over. A value with text after its closing quote is as
-// spelled. A quote that never closes is refused at the line where it opens.
+// and "=x" are no assignments: passed over. Values that are quoted in part, and quotes that never
+// close, are treated as in php.
 inline constexpr Switches kEnv = {
     .marks = hash,
     .trailing = hash,

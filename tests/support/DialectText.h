@@ -37,8 +37,9 @@ struct Line {
 
 // A key line. Line numbers count from 1, offsets are [begin, end).
 struct Value {
-    std::string text;    // decoded
-    bool alone = false;  // a key without a separator
+    std::string text;           // decoded
+    bool alone = false;         // a key without a separator
+    bool quotedInPart = false;  // `text` is the spelling; writers do not write such a value
     std::size_t line = 0;
     std::size_t lastLine = 0;
     std::size_t keyBegin = 0;
@@ -220,11 +221,22 @@ protected:
     // Whether the line continues in the next one, whatever it is.
     bool continues(std::string_view chars) const
     {
-        std::size_t backslashes = 0;
-        while (backslashes < chars.size() && chars[chars.size() - 1 - backslashes] == '\\')
-            ++backslashes;
+        std::size_t const size = sizeWithBackslash(chars);
+        std::size_t const backslashes = size - sizeWithoutBackslashes(chars.substr(0, size));
         return ((rules.join & asBlank) && backslashes % 2 == 1) ||
                ((rules.join & asNothing) && backslashes > 0);
+    }
+
+    // The size with the last backslash: spaces can follow it if it is read as nothing.
+    std::size_t sizeWithBackslash(std::string_view chars) const
+    {
+        return rules.join & asNothing ? withoutBlanksAtEnd(chars, 0) : chars.size();
+    }
+
+    static std::size_t sizeWithoutBackslashes(std::string_view chars)
+    {
+        std::size_t const last = chars.find_last_not_of('\\');
+        return last == kNowhere ? 0 : last + 1;
     }
 
     // Takes the next line, with the lines that it continues in.
@@ -245,8 +257,10 @@ protected:
             bool const isLast = next_ == lines.size();
             if (isLast && (rules.join & asNothing) && lines[line].next == lines[line].end)
                 return piece;
-            piece.chars.pop_back();
-            piece.offsets.pop_back();
+            std::size_t const dropped =
+                lines[line].end - lines[line].begin - sizeWithBackslash(charsOf(line)) + 1;
+            piece.chars.resize(piece.chars.size() - dropped);
+            piece.offsets.resize(piece.offsets.size() - dropped);
             if (rules.join & asBlank)
                 piece.add(' ', backslash);
             if (isLast)

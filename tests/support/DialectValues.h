@@ -150,29 +150,13 @@ private:
 
     void readQuotedWhole(std::size_t line, std::size_t at, Value& value)
     {
-        std::size_t const first = line;
         at = afterBlanks(upTo(lines[line].end), at);
         value.valueBegin = value.valueEnd = at;
         if (at == lines[line].end || !isQuote(text_[at]))
             return readUnquoted(line, at, value);
-        char const quote = text_[at++];
         std::string out;
-        for (;;) {
-            if (at == lines[line].end) {
-                if (!moveOn(line, at))
-                    return refuse(first, value.valueBegin - lines[first].begin + 1, "open quote");
-                out += '\n';
-            } else if (text_[at] == quote) {
-                break;
-            } else if (text_[at] != '\\' || quote == '\'') {
-                out += text_[at++];
-            } else if (at + 1 < lines[line].end) {
-                at = unescape(upTo(lines[line].end), at, Escaped::doubleQuoted, out);
-            } else if (!(rules.join & insideValue) || !moveOn(line, at)) {
-                out += text_[at++];
-            }
-        }
-        ++at;
+        if (!readQuoted(line, at, out))
+            return;
         std::size_t const rest = afterBlanks(upTo(lines[line].end), at);
         bool const isEnd = rest == lines[line].end ||
                            (isMark(text_[rest], rules.trailing) &&
@@ -183,17 +167,43 @@ private:
         value.valueEnd = at;
     }
 
+    // Reads from the quote at `at` past the closing one. Returns false, with the line refused, if
+    // there is no closing one.
+    bool readQuoted(std::size_t& line, std::size_t& at, std::string& out)
+    {
+        std::size_t const first = line;
+        std::size_t const start = at;
+        char const quote = text_[at++];
+        while (at == lines[line].end || text_[at] != quote) {
+            if (at == lines[line].end) {
+                if (!moveOn(line, at)) {
+                    refuse(first, start - lines[first].begin + 1, "open quote");
+                    return false;
+                }
+                out += '\n';
+            } else if (text_[at] != '\\' || quote == '\'') {
+                out += text_[at++];
+            } else if (at + 1 < lines[line].end) {
+                at = unescape(upTo(lines[line].end), at, Escaped::doubleQuoted, out);
+            } else if (!(rules.join & insideValue) || !moveOn(line, at)) {
+                out += text_[at++];
+            }
+        }
+        ++at;
+        return true;
+    }
+
     // Reads from `at` up to a comment or the end of the line. A value with quotes in it is as
     // spelled.
     void readUnquoted(std::size_t line, std::size_t at, Value& value)
     {
-        bool asSpelled = value.valueBegin != at;
+        value.quotedInPart = value.valueBegin != at;
         value.valueEnd = at;
         std::string out;
+        std::string ignored;
         std::size_t kept = 0;
         while (at < lines[line].end) {
             char const c = text_[at];
-            std::string_view const upToEnd = upTo(lines[line].end);
             if (isMark(c, rules.trailing) &&
                 (rules.trailingNeeds == TrailingNeeds::nothing || isBlank(text_[at - 1])))
                 break;
@@ -201,10 +211,10 @@ private:
                 out += text_[at++];
                 continue;
             }
-            std::size_t const closing = isQuote(c) ? upToEnd.find(c, at + 1) : kNowhere;
-            if (closing != kNowhere) {
-                asSpelled = true;
-                at = closing + 1;
+            if (isQuote(c)) {
+                value.quotedInPart = true;
+                if (!readQuoted(line, at, ignored))
+                    return;
             } else if (c == '\\' && (rules.join & insideValue) && at + 1 == lines[line].end) {
                 kept = out.size();
                 value.valueEnd = ++at;
@@ -223,7 +233,7 @@ private:
         }
         out.resize(kept);
         value.text = out;
-        if (asSpelled)
+        if (value.quotedInPart)
             value.text = text_.substr(value.valueBegin, value.valueEnd - value.valueBegin);
         keepSpaceBeforeComment(value);
     }
