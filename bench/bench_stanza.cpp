@@ -1,6 +1,7 @@
 // Configuration files: load, look up a key, change one key and store, iterate over everything.
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
+#include <Z/ZPropertiesImpl.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -103,9 +104,13 @@ public:
 
 class ZStore : public Store {
 public:
+    explicit ZStore(unsigned long attributes) : attributes_(attributes) {}
+
     void load(std::string const& path) override
     {
-        store_ = std::make_unique<ZStanzaFileProperties_6_0>(path.c_str(), 1);
+        store_ = std::make_unique<ZStanzaFileProperties_6_0>(0);
+        store_->setAttributes(attributes_, nullptr);
+        store_->load(path.c_str());
     }
     size_t lookUp(Name const& name) override
     {
@@ -136,6 +141,7 @@ public:
     }
 
 private:
+    unsigned long const attributes_;
     std::unique_ptr<ZStanzaFileProperties_6_0> store_;
     ZLCString_6_0 value_;
 };
@@ -494,7 +500,10 @@ std::vector<Contender> contenders()
 {
     size_t const all = 1000000;
     std::vector<Contender> list;
-    list.push_back({"Z", maker<ZStore>(), all, true});
+    unsigned long const comments = ZPCache_6_0::keepComments;
+    unsigned long const lines = ZPCache_6_0::keepLines;
+    list.push_back({"Z", maker<ZStore>(comments), all, true});
+    list.push_back({"Z.keepLines", maker<ZStore>(lines), all, true});
 #ifdef Z_PEER_GLIB
     list.push_back({"GKeyFile+comments", maker<GLibStore>(true), all, true});
     list.push_back({"GKeyFile", maker<GLibStore>(false), all, false});

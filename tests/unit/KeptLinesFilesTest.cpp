@@ -6,10 +6,12 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <set>
 
@@ -299,6 +301,118 @@ std::string generated(std::mt19937& random)
     return text;
 }
 
+// Random changes of a store, and the keys that they touch.
+class RandomChanges {
+public:
+    RandomChanges(ZStanzaFileProperties_6_0& store, std::mt19937& random)
+        : store_(store), random_(random)
+    {
+    }
+
+    void make(TextModel const& text)
+    {
+        KeyName name("s" + std::to_string(random_() % 5), "k" + std::to_string(random_() % 6));
+        if (!text.keys.empty() && random_() % 3 != 0)
+            name = text.keys[random_() % text.keys.size()];
+        char const* const stanza = name.first.c_str();
+        char const* const key = name.second.c_str();
+        std::string const value = "v" + std::to_string(random_() % 4);
+        auto const kind = random_() % 12;
+        log += std::to_string(kind) + "[" + name.first + "]" + name.second + "=" + value + " ";
+        switch (kind) {
+            case 0:
+                store_.deleteKey(stanza, key);
+                break;
+            case 1:
+                store_.addStanza(stanza);
+                return;
+            case 2:
+                store_.deleteStanza(stanza);
+                removesStanza_ = true;
+                return;
+            case 3:
+                store_.addStanzaComment(stanza, "of a stanza");
+                return;
+            case 4:
+                store_.addEntryComment(stanza, key, "# of a key");
+                break;
+            case 5:
+                store_.addFileComment("# of the file");
+                return;
+            case 6:
+                store_.setValue(stanza, key, "");
+                break;
+            case 7:
+                insert(stanza, key, value);
+                break;
+            case 8:
+            case 9:
+                store_.addValue(stanza, key, value.c_str(), 0);
+                break;
+            default:
+                store_.setValue(stanza, key, value.c_str());
+                break;
+        }
+        touched_.insert(name);
+    }
+
+    std::string log;  // the changes, by the numbers of make()
+
+    // Checks that every line that was not touched is still in the text, in order.
+    void expectOthersIn(TextModel const& after, TextModel const& before) const
+    {
+        if (removesStanza_)
+            return;
+        auto next = after.lines.begin();
+        for (LineModel const& line : before.lines) {
+            if (line.kind == LineModel::key && touched_.contains(line.name))
+                continue;
+            while (next != after.lines.end() && next->withoutEnding() != line.withoutEnding())
+                ++next;
+            EXPECT_NE(after.lines.end(), next) << "lost: " << line.bytes;
+            if (next != after.lines.end())
+                ++next;
+        }
+    }
+
+private:
+    // Inserts a value before or after a random value of the key.
+    void insert(char const* stanza, char const* key, std::string const& value)
+    {
+        ZStanzaValueIterator_6_0 values(store_, stanza, key, zPropLocalStrings, zPropIterPlain);
+        while (values.hasMore() && random_() % 2 == 0)
+            values.nextValue();
+        if (values.isValid() && random_() % 3 == 0)
+            values.removeValue();
+        else
+            values.addValue(value.c_str());
+    }
+
+    ZStanzaFileProperties_6_0& store_;
+    std::mt19937& random_;
+    std::set<KeyName> touched_;
+    bool removesStanza_ = false;
+};
+
+std::map<KeyName, std::vector<std::string>> valuesOf(ZStanzaFileProperties_6_0 const& store)
+{
+    std::map<KeyName, std::vector<std::string>> all;
+    std::unique_ptr<ZArrayList_6_0> const stanzas(store.categoryNames());
+    for (unsigned i = 0; i < stanzas->size(); ++i) {
+        std::string const stanza = static_cast<ZLCString_6_0*>(stanzas->get(i))->getChars();
+        std::unique_ptr<ZArrayList_6_0> const keys(store.keyNames(stanza.c_str()));
+        for (unsigned k = 0; k < keys->size(); ++k) {
+            std::string const key = static_cast<ZLCString_6_0*>(keys->get(k))->getChars();
+            ZArrayList_6_0 values(1, 1);
+            store.getValues(stanza.c_str(), key.c_str(), values, zPropLocalStrings);
+            std::vector<std::string>& list = all[{stanza, key}];
+            for (unsigned v = 0; v < values.size(); ++v)
+                list.emplace_back(static_cast<ZLCString_6_0*>(values.get(v))->getChars());
+        }
+    }
+    return all;
+}
+
 }  // namespace
 
 TEST(KeptLinesFiles, ChangesOfTheFilesOfTheMachineTouchNothingElse)
@@ -339,4 +453,49 @@ TEST(KeptLinesFiles, ChangesOfGeneratedFilesTouchNothingElse)
     }
     print(counts);
     EXPECT_GT(counts.files, 150);
+}
+
+TEST(KeptLinesFiles, RandomChangesReadBackAndTouchNothingElse)
+{
+    TestDirectory const directory{TestDirectory::Place::memory};
+    char const* const given = getenv("Z_TEST_SEED");
+    auto const seed = static_cast<unsigned>(given == nullptr ? 20261122 : atol(given));
+    std::cout << "seed " << seed << "\n";
+    int stores = 0;
+    for (unsigned i = 0; i < 300 && !HasFailure(); ++i) {
+        std::mt19937 random(seed + i);
+        std::string const path = directory.write("conf", generated(random));
+        ZStanzaFileProperties_6_0 store(0);
+        store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        store.load(path.c_str());
+        for (int round = 0; round < 3 && !HasFailure(); ++round) {
+            TextModel const before(directory.read("conf"));
+            RandomChanges changes(store, random);
+            for (unsigned count = 1 + random() % 6; count > 0; --count)
+                changes.make(before);
+            auto const expected = valuesOf(store);
+            try {
+                store.store(nullptr);
+            } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+                FAIL() << "Z_TEST_SEED=" << seed + i << ", round " << round << ": refused ["
+                       << e.category().getChars() << "] " << e.key().getChars() << " = "
+                       << e.value().getChars() << " after " << changes.log << "in\n"
+                       << before.text();
+            }
+            TextModel const after(directory.read("conf"));
+            SCOPED_TRACE(testing::Message()
+                         << "Z_TEST_SEED=" << seed + i << ", round " << round << "\n"
+                         << before.text() << "--- became\n"
+                         << after.text());
+            EXPECT_TRUE(after.isValid);
+            EXPECT_EQ(expected, after.values);
+            changes.expectOthersIn(after, before);
+            // The store knows the lines that it has written.
+            store.setModified();
+            store.store(nullptr);
+            EXPECT_EQ(after.text(), directory.read("conf"));
+            ++stores;
+        }
+    }
+    std::cout << stores << " stores\n";
 }

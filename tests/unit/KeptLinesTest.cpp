@@ -177,6 +177,8 @@ TEST_F(KeptLines, ValuesOfAKeyKeepTheirLines)
         {"an empty line remains", "[s]\nk = a\nk =\nl = 1\n", setTo("k", ""), "[s]\nk =\nl = 1\n"},
         {"an empty line is removed with its key", "[s]\nk = a\nk =\nl = 1\n", removeKey("k"),
          "[s]\nl = 1\n"},
+        {"new values in a last line without an ending", "[s]\nk =", setAll("k", {"a", "b"}),
+         "[s]\nk = a\nk = b"},
         {"new values of a key without values", "[s]\nk =\nl = 1\n", setAll("k", {"a", "b"}),
          "[s]\nk = a\nk = b\nl = 1\n"},
     });
@@ -213,6 +215,13 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
          [](Store& store) { store.deleteStanza("s"); }, "# f\n\n [t] tail\nl  =w\n"},
         {"the last removed", "[s]\nk=v\n\n[t]\nl=w", [](Store& store) { store.deleteStanza("t"); },
          "[s]\nk=v\n"},
+        {"a new stanza, and a key of the last", "[s]\n",
+         [](Store& store) {
+             store.setValue("t", "l", "w");
+             store.deleteStanza("s");
+             store.setValue("s", "k", "v");
+         },
+         "[s]\nk = v\n\n[t]\nl = w\n"},
         {"removed and added", "[s]\nk=v\n#x\n[t]\nl=w\n",
          [](Store& store) {
              store.deleteStanza("s");

@@ -10,7 +10,7 @@ namespace {
 using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
 using Strings = std::vector<std::string_view>;
 
-constexpr size_t kMaxMatches = 4000000;
+constexpr size_t kMaxMatches = 1000000;
 
 // A common subsequence that ends with the pair (before, after).
 struct Chain {

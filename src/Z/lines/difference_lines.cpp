@@ -317,7 +317,7 @@ void Difference::appendStanza(uint32_t index)
             appendKey(end, last, entry, lines);
     }
     edits_.insertLines(static_cast<uint32_t>(text_.size()), std::move(lines), ending,
-                       Edits::newLines);
+                       Edits::newStanzas);
     isAppended_ = true;
 }
 

@@ -15,8 +15,9 @@ namespace zlines {
 
 class Edits {
 public:
-    // The order of insertions at one position. Insertions of one kind keep their order.
-    enum Order { valuesOfLineAbove, newLines, valuesOfLineBelow, changes };
+    // The order at one position: a value that is added to the last line precedes the lines that are
+    // inserted after it. Insertions of one kind keep their order.
+    enum Order { changes, valuesOfLineAbove, newLines, valuesOfLineBelow, newStanzas };
 
     explicit Edits(std::string_view text) : text_(text) {}
 
