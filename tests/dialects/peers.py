@@ -3,8 +3,8 @@
     peers.py PEER FILE...      prints a reading of each file, a line of JSON
 
 A reading is {"refused": TEXT} or {"values": [[STANZA, KEY, VALUE or null], ...]} in file order.
-Each character of a string is one byte of the file. A key that counts only once is given only once by
-most readers. Keys above the first header are in the stanza ".".
+Each character of a string is one byte of the file. Most readers give a key only once if only one of
+its lines counts. Keys above the first header are in the stanza ".".
 """
 
 import configparser

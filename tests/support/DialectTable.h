@@ -218,7 +218,7 @@ inline constexpr Switches kGit = {
 
 // "=x" is refused. A value that is quoted in part is as spelled, and no writer writes one: readers
 // join its parts, or do not. A quote opens anywhere in a value, and hides comment marks and
-// newlines; one that never closes is refused at the line where it opens.
+// newlines; a quote that never closes is refused at the line where it opens.
 inline constexpr Switches kPhp = {
     .marks = semicolon,
     .trailing = semicolon,
