@@ -506,6 +506,33 @@ bool ZPCategoryBasedCache_6_0::lastValue(char const* category, char const* key, 
     return true;
 }
 
+void ZPCategoryBasedCache_6_0::renameKey(char const* category, char const* key, char const* name)
+{
+    rep_->renameKey(checkedView(category), checkedView(key), checkedView(name));
+    changed();
+}
+
+void ZPCategoryBasedCache_6_0::renameCategory(char const* category, char const* name)
+{
+    rep_->renameCategory(checkedView(category), checkedView(name));
+    changed();
+}
+
+void ZPCategoryBasedCache_6_0::getNamesInFileOrder(ZArrayList_6_0& out) const
+{
+    auto const append = [&](zcache::Category const& category) {
+        addNew(out, zcache::newString(rep_->name(category)));
+    };
+    zcontainers::addAllOrNothing(out, [&] {
+        for (Id id = rep_->firstHeader(); id != 0; id = rep_->category(id).nextHeader)
+            if (rep_->category(id).isLive)
+                append(rep_->category(id));
+        for (Id id = rep_->firstCategory(); id != 0; id = rep_->category(id).next)
+            if (rep_->category(id).header == 0)
+                append(rep_->category(id));
+    });
+}
+
 void ZPCategoryBasedCache_6_0::addStanzaLine(char const* category)
 {
     if (category == nullptr)

@@ -472,6 +472,19 @@ public:
     /// cost    O(1).
     bool lastValue(char const* category, char const* key, get_type_e type, Text& value) const;
 
+    // Operations on the contents of the library's own caches. They bypass overrides.
+
+    /// Renames a key in place, with its line, values and comments. The caller has validated the
+    /// names: the key exists, and no key has the new name. A name that `getNames` lent is deleted.
+    void renameKey(char const* category, char const* key, char const* name);
+
+    /// Renames a category in place; as renameKey().
+    void renameCategory(char const* category, char const* name);
+
+    /// Appends the category names to `out`, in the order of their headers, as ZLCString_6_0.
+    /// owns    `out` must own its elements; it takes over new strings.
+    void getNamesInFileOrder(ZArrayList_6_0& out) const;
+
     // The line operations of stanzas.
 
     /// Creates a category and appends a blank line and its header. Does nothing if it exists.

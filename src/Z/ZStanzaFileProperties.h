@@ -141,6 +141,36 @@ public:
     /// cost    O(bytes). Memory for two copies of the file and for each different key.
     static void findProblems(char const* path, ZArrayList_6_0& list);
 
+    /// Replaces the values of `key` by the `count` strings at `values`. Without strings the key has
+    /// no values.
+    /// range   several values must not be empty; an only value may be, and leaves the key without
+    ///         values.
+    /// throws  ZInvalidParameterException_6_0 as setValue(), for each of them. Nothing is changed
+    ///         then.
+    void setValues(char const* stanza, char const* key, char const* const* values, unsigned count);
+
+    /// Removes the first value of `key` that equals `value`. The key is removed with its only
+    /// value.
+    /// throws  ZInvalidParameterException_6_0 if a string is null, or a name is empty;
+    ///         ZPropertiesMissingPropertyException_6_0 if the key does not have the value.
+    void removeValue(char const* stanza, char const* key, char const* value);
+
+    /// Renames a key in place: values, comments and position stay. Observers receive a notice for
+    /// each of the two names.
+    /// throws  ZPropertiesMissingPropertyException_6_0 if the key is missing;
+    ///         ZInvalidParameterException_6_0 if a name is null, empty or invalid in a file, if a
+    ///         key has the new name, or if a line would be too long. Nothing is changed then.
+    void renameKey(char const* stanza, char const* key, char const* newKey);
+
+    /// Renames a stanza in place.
+    /// throws  as renameKey().
+    /// cost    O(keys of the stanza).
+    void renameStanza(char const* stanza, char const* newStanza);
+
+    /// Returns the names of the stanzas in file order.
+    /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
+    ZArrayList_6_0* stanzaNames() const;
+
     /// Replaces the contents by the `length` bytes at `text`, which are read as a file is,
     /// and sets the modified flag.
     /// owns    `text` is copied; it may be null if `length` is 0.

@@ -34,10 +34,15 @@ bool isCreator(ZPROP_iter_handle const& iterator)
     return pthread_equal(iterator.creator, pthread_self()) != 0;
 }
 
+int notOverStanzas(ZPROP_stanzas_iter_handle&)
+{
+    return recordFailure(zpropIterator, kOtherIterator);
+}
+
 // Runs the action for the type of the iterator.
-template <class OverKeys, class OverValues>
+template <class OverKeys, class OverValues, class OverStanzas>
 int withIterator(ZPROP_iter_handle* handle, CodeOfFailure* codeOfFailure, OverKeys overKeys,
-                 OverValues overValues)
+                 OverValues overValues, OverStanzas overStanzas)
 {
     Iterators::Pin const iterator = openIterators.pin(handle);
     if (!iterator || !iterator->intact())
@@ -48,6 +53,8 @@ int withIterator(ZPROP_iter_handle* handle, CodeOfFailure* codeOfFailure, OverKe
     int const failure = codeOf(codeOfFailure, {}, [&] {
         if (iterator->type == zpropOverKeys)
             code = overKeys(static_cast<ZPROP_stz_iter_handle&>(*iterator));
+        else if (iterator->type == zpropOverStanzas)
+            code = overStanzas(static_cast<ZPROP_stanzas_iter_handle&>(*iterator));
         else
             code = overValues(static_cast<ZPROP_stzvalue_iter_handle&>(*iterator));
     });
@@ -407,34 +414,40 @@ int zstzPropIter_close_6_0(ZPROP_iter_handle* handle)
 
 int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value)
 {
-    return withIterator(iterator, iteratorChangeCode, notOverKeys,
-                        [&](ZPROP_stzvalue_iter_handle& over) {
-                            std::string changed(orEmpty(value));
-                            over.values.changeValue(changed.c_str());
-                            over.current.swap(changed);
-                            return zpropOk;
-                        });
+    return withIterator(
+        iterator, iteratorChangeCode, notOverKeys,
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            std::string changed(orEmpty(value));
+            over.values.changeValue(changed.c_str());
+            over.current.swap(changed);
+            return zpropOk;
+        },
+        notOverStanzas);
 }
 
 int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value)
 {
-    return withIterator(iterator, iteratorChangeCode, notOverKeys,
-                        [&](ZPROP_stzvalue_iter_handle& over) {
-                            std::string added(orEmpty(value));
-                            over.values.addValue(added.c_str());
-                            over.current.swap(added);
-                            return zpropOk;
-                        });
+    return withIterator(
+        iterator, iteratorChangeCode, notOverKeys,
+        [&](ZPROP_stzvalue_iter_handle& over) {
+            std::string added(orEmpty(value));
+            over.values.addValue(added.c_str());
+            over.current.swap(added);
+            return zpropOk;
+        },
+        notOverStanzas);
 }
 
 int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator)
 {
-    return withIterator(iterator, iteratorChangeCode, notOverKeys,
-                        [](ZPROP_stzvalue_iter_handle& over) {
-                            over.values.removeValue();
-                            over.current.clear();
-                            return zpropOk;
-                        });
+    return withIterator(
+        iterator, iteratorChangeCode, notOverKeys,
+        [](ZPROP_stzvalue_iter_handle& over) {
+            over.values.removeValue();
+            over.current.clear();
+            return zpropOk;
+        },
+        notOverStanzas);
 }
 
 int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code)
@@ -459,6 +472,13 @@ int zstzPropIter_next_6_0(ZPROP_iter_handle* iterator, int* code)
                 advanced = 1;
             }
             return zpropOk;
+        },
+        [&](ZPROP_stanzas_iter_handle& over) {
+            if (over.next < over.names->size()) {
+                ++over.next;
+                advanced = 1;
+            }
+            return zpropOk;
         });
     return advanced;
 }
@@ -476,6 +496,13 @@ char* zstzPropIter_getKey_6_0(ZPROP_iter_handle* iterator, int* code)
         },
         [&](ZPROP_stzvalue_iter_handle& over) {
             return returnString(over.key.data(), over.key.size(), text);
+        },
+        [&](ZPROP_stanzas_iter_handle& over) {
+            if (over.next == 0)
+                return recordFailure(zpropIterator, kNoCurrentEntry);
+            auto const* const name =
+                static_cast<ZLCString_6_0 const*>(over.names->get(over.next - 1));
+            return returnString(name->getChars(), name->getLength(), text);
         });
     return text;
 }
@@ -493,7 +520,8 @@ char* zstzPropIter_getValue_6_0(ZPROP_iter_handle* iterator, int* code)
         },
         [&](ZPROP_stzvalue_iter_handle& over) {
             return returnString(over.current.data(), over.current.size(), text);
-        });
+        },
+        notOverStanzas);
     return text;
 }
 
@@ -510,6 +538,10 @@ int zstzPropIter_numKeys_6_0(ZPROP_iter_handle* iterator, int* code)
         },
         [&](ZPROP_stzvalue_iter_handle&) {
             count = 1;
+            return zpropOk;
+        },
+        [&](ZPROP_stanzas_iter_handle& over) {
+            count = static_cast<int>(over.names->size());
             return zpropOk;
         });
     return count;
@@ -529,7 +561,8 @@ int zstzPropIter_numValues_6_0(ZPROP_iter_handle* iterator, int* code)
         [&](ZPROP_stzvalue_iter_handle& over) {
             count = over.values.valueCount();
             return zpropOk;
-        });
+        },
+        notOverStanzas);
     return count;
 }
 

@@ -343,6 +343,90 @@ typedef int (*ZPROPProblemCallback)(ZPROPProblem const* problem, void* context);
 int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblemCallback callback,
                              void* context);
 
+// ---- Several values, stanzas, renaming ----------------------------------------------------------
+
+/// Creates an iterator over the stanzas in file order; zstzPropIter_next_6_0, getKey (the stanza),
+/// numKeys (the number of stanzas) and close support it, and the other functions return 57. It
+/// starts before the first stanza, and iterates over the stanzas that exist now.
+/// owns    owned by the caller; released with zstzPropIter_close_6_0.
+/// codes   55 for a bad handle or a null out pointer: `*iterator` is untouched then; 52 if memory
+///         is exhausted: it is null then.
+/// threads as zstzPropIter_init_6_0.
+int zstzPropIter_initStanzas_6_0(ZPROP_handle* handle, ZPROP_iter_handle** iterator);
+
+/// Replaces the values of a key by `count` values. Creates the stanza and the key if they do not
+/// exist.
+/// range   `count` 0 leaves the key without values; `values` may be null then. An only value may be
+///         empty, which does the same; several values must not be empty. Names and values as
+///         zstzPropSetStringValue_6_0.
+/// codes   55 for a bad handle, a negative count, a null name, array or value; 52 if a string is
+///         invalid or the key has obfuscated values. Nothing is changed then.
+int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                char const* const* values, int count);
+
+/// Appends a value to the values of a key, unless the key already has it. Creates the stanza and
+/// the key if they do not exist.
+/// codes   55 for a bad handle or a null argument; 52 if a string is empty or invalid, or the key
+///         has obfuscated values. Nothing is changed then.
+int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                               char const* value);
+
+/// Removes the first value of a key that equals `value`. The key is removed with its only value.
+/// codes   55 for a bad handle or a null argument; 54 if the key does not have the value; 52 if it
+///         fails.
+int zstzPropRemoveValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                            char const* value);
+
+/// Replaces the values of a key by one obfuscated value, which a store writes to the companion
+/// file. range   a null or empty `value` leaves the key without values. codes   55 for a bad
+/// handle, a null stanza or key; 52 if a name is invalid or the key has plain
+///         values. Nothing is changed then.
+int zstzPropSetObfuscatedValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                   char const* value);
+
+/// Returns 1 if the key or, if `key` is null, a key of the stanza has obfuscated values, else 0.
+/// Stores its code as the getters do.
+int zstzPropIsObfuscated_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code);
+
+/// Appends a stanza, unless it exists.
+/// codes   55 for a bad handle or a null stanza; 52 if the name is invalid.
+int zstzPropAddStanza_6_0(ZPROP_handle* handle, char const* stanza);
+
+/// Renames a stanza in place: keys, comments and position stay.
+/// codes   55 for a bad handle or a null name; 54 if the stanza is missing; 52 if the new name is
+///         invalid or another stanza has it. Nothing is changed then.
+int zstzPropRenameStanza_6_0(ZPROP_handle* handle, char const* stanza, char const* newStanza);
+
+/// Renames a key in place: values, comments and position stay.
+/// codes   as zstzPropRenameStanza_6_0, for the key.
+int zstzPropRenameKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                          char const* newKey);
+
+// ---- Observers ----------------------------------------------------------------------------------
+
+/// The kinds of changes.
+enum {
+    zpropAdded = 0,    // a stanza was added; the key is empty
+    zpropRemoved = 1,  // a key was removed or, if the key is empty, a stanza
+    zpropSet = 2       // the values of a key were set
+};
+
+/// Receives a change of a store.
+/// owns    the names are borrowed until the callback returns.
+/// throws  nothing: it is called in the middle of the function that changes the store.
+typedef void (*ZPROPObserver)(int change, char const* stanza, char const* key, void* context);
+
+/// Sets the observer of a handle, which replaces an earlier one; null removes it. It is called
+/// after each change by a function of this header, except for values that an iterator or
+/// zstzPropAddStringValue_6_0 adds to other values, for comments, and for loads.
+/// range   `context` is passed to the callback.
+/// codes   55 for a bad handle; 52 if memory is exhausted: the earlier observer stays then.
+/// threads the observer runs in the thread that changes the store, after the change and without a
+///         lock on the store; changes under an iterator are reported when it is closed. It may call
+///         any function. After this call or zstzPropClose_6_0 returns, the earlier observer does
+///         not start any more; a call from another thread waits for a running one.
+int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* context);
+
 #ifdef __cplusplus
 }
 #endif

@@ -14,11 +14,6 @@ namespace {
 
 constexpr char kStanza[] = "stanza";
 
-// Makes the lock of a store accessible.
-struct LockedStore : Store {
-    using Store::Hold;
-};
-
 // Returns the code for a dialect: of an unknown one, after recording the failure.
 int checkDialect(char const* dialect, char const* file)
 {

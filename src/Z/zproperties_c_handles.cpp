@@ -11,6 +11,7 @@
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
 #include "handles/returned_strings.h"
+#include "reporting/failures.h"
 #include "zproperties_c_p.h"
 
 namespace {
@@ -30,9 +31,31 @@ ZPROP_handle::ZPROP_handle(ZPROPOpenMode openMode,
 
 ZPROP_handle::~ZPROP_handle()
 {
+    constexpr zreporting::Site kSite = {"src/Z/zproperties_c", 215};
+    zreporting::runCleanup(kSite, [this] { replaceObserver(nullptr); });
     mode = 0;
     first = 0;
     second = 0;
+}
+
+void ZPROP_handle::Observer::update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm)
+{
+    auto const* const change = dynamic_cast<ZPropertyChanged_6_0 const*>(&parm);
+    // The callback may replace this observer: it is deleted then.
+    if (change != nullptr)
+        callback_(change->type(), change->category().getChars(), change->key().getChars(),
+                  context_);
+}
+
+void ZPROP_handle::replaceObserver(std::unique_ptr<Observer> added)
+{
+    {
+        std::lock_guard<std::mutex> const guard(observerMutex);
+        observer.swap(added);
+    }
+    // Without the mutex: this waits for a running callback, which may replace the observer too.
+    if (added != nullptr)
+        store->deleteObserver(added.get());
 }
 
 ZPROP_stz_handle::~ZPROP_stz_handle() = default;
@@ -68,6 +91,16 @@ ZPROP_stzvalue_iter_handle::ZPROP_stzvalue_iter_handle(
 }
 
 ZPROP_stzvalue_iter_handle::~ZPROP_stzvalue_iter_handle() = default;
+
+ZPROP_stanzas_iter_handle::ZPROP_stanzas_iter_handle(
+    std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore)
+    : ZPROP_iter_handle(zpropOverStanzas, openStore),
+      hold(*openStore),
+      names(openStore->stanzaNames())
+{
+}
+
+ZPROP_stanzas_iter_handle::~ZPROP_stanzas_iter_handle() = default;
 
 // ---- Codes of exceptions ------------------------------------------------------------------------
 

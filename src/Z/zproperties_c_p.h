@@ -6,9 +6,11 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <type_traits>
 
+#include "ZArrayList.h"
 #include "ZStanzaFileProperties.h"
 #include "handles/handle_table.h"
 #include "handles/last_error.h"
@@ -30,6 +32,21 @@ struct ZPROP_handle {
 
     bool intact() const { return first == kZPropFirstMagic && second == kZPropSecondMagic; }
 
+    // Passes the changes of the store to a callback.
+    class Observer final : public ZObserverInterface_6_0 {
+    public:
+        Observer(ZPROPObserver callback, void* context) : callback_(callback), context_(context) {}
+        void update(ZObservableInterface_6_0* sender, ZObservedParm_6_0 const& parm) override;
+
+    private:
+        ZPROPObserver const callback_;
+        void* const context_;
+    };
+
+    /// Replaces the observer, and unregisters the earlier one.
+    /// range   `added` is null, or registered with the store.
+    void replaceObserver(std::unique_ptr<Observer> added);
+
     uint32_t volatile first = kZPropFirstMagic;
     int32_t volatile mode;
     uint32_t volatile second = kZPropSecondMagic;
@@ -37,6 +54,8 @@ struct ZPROP_handle {
     std::string const path;
     std::atomic<unsigned long> attributes;  // of the store's cache
     std::atomic<int> waitSeconds{0};        // for a file that another process uses
+    std::mutex observerMutex;
+    std::unique_ptr<Observer> observer;  // guarded by observerMutex; null: none
 };
 
 // A stanza of an open file. No function of the interface creates one.
@@ -45,7 +64,7 @@ struct ZPROP_stz_handle : ZPROP_handle {
     ~ZPROP_stz_handle() override;
 };
 
-enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2 };
+enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2, zpropOverStanzas = 3 };
 
 // An open iterator. It shares the store, so that the file handle may be closed first.
 struct ZPROP_iter_handle {
@@ -63,6 +82,15 @@ struct ZPROP_iter_handle {
     pthread_t const creator;  // the thread that holds the store's lock through the iterator
 };
 
+namespace zhandles {
+
+// Makes the lock of a store accessible.
+struct LockedStore : ZStanzaFileProperties_6_0 {
+    using ZProperties_6_0::Hold;
+};
+
+}  // namespace zhandles
+
 struct ZPROP_stz_iter_handle : ZPROP_iter_handle {
     ZPROP_stz_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
                           char const* stanza);
@@ -79,6 +107,15 @@ struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
     ZStanzaValueIterator_6_0 values;
     std::string current;  // the current value
     std::string const key;
+};
+
+struct ZPROP_stanzas_iter_handle : ZPROP_iter_handle {
+    explicit ZPROP_stanzas_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore);
+    ~ZPROP_stanzas_iter_handle() override;
+
+    zhandles::LockedStore::Hold const hold;
+    std::unique_ptr<ZArrayList_6_0> const names;
+    unsigned next = 0;  // the index of the next name
 };
 
 namespace zhandles {

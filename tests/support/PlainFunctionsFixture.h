@@ -159,6 +159,28 @@ inline std::vector<FileCall> fileCalls()
         {"LoadText", [](auto* f) { return zstzPropLoadText_6_0(f, "", 0); }},
         {"StoreText",
          resultCall([](auto* f, int* code) { return zstzPropStoreText_6_0(f, nullptr, code); })},
+        {"SetStringValues",
+         [](auto* f) { return zstzPropSetStringValues_6_0(f, "s", "k", nullptr, 0); }},
+        {"AddStringValue", [](auto* f) { return zstzPropAddStringValue_6_0(f, "s", "k", "v"); }},
+        {"RemoveValue",
+         [](auto* f) { return zstzPropRemoveValue_6_0(f, "server", "port", "8080"); }},
+        {"SetObfuscatedValue",
+         [](auto* f) { return zstzPropSetObfuscatedValue_6_0(f, "s", "k", "v"); }},
+        {"IsObfuscated", resultCall([](auto* f, int* code) {
+             return zstzPropIsObfuscated_6_0(f, "server", "port", code);
+         })},
+        {"AddStanza", [](auto* f) { return zstzPropAddStanza_6_0(f, "s"); }},
+        {"RenameStanza", [](auto* f) { return zstzPropRenameStanza_6_0(f, "server", "s"); }},
+        {"RenameKey", [](auto* f) { return zstzPropRenameKey_6_0(f, "server", "port", "k"); }},
+        {"SetObserver", [](auto* f) { return zstzPropSetObserver_6_0(f, nullptr, nullptr); }},
+        {"Iter_initStanzas",
+         [](auto* f) {
+             int marker = 0;
+             auto* const before = reinterpret_cast<ZPROP_iter_handle*>(&marker);
+             ZPROP_iter_handle* iterator = before;
+             int const code = zstzPropIter_initStanzas_6_0(f, &iterator);
+             return iterator == before ? code : -1;
+         }},
         {"Iter_init",
          [](auto* f) {
              int marker = 0;

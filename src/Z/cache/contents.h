@@ -10,7 +10,7 @@
 //
 // Every operation first reserves memory, which may throw, then modifies, which cannot fail.
 // The member functions are defined in files of their own, one per concern: lookup, categories,
-// values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
+// renaming, values, value_lists, secrets, lines, sections, key_lines, comments and detached_lines.
 #pragma once
 
 #include <string_view>
@@ -123,6 +123,11 @@ public:
                  Kind kind);
     void deleteLine(std::string_view category, std::string_view key);
     void deleteStanza(std::string_view category);
+
+    /// Each renames in place a key or category that is not detached. No such key or category has
+    /// the new name.
+    void renameKey(std::string_view category, std::string_view key, std::string_view name);
+    void renameCategory(std::string_view category, std::string_view name);
     void addFileComment(std::string_view comment);
     void addStanzaComment(Id category, std::string_view comment);
     void addLineComment(std::string_view category, std::string_view key, std::string_view comment);
@@ -170,6 +175,7 @@ public:
     std::string_view text(Line const& line) const;
     Id firstCategory() const { return firstCategory_; }
     Id firstLine() const { return firstLine_; }
+    Id firstHeader() const { return firstHeader_; }
     Id firstItem() const { return firstItem_; }
     KeyExtra const& item(Id id) const { return keyExtras_[id]; }
 
@@ -220,6 +226,8 @@ private:
     void removeItem(Id key);
     void unlinkKey(Id key);
     void freeKey(Id key, uint32_t hash);
+    template <class Call>
+    void forEachKeyOf(Id category, Call call);
     CategoryExtra& categoryExtraOf(Id category);
     void dropCategoryExtra(Id category);
     void freeCategory(Id category);

@@ -30,6 +30,7 @@ struct LastError {
 inline constexpr char kBadHandle[] = "The handle is null, closed or not of this kind.";
 inline constexpr char kMissingArgument[] = "A required argument is null or out of range.";
 inline constexpr char kOtherThread[] = "The iterator belongs to another thread.";
+inline constexpr char kNoCurrentEntry[] = "The iterator has no current entry.";
 inline constexpr char kOtherIterator[] = "The iterator does not support this operation.";
 
 /// Records the exception that is being handled as the last failure of the calling thread. Returns

@@ -1,0 +1,63 @@
+// renaming: renames keys and categories in place.
+
+#include "contents.h"
+
+namespace zcache {
+
+// Calls `call(Id)` for each key of a category, including the detached keys, which have a line.
+template <class Call>
+void Contents::forEachKeyOf(Id category, Call call)
+{
+    for (Id key = categories_[category].firstKey; key != 0; key = keys_[key].next)
+        call(key);
+    if (categories_[category].header == 0)
+        return;
+    for (Id line = lines_[categories_[category].header].next;
+         line != 0 && lines_[line].kind != headerLine; line = lines_[line].next)
+        if (lines_[line].kind == keyLine && !keys_[lines_[line].ref].isLive)
+            call(lines_[line].ref);
+}
+
+void Contents::renameKey(std::string_view categoryName, std::string_view oldName,
+                         std::string_view newName)
+{
+    arena_.reserve(newName.size() + 1);
+    // A removed key of the new name may have left its line.
+    deleteLine(categoryName, newName);
+    LookupResult const found = find(categoryName, oldName);
+    Key& key = keys_[found.key];
+    keyIndex_.remove(found.hash, found.key);
+    arena_.drop(name(key));
+    std::string_view const kept = arena_.add(newName);
+    key.name = arena_.idOf(kept.data());
+    key.nameLength = Arena::encodeLength(kept);
+    keyIndex_.add(hashOf(kept, found.categoryHash), found.key);
+    if (key.extra != 0)
+        delete std::exchange(keyExtras_[key.extra].name, nullptr);
+}
+
+void Contents::renameCategory(std::string_view oldName, std::string_view newName)
+{
+    arena_.reserve(newName.size() + 1);
+    // A removed category of the new name may have left its lines.
+    deleteStanza(newName);
+    uint32_t const oldHash = hashOf(oldName);
+    uint32_t const newHash = hashOf(newName);
+    Id const id = findCategory(oldName, oldHash);
+    // The index of keys contains the names of their categories.
+    forEachKeyOf(id, [&](Id key) {
+        keyIndex_.remove(hashOf(name(keys_[key]), oldHash), key);
+        keyIndex_.add(hashOf(name(keys_[key]), newHash), key);
+    });
+    Category& category = categories_[id];
+    categoryIndex_.remove(oldHash, id);
+    arena_.drop(name(category));
+    std::string_view const kept = arena_.add(newName);
+    category.name = arena_.idOf(kept.data());
+    category.nameLength = Arena::encodeLength(kept);
+    categoryIndex_.add(newHash, id);
+    if (category.extra != 0)
+        delete std::exchange(categoryExtras_[category.extra].name, nullptr);
+}
+
+}  // namespace zcache
