@@ -367,6 +367,9 @@ public:
         for (LineModel const& line : before.lines) {
             if (line.kind == LineModel::key && touched_.contains(line.name))
                 continue;
+            // See differenceOutside().
+            if (line.kind == LineModel::blank && !before.endsWithEnding())
+                continue;
             while (next != after.lines.end() && next->withoutEnding() != line.withoutEnding())
                 ++next;
             EXPECT_NE(after.lines.end(), next) << "lost: " << line.bytes;

@@ -215,19 +215,26 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
          [](Store& store) { store.deleteStanza("s"); }, "# f\n\n [t] tail\nl  =w\n"},
         {"the last removed", "[s]\nk=v\n\n[t]\nl=w", [](Store& store) { store.deleteStanza("t"); },
          "[s]\nk=v\n"},
+        {"a comment as in a stanza that is removed and added", "[s]\n# c\nk = v\n\n[t]\nl = w\n",
+         [](Store& store) {
+             store.deleteStanza("s");
+             store.setValue("s", "k", "v");
+             store.addEntryComment("t", "n", "c");
+         },
+         "[t]\nl = w\n\n# c\nn =\n\n[s]\nk = v\n"},
         {"a new stanza, and a key of the last", "[s]\n",
          [](Store& store) {
              store.setValue("t", "l", "w");
              store.deleteStanza("s");
              store.setValue("s", "k", "v");
          },
-         "[s]\nk = v\n\n[t]\nl = w\n"},
+         "[t]\nl = w\n\n[s]\nk = v\n"},
         {"removed and added", "[s]\nk=v\n#x\n[t]\nl=w\n",
          [](Store& store) {
              store.deleteStanza("s");
              store.setValue("s", "k", "u");
          },
-         "[s]\nk=u\n[t]\nl=w\n"},
+         "[t]\nl=w\n\n[s]\nk=u\n"},
     });
 }
 
@@ -382,7 +389,7 @@ TEST_F(KeptLines, ObfuscatedValuesTouchOnlyTheirLines)
     load("[s]\n  k=v\nsecret =\n");
     store_.setValue("s", "secret", "hidden", 1);
     std::string const entry =
-        "\n[configuration-database]\nfile = " + directory_.at("conf") + ".obf\n";
+        "\n[configuration-database]\n  file=" + directory_.at("conf") + ".obf\n";
     EXPECT_EQ("[s]\n  k=v\nsecret =\n" + entry, stored());
     store_.setValue("s", "k", "x");
     EXPECT_EQ("[s]\n  k=x\nsecret =\n" + entry, stored());

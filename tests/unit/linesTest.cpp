@@ -209,7 +209,7 @@ TEST(lines, ADialectDecidesHowLinesAreRecognisedAndValuesSpelled)
         {"a new stanza",
          "[s]\na   : 1\nbcd : 2\n",
          {"[s]", "a=1", "bcd=2", "[t]", "e=3"},
-         "[s]\na   : 1\nbcd : 2\n[t]\ne : 3\n"},
+         "[s]\na   : 1\nbcd : 2\n\n[t]\ne : 3\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -265,7 +265,7 @@ TEST(lines, ManyEqualValuesAreAlignedWithinABound)
     before.front() = before.back() = "b";
     after.front() = after.back() = "c";
     auto const pairs = zlines::align(before, after);
-    EXPECT_GE(pairs.size(), 100u);
+    EXPECT_GE(pairs.size(), 50u);
     for (size_t i = 1; i < pairs.size(); ++i)
         ASSERT_LT(pairs[i - 1].second, pairs[i].second);
 }

@@ -32,13 +32,12 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
         gone_.resize(outline_.lines().size());
         for (Reordered& stanza : reordered_)
             matchComments(stanza);
-        matchRemainingComments();
     }
     auto next = reordered_.begin();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
         stanzaName_ = document.stanzas[i].name;
         if (readOf_[i] == kNone) {
-            appendStanza(i);
+            addStanza(i);
         } else if (next != reordered_.end() && next->stanza == i) {
             compareKeys(*next);
             removeUnmatchedComments(*next);
@@ -48,17 +47,21 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
     }
 }
 
+// Finds the stanzas of the document in the text. A stanza that was removed and added again follows
+// the others in the document: if it does not in the text, it is removed there, and added.
 void Difference::matchStanzas()
 {
     readOf_.resize(document_.stanzas.size(), kNone);
     readOf_[0] = 0;
     outline_.stanzas()[0].isKept = true;
+    uint32_t last = 0;
     for (uint32_t i = 1; i < readOf_.size(); ++i) {
         std::string_view const name =
             dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
         uint32_t const read = outline_.find(name, i);
-        if (read == kNone || (read != 0 && outline_.stanzas()[read].isKept))
-            continue;  // a second stanza of that name could not be found: it is appended
+        if (read == kNone || (read != 0 && read <= last))
+            continue;
+        last = read == 0 ? last : read;
         readOf_[i] = read;
         outline_.stanzas()[read].isKept = true;
     }

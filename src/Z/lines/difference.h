@@ -93,7 +93,6 @@ private:
 
     // difference_lines.cpp
     void matchComments(Reordered& stanza);
-    void matchRemainingComments();
     void removeUnmatchedComments(Reordered const& stanza);
     void place(Reordered const& stanza);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
@@ -106,7 +105,8 @@ private:
                    std::string& out) const;
     void appendLine(Style const& style, std::string_view key, std::string_view value,
                     uint32_t after, std::string& out) const;
-    void appendStanza(uint32_t stanza);
+    void addStanza(uint32_t stanza);
+    bool isAboveNextHeader(uint32_t stanza, uint32_t entry) const;
 
     void record(std::string_view stanza, std::string_view key, std::string_view value);
     bool isGone(uint32_t line) const { return !gone_.empty() && gone_[line]; }
@@ -126,7 +126,7 @@ private:
     std::vector<bool> gone_;           // lines that are removed; empty: none
     std::vector<bool> isMatched_;      // comments of the text that the document has
     std::vector<NewComment> carried_;  // above the header of the next new stanza
-    bool isAppended_ = false;          // a stanza was appended
+    uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
     std::string keySpace_;
     std::string nameSpace_;
     std::string valueSpace_;

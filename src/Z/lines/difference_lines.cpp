@@ -79,34 +79,6 @@ void Difference::matchComments(Reordered& stanza)
             match(i, take(anywhere, std::string(dialect_.commentText(stanza.entries[i].text))));
 }
 
-// Finds the remaining comments in other stanzas: if several headers have one name, the lines above
-// the second belong to different stanzas in the text and in the document.
-void Difference::matchRemainingComments()
-{
-    CommentIndex anywhere;
-    for (Reordered const& stanza : reordered_)
-        for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
-             i = outline_.sections()[i].next)
-            for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
-                 ++line)
-                if (outline_.lines()[line].kind == commentLine && !isMatched_[line])
-                    anywhere[std::string(outline_.comment(line))].push_back(line);
-    if (anywhere.empty())
-        return;
-    for (Reordered& stanza : reordered_) {
-        for (size_t i = 0; i < stanza.entries.size(); ++i) {
-            if (!stanza.entries[i].isComment || stanza.lineOf[i] != kNone)
-                continue;
-            uint32_t const line =
-                take(anywhere, std::string(dialect_.commentText(stanza.entries[i].text)));
-            if (line == kNone)
-                continue;
-            stanza.lineOf[i] = line;
-            isMatched_[line] = true;
-        }
-    }
-}
-
 void Difference::removeUnmatchedComments(Reordered const& stanza)
 {
     for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
@@ -282,14 +254,24 @@ void Difference::appendLine(Style const& style, std::string_view key, std::strin
     out += line;
 }
 
-// Appends a stanza that the text does not have, and the comments above its header.
-void Difference::appendStanza(uint32_t index)
+// Adds a stanza that the text does not have, and the comments above its header: above the next
+// stanza of the document that the text has, else at the end.
+void Difference::addStanza(uint32_t index)
 {
     Stanza const& stanza = document_.stanzas[index];
     auto const count = static_cast<uint32_t>(outline_.lines().size());
-    uint32_t const last = count == 0 ? kNone : count - 1;
-    std::string_view const ending = last == kNone ? "\n" : outline_.lineEndingOf(last);
-    bool isAtBlank = !isAppended_ && (last == kNone || isBlank(last));
+    size_t next = index + size_t{1};
+    while (next < readOf_.size() && (readOf_[next] == kNone || readOf_[next] == 0))
+        ++next;
+    bool const isLast = next == readOf_.size();
+    uint32_t const below =
+        isLast ? count : outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
+    uint32_t above = below == 0 ? kNone : below - 1;
+    while (above != kNone && isGone(above))
+        above = above == 0 ? kNone : above - 1;
+    std::string_view const ending = above == kNone ? "\n" : outline_.lineEndingOf(above);
+    bool const isFirstHere = lastAdded_ != below;
+    bool isAtBlank = isFirstHere ? above == kNone || isBlank(above) : !isLast;
     std::string lines;
     auto const addBlank = [&](bool isWanted) {
         if (isWanted && !isAtBlank)
@@ -297,28 +279,55 @@ void Difference::appendStanza(uint32_t index)
         isAtBlank = false;
     };
     record(stanza.name, {}, {});
-    if (!carried_.empty()) {
-        appendComments(carried_, last, isAtBlank, lines);
-        carried_.clear();
-        isAtBlank = false;
-    }
-    addBlank(stanza.isBelowBlank);
+    // A blank line is above a new stanza and its comments, and never between them.
+    addBlank(true);
+    if (!carried_.empty())
+        carried_.front().isBelowBlank = false;
+    appendComments(carried_, above, false, lines);
+    carried_.clear();
     dialect_.appendHeader(stanza.name, lines);
     lines += ending;
-    Section const end{kNone, count, count, kNone};
+    Section const here{kNone, below, below, kNone};
     for (uint32_t i = 0; i < stanza.entryCount; ++i) {
         Entry const& entry = document_.entries[stanza.firstEntry + i];
         if (!entry.isComment && entry.valueCount == 0 && !entry.needsLine)
             continue;
+        bool const isAboveHeader = entry.isComment && isAboveNextHeader(index, i);
+        if (isAboveHeader) {
+            carried_.push_back({entry.text, entry.isBelowBlank});
+            continue;
+        }
         addBlank(entry.isBelowBlank);
         if (entry.isComment)
-            appendComment(outline_, last, entry.text, lines);
+            appendComment(outline_, above, entry.text, lines);
         else
-            appendKey(end, last, entry, lines);
+            appendKey(here, above, entry, lines);
     }
-    edits_.insertLines(static_cast<uint32_t>(text_.size()), std::move(lines), ending,
-                       Edits::newStanzas);
-    isAppended_ = true;
+    if (!isLast)
+        lines += ending;
+    bool const isCarriedHere = !isLast && next == index + size_t{1} && !carried_.empty();
+    if (isCarriedHere) {
+        appendComments(carried_, above, true, lines);
+        carried_.clear();
+    }
+    uint32_t const position =
+        isLast ? static_cast<uint32_t>(text_.size()) : outline_.lines()[below].begin;
+    edits_.insertLines(position, std::move(lines), ending, Edits::newStanzas);
+    lastAdded_ = below;
+}
+
+// Returns whether no key follows an entry of a new stanza, but another stanza does, so that
+// comments from this entry on are above its header.
+bool Difference::isAboveNextHeader(uint32_t index, uint32_t entry) const
+{
+    if (index + size_t{1} >= document_.stanzas.size() || readOf_[index + size_t{1}] == 0 ||
+        document_.stanzas[index + size_t{1}].isBelowBlank)
+        return false;
+    Stanza const& stanza = document_.stanzas[index];
+    for (uint32_t i = entry; i < stanza.entryCount; ++i)
+        if (!document_.entries[stanza.firstEntry + i].isComment)
+            return false;
+    return true;
 }
 
 }  // namespace zlines
