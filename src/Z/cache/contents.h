@@ -62,6 +62,7 @@ public:
 
     size_t categoryCount() const { return categoryCount_; }
     size_t itemCount() const { return itemCount_; }
+    size_t lineCount() const { return lines_.count(); }
     size_t valueCount(Id key, Kind kind) const;
 
     /// Returns the kind of the values that a caller of "any values" receives.

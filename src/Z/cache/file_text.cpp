@@ -63,6 +63,7 @@ void write(Contents const& contents, TextBuffer& text)
 
 void describe(Contents const& contents, bool keepsEmpty, zlines::Document& document)
 {
+    document.reserve(contents.categoryCount(), contents.lineCount());
     bool isSkipping = false;  // the lines of a detached category
     bool isBelowBlank = false;
     for (Id id = contents.firstLine(); id != 0; id = contents.line(id).next) {

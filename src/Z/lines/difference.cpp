@@ -113,9 +113,11 @@ bool Difference::hasKey(Entry const& entry, uint32_t line)
 bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
 {
     size_t const count = edits_.count();
+    size_t const proven = provenEdits_;
     bool const hadFirst = hasFirst_;
     auto const fail = [&] {
         edits_.truncate(count);
+        provenEdits_ = proven;
         hasFirst_ = hadFirst;
         return false;
     };
@@ -189,9 +191,11 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
     out = difference.compose();
     if (out.size() >= kNone)
         throw std::bad_alloc();
-    Difference const remaining(out, dialect, document);
-    if (!remaining.isEmpty())
-        throw remaining.first();
+    if (!difference.isProven()) {
+        Difference const remaining(out, dialect, document);
+        if (!remaining.isEmpty())
+            throw remaining.first();
+    }
     return true;
 }
 

@@ -36,6 +36,10 @@ public:
     bool isEmpty() const { return edits_.count() == 0; }
     std::string compose() { return edits_.compose(); }
 
+    /// Returns whether every edit changes a value that reads back in its line, so that the text
+    /// after the edits has the contents of the document.
+    bool isProven() const { return provenEdits_ == edits_.count(); }
+
     /// Returns the place of the first difference.
     Refusal const& first() const { return first_; }
 
@@ -119,6 +123,7 @@ private:
     Edits edits_;
     Refusal first_;
     bool hasFirst_ = false;
+    size_t provenEdits_ = 0;
     std::string_view stanzaName_;    // that is compared, for first_
     std::vector<Entry> topEntries_;  // of both stanzas for the lines above the first header
     std::vector<uint32_t> readOf_;   // of each stanza of the document: its stanza in the text

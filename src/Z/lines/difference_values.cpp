@@ -130,9 +130,11 @@ void Difference::setValue(uint32_t line, std::string_view value)
         std::string changed(slice(text_, record.begin, change.begin));
         changed += change.text;
         changed += slice(text_, change.end, outline_.endOf(line));
-        bool const isLast = spelling + 1 >= dialect_.spellingCount();
-        if (isLast || readsBack(changed, line == 0 ? kNone : line - 1, line + 1, key, value)) {
+        bool const isProven =
+            readsBack(changed, line == 0 ? kNone : line - 1, line + 1, key, value);
+        if (isProven || spelling + 1 >= dialect_.spellingCount()) {
             edits_.replace(std::move(change));
+            provenEdits_ += isProven ? 1 : 0;
             return;
         }
     }

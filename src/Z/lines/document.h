@@ -37,6 +37,14 @@ struct Document {
     Document(Document const&) = delete;
     Document& operator=(Document const&) = delete;
 
+    /// Reserves memory for the expected numbers of stanzas and lines.
+    void reserve(size_t stanzaCount, size_t lineCount)
+    {
+        stanzas.reserve(stanzaCount + 1);
+        entries.reserve(lineCount);
+        values.reserve(lineCount);
+    }
+
     void addStanza(std::string_view name, bool isBelowBlank)
     {
         stanzas.push_back({name, static_cast<uint32_t>(entries.size()), 0, isBelowBlank});
