@@ -481,6 +481,14 @@ public:
     /// Renames a category in place; as renameKey().
     void renameCategory(char const* category, char const* name);
 
+    /// Stores the comment of a key in `out`, of the category if `key` is null, or of the file if
+    /// both names are null: its lines with their "#", joined by newlines. Returns 0 if there
+    /// is no comment.
+    int getComment(char const* category, char const* key, ZLCString_6_0& out) const;
+
+    /// Replaces that comment; null removes it.
+    void setComment(char const* category, char const* key, char const* comment);
+
     /// Appends the category names to `out`, in the order of their headers, as ZLCString_6_0.
     /// owns    `out` must own its elements; it takes over new strings.
     void getNamesInFileOrder(ZArrayList_6_0& out) const;

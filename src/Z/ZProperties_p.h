@@ -49,7 +49,8 @@ enum RaiseSite {
     raiseInCheckFileAccess = 540,
     raiseInGetPropertiesFor = 600,
     raiseInFindProblems = 640,
-    raiseInLoadText = 660
+    raiseInLoadText = 660,
+    raiseInLineOf = 680
 };
 
 using zstanza::kReservedCategory;

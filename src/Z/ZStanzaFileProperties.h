@@ -167,6 +167,30 @@ public:
     /// cost    O(keys of the stanza).
     void renameStanza(char const* stanza, char const* newStanza);
 
+    /// Stores the comment above `key` in `out`, above the header of `stanza` if `key` is null, or
+    /// at the start of the file if both names are null: its lines up to the next blank line, with
+    /// their
+    /// "#", joined by newlines. Comments right above the first header do not belong to the file.
+    /// Returns 1; 0 if there is no comment, and `out` is empty then.
+    /// throws  ZInvalidParameterException_6_0 if a name is empty, or only the stanza is null;
+    ///         ZPropertiesMissingPropertyException_6_0 if the stanza or the key is missing.
+    int getComment(char const* stanza, char const* key, ZLCString_6_0& out) const;
+
+    /// Replaces that comment; null removes it, and leaves a blank line above it.
+    /// range   "#" is prepended to each line of `comment` that does not start with it.
+    /// throws  as getComment(); ZInvalidParameterException_6_0 if a line is too long. Nothing is
+    ///         changed then.
+    /// cost    O(lines of the stanza).
+    void setComment(char const* stanza, char const* key, char const* comment);
+
+    /// Returns the number of the line that has the value at `index` of `key` in the text that
+    /// store() writes, counted from 1 by newlines; 0 if no line has it, because it is obfuscated. A
+    /// key without values has its line at `index` 0.
+    /// throws  ZInvalidParameterException_6_0 if a name is null or empty;
+    ///         ZPropertiesMissingPropertyException_6_0 if the key or the value is missing.
+    /// cost    O(file).
+    unsigned long lineOf(char const* stanza, char const* key, unsigned index) const;
+
     /// Returns the names of the stanzas in file order.
     /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
     ZArrayList_6_0* stanzaNames() const;

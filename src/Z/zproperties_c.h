@@ -402,6 +402,49 @@ int zstzPropRenameStanza_6_0(ZPROP_handle* handle, char const* stanza, char cons
 int zstzPropRenameKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                           char const* newKey);
 
+// ---- Comments and lines -------------------------------------------------------------------------
+
+/// Returns the comment at the start of the file, up to the first blank line: its lines with their
+/// "#", joined by newlines. Returns null if the file has no comment; comments right above the first
+/// stanza or key belong to it. Stores its code as the getters do.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   52 if memory is exhausted.
+char* zstzPropGetFileComment_6_0(ZPROP_handle* handle, int* code);
+
+/// Returns the comment right above the header of a stanza, as zstzPropGetFileComment_6_0.
+/// codes   54 if the stanza is missing; 52 if memory is exhausted; 55 if the name is empty.
+char* zstzPropGetStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, int* code);
+
+/// Returns the comment right above the line of a key, as zstzPropGetFileComment_6_0.
+/// codes   54 if the key is missing; 52 if memory is exhausted; 55 if a name is empty.
+char* zstzPropGetLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                 int* code);
+
+/// Replaces the comment that zstzPropGetFileComment_6_0 returns.
+/// range   `comment` null removes it. "#" is prepended to each line that does not start with it.
+///         With zpropKeepLines, a store adapts new lines to the comments and blank lines near them.
+/// codes   55 for a bad handle; 52 if a line is too long. Nothing is changed then.
+int zstzPropSetFileComment_6_0(ZPROP_handle* handle, char const* comment);
+
+/// Replaces the comment of a stanza, as zstzPropSetFileComment_6_0.
+/// codes   55 for a bad handle or a null stanza; 54 if it is missing; 52 if a line is too long or
+///         the name is empty. Nothing is changed then.
+int zstzPropSetStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment);
+
+/// Replaces the comment of a key, as zstzPropSetStanzaComment_6_0.
+int zstzPropSetLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                               char const* comment);
+
+/// Returns the number of the line that has a value of a key, in the text that zstzPropStore_6_0
+/// would write; 0 if the value is obfuscated. Stores its code as the getters do.
+/// units   lines, counted from 1; values, counted from 0 in `index`.
+/// range   a key without values has its line at `index` 0.
+/// codes   54 if the key or the value is missing; 52 if memory is exhausted; 55 if a name is empty
+///         or `index` negative.
+/// cost    O(file).
+unsigned long zstzPropGetLine_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                  int index, int* code);
+
 // ---- Observers ----------------------------------------------------------------------------------
 
 /// The kinds of changes.

@@ -10,19 +10,6 @@ using namespace zhandles;
 
 namespace {
 
-// Returns the code for the exception that is being handled in a function that changes something
-// that must exist.
-int changeExistingCode()
-{
-    try {
-        throw;
-    } catch (ZPropertiesMissingPropertyException_6_0 const&) {
-        return zpropMissing;
-    } catch (...) {
-        return zpropChangeFailed;
-    }
-}
-
 bool hasNull(char const* const* values, int count)
 {
     for (int i = 0; i < count; ++i)

@@ -134,6 +134,17 @@ int iteratorChangeCode()
     }
 }
 
+int changeExistingCode()
+{
+    try {
+        throw;
+    } catch (ZPropertiesMissingPropertyException_6_0 const&) {
+        return zpropMissing;
+    } catch (...) {
+        return zpropChangeFailed;
+    }
+}
+
 int changeCode()
 {
     return zpropChangeFailed;

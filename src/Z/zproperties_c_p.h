@@ -132,6 +132,7 @@ extern Iterators openIterators;
 using CodeOfFailure = int();
 int readCode();            // reads values
 int changeCode();          // changes values
+int changeExistingCode();  // changes something that must exist
 int iteratorChangeCode();  // changes values by an iterator
 int openStoreCode();       // loads or stores a file
 

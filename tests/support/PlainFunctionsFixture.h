@@ -172,6 +172,22 @@ inline std::vector<FileCall> fileCalls()
         {"AddStanza", [](auto* f) { return zstzPropAddStanza_6_0(f, "s"); }},
         {"RenameStanza", [](auto* f) { return zstzPropRenameStanza_6_0(f, "server", "s"); }},
         {"RenameKey", [](auto* f) { return zstzPropRenameKey_6_0(f, "server", "port", "k"); }},
+        {"GetFileComment",
+         resultCall([](auto* f, int* code) { return zstzPropGetFileComment_6_0(f, code); })},
+        {"GetStanzaComment", resultCall([](auto* f, int* code) {
+             return zstzPropGetStanzaComment_6_0(f, "server", code);
+         })},
+        {"GetLineComment", resultCall([](auto* f, int* code) {
+             return zstzPropGetLineComment_6_0(f, "server", "port", code);
+         })},
+        {"SetFileComment", [](auto* f) { return zstzPropSetFileComment_6_0(f, "c"); }},
+        {"SetStanzaComment",
+         [](auto* f) { return zstzPropSetStanzaComment_6_0(f, "server", "c"); }},
+        {"SetLineComment",
+         [](auto* f) { return zstzPropSetLineComment_6_0(f, "server", "port", "c"); }},
+        {"GetLine", resultCall([](auto* f, int* code) {
+             return zstzPropGetLine_6_0(f, "server", "port", 0, code);
+         })},
         {"SetObserver", [](auto* f) { return zstzPropSetObserver_6_0(f, nullptr, nullptr); }},
         {"Iter_initStanzas",
          [](auto* f) {

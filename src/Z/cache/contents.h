@@ -125,6 +125,23 @@ public:
     void deleteLine(std::string_view category, std::string_view key);
     void deleteStanza(std::string_view category);
 
+    // The comment lines right above a header or key line, or at the start of the file: up to the
+    // next blank line. Comments right above the first header or key do not belong to the file.
+    struct CommentBlock {
+        Id first;  // 0: there is no comment
+        Id last;
+        Id category;  // the section of the lines
+    };
+    CommentBlock fileComment() const;
+    CommentBlock stanzaComment(Id category) const;
+    CommentBlock keyComment(Id key) const;
+
+    /// Replaces the lines of a block by a comment; a null comment removes them.
+    void replaceComment(CommentBlock const& block, std::string_view comment);
+
+    /// Adds a comment at the start of a file that has none.
+    void setFileComment(std::string_view comment);
+
     /// Each renames in place a key or category that is not detached. No such key or category has
     /// the new name.
     void renameKey(std::string_view category, std::string_view key, std::string_view name);
@@ -259,6 +276,8 @@ private:
     void removeDetachedSection(Id category);
     void indexSection(Id category);
     void unindexLastSection();
+    void unindexSection(Id category);
+    CommentBlock commentAbove(Id line, Id category) const;
     void recordTemplate(Id category, Id line);
     void forgetTemplate(Id category, Id line);
     Id findTemplate(Id category, std::string_view key) const;
