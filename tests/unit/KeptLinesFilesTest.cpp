@@ -100,9 +100,12 @@ void expectChange(TextModel const& before, std::string const& text,
     EXPECT_EQ("", before.differenceOutside(after, changed));
     EXPECT_TRUE(after.isValid);
     EXPECT_EQ(values, after.values);
-    // Without its last line the file may end with a blank line.
-    bool const isAmbiguous = !before.endsWithEnding() && before.lines.size() > 1 &&
-                             before.lines[before.lines.size() - 2].kind == LineModel::blank;
+    // Without its last lines the file may end with a blank line.
+    auto const last = std::find_if(before.lines.rbegin(), before.lines.rend(), [&](auto& line) {
+        return line.kind != LineModel::key || !changed.contains(line.name);
+    });
+    bool const isAmbiguous =
+        !before.endsWithEnding() && last != before.lines.rend() && last->kind == LineModel::blank;
     if (!before.lines.empty() && !after.lines.empty() && !isAmbiguous) {
         EXPECT_EQ(before.endsWithEnding(), after.endsWithEnding());
     }

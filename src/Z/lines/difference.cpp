@@ -65,6 +65,13 @@ void Difference::matchStanzas()
         readOf_[i] = read;
         outline_.stanzas()[read].isKept = true;
     }
+    nextKept_.resize(readOf_.size());
+    uint32_t next = kNone;
+    for (auto i = static_cast<uint32_t>(readOf_.size()); i-- > 0;) {
+        nextKept_[i] = next;
+        if (readOf_[i] != kNone && readOf_[i] != 0)
+            next = i;
+    }
 }
 
 void Difference::removeStanzas()

@@ -71,6 +71,8 @@ private:
         uint32_t position;
         uint32_t after;  // the line above, or kNone
         bool isAfterKey = false;
+        bool isLastKnown = false;
+        uint32_t last = kNone;                  // the last key line of the stanza, if it is known
         std::vector<NewComment> comments = {};  // that belong to the next line
     };
 
@@ -124,13 +126,15 @@ private:
     Refusal first_;
     bool hasFirst_ = false;
     size_t provenEdits_ = 0;
-    std::string_view stanzaName_;    // that is compared, for first_
-    std::vector<Entry> topEntries_;  // of both stanzas for the lines above the first header
-    std::vector<uint32_t> readOf_;   // of each stanza of the document: its stanza in the text
+    std::string_view stanzaName_;     // that is compared, for first_
+    std::vector<Entry> topEntries_;   // of both stanzas for the lines above the first header
+    std::vector<uint32_t> readOf_;    // of each stanza of the document: its stanza in the text
+    std::vector<uint32_t> nextKept_;  // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
     std::vector<bool> gone_;           // lines that are removed; empty: none
     std::vector<bool> isMatched_;      // comments of the text that the document has
     std::vector<NewComment> carried_;  // above the header of the next new stanza
+    uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
     uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
     std::string keySpace_;
     std::string nameSpace_;

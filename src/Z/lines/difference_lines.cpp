@@ -140,8 +140,11 @@ void Difference::place(Reordered const& stanza)
 void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
 {
     // The key before it may have further lines.
-    uint32_t const last =
-        isLast && at.isAfterKey ? lastKeyLine(outline_.stanzas()[stanza.read]) : kNone;
+    if (isLast && at.isAfterKey && !at.isLastKnown) {
+        at.last = lastKeyLine(outline_.stanzas()[stanza.read]);
+        at.isLastKnown = true;
+    }
+    uint32_t const last = isLast && at.isAfterKey ? at.last : kNone;
     if (last != kNone) {
         at.position = outline_.endOf(last);
         at.after = last;
@@ -260,17 +263,17 @@ void Difference::addStanza(uint32_t index)
 {
     Stanza const& stanza = document_.stanzas[index];
     auto const count = static_cast<uint32_t>(outline_.lines().size());
-    size_t next = index + size_t{1};
-    while (next < readOf_.size() && (readOf_[next] == kNone || readOf_[next] == 0))
-        ++next;
-    bool const isLast = next == readOf_.size();
+    uint32_t const next = nextKept_[index];
+    bool const isLast = next == kNone;
     uint32_t const below =
         isLast ? count : outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
-    uint32_t above = below == 0 ? kNone : below - 1;
-    while (above != kNone && isGone(above))
-        above = above == 0 ? kNone : above - 1;
-    std::string_view const ending = above == kNone ? "\n" : outline_.lineEndingOf(above);
     bool const isFirstHere = lastAdded_ != below;
+    if (isFirstHere)
+        lastAbove_ = below == 0 ? kNone : below - 1;
+    while (lastAbove_ != kNone && isGone(lastAbove_))
+        lastAbove_ = lastAbove_ == 0 ? kNone : lastAbove_ - 1;
+    uint32_t const above = lastAbove_;
+    std::string_view const ending = above == kNone ? "\n" : outline_.lineEndingOf(above);
     bool isAtBlank = isFirstHere ? above == kNone || isBlank(above) : !isLast;
     std::string lines;
     auto const addBlank = [&](bool isWanted) {
@@ -305,7 +308,7 @@ void Difference::addStanza(uint32_t index)
     }
     if (!isLast)
         lines += ending;
-    bool const isCarriedHere = !isLast && next == index + size_t{1} && !carried_.empty();
+    bool const isCarriedHere = !isLast && next == index + 1 && !carried_.empty();
     if (isCarriedHere) {
         appendComments(carried_, above, true, lines);
         carried_.clear();
