@@ -68,7 +68,7 @@ static int edit(ZPROP_handle* config)
     return 0;
 }
 
-/* A text in memory needs no file. */
+/* Contents in memory need no file. */
 static int check_text(void)
 {
     static char const text[] = "[listener]\nport = 8080\n  backlog 16\n";

@@ -6,6 +6,7 @@
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "qvr.h"
+#include "text/table_directory.h"
 #include "zqvrutil.h"
 
 namespace {
@@ -19,9 +20,7 @@ enum RaiseSite { raiseInDefaultConstructor = 39, raiseInConstructor = 59, raiseI
 // created, because creating it without a directory would end the process instead of throwing.
 char const* requireDirectory(char const* codeset, char const* qvrDir, RaiseSite site)
 {
-    // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
-    // unset.
-    if (qvrDir == nullptr && secure_getenv("QVRDIR") == nullptr)
+    if (qvrDir == nullptr && !ztext::hasTableDirectory())
         ZNoQVREnvironmentException_6_0().throwException(kSource, site);
     return codeset;
 }

@@ -252,6 +252,15 @@ typedef struct ZPROPError {
 /// threads each thread has a failure of its own.
 int zstzPropGetLastError_6_0(ZPROPError* error);
 
+// ---- Tables of the text services ----------------------------------------------------------------
+
+/// Makes `directory` the directory of the text-services tables, in place of the environment
+/// variable QVRDIR: for a library that a program loads, which cannot rely on the variable. Call it
+/// before any other function of the library. range   at most 4095 bytes. codes   55 if `directory`
+/// is null, empty or too long; 51 if a table in it cannot be used; 52 if
+///         the tables are in use already. Nothing is changed then.
+int zstzPropSetTables_6_0(char const* directory);
+
 // ---- Files and text -----------------------------------------------------------------------------
 
 /// Opens `file` as zstzPropOpen_6_0 does, as a file of a dialect.

@@ -13,6 +13,7 @@
 #include "qvr.h"
 #include "reporting/cancellation.h"
 #include "reporting/stream.h"
+#include "text/table_directory.h"
 
 // Weak: another provider of the text services may lack this function.
 extern "C" [[gnu::weak]] int qvr_check_dir(char const* dir, char* problem, size_t room);
@@ -85,9 +86,7 @@ bool startServices()
     setlocale(LC_ALL, "");
     maxCharacterSize.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);
-    // A set-uid program must not read tables of its caller's choice: there QVRDIR is treated as
-    // unset.
-    char const* const directory = secure_getenv("QVRDIR");
+    char const* const directory = ztext::finalTableDirectory();
     if (directory == nullptr)
         return false;
     // The services read no environment variables. If they refuse the directory, their own tables
