@@ -364,11 +364,10 @@ void ZProperties_6_0::Rep::write(ZProperties_6_0& store, char const* path,
     ZBuffer_6_0 text;
     render(source, store.rep_->stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&source) : nullptr,
            path, text);
-    bool const isUnchanged = keepsLines && !file.isCreated() && file.text() == viewOf(text) &&
-                             operation.change.change == zstore::JournaledFile::Companion::kept;
-    if (!isUnchanged)
-        store.rep_->isReplacing ? file.replace(viewOf(text), operation.change)
-                                : file.commit(viewOf(text), operation.change);
+    if (keepsLines)
+        file.skipUnchanged();
+    store.rep_->isReplacing ? file.replace(viewOf(text), operation.change)
+                            : file.commit(viewOf(text), operation.change);
     file.close();
     collector.keep(viewOf(text));
 }

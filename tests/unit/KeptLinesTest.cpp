@@ -302,6 +302,30 @@ TEST_F(KeptLines, AStoreWithoutAChangeWritesNothing)
     }
 }
 
+TEST_F(KeptLines, AStoreWithoutAChangeWritesNoCompanion)
+{
+    auto const inode = [this] {
+        struct stat status = {};
+        stat(directory_.at("conf.obf").c_str(), &status);
+        return status.st_ino;
+    };
+    load("[s]\nk=v\n");
+    store_.setValue("s", "secret", "hidden", 1);
+    store_.store(nullptr);
+    timespec const before = changeTime();
+    ino_t const companion = inode();
+    for (int const replacing : {0, 1}) {
+        store_.setReplacing(replacing);
+        store_.setValue("s", "secret", "hidden", 1);
+        store_.store(nullptr);
+        EXPECT_EQ(before.tv_nsec, changeTime().tv_nsec);
+        EXPECT_EQ(companion, inode());
+    }
+    store_.setValue("s", "secret", "other", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("other,", readBack("s", "secret"));
+}
+
 TEST_F(KeptLines, AnEmptyStoreCreatesItsFile)
 {
     store_.store(directory_.at("conf").c_str());

@@ -287,6 +287,8 @@ void JournaledFile::commit(std::string_view text, Companion const& companion, bo
     Writer writer(file_, text, companion);
     if (replaces)
         writer.replaceFile();
+    if (skipsUnchanged_)
+        writer.skipUnchanged();
     if (invalidJournal_.st_nlink != 0)
         writer.replaceInvalidJournal(invalidJournal_);
     writer.commit();

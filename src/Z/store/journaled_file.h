@@ -116,6 +116,10 @@ public:
     /// codes   EPERM; an errno if that cannot be determined.
     int checkCompanionPath(std::string const& name) const;
 
+    /// Makes commit() and replace() write nothing if text and companion already have the new
+    /// contents.
+    void skipUnchanged() { skipsUnchanged_ = true; }
+
     /// Replaces text and companion.
     /// range   once for each object; text() does not change.
     /// throws  IoError (file, call, errno): file, companion and journal are as before; with
@@ -155,6 +159,7 @@ private:
 
     MainFile file_;
     Stamp stamp_;
+    bool skipsUnchanged_ = false;
     std::unique_ptr<Journal> journal_;  // set if the journal counts
     struct stat invalidJournal_ = {};   // a file that the new journal replaces
 };

@@ -65,6 +65,9 @@ void Writer::commit()
         readOldCompanion();
         companionInJournal_ = absolutePath(change_.path);
     }
+    if (skipsUnchanged_ && diff_.isEmpty() && !file_.isCreated &&
+        companionChange_ == CompanionChange::kept)
+        return;
     try {
         if (requireName() == 0 && writeJournal() == 0 && prepareWithoutJournal() == 0 &&
             replacePair() == 0) {

@@ -54,6 +54,9 @@ public:
     /// throws  std::bad_alloc.
     void replaceFile() { replacement_ = std::make_unique<Replacement>(file_); }
 
+    /// Makes commit() write nothing if text and companion already have the new contents.
+    void skipUnchanged() { skipsUnchanged_ = true; }
+
     /// Writes the journal, then text and companion.
     /// throws  IoError, std::bad_alloc: nothing has changed.
     void commit();
@@ -123,6 +126,7 @@ private:
     AccessList oldAccess_;  // of the companion
     Bytes padded_;          // written instead of a shorter text if there is no journal
     Bytes oldCompanion_;    // its contents
+    bool skipsUnchanged_ = false;
     bool hadCompanion_ = false;
     bool writesInPlace_ = false;  // the companion's name cannot be replaced
     int companionSyncError_ = 0;  // of the directory, after the change
