@@ -273,6 +273,13 @@ TEST_F(KeptLines, CommentsHaveTheStyleOfTheirNeighbours)
     });
 }
 
+TEST_F(KeptLines, ACommentWithoutItsMarkGetsIt)
+{
+    KeptLinesCache kept("[s]\nk=v\n");
+    kept.cache.addFileComment("of the file");
+    EXPECT_EQ("# of the file\n\n[s]\nk=v\n", kept.text());
+}
+
 TEST_F(KeptLines, LinesThatAreNotReadCompletelySurvive)
 {
     using namespace std::string_literals;

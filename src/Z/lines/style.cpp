@@ -188,8 +188,12 @@ void appendComment(Outline const& outline, uint32_t after, std::string_view comm
     std::string_view const ending =
         count == 0 ? "\n" : outline.lineEndingOf(after == kNone ? 0 : after);
     std::string_view const text = outline.dialect().commentText(comment);
-    if (model == kNone) {
+    if (model == kNone && comment.starts_with(outline.dialect().ownComment())) {
         out += comment;
+    } else if (model == kNone) {
+        out += outline.dialect().ownComment();
+        out += ' ';
+        out += text;
     } else {
         Line const& line = outline.lines()[model];
         std::string_view prefix = slice(outline.text(), line.begin, line.valueBegin);
