@@ -44,8 +44,9 @@ struct ZStzFileItem_6_0 {
 };
 
 /// The configuration store for stanza files. A stanza is a category of ZProperties_6_0. Storing a
-/// file that was loaded keeps its comments, blank lines and order. To store it so that only the lines
-/// of changed values change, call setAttributes(ZPCache_6_0::keepLines, nullptr) before load().
+/// file that was loaded keeps its comments, blank lines and order. To store it so that only the
+/// lines of changed values change, call setAttributes(ZPCache_6_0::keepLines, nullptr) before
+/// load().
 class ZStanzaFileProperties_6_0 : public ZProperties_6_0 {
 public:
     /// Creates a store and loads the file at `path`.

@@ -49,7 +49,7 @@ inline constexpr char const* kCallNames[] = {
     "fgets()",    "fgetxattr()",   "fmemopen()",  "fopen(r)", "fopen(r+)", "fopen(w)",
     "fopen(wt)",  "fopencookie()", "fsetxattr()", "fstat()",  "fsync()",   "ftruncate()",
     "futimens()", "fwrite()",      "getcwd()",    "lstat()",  "mapFile()", "open()",
-    "read()",     "rename()",      "store()",     "unlink()",  "write()",
+    "read()",     "rename()",      "store()",     "unlink()", "write()",
 };
 static_assert(sizeof kCallNames / sizeof *kCallNames == static_cast<size_t>(FailedCall::write) + 1);
 
