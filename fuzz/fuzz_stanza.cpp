@@ -70,7 +70,7 @@ Found findProblems(char const* text, size_t length)
     for (unsigned i = 0; i < list.size(); ++i) {
         auto const& problem = static_cast<ZStanzaProblem_6_0 const&>(*list.get(i));
         check(problem.line() > 0 && problem.column() > 0 && problem.column() <= length + 1,
-              "a problem has a place");
+              "a problem has a line and a column");
         check(previous == nullptr || previous->line() <= problem.line(),
               "problems are in file order");
         check(strchr(problem.text().getChars(), '\n') == nullptr, "a problem is one line");

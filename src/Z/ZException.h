@@ -603,7 +603,7 @@ private:
 };
 
 // A line of the file is not valid. Message 44; inserts: file, line number, the line. The column is
-// no insert: reports do not show it.
+// not an insert: reports do not show it.
 class ZPropertiesInvalidDataException_6_0 : public ZPropertiesException_6_0 {
 public:
     /// Makes an exception without a column.

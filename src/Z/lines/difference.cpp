@@ -47,8 +47,8 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
     }
 }
 
-// Finds the stanzas of the document in the text. A stanza that was removed and added again follows
-// the others in the document: if it does not in the text, it is removed there, and added.
+// Finds each wanted stanza in the text. A stanza that was removed and added again follows the other
+// wanted stanzas. If its old position in the text is earlier, it is removed there and added again.
 void Difference::matchStanzas()
 {
     readOf_.resize(document_.stanzas.size(), kNone);

@@ -1,7 +1,7 @@
-// difference: the smallest change that gives the text of a file the contents of a document.
+// difference: the smallest change that gives the text of a file the wanted contents.
 //
 // Nothing is recorded while values change: the values of each key in the text are compared with
-// those in the document, and the two lists are aligned. Lines whose values stay are copied byte for
+// the wanted values, and the two lists are aligned. Lines whose values stay are copied byte for
 // byte. Stanzas and keys of the text keep their places.
 //
 // A stanza whose lines and entries are in the same order is compared line by line. For any other
@@ -37,10 +37,10 @@ public:
     std::string compose() { return edits_.compose(); }
 
     /// Returns whether every edit changes a value that reads back in its line, so that the text
-    /// after the edits has the contents of the document.
+    /// after the edits has the wanted contents.
     bool isProven() const { return provenEdits_ == edits_.count(); }
 
-    /// Returns the place of the first difference.
+    /// Returns the stanza, key and value of the first difference.
     Refusal const& first() const { return first_; }
 
 private:
@@ -49,13 +49,13 @@ private:
     // The lines of a key in the text, in order.
     struct KeyLines {
         std::vector<uint32_t> lines;
-        bool isKept = false;  // the document has the key
+        bool isKept = false;  // the key is wanted
     };
     using KeyIndex = std::unordered_map<std::string_view, KeyLines>;
 
     // A stanza that is not in the order of the text.
     struct Reordered {
-        uint32_t stanza;  // of the document
+        uint32_t stanza;  // of the wanted contents
         uint32_t read;    // of the text
         Entries entries;
         std::vector<uint32_t> lineOf;  // of each entry: its comment or first key line, or kNone
@@ -128,11 +128,11 @@ private:
     size_t provenEdits_ = 0;
     std::string_view stanzaName_;     // that is compared, for first_
     std::vector<Entry> topEntries_;   // of both stanzas for the lines above the first header
-    std::vector<uint32_t> readOf_;    // of each stanza of the document: its stanza in the text
+    std::vector<uint32_t> readOf_;    // of each wanted stanza: its stanza in the text
     std::vector<uint32_t> nextKept_;  // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
     std::vector<bool> gone_;           // lines that are removed; empty: none
-    std::vector<bool> isMatched_;      // comments of the text that the document has
+    std::vector<bool> isMatched_;      // comments of the text that are wanted
     std::vector<NewComment> carried_;  // above the header of the next new stanza
     uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
     uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
@@ -142,7 +142,7 @@ private:
 };
 
 /// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
-/// throws  Refusal if a part of the document would not read back.
+/// throws  Refusal if a part of the wanted contents would not read back.
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
              std::string& out);
 

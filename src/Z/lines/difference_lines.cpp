@@ -1,4 +1,4 @@
-// New lines: comments, keys and stanzas of the document that the text does not have.
+// New lines: wanted comments, keys and stanzas that the text does not have.
 
 #include <algorithm>
 #include <deque>
@@ -258,7 +258,7 @@ void Difference::appendLine(Style const& style, std::string_view key, std::strin
 }
 
 // Adds a stanza that the text does not have, and the comments above its header: above the next
-// stanza of the document that the text has, else at the end.
+// wanted stanza that the text has, else at the end.
 void Difference::addStanza(uint32_t index)
 {
     Stanza const& stanza = document_.stanzas[index];

@@ -1,4 +1,4 @@
-// document: the stanzas, keys, values and comments that a file must have.
+// document: the wanted contents of a file: its stanzas, keys, values and comments.
 #pragma once
 
 #include <stdint.h>
@@ -70,7 +70,7 @@ struct Document {
         ++entries.back().valueCount;
     }
 
-    /// Returns a copy that lives as long as the document.
+    /// Returns a copy that lives as long as this object.
     std::string_view own(std::string_view text) { return owned.emplace_back(text); }
 };
 

@@ -97,7 +97,7 @@ public:
     }
 
 private:
-    // Merges a stanza of the document. Returns false for a conflict.
+    // Merges a wanted stanza. Returns false for a conflict.
     bool mergeStanza(size_t index, std::string const& name)
     {
         Stanza const& stanza = document_.stanzas[index];
@@ -180,7 +180,7 @@ private:
         return values;
     }
 
-    // Returns whether a comment of the document is not in the text, and removes it from `comments`.
+    // Returns whether a wanted comment is not in the text, and removes it from `comments`.
     bool isNew(Stanza const& stanza, uint32_t index, std::multiset<Comment>& comments) const
     {
         Entry const& entry = document_.entries[stanza.firstEntry + index];

@@ -12,8 +12,8 @@
 
 namespace zlines {
 
-// A step that makes one of the changes. Its names are spelled as in the document; a removed name is
-// spelled as in the text.
+// A step that makes one of the changes. Its names are spelled as in the wanted contents; a removed
+// name is spelled as in the text.
 struct MergeStep {
     enum Kind {
         removeStanza,

@@ -25,7 +25,7 @@ struct ReadStanza {
     std::string_view name;
     uint32_t firstSection;
     uint32_t lastSection;
-    bool isKept = false;  // it is still in the document
+    bool isKept = false;  // it is still wanted
 };
 
 class Outline {

@@ -27,7 +27,7 @@ Style styleOf(Outline const& outline, uint32_t model);
 /// Returns the separator of a new key whose name has `length` bytes as spelled.
 std::string separatorFor(Style const& style, size_t length);
 
-/// Appends a comment of the document, with its line ending, in the style of the comments around
+/// Appends a wanted comment, with its line ending, in the style of the comments around
 /// the position after the line `after`.
 void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
                    std::string& out);
