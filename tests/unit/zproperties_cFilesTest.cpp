@@ -192,6 +192,16 @@ TEST_F(ZPropertiesCFiles, ATextIsLoadedAndStoredAsAFileIs)
     EXPECT_EQ("[a]\nk = v\n", text());
 }
 
+TEST_F(ZPropertiesCFiles, ATextReplacesAFileWhoseLinesWereKept)
+{
+    EXPECT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, 1));
+    EXPECT_EQ(0, zstzPropReload_6_0(file_));
+    EXPECT_EQ(0, load("[a]\nk = v\n"));
+    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ("[a]\nk = v\n", read("service.conf"));
+    EXPECT_EQ("[a]\nk = v\n", text());
+}
+
 TEST_F(ZPropertiesCFiles, AnInvalidTextChangesNothing)
 {
     EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "server", "port", "1"));
