@@ -4,7 +4,6 @@
 // first spelling that reads back. It makes one edit after another. Without a spelling it refuses.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -24,15 +23,14 @@ public:
     // Returns the new text, or nothing if it refuses an edit.
     std::optional<std::string> write(std::string text, std::vector<Edit> const& edits) const
     {
-        std::vector<Edit> order = edits;
-        auto const rank = [](Edit const& edit) {
-            return edit.kind == Edit::set ? 0 : edit.kind == Edit::remove ? 1 : 2;
-        };
-        std::stable_sort(order.begin(), order.end(), [&](Edit const& a, Edit const& b) {
-            return rank(a) != rank(b) ? rank(a) < rank(b)
-                                      : a.kind == Edit::remove && a.index > b.index;
-        });
-        for (Edit const& edit : order) {
+        // All values are set first, then removed from the last to the first, then added.
+        std::multimap<std::pair<int, long>, Edit> order;  // equal keys keep the order of arrival
+        for (Edit const& edit : edits) {
+            bool const isRemoval = edit.kind == Edit::remove;
+            int const rank = edit.kind == Edit::set ? 0 : isRemoval ? 1 : 2;
+            order.insert({{rank, isRemoval ? -static_cast<long>(edit.index) : 0L}, edit});
+        }
+        for (auto const& [rank, edit] : order) {
             std::optional<std::string> next = edit.kind == Edit::set      ? set(text, edit)
                                               : edit.kind == Edit::remove ? remove(text, edit)
                                                                           : add(text, edit);

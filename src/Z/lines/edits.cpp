@@ -1,14 +1,15 @@
 #include "edits.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace zlines {
 
 std::string Edits::compose()
 {
-    std::stable_sort(edits_.begin(), edits_.end(), [](Edit const& a, Edit const& b) {
-        return a.change.begin != b.change.begin ? a.change.begin < b.change.begin
-                                                : a.order < b.order;
+    std::sort(edits_.begin(), edits_.end(), [](Edit const& a, Edit const& b) {
+        return std::tie(a.change.begin, a.order, a.number) <
+               std::tie(b.change.begin, b.order, b.number);
     });
     size_t size = text_.size();
     for (Edit const& edit : edits_)

@@ -21,13 +21,13 @@ public:
 
     explicit Edits(std::string_view text) : text_(text) {}
 
-    void replace(Replacement change) { edits_.push_back({std::move(change), changes, "\n"}); }
+    void replace(Replacement change) { add({std::move(change), changes, "\n", 0}); }
 
     /// Inserts lines, each with its line ending, at the start of a line.
     /// range   `lineEnding` ends the line before, if it is the last line and has none.
     void insertLines(uint32_t position, std::string lines, std::string_view lineEnding, Order order)
     {
-        edits_.push_back({{position, position, std::move(lines)}, order, lineEnding});
+        add({{position, position, std::move(lines)}, order, lineEnding, 0});
     }
 
     size_t count() const { return edits_.size(); }
@@ -47,7 +47,14 @@ private:
         Replacement change;
         Order order;
         std::string_view lineEnding;
+        size_t number;  // the order of arrival
     };
+
+    void add(Edit edit)
+    {
+        edit.number = edits_.size();
+        edits_.push_back(std::move(edit));
+    }
 
     std::string_view text_;
     std::vector<Edit> edits_;
