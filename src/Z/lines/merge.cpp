@@ -31,13 +31,17 @@ struct StanzaContents {
 
 using Contents = std::map<std::string, StanzaContents>;
 
+// The name of the lines above the first header, if they have no keys: no header has a line feed.
+constexpr std::string_view kTop = "\n";
+
 Contents contentsOf(std::string_view text, Dialect const& dialect)
 {
     Contents contents;
     Outline outline(text, dialect);
     std::string space;
     for (ReadStanza const& stanza : outline.stanzas()) {
-        StanzaContents& found = contents[std::string(stanza.name)];
+        bool const isTop = &stanza == outline.stanzas().data() && stanza.name.empty();
+        StanzaContents& found = contents[std::string(isTop ? kTop : stanza.name)];
         size_t commented = found.comments.size();  // the key below is known
         for (uint32_t i = stanza.firstSection; i != kNone; i = outline.sections()[i].next) {
             Section const& section = outline.sections()[i];
@@ -76,16 +80,18 @@ public:
         std::set<std::string> present;
         for (size_t i = 0; i < document_.stanzas.size(); ++i) {
             std::string space;
-            std::string const name(
-                i == 0 ? dialect_.topStanza()
-                       : dialect_.comparableStanza(document_.stanzas[i].name, space));
+            // The lines above the first header and the stanza without a name differ.
+            std::string name(i == 0 ? dialect_.topStanza()
+                                    : dialect_.comparableStanza(document_.stanzas[i].name, space));
+            if (i == 0 && name.empty())
+                name = kTop;
             present.insert(name);
             if (!mergeStanza(i, name))
                 return false;
         }
         for (auto const& [name, stanza] : base_) {
             auto const other = other_.find(name);
-            if (name == dialect_.topStanza() || present.contains(name) || other == other_.end())
+            if (present.contains(name) || other == other_.end())
                 continue;
             if (!(other->second == stanza))
                 return false;
@@ -125,8 +131,11 @@ private:
             std::optional<Strings> values = valuesOf(entry);
             auto const old = before.values.find(key);
             bool const isWithoutLine = entry.valueCount == 0 && !entry.needsLine;
-            if (isWithoutLine && (old == before.values.end() || old->second.empty()))
+            if (isWithoutLine && (old == before.values.end() || old->second.empty())) {
                 values = find(before, key);  // its values are in the companion
+                if (other != other_.end() && find(other->second, key) != values)
+                    return false;
+            }
             if (!mergeKey(spelled, std::string(entry.text), key, values, before,
                           other == other_.end() ? none : other->second))
                 return false;

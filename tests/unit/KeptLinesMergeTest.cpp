@@ -1,0 +1,157 @@
+// Stores with the attribute keepLines whose file another program has changed since it was loaded.
+#include <Z/ZException.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "EachAllocation.h"
+#include "KeptLinesStore.h"
+
+namespace {
+
+class KeptLinesMerge : public KeptLines {};
+
+// A change of a store whose file another program has changed since, and the text after the store.
+// An empty text: the store fails.
+struct Meeting {
+    char const* name;
+    std::string there;
+    std::function<void(Store&)> change;
+    std::string after;
+};
+
+}  // namespace
+
+TEST_F(KeptLinesMerge, ChangesOfOtherValuesMeetInTheFile)
+{
+    std::string const before = "# f\n[s]\nk=v\nl=w\n\n[t]\nm=1\nm=2\n";
+    Meeting const meetings[] = {
+        {"another value", "# f\n[s]\nk=v\n  l  =  there\n\n[t]\nm=1\nm=2\n", setTo("k", "here"),
+         "# f\n[s]\nk=here\n  l  =  there\n\n[t]\nm=1\nm=2\n"},
+        {"the same value", "# f\n[s]\nk=there\nl=w\n\n[t]\nm=1\nm=2\n", setTo("k", "here"), ""},
+        {"the same change", "# f\n[s]\nk  =  x\nl=w\n\n[t]\nm=1\nm=2\n", setTo("k", "x"),
+         "# f\n[s]\nk  =  x\nl=w\n\n[t]\nm=1\nm=2\n"},
+        {"other lines", "# g\n\n[s]\n\tk = v\nl=w\n[t]\nm=1\nm=2\n", setTo("k", "here"),
+         "# g\n\n[s]\n\tk = here\nl=w\n[t]\nm=1\nm=2\n"},
+        {"new keys", "# f\n[s]\nk=v\nl=w\nthere=1\n\n[t]\nm=1\nm=2\n", setTo("here", "2"),
+         "# f\n[s]\nk=v\nl=w\nthere=1\nhere=2\n\n[t]\nm=1\nm=2\n"},
+        {"the same new key", "# f\n[s]\nk=v\nl=w\nnew=1\n\n[t]\nm=1\nm=2\n", setTo("new", "2"), ""},
+        {"a value of several", "# f\n[s]\nk=v\nl=w\n\n[t]\nm=1\nm=3\n",
+         [](Store& store) { store.addValue("t", "m", "4", 0); }, ""},
+        {"a removed key", "# f\n[s]\nl=w\n\n[t]\nm=1\nm=2\n", setTo("l", "x"),
+         "# f\n[s]\nl=x\n\n[t]\nm=1\nm=2\n"},
+        {"a key removed there and changed here", "# f\n[s]\nl=w\n\n[t]\nm=1\nm=2\n",
+         setTo("k", "x"), ""},
+        {"a key removed here and changed there", "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n",
+         removeKey("k"), ""},
+        {"a stanza removed there", "# f\n[s]\nk=v\nl=w\n", setTo("k", "x"), "# f\n[s]\nk=x\nl=w\n"},
+        {"a stanza removed there and changed here", "[t]\nm=1\nm=2\n", setTo("new", "x"), ""},
+        {"a stanza removed here", "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n",
+         [](Store& store) { store.deleteStanza("t"); }, "# f\n[s]\nk=x\nl=w\n\n"},
+        {"a stanza removed here and changed there", "# f\n[s]\nk=v\nl=w\n\n[t]\nm=1\n",
+         [](Store& store) { store.deleteStanza("t"); }, ""},
+        {"new stanzas", before + "[there]\na=1\n",
+         [](Store& store) { store.setValue("here", "b", "2"); },
+         before + "[there]\na=1\n\n[here]\nb=2\n"},
+        {"comments", "# f\n[s]\n# there\nk=v\nl=w\n\n[t]\nm=1\nm=2\n",
+         [](Store& store) {
+             store.addEntryComment("s", "l", "# here");
+             store.addStanzaComment("t", "# of t");
+         },
+         "# f\n[s]\n# there\nk=v\n\n# here\nl=w\n\n# of t\n[t]\nm=1\nm=2\n"},
+        {"an obfuscated value", "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n",
+         [](Store& store) { store.setValue("s", "secret", "hidden", 1); },
+         "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n\n[configuration-database]\nfile=" +
+             directory_.at("conf") + ".obf\n"},
+        {"a file that cannot be read", "[s\n", setTo("k", "x"), ""},
+    };
+    for (Meeting const& c : meetings) {
+        SCOPED_TRACE(c.name);
+        std::string const path = directory_.write("conf", before);
+        Store store(0);
+        store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        store.load(path.c_str());
+        directory_.write("conf", c.there);
+        c.change(store);
+        if (c.after.empty()) {
+            try {
+                store.store(nullptr);
+                ADD_FAILURE();
+            } catch (ZPropertiesIOException_6_0 const& e) {
+                EXPECT_STREQ("store()", e.api().getChars());
+                EXPECT_EQ(ESTALE, e.excerrno());
+            }
+            EXPECT_EQ(c.there, directory_.read("conf"));
+            EXPECT_EQ(1, store.isModified());
+            continue;
+        }
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory_.read("conf"));
+        // The store has the values of the file.
+        store.setModified();
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory_.read("conf"));
+        Store const fresh(path.c_str(), 1);
+        EXPECT_EQ(fresh.count("s"), store.count("s"));
+        EXPECT_EQ(valuesOf(fresh, "s", "l"), valuesOf(store, "s", "l"));
+    }
+}
+
+TEST_F(KeptLinesMerge, TheStanzaWithoutANameKeepsItsKeys)
+{
+    load("[]\na=1\n[s]\nk=v\nl=w\n");
+    store_.setValue("s", "k", "x");
+    directory_.write("conf", "[]\na=1\n[s]\nk=v\nl=there\n");
+    EXPECT_EQ("[]\na=1\n[s]\nk=x\nl=there\n", stored());
+}
+
+TEST_F(KeptLinesMerge, AKeyDoesNotGetPlainAndObfuscatedValues)
+{
+    load("[s]\nk=v\n");
+    store_.setValue("s", "p", "hidden", 1);
+    std::string const there = "[s]\nk=v\np=plain\n";
+    directory_.write("conf", there);
+    EXPECT_THROW(store_.store(nullptr), ZPropertiesIOException_6_0);
+    EXPECT_EQ(there, directory_.read("conf"));
+    EXPECT_EQ("hidden,", valuesOf(store_, "s", "p"));
+    EXPECT_EQ(1, store_.isObfuscated("s", "p"));
+}
+
+TEST_F(KeptLinesMerge, AFileThatWasRemovedIsStoredAgain)
+{
+    std::string const path = load("[s]\n  k=v\n");
+    unlink(path.c_str());
+    store_.setValue("s", "k", "x");
+    EXPECT_EQ("[s]\n  k=x\n", stored());
+}
+
+TEST_F(KeptLinesMerge, AFailedAllocationInAMergeLosesNothing)
+{
+    load("[s]\nk=v\nl=w\n");
+    directory_.write("conf", "[s]\nk=v\n  l  =  there\n");
+    store_.setValue("s", "k", "here");
+    unsigned long const failures = failEachAllocationOfSome(
+        [&] { store_.store(nullptr); }, [] {},
+        [&] {
+            bool const isStored = store_.isModified() == 0;
+            EXPECT_EQ(isStored ? "there," : "w,", valuesOf(store_, "s", "l"));
+            EXPECT_EQ("here,", valuesOf(store_, "s", "k"));
+        },
+        false);
+    EXPECT_GT(failures, 20u);
+    EXPECT_EQ("[s]\nk=here\n  l  =  there\n", directory_.read("conf"));
+}
+
+TEST_F(KeptLinesMerge, ADerivedCacheMergesToo)
+{
+    std::string const path = directory_.write("conf", "[s]\nk=v\nl=1\n");
+    ZProperties_6_0 store(new CountingCache);
+    store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+    store.load(path.c_str());
+    store.setValue("s", "l", "2");
+    directory_.write("conf", "[s]\n\tk=there\nl=1\n");
+    store.store(nullptr);
+    EXPECT_EQ("[s]\n\tk=there\nl=2\n", directory_.read("conf"));
+    EXPECT_EQ("there,", valuesOf(store, "s", "k"));
+}
