@@ -34,19 +34,39 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(Cache const& ca
     if (!keepsLines(cache))
         return nullptr;
     return translateErrors([&] {
-        SharedText const& before = textOf(cache);
-        if (before == nullptr || before->text.empty())
+        std::string all = textBeforeReading(cache);
+        if (all.empty())
             return std::make_shared<KeptText>(std::string(bytes), dialect);
-        std::string all;
-        all.reserve(before->text.size() + 1 + bytes.size());
-        all = before->text;
-        if (all.back() != '\n')
-            all += '\n';
+        size_t const feed = all.rfind('\n');
+        all.reserve(all.size() + 2 + bytes.size());
+        if (feed != all.size() - 1)
+            all += feed != 0 && feed != all.npos && all[feed - 1] == '\r' ? "\r\n" : "\n";
         all += bytes;
         auto text = std::make_shared<KeptText>(std::move(all), dialect);
         text->isOneFile = false;
         return text;
     });
+}
+
+// Returns the text of the contents, to which another file is appended. Stanzas that were removed do
+// not return with their old lines.
+std::string ZPCategoryBasedCache_6_0::KeptLines::textBeforeReading(Cache const& cache)
+{
+    SharedText const& kept = textOf(cache);
+    if (kept == nullptr) {
+        zstanza::TextBuffer text;
+        return std::string(writeAll(cache, text));
+    }
+    if (kept->text.empty() && cache.count() == 0)
+        return {};
+    zlines::Document document;
+    describe(cache, document);
+    std::string text;
+    try {
+        return zlines::rewrite(kept->text, kept->dialect, document, text) ? text : kept->text;
+    } catch (zlines::Refusal const&) {
+        return kept->text;  // the next store is refused, too
+    }
 }
 
 void ZPCategoryBasedCache_6_0::KeptLines::describe(Cache const& cache, zlines::Document& document)

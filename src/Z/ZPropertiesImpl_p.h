@@ -3,6 +3,7 @@
 
 #include <stddef.h>
 
+#include <string>
 #include <string_view>
 
 #include "ZPropertiesImpl.h"
@@ -47,6 +48,8 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// keep lines.
     static zlines::SharedText textAfterReading(Cache const& cache, std::string_view bytes,
                                                zlines::Dialect const& dialect);
+
+    static std::string textBeforeReading(Cache const& cache);
 
     /// Returns the text to write: the text as read with the changes since; the text as read itself
     /// if nothing has changed. Null if the cache has no text as read.

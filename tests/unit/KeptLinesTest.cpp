@@ -17,6 +17,8 @@ TEST_F(KeptLines, AChangedValueKeepsTheRestOfItsLine)
         {"no spaces", "[s]\nk=v\n", setTo("k", "x"), "[s]\nk=x\n"},
         {"tabs", "[s]\n\tk\t=\tv\n", setTo("k", "x y"), "[s]\n\tk\t=\tx y\n"},
         {"CR LF", "[s]\r\nk = v\r\nl = w\r\n", setTo("k", "x"), "[s]\r\nk = x\r\nl = w\r\n"},
+        {"whitespace at the end", "[s]\nk = v  \t\n", setTo("k", "xx"), "[s]\nk = xx  \t\n"},
+        {"a form feed at the end", "[s]\nk = v   \f\n", setTo("k", "xx"), "[s]\nk = xx   \f\n"},
         {"no line ending", "[s]\nk = v", setTo("k", "x"), "[s]\nk = x"},
         {"the same value", "[s]\n k=v \n", setTo("k", "v"), "[s]\n k=v \n"},
         {"a header with a tail", "#c\n\n [s] tail\n#d\nk=v\n", setTo("k", "x"),
@@ -303,6 +305,21 @@ TEST_F(KeptLines, AFileThatIsAddedToAStoreIsKeptToo)
     store_.load(directory_.at("more").c_str());
     store_.setValue("t", "l", "x");
     EXPECT_EQ("[s]\n  k=v\n[t]\n\tl=x\n", stored());
+}
+
+TEST_F(KeptLines, AStanzaThatReturnsWithAnotherFileHasOneHeader)
+{
+    for (char const* second : {"[s]\nl=w\n", "[s] again\n  k  =  v\n"}) {
+        std::string const path = load("[s]\nk=v\n[t]\nm=1\n");
+        std::string const other = directory_.write("other", second);
+        store_.deleteStanza("s");
+        store_.load(other.c_str());
+        EXPECT_EQ(std::string("[t]\nm=1\n") + second, stored());
+        store_.reload(nullptr);
+        EXPECT_EQ("1,", valuesOf(store_, "t", "m"));
+        store_.deleteStanza("s");
+        store_.deleteStanza("t");
+    }
 }
 
 TEST_F(KeptLines, AValueThatWouldNotReadBackIsRefusedAndChangesNothing)

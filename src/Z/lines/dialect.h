@@ -56,6 +56,13 @@ public:
     /// Returns whether a key can have an empty value. Otherwise empty values are not written.
     virtual bool hasEmptyValues() const { return true; }
 
+    /// Returns whether a second header of a name makes a file invalid. Otherwise its lines join
+    /// those after the first.
+    virtual bool refusesRepeatedHeaders() const { return false; }
+
+    /// Returns whether a comment can follow a value in its line.
+    virtual bool hasCommentsAfterValues() const { return true; }
+
     /// Returns the stanza of the keys above the first header; empty if there are no such keys.
     virtual std::string_view topStanza() const { return {}; }
 

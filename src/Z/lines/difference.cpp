@@ -181,6 +181,30 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
     return true;
 }
 
+bool Difference::isBelowBlank(uint32_t after) const
+{
+    while (after != kNone && isGone(after))
+        after = after == 0 ? kNone : after - 1;
+    return after == kNone || isBlank(after);
+}
+
+bool Difference::isAboveBlank(uint32_t after) const
+{
+    uint32_t below = after == kNone ? 0 : after + 1;
+    while (below < outline_.lines().size() && isGone(below))
+        ++below;
+    return below >= outline_.lines().size() || isBlank(below);
+}
+
+void Difference::requireValidHeaders() const
+{
+    uint32_t const header = outline_.repeatedHeader();
+    std::string space;
+    if (header != kNone)
+        throw Refusal{
+            std::string(dialect_.stanzaName(text_, outline_.lines()[header], space)), {}, {}};
+}
+
 void Difference::record(std::string_view stanza, std::string_view key, std::string_view value)
 {
     if (hasFirst_)
@@ -193,16 +217,18 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
              std::string& out)
 {
     Difference difference(text, dialect, document);
-    if (difference.isEmpty())
-        return false;
-    out = difference.compose();
+    if (!difference.isEmpty())
+        out = difference.compose();
     if (out.size() >= kNone)
         throw std::bad_alloc();
-    if (!difference.isProven()) {
-        Difference const remaining(out, dialect, document);
-        if (!remaining.isEmpty())
-            throw remaining.first();
+    if (difference.isProven()) {
+        difference.requireValidHeaders();
+        return !difference.isEmpty();
     }
+    Difference const remaining(out, dialect, document);
+    remaining.requireValidHeaders();
+    if (!remaining.isEmpty())
+        throw remaining.first();
     return true;
 }
 

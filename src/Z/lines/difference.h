@@ -36,6 +36,10 @@ public:
     bool isEmpty() const { return edits_.count() == 0; }
     std::string compose() { return edits_.compose(); }
 
+    /// Refuses a text with a header that makes the file invalid.
+    /// throws  Refusal.
+    void requireValidHeaders() const;
+
     /// Returns whether every edit changes a value that reads back in its line, so that the text
     /// after the edits has the wanted contents.
     bool isProven() const { return provenEdits_ == edits_.count(); }
@@ -117,6 +121,11 @@ private:
     void record(std::string_view stanza, std::string_view key, std::string_view value);
     bool isGone(uint32_t line) const { return !gone_.empty() && gone_[line]; }
     bool isBlank(uint32_t line) const { return outline_.lines()[line].kind == blankLine; }
+
+    // Return whether a blank line, or no line, is above or below a new line after the line `after`,
+    // after the removal of lines. kNone: at the start.
+    bool isBelowBlank(uint32_t after) const;
+    bool isAboveBlank(uint32_t after) const;
 
     std::string_view const text_;
     Dialect const& dialect_;

@@ -155,12 +155,12 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
             at.after < outline_.sections()[i].end)
             sectionIndex = i;
     std::string lines;
-    appendComments(at.comments, at.after, at.after == kNone || isBlank(at.after), lines);
+    appendComments(at.comments, at.after, isBelowBlank(at.after), lines);
     at.comments.clear();
     appendKey(outline_.sections()[sectionIndex], at.after, entry, lines);
     record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
-    edits_.insertLines(at.position, std::move(lines),
-                       at.after == kNone ? "\n" : outline_.lineEndingOf(at.after), Edits::newLines);
+    edits_.insertLines(at.position, std::move(lines), outline_.lineEndingAfter(at.after),
+                       Edits::newLines);
 }
 
 // Inserts new comments at the end of a stanza: above the next header or, if a blank line is between
@@ -188,12 +188,9 @@ void Difference::insertComments(Placement& at, uint32_t position, uint32_t after
                                 bool needsBlankBelow)
 {
     std::string lines;
-    appendComments(at.comments, after, after == kNone || isBlank(after), lines);
-    std::string_view const ending = after == kNone && outline_.lines().empty()
-                                        ? std::string_view("\n")
-                                        : outline_.lineEndingOf(after == kNone ? 0 : after);
-    uint32_t const below = after == kNone ? 0 : after + 1;
-    if (needsBlankBelow && below < outline_.lines().size() && !isBlank(below))
+    appendComments(at.comments, after, isBelowBlank(after), lines);
+    std::string_view const ending = outline_.lineEndingAfter(after);
+    if (needsBlankBelow && !isAboveBlank(after))
         lines += ending;
     record(stanzaName_, {}, at.comments.front().text);
     edits_.insertLines(position, std::move(lines), ending, Edits::newLines);
@@ -205,7 +202,7 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
 {
     for (NewComment const& comment : comments) {
         if (comment.isBelowBlank && !isAtBlank)
-            out += after == kNone ? std::string_view("\n") : outline_.lineEndingOf(after);
+            out += outline_.lineEndingAfter(after);
         appendComment(outline_, after, comment.text, out);
         isAtBlank = false;
     }
@@ -273,7 +270,7 @@ void Difference::addStanza(uint32_t index)
     while (lastAbove_ != kNone && isGone(lastAbove_))
         lastAbove_ = lastAbove_ == 0 ? kNone : lastAbove_ - 1;
     uint32_t const above = lastAbove_;
-    std::string_view const ending = above == kNone ? "\n" : outline_.lineEndingOf(above);
+    std::string_view const ending = outline_.lineEndingAfter(above);
     bool isAtBlank = isFirstHere ? above == kNone || isBlank(above) : !isLast;
     std::string lines;
     auto const addBlank = [&](bool isWanted) {

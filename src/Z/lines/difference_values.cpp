@@ -146,8 +146,8 @@ void Difference::keepCommentColumn(uint32_t line, Replacement& change) const
 {
     std::string_view const rest = slice(text_, change.end, outline_.endOf(line));
     size_t const spaces = rest.find_first_not_of(' ');
-    if (spaces == std::string_view::npos || spaces < 2 || rest[spaces] == '\r' ||
-        rest[spaces] == '\n' || rest[spaces] == '\0')
+    if (!dialect_.hasCommentsAfterValues() || spaces == std::string_view::npos || spaces < 2 ||
+        static_cast<unsigned char>(rest[spaces]) < ' ')
         return;
     size_t const width = change.end - change.begin + spaces;
     change.end += static_cast<uint32_t>(spaces);

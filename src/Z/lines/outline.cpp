@@ -27,6 +27,8 @@ void Outline::addHeader(uint32_t line)
         stanzas_.push_back({keep(name, space), section, section});
         return;
     }
+    if (dialect_.refusesRepeatedHeaders())
+        repeatedHeader_ = line;
     sections_[stanzas_[known].lastSection].next = section;
     stanzas_[known].lastSection = section;
 }

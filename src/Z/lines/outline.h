@@ -47,6 +47,9 @@ public:
     /// range   `guess` is the index to try first.
     uint32_t find(std::string_view name, size_t guess);
 
+    /// Returns a header with the name of an earlier header, if the dialect refuses it; else kNone.
+    uint32_t repeatedHeader() const { return repeatedHeader_; }
+
     /// Returns the position after a line.
     uint32_t endOf(uint32_t line) const
     {
@@ -56,6 +59,12 @@ public:
 
     /// Returns the line ending of a line, or of the nearest line above that has one.
     std::string_view lineEndingOf(uint32_t line) const;
+
+    /// Returns the line ending of a new line after the line `after`; kNone: at the start.
+    std::string_view lineEndingAfter(uint32_t after) const
+    {
+        return lines_.empty() ? "\n" : lineEndingOf(after == kNone ? 0 : after);
+    }
 
     /// Returns the spelling of the name of a line.
     std::string_view spelledName(uint32_t line) const
@@ -94,6 +103,7 @@ private:
     std::vector<ReadStanza> stanzas_;
     std::unordered_map<std::string_view, uint32_t> index_;
     size_t indexed_ = 0;  // stanzas in the index
+    uint32_t repeatedHeader_ = kNone;
     std::deque<std::string> owned_;
 };
 

@@ -123,8 +123,7 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
                  std::string_view key)
 {
     std::vector<Line> const& lines = outline.lines();
-    std::string_view const ending =
-        lines.empty() ? "\n" : outline.lineEndingOf(after == kNone ? 0 : after);
+    std::string_view const ending = outline.lineEndingAfter(after);
     bool const isInSection = after != kNone && after >= section.first && after < section.end;
     if (isInSection && lines[after].kind == commentLine) {
         std::string_view const separator = separatorInTemplate(outline, after, key);
@@ -185,8 +184,7 @@ void appendComment(Outline const& outline, uint32_t after, std::string_view comm
         else if (i >= position && position + i >= count)
             break;
     }
-    std::string_view const ending =
-        count == 0 ? "\n" : outline.lineEndingOf(after == kNone ? 0 : after);
+    std::string_view const ending = outline.lineEndingAfter(after);
     std::string_view const text = outline.dialect().commentText(comment);
     if (model == kNone && comment.starts_with(outline.dialect().ownComment())) {
         out += comment;

@@ -16,6 +16,8 @@ public:
     void split(std::string_view text, std::vector<Line>& lines) const override;
     std::string_view commentText(std::string_view comment) const override;
     bool hasEmptyValues() const override { return false; }
+    bool refusesRepeatedHeaders() const override { return true; }
+    bool hasCommentsAfterValues() const override { return false; }
     std::string_view ownSeparator() const override { return " = "; }
     std::string_view ownComment() const override { return "#"; }
     std::string_view separatorBytes() const override { return "="; }
