@@ -1,0 +1,141 @@
+// ZStanzaDialect: how configuration files of a format are read and written.
+//
+// Subsystem: properties.  Stands on: ZException.
+//
+// A dialect is a name and a set of switches. Stanza files are one dialect; the others are formats
+// of other programs, such as unit files or desktop entries. docs/file-formats.md describes them.
+//
+// Ownership: a value; copies are independent. Names are constants of the library.
+//
+// Threads: unsynchronised; callers serialise access to one object. Any thread can call the static
+// functions.
+#pragma once
+
+#include <stddef.h>
+
+/// The switches of a dialect. Each has a small number or a set of bits as its value, and a name in
+/// named(): the name of the enumerator without its prefix, starting in lower case. The words in the
+/// table are the words of named(). Append only; 0 in an appended switch means the behaviour
+/// before.
+///
+///     zDialectMarks            marks of comment lines: 1 hash "#", 2 semicolon ";", 4 directive
+///                              "!"; lines that start with a directive are passed over
+///     zDialectTrailing         marks of comments after a value: 1 hash, 2 semicolon
+///     zDialectTrailingNeeds    0 nothing; 1 blankBefore; 2 blankBeforeInValue: as 1, but not in
+///                              keys, and not as the first character of a value
+///     zDialectHeads            headers: 0 none; 1 toBracket: the name ends at the first "]", and
+///                              the rest of the line is ignored; 2 endsLine: "]" ends the line;
+///                              3 alone: as 2, without brackets in the name; 4 subsection: [a "B"];
+///                              5 toLastBracket; 6 bracketedGroups: [A][B]
+///     zDialectTop              keys above the first header: 0 refused; 1 passedOver; 2 stanza "."
+///     zDialectRepeatedHead     0 refused; 1 joined; 2 separate: each is a stanza of its own
+///     zDialectSeparators       1 equals "="; 2 colon ":"; 4 tight: no space next to a separator
+///     zDialectKeyAlone         a line without a separator or without a key: 0 refused; 1
+///     passedOver;
+///                              2 passedOverOrNoName: refused without a key; 3 option: a key
+///                              without values
+///     zDialectJoin             lines that continue: 1 asBlank: after a backslash, read as a space;
+///                              2 asNothing: after a backslash, read as nothing; 4 insideValue: as
+///                              2, in values alone; 8 openQuote; 16 indented
+///     zDialectJoinSkipsComments  0 no; 1 yes: comment lines between joined lines are skipped
+///     zDialectCommentsJoin     0 no; 1 yes: comments continue, too
+///     zDialectQuotes           1 double; 2 single
+///     zDialectQuoting          0 none; 1 anywhere; 2 anywhereSkipping: also drops spaces after a
+///                              closing quote; 3 whole; 4 ends: quotes at both ends of a value
+///     zDialectEscapes          0 none; 1 desktop; 2 git; 3 php; 4 mysql; 5 c; 6 kconfig;
+///                              7 environment
+///     zDialectUnknownEscape    0 kept; 1 keptInQuotes; 2 dropped; 3 refused
+///     zDialectFoldStanzas      names of stanzas ignore case: 0 none; 1 all; 2 beforeSubsection
+///     zDialectFoldKeys         0 no; 1 yes: keys ignore case
+///     zDialectDropBlanks       0 no; 1 yes: keys ignore spaces
+///     zDialectDashes           0 no; 1 yes: "-" and "_" are the same in keys
+///     zDialectMarkers          next to a key: 1 dollarSuffix "[$e]"; 2 minusPrefix "-";
+///                              4 exportPrefix "export"
+///     zDialectRepeatedKey      lines of a key that count: 0 values: all; 1 last; 2 first;
+///                              3 lastOrList: all if the key ends with "[]", else the last
+///     zDialectEmptyValues      "key =": 0 none: a key without values; 1 value: an empty value;
+///                              2 reset: an empty value, above which no value counts
+///     zDialectBlanksAtEnd      0 no; 1 yes: spaces at the end belong to the value
+///     zDialectByteOrderMark    0 no: refused; 1 yes: skipped
+///     zDialectSeparatorStyle   in new lines: 0 spaced " = "; 1 tightEquals "="
+///     zDialectIndentStyle      in new lines: 0 none; 1 tab
+enum ZStanzaSwitch : int {
+    zDialectMarks,
+    zDialectTrailing,
+    zDialectTrailingNeeds,
+    zDialectHeads,
+    zDialectTop,
+    zDialectRepeatedHead,
+    zDialectSeparators,
+    zDialectKeyAlone,
+    zDialectJoin,
+    zDialectJoinSkipsComments,
+    zDialectCommentsJoin,
+    zDialectQuotes,
+    zDialectQuoting,
+    zDialectEscapes,
+    zDialectUnknownEscape,
+    zDialectFoldStanzas,
+    zDialectFoldKeys,
+    zDialectDropBlanks,
+    zDialectDashes,
+    zDialectMarkers,
+    zDialectRepeatedKey,
+    zDialectEmptyValues,
+    zDialectBlanksAtEnd,
+    zDialectByteOrderMark,
+    zDialectSeparatorStyle,
+    zDialectIndentStyle
+};
+
+/// A dialect: a name and 64 bytes of switches.
+class ZStanzaDialect_6_0 {
+public:
+    /// Creates the dialect "stanza".
+    ZStanzaDialect_6_0();
+
+    /// Stores the dialect of this name in `out` and returns 1; returns 0 if no dialect has it.
+    /// Switches can follow the name, as in "python,trailing=#;,trailingNeeds=blankBefore" or
+    /// "php,join=openQuote+insideValue": words with "+" between them make a set, as do the
+    /// characters of marks, separators and quotes; "none" is the empty set.
+    /// codes   0 also for an unknown switch or value, and for switches that set() refuses as a
+    ///         whole; `out` is unchanged then.
+    /// range   null is no name.
+    static int named(char const* name, ZStanzaDialect_6_0& out);
+
+    /// Stores the dialect of the file in `out` and returns 1 if only one format uses such a name;
+    /// returns 0 otherwise, with `out` unchanged. Opens no file.
+    /// range   `text` has the contents of the file, at least up to the first header. It matters
+    ///         for names ending with ".service" alone, and can be null if `length` is 0.
+    static int recognised(char const* path, char const* text, size_t length,
+                          ZStanzaDialect_6_0& out);
+
+    /// Returns the name of a dialect, counted from 0, which is "stanza"; null past the last.
+    static char const* nameAt(int index);
+
+    /// Returns the name of the dialect, without switches that were set since.
+    char const* name() const { return name_; }
+
+    /// Returns the value of a switch.
+    /// throws  ZInvalidParameterException_6_0 for an invalid number.
+    int get(ZStanzaSwitch which) const;
+
+    /// Sets a switch. The switches must fit together after each call:
+    ///
+    ///  - There is a separator. Trailing comments need a space only with quoting 0, or with quoting
+    ///    3 as blankBefore.
+    ///  - Values in quotes continue (join 4 and 8) with quoting 1 to 3, which exclude join 1, 2 and
+    ///    16. Unknown escapes are refused with quoting 1 and 2 alone.
+    ///  - Join 1 and 2 exclude each other and blanksAtEnd. Join 16 excludes the rest of join,
+    ///    quoting and escapes.
+    ///  - Heads 4 needs keyAlone 3, and excludes markers, tight and join 16.
+    ///  - "stanza" allows no change, and the other dialects do not allow emptyValues 0.
+    ///
+    /// throws  ZInvalidParameterException_6_0 if they do not, and for an invalid number or value.
+    ///         Nothing has changed then.
+    void set(ZStanzaSwitch which, int value);
+
+private:
+    char const* name_;
+    unsigned char switches_[64];  // the rest is 0
+};

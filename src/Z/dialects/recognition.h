@@ -1,0 +1,15 @@
+// recognition: the dialect of a file from its name.
+#pragma once
+
+#include <string_view>
+
+#include "table.h"
+
+namespace zdialects {
+
+/// Returns the row of the dialect if only one format uses this name, else null. Endings such as
+/// .conf, .cnf, .cfg and .rc alone decide nothing. `text` matters for names ending with .service,
+/// whose first header separates D-Bus from systemd.
+Row const* recognise(std::string_view path, std::string_view text);
+
+}  // namespace zdialects

@@ -1,0 +1,136 @@
+// switches: the rules of a dialect, a byte each. The reader and the writer of dialects follow them
+// and know no dialect by name.
+//
+// The fields are in the order of ZStanzaSwitch, and the numbers of the enumerators are public.
+// Append only; 0 in an appended field must mean the behaviour before it.
+#pragma once
+
+#include <stdint.h>
+
+namespace zdialects {
+
+// Bits of `marks` and `trailing`. A line that starts with a directive mark is passed over.
+enum Mark : uint8_t { markHash = 1, markSemicolon = 2, markDirective = 4 };
+
+// The position of a mark that starts a comment after a value.
+enum class TrailingNeeds : uint8_t {
+    nothing,            // anywhere outside quotes
+    blankBefore,        // after a space or tab, also on a header's line
+    blankBeforeInValue  // after a space or tab, but not in a key or as the first of a value
+};
+
+enum class Heads : uint8_t {
+    none,            // a bracket has no meaning
+    toBracket,       // the name ends at the first ']'; the rest of the line is ignored
+    endsLine,        // ']' ends the line, and the name has no quotes, backslashes or controls
+    alone,           // ']' ends the line; no brackets or controls in the name, which is not empty
+    subsection,      // [a "B"] is a.B; [a.B] is a.b; a key can follow on the line
+    toLastBracket,   // the name ends at the last ']' and is not empty
+    bracketedGroups  // [A][B] is A][B
+};
+
+// Keys above the first header.
+enum class Top : uint8_t { refused, passedOver, stanza };
+
+enum class RepeatedHead : uint8_t { refused, joined, separate };
+
+// Bits of `separators`. With separatorTight, spaces next to a separator are not allowed.
+enum Separator : uint8_t { separatorEquals = 1, separatorColon = 2, separatorTight = 4 };
+
+// A key without a separator, or a separator without a key.
+enum class KeyAlone : uint8_t {
+    refused,             // both
+    passedOver,          // both
+    passedOverOrNoName,  // a separator without a key is refused
+    option               // a key without values; a separator without a key is passed over
+};
+
+// Bits of `join`.
+enum Join : uint8_t {
+    joinAsBlank = 1,      // an odd number of backslashes at the end of any line, read as a space
+    joinAsNothing = 2,    // a backslash at the end of any line, read as nothing
+    joinInsideValue = 4,  // a backslash at the end of a line of a value
+    joinOpenQuote = 8,    // a newline inside quotes belongs to the value
+    joinIndented = 16     // lines that are indented deeper than the line of the key
+};
+constexpr uint8_t kLineJoins = joinAsBlank | joinAsNothing;
+
+// Bits of `quotes`.
+enum Quote : uint8_t { quoteDouble = 1, quoteSingle = 2 };
+
+enum class Quoting : uint8_t {
+    none,
+    anywhere,          // quotes are dropped
+    anywhereSkipping,  // quotes are dropped, and the spaces after a closing quote
+    whole,             // quotes are around the whole value
+    ends               // as whole, but further quotes between the two do not matter
+};
+
+enum class Escapes : uint8_t { none, desktop, git, php, mysql, c, kconfig, environment };
+
+enum class UnknownEscape : uint8_t {
+    kept,
+    keptInQuotes,  // outside double quotes, the backslash is dropped
+    dropped,
+    refused
+};
+
+enum class FoldStanzas : uint8_t { none, all, beforeSubsection };
+
+// Bits of `markers`: characters next to a key that do not belong to it.
+enum Marker : uint8_t { markerDollarSuffix = 1, markerMinusPrefix = 2, markerExportPrefix = 4 };
+
+// The lines of a key that count.
+enum class RepeatedKey : uint8_t {
+    values,
+    last,
+    first,
+    lastOrList  // all if the key ends with "[]"
+};
+
+enum class EmptyValues : uint8_t {
+    none,   // "key =" is a key without values
+    value,  // "key =" has an empty value
+    reset   // and the values above it are ignored
+};
+
+enum class SeparatorStyle : uint8_t { spaced, tightEquals };
+enum class IndentStyle : uint8_t { none, tab };
+
+struct Switches {
+    uint8_t marks = markHash;
+    uint8_t trailing = 0;
+    TrailingNeeds trailingNeeds = TrailingNeeds::nothing;
+    Heads heads = Heads::toBracket;
+    Top top = Top::refused;
+    RepeatedHead repeatedHead = RepeatedHead::joined;
+    uint8_t separators = separatorEquals;
+    KeyAlone keyAlone = KeyAlone::passedOver;
+    uint8_t join = 0;
+    bool joinSkipsComments = false;
+    bool commentsJoin = false;
+    uint8_t quotes = 0;
+    Quoting quoting = Quoting::none;
+    Escapes escapes = Escapes::none;
+    UnknownEscape unknownEscape = UnknownEscape::kept;
+    FoldStanzas foldStanzas = FoldStanzas::none;
+    bool foldKeys = false;
+    bool dropBlanks = false;
+    bool dashes = false;
+    uint8_t markers = 0;
+    RepeatedKey repeatedKey = RepeatedKey::last;
+    EmptyValues emptyValues = EmptyValues::value;
+    bool blanksAtEnd = false;
+    bool byteOrderMark = false;
+    SeparatorStyle separatorStyle = SeparatorStyle::spaced;
+    IndentStyle indentStyle = IndentStyle::none;
+
+    bool operator==(Switches const&) const = default;
+
+    /// Returns whether these are the rules of stanza files, which have a reader of their own.
+    bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
+};
+constexpr int kSwitchCount = 26;
+static_assert(sizeof(Switches) == kSwitchCount);
+
+}  // namespace zdialects
