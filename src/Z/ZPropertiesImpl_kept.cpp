@@ -27,9 +27,8 @@ SharedText translateErrors(Action action)
 
 }  // namespace
 
-SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(Cache const& cache,
-                                                                 std::string_view bytes,
-                                                                 zlines::Dialect const& dialect)
+SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(
+    Cache const& cache, std::string_view bytes, zlines::SharedDialect const& dialect)
 {
     if (!keepsLines(cache))
         return nullptr;
@@ -88,9 +87,12 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
         describe(cache, document);
         try {
             std::string text;
-            if (!zlines::rewrite(kept->text, kept->dialect, document, text))
+            std::vector<uint32_t> movedComments = kept->movedComments;
+            if (!zlines::rewrite(kept->text, kept->dialect, document, movedComments, text))
                 return kept;
-            return std::make_shared<KeptText>(std::move(text), kept->dialect);
+            auto stored = std::make_shared<KeptText>(std::move(text), kept->sharedDialect);
+            stored->movedComments = std::move(movedComments);
+            return stored;
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
                                                  refusal.value.c_str())
@@ -173,7 +175,7 @@ void ZPCategoryBasedCache_6_0::KeptLines::writeText(ZSCFData_6_0 const& cache, c
     SharedText const composed = compose(cache, path);
     zstanza::TextBuffer text;
     std::string_view const bytes = composed != nullptr ? composed->text : writeAll(cache, text);
-    collect(cache, composed, bytes, zstanza::stanzaDialect());
+    collect(cache, composed, bytes, zstanza::sharedStanzaDialect());
     if (composed != nullptr)
         buffer.setBuffer(bytes.size(), const_cast<char*>(bytes.data()));  // it is copied
     else if (bytes.empty())
@@ -184,7 +186,7 @@ void ZPCategoryBasedCache_6_0::KeptLines::writeText(ZSCFData_6_0 const& cache, c
 
 void ZPCategoryBasedCache_6_0::KeptLines::collect(Cache const& cache, SharedText const& composed,
                                                   std::string_view bytes,
-                                                  zlines::Dialect const& dialect)
+                                                  zlines::SharedDialect const& dialect)
 {
     SharedText* const sink = cache.rep().sink;
     if (sink == nullptr || !keepsLines(cache))

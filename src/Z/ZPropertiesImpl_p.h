@@ -47,7 +47,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// Returns the text as read after reading `bytes` of another file; null if the cache does not
     /// keep lines.
     static zlines::SharedText textAfterReading(Cache const& cache, std::string_view bytes,
-                                               zlines::Dialect const& dialect);
+                                               zlines::SharedDialect const& dialect);
 
     static std::string textBeforeReading(Cache const& cache);
 
@@ -72,7 +72,7 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// Passes the text that is written to the collector, if there is one: `composed`, or the bytes
     /// if it is null.
     static void collect(Cache const& cache, zlines::SharedText const& composed,
-                        std::string_view bytes, zlines::Dialect const& dialect);
+                        std::string_view bytes, zlines::SharedDialect const& dialect);
 
     /// Adds the lines and values to `document`.
     /// range   textOf() is not null.

@@ -98,8 +98,9 @@ void ZSCFData_6_0::readBlock(char const* path, void* block, size_t length)
             takeCompanionFile(companion);
     };
     // The parser writes into the block.
-    zlines::SharedText text = KeptLines::textAfterReading(
-        *this, {static_cast<Arena::Block*>(block)->chars(), length}, zstanza::stanzaDialect());
+    zlines::SharedText text =
+        KeptLines::textAfterReading(*this, {static_cast<Arena::Block*>(block)->chars(), length},
+                                    zstanza::sharedStanzaDialect());
     if (direct() != nullptr) {
         Reader reader(rep());
         run(reader);
@@ -117,7 +118,7 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
     TextBuffer text;
     std::string_view const bytes =
         composed != nullptr ? composed->text : KeptLines::writeAll(*this, text);
-    KeptLines::collect(*this, composed, bytes, zstanza::stanzaDialect());
+    KeptLines::collect(*this, composed, bytes, zstanza::sharedStanzaDialect());
     errno = 0;
     // Flush here: a caller would not see the error of a later flush.
     bool const isTaken =

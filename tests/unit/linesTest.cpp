@@ -2,6 +2,7 @@
 #include <Z/lines/alignment.h>
 #include <Z/lines/difference.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <algorithm>
 #include <map>
@@ -14,10 +15,13 @@ namespace {
 using zlines::Line;
 
 // Comments start with ";", also after a value; keys above the first header belong to the stanza
-// "."; headers may be repeated; names ignore case; values with ";" or spaces at their ends are in
-// quotes; "key" is a key without a value, "key:" has an empty value.
+// "."; headers may be repeated, and a key can follow on their line; names ignore case; values with
+// ";" or spaces at their ends are in quotes; "key" is a key without a value, "key:" has an empty
+// value. A value that ends with "," continues in the next line; comments between are skipped.
 class Colons final : public zlines::Dialect {
 public:
+    explicit Colons(bool joinsHeaders = true) : joinsHeaders_(joinsHeaders) {}
+
     static std::string lower(std::string_view name)
     {
         std::string folded(name);
@@ -34,7 +38,7 @@ public:
             return at;
         };
         auto const trim = [&](uint32_t from, uint32_t to) {
-            while (to > from && (text[to - 1] == ' ' || text[to - 1] == '\t'))
+            while (to > from && strchr(" \t\r", text[to - 1]) != nullptr)
                 --to;
             return to;
         };
@@ -46,7 +50,12 @@ public:
         if (text[first] == ';')
             return {begin, zlines::commentLine, indent, first + 1, skip(first + 1), last};
         if (text[first] == '[')
-            return {begin, zlines::headerLine, (indent + 1) & 0xFFFF, last - 1, last, last};
+            return {begin,
+                    zlines::headerLine,
+                    (indent + 1) & 0xFFFF,
+                    static_cast<uint32_t>(text.find(']', first)),
+                    last,
+                    last};
         auto colon = first;
         while (colon < end && text[colon] != ':' && text[colon] != ';')
             ++colon;
@@ -65,10 +74,24 @@ public:
 
     void split(std::string_view text, std::vector<Line>& lines) const override
     {
-        for (size_t at = 0; at < text.size();) {
-            size_t const feed = std::min(text.find('\n', at), text.size());
-            lines.push_back(classify(text, static_cast<uint32_t>(at), static_cast<uint32_t>(feed)));
+        for (uint32_t at = 0; at < text.size();) {
+            auto const feed = static_cast<uint32_t>(std::min(text.find('\n', at), text.size()));
+            lines.push_back(classify(text, at, feed));
+            Line& line = lines.back();
             at = feed + 1;
+            if (line.kind == zlines::headerLine) {
+                uint32_t key = line.nameEnd + 1;
+                while (key < feed && text[key] == ' ')
+                    ++key;
+                at = key < feed && text[key] != ';' ? key : at;
+            }
+            while (line.kind == zlines::valueLine && text[line.valueEnd - 1] == ',' &&
+                   at < text.size()) {
+                auto const end = static_cast<uint32_t>(std::min(text.find('\n', at), text.size()));
+                if (text[text.find_first_not_of(' ', at)] != ';')
+                    line.valueEnd = end;
+                at = end + 1;
+            }
         }
     }
 
@@ -90,9 +113,12 @@ public:
     {
         return space = lower(name);
     }
-    std::string_view value(std::string_view text, Line const& line, std::string&) const override
+    std::string_view value(std::string_view text, Line const& line,
+                           std::string& space) const override
     {
         std::string_view const spelled = zlines::slice(text, line.valueBegin, line.valueEnd);
+        if (spelled.find('\n') != spelled.npos)
+            return space = parts(spelled, false);
         bool const isQuoted = spelled.size() > 1 && spelled.front() == '"' && spelled.back() == '"';
         return isQuoted ? spelled.substr(1, spelled.size() - 2) : spelled;
     }
@@ -102,17 +128,37 @@ public:
         comment.remove_prefix(std::min(comment.find_first_not_of(' '), comment.size()));
         return comment;
     }
+    // Returns the lines of a value without their spaces, or the comments between them.
+    static std::string parts(std::string_view spelled, bool comments)
+    {
+        std::string out;
+        for (size_t at = 0; at < spelled.size();) {
+            size_t const end = std::min(spelled.find('\n', at), spelled.size());
+            std::string_view const line = spelled.substr(at, end - at);
+            size_t const first = std::min(line.find_first_not_of(' '), line.size());
+            if (comments == (at > 0 && line.substr(first).starts_with(';')))
+                (out += line.substr(comments ? 0 : first)) += comments ? "\n" : "";
+            at = end + 1;
+        }
+        return out;
+    }
+
     std::string_view topStanza() const override { return "."; }
+    bool joinsHeaders() const override { return joinsHeaders_; }
+    bool needsContext() const override { return true; }
+    std::string_view ownIndent() const override { return "\t"; }
     std::string_view ownSeparator() const override { return ": "; }
     std::string_view ownComment() const override { return ";"; }
     std::string_view separatorBytes() const override { return ":"; }
     size_t maxLineLength() const override { return 1000; }
     void appendHeader(std::string_view name, std::string& out) const override
     {
-        ((out += '[') += name) += ']';
+        bool const isNumbered = name.size() > 2 && name[name.size() - 2] == ']';
+        ((out += '[') += name.substr(0, name.size() - (isNumbered ? 2 : 0))) += ']';
     }
     unsigned spellingCount() const override { return 2; }
-    void appendValue(std::string_view value, unsigned spelling, std::string& out) const override
+    void appendValue(std::string_view value, unsigned spelling, zlines::LineForm const&,
+                     std::string& out) const override
     {
         out += spelling == 0 ? "" : "\"";
         out += value;
@@ -122,6 +168,13 @@ public:
     zlines::Replacement replaceValue(std::string_view text, Line const& line,
                                      std::string_view value, unsigned spelling) const override
     {
+        std::string_view const spelled = zlines::slice(text, line.valueBegin, line.valueEnd);
+        if (spelled.find('\n') != spelled.npos) {
+            std::string const comments = parts(spelled, true);
+            std::string changed = comments;
+            (changed += zlines::slice(text, line.begin, line.valueBegin)) += value;
+            return {line.begin, line.valueEnd, changed, comments.size()};
+        }
         zlines::Replacement change = Dialect::replaceValue(text, line, value, spelling);
         if (line.kind == zlines::keyOnlyLine)
             change.text.insert(0, ": ");
@@ -131,13 +184,23 @@ public:
     {
         return {line.nameEnd, line.valueEnd, {}};
     }
+    zlines::Replacement removeLine(std::string_view text, Line const& line,
+                                   uint32_t end) const override
+    {
+        if (line.begin > 0 && text[line.begin - 1] != '\n')
+            return {line.begin - (text[line.begin - 1] == ' ' ? 1 : 0), line.valueEnd, {}};
+        std::string const comments =
+            parts(zlines::slice(text, line.valueBegin, line.valueEnd), true);
+        return {line.begin, end, comments, comments.size()};
+    }
+
+private:
+    bool const joinsHeaders_;
 };
 
-// Returns the text with the contents of `lines`: "[stanza]", "; comment", "key=value", "key".
-std::string rewritten(std::string const& text, std::vector<char const*> const& lines)
+// Adds `lines` to a document: "[stanza]", "; comment", "key=value", "key".
+void fill(zlines::Document& document, std::vector<char const*> const& lines)
 {
-    Colons const dialect;
-    zlines::Document document;
     std::string_view last;
     for (char const* line : lines) {
         std::string_view const entry = line;
@@ -154,8 +217,21 @@ std::string rewritten(std::string const& text, std::vector<char const*> const& l
                 document.addValue(entry.substr(sign + 1));
         }
     }
+}
+
+// Returns the text with the contents of `lines`. A further rewrite of the result changes nothing.
+std::string rewritten(std::string const& text, std::vector<char const*> const& lines,
+                      Colons const& dialect = Colons())
+{
+    zlines::Document document;
+    fill(document, lines);
+    std::vector<uint32_t> movedComments;
     std::string out;
-    return zlines::rewrite(text, dialect, document, out) ? out : text;
+    if (!zlines::rewrite(text, dialect, document, movedComments, out))
+        return text;
+    std::string ignored;
+    EXPECT_FALSE(zlines::rewrite(out, dialect, document, movedComments, ignored)) << ignored;
+    return out;
 }
 
 }  // namespace
@@ -210,11 +286,71 @@ TEST(lines, ADialectDecidesHowLinesAreRecognisedAndValuesSpelled)
          "[s]\na   : 1\nbcd : 2\n",
          {"[s]", "a=1", "bcd=2", "[t]", "e=3"},
          "[s]\na   : 1\nbcd : 2\n\n[t]\ne : 3\n"},
+        {"a key on its header's line",
+         "[s] A: 1 ; c\nb: 2\n",
+         {"[s]", "a=22", "b=2"},
+         "[s] A: 22 ; c\nb: 2\n"},
+        {"a key after a key on its header's line",
+         "[s] a:1; c\n[t]\n",
+         {"[s]", "a=1", "c=3", "[t]"},
+         "[s] a:1; c\n\tc: 3\n[t]\n"},
+        {"a value after a value on its header's line",
+         "x: 0\r\n[s]a:1\r\n",
+         {"[.]", "x=0", "[s]", "a=1", "a=2"},
+         "x: 0\r\n[s]a:1\r\n\ta: 2\r\n"},
+        {"a removed key on its header's line",
+         "[s] a: 1 ; c\nb: 2\n",
+         {"[s]", "b=2"},
+         "[s] ; c\nb: 2\n"},
+        {"comments of a value move above its key",
+         "[s]\n; 0\n  a: 1,\n; c\n 2\nb: 3\n",
+         {"[s]", "; 0", "a=4", "b=3"},
+         "[s]\n; 0\n; c\n  a: 4\nb: 3\n"},
+        {"comments of a removed value stay",
+         "[s]\nx: 1\na: 1,\n; c\n ; d\n 2\nb: 3\n",
+         {"[s]", "x=5", "b=3"},
+         "[s]\nx: 5\n; c\n ; d\nb: 3\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(c.after, rewritten(c.before, c.contents));
     }
+}
+
+TEST(lines, EachHeaderCanStartAStanzaOfItsOwn)
+{
+    Colons const dialect(false);
+    std::string const text = "[P]\na: 1\n[q]\nb: 2\n[p]\na: 3\n";
+    EXPECT_EQ("[P]\na: 1\n[q]\nb: 2\n[p]\na: 4\n",
+              rewritten(text, {"[P]", "a=1", "[q]", "b=2", "[P]2]", "a=4"}, dialect));
+    EXPECT_EQ(
+        "[P]\na: 1\n[q]\nb: 2\n[p]\na: 3\n\n[p]\na: 5\n",
+        rewritten(text, {"[p]", "a=1", "[q]", "b=2", "[p]2]", "a=3", "[p]3]", "a=5"}, dialect));
+    EXPECT_EQ("[P]\na: 1\n[q]\nb: 2\n", rewritten(text, {"[P]", "a=1", "[q]", "b=2"}, dialect));
+}
+
+// A comment that was moved above its key is not in the wanted contents. It stays where it is.
+TEST(lines, MovedCommentsAreKeptByLaterChanges)
+{
+    Colons const dialect;
+    std::string text = "[s]\na: 1,\n; c\n 2\nb: 3,\n; d\n 4\n; e\n";
+    std::vector<uint32_t> movedComments;
+    auto const step = [&](std::vector<char const*> const& lines) {
+        zlines::Document document;
+        fill(document, lines);
+        std::string out;
+        EXPECT_TRUE(zlines::rewrite(text, dialect, document, movedComments, out));
+        text = out;
+    };
+    step({"[s]", "a=1,2", "b=5", "; e"});
+    EXPECT_EQ("[s]\na: 1,\n; c\n 2\n; d\nb: 5\n; e\n", text);
+    step({"[s]", "a=6", "b=5", "; e"});
+    EXPECT_EQ("[s]\n; c\na: 6\n; d\nb: 5\n; e\n", text);
+    EXPECT_EQ((std::vector<uint32_t>{4, 13}), movedComments);
+    step({"[s]", "a=6", "; e"});
+    EXPECT_EQ("[s]\n; c\na: 6\n; d\n; e\n", text);
+    step({"[s]", "a=6"});
+    EXPECT_EQ("[s]\n; c\na: 6\n; d\n", text);
 }
 
 TEST(lines, AValueWithoutASpellingIsRefused)

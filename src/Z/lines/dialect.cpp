@@ -27,7 +27,7 @@ std::string_view Dialect::value(std::string_view text, Line const& line, std::st
     return slice(text, line.valueBegin, line.valueEnd);
 }
 
-void Dialect::appendValue(std::string_view value, unsigned, std::string& out) const
+void Dialect::appendValue(std::string_view value, unsigned, LineForm const&, std::string& out) const
 {
     out += value;
 }
@@ -38,10 +38,10 @@ Replacement Dialect::replaceValue(std::string_view text, Line const& line, std::
     Replacement change{line.valueBegin, line.valueEnd, {}};
     // "key =" gets the space that it has before the separator.
     std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
-    if (line.kind == keyOnlyLine && separator.size() > 1 && separator.front() == ' ' &&
+    if (line.valueBegin == line.valueEnd && separator.size() > 1 && separator.front() == ' ' &&
         separatorBytes().find(separator.back()) != std::string_view::npos)
         change.text.push_back(' ');
-    appendValue(value, spelling, change.text);
+    appendValue(value, spelling, {slice(text, line.begin, line.nameBegin()), "\n"}, change.text);
     return change;
 }
 

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,16 @@ struct Replacement {
     uint32_t begin;
     uint32_t end;
     std::string text;
+
+    // The size of the comment lines at the start of `text`: they were between the lines of a value,
+    // and are above its key now.
+    size_t commentBytes = 0;
+};
+
+// The line of a new value, for the spellings that have further lines.
+struct LineForm {
+    std::string_view indent;
+    std::string_view lineEnding;
 };
 
 class Dialect {
@@ -66,11 +77,20 @@ public:
     /// Returns the stanza of the keys above the first header; empty if there are no such keys.
     virtual std::string_view topStanza() const { return {}; }
 
+    /// Returns whether a second header of a name continues the stanza. Otherwise it starts the
+    /// stanza NAME]2.
+    virtual bool joinsHeaders() const { return true; }
+
+    /// Returns whether the reading of a key line depends on more than the line above it: on the
+    /// header, or on the indentation of the key above.
+    virtual bool needsContext() const { return false; }
+
     // --- spelling
 
     /// Return the dialect's own style, for a file that shows none.
     virtual std::string_view ownSeparator() const = 0;
     virtual std::string_view ownComment() const = 0;  // the mark of a comment
+    virtual std::string_view ownIndent() const { return {}; }
 
     /// Returns the bytes that separate a key from its value.
     virtual std::string_view separatorBytes() const = 0;
@@ -84,7 +104,8 @@ public:
     /// Returns the number of spellings of a value: plain, escaped, quoted and so on. The writer
     /// takes the first that reads back in its line.
     virtual unsigned spellingCount() const { return 1; }
-    virtual void appendValue(std::string_view value, unsigned spelling, std::string& out) const;
+    virtual void appendValue(std::string_view value, unsigned spelling, LineForm const& form,
+                             std::string& out) const;
 
     /// Returns how a new line of a key without a value continues after the key, if the lines around
     /// it have `separator`.
@@ -101,5 +122,13 @@ public:
     /// Returns the change that removes a key line, which ends at `end`.
     virtual Replacement removeLine(std::string_view text, Line const& line, uint32_t end) const;
 };
+
+// Kept texts share their dialect. A dialect that lives as long as the program has no owner.
+using SharedDialect = std::shared_ptr<Dialect const>;
+
+inline SharedDialect withoutOwner(Dialect const& dialect)
+{
+    return SharedDialect(SharedDialect(), &dialect);
+}
 
 }  // namespace zlines

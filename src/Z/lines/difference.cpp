@@ -14,8 +14,13 @@ bool isWithoutLine(Entry const& entry)
 
 }  // namespace
 
-Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document)
-    : text_(text), dialect_(dialect), document_(document), outline_(text, dialect), edits_(text)
+Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document,
+                       std::vector<uint32_t> const& movedComments)
+    : text_(text),
+      dialect_(dialect),
+      document_(document),
+      outline_(text, dialect, movedComments),
+      edits_(text)
 {
     matchStanzas();
     removeStanzas();
@@ -214,18 +219,18 @@ void Difference::record(std::string_view stanza, std::string_view key, std::stri
 }
 
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
-             std::string& out)
+             std::vector<uint32_t>& movedComments, std::string& out)
 {
-    Difference difference(text, dialect, document);
+    Difference difference(text, dialect, document, movedComments);
     if (!difference.isEmpty())
-        out = difference.compose();
+        out = difference.compose(movedComments);
     if (out.size() >= kNone)
         throw std::bad_alloc();
     if (difference.isProven()) {
         difference.requireValidHeaders();
         return !difference.isEmpty();
     }
-    Difference const remaining(out, dialect, document);
+    Difference const remaining(out, dialect, document, movedComments);
     remaining.requireValidHeaders();
     if (!remaining.isEmpty())
         throw remaining.first();

@@ -30,11 +30,16 @@ struct Refusal {
 
 class Difference {
 public:
-    /// range   the arguments outlive the object.
-    Difference(std::string_view text, Dialect const& dialect, Document const& document);
+    /// range   the arguments outlive the object. `movedComments` has the positions of comments of
+    ///         the text that are not in the document; they stay.
+    Difference(std::string_view text, Dialect const& dialect, Document const& document,
+               std::vector<uint32_t> const& movedComments);
 
     bool isEmpty() const { return edits_.count() == 0; }
-    std::string compose() { return edits_.compose(); }
+    std::string compose(std::vector<uint32_t>& movedComments)
+    {
+        return edits_.compose(movedComments);
+    }
 
     /// Refuses a text with a header that makes the file invalid.
     /// throws  Refusal.
@@ -98,8 +103,9 @@ private:
     void removeLine(uint32_t line);
     void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
     void keepCommentColumn(uint32_t line, Replacement& change) const;
-    bool readsBack(std::string_view line, uint32_t above, uint32_t below, std::string_view key,
-                   std::string_view value) const;
+    std::string contextAbove(uint32_t above) const;
+    bool readsBack(std::string_view context, std::string_view line, uint32_t below,
+                   std::string_view key, std::string_view value) const;
 
     // difference_lines.cpp
     void matchComments(Reordered& stanza);
@@ -112,9 +118,9 @@ private:
                         std::string& out) const;
     uint32_t lastKeyLine(ReadStanza const& read) const;
     void appendKey(Section const& section, uint32_t after, Entry const& entry,
-                   std::string& out) const;
+                   std::string_view newHeader, std::string& out) const;
     void appendLine(Style const& style, std::string_view key, std::string_view value,
-                    uint32_t after, std::string& out) const;
+                    std::string_view context, uint32_t below, std::string& out) const;
     void addStanza(uint32_t stanza);
     bool isAboveNextHeader(uint32_t stanza, uint32_t entry) const;
 
@@ -151,8 +157,10 @@ private:
 };
 
 /// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
+/// `movedComments` has the positions of comments in `text` that earlier calls moved; the document
+/// does not have them. After the call it has their positions in `out`.
 /// throws  Refusal if a part of the wanted contents would not read back.
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
-             std::string& out);
+             std::vector<uint32_t>& movedComments, std::string& out);
 
 }  // namespace zlines

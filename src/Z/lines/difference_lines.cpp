@@ -108,8 +108,10 @@ void Difference::place(Reordered const& stanza)
     std::vector<Line> const& lines = outline_.lines();
     Section const& section = outline_.sections()[outline_.stanzas()[stanza.read].firstSection];
     Placement at{lines.empty() ? 0 : lines[0].begin, kNone};
-    if (section.header != kNone)
-        at = {outline_.endOf(section.header), section.header};
+    if (section.header != kNone) {
+        uint32_t const header = outline_.lastOnHeader(section);
+        at = {outline_.endOf(header), header};
+    }
     size_t lastKnown = 0;  // one past the last entry that has a key line
     for (size_t i = 0; i < stanza.entries.size(); ++i)
         if (!stanza.entries[i].isComment && stanza.lineOf[i] != kNone)
@@ -157,7 +159,7 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
     std::string lines;
     appendComments(at.comments, at.after, isBelowBlank(at.after), lines);
     at.comments.clear();
-    appendKey(outline_.sections()[sectionIndex], at.after, entry, lines);
+    appendKey(outline_.sections()[sectionIndex], at.after, entry, {}, lines);
     record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
     edits_.insertLines(at.position, std::move(lines), outline_.lineEndingAfter(at.after),
                        Edits::newLines);
@@ -208,8 +210,9 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
     }
 }
 
+// Appends the lines of a key, inserted after the line `after` or in a stanza with a new header.
 void Difference::appendKey(Section const& section, uint32_t after, Entry const& entry,
-                           std::string& out) const
+                           std::string_view newHeader, std::string& out) const
 {
     std::string key;
     dialect_.appendKey(entry.text, key);
@@ -220,19 +223,23 @@ void Difference::appendKey(Section const& section, uint32_t after, Entry const& 
         out += dialect_.keyOnlyEnd(separatorFor(style, key.size()));
         out += style.lineEnding;
     }
+    if (entry.valueCount == 0)
+        return;
+    std::string const context = newHeader.empty() ? contextAbove(after) : std::string(newHeader);
+    uint32_t const below = !newHeader.empty() ? kNone : after == kNone ? 0 : after + 1;
     for (size_t i = 0; i < entry.valueCount; ++i)
-        appendLine(style, key, valueOf(entry, i), after, out);
+        appendLine(style, key, valueOf(entry, i), context, below, out);
 }
 
-// Appends the line of a key with a value, inserted after the line `after`.
+// Appends the line of a key with a value, inserted between `context` and the line `below`.
 void Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
-                            uint32_t after, std::string& out) const
+                            std::string_view context, uint32_t below, std::string& out) const
 {
     std::string space;
     std::string line;
     for (unsigned spelling = 0;; ++spelling) {
         std::string spelled;
-        dialect_.appendValue(value, spelling, spelled);
+        dialect_.appendValue(value, spelling, {style.indent, style.lineEnding}, spelled);
         std::string const separator = separatorFor(style, key.size());
         line = style.indent;
         line += key;
@@ -247,8 +254,7 @@ void Difference::appendLine(Style const& style, std::string_view key, std::strin
         line += style.lineEnding;
         bool const isLast = spelling + 1 >= dialect_.spellingCount();
         Line const whole{0, valueLine, 0, static_cast<uint32_t>(key.size()), 0, 0};
-        if (isLast || readsBack(line, after, after == kNone ? 0 : after + 1,
-                                dialect_.keyName(key, whole, space), value))
+        if (isLast || readsBack(context, line, below, dialect_.keyName(key, whole, space), value))
             break;
     }
     out += line;
@@ -285,8 +291,10 @@ void Difference::addStanza(uint32_t index)
         carried_.front().isBelowBlank = false;
     appendComments(carried_, above, false, lines);
     carried_.clear();
-    dialect_.appendHeader(stanza.name, lines);
-    lines += ending;
+    std::string header;
+    dialect_.appendHeader(stanza.name, header);
+    header += ending;
+    lines += header;
     Section const here{kNone, below, below, kNone};
     for (uint32_t i = 0; i < stanza.entryCount; ++i) {
         Entry const& entry = document_.entries[stanza.firstEntry + i];
@@ -301,7 +309,7 @@ void Difference::addStanza(uint32_t index)
         if (entry.isComment)
             appendComment(outline_, above, entry.text, lines);
         else
-            appendKey(here, above, entry, lines);
+            appendKey(here, above, entry, header, lines);
     }
     if (!isLast)
         lines += ending;

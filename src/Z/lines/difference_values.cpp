@@ -124,14 +124,16 @@ void Difference::setValue(uint32_t line, std::string_view value)
     std::string const key(outline_.keyName(line, keySpace_));
     record(stanzaName_, key, value);
     Line const& record = outline_.lines()[line];
+    std::string const above = contextAbove(line == 0 ? kNone : line - 1);
     for (unsigned spelling = 0;; ++spelling) {
         Replacement change = dialect_.replaceValue(text_, record, value, spelling);
         keepCommentColumn(line, change);
         std::string changed(slice(text_, record.begin, change.begin));
-        changed += change.text;
+        changed += std::string_view(change.text).substr(change.commentBytes);
         changed += slice(text_, change.end, outline_.endOf(line));
-        bool const isProven =
-            readsBack(changed, line == 0 ? kNone : line - 1, line + 1, key, value);
+        std::string context = above;
+        context += std::string_view(change.text).substr(0, change.commentBytes);
+        bool const isProven = readsBack(context, changed, line + 1, key, value);
         if (isProven || spelling + 1 >= dialect_.spellingCount()) {
             edits_.replace(std::move(change));
             provenEdits_ += isProven ? 1 : 0;
@@ -145,9 +147,12 @@ void Difference::setValue(uint32_t line, std::string_view value)
 void Difference::keepCommentColumn(uint32_t line, Replacement& change) const
 {
     std::string_view const rest = slice(text_, change.end, outline_.endOf(line));
+    bool const isInOneLine =
+        change.text.find('\n') == std::string::npos &&
+        slice(text_, change.begin, change.end).find('\n') == std::string_view::npos;
     size_t const spaces = rest.find_first_not_of(' ');
-    if (!dialect_.hasCommentsAfterValues() || spaces == std::string_view::npos || spaces < 2 ||
-        static_cast<unsigned char>(rest[spaces]) < ' ')
+    if (!dialect_.hasCommentsAfterValues() || !isInOneLine || spaces == std::string_view::npos ||
+        spaces < 2 || static_cast<unsigned char>(rest[spaces]) < ' ')
         return;
     size_t const width = change.end - change.begin + spaces;
     change.end += static_cast<uint32_t>(spaces);
@@ -170,23 +175,42 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
 {
     record(stanzaName_, outline_.keyName(model, keySpace_), value);
     Style const style = styleOf(outline_, model);
+    uint32_t const below = order == Edits::valuesOfLineAbove ? model + 1 : model;
     std::string line;
     appendLine(style, outline_.spelledName(model), value,
-               order == Edits::valuesOfLineAbove ? model
-               : model == 0                      ? kNone
-                                                 : model - 1,
-               line);
+               contextAbove(below == 0 ? kNone : below - 1), below, line);
     edits_.insertLines(position, std::move(line), style.lineEnding, order);
 }
 
-// Returns whether a line between the lines `above` and `below` reads as a key with a value, and
+// Returns the lines on which the reading of the line after `above` depends.
+std::string Difference::contextAbove(uint32_t above) const
+{
+    if (above == kNone)
+        return {};
+    std::vector<Line> const& lines = outline_.lines();
+    if (!dialect_.needsContext())
+        return std::string(slice(text_, lines[above].begin, outline_.endOf(above)));
+    constexpr uint32_t kMaxLines = 64;
+    Section const& section = outline_.sectionOf(above);
+    uint32_t first = above;
+    while (first > section.first && above - first < kMaxLines && !lines[first].isKey())
+        --first;
+    std::string context;
+    if (section.header != kNone && section.header != first) {
+        context = slice(text_, lines[section.header].begin, outline_.endOf(section.header));
+        if (first > section.first && !context.ends_with('\n'))
+            context += '\n';
+    }
+    context += slice(text_, lines[first].begin, outline_.endOf(above));
+    return context;
+}
+
+// Returns whether a line between `context` and the line `below` reads as a key with a value, and
 // leaves the line below as it is.
-bool Difference::readsBack(std::string_view line, uint32_t above, uint32_t below,
+bool Difference::readsBack(std::string_view context, std::string_view line, uint32_t below,
                            std::string_view key, std::string_view value) const
 {
-    std::string sample;
-    if (above != kNone)
-        sample = slice(text_, outline_.lines()[above].begin, outline_.endOf(above));
+    std::string sample(context);
     auto const begin = static_cast<uint32_t>(sample.size());
     sample += line;
     auto const end = static_cast<uint32_t>(sample.size());

@@ -5,7 +5,7 @@
 
 namespace zlines {
 
-std::string Edits::compose()
+std::string Edits::compose(std::vector<uint32_t>& movedComments)
 {
     std::sort(edits_.begin(), edits_.end(), [](Edit const& a, Edit const& b) {
         return std::tie(a.change.begin, a.order, a.number) <
@@ -16,19 +16,30 @@ std::string Edits::compose()
         size += edit.change.text.size() + 2;
     std::string out;
     out.reserve(size);
+    std::vector<uint32_t> const before = std::move(movedComments);
+    movedComments.clear();
+    auto moved = before.begin();
     uint32_t done = 0;
+    auto const copyTo = [&](uint32_t end) {
+        while (moved != before.end() && *moved < done)
+            ++moved;
+        for (; moved != before.end() && *moved < end; ++moved)
+            movedComments.push_back(static_cast<uint32_t>(out.size()) + (*moved - done));
+        out += slice(text_, done, end);
+        done = end;
+    };
     for (Edit const& edit : edits_) {
         Replacement const& change = edit.change;
-        if (change.begin > done) {
-            out += slice(text_, done, change.begin);
-            done = change.begin;
-        }
+        if (change.begin > done)
+            copyTo(change.begin);
         if (edit.order != changes && !out.empty() && out.back() != '\n')
             out += edit.lineEnding;
+        for (size_t at = 0; at < change.commentBytes; at = change.text.find('\n', at) + 1)
+            movedComments.push_back(static_cast<uint32_t>(out.size() + at));
         out += change.text;
         done = std::max(done, change.end);
     }
-    out += text_.substr(done);
+    copyTo(static_cast<uint32_t>(text_.size()));
     if (!text_.empty() && text_.back() != '\n' && !out.empty() && out.back() == '\n') {
         out.pop_back();
         if (!out.empty() && out.back() == '\r')

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "dialect.h"
 
@@ -11,13 +12,16 @@ namespace zlines {
 
 // Copies of a cache share the text: it never changes.
 struct KeptText {
-    KeptText(std::string bytes, Dialect const& spelling) : text(std::move(bytes)), dialect(spelling)
+    KeptText(std::string bytes, SharedDialect spelling)
+        : text(std::move(bytes)), sharedDialect(std::move(spelling)), dialect(*sharedDialect)
     {
     }
 
     std::string const text;
+    SharedDialect const sharedDialect;
     Dialect const& dialect;
-    bool isOneFile = true;  // else several files were read, one after another
+    std::vector<uint32_t> movedComments = {};  // positions of comments that the cache does not have
+    bool isOneFile = true;                     // else several files were read, one after another
 };
 
 using SharedText = std::shared_ptr<KeptText const>;

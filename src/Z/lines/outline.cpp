@@ -4,10 +4,19 @@
 
 namespace zlines {
 
-Outline::Outline(std::string_view text, Dialect const& dialect) : text_(text), dialect_(dialect)
+Outline::Outline(std::string_view text, Dialect const& dialect,
+                 std::vector<uint32_t> const& movedComments)
+    : text_(text), dialect_(dialect)
 {
     lines_.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
     dialect.split(text, lines_);
+    for (uint32_t const position : movedComments) {
+        auto const found =
+            std::lower_bound(lines_.begin(), lines_.end(), position,
+                             [](Line const& line, uint32_t begin) { return line.begin < begin; });
+        if (found != lines_.end() && found->begin == position && found->kind == commentLine)
+            found->kind = otherLine;
+    }
     sections_.push_back({kNone, 0, static_cast<uint32_t>(lines_.size()), kNone});
     stanzas_.push_back({dialect.topStanza(), 0, 0});
     for (uint32_t line = 0; line < lines_.size(); ++line)
@@ -20,17 +29,27 @@ void Outline::addHeader(uint32_t line)
     sections_.back().end = line;
     auto const section = static_cast<uint32_t>(sections_.size());
     sections_.push_back({line, line + 1, static_cast<uint32_t>(lines_.size()), kNone});
-    std::string space;
-    std::string_view const name = dialect_.stanzaName(text_, lines_[line], space);
+    std::string_view const name = nameOf(line);
     uint32_t const known = find(name, stanzas_.size());
     if (known == kNone) {
-        stanzas_.push_back({keep(name, space), section, section});
+        stanzas_.push_back({name, section, section});
         return;
     }
     if (dialect_.refusesRepeatedHeaders())
         repeatedHeader_ = line;
     sections_[stanzas_[known].lastSection].next = section;
     stanzas_[known].lastSection = section;
+}
+
+// Returns the name of the stanza of a header.
+std::string_view Outline::nameOf(uint32_t header)
+{
+    std::string space;
+    std::string_view const name = keep(dialect_.stanzaName(text_, lines_[header], space), space);
+    if (dialect_.joinsHeaders())
+        return name;
+    uint32_t const count = ++headers_[name];
+    return count == 1 ? name : owned_.emplace_back(std::string(name) + ']' + std::to_string(count));
 }
 
 uint32_t Outline::find(std::string_view name, size_t guess)
@@ -45,8 +64,18 @@ uint32_t Outline::find(std::string_view name, size_t guess)
     return found == index_.end() ? kNone : found->second;
 }
 
+Section const& Outline::sectionOf(uint32_t line) const
+{
+    auto const next =
+        std::upper_bound(sections_.begin() + 1, sections_.end(), line,
+                         [](uint32_t at, Section const& section) { return at < section.header; });
+    return *(next - 1);
+}
+
 std::string_view Outline::lineEndingOf(uint32_t line) const
 {
+    while (line + 1 < lines_.size() && sharesLine(line + 1))
+        ++line;
     for (uint32_t at = line + 1; at-- > 0;) {
         std::string_view const bytes = slice(text_, lines_[at].begin, endOf(at));
         if (bytes.ends_with("\r\n"))

@@ -30,8 +30,10 @@ struct ReadStanza {
 
 class Outline {
 public:
-    /// range   `text` outlives the object.
-    Outline(std::string_view text, Dialect const& dialect);
+    /// range   `text` outlives the object. `movedComments` has the positions of comments that are
+    ///         not in the contents; they are lines of no meaning.
+    Outline(std::string_view text, Dialect const& dialect,
+            std::vector<uint32_t> const& movedComments = {});
     Outline(Outline const&) = delete;
     Outline& operator=(Outline const&) = delete;
 
@@ -56,6 +58,23 @@ public:
         return line + 1 < lines_.size() ? lines_[line + 1].begin
                                         : static_cast<uint32_t>(text_.size());
     }
+
+    /// Returns whether a key or header follows a header on the header's line of the file.
+    bool sharesLine(uint32_t line) const
+    {
+        return line > 0 && lines_[line - 1].kind == headerLine &&
+               text_[lines_[line].begin - 1] != '\n';
+    }
+
+    /// Returns the header of a section, or the key on the header's line of the file.
+    uint32_t lastOnHeader(Section const& section) const
+    {
+        return section.first < section.end && sharesLine(section.first) ? section.first
+                                                                        : section.header;
+    }
+
+    /// Returns the section that has a line, or whose header it is.
+    Section const& sectionOf(uint32_t line) const;
 
     /// Returns the line ending of a line, or of the nearest line above that has one.
     std::string_view lineEndingOf(uint32_t line) const;
@@ -95,6 +114,7 @@ public:
 
 private:
     void addHeader(uint32_t line);
+    std::string_view nameOf(uint32_t header);
 
     std::string_view const text_;
     Dialect const& dialect_;
@@ -104,6 +124,7 @@ private:
     std::unordered_map<std::string_view, uint32_t> index_;
     size_t indexed_ = 0;  // stanzas in the index
     uint32_t repeatedHeader_ = kNone;
+    std::unordered_map<std::string_view, uint32_t> headers_;  // of each name, if not joined
     std::deque<std::string> owned_;
 };
 

@@ -14,26 +14,40 @@ bool isBlank(char c)
 std::string_view indentOf(Outline const& outline, uint32_t line)
 {
     Line const& record = outline.lines()[line];
-    return slice(outline.text(), record.begin, record.nameBegin());
+    std::string_view const indent = slice(outline.text(), record.begin, record.nameBegin());
+    // A word or mark before the key, such as "export", is no indentation.
+    return indent.substr(
+        0, static_cast<size_t>(
+               std::find_if(indent.begin(), indent.end(),
+                            [](char c) { return static_cast<unsigned char>(c) > ' '; }) -
+               indent.begin()));
 }
 
-// Returns the bytes between key and value; empty if there is no separator byte among them.
+// Returns the bytes between key and value; empty if there is no separator byte among them. A marker
+// that follows the key, such as "[$e]", is not returned.
 std::string_view separatorOf(Outline const& outline, uint32_t line)
 {
     Line const& record = outline.lines()[line];
     std::string_view const separator = slice(outline.text(), record.nameEnd, record.valueBegin);
-    bool const isOne =
-        separator.find_first_of(outline.dialect().separatorBytes()) != std::string_view::npos;
-    return isOne && separator.find('\n') == std::string_view::npos ? separator : std::string_view();
+    size_t start = separator.find_first_of(outline.dialect().separatorBytes());
+    if (start == std::string_view::npos || separator.find('\n') != std::string_view::npos)
+        return {};
+    if (static_cast<unsigned char>(separator.front()) <= ' ')
+        return separator;
+    while (start > 0 && isBlank(separator[start - 1]))
+        --start;
+    return separator.substr(start);
 }
 
-// Returns the column of the separator of a key line; 0 if it has none.
+// Returns the column of the separator of a key line; 0 if it has none, or a header before it.
 size_t columnOf(Outline const& outline, uint32_t line)
 {
     std::string_view const separator = separatorOf(outline, line);
+    if (separator.empty() || outline.sharesLine(line))
+        return 0;
     size_t const blanks = separator.find_first_of(outline.dialect().separatorBytes());
     Line const& record = outline.lines()[line];
-    return separator.empty() ? 0 : record.nameEnd - record.begin + blanks;
+    return record.valueBegin - separator.size() - record.begin + blanks;
 }
 
 // Returns whether two key lines have their separators in one column. In lines without spaces before
@@ -108,14 +122,17 @@ std::string_view separatorInTemplate(Outline const& outline, uint32_t line, std:
 
 Style styleOf(Outline const& outline, uint32_t model)
 {
+    Line const& line = outline.lines()[model];
+    Dialect const& dialect = outline.dialect();
+    if (outline.sharesLine(model))
+        return {dialect.ownIndent(), dialect.ownSeparator(), outline.lineEndingOf(model)};
     std::string_view const separator = separatorOf(outline, model);
-    Style style{indentOf(outline, model),
-                separator.empty() ? outline.dialect().ownSeparator() : separator,
+    Style style{indentOf(outline, model), separator.empty() ? dialect.ownSeparator() : separator,
                 outline.lineEndingOf(model)};
     // "key =" shows the spaces before the separator, but not those after it.
-    if (outline.lines()[model].kind == keyOnlyLine && separator.size() > 1 &&
-        isBlank(separator.front()) && !isBlank(separator.back()))
-        style.separator = outline.dialect().ownSeparator();
+    if (line.valueBegin == line.valueEnd && separator.size() > 1 && isBlank(separator.front()) &&
+        !isBlank(separator.back()))
+        style.separator = dialect.ownSeparator();
     return style;
 }
 
@@ -139,7 +156,7 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
     if (model == kNone)
         model = keyElsewhere(outline, section);
     if (model == kNone)
-        return {{}, outline.dialect().ownSeparator(), ending};
+        return {outline.dialect().ownIndent(), outline.dialect().ownSeparator(), ending};
     Style style = styleOf(outline, model);
     style.lineEnding = ending;
     bool const hasPeer = (above != kNone && above != model && areAligned(outline, model, above)) ||

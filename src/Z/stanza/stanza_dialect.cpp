@@ -109,4 +109,9 @@ zlines::Dialect const& stanzaDialect()
     return dialect;
 }
 
+zlines::SharedDialect sharedStanzaDialect()
+{
+    return zlines::withoutOwner(stanzaDialect());
+}
+
 }  // namespace zstanza

@@ -5,7 +5,8 @@
 
 namespace zstanza {
 
-/// Returns the dialect. It finds the lines that the parser reads.
+/// Return the dialect. It finds the lines that the parser reads.
 zlines::Dialect const& stanzaDialect();
+zlines::SharedDialect sharedStanzaDialect();
 
 }  // namespace zstanza
