@@ -60,9 +60,12 @@ std::string ZPCategoryBasedCache_6_0::KeptLines::textBeforeReading(Cache const& 
         return {};
     zlines::Document document;
     describe(cache, document);
+    std::vector<uint32_t> movedComments = kept->movedComments;
     std::string text;
     try {
-        return zlines::rewrite(kept->text, kept->dialect, document, text) ? text : kept->text;
+        return zlines::rewrite(kept->text, kept->dialect, document, movedComments, text)
+                   ? text
+                   : kept->text;
     } catch (zlines::Refusal const&) {
         return kept->text;  // the next store is refused, too
     }

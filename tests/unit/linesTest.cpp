@@ -1,6 +1,7 @@
 // The difference writer with a dialect that the library does not have: it knows no format itself.
 #include <Z/lines/alignment.h>
 #include <Z/lines/difference.h>
+#include <Z/lines/merge.h>
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -351,6 +352,38 @@ TEST(lines, MovedCommentsAreKeptByLaterChanges)
     EXPECT_EQ("[s]\n; c\na: 6\n; d\n; e\n", text);
     step({"[s]", "a=6"});
     EXPECT_EQ("[s]\n; c\na: 6\n; d\n", text);
+}
+
+// Returns the steps of a merge, or "conflict".
+static std::string stepsOf(std::string const& base, std::vector<char const*> const& wanted,
+                    std::string const& there)
+{
+    Colons const dialect;
+    zlines::Document document;
+    fill(document, wanted);
+    std::vector<zlines::MergeStep> steps;
+    if (!zlines::planMerge(base, document, there, dialect, steps))
+        return "conflict";
+    std::string out;
+    for (zlines::MergeStep const& step : steps) {
+        ((((out += std::to_string(step.kind)) += ' ') += step.stanza) += '/') += step.key;
+        for (std::string const& text : step.texts)
+            (out += ' ') += text;
+        out += '\n';
+    }
+    return out;
+}
+
+TEST(lines, KeysAboveTheFirstHeaderAreMerged)
+{
+    std::string const base = "; c\nk: 1\nl: 2\n[s]\na: 1\n";
+    std::string const there = "; c\nk: 1\nl: 2\n[s]\na: 2\n";
+    EXPECT_EQ("", stepsOf(base, {"; c", "[.]", "k=1", "l=2", "[s]", "a=1"}, there));
+    EXPECT_EQ("3 ./k 3\n2 ./l\n", stepsOf(base, {"; c", "[.]", "k=3", "[s]", "a=1"}, there));
+    EXPECT_EQ("3 ./m 3\n6 ./m ; d\n",
+              stepsOf(base, {"; c", "[.]", "k=1", "l=2", "; d", "m=3", "[s]", "a=1"}, there));
+    EXPECT_EQ("3 ./k 3\n", stepsOf("[s]\na: 1\n", {"[.]", "k=3", "[s]", "a=1"}, "[s]\n"));
+    EXPECT_EQ("conflict", stepsOf(base, {"; c", "[.]", "k=3", "l=2", "[s]", "a=1"}, "k: 2\n"));
 }
 
 TEST(lines, AValueWithoutASpellingIsRefused)

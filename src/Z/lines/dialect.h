@@ -67,8 +67,7 @@ public:
     /// Returns whether a key can have an empty value. Otherwise empty values are not written.
     virtual bool hasEmptyValues() const { return true; }
 
-    /// Returns whether a second header of a name makes a file invalid. Otherwise its lines join
-    /// those after the first.
+    /// Returns whether a second header of a name makes a file invalid.
     virtual bool refusesRepeatedHeaders() const { return false; }
 
     /// Returns whether a comment can follow a value in its line.

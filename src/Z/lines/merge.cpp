@@ -85,6 +85,8 @@ public:
                                     : dialect_.comparableStanza(document_.stanzas[i].name, space));
             if (i == 0 && name.empty())
                 name = kTop;
+            if (i > 0 && isTop(i))
+                continue;
             present.insert(name);
             if (!mergeStanza(i, name))
                 return false;
@@ -103,25 +105,51 @@ public:
     }
 
 private:
+    // Returns whether a wanted stanza has the keys above the first header.
+    bool isTop(size_t index) const
+    {
+        std::string space;
+        return !dialect_.topStanza().empty() &&
+               dialect_.comparableStanza(document_.stanzas[index].name, space) ==
+                   dialect_.topStanza();
+    }
+
+    // Returns the entries of a wanted stanza. The comments at the start of the file precede the
+    // keys above the first header.
+    std::vector<Entry> entriesOf(size_t index) const
+    {
+        std::vector<Entry> entries;
+        auto const append = [&](size_t from) {
+            auto const first = document_.entries.begin() + document_.stanzas[from].firstEntry;
+            entries.insert(entries.end(), first, first + document_.stanzas[from].entryCount);
+        };
+        append(index);
+        for (size_t i = 1; index == 0 && i < document_.stanzas.size(); ++i)
+            if (isTop(i))
+                append(i);
+        return entries;
+    }
+
     // Merges a wanted stanza. Returns false for a conflict.
     bool mergeStanza(size_t index, std::string const& name)
     {
-        Stanza const& stanza = document_.stanzas[index];
+        std::vector<Entry> const entries = entriesOf(index);
         auto const base = base_.find(name);
         auto const other = other_.find(name);
         StanzaContents const none;
         StanzaContents const& before = base == base_.end() ? none : base->second;
         bool const isRemovedThere = base != base_.end() && other == other_.end();
-        std::string const spelled(stanza.name);
+        std::string const spelled(index == 0 ? dialect_.topStanza()
+                                             : document_.stanzas[index].name);
         if (base == base_.end() && other == other_.end())
             steps_.push_back({MergeStep::addStanza, spelled, "", {}});
         std::set<std::string> present;
         std::multiset<Comment> comments(before.comments.begin(), before.comments.end());
         std::vector<std::string_view> pending;  // new comments
-        for (uint32_t i = 0; i < stanza.entryCount; ++i) {
-            Entry const& entry = document_.entries[stanza.firstEntry + i];
+        for (size_t i = 0; i < entries.size(); ++i) {
+            Entry const& entry = entries[i];
             if (entry.isComment) {
-                if (isNew(stanza, i, comments))
+                if (isNew(entries, i, comments))
                     pending.push_back(entry.text);
                 continue;
             }
@@ -190,15 +218,15 @@ private:
     }
 
     // Returns whether a wanted comment is not in the text, and removes it from `comments`.
-    bool isNew(Stanza const& stanza, uint32_t index, std::multiset<Comment>& comments) const
+    bool isNew(std::vector<Entry> const& entries, size_t index,
+               std::multiset<Comment>& comments) const
     {
-        Entry const& entry = document_.entries[stanza.firstEntry + index];
-        std::string const text(dialect_.commentText(entry.text));
+        std::string const text(dialect_.commentText(entries[index].text));
         std::string space;
         std::string key;
-        for (uint32_t i = index + 1; i < stanza.entryCount && key.empty(); ++i)
-            if (Entry const& next = document_.entries[stanza.firstEntry + i]; !next.isComment)
-                key = dialect_.comparableKey(next.text, space);
+        for (size_t i = index + 1; i < entries.size() && key.empty(); ++i)
+            if (!entries[i].isComment)
+                key = dialect_.comparableKey(entries[i].text, space);
         auto found = comments.find({key, text});
         if (found == comments.end())
             found = std::find_if(comments.begin(), comments.end(),
@@ -212,12 +240,14 @@ private:
     // New comments without a key below them are above the next header or at the start of the file.
     void addRemainingComments(size_t index, std::vector<std::string_view> const& comments)
     {
-        bool const hasNext = index + 1 < document_.stanzas.size();
-        bool const isAboveHeader = hasNext && !document_.stanzas[index + 1].isBelowBlank;
+        size_t const next =
+            index + 1 < document_.stanzas.size() && isTop(index + 1) ? index + 2 : index + 1;
+        bool const isAboveHeader =
+            next < document_.stanzas.size() && !document_.stanzas[next].isBelowBlank;
         for (std::string_view const comment : comments)
             commentsOfStanzas_.push_back(
                 {isAboveHeader ? MergeStep::commentStanza : MergeStep::commentFile,
-                 std::string(isAboveHeader ? document_.stanzas[index + 1].name : ""),
+                 std::string(isAboveHeader ? document_.stanzas[next].name : ""),
                  "",
                  {std::string(comment)}});
     }
