@@ -31,7 +31,7 @@ struct StanzaContents {
 
 using Contents = std::map<std::string, StanzaContents>;
 
-// The name of the lines above the first header, if they have no keys: no header has a line feed.
+// The name of the lines above the first header, if they have no keys: no header has a newline.
 constexpr std::string_view kTop = "\n";
 
 Contents contentsOf(std::string_view text, Dialect const& dialect)
