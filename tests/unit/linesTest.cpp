@@ -356,7 +356,7 @@ TEST(lines, MovedCommentsAreKeptByLaterChanges)
 
 // Returns the steps of a merge, or "conflict".
 static std::string stepsOf(std::string const& base, std::vector<char const*> const& wanted,
-                    std::string const& there)
+                           std::string const& there)
 {
     Colons const dialect;
     zlines::Document document;

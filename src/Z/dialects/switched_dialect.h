@@ -68,17 +68,26 @@ public:
     std::string_view commentText(std::string_view comment) const override;
     bool hasEmptyValues() const override { return true; }
     std::string_view topStanza() const override;
+    bool joinsHeaders() const override { return switches_.repeatedHead != RepeatedHead::separate; }
+    bool refusesRepeatedHeaders() const override
+    {
+        return switches_.repeatedHead == RepeatedHead::refused;
+    }
+    bool hasCommentsAfterValues() const override { return switches_.trailing != 0; }
+    bool needsContext() const override { return true; }
 
     // --- spelling (spelling.cpp)
 
     std::string_view ownSeparator() const override;
     std::string_view ownComment() const override;
+    std::string_view ownIndent() const override;
     std::string_view separatorBytes() const override;
     size_t maxLineLength() const override;
     void appendHeader(std::string_view name, std::string& out) const override;
     void appendKey(std::string_view name, std::string& out) const override;
     unsigned spellingCount() const override;
-    void appendValue(std::string_view value, unsigned spelling, std::string& out) const override;
+    void appendValue(std::string_view value, unsigned spelling, zlines::LineForm const& form,
+                     std::string& out) const override;
     std::string keyOnlyEnd(std::string_view separator) const override;
     zlines::Replacement replaceValue(std::string_view text, zlines::Line const& line,
                                      std::string_view value, unsigned spelling) const override;

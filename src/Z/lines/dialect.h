@@ -122,7 +122,7 @@ public:
     virtual Replacement removeLine(std::string_view text, Line const& line, uint32_t end) const;
 };
 
-// Kept texts share their dialect. A dialect that lives as long as the program has no owner.
+// The owner of a dialect. A dialect that lives as long as the program has none.
 using SharedDialect = std::shared_ptr<Dialect const>;
 
 inline SharedDialect withoutOwner(Dialect const& dialect)

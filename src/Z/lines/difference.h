@@ -41,7 +41,7 @@ public:
         return edits_.compose(movedComments);
     }
 
-    /// Refuses a text with a header that makes the file invalid.
+    /// Refuses a header that makes the file invalid.
     /// throws  Refusal.
     void requireValidHeaders() const;
 
