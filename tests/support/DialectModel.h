@@ -183,7 +183,8 @@ private:
         return true;
     }
 
-    static bool isControl(char c) { return (c >= 0 && c < 0x20) || c == 0x7f; }
+    static bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+    static bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
     static bool isSystemdName(std::string_view name)
     {
@@ -365,7 +366,7 @@ private:
             return false;
         for (char const c : key.substr(open + 1, key.size() - open - 2))
             if (!isLetter(c) && !isDigit(c) && std::string_view("-_.@").find(c) == kNowhere &&
-                c >= 0)
+                isAscii(c))
                 return false;
         return true;
     }
