@@ -293,6 +293,29 @@ public:
     /// Returns the number of keys that getObfuscatedItems() of a category-based cache lists.
     virtual int obfuscatedItemCount() const;
 
+    // The next five are called only for caches with direct() != nullptr: in a class that was
+    // compiled with an earlier version of this header, their slots have other functions.
+
+    /// Returns 1 if a header for `category` would be read back as that name, else 0. Here as
+    /// `ZPCategoryBasedCache_6_0::validateCategory`.
+    virtual int validCategory(char const* category) const;
+
+    /// Returns 1 if a line for (category, key) would be read back as the same pair, else 0. Here as
+    /// `ZPCategoryBasedCache_6_0::validateKey`.
+    virtual int validKey(char const* category, char const* key) const;
+
+    /// Returns 1 if the line of a plain value would be read back as this value, else 0. Here as
+    /// `ZPCategoryBasedCache_6_0::validateValue`.
+    /// range   null `value`: whether a line of the key without a value is possible.
+    virtual int validValue(char const* key, char const* value) const;
+
+    /// Reads the `length` bytes at `text` as `be_read` reads a file. Here does nothing.
+    /// owns    `text` is copied; it may be null if `length` is 0.
+    virtual void readText(char const* path, char const* text, size_t length);
+
+    /// Stores the text that `be_write` writes in `buffer`. Here empties it.
+    virtual void writeText(ZBuffer_6_0& buffer) const;
+
     /// Returns this cache if it is exactly a ZPCategoryBasedCache_6_0 or a ZSCFData_6_0, so that
     /// its non-virtual lookups return the same results as the virtual ones; null for any derived
     /// class of a caller.
@@ -591,11 +614,11 @@ public:
 
     /// Reads the `length` bytes at `text` as `be_read` reads a file.
     /// owns    `text` is copied.
-    void readText(char const* path, char const* text, size_t length);
+    void readText(char const* path, char const* text, size_t length) override;
 
     /// Stores the text that `be_write` writes in `buffer`, which is empty if there are no lines.
     /// throws  ZPropertiesInvalidValueException_6_0 as `be_write`, with an empty file name.
-    void writeText(ZBuffer_6_0& buffer) const;
+    void writeText(ZBuffer_6_0& buffer) const override;
 
 private:
     void readBlock(char const* path, void* block, size_t length);

@@ -205,6 +205,30 @@ int ZPCache_6_0::obfuscatedItemCount() const
     return 0;
 }
 
+int ZPCache_6_0::validCategory(char const* category) const
+{
+    return ZPCategoryBasedCache_6_0::validateCategory(category);
+}
+
+int ZPCache_6_0::validKey(char const* category, char const* key) const
+{
+    return ZPCategoryBasedCache_6_0::validateKey(category, key);
+}
+
+int ZPCache_6_0::validValue(char const* key, char const* value) const
+{
+    return ZPCategoryBasedCache_6_0::validateValue(key, value);
+}
+
+void ZPCache_6_0::readText(char const*, char const*, size_t)
+{
+}
+
+void ZPCache_6_0::writeText(ZBuffer_6_0& buffer) const
+{
+    buffer.setLength(0);
+}
+
 ZPCategoryBasedCache_6_0 const* ZPCache_6_0::direct() const
 {
     std::type_info const& type = typeid(*this);

@@ -321,7 +321,7 @@ void ZAbstractPropertyValuesIterator_6_0::toLocal(char const* value, ZLCString_6
         out = value;
     }
     if (valtype_ != zPropIterObfuscated &&
-        ZPCategoryBasedCache_6_0::validateValue(key_.getChars(), out.getChars()) == 0)
+        !store_.rep_->isValidValue(key_.getChars(), out.getChars()))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 

@@ -108,7 +108,7 @@ ZPCache_6_0* ZProperties_6_0::Rep::setCompanion(ZProperties_6_0& store, char con
         restorer.emplace(*store.cache_);
     ZPCache_6_0* const target = edited != nullptr ? edited.get() : store.cache_;
     if (path != nullptr) {
-        requireValidValue(kReservedKey, path);
+        store.rep_->requireValidValue(kReservedKey, path);
         target->addLine(kReservedCategory, kReservedKey, path, 0);
     } else {
         target->delLine(kReservedCategory, kReservedKey);

@@ -86,14 +86,6 @@ void translateErrors(RaiseSite site, Body body)
     zstore::translateErrors(kSource, site, raise, body);
 }
 
-inline void requireValidValue(char const* key, char const* value)
-{
-    // An empty value leaves the key without values; its line is "key =".
-    if (value != nullptr && *value != '\0' &&
-        ZPCategoryBasedCache_6_0::validateValue(key, value) == 0)
-        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-}
-
 }  // namespace zproperties
 
 // A queued notice of a change.
@@ -167,6 +159,39 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     static unsigned long generation(ZProperties_6_0 const& store)
     {
         return store.cache_->generation() + store.rep_->replaced;
+    }
+
+    // Return whether a file of the store can hold a name or value. The cache decides, unless it is
+    // of a caller's class, which may lack these functions: then the rules of stanza files apply.
+    bool isValidCategory(char const* category) const
+    {
+        return (direct != nullptr ? direct->validCategory(category)
+                                  : ZPCategoryBasedCache_6_0::validateCategory(category)) != 0;
+    }
+    bool isValidKey(char const* category, char const* key) const
+    {
+        return (direct != nullptr ? direct->validKey(category, key)
+                                  : ZPCategoryBasedCache_6_0::validateKey(category, key)) != 0;
+    }
+    bool isValidValue(char const* key, char const* value) const
+    {
+        return (direct != nullptr ? direct->validValue(key, value)
+                                  : ZPCategoryBasedCache_6_0::validateValue(key, value)) != 0;
+    }
+
+    /// Check a key or a value that will be set.
+    void requireValidKey(char const* category, char const* key) const
+    {
+        if (!isValidKey(category, key))
+            ZInvalidParameterException_6_0().throwException(zproperties::kSource,
+                                                            zproperties::raiseForNewText);
+    }
+    void requireValidValue(char const* key, char const* value) const
+    {
+        // In a stanza file an empty value leaves the key without values; its line is "key =".
+        if (!zproperties::isEmpty(value) && !isValidValue(key, value))
+            ZInvalidParameterException_6_0().throwException(zproperties::kSource,
+                                                            zproperties::raiseForNewText);
     }
 
     /// Creates a notice. Call it before the change, so that the change is the last step that can

@@ -55,13 +55,6 @@ bool equalIgnoringCase(char const* lower, char const* text)
     return *text == '\0';
 }
 
-// Throws unless a line with these names would be read back as the same pair.
-void requireValidKey(char const* category, char const* key)
-{
-    if (ZPCategoryBasedCache_6_0::validateKey(category, key) == 0)
-        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-}
-
 // Converts to the local codeset. Throws if that fails: the empty result would overwrite the value.
 template <class UTF8>
 void toLocal(UTF8 const& value, ZLCString_6_0& local)
@@ -329,15 +322,15 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
 void ZProperties_6_0::setValue(char const* category, char const* key, char const* value,
                                int obfuscated)
 {
-    requireValidKey(category, key);
+    Hold const hold(*this);
+    rep_->requireValidKey(category, key);
     bool const reserved =
         strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
     if (obfuscated == 0)
-        requireValidValue(key, value);
+        rep_->requireValidValue(key, value);
     else if (reserved)  // an obfuscated entry is not in the file: load() would miss the companion
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
-    Hold const hold(*this);
     if (!isEmpty(value))
         checkAccess(category, key, obfuscated);
     cache_->addLine(category, key, value, obfuscated);
@@ -357,7 +350,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key, ZUTF8Strin
     toLocal(value, local);
     Hold const hold(*this);
     if (local.isEmpty()) {
-        requireValidKey(category, key);
+        rep_->requireValidKey(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }
@@ -377,7 +370,7 @@ void ZProperties_6_0::setValue(char const* category, char const* key,
     toLocal(value, local);
     Hold const hold(*this);
     if (local.isEmpty()) {
-        requireValidKey(category, key);
+        rep_->requireValidKey(category, key);
         if (Rep::hasValueWithoutUTF8(*this, category, key))
             ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     }
@@ -453,8 +446,8 @@ void ZProperties_6_0::addFileComment(char const* comment)
 
 void ZProperties_6_0::addEntryComment(char const* category, char const* key, char const* comment)
 {
-    requireValidKey(category, key);
     Hold const hold(*this);
+    rep_->requireValidKey(category, key);
     Rep::addComment(*this, comment, [&](ZPCache_6_0& cache, char const* line) {
         cache.addLineComment(category, key, line);
     });

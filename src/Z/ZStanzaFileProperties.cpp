@@ -87,10 +87,10 @@ private:
     std::unordered_set<std::string_view> strings_;
 };
 
-// Copies `values` in the local codeset to `strings` and checks that a file can represent them.
-// Returns whether one of them is an empty UTF-8 string.
-template <class Strings>
-bool copyNewValues(char const* key, ZArrayList_6_0 const& values, int obfuscated, Strings& strings)
+// Copies `values` in the local codeset to `strings`, after `check(text)` of each. Returns whether
+// one of them is an empty UTF-8 string.
+template <class Strings, class Check>
+bool copyNewValues(ZArrayList_6_0 const& values, Strings& strings, Check check)
 {
     bool hasEmptyUTF8 = false;
     for (unsigned i = 0; i < values.size(); ++i) {
@@ -99,8 +99,7 @@ bool copyNewValues(char const* key, ZArrayList_6_0 const& values, int obfuscated
             ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValues);
         ZLCString_6_0 converted;
         char const* const text = toLocal(*string, converted);
-        if (obfuscated == 0 && ZPCategoryBasedCache_6_0::validateValue(key, text) == 0)
-            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+        check(text);
         strings.add(text, zPropLocalStrings);
         hasEmptyUTF8 = hasEmptyUTF8 || (*text == '\0' && isUTF8(*string));
     }
@@ -197,12 +196,15 @@ void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key,
 void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
                                           ZArrayList_6_0 const& values, int obfuscated)
 {
-    if (ZPCategoryBasedCache_6_0::validateKey(stanza, key) == 0)
-        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     Hold const hold(*this);
+    if (!rep_->isValidKey(stanza, key))
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     // Check every new string before the first is stored.
     Rep::Strings strings;
-    bool const hasEmptyUTF8 = copyNewValues(key, values, obfuscated, strings);
+    bool const hasEmptyUTF8 = copyNewValues(values, strings, [&](char const* value) {
+        if (obfuscated == 0 && !rep_->isValidValue(key, value))
+            ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
+    });
     // The caller may have read the empty UTF-8 string in place of a value without a UTF-8 form.
     if (hasEmptyUTF8 && Rep::hasValueWithoutUTF8(*this, stanza, key))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
@@ -272,10 +274,10 @@ void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_
 
 void ZStanzaFileProperties_6_0::addStanza(char const* stanza)
 {
-    if (ZPCategoryBasedCache_6_0::validateCategory(stanza) == 0)
+    Hold const hold(*this);
+    if (!rep_->isValidCategory(stanza))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::added, stanza, nullptr);
-    Hold const hold(*this);
     cache().addLine(stanza, nullptr, 0);
     Rep::recordChange(*this, std::move(notice));
 }

@@ -41,15 +41,14 @@ void requireNotReserved(ZPCache_6_0 const& cache, char const* stanza, char const
 void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
                                           char const* const* values, unsigned count)
 {
-    if (ZPCategoryBasedCache_6_0::validateKey(stanza, key) == 0 ||
-        (values == nullptr && count != 0))
-        refuseText();
     Hold const hold(*this);
+    if (!rep_->isValidKey(stanza, key) || (values == nullptr && count != 0))
+        refuseText();
     Rep::Strings strings;
     for (unsigned i = 0; i < count; ++i) {
         if (values[i] == nullptr || (*values[i] == '\0' && count > 1))
             refuseText();
-        requireValidValue(key, values[i]);
+        rep_->requireValidValue(key, values[i]);
         strings.add(values[i], zPropLocalStrings);
     }
     if (count < 2) {
@@ -108,11 +107,11 @@ void ZStanzaFileProperties_6_0::removeValue(char const* stanza, char const* key,
 void ZStanzaFileProperties_6_0::renameKey(char const* stanza, char const* key, char const* newKey)
 {
     requireNames(stanza, key);
-    if (ZPCategoryBasedCache_6_0::validateKey(stanza, newKey) == 0)
+    Hold const hold(*this);
+    if (!rep_->isValidKey(stanza, newKey))
         refuseText();
     auto removed = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, key);
     auto set = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, newKey);
-    Hold const hold(*this);
     auto& cache = static_cast<ZSCFData_6_0&>(this->cache());
     if (cache.contains(stanza, key) == 0)
         throwMissing(*this, stanza, key);
@@ -123,7 +122,7 @@ void ZStanzaFileProperties_6_0::renameKey(char const* stanza, char const* key, c
     requireNotReserved(cache, stanza, key, stanza, newKey);
     auto values = cache.values(stanza, key, ZPCache_6_0::plainValues);
     for (Text value; values.next(value);)
-        requireValidValue(newKey, value.chars);
+        rep_->requireValidValue(newKey, value.chars);
     cache.renameKey(stanza, key, newKey);
     Rep::recordChange(*this, std::move(removed));
     Rep::recordChange(*this, std::move(set));
@@ -132,11 +131,11 @@ void ZStanzaFileProperties_6_0::renameKey(char const* stanza, char const* key, c
 void ZStanzaFileProperties_6_0::renameStanza(char const* stanza, char const* newStanza)
 {
     requireName(stanza);
-    if (ZPCategoryBasedCache_6_0::validateCategory(newStanza) == 0)
+    Hold const hold(*this);
+    if (!rep_->isValidCategory(newStanza))
         refuseText();
     auto removed = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, nullptr);
     auto added = Rep::makeNotice(ZPropertyChanged_6_0::added, newStanza, nullptr);
-    Hold const hold(*this);
     auto& cache = static_cast<ZSCFData_6_0&>(this->cache());
     if (cache.contains(stanza) == 0)
         throwMissing(*this, stanza, "");

@@ -717,7 +717,15 @@ TEST(SlotOrder, Caches)
                  {"addLineComment of a key", slot<void(Text, Text, Text)>(&C::addLineComment)},
                  {"clear", slot(&C::clear)},
                  {"setAttributes", slot(&C::setAttributes)},
-                 {"makeKey", slot(&C::makeKey)}});
+                 {"makeKey", slot(&C::makeKey)},
+                 {"makeEmpty", slot(&C::makeEmpty)},
+                 {"swapContents", slot(&C::swapContents)},
+                 {"obfuscatedItemCount", slot(&C::obfuscatedItemCount)},
+                 {"validCategory", slot(&C::validCategory)},
+                 {"validKey", slot(&C::validKey)},
+                 {"validValue", slot(&C::validValue)},
+                 {"readText", slot(&C::readText)},
+                 {"writeText", slot(&C::writeText)}});
     expectOrder("ZPKVList", slot(&ZHashKeyMap_6_0::listObjects) + 1,
                 {{"getKeys", slot(&ZPKVList_6_0::getKeys)}});
 }

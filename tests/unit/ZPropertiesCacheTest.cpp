@@ -279,6 +279,54 @@ TEST_F(ZProperties, StoreCallsTheOverridesOfItsCache)
     EXPECT_EQ("[s]\nk = A\nk = B\nnew =\n", directory_.read("conf"));
 }
 
+namespace {
+
+// A class that was compiled with an earlier version of the header has its own functions in the
+// slots that were appended since.
+class Earlier : public ZSCFData_6_0 {
+public:
+    using ZSCFData_6_0::ZSCFData_6_0;
+    ZPCache_6_0* clone() const override { return new Earlier(*this); }
+    ZPCache_6_0* makeEmpty() const override { return fail<ZPCache_6_0*>(); }
+    int swapContents(ZPCache_6_0&) override { return fail<int>(); }
+    int validCategory(char const*) const override { return fail<int>(); }
+    int validKey(char const*, char const*) const override { return fail<int>(); }
+    int validValue(char const*, char const*) const override { return fail<int>(); }
+    void readText(char const*, char const*, size_t) override { fail<int>(); }
+    void writeText(ZBuffer_6_0&) const override { fail<int>(); }
+
+private:
+    template <class Result>
+    static Result fail()
+    {
+        ADD_FAILURE() << "called";
+        return {};
+    }
+};
+
+}  // namespace
+
+TEST_F(ZProperties, AppendedFunctionsAreNotCalledForDerivedCaches)
+{
+    std::string const path = directory_.write("conf", "[s]\nk = a\n");
+    ZProperties_6_0 store(new Earlier);
+    store.load(path.c_str());
+    store.setValue("s", "k", "b");
+    store.setValue("s", "k", ZUTF8String_6_0(ZLCString_6_0("c")));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.setValue("s", "k=", "b"); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.setValue("s", "k", "b\nc"); }));
+    store.addEntryComment("s", "k", "# one");
+    ZAbstractPropertyValuesIterator_6_0 values(store, "s", "k", zPropLocalStrings, zPropIterAny);
+    values.nextValue();
+    values.changeValue("d");
+    values.addValue("e");
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { values.addValue("e\nf"); }));
+    store.setValue("s", "secret", "hidden", 1);
+    store.store(nullptr);
+    store.reload(nullptr);
+    EXPECT_EQ("d,e,", valuesOf(store, "s", "k"));
+}
+
 TEST_F(ZProperties, CommentsWithoutAHashSignAreRefusedForDerivedStanzaCachesToo)
 {
     std::string const path = directory_.write("conf", "[s]\nk = a\n");
