@@ -48,6 +48,12 @@ Contents::Kind kindOf(int obfuscated)
     return obfuscated != 0 ? Contents::obfuscated : Contents::plain;
 }
 
+// Views a value; null stays null.
+std::string_view valueView(char const* value)
+{
+    return value == nullptr ? std::string_view() : checkedView(value);
+}
+
 bool isNothing(char const* text)
 {
     return text == nullptr || *text == '\0';
@@ -145,7 +151,7 @@ void ZPCategoryBasedCache_6_0::add(char const* category, char const* key, char c
 {
     if (category == nullptr)
         return;
-    rep_->add(checkedView(category), checkedView(key), checkedView(value), kindOf(obfuscated));
+    rep_->add(checkedView(category), checkedView(key), valueView(value), kindOf(obfuscated));
     changed();
 }
 
@@ -158,7 +164,7 @@ void ZPCategoryBasedCache_6_0::set(char const* category, char const* key, char c
 {
     if (category == nullptr)
         return;
-    rep_->set(checkedView(category), checkedView(key), checkedView(value), Contents::plain);
+    rep_->set(checkedView(category), checkedView(key), valueView(value), Contents::plain);
     changed();
 }
 
@@ -172,7 +178,7 @@ void ZPCategoryBasedCache_6_0::setObfuscated(char const* category, char const* k
 {
     if (category == nullptr)
         return;
-    rep_->set(checkedView(category), checkedView(key), checkedView(value), Contents::obfuscated);
+    rep_->set(checkedView(category), checkedView(key), valueView(value), Contents::obfuscated);
     changed();
 }
 
@@ -339,7 +345,7 @@ void ZPCategoryBasedCache_6_0::addLine(char const* category, char const* key, ch
         return;
     }
     rep_->insertAtTemplates(KeptLines::keepsLines(*this));
-    rep_->addLine(checkedView(category), checkedView(key), checkedView(value), kindOf(obfuscated));
+    rep_->addLine(checkedView(category), checkedView(key), valueView(value), kindOf(obfuscated));
     changed();
 }
 
@@ -378,6 +384,7 @@ void ZPCategoryBasedCache_6_0::addLineComment(char const* category, char const* 
 void ZPCategoryBasedCache_6_0::clear()
 {
     Contents none;
+    none.setPolicy(rep_->policy());
     rep_->swap(none);
     rep_->kept.reset();
     ZPCache_6_0::clear();

@@ -119,7 +119,7 @@ void Contents::removeKey(Id id)
         keyExtras_.free(extraId);
     }
     if (keys_[id].line == 0)
-        freeKey(id, hashOf(name(keys_[id]), hashOf(name(categories_[keys_[id].category]))));
+        freeKey(id, keyHash(name(keys_[id]), categoryHash(name(categories_[keys_[id].category]))));
 }
 
 CategoryExtra& Contents::categoryExtraOf(Id category)
@@ -147,7 +147,7 @@ void Contents::dropCategoryExtra(Id id)
 void Contents::freeCategory(Id id)
 {
     std::string_view const name = this->name(categories_[id]);
-    categoryIndex_.remove(hashOf(name), id);
+    categoryIndex_.remove(categoryHash(name), id);
     arena_.drop(name);
     categories_.free(id);
 }

@@ -38,6 +38,8 @@ Contents::CommentBlock Contents::fileComment() const
         block.first = firstLine_;
         block.last = at;
     }
+    if (at != 0 && lines_[at].kind == headerLine && isTop(lines_[at].ref))
+        at = lines_[at].next;  // that header is not in the file
     bool const isOfNextLine =
         at != 0 && (lines_[at].kind == headerLine || lines_[at].kind == keyLine);
     return isOfNextLine ? CommentBlock{0, 0, 0} : block;
@@ -58,7 +60,7 @@ void Contents::unindexSection(Id category)
 void Contents::replaceComment(CommentBlock const& block, std::string_view comment)
 {
     bool const isRemoved = comment.data() == nullptr;
-    CommentSplitter const comments(isRemoved ? "" : comment);
+    CommentSplitter const comments(isRemoved ? "" : comment, policy_.comments);
     reserveComments(comments, 1, 0);
     unindexSection(block.category);
     lastLeading_ = 0;  // it may be one of the lines that are removed
@@ -80,7 +82,7 @@ void Contents::replaceComment(CommentBlock const& block, std::string_view commen
 
 void Contents::setFileComment(std::string_view comment)
 {
-    CommentSplitter const comments(comment);
+    CommentSplitter const comments(comment, policy_.comments);
     reserveComments(comments, 1, 0);
     Id const old = firstLine_;
     lastLeading_ = 0;

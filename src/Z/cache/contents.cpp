@@ -12,6 +12,7 @@ constexpr size_t kMinGarbage = 1 << 16;  // bytes; less is not worth compacting
 
 Contents::Contents(Contents const& other) : Contents()
 {
+    policy_ = other.policy_;
     categories_.copy(other.categories_);
     keys_.copy(other.keys_);
     values_.copy(other.values_);
@@ -76,6 +77,7 @@ Contents::~Contents()
 
 void Contents::swap(Contents& other)
 {
+    std::swap(policy_, other.policy_);
     arena_.swap(other.arena_);
     categories_.swap(other.categories_);
     categoryExtras_.swap(other.categoryExtras_);

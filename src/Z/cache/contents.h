@@ -22,6 +22,7 @@
 #include "hash_index.h"
 #include "line_treap.h"
 #include "name_hash.h"
+#include "policy.h"
 #include "records.h"
 #include "slot_pool.h"
 
@@ -43,9 +44,13 @@ public:
     Contents& operator=(Contents const&) = delete;
     ~Contents();
 
+    /// range   empty contents.
+    void setPolicy(Policy const& policy) { policy_ = policy; }
+    Policy const& policy() const { return policy_; }
+
     // --- lookup: find() and findCategory() also find detached ones
 
-    Id findCategory(std::string_view name) const { return findCategory(name, hashOf(name)); }
+    Id findCategory(std::string_view name) const { return findCategory(name, categoryHash(name)); }
 
     // The hashes of two names, and the ids found; 0 if not found.
     struct LookupResult {
@@ -100,7 +105,7 @@ public:
     // --- changes of values
 
     /// Each creates the category, the key unless its name is empty, and the value unless it is
-    /// empty.
+    /// null, or empty if the policy has no empty values.
     void add(std::string_view category, std::string_view key, std::string_view value, Kind kind);
     void set(std::string_view category, std::string_view key, std::string_view value, Kind kind)
     {
@@ -202,6 +207,10 @@ public:
     /// Frees the memory of garbage strings if they are more than half of the strings in use.
     void compact();
 
+    /// Returns whether a category has the keys above the first header. Its own header is no line of
+    /// the file.
+    bool isTop(Id id) const { return policy_.hasTop && name(categories_[id]) == kTopCategory; }
+
     size_t memoryUsed() const;
 
     /// Returns the estimated size of the text of the file.
@@ -220,6 +229,15 @@ private:
         insideArena
     };  // of a name: reviving copies it to the arena if it is outside
 
+    uint32_t categoryHash(std::string_view name) const { return policy_.categories.hash(name, 0); }
+    uint32_t keyHash(std::string_view name, uint32_t categoryHash) const
+    {
+        return policy_.keys.hash(name, categoryHash);
+    }
+    bool isValue(std::string_view value) const
+    {
+        return policy_.keepsEmpty ? value.data() != nullptr : !value.empty();
+    }
     Id findCategory(std::string_view name, uint32_t hash) const;
     Id findKey(Id category, std::string_view name, uint32_t hash) const;
     Id findKey(std::string_view category, std::string_view name, uint32_t hash) const;
@@ -264,6 +282,8 @@ private:
     void freeLine(Id line);
     void linkHeader(Id category);
     void appendHeader(Id category);
+    void insertTopHeader(Id category);
+    size_t templateKey(Id line, char* key, size_t capacity) const;
     Id insertionPoint(Id category, std::string_view key) const;
     Id insertionPointByScan(Id category, std::string_view key) const;
     void createKeyLine(Id key);
@@ -282,6 +302,7 @@ private:
     void forgetTemplate(Id category, Id line);
     Id findTemplate(Id category, std::string_view key) const;
 
+    Policy policy_;
     Arena arena_;
     SlotPool<Category> categories_;
     SlotPool<CategoryExtra> categoryExtras_;

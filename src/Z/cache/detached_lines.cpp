@@ -20,7 +20,7 @@ void Contents::dropSection(Id id)
 // Returns a category; a missing one is created detached. Requires memory for it and its name.
 Id Contents::ensureCategory(std::string_view name)
 {
-    uint32_t const hash = hashOf(name);
+    uint32_t const hash = categoryHash(name);
     Id const known = findCategory(name, hash);
     return known != 0 ? known : createCategory(arena_.add(name), hash);
 }
@@ -139,7 +139,7 @@ void Contents::undoRestartSection(std::string_view name)
 
 void Contents::commentStanza(std::string_view name, std::string_view comment)
 {
-    CommentSplitter const comments(comment);
+    CommentSplitter const comments(comment, policy_.comments);
     reserveLines(comments.count() + 3);
     reserveFor(name, {}, {});
     reserveComments(comments, 3, name.size() + 1);
@@ -149,7 +149,7 @@ void Contents::commentStanza(std::string_view name, std::string_view comment)
 void Contents::commentKey(std::string_view categoryName, std::string_view name,
                           std::string_view comment)
 {
-    CommentSplitter const comments(comment);
+    CommentSplitter const comments(comment, policy_.comments);
     ensureKeyLine(categoryName, name);
     reserveComments(comments, 1, 0);
     commentKey(find(categoryName, name).key, comments);

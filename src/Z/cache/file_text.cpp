@@ -76,6 +76,7 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
             continue;
         if (line.kind == headerLine) {
             document.addStanza(contents.text(line), isBelow);
+            isBelowBlank = isBelow && contents.isTop(line.ref);  // its header is not in the file
         } else if (line.kind == commentLine) {
             document.addComment(contents.text(line), isBelow);
         } else if (contents.key(line.ref).isLive) {

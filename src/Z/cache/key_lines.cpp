@@ -6,12 +6,18 @@
 
 namespace zcache {
 
+// Stores the key of the template on `line` in `key`; returns its length, or 0.
+size_t Contents::templateKey(Id line, char* key, size_t capacity) const
+{
+    return zstanza::extractTemplateKey(text(lines_[line]), policy_.comments, key, capacity);
+}
+
 // Records the comment on `line`, which is in the section's treap, if it is the first template for
 // its key. Requires memory for a template and its key.
 void Contents::recordTemplate(Id category, Id line)
 {
     char text[zstanza::kLineBufferSize];
-    std::string_view const key(text, zstanza::extractTemplateKey(this->text(lines_[line]), text));
+    std::string_view const key(text, templateKey(line, text, sizeof text));
     if (key.empty())
         return;
     if (Id const known = findTemplate(category, key); known != 0) {
@@ -27,7 +33,7 @@ void Contents::recordTemplate(Id category, Id line)
 void Contents::forgetTemplate(Id category, Id line)
 {
     char text[zstanza::kLineBufferSize];
-    std::string_view const key(text, zstanza::extractTemplateKey(this->text(lines_[line]), text));
+    std::string_view const key(text, templateKey(line, text, sizeof text));
     Id const id = key.empty() ? 0 : findTemplate(category, key);
     if (id == 0)
         return;
@@ -115,7 +121,8 @@ Id Contents::insertionPointByScan(Id id, std::string_view key) const
                 if (isTemplateSeen && lines_[line].isBelowBlank)
                     return lines_[line].previous;
                 isTemplateSeen =
-                    isTemplateSeen || zstanza::isTemplateFor(key, arena_.at(lines_[line].ref));
+                    isTemplateSeen ||
+                    zstanza::isTemplateFor(key, policy_.comments, arena_.at(lines_[line].ref));
                 if (isTemplateSeen && insertsAtTemplates_)
                     return line;
                 break;

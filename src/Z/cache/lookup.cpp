@@ -8,13 +8,14 @@ namespace zcache {
 
 Id Contents::findCategory(std::string_view name, uint32_t hash) const
 {
-    return categoryIndex_.find(hash, [&](Id id) { return this->name(categories_[id]) == name; });
+    return categoryIndex_.find(
+        hash, [&](Id id) { return policy_.categories.matches(this->name(categories_[id]), name); });
 }
 
 Id Contents::findKey(Id category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return keys_[id].category == category && this->name(keys_[id]) == name;
+        return keys_[id].category == category && policy_.keys.matches(this->name(keys_[id]), name);
     });
 }
 
@@ -37,7 +38,7 @@ Id Contents::liveKey(char const* categoryName, char const* name) const
         return 0;
     std::string_view const category(categoryName, categoryLength);
     std::string_view const view(name, length);
-    Id const key = findKey(category, view, hashOf(view, hashOf(category)));
+    Id const key = findKey(category, view, keyHash(view, categoryHash(category)));
     return key != 0 && keys_[key].isLive ? key : 0;
 }
 
@@ -45,16 +46,16 @@ Id Contents::liveKey(char const* categoryName, char const* name) const
 Id Contents::findKey(std::string_view category, std::string_view name, uint32_t hash) const
 {
     return keyIndex_.find(hash, [&](Id id) {
-        return this->name(keys_[id]) == name &&
-               this->name(categories_[keys_[id].category]) == category;
+        return policy_.keys.matches(this->name(keys_[id]), name) &&
+               policy_.categories.matches(this->name(categories_[keys_[id].category]), category);
     });
 }
 
 Contents::LookupResult Contents::find(std::string_view category, std::string_view key) const
 {
     LookupResult found = {};
-    found.categoryHash = hashOf(category);
-    found.hash = hashOf(key, found.categoryHash);
+    found.categoryHash = categoryHash(category);
+    found.hash = keyHash(key, found.categoryHash);
     found.key = key.empty() ? 0 : findKey(category, key, found.hash);
     found.category =
         found.key == 0 ? findCategory(category, found.categoryHash) : keys_[found.key].category;

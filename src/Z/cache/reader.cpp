@@ -76,6 +76,10 @@ void Reader::insertHeader(QueuedLine const& line)
     Contents& contents = contents_;
     Id const known = contents.findCategory(line.text, line.hash);
     if (known != 0 && contents.categories_[known].isLive) {
+        if (contents.policy_.joinsHeads) {
+            joinSection(known);
+            return;
+        }
         duplicate_ = {line.text, line.lineNumber, line.indent};
         return;
     }
@@ -90,17 +94,64 @@ void Reader::insertHeader(QueuedLine const& line)
     Id const id = contents.createCategory(line.text, line.hash);
     if (known != 0)
         contents.categoryExtraOf(id).replaced = known;
-    contents.categories_[id].header = append(headerLine, id);
+    joinedEnd_ = 0;
+    if (contents.isTop(id))
+        insertTopHeader(id);
+    else
+        contents.categories_[id].header = append(headerLine, id);
     contents.linkCategory(id);
     contents.linkHeader(id);
     category_ = id;
+}
+
+// Inserts the hidden header of the first keys, above the comments right above them. Requires memory
+// for a line.
+void Reader::insertTopHeader(Id id)
+{
+    Contents& contents = contents_;
+    Id before = contents.lastLine_;
+    for (bool isAbove = true; isAbove && before != 0;) {
+        Line const& line = contents.lines_[before];
+        isAbove = line.kind == commentLine && !line.isBelowBlank;
+        if (line.kind != commentLine)
+            break;
+        before = line.previous;
+    }
+    contents.categories_[id].header = contents.createLine(headerLine, id, 0, before);
+    if (contents.categories_[id].header != contents.lastLine_)
+        contents.categories_[id].expectComment();
+}
+
+// Continues the section of a category. The new lines follow its last line, but the comments right
+// above the next header stay there.
+void Reader::joinSection(Id id)
+{
+    Contents& contents = contents_;
+    category_ = id;
+    joinedEnd_ = 0;
+    Id const next = contents.categories_[id].nextHeader;
+    if (next == 0) {
+        // A comment above the repeated header is not a comment of the next key.
+        contents.lines_.reserve(1);
+        if (contents.lines_[contents.lastLine_].kind == commentLine)
+            append(blankLine, 0);
+        return;
+    }
+    auto const [known, isNew] = joinedEnds_.try_emplace(id, 0);
+    if (isNew) {
+        Id last = contents.lines_[contents.categories_[next].header].previous;
+        while (contents.lines_[last].kind == commentLine)
+            last = contents.lines_[last].previous;
+        known->second = last;
+    }
+    joinedEnd_ = known->second;
 }
 
 void Reader::insertComment(QueuedLine const& line)
 {
     Contents& contents = contents_;
     StringId const text = contents.arena_.idOf(line.text.data());
-    Id const last = contents.lastLine_;
+    Id const last = lastLine();
     if (last != lastLine_ && contents.lines_[last].kind == blankLine) {
         contents.lines_[last].kind = commentLine;
         contents.lines_[last].isBelowBlank = 1;
@@ -109,14 +160,21 @@ void Reader::insertComment(QueuedLine const& line)
         contents.lines_.reserve(1);
         append(commentLine, text);
     }
-    if (contents.lastHeader_ != 0)
-        contents.categories_[contents.lastHeader_].expectComment();
+    Id const section = joinedEnd_ != 0 ? category_ : contents.lastHeader_;
+    if (section != 0)
+        contents.categories_[section].expectComment();
 }
 
 // Appends a line. Requires memory for it.
 Id Reader::append(LineKind kind, uint32_t ref)
 {
     Contents& contents = contents_;
+    if (joinedEnd_ != 0) {
+        // The treap of the section is not built yet.
+        joinedEnd_ = contents.createLine(kind, ref, 0, joinedEnd_);
+        joinedEnds_[category_] = joinedEnd_;
+        return joinedEnd_;
+    }
     Id const id = contents.lines_.allocate();
     Id const last = std::exchange(contents.lastLine_, id);
     contents.lines_[id] = {last & kMaxRecords, kind, 0, 0, ref};
@@ -145,7 +203,7 @@ void Reader::insertKey(QueuedLine const& line)
     } else {
         contents.arena_.drop(line.text);
     }
-    if (!line.value.empty())
+    if (contents.isValue(line.value))
         contents.appendValue(id, line.value, Contents::plain);
 }
 
@@ -174,7 +232,7 @@ void Reader::undo()
     Contents& contents = contents_;
     while (contents.lastHeader_ != lastHeader_) {
         Id const id = contents.lastHeader_;
-        uint32_t const hash = hashOf(contents.name(contents.categories_[id]));
+        uint32_t const hash = contents.categoryHash(contents.name(contents.categories_[id]));
         Id const old =
             contents.categories_[id].extra == 0 ? 0 : contents.categoryExtraOf(id).replaced;
         contents.removeCategory(id);

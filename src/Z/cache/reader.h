@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string_view>
+#include <unordered_map>
 
 #include "../stanza/line_splitter.h"
 #include "../stanza/parser.h"
@@ -39,17 +40,18 @@ public:
 
     void addHeader(std::string_view name, int lineNumber, int indent)
     {
-        categoryHash_ = hashOf(name);
+        categoryHash_ = contents_.categoryHash(name);
         contents_.categoryIndex_.prefetch(categoryHash_);
         push({headerLine, categoryHash_, name, {}, lineNumber, indent});
     }
     void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0, 0}); }
     void addBlank() { push({blankLine, 0, {}, {}, 0, 0}); }
 
-    /// Adds a key to the category of the last header, which must exist.
+    /// Adds a key to the category of the last header, which must exist. A null value, or an empty
+    /// one if the policy has no empty values, adds no value.
     void addKey(std::string_view name, std::string_view value)
     {
-        uint32_t const hash = hashOf(name, categoryHash_);
+        uint32_t const hash = contents_.keyHash(name, categoryHash_);
         contents_.keyIndex_.prefetch(hash);
         push({keyLine, hash, name, value, 0, 0});
     }
@@ -98,7 +100,10 @@ private:
     void insertHeader(QueuedLine const& line);
     void insertKey(QueuedLine const& line);
     void insertComment(QueuedLine const& line);
+    void joinSection(Id category);
+    void insertTopHeader(Id category);
     Id append(LineKind kind, uint32_t ref);
+    Id lastLine() const { return joinedEnd_ != 0 ? joinedEnd_ : contents_.lastLine_; }
     void undo();
 
     Contents& contents_;
@@ -110,6 +115,8 @@ private:
     Id lastKeyLine_ = 0;        // if not: its last key line
     PoolSizes const sizes_;
     size_t copiedBytes_ = 0;  // by copy(), with zero bytes
+    Id joinedEnd_ = 0;        // the last line of a section that a repeated header continues, or 0
+    std::unordered_map<Id, Id> joinedEnds_;  // the same, by category
     zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
     bool isAdopted_ = false;
     bool isDone_ = false;

@@ -31,7 +31,7 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
     std::string_view const kept = arena_.add(newName);
     key.name = arena_.idOf(kept.data());
     key.nameLength = Arena::encodeLength(kept);
-    keyIndex_.add(hashOf(kept, found.categoryHash), found.key);
+    keyIndex_.add(keyHash(kept, found.categoryHash), found.key);
     if (key.extra != 0)
         delete std::exchange(keyExtras_[key.extra].name, nullptr);
 }
@@ -41,13 +41,13 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     arena_.reserve(newName.size() + 1);
     // A removed category of the new name may have left its lines.
     deleteStanza(newName);
-    uint32_t const oldHash = hashOf(oldName);
-    uint32_t const newHash = hashOf(newName);
+    uint32_t const oldHash = categoryHash(oldName);
+    uint32_t const newHash = categoryHash(newName);
     Id const id = findCategory(oldName, oldHash);
     // The index of keys contains the names of their categories.
     forEachKeyOf(id, [&](Id key) {
-        keyIndex_.remove(hashOf(name(keys_[key]), oldHash), key);
-        keyIndex_.add(hashOf(name(keys_[key]), newHash), key);
+        keyIndex_.remove(keyHash(name(keys_[key]), oldHash), key);
+        keyIndex_.add(keyHash(name(keys_[key]), newHash), key);
     });
     Category& category = categories_[id];
     categoryIndex_.remove(oldHash, id);

@@ -14,6 +14,23 @@ void Contents::linkHeader(Id id)
     lastHeader_ = id;
 }
 
+// Inserts the hidden header of the top category at the start of the file, after its comment and a
+// blank line. Requires reserveLines(2).
+void Contents::insertTopHeader(Id id)
+{
+    Category& category = categories_[id];
+    Id before = fileComment().last;
+    if (before != 0 && (lines_[before].next == 0 || !lines_[lines_[before].next].hasBlank()))
+        before = createLine(blankLine, 0, 0, before);
+    category.header = createLine(headerLine, id, 0, before);
+    category.previousHeader = 0;
+    category.nextHeader = firstHeader_;
+    (firstHeader_ == 0 ? lastHeader_ : categories_[firstHeader_].previousHeader) = id;
+    firstHeader_ = id;
+    category.expectComment();  // its section may begin with comments
+    lastLeading_ = 0;
+}
+
 // Appends a blank line and the header of a category that has no header. Requires reserveLines(2).
 //
 // KEPT: a new file starts with the blank line, too. A program that verifies the files that it has
@@ -21,6 +38,10 @@ void Contents::linkHeader(Id id)
 // Test: ZPropertiesImplLines.KeepsABlankLineAtTheTopOfANewFile
 void Contents::appendHeader(Id id)
 {
+    if (isTop(id)) {
+        insertTopHeader(id);
+        return;
+    }
     createLine(blankLine, 0, lastHeader_, lastLine_);
     categories_[id].header = createLine(headerLine, id, 0, lastLine_);
     linkHeader(id);
@@ -35,14 +56,14 @@ void Contents::removeSection(Id id)
     Category& category = categories_[id];
     Id const before = lines_[category.header].previous;
     Id const end = category.nextHeader == 0 ? 0 : categories_[category.nextHeader].header;
-    uint32_t const categoryHash = hashOf(name(category));
+    uint32_t const hash = categoryHash(name(category));
     for (Id line = category.header; line != end;) {
         Id const next = lines_[line].next;
         // In a cache of a derived class a key may still have values: only its line is removed.
         if (lines_[line].kind == keyLine && keys_[lines_[line].ref].isLive)
             keys_[lines_[line].ref].line = 0;
         else if (lines_[line].kind == keyLine)
-            freeKey(lines_[line].ref, hashOf(name(keys_[lines_[line].ref]), categoryHash));
+            freeKey(lines_[line].ref, keyHash(name(keys_[lines_[line].ref]), hash));
         else if (lines_[line].kind == commentLine && category.tree() != 0)
             forgetTemplate(id, line);
         freeLine(line);
@@ -73,7 +94,7 @@ void Contents::addStanzaLine(std::string_view name)
     reserveFor(name, {}, {});
     if (known != 0)
         removeDetachedSection(known);
-    appendHeader(reviveCategory(0, name, hashOf(name)));
+    appendHeader(reviveCategory(0, name, categoryHash(name)));
 }
 
 void Contents::deleteStanza(std::string_view name)

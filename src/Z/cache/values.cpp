@@ -80,7 +80,7 @@ void Contents::add(std::string_view category, std::string_view key, std::string_
     LookupResult const found = find(category, key);
     Id const old = found.key;
     if (old != 0 && findExtra(old) != nullptr && findExtra(old)->lists[kind] != nullptr) {
-        if (!value.empty()) {
+        if (isValue(value)) {
             NewString string;
             string.create(value);
             string.appendTo(*findExtra(old)->lists[kind]);
@@ -94,7 +94,7 @@ void Contents::add(std::string_view category, std::string_view key, std::string_
     if (key.empty())
         return;
     Id const keyId = reviveKey(old, id, key, found.hash);
-    if (value.empty())
+    if (!isValue(value))
         return;
     appendValue(keyId, arena_.add(value), kind);
     if (kind == obfuscated)
@@ -108,10 +108,10 @@ Id Contents::set(LookupResult const& found, std::string_view category, std::stri
     ZArrayList_6_0* const list =
         old == 0 || findExtra(old) == nullptr ? nullptr : findExtra(old)->lists[kind];
     NewString string;
-    if (list != nullptr && !value.empty())
+    if (list != nullptr && isValue(value))
         string.create(value);
     // Removing the values of a key must not fail.
-    if (old == 0 || !keys_[old].isLive || !value.empty())
+    if (old == 0 || !keys_[old].isLive || isValue(value))
         reserveFor(category, key, value);
     Id const id = reviveCategory(found.category, category, found.categoryHash);
     if (key.empty())
@@ -119,12 +119,12 @@ Id Contents::set(LookupResult const& found, std::string_view category, std::stri
     Id const keyId = reviveKey(old, id, key, found.hash);
     // Copy `value` first: it may view a value that is removed.
     std::string_view const kept =
-        list != nullptr || value.empty() ? std::string_view() : arena_.add(value);
+        list != nullptr || !isValue(value) ? std::string_view() : arena_.add(value);
     dropValues(keyId, obfuscated);
     dropValues(keyId, plain);
-    if (kind == plain || value.empty())
+    if (kind == plain || !isValue(value))
         removeItem(keyId);
-    if (value.empty())
+    if (!isValue(value))
         return keyId;
     if (list != nullptr)
         string.appendTo(*list);  // does not throw: the list keeps capacity for one

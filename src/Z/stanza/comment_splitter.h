@@ -5,15 +5,15 @@
 
 #include <string_view>
 
-#include "limits.h"
+#include "comment_form.h"
 
 namespace zstanza {
 
 // Splits a comment at newlines, and where a line would be too long to be read back as one line.
-// Every line after the first needs a "#": the caller adds a missing one.
+// Every line after the first needs a mark: the caller adds a missing one.
 class CommentSplitter {
 public:
-    explicit CommentSplitter(std::string_view comment)
+    explicit CommentSplitter(std::string_view comment, CommentForm const& form = {}) : form_(form)
     {
         char const* const end = comment.data() + comment.size();
         isClosed_ = !comment.empty() && end[-1] == '\n';  // no line follows the last newline
@@ -26,10 +26,10 @@ public:
     }
 
     size_t count() const { return count_; }
-    size_t bytes() const { return bytes_; }  // of all lines with a missing "#" and a zero byte
+    size_t bytes() const { return bytes_; }  // of all lines with a missing mark and a zero byte
 
     /// Calls `call(bool lacksMark, std::string_view line)` for each line; `lacksMark` is true
-    /// if the "#" is missing.
+    /// if the mark is missing.
     template <class Call>
     void forEachLine(Call call) const
     {
@@ -41,15 +41,15 @@ public:
 
 private:
     CommentSplitter(CommentSplitter const& other, int)
-        : rest_(other.rest_), isClosed_(other.isClosed_)
+        : form_(other.form_), rest_(other.rest_), isClosed_(other.isClosed_)
     {
     }
 
-    bool lacksMark() const { return !isFirst_ && (rest_.empty() || rest_[0] != '#'); }
+    bool lacksMark() const { return !isFirst_ && (rest_.empty() || !form_.isMark(rest_[0])); }
 
     std::string_view line() const
     {
-        size_t const maxLength = kMaxLineLength - (lacksMark() ? 1 : 0);
+        size_t const maxLength = form_.maxLength - (lacksMark() ? 1 : 0);
         size_t const longest = rest_.size() < maxLength ? rest_.size() : maxLength;
         void const* const newline = memchr(rest_.data(), '\n', longest);
         return {rest_.data(),
@@ -72,6 +72,7 @@ private:
         return true;
     }
 
+    CommentForm const form_;
     std::string_view rest_;
     bool isClosed_ = false;
     bool isFirst_ = true;

@@ -1,0 +1,234 @@
+// The contents of a cache under the policies of several file formats.
+#include "Z/cache/contents.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Z/cache/file_text.h"
+#include "Z/cache/reader.h"
+#include "Z/stanza/comment_template.h"
+
+using zcache::Contents;
+using zcache::Policy;
+using zcache::Reader;
+
+namespace {
+
+Policy everything()
+{
+    Policy policy;
+    policy.keepsEmpty = policy.joinsHeads = policy.hasTop = true;
+    policy.categories.foldsCase = policy.keys.foldsCase = true;
+    policy.comments = {"#;", "=:", 1 << 20};
+    return policy;
+}
+
+// Reads lines: "[a]", "# comment", "", "k", "k=v".
+void read(Reader& reader, std::string const& text)
+{
+    bool hasHeader = false;
+    for (size_t at = 0; at < text.size();) {
+        size_t const end = text.find('\n', at);
+        std::string_view const line = reader.copy(std::string_view(text).substr(at, end - at));
+        at = end + 1;
+        size_t const separator = line.find('=');
+        if (line.empty()) {
+            reader.addBlank();
+        } else if (line[0] == '[') {
+            hasHeader = true;
+            reader.addHeader(reader.copy(line.substr(1, line.size() - 2)), 1, 0);
+        } else if (line[0] == '#' || line[0] == ';') {
+            reader.addComment(line);
+        } else {
+            if (!std::exchange(hasHeader, true))
+                reader.addHeader(reader.copy("."), 1, 0);
+            std::string_view const value =
+                separator == line.npos ? std::string_view() : line.substr(separator + 1);
+            reader.addKey(reader.copy(line.substr(0, separator)), value);
+        }
+    }
+}
+
+void readAll(Contents& contents, std::string const& text)
+{
+    Reader reader(contents);
+    read(reader, text);
+    reader.finish();
+}
+
+std::string described(Contents const& contents)
+{
+    zlines::Document document;
+    zcache::describe(contents, contents.policy().keepsEmpty, document);
+    std::string out;
+    for (zlines::Stanza const& stanza : document.stanzas) {
+        if (&stanza != &document.stanzas.front())
+            out += (stanza.isBelowBlank ? " [" : "[") + std::string(stanza.name) + "]";
+        for (uint32_t i = 0; i < stanza.entryCount; ++i) {
+            zlines::Entry const& entry = document.entries[stanza.firstEntry + i];
+            out += (entry.isBelowBlank ? " " : "") + std::string(entry.text);
+            for (uint32_t v = 0; v < entry.valueCount; ++v)
+                out += "=" + std::string(document.values[entry.firstValue + v]);
+            out += ",";
+        }
+    }
+    return out;
+}
+
+std::string textOf(Contents const& contents, Contents::CommentBlock const& block)
+{
+    return block.first == 0 ? "" : std::string(contents.text(contents.line(block.first)));
+}
+
+}  // namespace
+
+TEST(CommentTemplate, HasNoKeyThatExceedsTheBuffer)
+{
+    char key[8];
+    EXPECT_EQ(8U, zstanza::extractTemplateKey("# 1234 5678 =", {}, key, sizeof key));
+    EXPECT_EQ(0U, zstanza::extractTemplateKey("# 1234 56789 =", {}, key, sizeof key));
+}
+
+TEST(CommentTemplate, OfALongCommentIsIgnored)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    readAll(contents, "[a]\n; " + std::string(20000, 'x') + " = 1\n\nk=1\n");
+    contents.insertAtTemplates(true);
+    contents.addLine("a", "l", "2", Contents::plain);
+    contents.addLine("a", std::string(20000, 'x'), "3", Contents::plain);
+    EXPECT_EQ(6U, contents.lineCount());
+}
+
+TEST(CommentTemplate, HasTheMarksAndSeparatorsOfTheFormat)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    readAll(contents, "[a]\n;l : 2\n\nk=1\n");
+    contents.insertAtTemplates(true);
+    contents.addLine("a", "l", "2", Contents::plain);
+    EXPECT_EQ("[a];l : 2,l=2, k=1,", described(contents));
+}
+
+TEST(Cache, KeepsEmptyValuesIfTheFormatHasThem)
+{
+    for (bool const keeps : {false, true}) {
+        Policy policy;
+        policy.keepsEmpty = keeps;
+        Contents contents;
+        contents.setPolicy(policy);
+        readAll(contents, "[a]\nk=1\nk=\nk=2\nalone\nempty=\n");
+        EXPECT_EQ(keeps ? "[a]k=1==2,alone,empty=," : "[a]k=1=2,alone,empty,", described(contents));
+        contents.set("a", "k", "", Contents::plain);
+        contents.add("a", "k", "", Contents::plain);
+        contents.set("a", "empty", {}, Contents::plain);
+        EXPECT_EQ(keeps ? "[a]k==,alone,empty," : "[a]k,alone,empty,", described(contents));
+        Contents const copy(contents);
+        EXPECT_EQ(described(contents), described(copy));
+    }
+}
+
+TEST(Cache, RepeatedHeaderContinuesItsStanza)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    readAll(contents, "[a]\nk=1\n\n# b\n[b]\nx=1\n[a]\nl=2\n# m\nm=3\n[B]\ny=2\n[a]\nn=4\n");
+    EXPECT_EQ("[a]k=1,l=2,# m,m=3,n=4, # b,[b]x=1,y=2,", described(contents));
+    EXPECT_EQ("# b", textOf(contents, contents.stanzaComment(contents.liveCategory("b"))));
+    EXPECT_EQ("# m", textOf(contents, contents.keyComment(contents.liveKey("a", "m"))));
+    contents.addLine("a", "o", "5", Contents::plain);
+    EXPECT_EQ("[a]k=1,l=2,# m,m=3,n=4,o=5, # b,[b]x=1,y=2,", described(contents));
+    contents.deleteStanza("b");
+    EXPECT_EQ("[a]k=1,l=2,# m,m=3,n=4,o=5, # b,", described(contents));
+}
+
+TEST(Cache, CommentAboveARepeatedHeaderIsNotOfTheNextKey)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    readAll(contents, "[a]\nk=1\n# again\n[a]\nl=2\n");
+    EXPECT_EQ("", textOf(contents, contents.keyComment(contents.liveKey("a", "l"))));
+    EXPECT_EQ("[a]k=1,# again, l=2,", described(contents));
+}
+
+TEST(Cache, KeysAboveTheFirstHeaderAreAStanza)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    readAll(contents, "# file\n\n# k\nk=1\n# a\n[a]\nl=2\n");
+    EXPECT_EQ("# file,[.] # k,k=1,# a,[a]l=2,", described(contents));
+    EXPECT_EQ("# file", textOf(contents, contents.fileComment()));
+    EXPECT_EQ("# k", textOf(contents, contents.keyComment(contents.liveKey(".", "k"))));
+    EXPECT_EQ("# a", textOf(contents, contents.stanzaComment(contents.liveCategory("a"))));
+    contents.addLine(".", "m", "3", Contents::plain);
+    EXPECT_EQ("# file,[.] # k,k=1,m=3,# a,[a]l=2,", described(contents));
+}
+
+TEST(Cache, NewKeyAboveTheFirstHeaderFollowsTheCommentOfTheFile)
+{
+    struct Case {
+        char const* text;
+        char const* expected;
+    };
+    Case const cases[] = {
+        {"", "[.]k=1,"},
+        {"# a\n[a]\nl=2\n", "[.]k=1,# a,[a]l=2,"},
+        {"# file\n\n# a\n[a]\nl=2\n", "# file,[.]k=1, # a,[a]l=2,"},
+        {"# file\n\n[a]\n", "# file,[.]k=1, [a]"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.text);
+        Contents contents;
+        contents.setPolicy(everything());
+        readAll(contents, c.text);
+        contents.addLine(".", "k", "1", Contents::plain);
+        EXPECT_EQ(c.expected, described(contents));
+        contents.addLine(".", "m", "2", Contents::plain);
+        contents.deleteLine(".", "m");
+        EXPECT_EQ(c.expected, described(contents));
+        EXPECT_EQ(contents.liveCategory("."), contents.firstHeader());
+    }
+}
+
+TEST(Cache, NamesAreFoundHoweverTheyAreSpelled)
+{
+    Policy policy = everything();
+    policy.categories.foldsUpToDot = true;
+    policy.keys.dropsBlanks = policy.keys.dashIsUnderscore = true;
+    Contents contents;
+    contents.setPolicy(policy);
+    readAll(contents, "[Net.Wet]\nRead Only=1\n[net.Wet]\nmax-size=2\nreadONLY=3\n");
+    EXPECT_EQ("[Net.Wet]Read Only=1=3,max-size=2,", described(contents));
+    EXPECT_NE(0U, contents.liveKey("NET.Wet", "READ\tonly"));
+    EXPECT_NE(0U, contents.liveKey("net.Wet", "MAX_SIZE"));
+    EXPECT_EQ(0U, contents.liveCategory("net.wet"));
+    contents.renameKey("net.Wet", "Max_Size", "Room Left");
+    EXPECT_NE(0U, contents.liveKey("net.Wet", "roomleft"));
+    EXPECT_EQ(0U, contents.liveKey("net.Wet", "max-size"));
+    contents.renameCategory("NET.Wet", "Dry");
+    EXPECT_EQ("[Dry]Read Only=1=3,Room Left=2,", described(contents));
+    contents.deleteLine("dry", "read only");
+    contents.deleteStanza("DRY");
+    EXPECT_EQ("", described(contents));
+    std::string const longName(1000, 'K');
+    contents.addLine("x", longName, "1", Contents::plain);
+    EXPECT_NE(0U, contents.liveKey("X", std::string(1000, 'k').c_str()));
+    EXPECT_EQ(0U, contents.liveKey("X", std::string(999, 'k').c_str()));
+}
+
+TEST(Cache, ReadThatIsNotFinishedLeavesNothing)
+{
+    Contents contents;
+    contents.setPolicy(everything());
+    {
+        Reader reader(contents);
+        read(reader, "# file\n\nk=1\n[a]\nl=1\n# b\n[b]\nm=1\n[a]\nn=1\n# end\n");
+        reader.flush();
+    }
+    EXPECT_EQ("", described(contents));
+    EXPECT_EQ(0U, contents.lineCount());
+    EXPECT_EQ(0U, contents.categoryCount());
+    readAll(contents, "k=1\n[a]\nl=1\n");
+    EXPECT_EQ("[.]k=1,[a]l=1,", described(contents));
+}
