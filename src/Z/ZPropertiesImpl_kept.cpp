@@ -60,12 +60,11 @@ std::string ZPCategoryBasedCache_6_0::KeptLines::textBeforeReading(Cache const& 
         return {};
     zlines::Document document;
     describe(cache, document);
-    std::vector<uint32_t> movedComments = kept->movedComments;
+    zlines::TextHistory history = kept->history;
     std::string text;
     try {
-        return zlines::rewrite(kept->text, kept->dialect, document, movedComments, text)
-                   ? text
-                   : kept->text;
+        return zlines::rewrite(kept->text, kept->dialect, document, history, text) ? text
+                                                                                   : kept->text;
     } catch (zlines::Refusal const&) {
         return kept->text;  // the next store is refused, too
     }
@@ -90,11 +89,11 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
         describe(cache, document);
         try {
             std::string text;
-            std::vector<uint32_t> movedComments = kept->movedComments;
-            if (!zlines::rewrite(kept->text, kept->dialect, document, movedComments, text))
+            zlines::TextHistory history = kept->history;
+            if (!zlines::rewrite(kept->text, kept->dialect, document, history, text))
                 return kept;
             auto stored = std::make_shared<KeptText>(std::move(text), kept->sharedDialect);
-            stored->movedComments = std::move(movedComments);
+            stored->history = std::move(history);
             return stored;
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),

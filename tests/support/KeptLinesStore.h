@@ -38,7 +38,7 @@ protected:
             store.setAttributes(ZPCache_6_0::keepLines, nullptr);
             store.load(path.c_str());
             c.change(store);
-            store.store(nullptr);
+            ASSERT_NO_THROW(store.store(nullptr));
             EXPECT_EQ(c.after, directory_.read("conf"));
             // The file reads as the store's values.
             Store const fresh(path.c_str(), 1);

@@ -35,6 +35,88 @@ TEST_F(KeptLinesComments, AReplacedCommentLeavesTheBlankLinesAsTheyAre)
     });
 }
 
+TEST_F(KeptLinesComments, ACommentThatMovesIsWrittenAtItsNewKey)
+{
+    expectChanges({
+        {"to the key below", "[s]\n# c\nk=v\n\nl=w\n",
+         [](Store& store) {
+             store.setComment("s", "k", nullptr);
+             store.setComment("s", "l", "# c");
+         },
+         "[s]\nk=v\n\n# c\nl=w\n"},
+        {"to the key above", "[s]\n\nk=v\n\n# c\nl=w\n",
+         [](Store& store) {
+             store.setComment("s", "l", nullptr);
+             store.setComment("s", "k", "# c");
+         },
+         "[s]\n\n# c\nk=v\n\nl=w\n"},
+        {"two change places", "[s]\n# a\nk=v\n# b\nl=w\n",
+         [](Store& store) {
+             store.setComment("s", "k", "# b");
+             store.setComment("s", "l", "# a");
+         },
+         "[s]\n# b\nk=v\n# a\nl=w\n"},
+        {"of a removed key", "[s]\n  # a\nk=v\n # b\nl=w\nm=x\n", removeKey("k"),
+         "[s]\n  # a\n # b\nl=w\nm=x\n"},
+    });
+}
+
+TEST_F(KeptLinesComments, ARenamedStanzaKeepsItsLines)
+{
+    auto const rename = [](char const* from, char const* to) {
+        return [=](Store& store) { store.renameStanza(from, to); };
+    };
+    std::string const lines = "  k   =   v  \n\n\n# c\n  l=w\n";
+    expectChanges({
+        {"the only one", "[s] tail\n" + lines, rename("s", "t"), "[t] tail\n" + lines},
+        {"in the middle", "[a]\nk=v\n# about b\n [b]\nl=w\n# about c\n[c]\n", rename("b", "x"),
+         "[a]\nk=v\n# about b\n [x]\nl=w\n# about c\n[c]\n"},
+        {"with CR LF", "[s]\r\nk=v\r\n", rename("s", "t"), "[t]\r\nk=v\r\n"},
+        {"without keys", "[a]\n[b] tail\n[c]\n", rename("b", "x"), "[a]\n[x] tail\n[c]\n"},
+        {"two, and a value", "[a]\nk=v\nl=w\n[b]\nm=1\n[c]\n",
+         [](Store& store) {
+             store.renameStanza("a", "x");
+             store.renameStanza("b", "y");
+             store.setValue("x", "l", "2");
+         },
+         "[x]\nk=v\nl=2\n[y]\nm=1\n[c]\n"},
+        {"and another removed", "[a]\nk=v\n[b]\n m=1\n[c]\n",
+         [](Store& store) {
+             store.deleteStanza("a");
+             store.renameStanza("b", "y");
+         },
+         "[y]\n m=1\n[c]\n"},
+        {"with other values it is new", "[a] tail\n k=v\n m=1\n",
+         [](Store& store) {
+             store.deleteStanza("a");
+             store.setValue("b", "k", "2");
+         },
+         "[b]\n k=2\n"},
+    });
+}
+
+TEST_F(KeptLinesComments, ARenamedKeyKeepsItsLines)
+{
+    auto const rename = [](char const* from, char const* to) {
+        return [=](Store& store) { store.renameKey("s", from, to); };
+    };
+    expectChanges({
+        {"one line", "[s]\na=1\n  k   =   v  \nb=2\n", rename("k", "n"),
+         "[s]\na=1\n  n   =   v  \nb=2\n"},
+        {"two lines", "[s]\nk=1\na=0\n# second\n k=2\n", rename("k", "n"),
+         "[s]\nn=1\na=0\n# second\n n=2\n"},
+        {"the first and the last", "[s]\nk=1\na=0\nl=1\n",
+         [](Store& store) {
+             store.renameKey("s", "k", "m");
+             store.renameKey("s", "l", "n");
+         },
+         "[s]\nm=1\na=0\nn=1\n"},
+        {"without a value", "[s]\nk =\n", rename("k", "n"), "[s]\nn =\n"},
+        {"in a last line without an ending", "[s]\nk = v", rename("k", "longer"),
+         "[s]\nlonger = v"},
+    });
+}
+
 TEST_F(KeptLinesComments, NewLinesAtTheTopEndAsTheOthers)
 {
     expectChanges({

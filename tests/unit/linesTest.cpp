@@ -226,12 +226,12 @@ std::string rewritten(std::string const& text, std::vector<char const*> const& l
 {
     zlines::Document document;
     fill(document, lines);
-    std::vector<uint32_t> movedComments;
+    zlines::TextHistory history;
     std::string out;
-    if (!zlines::rewrite(text, dialect, document, movedComments, out))
+    if (!zlines::rewrite(text, dialect, document, history, out))
         return text;
     std::string ignored;
-    EXPECT_FALSE(zlines::rewrite(out, dialect, document, movedComments, ignored)) << ignored;
+    EXPECT_FALSE(zlines::rewrite(out, dialect, document, history, ignored)) << ignored;
     return out;
 }
 
@@ -335,19 +335,19 @@ TEST(lines, MovedCommentsAreKeptByLaterChanges)
 {
     Colons const dialect;
     std::string text = "[s]\na: 1,\n; c\n 2\nb: 3,\n; d\n 4\n; e\n";
-    std::vector<uint32_t> movedComments;
+    zlines::TextHistory history;
     auto const step = [&](std::vector<char const*> const& lines) {
         zlines::Document document;
         fill(document, lines);
         std::string out;
-        EXPECT_TRUE(zlines::rewrite(text, dialect, document, movedComments, out));
+        EXPECT_TRUE(zlines::rewrite(text, dialect, document, history, out));
         text = out;
     };
     step({"[s]", "a=1,2", "b=5", "; e"});
     EXPECT_EQ("[s]\na: 1,\n; c\n 2\n; d\nb: 5\n; e\n", text);
     step({"[s]", "a=6", "b=5", "; e"});
     EXPECT_EQ("[s]\n; c\na: 6\n; d\nb: 5\n; e\n", text);
-    EXPECT_EQ((std::vector<uint32_t>{4, 13}), movedComments);
+    EXPECT_EQ((std::vector<uint32_t>{4, 13}), history.movedComments);
     step({"[s]", "a=6", "; e"});
     EXPECT_EQ("[s]\n; c\na: 6\n; d\n; e\n", text);
     step({"[s]", "a=6"});

@@ -1,16 +1,15 @@
 #include "alignment.h"
 
 #include <algorithm>
-#include <unordered_map>
 
 namespace zlines {
 
 namespace {
 
-using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
-using Strings = std::vector<std::string_view>;
+using Numbers = std::vector<uint32_t>;
 
 constexpr size_t kMaxMatches = 1000000;
+constexpr uint32_t kNone = UINT32_MAX;
 
 // A common subsequence that ends with the pair (before, after).
 struct Chain {
@@ -18,44 +17,64 @@ struct Chain {
     uint32_t after;
     uint32_t previous;  // the chain without that pair; kNone: empty
 };
-constexpr uint32_t kNone = UINT32_MAX;
+
+// The positions of each number in the range [first, end) of a list, descending.
+class Positions {
+public:
+    Positions(Numbers const& list, uint32_t first, uint32_t end, uint32_t count)
+        : starts_(size_t{count} + 1), positions_(end - first)
+    {
+        for (uint32_t i = first; i < end; ++i)
+            ++starts_[list[i] + size_t{1}];
+        for (size_t number = 1; number < starts_.size(); ++number)
+            starts_[number] += starts_[number - 1];
+        Numbers next(starts_.begin(), starts_.end() - 1);
+        for (uint32_t i = end; i-- > first;)
+            positions_[next[list[i]]++] = i;
+    }
+
+    uint32_t const* begin(uint32_t number) const { return positions_.data() + starts_[number]; }
+    uint32_t const* end(uint32_t number) const
+    {
+        return positions_.data() + starts_[number + size_t{1}];
+    }
+
+private:
+    Numbers starts_;  // of each number, in positions_
+    Numbers positions_;
+};
 
 // The algorithm of Hunt and Szymanski for the ranges [first, endBefore) and [first, endAfter).
-void alignMiddle(Strings const& before, Strings const& after, uint32_t first, uint32_t endBefore,
-                 uint32_t endAfter, Pairs& pairs)
+void alignMiddle(Numbers const& before, Numbers const& after, uint32_t count, uint32_t first,
+                 uint32_t endBefore, uint32_t endAfter, Pairs& pairs)
 {
-    std::unordered_map<std::string_view, std::vector<uint32_t>> positions;
-    for (uint32_t j = endAfter; j-- > first;)
-        positions[after[j]].push_back(j);  // descending
+    Positions const positions(after, first, endAfter, count);
     std::vector<Chain> chains;
-    std::vector<uint32_t> shortest;  // by length: the chain with the smallest end in `after`
+    Numbers shortest;  // by length: the chain with the smallest end in `after`
     for (uint32_t i = first; i < endBefore && chains.size() < kMaxMatches; ++i) {
-        auto const found = positions.find(before[i]);
-        if (found == positions.end())
-            continue;
-        for (uint32_t const j : found->second) {
+        for (uint32_t const* j = positions.begin(before[i]); j != positions.end(before[i]); ++j) {
             auto const at = std::lower_bound(
-                shortest.begin(), shortest.end(), j,
+                shortest.begin(), shortest.end(), *j,
                 [&](uint32_t chain, uint32_t end) { return chains[chain].after < end; });
             uint32_t const previous = at == shortest.begin() ? kNone : at[-1];
             auto const chain = static_cast<uint32_t>(chains.size());
-            chains.push_back({i, j, previous});
+            chains.push_back({i, *j, previous});
             if (at == shortest.end())
                 shortest.push_back(chain);
             else
                 *at = chain;
         }
     }
-    size_t const start = pairs.size();
+    auto const start = static_cast<ptrdiff_t>(pairs.size());
     for (uint32_t chain = shortest.empty() ? kNone : shortest.back(); chain != kNone;
          chain = chains[chain].previous)
         pairs.push_back({chains[chain].before, chains[chain].after});
-    std::reverse(pairs.begin() + static_cast<ptrdiff_t>(start), pairs.end());
+    std::reverse(pairs.begin() + start, pairs.end());
 }
 
 }  // namespace
 
-Pairs align(Strings const& before, Strings const& after)
+Pairs align(Numbers const& before, Numbers const& after, uint32_t count)
 {
     auto endBefore = static_cast<uint32_t>(before.size());
     auto endAfter = static_cast<uint32_t>(after.size());
@@ -66,10 +85,21 @@ Pairs align(Strings const& before, Strings const& after)
     while (endBefore > first && endAfter > first && before[endBefore - 1] == after[endAfter - 1])
         --endBefore, --endAfter;
     if (first < endBefore && first < endAfter)
-        alignMiddle(before, after, first, endBefore, endAfter, pairs);
+        alignMiddle(before, after, count, first, endBefore, endAfter, pairs);
     for (; endBefore < before.size(); ++endBefore, ++endAfter)
         pairs.push_back({endBefore, endAfter});
     return pairs;
+}
+
+Pairs align(std::vector<std::string_view> const& before, std::vector<std::string_view> const& after)
+{
+    Tokens tokens;
+    Numbers lists[2];
+    for (std::string_view const text : before)
+        lists[0].push_back(tokens.of(text));
+    for (std::string_view const text : after)
+        lists[1].push_back(tokens.of(text));
+    return align(lists[0], lists[1], tokens.count());
 }
 
 }  // namespace zlines

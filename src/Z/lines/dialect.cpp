@@ -50,6 +50,18 @@ Replacement Dialect::removeValue(std::string_view, Line const& line) const
     return {line.valueBegin, line.valueEnd, {}};
 }
 
+Replacement Dialect::renameHeader(std::string_view, Line const& header, std::string_view name) const
+{
+    return {header.nameBegin(), header.nameEnd, std::string(name)};
+}
+
+Replacement Dialect::renameKey(std::string_view, Line const& line, std::string_view name) const
+{
+    Replacement change{line.nameBegin(), line.nameEnd, {}};
+    appendKey(name, change.text);
+    return change;
+}
+
 Replacement Dialect::removeLine(std::string_view, Line const& line, uint32_t end) const
 {
     return {line.begin, end, {}};

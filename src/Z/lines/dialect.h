@@ -118,6 +118,12 @@ public:
     /// Returns the change that leaves the key of a valueLine without a value.
     virtual Replacement removeValue(std::string_view text, Line const& line) const;
 
+    /// Return the change that gives a header or a key line another name.
+    virtual Replacement renameHeader(std::string_view text, Line const& header,
+                                     std::string_view name) const;
+    virtual Replacement renameKey(std::string_view text, Line const& line,
+                                  std::string_view name) const;
+
     /// Returns the change that removes a key line, which ends at `end`.
     virtual Replacement removeLine(std::string_view text, Line const& line, uint32_t end) const;
 };

@@ -15,12 +15,13 @@ bool isWithoutLine(Entry const& entry)
 }  // namespace
 
 Difference::Difference(std::string_view text, Dialect const& dialect, Document const& document,
-                       std::vector<uint32_t> const& movedComments)
+                       TextHistory const& history)
     : text_(text),
       dialect_(dialect),
       document_(document),
-      outline_(text, dialect, movedComments),
-      edits_(text)
+      outline_(text, dialect, history.movedComments),
+      edits_(text),
+      isScattered_(history.isScattered)
 {
     matchStanzas();
     removeStanzas();
@@ -32,22 +33,17 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
         if (!compareInOrder(entries, outline_.stanzas()[readOf_[i]]))
             reordered_.push_back({i, readOf_[i], entries, {}});
     }
-    if (!reordered_.empty()) {
-        isMatched_.resize(outline_.lines().size());
+    if (!reordered_.empty())
         gone_.resize(outline_.lines().size());
-        for (Reordered& stanza : reordered_)
-            matchComments(stanza);
-    }
+    for (Reordered& stanza : reordered_)
+        compareLines(stanza);
     auto next = reordered_.begin();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
         stanzaName_ = document.stanzas[i].name;
         if (readOf_[i] == kNone) {
             addStanza(i);
         } else if (next != reordered_.end() && next->stanza == i) {
-            compareKeys(*next);
-            removeUnmatchedComments(*next);
-            place(*next);
-            ++next;
+            place(*next++);
         }
     }
 }
@@ -70,6 +66,7 @@ void Difference::matchStanzas()
         readOf_[i] = read;
         outline_.stanzas()[read].isKept = true;
     }
+    matchRenamedStanzas();
     nextKept_.resize(readOf_.size());
     uint32_t next = kNone;
     for (auto i = static_cast<uint32_t>(readOf_.size()); i-- > 0;) {
@@ -77,6 +74,39 @@ void Difference::matchStanzas()
         if (readOf_[i] != kNone && readOf_[i] != 0)
             next = i;
     }
+}
+
+// Finds stanzas that were renamed: they are between the same stanzas in both, and their contents
+// are mostly the same.
+void Difference::matchRenamedStanzas()
+{
+    constexpr uint32_t kMaxTries = 16;  // stanzas of the text for each wanted stanza
+    std::vector<ReadStanza>& stanzas = outline_.stanzas();
+    uint32_t first = 1;
+    for (uint32_t i = 1; i < readOf_.size(); ++i) {
+        for (uint32_t read = first; readOf_[i] == kNone && read < stanzas.size() &&
+                                    !stanzas[read].isKept && read < first + kMaxTries;
+             ++read) {
+            Stanza const& wanted = document_.stanzas[i];
+            Entries const entries =
+                Entries(document_.entries).subspan(wanted.firstEntry, wanted.entryCount);
+            if (!isSameStanza(outline_, stanzas[read], document_, entries))
+                continue;
+            readOf_[i] = read;
+            stanzas[read].isKept = true;
+            renameHeaders(stanzas[read], wanted.name);
+        }
+        if (readOf_[i] != kNone && readOf_[i] != 0)
+            first = readOf_[i] + 1;
+    }
+}
+
+void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
+{
+    record(name, {}, {});
+    for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next)
+        edits_.replace(
+            dialect_.renameHeader(text_, outline_.lines()[outline_.sections()[i].header], name));
 }
 
 void Difference::removeStanzas()
@@ -101,7 +131,7 @@ void Difference::removeStanzas()
 
 // Returns the entries of a stanza. If a stanza has the keys above the first header, its entries
 // follow the comments there.
-Difference::Entries Difference::entriesOf(uint32_t stanza)
+Entries Difference::entriesOf(uint32_t stanza)
 {
     auto const of = [&](Stanza const& part) {
         return Entries(document_.entries).subspan(part.firstEntry, part.entryCount);
@@ -219,18 +249,18 @@ void Difference::record(std::string_view stanza, std::string_view key, std::stri
 }
 
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
-             std::vector<uint32_t>& movedComments, std::string& out)
+             TextHistory& history, std::string& out)
 {
-    Difference difference(text, dialect, document, movedComments);
+    Difference difference(text, dialect, document, history);
     if (!difference.isEmpty())
-        out = difference.compose(movedComments);
+        out = difference.compose(history);
     if (out.size() >= kNone)
         throw std::bad_alloc();
     if (difference.isProven()) {
         difference.requireValidHeaders();
         return !difference.isEmpty();
     }
-    Difference const remaining(out, dialect, document, movedComments);
+    Difference const remaining(out, dialect, document, history);
     remaining.requireValidHeaders();
     if (!remaining.isEmpty())
         throw remaining.first();

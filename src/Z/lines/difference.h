@@ -5,17 +5,16 @@
 // byte. Stanzas and keys of the text keep their places.
 //
 // A stanza whose lines and entries are in the same order is compared line by line. For any other
-// stanza the keys of the text are looked up in an index, which takes longer.
+// stanza the lines of the entries are looked up, which takes longer.
 #pragma once
 
-#include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "document.h"
 #include "edits.h"
+#include "matching.h"
 #include "outline.h"
 #include "style.h"
 
@@ -30,15 +29,17 @@ struct Refusal {
 
 class Difference {
 public:
-    /// range   the arguments outlive the object. `movedComments` has the positions of comments of
-    ///         the text that are not in the document; they stay.
+    /// range   the arguments but `history` outlive the object.
     Difference(std::string_view text, Dialect const& dialect, Document const& document,
-               std::vector<uint32_t> const& movedComments);
+               TextHistory const& history);
 
     bool isEmpty() const { return edits_.count() == 0; }
-    std::string compose(std::vector<uint32_t>& movedComments)
+
+    /// Returns the text after the changes. `history` is changed from that of the old text.
+    std::string compose(TextHistory& history)
     {
-        return edits_.compose(movedComments);
+        history.isScattered = isScattered_;
+        return edits_.compose(history.movedComments);
     }
 
     /// Refuses a header that makes the file invalid.
@@ -53,15 +54,6 @@ public:
     Refusal const& first() const { return first_; }
 
 private:
-    using Entries = std::span<Entry const>;
-
-    // The lines of a key in the text, in order.
-    struct KeyLines {
-        std::vector<uint32_t> lines;
-        bool isKept = false;  // the key is wanted
-    };
-    using KeyIndex = std::unordered_map<std::string_view, KeyLines>;
-
     // A stanza that is not in the order of the text.
     struct Reordered {
         uint32_t stanza;  // of the wanted contents
@@ -86,6 +78,8 @@ private:
     };
 
     void matchStanzas();
+    void matchRenamedStanzas();
+    void renameHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
     Entries entriesOf(uint32_t stanza);
 
@@ -94,7 +88,8 @@ private:
     bool hasKey(Entry const& entry, uint32_t line);
 
     // difference_values.cpp
-    void compareKeys(Reordered& stanza);
+    void compareLines(Reordered& stanza);
+    void renameKey(uint32_t line, Entry const& entry);
     void compareValues(Entry const& entry, std::vector<uint32_t> const& lines);
     void alignValues(Entry const& entry, std::vector<uint32_t> const& read);
     void removeValues(Entry const& entry, std::vector<uint32_t> const& lines);
@@ -108,8 +103,6 @@ private:
                    std::string_view key, std::string_view value) const;
 
     // difference_lines.cpp
-    void matchComments(Reordered& stanza);
-    void removeUnmatchedComments(Reordered const& stanza);
     void place(Reordered const& stanza);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
@@ -140,6 +133,7 @@ private:
     Edits edits_;
     Refusal first_;
     bool hasFirst_ = false;
+    bool isScattered_;
     size_t provenEdits_ = 0;
     std::string_view stanzaName_;     // that is compared, for first_
     std::vector<Entry> topEntries_;   // of both stanzas for the lines above the first header
@@ -147,7 +141,6 @@ private:
     std::vector<uint32_t> nextKept_;  // of each: the next stanza that the text has, or kNone
     std::vector<Reordered> reordered_;
     std::vector<bool> gone_;           // lines that are removed; empty: none
-    std::vector<bool> isMatched_;      // comments of the text that are wanted
     std::vector<NewComment> carried_;  // above the header of the next new stanza
     uint32_t lastAbove_ = kNone;       // the line above the stanza that was added last
     uint32_t lastAdded_ = kNone;       // the line below the stanza that was added last
@@ -157,10 +150,9 @@ private:
 };
 
 /// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
-/// `movedComments` has the positions of comments in `text` that earlier calls moved; the document
-/// does not have them. After the call it has their positions in `out`.
+/// `history` is that of `text` and, after the call, that of `out`.
 /// throws  Refusal if a part of the wanted contents would not read back.
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
-             std::vector<uint32_t>& movedComments, std::string& out);
+             TextHistory& history, std::string& out);
 
 }  // namespace zlines

@@ -1,93 +1,8 @@
 // New lines: wanted comments, keys and stanzas that the text does not have.
 
-#include <algorithm>
-#include <deque>
-
 #include "difference.h"
 
 namespace zlines {
-
-namespace {
-
-// The lines of comments by their text, and by the name of the key below them.
-using CommentIndex = std::unordered_map<std::string, std::deque<uint32_t>>;
-
-uint32_t take(CommentIndex& index, std::string const& key)
-{
-    auto const found = index.find(key);
-    if (found == index.end() || found->second.empty())
-        return kNone;
-    uint32_t const line = found->second.front();
-    found->second.pop_front();
-    return line;
-}
-
-std::string joined(std::string_view key, std::string_view comment)
-{
-    return std::string(key) + '\n' + std::string(comment);
-}
-
-}  // namespace
-
-// Finds the comments of a stanza in the text: first above the same key, then anywhere in the
-// stanza.
-void Difference::matchComments(Reordered& stanza)
-{
-    stanza.lineOf.assign(stanza.entries.size(), kNone);
-    ReadStanza const& read = outline_.stanzas()[stanza.read];
-    std::vector<uint32_t> comments;
-    CommentIndex aboveKey;
-    for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next) {
-        Section const& section = outline_.sections()[i];
-        std::string key;
-        std::vector<std::pair<std::string, uint32_t>> found;  // from the last to the first
-        for (uint32_t line = section.end; line-- > section.first;) {
-            if (outline_.lines()[line].isKey()) {
-                key = outline_.keyName(line, keySpace_);
-            } else if (outline_.lines()[line].kind == commentLine) {
-                found.emplace_back(joined(key, outline_.comment(line)), line);
-                comments.push_back(line);
-            }
-        }
-        for (auto at = found.rbegin(); at != found.rend(); ++at)
-            aboveKey[at->first].push_back(at->second);
-    }
-    std::string key;
-    std::vector<std::string> keys(stanza.entries.size());  // below each comment
-    for (size_t i = stanza.entries.size(); i-- > 0;) {
-        if (stanza.entries[i].isComment)
-            keys[i] = key;
-        else
-            key = dialect_.comparableKey(stanza.entries[i].text, nameSpace_);
-    }
-    auto const match = [&](size_t entry, uint32_t line) {
-        stanza.lineOf[entry] = line;
-        if (line != kNone)
-            isMatched_[line] = true;
-    };
-    for (size_t i = 0; i < stanza.entries.size(); ++i)
-        if (stanza.entries[i].isComment)
-            match(i, take(aboveKey, joined(keys[i], dialect_.commentText(stanza.entries[i].text))));
-
-    CommentIndex anywhere;
-    std::sort(comments.begin(), comments.end());
-    for (uint32_t const line : comments)
-        if (!isMatched_[line])
-            anywhere[std::string(outline_.comment(line))].push_back(line);
-    for (size_t i = 0; i < stanza.entries.size() && !anywhere.empty(); ++i)
-        if (stanza.entries[i].isComment && stanza.lineOf[i] == kNone)
-            match(i, take(anywhere, std::string(dialect_.commentText(stanza.entries[i].text))));
-}
-
-void Difference::removeUnmatchedComments(Reordered const& stanza)
-{
-    for (uint32_t i = outline_.stanzas()[stanza.read].firstSection; i != kNone;
-         i = outline_.sections()[i].next)
-        for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
-             ++line)
-            if (outline_.lines()[line].kind == commentLine && !isMatched_[line])
-                removeLine(line);
-}
 
 // Returns the last key line of a stanza that stays; kNone if there is no such line.
 uint32_t Difference::lastKeyLine(ReadStanza const& read) const
@@ -170,7 +85,7 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
 void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
 {
     size_t const next = stanza.stanza + size_t{1};
-    if (next < readOf_.size() && readOf_[next] == kNone) {
+    if (next < readOf_.size() && readOf_[next] == kNone && !document_.stanzas[next].isBelowBlank) {
         carried_ = std::move(at.comments);
         return;
     }

@@ -1,6 +1,7 @@
-// The keys of a stanza: their lines in the text are found by name, and their values aligned.
+// The lines of a stanza that are changed or removed, and further lines of its keys.
 
 #include <algorithm>
+#include <utility>
 
 #include "alignment.h"
 #include "difference.h"
@@ -12,39 +13,34 @@ std::string_view Difference::valueOf(Entry const& entry, size_t index) const
     return document_.values[entry.firstValue + index];
 }
 
-void Difference::compareKeys(Reordered& stanza)
+// Changes and removes the lines of keys and comments, and finds the lines of the entries.
+void Difference::compareLines(Reordered& stanza)
 {
-    KeyIndex keys;
-    ReadStanza const& read = outline_.stanzas()[stanza.read];
-    auto const forEachKeyLine = [&](auto call) {
-        for (uint32_t i = read.firstSection; i != kNone; i = outline_.sections()[i].next)
-            for (uint32_t line = outline_.sections()[i].first; line < outline_.sections()[i].end;
-                 ++line)
-                if (outline_.lines()[line].isKey())
-                    call(line);
-    };
-    forEachKeyLine([&](uint32_t line) {
-        std::string_view const name = outline_.keyName(line, keySpace_);
-        auto found = keys.find(name);
-        if (found == keys.end())
-            found = keys.emplace(outline_.keep(name, keySpace_), KeyLines()).first;
-        found->second.lines.push_back(line);
-    });
-    for (size_t i = 0; i < stanza.entries.size(); ++i) {
-        Entry const& entry = stanza.entries[i];
-        if (entry.isComment)
+    stanzaName_ = document_.stanzas[stanza.stanza].name;
+    Matching found = matchLines(outline_, outline_.stanzas()[stanza.read], document_,
+                                stanza.entries, isScattered_);
+    isScattered_ = isScattered_ || found.isScattered;
+    for (ReadKey const& key : found.keys) {
+        if (key.entry != kNone && !key.isRenamed) {
+            compareValues(stanza.entries[key.entry], key.lines);
             continue;
-        auto const found = keys.find(dialect_.comparableKey(entry.text, nameSpace_));
-        if (found == keys.end() || found->second.isKept)
-            continue;
-        found->second.isKept = true;
-        stanza.lineOf[i] = found->second.lines.front();
-        compareValues(entry, found->second.lines);
+        }
+        for (uint32_t const line : key.lines) {
+            if (key.isRenamed)
+                renameKey(line, stanza.entries[key.entry]);
+            else
+                removeLine(line);
+        }
     }
-    forEachKeyLine([&](uint32_t line) {
-        if (!keys.find(outline_.keyName(line, keySpace_))->second.isKept)
-            removeLine(line);
-    });
+    for (uint32_t const line : found.removedComments)
+        removeLine(line);
+    stanza.lineOf = std::move(found.lineOf);
+}
+
+void Difference::renameKey(uint32_t line, Entry const& entry)
+{
+    record(stanzaName_, entry.text, {});
+    edits_.replace(dialect_.renameKey(text_, outline_.lines()[line], entry.text));
 }
 
 void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& lines)

@@ -20,8 +20,8 @@ struct KeptText {
     std::string const text;
     SharedDialect const sharedDialect;
     Dialect const& dialect;
-    std::vector<uint32_t> movedComments = {};  // positions of comments that the cache does not have
-    bool isOneFile = true;                     // else several files were read, one after another
+    TextHistory history = {};
+    bool isOneFile = true;  // else several files were read, one after another
 };
 
 using SharedText = std::shared_ptr<KeptText const>;

@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <string_view>
+#include <vector>
 
 namespace zlines {
 
@@ -30,6 +31,12 @@ struct Line {
     bool isKey() const { return kind == valueLine || kind == keyOnlyLine; }
 };
 static_assert(sizeof(Line) == 20);
+
+// The differences between a text and the contents that stores have left.
+struct TextHistory {
+    std::vector<uint32_t> movedComments = {};  // positions of comments that the contents lack
+    bool isScattered = false;                  // a key had lines in different parts of its stanza
+};
 
 inline std::string_view slice(std::string_view text, uint32_t begin, uint32_t end)
 {

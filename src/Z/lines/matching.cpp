@@ -1,0 +1,304 @@
+#include "matching.h"
+
+#include <algorithm>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "alignment.h"
+
+namespace zlines {
+
+namespace {
+
+// Calls `call(line)` for each line of a stanza, in order.
+template <class Call>
+void forEachLine(Outline const& outline, ReadStanza const& stanza, Call call)
+{
+    for (uint32_t i = stanza.firstSection; i != kNone; i = outline.sections()[i].next)
+        for (uint32_t line = outline.sections()[i].first; line < outline.sections()[i].end; ++line)
+            call(line);
+}
+
+class Matcher {
+public:
+    Matcher(Outline& outline, Document const& document, Entries entries)
+        : outline_(outline), document_(document), entries_(entries)
+    {
+        found_.lineOf.assign(entries.size(), kNone);
+    }
+
+    Matching match(ReadStanza const& stanza, bool isScattered)
+    {
+        readLines(stanza);
+        matchNames();
+        bool const isOrdered = matchGaps();
+        if (isScattered || found_.isScattered || !isOrdered)
+            matchCommentsAnywhere();
+        for (Item const& item : read_)
+            if (!item.isKey && !isMatched_[&item - read_.data()])
+                found_.removedComments.push_back(item.at);
+        return std::move(found_);
+    }
+
+private:
+    // A comment, or the first line of a key.
+    struct Item {
+        bool isKey;
+        uint32_t at;   // the line in the text, or the wanted entry
+        uint32_t key;  // of found_.keys; kNone: a comment, or not in the text
+    };
+
+    // A range of items.
+    struct Gap {
+        uint32_t first;
+        uint32_t end;
+
+        bool isEmpty() const { return first == end; }
+    };
+
+    void readLines(ReadStanza const& stanza)
+    {
+        forEachLine(outline_, stanza, [&](uint32_t line) {
+            if (outline_.lines()[line].kind == commentLine)
+                read_.push_back({false, line, kNone});
+            if (!outline_.lines()[line].isKey())
+                return;
+            std::string_view const name = outline_.keyName(line, space_);
+            auto known = index_.find(name);
+            if (known == index_.end()) {
+                auto const key = static_cast<uint32_t>(found_.keys.size());
+                known = index_.emplace(outline_.keep(name, space_), key).first;
+                found_.keys.push_back({});
+                read_.push_back({true, line, key});
+            }
+            found_.isScattered = found_.isScattered || read_.back().key != known->second;
+            found_.keys[known->second].lines.push_back(line);
+        });
+        isMatched_.resize(read_.size());
+    }
+
+    void matchNames()
+    {
+        for (uint32_t i = 0; i < entries_.size(); ++i) {
+            Entry const& entry = entries_[i];
+            if (entry.isComment) {
+                wanted_.push_back({false, i, kNone});
+                continue;
+            }
+            auto const known = index_.find(outline_.dialect().comparableKey(entry.text, space_));
+            if (known != index_.end() && found_.keys[known->second].entry == kNone) {
+                assign(known->second, i);
+                wanted_.push_back({true, i, known->second});
+            } else if (entry.valueCount > 0 || entry.needsLine) {
+                wanted_.push_back({true, i, kNone});
+            }
+        }
+    }
+
+    void assign(uint32_t key, uint32_t entry)
+    {
+        found_.keys[key].entry = entry;
+        found_.lineOf[entry] = found_.keys[key].lines.front();
+    }
+
+    // Returns whether all keys are in one order.
+    bool matchGaps()
+    {
+        // The matched keys of both, and their items.
+        std::vector<uint32_t> keys[2];
+        std::vector<uint32_t> items[2];
+        auto const collect = [&](std::vector<Item> const& all, int side) {
+            for (uint32_t i = 0; i < all.size(); ++i)
+                if (all[i].key != kNone && found_.keys[all[i].key].entry != kNone) {
+                    keys[side].push_back(all[i].key);
+                    items[side].push_back(i);
+                }
+        };
+        collect(read_, 0);
+        collect(wanted_, 1);
+        Pairs const anchors = align(keys[0], keys[1], static_cast<uint32_t>(found_.keys.size()));
+        Gap read{0, 0};
+        Gap wanted{0, 0};
+        for (auto const& [a, b] : anchors) {
+            read.end = items[0][a];
+            wanted.end = items[1][b];
+            matchGap(read, wanted);
+            read.first = read.end + 1;
+            wanted.first = wanted.end + 1;
+        }
+        read.end = static_cast<uint32_t>(read_.size());
+        wanted.end = static_cast<uint32_t>(wanted_.size());
+        matchGap(read, wanted);
+        return anchors.size() == keys[0].size();
+    }
+
+    void matchCommentsAnywhere()
+    {
+        // Lists of the comments of each text.
+        std::vector<uint32_t> first;
+        std::vector<uint32_t> last;
+        std::vector<uint32_t> next(read_.size(), kNone);
+        tokens_.clear();
+        for (uint32_t i = 0; i < read_.size(); ++i) {
+            if (read_[i].isKey || isMatched_[i])
+                continue;
+            uint32_t const text = tokens_.of(readText(read_[i]));
+            if (text == first.size()) {
+                first.push_back(i);
+                last.push_back(i);
+            } else {
+                next[last[text]] = i;
+                last[text] = i;
+            }
+        }
+        for (uint32_t i = 0; i < wanted_.size() && !first.empty(); ++i) {
+            if (wanted_[i].isKey || found_.lineOf[wanted_[i].at] != kNone)
+                continue;
+            uint32_t const text = tokens_.of(wantedText(wanted_[i]));
+            if (text >= first.size() || first[text] == kNone)
+                continue;
+            uint32_t const read = first[text];
+            first[text] = next[read];
+            pair(read, i);
+        }
+    }
+
+    void matchGap(Gap read, Gap wanted)
+    {
+        while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.first, wanted.first))
+            pair(read.first++, wanted.first++);
+        while (!read.isEmpty() && !wanted.isEmpty() && areEqual(read.end - 1, wanted.end - 1))
+            pair(--read.end, --wanted.end);
+        if (read.isEmpty() || wanted.isEmpty())
+            return;
+        tokens_.clear();
+        joined_.clear();
+        // Keys that match by name are in another order: they match nothing else.
+        auto const tokensOf = [&](std::vector<Item> const& all, Gap gap, auto textOf,
+                                  std::vector<uint32_t>& items) {
+            std::vector<uint32_t> tokens;
+            for (uint32_t i = gap.first; i < gap.end; ++i)
+                if (isFree(all[i])) {
+                    tokens.push_back(tokens_.of(textOf(all[i])));
+                    items.push_back(i);
+                }
+            return tokens;
+        };
+        std::vector<uint32_t> items[2];
+        auto const before = tokensOf(
+            read_, read, [&](Item const& item) { return readText(item); }, items[0]);
+        auto const after = tokensOf(
+            wanted_, wanted, [&](Item const& item) { return wantedText(item); }, items[1]);
+        for (auto const& [a, b] : align(before, after, tokens_.count()))
+            pair(items[0][a], items[1][b]);
+    }
+
+    bool isFree(Item const& item) const
+    {
+        return item.key == kNone || found_.keys[item.key].entry == kNone;
+    }
+
+    bool areEqual(uint32_t read, uint32_t wanted)
+    {
+        Item const& a = read_[read];
+        Item const& b = wanted_[wanted];
+        if (a.isKey != b.isKey || !isFree(a) || !isFree(b))
+            return false;
+        joined_.clear();
+        return readText(a) == wantedText(b);
+    }
+
+    void pair(uint32_t read, uint32_t wanted)
+    {
+        uint32_t const entry = wanted_[wanted].at;
+        if (read_[read].isKey) {
+            found_.keys[read_[read].key].isRenamed = true;
+            assign(read_[read].key, entry);
+        } else {
+            found_.lineOf[entry] = read_[read].at;
+            isMatched_[read] = true;
+        }
+    }
+
+    // Return the text of a comment, or the values of a key. No comment starts with a line feed.
+    std::string_view readText(Item const& item)
+    {
+        if (!item.isKey)
+            return outline_.comment(item.at);
+        std::string& all = joined_.emplace_back();
+        for (uint32_t const line : found_.keys[item.key].lines)
+            if (outline_.lines()[line].kind == valueLine)
+                (all += '\n') += outline_.value(line, space_);
+        return all.empty() ? all = "\n\n" : all;
+    }
+
+    std::string_view wantedText(Item const& item)
+    {
+        Entry const& entry = entries_[item.at];
+        if (!item.isKey)
+            return outline_.dialect().commentText(entry.text);
+        std::string& all = joined_.emplace_back();
+        for (uint32_t i = 0; i < entry.valueCount; ++i)
+            (all += '\n') += document_.values[entry.firstValue + i];
+        return all.empty() ? all = "\n\n" : all;
+    }
+
+    Outline& outline_;
+    Document const& document_;
+    Entries const entries_;
+    Matching found_;
+    std::unordered_map<std::string_view, uint32_t> index_;  // of the keys of the text
+    std::vector<Item> read_;
+    std::vector<Item> wanted_;
+    std::vector<bool> isMatched_;  // of each item of the text
+    Tokens tokens_;
+    std::deque<std::string> joined_;
+    std::string space_;
+};
+
+}  // namespace
+
+Matching matchLines(Outline& outline, ReadStanza const& stanza, Document const& document,
+                    Entries entries, bool isScattered)
+{
+    return Matcher(outline, document, entries).match(stanza, isScattered);
+}
+
+bool isSameStanza(Outline& outline, ReadStanza const& stanza, Document const& document,
+                  Entries entries)
+{
+    std::string space;
+    struct Wanted {
+        Entry const* entry;
+        uint32_t index;  // of the next value
+    };
+    std::unordered_map<std::string_view, Wanted> wanted;
+    size_t wantedLines = 0;
+    for (Entry const& entry : entries) {
+        if (entry.isComment)
+            continue;
+        std::string_view const name = outline.dialect().comparableKey(entry.text, space);
+        wanted.emplace(outline.keep(name, space), Wanted{&entry, 0});
+        wantedLines += std::max(entry.valueCount, 1u);
+    }
+    size_t lines = 0;
+    size_t common = 0;
+    forEachLine(outline, stanza, [&](uint32_t line) {
+        if (!outline.lines()[line].isKey())
+            return;
+        ++lines;
+        auto const found = wanted.find(outline.keyName(line, space));
+        if (found == wanted.end())
+            return;
+        auto& [entry, index] = found->second;
+        if (outline.lines()[line].kind != valueLine)
+            common += entry->valueCount == 0 ? 1 : 0;
+        else if (index < entry->valueCount)
+            common += outline.value(line, space) == document.values[entry->firstValue + index++];
+    });
+    return 2 * common >= std::max(lines, wantedLines);
+}
+
+}  // namespace zlines
