@@ -123,6 +123,11 @@ public:
         bool const isQuoted = spelled.size() > 1 && spelled.front() == '"' && spelled.back() == '"';
         return isQuoted ? spelled.substr(1, spelled.size() - 2) : spelled;
     }
+    bool isAmbiguous(std::string_view text, Line const& line) const override
+    {
+        std::string_view const spelled = zlines::slice(text, line.valueBegin, line.valueEnd);
+        return !spelled.starts_with('"') && spelled.find('"') != spelled.npos;
+    }
     std::string_view commentText(std::string_view comment) const override
     {
         comment.remove_prefix(comment.starts_with(';') ? 1 : 0);
@@ -166,7 +171,7 @@ public:
         out += spelling == 0 ? "" : "\"";
     }
     std::string keyOnlyEnd(std::string_view) const override { return ""; }
-    zlines::Replacement replaceValue(std::string_view text, Line const& line,
+    zlines::Replacement replaceValue(std::string_view text, Line const& line, uint32_t end,
                                      std::string_view value, unsigned spelling) const override
     {
         std::string_view const spelled = zlines::slice(text, line.valueBegin, line.valueEnd);
@@ -176,7 +181,7 @@ public:
             (changed += zlines::slice(text, line.begin, line.valueBegin)) += value;
             return {line.begin, line.valueEnd, changed, comments.size()};
         }
-        zlines::Replacement change = Dialect::replaceValue(text, line, value, spelling);
+        zlines::Replacement change = Dialect::replaceValue(text, line, end, value, spelling);
         if (line.kind == zlines::keyOnlyLine)
             change.text.insert(0, ": ");
         return change;
@@ -254,6 +259,7 @@ TEST(lines, ADialectDecidesHowLinesAreRecognisedAndValuesSpelled)
          "[s]\na: 1 ; c\nb: 2\nc: 3\n",
          {"[s]", "a=it's", "b=x;y", "c= z"},
          "[s]\na: it's ; c\nb: \"x;y\"\nc: \" z\"\n"},
+        {"no ambiguous spelling", "[s]\na: 1\n", {"[s]", "a=x\"y"}, "[s]\na: \"x\"y\"\n"},
         {"a comment keeps its column",
          "[s]\na: 1     ; c\n",
          {"[s]", "a=1234"},

@@ -64,6 +64,10 @@ public:
     /// Returns whether the value of a valueLine is quoted only in part: it reads as spelled, and no
     /// spelling gives such a value.
     bool isQuotedInPart(std::string_view text, zlines::Line const& line) const;
+    bool isAmbiguous(std::string_view text, zlines::Line const& line) const override
+    {
+        return isQuotedInPart(text, line);
+    }
 
     std::string_view commentText(std::string_view comment) const override;
     bool hasEmptyValues() const override { return true; }
@@ -89,7 +93,7 @@ public:
     void appendValue(std::string_view value, unsigned spelling, zlines::LineForm const& form,
                      std::string& out) const override;
     std::string keyOnlyEnd(std::string_view separator) const override;
-    zlines::Replacement replaceValue(std::string_view text, zlines::Line const& line,
+    zlines::Replacement replaceValue(std::string_view text, zlines::Line const& line, uint32_t end,
                                      std::string_view value, unsigned spelling) const override;
     zlines::Replacement removeValue(std::string_view text, zlines::Line const& line) const override;
     zlines::Replacement removeLine(std::string_view text, zlines::Line const& line,

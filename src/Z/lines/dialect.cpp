@@ -32,8 +32,8 @@ void Dialect::appendValue(std::string_view value, unsigned, LineForm const&, std
     out += value;
 }
 
-Replacement Dialect::replaceValue(std::string_view text, Line const& line, std::string_view value,
-                                  unsigned spelling) const
+Replacement Dialect::replaceValue(std::string_view text, Line const& line, uint32_t,
+                                  std::string_view value, unsigned spelling) const
 {
     Replacement change{line.valueBegin, line.valueEnd, {}};
     // "key =" gets the space that it has before the separator.

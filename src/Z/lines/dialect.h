@@ -61,6 +61,10 @@ public:
     virtual std::string_view value(std::string_view text, Line const& line,
                                    std::string& space) const;
 
+    /// Returns whether readers of the format read the value of a valueLine in different ways. No
+    /// such value is written.
+    virtual bool isAmbiguous(std::string_view, Line const&) const { return false; }
+
     /// Returns a comment of the cache without its mark, and without whitespace around the rest.
     virtual std::string_view commentText(std::string_view comment) const = 0;
 
@@ -110,9 +114,9 @@ public:
     /// it have `separator`.
     virtual std::string keyOnlyEnd(std::string_view separator) const = 0;
 
-    /// Returns the change that gives the key of `line` another value. The default replaces the
-    /// bytes of the value only.
-    virtual Replacement replaceValue(std::string_view text, Line const& line,
+    /// Returns the change that gives the key of `line`, which ends at `end`, another value. The
+    /// default replaces the bytes of the value only.
+    virtual Replacement replaceValue(std::string_view text, Line const& line, uint32_t end,
                                      std::string_view value, unsigned spelling) const;
 
     /// Returns the change that leaves the key of a valueLine without a value.

@@ -98,6 +98,7 @@ private:
     void removeLine(uint32_t line);
     void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
     void keepCommentColumn(uint32_t line, Replacement& change) const;
+    void refuseIfDecided(std::string_view key, std::string_view value) const;
     std::string contextAbove(uint32_t above) const;
     bool readsBack(std::string_view context, std::string_view line, uint32_t below,
                    std::string_view key, std::string_view value) const;

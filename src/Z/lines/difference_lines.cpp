@@ -169,8 +169,17 @@ void Difference::appendLine(Style const& style, std::string_view key, std::strin
         line += style.lineEnding;
         bool const isLast = spelling + 1 >= dialect_.spellingCount();
         Line const whole{0, valueLine, 0, static_cast<uint32_t>(key.size()), 0, 0};
-        if (isLast || readsBack(context, line, below, dialect_.keyName(key, whole, space), value))
+        std::string_view const name = dialect_.keyName(key, whole, space);
+        // The last line of the file may get no line ending.
+        bool const isAtEnd = below >= outline_.lines().size() && !text_.ends_with('\n');
+        std::string_view const atEnd(line.data(), line.size() - style.lineEnding.size());
+        if (readsBack(context, line, below, name, value) ||
+            (isAtEnd && readsBack(context, atEnd, below, name, value)))
             break;
+        if (isLast) {
+            refuseIfDecided(key, value);
+            break;
+        }
     }
     out += line;
 }

@@ -122,7 +122,8 @@ void Difference::setValue(uint32_t line, std::string_view value)
     Line const& record = outline_.lines()[line];
     std::string const above = contextAbove(line == 0 ? kNone : line - 1);
     for (unsigned spelling = 0;; ++spelling) {
-        Replacement change = dialect_.replaceValue(text_, record, value, spelling);
+        Replacement change =
+            dialect_.replaceValue(text_, record, outline_.endOf(line), value, spelling);
         keepCommentColumn(line, change);
         std::string changed(slice(text_, record.begin, change.begin));
         changed += std::string_view(change.text).substr(change.commentBytes);
@@ -130,7 +131,10 @@ void Difference::setValue(uint32_t line, std::string_view value)
         std::string context = above;
         context += std::string_view(change.text).substr(0, change.commentBytes);
         bool const isProven = readsBack(context, changed, line + 1, key, value);
-        if (isProven || spelling + 1 >= dialect_.spellingCount()) {
+        bool const isLast = spelling + 1 >= dialect_.spellingCount();
+        if (isLast && !isProven)
+            refuseIfDecided(key, value);
+        if (isProven || isLast) {
             edits_.replace(std::move(change));
             provenEdits_ += isProven ? 1 : 0;
             return;
@@ -178,6 +182,14 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
     edits_.insertLines(position, std::move(line), style.lineEnding, order);
 }
 
+// Refuses a value that does not read back, if the lines around it decide about that. Otherwise the
+// whole text is read again.
+void Difference::refuseIfDecided(std::string_view key, std::string_view value) const
+{
+    if (dialect_.needsContext())
+        throw Refusal{std::string(stanzaName_), std::string(key), std::string(value)};
+}
+
 // Returns the lines on which the reading of the line after `above` depends.
 std::string Difference::contextAbove(uint32_t above) const
 {
@@ -221,6 +233,7 @@ bool Difference::readsBack(std::string_view context, std::string_view line, uint
     return found != lines.end() && found->kind == valueLine &&
            dialect_.keyName(sample, *found, space) == key &&
            dialect_.value(sample, *found, space) == value &&
+           !dialect_.isAmbiguous(sample, *found) &&
            (found + 1 == lines.end() ? sample.size() == end : found[1].begin == end);
 }
 

@@ -34,8 +34,10 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
             copyTo(change.begin);
         if (edit.order != changes && !out.empty() && out.back() != '\n')
             out += edit.lineEnding;
-        for (size_t at = 0; at < change.commentBytes; at = change.text.find('\n', at) + 1)
+        for (size_t at = 0; at < change.commentBytes;) {
             movedComments.push_back(static_cast<uint32_t>(out.size() + at));
+            at = std::min(change.text.find('\n', at), change.commentBytes) + 1;
+        }
         out += change.text;
         done = std::max(done, change.end);
     }
