@@ -479,6 +479,27 @@ typedef void (*ZPROPObserver)(int change, char const* stanza, char const* key, v
 ///         not start any more; a call from another thread waits for a running one.
 int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* context);
 
+// ---- Merging ------------------------------------------------------------------------------------
+
+/// Merges two versions of a file with a common base, by stanza and key: the differences of `base`
+/// and `theirs` become edits of `ours`. Every other line of `ours` stays byte for byte. A comment
+/// belongs to the key or header below it. Values that both sides add, another order and blank lines
+/// never conflict. Two different changes of a value do, and so does a change in a stanza or key
+/// that the other side removed: the result then has the lines of both sides between conflict marks
+/// as git writes them, and cannot be read as a file before it is edited.
+/// range   the contents of files of the dialect; null only with length 0. `dialect` null: "stanza".
+///         `length` and `conflicts` may be null. `*text` is null if the result is empty, and after
+///         a failure.
+/// owns    `*text` is released with zstzPropFree_6_0.
+/// codes   0 also with conflicts, whose number is in `*conflicts`; 55 if an argument is missing; 58
+///         if the dialect is unknown; 51 if a version is invalid, memory is exhausted, or a value
+///         does not fit into its line. zstzPropGetLastError_6_0 has the name of the argument as the
+///         file then.
+/// cost    O(n log n) in the bytes of the three versions.
+int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours, size_t oursLength,
+                          char const* theirs, size_t theirsLength, char const* dialect, char** text,
+                          size_t* length, int* conflicts);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,306 @@
+#include "text_merge.h"
+
+#include <iterator>
+#include <list>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "conflict_marks.h"
+#include "difference.h"
+#include "document.h"
+#include "merge_side.h"
+#include "merged_contents.h"
+
+namespace zlines {
+
+namespace {
+
+using Entries = std::list<SideEntry>;
+using Position = Entries::iterator;
+using Name = std::pair<std::string, std::string>;  // of a stanza; of a key, or empty
+
+// The comments of both sides, without comments that a side removed.
+std::vector<SideComment> mergeComments(std::vector<SideComment> const& base,
+                                       std::vector<SideComment> const& ours,
+                                       std::vector<SideComment> const& theirs)
+{
+    auto const wordsOf = [](std::vector<SideComment> const& comments) {
+        std::vector<std::string> words;
+        for (SideComment const& comment : comments)
+            words.emplace_back(comment.words);
+        return words;
+    };
+    std::multimap<std::string_view, SideComment const*> known;
+    for (std::vector<SideComment> const* side : {&ours, &theirs})
+        for (SideComment const& comment : *side)
+            known.emplace(comment.words, &comment);
+    std::vector<SideComment> merged;
+    auto const add = [&](std::string const& words) {
+        merged.push_back(*known.lower_bound(words)->second);  // the first side has priority
+    };
+    for (MergedValue const& value : mergeValues(wordsOf(base), wordsOf(ours), wordsOf(theirs))) {
+        bool const isSwapped = value.isConflict && value.theirs < value.ours;
+        std::set<std::string> added;
+        for (auto const* side :
+             {isSwapped ? &value.theirs : &value.ours, isSwapped ? &value.ours : &value.theirs})
+            for (std::string const& words : *side)
+                if (!value.isConflict || added.insert(words).second)
+                    add(words);
+    }
+    return merged;
+}
+
+// Makes the changes of a merge in the entries of `ours`.
+class Assembly {
+public:
+    Assembly(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs,
+             MergedContents const& contents)
+        : base_(base), ours_(ours), theirs_(theirs), contents_(contents), entries_(ours.entries())
+    {
+        for (Position at = entries_.begin(); at != entries_.end(); ++at) {
+            if (at->kind == SideEntry::comment)
+                comments_[Name(at->stanza, at->name)].push_back(at);
+            else
+                positions_.emplace(Name(at->stanza, at->name), at);
+        }
+    }
+
+    Entries const& assemble()
+    {
+        removeMissing();
+        addStanzas();
+        for (std::string const& stanza : theirs_.stanzas())
+            if (contents_.has(stanza))
+                addKeys(stanza);
+        for (auto const& [stanza, keys] : contents_.stanzas()) {
+            mergeCommentsOf(stanza, "");
+            for (auto const& [key, values] : keys.keys)
+                mergeCommentsOf(stanza, key);
+        }
+        mergeCommentsOf(kEndOfText, "");
+        return entries_;
+    }
+
+private:
+    bool isWanted(std::string const& stanza, std::string const& key) const
+    {
+        return stanza == kTopOfText && key.empty() ? true
+               : stanza == kEndOfText              ? true
+               : key.empty()                       ? contents_.has(stanza)
+                                                   : contents_.find(stanza, key) != nullptr;
+    }
+
+    void removeMissing()
+    {
+        for (Position at = entries_.begin(); at != entries_.end();) {
+            if (isWanted(at->stanza, at->name)) {
+                ++at;
+                continue;
+            }
+            if (at->kind != SideEntry::comment)
+                positions_.erase(Name(at->stanza, at->name));
+            at = entries_.erase(at);
+        }
+    }
+
+    // Returns the position of the next header from `at` on, or of the comments above it.
+    Position endOfSection(Position at)
+    {
+        Position end = at;
+        bool isInComments = false;
+        for (; at != entries_.end(); ++at) {
+            bool const isOfHeader =
+                at->kind != SideEntry::key && at->name.empty() && at->stanza != kTopOfText;
+            if (at->kind == SideEntry::header)
+                return isInComments ? end : at;
+            if (isOfHeader && !isInComments)
+                end = at;
+            isInComments = isOfHeader;
+        }
+        return isInComments ? end : at;
+    }
+
+    Position add(Position before, SideEntry entry)
+    {
+        Name const name(entry.stanza, entry.name);
+        Position const at = entries_.insert(before, std::move(entry));
+        positions_.emplace(name, at);
+        return at;
+    }
+
+    // Adds the stanzas that only the other side has, each after its predecessor there.
+    void addStanzas()
+    {
+        Position last = entries_.begin();  // in the section before
+        for (std::string const& stanza : theirs_.stanzas()) {
+            if (stanza == kTopOfText || !contents_.has(stanza))
+                continue;
+            auto const known = positions_.find(Name(stanza, ""));
+            if (known != positions_.end()) {
+                last = std::next(known->second);
+                continue;
+            }
+            last = std::next(
+                add(endOfSection(last),
+                    {SideEntry::header, stanza, "", {}, theirs_.find(stanza)->isBelowBlank}));
+        }
+    }
+
+    // Returns the position after the comments at the start of the text.
+    Position startOfTop()
+    {
+        Position at = entries_.begin();
+        while (at != entries_.end() && at->kind == SideEntry::comment && at->stanza == kTopOfText &&
+               at->name.empty())
+            ++at;
+        return at;
+    }
+
+    // Adds the keys that only the other side has, each after its predecessor there.
+    void addKeys(std::string const& stanza)
+    {
+        auto const header = positions_.find(Name(stanza, ""));
+        Position next = stanza == kTopOfText || header == positions_.end()
+                            ? startOfTop()
+                            : std::next(header->second);
+        for (std::string_view const view : theirs_.find(stanza)->keys) {
+            std::string const key(view);
+            if (contents_.find(stanza, key) == nullptr)
+                continue;
+            auto const known = positions_.find(Name(stanza, key));
+            Position const at = known != positions_.end()
+                                    ? known->second
+                                    : add(next, {SideEntry::key,
+                                                 stanza,
+                                                 key,
+                                                 {},
+                                                 theirs_.find(stanza, key)->isBelowBlank});
+            next = std::next(at);
+        }
+    }
+
+    void mergeCommentsOf(std::string const& stanza, std::string const& key)
+    {
+        std::vector<SideComment> const ours = ours_.commentsOf(stanza, key);
+        std::vector<SideComment> const merged =
+            mergeComments(base_.commentsOf(stanza, key), ours, theirs_.commentsOf(stanza, key));
+        if (merged == ours)
+            return;
+        Position before = entries_.end();
+        auto const known = positions_.find(Name(stanza, key));
+        if (known != positions_.end())
+            before = known->second;
+        else if (stanza == kTopOfText && key.empty())
+            before = entries_.begin();
+        for (Position const at : comments_[Name(stanza, key)]) {
+            if (before == at)
+                ++before;
+            entries_.erase(at);
+        }
+        // A blank line separates the comments at the start from the rest.
+        if (stanza == kTopOfText && key.empty() && before != entries_.end())
+            before->isBelowBlank = true;
+        for (SideComment const& comment : merged)
+            entries_.insert(before,
+                            {SideEntry::comment, stanza, key, comment, comment.isBelowBlank});
+    }
+
+    MergeSide const& base_;
+    MergeSide const& ours_;
+    MergeSide const& theirs_;
+    MergedContents const& contents_;
+    Entries entries_;
+    std::map<Name, Position> positions_;              // of headers and keys
+    std::map<Name, std::vector<Position>> comments_;  // of the first side
+};
+
+// Writes the entries as a document.
+class Writer {
+public:
+    Writer(Dialect const& dialect, MergeSide const& ours, MergeSide const& theirs,
+           MergedContents const& contents)
+        : dialect_(dialect), ours_(ours), theirs_(theirs), contents_(contents)
+    {
+    }
+
+    void write(Entries const& entries, Document& document)
+    {
+        std::vector<std::string> order{kTopOfText};
+        std::map<std::string, std::vector<SideEntry const*>> grouped;
+        std::string current = kTopOfText;
+        std::set<std::string> known{current};
+        for (SideEntry const& entry : entries) {
+            if (entry.kind != SideEntry::header) {
+                grouped[current].push_back(&entry);
+                continue;
+            }
+            current = entry.stanza;
+            if (known.insert(current).second) {
+                order.push_back(current);
+                grouped[current].push_back(&entry);
+            }
+        }
+        for (std::string const& stanza : order)
+            for (SideEntry const* entry : grouped[stanza])
+                write(*entry, document);
+    }
+
+private:
+    void write(SideEntry const& entry, Document& document)
+    {
+        if (entry.kind == SideEntry::comment) {
+            document.addComment(entry.text.text, entry.isBelowBlank);
+            return;
+        }
+        bool const isOurs = entry.name.empty() ? ours_.find(entry.stanza) != nullptr
+                                               : ours_.find(entry.stanza, entry.name) != nullptr;
+        MergeSide const& side = isOurs ? ours_ : theirs_;
+        if (entry.kind == SideEntry::header) {
+            std::string_view const spelled = side.find(entry.stanza)->spelled;
+            bool const isName = dialect_.comparableStanza(spelled, space_) == entry.stanza;
+            document.addStanza(isName ? spelled : entry.stanza, entry.isBelowBlank);
+            return;
+        }
+        std::string_view const spelled = side.find(entry.stanza, entry.name)->spelled;
+        bool const isName = dialect_.comparableKey(spelled, space_) == entry.name;
+        document.addKey(isName ? spelled : entry.name, entry.isBelowBlank);
+        for (MergedValue const& value : contents_.find(entry.stanza, entry.name)->values)
+            for (std::string const& text : value.ours.empty() ? value.theirs : value.ours)
+                document.addValue(text);
+    }
+
+    Dialect const& dialect_;
+    MergeSide const& ours_;
+    MergeSide const& theirs_;
+    MergedContents const& contents_;
+    std::string space_;
+};
+
+}  // namespace
+
+MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
+                      Dialect const& dialect)
+{
+    if (ours == theirs || theirs == base)
+        return {std::string(ours), 0};
+    if (ours == base)
+        return {std::string(theirs), 0};
+    MergeSide const before(base, dialect);
+    MergeSide const our(ours, dialect);
+    MergeSide const their(theirs, dialect);
+    MergedContents const contents(before, our, their);
+    Assembly assembly(before, our, their, contents);
+    Document document;
+    Entries const& entries = assembly.assemble();
+    Writer(dialect, our, their, contents).write(entries, document);
+    std::string text;
+    std::vector<uint32_t> movedComments;
+    if (!rewrite(ours, dialect, document, movedComments, text))
+        text = ours;
+    if (contents.conflicts() > 0)
+        text = markConflicts(text, dialect, contents, our, their);
+    return {std::move(text), contents.conflicts()};
+}
+
+}  // namespace zlines

@@ -1,0 +1,31 @@
+// text_merge: two changes of a file, merged by stanza and key.
+//
+// The differences of `base` and `theirs` become edits of `ours`, so that every other line of `ours`
+// stays byte for byte, with its order and blank lines. A comment belongs to the key or header below
+// it.
+#pragma once
+
+#include <stddef.h>
+
+#include <string>
+#include <string_view>
+
+#include "dialect.h"
+
+namespace zlines {
+
+struct MergedText {
+    std::string text;
+    size_t conflicts;  // marked in the text
+};
+
+/// Merges the contents of a file. Two different changes of a value are a conflict; the result has
+/// the lines of both sides then, between marks as git writes them. A change in a stanza or key that
+/// the other side removed is a conflict, too. Comments never conflict: the result gets the comments
+/// of both sides.
+/// range   the arguments are readable files of the dialect.
+/// throws  Refusal as rewrite(); std::bad_alloc.
+MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
+                      Dialect const& dialect);
+
+}  // namespace zlines

@@ -1,0 +1,74 @@
+// The plain function that merges the contents of files.
+#include <string.h>
+
+#include "ZException.h"
+#include "ZPropertiesImpl.h"
+#include "lines/difference.h"
+#include "lines/text_merge.h"
+#include "stanza/raise_sites.h"
+#include "stanza/stanza_dialect.h"
+#include "zproperties_c.h"
+#include "zproperties_c_p.h"
+
+using namespace zhandles;
+
+namespace {
+
+struct Input {
+    char const* name;  // in the record of a failure
+    char const* text;
+    size_t length;
+
+    std::string_view view() const { return {text == nullptr ? "" : text, length}; }
+};
+
+// Throws the exception of a load if the text cannot be read.
+void requireReadable(Input const& input)
+{
+    ZSCFData_6_0 cache;
+    cache.readText(input.name, input.view().data(), input.length);
+}
+
+zlines::MergedText merge(Input const (&inputs)[3])
+{
+    for (Input const& input : inputs)
+        requireReadable(input);
+    try {
+        return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(),
+                                  zstanza::stanzaDialect());
+    } catch (zlines::Refusal const& refusal) {
+        ZPropertiesInvalidValueException_6_0(inputs[1].name, refusal.stanza.c_str(),
+                                             refusal.key.c_str(), refusal.value.c_str())
+            .throwException(zstanza::kSource, zstanza::raiseForLine);
+    }
+}
+
+}  // namespace
+
+int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours, size_t oursLength,
+                          char const* theirs, size_t theirsLength, char const* dialect, char** text,
+                          size_t* length, int* conflicts)
+{
+    if (text == nullptr)
+        return missingArgument();
+    *text = nullptr;
+    if (length != nullptr)
+        *length = 0;
+    if (conflicts != nullptr)
+        *conflicts = 0;
+    Input const inputs[] = {
+        {"base", base, baseLength}, {"ours", ours, oursLength}, {"theirs", theirs, theirsLength}};
+    for (Input const& input : inputs)
+        if (input.text == nullptr && input.length != 0)
+            return missingArgument();
+    if (dialect != nullptr && strcmp(dialect, "stanza") != 0)
+        return recordFailure(zpropUnsupported, "The dialect is unknown; use \"stanza\".");
+    return codeOf(openStoreCode, {}, [&] {
+        zlines::MergedText const merged = merge(inputs);
+        *text = returnedString(merged.text.data(), merged.text.size());
+        if (length != nullptr)
+            *length = merged.text.size();
+        if (conflicts != nullptr)
+            *conflicts = static_cast<int>(merged.conflicts);
+    });
+}

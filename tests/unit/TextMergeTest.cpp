@@ -1,0 +1,296 @@
+// Merging files by stanza and key: lists of values, whole files, conflicts, and random files.
+#include <Z/lines/outline.h>
+#include <Z/lines/text_merge.h>
+#include <Z/lines/value_merge.h>
+#include <Z/stanza/stanza_dialect.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using zlines::MergedText;
+
+// Returns the merged values, a string of a character per value: "(1|2)" is a conflict.
+std::string mergedValues(std::string const& base, std::string const& ours,
+                         std::string const& theirs)
+{
+    auto const split = [](std::string const& text) {
+        Strings list;
+        for (char const c : text)
+            list.emplace_back(1, c);
+        return list;
+    };
+    std::string text;
+    for (zlines::MergedValue const& value :
+         zlines::mergeValues(split(base), split(ours), split(theirs))) {
+        text += value.isConflict ? "(" : "";
+        for (std::string const& v : value.ours)
+            text += v;
+        text += value.isConflict ? "|" : "";
+        for (std::string const& v : value.theirs)
+            text += v;
+        text += value.isConflict ? ")" : "";
+    }
+    return text;
+}
+
+MergedText merge(std::string const& base, std::string const& ours, std::string const& theirs)
+{
+    return zlines::mergeTexts(base, ours, theirs, zstanza::stanzaDialect());
+}
+
+using Contents = std::map<std::string, std::map<std::string, Strings>>;
+
+Contents contentsOf(std::string const& text)
+{
+    zlines::Outline outline(text, zstanza::stanzaDialect());
+    Contents contents;
+    std::string stanza;
+    std::string space;
+    for (uint32_t i = 0; i < outline.lines().size(); ++i) {
+        zlines::Line const& line = outline.lines()[i];
+        if (line.kind == zlines::headerLine)
+            contents[stanza = outline.spelledName(i)];
+        if (line.isKey()) {
+            Strings& values = contents[stanza][std::string(outline.keyName(i, space))];
+            if (line.kind == zlines::valueLine)
+                values.emplace_back(outline.value(i, space));
+        }
+    }
+    return contents;
+}
+
+std::optional<Strings> valuesIn(Contents const& contents, char const* stanza, char const* key)
+{
+    auto const parent = contents.find(stanza);
+    if (parent == contents.end() || !parent->second.contains(key))
+        return {};
+    return parent->second.at(key);
+}
+
+}  // namespace
+
+TEST(ValueMerge, MakesBothChangesInOneList)
+{
+    struct Case {
+        char const* name;
+        char const* base;
+        char const* ours;
+        char const* theirs;
+        char const* merged;
+    };
+    Case const cases[] = {
+        {"no change", "ab", "ab", "ab", "ab"},
+        {"one side changes", "ab", "ab", "ac", "ac"},
+        {"both make the same change", "a", "b", "b", "b"},
+        {"different values change", "ab", "cb", "ad", "cd"},
+        {"one value changes twice", "a", "b", "c", "(b|c)"},
+        {"one of several changes twice", "abc", "xbc", "ybc", "(x|y)bc"},
+        {"both add", "a", "ab", "ac", "abc"},
+        {"both add, order swapped", "a", "ac", "ab", "abc"},
+        {"both add the same", "a", "ab", "ab", "ab"},
+        {"both add the same and others", "a", "abc", "abd", "abcd"},
+        {"both add the same at different places", "a", "ba", "ab", "ab"},
+        {"one removes, the other changes", "ab", "b", "cb", "(|c)b"},
+        {"one removes, the other adds", "ab", "b", "abc", "bc"},
+        {"one removes all, the other nothing", "ab", "", "a", ""},
+        {"one removes all, the other changes", "ab", "", "ac", "(|c)"},
+        {"both remove all", "ab", "", "", ""},
+        {"a new key with different values", "", "a", "b", "(a|b)"},
+        {"a new key with the same value", "", "a", "a", "a"},
+        {"a new key, one side with more values", "", "a", "ab", "ab"},
+        {"one side reorders, the other adds", "ab", "ba", "abc", "bca"},
+        {"one side reorders, the other changes", "abc", "cab", "axc", "cax"},
+        {"both reorder", "abc", "cab", "bca", "bca"},
+        {"a replacement here is an addition there", "ab", "cb", "abc", "cb"},
+        {"the same value twice in the base", "aa", "a", "aab", "ab"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.merged, mergedValues(c.base, c.ours, c.theirs));
+    }
+}
+
+TEST(TextMerge, MakesTheChangesOfBothSides)
+{
+    struct Case {
+        char const* name;
+        std::string base;
+        std::string ours;
+        std::string theirs;
+        std::string merged;
+    };
+    Case const cases[] = {
+        {"different keys", "[a]\nk = 1\nl = 2\n", "[a]\nk  =  3\nl = 2\n", "[a]\nk = 1\nl = 4\n",
+         "[a]\nk  =  3\nl = 4\n"},
+        {"neighbours", "[a]\nk = 1\nl = 2\n", "[a]\nk = 3\nl = 2\n", "[a]\nk = 1\n",
+         "[a]\nk = 3\n"},
+        {"the same value added twice", "[a]\n", "[a]\nk=1\n", "[a]\n\nk = 1\n", "[a]\nk=1\n"},
+        {"keys added at one place", "[a]\nk = 1\n", "[a]\nk = 1\nl = 2\n", "[a]\nk = 1\nm = 3\n",
+         "[a]\nk = 1\nm = 3\nl = 2\n"},
+        {"values added at one place", "[a]\nk = 1\n", "[a]\nk = 1\nk = 2\n", "[a]\nk = 1\nk = 3\n",
+         "[a]\nk = 1\nk = 2\nk = 3\n"},
+        {"reordered keys", "[a]\nk = 1\nl = 2\n", "[a]\nl = 2\nk = 1\n", "[a]\nk = 3\nl = 2\n",
+         "[a]\nl = 2\nk = 3\n"},
+        {"reordered stanzas", "[a]\nk = 1\n\n[b]\nl = 2\n", "[b]\nl = 2\n\n[a]\nk = 1\n",
+         "[a]\nk = 1\n\n[b]\nl = 3\n", "[b]\nl = 3\n\n[a]\nk = 1\n"},
+        {"blank lines and spacing", "[a]\nk = 1\nl = 2\n", "[a]\n\n k=1\n\nl = 3\n",
+         "[a]\nk = 1\n\n\nl = 2\nm = 4\n", "[a]\n\n k=1\n\nl = 3\nm = 4\n"},
+        {"a new key takes its comment along", "[a]\nk = 1\n", "[a]\nk = 2\n",
+         "[a]\nk = 1\n# the l\nl = 2\n", "[a]\nk = 2\n# the l\nl = 2\n"},
+        {"a removed key takes its comment along", "[a]\n# the k\nk = 1\nl = 2\n",
+         "[a]\n# the k\nk = 1\nl = 3\n", "[a]\nl = 2\n", "[a]\nl = 3\n"},
+        {"a comment changes on one side", "[a]\n# x\nk = 1\n", "[a]\n# x\nk = 2\n",
+         "[a]\n# y\nk = 1\n", "[a]\n# y\nk = 2\n"},
+        {"a comment changes on both sides", "[a]\n# x\nk = 1\n", "[a]\n# z\nk = 1\n",
+         "[a]\n# y\nk = 1\n", "[a]\n# y\n# z\nk = 1\n"},
+        {"a comment of a stanza", "# x\n[a]\nk = 1\n# b\n[b]\n", "# x\n[a]\nk = 2\n# b\n[b]\n",
+         "# x\n[a]\nk = 1\n# c\n[b]\n", "# x\n[a]\nk = 2\n# c\n[b]\n"},
+        {"a new stanza with its comment", "[a]\nk = 1\n\n# end\n", "[a]\nk = 2\n\n# end\n",
+         "[a]\nk = 1\n\n# new\n[b]\nl = 2\n# m\nm = 3\n\n# end\n",
+         "[a]\nk = 2\n\n# new\n[b]\nl = 2\n# m\nm = 3\n\n# end\n"},
+        {"a new stanza between others", "[a]\nk = 1\n\n[c]\nl = 1\n", "[a]\nk = 2\n\n[c]\nl = 1\n",
+         "[a]\nk = 1\n\n[b]\nm = 2\n\n[c]\nl = 1\n", "[a]\nk = 2\n\n[b]\nm = 2\n\n[c]\nl = 1\n"},
+        {"a removed stanza", "[a]\nk = 1\n\n[b]\nl = 2\n\n[c]\n",
+         "[a]\nk = 2\n\n[b]\nl = 2\n\n[c]\n", "[a]\nk = 1\n\n[c]\n", "[a]\nk = 2\n\n[c]\n"},
+        {"a removed stanza leaves the comment of the next", "[a]\nk = 1\n[b]\nl = 2\n# c\n[c]\n",
+         "[a]\nk = 2\n[b]\nl = 2\n# c\n[c]\n", "[a]\nk = 1\n# c\n[c]\n", "[a]\nk = 2\n# c\n[c]\n"},
+        {"a stanza that both remove", "[a]\n[b]\nl = 2\n", "[a]\nk = 1\n", "[a]\n", "[a]\nk = 1\n"},
+        {"line endings stay", "[a]\r\nk = 1\r\n", "[a]\r\nk = 2\r\n", "[a]\nk = 1\nl = 2\n",
+         "[a]\r\nk = 2\r\nl = 2\r\n"},
+        {"a comment at the start of the file", "[a]\nk = 1\n", "[a]\nk = 2\n",
+         "# file\n\n[a]\nk = 1\n", "# file\n\n[a]\nk = 2\n"},
+        {"a key without a value", "[a]\nk = 1\nl = 1\n", "[a]\nk = 2\nl = 1\n", "[a]\nk = 1\nl =\n",
+         "[a]\nk = 2\nl = \n"},
+        {"an empty base", "", "[a]\nk = 1\n", "[b]\nl = 2\n", "[b]\nl = 2\n\n[a]\nk = 1\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        MergedText const merged = merge(c.base, c.ours, c.theirs);
+        EXPECT_EQ(0u, merged.conflicts);
+        EXPECT_EQ(c.merged, merged.text);
+        EXPECT_EQ(contentsOf(merged.text), contentsOf(merge(c.base, c.theirs, c.ours).text));
+        EXPECT_EQ(c.ours, merge(c.base, c.ours, c.ours).text);
+        EXPECT_EQ(c.ours, merge(c.base, c.ours, c.base).text);
+        EXPECT_EQ(c.theirs, merge(c.base, c.base, c.theirs).text);
+    }
+}
+
+TEST(TextMerge, MarksTwoDifferentChangesOfAValue)
+{
+    struct Case {
+        char const* name;
+        std::string base;
+        std::string ours;
+        std::string theirs;
+        std::string merged;  // "@" is the end of a conflict
+    };
+    Case const cases[] = {
+        {"a value", "[a]\nk = 1\nl = 2\nm = 3\n", "[a]\nk = 1\nl  = 4\nm = 3\n",
+         "[a]\nk = 1\nl=5\nm = 6\n", "[a]\nk = 1\n<<<<<<< ours\nl  = 4\n=======\nl=5\n@m = 6\n"},
+        {"one of several values", "[a]\nk = 1\nk = 2\n", "[a]\nk = 3\nk = 2\n",
+         "[a]\nk = 4\nk = 2\n", "[a]\n<<<<<<< ours\nk = 3\n=======\nk = 4\n@k = 2\n"},
+        {"a new key", "[a]\n", "[a]\nk = 1\n", "[a]\nk = 2\n",
+         "[a]\n<<<<<<< ours\nk = 1\n=======\nk = 2\n@"},
+        {"removed by this side", "[a]\nk = 1\nl = 2\n", "[a]\nl = 2\n", "[a]\nk = 3\nl = 2\n",
+         "[a]\n<<<<<<< ours\n=======\nk = 3\n@l = 2\n"},
+        {"removed by the other side", "[a]\nk = 1\nl = 2\n", "[a]\nk = 3\nl = 2\n", "[a]\nl = 2\n",
+         "[a]\n<<<<<<< ours\nk = 3\n=======\n@l = 2\n"},
+        {"emptied by the other side", "[a]\nk = 1\n", "[a]\nk = 3\n", "[a]\nk =\n",
+         "[a]\n<<<<<<< ours\nk = 3\n=======\nk =\n@"},
+        {"emptied by this side", "[a]\nk = 1\n", "[a]\nk =\n", "[a]\nk = 3\n",
+         "[a]\n<<<<<<< ours\nk =\n=======\nk = 3\n@"},
+        {"neighbours, the later name first", "[a]\nl = 1\nk = 1\n", "[a]\nl = 2\nk = 2\n",
+         "[a]\nl = 3\nk = 3\n",
+         "[a]\n<<<<<<< ours\nl = 2\n=======\nl = 3\n@"
+         "<<<<<<< ours\nk = 2\n=======\nk = 3\n@"},
+        {"a stanza that this side removed", "[a]\n\n[b]\nk = 1\nl = 2\n", "[a]\n",
+         "[a]\n\n[b]\nk = 3\nl = 2\n", "[a]\n\n<<<<<<< ours\n=======\n[b]\nk = 3\n@"},
+        {"a stanza that the other side removed", "[a]\n\n[b]\nk = 1\nl = 2\n",
+         "[a]\n\n[b]\nk = 3\nl = 2\n", "[a]\n", "[a]\n\n<<<<<<< ours\n[b]\nk = 3\n=======\n@"},
+        {"a key added to a stanza that the other side removed", "[a]\n[b]\nk = 1\n",
+         "[a]\n[b]\nk = 1\nl = 2\n", "[a]\n", "[a]\n<<<<<<< ours\n[b]\nl = 2\n=======\n@"},
+        {"line endings and a missing one at the end", "[a]\r\nk = 1", "[a]\r\nk = 2",
+         "[a]\nk = 3\n", "[a]\r\n<<<<<<< ours\r\nk = 2\r\n=======\r\nk = 3\r\n@"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        MergedText const merged = merge(c.base, c.ours, c.theirs);
+        EXPECT_LT(0u, merged.conflicts);
+        std::string const ending = c.base.find('\r') != std::string::npos ? "\r\n" : "\n";
+        std::string const mark = ">>>>>>> " + std::string("theirs") + ending;
+        std::string expected = c.merged;
+        for (size_t at; (at = expected.find('@')) != std::string::npos;)
+            expected.replace(at, 1, mark);
+        EXPECT_EQ(expected, merged.text);
+        EXPECT_EQ(merged.conflicts, merge(c.base, c.theirs, c.ours).conflicts);
+    }
+}
+
+TEST(TextMerge, CommutesInRandomFilesUnlessThereIsAConflict)
+{
+    std::mt19937 random(20260113);
+    auto const below = [&](unsigned n) { return static_cast<unsigned>(random()) % n; };
+    auto const line = [&] {
+        std::string const key(1, static_cast<char>('j' + below(4)));
+        return below(6) == 0   ? "# c" + std::to_string(below(3))
+               : below(9) == 0 ? std::string()
+                               : key + " = " + std::to_string(below(3));
+    };
+    auto const change = [&](std::string const& text) {
+        std::string changed;
+        for (size_t at = 0; at < text.size();) {
+            size_t const end = text.find('\n', at) + 1;
+            std::string const old = text.substr(at, end - at);
+            at = end;
+            unsigned const what = old[0] == '[' ? 3 + below(9) : below(12);
+            if (what != 0)
+                changed += what == 1 ? line() + "\n" : old;
+            if (what == 4)
+                changed += line() + "\n";
+        }
+        return changed;
+    };
+    unsigned merges = 0;
+    unsigned conflicts = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::string base;
+        for (char const* header : {"[a]\n", "\n[b]\n", "[c]\n"}) {
+            base += header;
+            for (unsigned i = below(5); i > 0; --i)
+                base += line() + "\n";
+        }
+        std::string const ours = change(base);
+        std::string const theirs = change(base);
+        SCOPED_TRACE("base:\n" + base + "ours:\n" + ours + "theirs:\n" + theirs);
+        MergedText const one = merge(base, ours, theirs);
+        MergedText const other = merge(base, theirs, ours);
+        ASSERT_EQ(one.conflicts, other.conflicts);
+        ASSERT_EQ(theirs, merge(base, base, theirs).text);
+        ++merges;
+        if (one.conflicts > 0) {
+            ++conflicts;
+            continue;
+        }
+        ASSERT_EQ(contentsOf(one.text), contentsOf(other.text)) << one.text << other.text;
+        Contents const contents = contentsOf(one.text);
+        Contents const sides[] = {contentsOf(base), contentsOf(ours), contentsOf(theirs)};
+        for (char const* stanza : {"a", "b", "c"})
+            for (char const* key : {"j", "k", "l", "m"}) {
+                auto const of = [&](int side) { return valuesIn(sides[side], stanza, key); };
+                for (int const unchanged : {1, 2}) {
+                    if (of(unchanged) == of(0)) {
+                        ASSERT_EQ(of(3 - unchanged), valuesIn(contents, stanza, key));
+                    }
+                }
+            }
+    }
+    EXPECT_LT(conflicts, merges);
+    EXPECT_LT(0u, conflicts);
+}

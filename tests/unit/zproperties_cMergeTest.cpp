@@ -1,0 +1,132 @@
+// The plain function that merges the contents of files.
+#include <Z/zproperties_c.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "FailingAllocator.h"
+#include "PlainFunctionsFixture.h"
+
+namespace {
+
+struct Merged {
+    int code = kUntouched;
+    std::string text;
+    size_t length = 0;
+    int conflicts = kUntouched;
+};
+
+Merged merge(std::string const& base, std::string const& ours, std::string const& theirs,
+             char const* dialect = nullptr)
+{
+    Merged merged;
+    char* text = nullptr;
+    merged.code =
+        zstzPropMergeText_6_0(base.data(), base.size(), ours.data(), ours.size(), theirs.data(),
+                              theirs.size(), dialect, &text, &merged.length, &merged.conflicts);
+    Text const owned(text);
+    merged.text = textOf(owned);
+    return merged;
+}
+
+ZPROPError lastError()
+{
+    ZPROPError error = {};
+    error.size = sizeof error;
+    EXPECT_EQ(0, zstzPropGetLastError_6_0(&error));
+    return error;
+}
+
+}  // namespace
+
+TEST(ZPropertiesCMerge, MakesTheChangesOfBothSides)
+{
+    Merged const merged =
+        merge("[a]\nk = 1\nl = 1\n", "[a]\nk=2\nl = 1\n", "[a]\nk = 1\n", "stanza");
+    EXPECT_EQ(0, merged.code);
+    EXPECT_EQ(0, merged.conflicts);
+    EXPECT_EQ("[a]\nk=2\n", merged.text);
+    EXPECT_EQ(merged.text.size(), merged.length);
+}
+
+TEST(ZPropertiesCMerge, CountsAndMarksConflicts)
+{
+    Merged const merged = merge("[a]\nk = 1\n", "[a]\nk = 2\n", "[a]\nk = 3\n");
+    EXPECT_EQ(0, merged.code);
+    EXPECT_EQ(1, merged.conflicts);
+    EXPECT_EQ(std::string("[a]\n<<<<<<< ours\nk = 2\n=======\nk = 3\n>>>>>>> ") + "theirs\n",
+              merged.text);
+}
+
+TEST(ZPropertiesCMerge, EmptyTextsAreFiles)
+{
+    char* text = nullptr;
+    EXPECT_EQ(0, zstzPropMergeText_6_0(nullptr, 0, nullptr, 0, nullptr, 0, nullptr, &text, nullptr,
+                                       nullptr));
+    EXPECT_EQ(nullptr, text);
+    EXPECT_EQ("[a]\n", merge("", "", "[a]\n").text);
+}
+
+TEST(ZPropertiesCMerge, RefusesMissingArgumentsAndUnknownDialects)
+{
+    char* text = nullptr;
+    EXPECT_EQ(zpropBadHandle,
+              zstzPropMergeText_6_0("", 0, "", 0, "", 0, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(zpropBadHandle,
+              zstzPropMergeText_6_0(nullptr, 1, "", 0, "", 0, nullptr, &text, nullptr, nullptr));
+    EXPECT_EQ(nullptr, text);
+    Merged const merged = merge("", "", "", "no such dialect");
+    EXPECT_EQ(zpropUnsupported, merged.code);
+    EXPECT_EQ(0, merged.conflicts);
+}
+
+TEST(ZPropertiesCMerge, RefusesAnInvalidTextAndNamesIt)
+{
+    std::string const good = "[a]\nk = 1\n";
+    std::string const bad = "[a]\nword\n";
+    char const* const names[] = {"base", "ours", "theirs"};
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(names[i]);
+        EXPECT_EQ(zpropOpenStoreFailed,
+                  merge(i == 0 ? bad : good, i == 1 ? bad : good, i == 2 ? bad : good).code);
+        EXPECT_STREQ(names[i], lastError().file);
+        EXPECT_EQ(2u, lastError().line);
+    }
+}
+
+TEST(ZPropertiesCMerge, OpensNoCompanion)
+{
+    std::string const base = "[a]\nk = 1\n[configuration-database]\nfile = /none/x.obf\n";
+    std::string const ours = "[a]\nk = 2\n[configuration-database]\nfile = /none/x.obf\n";
+    std::string const theirs = base + "[b]\n";
+    EXPECT_EQ(ours + "\n[b]\n", merge(base, ours, theirs).text);
+}
+
+TEST(ZPropertiesCMerge, FailsWithoutLeaksAtEachAllocation)
+{
+    std::string const base = "# c\n[a]\nk = 1\n";
+    std::string const ours = "# c\n[a]\nk = 2\n";
+    std::string const theirs = "# d\n[a]\nk = 3\n[b]\n";
+    char* text = nullptr;
+    for (unsigned long n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        long const blocks = FailingAllocator::blocks();
+        FailingAllocator::failAt(n);
+        int const code =
+            zstzPropMergeText_6_0(base.data(), base.size(), ours.data(), ours.size(), theirs.data(),
+                                  theirs.size(), nullptr, &text, nullptr, nullptr);
+        if (!FailingAllocator::stop()) {
+            ASSERT_EQ(0, code);
+            break;
+        }
+        if (code == 0) {  // memory for something that can be done without
+            zstzPropFree_6_0(text);
+            continue;
+        }
+        ASSERT_EQ(zpropOpenStoreFailed, code);
+        ASSERT_EQ(nullptr, text);
+        ASSERT_EQ(blocks, FailingAllocator::blocks());
+    }
+    ASSERT_NE(nullptr, text);
+    zstzPropFree_6_0(text);
+}
