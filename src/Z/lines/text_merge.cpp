@@ -16,8 +16,8 @@ namespace zlines {
 
 namespace {
 
-using Entries = std::list<SideEntry>;
-using Position = Entries::iterator;
+using EntryList = std::list<SideEntry>;
+using Position = EntryList::iterator;
 using Name = std::pair<std::string, std::string>;  // of a stanza; of a key, or empty
 
 // The comments of both sides, without comments that a side removed.
@@ -66,7 +66,7 @@ public:
         }
     }
 
-    Entries const& assemble()
+    EntryList const& assemble()
     {
         removeMissing();
         addStanzas();
@@ -210,7 +210,7 @@ private:
     MergeSide const& ours_;
     MergeSide const& theirs_;
     MergedContents const& contents_;
-    Entries entries_;
+    EntryList entries_;
     std::map<Name, Position> positions_;              // of headers and keys
     std::map<Name, std::vector<Position>> comments_;  // of the first side
 };
@@ -224,7 +224,7 @@ public:
     {
     }
 
-    void write(Entries const& entries, Document& document)
+    void write(EntryList const& entries, Document& document)
     {
         std::vector<std::string> order{kTopOfText};
         std::map<std::string, std::vector<SideEntry const*>> grouped;
@@ -292,11 +292,11 @@ MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_
     MergedContents const contents(before, our, their);
     Assembly assembly(before, our, their, contents);
     Document document;
-    Entries const& entries = assembly.assemble();
+    EntryList const& entries = assembly.assemble();
     Writer(dialect, our, their, contents).write(entries, document);
     std::string text;
-    std::vector<uint32_t> movedComments;
-    if (!rewrite(ours, dialect, document, movedComments, text))
+    TextHistory history;
+    if (!rewrite(ours, dialect, document, history, text))
         text = ours;
     if (contents.conflicts() > 0)
         text = markConflicts(text, dialect, contents, our, their);
