@@ -81,9 +81,10 @@ class ErrorsTest(tool.ToolTest):
                             ("unset", "a", "b"), ("stanzas",), ("keys", "a"), ("list",),
                             ("check",)):
             with self.subTest(verb):
+                remedy = ", or pass --create" if verb in ("set", "add", "unset") else ""
                 self.expect_unchanged(NO_ACCESS,
                                       f"zstz: {missing}: cannot open: No such file or directory; "
-                                      "check the path\n", verb, missing, *rest)
+                                      f"check the path{remedy}\n", verb, missing, *rest)
                 self.expect_unchanged(NO_ACCESS, directory, verb, directory, *rest)
 
     def test_a_read_error_is_reported(self):

@@ -10,8 +10,8 @@ import unittest
 
 TOOL = ""
 
-DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, INTERNAL = (
-    0, 1, 2, 3, 4, 5, 6, 7, 9)
+(DONE, NOT_FOUND, USAGE, INVALID_DATA, NO_ACCESS, LOCKED, INVALID_VALUE, REFUSED, DIFFERS,
+ INTERNAL) = range(10)
 
 # Seconds after which a process hangs, however slow and busy the machine is.
 HANGS = 300
@@ -92,6 +92,37 @@ class ToolTest(unittest.TestCase):
         self.expect(code, printed, *arguments, **options)
         after = self.directory_contents()
         self.assertEqual(before, after)
+
+    def expect_rows(self, rows):
+        """Runs each row of a table: a name, the files before, the arguments, the output, the exit
+        code and the files after, None if they are the same; the last element may be the standard
+        input. File names in arguments and output are relative. If the code is a failure, the output
+        is a part of the report."""
+        for name, before, arguments, printed, code, after, *given in rows:
+            with self.subTest(name):
+                self.write_files(before)
+                run = self.run_in_directory(*arguments, given=given[0] if given else b"")
+                if code in (DONE, DIFFERS):
+                    self.assertEqual((code, printed, b""), (run.returncode, run.stdout, run.stderr))
+                else:
+                    self.assertEqual((code, b""), (run.returncode, run.stdout), run.stderr)
+                    self.assertIn(printed, run.stderr)
+                self.assertEqual(before if after is None else after, self.read_files())
+
+    def write_files(self, files):
+        for path in self.path.parent.iterdir():
+            path.unlink()
+        for name, text in files.items():
+            (self.path.parent / name).write_bytes(text)
+
+    def read_files(self):
+        return {path.name: path.read_bytes() for path in self.path.parent.iterdir()}
+
+    def run_in_directory(self, *arguments, given=b""):
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        environment["LC_ALL"] = "C.UTF-8"
+        return subprocess.run([TOOL, *arguments], input=given, capture_output=True, check=False,
+                              cwd=self.directory.name, env=environment, timeout=HANGS)
 
     def directory_contents(self):
         return sorted((p.name, p.read_bytes() if p.is_file() else None)

@@ -1,52 +1,33 @@
 // commands: the verbs of zstz, one function each.
 //
-// A verb returns the exit code, or throws a Failure or an exception of the library. A verb stores
-// its change before it returns; if it throws, the file is unchanged.
+// A function `run…` returns the exit code. A function `apply…` changes a loaded file, which its
+// caller stores; `prepare…` comes before the file is loaded. All throw a Failure or an exception of
+// the library; files are unchanged then.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "request.h"
 
-// The arguments and options of the command line.
-struct Request {
-    std::string file;
-    std::vector<std::string> files;  // check, lint, hexdump
-    std::string stanza;              // list: empty for all stanzas
-    std::string key;
-    std::string value;
-    std::string as = "text";       // get: text, number or boolean
-    std::string format = "plain";  // lint: plain or json
-    bool all = false;              // get: every value; set, unset: all values of the key
-    bool obfuscated = false;       // set, add: read the value from standard input
-    bool wholeStanza = false;      // unset
-    bool replace = false;          // set, add, unset: rename a new file over the old one
-    bool normalise = false;        // set, add, unset, convert: store every line in one form
-    std::string action;            // java: get, set, list or check
-    std::string javaFrom;          // convert: either this or javaTo
-    std::string javaTo;
-    bool dropComments = false;  // java, convert: even if comments are lost
-    bool overwrite = false;     // convert: even if the target exists
-    std::string lockName;       // lock
-    std::string lockDir;        // lock: empty for the working directory
-    bool read = false;
-    bool write = false;
-    bool show = false;
-    double wait = 0;  // lock: seconds
-    std::vector<std::string> command;
-    bool hasSetTablesVariable = false;  // lock: the command must not inherit QVRDIR
-};
+class EditedFile;
 
 /// Prints the last value of a key, or every value, one per line.
 int runGet(Request const& request);
 
-/// Replaces the values of a key by a single value.
-int runSet(Request const& request);
+/// Read the value and check the arguments of set, add, unset and rename.
+void prepareValue(Request& request);
+void prepareUnset(Request& request);
+void prepareRename(Request& request);
+
+/// Replaces the value of a key, or one of its values; creates stanza and key.
+void applySet(EditedFile& file, Request const& request);
 
 /// Adds a value to a key, unless the key already has it.
-int runAdd(Request const& request);
+void applyAdd(EditedFile& file, Request const& request);
 
-/// Removes a key, or a whole stanza.
-int runUnset(Request const& request);
+/// Removes a value, a key or a stanza.
+void applyUnset(EditedFile& file, Request const& request);
+
+/// Renames a key or a stanza in place.
+void applyRename(EditedFile& file, Request const& request);
 
 /// Prints the stanza names in file order.
 int runStanzas(Request const& request);

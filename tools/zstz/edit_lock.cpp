@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr int kMaxTries = 100;
-constexpr useconds_t kRetryInterval = 50000;  // microseconds
-
 int openForLock(std::string const& path)
 {
     return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -30,9 +27,9 @@ bool refersTo(int fd, std::string const& path)
 
 }  // namespace
 
-EditLock::EditLock(std::string const& path) : fd_(openForLock(path))
+EditLock::EditLock(std::string const& path, Deadline const& deadline) : fd_(openForLock(path))
 {
-    for (int tries = 0; fd_ >= 0;) {
+    while (fd_ >= 0) {
         if (flock(fd_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
             if (refersTo(fd_, path))
                 return;
@@ -40,11 +37,11 @@ EditLock::EditLock(std::string const& path) : fd_(openForLock(path))
             fd_ = openForLock(path);
             continue;
         }
-        if (++tries > kMaxTries) {
+        if (deadline.hasPassed()) {
             close(fd_);
             throw Failure{exitLocked, path, {"locked by another process", "try again"}};
         }
-        usleep(kRetryInterval);
+        Deadline::pause();
     }
 }
 

@@ -54,7 +54,7 @@ std::string restoreRemedy(std::string const& mainFile)
 std::optional<std::pair<size_t, std::string>> findFirstError(std::string const& path)
 {
     try {
-        Problems const problems(path);
+        Problems const problems(path, 0);
         for (unsigned i = 0; i < problems.size(); ++i)
             if (problems[i].kind() == ZStanzaProblem_6_0::error)
                 return std::pair(problems[i].line(), toStdString(problems[i].text()));

@@ -16,6 +16,7 @@ enum ExitCode {
     exitLocked = 5,
     exitInvalidValue = 6,
     exitRefused = 7,
+    exitDiffers = 8,
     exitInternal = 9
 };
 

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "commands.h"
+#include "edited_file.h"
 #include "failures.h"
 #include "java_file.h"
 #include "stanza_file.h"
@@ -78,7 +79,7 @@ int javaGet(Request const& request)
 int javaSet(Request const& request)
 {
     checkJavaEntry(request.file, request.key, request.value);
-    EditLock const editLock(request.file);
+    EditLock const editLock(request.file, Deadline(request.wait));
     JavaFile const file(request.file);
     checkNothingLost(request.file, file, request.dropComments);
     Entries entries = file.entries();
@@ -181,26 +182,27 @@ void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza
 // Returns the entries of a stanza in UTF-8, checked for a Java file.
 Entries makeJavaEntries(Request const& request)
 {
-    LoadedFile file(request.file);
-    requireStanza(file.store(), request.file, request.stanza);
-    if (!request.dropComments && file.hasComments(request.stanza))
+    Store store;
+    loadFile(request, store);
+    requireStanza(store, request.file, request.stanza);
+    if (!request.dropComments && hasComments(store, request.stanza))
         throw Failure{exitRefused,
                       request.file,
                       {"stanza [" + request.stanza + "] has comments, which would be lost",
                        "pass --drop-comments"}};
     Entries entries;
-    for (Stanza const& stanza : file.outline()) {
+    for (Stanza const& stanza : outlineOf(store)) {
         if (stanza.name != request.stanza)
             continue;
         for (std::string const& key : stanza.keys) {
             std::string const name = nameKey(key, request.stanza);
-            if (file.isObfuscated(request.stanza, key))
+            if (store.isObfuscated(request.stanza.c_str(), key.c_str()) != 0)
                 throw Failure{
                     exitRefused,
                     request.file,
                     {name + " has obfuscated values, which would be readable in a Java file",
                      "remove the key with 'zstz unset'"}};
-            std::vector<std::string> const values = file.values(request.stanza, key);
+            std::vector<std::string> const values = valuesOf(store, request.stanza, key);
             if (values.size() > 1)
                 throw Failure{exitRefused,
                               request.file,
@@ -218,7 +220,7 @@ Entries makeJavaEntries(Request const& request)
 
 int convertToJava(Request const& request)
 {
-    EditLock const editLock(request.javaTo);
+    EditLock const editLock(request.javaTo, Deadline(request.wait));
     Entries const entries = makeJavaEntries(request);
     if (exists(request.javaTo) && !request.overwrite)
         throw Failure{
@@ -227,23 +229,30 @@ int convertToJava(Request const& request)
     return exitDone;
 }
 
-int convertFromJava(Request const& request)
+using LocalEntries = std::vector<std::pair<std::string, std::string>>;
+
+// Returns the entries of a Java file in the local codeset, checked for a stanza.
+LocalEntries readLocalEntries(Request const& request)
 {
     std::string const& path = request.javaFrom;
     JavaFile const java(path);
     checkNothingLost(path, java, request.dropComments);
-    std::vector<std::pair<std::string, std::string>> entries;
+    LocalEntries entries;
     for (auto const& [key, value] : java.entries()) {
         entries.emplace_back(toLocal(path, key, key),
                              toLocal(path, key, joinSurrogatePairs(value)));
         checkNames(path, request.stanza, entries.back().first);
         checkValue(path, entries.back().first, entries.back().second);
     }
-    checkNames(request.file, request.stanza, "key");
+    return entries;
+}
 
-    EditedFile file(request.file, {request.stanza, "", request.overwrite, request.normalise,
-                                   EditedFile::createIfMissing});
-    ZStanzaFileProperties_6_0& store = file.store();
+void convertFromJava(EditedFile& file, Request const& request)
+{
+    LocalEntries const entries = readLocalEntries(request);
+    checkNames(request.file, request.stanza, "key");
+    file.willChange(request.stanza, "", request.overwrite);
+    Store& store = file.store();
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {
         if (!request.overwrite)
@@ -260,8 +269,6 @@ int convertFromJava(Request const& request)
     }
     for (auto const& [key, value] : entries)
         store.setValue(stanza, key.c_str(), value.c_str(), 0);
-    store.store(request.file.c_str());
-    return exitDone;
 }
 
 }  // namespace
@@ -282,5 +289,9 @@ int runConvert(Request const& request)
         throw Failure{exitRefused,
                       request.file,
                       {"is the same file as " + java, "give the Java file another path"}};
-    return request.javaTo.empty() ? convertFromJava(request) : convertToJava(request);
+    if (!request.javaTo.empty())
+        return convertToJava(request);
+    Request change = request;
+    change.create = true;
+    return runChange(change, convertFromJava);
 }

@@ -119,7 +119,7 @@ void acquire(Lock& lock, Request const& request)
     // Waits a little even without --wait: a process that acquires a read lock blocks other
     // processes for a moment.
     constexpr double kMinimumWait = 0.05;
-    double const seconds = std::max(request.wait, kMinimumWait);
+    double const seconds = std::max(request.lockWait, kMinimumWait);
     auto const deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(seconds));
     ScopedAlarm const alarm(seconds);

@@ -1,49 +1,28 @@
 #include "problems.h"
 
 #include <Z/ZStanzaFileProperties.h>
-#include <Z/stanza/columns.h>
-#include <stdio.h>
+#include <Z/problems/inspector.h>
 
 #include <algorithm>
 #include <exception>
-#include <string_view>
 
+#include "busy.h"
 #include "commands.h"
+#include "json.h"
+#include "output.h"
+#include "stanza_file.h"
 
 namespace {
 
-// Returns `text` as a string of JSON. A byte that is not part of a valid character of UTF-8 is
-// written as the lone surrogate U+DC00 plus the byte.
-std::string toJson(std::string_view text)
-{
-    std::string json = "\"";
-    while (!text.empty()) {
-        size_t const length = zstanza::characterLength(text);
-        auto const byte = static_cast<unsigned char>(text.front());
-        char escaped[8];
-        if (byte == '"' || byte == '\\') {
-            json += '\\';
-            json += text.front();
-        } else if (byte < 0x20 || byte == 0x7F || (length == 1 && byte >= 0x80)) {
-            snprintf(escaped, sizeof escaped, "\\u%s%02x", byte < 0x80 ? "00" : "dc", byte);
-            json += escaped;
-        } else {
-            json += text.substr(0, length);
-        }
-        text.remove_prefix(length);
-    }
-    return json + '"';
-}
-
-void printPlain(std::string const& path, ZStanzaProblem_6_0 const& problem)
+std::string formatPlain(std::string const& path, ZStanzaProblem_6_0 const& problem)
 {
     std::string const line =
         nameLine(path, problem.line()) + ":" + std::to_string(problem.column()) + ": " +
         (problem.kind() == ZStanzaProblem_6_0::note ? "note: " : "") + toStdString(problem.text());
-    puts(toPrintable(line).c_str());
+    return toPrintable(line);
 }
 
-void printJson(std::string const& path, ZStanzaProblem_6_0 const& problem)
+std::string formatJson(std::string const& path, ZStanzaProblem_6_0 const& problem)
 {
     struct Field {
         char const* name;
@@ -58,12 +37,10 @@ void printJson(std::string const& path, ZStanzaProblem_6_0 const& problem)
         {"key", toJson(toStdString(problem.key()))},
         {"text", toJson(toStdString(problem.text()))},
     };
-    char const* separator = "{";
-    for (Field const& field : fields) {
-        printf("%s\"%s\": %s", separator, field.name, field.value.c_str());
-        separator = ", ";
-    }
-    puts("}");
+    std::string json;
+    for (Field const& field : fields)
+        json += std::string(json.empty() ? "{\"" : ", \"") + field.name + "\": " + field.value;
+    return json + '}';
 }
 
 // Returns the exit code that the problem is worth.
@@ -77,9 +54,25 @@ int codeOf(ZStanzaProblem_6_0 const& problem)
 
 }  // namespace
 
-Problems::Problems(std::string const& path) : list_(16, 1)
+Problems::Problems(std::string const& path, double wait) : list_(16, 1)
 {
-    ZStanzaFileProperties_6_0::findProblems(path.c_str(), list_);
+    retryWhileBusy(Deadline(wait),
+                   [&] { ZStanzaFileProperties_6_0::findProblems(path.c_str(), list_); });
+}
+
+Problems Problems::ofText(std::string const& text)
+{
+    Problems problems;
+    zproblems::Inspector inspector(text);
+    inspector.inspect();
+    for (zproblems::Complaint const& complaint : inspector.complaints())
+        problems.list_.addNoCopy(new ZStanzaProblem_6_0(
+            complaint.place.line, complaint.place.column,
+            complaint.isError ? ZStanzaProblem_6_0::error : ZStanzaProblem_6_0::note,
+            static_cast<ZStanzaProblem_6_0::Cause>(complaint.cause),
+            std::string(complaint.stanza).c_str(), std::string(complaint.key).c_str(),
+            zproblems::textOf(complaint).c_str()));
+    return problems;
 }
 
 Problem splitText(std::string const& text)
@@ -93,11 +86,12 @@ int runLint(Request const& request)
     int worst = exitDone;
     for (std::string const& path : request.files) {
         try {
-            Problems const problems(path);
+            Problems const problems = path == kStandardInput ? Problems::ofText(readStandardInput())
+                                                             : Problems(path, request.wait);
             for (unsigned i = 0; i < problems.size(); ++i) {
                 worst = std::max(worst, codeOf(problems[i]));
-                request.format == "json" ? printJson(path, problems[i])
-                                         : printPlain(path, problems[i]);
+                printLine(request, request.format == "json" ? formatJson(path, problems[i])
+                                                            : formatPlain(path, problems[i]));
             }
         } catch (...) {
             worst = std::max(worst, report(describe(std::current_exception(), path)));

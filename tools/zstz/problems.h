@@ -11,8 +11,12 @@
 // Every problem of a file, in file order.
 class Problems {
 public:
+    /// Waits up to `wait` seconds for a busy file.
     /// throws  as ZStanzaFileProperties_6_0::findProblems().
-    explicit Problems(std::string const& path);
+    Problems(std::string const& path, double wait);
+
+    /// Returns the problems of contents that are in no file.
+    static Problems ofText(std::string const& text);
 
     unsigned size() const { return list_.size(); }
     ZStanzaProblem_6_0 const& operator[](unsigned index) const
@@ -21,6 +25,8 @@ public:
     }
 
 private:
+    Problems() : list_(16, 1) {}
+
     ZArrayList_6_0 list_;
 };
 

@@ -1,13 +1,16 @@
 #include "stanza_file.h"
 
 #include <Z/ZArrayList.h>
+#include <Z/ZException.h>
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <unordered_set>
 
+#include "busy.h"
 #include "failures.h"
 #include "problems.h"
 
@@ -20,19 +23,62 @@ std::string nameOf(ZObject_6_0 const* name)
 
 }  // namespace
 
-LoadedFile::LoadedFile(std::string const& path) : cache_(new ZSCFData_6_0), store_(cache_)
+std::string readStandardInput(char const* contents)
 {
-    store_.setAttributes(ZPCache_6_0::keepComments, nullptr);
-    store_.load(path.c_str());
+    std::string text;
+    char chunk[65536];
+    size_t length;
+    while ((length = fread(chunk, 1, sizeof chunk, stdin)) > 0)
+        text.append(chunk, length);
+    if (ferror(stdin))
+        throw Failure{exitNoAccess,
+                      kStandardInputName,
+                      {std::string("cannot read ") + contents, "pipe it in"}};
+    return text;
 }
 
-std::vector<Stanza> LoadedFile::outline() const
+namespace {
+
+// Returns the first error in the text of standard input.
+Failure describeText(std::string const& text)
 {
+    Problems const problems = Problems::ofText(text);
+    for (unsigned i = 0; i < problems.size(); ++i)
+        if (problems[i].kind() == ZStanzaProblem_6_0::error)
+            return {exitInvalidData, nameLine(kStandardInputName, problems[i].line()),
+                    splitText(toStdString(problems[i].text()))};
+    return {exitInvalidData, kStandardInputName, {"invalid line", "correct it"}};
+}
+
+}  // namespace
+
+void loadFile(std::string const& path, double wait, Store& store)
+{
+    if (path != kStandardInput) {
+        retryWhileBusy(Deadline(wait), [&] { store.load(path.c_str()); });
+        return;
+    }
+    std::string const text = readStandardInput();
+    try {
+        store.loadText(text.data(), text.size());
+    } catch (ZPropertiesInvalidDataException_6_0 const&) {
+        throw describeText(text);
+    } catch (ZUnsupportedException_6_0 const&) {
+        throw Failure{exitRefused,
+                      kStandardInputName,
+                      {"the text names a companion file, and does not have its values",
+                       "pass the path of the file"}};
+    }
+}
+
+std::vector<Stanza> outlineOf(Store const& store)
+{
+    ZSCFData_6_0 const& cache = store.contents();
     std::vector<Stanza> stanzas;
     std::unordered_set<std::string> listed;  // "stanza" or "stanza\nkey"
 
     ZArrayList_6_0 lines(64, 1);
-    cache_->getLines(lines);
+    cache.getLines(lines);
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
         std::string const name = toStdString(line.text());
@@ -46,7 +92,7 @@ std::vector<Stanza> LoadedFile::outline() const
     }
 
     ZArrayList_6_0 names(64, 1);
-    cache_->getNames(names);
+    cache.getNames(names);
     for (unsigned i = 0; i < names.size(); ++i) {
         std::string const name = nameOf(names.get(i));
         if (listed.insert(name).second)
@@ -54,7 +100,7 @@ std::vector<Stanza> LoadedFile::outline() const
     }
     for (Stanza& stanza : stanzas) {
         ZArrayList_6_0 keys(64, 1);
-        cache_->getNames(stanza.name.c_str(), keys);
+        cache.getNames(stanza.name.c_str(), keys);
         for (unsigned i = 0; i < keys.size(); ++i) {
             std::string const key = nameOf(keys.get(i));
             if (listed.insert(stanza.name + '\n' + key).second)
@@ -65,29 +111,25 @@ std::vector<Stanza> LoadedFile::outline() const
 }
 
 // Reads the cache because a store rejects a stanza without a name, which a file may have.
-std::vector<std::string> LoadedFile::values(std::string const& stanza, std::string const& key) const
+std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
+                                  std::string const& key)
 {
     std::vector<std::string> result;
-    auto values = cache_->values(stanza.c_str(), key.c_str(), ZPCache_6_0::anyValues);
+    auto values = store.contents().values(stanza.c_str(), key.c_str(), ZPCache_6_0::anyValues);
     for (ZPCategoryBasedCache_6_0::Text value; values.next(value);)
         result.emplace_back(value.chars, value.length);
     return result;
 }
 
-size_t LoadedFile::valueCount(std::string const& stanza, std::string const& key) const
+std::string countingValue(std::vector<std::string> const& values)
 {
-    return static_cast<size_t>(cache_->countValues(stanza.c_str(), key.c_str()));
+    return values.empty() ? "" : values.back();
 }
 
-bool LoadedFile::isObfuscated(std::string const& stanza, std::string const& key) const
-{
-    return cache_->isObfuscated(stanza.c_str(), key.c_str()) != 0;
-}
-
-bool LoadedFile::hasComments(std::string const& stanza) const
+bool hasComments(Store const& store, std::string const& stanza)
 {
     ZArrayList_6_0 lines(64, 1);
-    cache_->getLines(lines);
+    store.contents().getLines(lines);
     bool isInside = false, followsComment = false;
     for (unsigned i = 0; i < lines.size(); ++i) {
         auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
@@ -102,43 +144,24 @@ bool LoadedFile::hasComments(std::string const& stanza) const
     return followsComment && isInside;
 }
 
-EditedFile::EditedFile(std::string const& path, Edit const& edit) : editLock_(path), store_(1)
+void requireStanza(Store const& store, std::string const& path, std::string const& stanza)
 {
-    if (!edit.isNormalised)
-        store_.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
-    if (edit.missing == createIfMissing && access(path.c_str(), F_OK) != 0)
-        return;
-    store_.load(path.c_str());
-    using Cause = ZStanzaProblem_6_0::Cause;
-    auto const isInStanza = [&edit](ZStanzaProblem_6_0 const& problem) {
-        return toStdString(problem.stanza()) == edit.stanza;
-    };
-    auto const isIntended = [&](ZStanzaProblem_6_0 const& problem) {
-        return edit.removesLines && isInStanza(problem) &&
-               (edit.key.empty() || toStdString(problem.key()) == edit.key);
-    };
-    // A line that is not read completely cannot be changed. A normalising store writes no byte that
-    // the library has not read.
-    Problems const problems(path);
-    for (bool const isDropped : {false, true})
-        for (unsigned i = 0; i < problems.size(); ++i) {
-            ZStanzaProblem_6_0 const& problem = problems[i];
-            Cause const cause = problem.cause();
-            bool const isPartial = cause == Cause::splitLine || cause == Cause::zeroByte;
-            if (isDropped ? edit.isNormalised && cause == Cause::droppedLine && !isIntended(problem)
-                          : isPartial && (edit.isNormalised || isInStanza(problem)))
-                throw Failure{exitRefused, nameLine(path, problem.line()),
-                              splitText("not saved: " + toStdString(problem.text()))};
-        }
-}
-
-void requireStanza(ZProperties_6_0 const& store, std::string const& path, std::string const& stanza)
-{
-    if (store.exists(stanza.c_str()) == 0)
+    if (store.contents().contains(stanza.c_str()) == 0)
         throw Failure{exitNotFound,
                       path,
                       {"no stanza [" + stanza + "]",
                        "run 'zstz stanzas " + shellWord(path) + "' to list them"}};
+}
+
+void requireKey(Store const& store, Request const& request)
+{
+    requireStanza(store, request.file, request.stanza);
+    if (store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0)
+        throw Failure{exitNotFound,
+                      request.file,
+                      {"no key " + quote(request.key) + " in [" + request.stanza + "]",
+                       "run 'zstz keys " + shellWord(request.file) + " " +
+                           shellWord(request.stanza) + "' to list them"}};
 }
 
 void checkReserved(std::string const& path, std::string const& stanza)

@@ -7,72 +7,60 @@
 #include <string>
 #include <vector>
 
-#include "edit_lock.h"
+#include "request.h"
 
 struct Stanza {
     std::string name;
     std::vector<std::string> keys;
 };
 
-// A loaded configuration file: the store, and its cache, which keeps the lines in file order.
-class LoadedFile {
+// A store whose cache the tool reads.
+class Store : public ZStanzaFileProperties_6_0 {
 public:
-    /// throws  as ZProperties_6_0::load().
-    explicit LoadedFile(std::string const& path);
+    Store() : ZStanzaFileProperties_6_0(1) {}
 
-    /// Returns the stanzas with their keys, in file order. Stanzas and keys that are only in the
-    /// companion file follow.
-    std::vector<Stanza> outline() const;
-
-    /// Returns the values of a key, in order.
-    std::vector<std::string> values(std::string const& stanza, std::string const& key) const;
-
-    /// Returns the number of values of a key.
-    size_t valueCount(std::string const& stanza, std::string const& key) const;
-
-    /// Returns whether the values of a key are obfuscated.
-    bool isObfuscated(std::string const& stanza, std::string const& key) const;
-
-    /// Returns whether a stanza has comments: between its lines, or directly above its header.
-    bool hasComments(std::string const& stanza) const;
-
-    ZProperties_6_0& store() { return store_; }
-
-private:
-    ZSCFData_6_0* cache_;  // owned by the store
-    ZProperties_6_0 store_;
+    ZSCFData_6_0& contents() const { return static_cast<ZSCFData_6_0&>(cache()); }
 };
 
-// A file that is loaded to be changed and stored. Lines that do not change are stored byte for
-// byte, unless the whole file is normalised. Holds the edit lock.
-class EditedFile {
-public:
-    enum MissingFile { failIfMissing, createIfMissing };
+/// The name of standard input as a file, and its name in reports.
+inline constexpr char kStandardInput[] = "-";
+inline constexpr char kStandardInputName[] = "standard input";
 
-    struct Edit {
-        std::string stanza;  // that changes
-        std::string key;     // empty: any
-        bool removesLines;   // the edit removes or replaces all lines of the key or stanza
-        bool isNormalised;   // every line is stored in the form of the library
-        MissingFile missing = failIfMissing;
-    };
+/// Reads standard input to its end.
+/// range   `contents` is a noun for the report.
+/// throws  Failure.
+std::string readStandardInput(char const* contents = "the text");
 
-    /// throws  Failure if the changed stanza has a line that is not read completely or, in a
-    ///         normalised file, if storing would lose any line that the edit does not remove; else
-    ///         as ZProperties_6_0::load().
-    EditedFile(std::string const& path, Edit const& edit);
+/// Loads the file at `path`, or standard input, into an empty store. Waits up to `wait` seconds for
+/// a busy file.
+/// throws  Failure for standard input; as ZProperties_6_0::load().
+void loadFile(std::string const& path, double wait, Store& store);
+inline void loadFile(Request const& request, Store& store)
+{
+    loadFile(request.file, request.wait, store);
+}
 
-    ZStanzaFileProperties_6_0& store() { return store_; }
+/// Return the stanzas with their keys, or the stanza names, in file order. Stanzas and keys that
+/// are only in the companion file follow.
+std::vector<Stanza> outlineOf(Store const& store);
 
-private:
-    EditLock const editLock_;
-    ZStanzaFileProperties_6_0 store_;
-};
+/// Returns the values of a key, in order.
+std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
+                                  std::string const& key);
+
+/// Returns the value of a key that counts; empty if it has no value.
+std::string countingValue(std::vector<std::string> const& values);
+
+/// Returns whether a stanza has comments: between its lines, or directly above its header.
+bool hasComments(Store const& store, std::string const& stanza);
 
 /// Requires that a stanza exists.
 /// throws  Failure.
-void requireStanza(ZProperties_6_0 const& store, std::string const& path,
-                   std::string const& stanza);
+void requireStanza(Store const& store, std::string const& path, std::string const& stanza);
+
+/// Requires that the key of a request exists.
+/// throws  Failure.
+void requireKey(Store const& store, Request const& request);
 
 /// Refuses the stanza that the library itself writes: a change there could lose the obfuscated
 /// values.

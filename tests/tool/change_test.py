@@ -1,0 +1,267 @@
+#!/usr/bin/env python3
+"""Tables of the verbs that change. Every change is also tried as a dry run, whose diff patch(1)
+applies, and from standard input to standard output. usage: change_test.py TOOL [unittest arguments]
+"""
+import os
+import pathlib
+import stat
+import subprocess
+import threading
+
+import tool
+from tool import DONE, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
+
+TEXT = (b"# The gateway.\r\n\n[listener]\n  port = 8080\n  port = 8443\nname=front door # a\n"
+        b"# motd = none\n\n[upstream]\nweight = 1\n[empty]")
+SAME = None
+
+
+def changed(*pairs):
+    """Returns TEXT after replacements."""
+    text = TEXT
+    for old, new in pairs:
+        assert text.count(old) == 1, old
+        text = text.replace(old, new)
+    return text
+
+
+def rows(verb, *lines):
+    """Returns rows of ToolTest.expect_rows(): arguments after the file, the file after, code and a
+    part of the report."""
+    return [(" ".join([verb, *arguments]), {"f": TEXT}, [verb, "f", *arguments], *expected(after))
+            for arguments, after in lines]
+
+
+def expected(after):
+    """Returns output, code and files: `after` is the contents, or a code and a part of the report."""
+    if isinstance(after, tuple):
+        return after[1], after[0], None
+    return b"", DONE, None if after is SAME else {"f": after}
+
+
+SET = rows(
+    "set",
+    (["listener", "name", "x"], changed((b"front door # a", b"x"))),
+    (["listener", "name", "front door # a"], SAME),
+    (["listener", "name", ""], changed((b"front door # a", b""))),
+    (["listener", "port", "1"], (REFUSED, b"has 2 values; pass --all to replace both")),
+    (["listener", "port", "1", "--all"],
+     changed((b"8080", b"1"), (b"  port = 8443\n", b""))),
+    (["listener", "port", "1", "--old", "8443"], changed((b"8443", b"1"))),
+    (["listener", "port", "1", "--old", "80"], (NOT_FOUND, b'has no value "80"; run \'zstz get')),
+    (["listener", "port", "1", "--nth", "1"], changed((b"8080", b"1"))),
+    (["listener", "port", "1", "--nth", "2"], changed((b"8443", b"1"))),
+    (["listener", "port", "1", "--nth", "3"], (NOT_FOUND, b"has 2 values; choose one of them")),
+    (["listener", "port", "1", "--nth", "0"], (USAGE, b'--nth: "0" is not a number from 1')),
+    (["listener", "port", "1", "--nth", "x"], (USAGE, b'--nth: "x" is not a number from 1')),
+    (["listener", "port", "", "--nth", "1"], (INVALID_VALUE, b"one of several values cannot be")),
+    (["listener", "name", "x", "--nth", "1"], changed((b"front door # a", b"x"))),
+    (["listener", "none", "x", "--nth", "1"], (NOT_FOUND, b'no key "none"')),
+    (["listener", "name", "x", "--only", "existing"], changed((b"front door # a", b"x"))),
+    (["listener", "name", "x", "--only", "new"], (REFUSED, b"exists; leave out --only new")),
+    (["listener", "none", "x", "--only", "existing"], (NOT_FOUND, b'no key "none"')),
+    (["none", "none", "x", "--only", "existing"], (NOT_FOUND, b"no stanza [none]")),
+    (["upstream", "new", "x", "--only", "new"], changed((b"weight = 1\n", b"weight = 1\nnew = x\n"))),
+    (["listener", "port", "x", "--only", "both"], (USAGE, b'"both" is not new or existing')),
+    (["listener", "motd", "hi"], changed((b"# motd = none\n", b"# motd = none\nmotd = hi\n"))),
+    (["empty", "k", "v"], changed((b"[empty]", b"[empty]\nk = v"))),
+    (["new", "k", "v"], changed((b"[empty]", b"[empty]\n\n[new]\nk = v"))),
+    (["listener", "port", "1", "--all", "--nth", "1"], (USAGE, b"--all excludes --nth")),
+    (["listener", "port", "1", "--old", "1", "--nth", "1"], (USAGE, b"--old excludes --nth")),
+    (["listener", "a=b", "1"], (INVALID_VALUE, b'invalid key "a=b"')),
+    (["listener", "name", "a\nb"], (INVALID_VALUE, b'invalid value of key "name"')),
+)
+
+ADD = rows(
+    "add",
+    (["listener", "port", "1"], changed((b"8443\n", b"8443\n  port = 1\n"))),
+    (["listener", "port", "8080"], SAME),
+    (["listener", "port", "1", "--first"], changed((b"  port = 8080", b"  port = 1\n  port = 8080"))),
+    (["listener", "port", "1", "--before", "8443"],
+     changed((b"  port = 8443", b"  port = 1\n  port = 8443"))),
+    (["listener", "port", "1", "--behind", "8080"],
+     changed((b"  port = 8443", b"  port = 1\n  port = 8443"))),
+    (["listener", "port", "1", "--behind", "8443"], changed((b"8443\n", b"8443\n  port = 1\n"))),
+    (["listener", "port", "8080", "--behind", "8443"], SAME),
+    (["listener", "port", "1", "--before", "2"], (NOT_FOUND, b'has no value "2"')),
+    (["listener", "none", "1", "--before", "2"], (NOT_FOUND, b'has no value "2"')),
+    (["upstream", "new", "1", "--first"], changed((b"weight = 1\n", b"weight = 1\nnew = 1\n"))),
+    (["listener", "port", ""], (INVALID_VALUE, b"cannot add an empty value")),
+    (["listener", "port", "1", "--first", "--before", "2"], (USAGE, b"--first excludes --before")),
+)
+
+UNSET = rows(
+    "unset",
+    (["listener", "name"], changed((b"name=front door # a\n", b""))),
+    (["listener", "port"], (REFUSED, b"has 2 values; pass --all to remove both")),
+    (["listener", "port", "--all"], changed((b"  port = 8080\n  port = 8443\n", b""))),
+    (["listener", "port", "8080"], changed((b"  port = 8080\n", b""))),
+    (["listener", "port", "8443"], changed((b"  port = 8443\n", b""))),
+    (["listener", "port", "1"], (NOT_FOUND, b'has no value "1"')),
+    (["upstream", "weight", "1"], changed((b"weight = 1\n", b""))),
+    (["listener", "port", "1", "--all"], (USAGE, b"--all excludes VALUE")),
+    (["upstream", "--stanza"], changed((b"[upstream]\nweight = 1\n", b""))),
+    (["empty", "--stanza"], changed((b"\n[empty]", b""))),
+    (["none", "--stanza"], (NOT_FOUND, b"no stanza [none]")),
+    (["listener", "none"], (NOT_FOUND, b'no key "none"')),
+    (["listener"], (USAGE, b"KEY or --stanza is required")),
+)
+
+RENAME = rows(
+    "rename",
+    (["upstream", "weight", "load"], changed((b"weight", b"load"))),
+    (["upstream", "weight", "weight"], SAME),
+    (["upstream", "upstream"], SAME),
+    (["listener", "port", "name"], (REFUSED, b'key "name" in [listener] exists; choose another')),
+    (["listener", "upstream"], (REFUSED, b"stanza [upstream] exists; choose another")),
+    (["none", "x"], (NOT_FOUND, b"no stanza [none]")),
+    (["listener", "none", "x"], (NOT_FOUND, b'no key "none"')),
+    (["listener", "port", "a=b"], (INVALID_VALUE, b"invalid key")),
+    (["listener", "a]"], (INVALID_VALUE, b"invalid stanza name")),
+    (["listener"], (USAGE, b"NEW is required")),
+    (["listener", "a", "b", "c"], (USAGE, b'unexpected argument "c"')),
+)
+
+RENAME += [
+    ("rename a stanza", {"f": b"[a]\nk = v\n\n[b]\n"}, ["rename", "f", "a", "c"], b"", DONE,
+     {"f": b"[c]\nk = v\n\n[b]\n"}),
+]
+
+TABLES = {"set": SET, "add": ADD, "unset": UNSET, "rename": RENAME}
+
+
+class ChangeTest(tool.ToolTest):
+    def test_tables(self):
+        for verb, table in TABLES.items():
+            with self.subTest(verb):
+                self.expect_rows(table)
+
+    def test_a_dry_run_prints_a_diff_that_patch_applies(self):
+        for table in TABLES.values():
+            for name, before, arguments, printed, code, after in table:
+                with self.subTest(name):
+                    self.write_files(before)
+                    run = self.run_in_directory(*arguments, "-n")
+                    self.assertEqual(code, run.returncode, run.stderr)
+                    self.assertEqual(before, self.read_files())
+                    if code != DONE:
+                        self.assertIn(printed, run.stderr)
+                        continue
+                    self.assertEqual(after is None, run.stdout == b"")
+                    subprocess.run(["patch", "-s", "--binary", "-p0"], input=run.stdout, check=True,
+                                   cwd=self.directory.name)
+                    self.assertEqual(before if after is None else after, self.read_files())
+
+    def test_standard_input_is_changed_to_standard_output(self):
+        for table in TABLES.values():
+            for name, before, arguments, printed, code, after in table:
+                with self.subTest(name):
+                    self.write_files({})
+                    changed_arguments = [arguments[0], "-", *arguments[2:]]
+                    run = self.run_in_directory(*changed_arguments, given=before["f"])
+                    self.assertEqual(code, run.returncode, run.stderr)
+                    if code == DONE:
+                        self.assertEqual((after or before)["f"], run.stdout)
+                    else:
+                        self.assertEqual(b"", run.stdout)
+                    self.assertEqual({}, self.read_files())
+
+    def test_a_missing_file_is_created_only_with_create(self):
+        self.expect_rows([
+            ("missing", {}, ["set", "f", "a", "k", "v"], b"or pass --create", NO_ACCESS, None),
+            ("set", {}, ["set", "f", "a", "k", "v", "--create"], b"", DONE,
+             {"f": b"[a]\nk = v\n"}),
+            ("existing", {"f": b"[a]\n"}, ["set", "f", "a", "k", "v", "--create"], b"", DONE,
+             {"f": b"[a]\nk = v\n"}),
+            ("dry run", {}, ["add", "f", "a", "k", "v", "--create", "--dry-run"],
+             b"--- /dev/null\n+++ f\n@@ -0,0 +1,2 @@\n+[a]\n+k = v\n", DONE, None),
+            ("failure", {}, ["unset", "f", "a", "k", "--create"], b"no stanza [a]", NOT_FOUND, None),
+            ("no directory", {}, ["set", "d/f", "a", "k", "v", "--create"], b"d/f: cannot ",
+             NO_ACCESS, None),
+        ])
+
+    def test_a_backup_is_the_old_file(self):
+        text = b"[a]\nk = v\n"
+        after = b"[a]\nk = w\n"
+        self.expect_rows([
+            ("default", {"f": text}, ["set", "f", "a", "k", "w", "--backup"], b"", DONE,
+             {"f": after, "f~": text}),
+            ("suffix", {"f": text, "f.old": b"x"}, ["set", "f", "a", "k", "w", "--backup=.old"],
+             b"", DONE, {"f": after, "f.old": text}),
+            ("no change", {"f": text}, ["set", "f", "a", "k", "v", "--backup"], b"", DONE, None),
+            ("dry run", {"f": text}, ["add", "f", "a", "k", "v", "--backup", "-n"], b"", DONE, None),
+            ("refused", {"f": text}, ["unset", "f", "b", "k", "--backup"], b"no stanza",
+             NOT_FOUND, None),
+            ("new file", {}, ["set", "f", "a", "k", "w", "--create", "--backup"], b"", DONE,
+             {"f": after}),
+            ("no suffix", {"f": text}, ["set", "f", "a", "k", "w", "--backup="],
+             b"--backup: must not be empty", USAGE, None),
+        ])
+
+    def test_a_backup_has_the_mode_of_the_file(self):
+        self.path.chmod(0o640)
+        self.expect(DONE, "", "set", self.file, "listener", "name", "x", "--backup")
+        mode = stat.S_IMODE(pathlib.Path(self.file + "~").stat().st_mode)
+        self.assertEqual(0o640, mode)
+
+    def test_a_backup_that_cannot_be_written_stops_the_change(self):
+        os.mkdir(self.file + "~")
+        self.expect_unchanged(NO_ACCESS, f"{self.file}~: cannot write the copy: ", "set",
+                              self.file, "listener", "name", "x", "--backup")
+
+    def test_obfuscated_values_are_never_in_a_diff(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated",
+                    given="hunter2")
+        before = self.directory_contents()
+        run = self.run_tool("set", self.file, "upstream", "password", "--obfuscated", "-n",
+                            given="second")
+        self.assertEqual((DONE, "", ""), (run.returncode, run.stdout, run.stderr))
+        self.assertEqual(before, self.directory_contents())
+
+    def hold(self, seconds):
+        """Locks the file as a store does and returns the process; it ends when its standard input
+        is closed, or with the parent after some seconds."""
+        holder = subprocess.Popen(
+            ["python3", "-c", "import fcntl, sys; f = open(sys.argv[1], 'r+'); "
+             "fcntl.lockf(f, fcntl.LOCK_EX); print('held', flush=True); sys.stdin.read()",
+             self.file], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.assertEqual("held\n", holder.stdout.readline())
+        if seconds:
+            threading.Timer(seconds, holder.stdin.close).start()
+        return holder
+
+    VERBS = (("get", "listener", "port"), ("list",), ("stanzas",), ("keys", "listener"), ("check",),
+             ("lint",), ("set", "listener", "name", "x"), ("add", "listener", "port", "1"),
+             ("unset", "listener", "motd"), ("rename", "listener", "motd", "text"))
+
+    def test_a_busy_file_is_reported_after_the_wait(self):
+        holder = self.hold(0)
+        for verb, *rest in self.VERBS:
+            with self.subTest(verb):
+                self.expect(LOCKED, "locked by another process; try again", verb, self.file, *rest,
+                            "--wait", "0")
+        holder.communicate("")
+        holder.stdout.close()
+
+    def test_every_verb_waits_for_a_busy_file(self):
+        for verb, *rest in self.VERBS:
+            with self.subTest(verb):
+                self.path.write_text(tool.GATEWAY)
+                holder = self.hold(0.2)
+                run = self.run_tool(verb, self.file, *rest, "--wait", "200")
+                self.assertEqual((DONE, ""), (run.returncode, run.stderr))
+                holder.wait()
+                holder.stdout.close()
+
+    def test_edits_that_wait_lose_no_change(self):
+        self.path.write_text("[a]\n")
+        count = 12
+        runs = [subprocess.Popen([tool.TOOL, "add", self.file, "a", "k", str(i), "--wait", "200"])
+                for i in range(count)]
+        self.assertEqual([DONE] * count, [run.wait(tool.HANGS) for run in runs])
+        values = self.run_tool("get", self.file, "a", "k", "--all").stdout.split()
+        self.assertEqual(sorted(map(str, range(count))), sorted(values))
+
+
+if __name__ == "__main__":
+    tool.main()

@@ -1,0 +1,217 @@
+// change: the verbs set, add, unset and rename.
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "commands.h"
+#include "edited_file.h"
+#include "failures.h"
+#include "secret_input.h"
+#include "stanza_file.h"
+
+namespace {
+
+// The values of a key are all plain or all obfuscated.
+void checkKind(Store const& store, Request const& request)
+{
+    if (store.numValues(request.stanza.c_str(), request.key.c_str()) == 0)
+        return;
+    bool const obfuscated = store.isObfuscated(request.stanza.c_str(), request.key.c_str()) != 0;
+    if (obfuscated == request.obfuscated)
+        return;
+    std::string const key = nameKey(request.key, request.stanza);
+    throw Failure{exitRefused, request.file,
+                  obfuscated ? Problem{key + " has obfuscated values",
+                                       "pass --obfuscated, or remove the key with 'zstz unset'"}
+                             : Problem{key + " has plain values",
+                                       "leave out --obfuscated, or "
+                                       "remove the key with 'zstz unset'"}};
+}
+
+void throwCountRefusal(Request const& request, size_t count, std::string const& remedy)
+{
+    throw Failure{
+        exitRefused,
+        request.file,
+        {nameKey(request.key, request.stanza) + " has " + std::to_string(count) + " values",
+         "pass --all to " + remedy}};
+}
+
+// Returns the index of a value that a key must have.
+size_t indexOf(std::vector<std::string> const& values, std::string const& value,
+               Request const& request)
+{
+    auto const found = std::find(values.begin(), values.end(), value);
+    if (found == values.end())
+        throw Failure{
+            exitNotFound,
+            request.file,
+            {nameKey(request.key, request.stanza) + " has no value " + quote(value),
+             "run 'zstz get " + shellWord(request.file) + " " + shellWord(request.stanza) + " " +
+                 shellWord(request.key) + " --all' to list its values"}};
+    return static_cast<size_t>(found - values.begin());
+}
+
+// Returns the index of the value that --nth names.
+size_t numberedIndex(std::vector<std::string> const& values, Request const& request)
+{
+    unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
+    if (number > values.size())
+        throw Failure{exitNotFound,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + " has " +
+                           formatCount(values.size(), "value", "values"),
+                       "choose one of them with --nth"}};
+    return number - 1;
+}
+
+void setValues(Store& store, Request const& request, std::vector<std::string> const& values)
+{
+    if (values.size() > 1 && std::find(values.begin(), values.end(), "") != values.end())
+        throw Failure{
+            exitInvalidValue,
+            request.file,
+            {nameKey(request.key, request.stanza) + ": one of several values cannot be empty",
+             "remove it with 'zstz unset'"}};
+    std::vector<char const*> texts;
+    for (std::string const& value : values)
+        texts.push_back(value.c_str());
+    store.setValues(request.stanza.c_str(), request.key.c_str(), texts.data(),
+                    static_cast<unsigned>(texts.size()));
+}
+
+// Checks --only: whether the key must exist or must not exist.
+void checkExistence(Store const& store, Request const& request)
+{
+    if (request.only == "existing")
+        requireKey(store, request);
+    if (request.only == "new" && store.exists(request.stanza.c_str(), request.key.c_str()) != 0)
+        throw Failure{exitRefused,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + " exists",
+                       "leave out --only new to change it"}};
+}
+
+void insertValue(Store& store, Request const& request)
+{
+    std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
+    if (std::find(values.begin(), values.end(), request.value) != values.end())
+        return;
+    size_t const index = !request.before.empty()   ? indexOf(values, request.before, request)
+                         : !request.behind.empty() ? indexOf(values, request.behind, request) + 1
+                                                   : 0;
+    values.insert(values.begin() + static_cast<ptrdiff_t>(index), request.value);
+    setValues(store, request, values);
+}
+
+void unsetValue(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    indexOf(valuesOf(store, request.stanza, request.key), request.value, request);
+    file.willChange(request.stanza, request.key, false);
+    store.removeValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str());
+}
+
+}  // namespace
+
+void prepareValue(Request& request)
+{
+    if (request.obfuscated)
+        request.value = readSecret();
+    checkNames(request.file, request.stanza, request.key);
+    if (!request.obfuscated)
+        checkValue(request.file, request.key, request.value);
+    if (request.verb == "add" && request.value.empty())
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + ": cannot add an empty value",
+                       "use 'zstz set' for a key without a value"}};
+}
+
+void applySet(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    checkExistence(store, request);
+    checkKind(store, request);
+    std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
+    if (request.hasOldValue || !request.nth.empty()) {
+        requireKey(store, request);
+        values[request.hasOldValue ? indexOf(values, request.oldValue, request)
+                                   : numberedIndex(values, request)] = request.value;
+        file.willChange(request.stanza, request.key, false);
+        if (values.size() > 1)
+            return setValues(store, request, values);
+    } else if (values.size() > 1 && !request.all) {
+        throwCountRefusal(request, values.size(),
+                          std::string("replace ") + (values.size() == 2 ? "both" : "all") +
+                              ", or use 'zstz add'");
+    }
+    file.willChange(request.stanza, request.key, request.all);
+    store.setValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
+                   request.obfuscated);
+}
+
+void applyAdd(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    checkKind(store, request);
+    file.willChange(request.stanza, request.key, false);
+    if (request.first || !request.before.empty() || !request.behind.empty())
+        return insertValue(store, request);
+    store.addValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
+                   request.obfuscated);
+}
+
+void prepareUnset(Request& request)
+{
+    checkReserved(request.file, request.stanza);
+}
+
+void applyUnset(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    if (request.wholeStanza) {
+        requireStanza(store, request.file, request.stanza);
+        file.willChange(request.stanza, "", true);
+        store.deleteStanza(request.stanza.c_str());
+        return;
+    }
+    requireKey(store, request);
+    if (request.hasValue)
+        return unsetValue(file, request);
+    size_t const count = valuesOf(store, request.stanza, request.key).size();
+    if (count > 1 && !request.all)
+        throwCountRefusal(request, count, count == 2 ? "remove both" : "remove all");
+    file.willChange(request.stanza, request.key, request.all);
+    store.deleteKey(request.stanza.c_str(), request.key.c_str());
+}
+
+void prepareRename(Request& request)
+{
+    if (request.key.empty()) {
+        checkReserved(request.file, request.stanza);
+        checkNames(request.file, request.newName, "key");
+    } else {
+        checkNames(request.file, request.stanza, request.newName);
+    }
+}
+
+void applyRename(EditedFile& file, Request const& request)
+{
+    Store& store = file.store();
+    char const* const stanza = request.stanza.c_str();
+    char const* const key = request.key.c_str();
+    char const* const name = request.newName.c_str();
+    bool const isStanza = request.key.empty();
+    isStanza ? requireStanza(store, request.file, request.stanza) : requireKey(store, request);
+    if (request.newName == (isStanza ? request.stanza : request.key))
+        return;
+    if (isStanza ? store.exists(name) != 0 : store.exists(stanza, name) != 0)
+        throw Failure{exitRefused,
+                      request.file,
+                      {isStanza ? "stanza [" + request.newName + "] exists"
+                                : nameKey(request.newName, request.stanza) + " exists",
+                       "choose another name, or remove it with 'zstz unset'"}};
+    file.willChange(request.stanza, request.key, true);
+    isStanza ? store.renameStanza(stanza, name) : store.renameKey(stanza, key, name);
+}

@@ -1,0 +1,214 @@
+#include "edited_file.h"
+
+#include <Z/ZBuffer.h>
+#include <Z/ZException.h>
+#include <Z/store/journaled_file.h>
+#include <errno.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "backup.h"
+#include "busy.h"
+#include "edit_lock.h"
+#include "failures.h"
+#include "key_lines.h"
+#include "problems.h"
+#include "unified_diff.h"
+
+namespace {
+
+using zstore::JournaledFile;
+
+// Runs a function of the library's store, with the exceptions of the library.
+template <class Action>
+auto translateErrors(Action action)
+{
+    try {
+        return action();
+    } catch (zfiles::IoError const& failure) {
+        throw ZPropertiesIOException_6_0(failure.file.c_str(), failure.callName(), failure.error);
+    }
+}
+
+std::string readFile(std::string const& path)
+{
+    return translateErrors(
+        [&] { return std::string(JournaledFile(path.c_str(), JournaledFile::Mode::load).text()); });
+}
+
+std::string toString(ZBuffer_6_0 const& buffer)
+{
+    return buffer.getLength() == 0
+               ? std::string()
+               : std::string(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
+}
+
+}  // namespace
+
+EditedFile::EditedFile(Request const& request) : request_(request)
+{
+    std::string const& path = request.file;
+    if (!request.normalise)
+        store_.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
+    isNew_ = path != kStandardInput && access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    if (isNew_ && !request.create)
+        throw Failure{
+            exitNoAccess,
+            path,
+            {"cannot open: No such file or directory", "check the path, or pass --create"}};
+    if (isNew_)
+        store_.loadText(nullptr, 0);
+    else if (path == kStandardInput)
+        loadFile(path, 0, store_);
+    else
+        store_.load(path.c_str());
+    if (zlines::SharedText const kept = keptText(store_))
+        original_ = kept->text;
+    else if (path == kStandardInput)
+        original_ = text();
+    else if (!isNew_)
+        original_ = readFile(path);
+    originalSecrets_ = secrets();
+}
+
+void EditedFile::willChange(std::string const& stanza, std::string const& key, bool removesLines)
+{
+    changes_.push_back({stanza, key, removesLines});
+}
+
+std::string EditedFile::text() const
+{
+    ZBuffer_6_0 buffer;
+    store_.storeText(buffer);
+    return toString(buffer);
+}
+
+// Returns the obfuscated values, as a companion file has them.
+std::string EditedFile::secrets() const
+{
+    if (store_.contents().obfuscatedItemCount() == 0)
+        return {};
+    ZBuffer_6_0 buffer;
+    store_.contents().be_write_obfuscated(buffer);
+    return toString(buffer);
+}
+
+void EditedFile::setText(std::string const& text)
+{
+    ZBuffer_6_0 secrets;
+    ZSCFData_6_0& cache = store_.contents();
+    bool const hasSecrets = cache.obfuscatedItemCount() > 0;
+    if (hasSecrets)
+        cache.be_write_obfuscated(secrets);
+    cache.clear();
+    cache.readText(request_.file.c_str(), text.data(), text.size());
+    if (hasSecrets)
+        cache.be_read_obfuscated(secrets);
+    isText_ = true;
+}
+
+bool EditedFile::isChanged() const
+{
+    return text() != original_ || secrets() != originalSecrets_;
+}
+
+bool EditedFile::touches(ZStanzaProblem_6_0 const& problem) const
+{
+    std::string const stanza = toStdString(problem.stanza());
+    return std::any_of(changes_.begin(), changes_.end(),
+                       [&](Change const& change) { return change.stanza == stanza; });
+}
+
+bool EditedFile::removes(ZStanzaProblem_6_0 const& problem) const
+{
+    std::string const stanza = toStdString(problem.stanza()), key = toStdString(problem.key());
+    return std::any_of(changes_.begin(), changes_.end(), [&](Change const& change) {
+        return change.removesLines && change.stanza == stanza &&
+               (change.key.empty() || change.key == key);
+    });
+}
+
+// A line that is not read completely cannot be changed. A normalising store writes no byte that the
+// library has not read.
+void EditedFile::requireKeptLines() const
+{
+    if (isNew_)
+        return;
+    using Cause = ZStanzaProblem_6_0::Cause;
+    bool const isNormalised = request_.normalise;
+    Problems const problems =
+        request_.file == kStandardInput ? Problems::ofText(original_) : Problems(request_.file, 0);
+    for (bool const isDropped : {false, true})
+        for (unsigned i = 0; i < problems.size(); ++i) {
+            ZStanzaProblem_6_0 const& problem = problems[i];
+            Cause const cause = problem.cause();
+            bool const isPartial = cause == Cause::splitLine || cause == Cause::zeroByte;
+            if (isDropped ? isNormalised && cause == Cause::droppedLine && !removes(problem)
+                          : isPartial && (isNormalised || touches(problem)))
+                throw Failure{exitRefused, nameLine(request_.file, problem.line()),
+                              splitText("not saved: " + toStdString(problem.text()))};
+        }
+}
+
+void EditedFile::printDifference(std::string const& text) const
+{
+    std::string const diff =
+        formatUnifiedDiff(original_, text, isNew_ ? "/dev/null" : path(), path());
+    fwrite(diff.data(), 1, diff.size(), stdout);
+}
+
+// Stores the text; the companion stays.
+void EditedFile::storeText(std::string const& text) const
+{
+    char const* const path = request_.file.c_str();
+    translateErrors([&] {
+        JournaledFile file(path, JournaledFile::Mode::store);
+        if (file.text() != original_)
+            throw zfiles::IoError{path, zfiles::FailedCall::store, ESTALE};
+        file.skipUnchanged();
+        request_.replace ? file.replace(text, {}) : file.commit(text, {});
+    });
+}
+
+void EditedFile::finish()
+{
+    requireKeptLines();
+    std::string const after = text();
+    if (request_.dryRun)
+        return printDifference(after);
+    if (request_.file == kStandardInput) {
+        fwrite(after.data(), 1, after.size(), stdout);
+        return;
+    }
+    bool const changesSecrets = secrets() != originalSecrets_;
+    if (isText_ && changesSecrets)
+        throw Failure{exitRefused,
+                      request_.file,
+                      {"a script cannot change comment marks and obfuscated values together",
+                       "use a script for each"}};
+    if (!request_.backupSuffix.empty() && !isNew_ && (after != original_ || changesSecrets))
+        storeBackup(request_.file, request_.backupSuffix, original_);
+    if (isText_)
+        return storeText(after);
+    store_.setReplacing(request_.replace);
+    store_.store(request_.file.c_str());
+}
+
+int runChange(Request const& request, void (*apply)(EditedFile&, Request const&))
+{
+    auto const change = [&] {
+        EditedFile file(request);
+        apply(file, request);
+        file.finish();
+    };
+    if (request.file == kStandardInput) {
+        change();
+        return exitDone;
+    }
+    Deadline const deadline(request.wait);
+    EditLock const lock(request.file, deadline);
+    retryWhileBusy(deadline, change);
+    return exitDone;
+}

@@ -1,0 +1,79 @@
+#include "help.h"
+
+#include <ctype.h>
+
+namespace {
+
+// Each verb is in a line of its group: NAME ARGUMENTS, purpose.
+constexpr char kHelp[] =
+    R"(zstz: read, change, compare and check configuration files
+usage: zstz VERB [OPTION...] FILE [STANZA [KEY [VALUE]]]         FILE - is standard input, and output for changes
+
+read    get FILE STANZA KEY        the value that counts; --all, --raw, --as number|boolean|text, --default V, --line
+        list FILE [STANZA [KEY]]   everything; stanzas FILE, keys FILE STANZA: names alone
+        check FILE...              can it be read, and what is in it        lint FILE...  every bad line
+change  set FILE S K V             the one value; --old V or --nth N of several, --all to replace all, --only new|existing
+        add FILE S K V             one more; --first, --before V, --behind V
+        unset FILE S [K [V]]       a value, --all of a key, --stanza a stanza
+        rename FILE S [K] NEW      a key or stanza, in its place
+        convert FILE S --from JAVA | --to JAVA
+other   lock | java | hexdump
+
+everywhere      --dialect D    --format plain|json|sh|lines    -0, --null    -q
+for changes     --create    -n, --dry-run: print a unified diff    --wait SECONDS    --backup[=SUFFIX]    --normalise
+exit            0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write, 5 locked by another process,
+                6 invalid value, 7 change refused, 8 differs or conflicts, 9 internal
+zstz VERB --help has examples; zstz(1)
+)";
+
+// Returns the name of an option with its value, as in "--wait SECONDS".
+std::string spellOption(Verb const& verb, Option const& option)
+{
+    std::string text =
+        option.shortName != 0 ? std::string("-") + option.shortName + ", " : std::string();
+    text += option.name;
+    if (option.value == nullptr)
+        return text;
+    if (*option.value == '[')
+        return text + "[=" + (option.value + 1);
+    return text + ' ' + (option.name == std::string_view("--format") ? verb.formats : option.value);
+}
+
+void appendOption(Verb const& verb, Option const& option, std::string& help)
+{
+    constexpr size_t kPurposeColumn = 31;
+    std::string line = "  " + spellOption(verb, option) + ' ';
+    if (line.size() < kPurposeColumn)
+        line.resize(kPurposeColumn, ' ');
+    else
+        line += '\n' + std::string(kPurposeColumn, ' ');
+    help += line + option.purpose + '\n';
+}
+
+std::string formatExamples(std::string_view commands)
+{
+    std::string text = "Example:\n  ";
+    for (char const c : commands) {
+        text += c;
+        if (c == '\n')
+            text += "  ";
+    }
+    return text + '\n';
+}
+
+}  // namespace
+
+std::string formatHelp()
+{
+    return kHelp;
+}
+
+std::string formatHelp(Verb const& verb)
+{
+    std::string help = std::string(verb.purpose) + ".\nUsage: zstz " + verb.name + " [OPTIONS] " +
+                       verb.arguments + "\n\nOptions:\n";
+    help[0] = static_cast<char>(toupper(static_cast<unsigned char>(help[0])));
+    forEachOption(verb, [&](Option const& option) { appendOption(verb, option, help); });
+    return help + "  -h, --help                   print this help\n\n" +
+           formatExamples(verb.examples);
+}

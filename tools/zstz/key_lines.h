@@ -1,0 +1,27 @@
+// key_lines: the lines of a key in the text of a file.
+#pragma once
+
+#include <Z/lines/kept_text.h>
+#include <Z/lines/outline.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "stanza_file.h"
+
+// A line that has a value of a key, or the key only.
+struct KeyLine {
+    zlines::Line line;
+    size_t number;         // counted from 1, by newlines
+    std::string_view raw;  // the value as spelled
+    std::string value;
+};
+
+/// Returns the text of a file that was loaded with the attribute keepLines.
+zlines::SharedText keptText(Store const& store);
+
+/// Returns the lines of a key, in file order.
+/// owns    borrowed from the outline.
+std::vector<KeyLine> findKeyLines(zlines::Outline& outline, std::string const& stanza,
+                                  std::string const& key);

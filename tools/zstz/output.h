@@ -1,0 +1,59 @@
+// output: the forms in which zstz prints names and values: plain, json, sh and lines.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "request.h"
+
+/// Prints a line of the output. It ends with a newline, or with a zero byte if --null is set.
+/// Prints nothing if --quiet is set.
+void printLine(Request const& request, std::string_view text);
+
+/// Prints names: one per line, or as a list of JSON.
+void printNames(Request const& request, std::vector<std::string> const& names);
+
+/// Returns `text` with "\t", "\n" and "\\" for a tab, a newline and a backslash.
+std::string escapeField(std::string_view text);
+
+// Prints keys with their values. Prints nothing before finish(), so that a failure leaves no
+// partial output.
+class ValuePrinter {
+public:
+    // The plain form of `get` has only the values.
+    enum PlainForm { stanzasAndKeys, onlyValues };
+
+    ValuePrinter(Request const& request, PlainForm plainForm);
+
+    /// Starts a stanza.
+    void addStanza(std::string const& name);
+
+    /// Adds a key of the stanza that was added last. `values` is empty for a key without values.
+    /// range   `counting` is the value that counts, see ZProperties_6_0::getValue().
+    /// throws  Failure if two variables of the form "sh" have the same name.
+    void addKey(std::string const& key, std::vector<std::string> const& values,
+                std::string const& counting);
+
+    void finish();
+
+private:
+    void append(std::string_view line);
+    void addPlain(std::string const& key, std::vector<std::string> const& values);
+    void addJson(std::string const& key, std::vector<std::string> const& values);
+    void addVariables(std::string const& key, std::vector<std::string> const& values,
+                      std::string const& counting);
+    void addVariable(std::string const& name, std::string const& key, std::string const& value);
+    void addFields(std::string const& key, std::vector<std::string> const& values);
+    void endStanza();
+
+    Request const& request_;
+    PlainForm const plainForm_;
+    std::string const form_;
+    std::string out_;
+    std::string stanza_;
+    bool hasStanza_ = false;
+    bool hasKey_ = false;                           // in this stanza
+    std::map<std::string, std::string> variables_;  // the key of each name of a variable
+};

@@ -1,0 +1,145 @@
+// read: the verbs get, list, stanzas and keys.
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+
+#include "commands.h"
+#include "failures.h"
+#include "key_lines.h"
+#include "output.h"
+#include "stanza_file.h"
+
+namespace {
+
+constexpr char kMask[] = "********";
+
+// Refuses a number outside the range of unsigned int. The library would return another number: it
+// negates modulo 2^32 and clamps at the maximum.
+void checkNumber(std::string const& value, Request const& request)
+{
+    char const* const text = value.c_str() + value.find_first_not_of(" \t\n\v\f\r");
+    errno = 0;
+    unsigned long const wide = strtoul(text, nullptr, 0);
+    if (errno != 0 || wide > UINT_MAX || (*text == '-' && wide != 0))
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + ": " + quote(value) +
+                           " is not a number from 0 to " + std::to_string(UINT_MAX),
+                       "leave out --as to print it unchanged"}};
+}
+
+// Returns the value that counts, converted.
+std::string convertValue(Store const& store, Request const& request, std::string const& value)
+{
+    char const* const stanza = request.stanza.c_str();
+    char const* const key = request.key.c_str();
+    if (request.as == "number") {
+        unsigned const number = store.getIntegerValue(stanza, key, 0, 0);
+        if (!value.empty())
+            checkNumber(value, request);
+        return std::to_string(number);
+    }
+    if (request.as == "boolean")
+        return store.getBooleanValue(stanza, key, 0, 0) != 0 ? "yes" : "no";
+    return value;
+}
+
+// Returns the lines of the key, as spelled or by their numbers.
+std::vector<std::string> describeLines(Store const& store, Request const& request)
+{
+    zlines::SharedText const text = keptText(store);
+    zlines::Outline outline(text->text, text->dialect);
+    std::vector<std::string> described;
+    for (KeyLine const& line : findKeyLines(outline, request.stanza, request.key))
+        described.push_back(request.line ? std::to_string(line.number) : std::string(line.raw));
+    if (described.empty())
+        throw Failure{exitNotFound,
+                      request.file,
+                      {nameKey(request.key, request.stanza) + " has no line in the file",
+                       "its values are in the companion file"}};
+    return described;
+}
+
+// Returns the values to print.
+std::vector<std::string> chooseValues(Store const& store, Request const& request)
+{
+    if (request.line || request.raw) {
+        std::vector<std::string> const lines = describeLines(store, request);
+        return request.raw || request.all ? lines : std::vector<std::string>{lines.back()};
+    }
+    std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
+    if (request.all)
+        return values;
+    std::string const value = convertValue(store, request, countingValue(values));
+    bool const hasValue = !values.empty() || request.as != "text" || request.format == "plain";
+    return hasValue ? std::vector<std::string>{value} : std::vector<std::string>();
+}
+
+}  // namespace
+
+int runGet(Request const& request)
+{
+    Store store;
+    if (request.line || request.raw)
+        store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
+    loadFile(request, store);
+    bool const isMissing =
+        store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0;
+    if (isMissing && !request.hasFallback)
+        requireKey(store, request);
+    std::vector<std::string> const values =
+        isMissing ? std::vector<std::string>{request.fallback} : chooseValues(store, request);
+    ValuePrinter printer(request, ValuePrinter::onlyValues);
+    printer.addStanza(request.stanza);
+    printer.addKey(request.key, values, countingValue(values));
+    printer.finish();
+    return exitDone;
+}
+
+int runStanzas(Request const& request)
+{
+    Store store;
+    loadFile(request, store);
+    std::vector<std::string> names;
+    for (Stanza const& stanza : outlineOf(store))
+        names.push_back(stanza.name);
+    printNames(request, names);
+    return exitDone;
+}
+
+int runKeys(Request const& request)
+{
+    Store store;
+    loadFile(request, store);
+    requireStanza(store, request.file, request.stanza);
+    for (Stanza const& stanza : outlineOf(store))
+        if (stanza.name == request.stanza)
+            printNames(request, stanza.keys);
+    return exitDone;
+}
+
+int runList(Request const& request)
+{
+    Store store;
+    loadFile(request, store);
+    if (!request.key.empty())
+        requireKey(store, request);
+    else if (!request.stanza.empty())
+        requireStanza(store, request.file, request.stanza);
+    ValuePrinter printer(request, ValuePrinter::stanzasAndKeys);
+    for (Stanza const& stanza : outlineOf(store)) {
+        if (!request.stanza.empty() && stanza.name != request.stanza)
+            continue;
+        printer.addStanza(stanza.name);
+        for (std::string const& key : stanza.keys) {
+            if (!request.key.empty() && key != request.key)
+                continue;
+            std::vector<std::string> values = valuesOf(store, stanza.name, key);
+            if (store.contents().isObfuscated(stanza.name.c_str(), key.c_str()) != 0)
+                values.assign(values.size(), kMask);
+            printer.addKey(key, values, countingValue(values));
+        }
+    }
+    printer.finish();
+    return exitDone;
+}
