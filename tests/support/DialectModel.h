@@ -103,9 +103,7 @@ private:
             return;
         }
         if (isMark(piece.chars[at], rules.marks)) {
-            lines[line].kind = LineKind::comment;
-            for (std::size_t i = line + 1; i < next_; ++i)
-                lines[i].kind = LineKind::comment;
+            readComment(line);
             if (piece.chars[at] == '!')
                 passOver(line, at + 1, "directive");
             return;
@@ -115,6 +113,13 @@ private:
             (rules.trailingNeeds == TrailingNeeds::blankBeforeInValue && piece.chars[at] == '[');
         if (cutsLine && rules.quoting == Quoting::none)
             cutComment(piece, at);
+        std::size_t const start = commentStart(piece.chars, at);
+        if (start == at)
+            return readComment(line);
+        if (rules.quoting == Quoting::none) {
+            piece.chars.resize(start);
+            piece.offsets.resize(start);
+        }
         if (takeIndented(piece, line, at))
             return;
         if (rules.heads == Heads::subsection && piece.chars[at] == '[')
@@ -126,8 +131,14 @@ private:
             readKey(piece, line, at);
     }
 
+    void readComment(std::size_t line)
+    {
+        for (std::size_t i = line; i < next_; ++i)
+            lines[i].kind = LineKind::comment;
+    }
+
     // Takes a line that continues a value because of its indentation.
-    bool takeIndented(Piece const& piece, std::size_t line, std::size_t indentation)
+    bool takeIndented(Piece& piece, std::size_t line, std::size_t indentation)
     {
         if (!(rules.join & indented))
             return false;
@@ -135,6 +146,8 @@ private:
             indentation_ = indentation;
             return false;
         }
+        if (rules.trailingNeeds == TrailingNeeds::blankBeforeInValue)
+            cutComment(piece, indentation);
         std::size_t const end = withoutBlanksAtEnd(piece.chars, indentation);
         open_->text += std::string(pendingBlanks_ + 1, '\n');
         pendingBlanks_ = 0;
@@ -308,16 +321,18 @@ private:
             at + 6 < chars.size() && isBlank(chars[at + 6]))
             at = afterBlanks(chars, at + 6);
         std::size_t const end = withoutBlanksAtEnd(chars.substr(0, separator), at);
+        std::size_t const keyEnd = withoutMarker(chars, at, end);
         if (separator == chars.size()) {
-            if (rules.keyAlone == KeyAlone::option)
-                addAlone(piece, line, at, end);
+            if (rules.keyAlone == KeyAlone::option && keyEnd <= at)
+                readNoName(line, at);
+            else if (rules.keyAlone == KeyAlone::option)
+                addAlone(piece, line, at, keyEnd);
             else if (rules.keyAlone == KeyAlone::refused)
                 refuse(line, at + 1, "no separator");
             else
                 passOver(line, at + 1, "no separator");
             return;
         }
-        std::size_t const keyEnd = withoutMarker(chars, at, end);
         if (keyEnd <= at)
             return readNoName(line, at);
         if (rules.heads == Heads::alone && !isDesktopKey(chars.substr(at, keyEnd - at)))
@@ -400,6 +415,7 @@ private:
         value.keyEnd = piece.offset(end);
         value.valueBegin = value.valueEnd = value.keyEnd;
         addValue(piece.chars.substr(at, end - at), line, std::move(value));
+        open_ = nullptr;
     }
 
     void addValue(std::string const& name, std::size_t line, Value value)

@@ -121,8 +121,8 @@ protected:
 
     bool isQuote(char c) const
     {
-        return (c == '"' && (rules.quotes & doubleQuote)) ||
-               (c == '\'' && (rules.quotes & singleQuote));
+        return rules.quoting != Quoting::none && ((c == '"' && (rules.quotes & doubleQuote)) ||
+                                                  (c == '\'' && (rules.quotes & singleQuote)));
     }
 
     bool isSeparator(char c) const

@@ -102,7 +102,7 @@ private:
             }
             if (!quoted && isMark(c, rules.trailing))
                 break;
-            if (c == '\\' && at + 1 == lines[line].end) {
+            if (c == '\\' && at + 1 == lines[line].end && (rules.join & insideValue)) {
                 kept = out.size();
                 value.valueEnd = ++at;
                 if (!moveOn(line, at))
@@ -176,7 +176,7 @@ private:
         char const quote = text_[at++];
         while (at == lines[line].end || text_[at] != quote) {
             if (at == lines[line].end) {
-                if (!moveOn(line, at)) {
+                if (!(rules.join & openQuote) || !moveOn(line, at)) {
                     refuse(first, start - lines[first].begin + 1, "open quote");
                     return false;
                 }
@@ -271,7 +271,7 @@ private:
         if (rules.unknownEscape == UnknownEscape::refused)
             return kNowhere;
         if (rules.unknownEscape == UnknownEscape::dropped)
-            return at + 2;
+            return std::min(at + 2, chars.size());
         if (rules.unknownEscape == UnknownEscape::kept || where == Escaped::doubleQuoted)
             out += '\\';
         if (c != '\0')

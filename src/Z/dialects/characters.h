@@ -41,7 +41,7 @@ public:
         return at;
     }
 
-    /// Returns the end of the characters from `begin` without blanks at the end.
+    /// Returns the end of the characters from `begin`, or of the last that is not blank.
     size_t withoutBlanksAtEnd(std::string_view chars, size_t begin) const
     {
         size_t end = chars.size();
@@ -76,6 +76,17 @@ private:
 constexpr char foldedCase(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+constexpr bool isLetter(char c)
+{
+    char const folded = foldedCase(c);
+    return folded >= 'a' && folded <= 'z';
+}
+
+constexpr bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
 }
 
 }  // namespace zdialects

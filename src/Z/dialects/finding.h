@@ -31,7 +31,8 @@ struct Finding {
     uint32_t line;  // position of its line, or of the first of several lines that are read as one
 };
 
-// Receives the findings of a text in the order of their lines.
+// Receives the findings in the order of their lines. noHeadOrKey is the last, at the first line
+// that is passed over.
 class FindingSink {
 public:
     FindingSink() = default;

@@ -1,6 +1,6 @@
 // switched_dialect: a dialect for the difference writer that follows switches.
 //
-// The lines of a text are those that the cache is filled from:
+// The cache is filled from the same lines:
 //
 //  - A value with its continuation lines, and the lines between them, is one line.
 //  - A header and a key next to it are two lines: the second begins at the key.

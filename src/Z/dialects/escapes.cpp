@@ -1,0 +1,112 @@
+#include "escapes.h"
+
+#include <algorithm>
+
+#include "characters.h"
+
+namespace zdialects {
+
+namespace {
+
+constexpr uint32_t kMaxCodePoint = 0x10ffff;
+
+// The numbers that the switch allows after a backslash.
+struct NumberForm {
+    unsigned base;
+    size_t leastDigits;
+    size_t mostDigits;
+};
+
+NumberForm numberForm(Escapes escapes, char first)
+{
+    if (escapes == Escapes::kconfig && first == 'x')
+        return {16, 2, 2};
+    if (escapes == Escapes::c && first == 'x')
+        return {16, 1, 8};
+    if (escapes == Escapes::c && first >= '0' && first <= '7')
+        return {8, 1, 3};
+    return {};
+}
+
+unsigned digitOf(char c)
+{
+    if (c >= '0' && c <= '9')
+        return static_cast<unsigned>(c - '0');
+    char const letter = foldedCase(c);
+    return letter >= 'a' && letter <= 'f' ? static_cast<unsigned>(letter - 'a' + 10) : 16;
+}
+
+void appendUtf8(uint32_t code, std::string& out)
+{
+    auto const append = [&out](uint32_t byte) { out += static_cast<char>(byte); };
+    if (code < 0x80)
+        return append(code);
+    if (code < 0x800) {
+        append(0xc0 | code >> 6);
+    } else {
+        if (code < 0x10000) {
+            append(0xe0 | code >> 12);
+        } else {
+            append(0xf0 | code >> 18);
+            append(0x80 | (code >> 12 & 0x3f));
+        }
+        append(0x80 | (code >> 6 & 0x3f));
+    }
+    append(0x80 | (code & 0x3f));
+}
+
+}  // namespace
+
+Escape readEscape(Escapes escapes, std::string_view chars, size_t at)
+{
+    Escape const unknown{Escape::unknown, 0, std::min(at + 2, chars.size())};
+    if (at + 1 >= chars.size())
+        return unknown;
+    EscapeSet const set = escapeSet(escapes);
+    char const c = chars[at + 1];
+    size_t const index = set.letters.find(c);
+    if (index != set.letters.npos)
+        return {Escape::letter, static_cast<unsigned char>(set.meanings[index]), at + 2};
+    NumberForm const form = numberForm(escapes, c);
+    if (form.base == 0)
+        return unknown;
+    size_t const first = at + (form.base == 16 ? 2 : 1);
+    size_t end = first;
+    uint32_t code = 0;
+    for (; end < chars.size() && end - first < form.mostDigits; ++end) {
+        unsigned const digit = digitOf(chars[end]);
+        if (digit >= form.base)
+            break;
+        code = code * form.base + digit;
+    }
+    if (code == 0 || code > kMaxCodePoint || end - first < form.leastDigits)
+        return unknown;
+    return {Escape::number, code, end};
+}
+
+size_t appendUnescaped(Switches const& switches, std::string_view chars, size_t at, bool isQuoted,
+                       std::string& out)
+{
+    Escape const escape = readEscape(switches.escapes, chars, at);
+    if (escape.kind == Escape::number && switches.escapes == Escapes::c) {
+        appendUtf8(escape.code, out);
+    } else if (escape.kind != Escape::unknown) {
+        out += static_cast<char>(escape.code);
+    } else {
+        switch (switches.unknownEscape) {
+            case UnknownEscape::keptInQuotes:
+                out += isQuoted ? chars.substr(at, escape.end - at)
+                                : chars.substr(at + 1, escape.end - at - 1);
+                break;
+            case UnknownEscape::kept:
+            case UnknownEscape::refused:
+                out += chars.substr(at, escape.end - at);
+                break;
+            case UnknownEscape::dropped:
+                break;
+        }
+    }
+    return escape.end;
+}
+
+}  // namespace zdialects

@@ -1,0 +1,56 @@
+// escapes: the sequences after a backslash, by the switch `escapes`.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "switches.h"
+
+namespace zdialects {
+
+// Letters after a backslash, and their meanings in the same order.
+struct EscapeSet {
+    std::string_view letters;
+    std::string_view meanings;
+};
+
+/// Returns the letters of a switch. Numbers are not among them.
+constexpr EscapeSet escapeSet(Escapes escapes)
+{
+    switch (escapes) {
+        case Escapes::none:
+            break;
+        case Escapes::desktop:
+        case Escapes::kconfig:
+            return {"sntr\\", " \n\t\r\\"};
+        case Escapes::git:
+            return {"ntb\"\\", "\n\t\b\"\\"};
+        case Escapes::php:
+            return {"\"\\", "\"\\"};
+        case Escapes::mysql:
+            return {"ntrbs\\\"'", "\n\t\r\b \\\"'"};
+        case Escapes::c:
+            return {"abfnrtv\"?'\\", "\a\b\f\n\r\t\v\"?'\\"};
+        case Escapes::environment:
+            return {"\"\\$`", "\"\\$`"};
+    }
+    return {};
+}
+
+// A sequence as read. The meaning of a letter is a byte; a number is a code point or a byte.
+struct Escape {
+    enum Kind { letter, number, unknown };
+    Kind kind;
+    uint32_t code;
+    size_t end;  // index after the sequence
+};
+
+/// Reads the sequence at `at`, the index of a backslash.
+Escape readEscape(Escapes escapes, std::string_view chars, size_t at);
+
+/// Appends the meaning of the sequence at `at`; returns the index after it.
+/// range   an unknown sequence is kept if `unknownEscape` is refused: readers report it.
+size_t appendUnescaped(Switches const& switches, std::string_view chars, size_t at, bool isQuoted,
+                       std::string& out);
+
+}  // namespace zdialects
