@@ -211,6 +211,7 @@ ZProperties_6_0::ZProperties_6_0(ZProperties_6_0 const& other)
         fileName_ = other.fileName_;
         auto rep = std::make_unique<Rep>(*copy);
         rep->companions = other.rep_->companions;
+        rep->known = other.rep_->known;
         rep->isReplacing = other.rep_->isReplacing;
         modified_ = other.modified_;
         timeStamp_ = other.timeStamp_;

@@ -9,9 +9,7 @@
 #include "ZPropertiesImpl_p.h"
 #include "cache/file_text.h"
 #include "lines/difference.h"
-#include "lines/merge.h"
 #include "memory/out_of_memory.h"
-#include "stanza/reserved_entry.h"
 #include "stanza/stanza_dialect.h"
 
 using zlines::KeptText;
@@ -41,9 +39,7 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(
         if (feed != all.size() - 1)
             all += feed != 0 && feed != all.npos && all[feed - 1] == '\r' ? "\r\n" : "\n";
         all += bytes;
-        auto text = std::make_shared<KeptText>(std::move(all), dialect);
-        text->isOneFile = false;
-        return text;
+        return std::make_shared<KeptText>(std::move(all), dialect);
     });
 }
 
@@ -68,6 +64,18 @@ std::string ZPCategoryBasedCache_6_0::KeptLines::textBeforeReading(Cache const& 
     } catch (zlines::Refusal const&) {
         return kept->text;  // the next store is refused, too
     }
+}
+
+SharedText ZPCategoryBasedCache_6_0::KeptLines::textOf(ZPCache_6_0 const& cache,
+                                                       std::string_view stored)
+{
+    auto const* const own = dynamic_cast<Cache const*>(&cache);
+    if (own == nullptr || !keepsLines(cache) || textOf(*own) == nullptr)
+        return nullptr;
+    SharedText const& kept = textOf(*own);
+    if (kept->text == stored)
+        return kept;
+    return std::make_shared<KeptText>(std::string(stored), kept->sharedDialect);
 }
 
 void ZPCategoryBasedCache_6_0::KeptLines::describe(Cache const& cache, zlines::Document& document)
@@ -101,64 +109,6 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
                 .throwException(zstanza::kSource, zstanza::raiseForLine);
         }
     });
-}
-
-bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh)
-{
-    SharedText const base = textOf(ours);
-    SharedText const text = textOf(fresh);
-    if (base == nullptr || text == nullptr)
-        return false;
-    std::vector<zlines::MergeStep> steps;
-    zlines::Document document;
-    describe(ours, document);
-    // The other text may name the companion of another store.
-    if (!zlines::hasSameValues(zstanza::kReservedCategory, zstanza::kReservedKey, base->text,
-                               text->text, base->dialect) ||
-        !zlines::planMerge(base->text, document, text->text, base->dialect, steps))
-        return false;
-    for (zlines::MergeStep const& step : steps)
-        make(step, fresh);
-    ZBuffer_6_0 obfuscated;
-    ours.be_write_obfuscated(obfuscated);
-    fresh.setCompanionFile(ours.companionFile().getChars());
-    if (obfuscated.getLength() > 0)
-        fresh.be_read_obfuscated(obfuscated);
-    return true;
-}
-
-// Makes a step of a merge.
-void ZPCategoryBasedCache_6_0::KeptLines::make(zlines::MergeStep const& step, Cache& cache)
-{
-    char const* const stanza = step.stanza.c_str();
-    char const* const key = step.key.c_str();
-    char const* const first = step.texts.empty() ? nullptr : step.texts.front().c_str();
-    switch (step.kind) {
-        case zlines::MergeStep::removeStanza:
-            cache.delLine(stanza);
-            break;
-        case zlines::MergeStep::addStanza:
-            cache.addLine(stanza, nullptr, 0);
-            break;
-        case zlines::MergeStep::removeKey:
-            cache.delLine(stanza, key);
-            break;
-        case zlines::MergeStep::setKey:
-            cache.addLine(stanza, key, first, 0);
-            for (size_t i = 1; i < step.texts.size(); ++i)
-                cache.add(stanza, key, step.texts[i].c_str(), 0);
-            break;
-        case zlines::MergeStep::commentFile:
-            cache.addFileComment(first);
-            break;
-        case zlines::MergeStep::commentStanza:
-            cache.addLineComment(stanza, first);
-            break;
-        case zlines::MergeStep::commentKey:
-            if (cache.contains(stanza, key) != 0)
-                cache.addLineComment(stanza, key, first);
-            break;
-    }
 }
 
 std::string_view ZPCategoryBasedCache_6_0::KeptLines::writeAll(Cache const& cache,

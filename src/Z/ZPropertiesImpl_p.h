@@ -39,6 +39,10 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
 
     static zlines::SharedText const& textOf(Cache const& cache) { return cache.rep().kept; }
 
+    /// Returns the text as read if it is `stored`, else a copy of `stored`; null if the cache keeps
+    /// no lines.
+    static zlines::SharedText textOf(ZPCache_6_0 const& cache, std::string_view stored);
+
     static bool keepsLines(ZPCache_6_0 const& cache)
     {
         return (cache.attributes() & ZPCache_6_0::keepLines) != 0;
@@ -57,10 +61,17 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     ///         not read back.
     static zlines::SharedText compose(Cache const& cache, char const* path);
 
-    /// Makes the changes of `ours` since its lines were read in `fresh`, which has read the file
-    /// again. Adds the obfuscated values of `ours`. Returns false if a value or stanza that has
-    /// changed in `ours` has changed in the file, too; `fresh` may be partly changed then.
-    static bool merge(Cache& ours, Cache& fresh);
+    // A file as last read or written.
+    struct Base {
+        zlines::KeptText const& text;
+        std::string const& secrets;  // the contents of its companion
+        std::string const& present;  // the contents of the companion now
+    };
+
+    /// Makes the changes of `ours` since `base` in `fresh`, which has read the file again but not
+    /// its companion. Returns false if a value or stanza that has changed in `ours` has changed in
+    /// the file or companion, too; `fresh` may be partly changed then.
+    static bool merge(Cache& ours, Cache& fresh, Base const& base);
 
     /// Writes every line in the form of the library. Returns the text, a view of `text`.
     static std::string_view writeAll(Cache const& cache, zstanza::TextBuffer& text);
@@ -91,6 +102,12 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
         /// Ends the collection, and makes `stored` the text as read of the cache if the cache wrote
         /// it. Does not throw.
         void keep(std::string_view stored);
+
+        /// Returns the text that the cache wrote if it is `stored`, else null.
+        zlines::SharedText textOf(std::string_view stored) const
+        {
+            return text_ != nullptr && text_->text == stored ? text_ : nullptr;
+        }
 
     private:
         Cache* cache_;

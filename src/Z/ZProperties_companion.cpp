@@ -132,7 +132,7 @@ void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store,
                                                  std::string const& named, std::string const& path,
                                                  StoreOperation& operation)
 {
-    auto& [source, edited, restorer, packed, change, companions] = operation;
+    auto& [source, edited, restorer, packed, change, companions, known] = operation;
     if (packed.getLength() > 0) {
         change.change = zstore::JournaledFile::Companion::written;
         change.path = path;

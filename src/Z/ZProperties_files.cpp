@@ -63,21 +63,6 @@ using File = std::unique_ptr<FILE, CloseFile>;
 
 namespace {
 
-// Parses `text` into a cache. A cache of a class outside the library reads it from a stream.
-void parse(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, std::string_view text)
-{
-    if (stanzas != nullptr) {
-        stanzas->readText(path, text.data(), text.size());
-        return;
-    }
-    char none[1] = "";
-    char* const data = text.empty() ? none : const_cast<char*>(text.data());
-    File const file(fmemopen(data, text.size(), "r"));
-    if (file == nullptr)
-        throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fmemopen, errno};
-    cache.be_read(path, file.get());
-}
-
 // An output stream in memory. The C library's own does not report bytes that it dropped for lack of
 // memory.
 struct MemoryStream {
@@ -137,15 +122,14 @@ void render(ZPCache_6_0& cache, ZSCFData_6_0* stanzas, char const* path, ZBuffer
 
 // Reads the companion of `file`, which is at `path`, into `target`. Returns false if another
 // program replaced the file and `canRetry` is true: a store of the new file may have written the
-// companion. throws  as ZProperties_6_0::load().
+// companion. Stores its contents in `secrets`. throws  as ZProperties_6_0::load().
 bool readCompanion(zstore::JournaledFile& file, char const* path, std::string const& companion,
-                   bool canRetry, ZPCache_6_0& target)
+                   bool canRetry, ZPCache_6_0& target, ZBuffer_6_0& secrets)
 {
     try {
         zstore::JournaledFile::Bytes packed = file.readCompanion(companion.c_str());
-        ZBuffer_6_0 buffer;
-        moveToBuffer(packed, buffer);
-        target.be_read_obfuscated(buffer);
+        moveToBuffer(packed, secrets);
+        target.be_read_obfuscated(secrets);
     } catch (...) {
         if (canRetry && file.isReplaced())
             return false;
@@ -159,6 +143,21 @@ bool readCompanion(zstore::JournaledFile& file, char const* path, std::string co
 }
 
 }  // namespace
+
+void ZProperties_6_0::Rep::parse(ZProperties_6_0 const& store, ZPCache_6_0& cache, char const* path,
+                                 std::string_view text)
+{
+    if (store.rep_->stanzas != nullptr) {
+        static_cast<ZSCFData_6_0&>(cache).readText(path, text.data(), text.size());
+        return;
+    }
+    char none[1] = "";
+    char* const data = text.empty() ? none : const_cast<char*>(text.data());
+    File const file(fmemopen(data, text.size(), "r"));
+    if (file == nullptr)
+        throw zstore::JournaledFile::IoError{path, zfiles::FailedCall::fmemopen, errno};
+    cache.be_read(path, file.get());
+}
 
 char const* ZProperties_6_0::Rep::choosePath(ZProperties_6_0& store, char const* path)
 {
@@ -213,28 +212,30 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     if (copy == nullptr)
         restorer.emplace(target);
     Rep& rep = *store.rep_;
-    auto* const stanzas = rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(&target) : nullptr;
 
     zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
     std::string const known = target.companionFile().getChars();
     target.setCompanionFile(nullptr);
-    parse(target, stanzas, path, file.text());
+    parse(store, target, path, file.text());
     // Read a companion that the text names, even if the store has read it before: the stanzas of
     // the text are new to the store, so the earlier values have been removed since.
     bool const isNamed = !target.companionFile().isEmpty();
     if (!isNamed)
         target.setCompanionFile(known.c_str());
     Companions read = rep.companions;
+    ZBuffer_6_0 secrets;
     std::string const companion = target.companionFile().getChars();
     if (!companion.empty() && (isNamed || !read.isLoaded(companion))) {
         bool const canRetry = !restorer || restorer->canRestore();
-        if (!readCompanion(file, path, companion, canRetry, target))
+        if (!readCompanion(file, path, companion, canRetry, target, secrets))
             return false;
         read.addLoaded(companion);
     }
     file.close();
 
-    std::string linesPath(path);
+    KnownFiles files = rep.known;
+    files.record(path, file.stamp(), KeptLines::textOf(target, file.text()),
+                 isNamed ? companion : std::string(), secrets);
     rep.companions.swap(read);
     if (copy != nullptr)
         exchange(store, copy);
@@ -249,8 +250,7 @@ bool ZProperties_6_0::Rep::loadOnce(ZProperties_6_0& store, char const* path)
     if (restorer)
         restorer->dismiss();
     recordFile(store, path, file);
-    rep.linesPath.swap(linesPath);
-    rep.linesStamp = file.stamp();
+    rep.known.swap(files);
     setModified(store, 0);
     return true;
 }
@@ -326,7 +326,6 @@ void ZProperties_6_0::store(char const* path)
         if (isMerged)
             Rep::exchange(*this, merged);
         try {
-            std::string linesPath(chosen);
             Rep::StoreOperation operation(*this);
             if (hasItems) {
                 if (companion.empty())
@@ -341,8 +340,7 @@ void ZProperties_6_0::store(char const* path)
             if (operation.restorer)
                 operation.restorer->dismiss();
             rep_->companions.swap(operation.companions);
-            rep_->linesPath.swap(linesPath);
-            rep_->linesStamp = file.stamp();
+            rep_->known.swap(operation.known);
         } catch (...) {
             if (isMerged)
                 Rep::exchange(*this, merged);
@@ -366,40 +364,16 @@ void ZProperties_6_0::Rep::write(ZProperties_6_0& store, char const* path,
            path, text);
     if (keepsLines)
         file.skipUnchanged();
+    // The stamp is that of the old text, but the file stays the same unless it is replaced: then
+    // its path is compared.
+    operation.known.record(
+        path, file.stamp(), collector.textOf(viewOf(text)),
+        operation.packed.getLength() > 0 ? source.companionFile().getChars() : "",
+        operation.packed);
     store.rep_->isReplacing ? file.replace(viewOf(text), operation.change)
                             : file.commit(viewOf(text), operation.change);
     file.close();
     collector.keep(viewOf(text));
-}
-
-std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::mergeWith(ZProperties_6_0& store,
-                                                             char const* path,
-                                                             zstore::JournaledFile const& file)
-{
-    auto* const cache = dynamic_cast<ZPCategoryBasedCache_6_0*>(store.cache_);
-    Rep const& rep = *store.rep_;
-    if (cache == nullptr || !KeptLines::keepsLines(*cache) || file.isCreated() ||
-        (rep.linesPath != path && (file.stamp().inode != rep.linesStamp.inode ||
-                                   file.stamp().device != rep.linesStamp.device)))
-        return nullptr;
-    auto const kept = KeptLines::textOf(*cache);
-    if (kept == nullptr || !kept->isOneFile || kept->text == file.text())
-        return nullptr;
-    std::unique_ptr<ZPCache_6_0> fresh =
-        rep.direct != nullptr ? std::unique_ptr<ZPCache_6_0>(cache->makeEmpty()) : copyCache(store);
-    if (fresh != nullptr) {
-        fresh->clear();
-        try {
-            parse(*fresh,
-                  rep.stanzas != nullptr ? static_cast<ZSCFData_6_0*>(fresh.get()) : nullptr, path,
-                  file.text());
-            if (KeptLines::merge(*cache, static_cast<ZPCategoryBasedCache_6_0&>(*fresh)))
-                return fresh;
-        } catch (ZPropertiesInvalidDataException_6_0 const&) {
-            // The other program has left a file that cannot be read.
-        }
-    }
-    throw zfiles::IoError{path, zfiles::FailedCall::store, ESTALE};
 }
 
 int ZProperties_6_0::checkAndSetTimeStamp(char const* path, long& stamp)

@@ -18,6 +18,7 @@
 #include "ZLCString.h"
 #include "ZProperties.h"
 #include "ZPropertiesImpl.h"
+#include "lines/kept_text.h"
 #include "stanza/reserved_entry.h"
 #include "store/journaled_file.h"
 #include "store/translate_errors.h"
@@ -334,10 +335,35 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         std::vector<Companion> list_;  // the most recently used companion is the last
     };
 
+    // The files that a store has read or written while it kept lines, as they were then.
+    class KnownFiles {
+    public:
+        struct File {
+            std::string path;  // absolute
+            zlines::SharedText text;
+            std::string companion;                       // empty: none
+            std::shared_ptr<std::string const> secrets;  // the contents of the companion
+        };
+
+        /// Returns the file that `path` names; null if it is not known. `stamp` is its state.
+        File const* find(char const* path, zstore::JournaledFile::Stamp const& stamp) const;
+
+        /// Records that `path` was read or written. Without a text it is no longer known.
+        void record(char const* path, zstore::JournaledFile::Stamp const& stamp,
+                    zlines::SharedText text, std::string const& companion,
+                    ZBuffer_6_0 const& secrets);
+        void swap(KnownFiles& other) { list_.swap(other.list_); }
+
+    private:
+        static constexpr size_t kMaxCount = 4;  // each has a text of its own
+
+        std::vector<File> list_;  // the most recently used file is the last
+    };
+
     // The state of a store() until the files are written.
     struct StoreOperation {
         explicit StoreOperation(ZProperties_6_0& store)
-            : source(store.cache_), companions(store.rep_->companions)
+            : source(store.cache_), companions(store.rep_->companions), known(store.rep_->known)
         {
         }
 
@@ -347,6 +373,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         ZBuffer_6_0 packed;                       // the contents of the companion
         zstore::JournaledFile::Companion change;  // refers to `packed`
         Companions companions;                    // the companions that the store knows afterwards
+        KnownFiles known;                         // the files that it knows afterwards
     };
 
     /// Compresses the obfuscated values for the companion `path`, which the contents then name.
@@ -357,9 +384,15 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     /// changed since its lines were read; null if it has not, or if the store keeps no lines.
     /// throws  IoError (path, "store()", ESTALE) if the file has changed in the same values.
     static std::unique_ptr<ZPCache_6_0> mergeWith(ZProperties_6_0& store, char const* path,
-                                                  zstore::JournaledFile const& file);
+                                                  zstore::JournaledFile& file);
 
-    /// Renders the text of the contents and writes it to the file, unless the file has it.
+    /// Parses `text` into a cache of the store's class. A cache of a class outside the library
+    /// reads it from a stream.
+    static void parse(ZProperties_6_0 const& store, ZPCache_6_0& cache, char const* path,
+                      std::string_view text);
+
+    /// Renders the text of the contents and writes it to the file, unless the file has it. Records
+    /// the text in `operation`.
     static void write(ZProperties_6_0& store, char const* path, zstore::JournaledFile& file,
                       StoreOperation& operation);
 
@@ -371,8 +404,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
 
     int depth = 0;             // number of Holds of the thread that has the lock
     bool isReplacing = false;  // see setReplacing()
-    std::string linesPath;     // the file whose text the cache keeps, if it keeps lines
-    zstore::JournaledFile::Stamp linesStamp;  // of that file, when it was loaded or stored
+    KnownFiles known;
     Companions companions;
     std::string sharedPath;  // the path in the factory's map; set before the store is shared
     Queue queued;

@@ -22,9 +22,6 @@ void ZStanzaFileProperties_6_0::loadText(char const* text, size_t length)
             ZUnsupportedException_6_0().throwException(kSource, raiseInLoadText);
         Rep::exchange(*this, fresh);
         rep_->companions.setAllUnloaded();
-        // The kept text is from no file: no store merges it with the changes of a file.
-        rep_->linesPath.clear();
-        rep_->linesStamp = {};
     });
     Rep::setModified(*this, 1);
 }

@@ -3,6 +3,7 @@
 #include <Z/ZStanzaFileProperties.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include "EachAllocation.h"
@@ -116,6 +117,109 @@ TEST_F(KeptLinesMerge, AKeyDoesNotGetPlainAndObfuscatedValues)
     EXPECT_EQ(there, directory_.read("conf"));
     EXPECT_EQ("hidden,", valuesOf(store_, "s", "p"));
     EXPECT_EQ(1, store_.isObfuscated("s", "p"));
+}
+
+TEST_F(KeptLinesMerge, ACopyOfTheFileOrStoreNoticesChangesOfTheFileToo)
+{
+    std::string const before = "[s]\nk=v\nl=w\n";
+    std::string const there = "[s]\nk=v\nl=there\n";
+    std::string const after = "[s]\nk=x\nl=there\n";
+    load(before);
+    store_.setValue("s", "k", "x");
+    store_.store(directory_.at("copy").c_str());
+    EXPECT_EQ("[s]\nk=x\nl=w\n", directory_.read("copy"));
+    directory_.write("conf", there);
+    EXPECT_EQ(after, stored());
+    // The copy is known, too.
+    directory_.write("copy", "[s]\nk=x\nl=copied\n");
+    EXPECT_THROW(store_.store(directory_.at("copy").c_str()), ZPropertiesIOException_6_0);
+
+    directory_.write("conf", before);
+    store_.reload(nullptr);
+    Store copy(store_);
+    directory_.write("conf", there);
+    copy.setValue("s", "k", "x");
+    copy.store(nullptr);
+    EXPECT_EQ(after, directory_.read("conf"));
+}
+
+TEST_F(KeptLinesMerge, ALoadedTextMeetsAChangedFile)
+{
+    load("[s]\nk=v\nl=w\n");
+    std::string const text = "[s]\nk=x\nl=w\n";
+    store_.loadText(text.data(), text.size());
+    directory_.write("conf", "[s]\nk=v\nl=there\n");
+    EXPECT_EQ("[s]\nk=x\nl=there\n", stored());
+}
+
+TEST_F(KeptLinesMerge, EachOfSeveralFilesIsCompared)
+{
+    load("[s]\nk=v\n");
+    std::string const other = directory_.write("other", "[t]\nl=w\n");
+    store_.load(other.c_str());
+    store_.setValue("s", "k", "x");
+    directory_.write("conf", "# there\n[s]\nk=v\n");
+    EXPECT_EQ("# there\n[s]\nk=x\n\n[t]\nl=w\n", stored());
+}
+
+TEST_F(KeptLinesMerge, AnotherFileWithTheInodeOfARemovedFileIsNotCompared)
+{
+    std::string const path = load("[s]\nk=v\n");
+    std::string const other = directory_.at("other");
+    // The inode of the file, as if it were used again.
+    ASSERT_EQ(0, rename(path.c_str(), other.c_str()));
+    directory_.write("other", "[t]\nl=w\n");
+    store_.setValue("s", "k", "x");
+    store_.store(other.c_str());
+    EXPECT_EQ("[s]\nk=x\n", directory_.read("other"));
+}
+
+TEST_F(KeptLinesMerge, ObfuscatedValuesOfAnotherProgramStay)
+{
+    load("[s]\nk=v\n");
+    for (char const* key : {"a", "b", "c"})
+        store_.setValue("s", key, "old", 1);
+    store_.store(nullptr);
+    auto const change = [&](std::function<void(Store&)> const& action) {
+        Store other(directory_.at("conf").c_str(), 1);
+        other.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        other.reload(nullptr);
+        action(other);
+        other.store(nullptr);
+    };
+    std::string const text = directory_.read("conf");
+    change([](Store& other) {
+        other.setValue("s", "b", "there", 1);
+        other.deleteKey("s", "c");
+    });
+    EXPECT_EQ(text, directory_.read("conf"));
+    store_.setValue("s", "k", "x");
+    store_.setValue("s", "a", "here", 1);
+    store_.store(nullptr);
+    EXPECT_EQ("there,", valuesOf(store_, "s", "b"));
+    Store const fresh(directory_.at("conf").c_str(), 1);
+    EXPECT_EQ("x,", valuesOf(fresh, "s", "k"));
+    EXPECT_EQ("here,", valuesOf(fresh, "s", "a"));
+    EXPECT_EQ("there,", valuesOf(fresh, "s", "b"));
+    EXPECT_EQ(0, fresh.exists("s", "c"));
+
+    // The same value.
+    change([](Store& other) { other.setValue("s", "b", "again", 1); });
+    store_.setValue("s", "b", "here", 1);
+    EXPECT_THROW(store_.store(nullptr), ZPropertiesIOException_6_0);
+    EXPECT_EQ("here,", valuesOf(store_, "s", "b"));
+    // A value that becomes plain, and one that is removed.
+    store_.reload(nullptr);
+    change([](Store& other) { other.setValue("s", "k", "y"); });
+    store_.deleteKey("s", "a");
+    store_.setValue("s", "a", "plain");
+    store_.deleteKey("s", "b");
+    ASSERT_NO_THROW(store_.store(nullptr));
+    Store const last(directory_.at("conf").c_str(), 1);
+    EXPECT_EQ("y,", valuesOf(last, "s", "k"));
+    EXPECT_EQ("plain,", valuesOf(last, "s", "a"));
+    EXPECT_EQ(0, last.isObfuscated("s", "a"));
+    EXPECT_EQ(0, last.exists("s", "b"));
 }
 
 TEST_F(KeptLinesMerge, AFileThatWasRemovedIsStoredAgain)

@@ -21,7 +21,6 @@ struct KeptText {
     SharedDialect const sharedDialect;
     Dialect const& dialect;
     TextHistory history = {};
-    bool isOneFile = true;  // else several files were read, one after another
 };
 
 using SharedText = std::shared_ptr<KeptText const>;
