@@ -7,6 +7,7 @@
 
 #include <Z/ZArrayList.h>
 #include <Z/ZLCString.h>
+#include <Z/ZPropertiesImpl.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <unistd.h>
 
@@ -29,6 +30,9 @@ concept CanReplace = requires(Store& store)
 {
     store.setReplacing(1);
 };
+
+// How stores write the file.
+enum class StoreMode { inPlace, replacing, keptLines };
 
 class Generation {
 public:
@@ -58,16 +62,21 @@ public:
         return all;
     }
 
-    /// Sets whether the stores of this process replace the file, or rewrite it in place.
-    static void setReplacing(bool replacing) { replacing_ = replacing; }
-    static bool isReplacing() { return replacing_; }
+    /// Sets how the stores of this process write the file: in place, as a new file, or in place
+    /// with the lines of the file kept.
+    static void setMode(StoreMode mode) { mode_ = mode; }
+    static StoreMode mode() { return mode_; }
+    static bool isReplacing() { return mode_ == StoreMode::replacing; }
 
-    /// Makes `object` store in place or by replacing, as set for this process.
+    /// Makes `object`, which has loaded nothing yet, store as set for this process.
     template <class Store>
     static void prepare(Store& object)
     {
         if constexpr (CanReplace<Store>)
-            object.setReplacing(replacing_ ? 1 : 0);
+            object.setReplacing(isReplacing() ? 1 : 0);
+        if constexpr (requires { object.setAttributes(0, nullptr); })  // not a bare file
+            if (mode_ == StoreMode::keptLines)
+                object.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     }
 
     /// Sets the values of `store` to this generation.
@@ -183,7 +192,7 @@ private:
         return out.getChars();
     }
 
-    inline static bool replacing_ = false;
+    inline static StoreMode mode_ = StoreMode::inPlace;
 
     long number_ = 0;
     size_t size_ = 0;

@@ -21,8 +21,9 @@ public:
         if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0)
             throw std::bad_alloc();
         child_ = inChild([&] {
-            ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+            ZStanzaFileProperties_6_0 store(1);
             Generation::prepare(store);
+            store.load(path.c_str());
             for (long number = last + 1;; ++number) {
                 generation(number, largest).change(store);
                 store.store(nullptr);

@@ -1,8 +1,8 @@
 // The crash program: interrupts stores of configuration files by kills, power cuts and failing
 // calls, and checks that nothing was lost. `./dev crash` runs all of it, the tests a share.
 //
-//     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs, first
-//                                     with stores in place, then with stores that replace the file
+//     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs, in each
+//                                     mode of storing; the name of a mode selects all campaigns in it
 //
 // Exit code 0: every outcome is a promised one.
 #include <sys/wait.h>
@@ -42,14 +42,24 @@ constexpr Campaign kCampaigns[] = {
     {"directory's owner attacks", attackRoot},
 };
 
-// How the stores of a campaign write the file.
-enum class Mode { inPlace, replacing };
-
-std::vector<Mode> modes()
+std::vector<StoreMode> modes()
 {
     if (CanReplace<ZStanzaFileProperties_6_0>)
-        return {Mode::inPlace, Mode::replacing};
-    return {Mode::inPlace};
+        return {StoreMode::inPlace, StoreMode::replacing, StoreMode::keptLines};
+    return {StoreMode::inPlace};
+}
+
+char const* nameOf(StoreMode mode)
+{
+    switch (mode) {
+        case StoreMode::inPlace:
+            return "in place";
+        case StoreMode::replacing:
+            return "replacing";
+        case StoreMode::keptLines:
+            return "kept";
+    }
+    return "";
 }
 
 double now()
@@ -87,10 +97,10 @@ private:
     double next_ = now() + 0.2;
 };
 
-void run(Campaign const& campaign, Mode mode, Counts& counts, Extent extent)
+void run(Campaign const& campaign, StoreMode mode, Counts& counts, Extent extent)
 {
     pid_t const child = inChild([&] {
-        Generation::setReplacing(mode == Mode::replacing);
+        Generation::setMode(mode);
         campaign.run(counts, extent);
         return 0;
     });
@@ -106,10 +116,11 @@ void run(Campaign const& campaign, Mode mode, Counts& counts, Extent extent)
         complain(counts, std::string(campaign.name) + " did nothing");
 }
 
-bool isWanted(Campaign const& campaign, std::vector<std::string> const& names)
+// A name selects a campaign or a mode.
+bool isWanted(Campaign const& campaign, StoreMode mode, std::vector<std::string> const& names)
 {
     for (std::string const& name : names)
-        if (std::strstr(campaign.name, name.c_str()) != nullptr)
+        if (name == nameOf(mode) || std::strstr(campaign.name, name.c_str()) != nullptr)
             return true;
     return names.empty();
 }
@@ -123,20 +134,23 @@ int runAll(Extent extent, std::vector<std::string> const& names)
         double seconds;
     };
     std::vector<Row> rows;
-    for (Mode const mode : modes())
+    for (StoreMode const mode : modes())
         for (Campaign const& campaign : kCampaigns) {
-            if (!isWanted(campaign, names) || (!campaign.stores && mode != Mode::inPlace))
+            if (!isWanted(campaign, mode, names) ||
+                (!campaign.stores && mode != StoreMode::inPlace))
                 continue;
             Counts& counts = shared<Counts>();
             double const start = now();
             run(campaign, mode, counts, extent);
-            char const* const name = mode == Mode::inPlace ? "in place" : "replacing";
-            rows.push_back({campaign.name, campaign.stores ? name : "", &counts, now() - start});
+            char const* const name = campaign.stores ? nameOf(mode) : "";
+            rows.push_back({campaign.name, name, &counts, now() - start});
         }
     if (rows.empty()) {
         std::fprintf(stderr, "crash: no campaign with this name; use part of one of these:\n");
         for (Campaign const& campaign : kCampaigns)
             std::fprintf(stderr, "  %s\n", campaign.name);
+        for (StoreMode const mode : modes())
+            std::fprintf(stderr, "  %s (all campaigns that store so)\n", nameOf(mode));
         return 2;
     }
 

@@ -190,7 +190,7 @@ private:
     void tear() const
     {
         Stepper stepper([&] {
-            Generation::setReplacing(false);
+            Generation::setMode(StoreMode::inPlace);
             kAfter.store(in(kConf));
             return 0;
         });

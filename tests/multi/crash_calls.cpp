@@ -180,7 +180,7 @@ bool tear(StoreDirectory const& target, Shape const& shape)
 {
     target.reset(shape.before);
     Stepper stepper([task = storing(target, shape.after)] {
-        Generation::setReplacing(false);
+        Generation::setMode(StoreMode::inPlace);
         return task();
     });
     while (stepper.nextOnFiles())

@@ -295,8 +295,9 @@ void turnSwitches(std::string const& path, long number)
 {
     char const* const text = kSwitches[number % 3];
     if (number % 3 != 2) {
-        ZStanzaFileProperties_6_0 store(path.c_str(), 1);
+        ZStanzaFileProperties_6_0 store(1);
         Generation::prepare(store);
+        store.load(path.c_str());
         store.setValue("s", "a", std::string(1, text[8]).c_str(), 0);
         store.setValue("s", "b", std::string(1, text[14]).c_str(), 0);
         store.store(nullptr);
