@@ -180,18 +180,30 @@ public:
 
     /// Replaces that comment; null removes it, and leaves a blank line above it.
     /// range   "#" is prepended to each line of `comment` that does not start with it.
-    /// throws  as getComment(); ZInvalidParameterException_6_0 if a line is too long. Nothing is
-    ///         changed then.
+    /// throws  as getComment(); ZInvalidParameterException_6_0 if a line is too long, or if the key
+    ///         has obfuscated values, and so no line. Nothing is changed then.
     /// cost    O(lines of the stanza).
     void setComment(char const* stanza, char const* key, char const* comment);
 
     /// Returns the number of the line that has the value at `index` of `key` in the text that
-    /// store() writes, counted from 1 by newlines; 0 if no line has it, because it is obfuscated. A
-    /// key without values has its line at `index` 0.
+    /// storeText() stores, counted from 1 by newlines; 0 if no line has it: it is obfuscated, or
+    /// empty where no line can hold an empty value. A key without values has its line at `index` 0.
     /// throws  ZInvalidParameterException_6_0 if a name is null or empty;
     ///         ZPropertiesMissingPropertyException_6_0 if the key or the value is missing.
     /// cost    O(file).
     unsigned long lineOf(char const* stanza, char const* key, unsigned index) const;
+
+    /// Stores the spelling of the value at `index` of `key` in `out`: its bytes in the text that
+    /// storeText() stores.
+    /// throws  as lineOf(); ZPropertiesMissingPropertyException_6_0 if no line has the value.
+    /// cost    O(file).
+    void getSpelling(char const* stanza, char const* key, unsigned index, ZLCString_6_0& out) const;
+
+    /// Replaces that spelling, and so the value.
+    /// throws  as getSpelling(); ZInvalidParameterException_6_0 if `spelling` is null, or does not
+    ///         read back as one value of that line. Nothing is changed then.
+    /// cost    O(file).
+    void setSpelling(char const* stanza, char const* key, unsigned index, char const* spelling);
 
     /// Returns the names of the stanzas in file order.
     /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
@@ -202,7 +214,8 @@ public:
     /// owns    `text` is copied; it may be null if `length` is 0.
     /// throws  ZPropertiesInvalidDataException_6_0 with an empty file name if a line is invalid;
     ///         ZUnsupportedException_6_0 if the text names a companion file: the text does not have
-    ///         its values, and a later store() would remove them. The store is unchanged then.
+    ///         its values, and a later store() would remove them; ZPropertiesIOException_6_0 with
+    ///         "read()" and EFBIG above maxFileSize(). The store is unchanged then.
     void loadText(char const* text, size_t length);
 
     /// Stores the text that store() writes in `buffer`, which is empty if there are no lines. The

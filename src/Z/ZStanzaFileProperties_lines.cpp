@@ -1,14 +1,8 @@
-// Comments, and the numbers of lines.
-#include <algorithm>
-#include <string>
-
-#include "ZBuffer.h"
+// Comments that are read and replaced.
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
-#include "lines/outline.h"
-#include "stanza/stanza_dialect.h"
 
 using namespace zproperties;
 
@@ -30,27 +24,6 @@ void requireCommented(ZStanzaFileProperties_6_0 const& store, char const* stanza
         throwMissing(store, stanza, key != nullptr ? key : "");
 }
 
-// Returns the line of the value at `index` of a key; null if it does not exist.
-zlines::Line const* findLine(zlines::Outline& outline, char const* stanza, std::string_view key,
-                             bool hasValues, unsigned index)
-{
-    uint32_t const found = outline.find(stanza, 0);
-    if (found == zlines::kNone)
-        return nullptr;
-    std::string space;
-    for (uint32_t at = outline.stanzas()[found].firstSection; at != zlines::kNone;
-         at = outline.sections()[at].next) {
-        zlines::Section const& section = outline.sections()[at];
-        for (uint32_t line = section.first; line < section.end; ++line) {
-            zlines::Line const& read = outline.lines()[line];
-            bool const counts = hasValues ? read.kind == zlines::valueLine : read.isKey();
-            if (counts && outline.keyName(line, space) == key && index-- == 0)
-                return &read;
-        }
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 int ZStanzaFileProperties_6_0::getComment(char const* stanza, char const* key,
@@ -65,6 +38,9 @@ void ZStanzaFileProperties_6_0::setComment(char const* stanza, char const* key, 
 {
     Hold const hold(*this);
     requireCommented(*this, stanza, key);
+    // An obfuscated value has no line that the comment could be above.
+    if (comment != nullptr && key != nullptr && isObfuscated(stanza, key) != 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
     auto const set = [&](ZPCache_6_0& cache, char const* text) {
         static_cast<ZSCFData_6_0&>(cache).setComment(stanza, key, text);
     };
@@ -77,28 +53,4 @@ void ZStanzaFileProperties_6_0::setComment(char const* stanza, char const* key, 
         return;
     set(cache(), nullptr);
     Rep::setModified(*this, 1);
-}
-
-unsigned long ZStanzaFileProperties_6_0::lineOf(char const* stanza, char const* key,
-                                                unsigned index) const
-{
-    Hold const hold(*this);
-    int const count = numValues(stanza, key);
-    if (exists(stanza, key) == 0 || index >= static_cast<unsigned>(std::max(count, 1)))
-        throwMissing(*this, stanza, key);
-    if (isObfuscated(stanza, key) != 0)
-        return 0;
-    unsigned long number = 0;
-    translateErrors(raiseInLineOf, [&] {
-        ZBuffer_6_0 buffer;
-        storeText(buffer);
-        std::string_view const text(static_cast<char const*>(buffer.getBuffer()),
-                                    buffer.getLength());
-        zlines::Outline outline(text, zstanza::stanzaDialect());
-        zlines::Line const* const line = findLine(outline, stanza, key, count > 0, index);
-        if (line != nullptr)
-            number = 1 + static_cast<unsigned long>(
-                             std::count(text.begin(), text.begin() + line->begin, '\n'));
-    });
-    return number;
 }

@@ -1,4 +1,6 @@
 // loadText() and storeText(): the contents of a stanza file in memory.
+#include <errno.h>
+
 #include <memory>
 
 #include "ZBuffer.h"
@@ -15,6 +17,8 @@ void ZStanzaFileProperties_6_0::loadText(char const* text, size_t length)
     zreporting::CancelGuard const uncancelled;
     Hold const hold(*this);
     translateErrors(raiseInLoadText, [&] {
+        if (length > maxFileSize())
+            throw zfiles::IoError{"", zfiles::FailedCall::read, EFBIG};
         auto const* const cache = static_cast<ZSCFData_6_0 const*>(&this->cache());
         std::unique_ptr<ZPCache_6_0> fresh(cache->makeEmpty());
         static_cast<ZSCFData_6_0&>(*fresh).readText("", text, length);

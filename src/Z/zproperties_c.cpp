@@ -1,5 +1,6 @@
 #include "zproperties_c.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -12,7 +13,6 @@
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZLCString.h"
-#include "ZStanzaFileProperties.h"
 #include "handles/returned_strings.h"
 #include "zproperties_c_p.h"
 
@@ -31,7 +31,7 @@ enum RaiseSite { raiseInGetValues = 431 };
 // data that the lock guards, or release the lock.
 bool isCreator(ZPROP_iter_handle const& iterator)
 {
-    return pthread_equal(iterator.creator, pthread_self()) != 0;
+    return iterator.creator == threadNumber();
 }
 
 int notOverStanzas(ZPROP_stanzas_iter_handle&)
@@ -42,7 +42,7 @@ int notOverStanzas(ZPROP_stanzas_iter_handle&)
 // Runs the action for the type of the iterator.
 template <class OverKeys, class OverValues, class OverStanzas>
 int withIterator(ZPROP_iter_handle* handle, CodeOfFailure* codeOfFailure, OverKeys overKeys,
-                 OverValues overValues, OverStanzas overStanzas)
+                 OverValues overValues, OverStanzas overStanzas, char const* value = nullptr)
 {
     Iterators::Pin const iterator = openIterators.pin(handle);
     if (!iterator || !iterator->intact())
@@ -50,7 +50,11 @@ int withIterator(ZPROP_iter_handle* handle, CodeOfFailure* codeOfFailure, OverKe
     if (!isCreator(*iterator))
         return recordFailure(zpropIterator, kOtherThread);
     int code = zpropOk;
-    int const failure = codeOf(codeOfFailure, {}, [&] {
+    Call call{{iterator->stanza.c_str(), iterator->key.c_str()}};
+    call.values = &value;
+    call.valueCount = value != nullptr ? 1 : 0;
+    call.kind = Call::plain;
+    int const failure = codeOf(codeOfFailure, call, iterator->store.get(), [&] {
         if (iterator->type == zpropOverKeys)
             code = overKeys(static_cast<ZPROP_stz_iter_handle&>(*iterator));
         else if (iterator->type == zpropOverStanzas)
@@ -166,6 +170,13 @@ void processRecord(Store const& store, ZPROPValue const& record)
     }
 }
 
+Call commentCall(char const* stanza, char const* key)
+{
+    Call call{{stanza, key}};
+    call.hasComment = true;
+    return call;
+}
+
 }  // namespace
 
 // ---- Files --------------------------------------------------------------------------------------
@@ -181,15 +192,23 @@ int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode
 void zstzPropClose_6_0(ZPROP_handle* handle)
 {
     Files::Pin const file = openFiles.pin(handle);
-    if (file && file->intact())
-        openFiles.close(handle);
+    if (!file || !file->intact())
+        return;
+    file->store->observer.close();
+    openFiles.close(handle);
 }
 
 int zstzPropStore_6_0(ZPROP_handle* handle, char const* file)
 {
-    return withHandle(handle, {nullptr, nullptr, file}, openStoreCode, [&](ZPROP_handle& opened) {
-        waitWhileBusy(opened.waitSeconds, [&] { opened.store->store(file); });
-    });
+    char const* const named = file != nullptr && *file != '\0' ? file : nullptr;
+    return withHandle(handle, {{nullptr, nullptr, named}}, openStoreCode,
+                      [&](ZPROP_handle& opened) {
+                          waitWhileBusy(opened.waitMilliseconds, [&] {
+                              Store::Access const access(*opened.store);
+                              opened.store->store(named);
+                              opened.store->publishName();
+                          });
+                      });
 }
 
 // ---- Changes ------------------------------------------------------------------------------------
@@ -199,40 +218,37 @@ int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char co
 {
     if (stanza == nullptr || key == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza, key},
-                      [&](Store& store) { store.setValue(stanza, key, orEmpty(value)); });
+    char const* const text = orEmpty(value);
+    return changeFile(handle, {{stanza, key}, &text, 1, Call::plain},
+                      [&](Store& store) { store.setText(stanza, key, text, Call::plain); });
 }
 
 int zstzPropSetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 int value)
 {
-    if (stanza == nullptr || key == nullptr)
-        return missingArgument();
-    return changeFile(handle, {stanza, key},
-                      [&](Store& store) { store.setBooleanValue(stanza, key, value); });
+    return zstzPropSetStringValue_6_0(handle, stanza, key, value != 0 ? "yes" : "no");
 }
 
 int zstzPropSetIntegerValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 unsigned int value)
 {
-    if (stanza == nullptr || key == nullptr)
-        return missingArgument();
-    return changeFile(handle, {stanza, key},
-                      [&](Store& store) { store.setIntegerValue(stanza, key, value); });
+    char digits[16];
+    snprintf(digits, sizeof digits, "%u", value);
+    return zstzPropSetStringValue_6_0(handle, stanza, key, digits);
 }
 
 int zstzPropRemoveKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key)
 {
     if (stanza == nullptr || key == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza, key}, [&](Store& store) { store.deleteKey(stanza, key); });
+    return changeFile(handle, {{stanza, key}}, [&](Store& store) { store.removeKey(stanza, key); });
 }
 
 int zstzPropRemoveStanza_6_0(ZPROP_handle* handle, char const* stanza)
 {
     if (stanza == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza}, [&](Store& store) { store.deleteStanza(stanza); });
+    return changeFile(handle, {{stanza}}, [&](Store& store) { store.removeStanza(stanza); });
 }
 
 int zstzPropAddLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
@@ -240,23 +256,24 @@ int zstzPropAddLineComment_6_0(ZPROP_handle* handle, char const* stanza, char co
 {
     if (stanza == nullptr || key == nullptr || comment == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza, key},
-                      [&](Store& store) { store.addEntryComment(stanza, key, comment); });
+    return changeFile(handle, commentCall(stanza, key),
+                      [&](Store& store) { store.addComment(stanza, key, comment); });
 }
 
 int zstzPropAddStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment)
 {
     if (stanza == nullptr || comment == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza},
-                      [&](Store& store) { store.addStanzaComment(stanza, comment); });
+    return changeFile(handle, commentCall(stanza, nullptr),
+                      [&](Store& store) { store.addComment(stanza, nullptr, comment); });
 }
 
 int zstzPropAddFileComment_6_0(ZPROP_handle* handle, char const* comment)
 {
     if (comment == nullptr)
         return missingArgument();
-    return changeFile(handle, {}, [&](Store& store) { store.addFileComment(comment); });
+    return changeFile(handle, commentCall(nullptr, nullptr),
+                      [&](Store& store) { store.addComment(nullptr, nullptr, comment); });
 }
 
 // ---- Lists of values ----------------------------------------------------------------------------
@@ -283,7 +300,7 @@ int zstzPropGetValues_6_0(ZPROP_handle* handle, ZPROPValue* records, int count)
             ZInvalidParameterException_6_0().throwException(kSource, raiseInGetValues);
         if (record.result == nullptr)
             return missingArgument();
-        int const code = codeOf(readCode, {record.stanza, record.key, file->path.c_str()},
+        int const code = codeOf(readCode, {{record.stanza, record.key}}, file->store.get(),
                                 [&] { processRecord(*file->store, record); });
         if (code != zpropOk)
             return code;
@@ -317,7 +334,7 @@ char* zstzPropGetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char 
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
         return missingArgument(nullptr);
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         ZLCString_6_0 value;
         readValue(store, stanza, key, defaultFlag, value);
         return returnedString(value.getChars(), value.getLength());
@@ -329,7 +346,7 @@ int zstzPropGetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char c
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
         return missingArgument();
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         return store.getBooleanValue(stanza, key, required(defaultFlag), 0);
     });
 }
@@ -339,7 +356,7 @@ unsigned int zstzPropGetIntegerValue_6_0(ZPROP_handle* handle, char const* stanz
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
         return missingArgument<unsigned int>(zpropBadHandle);
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         return store.getIntegerValue(stanza, key, required(defaultFlag), 0);
     });
 }
@@ -348,7 +365,7 @@ int zstzPropExists_6_0(ZPROP_handle* handle, char const* stanza, char const* key
 {
     if (stanza == nullptr || code == nullptr)
         return missingArgument(0);
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         return key != nullptr ? store.exists(stanza, key) : store.exists(stanza);
     });
 }
@@ -364,7 +381,7 @@ int zstzPropNumKeys_6_0(ZPROP_handle* handle, char const* stanza, int* code)
 {
     if (stanza == nullptr || code == nullptr)
         return missingArgument(0);
-    return readFile(handle, {stanza}, code,
+    return readFile(handle, {{stanza}}, code,
                     [&](Store const& store) { return store.count(stanza); });
 }
 
@@ -372,7 +389,7 @@ int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 {
     if (stanza == nullptr || key == nullptr || code == nullptr)
         return missingArgument(0);
-    return readFile(handle, {stanza, key}, code,
+    return readFile(handle, {{stanza, key}}, code,
                     [&](Store const& store) { return store.numValues(stanza, key); });
 }
 
@@ -387,7 +404,7 @@ int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* 
     if (!file || !file->intact())
         return badHandle();
     *iterator = nullptr;
-    return codeOf(readCode, {stanza, key, file->path.c_str()}, [&] {
+    return codeOf(readCode, {{stanza, key}}, file->store.get(), [&] {
         std::unique_ptr<ZPROP_iter_handle> created;
         if (key != nullptr)
             created = std::make_unique<ZPROP_stzvalue_iter_handle>(file->store, stanza, key);
@@ -418,11 +435,14 @@ int zstzPropIter_chgValue_6_0(ZPROP_iter_handle* iterator, char const* value)
         iterator, iteratorChangeCode, notOverKeys,
         [&](ZPROP_stzvalue_iter_handle& over) {
             std::string changed(orEmpty(value));
+            Store::Changes set =
+                over.store->prepare(zpropSet, over.stanza.c_str(), over.key.c_str());
             over.values.changeValue(changed.c_str());
+            over.store->record(set);
             over.current.swap(changed);
             return zpropOk;
         },
-        notOverStanzas);
+        notOverStanzas, orEmpty(value));
 }
 
 int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value)
@@ -431,11 +451,14 @@ int zstzPropIter_addValue_6_0(ZPROP_iter_handle* iterator, char const* value)
         iterator, iteratorChangeCode, notOverKeys,
         [&](ZPROP_stzvalue_iter_handle& over) {
             std::string added(orEmpty(value));
+            Store::Changes set =
+                over.store->prepare(zpropSet, over.stanza.c_str(), over.key.c_str());
             over.values.addValue(added.c_str());
+            over.store->record(set);
             over.current.swap(added);
             return zpropOk;
         },
-        notOverStanzas);
+        notOverStanzas, orEmpty(value));
 }
 
 int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator)
@@ -443,7 +466,10 @@ int zstzPropIter_rmvValue_6_0(ZPROP_iter_handle* iterator)
     return withIterator(
         iterator, iteratorChangeCode, notOverKeys,
         [](ZPROP_stzvalue_iter_handle& over) {
+            Store::Changes set =
+                over.store->prepare(zpropSet, over.stanza.c_str(), over.key.c_str());
             over.values.removeValue();
+            over.store->record(set);
             over.current.clear();
             return zpropOk;
         },

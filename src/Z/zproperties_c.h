@@ -65,7 +65,8 @@ typedef struct ZPROPValue {
 int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode);
 
 /// Closes a handle. Unsaved changes are lost. A bad handle is ignored.
-/// threads calls in progress in other threads continue; iterators of the handle stay usable.
+/// threads calls in progress in other threads continue; iterators of the handle stay usable. Waits
+///         for a running observer, as zstzPropSetObserver_6_0.
 void zstzPropClose_6_0(ZPROP_handle* handle);
 
 /// Writes the file.
@@ -80,8 +81,9 @@ int zstzPropStore_6_0(ZPROP_handle* handle, char const* file);
 ///         "#" or "[", or has "=", a newline or leading or trailing whitespace; a value with a
 ///         newline or too long for a line. A file does not preserve leading and trailing whitespace
 ///         of a value.
-/// codes   55 for a bad handle, a null stanza or key; 52 for an invalid string: nothing is changed
-///         then.
+/// codes   55 for a bad handle, a null stanza or key; 52 for an invalid string, or if the key has
+///         obfuscated values: nothing is changed then.
+/// kept    a null or empty `value` removes obfuscated values.
 int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);
 
@@ -177,7 +179,8 @@ int zstzPropNumValues_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 ///         null; 52 if memory is exhausted. `*iterator` is null then, or untouched if the handle
 ///         is bad or an argument is null.
 /// threads the iterator locks the file object until it is closed. The creating thread may keep
-///         using the handle; in other threads the iterator's functions return 57 and do nothing.
+///         using the handle; in other threads the iterator's functions return 57 and do nothing. A
+///         thread closes its iterators before it ends: nothing else can unlock the file object.
 int zstzPropIter_init_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                           ZPROP_iter_handle** iterator);
 
@@ -246,7 +249,8 @@ typedef struct ZPROPError {
 /// range   fills the fields that both the caller's header and this library have, and sets `size` to
 ///         the bytes of these fields.
 /// owns    the strings are borrowed until the next call of a function of this header in this
-///         thread. If memory was exhausted, long ones are cut.
+///         thread, also by an observer or another callback, or until the thread ends. If memory was
+///         exhausted, long ones are cut.
 /// codes   55 if `error` is null or `size` is less than the size of the first version. `*error` is
 ///         unchanged then, and so is the failure.
 /// threads each thread has a failure of its own.
@@ -256,9 +260,11 @@ int zstzPropGetLastError_6_0(ZPROPError* error);
 
 /// Makes `directory` the directory of the text-services tables, in place of the environment
 /// variable QVRDIR: for a library that a program loads, which cannot rely on the variable. Call it
-/// before any other function of the library. range   at most 4095 bytes. codes   55 if `directory`
-/// is null, empty or too long; 51 if a table in it cannot be used; 52 if
-///         the tables are in use already. Nothing is changed then.
+/// before any other function of the library. Without a directory, stores cannot be opened.
+/// range   at most 4095 bytes.
+/// codes   55 if `directory` is null, empty or too long; 51 if a table in it cannot be used; 52 if
+///         the tables are in use already, or if memory is exhausted. Nothing is changed then.
+/// threads any.
 int zstzPropSetTables_6_0(char const* directory);
 
 // ---- Files and text -----------------------------------------------------------------------------
@@ -299,29 +305,41 @@ char* zstzPropGetDialect_6_0(ZPROP_handle* handle, int* code);
 /// The options of a store.
 enum {
     zpropKeepComments = 1,  // 1, the default: the next load keeps comments and blank lines; 0: not
-    zpropKeepLines = 2,   // 1: the next load keeps the lines as they are, and a store changes only
-                          // lines with changed values; 0, the default: not
-    zpropWaitSeconds = 3  // how long loads and stores wait for a file that another process uses;
-                          // 0, the default: they fail
+    zpropKeepLines = 2,    // 1: the next load keeps the lines as they are, and a store changes only
+                           // lines with changed values; 0, the default: not
+    zpropWaitSeconds = 3,  // how long loads and stores wait for a file that another process uses;
+                           // 0, the default: they fail
+    zpropWaitMilliseconds = 4  // the same option in milliseconds
 };
 typedef int ZPROPOption;
 
-/// Sets an option of a store.
+/// Sets an option of a store. The contents are unchanged; zstzPropReload_6_0 and
+/// zstzPropLoadText_6_0 are loads.
 /// codes   55 for a bad handle or a value out of range; 58 if the option is unknown.
 int zstzPropSetOption_6_0(ZPROP_handle* handle, ZPROPOption option, int value);
+
+/// Sets an option of the stores that the calling thread opens from now on: for loads by
+/// zstzPropOpen_6_0 and zstzPropOpenAs_6_0, before there is a handle. zstzPropFindProblems_6_0
+/// waits as long as these loads do. codes   55 for a value out of range; 58 if the option is
+/// unknown. threads each thread has options of its own, which start with the defaults.
+int zstzPropSetDefaultOption_6_0(ZPROPOption option, int value);
 
 /// Replaces the contents of the store by the text of a file, which it copies. They are unsaved
 /// changes then.
 /// range   `text` null: only with `length` 0, the empty text.
-/// codes   55 for a bad handle or a missing text; 51 if the text is invalid or names a companion
-///         file, whose values the text does not have: the values are unchanged then.
+/// codes   55 for a bad handle or a missing text; 51 if the text is invalid, is larger than a file
+///         may be, or names a companion file, whose values the text does not have: the values are
+///         unchanged then.
 int zstzPropLoadText_6_0(ZPROP_handle* handle, char const* text, size_t length);
 
-/// Returns the text that zstzPropStore_6_0 would write, and stores its length unless `length` is
-/// null. Returns null, with length 0, if it is empty. Stores its code as the getters do.
+/// Returns the contents as the text of a file, and stores its length unless `length` is null.
+/// Returns null, with length 0, if it is empty. Stores its code as the getters do. A store writes
+/// this text, except that it adds or removes the entry that names the companion file, and with
+/// zpropKeepLines keeps the changes that other programs have made in the file.
 /// range   the text does not contain obfuscated values: they are in the companion file.
+///         zstzPropLoadText_6_0 refuses contents that name a companion.
 /// owns    a copy; released with zstzPropFree_6_0.
-/// codes   52 if memory is exhausted.
+/// codes   52 if memory is exhausted, or if a value cannot be written in its line.
 char* zstzPropStoreText_6_0(ZPROP_handle* handle, size_t* length, int* code);
 
 /// The kinds of problems.
@@ -342,6 +360,7 @@ typedef struct ZPROPProblem {
 /// Receives a problem.
 /// owns    `problem` and its text are borrowed until the callback returns.
 /// codes   0 to continue; any other value stops the search.
+/// throws  nothing. An exception ends the search with 51.
 typedef int (*ZPROPProblemCallback)(ZPROPProblem const* problem, void* context);
 
 /// Calls `callback` with every problem of the file, in file order, after it has read the file.
@@ -387,8 +406,9 @@ int zstzPropRemoveValue_6_0(ZPROP_handle* handle, char const* stanza, char const
                             char const* value);
 
 /// Replaces the values of a key by one obfuscated value, which a store writes to the companion
-/// file. range   a null or empty `value` leaves the key without values. codes   55 for a bad
-/// handle, a null stanza or key; 52 if a name is invalid or the key has plain
+/// file.
+/// range   a null or empty `value` leaves the key without values.
+/// codes   55 for a bad handle, a null stanza or key; 52 if a name is invalid or the key has plain
 ///         values. Nothing is changed then.
 int zstzPropSetObfuscatedValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                    char const* value);
@@ -441,42 +461,70 @@ int zstzPropSetFileComment_6_0(ZPROP_handle* handle, char const* comment);
 int zstzPropSetStanzaComment_6_0(ZPROP_handle* handle, char const* stanza, char const* comment);
 
 /// Replaces the comment of a key, as zstzPropSetStanzaComment_6_0.
+/// codes   also 52 if the key has obfuscated values, and so no line.
 int zstzPropSetLineComment_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* comment);
 
-/// Returns the number of the line that has a value of a key, in the text that zstzPropStore_6_0
-/// would write; 0 if the value is obfuscated. Stores its code as the getters do.
+/// Returns the number of the line that has a value of a key, in the text of
+/// zstzPropStoreText_6_0; 0 if no line has it: the value is obfuscated, or empty where no line can
+/// hold an empty value. Stores its code as the getters do.
 /// units   lines, counted from 1; values, counted from 0 in `index`.
 /// range   a key without values has its line at `index` 0.
-/// codes   54 if the key or the value is missing; 52 if memory is exhausted; 55 if a name is empty
-///         or `index` negative.
+/// codes   54 if the key or the value is missing; 52 as zstzPropStoreText_6_0; 55 if a name is
+///         empty or `index` negative.
 /// cost    O(file).
 unsigned long zstzPropGetLine_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                   int index, int* code);
 
+/// Returns the spelling of a value, which is its bytes in the text of zstzPropStoreText_6_0; null
+/// if it has none. Stores its code as the getters do. units   values, counted from 0 in `index`.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   54 if the key or the value is missing, or if no line has the value: it is obfuscated, or
+///         empty where no line can hold an empty value; 52 as zstzPropStoreText_6_0; 55 if a name
+///         is empty or `index` negative.
+/// cost    O(file).
+char* zstzPropGetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
+                              int* code);
+
+/// Replaces the spelling of a value, and so the value. The next store writes these bytes.
+/// units   values, counted from 0 in `index`.
+/// codes   55 for a bad handle, a null argument or a negative `index`; 54 as
+///         zstzPropGetRawValue_6_0; 52 if the spelling does not read back as one value of that
+///         line, or would change how another line reads. Nothing is changed then.
+/// cost    O(file).
+int zstzPropSetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
+                            char const* spelling);
+
 // ---- Observers ----------------------------------------------------------------------------------
 
-/// The kinds of changes.
+/// The kinds of changes. Later versions may add kinds.
 enum {
-    zpropAdded = 0,    // a stanza was added; the key is empty
-    zpropRemoved = 1,  // a key was removed or, if the key is empty, a stanza
-    zpropSet = 2       // the values of a key were set
+    zpropAdded = 0,      // a stanza was added; the key is empty
+    zpropRemoved = 1,    // a key was removed or, if the key is empty, a stanza
+    zpropSet = 2,        // the values of a key were changed; the stanza may be new
+    zpropCommented = 3,  // a comment was changed: of a key, of a stanza if the key is empty, or of
+                         // the file if both are
+    zpropLoaded = 4      // a file or string replaced the contents; both names are empty
 };
 
 /// Receives a change of a store.
 /// owns    the names are borrowed until the callback returns.
-/// throws  nothing: it is called in the middle of the function that changes the store.
+/// throws  nothing. An exception is reported through the message service.
+/// threads runs in the thread that changes the store, after the change and without a lock. Several
+///         threads may run it at the same time. It may call any function.
 typedef void (*ZPROPObserver)(int change, char const* stanza, char const* key, void* context);
 
-/// Sets the observer of a handle, which replaces an earlier one; null removes it. It is called
-/// after each change by a function of this header, except for values that an iterator or
-/// zstzPropAddStringValue_6_0 adds to other values, for comments, and for loads.
+/// Sets the observer of a handle, which replaces an earlier one; null removes it. It is called once
+/// for each change by a function of this header, and twice for a new name: for the old name and for
+/// the new one. Calls that change nothing are not reported, and neither are changes of other
+/// programs that a store finds in the file.
 /// range   `context` is passed to the callback.
 /// codes   55 for a bad handle; 52 if memory is exhausted: the earlier observer stays then.
-/// threads the observer runs in the thread that changes the store, after the change and without a
-///         lock on the store; changes under an iterator are reported when it is closed. It may call
-///         any function. After this call or zstzPropClose_6_0 returns, the earlier observer does
-///         not start any more; a call from another thread waits for a running one.
+/// threads changes under an iterator are reported when it is closed. This function and
+///         zstzPropClose_6_0 wait until the calls of the earlier observer in other threads have
+///         returned, and it is not called any more. Called by that observer they do not wait. So an
+///         observer must not wait for a thread that replaces it or closes its handle; and a thread
+///         that does so must not have an iterator that the observer waits for.
 int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* context);
 
 // ---- Merging ------------------------------------------------------------------------------------

@@ -1,6 +1,5 @@
 // The plain functions that change several values, stanzas and names, and the observers of changes.
 #include <memory>
-#include <utility>
 
 #include "ZException.h"
 #include "zproperties_c.h"
@@ -18,6 +17,13 @@ bool hasNull(char const* const* values, int count)
     return false;
 }
 
+Call renameCall(char const* stanza, char const* key, char const* newName)
+{
+    Call call{{stanza, key}};
+    call.newName = newName;
+    return call;
+}
+
 }  // namespace
 
 int zstzPropIter_initStanzas_6_0(ZPROP_handle* handle, ZPROP_iter_handle** iterator)
@@ -28,7 +34,7 @@ int zstzPropIter_initStanzas_6_0(ZPROP_handle* handle, ZPROP_iter_handle** itera
     if (!file || !file->intact())
         return badHandle();
     *iterator = nullptr;
-    return codeOf(readCode, {nullptr, nullptr, file->path.c_str()}, [&] {
+    return codeOf(readCode, {}, file->store.get(), [&] {
         *iterator = openIterators.insert(std::make_unique<ZPROP_stanzas_iter_handle>(file->store));
     });
 }
@@ -39,9 +45,8 @@ int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char c
     if (stanza == nullptr || key == nullptr || count < 0 || (values == nullptr && count != 0) ||
         hasNull(values, count))
         return missingArgument();
-    return changeFile(handle, {stanza, key}, [&](Store& store) {
-        store.setValues(stanza, key, values, static_cast<unsigned>(count));
-    });
+    return changeFile(handle, {{stanza, key}, values, count, Call::plain},
+                      [&](Store& store) { store.setTexts(stanza, key, values, count); });
 }
 
 int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
@@ -49,8 +54,8 @@ int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char co
 {
     if (stanza == nullptr || key == nullptr || value == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza, key},
-                      [&](Store& store) { store.addValue(stanza, key, value, 0); });
+    return changeFile(handle, {{stanza, key}, &value, 1, Call::plain},
+                      [&](Store& store) { store.addText(stanza, key, value); });
 }
 
 int zstzPropRemoveValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
@@ -58,8 +63,8 @@ int zstzPropRemoveValue_6_0(ZPROP_handle* handle, char const* stanza, char const
 {
     if (stanza == nullptr || key == nullptr || value == nullptr)
         return missingArgument();
-    return withFile(handle, {stanza, key}, changeExistingCode,
-                    [&](Store& store) { store.removeValue(stanza, key, value); });
+    return withStore(handle, {{stanza, key}}, changeExistingCode,
+                     [&](Store& store) { store.removeText(stanza, key, value); });
 }
 
 int zstzPropSetObfuscatedValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
@@ -67,16 +72,16 @@ int zstzPropSetObfuscatedValue_6_0(ZPROP_handle* handle, char const* stanza, cha
 {
     if (stanza == nullptr || key == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza, key}, [&](Store& store) {
-        store.setValue(stanza, key, value != nullptr ? value : "", 1);
-    });
+    char const* const text = value != nullptr ? value : "";
+    return changeFile(handle, {{stanza, key}, &text, 1, Call::obfuscated},
+                      [&](Store& store) { store.setText(stanza, key, text, Call::obfuscated); });
 }
 
 int zstzPropIsObfuscated_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
 {
     if (stanza == nullptr || code == nullptr)
         return missingArgument(0);
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         return key != nullptr ? store.isObfuscated(stanza, key) : store.isObfuscated(stanza);
     });
 }
@@ -85,15 +90,15 @@ int zstzPropAddStanza_6_0(ZPROP_handle* handle, char const* stanza)
 {
     if (stanza == nullptr)
         return missingArgument();
-    return changeFile(handle, {stanza}, [&](Store& store) { store.addStanza(stanza); });
+    return changeFile(handle, {{stanza}}, [&](Store& store) { store.addNewStanza(stanza); });
 }
 
 int zstzPropRenameStanza_6_0(ZPROP_handle* handle, char const* stanza, char const* newStanza)
 {
     if (stanza == nullptr || newStanza == nullptr)
         return missingArgument();
-    return withFile(handle, {stanza}, changeExistingCode,
-                    [&](Store& store) { store.renameStanza(stanza, newStanza); });
+    return withStore(handle, renameCall(stanza, nullptr, newStanza), changeExistingCode,
+                     [&](Store& store) { store.rename(stanza, newStanza); });
 }
 
 int zstzPropRenameKey_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
@@ -101,18 +106,15 @@ int zstzPropRenameKey_6_0(ZPROP_handle* handle, char const* stanza, char const* 
 {
     if (stanza == nullptr || key == nullptr || newKey == nullptr)
         return missingArgument();
-    return withFile(handle, {stanza, key}, changeExistingCode,
-                    [&](Store& store) { store.renameKey(stanza, key, newKey); });
+    return withStore(handle, renameCall(stanza, key, newKey), changeExistingCode,
+                     [&](Store& store) { store.rename(stanza, key, newKey); });
 }
 
 int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* context)
 {
-    return withHandle(handle, {}, changeCode, [&](ZPROP_handle& file) {
-        std::unique_ptr<ZPROP_handle::Observer> added;
-        if (observer != nullptr) {
-            added = std::make_unique<ZPROP_handle::Observer>(observer, context);
-            file.store->addObserver(added.get());
-        }
-        file.replaceObserver(std::move(added));
+    bool isOpen = true;
+    int const code = withHandle(handle, {}, changeCode, [&](ZPROP_handle& file) {
+        isOpen = file.store->observer.set(observer, context);
     });
+    return isOpen ? code : badHandle();
 }

@@ -1,4 +1,4 @@
-// The plain functions for comments, and for the numbers of lines.
+// The plain functions for comments, and for the lines and spellings of values.
 #include "ZException.h"
 #include "ZLCString.h"
 #include "zproperties_c.h"
@@ -10,7 +10,7 @@ namespace {
 
 char* readComment(ZPROP_handle* handle, char const* stanza, char const* key, int* code)
 {
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
+    return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
         ZLCString_6_0 comment;
         store.getComment(stanza, key, comment);
         return returnedString(comment.getChars(), comment.getLength());
@@ -19,8 +19,10 @@ char* readComment(ZPROP_handle* handle, char const* stanza, char const* key, int
 
 int changeComment(ZPROP_handle* handle, char const* stanza, char const* key, char const* comment)
 {
-    return withFile(handle, {stanza, key}, changeExistingCode,
-                    [&](Store& store) { store.setComment(stanza, key, comment); });
+    Call call{{stanza, key}};
+    call.hasComment = true;
+    return withStore(handle, call, changeExistingCode,
+                     [&](Store& store) { store.replaceComment(stanza, key, comment); });
 }
 
 }  // namespace
@@ -76,7 +78,39 @@ unsigned long zstzPropGetLine_6_0(ZPROP_handle* handle, char const* stanza, char
         *code = missingArgument();
         return 0;
     }
-    return readFile(handle, {stanza, key}, code, [&](Store const& store) {
-        return store.lineOf(stanza, key, static_cast<unsigned>(index));
+    return readFile(
+        handle, {{stanza, key}}, code,
+        [&](Store const& store) { return store.lineOf(stanza, key, static_cast<unsigned>(index)); },
+        readTextCode);
+}
+
+char* zstzPropGetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
+                              int* code)
+{
+    if (stanza == nullptr || key == nullptr || code == nullptr)
+        return missingArgument(nullptr);
+    if (index < 0) {
+        *code = missingArgument();
+        return nullptr;
+    }
+    return readFile(
+        handle, {{stanza, key}}, code,
+        [&](Store const& store) {
+            ZLCString_6_0 spelling;
+            store.getSpelling(stanza, key, static_cast<unsigned>(index), spelling);
+            return returnedString(spelling.getChars(), spelling.getLength());
+        },
+        readTextCode);
+}
+
+int zstzPropSetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
+                            char const* spelling)
+{
+    if (stanza == nullptr || key == nullptr || spelling == nullptr || index < 0)
+        return missingArgument();
+    Call call{{stanza, key}};
+    call.hasSpelling = true;
+    return withStore(handle, call, changeExistingCode, [&](Store& store) {
+        store.respell(stanza, key, static_cast<unsigned>(index), spelling);
     });
 }

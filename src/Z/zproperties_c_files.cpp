@@ -23,13 +23,27 @@ int checkDialect(char const* dialect, char const* file)
                          {nullptr, nullptr, file});
 }
 
-// Adds an attribute to the store of `file`, or removes it.
-void setAttribute(ZPROP_handle& file, unsigned long attribute, int isSet)
+bool isSwitch(ZPROPOption option)
 {
-    LockedStore::Hold const hold(*file.store);
-    unsigned long const others = file.attributes & ~attribute;
-    file.attributes = others | (isSet != 0 ? attribute : 0);
-    file.store->setAttributes(file.attributes, nullptr);
+    return option == zpropKeepComments || option == zpropKeepLines;
+}
+
+// Returns the code for an option and its value: of an invalid one, after recording the failure.
+int checkOption(ZPROPOption option, int value)
+{
+    if (!isSwitch(option) && option != zpropWaitSeconds && option != zpropWaitMilliseconds)
+        return recordFailure(zpropUnsupported, "The option is unknown.");
+    return value < 0 || (isSwitch(option) && value > 1) ? missingArgument() : int{zpropOk};
+}
+
+unsigned long attributeOf(ZPROPOption option)
+{
+    return option == zpropKeepLines ? ZPCache_6_0::keepLines : ZPCache_6_0::keepComments;
+}
+
+int64_t millisecondsOf(ZPROPOption option, int value)
+{
+    return option == zpropWaitSeconds ? int64_t{1000} * value : value;
 }
 
 }  // namespace
@@ -38,7 +52,7 @@ int zstzPropOpenAs_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mo
                        char const* dialect)
 {
     if (handle == nullptr || file == nullptr || (mode != zpropOpenRead && mode != zpropOpenUpdate))
-        return missingArgument();
+        return missingArgument(file);
     *handle = nullptr;
     int const code = checkDialect(dialect, file);
     return code != zpropOk ? code : openFile(handle, file, mode);
@@ -56,7 +70,10 @@ int zstzPropNew_6_0(ZPROP_handle** handle, char const* dialect)
 int zstzPropReload_6_0(ZPROP_handle* handle)
 {
     return withHandle(handle, {}, openStoreCode, [](ZPROP_handle& file) {
-        waitWhileBusy(file.waitSeconds, [&] { file.store->reload(nullptr); });
+        waitWhileBusy(file.waitMilliseconds, [&] {
+            Store::Access const access(*file.store);
+            file.store->replaceContents(file.attributes, [&] { file.store->reload(nullptr); });
+        });
     });
 }
 
@@ -72,8 +89,7 @@ char* zstzPropGetFileName_6_0(ZPROP_handle* handle, int* code)
     if (code == nullptr)
         return missingArgument(nullptr);
     return readFile(handle, {}, code, [](Store const& store) {
-        LockedStore::Hold const hold(store);
-        return returnedString(store.fileName().getChars(), store.fileName().getLength());
+        return returnedString(store.knownName(), strlen(store.knownName()));
     });
 }
 
@@ -89,26 +105,43 @@ int zstzPropSetOption_6_0(ZPROP_handle* handle, ZPROPOption option, int value)
 {
     int code = zpropOk;
     int const failure = withHandle(handle, {}, changeCode, [&](ZPROP_handle& file) {
-        bool const isSwitch = option == zpropKeepComments || option == zpropKeepLines;
-        if (option != zpropWaitSeconds && !isSwitch)
-            code = recordFailure(zpropUnsupported, "The option is unknown.");
-        else if (value < 0 || (isSwitch && value > 1))
-            code = missingArgument();
-        else if (option == zpropWaitSeconds)
-            file.waitSeconds = value;
+        code = checkOption(option, value);
+        if (code != zpropOk)
+            return;
+        if (!isSwitch(option))
+            file.waitMilliseconds = millisecondsOf(option, value);
+        else if (value != 0)
+            file.attributes |= attributeOf(option);
         else
-            setAttribute(
-                file, option == zpropKeepLines ? ZPCache_6_0::keepLines : ZPCache_6_0::keepComments,
-                value);
+            file.attributes &= ~attributeOf(option);
     });
     return failure != zpropOk ? failure : code;
+}
+
+int zstzPropSetDefaultOption_6_0(ZPROPOption option, int value)
+{
+    int const code = checkOption(option, value);
+    if (code != zpropOk)
+        return code;
+    Options& options = threadOptions();
+    if (!isSwitch(option))
+        options.waitMilliseconds = millisecondsOf(option, value);
+    else if (value != 0)
+        options.attributes |= attributeOf(option);
+    else
+        options.attributes &= ~attributeOf(option);
+    return zpropOk;
 }
 
 int zstzPropLoadText_6_0(ZPROP_handle* handle, char const* text, size_t length)
 {
     if (text == nullptr && length != 0)
         return missingArgument();
-    return withFile(handle, {}, openStoreCode, [&](Store& store) { store.loadText(text, length); });
+    // The failure is in the text of the caller, not in the file of the store.
+    return withHandle(handle, {{nullptr, nullptr, ""}}, openStoreCode, [&](ZPROP_handle& file) {
+        Store::Access const access(*file.store);
+        file.store->replaceContents(file.attributes, [&] { file.store->loadText(text, length); });
+    });
 }
 
 char* zstzPropStoreText_6_0(ZPROP_handle* handle, size_t* length, int* code)
@@ -117,27 +150,31 @@ char* zstzPropStoreText_6_0(ZPROP_handle* handle, size_t* length, int* code)
         return missingArgument(nullptr);
     if (length != nullptr)
         *length = 0;
-    return readFile(handle, {}, code, [&](Store const& store) {
-        ZBuffer_6_0 buffer;
-        store.storeText(buffer);
-        char* const text =
-            returnedString(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
-        if (length != nullptr)
-            *length = buffer.getLength();
-        return text;
-    });
+    return readFile(
+        handle, {}, code,
+        [&](Store const& store) {
+            ZBuffer_6_0 buffer;
+            store.storeText(buffer);
+            char* const text =
+                returnedString(static_cast<char const*>(buffer.getBuffer()), buffer.getLength());
+            if (length != nullptr)
+                *length = buffer.getLength();
+            return text;
+        },
+        readTextCode);
 }
 
 int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblemCallback callback,
                              void* context)
 {
     if (file == nullptr || *file == '\0' || callback == nullptr)
-        return missingArgument();
+        return missingArgument(file);
     if (int const code = checkDialect(dialect, file); code != zpropOk)
         return code;
-    return codeOf(openStoreCode, {nullptr, nullptr, file}, [&] {
+    return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
         ZArrayList_6_0 problems(1, 1);
-        Store::findProblems(file, problems);
+        waitWhileBusy(threadOptions().waitMilliseconds,
+                      [&] { Store::findProblems(file, problems); });
         for (unsigned i = 0; i < problems.size(); ++i) {
             auto const& found = *static_cast<ZStanzaProblem_6_0 const*>(problems.get(i));
             ZPROPProblem const problem = {sizeof problem,         found.kind(), found.cause(),

@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
 #include "handles/returned_strings.h"
-#include "reporting/failures.h"
+#include "reporting/messages.h"
+#include "text/table_directory.h"
 #include "zproperties_c_p.h"
 
 namespace {
@@ -23,46 +23,32 @@ enum Tag : uint32_t { fileTag = 1, iteratorTag = 2 };
 constinit zhandles::HandleTable<ZPROP_handle> zhandles::openFiles(fileTag);
 constinit zhandles::HandleTable<ZPROP_iter_handle> zhandles::openIterators(iteratorTag);
 
-ZPROP_handle::ZPROP_handle(ZPROPOpenMode openMode,
-                           std::shared_ptr<ZStanzaFileProperties_6_0> openStore, char const* name)
-    : mode(openMode), store(std::move(openStore)), path(name), attributes(ZPCache_6_0::keepComments)
+ZPROP_handle::ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<zhandles::PlainStore> openStore)
+    : mode(openMode),
+      store(std::move(openStore)),
+      attributes(zhandles::threadOptions().attributes),
+      waitMilliseconds(zhandles::threadOptions().waitMilliseconds)
 {
 }
 
 ZPROP_handle::~ZPROP_handle()
 {
-    constexpr zreporting::Site kSite = {"src/Z/zproperties_c", 215};
-    zreporting::runCleanup(kSite, [this] { replaceObserver(nullptr); });
     mode = 0;
     first = 0;
     second = 0;
 }
 
-void ZPROP_handle::Observer::update(ZObservableInterface_6_0*, ZObservedParm_6_0 const& parm)
-{
-    auto const* const change = dynamic_cast<ZPropertyChanged_6_0 const*>(&parm);
-    // The callback may replace this observer: it is deleted then.
-    if (change != nullptr)
-        callback_(change->type(), change->category().getChars(), change->key().getChars(),
-                  context_);
-}
-
-void ZPROP_handle::replaceObserver(std::unique_ptr<Observer> added)
-{
-    {
-        std::lock_guard<std::mutex> const guard(observerMutex);
-        observer.swap(added);
-    }
-    // Without the mutex: this waits for a running callback, which may replace the observer too.
-    if (added != nullptr)
-        store->deleteObserver(added.get());
-}
-
 ZPROP_stz_handle::~ZPROP_stz_handle() = default;
 
 ZPROP_iter_handle::ZPROP_iter_handle(ZPROPIterType iterType,
-                                     std::shared_ptr<ZStanzaFileProperties_6_0> openStore)
-    : type(iterType), store(std::move(openStore)), creator(pthread_self())
+                                     std::shared_ptr<zhandles::PlainStore> openStore,
+                                     char const* stanzaName, char const* keyName)
+    : type(iterType),
+      store(std::move(openStore)),
+      stanza(stanzaName),
+      key(keyName),
+      creator(zhandles::threadNumber()),
+      access(*store)
 {
 }
 
@@ -73,30 +59,27 @@ ZPROP_iter_handle::~ZPROP_iter_handle() noexcept(false)
     second = 0;
 }
 
-ZPROP_stz_iter_handle::ZPROP_stz_iter_handle(
-    std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore, char const* stanza)
-    : ZPROP_iter_handle(zpropOverKeys, openStore), entries(*openStore, stanza)
+ZPROP_stz_iter_handle::ZPROP_stz_iter_handle(std::shared_ptr<zhandles::PlainStore> const& openStore,
+                                             char const* stanzaName)
+    : ZPROP_iter_handle(zpropOverKeys, openStore, stanzaName), entries(*openStore, stanzaName)
 {
 }
 
 ZPROP_stz_iter_handle::~ZPROP_stz_iter_handle() = default;
 
 ZPROP_stzvalue_iter_handle::ZPROP_stzvalue_iter_handle(
-    std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore, char const* stanza,
+    std::shared_ptr<zhandles::PlainStore> const& openStore, char const* stanzaName,
     char const* keyName)
-    : ZPROP_iter_handle(zpropOverValues, openStore),
-      values(*openStore, stanza, keyName, zPropLocalStrings, zPropIterAny),
-      key(keyName)
+    : ZPROP_iter_handle(zpropOverValues, openStore, stanzaName, keyName),
+      values(*openStore, stanzaName, keyName, zPropLocalStrings, zPropIterAny)
 {
 }
 
 ZPROP_stzvalue_iter_handle::~ZPROP_stzvalue_iter_handle() = default;
 
 ZPROP_stanzas_iter_handle::ZPROP_stanzas_iter_handle(
-    std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore)
-    : ZPROP_iter_handle(zpropOverStanzas, openStore),
-      hold(*openStore),
-      names(openStore->stanzaNames())
+    std::shared_ptr<zhandles::PlainStore> const& openStore)
+    : ZPROP_iter_handle(zpropOverStanzas, openStore), names(openStore->stanzaNames())
 {
 }
 
@@ -121,6 +104,13 @@ int readCode()
     } catch (...) {
         return zpropChangeFailed;
     }
+}
+
+int readTextCode()
+{
+    int const code = readCode();
+    // A value that no line can hold is no value of the wrong type.
+    return code == zpropInvalidValue ? int{zpropChangeFailed} : code;
 }
 
 int iteratorChangeCode()
@@ -159,12 +149,22 @@ int openStoreCode()
 
 int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode)
 {
-    return codeOf(openStoreCode, {nullptr, nullptr, file}, [&] {
-        constexpr int kKeepComments = 1;
-        auto store = file != nullptr ? std::make_shared<Store>(file, kKeepComments)
-                                     : std::make_shared<Store>(kKeepComments);
-        *handle = openFiles.insert(
-            std::make_unique<ZPROP_handle>(mode, std::move(store), file != nullptr ? file : ""));
+    constexpr char kNoTables[] =
+        "The tables of the text services are missing; set QVRDIR or call zstzPropSetTables_6_0.";
+    Call call{{nullptr, nullptr, file}};
+    if (file != nullptr && *file == '\0')
+        call.reason = "The name of the file is empty.";
+    if (!ztext::hasTableDirectory())
+        return recordFailure(zpropOpenStoreFailed, kNoTables, call, zreporting::noQVREnvironment);
+    return codeOf(openStoreCode, call, nullptr, [&] {
+        auto opened = std::make_unique<ZPROP_handle>(mode, std::make_shared<Store>());
+        Store& store = *opened->store;
+        store.setAttributes(opened->attributes, nullptr);
+        if (file != nullptr) {
+            waitWhileBusy(opened->waitMilliseconds, [&] { store.load(file); });
+            store.publishName();
+        }
+        *handle = openFiles.insert(std::move(opened));
     });
 }
 
@@ -189,10 +189,10 @@ bool isBusy(ZPropertiesIOException_6_0 const& failure)
 
 }  // namespace
 
-void waitWhileBusy(int seconds, void (*action)(void*), void* context)
+void waitWhileBusy(int64_t milliseconds, void (*action)(void*), void* context)
 {
     using Clock = std::chrono::steady_clock;
-    Clock::time_point const end = Clock::now() + std::chrono::seconds(seconds);
+    Clock::time_point const end = Clock::now() + std::chrono::milliseconds(milliseconds);
     for (;;) {
         try {
             return action(context);

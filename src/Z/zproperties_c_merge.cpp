@@ -63,7 +63,7 @@ int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours,
             return missingArgument();
     if (dialect != nullptr && strcmp(dialect, "stanza") != 0)
         return recordFailure(zpropUnsupported, "The dialect is unknown; use \"stanza\".");
-    return codeOf(openStoreCode, {}, [&] {
+    return codeOf(openStoreCode, {}, nullptr, [&] {
         zlines::MergedText const merged = merge(inputs);
         *text = returnedString(merged.text.data(), merged.text.size());
         if (length != nullptr)

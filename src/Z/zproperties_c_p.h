@@ -1,61 +1,165 @@
 // zproperties_c_p: the open files and iterators of the plain functions, and the calls on them.
 #pragma once
 
-#include <pthread.h>
 #include <stdint.h>
 
 #include <atomic>
+#include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "ZArrayList.h"
 #include "ZStanzaFileProperties.h"
 #include "handles/handle_table.h"
 #include "handles/last_error.h"
+#include "handles/observer_slot.h"
 #include "reporting/cancellation.h"
 #include "zproperties_c.h"
 
 constexpr uint32_t kZPropFirstMagic = 0xbeeff00d;
 constexpr uint32_t kZPropSecondMagic = 0xd00ffeeb;
 
+namespace zhandles {
+
+// The arguments of a call, for the reason of a refusal.
+struct Call : CallNames {
+    enum Kind { noValues, plain, obfuscated };
+
+    char const* const* values = nullptr;
+    int valueCount = 0;
+    Kind kind = noValues;           // of the values
+    char const* newName = nullptr;  // of a stanza, or of a key if the call has a key
+    bool hasComment = false;
+    bool hasSpelling = false;
+};
+
+// The store of an open file, and its observer. It queues the changes that the plain functions
+// record, and passes them to the observer after the store's lock has been released.
+class PlainStore final : public ZStanzaFileProperties_6_0 {
+public:
+    struct Change {
+        int kind;
+        std::string stanza;
+        std::string key;
+    };
+    using Changes = std::list<Change>;
+
+    // Locks the store in this scope. Every call that changes the store and every iterator has an
+    // Access. After the outermost Access of a thread, the recorded changes are passed on.
+    class Access {
+    public:
+        explicit Access(PlainStore& store);
+        Access(Access const&) = delete;
+        Access& operator=(Access const&) = delete;
+        ~Access() noexcept(false);
+
+    private:
+        struct Sender {
+            ObserverSlot& observer;
+            Changes changes = {};
+
+            ~Sender() noexcept(false);
+        };
+
+        PlainStore& store_;
+        Sender sender_;  // before the lock: it sends after the lock has been released
+        Hold const hold_;
+    };
+
+    PlainStore() : ZStanzaFileProperties_6_0(1) {}
+    ~PlainStore() override;
+
+    /// Returns the name of the file; empty if the store has none.
+    /// owns    borrowed as long as the store exists.
+    /// threads any, without the lock.
+    char const* knownName() const { return knownName_.load(std::memory_order_acquire); }
+
+    /// Makes the name of the file known, after a load or store.
+    void publishName();
+
+    /// Returns a change, to be recorded after it; empty without an observer.
+    /// throws  std::bad_alloc.
+    Changes prepare(int kind, char const* stanza, char const* key) const;
+
+    /// Queues changes. Does not throw.
+    void record(Changes& changes) { queued_.splice(queued_.end(), changes); }
+
+    // The following are called under an Access. A call that would change nothing does nothing.
+
+    void setText(char const* stanza, char const* key, char const* value, Call::Kind kind);
+    void setTexts(char const* stanza, char const* key, char const* const* values, int count);
+    void addText(char const* stanza, char const* key, char const* value);
+    void removeText(char const* stanza, char const* key, char const* value);
+    void removeKey(char const* stanza, char const* key);
+    void removeStanza(char const* stanza);
+    void addNewStanza(char const* stanza);
+    void rename(char const* stanza, char const* newStanza);
+    void rename(char const* stanza, char const* key, char const* newKey);
+
+    /// Replaces a comment: of the file, of a stanza or of a key. Null removes it.
+    void replaceComment(char const* stanza, char const* key, char const* comment);
+
+    void respell(char const* stanza, char const* key, unsigned index, char const* spelling);
+
+    /// Adds a comment line: to the file, to a stanza or to a key.
+    void addComment(char const* stanza, char const* key, char const* comment);
+
+    /// Runs `load`, which replaces the contents, with these attributes of the cache. Restores the
+    /// attributes if it fails.
+    template <class Load>
+    void replaceContents(unsigned long attributes, Load load);
+
+    /// Returns why the store has refused a call; null if the exception that is being handled is no
+    /// refusal, or if the reason is not known.
+    /// range   only in a `catch (...)` that has not caught a cancellation.
+    char const* reasonOf(Call const& call) const;
+
+    ObserverSlot observer;
+
+private:
+    unsigned long cacheAttributes() const;
+    std::string commentLines(char const* comment);
+    char const* findReason(Call const& call) const;
+    bool hasOnly(char const* stanza, char const* key, char const* const* values, int count,
+                 Call::Kind kind) const;
+
+    std::atomic<char const*> knownName_{""};
+    unsigned depth_ = 0;  // of Access; guarded by the store's lock
+    Changes queued_;      // guarded by the store's lock
+};
+
+/// Returns a number that identifies the calling thread; no later thread has the same.
+uint64_t threadNumber();
+
+// The options of new stores.
+struct Options {
+    unsigned long attributes;  // of the cache
+    int64_t waitMilliseconds;  // for a file that another process uses
+};
+
+/// Returns the options of the stores that the calling thread opens.
+Options& threadOptions();
+
+}  // namespace zhandles
+
 // An open file. The magic words are volatile, so that the compiler does not optimise away clearing
 // them in the destructor.
 struct ZPROP_handle {
-    /// range   `name` is the path that was opened; empty for a store without a file.
-    ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<ZStanzaFileProperties_6_0> openStore,
-                 char const* name = "");
+    ZPROP_handle(ZPROPOpenMode openMode, std::shared_ptr<zhandles::PlainStore> openStore);
     ZPROP_handle(ZPROP_handle const&) = delete;
     ZPROP_handle& operator=(ZPROP_handle const&) = delete;
     virtual ~ZPROP_handle();
 
     bool intact() const { return first == kZPropFirstMagic && second == kZPropSecondMagic; }
 
-    // Passes the changes of the store to a callback.
-    class Observer final : public ZObserverInterface_6_0 {
-    public:
-        Observer(ZPROPObserver callback, void* context) : callback_(callback), context_(context) {}
-        void update(ZObservableInterface_6_0* sender, ZObservedParm_6_0 const& parm) override;
-
-    private:
-        ZPROPObserver const callback_;
-        void* const context_;
-    };
-
-    /// Replaces the observer, and unregisters the earlier one.
-    /// range   `added` is null, or registered with the store.
-    void replaceObserver(std::unique_ptr<Observer> added);
-
     uint32_t volatile first = kZPropFirstMagic;
     int32_t volatile mode;
     uint32_t volatile second = kZPropSecondMagic;
-    std::shared_ptr<ZStanzaFileProperties_6_0> const store;
-    std::string const path;
-    std::atomic<unsigned long> attributes;  // of the store's cache
-    std::atomic<int> waitSeconds{0};        // for a file that another process uses
-    std::mutex observerMutex;
-    std::unique_ptr<Observer> observer;  // guarded by observerMutex; null: none
+    std::shared_ptr<zhandles::PlainStore> const store;
+    std::atomic<unsigned long> attributes;  // of the cache, from the next load on
+    std::atomic<int64_t> waitMilliseconds;  // for a file that another process uses
 };
 
 // A stanza of an open file. No function of the interface creates one.
@@ -68,7 +172,8 @@ enum ZPROPIterType : int32_t { zpropOverKeys = 1, zpropOverValues = 2, zpropOver
 
 // An open iterator. It shares the store, so that the file handle may be closed first.
 struct ZPROP_iter_handle {
-    ZPROP_iter_handle(ZPROPIterType iterType, std::shared_ptr<ZStanzaFileProperties_6_0> openStore);
+    ZPROP_iter_handle(ZPROPIterType iterType, std::shared_ptr<zhandles::PlainStore> openStore,
+                      char const* stanzaName = "", char const* keyName = "");
     ZPROP_iter_handle(ZPROP_iter_handle const&) = delete;
     ZPROP_iter_handle& operator=(ZPROP_iter_handle const&) = delete;
     virtual ~ZPROP_iter_handle() noexcept(false);
@@ -78,42 +183,34 @@ struct ZPROP_iter_handle {
     int32_t volatile type;
     uint32_t volatile first = kZPropFirstMagic;
     uint32_t volatile second = kZPropSecondMagic;
-    std::shared_ptr<ZStanzaFileProperties_6_0> const store;
-    pthread_t const creator;  // the thread that holds the store's lock through the iterator
+    std::shared_ptr<zhandles::PlainStore> const store;
+    std::string const stanza;
+    std::string const key;
+    uint64_t const creator;  // the thread that holds the store's lock through `access`
+    zhandles::PlainStore::Access const access;
 };
-
-namespace zhandles {
-
-// Makes the lock of a store accessible.
-struct LockedStore : ZStanzaFileProperties_6_0 {
-    using ZProperties_6_0::Hold;
-};
-
-}  // namespace zhandles
 
 struct ZPROP_stz_iter_handle : ZPROP_iter_handle {
-    ZPROP_stz_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
-                          char const* stanza);
+    ZPROP_stz_iter_handle(std::shared_ptr<zhandles::PlainStore> const& openStore,
+                          char const* stanzaName);
     ~ZPROP_stz_iter_handle() override;
 
     ZStanzaIterator_6_0 entries;
 };
 
 struct ZPROP_stzvalue_iter_handle : ZPROP_iter_handle {
-    ZPROP_stzvalue_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore,
-                               char const* stanza, char const* keyName);
+    ZPROP_stzvalue_iter_handle(std::shared_ptr<zhandles::PlainStore> const& openStore,
+                               char const* stanzaName, char const* keyName);
     ~ZPROP_stzvalue_iter_handle() override;
 
     ZStanzaValueIterator_6_0 values;
     std::string current;  // the current value
-    std::string const key;
 };
 
 struct ZPROP_stanzas_iter_handle : ZPROP_iter_handle {
-    explicit ZPROP_stanzas_iter_handle(std::shared_ptr<ZStanzaFileProperties_6_0> const& openStore);
+    explicit ZPROP_stanzas_iter_handle(std::shared_ptr<zhandles::PlainStore> const& openStore);
     ~ZPROP_stanzas_iter_handle() override;
 
-    zhandles::LockedStore::Hold const hold;
     std::unique_ptr<ZArrayList_6_0> const names;
     unsigned next = 0;  // the index of the next name
 };
@@ -122,7 +219,7 @@ namespace zhandles {
 
 using Files = HandleTable<ZPROP_handle>;
 using Iterators = HandleTable<ZPROP_iter_handle>;
-using Store = ZStanzaFileProperties_6_0;
+using Store = PlainStore;
 
 /// The process's open files and iterators.
 extern Files openFiles;
@@ -131,18 +228,20 @@ extern Iterators openIterators;
 // Each returns the code for the exception that is being handled in a function of its kind.
 using CodeOfFailure = int();
 int readCode();            // reads values
+int readTextCode();        // reads the text that a store writes
 int changeCode();          // changes values
 int changeExistingCode();  // changes something that must exist
 int iteratorChangeCode();  // changes values by an iterator
 int openStoreCode();       // loads or stores a file
 
-inline int missingArgument()
+inline int missingArgument(char const* file = nullptr)
 {
-    return recordFailure(zpropBadHandle, kMissingArgument);
+    return recordFailure(zpropBadHandle, kMissingArgument, {nullptr, nullptr, file});
 }
 
 template <class Result>
-Result missingArgument(Result result)
+requires std::is_arithmetic_v<Result> || std::is_null_pointer_v<Result> Result
+missingArgument(Result result)
 {
     missingArgument();
     return result;
@@ -156,7 +255,7 @@ inline int badHandle()
 // Runs `action` and translates its exceptions into codes, which it records. Rethrows only the
 // cancellation of the thread, which is an exception too and must not be caught for good.
 template <class Action>
-int codeOf(CodeOfFailure* codeOfFailure, CallNames const& names, Action action)
+int codeOf(CodeOfFailure* codeOfFailure, Call call, Store const* store, Action action)
 {
     try {
         action();
@@ -164,47 +263,52 @@ int codeOf(CodeOfFailure* codeOfFailure, CallNames const& names, Action action)
     } catch (...) {
         if (zreporting::caughtCancellation())
             throw;
-        return recordException(codeOfFailure(), names);
+        if (store != nullptr) {
+            call.reason = store->reasonOf(call);
+            if (call.file == nullptr)
+                call.file = store->knownName();
+        }
+        return recordException(codeOfFailure(), call);
     }
 }
 
 // Runs `action` on an open file.
 template <class Action>
-int withHandle(ZPROP_handle* handle, CallNames names, CodeOfFailure* codeOfFailure, Action action)
+int withHandle(ZPROP_handle* handle, Call const& call, CodeOfFailure* codeOfFailure, Action action)
 {
     Files::Pin const file = openFiles.pin(handle);
     if (!file || !file->intact())
         return badHandle();
-    if (names.file == nullptr || *names.file == '\0')
-        names.file = file->path.c_str();
-    return codeOf(codeOfFailure, names, [&] { action(*file); });
+    return codeOf(codeOfFailure, call, file->store.get(), [&] { action(*file); });
 }
 
-// Runs `action` on the store of an open file.
+// Runs `action` on the store of an open file, under its lock.
 template <class Action>
-int withFile(ZPROP_handle* handle, CallNames const& names, CodeOfFailure* codeOfFailure,
-             Action action)
+int withStore(ZPROP_handle* handle, Call const& call, CodeOfFailure* codeOfFailure, Action action)
 {
-    return withHandle(handle, names, codeOfFailure,
-                      [&](ZPROP_handle& file) { action(*file.store); });
+    return withHandle(handle, call, codeOfFailure, [&](ZPROP_handle& file) {
+        Store::Access const access(*file.store);
+        action(*file.store);
+    });
+}
+
+template <class Action>
+int changeFile(ZPROP_handle* handle, Call const& call, Action action)
+{
+    return withStore(handle, call, changeCode, action);
 }
 
 /// Opens `file`, or a store without a file if it is null, and stores its handle. Returns the code.
 int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode);
 
-template <class Action>
-int changeFile(ZPROP_handle* handle, CallNames const& names, Action action)
-{
-    return withFile(handle, names, changeCode, action);
-}
-
 // Stores the code and returns the result of `read`, or 0 if it fails.
 template <class Read>
-std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, CallNames const& names, int* code,
-                                            Read read)
+std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, Call const& call, int* code,
+                                            Read read, CodeOfFailure* codeOfFailure = readCode)
 {
     std::invoke_result_t<Read, Store&> result = {};
-    *code = withFile(handle, names, readCode, [&](Store& store) { result = read(store); });
+    *code = withHandle(handle, call, codeOfFailure,
+                       [&](ZPROP_handle& file) { result = read(*file.store); });
     return result;
 }
 
@@ -212,16 +316,31 @@ std::invoke_result_t<Read, Store&> readFile(ZPROP_handle* handle, CallNames cons
 /// throws  std::bad_alloc.
 char* returnedString(char const* text, size_t length);
 
-/// Calls `action`, again and again while another process uses the file and `seconds` have not
+/// Calls `action`, again and again while another process uses the file and `milliseconds` have not
 /// passed.
 /// throws  the last exception of `action`.
-void waitWhileBusy(int seconds, void (*action)(void*), void* context);
+void waitWhileBusy(int64_t milliseconds, void (*action)(void*), void* context);
 
 template <class Action>
-void waitWhileBusy(int seconds, Action action)
+void waitWhileBusy(int64_t milliseconds, Action action)
 {
     waitWhileBusy(
-        seconds, [](void* context) { (*static_cast<Action*>(context))(); }, &action);
+        milliseconds, [](void* context) { (*static_cast<Action*>(context))(); }, &action);
+}
+
+template <class Load>
+void PlainStore::replaceContents(unsigned long attributes, Load load)
+{
+    Changes loaded = prepare(zpropLoaded, "", "");
+    unsigned long const before = cacheAttributes();
+    setAttributes(attributes, nullptr);
+    try {
+        load();
+    } catch (...) {
+        setAttributes(before, nullptr);
+        throw;
+    }
+    record(loaded);
 }
 
 }  // namespace zhandles

@@ -75,7 +75,7 @@ int qvr_set_dir(char const* dir);
 /// line that would change the meaning of a built-in name is bad: of a name of UTF-8, of a name in
 /// the built-in table of codesets, of C or POSIX.
 /// range   `problem` may be null and is untouched if `room` is 0; a longer message is truncated.
-/// codes   as qvr_set_dir.
+/// codes   as qvr_set_dir. With qvrInvalid, errno is the error of a failed call, or 0.
 int qvr_check_dir(char const* dir, char* problem, size_t room);
 
 /// Writes the operating system's name of the current LC_CTYPE locale, as setlocale(LC_CTYPE, NULL)

@@ -112,6 +112,7 @@ constexpr Compare kCompareLocales = strcasecmp;
 // A table of the directory is unusable: qvr_set_dir fails and changes nothing.
 struct BadTable {
     std::string problem;  // file and line, problem, remedy
+    int error = 0;        // of a failed call
 };
 
 [[noreturn]] void throwBadTable(std::string const& path, std::string const& problem)
@@ -124,9 +125,10 @@ struct BadTable {
     if (error == ENOMEM)
         throw std::bad_alloc();
     char const* const description = strerrordesc_np(error);
-    throwBadTable(path, std::string("cannot ") + call + ": " +
-                            (description != nullptr ? description : "unknown error") +
-                            "; check the path and its permissions");
+    throw BadTable{path + ": cannot " + call + ": " +
+                       (description != nullptr ? description : "unknown error") +
+                       "; check the path and its permissions",
+                   error};
 }
 
 // Quotes a word of a table and makes it safe for a terminal. The word may be of any length.
@@ -485,6 +487,7 @@ int qvr_check_dir(char const* dir, char* problem, size_t room)
     } catch (BadTable const& bad) {
         if (room > 0)
             problem[bad.problem.copy(problem, room - 1)] = 0;
+        errno = bad.error;
         return qvrInvalid;
     } catch (std::bad_alloc const&) {
         return qvrNoMemory;

@@ -664,6 +664,25 @@ TEST(Layout, RecordsOfThePlainFunctions)
     EXPECT_EQ(24u, offsetof(ZPROPValue, flag));
     EXPECT_EQ(32u, offsetof(ZPROPValue, result));
     EXPECT_EQ(40u, sizeof(ZPROPValue));
+    EXPECT_EQ(0u, offsetof(ZPROPError, size));
+    EXPECT_EQ(4u, offsetof(ZPROPError, code));
+    EXPECT_EQ(8u, offsetof(ZPROPError, messageNumber));
+    EXPECT_EQ(12u, offsetof(ZPROPError, errorNumber));
+    EXPECT_EQ(16u, offsetof(ZPROPError, line));
+    EXPECT_EQ(24u, offsetof(ZPROPError, column));
+    EXPECT_EQ(32u, offsetof(ZPROPError, file));
+    EXPECT_EQ(40u, offsetof(ZPROPError, stanza));
+    EXPECT_EQ(48u, offsetof(ZPROPError, key));
+    EXPECT_EQ(56u, offsetof(ZPROPError, text));
+    EXPECT_EQ(64u, sizeof(ZPROPError));
+    EXPECT_EQ(0u, offsetof(ZPROPProblem, size));
+    EXPECT_EQ(4u, offsetof(ZPROPProblem, kind));
+    EXPECT_EQ(8u, offsetof(ZPROPProblem, cause));
+    EXPECT_EQ(12u, offsetof(ZPROPProblem, messageNumber));
+    EXPECT_EQ(16u, offsetof(ZPROPProblem, line));
+    EXPECT_EQ(24u, offsetof(ZPROPProblem, column));
+    EXPECT_EQ(32u, offsetof(ZPROPProblem, text));
+    EXPECT_EQ(40u, sizeof(ZPROPProblem));
 }
 
 // Programs construct this class and derive from it: an added field must not change its size.

@@ -188,6 +188,11 @@ inline std::vector<FileCall> fileCalls()
         {"GetLine", resultCall([](auto* f, int* code) {
              return zstzPropGetLine_6_0(f, "server", "port", 0, code);
          })},
+        {"GetRawValue", resultCall([](auto* f, int* code) {
+             return zstzPropGetRawValue_6_0(f, "server", "port", 0, code);
+         })},
+        {"SetRawValue",
+         [](auto* f) { return zstzPropSetRawValue_6_0(f, "server", "port", 0, "1"); }},
         {"SetObserver", [](auto* f) { return zstzPropSetObserver_6_0(f, nullptr, nullptr); }},
         {"Iter_initStanzas",
          [](auto* f) {

@@ -56,6 +56,12 @@ protected:
                                           : zstzPropGetLineComment_6_0(file_, stanza, key, &code));
         return code == 0 ? textOf(text) : "code " + std::to_string(code);
     }
+    std::string raw(char const* stanza, char const* key, int index)
+    {
+        int code = kUntouched;
+        Text const spelling(zstzPropGetRawValue_6_0(file_, stanza, key, index, &code));
+        return code == 0 ? textOf(spelling) : "code " + std::to_string(code);
+    }
     int set(char const* stanza, char const* key, char const* comment)
     {
         return stanza == nullptr ? zstzPropSetFileComment_6_0(file_, comment)
@@ -331,6 +337,98 @@ TEST_F(ZPropertiesCComments, ALineIsCountedInTheTextThatAStoreWrites)
     EXPECT_EQ(kUntouched, code);
 }
 
+TEST_F(ZPropertiesCComments, AnEmptyValueDoesNotMoveTheLinesOfOthers)
+{
+    for (int keepLines : {0, 1}) {
+        SCOPED_TRACE(keepLines);
+        reopened("[a]\nk = a\nk = b\nk = c\n");
+        ASSERT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, keepLines));
+        ASSERT_EQ(0, zstzPropReload_6_0(file_));
+        ZPROP_iter_handle* iterator = nullptr;
+        ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "a", "k", &iterator));
+        int code = kUntouched;
+        zstzPropIter_next_6_0(iterator, &code);
+        zstzPropIter_next_6_0(iterator, &code);
+        ASSERT_EQ(0, zstzPropIter_chgValue_6_0(iterator, ""));
+        ASSERT_EQ(0, zstzPropIter_close_6_0(iterator));
+        std::string const stored = text();
+        size_t const third = stored.find("k = c");
+        ASSERT_NE(std::string::npos, third);
+        auto const lines =
+            std::count(stored.begin(), stored.begin() + static_cast<long>(third), '\n');
+        EXPECT_EQ(2ul, line("a", "k", 0));
+        EXPECT_EQ(static_cast<unsigned long>(lines) + 1, line("a", "k", 2));
+        // The empty value has a line of its own, or none.
+        EXPECT_EQ(lines == 3 ? 3ul : 0ul, line("a", "k", 1));
+        EXPECT_EQ("c", raw("a", "k", 2));
+        EXPECT_EQ("code 54", raw("a", "k", 1));
+        EXPECT_EQ(0, zstzPropSetRawValue_6_0(file_, "a", "k", 2, "d"));
+        EXPECT_EQ(replaced(stored, "k = c", "k = d"), text());
+    }
+}
+
+// ---- Spellings ----------------------------------------------------------------------------------
+
+TEST_F(ZPropertiesCComments, ASpellingIsTheBytesOfTheValueInItsLine)
+{
+    reopened("[a]  \n\tk=1\n\n\n  j   =  two words  \r\nj = \"3\"\ne =\n");
+    ASSERT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, 1));
+    ASSERT_EQ(0, zstzPropReload_6_0(file_));
+    EXPECT_EQ("1", raw("a", "k", 0));
+    EXPECT_EQ("two words", raw("a", "j", 0));
+    EXPECT_EQ("\"3\"", raw("a", "j", 1));
+    EXPECT_EQ("code 54", raw("a", "j", 2));
+    EXPECT_EQ("code 54", raw("a", "e", 0));
+    EXPECT_EQ("code 54", raw("a", "none", 0));
+    EXPECT_EQ("code 55", raw("", "k", 0));
+    EXPECT_EQ("code 55", raw("a", "k", -1));
+    EXPECT_EQ(0, zstzPropSetRawValue_6_0(file_, "a", "j", 0, "x = [y] # z"));
+    EXPECT_EQ("[a]  \n\tk=1\n\n\n  j   =  x = [y] # z  \r\nj = \"3\"\ne =\n", text());
+    EXPECT_EQ("x = [y] # z \"3\" ", values("a", "j"));
+    EXPECT_EQ(0, zstzPropSetObfuscatedValue_6_0(file_, "a", "secret", "s3"));
+    EXPECT_EQ("code 54", raw("a", "secret", 0));
+    EXPECT_EQ(54, zstzPropSetRawValue_6_0(file_, "a", "secret", 0, "x"));
+    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ("x = [y] # z", raw("a", "j", 0));
+}
+
+TEST_F(ZPropertiesCComments, ASpellingThatDoesNotReadBackIsRefused)
+{
+    std::string const before = text();
+    std::string const tooLong(8190, 'v');
+    for (std::string const& spelling :
+         {std::string(""), std::string(" x"), std::string("x "), std::string("x\ny"),
+          std::string("\t"), std::string("x\r"), tooLong}) {
+        SCOPED_TRACE(spelling.substr(0, 10));
+        EXPECT_EQ(52, zstzPropSetRawValue_6_0(file_, "a", "k", 1, spelling.c_str()));
+    }
+    EXPECT_EQ(54, zstzPropSetRawValue_6_0(file_, "a", "k", 2, "x"));
+    EXPECT_EQ(54, zstzPropSetRawValue_6_0(file_, "a", "e", 0, "x"));
+    EXPECT_EQ(54, zstzPropSetRawValue_6_0(file_, "a", "none", 0, "x"));
+    EXPECT_EQ(54, zstzPropSetRawValue_6_0(file_, "none", "k", 0, "x"));
+    EXPECT_EQ(55, zstzPropSetRawValue_6_0(file_, "a", "k", -1, "x"));
+    EXPECT_EQ(55, zstzPropSetRawValue_6_0(file_, "a", "k", 0, nullptr));
+    EXPECT_EQ(55, zstzPropSetRawValue_6_0(file_, nullptr, "k", 0, "x"));
+    EXPECT_EQ(55, zstzPropSetRawValue_6_0(file_, "a", nullptr, 0, "x"));
+    EXPECT_EQ(52, zstzPropSetRawValue_6_0(file_, "", "k", 0, "x"));
+    int code = kUntouched;
+    EXPECT_EQ(nullptr, zstzPropGetRawValue_6_0(file_, nullptr, "k", 0, &code));
+    EXPECT_EQ(nullptr, zstzPropGetRawValue_6_0(file_, "a", nullptr, 0, &code));
+    EXPECT_EQ(nullptr, zstzPropGetRawValue_6_0(file_, "a", "k", 0, nullptr));
+    EXPECT_EQ(kUntouched, code);
+    EXPECT_EQ(before, text());
+    EXPECT_EQ(0, zstzPropIsModified_6_0(file_, &code));
+}
+
+TEST_F(ZPropertiesCComments, AnObfuscatedKeyHasNoComment)
+{
+    EXPECT_EQ(0, zstzPropSetObfuscatedValue_6_0(file_, "b", "secret", "s3"));
+    std::string const before = text();
+    EXPECT_EQ(52, set("b", "secret", "c"));
+    EXPECT_EQ(0, set("b", "secret", nullptr));
+    EXPECT_EQ(before, text());
+}
+
 TEST_F(ZPropertiesCComments, WithKeptLinesALineIsTheLineOfTheFile)
 {
     reopened("\n\n  [a]  \n\n\n  k=1\r\nj = 2\nk   = 3\n");
@@ -345,6 +443,7 @@ TEST_F(ZPropertiesCComments, WithKeptLinesALineIsTheLineOfTheFile)
 
 TEST_F(ZPropertiesCComments, EachFunctionFailsWithoutAChangeIfAnAllocationFails)
 {
+    std::string const longValue(300, 'v');
     std::string const longComment = "# " + std::string(3000, 'c') + "\n# d";
     reopened("# c\n\n# " + std::string(3000, 'x') + "\n[a]\n# y\nk = 1\n\n[b]\nk = 2\n");
     std::string const before = text();
@@ -364,6 +463,13 @@ TEST_F(ZPropertiesCComments, EachFunctionFailsWithoutAChangeIfAnAllocationFails)
         {"a key", [&] { return set("a", "k", longComment.c_str()); }},
         {"a new comment", [&] { return set("b", "k", longComment.c_str()); }},
         {"a removed comment", [&] { return set("a", nullptr, nullptr); }},
+        {"a spelling",
+         [&] {
+             Text const spelling(zstzPropGetRawValue_6_0(file_, "b", "k", 0, &code));
+             return code;
+         }},
+        {"a set spelling",
+         [&] { return zstzPropSetRawValue_6_0(file_, "b", "k", 0, longValue.c_str()); }},
         {"a line",
          [&] {
              zstzPropGetLine_6_0(file_, "b", "k", 0, &code);

@@ -281,17 +281,117 @@ TEST_F(ZPropertiesCFiles, WithKeptLinesAStoreChangesOnlyTheLinesOfChangedValues)
     EXPECT_EQ("[a]  \n\tk=4\n\n\n  j   =  2  \r\n#c\n", text());
 }
 
+TEST_F(ZPropertiesCFiles, AnOptionOfTheLinesActsAtTheNextLoad)
+{
+    constexpr char kSpaced[] = "[a]  \n\tk=1\nj   =  2\n";
+    reopened(kSpaced);
+    EXPECT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, 1));
+    EXPECT_EQ(0, zstzPropReload_6_0(file_));
+    EXPECT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, 0));
+    EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "a", "j", "3"));
+    EXPECT_EQ(0, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ("[a]  \n\tk=1\nj   =  3\n", read("service.conf"));
+    // A load that fails changes nothing.
+    write("service.conf", "no sign\n");
+    EXPECT_EQ(51, zstzPropReload_6_0(file_));
+    EXPECT_EQ("[a]  \n\tk=1\nj   =  3\n", text());
+    write("service.conf", kSpaced);
+    EXPECT_EQ(0, zstzPropReload_6_0(file_));
+    EXPECT_EQ("[a]\nk = 1\nj = 2\n", text());
+}
+
+TEST_F(ZPropertiesCFiles, DefaultOptionsApplyToTheStoresOfTheirThread)
+{
+    constexpr char kSpaced[] = "[a]  \n\tk=1\n";
+    std::thread([&] {
+        EXPECT_EQ(0, zstzPropSetDefaultOption_6_0(zpropKeepLines, 1));
+        reopened(kSpaced);
+        EXPECT_EQ(kSpaced, text());
+        EXPECT_EQ(0, zstzPropSetDefaultOption_6_0(zpropKeepLines, 0));
+        EXPECT_EQ(0, zstzPropReload_6_0(file_));
+        EXPECT_EQ(kSpaced, text()) << "the option of an open store stays";
+        EXPECT_EQ(0, zstzPropSetDefaultOption_6_0(zpropKeepComments, 0));
+        reopened(kText);
+        EXPECT_EQ(std::string::npos, text().find('#'));
+    }).join();
+    reopened(kText);
+    EXPECT_EQ(kText, text());
+}
+
+TEST_F(ZPropertiesCFiles, AnOpenWaitsForAnotherProcessIfTheDefaultOptionSaysSo)
+{
+    std::string const name = path("service.conf");
+    auto const find = [&] {
+        return zstzPropFindProblems_6_0(
+            name.c_str(), nullptr, [](ZPROPProblem const*, void*) { return 0; }, nullptr);
+    };
+    auto const open = [&] {
+        ZPROP_handle* handle = nullptr;
+        int const code = zstzPropOpenAs_6_0(&handle, name.c_str(), zpropOpenRead, nullptr);
+        zstzPropClose_6_0(handle);
+        return code;
+    };
+    for (std::function<int()> const& call :
+         {std::function<int()>(find), std::function<int()>(open)}) {
+        auto other = std::make_unique<LockingProcess>(name, F_WRLCK);
+        EXPECT_EQ(51, call());
+        EXPECT_EQ(EAGAIN, lastError().errorNumber);
+        std::atomic<bool> isStarted = false;
+        std::thread waiting([&] {
+            EXPECT_EQ(0, zstzPropSetDefaultOption_6_0(zpropWaitMilliseconds, 1));
+            EXPECT_EQ(51, call());
+            EXPECT_EQ(0, zstzPropSetDefaultOption_6_0(zpropWaitSeconds, 3600));
+            isStarted = true;
+            EXPECT_EQ(0, call());
+        });
+        while (!isStarted)
+            std::this_thread::yield();
+        other.reset();
+        waiting.join();
+    }
+}
+
+TEST_F(ZPropertiesCFiles, AValueThatNoLineHoldsIsNoWrongType)
+{
+    reopened("[a]\nk=1\n");
+    EXPECT_EQ(0, zstzPropSetOption_6_0(file_, zpropKeepLines, 1));
+    EXPECT_EQ(0, zstzPropReload_6_0(file_));
+    EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "a", "k", " x"));
+    int code = kUntouched;
+    size_t length = kUntouched;
+    EXPECT_EQ(nullptr, zstzPropStoreText_6_0(file_, &length, &code));
+    EXPECT_EQ(52, code);
+    EXPECT_EQ(0u, length);
+    EXPECT_EQ(0ul, zstzPropGetLine_6_0(file_, "a", "k", 0, &code));
+    EXPECT_EQ(52, code);
+    EXPECT_EQ(nullptr, zstzPropGetRawValue_6_0(file_, "a", "k", 0, &code));
+    EXPECT_EQ(52, code);
+    EXPECT_EQ(51, zstzPropStore_6_0(file_, nullptr));
+}
+
+TEST_F(ZPropertiesCFiles, ATextLargerThanAFileMayBeIsRefused)
+{
+    char const byte = '#';
+    EXPECT_EQ(51, zstzPropLoadText_6_0(file_, &byte, SIZE_MAX));
+    EXPECT_EQ(EFBIG, lastError().errorNumber);
+    EXPECT_EQ(51, zstzPropLoadText_6_0(file_, &byte, size_t{1} << 31));
+    EXPECT_EQ(kText, text());
+}
+
 TEST_F(ZPropertiesCFiles, AnUnknownOptionOrValueChangesNothing)
 {
     EXPECT_EQ(55, zstzPropSetOption_6_0(file_, zpropKeepComments, 2));
     EXPECT_EQ(55, zstzPropSetOption_6_0(file_, zpropKeepComments, -1));
     EXPECT_EQ(55, zstzPropSetOption_6_0(file_, zpropKeepLines, 2));
     EXPECT_EQ(55, zstzPropSetOption_6_0(file_, zpropWaitSeconds, -1));
-    for (int option : {0, -1, 4, 1000}) {
+    for (int option : {0, -1, 5, 1000}) {
         SCOPED_TRACE(option);
         EXPECT_EQ(58, zstzPropSetOption_6_0(file_, option, 0));
         EXPECT_EQ(58, lastError().code);
+        EXPECT_EQ(58, zstzPropSetDefaultOption_6_0(option, 0));
     }
+    EXPECT_EQ(55, zstzPropSetDefaultOption_6_0(zpropKeepLines, 2));
+    EXPECT_EQ(55, zstzPropSetDefaultOption_6_0(zpropWaitMilliseconds, -1));
     EXPECT_EQ(0, zstzPropReload_6_0(file_));
     EXPECT_EQ(kText, text());
 }

@@ -1,5 +1,6 @@
 #include <Z/zproperties_c.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <string>
 #include <thread>
@@ -166,4 +167,25 @@ TEST_F(ZPropertiesC, AnIteratorBelongsToItsThread)
     EXPECT_EQ("alpha", textOf(Text(zstzPropIter_getValue_6_0(iterator, &code))));
     EXPECT_EQ(0, zstzPropIter_close_6_0(iterator));
     EXPECT_EQ("alpha beta gamma ", values("server", "host"));
+}
+
+TEST_F(ZPropertiesC, AnIteratorOfAThreadThatHasEndedBelongsToNoLaterThread)
+{
+    ZPROP_iter_handle* iterator = nullptr;
+    pthread_t ended{};
+    std::thread([&] {
+        ended = pthread_self();
+        ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", "host", &iterator));
+    }).join();
+    // The C library gives a new thread the value of pthread_self() of an ended one.
+    bool isSame = false;
+    for (int i = 0; i < 100 && !isSame; ++i)
+        std::thread([&] {
+            isSame = pthread_equal(ended, pthread_self()) != 0;
+            for (IterCall const& call : iterCalls()) {
+                SCOPED_TRACE(call.name);
+                EXPECT_EQ(57, call.code(iterator));
+            }
+        }).join();
+    EXPECT_TRUE(isSame);
 }

@@ -35,6 +35,13 @@ std::string described()
            "|" + error.text;
 }
 
+constexpr char kBadKey[] =
+    "No line can hold the key: it starts with \"#\" or \"[\", has a \"=\", a newline or spaces at "
+    "its ends, or is too long.";
+constexpr char kBadStanza[] =
+    "No header can hold the name of the stanza: it has a \"]\" or a newline, or is too long.";
+constexpr char kBadValue[] = "No line can hold the value: it has a newline, or is too long.";
+
 template <class Action>
 void inThread(Action action)
 {
@@ -81,7 +88,6 @@ TEST_F(ZPropertiesCLastError, EachKindOfFailureIsRecorded)
         std::function<void()> call;
         std::string expected;
     };
-    std::string const invalid = "|A function or method was called with an invalid parameter.";
     std::string const badHandle = " 0 0 0:0 |||The handle is null, closed or not of this kind.";
     Case const cases[] = {
         {"a missing key",
@@ -97,7 +103,7 @@ TEST_F(ZPropertiesCLastError, EachKindOfFailureIsRecorded)
          "53 41 0 0:0 " + file + "|server|host|The configuration file " + file +
              " has an invalid boolean value gamma for key host in stanza server."},
         {"an invalid key", [&] { zstzPropSetStringValue_6_0(file_, "s", "a=b", "v"); },
-         "52 22 0 0:0 " + file + "|s|a=b" + invalid},
+         "52 22 0 0:0 " + file + "|s|a=b|" + kBadKey},
         {"a closed handle", [&] { zstzPropStore_6_0(nullptr, nullptr); }, "55" + badHandle},
         {"a closed iterator", [&] { zstzPropIter_rmvValue_6_0(nullptr); }, "55" + badHandle},
         {"a null argument", [&] { zstzPropRemoveKey_6_0(file_, "s", nullptr); },
@@ -121,6 +127,104 @@ TEST_F(ZPropertiesCLastError, EachKindOfFailureIsRecorded)
         EXPECT_EQ("57 0 0 0:0 |||The iterator belongs to another thread.", described());
     });
     EXPECT_EQ(0, zstzPropIter_close_6_0(keys));
+}
+
+TEST_F(ZPropertiesCLastError, EachRefusalHasAReason)
+{
+    char const* const two[] = {"a", ""};
+    std::string const longComment(9000, 'c');
+    ASSERT_EQ(0, zstzPropSetObfuscatedValue_6_0(file_, "server", "secret", "s3"));
+    auto const set = [&](char const* stanza, char const* key, char const* value) {
+        return zstzPropSetStringValue_6_0(file_, stanza, key, value);
+    };
+    int code = 0;
+    auto const get = [&](char const* stanza, char const* key) {
+        zstzPropGetIntegerValue_6_0(file_, stanza, key, kRequired, &code);
+        return code;
+    };
+    struct Refusal {
+        char const* stanza;
+        char const* key;
+        char const* text;
+        std::function<int()> call;
+    };
+    Refusal const cases[] = {
+        {"", "k", "The name of the stanza is empty.", [&] { return set("", "k", "v"); }},
+        {"s", "", "The key is empty.", [&] { return set("s", "", "v"); }},
+        {"a]", "k", kBadStanza, [&] { return set("a]", "k", "v"); }},
+        {"s", "#k", kBadKey, [&] { return set("s", "#k", "v"); }},
+        {"s", "k", kBadValue, [&] { return set("s", "k", "a\nb"); }},
+        {"server", "secret", "The key has obfuscated values.",
+         [&] { return set("server", "secret", "v"); }},
+        {"server", "port", "The key has plain values.",
+         [&] { return zstzPropSetObfuscatedValue_6_0(file_, "server", "port", "v"); }},
+        {"server", "host", "One of several values is empty.",
+         [&] { return zstzPropSetStringValues_6_0(file_, "server", "host", two, 2); }},
+        {"server", "port", "The stanza has a key of the new name.",
+         [&] { return zstzPropRenameKey_6_0(file_, "server", "port", "host"); }},
+        {"server", "port", kBadKey,
+         [&] { return zstzPropRenameKey_6_0(file_, "server", "port", "a=b"); }},
+        {"server", "port", "The key is empty.",
+         [&] { return zstzPropRenameKey_6_0(file_, "server", "port", ""); }},
+        {"server", "", "The file has a stanza of the new name.",
+         [&] { return zstzPropRenameStanza_6_0(file_, "server", "client"); }},
+        {"server", "", "The name of the stanza is empty.",
+         [&] { return zstzPropRenameStanza_6_0(file_, "server", ""); }},
+        {"", "", "A line of the comment is too long.",
+         [&] { return zstzPropSetFileComment_6_0(file_, longComment.c_str()); }},
+        {"server", "port", "A line of the comment is too long.",
+         [&] { return zstzPropAddLineComment_6_0(file_, "server", "port", longComment.c_str()); }},
+        {"server", "secret", "The key has obfuscated values, and so no line for a comment.",
+         [&] { return zstzPropSetLineComment_6_0(file_, "server", "secret", "c"); }},
+        {"server", "port", "The spelling does not read back as one value of the line.",
+         [&] { return zstzPropSetRawValue_6_0(file_, "server", "port", 0, " 1"); }},
+        {"a]", "", kBadStanza, [&] { return zstzPropAddStanza_6_0(file_, "a]"); }},
+        {"", "k", "The name of the stanza is empty.", [&] { return get("", "k"); }},
+        {"s", "", "The key is empty.", [&] { return get("s", ""); }},
+    };
+    for (Refusal const& c : cases) {
+        SCOPED_TRACE(c.text);
+        int const refused = c.call();
+        EXPECT_TRUE(refused == 52 || refused == 55) << refused;
+        EXPECT_EQ(std::to_string(refused) + " 22 0 0:0 " + path("service.conf") + "|" + c.stanza +
+                      "|" + c.key + "|" + c.text,
+                  described());
+    }
+}
+
+TEST_F(ZPropertiesCLastError, FailuresOfIteratorsHaveNames)
+{
+    ZPROP_iter_handle* iterator = nullptr;
+    ASSERT_EQ(0, zstzPropIter_init_6_0(file_, "server", "host", &iterator));
+    int code = 0;
+    EXPECT_EQ(1, zstzPropIter_next_6_0(iterator, &code));
+    EXPECT_EQ(52, zstzPropIter_chgValue_6_0(iterator, "a\nb"));
+    EXPECT_EQ("52 22 0 0:0 " + path("service.conf") + "|server|host|" + kBadValue, described());
+    EXPECT_EQ(0, zstzPropIter_close_6_0(iterator));
+}
+
+TEST_F(ZPropertiesCLastError, TheFileIsTheFileOfTheStore)
+{
+    zstzPropClose_6_0(file_);
+    ASSERT_EQ(0, zstzPropNew_6_0(&file_, nullptr));
+    EXPECT_EQ(51, zstzPropStore_6_0(file_, nullptr));
+    EXPECT_EQ("51 22 0 0:0 |||The store has no file; name a file.", described());
+    EXPECT_EQ(51, zstzPropStore_6_0(file_, ""));
+    ASSERT_EQ(0, zstzPropStore_6_0(file_, path("new.conf").c_str()));
+    EXPECT_EQ(52, zstzPropSetStringValue_6_0(file_, "s", "a=b", "v"));
+    EXPECT_EQ(path("new.conf"), lastError().file);
+    // A second name does not change the file of the store.
+    ASSERT_EQ(0, zstzPropStore_6_0(file_, path("copy.conf").c_str()));
+    EXPECT_EQ(52, zstzPropSetStringValue_6_0(file_, "s", "a=b", "v"));
+    EXPECT_EQ(path("new.conf"), lastError().file);
+    EXPECT_EQ(51, zstzPropLoadText_6_0(file_, "x", 1));
+    EXPECT_STREQ("", lastError().file);
+    EXPECT_EQ(1u, lastError().line);
+    ZPROP_handle* handle = nullptr;
+    EXPECT_EQ(55, zstzPropOpenAs_6_0(&handle, "f", 7, nullptr));
+    EXPECT_STREQ("f", lastError().file);
+    EXPECT_EQ(51, zstzPropOpen_6_0(&handle, "", zpropOpenRead));
+    EXPECT_STREQ("The name of the file is empty.", lastError().text);
 }
 
 TEST_F(ZPropertiesCLastError, SuccessfulCallsLeaveTheLastFailure)

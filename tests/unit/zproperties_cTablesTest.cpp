@@ -1,13 +1,18 @@
 // The text services start once per process, so each test runs in a process of its own.
 #include <Z/zproperties_c.h>
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "FailingAllocator.h"
 #include "TestDirectory.h"
 
 namespace {
@@ -75,6 +80,69 @@ TEST(ZPropertiesCTables, TheCallReplacesTheEnvironmentVariable)
     });
 }
 
+TEST(ZPropertiesCTables, SeveralThreadsMayChooseTheTables)
+{
+    withoutVariable([] {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i)
+            threads.emplace_back([] {
+                for (int round = 0; round < 20; ++round)
+                    require(zstzPropSetTables_6_0(tables().c_str()) == 0, __LINE__);
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        useLibrary();
+    });
+}
+
+TEST(ZPropertiesCTables, ExhaustedMemoryHasTheCodeOfAChange)
+{
+    withoutVariable([] {
+        // ICU keeps a failure of its first use.
+        require(zstzPropSetTables_6_0(tables().c_str()) == 0, __LINE__);
+        for (unsigned long n = 1;; ++n) {
+            FailingAllocator::failAt(n);
+            int const code = zstzPropSetTables_6_0(tables().c_str());
+            bool const failed = FailingAllocator::stop();
+            require(code == 0 || (failed && code == 52), __LINE__);
+            require(code == 0 || lastError().errorNumber == ENOMEM, __LINE__);
+            require(code == 0 || lastError().messageNumber == 1, __LINE__);
+            if (!failed) {
+                require(n > 1, __LINE__);
+                break;
+            }
+        }
+        useLibrary();
+    });
+}
+
+TEST(ZPropertiesCTables, AnUnreadableTableHasAnErrno)
+{
+    withoutVariable([] {
+        TestDirectory const directory;
+        // A loop of links cannot be opened, by root neither.
+        require(symlink("codesets.alias", directory.at("codesets.alias").c_str()) == 0, __LINE__);
+        require(zstzPropSetTables_6_0(directory.path().c_str()) == 51, __LINE__);
+        require(lastError().errorNumber == ELOOP, __LINE__);
+        require(lastError().file == directory.at("codesets.alias"), __LINE__);
+        require(zstzPropSetTables_6_0(tables().c_str()) == 0, __LINE__);
+        useLibrary();
+    });
+}
+
+TEST(ZPropertiesCTables, WithoutTablesAStoreCannotBeOpened)
+{
+    withoutVariable([] {
+        ZPROP_handle* handle = nullptr;
+        require(zstzPropNew_6_0(&handle, nullptr) == 51 && handle == nullptr, __LINE__);
+        require(lastError().messageNumber == 45, __LINE__);
+        require(zstzPropOpen_6_0(&handle, "f", 1) == 51 && handle == nullptr, __LINE__);
+        require(std::string(lastError().file) == "f", __LINE__);
+        require(zstzPropSetTables_6_0(tables().c_str()) == 0, __LINE__);
+        useLibrary();
+    });
+}
+
 TEST(ZPropertiesCTables, TheDirectoryIsFinalAfterTheFirstUse)
 {
     withoutVariable([] {
@@ -93,7 +161,13 @@ TEST(ZPropertiesCTables, ABadDirectoryChangesNothing)
         directory.write("codesets.alias", "good UTF-8\nalone\n");
         require(zstzPropSetTables_6_0(directory.path().c_str()) == 51, __LINE__);
         require(strstr(lastError().text, "codesets.alias:2: ") != nullptr, __LINE__);
-        require(lastError().file == directory.path(), __LINE__);
+        require(lastError().file == directory.path() + "/codesets.alias", __LINE__);
+        require(lastError().line == 2 && lastError().errorNumber == 0, __LINE__);
+        directory.write("codesets.alias", "");
+        mkdir(directory.at("locales.alias").c_str(), 0700);
+        require(zstzPropSetTables_6_0(directory.path().c_str()) == 51, __LINE__);
+        require(lastError().file == directory.at("locales.alias"), __LINE__);
+        require(lastError().line == 0, __LINE__);
         require(zstzPropSetTables_6_0(nullptr) == 55, __LINE__);
         require(zstzPropSetTables_6_0("") == 55, __LINE__);
         require(lastError().code == 55, __LINE__);

@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <new>
 #include <string_view>
+#include <system_error>
 
 #include "../ZException.h"
 #include "../reporting/messages.h"
@@ -179,6 +180,17 @@ public:
         copyStrings({Pieces(names_.file), Pieces(names_.stanza), Pieces(names_.key), Pieces(text)});
     }
 
+    // Records a refused argument, with the reason if it is known.
+    void finishRefusal(uint32_t message)
+    {
+        if (names_.reason == nullptr) {
+            finish(message, {});
+            return;
+        }
+        record.messageNumber = message;
+        finish(names_.reason);
+    }
+
     void finish(uint32_t message, std::initializer_list<Insert> inserts)
     {
         record.messageNumber = message;
@@ -232,6 +244,8 @@ void recordCurrent(Recorder& recorder)
                         {{e.propFile().getChars()}, {e.api().getChars()}, {nullptr, e.excerrno()}});
     } catch (ZPropertiesException_6_0 const& e) {
         recorder.finish(e, {{e.propFile().getChars()}});
+    } catch (ZInvalidParameterException_6_0 const& e) {
+        recorder.finishRefusal(e.messageNumber());
     } catch (ZOutOfMemoryException_6_0 const& e) {
         record.error = ENOMEM;
         recorder.finish(e.messageNumber(), {});
@@ -246,6 +260,9 @@ void recordCurrent(Recorder& recorder)
     } catch (std::bad_alloc const&) {
         record.error = ENOMEM;
         recorder.finish(zreporting::outOfMemory, {});
+    } catch (std::system_error const& e) {
+        record.error = e.code().value();
+        recorder.finish(e.what());
     } catch (std::exception const& e) {
         recorder.finish(e.what());
     } catch (...) {
@@ -264,10 +281,15 @@ int recordException(int code, CallNames const& names) noexcept
     return code;
 }
 
-int recordFailure(int code, char const* text, CallNames const& names) noexcept
+int recordFailure(int code, char const* text, CallNames const& names, uint32_t message, int error,
+                  unsigned long line) noexcept
 {
     int const before = errno;
-    Recorder(code, names).finish(text);
+    Recorder recorder(code, names);
+    record.messageNumber = message;
+    record.error = error;
+    record.line = line;
+    recorder.finish(text);
     errno = before;
     return code;
 }

@@ -11,6 +11,7 @@ struct CallNames {
     char const* stanza = nullptr;  // null: none
     char const* key = nullptr;     // null: none
     char const* file = nullptr;    // null: none
+    char const* reason = nullptr;  // why an argument is invalid; null: not known
 };
 
 /// A failure. The strings are never null.
@@ -40,7 +41,9 @@ inline constexpr char kOtherIterator[] = "The iterator does not support this ope
 int recordException(int code, CallNames const& names) noexcept;
 
 /// Records a failure without an exception. Returns `code`.
-int recordFailure(int code, char const* text, CallNames const& names = {}) noexcept;
+/// range   `message` is a message number, `error` an errno, `line` a line of the file; 0: none.
+int recordFailure(int code, char const* text, CallNames const& names = {}, uint32_t message = 0,
+                  int error = 0, unsigned long line = 0) noexcept;
 
 /// Returns the last failure of the calling thread.
 /// owns    borrowed until the thread's next failure.
