@@ -9,7 +9,7 @@ import subprocess
 import threading
 
 import tool
-from tool import DONE, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
+from tool import DIFFERS, DONE, INVALID_VALUE, LOCKED, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
 
 TEXT = (b"# The gateway.\r\n\n[listener]\n  port = 8080\n  port = 8443\nname=front door # a\n"
         b"# motd = none\n\n[upstream]\nweight = 1\n[empty]")
@@ -122,12 +122,70 @@ RENAME = rows(
     (["listener", "a", "b", "c"], (USAGE, b'unexpected argument "c"')),
 )
 
+RAW = rows(
+    "set",
+    (["listener", "name", "x y", "--raw"], changed((b"front door # a", b"x y"))),
+    (["listener", "name", "front door # a", "--raw"], SAME),
+    (["listener", "name", " x", "--raw"], (INVALID_VALUE, b"would not read back as it is spelled")),
+    (["listener", "name", "x\ny", "--raw"], (INVALID_VALUE, b"would not read back")),
+    (["listener", "port", "1", "--raw", "--old", "8080"], changed((b"8080", b"1"))),
+    (["empty", "k", "v", "--raw"], changed((b"[empty]", b"[empty]\nk = v"))),
+    (["listener", "port", "1", "--raw"], (REFUSED, b"has 2 values")),
+) + rows(
+    "add",
+    (["listener", "port", "1", "--raw", "--first"],
+     changed((b"  port = 8080", b"  port = 1\n  port = 8080"))),
+    (["listener", "port", "1 ", "--raw"], (INVALID_VALUE, b"would not read back")),
+)
+
+COMMENT = rows(
+    "comment",
+    (["upstream", "the servers"], changed((b"[upstream]", b"# the servers\n[upstream]"))),
+    (["The office."], changed((b"# The gateway.\r", b"# The office.\r"))),
+    (["The office.", "--above"],
+     changed((b"# The gateway.", b"# The office.\r\n# The gateway."))),
+    (["listener", "name", "", "--above"], SAME),
+    (["listener", "none", "x"], (NOT_FOUND, b'no key "none"')),
+    (["none", "x"], (NOT_FOUND, b"no stanza [none]")),
+    (["listener", "name", "x" * 8190], (INVALID_VALUE, b"a line of the comment is too long")),
+    (["listener", "port", "--off"],
+     changed((b"  port = 8080\n  port = 8443", b"  # port = 8080\n  # port = 8443"))),
+    (["listener", "name", "--off"], changed((b"name=front", b"# name=front"))),
+    (["listener", "motd", "--on"], changed((b"# motd = none", b"motd = none"))),
+    (["listener", "name", "--on"], (NOT_FOUND, b'no comment has a line of key "name"')),
+    (["listener", "none", "--off"], (NOT_FOUND, b'no key "none"')),
+    (["listener", "--off"], (USAGE, b"KEY is required")),
+    (["listener", "name", "x", "--off"], (USAGE, b'unexpected argument "x"')),
+    (["listener", "name", "--off", "--on"], (USAGE, b"--off excludes --on")),
+) + [
+    (f"comment {text}", {"f": b"[a]\nx = 1\n\n# old\nk = v\n\ny = 1\n"},
+     ["comment", "f", "a", key, text, *options], b"", DONE, {"f": b"[a]\nx = 1\n\n" + after})
+    for key, text, options, after in (
+        ("k", "new", [], b"# new\nk = v\n\ny = 1\n"),
+        ("k", "# a\nb", [], b"# a\n# b\nk = v\n\ny = 1\n"),
+        ("k", "a\n\nb", [], b"# a\n#\n# b\nk = v\n\ny = 1\n"),
+        ("k", "new", ["--above"], b"# new\n# old\nk = v\n\ny = 1\n"),
+        ("k", "", [], b"k = v\n\ny = 1\n"),
+        ("y", "new", [], b"# old\nk = v\n\n# new\ny = 1\n"),
+        ("y", "new", ["--above"], b"# old\nk = v\n\n# new\ny = 1\n"),
+    )
+]
+
+FMT = [
+    ("fmt", {"f": b"#c\r\n\n\n[a] x\n  k=v\nk  = w\n"}, ["fmt", "f"], b"", DONE,
+     {"f": b"#c\n\n\n[a]\nk = v\nk = w\n"}),
+    ("fmt twice", {"f": b"[a]\nk = v\n"}, ["fmt", "f"], b"", DONE, None),
+    ("fmt refuses", {"f": b"[a]\nk =\nk = v\n"}, ["fmt", "f"],
+     b"f:2: not saved: ", REFUSED, None),
+]
+
 RENAME += [
     ("rename a stanza", {"f": b"[a]\nk = v\n\n[b]\n"}, ["rename", "f", "a", "c"], b"", DONE,
      {"f": b"[c]\nk = v\n\n[b]\n"}),
 ]
 
-TABLES = {"set": SET, "add": ADD, "unset": UNSET, "rename": RENAME}
+TABLES = {"set": SET, "add": ADD, "unset": UNSET, "rename": RENAME, "raw": RAW,
+          "comment": COMMENT, "fmt": FMT}
 
 
 class ChangeTest(tool.ToolTest):
@@ -165,6 +223,35 @@ class ChangeTest(tool.ToolTest):
                     else:
                         self.assertEqual(b"", run.stdout)
                     self.assertEqual({}, self.read_files())
+
+    def test_fmt_checks_the_style(self):
+        self.expect_rows([
+            ("same", {"f": b"[a]\nk = v\n"}, ["fmt", "f", "--check"], b"", DONE, None),
+            ("empty", {"f": b""}, ["fmt", "f", "--check"], b"", DONE, None),
+            ("quiet", {"f": b"[a]\nk=v\n"}, ["fmt", "f", "--check", "-q"], b"", DIFFERS, None),
+        ])
+        self.path.write_text("[a]\nk=v\n")
+        self.expect_unchanged(DIFFERS, f"zstz: {self.file}: is not in the style of fmt; run 'zstz "
+                              f"fmt {self.file}'\n", "fmt", self.file, "--check")
+        run = self.run_in_directory("fmt", "-", "--check", "-q", given=b"[a]\nk=v\n")
+        self.assertEqual(DIFFERS, run.returncode)
+
+    def test_comments_turn_off_and_on_again(self):
+        for key in ("port", "name"):
+            self.write_files({"f": TEXT})
+            for option in ("--off", "--on"):
+                run = self.run_in_directory("comment", "f", "listener", key, option)
+                self.assertEqual((DONE, b""), (run.returncode, run.stderr))
+            self.assertEqual({"f": TEXT}, self.read_files())
+
+    def test_comment_marks_keep_obfuscated_values(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated",
+                    given="hunter2")
+        self.expect(DONE, "", "comment", self.file, "listener", "name", "--off")
+        self.assertIn("\n# name = front door\n", self.path.read_text())
+        self.expect(DONE, "hunter2\n", "get", self.file, "upstream", "password")
+        self.expect_unchanged(REFUSED, "has obfuscated values, which cannot be in a comment",
+                              "comment", self.file, "upstream", "password", "--off")
 
     def test_a_missing_file_is_created_only_with_create(self):
         self.expect_rows([

@@ -12,7 +12,7 @@ import tool
 from tool import (DONE, GATEWAY, HANGS, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED,
                   USAGE)
 
-VERBS = ("get", "set", "add", "unset", "rename", "stanzas", "keys", "list", "check", "lint", "java", "convert",
+VERBS = ("get", "set", "add", "unset", "rename", "comment", "edit", "fmt", "stanzas", "keys", "list", "check", "lint", "java", "convert",
          "lock", "hexdump")
 
 

@@ -82,7 +82,7 @@ struct UsageLine {
             while (name.starts_with('['))
                 name.remove_prefix(1);
             name = name.substr(0, name.find(']'));
-            if (name == "--" || (name == "FILE" && hasFixedFile))
+            if (name.starts_with("--") || (name == "FILE" && hasFixedFile))
                 return;
             places.push_back({findArgument(name), isOptional, name.ends_with("...")});
         });
@@ -100,10 +100,7 @@ struct UsageLine {
 class Parser {
 public:
     Parser(Verb const& verb, Request& request, bool hasFixedFile)
-        : verb_(verb),
-          request_(request),
-          usage_(verb.arguments, hasFixedFile),
-          hasFixedFile_(hasFixedFile)
+        : verb_(verb), request_(request), hasFixedFile_(hasFixedFile)
     {
     }
 
@@ -115,13 +112,13 @@ private:
     void parseShortOptions(std::string const& word);
     void setFlag(Option const& option);
     void setValue(Option const& option, std::string const& value);
+    std::string_view chooseUsage() const;
     void assignArguments();
     void setArgument(Argument const& argument, std::string const& text);
     void checkExclusions() const;
 
     Verb const& verb_;
     Request& request_;
-    UsageLine const usage_;
     bool const hasFixedFile_;
     std::vector<std::string> arguments_;
     PassedNames passed_;
@@ -226,14 +223,29 @@ void Parser::setValue(Option const& option, std::string const& value)
     passed_.add(option.name);
 }
 
+// Returns the usage line: the second one if it ends with an option that was passed.
+std::string_view Parser::chooseUsage() const
+{
+    std::string_view const lines = verb_.arguments;
+    std::string_view const first = lines.substr(0, lines.find('\n'));
+    if (first.size() == lines.size())
+        return first;
+    std::string_view const second = lines.substr(first.size() + 1);
+    bool isChosen = false;
+    forEachPart(second.substr(second.rfind(' ') + 1), '|',
+                [&](std::string_view option) { isChosen = isChosen || passed_.has(option); });
+    return isChosen ? second : first;
+}
+
 // Assigns the arguments to their names. Optional names, from the left, take the arguments that the
 // required names do not need.
 void Parser::assignArguments()
 {
-    size_t const required = usage_.requiredCount();
+    UsageLine const usage(chooseUsage(), hasFixedFile_);
+    size_t const required = usage.requiredCount();
     size_t surplus = arguments_.size() - std::min(arguments_.size(), required);
     size_t next = 0;
-    for (UsageLine::Place const& place : usage_.places) {
+    for (UsageLine::Place const& place : usage.places) {
         if (place.isOptional && surplus == 0)
             continue;
         surplus -= place.isOptional ? 1 : 0;

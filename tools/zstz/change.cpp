@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "edited_file.h"
 #include "failures.h"
+#include "key_lines.h"
 #include "secret_input.h"
 #include "stanza_file.h"
 
@@ -112,6 +113,46 @@ void unsetValue(EditedFile& file, Request const& request)
     store.removeValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str());
 }
 
+// Replaces the spelling of the value `placeholder` by the value of the request.
+void spellRaw(EditedFile& file, Request const& request, std::string const& placeholder)
+{
+    std::string const text = file.text();
+    zlines::Dialect const& dialect = keptText(file.store())->dialect;
+    zlines::Outline outline(text, dialect);
+    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].value != placeholder)
+            continue;
+        zlines::Line const& line = lines[i].line;
+        std::string after = text;
+        after.replace(line.valueBegin, line.valueEnd - line.valueBegin, request.value);
+        zlines::Outline changed(after, dialect);
+        std::vector<KeyLine> const found = findKeyLines(changed, request.stanza, request.key);
+        if (changed.lines().size() == outline.lines().size() && found.size() == lines.size() &&
+            found[i].raw == request.value)
+            return file.setText(after);
+    }
+    throw Failure{exitInvalidValue,
+                  request.file,
+                  {nameKey(request.key, request.stanza) + ": " + quote(request.value) +
+                       " would not read back as it is spelled",
+                   "leave out --raw, so that zstz spells the value"}};
+}
+
+// Makes a change whose value is passed as it is spelled.
+template <class Apply>
+void applyRaw(EditedFile& file, Request const& request, Apply apply)
+{
+    std::vector<std::string> const values = valuesOf(file.store(), request.stanza, request.key);
+    Request plain = request;
+    plain.raw = false;
+    plain.value = "raw";
+    while (std::find(values.begin(), values.end(), plain.value) != values.end())
+        plain.value += '0';
+    apply(file, plain);
+    spellRaw(file, request, plain.value);
+}
+
 }  // namespace
 
 void prepareValue(Request& request)
@@ -119,7 +160,7 @@ void prepareValue(Request& request)
     if (request.obfuscated)
         request.value = readSecret();
     checkNames(request.file, request.stanza, request.key);
-    if (!request.obfuscated)
+    if (!request.obfuscated && !request.raw)
         checkValue(request.file, request.key, request.value);
     if (request.verb == "add" && request.value.empty())
         throw Failure{exitInvalidValue,
@@ -130,6 +171,8 @@ void prepareValue(Request& request)
 
 void applySet(EditedFile& file, Request const& request)
 {
+    if (request.raw)
+        return applyRaw(file, request, applySet);
     Store& store = file.store();
     checkExistence(store, request);
     checkKind(store, request);
@@ -153,6 +196,8 @@ void applySet(EditedFile& file, Request const& request)
 
 void applyAdd(EditedFile& file, Request const& request)
 {
+    if (request.raw)
+        return applyRaw(file, request, applyAdd);
     Store& store = file.store();
     checkKind(store, request);
     file.willChange(request.stanza, request.key, false);

@@ -29,6 +29,17 @@ void applyUnset(EditedFile& file, Request const& request);
 /// Renames a key or a stanza in place.
 void applyRename(EditedFile& file, Request const& request);
 
+/// Sets the comment above a key, a stanza or the file, or turns the lines of a key into comments
+/// and back.
+void prepareComment(Request& request);
+void applyComment(EditedFile& file, Request const& request);
+
+/// Makes the changes of a script: all of them, or none.
+int runEdit(Request const& request);
+
+/// Stores a file in one style, or checks it.
+int runFmt(Request const& request);
+
 /// Prints the stanza names in file order.
 int runStanzas(Request const& request);
 

@@ -61,14 +61,12 @@ EditedFile::EditedFile(Request const& request) : request_(request)
     if (isNew_)
         store_.loadText(nullptr, 0);
     else if (path == kStandardInput)
-        loadFile(path, 0, store_);
+        loadText(original_ = readStandardInput(), store_);
     else
         store_.load(path.c_str());
     if (zlines::SharedText const kept = keptText(store_))
         original_ = kept->text;
-    else if (path == kStandardInput)
-        original_ = text();
-    else if (!isNew_)
+    else if (!isNew_ && path != kStandardInput)
         original_ = readFile(path);
     originalSecrets_ = secrets();
 }
@@ -188,7 +186,10 @@ void EditedFile::finish()
                       request_.file,
                       {"a script cannot change comment marks and obfuscated values together",
                        "use a script for each"}};
-    if (!request_.backupSuffix.empty() && !isNew_ && (after != original_ || changesSecrets))
+    bool const isSame = after == original_ && !changesSecrets && !isNew_;
+    if (isSame && request_.normalise)
+        return;
+    if (!request_.backupSuffix.empty() && !isNew_ && !isSame)
         storeBackup(request_.file, request_.backupSuffix, original_);
     if (isText_)
         return storeText(after);
@@ -196,7 +197,7 @@ void EditedFile::finish()
     store_.store(request_.file.c_str());
 }
 
-int runChange(Request const& request, void (*apply)(EditedFile&, Request const&))
+int runChange(Request const& request, std::function<void(EditedFile&, Request const&)> const& apply)
 {
     auto const change = [&] {
         EditedFile file(request);

@@ -1,6 +1,7 @@
 // edited_file: a file that is loaded to be changed and stored, and the run of a verb on it.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -68,4 +69,5 @@ private:
 };
 
 /// Makes a change and stores the file. Waits for a busy file. Returns the exit code.
-int runChange(Request const& request, void (*apply)(EditedFile&, Request const&));
+int runChange(Request const& request,
+              std::function<void(EditedFile&, Request const&)> const& apply);

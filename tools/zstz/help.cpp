@@ -2,6 +2,8 @@
 
 #include <ctype.h>
 
+#include <algorithm>
+
 namespace {
 
 // Each verb is in a line of its group: NAME ARGUMENTS, purpose.
@@ -16,7 +18,9 @@ change  set FILE S K V             the one value; --old V or --nth N of several,
         add FILE S K V             one more; --first, --before V, --behind V
         unset FILE S [K [V]]       a value, --all of a key, --stanza a stanza
         rename FILE S [K] NEW      a key or stanza, in its place
-        convert FILE S --from JAVA | --to JAVA
+        comment FILE [S [K]] TEXT  the comment above; --above: one more; of S K --off: the lines as comments, --on
+        edit FILE [SCRIPT]         these verbs without FILE, one a line, from SCRIPT or standard input: all or nothing
+        fmt FILE                   one style; --check                       convert FILE S --from JAVA | --to JAVA
 other   lock | java | hexdump
 
 everywhere      --dialect D    --format plain|json|sh|lines    -0, --null    -q
@@ -70,8 +74,14 @@ std::string formatHelp()
 
 std::string formatHelp(Verb const& verb)
 {
-    std::string help = std::string(verb.purpose) + ".\nUsage: zstz " + verb.name + " [OPTIONS] " +
-                       verb.arguments + "\n\nOptions:\n";
+    std::string help = std::string(verb.purpose) + ".\n";
+    std::string_view lines = verb.arguments;
+    for (char const* start = "Usage: zstz "; !lines.empty(); start = "       zstz ") {
+        std::string_view const line = lines.substr(0, lines.find('\n'));
+        help += start + std::string(verb.name) + " [OPTIONS] " + std::string(line) + '\n';
+        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+    }
+    help += "\nOptions:\n";
     help[0] = static_cast<char>(toupper(static_cast<unsigned char>(help[0])));
     forEachOption(verb, [&](Option const& option) { appendOption(verb, option, help); });
     return help + "  -h, --help                   print this help\n\n" +

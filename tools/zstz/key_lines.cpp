@@ -33,7 +33,7 @@ std::vector<KeyLine> findKeyLines(zlines::Outline& outline, std::string const& s
             counted = line.begin;
             std::string_view const value =
                 line.kind == zlines::valueLine ? outline.value(i, space) : "";
-            found.push_back({line, number,
+            found.push_back({line, i, number,
                              zlines::slice(outline.text(), line.valueBegin, line.valueEnd),
                              std::string(value)});
         }

@@ -13,6 +13,7 @@
 // A line that has a value of a key, or the key only.
 struct KeyLine {
     zlines::Line line;
+    uint32_t index;        // of the line in the outline
     size_t number;         // counted from 1, by newlines
     std::string_view raw;  // the value as spelled
     std::string value;

@@ -52,13 +52,8 @@ Failure describeText(std::string const& text)
 
 }  // namespace
 
-void loadFile(std::string const& path, double wait, Store& store)
+void loadText(std::string const& text, Store& store)
 {
-    if (path != kStandardInput) {
-        retryWhileBusy(Deadline(wait), [&] { store.load(path.c_str()); });
-        return;
-    }
-    std::string const text = readStandardInput();
     try {
         store.loadText(text.data(), text.size());
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
@@ -69,6 +64,14 @@ void loadFile(std::string const& path, double wait, Store& store)
                       {"the text names a companion file, and does not have its values",
                        "pass the path of the file"}};
     }
+}
+
+void loadFile(std::string const& path, double wait, Store& store)
+{
+    if (path == kStandardInput)
+        loadText(readStandardInput(), store);
+    else
+        retryWhileBusy(Deadline(wait), [&] { store.load(path.c_str()); });
 }
 
 std::vector<Stanza> outlineOf(Store const& store)

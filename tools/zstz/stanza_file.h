@@ -31,6 +31,10 @@ inline constexpr char kStandardInputName[] = "standard input";
 /// throws  Failure.
 std::string readStandardInput(char const* contents = "the text");
 
+/// Loads the text of standard input into an empty store.
+/// throws  Failure.
+void loadText(std::string const& text, Store& store);
+
 /// Loads the file at `path`, or standard input, into an empty store. Waits up to `wait` seconds for
 /// a busy file.
 /// throws  Failure for standard input; as ZProperties_6_0::load().

@@ -62,11 +62,14 @@ constexpr Option kObfuscated = {"--obfuscated", 0, nullptr,
                                 "keep the value out of the file and read it from standard input",
                                 &Request::obfuscated};
 
+constexpr Option kRaw = {"--raw", 0, nullptr, "store VALUE as it is spelled", &Request::raw};
+
 constexpr Option kSetOptions[] = {
     {"--old", 0, "VALUE", "replace this value", &Request::oldValue, &Request::hasOldValue},
     {"--nth", 0, "N", "replace the value with this number; the first is 1", &Request::nth},
     {"--only", 0, "new|existing", "refuse to change, or to create, the key", &Request::only},
     {"--all", 0, nullptr, "replace all values of the key", &Request::all},
+    kRaw,
     kObfuscated,
 };
 
@@ -74,12 +77,24 @@ constexpr Option kAddOptions[] = {
     {"--first", 0, nullptr, "add it above the other values", &Request::first},
     {"--before", 0, "VALUE", "add it above this value", &Request::before},
     {"--behind", 0, "VALUE", "add it below this value", &Request::behind},
+    kRaw,
     kObfuscated,
 };
 
 constexpr Option kUnsetOptions[] = {
     {"--all", 0, nullptr, "remove the key even if it has more than one value", &Request::all},
     {"--stanza", 0, nullptr, "remove the whole stanza", &Request::wholeStanza},
+};
+
+constexpr Option kCommentOptions[] = {
+    {"--above", 0, nullptr, "keep the existing comment, and add TEXT above it", &Request::above},
+    {"--off", 0, nullptr, "turn the lines of the key into comments", &Request::off},
+    {"--on", 0, nullptr, "turn such comments into lines of the key", &Request::on},
+};
+
+constexpr Option kFmtOptions[] = {
+    {"--check", 0, nullptr, "change nothing; exit with 8 if the file is in another style",
+     &Request::check},
 };
 
 constexpr Option kJavaOptions[] = {
@@ -126,6 +141,13 @@ void checkUnset(Request const& request, PassedNames const&)
 {
     if (!request.wholeStanza && request.key.empty())
         throw UsageError{"KEY or --stanza is required"};
+}
+
+void checkEdit(Request const& request, PassedNames const&)
+{
+    bool const readsScript = request.script.empty() || request.script == "-";
+    if (request.file == "-" && readsScript)
+        throw UsageError{"FILE and SCRIPT are both standard input"};
 }
 
 void checkJava(Request const& request, PassedNames const& passed)
@@ -239,13 +261,15 @@ constexpr Verb kVerbs[] = {
      "zstz set /etc/gateway.conf listener port 8443\n"
      "zstz set /etc/gateway.conf upstream password --obfuscated <password.txt",
      kSetOptions, fileOptions | changeOptions, false,
-     "--obfuscated VALUE; --all --old; --all --nth; --old --nth; --obfuscated --old; --obfuscated "
+     "--obfuscated VALUE; --obfuscated --raw; --raw --normalise; --all --old; --all --nth; --old "
+     "--nth; --obfuscated --old; --obfuscated "
      "--nth",
      kAllFormats, checkSet, nullptr, prepareValue, applySet},
     {"add", "FILE STANZA KEY [VALUE]", "add a value, unless the key already has it",
      "zstz add /etc/gateway.conf listener address 10.0.0.7", kAddOptions,
      fileOptions | changeOptions, false,
-     "--obfuscated VALUE; --obfuscated --first; --obfuscated --before; --obfuscated --behind; "
+     "--obfuscated VALUE; --obfuscated --raw; --raw --normalise; --obfuscated --first; "
+     "--obfuscated --before; --obfuscated --behind; "
      "--first --before; --first --behind; --before --behind",
      kAllFormats, checkValueIsPassed, nullptr, prepareValue, applyAdd},
     {"unset", "FILE STANZA [KEY [VALUE]]", "remove a value, a key or a stanza",
@@ -268,6 +292,31 @@ constexpr Verb kVerbs[] = {
      nullptr,
      prepareRename,
      applyRename},
+    {"comment", "FILE [STANZA [KEY]] TEXT\nFILE STANZA KEY --off|--on",
+     "set the comment above a key, a stanza or at the start of the file",
+     "zstz comment /etc/gateway.conf listener port \"ports to listen on\"\n"
+     "zstz comment /etc/gateway.conf \"The gateway of the office.\"\n"
+     "zstz comment /etc/gateway.conf listener motd --off",
+     kCommentOptions, fileOptions | changeOptions, false,
+     "--off --on; --off --above; --on --above; --off --normalise; --on --normalise", kAllFormats,
+     nullptr, nullptr, prepareComment, applyComment},
+    {"edit",
+     "FILE [SCRIPT]",
+     "make the changes of a script, all or none",
+     "zstz edit /etc/gateway.conf changes.txt\n"
+     "zstz edit /etc/gateway.conf --dry-run <changes.txt",
+     {},
+     fileOptions | changeOptions,
+     false,
+     "",
+     kAllFormats,
+     checkEdit,
+     runEdit,
+     nullptr,
+     nullptr},
+    {"fmt", "FILE", "store a file in one style", "zstz fmt /etc/gateway.conf", kFmtOptions,
+     fileOptions | changeOptions, false, "--check --dry-run", kAllFormats, nullptr, runFmt, nullptr,
+     nullptr},
     {"java", "FILE ACTION [KEY [VALUE]]", "read or change a Java property file",
      "zstz java app.properties get greeting\nzstz java app.properties set greeting hello\n"
      "zstz java app.properties list",

@@ -35,7 +35,7 @@ class PassedNames;
 
 struct Verb {
     char const* name;
-    char const* arguments;  // as in a usage line; brackets enclose optional arguments
+    char const* arguments;  // as in usage lines; brackets enclose optional arguments
     char const* purpose;
     char const* examples;             // one command per line
     std::span<Option const> options;  // of this verb

@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""Tests of `zstz edit`. usage: edit_test.py TOOL [unittest arguments]"""
+import random
+import signal
+import subprocess
+import time
+
+import tool
+from tool import DONE, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED, USAGE
+
+TEXT = b"# c\n[a]\nk = v\nl = 1\n  l = 2\n\n[b]\n"
+
+
+def row(name, script, after, code=DONE, printed=b""):
+    """Returns a row of ToolTest.expect_rows() that reads the script from standard input."""
+    return (name, {"f": TEXT}, ["edit", "f"], printed, code,
+            None if after is None else {"f": after}, script)
+
+
+ROWS = [
+    row("nothing", b"", None),
+    row("comments and blank lines", b"# set a k x\n\n   \t# x\n", None),
+    row("several", b"set a k w\nadd b m 1\nunset a l 1\nrename b c\ncomment c m 'x y'\nset c m 1\n",
+        b"# c\n[a]\nk = w\n  l = 2\n\n[c]\n\n# x y\n  m = 1\n"),
+    row("steps see the steps before", b"set n x 1\nrename n m\nset m x 2 --only existing\n",
+        TEXT + b"\n[m]\n  x = 2\n"),
+    row("a change and its reverse", b"set a k w\nset a k v\n", None),
+    row("words", b"set a k 'it is' # comment\nset a q \"a\\\"b\\\\c\\d\"\nset\ta p x\\ y\\#\n",
+        b"# c\n[a]\nk = it is\nl = 1\n  l = 2\n  q = a\"b\\c\\d\n  p = x y#\n\n[b]\n"),
+    row("no expansion", b"set a k $HOME`id`*?~\n", TEXT.replace(b"v", b"$HOME`id`*?~")),
+    row("an empty word", b"set a k ''\n", TEXT.replace(b"= v", b"= ")),
+    row("carriage returns", b"set a k x\r\nset a m y\r\n",
+        TEXT.replace(b"= v", b"= x").replace(b"2\n", b"2\n  m = y\n")),
+    row("no newline", b"set a k x", TEXT.replace(b"= v", b"= x")),
+    row("options", b"set a l 3 --nth 2\nadd a l 0 --first\n",
+        TEXT.replace(b"= 2", b"= 3").replace(b"l = 1", b"l = 0\nl = 1")),
+    row("comment marks", b"comment a k --off\nset a m 1\ncomment a k --on\nset a k x\n",
+        TEXT.replace(b"= v", b"= x").replace(b"l = 2\n", b"l = 2\n  m = 1\n")),
+    row("a step that fails", b"set a k w\nunset a none\n", None, NOT_FOUND,
+        b'zstz: standard input:2: no key "none" in [a]; run \'zstz keys f a\''),
+    row("a refusal", b"set a k w\n\nset a l x\n", None, REFUSED,
+        b"standard input:3: key \"l\" in [a] has 2 values; "),
+    row("an invalid value", b"set a k w\nset a a=b x\n", None, INVALID_VALUE, b"input:2: invalid key"),
+    row("an unknown verb", b"set a k w\nget a k\n", None, USAGE,
+        b'standard input:2: no change has the name "get"; use set, add, unset, rename or comment'),
+    row("usage", b"set a\n", None, USAGE, b"standard input:1: KEY is required; "),
+    row("too many words", b"set a b c d\n", None, USAGE, b'unexpected argument "d"'),
+    row("an option of the whole", b"set a b c --backup\n", None, USAGE,
+        b'unexpected argument "--backup"'),
+    row("obfuscated", b"set a b --obfuscated\n", None, USAGE, b"cannot have obfuscated values"),
+    row("help", b"set --help\n", None, USAGE, b"cannot print help"),
+    row("an open quote", b"set a k 'x\ny'\n", None, USAGE, b"input:1: a quote is not closed"),
+    row("a backslash at the end", b"set a k x\\", None, USAGE, b"input:1: a quote is not closed"),
+    row("a zero byte", b"set a k x\0y\n", None, USAGE, b"input:1: a quote is not closed, or a byte"),
+    ("a script file", {"f": TEXT, "s": b"set a k w\n"}, ["edit", "f", "s"], b"", DONE,
+     {"f": TEXT.replace(b"= v", b"= w"), "s": b"set a k w\n"}),
+    ("an error in a script file", {"f": TEXT, "s": b"\nunset a m\n"}, ["edit", "f", "s"],
+     b'zstz: s:2: no key "m"', NOT_FOUND, None),
+    ("no script", {"f": TEXT}, ["edit", "f", "s"], b"s: cannot open: ", NO_ACCESS, None),
+    ("both standard input", {"f": TEXT}, ["edit", "-"], b"FILE and SCRIPT are both", USAGE, None),
+    ("a new file", {"s": b"set a k w\n"}, ["edit", "f", "s", "--create", "--backup"], b"", DONE,
+     {"f": b"[a]\nk = w\n", "s": b"set a k w\n"}),
+    ("normalised", {"f": b"[a]\nk=v\n", "s": b"set a l w\n"}, ["edit", "f", "s", "--normalise"], b"",
+     DONE, {"f": b"[a]\nk = v\nl = w\n", "s": b"set a l w\n"}),
+    ("standard output", {"s": b"set a k w\n"}, ["edit", "-", "s"], b"[a]\nk = w\n", DONE, None,
+     b"[a]\nk = v\n"),
+    ("dry run", {"f": b"[a]\nk = v\n", "s": b"set a k w\nset a l x\n"}, ["edit", "-n", "f", "s"],
+     b"--- f\n+++ f\n@@ -1,2 +1,3 @@\n [a]\n-k = v\n+k = w\n+l = x\n", DONE, None),
+]
+
+
+class EditTest(tool.ToolTest):
+    def test_scripts(self):
+        self.expect_rows(ROWS)
+
+    def test_comment_marks_and_obfuscated_values_stay_apart(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        script = "comment listener name --off\nunset upstream password\n"
+        self.expect_unchanged(REFUSED, "cannot change comment marks and obfuscated values together",
+                              "edit", self.file, given=script)
+        self.expect(DONE, "", "edit", self.file,
+                    given="comment listener name --off\nset upstream weight 2\n")
+        self.expect(DONE, "x\n", "get", self.file, "upstream", "password")
+
+    def test_a_killed_edit_leaves_the_old_or_the_new_file(self):
+        count = 200
+        old = "".join(f"[s{i}]\nk = old\n\n" for i in range(count))
+        script = self.path.parent / "script"
+        script.write_text("".join(f"set s{i} k new{'w' * (i % 9)}\n" for i in range(count)) +
+                          "comment s0 k --off\n")
+        run = self.run_tool("edit", "-", str(script), given=old)
+        self.assertEqual(DONE, run.returncode)
+        new = run.stdout
+        generator = random.Random(1)
+        seen = set()
+        start = time.monotonic()
+        self.path.write_text(old)
+        self.expect(DONE, "", "edit", self.file, str(script))
+        usual = time.monotonic() - start
+        for _ in range(60):
+            self.path.write_text(old)
+            process = subprocess.Popen([tool.TOOL, "edit", self.file, str(script)])
+            try:
+                process.wait(generator.uniform(0, usual))
+            except subprocess.TimeoutExpired:
+                process.send_signal(signal.SIGKILL)
+            process.wait()
+            listed = self.run_tool("list", self.file)
+            self.assertEqual((DONE, ""), (listed.returncode, listed.stderr))
+            # The next change completes an interrupted store.
+            self.expect(DONE, "", "set", self.file, "s1", "x", "1")
+            self.expect(DONE, "", "unset", self.file, "s1", "x")
+            text = self.path.read_text()
+            self.assertIn(text, (old, new))
+            seen.add(text)
+        print("states seen after a kill:", len(seen))
+
+
+if __name__ == "__main__":
+    tool.main()
