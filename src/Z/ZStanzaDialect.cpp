@@ -10,7 +10,9 @@
 #include "ZException.h"
 #include "ZStanzaDialect_p.h"
 #include "dialects/recognition.h"
+#include "dialects/suggestion.h"
 #include "dialects/table.h"
+#include "memory/out_of_memory.h"
 
 static_assert(sizeof(ZStanzaDialect_6_0) == 72);
 static_assert(std::is_trivially_copyable_v<ZStanzaDialect_6_0>);
@@ -19,7 +21,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZStanzaDialect";
 
-enum RaiseSite { raiseInGet = 71, raiseInSet = 72 };
+enum RaiseSite { raiseInGet = 71, raiseInSet = 72, raiseInReadsAs = 73 };
 
 }  // namespace
 
@@ -53,6 +55,14 @@ int ZStanzaDialect_6_0::recognised(char const* path, char const* text, size_t le
         return 0;
     zdialects::Row const* const row = zdialects::recognise(path, {text, length});
     return row == nullptr ? 0 : named(row->name, out);
+}
+
+char const* ZStanzaDialect_6_0::readsAs(char const* text, size_t length)
+{
+    return zmemory::translateBadAlloc(kSource, raiseInReadsAs, [&]() -> char const* {
+        zdialects::Row const* const row = zdialects::suggest({text, length});
+        return row == nullptr ? nullptr : row->name;
+    });
 }
 
 char const* ZStanzaDialect_6_0::nameAt(int index)

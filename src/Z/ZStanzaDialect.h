@@ -110,6 +110,12 @@ public:
     static int recognised(char const* path, char const* text, size_t length,
                           ZStanzaDialect_6_0& out);
 
+    /// Returns the name of a dialect that reads the contents of a file with a key, and without a
+    /// line that it refuses or passes over; null if no dialect does. "stanza" is not tried. Several
+    /// may read them: strict formats are tried first. This is a suggestion for a user.
+    /// cost    O(length).
+    static char const* readsAs(char const* text, size_t length);
+
     /// Returns the name of a dialect, counted from 0, which is "stanza"; null past the last.
     static char const* nameAt(int index);
 

@@ -1,7 +1,8 @@
 // ZStanzaFileProperties: the configuration store for stanza files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesIterator, ZPropertiesImpl,
-// ZPropertiesKVList, ZStanzaProblem, ZBuffer, ZArrayList, ZLCString, ZUTF8String, ZException.
+// ZPropertiesKVList, ZStanzaProblem, ZStanzaDialect, ZBuffer, ZArrayList, ZLCString, ZUTF8String,
+// ZException.
 //
 // A stanza file consists of stanzas: a header line "[name]" and lines "key = value", with comments
 // and blank lines between them. See docs/file-formats.md.
@@ -15,6 +16,7 @@
 #include "ZPropertiesKVList.h"
 
 class ZBuffer_6_0;
+class ZStanzaDialect_6_0;
 
 /// The request of a ZStzFileItem_6_0; the comments are the types of its result.
 enum ZStzFileItemType : int {
@@ -142,6 +144,14 @@ public:
     /// threads any; waits and fails as load().
     /// cost    O(bytes). Memory for two copies of the file and for each different key.
     static void findProblems(char const* path, ZArrayList_6_0& list);
+
+    /// The same for a file of any dialect. Only stanza files have complaints about changes of a
+    /// store; for the others, a note is about a line that is kept and never read, such as a line
+    /// that programs of the format ignore, or a line of a key that another line outvotes.
+    /// cost    O(bytes). Memory for a copy of the file, 20 bytes for each line, and each different
+    ///         key.
+    static void findProblems(char const* path, ZStanzaDialect_6_0 const& dialect,
+                             ZArrayList_6_0& list);
 
     /// Replaces the values of `key` by the `count` strings at `values`. Without strings the key has
     /// no values.

@@ -2,15 +2,18 @@
 #include <errno.h>
 
 #include <string>
+#include <vector>
 
 #include "ZArrayList.h"
 #include "ZBuffer.h"
 #include "ZException.h"
 #include "ZProperties_p.h"
+#include "ZStanzaDialect_p.h"
 #include "ZStanzaFileProperties.h"
 #include "ZStanzaProblem.h"
 #include "cache/arena.h"
 #include "containers/list_rollback.h"
+#include "problems/dialect_inspector.h"
 #include "problems/inspector.h"
 #include "reporting/cancellation.h"
 #include "stanza/companion_records.h"
@@ -22,7 +25,7 @@ using zproblems::Inspector;
 
 namespace {
 
-static_assert(int{ZStanzaProblem_6_0::reservedEntry} == zproblems::reservedEntry);
+static_assert(int{ZStanzaProblem_6_0::directive} == zproblems::directive);
 
 // Returns the reason why a companion cannot be read, to follow its path.
 std::string describe(zfiles::IoError const& failure)
@@ -80,9 +83,9 @@ bool inspectCompanion(zstore::JournaledFile& file, Inspector& inspector, IsForei
     return !file.isReplaced();
 }
 
-void append(Inspector& inspector, ZArrayList_6_0& list)
+void append(std::vector<Complaint> const& complaints, ZArrayList_6_0& list)
 {
-    for (Complaint const& complaint : inspector.complaints()) {
+    for (Complaint const& complaint : complaints) {
         auto* const problem = new ZStanzaProblem_6_0(
             complaint.place.line, complaint.place.column,
             complaint.isError ? ZStanzaProblem_6_0::error : ZStanzaProblem_6_0::note,
@@ -107,7 +110,7 @@ bool findOnce(char const* path, ZArrayList_6_0& list, IsForeign isForeign)
     inspector.inspect();
     if (!inspector.companion().empty() && !inspectCompanion(file, inspector, isForeign))
         return false;
-    zcontainers::addAllOrNothing(list, [&] { append(inspector, list); });
+    zcontainers::addAllOrNothing(list, [&] { append(inspector.complaints(), list); });
     return true;
 }
 
@@ -126,5 +129,23 @@ void ZStanzaFileProperties_6_0::findProblems(char const* path, ZArrayList_6_0& l
         for (int attempts = 1; !findOnce(path, list, isForeign); ++attempts)
             if (attempts == kMaxAttempts)
                 throw zfiles::IoError{path, zfiles::FailedCall::fopenToRead, ESTALE};
+    });
+}
+
+void ZStanzaFileProperties_6_0::findProblems(char const* path, ZStanzaDialect_6_0 const& dialect,
+                                             ZArrayList_6_0& list)
+{
+    zdialects::Switches const switches = zdialects::switchesOf(dialect);
+    if (switches.isStanzaFormat())
+        return findProblems(path, list);
+    zreporting::CancelGuard const uncancelled;
+    if (isEmpty(path) || list.ownsMembers() == 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseInFindProblems);
+    translateErrors(raiseInFindProblems, [&] {
+        zstore::JournaledFile file(path, zstore::JournaledFile::Mode::load);
+        auto const reader = zdialects::dialectWith(switches);
+        zproblems::DialectInspector inspector(file.text(), *reader);
+        inspector.inspect();
+        zcontainers::addAllOrNothing(list, [&] { append(inspector.complaints(), list); });
     });
 }

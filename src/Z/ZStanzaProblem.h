@@ -1,4 +1,4 @@
-// ZStanzaProblem: a complaint about a stanza file: its place, and what to do.
+// ZStanzaProblem: a complaint about a configuration file: its place, and what to do.
 //
 // Subsystem: properties.  Stands on: ZObject, ZLCString.
 //
@@ -12,14 +12,16 @@
 #include "ZLCString.h"
 #include "ZObject.h"
 
-/// One complaint about a stanza file: a line that a load refuses, or a line that a load accepts and
+/// One complaint about a file. In a dialect other than "stanza", this is a line that a load refuses
+/// or never reads; in a stanza file, a line that a load refuses, or a line that a load accepts and
 /// a store would not keep.
 class ZStanzaProblem_6_0 : public ZObject_6_0 {
 public:
     enum Kind : int {
         error = 1,  // load() refuses the file
         note = 2,   // load() accepts the line; a store would change or drop it, even with the
-                    // attribute keepComments, but not with keepLines
+                    // attribute keepComments, but not with keepLines. In other dialects, load()
+                    // keeps the line and does not read it
     };
 
     /// The fault of a line or of the file. The numbers are stable; a later version may add some.
@@ -44,6 +46,17 @@ public:
         omitted = 18,             // the number of further problems, which are not listed
         reservedEntry = 19,       // note: a store removes the entry that names the companion, which
                                   // has no values, or changes it, since another file has the same
+
+        // In files of other dialects.
+        invalidHead = 20,    // error: the name in a header
+        invalidKey = 21,     // error: a key that the format does not allow
+        openQuote = 22,      // error: a quote that is not closed
+        unknownEscape = 23,  // error: an escape that the format refuses
+        lineTooLong = 24,    // error: a line of more than 1 MiB
+        noHeadOrKey = 25,    // error: there are only lines that are passed over
+        passedOver = 26,     // note: a line that programs of the format ignore
+        shadowed = 27,       // note: a line of a key that is ignored because of another
+        directive = 28,      // note: a line such as "!include", which is not followed
     };
 
     /// Creates a record.

@@ -12,9 +12,10 @@ constexpr size_t kMaxQuotedLength = 60;  // bytes of a quoted text
 struct Row {
     Cause cause;
     char const* one;   // "@": the detail in quotes, "$": without them, "#": the number of lines,
-                       // "~": the line limit
+                       // "~": the line limit, "^": the reason
     char const* many;  // for several lines; null if the cause is not listed once for a file
     char const* help;
+    bool isForeign = false;  // the text for a file of another dialect, if it has one of its own
 };
 
 constexpr Row kRows[] = {
@@ -51,14 +52,37 @@ constexpr Row kRows[] = {
      "store the file once to correct the entry"},
     {omitted, "one more problem is not listed", "# more problems are not listed",
      "correct the others first"},
+    {notAnEntry, "neither a header, a comment nor a key with a separator", nullptr,
+     "add the separator, or make it a comment", true},
+    {missingKey, "no key before the separator", nullptr, "add one", true},
+    {keyOutsideStanza, "key above the first header", nullptr, "move it below a header", true},
+    {unclosedHeader, "no \"]\" after the name in the header", nullptr, "add it", true},
+    {zeroByte, "the line has a zero byte", nullptr, "remove it", true},
+    {invalidHead, "the name in the header has characters that the format does not allow", nullptr,
+     "write another name", true},
+    {invalidKey, "the key has characters that the format does not allow", nullptr,
+     "write another key, or correct the characters after it", true},
+    {openQuote, "a quote is not closed", nullptr, "close it", true},
+    {unknownEscape, "the format does not have this escape", nullptr,
+     "write two backslashes for one", true},
+    {lineTooLong, "the line is longer than 1 MiB", nullptr, "split it", true},
+    {noHeadOrKey, "the file has neither a header nor a key of this format", nullptr,
+     "choose another dialect", true},
+    {passedOver, "programs that read this format ignore the line: ^", nullptr,
+     "correct it, or make it a comment", true},
+    {shadowed, "another line with key @ counts, and this one is ignored", nullptr,
+     "remove one of them", true},
+    {directive, "directives are kept, but not followed", nullptr,
+     "read the other file as well if its values matter", true},
 };
 
-Row const& rowOf(Cause cause)
+Row const& rowOf(Cause cause, bool isForeign)
 {
+    Row const* found = kRows;
     for (Row const& row : kRows)
-        if (row.cause == cause)
-            return row;
-    return kRows[0];
+        if (row.cause == cause && (isForeign || !row.isForeign))
+            found = &row;
+    return *found;
 }
 
 // Returns the text in quotes, cut between two characters if it is long.
@@ -76,7 +100,7 @@ std::string quote(std::string_view text)
 
 std::string textOf(Complaint const& complaint)
 {
-    Row const& row = rowOf(complaint.cause);
+    Row const& row = rowOf(complaint.cause, complaint.isForeign);
     std::string_view const what = row.many != nullptr && complaint.count > 1 ? row.many : row.one;
     bool const hasMark = what.find_first_of("@$") != what.npos;
     std::string text;
@@ -89,6 +113,8 @@ std::string textOf(Complaint const& complaint)
             text += complaint.detail;
         else if (c == '#')
             text += std::to_string(complaint.count);
+        else if (c == '^')
+            text += complaint.reason;
         else if (c == '~')
             text += std::to_string(zstanza::kMaxLineLength);
         else

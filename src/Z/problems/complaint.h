@@ -1,4 +1,4 @@
-// complaint: one complaint about a stanza file, and its text.
+// complaint: one complaint about a file, and its text.
 #pragma once
 
 #include <stddef.h>
@@ -28,7 +28,16 @@ enum Cause : int {
     lineEnding = 16,
     missingNewline = 17,
     omitted = 18,
-    reservedEntry = 19
+    reservedEntry = 19,
+    invalidHead = 20,
+    invalidKey = 21,
+    openQuote = 22,
+    unknownEscape = 23,
+    lineTooLong = 24,
+    noHeadOrKey = 25,
+    passedOver = 26,
+    shadowed = 27,
+    directive = 28
 };
 
 // Line and column, counted from 1.
@@ -45,6 +54,8 @@ struct Complaint {
     size_t count = 1;         // of such lines, for a cause that is listed once for a file
     std::string_view stanza = {};  // borrowed, as the key
     std::string_view key = {};
+    bool isForeign = false;   // in a file of another dialect
+    char const* reason = "";  // for passedOver
 };
 
 /// Returns "WHAT; HELP".

@@ -1,0 +1,250 @@
+// The problems of files in other dialects, and the dialect that is suggested for contents.
+#include <Z/ZArrayList.h>
+#include <Z/ZException.h>
+#include <Z/ZStanzaDialect.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <Z/ZStanzaProblem.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+#include "LinearTime.h"
+#include "TestDirectory.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Problem = ZStanzaProblem_6_0;
+
+std::string bytesOf(fs::path const& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+ZStanzaDialect_6_0 named(std::string const& name)
+{
+    ZStanzaDialect_6_0 dialect;
+    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
+    return dialect;
+}
+
+std::string describe(ZArrayList_6_0 const& list)
+{
+    std::string out;
+    for (unsigned i = 0; i < list.size(); ++i) {
+        auto const& problem = static_cast<Problem const&>(*list.get(i));
+        out += std::to_string(problem.line()) + ":" + std::to_string(problem.column()) +
+               (problem.kind() == Problem::note ? " note " : " error ") +
+               std::to_string(problem.cause()) + " [" + problem.stanza().getChars() + "] " +
+               problem.key().getChars() + ": " + problem.text().getChars() + "\n";
+    }
+    return out;
+}
+
+class DialectProblems : public testing::Test {
+protected:
+    std::string problemsOf(std::string const& dialect, std::string const& text)
+    {
+        directory_.write("file", text);
+        ZArrayList_6_0 list(16, 1);
+        ZStanzaFileProperties_6_0::findProblems(directory_.at("file").c_str(), named(dialect),
+                                                list);
+        return describe(list);
+    }
+
+    TestDirectory directory_;
+};
+
+}  // namespace
+
+TEST_F(DialectProblems, HaveAPlaceACauseAndARemedy)
+{
+    struct Case {
+        char const* dialect;
+        std::string text;
+        char const* expected;
+    };
+    Case const cases[] = {
+        {"desktop", "[a]\nk=v\n", ""},
+        {"desktop", "[a\n[b\"]\n[c[]\n",
+         "1:1 error 1 [] : \"[a\": no \"]\" after the name in the header; add it\n"
+         "3:1 error 20 [b\"] : \"[c[]\": the name in the header has characters that the format "
+         "does "
+         "not allow; write another name\n"},
+        {"desktop", "k=1\n[a]\n  alone \r\n=x\nk]=1\n",
+         "1:1 error 5 [] : \"k=1\": key above the first header; move it below a header\n"
+         "3:3 error 3 [a] : \"alone\": neither a header, a comment nor a key with a separator; add "
+         "the separator, or make it a comment\n"
+         "4:1 error 4 [a] : \"=x\": no key before the separator; add one\n"
+         "5:1 error 21 [a] : \"k]=1\": the key has characters that the format does not allow; "
+         "write "
+         "another key, or correct the characters after it\n"},
+        {"desktop", "\xef\xbb\xbf[a]\nk=1\n",
+         "1:1 error 6 [] : \"\xef\xbb\xbf[a]\": the file starts with a byte order mark; save it as "
+         "UTF-8 without one\n"},
+        {"git", "\xff\xfe[\n",
+         "1:1 error 7 [] : \"\xff\xfe[\": the file is UTF-16; save it as UTF-8 without a byte "
+         "order "
+         "mark\n"},
+        {"ini", std::string("k=1\nb\0=1\n", 9),
+         "2:2 error 11 [] : \"b\": the line has a zero byte; remove it\n"},
+        {"git", "[core]\n\tname = \xc3\xa4\\q\n\tother = \"x\n",
+         "2:10 error 23 [core] : \"name = \xc3\xa4\\q\": the format does not have this escape; "
+         "write two backslashes for one\n"
+         "3:10 error 22 [core] : \"other = \"x\": a quote is not closed; close it\n"},
+        {"php", "a = 1\nb = \"x\n\n",
+         "2:5 error 22 [.] : \"b = \"x\": a quote is not closed; close it\n"},
+        {"systemd", "<?xml?>\n<service/>\n",
+         "1:1 error 25 [] : \"<?xml?>\": the file has neither a header nor a key of this format; "
+         "choose another dialect\n"
+         "1:1 note 26 [] : \"<?xml?>\": programs that read this format ignore the line: no header "
+         "is "
+         "above it; correct it, or make it a comment\n"
+         "2:1 note 26 [] : \"<service/>\": programs that read this format ignore the line: no "
+         "header "
+         "is above it; correct it, or make it a comment\n"},
+        {"systemd", "\xef\xbb\xbfk=1\n[A]\nalone\n=x\n",
+         "1:1 note 26 [] : \"\xef\xbb\xbfk=1\": programs that read this format ignore the line: no "
+         "header is above it; correct it, or make it a comment\n"
+         "3:1 note 26 [A] : \"alone\": programs that read this format ignore the line: it has no "
+         "separator; correct it, or make it a comment\n"
+         "4:1 note 26 [A] : \"=x\": programs that read this format ignore the line: it has no key "
+         "before the separator; correct it, or make it a comment\n"},
+        {"env", "A= x\nB=1\n",
+         "1:1 note 26 [.] : \"A= x\": programs that read this format ignore the line: a space is "
+         "next to the separator; correct it, or make it a comment\n"},
+        {"kconfig", "[A][B]\nk=1\n[c\n",
+         "3:1 note 26 [A][B] : \"[c\": programs that read this format ignore the line: it starts "
+         "with \"[\" and has no \"]\"; correct it, or make it a comment\n"},
+        {"mysql", "!include x\n[a]\nk=1\nk=2\n",
+         "1:1 note 28 [] : \"!include x\": directives are kept, but not followed; read the other "
+         "file as well if its values matter\n"},
+        {"ini,repeatedHead=refused", "[a]\nk=1\n[a]\n",
+         "3:1 error 2 [a] : \"[a]\": duplicate stanza; merge it with the earlier one of that "
+         "name\n"},
+        {"samba", "[A]\nMax Log = 1\nk = 1\n[a]\nmaxlog = 2\nk = 2\nmaxlog = 3\n",
+         "2:1 note 27 [A] Max Log: another line with key \"Max Log\" counts, and this one is "
+         "ignored; remove one of them\n"
+         "3:1 note 27 [A] k: another line with key \"k\" counts, and this one is ignored; remove "
+         "one of them\n"
+         "5:1 note 27 [A] maxlog: another line with key \"maxlog\" counts, and this one is "
+         "ignored; remove one of them\n"},
+        {"windows", "[A]\nk=1\n[a]\nK=2\n",
+         "4:1 note 27 [A] K: another line with key \"K\" counts, and this one is ignored; remove "
+         "one of them\n"},
+        {"php", "k[]=1\nk[]=2\n", ""},
+        {"networkd", "[a]\nk=1\n[a]\nk=2\nk=3\n", ""},
+        {"stanza", "[a]\nalone\n",
+         "2:1 error 3 [a] : \"alone\": neither a stanza header, a comment nor KEY = VALUE; add "
+         "\"=\", or \"#\" at the start\n"},
+    };
+    for (Case const& c : cases)
+        EXPECT_EQ(c.expected, problemsOf(c.dialect, c.text)) << c.dialect << "\n" << c.text;
+}
+
+TEST_F(DialectProblems, IncludeALineOfMoreThanAMebibyte)
+{
+    std::string const problems = problemsOf("ini", "k = 1\nk = " + std::string(1 << 20, 'x'));
+    EXPECT_EQ("2:1048577 error 24 [] ", problems.substr(0, problems.find(':', 12))) << problems;
+}
+
+TEST_F(DialectProblems, OfAMissingFileAreAnExceptionThatChangesNothing)
+{
+    ZArrayList_6_0 list(16, 1);
+    std::string const missing = directory_.at("missing");
+    EXPECT_THROW(ZStanzaFileProperties_6_0::findProblems(missing.c_str(), named("git"), list),
+                 ZPropertiesIOException_6_0);
+    EXPECT_THROW(ZStanzaFileProperties_6_0::findProblems(nullptr, named("git"), list),
+                 ZInvalidParameterException_6_0);
+    EXPECT_THROW(ZStanzaFileProperties_6_0::findProblems("", named("git"), list),
+                 ZInvalidParameterException_6_0);
+    ZArrayList_6_0 borrowing(16, 0);
+    EXPECT_THROW(ZStanzaFileProperties_6_0::findProblems(missing.c_str(), named("git"), borrowing),
+                 ZInvalidParameterException_6_0);
+    EXPECT_EQ(0u, list.size() + borrowing.size());
+}
+
+TEST_F(DialectProblems, TakeLinearTime)
+{
+    for (char const* const pattern : {"alone\n", "k=1\n", "[a]\n[b]\nk=1\n", "[a]\nx=1\n=\n"}) {
+        EXPECT_TRUE(takesLinearTime(3000, [&](std::size_t size) {
+            std::string text = "[a]\n";
+            for (std::size_t i = 0; i < size; ++i)
+                text += pattern;
+            std::string const name = std::to_string(size);
+            directory_.write(name, text);
+            return [path = directory_.at(name)] {
+                ZArrayList_6_0 list(16, 1);
+                ZStanzaFileProperties_6_0::findProblems(path.c_str(), named("ini"), list);
+            };
+        })) << pattern;
+    }
+}
+
+TEST(SuggestedDialect, ReadsTheContentsWithoutAProblem)
+{
+    struct Case {
+        char const* text;
+        char const* dialect;  // null for none
+    };
+    Case const cases[] = {
+        {"", nullptr},
+        {"# only a comment\n", nullptr},
+        {"[a]\n", nullptr},
+        {"<xml/>\n", nullptr},
+        {"\xff\xfe", nullptr},
+        {"[remote \"origin\"]\n\turl = x\n", "git"},
+        {"[a]\nk[de]=x\nk_y=1\n", "desktop"},
+        {"[a]\nk_x=1\n; c\n[a]\nk_x=\n", "systemd"},
+        {"[a]\nk = 1\n  2\n", "python"},
+        {"export A='x'\n", "env"},
+    };
+    for (Case const& c : cases)
+        EXPECT_STREQ(c.dialect, ZStanzaDialect_6_0::readsAs(c.text, strlen(c.text))) << c.text;
+    EXPECT_EQ(nullptr, ZStanzaDialect_6_0::readsAs(nullptr, 0));
+    EXPECT_EQ(nullptr, ZStanzaDialect_6_0::readsAs("k=\0", 3));
+}
+
+// Of the machine's files that stanza refuses and whose names decide, most get the right suggestion.
+TEST(SuggestedDialect, IsMostlyThatOfTheName)
+{
+    std::map<std::string, std::map<std::string, int>> counts;
+    int right = 0;
+    int all = 0;
+    for (char const* const root : {"/etc", "/usr/lib", "/usr/share"}) {
+        std::error_code error;
+        fs::recursive_directory_iterator it(root, fs::directory_options::skip_permission_denied,
+                                            error);
+        for (; it != fs::recursive_directory_iterator(); it.increment(error)) {
+            std::string const path = it->path();
+            ZStanzaDialect_6_0 dialect;
+            if (ZStanzaDialect_6_0::recognised(path.c_str(), nullptr, 0, dialect) == 0 ||
+                !it->is_regular_file(error) || it->file_size(error) > 1 << 18)
+                continue;
+            std::string const text = bytesOf(path);
+            ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect);
+            try {
+                ZStanzaFileProperties_6_0 const store(path.c_str(), 0);
+            } catch (ZPropertiesInvalidDataException_6_0 const&) {
+                char const* const name = ZStanzaDialect_6_0::readsAs(text.data(), text.size());
+                ++counts[dialect.name()][name == nullptr ? "none" : name];
+                ++all;
+                right += name != nullptr && std::string(name) == dialect.name() ? 1 : 0;
+            } catch (ZException_6_0 const&) {
+            }
+        }
+    }
+    for (auto const& [expected, found] : counts)
+        for (auto const& [name, count] : found)
+            std::printf("%s read as %s: %d\n", expected.c_str(), name.c_str(), count);
+    std::printf("%d of %d\n", right, all);
+    EXPECT_LE(all, 2 * right);
+}
