@@ -23,10 +23,11 @@ static int fail(char const* action)
 
 static void print_change(int change, char const* stanza, char const* key, void* context)
 {
-    static char const* const names[] = {"added", "removed", "set"};
+    static char const* const names[] = {"added", "removed", "set", "commented", "loaded"};
 
     ++*(int*)context;
-    printf("%s: [%s] %s\n", names[change], stanza, key);
+    if (change >= zpropAdded && change <= zpropLoaded) /* later versions may add kinds */
+        printf("%s: [%s] %s\n", names[change], stanza, key);
 }
 
 static int print_problem(ZPROPProblem const* problem, void* context)
@@ -44,9 +45,15 @@ static void print_stanzas(ZPROP_handle* config)
         return;
     while (zstzPropIter_next_6_0(stanzas, &code)) {
         char* const name = zstzPropIter_getKey_6_0(stanzas, &code);
-        char* const comment = zstzPropGetStanzaComment_6_0(config, name, &code);
+        char* comment;
 
-        printf("[%s] %s\n", name, comment != NULL ? comment : "");
+        /* Null is the empty name, of a header "[]", or exhausted memory. */
+        if (code != zpropOk) {
+            fail("stanza");
+            break;
+        }
+        comment = name != NULL ? zstzPropGetStanzaComment_6_0(config, name, &code) : NULL;
+        printf("[%s] %s\n", name != NULL ? name : "", comment != NULL ? comment : "");
         zstzPropFree_6_0(comment);
         zstzPropFree_6_0(name);
     }
@@ -95,12 +102,15 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: edit FILE\n");
         return 2;
     }
+    /* Keep the lines as they are, and wait for another process that stores the file. */
+    if (zstzPropSetDefaultOption_6_0(zpropKeepLines, 1) != zpropOk ||
+        zstzPropSetDefaultOption_6_0(zpropWaitSeconds, 2) != zpropOk)
+        return fail("options");
     if (zstzPropFindProblems_6_0(argv[1], NULL, print_problem, argv[1]) != zpropOk ||
         zstzPropOpenAs_6_0(&config, argv[1], zpropOpenUpdate, NULL) != zpropOk)
         return fail("open");
-    /* Keep the lines as they are, and wait for another process that stores the file. */
-    if (zstzPropSetOption_6_0(config, zpropKeepLines, 1) == zpropOk &&
-        zstzPropSetOption_6_0(config, zpropWaitSeconds, 2) == zpropOk &&
+    /* An open store has options of its own, for the next load. */
+    if (zstzPropSetOption_6_0(config, zpropWaitSeconds, 5) == zpropOk &&
         zstzPropReload_6_0(config) == zpropOk &&
         zstzPropSetObserver_6_0(config, print_change, &changes) == zpropOk) {
         print_stanzas(config);

@@ -258,7 +258,7 @@ private:
     {
         int code = -1;
         char* const text = zstzPropStoreText_6_0(handle, &length, &code);
-        check(code == zpropOk, "the contents have a text");
+        check(code == zpropOk, "the contents are composed");
         return text;
     }
 

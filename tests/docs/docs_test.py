@@ -342,6 +342,27 @@ class NewModule(unittest.TestCase):
         self.assertEqual(before, self.files())
 
 
+class PlainFunctions(unittest.TestCase):
+    """The page that lists the plain functions."""
+
+    def test_each_function_is_listed_with_its_examples(self):
+        header = (ROOT / "src" / "Z" / "zproperties_c.h").read_text(encoding="utf-8")
+        functions = set(re.findall(r"^[\w* ]+\bzstzProp(\w+)_6_0\(", header, re.M))
+        examples = {path.name: path.read_text(encoding="utf-8")
+                    for path in (ROOT / "examples").glob("*.c")}
+        listed = set()
+        page = (ROOT / "docs" / "plain-functions.md").read_text(encoding="utf-8")
+        for row in re.findall(r"^\|[^|]*\|([^|]*)\|[^|]*\|([^|]*)\|$", page, re.M):
+            names = set(re.findall(r"`(\w+)`", row[0]))
+            if "`Set…`" in row[0]:
+                names |= {name.replace("Get", "Set") for name in names}
+            listed |= names
+            for example in re.findall(r"`([\w.]+)`", row[1]):
+                self.assertTrue(any(f"zstzProp{name}_6_0" in examples[example] for name in names),
+                                f"{example}: {sorted(names)}")
+        self.assertEqual(functions, listed)
+
+
 if __name__ == "__main__":
     BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
     COMPILER["c"] = sys.argv.pop(1)
