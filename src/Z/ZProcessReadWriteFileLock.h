@@ -208,6 +208,11 @@ public:
     /// Returns the descriptor of the lock file; -1 while it is closed.
     int getFileHandle() const;
 
+protected:
+    /// Returns the library's reference to the lock file.
+    /// owns    borrowed; the lock owns it.
+    zfiles::SharedFile& sharedFile() const { return *shared_; }
+
 private:
     int fd_;                            // read and written as a relaxed atomic
     zfiles::SharedFile* const shared_;  // never null

@@ -1,7 +1,7 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
 // Subsystem: properties.  Stands on: ZStanzaFileProperties, ZStanzaProblem, ZPropertiesIterator,
-// ZPropertiesImpl, ZLCString, ZLock, ZException, ZArrayList, ZBuffer.
+// ZPropertiesImpl, ZProcessReadWriteFileLock, ZLCString, ZLock, ZException, ZArrayList, ZBuffer.
 //
 // For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
 // functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
@@ -547,6 +547,54 @@ int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* 
 int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours, size_t oursLength,
                           char const* theirs, size_t theirsLength, char const* dialect, char** text,
                           size_t* length, int* conflicts);
+
+// ---- All values ---------------------------------------------------------------------------------
+
+/// Returns the values as JSON text, and stores its length unless `length` is null. Stores its code
+/// as the getters do. Without a stanza the text is {"stanza":{"key":["value",...],...},...},
+/// with a stanza {"key":["value",...],...}, with a stanza and a key ["value",...]. Stanzas and keys
+/// are in file order.
+/// range   `key` must be null if `stanza` is. A key without values has an empty list. Obfuscated
+///         values are included. A byte that is not part of UTF-8 text is written as \udcXX, where
+///         XX is its value; other characters above 0x7f are written as they are.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   54 if the stanza or the key is missing; 52 if memory is exhausted.
+/// threads no other thread changes a value while the text is built.
+/// cost    O(names and values).
+char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* key, size_t* length,
+                         int* code);
+
+// ---- Process locks ------------------------------------------------------------------------------
+
+typedef struct ZPROP_lock ZPROP_lock;  // a held lock
+
+/// Acquires the read-write lock between processes that "zstz lock" uses and stores its handle.
+/// Readers share it; a writer excludes all others, threads of this process included.
+/// units   `milliseconds`: how long to wait for other processes and threads; 0: not at all.
+/// range   `directory`: of the lock file; null or empty: the working directory. `name`: not empty.
+///         `isWriter` 0: for reading.
+/// owns    owned by the caller; released with zstzLockRelease_6_0.
+/// codes   55 if a pointer or the name is missing, or `milliseconds` is negative: `*lock` is
+///         untouched then; 51 if the lock is held elsewhere until the end of the wait (the last
+///         error has EAGAIN), or if the lock file cannot be used: `*lock` is null then.
+/// threads the lock belongs to the calling thread. A thread that acquires its own lock again waits
+///         in vain, unless both are for reading. A C++ lock object of this process on the same file
+///         is waited for without a limit.
+int zstzLockAcquire_6_0(ZPROP_lock** lock, char const* directory, char const* name, int isWriter,
+                        int milliseconds);
+
+/// Returns the sequence number of the lock, which writers increment. Stores its code as the getters
+/// do.
+/// codes   55 if `lock` is not a held lock.
+unsigned long zstzLockGetSequence_6_0(ZPROP_lock* lock, int* code);
+
+/// Releases a lock.
+/// range   `changed` not 0: a writer increments the sequence number first, so that readers notice
+///         the change.
+/// codes   55 if `lock` is not a held lock; 52 in another thread, or in a child of the process that
+///         acquired it: it stays held then; 51 if the number cannot be incremented: the lock is
+///         released anyway.
+int zstzLockRelease_6_0(ZPROP_lock* lock, int changed);
 
 #ifdef __cplusplus
 }

@@ -159,6 +159,9 @@ inline std::vector<FileCall> fileCalls()
         {"LoadText", [](auto* f) { return zstzPropLoadText_6_0(f, "", 0); }},
         {"StoreText",
          resultCall([](auto* f, int* code) { return zstzPropStoreText_6_0(f, nullptr, code); })},
+        {"GetAll", resultCall([](auto* f, int* code) {
+             return zstzPropGetAll_6_0(f, nullptr, nullptr, nullptr, code);
+         })},
         {"SetStringValues",
          [](auto* f) { return zstzPropSetStringValues_6_0(f, "s", "k", nullptr, 0); }},
         {"AddStringValue", [](auto* f) { return zstzPropAddStringValue_6_0(f, "s", "k", "v"); }},

@@ -14,7 +14,7 @@ namespace {
 
 // The block of a returned string: the header word, then the string.
 constexpr uint32_t kStringMagic = 0xc0ffeeee;
-constexpr size_t kHeaderSize = sizeof kStringMagic;
+static_assert(kStringHeaderSize == sizeof kStringMagic);
 
 // The set of returned strings that are not yet released. An address hashes to a bucket of eight
 // slots and is stored with one atomic exchange; if the bucket is full, it goes to an overflow set
@@ -92,29 +92,34 @@ constinit LiveStrings liveStrings;
 
 char* newString(char const* text, size_t length) noexcept
 {
-    if (length > SIZE_MAX - kHeaderSize - 1)
+    if (length > SIZE_MAX - kStringHeaderSize - 1)
         return nullptr;
-    auto* const block = static_cast<char*>(malloc(kHeaderSize + length + 1));
+    auto* const block = static_cast<char*>(malloc(kStringHeaderSize + length + 1));
     if (block == nullptr)
         return nullptr;
-    char* const copy = block + kHeaderSize;
-    std::memcpy(block, &kStringMagic, kHeaderSize);
-    std::memcpy(copy, text, length);
-    copy[length] = '\0';
-    if (!liveStrings.add(copy)) {
+    std::memcpy(block + kStringHeaderSize, text, length);
+    return adoptString(block, length);
+}
+
+char* adoptString(char* block, size_t length) noexcept
+{
+    char* const text = block + kStringHeaderSize;
+    std::memcpy(block, &kStringMagic, kStringHeaderSize);
+    text[length] = '\0';
+    if (!liveStrings.add(text)) {
         free(block);
         return nullptr;
     }
-    return copy;
+    return text;
 }
 
 void freeString(char* text) noexcept
 {
     if (text == nullptr || !liveStrings.remove(text))
         return;
-    char* const block = text - kHeaderSize;
+    char* const block = text - kStringHeaderSize;
     uint32_t header = 0;
-    std::memcpy(&header, block, kHeaderSize);
+    std::memcpy(&header, block, kStringHeaderSize);
     // If the header was overwritten, the caller wrote before the string. The heap may be damaged:
     // leak the block rather than free it.
     if (header == kStringMagic)
