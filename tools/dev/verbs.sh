@@ -25,6 +25,7 @@ rows=(
     "kept"
     "docs"
     "package"
+    "wheel"
     "help"
     "help test"
 )

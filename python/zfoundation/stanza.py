@@ -1,0 +1,420 @@
+"""A stanza of a store: a mapping of its keys to values."""
+
+from __future__ import annotations
+
+import re
+from collections.abc import Iterable, Iterator, Mapping, MutableMapping, Sequence
+from typing import TYPE_CHECKING, TypeVar, Union, overload
+
+from . import errors
+from ._library import CHANGE_FAILED, INVALID_VALUE, MISSING
+
+if TYPE_CHECKING:
+    from ._store import Store
+
+__all__ = ["Stanza", "Values"]
+
+Values = Union[str, Iterable[str]]
+Default = TypeVar("Default")
+
+# The methods int() and bool() hide the types of these names in the class.
+_Int = int
+_Bool = bool
+
+
+class _Missing:
+    """The type of an argument that was not passed."""
+
+
+MISSING_ARGUMENT = _Missing()
+
+_NUMBER = re.compile(r"[+-]?(?:0[xX](?P<hexadecimal>[0-9a-fA-F]+)|(?P<octal>0[0-7]*)|[1-9][0-9]*)")
+_SPACES = " \t\n\v\f\r"
+
+
+def parsed_number(text: str) -> int | None:
+    """Returns a decimal, hexadecimal (0x) or octal (0) number; None if the text is not a number."""
+    text = text.strip(_SPACES)
+    found = _NUMBER.fullmatch(text)
+    if found is None:
+        return None
+    base = 16 if found["hexadecimal"] else 8 if found["octal"] else 10
+    digits = found["hexadecimal"] or found["octal"] or text.lstrip("+-")
+    number = int(digits, base)
+    return -number if text.startswith("-") else number
+
+
+def without_marks(comment: str | None) -> str | None:
+    """Returns the text of comment lines: without the mark of each line and the space after it."""
+    if comment is None:
+        return None
+    return "\n".join(re.sub(r"^\s*[#;] ?", "", line) for line in comment.split("\n"))
+
+
+def with_marks(comment: str) -> str:
+    """Returns comment lines. A line that starts with the mark is left as it is."""
+    lines = comment.rstrip("\n").split("\n")
+    return "\n".join(
+        line if line.startswith("#") else f"# {line}" if line else "#" for line in lines
+    )
+
+
+def value_list(values: Values) -> list[str]:
+    result = [values] if isinstance(values, str) else list(values)
+    for value in result:
+        if not isinstance(value, str):
+            raise TypeError(f"expected values of type str, not {type(value).__name__}")
+    return result
+
+
+class Stanza(MutableMapping[str, str]):
+    """The keys of a stanza in file order, each with the value that counts: its last.
+
+    A key without values has the empty value. The object refers to its stanza by name: if the stanza
+    is removed or renamed, every operation raises NotFound until there is a stanza of that name again.
+
+    Threads: any. An iterator goes over the keys that existed when it was created, and locks nothing.
+    """
+
+    __slots__ = ("_name", "_store")
+
+    def __init__(self, store: Store, name: str) -> None:
+        """For Conf; use conf[name]."""
+        self._store = store
+        self._name = name
+
+    @property
+    def name(self) -> str:
+        """The name, without its brackets."""
+        return self._name
+
+    # ---- As a mapping
+
+    def __getitem__(self, key: str) -> str:
+        """Returns the value that counts, and "" for a key without values. Raises NotFound."""
+        return self._store.value(self._name, _checked(key))
+
+    def __setitem__(self, key: str, value: str) -> None:
+        """Sets the one value of a key, or adds the key.
+
+        Raises Refused if the key has several values or an obfuscated one: use set() or obfuscate();
+        InvalidValue if the line of the value would not be read back. Nothing is changed then.
+        """
+        with self._store.lock:
+            self._require_stanza()
+            self._require_plain(key)
+            self._require_storable(key, [value])
+            values = self.all(key) if key in self else None
+            if values is not None and len(values) > 1:
+                raise errors.Refused(
+                    f"{self._where(key)} has {len(values)} values; use set() to replace all of "
+                    "them, or remove() and add() to replace one",
+                    code=CHANGE_FAILED,
+                    stanza=self._name,
+                    key=key,
+                )
+            # A key without values has the empty value in a stanza file.
+            if values != [value] and (values or value or values is None or not self._is_plain()):
+                self._store.set_value(self._name, key, value)
+
+    def __delitem__(self, key: str) -> None:
+        """Removes a key with all its values. Raises NotFound."""
+        with self._store.lock:
+            self._require_key(key)
+            self._store.remove_key(self._name, key)
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(list(self._store.contents(self._name)))
+
+    def __len__(self) -> _Int:
+        with self._store.lock:
+            self._require_stanza()
+            return self._store.key_count(self._name)
+
+    def __contains__(self, key: object) -> _Bool:
+        if not isinstance(key, str):
+            return False
+        try:
+            return self._store.has_key(self._name, key)
+        except errors.InvalidValue:
+            return False
+
+    def __repr__(self) -> str:
+        return f"<zfoundation.Stanza {self._name!r}>"
+
+    # ---- Several values
+
+    def all(self, key: str) -> list[str]:
+        """Returns all values of a key; [] for a key without values. Raises NotFound."""
+        values: list[str] = self._store.contents(self._name, _checked(key))
+        return values
+
+    def set(self, key: str, values: Values) -> None:
+        """Replaces the values of a key, or adds the key. No values leave a key without values.
+
+        Raises Refused if the key is obfuscated, InvalidValue if a line would not be read back.
+        Nothing is changed then.
+        """
+        wanted = value_list(values)
+        with self._store.lock:
+            self._require_stanza()
+            self._require_plain(key)
+            self._require_storable(key, wanted)
+            if key not in self or self.all(key) != wanted:
+                self._store.set_values(self._name, key, wanted)
+
+    def add(self, key: str, value: str) -> None:
+        """Adds a value after the values of a key, unless the key has it; adds a missing key.
+
+        Raises as set().
+        """
+        with self._store.lock:
+            self._require_stanza()
+            self._require_plain(key)
+            self._require_storable(key, [value])
+            self._store.add_value(self._name, key, value)
+
+    def remove(self, key: str, value: str) -> None:
+        """Removes the first value that equals `value`. The key is removed with its only value.
+
+        Raises NotFound.
+        """
+        with self._store.lock:
+            self._require_key(key)
+            try:
+                self._store.remove_value(self._name, key, value)
+            except errors.NotFound:
+                raise errors.NotFound(
+                    f"{self._where(key)} does not have the value {value!r}",
+                    code=MISSING,
+                    stanza=self._name,
+                    key=key,
+                ) from None
+
+    # ---- Types
+
+    @overload
+    def int(self, key: str) -> _Int: ...
+
+    @overload
+    def int(self, key: str, default: Default) -> _Int | Default: ...
+
+    def int(self, key: str, default: Default | _Missing = MISSING_ARGUMENT) -> _Int | Default:
+        """Returns the value that counts as a number: decimal, hexadecimal (0x) or octal (0).
+
+        A key that is missing or has no value gives `default`, if it is passed. Raises NotFound, and
+        InvalidValue with file, line and text.
+        """
+        with self._store.lock:
+            text = self._text_of_type(key, default)
+            if isinstance(text, _Missing):
+                assert not isinstance(default, _Missing)
+                return default
+            number = parsed_number(text)
+            if number is None:
+                raise self._invalid(key, text, "a number")
+            return number
+
+    @overload
+    def bool(self, key: str) -> _Bool: ...
+
+    @overload
+    def bool(self, key: str, default: Default) -> _Bool | Default: ...
+
+    def bool(self, key: str, default: Default | _Missing = MISSING_ARGUMENT) -> _Bool | Default:
+        """Returns the value that counts as a boolean, such as yes and no. As int() in all else."""
+        with self._store.lock:
+            text = self._text_of_type(key, default)
+            if isinstance(text, _Missing):
+                assert not isinstance(default, _Missing)
+                return default
+            try:
+                return self._store.boolean(self._name, key)
+            except errors.InvalidValue:
+                raise self._invalid(key, text, "a boolean") from None
+
+    # ---- Lines
+
+    def raw(self, key: str, index: _Int = 0) -> str:
+        """Returns the value at `index` as it is spelled in its line: with quotes and escapes.
+
+        Raises NotFound, also if no line has the value because it is obfuscated.
+        """
+        with self._store.lock:
+            self._require_value(key, index)
+            return self._store.raw(self._name, key, index)
+
+    def set_raw(self, key: str, index: _Int, spelling: str) -> None:
+        """Replaces the spelling of the value at `index`, and so the value.
+
+        Raises NotFound, and Refused or InvalidValue if the spelling does not read back as one value
+        of that line. Nothing is changed then.
+        """
+        with self._store.lock:
+            self._require_value(key, index)
+            self._store.set_raw(self._name, key, index, spelling)
+
+    def line(self, key: str, index: _Int = 0) -> _Int:
+        """Returns the number of the line that has the value at `index`, in the text of the store.
+
+        It is counted from 1; 0 for an obfuscated value. A key without values has its line at index
+        0. Raises NotFound.
+        """
+        with self._store.lock:
+            self._require_value(key, index)
+            return self._store.line(self._name, key, index)
+
+    @overload
+    def comment(self, key: str) -> str | None: ...
+
+    @overload
+    def comment(self, key: str, text: str | None) -> None: ...
+
+    def comment(self, key: str, text: str | None | _Missing = MISSING_ARGUMENT) -> str | None:
+        """Returns the comment above a key, without its marks; None if there is none.
+
+        With `text`: replaces it; None removes it. Raises NotFound.
+        """
+        with self._store.lock:
+            self._require_key(key)
+            return exchanged_comment(self._store, self._name, key, text)
+
+    # ---- Names and secrets
+
+    def rename(self, key: str, name: str) -> None:
+        """Renames a key in its place.
+
+        Raises NotFound; Refused if there is a key of the new name; InvalidValue.
+        """
+        with self._store.lock:
+            self._require_key(key)
+            if name == key:
+                return
+            if name in self:
+                raise errors.Refused(
+                    f"{self._where(name)} exists", code=CHANGE_FAILED, stanza=self._name, key=name
+                )
+            self._store.rename_key(self._name, key, name)
+
+    def obfuscate(self, key: str, value: str) -> None:
+        """Sets an obfuscated value, which save() writes to the companion file.
+
+        Raises Refused if the key has plain values: remove it first.
+        """
+        with self._store.lock:
+            self._require_stanza()
+            if key in self and not self.is_obfuscated(key) and self.all(key):
+                raise errors.Refused(
+                    f"{self._where(key)} has a plain value; remove it first",
+                    code=CHANGE_FAILED,
+                    stanza=self._name,
+                    key=key,
+                )
+            self._store.obfuscate(self._name, key, value)
+
+    def is_obfuscated(self, key: str) -> _Bool:
+        """Returns whether a key has obfuscated values. Raises NotFound."""
+        with self._store.lock:
+            self._require_key(key)
+            return bool(self._name and key) and self._store.is_obfuscated(self._name, key)
+
+    # ---- Checks
+
+    def _where(self, key: str) -> str:
+        return f"key {key!r} in [{self._name}]"
+
+    def _require_stanza(self) -> None:
+        if not self._store.has_stanza(self._name):
+            raise errors.NotFound(f"no stanza [{self._name}]", code=MISSING, stanza=self._name)
+
+    def _require_key(self, key: str) -> None:
+        if _checked(key) not in self:
+            self._require_stanza()
+            raise errors.NotFound(
+                f"no key {key!r} in [{self._name}]", code=MISSING, stanza=self._name, key=key
+            )
+
+    def _require_value(self, key: str, index: _Int) -> None:
+        self._require_key(key)
+        count = len(self.all(key))
+        if index < 0 or index >= max(1, count):
+            raise errors.NotFound(
+                f"{self._where(key)} has {count} values", code=MISSING, stanza=self._name, key=key
+            )
+
+    def _require_plain(self, key: str) -> None:
+        if _checked(key) in self and self.is_obfuscated(key):
+            raise errors.Refused(
+                f"{self._where(key)} is obfuscated; use obfuscate(), or remove it first",
+                code=CHANGE_FAILED,
+                stanza=self._name,
+                key=key,
+            )
+
+    def _is_plain(self) -> _Bool:
+        """Returns whether lines have neither quotes nor escapes, and no empty values."""
+        return self._store.dialect() == "stanza"
+
+    def _require_storable(self, key: str, values: Sequence[str]) -> None:
+        """The library takes a value with spaces at an end, and refuses it when the file is stored."""
+        for value in values:
+            if value.strip(_SPACES) != value and self._is_plain():
+                raise errors.InvalidValue(
+                    f"{self._where(key)}: {value!r} starts or ends with a space, which a line does "
+                    "not keep",
+                    code=CHANGE_FAILED,
+                    stanza=self._name,
+                    key=key,
+                )
+
+    def _text_of_type(self, key: str, default: object) -> str | _Missing:
+        """Returns the value that counts; MISSING_ARGUMENT if a default takes its place."""
+        values = self.all(key) if _checked(key) in self else []
+        text = self[key] if values else ""
+        if text:
+            return text
+        if not isinstance(default, _Missing):
+            return MISSING_ARGUMENT
+        self._require_key(key)
+        raise errors.NotFound(
+            f"{self._where(key)} has no value", code=MISSING, stanza=self._name, key=key
+        )
+
+    def _invalid(self, key: str, text: str, kind: str) -> errors.InvalidValue:
+        count = len(self.all(key))
+        line = self._store.line(self._name, key, count - 1) if self._name and key else 0
+        path = self._store.path
+        where = f"{path}:{line}: " if path and line else f"{path}: " if path else ""
+        return errors.InvalidValue(
+            f"{where}{self._where(key)}: {text!r} is not {kind}",
+            code=INVALID_VALUE,
+            file=path,
+            line=line,
+            stanza=self._name,
+            key=key,
+        )
+
+
+def _checked(key: str) -> str:
+    if not isinstance(key, str):
+        raise TypeError(f"expected a key of type str, not {type(key).__name__}")
+    return key
+
+
+def exchanged_comment(
+    store: Store, stanza: str | None, key: str | None, text: str | None | _Missing
+) -> str | None:
+    """Returns a comment, or replaces it by `text`, if that is passed."""
+    before = without_marks(store.comment(stanza, key))
+    if isinstance(text, _Missing):
+        return before
+    if text != before:
+        store.set_comment(stanza, key, None if text is None else with_marks(text))
+    return None
+
+
+def listed(contents: Mapping[str, Values]) -> dict[str, list[str]]:
+    """Returns the keys of a mapping with all their values."""
+    if isinstance(contents, Stanza):
+        return {key: contents.all(key) for key in contents}
+    return {key: value_list(values) for key, values in contents.items()}
