@@ -57,6 +57,27 @@ int runCheck(Request const& request);
 /// highest code.
 int runLint(Request const& request);
 
+/// Prints the changes from one file to another, by stanza and key. Returns exitDiffers if there are
+/// any.
+int runDiff(Request const& request);
+
+/// Merges the changes from a base to another version into a file. Returns exitDiffers if there are
+/// conflicts.
+int runMerge(Request const& request);
+
+/// Prints the changes of a file as they happen, without an end.
+int runWatch(Request const& request);
+
+/// Prints the keys of a template, with types, defaults and help.
+int runDoc(Request const& request);
+
+/// Prints the names of the dialects, or the dialect of a file and the reason.
+int runDialects(Request const& request);
+
+/// Prints a script that completes command lines in a shell, or the candidates for the last word of
+/// a command line.
+int runCompletion(Request const& request);
+
 /// Prints files as hexadecimal dumps; "-" is standard input. Continues after a file that cannot be
 /// read; returns the highest code.
 int runHexdump(Request const& request);

@@ -13,7 +13,7 @@ usage: zstz VERB [OPTION...] FILE [STANZA [KEY [VALUE]]]         FILE - is stand
 
 read    get FILE STANZA KEY        the value that counts; --all, --raw, --as number|boolean|text, --default V, --line
         list FILE [STANZA [KEY]]   everything; stanzas FILE, keys FILE STANZA: names alone
-        check FILE...              can it be read, and what is in it        lint FILE...  every bad line
+        check FILE...              can it be read, and what is in it        lint FILE...  every bad line; --template T
 change  set FILE S K V             the one value; --old V or --nth N of several, --all to replace all, --only new|existing
         add FILE S K V             one more; --first, --before V, --behind V
         unset FILE S [K [V]]       a value, --all of a key, --stanza a stanza
@@ -21,7 +21,9 @@ change  set FILE S K V             the one value; --old V or --nth N of several,
         comment FILE [S [K]] TEXT  the comment above; --above: one more; of S K --off: the lines as comments, --on
         edit FILE [SCRIPT]         these verbs without FILE, one a line, from SCRIPT or standard input: all or nothing
         fmt FILE                   one style; --check                       convert FILE S --from JAVA | --to JAVA
-other   lock | java | hexdump
+compare diff A B                   by stanza and key; --text: unified       watch FILE [S [K]]          changes as they happen
+        merge BASE OURS THEIRS     into OURS; as a git merge driver:  zstz merge %O %A %B --path %P
+other   doc TEMPLATE | dialects [FILE] | lock | java | hexdump | completion bash|zsh|fish
 
 everywhere      --dialect D    --format plain|json|sh|lines    -0, --null    -q
 for changes     --create    -n, --dry-run: print a unified diff    --wait SECONDS    --backup[=SUFFIX]    --normalise

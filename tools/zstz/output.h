@@ -8,6 +8,9 @@
 
 #include "request.h"
 
+/// Obfuscated values are printed as this.
+inline constexpr char kMask[] = "********";
+
 /// Prints a line of the output. It ends with a newline, or with a zero byte if --null is set.
 /// Prints nothing if --quiet is set.
 void printLine(Request const& request, std::string_view text);

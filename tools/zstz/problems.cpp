@@ -5,12 +5,15 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 #include "busy.h"
 #include "commands.h"
 #include "json.h"
 #include "output.h"
 #include "stanza_file.h"
+#include "template.h"
+#include "template_check.h"
 
 namespace {
 
@@ -81,18 +84,52 @@ Problem splitText(std::string const& text)
     return {text.substr(0, end), text.substr(end + 2)};
 }
 
+namespace {
+
+std::string format(Request const& request, std::string const& path,
+                   ZStanzaProblem_6_0 const& problem)
+{
+    return request.format == "json" ? formatJson(path, problem) : formatPlain(path, problem);
+}
+
+// Prints the problems of a file, and its differences from a template if it has no errors. Returns
+// the highest code.
+int lintFile(Request const& request, std::string const& path, Template const* schema)
+{
+    bool const isText = path == kStandardInput;
+    std::string const text = isText ? readStandardInput() : std::string();
+    Problems const problems = isText ? Problems::ofText(text) : Problems(path, request.wait);
+    int worst = exitDone;
+    for (unsigned i = 0; i < problems.size(); ++i) {
+        worst = std::max(worst, codeOf(problems[i]));
+        printLine(request, format(request, path, problems[i]));
+    }
+    if (schema == nullptr || worst != exitDone)
+        return worst;
+    Store store;
+    store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
+    if (isText)
+        store.loadText(text.data(), text.size());
+    else
+        loadFile(path, request.wait, store);
+    checkTemplate(store, *schema, [&](ZStanzaProblem_6_0 const& problem) {
+        worst = exitInvalidData;
+        printLine(request, format(request, path, problem));
+    });
+    return worst;
+}
+
+}  // namespace
+
 int runLint(Request const& request)
 {
+    std::optional<Template> schema;
+    if (!request.templateFile.empty())
+        schema.emplace(request.templateFile, request.wait);
     int worst = exitDone;
     for (std::string const& path : request.files) {
         try {
-            Problems const problems = path == kStandardInput ? Problems::ofText(readStandardInput())
-                                                             : Problems(path, request.wait);
-            for (unsigned i = 0; i < problems.size(); ++i) {
-                worst = std::max(worst, codeOf(problems[i]));
-                printLine(request, request.format == "json" ? formatJson(path, problems[i])
-                                                            : formatPlain(path, problems[i]));
-            }
+            worst = std::max(worst, lintFile(request, path, schema ? &*schema : nullptr));
         } catch (...) {
             worst = std::max(worst, report(describe(std::current_exception(), path)));
         }

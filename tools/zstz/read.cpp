@@ -3,15 +3,16 @@
 #include <limits.h>
 #include <stdlib.h>
 
+#include <optional>
+
 #include "commands.h"
 #include "failures.h"
 #include "key_lines.h"
 #include "output.h"
 #include "stanza_file.h"
+#include "template.h"
 
 namespace {
-
-constexpr char kMask[] = "********";
 
 // Refuses a number outside the range of unsigned int. The library would return another number: it
 // negates modulo 2^32 and clamps at the maximum.
@@ -75,6 +76,18 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
     return hasValue ? std::vector<std::string>{value} : std::vector<std::string>();
 }
 
+// Returns the value of a missing key: from --default, else from a template.
+std::optional<std::string> defaultValue(Request const& request)
+{
+    if (request.hasFallback)
+        return request.fallback;
+    if (request.templateFile.empty())
+        return {};
+    Template const schema(request.templateFile, request.wait);
+    TemplateKey const* const key = schema.find(request.stanza, request.key);
+    return key == nullptr ? std::nullopt : std::optional(key->defaultValue);
+}
+
 }  // namespace
 
 int runGet(Request const& request)
@@ -85,10 +98,11 @@ int runGet(Request const& request)
     loadFile(request, store);
     bool const isMissing =
         store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0;
-    if (isMissing && !request.hasFallback)
+    std::optional<std::string> const fallback = isMissing ? defaultValue(request) : std::nullopt;
+    if (isMissing && !fallback)
         requireKey(store, request);
     std::vector<std::string> const values =
-        isMissing ? std::vector<std::string>{request.fallback} : chooseValues(store, request);
+        isMissing ? std::vector<std::string>{*fallback} : chooseValues(store, request);
     ValuePrinter printer(request, ValuePrinter::onlyValues);
     printer.addStanza(request.stanza);
     printer.addKey(request.key, values, countingValue(values));

@@ -51,6 +51,13 @@ struct Request {
     std::string script;        // edit: empty or "-" for standard input
     bool check = false;        // fmt: change nothing
 
+    std::string other;         // diff: the file B; merge: the other version
+    bool asText = false;       // diff: by line
+    std::string base;          // merge
+    std::string path;          // merge: the name of the file in reports; empty: FILE
+    std::string templateFile;  // lint, get: the template; empty: none
+    std::string shell;         // completion
+
     std::string action;    // java: get, set, list or check
     std::string javaFrom;  // convert: either this or javaTo
     std::string javaTo;

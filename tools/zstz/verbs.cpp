@@ -4,6 +4,7 @@
 
 #include "arguments.h"
 #include "commands.h"
+#include "stanza_file.h"
 
 namespace {
 
@@ -19,6 +20,13 @@ constexpr Argument kArguments[] = {
     {"TEXT", &Request::text, nullptr, "", true},
     {"SCRIPT", &Request::script, nullptr, "", false},
     {"ACTION", &Request::action, nullptr, "get|set|list|check", false},
+    {"A", &Request::file, nullptr, "", false},
+    {"B", &Request::other, nullptr, "", false},
+    {"BASE", &Request::base, nullptr, "", false},
+    {"OURS", &Request::file, nullptr, "", false},
+    {"THEIRS", &Request::other, nullptr, "", false},
+    {"TEMPLATE", &Request::file, nullptr, "", false},
+    {"SHELL", &Request::shell, nullptr, "bash|zsh|fish|candidates", false},
     {"NAME", &Request::lockName, nullptr, "", false},
     {"COMMAND...", &Request::command, nullptr, "", true},
 };
@@ -47,6 +55,9 @@ constexpr Option kChangeOptions[] = {
      &Request::replace},
 };
 
+constexpr Option kTemplate = {"--template", 0, "TEMPLATE",
+                              "a file with comments \"# key = default\"", &Request::templateFile};
+
 constexpr Option kGetOptions[] = {
     {"--all", 0, nullptr, "print every value, one per line", &Request::all},
     {"--as", 0, "text|number|boolean", "convert the value; a boolean is printed as yes or no",
@@ -56,6 +67,18 @@ constexpr Option kGetOptions[] = {
     {"--line", 0, nullptr, "print the number of the line instead of the value", &Request::line},
     {"--raw", 0, nullptr, "print the value of every line of the key as it is spelled",
      &Request::raw},
+    kTemplate,
+};
+
+constexpr Option kLintOptions[] = {kTemplate};
+
+constexpr Option kDiffOptions[] = {
+    {"--text", 0, nullptr, "print a unified diff of the lines", &Request::asText},
+};
+
+constexpr Option kMergeOptions[] = {
+    {"--path", 0, "PATH", "the name of the file in reports", &Request::path},
+    {"--dry-run", 'n', nullptr, "print a unified diff and change nothing", &Request::dryRun},
 };
 
 constexpr Option kObfuscated = {"--obfuscated", 0, nullptr,
@@ -170,6 +193,12 @@ void checkConvert(Request const& request, PassedNames const&)
         throw UsageError{"--from or --to is required"};
 }
 
+void checkWatch(Request const& request, PassedNames const&)
+{
+    if (request.file == kStandardInput)
+        throw UsageError{"FILE must not be standard input"};
+}
+
 void checkLock(Request const& request, PassedNames const&)
 {
     if (!request.show && !request.read && !request.write)
@@ -181,15 +210,18 @@ void checkLock(Request const& request, PassedNames const&)
 // ---- The verbs ---------------------------------------------------------------------------------
 
 constexpr char kAllFormats[] = "plain|json|sh|lines";
+constexpr char kChangeFormats[] = "plain|json|lines";
 constexpr char kPlain[] = "plain";
 
 constexpr Verb kVerbs[] = {
     {"get", "FILE STANZA KEY", "print the value of a key; of several values, the last",
      "zstz get /etc/gateway.conf listener port\n"
      "zstz get /etc/gateway.conf listener port --all\n"
-     "zstz get /etc/gateway.conf listener idle-timeout --as number --default 30",
-     kGetOptions, fileOptions, false, "--all --as; --line --as; --raw --as; --raw --line",
-     kAllFormats, nullptr, runGet, nullptr, nullptr},
+     "zstz get /etc/gateway.conf listener idle-timeout --as number --default 30\n"
+     "zstz get /etc/gateway.conf listener idle-timeout --template gateway.conf.example",
+     kGetOptions, fileOptions, false,
+     "--all --as; --line --as; --raw --as; --raw --line; --default --template", kAllFormats,
+     nullptr, runGet, nullptr, nullptr},
     {"list",
      "FILE [STANZA [KEY]]",
      "print stanzas, keys and values; obfuscated values are masked",
@@ -243,19 +275,10 @@ constexpr Verb kVerbs[] = {
      runCheck,
      nullptr,
      nullptr},
-    {"lint",
-     "FILE...",
-     "print every invalid line, and every questionable line",
-     "zstz lint /etc/gateway.conf\nzstz lint --format json /etc/*.conf",
-     {},
-     fileOptions,
-     false,
-     "",
-     "plain|json",
-     nullptr,
-     runLint,
-     nullptr,
-     nullptr},
+    {"lint", "FILE...", "print every invalid line, and every questionable line",
+     "zstz lint /etc/gateway.conf\nzstz lint --format json /etc/*.conf\n"
+     "zstz lint --template gateway.conf.example /etc/gateway.conf",
+     kLintOptions, fileOptions, false, "", "plain|json", nullptr, runLint, nullptr, nullptr},
     {"set", "FILE STANZA KEY [VALUE]",
      "set a key to a single value; creates the stanza and the key",
      "zstz set /etc/gateway.conf listener port 8443\n"
@@ -327,6 +350,73 @@ constexpr Verb kVerbs[] = {
      kConvertOptions, fileOptions | changeOptions, false,
      "--to --from; --to --dry-run; --to --backup; --to --normalise; --to --create", kAllFormats,
      checkConvert, runConvert, nullptr, nullptr},
+    {"diff", "A B", "print the changes from one file to another, by stanza and key",
+     "zstz diff /etc/gateway.conf.bak /etc/gateway.conf\n"
+     "zstz diff --text gateway.conf /etc/gateway.conf",
+     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats, nullptr,
+     runDiff, nullptr, nullptr},
+    {"merge", "BASE OURS THEIRS",
+     "make the changes of another version of BASE in OURS, and mark conflicts",
+     "zstz merge gateway.conf.orig /etc/gateway.conf gateway.conf.new\n"
+     "git config merge.zstz.driver 'zstz merge %O %A %B --path %P'\n"
+     "echo '*.conf merge=zstz' >>.gitattributes",
+     kMergeOptions, fileOptions, false, "", kPlain, nullptr, runMerge, nullptr, nullptr},
+    {"watch",
+     "FILE [STANZA [KEY]]",
+     "print the changes of a file as they happen: STANZA KEY OLD NEW",
+     "zstz watch /etc/gateway.conf listener\n"
+     "zstz watch /etc/gateway.conf --format json",
+     {},
+     fileOptions,
+     false,
+     "",
+     kChangeFormats,
+     checkWatch,
+     runWatch,
+     nullptr,
+     nullptr},
+    {"doc",
+     "TEMPLATE",
+     "print the keys of a template, with their types, defaults and help",
+     "zstz doc gateway.conf.example >gateway.md\n"
+     "zstz doc gateway.conf.example --format json",
+     {},
+     fileOptions,
+     false,
+     "",
+     kChangeFormats,
+     nullptr,
+     runDoc,
+     nullptr,
+     nullptr},
+    {"dialects",
+     "[FILE]",
+     "print the names of the dialects, or the dialect of a file",
+     "zstz dialects\nzstz dialects /etc/systemd/system/gateway.service",
+     {},
+     fileOptions,
+     false,
+     "",
+     kChangeFormats,
+     nullptr,
+     runDialects,
+     nullptr,
+     nullptr},
+    {"completion",
+     "SHELL [-- COMMAND...]",
+     "print a script that completes command lines of zstz in a shell",
+     "source <(zstz completion bash)\n"
+     "zstz completion zsh >~/.zsh/functions/_zstz\n"
+     "zstz completion fish >~/.config/fish/completions/zstz.fish",
+     {},
+     noOptions,
+     false,
+     "",
+     "",
+     nullptr,
+     runCompletion,
+     nullptr,
+     nullptr},
     {"lock", "NAME [-- COMMAND...]", "run a command under a process lock",
      "zstz lock --write --dir /run/gateway --wait 10 routes -- make -C /etc/gateway routes\n"
      "zstz lock --read routes -- cat routes.conf\nzstz lock --show --dir /run/gateway routes",

@@ -1,0 +1,138 @@
+#!/usr/bin/env python3
+"""Tests of `zstz completion`, in the shells that are installed.
+usage: completion_test.py TOOL [unittest arguments]"""
+import os
+import pathlib
+import shutil
+import subprocess
+import unittest
+
+import tool
+from tool import DONE, NOT_FOUND, USAGE
+
+FILE = b"[listener]\nport = 80\nport = 81\nname = front door\n[the upstream]\nweight = 1\n"
+
+# Words of a command line, the last one incomplete; the candidates, None for file names.
+ROWS = [
+    (["st"], ["stanzas"]),
+    (["--v"], ["--version"]),
+    (["none", ""], []),
+    (["get", ""], None),
+    (["get", "f", ""], ["listener", "the upstream"]),
+    (["get", "f", "li"], ["listener"]),
+    (["get", "--all", "f", "the"], ["the upstream"]),
+    (["get", "f", "listener", ""], ["port", "name"]),
+    (["get", "f", "the upstream", ""], ["weight"]),
+    (["get", "f", "none", ""], []),
+    (["get", "none", ""], []),
+    (["get", "--as", ""], ["text", "number", "boolean"]),
+    (["get", "--as", "number", ""], None),
+    (["get", "--template", ""], None),
+    (["get", "--default", ""], []),
+    (["get", "--format", "j"], ["json"]),
+    (["lint", "--format", ""], ["plain", "json"]),
+    (["get", "--al"], ["--all"]),
+    (["get", "--", "f", ""], ["listener", "the upstream"]),
+    (["set", "f", "listener", "port", ""], ["80", "81"]),
+    (["set", "f", "listener", "port", "80", ""], []),
+    (["diff", "f", ""], None),
+    (["merge", "a", "b", ""], None),
+    (["check", "a", "b", ""], None),
+    (["completion", ""], ["bash", "zsh", "fish"]),
+    (["java", "f", "g"], ["get"]),
+    (["lock", ""], []),
+]
+
+
+def words_of(arguments):
+    return ["completion", "candidates", "--", *arguments]
+
+
+class CompletionTest(tool.ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.write_files({"f": FILE})
+
+    def test_candidates(self):
+        for words, expected in ROWS:
+            with self.subTest(words):
+                run = self.run_in_directory(*words_of(words))
+                code = NOT_FOUND if expected is None else DONE
+                self.assertEqual((code, expected or [], b""),
+                                 (run.returncode, run.stdout.decode().splitlines(), run.stderr))
+
+    def test_obfuscated_values_are_no_candidates(self):
+        run = self.run_in_directory("set", "f", "listener", "password", "--obfuscated",
+                                    given=b"secret\n")
+        self.assertEqual(DONE, run.returncode, run.stderr)
+        run = self.run_in_directory(*words_of(["set", "f", "listener", "password", ""]))
+        self.assertEqual((DONE, b""), (run.returncode, run.stdout))
+        run = self.run_in_directory(*words_of(["set", "f", "listener", "p"]))
+        self.assertEqual(b"port\npassword\n", run.stdout)
+
+    def test_refuses_other_shells(self):
+        self.expect(USAGE, "bash, zsh", "completion", "sh")
+
+    def run_shell(self, command, script):
+        """Runs a script in a shell that finds the tool and its completion."""
+        self.assertTrue(shutil.which(command[0]), f"{command[0]} is not installed")
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        directory = pathlib.Path(tool.TOOL).parent
+        environment.update(PATH=f"{directory}:{environment['PATH']}", HOME=self.directory.name,
+                           LC_ALL="C.UTF-8")
+        run = subprocess.run([*command, "-c", script], cwd=self.directory.name, text=True,
+                             capture_output=True, check=False, env=environment,
+                             timeout=tool.HANGS)
+        self.assertEqual("", run.stderr)
+        return run.stdout.splitlines()
+
+    def check_shell(self, command, complete, quoted):
+        """`complete` is a script that completes the words in the list of its parameter."""
+        for words, expected in ROWS:
+            if expected is None or words[-1].startswith("-") or "--" in words:
+                continue
+            with self.subTest(words):
+                found = self.run_shell(command, complete(words))
+                self.assertEqual([quoted(word) for word in expected], found)
+
+    @unittest.skipUnless(shutil.which("bash"), "bash is not installed")
+    def test_bash(self):
+        def complete(words):
+            quoted = " ".join("'" + word.replace(" ", "\\ ") + "'" for word in words)
+            return (f"source <(zstz completion bash); COMP_WORDS=(zstz {quoted}); "
+                    f"COMP_CWORD={len(words)}; _zstz; "
+                    '[ ${#COMPREPLY[@]} = 0 ] || printf "%s\\n" "${COMPREPLY[@]}"')
+        self.check_shell(["bash", "--norc"], complete, lambda word: word.replace(" ", "\\ "))
+        self.assertEqual(["complete -F _zstz zstz"], self.run_shell(
+            ["bash", "--norc"], "source <(zstz completion bash); complete -p zstz"))
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+    def test_zsh(self):
+        def complete(words):
+            quoted = " ".join("'" + word.replace(" ", "\\ ") + "'" for word in words)
+            return ('compadd() { shift; print -l -- "$@"; }; _files() { print files; }; '
+                    f"source <(zstz completion zsh); words=(zstz {quoted}); "
+                    f"CURRENT={len(words) + 1}; _zstz")
+        self.check_shell(["zsh", "-f"], complete, lambda word: word)
+        self.assertEqual(["files"], self.run_shell(["zsh", "-f"], complete(["get", ""])))
+        self.assertEqual(["_zstz"], self.run_shell(
+            ["zsh", "-f"], "autoload -Uz compinit; compinit -D; source <(zstz completion zsh); "
+            "print $_comps[zstz]"))
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
+    def test_fish(self):
+        def complete(words):
+            line = "zstz " + " ".join(word.replace(" ", "\\ ") for word in words)
+            return f"zstz completion fish | source; complete -C '{line}'"
+        for words, expected in ROWS:
+            if expected is None or words[-1].startswith("-") or "--" in words:
+                continue
+            with self.subTest(words):
+                found = self.run_shell(["fish", "--no-config"], complete(words))
+                self.assertEqual(sorted(expected),
+                                 sorted(line.split("\t")[0] for line in found))
+        self.assertIn("f", self.run_shell(["fish", "--no-config"], complete(["get", ""])))
+
+
+if __name__ == "__main__":
+    tool.main()

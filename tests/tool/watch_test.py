@@ -1,0 +1,197 @@
+#!/usr/bin/env python3
+"""Tests of `zstz watch` with several kinds of writers. usage: watch_test.py TOOL [unittest arguments]"""
+import json
+import os
+import queue
+import subprocess
+import threading
+
+import tool
+from tool import DONE, INVALID_DATA, NO_ACCESS, USAGE
+
+# States have two keys that are always equal, so that a mixture of states is seen.
+PADDING = "# padding\n" * 2000
+
+
+def state(number):
+    return f"[s]\nfirst = {number}\n{PADDING}last = {number}\n"
+
+
+class Watch:
+    """A running `zstz watch`."""
+
+    def __init__(self, test, *arguments):
+        environment = {k: v for k, v in os.environ.items() if k != "QVRDIR"}
+        environment["LC_ALL"] = "C.UTF-8"
+        self.process = subprocess.Popen([tool.TOOL, "watch", *arguments], stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, text=True, env=environment)
+        test.addCleanup(self.stop)
+        self.lines = queue.Queue()
+        self.thread = threading.Thread(target=self.read)
+        self.thread.start()
+
+    def read(self):
+        for line in self.process.stdout:
+            self.lines.put(line)
+        self.lines.put(None)
+
+    def next(self, stanza=""):
+        """Returns the next line that starts with `stanza`."""
+        while True:
+            line = self.lines.get(timeout=tool.HANGS)
+            if line is None or line.startswith(stanza):
+                return line
+
+    def stop(self):
+        self.process.kill()
+        self.thread.join()
+        self.process.stdout.close()
+        self.process.stderr.close()
+        self.process.wait()
+
+
+class WatchTest(tool.ToolTest):
+    def rename(self, text):
+        other = self.path.parent / "new"
+        other.write_text(text)
+        os.rename(other, self.path)
+
+    def rename_away(self, text):
+        """As an editor that keeps the old file under another name."""
+        os.rename(self.path, self.path.parent / "gateway.conf~")
+        self.path.write_text(text)
+
+    def write_in_place(self, text):
+        with open(self.file, "r+", buffering=1 << 20) as file:
+            file.truncate()
+            half = len(text) // 2
+            file.write(text[:half])
+            file.flush()
+            file.write(text[half:])
+
+    def start(self):
+        """Starts a watch and waits until it prints changes."""
+        watch = Watch(self, self.file)
+        before = self.path.read_text()
+        number = 0
+        while watch.lines.empty():
+            number += 1
+            self.path.write_text(before + f"\n[ready]\nn = {number}\n")
+            try:
+                watch.lines.put(watch.lines.get(timeout=0.2))
+            except queue.Empty:
+                pass
+        self.path.write_text(before + "\n[ready]\nn = end\n")
+        while "end" not in watch.next():
+            pass
+        return watch
+
+    def test_prints_each_kind_of_change(self):
+        self.path.write_text("[a]\nk = 1\nl = x y\nempty =\n")
+        watch = self.start()
+        ready = "[ready]\nn = end\n"
+        self.rename("[a]\nk = 2\nl = x y\nl = -\n" + ready + "[b]\n[c]\nm = it's\n")
+        self.assertEqual(["a k 1 2\n", "a l - '-'\n", "a empty '' -\n", "b - - ''\n",
+                          "c m - 'it'\\''s'\n"], [watch.next() for _ in range(5)])
+        self.rename(ready)
+        self.assertEqual(["a k 2 -\n", "a l 'x y' -\n", "a l '-' -\n", "b - '' -\n",
+                          "c m 'it'\\''s' -\n"], [watch.next() for _ in range(5)])
+
+    def test_selects_a_stanza_and_a_key_and_prints_json(self):
+        self.path.write_text("[a]\nk = 1\n")
+        everything = self.start()
+        key = Watch(self, self.file, "a", "k", "--format", "json")
+        number = 1
+        while key.lines.empty():
+            number += 1
+            self.rename(f"[a]\nk = {number}\nl = {number}\n[b]\nk = {number}\n")
+            while everything.next() != f"b k {number - 1 if number > 2 else '-'} {number}\n":
+                pass
+        found = json.loads(key.next())
+        self.assertEqual((self.file, "a", "k"), (found["file"], found["stanza"], found["key"]))
+        self.assertLess(int(found["old"]), int(found["new"]))
+
+    def check_states(self, write):
+        self.path.write_text(state(0))
+        watch = self.start()
+        for number in range(1, 60):
+            write(state(number))
+        write(state("end"))
+        values = {"first": "0", "last": "0"}
+        seen = 0
+        while values != {"first": "end", "last": "end"}:
+            for key in ("first", "last"):
+                stanza, name, old, new = watch.next("s ").split()
+                self.assertEqual(("s", key, values[key]), (stanza, name, old))
+                values[key] = new
+            self.assertEqual(values["first"], values["last"])
+            seen += 1
+        self.assertGreater(seen, 0)
+        self.assertIsNone(watch.process.poll())
+
+    def test_sees_whole_states_of_a_file_that_is_renamed_over(self):
+        self.check_states(self.rename)
+
+    def test_sees_whole_states_of_a_file_that_is_renamed_away_and_written(self):
+        self.check_states(self.rename_away)
+
+    def test_sees_whole_states_of_a_file_that_is_written_in_place(self):
+        self.check_states(self.write_in_place)
+
+    def test_sees_the_stores_of_the_tool(self):
+        self.path.write_text("[s]\nboth = 0\n")
+        watch = self.start()
+        for number in range(1, 10):
+            options = ["--replace"] if number % 2 else []
+            self.expect(DONE, "", "set", self.file, "s", "both", str(number), *options)
+            self.assertEqual(f"s both {number - 1} {number}\n", watch.next("s "))
+
+    def test_waits_while_a_program_has_the_file_half_written(self):
+        self.path.write_text(state(0))
+        watch = self.start()
+        with open(self.file, "w") as file:
+            file.write("[s]\nfirst = 1\n")
+            file.flush()
+            self.rename_other()
+            file.write("last = 1\n")
+        self.assertEqual(["s first 0 1\n", "s last 0 1\n"], [watch.next("s "), watch.next("s ")])
+
+    def rename_other(self):
+        """Causes events in the directory that do not concern the file."""
+        other = self.path.parent / "other"
+        for _ in range(50):
+            other.write_text("x")
+            os.rename(other, self.path.parent / "another")
+
+    def test_reports_an_invalid_state_and_continues(self):
+        self.path.write_text("[s]\nk = 1\n")
+        watch = self.start()
+        self.rename("word\n")
+        self.assertIn("gateway.conf:1: ", watch.process.stderr.readline())
+        self.rename("[s]\nk = 2\n")
+        self.assertEqual("s k 1 2\n", watch.next("s "))
+
+    def test_masks_obfuscated_values(self):
+        watch = self.start()
+        self.run_tool("set", self.file, "upstream", "password", "--obfuscated", given="secret\n")
+        self.assertEqual("upstream password - '********'\n", watch.next("upstream "))
+
+    def test_follows_a_symbolic_link(self):
+        target = self.path.parent / "sub"
+        target.mkdir()
+        os.rename(self.path, target / "real")
+        os.symlink("sub/real", self.path)
+        watch = self.start()
+        self.expect(DONE, "", "set", str(target / "real"), "listener", "name", "x")
+        self.assertEqual("listener name 'front door' x\n", watch.next("listener "))
+
+    def test_refuses_a_file_that_cannot_be_watched(self):
+        self.expect(NO_ACCESS, "none", "watch", str(self.path.parent / "none"))
+        self.expect(NO_ACCESS, "cannot watch", "watch", str(self.path.parent / "no" / "file"))
+        self.expect(USAGE, "standard input", "watch", "-")
+        self.path.write_text("word\n")
+        self.expect(INVALID_DATA, ":1: ", "watch", self.file)
+
+
+if __name__ == "__main__":
+    tool.main()

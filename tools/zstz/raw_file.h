@@ -1,0 +1,13 @@
+// raw_file: the bytes of a file, read and stored under the lock that every store takes.
+#pragma once
+
+#include <string>
+
+/// Returns the text of the file at `path`, or of standard input.
+/// throws  ZPropertiesIOException_6_0; Failure for standard input.
+std::string readText(std::string const& path, double wait);
+
+/// Replaces the text of a file, which needs not be readable as a configuration file. Its companion
+/// stays.
+/// throws  ZPropertiesIOException_6_0, with ESTALE if the file does not have the text `old`.
+void storeText(std::string const& path, std::string const& old, std::string const& text);

@@ -1,0 +1,57 @@
+// template: a file with comments "# key = default", as the schema of other files.
+//
+// The block of comments above such a line is the help of the key. Lines in it are constraints:
+// "one of: a b", "range: 1..100" and "required". The type of a key is the type of its default.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct TemplateKey {
+    enum Type { text, number, boolean };
+
+    std::string stanza;
+    std::string name;
+    std::string defaultValue;
+    Type type = text;
+    std::vector<std::string> help;  // lines without constraints
+    std::vector<std::string> choices;
+    std::optional<double> least;
+    std::optional<double> most;
+    bool isRequired = false;
+
+    /// Returns "text", "number" or "boolean".
+    char const* typeName() const;
+
+    /// Returns why a value is invalid, and what to do; empty if it is valid.
+    std::string check(std::string const& value) const;
+};
+
+class Template {
+public:
+    /// Reads the template at `path`, or from standard input.
+    /// throws  as readText(); Failure if it has no keys.
+    Template(std::string const& path, double wait);
+
+    std::vector<TemplateKey> const& keys() const { return keys_; }
+    std::vector<std::string> const& stanzas() const { return stanzas_; }
+
+    bool hasStanza(std::string_view stanza) const;
+
+    /// Returns null if not found.
+    TemplateKey const* find(std::string_view stanza, std::string_view key) const;
+
+    /// Return the name that is most similar to `name`; empty if none is.
+    std::string nearestStanza(std::string_view name) const;
+    std::string nearestKey(std::string_view stanza, std::string_view name) const;
+
+private:
+    void parse(std::string_view text);
+    void addStanza(std::string_view name);
+    void addKey(std::string_view line, size_t sign, std::vector<std::string>& help);
+
+    std::vector<TemplateKey> keys_;
+    std::vector<std::string> stanzas_;
+};

@@ -1,0 +1,141 @@
+// watch: the verb watch.
+//
+// Only complete states of the file are compared: those after a rename, after a program has closed
+// the file, and after a store of the library. Reading takes a lease, which no writer passes; where
+// leases are not available, a state that was read while the file was being written is dropped.
+#include <Z/ZException.h>
+#include <errno.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "busy.h"
+#include "commands.h"
+#include "contents.h"
+#include "failures.h"
+#include "file_watch.h"
+#include "json.h"
+#include "output.h"
+
+namespace {
+
+constexpr int kRetryInterval = 20;   // milliseconds
+constexpr int kMaxQuietTries = 100;  // after them, a program has the file open and does not write
+
+// Returns `text` as a word of a shell command.
+std::string toWord(std::string const& text)
+{
+    bool isPlain = !text.empty() && text != "-";
+    std::string quoted = "'";
+    for (char const c : text) {
+        bool const isSafe = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+                            (c >= 'a' && c <= 'z') || static_cast<unsigned char>(c) >= 0x80 ||
+                            std::string_view("_-./:,+@%=").find(c) != std::string_view::npos;
+        isPlain = isPlain && isSafe;
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return isPlain ? text : quoted + '\'';
+}
+
+std::string formatPlain(Change const& change)
+{
+    std::string line =
+        toWord(change.stanza) + ' ' + (change.key.empty() ? "-" : toWord(change.key));
+    for (ValueState const* state : {&change.before, &change.after})
+        line += ' ' + (state->kind == ValueState::absent ? std::string("-")
+                                                         : toWord(shownValue(change, *state)));
+    return line;
+}
+
+class Watcher {
+public:
+    explicit Watcher(Request const& request) : request_(request), watch_(request.file) {}
+
+    [[noreturn]] void run()
+    {
+        state_ = readComplete(true);
+        for (;;) {
+            watch_.wait(-1);
+            std::optional<FileContents> fresh;
+            try {
+                fresh = readComplete(false);
+            } catch (...) {
+                report(describe(std::current_exception(), request_.file));
+            }
+            if (!fresh)
+                continue;
+            print(compareContents(*state_, *fresh));
+            state_ = std::move(fresh);
+        }
+    }
+
+private:
+    // Reads a state that a program has left. Returns nothing if the file does not exist now.
+    std::optional<FileContents> readComplete(bool isFirst)
+    {
+        for (int tries = 0;; ++tries) {
+            bool const isMissing = access(request_.file.c_str(), F_OK) != 0 && errno == ENOENT;
+            if (isMissing && !isFirst)
+                return {};
+            bool const isQuiet = tries >= kMaxQuietTries && !watch_.isBeingWritten();
+            if (auto contents = tryToRead(isQuiet))
+                return contents;
+            if (watch_.wait(tries < kMaxQuietTries ? kRetryInterval : -1))
+                tries = 0;
+        }
+    }
+
+    // Returns nothing if the file was being written.
+    std::optional<FileContents> tryToRead(bool isQuiet)
+    {
+        WriteGuard const guard(request_.file);
+        if (guard.state() == WriteGuard::busy && !isQuiet)
+            return {};
+        if (guard.state() != WriteGuard::held && watch_.isBeingWritten() && !isQuiet)
+            return {};
+        Store store;
+        try {
+            store.load(request_.file.c_str());
+        } catch (ZPropertiesIOException_6_0 const& failure) {
+            if (isBusy(failure) && !isQuiet)
+                return {};
+            throw;
+        } catch (ZPropertiesInvalidDataException_6_0 const&) {
+            if (guard.state() != WriteGuard::held && watch_.isBeingWritten())
+                return {};
+            throw;
+        }
+        bool const isComplete = guard.state() == WriteGuard::held
+                                    ? guard.isCurrent()
+                                    : isQuiet || !watch_.isBeingWritten();
+        return isComplete ? std::optional(contentsOf(store)) : std::nullopt;
+    }
+
+    void print(std::vector<Change> const& changes)
+    {
+        for (Change const& change : changes) {
+            if ((!request_.stanza.empty() && change.stanza != request_.stanza) ||
+                (!request_.key.empty() && change.key != request_.key))
+                continue;
+            printLine(request_, request_.format == "json" ? "{\"file\": " + toJson(request_.file) +
+                                                                ", " + formatMembers(change) + '}'
+                                : request_.format == "lines" ? formatFields(change)
+                                                             : formatPlain(change));
+        }
+        if (fflush(stdout) != 0)
+            throw Failure{
+                exitNoAccess, "standard output", {"cannot write", "check its destination"}};
+    }
+
+    Request const& request_;
+    FileWatch watch_;
+    std::optional<FileContents> state_;
+};
+
+}  // namespace
+
+int runWatch(Request const& request)
+{
+    Watcher(request).run();
+}
