@@ -556,6 +556,8 @@ void ZPCategoryBasedCache_6_0::delStanzaLine(char const* category)
 {
     if (category == nullptr)
         return;
+    if (KeptLines::keepsLines(*this))
+        rep_->keepNextComment(checkedView(category));
     if (direct() == nullptr) {
         Rep::Derived::deleteStanza(*this, category);
         return;

@@ -243,7 +243,7 @@ public:
     virtual void be_write_obfuscated(ZBuffer_6_0& buffer);
 
     /// Removes a category with its values and its lines: header, keys, comments and blank lines.
-    /// kept    comments above the next header are removed too.
+    /// kept    comments above the next header are removed too, unless the cache keeps lines.
     virtual void delLine(char const* category);
 
     /// Removes a key with its values and its line.

@@ -130,3 +130,68 @@ TEST_F(KeptLinesComments, NewLinesAtTheTopEndAsTheOthers)
          "[t]\r\nm=1\r\n"},
     });
 }
+
+TEST_F(KeptLinesComments, ARemovedStanzaLeavesTheCommentOfTheNext)
+{
+    auto const remove = [](char const* stanza) {
+        return [=](Store& store) { store.deleteStanza(stanza); };
+    };
+    expectChanges({
+        {"the first", "[s]\nk=v\n\n# about t\n[t]\nl=w\n", remove("s"), "# about t\n[t]\nl=w\n"},
+        {"in the middle", "[a]\nx=1\n\n# about s\n[s]\nk=v\n# end of s\n\n # about t\n[t]\nl=w\n",
+         remove("s"), "[a]\nx=1\n\n# about s\n # about t\n[t]\nl=w\n"},
+        {"two", "[a]\nx=1\n[s]\nk=v\n# about t\n[t]\nl=w\n# about u\n[u]\n",
+         [](Store& store) {
+             store.deleteStanza("t");
+             store.deleteStanza("s");
+         },
+         "[a]\nx=1\n# about t\n# about u\n[u]\n"},
+        {"and a change above", "[a]\nx=1\n[s]\nk=v\n # about t\n[t]\n",
+         [](Store& store) {
+             store.deleteStanza("s");
+             store.setValue("a", "y", "2");
+         },
+         "[a]\nx=1\ny=2\n # about t\n[t]\n"},
+    });
+    // The comment is that of the next stanza in memory, too.
+    load("[s]\nk=v\n\n# about t\n[t]\nl=w\n");
+    store_.deleteStanza("s");
+    ZLCString_6_0 comment;
+    EXPECT_EQ(1, store_.getComment("t", nullptr, comment));
+    EXPECT_STREQ("# about t", comment.getChars());
+}
+
+TEST_F(KeptLinesComments, ACommentKeepsItsSpaces)
+{
+    std::string const usage = "# usage:\n#   a\n#   b";
+    expectChanges({
+        {"beside a comment with more", "[s]\n#  in detail\nk=v\nl=w\n", setComment("s", "l", "# c"),
+         "[s]\n#  in detail\nk=v\n# c\nl=w\n"},
+        {"several lines", "[s]\n  # x\nk=v\nl=w\n", setComment("s", "l", usage.c_str()),
+         "[s]\n  # x\nk=v\n  # usage:\n  #   a\n  #   b\nl=w\n"},
+        {"without spaces it gets those of the first line", "[s]\n# x:\n#   y\nk=v\nl=w\n",
+         setComment("s", "l", "#c"), "[s]\n# x:\n#   y\nk=v\n# c\nl=w\n"},
+        {"beside a template", "[s]\n#key=5\nk=v\n", setComment("s", "k", "# one"),
+         "[s]\n# one\nk=v\n"},
+        {"only the spaces change", "[s]\n  #foo\nk=v\n#bar\nl=w\n",
+         [](Store& store) {
+             store.setComment("s", "k", "# foo");
+             store.setComment("s", "l", "#  bar");
+         },
+         "[s]\n  # foo\nk=v\n#  bar\nl=w\n"},
+    });
+}
+
+TEST_F(KeptLinesComments, ANewCommentHasABlankLineAboveIfTheOthersHaveIt)
+{
+    expectChanges({
+        {"of a key", "[s]\na=1\n\n# b\nb=2\nc=3\n", setComment("s", "c", "# c"),
+         "[s]\na=1\n\n# b\nb=2\n\n# c\nc=3\n"},
+        {"of a stanza", "[a]\nk=v\n\n# b\n[b]\n[c]\n", setComment("c", nullptr, "# c"),
+         "[a]\nk=v\n\n# b\n[b]\n\n# c\n[c]\n"},
+        {"below a comment of its own", "[a]\n# end\n\n[b]\n", setComment("b", nullptr, "# b"),
+         "[a]\n# end\n\n# b\n[b]\n"},
+        {"not of another kind", "[a]\n# k\nk=v\n\n# b\n[b]\nl=w\nm=x\n",
+         setComment("b", "m", "# m"), "[a]\n# k\nk=v\n\n# b\n[b]\nl=w\n# m\nm=x\n"},
+    });
+}

@@ -60,7 +60,7 @@ TEST_F(KeptLinesMerge, ChangesOfOtherValuesMeetInTheFile)
              store.addEntryComment("s", "l", "# here");
              store.addStanzaComment("t", "# of t");
          },
-         "# f\n[s]\n# there\nk=v\n\n# here\nl=w\n\n# of t\n[t]\nm=1\nm=2\n"},
+         "# f\n[s]\n# there\nk=v\n# here\nl=w\n\n# of t\n[t]\nm=1\nm=2\n"},
         {"an obfuscated value", "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n",
          [](Store& store) { store.setValue("s", "secret", "hidden", 1); },
          "# f\n[s]\nk=x\nl=w\n\n[t]\nm=1\nm=2\n\n[configuration-database]\nfile=" +

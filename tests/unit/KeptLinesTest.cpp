@@ -126,7 +126,7 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
          "[s]\n\n[t]\n\n[u]\nk = v\n"},
         {"the first", "", [](Store& store) { store.setValue("t", "l", "w"); }, "[t]\nl = w\n"},
         {"removed", "# f\n\n[s]\nk=v\n#x\n\n# t\n [t] tail\nl  =w\n",
-         [](Store& store) { store.deleteStanza("s"); }, "# f\n\n [t] tail\nl  =w\n"},
+         [](Store& store) { store.deleteStanza("s"); }, "# f\n\n# t\n [t] tail\nl  =w\n"},
         {"the last removed", "[s]\nk=v\n\n[t]\nl=w", [](Store& store) { store.deleteStanza("t"); },
          "[s]\nk=v\n"},
         {"a comment as in a stanza that is removed and added", "[s]\n# c\nk = v\n\n[t]\nl = w\n",
@@ -135,7 +135,7 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
              store.setValue("s", "k", "v");
              store.addEntryComment("t", "n", "c");
          },
-         "[t]\nl = w\n\n# c\nn =\n\n[s]\nk = v\n"},
+         "[t]\nl = w\n# c\nn =\n\n[s]\nk = v\n"},
         {"a new stanza, and a key of the last", "[s]\n",
          [](Store& store) {
              store.setValue("t", "l", "w");
@@ -148,7 +148,7 @@ TEST_F(KeptLines, StanzasAreAppendedAndRemoved)
              store.deleteStanza("s");
              store.setValue("s", "k", "u");
          },
-         "[t]\nl=w\n\n[s]\nk=u\n"},
+         "#x\n[t]\nl=w\n\n[s]\nk=u\n"},
     });
 }
 
@@ -160,20 +160,19 @@ TEST_F(KeptLines, CommentsHaveTheStyleOfTheirNeighbours)
          "[s]\nk = v\n  # one\n  # two\n  l = w\n"},
         {"of a key after a key", "[s]\r\n# one\r\nk = v\r\nl = w\r\n",
          [](Store& store) { store.addEntryComment("s", "l", "#two"); },
-         "[s]\r\n# one\r\nk = v\r\n\r\n# two\r\nl = w\r\n"},
+         "[s]\r\n# one\r\nk = v\r\n# two\r\nl = w\r\n"},
         {"without neighbours", "[s]\nk = v\n",
-         [](Store& store) { store.addEntryComment("s", "k", "# one"); }, "[s]\n\n# one\nk = v\n"},
+         [](Store& store) { store.addEntryComment("s", "k", "# one"); }, "[s]\n# one\nk = v\n"},
         {"of a new key", "[s]\nk=v\n",
-         [](Store& store) { store.addEntryComment("s", "n", "#one"); }, "[s]\nk=v\n\n#one\nn=\n"},
+         [](Store& store) { store.addEntryComment("s", "n", "#one"); }, "[s]\nk=v\n#one\nn=\n"},
         {"of the file", "#one\n#two\n\n[s]\nk = v\n",
          [](Store& store) { store.addFileComment("# three"); },
-         "#one\n#two\n#three\n\n[s]\nk = v\n"},
+         "#one\n#two\n# three\n\n[s]\nk = v\n"},
         {"the first of the file", "[s]\nk = v\n",
          [](Store& store) { store.addFileComment("# one\n# two"); },
          "# one\n# two\n\n[s]\nk = v\n"},
         {"of a stanza", "[s]\nk = v\n[t]\n#x\n",
-         [](Store& store) { store.addStanzaComment("t", "of t"); },
-         "[s]\nk = v\n\n#of t\n[t]\n#x\n"},
+         [](Store& store) { store.addStanzaComment("t", "of t"); }, "[s]\nk = v\n#of t\n[t]\n#x\n"},
         {"of a new stanza", "# one\n[s]\nk = v\n",
          [](Store& store) {
              store.addStanza("t");
@@ -183,7 +182,7 @@ TEST_F(KeptLines, CommentsHaveTheStyleOfTheirNeighbours)
          "# one\n[s]\nk = v\n\n# two\n[t]\nk = v\n"},
         {"equal to another", "[s]\n# c\nk = v\n# c\nl = w\nm = x\n",
          [](Store& store) { store.addEntryComment("s", "m", "# c"); },
-         "[s]\n# c\nk = v\n# c\nl = w\n\n# c\nm = x\n"},
+         "[s]\n# c\nk = v\n# c\nl = w\n# c\nm = x\n"},
     });
 }
 
@@ -271,11 +270,11 @@ TEST_F(KeptLines, ManyStoresInARowChangeOneLineEach)
     store_.setValue("s", "c", "4");
     EXPECT_EQ("# f\n[s]\n a=3\n\n b=2\n c=4\n", stored());
     store_.addEntryComment("s", "a", "x");
-    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n b=2\n c=4\n", stored());
+    EXPECT_EQ("# f\n[s]\n# x\n a=3\n\n b=2\n c=4\n", stored());
     store_.deleteKey("s", "b");
-    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n c=4\n", stored());
+    EXPECT_EQ("# f\n[s]\n# x\n a=3\n\n c=4\n", stored());
     store_.setValue("s", "b", "5");
-    EXPECT_EQ("# f\n[s]\n\n# x\n a=3\n\n c=4\n b=5\n", stored());
+    EXPECT_EQ("# f\n[s]\n# x\n a=3\n\n c=4\n b=5\n", stored());
 }
 
 TEST_F(KeptLines, CopiesReloadsAndOtherNamesKeepLines)

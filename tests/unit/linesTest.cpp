@@ -287,7 +287,7 @@ TEST(lines, ADialectDecidesHowLinesAreRecognisedAndValuesSpelled)
          "[t]\nb: 2\n"},
         {"comments in the dialect's style",
          "[s]\n  ;  one\na: 1\n",
-         {"[s]", "; one", "; two", "a=1"},
+         {"[s]", ";  one", ";two", "a=1"},
          "[s]\n  ;  one\n  ;  two\na: 1\n"},
         {"a new stanza",
          "[s]\na   : 1\nbcd : 2\n",

@@ -130,6 +130,10 @@ public:
     void deleteLine(std::string_view category, std::string_view key);
     void deleteStanza(std::string_view category);
 
+    /// Moves the comment of the next stanza above the header of `category`, so that the removal of
+    /// this stanza does not remove it.
+    void keepNextComment(std::string_view category);
+
     // The comment lines right above a header or key line, or at the start of the file: up to the
     // next blank line. Comments right above the first header or key do not belong to the file.
     struct CommentBlock {

@@ -109,4 +109,24 @@ void Contents::deleteStanza(std::string_view name)
         removeDetachedSection(category);
 }
 
+void Contents::keepNextComment(std::string_view name)
+{
+    Id const id = findCategory(name);
+    if (id == 0 || categories_[id].header == 0 || categories_[id].nextHeader == 0)
+        return;
+    Id const next = categories_[id].nextHeader;
+    CommentBlock const block = stanzaComment(next);
+    if (block.first == 0)
+        return;
+    unindexSection(id);
+    unindexSection(categories_[id].previousHeader);
+    lastLeading_ = 0;
+    lines_[block.first].isBelowBlank = 0;
+    Id const header = categories_[id].header;
+    Id const above = lines_[header].previous;
+    link(lines_[block.first].previous, categories_[next].header);
+    link(above, block.first);
+    link(block.last, header);
+}
+
 }  // namespace zcache

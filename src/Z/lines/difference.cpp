@@ -1,5 +1,6 @@
 #include "difference.h"
 
+#include <algorithm>
 #include <new>
 
 namespace zlines {
@@ -109,23 +110,37 @@ void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
             dialect_.renameHeader(text_, outline_.lines()[outline_.sections()[i].header], name));
 }
 
+// Removes stanzas, but not the comments right above the next header: they join the lines above.
 void Difference::removeStanzas()
 {
-    auto const end = static_cast<uint32_t>(outline_.lines().size());
-    for (ReadStanza const& stanza : outline_.stanzas()) {
-        if (stanza.isKept)
+    std::vector<ReadStanza>& stanzas = outline_.stanzas();
+    if (std::all_of(stanzas.begin(), stanzas.end(),
+                    [](ReadStanza const& stanza) { return stanza.isKept; }))
+        return;
+    gone_.resize(outline_.lines().size());
+    auto const count = static_cast<uint32_t>(outline_.sections().size());
+    std::vector<uint32_t> stanzaOf(count);
+    for (uint32_t stanza = 0; stanza < stanzas.size(); ++stanza)
+        for (uint32_t i = stanzas[stanza].firstSection; i != kNone; i = outline_.sections()[i].next)
+            stanzaOf[i] = stanza;
+    uint32_t last = 0;  // the section of the lines above that stay
+    uint32_t owner = 0;
+    for (uint32_t i = 1; i < count; ++i) {
+        if (stanzas[stanzaOf[i]].isKept) {
+            last = i;
+            owner = stanzaOf[i];
             continue;
-        gone_.resize(end);
-        record(stanza.name, {}, {});
-        for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
-            Section const& section = outline_.sections()[i];
-            for (uint32_t line = section.header; line < section.end; ++line)
-                gone_[line] = true;
-            edits_.replace({outline_.lines()[section.header].begin,
-                            section.end == end ? static_cast<uint32_t>(text_.size())
-                                               : outline_.lines()[section.end].begin,
-                            {}});
         }
+        Section const section = outline_.sections()[i];
+        record(stanzas[stanzaOf[i]].name, {}, {});
+        uint32_t comment = section.end;
+        while (i + 1 < count && comment > section.first &&
+               outline_.lines()[comment - 1].kind == commentLine)
+            --comment;
+        std::fill(gone_.begin() + section.header, gone_.begin() + comment, true);
+        edits_.replace({outline_.lines()[section.header].begin, outline_.endOf(comment - 1), {}});
+        if (comment < section.end)
+            last = outline_.appendSection(stanzas[owner], last, comment, section.end);
     }
 }
 
@@ -176,7 +191,8 @@ bool Difference::compareInOrder(Entries entries, ReadStanza const& read)
                 if (!skipTo([](Entry const& entry) { return entry.isComment; }) ||
                     dialect_.commentText(entries[next].text) != outline_.comment(line))
                     return fail();
-                ++next, ++line;
+                compareSpaces(line, entries[next++].text);
+                ++line;
             } else if (outline_.lines()[line].isKey()) {
                 if (!skipTo([&](Entry const& entry) {
                         return !entry.isComment && hasKey(entry, line);
@@ -229,6 +245,13 @@ bool Difference::isAboveBlank(uint32_t after) const
     while (below < outline_.lines().size() && isGone(below))
         ++below;
     return below >= outline_.lines().size() || isBlank(below);
+}
+
+bool Difference::isBelowComment(uint32_t after) const
+{
+    while (after != kNone && isGone(after))
+        after = after == 0 ? kNone : after - 1;
+    return after != kNone && outline_.lines()[after].kind == commentLine;
 }
 
 void Difference::requireValidHeaders() const

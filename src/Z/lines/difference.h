@@ -89,6 +89,7 @@ private:
 
     // difference_values.cpp
     void compareLines(Reordered& stanza);
+    void compareSpaces(uint32_t line, std::string_view comment);
     void renameKey(uint32_t line, Entry const& entry);
     void compareValues(Entry const& entry, std::vector<uint32_t> const& lines);
     void alignValues(Entry const& entry, std::vector<uint32_t> const& read);
@@ -107,9 +108,11 @@ private:
     void place(Reordered const& stanza);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
-    void insertComments(Placement& at, uint32_t position, uint32_t after, bool needsBlankBelow);
+    void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
+                        bool needsBlankBelow);
     void appendComments(std::vector<NewComment> const& comments, uint32_t after, bool isAtBlank,
-                        std::string& out) const;
+                        LineKind below, std::string& out) const;
+    bool isBelowComment(uint32_t after) const;
     uint32_t lastKeyLine(ReadStanza const& read) const;
     void appendKey(Section const& section, uint32_t after, Entry const& entry,
                    std::string_view newHeader, std::string& out) const;

@@ -42,9 +42,9 @@ void Difference::place(Reordered const& stanza)
             continue;
         }
         if (!at.comments.empty() && !entry.isComment && !entry.isBelowBlank)
-            insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, false);
+            insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
         else if (!at.comments.empty())
-            insertComments(at, at.position, at.after, entry.isBelowBlank);
+            insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
         at.position = outline_.endOf(line);
         at.after = line;
         at.isAfterKey = !entry.isComment;
@@ -72,7 +72,7 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
             at.after < outline_.sections()[i].end)
             sectionIndex = i;
     std::string lines;
-    appendComments(at.comments, at.after, isBelowBlank(at.after), lines);
+    appendComments(at.comments, at.after, isBelowBlank(at.after), valueLine, lines);
     at.comments.clear();
     appendKey(outline_.sections()[sectionIndex], at.after, entry, {}, lines);
     record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
@@ -92,20 +92,22 @@ void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
     bool const isAboveHeader =
         next < readOf_.size() && readOf_[next] != 0 && !document_.stanzas[next].isBelowBlank;
     if (!isAboveHeader) {
-        insertComments(at, at.position, at.after,
+        insertComments(at, at.position, at.after, otherLine,
                        next < readOf_.size() && document_.stanzas[next].isBelowBlank);
         return;
     }
     uint32_t const header =
         outline_.sections()[outline_.stanzas()[readOf_[next]].firstSection].header;
-    insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1, false);
+    insertComments(at, outline_.lines()[header].begin, header == 0 ? kNone : header - 1, headerLine,
+                   false);
 }
 
-void Difference::insertComments(Placement& at, uint32_t position, uint32_t after,
+// Inserts new comments above a line of the kind `below`: a key, a header or neither.
+void Difference::insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,
                                 bool needsBlankBelow)
 {
     std::string lines;
-    appendComments(at.comments, after, isBelowBlank(after), lines);
+    appendComments(at.comments, after, isBelowBlank(after), below, lines);
     std::string_view const ending = outline_.lineEndingAfter(after);
     if (needsBlankBelow && !isAboveBlank(after))
         lines += ending;
@@ -114,14 +116,19 @@ void Difference::insertComments(Placement& at, uint32_t position, uint32_t after
     at.comments.clear();
 }
 
+// Appends new comments. A blank line parts them from a comment above. Above others it is written
+// only where the comments of the file have it, too.
 void Difference::appendComments(std::vector<NewComment> const& comments, uint32_t after,
-                                bool isAtBlank, std::string& out) const
+                                bool isAtBlank, LineKind below, std::string& out) const
 {
+    bool isAtComment = isBelowComment(after);
     for (NewComment const& comment : comments) {
-        if (comment.isBelowBlank && !isAtBlank)
+        if (comment.isBelowBlank && !isAtBlank &&
+            (isAtComment || haveBlankAbove(outline_, after, below)))
             out += outline_.lineEndingAfter(after);
         appendComment(outline_, after, comment.text, out);
         isAtBlank = false;
+        isAtComment = true;
     }
 }
 
@@ -213,13 +220,14 @@ void Difference::addStanza(uint32_t index)
     addBlank(true);
     if (!carried_.empty())
         carried_.front().isBelowBlank = false;
-    appendComments(carried_, above, false, lines);
+    appendComments(carried_, above, false, headerLine, lines);
     carried_.clear();
     std::string header;
     dialect_.appendHeader(stanza.name, header);
     header += ending;
     lines += header;
     Section const here{kNone, below, below, kNone};
+    bool isAtComment = false;
     for (uint32_t i = 0; i < stanza.entryCount; ++i) {
         Entry const& entry = document_.entries[stanza.firstEntry + i];
         if (!entry.isComment && entry.valueCount == 0 && !entry.needsLine)
@@ -229,7 +237,9 @@ void Difference::addStanza(uint32_t index)
             carried_.push_back({entry.text, entry.isBelowBlank});
             continue;
         }
-        addBlank(entry.isBelowBlank);
+        addBlank(entry.isBelowBlank &&
+                 (!entry.isComment || isAtComment || haveBlankAbove(outline_, above, valueLine)));
+        isAtComment = entry.isComment;
         if (entry.isComment)
             appendComment(outline_, above, entry.text, lines);
         else
@@ -239,7 +249,7 @@ void Difference::addStanza(uint32_t index)
         lines += ending;
     bool const isCarriedHere = !isLast && next == index + 1 && !carried_.empty();
     if (isCarriedHere) {
-        appendComments(carried_, above, true, lines);
+        appendComments(carried_, above, true, headerLine, lines);
         carried_.clear();
     }
     uint32_t const position =

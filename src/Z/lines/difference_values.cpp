@@ -34,7 +34,22 @@ void Difference::compareLines(Reordered& stanza)
     }
     for (uint32_t const line : found.removedComments)
         removeLine(line);
+    for (size_t i = 0; i < stanza.entries.size(); ++i)
+        if (stanza.entries[i].isComment && found.lineOf[i] != kNone)
+            compareSpaces(found.lineOf[i], stanza.entries[i].text);
     stanza.lineOf = std::move(found.lineOf);
+}
+
+// Gives a comment of the text the spaces of a wanted comment with the same words, if it has spaces.
+void Difference::compareSpaces(uint32_t line, std::string_view comment)
+{
+    std::string_view const spaces = spacesOf(dialect_, comment);
+    Line const& read = outline_.lines()[line];
+    if (spaces.empty() || spaces == slice(text_, read.nameEnd, read.valueBegin) ||
+        comment == slice(text_, read.nameBegin(), read.valueEnd))
+        return;
+    record(stanzaName_, {}, comment);
+    edits_.replace({read.nameEnd, read.valueBegin, std::string(spaces)});
 }
 
 void Difference::renameKey(uint32_t line, Entry const& entry)

@@ -66,10 +66,21 @@ uint32_t Outline::find(std::string_view name, size_t guess)
 
 Section const& Outline::sectionOf(uint32_t line) const
 {
-    auto const next =
-        std::upper_bound(sections_.begin() + 1, sections_.end(), line,
-                         [](uint32_t at, Section const& section) { return at < section.header; });
+    auto const next = std::upper_bound(
+        sections_.begin() + 1, sections_.end() - static_cast<ptrdiff_t>(appended_), line,
+        [](uint32_t at, Section const& section) { return at < section.header; });
     return *(next - 1);
+}
+
+uint32_t Outline::appendSection(ReadStanza& stanza, uint32_t previous, uint32_t first, uint32_t end)
+{
+    auto const section = static_cast<uint32_t>(sections_.size());
+    sections_.push_back({kNone, first, end, sections_[previous].next});
+    ++appended_;
+    sections_[previous].next = section;
+    if (stanza.lastSection == previous)
+        stanza.lastSection = section;
+    return section;
 }
 
 std::string_view Outline::lineEndingOf(uint32_t line) const

@@ -76,6 +76,10 @@ public:
     /// Returns the section that has a line, or whose header it is.
     Section const& sectionOf(uint32_t line) const;
 
+    /// Appends the lines from `first` to the end of a section to the stanza of the section
+    /// `previous`, after that section. Returns their new section.
+    uint32_t appendSection(ReadStanza& stanza, uint32_t previous, uint32_t first, uint32_t end);
+
     /// Returns the line ending of a line, or of the nearest line above that has one.
     std::string_view lineEndingOf(uint32_t line) const;
 
@@ -119,7 +123,8 @@ private:
     std::string_view const text_;
     Dialect const& dialect_;
     std::vector<Line> lines_;
-    std::vector<Section> sections_;
+    std::vector<Section> sections_;  // appended sections are the last
+    size_t appended_ = 0;
     std::vector<ReadStanza> stanzas_;
     std::unordered_map<std::string_view, uint32_t> index_;
     size_t indexed_ = 0;  // stanzas in the index

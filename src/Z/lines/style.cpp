@@ -6,6 +6,8 @@ namespace zlines {
 
 namespace {
 
+constexpr uint32_t kFarthest = 1000;  // lines between a new comment and its model
+
 bool isBlank(char c)
 {
     return c == ' ' || c == '\t';
@@ -118,6 +120,41 @@ std::string_view separatorInTemplate(Outline const& outline, uint32_t line, std:
     return comment.substr(key.size(), end - key.size());
 }
 
+// Returns whether a comment is a key that is commented out.
+bool isTemplate(Outline const& outline, uint32_t line)
+{
+    std::string_view const comment = outline.comment(line);
+    size_t const sign = comment.find_first_of(outline.dialect().separatorBytes());
+    size_t const word = comment.substr(0, sign).find_last_not_of(" \t");
+    return sign != comment.npos && word != comment.npos &&
+           comment.substr(0, word).find_first_of(" \t") == comment.npos;
+}
+
+// Returns the first of the comment lines right above a comment line.
+uint32_t firstOfComment(Outline const& outline, uint32_t line)
+{
+    for (uint32_t i = 0; i < kFarthest && line > 0; ++i, --line)
+        if (outline.lines()[line - 1].kind != commentLine)
+            break;
+    return line;
+}
+
+// Returns the line that is nearest to the position after the line `after` and for which `isModel`
+// is true, the line above if two are equally near; kNone if there is none.
+template <class IsModel>
+uint32_t findNear(Outline const& outline, uint32_t after, IsModel isModel)
+{
+    auto const count = static_cast<uint32_t>(outline.lines().size());
+    uint32_t const position = after == kNone ? 0 : after + 1;
+    for (uint32_t i = 0; i < kFarthest && (i < position || position + i < count); ++i) {
+        if (i < position && isModel(position - 1 - i))
+            return position - 1 - i;
+        if (position + i < count && isModel(position + i))
+            return position + i;
+    }
+    return kNone;
+}
+
 }  // namespace
 
 Style styleOf(Outline const& outline, uint32_t model)
@@ -178,47 +215,77 @@ std::string separatorFor(Style const& style, size_t length)
     return std::string(std::max(least, wanted), ' ') + std::string(style.separator.substr(blanks));
 }
 
+std::string_view spacesOf(Dialect const& dialect, std::string_view comment)
+{
+    std::string_view const text = dialect.commentText(comment);
+    if (text.empty() || text.data() < comment.data() ||
+        text.data() > comment.data() + comment.size())
+        return {};
+    std::string_view const prefix =
+        comment.substr(0, static_cast<size_t>(text.data() - comment.data()));
+    size_t const mark = prefix.find_last_not_of(" \t");
+    return mark == prefix.npos ? std::string_view() : prefix.substr(mark + 1);
+}
+
+bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below)
+{
+    auto const isOfKind = [&](uint32_t line) {
+        LineKind const kind = static_cast<LineKind>(outline.lines()[line].kind);
+        return below == valueLine ? outline.lines()[line].isKey() : kind == below;
+    };
+    // The last line of a comment above such a line, unless the comment is right below a header.
+    uint32_t first = kNone;
+    auto const isModel = [&](uint32_t line) {
+        if (outline.lines()[line].kind != commentLine || line + 1 >= outline.lines().size() ||
+            !isOfKind(line + 1))
+            return false;
+        first = firstOfComment(outline, line);
+        return first > 0 && outline.lines()[first - 1].kind != headerLine;
+    };
+    return findNear(outline, after, isModel) != kNone &&
+           outline.lines()[first - 1].kind == blankLine;
+}
+
 void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
                    std::string& out)
 {
-    // The nearest comment with words shows the style, the comment above if two are equally near.
-    auto const isModel = [&](uint32_t line) {
+    // The nearest comment with words shows the style, preferably no key that is commented out.
+    auto const hasWords = [&](uint32_t line) {
         if (outline.lines()[line].kind != commentLine || outline.comment(line).empty())
             return false;
         auto const first = static_cast<unsigned char>(outline.comment(line).front());
         return first >= 0x80 || (first >= '0' && first <= '9') || (first >= 'A' && first <= 'Z') ||
                (first >= 'a' && first <= 'z');
     };
-    constexpr uint32_t kFarthest = 1000;  // lines
-    auto const count = static_cast<uint32_t>(outline.lines().size());
-    uint32_t const position = after == kNone ? 0 : after + 1;
-    uint32_t model = kNone;
-    for (uint32_t i = 0; i < kFarthest && model == kNone; ++i) {
-        if (i < position && isModel(position - 1 - i))
-            model = position - 1 - i;
-        else if (position + i < count && isModel(position + i))
-            model = position + i;
-        else if (i >= position && position + i >= count)
-            break;
-    }
+    uint32_t model = findNear(outline, after, [&](uint32_t line) {
+        return hasWords(line) && !isTemplate(outline, line);
+    });
+    if (model == kNone)
+        model = findNear(outline, after, hasWords);
+    Dialect const& dialect = outline.dialect();
     std::string_view const ending = outline.lineEndingAfter(after);
-    std::string_view const text = outline.dialect().commentText(comment);
-    if (model == kNone && comment.starts_with(outline.dialect().ownComment())) {
-        out += comment;
-    } else if (model == kNone) {
-        out += outline.dialect().ownComment();
-        out += ' ';
-        out += text;
-    } else {
-        Line const& line = outline.lines()[model];
-        std::string_view prefix = slice(outline.text(), line.begin, line.valueBegin);
-        if (prefix.size() + text.size() > outline.dialect().maxLineLength())
-            prefix = slice(outline.text(), line.nameBegin(), line.nameEnd);
-        while (text.empty() && !prefix.empty() && isBlank(prefix.back()))
-            prefix.remove_suffix(1);
-        out += prefix;
-        out += text;
+    std::string_view const text = dialect.commentText(comment);
+    if (model == kNone && comment.starts_with(dialect.ownComment())) {
+        (out += comment) += ending;
+        return;
     }
+    std::string_view indent;
+    std::string_view mark = dialect.ownComment();
+    std::string_view spaces = " ";
+    if (model != kNone) {
+        Line const& line = outline.lines()[firstOfComment(outline, model)];
+        indent = slice(outline.text(), line.begin, line.nameBegin());
+        mark = slice(outline.text(), line.nameBegin(), line.nameEnd);
+        spaces = slice(outline.text(), line.nameEnd, line.valueBegin);
+    }
+    if (std::string_view const own = spacesOf(dialect, comment); !own.empty())
+        spaces = own;
+    if (text.empty())
+        spaces = {};
+    size_t const length = indent.size() + mark.size() + spaces.size() + text.size();
+    if (length > dialect.maxLineLength())
+        indent = spaces = {};
+    (((out += indent) += mark) += spaces) += text;
     out += ending;
 }
 

@@ -27,8 +27,16 @@ Style styleOf(Outline const& outline, uint32_t model);
 /// Returns the separator of a new key whose name has `length` bytes as spelled.
 std::string separatorFor(Style const& style, size_t length);
 
-/// Appends a wanted comment, with its line ending, in the style of the comments around
-/// the position after the line `after`.
+/// Returns the spaces of a comment between its mark and its text. Empty: it has none, or no mark.
+std::string_view spacesOf(Dialect const& dialect, std::string_view comment);
+
+/// Returns whether the nearest comment above a line of the kind `below`, a key or header, has a
+/// blank line above it. `after` is the line above the new comment.
+bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below);
+
+/// Appends a wanted comment, with its line ending, with the indentation and mark of the comments
+/// around the position after the line `after`. If it has no spaces after its mark, or no mark, it
+/// gets theirs.
 void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
                    std::string& out);
 
