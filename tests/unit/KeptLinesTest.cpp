@@ -68,6 +68,27 @@ TEST_F(KeptLines, ANewKeyFollowsItsTemplateOrTheLastKey)
     });
 }
 
+TEST_F(KeptLines, NewKeysReplaceARemovedKeyWithTheValueOfTheLast)
+{
+    expectChanges({
+        {"the last", "[s]\nk1=v0\n",
+         [](Store& store) {
+             store.deleteKey("s", "k1");
+             store.setValue("s", "k2", "v2");
+             store.setValue("s", "k0", "v0");
+         },
+         "[s]\nk2=v2\nk0=v0\n"},
+        {"without the stanza's blank line", "[r]\n\n[s]\nk1=v0\n\n",
+         [](Store& store) {
+             store.deleteKey("s", "k1");
+             store.addValue("s", "k2", "v2", 0);
+             ZStanzaValueIterator_6_0 values(store, "s", "k0", zPropLocalStrings, zPropIterPlain);
+             values.addValue("v0");
+         },
+         "[r]\n\n[s]\nk2=v2\nk0=v0\n\n"},
+    });
+}
+
 TEST_F(KeptLines, ValuesOfAKeyKeepTheirLines)
 {
     std::string const abc = "[s]\nk = a\n# c\n k=b\nl = 1\nk  =  c\n";
@@ -399,14 +420,14 @@ TEST_F(KeptLines, AFailedAllocationLosesNothing)
                                  },
                                  false);
     EXPECT_GT(failures, 10u);
-    EXPECT_EQ("# c\n[s]\n k=x\n\n# d\n l=1\n n=y\n\n[t]\n\n[u]\n m=z\n", directory_.read("conf"));
+    EXPECT_EQ("# c\n[s]\n k=x\n# d\n l=1\n n=y\n\n[t]\n\n[u]\n m=z\n", directory_.read("conf"));
 
     unsigned long const loads =
         failEachAllocationOfSome([&] { store_.reload(path.c_str()); }, [] {},
                                  [&] { EXPECT_EQ("x,", valuesOf(store_, "s", "k")); }, false);
     EXPECT_GT(loads, 5u);
     store_.setValue("s", "n", "0");
-    EXPECT_EQ("# c\n[s]\n k=x\n\n# d\n l=1\n n=0\n\n[t]\n\n[u]\n m=z\n", stored());
+    EXPECT_EQ("# c\n[s]\n k=x\n# d\n l=1\n n=0\n\n[t]\n\n[u]\n m=z\n", stored());
 }
 
 TEST_F(KeptLines, TheTextTakesAsMuchMemoryAsTheFile)

@@ -32,7 +32,7 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
         stanzaName_ = document.stanzas[i].name;
         Entries const entries = entriesOf(i);
         if (!compareInOrder(entries, outline_.stanzas()[readOf_[i]]))
-            reordered_.push_back({i, readOf_[i], entries, {}});
+            reordered_.push_back({i, readOf_[i], entries, {}, {}});
     }
     if (!reordered_.empty())
         gone_.resize(outline_.lines().size());

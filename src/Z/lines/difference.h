@@ -59,12 +59,14 @@ private:
         uint32_t stanza;  // of the wanted contents
         uint32_t read;    // of the text
         Entries entries;
-        std::vector<uint32_t> lineOf;  // of each entry: its comment or first key line, or kNone
+        std::vector<uint32_t> lineOf;     // of each entry: its comment or first key line, or kNone
+        std::vector<uint32_t> movedFrom;  // of each entry: the old line of a comment that moves
     };
 
     struct NewComment {
         std::string_view text;
         bool isBelowBlank;
+        uint32_t movedFrom;  // its old line, or kNone
     };
 
     // The position at which the next new line of a stanza is inserted.
@@ -112,6 +114,7 @@ private:
                         bool needsBlankBelow);
     void appendComments(std::vector<NewComment> const& comments, uint32_t after, bool isAtBlank,
                         LineKind below, std::string& out) const;
+    void appendMoved(NewComment const& comment, uint32_t after, std::string& out) const;
     bool isBelowComment(uint32_t after) const;
     uint32_t lastKeyLine(ReadStanza const& read) const;
     void appendKey(Section const& section, uint32_t after, Entry const& entry,

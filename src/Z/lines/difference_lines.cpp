@@ -36,7 +36,7 @@ void Difference::place(Reordered const& stanza)
         uint32_t const line = stanza.lineOf[i];
         if (line == kNone) {
             if (entry.isComment)
-                at.comments.push_back({entry.text, entry.isBelowBlank});
+                at.comments.push_back({entry.text, entry.isBelowBlank, stanza.movedFrom[i]});
             else if (entry.valueCount > 0 || entry.needsLine)
                 placeKey(stanza, entry, i >= lastKnown, at);
             continue;
@@ -126,10 +126,24 @@ void Difference::appendComments(std::vector<NewComment> const& comments, uint32_
         if (comment.isBelowBlank && !isAtBlank &&
             (isAtComment || haveBlankAbove(outline_, after, below)))
             out += outline_.lineEndingAfter(after);
-        appendComment(outline_, after, comment.text, out);
+        appendMoved(comment, after, out);
         isAtBlank = false;
         isAtComment = true;
     }
+}
+
+// Appends a new comment. A comment that moves keeps its bytes.
+void Difference::appendMoved(NewComment const& comment, uint32_t after, std::string& out) const
+{
+    std::string_view const spaces = spacesOf(dialect_, comment.text);
+    uint32_t const from = comment.movedFrom;
+    if (from == kNone || (!spaces.empty() && spaces != slice(text_, outline_.lines()[from].nameEnd,
+                                                             outline_.lines()[from].valueBegin)))
+        return appendComment(outline_, after, comment.text, out);
+    std::string_view line = slice(text_, outline_.lines()[from].begin, outline_.endOf(from));
+    line.remove_suffix(line.ends_with('\n') ? 1 : 0);
+    line.remove_suffix(line.ends_with('\r') ? 1 : 0);
+    (out += line) += outline_.lineEndingAfter(after);
 }
 
 // Appends the lines of a key, inserted after the line `after` or in a stanza with a new header.
@@ -234,7 +248,7 @@ void Difference::addStanza(uint32_t index)
             continue;
         bool const isAboveHeader = entry.isComment && isAboveNextHeader(index, i);
         if (isAboveHeader) {
-            carried_.push_back({entry.text, entry.isBelowBlank});
+            carried_.push_back({entry.text, entry.isBelowBlank, kNone});
             continue;
         }
         addBlank(entry.isBelowBlank &&

@@ -38,6 +38,7 @@ void Difference::compareLines(Reordered& stanza)
         if (stanza.entries[i].isComment && found.lineOf[i] != kNone)
             compareSpaces(found.lineOf[i], stanza.entries[i].text);
     stanza.lineOf = std::move(found.lineOf);
+    stanza.movedFrom = std::move(found.movedFrom);
 }
 
 // Gives a comment of the text the spaces of a wanted comment with the same words, if it has spaces.
@@ -55,7 +56,7 @@ void Difference::compareSpaces(uint32_t line, std::string_view comment)
 void Difference::renameKey(uint32_t line, Entry const& entry)
 {
     record(stanzaName_, entry.text, {});
-    edits_.replace(dialect_.renameKey(text_, outline_.lines()[line], entry.text));
+    edits_.replaceName(dialect_.renameKey(text_, outline_.lines()[line], entry.text));
 }
 
 void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& lines)

@@ -32,7 +32,7 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
         Replacement const& change = edit.change;
         if (change.begin > done)
             copyTo(change.begin);
-        if (edit.order != changes && !out.empty() && out.back() != '\n')
+        if (edit.order != changes && edit.order != names && !out.empty() && out.back() != '\n')
             out += edit.lineEnding;
         for (size_t at = 0; at < change.commentBytes;) {
             movedComments.push_back(static_cast<uint32_t>(out.size() + at));

@@ -16,12 +16,14 @@ namespace zlines {
 class Edits {
 public:
     // The order at one position: a value that is added to the last line precedes the lines that are
-    // inserted after it. Insertions of one kind keep their order.
-    enum Order { changes, valuesOfLineAbove, newLines, valuesOfLineBelow, newStanzas };
+    // inserted after it. Insertions of one kind keep their order. A name at the start of a line
+    // changes after the insertions above the line.
+    enum Order { changes, valuesOfLineAbove, newLines, valuesOfLineBelow, newStanzas, names };
 
     explicit Edits(std::string_view text) : text_(text) {}
 
     void replace(Replacement change) { add({std::move(change), changes, "\n", 0}); }
+    void replaceName(Replacement change) { add({std::move(change), names, "\n", 0}); }
 
     /// Inserts lines, each with its line ending, at the start of a line.
     /// range   `lineEnding` ends the line before, if it is the last line and has none.

@@ -27,6 +27,7 @@ public:
         : outline_(outline), document_(document), entries_(entries)
     {
         found_.lineOf.assign(entries.size(), kNone);
+        found_.movedFrom.assign(entries.size(), kNone);
     }
 
     Matching match(ReadStanza const& stanza, bool isScattered)
@@ -34,8 +35,7 @@ public:
         readLines(stanza);
         matchNames();
         bool const isOrdered = matchGaps();
-        if (isScattered || found_.isScattered || !isOrdered)
-            matchCommentsAnywhere();
+        matchCommentsAnywhere(isScattered || found_.isScattered || !isOrdered);
         for (Item const& item : read_)
             if (!item.isKey && !isMatched_[&item - read_.data()])
                 found_.removedComments.push_back(item.at);
@@ -134,7 +134,8 @@ private:
         return anchors.size() == keys[0].size();
     }
 
-    void matchCommentsAnywhere()
+    // Finds the remaining comments anywhere in the stanza: they stay there or are moved.
+    void matchCommentsAnywhere(bool areStaying)
     {
         // Lists of the comments of each text.
         std::vector<uint32_t> first;
@@ -161,7 +162,10 @@ private:
                 continue;
             uint32_t const read = first[text];
             first[text] = next[read];
-            pair(read, i);
+            if (areStaying)
+                pair(read, i);
+            else
+                found_.movedFrom[wanted_[i].at] = read_[read].at;
         }
     }
 

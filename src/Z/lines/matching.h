@@ -26,8 +26,9 @@ struct ReadKey {
 };
 
 struct Matching {
-    std::vector<ReadKey> keys;     // in the order of their first lines
-    std::vector<uint32_t> lineOf;  // of each entry: its comment or first key line, or kNone
+    std::vector<ReadKey> keys;        // in the order of their first lines
+    std::vector<uint32_t> lineOf;     // of each entry: its comment or first key line, or kNone
+    std::vector<uint32_t> movedFrom;  // of each entry: the removed comment with its text, or kNone
     std::vector<uint32_t> removedComments;  // lines, in order
     bool isScattered = false;               // a key has lines in different parts of the stanza
 };
