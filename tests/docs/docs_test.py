@@ -95,6 +95,17 @@ class Documents(unittest.TestCase):
         for folder in re.findall(r"^\| `([\w./]+/)` \|", text, re.M):
             self.assertTrue((ROOT / folder).is_dir(), folder)
 
+    def test_every_dialect_has_its_rows(self):
+        table = (ROOT / "src/Z/dialects/table.cpp").read_text(encoding="utf-8")
+        rows = table.split("Row kRows[] = {")[1].split("\n};")[0]
+        names = re.findall(r'^    \{"([a-z-]+)",', rows, re.M)
+        self.assertIn("git", names)
+        page = (ROOT / "docs/file-formats.md").read_text(encoding="utf-8")
+        section = page.split("## Other dialects")[1].split("\n## ")[0]
+        for name in names:
+            found = re.findall(rf"^\|[^|]*`{name}`[^|]*\|", section, re.M)
+            self.assertEqual(2, len(found), name)
+
     def test_files_that_documents_name_exist(self):
         paths = [path for folder in ("src", "tests", "tools", "examples")
                  for path in (ROOT / folder).rglob("*.*")]

@@ -86,6 +86,14 @@ private:
     std::mt19937 random_;
 };
 
+testing::AssertionResult readsAsTheModel(std::string_view text, Switches const& rules,
+                                         zdialects::SwitchedDialect const& dialect)
+{
+    std::string const difference = differenceFromModel(text, rules, dialect);
+    return difference.empty() ? testing::AssertionSuccess()
+                              : testing::AssertionFailure() << difference;
+}
+
 // Returns whether the library has a reader for the switches.
 bool areReadable(Switches const& rules)
 {
