@@ -1,4 +1,4 @@
-// Dialects: the library reads any text with any switches as the model of the tests does.
+// Dialects: the library reads any bytes with any switches as the model of the tests does.
 #include <Z/dialects/switched_dialect.h>
 #include <Z/dialects/table.h>
 
@@ -43,11 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         text, dialect_model::modelSwitches(dialect.switches()), dialect);
     if (!difference.empty())
         fprintf(stderr, "%s\n", difference.c_str());
-    check(difference.empty(), "a text is read as the model reads it");
+    check(difference.empty(), "a file is read as the model reads it");
 
     std::vector<zlines::Line> lines;
     auto const again = zdialects::dialectWith(dialect.switches());
     again->split(text, lines);
-    check(lines.empty() == (text.empty() || text == "\xef\xbb\xbf"), "each text has lines");
+    check(lines.empty() == (text.empty() || text == "\xef\xbb\xbf"), "each file has lines");
     return 0;
 }

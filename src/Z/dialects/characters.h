@@ -14,6 +14,7 @@ public:
     {
         add(' ', kBlank);
         add('\t', kBlank);
+        add('\\', kBackslash);
         addMarks(switches.marks, kMark);
         addMarks(switches.trailing, kTrailing);
         if (switches.separators & separatorEquals)
@@ -34,6 +35,13 @@ public:
     bool isSeparator(char c) const { return has(c, kSeparator); }
     bool isQuote(char c) const { return has(c, kQuote); }
 
+    /// Returns whether the byte stands for itself in a value: no space, mark, quote or backslash.
+    bool isOrdinary(char c) const
+    {
+        return (classes_[static_cast<unsigned char>(c)] &
+                (kBlank | kTrailing | kQuote | kBackslash)) == 0;
+    }
+
     size_t afterBlanks(std::string_view chars, size_t at) const
     {
         while (at < chars.size() && isBlank(chars[at]))
@@ -51,7 +59,14 @@ public:
     }
 
 private:
-    enum Class : uint8_t { kBlank = 1, kMark = 2, kTrailing = 4, kSeparator = 8, kQuote = 16 };
+    enum Class : uint8_t {
+        kBlank = 1,
+        kMark = 2,
+        kTrailing = 4,
+        kSeparator = 8,
+        kQuote = 16,
+        kBackslash = 32
+    };
 
     constexpr void add(char c, Class what) { classes_[static_cast<unsigned char>(c)] |= what; }
 

@@ -274,8 +274,11 @@ void LineReader::readKey(size_t at)
     std::string_view const chars =
         line_.chars().substr(0, scanner_.commentStart(line_.chars(), at));
     size_t separator = at;
-    while (separator < chars.size() && !characters_.isSeparator(chars[separator]))
-        ++separator;
+    if (switches_.separators & separatorColon)
+        while (separator < chars.size() && !characters_.isSeparator(chars[separator]))
+            ++separator;
+    else
+        separator = std::min(chars.find('=', at), chars.size());
     Key const key =
         withoutMarkers(chars, {at, characters_.withoutBlanksAtEnd(chars.substr(0, separator), at)});
     if (separator < chars.size())

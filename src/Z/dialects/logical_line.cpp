@@ -1,21 +1,8 @@
 #include "logical_line.h"
 
-#include <string.h>
-
 #include <algorithm>
 
 namespace zdialects {
-
-PhysicalLine physicalLineAt(std::string_view text, size_t begin)
-{
-    auto const* const feed =
-        static_cast<char const*>(memchr(text.data() + begin, '\n', text.size() - begin));
-    if (feed == nullptr)
-        return {begin, text.size(), text.size()};
-    auto const end = static_cast<size_t>(feed - text.data());
-    bool const hasReturn = end > begin && text[end - 1] == '\r';
-    return {begin, end - (hasReturn ? 1 : 0), end + 1};
-}
 
 size_t LineJoining::sizeIfContinued(std::string_view chars) const
 {
@@ -54,19 +41,10 @@ std::string_view LineJoining::joined(std::string_view slice, std::string& space)
     }
 }
 
-void LogicalLine::take(LineJoining const& joining, std::string_view text, size_t begin)
+void LogicalLine::joinAt(LineJoining const& joining, std::string_view text, PhysicalLine line)
 {
-    PhysicalLine const line = physicalLineAt(text, begin);
-    begin_ = begin;
-    next_ = line.next;
-    chars_ = text.substr(begin, line.end - begin);
-    parts_.clear();
-    hasSeveralLines_ = false;
-    Switches const& switches = joining.switches();
-    if (!(switches.join & kLineJoins))
-        return;
     size_t const size = joining.sizeIfContinued(chars_);
-    if (size != chars_.npos && (switches.commentsJoin || !joining.isComment(chars_)))
+    if (size != chars_.npos && (joining.switches().commentsJoin || !joining.isComment(chars_)))
         join(joining, text, line, size);
     hasSeveralLines_ = next_ != line.next;
 }
@@ -106,12 +84,10 @@ void LogicalLine::join(LineJoining const& joining, std::string_view text, Physic
     chars_ = buffer_;
 }
 
-size_t LogicalLine::offset(size_t index) const
+size_t LogicalLine::joinedOffset(size_t index) const
 {
-    if (parts_.empty())
-        return begin_ + std::min(index, chars_.size());
     if (index >= chars_.size())
-        return chars_.empty() ? begin_ : offset(chars_.size() - 1) + 1;
+        return chars_.empty() ? begin_ : joinedOffset(chars_.size() - 1) + 1;
     auto const after = std::upper_bound(parts_.begin(), parts_.end(), index,
                                         [](size_t i, Part const& part) { return i < part.index; });
     Part const& part = *(after - 1);

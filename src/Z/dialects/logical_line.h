@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,7 +23,14 @@ struct PhysicalLine {
 
 /// Returns the line of `text` that begins at `begin`.
 /// range   `begin` is less than the size.
-PhysicalLine physicalLineAt(std::string_view text, size_t begin);
+inline PhysicalLine physicalLineAt(std::string_view text, size_t begin)
+{
+    size_t const feed = text.find('\n', begin);
+    if (feed == text.npos)
+        return {begin, text.size(), text.size()};
+    bool const hasReturn = feed > begin && text[feed - 1] == '\r';
+    return {begin, feed - (hasReturn ? 1 : 0), feed + 1};
+}
 
 /// Returns the size of the byte order mark of UTF-8 at the start, or 0.
 constexpr size_t byteOrderMarkSize(std::string_view text)
@@ -64,7 +72,17 @@ private:
 class LogicalLine {
 public:
     /// Takes the line at `begin`, with the lines that it continues in.
-    void take(LineJoining const& joining, std::string_view text, size_t begin);
+    void take(LineJoining const& joining, std::string_view text, size_t begin)
+    {
+        PhysicalLine const line = physicalLineAt(text, begin);
+        begin_ = begin;
+        next_ = line.next;
+        chars_ = text.substr(begin, line.end - begin);
+        parts_.clear();
+        hasSeveralLines_ = false;
+        if (joining.switches().join & kLineJoins)
+            joinAt(joining, text, line);
+    }
 
     std::string_view chars() const { return chars_; }
     size_t begin() const { return begin_; }
@@ -75,7 +93,10 @@ public:
     bool hasSeveralLines() const { return hasSeveralLines_; }
 
     /// Returns the position of a character, or of the end.
-    size_t offset(size_t index) const;
+    size_t offset(size_t index) const
+    {
+        return parts_.empty() ? begin_ + std::min(index, chars_.size()) : joinedOffset(index);
+    }
 
     /// Drops the characters from `size`.
     void cut(size_t size) { chars_ = chars_.substr(0, size); }
@@ -87,6 +108,8 @@ private:
         size_t offset;
     };
 
+    void joinAt(LineJoining const& joining, std::string_view text, PhysicalLine line);
+    size_t joinedOffset(size_t index) const;
     void join(LineJoining const& joining, std::string_view text, PhysicalLine line, size_t size);
 
     std::string_view chars_;

@@ -63,6 +63,8 @@ std::string_view SwitchedDialect::comparableStanza(std::string_view name, std::s
 
 std::string_view SwitchedDialect::comparableKey(std::string_view name, std::string& space) const
 {
+    if (!switches_.dropBlanks && !switches_.dashes && !switches_.foldKeys)
+        return name;
     constexpr char kDropped = '\0';
     auto const folded = [this](char c) {
         if (switches_.dropBlanks && characters_.isBlank(c))

@@ -113,6 +113,10 @@ void ValueScanner::scanAnywhere()
     size_t quote = at;
     bool isQuoted = false;
     for (;;) {
+        if (at < line_.end && characters_.isOrdinary(text_[at])) {
+            extent_.end = ++at;
+            continue;
+        }
         if (at == line_.end) {
             if (!isQuoted)
                 return;
@@ -192,6 +196,10 @@ void ValueScanner::scanUnquoted(size_t at)
 {
     while (at < line_.end) {
         char const c = text_[at];
+        if (characters_.isOrdinary(c)) {
+            extent_.end = ++at;
+            continue;
+        }
         if (characters_.isTrailingMark(c) && (switches_.trailingNeeds == TrailingNeeds::nothing ||
                                               characters_.isBlank(text_[at - 1])))
             return;
