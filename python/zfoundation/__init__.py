@@ -14,6 +14,7 @@ from __future__ import annotations
 
 from ._version import __version__
 from .conf import Conf, loads, open, read
+from .dialects import Dialect, dialects, recognise
 from .errors import (
     Busy,
     Closed,
@@ -38,6 +39,7 @@ __all__ = [
     "Change",
     "Closed",
     "Conf",
+    "Dialect",
     "Error",
     "FileError",
     "ForbiddenFile",
@@ -52,11 +54,13 @@ __all__ = [
     "Unsupported",
     "Watch",
     "__version__",
+    "dialects",
     "lint",
     "loads",
     "lock",
     "merge",
     "open",
     "read",
+    "recognise",
     "watch",
 ]

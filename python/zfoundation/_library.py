@@ -143,6 +143,9 @@ _PROTOTYPES: dict[str, tuple[Any, ...]] = {
     "zstzPropSetStanzaComment_6_0": (c_int, _HANDLE, _TEXT, _TEXT),
     "zstzPropSetLineComment_6_0": (c_int, _HANDLE, _TEXT, _TEXT, _TEXT),
     "zstzPropGetLine_6_0": (c_ulong, _HANDLE, _TEXT, _TEXT, c_int, _CODE),
+    "zstzPropGetDialectName_6_0": (c_char_p, c_int),
+    "zstzPropCheckDialect_6_0": (c_int, _TEXT),
+    "zstzPropRecognise_6_0": (c_int, _TEXT, _TEXT, c_size_t, POINTER(c_char_p)),
     "zstzPropMergeText_6_0": (
         c_int, _TEXT, c_size_t, _TEXT, c_size_t, _TEXT, c_size_t, _TEXT, POINTER(c_void_p), _LENGTH, _CODE,
     ),

@@ -9,6 +9,7 @@ import gc
 import os
 import threading
 from collections.abc import Callable, Iterator, Mapping, MutableMapping
+from contextlib import AbstractContextManager
 from types import TracebackType
 from typing import Any, TypeVar, Union, overload
 
@@ -64,7 +65,7 @@ class Conf(MutableMapping[str, Stanza]):
             return self._store.is_modified() or self._is_unsaved
 
     @property
-    def lock(self) -> Any:
+    def lock(self) -> AbstractContextManager[Any]:
         """A lock for `with`: no other thread uses the object inside the block."""
         return self._store.lock
 

@@ -52,11 +52,9 @@ def without_marks(comment: str | None) -> str | None:
 
 
 def with_marks(comment: str) -> str:
-    """Returns comment lines. A line that starts with the mark is left as it is."""
+    """Returns lines before which the library puts the mark of the dialect, unless they have it."""
     lines = comment.rstrip("\n").split("\n")
-    return "\n".join(
-        line if line.startswith("#") else f"# {line}" if line else "#" for line in lines
-    )
+    return "\n".join(line if line.startswith(("#", ";")) or not line else f" {line}" for line in lines)
 
 
 def value_list(values: Values) -> list[str]:

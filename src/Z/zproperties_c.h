@@ -1,7 +1,8 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
 // Subsystem: properties.  Stands on: ZStanzaFileProperties, ZStanzaProblem, ZPropertiesIterator,
-// ZPropertiesImpl, ZProcessReadWriteFileLock, ZLCString, ZLock, ZException, ZArrayList, ZBuffer.
+// ZPropertiesImpl, ZProcessReadWriteFileLock, ZStanzaDialect, ZLCString, ZLock, ZException,
+// ZArrayList, ZBuffer.
 //
 // For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
 // functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
@@ -526,6 +527,25 @@ typedef void (*ZPROPObserver)(int change, char const* stanza, char const* key, v
 ///         observer must not wait for a thread that replaces it or closes its handle; and a thread
 ///         that does so must not have an iterator that the observer waits for.
 int zstzPropSetObserver_6_0(ZPROP_handle* handle, ZPROPObserver observer, void* context);
+
+// ---- Dialects -----------------------------------------------------------------------------------
+
+/// Returns the name of a dialect, counted from 0, which is "stanza"; null past the last.
+/// owns    borrowed forever.
+char const* zstzPropGetDialectName_6_0(int index);
+
+/// Checks the name of a dialect and the switches after it, as in "python,trailing=#;".
+/// codes   55 if `dialect` is null; 58 if the name, a switch or a value is unknown, or if the
+///         switches do not fit together.
+int zstzPropCheckDialect_6_0(char const* dialect);
+
+/// Stores the name of the dialect that the name of `file` implies in `*dialect`; null if several
+/// formats use such names. Opens no file.
+/// range   `text` has the contents of the file, at least up to the first header. It matters only
+///         for names that end with ".service", and can be null if `length` is 0.
+/// owns    the name is borrowed forever.
+/// codes   55 if an argument is missing: `*dialect` is unchanged then.
+int zstzPropRecognise_6_0(char const* file, char const* text, size_t length, char const** dialect);
 
 // ---- Merging ------------------------------------------------------------------------------------
 

@@ -99,6 +99,33 @@ class Opening(PackageTest):
             self.assertEqual(58, caught.exception.code)
         self.assertEqual("stanza", zf.open(self.file, dialect="stanza").dialect)
 
+    def test_dialects_have_names_and_switches(self) -> None:
+        names = zf.dialects()
+        self.assertEqual("stanza", names[0])
+        self.assertLessEqual({"systemd", "desktop", "python", "git"}, set(names))
+        for name in names:
+            self.assertEqual(name, zf.Dialect(name))
+        varied = zf.Dialect("python", trailing=["hash", "semicolon"], trailing_needs="blankBefore")
+        self.assertEqual("python,trailing=hash+semicolon,trailingNeeds=blankBefore", varied)
+        self.assertIn("foldKeys=yes", zf.Dialect("python", fold_keys=True))
+        for bad in (
+            lambda: zf.Dialect("nothing"),
+            lambda: zf.Dialect("python", nothing="1"),
+            lambda: zf.Dialect("python", trailing="nothing"),
+        ):
+            with self.assertRaises(zf.Unsupported):
+                bad()
+
+    def test_names_of_files_imply_dialects(self) -> None:
+        self.assertEqual("python", zf.recognise("setup.cfg"))
+        self.assertIsInstance(zf.recognise("setup.cfg"), zf.Dialect)
+        self.assertIsNone(zf.recognise("app.conf"))
+        self.assertEqual("desktop", zf.recognise("a.service", "[D-BUS Service]\n"))
+        service = self.directory / "a.service"
+        self.assertEqual("systemd", zf.recognise(service))
+        service.write_text("[D-BUS Service]\n")
+        self.assertEqual("desktop", zf.recognise(service))
+
     def test_created_file_appears_with_the_first_save(self) -> None:
         path = self.directory / "new.conf"
         with zf.open(path, create=True) as conf:
