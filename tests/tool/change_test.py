@@ -109,6 +109,10 @@ UNSET = rows(
 
 RENAME = rows(
     "rename",
+    (["empty", "full"], changed((b"[empty]", b"[full]"))),
+    (["upstream", "target"], changed((b"[upstream]", b"[target]"))),
+    (["listener", "front"], changed((b"[listener]", b"[front]"))),
+    (["listener", "name", "title"], changed((b"name=", b"title="))),
     (["upstream", "weight", "load"], changed((b"weight", b"load"))),
     (["upstream", "weight", "weight"], SAME),
     (["upstream", "upstream"], SAME),
@@ -140,6 +144,9 @@ RAW = rows(
 
 COMMENT = rows(
     "comment",
+    (["upstream", "weight", "a weight"],
+     changed((b"weight = 1", b"# a weight\nweight = 1"))),
+    (["upstream", "weight", "# a\nb"], changed((b"weight = 1", b"# a\n# b\nweight = 1"))),
     (["upstream", "the servers"], changed((b"[upstream]", b"# the servers\n[upstream]"))),
     (["The office."], changed((b"# The gateway.\r", b"# The office.\r"))),
     (["The office.", "--above"],

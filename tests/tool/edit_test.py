@@ -21,7 +21,7 @@ ROWS = [
     row("nothing", b"", None),
     row("comments and blank lines", b"# set a k x\n\n   \t# x\n", None),
     row("several", b"set a k w\nadd b m 1\nunset a l 1\nrename b c\ncomment c m 'x y'\nset c m 1\n",
-        b"# c\n[a]\nk = w\n  l = 2\n\n[c]\n\n# x y\n  m = 1\n"),
+        b"# c\n[a]\nk = w\n  l = 2\n\n[c]\n# x y\n  m = 1\n"),
     row("steps see the steps before", b"set n x 1\nrename n m\nset m x 2 --only existing\n",
         TEXT + b"\n[m]\n  x = 2\n"),
     row("a change and its reverse", b"set a k w\nset a k v\n", None),

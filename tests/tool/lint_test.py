@@ -12,8 +12,9 @@ from tool import DONE, GATEWAY, INVALID_DATA, LOCKED, NO_ACCESS, USAGE
 
 NO_SIGN = 'neither a stanza header, a comment nor KEY = VALUE; add "=", or "#" at the start'
 SPACING = 'write "key = value" and "[stanza]" without indentation'
-DROPPED = ("has no value here but values elsewhere, and storing drops this line; remove it, or "
+DROPPED = ("has no value here but values elsewhere, and --normalise drops this line; remove it, or "
            "give it a value")
+GIT = "; reads as git; say --dialect git"
 LONG = "the line exceeds 8190 bytes and would be split; shorten it or use a line per value"
 ZERO = "the line has a zero byte and is ignored after it; remove the zero byte"
 
@@ -32,29 +33,29 @@ ROWS = {
         INVALID_DATA),
     "every note": (
         {"a": b"[a] x\r\n k = 1\nk =\n# c\r\nk = 2"}, ["a"],
-        'a:1:5: note: the text after "]" is ignored, and storing drops it; remove it, or make it '
+        'a:1:5: note: the text after "]" is ignored, and --normalise drops it; remove it, or make it '
         "a comment line\n"
-        f"a:2:1: note: storing changes the whitespace of this line; {SPACING}\n"
+        f"a:2:1: note: --normalise changes the whitespace of this line; {SPACING}\n"
         f'a:3:1: note: key "k" {DROPPED}\n'
-        "a:4:4: note: the line has CR LF at its end, and storing writes LF; convert the line "
+        "a:4:4: note: the line has CR LF at its end, and --normalise writes LF; convert the line "
         "endings\n"
-        'a:5:1: note: key "k" has values in other lines, and storing moves this line up to them; '
+        'a:5:1: note: key "k" has values in other lines, and --normalise moves this line up to them; '
         "move it there\n"
-        "a:5:6: note: the last line has no newline, and storing adds it; add it\n", DONE),
+        "a:5:6: note: the last line has no newline, and --normalise adds it; add it\n", DONE),
     "errors and notes": (
         {"a": b"[a]\nk=v\nl=w\nword\n"}, ["a"],
-        f"a:2:2: note: storing changes the whitespace of 2 lines, this one first; {SPACING}\n"
-        f'a:4:1: "word": {NO_SIGN}\n', INVALID_DATA),
+        f"a:2:2: note: --normalise changes the whitespace of 2 lines, this one first; {SPACING}\n"
+        f'a:4:1: "word": {NO_SIGN}{GIT}\n', INVALID_DATA),
     "zero bytes": (
         {"a": b"[a]\nk = v\0lost\nwo\0rd\n\0\n"}, ["a"],
         f'a:2:6: note: {ZERO}\na:3:3: "wo": {ZERO}\na:4:1: note: {ZERO}\n', INVALID_DATA),
     "long lines": (
         {"a": b"[a]\n" + b"#" * 9000 + b"\nk = " + b"v" * 9000 + b"\n"}, ["a"],
-        f'a:2:8192: note: {LONG}\na:3:8192: "{"v" * 60}...": {LONG}\n', INVALID_DATA),
+        f'a:2:8192: note: {LONG}\na:3:8192: "{"v" * 60}...": {LONG}{GIT}\n', INVALID_DATA),
     "a byte order mark": (
         {"a": b"\xEF\xBB\xBF[a]\nk = v\nword\n"}, ["a"],
         'a:1:1: "\ufeff[a]": the file starts with a byte order mark; save it as UTF-8 without one\n'
-        f'a:3:1: "word": {NO_SIGN}\n', INVALID_DATA),
+        f'a:3:1: "word": {NO_SIGN}{GIT}\n', INVALID_DATA),
     "UTF-16": (
         {"a": "[a]\nk = v\n".encode("utf-16-le").join([b"\xFF\xFE", b""])}, ["a"],
         'a:1:1: "??[": the file is UTF-16; save it as UTF-8 without a byte order mark\n',
@@ -66,16 +67,27 @@ ROWS = {
         'a:1:5: "[ä€😀": no "]" after the stanza name; add it\n', INVALID_DATA),
     "several files": (
         {"a": b"x\n", "b": b"[b]\n", "c": b"[c]\n\ny\n"}, ["a", "b", "c"],
-        f'a:1:1: "x": {NO_SIGN}\nc:3:1: "y": {NO_SIGN}\n', INVALID_DATA),
+        f'a:1:1: "x": {NO_SIGN}\nc:3:1: "y": {NO_SIGN}{GIT}\n', INVALID_DATA),
     "only notes in several files": (
         {"a": b"[a]\n\n[b] \n", "b": b"[b]"}, ["a", "b"],
-        f"a:3:4: note: storing changes the whitespace of this line; {SPACING}\n"
-        "b:1:4: note: the last line has no newline, and storing adds it; add it\n", DONE),
+        f"a:3:4: note: --normalise changes the whitespace of this line; {SPACING}\n"
+        "b:1:4: note: the last line has no newline, and --normalise adds it; add it\n", DONE),
     "a file with a companion that is missing": (
         {"a": b"word\n[configuration-database]\nfile = /none.obf\n"}, ["a"],
         f'a:1:1: "word": {NO_SIGN}\n'
         "a:3:8: cannot read the companion file /none.obf: it is missing or empty; restore it, or "
         "remove this line to give up its values\n", NO_ACCESS),
+    "another dialect": (
+        {"a": b"[a]\nk = v\nword\n; c\n"}, ["--dialect", "git", "a"], "", DONE),
+    "an error in another dialect": (
+        {"a": b"[a]\nk = \"v\n"}, ["--dialect", "git", "a"],
+        'a:2:5: "k = "v": a quote is not closed; close it\n', INVALID_DATA),
+    "a dialect by the name of the file": (
+        {"setup.cfg": b"[a]\nk: v\n  w\n"}, ["setup.cfg"], "", DONE),
+    "a name overruled": (
+        {"setup.cfg": b"[a]\nk: v\n  w\n"}, ["--dialect", "stanza", "setup.cfg"],
+        f'setup.cfg:2:1: "k: v": {NO_SIGN}\nsetup.cfg:3:3: "w": {NO_SIGN}; reads as python; '
+        "say --dialect python\n", INVALID_DATA),
     "options": ({"a": b"x\n"}, ["--format", "plain", "--", "a"], f'a:1:1: "x": {NO_SIGN}\n',
                 INVALID_DATA),
 }
@@ -108,13 +120,23 @@ class LintTest(tool.ToolTest):
         found = [json.loads(line) for line in run.stdout.splitlines()]
         self.assertEqual([
             {"file": "a", "line": 2, "column": 2, "kind": "note", "stanza": "", "key": "",
-             "text": f"storing changes the whitespace of this line; {SPACING}"},
+             "text": f"--normalise changes the whitespace of this line; {SPACING}"},
             {"file": "a", "line": 3, "column": 1, "kind": "error", "stanza": "a",
-             "key": "", "text": f'"\udcff"\\\x01ä": {NO_SIGN}'},
+             "key": "", "text": f'"\udcff"\\\x01ä": {NO_SIGN}; reads as mysql; say --dialect mysql'},
             {"file": "b\udcff", "line": 1, "column": 1, "kind": "error", "stanza": "",
              "key": "", "text": f'"x": {NO_SIGN}'}], found)
         self.assertIn("\\udcff", run.stdout)
         self.assertEqual("", self.lint("--format", "json", "--", "/dev/null").stdout)
+
+    def test_the_environment_selects_a_dialect(self):
+        self.write({"a": b"[a]\nk: v\n"})
+        for dialect, code, printed in (("python", DONE, ""), ("stanza", INVALID_DATA, "a:2:1: "),
+                                       ("", INVALID_DATA, "a:2:1: "),
+                                       ("none", USAGE, 'ZSTZ_DIALECT: unknown dialect "none"')):
+            with self.subTest(dialect):
+                run = self.lint("a", environment={"ZSTZ_DIALECT": dialect})
+                self.assertEqual(code, run.returncode)
+                self.assertIn(printed, run.stdout + run.stderr)
 
     def test_continues_after_a_file_that_cannot_be_read(self):
         pipe = self.path.parent / "pipe"
@@ -123,7 +145,7 @@ class LintTest(tool.ToolTest):
         self.path.write_text("[a]\nk=v\n")
         run = self.lint("none", ".", "pipe", "bad", self.file)
         self.assertEqual(NO_ACCESS, run.returncode)
-        self.assertEqual(f'bad:1:1: "x": {NO_SIGN}\n{self.file}:2:2: note: storing changes the '
+        self.assertEqual(f'bad:1:1: "x": {NO_SIGN}\n{self.file}:2:2: note: --normalise changes the '
                          f"whitespace of this line; {SPACING}\n", run.stdout)
         self.assertEqual("zstz: none: cannot open: No such file or directory; check the path\n"
                          "zstz: .: is a directory; give a regular file\n"
@@ -164,12 +186,14 @@ class LintTest(tool.ToolTest):
                          (run.returncode, run.stderr))
 
     def test_agrees_with_check(self):
-        for name, (files, _, _, code) in ROWS.items():
+        for name, (files, arguments, _, code) in ROWS.items():
             if code == NO_ACCESS:
                 continue  # check stops at the invalid line before the companion
             with self.subTest(name):
                 self.write(files)
                 for file in files:
+                    if "--dialect" in arguments or file != "a":
+                        continue
                     self.assertEqual(self.lint(file).returncode,
                                      self.run_tool("check", file, cwd=self.path.parent).returncode)
 

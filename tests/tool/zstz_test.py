@@ -12,7 +12,8 @@ import tool
 from tool import (DONE, GATEWAY, HANGS, INVALID_DATA, INVALID_VALUE, NO_ACCESS, NOT_FOUND, REFUSED,
                   USAGE)
 
-VERBS = ("get", "set", "add", "unset", "rename", "comment", "edit", "fmt", "stanzas", "keys", "list", "check", "lint", "java", "convert",
+VERBS = ("get", "list", "stanzas", "keys", "check", "lint", "set", "add", "unset", "rename", "comment",
+         "edit", "fmt", "convert", "diff", "merge", "watch", "doc", "dialects", "completion", "java",
          "lock", "hexdump")
 
 
@@ -154,10 +155,10 @@ class ZstzTest(tool.ToolTest):
             self.expect(DONE, "", "set", self.file, "b", "c", "1")
             self.expect_text(text + "\n[b]\nc = 1\n")
 
-    # The library ignores an empty value next to other values, and storing drops its line.
+    # The library ignores an empty value next to other values, and --normalise drops its line.
 
     LOST_LINES = (
-        # text, lines that storing drops
+        # text, lines that --normalise drops
         ("[a]\nk =\nk = v\n", [2]),
         ("[a]\nk = v\n\n  k=\t\n", [4]),
         ("[a]\nk =\nb = 1\nk =\nk = v\nk =\n", [2, 4, 6]),
@@ -167,8 +168,8 @@ class ZstzTest(tool.ToolTest):
         ("[a]\nk =\n[k]\nk = =\nk = #\n", []),
     )
 
-    def test_check_notes_empty_values_that_storing_would_drop(self):
-        note = ('note: key "k" has no value here but values elsewhere, and storing drops this '
+    def test_check_notes_empty_values_that_normalise_drops(self):
+        note = ('note: key "k" has no value here but values elsewhere, and --normalise drops this '
                 "line; remove it, or give it a value\n")
         for text, lines in self.LOST_LINES:
             with self.subTest(text):
@@ -190,7 +191,7 @@ class ZstzTest(tool.ToolTest):
                     if lines:
                         self.expect_unchanged(
                             REFUSED, f'{self.file}:{lines[0]}: not saved: key "k" has no value '
-                            "here but values elsewhere, and storing drops this line; ", *verb,
+                            "here but values elsewhere, and --normalise drops this line; ", *verb,
                             "--normalise")
                     else:
                         self.expect(DONE, "", *verb, "--normalise")
@@ -295,7 +296,7 @@ class ZstzTest(tool.ToolTest):
             (["set", "b", "new", "2"], self.ODD + "\nnew = 2"),
             (["set", "c", "new", "2"], self.ODD + "\n\n[c]\nnew = 2"),
             (["set", "a", "l", "1"], self.ODD.replace("l=", "l=1")),
-            (["unset", "a", "--stanza"], "# a\r\n\n[b]\nlast = 1"),
+            (["unset", "a", "--stanza"], "# a\r\n\n# b\n[b]\nlast = 1"),
         )
         for verb, after in rows:
             for replace in ([], ["--replace"]):
@@ -609,9 +610,18 @@ class ZstzTest(tool.ToolTest):
                     self.assertEqual((DONE, ""), (run.returncode, run.stderr))
                     self.assertRegex(run.stdout,
                                      rf"\A[A-Z][^\n]+\.\nUsage: zstz {verb} \[OPTIONS\] ")
-                    self.assertRegex(run.stdout, rf"Example:\n  zstz {verb} ")
+                    self.assertRegex(run.stdout, rf"Example:\n.*\bzstz {verb}[ \n]")
         self.assertRegex(self.run_tool("set", "--help").stdout,
                          r"Example:\n  zstz set .*\n  zstz set .* --obfuscated <")
+
+    def test_the_manual_page_has_every_verb_and_option(self):
+        page = pathlib.Path(__file__).parents[2] / "tools" / "zstz" / "zstz.1"
+        text = page.read_text(encoding="utf-8").replace("\\-", "-")
+        for verb in VERBS:
+            self.assertRegex(text, rf"\n\.B {verb} \\f[IR]")
+            for option in re.findall(r"^  (?:-\w, )?(--[a-z-]+)", self.run_tool(verb, "-h").stdout,
+                                     re.M):
+                self.assertRegex(text, rf"(?<![a-z-]){option}(?![a-z-])", f"{verb} {option}")
 
     def test_version_is_printed(self):
         self.expect(DONE, "zstz 6.0\n", "--version")

@@ -1,5 +1,6 @@
 #include "arguments.h"
 
+#include <Z/ZStanzaDialect.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -142,7 +143,9 @@ bool Parser::parse(std::vector<std::string> const& words)
     }
     assignArguments();
     checkExclusions();
-    if (!request_.dialect.empty() && request_.dialect != "stanza")
+    ZStanzaDialect_6_0 dialect;
+    if (!request_.dialect.empty() &&
+        ZStanzaDialect_6_0::named(request_.dialect.c_str(), dialect) == 0)
         throw UsageError{"--dialect: unknown dialect " + quote(request_.dialect)};
     if (verb_.check != nullptr)
         verb_.check(request_, passed_);

@@ -13,7 +13,7 @@ namespace {
 
 std::string formatNote(std::string const& path, ZStanzaProblem_6_0 const& problem)
 {
-    return nameLine(path, problem.line()) + ": note: " + problem.text().getChars();
+    return nameLine(path, problem.line()) + ": note: " + textOf(problem);
 }
 
 void checkFile(Request const& request, std::string const& path)

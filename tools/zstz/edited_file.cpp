@@ -146,7 +146,7 @@ void EditedFile::requireKeptLines() const
             if (isDropped ? isNormalised && cause == Cause::droppedLine && !removes(problem)
                           : isPartial && (isNormalised || touches(problem)))
                 throw Failure{exitRefused, nameLine(request_.file, problem.line()),
-                              splitText("not saved: " + toStdString(problem.text()))};
+                              splitText("not saved: " + textOf(problem))};
         }
 }
 

@@ -20,6 +20,7 @@
 #include <optional>
 #include <utility>
 
+#include "dialect_choice.h"
 #include "problems.h"
 
 namespace {
@@ -57,7 +58,7 @@ std::optional<std::pair<size_t, std::string>> findFirstError(std::string const& 
         Problems const problems(path, 0);
         for (unsigned i = 0; i < problems.size(); ++i)
             if (problems[i].kind() == ZStanzaProblem_6_0::error)
-                return std::pair(problems[i].line(), toStdString(problems[i].text()));
+                return std::pair(problems[i].line(), textOf(problems[i]));
     } catch (...) {
     }
     return {};
@@ -75,7 +76,9 @@ Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string c
                 nameLine(damaged, static_cast<size_t>(e.badline())),
                 {quote(toStdString(e.baddata())) + ": invalid line", "correct it"}};
     auto const& [number, text] = *error;
-    return {exitInvalidData, nameLine(damaged, number), splitText(text)};
+    Problem problem = splitText(text);
+    addSuggestion(readContents(damaged), problem.remedy);
+    return {exitInvalidData, nameLine(damaged, number), problem};
 }
 
 // Returns the kind of a file that cannot be a configuration file; null for a regular or missing

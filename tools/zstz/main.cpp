@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "arguments.h"
+#include "dialect_choice.h"
 #include "edited_file.h"
 #include "failures.h"
 #include "help.h"
@@ -82,6 +83,8 @@ int run(int argc, char const* const* argv, Request& request)
             fputs(formatHelp(*verb).c_str(), stdout);
             return exitDone;
         }
+        if (verb->name != std::string_view("lint"))
+            requireStanzaDialect(request);
         if (verb->prepare != nullptr)
             verb->prepare(request);
         return verb->run != nullptr ? verb->run(request) : runChange(request, verb->apply);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Z/ZArrayList.h>
+#include <Z/ZStanzaDialect.h>
 #include <Z/ZStanzaProblem.h>
 
 #include <string>
@@ -13,10 +14,10 @@ class Problems {
 public:
     /// Waits up to `wait` seconds for a busy file.
     /// throws  as ZStanzaFileProperties_6_0::findProblems().
-    Problems(std::string const& path, double wait);
+    Problems(std::string const& path, double wait, ZStanzaDialect_6_0 const& dialect = {});
 
     /// Returns the problems of contents that are in no file.
-    static Problems ofText(std::string const& text);
+    static Problems ofText(std::string const& text, ZStanzaDialect_6_0 const& dialect = {});
 
     unsigned size() const { return list_.size(); }
     ZStanzaProblem_6_0 const& operator[](unsigned index) const
@@ -30,5 +31,9 @@ private:
     ZArrayList_6_0 list_;
 };
 
-/// Returns the two parts of the text of a problem, "WHAT; HELP".
+/// Returns the description of a problem, "WHAT; HELP". Changes by this tool keep most lines that a
+/// store with the library's defaults changes: those notes name the option that changes the line.
+std::string textOf(ZStanzaProblem_6_0 const& problem);
+
+/// Returns the two parts of such a description.
 Problem splitText(std::string const& text);

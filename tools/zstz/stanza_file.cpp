@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "busy.h"
+#include "dialect_choice.h"
 #include "failures.h"
 #include "problems.h"
 
@@ -44,9 +45,11 @@ Failure describeText(std::string const& text)
 {
     Problems const problems = Problems::ofText(text);
     for (unsigned i = 0; i < problems.size(); ++i)
-        if (problems[i].kind() == ZStanzaProblem_6_0::error)
-            return {exitInvalidData, nameLine(kStandardInputName, problems[i].line()),
-                    splitText(toStdString(problems[i].text()))};
+        if (problems[i].kind() == ZStanzaProblem_6_0::error) {
+            Problem problem = splitText(textOf(problems[i]));
+            addSuggestion(text, problem.remedy);
+            return {exitInvalidData, nameLine(kStandardInputName, problems[i].line()), problem};
+        }
     return {exitInvalidData, kStandardInputName, {"invalid line", "correct it"}};
 }
 
