@@ -5,6 +5,7 @@ from __future__ import annotations
 import ctypes
 import errno as errnos
 import os
+import stat
 import time
 import weakref
 from types import TracebackType
@@ -108,6 +109,24 @@ def _abandon(handle: ctypes.c_void_p, process: int) -> None:
         library.zstzLockRelease_6_0(handle, 0)
 
 
+def _directory_error(raw: bytes | None, failure: errors.InvalidData) -> errors.FileError:
+    """Returns the exception for a directory in which there can be no lock file."""
+    directory = "." if raw is None else os.fsdecode(raw)
+    try:
+        status = os.stat(directory)
+        number = errnos.EACCES if stat.S_ISDIR(status.st_mode) else errnos.ENOTDIR
+    except OSError as problem:
+        number = problem.errno or errnos.EINVAL
+    kind = errors.MissingFile if number == errnos.ENOENT else errors.FileError
+    return kind(
+        f"{directory}: {os.strerror(number)}; the owner of the directory must be able to write and "
+        "search it",
+        code=failure.code,
+        file=directory,
+        errno=number,
+    )
+
+
 def lock(
     name: str, write: bool = False, wait: float = 10.0, directory: Path | None = None
 ) -> Lock:
@@ -138,6 +157,8 @@ def lock(
                 int(remaining * 1000),
             )
             return Lock(handle, name, write)
+        except errors.InvalidData as failure:  # has no reason: the directory is not usable
+            raise _directory_error(raw_directory, failure) from None
         except errors.FileError as failure:
             if failure.errno != errnos.EAGAIN:
                 raise

@@ -166,8 +166,17 @@ class Locking(PackageTest):
             zf.lock("", directory=self.directory)
         with self.assertRaises(zf.InvalidValue):
             zf.lock("a\0b", directory=self.directory)
-        with self.assertRaises(zf.Error):
+        with self.assertRaises(zf.MissingFile) as missing:
             zf.lock("routes", directory=self.directory / "nothing")
+        self.assertEqual(str(self.directory / "nothing"), missing.exception.file)
+        with self.assertRaises(zf.FileError) as other:
+            zf.lock("routes", directory=self.file)
+        self.assertEqual(errno.ENOTDIR, other.exception.errno)
+        self.directory.chmod(0o500)
+        with self.assertRaises(zf.FileError) as closed:
+            zf.lock("other", directory=self.directory)
+        self.assertEqual(errno.EACCES, closed.exception.errno)
+        self.directory.chmod(0o700)
 
     def test_one_writer_at_a_time_among_threads(self) -> None:
         counter = self.directory / "counter"
