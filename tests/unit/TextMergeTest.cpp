@@ -206,6 +206,10 @@ TEST(TextMerge, MarksTwoDifferentChangesOfAValue)
          "[a]\n<<<<<<< ours\nk = 3\n=======\nk =\n@"},
         {"emptied by this side", "[a]\nk = 1\n", "[a]\nk =\n", "[a]\nk = 3\n",
          "[a]\n<<<<<<< ours\nk =\n=======\nk = 3\n@"},
+        {"a key without a value, removed and set", "[a]\nk =\nl = 1\n", "[a]\nl = 1\n",
+         "[a]\nk = 1\nl = 1\n", "[a]\n<<<<<<< ours\n=======\nk = 1\n@l = 1\n"},
+        {"a key without a value, set in a removed stanza", "[a]\n[b]\nk =\n", "[a]\n[b]\nk = 1\n",
+         "[a]\n", "[a]\n<<<<<<< ours\n[b]\nk = 1\n=======\n@"},
         {"neighbours, the later name first", "[a]\nl = 1\nk = 1\n", "[a]\nl = 2\nk = 2\n",
          "[a]\nl = 3\nk = 3\n",
          "[a]\n<<<<<<< ours\nl = 2\n=======\nl = 3\n@"

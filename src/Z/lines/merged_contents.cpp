@@ -34,7 +34,12 @@ bool mergeKey(SideKey const* base, SideKey const* ours, SideKey const* theirs, b
             merged.values = {{{}, of(theirs), true}};
         return !merged.values.empty();
     }
-    merged.values = mergeValues(of(base), of(ours), of(theirs));
+    bool const isRemovedByOne = base != nullptr && (ours == nullptr) != (theirs == nullptr);
+    bool const isChangedByOne = of(ours == nullptr ? theirs : ours) != of(base);
+    if (isRemovedByOne && isChangedByOne && of(base).empty())
+        merged.values = {{of(ours), of(theirs), true}};
+    else
+        merged.values = mergeValues(of(base), of(ours), of(theirs));
     return !merged.values.empty() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
 }
 
