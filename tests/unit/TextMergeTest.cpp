@@ -154,7 +154,7 @@ TEST(TextMerge, MakesTheChangesOfBothSides)
          "# x\n[a]\nk = 1\n# c\n[b]\n", "# x\n[a]\nk = 2\n# c\n[b]\n"},
         {"a new stanza with its comment", "[a]\nk = 1\n\n# end\n", "[a]\nk = 2\n\n# end\n",
          "[a]\nk = 1\n\n# new\n[b]\nl = 2\n# m\nm = 3\n\n# end\n",
-         "[a]\nk = 2\n\n# new\n[b]\nl = 2\n# m\nm = 3\n\n# end\n"},
+         "[a]\nk = 2\n\n# new\n[b]\nl = 2\n# m\nm = 3\n# end\n"},
         {"a new stanza between others", "[a]\nk = 1\n\n[c]\nl = 1\n", "[a]\nk = 2\n\n[c]\nl = 1\n",
          "[a]\nk = 1\n\n[b]\nm = 2\n\n[c]\nl = 1\n", "[a]\nk = 2\n\n[b]\nm = 2\n\n[c]\nl = 1\n"},
         {"a removed stanza", "[a]\nk = 1\n\n[b]\nl = 2\n\n[c]\n",

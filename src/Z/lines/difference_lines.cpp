@@ -45,8 +45,12 @@ void Difference::place(Reordered const& stanza)
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
         else if (!at.comments.empty())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
-        at.position = outline_.endOf(line);
         at.after = line;
+        // The first line of a key may be removed, and the next stay.
+        while (!entry.isComment && isGone(at.after) && at.after + 1 < lines.size() &&
+               lines[at.after + 1].isKey() && hasKey(entry, at.after + 1))
+            ++at.after;
+        at.position = outline_.endOf(at.after);
         at.isAfterKey = !entry.isComment;
     }
     if (!at.comments.empty())
