@@ -114,6 +114,9 @@ public:
     ///         also "store()" with ESTALE if another program has changed the same values of the
     ///         file since it was loaded or stored. Files and store are unchanged then, and the
     ///         modified flag stays set.
+    /// owns    with `keepLines` the store takes over the values that another program has changed in
+    ///         the file. As after load(), postLoad() is called, observers get no notice, and lists
+    ///         of a cache of a class outside the library are no longer valid.
     /// threads as load().
     /// cost    O(size); waits for the disk.
     void store(char const* path) override;

@@ -72,6 +72,7 @@ bool keepChanges(Secrets const& before, Secrets const& there, Secrets& now)
 
 bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh, Base const& base)
 {
+    // Only caches of stanza files keep lines.
     SharedText const text = textOf(fresh);
     if (text == nullptr)
         return false;
@@ -134,14 +135,13 @@ void ZPCategoryBasedCache_6_0::KeptLines::make(zlines::MergeStep const& step, Ca
                 cache.add(stanza, key, step.texts[i].c_str(), 0);
             break;
         case zlines::MergeStep::commentFile:
-            cache.addFileComment(first);
+            static_cast<ZSCFData_6_0&>(cache).setComment(nullptr, nullptr, first);
             break;
         case zlines::MergeStep::commentStanza:
-            cache.addLineComment(stanza, first);
+            static_cast<ZSCFData_6_0&>(cache).setComment(stanza, nullptr, first);
             break;
         case zlines::MergeStep::commentKey:
-            if (cache.contains(stanza, key) != 0)
-                cache.addLineComment(stanza, key, first);
+            static_cast<ZSCFData_6_0&>(cache).setComment(stanza, key, first);
             break;
     }
 }

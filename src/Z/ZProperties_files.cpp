@@ -326,6 +326,10 @@ void ZProperties_6_0::store(char const* path)
         if (isMerged)
             Rep::exchange(*this, merged);
         try {
+            if (isMerged) {
+                ScopedValue const loading(loading_, 1);
+                postLoad(chosen);
+            }
             Rep::StoreOperation operation(*this);
             if (hasItems) {
                 if (companion.empty())

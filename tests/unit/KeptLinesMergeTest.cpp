@@ -99,6 +99,50 @@ TEST_F(KeptLinesMerge, ChangesOfOtherValuesMeetInTheFile)
     }
 }
 
+TEST_F(KeptLinesMerge, ChangesOfCommentsMeetInTheFile)
+{
+    std::string const before = "# f\n\n[s]\n# a\nk=v\nl=w\n\n# t\n[t]\n";
+    std::string const there = "# f\n\n[s]\n# a\nk=v\nl=there\n\n# t\n[t]\n";
+    auto const comment = [](char const* stanza, char const* key, char const* text) {
+        return [=](Store& store) { store.setComment(stanza, key, text); };
+    };
+    Meeting const meetings[] = {
+        {"changed", there, comment("s", "k", "# b"), "# f\n\n[s]\n# b\nk=v\nl=there\n\n# t\n[t]\n"},
+        {"removed", there, comment("s", "k", nullptr), "# f\n\n[s]\nk=v\nl=there\n\n# t\n[t]\n"},
+        {"of a stanza", there, comment("t", nullptr, "# u"),
+         "# f\n\n[s]\n# a\nk=v\nl=there\n\n# u\n[t]\n"},
+        {"of the file", there, comment(nullptr, nullptr, "# g"),
+         "# g\n\n[s]\n# a\nk=v\nl=there\n\n# t\n[t]\n"},
+        {"of a key that is gone there", "# f\n\n[s]\nl=w\n\n# t\n[t]\n", comment("s", "k", "# b"),
+         ""},
+        {"of a stanza that is gone there", "# f\n\n[s]\n# a\nk=v\nl=w\n",
+         comment("t", nullptr, "# u"), ""},
+        {"changed there, too", "# f\n\n[s]\n# c\nk=v\nl=w\n\n# t\n[t]\n", comment("s", "k", "# b"),
+         ""},
+        {"changed there only", "# f\n\n[s]\n# c\nk=v\nl=w\n\n# t\n[t]\n", setTo("l", "x"),
+         "# f\n\n[s]\n# c\nk=v\nl=x\n\n# t\n[t]\n"},
+        {"of a removed key", there, removeKey("k"), "# f\n\n[s]\n# a\nl=there\n\n# t\n[t]\n"},
+        {"of a renamed key", there, [](Store& store) { store.renameKey("s", "k", "n"); },
+         "# f\n\n[s]\nl=there\n# a\nn=v\n\n# t\n[t]\n"},
+    };
+    for (Meeting const& c : meetings) {
+        SCOPED_TRACE(c.name);
+        std::string const path = directory_.write("conf", before);
+        Store store(1);
+        store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        store.load(path.c_str());
+        directory_.write("conf", c.there);
+        c.change(store);
+        if (c.after.empty()) {
+            EXPECT_THROW(store.store(nullptr), ZPropertiesIOException_6_0);
+            EXPECT_EQ(c.there, directory_.read("conf"));
+            continue;
+        }
+        ASSERT_NO_THROW(store.store(nullptr));
+        EXPECT_EQ(c.after, directory_.read("conf"));
+    }
+}
+
 TEST_F(KeptLinesMerge, TheStanzaWithoutANameKeepsItsKeys)
 {
     load("[]\na=1\n[s]\nk=v\nl=w\n");
@@ -258,4 +302,33 @@ TEST_F(KeptLinesMerge, ADerivedCacheMergesToo)
     store.store(nullptr);
     EXPECT_EQ("[s]\n\tk=there\nl=2\n", directory_.read("conf"));
     EXPECT_EQ("there,", valuesOf(store, "s", "k"));
+}
+
+TEST_F(KeptLinesMerge, PostLoadSeesTheValuesOfAnotherProgram)
+{
+    class Watched : public ZStanzaFileProperties_6_0 {
+    public:
+        using ZStanzaFileProperties_6_0::ZStanzaFileProperties_6_0;
+
+        void postLoad(char const*) override
+        {
+            ++loads;
+            l = valuesOf(*this, "s", "l");
+        }
+
+        int loads = 0;
+        std::string l;
+    };
+    std::string const path = directory_.write("conf", "[s]\nk=v\nl=w\n");
+    Watched store(1);
+    store.setAttributes(ZPCache_6_0::keepLines, nullptr);
+    store.load(path.c_str());
+    store.setValue("s", "k", "x");
+    store.store(nullptr);
+    EXPECT_EQ(1, store.loads);
+    directory_.write("conf", "[s]\nk=x\nl=there\n");
+    store.setValue("s", "k", "y");
+    store.store(nullptr);
+    EXPECT_EQ(2, store.loads);
+    EXPECT_EQ("there,", store.l);
 }

@@ -1,11 +1,11 @@
 #include "merge.h"
 
-#include <algorithm>
 #include <map>
 #include <optional>
 #include <set>
 #include <utility>
 
+#include "merge_comments.h"
 #include "outline.h"
 
 namespace zlines {
@@ -14,17 +14,8 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// A comment, by the key below it. An empty key: the comment is above a header or at the end.
-struct Comment {
-    std::string key;
-    std::string text;  // of a document with its mark, else without
-
-    auto operator<=>(Comment const&) const = default;
-};
-
 struct StanzaContents {
     std::map<std::string, Strings> values;  // by the name as compared
-    std::vector<Comment> comments;
 
     bool operator==(StanzaContents const& other) const { return values == other.values; }
 };
@@ -42,22 +33,16 @@ Contents contentsOf(std::string_view text, Dialect const& dialect)
     for (ReadStanza const& stanza : outline.stanzas()) {
         bool const isTop = &stanza == outline.stanzas().data() && stanza.name.empty();
         StanzaContents& found = contents[std::string(isTop ? kTop : stanza.name)];
-        size_t commented = found.comments.size();  // the key below is known
         for (uint32_t i = stanza.firstSection; i != kNone; i = outline.sections()[i].next) {
             Section const& section = outline.sections()[i];
             for (uint32_t line = section.first; line < section.end; ++line) {
-                if (outline.lines()[line].kind == commentLine)
-                    found.comments.push_back({"", std::string(outline.comment(line))});
                 if (!outline.lines()[line].isKey())
                     continue;
                 std::string const key(outline.keyName(line, space));
-                for (; commented < found.comments.size(); ++commented)
-                    found.comments[commented].key = key;
                 Strings& values = found.values[key];
                 if (outline.lines()[line].kind == valueLine)
                     values.emplace_back(outline.value(line, space));
             }
-            commented = found.comments.size();
         }
     }
     return contents;
@@ -69,6 +54,8 @@ public:
             Dialect const& dialect, std::vector<MergeStep>& steps)
         : dialect_(dialect),
           document_(document),
+          baseText_(base),
+          otherText_(other),
           base_(contentsOf(base, dialect)),
           other_(contentsOf(other, dialect)),
           steps_(steps)
@@ -84,7 +71,7 @@ public:
             std::string name(i == 0 ? dialect_.topStanza()
                                     : dialect_.comparableStanza(document_.stanzas[i].name, space));
             if (i == 0 && name.empty())
-                name = kTop;
+                name.push_back(kTop.front());
             if (i > 0 && isTop(i))
                 continue;
             present.insert(name);
@@ -99,9 +86,7 @@ public:
                 return false;
             steps_.push_back({MergeStep::removeStanza, name, "", {}});
         }
-        for (MergeStep& step : commentsOfStanzas_)
-            steps_.push_back(std::move(step));
-        return true;
+        return planComments(baseText_, document_, otherText_, dialect_, steps_);
     }
 
 private:
@@ -144,15 +129,9 @@ private:
         if (base == base_.end() && other == other_.end())
             steps_.push_back({MergeStep::addStanza, spelled, "", {}});
         std::set<std::string> present;
-        std::multiset<Comment> comments(before.comments.begin(), before.comments.end());
-        std::vector<std::string_view> pending;  // new comments
-        for (size_t i = 0; i < entries.size(); ++i) {
-            Entry const& entry = entries[i];
-            if (entry.isComment) {
-                if (isNew(entries, i, comments))
-                    pending.push_back(entry.text);
+        for (Entry const& entry : entries) {
+            if (entry.isComment)
                 continue;
-            }
             std::string space;
             std::string const key(dialect_.comparableKey(entry.text, space));
             present.insert(key);
@@ -169,18 +148,11 @@ private:
                 return false;
             if (isRemovedThere && values != find(before, key))
                 return false;
-            for (std::string_view const comment : pending)
-                steps_.push_back({MergeStep::commentKey,
-                                  spelled,
-                                  std::string(entry.text),
-                                  {std::string(comment)}});
-            pending.clear();
         }
         for (auto const& [key, values] : before.values)
             if (!present.contains(key) && !mergeKey(spelled, key, key, {}, before,
                                                     other == other_.end() ? none : other->second))
                 return false;
-        addRemainingComments(index, pending);
         return true;
     }
 
@@ -217,47 +189,13 @@ private:
         return values;
     }
 
-    // Returns whether a wanted comment is not in the text, and removes it from `comments`.
-    bool isNew(std::vector<Entry> const& entries, size_t index,
-               std::multiset<Comment>& comments) const
-    {
-        std::string const text(dialect_.commentText(entries[index].text));
-        std::string space;
-        std::string key;
-        for (size_t i = index + 1; i < entries.size() && key.empty(); ++i)
-            if (!entries[i].isComment)
-                key = dialect_.comparableKey(entries[i].text, space);
-        auto found = comments.find({key, text});
-        if (found == comments.end())
-            found = std::find_if(comments.begin(), comments.end(),
-                                 [&](Comment const& other) { return other.text == text; });
-        if (found == comments.end())
-            return true;
-        comments.erase(found);
-        return false;
-    }
-
-    // New comments without a key below them are above the next header or at the start of the file.
-    void addRemainingComments(size_t index, std::vector<std::string_view> const& comments)
-    {
-        size_t const next =
-            index + 1 < document_.stanzas.size() && isTop(index + 1) ? index + 2 : index + 1;
-        bool const isAboveHeader =
-            next < document_.stanzas.size() && !document_.stanzas[next].isBelowBlank;
-        for (std::string_view const comment : comments)
-            commentsOfStanzas_.push_back(
-                {isAboveHeader ? MergeStep::commentStanza : MergeStep::commentFile,
-                 std::string(isAboveHeader ? document_.stanzas[next].name : ""),
-                 "",
-                 {std::string(comment)}});
-    }
-
     Dialect const& dialect_;
     Document const& document_;
+    std::string_view const baseText_;
+    std::string_view const otherText_;
     Contents const base_;
     Contents const other_;
     std::vector<MergeStep>& steps_;
-    std::vector<MergeStep> commentsOfStanzas_;  // they need every stanza
 };
 
 }  // namespace

@@ -28,7 +28,7 @@ struct MergeStep {
     Kind kind;
     std::string stanza;
     std::string key;
-    std::vector<std::string> texts;  // the values of a key, or a comment
+    std::vector<std::string> texts;  // the values of a key, or a comment; none removes it
 };
 
 /// Appends the steps from the text `base` to `document` to `steps`, in the order in which they are
