@@ -43,6 +43,32 @@ struct Edit {
     std::size_t index = 0;   // of the value that is set or removed; `add` appends
 };
 
+// Values that need care in some dialect.
+inline std::vector<std::string> const kEditValues = {
+    "",       "3",           "two words", " both ends ", "tab\there", "a # b",
+    "a;b",    "#",           "; x",       "\"quoted\"",  "it's",      "\"",
+    "'",      "back\\slash", "end\\",     "a\nb",        "a\n\nb",    "k = v",
+    "[head]", "ä ö",         "$HOME",     "`x`",         "\\n",       "a  #  b"};
+
+// Whether a line between the lines of a value does not belong to it.
+inline bool isAside(Line const& line)
+{
+    return line.kind == LineKind::commentInside || line.kind == LineKind::passedOver;
+}
+
+// The lines of a string without their newlines.
+inline std::vector<std::string> splitLines(std::string const& text)
+{
+    std::vector<std::string> lines(1);
+    for (char const c : text) {
+        if (c == '\n')
+            lines.emplace_back();
+        else
+            lines.back() += c;
+    }
+    return lines;
+}
+
 class EditCheck {
 public:
     EditCheck(Switches const& rules, std::string before, std::vector<Edit> const& edits,
@@ -367,19 +393,19 @@ private:
     void checkLocal(std::string const& property)
     {
         Lines kept;
-        Lines comments;  // inside changed values; they can move above their key
+        Lines comments;  // and the like inside changed values; they can move above their key
         keptBefore_.assign(1, 0);
         for (std::size_t i = 0; i < old_.lines.size(); ++i) {
             if (changed_.count(i) == 0)
                 kept.push_back(lineOf(old_, before_, i));
-            else if (old_.lines[i].kind == LineKind::commentInside)
+            else if (isAside(old_.lines[i]))
                 comments.push_back(lineOf(old_, before_, i));
             keptBefore_.push_back(kept.size());
         }
         std::size_t at = 0;
         foundBefore_.assign(1, 0);
         for (std::size_t i = 0; i < new_.lines.size(); ++i) {
-            if (written_.count(i) == 0 || new_.lines[i].kind == LineKind::commentInside)
+            if (written_.count(i) == 0 || isAside(new_.lines[i]))
                 matchLine(i, kept, at, comments, property);
             foundBefore_.push_back(at);
         }
@@ -499,8 +525,8 @@ private:
     // The lines of a value: unchanged ones are verbatim.
     void checkInside(Value const& old, Value const& now)
     {
-        Lines const from = split(old.text);
-        Lines const to = split(now.text);
+        Lines const from = splitLines(old.text);
+        Lines const to = splitLines(now.text);
         if (!(rules_.join & (indented | openQuote)) || from.size() == 1 || to.size() == 1)
             return;
         Lines const oldLines = physicalLines(old_, before_, old);
@@ -525,24 +551,12 @@ private:
         return (rules_.join & indented) || (line > 0 && line + 1 < count);
     }
 
-    static Lines split(std::string const& text)
-    {
-        Lines lines(1);
-        for (char const c : text) {
-            if (c == '\n')
-                lines.emplace_back();
-            else
-                lines.back() += c;
-        }
-        return lines;
-    }
-
     static Lines physicalLines(DialectModel const& model, std::string const& text,
                                Value const& value)
     {
         Lines found;
         for (std::size_t i = value.line - 1; i < value.lastLine; ++i)
-            if (model.lines[i].kind != LineKind::commentInside)
+            if (!isAside(model.lines[i]))
                 found.push_back(lineOf(model, text, i));
         return found;
     }
@@ -561,9 +575,12 @@ private:
         return found;
     }
 
+    // The text between key and value, without a marker of the key.
     std::string separatorOf(Value const& value) const
     {
-        return after_.substr(value.keyEnd, value.valueBegin - value.keyEnd);
+        std::size_t const begin =
+            std::min(after_.find_first_of(" \t=:", value.keyEnd), value.valueBegin);
+        return after_.substr(begin, value.valueBegin - begin);
     }
 
     std::string indentationOf(Value const& value) const
@@ -575,7 +592,8 @@ private:
     // The column of the separator.
     std::size_t separatorColumn(Value const& value) const
     {
-        return value.keyEnd + blanksOf(separatorOf(value)) - startOf(new_, value);
+        std::string const separator = separatorOf(value);
+        return value.valueBegin - separator.size() + blanksOf(separator) - startOf(new_, value);
     }
 
     void checkNew(Value const& value, std::string const& stanza)
@@ -596,9 +614,11 @@ private:
         if (indentationOf(value) != indentationOf(above[0]))
             found_.push_back("new: the indentation differs from the line above");
         std::size_t const column = separatorColumn(above[0]);
-        bool const isAligned =
-            above.size() > 1 && separatorColumn(above[1]) == column &&
-            above[0].keyEnd - above[0].keyBegin != above[1].keyEnd - above[1].keyBegin;
+        // Of keys of the same length, two spaces before the separator show a column.
+        bool isAligned = false;
+        for (std::size_t i = 1; i < above.size() && separatorColumn(above[i]) == column; ++i)
+            isAligned = isAligned || blanksOf(separatorOf(above[0])) > 1 ||
+                        above[0].keyEnd - above[0].keyBegin != above[i].keyEnd - above[i].keyBegin;
         std::size_t const width = value.keyEnd - startOf(new_, value);
         if (isAligned && width < column) {
             if (separatorColumn(value) != column)

@@ -190,8 +190,7 @@ private:
     {
         std::string comments;
         for (std::size_t i = value.line; i < value.lastLine; ++i)
-            if (model.lines[i].kind == LineKind::commentInside &&
-                model.lines[i].begin < value.valueEnd)
+            if (isAside(model.lines[i]) && model.lines[i].begin < value.valueEnd)
                 comments +=
                     text.substr(model.lines[i].begin, model.lines[i].next - model.lines[i].begin);
         return comments;
@@ -230,13 +229,13 @@ private:
     {
         if (!(rules_.join & indented) || value.line == value.lastLine)
             return std::nullopt;
-        Lines const from = split(value.text);
-        Lines const to = split(edit.value);
+        Lines const from = splitLines(value.text);
+        Lines const to = splitLines(edit.value);
         std::map<std::size_t, std::string> above;  // comments, by the line of the value below
         Lines oldLines;
         for (std::size_t i = value.line - 1; i < value.lastLine; ++i) {
             Line const& line = model.lines[i];
-            if (line.kind == LineKind::commentInside)
+            if (isAside(line))
                 above[oldLines.size()] += text.substr(line.begin, line.next - line.begin);
             else
                 oldLines.push_back(text.substr(line.begin, line.end - line.begin));
@@ -269,18 +268,6 @@ private:
         return readsBack(text, edit, after) ? std::optional<std::string>(after) : std::nullopt;
     }
 
-    static Lines split(std::string const& text)
-    {
-        Lines lines(1);
-        for (char const c : text) {
-            if (c == '\n')
-                lines.emplace_back();
-            else
-                lines.back() += c;
-        }
-        return lines;
-    }
-
     std::optional<std::string> remove(std::string const& text, Edit const& edit) const
     {
         DialectModel const model(text, rules_);
@@ -300,7 +287,7 @@ private:
         }
         for (std::size_t i = value->line - 1; i < value->lastLine; ++i) {
             Line const& line = model.lines[i];
-            if (line.kind == LineKind::commentInside)
+            if (isAside(line))
                 next += text.substr(line.begin, line.next - line.begin);
             if (hasHeader && i + 1 == value->lastLine)
                 next += text.substr(value->valueEnd, line.next - value->valueEnd);
@@ -359,7 +346,9 @@ private:
     std::string separatorFor(std::string const& text, DialectModel const& model, Value const& above,
                              std::string const& indentation, std::string const& key) const
     {
-        std::string own = text.substr(above.keyEnd, above.valueBegin - above.keyEnd);
+        std::size_t const start = std::min(text.find_first_of(" \t=:", above.keyEnd),
+                                           above.valueBegin);  // after a marker of the key
+        std::string own = text.substr(start, above.valueBegin - start);
         if (above.text.empty() && above.valueBegin == above.valueEnd &&
             (own.empty() || !isBlank(own.back())) && own != "=")
             own += isBlank(own[0]) ? " " : "";

@@ -77,6 +77,7 @@ public:
     {
         return switches_.repeatedHead == RepeatedHead::refused;
     }
+    bool acceptsWithoutKeys(std::string_view text) const override;
     bool hasCommentsAfterValues() const override { return switches_.trailing != 0; }
     bool needsContext() const override { return true; }
 
@@ -96,6 +97,8 @@ public:
     zlines::Replacement replaceValue(std::string_view text, zlines::Line const& line, uint32_t end,
                                      std::string_view value, unsigned spelling) const override;
     zlines::Replacement removeValue(std::string_view text, zlines::Line const& line) const override;
+    zlines::Replacement renameHeader(std::string_view text, zlines::Line const& header,
+                                     std::string_view name) const override;
     zlines::Replacement removeLine(std::string_view text, zlines::Line const& line,
                                    uint32_t end) const override;
 

@@ -71,6 +71,9 @@ public:
     /// Returns whether a key can have an empty value. Otherwise empty values are not written.
     virtual bool hasEmptyValues() const { return true; }
 
+    /// Returns whether a file without a header and a key is valid.
+    virtual bool acceptsWithoutKeys(std::string_view) const { return true; }
+
     /// Returns whether a second header of a name makes a file invalid.
     virtual bool refusesRepeatedHeaders() const { return false; }
 

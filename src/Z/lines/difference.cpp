@@ -138,7 +138,7 @@ void Difference::removeStanzas()
                outline_.lines()[comment - 1].kind == commentLine)
             --comment;
         std::fill(gone_.begin() + section.header, gone_.begin() + comment, true);
-        edits_.replace({outline_.lines()[section.header].begin, outline_.endOf(comment - 1), {}});
+        edits_.removeStanza(outline_.lines()[section.header].begin, outline_.endOf(comment - 1));
         if (comment < section.end)
             last = outline_.appendSection(stanzas[owner], last, comment, section.end);
     }
@@ -254,13 +254,18 @@ bool Difference::isBelowComment(uint32_t after) const
     return after != kNone && outline_.lines()[after].kind == commentLine;
 }
 
-void Difference::requireValidHeaders() const
+void Difference::requireValidText() const
 {
     uint32_t const header = outline_.repeatedHeader();
     std::string space;
     if (header != kNone)
         throw Refusal{
             std::string(dialect_.stanzaName(text_, outline_.lines()[header], space)), {}, {}};
+    auto const isKey = [](Line const& line) { return line.isKey(); };
+    if (outline_.sections().size() == 1 && !text_.empty() &&
+        std::none_of(outline_.lines().begin(), outline_.lines().end(), isKey) &&
+        !dialect_.acceptsWithoutKeys(text_))
+        throw Refusal{};
 }
 
 void Difference::record(std::string_view stanza, std::string_view key, std::string_view value)
@@ -280,11 +285,11 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
     if (out.size() >= kNone)
         throw std::bad_alloc();
     if (difference.isProven()) {
-        difference.requireValidHeaders();
+        difference.requireValidText();
         return !difference.isEmpty();
     }
     Difference const remaining(out, dialect, document, history);
-    remaining.requireValidHeaders();
+    remaining.requireValidText();
     if (!remaining.isEmpty())
         throw remaining.first();
     return true;

@@ -42,9 +42,9 @@ public:
         return edits_.compose(history.movedComments);
     }
 
-    /// Refuses a header that makes the file invalid.
+    /// Refuses an invalid file: a header is invalid, or there is no header and no key.
     /// throws  Refusal.
-    void requireValidHeaders() const;
+    void requireValidText() const;
 
     /// Returns whether every edit changes a value that reads back in its line, so that the text
     /// after the edits has the wanted contents.
@@ -120,7 +120,7 @@ private:
     void appendKey(Section const& section, uint32_t after, Entry const& entry,
                    std::string_view newHeader, std::string& out) const;
     void appendLine(Style const& style, std::string_view key, std::string_view value,
-                    std::string_view context, uint32_t below, std::string& out) const;
+                    std::string context, uint32_t below, std::string& out) const;
     void addStanza(uint32_t stanza);
     bool isAboveNextHeader(uint32_t stanza, uint32_t entry) const;
 

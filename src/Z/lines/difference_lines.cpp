@@ -173,8 +173,10 @@ void Difference::appendKey(Section const& section, uint32_t after, Entry const& 
 
 // Appends the line of a key with a value, inserted between `context` and the line `below`.
 void Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
-                            std::string_view context, uint32_t below, std::string& out) const
+                            std::string context, uint32_t below, std::string& out) const
 {
+    if (!context.empty() && !context.ends_with('\n'))
+        context += style.lineEnding;
     std::string space;
     std::string line;
     for (unsigned spelling = 0;; ++spelling) {

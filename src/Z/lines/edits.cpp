@@ -42,7 +42,11 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
         done = std::max(done, change.end);
     }
     copyTo(static_cast<uint32_t>(text_.size()));
-    if (!text_.empty() && text_.back() != '\n' && !out.empty() && out.back() == '\n') {
+    // A blank line at the end would be removed with its line ending.
+    size_t const last = out.size() < 2 ? 0 : out.rfind('\n', out.size() - 2) + 1;
+    bool const isBlankLast =
+        !removesLast_ && out.find_first_not_of(" \t\r\n", last) == std::string::npos;
+    if (!text_.empty() && text_.back() != '\n' && !isBlankLast && out.ends_with('\n')) {
         out.pop_back();
         if (!out.empty() && out.back() == '\r')
             out.pop_back();

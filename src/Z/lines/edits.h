@@ -25,6 +25,14 @@ public:
     void replace(Replacement change) { add({std::move(change), changes, "\n", 0}); }
     void replaceName(Replacement change) { add({std::move(change), names, "\n", 0}); }
 
+    /// Removes a stanza. If it was the last, and the last line has no line ending, the blank line
+    /// above it may be removed, too.
+    void removeStanza(uint32_t begin, uint32_t end)
+    {
+        replace({begin, end, {}});
+        removesLast_ = removesLast_ || end == text_.size();
+    }
+
     /// Inserts lines, each with its line ending, at the start of a line.
     /// range   `lineEnding` ends the line before, if it is the last line and has none.
     void insertLines(uint32_t position, std::string lines, std::string_view lineEnding, Order order)
@@ -61,6 +69,7 @@ private:
 
     std::string_view text_;
     std::vector<Edit> edits_;
+    bool removesLast_ = false;  // stanza
 };
 
 }  // namespace zlines

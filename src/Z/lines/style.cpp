@@ -52,15 +52,20 @@ size_t columnOf(Outline const& outline, uint32_t line)
     return record.valueBegin - separator.size() - record.begin + blanks;
 }
 
-// Returns whether two key lines have their separators in one column. In lines without spaces before
-// the separator, keys of the same length are no sign of columns.
-bool areAligned(Outline const& outline, uint32_t a, uint32_t b)
+// Whether two key lines have their separators in one column. Keys of the same length with a single
+// space, or none, before the separator are no sign of columns.
+enum class Alignment { none, unknown, aligned };
+
+Alignment alignmentOf(Outline const& outline, uint32_t a, uint32_t b)
 {
     size_t const column = columnOf(outline, a);
     if (column == 0 || column != columnOf(outline, b))
-        return false;
+        return Alignment::none;
+    std::string_view const separator = separatorOf(outline, a);
+    bool const isPadded =
+        separator.size() > 1 && isBlank(separator.front()) && isBlank(separator[1]);
     auto const lengthOf = [&](uint32_t line) { return outline.spelledName(line).size(); };
-    return lengthOf(a) != lengthOf(b) || isBlank(separatorOf(outline, a).front());
+    return isPadded || lengthOf(a) != lengthOf(b) ? Alignment::aligned : Alignment::unknown;
 }
 
 // Returns the nearest key line above or below `line` within a section; kNone if not found.
@@ -80,6 +85,25 @@ uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
         if (outline.lines()[line].isKey() && !separatorOf(outline, line).empty())
             return line;
     return kNone;
+}
+
+// Returns whether the separator of a key line is in a column with its neighbours.
+bool isAligned(Outline const& outline, Section const& section, uint32_t model)
+{
+    constexpr int kMaxKeys = 16;  // above and below
+    for (auto const next : {keyAbove, keyBelow}) {
+        uint32_t line = model;
+        for (int i = 0; i < kMaxKeys; ++i) {
+            line = next(outline, section, line);
+            Alignment const found =
+                line == kNone ? Alignment::none : alignmentOf(outline, model, line);
+            if (found == Alignment::aligned)
+                return true;
+            if (found == Alignment::none)
+                break;
+        }
+    }
+    return false;
 }
 
 // Returns a key line elsewhere, preferably with a value: the nearest above the section, or the
@@ -196,9 +220,7 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
         return {outline.dialect().ownIndent(), outline.dialect().ownSeparator(), ending};
     Style style = styleOf(outline, model);
     style.lineEnding = ending;
-    bool const hasPeer = (above != kNone && above != model && areAligned(outline, model, above)) ||
-                         (below != kNone && below != model && areAligned(outline, model, below));
-    if (hasPeer)
+    if (model >= section.first && model < section.end && isAligned(outline, section, model))
         style.column = columnOf(outline, model) - style.indent.size();
     return style;
 }

@@ -1,0 +1,498 @@
+// How names and values are spelled in a dialect, and how the lines of a value change.
+//
+// Spellings of a value are tried in this order: with its unchanged lines as they are, plain, with
+// escapes, in quotes. A spelling may read as something else: the caller reads each in its line and
+// takes the first that reads back.
+
+#include <algorithm>
+
+#include "../lines/alignment.h"
+#include "escapes.h"
+#include "logical_line.h"
+#include "switched_dialect.h"
+
+namespace zdialects {
+
+using zlines::Line;
+using zlines::Replacement;
+using zlines::slice;
+
+namespace {
+
+enum class Form {
+    unchangedLines,  // lines of the value that stay are verbatim; plain if there are no such lines
+    plain,           // a value of several lines is indented, if the dialect has such values
+    escaped,
+    doubleQuoted,       // with an escape for a newline
+    doubleQuotedLines,  // with newlines as they are
+    singleQuoted
+};
+
+// The forms that a dialect has, in the order in which they are tried.
+struct Forms {
+    explicit constexpr Forms(Switches const& switches)
+    {
+        if (switches.join & (joinIndented | joinOpenQuote))
+            add(Form::unchangedLines);
+        add(Form::plain);
+        if (switches.escapes != Escapes::none && switches.escapes != Escapes::php)
+            add(Form::escaped);
+        if (switches.quoting != Quoting::none && switches.quotes & quoteDouble) {
+            add(Form::doubleQuoted);
+            add(Form::doubleQuotedLines);
+        }
+        if (switches.quoting != Quoting::none && switches.quotes & quoteSingle)
+            add(Form::singleQuoted);
+    }
+
+    constexpr void add(Form form) { all[count++] = form; }
+
+    Form all[6] = {};
+    unsigned count = 0;
+};
+
+// Indentation and line ending of the lines of a value after the first.
+struct FurtherLines {
+    std::string indent;
+    std::string_view ending;
+};
+
+constexpr std::string_view kDeeper = "    ";
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+std::string_view indentOf(std::string_view line)
+{
+    size_t const end = line.find_first_not_of(" \t");
+    return line.substr(0, std::min(end, line.size()));
+}
+
+std::vector<std::string_view> splitLines(std::string_view text)
+{
+    std::vector<std::string_view> lines;
+    for (size_t at = 0;;) {
+        size_t const newline = text.find('\n', at);
+        lines.push_back(text.substr(at, newline - at));
+        if (newline == std::string_view::npos)
+            return lines;
+        at = newline + 1;
+    }
+}
+
+// The letters that are written after a backslash. Readers know more of them.
+std::string_view writtenLetters(Escapes escapes)
+{
+    switch (escapes) {
+        case Escapes::none:
+            break;
+        case Escapes::desktop:
+        case Escapes::kconfig:
+            return "ntr\\";
+        case Escapes::git:
+            return "ntb\"\\";
+        case Escapes::php:
+            return "\"\\";
+        case Escapes::mysql:
+            return "ntrb\\\"'";
+        case Escapes::c:
+            return "ntr\"\\";
+        case Escapes::environment:
+            return "\"\\$`";
+    }
+    return {};
+}
+
+// Returns the letter for a character after a backslash, or 0.
+char letterFor(Escapes escapes, char c)
+{
+    EscapeSet const set = escapeSet(escapes);
+    size_t const index = set.meanings.find(c);
+    if (index == std::string_view::npos ||
+        writtenLetters(escapes).find(set.letters[index]) == std::string_view::npos)
+        return 0;
+    return set.letters[index];
+}
+
+// Appends a value with escapes. Spaces at its ends have an escape in some dialects.
+void appendEscaped(Switches const& switches, std::string_view value, bool escapesNewlines,
+                   std::string& out)
+{
+    bool const hasSpace = escapeSet(switches.escapes).letters.find('s') != std::string_view::npos;
+    for (size_t i = 0; i < value.size(); ++i) {
+        char const c = value[i];
+        char const letter = c == '\n' && !escapesNewlines ? '\0' : letterFor(switches.escapes, c);
+        if (letter != 0)
+            (out += '\\') += letter;
+        else if (c == ' ' && hasSpace && (i == 0 || i + 1 == value.size()))
+            out += "\\s";
+        else
+            out += c;
+    }
+}
+
+void appendLines(std::string_view text, FurtherLines const& further, std::string_view indent,
+                 std::string& out)
+{
+    for (char const c : text) {
+        if (c == '\n')
+            (out += further.ending) += indent;
+        else
+            out += c;
+    }
+}
+
+void appendSpelled(Switches const& switches, std::string_view value, Form form,
+                   FurtherLines const& further, std::string& out)
+{
+    std::string spelled;
+    switch (form) {
+        case Form::unchangedLines:
+        case Form::plain:
+            return appendLines(value, further,
+                               switches.join & joinIndented ? further.indent : std::string(), out);
+        case Form::escaped:
+            appendEscaped(switches, value, true, spelled);
+            break;
+        case Form::doubleQuoted:
+        case Form::doubleQuotedLines:
+            spelled += '"';
+            appendEscaped(switches, value, form == Form::doubleQuoted, spelled);
+            spelled += '"';
+            break;
+        case Form::singleQuoted:
+            ((spelled += '\'') += value) += '\'';
+            break;
+    }
+    appendLines(spelled, further, {}, out);
+}
+
+// The lines of the file that a key line has.
+class ValueLines {
+public:
+    ValueLines(SwitchedDialect const& dialect, std::string_view text, Line const& line,
+               uint32_t end)
+        : joining_(dialect.switches(), dialect.characters()), text_(text), line_(line)
+    {
+        PhysicalLine at = physicalLineAt(text, line.begin);
+        first_ = at;
+        asides_.emplace_back();
+        lines_.push_back(slice(text, line.begin, static_cast<uint32_t>(at.end)));
+        end_ = static_cast<uint32_t>(at.end);
+        while (at.next < end) {
+            at = physicalLineAt(text, at.next);
+            std::string_view const chars = text.substr(at.begin, at.end - at.begin);
+            if (isAside(chars, at.begin)) {
+                asides_.back() += chars;
+                asides_.back() +=
+                    at.end == at.next ? ending() : text.substr(at.end, at.next - at.end);
+            } else {
+                lines_.push_back(chars);
+                asides_.emplace_back();
+                end_ = static_cast<uint32_t>(at.end);
+            }
+        }
+        last_ = static_cast<uint32_t>(at.end);
+    }
+
+    /// Returns the lines of the value, the first with its key; blank lines are among them.
+    std::vector<std::string_view> const& lines() const { return lines_; }
+
+    /// Returns the lines of no meaning after each line of the value.
+    std::vector<std::string>& asides() { return asides_; }
+
+    std::string allAsides() const
+    {
+        std::string all;
+        for (std::string const& lines : asides_)
+            all += lines;
+        return all;
+    }
+
+    uint32_t end() const { return end_; }    // of the last line of the value
+    uint32_t last() const { return last_; }  // of the last line
+
+    std::string_view ending() const
+    {
+        if (first_.end != first_.next)
+            return text_.substr(first_.end, first_.next - first_.end);
+        PhysicalLine const start = physicalLineAt(text_, 0);
+        return start.end != start.next ? text_.substr(start.end, start.next - start.end) : "\n";
+    }
+
+    FurtherLines further() const
+    {
+        for (size_t i = 1; i < lines_.size(); ++i)
+            if (lines_[i].find_first_not_of(" \t") != std::string_view::npos)
+                return {std::string(indentOf(lines_[i])), ending()};
+        return {std::string(indentOf(lines_[0])) += kDeeper, ending()};
+    }
+
+private:
+    // Returns whether a line between the lines of a value does not belong to it.
+    bool isAside(std::string_view chars, size_t begin) const
+    {
+        Switches const& switches = joining_.switches();
+        size_t const indent = indentOf(chars).size();
+        if (switches.join & joinIndented)
+            return joining_.isComment(chars) ||
+                   (indent < chars.size() && indent <= indentOf(lines_[0]).size());
+        if (switches.joinSkipsComments)
+            return joining_.isComment(chars);
+        return (switches.join & joinInsideValue) && begin >= line_.valueEnd &&
+               indent < chars.size() && joining_.characters().isTrailingMark(chars[indent]);
+    }
+
+    LineJoining const joining_;
+    std::string_view const text_;
+    Line const& line_;
+    PhysicalLine first_;
+    std::vector<std::string_view> lines_;
+    std::vector<std::string> asides_;
+    uint32_t end_;
+    uint32_t last_;
+};
+
+// Returns for each wanted line the old line that it keeps, or npos.
+std::vector<size_t> keptLines(std::vector<std::string_view> const& from,
+                              std::vector<std::string_view> const& to)
+{
+    std::vector<size_t> kept(to.size(), std::string_view::npos);
+    for (auto const& [before, after] : zlines::align(from, to))
+        kept[after] = before;
+    return kept;
+}
+
+// Stores the change of a value of indented lines. Returns false if the file has other lines than
+// the value.
+bool replaceIndented(std::string_view text, Line const& line, ValueLines& lines,
+                     std::string_view before, std::string_view value, Replacement& change)
+{
+    std::vector<std::string_view> const from = splitLines(before);
+    std::vector<std::string_view> const to = splitLines(value);
+    if (lines.lines().size() == 1 || from.size() != lines.lines().size())
+        return false;
+    FurtherLines const further = lines.further();
+    std::string out;
+    if (to[0] == from[0])
+        out = lines.lines()[0];
+    else
+        (out = slice(text, line.begin, line.valueBegin)) += to[0];
+    std::vector<size_t> const kept =
+        keptLines({from.begin() + 1, from.end()}, {to.begin() + 1, to.end()});
+    std::vector<std::string>& asides = lines.asides();
+    for (size_t i = 1; i < to.size(); ++i) {
+        out += further.ending;
+        size_t const old = kept[i - 1];
+        if (old != std::string_view::npos) {
+            out += asides[old];
+            asides[old].clear();
+            out += lines.lines()[old + 1];
+        } else if (!to[i].empty()) {
+            (out += further.indent) += to[i];
+        }
+    }
+    std::string const comments = lines.allAsides();
+    change = {line.begin, lines.end(), comments + out, comments.size()};
+    return true;
+}
+
+// Stores the change of a quoted value that has newlines. Returns false if there is no such value.
+bool replaceQuoted(Switches const& switches, std::string_view text, Line const& line,
+                   std::string_view ending, std::string_view before, std::string_view value,
+                   Replacement& change)
+{
+    std::string_view spelled = slice(text, line.valueBegin, line.valueEnd);
+    if (spelled.size() < 2 || spelled.find('\n') == std::string_view::npos)
+        return false;
+    char const quote = spelled.front();
+    if ((quote != '"' && quote != '\'') || spelled.back() != quote)
+        return false;
+    spelled = spelled.substr(1, spelled.size() - 2);
+    std::vector<std::string_view> old = splitLines(spelled);
+    for (size_t i = 0; i + 1 < old.size(); ++i)
+        if (old[i].ends_with('\r'))
+            old[i].remove_suffix(1);
+    std::vector<std::string_view> const from = splitLines(before);
+    std::vector<std::string_view> const to = splitLines(value);
+    if (old.size() != from.size() || to.size() == 1)
+        return false;
+    std::vector<size_t> const kept = keptLines(from, to);
+    std::string out(1, quote);
+    for (size_t i = 0; i < to.size(); ++i) {
+        out += i == 0 ? std::string_view() : ending;
+        if (kept[i] != std::string_view::npos)
+            out += old[kept[i]];
+        else if (quote == '"')
+            appendEscaped(switches, to[i], false, out);
+        else
+            out += to[i];
+    }
+    change = {line.valueBegin, line.valueEnd, out += quote};
+    return true;
+}
+
+}  // namespace
+
+bool SwitchedDialect::acceptsWithoutKeys(std::string_view text) const
+{
+    struct Errors final : FindingSink {
+        void found(Finding const& finding) override { any = any || finding.isError; }
+        bool any = false;
+    };
+    Errors errors;
+    std::vector<Line> lines;
+    read(text, lines, errors);
+    return !errors.any;
+}
+
+std::string_view SwitchedDialect::ownSeparator() const
+{
+    bool const isTight = switches_.separatorStyle == SeparatorStyle::tightEquals ||
+                         (switches_.separators & separatorTight) != 0;
+    if (switches_.separators & separatorEquals)
+        return isTight ? "=" : " = ";
+    return isTight ? ":" : ": ";
+}
+
+std::string_view SwitchedDialect::ownComment() const
+{
+    return !(switches_.marks & markHash) && (switches_.marks & markSemicolon) ? ";" : "#";
+}
+
+std::string_view SwitchedDialect::ownIndent() const
+{
+    return switches_.indentStyle == IndentStyle::tab ? "\t" : "";
+}
+
+std::string_view SwitchedDialect::separatorBytes() const
+{
+    std::string_view const both = "=:";
+    bool const hasEquals = (switches_.separators & separatorEquals) != 0;
+    bool const hasColon = (switches_.separators & separatorColon) != 0;
+    return both.substr(hasEquals ? 0 : 1, hasEquals && hasColon ? 2 : 1);
+}
+
+size_t SwitchedDialect::maxLineLength() const
+{
+    return kMaxLineLength;
+}
+
+void SwitchedDialect::appendHeader(std::string_view name, std::string& out) const
+{
+    if (name == ".]1")
+        name = ".";
+    if (!joinsHeaders()) {
+        size_t const digits = name.find_last_not_of("0123456789");
+        if (digits != std::string_view::npos && name[digits] == ']' && digits + 1 < name.size())
+            name = name.substr(0, digits);
+    }
+    size_t const dot = switches_.heads == Heads::subsection && name != "."
+                           ? std::min(name.find('.'), name.size())
+                           : name.size();
+    (out += '[') += name.substr(0, dot);
+    if (dot < name.size()) {
+        out += " \"";
+        for (char const c : name.substr(dot + 1)) {
+            if (c == '"' || c == '\\')
+                out += '\\';
+            out += c;
+        }
+        out += '"';
+    }
+    out += ']';
+}
+
+void SwitchedDialect::appendKey(std::string_view name, std::string& out) const
+{
+    out += name;
+}
+
+unsigned SwitchedDialect::spellingCount() const
+{
+    return Forms(switches_).count;
+}
+
+void SwitchedDialect::appendValue(std::string_view value, unsigned spelling,
+                                  zlines::LineForm const& form, std::string& out) const
+{
+    FurtherLines const further{std::string(form.indent) += kDeeper, form.lineEnding};
+    appendSpelled(switches_, value, Forms(switches_).all[spelling], further, out);
+}
+
+std::string SwitchedDialect::keyOnlyEnd(std::string_view separator) const
+{
+    return switches_.keyAlone == KeyAlone::option ? std::string() : std::string(separator);
+}
+
+Replacement SwitchedDialect::replaceValue(std::string_view text, Line const& line, uint32_t end,
+                                          std::string_view value, unsigned spelling) const
+{
+    // Comments after the last line of the value stay where they are, unless the value was the only
+    // reason to read them with it.
+    size_t const lineEnd = std::min(text.find('\n', line.valueEnd), text.size() - 1) + 1;
+    if (!(switches_.join & joinInsideValue))
+        end = std::min(end, static_cast<uint32_t>(lineEnd));
+    ValueLines lines(*this, text, line, end);
+    Form const form = Forms(switches_).all[spelling];
+    Replacement change{line.valueBegin, line.valueEnd, {}};
+    if (form == Form::unchangedLines && line.kind == zlines::valueLine) {
+        std::string space;
+        std::string_view const before = this->value(text, line, space);
+        bool const isReplaced =
+            switches_.join & joinIndented
+                ? replaceIndented(text, line, lines, before, value, change)
+                : replaceQuoted(switches_, text, line, lines.ending(), before, value, change);
+        if (isReplaced)
+            return change;
+    }
+    std::string const comments = lines.allAsides();
+    if (!comments.empty()) {
+        bool const isCommentLast = lines.last() > lines.end();
+        change = {line.begin, isCommentLast ? lines.last() : line.valueEnd, comments,
+                  comments.size()};
+        change.text += slice(text, line.begin, line.valueBegin);
+    }
+    std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
+    bool const isEmpty = line.valueBegin == line.valueEnd;
+    if (line.kind == zlines::keyOnlyLine)
+        change.text += ownSeparator();
+    else if (isEmpty && separator.size() > 1 && isBlank(separator.front()) &&
+             characters_.isSeparator(separator.back()) &&
+             (value.empty() || !characters_.isTrailingMark(value.front())))
+        change.text += ' ';  // as before the separator
+    appendSpelled(switches_, value, form, lines.further(), change.text);
+    char const next = change.end < text.size() ? text[change.end] : '\n';
+    if (isEmpty && !isBlank(next) && next != '\n' && next != '\r')
+        change.text += ' ';
+    return change;
+}
+
+Replacement SwitchedDialect::removeValue(std::string_view, Line const& line) const
+{
+    return {line.nameEnd, line.valueEnd, {}};
+}
+
+Replacement SwitchedDialect::renameHeader(std::string_view, Line const& header,
+                                          std::string_view name) const
+{
+    std::string spelled;
+    appendHeader(name, spelled);
+    return {header.nameBegin(), header.nameEnd, spelled.substr(1, spelled.size() - 2)};
+}
+
+Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line, uint32_t end) const
+{
+    uint32_t begin = line.begin;
+    while (begin > 0 && isBlank(text[begin - 1]))
+        --begin;
+    // A header before the key stays, with the comment after the value.
+    if (begin > 0 && text[begin - 1] == ']')
+        return {begin, line.valueEnd, {}};
+    std::string const comments = ValueLines(*this, text, line, end).allAsides();
+    return {line.begin, end, comments, comments.size()};
+}
+
+}  // namespace zdialects
