@@ -340,6 +340,36 @@ TEST(lines, EachHeaderCanStartAStanzaOfItsOwn)
     EXPECT_EQ("[P]\na: 1\n[q]\nb: 2\n", rewritten(text, {"[P]", "a=1", "[q]", "b=2"}, dialect));
 }
 
+TEST(lines, ARemovedStanzaOfSeveralLeavesTheLinesOfTheOthers)
+{
+    Colons const dialect(false);
+    std::string const text =
+        "[p]\na: 1\n\n; two\n[p]\na: 2 ; second\nb: 5\n[q]\n[p]\na: 3 ; third\nb: 6\n";
+    struct Case {
+        char const* name;
+        std::vector<char const*> contents;
+        std::string after;
+    };
+    Case const cases[] = {
+        {"the first",
+         {"; two", "[p]", "a=2", "b=5", "[q]", "[p]2]", "a=3", "b=6"},
+         "; two\n[p]\na: 2 ; second\nb: 5\n[q]\n[p]\na: 3 ; third\nb: 6\n"},
+        {"the second",
+         {"[p]", "a=1", "; two", "[q]", "[p]2]", "a=3", "b=6"},
+         "[p]\na: 1\n\n; two\n[q]\n[p]\na: 3 ; third\nb: 6\n"},
+        {"the second, and a value of the third",
+         {"[p]", "a=1", "; two", "[q]", "[p]2]", "a=4", "b=6"},
+         "[p]\na: 1\n\n; two\n[q]\n[p]\na: 4 ; third\nb: 6\n"},
+        {"none, and a value of the second",
+         {"[p]", "a=1", "; two", "[p]2]", "a=7", "b=5", "[q]", "[p]3]", "a=3", "b=6"},
+         "[p]\na: 1\n\n; two\n[p]\na: 7 ; second\nb: 5\n[q]\n[p]\na: 3 ; third\nb: 6\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.after, rewritten(text, c.contents, dialect));
+    }
+}
+
 // A comment that was moved above its key is not in the wanted contents. It stays where it is.
 TEST(lines, MovedCommentsAreKeptByLaterChanges)
 {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "separate_stanzas.h"
+
 namespace zlines {
 
 namespace {
@@ -57,10 +59,13 @@ void Difference::matchStanzas()
     readOf_[0] = 0;
     outline_.stanzas()[0].isKept = true;
     uint32_t last = 0;
+    std::vector<uint32_t> separate;
+    if (!dialect_.joinsHeaders())
+        separate = matchSeparateStanzas(outline_, document_);
     for (uint32_t i = 1; i < readOf_.size(); ++i) {
         std::string_view const name =
             dialect_.comparableStanza(document_.stanzas[i].name, nameSpace_);
-        uint32_t const read = outline_.find(name, i);
+        uint32_t const read = separate.empty() ? outline_.find(name, i) : separate[i];
         if (read == kNone || (read != 0 && read <= last))
             continue;
         last = read == 0 ? last : read;
