@@ -116,9 +116,9 @@ private:
         zlines::Line const& record = outline.lines()[line];
         std::string space;
         if (record.kind == zlines::commentLine) {
-            std::string comment(outline.spelledName(line));
             entries.push_back(
-                {(comment += ' ') += std::string(outline.comment(line)), true, isBelowBlank});
+                {std::string(zlines::slice(text_, record.nameBegin(), record.valueEnd)), true,
+                 isBelowBlank});
             return;
         }
         if (!record.isKey())
