@@ -219,6 +219,14 @@ class ZstzTest(tool.ToolTest):
                     "--normalise")
         self.expect_text("[a]\nk = w\n")
 
+    def test_normalise_is_refused_if_not_every_problem_is_listed(self):
+        text = "[a]\nk = v\n" + "k =\n" * 100001
+        self.path.write_text(text)
+        self.expect_unchanged(REFUSED, "not saved: ", "unset", self.file, "a", "k", "--all",
+                              "--normalise")
+        self.expect(DONE, "", "set", self.file, "a", "k", "w")
+        self.expect_text(text.replace("= v", "= w"))
+
     def test_an_edit_keeps_an_empty_value_of_an_obfuscated_key_unless_it_normalises(self):
         self.expect(DONE, "", "set", self.file, "listener", "key", "--obfuscated", given="secret")
         text = self.path.read_text().replace("[upstream]\n", "[upstream]\nx =\n")

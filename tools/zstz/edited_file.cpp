@@ -143,7 +143,9 @@ void EditedFile::requireKeptLines() const
             ZStanzaProblem_6_0 const& problem = problems[i];
             Cause const cause = problem.cause();
             bool const isPartial = cause == Cause::splitLine || cause == Cause::zeroByte;
-            if (isDropped ? isNormalised && cause == Cause::droppedLine && !removes(problem)
+            bool const isLost = (cause == Cause::droppedLine && !removes(problem)) ||
+                                cause == Cause::omitted;  // perhaps a dropped line
+            if (isDropped ? isNormalised && isLost
                           : isPartial && (isNormalised || touches(problem)))
                 throw Failure{exitRefused, nameLine(request_.file, problem.line()),
                               splitText("not saved: " + textOf(problem))};
