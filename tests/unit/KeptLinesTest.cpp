@@ -9,6 +9,7 @@
 #include "EachAllocation.h"
 #include "KeptLinesModel.h"
 #include "KeptLinesStore.h"
+#include "LinearTime.h"
 
 TEST_F(KeptLines, AChangedValueKeepsTheRestOfItsLine)
 {
@@ -87,6 +88,19 @@ TEST_F(KeptLines, NewKeysReplaceARemovedKeyWithTheValueOfTheLast)
          },
          "[r]\n\n[s]\nk2=v2\nk0=v0\n\n"},
     });
+}
+
+TEST_F(KeptLines, NewKeysAtTemplatesTakeLinearTime)
+{
+    EXPECT_TRUE(takesLinearTime(500, [](size_t count) {
+        std::string text = "[s]\n";
+        for (size_t i = 0; i < count; ++i)
+            text += "#key" + std::to_string(i) + "=\n# help\n\n";
+        auto kept = std::make_shared<KeptLinesCache>(text + "# end\nlast=1\n");
+        for (size_t i = 0; i < count; ++i)
+            kept->set({"s", "key" + std::to_string(i)}, "v");
+        return [kept] { EXPECT_LT(0u, kept->text().size()); };
+    }));
 }
 
 TEST_F(KeptLines, ValuesOfAKeyKeepTheirLines)

@@ -72,6 +72,17 @@ Section const& Outline::sectionOf(uint32_t line) const
     return *(next - 1);
 }
 
+std::vector<uint32_t> const& Outline::keyLines() const
+{
+    if (keyLines_.empty())
+        for (uint32_t line = 0; line < lines_.size(); ++line)
+            if (lines_[line].isKey())
+                keyLines_.push_back(line);
+    if (keyLines_.empty())
+        keyLines_.push_back(kNone);  // an end mark: the lines are searched once
+    return keyLines_;
+}
+
 uint32_t Outline::appendSection(ReadStanza& stanza, uint32_t previous, uint32_t first, uint32_t end)
 {
     auto const section = static_cast<uint32_t>(sections_.size());

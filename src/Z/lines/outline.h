@@ -42,6 +42,9 @@ public:
     std::vector<Line> const& lines() const { return lines_; }
     std::vector<Section> const& sections() const { return sections_; }
 
+    /// Returns the key lines, ascending.
+    std::vector<uint32_t> const& keyLines() const;
+
     /// The first stanza has the lines above the first header.
     std::vector<ReadStanza>& stanzas() { return stanzas_; }
 
@@ -123,7 +126,8 @@ private:
     std::string_view const text_;
     Dialect const& dialect_;
     std::vector<Line> lines_;
-    std::vector<Section> sections_;  // appended sections are the last
+    mutable std::vector<uint32_t> keyLines_;  // found by keyLines()
+    std::vector<Section> sections_;           // appended sections are the last
     size_t appended_ = 0;
     std::vector<ReadStanza> stanzas_;
     std::unordered_map<std::string_view, uint32_t> index_;

@@ -71,19 +71,22 @@ Alignment alignmentOf(Outline const& outline, uint32_t a, uint32_t b)
 // Returns the nearest key line above or below `line` within a section; kNone if not found.
 uint32_t keyAbove(Outline const& outline, Section const& section, uint32_t line)
 {
-    while (line != kNone && line > section.first) {
-        --line;
-        if (outline.lines()[line].isKey() && !separatorOf(outline, line).empty())
-            return line;
-    }
+    std::vector<uint32_t> const& keys = outline.keyLines();
+    auto at = std::lower_bound(keys.begin(), keys.end(), line);
+    while (line != kNone && at != keys.begin() && *--at >= section.first)
+        if (!separatorOf(outline, *at).empty())
+            return *at;
     return kNone;
 }
 
 uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
 {
-    for (line = line == kNone ? section.first : line + 1; line < section.end; ++line)
-        if (outline.lines()[line].isKey() && !separatorOf(outline, line).empty())
-            return line;
+    std::vector<uint32_t> const& keys = outline.keyLines();
+    uint32_t const first = line == kNone ? section.first : line + 1;
+    for (auto at = std::lower_bound(keys.begin(), keys.end(), first);
+         at != keys.end() && *at < section.end; ++at)
+        if (!separatorOf(outline, *at).empty())
+            return *at;
     return kNone;
 }
 
