@@ -10,9 +10,11 @@
 #include <utility>
 
 #include "ZArrayList.h"
+#include "ZDialectData.h"
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
+#include "ZStanzaDialect_p.h"
 #include "reporting/failures.h"
 
 using namespace zproperties;
@@ -123,6 +125,14 @@ void ZProperties_6_0::Rep::setCache(ZPCache_6_0& cache)
     auto* const stanzaData = dynamic_cast<ZSCFData_6_0*>(&cache);
     stanzas = direct == nullptr ? nullptr : stanzaData;
     isStanzaFile = stanzaData != nullptr;
+    dialect = dynamic_cast<ZDialectData_6_0*>(&cache);
+    hasCompanion = isStanzaFile && dialect == nullptr;
+}
+
+void ZProperties_6_0::Rep::requireUnambiguous(char const* category) const
+{
+    if (dialect != nullptr && dialect->isAmbiguous(category) != 0)
+        ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
 }
 
 std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::copyCache(ZProperties_6_0 const& store)
@@ -169,9 +179,27 @@ void ZProperties_6_0::Rep::exchange(ZProperties_6_0& store, std::unique_ptr<ZPCa
     store.rep_->setCache(*store.cache_);
 }
 
+namespace {
+
+// Stores the value that counts of a key in a dialect; returns false without such a value.
+bool countingValue(ZDialectData_6_0 const& cache, char const* category, char const* key,
+                   Text& value)
+{
+    auto values = cache.values(category, key, ZPCache_6_0::plainValues);
+    zdialects::Switches const switches = zdialects::switchesOf(cache.dialect());
+    if (switches.repeatedKey == zdialects::RepeatedKey::first)
+        return values.next(value);
+    bool const resets = switches.emptyValues == zdialects::EmptyValues::reset;
+    return values.last(value) && !(resets && value.length == 0);
+}
+
+}  // namespace
+
 bool ZProperties_6_0::Rep::lastValue(ZProperties_6_0 const& store, char const* category,
                                      char const* key, Text& value)
 {
+    if (store.rep_->dialect != nullptr)
+        return countingValue(*store.rep_->dialect, category, key, value);
     if (store.rep_->direct != nullptr)
         return store.rep_->direct->lastValue(category, key, ZPCache_6_0::anyValues, value);
     ZArrayList_6_0 const* const values = store.cache_->get(category, key, ZPCache_6_0::anyValues);

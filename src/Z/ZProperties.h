@@ -2,7 +2,8 @@
 // locks between processes, converts values to types and notifies observers of changes.
 //
 // Subsystem: properties.  Stands on: ZPropertiesInterface, ZPropertyChanged, ZPropertiesImpl,
-// ZObserver, ZLock, ZLCString, ZUTF8String, ZArrayList, ZBuffer, ZException.
+// ZStanzaDialect, ZDialectData, ZObserver, ZLock, ZLCString, ZUTF8String, ZArrayList, ZBuffer,
+// ZException.
 //
 // Ownership: a store owns its cache and borrows its observers. Names and values are copied in.
 // Threads: every operation is safe from every thread and runs under the store's own recursive lock.

@@ -316,7 +316,8 @@ public:
     /// Stores the text that `be_write` writes in `buffer`. Here empties it.
     virtual void writeText(ZBuffer_6_0& buffer) const;
 
-    /// Returns this cache if it is exactly a ZPCategoryBasedCache_6_0 or a ZSCFData_6_0, so that
+    /// Returns this cache if it is exactly a ZPCategoryBasedCache_6_0, a ZSCFData_6_0 or a
+    /// ZDialectData_6_0, so that
     /// its non-virtual lookups return the same results as the virtual ones; null for any derived
     /// class of a caller.
     ZPCategoryBasedCache_6_0 const* direct() const;

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "ZBuffer.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 
 char const ZPCache_6_0::empty_[1] = "";
 
@@ -232,7 +232,8 @@ void ZPCache_6_0::writeText(ZBuffer_6_0& buffer) const
 ZPCategoryBasedCache_6_0 const* ZPCache_6_0::direct() const
 {
     std::type_info const& type = typeid(*this);
-    return type == typeid(ZSCFData_6_0) || type == typeid(ZPCategoryBasedCache_6_0)
+    return type == typeid(ZSCFData_6_0) || type == typeid(ZPCategoryBasedCache_6_0) ||
+                   ZPCategoryBasedCache_6_0::KeptLines::isDialectData(type)
                ? static_cast<ZPCategoryBasedCache_6_0 const*>(this)
                : nullptr;
 }

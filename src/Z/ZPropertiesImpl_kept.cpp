@@ -8,6 +8,7 @@
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "cache/file_text.h"
+#include "dialects/switched_dialect.h"
 #include "lines/difference.h"
 #include "memory/out_of_memory.h"
 #include "stanza/stanza_dialect.h"
@@ -24,6 +25,18 @@ SharedText translateErrors(Action action)
 }
 
 }  // namespace
+
+zlines::SharedDialect ZPCategoryBasedCache_6_0::KeptLines::dialectOf(Cache const& cache)
+{
+    return cache.rep().dialect != nullptr ? zlines::SharedDialect(cache.rep().dialect)
+                                          : zstanza::sharedStanzaDialect();
+}
+
+zstanza::CommentForm ZPCategoryBasedCache_6_0::KeptLines::commentForm(ZPCache_6_0 const& cache)
+{
+    Cache const* const direct = cache.direct();
+    return direct == nullptr ? zstanza::CommentForm() : direct->rep().policy().comments;
+}
 
 SharedText ZPCategoryBasedCache_6_0::KeptLines::textAfterReading(
     Cache const& cache, std::string_view bytes, zlines::SharedDialect const& dialect)
@@ -127,7 +140,7 @@ void ZPCategoryBasedCache_6_0::KeptLines::writeText(ZSCFData_6_0 const& cache, c
     SharedText const composed = compose(cache, path);
     zstanza::TextBuffer text;
     std::string_view const bytes = composed != nullptr ? composed->text : writeAll(cache, text);
-    collect(cache, composed, bytes, zstanza::sharedStanzaDialect());
+    collect(cache, composed, bytes, dialectOf(cache));
     if (composed != nullptr)
         buffer.setBuffer(bytes.size(), const_cast<char*>(bytes.data()));  // it is copied
     else if (bytes.empty())

@@ -81,8 +81,9 @@ bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh, Base 
     zlines::Document document;
     describe(ours, document);
     // The other text may name the companion of another store.
-    if (!zlines::hasSameValues(zstanza::kReservedCategory, zstanza::kReservedKey, before,
-                               text->text, base.text.dialect) ||
+    bool const hasCompanion = ours.rep().dialect == nullptr;
+    if ((hasCompanion && !zlines::hasSameValues(zstanza::kReservedCategory, zstanza::kReservedKey,
+                                                before, text->text, base.text.dialect)) ||
         !zlines::planMerge(before, document, text->text, base.text.dialect, steps))
         return false;
     char const* const companion = ours.companionFile().getChars();

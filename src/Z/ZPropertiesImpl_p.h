@@ -2,9 +2,12 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdio.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 
 #include "ZPropertiesImpl.h"
 #include "cache/contents.h"
@@ -19,6 +22,16 @@
 namespace zlines {
 struct MergeStep;
 }
+namespace zstanza {
+
+/// Reads `file` to its end into `block`, which has capacity for one more byte then. Returns the
+/// size in bytes. throws  ZPropertiesIOException_6_0 (path, "fgets()", errno).
+size_t readAll(char const* path, FILE* file, zcache::Arena::Block& block);
+
+}  // namespace zstanza
+namespace zdialects {
+class SwitchedDialect;
+}
 
 // Hidden, because the patterns of exports.map match public names in the signatures of its
 // functions.
@@ -27,8 +40,9 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     class DerivedReader;
 
     Rep() = default;
-    Rep(Rep const& other) : Contents(other), kept(other.kept) {}
+    Rep(Rep const& other) : Contents(other), dialect(other.dialect), kept(other.kept) {}
 
+    std::shared_ptr<zdialects::SwitchedDialect const> dialect;  // null: stanza files
     zlines::SharedText kept;                     // the text as read or stored; null: none
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
 };
@@ -42,6 +56,15 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// Returns the text as read if it is `stored`, else a copy of `stored`; null if the cache keeps
     /// no lines.
     static zlines::SharedText textOf(ZPCache_6_0 const& cache, std::string_view stored);
+
+    /// Returns the dialect of the cache.
+    static zlines::SharedDialect dialectOf(Cache const& cache);
+
+    /// Returns whether `type` is ZDialectData_6_0, a module that stands on this.
+    static bool isDialectData(std::type_info const& type);
+
+    /// Returns the form of comments in the cache's files.
+    static zstanza::CommentForm commentForm(ZPCache_6_0 const& cache);
 
     static bool keepsLines(ZPCache_6_0 const& cache)
     {

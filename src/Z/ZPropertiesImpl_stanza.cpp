@@ -23,8 +23,9 @@ namespace {
 
 constexpr size_t kFirstRead = 1 << 16;
 
-// Reads `file` to its end. Returns the size in bytes; the block has capacity for one more.
-size_t readAll(char const* path, FILE* file, Arena::Block& block)
+}  // namespace
+
+size_t zstanza::readAll(char const* path, FILE* file, Arena::Block& block)
 {
     struct stat status;
     bool const isSized = fileno(file) >= 0 && fstat(fileno(file), &status) == 0 &&
@@ -48,8 +49,6 @@ size_t readAll(char const* path, FILE* file, Arena::Block& block)
     }
 }
 
-}  // namespace
-
 ZSCFData_6_0::ZSCFData_6_0() = default;
 
 ZSCFData_6_0::ZSCFData_6_0(ZSCFData_6_0 const& other) = default;
@@ -71,7 +70,7 @@ ZPCache_6_0* ZSCFData_6_0::makeEmpty() const
 void ZSCFData_6_0::be_read(char const* path, FILE* file)
 {
     Arena::Block block;
-    size_t const length = readAll(path, file, block);
+    size_t const length = zstanza::readAll(path, file, block);
     readBlock(path, &block, length);
 }
 
@@ -118,7 +117,7 @@ void ZSCFData_6_0::be_write(char const* path, FILE* file)
     TextBuffer text;
     std::string_view const bytes =
         composed != nullptr ? composed->text : KeptLines::writeAll(*this, text);
-    KeptLines::collect(*this, composed, bytes, zstanza::sharedStanzaDialect());
+    KeptLines::collect(*this, composed, bytes, KeptLines::dialectOf(*this));
     errno = 0;
     // Flush here: a caller would not see the error of a later flush.
     bool const isTaken =

@@ -328,6 +328,7 @@ void ZAbstractPropertyValuesIterator_6_0::toLocal(char const* value, ZLCString_6
 void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
 {
     needValue();
+    store_.rep_->requireUnambiguous(category_.getChars());
     ZLCString_6_0 local;
     toLocal(value, local);
     // The caller may have read the empty UTF-8 string in place of a value without a UTF-8 form.
@@ -343,6 +344,7 @@ void ZAbstractPropertyValuesIterator_6_0::changeValue(char const* value)
 
 void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
 {
+    store_.rep_->requireUnambiguous(category_.getChars());
     ZLCString_6_0 local;
     toLocal(value, local);
     // The current value, or all values, may have been removed since the last step.
@@ -365,6 +367,7 @@ void ZAbstractPropertyValuesIterator_6_0::addValue(char const* value)
 void ZAbstractPropertyValuesIterator_6_0::removeValue()
 {
     needValue();
+    store_.rep_->requireUnambiguous(category_.getChars());
     if (position_ == 0 && valtype_ == zPropIterObfuscated) {
         // KEPT: removing the first value of an obfuscated key removes all its values. A program
         // that removes a secret in this way would leave the other values in the companion file.

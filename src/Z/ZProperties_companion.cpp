@@ -19,6 +19,8 @@ using namespace zproperties;
 std::string ZProperties_6_0::Rep::companionEntry(ZProperties_6_0 const& store)
 {
     Text entry;
+    if (store.rep_->dialect != nullptr)
+        return {};  // a foreign file must not name a file that a store opens or removes
     return lastValue(store, kReservedCategory, kReservedKey, entry)
                ? std::string(entry.chars, entry.length)
                : std::string();
@@ -82,6 +84,8 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
         struct stat status;
         return lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR);
     };
+    if (store.rep_->dialect != nullptr)
+        return {};
     if (isRemovable(named))
         return named;
     for (Companions::Companion const& known : store.rep_->companions.list())
@@ -89,7 +93,7 @@ std::string ZProperties_6_0::Rep::companionToRemove(ZProperties_6_0 const& store
             return known.path;
     // The store may never have read the file that it overwrites, so the old text has to be checked.
     std::string before =
-        store.rep_->isStanzaFile ? zstanza::findCompanion(file.text()) : std::string();
+        store.rep_->hasCompanion ? zstanza::findCompanion(file.text()) : std::string();
     return isRemovable(before) && exists(before) ? before : std::string();
 }
 
@@ -137,7 +141,7 @@ void ZProperties_6_0::Rep::chooseCompanionChange(ZProperties_6_0& store,
         change.change = zstore::JournaledFile::Companion::written;
         change.path = path;
         change.contents = {static_cast<char const*>(packed.getBuffer()), packed.getLength()};
-        change.isNamed = path == named || (store.rep_->isStanzaFile && namesOwnCompanion(file));
+        change.isNamed = path == named || (store.rep_->hasCompanion && namesOwnCompanion(file));
         companions.addLoaded(path);
         return;
     }

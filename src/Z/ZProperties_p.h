@@ -23,6 +23,8 @@
 #include "store/journaled_file.h"
 #include "store/translate_errors.h"
 
+class ZDialectData_6_0;
+
 namespace zproperties {
 
 inline constexpr char kSource[] = "src/Z/ZProperties";
@@ -180,6 +182,9 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
                                   : ZPCategoryBasedCache_6_0::validateValue(key, value)) != 0;
     }
 
+    /// Checks the name of a stanza that will be changed: several stanzas must not have it.
+    void requireUnambiguous(char const* category) const;
+
     /// Check a key or a value that will be set.
     void requireValidKey(char const* category, char const* key) const
     {
@@ -190,7 +195,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     void requireValidValue(char const* key, char const* value) const
     {
         // In a stanza file an empty value leaves the key without values; its line is "key =".
-        if (!zproperties::isEmpty(value) && !isValidValue(key, value))
+        if ((dialect != nullptr || !zproperties::isEmpty(value)) && !isValidValue(key, value))
             ZInvalidParameterException_6_0().throwException(zproperties::kSource,
                                                             zproperties::raiseForNewText);
     }
@@ -208,8 +213,8 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     ///         it is reported instead, as are all further exceptions.
     static void sendNotices(ZProperties_6_0& store, Queue& queue);
 
-    /// Stores the last value of (category, key) in `value` and returns true; returns false if there
-    /// is no value.
+    /// Stores the last value of (category, key), or the value that counts in a dialect, in `value`
+    /// and returns true; returns false if there is no value.
     static bool lastValue(ZProperties_6_0 const& store, char const* category, char const* key,
                           ZPCategoryBasedCache_6_0::Text& value);
 
@@ -409,9 +414,11 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
     std::string sharedPath;  // the path in the factory's map; set before the store is shared
     Queue queued;
     ZPCategoryBasedCache_6_0 const* direct = nullptr;  // the cache, if it permits direct access
-    ZSCFData_6_0* stanzas = nullptr;  // the cache, if it is the library's own for stanza files
-    bool isStanzaFile = false;        // the cache is a ZSCFData_6_0 or derived from it
-    unsigned long replaced = 0;       // grows whenever another cache replaces the cache
+    ZSCFData_6_0* stanzas = nullptr;      // the cache, if it is the library's own for stanza files
+    ZDialectData_6_0* dialect = nullptr;  // the cache, if it is of a dialect
+    bool isStanzaFile = false;            // the cache is a ZSCFData_6_0 or derived from it
+    bool hasCompanion = false;   // such a cache, and not of a dialect: the text names the companion
+    unsigned long replaced = 0;  // grows whenever another cache replaces the cache
 
 private:
     static ZArrayList_6_0* commentTexts(ZProperties_6_0& store, char const* comment);

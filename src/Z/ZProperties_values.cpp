@@ -11,13 +11,13 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
 #include "reporting/failures.h"
-#include "stanza/limits.h"
 
 using namespace zproperties;
+using KeptLines = ZPCategoryBasedCache_6_0::KeptLines;
 
 namespace {
 
@@ -328,7 +328,8 @@ void ZProperties_6_0::setValue(char const* category, char const* key, char const
         strcmp(category, kReservedCategory) == 0 && strcmp(key, kReservedKey) == 0;
     if (obfuscated == 0)
         rep_->requireValidValue(key, value);
-    else if (reserved)  // an obfuscated entry is not in the file: load() would miss the companion
+    else if (reserved || rep_->dialect != nullptr)
+        // The entry that names the companion must be in the file. Dialects have no companion.
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::set, category, key);
     if (!isEmpty(value))
@@ -398,6 +399,7 @@ void ZProperties_6_0::deleteKey(char const* category, char const* key)
     requireNames(category, key);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, category, key);
     Hold const hold(*this);
+    rep_->requireUnambiguous(category);
     cache_->delLine(category, key);
     Rep::recordChange(*this, std::move(notice));
 }
@@ -410,6 +412,7 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char 
 {
     if (comment == nullptr)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
+    zstanza::CommentForm const form = KeptLines::commentForm(*store.cache_);
     std::unique_ptr<ZArrayList_6_0> lines(new ZArrayList_6_0(1, 1));
     ZLCString_6_0 joined;
     for (char const* at = comment;;) {
@@ -417,8 +420,8 @@ ZArrayList_6_0* ZProperties_6_0::Rep::commentTexts(ZProperties_6_0& store, char 
         std::unique_ptr<ZLCString_6_0> line(new ZLCString_6_0(at, static_cast<unsigned>(end - at)));
         store.checkComment(*line);
         // A line without "#" would be read back as a key or as the header of a stanza.
-        bool const isMarked = !store.rep_->isStanzaFile || line->getChars()[0] == '#';
-        if (!isMarked || line->getLength() > zstanza::kMaxLineLength)
+        bool const isMarked = !store.rep_->isStanzaFile || form.isMark(line->getChars()[0]);
+        if (!isMarked || line->getLength() > form.maxLength)
             ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);
         if (store.rep_->isStanzaFile) {
             if (at != comment)

@@ -10,10 +10,12 @@
 
 #include "ZArrayList.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZUTF8String.h"
 #include "memory/out_of_memory.h"
+
+using KeptLines = ZPCategoryBasedCache_6_0::KeptLines;
 
 namespace {
 
@@ -106,22 +108,27 @@ bool copyNewValues(ZArrayList_6_0 const& values, Strings& strings, Check check)
     return hasEmptyUTF8;
 }
 
-// Removes strings that equal an existing value or an earlier string.
+// Removes strings that equal an existing value or an earlier string. An empty value stays if
+// `keepsEmpty`: it resets the values before it.
 template <class Strings>
-void removeDuplicates(ZArrayList_6_0 const& existing, Strings& strings)
+void removeDuplicates(ZArrayList_6_0 const& existing, Strings& strings, bool keepsEmpty)
 {
     // The usual case, a single string, is compared with each value and needs no set.
     if (strings.count() == 1) {
         bool exists = false;
         for (unsigned i = 0; i < existing.size() && !exists; ++i)
             exists = strcmp(strings.text(0), textAt(existing, i)) == 0;
-        strings.removeIf([exists](char const*) { return exists; });
+        strings.removeIf([exists, keepsEmpty](char const* text) {
+            return exists && !(keepsEmpty && *text == '\0');
+        });
         return;
     }
     StringSet known;
     for (unsigned i = 0; i < existing.size(); ++i)
         known.insert(textAt(existing, i));
-    strings.removeIf([&known](char const* text) { return !known.insert(text); });
+    strings.removeIf([&known, keepsEmpty](char const* text) {
+        return !(keepsEmpty && *text == '\0') && !known.insert(text);
+    });
 }
 
 }  // namespace
@@ -152,14 +159,16 @@ void ZStanzaFileProperties_6_0::addEntryComment(char const* stanza, char const* 
 
 void ZStanzaFileProperties_6_0::checkComment(ZLCString_6_0& comment)
 {
-    if (comment.getChars()[0] != '#')
-        comment.prepend("#");
+    zstanza::CommentForm const form = KeptLines::commentForm(cache());
+    if (!form.isMark(comment.getChars()[0]))
+        comment.prepend(form.marks.front() == '#' ? "#" : ";");
 }
 
 void ZStanzaFileProperties_6_0::addValue(char const* stanza, char const* key, char const* value,
                                          int obfuscated)
 {
-    if (isEmpty(value))
+    Hold const hold(*this);
+    if (value == nullptr || (*value == '\0' && rep_->dialect == nullptr))
         ZInvalidParameterException_6_0().throwException(kSource, raiseInAddValue);
     ZArrayList_6_0 values(1, 0);
     ZLCConstString_6_0 const text(value);
@@ -197,7 +206,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
                                           ZArrayList_6_0 const& values, int obfuscated)
 {
     Hold const hold(*this);
-    if (!rep_->isValidKey(stanza, key))
+    if (!rep_->isValidKey(stanza, key) || (obfuscated != 0 && rep_->dialect != nullptr))
         ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
     // Check every new string before the first is stored.
     Rep::Strings strings;
@@ -225,7 +234,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
         ZArrayList_6_0& existing = *cache().get(
             stanza, key,
             obfuscated != 0 ? ZPCache_6_0::obfuscatedValues : ZPCache_6_0::plainValues);
-        removeDuplicates(existing, strings);
+        removeDuplicates(existing, strings, rep_->dialect != nullptr);
         if (strings.count() == 0)
             return;
         strings.reserveIn(existing, existing.size());
@@ -233,7 +242,7 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
             // An empty string leaves the key without values. The following string becomes the first
             // value, and observers receive a notice of each of the two changes.
             std::unique_ptr<Notice> emptied;
-            if (*strings.text(0) == '\0' && strings.count() > 1) {
+            if (*strings.text(0) == '\0' && strings.count() > 1 && rep_->dialect == nullptr) {
                 emptied = Rep::makeNotice(ZPropertyChanged_6_0::set, stanza, key);
                 strings.removeFirst();
             }
@@ -287,6 +296,7 @@ void ZStanzaFileProperties_6_0::deleteStanza(char const* stanza)
     requireName(stanza);
     auto notice = Rep::makeNotice(ZPropertyChanged_6_0::removed, stanza, nullptr);
     Hold const hold(*this);
+    rep_->requireUnambiguous(stanza);
     cache().delLine(stanza);
     Rep::recordChange(*this, std::move(notice));
 }
@@ -295,6 +305,7 @@ void ZStanzaFileProperties_6_0::addStanzaComment(char const* stanza, char const*
 {
     requireName(stanza);
     Hold const hold(*this);
+    rep_->requireUnambiguous(stanza);
     Rep::addComment(*this, comment, [stanza](ZPCache_6_0& cache, char const* line) {
         cache.addLineComment(stanza, line);
     });

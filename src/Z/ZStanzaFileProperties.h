@@ -1,11 +1,12 @@
 // ZStanzaFileProperties: the configuration store for stanza files.
 //
 // Subsystem: properties.  Stands on: ZProperties, ZPropertiesIterator, ZPropertiesImpl,
-// ZPropertiesKVList, ZStanzaProblem, ZStanzaDialect, ZBuffer, ZArrayList, ZLCString, ZUTF8String,
-// ZException.
+// ZDialectData, ZStanzaDialect, ZPropertiesKVList, ZStanzaProblem, ZBuffer, ZArrayList, ZLCString,
+// ZUTF8String, ZException.
 //
 // A stanza file consists of stanzas: a header line "[name]" and lines "key = value", with comments
-// and blank lines between them. See docs/file-formats.md.
+// and blank lines between them. A store with another dialect has the files of other programs, such
+// as unit files or desktop entries. See docs/file-formats.md.
 // Ownership and threads: as ZProperties_6_0.
 #pragma once
 
@@ -14,9 +15,9 @@
 #include "ZProperties.h"
 #include "ZPropertiesIterator.h"
 #include "ZPropertiesKVList.h"
+#include "ZStanzaDialect.h"
 
 class ZBuffer_6_0;
-class ZStanzaDialect_6_0;
 
 /// The request of a ZStzFileItem_6_0; the comments are the types of its result.
 enum ZStzFileItemType : int {
@@ -59,6 +60,29 @@ public:
     /// Creates an empty store.
     /// range   `keepComments` 0: load() drops comments and blank lines.
     explicit ZStanzaFileProperties_6_0(int keepComments);
+
+    /// Creates a store for files of a dialect and loads the file at `path`. Except for "stanza":
+    ///
+    ///  - Only the lines of changed values change, and a store without a change writes nothing.
+    ///  - A null value means no value; an empty one is a value. Names are found as the dialect
+    ///  compares
+    ///    them. getValue() and the like return the value that counts: the last, the first, or the
+    ///    last after a reset. Values that no line can have are refused by the setters or, if they
+    ///    do not fit into their place in the file, by store().
+    ///  - Where each header starts a stanza of its own, NAME]2 is the second of a name. NAME alone
+    ///  is
+    ///    the first for reading; changes throw ZInvalidParameterException_6_0 if there are several,
+    ///    unless they name it NAME]1. A removed stanza leaves its number to the next.
+    ///  - There are no obfuscated values, and no entry names a companion file.
+    ///  - load() into a store with contents throws ZUnsupportedException_6_0; reload() does not.
+    /// range   `keepComments` is ignored except for "stanza".
+    /// throws  as load().
+    ZStanzaFileProperties_6_0(char const* path, int keepComments,
+                              ZStanzaDialect_6_0 const& dialect);
+
+    /// Creates an empty store for files of a dialect.
+    /// range   `keepComments` is ignored except for "stanza".
+    ZStanzaFileProperties_6_0(int keepComments, ZStanzaDialect_6_0 const& dialect);
     ZStanzaFileProperties_6_0(ZStanzaFileProperties_6_0 const& other);
 
     // Virtual functions in slot order. The order is binary interface: append only.
@@ -215,6 +239,15 @@ public:
     /// cost    O(file).
     void setSpelling(char const* stanza, char const* key, unsigned index, char const* spelling);
 
+    /// Returns the dialect of the store.
+    ZStanzaDialect_6_0 dialect() const;
+
+    /// Replaces the elements of `out` by the values of `key` that count, as ZLCString_6_0: all,
+    /// those after the last reset, the last or the first, as the dialect specifies.
+    /// range   `out` must own its elements. It is empty if the key is missing.
+    /// throws  ZInvalidParameterException_6_0 if a name is null or empty, or for `out`.
+    void countingValues(char const* stanza, char const* key, ZArrayList_6_0& out) const;
+
     /// Returns the names of the stanzas in file order.
     /// owns    owned by the caller; released with delete. The list owns its ZLCString_6_0 elements.
     ZArrayList_6_0* stanzaNames() const;
@@ -252,6 +285,19 @@ public:
 
 private:
     static ZStanzaFilePropertiesFactory* factory_;
+};
+
+/// Creates stores for files of a dialect, for getPropertiesFor().
+class ZStanzaDialectFactory_6_0 : public ZAbstractPropertiesFactory_6_0 {
+public:
+    /// owns    `dialect` is copied.
+    explicit ZStanzaDialectFactory_6_0(ZStanzaDialect_6_0 const& dialect);
+    ~ZStanzaDialectFactory_6_0() override;
+
+    ZProperties_6_0* makePropertiesInstance() override;
+
+private:
+    ZStanzaDialect_6_0 const dialect_;
 };
 
 /// Iterates over the keys that a stanza had when the iterator was created.

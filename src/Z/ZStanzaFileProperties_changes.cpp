@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ZArrayList.h"
+#include "ZDialectData.h"
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
@@ -46,14 +47,15 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
         refuseText();
     Rep::Strings strings;
     for (unsigned i = 0; i < count; ++i) {
-        if (values[i] == nullptr || (*values[i] == '\0' && count > 1))
+        if (values[i] == nullptr || (*values[i] == '\0' && count > 1 && rep_->dialect == nullptr))
             refuseText();
         rep_->requireValidValue(key, values[i]);
         strings.add(values[i], zPropLocalStrings);
     }
     if (count < 2) {
         checkAccess(stanza, key, 0);
-        setValue(stanza, key, count == 0 ? "" : values[0], 0);
+        char const* const none = rep_->dialect == nullptr ? "" : nullptr;
+        setValue(stanza, key, count == 0 ? none : values[0], 0);
         return;
     }
     checkAccess(stanza, key, 0);
@@ -87,6 +89,7 @@ void ZStanzaFileProperties_6_0::removeValue(char const* stanza, char const* key,
     Hold const hold(*this);
     auto const kind = cache().isObfuscated(stanza, key) != 0 ? ZPCache_6_0::obfuscatedValues
                                                              : ZPCache_6_0::plainValues;
+    rep_->requireUnambiguous(stanza);
     if (cache().contains(stanza, key) == 0)
         throwMissing(*this, stanza, key);
     ZArrayList_6_0& list = *cache().get(stanza, key, kind);
@@ -144,7 +147,11 @@ void ZStanzaFileProperties_6_0::renameStanza(char const* stanza, char const* new
     if (cache.contains(newStanza) != 0)
         refuseText();
     requireNotReserved(cache, stanza, kReservedKey, newStanza, kReservedKey);
-    cache.renameCategory(stanza, newStanza);
+    rep_->requireUnambiguous(stanza);
+    if (rep_->dialect != nullptr)
+        rep_->dialect->renameStanza(stanza, newStanza);
+    else
+        cache.renameCategory(stanza, newStanza);
     Rep::recordChange(*this, std::move(removed));
     Rep::recordChange(*this, std::move(added));
 }

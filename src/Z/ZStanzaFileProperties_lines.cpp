@@ -1,6 +1,6 @@
 // Comments that are read and replaced.
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
 
@@ -38,6 +38,7 @@ void ZStanzaFileProperties_6_0::setComment(char const* stanza, char const* key, 
 {
     Hold const hold(*this);
     requireCommented(*this, stanza, key);
+    rep_->requireUnambiguous(stanza);
     // An obfuscated value has no line that the comment could be above.
     if (comment != nullptr && key != nullptr && isObfuscated(stanza, key) != 0)
         ZInvalidParameterException_6_0().throwException(kSource, raiseForComment);

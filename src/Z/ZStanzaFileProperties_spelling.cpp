@@ -8,11 +8,10 @@
 
 #include "ZBuffer.h"
 #include "ZException.h"
-#include "ZPropertiesImpl.h"
+#include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
 #include "lines/spelled_value.h"
-#include "stanza/stanza_dialect.h"
 
 using namespace zproperties;
 
@@ -23,7 +22,10 @@ class SpelledText {
 public:
     SpelledText(ZStanzaFileProperties_6_0 const& store, ZPCache_6_0 const& cache,
                 char const* stanza, char const* key, unsigned index)
-        : text_(textOf(store)), outline_(text_, zstanza::stanzaDialect())
+        : text_(textOf(store)),
+          dialect_(ZPCategoryBasedCache_6_0::KeptLines::dialectOf(
+              static_cast<ZSCFData_6_0 const&>(cache))),
+          outline_(text_, *dialect_)
     {
         auto values =
             static_cast<ZSCFData_6_0 const&>(cache).values(stanza, key, ZPCache_6_0::plainValues);
@@ -54,6 +56,7 @@ private:
     }
 
     std::string const text_;
+    zlines::SharedDialect const dialect_;
     zlines::Outline outline_;
     uint32_t line_;
 };

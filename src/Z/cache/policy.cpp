@@ -10,6 +10,8 @@ public:
     Characters(std::string_view name, NameRule const& rule)
         : at_(name.data()), end_(name.data() + name.size()), rule_(rule), folds_(rule.foldsCase)
     {
+        if (rule.dropsFirstNumber && name.ends_with("]1"))
+            end_ -= 2;
     }
 
     // Stores the next character; returns false at the end.
@@ -31,7 +33,7 @@ public:
 
 private:
     char const* at_;
-    char const* const end_;
+    char const* end_;
     NameRule const& rule_;
     bool folds_;
 };

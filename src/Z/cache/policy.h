@@ -16,8 +16,12 @@ struct NameRule {
     bool foldsUpToDot = false;  // only before the first dot
     bool dropsBlanks = false;   // spaces and tabs are ignored
     bool dashIsUnderscore = false;
+    bool dropsFirstNumber = false;  // "]1" at the end is ignored: NAME]2 is the second NAME
 
-    bool isExact() const { return !foldsCase && !dropsBlanks && !dashIsUnderscore; }
+    bool isExact() const
+    {
+        return !foldsCase && !dropsBlanks && !dashIsUnderscore && !dropsFirstNumber;
+    }
 
     /// Returns whether two names are the same.
     bool matches(std::string_view a, std::string_view b) const

@@ -1,0 +1,429 @@
+// Files of dialects through the store: the samples of tests/data/dialects (DialectModelTest.cpp
+// describes their forms), changes of their values, and the cache.
+#include <Z/ZArrayList.h>
+#include <Z/ZBuffer.h>
+#include <Z/ZDialectData.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "TestDirectory.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The contents of a file: its stanzas in order, and their keys with their values.
+struct Reading {
+    std::vector<std::string> stanzas;
+    std::map<std::pair<std::string, std::string>, std::vector<std::string>> keys;
+
+    bool operator==(Reading const&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, Reading const& reading)
+{
+    for (std::string const& stanza : reading.stanzas)
+        out << "[" << stanza << "]";
+    for (auto const& [names, values] : reading.keys) {
+        out << "\n" << names.first << "|" << names.second;
+        for (std::string const& value : values)
+            out << "|" << value;
+    }
+    return out << "\n";
+}
+
+std::string bytesOf(fs::path const& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string unescaped(std::string const& text)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        char const next = text[i] == '\\' && i + 1 < text.size() ? text[++i] : '\0';
+        out += next == 't' ? '\t' : next == 'n' ? '\n' : next == '\\' ? '\\' : text[i];
+    }
+    return out;
+}
+
+// Parses a .reading or .counts file.
+Reading parse(std::string const& text)
+{
+    Reading reading;
+    for (size_t at = 0; at < text.size();) {
+        size_t const end = text.find('\n', at);
+        std::vector<std::string> parts(1);
+        for (char const c : text.substr(at, end - at)) {
+            if (c == '\t')
+                parts.emplace_back();
+            else
+                parts.back() += c;
+        }
+        for (std::string& part : parts)
+            part = unescaped(part);
+        if (std::find(reading.stanzas.begin(), reading.stanzas.end(), parts[0]) ==
+            reading.stanzas.end())
+            reading.stanzas.push_back(parts[0]);
+        if (parts.size() > 1) {
+            auto& values = reading.keys[{parts[0], parts[1]}];
+            if (parts.size() > 2)
+                values.push_back(parts[2]);
+        }
+        at = end + 1;
+    }
+    return reading;
+}
+
+std::vector<std::string> textsOf(ZArrayList_6_0 const& list)
+{
+    std::vector<std::string> texts;
+    for (unsigned i = 0; i < list.size(); ++i)
+        texts.emplace_back(static_cast<ZLCString_6_0 const*>(list.get(i))->getChars());
+    return texts;
+}
+
+std::vector<std::string> countingIn(ZStanzaFileProperties_6_0 const& store, char const* stanza,
+                                    char const* key)
+{
+    ZArrayList_6_0 list(2, 1);
+    store.countingValues(stanza, key, list);
+    return textsOf(list);
+}
+
+std::vector<std::string> valuesIn(ZStanzaFileProperties_6_0 const& store, char const* stanza,
+                                  char const* key)
+{
+    ZArrayList_6_0 list(2, 1);
+    store.getValues(stanza, key, list, static_cast<ZPropertyStringType>(0));
+    return textsOf(list);
+}
+
+Reading readingOf(ZStanzaFileProperties_6_0 const& store, bool onlyCounting = false)
+{
+    Reading reading;
+    std::unique_ptr<ZArrayList_6_0> const stanzas(store.stanzaNames());
+    reading.stanzas = textsOf(*stanzas);
+    for (std::string const& stanza : reading.stanzas) {
+        if (stanza.empty())
+            continue;  // no caller can name it
+        std::unique_ptr<ZArrayList_6_0> const keys(store.keyNames(stanza.c_str()));
+        for (std::string const& key : textsOf(*keys))
+            reading.keys[{stanza, key}] = onlyCounting
+                                              ? countingIn(store, stanza.c_str(), key.c_str())
+                                              : valuesIn(store, stanza.c_str(), key.c_str());
+    }
+    return reading;
+}
+
+std::string textOf(ZStanzaFileProperties_6_0 const& store)
+{
+    ZBuffer_6_0 buffer;
+    store.storeText(buffer);
+    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+}
+
+ZStanzaDialect_6_0 dialectNamed(std::string const& name)
+{
+    ZStanzaDialect_6_0 dialect;
+    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
+    return dialect;
+}
+
+struct Sample {
+    std::string name;
+    std::string dialect;
+    fs::path path;
+    std::string base;  // without the extension
+};
+
+// The samples of all dialects but "stanza".
+std::vector<Sample> samples()
+{
+    std::vector<Sample> found;
+    for (fs::directory_entry const& entry : fs::directory_iterator(Z_TEST_DATA "/dialects")) {
+        std::string const extension = entry.path().extension();
+        std::string const name = entry.path().filename();
+        std::string const dialect = name.substr(0, name.find('.'));
+        if (extension != ".reading" && extension != ".refused" && extension != ".counts" &&
+            dialect != "stanza")
+            found.push_back(
+                {name, dialect, entry.path(), fs::path(entry.path()).replace_extension().string()});
+    }
+    std::sort(found.begin(), found.end(),
+              [](Sample const& a, Sample const& b) { return a.name < b.name; });
+    return found;
+}
+
+std::string thrown(std::function<void()> const& action)
+{
+    try {
+        action();
+    } catch (ZException_6_0 const& e) {
+        std::string name = typeid(e).name();
+        return name.substr(name.find('Z'), name.find("_6_0") - name.find('Z'));
+    }
+    return "nothing";
+}
+
+}  // namespace
+
+TEST(ZDialectData, ReadsEachSampleAndWritesItBack)
+{
+    int read = 0;
+    for (Sample const& sample : samples()) {
+        SCOPED_TRACE(sample.name);
+        ZStanzaDialect_6_0 const dialect = dialectNamed(sample.dialect);
+        std::string const refused = sample.base + ".refused";
+        try {
+            ZStanzaFileProperties_6_0 const store(sample.path.c_str(), 0, dialect);
+            EXPECT_FALSE(fs::exists(refused)) << readingOf(store);
+            if (fs::exists(refused))
+                continue;
+            Reading expected = parse(bytesOf(sample.base + ".reading"));
+            std::erase_if(expected.keys, [](auto const& key) { return key.first.first.empty(); });
+            EXPECT_EQ(expected, readingOf(store));
+            EXPECT_EQ(bytesOf(sample.path), textOf(store));
+            if (fs::exists(sample.base + ".counts")) {
+                EXPECT_EQ(parse(bytesOf(sample.base + ".counts")).keys,
+                          readingOf(store, true).keys);
+            }
+            ++read;
+        } catch (ZPropertiesInvalidDataException_6_0 const& e) {
+            std::string const place =
+                std::to_string(e.badline()) + ":" + std::to_string(e.column()) + "\n";
+            EXPECT_EQ(fs::exists(refused) ? bytesOf(refused) : "not refused", place);
+        }
+    }
+    EXPECT_LT(200, read);
+}
+
+TEST(ZDialectData, StoreChangesOneLine)
+{
+    struct Case {
+        char const* dialect;
+        char const* before;
+        char const* stanza;
+        char const* key;
+        char const* value;
+        char const* after;
+    };
+    Case const cases[] = {
+        {"systemd", "[Unit]\nA=1\n; c\n\n[Service]\nExecStart=\nExecStart=/bin/a \\\n  b\n", "Unit",
+         "A", "2 3", "[Unit]\nA=2 3\n; c\n\n[Service]\nExecStart=\nExecStart=/bin/a \\\n  b\n"},
+        {"ini", "k=1\n[a]\nl = 2\n", ".", "k", "", "k=\n[a]\nl = 2\n"},
+        {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
+    };
+    TestDirectory const directory;
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.before);
+        std::string const path = directory.write("conf", c.before);
+        ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed(c.dialect));
+        EXPECT_STREQ(c.dialect, store.dialect().name());
+        store.setValue(c.stanza, c.key, c.value);
+        store.store(nullptr);
+        EXPECT_EQ(c.after, directory.read("conf"));
+        ZLCString_6_0 value;
+        store.reload(nullptr);
+        store.getValue(c.stanza, c.key, value, 0, nullptr);
+        EXPECT_STREQ(c.value, value.getChars());
+    }
+}
+
+TEST(ZDialectData, NewFileHasTheStyleOfItsDialect)
+{
+    struct Case {
+        char const* dialect;
+        char const* text;
+    };
+    Case const cases[] = {{"systemd", "[a]\nk=1\n"},
+                          {"git", "[a]\n\tk = 1\n"},
+                          {"ini", "[a]\nk = 1\n"},
+                          {"kconfig", "[a]\nk=1\n"}};
+    for (Case const& c : cases) {
+        ZStanzaFileProperties_6_0 store(1, dialectNamed(c.dialect));
+        store.setValue("a", "k", "1");
+        EXPECT_EQ(c.text, textOf(store)) << c.dialect;
+    }
+}
+
+TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)
+{
+    ZStanzaFileProperties_6_0 systemd(1, dialectNamed("systemd"));
+    systemd.loadText("[Service]\nExecStart=/bin/a\n", 27);
+    systemd.addValue("Service", "ExecStart", "", 0);
+    systemd.addValue("Service", "ExecStart", "/bin/b", 0);
+    EXPECT_EQ((std::vector<std::string>{"/bin/a", "", "/bin/b"}),
+              valuesIn(systemd, "Service", "ExecStart"));
+    EXPECT_EQ((std::vector<std::string>{"/bin/b"}), countingIn(systemd, "Service", "ExecStart"));
+    systemd.addValue("Service", "ExecStart", "", 0);
+    EXPECT_EQ(0U, countingIn(systemd, "Service", "ExecStart").size());
+    ZLCString_6_0 value;
+    systemd.getValue("Service", "ExecStart", value, 0, "none");
+    EXPECT_STREQ("none", value.getChars());
+    EXPECT_EQ("ZInvalidParameterException",
+              thrown([&] { systemd.setValue("Service", "ExecStart", nullptr); }));
+    char const* const texts[] = {"", "1", ""};
+    systemd.setValues("Service", "Env", texts, 3);
+    EXPECT_EQ((std::vector<std::string>{"", "1", ""}), valuesIn(systemd, "Service", "Env"));
+}
+
+TEST(ZDialectData, RefusesWhatNoLineReadsBack)
+{
+    struct Case {
+        char const* dialect;
+        char const* stanza;
+        char const* key;
+        char const* value;
+    };
+    Case const cases[] = {
+        {"systemd", "a]b\n", "k", "1"}, {"systemd", ".", "k", "1"},    {"systemd", "a", "k=", "1"},
+        {"systemd", "a", "#k", "1"},    {"systemd", "a", "k", "1\n2"}, {"systemd", "a", "k", " 1"},
+        {"desktop", "a[", "k", "1"},    {"git", "a b", "k", "1"},      {"git", "a", "1k", "1"},
+        {"git", "a", "k_l", "1"},       {"sysctl", "a", "k", "1"},     {"ini", "a", "[k", "1"},
+        {"ini", "a", "k", "1\n2"},      {"python", "a", "k:", "1"},    {"python", ".", "k", "1"},
+        {"env", ".", "a b", "1"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.dialect) + " " + c.stanza + " " + c.key + " " + c.value);
+        ZStanzaFileProperties_6_0 store(1, dialectNamed(c.dialect));
+        EXPECT_EQ("ZInvalidParameterException",
+                  thrown([&] { store.setValue(c.stanza, c.key, c.value); }));
+        EXPECT_EQ("", textOf(store));
+    }
+}
+
+TEST(ZDialectData, HasNoObfuscatedValues)
+{
+    ZStanzaFileProperties_6_0 store(1, dialectNamed("ini"));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.setValue("a", "k", "1", 1); }));
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { store.addValue("a", "k", "1", 1); }));
+    ZStanzaValueIterator_6_0 values(store, "a", "k", zPropLocalStrings, zPropIterObfuscated);
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { values.addValue("1"); }));
+    EXPECT_EQ(0, store.exists("a"));
+}
+
+TEST(ZDialectData, CommentsHaveTheMarkOfTheDialect)
+{
+    ZStanzaFileProperties_6_0 php(1, dialectNamed("php"));
+    php.loadText("[a]\nk = 1\n", 10);
+    php.addEntryComment("a", "k", "one\n; two\n# three");
+    EXPECT_EQ("[a]\n;one\n; two\n;# three\nk = 1\n", textOf(php));
+    ZLCString_6_0 comment;
+    EXPECT_EQ(1, php.getComment("a", "k", comment));
+    EXPECT_STREQ(";one\n; two\n;# three", comment.getChars());
+    ZStanzaFileProperties_6_0 git(1, dialectNamed("git"));
+    git.addFileComment("; one\ntwo");
+    EXPECT_EQ("# one\n#two\n", textOf(git));
+}
+
+TEST(ZDialectData, StoresOfOneDialectShareAFactory)
+{
+    TestDirectory const directory;
+    std::string const path = directory.write("shared.ini", "k=1\n");
+    ZStanzaDialectFactory_6_0 factory(dialectNamed("ini"));
+    std::unique_ptr<ZProperties_6_0> const store(factory.makePropertiesInstance());
+    store->load(path.c_str());
+    ZLCString_6_0 value;
+    store->getValue(".", "k", value, 0, nullptr);
+    EXPECT_STREQ("1", value.getChars());
+}
+
+TEST(ZDialectData, SecondTextIsRefused)
+{
+    ZDialectData_6_0 cache(dialectNamed("ini"));
+    cache.readText("", "k=1\n", 4);
+    EXPECT_EQ("ZUnsupportedException", thrown([&] { cache.readText("", "l=1\n", 4); }));
+    EXPECT_EQ(1, cache.contains(".", "k"));
+    EXPECT_EQ(0, cache.contains(".", "l"));
+    cache.clear();
+    cache.readText("", "l=1\n", 4);
+    EXPECT_EQ(1, cache.contains(".", "l"));
+    cache.setAttributes(0, nullptr);
+    EXPECT_NE(0UL, cache.attributes() & ZPCache_6_0::keepLines);
+}
+
+TEST(ZDialectData, SwapsContentsWithTheSameSwitchesOnly)
+{
+    ZDialectData_6_0 ini(dialectNamed("ini"));
+    ZDialectData_6_0 windows(dialectNamed("windows"));
+    ZSCFData_6_0 stanza;
+    EXPECT_EQ(0, ini.swapContents(windows));
+    EXPECT_EQ(0, ini.swapContents(stanza));
+    std::unique_ptr<ZPCache_6_0> const other(ini.makeEmpty());
+    ini.readText("", "k=1\n", 4);
+    EXPECT_EQ(1, ini.swapContents(*other));
+    EXPECT_EQ(1, other->contains(".", "k"));
+    EXPECT_EQ(0, ini.contains(".", "k"));
+    std::unique_ptr<ZPCache_6_0> const copy(other->clone());
+    ZBuffer_6_0 buffer;
+    copy->writeText(buffer);
+    EXPECT_EQ(4U, buffer.getLength());
+}
+
+TEST(ZDialectData, StanzaHasACacheOfItsOwn)
+{
+    EXPECT_EQ("ZInvalidParameterException",
+              thrown([] { ZDialectData_6_0 const cache{ZStanzaDialect_6_0()}; }));
+    ZStanzaFileProperties_6_0 store(1, ZStanzaDialect_6_0());
+    store.setValue("a", "k", "");
+    EXPECT_EQ("\n[a]\nk =\n", textOf(store));
+    EXPECT_STREQ("stanza", store.dialect().name());
+}
+
+TEST(ZDialectData, StanzasOfOneNameHaveNumbers)
+{
+    std::string const text =
+        "[Peer]\nKey=1\n# two\n[Peer]\nKey=2\n\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n";
+    auto const load = [&](ZStanzaFileProperties_6_0& store) {
+        store.loadText(text.data(), text.size());
+    };
+    ZStanzaFileProperties_6_0 store(1, dialectNamed("networkd"));
+    load(store);
+    EXPECT_EQ((std::vector<std::string>{"1"}), valuesIn(store, "Peer", "Key"));
+    EXPECT_EQ((std::vector<std::string>{"1"}), valuesIn(store, "Peer]1", "Key"));
+    for (auto const& change : std::vector<std::function<void()>>{
+             [&] { store.setValue("Peer", "Key", "4"); },
+             [&] { store.addValue("Peer", "Key", "4", 0); },
+             [&] { store.deleteKey("Peer", "Key"); }, [&] { store.deleteStanza("Peer"); },
+             [&] { store.renameStanza("Peer", "Other"); },
+             [&] { store.renameKey("Peer", "Key", "Other"); },
+             [&] { store.removeValue("Peer", "Key", "1"); },
+             [&] { store.setComment("Peer", "Key", "# c"); },
+             [&] { store.setValue("Peer]5", "Key", "4"); }, [&] { store.addStanza("Net]3"); },
+             [&] { store.renameStanza("Net", "Peer]2"); }})
+        EXPECT_EQ("ZInvalidParameterException", thrown(change));
+    EXPECT_EQ(text, textOf(store));
+
+    store.setValue("Peer]1", "Key", "one");
+    store.setValue("Peer]3", "Key", "three");
+    EXPECT_EQ("[Peer]\nKey=one\n# two\n[Peer]\nKey=2\n\n[Net]\nx=1\n[Peer]\nKey=three\nAlso=3\n",
+              textOf(store));
+
+    load(store);
+    store.deleteStanza("Peer]2");
+    EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer]2", "Key"));
+    EXPECT_EQ(0, store.exists("Peer]3"));
+    store.deleteStanza("Peer]1");
+    EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer", "Key"));
+    EXPECT_EQ(0, store.exists("Peer]2"));
+
+    load(store);
+    store.renameStanza("Peer]2", "Other");
+    EXPECT_EQ((std::vector<std::string>{"2"}), valuesIn(store, "Other", "Key"));
+    EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer]2", "Key"));
+}
