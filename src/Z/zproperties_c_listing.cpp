@@ -1,4 +1,5 @@
 // The plain function that returns the contents of a store as JSON text.
+#include <stdint.h>
 #include <string.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include "ZArrayList.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
+#include "ZStanzaDialect_p.h"
 #include "handles/returned_strings.h"
 #include "stanza/text_buffer.h"
 #include "zproperties_c.h"
@@ -130,10 +132,64 @@ void addString(std::string_view text, TextBuffer& out)
 
 // ---- Values -------------------------------------------------------------------------------------
 
-void addValues(Contents const& contents, Id key, TextBuffer& out)
+// The values of a key that count in a dialect.
+class CountingValues {
+public:
+    explicit CountingValues(ZStanzaDialect_6_0 const& dialect)
+        : switches_(zdialects::switchesOf(dialect))
+    {
+    }
+
+    // The indexes of the first value that counts, and past the last one.
+    struct Range {
+        size_t first;
+        size_t end;
+    };
+
+    Range of(Contents const& contents, Id key, Contents::Kind kind) const
+    {
+        using zdialects::RepeatedKey;
+        if (switches_.isStanzaFormat())
+            return {0, SIZE_MAX};
+        size_t const count = contents.valueCount(key, kind);
+        if (switches_.repeatedKey == RepeatedKey::first)
+            return {0, 1};
+        bool const isList = switches_.repeatedKey == RepeatedKey::lastOrList &&
+                            contents.name(contents.key(key)).ends_with("[]");
+        if (switches_.repeatedKey != RepeatedKey::values && !isList)
+            return {count > 0 ? count - 1 : 0, count};
+        return {switches_.emptyValues == zdialects::EmptyValues::reset
+                    ? afterReset(contents, key, kind)
+                    : 0,
+                count};
+    }
+
+private:
+    static size_t afterReset(Contents const& contents, Id key, Contents::Kind kind)
+    {
+        size_t first = 0;
+        size_t index = 0;
+        contents.forEachValue(key, kind, [&](std::string_view value) {
+            ++index;
+            if (value.empty())
+                first = index;
+        });
+        return first;
+    }
+
+    zdialects::Switches const switches_;
+};
+
+void addValues(Contents const& contents, CountingValues const& counting, Id key, TextBuffer& out)
 {
     char const* separator = "[";
-    contents.forEachValue(key, contents.anyKind(key), [&](std::string_view value) {
+    Contents::Kind const kind = contents.anyKind(key);
+    CountingValues::Range const range = counting.of(contents, key, kind);
+    size_t index = 0;
+    contents.forEachValue(key, kind, [&](std::string_view value) {
+        size_t const at = index++;
+        if (at < range.first || at >= range.end)
+            return;
         out.add(std::string_view(separator));
         addString(value, out);
         separator = ",";
@@ -163,7 +219,8 @@ void listKeys(Contents const& contents, Id category, std::vector<Id>& keys)
             keys.push_back(key);
 }
 
-void addStanza(Contents const& contents, Id category, std::vector<Id>& keys, TextBuffer& out)
+void addStanza(Contents const& contents, CountingValues const& counting, Id category,
+               std::vector<Id>& keys, TextBuffer& out)
 {
     listKeys(contents, category, keys);
     char const* separator = "{";
@@ -171,13 +228,14 @@ void addStanza(Contents const& contents, Id category, std::vector<Id>& keys, Tex
         out.add(std::string_view(separator));
         addString(contents.name(contents.key(key)), out);
         out.add(":");
-        addValues(contents, key, out);
+        addValues(contents, counting, key, out);
         separator = ",";
     }
     out.add(keys.empty() ? "{}" : "}");
 }
 
-void addStanzas(ZPCategoryBasedCache_6_0 const& cache, TextBuffer& out)
+void addStanzas(ZPCategoryBasedCache_6_0 const& cache, CountingValues const& counting,
+                TextBuffer& out)
 {
     Contents const& contents = OpenCache::contentsOf(cache);
     ZArrayList_6_0 names(16, 1);
@@ -191,7 +249,7 @@ void addStanzas(ZPCategoryBasedCache_6_0 const& cache, TextBuffer& out)
         addString({name.getChars(), name.getLength()}, out);
         out.add(":");
         if (category != 0)
-            addStanza(contents, category, keys, out);
+            addStanza(contents, counting, category, keys, out);
         else
             out.add("{}");
     }
@@ -201,8 +259,9 @@ void addStanzas(ZPCategoryBasedCache_6_0 const& cache, TextBuffer& out)
 void addContents(Store const& store, char const* stanza, char const* key, TextBuffer& out)
 {
     ZPCategoryBasedCache_6_0 const& cache = OpenStore::cacheOf(store);
+    CountingValues const counting(store.dialect());
     if (stanza == nullptr) {
-        addStanzas(cache, out);
+        addStanzas(cache, counting, out);
         return;
     }
     Contents const& contents = OpenCache::contentsOf(cache);
@@ -213,9 +272,9 @@ void addContents(Store const& store, char const* stanza, char const* key, TextBu
             .throwException(kSource, raiseInGetAll);
     std::vector<Id> keys;
     if (key != nullptr)
-        addValues(contents, found, out);
+        addValues(contents, counting, found, out);
     else
-        addStanza(contents, found, keys, out);
+        addStanza(contents, counting, found, keys, out);
 }
 
 }  // namespace
