@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "DialectEdits.h"
 #include "TestDirectory.h"
 
 namespace fs = std::filesystem;
@@ -212,6 +213,64 @@ TEST(ZDialectData, ReadsEachSampleAndWritesItBack)
     EXPECT_LT(200, read);
 }
 
+TEST(ZDialectData, EditsOfEachSampleChangeTheirLinesOnly)
+{
+    using namespace dialect_model;
+    int edits = 0;
+    int refused = 0;
+    for (Sample const& sample : samples()) {
+        if (fs::exists(sample.base + ".refused"))
+            continue;
+        ZStanzaDialect_6_0 const dialect = dialectNamed(sample.dialect);
+        Switches const& rules = findDialect(sample.dialect)->rules;
+        std::string const before = bytesOf(sample.path);
+        DialectModel const model(before, rules);
+        for (Stanza const& stanza : model.stanzas) {
+            if (stanza.name.empty())
+                continue;
+            for (Key const& key : stanza.keys) {
+                bool const isAlone = std::any_of(key.values.begin(), key.values.end(),
+                                                 [](Value const& value) { return value.alone; });
+                if (isAlone || key.values.size() != 1)
+                    continue;
+                Edit const cases[] = {{Edit::set, stanza.name, key.name, "new"},
+                                      {Edit::set, stanza.name, key.name, key.values[0].text},
+                                      {Edit::remove, stanza.name, key.name},
+                                      {Edit::add, stanza.name, key.name, "more"},
+                                      {Edit::add, stanza.name, "another", "first"}};
+                for (Edit const& edit : cases) {
+                    SCOPED_TRACE(sample.name + " " + stanza.name + " " + key.name + " " +
+                                 std::to_string(edit.kind) + " " + edit.value);
+                    ZStanzaFileProperties_6_0 store(sample.path.c_str(), 0, dialect);
+                    try {
+                        if (edit.kind == Edit::set)
+                            store.setValue(edit.stanza.c_str(), edit.key.c_str(),
+                                           edit.value.c_str());
+                        else if (edit.kind == Edit::remove)
+                            store.deleteKey(edit.stanza.c_str(), edit.key.c_str());
+                        else
+                            store.addValue(edit.stanza.c_str(), edit.key.c_str(),
+                                           edit.value.c_str(), 0);
+                        std::string const after = textOf(store);
+                        EditCheck const check(rules, before, {edit}, after);
+                        for (std::string const& broken : check.broken)
+                            ADD_FAILURE() << broken << "\n--- before\n"
+                                          << before << "--- after\n"
+                                          << after;
+                        ++edits;
+                    } catch (ZException_6_0 const&) {
+                        ++refused;
+                    }
+                }
+            }
+        }
+    }
+    RecordProperty("edits", edits);
+    RecordProperty("refused", refused);
+    EXPECT_LT(1000, edits);
+    EXPECT_GT(edits / 20, refused);
+}
+
 TEST(ZDialectData, StoreChangesOneLine)
 {
     struct Case {
@@ -225,6 +284,12 @@ TEST(ZDialectData, StoreChangesOneLine)
     Case const cases[] = {
         {"systemd", "[Unit]\nA=1\n; c\n\n[Service]\nExecStart=\nExecStart=/bin/a \\\n  b\n", "Unit",
          "A", "2 3", "[Unit]\nA=2 3\n; c\n\n[Service]\nExecStart=\nExecStart=/bin/a \\\n  b\n"},
+        {"desktop", "[Desktop Entry]\nName=a\\sb\nName[de]=c\n", "Desktop Entry", "Name[de]", " d",
+         "[Desktop Entry]\nName=a\\sb\nName[de]=\\sd\n"},
+        {"python", "[a]\nKey : one\n  two\n\n[b]\nk = 3\n", "a", "key", "one\nthree",
+         "[a]\nKey : one\n  three\n\n[b]\nk = 3\n"},
+        {"git", "[core]\n\teditor = vi # mine\n[a \"B\"]\n\tx\n", "CORE", "Editor", "it's; x",
+         "[core]\n\teditor = \"it's; x\" # mine\n[a \"B\"]\n\tx\n"},
         {"ini", "k=1\n[a]\nl = 2\n", ".", "k", "", "k=\n[a]\nl = 2\n"},
         {"sysctl", "# c\n-net.a = 1\n", ".", "net.a", "2", "# c\n-net.a = 2\n"},
     };
@@ -259,6 +324,9 @@ TEST(ZDialectData, NewFileHasTheStyleOfItsDialect)
         store.setValue("a", "k", "1");
         EXPECT_EQ(c.text, textOf(store)) << c.dialect;
     }
+    ZStanzaFileProperties_6_0 store(1, dialectNamed("env"));
+    store.setValue(".", "NAME", "Wet Pump");
+    EXPECT_EQ("NAME=Wet Pump\n", textOf(store));
 }
 
 TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)
@@ -267,6 +335,7 @@ TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)
     systemd.loadText("[Service]\nExecStart=/bin/a\n", 27);
     systemd.addValue("Service", "ExecStart", "", 0);
     systemd.addValue("Service", "ExecStart", "/bin/b", 0);
+    EXPECT_EQ("[Service]\nExecStart=/bin/a\nExecStart=\nExecStart=/bin/b\n", textOf(systemd));
     EXPECT_EQ((std::vector<std::string>{"/bin/a", "", "/bin/b"}),
               valuesIn(systemd, "Service", "ExecStart"));
     EXPECT_EQ((std::vector<std::string>{"/bin/b"}), countingIn(systemd, "Service", "ExecStart"));
@@ -280,6 +349,12 @@ TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)
     char const* const texts[] = {"", "1", ""};
     systemd.setValues("Service", "Env", texts, 3);
     EXPECT_EQ((std::vector<std::string>{"", "1", ""}), valuesIn(systemd, "Service", "Env"));
+
+    ZStanzaFileProperties_6_0 git(1, dialectNamed("git"));
+    git.loadText("[core]\n\tbare = no\n", 18);
+    git.setValue("core", "bare", nullptr);
+    EXPECT_EQ("[core]\n\tbare\n", textOf(git));
+    EXPECT_EQ(0U, valuesIn(git, "core", "bare").size());
 }
 
 TEST(ZDialectData, RefusesWhatNoLineReadsBack)
@@ -411,19 +486,29 @@ TEST(ZDialectData, StanzasOfOneNameHaveNumbers)
 
     store.setValue("Peer]1", "Key", "one");
     store.setValue("Peer]3", "Key", "three");
-    EXPECT_EQ("[Peer]\nKey=one\n# two\n[Peer]\nKey=2\n\n[Net]\nx=1\n[Peer]\nKey=three\nAlso=3\n",
-              textOf(store));
+    store.setValue("Peer]4", "Key", "four");
+    EXPECT_EQ(
+        "[Peer]\nKey=one\n# two\n[Peer]\nKey=2\n\n[Net]\nx=1\n[Peer]\nKey=three\nAlso=3\n\n"
+        "[Peer]\nKey=four\n",
+        textOf(store));
 
     load(store);
     store.deleteStanza("Peer]2");
     EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer]2", "Key"));
     EXPECT_EQ(0, store.exists("Peer]3"));
+    EXPECT_EQ("[Peer]\nKey=1\n# two\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n", textOf(store));
+    store.setValue("Peer]3", "Key", "new");
     store.deleteStanza("Peer]1");
-    EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer", "Key"));
-    EXPECT_EQ(0, store.exists("Peer]2"));
+    EXPECT_EQ("# two\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n\n[Peer]\nKey=new\n", textOf(store));
 
     load(store);
     store.renameStanza("Peer]2", "Other");
-    EXPECT_EQ((std::vector<std::string>{"2"}), valuesIn(store, "Other", "Key"));
-    EXPECT_EQ((std::vector<std::string>{"3 ; c"}), valuesIn(store, "Peer]2", "Key"));
+    EXPECT_EQ("[Peer]\nKey=1\n# two\n[Other]\nKey=2\n\n[Net]\nx=1\n[Peer]\nKey=3 ; c\nAlso=3\n",
+              textOf(store));
+    TestDirectory const directory;
+    store.store(directory.at("wet.network").c_str());
+    store.deleteStanza("Peer]2");
+    store.store(nullptr);
+    EXPECT_EQ("[Peer]\nKey=1\n# two\n[Other]\nKey=2\n\n[Net]\nx=1\n",
+              directory.read("wet.network"));
 }
