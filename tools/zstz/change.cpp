@@ -1,4 +1,5 @@
 // change: the verbs set, add, unset and rename.
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -66,9 +67,21 @@ size_t numberedIndex(std::vector<std::string> const& values, Request const& requ
     return number - 1;
 }
 
+// Values of zDialectRepeatedKey.
+constexpr int kLastCounts = 1, kFirstCounts = 2, kLastOrList = 3;
+
+// Returns whether only one line of a key counts.
+bool countsOnce(Store const& store, std::string const& key)
+{
+    int const rule = store.dialect().get(zDialectRepeatedKey);
+    return rule == kLastCounts || rule == kFirstCounts ||
+           (rule == kLastOrList && !key.ends_with("[]"));
+}
+
 void setValues(Store& store, Request const& request, std::vector<std::string> const& values)
 {
-    if (values.size() > 1 && std::find(values.begin(), values.end(), "") != values.end())
+    if (store.isStanzaFile() && values.size() > 1 &&
+        std::find(values.begin(), values.end(), "") != values.end())
         throw Failure{
             exitInvalidValue,
             request.file,
@@ -79,6 +92,13 @@ void setValues(Store& store, Request const& request, std::vector<std::string> co
         texts.push_back(value.c_str());
     store.setValues(request.stanza.c_str(), request.key.c_str(), texts.data(),
                     static_cast<unsigned>(texts.size()));
+}
+
+// In stanza files, prepareValue() has checked the names and the value.
+void checkNewValue(Store const& store, Request const& request)
+{
+    if (!store.isStanzaFile())
+        checkSpelling(store, request, request.stanza, request.key, request.value.c_str());
 }
 
 // Checks --only: whether the key must exist or must not exist.
@@ -157,6 +177,14 @@ void applyRaw(EditedFile& file, Request const& request, Apply apply)
 
 void prepareValue(Request& request)
 {
+    Store const sample(chooseDialect(request, request.file));
+    if (!sample.isStanzaFile() && request.obfuscated)
+        throw Failure{exitRefused,
+                      request.file,
+                      {"only stanza files have obfuscated values",
+                       "leave out --obfuscated, or pass --dialect stanza"}};
+    if (!sample.isStanzaFile())
+        return;
     if (request.obfuscated)
         request.value = readSecret();
     checkNames(request.file, request.stanza, request.key);
@@ -174,6 +202,7 @@ void applySet(EditedFile& file, Request const& request)
     if (request.raw)
         return applyRaw(file, request, applySet);
     Store& store = file.store();
+    checkNewValue(store, request);
     checkExistence(store, request);
     checkKind(store, request);
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
@@ -184,6 +213,15 @@ void applySet(EditedFile& file, Request const& request)
         file.willChange(request.stanza, request.key, false);
         if (values.size() > 1)
             return setValues(store, request, values);
+    } else if (values.size() > 1 && !request.all && countsOnce(store, request.key)) {
+        bool const isFirst = store.dialect().get(zDialectRepeatedKey) == kFirstCounts;
+        values[isFirst ? 0 : values.size() - 1] = request.value;
+        if (!request.quiet)
+            fprintf(stderr, "zstz: %s: note: %s has %zu lines, and only the %s is valid\n",
+                    toPrintable(request.file).c_str(),
+                    toPrintable(nameKey(request.key, request.stanza)).c_str(), values.size(),
+                    isFirst ? "first" : "last");
+        return setValues(store, request, values);
     } else if (values.size() > 1 && !request.all) {
         throwCountRefusal(request, values.size(),
                           std::string("replace ") + (values.size() == 2 ? "both" : "all") +
@@ -199,7 +237,15 @@ void applyAdd(EditedFile& file, Request const& request)
     if (request.raw)
         return applyRaw(file, request, applyAdd);
     Store& store = file.store();
+    checkNewValue(store, request);
     checkKind(store, request);
+    if (countsOnce(store, request.key) &&
+        store.exists(request.stanza.c_str(), request.key.c_str()) != 0)
+        throw Failure{exitRefused,
+                      request.file,
+                      {nameKey(request.key, request.stanza) +
+                           " exists, and of several lines only one is valid",
+                       "use 'zstz set'"}};
     file.willChange(request.stanza, request.key, false);
     if (request.first || !request.before.empty() || !request.behind.empty())
         return insertValue(store, request);
@@ -209,7 +255,8 @@ void applyAdd(EditedFile& file, Request const& request)
 
 void prepareUnset(Request& request)
 {
-    checkReserved(request.file, request.stanza);
+    if (Store(chooseDialect(request, request.file)).isStanzaFile())
+        checkReserved(request.file, request.stanza);
 }
 
 void applyUnset(EditedFile& file, Request const& request)
@@ -233,6 +280,8 @@ void applyUnset(EditedFile& file, Request const& request)
 
 void prepareRename(Request& request)
 {
+    if (!Store(chooseDialect(request, request.file)).isStanzaFile())
+        return;
     if (request.key.empty()) {
         checkReserved(request.file, request.stanza);
         checkNames(request.file, request.newName, "key");
@@ -257,6 +306,9 @@ void applyRename(EditedFile& file, Request const& request)
                       {isStanza ? "stanza [" + request.newName + "] exists"
                                 : nameKey(request.newName, request.stanza) + " exists",
                        "choose another name, or remove it with 'zstz unset'"}};
+    if (!store.isStanzaFile())
+        checkSpelling(store, request, isStanza ? request.newName : request.stanza,
+                      isStanza ? "key" : request.newName, nullptr);
     file.willChange(request.stanza, request.key, true);
     isStanza ? store.renameStanza(stanza, name) : store.renameKey(stanza, key, name);
 }

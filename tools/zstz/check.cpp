@@ -18,7 +18,7 @@ std::string formatNote(std::string const& path, ZStanzaProblem_6_0 const& proble
 
 void checkFile(Request const& request, std::string const& path)
 {
-    Store store;
+    Store store(chooseDialect(request, path));
     loadFile(path, request.wait, store);
     size_t stanzas = 0, keys = 0, values = 0;
     for (Stanza const& stanza : outlineOf(store)) {
@@ -31,7 +31,7 @@ void checkFile(Request const& request, std::string const& path)
     printLine(request, path + ": " + formatCount(stanzas, "stanza", "stanzas") + ", " +
                            formatCount(keys, "key", "keys") + ", " +
                            formatCount(values, "value", "values"));
-    if (path == kStandardInput)
+    if (path == kStandardInput || !store.isStanzaFile())
         return;
     // First the lines that are not read completely, then the lines that are ignored.
     using Problem = ZStanzaProblem_6_0;

@@ -192,7 +192,8 @@ void turnOn(EditedFile& file, Request const& request)
 
 void prepareComment(Request& request)
 {
-    checkReserved(request.file, request.stanza);
+    if (Store(chooseDialect(request, request.file)).isStanzaFile())
+        checkReserved(request.file, request.stanza);
 }
 
 void applyComment(EditedFile& file, Request const& request)

@@ -84,6 +84,8 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
                                                  : "a script cannot print help",
                          "run the verb by itself"};
     step.request.normalise = script.normalise;
+    step.request.dialect = script.dialect;
+    step.request.quiet = script.quiet;
     if (verb->prepare != nullptr)
         verb->prepare(step.request);
     return step;

@@ -47,9 +47,15 @@ std::string toString(ZBuffer_6_0 const& buffer)
 
 }  // namespace
 
-EditedFile::EditedFile(Request const& request) : request_(request)
+EditedFile::EditedFile(Request const& request)
+    : request_(request), store_(chooseDialect(request, request.file))
 {
     std::string const& path = request.file;
+    if (request.normalise && !store_.isStanzaFile())
+        throw Failure{exitRefused,
+                      path,
+                      {"only stanza files have a normal form",
+                       "leave out --normalise, or pass --dialect stanza"}};
     if (!request.normalise)
         store_.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     isNew_ = path != kStandardInput && access(path.c_str(), F_OK) != 0 && errno == ENOENT;
@@ -63,7 +69,7 @@ EditedFile::EditedFile(Request const& request) : request_(request)
     else if (path == kStandardInput)
         loadText(original_ = readStandardInput(), store_);
     else
-        store_.load(path.c_str());
+        loadOnce(path, store_);
     if (zlines::SharedText const kept = keptText(store_))
         original_ = kept->text;
     else if (!isNew_ && path != kStandardInput)
@@ -132,7 +138,7 @@ bool EditedFile::removes(ZStanzaProblem_6_0 const& problem) const
 // library has not read.
 void EditedFile::requireKeptLines() const
 {
-    if (isNew_)
+    if (isNew_ || !store_.isStanzaFile())
         return;
     using Cause = ZStanzaProblem_6_0::Cause;
     bool const isNormalised = request_.normalise;

@@ -293,5 +293,6 @@ int runConvert(Request const& request)
         return convertToJava(request);
     Request change = request;
     change.create = true;
+    change.dialect = "stanza";
     return runChange(change, convertFromJava);
 }

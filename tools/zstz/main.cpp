@@ -83,7 +83,9 @@ int run(int argc, char const* const* argv, Request& request)
             fputs(formatHelp(*verb).c_str(), stdout);
             return exitDone;
         }
-        if (verb->name != std::string_view("lint"))
+        constexpr std::string_view kReadsDialects =
+            "get|list|stanzas|keys|check|lint|set|add|unset|rename|comment|edit";
+        if (!isOneOf(verb->name, kReadsDialects))
             requireStanzaDialect(request);
         if (verb->prepare != nullptr)
             verb->prepare(request);

@@ -68,10 +68,10 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
         std::vector<std::string> const lines = describeLines(store, request);
         return request.raw || request.all ? lines : std::vector<std::string>{lines.back()};
     }
-    std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
+    std::vector<std::string> const values = countingValuesOf(store, request.stanza, request.key);
     if (request.all)
         return values;
-    std::string const value = convertValue(store, request, countingValue(values));
+    std::string const value = convertValue(store, request, values.empty() ? "" : values.back());
     bool const hasValue = !values.empty() || request.as != "text" || request.format == "plain";
     return hasValue ? std::vector<std::string>{value} : std::vector<std::string>();
 }
@@ -92,7 +92,7 @@ std::optional<std::string> defaultValue(Request const& request)
 
 int runGet(Request const& request)
 {
-    Store store;
+    Store store(chooseDialect(request, request.file));
     if (request.line || request.raw)
         store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     loadFile(request, store);
@@ -105,14 +105,14 @@ int runGet(Request const& request)
         isMissing ? std::vector<std::string>{*fallback} : chooseValues(store, request);
     ValuePrinter printer(request, ValuePrinter::onlyValues);
     printer.addStanza(request.stanza);
-    printer.addKey(request.key, values, countingValue(values));
+    printer.addKey(request.key, values, values.empty() ? "" : values.back());
     printer.finish();
     return exitDone;
 }
 
 int runStanzas(Request const& request)
 {
-    Store store;
+    Store store(chooseDialect(request, request.file));
     loadFile(request, store);
     std::vector<std::string> names;
     for (Stanza const& stanza : outlineOf(store))
@@ -123,7 +123,7 @@ int runStanzas(Request const& request)
 
 int runKeys(Request const& request)
 {
-    Store store;
+    Store store(chooseDialect(request, request.file));
     loadFile(request, store);
     requireStanza(store, request.file, request.stanza);
     for (Stanza const& stanza : outlineOf(store))
@@ -134,7 +134,7 @@ int runKeys(Request const& request)
 
 int runList(Request const& request)
 {
-    Store store;
+    Store store(chooseDialect(request, request.file));
     loadFile(request, store);
     if (!request.key.empty())
         requireKey(store, request);
@@ -149,9 +149,11 @@ int runList(Request const& request)
             if (!request.key.empty() && key != request.key)
                 continue;
             std::vector<std::string> values = valuesOf(store, stanza.name, key);
-            if (store.contents().isObfuscated(stanza.name.c_str(), key.c_str()) != 0)
+            bool const isMasked =
+                store.contents().isObfuscated(stanza.name.c_str(), key.c_str()) != 0;
+            if (isMasked)
                 values.assign(values.size(), kMask);
-            printer.addKey(key, values, countingValue(values));
+            printer.addKey(key, values, isMasked ? kMask : countingValue(store, stanza.name, key));
         }
     }
     printer.finish();

@@ -40,17 +40,18 @@ std::string readStandardInput(char const* contents)
 
 namespace {
 
-// Returns the first error in the text of standard input.
-Failure describeText(std::string const& text)
+// Returns the first error in a file or in standard input.
+Failure describeFirstError(Problems const& problems, std::string const& name, Store const& store,
+                           std::string const& text)
 {
-    Problems const problems = Problems::ofText(text);
     for (unsigned i = 0; i < problems.size(); ++i)
         if (problems[i].kind() == ZStanzaProblem_6_0::error) {
             Problem problem = splitText(textOf(problems[i]));
-            addSuggestion(text, problem.remedy);
-            return {exitInvalidData, nameLine(kStandardInputName, problems[i].line()), problem};
+            if (store.isStanzaFile())
+                addSuggestion(text, problem.remedy);
+            return {exitInvalidData, nameLine(name, problems[i].line()), problem};
         }
-    return {exitInvalidData, kStandardInputName, {"invalid line", "correct it"}};
+    return {exitInvalidData, name, {"invalid line", "correct it"}};
 }
 
 }  // namespace
@@ -60,7 +61,8 @@ void loadText(std::string const& text, Store& store)
     try {
         store.loadText(text.data(), text.size());
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
-        throw describeText(text);
+        throw describeFirstError(Problems::ofText(text, store.dialect()), kStandardInputName, store,
+                                 text);
     } catch (ZUnsupportedException_6_0 const&) {
         throw Failure{exitRefused,
                       kStandardInputName,
@@ -69,12 +71,23 @@ void loadText(std::string const& text, Store& store)
     }
 }
 
+void loadOnce(std::string const& path, Store& store)
+{
+    try {
+        store.load(path.c_str());
+    } catch (ZPropertiesInvalidDataException_6_0 const&) {
+        if (store.isStanzaFile())
+            throw;
+        throw describeFirstError(Problems(path, 0, store.dialect()), path, store, "");
+    }
+}
+
 void loadFile(std::string const& path, double wait, Store& store)
 {
     if (path == kStandardInput)
         loadText(readStandardInput(), store);
     else
-        retryWhileBusy(Deadline(wait), [&] { store.load(path.c_str()); });
+        retryWhileBusy(Deadline(wait), [&] { loadOnce(path, store); });
 }
 
 std::vector<Stanza> outlineOf(Store const& store)
@@ -127,8 +140,22 @@ std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
     return result;
 }
 
-std::string countingValue(std::vector<std::string> const& values)
+std::vector<std::string> countingValuesOf(Store const& store, std::string const& stanza,
+                                          std::string const& key)
 {
+    if (store.isStanzaFile())
+        return valuesOf(store, stanza, key);
+    ZArrayList_6_0 list(4, 1);
+    store.countingValues(stanza.c_str(), key.c_str(), list);
+    std::vector<std::string> values;
+    for (unsigned i = 0; i < list.size(); ++i)
+        values.push_back(nameOf(list.get(i)));
+    return values;
+}
+
+std::string countingValue(Store const& store, std::string const& stanza, std::string const& key)
+{
+    std::vector<std::string> const values = countingValuesOf(store, stanza, key);
     return values.empty() ? "" : values.back();
 }
 
@@ -177,6 +204,27 @@ void checkReserved(std::string const& path, std::string const& stanza)
                       path,
                       {"stanza [" + stanza + "] is reserved and updated by the library",
                        "use another stanza"}};
+}
+
+void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
+                   std::string const& key, char const* value)
+{
+    ZSCFData_6_0 const& cache = store.contents();
+    std::string const remedy =
+        std::string("use one that the dialect ") + store.dialect().name() + " can spell";
+    // The name of an existing stanza is valid, whether or not a new header could spell it.
+    bool const isNew = cache.contains(stanza.c_str()) == 0;
+    if (isNew && cache.validCategory(stanza.c_str()) == 0)
+        throw Failure{
+            exitInvalidValue, request.file, {"invalid stanza name " + quote(stanza), remedy}};
+    char const* const sample = isNew ? stanza.c_str() : cache.validCategory("a") != 0 ? "a" : ".";
+    bool const hasKey = cache.contains(stanza.c_str(), key.c_str()) != 0;
+    if (!hasKey && cache.validKey(sample, key.c_str()) == 0)
+        throw Failure{exitInvalidValue, request.file, {"invalid key " + quote(key), remedy}};
+    if (value != nullptr && cache.validValue(key.c_str(), value) == 0)
+        throw Failure{exitInvalidValue,
+                      request.file,
+                      {"invalid value " + quote(value) + " of key " + quote(key), remedy}};
 }
 
 void checkNames(std::string const& path, std::string const& stanza, std::string const& key)

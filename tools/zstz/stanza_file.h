@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "dialect_choice.h"
 #include "request.h"
 
 struct Stanza {
@@ -17,7 +18,11 @@ struct Stanza {
 // A store whose cache the tool reads.
 class Store : public ZStanzaFileProperties_6_0 {
 public:
-    Store() : ZStanzaFileProperties_6_0(1) {}
+    explicit Store(ZStanzaDialect_6_0 const& dialect = {}) : ZStanzaFileProperties_6_0(1, dialect)
+    {
+    }
+
+    bool isStanzaFile() const { return dialect().name() == std::string_view("stanza"); }
 
     ZSCFData_6_0& contents() const { return static_cast<ZSCFData_6_0&>(cache()); }
 };
@@ -52,8 +57,17 @@ std::vector<Stanza> outlineOf(Store const& store);
 std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
                                   std::string const& key);
 
-/// Returns the value of a key that counts; empty if it has no value.
-std::string countingValue(std::vector<std::string> const& values);
+/// Returns the values of a key that count in the dialect of the file, in order.
+std::vector<std::string> countingValuesOf(Store const& store, std::string const& stanza,
+                                          std::string const& key);
+
+/// Returns the last of these values; empty if there is none.
+std::string countingValue(Store const& store, std::string const& stanza, std::string const& key);
+
+/// Loads the file at `path` into an empty store.
+/// throws  Failure if the contents are invalid in another dialect than "stanza"; as
+///         ZProperties_6_0::load().
+void loadOnce(std::string const& path, Store& store);
 
 /// Returns whether a stanza has comments: between its lines, or directly above its header.
 bool hasComments(Store const& store, std::string const& stanza);
@@ -70,6 +84,11 @@ void requireKey(Store const& store, Request const& request);
 /// values.
 /// throws  Failure.
 void checkReserved(std::string const& path, std::string const& stanza);
+
+/// Refuses names, or a value, that the dialect of a store cannot spell.
+/// throws  Failure.
+void checkSpelling(Store const& store, Request const& request, std::string const& stanza,
+                   std::string const& key, char const* value);
 
 /// Refuses names that would not read back unchanged.
 /// throws  Failure.
