@@ -511,11 +511,13 @@ private:
             expect(&model, zpropSet, s, k);
     }
 
-    // Sets a comment and reads it. The model then reads the text, which has no obfuscated values
-    // and no empty ones.
+    // Sets a comment and reads it. Then the store and the model read the text, which must have no
+    // obfuscated or empty values, and must not name a companion.
     void comment(ZPROP_handle* handle, StoreModel& model, std::string const& s,
                  std::string const& k)
     {
+        if (model.cache.find(StoreModel::kReserved) != nullptr)
+            return;
         for (CacheModel::Category const& category : model.cache.categories)
             for (CacheModel::Key const& key : category.keys)
                 if (!key.obfuscated.empty() ||
