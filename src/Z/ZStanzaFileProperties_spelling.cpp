@@ -136,6 +136,12 @@ void ZStanzaFileProperties_6_0::setSpelling(char const* stanza, char const* key,
             refuseText();
         if (text == spelled.text())
             return;
+        // In a dialect, the writer would choose a spelling of its own for the value.
+        if (rep_->dialect != nullptr) {
+            loadText(text.data(), text.size());
+            Rep::recordChange(*this, std::move(notice));
+            return;
+        }
         if (cache().validValue(key, value.c_str()) == 0)
             refuseText();
         ZLCString_6_0 const changed(value.data(), static_cast<unsigned>(value.size()));

@@ -186,7 +186,7 @@ int zstzPropOpen_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode
     if (handle == nullptr || file == nullptr || (mode != zpropOpenRead && mode != zpropOpenUpdate))
         return missingArgument();
     *handle = nullptr;
-    return openFile(handle, file, mode);
+    return openFile(handle, file, mode, ZStanzaDialect_6_0());
 }
 
 void zstzPropClose_6_0(ZPROP_handle* handle)
@@ -218,9 +218,8 @@ int zstzPropSetStringValue_6_0(ZPROP_handle* handle, char const* stanza, char co
 {
     if (stanza == nullptr || key == nullptr)
         return missingArgument();
-    char const* const text = orEmpty(value);
-    return changeFile(handle, {{stanza, key}, &text, 1, Call::plain},
-                      [&](Store& store) { store.setText(stanza, key, text, Call::plain); });
+    return changeFile(handle, {{stanza, key}, &value, 1, Call::plain},
+                      [&](Store& store) { store.setText(stanza, key, value, Call::plain); });
 }
 
 int zstzPropSetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,

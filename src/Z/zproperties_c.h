@@ -1,8 +1,8 @@
 // zproperties_c: stanza configuration files through plain functions, handles and return codes.
 //
 // Subsystem: properties.  Stands on: ZStanzaFileProperties, ZStanzaProblem, ZPropertiesIterator,
-// ZPropertiesImpl, ZProcessReadWriteFileLock, ZStanzaDialect, ZLCString, ZLock, ZException,
-// ZArrayList, ZBuffer.
+// ZPropertiesImpl, ZDialectData, ZProcessReadWriteFileLock, ZStanzaDialect, ZLCString, ZLock,
+// ZException, ZArrayList, ZBuffer.
 //
 // For C99 and C++. zstzPropOpen_6_0 reads a file into memory and returns a handle; the other
 // functions read and change the values; zstzPropStore_6_0 writes them back and keeps the comments,
@@ -270,16 +270,21 @@ int zstzPropSetTables_6_0(char const* directory);
 
 // ---- Files and text -----------------------------------------------------------------------------
 
-/// Opens `file` as zstzPropOpen_6_0 does, as a file of a dialect.
-/// range   `dialect` null: the dialect that the name of the file implies. This version knows only
-///         "stanza", which every name implies.
+/// Opens `file` as zstzPropOpen_6_0 does, as a file of a dialect: "stanza", or the format of other
+/// programs, such as "systemd" or "git". In all dialects but "stanza", stores change only the lines
+/// of changed values; several values may be empty, and a key may have a value twice; a null value
+/// of zstzPropSetStringValue_6_0 leaves the key without a value; the getters return the value that
+/// counts; there are no obfuscated values.
+/// range   `dialect` null: the dialect that the name of the file implies, "stanza" if several
+///         formats use such names. Switches may follow the name, as in "python,trailing=#;".
+///         docs/file-formats.md has all names.
 /// owns    owned by the caller; released with zstzPropClose_6_0.
 /// codes   58 if the dialect is unknown, else as zstzPropOpen_6_0; `*handle` is null after 58.
 int zstzPropOpenAs_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,
                        char const* dialect);
 
 /// Creates an empty store without a file. The first successful zstzPropStore_6_0 names its file.
-/// range   `dialect` null: "stanza", the only dialect that this version knows.
+/// range   `dialect` as zstzPropOpenAs_6_0; null: "stanza".
 /// owns    owned by the caller; released with zstzPropClose_6_0.
 /// codes   55 if `handle` is null; 58 if the dialect is unknown; 51 if memory is exhausted.
 ///         `*handle` is null after 51 and 58.
@@ -298,7 +303,7 @@ int zstzPropIsModified_6_0(ZPROP_handle* handle, int* code);
 /// codes   52 if memory is exhausted.
 char* zstzPropGetFileName_6_0(ZPROP_handle* handle, int* code);
 
-/// Returns the name of the dialect. Stores its code as the getters do.
+/// Returns the name of the dialect, without switches. Stores its code as the getters do.
 /// owns    a copy; released with zstzPropFree_6_0.
 /// codes   52 if memory is exhausted.
 char* zstzPropGetDialect_6_0(ZPROP_handle* handle, int* code);
@@ -393,10 +398,11 @@ int zstzPropIter_initStanzas_6_0(ZPROP_handle* handle, ZPROP_iter_handle** itera
 int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                 char const* const* values, int count);
 
-/// Appends a value to the values of a key, unless the key already has it. Creates the stanza and
-/// the key if they do not exist.
-/// codes   55 for a bad handle or a null argument; 52 if a string is empty or invalid, or the key
-///         has obfuscated values. Nothing is changed then.
+/// Appends a value to the values of a key, unless the key already has it: in all dialects but
+/// "stanza", it may have the value twice. Creates the stanza and the key if they do not exist.
+/// codes   55 for a bad handle or a null argument; 52 if a string is invalid, if a name is empty,
+///         if the value of a stanza file is empty, or if the key has obfuscated values. Nothing is
+///         changed then.
 int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);
 

@@ -1,5 +1,10 @@
 // The plain functions for files and their text: dialects, stores without a file, options, problems.
+#include <fcntl.h>
 #include <string.h>
+#include <unistd.h>
+
+#include <string>
+#include <string_view>
 
 #include "ZArrayList.h"
 #include "ZBuffer.h"
@@ -12,15 +17,38 @@ using namespace zhandles;
 
 namespace {
 
-constexpr char kStanza[] = "stanza";
-
-// Returns the code for a dialect: of an unknown one, after recording the failure.
-int checkDialect(char const* dialect, char const* file)
+// Returns the start of a file, with its first header if it is there; empty if it cannot be read.
+std::string startOf(char const* file)
 {
-    if (dialect == nullptr || strcmp(dialect, kStanza) == 0)
+    constexpr size_t kMaxLength = 65536;
+    std::string start(kMaxLength, '\0');
+    // Non-blocking: a FIFO is not waited for.
+    int const fd = open(file, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    ssize_t const got = fd < 0 ? -1 : read(fd, start.data(), start.size());
+    if (fd >= 0)
+        close(fd);
+    start.resize(got < 0 ? 0 : static_cast<size_t>(got));
+    return start;
+}
+
+// Stores the dialect of a name or, if it is null, of the file's name. Returns the code: of an
+// unknown name, after recording the failure.
+int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect)
+{
+    if (name != nullptr)
+        return ZStanzaDialect_6_0::named(name, dialect) != 0
+                   ? int{zpropOk}
+                   : recordFailure(zpropUnsupported, "The dialect is unknown.",
+                                   {nullptr, nullptr, file});
+    if (file == nullptr)
         return zpropOk;
-    return recordFailure(zpropUnsupported, "The dialect is unknown; use \"stanza\".",
-                         {nullptr, nullptr, file});
+    return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
+        // The same name is used by two formats.
+        constexpr std::string_view kService = ".service";
+        bool const needsText = std::string_view(file).ends_with(kService);
+        std::string const text = needsText ? startOf(file) : std::string();
+        ZStanzaDialect_6_0::recognised(file, text.data(), text.size(), dialect);
+    });
 }
 
 bool isSwitch(ZPROPOption option)
@@ -54,8 +82,9 @@ int zstzPropOpenAs_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mo
     if (handle == nullptr || file == nullptr || (mode != zpropOpenRead && mode != zpropOpenUpdate))
         return missingArgument(file);
     *handle = nullptr;
-    int const code = checkDialect(dialect, file);
-    return code != zpropOk ? code : openFile(handle, file, mode);
+    ZStanzaDialect_6_0 chosen;
+    int const code = findDialect(dialect, file, chosen);
+    return code != zpropOk ? code : openFile(handle, file, mode, chosen);
 }
 
 int zstzPropNew_6_0(ZPROP_handle** handle, char const* dialect)
@@ -63,13 +92,20 @@ int zstzPropNew_6_0(ZPROP_handle** handle, char const* dialect)
     if (handle == nullptr)
         return missingArgument();
     *handle = nullptr;
-    int const code = checkDialect(dialect, nullptr);
-    return code != zpropOk ? code : openFile(handle, nullptr, zpropOpenUpdate);
+    ZStanzaDialect_6_0 chosen;
+    int const code = findDialect(dialect, nullptr, chosen);
+    return code != zpropOk ? code : openFile(handle, nullptr, zpropOpenUpdate, chosen);
 }
 
 int zstzPropReload_6_0(ZPROP_handle* handle)
 {
-    return withHandle(handle, {}, openStoreCode, [](ZPROP_handle& file) {
+    // The dialect and the name of a store do not change.
+    Files::Pin const pin = openFiles.pin(handle);
+    ZStanzaDialect_6_0 const dialect = pin ? pin->store->dialect() : ZStanzaDialect_6_0();
+    Call call;
+    call.file = pin ? pin->store->knownName() : nullptr;
+    call.loaded = &dialect;
+    return withHandle(handle, call, openStoreCode, [](ZPROP_handle& file) {
         waitWhileBusy(file.waitMilliseconds, [&] {
             Store::Access const access(*file.store);
             file.store->replaceContents(file.attributes, [&] { file.store->reload(nullptr); });
@@ -97,8 +133,10 @@ char* zstzPropGetDialect_6_0(ZPROP_handle* handle, int* code)
 {
     if (code == nullptr)
         return missingArgument(nullptr);
-    return readFile(handle, {}, code,
-                    [](Store const&) { return returnedString(kStanza, strlen(kStanza)); });
+    return readFile(handle, {}, code, [](Store const& store) {
+        ZStanzaDialect_6_0 const dialect = store.dialect();
+        return returnedString(dialect.name(), strlen(dialect.name()));
+    });
 }
 
 int zstzPropSetOption_6_0(ZPROP_handle* handle, ZPROPOption option, int value)
@@ -138,7 +176,13 @@ int zstzPropLoadText_6_0(ZPROP_handle* handle, char const* text, size_t length)
     if (text == nullptr && length != 0)
         return missingArgument();
     // The failure is in the text of the caller, not in the file of the store.
-    return withHandle(handle, {{nullptr, nullptr, ""}}, openStoreCode, [&](ZPROP_handle& file) {
+    Files::Pin const pin = openFiles.pin(handle);
+    ZStanzaDialect_6_0 const dialect = pin ? pin->store->dialect() : ZStanzaDialect_6_0();
+    Call call{{nullptr, nullptr, ""}};
+    call.loaded = &dialect;
+    call.text = text != nullptr ? text : "";
+    call.length = length;
+    return withHandle(handle, call, openStoreCode, [&](ZPROP_handle& file) {
         Store::Access const access(*file.store);
         file.store->replaceContents(file.attributes, [&] { file.store->loadText(text, length); });
     });
@@ -169,12 +213,13 @@ int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblem
 {
     if (file == nullptr || *file == '\0' || callback == nullptr)
         return missingArgument(file);
-    if (int const code = checkDialect(dialect, file); code != zpropOk)
+    ZStanzaDialect_6_0 chosen;
+    if (int const code = findDialect(dialect, file, chosen); code != zpropOk)
         return code;
     return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
         ZArrayList_6_0 problems(1, 1);
         waitWhileBusy(threadOptions().waitMilliseconds,
-                      [&] { Store::findProblems(file, problems); });
+                      [&] { Store::findProblems(file, chosen, problems); });
         for (unsigned i = 0; i < problems.size(); ++i) {
             auto const& found = *static_cast<ZStanzaProblem_6_0 const*>(problems.get(i));
             ZPROPProblem const problem = {sizeof problem,         found.kind(), found.cause(),

@@ -147,17 +147,19 @@ int openStoreCode()
 
 // ---- Calls --------------------------------------------------------------------------------------
 
-int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode)
+int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,
+             ZStanzaDialect_6_0 const& dialect)
 {
     constexpr char kNoTables[] =
         "The tables of the text services are missing; set QVRDIR or call zstzPropSetTables_6_0.";
     Call call{{nullptr, nullptr, file}};
+    call.loaded = file != nullptr ? &dialect : nullptr;
     if (file != nullptr && *file == '\0')
         call.reason = "The name of the file is empty.";
     if (!ztext::hasTableDirectory())
         return recordFailure(zpropOpenStoreFailed, kNoTables, call, zreporting::noQVREnvironment);
     return codeOf(openStoreCode, call, nullptr, [&] {
-        auto opened = std::make_unique<ZPROP_handle>(mode, std::make_shared<Store>());
+        auto opened = std::make_unique<ZPROP_handle>(mode, std::make_shared<Store>(dialect));
         Store& store = *opened->store;
         store.setAttributes(opened->attributes, nullptr);
         if (file != nullptr) {

@@ -1,8 +1,11 @@
 // The plain function that merges the contents of files.
-#include <string.h>
+#include <memory>
 
+#include "ZDialectData.h"
 #include "ZException.h"
 #include "ZPropertiesImpl.h"
+#include "ZStanzaDialect_p.h"
+#include "dialects/switched_dialect.h"
 #include "lines/difference.h"
 #include "lines/text_merge.h"
 #include "stanza/raise_sites.h"
@@ -22,20 +25,22 @@ struct Input {
     std::string_view view() const { return {text == nullptr ? "" : text, length}; }
 };
 
-// Throws the exception of a load if the text cannot be read.
-void requireReadable(Input const& input)
+zlines::MergedText merge(Input const (&inputs)[3], ZStanzaDialect_6_0 const& dialect)
 {
-    ZSCFData_6_0 cache;
-    cache.readText(input.name, input.view().data(), input.length);
-}
-
-zlines::MergedText merge(Input const (&inputs)[3])
-{
-    for (Input const& input : inputs)
-        requireReadable(input);
+    zdialects::Switches const switches = zdialects::switchesOf(dialect);
+    bool const isStanzaFile = switches.isStanzaFormat();
+    auto const other = isStanzaFile ? nullptr : zdialects::dialectWith(switches);
+    // Throws the exception of a load if an input cannot be read.
+    for (Input const& input : inputs) {
+        std::unique_ptr<ZSCFData_6_0> const cache =
+            isStanzaFile ? std::make_unique<ZSCFData_6_0>()
+                         : std::make_unique<ZDialectData_6_0>(dialect);
+        cache->readText(input.name, input.view().data(), input.length);
+    }
+    zlines::Dialect const& reader =
+        isStanzaFile ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
     try {
-        return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(),
-                                  zstanza::stanzaDialect());
+        return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(), reader);
     } catch (zlines::Refusal const& refusal) {
         ZPropertiesInvalidValueException_6_0(inputs[1].name, refusal.stanza.c_str(),
                                              refusal.key.c_str(), refusal.value.c_str())
@@ -61,10 +66,11 @@ int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours,
     for (Input const& input : inputs)
         if (input.text == nullptr && input.length != 0)
             return missingArgument();
-    if (dialect != nullptr && strcmp(dialect, "stanza") != 0)
-        return recordFailure(zpropUnsupported, "The dialect is unknown; use \"stanza\".");
+    ZStanzaDialect_6_0 chosen;
+    if (dialect != nullptr && ZStanzaDialect_6_0::named(dialect, chosen) == 0)
+        return recordFailure(zpropUnsupported, "The dialect or a switch of it is unknown.");
     return codeOf(openStoreCode, {}, nullptr, [&] {
-        zlines::MergedText const merged = merge(inputs);
+        zlines::MergedText const merged = merge(inputs, chosen);
         *text = returnedString(merged.text.data(), merged.text.size());
         if (length != nullptr)
             *length = merged.text.size();

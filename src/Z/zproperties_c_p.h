@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "ZArrayList.h"
+#include "ZStanzaDialect.h"
 #include "ZStanzaFileProperties.h"
 #include "handles/handle_table.h"
 #include "handles/last_error.h"
@@ -33,7 +34,17 @@ struct Call : CallNames {
     char const* newName = nullptr;  // of a stanza, or of a key if the call has a key
     bool hasComment = false;
     bool hasSpelling = false;
+
+    // The contents that the call loads: of `file` if `text` is null.
+    ZStanzaDialect_6_0 const* loaded = nullptr;  // their dialect; null: it loads nothing
+    char const* text = nullptr;
+    size_t length = 0;
 };
+
+/// Returns the problem and the remedy of the line that a load has refused; empty if the exception
+/// that is being handled is about something else.
+/// range   only in a `catch (...)` that has not caught a cancellation.
+std::string explainedLine(Call const& call);
 
 // The store of an open file, and its observer. It queues the changes that the plain functions
 // record, and passes them to the observer after the store's lock has been released.
@@ -68,7 +79,7 @@ public:
         Hold const hold_;
     };
 
-    PlainStore() : ZStanzaFileProperties_6_0(1) {}
+    explicit PlainStore(ZStanzaDialect_6_0 const& dialect);
     ~PlainStore() override;
 
     /// Returns the name of the file; empty if the store has none.
@@ -122,9 +133,12 @@ private:
     unsigned long cacheAttributes() const;
     std::string commentLines(char const* comment);
     char const* findReason(Call const& call) const;
+    char const* findDialectReason(Call const& call) const;
     bool hasOnly(char const* stanza, char const* key, char const* const* values, int count,
                  Call::Kind kind) const;
+    void appendText(char const* stanza, char const* key, char const* value);
 
+    bool const isStanzaFile_;  // the dialect is "stanza"
     std::atomic<char const*> knownName_{""};
     unsigned depth_ = 0;  // of Access; guarded by the store's lock
     Changes queued_;      // guarded by the store's lock
@@ -268,6 +282,9 @@ int codeOf(CodeOfFailure* codeOfFailure, Call call, Store const* store, Action a
             if (call.file == nullptr)
                 call.file = store->knownName();
         }
+        std::string const explained = explainedLine(call);
+        if (!explained.empty())
+            call.reason = explained.c_str();
         return recordException(codeOfFailure(), call);
     }
 }
@@ -299,7 +316,8 @@ int changeFile(ZPROP_handle* handle, Call const& call, Action action)
 }
 
 /// Opens `file`, or a store without a file if it is null, and stores its handle. Returns the code.
-int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode);
+int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,
+             ZStanzaDialect_6_0 const& dialect);
 
 // Stores the code and returns the result of `read`, or 0 if it fails.
 template <class Read>

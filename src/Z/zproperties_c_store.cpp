@@ -3,11 +3,12 @@
 #include <string.h>
 
 #include <optional>
+#include <vector>
 
 #include "ZException.h"
 #include "ZLCString.h"
 #include "ZPropertiesImpl.h"
-#include "stanza/limits.h"
+#include "ZStanzaDialect_p.h"
 #include "zproperties_c_p.h"
 
 namespace zhandles {
@@ -58,6 +59,12 @@ PlainStore::Access::~Access() noexcept(false)
         sender_.changes.swap(store_.queued_);
 }
 
+PlainStore::PlainStore(ZStanzaDialect_6_0 const& dialect)
+    : ZStanzaFileProperties_6_0(1, dialect),
+      isStanzaFile_(zdialects::switchesOf(dialect).isStanzaFormat())
+{
+}
+
 PlainStore::~PlainStore() = default;
 
 void PlainStore::publishName()
@@ -104,7 +111,9 @@ bool PlainStore::hasOnly(char const* stanza, char const* key, char const* const*
 void PlainStore::setText(char const* stanza, char const* key, char const* value, Call::Kind kind)
 {
     int const obfuscated = kind == Call::obfuscated ? 1 : 0;
-    if (hasOnly(stanza, key, &value, *value == '\0' ? 0 : 1, kind))
+    // An empty value leaves a key of a stanza file without values.
+    bool const isNone = isStanzaFile_ ? isEmpty(value) : value == nullptr;
+    if (hasOnly(stanza, key, &value, isNone ? 0 : 1, kind))
         return;
     Changes set = prepare(zpropSet, stanza, key);
     // KEPT: an empty plain value replaces obfuscated values, although any other plain value is
@@ -118,7 +127,7 @@ void PlainStore::setText(char const* stanza, char const* key, char const* value,
 
 void PlainStore::setTexts(char const* stanza, char const* key, char const* const* values, int count)
 {
-    int const present = count == 1 && *values[0] == '\0' ? 0 : count;
+    int const present = isStanzaFile_ && count == 1 && *values[0] == '\0' ? 0 : count;
     if (hasOnly(stanza, key, values, present, Call::plain))
         return;
     Changes set = prepare(zpropSet, stanza, key);
@@ -130,9 +139,25 @@ void PlainStore::addText(char const* stanza, char const* key, char const* value)
 {
     Changes set = prepare(zpropSet, stanza, key);
     int const before = isEmpty(stanza) || isEmpty(key) ? 0 : numValues(stanza, key);
-    addValue(stanza, key, value, 0);
+    if (isStanzaFile_)
+        addValue(stanza, key, value, 0);
+    else
+        appendText(stanza, key, value);
     if (numValues(stanza, key) != before)
         record(set);
+}
+
+// Appends a value that the key may have already.
+void PlainStore::appendText(char const* stanza, char const* key, char const* value)
+{
+    std::vector<char const*> all;
+    if (!isEmpty(stanza) && !isEmpty(key)) {
+        Cache::Values values = valuesOf(cache()).values(stanza, key, ZPCache_6_0::plainValues);
+        for (Cache::Text text; values.next(text);)
+            all.push_back(text.chars);
+    }
+    all.push_back(value);
+    setValues(stanza, key, all.data(), static_cast<unsigned>(all.size()));
 }
 
 void PlainStore::removeText(char const* stanza, char const* key, char const* value)
@@ -279,6 +304,8 @@ char const* PlainStore::findReason(Call const& call) const
         return kEmptyKey;
     if (call.newName != nullptr && *call.newName == '\0')
         return call.key != nullptr ? kEmptyKey : kEmptyStanza;
+    if (!isStanzaFile_)
+        return findDialectReason(call);
     if (call.stanza != nullptr && cache().validCategory(call.stanza) == 0)
         return kBadStanza;
     if (call.key != nullptr && cache().validKey(call.stanza, call.key) == 0)
@@ -318,6 +345,36 @@ char const* PlainStore::findReason(Call const& call) const
         isObfuscated(call.stanza, call.key) == 0)
         return "The key has plain values.";
     return nullptr;
+}
+
+// The same for every dialect but "stanza". No name is empty.
+char const* PlainStore::findDialectReason(Call const& call) const
+{
+    auto const isAmbiguous = [&] {
+        return call.stanza != nullptr && exists(call.stanza) != 0 &&
+               cache().validKey(call.stanza, "k") == 0;
+    };
+    if (call.kind == Call::obfuscated)
+        return "Only stanza files have obfuscated values.";
+    if (call.stanza == nullptr && !call.hasComment)
+        return *knownName() == '\0' ? "The store has no file; name a file." : nullptr;
+    if (isAmbiguous())
+        return "Several stanzas have the name; add the number of one of them, as in NAME]2.";
+    if (call.stanza != nullptr && exists(call.stanza) == 0 &&
+        cache().validCategory(call.stanza) == 0)
+        return "No header of the dialect can hold the name of the stanza.";
+    if (call.key != nullptr && exists(call.stanza, call.key) == 0 &&
+        cache().validKey(call.stanza, call.key) == 0)
+        return "No line of the dialect can hold the key.";
+    if (call.newName != nullptr)
+        return (call.key != nullptr ? exists(call.stanza, call.newName) : exists(call.newName)) != 0
+                   ? "The new name is in use."
+                   : "No line of the dialect can hold the new name.";
+    if (call.hasComment)
+        return "No comment of the dialect can hold a line of the text.";
+    if (call.hasSpelling)
+        return "The spelling does not read back as one value of the line.";
+    return call.kind == Call::plain ? "No line of the dialect can hold the value." : nullptr;
 }
 
 // ---- Threads ------------------------------------------------------------------------------------

@@ -35,6 +35,20 @@ std::string described()
            "|" + error.text;
 }
 
+// Returns the text of the first problem of a file.
+std::string problemOf(std::string const& file)
+{
+    std::string text;
+    EXPECT_EQ(0, zstzPropFindProblems_6_0(
+                     file.c_str(), "stanza",
+                     [](ZPROPProblem const* problem, void* found) {
+                         *static_cast<std::string*>(found) = problem->text;
+                         return 1;
+                     },
+                     &text));
+    return text;
+}
+
 constexpr char kBadKey[] =
     "No line can hold the key: it starts with \"#\" or \"[\", has a \"=\", a newline or spaces at "
     "its ends, or is too long.";
@@ -63,7 +77,8 @@ TEST_F(ZPropertiesCLastError, OpenGivesFileLineAndColumn)
     ZPROP_handle* handle = nullptr;
     EXPECT_EQ(51, zstzPropOpen_6_0(&handle, bad.c_str(), zpropOpenRead));
     EXPECT_EQ("51 44 0 3:4 " + bad + "|||The configuration file \"" + bad +
-                  "\" contains invalid data at line 3.\nData: \"no equals sign\"",
+                  "\" contains invalid data at line 3.\nData: \"no equals sign\"\n" +
+                  problemOf(bad) + "; reads as python, open it with that dialect",
               described());
 }
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <exception>
 #include <initializer_list>
+#include <iterator>
 #include <new>
 #include <string_view>
 #include <system_error>
@@ -64,14 +65,14 @@ class Pieces {
 public:
     Pieces() = default;
     explicit Pieces(char const* text) { add(text != nullptr ? text : ""); }
-    Pieces(char const* message, Insert const* inserts, size_t count)
+    Pieces(char const* message, Insert const* inserts, size_t count, char const* lastLine = nullptr)
     {
         std::string_view rest(message);
-        for (size_t used = 0; count_ + 2 < kMaxCount; ++used) {
+        for (size_t used = 0; count_ + 4 < kMaxCount; ++used) {
             size_t const mark = rest.find('%');
             add(rest.substr(0, mark));
             if (mark == rest.npos)
-                return;
+                break;
             rest.remove_prefix(mark + 2);  // the mark and the letter of the conversion
             if (used >= count)
                 add("?");
@@ -79,6 +80,10 @@ public:
                 add(inserts[used].text);
             else
                 add(digitsOf(inserts[used].number));
+        }
+        if (lastLine != nullptr) {
+            add("\n");
+            add(lastLine);
         }
     }
     Pieces(Pieces const&) = delete;
@@ -102,7 +107,7 @@ public:
     }
 
 private:
-    static constexpr size_t kMaxCount = 2 * zreporting::kMaxInserts + 2;
+    static constexpr size_t kMaxCount = 2 * zreporting::kMaxInserts + 4;
 
     void add(std::string_view piece) { pieces_[count_++] = piece; }
 
@@ -199,6 +204,20 @@ public:
                      Pieces(text != nullptr ? text : "", inserts.begin(), inserts.size())});
     }
 
+    // Records an invalid line of a configuration file.
+    void finishLine(ZPropertiesInvalidDataException_6_0 const& failure)
+    {
+        if (!failure.propFile().isEmpty())
+            names_.file = failure.propFile().getChars();
+        record.messageNumber = failure.messageNumber();
+        Insert const inserts[] = {{failure.propFile().getChars()},
+                                  {nullptr, failure.badline()},
+                                  {failure.baddata().getChars()}};
+        char const* const text = zreporting::messageText(failure.messageNumber());
+        copyStrings({Pieces(names_.file), Pieces(names_.stanza), Pieces(names_.key),
+                     Pieces(text, inserts, std::size(inserts), names_.reason)});
+    }
+
     // Records an exception about a configuration file.
     void finish(ZPropertiesException_6_0 const& failure, std::initializer_list<Insert> inserts)
     {
@@ -236,8 +255,7 @@ void recordCurrent(Recorder& recorder)
     } catch (ZPropertiesInvalidDataException_6_0 const& e) {
         record.line = static_cast<unsigned long>(std::max(e.badline(), 0));
         record.column = static_cast<unsigned long>(std::max(e.column(), 0));
-        recorder.finish(
-            e, {{e.propFile().getChars()}, {nullptr, e.badline()}, {e.baddata().getChars()}});
+        recorder.finishLine(e);
     } catch (ZPropertiesIOException_6_0 const& e) {
         record.error = e.excerrno();
         recorder.finish(e,

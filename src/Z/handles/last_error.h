@@ -11,7 +11,7 @@ struct CallNames {
     char const* stanza = nullptr;  // null: none
     char const* key = nullptr;     // null: none
     char const* file = nullptr;    // null: none
-    char const* reason = nullptr;  // why an argument is invalid; null: not known
+    char const* reason = nullptr;  // why an argument or a line is invalid; null: not known
 };
 
 /// A failure. The strings are never null.
