@@ -70,7 +70,7 @@ size_t numberedIndex(std::vector<std::string> const& values, Request const& requ
 // Values of zDialectRepeatedKey.
 constexpr int kLastCounts = 1, kFirstCounts = 2, kLastOrList = 3;
 
-// Returns whether only one line of a key counts.
+// Returns whether only one line of a key is valid.
 bool countsOnce(Store const& store, std::string const& key)
 {
     int const rule = store.dialect().get(zDialectRepeatedKey);

@@ -211,7 +211,7 @@ void checkSpelling(Store const& store, Request const& request, std::string const
 {
     ZSCFData_6_0 const& cache = store.contents();
     std::string const remedy =
-        std::string("use one that the dialect ") + store.dialect().name() + " can spell";
+        std::string("use a string that the dialect ") + store.dialect().name() + " can spell";
     // The name of an existing stanza is valid, whether or not a new header could spell it.
     bool const isNew = cache.contains(stanza.c_str()) == 0;
     if (isNew && cache.validCategory(stanza.c_str()) == 0)

@@ -61,7 +61,7 @@ std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
 std::vector<std::string> countingValuesOf(Store const& store, std::string const& stanza,
                                           std::string const& key);
 
-/// Returns the last of these values; empty if there is none.
+/// Returns the last of these values; empty without values.
 std::string countingValue(Store const& store, std::string const& stanza, std::string const& key);
 
 /// Loads the file at `path` into an empty store.
