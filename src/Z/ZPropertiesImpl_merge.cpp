@@ -1,4 +1,4 @@
-// Merging the changes of a store with those that another program has made in its file.
+// Merging the changes of a store with the changes that another program made in its file.
 
 #include <map>
 #include <string>

@@ -368,8 +368,8 @@ void ZProperties_6_0::Rep::write(ZProperties_6_0& store, char const* path,
            path, text);
     if (keepsLines)
         file.skipUnchanged();
-    // The stamp is that of the old text, but the file stays the same unless it is replaced: then
-    // its path is compared.
+    // The stamp was taken with the old text, but the file stays the same unless it is replaced:
+    // then its path is compared.
     operation.known.record(
         path, file.stamp(), collector.textOf(viewOf(text)),
         operation.packed.getLength() > 0 ? source.companionFile().getChars() : "",

@@ -29,7 +29,7 @@ std::string absolutePath(char const* path)
     try {
         return zstore::absolutePath(path);
     } catch (zfiles::IoError const&) {
-        return path;  // the working directory is gone
+        return path;  // the working directory has been removed
     }
 }
 

@@ -340,7 +340,7 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         std::vector<Companion> list_;  // the most recently used companion is the last
     };
 
-    // The files that a store has read or written while it kept lines, as they were then.
+    // The files that a store has read or written while it kept lines, with their text of that time.
     class KnownFiles {
     public:
         struct File {
@@ -353,14 +353,14 @@ struct __attribute__((visibility("hidden"))) ZProperties_6_0::Rep {
         /// Returns the file that `path` names; null if it is not known. `stamp` is its state.
         File const* find(char const* path, zstore::JournaledFile::Stamp const& stamp) const;
 
-        /// Records that `path` was read or written. Without a text it is no longer known.
+        /// Records that `path` was read or written. If `text` is null, the file is no longer known.
         void record(char const* path, zstore::JournaledFile::Stamp const& stamp,
                     zlines::SharedText text, std::string const& companion,
                     ZBuffer_6_0 const& secrets);
         void swap(KnownFiles& other) { list_.swap(other.list_); }
 
     private:
-        static constexpr size_t kMaxCount = 4;  // each has a text of its own
+        static constexpr size_t kMaxCount = 4;  // each keeps its text
 
         std::vector<File> list_;  // the most recently used file is the last
     };

@@ -2,7 +2,7 @@
 // calls, and checks that nothing was lost. `./dev crash` runs all of it, the tests a share.
 //
 //     crash [--share] [NAME…]         runs the campaigns whose names contain one of NAMEs, in each
-//                                     mode of storing; the name of a mode selects all campaigns in it
+//                                     mode of storing; the name of a mode selects all of it
 //
 // Exit code 0: every outcome is a promised one.
 #include <sys/wait.h>

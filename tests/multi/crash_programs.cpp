@@ -26,9 +26,8 @@ struct Common {
     std::atomic<long> otherStores{0};
     std::atomic<long> ourReads{0};
     std::atomic<long> otherReads{0};
-    std::atomic<long> torn{0};  // reads of the other programs
-    std::atomic<long> tornTexts{
-        0};  // those that found another text than the process's torn read before
+    std::atomic<long> torn{0};       // reads of the other programs
+    std::atomic<long> tornFiles{0};  // different torn contents that a process read
     std::atomic<long> refused{0};
     std::string path;
 };
@@ -91,7 +90,7 @@ void useAsOther(Common& common, bool writes)
     std::string const text = file.read();
     if (!Generation::isWhole(text)) {
         static std::string last;
-        common.tornTexts += text != last;
+        common.tornFiles += text != last;
         ++common.torn;
         last = text;
     }
@@ -180,9 +179,9 @@ void run(Counts& counts, long stores, bool kills)
         complain(counts, "a kind of process never got the lock");
     counts.torn += common.torn;
     // A program that ignores the journal may read the torn file of a killed store until the next
-    // store or load. That time depends on the machine; the number of torn texts does not.
-    if (common.tornTexts > killed * 2 * kOfEach)
-        complain(counts, "torn texts: " + std::to_string(common.tornTexts));
+    // store or load. That time depends on the machine; the number of torn files does not.
+    if (common.tornFiles > killed * 2 * kOfEach)
+        complain(counts, "torn files: " + std::to_string(common.tornFiles));
     char note[160];
     std::snprintf(note, sizeof note,
                   "own stores %ld, other %ld; reads %ld and %ld; refused %ld; kills %ld; torn for "

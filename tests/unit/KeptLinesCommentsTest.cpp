@@ -153,7 +153,7 @@ TEST_F(KeptLinesComments, ARemovedStanzaLeavesTheCommentOfTheNext)
          },
          "[a]\nx=1\ny=2\n # about t\n[t]\n"},
     });
-    // The comment is that of the next stanza in memory, too.
+    // The comment belongs to the next stanza in memory, too.
     load("[s]\nk=v\n\n# about t\n[t]\nl=w\n");
     store_.deleteStanza("s");
     ZLCString_6_0 comment;
@@ -165,13 +165,13 @@ TEST_F(KeptLinesComments, ACommentKeepsItsSpaces)
 {
     std::string const usage = "# usage:\n#   a\n#   b";
     expectChanges({
-        {"beside a comment with more", "[s]\n#  in detail\nk=v\nl=w\n", setComment("s", "l", "# c"),
-         "[s]\n#  in detail\nk=v\n# c\nl=w\n"},
+        {"near a comment with more spaces", "[s]\n#  in detail\nk=v\nl=w\n",
+         setComment("s", "l", "# c"), "[s]\n#  in detail\nk=v\n# c\nl=w\n"},
         {"several lines", "[s]\n  # x\nk=v\nl=w\n", setComment("s", "l", usage.c_str()),
          "[s]\n  # x\nk=v\n  # usage:\n  #   a\n  #   b\nl=w\n"},
-        {"without spaces it gets those of the first line", "[s]\n# x:\n#   y\nk=v\nl=w\n",
+        {"without spaces it gets the spaces of the first line", "[s]\n# x:\n#   y\nk=v\nl=w\n",
          setComment("s", "l", "#c"), "[s]\n# x:\n#   y\nk=v\n# c\nl=w\n"},
-        {"beside a template", "[s]\n#key=5\nk=v\n", setComment("s", "k", "# one"),
+        {"above a template", "[s]\n#key=5\nk=v\n", setComment("s", "k", "# one"),
          "[s]\n# one\nk=v\n"},
         {"only the spaces change", "[s]\n  #foo\nk=v\n#bar\nl=w\n",
          [](Store& store) {

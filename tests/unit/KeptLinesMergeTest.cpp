@@ -113,9 +113,9 @@ TEST_F(KeptLinesMerge, ChangesOfCommentsMeetInTheFile)
          "# f\n\n[s]\n# a\nk=v\nl=there\n\n# u\n[t]\n"},
         {"of the file", there, comment(nullptr, nullptr, "# g"),
          "# g\n\n[s]\n# a\nk=v\nl=there\n\n# t\n[t]\n"},
-        {"of a key that is gone there", "# f\n\n[s]\nl=w\n\n# t\n[t]\n", comment("s", "k", "# b"),
-         ""},
-        {"of a stanza that is gone there", "# f\n\n[s]\n# a\nk=v\nl=w\n",
+        {"of a key that was removed there", "# f\n\n[s]\nl=w\n\n# t\n[t]\n",
+         comment("s", "k", "# b"), ""},
+        {"of a stanza that was removed there", "# f\n\n[s]\n# a\nk=v\nl=w\n",
          comment("t", nullptr, "# u"), ""},
         {"changed there, too", "# f\n\n[s]\n# c\nk=v\nl=w\n\n# t\n[t]\n", comment("s", "k", "# b"),
          ""},
@@ -252,7 +252,7 @@ TEST_F(KeptLinesMerge, ObfuscatedValuesOfAnotherProgramStay)
     store_.setValue("s", "b", "here", 1);
     EXPECT_THROW(store_.store(nullptr), ZPropertiesIOException_6_0);
     EXPECT_EQ("here,", valuesOf(store_, "s", "b"));
-    // A value that becomes plain, and one that is removed.
+    // A value that becomes plain, and a value that is removed.
     store_.reload(nullptr);
     change([](Store& other) { other.setValue("s", "k", "y"); });
     store_.deleteKey("s", "a");

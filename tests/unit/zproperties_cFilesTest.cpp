@@ -92,7 +92,8 @@ TEST_F(ZPropertiesCFiles, OpenAsReadsTheStanzaDialect)
 TEST_F(ZPropertiesCFiles, AnUnknownDialectHasACodeOfItsOwn)
 {
     std::string const name = path("service.conf");
-    for (char const* dialect : {"", "Stanza", "stanza ", "git,none=1", "a dialect that is not there"}) {
+    for (char const* dialect :
+         {"", "Stanza", "stanza ", "git,none=1", "a dialect that is not there"}) {
         SCOPED_TRACE(dialect);
         ZPROP_handle* handle = file_;
         EXPECT_EQ(58, zstzPropOpenAs_6_0(&handle, name.c_str(), 1, dialect));

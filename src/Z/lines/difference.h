@@ -35,7 +35,8 @@ public:
 
     bool isEmpty() const { return edits_.count() == 0; }
 
-    /// Returns the text after the changes. `history` is changed from that of the old text.
+    /// Returns the text after the changes. `history` describes the old text before
+    /// the call, and the new text after it.
     std::string compose(TextHistory& history)
     {
         history.isScattered = isScattered_;
@@ -157,7 +158,7 @@ private:
 };
 
 /// Stores the text after the changes in `out` and returns true; returns false if nothing changes.
-/// `history` is that of `text` and, after the call, that of `out`.
+/// `history` describes `text` and, after the call, `out`.
 /// throws  Refusal if a part of the wanted contents would not read back.
 bool rewrite(std::string_view text, Dialect const& dialect, Document const& document,
              TextHistory& history, std::string& out);

@@ -32,7 +32,7 @@ struct Line {
 };
 static_assert(sizeof(Line) == 20);
 
-// The differences between a text and the contents that stores have left.
+// The differences between text and the contents that stores have left.
 struct TextHistory {
     std::vector<uint32_t> movedComments = {};  // positions of comments that the contents lack
     bool isScattered = false;                  // a key had lines in different parts of its stanza

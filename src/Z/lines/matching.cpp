@@ -226,7 +226,7 @@ private:
         }
     }
 
-    // Return the text of a comment, or the values of a key. No comment starts with a line feed.
+    // Return the text of a comment, or the values of a key. No comment starts with a newline.
     std::string_view readText(Item const& item)
     {
         if (!item.isKey)

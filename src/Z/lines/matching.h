@@ -5,7 +5,7 @@
 // the remaining keys by their values: such a key was renamed.
 //
 // The lines of a key may have comments and other keys between them, and the wanted contents do not
-// tell where its values are among them. Then a comment may be anywhere in its stanza.
+// contain the places of its values among them. Then a comment may be anywhere in its stanza.
 #pragma once
 
 #include <span>

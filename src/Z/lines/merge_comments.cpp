@@ -18,7 +18,10 @@ using Strings = std::vector<std::string>;
 using Anchor = std::pair<std::string, std::string>;
 
 // The start of the file. No header has a newline.
-Anchor const kFile("\n", "");
+Anchor fileAnchor()
+{
+    return {"\n", ""};
+}
 
 struct Comments {
     std::map<Anchor, Strings> blocks;  // the lines right above each key and header
@@ -56,7 +59,7 @@ Comments commentsOf(std::string_view text, Dialect const& dialect)
         ++end;
     bool const isOfNext =
         end < lines.size() && (lines[end].kind == headerLine || lines[end].isKey());
-    found.blocks.emplace(kFile, isOfNext ? Strings() : above(end));
+    found.blocks.emplace(fileAnchor(), isOfNext ? Strings() : above(end));
     return found;
 }
 
@@ -124,7 +127,7 @@ private:
             ++last;
         bool const isOfNext =
             last == end && document.stanzas.size() > 1 && !document.stanzas[1].isBelowBlank;
-        take({kFile, "", "", {}, ""}, 0, isOfNext ? 0 : last);
+        take({fileAnchor(), "", "", {}, ""}, 0, isOfNext ? 0 : last);
     }
 
     void take(Wanted wanted, uint32_t first, uint32_t end)
@@ -145,9 +148,9 @@ private:
 
 MergeStep stepFor(Wanted const& wanted)
 {
-    return {wanted.anchor == kFile ? MergeStep::commentFile
-            : wanted.key.empty()   ? MergeStep::commentStanza
-                                   : MergeStep::commentKey,
+    return {wanted.anchor == fileAnchor() ? MergeStep::commentFile
+            : wanted.key.empty()          ? MergeStep::commentStanza
+                                          : MergeStep::commentKey,
             wanted.stanza, wanted.key, wanted.block.empty() ? Strings() : Strings{wanted.text}};
 }
 

@@ -167,7 +167,7 @@ uint32_t firstOfComment(Outline const& outline, uint32_t line)
 }
 
 // Returns the line that is nearest to the position after the line `after` and for which `isModel`
-// is true, the line above if two are equally near; kNone if there is none.
+// is true, the line above if two are equally near; otherwise kNone.
 template <class IsModel>
 uint32_t findNear(Outline const& outline, uint32_t after, IsModel isModel)
 {

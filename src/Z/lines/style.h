@@ -36,7 +36,7 @@ bool haveBlankAbove(Outline const& outline, uint32_t after, LineKind below);
 
 /// Appends a wanted comment, with its line ending, with the indentation and mark of the comments
 /// around the position after the line `after`. If it has no spaces after its mark, or no mark, it
-/// gets theirs.
+/// gets the spaces, or the mark, of the nearest of these comments.
 void appendComment(Outline const& outline, uint32_t after, std::string_view comment,
                    std::string& out);
 
