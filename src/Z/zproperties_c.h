@@ -580,11 +580,10 @@ int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours,
 /// as the getters do. Without a stanza the text is {"stanza":{"key":["value",...],...},...},
 /// with a stanza {"key":["value",...],...}, with a stanza and a key ["value",...]. Stanzas and keys
 /// are in file order.
-/// range   `key` must be null if `stanza` is. The list has the values that count in the dialect. A
-/// key
-///         without values has an empty list. Obfuscated values are included. Characters above 0x7f
-///         are written as they are; a byte that is not part of UTF-8 text is written as the escape
-///         of the surrogate U+DC00 plus its value, and reads as that surrogate.
+/// range   `key` must be null if `stanza` is. A list has the values that count in the dialect;
+///         it is empty if the key has no values. Obfuscated values are included. Characters above
+///         0x7f are written as they are; a byte that is not part of UTF-8 text is written as the
+///         escape of the surrogate U+DC00 plus its value, and reads as that surrogate.
 /// owns    a copy; released with zstzPropFree_6_0.
 /// codes   54 if the stanza or the key is missing; 52 if memory is exhausted.
 /// threads no other thread changes a value while the text is built.

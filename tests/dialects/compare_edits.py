@@ -20,6 +20,7 @@ import shutil
 import statistics
 import subprocess
 import sys
+import textwrap
 import time
 
 import judge
@@ -303,6 +304,16 @@ def measure(programs_, files, most, judge_of, directory):
     return results, used
 
 
+INTRODUCTION = """`./dev compare` wrote this page. It took {files} files of {formats} formats from a
+Debian machine, from {packages} packages and from the samples of the tests, and made three edits of each
+with every program that edits the format: it set a value to `{value}`, added the key `{key}` to a stanza,
+and removed a key. It chose no key with several values, because most programs cannot select one of
+them. An independent reader checked each result: the wanted value must be there, and no other value
+may differ; otherwise the file counts as damaged. An edit is refused if the program fails and the file
+is as before, or if it reports success and changes nothing. A removed value of several lines takes
+all of them, so more than one line can be right. The time is the median of whole processes that made
+an edit; compare rows with each other only. `zstz` waits until the disk has the file."""
+
 HEAD = ["edits", "one line", "more lines", "most", "refused", "damaged", "ms"]
 
 
@@ -327,18 +338,12 @@ def page(programs_, results, used):
         if dialects is not None:
             rows.append([f"zstz, where {name} edits"] + own[name].cells())
         rows.append([name] + totals[name].cells())
+    formats = len([dialect for dialect in used if used[dialect]])
     lines = [
         "# Compared with other editors of configuration files",
         "",
-        f"`./dev compare` wrote this page. It took {sum(used.values())} files of "
-        f"{len([d for d in used if used[d]])} formats, of a Debian machine and of {len(PACKAGES)} "
-        "packages, and made three edits of each with every program that edits the format: it set a "
-        f"value to `{VALUE}`, added the key `{NEW_KEY}` to a stanza, and removed a key. A key with "
-        "several values was not chosen, because most programs cannot select one of them. "
-        "An independent reader checked each result: the wanted value must be there, and no other value "
-        "may differ; otherwise the file counts as damaged. An edit is refused if the program fails "
-        "and the file is as before, or if it reports success and changes nothing. The time is the "
-        "median of whole processes that made an edit; compare rows with each other only.",
+        *textwrap.wrap(INTRODUCTION.format(files=sum(used.values()), formats=formats,
+                                           packages=len(PACKAGES), value=VALUE, key=NEW_KEY), 100),
         "",
         "## All formats",
         "",

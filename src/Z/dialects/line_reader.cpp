@@ -51,7 +51,7 @@ bool LineReader::isText(size_t begin)
     }
     if (!switches_.byteOrderMark && byteOrderMarkSize(text_) != 0)
         report({Fault::byteOrderMark, true, 0, 0});
-    if (text_.size() <= kMaxLineLength && memchr(text_.data(), '\0', text_.size()) == nullptr)
+    if (text_.size() <= kMaxLineLength && text_.find('\0') == std::string_view::npos)
         return !hasError_;
     for (size_t at = begin; at < text_.size();) {
         PhysicalLine const line = physicalLineAt(text_, at);
