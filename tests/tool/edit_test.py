@@ -62,6 +62,9 @@ ROWS = [
      {"f": b"[a]\nk = w\n", "s": b"set a k w\n"}),
     ("normalised", {"f": b"[a]\nk=v\n", "s": b"set a l w\n"}, ["edit", "f", "s", "--normalise"], b"",
      DONE, {"f": b"[a]\nk = v\nl = w\n", "s": b"set a l w\n"}),
+    *[(f"normalised, {step.decode()}", {"f": b"[a]\nk=v\n", "s": b"set a l w\n" + step},
+       ["edit", "f", "s", "--normalise"], b"s:2: a line with --raw, --off or --on excludes", USAGE, None)
+      for step in (b"set a k --raw x", b"add a m --raw x", b"comment a k --off", b"comment a k --on")],
     ("standard output", {"s": b"set a k w\n"}, ["edit", "-", "s"], b"[a]\nk = w\n", DONE, None,
      b"[a]\nk = v\n"),
     ("dry run", {"f": b"[a]\nk = v\n", "s": b"set a k w\nset a l x\n"}, ["edit", "-n", "f", "s"],

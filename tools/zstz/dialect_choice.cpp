@@ -59,13 +59,16 @@ void addSuggestion(std::string const& contents, std::string& report)
 
 void requireStanzaDialect(Request const& request)
 {
-    ZStanzaDialect_6_0 dialect;
-    if (request.dialect.empty())
-        return;
-    ZStanzaDialect_6_0::named(request.dialect.c_str(), dialect);
-    if (dialect.name() != std::string_view("stanza"))
-        throw Failure{exitRefused,
-                      request.file,
-                      {std::string("zstz ") + request.verb + " supports only the dialect stanza",
-                       "use zstz lint for other dialects"}};
+    for (std::string const& path :
+         {request.path.empty() ? request.file : request.path, request.other, request.base}) {
+        ZStanzaDialect_6_0 const dialect = chooseDialect(request, path);
+        if (dialect.name() != std::string_view("stanza"))
+            throw Failure{
+                exitRefused,
+                path,
+                {std::string("zstz ") + request.verb +
+                     " supports only the dialect stanza, and the file is of the dialect " +
+                     dialect.name(),
+                 "pass --dialect stanza if it is a stanza file"}};
+    }
 }

@@ -19,6 +19,6 @@ void addSuggestion(std::string const& contents, std::string& report);
 /// Returns the contents of the file at `path`; empty if it cannot be read.
 std::string readContents(std::string const& path);
 
-/// Refuses another dialect than "stanza", for the verbs that do not support it.
-/// throws  Failure.
+/// Refuses files of another dialect than "stanza", for the verbs that do not support it.
+/// throws  Failure; as chooseDialect().
 void requireStanzaDialect(Request const& request);

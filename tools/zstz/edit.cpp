@@ -83,6 +83,9 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
         throw UsageError{step.request.obfuscated ? "a script cannot have obfuscated values"
                                                  : "a script cannot print help",
                          "run the verb by itself"};
+    if (script.normalise && (step.request.raw || step.request.off || step.request.on))
+        throw UsageError{"a line with --raw, --off or --on excludes --normalise of the script",
+                         "leave out --normalise"};
     step.request.normalise = script.normalise;
     step.request.dialect = script.dialect;
     step.request.quiet = script.quiet;

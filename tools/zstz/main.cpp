@@ -83,9 +83,8 @@ int run(int argc, char const* const* argv, Request& request)
             fputs(formatHelp(*verb).c_str(), stdout);
             return exitDone;
         }
-        constexpr std::string_view kReadsDialects =
-            "get|list|stanzas|keys|check|lint|set|add|unset|rename|comment|edit";
-        if (!isOneOf(verb->name, kReadsDialects))
+        constexpr std::string_view kStanzaOnly = "diff|merge|watch|doc|fmt|convert";
+        if (isOneOf(verb->name, kStanzaOnly) && !request.asText)
             requireStanzaDialect(request);
         if (verb->prepare != nullptr)
             verb->prepare(request);
