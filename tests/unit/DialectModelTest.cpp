@@ -306,7 +306,7 @@ TEST(DialectNames, ANameDecidesIfOnlyOneFormatUsesIt)
         {"wet0.network", "", "networkd"},
         {"pump.desktop", "", "desktop"},
         {".gitmodules", "", "git"},
-        {"/work/.git/config", "", "git"},
+        {"/srv/pump/.git/config", "", "git"},
         {"/etc/php/8.2/mods-available/pump.ini", "", "php"},
         {"pump.ini", "", "stanza"},
         {"/etc/samba/smb.conf", "", "samba"},
