@@ -52,6 +52,7 @@ DIALECTS = rows(
      b'{"file": "x.conf", "dialect": "stanza", "text": '
      b'"no other format is the only user of such a name"}\n', DONE),
     (["--format=lines", "a/b.network"], b"a/b.network\tnetworkd\n", DONE),
+    (["--dialect", "git", "setup.cfg"], b"git: by --dialect\n", DONE),
 )
 
 SERVICE = [
@@ -115,6 +116,8 @@ class CompareTest(tool.ToolTest):
     def test_dialects(self):
         self.expect_rows(DIALECTS)
         self.expect_rows(SERVICE)
+        self.expect(DONE, "git: by the variable ZSTZ_DIALECT\n", "dialects", "setup.cfg",
+                    environment={"ZSTZ_DIALECT": "git"})
         names = self.run_tool("dialects").stdout.split()
         self.assertEqual("stanza", names[0])
         self.assertTrue({"systemd", "desktop", "git", "python"} <= set(names))

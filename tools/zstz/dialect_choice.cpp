@@ -31,10 +31,12 @@ std::string readContents(std::string const& path)
     return text;
 }
 
-ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path)
+ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path,
+                                 char const** reason)
 {
     ZStanzaDialect_6_0 dialect;
     char const* const variable = getenv("ZSTZ_DIALECT");
+    char const* why = "by --dialect";
     if (!request.dialect.empty()) {
         ZStanzaDialect_6_0::named(request.dialect.c_str(), dialect);
     } else if (variable != nullptr && *variable != 0) {
@@ -42,11 +44,18 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
             throw Failure{exitUsage,
                           "ZSTZ_DIALECT",
                           {"unknown dialect " + quote(variable), "unset it, or correct it"}};
+        why = "by the variable ZSTZ_DIALECT";
     } else {
         // Two formats have names that end with ".service"; the first header distinguishes them.
         std::string const text = path.ends_with(".service") ? readContents(path) : "";
-        ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect);
+        if (ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect) == 0)
+            why = "no other format is the only user of such a name";
+        else
+            why = text.empty() ? "by the name of the file"
+                               : "by the name of the file and its first header";
     }
+    if (reason != nullptr)
+        *reason = why;
     return dialect;
 }
 

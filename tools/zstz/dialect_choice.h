@@ -8,9 +8,11 @@
 #include "request.h"
 
 /// Returns the dialect of the file at `path`: the value of --dialect, else of the variable
-/// ZSTZ_DIALECT, else the dialect that the name of the file determines, else "stanza".
+/// ZSTZ_DIALECT, else the dialect that the name of the file determines, else "stanza". Stores the
+/// reason of the choice, a literal, unless `reason` is null.
 /// throws  Failure if the variable has no dialect.
-ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path);
+ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path,
+                                 char const** reason = nullptr);
 
 /// Appends "; reads as D; say --dialect D" to the report of a file that the dialect "stanza"
 /// refuses, if a dialect D reads its contents.
