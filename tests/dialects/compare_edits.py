@@ -156,14 +156,14 @@ def programs(ours):
         ("zstz", zstz(ours), None, ""),
         ("crudini", crudini, ini if shutil.which("crudini") else set(),
          "selects no line among several values of a key"),
-        ("git config", git, {"git"} if shutil.which("git") else set(), "its own format alone"),
+        ("git config", git, {"git"} if shutil.which("git") else set(), "only its own format"),
         ("augtool", augtool, set(LENSES) if shutil.which("augtool") else set(),
          "refuses a file for one line that its lens does not describe; a lens per format"),
         ("kwriteconfig5", kwriteconfig,
          {"kconfig", "desktop"} if shutil.which("kwriteconfig5") else set(),
          "writes the whole file in its own order; drops comments"),
         ("GKeyFile", key_file, {"desktop"} if peers.find_glib() is None else set(),
-         "a library; its own format alone; the time includes the start of Python"),
+         "a library; only its own format; the time includes the start of Python"),
     ]
 
 
@@ -309,8 +309,8 @@ Debian machine, from {packages} packages and from the samples of the tests, and 
 with every program that edits the format: it set a value to `{value}`, added the key `{key}` to a stanza,
 and removed a key. It chose no key with several values, because most programs cannot select one of
 them. An independent reader checked each result: the wanted value must be there, and no other value
-may differ; otherwise the file counts as damaged. An edit is refused if the program fails and the file
-is as before, or if it reports success and changes nothing. A removed value of several lines takes
+may differ; otherwise the file is damaged. An edit is refused if the program fails and the file
+is as before, or if it reports success and changes nothing. A removed value with multiple lines takes
 all of them, so more than one line can be right. The time is the median of whole processes that made
 an edit; compare rows with each other only. `zstz` waits until the disk has the file."""
 
