@@ -242,6 +242,12 @@ public:
     /// Returns the dialect of the store.
     ZStanzaDialect_6_0 dialect() const;
 
+    /// Returns 1 if several stanzas have the name `stanza`, because each header of the dialect
+    /// starts a stanza of its own; else 0. Such a name without a number reads the first of them and
+    /// is refused for changes, which need NAME]1, NAME]2 and so on.
+    /// range   null or a missing stanza gives 0; so does a name with a number.
+    int isAmbiguous(char const* stanza) const;
+
     /// Replaces the elements of `out` by the values of `key` that count, as ZLCString_6_0: all,
     /// those after the last reset, the last or the first, as the dialect specifies.
     /// range   `out` must own its elements. It is empty if the key is missing.

@@ -51,6 +51,12 @@ ZStanzaDialect_6_0 ZStanzaFileProperties_6_0::dialect() const
     return rep_->dialect == nullptr ? ZStanzaDialect_6_0() : rep_->dialect->dialect();
 }
 
+int ZStanzaFileProperties_6_0::isAmbiguous(char const* stanza) const
+{
+    Hold const hold(*this);
+    return rep_->dialect == nullptr ? 0 : rep_->dialect->isAmbiguous(stanza);
+}
+
 void ZStanzaFileProperties_6_0::countingValues(char const* stanza, char const* key,
                                                ZArrayList_6_0& out) const
 {

@@ -471,6 +471,10 @@ TEST(ZDialectData, StanzasOfOneNameHaveNumbers)
     load(store);
     EXPECT_EQ((std::vector<std::string>{"1"}), valuesIn(store, "Peer", "Key"));
     EXPECT_EQ((std::vector<std::string>{"1"}), valuesIn(store, "Peer]1", "Key"));
+    EXPECT_EQ(1, store.isAmbiguous("Peer"));
+    for (char const* const name : {"Peer]1", "Peer]2", "Peer]4", "Net", "Missing"})
+        EXPECT_EQ(0, store.isAmbiguous(name)) << name;
+    EXPECT_EQ(0, store.isAmbiguous(nullptr));
     for (auto const& change : std::vector<std::function<void()>>{
              [&] { store.setValue("Peer", "Key", "4"); },
              [&] { store.addValue("Peer", "Key", "4", 0); },
