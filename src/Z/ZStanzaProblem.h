@@ -57,6 +57,12 @@ public:
         passedOver = 26,     // note: a line that programs of the format ignore
         shadowed = 27,       // note: a line of a key that is ignored because of another
         directive = 28,      // note: a line such as "!include", which is not followed
+
+        // Differences from a template.
+        unknownStanza = 29,    // error: a header whose stanza the template does not have
+        unknownKey = 30,       // error: a key that the template does not have
+        invalidValue = 31,     // error: a value of another type, or one that is not allowed
+        missingRequired = 32,  // error: a required key that the file does not have
     };
 
     /// Creates a record.

@@ -1,5 +1,6 @@
 // diff: the verb diff.
 #include <Z/lines/merge_side.h>
+#include <Z/lines/unified_diff.h>
 
 #include <algorithm>
 
@@ -10,7 +11,6 @@
 #include "key_lines.h"
 #include "output.h"
 #include "raw_file.h"
-#include "unified_diff.h"
 
 #include <stdio.h>
 
@@ -116,9 +116,9 @@ void printJson(Request const& request, std::vector<Change> const& changes, Store
 
 int diffTexts(Request const& request)
 {
-    std::string const diff = formatUnifiedDiff(readText(request.file, request.wait),
-                                               readText(request.other, request.wait),
-                                               nameOf(request.file), nameOf(request.other));
+    std::string const diff = zlines::formatUnifiedDiff(readText(request.file, request.wait),
+                                                       readText(request.other, request.wait),
+                                                       nameOf(request.file), nameOf(request.other));
     if (!request.quiet)
         fwrite(diff.data(), 1, diff.size(), stdout);
     return diff.empty() ? exitDone : exitDiffers;

@@ -4,7 +4,7 @@
 #include "commands.h"
 #include "json.h"
 #include "output.h"
-#include "template.h"
+#include "template_file.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ std::string formatFields(TemplateKey const& key)
 
 int runDoc(Request const& request)
 {
-    Template const schema(request.file, request.wait);
+    Template const schema = readTemplate(request.file, request.wait);
     if (request.format == "plain")
         printTable(request, schema);
     else

@@ -2,6 +2,7 @@
 
 #include <Z/ZBuffer.h>
 #include <Z/ZException.h>
+#include <Z/lines/unified_diff.h>
 #include <Z/store/journaled_file.h>
 #include <errno.h>
 #include <stdio.h>
@@ -15,7 +16,6 @@
 #include "failures.h"
 #include "key_lines.h"
 #include "problems.h"
-#include "unified_diff.h"
 
 namespace {
 
@@ -161,7 +161,7 @@ void EditedFile::requireKeptLines() const
 void EditedFile::printDifference(std::string const& text) const
 {
     std::string const diff =
-        formatUnifiedDiff(original_, text, isNew_ ? "/dev/null" : path(), path());
+        zlines::formatUnifiedDiff(original_, text, isNew_ ? "/dev/null" : path(), path());
     fwrite(diff.data(), 1, diff.size(), stdout);
 }
 

@@ -1,6 +1,7 @@
 // merge: the verb merge.
 #include <Z/lines/difference.h>
 #include <Z/lines/text_merge.h>
+#include <Z/lines/unified_diff.h>
 #include <Z/stanza/stanza_dialect.h>
 #include <stdio.h>
 
@@ -12,7 +13,6 @@
 #include "problems.h"
 #include "raw_file.h"
 #include "stanza_file.h"
-#include "unified_diff.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ void finish(Request const& request, std::string const& ours, std::string const& 
 {
     std::string const name = request.path.empty() ? request.file : request.path;
     if (request.dryRun) {
-        std::string const diff = formatUnifiedDiff(ours, text, name, name);
+        std::string const diff = zlines::formatUnifiedDiff(ours, text, name, name);
         fwrite(diff.data(), 1, diff.size(), stdout);
     } else if (request.file == kStandardInput) {
         fwrite(text.data(), 1, text.size(), stdout);

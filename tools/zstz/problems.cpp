@@ -4,6 +4,7 @@
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/problems/dialect_inspector.h>
 #include <Z/problems/inspector.h>
+#include <Z/templates/template_check.h>
 
 #include <algorithm>
 #include <exception>
@@ -13,10 +14,10 @@
 #include "commands.h"
 #include "dialect_choice.h"
 #include "json.h"
+#include "key_lines.h"
 #include "output.h"
 #include "stanza_file.h"
-#include "template.h"
-#include "template_check.h"
+#include "template_file.h"
 
 namespace {
 
@@ -153,10 +154,19 @@ int lintByTemplate(Request const& request, std::string const& path, std::string 
     else
         loadFile(path, request.wait, store);
     int worst = exitDone;
-    checkTemplate(store, schema, [&](ZStanzaProblem_6_0 const& problem) {
+    zlines::SharedText const kept = keptText(store);
+    for (ztemplates::Difference const &found : ztemplates::checkTemplate(
+             kept->text, kept->dialect, schema,
+             [&](std::string const&stanza, std::string const&key) {
+                 return store.contents().contains(stanza.c_str(), key.c_str()) != 0;
+             })) {
+        ZStanzaProblem_6_0 const problem(
+            found.place.line, found.place.column, ZStanzaProblem_6_0::error,
+            static_cast<ZStanzaProblem_6_0::Cause>(found.cause), found.stanza.c_str(),
+            found.key.c_str(), found.text.c_str());
         worst = exitInvalidData;
         printLine(request, format(request, path, problem, textOf(problem)));
-    });
+    }
     return worst;
 }
 
@@ -196,7 +206,7 @@ int runLint(Request const& request)
 {
     std::optional<Template> schema;
     if (!request.templateFile.empty())
-        schema.emplace(request.templateFile, request.wait);
+        schema = readTemplate(request.templateFile, request.wait);
     int worst = exitDone;
     for (std::string const& path : request.files) {
         try {

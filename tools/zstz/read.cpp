@@ -10,7 +10,7 @@
 #include "key_lines.h"
 #include "output.h"
 #include "stanza_file.h"
-#include "template.h"
+#include "template_file.h"
 
 namespace {
 
@@ -83,7 +83,7 @@ std::optional<std::string> defaultValue(Request const& request)
         return request.fallback;
     if (request.templateFile.empty())
         return {};
-    Template const schema(request.templateFile, request.wait);
+    Template const schema = readTemplate(request.templateFile, request.wait);
     TemplateKey const* const key = schema.find(request.stanza, request.key);
     return key == nullptr ? std::nullopt : std::optional(key->defaultValue);
 }

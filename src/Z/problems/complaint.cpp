@@ -85,7 +85,8 @@ Row const& rowOf(Cause cause, bool isForeign)
     return *found;
 }
 
-// Returns the text in quotes, cut between two characters if it is long.
+}  // namespace
+
 std::string quote(std::string_view text)
 {
     if (text.size() <= kMaxQuotedLength)
@@ -95,8 +96,6 @@ std::string quote(std::string_view text)
         --end;
     return '"' + std::string(text.substr(0, end)) + "...\"";
 }
-
-}  // namespace
 
 std::string textOf(Complaint const& complaint)
 {

@@ -37,7 +37,11 @@ enum Cause : int {
     noHeadOrKey = 25,
     passedOver = 26,
     shadowed = 27,
-    directive = 28
+    directive = 28,
+    unknownStanza = 29,
+    unknownKey = 30,
+    invalidValue = 31,
+    missingRequired = 32
 };
 
 // Line and column, counted from 1.
@@ -57,6 +61,9 @@ struct Complaint {
     bool isForeign = false;   // in a file of another dialect
     char const* reason = "";  // for passedOver
 };
+
+/// Returns the text in quotes, cut between two characters if it is long.
+std::string quote(std::string_view text);
 
 /// Returns "WHAT; HELP".
 std::string textOf(Complaint const& complaint);

@@ -8,10 +8,13 @@
 #include <algorithm>
 #include <numeric>
 
-#include "failures.h"
-#include "raw_file.h"
+#include "../problems/complaint.h"
+
+namespace ztemplates {
 
 namespace {
+
+using zproblems::quote;
 
 constexpr char kSpaces[] = " \t\r\v\f";
 constexpr char const* kTrueWords[] = {"yes", "true", "on"};
@@ -176,16 +179,7 @@ std::string TemplateKey::check(std::string const& value) const
     return {};
 }
 
-Template::Template(std::string const& path, double wait)
-{
-    parse(readText(path, wait));
-    if (keys_.empty())
-        throw Failure{exitInvalidData,
-                      path,
-                      {"no comment of the form \"# key = default\"", "give a template file"}};
-}
-
-void Template::parse(std::string_view text)
+Template::Template(std::string_view text)
 {
     std::vector<std::string> help;
     addStanza("");
@@ -267,3 +261,5 @@ std::string Template::nearestKey(std::string_view stanza, std::string_view name)
             names.push_back(key.name);
     return nearest(name, names);
 }
+
+}  // namespace ztemplates

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+namespace ztemplates {
+
 struct TemplateKey {
     enum Type { text, number, boolean };
 
@@ -31,9 +33,8 @@ struct TemplateKey {
 
 class Template {
 public:
-    /// Reads the template at `path`, or from standard input.
-    /// throws  as readText(); Failure if it has no keys.
-    Template(std::string const& path, double wait);
+    /// Reads a template. Contents without such comments have no keys.
+    explicit Template(std::string_view text);
 
     std::vector<TemplateKey> const& keys() const { return keys_; }
     std::vector<std::string> const& stanzas() const { return stanzas_; }
@@ -48,10 +49,11 @@ public:
     std::string nearestKey(std::string_view stanza, std::string_view name) const;
 
 private:
-    void parse(std::string_view text);
     void addStanza(std::string_view name);
     void addKey(std::string_view line, size_t sign, std::vector<std::string>& help);
 
     std::vector<TemplateKey> keys_;
     std::vector<std::string> stanzas_;
 };
+
+}  // namespace ztemplates

@@ -1,23 +1,31 @@
 #include "template_check.h"
 
-#include <Z/lines/merge_side.h>
-
 #include <algorithm>
-#include <map>
 
-#include "failures.h"
-#include "key_lines.h"
+#include "../lines/merge_side.h"
+
+namespace ztemplates {
 
 namespace {
 
+using zproblems::Cause;
+using zproblems::Place;
+using zproblems::quote;
+
+std::string nameKey(std::string const& key, std::string const& stanza)
+{
+    return "key " + quote(key) + " in [" + stanza + "]";
+}
+
 class Checker {
 public:
-    Checker(Store const& store, Template const& schema)
-        : store_(store), schema_(schema), text_(keptText(store)), side_(text_->text, text_->dialect)
+    Checker(std::string_view text, zlines::Dialect const& dialect, Template const& schema,
+            HasHiddenValue const& hasHiddenValue)
+        : schema_(schema), side_(text, dialect), hasHiddenValue_(hasHiddenValue)
     {
     }
 
-    void check()
+    std::vector<Difference> check()
     {
         for (std::string const& name : side_.stanzas()) {
             zlines::SideStanza const& stanza = *side_.find(name);
@@ -26,30 +34,32 @@ public:
                 for (std::string_view const key : stanza.keys)
                     checkKey(shown, stanza.contents.find(key)->second, std::string(key));
             else
-                add(stanza.header, 0, shown, "",
+                add(zproblems::unknownStanza, stanza.header, 0, shown, "",
                     "unknown stanza [" + shown + "]; " +
                         remedyFor(schema_.nearestStanza(shown), "remove it"));
         }
         for (TemplateKey const& key : schema_.keys())
-            if (key.isRequired &&
-                store_.contents().contains(key.stanza.c_str(), key.name.c_str()) == 0)
+            if (key.isRequired && !has(key))
                 addMissing(key);
-    }
-
-    void print(std::function<void(ZStanzaProblem_6_0 const&)> const& report) const
-    {
-        for (auto const& [place, problem] : problems_)
-            report(ZStanzaProblem_6_0(place.first, place.second, ZStanzaProblem_6_0::error,
-                                      ZStanzaProblem_6_0::Cause(), problem.stanza.c_str(),
-                                      problem.key.c_str(), problem.text.c_str()));
+        std::stable_sort(differences_.begin(), differences_.end(),
+                         [](Difference const& a, Difference const& b) {
+                             return a.place.line != b.place.line ? a.place.line < b.place.line
+                                                                 : a.place.column < b.place.column;
+                         });
+        return std::move(differences_);
     }
 
 private:
-    struct Found {
-        std::string stanza;
-        std::string key;
-        std::string text;
-    };
+    static char const* sideName(std::string const& stanza)
+    {
+        return stanza.empty() ? zlines::kTopOfText : stanza.c_str();
+    }
+
+    bool has(TemplateKey const& key) const
+    {
+        return side_.find(sideName(key.stanza), key.name) != nullptr ||
+               (hasHiddenValue_ && hasHiddenValue_(key.stanza, key.name));
+    }
 
     static std::string remedyFor(std::string const& nearest, char const* otherwise)
     {
@@ -64,7 +74,7 @@ private:
                                    ? key.valueLines.front()
                                    : std::min(key.valueLines.front(), key.otherLines.front());
         if (schema == nullptr) {
-            add(first, side_.outline().lines()[first].indent, stanza, name,
+            add(zproblems::unknownKey, first, side_.outline().lines()[first].indent, stanza, name,
                 "unknown " + nameKey(name, stanza) + "; " +
                     remedyFor(schema_.nearestKey(stanza, name), "remove it"));
             return;
@@ -73,23 +83,23 @@ private:
             std::string const problem = schema->check(key.values[i]);
             zlines::Line const& line = side_.outline().lines()[key.valueLines[i]];
             if (!problem.empty())
-                add(key.valueLines[i], line.valueBegin - line.begin, stanza, name,
-                    nameKey(name, stanza) + ": " + problem);
+                add(zproblems::invalidValue, key.valueLines[i], line.valueBegin - line.begin,
+                    stanza, name, nameKey(name, stanza) + ": " + problem);
         }
     }
 
     void addMissing(TemplateKey const& key)
     {
-        zlines::SideStanza const* const stanza =
-            side_.find(key.stanza.empty() ? zlines::kTopOfText : key.stanza);
-        add(stanza == nullptr ? zlines::kNone : stanza->header, 0, key.stanza, key.name,
+        zlines::SideStanza const* const stanza = side_.find(sideName(key.stanza));
+        add(zproblems::missingRequired, stanza == nullptr ? zlines::kNone : stanza->header, 0,
+            key.stanza, key.name,
             nameKey(key.name, key.stanza) + " is required and missing; add it" +
                 (key.defaultValue.empty() ? "" : ", such as " + quote(key.defaultValue)));
     }
 
     // Adds a problem at a line, `offset` bytes after its start; kNone: at the start of the text.
-    void add(uint32_t line, uint32_t offset, std::string const& stanza, std::string const& key,
-             std::string const& text)
+    void add(Cause cause, uint32_t line, uint32_t offset, std::string const& stanza,
+             std::string const& key, std::string text)
     {
         std::string_view const all = side_.outline().text();
         size_t const begin = line == zlines::kNone ? 0 : side_.outline().lines()[line].begin;
@@ -100,24 +110,22 @@ private:
             static_cast<size_t>(std::count_if(before.begin(), before.end(), [](char c) {
                 return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
             }));
-        problems_.emplace(Place(number + 1, column + 1), Found{stanza, key, text});
+        differences_.push_back(
+            {Place{number + 1, column + 1}, cause, stanza, key, std::move(text)});
     }
 
-    using Place = std::pair<size_t, size_t>;  // line and column
-
-    Store const& store_;
     Template const& schema_;
-    zlines::SharedText const text_;
     zlines::MergeSide const side_;
-    std::multimap<Place, Found> problems_;
+    HasHiddenValue const& hasHiddenValue_;
+    std::vector<Difference> differences_;
 };
 
 }  // namespace
 
-void checkTemplate(Store const& store, Template const& schema,
-                   std::function<void(ZStanzaProblem_6_0 const&)> const& report)
+std::vector<Difference> checkTemplate(std::string_view text, zlines::Dialect const& dialect,
+                                      Template const& schema, HasHiddenValue const& hasHiddenValue)
 {
-    Checker checker(store, schema);
-    checker.check();
-    checker.print(report);
+    return Checker(text, dialect, schema, hasHiddenValue).check();
 }
+
+}  // namespace ztemplates

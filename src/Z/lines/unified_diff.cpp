@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+namespace zlines {
+
 namespace {
 
 constexpr size_t kContext = 3;
@@ -233,3 +235,5 @@ std::string formatUnifiedDiff(std::string_view oldText, std::string_view newText
     }
     return out;
 }
+
+}  // namespace zlines
