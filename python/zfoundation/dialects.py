@@ -71,7 +71,7 @@ def recognise(path: Path, text: str | None = None) -> Dialect | None:
     """
     raw = _library.path_bytes(path)
     contents = b"" if text is None else text.encode("utf-8", "surrogateescape")
-    if text is None and raw.endswith(b".service"):
+    if text is None and b".service" in raw:
         contents = _beginning(os.fsdecode(raw))
     name = ctypes.c_char_p()
     call(library.zstzPropRecognise_6_0, raw, contents, len(contents), ctypes.byref(name))

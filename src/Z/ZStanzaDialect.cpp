@@ -21,7 +21,7 @@ namespace {
 
 constexpr char kSource[] = "src/Z/ZStanzaDialect";
 
-enum RaiseSite { raiseInGet = 71, raiseInSet = 72, raiseInReadsAs = 73 };
+enum RaiseSite { raiseInGet = 71, raiseInSet = 72, raiseInReadsAs = 73, raiseInRecognised = 74 };
 
 }  // namespace
 
@@ -53,7 +53,9 @@ int ZStanzaDialect_6_0::recognised(char const* path, char const* text, size_t le
 {
     if (path == nullptr)
         return 0;
-    zdialects::Row const* const row = zdialects::recognise(path, {text, length});
+    zdialects::Row const* const row = zmemory::translateBadAlloc(kSource, raiseInRecognised, [&] {
+        return zdialects::recognise(path, {text, length});
+    });
     return row == nullptr ? 0 : named(row->name, out);
 }
 

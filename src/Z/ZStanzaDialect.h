@@ -104,16 +104,22 @@ public:
     static int named(char const* name, ZStanzaDialect_6_0& out);
 
     /// Stores the dialect of the file in `out` and returns 1 if only one format uses such a name;
-    /// returns 0 otherwise, with `out` unchanged. Opens no file.
+    /// returns 0 otherwise, with `out` unchanged. Opens no file. A relative path starts at the
+    /// working directory; symbolic links are not resolved. A copy has the dialect of the original:
+    /// names with an ending such as "~", ".bak", ".orig", ".dpkg-old", ".rpmnew" or ".example".
     /// range   `text` has the contents of the file, at least up to the first header. It matters
-    ///         for names ending with ".service" alone, and can be null if `length` is 0.
+    ///         for names ending with ".service" alone, and for their copies; it can be null if
+    ///         `length` is 0.
+    /// throws  ZOutOfMemoryException_6_0.
     static int recognised(char const* path, char const* text, size_t length,
                           ZStanzaDialect_6_0& out);
 
     /// Returns the name of a dialect that reads the contents of a file with a key, and without a
     /// line that it refuses or passes over; null if no dialect does. "stanza" is not tried. Several
-    /// may read them: strict formats are tried first. This is a suggestion for a user.
-    /// cost    O(length).
+    /// may read them. Contents that differ from a stanza file only by a byte order mark, a long
+    /// line or a repeated header are of "ini", or of "networkd" if stanzas of one name repeat a
+    /// key. For others, strict formats are tried first. This is a suggestion for a user, who may
+    /// prefer the dialect that the name of the file implies. cost    O(length).
     static char const* readsAs(char const* text, size_t length);
 
     /// Returns the name of a dialect, counted from 0, which is "stanza"; null past the last.

@@ -43,9 +43,9 @@ int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect)
     if (file == nullptr)
         return zpropOk;
     return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
-        // The same name is used by two formats.
+        // Two formats use the same name. A copy has a further ending.
         constexpr std::string_view kService = ".service";
-        bool const needsText = std::string_view(file).ends_with(kService);
+        bool const needsText = std::string_view(file).find(kService) != std::string_view::npos;
         std::string const text = needsText ? startOf(file) : std::string();
         ZStanzaDialect_6_0::recognised(file, text.data(), text.size(), dialect);
     });

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
+#include <regex>
 #include <string>
 #include <string_view>
 
@@ -32,14 +34,18 @@ inline constexpr DialectName kDialectNames[] = {
     {"*.slice", "systemd"},
     {"*.scope", "systemd"},
     {"*.link", "systemd"},
-    {"*/systemd/*.path", "systemd"},
+    {"*.path", "systemd"},
     {"*.service.d/*.conf", "systemd"},
     {"*.socket.d/*.conf", "systemd"},
     {"*.timer.d/*.conf", "systemd"},
     {"*.mount.d/*.conf", "systemd"},
+    {"*.automount.d/*.conf", "systemd"},
+    {"*.swap.d/*.conf", "systemd"},
+    {"*.path.d/*.conf", "systemd"},
     {"*.target.d/*.conf", "systemd"},
     {"*.slice.d/*.conf", "systemd"},
     {"*.scope.d/*.conf", "systemd"},
+    {"*.link.d/*.conf", "systemd"},
     {"*/systemd/*.conf.d/*.conf", "systemd"},
     {"*/systemd/system.conf", "systemd"},
     {"*/systemd/user.conf", "systemd"},
@@ -58,23 +64,43 @@ inline constexpr DialectName kDialectNames[] = {
     {"*.nspawn", "networkd"},
     {"*.network.d/*.conf", "networkd"},
     {"*.netdev.d/*.conf", "networkd"},
+    {"*/wireguard/*.conf", "networkd"},
     {"*.desktop", "desktop"},
     {"*.directory", "desktop"},
     {"*.gschema.override", "desktop"},
-    {"*/.gitconfig", "git"},
-    {"*/etc/gitconfig", "git"},
+    {"*.nmconnection", "desktop"},
+    {"*/mimeapps.list", "desktop"},
+    {"*/index.theme", "desktop"},
+    {"*.gitconfig", "git"},
+    {"*/.gitconfig.local", "git"},
+    {"*/gitconfig", "git"},
     {"*/git/config", "git"},
-    {"*/.git/config", "git"},
+    {"*.git/config", "git"},
+    {"*/.git/config.worktree", "git"},
+    {"*/.git/modules/*/config", "git"},
     {"*/.gitmodules", "git"},
     {"*/php.ini", "php"},
     {"*/php/*.ini", "php"},
+    {"*/php.ini-*", "php"},
+    {"*/php-fpm.conf", "php"},
+    {"*/php-fpm.d/*.conf", "php"},
+    {"*/fpm/pool.d/*.conf", "php"},
+    {"*/.user.ini", "php"},
     {"*/smb.conf", "samba"},
     {"*/my.cnf", "mysql"},
     {"*/.my.cnf", "mysql"},
+    {"*/mariadb.cnf", "mysql"},
+    {"*/my.cnf.d/*.cnf", "mysql"},
+    {"*/mariadb.conf.d/*.cnf", "mysql"},
+    {"*/mysql.conf.d/*.cnf", "mysql"},
     {"*/mysql/*.cnf", "mysql"},
     {"*/setup.cfg", "python"},
     {"*/tox.ini", "python"},
     {"*/mypy.ini", "python"},
+    {"*/pytest.ini", "python"},
+    {"*/.isort.cfg", "python"},
+    {"*/.bumpversion.cfg", "python"},
+    {"*/alembic.ini", "python"},
     {"*/.flake8", "python"},
     {"*/.coveragerc", "python"},
     {"*/.pylintrc", "python"},
@@ -90,9 +116,15 @@ inline constexpr DialectName kDialectNames[] = {
     {"*/kwinrc", "kconfig"},
     {"*/plasmarc", "kconfig"},
     {"*/.editorconfig", "editorconfig"},
+    {"*/desktop.ini", "windows"},
     {"*/sysctl.conf", "sysctl"},
     {"*/sysctl.d/*.conf", "sysctl"},
     {"*/os-release", "env"},
+    {"*/lsb-release", "env"},
+    {"*/initrd-release", "env"},
+    {"*/machine-info", "env"},
+    {"*/etc/locale.conf", "env"},
+    {"*/etc/vconsole.conf", "env"},
     {"*/etc/environment", "env"},
     {"*/environment.d/*.conf", "env"},
     {"*/etc/default/*", "env"},
@@ -113,16 +145,24 @@ inline std::string firstHeaderOf(std::string_view text)
     return "";
 }
 
-// The dialect of a file, or "stanza" if its name decides nothing. A name without a directory is one
-// in the working directory.
+// The dialect of a file, or "stanza" if its name decides nothing. A relative path starts at the
+// working directory. A copy has the dialect of the original.
 inline std::string dialectOf(std::string const& path, std::string_view text)
 {
-    std::string const full = path.find('/') == std::string::npos ? "./" + path : path;
-    for (DialectName const& name : kDialectNames)
-        if (fnmatch(name.pattern, full.c_str(), 0) == 0 &&
-            (*name.firstHeader == '\0' || firstHeaderOf(text) == name.firstHeader))
-            return name.dialect;
-    return "stanza";
+    if (path.empty() || path.back() == '/')
+        return "stanza";
+    std::string full = std::filesystem::absolute(path).lexically_normal();
+    static std::regex const copy(
+        "(.*?[^/])(~|\\.~[0-9]+~|\\.(bak|orig|old|save|rpm(new|save|orig)|pac(new|save)|disabled|"
+        "dist|sample|example|(dpkg|ucf)-[^./]*))");
+    for (std::smatch parts;; full = std::string(parts[1])) {
+        for (DialectName const& name : kDialectNames)
+            if (fnmatch(name.pattern, full.c_str(), 0) == 0 &&
+                (*name.firstHeader == '\0' || firstHeaderOf(text) == name.firstHeader))
+                return name.dialect;
+        if (!std::regex_match(full, parts, copy))
+            return "stanza";
+    }
 }
 
 }  // namespace dialect_model

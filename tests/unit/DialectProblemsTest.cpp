@@ -203,7 +203,14 @@ TEST(SuggestedDialect, ReadsTheContentsWithoutAProblem)
         {"\xff\xfe", nullptr},
         {"[remote \"origin\"]\n\turl = x\n", "git"},
         {"[a]\nk[de]=x\nk_y=1\n", "desktop"},
-        {"[a]\nk_x=1\n; c\n[a]\nk_x=\n", "systemd"},
+        {"[a]\nk_x=1\n; c\n[b]\nk_x=\n", "systemd"},
+        {"[a]\nk_x=1\n; c\n[a]\nj_x=\n", "systemd"},
+        {"[a]\nk_x=1\n; c\n[a]\nk_x=\n", "networkd"},
+        {"[Interface]\nA=1\n[Peer]\nB=1\n[Peer]\nB=2\n", "networkd"},
+        {"[core]\n\tbare = false ; c\n\tflag\n", "git"},
+        {"[a]\nk = 1\n[a]\nj = 1\n", "ini"},
+        {"\xef\xbb\xbf[a]\nk = 1\n", "ini"},
+        {"[mysqld]\nskip-name-resolve\n", "mysql"},
         {"[a]\nk = 1\n  2\n", "python"},
         {"export A='x'\n", "env"},
     };
@@ -211,6 +218,8 @@ TEST(SuggestedDialect, ReadsTheContentsWithoutAProblem)
         EXPECT_STREQ(c.dialect, ZStanzaDialect_6_0::readsAs(c.text, strlen(c.text))) << c.text;
     EXPECT_EQ(nullptr, ZStanzaDialect_6_0::readsAs(nullptr, 0));
     EXPECT_EQ(nullptr, ZStanzaDialect_6_0::readsAs("k=\0", 3));
+    std::string const longLine = "[a]\nk = " + std::string(9000, 'x') + "\n";
+    EXPECT_STREQ("ini", ZStanzaDialect_6_0::readsAs(longLine.data(), longLine.size()));
 }
 
 // Of the machine's files that stanza refuses and whose names decide, most get the right suggestion.

@@ -16,6 +16,7 @@
 #include "DialectNames.h"
 #include "DialectTable.h"
 #include "Raised.h"
+#include "TestDirectory.h"
 
 namespace fs = std::filesystem;
 
@@ -328,6 +329,68 @@ TEST(ZStanzaDialect, RecognisesANameThatOnlyOneFormatUses)
                                    "my_setup.cfg", ".gitmodules", "/etc/default/", "*",
                                    "a\n.service", "/systemd/.conf.d/.conf", "x/php/y/z.ini"})
         EXPECT_EQ(dialect_model::dialectOf(path, ""), recognised(path, "")) << path;
+}
+
+// The patterns that name directories match a relative path as they match the absolute path.
+TEST(ZStanzaDialect, RecognisesEachNameByEveryPathToIt)
+{
+    TestDirectory const directory;
+    fs::path const old = fs::current_path();
+    fs::path const root = fs::canonical(directory.at("."));
+    for (dialect_model::DialectName const& name : dialect_model::kDialectNames) {
+        std::string pattern = name.pattern;
+        for (std::size_t at; (at = pattern.find('*')) != std::string::npos;)
+            pattern.replace(at, 1, at == 0 && pattern.starts_with("*/") ? "." : "pump");
+        fs::path const file = (root / pattern).lexically_normal();
+        fs::create_directories(file.parent_path() / "x");
+        std::string const expected = recognised(file, name.firstHeader);
+        EXPECT_EQ(name.dialect, expected) << file;
+        for (fs::path const& from : {root, file.parent_path(), file.parent_path() / "x"}) {
+            fs::current_path(from);
+            std::string const relative = file.lexically_relative(from);
+            for (std::string const& path : {relative, "./" + relative, ".//x/../" + relative}) {
+                EXPECT_EQ(expected, recognised(path, name.firstHeader)) << from << " " << path;
+                EXPECT_EQ(expected, recognised(path + ".bak", name.firstHeader)) << path;
+            }
+        }
+        fs::current_path(old);
+    }
+    fs::current_path("/");
+    EXPECT_EQ("env", recognised("etc/default/grub", ""));
+    EXPECT_EQ("env", recognised("../../etc/default/grub", ""));
+    fs::current_path(old);
+}
+
+TEST(ZStanzaDialect, GivesACopyTheDialectOfTheOriginal)
+{
+    struct Case {
+        char const* path;
+        char const* dialect;
+    };
+    Case const cases[] = {
+        {"/a/php.ini.bak", "php"},
+        {"/a/php.ini~", "php"},
+        {"/a/php.ini.~12~", "php"},
+        {"/a/php.ini.dpkg-dist", "php"},
+        {"/a/php.ini.ucf-old", "php"},
+        {"/a/smb.conf.rpmnew", "samba"},
+        {"/a/x.service.orig", "systemd"},
+        {"/a/os-release.bak~", "env"},
+        {"/etc/sysctl.d/x.conf.example", "sysctl"},
+        {"/a/app.conf.bak", "stanza"},
+        {"/a/php.ini.~x~", "stanza"},
+        {"/a/php.ini.baker", "stanza"},
+        {"/a/dpkg-old", "stanza"},
+        {"/a/~", "stanza"},
+        {"/a/.bak", "stanza"},
+        {"/php.ini.d/.bak", "stanza"},
+        {"/a/.env", "stanza"},
+    };
+    for (Case const& c : cases) {
+        EXPECT_EQ(c.dialect, recognised(c.path, "")) << c.path;
+        EXPECT_EQ(c.dialect, dialect_model::dialectOf(c.path, "")) << c.path;
+    }
+    EXPECT_EQ("desktop", recognised("/a/x.service~", "[D-BUS Service]\n"));
 }
 
 TEST(ZStanzaDialect, RecognisesNothingWithoutAPathAndTakesBytesThatAreNoText)

@@ -1,6 +1,10 @@
 #include "recognition.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <string>
 
 namespace zdialects {
 
@@ -25,14 +29,18 @@ constexpr NameRule kNames[] = {
     {"*.slice", rowSystemd},
     {"*.scope", rowSystemd},
     {"*.link", rowSystemd},
-    {"*/systemd/*.path", rowSystemd},
+    {"*.path", rowSystemd},
     {"*.service.d/*.conf", rowSystemd},
     {"*.socket.d/*.conf", rowSystemd},
     {"*.timer.d/*.conf", rowSystemd},
     {"*.mount.d/*.conf", rowSystemd},
+    {"*.automount.d/*.conf", rowSystemd},
+    {"*.swap.d/*.conf", rowSystemd},
+    {"*.path.d/*.conf", rowSystemd},
     {"*.target.d/*.conf", rowSystemd},
     {"*.slice.d/*.conf", rowSystemd},
     {"*.scope.d/*.conf", rowSystemd},
+    {"*.link.d/*.conf", rowSystemd},
     {"*/systemd/*.conf.d/*.conf", rowSystemd},
     {"*/systemd/system.conf", rowSystemd},
     {"*/systemd/user.conf", rowSystemd},
@@ -51,23 +59,43 @@ constexpr NameRule kNames[] = {
     {"*.nspawn", rowNetworkd},
     {"*.network.d/*.conf", rowNetworkd},
     {"*.netdev.d/*.conf", rowNetworkd},
+    {"*/wireguard/*.conf", rowNetworkd},
     {"*.desktop", rowDesktop},
     {"*.directory", rowDesktop},
     {"*.gschema.override", rowDesktop},
-    {"*/.gitconfig", rowGit},
-    {"*/etc/gitconfig", rowGit},
+    {"*.nmconnection", rowDesktop},
+    {"*/mimeapps.list", rowDesktop},
+    {"*/index.theme", rowDesktop},
+    {"*.gitconfig", rowGit},
+    {"*/.gitconfig.local", rowGit},
+    {"*/gitconfig", rowGit},
     {"*/git/config", rowGit},
-    {"*/.git/config", rowGit},
+    {"*.git/config", rowGit},
+    {"*/.git/config.worktree", rowGit},
+    {"*/.git/modules/*/config", rowGit},
     {"*/.gitmodules", rowGit},
     {"*/php.ini", rowPhp},
     {"*/php/*.ini", rowPhp},
+    {"*/php.ini-*", rowPhp},
+    {"*/php-fpm.conf", rowPhp},
+    {"*/php-fpm.d/*.conf", rowPhp},
+    {"*/fpm/pool.d/*.conf", rowPhp},
+    {"*/.user.ini", rowPhp},
     {"*/smb.conf", rowSamba},
     {"*/my.cnf", rowMysql},
     {"*/.my.cnf", rowMysql},
+    {"*/mariadb.cnf", rowMysql},
+    {"*/my.cnf.d/*.cnf", rowMysql},
+    {"*/mariadb.conf.d/*.cnf", rowMysql},
+    {"*/mysql.conf.d/*.cnf", rowMysql},
     {"*/mysql/*.cnf", rowMysql},
     {"*/setup.cfg", rowPython},
     {"*/tox.ini", rowPython},
     {"*/mypy.ini", rowPython},
+    {"*/pytest.ini", rowPython},
+    {"*/.isort.cfg", rowPython},
+    {"*/.bumpversion.cfg", rowPython},
+    {"*/alembic.ini", rowPython},
     {"*/.flake8", rowPython},
     {"*/.coveragerc", rowPython},
     {"*/.pylintrc", rowPython},
@@ -83,9 +111,15 @@ constexpr NameRule kNames[] = {
     {"*/kwinrc", rowKconfig},
     {"*/plasmarc", rowKconfig},
     {"*/.editorconfig", rowEditorconfig},
+    {"*/desktop.ini", rowWindows},
     {"*/sysctl.conf", rowSysctl},
     {"*/sysctl.d/*.conf", rowSysctl},
     {"*/os-release", rowEnv},
+    {"*/lsb-release", rowEnv},
+    {"*/initrd-release", rowEnv},
+    {"*/machine-info", rowEnv},
+    {"*/etc/locale.conf", rowEnv},
+    {"*/etc/vconsole.conf", rowEnv},
     {"*/etc/environment", rowEnv},
     {"*/environment.d/*.conf", rowEnv},
     {"*/etc/default/*", rowEnv},
@@ -110,6 +144,56 @@ bool matches(std::string_view pattern, std::string_view path)
     return path == pattern;
 }
 
+// Returns the path from the root, without ".", ".." and repeated slashes; symbolic links are not
+// resolved. A relative path stays below "/" if the working directory has no path.
+std::string absolutePath(std::string_view path)
+{
+    std::string absolute;
+    char directory[PATH_MAX];
+    if (!path.starts_with('/') && getcwd(directory, sizeof directory) != nullptr &&
+        *directory == '/')
+        absolute = directory;
+    if (absolute == "/")
+        absolute.clear();
+    while (!path.empty()) {
+        std::string_view const part = path.substr(0, path.find('/'));
+        path.remove_prefix(std::min(part.size() + 1, path.size()));
+        if (part == "..")
+            absolute.erase(std::min(absolute.rfind('/'), absolute.size()));
+        else if (!part.empty() && part != ".")
+            absolute.append("/").append(part);
+    }
+    return absolute;
+}
+
+// Endings of copies that editors, package managers and users make.
+constexpr std::string_view kCopyEndings[] = {
+    "~",        ".bak",    ".orig",    ".old",      ".save", ".rpmnew", ".rpmsave",
+    ".rpmorig", ".pacnew", ".pacsave", ".disabled", ".dist", ".sample", ".example",
+};
+
+// Removes the last ending of a copy. Returns whether there is one.
+bool removeCopyEnding(std::string_view& path)
+{
+    size_t const nameBegin = path.rfind('/') + 1;
+    size_t const dot = path.rfind('.');
+    std::string_view const ending = dot == path.npos ? "" : path.substr(dot);
+    size_t size = ending.starts_with(".dpkg-") || ending.starts_with(".ucf-") ? ending.size() : 0;
+    for (std::string_view const copy : kCopyEndings)
+        if (path.ends_with(copy))
+            size = copy.size();
+    // Numbered backups of editors: NAME.~7~
+    bool const isNumbered = ending.size() > 3 && ending.starts_with(".~") &&
+                            ending.ends_with('~') &&
+                            ending.find_first_not_of("0123456789", 2) == ending.size() - 1;
+    if (isNumbered)
+        size = ending.size();
+    if (size == 0 || nameBegin + size >= path.size())
+        return false;
+    path.remove_suffix(size);
+    return true;
+}
+
 // Returns the first line that starts with a bracket, without spaces around it.
 std::string_view firstHeadOf(std::string_view text)
 {
@@ -127,15 +211,16 @@ std::string_view firstHeadOf(std::string_view text)
 
 Row const* recognise(std::string_view path, std::string_view text)
 {
-    bool const isPlainName = path.find('/') == path.npos;
-    for (NameRule const& rule : kNames) {
-        // A name without a directory is in the working directory.
-        bool const isNamed =
-            matches(rule.pattern, path) || (isPlainName && rule.pattern.starts_with("*/") &&
-                                            matches(rule.pattern.substr(2), path));
-        if (isNamed && (rule.firstHead.empty() || firstHeadOf(text) == rule.firstHead))
-            return &rowAt(rule.row);
-    }
+    if (path.empty() || path.ends_with('/'))
+        return nullptr;  // no file
+    std::string const absolute = absolutePath(path);
+    std::string_view original = absolute;
+    do {
+        for (NameRule const& rule : kNames)
+            if (matches(rule.pattern, original) &&
+                (rule.firstHead.empty() || firstHeadOf(text) == rule.firstHead))
+                return &rowAt(rule.row);
+    } while (removeCopyEnding(original));
     return nullptr;
 }
 
