@@ -400,7 +400,7 @@ TEST_F(ZJournaledFileConcurrency, OpeningAFileThatIsReplacedAtEachOpenFails)
     int opened = 0;
     CallPlan replacing;
     replacing.before = [&](SystemCall const& call) {
-        opened += call.name == "open";
+        opened += call.name == "open" && call.path == path_;
         if (call.name == "F_SETLK") {
             directory_.write("edited", "edited\n");
             EXPECT_EQ(0, rename(directory_.at("edited").c_str(), path_.c_str()));

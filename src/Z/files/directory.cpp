@@ -19,23 +19,36 @@ namespace {
 
 constexpr int kDirectoryFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
+// Calls again after a signal, and returns the descriptor or -1 with errno.
+template <class Open>
+int openRetrying(Open open)
+{
+    int fd;
+    do {
+        fd = open();
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
 int openWithoutLinks(char const* path)
 {
     open_how how = {};
     how.flags = static_cast<uint64_t>(kDirectoryFlags);
     how.resolve = RESOLVE_NO_SYMLINKS;
-    return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how));
+    return openRetrying(
+        [&] { return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how)); });
 }
 
 // For kernels and sandboxes without openat2().
 int walkWithoutLinks(std::string const& path)
 {
-    ScopedFd at(open("/", kDirectoryFlags));
+    ScopedFd at(openRetrying([] { return open("/", kDirectoryFlags); }));
     size_t begin = 1;
     while (at.isOpen() && begin < path.size()) {
         size_t const end = std::min(path.find('/', begin), path.size());
-        int const next =
-            openat(at.get(), path.substr(begin, end - begin).c_str(), kDirectoryFlags | O_NOFOLLOW);
+        std::string const part = path.substr(begin, end - begin);
+        int const next = openRetrying(
+            [&] { return openat(at.get(), part.c_str(), kDirectoryFlags | O_NOFOLLOW); });
         int const error = errno;
         at.reset(next);
         errno = error;
@@ -77,7 +90,8 @@ int Directory::openResolved(std::string const& path)
 int Directory::openFollowingLinks(std::string const& path)
 {
     std::string copy = path;
-    return adopt(open(path.c_str(), kDirectoryFlags), std::move(copy));
+    int const fd = openRetrying([&] { return open(path.c_str(), kDirectoryFlags); });
+    return adopt(fd, std::move(copy));
 }
 
 int Directory::adopt(int fd, std::string&& path)
@@ -144,12 +158,9 @@ int Directory::remove(std::string const& name) const
 
 int Directory::openFile(std::string const& name, int flags, mode_t mode) const
 {
-    int fd;
-    do {
-        fd = openat(descriptor(), name.c_str(),
-                    flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, mode);
-    } while (fd < 0 && errno == EINTR);
-    return moveAboveStdio(fd);
+    flags |= O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    return moveAboveStdio(
+        openRetrying([&] { return openat(descriptor(), name.c_str(), flags, mode); }));
 }
 
 int Directory::sync(int anyFile) const
