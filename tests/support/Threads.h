@@ -52,7 +52,9 @@ private:
     // Returns '\0' if the thread no longer exists.
     char state() const
     {
-        std::ifstream in("/proc/" + std::to_string(id_) + "/stat");
+        // The entry of the task: an emulator replaces the entry of its own process.
+        std::string const id = std::to_string(id_);
+        std::ifstream in("/proc/" + id + "/task/" + id + "/stat");
         std::string text;
         std::getline(in, text);
         size_t const name = text.rfind(") ");
