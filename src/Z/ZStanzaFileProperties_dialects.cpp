@@ -9,9 +9,9 @@
 #include "ZProperties_p.h"
 #include "ZStanzaDialect_p.h"
 #include "ZStanzaFileProperties.h"
+#include "dialects/counting.h"
 
 using namespace zproperties;
-using zdialects::RepeatedKey;
 
 namespace {
 
@@ -20,11 +20,6 @@ ZPCache_6_0* newCache(ZStanzaDialect_6_0 const& dialect)
     if (zdialects::switchesOf(dialect).isStanzaFormat())
         return new ZSCFData_6_0;
     return new ZDialectData_6_0(dialect);
-}
-
-bool isList(std::string_view key)
-{
-    return key.size() > 2 && key.ends_with("[]");
 }
 
 }  // namespace
@@ -69,24 +64,17 @@ void ZStanzaFileProperties_6_0::countingValues(char const* stanza, char const* k
         return;
     }
     zdialects::Switches const switches = zdialects::switchesOf(rep_->dialect->dialect());
-    bool const resets = switches.emptyValues == zdialects::EmptyValues::reset;
-    bool const countsAll = switches.repeatedKey == RepeatedKey::values ||
-                           (switches.repeatedKey == RepeatedKey::lastOrList && isList(key));
     auto values = rep_->dialect->values(stanza, key, ZPCache_6_0::plainValues);
     int const count = values.count();
-    int first = 0;  // the first value that counts
-    int end = count;
-    if (switches.repeatedKey == RepeatedKey::first)
-        end = count > 1 ? 1 : count;
-    else if (!countsAll && count > 0)
-        first = count - 1;
-    if (countsAll && resets) {
+    auto const [first, end] = zdialects::countingRange(switches, key, count, [&] {
         auto scanned = values;
+        int past = 0;
         Text value;
         for (int i = 0; scanned.next(value); ++i)
             if (value.length == 0)
-                first = i + 1;
-    }
+                past = i + 1;
+        return past;
+    });
     Rep::Strings fresh;
     if (first > 0 && first < count)
         values.skipTo(first);

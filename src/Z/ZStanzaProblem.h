@@ -61,7 +61,7 @@ public:
         // Differences from a template.
         unknownStanza = 29,    // error: a header whose stanza the template does not have
         unknownKey = 30,       // error: a key that the template does not have
-        invalidValue = 31,     // error: a value of another type, or one that is not allowed
+        invalidValue = 31,     // error: a value of another type, or outside the allowed ones
         missingRequired = 32,  // error: a required key that the file does not have
     };
 

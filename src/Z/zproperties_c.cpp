@@ -151,7 +151,7 @@ void processRecord(Store const& store, ZPROPValue const& record)
     switch (record.type) {
         case zpropBoolean:
             *static_cast<int*>(record.result) =
-                store.getBooleanValue(record.stanza, record.key, isRequired, 0);
+                store.booleanOf(record.stanza, record.key, isRequired);
             break;
         case zpropInteger:
             *static_cast<unsigned int*>(record.result) =
@@ -346,7 +346,7 @@ int zstzPropGetBooleanValue_6_0(ZPROP_handle* handle, char const* stanza, char c
     if (stanza == nullptr || key == nullptr || code == nullptr)
         return missingArgument();
     return readFile(handle, {{stanza, key}}, code, [&](Store const& store) {
-        return store.getBooleanValue(stanza, key, required(defaultFlag), 0);
+        return store.booleanOf(stanza, key, required(defaultFlag));
     });
 }
 

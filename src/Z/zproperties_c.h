@@ -235,7 +235,8 @@ void zstzPropFree_6_0(char* text);
 typedef struct ZPROPError {
     unsigned int size;           // sizeof(ZPROPError), set by the caller
     int code;                    // the return code; 0 if no call has failed in this thread
-    unsigned int messageNumber;  // of docs/failures.md; 0 if the failure has no message
+    unsigned int messageNumber;  // of docs/failures.md; 0 if the failure has no message: its text
+                                 // has the reason
     int errorNumber;             // an errno; 0 if no system call failed
     unsigned long line;          // of the file, counted from 1; 0 if no line is at fault
     unsigned long column;        // in characters, counted from 1; 0 if it is not known
@@ -274,8 +275,11 @@ int zstzPropSetTables_6_0(char const* directory);
 /// programs, such as "systemd" or "git". In all dialects but "stanza", stores change only the lines
 /// of changed values; several values may be empty, and a key may have a value twice; a null value
 /// of zstzPropSetStringValue_6_0 leaves the key without a value; the getters return the value that
-/// counts; there are no obfuscated values.
-/// range   `dialect` null: the dialect that the name of the file implies, "stanza" if several
+/// counts; there are no obfuscated values. If at most one line of a key counts, that function
+/// leaves the others. zstzPropRemoveValue_6_0 removes values that count only. A key without values
+/// is a true boolean where it stands for an option. Several stanzas may have one name: NAME]2 is
+/// the second; changes of NAME are refused, and other functions use the first. range   `dialect`
+/// null: the dialect that the name of the file implies, "stanza" if several
 ///         formats use such names. Switches may follow the name, as in "python,trailing=#;".
 ///         docs/file-formats.md has all names.
 /// owns    owned by the caller; released with zstzPropClose_6_0.
@@ -377,6 +381,16 @@ typedef int (*ZPROPProblemCallback)(ZPROPProblem const* problem, void* context);
 int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblemCallback callback,
                              void* context);
 
+/// Calls `callback` as zstzPropFindProblems_6_0 does, and also with the differences of the file
+/// from a template, all in file order: unknown stanzas and keys, values that the template does not
+/// allow, and required keys that are missing. Each is a zpropProblemError without a message number.
+/// A template is a file with comments such as "# port = 8080"; docs/file-formats.md describes it.
+/// range   `schema`: the path of the template.
+/// codes   as zstzPropFindProblems_6_0; 55 also if `schema` is null or empty; 51 also if the
+///         template cannot be read or has no such comment: the last error has its path then.
+int zstzPropCheckTemplate_6_0(char const* file, char const* dialect, char const* schema,
+                              ZPROPProblemCallback callback, void* context);
+
 // ---- Several values, stanzas, renaming ----------------------------------------------------------
 
 /// Creates an iterator over the stanzas in file order; zstzPropIter_next_6_0, getKey (the stanza),
@@ -401,8 +415,8 @@ int zstzPropSetStringValues_6_0(ZPROP_handle* handle, char const* stanza, char c
 /// Appends a value to the values of a key, unless the key already has it: in all dialects but
 /// "stanza", it may have the value twice. Creates the stanza and the key if they do not exist.
 /// codes   55 for a bad handle or a null argument; 52 if a string is invalid, if a name is empty,
-///         if the value of a stanza file is empty, or if the key has obfuscated values. Nothing is
-///         changed then.
+///         if the value of a stanza file is empty, if the key has obfuscated values, or if it
+///         exists and only one of its lines would count. Nothing is changed then.
 int zstzPropAddStringValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
                                char const* value);
 
@@ -502,6 +516,14 @@ char* zstzPropGetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char con
 int zstzPropSetRawValue_6_0(ZPROP_handle* handle, char const* stanza, char const* key, int index,
                             char const* spelling);
 
+/// Stores the values of a key that count: the index of the first in `*first`, and their number in
+/// `*count`. An index counts all values of the key: also earlier or later ones that have no effect
+/// in the dialect, and those above a reset.
+/// codes   55 for a bad handle or a null argument; 54 if the key is missing. Both numbers are
+///         unchanged then.
+int zstzPropGetCountingRange_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                 int* first, int* count);
+
 // ---- Observers ----------------------------------------------------------------------------------
 
 /// The kinds of changes. Later versions may add kinds.
@@ -573,6 +595,19 @@ int zstzPropRecognise_6_0(char const* file, char const* text, size_t length, cha
 int zstzPropMergeText_6_0(char const* base, size_t baseLength, char const* ours, size_t oursLength,
                           char const* theirs, size_t theirsLength, char const* dialect, char** text,
                           size_t* length, int* conflicts);
+
+/// Stores the difference of two strings as a unified diff, which patch(1) reads, in `*text`, and
+/// its length unless `length` is null. range   `before` and `after` null only with length 0. The
+/// names are for the header of the diff; "/dev/null" is
+///         the name of a file that does not exist. `*text` is null if they are equal, and
+///         after a failure.
+/// owns    `*text` is released with zstzPropFree_6_0.
+/// codes   55 if an argument is missing; 51 if memory is exhausted.
+/// cost    O(lines * different lines); beyond 2000 different lines in a part, the diff replaces the
+///         whole part.
+int zstzPropDiffText_6_0(char const* before, size_t beforeLength, char const* beforeName,
+                         char const* after, size_t afterLength, char const* afterName, char** text,
+                         size_t* length);
 
 // ---- All values ---------------------------------------------------------------------------------
 

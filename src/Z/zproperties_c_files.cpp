@@ -1,4 +1,4 @@
-// The plain functions for files and their text: dialects, stores without a file, options, problems.
+// The plain functions for files and their text: dialects, stores without a file, options.
 #include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
@@ -6,10 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "ZArrayList.h"
 #include "ZBuffer.h"
 #include "ZPropertiesImpl.h"
-#include "ZStanzaProblem.h"
 #include "zproperties_c.h"
 #include "zproperties_c_p.h"
 
@@ -29,26 +27,6 @@ std::string startOf(char const* file)
         close(fd);
     start.resize(got < 0 ? 0 : static_cast<size_t>(got));
     return start;
-}
-
-// Stores the dialect of a name or, if it is null, of the file's name. Returns the code: of an
-// unknown name, after recording the failure.
-int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect)
-{
-    if (name != nullptr)
-        return ZStanzaDialect_6_0::named(name, dialect) != 0
-                   ? int{zpropOk}
-                   : recordFailure(zpropUnsupported, "The dialect is unknown.",
-                                   {nullptr, nullptr, file});
-    if (file == nullptr)
-        return zpropOk;
-    return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
-        // Two formats use the same name. A copy has a further ending.
-        constexpr std::string_view kService = ".service";
-        bool const needsText = std::string_view(file).find(kService) != std::string_view::npos;
-        std::string const text = needsText ? startOf(file) : std::string();
-        ZStanzaDialect_6_0::recognised(file, text.data(), text.size(), dialect);
-    });
 }
 
 bool isSwitch(ZPROPOption option)
@@ -75,6 +53,28 @@ int64_t millisecondsOf(ZPROPOption option, int value)
 }
 
 }  // namespace
+
+namespace zhandles {
+
+int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect)
+{
+    if (name != nullptr)
+        return ZStanzaDialect_6_0::named(name, dialect) != 0
+                   ? int{zpropOk}
+                   : recordFailure(zpropUnsupported, "The dialect is unknown.",
+                                   {nullptr, nullptr, file});
+    if (file == nullptr)
+        return zpropOk;
+    return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
+        // Two formats use the same name. A copy has a further ending.
+        constexpr std::string_view kService = ".service";
+        bool const needsText = std::string_view(file).find(kService) != std::string_view::npos;
+        std::string const text = needsText ? startOf(file) : std::string();
+        ZStanzaDialect_6_0::recognised(file, text.data(), text.size(), dialect);
+    });
+}
+
+}  // namespace zhandles
 
 int zstzPropOpenAs_6_0(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,
                        char const* dialect)
@@ -206,27 +206,4 @@ char* zstzPropStoreText_6_0(ZPROP_handle* handle, size_t* length, int* code)
             return text;
         },
         readTextCode);
-}
-
-int zstzPropFindProblems_6_0(char const* file, char const* dialect, ZPROPProblemCallback callback,
-                             void* context)
-{
-    if (file == nullptr || *file == '\0' || callback == nullptr)
-        return missingArgument(file);
-    ZStanzaDialect_6_0 chosen;
-    if (int const code = findDialect(dialect, file, chosen); code != zpropOk)
-        return code;
-    return codeOf(openStoreCode, {{nullptr, nullptr, file}}, nullptr, [&] {
-        ZArrayList_6_0 problems(1, 1);
-        waitWhileBusy(threadOptions().waitMilliseconds,
-                      [&] { Store::findProblems(file, chosen, problems); });
-        for (unsigned i = 0; i < problems.size(); ++i) {
-            auto const& found = *static_cast<ZStanzaProblem_6_0 const*>(problems.get(i));
-            ZPROPProblem const problem = {sizeof problem,         found.kind(), found.cause(),
-                                          found.messageNumber(),  found.line(), found.column(),
-                                          found.text().getChars()};
-            if (callback(&problem, context) != 0)
-                return;
-        }
-    });
 }

@@ -1,5 +1,6 @@
-// The plain function that returns the contents of a store as JSON text.
-#include <stdint.h>
+// The plain functions for the values that count: their range, and the contents of a store as JSON
+// text.
+#include <limits.h>
 #include <string.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "ZStanzaDialect_p.h"
+#include "dialects/counting.h"
 #include "handles/returned_strings.h"
 #include "stanza/text_buffer.h"
 #include "zproperties_c.h"
@@ -140,35 +142,20 @@ public:
     {
     }
 
-    // The indexes of the first value that counts, and past the last one.
-    struct Range {
-        size_t first;
-        size_t end;
-    };
-
-    Range of(Contents const& contents, Id key, Contents::Kind kind) const
+    zdialects::ValueRange of(Contents const& contents, Id key, Contents::Kind kind) const
     {
-        using zdialects::RepeatedKey;
         if (switches_.isStanzaFormat())
-            return {0, SIZE_MAX};
-        size_t const count = contents.valueCount(key, kind);
-        if (switches_.repeatedKey == RepeatedKey::first)
-            return {0, 1};
-        bool const isList = switches_.repeatedKey == RepeatedKey::lastOrList &&
-                            contents.name(contents.key(key)).ends_with("[]");
-        if (switches_.repeatedKey != RepeatedKey::values && !isList)
-            return {count > 0 ? count - 1 : 0, count};
-        return {switches_.emptyValues == zdialects::EmptyValues::reset
-                    ? afterReset(contents, key, kind)
-                    : 0,
-                count};
+            return {0, INT_MAX};
+        return zdialects::countingRange(switches_, contents.name(contents.key(key)),
+                                        static_cast<int>(contents.valueCount(key, kind)),
+                                        [&] { return afterReset(contents, key, kind); });
     }
 
 private:
-    static size_t afterReset(Contents const& contents, Id key, Contents::Kind kind)
+    static int afterReset(Contents const& contents, Id key, Contents::Kind kind)
     {
-        size_t first = 0;
-        size_t index = 0;
+        int first = 0;
+        int index = 0;
         contents.forEachValue(key, kind, [&](std::string_view value) {
             ++index;
             if (value.empty())
@@ -184,10 +171,10 @@ void addValues(Contents const& contents, CountingValues const& counting, Id key,
 {
     char const* separator = "[";
     Contents::Kind const kind = contents.anyKind(key);
-    CountingValues::Range const range = counting.of(contents, key, kind);
-    size_t index = 0;
+    zdialects::ValueRange const range = counting.of(contents, key, kind);
+    int index = 0;
     contents.forEachValue(key, kind, [&](std::string_view value) {
-        size_t const at = index++;
+        int const at = index++;
         if (at < range.first || at >= range.end)
             return;
         out.add(std::string_view(separator));
@@ -298,5 +285,25 @@ char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* k
         if (length != nullptr)
             *length = textLength;
         return text;
+    });
+}
+
+int zstzPropGetCountingRange_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                 int* first, int* count)
+{
+    if (stanza == nullptr || key == nullptr || first == nullptr || count == nullptr)
+        return missingArgument();
+    return withStore(handle, {{stanza, key}}, readCode, [&](Store const& store) {
+        Contents const& contents = OpenCache::contentsOf(OpenStore::cacheOf(store));
+        Id const found = contents.liveKey(stanza, key);
+        if (found == 0)
+            ZPropertiesMissingPropertyException_6_0(store.fileName().getChars(), stanza, key)
+                .throwException(kSource, raiseInGetAll);
+        Contents::Kind const kind = contents.anyKind(found);
+        int const all = static_cast<int>(contents.valueCount(found, kind));
+        zdialects::ValueRange const range =
+            CountingValues(store.dialect()).of(contents, found, kind);
+        *first = std::min(range.first, all);
+        *count = std::min(range.end, all) - *first;
     });
 }

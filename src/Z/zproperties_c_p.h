@@ -9,10 +9,12 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "ZArrayList.h"
 #include "ZStanzaDialect.h"
 #include "ZStanzaFileProperties.h"
+#include "dialects/counting.h"
 #include "handles/handle_table.h"
 #include "handles/last_error.h"
 #include "handles/observer_slot.h"
@@ -39,6 +41,12 @@ struct Call : CallNames {
     ZStanzaDialect_6_0 const* loaded = nullptr;  // their dialect; null: it loads nothing
     char const* text = nullptr;
     size_t length = 0;
+};
+
+// A change that a plain function refuses by itself: its arguments are valid. The code is 52,
+// without a message number.
+struct Refusal {
+    char const* reason;
 };
 
 /// Returns the problem and the remedy of the line that a load has refused; empty if the exception
@@ -97,11 +105,20 @@ public:
     /// Queues changes. Does not throw.
     void record(Changes& changes) { queued_.splice(queued_.end(), changes); }
 
-    // The following are called under an Access. A call that would change nothing does nothing.
+    // The following are called under an Access. A call that would change nothing does nothing. They
+    // throw a Refusal if several stanzas have the name.
 
+    /// Sets the single value of a key. Ignored lines stay if at most one is valid.
     void setText(char const* stanza, char const* key, char const* value, Call::Kind kind);
+    /// Returns a value as a boolean; 1 for a key without values in a format in which it is an
+    /// option that is switched on.
+    int booleanOf(char const* stanza, char const* key, int isRequired) const;
+
     void setTexts(char const* stanza, char const* key, char const* const* values, int count);
+    /// Appends a value.
+    /// throws  Refusal if the key exists and only one of its lines is valid.
     void addText(char const* stanza, char const* key, char const* value);
+
     void removeText(char const* stanza, char const* key, char const* value);
     void removeKey(char const* stanza, char const* key);
     void removeStanza(char const* stanza);
@@ -131,6 +148,10 @@ public:
 
 private:
     unsigned long cacheAttributes() const;
+    void requireOneStanza(char const* stanza) const;
+    zdialects::ValueRange countingRange(char const* key,
+                                        std::vector<char const*> const& values) const;
+    std::vector<char const*> plainValues(char const* stanza, char const* key) const;
     std::string commentLines(char const* comment);
     char const* findReason(Call const& call) const;
     char const* findDialectReason(Call const& call) const;
@@ -138,6 +159,7 @@ private:
                  Call::Kind kind) const;
     void appendText(char const* stanza, char const* key, char const* value);
 
+    zdialects::Switches const switches_;
     bool const isStanzaFile_;  // the dialect is "stanza"
     std::atomic<char const*> knownName_{""};
     unsigned depth_ = 0;  // of Access; guarded by the store's lock
@@ -274,6 +296,10 @@ int codeOf(CodeOfFailure* codeOfFailure, Call call, Store const* store, Action a
     try {
         action();
         return zpropOk;
+    } catch (Refusal const& refusal) {
+        if (store != nullptr && call.file == nullptr)
+            call.file = store->knownName();
+        return recordFailure(zpropChangeFailed, refusal.reason, call);
     } catch (...) {
         if (zreporting::caughtCancellation())
             throw;
@@ -314,6 +340,10 @@ int changeFile(ZPROP_handle* handle, Call const& call, Action action)
 {
     return withStore(handle, call, changeCode, action);
 }
+
+/// Stores the dialect of a name or, if it is null, of the file's name, in `dialect`. Returns the
+/// code, after recording the failure.
+int findDialect(char const* name, char const* file, ZStanzaDialect_6_0& dialect);
 
 /// Opens `file`, or a store without a file if it is null, and stores its handle. Returns the code.
 int openFile(ZPROP_handle** handle, char const* file, ZPROPOpenMode mode,

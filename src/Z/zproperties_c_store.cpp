@@ -2,6 +2,7 @@
 // refusals.
 #include <string.h>
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -9,11 +10,17 @@
 #include "ZLCString.h"
 #include "ZPropertiesImpl.h"
 #include "ZStanzaDialect_p.h"
+#include "dialects/counting.h"
 #include "zproperties_c_p.h"
 
 namespace zhandles {
 
 namespace {
+
+constexpr char kSource[] = "src/Z/zproperties_c";
+
+// Stable ids in reports; log scanners match them. See docs/failures.md.
+enum RaiseSite { raiseInRemoveValue = 472 };
 
 using Cache = ZPCategoryBasedCache_6_0;
 
@@ -26,6 +33,9 @@ bool isEmpty(char const* text)
 {
     return text == nullptr || *text == '\0';
 }
+
+constexpr char kSeveralStanzas[] =
+    "Several stanzas have the name; add the number of one of them, as in NAME]2.";
 
 Cache const& valuesOf(ZPCache_6_0 const& cache)
 {
@@ -61,7 +71,8 @@ PlainStore::Access::~Access() noexcept(false)
 
 PlainStore::PlainStore(ZStanzaDialect_6_0 const& dialect)
     : ZStanzaFileProperties_6_0(1, dialect),
-      isStanzaFile_(zdialects::switchesOf(dialect).isStanzaFormat())
+      switches_(zdialects::switchesOf(dialect)),
+      isStanzaFile_(switches_.isStanzaFormat())
 {
 }
 
@@ -108,8 +119,49 @@ bool PlainStore::hasOnly(char const* stanza, char const* key, char const* const*
     return true;
 }
 
+void PlainStore::requireOneStanza(char const* stanza) const
+{
+    if (stanza != nullptr && isAmbiguous(stanza) != 0)
+        throw Refusal{kSeveralStanzas};
+}
+
+// The strings are borrowed until the next change.
+std::vector<char const*> PlainStore::plainValues(char const* stanza, char const* key) const
+{
+    std::vector<char const*> all;
+    if (isEmpty(stanza) || isEmpty(key))
+        return all;
+    Cache::Values values = valuesOf(cache()).values(stanza, key, ZPCache_6_0::plainValues);
+    for (Cache::Text text; values.next(text);)
+        all.push_back(text.chars);
+    return all;
+}
+
+zdialects::ValueRange PlainStore::countingRange(char const* key,
+                                                std::vector<char const*> const& values) const
+{
+    return zdialects::countingRange(switches_, key, static_cast<int>(values.size()), [&] {
+        auto const isReset = [](char const* value) { return *value == '\0'; };
+        auto const last = std::find_if(values.rbegin(), values.rend(), isReset);
+        return static_cast<int>(values.rend() - last);
+    });
+}
+
 void PlainStore::setText(char const* stanza, char const* key, char const* value, Call::Kind kind)
 {
+    requireOneStanza(stanza);
+    if (kind == Call::plain && value != nullptr && !isStanzaFile_ && !isEmpty(key)) {
+        std::vector<char const*> all = plainValues(stanza, key);
+        zdialects::ValueRange const range = countingRange(key, all);
+        if (all.size() > 1 && range.count() <= 1) {
+            if (range.count() == 1)
+                all[static_cast<size_t>(range.first)] = value;
+            else
+                all.push_back(value);
+            setTexts(stanza, key, all.data(), static_cast<int>(all.size()));
+            return;
+        }
+    }
     int const obfuscated = kind == Call::obfuscated ? 1 : 0;
     // An empty value leaves a key of a stanza file without values.
     bool const isNone = isStanzaFile_ ? isEmpty(value) : value == nullptr;
@@ -125,8 +177,19 @@ void PlainStore::setText(char const* stanza, char const* key, char const* value,
     record(set);
 }
 
+int PlainStore::booleanOf(char const* stanza, char const* key, int isRequired) const
+{
+    Hold const hold(*this);
+    bool const isOption = !isStanzaFile_ && switches_.keyAlone == zdialects::KeyAlone::option;
+    if (isOption && !isEmpty(stanza) && !isEmpty(key) && exists(stanza, key) != 0 &&
+        numValues(stanza, key) == 0)
+        return 1;
+    return getBooleanValue(stanza, key, isRequired, 0);
+}
+
 void PlainStore::setTexts(char const* stanza, char const* key, char const* const* values, int count)
 {
+    requireOneStanza(stanza);
     int const present = isStanzaFile_ && count == 1 && *values[0] == '\0' ? 0 : count;
     if (hasOnly(stanza, key, values, present, Call::plain))
         return;
@@ -137,6 +200,10 @@ void PlainStore::setTexts(char const* stanza, char const* key, char const* const
 
 void PlainStore::addText(char const* stanza, char const* key, char const* value)
 {
+    requireOneStanza(stanza);
+    if (!isEmpty(stanza) && !isEmpty(key) && zdialects::countsOnce(switches_, key) &&
+        exists(stanza, key) != 0)
+        throw Refusal{"The key exists, and only one of its lines would count; set its value."};
     Changes set = prepare(zpropSet, stanza, key);
     int const before = isEmpty(stanza) || isEmpty(key) ? 0 : numValues(stanza, key);
     if (isStanzaFile_)
@@ -150,26 +217,39 @@ void PlainStore::addText(char const* stanza, char const* key, char const* value)
 // Appends a value that the key may have already.
 void PlainStore::appendText(char const* stanza, char const* key, char const* value)
 {
-    std::vector<char const*> all;
-    if (!isEmpty(stanza) && !isEmpty(key)) {
-        Cache::Values values = valuesOf(cache()).values(stanza, key, ZPCache_6_0::plainValues);
-        for (Cache::Text text; values.next(text);)
-            all.push_back(text.chars);
-    }
+    std::vector<char const*> all = plainValues(stanza, key);
     all.push_back(value);
     setValues(stanza, key, all.data(), static_cast<unsigned>(all.size()));
 }
 
 void PlainStore::removeText(char const* stanza, char const* key, char const* value)
 {
+    requireOneStanza(stanza);
     Changes set = prepare(zpropSet, stanza, key);
     Changes removed = prepare(zpropRemoved, stanza, key);
-    removeValue(stanza, key, value);
+    std::vector<char const*> all;
+    if (!isStanzaFile_)
+        all = plainValues(stanza, key);
+    zdialects::ValueRange const range = countingRange(key, all);
+    // Earlier values may have no effect. The function removes the value that the getters return.
+    auto const first = all.begin() + range.first;
+    auto const found = std::find_if(first, all.begin() + range.end,
+                                    [&](char const* other) { return strcmp(value, other) == 0; });
+    if (isStanzaFile_ || all.size() == 1) {
+        removeValue(stanza, key, value);
+    } else if (found != all.begin() + range.end) {
+        all.erase(found);
+        setValues(stanza, key, all.data(), static_cast<unsigned>(all.size()));
+    } else {
+        ZPropertiesMissingPropertyException_6_0(knownName(), stanza, key)
+            .throwException(kSource, raiseInRemoveValue);
+    }
     record(exists(stanza, key) != 0 ? set : removed);
 }
 
 void PlainStore::removeKey(char const* stanza, char const* key)
 {
+    requireOneStanza(stanza);
     if (exists(stanza, key) == 0)
         return;
     Changes removed = prepare(zpropRemoved, stanza, key);
@@ -179,6 +259,7 @@ void PlainStore::removeKey(char const* stanza, char const* key)
 
 void PlainStore::removeStanza(char const* stanza)
 {
+    requireOneStanza(stanza);
     if (exists(stanza) == 0)
         return;
     Changes removed = prepare(zpropRemoved, stanza, nullptr);
@@ -197,6 +278,7 @@ void PlainStore::addNewStanza(char const* stanza)
 
 void PlainStore::rename(char const* stanza, char const* newStanza)
 {
+    requireOneStanza(stanza);
     Changes changes = prepare(zpropRemoved, stanza, nullptr);
     changes.splice(changes.end(), prepare(zpropAdded, newStanza, nullptr));
     renameStanza(stanza, newStanza);
@@ -206,6 +288,7 @@ void PlainStore::rename(char const* stanza, char const* newStanza)
 
 void PlainStore::rename(char const* stanza, char const* key, char const* newKey)
 {
+    requireOneStanza(stanza);
     Changes changes = prepare(zpropRemoved, stanza, key);
     changes.splice(changes.end(), prepare(zpropSet, stanza, newKey));
     renameKey(stanza, key, newKey);
@@ -231,6 +314,7 @@ std::string PlainStore::commentLines(char const* comment)
 
 void PlainStore::replaceComment(char const* stanza, char const* key, char const* comment)
 {
+    requireOneStanza(stanza);
     ZLCString_6_0 before;
     bool const hasComment = getComment(stanza, key, before) != 0;
     if (comment == nullptr ? !hasComment : hasComment && commentLines(comment) == before.getChars())
@@ -242,6 +326,7 @@ void PlainStore::replaceComment(char const* stanza, char const* key, char const*
 
 void PlainStore::respell(char const* stanza, char const* key, unsigned index, char const* spelling)
 {
+    requireOneStanza(stanza);
     Changes set = prepare(zpropSet, stanza, key);
     ZLCString_6_0 before;
     getSpelling(stanza, key, index, before);
@@ -253,6 +338,7 @@ void PlainStore::respell(char const* stanza, char const* key, unsigned index, ch
 
 void PlainStore::addComment(char const* stanza, char const* key, char const* comment)
 {
+    requireOneStanza(stanza);
     Changes changes;
     if (key != nullptr && !isEmpty(stanza) && !isEmpty(key) && exists(stanza, key) == 0)
         changes = prepare(zpropSet, stanza, key);
@@ -359,7 +445,7 @@ char const* PlainStore::findDialectReason(Call const& call) const
     if (call.stanza == nullptr && !call.hasComment)
         return *knownName() == '\0' ? "The store has no file; name a file." : nullptr;
     if (isAmbiguous())
-        return "Several stanzas have the name; add the number of one of them, as in NAME]2.";
+        return kSeveralStanzas;
     if (call.stanza != nullptr && exists(call.stanza) == 0 &&
         cache().validCategory(call.stanza) == 0)
         return "No header of the dialect can hold the name of the stanza.";

@@ -1,8 +1,13 @@
 #include "template_check.h"
 
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "../lines/merge_side.h"
+#include "../stanza/columns.h"
+#include "../stanza/reserved_entry.h"
+#include "../stanza/stanza_dialect.h"
 
 namespace ztemplates {
 
@@ -17,27 +22,88 @@ std::string nameKey(std::string const& key, std::string const& stanza)
     return "key " + quote(key) + " in [" + stanza + "]";
 }
 
+std::string remedyFor(std::string const& nearest, char const* otherwise)
+{
+    return nearest.empty() ? otherwise : "the nearest name is " + quote(nearest);
+}
+
+// The stanzas and keys of a template, by names as the dialect compares them. The part above the
+// first header has the empty name.
+class Index {
+public:
+    Index(Template const& schema, zlines::Dialect const& dialect) : dialect_(dialect)
+    {
+        for (std::string const& stanza : schema.stanzas())
+            stanzas_.insert(nameOf(stanza));
+        for (TemplateKey const& key : schema.keys())
+            keys_.emplace(nameOf(key), &key);
+    }
+
+    std::string nameOf(std::string const& stanza) const
+    {
+        std::string space;
+        return stanza.empty() ? stanza : std::string(dialect_.comparableStanza(stanza, space));
+    }
+
+    std::string nameOf(TemplateKey const& key) const
+    {
+        std::string space;
+        return join(nameOf(key.stanza), dialect_.comparableKey(key.name, space));
+    }
+
+    // Returns the name that a stanza of a file has in a template: without the number of a repeated
+    // header.
+    std::string nameInTemplate(std::string const& stanza) const
+    {
+        if (stanza == zlines::kTopOfText)
+            return "";
+        return stanza.substr(0, dialect_.joinsHeaders() ? stanza.npos : stanza.rfind(']'));
+    }
+
+    bool hasStanza(std::string const& name) const { return stanzas_.contains(name); }
+
+    TemplateKey const* find(std::string_view stanza, std::string_view key) const
+    {
+        auto const found = keys_.find(join(stanza, key));
+        return found == keys_.end() ? nullptr : found->second;
+    }
+
+    // No name has a newline.
+    static std::string join(std::string_view stanza, std::string_view key)
+    {
+        return std::string(stanza) + '\n' + std::string(key);
+    }
+
+private:
+    zlines::Dialect const& dialect_;
+    std::unordered_set<std::string> stanzas_;
+    std::unordered_map<std::string, TemplateKey const*> keys_;
+};
+
+// A stanza of the file.
+struct Part {
+    std::string name;   // in the template
+    std::string shown;  // in complaints
+};
+
 class Checker {
 public:
     Checker(std::string_view text, zlines::Dialect const& dialect, Template const& schema,
             HasHiddenValue const& hasHiddenValue)
-        : schema_(schema), side_(text, dialect), hasHiddenValue_(hasHiddenValue)
+        : isStanzaFile_(&dialect == &zstanza::stanzaDialect()),
+          isJoined_(dialect.joinsHeaders()),
+          schema_(schema),
+          index_(schema, dialect),
+          side_(text, dialect),
+          hasHiddenValue_(hasHiddenValue)
     {
     }
 
     std::vector<Difference> check()
     {
-        for (std::string const& name : side_.stanzas()) {
-            zlines::SideStanza const& stanza = *side_.find(name);
-            std::string const shown = name == zlines::kTopOfText ? "" : name;
-            if (schema_.hasStanza(shown))
-                for (std::string_view const key : stanza.keys)
-                    checkKey(shown, stanza.contents.find(key)->second, std::string(key));
-            else
-                add(zproblems::unknownStanza, stanza.header, 0, shown, "",
-                    "unknown stanza [" + shown + "]; " +
-                        remedyFor(schema_.nearestStanza(shown), "remove it"));
-        }
+        for (std::string const& name : side_.stanzas())
+            if (!isStanzaFile_ || name != zstanza::kReservedCategory)
+                checkStanza(name, *side_.find(name));
         for (TemplateKey const& key : schema_.keys())
             if (key.isRequired && !has(key))
                 addMissing(key);
@@ -50,54 +116,68 @@ public:
     }
 
 private:
-    static char const* sideName(std::string const& stanza)
+    void checkStanza(std::string const& name, zlines::SideStanza const& stanza)
     {
-        return stanza.empty() ? zlines::kTopOfText : stanza.c_str();
+        Part part{index_.nameInTemplate(name), name};
+        if (name == zlines::kTopOfText)
+            part.shown = "";
+        else if (isJoined_ && !stanza.spelled.empty())
+            part.shown = stanza.spelled;
+        headers_.emplace(part.name, stanza.header);
+        if (!part.name.empty() && !index_.hasStanza(part.name)) {
+            add(zproblems::unknownStanza, stanza.header, 0, part.shown, "",
+                "unknown stanza [" + part.shown + "]; " +
+                    remedyFor(schema_.nearestStanza(part.shown), "remove it"));
+            return;
+        }
+        for (std::string_view const key : stanza.keys)
+            checkKey(part, std::string(key), stanza.contents.find(key)->second);
+    }
+
+    void checkKey(Part const& part, std::string const& name, zlines::SideKey const& key)
+    {
+        keys_.insert(Index::join(part.name, name));
+        TemplateKey const* const schema = index_.find(part.name, name);
+        std::string const shown(key.spelled.empty() ? name : key.spelled);
+        if (schema == nullptr) {
+            uint32_t const first = key.valueLines.empty() ? key.otherLines.front()
+                                   : key.otherLines.empty()
+                                       ? key.valueLines.front()
+                                       : std::min(key.valueLines.front(), key.otherLines.front());
+            add(zproblems::unknownKey, first, side_.outline().lines()[first].indent, part.shown,
+                shown,
+                "unknown " + nameKey(shown, part.shown) + "; " +
+                    remedyFor(schema_.nearestKey(part.name, shown), "remove it"));
+            return;
+        }
+        for (size_t i = 0; i < key.values.size(); ++i) {
+            // An empty value of several is a reset.
+            std::string const problem = key.values[i].empty() && key.values.size() > 1
+                                            ? std::string()
+                                            : schema->check(key.values[i]);
+            zlines::Line const& line = side_.outline().lines()[key.valueLines[i]];
+            if (!problem.empty())
+                add(zproblems::invalidValue, key.valueLines[i], line.valueBegin - line.begin,
+                    part.shown, shown, nameKey(shown, part.shown) + ": " + problem);
+        }
     }
 
     bool has(TemplateKey const& key) const
     {
-        return side_.find(sideName(key.stanza), key.name) != nullptr ||
+        return keys_.contains(index_.nameOf(key)) ||
                (hasHiddenValue_ && hasHiddenValue_(key.stanza, key.name));
-    }
-
-    static std::string remedyFor(std::string const& nearest, char const* otherwise)
-    {
-        return nearest.empty() ? otherwise : "the nearest name is " + quote(nearest);
-    }
-
-    void checkKey(std::string const& stanza, zlines::SideKey const& key, std::string const& name)
-    {
-        TemplateKey const* const schema = schema_.find(stanza, name);
-        uint32_t const first = key.valueLines.empty() ? key.otherLines.front()
-                               : key.otherLines.empty()
-                                   ? key.valueLines.front()
-                                   : std::min(key.valueLines.front(), key.otherLines.front());
-        if (schema == nullptr) {
-            add(zproblems::unknownKey, first, side_.outline().lines()[first].indent, stanza, name,
-                "unknown " + nameKey(name, stanza) + "; " +
-                    remedyFor(schema_.nearestKey(stanza, name), "remove it"));
-            return;
-        }
-        for (size_t i = 0; i < key.values.size(); ++i) {
-            std::string const problem = schema->check(key.values[i]);
-            zlines::Line const& line = side_.outline().lines()[key.valueLines[i]];
-            if (!problem.empty())
-                add(zproblems::invalidValue, key.valueLines[i], line.valueBegin - line.begin,
-                    stanza, name, nameKey(name, stanza) + ": " + problem);
-        }
     }
 
     void addMissing(TemplateKey const& key)
     {
-        zlines::SideStanza const* const stanza = side_.find(sideName(key.stanza));
-        add(zproblems::missingRequired, stanza == nullptr ? zlines::kNone : stanza->header, 0,
-            key.stanza, key.name,
+        auto const header = headers_.find(index_.nameOf(key.stanza));
+        add(zproblems::missingRequired, header == headers_.end() ? zlines::kNone : header->second,
+            0, key.stanza, key.name,
             nameKey(key.name, key.stanza) + " is required and missing; add it" +
                 (key.defaultValue.empty() ? "" : ", such as " + quote(key.defaultValue)));
     }
 
-    // Adds a problem at a line, `offset` bytes after its start; kNone: at the start of the text.
+    // Adds a difference in a line, `offset` bytes after its start; kNone: at the start of the text.
     void add(Cause cause, uint32_t line, uint32_t offset, std::string const& stanza,
              std::string const& key, std::string text)
     {
@@ -106,17 +186,18 @@ private:
         auto const number = static_cast<size_t>(
             std::count(all.begin(), all.begin() + static_cast<ptrdiff_t>(begin), '\n'));
         std::string_view const before = all.substr(begin, line == zlines::kNone ? 0 : offset);
-        auto const column =
-            static_cast<size_t>(std::count_if(before.begin(), before.end(), [](char c) {
-                return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-            }));
-        differences_.push_back(
-            {Place{number + 1, column + 1}, cause, stanza, key, std::move(text)});
+        differences_.push_back({Place{number + 1, zstanza::countCharacters(before) + 1}, cause,
+                                stanza, key, std::move(text)});
     }
 
+    bool const isStanzaFile_;
+    bool const isJoined_;  // headers of one name continue a stanza
     Template const& schema_;
+    Index const index_;
     zlines::MergeSide const side_;
     HasHiddenValue const& hasHiddenValue_;
+    std::unordered_map<std::string, uint32_t> headers_;  // the first of each stanza
+    std::unordered_set<std::string> keys_;               // of the file
     std::vector<Difference> differences_;
 };
 

@@ -1,0 +1,40 @@
+// counting: the values of a key that count in a dialect.
+#pragma once
+
+#include <string_view>
+
+#include "switches.h"
+
+namespace zdialects {
+
+// Indexes of values.
+struct ValueRange {
+    int first;
+    int end;
+
+    int count() const { return end - first; }
+};
+
+/// Returns whether only one line of a key is valid.
+inline bool countsOnce(Switches const& switches, std::string_view key)
+{
+    bool const isList =
+        switches.repeatedKey == RepeatedKey::lastOrList && key.size() > 2 && key.ends_with("[]");
+    return !switches.isStanzaFormat() && switches.repeatedKey != RepeatedKey::values && !isList;
+}
+
+/// Returns the values that count of a key with `count` values.
+/// range   `afterReset` returns the index past the last empty value, or 0 without an empty value;
+/// it is
+///         called if empty values are resets.
+template <class AfterReset>
+ValueRange countingRange(Switches const& switches, std::string_view key, int count,
+                         AfterReset afterReset)
+{
+    if (countsOnce(switches, key) && count > 0)
+        return switches.repeatedKey == RepeatedKey::first ? ValueRange{0, 1}
+                                                          : ValueRange{count - 1, count};
+    return {switches.emptyValues == EmptyValues::reset ? afterReset() : 0, count};
+}
+
+}  // namespace zdialects
