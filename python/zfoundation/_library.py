@@ -34,6 +34,8 @@ __all__ = [
     "library",
     "path_bytes",
     "patiently",
+    "require_type",
+    "take_text",
 ]
 
 Result = TypeVar("Result")
@@ -55,6 +57,10 @@ UNSUPPORTED = 58
 _OUT_OF_MEMORY = 1
 _INVALID_PARAMETER = 22
 _INVALID_NUMBERS = (40, 41)  # also of a value that a line cannot hold
+_UNSUPPORTED_OPERATION = 48
+
+# The text of _INVALID_PARAMETER without a reason.
+_UNKNOWN_REASON = "A function or method was called with an invalid parameter."
 
 _CALL = re.compile(r"access function was (\S+) and")
 
@@ -116,6 +122,7 @@ _PROTOTYPES: dict[str, tuple[Any, ...]] = {
     "zstzPropStoreText_6_0": (c_void_p, _HANDLE, _LENGTH, _CODE),
     "zstzPropGetAll_6_0": (c_void_p, _HANDLE, _TEXT, _TEXT, _LENGTH, _CODE),
     "zstzPropFindProblems_6_0": (c_int, _TEXT, _TEXT, ProblemCallback, c_void_p),
+    "zstzPropCheckTemplate_6_0": (c_int, _TEXT, _TEXT, _TEXT, ProblemCallback, c_void_p),
     "zstzPropIter_initStanzas_6_0": (c_int, _HANDLE, POINTER(_HANDLE)),
     "zstzPropIter_next_6_0": (c_int, _HANDLE, _CODE),
     "zstzPropIter_getKey_6_0": (c_void_p, _HANDLE, _CODE),
@@ -123,6 +130,8 @@ _PROTOTYPES: dict[str, tuple[Any, ...]] = {
     "zstzPropExists_6_0": (c_int, _HANDLE, _TEXT, _TEXT, _CODE),
     "zstzPropNumStanzas_6_0": (c_int, _HANDLE, _CODE),
     "zstzPropNumKeys_6_0": (c_int, _HANDLE, _TEXT, _CODE),
+    "zstzPropNumValues_6_0": (c_int, _HANDLE, _TEXT, _TEXT, _CODE),
+    "zstzPropGetCountingRange_6_0": (c_int, _HANDLE, _TEXT, _TEXT, _CODE, _CODE),
     "zstzPropGetStringValue_6_0": (c_void_p, _HANDLE, _TEXT, _TEXT, c_int, _CODE),
     "zstzPropGetBooleanValue_6_0": (c_int, _HANDLE, _TEXT, _TEXT, c_int, _CODE),
     "zstzPropSetStringValue_6_0": (c_int, _HANDLE, _TEXT, _TEXT, _TEXT),
@@ -149,6 +158,9 @@ _PROTOTYPES: dict[str, tuple[Any, ...]] = {
     "zstzPropMergeText_6_0": (
         c_int, _TEXT, c_size_t, _TEXT, c_size_t, _TEXT, c_size_t, _TEXT, POINTER(c_void_p), _LENGTH, _CODE,
     ),
+    "zstzPropDiffText_6_0": (
+        c_int, _TEXT, c_size_t, _TEXT, _TEXT, c_size_t, _TEXT, POINTER(c_void_p), _LENGTH,
+    ),
     "zstzPropGetRawValue_6_0": (c_void_p, _HANDLE, _TEXT, _TEXT, c_int, _CODE),
     "zstzPropSetRawValue_6_0": (c_int, _HANDLE, _TEXT, _TEXT, c_int, _TEXT),
     "zstzLockAcquire_6_0": (c_int, POINTER(_HANDLE), _TEXT, _TEXT, c_int, c_int),
@@ -171,7 +183,7 @@ def _candidates() -> list[str]:
 
 
 def _load() -> ctypes.CDLL:
-    problems = []
+    problems: list[str] = []
     for candidate in _candidates():
         try:
             # The library finds the text services by their name once they are loaded.
@@ -250,13 +262,18 @@ def decoded(text: bytes | None) -> str:
     return "" if text is None else text.decode("utf-8", "surrogateescape")
 
 
+def require_type(argument: object, kind: type, name: str) -> None:
+    """Raises TypeError unless `argument`, which is called `name`, is of the type."""
+    if not isinstance(argument, kind):
+        raise TypeError(f"{name}: expected {kind.__name__}, not {type(argument).__name__}")
+
+
 def encoded(text: str) -> bytes:
     """Returns text for the library.
 
     Raises InvalidValue for a zero character, and for a surrogate that stands for no byte.
     """
-    if not isinstance(text, str):
-        raise TypeError(f"expected str, not {type(text).__name__}")
+    require_type(text, str, "argument")
     try:
         raw = text.encode("utf-8", "surrogateescape")
     except UnicodeEncodeError as failure:
@@ -277,8 +294,7 @@ def encoded_name(name: str) -> bytes:
 def path_bytes(path: str | os.PathLike[str]) -> bytes:
     """Returns the path, which starts at the root directory."""
     text = os.fspath(path)
-    if not isinstance(text, str):
-        raise TypeError(f"expected a path of type str, not {type(text).__name__}")
+    require_type(text, str, "path")
     if not text:
         raise ValueError("the path is empty")
     raw = os.fsencode(os.path.join(os.getcwd(), text))
@@ -351,10 +367,12 @@ def _problem(kind: type[errors.Error], record: ErrorRecord) -> str:
         key = decoded(record.key)
         return f"no key {key!r} in [{decoded(record.stanza)}]" if key else f"no stanza [{decoded(record.stanza)}]"
     if kind is errors.InvalidData and record.line:
-        data = text.partition("Data: ")[2]
-        return f"the line is not valid: {data}" if data else text
-    if record.message_number == _INVALID_PARAMETER:
-        return _subject(record) + "a file cannot hold this name or value; see docs/python.md"
+        data, _, explained = text.partition("Data: ")[2].strip().partition("\n")
+        return explained or (f"the line is not valid: {data}" if data else text)
+    if kind is errors.InvalidData and record.message_number == _UNSUPPORTED_OPERATION:
+        return "contents that name a companion file cannot be read from a string"
+    if record.message_number == _INVALID_PARAMETER and text.strip() == _UNKNOWN_REASON:
+        return _subject(record) + "a file cannot hold this name or value"
     if record.message_number in _INVALID_NUMBERS:
         return _subject(record) + "a file cannot hold the value as it is, or it has another type"
     return _subject(record) + text
@@ -444,6 +462,16 @@ def fetch_long_text(function: Callable[..., int | None], *arguments: Any) -> str
         return ""
     try:
         return str(_memory_view(address, length.value, _READ_ONLY), "utf-8", "surrogateescape")
+    finally:
+        library.zstzPropFree_6_0(address)
+
+
+def take_text(address: c_void_p, length: int) -> str:
+    """Returns a string that a function has stored, and releases it; "" for null."""
+    if address.value is None:
+        return ""
+    try:
+        return decoded(ctypes.string_at(address.value, length))
     finally:
         library.zstzPropFree_6_0(address)
 

@@ -130,7 +130,7 @@ class Store:
     def stanzas(self) -> list[str]:
         """Returns the names of the stanzas in file order."""
         iterator = c_void_p()
-        names = []
+        names: list[str] = []
         with self.lock:  # the iterator locks the library's store, and belongs to this thread
             call(library.zstzPropIter_initStanzas_6_0, self.handle(), ctypes.byref(iterator))
             try:
@@ -192,6 +192,26 @@ class Store:
         with self.lock:
             raw = encoded_name(stanza), encoded_name(key), encoded(name)
             call(library.zstzPropRenameKey_6_0, self.handle(), *raw)
+
+    def value_count(self, stanza: str, key: str) -> int:
+        """Returns the number of all values of a key, with the ignored ones."""
+        with self.lock:
+            raw = encoded_name(stanza), encoded_name(key)
+            return fetch_number(library.zstzPropNumValues_6_0, self.handle(), *raw)
+
+    def counting(self, stanza: str, key: str) -> range:
+        """Returns the indexes of the values that count."""
+        first, count = ctypes.c_int(), ctypes.c_int()
+        with self.lock:
+            raw = encoded_name(stanza), encoded_name(key)
+            call(
+                library.zstzPropGetCountingRange_6_0,
+                self.handle(),
+                *raw,
+                ctypes.byref(first),
+                ctypes.byref(count),
+            )
+        return range(first.value, first.value + count.value)
 
     # ---- Values
 

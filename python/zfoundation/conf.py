@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import builtins
-import difflib
+import ctypes
 import errno as errnos
 import gc
 import os
@@ -11,13 +11,26 @@ import threading
 from collections.abc import Callable, Iterator, Mapping, MutableMapping
 from contextlib import AbstractContextManager
 from types import TracebackType
-from typing import Any, TypeVar, Union, overload
+from typing import Any, TypeVar, Union, cast, overload
 
 from . import _library, errors
-from ._library import CHANGE_FAILED, MISSING, patiently
+from ._library import CHANGE_FAILED, call, library, patiently, require_type
 from ._store import Store
+from .dialects import recognise
 from .problems import first_error
-from .stanza import MISSING_ARGUMENT, Stanza, Values, _Missing, exchanged_comment, listed
+from .stanza import (
+    MISSING_ARGUMENT,
+    Missing,
+    Stanza,
+    Values,
+    copied_stanza,
+    exchanged_comment,
+    in_file,
+    listed,
+    missing_stanza,
+    require_plain,
+    without_number,
+)
 
 __all__ = ["Conf", "Name", "Path", "loads", "open", "read"]
 
@@ -37,13 +50,20 @@ class Conf(MutableMapping[str, Stanza]):
     Processes: after fork() parent and child have objects of their own.
     """
 
-    def __init__(self, store: Store, path: str = "", wait: float = 5.0) -> None:
+    def __init__(
+        self,
+        store: Store,
+        path: str = "",
+        wait: float = 5.0,
+        is_created: bool = False,
+        loaded: bytes = b"",
+    ) -> None:
         """For the functions of this module: open() and loads()."""
         self._store = store
         self._wait = wait
-        self._is_created = False  # the file does not exist yet
+        self._is_created = is_created  # the file does not exist yet
         self._is_unsaved = False  # changes were saved to another file only
-        self._loaded = b""  # the text of a store without a file
+        self._loaded = loaded  # the text of a store without a file
         store.path = path
 
     # ---- The file
@@ -62,6 +82,8 @@ class Conf(MutableMapping[str, Stanza]):
     def modified(self) -> bool:
         """Whether there are changes that save() has not written."""
         with self._store.lock:
+            if self._is_created and not self._store.text():
+                return False  # the empty text of a new file is no change
             return self._store.is_modified() or self._is_unsaved
 
     @property
@@ -81,8 +103,9 @@ class Conf(MutableMapping[str, Stanza]):
     def diff(self) -> str:
         """Returns the changes that save() would make, as a unified diff.
 
-        The first text is the file, or the text that loads() was given. `patch -p0` takes the diff.
-        Raises FileError if the file cannot be read.
+        The first text is the file, or the text that loads() was given. `patch -p0` takes the diff: in
+        the working directory, or with `-d /` if the file is not below it. Changes of obfuscated values
+        are not in it. Raises FileError if the file cannot be read.
         """
         with self._store.lock:
             before = self._loaded
@@ -91,7 +114,8 @@ class Conf(MutableMapping[str, Stanza]):
             after = self._store.text()
         if before == after:
             return ""
-        return unified_diff(before, after, self.path or "text")
+        name = name_for_patch(self.path) if self.path else "text"
+        return unified_diff(before, after, "/dev/null" if self._is_created else name, name)
 
     def save(self, path: Path | None = None) -> None:
         """Writes the file, or another file at `path`. Waits while another process uses it.
@@ -126,13 +150,26 @@ class Conf(MutableMapping[str, Stanza]):
     def reload(self) -> None:
         """Reads the file again; unsaved changes are lost.
 
-        Raises Refused without a file; FileError; Busy; InvalidData. Nothing is changed then.
+        Raises Refused without a file, or if another program has created the file; MissingFile and
+        other FileErrors; Busy; InvalidData. Nothing is changed then.
         """
         with self._store.lock:
             if not self.path:
                 raise errors.Refused("the store has no file", code=CHANGE_FAILED)
+            if self._is_created:
+                if os.path.lexists(self.path):
+                    raise errors.Refused(
+                        f"{self.path}: another program has created the file; open it again",
+                        code=CHANGE_FAILED,
+                        file=self.path,
+                    )
+                raise errors.MissingFile(
+                    f"{self.path}: {os.strerror(errnos.ENOENT)}",
+                    file=self.path,
+                    errno=errnos.ENOENT,
+                )
             _explained(self.path, self._store.dialect(), lambda: patiently(self._wait, self._store.reload))
-            self._is_created = self._is_unsaved = False
+            self._is_unsaved = False
 
     def close(self) -> None:
         """Ends the use of the object; unsaved changes are lost. May be called again."""
@@ -162,12 +199,10 @@ class Conf(MutableMapping[str, Stanza]):
         "." is the part above the first header, in dialects that have it. Raises NotFound.
         """
         with self._store.lock:
-            found = self._resolved(name)
-            if not self._has(found):
-                raise self._missing(found)
-            return Stanza(self._store, found)
+            return Stanza(self._store, self._existing(name))
 
-    def __setitem__(self, name: str, contents: Mapping[str, Values]) -> None:
+    # The mapping has the type Stanza for its values, but takes every mapping.
+    def __setitem__(self, name: Name, contents: Mapping[str, Values]) -> None:
         """Gives a stanza exactly these keys and values; adds the stanza if it is missing.
 
         Keys that stay keep their lines. Raises Refused if a key is obfuscated, InvalidValue if a
@@ -175,10 +210,11 @@ class Conf(MutableMapping[str, Stanza]):
         """
         with self._store.lock:
             wanted = listed(contents)
-            self._require_storable(name, wanted)
-            if not self._has(name):
-                self._store.add_stanza(name)
-            stanza = Stanza(self._store, name)
+            found = self._resolved(name)
+            self._require_storable(found, wanted)
+            if not self._has(found):
+                self._store.add_stanza(found)
+            stanza = Stanza(self._store, found)
             for key in stanza:
                 if key not in wanted:
                     del stanza[key]
@@ -188,10 +224,7 @@ class Conf(MutableMapping[str, Stanza]):
     def __delitem__(self, name: Name) -> None:
         """Removes a stanza with its keys. Raises NotFound."""
         with self._store.lock:
-            found = self._resolved(name)
-            if not self._has(found):
-                raise self._missing(found)
-            self._store.remove_stanza(found)
+            self._store.remove_stanza(self._existing(name))
 
     def __iter__(self) -> Iterator[str]:
         return iter(list(self._store.stanzas()))
@@ -200,10 +233,12 @@ class Conf(MutableMapping[str, Stanza]):
         return self._store.stanza_count()
 
     def __contains__(self, name: object) -> bool:
-        if isinstance(name, str) or _is_numbered(name):
-            with self._store.lock:
-                return self._has(self._resolved(name))  # type: ignore[arg-type]
-        return False
+        try:
+            wanted = _checked_name(name)
+        except TypeError:
+            return False
+        with self._store.lock:
+            return self._has(self._resolved(wanted))
 
     def __repr__(self) -> str:
         state = "closed" if self.closed else f"{len(self)} stanzas"
@@ -212,33 +247,35 @@ class Conf(MutableMapping[str, Stanza]):
     def __reduce__(self) -> tuple[Any, ...]:
         raise TypeError("a Conf cannot be copied or pickled; copy its text()")
 
-    def add(self, name: str) -> Stanza:
+    def add(self, name: Name) -> Stanza:
         """Adds an empty stanza at the end, unless there is one of that name. Returns it.
 
         Raises InvalidValue.
         """
         with self._store.lock:
-            if not self._has(name):
-                self._store.add_stanza(name)
-            return Stanza(self._store, name)
+            found = self._resolved(name)
+            if not self._has(found):
+                self._store.add_stanza(found)
+            return Stanza(self._store, found)
 
-    def setdefault(self, name: str, default: Any = None) -> Stanza:
+    def setdefault(self, name: Name, default: Any = None) -> Stanza:
         """Returns a stanza; a missing one is added with the contents of `default`, a mapping."""
         with self._store.lock:
-            if not self._has(name):
+            if name not in self:
                 self[name] = {} if default is None else default
             return self[name]
 
-    def pop(self, name: str, default: Any = MISSING_ARGUMENT) -> Any:
+    def pop(self, name: Name, default: Any = MISSING_ARGUMENT) -> Any:
         """Removes a stanza and returns a copy of it, which belongs to no file.
 
         A missing one gives `default`, if it is passed. Raises NotFound.
         """
         with self._store.lock:
-            if name not in self and not isinstance(default, _Missing):
+            if name not in self and not isinstance(default, Missing):
                 return default
-            copied = copied_stanza(self[name])
-            del self[name]
+            found = self._existing(name)
+            copied = copied_stanza(self._store, found)
+            self._store.remove_stanza(found)
             return copied
 
     def popitem(self) -> tuple[str, Stanza]:
@@ -252,51 +289,54 @@ class Conf(MutableMapping[str, Stanza]):
     def clear(self) -> None:
         """Removes all stanzas."""
         with self._store.lock:
-            for name in self:
-                del self[name]
+            # From the end: the removal of [Peer] changes the number of the second one.
+            for name in reversed(list(self)):
+                self._store.remove_stanza(name)
 
     # ---- Names and comments
 
-    def rename(self, name: str, new_name: str) -> None:
+    def rename(self, name: Name, new_name: str) -> None:
         """Renames a stanza in its place.
 
         Raises NotFound; Refused if there is a stanza of the new name; InvalidValue.
         """
+        require_type(new_name, str, "new_name")
         with self._store.lock:
-            if not self._has(name):
-                raise self._missing(name)
-            if new_name == name:
+            found = self._existing(name)
+            if new_name == found:
                 return
             if self._has(new_name):
                 raise errors.Refused(
-                    f"stanza [{new_name}] exists", code=CHANGE_FAILED, stanza=new_name
+                    in_file(self._store, f"stanza [{new_name}] exists"),
+                    code=CHANGE_FAILED,
+                    file=self.path,
+                    stanza=new_name,
                 )
-            self._store.rename_stanza(name, new_name)
+            self._store.rename_stanza(found, new_name)
 
     @overload
-    def comment(self, name: str | None) -> str | None: ...
+    def comment(self, name: Name | None) -> str | None: ...
 
     @overload
-    def comment(self, name: str | None, text: str | None) -> None: ...
+    def comment(self, name: Name | None, text: str | None) -> None: ...
 
-    def comment(self, name: str | None, text: str | None | _Missing = MISSING_ARGUMENT) -> str | None:
+    def comment(self, name: Name | None, text: str | None | Missing = MISSING_ARGUMENT) -> str | None:
         """Returns the comment above a stanza, or of the file if `name` is None, without its marks.
 
-        None if there is none. With `text`: replaces it; None removes it. Raises NotFound.
+        None if there is none. With `text`, which has no marks either: replaces it; None removes it.
+        Raises NotFound.
         """
         with self._store.lock:
-            if name is not None and not self._has(name):
-                raise self._missing(name)
-            return exchanged_comment(self._store, name, None, text)
+            found = None if name is None else self._existing(name)
+            return exchanged_comment(self._store, found, None, text)
 
     # ---- Helpers
 
     def _resolved(self, name: Name) -> str:
-        if isinstance(name, str):
-            return name
-        if not _is_numbered(name):
-            raise TypeError(f"expected a name or (name, number), not {name!r}")
-        base, number = name
+        wanted = _checked_name(name)
+        if isinstance(wanted, str):
+            return wanted
+        base, number = wanted
         numbered = f"{base}]{number}"
         # The first of several stanzas of one name may be called by the name alone.
         return base if number == 1 and not self._has(numbered) else numbered
@@ -307,35 +347,38 @@ class Conf(MutableMapping[str, Stanza]):
         except errors.InvalidValue:
             return False
 
-    def _missing(self, name: str) -> errors.NotFound:
-        where = f"{self.path}: " if self.path else ""
-        return errors.NotFound(
-            f"{where}no stanza [{name}]", code=MISSING, file=self.path, stanza=name
-        )
+    def _existing(self, name: Name) -> str:
+        found = self._resolved(name)
+        if not self._has(found):
+            raise missing_stanza(self._store, found)
+        return found
 
     def _require_storable(self, name: str, contents: Mapping[str, list[str]]) -> None:
         """Tries the contents in a store of its own, so that a refused change changes nothing."""
-        stanza = Stanza(self._store, name)
+        header = name
         if self._has(name):
+            header = without_number(name)
             for key in contents:
-                stanza._require_plain(key)
+                require_plain(self._store, name, key)
         trial = Store.new(self._store.dialect())
         try:
-            trial.add_stanza(name)
+            trial.add_stanza(header)
             for key, values in contents.items():
-                Stanza(trial, name).set(key, values)
+                Stanza(trial, header).set(key, values)
         finally:
             trial.close()
 
 
-def _is_numbered(name: object) -> bool:
-    return (
-        isinstance(name, tuple)
-        and len(name) == 2
-        and isinstance(name[0], str)
-        and isinstance(name[1], int)
-        and name[1] > 0
-    )
+def _checked_name(name: object) -> Name:
+    """Returns the name of a stanza, or a pair of it and a number from 1. Raises TypeError."""
+    if isinstance(name, str):
+        return name
+    pair = cast("tuple[object, ...]", name) if isinstance(name, tuple) else ()
+    if len(pair) == 2:
+        base, number = pair
+        if isinstance(base, str) and isinstance(number, int) and number > 0:
+            return base, number
+    raise TypeError(f"expected a name or (name, number), not {name!r}")
 
 
 def _bytes_of(path: str) -> bytes:
@@ -350,31 +393,23 @@ def _bytes_of(path: str) -> bytes:
         ) from None
 
 
-def _lines(text: bytes) -> list[str]:
-    lines = _library.decoded(text).split("\n")
-    ended = [line + "\n" for line in lines[:-1]]
-    return ended + ([lines[-1]] if lines[-1] else [])
-
-
-def unified_diff(before: bytes, after: bytes, name: str) -> str:
+def unified_diff(before: bytes, after: bytes, before_name: str, after_name: str) -> str:
     """Returns a unified diff; only newlines separate lines."""
-    result = []
-    for line in difflib.unified_diff(_lines(before), _lines(after), name, name):
-        result.append(line if line.endswith("\n") else line + "\n\\ No newline at end of file\n")
-    return "".join(result)
+    address, length = ctypes.c_void_p(), ctypes.c_size_t()
+    call(
+        library.zstzPropDiffText_6_0,
+        *(before, len(before), os.fsencode(before_name)),
+        *(after, len(after), os.fsencode(after_name)),
+        ctypes.byref(address),
+        ctypes.byref(length),
+    )
+    return _library.take_text(address, length.value)
 
 
-def copied_stanza(stanza: Stanza) -> Stanza:
-    """Returns a copy of a stanza in a store without a file."""
-    store = Store.new(stanza._store.dialect())
-    store.add_stanza(stanza.name)
-    copied = Stanza(store, stanza.name)
-    for key, values in listed(stanza).items():
-        if stanza.is_obfuscated(key):
-            copied.obfuscate(key, values[-1])
-        else:
-            copied.set(key, values)
-    return copied
+def name_for_patch(path: str) -> str:
+    """Returns a path as `patch` takes it: it refuses paths that start at the root directory."""
+    directory = os.path.join(os.getcwd(), "")
+    return path[len(directory) :] if path.startswith(directory) else path.lstrip("/")
 
 
 def _explained(path: str, dialect: str | None, action: Callable[[], Result]) -> Result:
@@ -394,6 +429,18 @@ def _explained(path: str, dialect: str | None, action: Callable[[], Result]) -> 
         ) from None
 
 
+def _loaded_store(text: bytes, dialect: str | None) -> Store:
+    """Returns a store without a file that keeps the lines of `text`."""
+    store = Store.new(dialect)
+    try:
+        store.keep_lines()
+        store.load_text(text)
+    except BaseException:
+        store.close()
+        raise
+    return store
+
+
 def open(path: Path, dialect: str | None = None, create: bool = False, wait: float = 5.0) -> Conf:
     """Opens a file.
 
@@ -410,27 +457,16 @@ def open(path: Path, dialect: str | None = None, create: bool = False, wait: flo
     except errors.MissingFile:
         if not create or os.path.lexists(text):
             raise
-        store = Store.new(dialect)
-        store.keep_lines()
-        conf = Conf(store, text, wait)
-        conf._is_created = True
-        return conf
+        return Conf(_loaded_store(b"", dialect or recognise(text)), text, wait, is_created=True)
     return Conf(store, text, wait)
 
 
 def loads(text: str | bytes, dialect: str | None = None) -> Conf:
     """Reads the contents of a file from memory; the result has no file. Raises InvalidData."""
-    raw = text if isinstance(text, bytes) else text.encode("utf-8", "surrogateescape")
-    store = Store.new(dialect)
-    try:
-        store.keep_lines()
-        store.load_text(raw)
-    except BaseException:
-        store.close()
-        raise
-    conf = Conf(store)
-    conf._loaded = raw
-    return conf
+    if not isinstance(text, bytes):
+        require_type(text, str, "text")
+        text = text.encode("utf-8", "surrogateescape")
+    return Conf(_loaded_store(text, dialect), loaded=text)
 
 
 class _PausedCollector:

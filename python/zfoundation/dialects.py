@@ -10,7 +10,7 @@ from collections.abc import Iterable
 from typing import TYPE_CHECKING, Union
 
 from . import _library
-from ._library import call, decoded, encoded, library
+from ._library import call, decoded, encoded, library, require_type
 
 if TYPE_CHECKING:
     from .conf import Path
@@ -70,6 +70,8 @@ def recognise(path: Path, text: str | None = None) -> Dialect | None:
     Only a name that ends with ".service" needs the contents: `text`, or the file, if it can be read.
     """
     raw = _library.path_bytes(path)
+    if text is not None:
+        require_type(text, str, "text")
     contents = b"" if text is None else text.encode("utf-8", "surrogateescape")
     if text is None and b".service" in raw:
         contents = _beginning(os.fsdecode(raw))

@@ -100,10 +100,10 @@ class Unsupported(Error, ValueError):
     """The library does not know the dialect."""
 
 
-class FileError(Error, OSError):
+class FileError(Error, OSError):  # pyright: ignore[reportIncompatibleVariableOverride]
     """A file or a lock file cannot be opened, read or written.
 
-    `filename` and `strerror` are as for any OSError.
+    `errno` is never None, unlike that of other OSErrors. `filename` and `strerror` are as for any OSError.
     """
 
     def __init__(self, message: str, **fields: Any) -> None:
@@ -112,13 +112,13 @@ class FileError(Error, OSError):
         self.strerror = message
 
 
-class MissingFile(FileError, FileNotFoundError):
+class MissingFile(FileError, FileNotFoundError):  # pyright: ignore[reportIncompatibleVariableOverride]
     """The file does not exist."""
 
 
-class ForbiddenFile(FileError, PermissionError):
+class ForbiddenFile(FileError, PermissionError):  # pyright: ignore[reportIncompatibleVariableOverride]
     """The file's permissions do not allow it."""
 
 
-class Busy(FileError, BlockingIOError):
+class Busy(FileError, BlockingIOError):  # pyright: ignore[reportIncompatibleVariableOverride]
     """Another process or thread uses the file, or holds the lock, until the end of the wait."""

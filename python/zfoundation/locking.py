@@ -8,11 +8,11 @@ import os
 import stat
 import time
 import weakref
-from types import TracebackType
 from typing import TYPE_CHECKING
 
 from . import _library, errors
-from ._library import call, encoded, fetch_number, library
+from ._library import call, encoded, fetch_number, library, require_type
+from ._scope import Scoped
 
 if TYPE_CHECKING:
     from .conf import Path
@@ -23,7 +23,7 @@ __all__ = ["Lock", "lock"]
 _SLICE = 0.25
 
 
-class Lock:
+class Lock(Scoped):
     """A held lock, released at the end of its `with` block or by release().
 
     Threads: the thread that acquired it releases it. A lock object that is deleted while it is held
@@ -88,15 +88,7 @@ class Lock:
             raise
         self._finalizer.detach()
 
-    def __enter__(self) -> Lock:
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        value: BaseException | None,
-        traceback: TracebackType | None,
-    ) -> None:
+    def _end(self) -> None:
         self.release()
 
     def __repr__(self) -> str:
@@ -137,11 +129,12 @@ def lock(
     directory  of the lock file ("._zpl" and the name); None: the working directory
 
     Raises Busy if the lock is held elsewhere until the end of the wait, FileError if the lock file
-    cannot be used.
+    cannot be used, InvalidValue if the name is empty or has a "/".
     """
+    require_type(name, str, "name")
     raw_name = encoded(name)
-    if not raw_name:
-        raise errors.InvalidValue("the name of a lock must not be empty")
+    if not raw_name or b"/" in raw_name:
+        raise errors.InvalidValue(f"{name!r} is no name of a lock: it is empty or has a \"/\"")
     raw_directory = None if directory is None else _library.path_bytes(directory)
     deadline = time.monotonic() + wait
     while True:

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 
-from ._library import call, decoded, encoded, library
+from ._library import call, encoded, library, require_type, take_text
 
 __all__ = ["merge"]
 
@@ -18,6 +18,8 @@ def merge(base: str, ours: str, theirs: str, dialect: str | None = None) -> tupl
 
     Raises InvalidData with the name of the argument as the file, Unsupported.
     """
+    for name, text in (("base", base), ("ours", ours), ("theirs", theirs)):
+        require_type(text, str, name)
     texts = [text.encode("utf-8", "surrogateescape") for text in (base, ours, theirs)]
     address, length, conflicts = ctypes.c_void_p(), ctypes.c_size_t(), ctypes.c_int()
     call(
@@ -28,9 +30,4 @@ def merge(base: str, ours: str, theirs: str, dialect: str | None = None) -> tupl
         ctypes.byref(length),
         ctypes.byref(conflicts),
     )
-    if address.value is None:
-        return "", conflicts.value
-    try:
-        return decoded(ctypes.string_at(address.value, length.value)), conflicts.value
-    finally:
-        library.zstzPropFree_6_0(address)
+    return take_text(address, length.value), conflicts.value

@@ -24,7 +24,8 @@ class Problem:
     file: str
     line: int  # counted from 1
     column: int  # in characters, counted from 1
-    is_error: bool  # the file cannot be opened; else save() would change or drop the line
+    is_error: bool  # the file cannot be opened, or differs from the template; else save() would
+    # change or drop the line
     text: str  # the problem and the remedy
     cause: int  # a number of ZStanzaProblem.h
 
@@ -32,12 +33,20 @@ class Problem:
         return f"{self.file}:{self.line}:{self.column}: {self.text}"
 
 
-def lint(path: Path, dialect: str | None = None, wait: float = 5.0) -> list[Problem]:
+def lint(
+    path: Path, dialect: str | None = None, wait: float = 5.0, template: Path | None = None
+) -> list[Problem]:
     """Returns every problem of a file, in file order; [] if there is none.
 
-    Raises FileError if the file cannot be read, Busy, Unsupported.
+    template  a file with comments such as "# port = 8080": its differences are problems, too, which
+              are unknown stanzas and keys, values that it does not allow, and required keys that are
+              missing
+
+    Raises FileError if a file cannot be read, Busy, Unsupported; InvalidData if the template has no
+    such comment.
     """
     raw = _library.path_bytes(path)
+    schema = None if template is None else _library.path_bytes(template)
     name = None if dialect is None else encoded(dialect)
     file = os.fsdecode(raw)
 
@@ -59,7 +68,10 @@ def lint(path: Path, dialect: str | None = None, wait: float = 5.0) -> list[Prob
             return 0
 
         callback = _library.ProblemCallback(add)
-        call(library.zstzPropFindProblems_6_0, raw, name, callback, None)
+        if schema is None:
+            call(library.zstzPropFindProblems_6_0, raw, name, callback, None)
+        else:
+            call(library.zstzPropCheckTemplate_6_0, raw, name, schema, callback, None)
         return problems
 
     return patiently(wait, found)

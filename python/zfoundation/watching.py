@@ -16,10 +16,10 @@ import time
 from collections import deque
 from collections.abc import Iterator
 from dataclasses import dataclass
-from types import TracebackType
 from typing import TYPE_CHECKING, Union
 
 from . import _library, errors
+from ._scope import Scoped
 from .conf import read
 
 if TYPE_CHECKING:
@@ -61,7 +61,7 @@ class Change:
 
 def changes_between(old: Contents, new: Contents) -> list[Change]:
     """Returns the changed keys: in the order of the new contents, then the removed ones."""
-    found = []
+    found: list[Change] = []
     for stanza, keys in new.items():
         before = old.get(stanza, {})
         for key, values in keys.items():
@@ -108,7 +108,7 @@ class _Notifier:
 
     def events(self) -> list[int]:
         """Returns the masks of the events that concern the file and are there already."""
-        masks = []
+        masks: list[int] = []
         try:
             block = os.read(self.descriptor, 65536)
         except BlockingIOError:
@@ -132,7 +132,7 @@ def _os_error(function: str, path: str) -> errors.FileError:
     )
 
 
-class Watch(Iterator[Change]):
+class Watch(Scoped, Iterator[Change]):
     """The iterator of watch(). It belongs to one thread; close(), or a `with` block, ends it."""
 
     def __init__(self, path: Path, dialect: str | None, timeout: float | None) -> None:
@@ -157,15 +157,7 @@ class Watch(Iterator[Change]):
         """Ends the iteration. May be called again."""
         self._notifier.close()
 
-    def __enter__(self) -> Watch:
-        return self
-
-    def __exit__(
-        self,
-        kind: type[BaseException] | None,
-        value: BaseException | None,
-        traceback: TracebackType | None,
-    ) -> None:
+    def _end(self) -> None:
         self.close()
 
     def __del__(self) -> None:

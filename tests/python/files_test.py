@@ -84,9 +84,8 @@ class Opening(PackageTest):
         with self.assertRaises(zf.InvalidData) as caught:
             zf.loads("[a]\nxx\n")
         self.assertEqual(2, caught.exception.line)
-        text, cause = str(caught.exception).split("\n")
-        self.assertEqual('the line is not valid: "xx"', text)
-        self.assertTrue(cause.startswith('"xx": neither a stanza header, a comment nor KEY'), cause)
+        text = str(caught.exception)
+        self.assertTrue(text.startswith('"xx": neither a stanza header, a comment nor KEY'), text)
 
     def test_dialects_that_the_library_does_not_know_are_refused(self) -> None:
         for action in (

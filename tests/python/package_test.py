@@ -57,6 +57,17 @@ class Types(PackageTest):
         )
         self.assertEqual((0, ""), (done.returncode, done.stderr), done.stdout)
 
+    @unittest.skipUnless(shutil.which("pyright"), "pyright is not installed; Debian has no package")
+    def test_pyright_accepts_the_package_in_strict_mode(self) -> None:
+        done = subprocess.run(
+            ["pyright", "--project", str(PACKAGE / "pyproject.toml")],
+            cwd=self.directory,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual(0, done.returncode, done.stdout + done.stderr)
+
     def test_public_functions_have_types_and_contracts(self) -> None:
         for name in zf.__all__:
             thing = getattr(zf, name)

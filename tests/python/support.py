@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import gc
 import os
 import pathlib
@@ -9,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from collections.abc import Iterator
 from typing import Any
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -42,6 +44,17 @@ def descriptors() -> set[str]:
         except OSError:
             pass  # of the listing itself
     return found
+
+
+@contextlib.contextmanager
+def in_directory(directory: pathlib.Path) -> Iterator[None]:
+    """Makes `directory` the working directory of the block."""
+    before = os.getcwd()
+    os.chdir(directory)
+    try:
+        yield
+    finally:
+        os.chdir(before)
 
 
 class PackageTest(unittest.TestCase):
