@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "codeset_names_p.h"
 #include "converter_p.h"
 #include "single_byte_p.h"
 #include "tables_p.h"
@@ -97,7 +98,7 @@ void fillReverse(Codeset& codeset, IsEncodedAs isEncodedAs)
 // Builds a codeset that needs no converter. Returns false if `name` is not such a codeset.
 bool buildWithoutConverter(Codeset& codeset, char const* name)
 {
-    auto const isNamed = [name](char const* alias) { return ucnv_compareNames(name, alias) == 0; };
+    auto const isNamed = [name](char const* alias) { return isSameCodesetName(name, alias); };
     if (isNamed("UTF-8")) {
         codeset.kind = Kind::utf8;
         codeset.ascii = true;

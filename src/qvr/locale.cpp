@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <forward_list>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -182,24 +183,33 @@ LocalePtr openLocale(char const* name)
     return locale;
 }
 
-// Returns the operating system's locale that has this canonical name; null if not found. The
-// operating system may know it by another name: also tries the name of the current locale.
-LocalePtr findLocale(std::string const& canonical)
+// Returns the name by which the operating system knows the locale `canonical`, if it is the current
+// locale and has another name; else an empty string.
+std::string currentName(std::string const& canonical)
 {
-    LocalePtr locale = openLocale(canonical.c_str());
-    if (locale != nullptr)
-        return locale;
     LocalePtr const inForce(duplocale(LC_GLOBAL_LOCALE));  // safe while another thread changes it
     if (inForce == nullptr)
         throw std::bad_alloc();
     char const* const name = nl_langinfo_l(NL_LOCALE_NAME(LC_CTYPE), inForce.get());
-    return name != canonical && canonicalLocale(name) == canonical ? openLocale(name) : LocalePtr();
+    return name != canonical && canonicalLocale(name) == canonical ? name : "";
 }
 
+}  // namespace
+
+// The words of a locale, and the storage of words that are not English.
+struct SystemWords {
+    TimeWords words = kEnglishWords;
+    std::forward_list<std::u32string> storage;
+};
+
+namespace {
+
 // Replaces the English words with the operating system's words for the locale.
-void readWords(std::string const& canonical, qvr_loc& loc)
+void readWords(qvr_loc const& loc, SystemWords& own)
 {
-    LocalePtr const locale = findLocale(canonical);
+    LocalePtr locale = openLocale(loc.name.c_str());
+    if (locale == nullptr && !loc.systemName.empty())
+        locale = openLocale(loc.systemName.c_str());
     if (locale == nullptr)
         return;
     CodesetPtr const cs(qvr_cs_new(nl_langinfo_l(CODESET, locale.get())));
@@ -208,24 +218,44 @@ void readWords(std::string const& canonical, qvr_loc& loc)
     auto const setWord = [&](std::u32string_view& word, nl_item item, bool folded) {
         std::u32string text = readText(locale.get(), cs.get(), item, loc.turkic, folded);
         if (!text.empty())
-            word = loc.storage.emplace_front(std::move(text));
+            word = own.storage.emplace_front(std::move(text));
     };
-    for (size_t i = 0; i < loc.words.days.size(); ++i)
-        setWord(loc.words.days[i], kDays[i], true);
-    for (size_t i = 0; i < loc.words.months.size(); ++i)
-        setWord(loc.words.months[i], kMonths[i], true);
-    for (size_t i = 0; i < loc.words.amPm.size(); ++i)
-        setWord(loc.words.amPm[i], kAmPm[i], true);
-    loc.words.amPmUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
-    setWord(loc.words.dateAndTime, D_T_FMT, false);
-    setWord(loc.words.date, D_FMT, false);
-    setWord(loc.words.time, T_FMT, false);
-    setWord(loc.words.time12, T_FMT_AMPM, false);
+    TimeWords& words = own.words;
+    for (size_t i = 0; i < words.days.size(); ++i)
+        setWord(words.days[i], kDays[i], true);
+    for (size_t i = 0; i < words.months.size(); ++i)
+        setWord(words.months[i], kMonths[i], true);
+    for (size_t i = 0; i < words.amPm.size(); ++i)
+        setWord(words.amPm[i], kAmPm[i], true);
+    words.amPmUnnamed = *nl_langinfo_l(AM_STR, locale.get()) == 0;
+    setWord(words.dateAndTime, D_T_FMT, false);
+    setWord(words.date, D_FMT, false);
+    setWord(words.time, T_FMT, false);
+    setWord(words.time12, T_FMT_AMPM, false);
 }
 
 }  // namespace
 
+TimeWords const& wordsOf(qvr_loc const& loc)
+{
+    SystemWords* known = loc.words.load(std::memory_order_acquire);
+    if (known == nullptr) {
+        auto fresh = std::make_unique<SystemWords>();
+        readWords(loc, *fresh);
+        // Another thread may have read the same words in the meantime.
+        if (loc.words.compare_exchange_strong(known, fresh.get(), std::memory_order_acq_rel,
+                                              std::memory_order_acquire))
+            known = fresh.release();
+    }
+    return known->words;
+}
+
 }  // namespace qvr
+
+qvr_loc::~qvr_loc()
+{
+    delete words.load(std::memory_order_relaxed);
+}
 
 using namespace qvr;
 
@@ -265,11 +295,11 @@ qvr_loc_t qvr_loc_new(char const* name)
     if (name == nullptr || *name == 0)
         return nullptr;
     try {
-        std::string const canonical = canonicalLocale(name);
-        std::string const language = canonical.substr(0, canonical.find_first_of("_.@"));
         auto loc = std::make_unique<qvr_loc>();
+        loc->name = canonicalLocale(name);
+        loc->systemName = currentName(loc->name);
+        std::string const language = loc->name.substr(0, loc->name.find_first_of("_.@"));
         loc->turkic = language == "tr" || language == "az";
-        readWords(canonical, *loc);
         return loc.release();
     } catch (std::bad_alloc const&) {
         return nullptr;

@@ -7,7 +7,7 @@
 #include <unicode/uchar.h>
 
 #include <array>
-#include <forward_list>
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -45,11 +45,32 @@ inline constexpr TimeWords kEnglishWords = {
 
 }  // namespace qvr
 
+namespace qvr {
+
+struct SystemWords;  // locale.cpp
+
+}  // namespace qvr
+
 struct qvr_loc {
-    bool turkic = false;  // i pairs with dotted I and I with dotless i
-    qvr::TimeWords words = qvr::kEnglishWords;
-    std::forward_list<std::u32string> storage;  // owns the words, unless they are English
+    qvr_loc() = default;
+    qvr_loc(qvr_loc const&) = delete;
+    qvr_loc& operator=(qvr_loc const&) = delete;
+    ~qvr_loc();
+
+    bool turkic = false;     // i pairs with dotted I and I with dotless i
+    std::string name;        // canonical
+    std::string systemName;  // of the operating system, if it is the current locale; else empty
+    mutable std::atomic<qvr::SystemWords*> words{nullptr};  // null until they are read; owned
 };
+
+namespace qvr {
+
+// Returns the operating system's words for the locale, or English ones. The first call for a locale
+// reads them: few programs need them, and the operating system reads a dozen files.
+// Throws std::bad_alloc.
+TimeWords const& wordsOf(qvr_loc const& loc);
+
+}  // namespace qvr
 
 namespace qvr {
 

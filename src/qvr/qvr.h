@@ -17,8 +17,8 @@
 // other codeset; all other functions treat each of their bytes except the terminator as invalid.
 //
 // Memory: functions that create handles, read tables or convert strings fail if memory is short.
-// Searches for long needles or sets allocate a table (see their costs). Apart from that a function
-// allocates in two cases only, and the calling thread then keeps a converter until it ends. The
+// Searches for long needles or sets allocate a table (see their costs), and qvr_strptime may read the
+// words of a locale. Apart from that a function allocates in two cases only, and the calling thread then keeps a converter until it ends. The
 // first is to encode a character that is longer than two bytes in a multibyte codeset other than
 // UTF-8; without memory the codeset seems not to have the character. The second is to decode a
 // character longer than two bytes in a codeset that has characters of four (GB18030, EUC-TW);
@@ -97,8 +97,9 @@ int qvr_canonical_loc(char const* osName, char* buf, size_t room);
 
 /// Returns a locale for `name`, which is converted to its canonical form first. The language
 /// determines how case changes. Names of days and months and the usual formats of date and time are
-/// the operating system's for that locale, or English if it has no such locale. The current locale
-/// is also found by its canonical name, whatever the operating system calls it.
+/// the operating system's for that locale, or English if it has no such locale; qvr_strptime reads
+/// them when it first needs them. The current locale is also found by its canonical name, whatever
+/// the operating system calls it.
 /// owns    owned by the caller; released with qvr_loc_free.
 /// codes   null if `name` is null or empty, or if memory is short.
 qvr_loc_t qvr_loc_new(char const* name);
@@ -258,7 +259,8 @@ int qvr_strnicmp(qvr_cs_t cs, qvr_loc_t loc, char const* a, char const* b, size_
 ///         O are skipped. Names match in either case, long or short. A year of two digits is from
 ///         1969 to 2068, unless %C gives its century; %s is converted to local time.
 /// codes   null, with `*result` unchanged, if `s` does not match, the format has another
-///         conversion, or an argument other than `loc` is null.
+///         conversion, an argument other than `loc` is null, or memory is short when it first
+///         needs a word or format of the locale.
 /// threads with %s not concurrently with a change of TZ.
 char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format,
                    struct tm* result);

@@ -4,19 +4,21 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unicode/ucnv.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "codeset_names_p.h"
 #include "qvr.h"
 
 namespace qvr {
@@ -84,10 +86,46 @@ constexpr BuiltIn kLocales[] = {
     {"thai", "th_TH.TIS-620"},         {"turkish", "tr_TR.ISO-8859-9"},
 };
 
+// The built-in names and aliases in the form in which they are compared, computed by the compiler.
+struct Key {
+    char text[48];
+    size_t length;
+
+    bool operator==(std::string const& key) const
+    {
+        return length == key.size() && key.compare(0, length, text, length) == 0;
+    }
+};
+
+constexpr Key keyOfBuiltIn(char const* name)
+{
+    Key key{};
+    normaliseName(name, [&key](char c) { key.text[key.length++] = c; });
+    return key;
+}
+
+struct BuiltInKeys {
+    Key alias;
+    Key name;
+};
+
+constexpr auto kCodesetKeys = [] {
+    std::array<BuiltInKeys, std::size(kCodesets)> keys{};
+    for (size_t i = 0; i < keys.size(); ++i)
+        keys[i] = {keyOfBuiltIn(kCodesets[i].alias), keyOfBuiltIn(kCodesets[i].name)};
+    return keys;
+}();
+
+// A row of a table of the directory. Equal names have the same key.
 struct Alias {
-    std::string alias;
+    std::string key;
     std::string name;
-    size_t line;  // of the table, counted from 1
+};
+
+// A codeset of a converter file.
+struct ConverterFile {
+    std::string key;
+    std::string name;  // of the file, without ".cnv"
 };
 
 // The contents of a table directory.
@@ -96,18 +134,12 @@ struct Tables {
     std::string converterDirectory;
     std::vector<Alias> codesets;
     std::vector<Alias> locales;
-    std::vector<std::string> converters;  // names of the converter files, without ".cnv"
+    std::vector<ConverterFile> converters;
 };
 
 constinit std::mutex lock_;
 constinit Tables* tables_ = nullptr;     // guarded by lock_; null until a directory is given
 constinit uint64_t lastGeneration_ = 0;  // guarded by lock_
-
-// A comparison of names: below 0, 0 or above 0. An order in which equal names are adjacent.
-using Compare = int (*)(char const*, char const*);
-
-constexpr Compare kCompareCodesets = ucnv_compareNames;
-constexpr Compare kCompareLocales = strcasecmp;
 
 // A table of the directory is unusable: qvr_set_dir fails and changes nothing.
 struct BadTable {
@@ -188,10 +220,11 @@ bool readFile(std::string const& path, std::string& text)
 // Consumes and returns the next word of a line; empty at its end.
 std::string_view nextWord(std::string_view& line)
 {
-    constexpr std::string_view kBlanks = " \t\r";
-    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
-    std::string_view const word = line.substr(0, line.find_first_of(kBlanks));
-    line.remove_prefix(word.size());
+    auto const isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    auto const begin = std::find_if_not(line.begin(), line.end(), isBlank);
+    auto const end = std::find_if(begin, line.end(), isBlank);
+    std::string_view const word(begin, static_cast<size_t>(end - begin));
+    line.remove_prefix(static_cast<size_t>(end - line.begin()));
     return word;
 }
 
@@ -202,13 +235,12 @@ bool isName(std::string_view word)
                        [](char c) { return c > ' ' && c < 0x7F && !isReserved(c); });
 }
 
-// Looks `name` up in a built-in table, whose rows are not sorted; null if not found.
-template <size_t kRows>
-char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare)
+// Looks a key up in the built-in table; null if not found.
+char const* findCodeset(std::string const& key)
 {
-    for (BuiltIn const& row : rows)
-        if (compare(row.alias, name) == 0)
-            return row.name;
+    for (size_t i = 0; i < kCodesetKeys.size(); ++i)
+        if (kCodesetKeys[i].alias == key)
+            return kCodesets[i].name;
     return nullptr;
 }
 
@@ -216,7 +248,7 @@ char const* find(BuiltIn const (&rows)[kRows], char const* name, Compare compare
 // the tables of the directory.
 char const* canonicalBuiltIn(char const* name)
 {
-    char const* const resolved = find(kCodesets, name, kCompareCodesets);
+    char const* const resolved = findCodeset(codesetKey(name));
     char const* const known = resolved != nullptr ? resolved : name;
     UErrorCode rc = U_ZERO_ERROR;
     char const* const icuName = ucnv_getAlias(known, 0, &rc);
@@ -227,51 +259,81 @@ char const* canonicalBuiltIn(char const* name)
 
 bool isUtf8(char const* name)
 {
-    return kCompareCodesets(canonicalBuiltIn(name), "UTF-8") == 0;
+    return isSameCodesetName(canonicalBuiltIn(name), "UTF-8");
 }
+
+// A line of a table.
+struct Row {
+    std::string key;  // of the alias
+    std::string_view alias;
+    std::string_view name;
+    size_t line;  // counted from 1
+};
 
 // Returns whether a row would change the meaning of a built-in name, by which the operating system
 // or this library finds a codeset. ICU's other names may get another meaning, except the names of
-// UTF-8.
-bool redefinesCodeset(char const* alias, char const* name)
+// UTF-8. A row that repeats a built-in row needs no data of ICU.
+bool redefinesCodeset(Row const& row)
 {
-    bool const builtIn =
-        std::any_of(std::begin(kCodesets), std::end(kCodesets), [alias](BuiltIn const& row) {
-            return kCompareCodesets(row.alias, alias) == 0 ||
-                   kCompareCodesets(row.name, alias) == 0;
-        });
-    return (builtIn || isUtf8(alias)) &&
-           kCompareCodesets(canonicalBuiltIn(alias), canonicalBuiltIn(name)) != 0;
+    std::string const name = codesetKey(row.name);
+    bool isBuiltIn = false;
+    for (BuiltInKeys const& builtIn : kCodesetKeys) {
+        bool const isAlias = builtIn.alias == row.key;
+        if (isAlias && builtIn.name == name)
+            return false;
+        isBuiltIn = isBuiltIn || isAlias || builtIn.name == row.key;
+    }
+    std::string const alias(row.alias);
+    return (isBuiltIn || isUtf8(alias.c_str())) &&
+           !isSameCodesetName(canonicalBuiltIn(alias.c_str()),
+                              canonicalBuiltIn(std::string(row.name).c_str()));
 }
 
-// The same for locales. A site may redefine the names of languages ("german").
-bool redefinesLocale(char const* alias, char const* name)
+// Returns the same key for all equal names of locales: everything except case is significant.
+std::string localeKey(std::string_view name)
 {
-    auto const isC = [](char const* locale) {
-        return kCompareLocales(locale, "C") == 0 || kCompareLocales(locale, "POSIX") == 0;
-    };
-    return isC(alias) && !isC(name);
+    std::string key(name);
+    for (char& c : key)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c | 0x20);
+    return key;
+}
+
+// Looks a key up in the built-in table; null if not found.
+char const* findLocale(std::string const& key)
+{
+    for (BuiltIn const& row : kLocales)
+        if (key == row.alias)
+            return row.name;
+    return nullptr;
+}
+
+// The same as redefinesCodeset() for locales. A site may redefine the names of languages
+// ("german").
+bool redefinesLocale(Row const& row)
+{
+    auto const isC = [](std::string const& key) { return key == "c" || key == "posix"; };
+    return isC(row.key) && !isC(localeKey(row.name));
 }
 
 // A table of the directory.
 struct TableKind {
     char const* file;
-    Compare compare;
-    bool (*redefines)(char const* alias, char const* name);
+    std::string (*keyOf)(std::string_view name);
+    bool (*redefines)(Row const& row);
 };
 
-constexpr TableKind kCodesetTable = {"codesets.alias", kCompareCodesets, redefinesCodeset};
-constexpr TableKind kLocaleTable = {"locales.alias", kCompareLocales, redefinesLocale};
+constexpr TableKind kCodesetTable = {"codesets.alias", codesetKey, redefinesCodeset};
+constexpr TableKind kLocaleTable = {"locales.alias", localeKey, redefinesLocale};
 
 // Refuses a table in which an alias has two lines. Of several such aliases, it reports the alias
 // whose second line is first in the file.
-void requireUnique(std::vector<Alias> const& rows, std::string const& path, Compare compare)
+void requireUnique(std::vector<Row> const& rows, std::string const& path)
 {
-    Alias const* first = nullptr;
-    Alias const* second = nullptr;
+    Row const* first = nullptr;
+    Row const* second = nullptr;
     for (size_t i = 1; i < rows.size(); ++i) {
-        if (compare(rows[i - 1].alias.c_str(), rows[i].alias.c_str()) == 0 &&
-            (second == nullptr || rows[i].line < second->line)) {
+        if (rows[i - 1].key == rows[i].key && (second == nullptr || rows[i].line < second->line)) {
             first = &rows[i - 1];
             second = &rows[i];
         }
@@ -287,10 +349,10 @@ void requireUnique(std::vector<Alias> const& rows, std::string const& path, Comp
 std::vector<Alias> readTable(std::string const& directory, TableKind const& kind)
 {
     std::string const path = pathOf(directory, kind.file);
-    std::vector<Alias> rows;
+    std::vector<Row> rows;
     std::string text;
     if (!readFile(path, text))
-        return rows;
+        return {};
     std::string_view rest = text;
     for (size_t number = 1; !rest.empty(); ++number) {
         std::string_view line = rest.substr(0, rest.find('\n'));
@@ -309,18 +371,21 @@ std::vector<Alias> readTable(std::string const& directory, TableKind const& kind
             if (!isName(word))
                 throwBadLine(quoted(word) +
                              " is not a name; write up to 127 characters of ASCII, none of / \\ ,");
-        rows.push_back({std::string(alias), std::string(name), number});
-        if (kind.redefines(rows.back().alias.c_str(), rows.back().name.c_str()))
+        rows.push_back({kind.keyOf(alias), alias, name, number});
+        if (kind.redefines(rows.back()))
             throwBadLine(quoted(alias) + " is built in and cannot stand for " + quoted(name) +
                          "; remove the line");
     }
-    Compare const compare = kind.compare;
-    std::sort(rows.begin(), rows.end(), [compare](Alias const& a, Alias const& b) {
-        int const order = compare(a.alias.c_str(), b.alias.c_str());
+    std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) {
+        int const order = a.key.compare(b.key);
         return order != 0 ? order < 0 : a.line < b.line;
     });
-    requireUnique(rows, path, compare);
-    return rows;
+    requireUnique(rows, path);
+    std::vector<Alias> aliases;
+    aliases.reserve(rows.size());
+    for (Row& row : rows)
+        aliases.push_back({std::move(row.key), std::string(row.name)});
+    return aliases;
 }
 
 // Makes `directory` absolute: the process may change its working directory before it reads a
@@ -338,10 +403,10 @@ std::string makeAbsolute(std::string const& directory)
     return std::string(here.get()) + '/' + directory;
 }
 
-std::vector<std::string> readConverterNames(std::string const& directory)
+std::vector<ConverterFile> readConverterNames(std::string const& directory)
 {
     constexpr std::string_view kSuffix = ".cnv";
-    std::vector<std::string> names;
+    std::vector<ConverterFile> names;
     std::unique_ptr<DIR, int (*)(DIR*)> const stream(opendir(directory.c_str()), closedir);
     if (stream == nullptr) {
         if (errno == ENOENT || errno == ENOTDIR)
@@ -361,21 +426,19 @@ std::vector<std::string> readConverterNames(std::string const& directory)
         file.remove_suffix(kSuffix.size());
         if (!isName(file))
             continue;
-        names.emplace_back(file);
-        if (isUtf8(names.back().c_str()))
+        names.push_back({codesetKey(file), std::string(file)});
+        if (isUtf8(names.back().name.c_str()))
             throwBadTable(pathOf(directory, entry->d_name), "UTF-8 is built in; remove the file");
     }
 }
 
-// Looks `name` up in a table of the directory; null if not found.
-char const* find(std::vector<Alias> const& rows, char const* name, Compare compare)
+// Looks a key up in a table of the directory; null if not found.
+char const* find(std::vector<Alias> const& rows, std::string const& key)
 {
-    auto const row = std::lower_bound(rows.begin(), rows.end(), name,
-                                      [compare](Alias const& entry, char const* wanted) {
-                                          return compare(entry.alias.c_str(), wanted) < 0;
-                                      });
-    return row != rows.end() && compare(row->alias.c_str(), name) == 0 ? row->name.c_str()
-                                                                       : nullptr;
+    auto const row = std::lower_bound(
+        rows.begin(), rows.end(), key,
+        [](Alias const& entry, std::string const& wanted) { return entry.key < wanted; });
+    return row != rows.end() && row->key == key ? row->name.c_str() : nullptr;
 }
 
 // Reads the tables of `directory`. An empty name means no directory, not the root. Throws BadTable
@@ -400,31 +463,36 @@ CodesetName resolveCodeset(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr) {
-            if (char const* const target = find(tables_->codesets, name, kCompareCodesets))
+            if (char const* const target = find(tables_->codesets, codesetKey(name)))
                 found.name = target;
-            for (std::string const& converter : tables_->converters) {
-                if (kCompareCodesets(converter.c_str(), found.name.c_str()) != 0)
+            std::string const key = codesetKey(found.name);
+            for (ConverterFile const& converter : tables_->converters) {
+                if (converter.key != key)
                     continue;
-                found.name = converter;
+                found.name = converter.name;
                 found.directory = tables_->converterDirectory;
                 found.generation = tables_->generation;
                 return found;
             }
         }
     }
-    if (char const* const target = find(kCodesets, found.name.c_str(), kCompareCodesets))
+    if (char const* const target = findCodeset(codesetKey(found.name)))
         found.name = target;
     return found;
 }
 
 std::string preferredCodesetName(char const* name)
 {
+    // The names of most locales' codesets, without the data of ICU.
+    for (char const* common : {"UTF-8", "ISO-8859-1", "US-ASCII"})
+        if (isSameCodesetName(name, common))
+            return common;
     std::string const resolved = resolveCodeset(name).name;
     // The given name first: it may resolve to a table of ICU that has no other names.
     char const* const names[] = {name, resolved.c_str()};
     for (char const* candidate : names)
         for (char const* preferred : kPreferred)
-            if (kCompareCodesets(candidate, preferred) == 0)
+            if (isSameCodesetName(candidate, preferred))
                 return preferred;
     for (char const* candidate : names) {
         for (char const* standard : {"MIME", "IANA"}) {
@@ -443,10 +511,10 @@ std::string resolveLocale(char const* name)
     {
         std::lock_guard<std::mutex> const guard(lock_);
         if (tables_ != nullptr)
-            if (char const* const target = find(tables_->locales, name, kCompareLocales))
+            if (char const* const target = find(tables_->locales, localeKey(name)))
                 found = target;
     }
-    if (char const* const target = find(kLocales, found.c_str(), kCompareLocales))
+    if (char const* const target = findLocale(localeKey(found)))
         found = target;
     return found;
 }

@@ -1,3 +1,4 @@
+#include <new>
 #include <string_view>
 
 #include "codeset_p.h"
@@ -59,9 +60,8 @@ private:
 // Parses one string.
 class TimeParser {
 public:
-    TimeParser(qvr_cs const& cs, bool turkic, TimeWords const& words, char const* s,
-               tm const& start)
-        : cs_(cs), turkic_(turkic), words_(words), s_(s), time_(start)
+    TimeParser(qvr_cs const& cs, qvr_loc_t loc, char const* s, tm const& start)
+        : cs_(cs), loc_(loc), turkic_(isTurkic(loc)), s_(s), time_(start)
     {
     }
 
@@ -111,6 +111,9 @@ private:
         return true;
     }
 
+    // Throws std::bad_alloc.
+    TimeWords const& words() const { return loc_ == nullptr ? kEnglishWords : wordsOf(*loc_); }
+
     bool parseNumber(int least, int most, int& value);
     bool parseWord(std::u32string_view const* words, int count, int& index);
     bool parseZone();
@@ -120,8 +123,8 @@ private:
     void setMonthAndDay(int year);
 
     qvr_cs const& cs_;
+    qvr_loc_t const loc_;
     bool const turkic_;
-    TimeWords const& words_;
     char const* s_;
     tm time_;
 
@@ -247,7 +250,7 @@ bool TimeParser::parseConversion(uint32_t conversion, int depth)
             return true;
         case 'a':
         case 'A':
-            if (!parseWord(words_.days.data(), 14, value))
+            if (!parseWord(words().days.data(), 14, value))
                 return false;
             time_.tm_wday = value % 7;
             haveDayOfWeek_ = true;
@@ -255,19 +258,19 @@ bool TimeParser::parseConversion(uint32_t conversion, int depth)
         case 'b':
         case 'B':
         case 'h':
-            if (!parseWord(words_.months.data(), 24, value))
+            if (!parseWord(words().months.data(), 24, value))
                 return false;
             time_.tm_mon = value % 12;
             haveMonth_ = true;
             return true;
         case 'c':
-            return parse(WideFormat(words_.dateAndTime), depth + 1);
+            return parse(WideFormat(words().dateAndTime), depth + 1);
         case 'x':
-            return parse(WideFormat(words_.date), depth + 1);
+            return parse(WideFormat(words().date), depth + 1);
         case 'X':
-            return parse(WideFormat(words_.time), depth + 1);
+            return parse(WideFormat(words().time), depth + 1);
         case 'r':
-            return parse(WideFormat(words_.time12), depth + 1);
+            return parse(WideFormat(words().time12), depth + 1);
         case 'D':
             return parse(WideFormat(U"%m/%d/%y"), depth + 1);
         case 'F':
@@ -333,8 +336,8 @@ bool TimeParser::parseConversion(uint32_t conversion, int depth)
             twelveHour_ = true;
             return true;
         case 'p':
-            if (!parseWord(words_.amPm.data(), 2, value))
-                return words_.amPmUnnamed;
+            if (!parseWord(words().amPm.data(), 2, value))
+                return words().amPmUnnamed;
             isPm_ = value == 1;
             return true;
         case 'M':
@@ -435,9 +438,13 @@ char* qvr_strptime(qvr_cs_t cs, qvr_loc_t loc, char const* s, char const* format
 {
     if (cs == nullptr || s == nullptr || format == nullptr || result == nullptr)
         return nullptr;
-    TimeParser parser(*cs, isTurkic(loc), loc == nullptr ? kEnglishWords : loc->words, s, *result);
-    if (!parser.parse(CodesetFormat(*cs, format)) || !parser.deriveFields())
-        return nullptr;
-    *result = parser.time();
-    return const_cast<char*>(parser.position());
+    try {
+        TimeParser parser(*cs, loc, s, *result);
+        if (!parser.parse(CodesetFormat(*cs, format)) || !parser.deriveFields())
+            return nullptr;
+        *result = parser.time();
+        return const_cast<char*>(parser.position());
+    } catch (std::bad_alloc const&) {
+        return nullptr;  // the words of the locale are unknown
+    }
 }

@@ -83,6 +83,40 @@ TEST(qvrMemory, CreatingLocalesSucceedsOrFails)
     }
 }
 
+TEST(qvrMemory, ReadingWordsFailsOnceAndThenSucceeds)
+{
+    unsetenv("LOCPATH");  // newlocale() of C library 2.36 leaks a block if it is set
+    qvr_cs_t const cs = qvr_cs_new("UTF-8");
+    for (char const* const name : {"C", "C.UTF-8"}) {
+        SCOPED_TRACE(name);
+        auto const call = [&] {
+            qvr_loc_t const loc = qvr_loc_new(name);
+            tm time{};
+            bool const hasWords = qvr_strptime(cs, loc, "May", "%b", &time) != nullptr;
+            // An allocation fails only once.
+            EXPECT_NE(nullptr, qvr_strptime(cs, loc, "May", "%b", &time));
+            qvr_loc_free(loc);
+            return loc != nullptr && hasWords;
+        };
+        // Not all from one on: newlocale() leaks a block then too.
+        failEach(call, {FailingAllocator::once});
+    }
+    qvr_cs_free(cs);
+}
+
+TEST(qvrMemory, ParsingNumbersNeedsNoMemory)
+{
+    qvr_cs_t const cs = qvr_cs_new("UTF-8");
+    qvr_loc_t const loc = qvr_loc_new("C.UTF-8");
+    tm time{};
+    FailingAllocator::failAt(1, FailingAllocator::forEver);
+    char const* const end = qvr_strptime(cs, loc, "10:59", "%H:%M", &time);
+    FailingAllocator::stop();
+    EXPECT_NE(nullptr, end);
+    qvr_loc_free(loc);
+    qvr_cs_free(cs);
+}
+
 TEST(qvrMemory, CanonicalNamesFailWithACode)
 {
     failEach([] {
@@ -260,11 +294,12 @@ TEST(qvrMemory, TablesNeedNoMemory)
     Codeset const latin1("ISO-8859-1");
     Codeset const eucJp("EUC-JP");
     Locale const loc("de_DE.UTF-8");
+    struct tm time = {};
+    EXPECT_NE(nullptr, qvr_strptime(utf8Codeset, loc, "March", "%B", &time));  // reads the words
     FailingAllocator::failAt(1, FailingAllocator::forEver);
     char out[64];
     char text[] = "a\u00e9 b \u8868";
     uint32_t value;
-    struct tm time = {};
     EXPECT_EQ(2, qvr_mblen(utf8Codeset, text + 1, 2));
     EXPECT_EQ(2, qvr_mbtowc(utf8Codeset, &value, text + 1, 2));
     EXPECT_EQ(2, qvr_wctomb(utf8Codeset, out, sizeof out, 0xE9));
