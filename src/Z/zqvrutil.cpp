@@ -5,7 +5,6 @@
 #include <string.h>
 
 #include <atomic>
-#include <clocale>
 #include <cstdlib>
 
 #include "ZAbstractMutableString.h"
@@ -13,6 +12,7 @@
 #include "qvr.h"
 #include "reporting/cancellation.h"
 #include "reporting/stream.h"
+#include "text/process_locale.h"
 #include "text/table_directory.h"
 
 // Weak: another provider of the text services may lack this function.
@@ -83,7 +83,7 @@ bool startServices()
 {
     // A cancelled thread would leave the state half-initialised for the others.
     zreporting::CancelGuard const uncancelled;
-    setlocale(LC_ALL, "");
+    ztext::setProcessLocale();
     maxCharacterSize.store(static_cast<int>(MB_CUR_MAX), std::memory_order_relaxed);
     qvr_set_dir(kDefaultDir);
     char const* const directory = ztext::finalTableDirectory();

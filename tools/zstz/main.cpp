@@ -2,6 +2,7 @@
 //
 // verbs.h has the table of verbs, commands.h declares their functions; failures.h has the exit
 // codes.
+#include <Z/text/process_locale.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <locale.h>
@@ -99,7 +100,10 @@ int run(int argc, char const* const* argv, Request& request)
 int main(int argc, char** argv)
 {
     openStandardDescriptors();
+    // The other categories are files that no command reads, and a decimal comma would change
+    // numbers.
     setlocale(LC_CTYPE, "");
+    ztext::keepProcessLocale();
     Request request;
     request.hasSetTablesVariable = setTablesVariable();
     try {
