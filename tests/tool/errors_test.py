@@ -147,7 +147,7 @@ class ErrorsTest(tool.ToolTest):
                     "password", "--obfuscated", given="x", **options)
 
     def test_exhausted_memory_is_reported(self):
-        limited = self.limited(resource.RLIMIT_AS, 64 << 20)
+        limited = self.limited(resource.RLIMIT_AS, 32 << 20)
         self.path.write_text("[a]\n" + "".join(f"k{i} = {'x' * 5000}\n" for i in range(6000)))
         for verb in (["stanzas", self.file], ["set", self.file, "a", "k", "v"],
                      ["java", self.file, "check"]):

@@ -9,5 +9,6 @@
 /// written as the lone surrogate U+DC00 plus the byte.
 std::string toJson(std::string_view text);
 
-/// Returns a list of strings.
+/// Return a list of strings.
 std::string toJson(std::vector<std::string> const& texts);
+std::string toJson(std::vector<std::string_view> const& texts);

@@ -18,9 +18,11 @@ bool isNameByte(char c)
 }
 
 // Returns the name of the variable of a key.
-std::string variableName(std::string const& stanza, std::string const& key)
+std::string variableName(std::string_view stanza, std::string_view key)
 {
-    std::string name = stanza + '_' + key;
+    std::string name(stanza);
+    name += '_';
+    name += key;
     for (char& c : name)
         if (!isNameByte(c))
             c = '_';
@@ -30,8 +32,11 @@ std::string variableName(std::string const& stanza, std::string const& key)
 std::string quoteForShell(std::string_view text)
 {
     std::string quoted = "'";
-    for (char const c : text)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    for (char const c : text) {
+        if (c == '\'')
+            quoted += "'\\'";
+        quoted += c;
+    }
     return quoted + '\'';
 }
 
@@ -66,11 +71,13 @@ void printNames(Request const& request, std::vector<std::string> const& names)
 std::string escapeField(std::string_view text)
 {
     std::string escaped;
-    for (char const c : text)
-        escaped += c == '\t'   ? std::string("\\t")
-                   : c == '\n' ? std::string("\\n")
-                   : c == '\\' ? std::string("\\\\")
-                               : std::string(1, c);
+    escaped.reserve(text.size());
+    for (char const c : text) {
+        bool const isEscaped = c == '\t' || c == '\n' || c == '\\';
+        if (isEscaped)
+            escaped += '\\';
+        escaped += !isEscaped ? c : c == '\t' ? 't' : c == '\n' ? 'n' : '\\';
+    }
     return escaped;
 }
 
@@ -79,19 +86,20 @@ ValuePrinter::ValuePrinter(Request const& request, PlainForm plainForm)
 {
 }
 
-void ValuePrinter::append(std::string_view line)
+template <class... Parts>
+void ValuePrinter::append(Parts const&... parts)
 {
-    out_ += line;
+    ((out_ += parts), ...);
     out_ += lineEnd(request_);
 }
 
-void ValuePrinter::addStanza(std::string const& name)
+void ValuePrinter::addStanza(std::string_view name)
 {
     endStanza();
     if (form_ == "json")
         out_ += (hasStanza_ ? ", " : "{") + toJson(name) + ": {";
     else if (form_ == "plain" && plainForm_ == stanzasAndKeys)
-        append((hasStanza_ ? "\n[" : "[") + name + ']');
+        append(hasStanza_ ? "\n[" : "[", name, ']');
     stanza_ = name;
     hasStanza_ = true;
     hasKey_ = false;
@@ -107,8 +115,7 @@ void ValuePrinter::endStanza()
         append(escapeField(stanza_));
 }
 
-void ValuePrinter::addKey(std::string const& key, std::vector<std::string> const& values,
-                          std::string const& counting)
+void ValuePrinter::addKey(std::string_view key, Values const& values, std::string_view counting)
 {
     if (form_ == "json")
         addJson(key, values);
@@ -121,26 +128,26 @@ void ValuePrinter::addKey(std::string const& key, std::vector<std::string> const
     hasKey_ = true;
 }
 
-void ValuePrinter::addPlain(std::string const& key, std::vector<std::string> const& values)
+void ValuePrinter::addPlain(std::string_view key, Values const& values)
 {
     if (plainForm_ == onlyValues) {
-        for (std::string const& value : values)
+        for (std::string_view const value : values)
             append(value);
         return;
     }
     if (values.empty())
-        append(key + " =");
-    for (std::string const& value : values)
-        append(key + " = " + value);
+        append(key, " =");
+    for (std::string_view const value : values)
+        append(key, " = ", value);
 }
 
-void ValuePrinter::addJson(std::string const& key, std::vector<std::string> const& values)
+void ValuePrinter::addJson(std::string_view key, Values const& values)
 {
     out_ += (hasKey_ ? ", " : "") + toJson(key) + ": " + toJson(values);
 }
 
-void ValuePrinter::addVariables(std::string const& key, std::vector<std::string> const& values,
-                                std::string const& counting)
+void ValuePrinter::addVariables(std::string_view key, Values const& values,
+                                std::string_view counting)
 {
     std::string const name = variableName(stanza_, key);
     addVariable(name, key, counting);
@@ -151,26 +158,26 @@ void ValuePrinter::addVariables(std::string const& key, std::vector<std::string>
         addVariable(name + '_' + std::to_string(i + 1), key, values[i]);
 }
 
-void ValuePrinter::addVariable(std::string const& name, std::string const& key,
-                               std::string const& value)
+void ValuePrinter::addVariable(std::string const& name, std::string_view key,
+                               std::string_view value)
 {
-    std::string const described = nameKey(key, stanza_);
+    std::string const described = nameKey(std::string(key), stanza_);
     auto const [known, isNew] = variables_.emplace(name, described);
     if (!isNew)
         throw Failure{exitRefused,
                       request_.file,
                       {known->second + " and " + described + " have the same variable " + name,
                        "use --format json or lines"}};
-    append(name + '=' + quoteForShell(value));
+    append(name, '=', quoteForShell(value));
 }
 
-void ValuePrinter::addFields(std::string const& key, std::vector<std::string> const& values)
+void ValuePrinter::addFields(std::string_view key, Values const& values)
 {
     std::string const names = escapeField(stanza_) + '\t' + escapeField(key);
     if (values.empty())
         append(names);
-    for (std::string const& value : values)
-        append(names + '\t' + escapeField(value));
+    for (std::string_view const value : values)
+        append(names, '\t', escapeField(value));
 }
 
 void ValuePrinter::finish()

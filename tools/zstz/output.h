@@ -31,24 +31,30 @@ public:
     ValuePrinter(Request const& request, PlainForm plainForm);
 
     /// Starts a stanza.
-    void addStanza(std::string const& name);
+    void addStanza(std::string_view name);
+
+    /// Returns whether addKey() uses `counting`.
+    bool needsCounting() const { return form_ == "sh"; }
 
     /// Adds a key of the stanza that was added last. `values` is empty for a key without values.
     /// range   `counting` is the value that counts, see ZProperties_6_0::getValue().
     /// throws  Failure if two variables of the form "sh" have the same name.
-    void addKey(std::string const& key, std::vector<std::string> const& values,
-                std::string const& counting);
+    void addKey(std::string_view key, std::vector<std::string_view> const& values,
+                std::string_view counting);
 
     void finish();
 
 private:
-    void append(std::string_view line);
-    void addPlain(std::string const& key, std::vector<std::string> const& values);
-    void addJson(std::string const& key, std::vector<std::string> const& values);
-    void addVariables(std::string const& key, std::vector<std::string> const& values,
-                      std::string const& counting);
-    void addVariable(std::string const& name, std::string const& key, std::string const& value);
-    void addFields(std::string const& key, std::vector<std::string> const& values);
+    using Values = std::vector<std::string_view>;
+
+    // Adds a line that consists of the parts.
+    template <class... Parts>
+    void append(Parts const&... parts);
+    void addPlain(std::string_view key, Values const& values);
+    void addJson(std::string_view key, Values const& values);
+    void addVariables(std::string_view key, Values const& values, std::string_view counting);
+    void addVariable(std::string const& name, std::string_view key, std::string_view value);
+    void addFields(std::string_view key, Values const& values);
     void endStanza();
 
     Request const& request_;

@@ -104,8 +104,9 @@ int runGet(Request const& request)
     std::vector<std::string> const values =
         isMissing ? std::vector<std::string>{*fallback} : chooseValues(store, request);
     ValuePrinter printer(request, ValuePrinter::onlyValues);
+    std::vector<std::string_view> const views(values.begin(), values.end());
     printer.addStanza(request.stanza);
-    printer.addKey(request.key, values, values.empty() ? "" : values.back());
+    printer.addKey(request.key, views, values.empty() ? "" : values.back());
     printer.finish();
     return exitDone;
 }
@@ -141,21 +142,25 @@ int runList(Request const& request)
     else if (!request.stanza.empty())
         requireStanza(store, request.file, request.stanza);
     ValuePrinter printer(request, ValuePrinter::stanzasAndKeys);
-    for (Stanza const& stanza : outlineOf(store)) {
-        if (!request.stanza.empty() && stanza.name != request.stanza)
-            continue;
-        printer.addStanza(stanza.name);
-        for (std::string const& key : stanza.keys) {
-            if (!request.key.empty() && key != request.key)
-                continue;
-            std::vector<std::string> values = valuesOf(store, stanza.name, key);
-            bool const isMasked =
-                store.contents().isObfuscated(stanza.name.c_str(), key.c_str()) != 0;
-            if (isMasked)
-                values.assign(values.size(), kMask);
-            printer.addKey(key, values, isMasked ? kMask : countingValue(store, stanza.name, key));
-        }
-    }
+    forEachKey(
+        store,
+        [&](std::string_view stanza) {
+            bool const isWanted = request.stanza.empty() || stanza == request.stanza;
+            if (isWanted)
+                printer.addStanza(stanza);
+            return isWanted;
+        },
+        [&](KeyView const& key) {
+            if (!request.key.empty() && key.name != request.key)
+                return;
+            std::vector<std::string_view> const masks(key.isObfuscated ? key.values.size() : 0,
+                                                      kMask);
+            std::string const counting =
+                !printer.needsCounting() || key.isObfuscated
+                    ? kMask
+                    : countingValue(store, std::string(key.stanza), std::string(key.name));
+            printer.addKey(key.name, key.isObfuscated ? masks : key.values, counting);
+        });
     printer.finish();
     return exitDone;
 }

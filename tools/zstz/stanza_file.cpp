@@ -2,13 +2,13 @@
 
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
+#include <Z/ZPropertiesImpl_p.h>
+#include <Z/cache/map_order.h>
 #include <Z/stanza/limits.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/whitespace.h>
 #include <stdio.h>
 #include <unistd.h>
-
-#include <unordered_set>
 
 #include "busy.h"
 #include "dialect_choice.h"
@@ -16,6 +16,18 @@
 #include "problems.h"
 
 namespace {
+
+using zcache::Contents;
+using zcache::Id;
+
+// Makes the contents of a cache accessible.
+struct OpenCache : ZPCategoryBasedCache_6_0 {
+    static Contents const& contentsOf(ZPCategoryBasedCache_6_0 const& cache)
+    {
+        Rep const& (ZPCategoryBasedCache_6_0::*const rep)() const = &OpenCache::rep;
+        return (cache.*rep)();
+    }
+};
 
 std::string nameOf(ZObject_6_0 const* name)
 {
@@ -90,42 +102,60 @@ void loadFile(std::string const& path, double wait, Store& store)
         retryWhileBusy(Deadline(wait), [&] { loadOnce(path, store); });
 }
 
+void forEachKey(Store const& store, std::function<bool(std::string_view)> const& onStanza,
+                std::function<void(KeyView const&)> const& onKey)
+{
+    Contents const& contents = OpenCache::contentsOf(store.contents());
+    std::string_view stanza;
+    std::vector<std::string_view> values;
+    auto const visit = [&](Id id) {
+        values.clear();
+        if (contents.key(id).isLive)
+            contents.forEachValue(id, contents.anyKind(id),
+                                  [&](std::string_view value) { values.push_back(value); });
+        bool const isObfuscated = contents.valueCount(id, Contents::obfuscated) != 0;
+        onKey({stanza, contents.name(contents.key(id)), values, isObfuscated});
+    };
+    auto const enter = [&](Id category) {
+        stanza = contents.name(contents.category(category));
+        return onStanza(stanza);
+    };
+    auto const visitKeysWithoutLine = [&](Id category) {
+        for (Id const id : zcache::MapOrder(contents, category))
+            if (contents.key(id).line == 0)
+                visit(id);
+    };
+
+    for (Id category = contents.firstHeader(); category != 0;
+         category = contents.category(category).nextHeader) {
+        if (!enter(category))
+            continue;
+        size_t visited = 0;
+        Id line = contents.line(contents.category(category).header).next;
+        for (; line != 0 && contents.line(line).kind != zcache::headerLine;
+             line = contents.line(line).next)
+            if (contents.line(line).kind == zcache::keyLine) {
+                visit(contents.line(line).ref);
+                ++visited;
+            }
+        if (visited < contents.category(category).keyCount)
+            visitKeysWithoutLine(category);
+    }
+    for (Id const category : zcache::MapOrder(contents))
+        if (contents.category(category).header == 0 && enter(category))
+            visitKeysWithoutLine(category);
+}
+
 std::vector<Stanza> outlineOf(Store const& store)
 {
-    ZSCFData_6_0 const& cache = store.contents();
     std::vector<Stanza> stanzas;
-    std::unordered_set<std::string> listed;  // "stanza" or "stanza\nkey"
-
-    ZArrayList_6_0 lines(64, 1);
-    cache.getLines(lines);
-    for (unsigned i = 0; i < lines.size(); ++i) {
-        auto const& line = static_cast<ZPropLine_6_0 const&>(*lines.get(i));
-        std::string const name = toStdString(line.text());
-        if (line.type() == ZPropLine_6_0::stanzaHead) {
-            stanzas.push_back({name, {}});
-            listed.insert(name);
-        } else if (line.type() == ZPropLine_6_0::keyLine && !stanzas.empty()) {
-            stanzas.back().keys.push_back(name);
-            listed.insert(stanzas.back().name + '\n' + name);
-        }
-    }
-
-    ZArrayList_6_0 names(64, 1);
-    cache.getNames(names);
-    for (unsigned i = 0; i < names.size(); ++i) {
-        std::string const name = nameOf(names.get(i));
-        if (listed.insert(name).second)
-            stanzas.push_back({name, {}});
-    }
-    for (Stanza& stanza : stanzas) {
-        ZArrayList_6_0 keys(64, 1);
-        cache.getNames(stanza.name.c_str(), keys);
-        for (unsigned i = 0; i < keys.size(); ++i) {
-            std::string const key = nameOf(keys.get(i));
-            if (listed.insert(stanza.name + '\n' + key).second)
-                stanza.keys.push_back(key);
-        }
-    }
+    forEachKey(
+        store,
+        [&](std::string_view name) {
+            stanzas.push_back({std::string(name), {}});
+            return true;
+        },
+        [&](KeyView const& key) { stanzas.back().keys.emplace_back(key.name); });
     return stanzas;
 }
 

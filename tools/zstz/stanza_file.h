@@ -4,7 +4,9 @@
 #include <Z/ZPropertiesImpl.h>
 #include <Z/ZStanzaFileProperties.h>
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dialect_choice.h"
@@ -52,6 +54,20 @@ inline void loadFile(Request const& request, Store& store)
 /// Return the stanzas with their keys, or the stanza names, in file order. Stanzas and keys that
 /// are only in the companion file follow.
 std::vector<Stanza> outlineOf(Store const& store);
+
+// A key of a store and its values, valid during a call.
+struct KeyView {
+    std::string_view stanza;
+    std::string_view name;
+    std::vector<std::string_view> const& values;
+    bool isObfuscated;
+};
+
+/// Calls `onStanza` with the name of each stanza, and `onKey` for each of its keys if `onStanza`
+/// returns true, in the order of outlineOf().
+/// cost    O(n) in the lines, keys and values, which are not copied.
+void forEachKey(Store const& store, std::function<bool(std::string_view)> const& onStanza,
+                std::function<void(KeyView const&)> const& onKey);
 
 /// Returns the values of a key, in order.
 std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
