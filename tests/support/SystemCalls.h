@@ -65,6 +65,13 @@ struct CallPlan {
 };
 inline thread_local CallPlan callPlan;
 
+// Ends the watch of this thread. CountedExit.cpp calls it: the counts are written by the same
+// calls.
+extern "C" [[gnu::used]] inline void stopWatchingCalls()
+{
+    callPlan.watched = false;
+}
+
 // Watches the calls of this thread in this scope. Results stay in `callPlan` afterwards.
 class WatchedCalls {
 public:

@@ -23,7 +23,7 @@ TEST_F(ZJournaledFileLimits, StoreFailsAtTheFileSizeLimit)
         SCOPED_TRACE(interrupted);
         pid_t const child = fork();
         if (child == 0) {
-            rlimit const limit = {1 << 16, 1 << 16};
+            rlimit const limit = {1 << 16, RLIM_INFINITY};
             setrlimit(RLIMIT_FSIZE, &limit);
             int error = 0;
             CallPlan plan;
@@ -72,7 +72,7 @@ TEST_F(ZJournaledFileLimits, RecoverySucceedsIfTheJournalExceedsTheFileSizeLimit
     directory_.write(".conf.zjn", journalOf(kShort, {std::string(1 << 17, 'x'), ""}, ""));
     pid_t const child = fork();
     if (child == 0) {
-        rlimit const limit = {1 << 16, 1 << 16};
+        rlimit const limit = {1 << 16, RLIM_INFINITY};
         setrlimit(RLIMIT_FSIZE, &limit);
         store(kLong);
         _exit(0);

@@ -395,7 +395,9 @@ TEST_F(ZProcessReadWriteFileLock, FileSizeLimitIsAnOrdinaryFailure)
             Lock lock(dir().c_str(), "a");
             if (c.raises)
                 lock.writeLock();
-            rlimit const limit = {c.limit, c.limit};
+            rlimit limit;
+            getrlimit(RLIMIT_FSIZE, &limit);
+            limit.rlim_cur = c.limit;
             setrlimit(RLIMIT_FSIZE, &limit);
             int rc = 0;
             try {
