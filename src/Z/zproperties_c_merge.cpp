@@ -9,6 +9,7 @@
 #include "lines/difference.h"
 #include "lines/text_merge.h"
 #include "stanza/raise_sites.h"
+#include "stanza/reserved_entry.h"
 #include "stanza/stanza_dialect.h"
 #include "zproperties_c.h"
 #include "zproperties_c_p.h"
@@ -40,7 +41,8 @@ zlines::MergedText merge(Input const (&inputs)[3], ZStanzaDialect_6_0 const& dia
     zlines::Dialect const& reader =
         isStanzaFile ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
     try {
-        return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(), reader);
+        return zlines::mergeTexts(inputs[0].view(), inputs[1].view(), inputs[2].view(), reader,
+                                  isStanzaFile ? zstanza::kReservedCategory : "");
     } catch (zlines::Refusal const& refusal) {
         ZPropertiesInvalidValueException_6_0(inputs[1].name, refusal.stanza.c_str(),
                                              refusal.key.c_str(), refusal.value.c_str())

@@ -94,6 +94,68 @@ TEST(ZPropertiesCMerge, RefusesAnInvalidTextAndNamesIt)
     }
 }
 
+TEST(ZPropertiesCMerge, SeparateStanzasAreMatchedByTheirContents)
+{
+    std::string const a = "[Peer]\nKey=a\nPort=1\n\n";
+    std::string const b = "[Peer]\nKey=b\nPort=2\n\n";
+    std::string const c = "[Peer]\nKey=c\n\n";
+    std::string const d = "[Peer]\nName=d\n\n";
+    std::string const newA = "[Peer]\nKey=a\nPort=9\n\n";
+    std::string const newB = "[Peer]\nKey=b\nPort=8\n\n";
+    struct Case {
+        char const* name;
+        std::string base;
+        std::string ours;
+        std::string theirs;
+        std::string merged;
+    };
+    Case const cases[] = {
+        {"a new one above and a new one below", a, c + a, a + d, c + a + d},
+        {"a new one above and a change below", a + b, c + a + b, a + newB, c + a + newB},
+        {"a removed one above and a change below", a + b, b, a + newB, newB},
+        {"a change above and a removed one below", a + b, newA + b, a, newA},
+        {"the same new one", a, a + c, a + c + d, a + c + d},
+        {"two new ones", a, a + c, a + d, a + c + d},
+        {"both removed", a + b + c, b + c, a + c, c},
+    };
+    for (Case const& t : cases) {
+        SCOPED_TRACE(t.name);
+        // A removed stanza leaves the blank line above it.
+        auto const cut = [](std::string const& text) {
+            return text.substr(0, text.find_last_not_of('\n') + 2);
+        };
+        Merged const merged = merge(cut(t.base), cut(t.ours), cut(t.theirs), "networkd");
+        EXPECT_EQ(0, merged.code);
+        EXPECT_EQ(0, merged.conflicts);
+        EXPECT_EQ(cut(t.merged), cut(merged.text));
+        Merged const swapped = merge(cut(t.base), cut(t.theirs), cut(t.ours), "networkd");
+        EXPECT_EQ(0, swapped.conflicts);
+        EXPECT_EQ(cut(merged.text).size(), cut(swapped.text).size());
+    }
+    Merged const conflict = merge(a + b, c + newA + b, b, "networkd");
+    EXPECT_EQ(1, conflict.conflicts);
+    EXPECT_EQ(c + "<<<<<<< ours\n[Peer]\nKey=a\nPort=9\n=======\n>>>>>>> " + "theirs\n\n" + b,
+              conflict.text);
+}
+
+TEST(ZPropertiesCMerge, TheReservedStanzaOfOursStays)
+{
+    std::string const base = "[s]\nk=1\n";
+    std::string const reserved = "\n[configuration-database]\nfile=/a/x.obf\n";
+    std::string const other = "\n[configuration-database]\nfile=/b/y.obf\n";
+    std::string const theirs = "[s]\nk=2\n";
+    EXPECT_EQ(theirs + reserved, merge(base + reserved, base + reserved, theirs).text);
+    EXPECT_EQ(theirs + reserved, merge(base + reserved, base + reserved, theirs + other).text);
+    EXPECT_EQ(theirs + reserved, merge(base, base + reserved, theirs + other).text);
+    EXPECT_EQ(theirs, merge(base, base, theirs + other).text);
+    EXPECT_EQ("[s]\nk=2\nl=1\n", merge(base, base + "l=1\n", theirs + other).text);
+    EXPECT_EQ(theirs + reserved, merge(base, theirs + reserved, theirs + other).text);
+    Merged const merged = merge(base + reserved, base + reserved, theirs + other);
+    EXPECT_EQ(0, merged.conflicts);
+    // A stanza of this name is nothing special in another dialect.
+    EXPECT_EQ(theirs + other, merge(base, base, theirs + other, "ini").text);
+}
+
 TEST(ZPropertiesCMerge, OpensNoCompanion)
 {
     std::string const base = "[a]\nk = 1\n[configuration-database]\nfile = /none/x.obf\n";

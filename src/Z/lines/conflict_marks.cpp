@@ -1,6 +1,7 @@
 #include "conflict_marks.h"
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace zlines {
@@ -13,20 +14,30 @@ using Strings = std::vector<std::string>;
 
 class Marker {
 public:
-    Marker(std::string_view text, Dialect const& dialect, MergedContents const& contents,
-           MergeSide const& ours, MergeSide const& theirs)
-        : text_(text), contents_(contents), ours_(ours), theirs_(theirs), merged_(text, dialect)
+    Marker(std::string_view text, Dialect const& dialect, std::vector<std::string> const& names,
+           MergedContents const& contents, MergeSide const& ours, MergeSide const& theirs)
+        : text_(text),
+          contents_(contents),
+          ours_(ours),
+          theirs_(theirs),
+          merged_(text, dialect, names)
     {
     }
 
     std::string mark()
     {
         for (auto const& [name, stanza] : contents_.stanzas())
-            if (!stanza.isRemovedBySide || !markStanza(name, stanza))
+            if (stanza.conflict == MergedStanza::onlyOurs)
+                markStanzaOfOurs(name);
+            else if (stanza.conflict == MergedStanza::onlyTheirs)
+                markStanzaOfTheirs(name);
+            else
                 for (auto const& [key, values] : stanza.keys)
                     markKey(name, key, values);
         return compose();
     }
+
+    size_t blocks() const { return blocks_; }
 
 private:
     // At one position the end of a conflict precedes the start of the next.
@@ -36,6 +47,7 @@ private:
         uint32_t position;
         Place place;
         std::string lines;
+        uint32_t until = 0;  // the end of the bytes that it replaces; 0: none
     };
 
     Outline const& outline() const { return merged_.outline(); }
@@ -54,6 +66,7 @@ private:
     void insertAbove(uint32_t line, std::string lines)
     {
         insertions_.push_back({startOf(line), start, std::move(lines)});
+        ++blocks_;
     }
 
     void insertBelow(uint32_t line, std::string lines)
@@ -71,17 +84,14 @@ private:
     static void appendLines(MergeSide const& side, std::vector<uint32_t> const& lines,
                             std::string_view ending, std::string& out)
     {
-        for (uint32_t const line : lines) {
-            std::string_view bytes =
-                slice(side.outline().text(), side.outline().lines()[line].begin,
-                      side.outline().endOf(line));
-            while (bytes.ends_with('\n') || bytes.ends_with('\r'))
-                bytes.remove_suffix(1);
-            appendLine(out, bytes, ending);
-        }
+        for (uint32_t const line : lines)
+            appendBytes(slice(side.outline().text(), side.outline().lines()[line].begin,
+                              side.outline().endOf(line)),
+                        ending, out);
     }
 
-    // Returns the lines of a side that have the values or, without values, the key.
+    // Returns the lines of a side that have the values or, without values, the key. All values: the
+    // lines without a value, too.
     static std::vector<uint32_t> linesOf(MergeSide const& side, std::string_view stanza,
                                          std::string_view key, Strings const& values)
     {
@@ -91,6 +101,12 @@ private:
         if (values.empty())
             return found->values.empty() ? found->otherLines : std::vector<uint32_t>();
         std::vector<uint32_t> lines;
+        if (values.size() == found->values.size()) {
+            std::merge(found->valueLines.begin(), found->valueLines.end(),
+                       found->otherLines.begin(), found->otherLines.end(),
+                       std::back_inserter(lines));
+            return lines;
+        }
         Strings left = values;
         for (size_t i = 0; i < found->values.size(); ++i) {
             auto const at = std::find(left.begin(), left.end(), found->values[i]);
@@ -102,31 +118,57 @@ private:
         return lines;
     }
 
-    // Marks a stanza that only one side has, with all its lines. Returns false if they are not in
-    // one place.
-    bool markStanza(std::string const& name, MergedStanza const& stanza)
+    // Marks a stanza that only `ours` has, wherever its lines are.
+    void markStanzaOfOurs(std::string const& name)
     {
         SideStanza const* const found = merged_.find(name);
-        uint32_t last = kNone;
-        for (auto const& [key, values] : stanza.keys) {
-            for (MergedValue const& value : values.values)
-                if (!value.isConflict)
-                    return false;
-            for (uint32_t const line : merged_.find(name, key)->valueLines)
-                last = last == kNone ? line : std::max(last, line);
+        if (found == nullptr)
+            return;
+        for (uint32_t const section : found->sections) {
+            auto const [first, last] = merged_.rangeOf(section);
+            std::string const ending(endingAt(outline().sections()[section].header));
+            insertions_.push_back({first, start, oursMark_ + ending});
+            insertions_.push_back({last, end, kMiddle + ending + theirsMark_ + ending});
+            ++blocks_;
         }
-        if (last == kNone || last < found->header)
-            return false;
-        for (uint32_t line = found->header + 1; line < last; ++line)
-            if (outline().lines()[line].kind == headerLine)
-                return false;
-        std::string const ending(endingAt(found->header));
-        bool const isOurs = ours_.find(name) != nullptr;
-        std::string const above = oursMark_ + ending + (isOurs ? "" : kMiddle + ending);
-        std::string const below = (isOurs ? kMiddle + ending : "") + theirsMark_ + ending;
-        insertAbove(found->header, above);
-        insertBelow(last, below);
-        return true;
+    }
+
+    // Puts the lines of a stanza that only `theirs` has in the place of its new header.
+    void markStanzaOfTheirs(std::string const& name)
+    {
+        SideStanza const* const found = merged_.find(name);
+        SideStanza const* const theirs = theirs_.find(name);
+        uint32_t const header = found == nullptr ? kNone : found->header;
+        std::string const ending(outline().lineEndingAfter(header == kNone ? kNone : header));
+        std::string lines = oursMark_ + ending + kMiddle + ending;
+        for (uint32_t const section : theirs->sections) {
+            auto const [first, last] = theirs_.rangeOf(section);
+            appendBytes(slice(theirs_.outline().text(), first, last), ending, lines);
+        }
+        lines += theirsMark_ + ending;
+        replace(header, header, std::move(lines));
+    }
+
+    // Replaces the lines from `first` to `last` by a block; kNone: adds it at the end of the text.
+    void replace(uint32_t first, uint32_t last, std::string block)
+    {
+        auto const size = static_cast<uint32_t>(text_.size());
+        insertions_.push_back({first == kNone ? size : outline().lines()[first].begin, start,
+                               std::move(block), last == kNone ? size : outline().endOf(last)});
+        ++blocks_;
+    }
+
+    // Appends lines with the line ending of the result.
+    static void appendBytes(std::string_view bytes, std::string_view ending, std::string& out)
+    {
+        while (!bytes.empty()) {
+            size_t const length = std::min(bytes.find('\n'), bytes.size());
+            std::string_view line = bytes.substr(0, length);
+            if (line.ends_with('\r'))
+                line.remove_suffix(1);
+            appendLine(out, line, ending);
+            bytes.remove_prefix(std::min(length + 1, bytes.size()));
+        }
     }
 
     void markKey(std::string const& stanza, std::string const& name, MergedKey const& key)
@@ -135,9 +177,13 @@ private:
         size_t at = 0;
         for (MergedValue const& value : key.values) {
             size_t const count = value.ours.empty() ? value.theirs.size() : value.ours.size();
-            if (value.isConflict) {
+            if (value.isConflict && found != nullptr && at + count <= found->valueLines.size()) {
                 auto const first = found->valueLines.begin() + static_cast<ptrdiff_t>(at);
                 markValue(stanza, name, value, {first, first + static_cast<ptrdiff_t>(count)});
+            } else if (value.isConflict) {
+                std::string block;
+                appendBlock(stanza, name, value, outline().lineEndingAfter(kNone), block);
+                replace(kNone, kNone, std::move(block));
             }
             at += count;
         }
@@ -147,19 +193,18 @@ private:
                    std::vector<uint32_t> const& lines)
     {
         std::string const ending(endingAt(lines.front()));
-        auto const sideLines = [&](MergeSide const& side, Strings const& values) {
-            std::string text;
-            appendLines(side, linesOf(side, stanza, key, values), ending, text);
-            return text;
-        };
-        std::string const head(slice(text_, startOf(lines.front()),
-                                     outline().lines()[lines.front()].begin));  // "[a] k = v"
         if (value.ours.empty()) {
-            insertAbove(lines.front(),
-                        oursMark_ + ending + sideLines(ours_, {}) + kMiddle + ending);
-            insertBelow(lines.back(), theirsMark_ + ending);
+            // The lines of `theirs`, as the dialect spells new lines.
+            std::string block;
+            appendBlock(stanza, key, value, ending, block);
+            replace(lines.front(), lines.front(), std::move(block));
+            for (size_t i = 1; i < lines.size(); ++i)
+                insertions_.push_back(
+                    {outline().lines()[lines[i]].begin, start, "", outline().endOf(lines[i])});
             return;
         }
+        std::string const head(slice(text_, startOf(lines.front()),
+                                     outline().lines()[lines.front()].begin));  // "[a] k = v"
         // Lines between the lines of the key are not part of the conflict.
         bool const isOneBlock = lines.back() - lines.front() + 1 == lines.size();
         for (size_t i = 0; i < lines.size(); ++i) {
@@ -170,11 +215,23 @@ private:
             bool const hasTheirs = isOneBlock || i == 0;
             std::string below = kMiddle + ending;
             if (hasTheirs)
-                below += head + sideLines(theirs_, value.theirs);
+                below += head, appendLines(theirs_, linesOf(theirs_, stanza, key, value.theirs),
+                                           ending, below);
             if (hasTheirs && !head.empty() && below.ends_with(head))
                 below += ending;
             insertBelow(lines[i], below + theirsMark_ + ending);
         }
+    }
+
+    // Appends both sides of a conflict, with marks.
+    void appendBlock(std::string const& stanza, std::string const& key, MergedValue const& value,
+                     std::string_view ending, std::string& out) const
+    {
+        appendLine(out, oursMark_, ending);
+        appendLines(ours_, linesOf(ours_, stanza, key, value.ours), ending, out);
+        appendLine(out, kMiddle, ending);
+        appendLines(theirs_, linesOf(theirs_, stanza, key, value.theirs), ending, out);
+        appendLine(out, theirsMark_, ending);
     }
 
     std::string compose()
@@ -186,10 +243,12 @@ private:
         std::string out;
         uint32_t done = 0;
         for (Insertion const& insertion : insertions_) {
-            out += slice(text_, done, insertion.position);
-            done = insertion.position;
-            if (!out.empty() && out.back() != '\n')
-                out += endingAt(static_cast<uint32_t>(outline().lines().size() - 1));
+            if (insertion.position > done)
+                out += slice(text_, done, insertion.position);
+            done = std::max({done, insertion.position, insertion.until});
+            if (!out.empty() && out.back() != '\n' && !insertion.lines.empty())
+                out +=
+                    outline().lineEndingAfter(static_cast<uint32_t>(outline().lines().size() - 1));
             out += insertion.lines;
         }
         return out += text_.substr(done);
@@ -203,15 +262,19 @@ private:
     std::string const oursMark_ = std::string("<<<<<<< ") + "ours";
     std::string const theirsMark_ = std::string(">>>>>>> ") + "theirs";
     std::vector<Insertion> insertions_;
+    size_t blocks_ = 0;
 };
 
 }  // namespace
 
 std::string markConflicts(std::string_view text, Dialect const& dialect,
-                          MergedContents const& contents, MergeSide const& ours,
-                          MergeSide const& theirs)
+                          std::vector<std::string> const& names, MergedContents const& contents,
+                          MergeSide const& ours, MergeSide const& theirs, size_t& blocks)
 {
-    return Marker(text, dialect, contents, ours, theirs).mark();
+    Marker marker(text, dialect, names, contents, ours, theirs);
+    std::string marked = marker.mark();
+    blocks = marker.blocks();
+    return marked;
 }
 
 }  // namespace zlines

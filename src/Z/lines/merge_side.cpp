@@ -1,11 +1,52 @@
 #include "merge_side.h"
 
 #include <algorithm>
-#include <utility>
+
+#include "separate_stanzas.h"
 
 namespace zlines {
 
-MergeSide::MergeSide(std::string_view text, Dialect const& dialect) : outline_(text, dialect)
+namespace {
+
+// Returns the names of the stanzas of a side, as the base has them.
+std::vector<std::string> namesLike(MergeSide const& base, Outline& side)
+{
+    std::vector<std::string> names;
+    std::map<std::string, uint32_t> counts;
+    std::vector<MatchedStanza> const matched = matchSeparateStanzas(base.outline(), side);
+    for (MatchedStanza const& stanza : matched) {
+        if (stanza.before != kNone) {
+            names.emplace_back(base.outline().stanzas()[stanza.before].name);
+            continue;
+        }
+        // No header has a newline. Equal stanzas that both sides add have one name.
+        std::string name = '\n' + stanza.contents;
+        name += '\n' + std::to_string(++counts[stanza.contents]);
+        names.push_back(std::move(name));
+    }
+    return names;
+}
+
+}  // namespace
+
+MergeSide::MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base)
+    : outline_(text, dialect)
+{
+    bool const isMatched = base != nullptr && !dialect.joinsHeaders();
+    read(isMatched ? namesLike(*base, outline_) : std::vector<std::string>());
+}
+
+MergeSide::MergeSide(std::string_view text, Dialect const& dialect,
+                     std::vector<std::string> const& names)
+    : outline_(text, dialect)
+{
+    read(names.size() == outline_.stanzas().size() && !dialect.joinsHeaders()
+             ? names
+             : std::vector<std::string>());
+}
+
+// range   `names` is empty: the stanzas have their own names.
+void MergeSide::read(std::vector<std::string> const& names)
 {
     std::vector<uint32_t> stanzaOf(outline_.sections().size(), 0);
     auto const& read = outline_.stanzas();
@@ -13,8 +54,9 @@ MergeSide::MergeSide(std::string_view text, Dialect const& dialect) : outline_(t
         for (uint32_t at = read[i].firstSection; at != kNone; at = outline_.sections()[at].next)
             stanzaOf[at] = i;
     for (uint32_t i = 0; i < stanzaOf.size(); ++i)
-        addSection(outline_.sections()[i],
-                   stanzaOf[i] == 0 ? kTopOfText : std::string(read[stanzaOf[i]].name));
+        addSection(outline_.sections()[i], stanzaOf[i] == 0 ? kTopOfText
+                                           : names.empty()  ? std::string(read[stanzaOf[i]].name)
+                                                            : names[stanzaOf[i]]);
     takeComments(kEndOfText, "");
 }
 
@@ -28,6 +70,7 @@ void MergeSide::addSection(Section const& section, std::string const& name)
     auto const [at, isNew] = stanzas_.try_emplace(name);
     if (isNew)
         order_.push_back(name);
+    at->second.sections.push_back(static_cast<uint32_t>(&section - outline_.sections().data()));
     if (section.header != kNone) {
         takeCommentsAtStart(section.header);
         takeComments(name, "");
@@ -94,6 +137,28 @@ void MergeSide::takeComments(std::string const& stanza, std::string const& key)
         entries_.push_back({SideEntry::comment, stanza, key, comment, comment.isBelowBlank});
     }
     pending_.clear();
+}
+
+std::pair<uint32_t, uint32_t> MergeSide::rangeOf(uint32_t section) const
+{
+    Section const& found = outline_.sections()[section];
+    std::vector<Line> const& lines = outline_.lines();
+    uint32_t first = found.header;
+    for (uint32_t at = first; at > 0; --at) {
+        if (lines[at - 1].kind == commentLine)
+            first = at - 1;
+        else if (lines[at - 1].kind != blankLine)
+            break;
+        // Comments at the start of the text belong to it if a blank line follows them.
+        if (at == 1)
+            for (first = found.header; first > 0 && lines[first - 1].kind == commentLine;)
+                --first;
+    }
+    uint32_t last = found.header;
+    for (uint32_t line = found.first; line < found.end; ++line)
+        if (lines[line].isKey())
+            last = line;
+    return {lines[first].begin, outline_.endOf(last)};
 }
 
 SideStanza const* MergeSide::find(std::string_view stanza) const

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "outline.h"
@@ -33,6 +34,7 @@ struct SideKey {
 struct SideStanza {
     std::string_view spelled;
     uint32_t header = kNone;             // its first line; kNone: the part above the first header
+    std::vector<uint32_t> sections;      // of the outline
     std::vector<std::string_view> keys;  // in the order of the text, as in `contents`
     std::map<std::string, SideKey, std::less<>> contents;
     std::vector<SideComment> comments;
@@ -57,12 +59,22 @@ struct SideEntry {
 
 class MergeSide {
 public:
-    /// range   `text` outlives the object.
-    MergeSide(std::string_view text, Dialect const& dialect);
+    /// range   `text` outlives the object. If `base` is not null, a stanza that is not joined has
+    ///         the name of the same stanza there, whatever its number; a further stanza has a name
+    ///         that depends on its contents.
+    MergeSide(std::string_view text, Dialect const& dialect, MergeSide const* base = nullptr);
+
+    /// As above, with the names of stanzas that are not joined. The names are ignored if their
+    /// number differs.
+    MergeSide(std::string_view text, Dialect const& dialect, std::vector<std::string> const& names);
     MergeSide(MergeSide const&) = delete;
     MergeSide& operator=(MergeSide const&) = delete;
 
     Outline const& outline() const { return outline_; }
+
+    /// Returns the positions of the lines of a section with a header: from the first comment that
+    /// belongs to the header to the end of the last key.
+    std::pair<uint32_t, uint32_t> rangeOf(uint32_t section) const;
     std::vector<std::string> const& stanzas() const { return order_; }  // in the order of the text
     std::list<SideEntry> const& entries() const { return entries_; }
 
@@ -74,6 +86,7 @@ public:
     std::vector<SideComment> commentsOf(std::string_view stanza, std::string_view key) const;
 
 private:
+    void read(std::vector<std::string> const& names);
     void addSection(Section const& section, std::string const& name);
     void addKey(std::string const& stanza, uint32_t line);
     void takeComments(std::string const& stanza, std::string const& key);

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace zlines {
 
 namespace {
+
+using Strings = std::vector<std::string>;
 
 // Returns whether something is in the result, by its presence in the base and on both sides.
 bool isPresent(bool base, bool ours, bool theirs)
@@ -19,69 +22,128 @@ bool isConflict(MergedKey const& key)
                        [](MergedValue const& value) { return value.isConflict; });
 }
 
-// Merges a key that at least one side has. Returns false if the result does not have the key.
-bool mergeKey(SideKey const* base, SideKey const* ours, SideKey const* theirs, bool isStanzaRemoved,
-              MergedKey& merged)
+Strings const& valuesOf(SideKey const* key)
 {
-    std::vector<std::string> const none;
-    auto const of = [&](SideKey const* key) -> std::vector<std::string> const& {
-        return key == nullptr ? none : key->values;
+    static Strings const none;
+    return key == nullptr ? none : key->values;
+}
+
+// Returns whether a side changed a key that has lines with and without a value, where the latter
+// are values of their own kind. The merged list has no place for them.
+bool isMixedChange(Dialect const& dialect, SideKey const* base, SideKey const* ours,
+                   SideKey const* theirs)
+{
+    auto const isMixed = [](SideKey const* key) {
+        return key != nullptr && !key->values.empty() && !key->otherLines.empty();
     };
-    if (isStanzaRemoved && base == nullptr) {  // a side added the key to a stanza without a future
-        if (ours != nullptr && theirs == nullptr && !of(ours).empty())
-            merged.values = {{of(ours), {}, true}};
-        else if (theirs != nullptr && ours == nullptr && !of(theirs).empty())
-            merged.values = {{{}, of(theirs), true}};
-        return !merged.values.empty();
-    }
+    auto const isSame = [](SideKey const* one, SideKey const* other) {
+        return one == nullptr || other == nullptr
+                   ? one == other
+                   : one->values == other->values &&
+                         one->otherLines.size() == other->otherLines.size();
+    };
+    return dialect.hasEmptyValues() && (isMixed(base) || isMixed(ours) || isMixed(theirs)) &&
+           !isSame(base, theirs) && !isSame(ours, theirs);
+}
+
+// Merges a key that at least one side has. Returns false if the result does not have the key.
+bool mergeKey(Dialect const& dialect, SideKey const* base, SideKey const* ours,
+              SideKey const* theirs, MergedKey& merged)
+{
+    Strings const& changed = valuesOf(ours == nullptr ? theirs : ours);
     bool const isRemovedByOne = base != nullptr && (ours == nullptr) != (theirs == nullptr);
-    bool const isChangedByOne = of(ours == nullptr ? theirs : ours) != of(base);
-    if (isRemovedByOne && isChangedByOne && of(base).empty())
-        merged.values = {{of(ours), of(theirs), true}};
+    bool const hasValues = !valuesOf(ours).empty() || !valuesOf(theirs).empty();
+    if (hasValues && isMixedChange(dialect, base, ours, theirs))
+        merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
+    else if (isRemovedByOne && changed != valuesOf(base) && valuesOf(base).empty())
+        merged.values = {{valuesOf(ours), valuesOf(theirs), true}};
     else
-        merged.values = mergeValues(of(base), of(ours), of(theirs));
+        merged.values = mergeValues(valuesOf(base), valuesOf(ours), valuesOf(theirs));
     return !merged.values.empty() || isPresent(base != nullptr, ours != nullptr, theirs != nullptr);
+}
+
+MergedStanza copyOf(SideStanza const& side)
+{
+    MergedStanza copy;
+    for (std::string_view const key : side.keys) {
+        MergedKey& values = copy.keys[std::string(key)];
+        for (std::string const& value : side.contents.find(key)->second.values)
+            values.values.push_back({{value}, {}, false});
+    }
+    return copy;
+}
+
+// Returns whether `side` has a key or value that the base does not have.
+bool addsTo(Dialect const& dialect, SideStanza const& base, SideStanza const& side)
+{
+    for (std::string_view const name : side.keys) {
+        auto const old = base.contents.find(name);
+        if (old == base.contents.end())
+            return true;
+        MergedKey merged;
+        mergeKey(dialect, &old->second, &side.contents.find(name)->second, nullptr, merged);
+        if (isConflict(merged))
+            return true;
+    }
+    return false;
 }
 
 }  // namespace
 
 MergedContents::MergedContents(MergeSide const& base, MergeSide const& ours,
-                               MergeSide const& theirs)
+                               MergeSide const& theirs, std::string_view fixed)
 {
+    Dialect const& dialect = base.outline().dialect();
     std::set<std::string> names(ours.stanzas().begin(), ours.stanzas().end());
     names.insert(theirs.stanzas().begin(), theirs.stanzas().end());
     for (std::string const& name : names) {
-        SideStanza const* const sides[] = {base.find(name), ours.find(name), theirs.find(name)};
-        bool const isKept =
-            isPresent(sides[0] != nullptr, sides[1] != nullptr, sides[2] != nullptr);
+        SideStanza const* const before = base.find(name);
+        SideStanza const* const our = ours.find(name);
+        SideStanza const* const their = theirs.find(name);
+        if (!fixed.empty() && name == fixed) {
+            if (our != nullptr)
+                stanzas_.emplace(name, copyOf(*our)).first->second.isFixed = true;
+            continue;
+        }
+        if (!isPresent(before != nullptr, our != nullptr, their != nullptr)) {
+            SideStanza const* const left = our != nullptr ? our : their;
+            if (left == nullptr || !addsTo(dialect, *before, *left))
+                continue;
+            MergedStanza merged = our != nullptr ? copyOf(*our) : MergedStanza();
+            merged.conflict = our != nullptr ? MergedStanza::onlyOurs : MergedStanza::onlyTheirs;
+            stanzas_.emplace(name, std::move(merged));
+            hasConflicts_ = true;
+            continue;
+        }
         std::set<std::string> keys;
-        for (SideStanza const* const side : {sides[1], sides[2]})
+        for (SideStanza const* const side : {our, their})
             if (side != nullptr)
                 keys.insert(side->keys.begin(), side->keys.end());
-        MergedStanza merged;
-        merged.isRemovedBySide = !isKept;
+        MergedStanza& merged = stanzas_[name];
         for (std::string const& key : keys) {
             MergedKey values;
-            if (!mergeKey(base.find(name, key), ours.find(name, key), theirs.find(name, key),
-                          !isKept, values) ||
-                (!isKept && !isConflict(values)))
+            if (!mergeKey(dialect, base.find(name, key), ours.find(name, key),
+                          theirs.find(name, key), values))
                 continue;
-            for (MergedValue const& value : values.values)
-                conflicts_ += value.isConflict ? 1 : 0;
+            hasConflicts_ = hasConflicts_ || isConflict(values);
             merged.keys.emplace(key, std::move(values));
         }
-        if (isKept || !merged.keys.empty())
-            stanzas_.emplace(name, std::move(merged));
     }
+}
+
+MergedStanza const* MergedContents::find(std::string const& stanza) const
+{
+    auto const found = stanzas_.find(stanza);
+    return found == stanzas_.end() ? nullptr : &found->second;
 }
 
 MergedKey const* MergedContents::find(std::string const& stanza, std::string const& key) const
 {
-    auto const parent = stanzas_.find(stanza);
-    if (parent == stanzas_.end())
+    MergedStanza const* const parent = find(stanza);
+    if (parent == nullptr)
         return nullptr;
-    auto const found = parent->second.keys.find(key);
-    return found == parent->second.keys.end() ? nullptr : &found->second;
+    auto const found = parent->keys.find(key);
+    return found == parent->keys.end() ? nullptr : &found->second;
 }
 
 }  // namespace zlines

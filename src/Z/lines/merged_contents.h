@@ -1,10 +1,9 @@
 // merged_contents: the stanzas, keys and values that a merge gives.
 #pragma once
 
-#include <stddef.h>
-
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "merge_side.h"
@@ -17,25 +16,34 @@ struct MergedKey {
 };
 
 struct MergedStanza {
+    // A conflict: one side removed the stanza, and the other changed it. The result has the stanza
+    // of `ours` as it is, or a header in the place of the stanza of `theirs`.
+    enum Conflict { none, onlyOurs, onlyTheirs };
+
     std::map<std::string, MergedKey> keys;
-    bool isRemovedBySide = false;  // one side removed it; it has conflicts only
+    Conflict conflict = none;
+    bool isFixed = false;  // it has the contents and comments of `ours`
 };
 
 class MergedContents {
 public:
-    MergedContents(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs);
+    /// range   `fixed` is a stanza that has the contents of `ours` whatever `theirs` has; empty:
+    ///         none.
+    MergedContents(MergeSide const& base, MergeSide const& ours, MergeSide const& theirs,
+                   std::string_view fixed);
 
     std::map<std::string, MergedStanza> const& stanzas() const { return stanzas_; }
     bool has(std::string const& stanza) const { return stanzas_.contains(stanza); }
 
-    /// Returns null if the result does not have the key.
+    /// Return null if the result does not have the stanza or key.
+    MergedStanza const* find(std::string const& stanza) const;
     MergedKey const* find(std::string const& stanza, std::string const& key) const;
 
-    size_t conflicts() const { return conflicts_; }
+    bool hasConflicts() const { return hasConflicts_; }
 
 private:
     std::map<std::string, MergedStanza> stanzas_;
-    size_t conflicts_ = 0;
+    bool hasConflicts_ = false;
 };
 
 }  // namespace zlines

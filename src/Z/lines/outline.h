@@ -47,6 +47,7 @@ public:
 
     /// The first stanza has the lines above the first header.
     std::vector<ReadStanza>& stanzas() { return stanzas_; }
+    std::vector<ReadStanza> const& stanzas() const { return stanzas_; }
 
     /// Returns the index of a stanza, or kNone.
     /// range   `guess` is the index to try first.

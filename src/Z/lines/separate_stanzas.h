@@ -2,6 +2,7 @@
 // in the names of the others, so that one name can be two stanzas before and after.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "document.h"
@@ -10,8 +11,17 @@
 namespace zlines {
 
 /// Returns for each wanted stanza its stanza in the text, in ascending order, or kNone. Stanzas
-/// with the same header and contents match; between two matches, stanzas with the same header do.
+/// with the same header and contents match; between two matches, stanzas with the same header and
+/// the most common lines do.
 /// cost    as align() for the stanzas, and O(n log n) for the lines of each.
-std::vector<uint32_t> matchSeparateStanzas(Outline& outline, Document const& document);
+std::vector<uint32_t> matchSeparateStanzas(Outline const& outline, Document const& document);
+
+struct MatchedStanza {
+    uint32_t before;       // the same stanza of the other text, or kNone
+    std::string contents;  // the header, and the keys with their values
+};
+
+/// As above, for the stanzas of another text.
+std::vector<MatchedStanza> matchSeparateStanzas(Outline const& before, Outline const& after);
 
 }  // namespace zlines

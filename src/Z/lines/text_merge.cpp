@@ -1,5 +1,6 @@
 #include "text_merge.h"
 
+#include <algorithm>
 #include <iterator>
 #include <list>
 #include <map>
@@ -74,6 +75,8 @@ public:
             if (contents_.has(stanza))
                 addKeys(stanza);
         for (auto const& [stanza, keys] : contents_.stanzas()) {
+            if (keys.isFixed || keys.conflict != MergedStanza::none)
+                continue;
             mergeCommentsOf(stanza, "");
             for (auto const& [key, values] : keys.keys)
                 mergeCommentsOf(stanza, key);
@@ -121,6 +124,40 @@ private:
         return isInComments ? end : at;
     }
 
+    bool isOnlyOurs(std::string const& stanza, std::string const& key) const
+    {
+        auto const has = [&](MergeSide const& side) {
+            return key.empty() ? side.find(stanza) != nullptr : side.find(stanza, key) != nullptr;
+        };
+        return has(ours_) && !has(base_) && !has(theirs_);
+    }
+
+    // Returns the position after the keys at `at` that only this side has added.
+    Position skipNewKeys(Position at, std::string const& stanza)
+    {
+        Position end = at;
+        for (; at != entries_.end() && at->kind != SideEntry::header && !at->name.empty() &&
+               at->stanza == stanza && isOnlyOurs(stanza, at->name);
+             ++at)
+            if (at->kind == SideEntry::key)
+                end = std::next(at);
+        return end;
+    }
+
+    // As endOfSection(), after the following stanzas that only this side has added.
+    Position endOfNewSections(Position at)
+    {
+        Position end = endOfSection(at);
+        for (Position header = end; header != entries_.end(); header = end) {
+            while (header != entries_.end() && header->kind != SideEntry::header)
+                ++header;
+            if (header == entries_.end() || !isOnlyOurs(header->stanza, ""))
+                break;
+            end = endOfSection(std::next(header));
+        }
+        return end;
+    }
+
     Position add(Position before, SideEntry entry)
     {
         Name const name(entry.stanza, entry.name);
@@ -142,7 +179,7 @@ private:
                 continue;
             }
             last = std::next(
-                add(endOfSection(last),
+                add(endOfNewSections(last),
                     {SideEntry::header, stanza, "", {}, theirs_.find(stanza)->isBelowBlank}));
         }
     }
@@ -169,15 +206,27 @@ private:
             if (contents_.find(stanza, key) == nullptr)
                 continue;
             auto const known = positions_.find(Name(stanza, key));
-            Position const at = known != positions_.end()
-                                    ? known->second
-                                    : add(next, {SideEntry::key,
-                                                 stanza,
-                                                 key,
-                                                 {},
-                                                 theirs_.find(stanza, key)->isBelowBlank});
+            Position const at =
+                known != positions_.end()
+                    ? known->second
+                    : add(skipNewKeys(next, stanza), {SideEntry::key,
+                                                      stanza,
+                                                      key,
+                                                      {},
+                                                      theirs_.find(stanza, key)->isBelowBlank});
             next = std::next(at);
         }
+    }
+
+    // Returns whether the other side has a key or header below a blank line.
+    bool isBelowBlankThere(std::string const& stanza, std::string const& key) const
+    {
+        if (key.empty()) {
+            SideStanza const* const found = theirs_.find(stanza);
+            return found != nullptr && found->isBelowBlank;
+        }
+        SideKey const* const found = theirs_.find(stanza, key);
+        return found != nullptr && found->isBelowBlank;
     }
 
     void mergeCommentsOf(std::string const& stanza, std::string const& key)
@@ -201,9 +250,16 @@ private:
         // A blank line separates the comments at the start from the rest.
         if (stanza == kTopOfText && key.empty() && before != entries_.end())
             before->isBelowBlank = true;
-        for (SideComment const& comment : merged)
-            entries_.insert(before,
-                            {SideEntry::comment, stanza, key, comment, comment.isBelowBlank});
+        bool isBelowBlank = false;
+        if (ours.empty() && known != positions_.end()) {
+            // The blank line above the key or header is above its comments then.
+            isBelowBlank = std::exchange(before->isBelowBlank, isBelowBlankThere(stanza, key));
+        }
+        for (SideComment const& comment : merged) {
+            entries_.insert(before, {SideEntry::comment, stanza, key, comment,
+                                     comment.isBelowBlank || isBelowBlank});
+            isBelowBlank = false;
+        }
     }
 
     MergeSide const& base_;
@@ -244,7 +300,11 @@ public:
         for (std::string const& stanza : order)
             for (SideEntry const* entry : grouped[stanza])
                 write(*entry, document);
+        names_ = std::move(order);
     }
+
+    /// Returns the names of the stanzas in the document, in order.
+    std::vector<std::string> const& names() const { return names_; }
 
 private:
     void write(SideEntry const& entry, Document& document)
@@ -258,7 +318,8 @@ private:
         MergeSide const& side = isOurs ? ours_ : theirs_;
         if (entry.kind == SideEntry::header) {
             std::string_view const spelled = side.find(entry.stanza)->spelled;
-            bool const isName = dialect_.comparableStanza(spelled, space_) == entry.stanza;
+            bool const isName = !dialect_.joinsHeaders() ||
+                                dialect_.comparableStanza(spelled, space_) == entry.stanza;
             document.addStanza(isName ? spelled : entry.stanza, entry.isBelowBlank);
             return;
         }
@@ -274,33 +335,52 @@ private:
     MergeSide const& ours_;
     MergeSide const& theirs_;
     MergedContents const& contents_;
+    std::vector<std::string> names_;
     std::string space_;
 };
+
+// Returns whether two versions have the same values in a stanza.
+bool haveSameStanza(MergeSide const& ours, MergeSide const& theirs, std::string_view name)
+{
+    SideStanza const* const our = ours.find(name);
+    SideStanza const* const their = theirs.find(name);
+    if (our == nullptr || their == nullptr || our->keys.size() != their->keys.size())
+        return our == their;
+    return std::all_of(our->keys.begin(), our->keys.end(), [&](std::string_view key) {
+        SideKey const* const same = theirs.find(name, key);
+        return same != nullptr && same->values == our->contents.find(key)->second.values;
+    });
+}
 
 }  // namespace
 
 MergedText mergeTexts(std::string_view base, std::string_view ours, std::string_view theirs,
-                      Dialect const& dialect)
+                      Dialect const& dialect, std::string_view fixed)
 {
     if (ours == theirs || theirs == base)
         return {std::string(ours), 0};
-    if (ours == base)
+    bool const hasFixed = !fixed.empty() && (ours.find(fixed) != std::string_view::npos ||
+                                             theirs.find(fixed) != std::string_view::npos);
+    if (ours == base && !hasFixed)
         return {std::string(theirs), 0};
     MergeSide const before(base, dialect);
-    MergeSide const our(ours, dialect);
-    MergeSide const their(theirs, dialect);
-    MergedContents const contents(before, our, their);
+    MergeSide const our(ours, dialect, &before);
+    MergeSide const their(theirs, dialect, &before);
+    if (ours == base && haveSameStanza(our, their, fixed))
+        return {std::string(theirs), 0};
+    MergedContents const contents(before, our, their, fixed);
     Assembly assembly(before, our, their, contents);
     Document document;
-    EntryList const& entries = assembly.assemble();
-    Writer(dialect, our, their, contents).write(entries, document);
-    std::string text;
+    Writer writer(dialect, our, their, contents);
+    writer.write(assembly.assemble(), document);
+    MergedText merged = {};
     TextHistory history;
-    if (!rewrite(ours, dialect, document, history, text))
-        text = ours;
-    if (contents.conflicts() > 0)
-        text = markConflicts(text, dialect, contents, our, their);
-    return {std::move(text), contents.conflicts()};
+    if (!rewrite(ours, dialect, document, history, merged.text))
+        merged.text = ours;
+    if (contents.hasConflicts())
+        merged.text = markConflicts(merged.text, dialect, writer.names(), contents, our, their,
+                                    merged.conflicts);
+    return merged;
 }
 
 }  // namespace zlines
