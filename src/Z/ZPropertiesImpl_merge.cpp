@@ -6,34 +6,46 @@
 #include <vector>
 
 #include "ZBuffer.h"
+#include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "cache/arena.h"
-#include "lines/merge.h"
+#include "lines/difference.h"
+#include "lines/overlap.h"
+#include "lines/text_merge.h"
+#include "memory/out_of_memory.h"
 #include "stanza/companion_records.h"
+#include "stanza/raise_sites.h"
 #include "stanza/reserved_entry.h"
-
-using zlines::SharedText;
 
 namespace {
 
 // The obfuscated values of a companion, by stanza and key.
 using Secrets = std::map<std::pair<std::string, std::string>, std::vector<std::string>>;
 
-Secrets secretsIn(char const* path, ZBuffer_6_0& packed)
+// Calls `visit` with the name and the value of each record of a companion, in order.
+template <class Visit>
+void forEachSecret(char const* path, ZBuffer_6_0& packed, Visit visit)
 {
-    Secrets secrets;
     if (packed.getLength() == 0)
-        return secrets;
+        return;
     zstanza::CompanionReader reader(path, packed);
     zcache::Arena::Block block;
     size_t records = 0;
     if (reader.expand(block, records) == 0)
-        return secrets;
+        return;
     char const* at = block.chars();
     for (; records > 0; --records) {
         zstanza::CompanionRecord const record(at);
-        secrets[{std::string(record.category), std::string(record.key)}].emplace_back(record.value);
+        visit(Secrets::key_type(record.category, record.key), std::string(record.value));
     }
+}
+
+Secrets secretsIn(char const* path, ZBuffer_6_0& packed)
+{
+    Secrets secrets;
+    forEachSecret(path, packed, [&](Secrets::key_type const& name, std::string const& value) {
+        secrets[name].push_back(value);
+    });
     return secrets;
 }
 
@@ -70,22 +82,40 @@ bool keepChanges(Secrets const& before, Secrets const& there, Secrets& now)
 
 }  // namespace
 
-bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh, Base const& base)
+bool ZPCategoryBasedCache_6_0::KeptLines::mergeText(Cache const& ours, Base const& base,
+                                                    std::string_view present, char const* path,
+                                                    std::string& merged)
 {
-    // Only caches of stanza files keep lines.
-    SharedText const text = textOf(fresh);
-    if (text == nullptr)
-        return false;
-    std::string const& before = base.text.text;
-    std::vector<zlines::MergeStep> steps;
-    zlines::Document document;
-    describe(ours, document);
-    // The other text may name the companion of another store.
-    bool const hasCompanion = ours.rep().dialect == nullptr;
-    if ((hasCompanion && !zlines::hasSameValues(zstanza::kReservedCategory, zstanza::kReservedKey,
-                                                before, text->text, base.text.dialect)) ||
-        !zlines::planMerge(before, document, text->text, base.text.dialect, steps))
-        return false;
+    return zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, [&] {
+        zlines::Dialect const& dialect = base.text.dialect;
+        std::string const& before = base.text.text;
+        // The companion that the text names is no part of the merge, unless it has changed.
+        bool const hasCompanion = ours.rep().dialect == nullptr;
+        std::string_view const reserved = hasCompanion ? zstanza::kReservedCategory : "";
+        if (hasCompanion && !zstanza::findCompanion(present).empty() &&
+            !zlines::hasSameValues(reserved, zstanza::kReservedKey, before, present, dialect))
+            return false;
+        zlines::Document document;
+        describe(ours, document);
+        std::string wanted;
+        zlines::TextHistory history = base.text.history;
+        try {
+            if (!zlines::rewrite(before, dialect, document, history, wanted))
+                wanted = before;
+            if (zlines::overlap(before, present, wanted, dialect, reserved))
+                return false;
+            merged = zlines::mergeTexts(before, present, wanted, dialect, reserved).text;
+        } catch (zlines::Refusal const& refusal) {
+            ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
+                                                 refusal.value.c_str())
+                .throwException(zstanza::kSource, zstanza::raiseForLine);
+        }
+        return true;
+    });
+}
+
+bool ZPCategoryBasedCache_6_0::KeptLines::mergeSecrets(Cache& ours, Cache& fresh, Base const& base)
+{
     char const* const companion = ours.companionFile().getChars();
     ZBuffer_6_0 packed;
     ours.be_write_obfuscated(packed);
@@ -93,56 +123,27 @@ bool ZPCategoryBasedCache_6_0::KeptLines::merge(Cache& ours, Cache& fresh, Base 
     if (!keepChanges(secretsIn(companion, base.secrets), secretsIn(companion, base.present),
                      changes))
         return false;
+    // A key does not get plain and obfuscated values.
+    for (auto const& [name, values] : changes)
+        if (!values.empty() && fresh.contains(name.first.c_str(), name.second.c_str()) != 0)
+            return false;
     fresh.setCompanionFile(companion);
-    if (!base.present.empty()) {
-        packed.setBuffer(base.present.size(), const_cast<char*>(base.present.data()));
-        fresh.be_read_obfuscated(packed);
-    }
+    auto const add = [&](Secrets::key_type const& name, std::string const& value) {
+        char const* const stanza = name.first.c_str();
+        char const* const key = name.second.c_str();
+        if (fresh.isObfuscated(stanza, key) != 0)
+            fresh.add(stanza, key, value.c_str(), 1);
+        else
+            fresh.addLine(stanza, key, value.c_str(), 1);
+    };
+    // A key that becomes plain must not get its obfuscated values first: they would replace it.
+    packed.setBuffer(base.present.size(), const_cast<char*>(base.present.data()));
+    forEachSecret(companion, packed, [&](Secrets::key_type const& name, std::string const& value) {
+        if (!changes.contains(name))
+            add(name, value);
+    });
     for (auto const& [name, values] : changes)
-        if (values.empty() && fresh.isObfuscated(name.first.c_str(), name.second.c_str()) != 0)
-            fresh.delLine(name.first.c_str(), name.second.c_str());
-    for (zlines::MergeStep const& step : steps)
-        make(step, fresh);
-    for (auto const& [name, values] : changes)
-        for (std::string const& value : values) {
-            char const* const stanza = name.first.c_str();
-            if (&value == &values.front())
-                fresh.addLine(stanza, name.second.c_str(), value.c_str(), 1);
-            else
-                fresh.add(stanza, name.second.c_str(), value.c_str(), 1);
-        }
+        for (std::string const& value : values)
+            add(name, value);
     return true;
-}
-
-// Makes a step of a merge.
-void ZPCategoryBasedCache_6_0::KeptLines::make(zlines::MergeStep const& step, Cache& cache)
-{
-    char const* const stanza = step.stanza.c_str();
-    char const* const key = step.key.c_str();
-    char const* const first = step.texts.empty() ? nullptr : step.texts.front().c_str();
-    switch (step.kind) {
-        case zlines::MergeStep::removeStanza:
-            cache.delLine(stanza);
-            break;
-        case zlines::MergeStep::addStanza:
-            cache.addLine(stanza, nullptr, 0);
-            break;
-        case zlines::MergeStep::removeKey:
-            cache.delLine(stanza, key);
-            break;
-        case zlines::MergeStep::setKey:
-            cache.addLine(stanza, key, first, 0);
-            for (size_t i = 1; i < step.texts.size(); ++i)
-                cache.add(stanza, key, step.texts[i].c_str(), 0);
-            break;
-        case zlines::MergeStep::commentFile:
-            static_cast<ZSCFData_6_0&>(cache).setComment(nullptr, nullptr, first);
-            break;
-        case zlines::MergeStep::commentStanza:
-            static_cast<ZSCFData_6_0&>(cache).setComment(stanza, nullptr, first);
-            break;
-        case zlines::MergeStep::commentKey:
-            static_cast<ZSCFData_6_0&>(cache).setComment(stanza, key, first);
-            break;
-    }
 }

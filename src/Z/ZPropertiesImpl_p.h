@@ -20,7 +20,6 @@
 #include "stanza/text_buffer.h"
 
 namespace zlines {
-struct MergeStep;
 }
 namespace zstanza {
 
@@ -91,10 +90,17 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
         std::string const& present;  // the contents of the companion now
     };
 
-    /// Makes the changes of `ours` since `base` in `fresh`, which has read the file again but not
-    /// its companion. Returns false if a value or stanza that has changed in `ours` has changed in
-    /// the file or companion, too; `fresh` may be partly changed then.
-    static bool merge(Cache& ours, Cache& fresh, Base const& base);
+    /// Makes the changes of `ours` since `base` in the text of the file now, and stores the result
+    /// in `merged`. Returns false if a value, stanza or comment that has changed in `ours` has
+    /// changed in the file, too.
+    /// throws  as compose().
+    static bool mergeText(Cache const& ours, Base const& base, std::string_view present,
+                          char const* path, std::string& merged);
+
+    /// Makes the changes of the obfuscated values of `ours` since `base` in the values of the
+    /// companion now, and adds them to `fresh`, which has read the merged text. Returns false if a
+    /// value has changed on both sides; `fresh` may be partly changed then.
+    static bool mergeSecrets(Cache& ours, Cache& fresh, Base const& base);
 
     /// Writes every line in the form of the library. Returns the text, a view of `text`.
     static std::string_view writeAll(Cache const& cache, zstanza::TextBuffer& text);
@@ -111,8 +117,6 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// Adds the lines and values to `document`.
     /// range   textOf() is not null.
     static void describe(Cache const& cache, zlines::Document& document);
-
-    static void make(zlines::MergeStep const& step, Cache& cache);
 
     // Collects the text that a cache writes in this scope.
     class Collector {

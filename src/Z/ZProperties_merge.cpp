@@ -15,6 +15,7 @@
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
+#include "stanza/reserved_entry.h"
 #include "store/companion.h"
 #include "store/journaled_file.h"
 
@@ -91,7 +92,9 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::mergeWith(ZProperties_6_0& st
         return nullptr;
     bool const isSameText = known->text->text == file.text();
     std::string secrets = *known->secrets;
-    if (!known->companion.empty()) {
+    if (!known->companion.empty() && zstanza::findCompanion(file.text()).empty()) {
+        secrets.clear();  // another program has made the last obfuscated value plain
+    } else if (!known->companion.empty()) {
         try {
             zstore::JournaledFile::Bytes const present =
                 file.readCompanion(known->companion.c_str());
@@ -107,10 +110,16 @@ std::unique_ptr<ZPCache_6_0> ZProperties_6_0::Rep::mergeWith(ZProperties_6_0& st
     if (fresh != nullptr) {
         fresh->clear();
         try {
-            parse(store, *fresh, path, file.text());
+            parse(store, *fresh, path, file.text());  // it must be readable
             KeptLines::Base const base{*known->text, *known->secrets, secrets};
-            if (KeptLines::merge(*cache, static_cast<ZPCategoryBasedCache_6_0&>(*fresh), base))
-                return fresh;
+            std::string merged;
+            if (KeptLines::mergeText(*cache, base, file.text(), path, merged)) {
+                fresh->clear();
+                parse(store, *fresh, path, merged);
+                auto& fresh_ = static_cast<ZPCategoryBasedCache_6_0&>(*fresh);
+                if (KeptLines::mergeSecrets(*cache, fresh_, base))
+                    return fresh;
+            }
         } catch (ZPropertiesInvalidDataException_6_0 const&) {
             // The other program has left a file that cannot be read.
         }

@@ -123,7 +123,10 @@ TEST_F(KeptLinesMerge, ChangesOfCommentsMeetInTheFile)
          "# f\n\n[s]\n# c\nk=v\nl=x\n\n# t\n[t]\n"},
         {"of a removed key", there, removeKey("k"), "# f\n\n[s]\n# a\nl=there\n\n# t\n[t]\n"},
         {"of a renamed key", there, [](Store& store) { store.renameKey("s", "k", "n"); },
-         "# f\n\n[s]\nl=there\n# a\nn=v\n\n# t\n[t]\n"},
+         "# f\n\n[s]\n# a\nn=v\nl=there\n\n# t\n[t]\n"},
+        {"of a renamed key, changed there", "# f\n\n[s]\n# b\nk=v\nl=w\n\n# t\n[t]\n",
+         [](Store& store) { store.renameKey("s", "l", "n"); },
+         "# f\n\n[s]\n# b\nk=v\nn=w\n\n# t\n[t]\n"},
     };
     for (Meeting const& c : meetings) {
         SCOPED_TRACE(c.name);
@@ -161,6 +164,35 @@ TEST_F(KeptLinesMerge, AKeyDoesNotGetPlainAndObfuscatedValues)
     EXPECT_EQ(there, directory_.read("conf"));
     EXPECT_EQ("hidden,", valuesOf(store_, "s", "p"));
     EXPECT_EQ(1, store_.isObfuscated("s", "p"));
+}
+
+TEST_F(KeptLinesMerge, AKeyWhoseObfuscatedValuesBecomePlainThereIsPlain)
+{
+    load("[s]\nk=v\n");
+    store_.setValue("s", "p", "hidden", 1);
+    store_.store(nullptr);
+    for (bool const isLast : {false, true}) {
+        SCOPED_TRACE(isLast);
+        if (!isLast) {
+            store_.setValue("s", "q", "other", 1);
+            store_.store(nullptr);
+        }
+        char const* const key = isLast ? "p" : "q";
+        Store other(directory_.at("conf").c_str(), 1);
+        other.setAttributes(ZPCache_6_0::keepLines, nullptr);
+        other.reload(nullptr);
+        other.deleteKey("s", key);
+        other.setValue("s", key, "plain");
+        other.store(nullptr);
+        store_.setValue("s", "k", isLast ? "y" : "x");
+        ASSERT_NO_THROW(store_.store(nullptr));
+        EXPECT_EQ("plain,", valuesOf(store_, "s", key));
+        EXPECT_EQ(0, store_.isObfuscated("s", key));
+        Store const fresh(directory_.at("conf").c_str(), 1);
+        EXPECT_EQ("plain,", valuesOf(fresh, "s", key));
+        EXPECT_EQ(isLast ? "y," : "x,", valuesOf(fresh, "s", "k"));
+        EXPECT_EQ(isLast ? 0 : 1, fresh.isObfuscated("s", "p"));
+    }
 }
 
 TEST_F(KeptLinesMerge, ACopyOfTheFileOrStoreNoticesChangesOfTheFileToo)

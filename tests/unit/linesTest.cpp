@@ -1,7 +1,8 @@
 // The difference writer with a dialect that the library does not have: it knows no format itself.
 #include <Z/lines/alignment.h>
 #include <Z/lines/difference.h>
-#include <Z/lines/merge.h>
+#include <Z/lines/overlap.h>
+#include <Z/lines/text_merge.h>
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -394,36 +395,34 @@ TEST(lines, MovedCommentsAreKeptByLaterChanges)
     EXPECT_EQ("[s]\n; c\na: 6\n; d\n", text);
 }
 
-// Returns the steps of a merge, or "conflict".
-static std::string stepsOf(std::string const& base, std::vector<char const*> const& wanted,
-                           std::string const& there)
+// Returns the text `there` with the changes of the wanted contents, or "overlap".
+static std::string merged(std::string const& base, std::vector<char const*> const& wanted,
+                          std::string const& there)
 {
     Colons const dialect;
     zlines::Document document;
     fill(document, wanted);
-    std::vector<zlines::MergeStep> steps;
-    if (!zlines::planMerge(base, document, there, dialect, steps))
-        return "conflict";
-    std::string out;
-    for (zlines::MergeStep const& step : steps) {
-        ((((out += std::to_string(step.kind)) += ' ') += step.stanza) += '/') += step.key;
-        for (std::string const& text : step.texts)
-            (out += ' ') += text;
-        out += '\n';
-    }
-    return out;
+    zlines::TextHistory history;
+    std::string here;
+    if (!zlines::rewrite(base, dialect, document, history, here))
+        here = base;
+    if (zlines::overlap(base, there, here, dialect, ""))
+        return "overlap";
+    zlines::MergedText const result = zlines::mergeTexts(base, there, here, dialect);
+    EXPECT_EQ(0u, result.conflicts);
+    return result.text;
 }
 
 TEST(lines, KeysAboveTheFirstHeaderAreMerged)
 {
     std::string const base = "; c\nk: 1\nl: 2\n[s]\na: 1\n";
     std::string const there = "; c\nk: 1\nl: 2\n[s]\na: 2\n";
-    EXPECT_EQ("", stepsOf(base, {"; c", "[.]", "k=1", "l=2", "[s]", "a=1"}, there));
-    EXPECT_EQ("3 ./k 3\n2 ./l\n", stepsOf(base, {"; c", "[.]", "k=3", "[s]", "a=1"}, there));
-    EXPECT_EQ("3 ./m 3\n6 ./m ; d\n",
-              stepsOf(base, {"; c", "[.]", "k=1", "l=2", "; d", "m=3", "[s]", "a=1"}, there));
-    EXPECT_EQ("3 ./k 3\n", stepsOf("[s]\na: 1\n", {"[.]", "k=3", "[s]", "a=1"}, "[s]\n"));
-    EXPECT_EQ("conflict", stepsOf(base, {"; c", "[.]", "k=3", "l=2", "[s]", "a=1"}, "k: 2\n"));
+    EXPECT_EQ(there, merged(base, {"; c", "[.]", "k=1", "l=2", "[s]", "a=1"}, there));
+    EXPECT_EQ("; c\nk: 3\n[s]\na: 2\n", merged(base, {"; c", "[.]", "k=3", "[s]", "a=1"}, there));
+    EXPECT_EQ("; c\nk: 1\nl: 2\n; d\nm: 3\n[s]\na: 2\n",
+              merged(base, {"; c", "[.]", "k=1", "l=2", "; d", "m=3", "[s]", "a=1"}, there));
+    EXPECT_EQ("\tk: 3\n[s]\n", merged("[s]\na: 1\n", {"[.]", "k=3", "[s]", "a=1"}, "[s]\n"));
+    EXPECT_EQ("overlap", merged(base, {"; c", "[.]", "k=3", "l=2", "[s]", "a=1"}, "k: 2\n"));
 }
 
 TEST(lines, AValueWithoutASpellingIsRefused)
