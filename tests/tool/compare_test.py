@@ -1,11 +1,7 @@
 #!/usr/bin/env python3
-"""Tables of diff, merge, dialects and doc, and merge as a driver of git.
-usage: compare_test.py TOOL [unittest arguments]"""
+"""Tables of diff, dialects and doc. usage: compare_test.py TOOL [unittest arguments]"""
 import json
-import os
-import shutil
 import subprocess
-import unittest
 
 import tool
 from tool import DIFFERS, DONE, INVALID_DATA, NO_ACCESS, USAGE
@@ -30,9 +26,12 @@ DIFF = rows(
     (["a", "b", "--format", "lines"], b"a\tl\tz\tw\nold\t\t\t\\-\nb\tn\t\\-\t1\n", DIFFERS),
     (["a", "b", "--format", "lines", "-0"], b"a\tl\tz\tw\0old\t\t\t\\-\0b\tn\t\\-\t1\0", DIFFERS),
     (["a", "b", "--format", "json"],
-     b'{"file": "b", "line": 7, "stanza": "a", "key": "l", "old": "z", "new": "w"}\n'
-     b'{"file": "a", "line": 8, "stanza": "old", "key": "", "old": [], "new": null}\n'
-     b'{"file": "b", "line": 2, "stanza": "b", "key": "n", "old": null, "new": "1"}\n', DIFFERS),
+     b'{"file": "b", "line": 7, "column": 5, "stanza": "a", "key": "l", "old": "z", "new": "w", '
+     b'"text": "l = w"}\n'
+     b'{"file": "a", "line": 8, "column": 1, "stanza": "old", "key": null, "old": [], "new": null, '
+     b'"text": "[old]"}\n'
+     b'{"file": "b", "line": 2, "column": 5, "stanza": "b", "key": "n", "old": null, "new": "1", '
+     b'"text": "n = 1"}\n', DIFFERS),
     (["-", "a"], b"[a]\n- k = 2\n+ k = 1\n+ l = x y\n+ l = z\n+ m =\n\n+ [old]\n", DIFFERS,
      b"[a]\nk = 2\n"),
     (["a", "-"], b"[a]\n- m =\n+ m = v\n", DIFFERS, A.replace(b"m =", b"m = v")),
@@ -43,7 +42,68 @@ DIFF = rows(
     (["a", "none"], b"none: cannot open", NO_ACCESS),
     (["a", "-"], b"standard input:1: ", INVALID_DATA, b"x\n"),
     (["a"], b"B is required", USAGE),
+    (["-", "-"], b"only one file can be standard input", USAGE, A),
 )
+
+
+def of_dialect(dialect, before, after, printed, code=DIFFERS):
+    """Returns rows of a comparison: the dialect by the name of a file, by --dialect, and by the name
+    of the other file."""
+    name = {"git": ".gitconfig", "systemd": "x.service", "networkd": "x.network", "php": "php.ini",
+            "samba": "smb.conf", "python": "setup.cfg", "desktop": "x.desktop", "sysctl":
+            "sysctl.conf", "env": "os-release", "kconfig": "kdeglobals"}.get(dialect)
+    files = {"a": before, "b": after}
+    rows = [(f"{dialect} {before!r}", files, ["diff", "--dialect", dialect, "a", "b"], printed, code,
+             None)]
+    if name is not None:
+        for arguments in ([name, "b"], ["b", name]):
+            rows.append((f"{dialect} {arguments} {before!r}",
+                         {arguments[0]: before, arguments[1]: after}, ["diff", *arguments], printed,
+                         code, None))
+    return rows
+
+
+UNIT = b"[Service]\nExecStart=/a\n"
+
+DIALECT_DIFF = [
+    *of_dialect("systemd", UNIT, UNIT + b"ExecStart=\n", b"[Service]\n+ ExecStart =\n"),
+    *of_dialect("systemd", UNIT, b"; c\n[Service]\nExecStart=/a \\\n# c\n  -b\n",
+                b"[Service]\n- ExecStart = /a\n+ ExecStart = /a    -b\n"),
+    *of_dialect("networkd", b"[Peer]\na=1\n[Peer]\na=2\n", b"[Peer]\na=1\n[Peer]\na=3\n",
+                b"[Peer]2]\n- a = 2\n+ a = 3\n"),
+    *of_dialect("git", b"[A]\n\tk = x ; c\n\tflag\n", b"[a]\nK = \"x\"\nflag =\n",
+                b"[a]\n- flag\n+ flag =\n"),
+    *of_dialect("git", b"[a]\nk = x\n", b"[a]\nk = x\nk\n", b"[a]\n+ k\n"),
+    *of_dialect("php", b"; c\n[a]\nk = \"v\"\n", b"[a]\nk = v ; d\n", b"", DONE),
+    *of_dialect("samba", b"x = 1\n[My Share]\nGuest OK = yes\n",
+                b"[my share]\nguestok = no\n", b"[.]\n- x = 1\n\n[My Share]\n- Guest OK = yes\n"
+                b"+ Guest OK = no\n"),
+    *of_dialect("mysql", b"[a]\nskip-x\nk-l=1\n", b"[a]\nskip_x\nk_l=2\n",
+                b"[a]\n- k-l = 1\n+ k-l = 2\n"),
+    *of_dialect("python", b"[a]\nKey: v\n  w\n", b"[a]\nkey = v\n  x\n",
+                b"[a]\n- Key = v\nw\n+ Key = v\nx\n"),
+    *of_dialect("desktop", b"[a]\nk=a\\sb\n", b"[a]\nk = a b\n", b"", DONE),
+    *of_dialect("kconfig", b"[A][B]\nk[$i]=v\n", b"[A][B]\nk=w\n", b"[A][B]\n- k = v\n+ k = w\n"),
+    *of_dialect("qt", b"[a]\nk=\"x;y\"\n", b"[a]\nk=x\n", b"[a]\n- k = x;y\n+ k = x\n"),
+    *of_dialect("editorconfig", b"root = true\n[*]\nK = v ; c\n", b"root = true\n[*]\nk=v\n", b"",
+                DONE),
+    *of_dialect("windows", b"[a]\nk=1\nK=2\n", b"[A]\nk=1\n", b"[a]\n- k = 2\n"),
+    *of_dialect("ini", b"k = 1\n[a]\n", b"k = 2\n[a]\n", b"[.]\n- k = 1\n+ k = 2\n"),
+    *of_dialect("sysctl", b"-a.b = 1\n", b"a.b = 2\n", b"[.]\n- a.b = 1\n+ a.b = 2\n"),
+    *of_dialect("env", b"export A=\"x y\"\n", b"A='x z'\n", b"[.]\n- A = x y\n+ A = x z\n"),
+    ("each file has a dialect", {"setup.cfg": b"[a]\nK: 1\n", "x.service": b"[a]\nk=1\n"},
+     ["diff", "setup.cfg", "x.service"], b"", DONE, None),
+    ("one dialect for both", {"setup.cfg": b"[a]\nK: 1\n", "x.service": b"[a]\nk=1\n"},
+     ["diff", "setup.cfg", "x.service", "--dialect=editorconfig"], b"", DONE, None),
+    ("places", {".gitconfig": b"[a] k = \xc3\xbc \\\n  v\n[b]\n\tflag\n", "b": b"[a]\n[c]\n"},
+     ["diff", ".gitconfig", "b", "--format", "json"],
+     b'{"file": ".gitconfig", "line": 1, "column": 9, "stanza": "a", "key": "k", "old": "\xc3\xbc   v", '
+     b'"new": null, "text": "[a] k = \xc3\xbc \\\\\\u000a  v"}\n'
+     b'{"file": ".gitconfig", "line": 4, "column": 2, "stanza": "b", "key": "flag", "old": [], '
+     b'"new": null, "text": "\\u0009flag"}\n'
+     b'{"file": "b", "line": 2, "column": 1, "stanza": "c", "key": null, "old": null, "new": [], '
+     b'"text": "[c]"}\n', DIFFERS, None),
+]
 
 DIALECTS = rows(
     "dialects",
@@ -62,46 +122,33 @@ SERVICE = [
      b"desktop: by the name of the file and its first header\n", DONE, None),
 ]
 
-BASE = b"# c\n[a]\nk = 1\nl = 1\n"
-OURS = b"# c\n[a]\nk  =  2\nl = 1\n"
-THEIRS = b"[a]\nk = 1\nl = 3\n# new\nm = 4\n"
-OTHER = b"[a]\nk = 5\nl = 1\n"
-MERGED = b"[a]\nk  =  2\nl = 3\n# new\nm = 4\n"
-CONFLICT = b"[a]\n<<<<<<< ours\nk  =  2\n=======\nk = 5\n>>>>>>> theirs\nl = 1\n"
-VERSIONS = {"base": BASE, "ours": OURS, "theirs": THEIRS, "other": OTHER, "bad": b"word\n"}
-
-
-def with_ours(text):
-    return {**VERSIONS, "ours": text}
-
-
-MERGE = [(" ".join(arguments), VERSIONS, ["merge", *arguments], printed, code, after, *given)
-         for arguments, printed, code, after, *given in [
-    (["base", "ours", "theirs"], b"", DONE, with_ours(MERGED)),
-    (["base", "ours", "other"], b"ours: 1 conflict; edit the lines between the marks\n", DIFFERS,
-     with_ours(CONFLICT)),
-    (["base", "ours", "other", "--path", "x/y", "-q"], b"", DIFFERS, with_ours(CONFLICT)),
-    (["base", "ours", "other", "--path", "x/y"],
-     b"x/y: 1 conflict; edit the lines between the marks\n", DIFFERS, with_ours(CONFLICT)),
-    (["base", "ours", "ours"], b"", DONE, None),
-    (["base", "ours", "base"], b"", DONE, None),
-    (["base", "base", "theirs"], b"", DONE, {**VERSIONS, "base": THEIRS}),
-    (["-n", "base", "ours", "theirs"],
-     b"--- ours\n+++ ours\n@@ -1,4 +1,5 @@\n-# c\n [a]\n k  =  2\n-l = 1\n+l = 3\n+# new\n+m = 4\n",
-     DONE, None),
-    (["base", "-", "theirs"], MERGED, DONE, None, OURS),
-    (["base", "-", "other"], CONFLICT, DIFFERS, None, OURS),
-    (["-", "ours", "theirs"], b"", DONE, with_ours(MERGED), BASE),
-    (["base", "ours", "bad"], b"bad:1: ", INVALID_DATA, None),
-    (["base", "ours", "bad", "--path=x"], b"x (theirs):1: ", INVALID_DATA, None),
-    (["base", "none", "theirs"], b"none: cannot open", NO_ACCESS, None),
-    (["base", "ours"], b"THEIRS is required", USAGE, None),
-]]
-
-
 class CompareTest(tool.ToolTest):
     def test_diff(self):
         self.expect_rows(DIFF)
+
+    def test_diff_of_dialects(self):
+        self.expect_rows(DIALECT_DIFF)
+
+    def test_a_variable_selects_the_dialect(self):
+        self.write_files({"setup.cfg": b"[a]\nk = v ; c\n", "b": b"[a]\nK = v\n"})
+        directory = self.path.parent
+        self.expect(DONE, "", "diff", str(directory / "setup.cfg"), str(directory / "b"),
+                    environment={"ZSTZ_DIALECT": "git"})
+
+    def test_diff_reads_the_pipes_of_a_shell(self):
+        self.write_files({"a": A})
+        script = f"'{tool.TOOL}' diff <(sed 's/k = 1/k = 2/' a) <(cat a)"
+        run = subprocess.run(["bash", "-c", script], cwd=self.directory.name, capture_output=True,
+                             check=False, timeout=tool.HANGS)
+        self.assertEqual((DIFFERS, b"[a]\n- k = 2\n+ k = 1\n", b""),
+                         (run.returncode, run.stdout, run.stderr))
+
+    def test_the_entry_of_the_companion_is_no_difference(self):
+        other = self.path.parent / "other.conf"
+        other.write_bytes(self.path.read_bytes())
+        for path in self.file, str(other):
+            self.run_tool("set", path, "upstream", "password", "--obfuscated", given="same\n")
+        self.expect(DONE, "", "diff", self.file, str(other))
 
     def test_obfuscated_values_are_compared_and_masked(self):
         other = str(self.path.parent / "other.conf")
@@ -121,73 +168,6 @@ class CompareTest(tool.ToolTest):
         names = self.run_tool("dialects").stdout.split()
         self.assertEqual("stanza", names[0])
         self.assertTrue({"systemd", "desktop", "git", "python"} <= set(names))
-
-    def test_merge(self):
-        self.expect_rows(MERGE)
-
-    def test_merge_keeps_the_companion(self):
-        self.run_tool("set", self.file, "upstream", "password", "--obfuscated", given="secret\n")
-        base = self.path.read_bytes()
-        (self.path.parent / "base").write_bytes(base)
-        (self.path.parent / "theirs").write_bytes(base.replace(b"8443", b"9000"))
-        run = self.run_in_directory("merge", "base", self.file, "theirs")
-        self.assertEqual((DONE, b"", b""), (run.returncode, run.stdout, run.stderr))
-        self.assertEqual(base.replace(b"8443", b"9000"), self.path.read_bytes())
-        self.expect(DONE, "secret\n", "get", self.file, "upstream", "password")
-
-
-@unittest.skipUnless(shutil.which("git"), "git is not installed")
-class DriverTest(tool.ToolTest):
-    """Merges branches of a git repository."""
-
-    def git(self, *arguments, code=0):
-        environment = {**os.environ, "GIT_CONFIG_GLOBAL": "/dev/null", "GIT_CONFIG_SYSTEM": "/dev/null",
-                       "HOME": self.directory.name, "LC_ALL": "C.UTF-8"}
-        run = subprocess.run(["git", "-c", "user.name=t", "-c", "user.email=t@example.org",
-                              *arguments], cwd=self.directory.name, capture_output=True, text=True,
-                             env=environment, check=False, timeout=tool.HANGS)
-        self.assertEqual(code, run.returncode, run.stdout + run.stderr)
-        return run.stdout
-
-    def commit(self, text, branch=None):
-        if branch:
-            self.git("checkout", "-q", "-b", branch, "base")
-        self.path.write_text(text)
-        self.git("commit", "-q", "-a", "-m", "change")
-
-    def setUp(self):
-        super().setUp()
-        self.git("init", "-q")
-        (self.path.parent / ".gitattributes").write_text("*.conf merge=zstz\n")
-        self.git("config", "merge.zstz.driver", f"'{tool.TOOL}' merge %O %A %B --path %P")
-        self.git("add", ".")
-        self.git("commit", "-q", "-m", "base")
-        self.git("branch", "base")
-
-    def test_neighbours_and_equal_additions_do_not_conflict(self):
-        self.commit(tool.GATEWAY.replace("8080", "80").replace("motd =", "motd =\nnew = 1"), "one")
-        self.commit(tool.GATEWAY.replace("8443", "443").replace("name", "new = 1\nname"), "two")
-        self.git("merge", "-q", "one")
-        self.expect_text(tool.GATEWAY.replace("8080", "80").replace("8443", "443").replace(
-            "name", "new = 1\nname"))
-        self.assertEqual("", self.git("status", "--short"))
-
-    def test_conflicts_stay_in_the_file(self):
-        self.commit(tool.GATEWAY.replace("front door", "one"), "one")
-        self.commit(tool.GATEWAY.replace("front door", "two"), "two")
-        self.git("merge", "-q", "one", code=1)
-        self.assertEqual("UU gateway.conf\n", self.git("status", "--short"))
-        self.expect_text(tool.GATEWAY.replace(
-            "name = front door",
-            "<<<<<<< ours\nname = two\n=======\nname = one\n>>>>>>> theirs"))
-        check = self.run_tool("check", self.file)
-        self.assertEqual(INVALID_DATA, check.returncode)
-
-    def test_an_invalid_version_is_a_conflict_that_keeps_this_one(self):
-        self.commit("word\n", "one")
-        self.commit(tool.GATEWAY.replace("front door", "two"), "two")
-        self.git("merge", "-q", "one", code=1)
-        self.expect_text(tool.GATEWAY.replace("front door", "two"))
 
 
 TEMPLATE = b"""\

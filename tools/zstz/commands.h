@@ -9,6 +9,10 @@
 
 class EditedFile;
 
+/// A merge driver of git that fails exits with this and the exit code: git ends the merge then.
+/// With a smaller code it would take OURS as the result, with conflicts.
+inline constexpr int kStopsGit = 128;
+
 /// Prints the last value of a key, or every value, one per line.
 int runGet(Request const& request);
 

@@ -171,7 +171,7 @@ void addContents(CommandLine const& line, std::string const& name, Words& candid
         return;
     Store store;
     loadFile(*file, 0, store);
-    for (StanzaContents const& stanza : contentsOf(store)) {
+    for (StanzaContents const& stanza : contentsOf(store).stanzas) {
         if (name == "STANZA")
             candidates.push_back(stanza.name);
         if (line.argument(1) == nullptr || stanza.name != *line.argument(1))
@@ -181,7 +181,9 @@ void addContents(CommandLine const& line, std::string const& name, Words& candid
                 candidates.push_back(key.name);
             else if (name == "VALUE" && line.argument(2) != nullptr &&
                      key.name == *line.argument(2) && !key.isObfuscated)
-                candidates.insert(candidates.end(), key.values.begin(), key.values.end());
+                for (ValueState const& state : key.values)
+                    if (state.kind == ValueState::withValue)
+                        candidates.push_back(state.value);
         }
     }
 }

@@ -1,30 +1,36 @@
 #include "contents.h"
 
 #include <Z/lines/alignment.h>
+#include <Z/stanza/columns.h>
+#include <Z/stanza/reserved_entry.h>
 
+#include <algorithm>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
 #include "json.h"
+#include "key_lines.h"
 #include "output.h"
 
 namespace {
 
-using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
+using zlines::Pairs;
 
 template <class Part>
-std::unordered_map<std::string_view, Part const*> indexByName(std::vector<Part> const& parts)
+using Index = std::unordered_map<std::string_view, Part const*>;
+
+template <class Part>
+Index<Part> indexByName(std::vector<Part> const& parts)
 {
-    std::unordered_map<std::string_view, Part const*> index;
+    Index<Part> index;
     for (Part const& part : parts)
-        index.emplace(part.name, &part);
+        index.emplace(part.comparable, &part);
     return index;
 }
 
 template <class Part>
-Part const* find(std::unordered_map<std::string_view, Part const*> const& index,
-                 std::string const& name)
+Part const* find(Index<Part> const& index, std::string const& name)
 {
     auto const found = index.find(name);
     return found == index.end() ? nullptr : found->second;
@@ -35,96 +41,176 @@ class Comparison {
 public:
     std::vector<Change> compare(FileContents const& before, FileContents const& after)
     {
-        auto const old = indexByName(before);
-        auto const current = indexByName(after);
-        for (StanzaContents const& stanza : before)
-            compareStanza(stanza.name, &stanza, find(current, stanza.name));
-        for (StanzaContents const& stanza : after)
-            if (find(old, stanza.name) == nullptr)
-                compareStanza(stanza.name, nullptr, &stanza);
+        auto const old = indexByName(before.stanzas);
+        auto const current = indexByName(after.stanzas);
+        for (StanzaContents const& stanza : before.stanzas)
+            compareStanza(&stanza, find(current, stanza.comparable));
+        for (StanzaContents const& stanza : after.stanzas)
+            if (find(old, stanza.comparable) == nullptr)
+                compareStanza(nullptr, &stanza);
         return std::move(changes_);
     }
 
 private:
-    void compareStanza(std::string const& name, StanzaContents const* before,
-                       StanzaContents const* after)
+    void compareStanza(StanzaContents const* before, StanzaContents const* after)
     {
         static StanzaContents const none;
         StanzaContents const& old = before == nullptr ? none : *before;
         StanzaContents const& current = after == nullptr ? none : *after;
+        stanza_ = before != nullptr ? before : after;
         if (before == nullptr && current.keys.empty())
-            changes_.push_back({name, "", {}, {ValueState::withoutValue}, false});
+            add("", "", {}, {ValueState::withoutValue, "", current.line}, false);
         if (after == nullptr && old.keys.empty())
-            changes_.push_back({name, "", {ValueState::withoutValue}, {}, false});
+            add("", "", {ValueState::withoutValue, "", old.line}, {}, false);
         auto const oldKeys = indexByName(old.keys);
         auto const currentKeys = indexByName(current.keys);
         for (KeyContents const& key : old.keys)
-            compareKey(name, &key, find(currentKeys, key.name));
+            compareKey(&key, find(currentKeys, key.comparable));
         for (KeyContents const& key : current.keys)
-            if (find(oldKeys, key.name) == nullptr)
-                compareKey(name, nullptr, &key);
+            if (find(oldKeys, key.comparable) == nullptr)
+                compareKey(nullptr, &key);
     }
 
-    void compareKey(std::string const& stanza, KeyContents const* before, KeyContents const* after)
+    void compareKey(KeyContents const* before, KeyContents const* after)
     {
-        auto const statesOf = [](KeyContents const* key) {
-            std::vector<ValueState> states;
-            if (key == nullptr)
-                return states;
-            for (std::string const& value : key->values)
-                states.push_back({ValueState::withValue, value});
-            if (states.empty())
-                states.push_back({ValueState::withoutValue});
-            return states;
-        };
+        static std::vector<ValueState> const none;
+        std::vector<ValueState> const& old = before == nullptr ? none : before->values;
+        std::vector<ValueState> const& current = after == nullptr ? none : after->values;
         bool const isObfuscated = (before != nullptr && before->isObfuscated) ||
                                   (after != nullptr && after->isObfuscated);
         bool const isMoved =
             before != nullptr && after != nullptr && before->isObfuscated != after->isObfuscated;
-        std::string const& name = before != nullptr ? before->name : after->name;
-        std::vector<ValueState> const old = statesOf(before);
-        std::vector<ValueState> const current = statesOf(after);
+        KeyContents const& key = before != nullptr ? *before : *after;
         Pairs pairs = isMoved ? Pairs() : align(old, current);
         pairs.push_back({static_cast<uint32_t>(old.size()), static_cast<uint32_t>(current.size())});
         size_t i = 0;
         size_t j = 0;
         for (auto const& [nextOld, nextCurrent] : pairs) {
             while (i < nextOld || j < nextCurrent)
-                changes_.push_back({stanza, name, i < nextOld ? old[i++] : ValueState(),
-                                    j < nextCurrent ? current[j++] : ValueState(), isObfuscated});
+                add(key.name, key.comparable, i < nextOld ? old[i++] : ValueState(),
+                    j < nextCurrent ? current[j++] : ValueState(), isObfuscated);
             ++i, ++j;
         }
     }
 
-    static Pairs align(std::vector<ValueState> const& old, std::vector<ValueState> const& current)
+    void add(std::string const& key, std::string const& comparable, ValueState const& before,
+             ValueState const& after, bool isObfuscated)
     {
-        auto const viewsOf = [](std::vector<ValueState> const& states) {
-            std::vector<std::string_view> views;
-            for (ValueState const& state : states)
-                views.push_back(state.value);
-            return views;
-        };
-        bool const isSameKind =
-            old.empty() || current.empty() || old.front().kind == current.front().kind;
-        return isSameKind ? zlines::align(viewsOf(old), viewsOf(current)) : Pairs();
+        changes_.push_back(
+            {stanza_->name, key, before, after, isObfuscated, stanza_->comparable, comparable});
     }
 
+    static Pairs align(std::vector<ValueState> const& old, std::vector<ValueState> const& current)
+    {
+        // No value has a zero byte.
+        constexpr std::string_view kWithoutValue("\0", 1);
+        auto const viewsOf = [&](std::vector<ValueState> const& states) {
+            std::vector<std::string_view> views;
+            for (ValueState const& state : states)
+                views.push_back(state.kind == ValueState::withoutValue
+                                    ? kWithoutValue
+                                    : std::string_view(state.value));
+            return views;
+        };
+        return zlines::align(viewsOf(old), viewsOf(current));
+    }
+
+    StanzaContents const* stanza_ = nullptr;  // that is compared
     std::vector<Change> changes_;
+};
+
+// Returns the values of a key in the lines of a file, in order.
+std::vector<ValueState> valuesIn(zlines::SideKey const& key, bool isStanzaFile)
+{
+    std::vector<ValueState> values;
+    for (size_t i = 0; i < key.values.size(); ++i)
+        values.push_back({ValueState::withValue, key.values[i], key.valueLines[i]});
+    // In a stanza file, "k =" means nothing next to "k = v".
+    if (isStanzaFile && !key.values.empty())
+        return values;
+    for (uint32_t const line : key.otherLines) {
+        values.push_back({ValueState::withoutValue, "", line});
+        if (isStanzaFile)
+            break;
+    }
+    std::sort(values.begin(), values.end(),
+              [](ValueState const& a, ValueState const& b) { return a.line < b.line; });
+    return values;
+}
+
+// Returns the contents of a store by the lines of its text.
+class Reader {
+public:
+    explicit Reader(Store const& store) : store_(store)
+    {
+        contents_.isStanzaFile = store.isStanzaFile();
+        if (zlines::SharedText kept = keptText(store))
+            contents_.text = std::make_shared<ReadText>(std::move(kept));
+    }
+
+    FileContents read()
+    {
+        for (Stanza const& stanza : outlineOf(store_)) {
+            StanzaContents found = read(stanza);
+            bool const isReserved = contents_.isStanzaFile &&
+                                    stanza.name == zstanza::kReservedCategory &&
+                                    found.keys.empty() && !stanza.keys.empty();
+            if (!isReserved)
+                contents_.stanzas.push_back(std::move(found));
+        }
+        return std::move(contents_);
+    }
+
+private:
+    StanzaContents read(Stanza const& stanza)
+    {
+        StanzaContents found{stanza.name, stanza.name, {}};
+        zlines::SideStanza const* lines = nullptr;
+        if (contents_.text != nullptr) {
+            zlines::Dialect const& dialect = contents_.text->kept->dialect;
+            found.comparable = dialect.comparableStanza(stanza.name, space_);
+            bool const isTop = !found.comparable.empty() && found.comparable == dialect.topStanza();
+            lines = contents_.text->side.find(isTop ? zlines::kTopOfText : found.comparable);
+        }
+        if (lines != nullptr)
+            found.line = lines->header;
+        for (std::string const& key : stanza.keys)
+            if (!contents_.isStanzaFile || stanza.name != zstanza::kReservedCategory ||
+                key != zstanza::kReservedKey)
+                found.keys.push_back(read(stanza.name, key, lines));
+        return found;
+    }
+
+    KeyContents read(std::string const& stanza, std::string const& key,
+                     zlines::SideStanza const* lines)
+    {
+        KeyContents found{key, key, {}};
+        found.isObfuscated = store_.contents().isObfuscated(stanza.c_str(), key.c_str()) != 0;
+        if (contents_.text != nullptr)
+            found.comparable = contents_.text->kept->dialect.comparableKey(key, space_);
+        if (lines != nullptr && !found.isObfuscated) {
+            auto const line = lines->contents.find(found.comparable);
+            if (line != lines->contents.end())
+                found.values = valuesIn(line->second, contents_.isStanzaFile);
+        } else {
+            for (std::string& value : valuesOf(store_, stanza, key))
+                found.values.push_back({ValueState::withValue, std::move(value)});
+        }
+        if (found.values.empty())
+            found.values.push_back({ValueState::withoutValue});
+        return found;
+    }
+
+    Store const& store_;
+    FileContents contents_;
+    std::string space_;
 };
 
 }  // namespace
 
 FileContents contentsOf(Store const& store)
 {
-    FileContents contents;
-    for (Stanza const& stanza : outlineOf(store)) {
-        contents.push_back({stanza.name, {}});
-        for (std::string const& key : stanza.keys)
-            contents.back().keys.push_back(
-                {key, valuesOf(store, stanza.name, key),
-                 store.contents().isObfuscated(stanza.name.c_str(), key.c_str()) != 0});
-    }
-    return contents;
+    return Reader(store).read();
 }
 
 std::vector<Change> compareContents(FileContents const& before, FileContents const& after)
@@ -147,13 +233,49 @@ std::string formatFields(Change const& change)
     return fields;
 }
 
-std::string formatMembers(Change const& change)
+namespace {
+
+// Returns the column of a value, or of the key or header without one. `shown` is the line, which
+// starts at `start`.
+size_t columnOf(zlines::Line const& line, std::string_view shown, uint32_t start)
+{
+    size_t at = line.begin - start;
+    while (at < shown.size() && (shown[at] == ' ' || shown[at] == '\t'))
+        ++at;
+    size_t const value = line.valueBegin - start;
+    // A value may begin in a continuation line.
+    if (line.kind == zlines::valueLine && shown.find('\n') >= value)
+        at = value;
+    return zstanza::countCharacters(shown.substr(0, at)) + 1;
+}
+
+}  // namespace
+
+std::string formatJson(Change const& change, std::string const& path, FileContents const* place,
+                       uint32_t line)
 {
     auto const format = [&](ValueState const& state) -> std::string {
         return state.kind == ValueState::absent         ? "null"
                : state.kind == ValueState::withoutValue ? "[]"
                                                         : toJson(shownValue(change, state));
     };
-    return "\"stanza\": " + toJson(change.stanza) + ", \"key\": " + toJson(change.key) +
-           ", \"old\": " + format(change.before) + ", \"new\": " + format(change.after);
+    std::string number = "null", column = "null", text = "null";
+    if (place != nullptr && place->text != nullptr && line != zlines::kNone &&
+        !change.isObfuscated) {
+        ReadText const& read = *place->text;
+        zlines::Outline const& outline = read.side.outline();
+        zlines::Line const& found = outline.lines()[line];
+        auto const next = std::upper_bound(read.starts.begin(), read.starts.end(), found.begin);
+        std::string_view shown = zlines::slice(outline.text(), next[-1], outline.endOf(line));
+        while (shown.ends_with('\n') || shown.ends_with('\r'))
+            shown.remove_suffix(1);
+        number = std::to_string(next - read.starts.begin());
+        column = std::to_string(columnOf(found, shown, next[-1]));
+        text = toJson(shown);
+    }
+    return "{\"file\": " + toJson(path) + ", \"line\": " + number + ", \"column\": " + column +
+           ", \"stanza\": " + toJson(change.stanza) +
+           ", \"key\": " + (change.key.empty() ? "null" : toJson(change.key)) +
+           ", \"old\": " + format(change.before) + ", \"new\": " + format(change.after) +
+           ", \"text\": " + text + '}';
 }

@@ -32,7 +32,7 @@ std::string readContents(std::string const& path)
 }
 
 ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path,
-                                 char const** reason)
+                                 char const** reason, std::string const* contents)
 {
     ZStanzaDialect_6_0 dialect;
     char const* const variable = getenv("ZSTZ_DIALECT");
@@ -47,7 +47,9 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
         why = "by the variable ZSTZ_DIALECT";
     } else {
         // Two formats have names that end with ".service"; the first header distinguishes them.
-        std::string const text = path.ends_with(".service") ? readContents(path) : "";
+        std::string const text = !path.ends_with(".service") ? ""
+                                 : contents != nullptr       ? *contents
+                                                             : readContents(path);
         if (ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect) == 0)
             why = "no other format is the only user of such a name";
         else

@@ -9,10 +9,12 @@
 
 /// Returns the dialect of the file at `path`: the value of --dialect, else of the variable
 /// ZSTZ_DIALECT, else the dialect that the name of the file determines, else "stanza". Stores the
-/// reason of the choice, a literal, unless `reason` is null.
+/// reason of the choice, a literal, unless `reason` is null. Two formats have names that end with
+/// ".service": the contents decide, which are read from `path` unless `contents` is not null.
 /// throws  Failure if the variable has no dialect.
 ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path,
-                                 char const** reason = nullptr);
+                                 char const** reason = nullptr,
+                                 std::string const* contents = nullptr);
 
 /// Appends "; reads as D; say --dialect D" to the report of a file that the dialect "stanza"
 /// refuses, if a dialect D reads its contents.

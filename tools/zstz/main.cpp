@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "arguments.h"
+#include "commands.h"
 #include "dialect_choice.h"
 #include "edited_file.h"
 #include "failures.h"
@@ -84,14 +85,15 @@ int run(int argc, char const* const* argv, Request& request)
             fputs(formatHelp(*verb).c_str(), stdout);
             return exitDone;
         }
-        constexpr std::string_view kStanzaOnly = "diff|merge|watch|doc|fmt|convert";
+        constexpr std::string_view kStanzaOnly = "doc|fmt|convert";
         if (isOneOf(verb->name, kStanzaOnly) && !request.asText)
             requireStanzaDialect(request);
         if (verb->prepare != nullptr)
             verb->prepare(request);
         return verb->run != nullptr ? verb->run(request) : runChange(request, verb->apply);
     } catch (UsageError const& error) {
-        return report(describeUsage(*verb, error));
+        int const code = report(describeUsage(*verb, error));
+        return request.path.empty() ? code : kStopsGit + code;
     }
 }
 

@@ -1,14 +1,25 @@
 // merge: the verb merge.
+//
+// As a merge driver of git, which passes --path, it must not leave OURS as it is and report a
+// conflict: a commit would lose the other version. If a version cannot be read, the versions are
+// merged line by line; any other failure stops git.
+#include <Z/ZStanzaDialect_p.h>
+#include <Z/dialects/switched_dialect.h>
 #include <Z/lines/difference.h>
 #include <Z/lines/text_merge.h>
 #include <Z/lines/unified_diff.h>
+#include <Z/stanza/reserved_entry.h>
 #include <Z/stanza/stanza_dialect.h>
 #include <stdio.h>
 
+#include <optional>
+
 #include "busy.h"
 #include "commands.h"
+#include "dialect_choice.h"
 #include "edit_lock.h"
 #include "failures.h"
+#include "line_merge.h"
 #include "output.h"
 #include "problems.h"
 #include "raw_file.h"
@@ -25,34 +36,90 @@ std::string nameOf(Request const& request, std::string const& path, char const* 
 }
 
 // Refuses contents that cannot be loaded.
-void requireReadable(std::string const& text, std::string const& name)
+void requireReadable(std::string const& text, std::string const& name,
+                     ZStanzaDialect_6_0 const& dialect)
 {
-    Problems const problems = Problems::ofText(text);
+    Problems const problems = Problems::ofText(text, dialect);
     for (unsigned i = 0; i < problems.size(); ++i) {
         ZStanzaProblem_6_0 const& problem = problems[i];
         bool const isOfCompanion = problem.cause() == ZStanzaProblem_6_0::unreadableCompanion ||
                                    problem.cause() == ZStanzaProblem_6_0::damagedCompanion;
-        if (problem.kind() == ZStanzaProblem_6_0::error && !isOfCompanion)
-            throw Failure{exitInvalidData, nameLine(name, problem.line()),
-                          splitText(toStdString(problem.text()))};
+        if (problem.kind() != ZStanzaProblem_6_0::error || isOfCompanion)
+            continue;
+        Problem described = splitText(toStdString(problem.text()));
+        if (dialect.name() == std::string_view("stanza"))
+            addSuggestion(text, described.remedy);
+        throw Failure{exitInvalidData, nameLine(name, problem.line()), described};
     }
 }
 
-zlines::MergedText mergeTexts(Request const& request, std::string const& ours)
+struct Versions {
+    std::string base;
+    std::string ours;
+    std::string theirs;
+};
+
+struct Result {
+    std::string text;
+    size_t conflicts;
+    bool isValid;  // false: the file can be read no longer
+};
+
+// Merges by stanza and key.
+Result mergeKeys(Request const& request, Versions const& versions,
+                 ZStanzaDialect_6_0 const& dialect)
 {
-    std::string const base = readText(request.base, request.wait);
-    std::string const theirs = readText(request.other, request.wait);
-    requireReadable(base, nameOf(request, request.base, "base"));
-    requireReadable(ours, nameOf(request, request.file, "ours"));
-    requireReadable(theirs, nameOf(request, request.other, "theirs"));
+    requireReadable(versions.base, nameOf(request, request.base, "base"), dialect);
+    requireReadable(versions.ours, nameOf(request, request.file, "ours"), dialect);
+    requireReadable(versions.theirs, nameOf(request, request.other, "theirs"), dialect);
+    zdialects::Switches const switches = zdialects::switchesOf(dialect);
+    auto const other = switches.isStanzaFormat() ? nullptr : zdialects::dialectWith(switches);
+    zlines::Dialect const& reader =
+        other == nullptr ? zstanza::stanzaDialect() : static_cast<zlines::Dialect const&>(*other);
     try {
-        return zlines::mergeTexts(base, ours, theirs, zstanza::stanzaDialect());
+        zlines::MergedText merged =
+            zlines::mergeTexts(versions.base, versions.ours, versions.theirs, reader,
+                               other == nullptr ? zstanza::kReservedCategory : "");
+        return {std::move(merged.text), merged.conflicts, true};
     } catch (zlines::Refusal const& refusal) {
         throw Failure{exitInvalidValue,
                       nameOf(request, request.file, "ours"),
                       {nameKey(refusal.key, refusal.stanza) + ": " + quote(refusal.value) +
                            " does not fit into its line",
                        "merge this value by hand"}};
+    }
+}
+
+bool isReadable(std::string const& text, ZStanzaDialect_6_0 const& dialect)
+{
+    try {
+        requireReadable(text, "", dialect);
+        return true;
+    } catch (Failure const&) {
+        return false;
+    }
+}
+
+// Merges by line, because the versions cannot be merged by key.
+Result mergeByLine(Versions const& versions, ZStanzaDialect_6_0 const& dialect)
+{
+    MergedLines merged = mergeLines(versions.base, versions.ours, versions.theirs);
+    bool const isValid = isReadable(merged.text, dialect) || !isReadable(versions.ours, dialect);
+    return {std::move(merged.text), merged.conflicts, isValid};
+}
+
+// range   `reason` is set if the versions were merged line by line.
+Result merge(Request const& request, Versions const& versions, std::optional<Failure>& reason)
+{
+    std::string const& name = request.path.empty() ? request.file : request.path;
+    ZStanzaDialect_6_0 const dialect = chooseDialect(request, name, nullptr, &versions.ours);
+    try {
+        return mergeKeys(request, versions, dialect);
+    } catch (Failure const& failure) {
+        if (request.path.empty())
+            throw;
+        reason = failure;
+        return mergeByLine(versions, dialect);
     }
 }
 
@@ -70,29 +137,46 @@ void finish(Request const& request, std::string const& ours, std::string const& 
     }
 }
 
+int mergeFiles(Request const& request)
+{
+    Result merged = {};
+    std::optional<Failure> reason;
+    Versions versions;
+    versions.base = readText(request.base, request.wait);
+    versions.theirs = readText(request.other, request.wait);
+    auto const run = [&] {
+        versions.ours = readText(request.file, 0);
+        reason.reset();
+        merged = merge(request, versions, reason);
+        finish(request, versions.ours, merged.text);
+    };
+    if (request.file == kStandardInput) {
+        run();
+    } else {
+        Deadline const deadline(request.wait);
+        EditLock const lock(request.file, deadline);
+        retryWhileBusy(deadline, run);
+    }
+    if (reason) {
+        reason->problem.text += ", so the versions are merged line by line";
+        report(*reason);
+    }
+    if (merged.conflicts > 0 && !request.dryRun && request.file != kStandardInput)
+        printLine(request, (request.path.empty() ? request.file : request.path) + ": " +
+                               formatCount(merged.conflicts, "conflict", "conflicts") +
+                               "; edit the lines between the marks");
+    return merged.conflicts > 0 || !merged.isValid ? exitDiffers : exitDone;
+}
+
 }  // namespace
 
 int runMerge(Request const& request)
 {
-    size_t conflicts = 0;
-    auto const merge = [&] {
-        std::string const ours = readText(request.file, 0);
-        zlines::MergedText const merged = mergeTexts(request, ours);
-        finish(request, ours, merged.text);
-        conflicts = merged.conflicts;
-    };
-    if (request.file == kStandardInput) {
-        merge();
-    } else {
-        Deadline const deadline(request.wait);
-        EditLock const lock(request.file, deadline);
-        retryWhileBusy(deadline, merge);
+    if (request.path.empty())
+        return mergeFiles(request);
+    try {
+        return mergeFiles(request);
+    } catch (...) {
+        return kStopsGit + report(describe(std::current_exception(), request.path));
     }
-    if (conflicts == 0)
-        return exitDone;
-    if (!request.dryRun && request.file != kStandardInput)
-        printLine(request, (request.path.empty() ? request.file : request.path) + ": " +
-                               formatCount(conflicts, "conflict", "conflicts") +
-                               "; edit the lines between the marks");
-    return exitDiffers;
 }

@@ -1,9 +1,15 @@
 // raw_file: the bytes of a file, read and stored under the lock that every store takes.
 #pragma once
 
+#include <optional>
 #include <string>
 
-/// Returns the text of the file at `path`, or of standard input.
+/// Reads the pipe that a shell passes for "<(COMMAND)". Returns nothing for another file: a named
+/// pipe may have no writer.
+/// throws  Failure.
+std::optional<std::string> readPipe(std::string const& path);
+
+/// Returns the text of the file at `path`, of such a pipe, or of standard input.
 /// throws  ZPropertiesIOException_6_0; Failure for standard input.
 std::string readText(std::string const& path, double wait);
 

@@ -14,6 +14,7 @@
 #include "dialect_choice.h"
 #include "failures.h"
 #include "problems.h"
+#include "raw_file.h"
 
 namespace {
 
@@ -68,16 +69,15 @@ Failure describeFirstError(Problems const& problems, std::string const& name, St
 
 }  // namespace
 
-void loadText(std::string const& text, Store& store)
+void loadText(std::string const& text, Store& store, std::string const& name)
 {
     try {
         store.loadText(text.data(), text.size());
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
-        throw describeFirstError(Problems::ofText(text, store.dialect()), kStandardInputName, store,
-                                 text);
+        throw describeFirstError(Problems::ofText(text, store.dialect()), name, store, text);
     } catch (ZUnsupportedException_6_0 const&) {
         throw Failure{exitRefused,
-                      kStandardInputName,
+                      name,
                       {"the text names a companion file, and does not have its values",
                        "pass the path of the file"}};
     }
@@ -98,6 +98,8 @@ void loadFile(std::string const& path, double wait, Store& store)
 {
     if (path == kStandardInput)
         loadText(readStandardInput(), store);
+    else if (std::optional<std::string> const text = readPipe(path))
+        loadText(*text, store, path);
     else
         retryWhileBusy(Deadline(wait), [&] { loadOnce(path, store); });
 }

@@ -38,9 +38,9 @@ inline constexpr char kStandardInputName[] = "standard input";
 /// throws  Failure.
 std::string readStandardInput(char const* contents = "the text");
 
-/// Loads the text of standard input into an empty store.
+/// Loads the text of standard input, or of the pipe `name`, into an empty store.
 /// throws  Failure.
-void loadText(std::string const& text, Store& store);
+void loadText(std::string const& text, Store& store, std::string const& name = kStandardInputName);
 
 /// Loads the file at `path`, or standard input, into an empty store. Waits up to `wait` seconds for
 /// a busy file.

@@ -77,7 +77,10 @@ constexpr Option kDiffOptions[] = {
 };
 
 constexpr Option kMergeOptions[] = {
-    {"--path", 0, "PATH", "the name of the file in reports", &Request::path},
+    {"--path", 0, "PATH",
+     "the name of the file, which git passes; versions that cannot be read are merged by line, and "
+     "a failure exits with 128 more",
+     &Request::path},
     {"--dry-run", 'n', nullptr, "print a unified diff and change nothing", &Request::dryRun},
 };
 
@@ -171,6 +174,15 @@ void checkEdit(Request const& request, PassedNames const&)
     bool const readsScript = request.script.empty() || request.script == "-";
     if (request.file == "-" && readsScript)
         throw UsageError{"FILE and SCRIPT are both standard input"};
+}
+
+void checkInputs(Request const& request, PassedNames const&)
+{
+    int count = 0;
+    for (std::string const* const path : {&request.file, &request.other, &request.base})
+        count += *path == kStandardInput ? 1 : 0;
+    if (count > 1)
+        throw UsageError{"only one file can be standard input"};
 }
 
 void checkJava(Request const& request, PassedNames const& passed)
@@ -353,14 +365,14 @@ constexpr Verb kVerbs[] = {
     {"diff", "A B", "print the changes from one file to another, by stanza and key",
      "zstz diff /etc/gateway.conf.bak /etc/gateway.conf\n"
      "zstz diff --text gateway.conf /etc/gateway.conf",
-     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats, nullptr,
-     runDiff, nullptr, nullptr},
+     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats,
+     checkInputs, runDiff, nullptr, nullptr},
     {"merge", "BASE OURS THEIRS",
      "make the changes of another version of BASE in OURS, and mark conflicts",
      "zstz merge gateway.conf.orig /etc/gateway.conf gateway.conf.new\n"
      "git config merge.zstz.driver 'zstz merge %O %A %B --path %P'\n"
      "echo '*.conf merge=zstz' >>.gitattributes",
-     kMergeOptions, fileOptions, false, "", kPlain, nullptr, runMerge, nullptr, nullptr},
+     kMergeOptions, fileOptions, false, "", kPlain, checkInputs, runMerge, nullptr, nullptr},
     {"watch",
      "FILE [STANZA [KEY]]",
      "print the changes of a file as they happen: STANZA KEY OLD NEW",

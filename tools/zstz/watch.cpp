@@ -13,9 +13,9 @@
 #include "busy.h"
 #include "commands.h"
 #include "contents.h"
+#include "dialect_choice.h"
 #include "failures.h"
 #include "file_watch.h"
-#include "json.h"
 #include "output.h"
 
 namespace {
@@ -50,7 +50,10 @@ std::string formatPlain(Change const& change)
 
 class Watcher {
 public:
-    explicit Watcher(Request const& request) : request_(request), watch_(request.file) {}
+    explicit Watcher(Request const& request)
+        : request_(request), dialect_(chooseDialect(request, request.file)), watch_(request.file)
+    {
+    }
 
     [[noreturn]] void run()
     {
@@ -65,7 +68,7 @@ public:
             }
             if (!fresh)
                 continue;
-            print(compareContents(*state_, *fresh));
+            print(*state_, *fresh);
             state_ = std::move(fresh);
         }
     }
@@ -94,15 +97,22 @@ private:
             return {};
         if (guard.state() != WriteGuard::held && watch_.isBeingWritten() && !isQuiet)
             return {};
-        Store store;
+        bool const isUnguarded = guard.state() != WriteGuard::held;
+        Store store(dialect_);
+        if (store.isStanzaFile() && request_.format == "json")  // its objects have lines
+            store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
         try {
-            store.load(request_.file.c_str());
+            loadOnce(request_.file, store);
         } catch (ZPropertiesIOException_6_0 const& failure) {
             if (isBusy(failure) && !isQuiet)
                 return {};
             throw;
         } catch (ZPropertiesInvalidDataException_6_0 const&) {
-            if (guard.state() != WriteGuard::held && watch_.isBeingWritten())
+            if (isUnguarded && watch_.isBeingWritten())
+                return {};
+            throw;
+        } catch (Failure const& failure) {
+            if (failure.code == exitInvalidData && isUnguarded && watch_.isBeingWritten())
                 return {};
             throw;
         }
@@ -112,14 +122,13 @@ private:
         return isComplete ? std::optional(contentsOf(store)) : std::nullopt;
     }
 
-    void print(std::vector<Change> const& changes)
+    void print(FileContents const& before, FileContents const& after)
     {
-        for (Change const& change : changes) {
-            if ((!request_.stanza.empty() && change.stanza != request_.stanza) ||
-                (!request_.key.empty() && change.key != request_.key))
+        for (Change const& change : compareContents(before, after)) {
+            if (!isWanted(change, after))
                 continue;
-            printLine(request_, request_.format == "json" ? "{\"file\": " + toJson(request_.file) +
-                                                                ", " + formatMembers(change) + '}'
+            printLine(request_, request_.format == "json"
+                                    ? formatJson(change, request_.file, &after, change.after.line)
                                 : request_.format == "lines" ? formatFields(change)
                                                              : formatPlain(change));
         }
@@ -128,7 +137,21 @@ private:
                 exitNoAccess, "standard output", {"cannot write", "check its destination"}};
     }
 
+    // Returns whether the change is in the stanza and key of the request, in any spelling.
+    bool isWanted(Change const& change, FileContents const& file) const
+    {
+        std::string stanza = request_.stanza, key = request_.key, space;
+        if (file.text != nullptr) {
+            zlines::Dialect const& dialect = file.text->kept->dialect;
+            stanza = std::string(dialect.comparableStanza(stanza, space));
+            key = std::string(dialect.comparableKey(key, space));
+        }
+        return (stanza.empty() || stanza == change.comparableStanza) &&
+               (key.empty() || key == change.comparableKey);
+    }
+
     Request const& request_;
+    ZStanzaDialect_6_0 const dialect_;
     FileWatch watch_;
     std::optional<FileContents> state_;
 };
