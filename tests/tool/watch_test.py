@@ -163,6 +163,39 @@ class WatchTest(tool.ToolTest):
             other.write_text("x")
             os.rename(other, self.path.parent / "another")
 
+    def watch_file(self, name, text, *options):
+        """Returns a watch of a file of a dialect that prints changes, and the path of the file."""
+        path = self.path.parent / name
+        path.write_text(text)
+        watch = Watch(self, str(path), *options)
+        number = 0
+        while watch.lines.empty():
+            number += 1
+            path.write_text(text.replace("= 0", f"= {number}"))
+            try:
+                watch.lines.put(watch.lines.get(timeout=0.2))
+            except queue.Empty:
+                pass
+        path.write_text(text.replace("= 0", "= end"))
+        while "end" not in watch.next():
+            pass
+        return watch, path
+
+    def test_watches_files_of_other_dialects(self):
+        watch, path = self.watch_file("x.service", "[Service]\nX = 0\nExecStart=/a \\\n  b\n")
+        path.write_text("[Service]\nX = end\nExecStart=/a \\\n  c\nExecStart=\n")
+        self.assertEqual(["Service ExecStart '/a    b' '/a    c'\n", "Service ExecStart - ''\n"],
+                         [watch.next(), watch.next()])
+        watch, path = self.watch_file("any", "[A]\n\tX = 0\n", "--dialect", "git", "a", "x",
+                                      "--format", "json")
+        path.write_text("; c\n[a] x = 1\n")
+        self.assertEqual(
+            {"file": str(path), "line": 2, "column": 9, "stanza": "a", "key": "X", "old": "end",
+             "new": "1", "text": "[a] x = 1"}, json.loads(watch.next()))
+        path.write_text("[a]\n")
+        removed = json.loads(watch.next())
+        self.assertEqual([None] * 4, [removed[name] for name in ("line", "column", "new", "text")])
+
     def test_reports_an_invalid_state_and_continues(self):
         self.path.write_text("[s]\nk = 1\n")
         watch = self.start()
@@ -184,6 +217,49 @@ class WatchTest(tool.ToolTest):
         watch = self.start()
         self.expect(DONE, "", "set", str(target / "real"), "listener", "name", "x")
         self.assertEqual("listener name 'front door' x\n", watch.next("listener "))
+
+    def replace_link(self, target, link):
+        os.symlink(target, link.parent / "new-link")
+        os.rename(link.parent / "new-link", link)
+
+    def test_follows_a_link_that_changes(self):
+        directory = self.path.parent
+        for name in "d1", "d2":
+            (directory / name).mkdir()
+            (directory / name / "c.conf").write_text(f"[a]\nk = {name}\n")
+        self.path.unlink()
+        os.symlink("d1/c.conf", self.path)
+        watch = self.start()
+        self.replace_link("d2/c.conf", self.path)
+        self.assertEqual("a k d1 d2\n", watch.next("a "))
+        (directory / "d2" / "c.conf").write_text("[a]\nk = 2\n")
+        self.assertEqual("a k d2 2\n", watch.next("a "))
+
+    def test_follows_a_link_to_a_directory_that_changes(self):
+        directory = self.path.parent
+        for name in "d1", "d2":
+            (directory / name).mkdir()
+            (directory / name / "c.conf").write_text(f"[a]\nk = {name}\n")
+        os.symlink("d1", directory / "data")
+        self.path.unlink()
+        os.symlink("data/c.conf", self.path)
+        watch = self.start()
+        self.replace_link("d2", directory / "data")
+        self.assertEqual("a k d1 d2\n", watch.next("a "))
+        (directory / "d2" / "c.conf").write_text("[a]\nk = 2\n")
+        self.assertEqual("a k d2 2\n", watch.next("a "))
+
+    def test_follows_a_directory_that_is_replaced(self):
+        directory = self.path.parent
+        for name in "d1", "d2":
+            (directory / name).mkdir()
+            (directory / name / "c.conf").write_text(f"[a]\nk = {name}\n")
+        self.path = directory / "d1" / "c.conf"
+        self.file = str(self.path)
+        watch = self.start()
+        os.rename(directory / "d1", directory / "old")
+        os.rename(directory / "d2", directory / "d1")
+        self.assertEqual("a k d1 d2\n", watch.next("a "))
 
     def test_refuses_a_file_that_cannot_be_watched(self):
         self.expect(NO_ACCESS, "none", "watch", str(self.path.parent / "none"))

@@ -1,10 +1,14 @@
 // file_watch: waits for changes of a file, whether it is replaced or written in place.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
+#include <vector>
 
 // Watches the directory of a file, because a file that another program renames over the old one is
-// a new file. If the path is a symbolic link, watches the directory of its target, too.
+// a new file, and the directory of each symbolic link on the way to it. Compares the state of the
+// file each second, too: a directory on the way may be renamed.
 class FileWatch {
 public:
     /// throws  Failure.
@@ -22,13 +26,24 @@ public:
     bool isBeingWritten();
 
 private:
-    void watch(std::string const& path);
+    // A link on the way to the file, or the file.
+    struct Entry {
+        int directory;  // number of its watch
+        std::string name;
+
+        bool operator==(Entry const& other) const = default;
+    };
+
+    bool follow();
+    void addEntry(std::vector<Entry>& entries, std::string const& directory,
+                  std::string const& name);
     bool readEvents();
 
+    std::string const path_;
     int const fd_;
-    std::string names_[2];  // of the file in each directory
-    int directories_[2] = {-1, -1};
-    bool isOpen_ = false;  // written, and not closed since
+    std::vector<Entry> entries_;
+    struct stat state_ = {};  // of the file
+    bool isOpen_ = false;     // written, and not closed since
 };
 
 // A guard against writers: while it is held, no process has the file open for writing.
