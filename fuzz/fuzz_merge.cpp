@@ -1,17 +1,25 @@
-// Merges of generated files: a merge with an unchanged side gives the other side byte for byte, and
-// a merge without conflicts gives the same values whichever side is first, among them every change
-// that only one side makes.
+// Merges of generated files, of the stanza format and of any dialect: a merge with an unchanged
+// side gives the other side byte for byte, and a merge without conflicts gives the same values
+// whichever side is first, among them every change that only one side makes.
 #include <Z/ZArrayList.h>
 #include <Z/ZException.h>
 #include <Z/ZLCString.h>
 #include <Z/ZPropertiesImpl.h>
+#include <Z/dialects/switched_dialect.h>
+#include <Z/lines/difference.h>
+#include <Z/lines/text_merge.h>
+#include <Z/problems/dialect_inspector.h>
 #include <Z/zproperties_c.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "DialectChoices.h"
 #include "check.h"
 
 namespace {
@@ -123,11 +131,8 @@ std::string change(std::string const& text, Choices& choices)
     return changed;
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+void mergeStanzaFiles(Choices& choices)
 {
-    Choices choices(data, size);
     std::string const base = makeFile(choices);
     std::string const ours = change(base, choices);
     std::string const theirs = change(base, choices);
@@ -136,14 +141,14 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     Merged const merged = merge(base, ours, theirs);
     check((merged.code == zpropOk) == areFiles, "files are merged if and only if they can be read");
     if (!areFiles)
-        return 0;
+        return;
     check(merge(base, ours, ours).text == ours, "a merge with the file itself changes nothing");
     check(merge(base, ours, base).text == ours, "a merge with the base changes nothing");
     check(merge(base, base, theirs).text == theirs, "a merge into the base gives the other file");
     Merged const swapped = merge(base, theirs, ours);
-    check(swapped.conflicts == merged.conflicts, "swapped sides have the same conflicts");
+    check((swapped.conflicts > 0) == (merged.conflicts > 0), "swapped sides have conflicts, too");
     if (merged.conflicts > 0)
-        return 0;
+        return;
     Contents one, other;
     check(read(merged.text, one) && read(swapped.text, other), "the result can be read");
     check(one == other, "swapped sides give the same values");
@@ -157,5 +162,183 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
             if (valuesIn(their, stanza, key) == old)
                 check(result == valuesIn(our, stanza, key), "a change of this side is there");
         }
+}
+
+// The stanzas of a file of a dialect: header, keys and values. Several stanzas of a name that are
+// not joined are in the order of their contents.
+using Stanzas = std::multimap<std::string, std::map<std::string, Values>>;
+
+struct DialectFile {
+    Stanzas stanzas;
+    bool isMixed = false;  // a key has lines with and without a value
+};
+
+// Returns nothing if the file cannot be read.
+std::optional<DialectFile> read(std::string const& text, zdialects::SwitchedDialect const& dialect)
+{
+    zproblems::DialectInspector inspector(text, dialect);
+    inspector.inspect();
+    for (zproblems::Complaint const& complaint : inspector.complaints())
+        if (complaint.isError)
+            return {};
+    zlines::Outline const outline(text, dialect);
+    DialectFile file;
+    std::vector<std::pair<std::string, std::map<std::string, Values>>> found;
+    for (zlines::ReadStanza const& stanza : outline.stanzas()) {
+        std::map<std::string, Values> keys;
+        std::map<std::string, unsigned> alone;
+        std::string space;
+        for (uint32_t at = stanza.firstSection; at != zlines::kNone;
+             at = outline.sections()[at].next)
+            for (uint32_t i = outline.sections()[at].first; i < outline.sections()[at].end; ++i) {
+                if (!outline.lines()[i].isKey())
+                    continue;
+                std::string const key(outline.keyName(i, space));
+                Values& values = keys[key];
+                if (outline.lines()[i].kind == zlines::valueLine)
+                    values.emplace_back(outline.value(i, space));
+                else
+                    ++alone[key];
+            }
+        for (auto const& [key, count] : alone)
+            file.isMixed = file.isMixed || !keys[key].empty();
+        std::string name(stanza.name);
+        if (!dialect.joinsHeaders())
+            name.resize(std::min(name.find(']'), name.size()));
+        bool const isTop = &stanza == outline.stanzas().data();
+        if (!isTop || !keys.empty())
+            found.emplace_back(std::move(name), std::move(keys));
+    }
+    std::sort(found.begin(), found.end());
+    file.stanzas.insert(found.begin(), found.end());
+    return file;
+}
+
+std::string makeDialectLine(Choices& choices)
+{
+    static char const* const values[] = {"",      "1",         "2",     "x y",   "\"q\"",
+                                         "'s'",   "a;b",       "a # b", "x\\",   "=",
+                                         "a\\nb", "\"a\" ; c", "1 # c", "\"open"};
+    static char const* const separators[] = {"=", " = ", ":", " : ", ""};
+    switch (choices.below(10)) {
+        case 0:
+            return "";
+        case 1:
+            return std::string(choices.below(2) == 0 ? "# c" : "; c") +
+                   static_cast<char>('0' + choices.below(3));
+        case 2:
+            return "  more";
+        default: {
+            std::string line(choices.below(8) == 0 ? "\t" : "");
+            line += static_cast<char>((choices.below(6) == 0 ? 'K' : 'k') + choices.below(4));
+            char const* const separator = separators[choices.below(16) < 11 ? 0 : choices.below(5)];
+            line += separator;
+            return *separator == 0 ? line : line + values[choices.below(std::size(values))];
+        }
+    }
+}
+
+std::string makeDialectFile(Choices& choices)
+{
+    static char const* const headers[] = {"[a]", "[b]", "[A]", "[a.b]", "[a \"b\"]"};
+    std::string text;
+    for (unsigned i = choices.below(3); i > 0; --i)
+        text += makeDialectLine(choices) + '\n';
+    for (unsigned stanza = choices.below(4); stanza > 0; --stanza) {
+        text += std::string(choices.below(2), '\n') + headers[choices.below(5)] + "\n";
+        for (unsigned i = choices.below(5); i > 0; --i)
+            text += makeDialectLine(choices) + (choices.below(16) == 0 ? "\r\n" : "\n");
+    }
+    return text;
+}
+
+std::string changeDialectFile(std::string const& text, Choices& choices)
+{
+    std::string changed;
+    for (size_t at = 0; at < text.size();) {
+        size_t const end = text.find('\n', at) + 1;
+        unsigned const what = choices.below(14);
+        if (what != 1 && what != 2)
+            changed += text.substr(at, end - at);
+        if (what == 2 || what == 3)
+            changed += makeDialectLine(choices) + '\n';
+        if (what == 4)
+            changed += "[a]\n" + makeDialectLine(choices) + '\n';
+        at = end;
+    }
+    return changed;
+}
+
+Values const* findValues(Stanzas const& stanzas, std::string const& stanza, std::string const& key)
+{
+    auto const parent = stanzas.find(stanza);
+    if (parent == stanzas.end())
+        return nullptr;
+    auto const found = parent->second.find(key);
+    return found == parent->second.end() ? nullptr : &found->second;
+}
+
+bool areSame(Values const* one, Values const* other)
+{
+    return one == nullptr || other == nullptr ? one == other : *one == *other;
+}
+
+void mergeDialectFiles(Choices& choices)
+{
+    zdialects::SwitchedDialect const dialect(switchesOf(choices));
+    if (!dialect.joinsHeaders() && !dialect.topStanza().empty())
+        return;  // no dialect of the table is like this
+    std::string const base = makeDialectFile(choices);
+    std::string const ours = changeDialectFile(base, choices);
+    std::string const theirs = changeDialectFile(base, choices);
+    auto const before = read(base, dialect), our = read(ours, dialect),
+               their = read(theirs, dialect);
+    if (!before || !our || !their)
+        return;
+    auto const merge = [&](std::string const& one, std::string const& other) {
+        return zlines::mergeTexts(base, one, other, dialect);
+    };
+    check(merge(ours, ours).text == ours, "a merge with the file itself changes nothing");
+    check(merge(ours, base).text == ours, "a merge with the base changes nothing");
+    check(merge(base, theirs).text == theirs, "a merge into the base gives the other file");
+    zlines::MergedText merged, swapped;
+    try {
+        merged = merge(ours, theirs);
+        swapped = merge(theirs, ours);
+    } catch (zlines::Refusal const&) {
+        return;  // no spelling of a value fits into its line
+    }
+    if (before->isMixed || our->isMixed || their->isMixed)
+        return;
+    check((swapped.conflicts > 0) == (merged.conflicts > 0), "swapped sides have conflicts, too");
+    if (merged.conflicts > 0)
+        return;
+    auto const one = read(merged.text, dialect), other = read(swapped.text, dialect);
+    check(one && other, "the result can be read");
+    check(one->stanzas == other->stanzas, "swapped sides give the same values");
+    if (!dialect.joinsHeaders())
+        return;
+    for (DialectFile const* const file : {&*before, &*our, &*their})
+        for (auto const& [stanza, keys] : file->stanzas)
+            for (auto const& [key, values] : keys) {
+                auto const in = [&](DialectFile const& where) {
+                    return findValues(where.stanzas, stanza, key);
+                };
+                if (areSame(in(*our), in(*before)))
+                    check(areSame(in(*one), in(*their)), "a change of the other side is there");
+                if (areSame(in(*their), in(*before)))
+                    check(areSame(in(*one), in(*our)), "a change of this side is there");
+            }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    Choices choices(data, size);
+    if (choices.below(3) == 0)
+        mergeStanzaFiles(choices);
+    else
+        mergeDialectFiles(choices);
     return 0;
 }
