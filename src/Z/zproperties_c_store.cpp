@@ -153,6 +153,8 @@ void PlainStore::setText(char const* stanza, char const* key, char const* value,
     if (kind == Call::plain && value != nullptr && !isStanzaFile_ && !isEmpty(key)) {
         std::vector<char const*> all = plainValues(stanza, key);
         zdialects::ValueRange const range = countingRange(key, all);
+        if (all.size() > 1 && range.count() == 0 && *value == '\0')
+            return;  // the last value is a reset
         if (all.size() > 1 && range.count() <= 1) {
             if (range.count() == 1)
                 all[static_cast<size_t>(range.first)] = value;

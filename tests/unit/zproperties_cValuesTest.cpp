@@ -113,6 +113,9 @@ TEST_F(ZPropertiesCValues, SettingAValueChangesTheOneLineThatCounts)
         EXPECT_EQ(c.after, text());
         EXPECT_EQ("9", value("s", "k"));
     }
+    load("systemd", "[s]\nk=1\nk=\n");
+    EXPECT_EQ(0, zstzPropSetStringValue_6_0(file_, "s", "k", ""));
+    EXPECT_EQ("[s]\nk=1\nk=\n", text());
     load("ini", "[s]\nk=1\nk=2\n");
     EXPECT_EQ(0, zstzPropSetBooleanValue_6_0(file_, "s", "k", 1));
     EXPECT_EQ("[s]\nk=1\nk=yes\n", text());
