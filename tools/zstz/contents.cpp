@@ -1,7 +1,7 @@
 #include "contents.h"
 
 #include <Z/lines/alignment.h>
-#include <Z/stanza/columns.h>
+#include <Z/lines/columns.h>
 #include <Z/stanza/reserved_entry.h>
 
 #include <algorithm>
@@ -246,7 +246,7 @@ size_t columnOf(zlines::Line const& line, std::string_view shown, uint32_t start
     // A value may begin in a continuation line.
     if (line.kind == zlines::valueLine && shown.find('\n') >= value)
         at = value;
-    return zstanza::countCharacters(shown.substr(0, at)) + 1;
+    return zlines::countCharacters(shown.substr(0, at)) + 1;
 }
 
 }  // namespace

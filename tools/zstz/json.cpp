@@ -1,6 +1,6 @@
 #include "json.h"
 
-#include <Z/stanza/columns.h>
+#include <Z/lines/columns.h>
 #include <stdio.h>
 
 namespace {
@@ -28,7 +28,7 @@ std::string toJson(std::string_view text)
         text.remove_prefix(plain);
         if (text.empty())
             break;
-        size_t const length = zstanza::characterLength(text);
+        size_t const length = zlines::characterLength(text);
         auto const byte = static_cast<unsigned char>(text.front());
         char escaped[8];
         if (byte == '"' || byte == '\\') {

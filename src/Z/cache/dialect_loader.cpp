@@ -10,7 +10,7 @@
 
 #include "../ZException.h"
 #include "../dialects/finding.h"
-#include "../stanza/columns.h"
+#include "../lines/columns.h"
 #include "../stanza/raise_sites.h"
 #include "reader.h"
 
@@ -40,7 +40,7 @@ public:
         std::string_view const before = text_.substr(finding.line, finding.at - finding.line);
         auto const number = 1 + std::count(text_.begin(), text_.begin() + finding.line, '\n');
         ZPropertiesInvalidDataException_6_0(path_, line.c_str(), static_cast<int>(number),
-                                            static_cast<int>(zstanza::countCharacters(before)) + 1)
+                                            static_cast<int>(zlines::countCharacters(before)) + 1)
             .throwException(zstanza::kSource, zstanza::raiseAtLine);
     }
 

@@ -1,6 +1,6 @@
 #include "complaint.h"
 
-#include "../stanza/columns.h"
+#include "../lines/columns.h"
 #include "../stanza/limits.h"
 
 namespace zproblems {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "../dialects/logical_line.h"
-#include "../stanza/columns.h"
+#include "../lines/columns.h"
 
 namespace zproblems {
 
@@ -96,7 +96,7 @@ Place DialectInspector::placeAt(size_t at)
     moveTo(at);
     size_t const mark = begin_ == 0 ? zdialects::byteOrderMarkSize(text_) : 0;
     size_t const start = std::min(begin_ + mark, at);
-    return {line_, 1 + zstanza::countCharacters(text_.substr(start, at - start))};
+    return {line_, 1 + zlines::countCharacters(text_.substr(start, at - start))};
 }
 
 void DialectInspector::complain(Finding const& finding, std::string_view stanza)

@@ -7,7 +7,7 @@
 
 #include "../ZLCString.h"
 #include "../cache/name_hash.h"
-#include "../stanza/columns.h"
+#include "../lines/columns.h"
 #include "../stanza/line_writer.h"
 #include "../stanza/raise_sites.h"
 #include "../stanza/reserved_entry.h"
@@ -92,7 +92,7 @@ std::string_view Inspector::beginLine(std::string_view line, zstanza::LineSplitt
         countedColumn_ = 1;
     } else {
         for (; counted_ < offset_; ++countedColumn_)
-            counted_ += zstanza::characterLength(text_.substr(counted_));
+            counted_ += zlines::characterLength(text_.substr(counted_));
         if (split_.line == 0)
             split_ = placeAt(offset_);
     }
@@ -154,7 +154,7 @@ size_t Inspector::columnAt(size_t offset) const
 {
     if (offset <= counted_)
         return countedColumn_;
-    return countedColumn_ + zstanza::countCharacters(text_.substr(counted_, offset - counted_));
+    return countedColumn_ + zlines::countCharacters(text_.substr(counted_, offset - counted_));
 }
 
 // ---- Complaints about it ---------------------------------------------------------------------

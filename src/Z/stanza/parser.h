@@ -5,7 +5,7 @@
 
 #include "../ZException.h"
 #include "../ZLCString.h"
-#include "columns.h"
+#include "../lines/columns.h"
 #include "line_parts.h"
 #include "line_splitter.h"
 #include "raise_sites.h"
@@ -141,7 +141,7 @@ private:
         refuseDuplicate();
         std::string_view const before(start_, static_cast<size_t>(line.data() - start_) + index);
         ZPropertiesInvalidDataException_6_0(path_, line.data(), number_,
-                                            static_cast<int>(countCharacters(before)) + 1)
+                                            static_cast<int>(zlines::countCharacters(before)) + 1)
             .throwException(kSource, raiseAtLine);
     }
 

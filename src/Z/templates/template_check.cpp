@@ -4,8 +4,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "../lines/columns.h"
 #include "../lines/merge_side.h"
-#include "../stanza/columns.h"
 #include "../stanza/reserved_entry.h"
 #include "../stanza/stanza_dialect.h"
 
@@ -186,7 +186,7 @@ private:
         auto const number = static_cast<size_t>(
             std::count(all.begin(), all.begin() + static_cast<ptrdiff_t>(begin), '\n'));
         std::string_view const before = all.substr(begin, line == zlines::kNone ? 0 : offset);
-        differences_.push_back({Place{number + 1, zstanza::countCharacters(before) + 1}, cause,
+        differences_.push_back({Place{number + 1, zlines::countCharacters(before) + 1}, cause,
                                 stanza, key, std::move(text)});
     }
 

@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-namespace zstanza {
+namespace zlines {
 
 /// Returns the length in bytes of the character at the start of `text`: of a valid sequence of
 /// UTF-8, else 1.
@@ -52,4 +52,4 @@ inline size_t countCharacters(std::string_view text)
     return count;
 }
 
-}  // namespace zstanza
+}  // namespace zlines
