@@ -204,10 +204,12 @@ int ZDialectData_6_0::validCategory(char const* category) const
 int ZDialectData_6_0::validKey(char const* category, char const* key) const
 {
     return translateErrors(raiseInCheck, [&] {
-        return key != nullptr && validCategory(category) != 0 && isAmbiguous(category) == 0 &&
-                       SampleLine(*rep().dialect).isValidKey(key)
-                   ? 1
-                   : 0;
+        if (key == nullptr || validCategory(category) == 0 || isAmbiguous(category) != 0)
+            return 0;
+        SampleLine const line(*rep().dialect);
+        bool const isValid =
+            line.isValidKey(key) && (line.canBeNew(key) || contains(category, key) != 0);
+        return isValid ? 1 : 0;
     });
 }
 

@@ -24,6 +24,20 @@ SharedText translateErrors(Action action)
     return zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, action);
 }
 
+// Returns the site of a report. Each reason of a refusal has its own.
+zstanza::RaiseSite siteOf(zlines::Refusal const& refusal)
+{
+    switch (refusal.reason) {
+        case zlines::Refusal::doesNotReadBack:
+            break;
+        case zlines::Refusal::continuesAbove:
+            return zstanza::raiseBelowContinuedLine;
+        case zlines::Refusal::leavesNoKey:
+            return zstanza::raiseWithoutKeys;
+    }
+    return zstanza::raiseForLine;
+}
+
 }  // namespace
 
 zlines::SharedDialect ZPCategoryBasedCache_6_0::KeptLines::dialectOf(Cache const& cache)
@@ -119,7 +133,7 @@ SharedText ZPCategoryBasedCache_6_0::KeptLines::compose(Cache const& cache, char
         } catch (zlines::Refusal const& refusal) {
             ZPropertiesInvalidValueException_6_0(path, refusal.stanza.c_str(), refusal.key.c_str(),
                                                  refusal.value.c_str())
-                .throwException(zstanza::kSource, zstanza::raiseForLine);
+                .throwException(zstanza::kSource, siteOf(refusal));
         }
     });
 }

@@ -30,10 +30,9 @@
 ///     zDialectTop              keys above the first header: 0 refused; 1 passedOver; 2 stanza "."
 ///     zDialectRepeatedHead     0 refused; 1 joined; 2 separate: each is a stanza of its own
 ///     zDialectSeparators       1 equals "="; 2 colon ":"; 4 tight: no space next to a separator
-///     zDialectKeyAlone         a line without a separator or without a key: 0 refused; 1
-///     passedOver;
-///                              2 passedOverOrNoName: refused without a key; 3 option: a key
-///                              without values
+///     zDialectKeyAlone         a line without a separator or without a key: 0 refused;
+///                              1 passedOver; 2 passedOverOrNoName: refused without a key; 3
+///                              option: a key without values
 ///     zDialectJoin             lines that continue: 1 asBlank: after a backslash, read as a space;
 ///                              2 asNothing: after a backslash, read as nothing; 4 insideValue: as
 ///                              2, in values alone; 8 openQuote; 16 indented
@@ -59,6 +58,18 @@
 ///     zDialectByteOrderMark    0 no: refused; 1 yes: skipped
 ///     zDialectSeparatorStyle   in new lines: 0 spaced " = "; 1 tightEquals "="
 ///     zDialectIndentStyle      in new lines: 0 none; 1 tab
+///     zDialectNotPlain         values that would read back plainly, but that programs of the
+///     format
+///                              read as something else; they are written with escapes or quotes,
+///                              or refused: 1 returns; 2 tabs; 4 controls: vertical tabs and form
+///                              feeds at an end; 8 unicode: spaces of Unicode at an end;
+///                              16 backslashes; 32 commas; 64 shell: all but letters, digits and
+///                              "_./:,+@%=-"; 128 constants: operators and words of PHP, unless a
+///                              constant replaces a constant
+///     zDialectNewKeys          names of new keys: 0 any; 1 shell: variables; 2 php: no operators
+///                              and words of PHP
+///     zDialectCommentStyle     mark of new comments, if both are marks: 0 hash; 1 semicolon
+///     zDialectLineLimit        length of written lines: 0 mebibyte; 1 bytes4094
 enum ZStanzaSwitch : int {
     zDialectMarks,
     zDialectTrailing,
@@ -85,7 +96,11 @@ enum ZStanzaSwitch : int {
     zDialectBlanksAtEnd,
     zDialectByteOrderMark,
     zDialectSeparatorStyle,
-    zDialectIndentStyle
+    zDialectIndentStyle,
+    zDialectNotPlain,
+    zDialectNewKeys,
+    zDialectCommentStyle,
+    zDialectLineLimit
 };
 
 /// A dialect: a name and 64 bytes of switches.

@@ -18,6 +18,8 @@
 // the one with the fewest violations.
 #pragma once
 
+#include <Z/lines/columns.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <functional>
@@ -54,6 +56,12 @@ inline std::vector<std::string> const kEditValues = {
 inline bool isAside(Line const& line)
 {
     return line.kind == LineKind::commentInside || line.kind == LineKind::passedOver;
+}
+
+// The number of characters from `begin` to `end`.
+inline std::size_t widthOf(std::string const& text, std::size_t begin, std::size_t end)
+{
+    return zlines::countCharacters(std::string_view(text).substr(begin, end - begin));
 }
 
 // The lines of a string without their newlines.
@@ -393,12 +401,12 @@ private:
     void checkLocal(std::string const& property)
     {
         Lines kept;
-        Lines comments;  // and the like inside changed values; they can move above their key
+        Lines comments;  // and the like inside changed values, also blank lines; they can move
         keptBefore_.assign(1, 0);
         for (std::size_t i = 0; i < old_.lines.size(); ++i) {
             if (changed_.count(i) == 0)
                 kept.push_back(lineOf(old_, before_, i));
-            else if (isAside(old_.lines[i]))
+            else if (isAside(old_.lines[i]) || isSameLine("", lineOf(old_, before_, i)))
                 comments.push_back(lineOf(old_, before_, i));
             keptBefore_.push_back(kept.size());
         }
@@ -411,8 +419,9 @@ private:
         }
         if (at < kept.size())
             found_.push_back(property + "a line is missing: " + kept[at]);
-        if (!comments.empty())
-            found_.push_back("inside: a comment is missing: " + comments.front());
+        for (std::string const& comment : comments)
+            if (!isSameLine("", comment))
+                found_.push_back("inside: a comment is missing: " + comment);
     }
 
     // Looks for a line of the new text among the kept lines from `at`.
@@ -488,8 +497,10 @@ private:
             return found_.push_back("within: spaces at the end of the line changed");
         if (!hasComment || rest.find('\t') < blanks)
             return;
-        std::size_t const column = old.valueEnd + blanks - old_.lines[oldLine].begin;
-        std::size_t const newColumn = newEnd + newBlanks - new_.lines[newLine].begin;
+        std::size_t const column =
+            widthOf(before_, old_.lines[oldLine].begin, old.valueEnd) + blanks;
+        std::size_t const newColumn =
+            widthOf(after_, new_.lines[newLine].begin, newEnd) + newBlanks;
         if (blanks < 2 && newBlanks != blanks && !old.text.empty() && !now.text.empty())
             found_.push_back("within: the space before the comment changed");
         if (blanks >= 2 && newColumn != column && newBlanks != 1)
@@ -593,7 +604,8 @@ private:
     std::size_t separatorColumn(Value const& value) const
     {
         std::string const separator = separatorOf(value);
-        return value.valueBegin - separator.size() + blanksOf(separator) - startOf(new_, value);
+        return widthOf(after_, startOf(new_, value), value.valueBegin - separator.size()) +
+               blanksOf(separator);
     }
 
     void checkNew(Value const& value, std::string const& stanza)
@@ -618,8 +630,9 @@ private:
         bool isAligned = false;
         for (std::size_t i = 1; i < above.size() && separatorColumn(above[i]) == column; ++i)
             isAligned = isAligned || blanksOf(separatorOf(above[0])) > 1 ||
-                        above[0].keyEnd - above[0].keyBegin != above[i].keyEnd - above[i].keyBegin;
-        std::size_t const width = value.keyEnd - startOf(new_, value);
+                        widthOf(after_, above[0].keyBegin, above[0].keyEnd) !=
+                            widthOf(after_, above[i].keyBegin, above[i].keyEnd);
+        std::size_t const width = widthOf(after_, startOf(new_, value), value.keyEnd);
         if (isAligned && width < column) {
             if (separatorColumn(value) != column)
                 found_.push_back("new: the separator is not in the column of its neighbours");

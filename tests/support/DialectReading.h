@@ -46,6 +46,10 @@ inline zdialects::Switches librarySwitches(Switches const& rules)
     s.byteOrderMark = rules.byteOrderMark;
     s.separatorStyle = static_cast<zdialects::SeparatorStyle>(rules.separatorStyle);
     s.indentStyle = static_cast<zdialects::IndentStyle>(rules.indentStyle);
+    s.notPlain = static_cast<uint8_t>(rules.notPlain);
+    s.newKeys = static_cast<zdialects::NewKeys>(rules.newKeys);
+    s.commentStyle = static_cast<zdialects::CommentStyle>(rules.commentStyle);
+    s.lineLimit = static_cast<zdialects::LineLimit>(rules.lineLimit);
     return s;
 }
 
@@ -79,6 +83,10 @@ inline Switches modelSwitches(zdialects::Switches const& s)
     rules.byteOrderMark = s.byteOrderMark;
     rules.separatorStyle = static_cast<SeparatorStyle>(s.separatorStyle);
     rules.indentStyle = static_cast<IndentStyle>(s.indentStyle);
+    rules.notPlain = s.notPlain;
+    rules.newKeys = static_cast<NewKeys>(s.newKeys);
+    rules.commentStyle = static_cast<CommentStyle>(s.commentStyle);
+    rules.lineLimit = static_cast<LineLimit>(s.lineLimit);
     return rules;
 }
 

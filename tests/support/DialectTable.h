@@ -119,6 +119,22 @@ enum Marker : unsigned {
 enum class SeparatorStyle { spaced, tightEquals };
 enum class IndentStyle { none, tab };
 
+// Bits of `notPlain`: values that only quotes or escapes protect from the readers of the format.
+enum NotPlain : unsigned {
+    returns = 1,
+    tabs = 2,
+    controls = 4,
+    unicode = 8,
+    backslashes = 16,
+    commas = 32,
+    shellWords = 64,
+    constants = 128
+};
+
+enum class NewKeys { any, shell, php };
+enum class CommentStyle { hash, semicolon };
+enum class LineLimit { mebibyte, bytes4094 };
+
 struct Switches {
     unsigned marks = hash;
     unsigned trailing = noMark;
@@ -146,6 +162,10 @@ struct Switches {
     bool byteOrderMark = false;  // a byte order mark is skipped, not refused
     SeparatorStyle separatorStyle = SeparatorStyle::spaced;
     IndentStyle indentStyle = IndentStyle::none;
+    unsigned notPlain = 0;
+    NewKeys newKeys = NewKeys::any;
+    CommentStyle commentStyle = CommentStyle::hash;  // of new comments
+    LineLimit lineLimit = LineLimit::mebibyte;       // of written lines
 };
 
 struct Dialect {
@@ -175,6 +195,7 @@ inline constexpr Switches kSystemd = {
     .emptyValues = EmptyValues::reset,
     .byteOrderMark = true,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = returns,
 };
 
 constexpr Switches networkd()
@@ -193,6 +214,7 @@ inline constexpr Switches kDesktop = {
     .escapes = Escapes::desktop,
     .blanksAtEnd = true,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = returns | controls | backslashes,
 };
 
 // Spaces before a backslash that continues the line belong to the value, also at its end; spaces
@@ -214,6 +236,7 @@ inline constexpr Switches kGit = {
     .repeatedKey = RepeatedKey::values,
     .byteOrderMark = true,
     .indentStyle = IndentStyle::tab,
+    .notPlain = returns | tabs,
 };
 
 // "=x" is refused. A value that is quoted in part is as spelled, and no writer writes one: readers
@@ -231,6 +254,8 @@ inline constexpr Switches kPhp = {
     .escapes = Escapes::php,
     .repeatedKey = RepeatedKey::lastOrList,
     .byteOrderMark = true,
+    .notPlain = returns | constants,
+    .newKeys = NewKeys::php,
 };
 
 // Names of stanzas are folded, but their spaces are kept; only keys drop them. Any line continues,
@@ -248,6 +273,7 @@ inline constexpr Switches kSamba = {
     .foldKeys = true,
     .dropBlanks = true,
     .byteOrderMark = true,
+    .notPlain = returns | controls,
 };
 
 // A value is quoted if its first and its last character are the same quote. Escapes are read in
@@ -264,6 +290,8 @@ inline constexpr Switches kMysql = {
     .escapes = Escapes::mysql,
     .dashes = true,
     .repeatedKey = RepeatedKey::values,
+    .notPlain = returns | controls,
+    .lineLimit = LineLimit::bytes4094,
 };
 
 // A key alone is an error that the format's reader reports after it has read the whole file, with
@@ -276,6 +304,7 @@ inline constexpr Switches kPython = {
     .separators = equals | colon,
     .join = indented,
     .foldKeys = true,
+    .notPlain = returns | controls | unicode,
 };
 
 // Comments end headers and continuation lines, too; a line that has only such a comment is a
@@ -303,6 +332,8 @@ inline constexpr Switches kQt = {
     .unknownEscape = UnknownEscape::dropped,
     .byteOrderMark = true,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = returns | commas,
+    .commentStyle = CommentStyle::semicolon,
 };
 
 // "[]" and "[$i]" alone are a stanza without a name. A line with '[' and without ']' is
@@ -313,6 +344,7 @@ inline constexpr Switches kKconfig = {
     .escapes = Escapes::kconfig,
     .markers = dollarSuffix,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = returns | backslashes,
 };
 
 // A header without ']' is a key alone, and refused as such.
@@ -326,6 +358,7 @@ inline constexpr Switches kEditorconfig = {
     .keyAlone = KeyAlone::refused,
     .foldKeys = true,
     .byteOrderMark = true,
+    .notPlain = returns | controls | unicode,
 };
 
 // A header without ']' is refused: otherwise its keys would belong to the header before it.
@@ -334,6 +367,8 @@ inline constexpr Switches kIni = {
     .heads = Heads::toBracket,
     .top = Top::stanza,
     .byteOrderMark = true,
+    .notPlain = returns,
+    .commentStyle = CommentStyle::semicolon,
 };
 
 constexpr Switches windows()
@@ -351,6 +386,7 @@ inline constexpr Switches kSysctl = {
     .heads = Heads::none,
     .top = Top::stanza,
     .markers = minusPrefix,
+    .notPlain = returns | controls,
 };
 
 // Shells define it. A backslash before a newline is dropped with it, except between single quotes;
@@ -371,6 +407,8 @@ inline constexpr Switches kEnv = {
     .unknownEscape = UnknownEscape::keptInQuotes,
     .markers = exportPrefix,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = shellWords,
+    .newKeys = NewKeys::shell,
 };
 
 inline constexpr Dialect kDialects[] = {

@@ -301,7 +301,44 @@ private:
         if (rules.escapes == Escapes::kconfig)
             out += static_cast<char>(code);
         else
-            appendUtf8(code, out);
+            return appendCharacter(code, chars, at, out);
+        return at;
+    }
+
+    // Two numbers can be a surrogate pair. Without the other half, one is U+FFFD.
+    std::size_t appendCharacter(unsigned code, std::string_view chars, std::size_t at,
+                                std::string& out) const
+    {
+        bool const isFirst = code >= 0xd800 && code <= 0xdbff;
+        std::string second;
+        if (isFirst && at + 2 < chars.size() && chars[at] == '\\') {
+            char const next = chars[at + 1];
+            std::size_t const end = next == 'x' ? unescapeUnit(chars, at + 1, second) : kNowhere;
+            if (end != kNowhere && second.size() == 2) {
+                unsigned const low = static_cast<unsigned char>(second[0]) << 8 |
+                                     static_cast<unsigned char>(second[1]);
+                appendUtf8(0x10000 + (code - 0xd800) * 0x400 + (low - 0xdc00), out);
+                return end;
+            }
+        }
+        bool const isHalf = code >= 0xd800 && code <= 0xdfff;
+        appendUtf8(isHalf ? 0xfffd : code, out);
+        return at;
+    }
+
+    // Stores the two bytes of the second half of a pair.
+    static std::size_t unescapeUnit(std::string_view chars, std::size_t at, std::string& unit)
+    {
+        unsigned code = 0;
+        std::size_t digits = 0;
+        for (++at; at < chars.size() && digits < 8; ++at, ++digits) {
+            std::size_t const digit = std::string_view("0123456789abcdef").find(folded(chars[at]));
+            if (digit == kNowhere)
+                break;
+            code = code * 16 + static_cast<unsigned>(digit);
+        }
+        if (code >= 0xdc00 && code <= 0xdfff)
+            unit = {static_cast<char>(code >> 8), static_cast<char>(code & 0xff)};
         return at;
     }
 

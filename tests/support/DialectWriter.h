@@ -167,10 +167,13 @@ private:
              spellings(edit.value, continuation(model, *value, text), endingOf(text))) {
             std::string const start = value->alone ? separator() : "";
             std::size_t const size = value->valueEnd - value->valueBegin;
+            std::size_t const width = widthOf(text, value->valueBegin, value->valueEnd);
             bool const isOneLine =
                 spelling.find('\n') == std::string::npos && value->line == value->lastLine;
             std::string rest = text.substr(value->valueEnd);
-            rest = isOneLine ? withColumn(rest, size, start.size() + spelling.size()) : rest;
+            rest = isOneLine ? withColumn(rest, width,
+                                          start.size() + widthOf(spelling, 0, spelling.size()))
+                             : rest;
             if (size == 0 && !rest.empty() && !isBlank(rest[0]) && rest[0] != '\n' &&
                 rest[0] != '\r')
                 rest = " " + rest;
@@ -365,11 +368,12 @@ private:
             std::size_t at = value.keyEnd;
             while (isBlank(text[at]))
                 ++at;
-            return at - model.lines[value.line - 1].begin;
+            return widthOf(text, model.lines[value.line - 1].begin, at);
         };
-        std::size_t const width = indentation.size() + key.size();
+        std::size_t const width = indentation.size() + widthOf(key, 0, key.size());
         if (column(*second) != column(above) || width >= column(above) ||
-            above.keyEnd - above.keyBegin == second->keyEnd - second->keyBegin)
+            widthOf(text, above.keyBegin, above.keyEnd) ==
+                widthOf(text, second->keyBegin, second->keyEnd))
             return own;
         std::size_t const mark = own.find_first_not_of(" \t");
         return std::string(column(above) - width, ' ') + own.substr(mark);

@@ -326,7 +326,7 @@ TEST(ZDialectData, NewFileHasTheStyleOfItsDialect)
     }
     ZStanzaFileProperties_6_0 store(1, dialectNamed("env"));
     store.setValue(".", "NAME", "Wet Pump");
-    EXPECT_EQ("NAME=Wet Pump\n", textOf(store));
+    EXPECT_EQ("NAME=\"Wet Pump\"\n", textOf(store));
 }
 
 TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)

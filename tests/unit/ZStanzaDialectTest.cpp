@@ -24,7 +24,7 @@ namespace {
 
 using Dialect = ZStanzaDialect_6_0;
 
-constexpr int kSwitches = zDialectIndentStyle + 1;
+constexpr int kSwitches = zDialectLineLimit + 1;
 
 // The switches of the model's row, in the order of ZStanzaSwitch.
 std::vector<int> valuesOf(dialect_model::Switches const& rules)
@@ -55,7 +55,11 @@ std::vector<int> valuesOf(dialect_model::Switches const& rules)
             number(rules.blanksAtEnd),
             number(rules.byteOrderMark),
             number(rules.separatorStyle),
-            number(rules.indentStyle)};
+            number(rules.indentStyle),
+            number(rules.notPlain),
+            number(rules.newKeys),
+            number(rules.commentStyle),
+            number(rules.lineLimit)};
 }
 
 std::vector<int> valuesOf(Dialect const& dialect)
@@ -225,9 +229,13 @@ TEST(ZStanzaDialect, EachWordOfEachSwitchIsAValueOfIt)
                                  "ini,blanksAtEnd=yes",
                                  "ini,byteOrderMark=yes",
                                  "ini,separatorStyle=tightEquals",
-                                 "ini,indentStyle=tab"};
-    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16, 1, 1, 3, 4,
-                           7, 3, 2, 1, 1, 1, 7, 3, 2,  1, 1, 1, 1};
+                                 "ini,indentStyle=tab",
+                                 "ini,notPlain=constants",
+                                 "ini,newKeys=php",
+                                 "ini,commentStyle=semicolon",
+                                 "ini,lineLimit=bytes4094"};
+    int const largest[] = {7, 3, 2, 6, 2, 2, 7, 3, 16, 1, 1, 3,   4, 7, 3,
+                           2, 1, 1, 1, 7, 3, 2, 1, 1,  1, 1, 128, 2, 1, 1};
     static_assert(std::size(names) == kSwitches && std::size(largest) == kSwitches);
     for (int which = 0; which < kSwitches; ++which)
         EXPECT_EQ(largest[which], named(names[which]).get(static_cast<ZStanzaSwitch>(which)))
@@ -239,6 +247,8 @@ TEST(ZStanzaDialect, SetRefusesAValueThatIsNoneAndChangesNothing)
     int const numbers[] = {-1, INT_MIN, INT_MAX, 8, 32, 255, 256, 257};
     for (int which = -2; which < kSwitches + 40; ++which) {
         for (int const number : numbers) {
+            if (which == zDialectNotPlain && number >= 0 && number < 256)
+                continue;  // a set of eight
             SCOPED_TRACE(std::to_string(which) + " " + std::to_string(number));
             Dialect dialect = named("ini");
             std::vector<int> const before = valuesOf(dialect);

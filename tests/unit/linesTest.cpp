@@ -164,27 +164,30 @@ public:
         ((out += '[') += name.substr(0, name.size() - (isNumbered ? 2 : 0))) += ']';
     }
     unsigned spellingCount() const override { return 2; }
-    void appendValue(std::string_view value, unsigned spelling, zlines::LineForm const&,
+    bool appendValue(std::string_view value, unsigned spelling, zlines::LineForm const&,
                      std::string& out) const override
     {
         out += spelling == 0 ? "" : "\"";
         out += value;
         out += spelling == 0 ? "" : "\"";
+        return true;
     }
     std::string keyOnlyEnd(std::string_view) const override { return ""; }
-    zlines::Replacement replaceValue(std::string_view text, Line const& line, uint32_t end,
-                                     std::string_view value, unsigned spelling) const override
+    std::optional<zlines::Replacement> replaceValue(std::string_view text, Line const& line,
+                                                    uint32_t end, std::string_view value,
+                                                    unsigned spelling) const override
     {
         std::string_view const spelled = zlines::slice(text, line.valueBegin, line.valueEnd);
         if (spelled.find('\n') != spelled.npos) {
             std::string const comments = parts(spelled, true);
             std::string changed = comments;
             (changed += zlines::slice(text, line.begin, line.valueBegin)) += value;
-            return {line.begin, line.valueEnd, changed, comments.size()};
+            return zlines::Replacement{line.begin, line.valueEnd, changed, comments.size()};
         }
-        zlines::Replacement change = Dialect::replaceValue(text, line, end, value, spelling);
+        std::optional<zlines::Replacement> change =
+            Dialect::replaceValue(text, line, end, value, spelling);
         if (line.kind == zlines::keyOnlyLine)
-            change.text.insert(0, ": ");
+            change->text.insert(0, ": ");
         return change;
     }
     zlines::Replacement removeValue(std::string_view, Line const& line) const override

@@ -3,6 +3,7 @@
 #include <Z/ZException.h>
 #include <Z/files/io_error.h>
 #include <Z/reporting/messages.h>
+#include <Z/stanza/raise_sites.h>
 #include <Z/stanza/reserved_entry.h>
 #include <Z/store/limits.h>
 #include <Z/store/names.h>
@@ -292,8 +293,22 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
 
 Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
 {
-    std::string const problem = nameKey(toStdString(e.key()), toStdString(e.category())) + ": " +
-                                quote(toStdString(e.value()));
+    std::string const key = toStdString(e.key());
+    std::string const stanza = toStdString(e.category());
+    std::string const name = key.empty() ? "a comment in [" + stanza + "]" : nameKey(key, stanza);
+    std::string const problem = name + ": " + quote(toStdString(e.value()));
+    if (e.where() == zstanza::raiseWithoutKeys)
+        return {exitRefused,
+                toStdString(e.propFile()),
+                {"without " + name +
+                     " the file would have neither a header nor a key, and programs "
+                     "would refuse it",
+                 "set an empty value, or remove the file"}};
+    if (e.where() == zstanza::raiseBelowContinuedLine)
+        return {exitInvalidValue,
+                toStdString(e.propFile()),
+                {problem + " would continue the line above, which ends with a backslash",
+                 "set the value above without the backslash first"}};
     if (e.messageNumber() == zreporting::invalidValue)
         return {exitInvalidValue,
                 toStdString(e.propFile()),

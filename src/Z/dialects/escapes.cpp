@@ -55,6 +55,37 @@ void appendUtf8(uint32_t code, std::string& out)
     append(0x80 | (code & 0x3f));
 }
 
+constexpr uint32_t kReplacement = 0xfffd;
+
+bool isHighSurrogate(uint32_t code)
+{
+    return code >= 0xd800 && code < 0xdc00;
+}
+
+bool isLowSurrogate(uint32_t code)
+{
+    return code >= 0xdc00 && code < 0xe000;
+}
+
+// Appends the character of a number, or of two that are a surrogate pair. Half of a pair is no
+// character. Returns the index after it.
+size_t appendCodePoint(Escape const& escape, std::string_view chars, std::string& out)
+{
+    if (!isHighSurrogate(escape.code)) {
+        appendUtf8(isLowSurrogate(escape.code) ? kReplacement : escape.code, out);
+        return escape.end;
+    }
+    if (escape.end < chars.size() && chars[escape.end] == '\\') {
+        Escape const next = readEscape(Escapes::c, chars, escape.end);
+        if (next.kind == Escape::number && isLowSurrogate(next.code)) {
+            appendUtf8(0x10000 + ((escape.code - 0xd800) << 10) + (next.code - 0xdc00), out);
+            return next.end;
+        }
+    }
+    appendUtf8(kReplacement, out);
+    return escape.end;
+}
+
 }  // namespace
 
 Escape readEscape(Escapes escapes, std::string_view chars, size_t at)
@@ -89,7 +120,7 @@ size_t appendUnescaped(Switches const& switches, std::string_view chars, size_t 
 {
     Escape const escape = readEscape(switches.escapes, chars, at);
     if (escape.kind == Escape::number && switches.escapes == Escapes::c) {
-        appendUtf8(escape.code, out);
+        return appendCodePoint(escape, chars, out);
     } else if (escape.kind != Escape::unknown) {
         out += static_cast<char>(escape.code);
     } else {

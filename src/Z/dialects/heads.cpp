@@ -52,24 +52,33 @@ size_t endOfGroups(std::string_view chars, size_t close)
     return close;
 }
 
-// Returns A][B of A][B][$i.
-std::string_view decodeGroups(std::string_view spelled, std::string& space)
+constexpr std::string_view kBetweenGroups = "][";
+
+// Calls `visit(group)` for A, B and $i of A][B][$i.
+template <class Visit>
+void forEachGroup(std::string_view spelled, Visit visit)
 {
-    constexpr std::string_view kBetween = "][";
-    if (spelled.find(kBetween) == spelled.npos && !spelled.starts_with('$'))
-        return spelled;
-    space.clear();
     for (size_t at = 0; at <= spelled.size();) {
         // The bracket that closes a group is its first.
         size_t const close = std::min(spelled.find(']', at), spelled.size());
-        std::string_view const group = spelled.substr(at, close - at);
-        if (!group.starts_with('$')) {
-            if (!space.empty())
-                space += kBetween;
-            space += group;
-        }
-        at = close + kBetween.size();
+        visit(spelled.substr(at, close - at));
+        at = close + kBetweenGroups.size();
     }
+}
+
+// Returns A][B of A][B][$i.
+std::string_view decodeGroups(std::string_view spelled, std::string& space)
+{
+    if (spelled.find(kBetweenGroups) == spelled.npos && !spelled.starts_with('$'))
+        return spelled;
+    space.clear();
+    forEachGroup(spelled, [&space](std::string_view group) {
+        if (group.starts_with('$'))
+            return;
+        if (!space.empty())
+            space += kBetweenGroups;
+        space += group;
+    });
     return space;
 }
 
@@ -144,6 +153,14 @@ std::string_view decodeHead(Switches const& switches, std::string_view spelled, 
     else if (switches.heads == Heads::subsection)
         name = decodeSubsection(switches, spelled, space);
     return name == "." ? std::string_view(".]1") : name;
+}
+
+void appendMarkers(std::string_view spelled, std::string& out)
+{
+    forEachGroup(spelled, [&out](std::string_view group) {
+        if (group.starts_with('$'))
+            (out += kBetweenGroups) += group;
+    });
 }
 
 std::string_view foldStanza(Switches const& switches, std::string_view name, std::string& space)

@@ -1,6 +1,9 @@
 #include "sample_line.h"
 
+#include <algorithm>
 #include <vector>
+
+#include "plain_values.h"
 
 namespace zdialects {
 
@@ -62,6 +65,23 @@ bool SampleLine::isValidKey(std::string_view name) const
            dialect_.keyName(text, lines.back(), read) == dialect_.comparableKey(name, wanted);
 }
 
+bool SampleLine::canBeNew(std::string_view key) const
+{
+    return isNewKeySafe(dialect_.switches(), key);
+}
+
+// Returns whether each line has at most the length of a written line.
+bool SampleLine::isShortEnough(std::string_view lines) const
+{
+    while (!lines.empty()) {
+        size_t const end = std::min(lines.find('\n'), lines.size() - 1);
+        if (end > dialect_.maxLineLength())
+            return false;
+        lines.remove_prefix(end + 1);
+    }
+    return true;
+}
+
 bool SampleLine::isValidValue(std::string_view key, std::string_view value) const
 {
     std::string text = start();
@@ -73,14 +93,17 @@ bool SampleLine::isValidValue(std::string_view key, std::string_view value) cons
     if (lines.size() != before + 1 || lines.back().kind != zlines::valueLine)
         return false;
     for (unsigned spelling = 0; spelling < dialect_.spellingCount(); ++spelling) {
-        zlines::Replacement const change = dialect_.replaceValue(
+        std::optional<zlines::Replacement> const change = dialect_.replaceValue(
             text, lines.back(), static_cast<uint32_t>(text.size()), value, spelling);
+        if (!change)
+            continue;
         std::string changed = text;
-        changed.replace(change.begin, change.end - change.begin, change.text);
+        changed.replace(change->begin, change->end - change->begin, change->text);
         std::vector<Line> const read = linesOf(dialect_, changed);
         std::string space;
         if (read.size() == before + 1 && read.back().kind == zlines::valueLine &&
-            dialect_.value(changed, read.back(), space) == value)
+            dialect_.value(changed, read.back(), space) == value &&
+            isShortEnough(std::string_view(changed).substr(read.back().begin)))
             return true;
     }
     return false;

@@ -17,6 +17,9 @@ public:
     bool isValidStanza(std::string_view name) const;
     bool isValidKey(std::string_view name) const;
 
+    /// Returns whether a new key can have this valid name. A key of a file can have others.
+    bool canBeNew(std::string_view key) const;
+
     /// Returns whether a line of the key can have the value.
     bool isValidValue(std::string_view key, std::string_view value) const;
 
@@ -25,6 +28,7 @@ public:
 
 private:
     std::string start() const;
+    bool isShortEnough(std::string_view lines) const;
 
     SwitchedDialect const& dialect_;
 };

@@ -1,14 +1,17 @@
 // How names and values are spelled in a dialect, and how the lines of a value change.
 //
 // Spellings of a value are tried in this order: with its unchanged lines as they are, plain, with
-// escapes, in quotes. A spelling may read as something else: the caller reads each in its line and
-// takes the first that reads back.
+// escapes, in quotes; a value in quotes is first tried in quotes again. A spelling may read as
+// something else: the caller reads each in its line and takes the first that reads back. Some
+// spellings would read back but are not written: programs of the format read them otherwise.
 
 #include <algorithm>
 
 #include "../lines/alignment.h"
 #include "escapes.h"
+#include "heads.h"
 #include "logical_line.h"
+#include "plain_values.h"
 #include "switched_dialect.h"
 
 namespace zdialects {
@@ -30,19 +33,31 @@ enum class Form {
 
 // The forms that a dialect has, in the order in which they are tried.
 struct Forms {
-    explicit constexpr Forms(Switches const& switches)
+    /// range   `old` is the form of the value that is replaced: plain or one of the quotes.
+    constexpr Forms(Switches const& switches, Form old)
     {
+        bool const hasQuotes = switches.quoting != Quoting::none;
         if (switches.join & (joinIndented | joinOpenQuote))
             add(Form::unchangedLines);
-        add(Form::plain);
-        if (switches.escapes != Escapes::none && switches.escapes != Escapes::php)
-            add(Form::escaped);
-        if (switches.quoting != Quoting::none && switches.quotes & quoteDouble) {
+        if (old == Form::plain)
+            addUnquoted(switches);
+        if (hasQuotes && old == Form::singleQuoted)
+            add(Form::singleQuoted);
+        if (hasQuotes && switches.quotes & quoteDouble) {
             add(Form::doubleQuoted);
             add(Form::doubleQuotedLines);
         }
-        if (switches.quoting != Quoting::none && switches.quotes & quoteSingle)
+        if (hasQuotes && switches.quotes & quoteSingle && old != Form::singleQuoted)
             add(Form::singleQuoted);
+        if (old != Form::plain)
+            addUnquoted(switches);
+    }
+
+    constexpr void addUnquoted(Switches const& switches)
+    {
+        add(Form::plain);
+        if (switches.escapes != Escapes::none && switches.escapes != Escapes::php)
+            add(Form::escaped);
     }
 
     constexpr void add(Form form) { all[count++] = form; }
@@ -144,18 +159,25 @@ void appendLines(std::string_view text, FurtherLines const& further, std::string
     }
 }
 
-void appendSpelled(Switches const& switches, std::string_view value, Form form,
-                   FurtherLines const& further, std::string& out)
+// Appends a value in a form other than unchangedLines. Returns false if programs of the format
+// read the value otherwise. `before` is the value that it replaces, if that had no quotes.
+bool appendSpelled(Switches const& switches, std::string_view value, Form form,
+                   FurtherLines const& further, std::string_view before, std::string& out)
 {
     std::string spelled;
     switch (form) {
         case Form::unchangedLines:
+            return false;
         case Form::plain:
-            return appendLines(value, further,
-                               switches.join & joinIndented ? further.indent : std::string(), out);
+            if ((switches.notPlain & notPlainBackslashes) && value.find('\\') != value.npos)
+                return false;
+            appendLines(value, further,
+                        switches.join & joinIndented ? further.indent : std::string(), out);
+            return isPlainSafe(switches, value, before);
         case Form::escaped:
             appendEscaped(switches, value, true, spelled);
-            break;
+            appendLines(spelled, further, {}, out);
+            return isPlainSafe(switches, spelled, before);
         case Form::doubleQuoted:
         case Form::doubleQuotedLines:
             spelled += '"';
@@ -167,7 +189,31 @@ void appendSpelled(Switches const& switches, std::string_view value, Form form,
             break;
     }
     appendLines(spelled, further, {}, out);
+    return form == Form::singleQuoted || isQuotedSafe(switches, value);
 }
+
+// Returns the end of the spaces that end a line, or `at` if something follows them.
+uint32_t afterBlanksAtEnd(std::string_view text, uint32_t at)
+{
+    size_t const end = std::min(text.find_first_not_of(" \t", at), text.size());
+    std::string_view const rest = text.substr(end, 2);
+    return rest.empty() || rest[0] == '\n' || rest == "\r\n" ? static_cast<uint32_t>(end) : at;
+}
+
+// Returns the form of a value as spelled: plain or one of the quotes.
+Form formOf(Characters const& characters, std::string_view spelled)
+{
+    if (spelled.empty() || !characters.isQuote(spelled.front()))
+        return Form::plain;
+    return spelled.front() == '"' ? Form::doubleQuoted : Form::singleQuoted;
+}
+
+// A line between the lines of a value that does not belong to it.
+struct Aside {
+    std::string_view chars;
+    std::string ending;
+    bool isComment;
+};
 
 // The lines of the file that a key line has.
 class ValueLines {
@@ -180,14 +226,17 @@ public:
         first_ = at;
         asides_.emplace_back();
         lines_.push_back(slice(text, line.begin, static_cast<uint32_t>(at.end)));
+        indentation_ = indentOf(lines_[0]).size();
         end_ = static_cast<uint32_t>(at.end);
         while (at.next < end) {
             at = physicalLineAt(text, at.next);
             std::string_view const chars = text.substr(at.begin, at.end - at.begin);
             if (isAside(chars, at.begin)) {
-                asides_.back() += chars;
-                asides_.back() +=
-                    at.end == at.next ? ending() : text.substr(at.end, at.next - at.end);
+                asides_.back().push_back(
+                    {chars,
+                     std::string(at.end == at.next ? ending()
+                                                   : text.substr(at.end, at.next - at.end)),
+                     joining_.isComment(chars) || !(joining_.switches().join & joinIndented)});
             } else {
                 lines_.push_back(chars);
                 asides_.emplace_back();
@@ -200,16 +249,19 @@ public:
     /// Returns the lines of the value, the first with its key; blank lines are among them.
     std::vector<std::string_view> const& lines() const { return lines_; }
 
-    /// Returns the lines of no meaning after each line of the value.
-    std::vector<std::string>& asides() { return asides_; }
-
-    std::string allAsides() const
+    /// Appends the lines that follow a line of the value and do not belong to it, and forgets them.
+    void takeAsides(size_t line, std::string& out)
     {
-        std::string all;
-        for (std::string const& lines : asides_)
-            all += lines;
-        return all;
+        for (Aside const& aside : asides_[line])
+            (out += aside.chars) += aside.ending;
+        asides_[line].clear();
     }
+
+    /// Returns the comments among all these lines, which can be above the key.
+    std::string comments() const { return asidesThat(true); }
+
+    /// Returns the others. They end a value of indented lines, so they can only be below it.
+    std::string passedOver() const { return asidesThat(false); }
 
     uint32_t end() const { return end_; }    // of the last line of the value
     uint32_t last() const { return last_; }  // of the last line
@@ -224,25 +276,43 @@ public:
 
     FurtherLines further() const
     {
+        std::string_view const own = indentOf(lines_[0]);
         for (size_t i = 1; i < lines_.size(); ++i)
-            if (lines_[i].find_first_not_of(" \t") != std::string_view::npos)
+            if (lines_[i].find_first_not_of(" \t") != std::string_view::npos &&
+                indentOf(lines_[i]).size() > own.size())
                 return {std::string(indentOf(lines_[i])), ending()};
-        return {std::string(indentOf(lines_[0])) += kDeeper, ending()};
+        return {std::string(own) += kDeeper, ending()};
     }
 
 private:
-    // Returns whether a line between the lines of a value does not belong to it.
-    bool isAside(std::string_view chars, size_t begin) const
+    // Returns whether a line between the lines of a value does not belong to it. As in the reader,
+    // a line that continues nothing decides how deep the next line must be.
+    bool isAside(std::string_view chars, size_t begin)
     {
         Switches const& switches = joining_.switches();
         size_t const indent = indentOf(chars).size();
-        if (switches.join & joinIndented)
-            return joining_.isComment(chars) ||
-                   (indent < chars.size() && indent <= indentOf(lines_[0]).size());
+        if (switches.join & joinIndented) {
+            if (joining_.isComment(chars))
+                return true;
+            if (indent == chars.size() || indent > indentation_)
+                return false;
+            indentation_ = indent;
+            return true;
+        }
         if (switches.joinSkipsComments)
             return joining_.isComment(chars);
         return (switches.join & joinInsideValue) && begin >= line_.valueEnd &&
                indent < chars.size() && joining_.characters().isTrailingMark(chars[indent]);
+    }
+
+    std::string asidesThat(bool areComments) const
+    {
+        std::string found;
+        for (std::vector<Aside> const& asides : asides_)
+            for (Aside const& aside : asides)
+                if (aside.isComment == areComments)
+                    (found += aside.chars) += aside.ending;
+        return found;
     }
 
     LineJoining const joining_;
@@ -250,10 +320,20 @@ private:
     Line const& line_;
     PhysicalLine first_;
     std::vector<std::string_view> lines_;
-    std::vector<std::string> asides_;
+    std::vector<std::vector<Aside>> asides_;  // after each line of the value
+    size_t indentation_ = 0;                  // of the last line that continues nothing
     uint32_t end_;
     uint32_t last_;
 };
+
+// Appends lines after a line that has no line ending yet; the last gets none.
+void appendBelow(std::string_view lines, std::string_view ending, std::string& out)
+{
+    if (lines.empty())
+        return;
+    lines.remove_suffix(lines.ends_with("\r\n") ? 2 : 1);
+    (out += ending) += lines;
+}
 
 // Returns for each wanted line the old line that it keeps, or npos.
 std::vector<size_t> keptLines(std::vector<std::string_view> const& from,
@@ -282,19 +362,18 @@ bool replaceIndented(std::string_view text, Line const& line, ValueLines& lines,
         (out = slice(text, line.begin, line.valueBegin)) += to[0];
     std::vector<size_t> const kept =
         keptLines({from.begin() + 1, from.end()}, {to.begin() + 1, to.end()});
-    std::vector<std::string>& asides = lines.asides();
     for (size_t i = 1; i < to.size(); ++i) {
         out += further.ending;
         size_t const old = kept[i - 1];
         if (old != std::string_view::npos) {
-            out += asides[old];
-            asides[old].clear();
+            lines.takeAsides(old, out);
             out += lines.lines()[old + 1];
         } else if (!to[i].empty()) {
             (out += further.indent) += to[i];
         }
     }
-    std::string const comments = lines.allAsides();
+    appendBelow(lines.passedOver(), further.ending, out);
+    std::string const comments = lines.comments();
     change = {line.begin, lines.end(), comments + out, comments.size()};
     return true;
 }
@@ -317,7 +396,8 @@ bool replaceQuoted(Switches const& switches, std::string_view text, Line const& 
             old[i].remove_suffix(1);
     std::vector<std::string_view> const from = splitLines(before);
     std::vector<std::string_view> const to = splitLines(value);
-    if (old.size() != from.size() || to.size() == 1)
+    if (old.size() != from.size() || to.size() == 1 ||
+        (quote == '"' && !isQuotedSafe(switches, value)))
         return false;
     std::vector<size_t> const kept = keptLines(from, to);
     std::string out(1, quote);
@@ -359,7 +439,10 @@ std::string_view SwitchedDialect::ownSeparator() const
 
 std::string_view SwitchedDialect::ownComment() const
 {
-    return !(switches_.marks & markHash) && (switches_.marks & markSemicolon) ? ";" : "#";
+    unsigned const first =
+        switches_.commentStyle == CommentStyle::semicolon ? markSemicolon : markHash;
+    unsigned const mark = switches_.marks & first ? first : switches_.marks;
+    return mark & markHash ? "#" : mark & markSemicolon ? ";" : "#";
 }
 
 std::string_view SwitchedDialect::ownIndent() const
@@ -377,7 +460,8 @@ std::string_view SwitchedDialect::separatorBytes() const
 
 size_t SwitchedDialect::maxLineLength() const
 {
-    return kMaxLineLength;
+    constexpr size_t kShort = 4094;
+    return switches_.lineLimit == LineLimit::bytes4094 ? kShort : kMaxLineLength;
 }
 
 void SwitchedDialect::appendHeader(std::string_view name, std::string& out) const
@@ -412,14 +496,15 @@ void SwitchedDialect::appendKey(std::string_view name, std::string& out) const
 
 unsigned SwitchedDialect::spellingCount() const
 {
-    return Forms(switches_).count;
+    return Forms(switches_, Form::plain).count;
 }
 
-void SwitchedDialect::appendValue(std::string_view value, unsigned spelling,
+bool SwitchedDialect::appendValue(std::string_view value, unsigned spelling,
                                   zlines::LineForm const& form, std::string& out) const
 {
     FurtherLines const further{std::string(form.indent) += kDeeper, form.lineEnding};
-    appendSpelled(switches_, value, Forms(switches_).all[spelling], further, out);
+    return appendSpelled(switches_, value, Forms(switches_, Form::plain).all[spelling], further, {},
+                         out);
 }
 
 std::string SwitchedDialect::keyOnlyEnd(std::string_view separator) const
@@ -427,8 +512,9 @@ std::string SwitchedDialect::keyOnlyEnd(std::string_view separator) const
     return switches_.keyAlone == KeyAlone::option ? std::string() : std::string(separator);
 }
 
-Replacement SwitchedDialect::replaceValue(std::string_view text, Line const& line, uint32_t end,
-                                          std::string_view value, unsigned spelling) const
+std::optional<Replacement> SwitchedDialect::replaceValue(std::string_view text, Line const& line,
+                                                         uint32_t end, std::string_view value,
+                                                         unsigned spelling) const
 {
     // Comments after the last line of the value stay where they are, unless the value was the only
     // reason to read them with it.
@@ -436,19 +522,24 @@ Replacement SwitchedDialect::replaceValue(std::string_view text, Line const& lin
     if (!(switches_.join & joinInsideValue))
         end = std::min(end, static_cast<uint32_t>(lineEnd));
     ValueLines lines(*this, text, line, end);
-    Form const form = Forms(switches_).all[spelling];
+    std::string_view const spelled = slice(text, line.valueBegin, line.valueEnd);
+    Form const old = formOf(characters_, spelled);
+    Form const form = Forms(switches_, old).all[spelling];
     Replacement change{line.valueBegin, line.valueEnd, {}};
-    if (form == Form::unchangedLines && line.kind == zlines::valueLine) {
+    if (form == Form::unchangedLines) {
+        if (line.kind != zlines::valueLine)
+            return {};
         std::string space;
         std::string_view const before = this->value(text, line, space);
         bool const isReplaced =
             switches_.join & joinIndented
-                ? replaceIndented(text, line, lines, before, value, change)
+                ? isPlainSafe(switches_, value, {}) &&
+                      replaceIndented(text, line, lines, before, value, change)
                 : replaceQuoted(switches_, text, line, lines.ending(), before, value, change);
-        if (isReplaced)
-            return change;
+        return isReplaced ? std::optional(std::move(change)) : std::nullopt;
     }
-    std::string const comments = lines.allAsides();
+    std::string const comments = lines.comments();
+    std::string const below = lines.passedOver();
     if (!comments.empty()) {
         bool const isCommentLast = lines.last() > lines.end();
         change = {line.begin, isCommentLast ? lines.last() : line.valueEnd, comments,
@@ -457,16 +548,25 @@ Replacement SwitchedDialect::replaceValue(std::string_view text, Line const& lin
     }
     std::string_view const separator = slice(text, line.nameEnd, line.valueBegin);
     bool const isEmpty = line.valueBegin == line.valueEnd;
+    if (isEmpty && switches_.blanksAtEnd)
+        change.end = afterBlanksAtEnd(text, change.end);
     if (line.kind == zlines::keyOnlyLine)
         change.text += ownSeparator();
     else if (isEmpty && separator.size() > 1 && isBlank(separator.front()) &&
              characters_.isSeparator(separator.back()) &&
              (value.empty() || !characters_.isTrailingMark(value.front())))
         change.text += ' ';  // as before the separator
-    appendSpelled(switches_, value, form, lines.further(), change.text);
+    if (!appendSpelled(switches_, value, form, lines.further(),
+                       old == Form::plain ? spelled : std::string_view(), change.text))
+        return {};
     char const next = change.end < text.size() ? text[change.end] : '\n';
     if (isEmpty && !isBlank(next) && next != '\n' && next != '\r')
         change.text += ' ';
+    if (!below.empty()) {
+        change.text += slice(text, change.end, lines.end());
+        appendBelow(below, lines.ending(), change.text);
+        change.end = lines.end();
+    }
     return change;
 }
 
@@ -475,12 +575,15 @@ Replacement SwitchedDialect::removeValue(std::string_view, Line const& line) con
     return {line.nameEnd, line.valueEnd, {}};
 }
 
-Replacement SwitchedDialect::renameHeader(std::string_view, Line const& header,
+Replacement SwitchedDialect::renameHeader(std::string_view text, Line const& header,
                                           std::string_view name) const
 {
     std::string spelled;
     appendHeader(name, spelled);
-    return {header.nameBegin(), header.nameEnd, spelled.substr(1, spelled.size() - 2)};
+    spelled = spelled.substr(1, spelled.size() - 2);
+    if (switches_.heads == Heads::bracketedGroups)
+        appendMarkers(slice(text, header.nameBegin(), header.nameEnd), spelled);
+    return {header.nameBegin(), header.nameEnd, std::move(spelled)};
 }
 
 Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line, uint32_t end) const
@@ -491,8 +594,9 @@ Replacement SwitchedDialect::removeLine(std::string_view text, Line const& line,
     // A header before the key stays, with the comment after the value.
     if (begin > 0 && text[begin - 1] == ']')
         return {begin, line.valueEnd, {}};
-    std::string const comments = ValueLines(*this, text, line, end).allAsides();
-    return {line.begin, end, comments, comments.size()};
+    ValueLines const lines(*this, text, line, end);
+    std::string const comments = lines.comments();
+    return {line.begin, end, comments + lines.passedOver(), comments.size()};
 }
 
 }  // namespace zdialects

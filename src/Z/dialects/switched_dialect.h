@@ -91,11 +91,12 @@ public:
     void appendHeader(std::string_view name, std::string& out) const override;
     void appendKey(std::string_view name, std::string& out) const override;
     unsigned spellingCount() const override;
-    void appendValue(std::string_view value, unsigned spelling, zlines::LineForm const& form,
+    bool appendValue(std::string_view value, unsigned spelling, zlines::LineForm const& form,
                      std::string& out) const override;
     std::string keyOnlyEnd(std::string_view separator) const override;
-    zlines::Replacement replaceValue(std::string_view text, zlines::Line const& line, uint32_t end,
-                                     std::string_view value, unsigned spelling) const override;
+    std::optional<zlines::Replacement> replaceValue(std::string_view text, zlines::Line const& line,
+                                                    uint32_t end, std::string_view value,
+                                                    unsigned spelling) const override;
     zlines::Replacement removeValue(std::string_view text, zlines::Line const& line) const override;
     zlines::Replacement renameHeader(std::string_view text, zlines::Line const& header,
                                      std::string_view name) const override;

@@ -97,6 +97,28 @@ enum class EmptyValues : uint8_t {
 enum class SeparatorStyle : uint8_t { spaced, tightEquals };
 enum class IndentStyle : uint8_t { none, tab };
 
+// Bits of `notPlain`: values that read back plainly, but that programs of the format read as
+// something else. They are written with escapes or in quotes, or refused.
+enum NotPlain : uint8_t {
+    notPlainReturns = 1,       // a carriage return ends a line, or is a space
+    notPlainTabs = 2,          // a tab is read as a space
+    notPlainControls = 4,      // a vertical tab or form feed at an end is dropped
+    notPlainUnicode = 8,       // so are all spaces of Unicode
+    notPlainBackslashes = 16,  // a backslash that starts no escape is an error
+    notPlainCommas = 32,       // a comma makes a list
+    notPlainShell = 64,        // a shell would split, expand or run it
+    notPlainConstants = 128    // operators, variables and words such as "null" are evaluated
+};
+
+// The names that a new key can have. A key of the file can have any.
+enum class NewKeys : uint8_t { any, shell, php };
+
+// The mark of a new comment, if the dialect has both.
+enum class CommentStyle : uint8_t { hash, semicolon };
+
+// The length of a written line.
+enum class LineLimit : uint8_t { mebibyte, bytes4094 };
+
 struct Switches {
     uint8_t marks = markHash;
     uint8_t trailing = 0;
@@ -124,13 +146,17 @@ struct Switches {
     bool byteOrderMark = false;
     SeparatorStyle separatorStyle = SeparatorStyle::spaced;
     IndentStyle indentStyle = IndentStyle::none;
+    uint8_t notPlain = 0;
+    NewKeys newKeys = NewKeys::any;
+    CommentStyle commentStyle = CommentStyle::hash;
+    LineLimit lineLimit = LineLimit::mebibyte;
 
     bool operator==(Switches const&) const = default;
 
     /// Returns whether these are the rules of stanza files, which have a reader of their own.
     bool isStanzaFormat() const { return emptyValues == EmptyValues::none; }
 };
-constexpr int kSwitchCount = 26;
+constexpr int kSwitchCount = 30;
 static_assert(sizeof(Switches) == kSwitchCount);
 
 }  // namespace zdialects

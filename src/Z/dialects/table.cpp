@@ -19,6 +19,7 @@ constexpr Switches kSystemd = {
     .emptyValues = EmptyValues::reset,
     .byteOrderMark = true,
     .separatorStyle = SeparatorStyle::tightEquals,
+    .notPlain = notPlainReturns,
 };
 
 constexpr Switches networkd()
@@ -34,6 +35,7 @@ constexpr Switches kPython = {
     .separators = separatorEquals | separatorColon,
     .join = joinIndented,
     .foldKeys = true,
+    .notPlain = notPlainReturns | notPlainControls | notPlainUnicode,
 };
 
 constexpr Switches pythonInline()
@@ -48,6 +50,8 @@ constexpr Switches kIni = {
     .marks = markHash | markSemicolon,
     .top = Top::stanza,
     .byteOrderMark = true,
+    .notPlain = notPlainReturns,
+    .commentStyle = CommentStyle::semicolon,
 };
 
 constexpr Switches windows()
@@ -78,6 +82,7 @@ constexpr Row kRows[] = {
          .escapes = Escapes::desktop,
          .blanksAtEnd = true,
          .separatorStyle = SeparatorStyle::tightEquals,
+         .notPlain = notPlainReturns | notPlainControls | notPlainBackslashes,
      }},
     {"git",
      {
@@ -96,6 +101,7 @@ constexpr Row kRows[] = {
          .repeatedKey = RepeatedKey::values,
          .byteOrderMark = true,
          .indentStyle = IndentStyle::tab,
+         .notPlain = notPlainReturns | notPlainTabs,
      }},
     {"php",
      {
@@ -109,6 +115,8 @@ constexpr Row kRows[] = {
          .escapes = Escapes::php,
          .repeatedKey = RepeatedKey::lastOrList,
          .byteOrderMark = true,
+         .notPlain = notPlainReturns | notPlainConstants,
+         .newKeys = NewKeys::php,
      }},
     {"samba",
      {
@@ -121,6 +129,7 @@ constexpr Row kRows[] = {
          .foldKeys = true,
          .dropBlanks = true,
          .byteOrderMark = true,
+         .notPlain = notPlainReturns | notPlainControls,
      }},
     {"mysql",
      {
@@ -132,6 +141,8 @@ constexpr Row kRows[] = {
          .escapes = Escapes::mysql,
          .dashes = true,
          .repeatedKey = RepeatedKey::values,
+         .notPlain = notPlainReturns | notPlainControls,
+         .lineLimit = LineLimit::bytes4094,
      }},
     {"python", kPython},
     {"python-inline", pythonInline()},
@@ -147,6 +158,8 @@ constexpr Row kRows[] = {
          .unknownEscape = UnknownEscape::dropped,
          .byteOrderMark = true,
          .separatorStyle = SeparatorStyle::tightEquals,
+         .notPlain = notPlainReturns | notPlainCommas,
+         .commentStyle = CommentStyle::semicolon,
      }},
     {"kconfig",
      {
@@ -155,6 +168,7 @@ constexpr Row kRows[] = {
          .escapes = Escapes::kconfig,
          .markers = markerDollarSuffix,
          .separatorStyle = SeparatorStyle::tightEquals,
+         .notPlain = notPlainReturns | notPlainBackslashes,
      }},
     {"editorconfig",
      {
@@ -167,6 +181,7 @@ constexpr Row kRows[] = {
          .keyAlone = KeyAlone::refused,
          .foldKeys = true,
          .byteOrderMark = true,
+         .notPlain = notPlainReturns | notPlainControls | notPlainUnicode,
      }},
     {"ini", kIni},
     {"windows", windows()},
@@ -176,6 +191,7 @@ constexpr Row kRows[] = {
          .heads = Heads::none,
          .top = Top::stanza,
          .markers = markerMinusPrefix,
+         .notPlain = notPlainReturns | notPlainControls,
      }},
     {"env",
      {
@@ -191,6 +207,8 @@ constexpr Row kRows[] = {
          .unknownEscape = UnknownEscape::keptInQuotes,
          .markers = markerExportPrefix,
          .separatorStyle = SeparatorStyle::tightEquals,
+         .notPlain = notPlainShell,
+         .newKeys = NewKeys::shell,
      }},
 };
 static_assert(std::size(kRows) == kRowCount);
@@ -234,6 +252,10 @@ constexpr Form kForms[] = {
     {"byteOrderMark", false, kYes},
     {"separatorStyle", false, "spaced tightEquals"},
     {"indentStyle", false, "none tab"},
+    {"notPlain", true, "returns tabs controls unicode backslashes commas shell constants"},
+    {"newKeys", false, "any shell php"},
+    {"commentStyle", false, "hash semicolon"},
+    {"lineLimit", false, "mebibyte bytes4094"},
 };
 static_assert(std::size(kForms) == kSwitchCount);
 

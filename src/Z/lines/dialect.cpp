@@ -27,13 +27,14 @@ std::string_view Dialect::value(std::string_view text, Line const& line, std::st
     return slice(text, line.valueBegin, line.valueEnd);
 }
 
-void Dialect::appendValue(std::string_view value, unsigned, LineForm const&, std::string& out) const
+bool Dialect::appendValue(std::string_view value, unsigned, LineForm const&, std::string& out) const
 {
     out += value;
+    return true;
 }
 
-Replacement Dialect::replaceValue(std::string_view text, Line const& line, uint32_t,
-                                  std::string_view value, unsigned spelling) const
+std::optional<Replacement> Dialect::replaceValue(std::string_view text, Line const& line, uint32_t,
+                                                 std::string_view value, unsigned spelling) const
 {
     Replacement change{line.valueBegin, line.valueEnd, {}};
     // "key =" gets the space that it has before the separator.
@@ -41,7 +42,9 @@ Replacement Dialect::replaceValue(std::string_view text, Line const& line, uint3
     if (line.valueBegin == line.valueEnd && separator.size() > 1 && separator.front() == ' ' &&
         separatorBytes().find(separator.back()) != std::string_view::npos)
         change.text.push_back(' ');
-    appendValue(value, spelling, {slice(text, line.begin, line.nameBegin()), "\n"}, change.text);
+    LineForm const form{slice(text, line.begin, line.nameBegin()), "\n"};
+    if (!appendValue(value, spelling, form, change.text))
+        return {};
     return change;
 }
 

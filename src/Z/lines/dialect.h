@@ -9,6 +9,7 @@
 #include <stdint.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -110,17 +111,21 @@ public:
     /// Returns the number of spellings of a value: plain, escaped, quoted and so on. The writer
     /// takes the first that reads back in its line.
     virtual unsigned spellingCount() const { return 1; }
-    virtual void appendValue(std::string_view value, unsigned spelling, LineForm const& form,
+
+    /// Appends a value of a new line. Returns false if the dialect does not write it in this way.
+    virtual bool appendValue(std::string_view value, unsigned spelling, LineForm const& form,
                              std::string& out) const;
 
     /// Returns how a new line of a key without a value continues after the key, if the lines around
     /// it have `separator`.
     virtual std::string keyOnlyEnd(std::string_view separator) const = 0;
 
-    /// Returns the change that gives the key of `line`, which ends at `end`, another value. The
-    /// default replaces the bytes of the value only.
-    virtual Replacement replaceValue(std::string_view text, Line const& line, uint32_t end,
-                                     std::string_view value, unsigned spelling) const;
+    /// Returns the change that gives the key of `line`, which ends at `end`, another value; nothing
+    /// if the dialect does not write the value in this way. The order of the spellings depends on
+    /// the line. The default replaces the bytes of the value only.
+    virtual std::optional<Replacement> replaceValue(std::string_view text, Line const& line,
+                                                    uint32_t end, std::string_view value,
+                                                    unsigned spelling) const;
 
     /// Returns the change that leaves the key of a valueLine without a value.
     virtual Replacement removeValue(std::string_view text, Line const& line) const;

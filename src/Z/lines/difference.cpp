@@ -31,7 +31,7 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
         if (readOf_[i] == kNone || (i > 0 && readOf_[i] == 0))
             continue;
-        stanzaName_ = document.stanzas[i].name;
+        stanzaName_ = nameOf(i);
         Entries const entries = entriesOf(i);
         if (!compareInOrder(entries, outline_.stanzas()[readOf_[i]]))
             reordered_.push_back({i, readOf_[i], entries, {}, {}});
@@ -42,13 +42,19 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
         compareLines(stanza);
     auto next = reordered_.begin();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
-        stanzaName_ = document.stanzas[i].name;
+        stanzaName_ = nameOf(i);
         if (readOf_[i] == kNone) {
             addStanza(i);
         } else if (next != reordered_.end() && next->stanza == i) {
             place(*next++);
         }
     }
+}
+
+// Returns the name of a wanted stanza. The lines above the first header may have one, too.
+std::string_view Difference::nameOf(uint32_t stanza) const
+{
+    return stanza == 0 ? dialect_.topStanza() : document_.stanzas[stanza].name;
 }
 
 // Finds each wanted stanza in the text. A stanza that was removed and added again follows the other
@@ -259,7 +265,7 @@ bool Difference::isBelowComment(uint32_t after) const
     return after != kNone && outline_.lines()[after].kind == commentLine;
 }
 
-void Difference::requireValidText() const
+void Difference::requireValidText(Refusal const& change) const
 {
     uint32_t const header = outline_.repeatedHeader();
     std::string space;
@@ -270,7 +276,7 @@ void Difference::requireValidText() const
     if (outline_.sections().size() == 1 && !text_.empty() &&
         std::none_of(outline_.lines().begin(), outline_.lines().end(), isKey) &&
         !dialect_.acceptsWithoutKeys(text_))
-        throw Refusal{};
+        throw Refusal{change.stanza, change.key, change.value, Refusal::leavesNoKey};
 }
 
 void Difference::record(std::string_view stanza, std::string_view key, std::string_view value)
@@ -290,13 +296,13 @@ bool rewrite(std::string_view text, Dialect const& dialect, Document const& docu
     if (out.size() >= kNone)
         throw std::bad_alloc();
     if (difference.isProven()) {
-        difference.requireValidText();
+        difference.requireValidText(difference.first());
         return !difference.isEmpty();
     }
     Difference const remaining(out, dialect, document, history);
-    remaining.requireValidText();
+    remaining.requireValidText(difference.first());
     if (!remaining.isEmpty())
-        throw remaining.first();
+        throw difference.count() == 1 ? difference.first() : remaining.first();
     return true;
 }
 

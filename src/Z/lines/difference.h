@@ -20,11 +20,18 @@
 
 namespace zlines {
 
-// A name, value or comment that no line of the format can hold. Empty parts do not apply.
+// A name, value or comment that no line of the format can hold. Empty parts do not apply; a comment
+// is a value without a key.
 struct Refusal {
+    enum Reason {
+        doesNotReadBack,
+        continuesAbove,  // the line above continues in a line below it
+        leavesNoKey      // the file would have neither a header nor a key
+    };
     std::string stanza;
     std::string key;
     std::string value;
+    Reason reason = doesNotReadBack;
 };
 
 class Difference {
@@ -45,7 +52,8 @@ public:
 
     /// Refuses an invalid file: a header is invalid, or there is no header and no key.
     /// throws  Refusal.
-    void requireValidText() const;
+    /// range   `change` is the change that the refusal names.
+    void requireValidText(Refusal const& change) const;
 
     /// Returns whether every edit changes a value that reads back in its line, so that the text
     /// after the edits has the wanted contents.
@@ -53,6 +61,8 @@ public:
 
     /// Returns the stanza, key and value of the first difference.
     Refusal const& first() const { return first_; }
+
+    size_t count() const { return edits_.count(); }
 
 private:
     // A stanza that is not in the order of the text.
@@ -70,6 +80,13 @@ private:
         uint32_t movedFrom;  // its old line, or kNone
     };
 
+    // New keys that follow one another at a position.
+    struct NewKeyRun {
+        uint32_t position = kNone;
+        std::vector<std::string> lines = {};  // of the last keys
+        std::optional<Style> style = {};      // of the next, if it does not depend on the lines
+    };
+
     // The position at which the next new line of a stanza is inserted.
     struct Placement {
         uint32_t position;
@@ -78,8 +95,10 @@ private:
         bool isLastKnown = false;
         uint32_t last = kNone;                  // the last key line of the stanza, if it is known
         std::vector<NewComment> comments = {};  // that belong to the next line
+        NewKeyRun run = {};
     };
 
+    std::string_view nameOf(uint32_t stanza) const;
     void matchStanzas();
     void matchRenamedStanzas();
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
@@ -102,10 +121,12 @@ private:
     void removeLine(uint32_t line);
     void insertValue(uint32_t model, uint32_t position, Edits::Order order, std::string_view value);
     void keepCommentColumn(uint32_t line, Replacement& change) const;
-    void refuseIfDecided(std::string_view key, std::string_view value) const;
+    std::string lineAfter(uint32_t line, Replacement const& change) const;
+    bool dropSpaces(uint32_t line, Replacement& change) const;
     std::string contextAbove(uint32_t above) const;
-    bool readsBack(std::string_view context, std::string_view line, uint32_t below,
+    bool readsBack(std::string_view context, size_t moved, std::string_view line, uint32_t below,
                    std::string_view key, std::string_view value) const;
+    Refusal refusalBelow(uint32_t above, std::string_view key, std::string_view value) const;
 
     // difference_lines.cpp
     void place(Reordered const& stanza);
@@ -118,9 +139,13 @@ private:
     void appendMoved(NewComment const& comment, uint32_t after, std::string& out) const;
     bool isBelowComment(uint32_t after) const;
     uint32_t lastKeyLine(ReadStanza const& read) const;
-    void appendKey(Section const& section, uint32_t after, Entry const& entry,
-                   std::string_view newHeader, std::string& out) const;
-    void appendLine(Style const& style, std::string_view key, std::string_view value,
+    bool placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_t position, uint32_t after,
+                    Placement& at);
+    bool appendKey(Style const& style, std::string_view key, Entry const& entry,
+                   std::string const& context, uint32_t below, std::string& out) const;
+    void appendNewKey(Section const& section, uint32_t after, Entry const& entry,
+                      std::string const& header, std::string& out) const;
+    bool appendLine(Style const& style, std::string_view key, std::string_view value,
                     std::string context, uint32_t below, std::string& out) const;
     void addStanza(uint32_t stanza);
     bool isAboveNextHeader(uint32_t stanza, uint32_t entry) const;

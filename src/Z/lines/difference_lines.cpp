@@ -57,7 +57,8 @@ void Difference::place(Reordered const& stanza)
         placeRemainingComments(stanza, at);
 }
 
-// Inserts the lines of a new key, and the new comments above it.
+// Inserts the lines of a new key, and the new comments above it. If they do not read back there,
+// they follow the last key of the stanza; below a line that continues, they are above it.
 void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at)
 {
     // The key before it may have further lines.
@@ -70,18 +71,72 @@ void Difference::placeKey(Reordered const& stanza, Entry const& entry, bool isLa
         at.position = outline_.endOf(last);
         at.after = last;
     }
+    // A line that is too long is read as several.
+    while (at.after != kNone && at.after + 1 < outline_.lines().size() &&
+           text_[at.position - 1] != '\n' && !outline_.sharesLine(at.after + 1))
+        at.position = outline_.endOf(++at.after);
+    record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
+    if (placeKeyAt(stanza, entry, at.position, at.after, at))
+        return;
+    uint32_t const key = lastKeyLine(outline_.stanzas()[stanza.read]);
+    bool const isPlaced =
+        key != kNone &&
+        ((key != at.after && placeKeyAt(stanza, entry, outline_.endOf(key), key, at)) ||
+         (!outline_.sharesLine(key) &&
+          placeKeyAt(stanza, entry, outline_.lines()[key].begin, key == 0 ? kNone : key - 1, at)));
+    if (!isPlaced)
+        throw refusalBelow(at.after, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
+}
+
+// Inserts them after the line `after`, which ends at `position`. Returns false if they do not read
+// back there.
+bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_t position,
+                            uint32_t after, Placement& at)
+{
     uint32_t sectionIndex = outline_.stanzas()[stanza.read].firstSection;
     for (uint32_t i = sectionIndex; i != kNone; i = outline_.sections()[i].next)
-        if (at.after != kNone && at.after >= outline_.sections()[i].first &&
-            at.after < outline_.sections()[i].end)
+        if (after != kNone && after >= outline_.sections()[i].first &&
+            after < outline_.sections()[i].end)
             sectionIndex = i;
+    Section const& section = outline_.sections()[sectionIndex];
+    std::string key;
+    dialect_.appendKey(entry.text, key);
     std::string lines;
-    appendComments(at.comments, at.after, isBelowBlank(at.after), valueLine, lines);
+    appendComments(at.comments, after, isBelowBlank(after), valueLine, lines);
+    size_t const comments = lines.size();
+    std::string const context = contextAbove(after);
+    uint32_t const below = after == kNone ? 0 : after + 1;
+    if (at.run.position != position)
+        at.run = {position};
+    NewKeyRun& run = at.run;
+    bool const isFirst = run.lines.empty();
+    Neighbours const neighbours(outline_, section, after,
+                                run.style ? std::span<std::string const>() : run.lines);
+    Style const style = isFirst     ? styleAfter(outline_, section, after, key)
+                        : run.style ? *run.style
+                                    : neighbours.style(key);
+    bool isPlaced = appendKey(style, key, entry, context, below, lines);
+    bool const isStyled =
+        isPlaced && isFirst && entry.valueCount > 0 && isRepeated(outline_, section, after, style);
+    if (!isPlaced) {
+        // Next to a comment of the key, its indentation may continue the key above.
+        lines.resize(comments);
+        isPlaced =
+            appendKey(styleAfter(outline_, section, after, {}), key, entry, context, below, lines);
+    }
+    if (!isPlaced)
+        return false;
     at.comments.clear();
-    appendKey(outline_.sections()[sectionIndex], at.after, entry, {}, lines);
-    record(stanzaName_, entry.text, entry.valueCount == 0 ? "" : valueOf(entry, 0));
-    edits_.insertLines(at.position, std::move(lines), outline_.lineEndingAfter(at.after),
+    if (isFirst && isStyled)
+        run.style = style;
+    else if (entry.valueCount == 0)
+        run.style.reset();
+    if (run.lines.size() == kMaxNeighbours)
+        run.lines.erase(run.lines.begin());
+    run.lines.push_back(lines.substr(comments));
+    edits_.insertLines(position, std::move(lines), outline_.lineEndingAfter(after),
                        Edits::newLines);
+    return true;
 }
 
 // Inserts new comments at the end of a stanza: above the next header or, if a blank line is between
@@ -150,39 +205,37 @@ void Difference::appendMoved(NewComment const& comment, uint32_t after, std::str
     (out += line) += outline_.lineEndingAfter(after);
 }
 
-// Appends the lines of a key, inserted after the line `after` or in a stanza with a new header.
-void Difference::appendKey(Section const& section, uint32_t after, Entry const& entry,
-                           std::string_view newHeader, std::string& out) const
+// Appends the lines of a key, inserted between `context` and the line `below`. Returns false if a
+// value does not read back.
+bool Difference::appendKey(Style const& style, std::string_view key, Entry const& entry,
+                           std::string const& context, uint32_t below, std::string& out) const
 {
-    std::string key;
-    dialect_.appendKey(entry.text, key);
-    Style const style = styleAfter(outline_, section, after, key);
     if (entry.valueCount == 0) {
         out += style.indent;
         out += key;
-        out += dialect_.keyOnlyEnd(separatorFor(style, key.size()));
+        out += dialect_.keyOnlyEnd(separatorFor(style, key));
         out += style.lineEnding;
     }
-    if (entry.valueCount == 0)
-        return;
-    std::string const context = newHeader.empty() ? contextAbove(after) : std::string(newHeader);
-    uint32_t const below = !newHeader.empty() ? kNone : after == kNone ? 0 : after + 1;
     for (size_t i = 0; i < entry.valueCount; ++i)
-        appendLine(style, key, valueOf(entry, i), context, below, out);
+        if (!appendLine(style, key, valueOf(entry, i), context, below, out))
+            return false;
+    return true;
 }
 
-// Appends the line of a key with a value, inserted between `context` and the line `below`.
-void Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
+// Appends the line of a key with a value, inserted between `context` and the line `below`. Returns
+// false, and appends nothing, if it does not read back.
+bool Difference::appendLine(Style const& style, std::string_view key, std::string_view value,
                             std::string context, uint32_t below, std::string& out) const
 {
     if (!context.empty() && !context.ends_with('\n'))
         context += style.lineEnding;
     std::string space;
     std::string line;
-    for (unsigned spelling = 0;; ++spelling) {
+    for (unsigned spelling = 0; spelling < dialect_.spellingCount(); ++spelling) {
         std::string spelled;
-        dialect_.appendValue(value, spelling, {style.indent, style.lineEnding}, spelled);
-        std::string const separator = separatorFor(style, key.size());
+        if (!dialect_.appendValue(value, spelling, {style.indent, style.lineEnding}, spelled))
+            continue;
+        std::string const separator = separatorFor(style, key);
         line = style.indent;
         line += key;
         line += separator;
@@ -194,21 +247,33 @@ void Difference::appendLine(Style const& style, std::string_view key, std::strin
             line += spelled;
         }
         line += style.lineEnding;
-        bool const isLast = spelling + 1 >= dialect_.spellingCount();
+        bool const isUnchecked =
+            spelling + 1 == dialect_.spellingCount() && !dialect_.needsContext();
         Line const whole{0, valueLine, 0, static_cast<uint32_t>(key.size()), 0, 0};
         std::string_view const name = dialect_.keyName(key, whole, space);
         // The last line of the file may get no line ending.
         bool const isAtEnd = below >= outline_.lines().size() && !text_.ends_with('\n');
         std::string_view const atEnd(line.data(), line.size() - style.lineEnding.size());
-        if (readsBack(context, line, below, name, value) ||
-            (isAtEnd && readsBack(context, atEnd, below, name, value)))
-            break;
-        if (isLast) {
-            refuseIfDecided(key, value);
-            break;
+        if (isUnchecked || readsBack(context, 0, line, below, name, value) ||
+            (isAtEnd && readsBack(context, 0, atEnd, below, name, value))) {
+            out += line;
+            return true;
         }
     }
-    out += line;
+    return false;
+}
+
+// Returns the refusal of a new line after the line `above`.
+Refusal Difference::refusalBelow(uint32_t above, std::string_view key, std::string_view value) const
+{
+    bool isContinued = false;
+    if (above != kNone && outline_.lines()[above].isKey()) {
+        std::string_view line = slice(text_, outline_.lines()[above].begin, outline_.endOf(above));
+        line = line.substr(0, line.find_last_not_of(" \t\r\n") + 1);
+        isContinued = line.ends_with('\\');
+    }
+    return {std::string(stanzaName_), std::string(key), std::string(value),
+            isContinued ? Refusal::continuesAbove : Refusal::doesNotReadBack};
 }
 
 // Adds a stanza that the text does not have, and the comments above its header: above the next
@@ -263,7 +328,7 @@ void Difference::addStanza(uint32_t index)
         if (entry.isComment)
             appendComment(outline_, above, entry.text, lines);
         else
-            appendKey(here, above, entry, header, lines);
+            appendNewKey(here, above, entry, header, lines);
     }
     if (!isLast)
         lines += ending;
@@ -276,6 +341,17 @@ void Difference::addStanza(uint32_t index)
         isLast ? static_cast<uint32_t>(text_.size()) : outline_.lines()[below].begin;
     edits_.insertLines(position, std::move(lines), ending, Edits::newStanzas);
     lastAdded_ = below;
+}
+
+// Appends the lines of a key below a new header.
+void Difference::appendNewKey(Section const& section, uint32_t after, Entry const& entry,
+                              std::string const& header, std::string& out) const
+{
+    std::string key;
+    dialect_.appendKey(entry.text, key);
+    if (!appendKey(styleAfter(outline_, section, after, key), key, entry, header, kNone, out))
+        throw Refusal{std::string(stanzaName_), std::string(entry.text),
+                      std::string(entry.valueCount == 0 ? "" : valueOf(entry, 0))};
 }
 
 // Returns whether no key follows an entry of a new stanza, but another stanza does, so that

@@ -4,9 +4,26 @@
 #include <utility>
 
 #include "alignment.h"
+#include "columns.h"
 #include "difference.h"
 
 namespace zlines {
+
+namespace {
+
+bool hasLongLine(std::string_view lines, size_t maxLength)
+{
+    while (lines.size() > maxLength) {
+        std::string_view line = lines.substr(0, lines.find('\n'));
+        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+        line.remove_suffix(line.ends_with('\r') ? 1 : 0);
+        if (line.size() > maxLength)
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
 
 std::string_view Difference::valueOf(Entry const& entry, size_t index) const
 {
@@ -16,7 +33,7 @@ std::string_view Difference::valueOf(Entry const& entry, size_t index) const
 // Changes and removes the lines of keys and comments, and finds the lines of the entries.
 void Difference::compareLines(Reordered& stanza)
 {
-    stanzaName_ = document_.stanzas[stanza.stanza].name;
+    stanzaName_ = nameOf(stanza.stanza);
     Matching found = matchLines(outline_, outline_.stanzas()[stanza.read], document_,
                                 stanza.entries, isScattered_);
     isScattered_ = isScattered_ || found.isScattered;
@@ -137,25 +154,55 @@ void Difference::setValue(uint32_t line, std::string_view value)
     record(stanzaName_, key, value);
     Line const& record = outline_.lines()[line];
     std::string const above = contextAbove(line == 0 ? kNone : line - 1);
-    for (unsigned spelling = 0;; ++spelling) {
-        Replacement change =
+    for (unsigned spelling = 0; spelling < dialect_.spellingCount(); ++spelling) {
+        std::optional<Replacement> change =
             dialect_.replaceValue(text_, record, outline_.endOf(line), value, spelling);
-        keepCommentColumn(line, change);
-        std::string changed(slice(text_, record.begin, change.begin));
-        changed += std::string_view(change.text).substr(change.commentBytes);
-        changed += slice(text_, change.end, outline_.endOf(line));
+        if (!change)
+            continue;
+        keepCommentColumn(line, *change);
+        std::string changed = lineAfter(line, *change);
+        if (hasLongLine(changed, dialect_.maxLineLength()) && dropSpaces(line, *change))
+            changed = lineAfter(line, *change);
         std::string context = above;
-        context += std::string_view(change.text).substr(0, change.commentBytes);
-        bool const isProven = readsBack(context, changed, line + 1, key, value);
-        bool const isLast = spelling + 1 >= dialect_.spellingCount();
-        if (isLast && !isProven)
-            refuseIfDecided(key, value);
-        if (isProven || isLast) {
-            edits_.replace(std::move(change));
+        context += std::string_view(change->text).substr(0, change->commentBytes);
+        bool const isProven =
+            readsBack(context, change->commentBytes, changed, line + 1, key, value);
+        bool const isLast = spelling + 1 == dialect_.spellingCount();
+        if (isProven || (isLast && !dialect_.needsContext())) {
+            edits_.replace(std::move(*change));
             provenEdits_ += isProven ? 1 : 0;
             return;
         }
     }
+    throw Refusal{std::string(stanzaName_), key, std::string(value)};
+}
+
+// Returns a line after a change of its value, without comments that move above it.
+std::string Difference::lineAfter(uint32_t line, Replacement const& change) const
+{
+    std::string changed(slice(text_, outline_.lines()[line].begin, change.begin));
+    changed += std::string_view(change.text).substr(change.commentBytes);
+    changed += slice(text_, change.end, outline_.endOf(line));
+    return changed;
+}
+
+// Lets a change of a value also remove the spaces of its line, which is too long with them. Returns
+// false if the value has several lines, or shares its line with a header.
+bool Difference::dropSpaces(uint32_t line, Replacement& change) const
+{
+    Line const& record = outline_.lines()[line];
+    size_t const newline = slice(text_, record.begin, outline_.endOf(line)).find('\n');
+    size_t const separator = text_.find_first_of(dialect_.separatorBytes(), record.nameEnd);
+    if (record.begin + newline + 1 < outline_.endOf(line) || outline_.sharesLine(line) ||
+        change.begin != record.valueBegin || separator >= record.valueBegin)
+        return false;
+    change.text.erase(0, change.text.find_first_not_of(' '));
+    change.text.insert(0, 1, text_[separator]);
+    change.text.insert(0, outline_.spelledName(line));
+    change.begin = record.begin;
+    while (change.end < text_.size() && (text_[change.end] == ' ' || text_[change.end] == '\t'))
+        ++change.end;
+    return true;
 }
 
 // Two or more spaces before a comment after the value give way, so that the comment stays in its
@@ -170,9 +217,10 @@ void Difference::keepCommentColumn(uint32_t line, Replacement& change) const
     if (!dialect_.hasCommentsAfterValues() || !isInOneLine || spaces == std::string_view::npos ||
         spaces < 2 || static_cast<unsigned char>(rest[spaces]) < ' ')
         return;
-    size_t const width = change.end - change.begin + spaces;
+    size_t const width = countCharacters(slice(text_, change.begin, change.end)) + spaces;
+    size_t const used = countCharacters(change.text);
     change.end += static_cast<uint32_t>(spaces);
-    change.text.append(width > change.text.size() ? width - change.text.size() : 1, ' ');
+    change.text.append(width > used ? width - used : 1, ' ');
 }
 
 void Difference::removeLine(uint32_t line)
@@ -193,17 +241,11 @@ void Difference::insertValue(uint32_t model, uint32_t position, Edits::Order ord
     Style const style = styleOf(outline_, model);
     uint32_t const below = order == Edits::valuesOfLineAbove ? model + 1 : model;
     std::string line;
-    appendLine(style, outline_.spelledName(model), value,
-               contextAbove(below == 0 ? kNone : below - 1), below, line);
+    if (!appendLine(style, outline_.spelledName(model), value,
+                    contextAbove(below == 0 ? kNone : below - 1), below, line))
+        throw refusalBelow(below == 0 ? kNone : below - 1, outline_.keyName(model, keySpace_),
+                           value);
     edits_.insertLines(position, std::move(line), style.lineEnding, order);
-}
-
-// Refuses a value that does not read back, if the lines around it decide about that. Otherwise the
-// whole text is read again.
-void Difference::refuseIfDecided(std::string_view key, std::string_view value) const
-{
-    if (dialect_.needsContext())
-        throw Refusal{std::string(stanzaName_), std::string(key), std::string(value)};
 }
 
 // Returns the lines on which the reading of the line after `above` depends.
@@ -225,15 +267,22 @@ std::string Difference::contextAbove(uint32_t above) const
         if (first > section.first && !context.ends_with('\n'))
             context += '\n';
     }
+    std::vector<uint32_t> const& keys = outline_.keyLines();
+    auto const key = std::lower_bound(keys.begin(), keys.end(), first);
+    if (!lines[first].isKey() && key != keys.begin() && key[-1] >= section.first)
+        context += slice(text_, lines[key[-1]].begin, outline_.endOf(key[-1]));
     context += slice(text_, lines[first].begin, outline_.endOf(above));
     return context;
 }
 
 // Returns whether a line between `context` and the line `below` reads as a key with a value, and
-// leaves the line below as it is.
-bool Difference::readsBack(std::string_view context, std::string_view line, uint32_t below,
-                           std::string_view key, std::string_view value) const
+// leaves the line below as it is. The last `moved` bytes of the context were lines inside the old
+// value. Lines without meaning can be left of it.
+bool Difference::readsBack(std::string_view context, size_t moved, std::string_view line,
+                           uint32_t below, std::string_view key, std::string_view value) const
 {
+    if (hasLongLine(line, dialect_.maxLineLength()))
+        return false;
     std::string sample(context);
     auto const begin = static_cast<uint32_t>(sample.size());
     sample += line;
@@ -242,15 +291,24 @@ bool Difference::readsBack(std::string_view context, std::string_view line, uint
         sample += slice(text_, outline_.lines()[below].begin, outline_.endOf(below));
     std::vector<Line> lines;
     dialect_.split(sample, lines);
-    auto const found = std::find_if(lines.begin(), lines.end(), [&](Line const& candidate) {
-        return candidate.begin == begin;
-    });
+    auto const at = [&](size_t position) {
+        return std::find_if(lines.begin(), lines.end(),
+                            [position](Line const& l) { return l.begin == position; });
+    };
+    auto const found = at(begin);
     std::string space;
-    return found != lines.end() && found->kind == valueLine &&
-           dialect_.keyName(sample, *found, space) == key &&
-           dialect_.value(sample, *found, space) == value &&
-           !dialect_.isAmbiguous(sample, *found) &&
-           (found + 1 == lines.end() ? sample.size() == end : found[1].begin == end);
+    if (found == lines.end() || found->kind != valueLine ||
+        dialect_.keyName(sample, *found, space) != key ||
+        dialect_.value(sample, *found, space) != value || dialect_.isAmbiguous(sample, *found))
+        return false;
+    auto const next = end == sample.size() ? lines.end() : at(end);
+    if (end != sample.size() && next == lines.end())
+        return false;
+    auto const above = moved == 0 ? found : at(begin - moved);
+    auto const isComment = [](Line const& l) { return l.kind == commentLine; };
+    auto const isLeft = [](Line const& l) { return l.kind == blankLine || l.kind == otherLine; };
+    return above != lines.end() && std::all_of(above, found, isComment) &&
+           std::all_of(found + 1, next, isLeft);
 }
 
 }  // namespace zlines

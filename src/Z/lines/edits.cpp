@@ -5,6 +5,12 @@
 
 namespace zlines {
 
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+
+}  // namespace
+
 std::string Edits::compose(std::vector<uint32_t>& movedComments)
 {
     std::sort(edits_.begin(), edits_.end(), [](Edit const& a, Edit const& b) {
@@ -19,6 +25,7 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
     std::vector<uint32_t> const before = std::move(movedComments);
     movedComments.clear();
     auto moved = before.begin();
+    size_t const start = text_.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
     uint32_t done = 0;
     auto const copyTo = [&](uint32_t end) {
         while (moved != before.end() && *moved < done)
@@ -32,7 +39,8 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
         Replacement const& change = edit.change;
         if (change.begin > done)
             copyTo(change.begin);
-        if (edit.order != changes && edit.order != names && !out.empty() && out.back() != '\n')
+        if (edit.order != changes && edit.order != names && out.size() > start &&
+            out.back() != '\n')
             out += edit.lineEnding;
         for (size_t at = 0; at < change.commentBytes;) {
             movedComments.push_back(static_cast<uint32_t>(out.size() + at));
@@ -46,7 +54,7 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
     size_t const last = out.size() < 2 ? 0 : out.rfind('\n', out.size() - 2) + 1;
     bool const isBlankLast =
         !removesLast_ && out.find_first_not_of(" \t\r\n", last) == std::string::npos;
-    if (!text_.empty() && text_.back() != '\n' && !isBlankLast && out.ends_with('\n')) {
+    if (text_.size() > start && text_.back() != '\n' && !isBlankLast && out.ends_with('\n')) {
         out.pop_back();
         if (!out.empty() && out.back() == '\r')
             out.pop_back();

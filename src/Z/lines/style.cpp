@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "columns.h"
+
 namespace zlines {
 
 namespace {
@@ -49,7 +51,8 @@ size_t columnOf(Outline const& outline, uint32_t line)
         return 0;
     size_t const blanks = separator.find_first_of(outline.dialect().separatorBytes());
     Line const& record = outline.lines()[line];
-    return record.valueBegin - separator.size() - record.begin + blanks;
+    auto const begin = static_cast<uint32_t>(record.valueBegin - separator.size());
+    return countCharacters(slice(outline.text(), record.begin, begin)) + blanks;
 }
 
 // Whether two key lines have their separators in one column. Keys of the same length with a single
@@ -64,7 +67,7 @@ Alignment alignmentOf(Outline const& outline, uint32_t a, uint32_t b)
     std::string_view const separator = separatorOf(outline, a);
     bool const isPadded =
         separator.size() > 1 && isBlank(separator.front()) && isBlank(separator[1]);
-    auto const lengthOf = [&](uint32_t line) { return outline.spelledName(line).size(); };
+    auto const lengthOf = [&](uint32_t line) { return countCharacters(outline.spelledName(line)); };
     return isPadded || lengthOf(a) != lengthOf(b) ? Alignment::aligned : Alignment::unknown;
 }
 
@@ -93,10 +96,9 @@ uint32_t keyBelow(Outline const& outline, Section const& section, uint32_t line)
 // Returns whether the separator of a key line is in a column with its neighbours.
 bool isAligned(Outline const& outline, Section const& section, uint32_t model)
 {
-    constexpr int kMaxKeys = 16;  // above and below
     for (auto const next : {keyAbove, keyBelow}) {
         uint32_t line = model;
-        for (int i = 0; i < kMaxKeys; ++i) {
+        for (int i = 0; i < kMaxNeighbours; ++i) {
             line = next(outline, section, line);
             Alignment const found =
                 line == kNone ? Alignment::none : alignmentOf(outline, model, line);
@@ -206,7 +208,7 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
     std::vector<Line> const& lines = outline.lines();
     std::string_view const ending = outline.lineEndingAfter(after);
     bool const isInSection = after != kNone && after >= section.first && after < section.end;
-    if (isInSection && lines[after].kind == commentLine) {
+    if (isInSection && lines[after].kind == commentLine && !key.empty()) {
         std::string_view const separator = separatorInTemplate(outline, after, key);
         if (!separator.empty())
             return {indentOf(outline, after), separator, ending};
@@ -228,10 +230,58 @@ Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
     return style;
 }
 
-std::string separatorFor(Style const& style, size_t length)
+bool isRepeated(Outline const& outline, Section const& section, uint32_t after, Style const& style)
+{
+    bool const isPadded =
+        style.separator.size() > 1 && isBlank(style.separator[0]) && isBlank(style.separator[1]);
+    return style.column == 0 && !isPadded && keyBelow(outline, section, after) == kNone;
+}
+
+Neighbours::Neighbours(Outline const& outline, Section const& section, uint32_t after,
+                       std::span<std::string const> newLines)
+    : lineEnding_(outline.lineEndingAfter(after))
+{
+    if (newLines.empty())
+        return;
+    auto const append = [&](uint32_t line) {
+        text_ += slice(outline.text(), outline.lines()[line].begin, outline.endOf(line));
+        if (!text_.ends_with('\n'))
+            text_ += lineEnding_;
+    };
+    if (section.header != kNone)
+        append(section.header);
+    std::vector<uint32_t> const& keys = outline.keyLines();
+    auto const next = std::lower_bound(keys.begin(), keys.end(), after == kNone ? 0 : after + 1);
+    auto const isHere = [&section](uint32_t key) {
+        return key >= section.first && key < section.end;
+    };
+    auto first = next;
+    for (int i = 0; i < kMaxNeighbours && first != keys.begin() && isHere(first[-1]); ++i)
+        --first;
+    std::for_each(first, next, append);
+    for (std::string const& lines : newLines)
+        text_ += lines;
+    size_t const end = text_.size();
+    for (auto key = next; key != keys.end() && key < next + kMaxNeighbours && isHere(*key); ++key)
+        append(*key);
+    outline_.emplace(text_, outline.dialect());
+    for (uint32_t i = 0; i < outline_->lines().size(); ++i)
+        if (outline_->lines()[i].begin < end)
+            last_ = i;
+}
+
+Style Neighbours::style(std::string_view key) const
+{
+    Style style = styleAfter(*outline_, outline_->sectionOf(last_), last_, key);
+    style.lineEnding = lineEnding_;
+    return style;
+}
+
+std::string separatorFor(Style const& style, std::string_view key)
 {
     if (style.column == 0)
         return std::string(style.separator);
+    size_t const length = countCharacters(key);
     size_t blanks = 0;
     while (blanks < style.separator.size() && isBlank(style.separator[blanks]))
         ++blanks;

@@ -1,6 +1,8 @@
 // style: how new lines look, by the lines around them.
 #pragma once
 
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,15 +19,41 @@ struct Style {
 };
 
 /// Returns the style of a new line for `key` in a section, inserted after the line `after`, a line
-/// or the header of the section; kNone: at the start of the text.
+/// or the header of the section; kNone: at the start of the text. Without a key, a comment above is
+/// none of the key.
 Style styleAfter(Outline const& outline, Section const& section, uint32_t after,
                  std::string_view key);
 
 /// Returns the style of the line `model`, a key line.
 Style styleOf(Outline const& outline, uint32_t model);
 
-/// Returns the separator of a new key whose name has `length` bytes as spelled.
-std::string separatorFor(Style const& style, size_t length);
+/// Returns the separator of a new key, as its name is spelled.
+std::string separatorFor(Style const& style, std::string_view key);
+
+constexpr int kMaxNeighbours = 16;  // keys above and below a line that show a column
+
+/// Returns whether a second new line after the line `after` has the style of the first. The keys
+/// around it may also show a column then.
+bool isRepeated(Outline const& outline, Section const& section, uint32_t after, Style const& style);
+
+// The keys around a new line that follows other new lines: they show its style as if they had been
+// in the file.
+class Neighbours {
+public:
+    /// range   `newLines` are inserted after the line `after` of the section; if it is empty, there
+    ///         are no neighbours.
+    Neighbours(Outline const& outline, Section const& section, uint32_t after,
+               std::span<std::string const> newLines);
+
+    /// Returns the style of a line after the new lines. It is valid as long as the object.
+    Style style(std::string_view key) const;
+
+private:
+    std::string text_;
+    std::optional<Outline> outline_;
+    uint32_t last_ = kNone;  // of the new lines
+    std::string_view lineEnding_;
+};
 
 /// Returns the spaces of a comment between its mark and its text. Empty: it has none, or no mark.
 std::string_view spacesOf(Dialect const& dialect, std::string_view comment);

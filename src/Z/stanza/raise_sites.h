@@ -14,6 +14,8 @@ enum RaiseSite {
     raiseAtLine = 72,
     raiseInWrite = 81,
     raiseForLine = 85,
+    raiseBelowContinuedLine = 86,
+    raiseWithoutKeys = 87,
     raiseInExpand = 91,
     raiseAtRecord = 92,
     raiseInCompress = 95,

@@ -1,0 +1,205 @@
+#include "plain_values.h"
+
+#include <algorithm>
+
+#include "characters.h"
+
+namespace zdialects {
+
+namespace {
+
+// Spaces that only some readers know, the second in UTF-8.
+constexpr std::string_view kControlSpaces[] = {"\v", "\f"};
+constexpr std::string_view kUnicodeSpaces[] = {
+    "\x1c",         "\x1d",         "\x1e",         "\x1f",         "\xc2\x85",     "\xc2\xa0",
+    "\xe1\x9a\x80", "\xe2\x80\x80", "\xe2\x80\x81", "\xe2\x80\x82", "\xe2\x80\x83", "\xe2\x80\x84",
+    "\xe2\x80\x85", "\xe2\x80\x86", "\xe2\x80\x87", "\xe2\x80\x88", "\xe2\x80\x89", "\xe2\x80\x8a",
+    "\xe2\x80\xa8", "\xe2\x80\xa9", "\xe2\x80\xaf", "\xe2\x81\x9f", "\xe3\x80\x80",
+};
+
+// Words of PHP for true, false and null.
+constexpr std::string_view kConstantWords[] = {"null",  "none", "no", "off",
+                                               "false", "yes",  "on", "true"};
+
+bool isWord(char c)
+{
+    return isLetter(c) || isDigit(c) || c == '_';
+}
+
+template <size_t kCount>
+bool hasAtAnEnd(std::string_view line, std::string_view const (&spaces)[kCount])
+{
+    return std::any_of(spaces, spaces + kCount, [line](std::string_view space) {
+        return line.starts_with(space) || line.ends_with(space);
+    });
+}
+
+// Returns whether a line of the value has such spaces at an end, next to others or not.
+template <size_t kCount>
+bool hasLineWithin(std::string_view value, std::string_view const (&spaces)[kCount])
+{
+    for (;;) {
+        size_t const end = std::min(value.find('\n'), value.size());
+        std::string_view line = value.substr(0, end);
+        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+        line = line.substr(0, line.find_last_not_of(" \t") + 1);
+        if (hasAtAnEnd(line, spaces))
+            return true;
+        if (end == value.size())
+            return false;
+        value.remove_prefix(end + 1);
+    }
+}
+
+bool isShellWord(std::string_view spelled)
+{
+    constexpr std::string_view kSafe = "_./:,+@%=-";
+    return std::all_of(spelled.begin(), spelled.end(), [=](char c) {
+        return isLetter(c) || isDigit(c) || kSafe.find(c) != kSafe.npos;
+    });
+}
+
+bool isConstantWord(std::string_view word)
+{
+    auto const isSame = [](char a, char b) { return foldedCase(a) == b; };
+    return std::any_of(
+        std::begin(kConstantWords), std::end(kConstantWords), [&](std::string_view constant) {
+            return std::equal(word.begin(), word.end(), constant.begin(), constant.end(), isSame);
+        });
+}
+
+bool hasConstantWord(std::string_view spelled)
+{
+    for (size_t at = 0; at < spelled.size();) {
+        size_t end = at;
+        while (end < spelled.size() && isWord(spelled[end]))
+            ++end;
+        if (isConstantWord(spelled.substr(at, end - at)))
+            return true;
+        at = end + 1;
+    }
+    return false;
+}
+
+// Reads expressions of PHP: numbers and names in upper case with operators between them.
+class ConstantExpression {
+public:
+    explicit ConstantExpression(std::string_view text) : rest_(text) { skipBlanks(); }
+
+    bool isValid()
+    {
+        size_t open = 0;  // brackets
+        for (;;) {
+            while (take("!~(") != 0)
+                open += last_ == '(' ? 1 : 0;
+            if (!takeOperand())
+                return false;
+            while (open > 0 && take(")") != 0)
+                --open;
+            if (rest_.empty())
+                return open == 0;
+            if (take("|&^") == 0)
+                return false;
+        }
+    }
+
+private:
+    void skipBlanks()
+    {
+        while (rest_.starts_with(' ') || rest_.starts_with('\t'))
+            rest_.remove_prefix(1);
+    }
+
+    char take(std::string_view characters)
+    {
+        last_ = !rest_.empty() && characters.find(rest_[0]) != characters.npos ? rest_[0] : '\0';
+        if (last_ != 0) {
+            rest_.remove_prefix(1);
+            skipBlanks();
+        }
+        return last_;
+    }
+
+    bool takeOperand()
+    {
+        auto const isOfName = [](char c) {
+            return isDigit(c) || c == '_' || (c >= 'A' && c <= 'Z');
+        };
+        bool const hasSign = rest_.starts_with('-');
+        rest_.remove_prefix(hasSign ? 1 : 0);
+        auto const end = std::find_if_not(rest_.begin(), rest_.end(), isOfName);
+        std::string_view const operand = rest_.substr(0, static_cast<size_t>(end - rest_.begin()));
+        bool const isNumber = std::all_of(operand.begin(), operand.end(), isDigit);
+        if (operand.empty() || (!isNumber && (hasSign || isDigit(operand[0]))) ||
+            isConstantWord(operand))
+            return false;
+        rest_.remove_prefix(operand.size());
+        skipBlanks();
+        return true;
+    }
+
+    std::string_view rest_;
+    char last_ = 0;
+};
+
+bool isConstant(std::string_view text)
+{
+    return isConstantWord(text) || ConstantExpression(text).isValid();
+}
+
+// Returns whether PHP reads the bytes as they are.
+bool isPlainText(std::string_view spelled)
+{
+    return spelled.find_first_of("!\"&'();=^|~\r\n") == spelled.npos && !spelled.ends_with('$') &&
+           spelled.find("${") == spelled.npos && !hasConstantWord(spelled);
+}
+
+}  // namespace
+
+bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before)
+{
+    unsigned const bits = switches.notPlain;
+    if ((bits & notPlainReturns) && spelled.find('\r') != spelled.npos)
+        return false;
+    if ((bits & notPlainTabs) && spelled.find('\t') != spelled.npos)
+        return false;
+    if ((bits & notPlainControls) && hasLineWithin(spelled, kControlSpaces))
+        return false;
+    if ((bits & notPlainUnicode) && hasLineWithin(spelled, kUnicodeSpaces))
+        return false;
+    if ((bits & notPlainCommas) && spelled.find(',') != spelled.npos &&
+        before.find(',') == before.npos)
+        return false;
+    if ((bits & notPlainShell) && !isShellWord(spelled))
+        return false;
+    return !(bits & notPlainConstants) || isPlainText(spelled) ||
+           (isConstant(spelled) && isConstant(before));
+}
+
+bool isQuotedSafe(Switches const& switches, std::string_view value)
+{
+    return !(switches.notPlain & notPlainConstants) || value.find("${") == value.npos;
+}
+
+bool isNewKeySafe(Switches const& switches, std::string_view name)
+{
+    switch (switches.newKeys) {
+        case NewKeys::any:
+            break;
+        case NewKeys::shell:
+            return std::all_of(name.begin(), name.end(), isWord) && !name.empty() &&
+                   !isDigit(name[0]);
+        case NewKeys::php: {
+            std::string_view const base = name.substr(0, name.find('['));
+            std::string_view const index = name.substr(base.size());
+            bool const isIndexValid =
+                index.empty() ||
+                (index.ends_with(']') && index.find_first_of("[]", 1) == index.size() - 1);
+            return name.find_first_of("\t\r\n!\"$&();=^{|}~") == name.npos && isIndexValid &&
+                   !isConstantWord(base);
+        }
+    }
+    return true;
+}
+
+}  // namespace zdialects

@@ -1,0 +1,23 @@
+// plain_values: values that read back without quotes, but that programs of the format read as
+// something else.
+#pragma once
+
+#include <string_view>
+
+#include "switches.h"
+
+namespace zdialects {
+
+/// Returns whether programs of the format read `spelled`, which has no quotes around it, as our
+/// reader does.
+/// range   `before` is the value that it replaces, if that had no quotes either; else empty. A
+///         constant may replace a constant.
+bool isPlainSafe(Switches const& switches, std::string_view spelled, std::string_view before);
+
+/// Returns whether they read a value in double quotes so.
+bool isQuotedSafe(Switches const& switches, std::string_view value);
+
+/// Returns whether a new key can have this name. Keys of the file can have others.
+bool isNewKeySafe(Switches const& switches, std::string_view name);
+
+}  // namespace zdialects

@@ -1,0 +1,367 @@
+// Changes of files in dialects, byte for byte: how values are spelled, and where new lines go.
+#include <Z/ZBuffer.h>
+#include <Z/ZException.h>
+#include <Z/ZLCString.h>
+#include <Z/ZStanzaFileProperties.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "DialectEdits.h"
+
+namespace {
+
+using Store = ZStanzaFileProperties_6_0;
+using Change = std::function<void(Store&)>;
+
+ZStanzaDialect_6_0 dialectNamed(std::string const& name)
+{
+    ZStanzaDialect_6_0 dialect;
+    EXPECT_EQ(1, ZStanzaDialect_6_0::named(name.c_str(), dialect)) << name;
+    return dialect;
+}
+
+std::string textOf(Store const& store)
+{
+    ZBuffer_6_0 buffer;
+    store.storeText(buffer);
+    return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
+}
+
+// Returns the text after the change, or the name of the exception.
+std::string changed(std::string const& dialect, std::string const& text, Change const& change)
+{
+    try {
+        Store store(1, dialectNamed(dialect));
+        store.loadText(text.data(), text.size());
+        change(store);
+        std::string const after = textOf(store);
+        Store again(1, dialectNamed(dialect));
+        again.loadText(after.data(), after.size());
+        EXPECT_EQ(after, textOf(again)) << "an unchanged store";
+        return after;
+    } catch (ZPropertiesInvalidValueException_6_0 const& e) {
+        return "site " + std::to_string(e.where()) + " [" + e.category().getChars() + "] " +
+               e.key().getChars() + ": " + e.value().getChars();
+    } catch (ZInvalidParameterException_6_0 const&) {
+        return "refused";
+    }
+}
+
+Change set(char const* stanza, char const* key, std::string const& value)
+{
+    return [=](Store& store) { store.setValue(stanza, key, value.c_str()); };
+}
+
+std::string valueOf(std::string const& dialect, std::string const& text, char const* stanza,
+                    char const* key)
+{
+    Store store(1, dialectNamed(dialect));
+    store.loadText(text.data(), text.size());
+    ZLCString_6_0 value;
+    store.getValue(stanza, key, value, 0, nullptr);
+    return value.getChars();
+}
+
+struct Case {
+    char const* dialect;
+    std::string before;
+    Change change;
+    std::string after;
+};
+
+void expectChanges(std::vector<Case> const& cases)
+{
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.dialect) + ": " + c.before);
+        EXPECT_EQ(c.after, changed(c.dialect, c.before, c.change));
+    }
+}
+
+}  // namespace
+
+TEST(DialectChanges, AValueInQuotesStaysInQuotes)
+{
+    expectChanges({
+        {"env", "A=\"1\"\n", set(".", "A", "2"), "A=\"2\"\n"},
+        {"env", "A='1'\n", set(".", "A", "2"), "A='2'\n"},
+        {"env", "A='1'\n", set(".", "A", "it's"), "A=\"it's\"\n"},
+        {"php", "[a]\nk = \"x\"\n", set("a", "k", "y"), "[a]\nk = \"y\"\n"},
+        {"git", "[a]\n\tk = \"x\" ; c\n", set("a", "k", "y"), "[a]\n\tk = \"y\" ; c\n"},
+        {"qt", "[a]\nk=\"x\"\n", set("a", "k", ""), "[a]\nk=\"\"\n"},
+        {"mysql", "[a]\nk='x'\n", set("a", "k", "y z"), "[a]\nk='y z'\n"},
+        {"mysql", "[a]\nk=x\n", set("a", "k", "y z"), "[a]\nk=y z\n"},
+    });
+}
+
+TEST(DialectChanges, AShellReadsTheValue)
+{
+    expectChanges({
+        {"env", "A=1\n", set(".", "A", "$(x)"), "A=\"\\$(x)\"\n"},
+        {"env", "A=1\n", set(".", "A", "b c"), "A=\"b c\"\n"},
+        {"env", "A=1\n", set(".", "A", "a;b&c"), "A=\"a;b&c\"\n"},
+        {"env", "A=1\n", set(".", "A", "C:\\x"), "A=\"C:\\\\x\"\n"},
+        {"env", "A=1\n", set(".", "A", "a.b/c:d,e+f@g%h=i-j_k"), "A=a.b/c:d,e+f@g%h=i-j_k\n"},
+        {"env", "A=1\n", set(".", "A", ""), "A=\n"},
+        {"env", "export A=1\n", set(".", "B", "~"), "export A=1\nB=\"~\"\n"},
+        {"env", "A=1\n", set(".", "1x", "2"), "refused"},
+        {"env", "A=1\n", set(".", "a.b", "2"), "refused"},
+        {"env", "A=1\n", set(".", "_b2", "2"), "A=1\n_b2=2\n"},
+        {"env", "a.b=1\n", set(".", "a.b", "2"), "a.b=2\n"},
+    });
+}
+
+TEST(DialectChanges, PhpReadsTheValue)
+{
+    expectChanges({
+        {"php", "[a]\nk = x\n", set("a", "k", "a=c"), "[a]\nk = \"a=c\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "x (z)"), "[a]\nk = \"x (z)\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "Off"), "[a]\nk = \"Off\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "on x"), "[a]\nk = \"on x\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "Offer"), "[a]\nk = Offer\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "${x}"), "[a]\nk = '${x}'\n"},
+        {"php", "[a]\nk = \"x\"\n", set("a", "k", "${x}"), "[a]\nk = '${x}'\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "it's ${x}"), "refused"},
+        {"php", "[a]\nk = x\n", set("a", "k", "a\rb"), "[a]\nk = \"a\rb\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "C:\\x, y"), "[a]\nk = C:\\x, y\n"},
+        {"php", "[a]\nk = x\n", set("a", "null", "1"), "refused"},
+        {"php", "[a]\nk = x\n", set("a", "l[]", "1"), "[a]\nk = x\nl[] = 1\n"},
+    });
+}
+
+TEST(DialectChanges, AConstantOfPhpReplacesAConstant)
+{
+    std::string const levels = "[a]\nk = E_ALL & ~E_NOTICE\n";
+    expectChanges({
+        {"php", levels, set("a", "k", "E_ALL & ~(E_NOTICE | E_STRICT)"),
+         "[a]\nk = E_ALL & ~(E_NOTICE | E_STRICT)\n"},
+        {"php", levels, set("a", "k", "E_ALL"), "[a]\nk = E_ALL\n"},
+        {"php", levels, set("a", "k", "E_ALL &"), "[a]\nk = \"E_ALL &\"\n"},
+        {"php", levels, set("a", "k", "(E_ALL"), "[a]\nk = \"(E_ALL\"\n"},
+        {"php", levels, set("a", "k", "E_ALL & off"), "[a]\nk = \"E_ALL & off\"\n"},
+        {"php", levels, set("a", "k", "tom & jerry"), "[a]\nk = \"tom & jerry\"\n"},
+        {"php", "[a]\nk = -1\n", set("a", "k", "E_ALL & ~E_NOTICE"), levels},
+        {"php", "[a]\nk = Off\n", set("a", "k", "On"), "[a]\nk = On\n"},
+        {"php", "[a]\nk = \"x\"\n", set("a", "k", "A & B"), "[a]\nk = \"A & B\"\n"},
+        {"php", "[a]\nk = x\n", set("a", "k", "A & B"), "[a]\nk = \"A & B\"\n"},
+    });
+}
+
+TEST(DialectChanges, ProgramsOfOtherFormatsReadTheValue)
+{
+    std::string const longest(4094 - 4, 'x');
+    expectChanges({
+        {"kconfig", "[D]\nA=1\n", set("D", "A", "C:\\qux"), "[D]\nA=C:\\\\qux\n"},
+        {"desktop", "[D]\nA=1\n", set("D", "A", "end\\"), "[D]\nA=end\\\\\n"},
+        {"git", "[a]\n\tk = 1\n", set("a", "k", "a\tb"), "[a]\n\tk = a\\tb\n"},
+        {"git", "[a]\n\tk = 1\r\n", set("a", "k", "a\r"), "[a]\n\tk = \"a\r\"\r\n"},
+        {"qt", "[a]\nk=1\n", set("a", "k", "a,b"), "[a]\nk=\"a,b\"\n"},
+        {"qt", "[a]\nk=1, 2\n", set("a", "k", "3, 4"), "[a]\nk=3, 4\n"},
+        {"mysql", "[a]\nk=1\n", set("a", "k", "\v1"), "[a]\nk=\"\v1\"\n"},
+        {"systemd", "[a]\nk=1\n", set("a", "k", "a\rb"), "refused"},
+        {"python", "[a]\nk = 1\n", set("a", "k", "\xc2\xa0x"), "refused"},
+        {"python", "[a]\nk = 1\n", set("a", "k", "x\n\fy"), "refused"},
+        {"python", "[a]\nk = 1\n", set("a", "k", "x\xc2\xa0y"), "[a]\nk = x\xc2\xa0y\n"},
+        {"mysql", "[a]\nk = 1\n", set("a", "k", longest), "[a]\nk = " + longest + "\n"},
+        {"mysql", "[a]\nk   =   1\n", set("a", "k", longest), "[a]\nk=" + longest + "\n"},
+        {"mysql", "[a]\nk = 1\n", set("a", "k", longest + "x"), "refused"},
+    });
+}
+
+TEST(DialectChanges, ALineThatContinuesNothingStaysBelowAValueOfIndentedLines)
+{
+    expectChanges({
+        {"python", "[s]\n  a = 1\njunk\n  b = 2\n", set("s", "a", "x"), "[s]\n  a = x\njunk\n"},
+        {"python", "[s]\n  a = 1\njunk\n  b = 2\n", set("s", "a", "1\ny"),
+         "[s]\n  a = 1\n      y\njunk\n"},
+        {"python", "[s]\n  a = 1\n# c\njunk\n  b = 2\n  c = 3\nz = 4\n", set("s", "a", "x"),
+         "[s]\n# c\n  a = x\njunk\nz = 4\n"},
+        {"python", "[s]\n  a = 1\njunk\n  b = 2\nz = 4\n",
+         [](Store& store) { store.deleteKey("s", "a"); }, "[s]\njunk\nz = 4\n"},
+    });
+}
+
+TEST(DialectChanges, ABackslashAboveABlankLine)
+{
+    expectChanges({
+        {"git", "[a]\n\tx = foo \\\n\n[c]\n\tk = 1\n", set("a", "x", "y"),
+         "[a]\n\tx = y\n\n[c]\n\tk = 1\n"},
+        {"env", "A=foo\\\n\nB=1\n", set(".", "A", "y"), "A=y\n\nB=1\n"},
+        {"qt", "[s]\nA=foo\\\n\nB=1\n", set("s", "A", "y"), "[s]\nA=y\n\nB=1\n"},
+    });
+}
+
+TEST(DialectChanges, ANewKeyIsAboveALineThatContinuesBelowTheEnd)
+{
+    expectChanges({
+        {"systemd", "[s]\nj=1\nk=foo\\\n", set("s", "n", "y"), "[s]\nj=1\nn=y\nk=foo\\\n"},
+        {"git", "[s]\n\tk = foo\\\n", set("s", "n", "y"), "[s]\n\tn = y\n\tk = foo\\\n"},
+        {"samba", "k = foo\\\n", set(".", "n", "y"), "n = y\nk = foo\\\n"},
+        {"systemd", "[s]\nk=foo\\\n", [](Store& store) { store.addValue("s", "k", "y", 0); },
+         "site 86 [s] k: y"},
+    });
+}
+
+TEST(DialectChanges, ANewKeyWhoseTemplateIsIndented)
+{
+    std::string comments;
+    for (int i = 0; i < 70; ++i)
+        comments += "  # help\n";
+    expectChanges({
+        {"python", "[s]\na = 1\n  # nk = x\n", set("s", "nk", "1"),
+         "[s]\na = 1\n  # nk = x\nnk = 1\n"},
+        {"python", "[s]\na = 1\n" + comments + "  # nk = x\n", set("s", "nk", "1"),
+         "[s]\na = 1\n" + comments + "  # nk = x\nnk = 1\n"},
+    });
+}
+
+TEST(DialectChanges, ANewFirstLineFollowsTheByteOrderMark)
+{
+    expectChanges({
+        {"git", "\xef\xbb\xbf[a]\nk = 1\n", set(".", "k", "3"), "\xef\xbb\xbfk = 3\n[a]\nk = 1\n"},
+        {"ini", "\xef\xbb\xbfk = 1\n", [](Store& store) { store.setComment(".", "k", "x"); },
+         "\xef\xbb\xbf; x\nk = 1\n"},
+        {"ini", "\xef\xbb\xbf", set("a", "k", "1"), "\xef\xbb\xbf[a]\nk = 1\n"},
+    });
+}
+
+TEST(DialectChanges, AnEmptyValueGetsAValueAgain)
+{
+    for (char const* before : {"[D]\nName  =  x\n", "[D]\nName =   \n", "[D]\nName=\n"}) {
+        std::string const empty = changed("desktop", before, set("D", "Name", ""));
+        std::string const after = changed("desktop", empty, set("D", "Name", "y"));
+        EXPECT_EQ("y", valueOf("desktop", after, "D", "Name")) << empty;
+    }
+    EXPECT_EQ("[D]\nName  = y\n", changed("desktop", "[D]\nName  =  \n", set("D", "Name", "y")));
+}
+
+TEST(DialectChanges, ARenamedGroupKeepsItsMarkers)
+{
+    expectChanges({
+        {"kconfig", "[A][$i]\nk=1\n", [](Store& store) { store.renameStanza("A", "Z"); },
+         "[Z][$i]\nk=1\n"},
+        {"kconfig", "[A][B][$i]\nk[$e]=1\n", [](Store& store) { store.renameStanza("A][B", "C"); },
+         "[C][$i]\nk[$e]=1\n"},
+    });
+}
+
+TEST(DialectChanges, ACommentKeepsItsColumnInCharacters)
+{
+    expectChanges({
+        {"git", "[a]\n\tk = \xc3\xa4\xc3\xb6\xc3\xbc    # c\n", set("a", "k", "x"),
+         "[a]\n\tk = x      # c\n"},
+        {"git", "[a]\n\tk = x      # c\n", set("a", "k", "\xc3\xa4\xc3\xb6\xc3\xbc"),
+         "[a]\n\tk = \xc3\xa4\xc3\xb6\xc3\xbc    # c\n"},
+        {"ini", "\xc3\xa4\xc3\xb6  = 1\nabc = 2\n", set(".", "\xc3\xbc", "3"),
+         "\xc3\xa4\xc3\xb6  = 1\nabc = 2\n\xc3\xbc   = 3\n"},
+    });
+}
+
+TEST(DialectChanges, NewCommentsHaveTheMarkThatEveryReaderKnows)
+{
+    auto const comment = [](Store& store) { store.setComment("a", "k", "x"); };
+    expectChanges({
+        {"windows", "[a]\nk=1\n", comment, "[a]\n; x\nk=1\n"},
+        {"qt", "[a]\nk=1\n", comment, "[a]\n; x\nk=1\n"},
+        {"ini", "[a]\nk = 1\n", comment, "[a]\n; x\nk = 1\n"},
+        {"git", "[a]\n\tk = 1\n", comment, "[a]\n#x\n\tk = 1\n"},
+        {"ini", "# old\n\n[a]\nk = 1\n", comment, "# old\n\n[a]\n# x\nk = 1\n"},
+    });
+}
+
+TEST(DialectChanges, ARefusalNamesTheChange)
+{
+    expectChanges({
+        {"sysctl", "junk\nk=v\n", [](Store& store) { store.deleteKey(".", "k"); },
+         "site 87 [.] k: "},
+        {"samba", "[s]\nk = 1\n", [](Store& store) { store.setComment("s", "k", "path C:\\"); },
+         "site 85 [s] : #path C:\\"},
+    });
+}
+
+TEST(DialectChanges, NumbersOfQtArePairsOfSurrogates)
+{
+    EXPECT_EQ("\xf0\x9f\x98\x80x", valueOf("qt", "[s]\nk = \\xd83d\\xde00x\n", "s", "k"));
+    EXPECT_EQ("\xef\xbf\xbdx", valueOf("qt", "[s]\nk = \"\\xd83d\"x\n", "s", "k"));
+    EXPECT_EQ("\xef\xbf\xbd\xef\xbf\xbd", valueOf("qt", "[s]\nk = \\xde00\\xd83d\n", "s", "k"));
+}
+
+// Two new keys in one store have the same lines as in two stores.
+TEST(DialectChanges, NewKeysOfOneStoreAreThoseOfTwo)
+{
+    struct Files {
+        char const* dialect;
+        char const* before;
+        char const* first;
+        char const* second;
+    };
+    Files const files[] = {
+        {"stanza", "[s]\na   = 1\nbcd = 2\n", "longer", "z"},
+        {"stanza", "[s]\nk   =   v\n", "", "o"},
+        {"stanza", "[s]\nlong = 1\n[t]\nx = 1\n", "n", "second"},
+        {"python", "[s]\n  a   : 1\n  bcd : 2\nx\n", "longer", "z"},
+        {"git", "[s] a = 1\n[t]\n\tx = 1\n", "n", "second"},
+        {"ini", "a   = 1\nbcd = 2\n[s]\n", "longer", "z"},
+    };
+    for (Files const& f : files) {
+        SCOPED_TRACE(f.before);
+        auto const setFirst = [&](Store& store) {
+            bool const isAlone = f.first[0] == '\0';
+            store.setValue("s", isAlone ? "n" : f.first, isAlone ? "" : "3");
+        };
+        auto const setSecond = [&](Store& store) { store.setValue("s", f.second, "4"); };
+        std::string const once = changed(f.dialect, f.before, [&](Store& store) {
+            setFirst(store);
+            setSecond(store);
+        });
+        EXPECT_EQ(changed(f.dialect, changed(f.dialect, f.before, setFirst), setSecond), once);
+    }
+}
+
+// No change and no undo of a change is refused, and the undo restores the old values.
+TEST(DialectChanges, EachChangeCanBeUndone)
+{
+    struct File {
+        char const* dialect;
+        char const* text;
+        char const* stanza;
+        char const* key;
+    };
+    File const files[] = {
+        {"systemd", "[s]\nk=a b \\\n\n[t]\n", "s", "k"},
+        {"systemd", "[s]\nk=a \\\n# c\n  b\nl=1\n", "s", "k"},
+        {"desktop", "[s]\nk  =  a\nl=1\n", "s", "k"},
+        {"git", "[s]\n\tk = a \\\n\n[t]\n", "s", "k"},
+        {"git", "[s] k = \"a b\" c ; d\n", "s", "k"},
+        {"php", "[s]\nk = \"a\n b\" ; d\nl = 1\n", "s", "k"},
+        {"php", "[s]\nk = A | B\n", "s", "k"},
+        {"samba", "[s]\n\tk = a\\\nb\n\tl = 1\n", "s", "k"},
+        {"mysql", "[s]\nk = 'a' # c\n", "s", "k"},
+        {"python", "[s]\n  k = 1\njunk\n  b = 2\nl = 1\n", "s", "k"},
+        {"python", "[s]\nk = 1\n  # c\n   2\n\n  3\n\nl = 1\n", "s", "k"},
+        {"python-inline", "[s]\nk = 1 ; c\n  2 ; d\nl = 1\n", "s", "k"},
+        {"qt", "[s]\nk=a\\\n\nl=1\n", "s", "k"},
+        {"kconfig", "[s][$i]\nk[$e]=a\\\\b\n", "s", "k"},
+        {"editorconfig", "[s]\nk : a  # c\n", "s", "k"},
+        {"windows", "\xef\xbb\xbf[s]\r\nk=\r\nl=1", "s", "k"},
+        {"sysctl", "junk\n-k = 1\n", ".", "k"},
+        {"env", "export k=a\\\n\nl=1 # c\n", ".", "k"},
+        {"env", "k='a\nb'\nl=1\n", ".", "k"},
+    };
+    for (File const& f : files) {
+        SCOPED_TRACE(f.text);
+        std::string const old = valueOf(f.dialect, f.text, f.stanza, f.key);
+        for (char const* value : {"x", "", "y z", "\xc3\xa4"}) {
+            std::string const after = changed(f.dialect, f.text, set(f.stanza, f.key, value));
+            EXPECT_EQ(value, valueOf(f.dialect, after, f.stanza, f.key)) << after;
+            std::string const undone = changed(f.dialect, after, set(f.stanza, f.key, old));
+            EXPECT_EQ(old, valueOf(f.dialect, undone, f.stanza, f.key)) << undone;
+        }
+        std::string const added = changed(f.dialect, f.text, set(f.stanza, "new", "1"));
+        EXPECT_EQ(f.text, changed(f.dialect, added,
+                                  [&](Store& store) { store.deleteKey(f.stanza, "new"); }))
+            << added;
+    }
+}
