@@ -137,8 +137,8 @@ class MergeTest(tool.ToolTest):
 
     def test_merge_reads_the_pipes_of_a_shell(self):
         self.write_files(VERSIONS)
-        script = f"'{tool.TOOL}' merge <(cat {'base'}) ours <(cat {'theirs'})"
-        run = subprocess.run(["bash", "-c", script], cwd=self.directory.name, capture_output=True,
+        script = f"'{tool.TOOL}' merge <(cat base) ours <(cat $0)"
+        run = subprocess.run(["bash", "-c", script, "theirs"], cwd=self.directory.name, capture_output=True,
                              check=False, timeout=tool.HANGS)
         self.assertEqual((DONE, b"", b""), (run.returncode, run.stdout, run.stderr))
         self.assertEqual(MERGED, self.read_files()["ours"])
