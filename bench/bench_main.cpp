@@ -5,6 +5,7 @@
 // "floor" are lower bounds that do less than the service requires. All others are peers.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,7 +60,20 @@ constexpr Target kTargets[] = {
     {"StoreStanzas/", "GLib.durable", 1.0},
     {"CacheLookUp/", "unordered_map", 1.0},
     {"JavaLoad/", nullptr, 1.0},
+    {"ToolStart/", "git config", 1.2},
+    {"ToolSet/", "git config", 1.3},
+    {"ToolList/", "crudini", 0.02},
 };
+
+// A limit for the library's time of a row, as a multiple of its time of another row with the same
+// arguments.
+struct VariantLimit {
+    char const* row;
+    char const* base;
+    double limit;
+};
+
+constexpr VariantLimit kVariantLimits[] = {{"Load.keepLines/", "Load/", 1.5}};
 
 // A limit for the time per key of a large row, as a multiple of the time per key of a small row.
 struct Growth {
@@ -179,6 +193,7 @@ public:
                 std::printf("\n%-52s %10s %7s\n", "target", "reached", "limit");
             printTimes(name, row);
             printGrowth(name, row);
+            printVariant(name, row);
             for (CounterLimit const& target : kCounterLimits) {
                 auto const counter = row.counters.find(target.counter);
                 if (startsWith(name, target.row) && endsWith(name, target.ending) &&
@@ -195,9 +210,9 @@ public:
 private:
     static bool hasTarget(std::string const& name)
     {
-        return std::any_of(std::begin(kTargets), std::end(kTargets), [&](Target const& target) {
-            return startsWith(name + "/", target.row);
-        });
+        auto const isOf = [&](auto const& target) { return startsWith(name + "/", target.row); };
+        return std::any_of(std::begin(kTargets), std::end(kTargets), isOf) ||
+               std::any_of(std::begin(kVariantLimits), std::end(kVariantLimits), isOf);
     }
 
     void printTimes(std::string const& name, Row const& row)
@@ -229,6 +244,18 @@ private:
                     name,
                     row.timeOf("Z") / growth.large / (small->second.timeOf("Z") / growth.small),
                     growth.limit, "per key at " + std::to_string(growth.small));
+        }
+    }
+
+    void printVariant(std::string const& name, Row const& row)
+    {
+        for (VariantLimit const& variant : kVariantLimits) {
+            if (!startsWith(name, variant.row))
+                continue;
+            std::string const base = variant.base + name.substr(strlen(variant.row));
+            auto const found = rows_.find(base);
+            if (found != rows_.end() && found->second.timeOf("Z") != 0)
+                checkLimit(name, row.timeOf("Z") / found->second.timeOf("Z"), variant.limit, base);
         }
     }
 

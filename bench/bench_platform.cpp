@@ -5,10 +5,7 @@
 #include <Z/zhex_dump.h>
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <spawn.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -16,6 +13,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include "run_program.h"
 
 #ifdef Z_PEER_DEFLATE
 #include <libdeflate.h>
@@ -228,29 +227,13 @@ char const* dumpedFile()
     return file.path;
 }
 
-// Runs a program on the file. Returns false if the program does not exist or fails.
-bool dumps(std::vector<char const*> arguments)
-{
-    arguments.push_back(dumpedFile());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child;
-    int status = -1;
-    if (posix_spawnp(&child, arguments[0], &actions, nullptr,
-                     const_cast<char* const*>(arguments.data()), environ) == 0)
-        waitpid(child, &status, 0);
-    posix_spawn_file_actions_destroy(&actions);
-    return status == 0;
-}
-
 void registerProcess(char const* row, std::vector<char const*> const& arguments)
 {
     auto const run = [arguments](benchmark::State& state) {
+        std::vector<char const*> words = arguments;
+        words.push_back(dumpedFile());
         for (auto _ : state)
-            if (!dumps(arguments)) {
+            if (!runProgram(words)) {
                 state.SkipWithError("is not installed");
                 break;
             }
