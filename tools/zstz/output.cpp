@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include <algorithm>
+
 #include "failures.h"
 #include "json.h"
 
@@ -70,13 +72,15 @@ void printNames(Request const& request, std::vector<std::string> const& names)
 
 std::string escapeField(std::string_view text)
 {
+    auto const isEscaped = [](char c) { return c == '\t' || c == '\n' || c == '\\'; };
+    if (std::none_of(text.begin(), text.end(), isEscaped))
+        return std::string(text);
     std::string escaped;
     escaped.reserve(text.size());
     for (char const c : text) {
-        bool const isEscaped = c == '\t' || c == '\n' || c == '\\';
-        if (isEscaped)
+        if (isEscaped(c))
             escaped += '\\';
-        escaped += !isEscaped ? c : c == '\t' ? 't' : c == '\n' ? 'n' : '\\';
+        escaped += c == '\t' ? 't' : c == '\n' ? 'n' : c;
     }
     return escaped;
 }
