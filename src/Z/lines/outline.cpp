@@ -4,11 +4,24 @@
 
 namespace zlines {
 
+namespace {
+
+// std::count() compares byte by byte.
+size_t countFeeds(std::string_view text)
+{
+    size_t count = 0;
+    for (size_t at = 0; (at = text.find('\n', at)) != text.npos; ++at)
+        ++count;
+    return count;
+}
+
+}  // namespace
+
 Outline::Outline(std::string_view text, Dialect const& dialect,
                  std::vector<uint32_t> const& movedComments)
     : text_(text), dialect_(dialect)
 {
-    lines_.reserve(static_cast<size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
+    lines_.reserve(countFeeds(text) + 1);
     dialect.split(text, lines_);
     for (uint32_t const position : movedComments) {
         auto const found =
