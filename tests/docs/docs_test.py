@@ -104,7 +104,7 @@ class Documents(unittest.TestCase):
         section = page.split("## Other dialects")[1].split("\n## ")[0]
         for name in names:
             found = re.findall(rf"^\|[^|]*`{name}`[^|]*\|", section, re.M)
-            self.assertEqual(2, len(found), name)
+            self.assertLessEqual(2, len(found), name)
 
     def test_files_that_documents_name_exist(self):
         paths = [path for folder in ("src", "tests", "tools", "examples")

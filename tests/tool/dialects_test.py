@@ -42,7 +42,7 @@ CHANGE = [
     row("git", GIT, ["set", "core", "bare", "true"], b"", DONE,
         GIT.replace(b"false ; c", b"true ; c")),
     row("git", GIT, ["set", "core", "path", "a b"], b""),
-    row("git", GIT, ["set", "core", "path", "x"], b"", DONE, GIT.replace(b'"a b"', b"x")),
+    row("git", GIT, ["set", "core", "path", "x"], b"", DONE, GIT.replace(b'"a b"', b'"x"')),
     row("git", GIT, ["set", "remote.Origin", "url", "z"], b"has 2 values", REFUSED),
     row("git", GIT, ["set", "remote.Origin", "url", "z", "--nth", "2"], b"", DONE,
         GIT.replace(b"= y", b"= z")),

@@ -14,7 +14,7 @@ NO_SIGN = 'neither a stanza header, a comment nor KEY = VALUE; add "=", or "#" a
 SPACING = 'write "key = value" and "[stanza]" without indentation'
 DROPPED = ("has no value here but values elsewhere, and --normalise drops this line; remove it, or "
            "give it a value")
-GIT = "; reads as git; say --dialect git"
+GIT, MYSQL, INI = (f"; reads as {name}; say --dialect {name}" for name in ("git", "mysql", "ini"))
 LONG = "the line exceeds 8190 bytes and would be split; shorten it or use a line per value"
 ZERO = "the line has a zero byte and is ignored after it; remove the zero byte"
 
@@ -45,13 +45,13 @@ ROWS = {
     "errors and notes": (
         {"a": b"[a]\nk=v\nl=w\nword\n"}, ["a"],
         f"a:2:2: note: --normalise changes the whitespace of 2 lines, this one first; {SPACING}\n"
-        f'a:4:1: "word": {NO_SIGN}{GIT}\n', INVALID_DATA),
+        f'a:4:1: "word": {NO_SIGN}{MYSQL}\n', INVALID_DATA),
     "zero bytes": (
         {"a": b"[a]\nk = v\0lost\nwo\0rd\n\0\n"}, ["a"],
         f'a:2:6: note: {ZERO}\na:3:3: "wo": {ZERO}\na:4:1: note: {ZERO}\n', INVALID_DATA),
     "long lines": (
         {"a": b"[a]\n" + b"#" * 9000 + b"\nk = " + b"v" * 9000 + b"\n"}, ["a"],
-        f'a:2:8192: note: {LONG}\na:3:8192: "{"v" * 60}...": {LONG}{GIT}\n', INVALID_DATA),
+        f'a:2:8192: note: {LONG}\na:3:8192: "{"v" * 60}...": {LONG}{INI}\n', INVALID_DATA),
     "a byte order mark": (
         {"a": b"\xEF\xBB\xBF[a]\nk = v\nword\n"}, ["a"],
         'a:1:1: "\ufeff[a]": the file starts with a byte order mark; save it as UTF-8 without one\n'
@@ -67,7 +67,7 @@ ROWS = {
         'a:1:5: "[ä€😀": no "]" after the stanza name; add it\n', INVALID_DATA),
     "several files": (
         {"a": b"x\n", "b": b"[b]\n", "c": b"[c]\n\ny\n"}, ["a", "b", "c"],
-        f'a:1:1: "x": {NO_SIGN}\nc:3:1: "y": {NO_SIGN}{GIT}\n', INVALID_DATA),
+        f'a:1:1: "x": {NO_SIGN}\nc:3:1: "y": {NO_SIGN}{MYSQL}\n', INVALID_DATA),
     "only notes in several files": (
         {"a": b"[a]\n\n[b] \n", "b": b"[b]"}, ["a", "b"],
         f"a:3:4: note: --normalise changes the whitespace of this line; {SPACING}\n"
