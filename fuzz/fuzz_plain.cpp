@@ -1,5 +1,6 @@
 // The plain functions of stanza files: compares sequences of calls, with handles and iterators that
-// are open, closed, foreign or null, with a model of codes, values and files.
+// are open, closed, foreign or null, with a model of codes, values and files. Inputs that start
+// with 0xD1 are for the dialects, see PlainDialects.h.
 #include <Z/zproperties_c.h>
 #include <stdint.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "../tests/support/StoreModel.h"
+#include "PlainDialects.h"
 #include "ScratchDirectory.h"
 #include "check.h"
 
@@ -786,8 +788,14 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
+    constexpr uint8_t kOtherDialects = 0xD1;
     static ScratchDirectory const scratch;
     Choices choices(data, std::min<size_t>(size, 600));
+    if (size > 0 && *data == kOtherDialects) {
+        choices.byte();
+        PlainDialects(choices).run();
+        return 0;
+    }
     Sequence(choices, scratch).run();
     return 0;
 }
