@@ -172,6 +172,9 @@ TEST(TextMerge, MakesTheChangesOfBothSides)
          "# file\n\n[a]\nk = 1\n", "# file\n\n[a]\nk = 2\n"},
         {"a key without a value", "[a]\nk = 1\nl = 1\n", "[a]\nk = 2\nl = 1\n", "[a]\nk = 1\nl =\n",
          "[a]\nk = 2\nl = \n"},
+        {"a comment after the second line of a key", "[z]\n[a]\nk = 1\n\nk = 2\n",
+         "[z]\nl = 1\n[a]\nk = 1\n\nk = 2\n", "[z]\n[a]\nk = 2\n# end\n",
+         "[z]\nl = 1\n[a]\n\nk = 2\n# end\n"},
         {"an empty base", "", "[a]\nk = 1\n", "[b]\nl = 2\n", "[a]\nk = 1\n\n[b]\nl = 2\n"},
     };
     for (Case const& c : cases) {

@@ -130,6 +130,7 @@ private:
 
     // difference_lines.cpp
     void place(Reordered const& stanza);
+    uint32_t firstStaying(Entry const& entry, uint32_t first);
     void placeKey(Reordered const& stanza, Entry const& entry, bool isLast, Placement& at);
     void placeRemainingComments(Reordered const& stanza, Placement& at);
     void insertComments(Placement& at, uint32_t position, uint32_t after, LineKind below,

@@ -45,16 +45,25 @@ void Difference::place(Reordered const& stanza)
             insertComments(at, lines[line].begin, line == 0 ? kNone : line - 1, valueLine, false);
         else if (!at.comments.empty())
             insertComments(at, at.position, at.after, otherLine, entry.isBelowBlank);
-        at.after = line;
-        // The first line of a key may be removed, and the next stay.
-        while (!entry.isComment && isGone(at.after) && at.after + 1 < lines.size() &&
-               lines[at.after + 1].isKey() && hasKey(entry, at.after + 1))
-            ++at.after;
+        at.after = entry.isComment ? line : firstStaying(entry, line);
         at.position = outline_.endOf(at.after);
         at.isAfterKey = !entry.isComment;
     }
     if (!at.comments.empty())
         placeRemainingComments(stanza, at);
+}
+
+// Returns the first line of a key, or the next if the first is removed. Only blank and removed
+// lines are between them.
+uint32_t Difference::firstStaying(Entry const& entry, uint32_t first)
+{
+    std::vector<Line> const& lines = outline_.lines();
+    auto const isOfKey = [&](uint32_t line) { return lines[line].isKey() && hasKey(entry, line); };
+    uint32_t line = first;
+    while (line < lines.size() &&
+           (isBlank(line) || (isGone(line) && (isOfKey(line) || lines[line].kind == commentLine))))
+        ++line;
+    return line < lines.size() && isOfKey(line) ? line : first;
 }
 
 // Inserts the lines of a new key, and the new comments above it. If they do not read back there,
