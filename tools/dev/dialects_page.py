@@ -1,0 +1,126 @@
+#!/usr/bin/env python3
+"""Writes the manual page zstz-dialects(5) from the section "Other dialects" of docs/file-formats.md.
+
+usage: dialects_page.py [--check]
+
+With --check, changes nothing, and fails if the page differs from the document.
+"""
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENT = ROOT / "docs/file-formats.md"
+PAGE = ROOT / "tools/zstz/zstz-dialects.5"
+
+START = '''.\\" Written by tools/dev/dialects_page.py from docs/file-formats.md.
+.TH ZSTZ-DIALECTS 5 "" "Z Foundation Library 6.0" "File Formats"
+.SH NAME
+zstz-dialects \\- formats of configuration files that zstz and the Z Foundation Library read
+.SH DESCRIPTION
+'''
+END = '''.SH SEE ALSO
+.BR zstz (1)
+'''
+
+
+def inline(text):
+    """Returns text with the escapes of roff, and code in bold."""
+    def escape(part):
+        return part.replace("\\", "\\e").replace("-", "\\-")
+
+    parts = re.split(r"(`+)(.+?)\1", text)
+    out = ""
+    for index in range(0, len(parts), 3):
+        out += escape(re.sub(r"\[([^\]]+)\]\([^)]*\)", r"\1", parts[index]).replace("**", ""))
+        if index + 2 < len(parts):
+            out += "\\fB" + escape(parts[index + 2].strip()) + "\\fR"
+    return out
+
+
+def line(text):
+    """Returns a line of text that roff takes for no request."""
+    text = inline(text)
+    return "\\&" + text if text.startswith((".", "'")) else text
+
+
+def rows_of(block):
+    """Returns the cells of each row of a table."""
+    rows = [[cell.strip() for cell in re.split(r"(?<!\\)\|", row)[1:-1]] for row in block]
+    return [rows[0], *rows[2:]]
+
+
+def dialects_of(cell):
+    return re.findall(r"`([^`]+)`", cell)
+
+
+def parts_of(title, cell):
+    """Returns the parts of a cell below "A; B", with their titles."""
+    titles = title.split("; ")
+    cells = cell.split("; ", len(titles) - 1)
+    if len(titles) != len(cells):
+        return [(title, cell)]
+    return [(part[0].upper() + part[1:], value) for part, value in zip(titles, cells)]
+
+
+def describe(tables):
+    """Returns an entry for each dialect, with the cells of all tables as sentences."""
+    entries = {}
+    for header, *rows in tables:
+        for cells in rows:
+            for name in dialects_of(cells[0]):
+                entries.setdefault(name, []).extend(
+                    f"{title}: {cell}." for column in zip(header[1:], cells[1:])
+                    for title, cell in parts_of(*column))
+    out = [".SH DIALECTS"]
+    for name, sentences in entries.items():
+        out += [".TP", "\\fB" + inline(name) + "\\fR"]
+        for index, sentence in enumerate(sentences):
+            out += [".br"] * (index > 0) + [line(sentence)]
+    return out
+
+
+def blocks_of(text):
+    """Returns the kind and the lines of each block: heading, table, list, code or text."""
+    for block in re.split(r"\n\s*\n", text.strip()):
+        lines = block.split("\n")
+        kind = ("heading" if block.startswith("#") else "table" if block.startswith("|") else
+                "list" if block.startswith("- ") else "code" if block.startswith("```") else "text")
+        yield kind, lines
+
+
+def page():
+    document = DOCUMENT.read_text()
+    section = re.search(r"^## Other dialects\n(.*?)^## ", document, re.S | re.M).group(1)
+    tables = []
+    rest = []
+    for kind, lines in blocks_of(section):
+        if kind == "table":
+            tables.append(rows_of(lines))
+        elif kind == "heading":
+            rest += [".SH " + inline(lines[0].lstrip("# ").upper())]
+        elif kind == "list":
+            for item in re.split(r"\n- ", "\n" + "\n".join(lines))[1:]:
+                rest += [".IP \\(bu 2", line(" ".join(item.split()))]
+        elif kind == "code":
+            rest += [".PP", ".nf", *(line("    " + code) for code in lines[1:-1]), ".fi"]
+        elif lines != ["Names and repeated keys:"]:
+            text = re.sub(r"; the manual page .*?\.py`", "", " ".join(lines))
+            rest += [".PP", line(text.replace("the table below gives", "the lists below give"))]
+    first = rest.index(next((part for part in rest if part.startswith(".IP")), ".PP"))
+    return (START + "\n".join(rest[:first]) + "\n" + "\n".join(describe(tables)) +
+            "\n.SH RULES OF ALL DIALECTS\n" + "\n".join(rest[first:]) + "\n" + END)
+
+
+def main():
+    if sys.argv[1:] == ["--check"]:
+        if PAGE.read_text() != page():
+            sys.exit(f"{PAGE}: differs from {DOCUMENT}; run tools/dev/dialects_page.py")
+    elif sys.argv[1:]:
+        sys.exit(__doc__)
+    else:
+        PAGE.write_text(page())
+
+
+if __name__ == "__main__":
+    main()
