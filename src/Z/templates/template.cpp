@@ -7,19 +7,19 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 #include "../problems/complaint.h"
+#include "typed_value.h"
 
 namespace ztemplates {
 
 namespace {
 
 using zproblems::quote;
+using LoneLine = zdialects::LineRules::LoneLine;
 
 constexpr char kSpaces[] = " \t\r\v\f";
-constexpr char const* kTrueWords[] = {"yes", "true", "on"};
-constexpr char const* kFalseWords[] = {"no", "false", "off"};
-
 std::string_view trim(std::string_view text)
 {
     size_t const first = std::min(text.find_first_not_of(kSpaces), text.size());
@@ -27,26 +27,6 @@ std::string_view trim(std::string_view text)
     while (!text.empty() && std::string_view(kSpaces).find(text.back()) != text.npos)
         text.remove_suffix(1);
     return text;
-}
-
-bool isWord(std::string const& text, char const* const (&words)[3])
-{
-    return std::any_of(std::begin(words), std::end(words),
-                       [&](char const* word) { return strcasecmp(word, text.c_str()) == 0; });
-}
-
-bool isBoolean(std::string const& text)
-{
-    return isWord(text, kTrueWords) || isWord(text, kFalseWords);
-}
-
-std::optional<double> toNumber(std::string const& text)
-{
-    bool const hasDigit = text.find_first_of("0123456789") != text.npos;
-    bool const isPlain = text.find_first_not_of("+-.0123456789abcdefABCDEFxX") == text.npos;
-    char* end = nullptr;
-    double const value = strtod(text.c_str(), &end);
-    return hasDigit && isPlain && *end == 0 ? std::optional(value) : std::nullopt;
 }
 
 std::string formatNumber(double value)
@@ -76,6 +56,12 @@ std::vector<std::string> splitWords(std::string_view text)
     return words;
 }
 
+std::optional<double> toLimit(std::string_view text)
+{
+    std::optional<Number> const number = toNumber(std::string(trim(text)));
+    return number ? std::optional(number->value) : std::nullopt;
+}
+
 // Returns whether a line of help is a constraint, which is stored in `key`.
 bool takeConstraint(std::string_view line, TemplateKey& key)
 {
@@ -87,8 +73,8 @@ bool takeConstraint(std::string_view line, TemplateKey& key)
         size_t const dots = limits->find("..");
         if (dots == limits->npos)
             return false;
-        key.least = toNumber(std::string(trim(limits->substr(0, dots))));
-        key.most = toNumber(std::string(trim(limits->substr(dots + 2))));
+        key.least = toLimit(limits->substr(0, dots));
+        key.most = toLimit(limits->substr(dots + 2));
         return key.least.has_value() || key.most.has_value();
     }
     auto const rest = after(line, "required");
@@ -99,15 +85,20 @@ bool takeConstraint(std::string_view line, TemplateKey& key)
     return false;
 }
 
-// Returns the position of "=" in "key = default"; npos for any other line. A sentence with "=" has
-// several words before it.
-size_t findSign(std::string_view line)
+// Returns whether a comment that reads as a key is meant as one: a sentence with "=" has several
+// words before it.
+bool isName(std::string_view name, bool hasBlanks)
 {
-    size_t const sign = line.find('=');
-    std::string_view const name = trim(line.substr(0, sign));
-    bool const isName =
-        sign != line.npos && !name.empty() && name.find_first_of(" \t\"'`(") == name.npos;
-    return isName ? sign : line.npos;
+    return !name.empty() && name.find_first_of(hasBlanks ? "\t\"'`(" : " \t\"'`(") == name.npos;
+}
+
+// Returns whether a line or comment has a key and a separator. In some dialects, a key without a
+// value needs none.
+bool isAssignment(zlines::LineKind kind, std::string_view line, zlines::Dialect const& dialect)
+{
+    bool const endsWithSeparator =
+        !line.empty() && dialect.separatorBytes().find(line.back()) != std::string_view::npos;
+    return kind == zlines::valueLine || (kind == zlines::keyOnlyLine && endsWithSeparator);
 }
 
 // Returns the edit distance of two names, in changed, added and removed bytes.
@@ -165,9 +156,9 @@ std::string TemplateKey::check(std::string const& value) const
             list += (list.empty() ? "" : ", ") + choice;
         return quote(value) + " is not one of the values; use one of " + list;
     }
-    if (type == boolean && !isBoolean(value) && value != "0" && value != "1")
+    if (type == boolean && !toBoolean(value))
         return quote(value) + " is not a boolean; use yes or no";
-    std::optional<double> const parsed = toNumber(value);
+    std::optional<double> const parsed = toLimit(value);
     if ((type == number || least || most) && !parsed)
         return quote(value) + " is not a number; use digits, such as " +
                (defaultValue.empty() ? "10" : defaultValue);
@@ -179,49 +170,80 @@ std::string TemplateKey::check(std::string const& value) const
     return {};
 }
 
-Template::Template(std::string_view text)
+Template::Template(std::string_view text, zlines::SharedDialect dialect)
+    : dialect_(std::move(dialect))
 {
+    parse(text);
+}
+
+// A comment that reads as a header or as a key, without its mark, is one.
+void Template::parse(std::string_view text)
+{
+    zlines::Dialect const& dialect = *dialect_;
+    zdialects::LineRules const rules(dialect);
+    std::vector<zlines::Line> lines;
+    dialect.split(text, lines);
     std::vector<std::string> help;
     addStanza("");
-    while (!text.empty()) {
-        size_t const end = std::min(text.find('\n'), text.size());
-        std::string_view line = trim(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-        bool const isComment = line.starts_with('#') || line.starts_with(';');
-        while (line.starts_with('#') || line.starts_with(';'))
-            line.remove_prefix(1);
-        line = trim(line);
-        bool const isHeader = line.starts_with('[') && line.ends_with(']');
-        size_t const sign = isHeader ? line.npos : findSign(line);
-        if (isHeader) {
-            addStanza(line.substr(1, line.size() - 2));
+    std::string space;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        zlines::Line const& line = lines[i];
+        size_t const end = i + 1 < lines.size() ? lines[i + 1].begin : text.size();
+        std::string_view words = text.substr(line.begin, end - line.begin);
+        words = trim(words.substr(0, words.find_last_not_of('\n') + 1));
+        bool const isComment = words.starts_with('#') || words.starts_with(';');
+        bool const hasBlanks = words.starts_with(';') && rules.dropsBlanks();
+        while (words.starts_with('#') || words.starts_with(';'))
+            words.remove_prefix(1);
+        words = trim(words);
+        LoneLine const lone = isComment ? rules.readAlone(words) : LoneLine{};
+        bool const isHeader = isComment ? lone.kind == zlines::headerLine && words.ends_with(']')
+                                        : line.kind == zlines::headerLine;
+        auto const kind = static_cast<zlines::LineKind>(line.kind);
+        bool const isKey = isAssignment(isComment ? lone.kind : kind, words, dialect) &&
+                           (!isComment || isName(lone.name, hasBlanks));
+        if (isHeader)
+            addStanza(isComment ? lone.name : rules.stanzaName(text, line));
+        else if (isKey && isComment)
+            addKey(lone.name, lone.value, help);
+        else if (isKey)
+            addKey(rules.keyName(text, line),
+                   kind == zlines::valueLine ? std::string(dialect.value(text, line, space)) : "",
+                   help);
+        if (isComment && !isHeader && !isKey)
+            help.emplace_back(words);
+        else
             help.clear();
-        } else if (sign != line.npos) {
-            addKey(line, sign, help);
-            help.clear();
-        } else if (isComment) {
-            help.emplace_back(line);
-        } else {
-            help.clear();
-        }
     }
 }
 
-void Template::addStanza(std::string_view name)
+void Template::addStanza(std::string const& name)
 {
-    std::erase(stanzas_, name);
-    stanzas_.emplace_back(name);  // the current stanza is the last
+    current_ = name;
+    if (stanzaIndex_.emplace(stanzaIdentity(name), stanzas_.size()).second)
+        stanzas_.push_back(name);
 }
 
-void Template::addKey(std::string_view line, size_t sign, std::vector<std::string>& help)
+std::string Template::stanzaIdentity(std::string_view name) const
 {
-    std::string_view const name = trim(line.substr(0, sign));
-    if (find(stanzas_.back(), name) != nullptr)
+    bool const isTop = !name.empty() && name == dialect_->topStanza();
+    return isTop ? "" : zdialects::LineRules(*dialect_).stanzaIdentity(name);
+}
+
+std::string Template::identityOf(std::string_view stanza, std::string_view key) const
+{
+    return stanzaIdentity(stanza) + '\n' + zdialects::LineRules(*dialect_).keyIdentity(key);
+}
+
+void Template::addKey(std::string const& name, std::string const& value,
+                      std::vector<std::string>& help)
+{
+    if (!keyIndex_.emplace(identityOf(current_, name), keys_.size()).second)
         return;
     TemplateKey key;
-    key.stanza = stanzas_.back();
+    key.stanza = current_;
     key.name = name;
-    key.defaultValue = trim(line.substr(sign + 1));
+    key.defaultValue = value;
     for (std::string const& text : help)
         if (!takeConstraint(text, key))
             key.help.push_back(text);
@@ -229,23 +251,23 @@ void Template::addKey(std::string_view line, size_t sign, std::vector<std::strin
         key.help.pop_back();
     while (!key.help.empty() && key.help.front().empty())
         key.help.erase(key.help.begin());
-    key.type = isBoolean(key.defaultValue)  ? TemplateKey::boolean
-               : toNumber(key.defaultValue) ? TemplateKey::number
-                                            : TemplateKey::text;
+    // A digit is a number. A letter is a boolean only where the type is known.
+    key.type = toNumber(value)                        ? TemplateKey::number
+               : value.size() > 1 && toBoolean(value) ? TemplateKey::boolean
+                                                      : TemplateKey::text;
+    keysOfStanza_[stanzaIdentity(current_)].push_back(name);
     keys_.push_back(std::move(key));
 }
 
 bool Template::hasStanza(std::string_view stanza) const
 {
-    return std::find(stanzas_.begin(), stanzas_.end(), stanza) != stanzas_.end();
+    return stanzaIndex_.contains(stanzaIdentity(stanza));
 }
 
 TemplateKey const* Template::find(std::string_view stanza, std::string_view key) const
 {
-    auto const found = std::find_if(keys_.begin(), keys_.end(), [&](TemplateKey const& known) {
-        return known.stanza == stanza && known.name == key;
-    });
-    return found == keys_.end() ? nullptr : &*found;
+    auto const found = keyIndex_.find(identityOf(stanza, key));
+    return found == keyIndex_.end() ? nullptr : &keys_[found->second];
 }
 
 std::string Template::nearestStanza(std::string_view name) const
@@ -255,11 +277,8 @@ std::string Template::nearestStanza(std::string_view name) const
 
 std::string Template::nearestKey(std::string_view stanza, std::string_view name) const
 {
-    std::vector<std::string> names;
-    for (TemplateKey const& key : keys_)
-        if (key.stanza == stanza)
-            names.push_back(key.name);
-    return nearest(name, names);
+    auto const keys = keysOfStanza_.find(stanzaIdentity(stanza));
+    return keys == keysOfStanza_.end() ? "" : nearest(name, keys->second);
 }
 
 }  // namespace ztemplates

@@ -4,10 +4,14 @@
 // "one of: a b", "range: 1..100" and "required". The type of a key is the type of its default.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "../dialects/line_rules.h"
+#include "../stanza/stanza_dialect.h"
 
 namespace ztemplates {
 
@@ -33,8 +37,10 @@ struct TemplateKey {
 
 class Template {
 public:
-    /// Reads a template. Contents without such comments have no keys.
-    explicit Template(std::string_view text);
+    /// Reads a template, whose lines, names and values follow a dialect. A comment may start with
+    /// "#" or ";". Contents without such comments have no keys.
+    explicit Template(std::string_view text,
+                      zlines::SharedDialect dialect = zstanza::sharedStanzaDialect());
 
     std::vector<TemplateKey> const& keys() const { return keys_; }
     std::vector<std::string> const& stanzas() const { return stanzas_; }
@@ -49,11 +55,21 @@ public:
     std::string nearestKey(std::string_view stanza, std::string_view name) const;
 
 private:
-    void addStanza(std::string_view name);
-    void addKey(std::string_view line, size_t sign, std::vector<std::string>& help);
+    void parse(std::string_view text);
+    void addStanza(std::string const& name);
+    void addKey(std::string const& name, std::string const& value, std::vector<std::string>& help);
+    std::string stanzaIdentity(std::string_view name) const;  // empty: above the first header
+    std::string identityOf(std::string_view stanza, std::string_view key) const;
 
+    zlines::SharedDialect dialect_;
     std::vector<TemplateKey> keys_;
     std::vector<std::string> stanzas_;
+    std::string current_;  // stanza
+
+    // By identity.
+    std::map<std::string, size_t> stanzaIndex_;
+    std::map<std::string, size_t> keyIndex_;
+    std::map<std::string, std::vector<std::string>> keysOfStanza_;
 };
 
 }  // namespace ztemplates

@@ -1,0 +1,88 @@
+#include "line_rules.h"
+
+#include <vector>
+
+#include "switched_dialect.h"
+
+namespace zdialects {
+
+using zlines::Line;
+
+namespace {
+
+// Returns null for the stanza format.
+SwitchedDialect const* switched(zlines::Dialect const& dialect)
+{
+    return dynamic_cast<SwitchedDialect const*>(&dialect);
+}
+
+}  // namespace
+
+std::string LineRules::stanzaName(std::string_view text, Line const& header) const
+{
+    std::string space;
+    SwitchedDialect const* const rules = switched(dialect_);
+    return std::string(rules != nullptr ? rules->writtenStanza(text, header, space)
+                                        : dialect_.stanzaName(text, header, space));
+}
+
+std::string LineRules::keyName(std::string_view text, Line const& line) const
+{
+    std::string space;
+    SwitchedDialect const* const rules = switched(dialect_);
+    return std::string(rules != nullptr ? rules->writtenKey(text, line, space)
+                                        : dialect_.keyName(text, line, space));
+}
+
+std::string LineRules::stanzaIdentity(std::string_view name) const
+{
+    constexpr std::string_view kFirst = "]1";
+    if (!dialect_.joinsHeaders() && name.ends_with(kFirst) && name != ".]1")
+        name.remove_suffix(kFirst.size());
+    std::string space;
+    return std::string(dialect_.comparableStanza(name, space));
+}
+
+std::string LineRules::keyIdentity(std::string_view name) const
+{
+    std::string space;
+    return std::string(dialect_.comparableKey(name, space));
+}
+
+bool LineRules::hasResets() const
+{
+    SwitchedDialect const* const rules = switched(dialect_);
+    return rules != nullptr && rules->switches().emptyValues == EmptyValues::reset;
+}
+
+bool LineRules::dropsBlanks() const
+{
+    SwitchedDialect const* const rules = switched(dialect_);
+    return rules != nullptr && rules->switches().dropBlanks;
+}
+
+LineRules::LoneLine LineRules::readAlone(std::string_view line) const
+{
+    std::string text;
+    dialect_.appendHeader("a", text);
+    text += '\n';
+    size_t const begin = text.size();
+    text.append(line).append("\n");
+    std::vector<Line> lines;
+    dialect_.split(text, lines);
+    for (Line const& read : lines) {
+        if (read.begin != begin)
+            continue;
+        std::string space;
+        auto const kind = static_cast<zlines::LineKind>(read.kind);
+        std::string const name = kind == zlines::headerLine ? stanzaName(text, read)
+                                 : read.isKey()             ? keyName(text, read)
+                                                            : "";
+        std::string_view const value =
+            kind == zlines::valueLine ? dialect_.value(text, read, space) : "";
+        return {kind, name, std::string(value)};
+    }
+    return {zlines::otherLine, "", ""};
+}
+
+}  // namespace zdialects
