@@ -75,14 +75,14 @@ SET = rows(
 ADD = rows(
     "add",
     (["listener", "port", "1"], changed((b"8443\n", b"8443\n  port = 1\n"))),
-    (["listener", "port", "8080"], SAME),
+    (["listener", "port", "8080", "-q"], SAME),
     (["listener", "port", "1", "--first"], changed((b"  port = 8080", b"  port = 1\n  port = 8080"))),
     (["listener", "port", "1", "--before", "8443"],
      changed((b"  port = 8443", b"  port = 1\n  port = 8443"))),
     (["listener", "port", "1", "--behind", "8080"],
      changed((b"  port = 8443", b"  port = 1\n  port = 8443"))),
     (["listener", "port", "1", "--behind", "8443"], changed((b"8443\n", b"8443\n  port = 1\n"))),
-    (["listener", "port", "8080", "--behind", "8443"], SAME),
+    (["listener", "port", "8080", "--behind", "8443", "-q"], SAME),
     (["listener", "port", "1", "--before", "2"], (NOT_FOUND, b'has no value "2"')),
     (["listener", "none", "1", "--before", "2"], (NOT_FOUND, b'has no value "2"')),
     (["upstream", "new", "1", "--first"], changed((b"weight = 1\n", b"weight = 1\nnew = 1\n"))),
@@ -183,7 +183,7 @@ FMT = [
      {"f": b"#c\n\n\n[a]\nk = v\nk = w\n"}),
     ("fmt twice", {"f": b"[a]\nk = v\n"}, ["fmt", "f"], b"", DONE, None),
     ("fmt refuses", {"f": b"[a]\nk =\nk = v\n"}, ["fmt", "f"],
-     b"f:2: not saved: ", REFUSED, None),
+     b"f:2:1: not saved: ", REFUSED, None),
 ]
 
 RENAME += [
@@ -283,7 +283,7 @@ class ChangeTest(tool.ToolTest):
             ("suffix", {"f": text, "f.old": b"x"}, ["set", "f", "a", "k", "w", "--backup=.old"],
              b"", DONE, {"f": after, "f.old": text}),
             ("no change", {"f": text}, ["set", "f", "a", "k", "v", "--backup"], b"", DONE, None),
-            ("dry run", {"f": text}, ["add", "f", "a", "k", "v", "--backup", "-n"], b"", DONE, None),
+            ("dry run", {"f": text}, ["add", "f", "a", "k", "v", "--backup", "-nq"], b"", DONE, None),
             ("refused", {"f": text}, ["unset", "f", "b", "k", "--backup"], b"no stanza",
              NOT_FOUND, None),
             ("new file", {}, ["set", "f", "a", "k", "w", "--create", "--backup"], b"", DONE,
@@ -291,6 +291,32 @@ class ChangeTest(tool.ToolTest):
             ("no suffix", {"f": text}, ["set", "f", "a", "k", "w", "--backup="],
              b"--backup: must not be empty", USAGE, None),
         ])
+
+    def test_add_notes_a_value_that_exists(self):
+        self.write_files({"f": TEXT})
+        run = self.run_in_directory("add", "f", "listener", "port", "8080")
+        self.assertEqual((DONE, b"", b'zstz: f: note: key "port" in [listener] has the value already\n'),
+                         (run.returncode, run.stdout, run.stderr))
+        self.assertEqual({"f": TEXT}, self.read_files())
+
+    def test_a_backup_has_the_old_obfuscated_values(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="old")
+        self.path.chmod(0o640)
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", "--backup",
+                    given="new")
+        self.expect(DONE, "", "unset", self.file, "upstream", "password", "--backup=.2")
+        for file, value in ((self.file + "~", "old"), (self.file + ".2", "new")):
+            self.expect(DONE, value + "\n", "get", file, "upstream", "password")
+            for path in (file, file + ".obf"):
+                self.assertEqual(0o640, stat.S_IMODE(os.stat(path).st_mode), path)
+        self.expect(DONE, "", "set", self.file + "~", "upstream", "password", "--obfuscated",
+                    given="other")
+        self.expect(DONE, "new\n", "get", self.file + ".2", "upstream", "password")
+
+    def test_a_comment_above_an_obfuscated_key_is_refused(self):
+        self.expect(DONE, "", "set", self.file, "upstream", "password", "--obfuscated", given="x")
+        self.expect_unchanged(REFUSED, 'key "password" in [upstream] has obfuscated values, so it has no '
+                              "line for a comment", "comment", self.file, "upstream", "password", "x")
 
     def test_a_backup_has_the_mode_of_the_file(self):
         self.path.chmod(0o640)

@@ -40,7 +40,7 @@ DIFF = rows(
      b" [old]\n", DIFFERS, A.replace(b"m =", b"m = v")),
     (["--text", "a", "a"], b"", DONE),
     (["a", "none"], b"none: cannot open", NO_ACCESS),
-    (["a", "-"], b"standard input:1: ", INVALID_DATA, b"x\n"),
+    (["a", "-"], b"standard input:1:1: ", INVALID_DATA, b"x\n"),
     (["a"], b"B is required", USAGE),
     (["-", "-"], b"only one file can be standard input", USAGE, A),
 )
@@ -110,7 +110,7 @@ DIALECTS = rows(
     (["setup.cfg"], b"python: by the name of the file\n", DONE),
     (["--format=json", "x.conf"],
      b'{"file": "x.conf", "dialect": "stanza", "text": '
-     b'"no other format is the only user of such a name"}\n', DONE),
+     b'"the default, because the name of the file implies no other dialect"}\n', DONE),
     (["--format=lines", "a/b.network"], b"a/b.network\tnetworkd\n", DONE),
     (["--dialect", "git", "setup.cfg"], b"git: by --dialect\n", DONE),
 )

@@ -3,6 +3,9 @@
 usage: completion_test.py TOOL [unittest arguments]"""
 import os
 import pathlib
+import pty
+import re
+import select
 import shutil
 import subprocess
 import unittest
@@ -11,6 +14,8 @@ import tool
 from tool import DONE, NOT_FOUND, USAGE
 
 FILE = b"[listener]\nport = 80\nport = 81\nname = front door\n[the upstream]\nweight = 1\n"
+
+GIT = b'[remote "origin"]\n\turl = x\n\tflag\n'
 
 # Words of a command line, the last one incomplete; the candidates, None for file names.
 ROWS = [
@@ -41,7 +46,25 @@ ROWS = [
     (["completion", ""], ["bash", "zsh", "fish"]),
     (["java", "f", "g"], ["get"]),
     (["lock", ""], []),
+    (["help", "wat"], ["watch"]),
+    (["get", "--dialect", "sy"], ["systemd", "sysctl"]),
+    (["get", "--dialect=sy"], ["--dialect=systemd", "--dialect=sysctl"]),
+    (["get", "--dialect", "=", "sy"], ["systemd", "sysctl"]),
+    (["get", "--format=j"], ["--format=json"]),
+    (["get", "--format", "="], ["plain", "json", "sh", "lines"]),
+    (["set", "f", "listener", "port", "--old", ""], ["80", "81"]),
+    (["get", "smb.conf", ""], ["Global"]),
+    (["get", "smb.conf", "global", "create"], ["create mask"]),
+    (["get", ".gitconfig", "re"], ["remote.origin"]),
+    (["get", ".gitconfig", 'remote "origin"', ""], ["url", "flag"]),
+    (["get", "x", "--dialect", "git", "remote.origin", "u"], ["url"]),
+    (["get", "--dialect=git", "x", "REMOTE.origin", "u"], ["url"]),
 ]
+
+
+def quoted_word(word):
+    """Returns a word as a user types it."""
+    return re.sub(r'([ "])', r"\\\1", word)
 
 
 def words_of(arguments):
@@ -51,7 +74,8 @@ def words_of(arguments):
 class CompletionTest(tool.ToolTest):
     def setUp(self):
         super().setUp()
-        self.write_files({"f": FILE})
+        self.write_files({"f": FILE, "smb.conf": b"[Global]\n; c\ncreate mask = 1\nword\n",
+                          ".gitconfig": GIT, "x": GIT})
 
     def test_candidates(self):
         for words, expected in ROWS:
@@ -98,7 +122,7 @@ class CompletionTest(tool.ToolTest):
     @unittest.skipUnless(shutil.which("bash"), "bash is not installed")
     def test_bash(self):
         def complete(words):
-            quoted = " ".join("'" + word.replace(" ", "\\ ") + "'" for word in words)
+            quoted = " ".join("'" + quoted_word(word) + "'" for word in words)
             return (f"source <(zstz completion bash); COMP_WORDS=(zstz {quoted}); "
                     f"COMP_CWORD={len(words)}; _zstz; "
                     '[ ${#COMPREPLY[@]} = 0 ] || printf "%s\\n" "${COMPREPLY[@]}"')
@@ -106,10 +130,64 @@ class CompletionTest(tool.ToolTest):
         self.assertEqual(["complete -F _zstz zstz"], self.run_shell(
             ["bash", "--norc"], "source <(zstz completion bash); complete -p zstz"))
 
+    @unittest.skipUnless(shutil.which("bash"), "bash is not installed")
+    def test_bash_reads_words_as_a_shell(self):
+        rows = (('"the u', ["the upstream"]), ("'the u", ["the upstream"]), ("the\\ u", ["the\\ upstream"]),
+                ("th\"e u\"", ["the\\ upstream"]), ("'a\"", ['a"b `$c']), ('"a\\"', ['a\\"b \\`\\$c']),
+                ('a\\"', ['a\\"b\\ \\`\\$c']))
+        self.write_files({"f": FILE + b"[a\"b `$c]\n"})
+        for file in ("f", "~/f"):
+            for word, expected in rows:
+                typed = word.replace("'", "'\\''")
+                found = self.run_shell(
+                    ["bash", "--norc"],
+                    f"source <(zstz completion bash); COMP_WORDS=(zstz get '{file}' '{typed}'); "
+                    'COMP_CWORD=3; _zstz; printf "%s\\n" "${COMPREPLY[@]}"')
+                self.assertEqual(expected, found, word)
+
+    @unittest.skipUnless(shutil.which("bash"), "bash is not installed")
+    def test_bash_completes_inside_a_quote_at_a_terminal(self):
+        self.write_files({"f": FILE.replace(b"weight = 1", b"weight = 4711")})
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(self.directory.name)
+            os.environ.pop("QVRDIR", None)
+            os.environ["PATH"] = f"{pathlib.Path(tool.TOOL).parent}:{os.environ['PATH']}"
+            os.environ.update(TERM="dumb", LC_ALL="C.UTF-8", HISTFILE="")
+            os.execvp("bash", ["bash", "--norc", "--noprofile", "-i"])
+        self.addCleanup(os.waitpid, child, 0)
+        self.addCleanup(os.close, terminal)
+        os.write(terminal, b'source <(zstz completion bash)\rzstz get f "the u\tw\t\r')
+        seen = b""
+        while b"4711" not in seen:
+            self.assertTrue(select.select([terminal], [], [], tool.HANGS)[0], seen)
+            seen += os.read(terminal, 4096)
+        self.assertIn(b'"the upstream" weight', seen)
+        os.write(terminal, b"exit\r")
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+    def test_zsh_reads_words_as_a_shell(self):
+        for words, expected in (("get ~/f 'th'", ["the upstream"]), ("get f '\"the u'", ["the upstream"]),
+                                ("get f --format=j", ["--format=json"])):
+            found = self.run_shell(
+                ["zsh", "-f"],
+                'compadd() { shift; print -l -- "$@"; }; _files() { print files; }; source <(zstz '
+                f"completion zsh); words=(zstz {words.replace('~', chr(92) + '~')}); "
+                "CURRENT=$#words; _zstz")
+            self.assertEqual(expected, found, words)
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
+    def test_fish_reads_words_as_a_shell(self):
+        for line, expected in (("zstz get ~/f th", ["the upstream"]), ('zstz get f "the u', ["the upstream"]),
+                               ("zstz get f --format=j", ["--format=json"])):
+            found = self.run_shell(["fish", "--no-config"],
+                                   f"zstz completion fish | source; complete -C '{line}'")
+            self.assertEqual(expected, [entry.split("\t")[0] for entry in found], line)
+
     @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
     def test_zsh(self):
         def complete(words):
-            quoted = " ".join("'" + word.replace(" ", "\\ ") + "'" for word in words)
+            quoted = " ".join("'" + quoted_word(word) + "'" for word in words)
             return ('compadd() { shift; print -l -- "$@"; }; _files() { print files; }; '
                     f"source <(zstz completion zsh); words=(zstz {quoted}); "
                     f"CURRENT={len(words) + 1}; _zstz")
@@ -122,10 +200,10 @@ class CompletionTest(tool.ToolTest):
     @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
     def test_fish(self):
         def complete(words):
-            line = "zstz " + " ".join(word.replace(" ", "\\ ") for word in words)
+            line = "zstz " + " ".join(map(quoted_word, words))
             return f"zstz completion fish | source; complete -C '{line}'"
         for words, expected in ROWS:
-            if expected is None or words[-1].startswith("-") or "--" in words:
+            if expected is None or words[-1].startswith("-") or "--" in words or "=" in words:
                 continue
             with self.subTest(words):
                 found = self.run_shell(["fish", "--no-config"], complete(words))

@@ -6,6 +6,7 @@ from tool import DONE, INVALID_DATA, INVALID_VALUE, NOT_FOUND, REFUSED, USAGE
 GIT = b'[core]\n\tbare = false ; c\n\tpath = "a b"\n[remote "Origin"]\n\turl = x\n\turl = y\n\tflag\n'
 PYTHON = b"[a]\nKey: v\n   w\n# c\nother = 1\n"
 UNIT = b"[Service]\nExecStart=/bin/a\nExecStart=\nExecStart=/bin/b\n"
+PEERS = b"[Peer]\nK=1\n[Peer]\nK=2\n"
 WINDOWS = b"[a]\r\nk=1\r\nK=2\r\n"
 
 
@@ -34,8 +35,45 @@ READ = [
     row("systemd", UNIT, ["get", "Service", "ExecStart", "--raw"], b"/bin/a\n\n/bin/b\n"),
     row("windows", WINDOWS, ["get", "A", "k"], b"1\n"),
     row("ini", b"k = 1\n[a]\n", ["get", ".", "k"], b"1\n"),
-    row("git", b"[a\n", ["get", "a", "k"], b"zstz: f:1: ", INVALID_DATA),
-    row("git", GIT, ["fmt"], b"supports only the dialect stanza", REFUSED),
+    row("git", b"[a\n", ["get", "a", "k"], b"zstz: f:1:1: ", INVALID_DATA),
+    row("git", GIT, ["get", 'remote "Origin"', "url", "--all"], b"x\ny\n"),
+    row("git", GIT, ["keys", '[remote "Origin"]'], b"url\nflag\n"),
+    row("git", GIT, ["get", 'remote "origin"', "url"], b"no stanza [remote.origin]", NOT_FOUND),
+    row("git", GIT, ["list", "CORE"], b"[core]\nbare = false\npath = a b\n"),
+    row("git", GIT, ["list", "CORE", "Bare"], b"[core]\nbare = false\n"),
+    row("git", GIT, ["list", "remote.Origin"], b"[remote.Origin]\nurl = x\nurl = y\nflag\n"),
+    row("git", GIT, ["keys", "Core"], b"bare\npath\n"),
+    row("git", GIT, ["get", "core", "bare", "--as", "boolean"], b"no\n"),
+    row("git", GIT, ["get", "remote.Origin", "flag", "--as", "boolean"], b"yes\n"),
+    row("git", GIT, ["get", "remote.Origin", "flag", "--as", "number"],
+        b'key "flag" in [remote.Origin] has no value, so it is not a number', INVALID_VALUE),
+    row("mysql", b"[m]\nskip\n", ["get", "m", "skip", "--as", "boolean"], b"yes\n"),
+    row("mysql", b"[m]\nskip\n", ["list"], b"[m]\nskip\n"),
+    row("php", b"[a]\nengine = Off\nn = -1\nf = 2.50\nx = 1k\n",
+        ["get", "a", "engine", "--as", "boolean"], b"no\n"),
+    row("php", b"[a]\nn = -1\n", ["get", "a", "n", "--as", "number"], b"-1\n"),
+    row("php", b"[a]\nf = 2.50\n", ["get", "a", "f", "--as", "number"], b"2.50\n"),
+    row("php", b"[a]\nx = 1k\n", ["get", "a", "x", "--as", "number"], b'"1k" is not a number',
+        INVALID_VALUE),
+    row("php", b"[a]\nx =\n", ["get", "a", "x", "--as", "number"], b'"" is not a number',
+        INVALID_VALUE),
+    row("php", b"[a]\nx =\n", ["get", "a", "x", "--as", "boolean"], b"no\n"),
+    row("samba", b"[A b]\nCreate Mask = 1\n", ["list", "a B", "createmask"],
+        b"[A b]\nCreate Mask = 1\n"),
+    row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart"],
+        b"has no value below the empty one, which resets it; pass --raw", NOT_FOUND),
+    row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart", "--default", "x"], b"x\n"),
+    row("systemd", UNIT + b"ExecStart=\n", ["get", "Service", "ExecStart", "--all"], b""),
+    row("windows", WINDOWS, ["get", "a", "k", "--line"], b"2\n"),
+    row("python", PYTHON, ["get", "a", "key", "--line"], b"2\n"),
+    row("networkd", PEERS, ["get", "Peer", "K"], b"1\n"),
+    row("networkd", PEERS, ["get", "Peer]1", "K", "--line"], b"2\n"),
+    row("networkd", PEERS, ["keys", "Peer]1"], b"K\n"),
+    row("networkd", PEERS, ["list", "Peer]1"], b"[Peer]\nK = 1\n"),
+    row("networkd", PEERS, ["list", "Peer]2", "K"], b"[Peer]2]\nK = 2\n"),
+    row("kconfig", b"[]\nk=1\n", ["list", "--format", "json"], b'{"": {"k": ["1"]}}\n'),
+    row("python", PYTHON, ["get", "", "k"], b"STANZA: must not be empty; the keys above the first header "
+        b"are in .", USAGE),
 ]
 
 CHANGE = [
@@ -68,21 +106,126 @@ CHANGE = [
 ]
 
 
-UNITS = {"a.service": UNIT, "b.service": UNIT + b"Type=simple\n", "c.service": UNIT}
+AMBIGUOUS = [
+    row("networkd", PEERS, arguments, b"f: 2 stanzas have the name [Peer]; use \"Peer]1\" or \"Peer]2\"",
+        REFUSED)
+    for arguments in (["set", "Peer", "K", "9"], ["set", "Peer", "K", "9", "--raw"],
+                      ["add", "Peer", "K", "9"], ["unset", "Peer", "K"], ["unset", "Peer", "--stanza"],
+                      ["rename", "Peer", "Q"], ["rename", "Peer", "K", "J"], ["comment", "Peer", "x"],
+                      ["comment", "Peer", "K", "x"], ["comment", "Peer", "K", "--off"],
+                      ["comment", "Peer", "K", "--on"])
+] + [
+    row("networkd", PEERS, ["set", "Peer]1", "K", "9"], b"", DONE, PEERS.replace(b"K=1", b"K=9")),
+    row("networkd", PEERS, ["set", "Peer]2", "K", "9"], b"", DONE, PEERS.replace(b"K=2", b"K=9")),
+    row("networkd", PEERS, ["comment", "Peer]1", "K", "--off"], b"", DONE,
+        PEERS.replace(b"K=1", b"# K=1")),
+    row("networkd", PEERS + b"[Peer]\n", ["unset", "Peer", "K"], b'use "Peer]1" to "Peer]3"', REFUSED),
+]
+
+TEMPLATE = (b"; The office.\n[global]\n# required\n; workgroup = OFFICE\n;   create mask = 0700\n"
+            b"; one of: a b\n; map to guest = a\n; log = yes\n")
+SMB = b"[Global]\n  Map To Guest = c\n  createmask = x\nlog = on\nunknwn = 1\nword\n"
+LINTED = (b'smb.conf:1:1: key "workgroup" in [global] is required and missing; add it, such as "OFFICE"\n'
+          b'smb.conf:2:18: key "Map To Guest" in [Global]: "c" is not one of the values; use one of a, b\n'
+          b'smb.conf:3:16: key "createmask" in [Global]: "x" is not a number; use digits, such as 0700\n'
+          b'smb.conf:5:1: unknown key "unknwn" in [Global]; remove it\n'
+          b'smb.conf:6:1: note: "word": ')
 
 
 class DialectsTest(tool.ToolTest):
     def test_reading(self):
         self.expect_rows(READ)
 
-    def test_verbs_for_stanza_files_refuse_files_of_another_dialect(self):
-        refused = b"supports only the dialect stanza, and the file is of the dialect systemd"
-        self.expect_rows([
-            (" ".join(arguments), UNITS, arguments, refused, REFUSED, UNITS)
-            for arguments in (["doc", "a.service"], ["fmt", "a.service"])])
-
     def test_changing(self):
         self.expect_rows(CHANGE)
+
+    def test_a_name_of_several_stanzas_is_refused(self):
+        self.expect_rows(AMBIGUOUS)
+        self.expect_rows([("edit", {"f": PEERS}, ["edit", "f", "--dialect", "networkd"],
+                           b"standard input:1: 2 stanzas have the name [Peer]", REFUSED, None,
+                           b"set Peer K 9\n")])
+
+    def test_add_adds_a_value_that_is_reset(self):
+        service = {"a.service": UNIT}
+        self.expect_rows([
+            ("reset", service, ["add", "a.service", "Service", "ExecStart", "/bin/a"], b"", DONE,
+             {"a.service": UNIT + b"ExecStart=/bin/a\n"}),
+            ("first", service, ["add", "a.service", "Service", "ExecStart", "/bin/a", "--behind",
+                                "/bin/b"], b"", DONE, {"a.service": UNIT + b"ExecStart=/bin/a\n"})])
+        self.write_files(service)
+        run = self.run_in_directory("add", "a.service", "Service", "ExecStart", "/bin/b")
+        self.assertEqual((DONE, b'zstz: a.service: note: key "ExecStart" in [Service] has the value '
+                          b"already\n"), (run.returncode, run.stderr))
+        self.assertEqual(service, self.read_files())
+
+    def test_templates_follow_the_dialect_of_the_file(self):
+        self.write_files({"smb.conf": SMB, "t": TEMPLATE})
+        run = self.run_in_directory("lint", "--template", "t", "smb.conf")
+        self.assertEqual((INVALID_DATA, b""), (run.returncode, run.stderr))
+        self.assertEqual(LINTED, run.stdout[:len(LINTED)])
+        files = {"smb.conf": b"[global]\n", "smb.conf.example": TEMPLATE, "t": b"[a]\n# k = yes\n",
+                 "f": b"[a]\n"}
+        self.expect_rows([
+            ("get", files, ["get", "smb.conf", "GLOBAL", "CreateMask", "--template", "smb.conf.example"],
+             b"0700\n", DONE, None),
+            ("a type", files, ["get", "smb.conf", "global", "createmask", "--as", "number", "--template",
+                               "smb.conf.example"], b"448\n", DONE, None),
+            ("not a number", files, ["get", "f", "a", "k", "--as", "number", "--template", "t"],
+             b'"yes" is not a number', INVALID_VALUE, None),
+            ("not a number by an option", files, ["get", "f", "a", "k", "--as=number", "--default=x"],
+             b'"x" is not a number', INVALID_VALUE, None),
+            ("doc", files, ["doc", "smb.conf.example", "--format", "lines"],
+             b"global\tworkgroup\ttext\tOFFICE\trequired\t\n"
+             b"global\tcreate mask\tnumber\t0700\t\t\n"
+             b"global\tmap to guest\ttext\ta\tone of: a b\t\n"
+             b"global\tlog\tboolean\tyes\t\t\n", DONE, None)])
+
+    def test_a_refusal_suggests_the_dialect_of_the_name(self):
+        self.expect_rows([
+            ("name", {"setup.cfg": PYTHON}, ["get", "setup.cfg", "a", "k", "--dialect", "git"],
+             b"; reads as python; ", INVALID_DATA, None),
+            ("name of a copy", {"smb.conf~": b"[a]\nk\n[b]\nword\n"},
+             ["list", "smb.conf~", "--dialect", "stanza"], b"; reads as samba; ", INVALID_DATA, None),
+            ("twice", {"f": b"[a]\nk=1\n[a]\nj=1\n"}, ["list", "f"], b"reads as ini; ",
+             INVALID_DATA, None),
+            ("peers", {"f": PEERS}, ["list", "f"], b"reads as networkd; ", INVALID_DATA, None)])
+
+    def test_check_reports_every_error(self):
+        self.write_files({"f": b"x\n[a]\ny\n", "php.ini": b"[a]\nk = \"x\nj = 1\n",
+                          "smb.conf": b"[a]\nword\nk=1\nk=2\n"})
+        run = self.run_in_directory("check", "f", "php.ini", "smb.conf")
+        self.assertEqual(INVALID_DATA, run.returncode)
+        lines = run.stderr.splitlines()
+        self.assertEqual([b"zstz: f:1:1: ", b"zstz: f:3:1: ", b"zstz: php.ini:2:"],
+                         [lines[0][:13], lines[1][:13], lines[2][:16]])
+        self.assertEqual([b"smb.conf: 1 stanza, 1 key, 2 values", b"smb.conf:2:1: note: ",
+                          b"smb.conf:3:1: note: "],
+                         [line[:len(expected)] for line, expected in zip(
+                             run.stdout.splitlines(),
+                             [b"smb.conf: 1 stanza, 1 key, 2 values"] + [b"smb.conf:2:1: note: "] * 2)])
+
+    def test_dialects_answers_what_the_other_verbs_take(self):
+        for arguments, environment, expected in (
+                ([], {}, "systemd: by the name of the file and its first header\n"),
+                ([], {"ZSTZ_DIALECT": "git"}, "git: by the variable ZSTZ_DIALECT\n"),
+                (["--dialect", "ini"], {"ZSTZ_DIALECT": "git"}, "ini: by --dialect\n")):
+            self.write_files({"a.service": UNIT})
+            self.expect(DONE, expected, "dialects", *arguments, "a.service", cwd=self.directory.name,
+                        environment=environment)
+        self.expect(DONE, "stanza: the default, because the name of the file implies no other dialect\n",
+                    "dialects", "a.conf")
+
+    def test_a_comment_that_would_not_read_back_is_refused(self):
+        self.expect_rows([
+            row("samba", b"[s]\nk = 1\n", ["comment", "s", "k", "path C:\\"],
+                b'f: the comment "path C:\\" would not read back', INVALID_VALUE),
+            row("env", b"word\nk=v\n", ["unset", ".", "k"],
+                b'f: without key "k" in [.] the file would have neither a header nor a key', REFUSED)])
+
+    def test_standard_input_is_read_once(self):
+        for arguments in (["diff", "-", "-"], ["merge", "-", "-", "f"], ["lint", "-", "-"],
+                          ["lint", "--template", "-", "-"], ["check", "-", "f", "-"]):
+            self.expect(USAGE, "only one file can be standard input", *arguments)
 
     def test_a_script_uses_one_dialect(self):
         self.expect_rows([

@@ -27,8 +27,8 @@ class ErrorsTest(tool.ToolTest):
             self.path.write_text(text)
             for verb in ("check", "stanzas", "list"):
                 with self.subTest(text=text, verb=verb):
-                    self.expect_unchanged(INVALID_DATA, f'{self.file}:{number}: "{line}": ', verb,
-                                          self.file)
+                    self.expect_unchanged(INVALID_DATA, f"{self.file}:{number}:", verb, self.file)
+                    self.expect_unchanged(INVALID_DATA, f': "{line}": ', verb, self.file)
                     self.expect_unchanged(INVALID_DATA, reason, verb, self.file)
         self.expect_unchanged(INVALID_DATA, self.file, "set", self.file, "a", "k", "v")
 
@@ -52,8 +52,9 @@ class ErrorsTest(tool.ToolTest):
         for data, number, line, reason in rows:
             self.path.write_bytes(data)
             with self.subTest(number=number, line=line, reason=reason):
-                place = f"{self.file}:{number}: " + ("" if line is None else f'"{line}": ')
+                place = ": " if line is None else f': "{line}": '
                 self.expect_unchanged(INVALID_DATA, place, "list", self.file)
+                self.expect_unchanged(INVALID_DATA, f"{self.file}:{number}:", "list", self.file)
                 self.expect_unchanged(INVALID_DATA, reason, "list", self.file)
 
     def test_damaged_missing_and_empty_companions_are_reported(self):
@@ -62,7 +63,10 @@ class ErrorsTest(tool.ToolTest):
         self.expect_unchanged(INVALID_DATA, f"zstz: {self.file}.obf: damaged companion file of "
                               f"{self.file}; restore it, or give up its values: remove the line "
                               f'"file = ..." of [configuration-database] from {self.file}\n',
-                              "check", self.file)
+                              "list", self.file)
+        self.expect_unchanged(INVALID_DATA, f"zstz: {self.file}:15:8: damaged companion file "
+                              f"{self.file}.obf; restore it, or remove this line to give up its "
+                              "values\n", "check", self.file)
         pathlib.Path(self.file + ".obf").unlink()
         self.expect_unchanged(NO_ACCESS, f"{self.file}.obf: cannot read the companion file of "
                               f"{self.file}: No such file", "check", self.file)

@@ -120,11 +120,13 @@ class LintTest(tool.ToolTest):
         found = [json.loads(line) for line in run.stdout.splitlines()]
         self.assertEqual([
             {"file": "a", "line": 2, "column": 2, "kind": "note", "stanza": "", "key": "",
+             "old": None, "new": None,
              "text": f"--normalise changes the whitespace of this line; {SPACING}"},
             {"file": "a", "line": 3, "column": 1, "kind": "error", "stanza": "a",
-             "key": "", "text": f'"\udcff"\\\x01ä": {NO_SIGN}; reads as mysql; say --dialect mysql'},
+             "key": "", "old": None, "new": None,
+             "text": f'"\udcff"\\\x01ä": {NO_SIGN}; reads as mysql; say --dialect mysql'},
             {"file": "b\udcff", "line": 1, "column": 1, "kind": "error", "stanza": "",
-             "key": "", "text": f'"x": {NO_SIGN}'}], found)
+             "key": "", "old": None, "new": None, "text": f'"x": {NO_SIGN}'}], found)
         self.assertIn("\\udcff", run.stdout)
         self.assertEqual("", self.lint("--format", "json", "--", "/dev/null").stdout)
 

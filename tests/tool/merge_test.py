@@ -41,7 +41,7 @@ MERGE = [(" ".join(arguments), VERSIONS, ["merge", *arguments], printed, code, a
     (["base", "-", "theirs"], MERGED, DONE, None, OURS),
     (["base", "-", "other"], CONFLICT, DIFFERS, None, OURS),
     (["-", "ours", "theirs"], b"", DONE, with_ours(MERGED), BASE),
-    (["base", "ours", "bad"], b"bad:1: ", INVALID_DATA, None),
+    (["base", "ours", "bad"], b"bad:1:1: ", INVALID_DATA, None),
     (["-", "ours", "-"], b"only one file can be standard input", USAGE, None),
     (["base", "none", "theirs", "--path=x"], b"cannot open", STOPS_GIT + NO_ACCESS, None),
     (["base", "ours", "theirs", "--path=x", "--none"], b"--none", STOPS_GIT + USAGE, None),
@@ -124,7 +124,7 @@ class MergeTest(tool.ToolTest):
              {**versions, "php.ini": merged}),
             ("path", versions, ["merge", "base", "x", "theirs", "--path", "d/php.ini"], b"", DONE,
              {**versions, "x": merged}),
-            ("neither", versions, ["merge", "base", "x", "theirs"], b"base:1: ", INVALID_DATA, None),
+            ("neither", versions, ["merge", "base", "x", "theirs"], b"base:1:1: ", INVALID_DATA, None),
         ])
 
     def test_a_service_is_recognised_by_the_contents_of_ours(self):

@@ -38,7 +38,9 @@ GET = rows(
     (["f", "none", "port", "--default", ""], b"\n", DONE),
     (["f", "listener", "port", "--default", "x"], b"8443\n", DONE),
     (["f", "listener", "motd", "--default", "x"], b"\n", DONE),
-    (["f", "listener", "none", "--default=x", "--as", "number"], b"x\n", DONE),
+    (["f", "listener", "none", "--default=x", "--as", "number"], b'"x" is not a number', INVALID_VALUE),
+    (["f", "listener", "none", "--default=0x10", "--as", "number"], b"16\n", DONE),
+    (["f", "listener", "none", "--default=On", "--as", "boolean"], b"yes\n", DONE),
     (["f", "listener", "port", "--as", "number"], b"8443\n", DONE),
     (["f", "listener", "name", "--as", "number"], b"is not a number", INVALID_VALUE),
     (["f", "listener", "port", "--format", "json"], b'{"listener": {"port": ["8443"]}}\n', DONE),
@@ -58,7 +60,7 @@ GET = rows(
     (["f", "listener", "motd", "--format", "lines"], b"listener\tmotd\n", DONE),
     (["-", "a", "k"], b"v\n", DONE, b"[a]\nk = v\n"),
     (["-", "a", "k", "--line"], b"3\n", DONE, b"\n[a]\nk = v\n"),
-    (["-", "a", "k"], b"standard input:2: ", INVALID_DATA, b"[a]\nk\n"),
+    (["-", "a", "k"], b"standard input:2:1: ", INVALID_DATA, b"[a]\nk\n"),
     (["-", "a", "k"], b"names a companion file", REFUSED,
      b"[configuration-database]\nfile = /x.obf\n"),
     (["f", "listener", "port", "--format", "xml"],
@@ -121,7 +123,7 @@ CHECK = rows(
     (["f", "-0"], b"f: 3 stanzas, 4 keys, 4 values\0", DONE),
     (["f", "-q"], b"", DONE),
     (["-"], b"-: 1 stanza, 1 key, 1 value\n", DONE, b"[a]\nk = v\n"),
-    (["-"], b"standard input:1: ", INVALID_DATA, b"k = v\n"),
+    (["-"], b"standard input:1:1: ", INVALID_DATA, b"k = v\n"),
 )
 
 

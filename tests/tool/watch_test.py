@@ -200,7 +200,7 @@ class WatchTest(tool.ToolTest):
         self.path.write_text("[s]\nk = 1\n")
         watch = self.start()
         self.rename("word\n")
-        self.assertIn("gateway.conf:1: ", watch.process.stderr.readline())
+        self.assertIn("gateway.conf:1:1: ", watch.process.stderr.readline())
         self.rename("[s]\nk = 2\n")
         self.assertEqual("s k 1 2\n", watch.next("s "))
 

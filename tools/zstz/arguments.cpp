@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "failures.h"
+#include "stanza_file.h"
 
 namespace {
 
@@ -117,6 +118,7 @@ private:
     void assignArguments();
     void setArgument(Argument const& argument, std::string const& text);
     void checkExclusions() const;
+    void checkStandardInput() const;
 
     Verb const& verb_;
     Request& request_;
@@ -143,6 +145,7 @@ bool Parser::parse(std::vector<std::string> const& words)
     }
     assignArguments();
     checkExclusions();
+    checkStandardInput();
     ZStanzaDialect_6_0 dialect;
     if (!request_.dialect.empty() &&
         ZStanzaDialect_6_0::named(request_.dialect.c_str(), dialect) == 0)
@@ -267,7 +270,8 @@ void Parser::setArgument(Argument const& argument, std::string const& text)
 {
     std::string const name = nameOf(argument);
     if (text.empty() && !argument.mayBeEmpty && !(verb_.takesEmptyKey && name == "KEY"))
-        throw UsageError{name + ": must not be empty"};
+        throw UsageError{name + ": must not be empty" +
+                         (name == "STANZA" ? "; the keys above the first header are in ." : "")};
     if (!argument.words.empty() && !isOneOf(text, argument.words))
         throw UsageError{name + ": " + quote(text) + " is not " + joinWords(argument.words)};
     if (auto const* const list = std::get_if<std::vector<std::string> Request::*>(&argument.target))
@@ -288,6 +292,17 @@ void Parser::checkExclusions() const
             throw UsageError{std::string(left) + " excludes " +
                              std::string(right.substr(0, right.find('.')))};
     });
+}
+
+// Standard input can be read once.
+void Parser::checkStandardInput() const
+{
+    auto count = std::count(request_.files.begin(), request_.files.end(), kStandardInput);
+    for (std::string const* const path : {&request_.file, &request_.other, &request_.base,
+                                          &request_.script, &request_.templateFile})
+        count += *path == kStandardInput ? 1 : 0;
+    if (count > 1)
+        throw UsageError{"only one file can be standard input"};
 }
 
 }  // namespace

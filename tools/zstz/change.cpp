@@ -44,6 +44,11 @@ size_t indexOf(std::vector<std::string> const& values, std::string const& value,
                Request const& request)
 {
     auto const found = std::find(values.begin(), values.end(), value);
+    if (values.empty() && value.empty())
+        throw Failure{
+            exitNotFound,
+            request.file,
+            {nameKey(request.key, request.stanza) + " has no values", "leave out the value"}};
     if (found == values.end())
         throw Failure{
             exitNotFound,
@@ -113,14 +118,22 @@ void checkExistence(Store const& store, Request const& request)
                        "leave out --only new to change it"}};
 }
 
-void insertValue(Store& store, Request const& request)
+// Returns whether a value of the key that counts is the one of the request. An empty value, which
+// resets the others, is never there already.
+bool hasValue(Store const& store, Request const& request)
+{
+    std::vector<std::string> const values = countingValuesOf(store, request.stanza, request.key);
+    return std::find(values.begin(), values.end(), request.value) != values.end();
+}
+
+// Inserts a value at the place that the request names, else after the others.
+void insertValue(Store& store, Request const& request, bool isPlaced)
 {
     std::vector<std::string> values = valuesOf(store, request.stanza, request.key);
-    if (std::find(values.begin(), values.end(), request.value) != values.end())
-        return;
     size_t const index = !request.before.empty()   ? indexOf(values, request.before, request)
                          : !request.behind.empty() ? indexOf(values, request.behind, request) + 1
-                                                   : 0;
+                         : isPlaced                ? 0
+                                                   : values.size();
     values.insert(values.begin() + static_cast<ptrdiff_t>(index), request.value);
     setValues(store, request, values);
 }
@@ -202,6 +215,7 @@ void applySet(EditedFile& file, Request const& request)
     if (request.raw)
         return applyRaw(file, request, applySet);
     Store& store = file.store();
+    requireUnambiguous(store, request);
     checkNewValue(store, request);
     checkExistence(store, request);
     checkKind(store, request);
@@ -237,6 +251,7 @@ void applyAdd(EditedFile& file, Request const& request)
     if (request.raw)
         return applyRaw(file, request, applyAdd);
     Store& store = file.store();
+    requireUnambiguous(store, request);
     checkNewValue(store, request);
     checkKind(store, request);
     if (countsOnce(store, request.key) &&
@@ -246,9 +261,20 @@ void applyAdd(EditedFile& file, Request const& request)
                       {nameKey(request.key, request.stanza) +
                            " exists, and of several lines only one is valid",
                        "use 'zstz set'"}};
+    if (hasValue(store, request)) {
+        if (!request.quiet)
+            fprintf(stderr, "zstz: %s: note: %s has the value already\n",
+                    toPrintable(request.file).c_str(),
+                    toPrintable(nameKey(request.key, request.stanza)).c_str());
+        return;
+    }
     file.willChange(request.stanza, request.key, false);
-    if (request.first || !request.before.empty() || !request.behind.empty())
-        return insertValue(store, request);
+    bool const isPlaced = request.first || !request.before.empty() || !request.behind.empty();
+    std::vector<std::string> const values = valuesOf(store, request.stanza, request.key);
+    // The library adds no value that exists, even if an empty value below resets it.
+    bool const exists = std::find(values.begin(), values.end(), request.value) != values.end();
+    if (isPlaced || exists)
+        return insertValue(store, request, isPlaced);
     store.addValue(request.stanza.c_str(), request.key.c_str(), request.value.c_str(),
                    request.obfuscated);
 }
@@ -262,6 +288,7 @@ void prepareUnset(Request& request)
 void applyUnset(EditedFile& file, Request const& request)
 {
     Store& store = file.store();
+    requireUnambiguous(store, request);
     if (request.wholeStanza) {
         requireStanza(store, request.file, request.stanza);
         file.willChange(request.stanza, "", true);
@@ -297,6 +324,7 @@ void applyRename(EditedFile& file, Request const& request)
     char const* const key = request.key.c_str();
     char const* const name = request.newName.c_str();
     bool const isStanza = request.key.empty();
+    requireUnambiguous(store, request);
     isStanza ? requireStanza(store, request.file, request.stanza) : requireKey(store, request);
     if (request.newName == (isStanza ? request.stanza : request.key))
         return;

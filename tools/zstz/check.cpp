@@ -1,6 +1,7 @@
 // check: the verb zstz check, which validates files and counts their contents.
 #include <algorithm>
 #include <exception>
+#include <vector>
 
 #include "busy.h"
 #include "commands.h"
@@ -11,15 +12,50 @@
 
 namespace {
 
-std::string formatNote(std::string const& path, ZStanzaProblem_6_0 const& problem)
+using Note = ZStanzaProblem_6_0;
+
+// Loads a file.
+// throws  as loadFile(); std::vector<Failure>, not empty, with each error of an invalid file.
+void load(Request const& request, std::string const& path, Store& store)
 {
-    return nameLine(path, problem.line()) + ": note: " + textOf(problem);
+    if (path == kStandardInput) {
+        std::string const text = readStandardInput();
+        std::vector<Failure> const errors = describeErrors(
+            Problems::ofText(text, store.dialect()), kStandardInputName, text, store.dialect());
+        if (!errors.empty())
+            throw errors;
+        return loadText(text, store);
+    }
+    try {
+        loadFile(path, request.wait, store);
+    } catch (...) {
+        std::exception_ptr const failure = std::current_exception();
+        if (describe(failure, path).code != exitInvalidData)
+            throw;
+        std::vector<Failure> const errors =
+            describeErrors(Problems(path, request.wait, store.dialect()), path, readContents(path),
+                           store.dialect());
+        if (errors.empty())
+            std::rethrow_exception(failure);
+        throw errors;
+    }
+}
+
+// Returns whether a note is about a line that is not read completely or, if `isIgnored`, about a
+// line that is not read.
+bool isAbout(Note const& problem, bool isIgnored, bool isStanzaFile)
+{
+    Note::Cause const cause = problem.cause();
+    if (!isStanzaFile)
+        return isIgnored;
+    return isIgnored ? cause == Note::droppedLine || cause == Note::omitted
+                     : cause == Note::splitLine || cause == Note::zeroByte;
 }
 
 void checkFile(Request const& request, std::string const& path)
 {
     Store store(chooseDialect(request, path));
-    loadFile(path, request.wait, store);
+    load(request, path, store);
     size_t stanzas = 0, keys = 0, values = 0;
     for (Stanza const& stanza : outlineOf(store)) {
         ++stanzas;
@@ -31,18 +67,14 @@ void checkFile(Request const& request, std::string const& path)
     printLine(request, path + ": " + formatCount(stanzas, "stanza", "stanzas") + ", " +
                            formatCount(keys, "key", "keys") + ", " +
                            formatCount(values, "value", "values"));
-    if (path == kStandardInput || !store.isStanzaFile())
+    if (path == kStandardInput)
         return;
-    // First the lines that are not read completely, then the lines that are ignored.
-    using Problem = ZStanzaProblem_6_0;
-    Problems const problems(path, request.wait);
+    Problems const problems(path, request.wait, store.dialect());
     for (bool const isIgnored : {false, true})
-        for (unsigned i = 0; i < problems.size(); ++i) {
-            Problem::Cause const cause = problems[i].cause();
-            if (isIgnored ? cause == Problem::droppedLine || cause == Problem::omitted
-                          : cause == Problem::splitLine || cause == Problem::zeroByte)
-                printLine(request, formatNote(path, problems[i]));
-        }
+        for (unsigned i = 0; i < problems.size(); ++i)
+            if (isAbout(problems[i], isIgnored, store.isStanzaFile()))
+                printLine(request, nameLine(path, problems[i].line(), problems[i].column()) +
+                                       ": note: " + textOf(problems[i]));
 }
 
 }  // namespace
@@ -53,6 +85,9 @@ int runCheck(Request const& request)
     for (std::string const& path : request.files) {
         try {
             checkFile(request, path);
+        } catch (std::vector<Failure> const& errors) {
+            for (Failure const& error : errors)
+                worst = std::max(worst, report(error));
         } catch (...) {
             worst = std::max(worst, report(describe(std::current_exception(), path)));
         }

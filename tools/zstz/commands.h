@@ -78,6 +78,9 @@ int runDoc(Request const& request);
 /// Prints the names of the dialects, or the dialect of a file and the reason.
 int runDialects(Request const& request);
 
+/// Prints the help of the tool or of a verb.
+int runHelp(Request const& request);
+
 /// Prints a script that completes command lines in a shell, or the candidates for the last word of
 /// a command line.
 int runCompletion(Request const& request);

@@ -1,8 +1,12 @@
-// comment: the verb comment, which sets comments and turns key lines into comments and back.
+// comment: the verb comment, which sets comments, or turns key lines into comments and back.
 #include <Z/ZLCString.h>
+#include <Z/dialects/line_rules.h>
 #include <Z/stanza/limits.h>
 
+#include <algorithm>
+
 #include "commands.h"
+#include "commented_lines.h"
 #include "edited_file.h"
 #include "failures.h"
 #include "key_lines.h"
@@ -39,6 +43,30 @@ std::string markLines(std::string const& text, std::string const& mark, Request 
     return comment;
 }
 
+// Requires that each line of a comment reads as a comment.
+void requireComments(Store const& store, std::string const& comment, Request const& request)
+{
+    if (store.isStanzaFile())
+        return;
+    std::vector<Line> lines;
+    // A line below shows whether the last line of the comment continues.
+    std::string const text = comment + "\nk=v\n";
+    lineDialectOf(store.dialect())->split(text, lines);
+    size_t const count = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+    bool const isRead =
+        lines.size() == count && std::all_of(lines.begin(), lines.end() - 1, [](Line const& line) {
+            return line.kind == zlines::commentLine;
+        });
+    if (!isRead)
+        throw Failure{
+            exitInvalidValue,
+            request.file,
+            {"the comment " + quote(request.text) +
+                 " would not read back, because a line of it ends with a backslash or has "
+                 "other bytes of no comment",
+             "use another text"}};
+}
+
 // Returns the index of the line that the comment of a request is above.
 uint32_t findCommentedLine(Outline& outline, Request const& request)
 {
@@ -46,9 +74,8 @@ uint32_t findCommentedLine(Outline& outline, Request const& request)
         std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
         return lines.empty() ? 0 : lines.front().index;
     }
-    std::string space;
     uint32_t const stanza =
-        outline.find(outline.dialect().comparableStanza(request.stanza, space), 0);
+        outline.find(zdialects::LineRules(outline.dialect()).stanzaIdentity(request.stanza), 0);
     return request.stanza.empty() || stanza == zlines::kNone
                ? 0
                : outline.sections()[outline.stanzas()[stanza].firstSection].header;
@@ -80,7 +107,13 @@ void setComment(EditedFile& file, Request const& request)
     char const* const key = request.key.empty() ? nullptr : request.key.c_str();
     if (key != nullptr)
         requireKey(store, request);
-    else if (stanza != nullptr)
+    if (key != nullptr && store.isObfuscated(stanza, key) != 0)
+        throw Failure{exitRefused,
+                      request.file,
+                      {nameKey(request.key, request.stanza) +
+                           " has obfuscated values, so it has no line for a comment",
+                       "comment the stanza"}};
+    if (key == nullptr && stanza != nullptr)
         requireStanza(store, request.file, request.stanza);
     if (stanza != nullptr)
         file.willChange(request.stanza, request.key, false);
@@ -92,100 +125,12 @@ void setComment(EditedFile& file, Request const& request)
         return;
     }
     std::string comment = markLines(request.text, commentMark(store), request);
+    requireComments(store, comment, request);
     if (keepsOld && !request.normalise)
         return insertAbove(file, request, comment);
     if (keepsOld)
         comment += '\n' + toStdString(old);
     store.setComment(stanza, key, comment.c_str());
-}
-
-// ---- Lines of keys as comments -----------------------------------------------------------------
-
-// Returns whether a comment is a key line with a mark before it.
-bool isMarkedLine(Outline const& outline, uint32_t index, std::string const& key)
-{
-    std::string_view comment = outline.comment(index);
-    if (outline.lines()[index].kind != zlines::commentLine || !comment.starts_with(key))
-        return false;
-    comment.remove_prefix(key.size());
-    size_t const separator = comment.find_first_not_of(" \t");
-    return separator != comment.npos &&
-           outline.dialect().separatorBytes().find(comment[separator]) != std::string_view::npos;
-}
-
-// Returns the last group of adjacent comments that are lines of the key.
-std::vector<uint32_t> findMarkedLines(Outline& outline, Request const& request)
-{
-    std::vector<uint32_t> found;
-    std::string space;
-    std::string key;
-    outline.dialect().appendKey(request.key, key);
-    uint32_t const stanza =
-        outline.find(outline.dialect().comparableStanza(request.stanza, space), 0);
-    for (uint32_t at = stanza == zlines::kNone ? zlines::kNone
-                                               : outline.stanzas()[stanza].firstSection;
-         at != zlines::kNone; at = outline.sections()[at].next)
-        for (uint32_t i = outline.sections()[at].first; i < outline.sections()[at].end; ++i)
-            if (isMarkedLine(outline, i, key)) {
-                if (!found.empty() && found.back() + 1 != i)
-                    found.clear();
-                found.push_back(i);
-            }
-    return found;
-}
-
-void turnOff(EditedFile& file, Request const& request)
-{
-    requireKey(file.store(), request);
-    std::string text = file.text();
-    Outline outline(text, keptText(file.store())->dialect);
-    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
-    std::string const name = nameKey(request.key, request.stanza);
-    if (lines.empty())
-        throw Failure{exitRefused,
-                      request.file,
-                      {name + " has obfuscated values, which cannot be in a comment",
-                       "remove the key with 'zstz unset'"}};
-    std::string const mark = std::string(outline.dialect().ownComment()) + ' ';
-    std::string after = text;
-    for (size_t i = lines.size(); i-- > 0;) {
-        Line const& line = lines[i].line;
-        if (lines[i].raw.find('\n') != std::string_view::npos)
-            throw Failure{exitRefused,
-                          request.file,
-                          {name + " has a value of several lines",
-                           "turn these lines into comments with an editor"}};
-        after.insert(line.nameBegin(), mark);
-    }
-    file.willChange(request.stanza, request.key, false);
-    file.setText(after);
-}
-
-void turnOn(EditedFile& file, Request const& request)
-{
-    std::string const text = file.text();
-    zlines::Dialect const& dialect = keptText(file.store())->dialect;
-    Outline outline(text, dialect);
-    std::string const name = nameKey(request.key, request.stanza);
-    std::vector<uint32_t> const marked = findMarkedLines(outline, request);
-    if (marked.empty())
-        throw Failure{exitNotFound,
-                      request.file,
-                      {"no comment has a line of " + name, "set the key with 'zstz set'"}};
-    std::string after = text;
-    for (size_t i = marked.size(); i-- > 0;) {
-        Line const& line = outline.lines()[marked[i]];
-        after.erase(line.nameBegin(), line.valueBegin - line.nameBegin());
-    }
-    size_t const count = findKeyLines(outline, request.stanza, request.key).size();
-    Outline changed(after, dialect);
-    if (findKeyLines(changed, request.stanza, request.key).size() != count + marked.size())
-        throw Failure{exitRefused,
-                      request.file,
-                      {"the comment with a line of " + name + " is not valid as a line",
-                       "set the key with 'zstz set'"}};
-    file.willChange(request.stanza, request.key, false);
-    file.setText(after);
 }
 
 }  // namespace
@@ -198,6 +143,7 @@ void prepareComment(Request& request)
 
 void applyComment(EditedFile& file, Request const& request)
 {
+    requireUnambiguous(file.store(), request);
     if (request.off)
         turnOff(file, request);
     else if (request.on)

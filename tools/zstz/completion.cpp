@@ -1,4 +1,5 @@
 // completion: the verb completion. The scripts of the shells ask zstz for the candidates.
+#include <Z/dialects/line_rules.h>
 #include <stdio.h>
 
 #include <algorithm>
@@ -6,7 +7,9 @@
 #include "arguments.h"
 #include "commands.h"
 #include "contents.h"
+#include "dialect_choice.h"
 #include "failures.h"
+#include "key_lines.h"
 #include "verbs.h"
 
 namespace {
@@ -15,18 +18,47 @@ namespace {
 // word is a file name.
 
 constexpr char kBash[] = R"script(# Completion of zstz for bash: source <(zstz completion bash)
+
+# Sets REPLY to a word of the command line without its quotes.
+_zstz_unquote()
+{
+    local text=$1 quote='' c
+    REPLY=''
+    if [[ $text == \~ || $text == \~/* ]]; then
+        REPLY=$HOME text=${text:1}
+    fi
+    while [ -n "$text" ]; do
+        c=${text:0:1} text=${text:1}
+        case $quote$c in
+            \\) REPLY+=${text:0:1} text=${text:1} ;;
+            \"\\) [[ ${text:0:1} == [\"\\\$\`] ]] && c=${text:0:1} text=${text:1}
+                  REPLY+=$c ;;
+            \'|\") quote=$c ;;
+            \'\'|\"\") quote='' ;;
+            *) REPLY+=$c ;;
+        esac
+    done
+}
+
 _zstz()
 {
     local -a words=()
-    local word candidates
+    local word candidates last=${COMP_WORDS[COMP_CWORD]} REPLY
     for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
-        word=${word//\\/}
-        words+=("${word//[\"\']/}")
+        _zstz_unquote "$word"
+        words+=("$REPLY")
     done
     COMPREPLY=()
     if candidates=$("${COMP_WORDS[0]}" completion candidates -- "${words[@]}" 2>/dev/null); then
         while IFS= read -r word; do
-            [ -z "$word" ] || COMPREPLY+=("$(printf %q "$word")")
+            case $last in
+                '') ;;
+                \'*) word=${word//\'/\'\\\'\'} ;;
+                \"*) word=${word//\\/\\\\} word=${word//\"/\\\"}
+                     word=${word//\$/\\\$} word=${word//\`/\\\`} ;;
+            esac
+            [[ $last == [\'\"]* ]] || printf -v word %q "$word"
+            [ -z "$word" ] || [ "$word" = "''" ] || COMPREPLY+=("$word")
         done <<<"$candidates"
     else
         compopt -o default 2>/dev/null
@@ -40,7 +72,11 @@ constexpr char kZsh[] = R"script(#compdef zstz
 _zstz()
 {
     local candidates
-    if candidates=$("${(Q)words[1]}" completion candidates -- "${(@Q)words[2,CURRENT]}" 2>/dev/null); then
+    local -a typed
+    typed=("${(@Q)words[2,CURRENT]}")
+    typed=("${(@)typed/#\~\//$HOME/}")
+    typed[-1]=${typed[-1]#[\"\']}
+    if candidates=$("${(Q)words[1]}" completion candidates -- "${typed[@]}" 2>/dev/null); then
         local -a found
         found=("${(@f)candidates}")
         [[ -z $candidates ]] || compadd -- "${found[@]}"
@@ -61,7 +97,9 @@ function __zstz_complete
     set -l words (commandline -opc)
     set -l command $words[1]
     set -e words[1]
-    set -l candidates ($command completion candidates -- $words (commandline -ct) 2>/dev/null)
+    set words (string replace -r '^~/' "$HOME/" -- $words)
+    set -l typed (commandline -ct | string replace -r '^["\']' '' | string replace -r '^~/' "$HOME/")
+    set -l candidates ($command completion candidates -- $words "$typed" 2>/dev/null)
     if test $status -eq 0
         printf '%s\n' $candidates
     else
@@ -90,14 +128,23 @@ class CommandLine {
 public:
     CommandLine(Verb const& verb, Words const& words) : verb_(verb)
     {
+        request_.verb = verb.name;
         bool isAfterDashes = false;
         for (size_t i = 1; i < words.size(); ++i) {
             bool const isLast = i + 1 == words.size();
             std::string const& word = words[i];
             isOption_ = !isAfterDashes && word.starts_with('-') && word != "-";
             valueOf_ = i > 1 && !isAfterDashes ? optionBefore(words[i - 1]) : nullptr;
+            size_t const sign = word.find('=');
+            if (isOption_ && sign != word.npos && optionBefore(word.substr(0, sign)) != nullptr) {
+                valueOf_ = optionBefore(word.substr(0, sign));
+                valueBegin_ = sign + 1;
+            }
+            if (valueOf_ != nullptr && valueOf_->name == std::string_view("--dialect"))
+                request_.dialect = word.substr(valueBegin_);
             if (isLast)
                 break;
+            valueBegin_ = 0;
             if (word == "--")
                 isAfterDashes = true;
             else if (!isOption_ && valueOf_ == nullptr)
@@ -107,8 +154,14 @@ public:
 
     bool isOption() const { return isOption_ && valueOf_ == nullptr; }
 
-    /// Returns the option whose value the last word is; null if it is an argument.
+    /// Returns the option whose value the last word is or ends with; null if it is an argument.
     Option const* valueOf() const { return valueOf_; }
+
+    /// Returns the position of this value in the last word.
+    size_t valueBegin() const { return valueBegin_; }
+
+    /// Returns the verb, and the dialect that was passed.
+    Request const& request() const { return request_; }
 
     /// Returns the name of the argument that the last word is; empty past the last.
     std::string argumentName() const
@@ -146,6 +199,8 @@ private:
     Words arguments_;
     bool isOption_ = false;
     Option const* valueOf_ = nullptr;
+    size_t valueBegin_ = 0;
+    Request request_;
 };
 
 void addVerbs(Words& candidates)
@@ -169,23 +224,54 @@ void addContents(CommandLine const& line, std::string const& name, Words& candid
     std::string const* const file = line.argument(0);
     if (file == nullptr || *file == kStandardInput)
         return;
-    Store store;
+    ZStanzaDialect_6_0 const dialect = chooseDialect(line.request(), *file);
+    zlines::SharedDialect const lines = lineDialectOf(dialect);
+    zdialects::LineRules const rules(*lines);
+    auto const isStanza = [&](std::string const& stanza) {
+        return line.argument(1) != nullptr &&
+               rules.stanzaIdentity(stanza) ==
+                   rules.stanzaIdentity(resolveStanza(dialect, *line.argument(1)));
+    };
+    auto const isKey = [&](std::string const& key) {
+        return line.argument(2) != nullptr &&
+               rules.keyIdentity(key) == rules.keyIdentity(*line.argument(2));
+    };
+    Store store(dialect);
     loadFile(*file, 0, store);
     for (StanzaContents const& stanza : contentsOf(store).stanzas) {
         if (name == "STANZA")
             candidates.push_back(stanza.name);
-        if (line.argument(1) == nullptr || stanza.name != *line.argument(1))
-            continue;
-        for (KeyContents const& key : stanza.keys) {
-            if (name == "KEY")
-                candidates.push_back(key.name);
-            else if (name == "VALUE" && line.argument(2) != nullptr &&
-                     key.name == *line.argument(2) && !key.isObfuscated)
-                for (ValueState const& state : key.values)
-                    if (state.kind == ValueState::withValue)
-                        candidates.push_back(state.value);
-        }
+        else if (isStanza(stanza.name))
+            for (KeyContents const& key : stanza.keys) {
+                if (name == "KEY")
+                    candidates.push_back(key.name);
+                else if (isKey(key.name) && !key.isObfuscated)
+                    for (ValueState const& state : key.values)
+                        if (state.kind == ValueState::withValue)
+                            candidates.push_back(state.value);
+            }
     }
+}
+
+// Adds the candidates for the value of an option. Returns false if it is a file name.
+bool addOptionValues(CommandLine const& line, Verb const& verb, Words& candidates)
+{
+    Option const& option = *line.valueOf();
+    std::string_view const name = option.name;
+    if (name == "--dialect") {
+        for (int i = 0; char const* const dialect = ZStanzaDialect_6_0::nameAt(i); ++i)
+            candidates.emplace_back(dialect);
+        return true;
+    }
+    if (name == "--old" || name == "--before" || name == "--behind") {
+        addContents(line, "VALUE", candidates);
+        return true;
+    }
+    std::string_view const values = name == "--format" ? verb.formats : option.value;
+    bool const isList = values.find('|') != values.npos || name == "--format";
+    if (isList)
+        candidates = splitAt(values, '|');
+    return isList || (values != "TEMPLATE" && values != "JAVA" && values != "DIR");
 }
 
 // Adds the candidates for the last word. Returns false if it is a file name.
@@ -203,20 +289,22 @@ bool addCandidates(Words const& words, Words& candidates)
         addOptions(*verb, candidates);
         return true;
     }
-    if (Option const* const option = line.valueOf()) {
-        std::string_view const values =
-            option->name == std::string_view("--format") ? verb->formats : option->value;
-        bool const isList =
-            values.find('|') != values.npos || option->name == std::string_view("--format");
-        if (isList)
-            candidates = splitAt(values, '|');
-        return isList || (values != "TEMPLATE" && values != "JAVA" && values != "DIR");
+    if (line.valueOf() != nullptr) {
+        if (!addOptionValues(line, *verb, candidates))
+            return false;
+        for (std::string& candidate : candidates)
+            candidate.insert(0, words.back(), 0, line.valueBegin());
+        return true;
     }
     std::string const name = line.argumentName();
     Argument const* const argument = findArgument(name);
     if (argument != nullptr && !argument->words.empty()) {
         candidates = splitAt(argument->words, '|');
         std::erase(candidates, "candidates");
+        return true;
+    }
+    if (name == "VERB") {
+        addVerbs(candidates);
         return true;
     }
     if (name == "STANZA" || name == "KEY" || name == "VALUE") {
@@ -227,8 +315,20 @@ bool addCandidates(Words const& words, Words& candidates)
     return std::find(std::begin(kOthers), std::end(kOthers), name) != std::end(kOthers);
 }
 
-int printCandidates(Words const& words)
+// Removes "=" between an option and its value, which bash passes as words of their own.
+Words joinOptions(Words words)
 {
+    for (size_t i = 1; i + 1 < words.size(); ++i)
+        if (words[i] == "=" && words[i - 1].starts_with("--"))
+            words.erase(words.begin() + static_cast<ptrdiff_t>(i));
+    if (words.size() > 1 && words.back() == "=" && words[words.size() - 2].starts_with("--"))
+        words.back().clear();
+    return words;
+}
+
+int printCandidates(Words const& given)
+{
+    Words const words = joinOptions(given);
     Words candidates;
     try {
         if (!addCandidates(words, candidates))

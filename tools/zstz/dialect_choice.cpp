@@ -2,17 +2,35 @@
 
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 
 #include <memory>
 
 #include "failures.h"
+#include "key_lines.h"
+#include "problems.h"
+#include "stanza_file.h"
 
 namespace {
 
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
 };
+
+// Returns the contents of a file whose name two formats use; else an empty string.
+std::string headersThatMatter(std::string const& path)
+{
+    return path.find(".service") == path.npos ? "" : readContents(path);
+}
+
+bool hasErrors(Problems const& problems)
+{
+    for (unsigned i = 0; i < problems.size(); ++i)
+        if (problems[i].kind() == ZStanzaProblem_6_0::error)
+            return true;
+    return false;
+}
 
 }  // namespace
 
@@ -46,12 +64,10 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
                           {"unknown dialect " + quote(variable), "unset it, or correct it"}};
         why = "by the variable ZSTZ_DIALECT";
     } else {
-        // Two formats have names that end with ".service"; the first header distinguishes them.
-        std::string const text = !path.ends_with(".service") ? ""
-                                 : contents != nullptr       ? *contents
-                                                             : readContents(path);
-        if (ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect) == 0)
-            why = "no other format is the only user of such a name";
+        std::string const text = contents != nullptr ? *contents : headersThatMatter(path);
+        if (path == kStandardInput ||
+            ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect) == 0)
+            why = "the default, because the name of the file implies no other dialect";
         else
             why = text.empty() ? "by the name of the file"
                                : "by the name of the file and its first header";
@@ -61,25 +77,39 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
     return dialect;
 }
 
-void addSuggestion(std::string const& contents, std::string& report)
+ZStanzaDialect_6_0 chooseTemplateDialect(Request const& request,
+                                         ZStanzaDialect_6_0 const& fileDialect)
 {
-    char const* const name = ZStanzaDialect_6_0::readsAs(contents.data(), contents.size());
+    ZStanzaDialect_6_0 const chosen = chooseDialect(request, request.templateFile);
+    return strcmp(chosen.name(), "stanza") == 0 ? fileDialect : chosen;
+}
+
+void addSuggestion(std::string const& path, std::string const& contents,
+                   ZStanzaDialect_6_0 const& dialect, std::string& report)
+{
+    ZStanzaDialect_6_0 implied;
+    bool const isImplied = ZStanzaDialect_6_0::recognised(path.c_str(), contents.data(),
+                                                          contents.size(), implied) != 0 &&
+                           strcmp(implied.name(), dialect.name()) != 0 &&
+                           !hasErrors(Problems::ofText(contents, implied));
+    bool const isStanza = strcmp(dialect.name(), "stanza") == 0;
+    char const* const name = isImplied ? implied.name()
+                             : isStanza
+                                 ? ZStanzaDialect_6_0::readsAs(contents.data(), contents.size())
+                                 : nullptr;
     if (name != nullptr)
         report += std::string("; reads as ") + name + "; say --dialect " + name;
 }
 
-void requireStanzaDialect(Request const& request)
+void resolveNames(Request& request)
 {
-    for (std::string const& path :
-         {request.path.empty() ? request.file : request.path, request.other, request.base}) {
-        ZStanzaDialect_6_0 const dialect = chooseDialect(request, path);
-        if (dialect.name() != std::string_view("stanza"))
-            throw Failure{
-                exitRefused,
-                path,
-                {std::string("zstz ") + request.verb +
-                     " supports only the dialect stanza, and the file is of the dialect " +
-                     dialect.name(),
-                 "pass --dialect stanza if it is a stanza file"}};
-    }
+    bool const isRename = request.verb == "rename" && request.key.empty();
+    bool const isSpelled = request.stanza.find('"') != std::string::npos ||
+                           (isRename && request.newName.find('"') != std::string::npos);
+    if (!isSpelled || request.file.empty())
+        return;
+    ZStanzaDialect_6_0 const dialect = chooseDialect(request, request.file);
+    request.stanza = resolveStanza(dialect, request.stanza);
+    if (isRename)
+        request.newName = resolveStanza(dialect, request.newName);
 }

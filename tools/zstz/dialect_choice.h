@@ -16,13 +16,19 @@ ZStanzaDialect_6_0 chooseDialect(Request const& request, std::string const& path
                                  char const** reason = nullptr,
                                  std::string const* contents = nullptr);
 
-/// Appends "; reads as D; say --dialect D" to the report of a file that the dialect "stanza"
-/// refuses, if a dialect D reads its contents.
-void addSuggestion(std::string const& contents, std::string& report);
+/// Returns the dialect of the template of a request, which is the dialect of the checked file
+/// unless the request or the name of the template determines another.
+ZStanzaDialect_6_0 chooseTemplateDialect(Request const& request,
+                                         ZStanzaDialect_6_0 const& fileDialect);
+
+/// Appends "; reads as D; say --dialect D" to the report of a file that a dialect refuses, if D
+/// reads its contents: the dialect that the name of the file determines or, if the dialect "stanza"
+/// refuses the file, a dialect that fits the contents.
+void addSuggestion(std::string const& path, std::string const& contents,
+                   ZStanzaDialect_6_0 const& dialect, std::string& report);
+
+/// Replaces the names of stanzas that are spelled as in a header of the dialect.
+void resolveNames(Request& request);
 
 /// Returns the contents of the file at `path`; empty if it cannot be read.
 std::string readContents(std::string const& path);
-
-/// Refuses files of another dialect than "stanza", for the verbs that do not support it.
-/// throws  Failure; as chooseDialect().
-void requireStanzaDialect(Request const& request);

@@ -2,6 +2,7 @@
 #include <stdio.h>
 
 #include "commands.h"
+#include "dialect_choice.h"
 #include "json.h"
 #include "output.h"
 #include "template_file.h"
@@ -89,7 +90,8 @@ std::string formatFields(TemplateKey const& key)
 
 int runDoc(Request const& request)
 {
-    Template const schema = readTemplate(request.file, request.wait);
+    Template const schema =
+        readTemplate(request.file, request.wait, chooseDialect(request, request.file));
     if (request.format == "plain")
         printTable(request, schema);
     else

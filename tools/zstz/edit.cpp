@@ -7,6 +7,7 @@
 
 #include "arguments.h"
 #include "commands.h"
+#include "dialect_choice.h"
 #include "edited_file.h"
 #include "failures.h"
 #include "shell_words.h"
@@ -89,6 +90,7 @@ Step parseStep(Request const& script, size_t line, std::vector<std::string> cons
     step.request.normalise = script.normalise;
     step.request.dialect = script.dialect;
     step.request.quiet = script.quiet;
+    resolveNames(step.request);
     if (verb->prepare != nullptr)
         verb->prepare(step.request);
     return step;

@@ -153,7 +153,8 @@ void EditedFile::requireKeptLines() const
                                 cause == Cause::omitted;  // perhaps a dropped line
             if (isDropped ? isNormalised && isLost
                           : isPartial && (isNormalised || touches(problem)))
-                throw Failure{exitRefused, nameLine(request_.file, problem.line()),
+                throw Failure{exitRefused,
+                              nameLine(request_.file, problem.line(), problem.column()),
                               splitText("not saved: " + textOf(problem))};
         }
 }
@@ -178,6 +179,27 @@ void EditedFile::storeText(std::string const& text) const
     });
 }
 
+// Stores the old contents under another name. Obfuscated values get a companion of their own.
+void EditedFile::storeCopy() const
+{
+    storeBackup(request_.file, request_.backupSuffix, original_);
+    if (originalSecrets_.empty())
+        return;
+    std::string const path = request_.file + request_.backupSuffix;
+    try {
+        Store copy;
+        copy.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
+        std::string bytes = originalSecrets_;
+        ZBuffer_6_0 secrets(bytes.size(), bytes.data());
+        copy.contents().readText(path.c_str(), original_.data(), original_.size());
+        copy.contents().be_read_obfuscated(secrets);
+        copy.store(path.c_str());
+    } catch (...) {
+        unlink(path.c_str());  // without its companion, the copy cannot be read
+        throw;
+    }
+}
+
 void EditedFile::finish()
 {
     requireKeptLines();
@@ -198,7 +220,7 @@ void EditedFile::finish()
     if (isSame && request_.normalise)
         return;
     if (!request_.backupSuffix.empty() && !isNew_ && !isSame)
-        storeBackup(request_.file, request_.backupSuffix, original_);
+        storeCopy();
     if (isText_)
         return storeText(after);
     store_.setReplacing(request_.replace);

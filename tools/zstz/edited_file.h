@@ -57,6 +57,7 @@ private:
     bool touches(ZStanzaProblem_6_0 const& problem) const;
     std::string secrets() const;
     void storeText(std::string const& text) const;
+    void storeCopy() const;
     void printDifference(std::string const& text) const;
 
     Request const& request_;

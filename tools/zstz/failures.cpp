@@ -51,35 +51,22 @@ std::string restoreRemedy(std::string const& mainFile)
     return "restore it, or give up its values: " + removeEntryRemedy(mainFile);
 }
 
-// Returns the first error of a stanza file that was refused: the line, and "what; remedy". Empty if
-// the file has changed since, or cannot be read again.
-std::optional<std::pair<size_t, std::string>> findFirstError(std::string const& path)
-{
-    try {
-        Problems const problems(path, 0);
-        for (unsigned i = 0; i < problems.size(); ++i)
-            if (problems[i].kind() == ZStanzaProblem_6_0::error)
-                return std::pair(problems[i].line(), textOf(problems[i]));
-    } catch (...) {
-    }
-    return {};
-}
-
 Failure describeData(ZPropertiesInvalidDataException_6_0 const& e, std::string const& file)
 {
     std::string const damaged = toStdString(e.propFile());
     if (e.badline() == 0)
         return {
             exitInvalidData, damaged, {"damaged companion file of " + file, restoreRemedy(file)}};
-    auto const error = findFirstError(damaged);
-    if (!error)
-        return {exitInvalidData,
-                nameLine(damaged, static_cast<size_t>(e.badline())),
-                {quote(toStdString(e.baddata())) + ": invalid line", "correct it"}};
-    auto const& [number, text] = *error;
-    Problem problem = splitText(text);
-    addSuggestion(readContents(damaged), problem.remedy);
-    return {exitInvalidData, nameLine(damaged, number), problem};
+    // The file may have changed since, or cannot be read again.
+    try {
+        if (auto const error =
+                describeFirstError(Problems(damaged, 0), damaged, readContents(damaged), {}))
+            return *error;
+    } catch (...) {
+    }
+    return {exitInvalidData,
+            nameLine(damaged, static_cast<size_t>(e.badline()), e.column()),
+            {quote(toStdString(e.baddata())) + ": invalid line", "correct it"}};
 }
 
 // Returns the kind of a file that cannot be a configuration file; null for a regular or missing
@@ -291,29 +278,36 @@ Failure describeAccess(ZPropertiesIOException_6_0 const& e, std::string const& m
     return describeCall(file, call, error);
 }
 
-Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e)
+Failure describeValue(ZPropertiesInvalidValueException_6_0 const& e, std::string const& path)
 {
+    std::string const known = toStdString(e.propFile());
+    std::string const& file = known.empty() ? path : known;
     std::string const key = toStdString(e.key());
     std::string const stanza = toStdString(e.category());
     std::string const name = key.empty() ? "a comment in [" + stanza + "]" : nameKey(key, stanza);
     std::string const problem = name + ": " + quote(toStdString(e.value()));
     if (e.where() == zstanza::raiseWithoutKeys)
         return {exitRefused,
-                toStdString(e.propFile()),
+                file,
                 {"without " + name +
                      " the file would have neither a header nor a key, and programs "
                      "would refuse it",
                  "set an empty value, or remove the file"}};
     if (e.where() == zstanza::raiseBelowContinuedLine)
         return {exitInvalidValue,
-                toStdString(e.propFile()),
+                file,
                 {problem + " would continue the line above, which ends with a backslash",
                  "set the value above without the backslash first"}};
+    if (key.empty())
+        return {exitRefused,
+                file,
+                {"the changed file would not read back: a comment that cannot be read",
+                 "change the comment with an editor"}};
     if (e.messageNumber() == zreporting::invalidValue)
         return {exitInvalidValue,
-                toStdString(e.propFile()),
+                file,
                 {problem + " would not read back in its line", "shorten it or use another value"}};
-    return {exitInvalidValue, toStdString(e.propFile()),
+    return {exitInvalidValue, file,
             e.messageNumber() == zreporting::invalidBoolValue
                 ? Problem{problem + " is not a boolean", "write yes or no"}
                 : Problem{problem + " is not a number",
@@ -378,6 +372,11 @@ std::string nameLine(std::string const& path, size_t number)
     return path + ":" + std::to_string(number);
 }
 
+std::string nameLine(std::string const& path, size_t number, size_t column)
+{
+    return nameLine(path, number) + ":" + std::to_string(column);
+}
+
 std::string formatCount(size_t number, char const* singular, char const* plural)
 {
     return std::to_string(number) + " " + (number == 1 ? singular : plural);
@@ -411,7 +410,7 @@ Failure describe(std::exception_ptr exception, std::string const& file)
     } catch (ZPropertiesIOException_6_0 const& e) {
         return describeAccess(e, file);
     } catch (ZPropertiesInvalidValueException_6_0 const& e) {
-        return describeValue(e);
+        return describeValue(e, file);
     } catch (ZUnexpectedEndOfFile_6_0 const&) {
         if (char const* const kind = irregularKind(file))
             return describeIrregularFile(file, kind);

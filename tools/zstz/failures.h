@@ -50,8 +50,9 @@ std::string toPrintable(std::string const& text);
 /// Returns `key "KEY" in [STANZA]`.
 std::string nameKey(std::string const& key, std::string const& stanza);
 
-/// Returns `PATH:LINE`.
+/// Return `PATH:LINE` and `PATH:LINE:COLUMN`.
 std::string nameLine(std::string const& path, size_t number);
+std::string nameLine(std::string const& path, size_t number, size_t column);
 
 /// Returns a number with the noun in its number: "1 key", "2 keys".
 std::string formatCount(size_t number, char const* singular, char const* plural);

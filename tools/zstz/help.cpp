@@ -1,8 +1,12 @@
 #include "help.h"
 
 #include <ctype.h>
+#include <stdio.h>
 
 #include <algorithm>
+
+#include "commands.h"
+#include "failures.h"
 
 namespace {
 
@@ -23,13 +27,13 @@ change  set FILE S K V             the one value; --old V or --nth N of several,
         fmt FILE                   one style; --check                       convert FILE S --from JAVA | --to JAVA
 compare diff A B                   by stanza and key; --text: unified       watch FILE [S [K]]          changes as they happen
         merge BASE OURS THEIRS     into OURS; as a git merge driver:  zstz merge %O %A %B --path %P
-other   doc TEMPLATE | dialects [FILE] | lock | java | hexdump | completion bash|zsh|fish
+other   doc TEMPLATE | dialects [FILE] | lock | java | hexdump | completion bash|zsh|fish | help [VERB]
 
 everywhere      --dialect D    --format plain|json|sh|lines    -0, --null    -q
 for changes     --create    -n, --dry-run: print a unified diff    --wait SECONDS    --backup[=SUFFIX]    --normalise
 exit            0 done, 1 not found, 2 usage, 3 invalid data, 4 cannot open, read or write, 5 locked by another process,
                 6 invalid value, 7 change refused, 8 differs or conflicts, 9 internal
-zstz VERB --help has examples; zstz(1)
+zstz VERB --help has examples; zstz(1), zstz-dialects(5)
 )";
 
 // Returns the name of an option with its value, as in "--wait SECONDS".
@@ -68,6 +72,17 @@ std::string formatExamples(std::string_view commands)
 }
 
 }  // namespace
+
+int runHelp(Request const& request)
+{
+    Verb const* const verb = request.text.empty() ? nullptr : findVerb(request.text);
+    if (!request.text.empty() && verb == nullptr)
+        throw Failure{exitUsage,
+                      "help",
+                      {"unknown command " + quote(request.text), "run 'zstz help' for a list"}};
+    fputs(verb == nullptr ? kHelp : formatHelp(*verb).c_str(), stdout);
+    return exitDone;
+}
 
 std::string formatHelp()
 {

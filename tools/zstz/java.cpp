@@ -1,10 +1,12 @@
 // java: the verbs zstz java and zstz convert.
 #include <Z/ZArrayList.h>
 #include <Z/ZUTF8String.h>
+#include <Z/dialects/line_rules.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 
@@ -12,6 +14,7 @@
 #include "edited_file.h"
 #include "failures.h"
 #include "java_file.h"
+#include "key_lines.h"
 #include "stanza_file.h"
 
 namespace {
@@ -166,15 +169,18 @@ bool isSameFile(std::string const& left, std::string const& right)
 
 // Deletes every key that is not in `keptKeys`, and every obfuscated key. The stanza keeps its
 // position and its comments.
-void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza,
-                     std::set<std::string> const& keptKeys)
+// range   `keptKeys` has the identities of names.
+void deleteOtherKeys(Store& store, std::string const& stanza, std::set<std::string> const& keptKeys)
 {
+    zlines::SharedDialect const dialect = lineDialectOf(store.dialect());
+    zdialects::LineRules const rules(*dialect);
     std::unique_ptr<ZArrayList_6_0> const keys(store.getKeys(stanza.c_str()));
     for (unsigned i = 0; i < keys->size(); ++i) {
         auto const& name = static_cast<ZAbstractString_6_0 const&>(*keys->get(i));
         std::string const key(name.getChars(), name.getLength());
         // A key with obfuscated values takes no plain value: delete it so that it is created again.
-        if (keptKeys.count(key) == 0 || store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
+        if (keptKeys.count(rules.keyIdentity(key)) == 0 ||
+            store.isObfuscated(stanza.c_str(), key.c_str()) != 0)
             store.deleteKey(stanza.c_str(), key.c_str());
     }
 }
@@ -182,17 +188,24 @@ void deleteOtherKeys(ZStanzaFileProperties_6_0& store, std::string const& stanza
 // Returns the entries of a stanza in UTF-8, checked for a Java file.
 Entries makeJavaEntries(Request const& request)
 {
-    Store store;
+    Store store(chooseDialect(request, request.file));
     loadFile(request, store);
     requireStanza(store, request.file, request.stanza);
-    if (!request.dropComments && hasComments(store, request.stanza))
+    zlines::SharedDialect const dialect = lineDialectOf(store.dialect());
+    zdialects::LineRules const rules(*dialect);
+    std::string const wanted = rules.stanzaIdentity(request.stanza);
+    std::vector<Stanza> const stanzas = outlineOf(store);
+    auto const found = std::find_if(stanzas.begin(), stanzas.end(), [&](Stanza const& stanza) {
+        return rules.stanzaIdentity(stanza.name) == wanted;
+    });
+    if (!request.dropComments && found != stanzas.end() && hasComments(store, found->name))
         throw Failure{exitRefused,
                       request.file,
                       {"stanza [" + request.stanza + "] has comments, which would be lost",
                        "pass --drop-comments"}};
     Entries entries;
-    for (Stanza const& stanza : outlineOf(store)) {
-        if (stanza.name != request.stanza)
+    for (Stanza const& stanza : stanzas) {
+        if (rules.stanzaIdentity(stanza.name) != wanted)
             continue;
         for (std::string const& key : stanza.keys) {
             std::string const name = nameKey(key, request.stanza);
@@ -202,7 +215,7 @@ Entries makeJavaEntries(Request const& request)
                     request.file,
                     {name + " has obfuscated values, which would be readable in a Java file",
                      "remove the key with 'zstz unset'"}};
-            std::vector<std::string> const values = valuesOf(store, request.stanza, key);
+            std::vector<std::string> const values = countingValuesOf(store, request.stanza, key);
             if (values.size() > 1)
                 throw Failure{exitRefused,
                               request.file,
@@ -232,7 +245,7 @@ int convertToJava(Request const& request)
 using LocalEntries = std::vector<std::pair<std::string, std::string>>;
 
 // Returns the entries of a Java file in the local codeset, checked for a stanza.
-LocalEntries readLocalEntries(Request const& request)
+LocalEntries readLocalEntries(Request const& request, bool isStanzaFile)
 {
     std::string const& path = request.javaFrom;
     JavaFile const java(path);
@@ -241,18 +254,43 @@ LocalEntries readLocalEntries(Request const& request)
     for (auto const& [key, value] : java.entries()) {
         entries.emplace_back(toLocal(path, key, key),
                              toLocal(path, key, joinSurrogatePairs(value)));
+        if (!isStanzaFile)
+            continue;
         checkNames(path, request.stanza, entries.back().first);
         checkValue(path, entries.back().first, entries.back().second);
     }
     return entries;
 }
 
+// Returns the identities of the keys, after a check that the dialect can spell the entries.
+std::set<std::string> identitiesOf(Store const& store, Request const& request,
+                                   LocalEntries const& entries)
+{
+    zlines::SharedDialect const dialect = lineDialectOf(store.dialect());
+    zdialects::LineRules const rules(*dialect);
+    std::set<std::string> identities;
+    for (auto const& [key, value] : entries) {
+        if (!store.isStanzaFile())
+            checkSpelling(store, request, request.stanza, key, value.c_str());
+        if (!identities.insert(rules.keyIdentity(key)).second)
+            throw Failure{exitRefused,
+                          request.javaFrom,
+                          {"the dialect " + std::string(store.dialect().name()) + " takes key " +
+                               quote(key) + " for another key of the file",
+                           "rename one of them"}};
+    }
+    return identities;
+}
+
 void convertFromJava(EditedFile& file, Request const& request)
 {
-    LocalEntries const entries = readLocalEntries(request);
-    checkNames(request.file, request.stanza, "key");
-    file.willChange(request.stanza, "", request.overwrite);
     Store& store = file.store();
+    LocalEntries const entries = readLocalEntries(request, store.isStanzaFile());
+    if (store.isStanzaFile())
+        checkNames(request.file, request.stanza, "key");
+    requireUnambiguous(store, request);
+    std::set<std::string> const newKeys = identitiesOf(store, request, entries);
+    file.willChange(request.stanza, "", request.overwrite);
     char const* const stanza = request.stanza.c_str();
     if (store.exists(stanza) != 0) {
         if (!request.overwrite)
@@ -260,9 +298,6 @@ void convertFromJava(EditedFile& file, Request const& request)
                 exitRefused,
                 request.file,
                 {"stanza [" + request.stanza + "] exists", "pass --overwrite to replace it"}};
-        std::set<std::string> newKeys;
-        for (auto const& entry : entries)
-            newKeys.insert(entry.first);
         deleteOtherKeys(store, request.stanza, newKeys);
     } else {
         store.addStanza(stanza);
@@ -293,6 +328,5 @@ int runConvert(Request const& request)
         return convertToJava(request);
     Request change = request;
     change.create = true;
-    change.dialect = "stanza";
     return runChange(change, convertFromJava);
 }

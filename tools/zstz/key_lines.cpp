@@ -1,6 +1,10 @@
 #include "key_lines.h"
 
 #include <Z/ZPropertiesImpl_p.h>
+#include <Z/ZStanzaDialect_p.h>
+#include <Z/dialects/line_rules.h>
+#include <Z/dialects/switched_dialect.h>
+#include <Z/stanza/stanza_dialect.h>
 
 #include <algorithm>
 
@@ -9,13 +13,34 @@ zlines::SharedText keptText(Store const& store)
     return ZPCategoryBasedCache_6_0::KeptLines::textOf(store.contents());
 }
 
+zlines::SharedDialect lineDialectOf(ZStanzaDialect_6_0 const& dialect)
+{
+    zdialects::Switches const switches = zdialects::switchesOf(dialect);
+    if (switches.isStanzaFormat())
+        return zstanza::sharedStanzaDialect();
+    return zdialects::dialectWith(switches);
+}
+
+std::string resolveStanza(ZStanzaDialect_6_0 const& dialect, std::string const& name)
+{
+    constexpr int kSubsections = 4;  // of zDialectHeads
+    if (name.find('"') == name.npos || dialect.get(zDialectHeads) != kSubsections)
+        return name;
+    std::string_view spelled = name;
+    if (spelled.starts_with('[') && spelled.ends_with(']'))
+        spelled = spelled.substr(1, spelled.size() - 2);
+    zlines::SharedDialect const lines = lineDialectOf(dialect);
+    auto const line = zdialects::LineRules(*lines).readAlone("[" + std::string(spelled) + "]");
+    return line.kind == zlines::headerLine ? line.name : name;
+}
+
 std::vector<KeyLine> findKeyLines(zlines::Outline& outline, std::string const& stanza,
                                   std::string const& key)
 {
     std::vector<KeyLine> found;
     zlines::Dialect const& dialect = outline.dialect();
-    std::string stanzaSpace, keySpace, space;
-    uint32_t const index = outline.find(dialect.comparableStanza(stanza, stanzaSpace), 0);
+    std::string keySpace, space;
+    uint32_t const index = outline.find(zdialects::LineRules(dialect).stanzaIdentity(stanza), 0);
     if (index == zlines::kNone)
         return found;
     std::string_view const wanted = dialect.comparableKey(key, keySpace);
@@ -39,4 +64,56 @@ std::vector<KeyLine> findKeyLines(zlines::Outline& outline, std::string const& s
         }
     }
     return found;
+}
+
+namespace {
+
+// A key line and its meaning.
+struct Entry {
+    uint32_t stanza;
+    std::string key;
+    std::string value;
+
+    bool operator==(Entry const&) const = default;
+};
+
+// Returns the key lines of an outline, without the lines of one key if `without` is not null.
+std::vector<Entry> entriesOf(zlines::Outline& outline, std::vector<KeyLine> const* without)
+{
+    std::vector<Entry> entries;
+    std::string space;
+    for (uint32_t i = 0; i < outline.stanzas().size(); ++i)
+        for (uint32_t at = outline.stanzas()[i].firstSection; at != zlines::kNone;
+             at = outline.sections()[at].next)
+            for (uint32_t line = outline.sections()[at].first; line < outline.sections()[at].end;
+                 ++line) {
+                auto const isLeftOut = [&](KeyLine const& key) { return key.index == line; };
+                bool const isKey = outline.lines()[line].isKey();
+                if (!isKey || (without != nullptr &&
+                               std::any_of(without->begin(), without->end(), isLeftOut)))
+                    continue;
+                std::string const key(outline.keyName(line, space));
+                entries.push_back({i, key,
+                                   outline.lines()[line].kind == zlines::valueLine
+                                       ? '=' + std::string(outline.value(line, space))
+                                       : ""});
+            }
+    return entries;
+}
+
+size_t countOthers(zlines::Outline const& outline)
+{
+    return static_cast<size_t>(
+        std::count_if(outline.lines().begin(), outline.lines().end(),
+                      [](zlines::Line const& line) { return line.kind == zlines::otherLine; }));
+}
+
+}  // namespace
+
+bool differOnlyIn(zlines::Outline& before, std::vector<KeyLine> const* removed,
+                  zlines::Outline& after, std::vector<KeyLine> const* added)
+{
+    return before.stanzas().size() == after.stanzas().size() &&
+           countOthers(before) == countOthers(after) &&
+           entriesOf(before, removed) == entriesOf(after, added);
 }

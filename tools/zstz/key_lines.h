@@ -19,6 +19,13 @@ struct KeyLine {
     std::string value;
 };
 
+/// Returns the rules of the lines of a dialect.
+zlines::SharedDialect lineDialectOf(ZStanzaDialect_6_0 const& dialect);
+
+/// Returns the name of a stanza in a file of the dialect. The name can be spelled as in a header,
+/// if headers have a second form: remote "origin" is remote.origin.
+std::string resolveStanza(ZStanzaDialect_6_0 const& dialect, std::string const& name);
+
 /// Returns the text of a file that was loaded with the attribute keepLines.
 zlines::SharedText keptText(Store const& store);
 
@@ -26,3 +33,9 @@ zlines::SharedText keptText(Store const& store);
 /// owns    borrowed from the outline.
 std::vector<KeyLine> findKeyLines(zlines::Outline& outline, std::string const& stanza,
                                   std::string const& key);
+
+/// Returns whether two files have the same key lines, apart from the given ones of each, and the
+/// same number of lines that are passed over.
+/// range   the lists may be null.
+bool differOnlyIn(zlines::Outline& before, std::vector<KeyLine> const* removed,
+                  zlines::Outline& after, std::vector<KeyLine> const* added);

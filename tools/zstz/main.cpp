@@ -85,9 +85,7 @@ int run(int argc, char const* const* argv, Request& request)
             fputs(formatHelp(*verb).c_str(), stdout);
             return exitDone;
         }
-        constexpr std::string_view kStanzaOnly = "doc|fmt|convert";
-        if (isOneOf(verb->name, kStanzaOnly) && !request.asText)
-            requireStanzaDialect(request);
+        resolveNames(request);
         if (verb->prepare != nullptr)
             verb->prepare(request);
         return verb->run != nullptr ? verb->run(request) : runChange(request, verb->apply);

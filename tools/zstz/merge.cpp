@@ -42,9 +42,7 @@ void requireReadable(std::string const& text, std::string const& name,
     Problems const problems = Problems::ofText(text, dialect);
     for (unsigned i = 0; i < problems.size(); ++i) {
         ZStanzaProblem_6_0 const& problem = problems[i];
-        bool const isOfCompanion = problem.cause() == ZStanzaProblem_6_0::unreadableCompanion ||
-                                   problem.cause() == ZStanzaProblem_6_0::damagedCompanion;
-        if (problem.kind() != ZStanzaProblem_6_0::error || isOfCompanion)
+        if (problem.kind() != ZStanzaProblem_6_0::error || isAboutCompanion(problem))
             continue;
         Problem described = splitText(toStdString(problem.text()));
         if (dialect.name() == std::string_view("stanza"))

@@ -140,7 +140,7 @@ void ValuePrinter::addPlain(std::string_view key, Values const& values)
         return;
     }
     if (values.empty())
-        append(key, " =");
+        append(key, hasKeysAlone_ ? "" : " =");
     for (std::string_view const value : values)
         append(key, " = ", value);
 }

@@ -30,6 +30,9 @@ public:
 
     ValuePrinter(Request const& request, PlainForm plainForm);
 
+    /// Prints a key without values as the key alone, not as "key =", in the form "plain".
+    void printKeysAlone(bool isAlone) { hasKeysAlone_ = isAlone; }
+
     /// Starts a stanza.
     void addStanza(std::string_view name);
 
@@ -63,6 +66,7 @@ private:
     std::string out_;
     std::string stanza_;
     bool hasStanza_ = false;
+    bool hasKeysAlone_ = false;
     bool hasKey_ = false;                           // in this stanza
     std::map<std::string, std::string> variables_;  // the key of each name of a variable
 };

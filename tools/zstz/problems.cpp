@@ -8,7 +8,10 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
+#include <memory>
 #include <optional>
+#include <utility>
 
 #include "busy.h"
 #include "commands.h"
@@ -16,6 +19,7 @@
 #include "json.h"
 #include "key_lines.h"
 #include "output.h"
+#include "raw_file.h"
 #include "stanza_file.h"
 #include "template_file.h"
 
@@ -24,8 +28,7 @@ namespace {
 std::string formatPlain(std::string const& path, ZStanzaProblem_6_0 const& problem,
                         std::string const& text)
 {
-    std::string const line = nameLine(path, problem.line()) + ":" +
-                             std::to_string(problem.column()) + ": " +
+    std::string const line = nameLine(path, problem.line(), problem.column()) + ": " +
                              (problem.kind() == ZStanzaProblem_6_0::note ? "note: " : "") + text;
     return toPrintable(line);
 }
@@ -44,6 +47,8 @@ std::string formatJson(std::string const& path, ZStanzaProblem_6_0 const& proble
         {"kind", problem.kind() == ZStanzaProblem_6_0::note ? "\"note\"" : "\"error\""},
         {"stanza", toJson(toStdString(problem.stanza()))},
         {"key", toJson(toStdString(problem.key()))},
+        {"old", "null"},
+        {"new", "null"},
         {"text", toJson(text)},
     };
     std::string json;
@@ -102,6 +107,12 @@ Problems Problems::ofText(std::string const& text, ZStanzaDialect_6_0 const& dia
     return problems;
 }
 
+bool isAboutCompanion(ZStanzaProblem_6_0 const& problem)
+{
+    return problem.cause() == ZStanzaProblem_6_0::unreadableCompanion ||
+           problem.cause() == ZStanzaProblem_6_0::damagedCompanion;
+}
+
 std::string textOf(ZStanzaProblem_6_0 const& problem)
 {
     constexpr std::string_view kStart = "storing ", kMiddle = ", and storing ";
@@ -126,11 +137,13 @@ Problem splitText(std::string const& text)
 
 namespace {
 
-// Returns the index of the last error; the number of problems without one.
+// Returns the index of the last error that another dialect could read; the number of problems
+// without one.
 unsigned findLastError(Problems const& problems)
 {
     for (unsigned i = problems.size(); i > 0; --i)
-        if (problems[i - 1].kind() == ZStanzaProblem_6_0::error)
+        if (problems[i - 1].kind() == ZStanzaProblem_6_0::error &&
+            !isAboutCompanion(problems[i - 1]))
             return i - 1;
     return problems.size();
 }
@@ -142,75 +155,151 @@ std::string format(Request const& request, std::string const& path,
                                     : formatPlain(path, problem, text);
 }
 
-// Prints the differences of a file from a template, and returns the exit code that they are worth.
-// range   `text` is standard input, if `path` is its name.
-int lintByTemplate(Request const& request, std::string const& path, std::string const& text,
-                   Template const& schema)
+// A template that is read when the first file needs it, in the dialect of the file. Standard input
+// is read once.
+class TemplateSource {
+public:
+    explicit TemplateSource(Request const& request) : request_(request) {}
+
+    bool exists() const { return !request_.templateFile.empty(); }
+
+    Template const& in(ZStanzaDialect_6_0 const& fileDialect)
+    {
+        ZStanzaDialect_6_0 const dialect = chooseTemplateDialect(request_, fileDialect);
+        if (!text_)
+            text_ = readText(request_.templateFile, request_.wait);
+        auto& schema = schemas_[dialect.name()];
+        if (schema == nullptr)
+            schema =
+                std::make_unique<Template>(parseTemplate(request_.templateFile, *text_, dialect));
+        return *schema;
+    }
+
+private:
+    Request const& request_;
+    std::optional<std::string> text_;
+    std::map<std::string, std::unique_ptr<Template>> schemas_;  // by dialect
+};
+
+// Returns the differences from a template. A key of a companion file exists if the file can be
+// loaded.
+std::vector<std::unique_ptr<ZStanzaProblem_6_0>> findDifferences(Request const& request,
+                                                                 std::string const& path,
+                                                                 std::string const& text,
+                                                                 ZStanzaDialect_6_0 const& dialect,
+                                                                 Template const& schema)
 {
-    Store store;
-    store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
-    if (path == kStandardInput)
-        loadText(text, store);
-    else
-        loadFile(path, request.wait, store);
-    int worst = exitDone;
-    zlines::SharedText const kept = keptText(store);
-    for (ztemplates::Difference const &found : ztemplates::checkTemplate(
-             kept->text, kept->dialect, schema,
-             [&](std::string const&stanza, std::string const&key) {
-                 return store.contents().contains(stanza.c_str(), key.c_str()) != 0;
-             })) {
-        ZStanzaProblem_6_0 const problem(
+    std::unique_ptr<Store> store;
+    auto const hasHiddenValue = [&](std::string const& stanza, std::string const& key) {
+        if (path == kStandardInput)
+            return false;
+        try {
+            if (store == nullptr) {
+                store = std::make_unique<Store>(dialect);
+                loadFile(path, request.wait, *store);
+            }
+            return store->contents().contains(stanza.c_str(), key.c_str()) != 0;
+        } catch (...) {
+            return false;  // the problems of the file have the reason
+        }
+    };
+    std::vector<std::unique_ptr<ZStanzaProblem_6_0>> differences;
+    zlines::SharedDialect const lines = lineDialectOf(dialect);
+    for (ztemplates::Difference const& found :
+         ztemplates::checkTemplate(text, *lines, schema, hasHiddenValue))
+        differences.push_back(std::make_unique<ZStanzaProblem_6_0>(
             found.place.line, found.place.column, ZStanzaProblem_6_0::error,
             static_cast<ZStanzaProblem_6_0::Cause>(found.cause), found.stanza.c_str(),
-            found.key.c_str(), found.text.c_str());
-        worst = exitInvalidData;
-        printLine(request, format(request, path, problem, textOf(problem)));
-    }
-    return worst;
+            found.key.c_str(), found.text.c_str()));
+    return differences;
 }
 
-// Prints the problems of a file, and its differences from a template if it has no errors. Returns
-// the highest code.
-int lintFile(Request const& request, std::string const& path, Template const* schema)
+// Prints the problems of a file, and its differences from a template, in file order. Returns the
+// highest code.
+int lintFile(Request const& request, std::string const& path, TemplateSource& source)
 {
     ZStanzaDialect_6_0 const dialect = chooseDialect(request, path);
     bool const isInput = path == kStandardInput;
     std::string const text = isInput ? readStandardInput() : "";
     Problems const problems =
         isInput ? Problems::ofText(text, dialect) : Problems(path, request.wait, dialect);
-    bool const isStanza = dialect.name() == std::string_view("stanza");
-    unsigned const lastError = isStanza ? findLastError(problems) : problems.size();
+    std::vector<std::unique_ptr<ZStanzaProblem_6_0>> differences;
+    if (source.exists())
+        differences = findDifferences(request, path, isInput ? text : readText(path, request.wait),
+                                      dialect, source.in(dialect));
+    unsigned const lastError = findLastError(problems);
+    std::vector<ZStanzaProblem_6_0 const*> all;
+    for (unsigned i = 0; i < problems.size(); ++i)
+        all.push_back(&problems[i]);
+    for (auto const& difference : differences)
+        all.push_back(difference.get());
+    ZStanzaProblem_6_0 const* const suggesting =
+        lastError < problems.size() ? &problems[lastError] : nullptr;
+    std::stable_sort(all.begin(), all.end(), [](auto const* left, auto const* right) {
+        return std::pair(left->line(), left->column()) < std::pair(right->line(), right->column());
+    });
     int worst = exitDone;
-    for (unsigned i = 0; i < problems.size(); ++i) {
-        ZStanzaProblem_6_0 const& problem = problems[i];
-        worst = std::max(worst, codeOf(problem));
-        std::string described = textOf(problem);
-        if (i == lastError)
-            addSuggestion(isInput ? text : readContents(path), described);
-        printLine(request, format(request, path, problem, described));
+    for (ZStanzaProblem_6_0 const* const problem : all) {
+        worst = std::max(worst, codeOf(*problem));
+        std::string described = textOf(*problem);
+        if (problem == suggesting)
+            addSuggestion(path, isInput ? text : readContents(path), dialect, described);
+        printLine(request, format(request, path, *problem, described));
     }
-    if (schema == nullptr || worst != exitDone)
-        return worst;
-    if (!isStanza)
-        throw Failure{exitRefused,
-                      path,
-                      {"templates support only the dialect stanza", "leave out --template"}};
-    worst = lintByTemplate(request, path, text, *schema);
     return worst;
 }
 
 }  // namespace
 
+namespace {
+
+Failure describeError(ZStanzaProblem_6_0 const& error, std::string const& path)
+{
+    return {static_cast<ExitCode>(codeOf(error)), nameLine(path, error.line(), error.column()),
+            splitText(textOf(error))};
+}
+
+}  // namespace
+
+std::vector<Failure> describeErrors(Problems const& problems, std::string const& path,
+                                    std::string const& contents, ZStanzaDialect_6_0 const& dialect)
+{
+    std::vector<Failure> errors;
+    unsigned const last = findLastError(problems);
+    for (unsigned i = 0; i < problems.size(); ++i) {
+        if (problems[i].kind() != ZStanzaProblem_6_0::error)
+            continue;
+        errors.push_back(describeError(problems[i], path));
+        if (i == last)
+            addSuggestion(path, contents, dialect, errors.back().problem.remedy);
+    }
+    return errors;
+}
+
+std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
+                                          std::string const& contents,
+                                          ZStanzaDialect_6_0 const& dialect)
+{
+    unsigned first = 0;
+    while (first < problems.size() && problems[first].kind() != ZStanzaProblem_6_0::error)
+        ++first;
+    if (first == problems.size())
+        return {};
+    Failure error = describeError(problems[first], path);
+    if (!isAboutCompanion(problems[first]))
+        addSuggestion(path, contents, dialect, error.problem.remedy);
+    return error;
+}
+
 int runLint(Request const& request)
 {
-    std::optional<Template> schema;
-    if (!request.templateFile.empty())
-        schema = readTemplate(request.templateFile, request.wait);
+    TemplateSource source(request);
+    if (source.exists())
+        source.in(chooseDialect(request, request.files.front()));
     int worst = exitDone;
     for (std::string const& path : request.files) {
         try {
-            worst = std::max(worst, lintFile(request, path, schema ? &*schema : nullptr));
+            worst = std::max(worst, lintFile(request, path, source));
         } catch (...) {
             worst = std::max(worst, report(describe(std::current_exception(), path)));
         }

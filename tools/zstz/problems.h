@@ -5,7 +5,9 @@
 #include <Z/ZStanzaDialect.h>
 #include <Z/ZStanzaProblem.h>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "failures.h"
 
@@ -34,6 +36,19 @@ private:
 /// Returns the description of a problem, "WHAT; HELP". Changes by this tool keep most lines that a
 /// store with the library's defaults changes: those notes name the option that changes the line.
 std::string textOf(ZStanzaProblem_6_0 const& problem);
+
+/// Returns whether the companion of a file has the problem, not a line.
+bool isAboutCompanion(ZStanzaProblem_6_0 const& problem);
+
+/// Returns the errors among the problems of a file of a dialect, in file order. The last error of a
+/// line suggests a dialect that reads the contents.
+std::vector<Failure> describeErrors(Problems const& problems, std::string const& path,
+                                    std::string const& contents, ZStanzaDialect_6_0 const& dialect);
+
+/// Returns the first of these errors, with the suggestion; nothing if there is no error.
+std::optional<Failure> describeFirstError(Problems const& problems, std::string const& path,
+                                          std::string const& contents,
+                                          ZStanzaDialect_6_0 const& dialect);
 
 /// Returns the two parts of such a description.
 Problem splitText(std::string const& text);

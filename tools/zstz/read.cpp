@@ -1,7 +1,6 @@
 // read: the verbs get, list, stanzas and keys.
-#include <errno.h>
-#include <limits.h>
-#include <stdlib.h>
+#include <Z/dialects/line_rules.h>
+#include <Z/templates/typed_value.h>
 
 #include <optional>
 
@@ -14,35 +13,77 @@
 
 namespace {
 
-// Refuses a number outside the range of unsigned int. The library would return another number: it
-// negates modulo 2^32 and clamps at the maximum.
-void checkNumber(std::string const& value, Request const& request)
+// Values of ZStanzaSwitch.
+constexpr int kFirstCounts = 2;  // of zDialectRepeatedKey
+constexpr int kKeyIsOption = 3;  // of zDialectKeyAlone
+constexpr int kEmptyResets = 2;  // of zDialectEmptyValues
+
+Failure describeType(Request const& request, std::string const& value, char const* type,
+                     char const* remedy)
 {
-    char const* const text = value.c_str() + value.find_first_not_of(" \t\n\v\f\r");
-    errno = 0;
-    unsigned long const wide = strtoul(text, nullptr, 0);
-    if (errno != 0 || wide > UINT_MAX || (*text == '-' && wide != 0))
-        throw Failure{exitInvalidValue,
-                      request.file,
-                      {nameKey(request.key, request.stanza) + ": " + quote(value) +
-                           " is not a number from 0 to " + std::to_string(UINT_MAX),
-                       "leave out --as to print it unchanged"}};
+    return {
+        exitInvalidValue,
+        request.file,
+        {nameKey(request.key, request.stanza) + ": " + quote(value) + " is not " + type, remedy}};
 }
 
-// Returns the value that counts, converted.
-std::string convertValue(Store const& store, Request const& request, std::string const& value)
+// Returns a value converted to the type of the request. A stanza file has no empty values: a key
+// without values is 0 or no there.
+std::string convertValue(Request const& request, std::string const& value, bool isStanzaFile)
 {
-    char const* const stanza = request.stanza.c_str();
-    char const* const key = request.key.c_str();
+    bool const isNothing = isStanzaFile && value.empty();
     if (request.as == "number") {
-        unsigned const number = store.getIntegerValue(stanza, key, 0, 0);
-        if (!value.empty())
-            checkNumber(value, request);
-        return std::to_string(number);
+        std::optional<ztemplates::Number> const number =
+            ztemplates::toNumber(isNothing ? "0" : value);
+        if (!number)
+            throw describeType(request, value, "a number",
+                               "write it in decimal, hexadecimal (0x) or octal (0)");
+        return number->text;
     }
-    if (request.as == "boolean")
-        return store.getBooleanValue(stanza, key, 0, 0) != 0 ? "yes" : "no";
+    if (request.as == "boolean") {
+        std::optional<bool> const truth = value.empty() ? false : ztemplates::toBoolean(value);
+        if (!truth)
+            throw describeType(request, value, "a boolean", "write yes or no");
+        return *truth ? "yes" : "no";
+    }
     return value;
+}
+
+// Returns the value that counts, converted. A key alone is an option that is set, in the dialects
+// that have such options.
+std::string convertCounting(Store const& store, Request const& request,
+                            std::vector<std::string> const& values)
+{
+    ZStanzaDialect_6_0 const dialect = store.dialect();
+    bool const isOption = values.empty() && dialect.get(zDialectKeyAlone) == kKeyIsOption;
+    if (isOption && request.as == "boolean")
+        return "yes";
+    if (isOption && request.as == "number")
+        throw Failure{
+            exitInvalidValue,
+            request.file,
+            {nameKey(request.key, request.stanza) + " has no value, so it is not a number",
+             "write one after \"=\""}};
+    return convertValue(request, values.empty() ? "" : values.back(), store.isStanzaFile());
+}
+
+// Returns whether no value of an existing key counts, because an empty one resets it.
+bool isReset(Store const& store, Request const& request)
+{
+    return store.dialect().get(zDialectEmptyValues) == kEmptyResets && !request.all &&
+           !request.raw && !request.line &&
+           countingValuesOf(store, request.stanza, request.key).empty();
+}
+
+void throwMissing(Store const& store, Request const& request)
+{
+    requireKey(store, request);
+    throw Failure{
+        exitNotFound,
+        request.file,
+        {nameKey(request.key, request.stanza) + " has no value below the empty one, which "
+                                                "resets it",
+         "pass --raw to print the value of every line"}};
 }
 
 // Returns the lines of the key, as spelled or by their numbers.
@@ -66,27 +107,59 @@ std::vector<std::string> chooseValues(Store const& store, Request const& request
 {
     if (request.line || request.raw) {
         std::vector<std::string> const lines = describeLines(store, request);
-        return request.raw || request.all ? lines : std::vector<std::string>{lines.back()};
+        bool const isFirst = store.dialect().get(zDialectRepeatedKey) == kFirstCounts;
+        return request.raw || request.all
+                   ? lines
+                   : std::vector<std::string>{isFirst ? lines.front() : lines.back()};
     }
     std::vector<std::string> const values = countingValuesOf(store, request.stanza, request.key);
     if (request.all)
         return values;
-    std::string const value = convertValue(store, request, values.empty() ? "" : values.back());
+    std::string const value = convertCounting(store, request, values);
     bool const hasValue = !values.empty() || request.as != "text" || request.format == "plain";
     return hasValue ? std::vector<std::string>{value} : std::vector<std::string>();
 }
 
 // Returns the value of a missing key: from --default, else from a template.
-std::optional<std::string> defaultValue(Request const& request)
+std::optional<std::string> defaultValue(Store const& store, Request const& request)
 {
     if (request.hasFallback)
-        return request.fallback;
+        return convertValue(request, request.fallback, false);
     if (request.templateFile.empty())
         return {};
-    Template const schema = readTemplate(request.templateFile, request.wait);
+    Template const schema = readTemplate(request.templateFile, request.wait,
+                                         chooseTemplateDialect(request, store.dialect()));
     TemplateKey const* const key = schema.find(request.stanza, request.key);
-    return key == nullptr ? std::nullopt : std::optional(key->defaultValue);
+    return key == nullptr ? std::nullopt
+                          : std::optional(convertValue(request, key->defaultValue, false));
 }
+
+// Compares names of stanzas and keys with the names of a request; an empty name is any.
+class NameFilter {
+public:
+    NameFilter(Store const& store, Request const& request)
+        : dialect_(lineDialectOf(store.dialect())),
+          rules_(*dialect_),
+          stanza_(rules_.stanzaIdentity(request.stanza)),
+          key_(rules_.keyIdentity(request.key))
+    {
+    }
+
+    bool hasStanza(std::string_view name) const
+    {
+        return stanza_.empty() || rules_.stanzaIdentity(name) == stanza_;
+    }
+    bool hasKey(std::string_view name) const
+    {
+        return key_.empty() || rules_.keyIdentity(name) == key_;
+    }
+
+private:
+    zlines::SharedDialect const dialect_;
+    zdialects::LineRules const rules_;
+    std::string const stanza_;
+    std::string const key_;
+};
 
 }  // namespace
 
@@ -97,10 +170,12 @@ int runGet(Request const& request)
         store.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     loadFile(request, store);
     bool const isMissing =
-        store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0;
-    std::optional<std::string> const fallback = isMissing ? defaultValue(request) : std::nullopt;
+        store.contents().contains(request.stanza.c_str(), request.key.c_str()) == 0 ||
+        isReset(store, request);
+    std::optional<std::string> const fallback =
+        isMissing ? defaultValue(store, request) : std::nullopt;
     if (isMissing && !fallback)
-        requireKey(store, request);
+        throwMissing(store, request);
     std::vector<std::string> const values =
         isMissing ? std::vector<std::string>{*fallback} : chooseValues(store, request);
     ValuePrinter printer(request, ValuePrinter::onlyValues);
@@ -127,8 +202,9 @@ int runKeys(Request const& request)
     Store store(chooseDialect(request, request.file));
     loadFile(request, store);
     requireStanza(store, request.file, request.stanza);
+    NameFilter const filter(store, request);
     for (Stanza const& stanza : outlineOf(store))
-        if (stanza.name == request.stanza)
+        if (filter.hasStanza(stanza.name))
             printNames(request, stanza.keys);
     return exitDone;
 }
@@ -141,17 +217,19 @@ int runList(Request const& request)
         requireKey(store, request);
     else if (!request.stanza.empty())
         requireStanza(store, request.file, request.stanza);
+    NameFilter const filter(store, request);
     ValuePrinter printer(request, ValuePrinter::stanzasAndKeys);
+    printer.printKeysAlone(store.dialect().get(zDialectKeyAlone) == kKeyIsOption);
     forEachKey(
         store,
         [&](std::string_view stanza) {
-            bool const isWanted = request.stanza.empty() || stanza == request.stanza;
+            bool const isWanted = filter.hasStanza(stanza);
             if (isWanted)
                 printer.addStanza(stanza);
             return isWanted;
         },
         [&](KeyView const& key) {
-            if (!request.key.empty() && key.name != request.key)
+            if (!filter.hasKey(key.name))
                 return;
             std::vector<std::string_view> const masks(key.isObfuscated ? key.values.size() : 0,
                                                       kMask);

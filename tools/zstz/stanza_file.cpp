@@ -53,18 +53,11 @@ std::string readStandardInput(char const* contents)
 
 namespace {
 
-// Returns the first error in a file or in standard input.
-Failure describeFirstError(Problems const& problems, std::string const& name, Store const& store,
-                           std::string const& text)
+Failure firstErrorOf(Problems const& problems, std::string const& name, Store const& store,
+                     std::string const& text)
 {
-    for (unsigned i = 0; i < problems.size(); ++i)
-        if (problems[i].kind() == ZStanzaProblem_6_0::error) {
-            Problem problem = splitText(textOf(problems[i]));
-            if (store.isStanzaFile())
-                addSuggestion(text, problem.remedy);
-            return {exitInvalidData, nameLine(name, problems[i].line()), problem};
-        }
-    return {exitInvalidData, name, {"invalid line", "correct it"}};
+    return describeFirstError(problems, name, text, store.dialect())
+        .value_or(Failure{exitInvalidData, name, {"invalid line", "correct it"}});
 }
 
 }  // namespace
@@ -74,7 +67,7 @@ void loadText(std::string const& text, Store& store, std::string const& name)
     try {
         store.loadText(text.data(), text.size());
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
-        throw describeFirstError(Problems::ofText(text, store.dialect()), name, store, text);
+        throw firstErrorOf(Problems::ofText(text, store.dialect()), name, store, text);
     } catch (ZUnsupportedException_6_0 const&) {
         throw Failure{exitRefused,
                       name,
@@ -90,7 +83,7 @@ void loadOnce(std::string const& path, Store& store)
     } catch (ZPropertiesInvalidDataException_6_0 const&) {
         if (store.isStanzaFile())
             throw;
-        throw describeFirstError(Problems(path, 0, store.dialect()), path, store, "");
+        throw firstErrorOf(Problems(path, 0, store.dialect()), path, store, readContents(path));
     }
 }
 
@@ -175,7 +168,8 @@ std::vector<std::string> valuesOf(Store const& store, std::string const& stanza,
 std::vector<std::string> countingValuesOf(Store const& store, std::string const& stanza,
                                           std::string const& key)
 {
-    if (store.isStanzaFile())
+    // A store rejects a stanza without a name, which a file may have.
+    if (store.isStanzaFile() || stanza.empty() || key.empty())
         return valuesOf(store, stanza, key);
     ZArrayList_6_0 list(4, 1);
     store.countingValues(stanza.c_str(), key.c_str(), list);
@@ -227,6 +221,21 @@ void requireKey(Store const& store, Request const& request)
                       {"no key " + quote(request.key) + " in [" + request.stanza + "]",
                        "run 'zstz keys " + shellWord(request.file) + " " +
                            shellWord(request.stanza) + "' to list them"}};
+}
+
+void requireUnambiguous(Store const& store, Request const& request)
+{
+    std::string const& stanza = request.stanza;
+    if (stanza.empty() || store.isAmbiguous(stanza.c_str()) == 0)
+        return;
+    size_t count = 2;
+    while (store.contents().contains((stanza + ']' + std::to_string(count + 1)).c_str()) != 0)
+        ++count;
+    throw Failure{exitRefused,
+                  request.file,
+                  {std::to_string(count) + " stanzas have the name [" + stanza + "]",
+                   "use " + shellWord(stanza + "]1") + (count == 2 ? " or " : " to ") +
+                       shellWord(stanza + ']' + std::to_string(count))}};
 }
 
 void checkReserved(std::string const& path, std::string const& stanza)

@@ -96,6 +96,10 @@ void requireStanza(Store const& store, std::string const& path, std::string cons
 /// throws  Failure.
 void requireKey(Store const& store, Request const& request);
 
+/// Requires that the stanza of a change is one stanza.
+/// throws  Failure if several stanzas have the name.
+void requireUnambiguous(Store const& store, Request const& request);
+
 /// Refuses the stanza that the library itself writes: a change there could lose the obfuscated
 /// values.
 /// throws  Failure.

@@ -1,11 +1,18 @@
 #include "template_file.h"
 
 #include "failures.h"
+#include "key_lines.h"
 #include "raw_file.h"
 
-Template readTemplate(std::string const& path, double wait)
+Template readTemplate(std::string const& path, double wait, ZStanzaDialect_6_0 const& dialect)
 {
-    Template schema(readText(path, wait));
+    return parseTemplate(path, readText(path, wait), dialect);
+}
+
+Template parseTemplate(std::string const& path, std::string const& text,
+                       ZStanzaDialect_6_0 const& dialect)
+{
+    Template schema(text, lineDialectOf(dialect));
     if (schema.keys().empty())
         throw Failure{exitInvalidData,
                       path,

@@ -27,6 +27,7 @@ constexpr Argument kArguments[] = {
     {"THEIRS", &Request::other, nullptr, "", false},
     {"TEMPLATE", &Request::file, nullptr, "", false},
     {"SHELL", &Request::shell, nullptr, "bash|zsh|fish|candidates", false},
+    {"VERB", &Request::text, nullptr, "", false},
     {"NAME", &Request::lockName, nullptr, "", false},
     {"COMMAND...", &Request::command, nullptr, "", true},
 };
@@ -115,7 +116,10 @@ constexpr Option kUnsetOptions[] = {
 constexpr Option kCommentOptions[] = {
     {"--above", 0, nullptr, "keep the existing comment, and add TEXT above it", &Request::above},
     {"--off", 0, nullptr, "turn the lines of the key into comments", &Request::off},
-    {"--on", 0, nullptr, "turn such comments into lines of the key", &Request::on},
+    {"--on", 0, nullptr, "turn such a comment into a line of the key", &Request::on},
+    {"--nth", 0, "N", "with --on: of several such comments, the one with this number",
+     &Request::nth},
+    {"--all", 0, nullptr, "with --on: all such comments", &Request::all},
 };
 
 constexpr Option kFmtOptions[] = {
@@ -154,13 +158,25 @@ void checkValueIsPassed(Request const& request, PassedNames const&)
         throw UsageError{"VALUE is required"};
 }
 
-void checkSet(Request const& request, PassedNames const& passed)
+void checkNth(Request const& request)
 {
-    checkValueIsPassed(request, passed);
     unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
     bool const isNumber = request.nth.find_first_not_of("0123456789") == std::string::npos;
     if (!request.nth.empty() && (!isNumber || number == 0))
         throw UsageError{"--nth: \"" + request.nth + "\" is not a number from 1"};
+}
+
+void checkSet(Request const& request, PassedNames const& passed)
+{
+    checkValueIsPassed(request, passed);
+    checkNth(request);
+}
+
+void checkComment(Request const& request, PassedNames const&)
+{
+    checkNth(request);
+    if (!request.on && (request.all || !request.nth.empty()))
+        throw UsageError{std::string(request.all ? "--all" : "--nth") + " needs --on"};
 }
 
 void checkUnset(Request const& request, PassedNames const&)
@@ -174,15 +190,6 @@ void checkEdit(Request const& request, PassedNames const&)
     bool const readsScript = request.script.empty() || request.script == "-";
     if (request.file == "-" && readsScript)
         throw UsageError{"FILE and SCRIPT are both standard input"};
-}
-
-void checkInputs(Request const& request, PassedNames const&)
-{
-    int count = 0;
-    for (std::string const* const path : {&request.file, &request.other, &request.base})
-        count += *path == kStandardInput ? 1 : 0;
-    if (count > 1)
-        throw UsageError{"only one file can be standard input"};
 }
 
 void checkJava(Request const& request, PassedNames const& passed)
@@ -226,7 +233,7 @@ constexpr char kChangeFormats[] = "plain|json|lines";
 constexpr char kPlain[] = "plain";
 
 constexpr Verb kVerbs[] = {
-    {"get", "FILE STANZA KEY", "print the value of a key; of several values, the last",
+    {"get", "FILE STANZA KEY", "print the value of a key; of several values, the valid one",
      "zstz get /etc/gateway.conf listener port\n"
      "zstz get /etc/gateway.conf listener port --all\n"
      "zstz get /etc/gateway.conf listener idle-timeout --as number --default 30\n"
@@ -333,8 +340,8 @@ constexpr Verb kVerbs[] = {
      "zstz comment /etc/gateway.conf \"The gateway of the office.\"\n"
      "zstz comment /etc/gateway.conf listener motd --off",
      kCommentOptions, fileOptions | changeOptions, false,
-     "--off --on; --off --above; --on --above; --off --normalise; --on --normalise", kAllFormats,
-     nullptr, nullptr, prepareComment, applyComment},
+     "--off --on; --off --above; --on --above; --off --normalise; --on --normalise; --nth --all",
+     kAllFormats, checkComment, nullptr, prepareComment, applyComment},
     {"edit",
      "FILE [SCRIPT]",
      "make the changes of a script, all or none",
@@ -365,14 +372,14 @@ constexpr Verb kVerbs[] = {
     {"diff", "A B", "print the changes from one file to another, by stanza and key",
      "zstz diff /etc/gateway.conf.bak /etc/gateway.conf\n"
      "zstz diff --text gateway.conf /etc/gateway.conf",
-     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats,
-     checkInputs, runDiff, nullptr, nullptr},
+     kDiffOptions, fileOptions, false, "--text --format; --text --null", kChangeFormats, nullptr,
+     runDiff, nullptr, nullptr},
     {"merge", "BASE OURS THEIRS",
      "make the changes of another version of BASE in OURS, and mark conflicts",
      "zstz merge gateway.conf.orig /etc/gateway.conf gateway.conf.new\n"
      "git config merge.zstz.driver 'zstz merge %O %A %B --path %P'\n"
      "echo '*.conf merge=zstz' >>.gitattributes",
-     kMergeOptions, fileOptions, false, "", kPlain, checkInputs, runMerge, nullptr, nullptr},
+     kMergeOptions, fileOptions, false, "", kPlain, nullptr, runMerge, nullptr, nullptr},
     {"watch",
      "FILE [STANZA [KEY]]",
      "print the changes of a file as they happen: STANZA KEY OLD NEW",
@@ -412,6 +419,19 @@ constexpr Verb kVerbs[] = {
      kChangeFormats,
      nullptr,
      runDialects,
+     nullptr,
+     nullptr},
+    {"help",
+     "[VERB]",
+     "print this help, or the help of a verb",
+     "zstz help\nzstz help set",
+     {},
+     noOptions,
+     false,
+     "",
+     "",
+     nullptr,
+     runHelp,
      nullptr,
      nullptr},
     {"completion",

@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Tests of `zstz comment --off` and `--on`. usage: comment_marks_test.py TOOL [unittest arguments]"""
+import json
+import pathlib
+
+import tool
+from tool import DONE, NOT_FOUND, REFUSED, USAGE
+
+SAMPLES = pathlib.Path(__file__).resolve().parents[1] / "data/dialects"
+
+SMB = b"[homes]\n   path = /home/%S\n\n;[profiles]\n;   path = /home/samba/profiles\n"
+SEVERAL = b"[s]\nk = 1\n\n# k = 2\n"
+
+
+def row(dialect, before, options, after, code=DONE):
+    """Returns a row of ToolTest.expect_rows(); `after` is the file or, after a failure, a part of the
+    report."""
+    return (f"{dialect} {options} {before!r}", {"f": before},
+            ["comment", "f", *options, "--dialect", dialect], b"" if code == DONE else after, code,
+            {"f": after} if code == DONE else None)
+
+
+def on(dialect, before, after, *options, code=DONE):
+    return row(dialect, before, ["s", "k", "--on", *options], after, code)
+
+
+def off(dialect, before, after, code=DONE, stanza="s"):
+    return row(dialect, before, [stanza, "k", "--off"], after, code)
+
+
+OFF = [
+    off("env", b'export k="x"\nA=1\n', b'# export k="x"\nA=1\n', stanza="."),
+    off("sysctl", b"j = 1\n  -k = 1\n", b"j = 1\n  # -k = 1\n", stanza="."),
+    off("systemd", b"[s]\nk=a \\\n b\n", b"value of several lines", REFUSED),
+    off("git", b"[s] k = 1\n", b"is in the line of its header", REFUSED),
+    off("git", b"[s]\n\tk\n", b"[s]\n\t# k\n"),
+    off("mysql", b"[s]\nk\n", b"[s]\n# k\n"),
+    off("kconfig", b"[s]\nk[$e]=v\n", b"[s]\n# k[$e]=v\n"),
+    off("python", b"[s]\nj = 1\n  k = 2\n", b'no key "k"', NOT_FOUND),
+    # The line below would continue another value.
+    off("python", b"[s]\n j = 1\nk = 2\n  l = 3\n", b"value of several lines", REFUSED),
+    off("systemd", b"[s]\n# k=2\nk=1\n", b"[s]\n# k=2\n#k=1\n"),
+    off("stanza", b"[s]\r\n  k = 1\r\nj = 1\r\n  k = 2", b"[s]\r\n  # k = 1\r\nj = 1\r\n  # k = 2"),
+]
+
+ON = [
+    on("samba", SMB.replace(b"homes", b"s").replace(b"path", b"k"), b"no comment has a line of",
+       code=NOT_FOUND),
+    on("samba", b"[s]\n;   k = 1\n;[t]\n;   k = 2\nj = 1\n", b"[s]\n   k = 1\n;[t]\n;   k = 2\nj = 1\n"),
+    on("stanza", SEVERAL.replace(b"k = 1", b"# k = 1"),
+       b"f: 2 comments have a line of key \"k\" in [s], in lines 2 and 4; choose one with --nth, or pass "
+       b"--all", code=REFUSED),
+    on("stanza", SEVERAL.replace(b"k = 1", b"# k = 1"), SEVERAL, "--nth", "1"),
+    on("stanza", SEVERAL.replace(b"k = 1", b"# k = 1"), b"[s]\n# k = 1\n\nk = 2\n", "--nth=2"),
+    on("stanza", SEVERAL.replace(b"k = 1", b"# k = 1"), b"2 comments have a line of", "--nth", "3",
+       code=NOT_FOUND),
+    on("stanza", SEVERAL.replace(b"k = 1", b"# k = 1"), b"[s]\nk = 1\n\nk = 2\n", "--all"),
+    on("stanza", b"[s]\n# k = 1\n# k = 2\n", b"[s]\nk = 1\nk = 2\n"),
+    on("php", b"[s]\n;k=1\n;k=2\n", b"2 comments have a line of", code=REFUSED),
+    on("ini", b"[s]\nk = 1\n# k = 2\n", b"exists, and of several lines only one is valid", code=REFUSED),
+    on("systemd", b"[s]\nk=1\n# k=2\n", b"[s]\nk=1\nk=2\n"),
+    on("git", b"[s]\n\t; K\n", b"[s]\n\tK\n"),
+    on("mysql", b"[s]\n#k\n", b"[s]\nk\n"),
+    on("kconfig", b"[s]\n# k[$e]=v\n", b"[s]\nk[$e]=v\n"),
+    on("python", b"[s]\nj = 1\n#    k: 2\n", b"[s]\nj = 1\nk: 2\n"),
+    on("ini", b"[s]\n# a k = 1\n", b"no comment has a line of", code=NOT_FOUND),
+    on("networkd", b"[s]\n# k = 1\n[s]\n# k = 2\n", b"2 stanzas have the name [s]; use ", code=REFUSED),
+    row("networkd", b"[s]\n# k = 1\n[s]\n# k = 2\n", ["s]2", "k", "--on"],
+        b"[s]\n# k = 1\n[s]\nk = 2\n"),
+    row("env", b"# export A=1\nB=1\n", [".", "A", "--on"], b"export A=1\nB=1\n"),
+    row("stanza", b"[s]\nk = 1\n", ["s", "k", "x", "--nth", "1"], b"--nth needs --on", USAGE),
+    row("stanza", b"[s]\nk = 1\n", ["s", "k", "--off", "--all"], b"--all needs --on", USAGE),
+    on("stanza", b"[s]\n# k = 1\n", b"--nth: \"0\" is not a number from 1", "--nth", "0", code=USAGE),
+]
+
+
+class CommentMarksTest(tool.ToolTest):
+    def test_lines_become_comments(self):
+        self.expect_rows(OFF)
+
+    def test_comments_become_lines(self):
+        self.expect_rows(ON)
+
+    def comment(self, dialect, stanza, key, *options):
+        run = self.run_in_directory("comment", "--dialect", dialect, *options, "--", "f", stanza, key)
+        return run.returncode, run.stderr.decode("utf-8", "surrogateescape")
+
+    def check_key(self, dialect, text, stanza, key):
+        """Turns a key off and on again. Returns the code of --off."""
+        file = self.path.parent / "f"
+        code, report = self.comment(dialect, stanza, key, "--off")
+        if code == REFUSED:
+            self.assertEqual(text, file.read_bytes(), report)
+            return code
+        self.assertEqual(DONE, code, report)
+        commented = file.read_bytes()
+        self.assertNotEqual(text, commented)
+        code, report = self.comment(dialect, stanza, key, "--on")
+        if code == REFUSED:
+            self.assertIn("comments have a line of", report)
+            for options in (["--all"], *(["--nth", str(n)] for n in range(1, 9))):
+                file.write_bytes(commented)
+                code, report = self.comment(dialect, stanza, key, "--on", *options)
+                if file.read_bytes() == text:
+                    break
+        self.assertEqual((DONE, text), (code, file.read_bytes()), report)
+        return DONE
+
+    def test_every_key_of_every_sample_is_restored(self):
+        counts = {DONE: 0, REFUSED: 0}
+        for sample in sorted(SAMPLES.iterdir()):
+            if not sample.with_suffix(".reading").exists() or sample.suffix in (".reading", ".counts"):
+                continue
+            dialect = sample.name.split(".")[0]
+            text = sample.read_bytes()
+            self.write_files({"f": text})
+            listed = self.run_in_directory("list", "f", "--format", "json", "--dialect", dialect)
+            self.assertEqual(DONE, listed.returncode, (sample.name, listed.stderr))
+            for stanza, keys in json.loads(listed.stdout).items():
+                for key in keys:
+                    if stanza == "" or (stanza == "configuration-database" and dialect == "stanza"):
+                        continue
+                    with self.subTest(sample=sample.name, stanza=stanza, key=key):
+                        self.write_files({"f": text})
+                        several = self.comment(dialect, stanza, key, "--above")[0] == REFUSED
+                        self.write_files({"f": text})
+                        if not several:
+                            counts[self.check_key(dialect, text, stanza, key)] += 1
+        print(counts)
+        self.assertLess(counts[REFUSED], counts[DONE])
+
+
+if __name__ == "__main__":
+    tool.main()

@@ -1,0 +1,282 @@
+#include "commented_lines.h"
+
+#include <Z/ZException.h>
+#include <Z/dialects/line_rules.h>
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "failures.h"
+#include "key_lines.h"
+
+namespace {
+
+using zdialects::LineRules;
+using zlines::Line;
+using zlines::Outline;
+
+// Values of zDialectRepeatedKey.
+constexpr int kAllCount = 0, kLastOrListCounts = 3;
+
+Failure refuse(Request const& request, std::string const& problem, char const* remedy)
+{
+    return {exitRefused, request.file, {problem, remedy}};
+}
+
+void storeChange(EditedFile& file, Request const& request, std::string const& text)
+{
+    file.willChange(request.stanza, request.key, false);
+    try {
+        file.setText(text);
+    } catch (ZPropertiesInvalidDataException_6_0 const&) {
+        throw refuse(request, "the changed file would not be valid", "change it with an editor");
+    }
+}
+
+// Returns the bytes of a line before its end.
+std::string_view bytesOf(Outline const& outline, uint32_t index)
+{
+    std::string_view line =
+        zlines::slice(outline.text(), outline.lines()[index].begin, outline.endOf(index));
+    while (line.ends_with('\n') || line.ends_with('\r'))
+        line.remove_suffix(1);
+    return line;
+}
+
+size_t indentOf(std::string_view line)
+{
+    return std::min(line.find_first_not_of(" \t"), line.size());
+}
+
+// ---- Comments with a line of the key -----------------------------------------------------------
+
+// A comment that has a line of the key.
+struct Candidate {
+    uint32_t index;
+    size_t number;     // of the line, from 1
+    std::string text;  // after the mark, and after a single space
+    bool isOurs;       // has the form that turnOff() writes
+};
+
+class Candidates {
+public:
+    Candidates(Outline& outline, Request const& request)
+        : outline_(outline), rules_(outline.dialect()), key_(rules_.keyIdentity(request.key))
+    {
+        uint32_t const stanza = outline.find(rules_.stanzaIdentity(request.stanza), 0);
+        for (uint32_t at = stanza == zlines::kNone ? zlines::kNone
+                                                   : outline.stanzas()[stanza].firstSection;
+             at != zlines::kNone; at = outline.sections()[at].next)
+            search(outline.sections()[at]);
+        number();
+    }
+
+    // Each is a comment, or several adjacent comments that one turnOff() has made.
+    std::vector<std::vector<Candidate>> groups() const
+    {
+        std::vector<std::vector<Candidate>> groups;
+        for (Candidate const& candidate : found_) {
+            bool const isNext = !groups.empty() && candidate.isOurs &&
+                                groups.back().back().isOurs &&
+                                groups.back().back().index + 1 == candidate.index;
+            if (!isNext)
+                groups.emplace_back();
+            groups.back().push_back(candidate);
+        }
+        return groups;
+    }
+
+    // Returns whether a comment next to a line could be in a group with a comment in its place.
+    bool hasOursNextTo(uint32_t line) const
+    {
+        return std::any_of(found_.begin(), found_.end(), [&](Candidate const& candidate) {
+            return candidate.isOurs && (candidate.index + 1 == line || candidate.index == line + 1);
+        });
+    }
+
+private:
+    void search(zlines::Section const& section)
+    {
+        bool isOtherStanza = false;
+        for (uint32_t i = section.first; i < section.end; ++i) {
+            Line const& line = outline_.lines()[i];
+            if (line.isKey())
+                isOtherStanza = false;
+            if (line.kind != zlines::commentLine)
+                continue;
+            std::string_view const bytes = bytesOf(outline_, i);
+            size_t const mark = line.nameBegin() - line.begin;
+            size_t const end = std::min<size_t>(line.nameEnd - line.begin, bytes.size());
+            std::string_view text = bytes.substr(end);
+            bool const hasOneSpace = text.size() > 1 && text[0] == ' ' && indentOf(text) == 1;
+            if (hasOneSpace)
+                text.remove_prefix(1);
+            LineRules::LoneLine const lone = rules_.readAlone(text);
+            isOtherStanza |= lone.kind == zlines::headerLine;
+            bool const isKey = lone.kind == zlines::valueLine || lone.kind == zlines::keyOnlyLine;
+            if (isOtherStanza || !isKey || rules_.keyIdentity(lone.name) != key_)
+                continue;
+            std::string_view const ownMark = outline_.dialect().ownComment();
+            found_.push_back({i, 0, std::string(text),
+                              hasOneSpace && bytes.substr(mark, end - mark) == ownMark});
+        }
+    }
+
+    void number()
+    {
+        size_t lines = 1;
+        uint32_t counted = 0;
+        for (Candidate& candidate : found_) {
+            uint32_t const begin = outline_.lines()[candidate.index].begin;
+            std::string_view const passed = zlines::slice(outline_.text(), counted, begin);
+            lines += static_cast<size_t>(std::count(passed.begin(), passed.end(), '\n'));
+            counted = begin;
+            candidate.number = lines;
+        }
+    }
+
+    Outline& outline_;
+    LineRules const rules_;
+    std::string const key_;
+    std::vector<Candidate> found_;  // in file order
+};
+
+// Returns "3 and 7", the numbers of the first lines.
+std::string listLines(std::vector<std::vector<Candidate>> const& groups)
+{
+    std::string list;
+    for (size_t i = 0; i < groups.size(); ++i)
+        list += (i == 0                  ? ""
+                 : i + 1 < groups.size() ? ", "
+                                         : " and ") +
+                std::to_string(groups[i].front().number);
+    return list;
+}
+
+// Returns the comments that a request turns on.
+std::vector<Candidate> chooseCandidates(std::vector<std::vector<Candidate>> const& groups,
+                                        Request const& request)
+{
+    std::string const name = nameKey(request.key, request.stanza);
+    if (groups.empty())
+        throw Failure{exitNotFound,
+                      request.file,
+                      {"no comment has a line of " + name, "set the key with 'zstz set'"}};
+    if (request.all) {
+        std::vector<Candidate> all;
+        for (std::vector<Candidate> const& group : groups)
+            all.insert(all.end(), group.begin(), group.end());
+        return all;
+    }
+    if (!request.nth.empty()) {
+        unsigned long const number = strtoul(request.nth.c_str(), nullptr, 10);
+        if (number > groups.size())
+            throw Failure{
+                exitNotFound,
+                request.file,
+                {formatCount(groups.size(), "comment has", "comments have") + " a line of " + name,
+                 "choose one with --nth"}};
+        return groups[number - 1];
+    }
+    if (groups.size() > 1)
+        throw refuse(request,
+                     std::to_string(groups.size()) + " comments have a line of " + name +
+                         ", in lines " + listLines(groups),
+                     "choose one with --nth, or pass --all");
+    return groups.front();
+}
+
+// Returns the text with the comments turned on. The indentation of a line is before its mark, or
+// after the mark if there is more than one space.
+std::string uncomment(Outline const& outline, std::vector<Candidate> const& chosen,
+                      bool keepsIndent)
+{
+    std::string after(outline.text());
+    for (size_t i = chosen.size(); i-- > 0;) {
+        Candidate const& candidate = chosen[i];
+        Line const& line = outline.lines()[candidate.index];
+        std::string const text =
+            keepsIndent ? candidate.text : candidate.text.substr(indentOf(candidate.text));
+        after.replace(line.nameBegin(), bytesOf(outline, candidate.index).size() - line.indent,
+                      text);
+    }
+    return after;
+}
+
+// Returns the lines of `all` that are not in the other text.
+std::vector<KeyLine> linesAt(std::vector<KeyLine> const& all, std::vector<Candidate> const& chosen)
+{
+    std::vector<KeyLine> found;
+    for (KeyLine const& line : all)
+        if (std::any_of(chosen.begin(), chosen.end(), [&](Candidate const& candidate) {
+                return candidate.number == line.number;
+            }))
+            found.push_back(line);
+    return found;
+}
+
+}  // namespace
+
+void turnOff(EditedFile& file, Request const& request)
+{
+    requireKey(file.store(), request);
+    std::string const text = file.text();
+    Outline outline(text, keptText(file.store())->dialect);
+    std::vector<KeyLine> const lines = findKeyLines(outline, request.stanza, request.key);
+    std::string const name = nameKey(request.key, request.stanza);
+    if (lines.empty())
+        throw refuse(request, name + " has obfuscated values, which cannot be in a comment",
+                     "remove the key with 'zstz unset'");
+    Candidates const others(outline, request);
+    bool const isNextToOther = std::any_of(lines.begin(), lines.end(), [&](KeyLine const& line) {
+        return others.hasOursNextTo(line.index);
+    });
+    // Without a space, the comment is distinguished from the comment next to it.
+    std::string const mark =
+        std::string(outline.dialect().ownComment()) + (isNextToOther ? "" : " ");
+    std::string after = text;
+    for (size_t i = lines.size(); i-- > 0;) {
+        Line const& line = lines[i].line;
+        std::string_view const bytes = bytesOf(outline, lines[i].index);
+        if (bytes.find('\n') != bytes.npos)
+            throw refuse(request, name + " has a value of several lines",
+                         "turn these lines into comments with an editor");
+        if (outline.sharesLine(lines[i].index))
+            throw refuse(request, name + " is in the line of its header",
+                         "move it to a line of its own with an editor");
+        after.insert(line.begin + indentOf(bytes), mark);
+    }
+    Outline changed(after, outline.dialect());
+    if (!findKeyLines(changed, request.stanza, request.key).empty() ||
+        !differOnlyIn(outline, &lines, changed, nullptr))
+        throw refuse(request, name + " cannot be in a comment without a change of other lines",
+                     "turn it into a comment with an editor");
+    storeChange(file, request, after);
+}
+
+void turnOn(EditedFile& file, Request const& request)
+{
+    std::string const text = file.text();
+    Outline outline(text, keptText(file.store())->dialect);
+    std::string const name = nameKey(request.key, request.stanza);
+    std::vector<Candidate> const chosen =
+        chooseCandidates(Candidates(outline, request).groups(), request);
+    int const rule = file.store().dialect().get(zDialectRepeatedKey);
+    bool const countsOnce =
+        rule != kAllCount && !(rule == kLastOrListCounts && request.key.ends_with("[]"));
+    size_t const count = findKeyLines(outline, request.stanza, request.key).size();
+    if (count > 0 && countsOnce)
+        throw refuse(request, name + " exists, and of several lines only one is valid",
+                     "use 'zstz set', or 'zstz comment --off' first");
+    for (bool const keepsIndent : {true, false}) {
+        std::string const after = uncomment(outline, chosen, keepsIndent);
+        Outline changed(after, outline.dialect());
+        std::vector<KeyLine> const all = findKeyLines(changed, request.stanza, request.key);
+        std::vector<KeyLine> const added = linesAt(all, chosen);
+        if (added.size() == chosen.size() && all.size() == count + added.size() &&
+            differOnlyIn(outline, nullptr, changed, &added))
+            return storeChange(file, request, after);
+    }
+    throw refuse(request, "the comment with a line of " + name + " is not valid as a line",
+                 "set the key with 'zstz set'");
+}
