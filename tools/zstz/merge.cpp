@@ -45,9 +45,8 @@ void requireReadable(std::string const& text, std::string const& name,
         if (problem.kind() != ZStanzaProblem_6_0::error || isAboutCompanion(problem))
             continue;
         Problem described = splitText(toStdString(problem.text()));
-        if (dialect.name() == std::string_view("stanza"))
-            addSuggestion(text, described.remedy);
-        throw Failure{exitInvalidData, nameLine(name, problem.line()), described};
+        addSuggestion(name, text, dialect, described.remedy);
+        throw Failure{exitInvalidData, nameLine(name, problem.line(), problem.column()), described};
     }
 }
 
