@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "JournalForm.h"
-
 struct AclEntry {
     uint16_t tag;
     uint16_t permissions;
@@ -20,11 +18,15 @@ enum : uint16_t { kOwner = 1, kUser = 2, kOwningGroup = 4, kGroup = 8, kMask = 1
 inline std::string listOf(std::vector<AclEntry> const& entries)
 {
     std::string out;
-    putNumber(out, 2, 4);
+    auto const put = [&out](uint32_t number, int bytes) {  // little-endian
+        for (; bytes-- > 0; number >>= 8)
+            out += static_cast<char>(number & 255);
+    };
+    put(2, 4);
     for (AclEntry const& entry : entries) {
-        putNumber(out, entry.tag, 2);
-        putNumber(out, entry.permissions, 2);
-        putNumber(out, entry.id, 4);
+        put(entry.tag, 2);
+        put(entry.permissions, 2);
+        put(entry.id, 4);
     }
     return out;
 }

@@ -168,6 +168,12 @@ unsigned AccessList::ofUser(uint32_t user) const
     for (Entry const& entry : named_)
         if (!entry.isGroup && entry.id == user)
             return masked(entry.permissions);
+    return ofEveryGroup();
+}
+
+// Returns the permissions that an unlisted user has in every possible set of groups.
+unsigned AccessList::ofEveryGroup() const
+{
     unsigned permissions = others_ & masked(group_);
     for (Entry const& entry : named_)
         if (entry.isGroup)
@@ -175,6 +181,8 @@ unsigned AccessList::ofUser(uint32_t user) const
     return permissions;
 }
 
+// Returns the permissions that every unlisted member of a group has. A member of an unlisted group
+// may also be a member of a listed one, which may have fewer permissions than others.
 unsigned AccessList::ofGroup(uint32_t group) const
 {
     unsigned permissions = 0;
@@ -186,7 +194,7 @@ unsigned AccessList::ofGroup(uint32_t group) const
             permissions |= masked(entry.permissions);
             isNamed = true;
         }
-    return isNamed ? permissions : others_;
+    return isNamed ? permissions : ofEveryGroup();
 }
 
 // Returns the permissions that an unlisted user has in at least one possible set of groups.

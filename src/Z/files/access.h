@@ -72,6 +72,7 @@ private:
     unsigned ofUser(uint32_t user) const;
     unsigned ofGroup(uint32_t group) const;
     unsigned ofAnyGroup() const;
+    unsigned ofEveryGroup() const;
     bool names(Entry const& entry) const;
 
     struct stat status_ = {};
