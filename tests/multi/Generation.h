@@ -32,7 +32,7 @@ concept CanReplace = requires(Store& store)
 };
 
 // How stores write the file.
-enum class StoreMode { inPlace, replacing, keptLines };
+enum class StoreMode { inPlace, replacing, keptLines, keptLinesReplacing };
 
 class Generation {
 public:
@@ -62,11 +62,17 @@ public:
         return all;
     }
 
-    /// Sets how the stores of this process write the file: in place, as a new file, or in place
-    /// with the lines of the file kept.
+    /// Sets how the stores of this process write the file: in place or as a new file, anew or with
+    /// the lines of the file kept.
     static void setMode(StoreMode mode) { mode_ = mode; }
-    static StoreMode mode() { return mode_; }
-    static bool isReplacing() { return mode_ == StoreMode::replacing; }
+    static bool isReplacing()
+    {
+        return mode_ == StoreMode::replacing || mode_ == StoreMode::keptLinesReplacing;
+    }
+    static bool keepsLines()
+    {
+        return mode_ == StoreMode::keptLines || mode_ == StoreMode::keptLinesReplacing;
+    }
 
     /// Makes `object`, which has loaded nothing yet, store as set for this process.
     template <class Store>
@@ -75,7 +81,7 @@ public:
         if constexpr (CanReplace<Store>)
             object.setReplacing(isReplacing() ? 1 : 0);
         if constexpr (requires { object.setAttributes(0, nullptr); })  // not a bare file
-            if (mode_ == StoreMode::keptLines)
+            if (keepsLines())
                 object.setAttributes(ZPCache_6_0::keepComments | ZPCache_6_0::keepLines, nullptr);
     }
 

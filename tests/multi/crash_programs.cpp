@@ -118,8 +118,7 @@ void useOurs(Counts& counts, Common& common, bool writes)
         int const error = exception.excerrno();
         bool const locked = call == "fcntl()" && (error == EAGAIN || error == EACCES);
         // Another store changed the same values after the load.
-        bool const overtaken =
-            Generation::mode() == StoreMode::keptLines && call == "store()" && error == ESTALE;
+        bool const overtaken = Generation::keepsLines() && call == "store()" && error == ESTALE;
         if (!locked && !overtaken)
             complain(counts, call + " fails");
         refuse(common);
