@@ -12,7 +12,9 @@
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
+#include "ZStanzaFileProperties_p.h"
 #include "ZUTF8String.h"
+#include "lines/name_hash.h"
 #include "memory/out_of_memory.h"
 
 using KeptLines = ZPCategoryBasedCache_6_0::KeptLines;
@@ -86,7 +88,7 @@ public:
     }
 
 private:
-    std::unordered_set<std::string_view> strings_;
+    std::unordered_set<std::string_view, zlines::NameHash> strings_;
 };
 
 // Copies `values` in the local codeset to `strings`, after `check(text)` of each. Returns whether
@@ -227,15 +229,15 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
 
     // Create a new stanza or key without lines first, so that it can be removed without a trace if
     // memory is exhausted.
-    bool const isNewStanza = cache().contains(stanza) == 0;
-    bool const isNewKey = cache().contains(stanza, key) == 0;
-    try {
+    bool isChanged = true;
+    zproperties::changeKey(cache(), stanza, key, [&] {
         cache().add(stanza, key, obfuscated);
         ZArrayList_6_0& existing = *cache().get(
             stanza, key,
             obfuscated != 0 ? ZPCache_6_0::obfuscatedValues : ZPCache_6_0::plainValues);
         removeDuplicates(existing, strings, rep_->dialect != nullptr);
-        if (strings.count() == 0)
+        isChanged = strings.count() != 0;
+        if (!isChanged)
             return;
         strings.reserveIn(existing, existing.size());
         if (existing.size() == 0) {
@@ -253,14 +255,9 @@ void ZStanzaFileProperties_6_0::addValues(char const* stanza, char const* key,
                 Rep::recordChange(*this, std::move(emptied));
         }
         strings.moveTo(existing);
-    } catch (...) {
-        if (isNewStanza)
-            cache().remove(stanza);
-        else if (isNewKey)
-            cache().remove(stanza, key);
-        throw;
-    }
-    Rep::setModified(*this, 1);
+    });
+    if (isChanged)
+        Rep::setModified(*this, 1);
 }
 
 void ZStanzaFileProperties_6_0::getStanza(char const* stanza, ZPropertiesKVList_6_0& out)

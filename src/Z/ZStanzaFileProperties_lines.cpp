@@ -3,17 +3,11 @@
 #include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
+#include "ZStanzaFileProperties_p.h"
 
 using namespace zproperties;
 
 namespace {
-
-[[noreturn]] void throwMissing(ZStanzaFileProperties_6_0 const& store, char const* stanza,
-                               char const* key)
-{
-    ZPropertiesMissingPropertyException_6_0(store.fileName().getChars(), stanza, key)
-        .throwException(kSource, raiseForMissing);
-}
 
 // Checks that the file, the stanza or the key exists.
 void requireCommented(ZStanzaFileProperties_6_0 const& store, char const* stanza, char const* key)

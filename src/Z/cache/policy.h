@@ -5,10 +5,12 @@
 
 #include <string_view>
 
+#include "../lines/name_hash.h"
 #include "../stanza/comment_form.h"
-#include "name_hash.h"
 
 namespace zcache {
+
+using zlines::hashOf;
 
 // The comparison of names. The default compares bytes.
 struct NameRule {
@@ -44,6 +46,7 @@ private:
 struct Policy {
     bool keepsEmpty = false;  // a key can have empty values; otherwise they mean no value
     bool joinsHeads = false;  // a repeated header continues its stanza; otherwise it is refused
+    bool hasGaps = false;     // a line without a record ends the comment above it
     bool hasTop = false;      // keys above the first header are in the stanza "."
     NameRule categories;
     NameRule keys;

@@ -1,11 +1,14 @@
 // line_reader: the lines of a file in a dialect, and the invalid ones.
 #pragma once
 
+#include <functional>
+#include <string>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
 
 #include "../lines/line.h"
+#include "../lines/name_hash.h"
 #include "finding.h"
 #include "heads.h"
 #include "logical_line.h"
@@ -78,9 +81,10 @@ private:
     bool hasNote_ = false;
     Finding firstNote_{};
     static constexpr size_t kClosed = SIZE_MAX;
-    size_t open_ = kClosed;                  // index of the Line that indented lines continue
-    size_t indentation_ = 0;                 // of the last line that did not continue another
-    std::unordered_set<std::string> names_;  // of stanzas, if a second header is refused
+    size_t open_ = kClosed;   // index of the Line that indented lines continue
+    size_t indentation_ = 0;  // of the last line that did not continue another
+    // Of stanzas, if a second header is refused.
+    std::unordered_set<std::string, zlines::NameHash, std::equal_to<>> names_;
 };
 
 }  // namespace zdialects

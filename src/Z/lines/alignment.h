@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "name_hash.h"
+
 namespace zlines {
 
 using Pairs = std::vector<std::pair<uint32_t, uint32_t>>;
@@ -25,7 +27,7 @@ public:
     void clear() { index_.clear(); }
 
 private:
-    std::unordered_map<std::string_view, uint32_t> index_;
+    std::unordered_map<std::string_view, uint32_t, NameHash> index_;
 };
 
 /// Returns pairs of indexes of equal numbers, ascending in both lists. They are a longest common

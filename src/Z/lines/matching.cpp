@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "alignment.h"
+#include "name_hash.h"
 
 namespace zlines {
 
@@ -253,7 +254,7 @@ private:
     Document const& document_;
     Entries const entries_;
     Matching found_;
-    std::unordered_map<std::string_view, uint32_t> index_;  // of the keys of the text
+    std::unordered_map<std::string_view, uint32_t, NameHash> index_;  // of the keys of the text
     std::vector<Item> read_;
     std::vector<Item> wanted_;
     std::vector<bool> isMatched_;  // of each item of the text
@@ -278,7 +279,7 @@ bool isSameStanza(Outline& outline, ReadStanza const& stanza, Document const& do
         Entry const* entry;
         uint32_t index;  // of the next value
     };
-    std::unordered_map<std::string_view, Wanted> wanted;
+    std::unordered_map<std::string_view, Wanted, NameHash> wanted;
     size_t wantedLines = 0;
     for (Entry const& entry : entries) {
         if (entry.isComment)

@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "name_hash.h"
+
 namespace zlines {
 
 namespace {
@@ -61,7 +63,7 @@ private:
     void match(int first, int oldEnd, int newEnd);
     void trace(std::vector<std::vector<int>> const& furthest, int first, int oldEnd, int newEnd);
 
-    std::unordered_map<std::string_view, uint32_t> numbers_;
+    std::unordered_map<std::string_view, uint32_t, NameHash> numbers_;
     std::vector<uint32_t> const old_;
     std::vector<uint32_t> const new_;
 };

@@ -6,16 +6,16 @@
 #include <memory>
 
 #include "../ZLCString.h"
-#include "../cache/name_hash.h"
 #include "../lines/columns.h"
+#include "../lines/name_hash.h"
 #include "../stanza/line_writer.h"
 #include "../stanza/raise_sites.h"
 #include "../stanza/reserved_entry.h"
 
 namespace zproblems {
 
-using zcache::hashOf;
 using zcache::Id;
+using zlines::hashOf;
 
 namespace {
 

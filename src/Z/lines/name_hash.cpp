@@ -4,7 +4,7 @@
 #include <sys/random.h>
 #include <time.h>
 
-namespace zcache {
+namespace zlines {
 
 namespace {
 
@@ -78,4 +78,4 @@ uint32_t hashOf(std::string_view text, uint32_t salt)
         mix(low ^ key.first ^ text.size(), mix(high ^ state, key.second)) >> 32);
 }
 
-}  // namespace zcache
+}  // namespace zlines
