@@ -5,6 +5,7 @@
 #include <Z/ZStanzaFileProperties.h>
 #include <Z/ZStanzaProblem.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <string.h>
 
 #include <cstdio>
@@ -14,7 +15,9 @@
 #include <map>
 #include <string>
 
+#include "FailingAllocator.h"
 #include "LinearTime.h"
+#include "MachineFiles.h"
 #include "TestDirectory.h"
 
 namespace fs = std::filesystem;
@@ -172,6 +175,34 @@ TEST_F(DialectProblems, OfAMissingFileAreAnExceptionThatChangesNothing)
     EXPECT_EQ(0u, list.size() + borrowing.size());
 }
 
+TEST_F(DialectProblems, BeyondTheLimitAreCountedWithoutMemory)
+{
+    constexpr unsigned kLimit = 100000;
+    for (char const* const pattern : {"a=\n", "alone\n", "a=\nalone\n"}) {
+        SCOPED_TRACE(pattern);
+        unsigned long previous = 0;
+        for (unsigned const count : {kLimit + 20000, 2 * kLimit}) {
+            std::string text = "[s]\n";
+            while (text.size() < count * strlen(pattern))
+                text += pattern;
+            directory_.write("file", text);
+            ZArrayList_6_0 list(16, 1);
+            FailingAllocator::failAt(ULONG_MAX);
+            ZStanzaFileProperties_6_0::findProblems(directory_.at("file").c_str(), named("ini"),
+                                                    list);
+            unsigned long const asked = FailingAllocator::asked();
+            FailingAllocator::stop();
+            ASSERT_EQ(kLimit + 1, list.size());
+            EXPECT_EQ(Problem::omitted, static_cast<Problem const*>(list.get(kLimit))->cause());
+            // Vectors grow, but no line has an allocation of its own.
+            if (previous != 0) {
+                EXPECT_LT(asked, previous + 1000);
+            }
+            previous = asked;
+        }
+    }
+}
+
 TEST_F(DialectProblems, TakeLinearTime)
 {
     for (char const* const pattern : {"alone\n", "k=1\n", "[a]\n[b]\nk=1\n", "[a]\nx=1\n=\n"}) {
@@ -228,29 +259,25 @@ TEST(SuggestedDialect, IsMostlyThatOfTheName)
     std::map<std::string, std::map<std::string, int>> counts;
     int right = 0;
     int all = 0;
-    for (char const* const root : {"/etc", "/usr/lib", "/usr/share"}) {
+    forEachMachineFile([&](fs::directory_entry const& entry) {
+        std::string const path = entry.path();
         std::error_code error;
-        fs::recursive_directory_iterator it(root, fs::directory_options::skip_permission_denied,
-                                            error);
-        for (; it != fs::recursive_directory_iterator(); it.increment(error)) {
-            std::string const path = it->path();
-            ZStanzaDialect_6_0 dialect;
-            if (ZStanzaDialect_6_0::recognised(path.c_str(), nullptr, 0, dialect) == 0 ||
-                !it->is_regular_file(error) || it->file_size(error) > 1 << 18)
-                continue;
-            std::string const text = bytesOf(path);
-            ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect);
-            try {
-                ZStanzaFileProperties_6_0 const store(path.c_str(), 0);
-            } catch (ZPropertiesInvalidDataException_6_0 const&) {
-                char const* const name = ZStanzaDialect_6_0::readsAs(text.data(), text.size());
-                ++counts[dialect.name()][name == nullptr ? "none" : name];
-                ++all;
-                right += name != nullptr && std::string(name) == dialect.name() ? 1 : 0;
-            } catch (ZException_6_0 const&) {
-            }
+        ZStanzaDialect_6_0 dialect;
+        if (ZStanzaDialect_6_0::recognised(path.c_str(), nullptr, 0, dialect) == 0 ||
+            !entry.is_regular_file(error) || entry.file_size(error) > 1 << 18)
+            return;
+        std::string const text = bytesOf(path);
+        ZStanzaDialect_6_0::recognised(path.c_str(), text.data(), text.size(), dialect);
+        try {
+            ZStanzaFileProperties_6_0 const store(path.c_str(), 0);
+        } catch (ZPropertiesInvalidDataException_6_0 const&) {
+            char const* const name = ZStanzaDialect_6_0::readsAs(text.data(), text.size());
+            ++counts[dialect.name()][name == nullptr ? "none" : name];
+            ++all;
+            right += name != nullptr && std::string(name) == dialect.name() ? 1 : 0;
+        } catch (ZException_6_0 const&) {
         }
-    }
+    });
     for (auto const& [expected, found] : counts)
         for (auto const& [name, count] : found)
             std::printf("%s read as %s: %d\n", expected.c_str(), name.c_str(), count);

@@ -16,8 +16,15 @@ constexpr size_t kMaxComplaints = 100000;
 
 class ComplaintList {
 public:
-    /// cost    O(1) amortised; memory for at most twice kMaxComplaints.
+    /// cost    O(1) amortised; memory for kMaxComplaints and a quarter more.
     void add(Complaint const& complaint);
+
+    /// Returns whether add() keeps a complaint at this place. Otherwise it only counts the
+    /// complaint and does not need its strings.
+    bool wants(Place const& place, Cause cause) const;
+
+    /// Removes the stanzas of all complaints.
+    void clearStanzas();
 
     /// Sorts the complaints by their places. If some were left out, the last complaint has their
     /// number. Call this once, after the last add().
@@ -25,8 +32,11 @@ public:
 
 private:
     void truncate();
+    void omit(Complaint const& complaint);
 
     std::vector<Complaint> complaints_;
+    bool isFull_ = false;  // complaints after last_ are not kept
+    Complaint last_ = {};
     Complaint omitted_ = {{}, omitted, false, {}, 0};
 };
 

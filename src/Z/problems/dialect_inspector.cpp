@@ -1,11 +1,13 @@
 #include "dialect_inspector.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <string>
 #include <utility>
 
+#include "../cache/hash_index.h"
 #include "../dialects/logical_line.h"
 #include "../lines/columns.h"
+#include "../lines/name_hash.h"
 
 namespace zproblems {
 
@@ -52,32 +54,31 @@ Meaning const& meaningOf(Fault fault)
 void DialectInspector::inspect()
 {
     dialect_.read(text_, lines_, *this);
-    std::stable_sort(findings_.begin(), findings_.end(),
-                     [](Finding const& a, Finding const& b) { return a.at < b.at; });
-    std::string_view stanza = dialect_.topStanza();
     // A file that is no text has no stanzas.
-    bool const isText = std::any_of(lines_.begin(), lines_.end(), [](Line const& line) {
-        return line.kind != zlines::otherLine;
-    });
-    if (!isText)
-        stanza = {};
-    auto line = lines_.begin();
-    for (Finding const& finding : findings_) {
-        for (; line != lines_.end() && line->begin < finding.at; ++line)
-            if (line->kind == zlines::headerLine)
-                stanza = nameOf(*line);
-        complain(finding, stanza);
-    }
+    if (std::all_of(lines_.begin(), lines_.end(),
+                    [](Line const& line) { return line.kind == zlines::otherLine; }))
+        complaints_.clearStanzas();
     if (dialect_.switches().repeatedKey != zdialects::RepeatedKey::values)
         findShadowed();
 }
 
-// Returns the name of a header, as long as the inspector exists.
-std::string_view DialectInspector::nameOf(Line const& header)
+// Returns a string that lives as long as the inspector: `view`, or a copy if it is in `space`.
+std::string_view DialectInspector::own(std::string_view view, std::string const& space)
 {
-    std::string space;
-    std::string_view const name = dialect_.writtenStanza(text_, header, space);
-    return name.data() == space.data() ? std::string_view(names_.emplace_back(name)) : name;
+    return view.data() == space.data() ? std::string_view(names_.emplace_back(view)) : view;
+}
+
+// Returns the name of the header at header_.
+std::string_view DialectInspector::stanzaName()
+{
+    if (header_ == kTop)
+        return dialect_.topStanza();
+    if (named_ != header_) {
+        std::string space;
+        stanza_ = own(dialect_.writtenStanza(text_, lines_[header_], space), space);
+        named_ = header_;
+    }
+    return stanza_;
 }
 
 // Moves to the physical line of a position.
@@ -99,68 +100,113 @@ Place DialectInspector::placeAt(size_t at)
     return {line_, 1 + zlines::countCharacters(text_.substr(start, at - start))};
 }
 
-void DialectInspector::complain(Finding const& finding, std::string_view stanza)
+void DialectInspector::found(Finding const& finding)
 {
+    // The reader may have joined the last lines with their key.
+    scanned_ = std::min(scanned_, lines_.size());
+    for (; scanned_ < lines_.size(); ++scanned_)
+        if (lines_[scanned_].kind == zlines::headerLine)
+            header_ = scanned_;
     Meaning const& meaning = meaningOf(finding.fault);
-    Place const place = placeAt(finding.at);
-    zdialects::PhysicalLine const line = zdialects::physicalLineAt(text_, begin_);
-    std::string_view detail = text_.substr(begin_, line.end - begin_);
-    detail = detail.substr(0, detail.find('\0'));
-    size_t const first = dialect_.characters().afterBlanks(detail, 0);
-    detail = detail.substr(first, dialect_.characters().withoutBlanksAtEnd(detail, first) - first);
-    Complaint complaint{place, meaning.error, finding.isError, detail, 1, stanza};
+    bool const isPassedOver = !finding.isError && finding.fault != Fault::directive;
+    Cause const cause = isPassedOver ? passedOver : meaning.error;
+    Complaint complaint{placeAt(finding.at), cause, finding.isError, {}};
     complaint.isForeign = true;
-    if (!finding.isError && finding.fault != Fault::directive) {
-        complaint.cause = passedOver;
-        complaint.reason = meaning.reason;
+    if (complaints_.wants(complaint.place, cause)) {
+        zdialects::PhysicalLine const line = zdialects::physicalLineAt(text_, begin_);
+        std::string_view detail = text_.substr(begin_, line.end - begin_);
+        detail = detail.substr(0, detail.find('\0'));
+        size_t const first = dialect_.characters().afterBlanks(detail, 0);
+        size_t const end = dialect_.characters().withoutBlanksAtEnd(detail, first);
+        complaint.detail = detail.substr(first, end - first);
+        complaint.stanza = stanzaName();
+        if (isPassedOver)
+            complaint.reason = meaning.reason;
     }
     complaints_.add(complaint);
+}
+
+// Returns for each line whether another line of its key counts in its place. Stores for each header
+// the first header of its stanza in `firstOf`.
+std::vector<bool> DialectInspector::markShadowed(std::vector<uint32_t>& firstOf) const
+{
+    using zdialects::RepeatedKey;
+    struct Key {
+        uint32_t line;  // that counts
+        uint32_t stanza;
+    };
+    RepeatedKey const rule = dialect_.switches().repeatedKey;
+    zcache::HashIndex headerIndex;
+    zcache::HashIndex keyIndex;
+    std::vector<uint32_t> headers;
+    std::vector<Key> keys;
+    std::string space;
+    std::string otherSpace;
+    std::vector<bool> isShadowed(lines_.size());
+    uint32_t stanza = 0;  // one more than its first header
+    for (uint32_t i = 0; i < lines_.size(); ++i) {
+        Line const& line = lines_[i];
+        if (line.kind == zlines::headerLine) {
+            stanza = i + 1;
+            if (dialect_.joinsHeaders()) {
+                std::string_view const name = dialect_.stanzaName(text_, line, space);
+                uint32_t const hash = zlines::hashOf(name);
+                zcache::Id const known = headerIndex.find(hash, [&](zcache::Id id) {
+                    return dialect_.stanzaName(text_, lines_[headers[id - 1]], otherSpace) == name;
+                });
+                if (known != 0) {
+                    stanza = headers[known - 1] + 1;
+                } else {
+                    headers.push_back(i);
+                    headerIndex.add(hash, static_cast<zcache::Id>(headers.size()));
+                }
+            }
+            firstOf.push_back(stanza - 1);
+        }
+        if (!line.isKey())
+            continue;
+        std::string_view const name = dialect_.keyName(text_, line, space);
+        if (rule == RepeatedKey::lastOrList && name.size() > 2 && name.ends_with("[]"))
+            continue;
+        uint32_t const hash = zlines::hashOf(name, stanza);
+        zcache::Id const known = keyIndex.find(hash, [&](zcache::Id id) {
+            Key const& key = keys[id - 1];
+            return key.stanza == stanza &&
+                   dialect_.keyName(text_, lines_[key.line], otherSpace) == name;
+        });
+        if (known == 0) {
+            keys.push_back({i, stanza});
+            keyIndex.add(hash, static_cast<zcache::Id>(keys.size()));
+        } else if (rule == RepeatedKey::first) {
+            isShadowed[i] = true;
+        } else {
+            isShadowed[std::exchange(keys[known - 1].line, i)] = true;
+        }
+    }
+    return isShadowed;
 }
 
 // Notes the lines of a key that are ignored because of another line of it.
 void DialectInspector::findShadowed()
 {
-    using zdialects::RepeatedKey;
-    struct Stanza {
-        std::string_view name;  // as first written
-        size_t id;
-    };
-    RepeatedKey const rule = dialect_.switches().repeatedKey;
-    bool const isSeparate = !dialect_.joinsHeaders();
-    std::unordered_map<std::string, Stanza> stanzas;
-    std::unordered_map<std::string, size_t> counting;  // the line of a key that counts
-    std::string_view stanza = dialect_.topStanza();
-    size_t id = 0;
+    std::vector<uint32_t> firstOf;
+    std::vector<bool> const isShadowed = markShadowed(firstOf);
     std::string space;
-    std::vector<Complaint> complaints;
-    std::vector<std::pair<size_t, size_t>> places;  // position, complaint
+    size_t headers = 0;
+    header_ = named_ = kTop;
     for (size_t i = 0; i < lines_.size(); ++i) {
-        if (lines_[i].kind == zlines::headerLine) {
-            stanza = nameOf(lines_[i]);
-            std::string const name(dialect_.stanzaName(text_, lines_[i], space));
-            auto const [first, isNew] = stanzas.try_emplace(name, Stanza{stanza, i + 1});
-            if (!isNew && !isSeparate)
-                stanza = first->second.name;
-            id = isSeparate ? i + 1 : first->second.id;
+        if (lines_[i].kind == zlines::headerLine)
+            header_ = firstOf[headers++];
+        if (!isShadowed[i])
+            continue;
+        Complaint complaint{placeAt(lines_[i].nameBegin()), shadowed, false, {}};
+        complaint.isForeign = true;
+        if (complaints_.wants(complaint.place, shadowed)) {
+            complaint.key = own(dialect_.writtenKey(text_, lines_[i], space), space);
+            complaint.detail = complaint.key;
+            complaint.stanza = stanzaName();
         }
-        if (!lines_[i].isKey())
-            continue;
-        std::string_view const key = dialect_.keyName(text_, lines_[i], space);
-        if (rule == RepeatedKey::lastOrList && key.size() > 2 && key.ends_with("[]"))
-            continue;
-        auto const [entry, isNew] =
-            counting.emplace(std::to_string(id) + '\0' + std::string(key), i);
-        if (isNew)
-            continue;
-        size_t const other = rule == RepeatedKey::first ? i : std::exchange(entry->second, i);
-        names_.emplace_back(dialect_.writtenKey(text_, lines_[other], space));
-        complaints.push_back({{}, shadowed, false, names_.back(), 1, stanza, names_.back(), true});
-        places.emplace_back(lines_[other].nameBegin(), complaints.size() - 1);
-    }
-    std::sort(places.begin(), places.end());
-    for (auto const& [at, index] : places) {
-        complaints[index].place = placeAt(at);
-        complaints_.add(complaints[index]);
+        complaints_.add(complaint);
     }
 }
 

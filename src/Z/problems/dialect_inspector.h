@@ -4,6 +4,8 @@
 // read: lines that the format passes over, directives, and lines of a key that are ignored.
 #pragma once
 
+#include <stdint.h>
+
 #include <deque>
 #include <string>
 #include <string_view>
@@ -23,7 +25,7 @@ public:
     }
 
     /// Reads the text. Call this once.
-    /// cost    O(bytes); memory for each line and each different key.
+    /// cost    O(bytes); memory for each line, each different key and the listed complaints.
     void inspect();
 
     /// Returns all complaints in file order. Call this last.
@@ -31,19 +33,26 @@ public:
     std::vector<Complaint> const& complaints() { return complaints_.finish(); }
 
 private:
-    void found(zdialects::Finding const& finding) override { findings_.push_back(finding); }
-    void complain(zdialects::Finding const& finding, std::string_view stanza);
+    void found(zdialects::Finding const& finding) override;
     void findShadowed();
-    std::string_view nameOf(zlines::Line const& header);
+    std::vector<bool> markShadowed(std::vector<uint32_t>& firstOf) const;
+    std::string_view stanzaName();
+    std::string_view own(std::string_view view, std::string const& space);
     void moveTo(size_t at);
     Place placeAt(size_t at);
 
     std::string_view const text_;
     zdialects::SwitchedDialect const& dialect_;
     std::vector<zlines::Line> lines_;
-    std::vector<zdialects::Finding> findings_;
     std::deque<std::string> names_;  // which complaints borrow
     ComplaintList complaints_;
+
+    // The header above the last finding.
+    static constexpr size_t kTop = SIZE_MAX;
+    size_t scanned_ = 0;  // lines that were searched for headers
+    size_t header_ = kTop;
+    size_t named_ = kTop;  // the header that stanza_ is the name of
+    std::string_view stanza_;
 
     // The physical line of the last place.
     size_t line_ = 1;
