@@ -125,6 +125,7 @@ ZPCache_6_0* ZPCategoryBasedCache_6_0::clone() const
 void ZPCategoryBasedCache_6_0::changed()
 {
     ++changes_;
+    rep_->spelled.reset();
     rep_->compact();
     if (rep_->exchangeListsRemoved())
         listsWentAway();
@@ -387,6 +388,7 @@ void ZPCategoryBasedCache_6_0::clear()
     none.setPolicy(rep_->policy());
     rep_->swap(none);
     rep_->kept.reset();
+    rep_->spelled.reset();
     ZPCache_6_0::clear();
     listsWentAway();
 }

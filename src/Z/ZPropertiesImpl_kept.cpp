@@ -10,6 +10,7 @@
 #include "cache/file_text.h"
 #include "dialects/switched_dialect.h"
 #include "lines/difference.h"
+#include "lines/spelled_value.h"
 #include "memory/out_of_memory.h"
 #include "stanza/stanza_dialect.h"
 
@@ -161,6 +162,24 @@ void ZPCategoryBasedCache_6_0::KeptLines::writeText(ZSCFData_6_0 const& cache, c
         buffer.setLength(0);
     else
         buffer.setBufferNoCopy(bytes.size(), text.release());
+}
+
+std::shared_ptr<zlines::SpelledText> ZPCategoryBasedCache_6_0::KeptLines::spelled(
+    Cache const& cache)
+{
+    Rep const& rep = cache.rep();
+    bool const isLasting = cache.direct() != nullptr && !rep.hasLists();
+    if (isLasting && rep.spelled != nullptr)
+        return rep.spelled;
+    SharedText const composed = compose(cache, "");
+    zstanza::TextBuffer text;
+    std::string_view const bytes = composed != nullptr ? composed->text : writeAll(cache, text);
+    auto made = zmemory::translateBadAlloc(zstanza::kSource, zstanza::raiseInAllocate, [&] {
+        return std::make_shared<zlines::SpelledText>(std::string(bytes), dialectOf(cache));
+    });
+    if (isLasting)
+        rep.spelled = made;
+    return made;
 }
 
 void ZPCategoryBasedCache_6_0::KeptLines::collect(Cache const& cache, SharedText const& composed,

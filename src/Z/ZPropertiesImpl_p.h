@@ -20,6 +20,7 @@
 #include "stanza/text_buffer.h"
 
 namespace zlines {
+class SpelledText;
 }
 namespace zstanza {
 
@@ -42,7 +43,8 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::Rep : zca
     Rep(Rep const& other) : Contents(other), dialect(other.dialect), kept(other.kept) {}
 
     std::shared_ptr<zdialects::SwitchedDialect const> dialect;  // null: stanza files
-    zlines::SharedText kept;                     // the text as read or stored; null: none
+    zlines::SharedText kept;                               // the text as read or stored; null: none
+    mutable std::shared_ptr<zlines::SpelledText> spelled;  // the text of these contents, or null
     mutable zlines::SharedText* sink = nullptr;  // receives the text that is written, if not null
 };
 
@@ -117,6 +119,11 @@ struct __attribute__((visibility("hidden"))) ZPCategoryBasedCache_6_0::KeptLines
     /// Adds the lines and values to `document`.
     /// range   textOf() is not null.
     static void describe(Cache const& cache, zlines::Document& document);
+
+    /// Returns the text that is written, with its lines. It is kept until the contents change,
+    /// unless a caller holds a list of values.
+    /// throws  as compose().
+    static std::shared_ptr<zlines::SpelledText> spelled(Cache const& cache);
 
     // Collects the text that a cache writes in this scope.
     class Collector {

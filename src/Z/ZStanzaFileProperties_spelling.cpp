@@ -6,11 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "ZBuffer.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
+#include "ZStanzaFileProperties_p.h"
 #include "lines/spelled_value.h"
 
 using namespace zproperties;
@@ -18,60 +18,39 @@ using namespace zproperties;
 namespace {
 
 // The text that a store writes, and the line of a plain value in it.
-class SpelledText {
+class SpelledValue {
 public:
-    SpelledText(ZStanzaFileProperties_6_0 const& store, ZPCache_6_0 const& cache,
-                char const* stanza, char const* key, unsigned index)
-        : text_(textOf(store)),
-          dialect_(ZPCategoryBasedCache_6_0::KeptLines::dialectOf(
-              static_cast<ZSCFData_6_0 const&>(cache))),
-          outline_(text_, *dialect_)
+    SpelledValue(ZPCache_6_0 const& cache, char const* stanza, char const* key, unsigned index)
+        : text_(
+              ZPCategoryBasedCache_6_0::KeptLines::spelled(static_cast<ZSCFData_6_0 const&>(cache)))
     {
         auto values =
             static_cast<ZSCFData_6_0 const&>(cache).values(stanza, key, ZPCache_6_0::plainValues);
         std::vector<std::string_view> views;
         for (Text value; values.next(value);)
             views.emplace_back(value.chars, value.length);
-        line_ = zlines::lineOfValue(outline_, stanza, key, views, index);
+        line_ = text_->lineOf(stanza, key, views, index);
     }
 
-    std::string const& text() const { return text_; }
-    zlines::Outline const& outline() const { return outline_; }
+    std::string const& text() const { return text_->text(); }
+    zlines::Outline const& outline() const { return text_->outline(); }
 
     // Returns the index of the line that has the value, or kNone.
     uint32_t line() const { return line_; }
 
+    // Returns the number of that line, or 0.
+    unsigned long number() const { return line_ == zlines::kNone ? 0 : text_->numberOf(line_); }
+
     // Returns whether that line has a value.
     bool isSpelled() const
     {
-        return line_ != zlines::kNone && outline_.lines()[line_].kind == zlines::valueLine;
+        return line_ != zlines::kNone && outline().lines()[line_].kind == zlines::valueLine;
     }
 
 private:
-    static std::string textOf(ZStanzaFileProperties_6_0 const& store)
-    {
-        ZBuffer_6_0 buffer;
-        store.storeText(buffer);
-        return {static_cast<char const*>(buffer.getBuffer()), buffer.getLength()};
-    }
-
-    std::string const text_;
-    zlines::SharedDialect const dialect_;
-    zlines::Outline outline_;
+    std::shared_ptr<zlines::SpelledText> const text_;
     uint32_t line_;
 };
-
-[[noreturn]] void refuseText()
-{
-    ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-}
-
-[[noreturn]] void throwMissing(ZStanzaFileProperties_6_0 const& store, char const* stanza,
-                               char const* key)
-{
-    ZPropertiesMissingPropertyException_6_0(store.fileName().getChars(), stanza, key)
-        .throwException(kSource, raiseForMissing);
-}
 
 // Checks that a key has a value at `index`, or no values if `index` is 0.
 void requireValueAt(ZStanzaFileProperties_6_0 const& store, char const* stanza, char const* key,
@@ -92,14 +71,8 @@ unsigned long ZStanzaFileProperties_6_0::lineOf(char const* stanza, char const* 
     if (isObfuscated(stanza, key) != 0)
         return 0;
     unsigned long number = 0;
-    translateErrors(raiseInLineOf, [&] {
-        SpelledText const spelled(*this, cache(), stanza, key, index);
-        if (spelled.line() == zlines::kNone)
-            return;
-        auto const begin = spelled.text().begin();
-        uint32_t const position = spelled.outline().lines()[spelled.line()].begin;
-        number = 1 + static_cast<unsigned long>(std::count(begin, begin + position, '\n'));
-    });
+    translateErrors(raiseInLineOf,
+                    [&] { number = SpelledValue(cache(), stanza, key, index).number(); });
     return number;
 }
 
@@ -109,7 +82,7 @@ void ZStanzaFileProperties_6_0::getSpelling(char const* stanza, char const* key,
     Hold const hold(*this);
     requireValueAt(*this, stanza, key, index);
     translateErrors(raiseInLineOf, [&] {
-        SpelledText const spelled(*this, cache(), stanza, key, index);
+        SpelledValue const spelled(cache(), stanza, key, index);
         if (isObfuscated(stanza, key) != 0 || !spelled.isSpelled())
             throwMissing(*this, stanza, key);
         zlines::Line const& line = spelled.outline().lines()[spelled.line()];
@@ -127,7 +100,7 @@ void ZStanzaFileProperties_6_0::setSpelling(char const* stanza, char const* key,
     Hold const hold(*this);
     requireValueAt(*this, stanza, key, index);
     translateErrors(raiseInLineOf, [&] {
-        SpelledText const spelled(*this, cache(), stanza, key, index);
+        SpelledValue const spelled(cache(), stanza, key, index);
         if (isObfuscated(stanza, key) != 0 || !spelled.isSpelled())
             throwMissing(*this, stanza, key);
         std::string text;

@@ -102,6 +102,7 @@ void Contents::swap(Contents& other)
     std::swap(lastHeader_, other.lastHeader_);
     std::swap(lastLeading_, other.lastLeading_);
     std::swap(compactAt_, other.compactAt_);
+    std::swap(hasLists_, other.hasLists_);
 }
 
 size_t Contents::memoryUsed() const

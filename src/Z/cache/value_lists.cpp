@@ -27,6 +27,7 @@ ZArrayList_6_0* Contents::list(Id key, Kind kind)
     }
     dropStoredValues(key, kind);
     extraOf(key).lists[kind] = list;
+    hasLists_ = true;
     return list;
 }
 

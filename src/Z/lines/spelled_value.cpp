@@ -1,45 +1,71 @@
 #include "spelled_value.h"
 
-#include <vector>
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "name_hash.h"
 
 namespace zlines {
 
-namespace {
+SpelledText::SpelledText(std::string text, SharedDialect dialect)
+    : text_(std::move(text)), dialect_(std::move(dialect)), outline_(text_, *dialect_)
+{
+    std::string space;
+    for (uint32_t stanza = 0; stanza < outline_.stanzas().size(); ++stanza)
+        for (uint32_t at = outline_.stanzas()[stanza].firstSection; at != kNone;
+             at = outline_.sections()[at].next) {
+            Section const& section = outline_.sections()[at];
+            for (uint32_t line = section.first; line < section.end; ++line)
+                if (outline_.lines()[line].isKey())
+                    keyLines_.push_back(
+                        {hashOf(outline_.keyName(line, space), stanza), stanza, line});
+        }
+    std::sort(keyLines_.begin(), keyLines_.end(), [](KeyLine const& a, KeyLine const& b) {
+        return std::tie(a.hash, a.line) < std::tie(b.hash, b.line);
+    });
+    numbers_.reserve(outline_.lines().size());
+    uint32_t number = 1;
+    uint32_t counted = 0;
+    for (Line const& line : outline_.lines()) {
+        number += static_cast<uint32_t>(
+            std::count(text_.begin() + counted, text_.begin() + line.begin, '\n'));
+        counted = line.begin;
+        numbers_.push_back(number);
+    }
+}
 
 // Returns the lines of a key, in order.
-std::vector<uint32_t> linesOfKey(Outline& outline, std::string_view stanza, std::string_view key)
+std::vector<uint32_t> SpelledText::linesOf(std::string_view stanza, std::string_view key)
 {
-    Dialect const& dialect = outline.dialect();
     std::vector<uint32_t> lines;
     std::string wantedSpace;
-    uint32_t const found = outline.find(dialect.comparableStanza(stanza, wantedSpace), 0);
+    uint32_t const found = outline_.find(dialect_->comparableStanza(stanza, wantedSpace), 0);
     if (found == kNone)
         return lines;
-    std::string_view const wanted = dialect.comparableKey(key, wantedSpace);
+    std::string_view const wanted = dialect_->comparableKey(key, wantedSpace);
     std::string space;
-    for (uint32_t at = outline.stanzas()[found].firstSection; at != kNone;
-         at = outline.sections()[at].next) {
-        Section const& section = outline.sections()[at];
-        for (uint32_t line = section.first; line < section.end; ++line)
-            if (outline.lines()[line].isKey() && outline.keyName(line, space) == wanted)
-                lines.push_back(line);
-    }
+    uint32_t const hash = hashOf(wanted, found);
+    auto at =
+        std::lower_bound(keyLines_.begin(), keyLines_.end(), hash,
+                         [](KeyLine const& line, uint32_t value) { return line.hash < value; });
+    for (; at != keyLines_.end() && at->hash == hash; ++at)
+        if (at->stanza == found && outline_.keyName(at->line, space) == wanted)
+            lines.push_back(at->line);
     return lines;
 }
 
-}  // namespace
-
-uint32_t lineOfValue(Outline& outline, std::string_view stanza, std::string_view key,
-                     std::span<std::string_view const> values, size_t index)
+uint32_t SpelledText::lineOf(std::string_view stanza, std::string_view key,
+                             std::span<std::string_view const> values, size_t index)
 {
-    std::vector<uint32_t> const lines = linesOfKey(outline, stanza, key);
+    std::vector<uint32_t> const lines = linesOf(stanza, key);
     if (values.empty())
         return lines.empty() ? kNone : lines.front();
-    auto const kindOf = [&](size_t at) { return outline.lines()[lines[at]].kind; };
+    auto const kindOf = [&](size_t at) { return outline_.lines()[lines[at]].kind; };
     size_t at = 0;
     for (size_t i = 0; i <= index && i < values.size(); ++i) {
         // Where no line holds an empty value, a line without a value may stand for it.
-        bool const isEmpty = values[i].empty() && !outline.dialect().hasEmptyValues();
+        bool const isEmpty = values[i].empty() && !dialect_->hasEmptyValues();
         if (isEmpty && (at == lines.size() || kindOf(at) != keyOnlyLine)) {
             if (i == index)
                 return kNone;
