@@ -19,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "MachineFiles.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -136,18 +138,12 @@ std::vector<fs::path> configurationFiles()
     std::set<std::string> const kinds = {".conf",   ".ini",   ".cnf",    ".service",
                                          ".socket", ".timer", ".desktop"};
     std::vector<fs::path> found;
-    for (char const* root : {"/etc", "/usr/lib", "/usr/share"}) {
-        std::error_code ignored;
-        for (fs::recursive_directory_iterator
-                 it(root, fs::directory_options::skip_permission_denied, ignored),
-             end;
-             it != end; it.increment(ignored)) {
-            std::error_code bad;
-            if (kinds.count(it->path().extension().string()) &&
-                fs::is_regular_file(it->path(), bad))
-                found.push_back(it->path());
-        }
-    }
+    forEachMachineFile([&](fs::directory_entry const& entry) {
+        std::error_code bad;
+        if (kinds.count(entry.path().extension().string()) &&
+            fs::is_regular_file(entry.path(), bad))
+            found.push_back(entry.path());
+    });
     return found;
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "FailingAllocator.h"
+#include "FailingCalls.h"
 #include "PlainFunctionsFixture.h"
 
 namespace {
@@ -448,11 +448,7 @@ TEST_F(ZPropertiesCComments, EachFunctionFailsWithoutAChangeIfAnAllocationFails)
     reopened("# c\n\n# " + std::string(3000, 'x') + "\n[a]\n# y\nk = 1\n\n[b]\nk = 2\n");
     std::string const before = text();
     int code = 0;
-    struct Case {
-        char const* name;
-        std::function<int()> call;
-    };
-    Case const cases[] = {
+    std::vector<PlainCall> const calls = {
         {"get",
          [&] {
              Text const text(zstzPropGetStanzaComment_6_0(file_, "a", &code));
@@ -476,22 +472,10 @@ TEST_F(ZPropertiesCComments, EachFunctionFailsWithoutAChangeIfAnAllocationFails)
              return code;
          }},
     };
-    for (Case const& c : cases) {
-        int failures = 0;
-        for (unsigned long n = 1;; ++n) {
-            SCOPED_TRACE(std::string(c.name) + ", allocation " + std::to_string(n));
-            ASSERT_EQ(0, zstzPropReload_6_0(file_));
-            FailingAllocator::failAt(n);
-            int const result = c.call();
-            bool const failed = FailingAllocator::stop();
-            if (result != 0) {
-                ++failures;
-                EXPECT_EQ(52, result);
-                EXPECT_EQ(before, text());
-            }
-            if (!failed || HasFailure())
-                break;
-        }
-        EXPECT_GE(failures, 1) << c.name;
-    }
+    failEachAllocationOf(
+        calls, [&] { ASSERT_EQ(0, zstzPropReload_6_0(file_)); },
+        [&](int failure) {
+            EXPECT_EQ(52, failure);
+            EXPECT_EQ(before, text());
+        });
 }

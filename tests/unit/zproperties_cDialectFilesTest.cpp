@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "FailingAllocator.h"
+#include "FailingCalls.h"
 #include "PlainFunctionsFixture.h"
 
 namespace {
@@ -214,11 +214,7 @@ TEST_F(ZPropertiesCDialectFiles, EachFunctionFailsWithoutAChangeIfAnAllocationFa
     std::string const longValue(300, 'v');
     std::string const file = path("a.service");
     int code = kUntouched;
-    struct Case {
-        char const* name;
-        std::function<int()> call;
-    };
-    Case const cases[] = {
+    std::vector<PlainCall> const calls = {
         {"OpenAs",
          [&] {
              ZPROP_handle* handle = nullptr;
@@ -252,22 +248,10 @@ TEST_F(ZPropertiesCDialectFiles, EachFunctionFailsWithoutAChangeIfAnAllocationFa
              return zstzPropSetRawValue_6_0(file_, "Service", "ExecStart", 0, longValue.c_str());
          }},
     };
-    for (Case const& c : cases) {
-        int failures = 0;
-        for (unsigned long n = 1;; ++n) {
-            SCOPED_TRACE(std::string(c.name) + ", allocation " + std::to_string(n));
-            ASSERT_EQ(0, zstzPropReload_6_0(file_));
-            FailingAllocator::failAt(n);
-            int const rc = c.call();
-            bool const failed = FailingAllocator::stop();
-            if (rc != 0) {
-                ++failures;
-                EXPECT_TRUE(rc == 51 || rc == 52) << rc;
-                EXPECT_EQ(kUnit, text());
-            }
-            if (!failed || HasFailure())
-                break;
-        }
-        EXPECT_GE(failures, 1) << c.name;
-    }
+    failEachAllocationOf(
+        calls, [&] { ASSERT_EQ(0, zstzPropReload_6_0(file_)); },
+        [&](int failure) {
+            EXPECT_TRUE(failure == 51 || failure == 52) << failure;
+            EXPECT_EQ(kUnit, text());
+        });
 }
