@@ -1,5 +1,7 @@
 #include "ZDialectData.h"
 
+#include <charconv>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -129,49 +131,141 @@ int ZDialectData_6_0::swapContents(ZPCache_6_0& other)
     return ZSCFData_6_0::swapContents(other);
 }
 
+// Gives the categories of one name other numbers. The constructor reserves the memory, so that the
+// changes of the cache that follow cannot fail after the first.
+class ZDialectData_6_0::Renumbering {
+public:
+    // `first` is the number of the first category that gets another number. `spare` are further
+    // bytes of names to reserve.
+    Renumbering(ZDialectData_6_0& cache, NumberedName const& name, unsigned long first,
+                size_t spare = 0)
+        : cache_(cache), base_(name.base), first_(first), end_(first)
+    {
+        for (std::string* const buffer : {&from_, &to_})
+            buffer->reserve(base_.size() + 1 + NumberedName::kMaxDigits);
+        while (cache_.contains(write(end_, from_)) != 0)
+            ++end_;
+        cache_.rep().reserveNames(bytes() + spare);
+    }
+
+    // Returns the size of the new names at most.
+    size_t bytes() const { return (end_ - first_) * (base_.size() + 2 + NumberedName::kMaxDigits); }
+
+    void increase()
+    {
+        for (unsigned long number = end_; number-- > first_;)
+            rename(number, number + 1);
+    }
+
+    void decrease()
+    {
+        for (unsigned long number = first_; number < end_; ++number)
+            rename(number, number - 1);
+    }
+
+private:
+    char const* write(unsigned long number, std::string& buffer)
+    {
+        buffer.assign(base_);
+        if (number == 1)
+            return buffer.c_str();
+        char digits[NumberedName::kMaxDigits + 1];
+        auto const written = std::to_chars(digits, std::end(digits), number);
+        buffer += ']';
+        return buffer.append(digits, written.ptr).c_str();
+    }
+
+    void rename(unsigned long from, unsigned long to)
+    {
+        write(from, from_);
+        write(to, to_);
+        cache_.rep().renameCategory(from_, to_);
+    }
+
+    ZDialectData_6_0& cache_;
+    std::string const base_;
+    unsigned long const first_;
+    unsigned long end_;  // the first number that no category has
+    std::string from_;
+    std::string to_;
+};
+
 void ZDialectData_6_0::delLine(char const* category)
 {
-    changeNumbered(category,
-                   [&](ZDialectData_6_0& cache) { cache.ZSCFData_6_0::delLine(category); });
+    if (rep().dialect->joinsHeaders() || category == nullptr || contains(category) == 0) {
+        ZSCFData_6_0::delLine(category);
+        return;
+    }
+    translateErrors(raiseInCheck, [&] {
+        NumberedName const name(category);
+        Renumbering following(*this, name, name.number + 1);
+        ZSCFData_6_0::delLine(category);
+        following.decrease();
+    });
 }
 
 void ZDialectData_6_0::renameStanza(char const* category, char const* name)
 {
-    changeNumbered(category,
-                   [&](ZDialectData_6_0& cache) { cache.renameCategory(category, name); });
-}
-
-// Removes a name by `change(cache)`. If that changes the numbers of other stanzas, a copy of the
-// cache is changed first, so that a failure changes nothing.
-template <class Change>
-void ZDialectData_6_0::changeNumbered(char const* category, Change change)
-{
-    bool const isNumbered = !rep().dialect->joinsHeaders() && category != nullptr &&
-                            contains(category) != 0 && translateErrors(raiseInCheck, [&] {
-                                NumberedName const name(category);
-                                return contains(name.withNumber(name.number + 1).c_str()) != 0;
-                            });
-    if (!isNumbered) {
-        change(*this);
+    if (rep().dialect->joinsHeaders()) {
+        renameCategory(category, name);
         return;
     }
-    ZDialectData_6_0 copy(*this);
-    change(copy);
-    translateErrors(raiseInCheck, [&] { copy.removeNumber(category); });
-    swapContents(copy);
+    translateErrors(raiseInCheck, [&] {
+        NumberedName const before(category);
+        NumberedName const after(name);
+        std::string const renamed = after.withNumber(after.number);
+        Renumbering old(*this, before, before.number + 1);
+        Renumbering following(*this, after, after.number, old.bytes() + renamed.size() + 1);
+        following.increase();
+        rep().renameCategory(category, renamed);
+        old.decrease();
+        changed();
+    });
 }
 
-// Gives the stanzas after `category`, which has been removed, the numbers before their own. The
-// difference writer finds the stanzas of the text by their contents.
-void ZDialectData_6_0::removeNumber(char const* category)
+int ZDialectData_6_0::isOption(char const* category, char const* key) const
 {
-    NumberedName const name(category);
-    for (unsigned long number = name.number;; ++number) {
-        std::string const next = name.withNumber(number + 1);
-        if (contains(next.c_str()) == 0)
-            return;
-        renameCategory(next.c_str(), name.withNumber(number).c_str());
+    return rep().dialect->switches().keyAlone == zdialects::KeyAlone::option &&
+                   contains(category, key) != 0 && values(category, key, plainValues).count() == 0
+               ? 1
+               : 0;
+}
+
+int ZDialectData_6_0::isRespelled(char const* category, char const* key, char const* name) const
+{
+    zcache::Policy const& policy = rep().policy();
+    if (key == nullptr)
+        return policy.categories.matches(category, name) &&
+                       rep().name(rep().category(rep().liveCategory(category))) != name
+                   ? 1
+                   : 0;
+    return policy.keys.matches(key, name) &&
+                   rep().name(rep().key(rep().liveKey(category, key))) != name
+               ? 1
+               : 0;
+}
+
+int ZDialectData_6_0::validNewName(char const* category, char const* name) const
+{
+    zcache::NameRule const& rule = rep().policy().categories;
+    if (rep().dialect->joinsHeaders()) {
+        // Callers get names of git folded: a header has no other spelling of its name.
+        bool const isRespelled = !rule.foldsUpToDot && rule.matches(category, name);
+        return contains(name) == 0 || isRespelled ? 1 : 0;
     }
+    return translateErrors(raiseInCheck, [&] {
+        NumberedName const wanted(name);
+        if (rule.matches(category, name) || (!wanted.hasNumber && contains(name) != 0))
+            return 0;
+        zcache::Id const renamed = rep().liveCategory(category);
+        unsigned long position = 1;
+        for (zcache::Id id = rep().firstHeader(); id != 0 && id != renamed;
+             id = rep().category(id).nextHeader)
+            position += rep().category(id).isLive &&
+                        NumberedName(rep().name(rep().category(id))).base == wanted.base;
+        bool const isSameName = NumberedName(category).base == wanted.base;
+        return !isSameName && wanted.number == position ? 1 : 0;
+    });
 }
 
 int ZDialectData_6_0::isAmbiguous(char const* category) const

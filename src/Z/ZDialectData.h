@@ -41,6 +41,7 @@ public:
 
     /// Removes a category. If a repeated header starts another stanza, the number of each following
     /// category of that name decreases by one.
+    /// cost    O(keys of these categories).
     void delLine(char const* category) override;
     using ZSCFData_6_0::delLine;
 
@@ -66,16 +67,29 @@ public:
     /// which NAME]1 is, too.
     int isAmbiguous(char const* category) const;
 
-    /// Renames a category in place, as renameCategory(). The numbers of the following categories of
-    /// the old name decrease by one.
+    /// Returns 1 if a key has no value, and the dialect reads that as true.
+    int isOption(char const* category, char const* key) const;
+
+    /// Returns 1 if `name` is another spelling of the name of a key or, if `key` is null, of a
+    /// category: they are compared as one name.
+    int isRespelled(char const* category, char const* key, char const* name) const;
+
+    /// Returns 1 if a category can get a name that validCategory() accepts: no other category has
+    /// it or, if each header starts a stanza of its own, its number is the position of the category
+    /// among the headers of that name.
+    int validNewName(char const* category, char const* name) const;
+
+    /// Renames a category in place, as renameCategory(). The following categories of the old name
+    /// get numbers smaller by one, and the following categories of the new name get numbers greater
+    /// by one.
+    /// range   `name` is a validNewName().
+    /// cost    O(keys of these categories).
     void renameStanza(char const* category, char const* name);
 
     ZStanzaDialect_6_0 const& dialect() const { return dialect_; }
 
 private:
-    template <class Change>
-    void changeNumbered(char const* category, Change change);
-    void removeNumber(char const* category);
+    class Renumbering;
 
     ZStanzaDialect_6_0 const dialect_;
 };

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ZArrayList.h"
+#include "ZDialectData.h"
 #include "ZException.h"
 #include "ZPropertiesImpl_p.h"
 #include "ZProperties_p.h"
@@ -160,6 +161,8 @@ int ZProperties_6_0::getBooleanValue(char const* category, char const* key, int 
     requireNames(category, key);
     requireNoDefaultIfRequired(required, defaultValue != 0);
     Hold const hold(*this);
+    if (rep_->dialect != nullptr && rep_->dialect->isOption(category, key) != 0)
+        return 1;
     Text value;
     if (!Rep::lastValue(*this, category, key, value)) {
         if (required != 0)

@@ -172,8 +172,8 @@ public:
     /// The same for a file of any dialect. Only stanza files have complaints about changes of a
     /// store; for the others, a note is about a line that is kept and never read, such as a line
     /// that programs of the format ignore, or a line of a key that another line outvotes.
-    /// cost    O(bytes). Memory for a copy of the file, 20 bytes for each line, and each different
-    ///         key.
+    /// cost    O(bytes). Memory for a copy of the file, at most 24 bytes for each line and 30 bytes
+    ///         for each different key, and for the listed problems.
     static void findProblems(char const* path, ZStanzaDialect_6_0 const& dialect,
                              ZArrayList_6_0& list);
 
@@ -224,13 +224,14 @@ public:
     /// empty where no line can hold an empty value. A key without values has its line at `index` 0.
     /// throws  ZInvalidParameterException_6_0 if a name is null or empty;
     ///         ZPropertiesMissingPropertyException_6_0 if the key or the value is missing.
-    /// cost    O(file).
+    /// cost    O(file) for the first call after a change of the contents, else O(values of a key);
+    ///         O(file) for each call while a caller of the cache may hold a list of values.
     unsigned long lineOf(char const* stanza, char const* key, unsigned index) const;
 
     /// Stores the spelling of the value at `index` of `key` in `out`: its bytes in the text that
     /// storeText() stores.
     /// throws  as lineOf(); ZPropertiesMissingPropertyException_6_0 if no line has the value.
-    /// cost    O(file).
+    /// cost    as lineOf().
     void getSpelling(char const* stanza, char const* key, unsigned index, ZLCString_6_0& out) const;
 
     /// Replaces that spelling, and so the value.

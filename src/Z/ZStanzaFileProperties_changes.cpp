@@ -10,22 +10,11 @@
 #include "ZPropertiesImpl.h"
 #include "ZProperties_p.h"
 #include "ZStanzaFileProperties.h"
+#include "ZStanzaFileProperties_p.h"
 
 using namespace zproperties;
 
 namespace {
-
-[[noreturn]] void refuseText()
-{
-    ZInvalidParameterException_6_0().throwException(kSource, raiseForNewText);
-}
-
-[[noreturn]] void throwMissing(ZStanzaFileProperties_6_0 const& store, char const* stanza,
-                               char const* key)
-{
-    ZPropertiesMissingPropertyException_6_0(store.fileName().getChars(), stanza, key)
-        .throwException(kSource, raiseForMissing);
-}
 
 // Refuses to give obfuscated values the names of the entry that names the companion: load() would
 // miss the companion.
@@ -61,9 +50,7 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
     checkAccess(stanza, key, 0);
     // Create a new stanza or key without lines first, so that it can be removed without a trace if
     // memory is exhausted.
-    bool const isNewStanza = cache().contains(stanza) == 0;
-    bool const isNewKey = cache().contains(stanza, key) == 0;
-    try {
+    changeKey(cache(), stanza, key, [&] {
         cache().add(stanza, key, 0);
         ZArrayList_6_0& list = *cache().get(stanza, key, ZPCache_6_0::plainValues);
         strings.reserveIn(list, 0);
@@ -71,13 +58,7 @@ void ZStanzaFileProperties_6_0::setValues(char const* stanza, char const* key,
         // The list has the first value, and capacity for all of them: nothing below throws.
         strings.removeFirst();
         strings.moveTo(list);
-    } catch (...) {
-        if (isNewStanza)
-            cache().remove(stanza);
-        else if (isNewKey)
-            cache().remove(stanza, key);
-        throw;
-    }
+    });
 }
 
 void ZStanzaFileProperties_6_0::removeValue(char const* stanza, char const* key, char const* value)
@@ -118,9 +99,11 @@ void ZStanzaFileProperties_6_0::renameKey(char const* stanza, char const* key, c
     auto& cache = static_cast<ZSCFData_6_0&>(this->cache());
     if (cache.contains(stanza, key) == 0)
         throwMissing(*this, stanza, key);
-    if (strcmp(key, newKey) == 0)
+    bool const isRespelled =
+        rep_->dialect != nullptr && rep_->dialect->isRespelled(stanza, key, newKey) != 0;
+    if (strcmp(key, newKey) == 0 && !isRespelled)
         return;
-    if (cache.contains(stanza, newKey) != 0)
+    if (!isRespelled && cache.contains(stanza, newKey) != 0)
         refuseText();
     requireNotReserved(cache, stanza, key, stanza, newKey);
     auto values = cache.values(stanza, key, ZPCache_6_0::plainValues);
@@ -142,9 +125,12 @@ void ZStanzaFileProperties_6_0::renameStanza(char const* stanza, char const* new
     auto& cache = static_cast<ZSCFData_6_0&>(this->cache());
     if (cache.contains(stanza) == 0)
         throwMissing(*this, stanza, "");
-    if (strcmp(stanza, newStanza) == 0)
+    bool const isRespelled =
+        rep_->dialect != nullptr && rep_->dialect->isRespelled(stanza, nullptr, newStanza) != 0;
+    if (strcmp(stanza, newStanza) == 0 && !isRespelled)
         return;
-    if (cache.contains(newStanza) != 0)
+    if (rep_->dialect != nullptr ? rep_->dialect->validNewName(stanza, newStanza) == 0
+                                 : cache.contains(newStanza) != 0)
         refuseText();
     requireNotReserved(cache, stanza, kReservedKey, newStanza, kReservedKey);
     rep_->requireUnambiguous(stanza);

@@ -73,6 +73,8 @@ ROWS = [
      lambda c: any("\\" in value for value in c.model or [])),
     ("configparser", "Unicode has further spaces and letters",
      lambda c: not c.data.isascii() and unicode_blanks(c.model) == unicode_blanks(c.peer)),
+    ("configparser", "letters beyond ASCII are folded there, so that a key is repeated",
+     lambda c: c.refused == "there" and not c.data.isascii() and "already exists" in c.message),
     ("configparser", "a mark without a space hides later marks of its kind there",
      lambda c: any(re.search(r"[^\s][#;].*\s[#;]", value or "") for value in c.peer or [])),
     ("php", "a value that is quoted in part is as spelled here",
@@ -102,6 +104,8 @@ ROWS = [
      lambda c: c.data.startswith("\xef\xbb\xbf")),
     ("testparm", "a header without a name is refused there",
      lambda c: c.refused == "there" and re.search(r"^\s*\[\]", c.data, re.M) is not None),
+    ("testparm", "spaces in the name of a stanza are compared as one space, or not at all, there",
+     lambda c: c.key and re.search(r"^[ \t]*\[[^]\n]*[ \t]", c.data, re.M) is not None),
     ("testparm", "a known value is printed in its usual case there",
      lambda c: c.peer is not None and
      [value.lower() for value in c.model] == [value.lower() for value in c.peer]),

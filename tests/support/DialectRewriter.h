@@ -78,7 +78,8 @@ public:
 
 private:
     struct Entry {
-        std::string text;  // of a comment with its mark, or the key
+        std::string text;      // of a comment with its mark, or the key as first written
+        std::string identity;  // of a key: its name as it is compared
         bool isComment;
         bool isBelowBlank;
         std::vector<std::string> values = {};
@@ -86,7 +87,8 @@ private:
     };
 
     struct Stanza {
-        std::string name;
+        std::string name;      // as first written
+        std::string identity;  // as it is compared
         bool isBelowBlank;
         std::vector<Entry> entries = {};
     };
@@ -94,13 +96,20 @@ private:
     void read()
     {
         zlines::Outline outline(text_, dialect_);
+        std::vector<zlines::HeaderComment> headerComments;
+        outline.moveHeaderComments(headerComments);
         auto const isBlank = [&](std::uint32_t line) {
             return line == 0 || outline.lines()[line - 1].kind == zlines::blankLine;
         };
         for (zlines::ReadStanza const& stanza : outline.stanzas()) {
             std::uint32_t const header = outline.sections()[stanza.firstSection].header;
-            stanzas_.push_back(
-                {std::string(stanza.name), header != zlines::kNone && isBlank(header)});
+            std::string const identity(stanza.name);
+            std::string space;
+            std::string const name(
+                header != zlines::kNone && dialect_.joinsHeaders()
+                    ? dialect_.writtenStanza(text_, outline.lines()[header], space)
+                    : identity);
+            stanzas_.push_back({name, identity, header != zlines::kNone && isBlank(header)});
             for (std::uint32_t i = stanza.firstSection; i != zlines::kNone;
                  i = outline.sections()[i].next) {
                 zlines::Section const& section = outline.sections()[i];
@@ -117,18 +126,20 @@ private:
         std::string space;
         if (record.kind == zlines::commentLine) {
             entries.push_back(
-                {std::string(zlines::slice(text_, record.nameBegin(), record.valueEnd)), true,
+                {std::string(zlines::slice(text_, record.nameBegin(), record.valueEnd)), "", true,
                  isBelowBlank});
             return;
         }
         if (!record.isKey())
             return;
-        std::string const name(outline.keyName(line, space));
+        std::string const identity(outline.keyName(line, space));
         auto key = std::find_if(entries.begin(), entries.end(), [&](Entry const& entry) {
-            return !entry.isComment && entry.text == name;
+            return !entry.isComment && entry.identity == identity;
         });
-        if (key == entries.end())
-            key = entries.insert(entries.end(), {name, false, isBelowBlank});
+        if (key == entries.end()) {
+            std::string const name(dialect_.writtenKey(text_, record, space));
+            key = entries.insert(entries.end(), {name, identity, false, isBelowBlank});
+        }
         if (record.kind == zlines::valueLine)
             key->values.emplace_back(outline.value(line, space));
         else
@@ -146,7 +157,7 @@ private:
         // The lines above the first header are a stanza in some dialects only.
         auto const first = stanzas_.begin() + (dialect_.topStanza().empty() ? 1 : 0);
         return *std::find_if(first, stanzas_.end(), [&](Stanza const& stanza) {
-            return stanza.name == identityOf(edit.stanza);
+            return stanza.identity == identityOf(edit.stanza);
         });
     }
 
@@ -155,7 +166,7 @@ private:
         std::string space;
         std::string_view const name = dialect_.comparableKey(edit.key, space);
         for (Entry& entry : stanza.entries)
-            if (!entry.isComment && entry.text == name)
+            if (!entry.isComment && entry.identity == name)
                 return &entry;
         return nullptr;
     }
@@ -188,7 +199,9 @@ private:
         }
         auto const last = std::find_if(stanza.entries.rbegin(), stanza.entries.rend(),
                                        [](Entry const& entry) { return !entry.isComment; });
-        stanza.entries.insert(last.base(), {edit.key, false, false, {edit.value}});
+        std::string space;
+        std::string const identity(dialect_.comparableKey(edit.key, space));
+        stanza.entries.insert(last.base(), {edit.key, identity, false, false, {edit.value}});
     }
 
     void describe(zlines::Document& document) const

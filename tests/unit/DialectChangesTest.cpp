@@ -321,6 +321,24 @@ TEST(DialectChanges, NewKeysOfOneStoreAreThoseOfTwo)
 }
 
 // No change and no undo of a change is refused, and the undo restores the old values.
+TEST(DialectChanges, TheLinesOfAKeyKeepTheSpellingsOfItsName)
+{
+    Change const removeFirst = [](Store& store) { store.removeValue("a", "max-speed", "1"); };
+    expectChanges({
+        {"mysql", "[a]\nmax-speed=1\nmax_speed=2\n", removeFirst, "[a]\nmax_speed=2\n"},
+        {"git", "[a]\n\tMAX-speed = 1\n\tMax-Speed = 2\n", removeFirst, "[a]\n\tMax-Speed = 2\n"},
+        {"samba", "[A]\nk k = 1\n[a]\nK K = 2\n", set("a", "l", "3"),
+         "[A]\nk k = 1\n[a]\nK K = 2\nl = 3\n"},
+    });
+    Store store(1, dialectNamed("windows"));
+    std::string const text = "[A]\nKey=1\nkey=2\n[a]\nl=3\n";
+    store.loadText(text.data(), text.size());
+    store.removeValue("A", "KEY", "1");
+    EXPECT_EQ("[A]\nkey=2\n[a]\nl=3\n", textOf(store));
+    store.setValue("A", "l", "4");
+    EXPECT_EQ("[A]\nkey=2\n[a]\nl=4\n", textOf(store));
+}
+
 TEST(DialectChanges, EachChangeCanBeUndone)
 {
     struct File {

@@ -7,6 +7,7 @@
 #include <Z/ZLCString.h>
 #include <Z/ZStanzaFileProperties.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -20,6 +21,7 @@
 #include <vector>
 
 #include "DialectEdits.h"
+#include "LinearTime.h"
 #include "TestDirectory.h"
 
 namespace fs = std::filesystem;
@@ -357,6 +359,24 @@ TEST(ZDialectData, EmptyValueIsAValueAndNullIsNone)
     EXPECT_EQ(0U, valuesIn(git, "core", "bare").size());
 }
 
+TEST(ZDialectData, AKeyAloneIsTrueWhereItIsAnOption)
+{
+    struct Case {
+        char const* dialect;
+        char const* text;
+        int value;
+    };
+    Case const cases[] = {{"git", "[a]\n\tk\n", 1},       {"git", "[a]\n\tk =\n", 0},
+                          {"git", "[a]\n\tk = yes\n", 1}, {"git", "[a]\n", 0},
+                          {"mysql", "[a]\nk\n", 1},       {"mysql", "[a]\nk=\n", 0},
+                          {"ini", "[a]\nk=\n", 0},        {"ini", "[a]\nk\n", 0}};
+    for (Case const& c : cases) {
+        ZStanzaFileProperties_6_0 store(1, dialectNamed(c.dialect));
+        store.loadText(c.text, strlen(c.text));
+        EXPECT_EQ(c.value, store.getBooleanValue("a", "k", 0, 0)) << c.dialect << " " << c.text;
+    }
+}
+
 TEST(ZDialectData, RefusesWhatNoLineReadsBack)
 {
     struct Case {
@@ -515,4 +535,158 @@ TEST(ZDialectData, StanzasOfOneNameHaveNumbers)
     store.store(nullptr);
     EXPECT_EQ("[Peer]\nKey=1\n# two\n[Other]\nKey=2\n\n[Net]\nx=1\n",
               directory.read("wet.network"));
+}
+
+TEST(ZDialectData, ARenamedStanzaHasTheNumberOfItsPosition)
+{
+    struct Case {
+        char const* from;
+        char const* to;
+        char const* after;  // null: refused
+        std::vector<std::string> stanzas;
+    };
+    char const* const before = "[X]\nA=2\n[Peer]\nA=1\n[Y]\nA=3\n[Peer]\nA=4\n";
+    Case const cases[] = {
+        {"X", "Peer]2", nullptr, {}},
+        {"X", "Peer]3", nullptr, {}},
+        {"X", "Peer", nullptr, {}},
+        {"Y", "Peer]1", nullptr, {}},
+        {"Y", "Peer]3", nullptr, {}},
+        {"Peer]2", "Peer]1", nullptr, {}},
+        {"Peer]1", "Peer]2", nullptr, {}},
+        {"X",
+         "Peer]1",
+         "[Peer]\nA=2\n[Peer]\nA=1\n[Y]\nA=3\n[Peer]\nA=4\n",
+         {"Peer", "Peer]2", "Y", "Peer]3"}},
+        {"Y",
+         "Peer]2",
+         "[X]\nA=2\n[Peer]\nA=1\n[Peer]\nA=3\n[Peer]\nA=4\n",
+         {"X", "Peer", "Peer]2", "Peer]3"}},
+        {"Peer]1", "X]2", "[X]\nA=2\n[X]\nA=1\n[Y]\nA=3\n[Peer]\nA=4\n", {"X", "X]2", "Y", "Peer"}},
+        {"Peer]1", "Z", "[X]\nA=2\n[Z]\nA=1\n[Y]\nA=3\n[Peer]\nA=4\n", {"X", "Z", "Y", "Peer"}},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.from) + " " + c.to);
+        ZStanzaFileProperties_6_0 store(1, dialectNamed("networkd"));
+        store.loadText(before, strlen(before));
+        std::string const error = thrown([&] { store.renameStanza(c.from, c.to); });
+        EXPECT_EQ(c.after == nullptr ? "ZInvalidParameterException" : "nothing", error);
+        std::string const after = textOf(store);
+        EXPECT_EQ(c.after == nullptr ? before : c.after, after);
+        ZStanzaFileProperties_6_0 read(1, dialectNamed("networkd"));
+        read.loadText(after.data(), after.size());
+        EXPECT_EQ(readingOf(read), readingOf(store));
+        if (c.after != nullptr) {
+            EXPECT_EQ(c.stanzas, readingOf(store).stanzas);
+        }
+    }
+}
+
+TEST(ZDialectData, ANameGetsAnotherSpelling)
+{
+    struct Case {
+        char const* dialect;
+        char const* before;
+        char const* stanza;
+        char const* key;  // null: the stanza is renamed
+        char const* name;
+        char const* after;
+    };
+    Case const cases[] = {
+        {"python", "[a]\nKey : 1\nj = 2\n", "a", "Key", "key", "[a]\nkey : 1\nj = 2\n"},
+        {"git", "[a]\n\teditor = 1 # c\n\teditor = 2\n", "a", "EDITOR", "Editor",
+         "[a]\n\tEditor = 1 # c\n\tEditor = 2\n"},
+        {"git", "[a]\n\tk = 1\n[b]\n[a]\n\tj\n\tK = 2\n", "a", "k", "K",
+         "[a]\n\tK = 1\n[b]\n[a]\n\tj\n\tK = 2\n"},
+        {"mysql", "[a]\nb-c = 1\nx\n", "a", "b_c", "b_c", "[a]\nb_c = 1\nx\n"},
+        {"samba", "[Share]\nPath = /a\n[t]\n[share]\nk = 1\n", "Share", nullptr, "SHARE",
+         "[SHARE]\nPath = /a\n[t]\n[SHARE]\nk = 1\n"},
+        {"windows", "[A]\nK=1\n", "a", "k", "k", "[A]\nk=1\n"},
+        {"windows", "[A]\nK=1\n", "A", nullptr, "a", "[a]\nK=1\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(std::string(c.dialect) + " " + c.before);
+        ZStanzaFileProperties_6_0 store(1, dialectNamed(c.dialect));
+        store.loadText(c.before, strlen(c.before));
+        if (c.key == nullptr)
+            store.renameStanza(c.stanza, c.name);
+        else
+            store.renameKey(c.stanza, c.key, c.name);
+        EXPECT_EQ(c.after, textOf(store));
+        Reading const reading = readingOf(store);
+        ZStanzaFileProperties_6_0 read(1, dialectNamed(c.dialect));
+        read.loadText(c.after, strlen(c.after));
+        EXPECT_EQ(readingOf(read), reading);
+    }
+    // [Core] is the stanza "core", whatever the case of its header.
+    ZStanzaFileProperties_6_0 git(1, dialectNamed("git"));
+    git.loadText("[core]\n", 7);
+    EXPECT_EQ("ZInvalidParameterException", thrown([&] { git.renameStanza("core", "Core"); }));
+    EXPECT_EQ("[core]\n", textOf(git));
+}
+
+TEST(ZDialectData, ALineThatIsPassedOverEndsAComment)
+{
+    char const* const before = "[a]\nk=1\n# c\njunk\nj=2\n";
+    ZStanzaFileProperties_6_0 store(1, dialectNamed("ini"));
+    store.loadText(before, strlen(before));
+    ZLCString_6_0 comment;
+    EXPECT_EQ(0, store.getComment("a", "j", comment));
+    store.setComment("a", "j", "# new");
+    EXPECT_EQ("[a]\nk=1\n# c\njunk\n# new\nj=2\n", textOf(store));
+    EXPECT_EQ(1, store.getComment("a", "j", comment));
+    EXPECT_STREQ("# new", comment.getChars());
+    store.setComment("a", "j", nullptr);
+    EXPECT_EQ(before, textOf(store));
+}
+
+TEST(ZDialectData, AStoreWithASetSpellingKeepsTheChangesOfOthers)
+{
+    TestDirectory const directory;
+    std::string const path = directory.write("conf", "[a]\n\tk = 1\n\tj = 2\n\tl = 3\n");
+    ZStanzaFileProperties_6_0 store(path.c_str(), 1, dialectNamed("git"));
+    ZStanzaFileProperties_6_0 another(path.c_str(), 1, dialectNamed("git"));
+    another.setValue("a", "j", "there");
+    another.store(nullptr);
+    store.setValue("a", "l", "here");
+    store.setSpelling("a", "k", 0, "\"o\"ne");
+    store.store(nullptr);
+    EXPECT_EQ("[a]\n\tk = one\n\tj = there\n\tl = here\n", directory.read("conf"));
+}
+
+TEST(ZDialectData, TheLinesOfAllKeysAreFoundInLinearTime)
+{
+    EXPECT_TRUE(takesLinearTime(300, [](size_t count) {
+        std::string text = "; c\n[a]\n";
+        for (size_t i = 0; i < count; ++i)
+            text += "k" + std::to_string(i) + " = 1\n";
+        auto const store = std::make_shared<ZStanzaFileProperties_6_0>(1, dialectNamed("ini"));
+        store->loadText(text.data(), text.size());
+        return [store, count] {
+            store->setValue("a", "k0", "2");
+            for (size_t i = 0; i < count; ++i)
+                ASSERT_EQ(i + 3, store->lineOf("a", ("k" + std::to_string(i)).c_str(), 0));
+        };
+    }));
+}
+
+TEST(ZDialectData, TheLineOfAValueFollowsItsChanges)
+{
+    ZStanzaFileProperties_6_0 store(1, dialectNamed("systemd"));
+    char const* const text = "[b]\nj=1\n[a]\nk=1\\\n  2\nk=3\n[b]\nl=4\n";
+    store.loadText(text, strlen(text));
+    EXPECT_EQ(4U, store.lineOf("a", "k", 0));
+    EXPECT_EQ(6U, store.lineOf("a", "k", 1));
+    EXPECT_EQ(8U, store.lineOf("b", "l", 0));
+    store.addValue("b", "j", "2", 0);
+    EXPECT_EQ(5U, store.lineOf("a", "k", 0));
+    char const* const values[] = {"x", "y", "z"};
+    store.setValues("a", "k", values, 3);
+    EXPECT_EQ(5U, store.lineOf("a", "k", 0));
+    EXPECT_EQ(7U, store.lineOf("a", "k", 2));
+    store.deleteStanza("b");
+    EXPECT_EQ(2U, store.lineOf("a", "k", 0));
+    ZLCString_6_0 spelling;
+    store.getSpelling("a", "k", 1, spelling);
+    EXPECT_STREQ("y", spelling.getChars());
 }

@@ -149,7 +149,7 @@ TEST(Cache, CommentAboveARepeatedHeaderIsNotOfTheNextKey)
     contents.setPolicy(everything());
     readAll(contents, "[a]\nk=1\n# again\n[a]\nl=2\n");
     EXPECT_EQ("", textOf(contents, contents.keyComment(contents.liveKey("a", "l"))));
-    EXPECT_EQ("[a]k=1,# again, l=2,", described(contents));
+    EXPECT_EQ("[a]k=1,# again,l=2,", described(contents));
 }
 
 TEST(Cache, KeysAboveTheFirstHeaderAreAStanza)

@@ -8,11 +8,11 @@ namespace zcache {
 Contents::CommentBlock Contents::commentAbove(Id line, Id category) const
 {
     CommentBlock block = {0, 0, category};
-    Id const last = line == 0 ? 0 : lines_[line].previous;
+    Id const last = line == 0 || lines_[line].isBelowGap ? 0 : lines_[line].previous;
     for (Id at = last; at != 0 && lines_[at].kind == commentLine; at = lines_[at].previous) {
         block.first = at;
         block.last = last;
-        if (lines_[at].isBelowBlank)
+        if (lines_[at].startsComment())
             break;
     }
     return block;
@@ -33,15 +33,15 @@ Contents::CommentBlock Contents::fileComment() const
 {
     CommentBlock block = {0, 0, 0};
     Id at = firstLine_;
-    for (; at != 0 && lines_[at].kind == commentLine && !lines_[at].isBelowBlank;
+    for (; at != 0 && lines_[at].kind == commentLine && !lines_[at].startsComment();
          at = lines_[at].next) {
         block.first = firstLine_;
         block.last = at;
     }
     if (at != 0 && lines_[at].kind == headerLine && isTop(lines_[at].ref))
         at = lines_[at].next;  // that header is not in the file
-    bool const isOfNextLine =
-        at != 0 && (lines_[at].kind == headerLine || lines_[at].kind == keyLine);
+    bool const isOfNextLine = at != 0 && !lines_[at].isBelowGap &&
+                              (lines_[at].kind == headerLine || lines_[at].kind == keyLine);
     return isOfNextLine ? CommentBlock{0, 0, 0} : block;
 }
 
@@ -89,7 +89,7 @@ void Contents::setFileComment(std::string_view comment)
     Id const last = createComments(comments, 0, 0);
     // Without a blank line the next comment would continue this comment, or the next header have
     // it.
-    if (old != 0 && !lines_[old].hasBlank())
+    if (old != 0 && !lines_[old].hasBlank() && !lines_[old].isBelowGap)
         createLine(blankLine, 0, 0, last);
 }
 

@@ -33,7 +33,7 @@ void Contents::addFileComment(std::string_view comment)
     // resume where the last search ended.
     Id last = lastLeading_;
     for (Id next = last == 0 ? firstLine_ : lines_[last].next;
-         next != 0 && lines_[next].kind == commentLine && !lines_[next].isBelowBlank;
+         next != 0 && lines_[next].kind == commentLine && !lines_[next].startsComment();
          next = lines_[next].next)
         last = next;
     lastLeading_ = createComments(comments, 0, last);
@@ -54,6 +54,7 @@ void Contents::addStanzaComment(Id id, std::string_view comment)
     if (before == 0 || lines_[before].kind != blankLine)
         before = createLine(blankLine, 0, category.previousHeader, before);
     createComments(comments, category.previousHeader, before);
+    moveGap(category.header, lines_[before].next);
 }
 
 void Contents::addLineComment(std::string_view categoryName, std::string_view name,
@@ -82,6 +83,7 @@ void Contents::commentKey(Id key, CommentSplitter const& comments)
     if (above == keyLine || above == headerLine)
         before = createLine(blankLine, 0, category, before);
     createComments(comments, category, before);
+    moveGap(keys_[key].line, lines_[before].next);
 }
 
 }  // namespace zcache

@@ -21,7 +21,6 @@
 #include "arena.h"
 #include "hash_index.h"
 #include "line_treap.h"
-#include "name_hash.h"
 #include "policy.h"
 #include "records.h"
 #include "slot_pool.h"
@@ -135,7 +134,8 @@ public:
     void keepNextComment(std::string_view category);
 
     // The comment lines right above a header or key line, or at the start of the file: up to the
-    // next blank line. Comments right above the first header or key do not belong to the file.
+    // next blank line, or line that is not in the cache. Comments right above the first header or
+    // key do not belong to the file.
     struct CommentBlock {
         Id first;  // 0: there is no comment
         Id last;
@@ -151,10 +151,14 @@ public:
     /// Adds a comment at the start of a file that has none.
     void setFileComment(std::string_view comment);
 
-    /// Each renames in place a key or category that is not detached. No such key or category has
-    /// the new name.
+    /// Each renames in place a key or category that is not detached. No other such key or category
+    /// has the new name.
     void renameKey(std::string_view category, std::string_view key, std::string_view name);
     void renameCategory(std::string_view category, std::string_view name);
+
+    /// Ensures that renames to names of `bytes` in total, with their zero bytes, do not throw.
+    void reserveNames(size_t bytes) { arena_.reserve(bytes); }
+
     void addFileComment(std::string_view comment);
     void addStanzaComment(Id category, std::string_view comment);
     void addLineComment(std::string_view category, std::string_view key, std::string_view comment);
@@ -222,6 +226,9 @@ public:
 
     void swap(Contents& other);
 
+    /// Returns whether a list of values was ever created: its holder can change it at any time.
+    bool hasLists() const { return hasLists_; }
+
     /// Returns whether lists that callers may hold were deleted since the last call.
     bool exchangeListsRemoved() { return std::exchange(listsRemoved_, false); }
 
@@ -283,6 +290,7 @@ private:
     Id createComments(CommentSplitter const& comments, Id category, Id before);
     void link(Id line, Id next);
     void unlinkLine(Id line);
+    void moveGap(Id from, Id to);
     void freeLine(Id line);
     void linkHeader(Id category);
     void appendHeader(Id category);
@@ -332,6 +340,7 @@ private:
     Id lastHeader_ = 0;
     Id lastLeading_ = 0;    // of the comments at the start of the file, as far as scanned
     size_t compactAt_ = 0;  // after a failed compaction: garbage at which to try again
+    bool hasLists_ = false;
     bool listsRemoved_ = false;
     bool insertsAtTemplates_ = false;
 };

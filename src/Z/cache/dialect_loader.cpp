@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "../ZException.h"
 #include "../dialects/finding.h"
 #include "../lines/columns.h"
+#include "../lines/name_hash.h"
 #include "../stanza/raise_sites.h"
 #include "reader.h"
 
@@ -102,7 +104,8 @@ private:
                 addKey(line);
                 break;
             default:
-                break;  // kept in the text alone
+                reader_.addGap();  // kept in the text alone
+                break;
         }
     }
 
@@ -114,11 +117,9 @@ private:
             std::string identity;
             unsigned const count =
                 ++counts_[std::string(dialect_.stanzaName(text_, line, identity))];
-            if (count > 1) {
-                reader_.addHeader(reader_.copy(std::string(name) + ']' + std::to_string(count)), 0,
-                                  0);
-                return;
-            }
+            if (count > 1)
+                return reader_.addHeader(
+                    reader_.copy(std::string(name) + ']' + std::to_string(count)), 0, 0);
         }
         reader_.addHeader(inArena(name), 0, 0);
     }
@@ -152,7 +153,8 @@ private:
     char* bytes_;  // the copy
     bool hasStanza_ = false;
     std::string space_;
-    std::unordered_map<std::string, unsigned> counts_;  // headers, by the name as compared
+    // Headers, by the name as compared.
+    std::unordered_map<std::string, unsigned, zlines::NameHash, std::equal_to<>> counts_;
 };
 
 }  // namespace
@@ -163,6 +165,7 @@ Policy policyOf(SwitchedDialect const& dialect)
     Policy policy;
     policy.keepsEmpty = true;
     policy.joinsHeads = switches.repeatedHead == RepeatedHead::joined;
+    policy.hasGaps = true;
     policy.hasTop = !dialect.topStanza().empty();
     policy.categories.foldsCase = switches.foldStanzas != FoldStanzas::none;
     policy.categories.foldsUpToDot = switches.foldStanzas == FoldStanzas::beforeSubsection;

@@ -76,11 +76,13 @@ void describe(Contents const& contents, bool keepsEmpty, zlines::Document& docum
             continue;
         if (line.kind == headerLine) {
             document.addStanza(contents.text(line), isBelow);
+            document.stanzas.back().hasNewName = contents.category(line.ref).hasNewName;
             isBelowBlank = isBelow && contents.isTop(line.ref);  // its header is not in the file
         } else if (line.kind == commentLine) {
             document.addComment(contents.text(line), isBelow);
         } else if (contents.key(line.ref).isLive) {
             document.addKey(contents.text(line), isBelow);
+            document.entries.back().hasNewName = contents.key(line.ref).hasNewName != 0;
             contents.forEachValue(line.ref, Contents::plain, [&](std::string_view value) {
                 if (keepsEmpty || !value.empty())
                     document.addValue(value);

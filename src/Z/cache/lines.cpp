@@ -46,7 +46,7 @@ void Contents::link(Id line, Id next)
 Id Contents::createLine(LineKind kind, uint32_t ref, Id categoryId, Id before)
 {
     Id const id = lines_.allocate();
-    lines_[id] = {0, kind, 0, 0, ref};
+    lines_[id] = {0, kind, 0, 0, 0, ref};
     link(id, before == 0 ? firstLine_ : lines_[before].next);
     link(before, id);
 
@@ -66,7 +66,17 @@ Id Contents::createLine(LineKind kind, uint32_t ref, Id categoryId, Id before)
 
 void Contents::unlinkLine(Id id)
 {
+    moveGap(id, lines_[id].next);
     link(lines_[id].previous, lines_[id].next);
+}
+
+// A line that is not in the cache is above `to` from now on, if it was above `from`.
+void Contents::moveGap(Id from, Id to)
+{
+    if (!lines_[from].isBelowGap || to == 0)
+        return;
+    lines_[from].isBelowGap = 0;
+    lines_[to].isBelowGap = 1;
 }
 
 // Frees a line that has been unlinked, and its comment.

@@ -52,6 +52,7 @@ void Reader::insertFirst()
     QueuedLine const line = queue_[first_];
     first_ = (first_ + 1) % kQueueSize;
     --count_;
+    isBelowGap_ = isBelowGap_ || line.isBelowGap;
     if (duplicate_.lineNumber != 0)
         return;
     switch (line.kind) {
@@ -94,6 +95,8 @@ void Reader::insertHeader(QueuedLine const& line)
     Id const id = contents.createCategory(line.text, line.hash);
     if (known != 0)
         contents.categoryExtraOf(id).replaced = known;
+    if (joinedEnd_ != 0)
+        takeHeaderComment();
     joinedEnd_ = 0;
     if (contents.isTop(id))
         insertTopHeader(id);
@@ -110,9 +113,9 @@ void Reader::insertTopHeader(Id id)
 {
     Contents& contents = contents_;
     Id before = contents.lastLine_;
-    for (bool isAbove = true; isAbove && before != 0;) {
+    for (bool isAbove = !isBelowGap_; isAbove && before != 0;) {
         Line const& line = contents.lines_[before];
-        isAbove = line.kind == commentLine && !line.isBelowBlank;
+        isAbove = line.kind == commentLine && !line.startsComment();
         if (line.kind != commentLine)
             break;
         before = line.previous;
@@ -122,29 +125,84 @@ void Reader::insertTopHeader(Id id)
         contents.categories_[id].expectComment();
 }
 
-// Continues the section of a category. The new lines follow its last line, but the comments right
-// above the next header stay there.
+// Returns the first of the comment lines right above the next header, which end with `last`; 0 if
+// there is no comment.
+Id Reader::firstCommentAbove(Id last) const
+{
+    Id first = 0;
+    if (isBelowGap_)
+        return first;
+    for (Id line = last; line != 0 && contents_.lines_[line].kind == commentLine;
+         line = contents_.lines_[line].previous) {
+        first = line;
+        if (contents_.lines_[line].startsComment())
+            break;
+    }
+    return first;
+}
+
+// Moves lines after the line `before`, which is the last of a section so far.
+void Reader::moveLines(Id first, Id last, Id before)
+{
+    Contents& contents = contents_;
+    contents.link(contents.lines_[first].previous, contents.lines_[last].next);
+    Id const next = contents.lines_[before].next;
+    contents.link(before, first);
+    contents.link(last, next);
+    contents.lines_[first].isBelowGap = 1;
+}
+
+// Moves the comment right above a new header from a section that a repeated header continued to the
+// end, where the header is added.
+void Reader::takeHeaderComment()
+{
+    Contents& contents = contents_;
+    Id const first = firstCommentAbove(joinedEnd_);
+    if (first == 0) {
+        isBelowGap_ = true;
+        return;
+    }
+    joinedEnds_[category_] = contents.lines_[first].previous;
+    moveLines(first, joinedEnd_, contents.lastLine_);
+    contents.categories_[contents.lastHeader_].expectComment();
+}
+
+// Continues the section of a category. The new lines follow its last line, but the comment right
+// above the next header stays there. The comment above the repeated header moves to that section.
 void Reader::joinSection(Id id)
 {
     Contents& contents = contents_;
+    Id const last = lastLine();
+    Id const first = firstCommentAbove(last);
+    Id const next = contents.categories_[id].nextHeader;
+    Id end = next == 0 ? contents.lastLine_ : endOfJoined(id);
+    if (first != 0 && last != end) {
+        if (joinedEnd_ != 0)
+            joinedEnds_[category_] = contents.lines_[first].previous;
+        moveLines(first, last, end);
+        contents.categories_[id].expectComment();
+        end = last;
+    }
     category_ = id;
     joinedEnd_ = 0;
-    Id const next = contents.categories_[id].nextHeader;
-    if (next == 0) {
-        // A comment above the repeated header is not a comment of the next key.
-        contents.lines_.reserve(1);
-        if (contents.lines_[contents.lastLine_].kind == commentLine)
-            append(blankLine, 0);
-        return;
+    if (next != 0) {
+        joinedEnd_ = joinedEnds_[id] = end;
+        contents.lines_[contents.lines_[end].next].isBelowGap = 1;
     }
+    isBelowGap_ = true;  // the repeated header has no record
+}
+
+// Returns the last line of a section, without the comment right above the next header.
+Id Reader::endOfJoined(Id id)
+{
     auto const [known, isNew] = joinedEnds_.try_emplace(id, 0);
     if (isNew) {
-        Id last = contents.lines_[contents.categories_[next].header].previous;
-        while (contents.lines_[last].kind == commentLine)
-            last = contents.lines_[last].previous;
-        known->second = last;
+        Id const next = contents_.categories_[id].nextHeader;
+        Id const comment = contents_.stanzaComment(next).first;
+        Id const below = comment != 0 ? comment : contents_.categories_[next].header;
+        known->second = contents_.lines_[below].previous;
     }
-    joinedEnd_ = known->second;
+    return known->second;
 }
 
 void Reader::insertComment(QueuedLine const& line)
@@ -152,7 +210,7 @@ void Reader::insertComment(QueuedLine const& line)
     Contents& contents = contents_;
     StringId const text = contents.arena_.idOf(line.text.data());
     Id const last = lastLine();
-    if (last != lastLine_ && contents.lines_[last].kind == blankLine) {
+    if (last != lastLine_ && contents.lines_[last].kind == blankLine && !isBelowGap_) {
         contents.lines_[last].kind = commentLine;
         contents.lines_[last].isBelowBlank = 1;
         contents.lines_[last].ref = text;
@@ -169,15 +227,17 @@ void Reader::insertComment(QueuedLine const& line)
 Id Reader::append(LineKind kind, uint32_t ref)
 {
     Contents& contents = contents_;
+    uint32_t const isBelowGap = std::exchange(isBelowGap_, false) ? 1 : 0;
     if (joinedEnd_ != 0) {
         // The treap of the section is not built yet.
         joinedEnd_ = contents.createLine(kind, ref, 0, joinedEnd_);
         joinedEnds_[category_] = joinedEnd_;
+        contents.lines_[joinedEnd_].isBelowGap = isBelowGap;
         return joinedEnd_;
     }
     Id const id = contents.lines_.allocate();
     Id const last = std::exchange(contents.lastLine_, id);
-    contents.lines_[id] = {last & kMaxRecords, kind, 0, 0, ref};
+    contents.lines_[id] = {last & kMaxRecords, kind, 0, 0, isBelowGap, ref};
     if (last == 0)
         contents.firstLine_ = id;
     else
@@ -202,6 +262,7 @@ void Reader::insertKey(QueuedLine const& line)
             contents.categories_[category_].lastKeyLine = contents.keys_[id].line;
     } else {
         contents.arena_.drop(line.text);
+        isBelowGap_ = contents.policy_.hasGaps;
     }
     if (contents.isValue(line.value))
         contents.appendValue(id, line.value, Contents::plain);

@@ -6,6 +6,7 @@
 
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "../stanza/line_splitter.h"
 #include "../stanza/parser.h"
@@ -47,6 +48,9 @@ public:
     void addComment(std::string_view text) { push({commentLine, 0, text, {}, 0, 0}); }
     void addBlank() { push({blankLine, 0, {}, {}, 0, 0}); }
 
+    /// Counts a line of which the contents have no record: it ends the comment above it.
+    void addGap() { isGapQueued_ = true; }
+
     /// Adds a key to the category of the last header, which must exist. A null value, or an empty
     /// one if the policy has no empty values, adds no value.
     void addKey(std::string_view name, std::string_view value)
@@ -77,6 +81,7 @@ private:
         std::string_view value;
         int lineNumber;
         int indent;
+        bool isBelowGap = false;
     };
     static constexpr unsigned kQueueSize = 16;
 
@@ -94,13 +99,19 @@ private:
     {
         if (count_ == kQueueSize)
             insertFirst();
-        queue_[(first_ + count_++) % kQueueSize] = line;
+        QueuedLine& queued = queue_[(first_ + count_++) % kQueueSize];
+        queued = line;
+        queued.isBelowGap = std::exchange(isGapQueued_, false);
     }
     void insertFirst();
     void insertHeader(QueuedLine const& line);
     void insertKey(QueuedLine const& line);
     void insertComment(QueuedLine const& line);
     void joinSection(Id category);
+    Id firstCommentAbove(Id last) const;
+    Id endOfJoined(Id category);
+    void moveLines(Id first, Id last, Id before);
+    void takeHeaderComment();
     void insertTopHeader(Id category);
     Id append(LineKind kind, uint32_t ref);
     Id lastLine() const { return joinedEnd_ != 0 ? joinedEnd_ : contents_.lastLine_; }
@@ -118,6 +129,8 @@ private:
     Id joinedEnd_ = 0;        // the last line of a section that a repeated header continues, or 0
     std::unordered_map<Id, Id> joinedEnds_;  // the same, by category
     zstanza::DuplicateHeader duplicate_ = {{}, 0, 0};
+    bool isGapQueued_ = false;
+    bool isBelowGap_ = false;  // the line that is added next
     bool isAdopted_ = false;
     bool isDone_ = false;
     unsigned first_ = 0;  // index in the queue

@@ -30,7 +30,8 @@ struct Key {
     uint16_t nameLength;  // encoded by Arena::encodeLength()
     uint16_t valueLength;
     Id category : 30;
-    uint32_t isLive : 1;  // 0: detached
+    uint32_t isLive : 1;      // 0: detached
+    uint32_t hasNewName : 1;  // the name is not the name that was read
     Id extra;
     Id line;
     Id previous;  // key of the category, in insertion order
@@ -53,7 +54,8 @@ struct KeyExtra {
 struct Category {
     StringId name;
     uint16_t nameLength;  // encoded by Arena::encodeLength()
-    bool isLive;          // else detached
+    bool isLive : 1;      // else detached
+    bool hasNewName : 1;  // the name is not the name that was read
     bool hasComments;     // its section has comments
     uint32_t keyCount;
     Id firstKey;  // in insertion order
@@ -94,9 +96,13 @@ struct Line {
     uint32_t kind : 2;
     Id next : 30;
     uint32_t isBelowBlank : 1;  // a comment that was read after a blank line stands for both
+    uint32_t isBelowGap : 1;    // in the file, a line without a record is above it
     uint32_t ref;               // by kind: a category, a key or the text of a comment
 
     bool hasBlank() const { return kind == blankLine || isBelowBlank; }
+
+    // Returns whether a comment does not continue the comment of the line above it.
+    bool startsComment() const { return isBelowBlank || isBelowGap; }
 };
 
 // The first template comment of its section, such as "# port = 5", for its key.

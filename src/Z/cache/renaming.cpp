@@ -23,7 +23,8 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
 {
     arena_.reserve(newName.size() + 1);
     // A removed key of the new name may have left its line.
-    deleteLine(categoryName, newName);
+    if (!policy_.keys.matches(oldName, newName))
+        deleteLine(categoryName, newName);
     LookupResult const found = find(categoryName, oldName);
     Key& key = keys_[found.key];
     keyIndex_.remove(found.hash, found.key);
@@ -31,7 +32,8 @@ void Contents::renameKey(std::string_view categoryName, std::string_view oldName
     std::string_view const kept = arena_.add(newName);
     key.name = arena_.idOf(kept.data());
     key.nameLength = Arena::encodeLength(kept);
-    keyIndex_.add(keyHash(kept, found.categoryHash), found.key);
+    key.hasNewName = 1;
+    keyIndex_.add(keyHash(kept, found.categoryHash), found.key);  // in the slot that is free now
     if (key.extra != 0)
         delete std::exchange(keyExtras_[key.extra].name, nullptr);
 }
@@ -40,7 +42,8 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
 {
     arena_.reserve(newName.size() + 1);
     // A removed category of the new name may have left its lines.
-    deleteStanza(newName);
+    if (!policy_.categories.matches(oldName, newName))
+        deleteStanza(newName);
     uint32_t const oldHash = categoryHash(oldName);
     uint32_t const newHash = categoryHash(newName);
     Id const id = findCategory(oldName, oldHash);
@@ -55,6 +58,7 @@ void Contents::renameCategory(std::string_view oldName, std::string_view newName
     std::string_view const kept = arena_.add(newName);
     category.name = arena_.idOf(kept.data());
     category.nameLength = Arena::encodeLength(kept);
+    category.hasNewName = true;
     categoryIndex_.add(newHash, id);
     if (category.extra != 0)
         delete std::exchange(categoryExtras_[category.extra].name, nullptr);

@@ -49,9 +49,14 @@ public:
 
     /// Return the same names as they are written in the file, but decoded: what callers see.
     std::string_view writtenStanza(std::string_view text, zlines::Line const& header,
-                                   std::string& space) const;
+                                   std::string& space) const override;
     std::string_view writtenKey(std::string_view text, zlines::Line const& line,
-                                std::string& space) const;
+                                std::string& space) const override;
+    bool foldsNames() const override
+    {
+        return switches_.foldKeys || switches_.dropBlanks || switches_.dashes ||
+               switches_.foldStanzas != FoldStanzas::none;
+    }
 
     /// Return the identity of a name as written or as a caller gives it.
     std::string_view comparableStanza(std::string_view name, std::string& space) const override;

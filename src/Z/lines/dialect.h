@@ -58,6 +58,20 @@ public:
     virtual std::string_view comparableStanza(std::string_view name, std::string& space) const;
     virtual std::string_view comparableKey(std::string_view name, std::string& space) const;
 
+    /// Returns whether different names can be compared as the same name. Then the functions below
+    /// return the name of a header or of a key line as the cache has it.
+    virtual bool foldsNames() const { return false; }
+    virtual std::string_view writtenStanza(std::string_view text, Line const& header,
+                                           std::string& space) const
+    {
+        return stanzaName(text, header, space);
+    }
+    virtual std::string_view writtenKey(std::string_view text, Line const& line,
+                                        std::string& space) const
+    {
+        return keyName(text, line, space);
+    }
+
     /// Returns the value of a valueLine.
     virtual std::string_view value(std::string_view text, Line const& line,
                                    std::string& space) const;

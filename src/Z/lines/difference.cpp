@@ -24,8 +24,10 @@ Difference::Difference(std::string_view text, Dialect const& dialect, Document c
       document_(document),
       outline_(text, dialect, history.movedComments),
       edits_(text),
-      isScattered_(history.isScattered)
+      isScattered_(history.isScattered),
+      headerComments_(history.headerComments)
 {
+    outline_.moveHeaderComments(headerComments_);
     matchStanzas();
     removeStanzas();
     for (uint32_t i = 0; i < readOf_.size(); ++i) {
@@ -77,6 +79,8 @@ void Difference::matchStanzas()
         last = read == 0 ? last : read;
         readOf_[i] = read;
         outline_.stanzas()[read].isKept = true;
+        if (document_.stanzas[i].hasNewName)
+            respellHeaders(outline_.stanzas()[read], document_.stanzas[i].name);
     }
     matchRenamedStanzas();
     nextKept_.resize(readOf_.size());
@@ -107,21 +111,42 @@ void Difference::matchRenamedStanzas()
             readOf_[i] = read;
             stanzas[read].isKept = true;
             renameHeaders(stanzas[read], wanted.name);
+            if (!headerComments_.empty())
+                renamedStanzas_[stanzas[read].name] =
+                    dialect_.comparableStanza(wanted.name, nameSpace_);
         }
         if (readOf_[i] != kNone && readOf_[i] != 0)
             first = readOf_[i] + 1;
     }
 }
 
+// Renames the headers of a stanza that have another spelling of its name.
+void Difference::respellHeaders(ReadStanza const& stanza, std::string_view name)
+{
+    if (!dialect_.foldsNames() || !dialect_.joinsHeaders())
+        return;
+    for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
+        uint32_t const header = outline_.sections()[i].header;
+        if (header == kNone ||
+            dialect_.writtenStanza(text_, outline_.lines()[header], nameSpace_) == name)
+            continue;
+        record(name, {}, {});
+        edits_.replace(dialect_.renameHeader(text_, outline_.lines()[header], name));
+    }
+}
+
 void Difference::renameHeaders(ReadStanza const& stanza, std::string_view name)
 {
     record(name, {}, {});
-    for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next)
-        edits_.replace(
-            dialect_.renameHeader(text_, outline_.lines()[outline_.sections()[i].header], name));
+    for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
+        uint32_t const header = outline_.sections()[i].header;
+        if (header != kNone)
+            edits_.replace(dialect_.renameHeader(text_, outline_.lines()[header], name));
+    }
 }
 
-// Removes stanzas, but not the comments right above the next header: they join the lines above.
+// Removes stanzas, but not the comments right above the next header: they join the lines of the
+// stanza before.
 void Difference::removeStanzas()
 {
     std::vector<ReadStanza>& stanzas = outline_.stanzas();
@@ -129,29 +154,31 @@ void Difference::removeStanzas()
                     [](ReadStanza const& stanza) { return stanza.isKept; }))
         return;
     gone_.resize(outline_.lines().size());
-    auto const count = static_cast<uint32_t>(outline_.sections().size());
-    std::vector<uint32_t> stanzaOf(count);
-    for (uint32_t stanza = 0; stanza < stanzas.size(); ++stanza)
-        for (uint32_t i = stanzas[stanza].firstSection; i != kNone; i = outline_.sections()[i].next)
-            stanzaOf[i] = stanza;
-    uint32_t last = 0;  // the section of the lines above that stay
-    uint32_t owner = 0;
-    for (uint32_t i = 1; i < count; ++i) {
-        if (stanzas[stanzaOf[i]].isKept) {
-            last = i;
-            owner = stanzaOf[i];
-            continue;
-        }
+    uint32_t kept = 0;
+    for (uint32_t i = 1; i < stanzas.size(); ++i) {
+        if (stanzas[i].isKept)
+            kept = i;
+        else
+            removeStanza(stanzas[i], stanzas[kept]);
+    }
+}
+
+void Difference::removeStanza(ReadStanza const& stanza, ReadStanza& before)
+{
+    record(stanza.name, {}, {});
+    for (uint32_t i = stanza.firstSection; i != kNone; i = outline_.sections()[i].next) {
         Section const section = outline_.sections()[i];
-        record(stanzas[stanzaOf[i]].name, {}, {});
-        uint32_t comment = section.end;
-        while (i + 1 < count && comment > section.first &&
-               outline_.lines()[comment - 1].kind == commentLine)
-            --comment;
-        std::fill(gone_.begin() + section.header, gone_.begin() + comment, true);
-        edits_.removeStanza(outline_.lines()[section.header].begin, outline_.endOf(comment - 1));
+        // An appended section at the end is the comment above the next header.
+        bool const hasNextComment = i == stanza.lastSection && i + 1 != outline_.sectionCount();
+        uint32_t const comment =
+            hasNextComment ? outline_.firstCommentAbove(section.first, section.end) : section.end;
+        uint32_t const first = section.header == kNone ? section.first : section.header;
+        if (first < comment) {
+            std::fill(gone_.begin() + first, gone_.begin() + comment, true);
+            edits_.removeStanza(outline_.lines()[first].begin, outline_.endOf(comment - 1));
+        }
         if (comment < section.end)
-            last = outline_.appendSection(stanzas[owner], last, comment, section.end);
+            outline_.appendSection(before, before.lastSection, comment, section.end);
     }
 }
 
@@ -174,6 +201,13 @@ Entries Difference::entriesOf(uint32_t stanza)
 bool Difference::hasKey(Entry const& entry, uint32_t line)
 {
     return dialect_.comparableKey(entry.text, nameSpace_) == outline_.keyName(line, keySpace_);
+}
+
+// Returns whether a line of a key has another spelling of a name that was set.
+bool Difference::isRespelled(Entry const& entry, uint32_t line)
+{
+    return entry.hasNewName && dialect_.foldsNames() &&
+           dialect_.writtenKey(text_, outline_.lines()[line], nameSpace_) != entry.text;
 }
 
 // Compares lines and entries pairwise, and replaces values. Returns false, and changes nothing, if
@@ -230,6 +264,9 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
         count += outline_.lines()[line].kind == valueLine ? 1 : 0;
     if (count != entry.valueCount)
         return false;
+    for (uint32_t at = first; at < line; ++at)
+        if (isRespelled(entry, at))
+            renameKey(at, entry);
     for (uint32_t at = first, index = 0; at < line; ++at) {
         if (outline_.lines()[at].kind != valueLine)
             continue;
@@ -241,6 +278,18 @@ bool Difference::compareKey(Entry const& entry, uint32_t& line, uint32_t end)
         setValue(at, value);
     }
     return true;
+}
+
+std::string Difference::compose(TextHistory& history)
+{
+    history.isScattered = isScattered_;
+    history.headerComments = headerComments_;
+    for (HeaderComment& comment : history.headerComments) {
+        auto const renamed = renamedStanzas_.find(comment.stanza);
+        if (renamed != renamedStanzas_.end())
+            comment.stanza = renamed->second;
+    }
+    return edits_.compose(history);
 }
 
 bool Difference::isBelowBlank(uint32_t after) const
@@ -273,7 +322,7 @@ void Difference::requireValidText(Refusal const& change) const
         throw Refusal{
             std::string(dialect_.stanzaName(text_, outline_.lines()[header], space)), {}, {}};
     auto const isKey = [](Line const& line) { return line.isKey(); };
-    if (outline_.sections().size() == 1 && !text_.empty() &&
+    if (outline_.sectionCount() == 1 && !text_.empty() &&
         std::none_of(outline_.lines().begin(), outline_.lines().end(), isKey) &&
         !dialect_.acceptsWithoutKeys(text_))
         throw Refusal{change.stanza, change.key, change.value, Refusal::leavesNoKey};

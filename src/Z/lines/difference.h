@@ -10,11 +10,13 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "document.h"
 #include "edits.h"
 #include "matching.h"
+#include "name_hash.h"
 #include "outline.h"
 #include "style.h"
 
@@ -44,11 +46,7 @@ public:
 
     /// Returns the text after the changes. `history` describes the old text before
     /// the call, and the new text after it.
-    std::string compose(TextHistory& history)
-    {
-        history.isScattered = isScattered_;
-        return edits_.compose(history.movedComments);
-    }
+    std::string compose(TextHistory& history);
 
     /// Refuses an invalid file: a header is invalid, or there is no header and no key.
     /// throws  Refusal.
@@ -102,18 +100,22 @@ private:
     void matchStanzas();
     void matchRenamedStanzas();
     void renameHeaders(ReadStanza const& stanza, std::string_view name);
+    void respellHeaders(ReadStanza const& stanza, std::string_view name);
     void removeStanzas();
+    void removeStanza(ReadStanza const& stanza, ReadStanza& before);
     Entries entriesOf(uint32_t stanza);
 
     bool compareInOrder(Entries entries, ReadStanza const& read);
     bool compareKey(Entry const& entry, uint32_t& line, uint32_t end);
     bool hasKey(Entry const& entry, uint32_t line);
+    bool isRespelled(Entry const& entry, uint32_t line);
 
     // difference_values.cpp
     void compareLines(Reordered& stanza);
     void compareSpaces(uint32_t line, std::string_view comment);
     void renameKey(uint32_t line, Entry const& entry);
     void compareValues(Entry const& entry, std::vector<uint32_t> const& lines);
+    bool hasValues(Entry const& entry, std::vector<uint32_t> const& read);
     void alignValues(Entry const& entry, std::vector<uint32_t> const& read);
     void removeValues(Entry const& entry, std::vector<uint32_t> const& lines);
     std::string_view valueOf(Entry const& entry, size_t index) const;
@@ -168,6 +170,8 @@ private:
     Refusal first_;
     bool hasFirst_ = false;
     bool isScattered_;
+    std::vector<HeaderComment> headerComments_;
+    std::unordered_map<std::string_view, std::string, NameHash> renamedStanzas_;
     size_t provenEdits_ = 0;
     std::string_view stanzaName_;     // that is compared, for first_
     std::vector<Entry> topEntries_;   // of both stanzas for the lines above the first header

@@ -152,7 +152,9 @@ bool Difference::placeKeyAt(Reordered const& stanza, Entry const& entry, uint32_
 // them, after the entry before them.
 void Difference::placeRemainingComments(Reordered const& stanza, Placement& at)
 {
-    size_t const next = stanza.stanza + size_t{1};
+    size_t next = stanza.stanza + size_t{1};
+    if (stanza.read == 0 && next < readOf_.size() && readOf_[next] == 0)
+        ++next;  // the stanza of the keys above the first header
     if (next < readOf_.size() && readOf_[next] == kNone && !document_.stanzas[next].isBelowBlank) {
         carried_ = std::move(at.comments);
         return;

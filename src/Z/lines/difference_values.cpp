@@ -39,7 +39,11 @@ void Difference::compareLines(Reordered& stanza)
     isScattered_ = isScattered_ || found.isScattered;
     for (ReadKey const& key : found.keys) {
         if (key.entry != kNone && !key.isRenamed) {
-            compareValues(stanza.entries[key.entry], key.lines);
+            Entry const& entry = stanza.entries[key.entry];
+            for (uint32_t const line : key.lines)
+                if (isRespelled(entry, line))
+                    renameKey(line, entry);
+            compareValues(entry, key.lines);
             continue;
         }
         for (uint32_t const line : key.lines) {
@@ -89,9 +93,22 @@ void Difference::compareValues(Entry const& entry, std::vector<uint32_t> const& 
         for (size_t i = 1; i < entry.valueCount; ++i)
             insertValue(lines.front(), outline_.endOf(lines.front()), Edits::valuesOfLineAbove,
                         valueOf(entry, i));
+    } else if (read.size() == entry.valueCount && hasValues(entry, read)) {
+        return;
+    } else if (read.size() == 1 && entry.valueCount == 1) {
+        setValue(read.front(), valueOf(entry, 0));
     } else {
         alignValues(entry, read);
     }
+}
+
+// Returns whether lines have the values of a key, in their order.
+bool Difference::hasValues(Entry const& entry, std::vector<uint32_t> const& read)
+{
+    for (size_t i = 0; i < read.size(); ++i)
+        if (outline_.value(read[i], valueSpace_) != valueOf(entry, i))
+            return false;
+    return true;
 }
 
 // Leaves a key without values. One line stays, unless the values are in the companion.

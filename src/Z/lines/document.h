@@ -18,6 +18,10 @@ struct Entry {
     bool isComment;
     bool isBelowBlank;  // a blank line is above it
     bool needsLine;     // without values the key has a line, too
+
+    // The name was set: if names are folded, each line of the key gets this spelling. Otherwise
+    // it is the spelling of the first line that was read.
+    bool hasNewName = false;
 };
 
 struct Stanza {
@@ -25,6 +29,7 @@ struct Stanza {
     uint32_t firstEntry;
     uint32_t entryCount;
     bool isBelowBlank;
+    bool hasNewName = false;  // as for a key
 };
 
 struct Document {

@@ -9,10 +9,34 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
+// A position of the old text that is replaced by the position of the new text.
+struct Moved {
+    uint32_t* position;
+    bool isAfter;  // insertions there
+
+    bool isBefore(Moved const& other) const
+    {
+        return std::tie(*position, isAfter) < std::tie(*other.position, other.isAfter);
+    }
+};
+
+std::vector<Moved> positionsOf(std::vector<HeaderComment>& comments)
+{
+    std::vector<Moved> positions;
+    for (HeaderComment& comment : comments) {
+        positions.push_back({&comment.begin, false});
+        positions.push_back({&comment.end, true});
+    }
+    std::sort(positions.begin(), positions.end(),
+              [](Moved const& a, Moved const& b) { return a.isBefore(b); });
+    return positions;
+}
+
 }  // namespace
 
-std::string Edits::compose(std::vector<uint32_t>& movedComments)
+std::string Edits::compose(TextHistory& history)
 {
+    std::vector<uint32_t>& movedComments = history.movedComments;
     std::sort(edits_.begin(), edits_.end(), [](Edit const& a, Edit const& b) {
         return std::tie(a.change.begin, a.order, a.number) <
                std::tie(b.change.begin, b.order, b.number);
@@ -35,8 +59,19 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
         out += slice(text_, done, end);
         done = end;
     };
+    std::vector<Moved> const positions = positionsOf(history.headerComments);
+    auto next = positions.begin();
+    auto const move = [&] {
+        uint32_t& position = *next++->position;
+        if (position > done)
+            copyTo(position);
+        position = static_cast<uint32_t>(out.size());
+    };
     for (Edit const& edit : edits_) {
         Replacement const& change = edit.change;
+        while (next != positions.end() && (*next->position < change.begin ||
+                                           (*next->position == change.begin && !next->isAfter)))
+            move();
         if (change.begin > done)
             copyTo(change.begin);
         if (edit.order != changes && edit.order != names && out.size() > start &&
@@ -49,6 +84,8 @@ std::string Edits::compose(std::vector<uint32_t>& movedComments)
         out += change.text;
         done = std::max(done, change.end);
     }
+    while (next != positions.end())
+        move();
     copyTo(static_cast<uint32_t>(text_.size()));
     // A blank line at the end would be removed with its line ending.
     size_t const last = out.size() < 2 ? 0 : out.rfind('\n', out.size() - 2) + 1;

@@ -49,9 +49,9 @@ public:
     }
 
     /// Returns the text after all edits. It ends with a line ending if the old text does, or if the
-    /// old text is empty. `movedComments` has positions of the old text, ascending; after the call,
+    /// old text is empty. `history` has positions of the old text, ascending; after the call,
     /// positions of the new text, with the comments that an edit has moved.
-    std::string compose(std::vector<uint32_t>& movedComments);
+    std::string compose(TextHistory& history);
 
 private:
     struct Edit {

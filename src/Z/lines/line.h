@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -32,10 +33,18 @@ struct Line {
 };
 static_assert(sizeof(Line) == 20);
 
+// The comment right above a header, if the cache has it in another stanza than the lines above it.
+struct HeaderComment {
+    uint32_t begin;      // position of its first line
+    uint32_t end;        // of the header
+    std::string stanza;  // as compared; empty: the lines above the first header
+};
+
 // The differences between text and the contents that stores have left.
 struct TextHistory {
-    std::vector<uint32_t> movedComments = {};  // positions of comments that the contents lack
-    bool isScattered = false;                  // a key had lines in different parts of its stanza
+    std::vector<HeaderComment> headerComments = {};  // by their ends
+    std::vector<uint32_t> movedComments = {};        // positions of comments that the contents lack
+    bool isScattered = false;  // a key had lines in different parts of its stanza
 };
 
 inline std::string_view slice(std::string_view text, uint32_t begin, uint32_t end)

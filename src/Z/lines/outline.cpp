@@ -96,6 +96,84 @@ std::vector<uint32_t> const& Outline::keyLines() const
     return keyLines_;
 }
 
+// Returns the first line that begins at a position or after it.
+uint32_t Outline::lineAt(uint32_t position) const
+{
+    auto const found =
+        std::lower_bound(lines_.begin(), lines_.end(), position,
+                         [](Line const& line, uint32_t begin) { return line.begin < begin; });
+    return static_cast<uint32_t>(found - lines_.begin());
+}
+
+// Adds the comments above headers that are not in `comments`, and whose stanza is not the stanza of
+// the lines above.
+void Outline::findHeaderComments(std::vector<uint32_t> const& previous,
+                                 std::vector<uint32_t> const& stanzaOf,
+                                 std::vector<HeaderComment>& comments) const
+{
+    auto const isBefore = [](HeaderComment const& comment, uint32_t end) {
+        return comment.end < end;
+    };
+    std::vector<HeaderComment> added;
+    for (uint32_t i = 1; i < sectionCount(); ++i) {
+        bool const isRepeated = previous[i] != kNone;
+        ReadStanza const& owner = stanzas_[isRepeated ? stanzaOf[i] : stanzaOf[i] - 1];
+        if ((isRepeated ? previous[i] : owner.lastSection) == i - 1)
+            continue;
+        uint32_t const header = sections_[i].header;
+        uint32_t const end = lines_[header].begin;
+        auto const known = std::lower_bound(comments.begin(), comments.end(), end, isBefore);
+        if (known != comments.end() && known->end == end)
+            continue;
+        uint32_t const first = firstCommentAbove(sections_[i - 1].first, header);
+        added.push_back({lines_[first].begin, end, std::string(owner.name)});
+    }
+    comments.insert(comments.end(), added.begin(), added.end());
+    std::sort(comments.begin(), comments.end(),
+              [](HeaderComment const& a, HeaderComment const& b) { return a.end < b.end; });
+}
+
+void Outline::moveHeaderComments(std::vector<HeaderComment>& comments)
+{
+    if (sections_.size() == stanzas_.size() && comments.empty())
+        return;                                               // no header is repeated
+    std::vector<uint32_t> previous(sections_.size(), kNone);  // section of the same stanza
+    std::vector<uint32_t> stanzaOf(sections_.size(), 0);
+    for (uint32_t stanza = 0; stanza < stanzas_.size(); ++stanza)
+        for (uint32_t i = stanzas_[stanza].firstSection; i != kNone; i = sections_[i].next) {
+            stanzaOf[i] = stanza;
+            if (sections_[i].next != kNone)
+                previous[sections_[i].next] = i;
+        }
+    findHeaderComments(previous, stanzaOf, comments);
+    for (HeaderComment const& comment : comments) {
+        uint32_t const end = lineAt(comment.end);
+        uint32_t const first = firstCommentAbove(lineAt(comment.begin), end);
+        uint32_t const owner = comment.stanza.empty() ? 0 : find(comment.stanza, stanzas_.size());
+        if (first == end || owner == kNone)
+            continue;
+        auto const section = static_cast<uint32_t>(&sectionOf(first) - sections_.data());
+        if (first < sections_[section].first || end > sections_[section].end)
+            continue;
+        // Its header may have been removed, so that further lines follow it.
+        if (end < sections_[section].end)
+            appendSection(stanzas_[stanzaOf[section]], section, end, sections_[section].end);
+        sections_[section].end = first;
+        bool const hasHeader = section + 1 < sectionCount() && sections_[section + 1].header == end;
+        bool const isRepeated =
+            hasHeader && stanzaOf[section + 1] == owner && previous[section + 1] != kNone;
+        appendSection(stanzas_[owner],
+                      isRepeated ? previous[section + 1] : stanzas_[owner].lastSection, first, end);
+    }
+}
+
+uint32_t Outline::firstCommentAbove(uint32_t first, uint32_t end) const
+{
+    while (end > first && lines_[end - 1].kind == commentLine)
+        --end;
+    return end;
+}
+
 uint32_t Outline::appendSection(ReadStanza& stanza, uint32_t previous, uint32_t first, uint32_t end)
 {
     auto const section = static_cast<uint32_t>(sections_.size());

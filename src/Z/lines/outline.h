@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "dialect.h"
+#include "name_hash.h"
 
 namespace zlines {
 
@@ -80,6 +81,18 @@ public:
     /// Returns the section that has a line, or whose header it is.
     Section const& sectionOf(uint32_t line) const;
 
+    /// Gives the comment right above each header to the stanza whose lines end above that header
+    /// in a cache: the stanza before it, or its own if the header is repeated. Call this once.
+    /// range   `comments` were moved before: they are in the same stanzas again. Then it has the
+    ///         comments that are moved, and the places of such comments.
+    void moveHeaderComments(std::vector<HeaderComment>& comments);
+
+    /// Returns the first of the comments that end a range of lines; `end` if no comment ends it.
+    uint32_t firstCommentAbove(uint32_t first, uint32_t end) const;
+
+    /// Returns the number of sections that the text has. Appended sections follow them.
+    uint32_t sectionCount() const { return static_cast<uint32_t>(sections_.size() - appended_); }
+
     /// Appends the lines from `first` to the end of a section to the stanza of the section
     /// `previous`, after that section. Returns their new section.
     uint32_t appendSection(ReadStanza& stanza, uint32_t previous, uint32_t first, uint32_t end);
@@ -123,6 +136,10 @@ public:
 private:
     void addHeader(uint32_t line);
     std::string_view nameOf(uint32_t header);
+    void findHeaderComments(std::vector<uint32_t> const& previous,
+                            std::vector<uint32_t> const& stanzaOf,
+                            std::vector<HeaderComment>& comments) const;
+    uint32_t lineAt(uint32_t position) const;
 
     std::string_view const text_;
     Dialect const& dialect_;
@@ -131,10 +148,11 @@ private:
     std::vector<Section> sections_;           // appended sections are the last
     size_t appended_ = 0;
     std::vector<ReadStanza> stanzas_;
-    std::unordered_map<std::string_view, uint32_t> index_;
+    std::unordered_map<std::string_view, uint32_t, NameHash> index_;
     size_t indexed_ = 0;  // stanzas in the index
     uint32_t repeatedHeader_ = kNone;
-    std::unordered_map<std::string_view, uint32_t> headers_;  // of each name, if not joined
+    std::unordered_map<std::string_view, uint32_t, NameHash>
+        headers_;  // of each name, if not joined
     std::deque<std::string> owned_;
 };
 
