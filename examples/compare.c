@@ -44,11 +44,17 @@ static int change_unit(ZPROP_handle* unit)
     static char const kText[] =
         "[Service]\nExecStart=/bin/a\nExecStart=\nExecStart=/bin/b\n\n[Old]\nkey=1\n";
     ZPROP_iter_handle* values;
+    char* marshalled;
+    size_t length;
     int code, first, count;
 
     if (zstzPropLoadText_6_0(unit, kText, strlen(kText)) != zpropOk)
         return fail("text");
     print_and_free("all", zstzPropGetAll_6_0(unit, NULL, NULL, NULL, &code));
+    /* For a program in Python, which loads them with its module marshal. */
+    marshalled = zstzPropGetAllMarshalled_6_0(unit, "Service", NULL, &length, &code);
+    printf("marshalled: %lu bytes\n", (unsigned long)length);
+    zstzPropFree_6_0(marshalled);
     if (zstzPropGetCountingRange_6_0(unit, "Service", "ExecStart", &first, &count) != zpropOk)
         return fail("range");
     printf("%d of %d values count, from number %d\n", count,

@@ -321,7 +321,7 @@ void mergeDialectFiles(Choices& choices)
     for (DialectFile const* const file : {&*before, &*our, &*their})
         for (auto const& [stanza, keys] : file->stanzas)
             for (auto const& [key, values] : keys) {
-                auto const in = [&](DialectFile const& where) {
+                auto const in = [&stanza = stanza, &key = key](DialectFile const& where) {
                     return findValues(where.stanzas, stanza, key);
                 };
                 if (areSame(in(*our), in(*before)))

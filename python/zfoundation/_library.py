@@ -13,6 +13,8 @@ from __future__ import annotations
 
 import ctypes
 import errno as errnos
+import json
+import marshal
 import os
 import re
 import time
@@ -28,7 +30,7 @@ __all__ = [
     "encoded",
     "encoded_name",
     "fetch_block",
-    "fetch_long_text",
+    "fetch_contents",
     "fetch_number",
     "fetch_text",
     "library",
@@ -121,6 +123,7 @@ _PROTOTYPES: dict[str, tuple[Any, ...]] = {
     "zstzPropLoadText_6_0": (c_int, _HANDLE, _TEXT, c_size_t),
     "zstzPropStoreText_6_0": (c_void_p, _HANDLE, _LENGTH, _CODE),
     "zstzPropGetAll_6_0": (c_void_p, _HANDLE, _TEXT, _TEXT, _LENGTH, _CODE),
+    "zstzPropGetAllMarshalled_6_0": (c_void_p, _HANDLE, _TEXT, _TEXT, _LENGTH, _CODE),
     "zstzPropFindProblems_6_0": (c_int, _TEXT, _TEXT, ProblemCallback, c_void_p),
     "zstzPropCheckTemplate_6_0": (c_int, _TEXT, _TEXT, _TEXT, ProblemCallback, c_void_p),
     "zstzPropIter_initStanzas_6_0": (c_int, _HANDLE, POINTER(_HANDLE)),
@@ -454,14 +457,36 @@ _memory_view.argtypes = (c_void_p, ctypes.c_ssize_t, c_int)
 _READ_ONLY = 0x100  # PyBUF_READ
 
 
-def fetch_long_text(function: Callable[..., int | None], *arguments: Any) -> str:
-    """As fetch_block(), decoded without a copy of the bytes."""
-    length = c_size_t()
-    address = fetch(function, *arguments, byref(length))
-    if address is None:
-        return ""
+def _loads_marshalled() -> bool:
+    """Returns whether this Python loads the form that the library writes.
+
+    The form is not documented, but has been the same since Python 3.4.
+    """
+    sample = (
+        b"{z\x01a{\xfa\x01k[\x02\0\0\0z\0u\x05\0\0\0\xc3\xa4\xed\xb2\xa40"
+        b"\xf5\x02\0\0\0\xc3\xb6{r\0\0\0\0[\x01\0\0\0r\x01\0\0\0"
+        b"00"
+    )
     try:
-        return str(_memory_view(address, length.value, _READ_ONLY), "utf-8", "surrogateescape")
+        return bool(marshal.loads(sample) == {"a": {"k": ["", "\xe4\udca4"]}, "\xf6": {"k": ["\xf6"]}})
+    except (EOFError, TypeError, ValueError):
+        return False
+
+
+loads_marshalled = _loads_marshalled()
+
+
+def fetch_contents(handle: c_void_p, stanza: bytes | None, key: bytes | None) -> Any:
+    """Returns all values of a store, a stanza or a key: dictionaries, lists and strings.
+
+    They are loaded from the memory of the library, without a copy of the bytes.
+    """
+    length = c_size_t()
+    function = library.zstzPropGetAllMarshalled_6_0 if loads_marshalled else library.zstzPropGetAll_6_0
+    address = fetch(function, handle, stanza, key, byref(length))
+    try:
+        view = _memory_view(address, length.value, _READ_ONLY)
+        return marshal.loads(view) if loads_marshalled else json.loads(str(view, "utf-8"))
     finally:
         library.zstzPropFree_6_0(address)
 

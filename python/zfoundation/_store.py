@@ -6,7 +6,6 @@ A method locks the store for its duration; `with store.lock:` makes several call
 from __future__ import annotations
 
 import ctypes
-import json
 import os
 import threading
 import weakref
@@ -15,7 +14,7 @@ from ctypes import c_char_p, c_void_p
 from typing import Any
 
 from . import _library, errors
-from ._library import call, encoded, encoded_name, fetch_block, fetch_long_text, fetch_number, fetch_text, library
+from ._library import call, encoded, encoded_name, fetch_block, fetch_contents, fetch_number, fetch_text, library
 
 __all__ = ["Store"]
 
@@ -124,8 +123,7 @@ class Store:
             None if key is None else encoded_name(key),
         )
         with self.lock:
-            text = fetch_long_text(library.zstzPropGetAll_6_0, self.handle(), *names)
-        return json.loads(text)
+            return fetch_contents(self.handle(), *names)
 
     def stanzas(self) -> list[str]:
         """Returns the names of the stanzas in file order."""

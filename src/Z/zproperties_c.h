@@ -626,6 +626,18 @@ int zstzPropDiffText_6_0(char const* before, size_t beforeLength, char const* be
 char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* key, size_t* length,
                          int* code);
 
+/// As zstzPropGetAll_6_0, in the form of version 4 of Python's module marshal: the strings, lists
+/// and dictionaries of the JSON text. Python loads it in half the time.
+/// range   the bytes include zeros, so `*length` is needed to read them. Python does not document
+///         the form, and may change it: a program loads a sample first, and uses
+///         zstzPropGetAll_6_0 if the result is not as expected.
+/// owns    a copy; released with zstzPropFree_6_0.
+/// codes   as zstzPropGetAll_6_0.
+/// threads no other thread changes a value while the block is built.
+/// cost    O(names and values).
+char* zstzPropGetAllMarshalled_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                   size_t* length, int* code);
+
 // ---- Process locks ------------------------------------------------------------------------------
 
 typedef struct ZPROP_lock ZPROP_lock;  // a held lock

@@ -1,13 +1,16 @@
 // The plain functions for the values that count: their range, and the contents of a store as JSON
-// text.
+// text or as Python marshals it.
 #include <limits.h>
+#include <stdint.h>
 #include <string.h>
 
 #include <algorithm>
 #include <array>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ZArrayList.h"
@@ -118,6 +121,11 @@ void addEscaped(std::string_view text, TextBuffer& out)
     }
 }
 
+void addByte(char byte, TextBuffer& out)
+{
+    *out.append(1) = byte;
+}
+
 void addString(std::string_view text, TextBuffer& out)
 {
     if (plainLength(text) < text.size()) {
@@ -131,6 +139,152 @@ void addString(std::string_view text, TextBuffer& out)
     memcpy(at + 1, text.data(), text.size());
     at[text.size() + 1] = '"';
 }
+
+// The contents as JSON text.
+class Json {
+public:
+    Json(TextBuffer& out, size_t) : out_(out) {}
+
+    void beginTable() { begin('{'); }
+    void endTable() { end('}'); }
+    void beginList(uint32_t) { begin('['); }
+    void endList() { end(']'); }
+
+    void addName(std::string_view name)
+    {
+        addValue(name);
+        addByte(':', out_);
+    }
+    void addValue(std::string_view value)
+    {
+        if (!std::exchange(isFirst_, false))
+            addByte(',', out_);
+        addString(value, out_);
+    }
+
+private:
+    void begin(char mark)
+    {
+        addByte(mark, out_);
+        isFirst_ = true;
+    }
+    void end(char mark)
+    {
+        addByte(mark, out_);
+        isFirst_ = false;
+    }
+
+    TextBuffer& out_;
+    bool isFirst_ = true;
+};
+
+// ---- Python's form ------------------------------------------------------------------------------
+
+// Returns text as Python's form has it: a byte that is not UTF-8 is the surrogate that stands for
+// it.
+std::string withSurrogates(std::string_view text)
+{
+    std::string result;
+    while (!text.empty()) {
+        auto const byte = static_cast<unsigned char>(text[0]);
+        size_t const length = byte < 0x80 ? 1 : characterLength(text);
+        if (length != 0) {
+            result += text.substr(0, length);
+        } else {
+            result += '\xED';
+            result += static_cast<char>(0xB0 | byte >> 6);
+            result += static_cast<char>(0x80 | (byte & 0x3F));
+        }
+        text.remove_prefix(length != 0 ? length : 1);
+    }
+    return result;
+}
+
+// The contents as Python's module marshal writes them. Short strings that occur again are
+// references to the second occurrence, so that the reader creates them at most twice.
+class Marshalled {
+public:
+    Marshalled(TextBuffer& out, size_t stringCount) : out_(out)
+    {
+        size_t size = 64;
+        while (size < stringCount && size < kMaxKnown)
+            size *= 2;
+        known_.resize(size);
+    }
+
+    void beginTable() { addByte('{', out_); }
+    void endTable() { addByte('0', out_); }
+    void beginList(uint32_t count) { addNumber('[', count); }
+    void endList() {}
+    void addName(std::string_view name) { addValue(name); }
+    void addValue(std::string_view text)
+    {
+        if (text.empty() || text.size() > kMaxShared)
+            return addText(text, 0);
+        Known& known = known_[hashOf(text) & (known_.size() - 1)];
+        if (known.text != text) {
+            known = {text};
+            addText(text, 0);
+        } else if (known.number == kNotShared) {
+            known.number = count_++;
+            addText(text, kReferredTo);
+        } else {
+            addNumber('r', known.number);
+        }
+    }
+
+private:
+    static constexpr size_t kMaxKnown = 4096;
+    static constexpr size_t kMaxShared = 64;  // bytes
+    static constexpr uint32_t kNotShared = UINT32_MAX;
+    static constexpr int kReferredTo = 0x80;  // added to the type of a string
+
+    // The last string with a hash, and its number among the strings that are referred to.
+    struct Known {
+        std::string_view text;
+        uint32_t number = kNotShared;
+    };
+
+    static size_t hashOf(std::string_view text)
+    {
+        uint64_t first = 0;
+        uint64_t last = 0;
+        size_t const width = std::min(text.size(), sizeof first);
+        memcpy(&first, text.data(), width);
+        memcpy(&last, text.data() + text.size() - width, width);
+        uint64_t const mixed =
+            (first ^ (last << 7 | last >> 57) ^ text.size()) * 0x9E3779B97F4A7C15;
+        return static_cast<size_t>(mixed >> 52);
+    }
+
+    void addText(std::string_view text, int flag)
+    {
+        bool const isPlain = plainLength(text) == text.size();
+        if (isPlain && text.size() < 256) {
+            char* const at = out_.append(text.size() + 2);
+            at[0] = static_cast<char>('z' | flag);
+            at[1] = static_cast<char>(text.size());
+            memcpy(at + 2, text.data(), text.size());
+            return;
+        }
+        std::string const encoded = isPlain ? std::string() : withSurrogates(text);
+        std::string_view const bytes = isPlain ? text : encoded;
+        addNumber('u' | flag, static_cast<uint32_t>(bytes.size()));
+        out_.add(bytes);
+    }
+
+    void addNumber(int type, uint32_t number)
+    {
+        char* const at = out_.append(5);
+        at[0] = static_cast<char>(type);
+        for (unsigned i = 0; i < 4; ++i)
+            at[i + 1] = static_cast<char>(number >> 8 * i);
+    }
+
+    TextBuffer& out_;
+    std::vector<Known> known_;  // its size is a power of two
+    uint32_t count_ = 0;
+};
 
 // ---- Values -------------------------------------------------------------------------------------
 
@@ -167,21 +321,20 @@ private:
     zdialects::Switches const switches_;
 };
 
-void addValues(Contents const& contents, CountingValues const& counting, Id key, TextBuffer& out)
+template <class Form>
+void addValues(Contents const& contents, CountingValues const& counting, Id key, Form& form)
 {
-    char const* separator = "[";
     Contents::Kind const kind = contents.anyKind(key);
     zdialects::ValueRange const range = counting.of(contents, key, kind);
+    int const end = std::min(range.end, static_cast<int>(contents.valueCount(key, kind)));
     int index = 0;
+    form.beginList(static_cast<uint32_t>(std::max(end - range.first, 0)));
     contents.forEachValue(key, kind, [&](std::string_view value) {
         int const at = index++;
-        if (at < range.first || at >= range.end)
-            return;
-        out.add(std::string_view(separator));
-        addString(value, out);
-        separator = ",";
+        if (at >= range.first && at < end)
+            form.addValue(value);
     });
-    out.add(*separator == '[' ? "[]" : "]");
+    form.endList();
 }
 
 // Returns the keys of a category in the order of their lines, then the keys without a line.
@@ -206,68 +359,71 @@ void listKeys(Contents const& contents, Id category, std::vector<Id>& keys)
             keys.push_back(key);
 }
 
+template <class Form>
 void addStanza(Contents const& contents, CountingValues const& counting, Id category,
-               std::vector<Id>& keys, TextBuffer& out)
+               std::vector<Id>& keys, Form& form)
 {
     listKeys(contents, category, keys);
-    char const* separator = "{";
+    form.beginTable();
     for (Id const key : keys) {
-        out.add(std::string_view(separator));
-        addString(contents.name(contents.key(key)), out);
-        out.add(":");
-        addValues(contents, counting, key, out);
-        separator = ",";
+        form.addName(contents.name(contents.key(key)));
+        addValues(contents, counting, key, form);
     }
-    out.add(keys.empty() ? "{}" : "}");
+    form.endTable();
 }
 
-void addStanzas(ZPCategoryBasedCache_6_0 const& cache, CountingValues const& counting,
-                TextBuffer& out)
+template <class Form>
+void addStanzas(ZPCategoryBasedCache_6_0 const& cache, CountingValues const& counting, Form& form)
 {
     Contents const& contents = OpenCache::contentsOf(cache);
     ZArrayList_6_0 names(16, 1);
     cache.getNamesInFileOrder(names);
     std::vector<Id> keys;
-    out.reserve(contents.textLength() + contents.textLength() / 2);
+    form.beginTable();
     for (unsigned i = 0; i < names.size(); ++i) {
         auto const& name = static_cast<ZLCString_6_0 const&>(*names.get(i));
         Id const category = contents.liveCategory(name.getChars());
-        out.add(i == 0 ? "{" : ",");
-        addString({name.getChars(), name.getLength()}, out);
-        out.add(":");
-        if (category != 0)
-            addStanza(contents, counting, category, keys, out);
-        else
-            out.add("{}");
+        form.addName({name.getChars(), name.getLength()});
+        if (category != 0) {
+            addStanza(contents, counting, category, keys, form);
+        } else {
+            form.beginTable();
+            form.endTable();
+        }
     }
-    out.add(names.size() == 0 ? "{}" : "}");
+    form.endTable();
 }
 
+template <class Form>
 void addContents(Store const& store, char const* stanza, char const* key, TextBuffer& out)
 {
     ZPCategoryBasedCache_6_0 const& cache = OpenStore::cacheOf(store);
     CountingValues const counting(store.dialect());
+    Contents const& contents = OpenCache::contentsOf(cache);
+    size_t const length = contents.textLength();
     if (stanza == nullptr) {
-        addStanzas(cache, counting, out);
+        out.reserve(length + length / 2);
+        constexpr size_t kBytesPerString = 16;
+        Form form(out, length / kBytesPerString);
+        addStanzas(cache, counting, form);
         return;
     }
-    Contents const& contents = OpenCache::contentsOf(cache);
     Id const found = key != nullptr ? contents.liveKey(stanza, key) : contents.liveCategory(stanza);
     if (found == 0)
         ZPropertiesMissingPropertyException_6_0(store.fileName().getChars(), stanza,
                                                 key != nullptr ? key : "")
             .throwException(kSource, raiseInGetAll);
     std::vector<Id> keys;
+    Form form(out, 0);
     if (key != nullptr)
-        addValues(contents, counting, found, out);
+        addValues(contents, counting, found, form);
     else
-        addStanza(contents, counting, found, keys, out);
+        addStanza(contents, counting, found, keys, form);
 }
 
-}  // namespace
-
-char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* key, size_t* length,
-                         int* code)
+template <class Form>
+char* returnContents(ZPROP_handle* handle, char const* stanza, char const* key, size_t* length,
+                     int* code)
 {
     if (length != nullptr)
         *length = 0;
@@ -277,7 +433,7 @@ char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* k
         Store::Access const access(store);
         TextBuffer block;
         block.append(kStringHeaderSize);
-        addContents(store, stanza, key, block);
+        addContents<Form>(store, stanza, key, block);
         size_t const textLength = block.length() - kStringHeaderSize;
         char* const text = adoptString(block.release(), textLength);
         if (text == nullptr)
@@ -286,6 +442,20 @@ char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* k
             *length = textLength;
         return text;
     });
+}
+
+}  // namespace
+
+char* zstzPropGetAll_6_0(ZPROP_handle* handle, char const* stanza, char const* key, size_t* length,
+                         int* code)
+{
+    return returnContents<Json>(handle, stanza, key, length, code);
+}
+
+char* zstzPropGetAllMarshalled_6_0(ZPROP_handle* handle, char const* stanza, char const* key,
+                                   size_t* length, int* code)
+{
+    return returnContents<Marshalled>(handle, stanza, key, length, code);
 }
 
 int zstzPropGetCountingRange_6_0(ZPROP_handle* handle, char const* stanza, char const* key,

@@ -6,10 +6,12 @@ import copy
 import os
 import pickle
 import subprocess
+import unittest.mock
 from collections.abc import MutableMapping
 
 import support
 from support import SAMPLE, PackageTest, zf
+from zfoundation import _library
 
 
 class Reading(PackageTest):
@@ -30,6 +32,17 @@ class Reading(PackageTest):
         self.assertIs(dict, type(contents))
         self.assertIs(dict, type(contents["listener"]))
         self.assertEqual(["port", "log", "idle-timeout", "motd"], list(contents["listener"]))
+
+    def test_read_gives_the_same_through_json_text(self) -> None:
+        values = ["", "yes", "ä", "a\\b\"c", "€😀", "\udce4", "x" * 300, "x" * 255, "\x01"]
+        lines = [f"{key}{index} = {value}\n" for index, value in enumerate(values) for key in "klmä"]
+        contents = "".join(f"[{stanza}]\n{''.join(lines)}k0 = more\n\n" for stanza in ("s", "ö", "\udcff"))
+        self.file.write_bytes(contents.encode("utf-8", "surrogateescape"))
+        self.assertTrue(_library.loads_marshalled)
+        marshalled = zf.read(self.file)
+        self.assertEqual(["x" * 255], marshalled["\udcff"]["ä7"])
+        with unittest.mock.patch.object(_library, "loads_marshalled", False):
+            self.assertEqual(marshalled, zf.read(self.file))
 
     def test_read_of_an_empty_file_returns_an_empty_dictionary(self) -> None:
         self.file.write_text("")

@@ -162,6 +162,9 @@ inline std::vector<FileCall> fileCalls()
         {"GetAll", resultCall([](auto* f, int* code) {
              return zstzPropGetAll_6_0(f, nullptr, nullptr, nullptr, code);
          })},
+        {"GetAllMarshalled", resultCall([](auto* f, int* code) {
+             return zstzPropGetAllMarshalled_6_0(f, nullptr, nullptr, nullptr, code);
+         })},
         {"SetStringValues",
          [](auto* f) { return zstzPropSetStringValues_6_0(f, "s", "k", nullptr, 0); }},
         {"AddStringValue", [](auto* f) { return zstzPropAddStringValue_6_0(f, "s", "k", "v"); }},

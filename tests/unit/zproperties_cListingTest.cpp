@@ -23,7 +23,23 @@ protected:
         EXPECT_EQ(strlen(text.get()), length);
         return text.get();
     }
+
+    // Returns the marshalled form, or "code N".
+    std::string marshalled(char const* stanza = nullptr, char const* key = nullptr)
+    {
+        size_t length = kUntouched;
+        int code = kUntouched;
+        Text const text(zstzPropGetAllMarshalled_6_0(file_, stanza, key, &length, &code));
+        return code != 0 ? "code " + std::to_string(code) : std::string(text.get(), length);
+    }
 };
+
+// Returns a string with its zeros.
+template <size_t Size>
+std::string bytes(char const (&text)[Size])
+{
+    return {text, Size - 1};
+}
 
 }  // namespace
 
@@ -113,6 +129,50 @@ TEST_F(ZPropertiesCListing, EscapesWhatJsonCannotHold)
         reopened("[" + std::string(c.value) + "]\nk" + c.value + "k = 1\n");
         EXPECT_EQ("{\"" + std::string(c.json) + "\":{\"k" + c.json + "k\":[\"1\"]}}", all());
     }
+}
+
+TEST_F(ZPropertiesCListing, MarshalsDictionariesListsAndStrings)
+{
+    reopened("[s]\nk = 1\nk = two\nl =\n[t]\n");
+    EXPECT_EQ(bytes("{z\x01s{z\x01k[\2\0\0\0z\x01"
+                    "1z\3twoz\x01l[\0\0\0\0"
+                    "0z\x01t{00"),
+              marshalled());
+    EXPECT_EQ(bytes("{z\x01k[\2\0\0\0z\x01"
+                    "1z\3twoz\x01l[\0\0\0\0"
+                    "0"),
+              marshalled("s"));
+    EXPECT_EQ(bytes("[\2\0\0\0z\x01"
+                    "1z\3two"),
+              marshalled("s", "k"));
+    EXPECT_EQ(bytes("[\0\0\0\0"), marshalled("s", "l"));
+    EXPECT_EQ("code 54", marshalled("nothing"));
+    EXPECT_EQ("code 54", marshalled("s", "nothing"));
+    reopened("");
+    EXPECT_EQ("{0", marshalled());
+}
+
+TEST_F(ZPropertiesCListing, MarshalsTextThatIsNotAsciiWithSurrogatesForInvalidBytes)
+{
+    reopened("[s]\nk = \xc3\xa4\xe4\"\n");
+    EXPECT_EQ(bytes("[\1\0\0\0u\6\0\0\0\xc3\xa4\xed\xb3\xa4\""), marshalled("s", "k"));
+    std::string const longText(300, 'x');
+    ASSERT_EQ(0, zstzPropSetStringValue_6_0(file_, "s", "k", longText.c_str()));
+    EXPECT_EQ(bytes("[\1\0\0\0u\x2c\1\0\0") + longText, marshalled("s", "k"));
+}
+
+// The second occurrence of a string is stored with a mark; later ones refer to it by its number.
+TEST_F(ZPropertiesCListing, MarshalsRepeatedStringsAsReferences)
+{
+    reopened("[s]\na = yes\nb = yes\nc = yes\n\n[t]\na = yes\n\n[u]\na = no\n");
+    EXPECT_EQ(bytes("{z\x01s{z\x01"
+                    "a[\1\0\0\0z\3yesz\x01"
+                    "b[\1\0\0\0\xfa\3yesz\x01"
+                    "c[\1\0\0\0r\0\0\0\0"
+                    "0z\x01t{\xfa\x01"
+                    "a[\1\0\0\0r\0\0\0\0"
+                    "0z\x01u{r\1\0\0\0[\1\0\0\0z\2no00"),
+              marshalled());
 }
 
 TEST_F(ZPropertiesCListing, ReportsMissingNamesAndArguments)
