@@ -73,7 +73,9 @@ struct VariantLimit {
     double limit;
 };
 
-constexpr VariantLimit kVariantLimits[] = {{"Load.keepLines/", "Load/", 1.5}};
+constexpr VariantLimit kVariantLimits[] = {{"Load.keepLines/", "Load/", 1.5},
+                                           {"Load.systemd/", "Load/", 2.5},
+                                           {"Load.git/", "Load/", 2.5}};
 
 // A limit for the time per key of a large row, as a multiple of the time per key of a small row.
 struct Growth {

@@ -104,11 +104,16 @@ public:
 
 class ZStore : public Store {
 public:
-    explicit ZStore(unsigned long attributes) : attributes_(attributes) {}
+    /// `dialect` is the name of the dialect in which the store reads files.
+    explicit ZStore(unsigned long attributes, char const* dialect = "stanza")
+        : attributes_(attributes)
+    {
+        ZStanzaDialect_6_0::named(dialect, dialect_);
+    }
 
     void load(std::string const& path) override
     {
-        store_ = std::make_unique<ZStanzaFileProperties_6_0>(0);
+        store_ = std::make_unique<ZStanzaFileProperties_6_0>(0, dialect_);
         store_->setAttributes(attributes_, nullptr);
         store_->load(path.c_str());
     }
@@ -142,6 +147,7 @@ public:
 
 private:
     unsigned long const attributes_;
+    ZStanzaDialect_6_0 dialect_;
     std::unique_ptr<ZStanzaFileProperties_6_0> store_;
     ZLCString_6_0 value_;
 };
@@ -505,6 +511,8 @@ std::vector<Contender> contenders()
     unsigned long const lines = ZPCache_6_0::keepLines;
     list.push_back({"Z", maker<ZStore>(comments), all, true});
     list.push_back({"Z", maker<ZStore>(lines), all, true, false, ".keepLines"});
+    list.push_back({"Z", maker<ZStore>(lines, "systemd"), 100000, true, false, ".systemd"});
+    list.push_back({"Z", maker<ZStore>(lines, "git"), 100000, true, false, ".git"});
 #ifdef Z_PEER_GLIB
     list.push_back({"GKeyFile+comments", maker<GLibStore>(true), all, true});
     list.push_back({"GKeyFile", maker<GLibStore>(false), all, false});

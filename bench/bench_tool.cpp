@@ -121,6 +121,13 @@ bool const areRegistered = [] {
         {"keys", {"keys", "--dialect", "git", "FILE", "service0"}},
         {"check", {"check", "--dialect", "git", "FILE"}},
         {"lint", {"lint", "--dialect", "git", "FILE"}},
+        {"diff", {"diff", "--dialect", "git", "FILE", "FILE"}},
+        {"merge", {"merge", "--dialect", "git", "FILE", "FILE", "FILE"}},
+        {"edit", {"edit", "--dialect", "git", "FILE", "/dev/null"}},
+        {"doc", {"doc", "--dialect", "git", "FILE"}},
+        {"fmt", {"fmt", "--dry-run", "--dialect", "stanza", "FILE"}},
+        {"completion", {"completion", "bash"}},
+        {"dialects", {"dialects"}},
         {"help", {"--help"}},
     };
     for (Verb const& verb : verbs) {
