@@ -383,3 +383,10 @@ TEST(DialectChanges, EachChangeCanBeUndone)
             << added;
     }
 }
+
+// At the start of a line, a mark of comments after values starts a comment, too.
+TEST(DialectChanges, ACommentWithTheMarkOfCommentsAfterValuesStays)
+{
+    EXPECT_EQ(" ; c\nl=  2; c\n", changed("php,marks=#", " ; c\nl=  1; c\n", set(".", "l", "2")));
+    EXPECT_EQ("l=2\n ; c\n[s]\n", changed("php,marks=#", "l=1\n ; c\n[s]\n", set(".", "l", "2")));
+}

@@ -108,7 +108,8 @@ bool SwitchedDialect::isQuotedInPart(std::string_view text, Line const& line) co
 std::string_view SwitchedDialect::commentText(std::string_view comment) const
 {
     comment.remove_prefix(characters_.afterBlanks(comment, 0));
-    if (!comment.empty() && characters_.isMark(comment.front()))
+    if (!comment.empty() &&
+        (characters_.isMark(comment.front()) || characters_.isTrailingMark(comment.front())))
         comment.remove_prefix(1);
     size_t const begin = characters_.afterBlanks(comment, 0);
     return comment.substr(begin, characters_.withoutBlanksAtEnd(comment, begin) - begin);
