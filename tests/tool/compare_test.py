@@ -65,12 +65,21 @@ def of_dialect(dialect, before, after, printed, code=DIFFERS):
 
 UNIT = b"[Service]\nExecStart=/a\n"
 
+PEERS = b"[Peer]\na=1\nb=1\n[Peer]\na=2\n[Peer]\na=3\nb=3\n"
+
 DIALECT_DIFF = [
     *of_dialect("systemd", UNIT, UNIT + b"ExecStart=\n", b"[Service]\n+ ExecStart =\n"),
     *of_dialect("systemd", UNIT, b"; c\n[Service]\nExecStart=/a \\\n# c\n  -b\n",
                 b"[Service]\n- ExecStart = /a\n+ ExecStart = /a    -b\n"),
     *of_dialect("networkd", b"[Peer]\na=1\n[Peer]\na=2\n", b"[Peer]\na=1\n[Peer]\na=3\n",
                 b"[Peer]2]\n- a = 2\n+ a = 3\n"),
+    *of_dialect("networkd", PEERS, b"[Peer]\na=0\n" + PEERS, b"[Peer]\n+ a = 0\n"),
+    *of_dialect("networkd", PEERS, b"[Peer]\na=1\nb=1\n[Peer]\n[Peer]\na=3\nb=4\n",
+                b"[Peer]2]\n- a = 2\n\n[Peer]3]\n- b = 3\n+ b = 4\n"),
+    *of_dialect("networkd", PEERS, PEERS[:-15] + b"c=1\n",
+                b"[Peer]2]\n+ c = 1\n\n[Peer]3]\n- a = 3\n- b = 3\n"),
+    *of_dialect("networkd", b"[Peer]\na=1\n[Peer]\nb=2\n", b"[Peer]\nb=2\nc=1\n",
+                b"[Peer]\n- a = 1\n\n[Peer]\n+ c = 1\n"),
     *of_dialect("git", b"[A]\n\tk = x ; c\n\tflag\n", b"[a]\nK = \"x\"\nflag =\n",
                 b"[a]\n- flag\n+ flag =\n"),
     *of_dialect("git", b"[a]\nk = x\n", b"[a]\nk = x\nk\n", b"[a]\n+ k\n"),

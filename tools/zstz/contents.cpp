@@ -2,11 +2,13 @@
 
 #include <Z/lines/alignment.h>
 #include <Z/lines/columns.h>
+#include <Z/lines/separate_stanzas.h>
 #include <Z/stanza/reserved_entry.h>
 
 #include <algorithm>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "json.h"
@@ -36,17 +38,46 @@ Part const* find(Index<Part> const& index, std::string const& name)
     return found == index.end() ? nullptr : found->second;
 }
 
+bool hasSeparateStanzas(FileContents const& file)
+{
+    return file.text != nullptr && !file.text->kept->dialect.joinsHeaders();
+}
+
+// Returns the stanza of `after` that each stanza of `before` is, by its name in `before`.
+Index<StanzaContents> matchStanzas(FileContents const& before, FileContents const& after)
+{
+    Index<StanzaContents> const named = indexByName(after.stanzas);
+    if (!hasSeparateStanzas(before) || !hasSeparateStanzas(after))
+        return named;
+    zlines::Outline const& old = before.text->side.outline();
+    zlines::Outline const& current = after.text->side.outline();
+    std::vector<zlines::MatchedStanza> const matched = zlines::matchSeparateStanzas(old, current);
+    Index<StanzaContents> index;
+    for (size_t i = 0; i < matched.size(); ++i) {
+        auto const found = named.find(current.stanzas()[i].name);
+        if (matched[i].before != zlines::kNone && found != named.end())
+            index.emplace(old.stanzas()[matched[i].before].name, found->second);
+    }
+    if (auto const top = named.find(old.dialect().topStanza()); top != named.end())
+        index.emplace(old.dialect().topStanza(), top->second);
+    return index;
+}
+
 // Compares two states of a file.
 class Comparison {
 public:
     std::vector<Change> compare(FileContents const& before, FileContents const& after)
     {
-        auto const old = indexByName(before.stanzas);
-        auto const current = indexByName(after.stanzas);
-        for (StanzaContents const& stanza : before.stanzas)
-            compareStanza(&stanza, find(current, stanza.comparable));
+        Index<StanzaContents> const matches = matchStanzas(before, after);
+        hasSeparateStanzas_ = hasSeparateStanzas(after);
+        std::unordered_set<StanzaContents const*> matched;
+        for (StanzaContents const& stanza : before.stanzas) {
+            StanzaContents const* const match = find(matches, stanza.comparable);
+            compareStanza(&stanza, match);
+            matched.insert(match);
+        }
         for (StanzaContents const& stanza : after.stanzas)
-            if (find(old, stanza.comparable) == nullptr)
+            if (!matched.contains(&stanza))
                 compareStanza(nullptr, &stanza);
         return std::move(changes_);
     }
@@ -57,7 +88,9 @@ private:
         static StanzaContents const none;
         StanzaContents const& old = before == nullptr ? none : *before;
         StanzaContents const& current = after == nullptr ? none : *after;
-        stanza_ = before != nullptr ? before : after;
+        bool const isNumbered = hasSeparateStanzas_ && after != nullptr;
+        stanza_ = before != nullptr && !isNumbered ? before : after;
+        isRemoved_ = after == nullptr;
         if (before == nullptr && current.keys.empty())
             add("", "", {}, {ValueState::withoutValue, "", current.line}, false);
         if (after == nullptr && old.keys.empty())
@@ -96,8 +129,8 @@ private:
     void add(std::string const& key, std::string const& comparable, ValueState const& before,
              ValueState const& after, bool isObfuscated)
     {
-        changes_.push_back(
-            {stanza_->name, key, before, after, isObfuscated, stanza_->comparable, comparable});
+        changes_.push_back({stanza_->name, key, before, after, isObfuscated, stanza_->comparable,
+                            comparable, isRemoved_});
     }
 
     static Pairs align(std::vector<ValueState> const& old, std::vector<ValueState> const& current)
@@ -116,6 +149,8 @@ private:
     }
 
     StanzaContents const* stanza_ = nullptr;  // that is compared
+    bool isRemoved_ = false;                  // this stanza
+    bool hasSeparateStanzas_ = false;
     std::vector<Change> changes_;
 };
 

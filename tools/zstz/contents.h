@@ -67,10 +67,12 @@ struct Change {
     bool isObfuscated;  // before or after
     std::string comparableStanza;
     std::string comparableKey;
+    bool isOfRemovedStanza;
 };
 
 /// Returns the changes by stanza and key. The order of stanzas and keys does not matter; the order
-/// of the values of a key does.
+/// of the values of a key does. Where each header starts a stanza of its own, stanzas of one name
+/// are matched by their contents, and have the numbers of the state after the change.
 std::vector<Change> compareContents(FileContents const& before, FileContents const& after);
 
 /// Returns a side of a change for output: the value, or a mask if it is obfuscated.

@@ -54,8 +54,11 @@ void printPlain(Request const& request, std::vector<Change> const& changes,
 {
     std::string stanza;
     bool isFirst = true;
+    bool isRemoved = false;
     for (Change const& change : changes) {
-        if (isFirst || change.stanza != stanza) {
+        // A removed stanza may have the name of another one.
+        bool const isSame = change.stanza == stanza && change.isOfRemovedStanza == isRemoved;
+        if (isFirst || !isSame) {
             if (!isFirst && !request.null)
                 printLine(request, "");
             char const* const sign = !change.key.empty()                        ? ""
@@ -65,6 +68,7 @@ void printPlain(Request const& request, std::vector<Change> const& changes,
         }
         isFirst = false;
         stanza = change.stanza;
+        isRemoved = change.isOfRemovedStanza;
         if (change.key.empty())
             continue;
         if (change.before.kind != ValueState::absent)
